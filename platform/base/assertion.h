@@ -1,0 +1,6 @@
+// Broken invariants. The daemon cannot go on when one does not hold: the message goes to standard error and the
+// process aborts.
+#pragma once
+
+// Prints "FILE: LINE CONDITION -- assertion failed" and aborts.
+[[noreturn]] void assertion_failed(const char* file, int line, const char* condition);

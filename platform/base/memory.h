@@ -1,0 +1,16 @@
+// Heap memory of the plain records: zeroed allocations with a tag that names their purpose, and text copies.
+//
+// Every tagged allocation is a fault point "calloc_tagged:TAG" and every text copy is one ("text_copy"), so that
+// tests reach each out-of-memory path. All memory is the C heap's: release it with free() or text_replace().
+#pragma once
+
+#include <cstddef>
+
+// count * size zeroed octets, or null when memory is exhausted (or the fault point says so).
+[[nodiscard]] void* calloc_tagged(std::size_t count, std::size_t size, const char* tag);
+
+// A heap copy of text; null for null or when memory is exhausted. The caller frees it.
+[[nodiscard]] char* text_copy(const char* text);
+
+// Frees what *slot owns and stores a copy of text (null clears the slot).
+void text_replace(char** slot, const char* text);
