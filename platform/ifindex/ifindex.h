@@ -1,0 +1,19 @@
+// Interface-index service: the ifIndex (RFC 2863, that of IF-MIB on the same host) of an interface by name.
+// Main thread.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+#include "platform/kvtree/kvtree.h"
+#include "platform/router/router.h"
+
+void ifindex_attach(router::Router* model);
+// Fault point "ifindex_initialize_evm".
+[[nodiscard]] Status ifindex_initialize_evm(EventManager* manager);
+// kStatusNoSuchRow for an unknown name; *index is written on success only. Fault point "ifname_to_index".
+[[nodiscard]] Status ifname_to_index(const char* name, std::uint32_t* index);
+// A data list with one item an interface: key the name, value the 4 octets of the index in host order. The caller
+// frees it with kvtree_datalist_free. Fault point "ifindex_get_index_list".
+[[nodiscard]] Status ifindex_get_index_list(KvDatalist** list);

@@ -1,0 +1,235 @@
+// Hierarchical, path-keyed data store, the providers' and subscribers' side. (client.h is the other side of the
+// socket.)
+//
+// Paths are components separated by '/'. A key component is written in its kind's text form (below). A provider
+// registers get, list and datalist functions for a subtree; a subscriber registers for the changes below a path and
+// is told what exists before the registering call returns. Both usually hand what they receive to the path matcher
+// (kvtree_match_*), which finds the first pattern of a routing table that fits, decodes the key components and
+// calls the handler.
+//
+// Key components. `s` text: every octet but [A-Za-z0-9_.:-] as %XX; a text "-" alone as %2D; an empty component is
+// the empty text. `n` unsigned decimal number. `i` interface name (as `s`). `ip4` dotted quad. `ad` IPv4 or IPv6
+// address. `x` any text, kept as it stands. The component "-" is an absent key, and so is every key component that
+// the path ends before (a path may end early only where all the rest of the pattern are keys).
+//
+// Forms: an entry with the mode kKvModeNext is form 1, any other form 0; a structured (XML) request adds 2. In
+// forms 2 and 3 text keys are handed over encoded, for the handler to decode with kvtree_string_decode.
+//
+// Main thread only, but for nothing. Every operation that can fail is a fault point of its own name.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+
+// --- What handlers receive -------------------------------------------------------------------------------------
+
+inline constexpr std::size_t kKvMaxArguments = 16;
+inline constexpr std::size_t kKvMaxPath = 1024;        // octets of a path
+inline constexpr std::uint32_t kKvMaxListItems = 1024; // items of one list, datalist or walk answer
+
+struct KvArgument {
+  const char* text;             // s, i, x, ip4, ad: the terminated text; null for n
+  const std::uint32_t* number;  // n, and ip4 as a number in host order; null for texts
+};
+
+// The argument block of one request or notification. Bit n of absent_mask: argument n is absent.
+struct RequestArgs {
+  std::uint32_t absent_mask;
+  std::uint32_t form;
+  std::uint32_t count;  // key components in the pattern
+  KvArgument arg[kKvMaxArguments];
+};
+
+inline bool kvtree_absent(const RequestArgs* args, unsigned n) { return (args->absent_mask >> n & 1U) != 0; }
+
+inline constexpr std::uint32_t kKvKindRecord = 7;  // an encoded record
+
+struct KvReply {
+  std::uint32_t kind;
+  std::uint8_t* data;  // malloc'ed; the data store frees it
+  std::size_t length;
+};
+
+// Lists hold keys, datalists keys and values. Item kinds are passed through to readers.
+struct KvList;
+struct KvDatalist;
+[[nodiscard]] Status kvtree_list_create(KvList** list);
+[[nodiscard]] Status kvtree_list_add(KvList* list, const char* key, std::uint32_t kind, std::uint32_t flags);
+void kvtree_list_free(KvList* list);
+[[nodiscard]] Status kvtree_datalist_create(KvDatalist** list);
+[[nodiscard]] Status kvtree_datalist_add(KvDatalist* list, const char* key, std::uint32_t kind, std::uint32_t flags,
+                                         const void* value, std::size_t length);
+// Positions before the first item; kStatusInvalid for null.
+[[nodiscard]] Status kvtree_datalist_start(KvDatalist* list);
+// The next item, valid until the list is freed; kStatusEndOfList after the last. Out arguments may be null.
+[[nodiscard]] Status kvtree_datalist_next(KvDatalist* list, const char** key, const void** value,
+                                          std::size_t* length);
+void kvtree_datalist_free(KvDatalist* list);
+
+struct KvListReply {
+  std::uint32_t max_items;  // the most items that the caller accepts
+  std::uint32_t count;      // items placed
+  KvList* list;             // set by list handlers; the data store frees it
+  KvDatalist* datalist;     // set by datalist handlers
+};
+
+enum class KvValueType : std::uint32_t { kNone = 0, kText = 1, kNumber = 2, kTuple = 3, kRecord = 7 };
+
+struct KvValue {
+  KvValueType type = KvValueType::kNone;
+  std::string text;
+  std::int64_t number = 0;
+  std::vector<std::int64_t> tuple;
+  std::vector<std::uint8_t> record;
+};
+
+inline constexpr std::uint32_t kKvEventCreated = 0x1;
+inline constexpr std::uint32_t kKvEventSet = 0x2;
+inline constexpr std::uint32_t kKvEventDeleted = 0x4;
+
+struct KvNotifyInfo {
+  const char* item_name;     // the last component of the path
+  std::uint32_t whichevent;  // kKvEvent bits
+  const KvValue* value;      // null for deletions
+};
+
+using KvGetHandler = Status (*)(KvReply*, const RequestArgs*);
+using KvListHandler = Status (*)(KvListReply*, const RequestArgs*);
+using KvNotifyHandler = void (*)(const KvNotifyInfo*, const RequestArgs*);
+
+// --- Routing tables and the path matcher -----------------------------------------------------------------------
+
+inline constexpr std::uint32_t kKvModeNext = 0x100;  // the entry is asked for the row after the key
+
+struct KvHandlerEntry {
+  std::uint32_t mode = 0;
+  KvNotifyHandler notify = nullptr;
+  KvGetHandler get = nullptr;
+  KvListHandler list = nullptr;
+  KvListHandler datalist = nullptr;
+};
+
+// One pattern: literal components as they stand, key components as <s>, <n>, <i>, <ip4>, <ad>, <x>; for example
+// "interface-next/<s>/<n>". Patterns are tried in table order; where two share their beginning, a literal that fits
+// is tried before a key, and a branch that fails further down is given up for the next one.
+struct KvRoute {
+  const char* pattern;
+  KvHandlerEntry handlers;
+};
+
+struct KvRoutingTable {
+  const KvRoute* routes;
+  std::size_t count;
+};
+
+// 1 while a subscriber is registering for what exists already; set by the daemon, shown to handlers through the
+// matcher's notifications.
+extern std::uint32_t backend_scan_in_progress;
+
+struct KvRequest;       // one get, list or datalist request, below the provider's bind point
+struct KvNotification;  // one change, below the subscriber's bind point
+
+// kStatusUnknownPath, kStatusBadKey, kStatusNoHandler, or what the handler answers.
+[[nodiscard]] Status kvtree_match_get(const KvRequest* request, const KvRoutingTable* table, KvReply* reply);
+[[nodiscard]] Status kvtree_match_list(const KvRequest* request, const KvRoutingTable* table, KvListReply* reply);
+[[nodiscard]] Status kvtree_match_datalist(const KvRequest* request, const KvRoutingTable* table,
+                                           KvListReply* reply);
+// A notification that fits no pattern, or whose entry has no handler, is dropped.
+void kvtree_match_notify(const KvNotification* notification, const KvRoutingTable* table);
+// The notification as a handler without a routing table needs it.
+const KvNotifyInfo* kvtree_notify_info(const KvNotification* notification);
+
+// --- Binding, providers, subscriptions -------------------------------------------------------------------------
+
+struct KvConnection;
+struct KvRegistration;
+
+inline constexpr std::uint32_t kKvBindConfiguration = 0;
+inline constexpr std::uint32_t kKvBindProvider = 1;
+
+// The file that holds the data store's code (MPLS_VPN_MIB_KVTREE_LIBRARY overrides it): callers check that it can
+// be read before they use the store.
+const char* kvtree_library_path();
+
+[[nodiscard]] Status kvtree_bind(KvConnection** connection, const char* path, std::uint32_t mode);
+// Ends the connection and every registration made on it.
+[[nodiscard]] Status kvtree_unbind(KvConnection* connection);
+
+using KvProviderGet = Status (*)(const KvRequest*, KvReply*);
+using KvProviderList = Status (*)(const KvRequest*, KvListReply*);
+
+// How a batched walk goes on: forms the path (below the bind point) of the read that follows the row just read at
+// `path`. kStatusEndOfList when no row can follow. The rule stands beside the path that it belongs to.
+struct KvWalkRule {
+  const char* first_component;  // "interface-next"
+  Status (*following)(const KvReply* row, std::string* path);
+};
+
+struct KvProviderFunctions {
+  KvProviderGet get;
+  KvProviderList list;
+  KvProviderList datalist;
+  const KvWalkRule* walk_rules;
+  std::size_t walk_rule_count;
+};
+
+[[nodiscard]] Status kvtree_init_prov_functions(KvProviderFunctions* functions);  // clears the block
+[[nodiscard]] Status kvtree_register_prov2(KvConnection* connection, const char* path, EventManager* manager,
+                                           const KvProviderFunctions* functions, std::uint32_t first,
+                                           std::uint32_t second);
+using KvNotificationEntry = void (*)(const KvNotification*);
+// Replays what exists below the path (event kKvEventCreated | kKvEventSet) before it returns. A null entry is a
+// missing handler: the notifications are dropped. `events` has the kKvEvent bits wanted.
+[[nodiscard]] Status kvtree_register_notification(KvConnection* connection, const char* path, std::uint32_t events,
+                                                  KvNotificationEntry entry, EventManager* manager,
+                                                  std::uint32_t first, std::uint32_t second, std::uint32_t third,
+                                                  KvRegistration** registration);
+
+// --- Nodes -----------------------------------------------------------------------------------------------------
+
+// Sets (creates) or deletes one node of the tree; subscribers are told through their event manager, in order.
+// kStatusInvalid for a bad path. kvtree_delete: kStatusNoSuchRow for a node that is not there.
+[[nodiscard]] Status kvtree_set(std::string_view path, KvValue value);
+[[nodiscard]] Status kvtree_delete(std::string_view path);
+
+// --- Key texts -------------------------------------------------------------------------------------------------
+
+std::string kvtree_encode_text(std::string_view text);
+// C forms for handlers: *out is malloc'ed; on failure it may still be set and must be freed.
+[[nodiscard]] Status kvtree_string_encode(const char* text, char** out);
+// kStatusBadKey for a malformed escape or an escaped NUL.
+[[nodiscard]] Status kvtree_string_decode(const char* encoded, char** out);
+
+// --- In-process requests and the server ------------------------------------------------------------------------
+
+// Answers as the server does for a client's request on this (whole) path. The caller frees reply->data, lists.
+[[nodiscard]] Status kvtree_get(std::string_view path, bool structured, KvReply* reply);
+[[nodiscard]] Status kvtree_list(std::string_view path, bool structured, KvListReply* reply);
+[[nodiscard]] Status kvtree_datalist(std::string_view path, bool structured, KvListReply* reply);
+// Rows from `path` on, by the walk rule of its first component below the provider. *end is set when no row follows
+// the last one. kStatusOk with rows so far when a later read fails with kStatusNoSuchRow.
+[[nodiscard]] Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
+                                 std::vector<std::vector<std::uint8_t>>* rows, bool* end);
+
+// Actions: commands of the process's own (not of the daemon) that change something, such as those of a source
+// ("router/..."). Words in, text (shown to the person) out.
+struct KvActionContext {
+  bool may_change;  // the peer is root, the process's own user, or in the administrators' group
+};
+using KvAction = Status (*)(const KvActionContext&, const std::vector<std::string>& words, std::string* text,
+                            void* argument);
+[[nodiscard]] Status kvtree_register_action(const char* name, KvAction action, void* argument);
+void kvtree_unregister_action(const char* name);
+
+// Serves clients on the manager's named socket. Limits: 64 clients, 256 requests in flight a client, 64 KiB a
+// request, 4 MiB an answer, 16 MiB of unread answers before a client is closed.
+[[nodiscard]] Status kvtree_serve(EventManager* manager);
+void kvtree_stop_serving(EventManager* manager);
+// Forgets connections, registrations, nodes and actions. For tests that start the daemon again.
+void kvtree_reset();

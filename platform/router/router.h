@@ -1,0 +1,139 @@
+// The router model: VRFs, interfaces, addresses and memberships as the platform services see them. One source (a
+// file, the kernel) feeds it; services observe it.
+//
+// Names: a VRF name has 1 to 31 octets (the bound of RFC 4382's MplsL3VpnName) without NUL, an interface name 1 to
+// 63. "default" is the routing context of every interface that is in no VRF; it always exists, with id 1.
+// Identity: a VRF's id and table ids are the source's and stable across restarts; an interface's handle is the
+// model's own and stable while the interface exists; its index is the host's ifIndex.
+//
+// A membership may name a VRF that does not exist (yet); deleting a VRF leaves the memberships that name it. Every
+// change is checked first, made completely or not at all, and told to every observer before the call returns.
+// Observers must not change the model from inside a call. Main thread only.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/base/status.h"
+
+namespace router {
+
+inline constexpr std::string_view kDefaultVrf = "default";
+inline constexpr std::size_t kVrfNameMax = 31;
+inline constexpr std::size_t kInterfaceNameMax = 63;
+inline constexpr std::uint32_t kVrfFlagBig = 0x2;  // a VRF of many routes
+
+enum class Family : std::uint8_t { kIpv4 = 1, kIpv6 = 2 };
+
+struct Address {
+  Family family = Family::kIpv4;
+  std::uint8_t prefix_length = 0;
+  std::array<std::uint8_t, 16> octets{};  // network order; IPv4 uses the first four, the rest are zero
+  auto operator<=>(const Address&) const = default;
+};
+
+struct Vrf {
+  std::string name;
+  std::uint32_t id = 0;          // never 0 for a VRF that exists
+  std::uint32_t ipv4_table = 0;  // routing-table ids; 0: the VRF has no table of this family
+  std::uint32_t ipv6_table = 0;
+  std::uint32_t ipv4_multicast_table = 0;
+  std::uint32_t ipv6_multicast_table = 0;
+  std::uint32_t flags = 0;
+  std::string description;
+  std::string rd;                // route distinguisher as text; empty when none
+};
+
+struct Interface {
+  std::uint32_t handle = 0;  // never 0
+  std::uint32_t index = 0;   // ifIndex, 1 to 2147483647
+  std::string name;
+  std::string description;
+  std::string vrf{kDefaultVrf};
+  bool up = false;                  // operationally up
+  std::vector<Address> addresses;   // in the source's order; the first of a family is its primary one
+};
+
+// What is told of a change. `before` is the state before it; references are valid during the call only.
+class Observer {
+ public:
+  virtual ~Observer() = default;
+  virtual void vrf_created(const Vrf&) {}
+  virtual void vrf_changed(const Vrf& /*before*/, const Vrf& /*now*/) {}
+  virtual void vrf_deleted(const Vrf&) {}
+  virtual void vrf_referenced(const std::string& /*name*/) {}    // named without being created
+  virtual void vrf_unreferenced(const std::string& /*name*/) {}
+  virtual void interface_added(const Interface&) {}              // already with its membership
+  virtual void interface_changed(const Interface& /*before*/, const Interface& /*now*/) {}  // not the membership
+  virtual void interface_moved(const Interface& /*now*/, const std::string& /*from*/) {}    // the membership
+  virtual void interface_removed(const Interface&) {}            // still with its membership
+};
+
+// Observers are told in this order on creation and additions, in the reverse order on deletions, removals and
+// moves, so that a record exists before a membership names it and goes after it.
+enum class ObserverRank : int { kRecords = 0, kMembership = 1, kOther = 2 };
+
+class Router {
+ public:
+  Router();
+  ~Router();
+  Router(const Router&) = delete;
+  Router& operator=(const Router&) = delete;
+
+  void observe(ObserverRank rank, Observer* observer);
+  void stop_observing(Observer* observer);
+
+  // kStatusExists (name or id taken), kStatusInvalid (name, id 0, or "default").
+  [[nodiscard]] Status create_vrf(const Vrf& vrf);
+  // Replaces everything but name and id. kStatusNoSuchRow, kStatusInvalid ("default" may change).
+  [[nodiscard]] Status change_vrf(const Vrf& vrf);
+  [[nodiscard]] Status delete_vrf(std::string_view name);
+  // A VRF that is named by configuration only: services hold a forward reference for it. Ends when it is taken
+  // back; a reference to a VRF that exists is allowed and outlives it.
+  [[nodiscard]] Status reference_vrf(std::string_view name);
+  [[nodiscard]] Status unreference_vrf(std::string_view name);
+
+  // The handle field is ignored; the new handle is written to *handle when not null. kStatusExists (name or
+  // index taken), kStatusInvalid (name, index or VRF name).
+  [[nodiscard]] Status add_interface(const Interface& interface, std::uint32_t* handle = nullptr);
+  // Replaces everything but handle and membership (also the name and the index). One notification, none when
+  // nothing differs.
+  [[nodiscard]] Status change_interface(const Interface& interface);
+  [[nodiscard]] Status remove_interface(std::uint32_t handle);
+  // Joins `vrf`, leaving the one it was in; kDefaultVrf leaves only. No notification when it is there already.
+  [[nodiscard]] Status move_interface(std::uint32_t handle, std::string_view vrf);
+
+  const Vrf* find_vrf(std::string_view name) const;
+  const Vrf* find_vrf_by_id(std::uint32_t id) const;
+  bool is_referenced(std::string_view name) const;
+  const Interface* find_interface(std::uint32_t handle) const;
+  const Interface* find_interface_by_name(std::string_view name) const;
+  const Interface* find_interface_by_index(std::uint32_t index) const;
+
+  std::size_t vrf_count() const;        // without "default"
+  std::size_t interface_count() const;
+  // In name order; "default" is included in for_each_vrf. The function must not change the model.
+  void for_each_vrf(const std::function<void(const Vrf&)>& visit) const;
+  void for_each_reference(const std::function<void(const std::string&)>& visit) const;
+  // In handle order (the order of addition).
+  void for_each_interface(const std::function<void(const Interface&)>& visit) const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+// "10.0.0.1/24" or "2001:db8::1/64" (the length is optional: 32 or 128). False when the text is neither.
+bool parse_address(std::string_view text, Address* address);
+std::string format_address(const Address& address);
+bool valid_vrf_name(std::string_view name);
+bool valid_interface_name(std::string_view name);
+
+}  // namespace router
