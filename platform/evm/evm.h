@@ -32,6 +32,9 @@ struct EventContext {
 // status becomes errno).
 EventManager* event_manager_create(const char* name, std::uint32_t flags);
 void event_manager_destroy(EventManager* manager);
+// Called for every manager right after it was made, on the creating thread; how the process puts its services on
+// the main manager. Null ends it.
+void event_manager_on_create(std::function<void(EventManager*)> hook);
 const char* event_manager_name(const EventManager* manager);
 
 // Blocks until there is something to dispatch. 0, or -1 with errno (EINTR among others).
