@@ -1,0 +1,119 @@
+// Start-up of the process in front of the daemon's own:
+//
+//   1. fault points from the environment (for tests of whole processes);
+//   2. the run directory, made when it is missing;
+//   3. platform.yaml; a mistake ends the process with status 1;
+//   4. the source's first load into the router model; a failure ends the process: a daemon that would come up with
+//      an empty model makes management systems delete every VRF they know;
+//   5. the services are given the model;
+//   6. when the daemon makes its main event manager: the data store's server and the source's live part start on it.
+//
+// Everything here runs on the main thread. The model and the source live until the process ends.
+#include "daemon/host.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "daemon/settings.h"
+#include "platform/base/directories.h"
+#include "platform/base/fault.h"
+#include "platform/base/log.h"
+#include "platform/bgp_vpn/bgp_vpn.h"
+#include "platform/evm/evm.h"
+#include "platform/ifindex/ifindex.h"
+#include "platform/kvtree/kvtree.h"
+#include "platform/qic/qic.h"
+#include "platform/router/router.h"
+#include "platform/vmap/vmap.h"
+#include "platform/vtab/vtab.h"
+#include "sources/file/file_source.h"
+#include "sources/kernel/kernel_source.h"
+
+namespace daemon_host {
+
+namespace {
+
+constexpr char kMainManager[] = "/dev/mpls/vpn/main";
+
+struct Host {
+  router::Router model;
+  std::unique_ptr<FileSource> file;
+  std::unique_ptr<KernelSource> kernel;
+};
+
+Host& host() {
+  static auto* const instance = new Host;  // lives as long as the process: services keep pointers into it
+  return *instance;
+}
+
+bool load_source(const Settings& settings, std::string* error) {
+  if (settings.source == SourceKind::kFile) {
+    host().file = std::make_unique<FileSource>(&host().model, settings.router_file);
+    return host().file->load(error) == kStatusOk;
+  }
+  host().kernel = std::make_unique<KernelSource>(&host().model);
+  return host().kernel->load(error) == kStatusOk;
+}
+
+void attach_services() {
+  router::Router* model = &host().model;
+  vtab_attach(model);
+  vmap_attach(model);
+  qic_attach(model);
+  ifindex_attach(model);
+  bgp_vpn_attach(model);
+}
+
+Status start_source(EventManager* manager) {
+  return host().file ? host().file->start(manager) : host().kernel->start(manager);
+}
+
+// A failure here is a failure to serve at all.
+void start_on_main_manager(EventManager* manager) {
+  if (std::string(event_manager_name(manager)) != kMainManager) return;
+  if (const Status status = kvtree_serve(manager)) {
+    log_line("mpls_vpn_mib: cannot serve %s: %s", kMainManager, err_text(status));
+    std::exit(1);
+  }
+  if (const Status status = start_source(manager)) {
+    log_line("mpls_vpn_mib: cannot follow the router's changes: %s", err_text(status));
+    std::exit(1);
+  }
+}
+
+bool arm_faults() {
+  const char* faults = std::getenv("MPLS_VPN_MIB_FAULTS");
+  if (faults == nullptr || fault_arm_from_text(faults) == kStatusOk) return true;
+  log_line("mpls_vpn_mib: MPLS_VPN_MIB_FAULTS does not parse: %s", faults);
+  return false;
+}
+
+bool make_run_directory() {
+  std::error_code failure;
+  std::filesystem::create_directories(run_directory(), failure);
+  if (!failure) return true;
+  log_line("mpls_vpn_mib: cannot make %s: %s", run_directory().c_str(), failure.message().c_str());
+  return false;
+}
+
+}  // namespace
+
+int start_host() {
+  if (!arm_faults() || !make_run_directory()) return 1;
+  Settings settings;
+  std::string error;
+  if (!read_settings(config_directory(), &settings, &error) || !load_source(settings, &error)) {
+    log_line("mpls_vpn_mib: %s", error.c_str());
+    return 1;
+  }
+  attach_services();
+  event_manager_on_create(start_on_main_manager);
+  log_line("mpls_vpn_mib: %zu VRFs and %zu interfaces loaded from %s", host().model.vrf_count(),
+           host().model.interface_count(), host().file ? settings.router_file.c_str() : "the kernel");
+  return 0;
+}
+
+}  // namespace daemon_host

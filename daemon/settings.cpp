@@ -1,0 +1,87 @@
+// Reads platform.yaml. Every mistake is reported with its place; nothing is guessed, because a daemon that runs on
+// another source than its operator meant shows a management system the wrong router.
+#include "daemon/settings.h"
+
+#include <yaml-cpp/yaml.h>
+
+#include <filesystem>
+
+namespace daemon_host {
+
+namespace {
+
+struct Mistake {
+  YAML::Mark mark;
+  std::string what;
+};
+
+std::string scalar(const YAML::Node& node, const char* key) {
+  if (!node.IsScalar()) throw Mistake{node.Mark(), std::string("'") + key + "' takes one word"};
+  return node.as<std::string>();
+}
+
+void take_source(const YAML::Node& node, Settings* settings) {
+  const std::string source = scalar(node, "source");
+  if (source == "kernel") {
+    settings->source = SourceKind::kKernel;
+  } else if (source == "file") {
+    settings->source = SourceKind::kFile;
+  } else {
+    throw Mistake{node.Mark(), "'source' is 'kernel' or 'file', not '" + source + "'"};
+  }
+}
+
+void take_router_file(const YAML::Node& node, const std::filesystem::path& folder, Settings* settings) {
+  const std::filesystem::path file = scalar(node, "router_file");
+  settings->router_file = (file.is_absolute() ? file : folder / file).string();
+}
+
+void take_settings(const YAML::Node& root, const std::filesystem::path& folder, Settings* settings) {
+  if (root.IsNull()) return;
+  if (!root.IsMap()) throw Mistake{root.Mark(), "expected 'key: value' lines"};
+  for (const auto& entry : root) {
+    const auto key = entry.first.as<std::string>();
+    if (key == "source") {
+      take_source(entry.second, settings);
+    } else if (key == "router_file") {
+      take_router_file(entry.second, folder, settings);
+    } else {
+      throw Mistake{entry.first.Mark(), "unknown key '" + key + "'"};
+    }
+  }
+  if (settings->source == SourceKind::kFile && settings->router_file.empty()) {
+    throw Mistake{root.Mark(), "'source: file' needs a 'router_file'"};
+  }
+}
+
+std::string describe(const std::string& file, const YAML::Mark& mark, const std::string& what) {
+  return file + ":" + std::to_string(mark.line + 1) + ":" + std::to_string(mark.column + 1) + ": " + what;
+}
+
+}  // namespace
+
+bool read_settings(const std::string& config_directory, Settings* settings, std::string* error) {
+  const std::filesystem::path folder = config_directory;
+  const std::string file = (folder / "platform.yaml").string();
+  Settings read;
+  if (!std::filesystem::exists(file)) {
+    *settings = read;
+    return true;
+  }
+  try {
+    take_settings(YAML::LoadFile(file), folder, &read);
+  } catch (const Mistake& mistake) {
+    *error = describe(file, mistake.mark, mistake.what);
+    return false;
+  } catch (const YAML::BadFile&) {
+    *error = file + ": cannot be read";
+    return false;
+  } catch (const YAML::Exception& exception) {
+    *error = describe(file, exception.mark, exception.msg);
+    return false;
+  }
+  *settings = read;
+  return true;
+}
+
+}  // namespace daemon_host

@@ -1,0 +1,22 @@
+// The platform's settings: CONFIG_DIRECTORY/platform.yaml, read once at start.
+//
+//   source: kernel            # the live Linux kernel (the default), or: file
+//   router_file: router.yaml  # with source: file; relative to the settings' folder
+#pragma once
+
+#include <string>
+
+namespace daemon_host {
+
+enum class SourceKind { kKernel, kFile };
+
+struct Settings {
+  SourceKind source = SourceKind::kKernel;
+  std::string router_file;  // absolute, or relative to the working directory; empty with the kernel
+};
+
+// False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value, or
+// names a file source without a router file. A missing file gives the defaults.
+[[nodiscard]] bool read_settings(const std::string& config_directory, Settings* settings, std::string* error);
+
+}  // namespace daemon_host

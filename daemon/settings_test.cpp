@@ -1,0 +1,75 @@
+// platform.yaml: defaults, both sources, and every mistake with its place.
+#include "daemon/settings.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace daemon_host {
+namespace {
+
+class SettingsFile : public ::testing::Test {
+ protected:
+  SettingsFile() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "settings.XXXXXX").string();
+    folder_ = mkdtemp(pattern.data());
+  }
+  ~SettingsFile() override { std::filesystem::remove_all(folder_); }
+
+  void Write(const std::string& text) { std::ofstream(folder_ + "/platform.yaml") << text; }
+  bool Read() { return read_settings(folder_, &settings_, &error_); }
+  std::string Refusal(const std::string& text) {
+    Write(text);
+    EXPECT_FALSE(Read()) << text;
+    return error_.substr(error_.find("platform.yaml"));
+  }
+
+  std::string folder_;
+  Settings settings_;
+  std::string error_;
+};
+
+TEST_F(SettingsFile, MissingFileMeansTheKernel) {
+  ASSERT_TRUE(Read());
+  EXPECT_EQ(settings_.source, SourceKind::kKernel);
+}
+
+TEST_F(SettingsFile, EmptyFileMeansTheKernel) {
+  Write("");
+  ASSERT_TRUE(Read()) << error_;
+  EXPECT_EQ(settings_.source, SourceKind::kKernel);
+}
+
+TEST_F(SettingsFile, RouterFileIsRelativeToTheSettings) {
+  Write("source: file\nrouter_file: router.yaml\n");
+  ASSERT_TRUE(Read()) << error_;
+  EXPECT_EQ(settings_.source, SourceKind::kFile);
+  EXPECT_EQ(settings_.router_file, folder_ + "/router.yaml");
+}
+
+TEST_F(SettingsFile, AbsoluteRouterFileStays) {
+  Write("router_file: /tmp/x.yaml\nsource: file\n");
+  ASSERT_TRUE(Read()) << error_;
+  EXPECT_EQ(settings_.router_file, "/tmp/x.yaml");
+}
+
+TEST_F(SettingsFile, MistakesNameTheirPlace) {
+  EXPECT_EQ(Refusal("source: kernel\nrouters: x\n"), "platform.yaml:2:1: unknown key 'routers'");
+  EXPECT_EQ(Refusal("source: disk\n"), "platform.yaml:1:9: 'source' is 'kernel' or 'file', not 'disk'");
+  EXPECT_EQ(Refusal("source: file\n"), "platform.yaml:1:1: 'source: file' needs a 'router_file'");
+  EXPECT_EQ(Refusal("source: [a]\n"), "platform.yaml:1:9: 'source' takes one word");
+  EXPECT_EQ(Refusal("- a\n"), "platform.yaml:1:1: expected 'key: value' lines");
+  EXPECT_EQ(Refusal("a: b: c\n").substr(0, 18), "platform.yaml:1:5:");
+}
+
+TEST_F(SettingsFile, RefusedFileLeavesTheSettingsAlone) {
+  settings_.router_file = "kept";
+  Write("source: disk\n");
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(settings_.router_file, "kept");
+}
+
+}  // namespace
+}  // namespace daemon_host
