@@ -1,0 +1,58 @@
+# Shared by the scripts of this folder: the repository's root, messages, packages, builds.
+# shellcheck shell=bash
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$root" || exit 1
+
+say() { printf '\n== %s\n' "$*"; }
+fail() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
+
+# Packages by what they are for. The names are Debian 12's.
+packages_build=(g++ cmake ninja-build pkg-config libmnl-dev libyaml-cpp-dev libcli11-dev libfmt-dev
+    nlohmann-json3-dev libsystemd-dev)
+packages_run=(snmpd snmp iproute2 procps)
+packages_test=(libgtest-dev libgmock-dev libbenchmark-dev libsnmp-dev python3 user-mode-linux kmod ccache git valgrind)
+packages_clang=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)
+
+# install_packages NAME...: installs what is missing, and nothing when nothing is. Services that a package brings
+# are kept from starting on this machine: everything here starts its own.
+install_packages() {
+    local missing=() package
+    for package in "$@"; do
+        dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^ii' || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    say "installing ${missing[*]}"
+    [ "$(id -u)" = 0 ] || fail "root is needed to install: apt-get install ${missing[*]}"
+    local policy=/usr/sbin/policy-rc.d made=
+    if [ ! -e $policy ]; then
+        printf '#!/bin/sh\nexit 101\n' > $policy
+        chmod +x $policy
+        made=1
+    fi
+    apt-get update -q > /dev/null || fail "apt-get update failed"
+    local status=0
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}" > /tmp/apt.$$.log 2>&1 ||
+        status=$?
+    [ -z "$made" ] || rm -f $policy
+    if [ $status != 0 ]; then
+        tail -20 /tmp/apt.$$.log >&2
+        rm -f /tmp/apt.$$.log
+        fail "apt-get install failed"
+    fi
+    rm -f /tmp/apt.$$.log
+}
+
+# build PRESET [TARGET...]: configures (once) and builds.
+build() {
+    local preset=$1
+    shift
+    say "building ($preset)"
+    cmake --preset "$preset" > "/tmp/cmake.$$.log" 2>&1 || { cat "/tmp/cmake.$$.log"; fail "cmake failed"; }
+    rm -f "/tmp/cmake.$$.log"
+    local targets=()
+    [ $# = 0 ] || targets=(--target "$@")
+    NINJA_STATUS='[%f/%t] ' cmake --build --preset "$preset" "${targets[@]}" > "/tmp/build.$$.log" 2>&1 ||
+        { grep -vE '^\[' "/tmp/build.$$.log" | tail -60; rm -f "/tmp/build.$$.log"; fail "build failed"; }
+    tail -1 "/tmp/build.$$.log"
+    rm -f "/tmp/build.$$.log"
+}
