@@ -1,16 +1,17 @@
-// Weak-AVL tree: an intrusive, rank-balanced binary search tree with several orderings ("threads") over one node set.
+// Weak-AVL tree: an intrusive, rank-balanced binary search tree with several orderings ("threads") over one
+// node set.
 //
-// A node is any record that begins with `thread_count` WavlLink members, thread 0 first. A tree never allocates:
-// the links are the node's own. A node may be in some threads and not in others. Keys are nodes: a search is given
-// a record of the same type of which only the key fields are filled in. Compare functions answer 0 when the first
-// node orders before the second, 1 when they are equal, 2 when it orders after; either may be null, a null node
-// being smaller than any other.
+// A node is any record that begins with `thread_count` WavlLink members, thread 0 first. A tree never
+// allocates: the links are the node's own, all zero before the node's first insertion. A node may be in some
+// threads and not in others. Keys are nodes: a search is given a record of the same type of which only the
+// key fields are filled in. Compare functions answer 0 when the first node orders before the second, 1 when
+// they are equal, 2 when it orders after; either may be null, a null node being smaller than any other.
 //
-// Balance (Haeupler, Sen, Tarjan: Rank-Balanced Trees): every rank difference is 1 or 2, a leaf has rank 0; insert
-// and delete take O(log n) steps and at most two rotations.
+// Balance (Haeupler, Sen, Tarjan: Rank-Balanced Trees): every rank difference is 1 or 2, a leaf has rank 0;
+// insert and delete take O(log n) steps and at most two rotations.
 //
-// Cursors: a node pointer is its own cursor. It stays valid while the node is linked, whatever happens to other
-// nodes; wavl_next of a node that was unlinked answers null. Not thread-safe: callers lock.
+// Cursors: a node pointer is its own cursor. It stays valid while the node is linked, whatever happens to
+// other nodes; wavl_next of a node that was unlinked answers null. Not thread-safe: callers lock.
 #pragma once
 
 #include <array>
@@ -39,6 +40,7 @@ struct WavlTree {
   std::array<WavlLink*, kWavlMaxThreads> root;
   std::array<WavlCompare, kWavlMaxThreads> compare;
   std::array<std::uint32_t, kWavlMaxThreads> size;
+  std::uint64_t rotations;  // made since wavl_init, in all threads; what the balance costs
 };
 
 // Makes an empty tree with one ordering for each of the thread_count compare functions (1 to kWavlMaxThreads;
