@@ -1,0 +1,12 @@
+// Registration of one set of record descriptions.
+#pragma once
+
+#include <cstddef>
+
+#include "platform/parcel/parcel.h"
+
+// Opens a batch, registers the descriptions in order and closes it. The first failure aborts the batch and is
+// returned; a failed opening is returned as it is. Closing may answer kStatusDefinitionChanged, which is
+// passed on.
+[[nodiscard]] Status mpls_vpn_parcel_register_set(const char* set_name, const ParcelDescription* const* set,
+                                                  std::size_t count);
