@@ -1,0 +1,42 @@
+// Value helpers shared by databases and provider: the name order, a text's place in a table, and conversions
+// between an SNMP agent's octet strings and object identifiers and plain text (RFC 2578 section 7.7).
+#pragma once
+
+#include <cstdint>
+
+#include "platform/base/status.h"
+
+// The key order of every name-keyed tree: a shorter name orders before a longer one whatever their octets,
+// names of equal length by octets (strcmp). This is the index order of the MIB's tables, where a name is
+// written with its length in front. A null name orders before any other; two null names are equal. kWavlLess
+// (0), kWavlEqual (1) or kWavlGreater (2).
+std::uint32_t mpls_vpn_name_compare(const char* left, const char* right);
+
+// Index of the first of `rows` texts equal to `text`, or -1 (also for rows < 1, and for a null text).
+std::int32_t mpls_vpn_text_index(const char* text, const char* const* table, std::int32_t rows);
+
+// An agent's octet string: not terminated, may hold any octet.
+struct OctetString {
+  std::int32_t length;  // octets; below 1 for none
+  const std::uint8_t* octets;
+};
+
+// An agent's object identifier.
+struct ObjectIdentifier {
+  std::uint32_t count;             // sub-identifiers
+  std::uint32_t* sub_identifiers;  // owned: the C heap's, null for count 0
+};
+
+// Writes at most size - 1 octets and a terminator; the empty text for a null or empty octet string. A null
+// buffer is reported (flag l3vpnmib_debug_flags) and a size below 1 has no room for the terminator: nothing
+// is written then.
+void mpls_vpn_octets_to_text(const OctetString* octets, char* buffer, std::int32_t size);
+
+// *text: a terminated heap copy that the caller frees. kStatusInvalid for a missing argument or an octet
+// string that is no printable text, kStatusNoMemory; *text is null then. Fault point "octet_string_print".
+[[nodiscard]] Status mpls_vpn_octets_to_new_text(const OctetString* octets, char** text);
+
+// The length-prefixed index form of a text: "ab" is 2.97.98; the empty text is the empty identifier.
+// Characters are taken as signed octets, so those above 127 become sub-identifiers above 0xffffff7f. The
+// caller frees identifier->sub_identifiers. kStatusInvalid for a missing argument, kStatusNoMemory.
+[[nodiscard]] Status mpls_vpn_text_to_oid(const char* text, ObjectIdentifier* identifier);
