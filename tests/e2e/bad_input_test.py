@@ -1,0 +1,162 @@
+#!/usr/bin/env python3
+"""Bad input of every kind: a clear error each time, and the system goes on."""
+
+import socket
+import struct
+import subprocess
+import unittest
+
+from system import BIN, IF_CONF, System, expected_if_conf, wait_until
+
+ROUTER = """
+vrfs:
+  - {name: red, table: 10}
+interfaces:
+  - {name: ge0, index: 11, vrf: red, state: up, addresses: [10.0.0.1/24]}
+"""
+GARBAGE = [b"", b"\x00", b"GET / HTTP/1.0\r\n\r\n", b"\xff" * 4096, bytes(range(256)) * 40,
+           struct.pack("<IIII", 0xffffffff, 0xffffffff, 0xffffffff, 0xffffffff)]
+
+class BadInput(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.system = System(ROUTER)
+        cls.system.start_all()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.system.__exit__(None)
+
+    def tearDown(self):
+        for name, process in self.system.processes.items():
+            self.assertIsNone(process.poll(), f"{name} ended: {self.system.log(name)[-2000:]}")
+        self.assertEqual(self.system.walk(IF_CONF), expected_if_conf([("red", 11)]))
+
+    def send(self, path, octets, half_close):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as peer:
+            peer.settimeout(10)
+            peer.connect(str(path))
+            try:
+                peer.sendall(octets)
+                if half_close:
+                    peer.shutdown(socket.SHUT_WR)
+                    while peer.recv(4096):
+                        pass
+            except (BrokenPipeError, ConnectionResetError):
+                return  # closed by the other side, as it should be
+
+    def sockets(self):
+        run = self.system.folder / "run"
+        return [run / "dev.mpls.vpn.main", run / "dev.mpls.vpn.debug"]
+
+    def test_garbage_on_each_socket_is_refused_with_a_reason(self):
+        for path in self.sockets():
+            before = len(self.system.log("daemon"))
+            for octets in GARBAGE:
+                self.send(path, octets, half_close=True)
+            wait_until("a logged reason", lambda start=before: len(self.system.log("daemon")) > start)
+
+    def test_truncated_request_disturbs_nobody(self):
+        """A request cut at every length, taken from what the command line really sends."""
+        request = self.recorded_request()
+        self.assertGreater(len(request), 20)
+        for length in range(1, len(request)):
+            self.send(self.sockets()[0], request[:length], half_close=True)
+
+    def test_garbage_on_the_master_agents_socket_leaves_the_sub_agent_alone(self):
+        for octets in GARBAGE[1:]:
+            self.send(self.system.agentx, octets, half_close=False)
+
+    def recorded_request(self):
+        """What `mplsvpn show scalars` writes first, seen by a listener in the daemon's place."""
+        run = self.system.folder / "fake"
+        run.mkdir(exist_ok=True)
+        path = run / "dev.mpls.vpn.main"
+        path.unlink(missing_ok=True)
+        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as listener:
+            listener.bind(str(path))
+            listener.listen()
+            listener.settimeout(10)
+            environment = dict(self.system.environment, MPLS_VPN_MIB_RUN_DIR=str(run))
+            with subprocess.Popen([BIN / "mplsvpn", "show", "scalars"], env=environment, stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL) as client:
+                peer, _ = listener.accept()
+                with peer:
+                    peer.settimeout(10)
+                    request = peer.recv(65536)
+                client.wait(timeout=20)
+        return request
+
+    def test_unknown_path_and_missing_arguments_have_their_own_errors(self):
+        unknown = self.system.cli("get", "/oper/mpls_vpn/gl/nothing")
+        self.assertEqual(unknown.returncode, 1)
+        self.assertIn("No such path", unknown.stderr)
+        missing = self.system.cli("get", "/oper/mpls_vpn/gl/interface-next/red")
+        self.assertEqual(missing.returncode, 1)
+        self.assertIn("A path argument is missing", missing.stderr)
+        bad_number = self.system.cli("get", "/oper/mpls_vpn/gl/interface-next/red/eleven")
+        self.assertEqual(bad_number.returncode, 1)
+        self.assertIn("does not decode", bad_number.stderr)
+        known = self.system.cli("get", "/oper/mpls_vpn/gl/interface/red/11")
+        self.assertEqual(known.returncode, 1, "an exact read of a VRF that the database holds has no row")
+        later = self.system.cli("get", "/oper/mpls_vpn/gl/vrf/red")
+        self.assertEqual(later.returncode, 1)
+        self.assertIn("does not serve this operation", later.stderr)
+        long_path = self.system.cli("get", "/oper/mpls_vpn/gl/interface-next/" + "a" * 5000 + "/1")
+        self.assertEqual(long_path.returncode, 1)
+        self.assertNotEqual(long_path.stderr, "")
+
+    def test_absurd_indexes_over_snmp(self):
+        for index in (".4294967295" * 100, ".31" + ".4294967295" * 31 + ".4294967295", ".3.114.101.100.4294967295.1.2.3"):
+            for tool in ("get", "getnext"):
+                result = self.system.snmp(tool, f"{IF_CONF}.1.5{index}")
+                self.assertEqual(result.returncode, 0, result.stderr)
+
+    def test_wrong_words_on_the_command_line_are_usage_errors(self):
+        for words in (("nonsense",), ("show",), ("show", "nothing"), ("router",), ("debug", "nothing", "on")):
+            result = self.system.cli(*words)
+            self.assertIn(result.returncode, (1, 2), words)
+            self.assertNotEqual(result.stdout + result.stderr, "", words)
+
+    def test_daemon_not_there_is_said_plainly(self):
+        environment = dict(self.system.environment, MPLS_VPN_MIB_RUN_DIR=str(self.system.folder / "no-such"))
+        result = subprocess.run([BIN / "mplsvpn", "show", "scalars"], env=environment, capture_output=True, text=True,
+                                check=False)
+        self.assertEqual(result.returncode, 3)
+        self.assertIn("not", result.stderr)
+
+class BadStart(unittest.TestCase):
+    def start(self, router, settings=None, environment=None):
+        system = System(router, environment=environment)
+        self.addCleanup(system.__exit__, None)
+        if settings is not None:
+            (system.folder / "etc/platform.yaml").write_text(settings)
+        process = system.spawn("daemon", str(BIN / "mpls_vpn_mib"))
+        return process.wait(timeout=60), system.log("daemon")
+
+    def test_broken_router_file_ends_the_start_with_its_place(self):
+        status, log = self.start("vrfs:\n  - {name: red, table: ten}\n")
+        self.assertEqual(status, 1)
+        self.assertIn("router.yaml:2:25:", log)
+
+    def test_broken_settings_end_the_start_with_their_place(self):
+        status, log = self.start(ROUTER, settings="sauce: file\n")
+        self.assertEqual(status, 1)
+        self.assertIn("platform.yaml:1:1: unknown key 'sauce'", log)
+
+    def test_second_daemon_on_the_same_sockets_is_refused(self):
+        system = System(ROUTER)
+        self.addCleanup(system.__exit__, None)
+        system.start_daemon()
+        process = system.spawn("second", str(BIN / "mpls_vpn_mib"))
+        self.assertEqual(process.wait(timeout=60), 1)
+        self.assertEqual(system.cli("show", "scalars").returncode, 0)
+
+    def test_start_up_failure_has_status_one(self):
+        for fault in ("trace_open=28", "debug_register=5", "vtab_init=5", "proc_ready=5", "kvtree_bind=5",
+                      "vmap_c_lib_init=12"):
+            status, log = self.start(ROUTER, environment={"MPLS_VPN_MIB_FAULTS": fault})
+            self.assertEqual(status, 1, fault + "\n" + log)
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,72 @@
+#!/usr/bin/env python3
+"""A running system follows its router: file reloads and the router commands show in the next walk."""
+import unittest
+
+from system import IF_CONF, SCALARS, System, expected_if_conf, wait_until
+
+ROUTER = """
+vrfs:
+  - {name: red, table: 10}
+interfaces:
+  - {name: ge0, index: 11, vrf: red, state: up, addresses: [10.0.0.1/24]}
+  - {name: ge1, index: 12, state: up, addresses: [10.0.1.1/24]}
+"""
+
+
+class Live(unittest.TestCase):
+    def setUp(self):
+        self.system = self.enterContext(System(ROUTER)) if hasattr(self, "enterContext") else System(ROUTER)
+        if not hasattr(self, "enterContext"):
+            self.addCleanup(self.system.__exit__, None)
+        self.system.start_all()
+
+    def shows(self, members):
+        wait_until(f"walk of {members}", lambda: self.system.walk(IF_CONF) == expected_if_conf(members), 5)
+        rows = {(row["vrfName"], row["ifConfIndex"]) for row in self.system.cli_json("show", "interfaces")}
+        self.assertEqual(rows, set(members))
+
+    def router(self, *words):
+        self.system.cli("router", *words, check=True)
+
+    def test_commands_add_move_and_remove(self):
+        self.shows([("red", 11)])
+        self.router("add-vrf", "blue")
+        self.router("move", "ge1", "blue")
+        self.shows([("red", 11), ("blue", 12)])
+        self.router("move", "ge0", "blue")
+        self.shows([("blue", 11), ("blue", 12)])
+        self.router("leave", "ge0")
+        self.shows([("blue", 12)])
+        self.router("delete-interface", "ge1")
+        self.shows([])
+
+    def test_link_state_changes_the_active_vrfs(self):
+        def active():
+            return self.system.get_value(SCALARS + ".2.0")
+
+        wait_until("red active", lambda: active() == "1")
+        self.router("down", "ge0")
+        wait_until("red inactive", lambda: active() == "0", 5)
+        self.router("up", "ge0")
+        wait_until("red active again", lambda: active() == "1", 5)
+
+    def test_deleted_vrf_loses_its_rows_and_comes_back(self):
+        self.router("delete-vrf", "red")
+        self.shows([])
+        self.router("add-vrf", "red")
+        self.shows([("red", 11)])
+
+    def test_changed_file_is_taken_and_a_mistake_changes_nothing(self):
+        system = self.system
+        system.router_file.write_text(ROUTER.replace("{name: ge1, index: 12, ", "{name: ge1, index: 12, vrf: red, "))
+        self.shows([("red", 11), ("red", 12)])
+        system.router_file.write_text(ROUTER.replace("index: 12", "index: twelve"))
+        wait_until("the mistake's place in the log", lambda: "router.yaml:6:25:" in system.log("daemon"), 5)
+        self.shows([("red", 11), ("red", 12)])
+        result = system.cli("router", "reload")
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("router.yaml:6:25:", result.stdout + result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,119 @@
+#!/usr/bin/env python3
+"""kill -9 of each process in turn, under a permanent walk: each comes back by itself, OIDs always increase and no
+row is ever half there."""
+import threading
+import time
+import unittest
+
+from system import IF_CONF, SLOW, System, check_increasing, expected_if_conf, oid_tuple, parse_walk, wait_until
+
+ROUTER = "generate: {vrfs: 30, interfaces_per_vrf: 10}\n"
+BACK_WITHIN = 2.0  # seconds after the restart of whatever was killed
+
+
+class Walker(threading.Thread):
+    """Walks for ever; keeps every mistake it saw and what the last whole walk showed."""
+
+    def __init__(self, system):
+        super().__init__()
+        self.system, self.mistakes, self.good, self.stop = system, [], 0, threading.Event()
+
+    def run(self):
+        while not self.stop.is_set():
+            result = self.system.snmp("bulkwalk", IF_CONF, timeout=1, options=("-Cr20",))
+            rows = parse_walk(result.stdout)
+            try:
+                check_increasing(rows)
+                if "not increasing" in result.stderr:
+                    raise AssertionError(result.stderr)
+                if result.returncode == 0 and rows:
+                    self.check_whole(rows)
+                    self.good += 1
+            except AssertionError as mistake:
+                self.mistakes.append(str(mistake))
+
+    @staticmethod
+    def check_whole(rows):
+        """A walk that ended without an error shows every column of every row it shows."""
+        start = len(oid_tuple(IF_CONF)) + 2
+        columns = {}
+        for oid, _ in rows:
+            columns.setdefault(oid[start - 1], set()).add(oid[start:])
+        keys = set.union(*columns.values())
+        for column in (2, 3, 4, 5):
+            missing = keys - columns.get(column, set())
+            assert not missing, f"column {column} lacks {len(missing)} of {len(keys)} rows"
+
+
+class Restart(unittest.TestCase):
+    def setUp(self):
+        self.system = System(ROUTER)
+        self.addCleanup(self.system.__exit__, None)
+        self.system.start_all()
+        rows = self.system.cli_json("show", "interfaces")
+        self.expected = expected_if_conf([(row["vrfName"], row["ifConfIndex"]) for row in rows])
+        self.assertEqual(len(rows), 300)
+        self.walker = Walker(self.system)
+        self.walker.start()
+        self.addCleanup(self.end_walker)
+
+    def end_walker(self):
+        self.walker.stop.set()
+        self.walker.join()
+
+    def whole(self):
+        result = self.system.snmp("bulkwalk", IF_CONF, timeout=1, options=("-Cr20",))
+        return result.returncode == 0 and parse_walk(result.stdout) == self.expected
+
+    def comes_back(self, what):
+        start = time.monotonic()
+        wait_until(f"whole table after the restart of {what}", self.whole, BACK_WITHIN)
+        print(f"{what}: whole table {time.monotonic() - start:.2f} s after its restart (bound {BACK_WITHIN * SLOW:g} s)")
+
+    def check_walker(self):
+        good = self.walker.good
+        wait_until("walks go on", lambda: self.walker.good > good + 1)
+        self.assertEqual(self.walker.mistakes, [])
+
+    def test_sub_agent_killed(self):
+        for _ in range(3):
+            self.system.kill("agent")
+            self.system.spawn("agent", *self.agent_command())
+            self.comes_back("the sub-agent")
+        self.check_walker()
+
+    def test_snmpd_killed(self):
+        for _ in range(2):
+            self.system.kill("snmpd")
+            self.system.agentx.unlink(missing_ok=True)
+            self.system.start_snmpd()
+            self.comes_back("snmpd")
+        self.check_walker()
+
+    def test_daemon_killed(self):
+        for _ in range(3):
+            self.system.kill("daemon")
+            self.daemon_away_answers_general_error()
+            self.system.start_daemon()
+            self.comes_back("the daemon")
+        self.check_walker()
+        log = self.system.log("agent")
+        self.assertLess(log.count("\n"), 40, "a transition is said once, not at every attempt:\n" + log)
+
+    def daemon_away_answers_general_error(self):
+        """No empty table: what a walk gets is an error."""
+        time_bound = time.monotonic() + 3 * SLOW
+        while time.monotonic() < time_bound:
+            result = self.system.snmp("walk", IF_CONF, timeout=3)
+            if "genErr" in result.stderr + result.stdout or "general failure" in result.stderr + result.stdout:
+                return
+            self.assertIn(result.returncode, (0, 1, 2))
+        self.fail("the walk never answered an error while the daemon was away")
+
+    def agent_command(self):
+        from system import BIN
+        return str(BIN / "mpls_vpn_snmp"), "--agentx-socket", str(self.system.agentx)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,184 @@
+"""A whole running system for end-to-end tests: the daemon, a stock snmpd and the sub-agent, each a real process in
+a temporary directory, on a loopback port and Unix sockets of its own. Only processes started here are ended."""
+import contextlib
+import json
+import os
+import pathlib
+import random
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+BIN = pathlib.Path(os.environ.get("MPLS_TEST_BIN", ROOT / "build/release/bin"))
+L3VPN = "1.3.6.1.2.1.10.166.11"
+SCALARS = L3VPN + ".1.1"
+IF_CONF = L3VPN + ".1.2.1"
+SLOW = float(os.environ.get("MPLS_TEST_SLOW", "1"))  # sanitizer builds take longer: every bound is multiplied
+
+
+def wait_until(what, condition, seconds=10.0, every=0.02):
+    """Polls until the condition holds; what it returned then, or an AssertionError."""
+    deadline = time.monotonic() + seconds * SLOW
+    while True:
+        result = condition()
+        if result:
+            return result
+        if time.monotonic() > deadline:
+            raise AssertionError(f"{what}: not within {seconds * SLOW:g} s")
+        time.sleep(every)
+
+
+def oid_tuple(text):
+    return tuple(int(part) for part in text.strip(".").split("."))
+
+
+def name_index(name):
+    """The index sub-identifiers of a VRF name: its length, then its octets."""
+    return (len(name),) + tuple(name.encode())
+
+
+class System:
+    def __init__(self, router="vrfs: []\ninterfaces: []\n", source="file", environment=None):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="mpls_vpn_e2e."))
+        for sub in ("run", "state", "etc", "snmp"):
+            (self.folder / sub).mkdir()
+        self.router_file = self.folder / "etc/router.yaml"
+        self.router_file.write_text(router)
+        settings = "source: kernel\n" if source == "kernel" else "source: file\nrouter_file: router.yaml\n"
+        (self.folder / "etc/platform.yaml").write_text(settings)
+        self.environment = dict(
+            os.environ, MPLS_VPN_MIB_RUN_DIR=str(self.folder / "run"), MPLS_VPN_MIB_STATE_DIR=str(self.folder / "state"),
+            MPLS_VPN_MIB_CONFIG_DIR=str(self.folder / "etc"), MPLS_VPN_MIB_LIB_DIR=str(BIN.parent / "lib"),
+            SNMP_PERSISTENT_DIR=str(self.folder / "snmp"), MIBS="", MIBDIRS=str(self.folder), **(environment or {}))
+        self.processes = {}
+        self.port = 0
+        self.agentx = self.folder / "agentx"
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, *_):
+        if kind is not None:
+            for log in sorted(self.folder.glob("*.log")):
+                sys.stderr.write(f"--- {log.name}\n{log.read_text(errors='replace')[-4000:]}\n")
+        for name in list(self.processes):
+            self.kill(name)
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    # --- processes ---
+
+    def spawn(self, name, *command):
+        with open(self.folder / f"{name}.log", "a") as log:
+            self.processes[name] = subprocess.Popen(command, env=self.environment, stdin=subprocess.DEVNULL, stdout=log,
+                                                    stderr=log, cwd=self.folder)
+        return self.processes[name]
+
+    def kill(self, name, with_signal=signal.SIGKILL):
+        process = self.processes.pop(name, None)
+        if process is not None:
+            with contextlib.suppress(ProcessLookupError):
+                process.send_signal(with_signal)
+            process.wait(timeout=20)
+        return process
+
+    def log(self, name):
+        return (self.folder / f"{name}.log").read_text(errors="replace")
+
+    def start_daemon(self):
+        process = self.spawn("daemon", str(BIN / "mpls_vpn_mib"))
+
+        def ready():
+            assert process.poll() is None, f"the daemon ended with {process.returncode}\n{self.log('daemon')}"
+            return self.cli("show", "scalars").returncode == 0
+
+        wait_until("daemon", ready, 30)
+
+    def start_snmpd(self):
+        for _ in range(20):
+            self.port = self.port or random.randint(20000, 32000)
+            conf = self.folder / "snmpd.conf"
+            conf.write_text(f"agentAddress udp:127.0.0.1:{self.port}\nrocommunity public\nrwcommunity private\n"
+                            f"master agentx\nagentXSocket {self.agentx}\n")
+            process = self.spawn("snmpd", "snmpd", "-f", "-Lo", "-C", "-c", str(conf), "-p", str(self.folder / "snmpd.pid"))
+            deadline = time.monotonic() + 5 * SLOW
+            while process.poll() is None and time.monotonic() < deadline:
+                if self.agentx.exists() and self.snmp("get", "1.3.6.1.2.1.1.3.0", timeout=1).returncode == 0:
+                    return
+                time.sleep(0.02)
+            self.kill("snmpd")
+            self.port = 0
+        raise AssertionError("snmpd did not start: " + self.log("snmpd"))
+
+    def start_agent(self, *options):
+        self.spawn("agent", str(BIN / "mpls_vpn_snmp"), "--agentx-socket", str(self.agentx), *options)
+        self.wait_registered()
+
+    def wait_registered(self, seconds=10.0):
+        wait_until("registration of the sub-agent", lambda: self.get_value(SCALARS + ".1.0") is not None, seconds)
+
+    def start_all(self):
+        self.start_daemon()
+        self.start_snmpd()
+        self.start_agent()
+        return self
+
+    # --- clients ---
+
+    def cli(self, *words, check=False):
+        result = subprocess.run([str(BIN / "mplsvpn"), *words], env=self.environment, capture_output=True, text=True,
+                                stdin=subprocess.DEVNULL, timeout=60 * SLOW, check=False)
+        if check and result.returncode != 0:
+            raise AssertionError(f"mplsvpn {' '.join(words)}: {result.returncode}\n{result.stdout}{result.stderr}")
+        return result
+
+    def cli_json(self, *words):
+        return json.loads(self.cli("--json", *words, check=True).stdout)
+
+    def snmp(self, tool, *arguments, timeout=5, options=()):
+        command = [f"snmp{tool}", "-v2c", "-c", "public", "-One", "-Oq", "-t", str(timeout * SLOW), "-r", "0", *options,
+                   f"127.0.0.1:{self.port}", *arguments]
+        return subprocess.run(command, env=self.environment, capture_output=True, text=True, check=False)
+
+    def get_value(self, oid):
+        """The value's text, or None when the agent has no such object or does not answer."""
+        result = self.snmp("get", oid, timeout=2)
+        if result.returncode != 0 or "No Such" in result.stdout:
+            return None
+        return result.stdout.split(" ", 1)[1].strip()
+
+    def walk(self, root=L3VPN, tool="walk", options=()):
+        """[(oid, value)] in the order received; an AssertionError unless the walk succeeds and every OID increases."""
+        result = self.snmp(tool, root, options=options)
+        assert result.returncode == 0, f"snmp{tool}: {result.returncode} {result.stderr}{result.stdout[-300:]}"
+        rows = parse_walk(result.stdout)
+        check_increasing(rows)
+        return rows
+
+
+def parse_walk(text):
+    rows = []
+    for line in text.splitlines():
+        if not line.startswith("."):
+            continue  # "No more variables" and the like
+        oid, _, value = line.partition(" ")
+        if value.startswith("No ") or oid_tuple(oid)[:len(oid_tuple(L3VPN))] != oid_tuple(L3VPN):
+            continue
+        rows.append((oid_tuple(oid), value.strip()))
+    return rows
+
+
+def check_increasing(rows):
+    for before, after in zip(rows, rows[1:]):
+        assert before[0] < after[0], f"OID not increasing: {before[0]} then {after[0]}"
+
+
+def expected_if_conf(members, protocols=None):
+    """The interface table for {(vrf, ifIndex)}: the rows that a whole walk of it must show, in order."""
+    base = oid_tuple(IF_CONF) + (1,)
+    columns = {2: "2", 3: '"00 "', 4: "5", 5: "1"}
+    keys = sorted(name_index(vrf) + (index,) for vrf, index in members)
+    return [(base + (column,) + key, value) for column, value in columns.items() for key in keys]
