@@ -1,14 +1,17 @@
-// The router model: VRFs, interfaces, addresses and memberships as the platform services see them. One source (a
-// file, the kernel) feeds it; services observe it.
+// The router model: VRFs, interfaces, addresses and memberships as the platform services see them. One source
+// (a file, the kernel) feeds it; services observe it.
 //
-// Names: a VRF name has 1 to 31 octets (the bound of RFC 4382's MplsL3VpnName) without NUL, an interface name 1 to
+// Names: a VRF name has 1 to 31 octets (the bound of RFC 4382's MplsL3VpnName) without NUL, an interface name
+// 1 to
 // 63. "default" is the routing context of every interface that is in no VRF; it always exists, with id 1.
-// Identity: a VRF's id and table ids are the source's and stable across restarts; an interface's handle is the
-// model's own and stable while the interface exists; its index is the host's ifIndex.
+// Identity: a VRF's id and table ids are the source's and stable across restarts; an interface's handle is
+// the model's own and stable while the interface exists; its index is the host's ifIndex.
 //
-// A membership may name a VRF that does not exist (yet); deleting a VRF leaves the memberships that name it. Every
-// change is checked first, made completely or not at all, and told to every observer before the call returns.
-// Observers must not change the model from inside a call. Main thread only.
+// A membership may name a VRF that does not exist (yet); deleting a VRF leaves the memberships that name it.
+// Every change is checked first, made completely or not at all, and told to every observer before the call
+// returns. Observers and visitors must not change the model from inside a call: it refuses with
+// kStatusDeadlock. Main thread only. Every change is a fault point, "router_" and its name
+// ("router_create_vrf").
 #pragma once
 
 #include <array>
@@ -30,6 +33,15 @@ inline constexpr std::size_t kVrfNameMax = 31;
 inline constexpr std::size_t kInterfaceNameMax = 63;
 inline constexpr std::uint32_t kVrfFlagBig = 0x2;  // a VRF of many routes
 
+// The order of names everywhere below the router model: shorter names first, names of one length octet by
+// octet. It is the order of the MIB's indexes (a length, then the octets; RFC 2578 section 7.7).
+struct ShorterFirst {
+  using is_transparent = void;
+  bool operator()(std::string_view left, std::string_view right) const {
+    return left.size() != right.size() ? left.size() < right.size() : left < right;
+  }
+};
+
 enum class Family : std::uint8_t { kIpv4 = 1, kIpv6 = 2 };
 
 struct Address {
@@ -48,7 +60,8 @@ struct Vrf {
   std::uint32_t ipv6_multicast_table = 0;
   std::uint32_t flags = 0;
   std::string description;
-  std::string rd;                // route distinguisher as text; empty when none
+  std::string rd;  // route distinguisher as text; empty when none
+  bool operator==(const Vrf&) const = default;
 };
 
 struct Interface {
@@ -57,8 +70,9 @@ struct Interface {
   std::string name;
   std::string description;
   std::string vrf{kDefaultVrf};
-  bool up = false;                  // operationally up
-  std::vector<Address> addresses;   // in the source's order; the first of a family is its primary one
+  bool up = false;                 // operationally up
+  std::vector<Address> addresses;  // in the source's order; the first of a family is its primary one
+  bool operator==(const Interface&) const = default;
 };
 
 // What is told of a change. `before` is the state before it; references are valid during the call only.
@@ -68,12 +82,13 @@ class Observer {
   virtual void vrf_created(const Vrf&) {}
   virtual void vrf_changed(const Vrf& /*before*/, const Vrf& /*now*/) {}
   virtual void vrf_deleted(const Vrf&) {}
-  virtual void vrf_referenced(const std::string& /*name*/) {}    // named without being created
-  virtual void vrf_unreferenced(const std::string& /*name*/) {}
+  virtual void vrf_referenced(const std::string& /*name*/) {}    // named by configuration and not created
+  virtual void vrf_unreferenced(const std::string& /*name*/) {}  // no longer named, and not created either
   virtual void interface_added(const Interface&) {}              // already with its membership
-  virtual void interface_changed(const Interface& /*before*/, const Interface& /*now*/) {}  // not the membership
-  virtual void interface_moved(const Interface& /*now*/, const std::string& /*from*/) {}    // the membership
-  virtual void interface_removed(const Interface&) {}            // still with its membership
+  virtual void interface_changed(const Interface& /*before*/, const Interface& /*now*/) {
+  }  // not the membership
+  virtual void interface_moved(const Interface& /*now*/, const std::string& /*from*/) {}  // the membership
+  virtual void interface_removed(const Interface&) {}  // still with its membership
 };
 
 // Observers are told in this order on creation and additions, in the reverse order on deletions, removals and
@@ -90,24 +105,29 @@ class Router {
   void observe(ObserverRank rank, Observer* observer);
   void stop_observing(Observer* observer);
 
-  // kStatusExists (name or id taken), kStatusInvalid (name, id 0, or "default").
+  // kStatusExists (name or id taken; "default" has id 1), kStatusInvalid (name, id 0, or "default").
   [[nodiscard]] Status create_vrf(const Vrf& vrf);
   // Replaces everything but name and id. kStatusNoSuchRow, kStatusInvalid ("default" may change).
+  // No notification when nothing differs.
   [[nodiscard]] Status change_vrf(const Vrf& vrf);
   [[nodiscard]] Status delete_vrf(std::string_view name);
-  // A VRF that is named by configuration only: services hold a forward reference for it. Ends when it is taken
-  // back; a reference to a VRF that exists is allowed and outlives it.
+  // A VRF that is named by configuration only: services hold a forward reference for it. Ends when it is
+  // taken back; a reference to a VRF that exists is allowed and outlives it (observers hear of references to
+  // VRFs that do not exist only: a VRF deleted under a reference is told as vrf_deleted, and is_referenced()
+  // says the rest). References are not counted: kStatusExists for a second one, kStatusNoSuchRow for taking
+  // back what is not there, kStatusInvalid for a bad name or "default".
   [[nodiscard]] Status reference_vrf(std::string_view name);
   [[nodiscard]] Status unreference_vrf(std::string_view name);
 
   // The handle field is ignored; the new handle is written to *handle when not null. kStatusExists (name or
-  // index taken), kStatusInvalid (name, index or VRF name).
+  // index taken), kStatusInvalid (name, index, VRF name or an address).
   [[nodiscard]] Status add_interface(const Interface& interface, std::uint32_t* handle = nullptr);
   // Replaces everything but handle and membership (also the name and the index). One notification, none when
-  // nothing differs.
+  // nothing differs. kStatusNoSuchRow for an unknown handle, else as for add_interface.
   [[nodiscard]] Status change_interface(const Interface& interface);
   [[nodiscard]] Status remove_interface(std::uint32_t handle);
-  // Joins `vrf`, leaving the one it was in; kDefaultVrf leaves only. No notification when it is there already.
+  // Joins `vrf`, leaving the one it was in; kDefaultVrf leaves only. No notification when it is there
+  // already.
   [[nodiscard]] Status move_interface(std::uint32_t handle, std::string_view vrf);
 
   const Vrf* find_vrf(std::string_view name) const;
@@ -117,9 +137,9 @@ class Router {
   const Interface* find_interface_by_name(std::string_view name) const;
   const Interface* find_interface_by_index(std::uint32_t index) const;
 
-  std::size_t vrf_count() const;        // without "default"
+  std::size_t vrf_count() const;  // without "default"
   std::size_t interface_count() const;
-  // In name order; "default" is included in for_each_vrf. The function must not change the model.
+  // In name order (ShorterFirst); "default" is included in for_each_vrf.
   void for_each_vrf(const std::function<void(const Vrf&)>& visit) const;
   void for_each_reference(const std::function<void(const std::string&)>& visit) const;
   // In handle order (the order of addition).
@@ -133,6 +153,9 @@ class Router {
 // "10.0.0.1/24" or "2001:db8::1/64" (the length is optional: 32 or 128). False when the text is neither.
 bool parse_address(std::string_view text, Address* address);
 std::string format_address(const Address& address);
+// Network order with a plausible length: at most 32 and no octet but the first four for IPv4, at most 128 for
+// IPv6.
+bool valid_address(const Address& address);
 bool valid_vrf_name(std::string_view name);
 bool valid_interface_name(std::string_view name);
 

@@ -1,0 +1,66 @@
+// What a router::Router holds, shared by the sources that implement it.
+//
+// VRFs and interfaces sit in the nodes of ordered maps, so that references stay good while others come and
+// go; the further look-ups point into them. The name index of interfaces borrows its keys from the interfaces
+// themselves: an entry is taken out before its name changes.
+#pragma once
+
+#include <set>
+#include <utility>
+
+#include "platform/base/fault.h"
+#include "platform/router/router.h"
+
+namespace router {
+
+struct Router::State {
+  std::map<std::string, Vrf, ShorterFirst> vrfs;  // with "default"
+  std::unordered_map<std::uint32_t, Vrf*> vrfs_by_id;
+  std::set<std::string, ShorterFirst> references;
+
+  std::map<std::uint32_t, Interface> interfaces;  // by handle
+  std::unordered_map<std::string_view, Interface*> interfaces_by_name;
+  std::unordered_map<std::uint32_t, Interface*> interfaces_by_index;
+  std::uint32_t last_handle = 0;
+
+  std::vector<std::pair<ObserverRank, Observer*>> observers;  // by rank, then in the order they came
+  unsigned busy = 0;                                          // > 0 while observers or visitors run
+
+  // Every change begins with this: its fault point, and the refusal of changes from inside a notification.
+  Status may_change(const char* operation) const {
+    if (Status status = fault_check(operation)) return status;
+    return busy > 0 ? kStatusDeadlock : kStatusOk;
+  }
+
+  // While it lives, changes are refused.
+  class Busy {
+   public:
+    explicit Busy(State* state) : state_(state) { ++state_->busy; }
+    ~Busy() { --state_->busy; }
+    Busy(const Busy&) = delete;
+    Busy& operator=(const Busy&) = delete;
+
+   private:
+    State* state_;
+  };
+
+  template <typename Tell>
+  void tell_up(Tell tell) {  // records first
+    const Busy guard(this);
+    for (const auto& [rank, observer] : observers) tell(*observer);
+  }
+
+  template <typename Tell>
+  void tell_down(Tell tell) {  // records last
+    const Busy guard(this);
+    for (auto entry = observers.rbegin(); entry != observers.rend(); ++entry) tell(*entry->second);
+  }
+
+  template <typename Map, typename Visit>
+  void visit_all(const Map& map, const Visit& visit) {
+    const Busy guard(this);
+    for (const auto& [key, value] : map) visit(value);
+  }
+};
+
+}  // namespace router
