@@ -1,0 +1,41 @@
+// The router from a file (router_file.h says how it is written): loaded once, loaded again whenever the file
+// changes, and changed in between by the action "router" (router_action.h), as an operator changes a router.
+//
+// A file with a mistake changes nothing: the router stays what it was. What the action changed lasts until
+// the next load. Main thread.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+#include "platform/router/router.h"
+#include "sources/file/folder_watch.h"
+#include "sources/file/router_action.h"
+
+class FileSource {
+ public:
+  // The model must outlive the source, and nothing else may feed it.
+  FileSource(router::Router* model, std::string path);
+  ~FileSource();
+  FileSource(const FileSource&) = delete;
+  FileSource& operator=(const FileSource&) = delete;
+
+  // Reads the file and brings the model to it. In *error, on failure: "FILE:LINE:COLUMN: what" for a mistake
+  // in the file (kStatusInvalid), "FILE: what" for a file that cannot be read (its errno) or a change that
+  // the model refuses. Fault point "file_source_load".
+  [[nodiscard]] Status load(std::string* error);
+  // From here the file is watched and the action is there. The manager must outlive the source. kStatusExists
+  // when it was started before. Fault point "file_source_start".
+  [[nodiscard]] Status start(EventManager* manager);
+
+ private:
+  Status reload(std::string* text);
+  void file_changed();
+
+  router::Router* model_;
+  std::string path_;
+  RouterAction action_;
+  std::unique_ptr<FolderWatch> watch_;
+};

@@ -1,0 +1,116 @@
+// The command "show" of the action "router". An answer is bounded: of a large router the first VRFs and
+// interfaces are shown and the rest is counted; one VRF's interfaces are bounded in the same way.
+#include <string>
+
+#include "sources/file/router_commands.h"
+
+namespace {
+
+constexpr std::size_t kShownMost = 1000;  // lines of one kind
+
+using router::Interface;
+using router::Router;
+using router::Vrf;
+
+std::string vrf_line(const Vrf& vrf) {
+  std::string line = "vrf " + vrf.name + " id " + std::to_string(vrf.id);
+  const auto table = [&](const char* family, std::uint32_t number) {
+    if (number != 0) line += std::string(" ") + family + " " + std::to_string(number);
+  };
+  table("ipv4-table", vrf.ipv4_table);
+  table("ipv6-table", vrf.ipv6_table);
+  table("ipv4-multicast-table", vrf.ipv4_multicast_table);
+  table("ipv6-multicast-table", vrf.ipv6_multicast_table);
+  if (!vrf.rd.empty()) line += " rd " + vrf.rd;
+  if ((vrf.flags & router::kVrfFlagBig) != 0) line += " big";
+  if (!vrf.description.empty()) line += " description \"" + vrf.description + "\"";
+  return line;
+}
+
+std::string interface_line(const Router& model, const Interface& interface) {
+  std::string line = "interface " + interface.name + " index " + std::to_string(interface.index) +
+                     (interface.up ? " up" : " down") + " vrf " + interface.vrf;
+  if (model.find_vrf(interface.vrf) == nullptr) line += " (no such VRF)";
+  for (const router::Address& address : interface.addresses) line += " " + router::format_address(address);
+  if (!interface.description.empty()) line += " description \"" + interface.description + "\"";
+  return line;
+}
+
+// Lines of one kind, the first kShownMost of them.
+class Lines {
+ public:
+  Lines(std::string* text, const char* kind) : text_(text), kind_(kind) {}
+  ~Lines() {
+    if (count_ > kShownMost) add("... and " + std::to_string(count_ - kShownMost) + " more " + kind_);
+  }
+  Lines(const Lines&) = delete;
+  Lines& operator=(const Lines&) = delete;
+
+  template <typename Make>
+  void next(Make make) {
+    if (++count_ <= kShownMost) add(make());
+  }
+
+ private:
+  void add(const std::string& line) {
+    if (!text_->empty()) *text_ += '\n';
+    *text_ += line;
+  }
+
+  std::string* text_;
+  const char* kind_;
+  std::size_t count_ = 0;
+};
+
+void show_interfaces(const Router& model, const std::string* vrf, std::string* text) {
+  Lines lines(text, "interfaces");
+  model.for_each_interface([&](const Interface& interface) {
+    if (vrf == nullptr || interface.vrf == *vrf) lines.next([&] { return interface_line(model, interface); });
+  });
+}
+
+void show_vrfs(const Router& model, std::string* text) {
+  Lines lines(text, "VRFs");
+  model.for_each_vrf([&](const Vrf& vrf) {
+    if (vrf.name != router::kDefaultVrf) lines.next([&] { return vrf_line(vrf); });
+  });
+}
+
+void show_references(const Router& model, std::string* text) {
+  Lines lines(text, "VRFs that are only named");
+  model.for_each_reference(
+      [&](const std::string& name) { lines.next([&] { return "vrf " + name + " referenced"; }); });
+}
+
+void show_everything(const Router& model, std::string* text) {
+  *text =
+      std::to_string(model.vrf_count()) + " VRFs, " + std::to_string(model.interface_count()) + " interfaces";
+  show_vrfs(model, text);
+  show_references(model, text);
+  show_interfaces(model, nullptr, text);
+}
+
+}  // namespace
+
+Status router_show(const RouterCommandContext& context) {
+  const Router& model = *context.model;
+  if (context.arguments.empty()) {
+    show_everything(model, context.text);
+    return kStatusOk;
+  }
+  const std::string& name = context.arguments[0];
+  const Vrf* vrf = model.find_vrf(name);
+  const Interface* interface = model.find_interface_by_name(name);
+  if (vrf != nullptr) {
+    *context.text = vrf_line(*vrf);
+    show_interfaces(model, &vrf->name, context.text);
+  }
+  if (vrf == nullptr && model.is_referenced(name)) *context.text = "vrf " + name + " referenced";
+  if (interface != nullptr) {
+    if (!context.text->empty()) *context.text += '\n';
+    *context.text += interface_line(model, *interface);
+  }
+  if (!context.text->empty()) return kStatusOk;
+  *context.text = "there is no VRF and no interface \"" + name + "\"";
+  return kStatusNoSuchRow;
+}
