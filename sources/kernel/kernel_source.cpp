@@ -1,0 +1,396 @@
+// The kernel source's life on the event loop (see kernel_source.h).
+//
+//   events --> mirror --(settle)--> reconciler --> router model
+//   dump  ---/
+//
+// Listening begins before the first dump, so nothing falls between the two; events that are older than the
+// dump are applied after it all the same. Each says how its object was at that time and the last one how it
+// is, so the mirror is right when the queue has been read to its end.
+//
+// Settling. One command is often several messages: a link that is up and enslaved is announced with its new
+// master, then as down, then as up; a move is a leave and a join of this kind. The mirror follows at once,
+// but the model is told when `settle` has passed since the first change and the queue is empty, so that
+// observers see one move and no flap that nobody made. A true flap shorter than that is not seen either; a
+// queue that does not run empty delays the model by at most kMaxPostponements periods.
+//
+// Losses. When the kernel could not queue an event (ENOBUFS) everything is read again, at once the first
+// time, then every `retry` while losses go on. Until that reading is complete the model waits, within the
+// same bound. A reading is done in small steps between other work; the events that arrive meanwhile go into
+// the mirror and into a log, which is applied to what was read before that replaces the mirror. A disturbed
+// reading only adds and corrects: what it did not see is taken away by the next undisturbed one.
+//
+// Limits: the log holds kMaxLoggedEvents; past that it counts as a loss.
+#include "sources/kernel/kernel_source.h"
+
+#include <linux/rtnetlink.h>
+#include <poll.h>
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/base/clock.h"
+#include "platform/base/log.h"
+#include "sources/kernel/dump.h"
+#include "sources/kernel/reconcile.h"
+
+namespace {
+
+constexpr unsigned kLoadAttempts = 5;
+constexpr int kLoadPatienceMs = 2000;  // without an answer, per datagram and attempt
+constexpr unsigned kMaxPostponements = 10;
+constexpr std::size_t kMaxLoggedEvents = 100'000;
+
+}  // namespace
+
+struct KernelSource::State {
+  State(router::Router* model, const KernelSourceSettings& wanted) : settings(wanted), reconciler(model) {}
+  ~State() { stop(); }
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  Status open_events();
+  Status load_once(std::string* error);
+  void reconcile();
+
+  Status listen();
+  void stop();
+  void read_events();
+  void take_event_datagram(std::span<const std::uint8_t> datagram);
+  void events_failed();
+  void reopen_events();
+  void schedule_settling();
+  void settle();
+
+  void lost_events();
+  void schedule_reread(std::uint64_t delay);
+  void begin_dump();
+  void continue_dump();
+  void end_dump();
+  void dump_failed(Status status);
+  void finish_dump();
+  void adopt_dump(kernel::Dump* finished);
+  unsigned dump_batch() const { return std::max(1U, settings.batch / 8); }
+
+  const KernelSourceSettings settings;
+  kernel::NetlinkSocket events;
+  kernel::Mirror mirror;
+  kernel::Reconciler reconciler;
+  kernel::Dump dump;
+  std::vector<kernel::Event> log;      // events since the running dump began
+  std::vector<kernel::Event> scratch;  // of one datagram
+
+  EventManager* manager = nullptr;
+  EventTimerId settle_timer = 0;
+  EventTimerId reread_timer = 0;
+  EventTimerId reopen_timer = 0;
+  std::uint64_t last_dump_began = 0;  // clock_monotonic()
+  unsigned postponements = 0;
+  bool drained = true;        // the event queue was empty when last read
+  bool mirror_stale = false;  // events were lost and no dump that began afterwards has been completed
+  bool reread_soon = false;   // something during the running dump asks for another one
+  KernelSourceCounters counters;
+};
+
+Status KernelSource::State::open_events() {
+  Status status = events.open();
+  if (status == kStatusOk) {
+    status = events.set_receive_buffer(settings.receive_buffer);
+  }
+  for (const int group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR}) {
+    if (status == kStatusOk) {
+      status = events.join(group);
+    }
+  }
+  if (status != kStatusOk) {
+    events.close();
+  }
+  return status;
+}
+
+Status KernelSource::State::load_once(std::string* error) {
+  kernel::Dump once;
+  if (Status status = once.begin()) {
+    *error = std::string("rtnetlink request: ") + err_text(status);
+    return status;
+  }
+  for (;;) {
+    switch (once.step(dump_batch())) {
+      case kernel::Dump::Progress::kComplete:
+        adopt_dump(&once);
+        return kStatusOk;
+      case kernel::Dump::Progress::kFailed:
+        *error = std::string("rtnetlink dump: ") + err_text(once.error());
+        return once.error();
+      case kernel::Dump::Progress::kMore:
+        break;
+      case kernel::Dump::Progress::kWaiting:
+        pollfd waiting{once.fd(), POLLIN, 0};
+        if (poll(&waiting, 1, kLoadPatienceMs) == 0) {
+          *error = "rtnetlink dump: the kernel does not answer";
+          return kStatusTimedOut;
+        }
+    }
+  }
+}
+
+void KernelSource::State::reconcile() {
+  postponements = 0;
+  reconciler.run(mirror, mirror.take_changes());
+  counters.refused = reconciler.refused();
+  if (mirror.names_in_doubt() && !dump.running()) {
+    schedule_reread(settings.retry);
+  }
+}
+
+Status KernelSource::State::listen() {
+  return event_fd_add(manager, events.fd(), EPOLLIN, [this](int, std::uint32_t) { read_events(); });
+}
+
+void KernelSource::State::stop() {
+  if (manager == nullptr) {
+    return;
+  }
+  if (events.is_open()) {
+    event_fd_remove(manager, events.fd());
+  }
+  if (dump.running()) {
+    end_dump();
+  }
+  for (const EventTimerId timer : {settle_timer, reread_timer, reopen_timer}) {
+    if (timer != 0) {
+      event_timer_cancel(manager, timer);
+    }
+  }
+  manager = nullptr;
+}
+
+void KernelSource::State::read_events() {
+  drained = false;
+  for (unsigned count = 0; count < settings.batch && !drained && events.is_open(); ++count) {
+    std::span<const std::uint8_t> datagram;
+    switch (events.receive(&datagram)) {
+      case kernel::Received::kDatagram:
+        take_event_datagram(datagram);
+        break;
+      case kernel::Received::kNothing:
+        drained = true;
+        break;
+      case kernel::Received::kLost:
+        lost_events();
+        break;
+      case kernel::Received::kFailed:
+        events_failed();
+        break;
+    }
+  }
+  if (mirror.changed()) {
+    schedule_settling();
+  }
+}
+
+void KernelSource::State::take_event_datagram(std::span<const std::uint8_t> datagram) {
+  ++counters.datagrams;
+  scratch.clear();
+  counters.malformed += kernel::parse_datagram(datagram, &scratch).malformed;
+  for (kernel::Event& event : scratch) {
+    mirror.apply(event);
+    if (dump.running()) {
+      log.push_back(std::move(event));
+    }
+  }
+  if (log.size() > kMaxLoggedEvents) {
+    log.clear();
+    lost_events();
+  }
+}
+
+// A socket that fails to receive is replaced; what it would have told is read again.
+void KernelSource::State::events_failed() {
+  ++counters.failures;
+  log_line("kernel: receiving events: %s", err_text(static_cast<Status>(errno)));
+  event_fd_remove(manager, events.fd());
+  events.close();
+  mirror_stale = true;
+  reopen_timer = event_timer_start(manager, settings.retry, [this] { reopen_events(); });
+}
+
+void KernelSource::State::reopen_events() {
+  reopen_timer = 0;
+  Status status = open_events();
+  if (status == kStatusOk) {
+    status = listen();
+  }
+  if (status != kStatusOk) {
+    ++counters.failures;
+    log_line("kernel: listening for events: %s", err_text(status));
+    events.close();
+    reopen_timer = event_timer_start(manager, settings.retry, [this] { reopen_events(); });
+    return;
+  }
+  lost_events();
+}
+
+void KernelSource::State::schedule_settling() {
+  if (settle_timer == 0 && manager != nullptr) {
+    settle_timer = event_timer_start(manager, settings.settle, [this] { settle(); });
+  }
+}
+
+void KernelSource::State::settle() {
+  settle_timer = 0;
+  if (events.is_open()) {
+    read_events();  // what has arrived meanwhile is of the same burst
+  }
+  if ((!drained || mirror_stale) && postponements < kMaxPostponements) {
+    ++postponements;
+    schedule_settling();
+    return;
+  }
+  if (settle_timer != 0) {
+    event_timer_cancel(manager, std::exchange(settle_timer, 0));
+  }
+  reconcile();
+}
+
+void KernelSource::State::lost_events() {
+  ++counters.losses;
+  mirror_stale = true;
+  if (dump.running()) {
+    reread_soon = true;
+    return;
+  }
+  const std::uint64_t now = clock_monotonic();
+  const std::uint64_t earliest = last_dump_began + settings.retry;
+  schedule_reread(last_dump_began == 0 || now >= earliest ? 0 : earliest - now);
+}
+
+void KernelSource::State::schedule_reread(std::uint64_t delay) {
+  if (manager == nullptr) {
+    return;
+  }
+  if (reread_timer != 0) {
+    event_timer_cancel(manager, reread_timer);
+  }
+  reread_timer = event_timer_start(manager, delay, [this] { begin_dump(); });
+}
+
+void KernelSource::State::begin_dump() {
+  reread_timer = 0;
+  last_dump_began = clock_monotonic();
+  reread_soon = false;
+  log.clear();
+  Status status = dump.begin();
+  if (status == kStatusOk) {
+    status = event_fd_add(manager, dump.fd(), EPOLLIN, [this](int, std::uint32_t) { continue_dump(); });
+  }
+  if (status != kStatusOk) {
+    dump.close();
+    dump_failed(status);
+  }
+}
+
+void KernelSource::State::end_dump() {
+  event_fd_remove(manager, dump.fd());
+  dump.close();
+}
+
+void KernelSource::State::continue_dump() {
+  switch (dump.step(dump_batch())) {
+    case kernel::Dump::Progress::kMore:
+    case kernel::Dump::Progress::kWaiting:
+      return;
+    case kernel::Dump::Progress::kComplete:
+      end_dump();
+      finish_dump();
+      return;
+    case kernel::Dump::Progress::kFailed:
+      end_dump();
+      dump_failed(dump.error());
+      return;
+  }
+}
+
+void KernelSource::State::dump_failed(Status status) {
+  ++counters.failures;
+  log_line("kernel: reading links and addresses: %s", err_text(status));
+  log.clear();
+  schedule_reread(settings.retry);
+}
+
+void KernelSource::State::finish_dump() {
+  adopt_dump(&dump);
+  schedule_reread(reread_soon ? settings.retry : settings.reread);
+  if (mirror.changed()) {
+    schedule_settling();
+  }
+}
+
+void KernelSource::State::adopt_dump(kernel::Dump* finished) {
+  ++counters.dumps;
+  counters.malformed += finished->malformed();
+  kernel::Mirror seen = finished->take();
+  for (const kernel::Event& event : std::exchange(log, {})) {
+    seen.apply(event);
+  }
+  if (finished->disturbed()) {
+    ++counters.disturbed_dumps;
+    reread_soon = true;
+    mirror.merge(seen);
+    return;
+  }
+  mirror.replace(std::move(seen));
+  mirror_stale = reread_soon;
+}
+
+KernelSource::KernelSource(router::Router* model, const KernelSourceSettings& settings)
+    : state_(std::make_unique<State>(model, settings)) {}
+
+KernelSource::~KernelSource() = default;
+
+Status KernelSource::load(std::string* error) {
+  if (!state_->events.is_open()) {
+    if (Status status = state_->open_events()) {
+      *error = std::string("rtnetlink socket: ") + err_text(status);
+      return status;
+    }
+  }
+  if (state_->dump.running()) {  // its log must not serve two readings
+    state_->end_dump();
+    state_->schedule_reread(state_->settings.reread);
+  }
+  for (unsigned attempt = 0; attempt < kLoadAttempts; ++attempt) {
+    state_->reread_soon = false;
+    if (Status status = state_->load_once(error)) {
+      return status;
+    }
+    if (!state_->reread_soon) {
+      break;
+    }
+  }
+  state_->reconcile();
+  return kStatusOk;
+}
+
+Status KernelSource::start(EventManager* manager) {
+  state_->manager = manager;
+  if (Status status = state_->listen()) {
+    state_->manager = nullptr;
+    return status;
+  }
+  state_->schedule_reread(state_->reread_soon ? state_->settings.retry : state_->settings.reread);
+  return kStatusOk;
+}
+
+KernelSourceCounters KernelSource::counters() const {
+  return state_->counters;
+}
+
+bool KernelSource::settled() const {
+  const State& state = *state_;
+  return state.drained && !state.mirror.changed() && !state.dump.running() && !state.mirror_stale;
+}
