@@ -1,0 +1,20 @@
+// The daemon's place in the data store: provider of "/oper/mpls_vpn/gl/", subscriber of the configuration
+// that it tracks.
+#pragma once
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+#include "platform/kvtree/kvtree.h"
+
+// The provider's connection; null until it is bound. Notifications of the daemon are sent on it.
+extern KvConnection* prov_kvtree_conn_h;
+
+// Registers provider, subscriptions, membership client and record descriptions. What exists already is
+// replayed to the handlers before this returns, with backend_scan_in_progress set. 0, or the code of the
+// first registration that failed; those before it stay. kStatusUnavailable when the data store's library
+// cannot be read. Once, on the main thread, after every database exists.
+[[nodiscard]] Status mpls_vpn_mib_prov_init(EventManager* evm);
+
+// Unbinds everything and forgets that the data store's library was found. For tests that start the daemon
+// again.
+void mpls_vpn_mib_prov_end();

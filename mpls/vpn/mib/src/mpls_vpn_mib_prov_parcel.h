@@ -1,0 +1,11 @@
+// Encoding of a filled record into a reply; the last step of every get handler.
+#pragma once
+
+#include "platform/base/status.h"
+#include "platform/kvtree/kvtree.h"
+#include "platform/parcel/parcel.h"
+
+// Encodes `record` by `description` into the reply (kind kKvKindRecord, a buffer that the data store frees)
+// and releases the record's indirections, whether or not the encoding succeeded. 0, or the encoding's status
+// with the reply as it was.
+[[nodiscard]] Status prov_encode_parcel(KvReply* reply, void* record, const ParcelDescription* description);

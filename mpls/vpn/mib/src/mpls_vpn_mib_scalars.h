@@ -1,0 +1,9 @@
+// The scalar group of the MIB (RFC 4382, mplsL3VpnScalars).
+#pragma once
+
+#include "platform/base/status.h"
+#include "platform/kvtree/kvtree.h"
+
+// Get handler of "scalars": a mpls_vpn_mib_scalars record. The encoding's status. Takes no arguments. Main
+// thread.
+Status mpls_vpn_mib_prov_get_scalars(KvReply* reply, const RequestArgs* args);

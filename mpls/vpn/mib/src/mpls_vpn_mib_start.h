@@ -1,0 +1,28 @@
+// The process frame: start-up and the two event loops.
+#pragma once
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+
+// Starts the daemon and serves events for ever. Returns only when start-up failed, with the exit status: 1.
+// Must be called on the process's first thread, once. argv[0] must live on (the system log's identity).
+int mpls_vpn_mib_main(int argc, char** argv);
+
+// The main thread's loop. Never returns.
+[[noreturn]] void main_event_loop();
+// Start routine of the second thread. Never returns.
+void* debug_show_thread(void* arg);
+
+// One turn of each loop: waits for an event and dispatches it, or reports why the wait failed.
+void main_event_step(EventContext* context);
+void debug_show_step(EventContext* context);
+
+// What the "debug and show" thread does after a wait that answered `rc` with this errno.
+enum class WaitOutcome { kDispatch, kWaitAgain, kReport };
+WaitOutcome debug_show_wait_outcome(int rc, int error);
+
+// The start-up tables: called in order, ended by null.
+using ServerInit = Status (*)();
+using ServerInitEvm = Status (*)(EventManager*);
+extern const ServerInit server_init[];
+extern const ServerInitEvm server_init_evm[];
