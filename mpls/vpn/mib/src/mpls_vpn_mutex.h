@@ -18,12 +18,13 @@ class MPLS_CAPABILITY("mutex") MplsVpnMutex;
 extern MplsVpnMutex mpls_vpn_mutex;
 
 // True with the mutex held. False, after the print "Error (%s): pthread mutex lock failed" (the caller's
-// name, under `area`) and an error trace record, when it could not be taken: held by this thread already, or
-// a fault point "pthread_mutex_lock". A mutex whose owner died is made consistent and taken; when that fails
-// the process aborts ("retcode == EOK").
-[[nodiscard]] bool mpls_vpn_mutex_lock(const char* function, MplsVpnDebugArea area)
+// name, under `area`) and an error trace record, when it could not be taken: kStatusDeadlock because this
+// thread holds it, or what the fault point "pthread_mutex_lock" says; `why`, if not null, receives that
+// status. A mutex whose owner died is made consistent and taken; when that fails (fault point
+// "pthread_mutex_consistent") the process aborts.
+[[nodiscard]] bool mpls_vpn_mutex_lock(const char* function, MplsVpnDebugArea area, Status* why = nullptr)
     MPLS_TRY_ACQUIRE(true, mpls_vpn_mutex);
 
-// A failure (fault point "pthread_mutex_unlock", before the mutex is given back) prints
+// A failure (fault point "pthread_mutex_unlock": the mutex stays held) prints
 // "Error (%s): pthread mutex unlock failed" and is traced; the caller goes on.
 void mpls_vpn_mutex_unlock(const char* function, MplsVpnDebugArea area) MPLS_RELEASE(mpls_vpn_mutex);
