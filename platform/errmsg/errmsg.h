@@ -1,5 +1,5 @@
-// Error-message facility: messages for the system log, each from a record that names facility, category, severity
-// and mnemonic. Used where trace buffers and debug flags are not yet (or not enough) at hand.
+// Error-message facility: messages for the system log, each from a record that names facility, category,
+// severity and mnemonic. Used where trace buffers and debug flags are not yet (or not enough) at hand.
 #pragma once
 
 #include <string>
@@ -15,10 +15,10 @@ struct ErrmsgRecord {
   unsigned number;
 };
 
-// Writes "%FACILITY-CATEGORY-SEVERITY-MNEMONIC : text" to the system log and, where standard error is no journal,
-// to standard error. Any thread.
+// Writes "%FACILITY-CATEGORY-SEVERITY-MNEMONIC : text" to the system log and, where standard error is no
+// journal, to standard error. Any thread.
 void errmsg_post(const ErrmsgRecord* record, ...);
 // Opens the system log: identity (must live on), options and facility as openlog(3) takes them.
 void errmsg_open(const char* identity, int options, int facility);
-// While set, posted lines also go to *lines (without the line break). For tests; null ends it.
+// While set, every post also goes to *lines, one a line. For tests; null ends it.
 void errmsg_capture(std::string* lines);

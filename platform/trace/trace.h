@@ -1,8 +1,8 @@
 // Trace buffers: always-on records in bounded rings that outlive the process.
 //
 // A buffer is a file RUN_DIRECTORY/trace/NAME ('/' becomes '.') mapped into memory: a header, then a ring of
-// fixed-size entries. Writing is a few stores, from any thread; readers (trace_read, `mplsvpn trace`) map the file
-// read-only, while the process runs or after it died, and skip an entry that is being overwritten.
+// fixed-size entries. Writing is a few stores, from any thread; readers (trace_read, `mplsvpn trace`) map the
+// file read-only, while the process runs or after it died, and skip an entry that is being overwritten.
 #pragma once
 
 #include <cstdint>
@@ -25,18 +25,18 @@ struct TraceEntry {
   std::string text;
 };
 
-// Opens (and empties) a buffer of `size` entries. `further`, `reserved1`, `reserved2` are kept in the header for
-// readers. Names over kTraceNameMax: kStatusInvalid; a directory or file that cannot be made: its errno.
+// Opens (and empties) a buffer of `size` entries. `further`, `reserved1`, `reserved2` are kept in the header
+// for readers. Names over kTraceNameMax: kStatusInvalid; a directory or file that cannot be made: its errno.
 // Fault point "trace_open".
-[[nodiscard]] Status trace_open(const char* name, std::uint32_t size, std::uint32_t further, std::uint32_t reserved1,
-                                std::uint32_t reserved2, TraceBuffer** buffer);
+[[nodiscard]] Status trace_open(const char* name, std::uint32_t size, std::uint32_t further,
+                                std::uint32_t reserved1, std::uint32_t reserved2, TraceBuffer** buffer);
 // Unmaps; the file stays for readers. Null is allowed.
 void trace_close(TraceBuffer* buffer);
 // Never fails; a null buffer is allowed and drops the record. Any thread.
 [[gnu::format(printf, 4, 5)]] void trace_write(TraceBuffer* buffer, std::uint32_t record, Status code,
                                                const char* format, ...);
-// All entries that are whole, oldest first. kStatusNoSuchRow for an unknown buffer, kStatusBadMessage for a file
-// that is no trace buffer.
+// All entries that are whole, oldest first. kStatusNoSuchRow for an unknown buffer, kStatusBadMessage for a
+// file that is no trace buffer.
 [[nodiscard]] Status trace_read(const std::string& run_directory, const std::string& name,
                                 std::vector<TraceEntry>* entries);
 // The names of the buffers below this run directory, sorted.
