@@ -118,7 +118,9 @@ struct Limits {
 
 class Server;
 
-// One client. Owned by its Server; a reference is valid until the server's close handler has returned for it.
+// One client. Owned by its Server; a reference is valid until the server's close handler has returned for it,
+// and inside a message handler until that handler returns. A client that ends its own sending side still gets
+// the answers to what it had sent.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   Connection(Server* server, int fd, std::uint64_t id);
@@ -140,26 +142,27 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // in between.
   Writer begin(std::uint16_t type, std::uint32_t request);
   void finish();
-  // Closes with a logged reason. What was not sent yet is lost. Harmless when it is closed already.
+  // Closes; the reason is logged, null for an end that is nobody's fault. What was not sent yet is lost.
+  // Harmless when it is closed already.
   void close(const char* reason);
 
  private:
   friend class Server;
   void on_event(std::uint32_t events);
+  void proceed();
   bool fill();
-  void handle_messages();
+  bool has_message() const;
+  bool handle_next();
   void refuse(Status status);
-  void flush();
   void write_queue();
   void watch();
   bool paused() const;
-  void count_sent(std::size_t octets);
 
   Server* server_;
   int fd_;
   std::uint64_t id_;
   std::uint32_t watched_ = 0;   // epoll events asked for
-  bool handling_ = false;       // inside handle_messages
+  bool handling_ = false;       // what is queued now goes out after the messages at hand
   bool continuing_ = false;     // a posted continuation is under way
   bool peer_finished_ = false;  // the peer will send nothing more
   Octets in_;
@@ -167,11 +170,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::size_t in_end_ = 0;
   Octets out_;
   std::size_t out_start_ = 0;
-  std::size_t frame_ = 0;  // of begin()
-  std::size_t unsent_messages_ = 0;
+  std::size_t frame_ = 0;            // of begin()
+  std::size_t unsent_messages_ = 0;  // since the queue was last empty
 };
 
-// Serves clients on the named socket of an event manager.
+// Serves clients on the named socket of an event manager, which must outlive it.
 class Server {
  public:
   // False closes the client ("malformed request"). The handler may close any client.
@@ -244,7 +247,7 @@ class ClientSocket {
 
  private:
   Status fail(Status status);
-  Status read_some(std::chrono::steady_clock::time_point deadline, bool first);
+  Status read_some(std::size_t needed, std::chrono::steady_clock::time_point deadline, bool block);
 
   std::size_t max_payload_;
   int fd_ = -1;
