@@ -1,15 +1,21 @@
 // Membership service: which VRFs exist and which interfaces are in which VRF.
 //
-// A client binds (its descriptor hangs up when the service goes away), builds a member database, subscribes to all
-// interfaces and all VRFs, and registers: the registering call replays what exists, VRFs first, then interfaces in
-// the order they joined; changes after that arrive through the event manager, in the order they happened, in
-// bounded batches. An interface that is in no VRF is not announced. A move is a Delete for the old VRF, then an
-// Update for the new one. VRFs that are only named are not announced.
+// A client binds (its descriptor hangs up when the service goes away), builds a member database, subscribes
+// to all interfaces and all VRFs, and registers: the registering call replays what exists, VRFs first, then
+// interfaces in the order they joined; changes after that arrive through the event manager, in the order they
+// happened, in bounded batches. An interface that is in no VRF is not announced, nor is the VRF "default". A
+// move is a Delete for the old VRF, then an Update for the new one. VRFs that are only named are not
+// announced. An item is announced again when what it says has changed: an interface under a new name or
+// index, the members of a VRF that was created or deleted (their vrf_id), a VRF with other flags. An item
+// says what was true when the change happened, whatever has become of it when it is delivered.
 //
-// The connection can drop and come back (vmap_service_restart). What a client was told and what has gone meanwhile
-// is announced as deleted by the next registration, before what exists, so that no client keeps a ghost.
+// The connection can drop and come back (vmap_service_stop, vmap_service_start). What a client was told and
+// what has gone meanwhile is announced as deleted by the next registration, before what exists, so that no
+// client keeps a ghost: interfaces in handle order, then VRFs in name order. A VRF that was deleted and
+// created again meanwhile is another VRF, and is announced as deleted first. Changes that were not delivered
+// when the connection dropped are forgotten; the next registration makes up for them.
 //
-// Fault points are named after the operations. Main thread only.
+// Fault points are named after the operations. kStatusInvalid for null arguments. Main thread only.
 #pragma once
 
 #include <cstdint>
@@ -39,28 +45,44 @@ struct VmapIntfItem {
   void* attr;
 };
 
+// Called with the client when the service drops its connection; the result is not used.
 using VmapLibraryCallback = int (*)(void* argument);
 using VmapVrfCallback = void (*)(VmapMemberDatabase*, VmapEvent, const VmapVrfItem*);
 using VmapIntfCallback = void (*)(VmapMemberDatabase*, VmapEvent, const VmapIntfItem*);
 
-void vmap_attach(router::Router* model);  // called once by the process; null takes the model away
+// The model that the service speaks of; called once by the process. Null takes it away and drops every
+// connection.
+void vmap_attach(router::Router* model);
 
-[[nodiscard]] Status vmap_c_lib_init(const char* client_name, EventManager* manager, VmapLibraryCallback callback,
-                                     VmapClient** client);
-void vmap_c_lib_end(VmapClient* client);  // for tests that start the daemon again
+[[nodiscard]] Status vmap_c_lib_init(const char* client_name, EventManager* manager,
+                                     VmapLibraryCallback callback, VmapClient** client);
+// Ends the client and what it was told: a new client knows nothing. Before the event manager goes.
+void vmap_c_lib_end(VmapClient* client);
+// The descriptor belongs to the client library, which closes it in vmap_c_unbind; the caller only watches it.
+// kStatusUnavailable while the service is stopped or has no model, kStatusExists for a client that is
+// connected.
 [[nodiscard]] Status vmap_c_bind(VmapClient* client, int* fd);
 // Also releases the client's member databases that are still there.
 [[nodiscard]] Status vmap_c_unbind(VmapClient* client);
+// kStatusNotConnected for a client that is not bound or whose connection was dropped.
 [[nodiscard]] Status vmap_c_mdb_init(VmapClient* client, std::uint32_t type, VmapMemberDatabase** database);
 void vmap_c_mdb_free(VmapMemberDatabase* database);
+// `batch` is the most items that one turn of the event loop delivers; 0 means 40.
 [[nodiscard]] Status vmap_c_mdb_add_intf_all(VmapMemberDatabase* database, VmapIntfCallback callback,
                                              std::uint32_t batch);
 [[nodiscard]] Status vmap_c_mdb_add_vrf_all(VmapMemberDatabase* database, VmapVrfCallback callback);
+// Replays before it returns; *num_results is the number of items announced. kStatusNotConnected as above,
+// kStatusExists when the client has a registered member database already. A callback may unbind: nothing more
+// is announced then, and a replay ends with kStatusNotConnected.
 [[nodiscard]] Status vmap_c_notif_reg(VmapMemberDatabase* database, int* fd, std::uint32_t* num_results);
 
 // The service drops every connection and refuses new ones until told otherwise.
 void vmap_service_stop();
 void vmap_service_start();
-// True while a record of this name must not be released because a client was told of the VRF and not yet of its
-// deletion. Asked by the record service.
+
+// True while a client was told of a VRF of this name that has been deleted since, and not yet of the
+// deletion: the client may still use its record. Asked by the record service.
 bool vmap_owes_vrf_deletion(const char* vrf_name);
+// Called with the name whenever a client was told of a VRF's deletion, or ended; null ends it. How the record
+// service learns that it may look again.
+void vmap_on_vrf_deletion_told(void (*hook)(const char* vrf_name));

@@ -1,0 +1,175 @@
+// How events reach a client: the queue, the batches, the replay of a registration and what the client was
+// told.
+//
+// Live events wait in the client's queue; one function posted on the client's event manager delivers up to a
+// batch of them and posts itself again while some are left, so that requests are served in between. The
+// replay goes through the same queue but is delivered at once, inside the registering call.
+//
+// A client counts as told of an item from the moment its callback is called. A deletion is counted when the
+// callback has returned: only then may the record service release what the callback could still use.
+//
+// A callback may end the registration it is called for (unbind, free the database, stop the service). Each
+// loop remembers the registration's number and stops when it has changed.
+#include <algorithm>
+
+#include "platform/vmap/service.h"
+
+namespace vmap {
+namespace {
+
+VmapClient* find_client(std::uint64_t id) {
+  for (const auto& client : service().clients) {
+    if (client->id == id) return client.get();
+  }
+  return nullptr;
+}
+
+void call_vrf(VmapMemberDatabase* database, const Event& event) {
+  const VmapVrfItem item{event.vrf_name->c_str(), event.vrf_id, 0, event.flags, nullptr};
+  database->vrf_callback(database, event.kind, &item);
+}
+
+void call_interface(VmapMemberDatabase* database, const Event& event) {
+  const VmapIntfItem item{event.handle, event.vrf_name->c_str(), event.vrf_id, event.flags, nullptr};
+  database->intf_callback(database, event.kind, &item);
+}
+
+bool is_subscribed(const VmapMemberDatabase& database, const Event& event) {
+  return event.is_vrf ? database.vrf_callback != nullptr : database.intf_callback != nullptr;
+}
+
+void note_update(Told* told, const Event& event) {
+  if (event.is_vrf) {
+    told->vrfs[*event.vrf_name] = {event.vrf_id, event.incarnation};
+  } else {
+    told->interfaces[event.handle] = event.vrf_name;
+  }
+}
+
+void note_deletion(std::uint64_t client_id, const Event& event) {
+  if (VmapClient* client = find_client(client_id)) {  // the callback may have ended it
+    if (event.is_vrf) {
+      client->told.vrfs.erase(*event.vrf_name);
+    } else {
+      client->told.interfaces.erase(event.handle);
+    }
+  }
+  if (event.is_vrf) tell_deletion_hook(*event.vrf_name);
+}
+
+void deliver(VmapClient* client, const Event& event) {
+  VmapMemberDatabase* const database = client->registered;
+  if (!is_subscribed(*database, event)) return;
+  const std::uint64_t id = client->id;
+  if (event.kind == VmapEvent::kUpdate) note_update(&client->told, event);
+  event.is_vrf ? call_vrf(database, event) : call_interface(database, event);
+  if (event.kind == VmapEvent::kDelete) note_deletion(id, event);
+}
+
+// Delivers up to `limit` events while the registration lasts; how many.
+std::uint32_t deliver_some(std::uint64_t client_id, std::uint64_t registration, std::size_t limit) {
+  std::uint32_t delivered = 0;
+  while (delivered < limit && is_registered(client_id, registration)) {
+    VmapClient* const client = find_client(client_id);
+    if (client->queue.empty()) break;
+    const Event event = std::move(client->queue.front());
+    client->queue.pop_front();
+    deliver(client, event);
+    ++delivered;
+  }
+  return delivered;
+}
+
+void post_delivery(VmapClient* client);
+
+void run_delivery(std::uint64_t client_id, std::uint64_t registration) {
+  if (!is_registered(client_id, registration)) return;
+  deliver_some(client_id, registration, find_client(client_id)->registered->batch);
+  if (!is_registered(client_id, registration)) return;
+  VmapClient* const client = find_client(client_id);
+  client->delivery_posted = false;
+  if (!client->queue.empty()) post_delivery(client);
+}
+
+void post_delivery(VmapClient* client) {
+  if (client->delivery_posted) return;
+  client->delivery_posted = true;
+  event_post(client->manager,
+             [id = client->id, registration = client->registration] { run_delivery(id, registration); });
+}
+
+Event deletion_of(std::uint32_t handle, const SharedName& vrf_name) {
+  Event event;
+  event.kind = VmapEvent::kDelete;
+  event.handle = handle;
+  event.vrf_name = vrf_name;
+  return event;
+}
+
+Event deletion_of(const std::string& vrf_name, const ToldVrf& told) {
+  Event event;
+  event.kind = VmapEvent::kDelete;
+  event.is_vrf = true;
+  event.vrf_id = told.vrf_id;
+  event.incarnation = told.incarnation;
+  event.vrf_name = std::make_shared<const std::string>(vrf_name);
+  return event;
+}
+
+std::vector<Event> ghost_interfaces(const Told& told) {
+  std::vector<Event> events;
+  for (const auto& [handle, vrf_name] : told.interfaces) {
+    const Member* member = service().members.find(handle);
+    if (member == nullptr || *member->vrf->name != *vrf_name) events.push_back(deletion_of(handle, vrf_name));
+  }
+  const auto by_handle = [](const Event& left, const Event& right) { return left.handle < right.handle; };
+  std::sort(events.begin(), events.end(), by_handle);
+  return events;
+}
+
+std::vector<Event> ghost_vrfs(const Told& told) {
+  std::vector<Event> events;
+  for (const auto& [name, vrf] : told.vrfs) {
+    if (service().incarnation_of(name) != vrf.incarnation) events.push_back(deletion_of(name, vrf));
+  }
+  return events;
+}
+
+void append(std::deque<Event>* queue, std::vector<Event> events, const VmapMemberDatabase& database) {
+  for (Event& event : events) {
+    if (is_subscribed(database, event)) queue->push_back(std::move(event));
+  }
+}
+
+}  // namespace
+
+void enqueue(VmapClient* client, const Event& event) {
+  client->queue.push_back(event);
+  post_delivery(client);
+}
+
+std::uint32_t replay(VmapClient* client) {
+  append(&client->queue, ghost_interfaces(client->told), *client->registered);
+  append(&client->queue, ghost_vrfs(client->told), *client->registered);
+  append(&client->queue, service().everything(), *client->registered);
+  return deliver_some(client->id, client->registration, client->queue.size());
+}
+
+bool is_registered(std::uint64_t client_id, std::uint64_t registration) {
+  const VmapClient* client = find_client(client_id);
+  return client != nullptr && client->registered != nullptr && client->registration == registration;
+}
+
+void end_registration(VmapClient* client) {
+  if (client->registered == nullptr) return;
+  client->registered = nullptr;
+  ++client->registration;
+  client->queue.clear();
+  client->delivery_posted = false;
+}
+
+void tell_deletion_hook(const std::string& vrf_name) {
+  if (service().deletion_told != nullptr) service().deletion_told(vrf_name.c_str());
+}
+
+}  // namespace vmap

@@ -1,0 +1,180 @@
+// The record service as an observer of the router model: keeps the records in step with it and queues the
+// client's events. events.cpp delivers them.
+//
+// What happens to a VRF's record:
+//   named by configuration, or by the client     a forward reference is made (event "create", but not to the
+//   client
+//                                                that made it itself)
+//   VRF created                                  record made ("create"), or the forward reference completed
+//   in
+//                                                place ("update")
+//   VRF deleted, configuration still names it    a forward reference again, same record, same block
+//   ("update"):
+//                                                the client keeps what it knows from configuration
+//   VRF deleted, or its last reference taken     off the look-ups at once ("delete"), freed when its events
+//   are back                                         delivered, no access is open and no membership client is
+//   still to
+//                                                be told
+// The client's wish for a record (vtab_create_vrf_record) is no reference: it does not outlive the VRF.
+//
+// A record that could not be made for want of memory is missing, and said to be on the log; the client's own
+// creation of it makes it later, complete.
+#include "platform/vtab/service.h"
+
+#include "platform/base/log.h"
+#include "platform/vmap/vmap.h"
+
+namespace vtab {
+namespace {
+
+void release_name(const char* vrf_name) { service().release(vrf_name); }
+
+}  // namespace
+
+Service& service() {
+  static Service the_service;
+  return the_service;
+}
+
+void Service::attach(router::Router* model) {
+  if (model_ != nullptr) {
+    model_->stop_observing(this);
+    forget_events();
+    vrfs.clear();
+    interfaces.clear();
+  }
+  model_ = model;
+  vmap_on_vrf_deletion_told(model == nullptr ? nullptr : &release_name);
+  if (model == nullptr) return;
+  model->for_each_vrf([this](const router::Vrf& vrf) { vrf_created(vrf); });
+  model->for_each_reference([this](const std::string& name) { find_or_add(name); });
+  model->for_each_interface([this](const router::Interface& interface) { interfaces.add(interface); });
+  model->observe(router::ObserverRank::kRecords, this);
+}
+
+VrfNode* Service::find_or_add(std::string_view name) {
+  VrfNode* node = vrfs.find(name);
+  if (node != nullptr) return node;
+  node = vrfs.add(name, client.attribute_size);
+  if (node == nullptr) {
+    log_line("record service: no memory for the record of VRF %s", std::string(name).c_str());
+    return nullptr;
+  }
+  const router::Vrf* vrf = model_ == nullptr ? nullptr : model_->find_vrf(name);
+  if (vrf != nullptr) vrfs.complete(node, *vrf);
+  return node;
+}
+
+void Service::vrf_created(const router::Vrf& vrf) {
+  VrfNode* node = vrfs.find(vrf.name);
+  const std::uint32_t code = node == nullptr ? kVtabEventCreate : kVtabEventUpdate;
+  if (node == nullptr) node = find_or_add(vrf.name);
+  if (node == nullptr) return;
+  vrfs.complete(node, vrf);
+  queue_vrf_event(node, code);
+}
+
+void Service::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
+  const bool tables_differ = before.ipv4_table != now.ipv4_table || before.ipv6_table != now.ipv6_table ||
+                             before.ipv4_multicast_table != now.ipv4_multicast_table ||
+                             before.ipv6_multicast_table != now.ipv6_multicast_table;
+  VrfNode* node = vrfs.find(now.name);
+  if (node == nullptr || !tables_differ) return;
+  vrfs.complete(node, now);
+  queue_vrf_event(node, kVtabEventUpdate);
+}
+
+void Service::vrf_deleted(const router::Vrf& vrf) {
+  VrfNode* node = vrfs.find(vrf.name);
+  if (node == nullptr) return;
+  if (!model_->is_referenced(vrf.name)) return delete_record(node);
+  vrfs.make_forward_reference(node);
+  queue_vrf_event(node, kVtabEventUpdate);
+}
+
+void Service::vrf_referenced(const std::string& name) {
+  if (vrfs.find(name) != nullptr) return;
+  if (VrfNode* node = find_or_add(name)) queue_vrf_event(node, kVtabEventCreate);
+}
+
+void Service::vrf_unreferenced(const std::string& name) {
+  if (VrfNode* node = vrfs.find(name)) delete_record(node);
+}
+
+void Service::delete_record(VrfNode* node) {
+  const std::string name = node->vrf_name;
+  vrfs.remove(node);
+  queue_vrf_event(node, kVtabEventDelete);
+  release(name.c_str());
+}
+
+void Service::release(const char* vrf_name) {
+  if (vmap_owes_vrf_deletion(vrf_name)) return;
+  vrfs.release_removed(vrf_name,
+                       [](const VrfNode& node) { return node.queued_events == 0 && !node.in_access; });
+}
+
+void Service::interface_added(const router::Interface& interface) {
+  interfaces.add(interface);
+}
+
+void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
+  interfaces.change(before.index, now);
+  if (before.up != now.up) queue_if_event(now, now.handle, now.up ? kVtabCameUp : kVtabWentDown);
+}
+
+void Service::interface_moved(const router::Interface& now, const std::string& /*from*/) {
+  interfaces.change(now.index, now);
+}
+
+void Service::interface_removed(const router::Interface& interface) {
+  interfaces.remove(interface.index);
+  if (interface.up) queue_if_event(interface, 0, kVtabWentDown);
+}
+
+void Service::queue_vrf_event(VrfNode* node, std::uint32_t code) {
+  if (!client.has_vrf_events) return;
+  ++node->queued_events;
+  Event event;
+  event.is_vrf = true;
+  event.node = node;
+  event.code = code;
+  queue(std::move(event));
+}
+
+void Service::queue_if_event(const router::Interface& interface, std::uint32_t handle, std::uint32_t change) {
+  if (!client.has_if_events) return;
+  Event event;
+  event.if_name = interface.name;
+  event.vrf_name = interface.vrf;
+  event.handle = handle;
+  event.change = change;
+  queue(std::move(event));
+}
+
+Status Service::start_client(const char* name, EventManager* manager, std::size_t attribute_size) {
+  if (client.manager != nullptr) return kStatusExists;
+  if (!vrfs.allot_attributes(attribute_size)) return kStatusNoMemory;
+  client = {};
+  client.name = name;
+  client.manager = manager;
+  client.attribute_size = attribute_size;
+  return kStatusOk;
+}
+
+void Service::end_client() {
+  client = {};
+  forget_events();
+  vrfs.release_all_removed();
+  for (VrfNode* node = vrfs.first(); node != nullptr;) {
+    VrfNode* const next = vrfs.after(node->vrf_name);
+    const bool is_clients_own = model_ == nullptr || !model_->is_referenced(node->vrf_name);
+    if (node->vrf_id == 0 && is_clients_own) vrfs.remove(node);
+    node = next;
+  }
+  vrfs.release_all_removed();
+  vrfs.allot_attributes(0);
+  lock_holder.clear();
+}
+
+}  // namespace vtab
