@@ -1,6 +1,7 @@
-// A trivial AgentX sub-agent (RFC 2741) that answers the interface table's four columns from a sorted array: the
-// floor that the real sub-agent is measured against. It has no daemon behind it, no windows and no error handling
-// worth the name; it speaks only what one master on the same machine sends to it (Get, GetNext, Response).
+// A trivial AgentX sub-agent (RFC 2741) that answers the interface table's four columns from a sorted array:
+// the floor that the real sub-agent is measured against. It has no daemon behind it, no windows and no error
+// handling worth the name; it speaks only what one master on the same machine sends to it (Get, GetNext,
+// Response).
 //
 //   agentx_array_agent SOCKET VRFS INTERFACES_PER_VRF
 #include <sys/socket.h>
@@ -180,7 +181,8 @@ void answer(int fd, const Header& header, const Octets& payload, const std::vect
 
 int main(int argc, char** argv) {
   if (argc != 4) return 2;
-  const auto rows = make_rows(static_cast<unsigned>(std::atoi(argv[2])), static_cast<unsigned>(std::atoi(argv[3])));
+  const auto rows =
+      make_rows(static_cast<unsigned>(std::atoi(argv[2])), static_cast<unsigned>(std::atoi(argv[3])));
   const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

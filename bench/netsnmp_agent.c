@@ -1,5 +1,6 @@
-/* The same interface table on net-snmp's agent library, the way its own documentation builds a table: sorted rows
-   in its own container, found by its table helpers. What a sub-agent on the library costs, for comparison.
+/* The same interface table on net-snmp's agent library, the way its own documentation builds a table: sorted
+   rows in its own container, found by its table helpers. What a sub-agent on the library costs, for
+   comparison.
 
      netsnmp_agent SOCKET VRFS INTERFACES_PER_VRF */
 #include <net-snmp/net-snmp-config.h>
@@ -26,7 +27,9 @@ static int handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* re
       snmp_set_var_typed_value(request->requestvb, ASN_OCTET_STR, &protocols, 1);
     else
       snmp_set_var_typed_integer(request->requestvb, ASN_INTEGER,
-                                 table->colnum == 2 ? 2 : table->colnum == 4 ? 5 : 1);
+                                 table->colnum == 2   ? 2
+                                 : table->colnum == 4 ? 5
+                                                      : 1);
   }
   return SNMP_ERR_NOERROR;
 }
@@ -52,9 +55,9 @@ static void make_table(unsigned vrfs, unsigned interfaces) {
       netsnmp_tdata_add_row(data, row);
     }
   }
-  netsnmp_tdata_register(
-      netsnmp_create_handler_registration("ifConf", handle, table_oid, OID_LENGTH(table_oid), HANDLER_CAN_RONLY),
-      data, info);
+  netsnmp_tdata_register(netsnmp_create_handler_registration("ifConf", handle, table_oid,
+                                                             OID_LENGTH(table_oid), HANDLER_CAN_RONLY),
+                         data, info);
 }
 
 int main(int argc, char** argv) {

@@ -1,4 +1,5 @@
-/* Walks a subtree with GETBULK as fast as the agent answers and prints the number of varbinds and the seconds.
+/* Walks a subtree with GETBULK as fast as the agent answers and prints the number of varbinds and the
+   seconds.
 
      snmp_walk_client PORT OID REPETITIONS ROUNDS */
 #include <net-snmp/net-snmp-config.h>
@@ -28,7 +29,8 @@ static long walk(netsnmp_session* session, const oid* root, size_t root_length, 
     request->non_repeaters = 0;
     request->max_repetitions = repetitions;
     snmp_add_null_var(request, name, length);
-    if (snmp_synch_response(session, request, &answer) != STAT_SUCCESS || answer->errstat != SNMP_ERR_NOERROR) return -1;
+    if (snmp_synch_response(session, request, &answer) != STAT_SUCCESS || answer->errstat != SNMP_ERR_NOERROR)
+      return -1;
     for (variable = answer->variables; variable; variable = variable->next_variable) {
       if (variable->type == SNMP_ENDOFMIBVIEW || variable->name_length < root_length ||
           memcmp(variable->name, root, root_length * sizeof(oid)) != 0) {

@@ -3,10 +3,12 @@
 //   1. fault points from the environment (for tests of whole processes);
 //   2. the run directory, made when it is missing;
 //   3. platform.yaml; a mistake ends the process with status 1;
-//   4. the source's first load into the router model; a failure ends the process: a daemon that would come up with
+//   4. the source's first load into the router model; a failure ends the process: a daemon that would come up
+//   with
 //      an empty model makes management systems delete every VRF they know;
 //   5. the services are given the model;
-//   6. when the daemon makes its main event manager: the data store's server and the source's live part start on it.
+//   6. when the daemon makes its main event manager: the data store's server and the source's live part start
+//   on it.
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
 #include "daemon/host.h"

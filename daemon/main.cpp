@@ -1,5 +1,6 @@
-// mpls_vpn_mib: the router and its services first, then the daemon, which never returns but for a failed start-up.
-// The daemon takes no options of its own: its settings are files and environment variables (README.md).
+// mpls_vpn_mib: the router and its services first, then the daemon, which never returns but for a failed
+// start-up. The daemon takes no options of its own: its settings are files and environment variables
+// (README.md).
 #include "daemon/host.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
 

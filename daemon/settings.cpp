@@ -1,5 +1,5 @@
-// Reads platform.yaml. Every mistake is reported with its place; nothing is guessed, because a daemon that runs on
-// another source than its operator meant shows a management system the wrong router.
+// Reads platform.yaml. Every mistake is reported with its place; nothing is guessed, because a daemon that
+// runs on another source than its operator meant shows a management system the wrong router.
 #include "daemon/settings.h"
 
 #include <yaml-cpp/yaml.h>

@@ -15,8 +15,8 @@ struct Settings {
   std::string router_file;  // absolute, or relative to the working directory; empty with the kernel
 };
 
-// False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value, or
-// names a file source without a router file. A missing file gives the defaults.
+// False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value,
+// or names a file source without a router file. A missing file gives the defaults.
 [[nodiscard]] bool read_settings(const std::string& config_directory, Settings* settings, std::string* error);
 
 }  // namespace daemon_host

@@ -1,0 +1,91 @@
+// The daemon inside a benchmark: its databases, provider and services on a router model that the benchmark
+// fills, served on the main manager's socket in a temporary run directory. One a process.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+
+#include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_dbase.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
+#include "mpls/vpn/mib/src/mpls_vpn_trace.h"
+#include "platform/bgp_vpn/bgp_vpn.h"
+#include "platform/evm/evm.h"
+#include "platform/evm/test_run_directory.h"
+#include "platform/ifindex/ifindex.h"
+#include "platform/kvtree/kvtree.h"
+#include "platform/qic/qic.h"
+#include "platform/router/router.h"
+#include "platform/vmap/vmap.h"
+#include "platform/vtab/vtab.h"
+
+class DaemonInProcess {
+ public:
+  // The run directory is the environment's (a TestRunDirectory of the caller).
+  DaemonInProcess() {
+    manager = event_manager_create("/dev/mpls/vpn/main", 0x70000004);
+    check(manager == nullptr ? kStatusIo : kStatusOk, "event_manager_create");
+    vtab_attach(&router);
+    vmap_attach(&router);
+    qic_attach(&router);
+    ifindex_attach(&router);
+    bgp_vpn_attach(&router);
+    check(mpls_vpn_trace_init(), "mpls_vpn_trace_init");
+    check(mpls_vpn_mib_vrf_dbase_init(), "mpls_vpn_mib_vrf_dbase_init");
+    check(mpls_vpn_mib_if_dbase_init(), "mpls_vpn_mib_if_dbase_init");
+    check(mpls_vpn_mib_vtab_init(manager), "mpls_vpn_mib_vtab_init");
+  }
+
+  // What the router has is in the databases afterwards; requests are answered.
+  void register_provider() {
+    check(mpls_vpn_mib_prov_init(manager), "mpls_vpn_mib_prov_init");
+    check(kvtree_serve(manager), "kvtree_serve");
+    run_pending();
+  }
+
+  void run_pending() {
+    while (event_run_pending(manager)) {
+    }
+  }
+
+  void add_vrf(unsigned number) {
+    router::Vrf vrf;
+    vrf.name = vrf_name(number);
+    vrf.id = number + 100;
+    vrf.ipv4_table = vrf.ipv6_table = vrf.id;
+    check(router.create_vrf(vrf), "create_vrf");
+  }
+
+  // Interface number n (from 0), index n + 1, up, with one address.
+  void add_interface(unsigned number, unsigned vrf) {
+    router::Interface interface;
+    interface.name = "ge" + std::to_string(number);
+    interface.index = number + 1;
+    interface.vrf = vrf_name(vrf);
+    interface.up = true;
+    router::Address address;
+    address.prefix_length = 30;
+    for (int i = 0; i < 4; ++i) {
+      address.octets[static_cast<std::size_t>(i)] =
+          static_cast<std::uint8_t>((0x0a000001U + number) >> (24 - 8 * i));
+    }
+    interface.addresses.push_back(address);
+    check(router.add_interface(interface), "add_interface");
+  }
+
+  static std::string vrf_name(unsigned number) {
+    std::string digits = std::to_string(number);
+    return "vrf" + std::string(5 - std::min<std::size_t>(5, digits.size()), '0') + digits;
+  }
+
+  static void check(Status status, const char* what) {
+    if (status != kStatusOk) throw std::runtime_error(std::string(what) + ": " + err_text(status));
+  }
+
+  router::Router router;
+  EventManager* manager = nullptr;
+};

@@ -1,0 +1,150 @@
+// Joins per second, their growth with the number of interfaces, and resident memory per interface.
+//
+//   joins_bench [--brief]
+//
+// Each size is measured in a process of its own: the daemon in-process, a tenth as many VRFs, then every
+// interface added to the router and delivered to the daemon through the membership service and the event loop
+// (live), or all at once at registration (start-up). The floor is a std::map with the same keys (VRF name,
+// index) and a name as value.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bench/daemon_in_process.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Result {
+  unsigned interfaces;
+  double live_seconds;
+  double start_seconds;
+  double floor_seconds;
+  double octets_per_interface;
+};
+
+double seconds_since(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+std::size_t resident_octets() {
+  std::ifstream statm("/proc/self/statm");
+  std::size_t size = 0;
+  std::size_t resident = 0;
+  statm >> size >> resident;
+  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+double measure_floor(unsigned interfaces) {
+  std::map<std::pair<std::string, unsigned>, std::string> floor;
+  const auto start = Clock::now();
+  for (unsigned i = 0; i < interfaces; ++i) {
+    floor.emplace(std::make_pair(DaemonInProcess::vrf_name(i / 10), i + 1), "ge" + std::to_string(i));
+  }
+  return seconds_since(start);
+}
+
+double measure_live(unsigned interfaces, double* octets_per_interface) {
+  const TestRunDirectory directory;
+  DaemonInProcess daemon;
+  for (unsigned vrf = 0; vrf < interfaces / 10; ++vrf) daemon.add_vrf(vrf);
+  daemon.register_provider();
+  const std::size_t before = resident_octets();
+  const auto start = Clock::now();
+  for (unsigned i = 0; i < interfaces; ++i) {
+    daemon.add_interface(i, i / 10);
+    if (i % 64 == 63) daemon.run_pending();
+  }
+  daemon.run_pending();
+  const double seconds = seconds_since(start);
+  *octets_per_interface = static_cast<double>(resident_octets() - before) / interfaces;
+  return seconds;
+}
+
+double measure_start(unsigned interfaces) {
+  const TestRunDirectory directory;
+  DaemonInProcess daemon;
+  for (unsigned vrf = 0; vrf < interfaces / 10; ++vrf) daemon.add_vrf(vrf);
+  for (unsigned i = 0; i < interfaces; ++i) daemon.add_interface(i, i / 10);
+  const auto start = Clock::now();
+  daemon.register_provider();
+  return seconds_since(start);
+}
+
+// Runs a measurement in a child process, so that neither memory nor the daemon's process-wide state is
+// shared.
+template <typename Value, typename Measure>
+Value in_child(Measure measure) {
+  int ends[2];
+  if (pipe(ends) != 0) throw std::runtime_error("pipe");
+  const pid_t child = fork();
+  if (child == 0) {
+    const Value value = measure();
+    const bool whole = write(ends[1], &value, sizeof value) == static_cast<ssize_t>(sizeof value);
+    _exit(whole ? 0 : 1);
+  }
+  close(ends[1]);
+  Value value{};
+  const ssize_t got = read(ends[0], &value, sizeof value);
+  close(ends[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (got != static_cast<ssize_t>(sizeof value) || status != 0)
+    throw std::runtime_error("a measurement failed");
+  return value;
+}
+
+Result measure(unsigned interfaces) {
+  Result result{interfaces, 0, 0, 0, 0};
+  const auto live = in_child<std::pair<double, double>>([interfaces] {
+    double octets = 0;
+    const double seconds = measure_live(interfaces, &octets);
+    return std::make_pair(seconds, octets);
+  });
+  result.live_seconds = live.first;
+  result.octets_per_interface = live.second;
+  result.start_seconds = in_child<double>([interfaces] { return measure_start(interfaces); });
+  result.floor_seconds = in_child<double>([interfaces] { return measure_floor(interfaces); });
+  return result;
+}
+
+// Time per interface against the first size, in units of the growth of log n: 1 is exactly n log n.
+double growth(double seconds, unsigned interfaces, double first_seconds, unsigned first_interfaces) {
+  const double ratio = (seconds / interfaces) / (first_seconds / first_interfaces);
+  return ratio / (std::log2(interfaces) / std::log2(first_interfaces));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const bool brief = argc > 1 && std::strcmp(argv[1], "--brief") == 0;
+  const std::vector<unsigned> sizes =
+      brief ? std::vector<unsigned>{100, 1000} : std::vector<unsigned>{1000, 10000, 100000};
+  std::printf("%10s %12s %12s %14s %14s %14s %12s\n", "interfaces", "joins/s", "at start/s", "std::map/join",
+              "growth live", "growth start", "octets/if");
+  Result first{};
+  for (const unsigned size : sizes) {
+    const Result result = measure(size);
+    if (first.interfaces == 0) first = result;
+    std::printf("%10u %12.0f %12.0f %14.3f %14.2f %14.2f %12.0f\n", size, size / result.live_seconds,
+                size / result.start_seconds, result.floor_seconds / result.live_seconds,
+                growth(result.live_seconds, size, first.live_seconds, first.interfaces),
+                growth(result.start_seconds, size, first.start_seconds, first.interfaces),
+                result.octets_per_interface);
+  }
+  std::printf(
+      "std::map/join: time of inserting the same keys into a std::map, as a share of the join.\n"
+      "growth: time per interface against the first size, divided by the growth of log n (aim: at most 1).\n"
+      "octets/if: resident memory of model, services and daemon for one interface.\n");
+  return 0;
+}
