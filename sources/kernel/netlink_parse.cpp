@@ -22,7 +22,6 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -317,7 +316,9 @@ ParseReport parse_datagram(std::span<const std::uint8_t> datagram, std::vector<E
   while (datagram.size() - offset >= sizeof(nlmsghdr)) {
     const void* here = datagram.data() + offset;
     const auto* message = static_cast<const nlmsghdr*>(here);
-    if (message->nlmsg_len < sizeof(nlmsghdr) || message->nlmsg_len > datagram.size() - offset) {
+    // libmnl reads attributes up to the aligned end of a message, so the padding has to be there too.
+    const std::size_t length = NLMSG_ALIGN(static_cast<std::size_t>(message->nlmsg_len));
+    if (message->nlmsg_len < sizeof(nlmsghdr) || length > datagram.size() - offset) {
       ++report.malformed;
       return report;
     }
@@ -325,8 +326,7 @@ ParseReport parse_datagram(std::span<const std::uint8_t> datagram, std::vector<E
     if (!parse_message(message, events)) {
       ++report.malformed;
     }
-    const std::size_t length = NLMSG_ALIGN(static_cast<std::size_t>(message->nlmsg_len));
-    offset += std::min(length, datagram.size() - offset);
+    offset += length;
   }
   if (offset != datagram.size()) {
     ++report.malformed;

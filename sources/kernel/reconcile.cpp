@@ -106,15 +106,20 @@ void Reconciler::delete_vrfs(const Mirror& mirror, const Changes& changes, const
 }
 
 void Reconciler::delete_vrf(std::uint32_t index, const KnownVrf& vrf) {
+  bool empty = true;
   for (const auto& [member, handle] : interfaces_) {
     const router::Interface* interface = model_->find_interface(handle);
     if (interface == nullptr || interface->vrf != vrf.name) {
       continue;
     }
     displaced_.insert(member);
-    (void)accepted(model_->move_interface(handle, router::kDefaultVrf), "leave VRF", vrf.name, member);
+    empty =
+        accepted(model_->move_interface(handle, router::kDefaultVrf), "leave VRF", vrf.name, member) && empty;
   }
-  if (!accepted(model_->delete_vrf(vrf.name), "delete VRF", vrf.name, index)) {
+  if (!empty) {
+    refused_now_.insert(index);  // a VRF goes when the last interface has left it
+  }
+  if (!empty || !accepted(model_->delete_vrf(vrf.name), "delete VRF", vrf.name, index)) {
     vrfs_.emplace(index, vrf);
   }
 }
