@@ -23,9 +23,11 @@ struct DebugFlagState {
 };
 
 struct DebugLine {
-  std::string flag;           // command name of the flag that the print belongs to
-  std::string text;           // without the line break
-  std::uint64_t dropped = 0;  // prints that this watcher missed just before this one, being too slow
+  std::string flag;  // command name of the flag that the print belongs to
+  std::string text;  // without the line break
+  // Prints that this watcher missed just before this one, being too slow. When no print follows them, the
+  // count comes alone, with an empty flag and text.
+  std::uint64_t dropped = 0;
 };
 
 class DebugClient {
@@ -41,8 +43,10 @@ class DebugClient {
 
   [[nodiscard]] Status connect();
   void close();
-  bool connected() const { return fd_ >= 0; }
-  int fd() const { return fd_; }  // readable means: a watched print has come, or the peer closed
+  bool connected() const;
+  // -1 without a connection. Readable means: a watched print has come, or the peer closed; but a print may
+  // also wait in this object after list, set or watch, so next_line() with no timeout comes before a poll.
+  int fd() const;
 
   // Every flag of every name space, in registration order.
   [[nodiscard]] Status list(std::vector<DebugFlagState>* flags);
@@ -57,8 +61,9 @@ class DebugClient {
 
  private:
   struct Connection;
+  Status status_answer(unsigned type);
+  Status fail(Status status);
   std::string socket_path_;
   std::chrono::milliseconds timeout_;
-  std::unique_ptr<Connection> connection_;
-  int fd_ = -1;
+  std::unique_ptr<Connection> connection_;  // null while there is none
 };
