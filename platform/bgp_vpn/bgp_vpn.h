@@ -4,19 +4,38 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 #include "platform/base/status.h"
 #include "platform/evm/evm.h"
 #include "platform/router/router.h"
 
+// The router model that holds the route distinguishers; null takes it away. Called once by the process.
 void bgp_vpn_attach(router::Router* model);
-// Keeps the AS number format up to date on this manager. Fault point "bgp_util_asn_format_init_notify".
+
+// How 4-octet AS numbers are shown (RFC 5396): 4200000000 as "4200000000", as "64086.59904" (asdot writes
+// numbers below 65536 plainly, asdot+ writes "0.65000").
+enum class BgpAsnFormat : std::uint32_t { kAsplain = 0, kAsdot = 1, kAsdotPlus = 2 };
+// The format that is wanted. It takes effect at once while nobody asked for notifications, else on the
+// manager's loop, where the RD callback is told the new text of every RD that shows differently.
+void bgp_util_asn_format_set(BgpAsnFormat format);
+// Keeps the AS number format up to date on this manager. kStatusInvalid for null. Fault point
+// "bgp_util_asn_format_init_notify".
 [[nodiscard]] Status bgp_util_asn_format_init_notify(EventManager* manager);
-// The VRF's RD as terminated text ("65000:100"). kStatusNoSuchRow when it has none, kStatusInvalid when it does
-// not fit. Fault point "bgp_vpn_rd_get".
+// A route distinguisher with its AS number in the format. An RD with an IPv4 address, and a text that is no
+// RD, is given back as it stands.
+std::string bgp_util_format_rd(std::string_view rd, BgpAsnFormat format);
+
+// The VRF's RD as terminated text ("65000:100"), in the format in force. kStatusNoSuchRow when it has none or
+// does not exist, kStatusInvalid when it does not fit, kStatusUnavailable without a model. Fault point
+// "bgp_vpn_rd_get".
 [[nodiscard]] Status bgp_vpn_rd_get(const char* vrf_name, char* text, std::size_t size);
-// `set` is non-zero for a set, 0 for a deletion. Called on the manager's loop after a change.
-// Fault point "bgp_vpn_rd_register_cb".
+// `set` is non-zero for a set, 0 for a deletion (`rd` is null then). Called on the manager's loop after a
+// change of an existing VRF's RD; the RD that a VRF is created with is there to be got. kStatusExists when
+// there is a callback. Fault point "bgp_vpn_rd_register_cb".
 using BgpVpnRdCallback = void (*)(std::uint32_t set, const char* vrf_name, const char* rd);
 [[nodiscard]] Status bgp_vpn_rd_register_cb(EventManager* manager, BgpVpnRdCallback callback);
-void bgp_vpn_rd_unregister_cb();  // for tests
+// Ends the callback, what it was still to be told, and the format's notifications. For tests that start the
+// daemon again.
+void bgp_vpn_rd_unregister_cb();

@@ -9,11 +9,15 @@
 #include "platform/kvtree/kvtree.h"
 #include "platform/router/router.h"
 
+// The router model that the service answers from; null takes it away. Called once by the process.
 void ifindex_attach(router::Router* model);
-// Fault point "ifindex_initialize_evm".
+// Says on whose loop the caller will ask. The service answers every look-up at once, in the caller's own
+// call, and so keeps nothing of it. kStatusInvalid for null. Fault point "ifindex_initialize_evm".
 [[nodiscard]] Status ifindex_initialize_evm(EventManager* manager);
-// kStatusNoSuchRow for an unknown name; *index is written on success only. Fault point "ifname_to_index".
+// kStatusNoSuchRow for an unknown name, kStatusUnavailable without a model; *index is written on success
+// only. Fault point "ifname_to_index".
 [[nodiscard]] Status ifname_to_index(const char* name, std::uint32_t* index);
-// A data list with one item an interface: key the name, value the 4 octets of the index in host order. The caller
-// frees it with kvtree_datalist_free. Fault point "ifindex_get_index_list".
+// A data list with one item an interface: key the name, value the 4 octets of the index in host order. The
+// caller frees it with kvtree_datalist_free. In handle order. kStatusUnavailable without a model. Fault point
+// "ifindex_get_index_list".
 [[nodiscard]] Status ifindex_get_index_list(KvDatalist** list);

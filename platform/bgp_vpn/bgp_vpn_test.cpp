@@ -1,0 +1,176 @@
+// Route distinguishers, their change callback and the AS number format.
+#include "platform/bgp_vpn/bgp_vpn.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <vector>
+
+#include "platform/base/fault.h"
+#include "platform/evm/test_run_directory.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+
+std::vector<std::string> calls;
+
+void NoteCall(std::uint32_t set, const char* vrf_name, const char* rd) {
+  calls.push_back((set != 0 ? "set " : "deletion ") + std::string(vrf_name) + " " +
+                  (rd == nullptr ? "-" : rd));
+}
+
+class BgpVpn : public ::testing::Test {
+ protected:
+  BgpVpn() : manager_(event_manager_create("/dev/test/main", 0), event_manager_destroy) {
+    calls.clear();
+    bgp_vpn_attach(&router_);
+  }
+  ~BgpVpn() override {
+    bgp_vpn_rd_unregister_cb();
+    bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
+    bgp_vpn_attach(nullptr);
+  }
+
+  void AddVrf(const std::string& name, const std::string& rd) {
+    vrf_.name = name;
+    vrf_.id += 10;
+    vrf_.rd = rd;
+    ASSERT_EQ(router_.create_vrf(vrf_), kStatusOk);
+  }
+  void ChangeRd(const std::string& name, const std::string& rd) {
+    router::Vrf vrf = *router_.find_vrf(name);
+    vrf.rd = rd;
+    ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+  }
+  std::string Rd(const std::string& name) {
+    std::array<char, 51> text{};
+    const Status status = bgp_vpn_rd_get(name.c_str(), text.data(), text.size());
+    return status == kStatusOk ? text.data() : err_text(status);
+  }
+  void Register() { ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteCall), kStatusOk); }
+  void Run() { event_run_pending(manager_.get()); }
+
+  TestRunDirectory directory_;
+  std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
+  router::Router router_;
+  router::Vrf vrf_;
+};
+
+TEST_F(BgpVpn, RdOfAVrfIsItsText) {
+  AddVrf("red", "65000:100");
+  EXPECT_EQ(Rd("red"), "65000:100");
+}
+
+TEST_F(BgpVpn, VrfWithoutRdAndUnknownVrfAreNoSuchRow) {
+  AddVrf("red", "");
+  EXPECT_EQ(Rd("red"), err_text(kStatusNoSuchRow));
+  EXPECT_EQ(Rd("blue"), err_text(kStatusNoSuchRow));
+}
+
+TEST_F(BgpVpn, RdThatDoesNotFitIsInvalid) {
+  AddVrf("red", "65000:100");
+  std::array<char, 16> text{"before"};
+  EXPECT_EQ(bgp_vpn_rd_get("red", text.data(), 9), kStatusInvalid);
+  EXPECT_STREQ(text.data(), "before");
+  EXPECT_EQ(bgp_vpn_rd_get("red", text.data(), 10), kStatusOk);
+  EXPECT_STREQ(text.data(), "65000:100");
+}
+
+TEST_F(BgpVpn, ChangesAreToldOnTheLoop) {
+  AddVrf("red", "65000:1");
+  Register();
+  ChangeRd("red", "65000:2");
+  EXPECT_THAT(calls, ElementsAre()) << "before the loop ran";
+  ChangeRd("red", "");
+  Run();
+  EXPECT_THAT(calls, ElementsAre("set red 65000:2", "deletion red -"));
+}
+
+TEST_F(BgpVpn, CreationAndOtherChangesAreNotTold) {
+  Register();
+  AddVrf("red", "65000:1");
+  router::Vrf vrf = *router_.find_vrf("red");
+  vrf.description = "other";
+  ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+  Run();
+  EXPECT_THAT(calls, ElementsAre());
+}
+
+TEST_F(BgpVpn, EndedRegistrationHearsNothingMore) {
+  AddVrf("red", "65000:1");
+  Register();
+  ChangeRd("red", "65000:2");
+  bgp_vpn_rd_unregister_cb();
+  Register();
+  Run();
+  EXPECT_THAT(calls, ElementsAre()) << "what was posted for the registration that ended";
+  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteCall), kStatusExists);
+}
+
+TEST_F(BgpVpn, FormatChangesTakeEffectOnTheLoopAndAreTold) {
+  AddVrf("red", "4200000000:30");
+  AddVrf("blue", "65000:1");
+  Register();
+  ASSERT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusOk);
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  EXPECT_EQ(Rd("red"), "4200000000:30") << "before the loop ran";
+  Run();
+  EXPECT_EQ(Rd("red"), "64086.59904:30");
+  EXPECT_EQ(Rd("blue"), "65000:1");
+  Run();
+  EXPECT_THAT(calls, ElementsAre("set red 64086.59904:30"));
+}
+
+TEST_F(BgpVpn, FormatWithoutNotificationsTakesEffectAtOnce) {
+  AddVrf("red", "4200000000:30");
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdotPlus);
+  EXPECT_EQ(Rd("red"), "64086.59904:30");
+}
+
+TEST_F(BgpVpn, WithoutAModelNothingIsAvailable) {
+  bgp_vpn_attach(nullptr);
+  EXPECT_EQ(Rd("red"), err_text(kStatusUnavailable));
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+}
+
+TEST_F(BgpVpn, NullArgumentsAreInvalid) {
+  std::array<char, 8> text{};
+  EXPECT_EQ(bgp_vpn_rd_get(nullptr, text.data(), text.size()), kStatusInvalid);
+  EXPECT_EQ(bgp_vpn_rd_get("red", nullptr, 8), kStatusInvalid);
+  EXPECT_EQ(bgp_vpn_rd_register_cb(nullptr, &NoteCall), kStatusInvalid);
+  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), nullptr), kStatusInvalid);
+  EXPECT_EQ(bgp_util_asn_format_init_notify(nullptr), kStatusInvalid);
+}
+
+TEST_F(BgpVpn, EveryOperationHasItsFaultPoint) {
+  AddVrf("red", "65000:1");
+  fault_arm("bgp_vpn_rd_get", kStatusIo);
+  fault_arm("bgp_vpn_rd_register_cb", kStatusIo);
+  fault_arm("bgp_util_asn_format_init_notify", kStatusIo);
+  EXPECT_EQ(Rd("red"), err_text(kStatusIo));
+  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteCall), kStatusIo);
+  EXPECT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusIo);
+  fault_disarm_all();
+  Register();  // the refused registration left no callback behind
+}
+
+TEST(RdText, AsNumbersAreWrittenInTheFormat) {
+  EXPECT_EQ(bgp_util_format_rd("4200000000:30", BgpAsnFormat::kAsplain), "4200000000:30");
+  EXPECT_EQ(bgp_util_format_rd("4200000000:30", BgpAsnFormat::kAsdot), "64086.59904:30");
+  EXPECT_EQ(bgp_util_format_rd("64086.59904:30", BgpAsnFormat::kAsplain), "4200000000:30");
+  EXPECT_EQ(bgp_util_format_rd("65535:1", BgpAsnFormat::kAsdot), "65535:1");
+  EXPECT_EQ(bgp_util_format_rd("65536:1", BgpAsnFormat::kAsdot), "1.0:1");
+  EXPECT_EQ(bgp_util_format_rd("65000:1", BgpAsnFormat::kAsdotPlus), "0.65000:1");
+}
+
+TEST(RdText, AddressesAndOtherTextsStayAsTheyStand) {
+  for (const char* text :
+       {"10.0.0.1:5", "", "red", ":1", "4294967296:1", "1.65536:1", "1.:1", ".1:1", "-1:1"}) {
+    EXPECT_EQ(bgp_util_format_rd(text, BgpAsnFormat::kAsdotPlus), text);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,120 @@
+// Interface indexes by name, singly and as a list.
+#include "platform/ifindex/ifindex.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "platform/base/fault.h"
+#include "platform/evm/test_run_directory.h"
+
+namespace {
+
+class Ifindex : public ::testing::Test {
+ protected:
+  Ifindex() { ifindex_attach(&router_); }
+  ~Ifindex() override { ifindex_attach(nullptr); }
+
+  void AddInterface(const std::string& name, std::uint32_t index) {
+    router::Interface interface;
+    interface.name = name;
+    interface.index = index;
+    ASSERT_EQ(router_.add_interface(interface), kStatusOk);
+  }
+
+  // "ge0=7 ge1=5 "
+  static std::string TextOf(KvDatalist* list) {
+    std::string text;
+    const char* key = nullptr;
+    const void* value = nullptr;
+    std::size_t length = 0;
+    EXPECT_EQ(kvtree_datalist_start(list), kStatusOk);
+    while (kvtree_datalist_next(list, &key, &value, &length) == kStatusOk) {
+      std::uint32_t index = 0;
+      EXPECT_EQ(length, sizeof index);
+      std::memcpy(&index, value, sizeof index);
+      text += std::string(key) + '=' + std::to_string(index) + ' ';
+    }
+    return text;
+  }
+
+  router::Router router_;
+};
+
+TEST_F(Ifindex, IndexIsFoundByName) {
+  AddInterface("ge0", 7);
+  std::uint32_t index = 99;
+  EXPECT_EQ(ifname_to_index("ge0", &index), kStatusOk);
+  EXPECT_EQ(index, 7U);
+}
+
+TEST_F(Ifindex, UnknownNameIsNoSuchRowAndWritesNothing) {
+  std::uint32_t index = 99;
+  EXPECT_EQ(ifname_to_index("ge0", &index), kStatusNoSuchRow);
+  EXPECT_EQ(ifname_to_index("", &index), kStatusNoSuchRow);
+  EXPECT_EQ(index, 99U);
+}
+
+TEST_F(Ifindex, ListHoldsEveryInterface) {
+  AddInterface("ge0", 7);
+  AddInterface("ge1", 5);
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  EXPECT_EQ(TextOf(list), "ge0=7 ge1=5 ");
+  kvtree_datalist_free(list);
+}
+
+TEST_F(Ifindex, WithoutAModelTheServiceIsUnavailable) {
+  ifindex_attach(nullptr);
+  std::uint32_t index = 0;
+  KvDatalist* list = nullptr;
+  EXPECT_EQ(ifname_to_index("ge0", &index), kStatusUnavailable);
+  EXPECT_EQ(ifindex_get_index_list(&list), kStatusUnavailable);
+  EXPECT_EQ(list, nullptr);
+}
+
+TEST_F(Ifindex, NullArgumentsAreInvalid) {
+  std::uint32_t index = 0;
+  EXPECT_EQ(ifname_to_index(nullptr, &index), kStatusInvalid);
+  EXPECT_EQ(ifname_to_index("ge0", nullptr), kStatusInvalid);
+  EXPECT_EQ(ifindex_get_index_list(nullptr), kStatusInvalid);
+  EXPECT_EQ(ifindex_initialize_evm(nullptr), kStatusInvalid);
+}
+
+TEST_F(Ifindex, ManagerIsAccepted) {
+  const TestRunDirectory directory;
+  const std::unique_ptr<EventManager, void (*)(EventManager*)> manager(
+      event_manager_create("/dev/test/main", 0), event_manager_destroy);
+  ASSERT_NE(manager, nullptr);
+  EXPECT_EQ(ifindex_initialize_evm(manager.get()), kStatusOk);
+  const ScopedFault fault("ifindex_initialize_evm", kStatusIo);
+  EXPECT_EQ(ifindex_initialize_evm(manager.get()), kStatusIo);
+}
+
+TEST_F(Ifindex, EveryLookUpHasItsFaultPoint) {
+  AddInterface("ge0", 7);
+  std::uint32_t index = 99;
+  KvDatalist* list = nullptr;
+  fault_arm("ifname_to_index", kStatusIo);
+  fault_arm("ifindex_get_index_list", kStatusIo);
+  EXPECT_EQ(ifname_to_index("ge0", &index), kStatusIo);
+  EXPECT_EQ(ifindex_get_index_list(&list), kStatusIo);
+  fault_disarm_all();
+  EXPECT_EQ(index, 99U);
+  EXPECT_EQ(list, nullptr);
+}
+
+TEST_F(Ifindex, ListThatCannotBeFilledIsNotGivenOut) {
+  AddInterface("ge0", 7);
+  AddInterface("ge1", 5);
+  for (const char* point : {"kvtree_datalist_create", "kvtree_datalist_add"}) {
+    const ScopedFault fault(point, kStatusNoMemory);
+    KvDatalist* list = nullptr;
+    EXPECT_EQ(ifindex_get_index_list(&list), kStatusNoMemory) << point;
+    EXPECT_EQ(list, nullptr) << point;
+  }
+}
+
+}  // namespace
