@@ -1,12 +1,14 @@
-// Client of the data store over its Unix socket: blocking calls with a bound, for tools and the SNMP sub-agent.
+// Client of the data store over its Unix socket: blocking calls with a bound, for tools and the SNMP
+// sub-agent.
 //
-// One Client is one connection, used from one thread. Every call ends within the timeout: kStatusTimedOut closes
-// the connection (a late answer must not be taken for the next request's); kStatusNotConnected when there is none
-// or it broke. A call on a closed client does not connect by itself.
+// One Client is one connection, used from one thread. Every call ends within the timeout: kStatusTimedOut
+// closes the connection (a late answer must not be taken for the next request's); kStatusNotConnected when
+// there is none or it broke. A call on a closed client does not connect by itself.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -44,9 +46,18 @@ struct ActionResult {
   std::string text;
 };
 
+struct NotificationResult {
+  Status status = kStatusNotConnected;
+  std::string path;  // of the provider that tells it
+  std::string item_name;
+  std::uint32_t values[2] = {0, 0};
+  Octets record;
+};
+
 class Client {
  public:
-  explicit Client(std::string socket_path, std::chrono::milliseconds timeout = std::chrono::milliseconds(1000));
+  explicit Client(std::string socket_path,
+                  std::chrono::milliseconds timeout = std::chrono::milliseconds(1000));
   ~Client();
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
@@ -54,10 +65,14 @@ class Client {
   // The main socket of the daemon in this run directory (base/directories.h).
   static std::string default_socket();
 
+  // Closes a connection that is there and makes a new one. kStatusNotConnected when nobody serves the socket,
+  // kStatusTimedOut, kStatusAccess, or the system's errno.
   [[nodiscard]] Status connect();
   void close();
-  bool connected() const { return fd_ >= 0; }
-  int fd() const { return fd_; }  // readable means: the peer closed it (or broke the protocol)
+  bool connected() const;
+  // -1 when closed. Outside of a call readable means that the peer closed it (or broke the protocol), or, on
+  // a client that watches, that a notification came.
+  int fd() const;
 
   GetResult get(std::string_view path, bool structured = false);
   ListResult list(std::string_view path, std::uint32_t max_items, bool structured = false);
@@ -65,13 +80,19 @@ class Client {
   WalkResult walk(std::string_view path, std::uint32_t max_rows, bool structured = false);
   ActionResult action(const std::vector<std::string>& words);  // words[0] is the action's name
 
+  // From here the notifications of every provider whose bind path begins with `path` are sent to this client.
+  [[nodiscard]] Status watch(std::string_view path);
+  // The oldest notification not yet taken. kStatusTimedOut (the connection stays open) when none comes in
+  // time. Up to kMaxPending are kept while calls wait for their answers; the oldest go first, and are
+  // counted.
+  NotificationResult next_notification(std::chrono::milliseconds timeout);
+  bool has_notification() const;  // one is kept already; the descriptor does not tell
+  std::uint64_t lost_notifications() const;
+  static constexpr std::size_t kMaxPending = 1024;
+
  private:
   struct Connection;
-  std::string socket_path_;
-  std::chrono::milliseconds timeout_;
-  int fd_ = -1;
-  std::uint32_t next_request_ = 1;
-  Octets inbox_;
+  std::unique_ptr<Connection> connection_;
 };
 
 }  // namespace kvtree

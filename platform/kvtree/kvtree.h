@@ -1,21 +1,22 @@
-// Hierarchical, path-keyed data store, the providers' and subscribers' side. (client.h is the other side of the
-// socket.)
+// Hierarchical, path-keyed data store, the providers' and subscribers' side. (client.h is the other side of
+// the socket.)
 //
-// Paths are components separated by '/'. A key component is written in its kind's text form (below). A provider
-// registers get, list and datalist functions for a subtree; a subscriber registers for the changes below a path and
-// is told what exists before the registering call returns. Both usually hand what they receive to the path matcher
-// (kvtree_match_*), which finds the first pattern of a routing table that fits, decodes the key components and
-// calls the handler.
+// Paths are components separated by '/'. A key component is written in its kind's text form (below). A
+// provider registers get, list and datalist functions for a subtree; a subscriber registers for the changes
+// below a path and is told what exists before the registering call returns. Both usually hand what they
+// receive to the path matcher (kvtree_match_*), which finds the first pattern of a routing table that fits,
+// decodes the key components and calls the handler.
 //
-// Key components. `s` text: every octet but [A-Za-z0-9_.:-] as %XX; a text "-" alone as %2D; an empty component is
-// the empty text. `n` unsigned decimal number. `i` interface name (as `s`). `ip4` dotted quad. `ad` IPv4 or IPv6
-// address. `x` any text, kept as it stands. The component "-" is an absent key, and so is every key component that
-// the path ends before (a path may end early only where all the rest of the pattern are keys).
+// Key components. `s` text: every octet but [A-Za-z0-9_.:-] as %XX; a text "-" alone as %2D; an empty
+// component is the empty text. `n` unsigned decimal number. `i` interface name (as `s`). `ip4` dotted quad.
+// `ad` IPv4 or IPv6 address. `x` any text, kept as it stands. The component "-" is an absent key, and so is
+// every key component that the path ends before (a path may end early only where all the rest of the pattern
+// are keys).
 //
-// Forms: an entry with the mode kKvModeNext is form 1, any other form 0; a structured (XML) request adds 2. In
-// forms 2 and 3 text keys are handed over encoded, for the handler to decode with kvtree_string_decode.
+// Forms: an entry with the mode kKvModeNext is form 1, any other form 0; a structured (XML) request adds 2.
+// In forms 2 and 3 text keys are handed over encoded, for the handler to decode with kvtree_string_decode.
 //
-// Main thread only, but for nothing. Every operation that can fail is a fault point of its own name.
+// Main thread only. Every operation that can fail is a fault point of its own name.
 #pragma once
 
 #include <cstddef>
@@ -27,11 +28,12 @@
 #include "platform/base/status.h"
 #include "platform/evm/evm.h"
 
-// --- What handlers receive -------------------------------------------------------------------------------------
+// --- What handlers receive
+// -------------------------------------------------------------------------------------
 
 inline constexpr std::size_t kKvMaxArguments = 16;
-inline constexpr std::size_t kKvMaxPath = 1024;        // octets of a path
-inline constexpr std::uint32_t kKvMaxListItems = 1024; // items of one list, datalist or walk answer
+inline constexpr std::size_t kKvMaxPath = 1024;         // octets of a path
+inline constexpr std::uint32_t kKvMaxListItems = 1024;  // items of one list, datalist or walk answer
 
 struct KvArgument {
   const char* text;             // s, i, x, ip4, ad: the terminated text; null for n
@@ -46,7 +48,9 @@ struct RequestArgs {
   KvArgument arg[kKvMaxArguments];
 };
 
-inline bool kvtree_absent(const RequestArgs* args, unsigned n) { return (args->absent_mask >> n & 1U) != 0; }
+inline bool kvtree_absent(const RequestArgs* args, unsigned n) {
+  return (args->absent_mask >> n & 1U) != 0;
+}
 
 inline constexpr std::uint32_t kKvKindRecord = 7;  // an encoded record
 
@@ -63,8 +67,8 @@ struct KvDatalist;
 [[nodiscard]] Status kvtree_list_add(KvList* list, const char* key, std::uint32_t kind, std::uint32_t flags);
 void kvtree_list_free(KvList* list);
 [[nodiscard]] Status kvtree_datalist_create(KvDatalist** list);
-[[nodiscard]] Status kvtree_datalist_add(KvDatalist* list, const char* key, std::uint32_t kind, std::uint32_t flags,
-                                         const void* value, std::size_t length);
+[[nodiscard]] Status kvtree_datalist_add(KvDatalist* list, const char* key, std::uint32_t kind,
+                                         std::uint32_t flags, const void* value, std::size_t length);
 // Positions before the first item; kStatusInvalid for null.
 [[nodiscard]] Status kvtree_datalist_start(KvDatalist* list);
 // The next item, valid until the list is freed; kStatusEndOfList after the last. Out arguments may be null.
@@ -97,13 +101,15 @@ struct KvNotifyInfo {
   const char* item_name;     // the last component of the path
   std::uint32_t whichevent;  // kKvEvent bits
   const KvValue* value;      // null for deletions
+  std::uint32_t scan = 0;    // backend_scan_in_progress when the notification was handed over by the matcher
 };
 
 using KvGetHandler = Status (*)(KvReply*, const RequestArgs*);
 using KvListHandler = Status (*)(KvListReply*, const RequestArgs*);
 using KvNotifyHandler = void (*)(const KvNotifyInfo*, const RequestArgs*);
 
-// --- Routing tables and the path matcher -----------------------------------------------------------------------
+// --- Routing tables and the path matcher
+// -----------------------------------------------------------------------
 
 inline constexpr std::uint32_t kKvModeNext = 0x100;  // the entry is asked for the row after the key
 
@@ -115,9 +121,9 @@ struct KvHandlerEntry {
   KvListHandler datalist = nullptr;
 };
 
-// One pattern: literal components as they stand, key components as <s>, <n>, <i>, <ip4>, <ad>, <x>; for example
-// "interface-next/<s>/<n>". Patterns are tried in table order; where two share their beginning, a literal that fits
-// is tried before a key, and a branch that fails further down is given up for the next one.
+// One pattern: literal components as they stand, key components as <s>, <n>, <i>, <ip4>, <ad>, <x>; for
+// example "interface-next/<s>/<n>". Patterns are tried in table order; where two share their beginning, a
+// literal that fits is tried before a key, and a branch that fails further down is given up for the next one.
 struct KvRoute {
   const char* pattern;
   KvHandlerEntry handlers;
@@ -128,16 +134,19 @@ struct KvRoutingTable {
   std::size_t count;
 };
 
-// 1 while a subscriber is registering for what exists already; set by the daemon, shown to handlers through the
-// matcher's notifications.
+// 1 while a subscriber is registering for what exists already; set by the daemon, shown to handlers in the
+// matcher's notifications (KvNotifyInfo::scan).
 extern std::uint32_t backend_scan_in_progress;
 
 struct KvRequest;       // one get, list or datalist request, below the provider's bind point
 struct KvNotification;  // one change, below the subscriber's bind point
 
-// kStatusUnknownPath, kStatusBadKey, kStatusNoHandler, or what the handler answers.
+// kStatusUnknownPath, kStatusBadKey (no pattern fits and one would have, had a key decoded),
+// kStatusNoHandler, kStatusInvalid for a table with a malformed pattern (logged), or what the handler
+// answers. A table is compiled when it is first used; it and its patterns must outlive its use.
 [[nodiscard]] Status kvtree_match_get(const KvRequest* request, const KvRoutingTable* table, KvReply* reply);
-[[nodiscard]] Status kvtree_match_list(const KvRequest* request, const KvRoutingTable* table, KvListReply* reply);
+[[nodiscard]] Status kvtree_match_list(const KvRequest* request, const KvRoutingTable* table,
+                                       KvListReply* reply);
 [[nodiscard]] Status kvtree_match_datalist(const KvRequest* request, const KvRoutingTable* table,
                                            KvListReply* reply);
 // A notification that fits no pattern, or whose entry has no handler, is dropped.
@@ -145,7 +154,8 @@ void kvtree_match_notify(const KvNotification* notification, const KvRoutingTabl
 // The notification as a handler without a routing table needs it.
 const KvNotifyInfo* kvtree_notify_info(const KvNotification* notification);
 
-// --- Binding, providers, subscriptions -------------------------------------------------------------------------
+// --- Binding, providers, subscriptions
+// -------------------------------------------------------------------------
 
 struct KvConnection;
 struct KvRegistration;
@@ -153,8 +163,8 @@ struct KvRegistration;
 inline constexpr std::uint32_t kKvBindConfiguration = 0;
 inline constexpr std::uint32_t kKvBindProvider = 1;
 
-// The file that holds the data store's code (MPLS_VPN_MIB_KVTREE_LIBRARY overrides it): callers check that it can
-// be read before they use the store.
+// The file that holds the data store's code (MPLS_VPN_MIB_KVTREE_LIBRARY overrides it): callers check that it
+// can be read before they use the store.
 const char* kvtree_library_path();
 
 [[nodiscard]] Status kvtree_bind(KvConnection** connection, const char* path, std::uint32_t mode);
@@ -164,8 +174,9 @@ const char* kvtree_library_path();
 using KvProviderGet = Status (*)(const KvRequest*, KvReply*);
 using KvProviderList = Status (*)(const KvRequest*, KvListReply*);
 
-// How a batched walk goes on: forms the path (below the bind point) of the read that follows the row just read at
-// `path`. kStatusEndOfList when no row can follow. The rule stands beside the path that it belongs to.
+// How a batched walk goes on: forms the path (below the bind point) of the read that follows the row just
+// read at `path`. kStatusEndOfList when no row can follow. The rule stands beside the path that it belongs
+// to.
 struct KvWalkRule {
   const char* first_component;  // "interface-next"
   Status (*following)(const KvReply* row, std::string* path);
@@ -184,21 +195,39 @@ struct KvProviderFunctions {
                                            const KvProviderFunctions* functions, std::uint32_t first,
                                            std::uint32_t second);
 using KvNotificationEntry = void (*)(const KvNotification*);
-// Replays what exists below the path (event kKvEventCreated | kKvEventSet) before it returns. A null entry is a
-// missing handler: the notifications are dropped. `events` has the kKvEvent bits wanted.
-[[nodiscard]] Status kvtree_register_notification(KvConnection* connection, const char* path, std::uint32_t events,
-                                                  KvNotificationEntry entry, EventManager* manager,
-                                                  std::uint32_t first, std::uint32_t second, std::uint32_t third,
+// Replays what exists below the path (event kKvEventCreated | kKvEventSet) before it returns. A null entry is
+// a missing handler: the notifications are dropped. `events` has the kKvEvent bits wanted.
+[[nodiscard]] Status kvtree_register_notification(KvConnection* connection, const char* path,
+                                                  std::uint32_t events, KvNotificationEntry entry,
+                                                  EventManager* manager, std::uint32_t first,
+                                                  std::uint32_t second, std::uint32_t third,
                                                   KvRegistration** registration);
 
-// --- Nodes -----------------------------------------------------------------------------------------------------
+// --- Nodes
+// -----------------------------------------------------------------------------------------------------
 
 // Sets (creates) or deletes one node of the tree; subscribers are told through their event manager, in order.
 // kStatusInvalid for a bad path. kvtree_delete: kStatusNoSuchRow for a node that is not there.
+// A set of a node that is new carries kKvEventCreated | kKvEventSet, every other set kKvEventSet; a
+// subscriber is told the bits that it asked for, and nothing when none is left.
 [[nodiscard]] Status kvtree_set(std::string_view path, KvValue value);
 [[nodiscard]] Status kvtree_delete(std::string_view path);
 
-// --- Key texts -------------------------------------------------------------------------------------------------
+// What a provider tells on its own (a trap): sent to every client that watches a path of which the provider's
+// bind path is below or equal.
+struct KvProviderNotification {
+  const char* item_name;
+  std::uint32_t values[2];  // passed through; the second is the kind of the data
+  std::uint8_t reserved[12];
+  const std::uint8_t* data;
+  std::size_t length;
+};
+// kStatusInvalid for a null or non-provider connection or a missing item name. It does not wait for anybody.
+[[nodiscard]] Status kvtree_provider_notify(const KvConnection* connection,
+                                            const KvProviderNotification* notification);
+
+// --- Key texts
+// -------------------------------------------------------------------------------------------------
 
 std::string kvtree_encode_text(std::string_view text);
 // C forms for handlers: *out is malloc'ed; on failure it may still be set and must be freed.
@@ -206,14 +235,18 @@ std::string kvtree_encode_text(std::string_view text);
 // kStatusBadKey for a malformed escape or an escaped NUL.
 [[nodiscard]] Status kvtree_string_decode(const char* encoded, char** out);
 
-// --- In-process requests and the server ------------------------------------------------------------------------
+// --- In-process requests and the server
+// ------------------------------------------------------------------------
 
-// Answers as the server does for a client's request on this (whole) path. The caller frees reply->data, lists.
+// Answers as the server does for a client's request on this (whole) path. The caller frees reply->data,
+// lists.
 [[nodiscard]] Status kvtree_get(std::string_view path, bool structured, KvReply* reply);
 [[nodiscard]] Status kvtree_list(std::string_view path, bool structured, KvListReply* reply);
 [[nodiscard]] Status kvtree_datalist(std::string_view path, bool structured, KvListReply* reply);
-// Rows from `path` on, by the walk rule of its first component below the provider. *end is set when no row follows
-// the last one. kStatusOk with rows so far when a later read fails with kStatusNoSuchRow.
+// Rows from `path` on, by the walk rule of its first component below the provider. *end is set when no row
+// follows the last one. kStatusOk with rows so far when a later read fails with kStatusNoSuchRow; any other
+// failure, and every failure of the first read, is answered as it stands and without rows. kStatusNoHandler
+// without a rule, kStatusInvalid for a maximum of 0. At most kKvMaxListItems rows.
 [[nodiscard]] Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
                                  std::vector<std::vector<std::uint8_t>>* rows, bool* end);
 
@@ -224,12 +257,21 @@ struct KvActionContext {
 };
 using KvAction = Status (*)(const KvActionContext&, const std::vector<std::string>& words, std::string* text,
                             void* argument);
+// kStatusExists for a name that is taken, kStatusInvalid for an empty name or no action.
 [[nodiscard]] Status kvtree_register_action(const char* name, KvAction action, void* argument);
 void kvtree_unregister_action(const char* name);
 
-// Serves clients on the manager's named socket. Limits: 64 clients, 256 requests in flight a client, 64 KiB a
-// request, 4 MiB an answer, 16 MiB of unread answers before a client is closed.
+// kStatusUnknownPath for an action that nobody registered, kStatusInvalid without words, or what the action
+// answers.
+[[nodiscard]] Status kvtree_run_action(const KvActionContext& context, const std::vector<std::string>& words,
+                                       std::string* text);
+
+// Serves clients on the manager's named socket. Limits: 64 clients, 64 KiB a request, 4 MiB an answer. A
+// client with 256 answers or 1 MiB of them unread is not read any more until it takes them; with 16 MiB
+// unread (answers and notifications) it is closed. Answers come in the order of the requests. kStatusExists
+// when it serves there already. Stop before the manager goes.
 [[nodiscard]] Status kvtree_serve(EventManager* manager);
 void kvtree_stop_serving(EventManager* manager);
-// Forgets connections, registrations, nodes and actions. For tests that start the daemon again.
+// Forgets connections, registrations, providers, nodes, actions and compiled tables; serving goes on. For
+// tests that start the daemon again.
 void kvtree_reset();

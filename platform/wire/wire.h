@@ -237,6 +237,7 @@ class ClientSocket {
   // The frame that is being built: begin(), write the payload, then send(). The buffer is used again and
   // again.
   Writer begin(std::uint16_t type, std::uint32_t request);
+  std::size_t frame_size() const { return out_.size(); }  // so far, with its header
   // Any failure closes the socket: kStatusTimedOut, kStatusNotConnected.
   [[nodiscard]] Status send();
   // The next message, of any request; the payload is valid until the next receive. kStatusTimedOut leaves the

@@ -1,0 +1,68 @@
+// Lists and datalists: what list handlers fill and readers go through. Items never move (a deque), so that
+// what a reader was given stays valid while the list grows.
+#include <deque>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "platform/base/fault.h"
+#include "platform/kvtree/kvtree.h"
+#include "platform/kvtree/lists.h"
+
+Status kvtree_list_create(KvList** list) {
+  if (list == nullptr) return kStatusInvalid;
+  *list = nullptr;
+  if (const Status status = fault_check("kvtree_list_create")) return status;
+  *list = new (std::nothrow) KvList;
+  return *list == nullptr ? kStatusNoMemory : kStatusOk;
+}
+
+Status kvtree_list_add(KvList* list, const char* key, std::uint32_t kind, std::uint32_t flags) {
+  if (const Status status = fault_check("kvtree_list_add")) return status;
+  if (list == nullptr || key == nullptr) return kStatusInvalid;
+  list->items.push_back({key, kind, flags});
+  return kStatusOk;
+}
+
+void kvtree_list_free(KvList* list) {
+  delete list;
+}
+
+Status kvtree_datalist_create(KvDatalist** list) {
+  if (list == nullptr) return kStatusInvalid;
+  *list = nullptr;
+  if (const Status status = fault_check("kvtree_datalist_create")) return status;
+  *list = new (std::nothrow) KvDatalist;
+  return *list == nullptr ? kStatusNoMemory : kStatusOk;
+}
+
+Status kvtree_datalist_add(KvDatalist* list, const char* key, std::uint32_t kind, std::uint32_t flags,
+                           const void* value, std::size_t length) {
+  if (const Status status = fault_check("kvtree_datalist_add")) return status;
+  if (list == nullptr || key == nullptr || (value == nullptr && length != 0)) return kStatusInvalid;
+  const auto* octets = static_cast<const std::uint8_t*>(value);
+  list->items.push_back({{key, kind, flags}, std::vector<std::uint8_t>(octets, octets + length)});
+  return kStatusOk;
+}
+
+Status kvtree_datalist_start(KvDatalist* list) {
+  if (const Status status = fault_check("kvtree_datalist_start")) return status;
+  if (list == nullptr) return kStatusInvalid;
+  list->next = 0;
+  return kStatusOk;
+}
+
+Status kvtree_datalist_next(KvDatalist* list, const char** key, const void** value, std::size_t* length) {
+  if (const Status status = fault_check("kvtree_datalist_next")) return status;
+  if (list == nullptr) return kStatusInvalid;
+  if (list->next >= list->items.size()) return kStatusEndOfList;
+  const KvDatalistItem& item = list->items[list->next++];
+  if (key != nullptr) *key = item.key.c_str();
+  if (value != nullptr) *value = item.value.data();
+  if (length != nullptr) *length = item.value.size();
+  return kStatusOk;
+}
+
+void kvtree_datalist_free(KvDatalist* list) {
+  delete list;
+}

@@ -1,0 +1,198 @@
+// Connections, providers, subscriptions and nodes.
+//
+// A set or a deletion changes the tree at once and is told to each subscriber by a function posted on the
+// subscriber's event manager, so subscribers see changes one after the other and never inside the call that
+// made one. What is posted holds the registration weakly: after an unbind nothing more is delivered. What
+// exists is delivered inside the registering call, from a copy of the list, because an entry may change the
+// tree.
+#include "platform/kvtree/store.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/base/fault.h"
+
+namespace kvtree {
+
+namespace {
+
+struct Change {
+  std::string path;
+  std::shared_ptr<const KvValue> value;  // null for a deletion
+};
+
+std::string with_slash(std::string_view path) {
+  std::string text(path);
+  if (!text.ends_with('/')) text.push_back('/');
+  return text;
+}
+
+// The registrations' path is relative to the connection's.
+std::string registered_prefix(const KvConnection& connection, const char* path) {
+  return path == nullptr || *path == '\0' ? connection.path : with_slash(connection.path + path);
+}
+
+bool is_bound(const KvConnection* connection) {
+  const auto& all = store().connections;
+  return connection != nullptr &&
+         std::any_of(all.begin(), all.end(), [&](const auto& each) { return each.get() == connection; });
+}
+
+void deliver(const KvRegistration& registration, const Change& change, std::uint32_t events) {
+  const std::size_t item = change.path.rfind('/') + 1;
+  const KvNotification notification{std::string_view(change.path).substr(registration.prefix.size()),
+                                    {change.path.c_str() + item, events, change.value.get()}};
+  if (registration.entry != nullptr) registration.entry(&notification);
+}
+
+void tell_subscribers(const Change& change, std::uint32_t events) {
+  std::shared_ptr<const Change> shared;
+  for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
+    const std::uint32_t wanted = events & registration->events;
+    if (wanted == 0 || !change.path.starts_with(registration->prefix)) continue;
+    if (shared == nullptr) shared = std::make_shared<const Change>(change);
+    event_post(registration->manager, [weak = std::weak_ptr(registration), shared, wanted] {
+      if (const std::shared_ptr<KvRegistration> still = weak.lock()) deliver(*still, *shared, wanted);
+    });
+  }
+}
+
+void replay(const KvRegistration& registration) {
+  const std::uint32_t events = (kKvEventCreated | kKvEventSet) & registration.events;
+  if (events == 0) return;
+  std::vector<Change> existing;
+  const auto& nodes = store().nodes;
+  for (auto node = nodes.lower_bound(registration.prefix);
+       node != nodes.end() && node->first.starts_with(registration.prefix); ++node) {
+    existing.push_back({node->first, node->second});
+  }
+  for (const Change& change : existing) deliver(registration, change, events);
+}
+
+Status check_node_path(std::string_view path) {
+  if (path.size() < 2 || check_path(path) != kStatusOk) return kStatusInvalid;
+  return kStatusOk;
+}
+
+}  // namespace
+
+Store& store() {
+  static Store the_store;
+  return the_store;
+}
+
+Status check_path(std::string_view path) {
+  if (path.size() > kKvMaxPath) return kStatusMessageTooLarge;
+  if (!path.starts_with('/')) return kStatusUnknownPath;
+  return path.find('\0') == std::string_view::npos ? kStatusOk : kStatusBadKey;
+}
+
+const Provider* find_provider(std::string_view path, std::string_view* relative) {
+  const Provider* best = nullptr;
+  for (const Provider& provider : store().providers) {
+    if (!path.starts_with(provider.prefix)) continue;
+    if (best == nullptr || provider.prefix.size() > best->prefix.size()) best = &provider;
+  }
+  if (best != nullptr) *relative = path.substr(best->prefix.size());
+  return best;
+}
+
+}  // namespace kvtree
+
+using kvtree::store;
+
+// The store is linked into the program that runs.
+const char* kvtree_library_path() {
+  const char* overridden = std::getenv("MPLS_VPN_MIB_KVTREE_LIBRARY");
+  return overridden != nullptr && *overridden != '\0' ? overridden : "/proc/self/exe";
+}
+
+Status kvtree_bind(KvConnection** connection, const char* path, std::uint32_t mode) {
+  if (const Status status = fault_check("kvtree_bind")) return status;
+  if (connection == nullptr || path == nullptr || mode > kKvBindProvider) return kStatusInvalid;
+  if (kvtree::check_path(path) != kStatusOk) return kStatusInvalid;
+  auto made = std::make_unique<KvConnection>(KvConnection{kvtree::with_slash(path), mode});
+  *connection = made.get();
+  store().connections.push_back(std::move(made));
+  return kStatusOk;
+}
+
+Status kvtree_unbind(KvConnection* connection) {
+  if (const Status status = fault_check("kvtree_unbind")) return status;
+  if (!kvtree::is_bound(connection)) return kStatusInvalid;
+  const auto of_connection = [&](const auto& each) { return each.connection == connection; };
+  std::erase_if(store().registrations, [&](const auto& each) { return of_connection(*each); });
+  std::erase_if(store().providers, of_connection);
+  std::erase_if(store().connections, [&](const auto& each) { return each.get() == connection; });
+  return kStatusOk;
+}
+
+Status kvtree_init_prov_functions(KvProviderFunctions* functions) {
+  if (const Status status = fault_check("kvtree_init_prov_functions")) return status;
+  if (functions == nullptr) return kStatusInvalid;
+  *functions = {};
+  return kStatusOk;
+}
+
+Status kvtree_register_prov2(KvConnection* connection, const char* path, EventManager* manager,
+                             const KvProviderFunctions* functions, std::uint32_t /*first*/,
+                             std::uint32_t /*second*/) {
+  if (const Status status = fault_check("kvtree_register_prov2")) return status;
+  if (!kvtree::is_bound(connection) || connection->mode != kKvBindProvider) return kStatusInvalid;
+  if (manager == nullptr || functions == nullptr) return kStatusInvalid;
+  kvtree::Provider provider{connection, kvtree::registered_prefix(*connection, path), *functions};
+  for (const kvtree::Provider& other : store().providers) {
+    if (other.prefix == provider.prefix) return kStatusExists;
+  }
+  store().providers.push_back(std::move(provider));
+  return kStatusOk;
+}
+
+Status kvtree_register_notification(KvConnection* connection, const char* path, std::uint32_t events,
+                                    KvNotificationEntry entry, EventManager* manager, std::uint32_t /*first*/,
+                                    std::uint32_t /*second*/, std::uint32_t /*third*/,
+                                    KvRegistration** registration) {
+  if (const Status status = fault_check("kvtree_register_notification")) return status;
+  if (!kvtree::is_bound(connection) || manager == nullptr) return kStatusInvalid;
+  const auto made = std::make_shared<KvRegistration>(
+      KvRegistration{connection, kvtree::registered_prefix(*connection, path), events, entry, manager});
+  if (registration != nullptr) *registration = made.get();
+  store().registrations.push_back(made);
+  kvtree::replay(*made);
+  return kStatusOk;
+}
+
+Status kvtree_set(std::string_view path, KvValue value) {
+  if (const Status status = fault_check("kvtree_set")) return status;
+  if (const Status status = kvtree::check_node_path(path)) return status;
+  auto kept = std::make_shared<const KvValue>(std::move(value));
+  const auto [node, created] = store().nodes.insert_or_assign(std::string(path), kept);
+  kvtree::tell_subscribers({node->first, std::move(kept)},
+                           created ? kKvEventCreated | kKvEventSet : kKvEventSet);
+  return kStatusOk;
+}
+
+Status kvtree_delete(std::string_view path) {
+  if (const Status status = fault_check("kvtree_delete")) return status;
+  if (const Status status = kvtree::check_node_path(path)) return status;
+  const auto node = store().nodes.find(path);
+  if (node == store().nodes.end()) return kStatusNoSuchRow;
+  store().nodes.erase(node);
+  kvtree::tell_subscribers({std::string(path), nullptr}, kKvEventDeleted);
+  return kStatusOk;
+}
+
+Status kvtree_provider_notify(const KvConnection* connection, const KvProviderNotification* notification) {
+  if (const Status status = fault_check("kvtree_provider_notify")) return status;
+  if (!kvtree::is_bound(connection) || connection->mode != kKvBindProvider) return kStatusInvalid;
+  if (notification == nullptr || notification->item_name == nullptr) return kStatusInvalid;
+  if (notification->data == nullptr && notification->length != 0) return kStatusInvalid;
+  kvtree::send_to_watchers(*connection, *notification);
+  return kStatusOk;
+}
+
+void kvtree_reset() {
+  store() = {};
+  kvtree::forget_compiled_tables();
+}

@@ -1,0 +1,84 @@
+// What the source files of the data store share. Not for other folders.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/kvtree/kvtree.h"
+#include "platform/wire/wire.h"
+
+// One request, below the provider's bind point.
+struct KvRequest {
+  std::string_view path;
+  bool structured;
+};
+
+// One change, below the subscriber's bind point. The texts live as long as the call that is given it.
+struct KvNotification {
+  std::string_view path;
+  KvNotifyInfo info;
+};
+
+struct KvConnection {
+  std::string path;  // ends in '/'
+  std::uint32_t mode;
+};
+
+struct KvRegistration {
+  const KvConnection* connection;
+  std::string prefix;  // ends in '/'
+  std::uint32_t events;
+  KvNotificationEntry entry;
+  EventManager* manager;
+};
+
+namespace kvtree {
+
+struct Provider {
+  const KvConnection* connection;
+  std::string prefix;  // ends in '/'
+  KvProviderFunctions functions;
+};
+
+struct Action {
+  KvAction function;
+  void* argument;
+};
+
+// Everything that the process's data store holds. Notifications under way keep weak references to
+// registrations.
+struct Store {
+  std::vector<std::unique_ptr<KvConnection>> connections;
+  std::vector<std::shared_ptr<KvRegistration>> registrations;
+  std::vector<Provider> providers;
+  std::map<std::string, std::shared_ptr<const KvValue>, std::less<>> nodes;
+  std::map<std::string, Action, std::less<>> actions;
+};
+
+Store& store();
+
+// kStatusOk for a whole path that requests and nodes may have: it begins with '/', is within kKvMaxPath
+// (kStatusMessageTooLarge) and has no NUL (kStatusBadKey).
+Status check_path(std::string_view path);
+
+// The provider of this path (the longest prefix), or null; *relative is what stands below it.
+const Provider* find_provider(std::string_view path, std::string_view* relative);
+
+// The batched walk, row by row. The sink takes a row or answers false when there is no room for it.
+using RowSink = bool (*)(void* argument, const KvReply& row);
+Status walk_rows(std::string_view path, bool structured, std::uint32_t max_rows, RowSink sink, void* argument,
+                 bool* end);
+
+void forget_compiled_tables();
+
+// Sends a provider notification to the watching clients of every server.
+void send_to_watchers(const KvConnection& provider, const KvProviderNotification& notification);
+
+// The answer to one client's message: appends the answer's payload. False for a malformed request. The
+// connection is null where there is none (then nothing may be changed or watched).
+bool answer_message(wire::Connection* from, const wire::Message& message, wire::Octets* answer);
+
+}  // namespace kvtree
