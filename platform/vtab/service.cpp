@@ -27,7 +27,9 @@
 namespace vtab {
 namespace {
 
-void release_name(const char* vrf_name) { service().release(vrf_name); }
+void release_name(const char* vrf_name) {
+  service().release(vrf_name);
+}
 
 }  // namespace
 
