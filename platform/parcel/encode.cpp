@@ -52,7 +52,9 @@ class Buffer {
  private:
   Status grow(std::size_t count) {
     if (count > kParcelMaxSize || size_ + count > kParcelMaxSize) return kStatusMessageTooLarge;
-    const std::size_t capacity = std::max({kFirstCapacity, 2 * capacity_, size_ + count});
+    // Never more than a record may have: a full buffer is what a record that is too large is noticed by.
+    const std::size_t capacity =
+        std::min(kParcelMaxSize, std::max({kFirstCapacity, 2 * capacity_, size_ + count}));
     auto* octets = static_cast<std::uint8_t*>(calloc_tagged(capacity, 1, "parcel buffer"));
     if (octets == nullptr) return kStatusNoMemory;
     if (size_ != 0) std::memcpy(octets, octets_, size_);
