@@ -284,6 +284,10 @@ void KernelSource::State::begin_dump() {
   last_dump_began = clock_monotonic();
   reread_soon = false;
   log.clear();
+  if (mirror_stale) {
+    log_line("kernel: events were lost (%llu times so far), reading all links and addresses",
+             static_cast<unsigned long long>(counters.losses));
+  }
   Status status = dump.begin();
   if (status == kStatusOk) {
     status = event_fd_add(manager, dump.fd(), EPOLLIN, [this](int, std::uint32_t) { continue_dump(); });

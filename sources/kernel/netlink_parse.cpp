@@ -316,9 +316,15 @@ ParseReport parse_datagram(std::span<const std::uint8_t> datagram, std::vector<E
   while (datagram.size() - offset >= sizeof(nlmsghdr)) {
     const void* here = datagram.data() + offset;
     const auto* message = static_cast<const nlmsghdr*>(here);
+    const std::size_t rest = datagram.size() - offset;
+    if (message->nlmsg_len < sizeof(nlmsghdr) || message->nlmsg_len > rest) {
+      ++report.malformed;
+      return report;
+    }
     // libmnl reads attributes up to the aligned end of a message, so the padding has to be there too.
+    // (Aligning comes after the bound: in 32 bits a length close to the largest number aligns to 0.)
     const std::size_t length = NLMSG_ALIGN(static_cast<std::size_t>(message->nlmsg_len));
-    if (message->nlmsg_len < sizeof(nlmsghdr) || length > datagram.size() - offset) {
+    if (length > rest) {
       ++report.malformed;
       return report;
     }

@@ -293,6 +293,16 @@ TEST(NetlinkFraming, LengthBelowTheHeaderIsMalformed) {
   ExpectMalformed(datagram);
 }
 
+// Aligned in 32 bits these lengths are 0, which once kept the decoder at one message for ever.
+TEST(NetlinkFraming, LengthAtTheEndOfItsRangeIsMalformed) {
+  Octets datagram = Encode(LinkMessage{.index = 9, .name = "d0"});
+  datagram[1] = datagram[2] = datagram[3] = 0xff;
+  for (std::uint8_t lowest = 0xfc; lowest != 0; ++lowest) {
+    datagram[0] = lowest;
+    ExpectMalformed(datagram);
+  }
+}
+
 TEST(NetlinkFraming, HeaderOnlyMessagesAreMalformed) {
   for (const std::uint16_t type : {RTM_NEWLINK, RTM_DELLINK, RTM_NEWADDR, RTM_DELADDR}) {
     ExpectMalformed(Control(type, 0, 0));

@@ -206,7 +206,8 @@ class Listener : public router::Observer {
   std::vector<std::string> lines_;
 };
 
-// The whole model, one line an object: VRFs in name order, then interfaces in index order.
+// The whole model, one line an object: VRFs in the model's order (shorter names first), then interfaces in
+// index order.
 inline std::vector<std::string> Describe(const router::Router& model) {
   std::vector<std::string> lines;
   model.for_each_vrf([&](const router::Vrf& vrf) {
