@@ -1,0 +1,178 @@
+// See pdu.h: reading. pdu_write.cpp is the other half.
+//
+// Every octet comes from a socket. Lengths are compared with what is left before anything is taken; a name
+// longer than SNMP allows is refused and not cut. Reserved octets are not looked at (RFC 2741 section 6.1
+// leaves them to later versions).
+#include "agent/agentx/pdu.h"
+
+#include <array>
+
+namespace agentx {
+namespace {
+
+template <typename Number>
+Number assemble(Bytes octets, bool network_order) {
+  Number value = 0;
+  for (std::size_t i = 0; i < octets.size(); ++i) {
+    const std::size_t from = network_order ? i : octets.size() - 1 - i;
+    value = static_cast<Number>(value << 8U | octets[from]);
+  }
+  return value;
+}
+
+struct ErrorName {
+  std::uint16_t error;
+  const char* name;
+};
+
+constexpr ErrorName kErrorNames[] = {
+    {0, "noAgentXError"},         {5, "genErr"},
+    {14, "commitFailed"},         {17, "notWritable"},
+    {256, "openFailed"},          {257, "notOpen"},
+    {258, "indexWrongType"},      {259, "indexAlreadyAllocated"},
+    {260, "indexNoneAvailable"},  {261, "indexNotAllocated"},
+    {262, "unsupportedContext"},  {263, "duplicateRegistration"},
+    {264, "unknownRegistration"}, {265, "unknownAgentCaps"},
+    {266, "parseError"},          {267, "requestDenied"},
+    {268, "processingError"},
+};
+
+constexpr std::size_t padded(std::size_t length) {
+  return (length + 3) / 4 * 4;
+}
+
+// The sub-identifiers that a non-zero prefix octet stands for: 1.3.6.1.PREFIX (section 5.1).
+constexpr std::array<std::uint32_t, 4> kInternet = {1, 3, 6, 1};
+
+}  // namespace
+
+std::string error_text(std::uint16_t error) {
+  for (const ErrorName& entry : kErrorNames) {
+    if (entry.error == error) return entry.name;
+  }
+  return "error " + std::to_string(error);
+}
+
+HeaderState read_header(Bytes input, Header* header) {
+  if (input.size() < kHeaderSize) return HeaderState::kIncomplete;
+  const bool network_order = (input[2] & kFlagNetworkByteOrder) != 0;
+  const auto number_at = [&](std::size_t position) {
+    return assemble<std::uint32_t>(input.subspan(position, 4), network_order);
+  };
+  header->type = static_cast<PduType>(input[1]);
+  header->flags = input[2];
+  header->session = number_at(4);
+  header->transaction = number_at(8);
+  header->packet = number_at(12);
+  header->payload = number_at(16);
+  const bool good = input[0] == kVersion && header->payload % 4 == 0 && header->payload <= kMaxPayload;
+  return good ? HeaderState::kGood : HeaderState::kBroken;
+}
+
+bool Reader::take(std::size_t count, Bytes* taken) {
+  if (count > rest_.size()) {
+    rest_ = {};
+    return false;
+  }
+  *taken = rest_.first(count);
+  rest_ = rest_.subspan(count);
+  return true;
+}
+
+bool Reader::number8(std::uint8_t* value) {
+  Bytes octets;
+  if (!take(1, &octets)) return false;
+  *value = octets[0];
+  return true;
+}
+
+bool Reader::number16(std::uint16_t* value) {
+  Bytes octets;
+  if (!take(2, &octets)) return false;
+  *value = assemble<std::uint16_t>(octets, network_order_);
+  return true;
+}
+
+bool Reader::number32(std::uint32_t* value) {
+  Bytes octets;
+  if (!take(4, &octets)) return false;
+  *value = assemble<std::uint32_t>(octets, network_order_);
+  return true;
+}
+
+bool Reader::number64(std::uint64_t* value) {
+  Bytes octets;
+  if (!take(8, &octets)) return false;
+  *value = assemble<std::uint64_t>(octets, network_order_);
+  return true;
+}
+
+bool Reader::name(oid::Oid* value, bool* include) {
+  Bytes head;
+  if (!take(4, &head)) return false;
+  const std::size_t count = head[0];
+  const std::uint32_t prefix = head[1];
+  if (include != nullptr) *include = head[2] != 0;
+  value->clear();
+  if (prefix != 0 && !(value->append(kInternet) && value->append(prefix))) return false;
+  Bytes numbers;
+  if (count > oid::kMaxSubIdentifiers - value->size() || !take(count * 4, &numbers)) {
+    rest_ = {};
+    return false;
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!value->append(assemble<std::uint32_t>(numbers.subspan(i * 4, 4), network_order_))) return false;
+  }
+  return true;
+}
+
+bool Reader::octets(Bytes* value) {
+  std::uint32_t length = 0;
+  if (!number32(&length)) return false;
+  Bytes whole;
+  if (!take(padded(length), &whole)) return false;
+  *value = whole.first(length);
+  return true;
+}
+
+bool Reader::search_range(SearchRange* range) {
+  return name(&range->start, &range->include) && name(&range->end, nullptr);
+}
+
+bool Reader::response(Response* value) {
+  return number32(&value->uptime) && number16(&value->error) && number16(&value->index);
+}
+
+bool Reader::var_bind(oid::Oid* bound, Value* value) {
+  std::uint16_t type = 0;
+  std::uint16_t reserved = 0;
+  if (!number16(&type) || !number16(&reserved) || !name(bound, nullptr)) return false;
+  value->type = static_cast<ValueType>(type);
+  std::uint32_t number = 0;
+  switch (value->type) {
+    case ValueType::kInteger:
+    case ValueType::kCounter32:
+    case ValueType::kGauge32:
+    case ValueType::kTimeTicks:
+      if (!number32(&number)) return false;
+      value->number = number;
+      return true;
+    case ValueType::kCounter64:
+      return number64(&value->number);
+    case ValueType::kOctetString:
+    case ValueType::kIpAddress:
+    case ValueType::kOpaque:
+      return octets(&value->octets);
+    case ValueType::kObjectIdentifier:
+      return name(&value->name, nullptr);
+    case ValueType::kNull:
+    case ValueType::kNoSuchObject:
+    case ValueType::kNoSuchInstance:
+    case ValueType::kEndOfMibView:
+      return true;
+  }
+  rest_ = {};
+  return false;
+}
+
+}  // namespace agentx

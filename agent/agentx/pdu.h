@@ -1,0 +1,193 @@
+// AgentX protocol data units (RFC 2741 section 6): reading and writing them in place.
+//
+// Reader takes octets of either byte order and never looks beyond them; Writer appends to a caller's buffer,
+// always in network byte order. Neither allocates for a variable: a Reader's octet strings are views into its
+// input, names are read into an Oid of the caller's, and a Writer's buffer grows to what it once needed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "agent/oid/oid.h"
+
+namespace agentx {
+
+using Bytes = std::span<const std::uint8_t>;
+
+enum class PduType : std::uint8_t {
+  kOpen = 1,
+  kClose = 2,
+  kRegister = 3,
+  kUnregister = 4,
+  kGet = 5,
+  kGetNext = 6,
+  kGetBulk = 7,
+  kTestSet = 8,
+  kCommitSet = 9,
+  kUndoSet = 10,
+  kCleanupSet = 11,
+  kNotify = 12,
+  kPing = 13,
+  kResponse = 18,
+};
+
+enum class ValueType : std::uint16_t {
+  kInteger = 2,
+  kOctetString = 4,
+  kNull = 5,
+  kObjectIdentifier = 6,
+  kIpAddress = 64,
+  kCounter32 = 65,
+  kGauge32 = 66,
+  kTimeTicks = 67,
+  kOpaque = 68,
+  kCounter64 = 70,
+  kNoSuchObject = 128,
+  kNoSuchInstance = 129,
+  kEndOfMibView = 130,
+};
+
+// Errors of a Response (section 6.2.16); those below 256 are SNMP's own.
+enum class Error : std::uint16_t {
+  kNone = 0,
+  kGenErr = 5,
+  kCommitFailed = 14,
+  kNotWritable = 17,
+  kOpenFailed = 256,
+  kNotOpen = 257,
+  kDuplicateRegistration = 263,
+  kUnsupportedContext = 262,
+  kParseError = 266,
+  kRequestDenied = 267,
+  kProcessingError = 268,
+};
+// "duplicateRegistration"; "error 999" for what the table does not know.
+std::string error_text(std::uint16_t error);
+
+enum class CloseReason : std::uint8_t {
+  kOther = 1,
+  kParseError = 2,
+  kProtocolError = 3,
+  kTimeouts = 4,
+  kShutdown = 5,
+  kByManager = 6,
+};
+
+inline constexpr std::uint8_t kVersion = 1;
+inline constexpr std::uint8_t kFlagNonDefaultContext = 0x08;
+inline constexpr std::uint8_t kFlagNetworkByteOrder = 0x10;
+inline constexpr std::size_t kHeaderSize = 20;
+// No request is longer: 64 KiB of SNMP message, each octet of a name becoming four, twice (start and end).
+inline constexpr std::uint32_t kMaxPayload = 1U << 20;
+
+struct Header {
+  PduType type = PduType::kResponse;
+  std::uint8_t flags = kFlagNetworkByteOrder;
+  std::uint32_t session = 0;
+  std::uint32_t transaction = 0;
+  std::uint32_t packet = 0;
+  std::uint32_t payload = 0;  // octets after the header; writers leave it to Writer::end()
+};
+
+enum class HeaderState {
+  kIncomplete,  // fewer than kHeaderSize octets
+  kGood,
+  kBroken,  // another version, or a length that is not a multiple of 4 or beyond kMaxPayload: framing is lost
+};
+HeaderState read_header(Bytes input, Header* header);
+
+struct SearchRange {
+  oid::Oid start;
+  oid::Oid end;          // empty: no end
+  bool include = false;  // the start itself is wanted too
+};
+
+struct Response {
+  std::uint32_t uptime = 0;  // the master's sysUpTime, hundredths of a second
+  std::uint16_t error = 0;
+  std::uint16_t index = 0;
+};
+
+// A value as it was read; text and name are set for those types only.
+struct Value {
+  ValueType type = ValueType::kNull;
+  std::uint64_t number = 0;
+  Bytes octets;
+  oid::Oid name;
+};
+
+// Reads a payload from its front. The first failure makes every later read fail.
+class Reader {
+ public:
+  Reader(Bytes payload, bool network_order) : rest_(payload), network_order_(network_order) {}
+
+  bool at_end() const { return rest_.empty(); }
+  std::size_t left() const { return rest_.size(); }
+
+  [[nodiscard]] bool number8(std::uint8_t* value);
+  [[nodiscard]] bool number16(std::uint16_t* value);
+  [[nodiscard]] bool number32(std::uint32_t* value);
+  [[nodiscard]] bool number64(std::uint64_t* value);
+  // False for more than 128 sub-identifiers, counted with those the prefix octet stands for. `include` may be
+  // null.
+  [[nodiscard]] bool name(oid::Oid* value, bool* include);
+  [[nodiscard]] bool octets(Bytes* value);
+  [[nodiscard]] bool search_range(SearchRange* range);
+  [[nodiscard]] bool response(Response* value);
+  [[nodiscard]] bool var_bind(oid::Oid* name, Value* value);
+
+ private:
+  bool take(std::size_t count, Bytes* taken);
+
+  Bytes rest_;
+  bool network_order_;
+};
+
+// Appends PDUs to *output, which must live as long as the writer.
+class Writer {
+ public:
+  explicit Writer(std::vector<std::uint8_t>* output) : output_(output) {}
+
+  // One PDU is written between begin() and end(); end() fills in its length.
+  void begin(const Header& header);
+  void end();
+
+  void number8(std::uint8_t value);
+  void number16(std::uint16_t value);
+  void number32(std::uint32_t value);
+  void number64(std::uint64_t value);
+  // One name from two parts, so that callers need not join an object and its instance.
+  void name(oid::View first, oid::View second = {}, bool include = false);
+  void octets(Bytes value);
+  void octets(std::string_view value);
+
+  // Variable bindings: begin with the type and the name, then the data (none for null and the exceptions).
+  void var_bind(ValueType type, oid::View first, oid::View second = {});
+
+  std::size_t position() const { return output_->size(); }
+  void truncate(std::size_t position) { output_->resize(position); }
+  // Overwrites two octets written before.
+  void patch16(std::size_t position, std::uint16_t value);
+  Bytes written(std::size_t from) const { return Bytes(*output_).subspan(from); }
+
+ private:
+  std::uint8_t* grow(std::size_t count);
+
+  std::vector<std::uint8_t>* output_;
+  std::size_t begin_ = 0;
+};
+
+// The PDUs that a sub-agent sends of its own accord. Timeout 0 leaves it to the master.
+void write_open(Writer* writer, std::uint32_t packet, oid::View id, std::string_view description);
+void write_close(Writer* writer, std::uint32_t session, std::uint32_t packet, CloseReason reason);
+void write_register(Writer* writer, std::uint32_t session, std::uint32_t packet, oid::View subtree);
+void write_unregister(Writer* writer, std::uint32_t session, std::uint32_t packet, oid::View subtree);
+void write_ping(Writer* writer, std::uint32_t session, std::uint32_t packet);
+// The Response's header and its first eight octets; variables may follow before end().
+void begin_response(Writer* writer, const Header& request, Error error, std::uint16_t index);
+
+}  // namespace agentx

@@ -1,0 +1,268 @@
+// See session.h.
+//
+// States: closed -> opening (Open sent) -> open -> registering (Register sent) -> registered. Whatever goes
+// wrong in any of them leads back to closed, with the socket gone and a new attempt after retry_ns; nothing
+// is kept from one connection to the next but the right to register. The loss and the return are said once
+// each.
+//
+// At most one request of our own is under way (awaited_packet_). Octets of the master are bounded before they
+// are kept: a header that promises more than kMaxPayload ends the connection, and while the master does not
+// take our answers (kMaxOutput) its requests are not read.
+#include "agent/agentx/session.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "platform/base/log.h"
+
+namespace agentx {
+namespace {
+
+constexpr std::size_t kReadChunk = 64U << 10U;
+constexpr std::size_t kMaxOutput = 4U << 20U;
+
+bool would_block(int error) {
+  return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+
+}  // namespace
+
+Session::Session(SessionOptions options, Handler handler)
+    : options_(std::move(options)), handler_(std::move(handler)) {}
+
+Session::~Session() {
+  if (fd_ >= 0) close(fd_);
+}
+
+void Session::allow_registration() {
+  may_register_ = true;
+  step();
+}
+
+short Session::events() const {
+  return static_cast<short>((output_.size() < kMaxOutput ? POLLIN : 0) | (output_.empty() ? 0 : POLLOUT));
+}
+
+std::uint64_t Session::deadline() const {
+  if (fd_ < 0) return retry_at_;
+  return awaited_packet_ != 0 ? awaited_until_ : heard_at_ + options_.ping_ns;
+}
+
+void Session::step() {
+  const std::uint64_t now = clock_monotonic();
+  if (fd_ < 0 && now >= retry_at_) connect();
+  if (fd_ < 0) return;
+  if (awaited_packet_ != 0) {
+    if (now >= awaited_until_) lose("no reply");
+    return;
+  }
+  if (state_ == State::kOpen && may_register_) {
+    send_register();
+  } else if (now >= heard_at_ + options_.ping_ns) {
+    Writer writer(&output_);
+    write_ping(&writer, session_, next_packet_);
+    expect_reply();
+    flush();
+  }
+}
+
+void Session::connect() {
+  fd_ = options_.connect();
+  if (fd_ < 0) {
+    lose(std::strerror(errno));
+    return;
+  }
+  heard_at_ = clock_monotonic();
+  send_open();
+}
+
+void Session::send_open() {
+  state_ = State::kOpening;
+  Writer writer(&output_);
+  write_open(&writer, next_packet_, options_.id.view(), options_.description);
+  expect_reply();
+  flush();
+}
+
+void Session::send_register() {
+  state_ = State::kRegistering;
+  Writer writer(&output_);
+  write_register(&writer, session_, next_packet_, options_.subtree.view());
+  expect_reply();
+  flush();
+}
+
+void Session::expect_reply() {
+  awaited_packet_ = next_packet_++;
+  if (next_packet_ == 0) next_packet_ = 1;
+  awaited_until_ = clock_monotonic() + options_.reply_ns;
+}
+
+void Session::handle(short revents) {
+  if (fd_ >= 0 && (revents & POLLOUT) != 0) flush();
+  if (fd_ >= 0 && (revents & (POLLIN | POLLHUP | POLLERR)) != 0) receive();
+  if (fd_ >= 0) answer_input();
+  step();
+}
+
+void Session::receive() {
+  const std::size_t before = input_.size();
+  input_.resize(before + kReadChunk);
+  const ssize_t count = recv(fd_, input_.data() + before, kReadChunk, 0);
+  const int error = errno;
+  input_.resize(before + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  if (count > 0) {
+    heard_at_ = clock_monotonic();
+  } else if (count == 0) {
+    lose("it closed the connection");
+  } else if (!would_block(error)) {
+    lose(std::strerror(error));
+  }
+}
+
+// All PDUs that have come are answered by one write, unless the answers do not fit into what may wait.
+void Session::answer_input() {
+  bool more = true;
+  while (more && fd_ >= 0 && output_.size() < kMaxOutput) {
+    more = consume();
+    if (fd_ >= 0) flush();
+  }
+}
+
+// Takes whole PDUs; what is left stays for the next time. True when it stopped because of the waiting output.
+bool Session::consume() {
+  std::size_t at = 0;
+  bool full = false;
+  while (fd_ >= 0 && !full) {
+    const Bytes rest = Bytes(input_).subspan(at);
+    Header header;
+    const HeaderState state = read_header(rest, &header);
+    if (state == HeaderState::kBroken) {
+      lose("it sent octets that are no AgentX");
+      return false;
+    }
+    if (state == HeaderState::kIncomplete || rest.size() - kHeaderSize < header.payload) break;
+    take_pdu(header, rest.subspan(kHeaderSize, header.payload));
+    at += kHeaderSize + header.payload;
+    full = output_.size() >= kMaxOutput;
+  }
+  if (fd_ >= 0) input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(at));
+  return full;
+}
+
+void Session::take_pdu(const Header& header, Bytes payload) {
+  if (header.type == PduType::kResponse) {
+    take_response(header, payload);
+  } else if (header.type == PduType::kClose) {
+    lose("it closed the session");
+  } else {
+    Writer writer(&output_);
+    if (header.session == session_ && state_ != State::kOpening) {
+      handler_(header, payload, &writer);
+    } else if (header.type != PduType::kCleanupSet) {
+      begin_response(&writer, header, Error::kNotOpen, 0);
+      writer.end();
+    }
+  }
+}
+
+void Session::take_response(const Header& header, Bytes payload) {
+  if (header.packet != awaited_packet_ || awaited_packet_ == 0) return;  // a reply to nothing that was asked
+  Reader reader(payload, (header.flags & kFlagNetworkByteOrder) != 0);
+  Response response;
+  if (!reader.response(&response)) {
+    lose("its reply is malformed");
+    return;
+  }
+  awaited_packet_ = 0;
+  if (state_ == State::kOpening && response.error == 0) session_ = header.session;
+  take_reply(response.error);
+}
+
+void Session::take_reply(std::uint16_t error) {
+  if (error != 0) {
+    const char* const what = state_ == State::kOpening       ? "opening a session"
+                             : state_ == State::kRegistering ? "registering"
+                                                             : "a ping";
+    lose(std::string("it refused ") + what + ": " + error_text(error));
+    return;
+  }
+  if (state_ == State::kOpening) {
+    state_ = State::kOpen;  // step() goes on from here
+  } else if (state_ == State::kRegistering) {
+    state_ = State::kRegistered;
+    announced_lost_ = false;
+    log_line("master agent at %s: registered %s", options_.master.c_str(),
+             oid::to_text(options_.subtree.view()).c_str());
+  }
+}
+
+void Session::flush() {
+  while (sent_ < output_.size()) {
+    const ssize_t count = send(fd_, output_.data() + sent_, output_.size() - sent_, MSG_NOSIGNAL);
+    if (count < 0) {
+      if (errno == EINTR) continue;
+      if (!would_block(errno)) lose(std::strerror(errno));
+      return;
+    }
+    sent_ += static_cast<std::size_t>(count);
+  }
+  output_.clear();
+  sent_ = 0;
+}
+
+void Session::lose(const std::string& why) {
+  if (fd_ >= 0) close(fd_);
+  fd_ = -1;
+  state_ = State::kClosed;
+  session_ = 0;
+  awaited_packet_ = 0;
+  input_.clear();
+  output_.clear();
+  sent_ = 0;
+  retry_at_ = clock_monotonic() + options_.retry_ns;
+  if (announced_lost_) return;
+  announced_lost_ = true;
+  log_line("master agent at %s: away (%s); trying again until it is back", options_.master.c_str(),
+           why.c_str());
+}
+
+void Session::shut_down() {
+  if (fd_ < 0) return;
+  Writer writer(&output_);
+  if (state_ == State::kRegistered) {
+    write_unregister(&writer, session_, next_packet_++, options_.subtree.view());
+  }
+  if (session_ != 0) write_close(&writer, session_, next_packet_++, CloseReason::kShutdown);
+  flush();
+  if (fd_ >= 0) close(fd_);
+  fd_ = -1;
+  state_ = State::kClosed;
+}
+
+int connect_unix(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(address.sun_path)) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  std::copy(path.begin(), path.end(), address.sun_path);
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return fd;
+  const int error = errno;
+  close(fd);
+  errno = error;
+  return -1;
+}
+
+}  // namespace agentx

@@ -1,0 +1,438 @@
+// The session against a master agent that the test plays at the other end of a socket pair, with the clock in
+// hand.
+#include "agent/agentx/session.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+namespace {
+
+using namespace agentx;
+using oid::Oid;
+
+const Oid kSubtree{1, 3, 6, 1, 2, 1, 10, 166, 11, 1};
+
+struct Pdu {
+  Header header;
+  std::vector<std::uint8_t> payload;
+};
+
+class Master {
+ public:
+  ~Master() { HangUp(); }
+
+  // What Session calls to connect.
+  int Accept() {
+    ++attempts;
+    if (!listening) {
+      errno = ECONNREFUSED;
+      return -1;
+    }
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends), 0);
+    HangUp();
+    fd_ = ends[1];
+    return ends[0];
+  }
+
+  void HangUp() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+    input_.clear();
+  }
+
+  void Send(const std::vector<std::uint8_t>& octets) {
+    EXPECT_EQ(send(fd_, octets.data(), octets.size(), MSG_NOSIGNAL), static_cast<ssize_t>(octets.size()));
+  }
+
+  // The next PDU that the session sent; type 0 when there is none.
+  Pdu Next() {
+    std::uint8_t chunk[65536];
+    for (ssize_t count = 0; (count = recv(fd_, chunk, sizeof(chunk), 0)) > 0;) {
+      input_.insert(input_.end(), chunk, chunk + count);
+    }
+    Pdu pdu;
+    const bool whole = read_header(input_, &pdu.header) == HeaderState::kGood &&
+                       input_.size() - kHeaderSize >= pdu.header.payload;
+    if (!whole) return {Header{.type = PduType{0}}, {}};
+    const auto end = input_.begin() + static_cast<std::ptrdiff_t>(kHeaderSize + pdu.header.payload);
+    pdu.payload.assign(input_.begin() + kHeaderSize, end);
+    input_.erase(input_.begin(), end);
+    return pdu;
+  }
+
+  void Reply(const Header& to, Error error, std::uint32_t session) {
+    std::vector<std::uint8_t> output;
+    Writer writer(&output);
+    Header request = to;
+    request.session = session;
+    begin_response(&writer, request, error, 0);
+    writer.end();
+    Send(output);
+  }
+
+  void Ask(PduType type, std::uint32_t packet, std::uint32_t session = 77) {
+    Header header;
+    header.type = type;
+    header.session = session;
+    header.packet = packet;
+    std::vector<std::uint8_t> output;
+    Writer writer(&output);
+    writer.begin(header);
+    writer.end();
+    Send(output);
+  }
+
+  int fd() const { return fd_; }
+
+  bool listening = true;
+  int attempts = 0;
+
+ private:
+  int fd_ = -1;
+  std::vector<std::uint8_t> input_;
+};
+
+class SessionTest : public testing::Test {
+ protected:
+  SessionTest() : clock_(1000 * kNanosecondsPerSecond), session_(Options(), Handler()) {}
+
+  SessionOptions Options() {
+    SessionOptions options;
+    options.master = "test";
+    options.connect = [this] { return master_.Accept(); };
+    options.description = "d";
+    options.subtree = kSubtree;
+    return options;
+  }
+
+  Session::Handler Handler() {
+    return [this](const Header& header, Bytes payload, Writer* writer) {
+      ++requests_;
+      last_payload_ = payload.size();
+      begin_response(writer, header, Error::kNone, 0);
+      for (std::size_t i = 0; i < answer_words_; ++i) writer->number32(0);
+      writer->end();
+    };
+  }
+
+  // Lets the session see everything that is there for it.
+  void Pump() {
+    for (int round = 0; round < 200; ++round) {
+      session_.step();
+      pollfd watched{session_.fd(), session_.events(), 0};
+      if (session_.fd() < 0 || poll(&watched, 1, 0) <= 0) return;
+      session_.handle(watched.revents);
+    }
+    ADD_FAILURE() << "the session never comes to rest";
+  }
+
+  void Open() {
+    Pump();
+    const Pdu open = master_.Next();
+    ASSERT_EQ(open.header.type, PduType::kOpen);
+    master_.Reply(open.header, Error::kNone, 77);
+    Pump();
+  }
+
+  void Register() {
+    Open();
+    session_.allow_registration();
+    const Pdu registration = master_.Next();
+    ASSERT_EQ(registration.header.type, PduType::kRegister);
+    ASSERT_EQ(registration.header.session, 77U);
+    master_.Reply(registration.header, Error::kNone, 77);
+    Pump();
+    ASSERT_TRUE(session_.registered());
+  }
+
+  // The session came back: Open and Register were sent again.
+  void ExpectReturn() {
+    clock_.advance(500 * kNanosecondsPerMillisecond);
+    Pump();
+    const Pdu open = master_.Next();
+    ASSERT_EQ(open.header.type, PduType::kOpen);
+    master_.Reply(open.header, Error::kNone, 78);
+    Pump();
+    const Pdu registration = master_.Next();
+    ASSERT_EQ(registration.header.type, PduType::kRegister);
+    EXPECT_EQ(registration.header.session, 78U);
+    master_.Reply(registration.header, Error::kNone, 78);
+    Pump();
+    EXPECT_TRUE(session_.registered());
+  }
+
+  ManualClock clock_;
+  Master master_;
+  int requests_ = 0;
+  std::size_t last_payload_ = 0;
+  std::size_t answer_words_ = 0;
+  Session session_;
+};
+
+TEST_F(SessionTest, OpensAtOnceAndRegistersOnlyWhenAllowed) {
+  Open();
+  EXPECT_EQ(master_.Next().header.type, PduType{0});
+  EXPECT_FALSE(session_.registered());
+  session_.allow_registration();
+  const Pdu registration = master_.Next();
+  ASSERT_EQ(registration.header.type, PduType::kRegister);
+  Reader reader(registration.payload, true);
+  std::uint32_t head = 0;
+  Oid subtree;
+  ASSERT_TRUE(reader.number32(&head) && reader.name(&subtree, nullptr));
+  EXPECT_TRUE(oid::compare(subtree.view(), kSubtree.view()) == 0);
+  EXPECT_FALSE(session_.registered()) << "not before the master says so";
+  master_.Reply(registration.header, Error::kNone, 77);
+  Pump();
+  EXPECT_TRUE(session_.registered());
+}
+
+TEST_F(SessionTest, MasterThatIsNotThereIsTriedAgainAtTheInterval) {
+  master_.listening = false;
+  testing::internal::CaptureStderr();
+  Pump();
+  Pump();
+  EXPECT_EQ(master_.attempts, 1);
+  for (int i = 0; i < 5; ++i) {
+    clock_.advance(300 * kNanosecondsPerMillisecond);
+    Pump();
+  }
+  EXPECT_EQ(master_.attempts, 6);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "master agent at test: away (Connection refused); trying again until it is back\n");
+  EXPECT_EQ(session_.deadline(), clock_monotonic() + 300 * kNanosecondsPerMillisecond);
+}
+
+TEST_F(SessionTest, ComesBackByItselfAfterTheMasterWentAway) {
+  Register();
+  for (int i = 0; i < 3; ++i) {
+    testing::internal::CaptureStderr();
+    master_.HangUp();
+    Pump();
+    EXPECT_FALSE(session_.registered());
+    EXPECT_EQ(session_.fd(), -1);
+    ExpectReturn();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "master agent at test: away (it closed the connection); trying again until it is back\n"
+              "master agent at test: registered 1.3.6.1.2.1.10.166.11.1\n");
+  }
+}
+
+TEST_F(SessionTest, ClosePduOpensAgain) {
+  Register();
+  master_.Ask(PduType::kClose, 1);
+  Pump();
+  EXPECT_FALSE(session_.registered());
+  ExpectReturn();
+}
+
+TEST_F(SessionTest, RefusedRegistrationIsTriedAgainAndSaidOnce) {
+  Open();
+  session_.allow_registration();
+  testing::internal::CaptureStderr();
+  for (int i = 0; i < 3; ++i) {
+    const Pdu registration = master_.Next();
+    ASSERT_EQ(registration.header.type, PduType::kRegister);
+    master_.Reply(registration.header, Error::kDuplicateRegistration, 77);
+    Pump();
+    EXPECT_FALSE(session_.registered());
+    clock_.advance(500 * kNanosecondsPerMillisecond);
+    Pump();
+    master_.Reply(master_.Next().header, Error::kNone, 77);
+    Pump();
+  }
+  EXPECT_EQ(
+      testing::internal::GetCapturedStderr(),
+      "master agent at test: away (it refused registering: duplicateRegistration); trying again until it is "
+      "back\n");
+}
+
+TEST_F(SessionTest, RefusedOpenIsTriedAgain) {
+  Pump();
+  master_.Reply(master_.Next().header, Error::kOpenFailed, 0);
+  Pump();
+  EXPECT_EQ(session_.fd(), -1);
+  session_.allow_registration();
+  ExpectReturn();
+}
+
+TEST_F(SessionTest, QuietSessionIsPingedAndTheReplyKeepsIt) {
+  Register();
+  for (int i = 0; i < 3; ++i) {
+    clock_.advance(10 * kNanosecondsPerSecond);
+    Pump();
+    const Pdu ping = master_.Next();
+    ASSERT_EQ(ping.header.type, PduType::kPing);
+    EXPECT_EQ(ping.header.session, 77U);
+    master_.Reply(ping.header, Error::kNone, 77);
+    Pump();
+  }
+  EXPECT_TRUE(session_.registered());
+}
+
+TEST_F(SessionTest, MasterThatForgotTheSessionIsOpenedAgain) {
+  Register();
+  clock_.advance(10 * kNanosecondsPerSecond);
+  Pump();
+  master_.Reply(master_.Next().header, Error::kNotOpen, 77);
+  Pump();
+  EXPECT_FALSE(session_.registered());
+  ExpectReturn();
+}
+
+TEST_F(SessionTest, BusyMasterIsGivenTimeAndADeadOneIsLeft) {
+  Register();
+  clock_.advance(10 * kNanosecondsPerSecond);
+  Pump();
+  ASSERT_EQ(master_.Next().header.type, PduType::kPing);
+  clock_.advance(29 * kNanosecondsPerSecond);
+  Pump();
+  EXPECT_TRUE(session_.registered());
+  EXPECT_EQ(master_.Next().header.type, PduType{0}) << "one question at a time";
+  clock_.advance(kNanosecondsPerSecond);
+  Pump();
+  EXPECT_FALSE(session_.registered());
+}
+
+TEST_F(SessionTest, ReplyToNothingIsIgnored) {
+  Register();
+  Header stray;
+  stray.packet = 4711;
+  master_.Reply(stray, Error::kNotOpen, 77);
+  stray.packet = 0;
+  master_.Reply(stray, Error::kNotOpen, 77);
+  Pump();
+  EXPECT_TRUE(session_.registered());
+}
+
+TEST_F(SessionTest, MalformedReplyEndsTheConnection) {
+  Pump();
+  const Pdu open = master_.Next();
+  Header header = open.header;
+  header.type = PduType::kResponse;
+  std::vector<std::uint8_t> output;
+  Writer writer(&output);
+  writer.begin(header);
+  writer.end();
+  master_.Send(output);
+  Pump();
+  EXPECT_EQ(session_.fd(), -1);
+}
+
+TEST_F(SessionTest, RequestCutAnywhereIsAnsweredOnceItIsWhole) {
+  Register();
+  Header header;
+  header.type = PduType::kGet;
+  header.session = 77;
+  std::vector<std::uint8_t> octets;
+  Writer writer(&octets);
+  writer.begin(header);
+  writer.name(kSubtree.view());
+  writer.name({});
+  writer.end();
+  for (std::size_t cut = 1; cut < octets.size(); ++cut) {
+    const auto middle = octets.begin() + static_cast<std::ptrdiff_t>(cut);
+    requests_ = 0;
+    master_.Send({octets.begin(), middle});
+    Pump();
+    EXPECT_EQ(requests_, 0) << cut;
+    master_.Send({middle, octets.end()});
+    Pump();
+    EXPECT_EQ(requests_, 1) << cut;
+    EXPECT_EQ(last_payload_, octets.size() - kHeaderSize);
+    EXPECT_EQ(master_.Next().header.type, PduType::kResponse);
+  }
+}
+
+TEST_F(SessionTest, SeveralRequestsInOneReadingAreAllAnswered) {
+  Register();
+  for (std::uint32_t packet = 1; packet <= 50; ++packet) master_.Ask(PduType::kGetNext, packet);
+  Pump();
+  EXPECT_EQ(requests_, 50);
+  for (std::uint32_t packet = 1; packet <= 50; ++packet) EXPECT_EQ(master_.Next().header.packet, packet);
+}
+
+TEST_F(SessionTest, AnswersThatDoNotFitTheSocketAreSentInParts) {
+  Register();
+  answer_words_ = 200'000;
+  master_.Ask(PduType::kGet, 5);
+  Pdu response;
+  for (int round = 0; round < 100 && response.header.packet != 5; ++round) {
+    pollfd watched{session_.fd(), session_.events(), 0};
+    if (poll(&watched, 1, 0) > 0) session_.handle(watched.revents);
+    Pdu pdu = master_.Next();
+    if (pdu.payload.size() > 0) response = pdu;
+  }
+  EXPECT_EQ(response.header.packet, 5U);
+  EXPECT_EQ(response.payload.size(), 8 + 4 * 200'000U);
+}
+
+TEST_F(SessionTest, MasterThatDoesNotReadIsNotReadEither) {
+  Register();
+  answer_words_ = 200'000;
+  for (std::uint32_t packet = 1; packet <= 40; ++packet) master_.Ask(PduType::kGet, packet);
+  pollfd watched{session_.fd(), POLLIN, 0};
+  ASSERT_EQ(poll(&watched, 1, 0), 1);
+  session_.handle(POLLIN);
+  EXPECT_LT(requests_, 10);
+  EXPECT_EQ(session_.events() & POLLIN, 0);
+}
+
+TEST_F(SessionTest, RequestsHeldBackAreAnsweredWhenTheMasterReads) {
+  Register();
+  answer_words_ = 200'000;
+  for (std::uint32_t packet = 1; packet <= 12; ++packet) master_.Ask(PduType::kGet, packet);
+  std::uint32_t answered = 0;
+  for (int round = 0; round < 2000 && answered < 12; ++round) {
+    pollfd watched{session_.fd(), session_.events(), 0};
+    if (poll(&watched, 1, 0) > 0) session_.handle(watched.revents);
+    for (Pdu pdu = master_.Next(); pdu.header.type != PduType{0}; pdu = master_.Next()) ++answered;
+  }
+  EXPECT_EQ(answered, 12U);
+}
+
+TEST_F(SessionTest, OctetsThatAreNoAgentXEndTheConnection) {
+  Register();
+  master_.Send(std::vector<std::uint8_t>(40, 'x'));
+  Pump();
+  EXPECT_EQ(session_.fd(), -1);
+  ExpectReturn();
+}
+
+TEST_F(SessionTest, RequestOfAnotherSessionIsNotOpen) {
+  Register();
+  master_.Ask(PduType::kGet, 9, 12);
+  Pump();
+  EXPECT_EQ(requests_, 0);
+  const Pdu response = master_.Next();
+  Reader reader(response.payload, true);
+  Response body;
+  ASSERT_TRUE(reader.response(&body));
+  EXPECT_EQ(body.error, static_cast<std::uint16_t>(Error::kNotOpen));
+}
+
+TEST_F(SessionTest, ShutDownTakesLeave) {
+  Register();
+  session_.shut_down();
+  EXPECT_EQ(session_.fd(), -1);
+  EXPECT_EQ(master_.Next().header.type, PduType::kUnregister);
+  const Pdu close = master_.Next();
+  EXPECT_EQ(close.header.type, PduType::kClose);
+  EXPECT_EQ(close.payload[0], static_cast<std::uint8_t>(CloseReason::kShutdown));
+}
+
+TEST(ConnectUnix, PathTooLongForASocketAddressIsAnError) {
+  EXPECT_EQ(connect_unix(std::string(200, 'x')), -1);
+  EXPECT_EQ(errno, ENAMETOOLONG);
+  EXPECT_EQ(connect_unix("/nonexistent/socket"), -1);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+}  // namespace

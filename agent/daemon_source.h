@@ -1,0 +1,63 @@
+// The daemon as a row source: one client connection, kept up without ever holding up a request.
+//
+// Bounds: no call takes longer than call_timeout. One request PDU may spend request_budget on the daemon
+// before its next call is refused, so that no PDU is held up for longer than the sum of the two. While the
+// daemon is away calls fail at once; one attempt to connect is made every retry_interval. A daemon that let a
+// call run into its time-out is left alone for silence, so that one that hangs costs a manager no more than a
+// part of its time.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "agent/tables/row_source.h"
+#include "platform/base/clock.h"
+#include "platform/kvtree/client.h"
+
+namespace agent {
+
+struct DaemonLimits {
+  std::chrono::milliseconds call_timeout{500};
+  std::uint64_t request_budget_ns = 500 * kNanosecondsPerMillisecond;
+  std::uint64_t retry_ns = 200 * kNanosecondsPerMillisecond;
+  std::uint64_t silence_ns = kNanosecondsPerSecond;
+};
+
+class DaemonSource : public tables::RowSource {
+ public:
+  DaemonSource(std::string socket_path, DaemonLimits limits);
+
+  kvtree::GetResult get(std::string_view path) override;
+  kvtree::WalkResult walk(std::string_view path, std::uint32_t max_rows) override;
+
+  // A new request PDU begins: its budget with it.
+  void begin_request();
+  // True once the daemon has answered with data; stays true.
+  bool had_data() const { return had_data_; }
+  // Until there was data: reads the path when an attempt is due.
+  void probe(std::string_view path);
+
+  int fd() const { return client_.fd(); }  // -1: none; readable means the daemon is gone
+  void handle_readable();
+  // Connects when that is due.
+  void step();
+  // When step() is next needed, by clock_monotonic().
+  std::uint64_t deadline() const;
+
+ private:
+  bool ready();
+  void note(Status status);
+  void lose(Status status);
+
+  std::string socket_path_;
+  DaemonLimits limits_;
+  kvtree::Client client_;
+  std::uint64_t retry_at_ = 0;
+  std::uint64_t budget_ends_ = 0;
+  bool had_data_ = false;
+  bool announced_away_ = false;
+};
+
+}  // namespace agent

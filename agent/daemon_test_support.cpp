@@ -1,0 +1,132 @@
+// See daemon_test_support.h. The child registers a provider as the daemon does, with the same paths and the
+// same walk rule, over a table that is computed.
+#include "agent/daemon_test_support.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+
+#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "platform/base/directories.h"
+#include "platform/evm/evm.h"
+#include "platform/kvtree/kvtree.h"
+
+namespace agent_test {
+namespace {
+
+constexpr const char* kManager = "/dev/mpls/vpn/main";
+std::uint32_t row_count = 0;
+
+Status encode(const ParcelDescription& description, const void* record, KvReply* reply) {
+  reply->kind = kKvKindRecord;
+  return parcel_encode(&description, record, &reply->data, &reply->length);
+}
+
+Status get_scalars(KvReply* reply, const RequestArgs*) {
+  const mpls_vpn_mib_scalars record = {1, 1, row_count, 0, 0, 0};
+  return encode(kMibScalarsParcel, &record, reply);
+}
+
+Status get_interface(KvReply* reply, const RequestArgs* args) {
+  if (kvtree_absent(args, 0) || kvtree_absent(args, 1)) return kStatusArgumentMissing;
+  const std::string vrf = args->arg[0].text;
+  std::uint32_t index = *args->arg[1].number;
+  const bool before = vrf.size() < 3 || (vrf.size() == 3 && vrf < "RED");
+  if (before || index == 0) index = 1;
+  if ((!before && vrf != "RED") || index > row_count) return kStatusNoSuchRow;
+  std::string name = "ge" + std::to_string(index);
+  std::string red = "RED";
+  const mpls_vpn_mib_interface record = {name.data(), static_cast<std::int32_t>(index), 2, 0x40, 5, 1,
+                                         red.data()};
+  return encode(kMibInterfaceParcel, &record, reply);
+}
+
+Status following_interface(const KvReply* row, std::string* path) {
+  mpls_vpn_mib_interface record{};
+  if (const Status status = parcel_decode(&kMibInterfaceParcel, row->data, row->length, &record))
+    return status;
+  *path = "interface-next/RED/" + std::to_string(record.ifConfIndex + 1);
+  return parcel_free_indirections(&kMibInterfaceParcel, &record);
+}
+
+const std::array<KvRoute, 2> kRoutes = {
+    KvRoute{"scalars", {0, nullptr, get_scalars, nullptr, nullptr}},
+    KvRoute{"interface-next/<s>/<n>", {kKvModeNext, nullptr, get_interface, nullptr, nullptr}}};
+const KvRoutingTable kTable = {kRoutes.data(), kRoutes.size()};
+const KvWalkRule kWalkRule = {"interface-next", following_interface};
+
+Status match(const KvRequest* request, KvReply* reply) {
+  return kvtree_match_get(request, &kTable, reply);
+}
+
+bool register_provider(EventManager* manager) {
+  KvConnection* connection = nullptr;
+  KvProviderFunctions functions{};
+  if (kvtree_init_prov_functions(&functions) != kStatusOk) return false;
+  functions.get = match;
+  functions.walk_rules = &kWalkRule;
+  functions.walk_rule_count = 1;
+  return kvtree_bind(&connection, "/oper/mpls_vpn/gl/", kKvBindProvider) == kStatusOk &&
+         kvtree_register_prov2(connection, "", manager, &functions, 0, 1) == kStatusOk;
+}
+
+// The child: never returns. Writes one octet to `ready` when it serves.
+[[noreturn]] void serve(const std::string& directory, bool provider, int ready) {
+  setenv("MPLS_VPN_MIB_RUN_DIR", directory.c_str(), 1);
+  EventManager* const manager = event_manager_create(kManager, 0);
+  if (manager == nullptr || kvtree_serve(manager) != kStatusOk) _exit(1);
+  if (provider && !register_provider(manager)) _exit(2);
+  if (write(ready, "r", 1) != 1) _exit(3);
+  while (true) event_run_pending(manager, 1'000'000'000);
+}
+
+}  // namespace
+
+DaemonProcess::DaemonProcess() {
+  std::string name = (std::filesystem::temp_directory_path() / "mpls_agent_test.XXXXXX").string();
+  EXPECT_NE(mkdtemp(name.data()), nullptr);
+  directory_ = name;
+  socket_ = directory_ + "/dev.mpls.vpn.main";
+}
+
+DaemonProcess::~DaemonProcess() {
+  Kill();
+  std::filesystem::remove_all(directory_);
+}
+
+void DaemonProcess::Start(std::uint32_t rows, bool provider) {
+  row_count = rows;
+  std::array<int, 2> ready{};
+  ASSERT_EQ(pipe(ready.data()), 0);
+  pid_ = fork();
+  ASSERT_GE(pid_, 0);
+  if (pid_ == 0) serve(directory_, provider, ready[1]);
+  close(ready[1]);
+  char octet = 0;
+  EXPECT_EQ(read(ready[0], &octet, 1), 1) << "the data store did not start";
+  close(ready[0]);
+}
+
+void DaemonProcess::Kill() {
+  if (pid_ <= 0) return;
+  kill(pid_, SIGKILL);
+  waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+}
+
+void DaemonProcess::Hang() {
+  kill(pid_, SIGSTOP);
+  int status = 0;
+  EXPECT_EQ(waitpid(pid_, &status, WUNTRACED), pid_);
+}
+
+void DaemonProcess::GoOn() {
+  kill(pid_, SIGCONT);
+}
+
+}  // namespace agent_test

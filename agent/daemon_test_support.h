@@ -1,0 +1,33 @@
+// A data store in a process of its own, serving scalars and `rows` interfaces of the VRF "RED" on a socket in
+// a directory of its own: what a sub-agent under test connects to. It can be killed, stopped and started
+// again.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+namespace agent_test {
+
+class DaemonProcess {
+ public:
+  DaemonProcess();
+  ~DaemonProcess();
+  DaemonProcess(const DaemonProcess&) = delete;
+  DaemonProcess& operator=(const DaemonProcess&) = delete;
+
+  // Returns when it serves. With `provider` false it answers, but has nothing registered.
+  void Start(std::uint32_t rows, bool provider = true);
+  void Kill();
+  void Hang();  // stops it without ending it
+  void GoOn();
+  const std::string& socket() const { return socket_; }
+
+ private:
+  std::string directory_;
+  std::string socket_;
+  pid_t pid_ = -1;
+};
+
+}  // namespace agent_test

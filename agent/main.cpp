@@ -1,0 +1,92 @@
+// mpls_vpn_snmp: serves MPLS-L3VPN-STD-MIB (RFC 4382) to SNMP managers, as a sub-agent of the host's master
+// agent, from what the daemon knows. See docs/architecture.md for its place; sub_agent.h for what it does.
+//
+// Ends with status 0 on SIGTERM or SIGINT, after taking leave of the master agent; with 1 when it cannot
+// start.
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "agent/sub_agent.h"
+#include "platform/base/log.h"
+#include "platform/kvtree/client.h"
+
+namespace {
+
+constexpr std::string_view kUnixPrefix = "unix:";
+
+struct CommandLine {
+  std::string agentx_socket = "/var/agentx/master";
+  std::string daemon_socket;
+  std::string run_directory;
+  unsigned row_age_ms = 1000;
+  bool verbose = false;
+};
+
+void describe(CLI::App* app, CommandLine* line) {
+  app->add_option("--agentx-socket", line->agentx_socket, "Unix socket of the SNMP master agent")
+      ->envname("AGENTX_SOCKET")
+      ->capture_default_str();
+  app->add_option("--daemon-socket", line->daemon_socket,
+                  "Unix socket of the daemon (default: in the run directory)");
+  app->add_option("--run-dir", line->run_directory, "run directory of the daemon");
+  app->add_option("--row-age", line->row_age_ms, "milliseconds for which a row that was read is served again")
+      ->check(CLI::Range(0U, 60'000U))
+      ->capture_default_str();
+  app->add_flag("--verbose", line->verbose, "print a line for each request");
+}
+
+agent::SubAgentOptions to_options(const CommandLine& line) {
+  agent::SubAgentOptions options;
+  options.agentx_socket = line.agentx_socket;
+  if (options.agentx_socket.starts_with(kUnixPrefix)) options.agentx_socket.erase(0, kUnixPrefix.size());
+  options.daemon_socket = line.daemon_socket.empty() ? kvtree::Client::default_socket() : line.daemon_socket;
+  options.row_age_ns = line.row_age_ms * kNanosecondsPerMillisecond;
+  options.verbose = line.verbose;
+  return options;
+}
+
+// A descriptor that becomes readable when the process is asked to end; -1 with errno.
+int open_end_signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  if (sigprocmask(SIG_BLOCK, &signals, nullptr) != 0) return -1;
+  return signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
+}
+
+int run(const CommandLine& line) {
+  const int end_signals = open_end_signals();
+  if (end_signals < 0) {
+    log_line("signalfd: %s", std::strerror(errno));
+    return EXIT_FAILURE;
+  }
+  agent::SubAgent sub_agent(to_options(line));
+  while (!sub_agent.run_once(end_signals, -1)) {
+  }
+  sub_agent.shut_down();
+  close(end_signals);
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("SNMP sub-agent for MPLS-L3VPN-STD-MIB");
+  CommandLine line;
+  describe(&app, &line);
+  CLI11_PARSE(app, argc, argv);
+  if (!line.run_directory.empty() && setenv("MPLS_VPN_MIB_RUN_DIR", line.run_directory.c_str(), 1) != 0) {
+    log_line("setenv: %s", std::strerror(errno));
+    return EXIT_FAILURE;
+  }
+  return run(line);
+}

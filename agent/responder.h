@@ -1,0 +1,35 @@
+// Between the protocol and the tables: each request PDU of a master agent becomes questions to the MIB, and
+// their answers one response PDU, written straight into the session's output (RFC 2741 section 7.2).
+#pragma once
+
+#include "agent/agentx/pdu.h"
+#include "agent/tables/mib.h"
+
+namespace agent {
+
+class Responder {
+ public:
+  // The MIB must outlive it.
+  explicit Responder(tables::Mib& mib) : mib_(&mib) {}
+
+  // Appends the response. Anything may stand in the payload; what cannot be read is answered with parseError,
+  // what the daemon cannot say with genErr for the variable concerned. A CleanupSet has no response.
+  void answer(const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer);
+
+ private:
+  struct Outcome {
+    agentx::Error error = agentx::Error::kNone;
+    std::uint16_t index = 0;  // of the variable, from 1
+  };
+
+  Outcome answer_body(const agentx::Header& request, agentx::Reader* reader, agentx::Writer* writer);
+  Outcome answer_get(agentx::Reader* reader, agentx::Writer* writer);
+  Outcome answer_next(agentx::Reader* reader, agentx::Writer* writer);
+  Outcome answer_bulk(agentx::Reader* reader, agentx::Writer* writer);
+  bool repeat(agentx::Reader ranges, std::size_t* previous, agentx::Writer* writer, Outcome* outcome);
+  agentx::Error write_next(const agentx::SearchRange& range, agentx::Writer* writer, bool* end);
+
+  tables::Mib* mib_;
+};
+
+}  // namespace agent

@@ -1,0 +1,45 @@
+// Row indexes: from an instance part of an OID, whatever a manager sent, to the first row that could follow
+// it, and on to the key by which the daemon is asked.
+//
+// An index is kept as it stands in the OID (its sub-identifiers); their order as numbers is the order of the
+// MIB and, because names carry their length in front, also the daemon's order of names: shorter first, then
+// by octets (RFC 2578 section 7.7, RFC 4382 section 6).
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "agent/oid/oid.h"
+
+namespace tables {
+
+inline constexpr std::uint32_t kMaxNameLength = 31;  // MplsL3VpnName: SIZE (0..31)
+
+enum class PartKind : std::uint8_t {
+  kName,    // a length of 0 to 31, then as many octets; the daemon's names hold no zero octet
+  kNumber,  // one sub-identifier from lowest to highest
+};
+
+struct IndexPart {
+  PartKind kind = PartKind::kNumber;
+  std::uint32_t lowest = 0;
+  std::uint32_t highest = 0xffffffff;
+};
+
+// The parts of an index in INDEX clause order. The array must live on.
+using IndexShape = std::span<const IndexPart>;
+
+// The smallest index of this shape that is not before `instance` (after it, when `after` is set). The
+// instance may be cut short, too long, or hold numbers that no index can have. False when no index follows.
+[[nodiscard]] bool first_index(IndexShape shape, oid::View instance, bool after, oid::Oid* index);
+
+// True when the instance is exactly one index of this shape.
+[[nodiscard]] bool is_index(IndexShape shape, oid::View instance);
+
+// The path components of an index, each with a '/' in front: "/RED/7" for 3.82.69.68.7.
+// REQUIRES: is_index(shape, index).
+std::string index_path(IndexShape shape, oid::View index);
+
+}  // namespace tables

@@ -1,0 +1,106 @@
+// See mib.h.
+//
+// A GETNEXT is turned into "the first row at or after this index" by index.h, for whatever instance part was
+// sent; a GET is the same question with a comparison behind it, because the daemon's exact read of an
+// interface refuses the VRFs it knows. What cannot be an index at all is answered without the daemon.
+#include "agent/tables/mib.h"
+
+#include <algorithm>
+
+namespace tables {
+
+Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age_ns) {
+  for (const Table& table : tables) {
+    RowCache* const cache = cache_of(*table.rows, source, row_age_ns);
+    for (const Column& column : table.columns) {
+      Object object{oid::Oid(table.prefix), column.syntax, column.slot, cache};
+      object.name.append(column.number);
+      objects_.push_back(object);
+    }
+  }
+  std::sort(objects_.begin(), objects_.end(), [](const Object& left, const Object& right) {
+    return oid::compare(left.name.view(), right.name.view()) < 0;
+  });
+}
+
+RowCache* Mib::cache_of(const RowSet& set, RowSource& source, std::uint64_t row_age_ns) {
+  for (const std::unique_ptr<RowCache>& cache : caches_) {
+    if (&cache->set() == &set) return cache.get();
+  }
+  caches_.push_back(std::make_unique<RowCache>(set, source, row_age_ns));
+  return caches_.back().get();
+}
+
+void Mib::discard() {
+  for (const std::unique_ptr<RowCache>& cache : caches_) cache->discard();
+}
+
+// Position of the object that the name is in, or of the first object after the name.
+std::size_t Mib::first_object_from(oid::View name) const {
+  const auto after = std::partition_point(objects_.begin(), objects_.end(), [&](const Object& object) {
+    return oid::compare(object.name.view(), name) <= 0;
+  });
+  const auto position = static_cast<std::size_t>(after - objects_.begin());
+  const bool inside = position > 0 && oid::starts_with(name, objects_[position - 1].name.view());
+  return inside ? position - 1 : position;
+}
+
+Answer Mib::get(oid::View name, Variable* variable) {
+  const std::size_t position = first_object_from(name);
+  if (position == objects_.size() || !oid::starts_with(name, objects_[position].name.view())) {
+    return Answer::kNoSuchObject;
+  }
+  const Object& object = objects_[position];
+  const oid::View instance = name.subspan(object.name.size());
+  if (!is_index(object.rows->set().index, instance)) return Answer::kNoSuchInstance;
+  RowRef row;
+  switch (object.rows->first_at_or_after(instance, kExactRows, &row)) {
+    case Lookup::kFailed:
+      return Answer::kFailed;
+    case Lookup::kEnd:
+      return Answer::kNoSuchInstance;
+    case Lookup::kRow:
+      break;
+  }
+  if (oid::compare(row.index(), instance) != 0) return Answer::kNoSuchInstance;
+  *variable = {object.name.view(), row.index(), object.syntax, row.cell(object.slot)};
+  return Answer::kValue;
+}
+
+Answer Mib::next(oid::View start, bool include, oid::View end, Variable* variable) {
+  std::size_t position = first_object_from(start);
+  if (position < objects_.size() && oid::starts_with(start, objects_[position].name.view())) {
+    const Object& object = objects_[position++];
+    const Answer answer = next_in(object, start.subspan(object.name.size()), !include, end, variable);
+    if (answer != Answer::kNoSuchInstance) return answer;
+  }
+  for (; position < objects_.size(); ++position) {
+    const Answer answer = next_in(objects_[position], {}, false, end, variable);
+    if (answer != Answer::kNoSuchInstance) return answer;
+  }
+  return Answer::kEnd;
+}
+
+// kNoSuchInstance: this object has no such instance, go on with the next object.
+Answer Mib::next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable) {
+  oid::Oid index;
+  if (!first_index(object.rows->set().index, instance, after, &index)) return Answer::kNoSuchInstance;
+  const auto beyond = [&](oid::View found) {
+    return !end.empty() && oid::compare(object.name.view(), found, end) >= 0;
+  };
+  if (beyond(index.view())) return Answer::kEnd;
+  RowRef row;
+  switch (object.rows->first_at_or_after(index.view(), kWalkRows, &row)) {
+    case Lookup::kFailed:
+      return Answer::kFailed;
+    case Lookup::kEnd:
+      return Answer::kNoSuchInstance;
+    case Lookup::kRow:
+      break;
+  }
+  if (beyond(row.index())) return Answer::kEnd;
+  *variable = {object.name.view(), row.index(), object.syntax, row.cell(object.slot)};
+  return Answer::kValue;
+}
+
+}  // namespace tables

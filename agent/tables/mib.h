@@ -1,0 +1,77 @@
+// The module's accessible objects in OID order, and the two questions a management protocol has: the value of
+// exactly this variable, and the next variable there is. Knows of no protocol; answers are views that stay
+// valid until the next question.
+//
+// A scalar is a column of a table with one row, whose index is the single sub-identifier 0.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "agent/oid/oid.h"
+#include "agent/tables/row_cache.h"
+#include "agent/tables/row_set.h"
+#include "agent/tables/row_source.h"
+
+namespace tables {
+
+enum class Syntax : std::uint8_t { kInteger, kUnsigned, kGauge, kCounter, kTimeTicks, kOctets };
+
+struct Column {
+  std::uint32_t number;
+  Syntax syntax;
+  std::size_t slot;  // of the row set's rows
+};
+
+// One conceptual table (or group of scalars) over a row set.
+struct Table {
+  oid::View prefix;  // the columns' parent: the table's entry, or the scalar group
+  const RowSet* rows;
+  std::span<const Column> columns;
+};
+
+enum class Answer {
+  kValue,
+  kNoSuchObject,
+  kNoSuchInstance,
+  kEnd,     // no variable follows (or none before the range's end)
+  kFailed,  // the daemon could not say; nothing may be concluded
+};
+
+struct Variable {
+  oid::View object;  // name: object, then instance
+  oid::View instance;
+  Syntax syntax = Syntax::kInteger;
+  Cell cell;
+};
+
+class Mib {
+ public:
+  // The descriptions and the source must outlive it. Tables may come in any order.
+  Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age_ns);
+
+  Answer get(oid::View name, Variable* variable);
+  // The first variable after `start` (at or after it, with `include`) and before `end` (empty: no end).
+  Answer next(oid::View start, bool include, oid::View end, Variable* variable);
+  void discard();
+
+ private:
+  struct Object {
+    oid::Oid name;
+    Syntax syntax;
+    std::size_t slot;
+    RowCache* rows;
+  };
+
+  RowCache* cache_of(const RowSet& set, RowSource& source, std::uint64_t row_age_ns);
+  std::size_t first_object_from(oid::View name) const;
+  Answer next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable);
+
+  std::vector<std::unique_ptr<RowCache>> caches_;  // one a row set, whatever the number of tables on it
+  std::vector<Object> objects_;                    // sorted by name; no name begins with another
+};
+
+}  // namespace tables
