@@ -28,8 +28,7 @@
 #include "platform/base/status.h"
 #include "platform/evm/evm.h"
 
-// --- What handlers receive
-// -------------------------------------------------------------------------------------
+// --- What handlers receive -----------------------------------------------------------------------
 
 inline constexpr std::size_t kKvMaxArguments = 16;
 inline constexpr std::size_t kKvMaxPath = 1024;         // octets of a path
@@ -108,8 +107,7 @@ using KvGetHandler = Status (*)(KvReply*, const RequestArgs*);
 using KvListHandler = Status (*)(KvListReply*, const RequestArgs*);
 using KvNotifyHandler = void (*)(const KvNotifyInfo*, const RequestArgs*);
 
-// --- Routing tables and the path matcher
-// -----------------------------------------------------------------------
+// --- Routing tables and the path matcher ---------------------------------------------------------
 
 inline constexpr std::uint32_t kKvModeNext = 0x100;  // the entry is asked for the row after the key
 
@@ -154,8 +152,7 @@ void kvtree_match_notify(const KvNotification* notification, const KvRoutingTabl
 // The notification as a handler without a routing table needs it.
 const KvNotifyInfo* kvtree_notify_info(const KvNotification* notification);
 
-// --- Binding, providers, subscriptions
-// -------------------------------------------------------------------------
+// --- Binding, providers, subscriptions -----------------------------------------------------------
 
 struct KvConnection;
 struct KvRegistration;
@@ -203,8 +200,7 @@ using KvNotificationEntry = void (*)(const KvNotification*);
                                                   std::uint32_t second, std::uint32_t third,
                                                   KvRegistration** registration);
 
-// --- Nodes
-// -----------------------------------------------------------------------------------------------------
+// --- Nodes ---------------------------------------------------------------------------------------
 
 // Sets (creates) or deletes one node of the tree; subscribers are told through their event manager, in order.
 // kStatusInvalid for a bad path. kvtree_delete: kStatusNoSuchRow for a node that is not there.
@@ -226,8 +222,7 @@ struct KvProviderNotification {
 [[nodiscard]] Status kvtree_provider_notify(const KvConnection* connection,
                                             const KvProviderNotification* notification);
 
-// --- Key texts
-// -------------------------------------------------------------------------------------------------
+// --- Key texts -----------------------------------------------------------------------------------
 
 std::string kvtree_encode_text(std::string_view text);
 // C forms for handlers: *out is malloc'ed; on failure it may still be set and must be freed.
@@ -235,8 +230,7 @@ std::string kvtree_encode_text(std::string_view text);
 // kStatusBadKey for a malformed escape or an escaped NUL.
 [[nodiscard]] Status kvtree_string_decode(const char* encoded, char** out);
 
-// --- In-process requests and the server
-// ------------------------------------------------------------------------
+// --- In-process requests and the server ----------------------------------------------------------
 
 // Answers as the server does for a client's request on this (whole) path. The caller frees reply->data,
 // lists.

@@ -47,8 +47,7 @@ struct Message {
   OctetSpan payload;
 };
 
-// --- Payloads
-// --------------------------------------------------------------------------------------------------
+// --- Payloads ------------------------------------------------------------------------------------
 
 // Appends to an octet vector, which must outlive it.
 class Writer {
@@ -89,8 +88,7 @@ class Reader {
   bool ok_ = true;
 };
 
-// --- Frames
-// ----------------------------------------------------------------------------------------------------
+// --- Frames --------------------------------------------------------------------------------------
 
 // Appends a header with length 0 and returns where it begins; finish_frame() then sets the length from what
 // was appended after it.
@@ -104,8 +102,7 @@ void finish_frame(Octets* out, std::size_t frame);
 [[nodiscard]] Status parse_frame(OctetSpan data, std::size_t max_payload, Message* message,
                                  std::size_t* used);
 
-// --- Server side
-// -----------------------------------------------------------------------------------------------
+// --- Server side ---------------------------------------------------------------------------------
 
 struct Limits {
   std::size_t max_clients = 64;
@@ -216,8 +213,7 @@ class Server {
 // user, or is in the administrators' group ("mpls_vpn_admin", or what MPLS_VPN_MIB_ADMIN_GROUP names).
 bool peer_may_change(int fd);
 
-// --- Client side
-// -----------------------------------------------------------------------------------------------
+// --- Client side ---------------------------------------------------------------------------------
 
 // A blocking connection with deadlines.
 class ClientSocket {
