@@ -5,10 +5,11 @@
 // octets are read, so nothing is allocated by what a count says; names repeat for every element, so the text
 // has a bound of its own. Enumerations print as numbers (their members are their readers' business), octet
 // strings as hexadecimal digits.
+#include "platform/parcel/json.h"
+
 #include <array>
 #include <charconv>
 
-#include "platform/parcel/cursor.h"
 #include "platform/parcel/parcel.h"
 #include "platform/parcel/registry.h"
 #include "platform/parcel/schema.h"
