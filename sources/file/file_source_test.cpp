@@ -1,0 +1,273 @@
+// The source alive: loading, noticing that the file changed, and the action "router" through the data store.
+#include "sources/file/file_source.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <thread>
+
+#include "platform/base/clock.h"
+#include "platform/base/directories.h"
+#include "platform/base/fault.h"
+#include "platform/evm/test_run_directory.h"
+#include "platform/kvtree/client.h"
+#include "platform/kvtree/kvtree.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+
+constexpr char kMainManager[] = "/dev/mpls/vpn/main";
+constexpr std::uint64_t kEventBound = 5 * kNanosecondsPerSecond;  // for what is known to come
+constexpr char kRed[] = "vrfs: [{name: red, id: 10}]\n";
+constexpr char kBlue[] = "vrfs: [{name: blue, id: 20}]\n";
+
+class RouterOnDisk : public ::testing::Test {
+ protected:
+  RouterOnDisk() {
+    std::filesystem::create_directory(folder_ + "/etc");
+    path_ = folder_ + "/etc/router.yaml";
+    source_ = std::make_unique<FileSource>(&router_, path_);
+  }
+  ~RouterOnDisk() override {
+    source_.reset();
+    if (manager_ != nullptr) {
+      kvtree_stop_serving(manager_);
+      event_manager_destroy(manager_);
+    }
+    kvtree_reset();
+  }
+
+  void Write(const std::string& text) { std::ofstream(path_) << text; }
+  void Replace(const std::string& text) {
+    std::ofstream(path_ + ".new") << text;
+    std::filesystem::rename(path_ + ".new", path_);
+  }
+  Status Load() { return source_->load(&error_); }
+  void StartWith(const std::string& text) {
+    Write(text);
+    ASSERT_EQ(Load(), kStatusOk) << error_;
+    manager_ = event_manager_create(kMainManager, 0);
+    ASSERT_NE(manager_, nullptr);
+    ASSERT_EQ(source_->start(manager_), kStatusOk);
+  }
+  bool Has(const char* vrf) const { return router_.find_vrf(vrf) != nullptr; }
+  // Dispatches what comes until the VRF is there, within the bound.
+  bool Appears(const char* vrf) {
+    while (!Has(vrf) && event_run_pending(manager_, kEventBound)) {
+    }
+    return Has(vrf);
+  }
+
+  const TestRunDirectory directory_;
+  const std::string& folder_ = directory_.path();
+  std::string path_;
+  router::Router router_;
+  std::unique_ptr<FileSource> source_;
+  EventManager* manager_ = nullptr;
+  std::string error_;
+};
+
+TEST_F(RouterOnDisk, FileIsLoadedIntoTheModel) {
+  Write(kRed);
+  ASSERT_EQ(Load(), kStatusOk) << error_;
+  EXPECT_TRUE(Has("red"));
+}
+
+TEST_F(RouterOnDisk, MissingFileIsAnError) {
+  EXPECT_EQ(Load(), kStatusNoSuchRow);
+  EXPECT_EQ(error_, path_ + ": No such file or directory");
+}
+
+TEST_F(RouterOnDisk, FolderInThePlaceOfTheFileIsAnError) {
+  std::filesystem::create_directory(path_);
+  EXPECT_EQ(Load(), kStatusIo);
+}
+
+TEST_F(RouterOnDisk, FileBeyondTheBoundIsRefused) {
+  Write("vrfs: []\n");
+  std::filesystem::resize_file(path_, (64U << 20) + 1);
+  EXPECT_EQ(Load(), kStatusMessageTooLarge);
+}
+
+TEST_F(RouterOnDisk, MistakeIsReportedWithItsPlaceAndChangesNothing) {
+  Write(kRed);
+  ASSERT_EQ(Load(), kStatusOk);
+  Write("vrfs:\n  - {name: blue, id: 20}\n  - {name: green, id: x}\n");
+  EXPECT_EQ(Load(), kStatusInvalid);
+  EXPECT_EQ(error_, path_ + ":3:23: a VRF's id is a number from 2 to 4294967295, not \"x\"");
+  EXPECT_TRUE(Has("red"));
+  EXPECT_FALSE(Has("blue"));
+}
+
+TEST_F(RouterOnDisk, FailedLoadIsReported) {
+  Write(kRed);
+  const ScopedFault fault("file_source_load", kStatusIo);
+  EXPECT_EQ(Load(), kStatusIo);
+  EXPECT_EQ(error_, path_ + ": Input/output error");
+}
+
+TEST_F(RouterOnDisk, ChangeThatTheModelRefusesIsReported) {
+  Write(kRed);
+  const ScopedFault fault("router_create_vrf", kStatusNoMemory);
+  EXPECT_EQ(Load(), kStatusNoMemory);
+  EXPECT_EQ(error_, path_ + ": cannot create VRF red: Cannot allocate memory");
+}
+
+TEST_F(RouterOnDisk, FileWrittenInPlaceIsLoadedAgain) {
+  StartWith(kRed);
+  Write(kBlue);
+  EXPECT_TRUE(Appears("blue"));
+  EXPECT_FALSE(Has("red"));
+}
+
+TEST_F(RouterOnDisk, ReplacedFileIsLoadedAgainAndAgain) {
+  StartWith(kRed);
+  Replace(kBlue);
+  EXPECT_TRUE(Appears("blue"));
+  Replace(kRed);
+  EXPECT_TRUE(Appears("red"));
+}
+
+TEST_F(RouterOnDisk, FileThatIsBeingWrittenIsNotLoaded) {
+  StartWith(kRed);
+  {
+    std::ofstream half(path_);
+    half << "vrfs: []\n" << std::flush;
+    event_run_pending(manager_);
+    EXPECT_TRUE(Has("red"));
+    half << "generate: {vrfs: 1, interfaces_per_vrf: 0}\n";
+  }
+  EXPECT_TRUE(Appears("customer-00001"));
+}
+
+TEST_F(RouterOnDisk, OtherFilesOfTheFolderAreIgnored) {
+  StartWith(kRed);
+  router::Vrf kept;
+  kept.name = "kept";
+  kept.id = 99;
+  ASSERT_EQ(router_.create_vrf(kept), kStatusOk);
+  std::ofstream(folder_ + "/etc/router.yaml.swp") << kBlue;
+  event_run_pending(manager_);
+  EXPECT_TRUE(Has("kept"));
+}
+
+TEST_F(RouterOnDisk, RemovedFileChangesNothing) {
+  StartWith(kRed);
+  std::filesystem::remove(path_);
+  event_run_pending(manager_);
+  EXPECT_TRUE(Has("red"));
+}
+
+TEST_F(RouterOnDisk, MistakeInAChangedFileIsLoggedAndChangesNothing) {
+  StartWith(kRed);
+  testing::internal::CaptureStderr();
+  Write("vrfs: [{name: red}]\n");
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr(path_ + ":1:8: the VRF \"red\" needs an id or a table (nothing was changed)"));
+  EXPECT_TRUE(Has("red"));
+}
+
+TEST_F(RouterOnDisk, FolderThatGoesAwayIsLogged) {
+  StartWith(kRed);
+  testing::internal::CaptureStderr();
+  std::filesystem::remove_all(folder_ + "/etc");
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("changes of router.yaml are not noticed any more"));
+  EXPECT_TRUE(Has("red"));
+}
+
+TEST_F(RouterOnDisk, StartFailuresLeaveNothingBehind) {
+  Write(kRed);
+  manager_ = event_manager_create(kMainManager, 0);
+  ASSERT_NE(manager_, nullptr);
+  for (const char* operation :
+       {"file_source_start", "folder_watch_start", "event_fd_add", "kvtree_register_action"}) {
+    const ScopedFault fault(operation, kStatusIo);
+    EXPECT_EQ(source_->start(manager_), kStatusIo) << operation;
+  }
+  EXPECT_EQ(source_->start(manager_), kStatusOk);
+  EXPECT_EQ(source_->start(manager_), kStatusExists);
+}
+
+TEST_F(RouterOnDisk, FolderThatCannotBeWatchedIsAnError) {
+  manager_ = event_manager_create(kMainManager, 0);
+  ASSERT_NE(manager_, nullptr);
+  FileSource nowhere(&router_, folder_ + "/nowhere/router.yaml");
+  EXPECT_EQ(nowhere.start(manager_), kStatusNoSuchRow);
+}
+
+TEST_F(RouterOnDisk, ActionEndsWithTheSource) {
+  StartWith(kRed);
+  source_.reset();
+  const KvAction another = [](const KvActionContext&, const std::vector<std::string>&, std::string*, void*) {
+    return kStatusOk;
+  };
+  EXPECT_EQ(kvtree_register_action("router", another, nullptr), kStatusOk);
+}
+
+// The action as the command line reaches it: over the socket.
+class RouterOverTheSocket : public RouterOnDisk {
+ protected:
+  void Serve() {
+    StartWith(kRed);
+    ASSERT_EQ(kvtree_serve(manager_), kStatusOk);
+  }
+  // Asks from another thread while this one serves.
+  kvtree::ActionResult Ask(const std::vector<std::string>& words) {
+    std::atomic<bool> done = false;
+    kvtree::ActionResult result;
+    std::thread peer([&] {
+      kvtree::Client client(event_manager_socket(kMainManager), std::chrono::seconds(5));
+      result.status = client.connect();
+      if (result.status == kStatusOk) result = client.action(words);
+      done = true;
+      event_post(manager_, [] {});
+    });
+    while (!done) event_run_pending(manager_, kEventBound);
+    peer.join();
+    return result;
+  }
+};
+
+TEST_F(RouterOverTheSocket, ShowIsAnswered) {
+  Serve();
+  const kvtree::ActionResult result = Ask({"router", "show"});
+  EXPECT_EQ(result.status, kStatusOk);
+  EXPECT_EQ(result.text, "1 VRFs, 0 interfaces\nvrf red id 10 ipv4-table 10 ipv6-table 10");
+}
+
+TEST_F(RouterOverTheSocket, RefusalCarriesItsReason) {
+  Serve();
+  const kvtree::ActionResult result = Ask({"router", "up", "ge9"});
+  EXPECT_EQ(result.status, kStatusNoSuchRow);
+  EXPECT_EQ(result.text, "there is no interface \"ge9\"");
+}
+
+TEST_F(RouterOverTheSocket, ChangesLastUntilTheFileIsLoadedAgain) {
+  Serve();
+  EXPECT_EQ(Ask({"router", "add-vrf", "green"}).status, kStatusOk);
+  EXPECT_TRUE(Has("green"));
+  const kvtree::ActionResult reloaded = Ask({"router", "reload"});
+  EXPECT_EQ(reloaded.status, kStatusOk);
+  EXPECT_EQ(reloaded.text, path_ + " loaded: 1 VRF deleted");
+  EXPECT_FALSE(Has("green"));
+}
+
+TEST_F(RouterOverTheSocket, ReloadOfAMistakeSaysWhere) {
+  Serve();
+  Write("vrfs: red\n");
+  event_run_pending(manager_, kEventBound);
+  const kvtree::ActionResult result = Ask({"router", "reload"});
+  EXPECT_EQ(result.status, kStatusInvalid);
+  EXPECT_EQ(result.text, path_ + ":1:7: VRFs are written as a list");
+}
+
+}  // namespace
