@@ -5,8 +5,8 @@
 
 #include <vector>
 
-#include "agent/agent_test_support.h"
 #include "agent/tables/l3vpn_tables.h"
+#include "agent/tables/tables_test_support.h"
 #include "platform/base/clock.h"
 
 namespace {

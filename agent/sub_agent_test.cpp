@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <vector>
 
-#include "agent/agent_test_support.h"
 #include "agent/daemon_test_support.h"
+#include "agent/tables/tables_test_support.h"
 #include "platform/base/clock.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <memory>
 #include <random>
 
-#include "agent/agent_test_support.h"
 #include "agent/tables/l3vpn_tables.h"
+#include "agent/tables/tables_test_support.h"
 #include "platform/base/clock.h"
 
 namespace {

@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "agent/agent_test_support.h"
 #include "agent/tables/l3vpn_tables.h"
+#include "agent/tables/tables_test_support.h"
 #include "platform/base/clock.h"
 
 namespace {

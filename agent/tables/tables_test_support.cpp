@@ -1,5 +1,5 @@
-// See agent_test_support.h.
-#include "agent/agent_test_support.h"
+// See tables_test_support.h.
+#include "agent/tables/tables_test_support.h"
 
 #include <gtest/gtest.h>
 
