@@ -1,0 +1,196 @@
+// See command_line.h. Words are checked completely before anything is asked of the daemon.
+#include "cli/command_line.h"
+
+#include <stdlib.h>
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "cli/commands.h"
+#include "cli/session.h"
+#include "platform/base/directories.h"
+#include "platform/debug/debug_client.h"
+
+namespace cli {
+
+namespace {
+
+constexpr char kDescription[] = "Shows and steers mpls_vpn_mib, the daemon behind MPLS-L3VPN-STD-MIB.";
+
+constexpr char kFooter[] =
+    "Examples:\n"
+    "  mplsvpn show scalars\n"
+    "  mplsvpn show interfaces red\n"
+    "  mplsvpn --json show interfaces | jq '.[] | select(.vrfName == \"red\") | .name'\n"
+    "  mplsvpn get interface-next/red/0\n"
+    "  mplsvpn debug prov on --watch\n"
+    "  mplsvpn trace error --last 20\n"
+    "  mplsvpn router down ge0\n"
+    "\n"
+    "Exit status: 0 done, 1 the request failed, 2 wrong words, 3 the daemon is not there.\n"
+    "With --json an answer is one object on one line; a list is one array, which stays open when the list "
+    "was cut\n"
+    "short; watched prints are one object a line.\n"
+    "\n"
+    "Environment: MPLS_VPN_MIB_RUN_DIR, the daemon's run directory (default /run/mpls_vpn_mib).";
+
+constexpr char kDebugFooter[] =
+    "Areas are listed by \"mplsvpn debug list\"; \"all\" is every one of them. Switching is for root and "
+    "the\n"
+    "administrators' group, listing and watching for everybody who may open the socket.\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn debug\n"
+    "  mplsvpn debug vmap on --watch       switches one area on and shows its prints until Ctrl-C\n"
+    "  mplsvpn debug watch --count 100     shows the next 100 prints of the areas that are on\n"
+    "  mplsvpn debug all off";
+
+constexpr char kRouterFooter[] =
+    "The words are the daemon's own; options of mplsvpn stand before \"router\". Only a daemon whose router "
+    "comes from\n"
+    "a file has this command, and its changes last until that file is loaded again.\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn router help\n"
+    "  mplsvpn router show red\n"
+    "  mplsvpn router add-interface ge7 index 51 vrf red address 10.51.0.1/24\n"
+    "  mplsvpn router reload";
+
+constexpr unsigned kLongestTimeout = 600'000;  // ms
+
+struct Options {
+  bool json = false;
+  std::string run_directory;
+  std::string socket;
+  unsigned timeout = 1000;
+  std::string vrf;
+  std::string path;
+  DebugRequest debug;
+  TraceRequest trace;
+  std::vector<std::string> router_words;
+  std::function<void(const Session&)> command;
+};
+
+void add_general_options(CLI::App& app, Options* options) {
+  app.add_flag("--json", options->json, "JSON in place of text");
+  app.add_option("--run-dir", options->run_directory, "The daemon's run directory")->type_name("DIR");
+  app.add_option("--socket", options->socket, "The daemon's main socket, if not in the run directory")
+      ->type_name("PATH");
+  app.add_option("--timeout", options->timeout, "Milliseconds to wait for an answer (default 1000)")
+      ->type_name("MS")
+      ->check(CLI::Range(1U, kLongestTimeout));
+}
+
+void add_show(CLI::App& app, Options* options) {
+  CLI::App* show = app.add_subcommand("show", "Shows what the daemon knows");
+  show->require_subcommand(1);
+  show->add_subcommand("scalars", "Numbers of VRFs and interfaces, notification settings")
+      ->callback([options] { options->command = show_scalars; });
+  CLI::App* interfaces = show->add_subcommand("interfaces", "The interfaces of all VRFs, or of one");
+  interfaces->add_option("VRF", options->vrf, "Only this VRF's");
+  interfaces->callback([options] {
+    options->command = [options](const Session& session) { show_interfaces(session, options->vrf); };
+  });
+}
+
+void add_get(CLI::App& app, Options* options) {
+  CLI::App* get = app.add_subcommand("get", "One record, as the daemon's data store answers it");
+  get->add_option("PATH", options->path, "A path, below /oper/mpls_vpn/gl/ unless it begins with /")
+      ->required();
+  get->footer(
+      "Keys are written as %XX where they are not letters, digits or one of _ . : -\n\nExamples:\n"
+      "  mplsvpn get scalars\n  mplsvpn get interface-next/red/0\n  mplsvpn get interface-next/%2D/0");
+  get->callback([options] {
+    options->command = [options](const Session& session) { get_record(session, options->path); };
+  });
+}
+
+void add_debug(CLI::App& app, Options* options) {
+  CLI::App* command = app.add_subcommand("debug", "Lists, switches and watches the debug areas");
+  DebugRequest& request = options->debug;
+  command->add_option("WORDS", request.words, "list, watch, AREA on, or AREA off")->expected(0, 2);
+  command->add_flag("--watch", request.watch, "Shows the prints after switching");
+  command->add_option("--count", request.most_prints, "Ends the watching after N prints")->type_name("N");
+  command->add_option("--seconds", request.seconds, "Ends the watching after N seconds")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber);
+  command->footer(kDebugFooter);
+  command->callback([options] {
+    options->command = [options](const Session& session) { debug(session, options->debug); };
+  });
+}
+
+void add_trace(CLI::App& app, Options* options) {
+  CLI::App* command =
+      app.add_subcommand("trace", "Lists the trace buffers, or shows one; needs no running daemon");
+  command->add_option("BUFFER", options->trace.buffer, "A buffer, with or without \"mpls_vpn/\" before it");
+  command->add_option("--last", options->trace.last, "Only the latest N entries")->type_name("N");
+  command->footer("Examples:\n  mplsvpn trace\n  mplsvpn trace error --last 20");
+  command->callback([options] {
+    options->command = [options](const Session& session) { trace(session, options->trace); };
+  });
+}
+
+void add_router(CLI::App& app, Options* options) {
+  CLI::App* command = app.add_subcommand("router", "Shows and changes a router that comes from a file");
+  // The words are not ours: they may look like options, and none of them goes back to the general ones.
+  command->prefix_command()->fallthrough(false);
+  command->footer(kRouterFooter);
+  command->callback([options, command] {
+    options->router_words = command->remaining();
+    options->command = [options](const Session& session) { router(session, options->router_words); };
+  });
+}
+
+void describe(CLI::App& app, Options* options) {
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.set_version_flag("--version", MPLS_CLI_VERSION);
+  app.footer(kFooter);
+  add_general_options(app, options);
+  add_show(app, options);
+  add_get(app, options);
+  add_debug(app, options);
+  add_trace(app, options);
+  add_router(app, options);
+}
+
+Session make_session(const Options& options, std::ostream& out, std::ostream& err) {
+  if (!options.run_directory.empty()) setenv("MPLS_VPN_MIB_RUN_DIR", options.run_directory.c_str(), 1);
+  return {out,
+          err,
+          options.json,
+          options.socket.empty() ? kvtree::Client::default_socket() : options.socket,
+          DebugClient::default_socket(),
+          run_directory(),
+          std::chrono::milliseconds(options.timeout)};
+}
+
+int run_command(const Options& options, std::ostream& out, std::ostream& err) {
+  try {
+    options.command(make_session(options, out, err));
+  } catch (const Failure& failure) {
+    out.flush();
+    err << "mplsvpn: " << failure.what() << '\n';
+    return failure.exit_status();
+  }
+  if (out.flush()) return kExitOk;
+  err << "mplsvpn: the output cannot be written\n";
+  return kExitFailed;
+}
+
+}  // namespace
+
+int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& err) {
+  Options options;
+  CLI::App app(kDescription, "mplsvpn");
+  describe(app, &options);
+  try {
+    app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error, out, err) == kExitOk ? kExitOk : kExitUsage;
+  }
+  return run_command(options, out, err);
+}
+
+}  // namespace cli

@@ -1,0 +1,113 @@
+// Words, help, exit status, and a daemon that is not there.
+#include "cli/command_line.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+
+#include "cli/command_line_test_fixture.h"
+#include "platform/trace/trace.h"
+
+namespace cli {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+TEST_F(CommandLine, HelpTeachesWithExamplesAndExitStatus) {
+  EXPECT_EQ(Run({"--help"}), kExitOk);
+  for (const char* part : {"show", "get", "debug", "trace", "router", "--json", "--run-dir", "--socket",
+                           "Examples:", "mplsvpn show interfaces red",
+                           "Exit status: 0 done, 1 the request failed, 2 wrong words, "
+                           "3 the daemon is not there."}) {
+    EXPECT_THAT(Out(), HasSubstr(part));
+  }
+  EXPECT_EQ(Err(), "");
+}
+
+TEST_F(CommandLine, EveryCommandHasItsOwnHelp) {
+  for (const char* command : {"show", "get", "debug", "trace"}) {
+    EXPECT_EQ(Run({command, "--help"}), kExitOk) << command;
+    EXPECT_THAT(Out(), HasSubstr(command));
+  }
+}
+
+TEST_F(CommandLine, VersionIsSaid) {
+  EXPECT_EQ(Run({"--version"}), kExitOk);
+  EXPECT_NE(Out(), "");
+}
+
+TEST_F(CommandLine, WordsThatMakeNoCommandAreUsageErrors) {
+  const std::vector<std::vector<std::string>> mistakes = {
+      {},
+      {"nonsense"},
+      {"show"},
+      {"show", "nothing"},
+      {"show", "interfaces", "red", "blue"},
+      {"--timeout", "0", "show", "scalars"},
+      {"--timeout", "soon", "show", "scalars"},
+      {"--unknown", "show", "scalars"},
+      {"get"},
+      {"debug", "prov"},
+      {"debug", "prov", "maybe"},
+      {"debug", "a", "b", "c"},
+      {"debug", "watch", "--seconds", "-1"},
+      {"trace", "a", "b"},
+      {"trace", "--last", "x"},
+      {"router"},
+  };
+  for (const auto& words : mistakes) {
+    EXPECT_EQ(Run(words), kExitUsage) << ::testing::PrintToString(words);
+    EXPECT_EQ(Out(), "") << ::testing::PrintToString(words);
+    EXPECT_NE(Err(), "") << ::testing::PrintToString(words);
+  }
+}
+
+TEST_F(CommandLine, DaemonThatIsNotThereIsSaidPlainly) {
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {"show", "scalars"}, {"show", "interfaces"}, {"get", "scalars"}, {"router", "show"}}) {
+    EXPECT_EQ(Run(words), kExitNoDaemon);
+    EXPECT_EQ(Out(), "");
+    EXPECT_THAT(Err(), StartsWith("mplsvpn: the daemon is not there: nobody answers on " + Directory() +
+                                  "/dev.mpls.vpn.main ("));
+    EXPECT_THAT(Err(),
+                HasSubstr("Is mpls_vpn_mib running? --run-dir or MPLS_VPN_MIB_RUN_DIR says where to look."));
+  }
+}
+
+TEST_F(CommandLine, DebugOfADaemonThatIsNotThereNamesItsOwnSocket) {
+  for (const char* words : {"list", "watch"}) {
+    EXPECT_EQ(Run({"debug", words}), kExitNoDaemon);
+    EXPECT_THAT(Err(), HasSubstr(Directory() + "/dev.mpls.vpn.debug"));
+  }
+}
+
+TEST_F(CommandLine, RunDirectoryAndSocketSayWhereToLook) {
+  EXPECT_EQ(Run({"--run-dir", "/nowhere/at/all", "show", "scalars"}), kExitNoDaemon);
+  EXPECT_THAT(Err(), HasSubstr("nobody answers on /nowhere/at/all/dev.mpls.vpn.main ("));
+  EXPECT_EQ(Run({"--socket", "/nowhere/socket", "show", "scalars"}), kExitNoDaemon);
+  EXPECT_THAT(Err(), HasSubstr("nobody answers on /nowhere/socket ("));
+}
+
+TEST_F(CommandLine, OptionsMayFollowTheCommand) {
+  EXPECT_EQ(Run({"show", "scalars", "--socket", "/nowhere/socket"}), kExitNoDaemon);
+  EXPECT_THAT(Err(), HasSubstr("/nowhere/socket"));
+}
+
+TEST_F(CommandLine, RouterWordsAreNotOurOptions) {
+  EXPECT_EQ(Run({"--socket", "/nowhere/socket", "router", "add-vrf", "red", "description", "--json"}),
+            kExitNoDaemon);
+}
+
+TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure) {
+  std::ostringstream err;
+  std::ostream nowhere(nullptr);
+  TraceBuffer* buffer = nullptr;
+  ASSERT_EQ(trace_open("mpls_vpn/init", 4, 0, 0, 0, &buffer), kStatusOk);
+  EXPECT_EQ(run({"trace"}, nowhere, err), kExitFailed);
+  EXPECT_EQ(err.str(), "mplsvpn: the output cannot be written\n");
+  trace_close(buffer);
+}
+
+}  // namespace
+}  // namespace cli

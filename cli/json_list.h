@@ -1,0 +1,27 @@
+// JSON output: one object a line, lists as one array that is printed item by item.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <string>
+
+namespace cli {
+
+using Json = nlohmann::ordered_json;
+
+// On one line. Octets that are no UTF-8 are replaced by U+FFFD.
+std::string json_line(const Json& value);
+
+// An array. Without end() it stays open, so that a list that was cut short cannot be taken for a whole one.
+class JsonList {
+ public:
+  explicit JsonList(std::ostream& out) : out_(out) {}
+  void add(const Json& item);
+  void end();
+
+ private:
+  std::ostream& out_;
+  bool is_empty_ = true;
+};
+
+}  // namespace cli

@@ -1,0 +1,20 @@
+// Names of the numbers in the daemon's records, as the MIB spells them (RFC 4382 section 5, RFC 2579 section
+// 2).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+// The protocols of an mplsL3VpnIfVpnRouteDistProtocol octet, bit 0 (0x80) first; a bit without a name is
+// "bit7".
+std::vector<std::string> protocol_names(std::uint8_t bits);
+// Numbers without a name are shown as they are.
+std::string classification_name(std::int32_t value);       // mplsL3VpnIfVpnClassification
+std::string storage_type_name(std::int32_t value);         // StorageType
+std::string row_status_name(std::int32_t value);           // RowStatus
+std::string notification_switch_name(std::int32_t value);  // the daemon's switch: 0 or 1
+
+}  // namespace cli

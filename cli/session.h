@@ -1,0 +1,52 @@
+// What every command of mplsvpn is given: where the daemon is, how to print, and how to fail.
+//
+// Commands throw Failure; run() (command_line.h) turns it into a line on standard error and the exit status.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+
+#include "platform/base/status.h"
+#include "platform/kvtree/client.h"
+
+namespace cli {
+
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailed = 1;    // the daemon (or a file) refused what was asked
+inline constexpr int kExitUsage = 2;     // the words make no command
+inline constexpr int kExitNoDaemon = 3;  // the daemon is not there, or went away
+
+class Failure : public std::runtime_error {
+ public:
+  Failure(int exit_status, const std::string& message)
+      : std::runtime_error(message), exit_status_(exit_status) {}
+  int exit_status() const { return exit_status_; }
+
+ private:
+  int exit_status_;
+};
+
+struct Session {
+  std::ostream& out;
+  std::ostream& err;
+  bool json = false;
+  std::string socket;         // of the daemon's main event manager
+  std::string debug_socket;   // of its debug event manager
+  std::string run_directory;  // where its trace buffers are
+  std::chrono::milliseconds timeout{1000};
+};
+
+// A connected client, or Failure(kExitNoDaemon).
+std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session);
+
+// The Failure for a request that was answered with this status. `what` names the request; `reason`, when not
+// empty, takes the place of the status's own text.
+Failure request_failure(const Session& session, const std::string& what, Status status,
+                        const std::string& reason = std::string());
+// The Failure for a socket on which nobody answers.
+Failure no_daemon(const std::string& socket, Status status);
+
+}  // namespace cli
