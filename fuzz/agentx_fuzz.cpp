@@ -1,0 +1,184 @@
+// Fuzz target: octets from a master agent's socket, through the codec, the session and the responder.
+//
+// The input is what a master writes after the session is open. Every response that comes back must itself be
+// AgentX that the codec reads, a name in it must not come before the one asked for, and the next PDU must be
+// found where the last one ended; anything else aborts. The tables stand on a source of a few rows.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "agent/agentx/pdu.h"
+#include "agent/agentx/session.h"
+#include "agent/responder.h"
+#include "agent/tables/l3vpn_tables.h"
+#include "agent/tables/mib.h"
+#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "platform/base/clock.h"
+#include "platform/kvtree/kvtree.h"
+
+namespace {
+
+void require(bool condition) {
+  if (!condition) std::abort();
+}
+
+kvtree::Octets encode(const ParcelDescription& description, const void* record) {
+  std::uint8_t* data = nullptr;
+  std::size_t length = 0;
+  require(parcel_encode(&description, record, &data, &length) == kStatusOk);
+  kvtree::Octets octets(data, data + length);
+  std::free(data);
+  return octets;
+}
+
+// The rows RED.1 to RED.200.
+class Rows : public tables::RowSource {
+ public:
+  kvtree::GetResult get(std::string_view) override {
+    const mpls_vpn_mib_scalars record = {1, 1, 200, 1, 0, 0};
+    return {kStatusOk, encode(kMibScalarsParcel, &record)};
+  }
+
+  kvtree::WalkResult walk(std::string_view path, std::uint32_t max_rows) override {
+    constexpr std::string_view kBefore = "/oper/mpls_vpn/gl/interface-next/";
+    require(path.starts_with(kBefore) && path.size() < 1024);
+    const std::string key(path.substr(kBefore.size()));
+    const std::size_t slash = key.find('/');
+    require(slash != std::string::npos);
+    const std::string name = decode(key.substr(0, slash));
+    std::uint32_t index = static_cast<std::uint32_t>(std::strtoul(key.c_str() + slash + 1, nullptr, 10));
+    const bool before = name.size() < kVrf.size() || (name.size() == kVrf.size() && name < kVrf);
+    if (before || index == 0) index = 1;
+    if (!before && name != kVrf) index = kRows + 1;
+    kvtree::WalkResult result;
+    for (; index <= kRows && result.rows.size() < max_rows; ++index) result.rows.push_back(row(index));
+    result.status = result.rows.empty() ? kStatusNoSuchRow : kStatusOk;
+    result.end = index > kRows;
+    return result;
+  }
+
+ private:
+  static constexpr std::uint32_t kRows = 200;
+  static constexpr std::string_view kVrf = "RED";
+
+  static std::string decode(const std::string& encoded) {
+    char* text = nullptr;
+    require(kvtree_string_decode(encoded.c_str(), &text) == kStatusOk);
+    std::string decoded = text;
+    std::free(text);
+    return decoded;
+  }
+
+  static kvtree::Octets row(std::uint32_t index) {
+    std::string name = "ge0";
+    std::string vrf(kVrf);
+    const mpls_vpn_mib_interface record = {name.data(), static_cast<std::int32_t>(index), 2, 0x40, 5, 1,
+                                           vrf.data()};
+    return encode(kMibInterfaceParcel, &record);
+  }
+};
+
+void check_response(const agentx::Header& header, agentx::Bytes payload) {
+  require(header.type == agentx::PduType::kResponse || header.type == agentx::PduType::kPing);
+  if (header.type == agentx::PduType::kPing) return;
+  agentx::Reader reader(payload, true);
+  agentx::Response response;
+  require(reader.response(&response));
+  require(response.error == 0 || reader.at_end());
+  while (!reader.at_end()) {
+    oid::Oid name;
+    agentx::Value value;
+    require(reader.var_bind(&name, &value));
+  }
+}
+
+// All that was written must be whole PDUs.
+void check_output(agentx::Bytes output) {
+  while (!output.empty()) {
+    agentx::Header header;
+    require(agentx::read_header(output, &header) == agentx::HeaderState::kGood);
+    require(output.size() - agentx::kHeaderSize >= header.payload);
+    check_response(header, output.subspan(agentx::kHeaderSize, header.payload));
+    output = output.subspan(agentx::kHeaderSize + header.payload);
+  }
+}
+
+// A name that GETNEXT answers is after the start (or at it, when it is included) and before the end.
+void check_next(agentx::Bytes payload, tables::Mib* mib) {
+  agentx::Reader reader(payload, true);
+  agentx::SearchRange range;
+  if (!reader.search_range(&range)) return;
+  tables::Variable variable;
+  const tables::Answer answer = mib->next(range.start.view(), range.include, range.end.view(), &variable);
+  if (answer != tables::Answer::kValue) return;
+  const auto order = oid::compare(variable.object, variable.instance, range.start.view());
+  require(range.include ? order >= 0 : order > 0);
+  require(range.end.empty() || oid::compare(variable.object, variable.instance, range.end.view()) < 0);
+  oid::Oid name(variable.object);
+  require(name.append(variable.instance));
+  require(mib->get(name.view(), &variable) == tables::Answer::kValue);
+}
+
+// The responder alone: one request whose type is the first octet.
+void answer_one(agentx::Bytes input, tables::Mib* mib) {
+  agentx::Header header;
+  header.type = static_cast<agentx::PduType>(input[0]);
+  header.flags = input[1];
+  std::vector<std::uint8_t> output;
+  agentx::Writer writer(&output);
+  agent::Responder responder(*mib);
+  responder.answer(header, input.subspan(2), &writer);
+  check_output(output);
+  check_next(input.subspan(2), mib);
+}
+
+// The whole session: the master's octets after Open and Register.
+void run_session(agentx::Bytes input, tables::Mib* mib) {
+  int ends[2];
+  require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) == 0);
+  agent::Responder responder(*mib);
+  agentx::SessionOptions options;
+  options.master = "fuzz";
+  options.connect = [&] { return ends[0]; };
+  agentx::Session session(options,
+                          [&](const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer) {
+                            responder.answer(request, payload, writer);
+                          });
+  session.step();
+  std::uint8_t drained[4096];
+  require(recv(ends[1], drained, sizeof(drained), 0) > 0);  // the Open
+  std::vector<std::uint8_t> reply;
+  agentx::Writer writer(&reply);
+  agentx::Header open;
+  open.packet = 1;
+  agentx::begin_response(&writer, open, agentx::Error::kNone, 0);
+  writer.end();
+  reply.insert(reply.end(), input.begin(), input.end());
+  if (send(ends[1], reply.data(), reply.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(reply.size())) {
+    session.handle(POLLIN);
+  }
+  close(ends[1]);
+  if (session.fd() >= 0) session.handle(POLLIN | POLLHUP);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 3 || size > 16384) return 0;
+  Rows rows;
+  tables::Mib mib(tables::l3vpn_tables(), rows, kNanosecondsPerSecond);
+  const agentx::Bytes input = agentx::Bytes(data, size).subspan(1);
+  if (data[0] % 4 == 0) {
+    run_session(input, &mib);
+  } else {
+    answer_one(input, &mib);
+  }
+  return 0;
+}
