@@ -92,7 +92,7 @@ TEST_F(ManagedConnectionTest, FailedOpenIsRetriedWithBackOffUpToFiveSeconds) {
   service.refuses = true;
   EXPECT_EQ(event_conn_open(connection), kStatusConnectionRetry);
   int opens = 1;
-  for (const std::uint64_t delay : {100, 200, 400, 800, 1600, 3200, 5000, 5000}) {
+  for (const std::uint64_t delay : {100U, 200U, 400U, 800U, 1600U, 3200U, 5000U, 5000U}) {
     Advance(delay * kMillisecond - 1);
     EXPECT_EQ(service.opens, opens) << delay;
     Advance(1);

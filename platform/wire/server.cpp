@@ -60,6 +60,8 @@ void Connection::finish() {
     return;
   }
   ++unsent_messages_;
+  // The write may end the connection, and with it the server's reference.
+  const std::shared_ptr<Connection> self = shared_from_this();
   if (!handling_) {
     const bool was_waiting = (watched_ & EPOLLOUT) != 0;
     if (!was_waiting) write_queue();
