@@ -19,7 +19,7 @@
 // the mirror and into a log, which is applied to what was read before that replaces the mirror. A disturbed
 // reading only adds and corrects: what it did not see is taken away by the next undisturbed one.
 //
-// Limits: the log holds kMaxLoggedEvents; past that it counts as a loss.
+// Limits: a log that grows past the settings' bound counts as a loss.
 #include "sources/kernel/kernel_source.h"
 
 #include <linux/rtnetlink.h>
@@ -34,6 +34,7 @@
 #include <vector>
 
 #include "platform/base/clock.h"
+#include "platform/base/fault.h"
 #include "platform/base/log.h"
 #include "sources/kernel/dump.h"
 #include "sources/kernel/reconcile.h"
@@ -43,7 +44,6 @@ namespace {
 constexpr unsigned kLoadAttempts = 5;
 constexpr int kLoadPatienceMs = 2000;  // without an answer, per datagram and attempt
 constexpr unsigned kMaxPostponements = 10;
-constexpr std::size_t kMaxLoggedEvents = 100'000;
 
 }  // namespace
 
@@ -93,6 +93,8 @@ struct KernelSource::State {
   bool drained = true;        // the event queue was empty when last read
   bool mirror_stale = false;  // events were lost and no dump that began afterwards has been completed
   bool reread_soon = false;   // something during the running dump asks for another one
+  bool loss_told = false;     // losses and failures are logged once a series
+  bool failure_told = false;
   KernelSourceCounters counters;
 };
 
@@ -130,7 +132,9 @@ Status KernelSource::State::load_once(std::string* error) {
         break;
       case kernel::Dump::Progress::kWaiting:
         pollfd waiting{once.fd(), POLLIN, 0};
-        if (poll(&waiting, 1, kLoadPatienceMs) == 0) {
+        const bool silent =
+            fault_check("netlink_poll") != kStatusOk || poll(&waiting, 1, kLoadPatienceMs) == 0;
+        if (silent) {
           *error = "rtnetlink dump: the kernel does not answer";
           return kStatusTimedOut;
         }
@@ -203,7 +207,7 @@ void KernelSource::State::take_event_datagram(std::span<const std::uint8_t> data
       log.push_back(std::move(event));
     }
   }
-  if (log.size() > kMaxLoggedEvents) {
+  if (log.size() > settings.log) {
     log.clear();
     lost_events();
   }
@@ -227,7 +231,9 @@ void KernelSource::State::reopen_events() {
   }
   if (status != kStatusOk) {
     ++counters.failures;
-    log_line("kernel: listening for events: %s", err_text(status));
+    if (!std::exchange(failure_told, true)) {
+      log_line("kernel: listening for events: %s", err_text(status));
+    }
     events.close();
     reopen_timer = event_timer_start(manager, settings.retry, [this] { reopen_events(); });
     return;
@@ -284,7 +290,7 @@ void KernelSource::State::begin_dump() {
   last_dump_began = clock_monotonic();
   reread_soon = false;
   log.clear();
-  if (mirror_stale) {
+  if (mirror_stale && !std::exchange(loss_told, true)) {
     log_line("kernel: events were lost (%llu times so far), reading all links and addresses",
              static_cast<unsigned long long>(counters.losses));
   }
@@ -321,7 +327,9 @@ void KernelSource::State::continue_dump() {
 
 void KernelSource::State::dump_failed(Status status) {
   ++counters.failures;
-  log_line("kernel: reading links and addresses: %s", err_text(status));
+  if (!std::exchange(failure_told, true)) {
+    log_line("kernel: reading links and addresses: %s", err_text(status));
+  }
   log.clear();
   schedule_reread(settings.retry);
 }
@@ -349,6 +357,8 @@ void KernelSource::State::adopt_dump(kernel::Dump* finished) {
   }
   mirror.replace(std::move(seen));
   mirror_stale = reread_soon;
+  failure_told = false;
+  loss_told = mirror_stale;
 }
 
 KernelSource::KernelSource(router::Router* model, const KernelSourceSettings& settings)

@@ -23,7 +23,6 @@
 namespace kernel {
 namespace {
 
-constexpr std::size_t kBufferStart = 32768;
 constexpr std::size_t kBufferMax = 1 << 20;
 
 Status last_error() {
@@ -47,7 +46,6 @@ Status NetlinkSocket::open() {
     socket_.reset();
     return status;
   }
-  buffer_.resize(std::max(buffer_.size(), kBufferStart));
   return kStatusOk;
 }
 

@@ -24,7 +24,8 @@ enum class Received {
 
 class NetlinkSocket {
  public:
-  NetlinkSocket() = default;
+  static constexpr std::size_t kDumpBuffer = 32768;  // octets: the largest datagram of a dump
+  explicit NetlinkSocket(std::size_t buffer = kDumpBuffer) : buffer_(buffer) {}
   // Fault point "netlink_open". The errno of the failing step.
   [[nodiscard]] Status open();
   void close() { socket_.reset(); }

@@ -1,0 +1,333 @@
+// The kernel source when something goes wrong: overruns, disturbed and failing readings, sockets that fail,
+// messages that are not the kernel's. Nothing may be lost, and nothing may be believed that the kernel did
+// not say.
+#include <sys/socket.h>
+
+#include <span>
+
+#include "sources/kernel/kernel_source.h"
+#include "sources/kernel/live_kernel_test_support.h"
+#include "sources/kernel/netlink_socket.h"
+
+namespace kernel {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+std::string ManyChanges(int rounds) {
+  std::string lines;
+  for (int round = 0; round < rounds; ++round) {
+    const std::string number = std::to_string(round);
+    lines +=
+        "addr add 10." + std::to_string(round / 250) + "." + std::to_string(round % 250) + ".1/24 dev v0\n";
+    lines += "link set v1 alias round" + number + "\n";
+    lines += "link set v1 up\nlink set v1 down\n";
+  }
+  return lines + "link set v1 name renamed\nlink add w0 type veth peer name w1\nlink del w0\n";
+}
+
+TEST_F(LiveKernel, OverrunLosesNothing) {
+  AddVeth("v0", "v1");
+  AddVeth("x0", "x1");
+  Start({.receive_buffer = 4096});
+  Batch(ManyChanges(400) + "link del x0\n");
+  Settle();
+  EXPECT_GE(source_->counters().losses, 1U);
+  EXPECT_EQ(Find("x0"), nullptr);
+  ASSERT_NE(Find("v0"), nullptr);
+  EXPECT_EQ(Find("v0")->addresses.size(), 400U);
+  EXPECT_NE(Find("renamed"), nullptr);
+  ExpectModelEqualsKernel();
+  EXPECT_EQ(source_->counters().refused, 0U);
+}
+
+TEST_F(LiveKernel, ChangesAfterAnOverrunAreFollowed) {
+  AddVeth("v0", "v1");
+  Start({.receive_buffer = 4096});
+  Batch(ManyChanges(200));
+  Settle();
+  ASSERT_GE(source_->counters().losses, 1U);
+  listener_.TakeLines();
+  Ip("link set renamed name back");
+  EXPECT_THAT(SettledLines(), ElementsAre("renamed renamed to back"));
+}
+
+TEST_F(LiveKernel, ChangesWhileTheLoopRunsAreFollowedThroughEveryOverrun) {
+  AddVeth("v0", "v1");
+  Start({.receive_buffer = 4096, .batch = 4});
+  for (int burst = 0; burst < 10; ++burst) {
+    std::string lines;
+    for (int each = 0; each < 100; ++each) {
+      const std::string address =
+          "10." + std::to_string(burst) + "." + std::to_string(each) + ".1/24 dev v0\n";
+      lines += "addr add " + address + (each % 3 == 0 ? "addr del " + address : "");
+    }
+    Batch(lines);
+    event_run_pending(manager_);
+    clock_.advance(kSettle);
+    event_run_pending(manager_);
+  }
+  Settle();
+  EXPECT_GE(source_->counters().losses, 2U);
+  ExpectModelEqualsKernel();
+}
+
+TEST_F(LiveKernel, ManyLinksAreReadInBoundedSteps) {
+  AddManyVeths(300);
+  Start({.batch = 8});  // one datagram of a dump a turn
+  EXPECT_EQ(model_.interface_count(), 601U);
+  const std::uint64_t dumps = source_->counters().dumps;
+  clock_.advance(30 * kNanosecondsPerSecond);
+  unsigned turns = 0;
+  while (source_->counters().dumps == dumps) {
+    ASSERT_TRUE(Turn());
+    ++turns;
+  }
+  EXPECT_GT(turns, 10U);
+  EXPECT_THAT(SettledLines(), IsEmpty());
+}
+
+TEST_F(LiveKernel, EventsDuringAReadingAreNotLost) {
+  AddManyVeths(300);
+  Start({.batch = 8});
+  clock_.advance(30 * kNanosecondsPerSecond);
+  for (int turn = 0; turn < 3; ++turn) ASSERT_TRUE(Turn());
+  ASSERT_FALSE(source_->settled());  // in the middle of it
+  Batch(
+      "link del a0\nlink set a1 name z1\nlink add n0 type veth peer name n1\naddr add 10.0.0.1/24 dev "
+      "a299\n");
+  Settle();
+  EXPECT_EQ(Find("a0"), nullptr);
+  EXPECT_NE(Find("n0"), nullptr);
+  EXPECT_EQ(AddressesOf("a299"), "10.0.0.1/24");
+  ExpectModelEqualsKernel();
+}
+
+TEST_F(LiveKernel, LossesAskForReadingsAtTheRetryPaceOnly) {
+  AddVeth("v0", "v1");
+  Start();
+  const std::uint64_t before = source_->counters().dumps;
+  for (int loss = 0; loss < 20; ++loss) {
+    const ScopedFault fault("netlink_receive", ENOBUFS, 1, 1);
+    Ip("link set v0 alias loss" + std::to_string(loss));
+    Ip("link set v1 mtu " + std::to_string(1400 + loss));
+    event_run_pending(manager_);
+  }
+  EXPECT_EQ(source_->counters().losses, 20U);
+  EXPECT_EQ(source_->counters().dumps, before + 1);
+  Settle();
+  EXPECT_LE(source_->counters().dumps, before + 2);
+  EXPECT_EQ(DescriptionOf("v0"), "loss19");
+}
+
+TEST_F(LiveKernel, DisturbedReadingIsRepeatedAndTakesNothingAway) {
+  AddVeth("v0", "v1");
+  Start();
+  const std::uint64_t before = source_->counters().dumps;
+  fault_arm("netlink_dump_disturbed", EINTR, 1, 1);
+  clock_.advance(30 * kNanosecondsPerSecond);
+  event_run_pending(manager_);
+  fault_disarm_all();
+  EXPECT_EQ(source_->counters().disturbed_dumps, 1U);
+  EXPECT_THAT(listener_.TakeLines(), IsEmpty());
+  clock_.advance(100 * kNanosecondsPerMillisecond);
+  Settle();
+  EXPECT_EQ(source_->counters().dumps, before + 2);
+  EXPECT_EQ(source_->counters().disturbed_dumps, 1U);
+}
+
+TEST_F(LiveKernel, LoadRepeatsADisturbedReading) {
+  source_ = std::make_unique<KernelSource>(&model_);
+  const ScopedFault fault("netlink_dump_disturbed", EINTR, 1, 2);
+  std::string error;
+  ASSERT_EQ(source_->load(&error), kStatusOk) << error;
+  EXPECT_EQ(source_->counters().dumps, 3U);
+  EXPECT_EQ(source_->counters().disturbed_dumps, 2U);
+  EXPECT_NE(Find("lo"), nullptr);
+}
+
+TEST_F(LiveKernel, LoadDisturbedForEverStillGivesWhatItSawAndReadsAgainSoon) {
+  source_ = std::make_unique<KernelSource>(&model_);
+  fault_arm("netlink_dump_disturbed", EINTR, 1, 0);
+  std::string error;
+  ASSERT_EQ(source_->load(&error), kStatusOk) << error;
+  fault_disarm_all();
+  EXPECT_NE(Find("lo"), nullptr);
+  ASSERT_EQ(source_->start(manager_), kStatusOk);
+  const std::uint64_t before = source_->counters().dumps;
+  clock_.advance(100 * kNanosecondsPerMillisecond);
+  Settle();
+  EXPECT_EQ(source_->counters().dumps, before + 1);
+}
+
+TEST_F(LiveKernel, FailedReadingIsTriedAgain) {
+  AddVeth("v0", "v1");
+  Start();
+  Ip("link set v0 alias text");
+  for (const char* step : {"netlink_open", "netlink_request", "event_fd_add"}) {
+    fault_arm(step, EMFILE, 1, 1);
+    clock_.advance(30 * kNanosecondsPerSecond);
+    event_run_pending(manager_);
+    EXPECT_EQ(fault_reached(step), 1U) << step;
+    fault_disarm_all();
+  }
+  EXPECT_EQ(source_->counters().failures, 3U);
+  EXPECT_EQ(DescriptionOf("v0"), "");
+  clock_.advance(100 * kNanosecondsPerMillisecond);
+  Settle();
+  EXPECT_EQ(DescriptionOf("v0"), "text");
+}
+
+TEST_F(LiveKernel, FailedSocketIsReplacedAndNothingIsLost) {
+  AddVeth("v0", "v1");
+  Start();
+  fault_arm("netlink_receive", EIO, 1, 1);
+  Ip("link set v0 name v9");
+  event_run_pending(manager_);
+  fault_disarm_all();
+  EXPECT_EQ(source_->counters().failures, 1U);
+  fault_arm("netlink_join", EACCES, 2, 1);  // and it does not work the first time
+  clock_.advance(100 * kNanosecondsPerMillisecond);
+  event_run_pending(manager_);
+  EXPECT_EQ(source_->counters().failures, 2U);
+  fault_disarm_all();
+  clock_.advance(100 * kNanosecondsPerMillisecond);
+  Settle();
+  EXPECT_NE(Find("v9"), nullptr);
+  Ip("link set v9 name v8");
+  Settle();
+  EXPECT_NE(Find("v8"), nullptr);
+}
+
+class LiveKernelLoad : public LiveKernel, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(LiveKernelLoad, FailureIsReportedAndLeavesTheModelAlone) {
+  source_ = std::make_unique<KernelSource>(&model_);
+  std::string error;
+  fault_arm(GetParam(), EMFILE, 1, 1);
+  EXPECT_EQ(source_->load(&error), static_cast<Status>(EMFILE));
+  fault_disarm_all();
+  EXPECT_NE(error.find("rtnetlink"), std::string::npos) << error;
+  EXPECT_NE(error.find(err_text(EMFILE)), std::string::npos) << error;
+  EXPECT_EQ(model_.interface_count(), 0U);
+  EXPECT_EQ(source_->load(&error), kStatusOk) << error;
+  EXPECT_EQ(model_.interface_count(), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Steps, LiveKernelLoad,
+                         ::testing::Values("netlink_open", "netlink_join", "netlink_request",
+                                           "netlink_receive"),
+                         [](const auto& step) { return std::string(step.param); });
+
+TEST_F(LiveKernel, StartThatFailsIsReported) {
+  source_ = std::make_unique<KernelSource>(&model_);
+  std::string error;
+  ASSERT_EQ(source_->load(&error), kStatusOk);
+  const ScopedFault fault("event_fd_add", EMFILE);
+  EXPECT_EQ(source_->start(manager_), static_cast<Status>(EMFILE));
+}
+
+TEST_F(LiveKernel, SourceThatEndsInTheMiddleOfAReadingLeavesNothingBehind) {
+  Start();
+  clock_.advance(30 * kNanosecondsPerSecond);
+  {
+    const ScopedFault fault("netlink_receive", EAGAIN, 1, 0);  // the answer never comes
+    ASSERT_TRUE(Turn());
+    EXPECT_FALSE(source_->settled());
+    source_.reset();
+  }
+  Ip("link add v0 type veth peer name v1");
+  clock_.advance(60 * kNanosecondsPerSecond);
+  event_run_pending(manager_);
+  EXPECT_THAT(listener_.TakeLines(), IsEmpty());
+}
+
+TEST_F(LiveKernel, MoreEventsDuringAReadingThanAreKeptCountAsALoss) {
+  AddManyVeths(300);
+  Start({.batch = 8, .log = 5});
+  clock_.advance(30 * kNanosecondsPerSecond);
+  for (int turn = 0; turn < 3; ++turn) ASSERT_TRUE(Turn());
+  ASSERT_FALSE(source_->settled());
+  Batch(
+      "link del a0\nlink set a1 name z1\nlink add n0 type veth peer name n1\naddr add 10.0.0.1/24 dev "
+      "a299\n");
+  Settle();
+  EXPECT_GE(source_->counters().losses, 1U);
+  ExpectModelEqualsKernel();
+}
+
+TEST_F(LiveKernel, ReadingsThatKeepFailingDelayTheModelByABoundOnly) {
+  AddVeth("v0", "v1");
+  Start();
+  fault_arm("netlink_receive", ENOBUFS, 1, 1);
+  fault_arm("netlink_request", EIO, 1, 0);
+  Ip("link set v0 name v9");
+  unsigned periods = 0;
+  for (; Find("v9") == nullptr && periods < 100; ++periods) {
+    event_run_pending(manager_);
+    clock_.advance(kSettle);
+  }
+  fault_disarm_all();
+  EXPECT_GT(periods, 2U);  // it did wait for the reading
+  EXPECT_LE(periods, 13U);
+}
+
+TEST_F(LiveKernel, LoadGivesUpWhenTheKernelDoesNotAnswer) {
+  source_ = std::make_unique<KernelSource>(&model_);
+  fault_arm("netlink_receive", EAGAIN, 1, 0);
+  fault_arm("netlink_poll", ETIMEDOUT, 3, 1);
+  std::string error;
+  EXPECT_EQ(source_->load(&error), kStatusTimedOut);
+  EXPECT_EQ(error, "rtnetlink dump: the kernel does not answer");
+  EXPECT_EQ(fault_reached("netlink_poll"), 3U);
+  fault_disarm_all();
+  EXPECT_EQ(model_.interface_count(), 0U);
+}
+
+// What the socket itself refuses to hand out.
+class LiveSocket : public LiveKernel {
+ protected:
+  static Received ReceiveWaiting(NetlinkSocket* socket, std::span<const std::uint8_t>* datagram) {
+    Received received = socket->receive(datagram);
+    for (int attempt = 0; attempt < 100000 && received == Received::kNothing; ++attempt) {
+      received = socket->receive(datagram);
+    }
+    return received;
+  }
+};
+
+TEST_F(LiveSocket, DatagramOfAnotherProcessIsNotBelieved) {
+  NetlinkSocket socket;
+  ASSERT_EQ(socket.open(), kStatusOk);
+  sockaddr_nl address{};
+  socklen_t length = sizeof address;
+  void* place = &address;
+  ASSERT_EQ(getsockname(socket.fd(), static_cast<sockaddr*>(place), &length), 0);
+  const int forger = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+  ASSERT_GE(forger, 0);
+  const Octets forged = Encode(LinkMessage{.type = RTM_DELLINK, .index = 1});
+  ASSERT_EQ(sendto(forger, forged.data(), forged.size(), 0, static_cast<sockaddr*>(place), length),
+            static_cast<ssize_t>(forged.size()))
+      << std::strerror(errno);
+  close(forger);
+  std::span<const std::uint8_t> datagram;
+  EXPECT_EQ(socket.receive(&datagram), Received::kNothing);
+  ASSERT_EQ(socket.request_links(), kStatusOk);
+  EXPECT_EQ(ReceiveWaiting(&socket, &datagram), Received::kDatagram);  // the kernel is
+}
+
+TEST_F(LiveSocket, DatagramLargerThanTheBufferIsALossAndTheBufferGrows) {
+  NetlinkSocket socket(64);
+  ASSERT_EQ(socket.open(), kStatusOk);
+  ASSERT_EQ(socket.request_links(), kStatusOk);
+  std::span<const std::uint8_t> datagram;
+  EXPECT_EQ(ReceiveWaiting(&socket, &datagram), Received::kLost);
+  ASSERT_EQ(ReceiveWaiting(&socket, &datagram), Received::kDatagram);  // the end of the dump
+  ASSERT_EQ(socket.request_links(), kStatusOk);
+  ASSERT_EQ(ReceiveWaiting(&socket, &datagram), Received::kDatagram);
+  EXPECT_GT(datagram.size(), 64U);
+}
+
+}  // namespace
+}  // namespace kernel
