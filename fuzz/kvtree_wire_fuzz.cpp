@@ -1,0 +1,168 @@
+// Octets of a client into the data store's message handling, without a socket.
+//
+// The first octet chooses: 0 means that the rest is a stream, taken apart into frames as the server does; any
+// other value is a message type and the rest its payload, so that the payload readers are reached without a
+// guessed header. Every answer must be well-formed: a status and, for success, what the protocol says and
+// nothing more.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/kvtree/protocol.h"
+#include "platform/kvtree/store.h"
+
+namespace {
+
+// A provider whose rows are "1" to "50", behind "rows/<n>", and whose other answers are short.
+Status get(const KvRequest* request, KvReply* reply);
+Status list(const KvRequest* request, KvListReply* reply);
+Status datalist(const KvRequest* request, KvListReply* reply);
+
+void put(KvReply* reply, const std::string& text) {
+  reply->kind = kKvKindRecord;
+  reply->length = text.size();
+  reply->data = static_cast<std::uint8_t*>(std::malloc(text.size() + 1));
+  std::memcpy(reply->data, text.c_str(), text.size() + 1);
+}
+
+Status get_row(KvReply* reply, const RequestArgs* args) {
+  const std::uint32_t row = kvtree_absent(args, 0) ? 1 : *args->arg[0].number;
+  if (row == 0 || row > 50) return kStatusNoSuchRow;
+  put(reply, std::to_string(row));
+  return kStatusOk;
+}
+
+Status get_text(KvReply* reply, const RequestArgs* args) {
+  if (kvtree_absent(args, 0)) return kStatusArgumentMissing;
+  put(reply, args->arg[0].text);
+  return kStatusOk;
+}
+
+Status list_items(KvListReply* reply, const RequestArgs*) {
+  if (const Status status = kvtree_list_create(&reply->list)) return status;
+  for (std::uint32_t i = 0; i < std::min(reply->max_items, 3U); ++i) {
+    if (const Status status = kvtree_list_add(reply->list, "key", 3, 0)) return status;
+  }
+  return kStatusOk;
+}
+
+Status datalist_items(KvListReply* reply, const RequestArgs*) {
+  if (const Status status = kvtree_datalist_create(&reply->datalist)) return status;
+  return kvtree_datalist_add(reply->datalist, "key", 7, 0, "value", 5);
+}
+
+Status following(const KvReply* row, std::string* path) {
+  const std::string text(reinterpret_cast<const char*>(row->data), row->length);
+  *path = "rows/" + std::to_string(std::stoul(text) + 1);
+  return kStatusOk;
+}
+
+const KvRoute kRoutes[] = {
+    {"rows/<n>", {kKvModeNext, nullptr, get_row, nullptr, nullptr}},
+    {"text/<s>/<n>/<ip4>/<ad>/<x>/<i>", {0, nullptr, get_text, list_items, datalist_items}},
+};
+const KvRoutingTable kTable{kRoutes, 2};
+const KvWalkRule kRules[] = {{"rows", following}};
+
+Status get(const KvRequest* request, KvReply* reply) {
+  return kvtree_match_get(request, &kTable, reply);
+}
+Status list(const KvRequest* request, KvListReply* reply) {
+  return kvtree_match_list(request, &kTable, reply);
+}
+Status datalist(const KvRequest* request, KvListReply* reply) {
+  return kvtree_match_datalist(request, &kTable, reply);
+}
+
+Status echo(const KvActionContext& context, const std::vector<std::string>& words, std::string* text, void*) {
+  if (context.may_change) std::abort();  // there is no peer that could have the right
+  for (const std::string& word : words) *text += word;
+  return kStatusOk;
+}
+
+void require(bool condition) {
+  if (!condition) std::abort();
+}
+
+bool set_up() {
+  KvConnection* connection = nullptr;
+  require(kvtree_bind(&connection, "/oper/", kKvBindProvider) == kStatusOk);
+  const KvProviderFunctions functions{get, list, datalist, kRules, 1};
+  // The manager is only kept: nothing is posted here.
+  auto* manager = reinterpret_cast<EventManager*>(&connection);
+  require(kvtree_register_prov2(connection, "", manager, &functions, 0, 1) == kStatusOk);
+  require(kvtree_register_action("echo", echo, nullptr) == kStatusOk);
+  return true;
+}
+
+void check_items(wire::Reader* answer, bool with_values) {
+  const std::uint32_t count = answer->u32();
+  require(count <= kKvMaxListItems);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    answer->u32();
+    answer->text();
+    if (with_values) answer->octets();
+  }
+}
+
+void check_success(std::uint16_t type, wire::Reader* answer) {
+  switch (type) {
+    case kvtree::kGet:
+      answer->u32();
+      answer->octets();
+      break;
+    case kvtree::kList:
+    case kvtree::kDatalist:
+      check_items(answer, type == kvtree::kDatalist);
+      break;
+    case kvtree::kWalk: {
+      require(answer->u8() <= 1);
+      const std::uint32_t rows = answer->u32();
+      for (std::uint32_t i = 0; i < rows; ++i) answer->octets();
+      break;
+    }
+    default:
+      std::abort();  // watching needs a connection, and there are no other types
+  }
+}
+
+void handle(const wire::Message& message) {
+  wire::Octets payload;
+  if (!kvtree::answer_message(nullptr, message, &payload)) return;
+  require(payload.size() <= kvtree::kMaxAnswer + 64);
+  wire::Reader answer(payload);
+  const Status status = answer.u32();
+  if (message.type == kvtree::kAction) {
+    answer.text();
+  } else if (status == kStatusOk) {
+    check_success(message.type, &answer);
+  }
+  require(answer.finished());
+}
+
+void handle_stream(wire::OctetSpan stream) {
+  for (;;) {
+    wire::Message message;
+    std::size_t used = 0;
+    if (wire::parse_frame(stream, wire::Limits{}.max_payload, &message, &used) != kStatusOk) return;
+    require(used <= stream.size());
+    handle(message);
+    stream = stream.subspan(used);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const bool ready = set_up();
+  if (!ready || size == 0) return 0;
+  // A copy of its own size, so that a sanitizer sees what is read behind its end.
+  const wire::Octets input(data + 1, data + size);
+  if (data[0] == 0) {
+    handle_stream(input);
+  } else {
+    handle({data[0], 1, input});
+  }
+  return 0;
+}
