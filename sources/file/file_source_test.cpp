@@ -241,7 +241,7 @@ TEST_F(RouterOverTheSocket, ShowIsAnswered) {
   Serve();
   const kvtree::ActionResult result = Ask({"router", "show"});
   EXPECT_EQ(result.status, kStatusOk);
-  EXPECT_EQ(result.text, "1 VRFs, 0 interfaces\nvrf red id 10 ipv4-table 10 ipv6-table 10");
+  EXPECT_EQ(result.text, "1 VRF, 0 interfaces\nvrf red id 10 ipv4-table 10 ipv6-table 10");
 }
 
 TEST_F(RouterOverTheSocket, RefusalCarriesItsReason) {

@@ -223,7 +223,7 @@ TEST_F(RouterCommands, ShowSaysEverything) {
   Do("add-interface ge1 index 6 vrf gone down description spare");
   Do("show");
   EXPECT_EQ(text_,
-            "1 VRFs, 2 interfaces\n"
+            "1 VRF, 2 interfaces\n"
             "vrf red id 7 ipv4-table 7 ipv6-table 7 rd 1:1 big description \"the red one\"\n"
             "vrf later referenced\n"
             "interface ge0 index 5 up vrf red 10.0.0.1/24\n"

@@ -12,6 +12,10 @@ using router::Interface;
 using router::Router;
 using router::Vrf;
 
+std::string counted(std::size_t count, const char* thing) {
+  return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
+
 std::string vrf_line(const Vrf& vrf) {
   std::string line = "vrf " + vrf.name + " id " + std::to_string(vrf.id);
   const auto table = [&](const char* family, std::uint32_t number) {
@@ -83,8 +87,7 @@ void show_references(const Router& model, std::string* text) {
 }
 
 void show_everything(const Router& model, std::string* text) {
-  *text =
-      std::to_string(model.vrf_count()) + " VRFs, " + std::to_string(model.interface_count()) + " interfaces";
+  *text = counted(model.vrf_count(), "VRF") + ", " + counted(model.interface_count(), "interface");
   show_vrfs(model, text);
   show_references(model, text);
   show_interfaces(model, nullptr, text);
