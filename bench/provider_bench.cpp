@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "bench/daemon_in_process.h"
+#include "platform/base/clock.h"
 #include "platform/base/directories.h"
 #include "platform/kvtree/client.h"
 

@@ -73,6 +73,11 @@ void kvtree_list_free(KvList* list);
 // The next item, valid until the list is freed; kStatusEndOfList after the last. Out arguments may be null.
 [[nodiscard]] Status kvtree_datalist_next(KvDatalist* list, const char** key, const void** value,
                                           std::size_t* length);
+// The item where a reader that starts over and checks each item would stop: the first with this key, or the
+// first without a value if that stands before it. Constant time after the first call. kStatusEndOfList when
+// there is neither.
+[[nodiscard]] Status kvtree_datalist_find(KvDatalist* list, const char* wanted, const char** key,
+                                          const void** value, std::size_t* length);
 void kvtree_datalist_free(KvDatalist* list);
 
 struct KvListReply {

@@ -1,8 +1,11 @@
 // Lists and datalists: what list handlers fill and readers go through. Items never move (a deque), so that
 // what a reader was given stays valid while the list grows.
+#include <algorithm>
+#include <cstdint>
 #include <deque>
 #include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/base/fault.h"
@@ -40,6 +43,7 @@ Status kvtree_datalist_add(KvDatalist* list, const char* key, std::uint32_t kind
                            const void* value, std::size_t length) {
   if (const Status status = fault_check("kvtree_datalist_add")) return status;
   if (list == nullptr || key == nullptr || (value == nullptr && length != 0)) return kStatusInvalid;
+  if (length == 0 && list->first_without_value == SIZE_MAX) list->first_without_value = list->items.size();
   const auto* octets = static_cast<const std::uint8_t*>(value);
   list->items.push_back({{key, kind, flags}, std::vector<std::uint8_t>(octets, octets + length)});
   return kStatusOk;
@@ -61,6 +65,26 @@ Status kvtree_datalist_next(KvDatalist* list, const char** key, const void** val
   if (value != nullptr) *value = item.value.data();
   if (length != nullptr) *length = item.value.size();
   return kStatusOk;
+}
+
+namespace {
+
+// The place of the first item with this key; SIZE_MAX when there is none.
+std::size_t find_place(KvDatalist* list, std::string_view key) {
+  for (; list->indexed < list->items.size(); ++list->indexed) {
+    list->places.emplace(list->items[list->indexed].key, list->indexed);
+  }
+  const auto found = list->places.find(key);
+  return found == list->places.end() ? SIZE_MAX : found->second;
+}
+
+}  // namespace
+
+Status kvtree_datalist_find(KvDatalist* list, const char* wanted, const char** key, const void** value,
+                            std::size_t* length) {
+  if (list == nullptr || wanted == nullptr) return kStatusInvalid;
+  list->next = std::min({find_place(list, wanted), list->first_without_value, list->items.size()});
+  return kvtree_datalist_next(list, key, value, length);
 }
 
 void kvtree_datalist_free(KvDatalist* list) {

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 struct KvListItem {
@@ -24,4 +26,8 @@ struct KvList {
 struct KvDatalist {
   std::deque<KvDatalistItem> items;
   std::size_t next = 0;  // of kvtree_datalist_next
+  // Made by the first kvtree_datalist_find, for the first `indexed` items; the first item of a key counts.
+  std::unordered_map<std::string_view, std::size_t> places;
+  std::size_t indexed = 0;
+  std::size_t first_without_value = SIZE_MAX;
 };

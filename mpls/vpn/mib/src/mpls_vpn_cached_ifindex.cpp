@@ -25,12 +25,14 @@ void drop_list() {
   index_list = nullptr;
 }
 
-// The next entry of the list; false at the end and for an entry without a name or an index.
-bool read_entry(const char** name, std::uint32_t* if_index) {
+// Where reading from the start for this name ends: at its entry, or sooner at one that makes no sense. False
+// then, and when the list ends before. A sequential read of each look-up would make start-up quadratic.
+bool read_until(const char* if_name, std::uint32_t* if_index) {
+  const char* name = nullptr;
   const void* value = nullptr;
   std::size_t length = 0;
-  if (kvtree_datalist_next(index_list, name, &value, &length) != kStatusOk) return false;
-  if (*name == nullptr || value == nullptr || length != sizeof *if_index) return false;
+  if (kvtree_datalist_find(index_list, if_name, &name, &value, &length) != kStatusOk) return false;
+  if (name == nullptr || value == nullptr || length != sizeof *if_index) return false;
   std::memcpy(if_index, value, sizeof *if_index);
   return true;
 }
@@ -43,10 +45,7 @@ bool find_in_list(const char* if_name, std::uint32_t* if_index) {
     drop_list();
     return false;
   }
-  const char* name = nullptr;
-  while (read_entry(&name, if_index)) {
-    if (std::strcmp(name, if_name) == 0) return true;
-  }
+  if (read_until(if_name, if_index)) return true;
   drop_list();
   return false;
 }
