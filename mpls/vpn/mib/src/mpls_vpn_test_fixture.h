@@ -125,6 +125,12 @@ class DaemonTest : public testing::Test {
     return interface == nullptr ? router::Interface{} : *interface;
   }
   std::uint32_t HandleOf(std::string_view name) const { return InterfaceOf(name).handle; }
+  // "0x1f", as prints show handles and ids.
+  static std::string Hex(std::uint32_t number) {
+    std::ostringstream text;
+    text << "0x" << std::hex << number;
+    return text.str();
+  }
   std::uint32_t IndexOf(std::string_view name) const { return InterfaceOf(name).index; }
 
   // --- The daemon
