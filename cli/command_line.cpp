@@ -134,7 +134,7 @@ void add_trace(CLI::App& app, Options* options) {
 void add_router(CLI::App& app, Options* options) {
   CLI::App* command = app.add_subcommand("router", "Shows and changes a router that comes from a file");
   // The words are not ours: they may look like options, and none of them goes back to the general ones.
-  command->prefix_command()->fallthrough(false);
+  command->prefix_command()->allow_extras()->fallthrough(false);
   command->footer(kRouterFooter);
   command->callback([options, command] {
     options->router_words = command->remaining();
