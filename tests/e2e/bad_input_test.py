@@ -137,7 +137,7 @@ class BadStart(unittest.TestCase):
     def test_broken_router_file_ends_the_start_with_its_place(self):
         status, log = self.start("vrfs:\n  - {name: red, table: ten}\n")
         self.assertEqual(status, 1)
-        self.assertIn("router.yaml:2:25:", log)
+        self.assertIn("router.yaml:2:24:", log)
 
     def test_broken_settings_end_the_start_with_their_place(self):
         status, log = self.start(ROUTER, settings="sauce: file\n")

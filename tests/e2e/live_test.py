@@ -61,11 +61,11 @@ class Live(unittest.TestCase):
         system.router_file.write_text(ROUTER.replace("{name: ge1, index: 12, ", "{name: ge1, index: 12, vrf: red, "))
         self.shows([("red", 11), ("red", 12)])
         system.router_file.write_text(ROUTER.replace("index: 12", "index: twelve"))
-        wait_until("the mistake's place in the log", lambda: "router.yaml:6:25:" in system.log("daemon"), 5)
+        wait_until("the mistake's place in the log", lambda: "router.yaml:6:24:" in system.log("daemon"), 5)
         self.shows([("red", 11), ("red", 12)])
         result = system.cli("router", "reload")
         self.assertNotEqual(result.returncode, 0)
-        self.assertIn("router.yaml:6:25:", result.stdout + result.stderr)
+        self.assertIn("router.yaml:6:24:", result.stdout + result.stderr)
 
 
 if __name__ == "__main__":
