@@ -81,7 +81,7 @@ class Walk {
   void take_row(const kvtree::Octets& octets) {
     const InterfaceRecord row(session_, next_path(from_), kMibInterfaceParcel, octets);
     const Key key = key_of(*row);
-    
+    if (has_last_ && key == from_) return;
     if (!vrf_.empty() && key.vrf != vrf_) {
       is_over_ = true;
       return;
