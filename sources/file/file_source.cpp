@@ -1,6 +1,8 @@
-// See file_source.h. A load reads, parses and checks the whole file before it touches the model; that takes a
-// blink for a router that a person writes and about a second for the largest generated ones, during which no
-// request is answered.
+// See file_source.h. A load reads, parses and checks the whole file before it touches the model, and no
+// request is answered meanwhile: a blink for a router that a person writes, a quarter of a second for a
+// generated one with 100,000 interfaces, about three seconds when as many are written out (10 MB), nearly all
+// of it the YAML parser's. Who needs a router of that size to be reloaded while it serves lets it be
+// generated.
 #include "sources/file/file_source.h"
 
 #include <cerrno>
