@@ -1,0 +1,103 @@
+#!/usr/bin/env python3
+"""system_walk.py BIN_DIRECTORY: the whole system on a real kernel. Runs in the guest (see uml-run), as root.
+
+Daemon, stock snmpd, sub-agent and command line follow the kernel through the life of three VRFs; after every step the
+SNMP walk and the command line must equal what `ip -j link` shows.
+"""
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import unittest
+
+os.environ["MPLS_TEST_BIN"] = os.path.abspath(sys.argv.pop(1))
+os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms here
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
+from system import IF_CONF, SCALARS, System, expected_if_conf, wait_until  # noqa: E402
+
+
+def ip_json(*words):
+    return [link for link in json.loads(subprocess.run(["ip", "-j", "-d", *words], check=True,
+                                                       capture_output=True).stdout) if link]
+
+
+def members():
+    """{(VRF, ifIndex): interface name} as the kernel has it."""
+    return {(link["master"], link["ifindex"]): link["ifname"] for link in ip_json("link", "show")
+            if link.get("linkinfo", {}).get("info_slave_kind") == "vrf"}
+
+
+def vrfs():
+    return {link["ifname"] for link in ip_json("link", "show", "type", "vrf")}
+
+
+def active_vrfs():
+    """VRFs with a member that is up and has an address."""
+    active = set()
+    for link in ip_json("addr", "show"):
+        if link.get("linkinfo", {}).get("info_slave_kind") != "vrf":
+            continue
+        up = link["operstate"] == "UP" or (link["operstate"] == "UNKNOWN" and "LOWER_UP" in link["flags"])
+        if up and any("local" in address and not address.get("tentative") for address in link["addr_info"]):
+            active.add(link["master"])
+    return active
+
+
+class SystemOnAKernel(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.system = System(source="kernel")
+        cls.system.start_all()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.system.__exit__(None)
+
+    def shown(self):
+        """What the walk and the command line show; None while they differ from each other."""
+        rows = self.system.cli_json("show", "interfaces")
+        listed = {(row["vrfName"], row["ifConfIndex"]): row["name"] for row in rows}
+        return listed if self.system.walk(IF_CONF) == expected_if_conf(listed) else None
+
+    def agrees(self):
+        scalars = self.system.cli_json("show", "scalars")
+        counts = (scalars["configuredVrfs"], scalars["activeVrfs"], scalars["connectedInterfaces"])
+        if counts != (len(vrfs()), len(active_vrfs()), len(members())):
+            return False
+        if self.system.get_value(SCALARS + ".2.0") != str(len(active_vrfs())):
+            return False
+        return self.shown() == members()
+
+    def step(self, *commands):
+        subprocess.run(["ip", "-batch", "-"], input="\n".join(commands) + "\n", text=True, check=True)
+        wait_until("; ".join(commands), self.agrees, 10)
+        print(f"{'; '.join(commands)}: {len(vrfs())} VRFs, {len(active_vrfs())} active, {len(members())} members")
+
+    def test_life_of_three_vrfs(self):
+        self.step("link add red type vrf table 10", "link set red up", "link add blue type vrf table 20",
+                  "link set blue up", "link add green type vrf table 30", "link set green up")
+        self.assertEqual(self.system.get_value(SCALARS + ".1.0"), "3")
+        self.step("link add d0 type dummy", "addr add 10.0.0.1/24 dev d0", "link set d0 master red")
+        self.step("link set d0 up")
+        self.assertEqual(self.system.get_value(SCALARS + ".2.0"), "1")
+        self.step("link add d1 type dummy", "link set d1 master blue", "link set d1 up",
+                  "addr add 10.1.0.1/24 dev d1")
+        self.step("link set d0 master blue")
+        self.step("link set d1 down")
+        self.step("link set d1 name customer1")
+        self.step("link set customer1 up")
+        self.step("link set d0 down")
+        self.step("link set d0 up")
+        self.step("link set blue down", "link set blue name azure", "link set azure up")
+        self.step("link set d0 nomaster")
+        self.step("link set d0 master green")
+        self.step("link del customer1")
+        self.step("link del green")
+        self.step("link del azure", "link del red", "link del d0")
+        self.assertEqual(self.system.walk(IF_CONF), [])
+
+
+if __name__ == "__main__":
+    subprocess.run(["modprobe", "-a", "vrf", "dummy"], check=True)
+    unittest.main(verbosity=2)
