@@ -57,6 +57,10 @@ Dump::Progress Dump::step(unsigned datagrams) {
 }
 
 Dump::Progress Dump::read(std::span<const std::uint8_t> datagram) {
+  if (fault_check("netlink_dump_gap") != kStatusOk) {
+    disturbed_ = true;
+    return Progress::kMore;
+  }
   events_.clear();
   const ParseReport report = parse_datagram(datagram, &events_);
   malformed_ += report.malformed;

@@ -137,6 +137,23 @@ TEST_F(LiveKernel, DisturbedReadingIsRepeatedAndTakesNothingAway) {
   EXPECT_EQ(source_->counters().disturbed_dumps, 1U);
 }
 
+TEST_F(LiveKernel, LinksThatADisturbedReadingMissedStay) {
+  AddVeth("v0", "v1");
+  Start();
+  const std::uint64_t before = source_->counters().dumps;
+  fault_arm("netlink_dump_gap", EINTR, 1, 1);  // the first datagram, with the first links
+  clock_.advance(30 * kNanosecondsPerSecond);
+  event_run_pending(manager_);
+  EXPECT_GE(fault_reached("netlink_dump_gap"), 1U);
+  fault_disarm_all();
+  EXPECT_EQ(source_->counters().disturbed_dumps, 1U);
+  EXPECT_EQ(source_->counters().dumps, before + 1);
+  EXPECT_THAT(SettledLines(), IsEmpty());
+  clock_.advance(100 * kNanosecondsPerMillisecond);
+  EXPECT_THAT(SettledLines(), IsEmpty());  // after the next reading too
+  ExpectModelEqualsKernel();
+}
+
 TEST_F(LiveKernel, LoadRepeatsADisturbedReading) {
   source_ = std::make_unique<KernelSource>(&model_);
   const ScopedFault fault("netlink_dump_disturbed", EINTR, 1, 2);

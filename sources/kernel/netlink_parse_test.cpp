@@ -6,7 +6,6 @@
 namespace kernel {
 namespace {
 
-constexpr std::uint8_t kOperDown = 2;
 constexpr std::uint8_t kOperUp = 6;
 
 LinkMessage Port(const std::string& slave_kind) {

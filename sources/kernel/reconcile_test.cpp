@@ -46,7 +46,7 @@ class KernelModel : public ::testing::Test {
   void SetAlias(std::uint32_t index, const std::string& alias) {
     Alter(index, [&](Link* link) { link->alias = alias; });
   }
-  void SetUp(std::uint32_t index, bool up) {
+  void SetState(std::uint32_t index, bool up) {
     Alter(index, [=](Link* link) { link->up = up; });
   }
   void Delete(std::uint32_t index) { mirror_.apply(LinkGone{index}); }
@@ -130,8 +130,8 @@ TEST_F(KernelModel, EnslavingOfALinkThatIsUpIsOneMove) {
   AddLink("d0", 5, 0, true);
   Settle();
   Enslave(5, 2);
-  SetUp(5, false);
-  SetUp(5, true);
+  SetState(5, false);
+  SetState(5, true);
   EXPECT_THAT(Settle(), ElementsAre("moved d0 from default to red"));
 }
 
@@ -141,11 +141,11 @@ TEST_F(KernelModel, MoveBetweenVrfsIsOneMove) {
   AddLink("d0", 5, 2, true);
   Settle();
   Enslave(5, 0);
-  SetUp(5, false);
-  SetUp(5, true);
+  SetState(5, false);
+  SetState(5, true);
   Enslave(5, 3);
-  SetUp(5, false);
-  SetUp(5, true);
+  SetState(5, false);
+  SetState(5, true);
   EXPECT_THAT(Settle(), ElementsAre("moved d0 from red to blue"));
 }
 
@@ -161,7 +161,7 @@ TEST_F(KernelModel, DeletedInterfaceGoesFromTheVrfItWasIn) {
   AddVrf("red", 2, 10);
   AddLink("d0", 5, 2, true);
   Settle();
-  SetUp(5, false);
+  SetState(5, false);
   Delete(5);
   EXPECT_THAT(Settle(), ElementsAre("removed d0 in red"));
 }
