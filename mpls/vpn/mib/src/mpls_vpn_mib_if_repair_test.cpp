@@ -149,9 +149,9 @@ TEST_F(IfRepair, LookupUnderTheMutexFindsNodesAsTheyStand) {
   const std::uint32_t handle = AddInterface("ge0");
   IfNode* node = CreateIf("red", 0, nullptr, handle);
   ClearPrints();
-  ASSERT_TRUE(mpls_vpn_mutex_lock("test", ERR));
+  TakeMutex();
   EXPECT_EQ(mpls_vpn_mib_get_if_by_handle(true, handle), node);
-  mpls_vpn_mutex_unlock("test", ERR);
+  ReleaseMutex();
   EXPECT_TRUE(Printed("Error (mpls_vpn_mib_clean_if_dbase): pthread mutex lock failed"));
   EXPECT_EQ(node->if_name, nullptr);
   EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
@@ -164,8 +164,7 @@ TEST_F(IfRepair, UnlockFailureIsReported) {
     mpls_vpn_mib_clean_if_dbase();
   }
   EXPECT_TRUE(Printed("Error (mpls_vpn_mib_clean_if_dbase): pthread mutex unlock failed"));
-  const auto give_back = []() MPLS_NO_THREAD_SAFETY_ANALYSIS { mpls_vpn_mutex_unlock("test", ERR); };
-  give_back();
+  ReleaseMutex();
 }
 
 TEST_F(IfRepair, NameWithoutMemoryForItIsTriedAgain) {

@@ -256,14 +256,13 @@ TEST_F(MembershipItems, VrfCallbackReportsAFailedUnlock) {
     VrfEvent(VmapEvent::kUpdate, "red", 0);
   }
   EXPECT_EQ(Prints().back(), "Error (vrf_reg_cb_func): pthread mutex unlock failed");
-  const auto give_back = []() MPLS_NO_THREAD_SAFETY_ANALYSIS { mpls_vpn_mutex_unlock("test", ERR); };
-  give_back();
+  ReleaseMutex();
 }
 
 TEST_F(MembershipItems, VrfHandlersRunUnderTheMutex) {
-  ASSERT_TRUE(mpls_vpn_mutex_lock("test", ERR));
+  TakeMutex();
   VrfEvent(VmapEvent::kUpdate, "red", 0);
-  mpls_vpn_mutex_unlock("test", ERR);
+  ReleaseMutex();
   EXPECT_EQ(Prints().back(), "Error (vrf_reg_cb_func): pthread mutex lock failed");
   EXPECT_THAT(Vrfs(), IsEmpty());
 }

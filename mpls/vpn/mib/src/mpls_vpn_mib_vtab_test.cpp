@@ -274,8 +274,7 @@ TEST_F(RecordCallbacks, VrfCallbackGoesOnWhenItCannotUnlock) {
     EXPECT_EQ(vrf_cb("red"), kStatusOk);
   }
   EXPECT_THAT(Prints(), ElementsAre("Error (vrf_cb): pthread mutex unlock failed"));
-  const auto give_back = []() MPLS_NO_THREAD_SAFETY_ANALYSIS { mpls_vpn_mutex_unlock("test", ERR); };
-  give_back();
+  ReleaseMutex();
 }
 
 TEST_F(RecordCallbacks, VrfCallbackAnswersTheFailedEndOfItsAccess) {
@@ -361,8 +360,7 @@ TEST_F(RecordCallbacks, InterfaceCallbackGoesOnWhenItCannotUnlock) {
     EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
   }
   EXPECT_THAT(Prints(), ElementsAre("Error (if_cb): pthread mutex unlock failed"));
-  const auto give_back = []() MPLS_NO_THREAD_SAFETY_ANALYSIS { mpls_vpn_mutex_unlock("test", ERR); };
-  give_back();
+  ReleaseMutex();
 }
 
 TEST_F(RecordCallbacks, InterfaceCallbackAnswersTheFailedEndOfItsAccess) {

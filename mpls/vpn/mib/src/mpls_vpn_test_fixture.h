@@ -158,6 +158,11 @@ class DaemonTest : public testing::Test {
     mpls_vpn_mutex_unlock("DeleteIf", ERR);
     return deleted;
   }
+  // The database mutex, for tests about holding it; the analysis is not told.
+  static void TakeMutex() MPLS_NO_THREAD_SAFETY_ANALYSIS {
+    EXPECT_TRUE(mpls_vpn_mutex_lock("TakeMutex", ERR));
+  }
+  static void ReleaseMutex() MPLS_NO_THREAD_SAFETY_ANALYSIS { mpls_vpn_mutex_unlock("ReleaseMutex", ERR); }
   mpls_vpn_vrf_attr* AttributesOf(const char* vrf) {
     VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf);
     EXPECT_NE(record, nullptr) << vrf;
