@@ -21,7 +21,9 @@ TEST(Status, UnknownCodeIsShownInHexadecimal) {
   EXPECT_STREQ(err_text(0xa2d38002), "Unknown status 0xa2d38002");
 }
 
-TEST(FaultPoint, UnarmedPointLetsEveryCallPass) { EXPECT_EQ(fault_check("kvtree_bind"), kStatusOk); }
+TEST(FaultPoint, UnarmedPointLetsEveryCallPass) {
+  EXPECT_EQ(fault_check("kvtree_bind"), kStatusOk);
+}
 
 TEST(FaultPoint, FailsExactlyTheArmedCalls) {
   const ScopedFault fault("operation", kStatusIo, 2, 2);
@@ -62,7 +64,9 @@ TEST(Clock, ManualClockStandsStillUntilAdvanced) {
   EXPECT_EQ(clock_monotonic(), 6 * kNanosecondsPerSecond);
 }
 
-TEST(Clock, RealClockIsWallTime) { EXPECT_GT(clock_stamp(), 1'700'000'000 * kNanosecondsPerSecond); }
+TEST(Clock, RealClockIsWallTime) {
+  EXPECT_GT(clock_stamp(), 1'700'000'000 * kNanosecondsPerSecond);
+}
 
 TEST(Memory, TaggedAllocationIsZeroedAndFailsOnDemand) {
   auto* octets = static_cast<unsigned char*>(calloc_tagged(4, 8, "IF node"));

@@ -12,7 +12,8 @@ std::atomic<std::uint64_t> manual_stamp{0};
 std::uint64_t read_clock(clockid_t id) {
   timespec now{};
   clock_gettime(id, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * kNanosecondsPerSecond + static_cast<std::uint64_t>(now.tv_nsec);
+  return static_cast<std::uint64_t>(now.tv_sec) * kNanosecondsPerSecond +
+         static_cast<std::uint64_t>(now.tv_nsec);
 }
 
 }  // namespace
@@ -30,6 +31,10 @@ ManualClock::ManualClock(std::uint64_t stamp_ns) {
   manual.store(true);
 }
 
-ManualClock::~ManualClock() { manual.store(false); }
+ManualClock::~ManualClock() {
+  manual.store(false);
+}
 
-void ManualClock::advance(std::uint64_t nanoseconds) { manual_stamp.fetch_add(nanoseconds); }
+void ManualClock::advance(std::uint64_t nanoseconds) {
+  manual_stamp.fetch_add(nanoseconds);
+}

@@ -13,10 +13,18 @@ std::string directory(const char* variable, const char* fallback) {
 
 }  // namespace
 
-std::string run_directory() { return directory("MPLS_VPN_MIB_RUN_DIR", "/run/mpls_vpn_mib"); }
-std::string state_directory() { return directory("MPLS_VPN_MIB_STATE_DIR", "/var/lib/mpls_vpn_mib"); }
-std::string library_directory() { return directory("MPLS_VPN_MIB_LIB_DIR", "/usr/lib/mpls_vpn_mib"); }
-std::string config_directory() { return directory("MPLS_VPN_MIB_CONFIG_DIR", "/etc/mpls_vpn_mib"); }
+std::string run_directory() {
+  return directory("MPLS_VPN_MIB_RUN_DIR", "/run/mpls_vpn_mib");
+}
+std::string state_directory() {
+  return directory("MPLS_VPN_MIB_STATE_DIR", "/var/lib/mpls_vpn_mib");
+}
+std::string library_directory() {
+  return directory("MPLS_VPN_MIB_LIB_DIR", "/usr/lib/mpls_vpn_mib");
+}
+std::string config_directory() {
+  return directory("MPLS_VPN_MIB_CONFIG_DIR", "/etc/mpls_vpn_mib");
+}
 
 std::string event_manager_socket(const std::string& manager_name) {
   std::string file = manager_name;

@@ -1,5 +1,5 @@
-// The directories of one running system. Each has a fixed default and an environment variable that overrides it,
-// so that tests and demonstrations run anywhere, unprivileged and side by side.
+// The directories of one running system. Each has a fixed default and an environment variable that overrides
+// it, so that tests and demonstrations run anywhere, unprivileged and side by side.
 #pragma once
 
 #include <string>

@@ -1,10 +1,10 @@
 // Fault points: named places at which a test makes an operation fail through the real code.
 //
-// Every platform operation that can fail begins with `if (Status s = fault_check("name")) return s;`, the name
-// being the operation's own. Unarmed, a fault point costs one predictable branch. A fault point is armed by a
-// test (fault_arm) or, for whole processes, by the environment variable MPLS_VPN_MIB_FAULTS, a comma-separated
-// list of name=status[@first[+count]] (status in any C base; first counts from 1; count 0 means for ever),
-// for example "kvtree_bind=0x40810200@3+1".
+// Every platform operation that can fail begins with `if (Status s = fault_check("name")) return s;`, the
+// name being the operation's own. Unarmed, a fault point costs one predictable branch. A fault point is armed
+// by a test (fault_arm) or, for whole processes, by the environment variable MPLS_VPN_MIB_FAULTS, a
+// comma-separated list of name=status[@first[+count]] (status in any C base; first counts from 1; count 0
+// means for ever), for example "kvtree_bind=0x40810200@3+1".
 //
 // Thread: arm and disarm before the threads under test run; checking is safe from every thread.
 #pragma once

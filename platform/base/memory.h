@@ -1,7 +1,8 @@
 // Heap memory of the plain records: zeroed allocations with a tag that names their purpose, and text copies.
 //
-// Every tagged allocation is a fault point "calloc_tagged:TAG" and every text copy is one ("text_copy"), so that
-// tests reach each out-of-memory path. All memory is the C heap's: release it with free() or text_replace().
+// Every tagged allocation is a fault point "calloc_tagged:TAG" and every text copy is one ("text_copy"), so
+// that tests reach each out-of-memory path. All memory is the C heap's: release it with free() or
+// text_replace().
 #pragma once
 
 #include <cstddef>

@@ -10,36 +10,40 @@
 using Status = std::uint32_t;
 
 inline constexpr Status kStatusOk = 0;
-inline constexpr Status kStatusNoSuchRow = 2;           // ENOENT: the row, node or record does not exist
-inline constexpr Status kStatusIo = 5;                  // EIO
-inline constexpr Status kStatusNoMemory = 12;           // ENOMEM
-inline constexpr Status kStatusAccess = 13;             // EACCES: the peer may read but not change
-inline constexpr Status kStatusExists = 17;             // EEXIST
-inline constexpr Status kStatusInvalid = 22;            // EINVAL
-inline constexpr Status kStatusDeadlock = 35;           // EDEADLK: the thread holds this mutex already
-inline constexpr Status kStatusTimedOut = 110;          // ETIMEDOUT
-inline constexpr Status kStatusNotConnected = 107;      // ENOTCONN
+inline constexpr Status kStatusNoSuchRow = 2;       // ENOENT: the row, node or record does not exist
+inline constexpr Status kStatusIo = 5;              // EIO
+inline constexpr Status kStatusNoMemory = 12;       // ENOMEM
+inline constexpr Status kStatusAccess = 13;         // EACCES: the peer may read but not change
+inline constexpr Status kStatusExists = 17;         // EEXIST
+inline constexpr Status kStatusInvalid = 22;        // EINVAL
+inline constexpr Status kStatusDeadlock = 35;       // EDEADLK: the thread holds this mutex already
+inline constexpr Status kStatusTimedOut = 110;      // ETIMEDOUT
+inline constexpr Status kStatusNotConnected = 107;  // ENOTCONN
 
 // Data store.
-inline constexpr Status kStatusUnavailable = 0x40810200;        // the data store's library cannot be read
-inline constexpr Status kStatusArgumentMissing = 0x40818800;    // a path argument that the handler needs is absent
-inline constexpr Status kStatusUnknownPath = 0x40818a00;        // no pattern matches the path
-inline constexpr Status kStatusNoHandler = 0x40818c00;          // the path is known, the operation is not served
-inline constexpr Status kStatusBadKey = 0x40818e00;             // a path component does not decode as its key kind
-inline constexpr Status kStatusMessageTooLarge = 0x40819000;    // a request or an answer exceeds the size bound
-inline constexpr Status kStatusBadMessage = 0x40819200;         // a malformed message
-inline constexpr Status kStatusVersionMismatch = 0x40819400;    // the peer speaks another protocol version
-inline constexpr Status kStatusEndOfList = 0x40819600;          // a list, datalist or walk has no further item
-inline constexpr Status kStatusTooManyRequests = 0x40819800;    // more requests in flight than one client may have
+inline constexpr Status kStatusUnavailable = 0x40810200;  // the data store's library cannot be read
+inline constexpr Status kStatusArgumentMissing =
+    0x40818800;                                           // a path argument that the handler needs is absent
+inline constexpr Status kStatusUnknownPath = 0x40818a00;  // no pattern matches the path
+inline constexpr Status kStatusNoHandler = 0x40818c00;    // the path is known, the operation is not served
+inline constexpr Status kStatusBadKey = 0x40818e00;       // a path component does not decode as its key kind
+inline constexpr Status kStatusMessageTooLarge = 0x40819000;  // a request or an answer exceeds the size bound
+inline constexpr Status kStatusBadMessage = 0x40819200;       // a malformed message
+inline constexpr Status kStatusVersionMismatch = 0x40819400;  // the peer speaks another protocol version
+inline constexpr Status kStatusEndOfList = 0x40819600;        // a list, datalist or walk has no further item
+inline constexpr Status kStatusTooManyRequests =
+    0x40819800;  // more requests in flight than one client may have
 // Record encoding.
-inline constexpr Status kStatusDefinitionChanged = 0x4081a000;  // the registry holds another version of a description
-inline constexpr Status kStatusBadEncoding = 0x4081a200;        // the octets are no record of this description
-inline constexpr Status kStatusBadDescription = 0x4081a400;     // schema text and layout table disagree
+inline constexpr Status kStatusDefinitionChanged =
+    0x4081a000;  // the registry holds another version of a description
+inline constexpr Status kStatusBadEncoding = 0x4081a200;     // the octets are no record of this description
+inline constexpr Status kStatusBadDescription = 0x4081a400;  // schema text and layout table disagree
 // Record service, interface manager, event manager, databases.
-inline constexpr Status kStatusNoVrfRecord = 0x40828600;        // the record service holds no record of this name
-inline constexpr Status kStatusStaleConnection = 0x409a0c00;    // the interface manager forgot this connection
-inline constexpr Status kStatusConnectionRetry = 0x21200e00;    // the connection is not up yet; it will be retried
-inline constexpr Status kStatusInvalidNode = 0x42698600;        // a database node without its name (or record)
+inline constexpr Status kStatusNoVrfRecord = 0x40828600;  // the record service holds no record of this name
+inline constexpr Status kStatusStaleConnection = 0x409a0c00;  // the interface manager forgot this connection
+inline constexpr Status kStatusConnectionRetry =
+    0x21200e00;                                           // the connection is not up yet; it will be retried
+inline constexpr Status kStatusInvalidNode = 0x42698600;  // a database node without its name (or record)
 
 // A text for people; never null. The pointer stays valid for the life of the process for codes of the table
 // and until the calling thread's next call for all others. Any thread.
