@@ -51,7 +51,10 @@ TEST_F(DaemonSourceTest, ReadsRecordsAndRows) {
 
 TEST_F(DaemonSourceTest, AwayDaemonFailsAtOnceAndIsTriedAtTheInterval) {
   testing::internal::CaptureStderr();
-  EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected);
+  for (int i = 0; i < 3; ++i) {
+    Pass(200);
+    EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected);
+  }
   daemon_.Start(1);
   EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected) << "not before the interval has passed";
   EXPECT_EQ(source_.deadline(), clock_monotonic() + 200 * kNanosecondsPerMillisecond);

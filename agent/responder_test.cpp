@@ -238,6 +238,14 @@ TEST_F(ResponderTest, BulkKeepsARangeThatEndedWhileOthersGoOn) {
   EXPECT_EQ(reply.variables[5].name, Text(if_conf(2, "RED", 3)));
 }
 
+TEST_F(ResponderTest, BulkDoesNotLookAgainIntoARangeThatEnded) {
+  tables::Mib mib(tables::l3vpn_tables(), daemon_, 0);  // every look-up asks the daemon
+  responder_ = agent::Responder(mib);
+  for (std::uint32_t i = 1; i <= 4; ++i) daemon_.AddInterface("RED", i);
+  EXPECT_EQ(Bulk(0, 3, {{if_conf(5, "RED", 4), {}}, {if_conf(2), {}}}).variables.size(), 6U);
+  EXPECT_EQ(daemon_.reads, 1 + 3);
+}
+
 TEST_F(ResponderTest, BulkStopsWhenEverythingHasEndedOrTheAnswerIsLarge) {
   EXPECT_EQ(Bulk(0, 65535, {{scalar(6), {}}}).variables.size(), 2U) << "the last scalar, then the end";
   for (std::uint32_t i = 1; i <= 20000; ++i) daemon_.AddInterface("RED", i);
@@ -245,6 +253,13 @@ TEST_F(ResponderTest, BulkStopsWhenEverythingHasEndedOrTheAnswerIsLarge) {
   const Reply reply = Bulk(0, 65535, {{if_conf(2), {}}});
   EXPECT_GT(reply.variables.size(), 1000U);
   EXPECT_LT(reply.octets, 200'000U);
+}
+
+TEST_F(ResponderTest, BulkWhoseRangeIncludesItsStartDoesNotRepeatIt) {
+  for (std::uint32_t i = 1; i <= 3; ++i) daemon_.AddInterface("RED", i);
+  const Reply reply = Bulk(0, 3, {{if_conf(2, "RED", 1), if_conf(3), true}});
+  ASSERT_EQ(reply.variables.size(), 3U);
+  for (std::uint32_t i = 0; i < 3; ++i) EXPECT_EQ(reply.variables[i].name, Text(if_conf(2, "RED", i + 1)));
 }
 
 TEST_F(ResponderTest, BulkWithoutRepetitionsAnswersOnlyTheNonRepeaters) {

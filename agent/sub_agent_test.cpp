@@ -187,6 +187,16 @@ TEST_F(SubAgentTest, StaysRegisteredAndAnswersGenErrWhileTheDaemonIsAway) {
   EXPECT_EQ(Ask(PduType::kGet, {if_conf(5, "RED", 1)}).head.error, 0);
 }
 
+TEST_F(SubAgentTest, LossOfTheDaemonIsNoticedWithoutARequest) {
+  daemon_.Start(5);
+  Run();
+  ASSERT_TRUE(sub_agent_.registered());
+  testing::internal::CaptureStderr();
+  daemon_.Kill();
+  Run();
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("away"), std::string::npos);
+}
+
 TEST_F(SubAgentTest, RegistersAgainAfterTheMasterWentAway) {
   daemon_.Start(5);
   Run();

@@ -81,8 +81,8 @@ TEST(PduName, InternetPrefixIsCompressedAndComesBack) {
 }
 
 TEST(PduName, WhatThePrefixCannotStandForIsWrittenOut) {
-  for (const Oid& name :
-       {Oid{}, Oid{1}, Oid{1, 3, 6, 1}, Oid{1, 3, 6, 1, 0, 9}, Oid{1, 3, 6, 1, 256}, Oid{2, 3, 6, 1, 2}}) {
+  for (const Oid& name : {Oid{}, Oid{1}, Oid{1, 3, 6, 1}, Oid{1, 3, 6, 1, 0, 9}, Oid{1, 3, 6, 1, 256},
+                          Oid{1, 3, 6, 1, 257}, Oid{2, 3, 6, 1, 2}}) {
     Octets output;
     Writer writer(&output);
     writer.name(name.view());

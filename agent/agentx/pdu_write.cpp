@@ -19,10 +19,10 @@ void store32(std::uint8_t* to, std::uint32_t value) {
   to[3] = static_cast<std::uint8_t>(value);
 }
 
-// The prefix octet of a name, 0 when the name does not begin with 1.3.6.1.(1..255).
+// The prefix octet of a name; 0, which stands for no prefix, when the name does not begin
+// with 1.3.6.1.(1..255).
 std::uint8_t prefix_of(oid::View name) {
-  if (name.size() < kCompressed || !oid::starts_with(name, kInternet) || name[4] == 0 || name[4] > 255)
-    return 0;
+  if (name.size() < kCompressed || !oid::starts_with(name, kInternet) || name[4] > 255) return 0;
   return static_cast<std::uint8_t>(name[4]);
 }
 

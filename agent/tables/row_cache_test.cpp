@@ -179,6 +179,13 @@ TEST_F(RowCacheTest, NamesLongerThanTheMibAllowsEndTheTable) {
   EXPECT_EQ(Find(longest + ".2"), "end");
 }
 
+TEST_F(RowCacheTest, WindowOfNothingButNamesTooLongIsTheEndThoughMoreRowsFollow) {
+  daemon_.AnswerWalksWith({FakeDaemon::InterfaceRecord(std::string(32, 'l'), 1, 0)}, false);
+  EXPECT_EQ(Find("0.0"), "end");
+  EXPECT_EQ(Find("9.1.1.1.1.1.1.1.1.1.1"), "end");
+  EXPECT_EQ(daemon_.reads, 1);
+}
+
 TEST_F(RowCacheTest, AbsentVrfNameIsTheZeroLengthName) {
   daemon_.AddInterface("", 3);
   AddInterfaces("a", 1, 1);
