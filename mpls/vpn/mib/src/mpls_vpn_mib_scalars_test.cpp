@@ -21,6 +21,15 @@ class Scalars : public DaemonTest {
     AddAddress(name, "192.0.2.1/24");
     LinkUp(name);
   }
+  // Into the VRF database, whatever the membership service would say.
+  void HoldInDatabase(const char* vrf) {
+    VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf);
+    ASSERT_NE(record, nullptr) << vrf;
+    if (!mpls_vpn_mutex_lock("HoldInDatabase", ERR)) FAIL() << vrf;
+    const VrfNode* node = mpls_vpn_mib_create_vrf_wavl_node(vrf, record);
+    mpls_vpn_mutex_unlock("HoldInDatabase", ERR);
+    EXPECT_NE(node, nullptr) << vrf;
+  }
   mpls_vpn_mib_scalars Read() {
     Run();
     ClearPrints();
@@ -57,6 +66,19 @@ TEST_F(Scalars, DefaultVrfAndForwardReferencesAreNotConfigured) {
   Connect();
   ASSERT_NE(vtab_get_vrf_record_by_vrf_name("default"), nullptr);
   ASSERT_NE(vtab_get_vrf_record_by_vrf_name("later"), nullptr);
+  EXPECT_EQ(Read().configuredVrfs, 0U);
+}
+
+TEST_F(Scalars, DefaultVrfIsNotConfiguredEvenWhenTheDatabaseHoldsIt) {
+  Connect();
+  HoldInDatabase("default");
+  EXPECT_EQ(Read().configuredVrfs, 0U);
+}
+
+TEST_F(Scalars, ForwardReferenceIsNotConfiguredEvenWhenTheDatabaseHoldsIt) {
+  NameVrf("later");
+  Connect();
+  HoldInDatabase("later");
   EXPECT_EQ(Read().configuredVrfs, 0U);
 }
 
