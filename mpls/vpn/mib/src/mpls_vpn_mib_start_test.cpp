@@ -39,8 +39,8 @@ namespace {
 using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::IsSupersetOf;
 using testing::Not;
-using testing::UnorderedElementsAre;
 
 constexpr auto kBound = std::chrono::seconds(60);
 
@@ -323,7 +323,8 @@ class Threads : public Daemon {
 
 TEST_F(Threads, AreNamedMainAndDebugAndShow) {
   StartAndWaitForBothThreads();
-  EXPECT_THAT(thread_files(pid_, "comm"), UnorderedElementsAre("main\n", "debug and show\n"));
+  // A sanitizer may have a thread of its own beside them.
+  EXPECT_THAT(thread_files(pid_, "comm"), IsSupersetOf({"main\n", "debug and show\n"}));
 }
 
 // Bit n - 1 stands for signal n.
@@ -340,10 +341,14 @@ TEST_F(Threads, BlockTheTwoSignalsAndNoOther) {
   const std::uint64_t wanted =
       inherited | std::uint64_t{1} << (SIGRTMIN + 6 - 1) | std::uint64_t{1} << (SIGRTMIN + 10 - 1);
   const std::vector<std::string> threads = thread_files(pid_, "status");
-  EXPECT_EQ(threads.size(), 2U);
+  std::vector<std::string> checked;
   for (const std::string& status : threads) {
-    EXPECT_EQ(blocked_signals(status), wanted) << status.substr(0, 20);
+    const std::string name = status.substr(0, status.find('\n'));
+    if (name != "Name:\tmain" && name != "Name:\tdebug and show") continue;
+    EXPECT_EQ(blocked_signals(status), wanted) << name;
+    checked.push_back(name);
   }
+  EXPECT_EQ(checked.size(), 2U);
 }
 
 // --- Readiness
