@@ -114,12 +114,12 @@ void Session::handle(short revents) {
 }
 
 void Session::receive() {
-  const std::size_t before = input_.size();
-  input_.resize(before + kReadChunk);
-  const ssize_t count = recv(fd_, input_.data() + before, kReadChunk, 0);
+  // Only grows: clearing a whole chunk for each request would cost more than the request.
+  if (input_.size() < received_ + kReadChunk) input_.resize(received_ + kReadChunk);
+  const ssize_t count = recv(fd_, input_.data() + received_, kReadChunk, 0);
   const int error = errno;
-  input_.resize(before + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
   if (count > 0) {
+    received_ += static_cast<std::size_t>(count);
     heard_at_ = clock_monotonic();
   } else if (count == 0) {
     lose("it closed the connection");
@@ -142,7 +142,7 @@ bool Session::consume() {
   std::size_t at = 0;
   bool full = false;
   while (fd_ >= 0 && !full) {
-    const Bytes rest = Bytes(input_).subspan(at);
+    const Bytes rest = Bytes(input_).subspan(at, received_ - at);
     Header header;
     const HeaderState state = read_header(rest, &header);
     if (state == HeaderState::kBroken) {
@@ -154,7 +154,11 @@ bool Session::consume() {
     at += kHeaderSize + header.payload;
     full = output_.size() >= kMaxOutput;
   }
-  if (fd_ >= 0) input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(at));
+  if (fd_ >= 0 && at > 0) {
+    std::copy(input_.begin() + static_cast<std::ptrdiff_t>(at),
+              input_.begin() + static_cast<std::ptrdiff_t>(received_), input_.begin());
+    received_ -= at;
+  }
   return full;
 }
 
@@ -225,7 +229,7 @@ void Session::lose(const std::string& why) {
   state_ = State::kClosed;
   session_ = 0;
   awaited_packet_ = 0;
-  input_.clear();
+  received_ = 0;
   output_.clear();
   sent_ = 0;
   retry_at_ = clock_monotonic() + options_.retry_ns;

@@ -87,7 +87,8 @@ class Session {
   std::uint64_t awaited_until_ = 0;
   std::uint64_t retry_at_ = 0;
   std::uint64_t heard_at_ = 0;
-  std::vector<std::uint8_t> input_;
+  std::vector<std::uint8_t> input_;  // of which the first received_ octets came from the master
+  std::size_t received_ = 0;
   std::vector<std::uint8_t> output_;
   std::size_t sent_ = 0;  // octets of output_ that are gone
 };
