@@ -40,7 +40,7 @@ class Membership : public DaemonTest {
 using InterfaceJoin = Membership;
 using InterfaceLeave = Membership;
 using VrfLife = Membership;
-using RouteDistinguisher = Membership;
+using VrfRouteDistinguisher = Membership;
 
 }  // namespace
 
@@ -470,7 +470,7 @@ TEST_F(VrfLife, DeletedAndCreatedAgainBeforeAnythingIsDeliveredHasTheNewRecord) 
   EXPECT_EQ(Nodes(), 1U);
 }
 
-TEST_F(RouteDistinguisher, IsFetchedWhenMissingAndTouchesTheVrf) {
+TEST_F(VrfRouteDistinguisher, IsFetchedWhenMissingAndTouchesTheVrf) {
   AddVrf("red", 0, "65000:100");
   PassSeconds(3);
   mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
@@ -482,7 +482,7 @@ TEST_F(RouteDistinguisher, IsFetchedWhenMissingAndTouchesTheVrf) {
   text_replace(&AttributesOf("red")->rd, nullptr);
 }
 
-TEST_F(RouteDistinguisher, ThatIsThereIsNotFetchedAgain) {
+TEST_F(VrfRouteDistinguisher, ThatIsThereIsNotFetchedAgain) {
   AddVrf("red", 0, "65000:100");
   text_replace(&AttributesOf("red")->rd, "1:1");
   mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
@@ -491,7 +491,7 @@ TEST_F(RouteDistinguisher, ThatIsThereIsNotFetchedAgain) {
   text_replace(&AttributesOf("red")->rd, nullptr);
 }
 
-TEST_F(RouteDistinguisher, ThatCannotBeFetchedIsReported) {
+TEST_F(VrfRouteDistinguisher, ThatCannotBeFetchedIsReported) {
   AddVrf("red");
   mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
   EXPECT_EQ(Prints().back(),
@@ -501,7 +501,7 @@ TEST_F(RouteDistinguisher, ThatCannotBeFetchedIsReported) {
   EXPECT_EQ(LastChanged("red"), 0U);
 }
 
-TEST_F(RouteDistinguisher, MissingRecordIsReported) {
+TEST_F(VrfRouteDistinguisher, MissingRecordIsReported) {
   mpls_vpn_mib_vrf_complete_missing(nullptr);
   EXPECT_THAT(Prints(), ElementsAre("Entering function mpls_vpn_mib_vrf_complete_missing",
                                     "NULL arguments in mpls_vpn_mib_vrf_complete_missing"));

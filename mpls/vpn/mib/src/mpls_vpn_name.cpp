@@ -34,6 +34,11 @@ Status print_octets(const OctetString* octets, char* text) {
   return kStatusOk;
 }
 
+// The octet as a signed number, in 32 bits.
+std::uint32_t sign_extended(std::uint8_t octet) {
+  return octet < 0x80 ? octet : 0xffffff00U | octet;
+}
+
 bool has_octets(const OctetString* octets) {
   return octets != nullptr && octets->octets != nullptr && octets->length > 0;
 }
@@ -96,7 +101,7 @@ Status mpls_vpn_text_to_oid(const char* text, ObjectIdentifier* identifier) {
   if (sub_identifiers == nullptr) return kStatusNoMemory;
   sub_identifiers[0] = static_cast<std::uint32_t>(length);
   for (std::size_t i = 0; i < length; ++i) {
-    sub_identifiers[i + 1] = static_cast<std::uint32_t>(static_cast<signed char>(text[i]));
+    sub_identifiers[i + 1] = sign_extended(static_cast<std::uint8_t>(text[i]));
   }
   *identifier = {static_cast<std::uint32_t>(length + 1), sub_identifiers};
   return kStatusOk;
