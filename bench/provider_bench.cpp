@@ -78,7 +78,10 @@ class PingPong {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::runtime_error("socketpair");
     child_ = fork();
-    if (child_ == 0) serve(ends[1], request, answer);
+    if (child_ == 0) {
+      close(ends[0]);  // or it would never see the end of its input
+      serve(ends[1], request, answer);
+    }
     close(ends[1]);
     fd_ = ends[0];
   }
