@@ -124,7 +124,7 @@ struct mpls_vpn_rt {
   std::uint32_t RouteTargetType;  // 1 import, 2 export
   char* RouteTargetValue;
   std::uint32_t AFName;   // AFI: 1 IPv4, 2 IPv6
-  std::uint32_t SAFName;  // SAFI: 1 unicast, 2 multicast, 133 flow specification
+  std::uint32_t SAFName;  // SAFI: 1 unicast, 2 multicast, 133 flow rules (RFC 8955)
 };
 static_assert(sizeof(mpls_vpn_rt) == 24);
 
