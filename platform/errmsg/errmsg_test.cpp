@@ -27,7 +27,7 @@ SystemLog& system_log() {
   return log;
 }
 
-void log_message(int priority, const char* format, va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void log_message(int priority, const char* format, va_list arguments) {
   char text[2048];
   std::vsnprintf(text, sizeof text, format, arguments);
   system_log().priority = priority;

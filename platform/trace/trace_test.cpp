@@ -169,8 +169,10 @@ TEST_F(TraceTest, NamesAreListedSortedAsTheyWereGiven) {
 TEST_F(TraceTest, BadNamesAndSizesAreInvalid) {
   TraceBuffer* buffer = nullptr;
   const std::string longest(kTraceNameMax, 'n');
-  for (const char* name : {"", ".hidden", "/absolute", "two words", "line\nbreak", (longest + "n").c_str()}) {
-    EXPECT_EQ(trace_open(name, 4, 0, 0, 0, &buffer), kStatusInvalid) << name;
+  const std::vector<std::string> bad = {"",          ".hidden",     "/absolute",
+                                        "two words", "line\nbreak", longest + "n"};
+  for (const std::string& name : bad) {
+    EXPECT_EQ(trace_open(name.c_str(), 4, 0, 0, 0, &buffer), kStatusInvalid) << name;
   }
   EXPECT_EQ(trace_open(nullptr, 4, 0, 0, 0, &buffer), kStatusInvalid);
   EXPECT_EQ(trace_open("name", 0, 0, 0, 0, &buffer), kStatusInvalid);
