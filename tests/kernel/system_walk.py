@@ -65,7 +65,8 @@ class SystemOnAKernel(unittest.TestCase):
         counts = (scalars["configuredVrfs"], scalars["activeVrfs"], scalars["connectedInterfaces"])
         if counts != (len(vrfs()), len(active_vrfs()), len(members())):
             return False
-        if self.system.get_value(SCALARS + ".2.0") != str(len(active_vrfs())):
+        # The sub-agent may show a value for a second after it changed.
+        if [self.system.get_value(f"{SCALARS}.{column}.0") for column in (1, 2, 3)] != [str(count) for count in counts]:
             return False
         return self.shown() == members()
 
@@ -77,10 +78,8 @@ class SystemOnAKernel(unittest.TestCase):
     def test_life_of_three_vrfs(self):
         self.step("link add red type vrf table 10", "link set red up", "link add blue type vrf table 20",
                   "link set blue up", "link add green type vrf table 30", "link set green up")
-        self.assertEqual(self.system.get_value(SCALARS + ".1.0"), "3")
         self.step("link add d0 type dummy", "addr add 10.0.0.1/24 dev d0", "link set d0 master red")
         self.step("link set d0 up")
-        self.assertEqual(self.system.get_value(SCALARS + ".2.0"), "1")
         self.step("link add d1 type dummy", "link set d1 master blue", "link set d1 up",
                   "addr add 10.1.0.1/24 dev d1")
         self.step("link set d0 master blue")
