@@ -270,6 +270,14 @@ TEST_F(TraceTest, LateWriterDoesNotOverwriteANewerRecord) {
   EXPECT_EQ(Lost("late"), 1U);
 }
 
+// Reading passes beside the writers. The sanitizers look at every access and need few; torn entries need
+// many.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr int kReadingPasses = 30;
+#else
+constexpr int kReadingPasses = 1500;
+#endif
+
 // Every text repeats its record number, so that a torn entry would show.
 void expect_whole(const TraceEntry& entry) {
   const std::string number = std::to_string(entry.record);
@@ -290,7 +298,7 @@ TEST_F(TraceTest, ReadersBesideWritersSeeWholeEntriesOnly) {
   std::thread first(write, 0);
   std::thread second(write, 1'000'000'000);
   std::uint64_t seen = 0;
-  for (int pass = 0; pass < 2000 && !HasFatalFailure(); ++pass) {
+  for (int pass = 0; pass < kReadingPasses && !HasFatalFailure(); ++pass) {
     std::uint64_t previous = 0;
     for (const TraceEntry& entry : Read("busy")) {
       expect_whole(entry);
