@@ -1,214 +1,21 @@
-// Tests of the event loop: waiting and dispatching, descriptors, posted functions, timers, the socket.
+// Tests of the event loop: waiting and dispatching, descriptors, posted functions, timers.
 #include "platform/evm/evm.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/epoll.h>
-#include <sys/file.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <fstream>
+#include <memory>
 #include <thread>
 #include <vector>
 
-#include "platform/base/clock.h"
-#include "platform/base/directories.h"
-#include "platform/base/fault.h"
-#include "platform/evm/test_run_directory.h"
+#include "platform/evm/test_manager.h"
 
 namespace {
 
 using ::testing::ElementsAre;
-
-constexpr std::uint32_t kFlags = 0x70000004;
-constexpr std::uint64_t kMillisecond = kNanosecondsPerMillisecond;
-constexpr std::uint64_t kBound = 10 * kNanosecondsPerSecond;  // a test that waits so long has failed
-
-class Pipe {
- public:
-  Pipe() {
-    std::array<int, 2> fds{-1, -1};
-    EXPECT_EQ(pipe2(fds.data(), O_NONBLOCK | O_CLOEXEC), 0);
-    read_end = fds[0];
-    write_end = fds[1];
-  }
-  ~Pipe() {
-    CloseWriter();
-    close(read_end);
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-  void Fill() const { EXPECT_EQ(write(write_end, "x", 1), 1); }
-  void Drain() const {
-    char octet = 0;
-    EXPECT_EQ(read(read_end, &octet, 1), 1);
-  }
-  void CloseWriter() {
-    if (write_end >= 0) close(write_end);
-    write_end = -1;
-  }
-  int read_end = -1;
-  int write_end = -1;
-};
-
-int ConnectTo(const std::string& path) {
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
-  close(fd);
-  return -1;
-}
-
-class EventManagerTest : public ::testing::Test {
- protected:
-  EventManagerTest() { manager = event_manager_create("/dev/mpls/vpn/main", kFlags); }
-  ~EventManagerTest() override {
-    event_manager_destroy(manager);
-    fault_disarm_all();
-  }
-  std::string SocketPath() const { return directory.path() + "/dev.mpls.vpn.main"; }
-  void Watch(const Pipe& pipe, EventFdHandler handler) const {
-    ASSERT_EQ(event_fd_add(manager, pipe.read_end, EPOLLIN, std::move(handler)), kStatusOk);
-  }
-  EventContext Context() { return {manager, buffer.data(), buffer.size(), 0}; }
-
-  TestRunDirectory directory;
-  EventManager* manager = nullptr;
-  std::array<unsigned char, 1024> buffer{};
-};
-
-TEST_F(EventManagerTest, KeepsItsName) {
-  ASSERT_NE(manager, nullptr);
-  EXPECT_STREQ(event_manager_name(manager), "/dev/mpls/vpn/main");
-}
-
-TEST_F(EventManagerTest, SocketIsForOwnerAndGroupOnly) {
-  struct stat status {};
-  ASSERT_EQ(lstat(SocketPath().c_str(), &status), 0);
-  EXPECT_TRUE(S_ISSOCK(status.st_mode));
-  EXPECT_EQ(status.st_mode & 0777, 0660U);
-}
-
-TEST_F(EventManagerTest, BadNamesAreRefusedWithEinval) {
-  for (const char* name : {static_cast<const char*>(nullptr), "", "/", "main", "/a/../b", "/a//b", "/a/"}) {
-    errno = 0;
-    EXPECT_EQ(event_manager_create(name, kFlags), nullptr);
-    EXPECT_EQ(errno, EINVAL);
-  }
-}
-
-TEST_F(EventManagerTest, NameTooLongForASocketIsRefused) {
-  EXPECT_EQ(event_manager_create(("/" + std::string(200, 'a')).c_str(), kFlags), nullptr);
-  EXPECT_EQ(errno, ENAMETOOLONG);
-}
-
-TEST_F(EventManagerTest, LiveSocketIsRefusedWithEaddrinuse) {
-  EXPECT_EQ(event_manager_create("/dev/mpls/vpn/main", kFlags), nullptr);
-  EXPECT_EQ(errno, EADDRINUSE);
-  EXPECT_EQ(event_run_pending(manager), true);  // the probe that was made is taken and closed
-  const int fd = ConnectTo(SocketPath());
-  EXPECT_GE(fd, 0);  // and the first manager still serves
-  close(fd);
-}
-
-TEST_F(EventManagerTest, LiveSocketWithAFullBacklogIsRefusedToo) {
-  std::vector<int> waiting;
-  for (;;) {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, SocketPath().c_str(), sizeof address.sun_path - 1);
-    waiting.push_back(fd);
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) break;
-    ASSERT_LT(waiting.size(), 1000U);
-  }
-  EXPECT_EQ(event_manager_create("/dev/mpls/vpn/main", kFlags), nullptr);
-  EXPECT_EQ(errno, EADDRINUSE);
-  for (const int fd : waiting) close(fd);
-}
-
-TEST_F(EventManagerTest, StaleSocketIsReplaced) {
-  const std::string path = directory.path() + "/dev.stale";
-  const int dead = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  ASSERT_EQ(bind(dead, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  close(dead);  // as a killed process leaves it
-  EventManager* other = event_manager_create("/dev/stale", kFlags);
-  ASSERT_NE(other, nullptr);
-  const int fd = ConnectTo(path);
-  EXPECT_GE(fd, 0);
-  close(fd);
-  event_manager_destroy(other);
-}
-
-TEST_F(EventManagerTest, FileThatIsNoSocketIsLeftAlone) {
-  const std::string path = directory.path() + "/dev.file";
-  std::ofstream(path) << "precious";
-  EXPECT_EQ(event_manager_create("/dev/file", kFlags), nullptr);
-  EXPECT_EQ(errno, ENOTSOCK);
-  EXPECT_TRUE(std::filesystem::exists(path));
-}
-
-TEST_F(EventManagerTest, MissingRunDirectoryIsMade) {
-  setenv("MPLS_VPN_MIB_RUN_DIR", (directory.path() + "/new").c_str(), 1);
-  EventManager* other = event_manager_create("/dev/other", kFlags);
-  EXPECT_NE(other, nullptr);
-  event_manager_destroy(other);
-}
-
-TEST_F(EventManagerTest, RunDirectoryThatCannotBeMadeIsReported) {
-  setenv("MPLS_VPN_MIB_RUN_DIR", (directory.path() + "/no/such").c_str(), 1);
-  EXPECT_EQ(event_manager_create("/dev/other", kFlags), nullptr);
-  EXPECT_EQ(errno, ENOENT);
-}
-
-TEST_F(EventManagerTest, DestroyTakesTheSocketAway) {
-  event_manager_destroy(manager);
-  EXPECT_FALSE(std::filesystem::exists(SocketPath()));
-  manager = event_manager_create("/dev/mpls/vpn/main", kFlags);
-  EXPECT_NE(manager, nullptr);
-}
-
-TEST_F(EventManagerTest, DestroyLeavesASocketThatIsNotItsOwn) {
-  std::filesystem::remove(SocketPath());
-  EventManager* successor = event_manager_create("/dev/mpls/vpn/main", kFlags);
-  ASSERT_NE(successor, nullptr);
-  event_manager_destroy(manager);
-  EXPECT_TRUE(std::filesystem::exists(SocketPath()));
-  manager = successor;
-}
-
-TEST_F(EventManagerTest, CreateFaultBecomesErrno) {
-  const ScopedFault fault("event_manager_create", EMFILE);
-  EXPECT_EQ(event_manager_create("/dev/other", kFlags), nullptr);
-  EXPECT_EQ(errno, EMFILE);
-}
-
-TEST_F(EventManagerTest, CreateHookSeesEveryManager) {
-  std::vector<std::string> names;
-  event_manager_on_create([&](EventManager* made) { names.emplace_back(event_manager_name(made)); });
-  EventManager* other = event_manager_create("/dev/other", kFlags);
-  event_manager_on_create(nullptr);
-  EventManager* third = event_manager_create("/dev/third", kFlags);
-  EXPECT_THAT(names, ElementsAre("/dev/other"));
-  event_manager_destroy(other);
-  event_manager_destroy(third);
-}
 
 // --- Waiting and dispatching
 
@@ -581,53 +388,6 @@ TEST_F(EventManagerTest, TimerBeyondTheEndOfTimeIsNeverDue) {
   event_timer_start(manager, UINT64_MAX, [] { ADD_FAILURE() << "never"; });
   clock.advance(kNanosecondsPerSecond);
   EXPECT_FALSE(event_run_pending(manager));
-}
-
-// --- Accepting
-
-TEST_F(EventManagerTest, AcceptedConnectionGoesToTheAcceptor) {
-  int accepted = -1;
-  event_set_acceptor(manager, [&](int fd) { accepted = fd; });
-  const int client = ConnectTo(SocketPath());
-  event_run_pending(manager);
-  ASSERT_GE(accepted, 0);
-  EXPECT_NE(fcntl(accepted, F_GETFL) & O_NONBLOCK, 0);
-  EXPECT_NE(fcntl(accepted, F_GETFD) & FD_CLOEXEC, 0);
-  close(accepted);
-  close(client);
-}
-
-TEST_F(EventManagerTest, WithoutAnAcceptorConnectionsAreClosedAtOnce) {
-  const int client = ConnectTo(SocketPath());
-  event_run_pending(manager);
-  char octet = 0;
-  EXPECT_EQ(read(client, &octet, 1), 0);
-  close(client);
-}
-
-TEST_F(EventManagerTest, OutOfDescriptorsAConnectionIsTurnedAwayAndTheLoopDoesNotSpin) {
-  std::vector<int> clients;
-  event_set_acceptor(manager, [](int) { ADD_FAILURE() << "no descriptor was left"; });
-  clients.push_back(ConnectTo(SocketPath()));
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  const int lowest_free = dup(0);
-  close(lowest_free);
-  rlimit tight = before;
-  tight.rlim_cur = static_cast<rlim_t>(lowest_free);
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
-  event_run_pending(manager);
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-  char octet = 0;
-  EXPECT_EQ(read(clients[0], &octet, 1), 0);
-  close(clients[0]);
-  int accepted = -1;
-  event_set_acceptor(manager, [&](int fd) { accepted = fd; });
-  const int later = ConnectTo(SocketPath());
-  event_run_pending(manager);
-  EXPECT_GE(accepted, 0);
-  close(accepted);
-  close(later);
 }
 
 }  // namespace

@@ -135,6 +135,7 @@ TEST(PathMatcher, BranchThatFailsFurtherDownIsGivenUpForTheNext) {
 TEST(PathMatcher, ArgumentsOfAGivenUpBranchLeaveNoTrace) {
   // The first branch takes two keys, one of them absent, before it fails.
   EXPECT_EQ(Match({"a/<s>/<n>/b", "a/<x>"}, "a/%41"), "1:/0 '%41'");
+  EXPECT_EQ(Match({"a/x/<s>/b", "a/<s>/<n>"}, "a/x/-"), "1:/0 'x' absent");
   const KvRoute routes[] = {{"a/<s>/<n>/b", {}}, {"a/<x>/-", {}}};
   const kvtree::CompiledTable table = compile_table({routes, 2});
   PathMatch match;

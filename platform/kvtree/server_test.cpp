@@ -284,6 +284,10 @@ std::vector<MalformedRequest> malformed_requests() {
   writer = wire::Writer(&unknown_flag);
   writer.u8(2);
   writer.text("/a");
+  wire::Octets too_many_words;
+  writer = wire::Writer(&too_many_words);
+  writer.u16(kvtree::kMaxActionWords + 1);
+  for (std::size_t i = 0; i <= kvtree::kMaxActionWords; ++i) writer.text("");
   return {
       {"unknown type", 99, {}},
       {"empty get", kvtree::kGet, {}},
@@ -294,7 +298,7 @@ std::vector<MalformedRequest> malformed_requests() {
       {"empty datalist", kvtree::kDatalist, {0}},
       {"walk without a path", kvtree::kWalk, {0, 1, 0, 0, 0}},
       {"action with fewer words than it says", kvtree::kAction, {2, 0, 1, 0, 0, 0, 'a'}},
-      {"action with too many words", kvtree::kAction, {0xff, 0xff}},
+      {"action with too many words", kvtree::kAction, too_many_words},
       {"empty watch", kvtree::kWatch, {}},
   };
 }
