@@ -275,7 +275,7 @@ TEST_F(TraceTest, LateWriterDoesNotOverwriteANewerRecord) {
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr int kReadingPasses = 30;
 #else
-constexpr int kReadingPasses = 1500;
+constexpr int kReadingPasses = 6000;
 #endif
 
 // Every text repeats its record number, so that a torn entry would show.
