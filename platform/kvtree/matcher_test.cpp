@@ -169,6 +169,11 @@ TEST(PathMatcher, LongestPathWithAllItsKeysFits) {
   EXPECT_EQ(Match({pattern.c_str()}, path), expected);
 }
 
+TEST(PathMatcher, BranchesThatAreGivenUpTakeNoRoomFromTheNext) {
+  const std::string key(kKvMaxPath - 2, 'k');
+  EXPECT_EQ(Match({"<s>/a", "<i>/b", "<x>/c"}, key + "/c"), "2:/0 '" + key + "'");
+}
+
 TEST(PathMatcher, PathDeeperThanAnyPatternIsUnknown) {
   std::string path = "a";
   for (int i = 0; i < 500; ++i) path += "/a";
@@ -238,7 +243,7 @@ TEST_F(Routing, TableWithAMalformedPatternIsInvalid) {
   EXPECT_EQ(kvtree_match_get(&request, &table, &reply), kStatusInvalid);
 }
 
-TEST_F(Routing, TableThatTakesTheplaceOfAnotherIsCompiledAnew) {
+TEST_F(Routing, TableThatTakesThePlaceOfAnotherIsCompiledAnew) {
   KvRoute route{"one", {0, nullptr, TestProvider::describe_get, nullptr, nullptr}};
   const KvRoutingTable table{&route, 1};
   const KvRequest request{"two", false};
