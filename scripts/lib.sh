@@ -13,16 +13,38 @@ packages_run=(snmpd snmp iproute2 procps)
 packages_test=(libgtest-dev libgmock-dev libbenchmark-dev libsnmp-dev python3 user-mode-linux kmod ccache git valgrind)
 packages_clang=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)
 
+# locked FILE COMMAND...: runs the command while no other script of this machine holds the same file, so that two demos
+# started at once neither configure one build folder together nor call the package manager together.
+locked() {
+    local file=$1 handle status=0
+    shift
+    exec {handle}>> "$file"
+    flock "$handle"
+    "$@" || status=$?
+    exec {handle}>&-
+    return $status
+}
+
 # install_packages NAME...: installs what is missing, and nothing when nothing is. Services that a package brings
 # are kept from starting on this machine: everything here starts its own.
 install_packages() {
-    local missing=() package
+    [ -n "$(missing_packages "$@")" ] || return 0
+    [ "$(id -u)" = 0 ] || fail "root is needed to install: apt-get install $(missing_packages "$@" | tr '\n' ' ')"
+    locked /run/lock/mpls_vpn_mib.install install_missing "$@"
+}
+
+missing_packages() {
+    local package
     for package in "$@"; do
-        dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^ii' || missing+=("$package")
+        dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^ii' || echo "$package"
     done
+}
+
+install_missing() {
+    local missing
+    mapfile -t missing < <(missing_packages "$@")
     [ ${#missing[@]} -gt 0 ] || return 0
     say "installing ${missing[*]}"
-    [ "$(id -u)" = 0 ] || fail "root is needed to install: apt-get install ${missing[*]}"
     local policy=/usr/sbin/policy-rc.d made=
     if [ ! -e $policy ]; then
         printf '#!/bin/sh\nexit 101\n' > $policy
@@ -44,6 +66,11 @@ install_packages() {
 
 # build PRESET [TARGET...]: configures (once) and builds.
 build() {
+    mkdir -p "$root/build"
+    locked "$root/build/.lock" build_alone "$@"
+}
+
+build_alone() {
     local preset=$1
     shift
     say "building ($preset)"
