@@ -2,6 +2,8 @@
 # shellcheck shell=bash
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root" || exit 1
+# Clones of this repository share what the compiler cache holds.
+export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 
 say() { printf '\n== %s\n' "$*"; }
 fail() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
