@@ -297,6 +297,7 @@ TEST_F(TraceTest, ReadersBesideWritersSeeWholeEntriesOnly) {
   };
   std::thread first(write, 0);
   std::thread second(write, 1'000'000'000);
+  while (Read("busy").empty()) std::this_thread::yield();  // the writers' threads may start late
   std::uint64_t seen = 0;
   for (int pass = 0; pass < kReadingPasses && !HasFatalFailure(); ++pass) {
     std::uint64_t previous = 0;
