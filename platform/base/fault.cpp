@@ -18,7 +18,8 @@ struct ArmedPoint {
 };
 
 std::mutex points_mutex;
-std::vector<ArmedPoint> points;
+// Never destroyed: a thread that outlives main still asks while the process ends.
+std::vector<ArmedPoint>& points = *new std::vector<ArmedPoint>;
 
 ArmedPoint* find_point(std::string_view name) {
   for (ArmedPoint& point : points) {
