@@ -22,6 +22,13 @@ struct EventSlot {
   std::uint32_t generation = 0;
 };
 
+// An attached asynchronous event. The attachment's number tells it from a later one of the same code.
+struct EventAsync {
+  std::shared_ptr<const std::function<void()>> handler;  // shared with the run under way
+  std::uint64_t attachment = 0;
+  bool raised = false;  // a run is posted
+};
+
 // A listening socket and the name it has in the file system.
 struct EventListener {
   int fd = -1;
@@ -52,6 +59,10 @@ struct EventManager {
 
   std::mutex posted_mutex;
   std::deque<std::function<void()>> posted;  // guarded by posted_mutex
+
+  std::mutex async_mutex;
+  std::map<std::uint32_t, EventAsync> async_events;  // guarded by async_mutex
+  std::uint64_t next_attachment = 1;                 // guarded by async_mutex
 
   std::set<EventConn*> connections;
 };
