@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "platform/base/status.h"
+#include "platform/router/route_store.h"
 
 namespace router {
 
@@ -89,6 +90,7 @@ class Observer {
   }  // not the membership
   virtual void interface_moved(const Interface& /*now*/, const std::string& /*from*/) {}  // the membership
   virtual void interface_removed(const Interface&) {}  // still with its membership
+  virtual void routes_changed(RouteTableId) {}         // once a batch for each table that changed
 };
 
 // Observers are told in this order on creation and additions, in the reverse order on deletions, removals and
@@ -144,6 +146,15 @@ class Router {
   void for_each_reference(const std::function<void(const std::string&)>& visit) const;
   // In handle order (the order of addition).
   void for_each_interface(const std::function<void(const Interface&)>& visit) const;
+
+  // The unicast tables of the VRFs. A table is open while a VRF has it: it opens (empty) before observers
+  // hear of the VRF and is closed, and its routes gone, before they hear of the deletion or the other table
+  // id.
+  RouteStore& routes();
+  const RouteStore& routes() const;
+  // Tells every observer, once a table, which tables' routes changed since the last call. Sources call it at
+  // the end of each batch.
+  void flush_route_changes();
 
  private:
   struct State;
