@@ -218,14 +218,14 @@ using KvNotificationEntry = void (*)(const KvNotification*);
 // bind path is below or equal.
 struct KvProviderNotification {
   const char* item_name;
-  std::uint32_t values[2];  // passed through; the second is the kind of the data
+  std::uint32_t first;   // passed through
+  std::uint32_t second;  // passed through; the kind of the data
   std::uint8_t reserved[12];
   const std::uint8_t* data;
   std::size_t length;
 };
 // kStatusInvalid for a null or non-provider connection or a missing item name. It does not wait for anybody.
-[[nodiscard]] Status kvtree_provider_notify(const KvConnection* connection,
-                                            const KvProviderNotification* notification);
+[[nodiscard]] Status kvtree_prov_notify(KvConnection* connection, const KvProviderNotification* notification);
 
 // --- Key texts -----------------------------------------------------------------------------------
 

@@ -277,8 +277,8 @@ void send_to_watchers(const KvConnection& provider, const KvProviderNotification
   Writer writer(&payload);
   writer.text(provider.path);
   writer.text(notification.item_name);
-  writer.u32(notification.values[0]);
-  writer.u32(notification.values[1]);
+  writer.u32(notification.first);
+  writer.u32(notification.second);
   writer.octets({notification.data, notification.length});
   for (const auto& [manager, each] : servers()) {
     StoreServer* server = each.get();

@@ -346,8 +346,8 @@ class Watchers : public ServedStore {
   void Notify(const std::string& record) {
     OnStore([this, record] {
       const KvProviderNotification notification{
-          "trap_msg", {2, 7}, {}, reinterpret_cast<const std::uint8_t*>(record.data()), record.size()};
-      EXPECT_EQ(kvtree_provider_notify(provider, &notification), kStatusOk);
+          "trap_msg", 2, 7, {}, reinterpret_cast<const std::uint8_t*>(record.data()), record.size()};
+      EXPECT_EQ(kvtree_prov_notify(provider, &notification), kStatusOk);
     });
   }
 };
@@ -415,11 +415,11 @@ TEST_F(Watchers, BadNotificationsAreRefused) {
   KvProviderNotification without_data{};
   without_data.item_name = "trap_msg";
   without_data.length = 1;
-  EXPECT_EQ(kvtree_provider_notify(nullptr, &without_data), kStatusInvalid);
-  EXPECT_EQ(kvtree_provider_notify(Bind("/cfg/"), &without_data), kStatusInvalid);
-  EXPECT_EQ(kvtree_provider_notify(provider, nullptr), kStatusInvalid);
-  EXPECT_EQ(kvtree_provider_notify(provider, &nameless), kStatusInvalid);
-  EXPECT_EQ(kvtree_provider_notify(provider, &without_data), kStatusInvalid);
+  EXPECT_EQ(kvtree_prov_notify(nullptr, &without_data), kStatusInvalid);
+  EXPECT_EQ(kvtree_prov_notify(Bind("/cfg/"), &without_data), kStatusInvalid);
+  EXPECT_EQ(kvtree_prov_notify(provider, nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_prov_notify(provider, &nameless), kStatusInvalid);
+  EXPECT_EQ(kvtree_prov_notify(provider, &without_data), kStatusInvalid);
 }
 
 // --- Clients

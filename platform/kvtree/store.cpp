@@ -183,8 +183,8 @@ Status kvtree_delete(std::string_view path) {
   return kStatusOk;
 }
 
-Status kvtree_provider_notify(const KvConnection* connection, const KvProviderNotification* notification) {
-  if (const Status status = fault_check("kvtree_provider_notify")) return status;
+Status kvtree_prov_notify(KvConnection* connection, const KvProviderNotification* notification) {
+  if (const Status status = fault_check("kvtree_prov_notify")) return status;
   if (!kvtree::is_bound(connection) || connection->mode != kKvBindProvider) return kStatusInvalid;
   if (notification == nullptr || notification->item_name == nullptr) return kStatusInvalid;
   if (notification->data == nullptr && notification->length != 0) return kStatusInvalid;

@@ -178,7 +178,7 @@ TEST_F(Binding, EachOperationFailsAtItsFaultPoint) {
   fault_arm("kvtree_register_notification", kStatusIo);
   fault_arm("kvtree_set", kStatusIo);
   fault_arm("kvtree_delete", kStatusIo);
-  fault_arm("kvtree_provider_notify", kStatusIo);
+  fault_arm("kvtree_prov_notify", kStatusIo);
   EXPECT_EQ(kvtree_bind(&other, "/cfg/", 0), kStatusIo);
   EXPECT_EQ(kvtree_unbind(connection), kStatusIo);
   EXPECT_EQ(kvtree_init_prov_functions(&functions), kStatusIo);
@@ -186,7 +186,7 @@ TEST_F(Binding, EachOperationFailsAtItsFaultPoint) {
   EXPECT_EQ(kvtree_register_notification(connection, "", 7, note, manager, 0, 0, 4, nullptr), kStatusIo);
   EXPECT_EQ(kvtree_set("/cfg/a", {}), kStatusIo);
   EXPECT_EQ(kvtree_delete("/cfg/a"), kStatusIo);
-  EXPECT_EQ(kvtree_provider_notify(connection, nullptr), kStatusIo);
+  EXPECT_EQ(kvtree_prov_notify(connection, nullptr), kStatusIo);
   EXPECT_EQ(kvtree_unbind(connection), kStatusOk);
 }
 
