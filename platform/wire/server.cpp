@@ -28,7 +28,16 @@ namespace {
 constexpr std::size_t kFirstBuffer = 16U << 10;
 constexpr std::size_t kKeptBuffer = 1U << 20;  // a larger output buffer is given back when it is empty
 
+std::function<void()>& output_barrier() {
+  thread_local std::function<void()> barrier;  // each server belongs to one thread, and so does what it shows
+  return barrier;
+}
+
 }  // namespace
+
+void set_output_barrier(std::function<void()> barrier) {
+  output_barrier() = std::move(barrier);
+}
 
 // --- Connection
 
@@ -186,6 +195,7 @@ void Connection::refuse(Status status) {
 
 void Connection::write_queue() {
   if (queued() > 0) {
+    if (output_barrier()) output_barrier()();
     const ssize_t sent = ::send(fd_, out_.data() + out_start_, queued(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent < 0) {
       if (errno != EAGAIN && errno != EINTR) close(std::strerror(errno));

@@ -3,6 +3,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+
+#include <thread>
 
 #include "platform/base/directories.h"
 #include "platform/wire/test_server.h"
@@ -10,6 +13,7 @@
 namespace wire {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using namespace std::chrono_literals;
@@ -299,6 +303,65 @@ TEST_F(WireServerTest, HandlerMayCloseAnotherClient) {
   EXPECT_EQ(server->client_count(), 1U);
   EXPECT_TRUE(IsClosed(victim));
   EXPECT_TRUE(IsClosed(killer));
+}
+
+// --- The barrier before output
+
+class OutputBarrierTest : public WireServerTest {
+ protected:
+  // Notes, at each call, how many octets the client could read already.
+  void SetBarrier(int client) {
+    set_output_barrier([this, client] {
+      int readable = -1;
+      EXPECT_EQ(ioctl(client, FIONREAD, &readable), 0);
+      readable_at_barrier.push_back(readable);
+    });
+  }
+  ~OutputBarrierTest() override { set_output_barrier(nullptr); }
+  std::vector<int> readable_at_barrier;
+};
+
+TEST_F(OutputBarrierTest, BarrierRunsBeforeTheAnswerLeaves) {
+  const int client = ConnectRaw();
+  SetBarrier(client);
+  ExpectEcho(client);
+  EXPECT_THAT(readable_at_barrier, ElementsAre(0));
+}
+
+TEST_F(OutputBarrierTest, BarrierRunsBeforeAnUnaskedMessageLeaves) {
+  const int client = ConnectRaw();
+  SetBarrier(client);
+  server->for_each([](Connection& connection) { connection.send(kEcho, 0, {}); });
+  EXPECT_THAT(readable_at_barrier, ElementsAre(0));
+  EXPECT_EQ(ReadAll(client), Frame(kEcho, 0, {}));
+}
+
+TEST_F(OutputBarrierTest, BarrierRunsOnceForTheAnswersOfOneWriteAndAgainForTheNext) {
+  const int client = ConnectRaw();
+  SetBarrier(client);
+  Octets both = Frame(kEcho, 1, {});
+  const Octets second = Frame(kEcho, 2, {});
+  both.insert(both.end(), second.begin(), second.end());
+  Write(client, both);
+  Step();
+  EXPECT_THAT(readable_at_barrier, ElementsAre(0));
+  Write(client, second);
+  Step();
+  EXPECT_THAT(readable_at_barrier, ElementsAre(0, static_cast<int>(both.size())));
+}
+
+TEST_F(OutputBarrierTest, BarrierDoesNotRunWithoutOutput) {
+  const int client = ConnectRaw();
+  SetBarrier(client);
+  Write(client, {'M', 'V'});
+  Step();
+  EXPECT_THAT(readable_at_barrier, ElementsAre());
+}
+
+TEST_F(OutputBarrierTest, BarrierOfAnotherThreadDoesNotRunHere) {
+  const int client = ConnectRaw();
+  std::thread([] { set_output_barrier([] { ADD_FAILURE() << "that thread serves nobody"; }); }).join();
+  ExpectEcho(client);
 }
 
 }  // namespace

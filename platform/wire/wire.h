@@ -171,6 +171,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::size_t unsent_messages_ = 0;  // since the queue was last empty
 };
 
+// Sets what the calling thread does before octets leave for any client of any server, once for each write to
+// a socket: what a client could conclude from an answer has to be safe before the answer leaves. The servers
+// of another thread's event manager are not concerned. It must neither send nor close. Null takes it away.
+void set_output_barrier(std::function<void()> barrier);
+
 // Serves clients on the named socket of an event manager, which must outlive it.
 class Server {
  public:
