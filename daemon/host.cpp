@@ -1,13 +1,16 @@
 // Start-up of the process in front of the daemon's own:
 //
 //   1. fault points from the environment (for tests of whole processes);
-//   2. the run directory, made when it is missing;
+//   2. the run and the state directory, made when they are missing;
 //   3. platform.yaml; a mistake ends the process with status 1;
 //   4. the source's first load into the router model; a failure ends the process: a daemon that would come up
 //   with
 //      an empty model makes management systems delete every VRF they know;
 //   5. the services are given the model;
-//   6. when the daemon makes its main event manager: the data store's server and the source's live part start
+//   6. the configuration that clients set in earlier lives, so that it is replayed to whoever registers for
+//   it;
+//   7. the queue in which traps wait for the SNMP sub-agent;
+//   8. when the daemon makes its main event manager: the data store's server and the source's live part start
 //   on it.
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
@@ -39,6 +42,9 @@ namespace daemon_host {
 namespace {
 
 constexpr char kMainManager[] = "/dev/mpls/vpn/main";
+constexpr char kProviderPath[] = "/oper/mpls_vpn/gl/";
+constexpr char kTrapSubscriber[] = "snmp";  // the SNMP sub-agent
+constexpr std::size_t kTrapQueue = 4096;    // traps that wait for it while it or its master agent is away
 
 struct Host {
   router::Router model;
@@ -93,18 +99,31 @@ bool arm_faults() {
   return false;
 }
 
-bool make_run_directory() {
+bool make_directory(const std::string& directory) {
   std::error_code failure;
-  std::filesystem::create_directories(run_directory(), failure);
+  std::filesystem::create_directories(directory, failure);
   if (!failure) return true;
-  log_line("mpls_vpn_mib: cannot make %s: %s", run_directory().c_str(), failure.message().c_str());
+  log_line("mpls_vpn_mib: cannot make %s: %s", directory.c_str(), failure.message().c_str());
+  return false;
+}
+
+// A daemon without its configuration would be silent where its operator switched traps on.
+bool prepare_store() {
+  const Status kept = kvtree_keep_configuration(state_directory());
+  if (kept != kStatusOk) {
+    log_line("mpls_vpn_mib: no configuration in %s: %s", state_directory().c_str(), err_text(kept));
+    return false;
+  }
+  const Status retained = kvtree_retain_notifications(kProviderPath, kTrapSubscriber, kTrapQueue);
+  if (retained == kStatusOk) return true;
+  log_line("mpls_vpn_mib: no queue for traps: %s", err_text(retained));
   return false;
 }
 
 }  // namespace
 
 int start_host() {
-  if (!arm_faults() || !make_run_directory()) return 1;
+  if (!arm_faults() || !make_directory(run_directory()) || !make_directory(state_directory())) return 1;
   Settings settings;
   std::string error;
   if (!read_settings(config_directory(), &settings, &error) || !load_source(settings, &error)) {
@@ -112,6 +131,7 @@ int start_host() {
     return 1;
   }
   attach_services();
+  if (!prepare_store()) return 1;
   event_manager_on_create(start_on_main_manager);
   log_line("mpls_vpn_mib: %zu VRFs and %zu interfaces loaded from %s", host().model.vrf_count(),
            host().model.interface_count(), host().file ? settings.router_file.c_str() : "the kernel");

@@ -46,9 +46,32 @@ struct ActionResult {
   std::string text;
 };
 
+struct SubscribeResult {
+  Status status = kStatusNotConnected;
+  std::uint32_t subscription = 0;  // its number in this client
+  // Sequence numbers go on where they were while this stays the same; another one starts them anew.
+  std::uint64_t instance = 0;
+};
+
+// One node of the configuration, with a text or a number.
+struct Node {
+  std::string path;
+  bool is_number = false;
+  std::string text;
+  std::int64_t number = 0;
+};
+
+struct NodesResult {
+  Status status = kStatusNotConnected;
+  std::vector<Node> nodes;
+};
+
 struct NotificationResult {
   Status status = kStatusNotConnected;
-  std::string path;  // of the provider that tells it
+  std::uint32_t subscription = 0;
+  std::uint64_t sequence = 0;     // increasing within a subscription
+  std::uint64_t lost_before = 0;  // so many are missing between the one before and this one
+  std::string path;               // of the provider that tells it
   std::string item_name;
   std::uint32_t values[2] = {0, 0};
   Octets record;
@@ -56,6 +79,8 @@ struct NotificationResult {
 
 class Client {
  public:
+  struct Connection;  // of client*.cpp
+
   explicit Client(std::string socket_path,
                   std::chrono::milliseconds timeout = std::chrono::milliseconds(1000));
   ~Client();
@@ -71,7 +96,7 @@ class Client {
   void close();
   bool connected() const;
   // -1 when closed. Outside of a call readable means that the peer closed it (or broke the protocol), or, on
-  // a client that watches, that a notification came.
+  // a client that subscribed, that a notification came.
   int fd() const;
 
   GetResult get(std::string_view path, bool structured = false);
@@ -81,17 +106,28 @@ class Client {
   ActionResult action(const std::vector<std::string>& words);  // words[0] is the action's name
 
   // From here the notifications of every provider whose bind path begins with `path` are sent to this client.
-  [[nodiscard]] Status watch(std::string_view path);
+  // Without a name they are kept while the client is connected, the latest 1024. With the name of a
+  // subscriber for whom the daemon keeps them, what that one has not acknowledged comes first, and this
+  // client takes its place: kStatusNoSuchRow for an unknown name, kStatusAccess for who may not change
+  // anything.
+  [[nodiscard]] SubscribeResult subscribe(std::string_view path, std::string_view name = {});
   // The oldest notification not yet taken. kStatusTimedOut (the connection stays open) when none comes in
-  // time. Up to kMaxPending are kept while calls wait for their answers; the oldest go first, and are
-  // counted.
+  // time. Taking one acknowledges it, unless its subscription has a name.
   NotificationResult next_notification(std::chrono::milliseconds timeout);
   bool has_notification() const;  // one is kept already; the descriptor does not tell
-  std::uint64_t lost_notifications() const;
-  static constexpr std::size_t kMaxPending = 1024;
+  // Done with all of this subscription up to the sequence number. The daemon sends 64 before it waits for
+  // this.
+  [[nodiscard]] Status acknowledge(std::uint32_t subscription, std::uint64_t sequence);
+
+  // The nodes whose path begins with `path`, in order, from the one behind `after` on.
+  NodesResult nodes(std::string_view path, std::uint32_t max_nodes, std::string_view after = {});
+  // Sets or deletes a node of the configuration, below /cfg/. kStatusAccess, kStatusUnknownPath elsewhere,
+  // kStatusNoSuchRow for the deletion of a node that is not there, kStatusIo when it could not be kept.
+  [[nodiscard]] Status set_text(std::string_view path, std::string_view text);
+  [[nodiscard]] Status set_number(std::string_view path, std::int64_t number);
+  [[nodiscard]] Status remove(std::string_view path);
 
  private:
-  struct Connection;
   std::unique_ptr<Connection> connection_;
 };
 

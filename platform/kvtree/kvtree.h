@@ -226,6 +226,16 @@ struct KvProviderNotification {
 };
 // kStatusInvalid for a null or non-provider connection or a missing item name. It does not wait for anybody.
 [[nodiscard]] Status kvtree_prov_notify(KvConnection* connection, const KvProviderNotification* notification);
+// From here on the notifications of the providers below the path are kept for the subscriber of this name, in
+// order, until it acknowledges them, whether or not it is there. Beyond `limit` the oldest are lost; the loss
+// is logged and told to the subscriber with the next one. kStatusExists when they are kept already,
+// kStatusInvalid for a bad path, no name or a limit below 2.
+[[nodiscard]] Status kvtree_retain_notifications(std::string_view path, std::string_view name,
+                                                 std::size_t limit);
+// Sets the nodes that earlier processes kept in the directory's configuration.db, and from here on keeps
+// there what clients set below /cfg/. Call before subscribers register. kStatusIo (logged) when the database
+// cannot be used; one whose contents are unusable is set aside and is no failure.
+[[nodiscard]] Status kvtree_keep_configuration(const std::string& directory);
 
 // --- Key texts -----------------------------------------------------------------------------------
 

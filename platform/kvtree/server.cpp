@@ -1,4 +1,5 @@
-// The server: clients' messages in, answers and provider notifications out.
+// The server: clients' messages in, answers out. Subscriptions are in subscriptions.cpp, nodes in
+// configuration.cpp.
 //
 // A message is answered inside its handler, so answers leave in the order of the requests; platform/wire
 // bounds what a client may send and leave unread, and closes those that break the framing. An answer's
@@ -7,12 +8,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <unordered_map>
 
 #include "platform/base/fault.h"
 #include "platform/kvtree/lists.h"
 #include "platform/kvtree/protocol.h"
-#include "platform/kvtree/store.h"
+#include "platform/kvtree/server.h"
 
 namespace kvtree {
 
@@ -24,21 +24,6 @@ using wire::Reader;
 using wire::Writer;
 
 constexpr std::size_t kKeptAnswer = 1U << 20;  // a larger buffer is given back
-
-struct StoreServer {
-  explicit StoreServer(EventManager* manager);
-  bool handle(wire::Connection& from, const wire::Message& message);
-
-  Octets answer;
-  std::unordered_map<std::uint64_t, std::vector<std::string>> watches;  // by client
-  wire::Server server;
-};
-
-// Never destroyed: at the end of the process the managers may have gone already.
-std::map<EventManager*, std::unique_ptr<StoreServer>>& servers() {
-  static auto* all = new std::map<EventManager*, std::unique_ptr<StoreServer>>;
-  return *all;
-}
 
 // --- Answers
 
@@ -203,30 +188,6 @@ bool answer_action(wire::Connection* from, Reader* request, Octets* answer) {
   return true;
 }
 
-StoreServer* server_of(const wire::Connection* connection) {
-  for (const auto& [manager, each] : servers()) {
-    if (each->server.find(connection->id()) == connection) return each.get();
-  }
-  return nullptr;
-}
-
-bool answer_watch(wire::Connection* from, Reader* request, Octets* answer) {
-  const std::string_view path = request->text();
-  if (!request->finished()) return false;
-  StoreServer* server = from == nullptr ? nullptr : server_of(from);
-  Status status = server == nullptr ? kStatusNotConnected : check_path(path);
-  if (status == kStatusOk) {
-    std::vector<std::string>& watched = server->watches[from->id()];
-    if (watched.size() < kMaxWatches) {
-      watched.emplace_back(path);
-    } else {
-      status = kStatusTooManyRequests;
-    }
-  }
-  answer_status(answer, status);
-  return true;
-}
-
 struct MessageHandler {
   std::uint16_t type;
   bool (*answer)(wire::Connection*, Reader*, Octets*);
@@ -234,35 +195,48 @@ struct MessageHandler {
 
 constexpr MessageHandler kHandlers[] = {
     {kGet, answer_get},   {kList, answer_list},     {kDatalist, answer_datalist},
-    {kWalk, answer_walk}, {kAction, answer_action}, {kWatch, answer_watch},
+    {kWalk, answer_walk}, {kAction, answer_action}, {kSubscribe, answer_subscribe},
+    {kSet, answer_set},   {kDelete, answer_delete}, {kNodes, answer_nodes},
 };
 
+}  // namespace
+
 // --- Serving
+
+// Never destroyed: at the end of the process the managers may have gone already.
+std::map<EventManager*, std::unique_ptr<StoreServer>>& servers() {
+  static auto* all = new std::map<EventManager*, std::unique_ptr<StoreServer>>;
+  return *all;
+}
+
+StoreServer* server_of(const wire::Connection* connection) {
+  for (const auto& [manager, each] : servers()) {
+    if (each->server.find(connection->id()) == connection) return each.get();
+  }
+  return nullptr;
+}
 
 StoreServer::StoreServer(EventManager* manager)
     : server(
           manager, "kvtree", wire::Limits{},
           [this](wire::Connection& from, const wire::Message& message) { return handle(from, message); },
-          [this](wire::Connection& gone) { watches.erase(gone.id()); }) {}
+          [this](wire::Connection& gone) { forget(gone.id()); }) {}
 
 bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
+  if (message.type == kAcknowledge) {
+    if (!take_acknowledgement(this, from, message)) return false;
+    send_notifications(this, from.id());
+    return true;
+  }
   // Taken out while it is used: an action may run the event loop, and with it this function.
   Octets payload = std::move(answer);
   payload.clear();
   const bool well_formed = answer_message(&from, message, &payload);
   if (well_formed) from.send(message.type | kAnswer, message.request, payload);
   if (payload.capacity() <= kKeptAnswer) answer = std::move(payload);
+  if (well_formed && message.type == kSubscribe) send_notifications(this, from.id());
   return well_formed;
 }
-
-bool watches_provider(const std::vector<std::string>& watched, const std::string& provider) {
-  for (const std::string& path : watched) {
-    if (provider.starts_with(path)) return true;
-  }
-  return false;
-}
-
-}  // namespace
 
 bool answer_message(wire::Connection* from, const wire::Message& message, Octets* answer) {
   Reader request(message.payload);
@@ -270,24 +244,6 @@ bool answer_message(wire::Connection* from, const wire::Message& message, Octets
     if (handler.type == message.type) return handler.answer(from, &request, answer);
   }
   return false;
-}
-
-void send_to_watchers(const KvConnection& provider, const KvProviderNotification& notification) {
-  Octets payload;
-  Writer writer(&payload);
-  writer.text(provider.path);
-  writer.text(notification.item_name);
-  writer.u32(notification.first);
-  writer.u32(notification.second);
-  writer.octets({notification.data, notification.length});
-  for (const auto& [manager, each] : servers()) {
-    StoreServer* server = each.get();
-    server->server.for_each([&](wire::Connection& client) {
-      const auto watched = server->watches.find(client.id());
-      if (watched == server->watches.end() || !watches_provider(watched->second, provider.path)) return;
-      client.send(kNotification, 0, payload);
-    });
-  }
 }
 
 }  // namespace kvtree

@@ -1,4 +1,4 @@
-// Tests of the server and its client: every request over a socket, clients that misbehave, notifications.
+// Tests of the server and its client: every request over a socket, clients that misbehave.
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 #include "platform/kvtree/client.h"
 #include "platform/kvtree/protocol.h"
 #include "platform/kvtree/store.h"
-#include "platform/kvtree/test_store.h"
+#include "platform/kvtree/test_served_store.h"
 #include "platform/wire/wire.h"
 
 namespace {
@@ -18,71 +18,6 @@ using kvtree::Client;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using namespace std::chrono_literals;
-
-const std::string kSubtree = "/oper/mpls_vpn/gl/";
-
-std::string Text(const kvtree::Octets& octets) {
-  return {octets.begin(), octets.end()};
-}
-
-Status fixed_action(const KvActionContext& context, const std::vector<std::string>& words, std::string* text,
-                    void*) {
-  *text = std::string(context.may_change ? "may:" : "may not:") + words.back();
-  return words.back() == "fail" ? kStatusAccess : kStatusOk;
-}
-
-Status long_action(const KvActionContext&, const std::vector<std::string>&, std::string* text, void*) {
-  text->assign(kvtree::kMaxAnswer, 'x');
-  return kStatusOk;
-}
-
-// The store, served by a thread of its own, so that blocking clients can be used.
-class ServedStore : public StoreTest {
- protected:
-  ServedStore() {
-    Provide();
-    EXPECT_EQ(kvtree_register_action("act", fixed_action, nullptr), kStatusOk);
-    EXPECT_EQ(kvtree_register_action("long", long_action, nullptr), kStatusOk);
-    EXPECT_EQ(kvtree_serve(manager), kStatusOk);
-  }
-  ~ServedStore() override {
-    Stop();
-    kvtree_stop_serving(manager);
-  }
-  void Start() {
-    stopping = false;
-    thread = std::thread([this] {
-      std::array<unsigned char, 1024> buffer;
-      EventContext context{manager, buffer.data(), buffer.size(), 0};
-      while (!stopping) {
-        if (event_wait(&context) == 0) event_dispatch(&context);
-      }
-    });
-  }
-  void Stop() {
-    if (!thread.joinable()) return;
-    event_post(manager, [this] { stopping = true; });
-    thread.join();
-  }
-  // Runs a function on the store's thread, after what was posted before.
-  void OnStore(std::function<void()> function) { event_post(manager, std::move(function)); }
-  void StartAndConnect() {
-    Start();
-    ASSERT_EQ(client.connect(), kStatusOk);
-  }
-  int ConnectRaw() const {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, Client::default_socket().c_str(), sizeof address.sun_path - 1);
-    EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    return fd;
-  }
-
-  Client client{Client::default_socket(), 5000ms};
-  std::thread thread;
-  bool stopping = false;
-};
 
 TEST_F(ServedStore, GetAnswersTheRecord) {
   StartAndConnect();
@@ -299,7 +234,12 @@ std::vector<MalformedRequest> malformed_requests() {
       {"walk without a path", kvtree::kWalk, {0, 1, 0, 0, 0}},
       {"action with fewer words than it says", kvtree::kAction, {2, 0, 1, 0, 0, 0, 'a'}},
       {"action with too many words", kvtree::kAction, too_many_words},
-      {"empty watch", kvtree::kWatch, {}},
+      {"empty subscription", kvtree::kSubscribe, {}},
+      {"acknowledgement of nothing", kvtree::kAcknowledge, {1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0}},
+      {"empty acknowledgement", kvtree::kAcknowledge, {}},
+      {"set of an unknown type", kvtree::kSet, {1, 0, 0, 0, '/', 9}},
+      {"empty deletion", kvtree::kDelete, {}},
+      {"empty nodes", kvtree::kNodes, {0, 0}},
   };
 }
 
@@ -339,89 +279,6 @@ TEST_F(ServedStore, ServingTwiceOnOneManagerIsRefused) {
   EXPECT_EQ(kvtree_serve(manager), kStatusIo);
 }
 
-// --- Provider notifications
-
-class Watchers : public ServedStore {
- protected:
-  void Notify(const std::string& record) {
-    OnStore([this, record] {
-      const KvProviderNotification notification{
-          "trap_msg", 2, 7, {}, reinterpret_cast<const std::uint8_t*>(record.data()), record.size()};
-      EXPECT_EQ(kvtree_prov_notify(provider, &notification), kStatusOk);
-    });
-  }
-};
-
-TEST_F(Watchers, AreToldWhatTheProviderTells) {
-  StartAndConnect();
-  ASSERT_EQ(client.watch("/oper/mpls_vpn/"), kStatusOk);
-  Notify("one");
-  const kvtree::NotificationResult told = client.next_notification(5000ms);
-  ASSERT_EQ(told.status, kStatusOk);
-  EXPECT_EQ(told.path, kSubtree);
-  EXPECT_EQ(told.item_name, "trap_msg");
-  EXPECT_EQ(told.values[0], 2U);
-  EXPECT_EQ(told.values[1], 7U);
-  EXPECT_EQ(Text(told.record), "one");
-}
-
-TEST_F(Watchers, KeepWhatComesWhileACallWaits) {
-  StartAndConnect();
-  ASSERT_EQ(client.watch(kSubtree), kStatusOk);
-  Notify("one");
-  Notify("two");
-  EXPECT_EQ(Text(client.get(kSubtree + "scalars").record), "get/0");
-  EXPECT_EQ(Text(client.next_notification(5000ms).record), "one");
-  EXPECT_EQ(Text(client.next_notification(5000ms).record), "two");
-  EXPECT_FALSE(client.has_notification());
-  EXPECT_EQ(client.lost_notifications(), 0U);
-}
-
-TEST_F(Watchers, LoseTheOldestBeyondTheBoundAndCountThem) {
-  StartAndConnect();
-  ASSERT_EQ(client.watch(kSubtree), kStatusOk);
-  for (std::size_t i = 0; i < Client::kMaxPending + 3; ++i) Notify(std::to_string(i));
-  // Posted functions run in order: when this one has run, every notification was sent.
-  std::atomic<bool> sent{false};
-  OnStore([&] { sent = true; });
-  while (!sent) std::this_thread::yield();
-  ASSERT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
-  EXPECT_EQ(client.lost_notifications(), 3U);
-  EXPECT_EQ(Text(client.next_notification(5000ms).record), "3");
-}
-
-TEST_F(Watchers, OfOtherPathsAndClientsThatDoNotWatchAreToldNothing) {
-  StartAndConnect();
-  Client other(Client::default_socket(), 5000ms);
-  ASSERT_EQ(other.connect(), kStatusOk);
-  ASSERT_EQ(other.watch("/oper/mpls_vpn/gl/below"), kStatusOk);
-  Notify("one");
-  ASSERT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
-  ASSERT_EQ(other.get(kSubtree + "scalars").status, kStatusOk);
-  EXPECT_EQ(client.next_notification(1ms).status, kStatusTimedOut);
-  EXPECT_EQ(other.next_notification(1ms).status, kStatusTimedOut);
-  EXPECT_TRUE(other.connected());
-}
-
-TEST_F(Watchers, AreBoundedAndTheirPathsChecked) {
-  StartAndConnect();
-  EXPECT_EQ(client.watch("nowhere"), kStatusUnknownPath);
-  for (std::size_t i = 0; i < kvtree::kMaxWatches; ++i) ASSERT_EQ(client.watch("/other/"), kStatusOk);
-  EXPECT_EQ(client.watch("/other/"), kStatusTooManyRequests);
-}
-
-TEST_F(Watchers, BadNotificationsAreRefused) {
-  const KvProviderNotification nameless{};
-  KvProviderNotification without_data{};
-  without_data.item_name = "trap_msg";
-  without_data.length = 1;
-  EXPECT_EQ(kvtree_prov_notify(nullptr, &without_data), kStatusInvalid);
-  EXPECT_EQ(kvtree_prov_notify(Bind("/cfg/"), &without_data), kStatusInvalid);
-  EXPECT_EQ(kvtree_prov_notify(provider, nullptr), kStatusInvalid);
-  EXPECT_EQ(kvtree_prov_notify(provider, &nameless), kStatusInvalid);
-  EXPECT_EQ(kvtree_prov_notify(provider, &without_data), kStatusInvalid);
-}
-
 // --- Clients
 
 TEST_F(ServedStore, ClientWithoutAConnectionSaysSo) {
@@ -431,7 +288,11 @@ TEST_F(ServedStore, ClientWithoutAConnectionSaysSo) {
   EXPECT_EQ(client.list(kSubtree, 1).status, kStatusNotConnected);
   EXPECT_EQ(client.walk(kSubtree, 1).status, kStatusNotConnected);
   EXPECT_EQ(client.action({"act"}).status, kStatusNotConnected);
-  EXPECT_EQ(client.watch(kSubtree), kStatusNotConnected);
+  EXPECT_EQ(client.subscribe(kSubtree).status, kStatusNotConnected);
+  EXPECT_EQ(client.acknowledge(1, 1), kStatusNotConnected);
+  EXPECT_EQ(client.nodes("/cfg/", 1).status, kStatusNotConnected);
+  EXPECT_EQ(client.set_text("/cfg/a", ""), kStatusNotConnected);
+  EXPECT_EQ(client.remove("/cfg/a"), kStatusNotConnected);
   EXPECT_EQ(client.next_notification(1ms).status, kStatusNotConnected);
   Client nobody(directory.path() + "/nobody");
   EXPECT_EQ(nobody.connect(), kStatusNotConnected);

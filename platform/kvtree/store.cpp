@@ -33,12 +33,6 @@ std::string registered_prefix(const KvConnection& connection, const char* path) 
   return path == nullptr || *path == '\0' ? connection.path : with_slash(connection.path + path);
 }
 
-bool is_bound(const KvConnection* connection) {
-  const auto& all = store().connections;
-  return connection != nullptr &&
-         std::any_of(all.begin(), all.end(), [&](const auto& each) { return each.get() == connection; });
-}
-
 void deliver(const KvRegistration& registration, const Change& change, std::uint32_t events) {
   const std::size_t item = change.path.rfind('/') + 1;
   const KvNotification notification{std::string_view(change.path).substr(registration.prefix.size()),
@@ -80,6 +74,12 @@ Status check_node_path(std::string_view path) {
 Store& store() {
   static Store the_store;
   return the_store;
+}
+
+bool is_bound(const KvConnection* connection) {
+  const auto& all = store().connections;
+  return connection != nullptr &&
+         std::any_of(all.begin(), all.end(), [&](const auto& each) { return each.get() == connection; });
 }
 
 Status check_path(std::string_view path) {
@@ -180,15 +180,6 @@ Status kvtree_delete(std::string_view path) {
   if (node == store().nodes.end()) return kStatusNoSuchRow;
   store().nodes.erase(node);
   kvtree::tell_subscribers({std::string(path), nullptr}, kKvEventDeleted);
-  return kStatusOk;
-}
-
-Status kvtree_prov_notify(KvConnection* connection, const KvProviderNotification* notification) {
-  if (const Status status = fault_check("kvtree_prov_notify")) return status;
-  if (!kvtree::is_bound(connection) || connection->mode != kKvBindProvider) return kStatusInvalid;
-  if (notification == nullptr || notification->item_name == nullptr) return kStatusInvalid;
-  if (notification->data == nullptr && notification->length != 0) return kStatusInvalid;
-  kvtree::send_to_watchers(*connection, *notification);
   return kStatusOk;
 }
 

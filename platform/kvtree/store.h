@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "platform/kvtree/kvtree.h"
+#include "platform/kvtree/node_store.h"
+#include "platform/kvtree/notification_queue.h"
 #include "platform/wire/wire.h"
 
 // One request, below the provider's bind point.
@@ -48,6 +50,13 @@ struct Action {
   void* argument;
 };
 
+// The notifications kept for a named subscriber.
+struct RetainedQueue {
+  std::string path;
+  std::string name;
+  std::shared_ptr<NotificationQueue> queue;
+};
+
 // Everything that the process's data store holds. Notifications under way keep weak references to
 // registrations.
 struct Store {
@@ -56,6 +65,8 @@ struct Store {
   std::vector<Provider> providers;
   std::map<std::string, std::shared_ptr<const KvValue>, std::less<>> nodes;
   std::map<std::string, Action, std::less<>> actions;
+  std::vector<RetainedQueue> retained;
+  std::unique_ptr<NodeStore> kept;  // null: the configuration does not outlive the process
 };
 
 Store& store();
@@ -74,11 +85,10 @@ Status walk_rows(std::string_view path, bool structured, std::uint32_t max_rows,
 
 void forget_compiled_tables();
 
-// Sends a provider notification to the watching clients of every server.
-void send_to_watchers(const KvConnection& provider, const KvProviderNotification& notification);
+bool is_bound(const KvConnection* connection);
 
 // The answer to one client's message: appends the answer's payload. False for a malformed request. The
-// connection is null where there is none (then nothing may be changed or watched).
+// connection is null where there is none (then nothing may be changed or subscribed to).
 bool answer_message(wire::Connection* from, const wire::Message& message, wire::Octets* answer);
 
 }  // namespace kvtree
