@@ -31,6 +31,7 @@ constexpr StatusText kTexts[] = {
     {kStatusNoVrfRecord, "No VRF record of this name"},
     {kStatusStaleConnection, "Connection to the interface manager is stale"},
     {kStatusConnectionRetry, "Connection is not up yet and will be retried"},
+    {kStatusNoCrossConnect, "No cross-connect forwards the route"},
     {kStatusInvalidNode, "Database node is incomplete"},
 };
 

@@ -42,8 +42,9 @@ inline constexpr Status kStatusBadDescription = 0x4081a400;  // schema text and 
 inline constexpr Status kStatusNoVrfRecord = 0x40828600;  // the record service holds no record of this name
 inline constexpr Status kStatusStaleConnection = 0x409a0c00;  // the interface manager forgot this connection
 inline constexpr Status kStatusConnectionRetry =
-    0x21200e00;                                           // the connection is not up yet; it will be retried
-inline constexpr Status kStatusInvalidNode = 0x42698600;  // a database node without its name (or record)
+    0x21200e00;  // the connection is not up yet; it will be retried
+inline constexpr Status kStatusNoCrossConnect = 0xa2d38002;  // no label cross-connect forwards the route
+inline constexpr Status kStatusInvalidNode = 0x42698600;     // a database node without its name (or record)
 
 // A text for people; never null. The pointer stays valid for the life of the process for codes of the table
 // and until the calling thread's next call for all others. Any thread.

@@ -25,7 +25,6 @@
 
 inline constexpr std::size_t kLfxIndexMax = 24;    // MplsIndexType (RFC 3813)
 inline constexpr std::uint32_t kLfxIpv4Route = 3;  // request kind
-inline constexpr Status kLfxNoCrossConnect = 0xa2d38002;
 
 struct LfxRequest {
   std::uint32_t kind;  // kLfxIpv4Route
@@ -36,8 +35,8 @@ struct LfxRequest {
 
 void lfx_attach(router::Router* model);  // called once by the process; null takes the model away
 
-// Writes the index to `buffer` and its length to *length. kLfxNoCrossConnect when the route is not there or
-// leaves without labels, kStatusInvalid for null arguments, another kind or a size under 24,
+// Writes the index to `buffer` and its length to *length. kStatusNoCrossConnect when the route is not there
+// or leaves without labels, kStatusInvalid for null arguments, another kind or a size under 24,
 // kStatusNotConnected before lfx_attach. Fault point "lfx_c_lsr_xc_idx".
 [[nodiscard]] Status lfx_c_lsr_xc_idx(std::uint8_t* buffer, std::size_t size, std::size_t* length,
                                       const LfxRequest* request);

@@ -96,7 +96,7 @@ class RouteStore {
   // length, a local route with a next hop, metrics below -1, labels out of range or too many). Fault point
   // "route_store_put".
   [[nodiscard]] Status put(RouteTableId table, const Route& route, RouteChange* change = nullptr);
-  // As put(), but a row that the running refresh has given already stays unless this one's first metric is
+  // As put(), but a row that was given since begin_refresh() already stays unless this one's first metric is
   // lower. For dumps in which several paths are one row.
   [[nodiscard]] Status offer(RouteTableId table, const Route& route, RouteChange* change = nullptr);
   // kStatusNoSuchRow when the table or the row is not there. Fault point "route_store_erase".

@@ -24,6 +24,16 @@ bool valid_name(std::string_view name, std::size_t longest) {
   return !name.empty() && name.size() <= longest && name.find('\0') == std::string_view::npos;
 }
 
+void open_tables(const Vrf& vrf, RouteStore* routes) {
+  routes->open({Family::kIpv4, vrf.ipv4_table});
+  routes->open({Family::kIpv6, vrf.ipv6_table});
+}
+
+void close_tables(const Vrf& vrf, RouteStore* routes) {
+  routes->close({Family::kIpv4, vrf.ipv4_table});
+  routes->close({Family::kIpv6, vrf.ipv6_table});
+}
+
 }  // namespace
 
 bool valid_vrf_name(std::string_view name) {
@@ -60,6 +70,7 @@ Status Router::create_vrf(const Vrf& vrf) {
   if (state_->vrfs.contains(vrf.name) || state_->vrfs_by_id.contains(vrf.id)) return kStatusExists;
   Vrf& kept = state_->vrfs.emplace(vrf.name, vrf).first->second;
   state_->vrfs_by_id.emplace(kept.id, &kept);
+  open_tables(kept, &state_->routes);
   state_->tell_up([&kept](Observer& observer) { observer.vrf_created(kept); });
   return kStatusOk;
 }
@@ -74,6 +85,8 @@ Status Router::change_vrf(const Vrf& vrf) {
   if (next == found->second) return kStatusOk;
   const Vrf before = std::exchange(found->second, std::move(next));
   const Vrf& now = found->second;
+  open_tables(now, &state_->routes);  // first: a table that stays keeps its routes
+  close_tables(before, &state_->routes);
   state_->tell_up([&](Observer& observer) { observer.vrf_changed(before, now); });
   return kStatusOk;
 }
@@ -85,6 +98,7 @@ Status Router::delete_vrf(std::string_view name) {
   if (found == state_->vrfs.end()) return kStatusNoSuchRow;
   state_->vrfs_by_id.erase(found->second.id);
   const auto taken = state_->vrfs.extract(found);
+  close_tables(taken.mapped(), &state_->routes);
   state_->tell_down([&taken](Observer& observer) { observer.vrf_deleted(taken.mapped()); });
   return kStatusOk;
 }
@@ -136,6 +150,20 @@ void Router::for_each_vrf(const std::function<void(const Vrf&)>& visit) const {
 void Router::for_each_reference(const std::function<void(const std::string&)>& visit) const {
   const State::Busy guard(state_.get());
   for (const std::string& name : state_->references) visit(name);
+}
+
+RouteStore& Router::routes() {
+  return state_->routes;
+}
+
+const RouteStore& Router::routes() const {
+  return state_->routes;
+}
+
+void Router::flush_route_changes() {
+  state_->routes.take_changed([this](RouteTableId table) {
+    state_->tell_up([table](Observer& observer) { observer.routes_changed(table); });
+  });
 }
 
 }  // namespace router

@@ -23,6 +23,8 @@ struct Router::State {
   std::unordered_map<std::uint32_t, Interface*> interfaces_by_index;
   std::uint32_t last_handle = 0;
 
+  RouteStore routes;
+
   std::vector<std::pair<ObserverRank, Observer*>> observers;  // by rank, then in the order they came
   unsigned busy = 0;                                          // > 0 while observers or visitors run
 
