@@ -1,0 +1,248 @@
+// Checkpoint saves against bare SQLite, and start-up.
+//
+// Saves: 10,000 records, each mapped and saved as the daemon does, committed in transactions of several
+// sizes; the floor is one prepared UPDATE a row in the same transactions on a database with the same rows and
+// settings. The two take turns and the median ratio counts. All records at once is also the longest that one
+// request can wait for a commit. Start-up: opening, checking and reading all records, against selecting them
+// with SQLite.
+//
+//   chkpt_bench [--brief]
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/chkpt/chkpt.h"
+#include "platform/evm/test_run_directory.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t kRecords = 10000;
+constexpr std::size_t kRecordSize = 8;
+constexpr double kWaitBound = 0.050;  // seconds
+
+struct Data {
+  std::uint32_t created;
+  std::uint32_t changed;
+};
+static_assert(sizeof(Data) == kRecordSize);
+
+double seconds_since(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+void check(Status status, const char* what) {
+  if (status != kStatusOk) throw std::runtime_error(std::string(what) + ": " + err_text(status));
+}
+
+// --- The store
+
+class StoreUnderTest {
+ public:
+  StoreUnderTest() : manager_(event_manager_create("/dev/bench", 0)) { open(); }
+  ~StoreUnderTest() {
+    chkpt_end();
+    event_manager_destroy(manager_);
+  }
+  StoreUnderTest(const StoreUnderTest&) = delete;
+  StoreUnderTest& operator=(const StoreUnderTest&) = delete;
+
+  void create_all() {
+    for (std::uint32_t vrf = 0; vrf < kRecords; ++vrf) {
+      std::uint64_t object_id = 0;
+      check(chkpt_create(table_, &vrf, sizeof vrf, &object_id), "chkpt_create");
+    }
+    check(chkpt_flush(), "chkpt_flush");
+  }
+  void save(std::uint32_t vrf, std::uint32_t now) {
+    std::uint64_t object_id = 0;
+    check(chkpt_mapkey(table_, &vrf, sizeof vrf, &object_id), "chkpt_mapkey");
+    const Data data{vrf, now};
+    check(chkpt_save(table_, object_id, &data, sizeof data), "chkpt_save");
+  }
+  void commit() { check(chkpt_flush(), "chkpt_flush"); }
+  void begin() {}
+
+  // Opening again and reading every record, in seconds.
+  double start_up() {
+    chkpt_end();
+    const auto start = Clock::now();
+    open();
+    if (count() != kRecords) throw std::runtime_error("records are missing");
+    return seconds_since(start);
+  }
+
+ private:
+  void open() {
+    ChkptApplication application{};
+    chkpt_application_init(&application, 1, "bench");
+    check(chkpt_init(&application, manager_), "chkpt_init");
+    ChkptTableDescriptor descriptor{};
+    chkpt_table_init(&descriptor, 1, 1, kRecordSize, 1, 0);
+    bool had_contents = false;
+    check(chkpt_register(&descriptor, 100, &table_, &had_contents), "chkpt_register");
+  }
+  std::uint32_t count() {
+    ChkptIterator* iterator = nullptr;
+    check(chkpt_iterate_start(table_, &iterator), "chkpt_iterate_start");
+    std::uint32_t records = 0;
+    for (std::uint64_t object_id = 1; object_id != 0;) {
+      std::uint32_t key = 0;
+      Data data{};
+      std::size_t key_size = sizeof key;
+      std::size_t size = sizeof data;
+      check(chkpt_iterate_next(iterator, &key, &key_size, &data, &size, &object_id), "chkpt_iterate_next");
+      if (object_id != 0) ++records;
+    }
+    check(chkpt_iterate_end(iterator), "chkpt_iterate_end");
+    return records;
+  }
+
+  EventManager* manager_;
+  ChkptTable* table_ = nullptr;
+};
+
+// --- Bare SQLite
+
+class BareSqlite {
+ public:
+  explicit BareSqlite(const std::string& path) : path_(path) {
+    open();
+    run("CREATE TABLE record(object_id INTEGER PRIMARY KEY, table_row INTEGER, key BLOB, data BLOB)");
+    run("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000)"
+        " INSERT INTO record SELECT i, 1, x'00000000', x'0000000000000000' FROM n");
+    prepare();
+  }
+  ~BareSqlite() { close(); }
+  BareSqlite(const BareSqlite&) = delete;
+  BareSqlite& operator=(const BareSqlite&) = delete;
+
+  void begin() { step(begin_); }
+  void save(std::uint32_t vrf, std::uint32_t now) {
+    const Data data{vrf, now};
+    sqlite3_bind_int64(update_, 1, vrf + 1);
+    sqlite3_bind_blob(update_, 2, &data, sizeof data, nullptr);
+    step(update_);
+  }
+  void commit() { step(commit_); }
+
+  double start_up() {
+    close();
+    const auto start = Clock::now();
+    open();
+    sqlite3_stmt* select = statement("SELECT object_id, table_row, key, data FROM record ORDER BY object_id");
+    std::uint32_t records = 0;
+    while (sqlite3_step(select) == SQLITE_ROW) {
+      if (sqlite3_column_bytes(select, 3) == static_cast<int>(kRecordSize)) ++records;
+    }
+    sqlite3_finalize(select);
+    const double seconds = seconds_since(start);
+    if (records != kRecords) throw std::runtime_error("rows are missing");
+    prepare();
+    return seconds;
+  }
+
+ private:
+  void open() {
+    if (sqlite3_open(path_.c_str(), &connection_) != SQLITE_OK) throw std::runtime_error("sqlite3_open");
+    run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL");
+  }
+  void prepare() {
+    begin_ = statement("BEGIN IMMEDIATE");
+    commit_ = statement("COMMIT");
+    update_ = statement("UPDATE record SET data = ?2 WHERE object_id = ?1");
+  }
+  void close() {
+    for (sqlite3_stmt* each : {begin_, commit_, update_}) sqlite3_finalize(each);
+    sqlite3_close(connection_);
+  }
+  sqlite3_stmt* statement(const char* sql) {
+    sqlite3_stmt* made = nullptr;
+    if (sqlite3_prepare_v2(connection_, sql, -1, &made, nullptr) != SQLITE_OK) throw std::runtime_error(sql);
+    return made;
+  }
+  void run(const char* sql) {
+    if (sqlite3_exec(connection_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) throw std::runtime_error(sql);
+  }
+  static void step(sqlite3_stmt* each) {
+    if (sqlite3_step(each) != SQLITE_DONE) throw std::runtime_error(sqlite3_sql(each));
+    sqlite3_reset(each);
+  }
+
+  std::string path_;
+  sqlite3* connection_ = nullptr;
+  sqlite3_stmt* begin_ = nullptr;
+  sqlite3_stmt* commit_ = nullptr;
+  sqlite3_stmt* update_ = nullptr;
+};
+
+// --- Measuring
+
+// Saves all records, `batch` in a transaction. Seconds.
+template <typename Target>
+double save_all(Target* target, std::uint32_t batch) {
+  static std::uint32_t now = 0;
+  ++now;
+  const auto start = Clock::now();
+  for (std::uint32_t first = 0; first < kRecords; first += batch) {
+    target->begin();
+    for (std::uint32_t vrf = first; vrf < std::min(first + batch, kRecords); ++vrf) target->save(vrf, now);
+    target->commit();
+  }
+  return seconds_since(start);
+}
+
+void compare(StoreUnderTest* store, BareSqlite* bare, std::uint32_t batch, int turns) {
+  std::vector<double> ours;
+  std::vector<double> floors;
+  std::vector<double> ratios;
+  for (int turn = 0; turn < turns; ++turn) {
+    ours.push_back(save_all(store, batch));
+    floors.push_back(save_all(bare, batch));
+    ratios.push_back(floors.back() / ours.back());
+  }
+  std::printf(
+      "  %5u a transaction: %9.0f saves/s, bare SQLite %9.0f rows/s, ratio %.2f   (aim: at least 0.7)\n",
+      batch, kRecords / median(ours), kRecords / median(floors), median(ratios));
+  if (batch == kRecords) {
+    std::printf("  all at once: median %.1f ms, longest %.1f ms   (aim: at most %.0f ms)\n",
+                median(ours) * 1e3, *std::max_element(ours.begin(), ours.end()) * 1e3, kWaitBound * 1e3);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const bool brief = argc > 1 && std::strcmp(argv[1], "--brief") == 0;
+  const int turns = brief ? 1 : 15;
+  const TestRunDirectory directory;
+  StoreUnderTest store;
+  store.create_all();
+  BareSqlite bare(directory.path() + "/bare.db");
+  std::printf("checkpoint, %u records of %zu octets\n", kRecords, kRecordSize);
+  for (const std::uint32_t batch : {1U, 10U, 100U, kRecords}) {
+    compare(&store, &bare, batch, batch == 1 && !brief ? 5 : turns);
+  }
+  std::vector<double> ours;
+  std::vector<double> floors;
+  for (int turn = 0; turn < turns; ++turn) {
+    ours.push_back(store.start_up());
+    floors.push_back(bare.start_up());
+  }
+  std::printf("  start-up: %.1f ms (checked, read and iterated), bare SELECT %.1f ms\n", median(ours) * 1e3,
+              median(floors) * 1e3);
+  return 0;
+}
