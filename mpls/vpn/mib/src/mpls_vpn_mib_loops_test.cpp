@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_timer.h"
 #include "mpls/vpn/mib/src/mpls_vpn_test_fixture.h"
 
 namespace {
@@ -94,12 +95,13 @@ TEST_F(Loops, DebugAndShowDispatchesAFailureWithoutAnError) {
   EXPECT_EQ(debug_show_wait_outcome(-1, EINTR), WaitOutcome::kWaitAgain);
 }
 
-TEST_F(Loops, StartUpTablesHoldTheDatabasesThenTheRecordService) {
+TEST_F(Loops, StartUpTablesHoldTheirFunctionsInOrder) {
   EXPECT_EQ(server_init[0], mpls_vpn_mib_vrf_dbase_init);
   EXPECT_EQ(server_init[1], mpls_vpn_mib_if_dbase_init);
   EXPECT_EQ(server_init[2], nullptr);
-  EXPECT_EQ(server_init_evm[0], mpls_vpn_mib_vtab_init);
-  EXPECT_EQ(server_init_evm[1], nullptr);
+  EXPECT_EQ(server_init_evm[0], mpls_vpn_mib_timer_init);
+  EXPECT_EQ(server_init_evm[1], mpls_vpn_mib_vtab_init);
+  EXPECT_EQ(server_init_evm[2], nullptr);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_interface_active.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
@@ -82,17 +83,18 @@ bool clear_handle(IfNode* node, const Joining& joining) MPLS_REQUIRES(mpls_vpn_m
   return delete_node_in_the_way(node);
 }
 
-void consider_vrf_up(const IfNode* node) {
+void consider_vrf_up(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   const VtabIfRecord* record = vtab_get_if_record(node->if_name);
   if (record == nullptr) return;
   mpls_vpn_debug(TRAPS, "mpls vpn mib vrf up trap generate: %s",
                  node->vrf_up_trap_sent != 0 ? "TRUE" : "FALSE");
   if (interface_is_active(record) && node->vrf_up_trap_sent == 0) {
     mpls_vpn_trace(kTraceVmap, kStatusOk, "interface %s is up in VRF %s", node->if_name, node->vrf_name);
+    mpls_vpn_mib_trap_vrf_up(node->vrf_name, node->if_name, node);
   }
 }
 
-void consider_vrf_down(const IfNode* node) {
+void consider_vrf_down(const IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   const VtabIfRecord* record = vtab_get_if_record(node->if_name);
   if (record == nullptr) return;
   mpls_vpn_debug(TRAPS, "mpls vpn mib vrf down trap generate: %s",
@@ -100,6 +102,7 @@ void consider_vrf_down(const IfNode* node) {
   if (interface_is_active(record) && node->vrf_down_trap_sent == 0) {
     mpls_vpn_trace(kTraceVmap, kStatusOk, "interface %s leaves VRF %s while up", node->if_name,
                    node->vrf_name);
+    mpls_vpn_mib_trap_vrf_down(node->vrf_name, node->if_name);
   }
 }
 
@@ -113,8 +116,8 @@ void enter_interface(const Joining& joining) MPLS_REQUIRES(mpls_vpn_mutex) {
   }
   if (by_key != nullptr && !clear_key(by_key, joining)) return;
   if (by_handle != nullptr && !clear_handle(by_handle, joining)) return;
-  const IfNode* node = mpls_vpn_mib_create_if_wavl_node(joining.vrf_name, joining.if_index,
-                                                        joining.if_name.data(), joining.if_handle);
+  IfNode* node = mpls_vpn_mib_create_if_wavl_node(joining.vrf_name, joining.if_index, joining.if_name.data(),
+                                                  joining.if_handle);
   if (node == nullptr) return;
   update_vrf_last_changed(joining.vrf_name);
   consider_vrf_up(node);

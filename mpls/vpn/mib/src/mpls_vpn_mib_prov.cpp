@@ -18,6 +18,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_routes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_walk.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_traps.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vmap.h"
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
@@ -106,6 +107,11 @@ void notify_by(const KvNotification* notification) {
   kvtree_match_notify(notification, &routes);
 }
 
+// The items below this subscription are told apart by their names alone.
+void notify_traps(const KvNotification* notification) {
+  traps_notify(kvtree_notify_info(notification));
+}
+
 struct Subscription {
   const char* path;
   std::uint32_t events;
@@ -121,8 +127,8 @@ constexpr std::uint32_t kSetEvents = kKvEventCreated | kKvEventSet;
 constexpr Subscription kSubscriptions[] = {
     {"/cfg/gl/vmap/", kAllEvents, notify_by<mpls_vpn_mib_vrf_routes>,
      "register_for_notification_on_vrf_changes", "kvtree_bind to the VRF path", nullptr},
-    {"/cfg/gl/snmp/enable/traps/l3vpnmib/", kAllEvents, nullptr, "register_for_notification_on_traps_enable",
-     "kvtree_bind to traps path error", nullptr},
+    {"/cfg/gl/snmp/enable/traps/l3vpnmib/", kAllEvents, notify_traps,
+     "register_for_notification_on_traps_enable", "kvtree_bind to traps path error", nullptr},
     {"/cfg/gl/ip-bgp/", kAllEvents, notify_by<mpls_vpn_mib_bgp_routes>, "register_for_notification_on_bgp",
      "kvtree_bind to BGP path error", "Failed to register notifier on BGP"},
     {"/cfg/gl/rip/ord_B/", kAllEvents, notify_by<mpls_vpn_mib_rip_routes>, "register_for_notification_on_rip",

@@ -97,7 +97,6 @@ TEST_F(Provider, ConfigurationWithoutAHandlerIsDropped) {
   value.type = KvValueType::kText;
   value.text = "customer";
   EXPECT_EQ(kvtree_set("/cfg/gl/vmap/vrf/red/ord_a/vmap/ord_k/vmap/descr", value), kStatusOk);
-  EXPECT_EQ(kvtree_set("/cfg/gl/snmp/enable/traps/l3vpnmib/all", value), kStatusOk);
   ClearPrints();
   Run();
   EXPECT_THAT(Prints(), IsEmpty());

@@ -22,6 +22,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_errmsg.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_timer.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
@@ -31,7 +32,7 @@
 #include "platform/proc/proc.h"
 
 const ServerInit server_init[] = {mpls_vpn_mib_vrf_dbase_init, mpls_vpn_mib_if_dbase_init, nullptr};
-const ServerInitEvm server_init_evm[] = {mpls_vpn_mib_vtab_init, nullptr};
+const ServerInitEvm server_init_evm[] = {mpls_vpn_mib_timer_init, mpls_vpn_mib_vtab_init, nullptr};
 
 namespace {
 

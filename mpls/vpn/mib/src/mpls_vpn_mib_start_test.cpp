@@ -250,6 +250,7 @@ INSTANTIATE_TEST_SUITE_P(
     InOrder, FailedStep,
     testing::Values(FailingStep{"VrfDatabase", "wavl_init", 1, "error in server_init"},
                     FailingStep{"InterfaceDatabase", "wavl_init", 2, "error in server_init"},
+                    FailingStep{"ReissueTimer", "timer_tree_new", 1, "error in server_init_evm"},
                     FailingStep{"RecordService", "vtab_init", 1, "error in server_init_evm"},
                     FailingStep{"Readiness", "proc_ready", 1, "proc_ready"},
                     FailingStep{"Provider", "kvtree_bind", 1, "error in PROV"},

@@ -1,6 +1,6 @@
 // The counts behind a VRF's operational status (mplsL3VpnVrfOperStatus, RFC 4382: up while at least one of
-// its interfaces is active). Nothing is cached: the VRF's row and the decision about its up and down
-// notifications count afresh, the latter without the interface that is the reason for asking.
+// its interfaces is active). Nothing is cached: the VRF's row and the decisions about its up and down
+// notifications count afresh.
 //
 // Membership comes from the interface database and the state of an interface from its record, so the two can
 // differ for the moment in which an interface is known here and not there. Main thread; no locks: when the

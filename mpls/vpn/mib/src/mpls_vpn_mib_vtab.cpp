@@ -14,6 +14,7 @@
 
 #include <cstring>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mutex.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 #include "platform/base/clock.h"
@@ -97,11 +98,16 @@ Status end_vrf_access(VtabVrfRecord* record) {
 }
 
 void handle_if_event(const char* if_name, const char* vrf_name, std::uint32_t first_code,
-                     std::uint32_t second_code) {
+                     std::uint32_t second_code) MPLS_REQUIRES(mpls_vpn_mutex) {
   const IfChange change = mpls_vpn_mib_if_change(first_code, second_code);
   if (change == IfChange::kNone) return;
   mpls_vpn_trace(kTraceVtab, kStatusOk, "interface %s of VRF %s %s", if_name, vrf_name,
                  change == IfChange::kUp ? "came up" : "went down");
+  if (change == IfChange::kUp) {
+    mpls_vpn_mib_trap_vrf_up(vrf_name, if_name, nullptr);
+  } else {
+    mpls_vpn_mib_trap_vrf_down(vrf_name, if_name);
+  }
 }
 
 Status end_if_access(const char* vrf_name, VtabIfRecord* record) {

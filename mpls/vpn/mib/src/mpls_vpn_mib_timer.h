@@ -1,0 +1,21 @@
+// The re-issue timer: while it runs, every VRF above its maximum route threshold raises
+// mplsL3VpnVrfNumVrfRouteMaxThreshExceeded again each interval (RFC 4382, mplsL3VpnVrfConfRteMxThrshTime).
+//
+// Main thread only.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+
+// Makes the timer, stopped. 0, or the errno of the step that failed, with what was made before taken away.
+// Once, at start-up.
+[[nodiscard]] Status mpls_vpn_mib_timer_init(EventManager* evm);
+// Starts, or starts again, with an interval in seconds. REQUIRES: the timer was made.
+void mpls_vpn_mib_timer_start(std::uint32_t seconds);
+void mpls_vpn_mib_timer_stop();
+// Takes the timer away, whatever of it is there.
+void mpls_vpn_mib_timer_deinit();
+// The routine of the asynchronous event that expiry raises.
+void mpls_vpn_mib_timer_wakeup();
