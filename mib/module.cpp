@@ -1,0 +1,55 @@
+// See module.h. The process's function table is asked for at every read: the answer is a constant of the
+// executable, and a module that remembered nothing cannot remember wrongly.
+#include "mib/module.h"
+
+#include <algorithm>
+
+#include "mib/forwardmib.h"
+
+namespace forwardmib {
+namespace {
+
+const router::RouteAccess* access() {
+  return mpls_vpn_mib_route_access(router::kRouteAccessVersion);
+}
+
+}  // namespace
+
+router::RouteAddress mask_of(std::uint8_t prefix_length) {
+  router::RouteAddress mask{};
+  std::fill_n(mask.begin(), prefix_length / 8, static_cast<std::uint8_t>(0xff));
+  if (prefix_length % 8 != 0)
+    mask[prefix_length / 8] = static_cast<std::uint8_t>(0xff00U >> (prefix_length % 8));
+  return mask;
+}
+
+bool prefix_length_of(const router::RouteAddress& mask, std::size_t size, std::uint8_t* prefix_length) {
+  for (std::size_t length = 0; length <= 8 * size; ++length) {
+    if (mask_of(static_cast<std::uint8_t>(length)) == mask) {
+      *prefix_length = static_cast<std::uint8_t>(length);
+      return true;
+    }
+  }
+  return false;
+}
+
+bool find_route(router::RouteTableId table, std::uint32_t kind, const router::RouteKey& key,
+                router::Route* route, std::uint32_t* age) {
+  const router::RouteAccess* routes = access();
+  if (routes == nullptr || (kind != kForwardmibExact && kind != kForwardmibNext)) return false;
+  const bool next = kind == kForwardmibNext;
+  if (next && key == router::RouteKey{}) return routes->find_first(table, route, age);
+  return routes->find(table, next, key, route, age);
+}
+
+std::uint32_t total_active_routes(router::RouteTableId table) {
+  const router::RouteAccess* routes = access();
+  return routes == nullptr ? 0 : routes->count(table);
+}
+
+void* allocate(std::size_t size) {
+  const router::RouteAccess* routes = access();
+  return routes == nullptr ? nullptr : routes->allocate(size);
+}
+
+}  // namespace forwardmib
