@@ -30,7 +30,9 @@
 #include "platform/evm/evm.h"
 #include "platform/ifindex/ifindex.h"
 #include "platform/kvtree/kvtree.h"
+#include "platform/lfx/lfx.h"
 #include "platform/qic/qic.h"
+#include "platform/router/route_access.h"
 #include "platform/router/router.h"
 #include "platform/vmap/vmap.h"
 #include "platform/vtab/vtab.h"
@@ -73,6 +75,8 @@ void attach_services() {
   qic_attach(model);
   ifindex_attach(model);
   bgp_vpn_attach(model);
+  lfx_attach(model);
+  router::route_access_attach(model);
 }
 
 Status start_source(EventManager* manager) {
