@@ -33,6 +33,8 @@ constexpr StatusText kTexts[] = {
     {kStatusConnectionRetry, "Connection is not up yet and will be retried"},
     {kStatusNoCrossConnect, "No cross-connect forwards the route"},
     {kStatusInvalidNode, "Database node is incomplete"},
+    {kStatusChkptKeyNotFound, "No checkpoint record of this key"},
+    {kStatusChkptMapping, "Checkpoint key cannot be looked up"},
 };
 
 constexpr Status kFirstFacilityCode = 4096;

@@ -46,6 +46,10 @@ inline constexpr Status kStatusConnectionRetry =
 inline constexpr Status kStatusNoCrossConnect = 0xa2d38002;  // no label cross-connect forwards the route
 inline constexpr Status kStatusInvalidNode = 0x42698600;     // a database node without its name (or record)
 
+// Checkpoint store.
+inline constexpr Status kStatusChkptKeyNotFound = 0x40a08200;  // the table has no record of this key
+inline constexpr Status kStatusChkptMapping = 0x40a08400;      // the key could not be looked up
+
 // A text for people; never null. The pointer stays valid for the life of the process for codes of the table
 // and until the calling thread's next call for all others. Any thread.
 const char* err_text(Status status);

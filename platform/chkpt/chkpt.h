@@ -31,10 +31,8 @@ struct ChkptTable;
 struct ChkptIterator;
 
 inline constexpr std::size_t kChkptNameMax = 24;
-inline constexpr std::size_t kChkptKeyMax = 256;               // octets
-inline constexpr std::size_t kChkptDataMax = 64U << 10;        // octets
-inline constexpr Status kStatusChkptKeyNotFound = 0x40a08200;  // the table has no record of this key
-inline constexpr Status kStatusChkptMapping = 0x40a08400;      // the key could not be looked up
+inline constexpr std::size_t kChkptKeyMax = 256;         // octets
+inline constexpr std::size_t kChkptDataMax = 64U << 10;  // octets
 
 struct ChkptApplication {
   std::uint32_t number;

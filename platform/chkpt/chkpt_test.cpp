@@ -120,6 +120,7 @@ TEST_F(CheckpointTest, UnknownKeyIsNotFound) {
   std::uint64_t object_id = 9;
   EXPECT_EQ(chkpt_mapkey(table, "key1", 4, &object_id), kStatusChkptKeyNotFound);
   EXPECT_EQ(object_id, 0U);
+  EXPECT_STREQ(err_text(kStatusChkptKeyNotFound), "No checkpoint record of this key");
 }
 
 TEST_F(CheckpointTest, WhatCannotBeAKeyIsAMappingErrorAndCannotBeCreated) {
