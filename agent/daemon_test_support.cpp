@@ -8,12 +8,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 #include "platform/base/directories.h"
 #include "platform/evm/evm.h"
+#include "platform/kvtree/client.h"
 #include "platform/kvtree/kvtree.h"
 
 namespace agent_test {
@@ -21,6 +23,7 @@ namespace {
 
 constexpr const char* kManager = "/dev/mpls/vpn/main";
 std::uint32_t row_count = 0;
+KvConnection* provider_connection = nullptr;
 
 Status encode(const ParcelDescription& description, const void* record, KvReply* reply) {
   reply->kind = kKvKindRecord;
@@ -65,14 +68,47 @@ Status match(const KvRequest* request, KvReply* reply) {
 }
 
 bool register_provider(EventManager* manager) {
-  KvConnection* connection = nullptr;
   KvProviderFunctions functions{};
   if (kvtree_init_prov_functions(&functions) != kStatusOk) return false;
   functions.get = match;
   functions.walk_rules = &kWalkRule;
   functions.walk_rule_count = 1;
-  return kvtree_bind(&connection, "/oper/mpls_vpn/gl/", kKvBindProvider) == kStatusOk &&
-         kvtree_register_prov2(connection, "", manager, &functions, 0, 1) == kStatusOk;
+  return kvtree_bind(&provider_connection, "/oper/mpls_vpn/gl/", kKvBindProvider) == kStatusOk &&
+         kvtree_register_prov2(provider_connection, "", manager, &functions, 0, 1) == kStatusOk;
+}
+
+// "trap TYPE VRF IFINDEX COUNT": so many traps, with current routes counting from 1 to tell them apart.
+Status raise_traps(const KvActionContext&, const std::vector<std::string>& words, std::string*, void*) {
+  std::string vrf = words.at(2);
+  mpls_vpn_mib_trap trap{};
+  trap.trapType = static_cast<std::uint32_t>(std::stoul(words.at(1)));
+  trap.vrfName = vrf.data();
+  trap.ifConfIndex = std::stoi(words.at(3));
+  trap.vrfOperStatus = 1;
+  trap.ifConfRowStatus = 1;
+  for (std::uint32_t i = 1; i <= std::stoul(words.at(4)); ++i) {
+    trap.currNumRoutes = i;
+    KvReply reply{};
+    if (const Status status = encode(kMibTrapParcel, &trap, &reply)) return status;
+    const KvProviderNotification notification{"trap_msg", 2, kKvKindRecord, {}, reply.data, reply.length};
+    const Status status = kvtree_prov_notify(provider_connection, &notification);
+    std::free(reply.data);
+    if (status != kStatusOk) return status;
+  }
+  return kStatusOk;
+}
+
+// A notification that is no trap record.
+Status raise_nonsense(const KvActionContext&, const std::vector<std::string>&, std::string*, void*) {
+  const std::uint8_t data[] = {1, 2, 3};
+  const KvProviderNotification notification{"trap_msg", 2, kKvKindRecord, {}, data, sizeof data};
+  return kvtree_prov_notify(provider_connection, &notification);
+}
+
+bool retain_traps() {
+  return kvtree_retain_notifications("/oper/mpls_vpn/gl/", "snmp", kTrapLimit) == kStatusOk &&
+         kvtree_register_action("trap", raise_traps, nullptr) == kStatusOk &&
+         kvtree_register_action("nonsense", raise_nonsense, nullptr) == kStatusOk;
 }
 
 // The child: never returns. Writes one octet to `ready` when it serves.
@@ -80,7 +116,7 @@ bool register_provider(EventManager* manager) {
   setenv("MPLS_VPN_MIB_RUN_DIR", directory.c_str(), 1);
   EventManager* const manager = event_manager_create(kManager, 0);
   if (manager == nullptr || kvtree_serve(manager) != kStatusOk) _exit(1);
-  if (provider && !register_provider(manager)) _exit(2);
+  if (provider && (!register_provider(manager) || !retain_traps())) _exit(2);
   if (write(ready, "r", 1) != 1) _exit(3);
   while (true) event_run_pending(manager, 1'000'000'000);
 }
@@ -110,6 +146,21 @@ void DaemonProcess::Start(std::uint32_t rows, bool provider) {
   char octet = 0;
   EXPECT_EQ(read(ready[0], &octet, 1), 1) << "the data store did not start";
   close(ready[0]);
+}
+
+void DaemonProcess::RaiseTraps(std::uint32_t type, const std::string& vrf, std::uint32_t index,
+                               std::uint32_t count) {
+  Do({"trap", std::to_string(type), vrf, std::to_string(index), std::to_string(count)});
+}
+
+void DaemonProcess::RaiseNonsense() {
+  Do({"nonsense"});
+}
+
+void DaemonProcess::Do(const std::vector<std::string>& words) {
+  kvtree::Client client(socket_, std::chrono::milliseconds(5000));
+  ASSERT_EQ(client.connect(), kStatusOk);
+  EXPECT_EQ(client.action(words).status, kStatusOk);
 }
 
 void DaemonProcess::Kill() {

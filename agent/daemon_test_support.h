@@ -7,8 +7,11 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace agent_test {
+
+inline constexpr std::uint32_t kTrapLimit = 200;  // traps kept for a sub-agent that is away
 
 class DaemonProcess {
  public:
@@ -22,9 +25,14 @@ class DaemonProcess {
   void Kill();
   void Hang();  // stops it without ending it
   void GoOn();
+  // So many traps of this type, whose numbers of current routes count from 1.
+  void RaiseTraps(std::uint32_t type, const std::string& vrf, std::uint32_t index, std::uint32_t count = 1);
+  void RaiseNonsense();  // a notification that is no trap
   const std::string& socket() const { return socket_; }
 
  private:
+  void Do(const std::vector<std::string>& words);
+
   std::string directory_;
   std::string socket_;
   pid_t pid_ = -1;

@@ -39,10 +39,13 @@ SubAgent::SubAgent(const SubAgentOptions& options)
       daemon_(options.daemon_socket, options.daemon_limits),
       mib_(tables::l3vpn_tables(), daemon_, options.row_age_ns),
       responder_(mib_),
-      session_(session_options(options),
-               [this](const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer) {
-                 answer(request, payload, writer);
-               }) {}
+      session_(
+          session_options(options),
+          [this](const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer) {
+            answer(request, payload, writer);
+          },
+          [this](std::uint32_t packet, std::uint16_t error) { traps_.take_answer(packet, error); }),
+      traps_(options.daemon_socket, options.daemon_limits, session_) {}
 
 void SubAgent::answer(const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer) {
   daemon_.begin_request();
@@ -60,11 +63,12 @@ void SubAgent::step() {
   }
   daemon_.step();
   session_.step();
+  traps_.step();
 }
 
 int SubAgent::wait_ms(int max_wait_ms) const {
   const std::uint64_t now = clock_monotonic();
-  const std::uint64_t due = std::min(daemon_.deadline(), session_.deadline());
+  const std::uint64_t due = std::min({daemon_.deadline(), session_.deadline(), traps_.deadline()});
   const std::uint64_t ns = due > now ? due - now : 0;
   constexpr std::uint64_t kLongest = 60'000;
   const std::uint64_t ms =
@@ -75,14 +79,16 @@ int SubAgent::wait_ms(int max_wait_ms) const {
 
 bool SubAgent::run_once(int wake_fd, int max_wait_ms) {
   step();
-  std::array<pollfd, 3> watched = {pollfd{session_.fd(), session_.events(), 0},
-                                   pollfd{daemon_.fd(), POLLIN, 0}, pollfd{wake_fd, POLLIN, 0}};
+  std::array<pollfd, 4> watched = {pollfd{session_.fd(), session_.events(), 0},
+                                   pollfd{daemon_.fd(), POLLIN, 0}, pollfd{wake_fd, POLLIN, 0},
+                                   pollfd{traps_.fd(), POLLIN, 0}};
   if (poll(watched.data(), watched.size(), wait_ms(max_wait_ms)) < 0) {
     if (errno != EINTR) log_line("poll: %s", std::strerror(errno));
     return false;
   }
   // The daemon first: a request that comes at the same time must not be sent into a closed connection.
   if (watched[1].revents != 0) daemon_.handle_readable();
+  if (watched[3].revents != 0) traps_.handle_readable();
   if (watched[0].revents != 0) session_.handle(watched[0].revents);
   step();
   return watched[2].revents != 0;

@@ -1,5 +1,5 @@
-// The sub-agent as a whole: session, responder, tables and the connection to the daemon, and the poll loop
-// that drives them. One thread.
+// The sub-agent as a whole: session, responder, tables, traps and the connections to the daemon, and the poll
+// loop that drives them. One thread.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,7 @@
 #include "agent/daemon_source.h"
 #include "agent/responder.h"
 #include "agent/tables/mib.h"
+#include "agent/trap_feed.h"
 #include "platform/base/clock.h"
 
 namespace agent {
@@ -44,6 +45,7 @@ class SubAgent {
   tables::Mib mib_;
   Responder responder_;
   agentx::Session session_;
+  TrapFeed traps_;
 };
 
 }  // namespace agent

@@ -170,6 +170,8 @@ class Writer {
 
   std::size_t position() const { return output_->size(); }
   void truncate(std::size_t position) { output_->resize(position); }
+  // Octets that another writer made, as they are.
+  void raw(Bytes written) { output_->insert(output_->end(), written.begin(), written.end()); }
   // Overwrites two octets written before.
   void patch16(std::size_t position, std::uint16_t value);
   Bytes written(std::size_t from) const { return Bytes(*output_).subspan(from); }
@@ -186,6 +188,8 @@ void write_open(Writer* writer, std::uint32_t packet, oid::View id, std::string_
 void write_close(Writer* writer, std::uint32_t session, std::uint32_t packet, CloseReason reason);
 void write_register(Writer* writer, std::uint32_t session, std::uint32_t packet, oid::View subtree);
 void write_unregister(Writer* writer, std::uint32_t session, std::uint32_t packet, oid::View subtree);
+// A Notify; its variables follow before end(), snmpTrapOID.0 first (section 6.2.10).
+void begin_notify(Writer* writer, std::uint32_t session, std::uint32_t packet);
 void write_ping(Writer* writer, std::uint32_t session, std::uint32_t packet);
 // The Response's header and its first eight octets; variables may follow before end().
 void begin_response(Writer* writer, const Header& request, Error error, std::uint16_t index);

@@ -158,6 +158,10 @@ void write_ping(Writer* writer, std::uint32_t session, std::uint32_t packet) {
   writer->end();
 }
 
+void begin_notify(Writer* writer, std::uint32_t session, std::uint32_t packet) {
+  writer->begin(own_header(PduType::kNotify, session, packet));
+}
+
 void begin_response(Writer* writer, const Header& request, Error error, std::uint16_t index) {
   Header header = request;
   header.type = PduType::kResponse;

@@ -5,9 +5,10 @@
 // is kept from one connection to the next but the right to register. The loss and the return are said once
 // each.
 //
-// At most one request of our own is under way (awaited_packet_). Octets of the master are bounded before they
-// are kept: a header that promises more than kMaxPayload ends the connection, and while the master does not
-// take our answers (kMaxOutput) its requests are not read.
+// At most one request of our own is under way (awaited_packet_), and beside it a bounded number of
+// notifications, which the master answers in their order. Octets of the master are bounded before they are
+// kept: a header that promises more than kMaxPayload ends the connection, and while the master does not take
+// our answers (kMaxOutput) its requests are not read.
 #include "agent/agentx/session.h"
 
 #include <fcntl.h>
@@ -35,8 +36,8 @@ bool would_block(int error) {
 
 }  // namespace
 
-Session::Session(SessionOptions options, Handler handler)
-    : options_(std::move(options)), handler_(std::move(handler)) {}
+Session::Session(SessionOptions options, Handler handler, NotifyHandler on_notified)
+    : options_(std::move(options)), handler_(std::move(handler)), on_notified_(std::move(on_notified)) {}
 
 Session::~Session() {
   if (fd_ >= 0) close(fd_);
@@ -53,17 +54,16 @@ short Session::events() const {
 
 std::uint64_t Session::deadline() const {
   if (fd_ < 0) return retry_at_;
-  return awaited_packet_ != 0 ? awaited_until_ : heard_at_ + options_.ping_ns;
+  const std::uint64_t due = awaited_packet_ != 0 ? awaited_until_ : heard_at_ + options_.ping_ns;
+  return notifies_.empty() ? due : std::min(due, notified_until_);
 }
 
 void Session::step() {
   const std::uint64_t now = clock_monotonic();
   if (fd_ < 0 && now >= retry_at_) connect();
   if (fd_ < 0) return;
-  if (awaited_packet_ != 0) {
-    if (now >= awaited_until_) lose("no reply");
-    return;
-  }
+  if (is_overdue(now)) lose("no reply");
+  if (fd_ < 0 || awaited_packet_ != 0) return;
   if (state_ == State::kOpen && may_register_) {
     send_register();
   } else if (now >= heard_at_ + options_.ping_ns) {
@@ -72,6 +72,24 @@ void Session::step() {
     expect_reply();
     flush();
   }
+}
+
+bool Session::is_overdue(std::uint64_t now) const {
+  return (awaited_packet_ != 0 && now >= awaited_until_) || (!notifies_.empty() && now >= notified_until_);
+}
+
+std::uint32_t Session::notify(const std::function<void(Writer*)>& write) {
+  if (!registered() || notifies_.size() >= kMaxNotifies || output_.size() >= kMaxOutput) return 0;
+  const std::uint32_t packet = next_packet_++;
+  if (next_packet_ == 0) next_packet_ = 1;
+  Writer writer(&output_);
+  begin_notify(&writer, session_, packet);
+  write(&writer);
+  writer.end();
+  if (notifies_.empty()) notified_until_ = clock_monotonic() + options_.reply_ns;
+  notifies_.push_back(packet);
+  flush();
+  return packet;
 }
 
 void Session::connect() {
@@ -178,7 +196,27 @@ void Session::take_pdu(const Header& header, Bytes payload) {
   }
 }
 
+void Session::take_notified(const Header& header, Bytes payload) {
+  Reader reader(payload, (header.flags & kFlagNetworkByteOrder) != 0);
+  Response response;
+  if (!reader.response(&response)) {
+    lose("its reply is malformed");
+    return;
+  }
+  if (response.error == static_cast<std::uint16_t>(Error::kNotOpen)) {
+    lose("it does not know the session");
+    return;
+  }
+  std::erase(notifies_, header.packet);
+  notified_until_ = clock_monotonic() + options_.reply_ns;
+  if (on_notified_) on_notified_(header.packet, response.error);
+}
+
 void Session::take_response(const Header& header, Bytes payload) {
+  if (std::find(notifies_.begin(), notifies_.end(), header.packet) != notifies_.end()) {
+    take_notified(header, payload);
+    return;
+  }
   if (header.packet != awaited_packet_ || awaited_packet_ == 0) return;  // a reply to nothing that was asked
   Reader reader(payload, (header.flags & kFlagNetworkByteOrder) != 0);
   Response response;
@@ -229,6 +267,8 @@ void Session::lose(const std::string& why) {
   state_ = State::kClosed;
   session_ = 0;
   awaited_packet_ = 0;
+  notifies_.clear();
+  ++losses_;
   received_ = 0;
   output_.clear();
   sent_ = 0;

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -39,7 +40,10 @@ class Session {
   // Called for each PDU that asks for something; appends the response, if the PDU has one.
   using Handler = std::function<void(const Header&, Bytes payload, Writer*)>;
 
-  Session(SessionOptions options, Handler handler);
+  // Called when the master has answered a Notify, with its packet number and the error.
+  using NotifyHandler = std::function<void(std::uint32_t packet, std::uint16_t error)>;
+
+  Session(SessionOptions options, Handler handler, NotifyHandler on_notified = nullptr);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
@@ -47,6 +51,13 @@ class Session {
   // From now on the subtree is registered, at once and after every re-opening. Until then the session is only
   // open.
   void allow_registration();
+  // Sends a Notify with the variables that `write` appends; its packet number, or 0 and nothing is sent when
+  // the subtree is not registered or kMaxNotifies of them are not answered yet.
+  std::uint32_t notify(const std::function<void(Writer*)>& write);
+  static constexpr std::size_t kMaxNotifies = 16;
+  // How often a session was lost: what was not answered before it counted up never will be.
+  std::uint32_t losses() const { return losses_; }
+
   bool registered() const { return state_ == State::kRegistered; }
   bool connected() const { return fd_ >= 0; }
 
@@ -71,12 +82,15 @@ class Session {
   void take_pdu(const Header& header, Bytes payload);
   void take_response(const Header& header, Bytes payload);
   void take_reply(std::uint16_t error);
+  void take_notified(const Header& header, Bytes payload);
+  bool is_overdue(std::uint64_t now) const;
   void flush();
   void expect_reply();
   void lose(const std::string& why);
 
   SessionOptions options_;
   Handler handler_;
+  NotifyHandler on_notified_;
   State state_ = State::kClosed;
   int fd_ = -1;
   bool may_register_ = false;
@@ -85,6 +99,9 @@ class Session {
   std::uint32_t next_packet_ = 1;
   std::uint32_t awaited_packet_ = 0;  // 0: no reply is awaited
   std::uint64_t awaited_until_ = 0;
+  std::deque<std::uint32_t> notifies_;  // packets not answered yet, in the order sent
+  std::uint64_t notified_until_ = 0;    // when the oldest of them is overdue
+  std::uint32_t losses_ = 0;
   std::uint64_t retry_at_ = 0;
   std::uint64_t heard_at_ = 0;
   std::vector<std::uint8_t> input_;  // of which the first received_ octets came from the master

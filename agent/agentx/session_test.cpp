@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -101,7 +102,11 @@ class Master {
 
 class SessionTest : public testing::Test {
  protected:
-  SessionTest() : clock_(1000 * kNanosecondsPerSecond), session_(Options(), Handler()) {}
+  SessionTest()
+      : clock_(1000 * kNanosecondsPerSecond),
+        session_(Options(), Handler(), [this](std::uint32_t packet, std::uint16_t error) {
+          notified_.emplace_back(packet, error);
+        }) {}
 
   SessionOptions Options() {
     SessionOptions options;
@@ -173,6 +178,7 @@ class SessionTest : public testing::Test {
   int requests_ = 0;
   std::size_t last_payload_ = 0;
   std::size_t answer_words_ = 0;
+  std::vector<std::pair<std::uint32_t, std::uint16_t>> notified_;
   Session session_;
 };
 
@@ -433,6 +439,51 @@ TEST(ConnectUnix, PathTooLongForASocketAddressIsAnError) {
   EXPECT_EQ(errno, ENAMETOOLONG);
   EXPECT_EQ(connect_unix("/nonexistent/socket"), -1);
   EXPECT_EQ(errno, ENOENT);
+}
+
+// --- Notifications
+
+TEST_F(SessionTest, NotifyIsSentOnlyWhileRegistered) {
+  Open();
+  EXPECT_EQ(session_.notify([](Writer*) { ADD_FAILURE(); }), 0U);
+  EXPECT_EQ(master_.Next().header.type, PduType{0});
+}
+
+TEST_F(SessionTest, NotifyCarriesItsVariablesAndTheAnswerIsTold) {
+  Register();
+  const std::uint32_t packet = session_.notify([](Writer* writer) { writer->number32(5); });
+  const Pdu notify = master_.Next();
+  ASSERT_EQ(notify.header.type, PduType::kNotify);
+  EXPECT_EQ(notify.header.session, 77U);
+  EXPECT_EQ(notify.header.packet, packet);
+  EXPECT_EQ(notify.payload, (std::vector<std::uint8_t>{0, 0, 0, 5}));
+  EXPECT_TRUE(notified_.empty());
+  master_.Reply(notify.header, Error::kProcessingError, 77);
+  Pump();
+  EXPECT_EQ(notified_, (std::vector<std::pair<std::uint32_t, std::uint16_t>>{{packet, 268}}));
+}
+
+TEST_F(SessionTest, NotifiesUnderWayAreBoundedAndForgottenWithTheSession) {
+  Register();
+  for (std::size_t i = 0; i < Session::kMaxNotifies; ++i) EXPECT_NE(session_.notify([](Writer*) {}), 0U);
+  EXPECT_EQ(session_.notify([](Writer*) {}), 0U);
+  const std::uint32_t losses = session_.losses();
+  master_.HangUp();
+  Pump();
+  EXPECT_EQ(session_.losses(), losses + 1);
+  ExpectReturn();
+  EXPECT_NE(session_.notify([](Writer*) {}), 0U);
+}
+
+TEST_F(SessionTest, MasterThatDoesNotAnswerANotifyIsGivenUp) {
+  Register();
+  EXPECT_NE(session_.notify([](Writer*) {}), 0U);
+  clock_.advance(29 * kNanosecondsPerSecond);
+  Pump();
+  EXPECT_TRUE(session_.registered());
+  clock_.advance(kNanosecondsPerSecond);
+  session_.step();
+  EXPECT_FALSE(session_.registered());
 }
 
 }  // namespace
