@@ -25,12 +25,14 @@ constexpr char kFooter[] =
     "  mplsvpn get interface-next/red/0\n"
     "  mplsvpn debug prov on --watch\n"
     "  mplsvpn trace error --last 20\n"
+    "  mplsvpn config set traps all\n"
+    "  mplsvpn watch --count 1 --timeout 30\n"
     "  mplsvpn router down ge0\n"
     "\n"
     "Exit status: 0 done, 1 the request failed, 2 wrong words, 3 the daemon is not there.\n"
     "With --json an answer is one object on one line; a list is one array, which stays open when the list "
     "was cut\n"
-    "short; watched prints are one object a line.\n"
+    "short; watched prints and traps are one object a line.\n"
     "\n"
     "Environment: MPLS_VPN_MIB_RUN_DIR, the daemon's run directory (default /run/mpls_vpn_mib).";
 
@@ -56,6 +58,20 @@ constexpr char kRouterFooter[] =
     "  mplsvpn router add-interface ge7 index 51 vrf red address 10.51.0.1/24\n"
     "  mplsvpn router reload";
 
+constexpr char kConfigFooter[] =
+    "Items of traps: vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc, ilg-lbl-exc, max-thresh-clr, all "
+    "(every\n"
+    "one of them), and notif-reissue-time with the seconds after which max-thresh-exc is sent again. A trap "
+    "is\n"
+    "sent while its item or \"all\" is set. Changing is for root and the administrators' group; what is set\n"
+    "outlives the daemon.\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn config show traps\n"
+    "  mplsvpn config set traps vrf-up\n"
+    "  mplsvpn config set traps notif-reissue-time 60\n"
+    "  mplsvpn config delete traps all";
+
 constexpr unsigned kLongestTimeout = 600'000;  // ms
 
 struct Options {
@@ -67,6 +83,8 @@ struct Options {
   std::string path;
   DebugRequest debug;
   TraceRequest trace;
+  WatchRequest watch;
+  ConfigRequest config;
   std::vector<std::string> router_words;
   std::function<void(const Session&)> command;
 };
@@ -131,6 +149,46 @@ void add_trace(CLI::App& app, Options* options) {
   });
 }
 
+void add_watch(CLI::App& app, Options* options) {
+  CLI::App* command = app.add_subcommand("watch", "Shows the daemon's traps as they come, until Ctrl-C");
+  // Its time-out is the watching's, not that of an answer.
+  command->add_option("--count", options->watch.most_traps, "Ends after N traps")->type_name("N");
+  command
+      ->add_option("--timeout", options->watch.seconds,
+                   "Ends after S seconds; a failure when fewer than --count came")
+      ->type_name("S")
+      ->check(CLI::PositiveNumber);
+  command->footer("Examples:\n  mplsvpn watch\n  mplsvpn --json watch --count 1 --timeout 30");
+  command->callback([options] {
+    options->command = [options](const Session& session) { watch(session, options->watch); };
+  });
+}
+
+void add_config_verb(CLI::App& config_app, Options* options, ConfigVerb verb, const char* name,
+                     const char* description) {
+  CLI::App* command = config_app.add_subcommand(name, description);
+  ConfigRequest& request = options->config;
+  command->add_option("SUBJECT", request.subject, "traps")->required();
+  CLI::Option* item = command->add_option("ITEM", request.item, "One of the items below");
+  if (verb != ConfigVerb::kShow) item->required();
+  if (verb == ConfigVerb::kSet) command->add_option("VALUE", request.value, "Seconds, of notif-reissue-time");
+  command->footer(kConfigFooter);
+  command->callback([options, verb] {
+    options->config.verb = verb;
+    options->command = [options](const Session& session) { config(session, options->config); };
+  });
+}
+
+void add_config(CLI::App& app, Options* options) {
+  CLI::App* command =
+      app.add_subcommand("config", "Shows and changes the daemon's configuration: its trap switches");
+  command->require_subcommand(1);
+  command->footer(kConfigFooter);
+  add_config_verb(*command, options, ConfigVerb::kShow, "show", "What is set");
+  add_config_verb(*command, options, ConfigVerb::kSet, "set", "Switches a trap on, or sets a time");
+  add_config_verb(*command, options, ConfigVerb::kDelete, "delete", "Switches a trap off, or forgets a time");
+}
+
 void add_router(CLI::App& app, Options* options) {
   CLI::App* command = app.add_subcommand("router", "Shows and changes a router that comes from a file");
   // The words are not ours: they may look like options, and none of them goes back to the general ones.
@@ -152,6 +210,8 @@ void describe(CLI::App& app, Options* options) {
   add_get(app, options);
   add_debug(app, options);
   add_trace(app, options);
+  add_watch(app, options);
+  add_config(app, options);
   add_router(app, options);
 }
 

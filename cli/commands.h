@@ -38,4 +38,23 @@ void trace(const Session& session, const TraceRequest& request);
 // The action "router" of a daemon whose router comes from a file.
 void router(const Session& session, const std::vector<std::string>& words);
 
+struct WatchRequest {
+  std::uint64_t most_traps = 0;  // ends the watching; 0: no bound
+  double seconds = 0;            // ends the watching; 0: no bound
+};
+// Prints the daemon's traps as they come. Failure(kExitFailed) when the time is over before most_traps have
+// come.
+void watch(const Session& session, const WatchRequest& request);
+
+enum class ConfigVerb { kShow, kSet, kDelete };
+
+struct ConfigRequest {
+  ConfigVerb verb = ConfigVerb::kShow;
+  std::string subject = "traps";
+  std::string item;   // of a show: only this one when not empty
+  std::string value;  // of a set
+};
+// Failure(kExitUsage) for an item that there is not, and for a value that it does not take.
+void config(const Session& session, const ConfigRequest& request);
+
 }  // namespace cli

@@ -1,0 +1,48 @@
+// mplsvpn against a data store that this process serves: the command on a thread of its own.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cli/command_line_test_fixture.h"
+#include "platform/base/clock.h"
+#include "platform/base/fault.h"
+#include "platform/evm/evm.h"
+#include "platform/kvtree/kvtree.h"
+
+namespace cli {
+
+class ServedCommandLine : public CommandLine {
+ protected:
+  void SetUp() override {
+    manager_ = event_manager_create("/dev/mpls/vpn/main", 0);
+    ASSERT_NE(manager_, nullptr);
+    ASSERT_EQ(kvtree_bind(&provider_, "/oper/mpls_vpn/gl/", kKvBindProvider), kStatusOk);
+    ASSERT_EQ(kvtree_serve(manager_), kStatusOk);
+  }
+  void TearDown() override {
+    fault_disarm_all();
+    kvtree_stop_serving(manager_);
+    kvtree_reset();
+    event_manager_destroy(manager_);
+  }
+
+  int Ask(const std::vector<std::string>& words) {
+    std::atomic<bool> done = false;
+    int exit_status = -1;
+    std::thread command([&] {
+      exit_status = Run(words);
+      done = true;
+      event_post(manager_, [] {});
+    });
+    while (!done) event_run_pending(manager_, 5 * kNanosecondsPerSecond);
+    command.join();
+    return exit_status;
+  }
+  EventManager* manager_ = nullptr;
+  KvConnection* provider_ = nullptr;
+};
+
+}  // namespace cli
