@@ -10,7 +10,8 @@
 //   6. the configuration that clients set in earlier lives, so that it is replayed to whoever registers for
 //   it;
 //   7. the queue in which traps wait for the SNMP sub-agent;
-//   8. when the daemon makes its main event manager: the data store's server and the source's live part start
+//   8. from here nothing leaves for a client before the checkpoint is on disk;
+//   9. when the daemon makes its main event manager: the data store's server and the source's live part start
 //   on it.
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
@@ -27,6 +28,7 @@
 #include "platform/base/fault.h"
 #include "platform/base/log.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
+#include "platform/chkpt/chkpt.h"
 #include "platform/evm/evm.h"
 #include "platform/ifindex/ifindex.h"
 #include "platform/kvtree/kvtree.h"
@@ -36,6 +38,7 @@
 #include "platform/router/router.h"
 #include "platform/vmap/vmap.h"
 #include "platform/vtab/vtab.h"
+#include "platform/wire/wire.h"
 #include "sources/file/file_source.h"
 #include "sources/kernel/kernel_source.h"
 
@@ -136,6 +139,9 @@ int start_host() {
   }
   attach_services();
   if (!prepare_store()) return 1;
+  // Nobody is told of a time that a crash could take back. The store logs what it could not commit, and goes
+  // on.
+  wire::set_output_barrier([] { (void)chkpt_flush(); });
   event_manager_on_create(start_on_main_manager);
   log_line("mpls_vpn_mib: %zu VRFs and %zu interfaces loaded from %s", host().model.vrf_count(),
            host().model.interface_count(), host().file ? settings.router_file.c_str() : "the kernel");

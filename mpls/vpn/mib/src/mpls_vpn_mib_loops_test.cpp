@@ -1,6 +1,7 @@
 // One turn of each event loop.
 #include <cerrno>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_timer.h"
 #include "mpls/vpn/mib/src/mpls_vpn_test_fixture.h"
@@ -99,9 +100,10 @@ TEST_F(Loops, StartUpTablesHoldTheirFunctionsInOrder) {
   EXPECT_EQ(server_init[0], mpls_vpn_mib_vrf_dbase_init);
   EXPECT_EQ(server_init[1], mpls_vpn_mib_if_dbase_init);
   EXPECT_EQ(server_init[2], nullptr);
-  EXPECT_EQ(server_init_evm[0], mpls_vpn_mib_timer_init);
-  EXPECT_EQ(server_init_evm[1], mpls_vpn_mib_vtab_init);
-  EXPECT_EQ(server_init_evm[2], nullptr);
+  EXPECT_EQ(server_init_evm[0], mpls_vpn_mib_chkpt_init);
+  EXPECT_EQ(server_init_evm[1], mpls_vpn_mib_timer_init);
+  EXPECT_EQ(server_init_evm[2], mpls_vpn_mib_vtab_init);
+  EXPECT_EQ(server_init_evm[3], nullptr);
 }
 
 }  // namespace

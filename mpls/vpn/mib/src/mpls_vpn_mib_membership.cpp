@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_interface_active.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
@@ -25,6 +26,7 @@
 #include "platform/base/clock.h"
 #include "platform/base/memory.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
+#include "platform/kvtree/kvtree.h"
 
 namespace {
 
@@ -106,6 +108,17 @@ void consider_vrf_down(const IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   }
 }
 
+// What is announced while the daemon starts again has its times in the checkpoint, from where they are
+// restored.
+void checkpoint_created_vrf(std::uint32_t vrf_id, const VtabVrfRecord* record) {
+  if (backend_scan_in_progress != 0 && mpls_vpn_mib_chkpt_first_run() == 0) return;
+  if (vrf_id == 0) return;
+  const Status rc = mpls_vpn_mib_chkpt_vrf_save(vrf_id, record);
+  if (rc != kStatusOk) {
+    mpls_vpn_report_failure(ERR, rc, "Could not checkpoint VRF %s ", record->vrf_name);
+  }
+}
+
 void enter_interface(const Joining& joining) MPLS_REQUIRES(mpls_vpn_mutex) {
   IfNode* by_key =
       joining.if_index == 0 ? nullptr : mpls_vpn_mib_get_if(true, joining.vrf_name, joining.if_index);
@@ -177,6 +190,7 @@ void mpls_vpn_mib_vrf_created(const char* vrf_name, std::uint32_t vrf_id, std::u
   if (mpls_vpn_mib_create_vrf_wavl_node(vrf_name, record) == nullptr) {
     mpls_vpn_report_failure(VMAP, kStatusInvalid, "Could not insert into VRF database");
   }
+  checkpoint_created_vrf(vrf_id, record);
 }
 
 void mpls_vpn_mib_vrf_deleted(const char* vrf_name, std::uint32_t vrf_id) {

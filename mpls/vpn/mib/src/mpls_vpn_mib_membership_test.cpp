@@ -420,6 +420,14 @@ TEST_F(VrfLife, CreationOfAVrfThatTheRecordServiceDoesNotHoldMakesItsRecord) {
   EXPECT_EQ(node->vrf_rec->vrf_id, 0U);
 }
 
+TEST_F(VrfLife, CreationWithIdZeroSavesNoRecord) {
+  fault_arm("chkpt_create", kStatusIo, 100);
+  VrfCreated("green", 0, 0);
+  EXPECT_NE(mpls_vpn_mib_get_vrf_node(true, "green"), nullptr);
+  EXPECT_EQ(fault_reached("chkpt_create"), 0U);
+  EXPECT_EQ(AttributesOf("green")->chkpt_objid, 0U);
+}
+
 TEST_F(VrfLife, CreationWithoutARecordMakesNoNode) {
   const ScopedFault fault("vtab_create_vrf_record", kStatusIo);
   VrfCreated("green", 5, 0);
@@ -473,6 +481,7 @@ TEST_F(VrfLife, DeletedAndCreatedAgainBeforeAnythingIsDeliveredHasTheNewRecord) 
 TEST_F(VrfRouteDistinguisher, IsFetchedWhenMissingAndTouchesTheVrf) {
   AddVrf("red", 0, "65000:100");
   PassSeconds(3);
+  mpls_vpn_debug_flags[CHKPT].enabled.store(0);
   mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
   EXPECT_STREQ(AttributesOf("red")->rd, "65000:100");
   EXPECT_EQ(LastChanged("red"), kStartSeconds + 3);

@@ -20,6 +20,7 @@
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/mpls_vpn_errmsg.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_timer.h"
@@ -32,7 +33,8 @@
 #include "platform/proc/proc.h"
 
 const ServerInit server_init[] = {mpls_vpn_mib_vrf_dbase_init, mpls_vpn_mib_if_dbase_init, nullptr};
-const ServerInitEvm server_init_evm[] = {mpls_vpn_mib_timer_init, mpls_vpn_mib_vtab_init, nullptr};
+const ServerInitEvm server_init_evm[] = {mpls_vpn_mib_chkpt_init, mpls_vpn_mib_timer_init,
+                                         mpls_vpn_mib_vtab_init, nullptr};
 
 namespace {
 
@@ -167,10 +169,22 @@ int register_provider() {
   return check_step("error in PROV", mpls_vpn_mib_prov_init(main_evm));
 }
 
+// The only step whose own code is the exit status.
+int restore_checkpoint() {
+  if (mpls_vpn_mib_chkpt_first_run() != 0) return 0;
+  const Status rc = mpls_vpn_mib_chkpt_restore();
+  if (rc != kStatusOk) {
+    mpls_vpn_error("main", "mpls_vpn_mib_chkpt_restore", rc);
+    return static_cast<int>(rc);
+  }
+  mpls_vpn_mib_chkpt_save_missing();
+  return 0;
+}
+
 using StartStep = int (*)();
 constexpr StartStep kStartSteps[] = {
     create_event_managers, open_trace_buffers,  start_debug_show, register_debug_flags, follow_asn_format,
-    run_server_init,       run_server_init_evm, signal_readiness, register_provider,
+    run_server_init,       run_server_init_evm, signal_readiness, register_provider,    restore_checkpoint,
 };
 
 // --- Loops

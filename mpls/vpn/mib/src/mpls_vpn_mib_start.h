@@ -4,8 +4,9 @@
 #include "platform/base/status.h"
 #include "platform/evm/evm.h"
 
-// Starts the daemon and serves events for ever. Returns only when start-up failed, with the exit status: 1.
-// Must be called on the process's first thread, once. argv[0] must live on (the system log's identity).
+// Starts the daemon and serves events for ever. Returns only when start-up failed, with the exit status: 1,
+// or the status of a failed restore of the checkpoint. Must be called on the process's first thread, once.
+// argv[0] must live on (the system log's identity).
 int mpls_vpn_mib_main(int argc, char** argv);
 
 // The main thread's loop. Never returns.

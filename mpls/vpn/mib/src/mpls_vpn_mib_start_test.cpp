@@ -19,11 +19,13 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/base/directories.h"
 #include "platform/base/fault.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
+#include "platform/chkpt/chkpt.h"
 #include "platform/evm/test_run_directory.h"
 #include "platform/ifindex/ifindex.h"
 #include "platform/kvtree/client.h"
@@ -33,6 +35,7 @@
 #include "platform/trace/trace.h"
 #include "platform/vmap/vmap.h"
 #include "platform/vtab/vtab.h"
+#include "platform/wire/wire.h"
 
 namespace {
 
@@ -62,7 +65,12 @@ void serve_main_manager(EventManager* manager) {
   const int fd = open(log.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, 0600);
   if (fd < 0 || dup2(fd, STDERR_FILENO) < 0) _exit(71);
   static router::Router model;
+  router::Vrf vrf;
+  vrf.name = "red";
+  vrf.id = vrf.ipv4_table = vrf.ipv6_table = 7;
+  if (model.create_vrf(vrf) != kStatusOk) _exit(72);
   attach_services(&model);
+  wire::set_output_barrier([] { (void)chkpt_flush(); });  // the store logs its failures
   event_manager_on_create(serve_main_manager);
   char name[] = "/opt/bin/mpls_vpn_mib";
   char* arguments[] = {name, nullptr};
@@ -134,6 +142,21 @@ class Daemon : public testing::Test {
       const std::vector<std::string> texts = Traced("mpls_vpn/init");
       return std::find(texts.begin(), texts.end(), "Completed init") != texts.end();
     })) << Said();
+  }
+  // Starts, waits for an answer, which nobody gives before the checkpoint is on disk, and ends. What it
+  // traced goes too.
+  void RunOnce() {
+    StartAndWaitUntilUp();
+    {
+      kvtree::Client client(event_manager_socket("/dev/mpls/vpn/main"), std::chrono::seconds(20));
+      ASSERT_EQ(client.connect(), kStatusOk);
+      ASSERT_EQ(client.get("/oper/mpls_vpn/gl/scalars").status, kStatusOk);
+    }
+    ASSERT_EQ(kill(pid_, SIGKILL), 0);
+    const pid_t ended = std::exchange(pid_, 0);
+    ASSERT_EQ(waitpid(ended, nullptr, 0), ended);
+    ASSERT_GT(std::filesystem::remove_all(run_directory() + "/trace"), 0U);
+    ASSERT_THAT(trace_names(run_directory()), IsEmpty());
   }
   std::string Log() const { return directory_.path() + "/log"; }
   std::string Said() const { return read_file(Log()); }
@@ -250,6 +273,8 @@ INSTANTIATE_TEST_SUITE_P(
     InOrder, FailedStep,
     testing::Values(FailingStep{"VrfDatabase", "wavl_init", 1, "error in server_init"},
                     FailingStep{"InterfaceDatabase", "wavl_init", 2, "error in server_init"},
+                    FailingStep{"Checkpoint", "chkpt_init", 1, "error in server_init_evm"},
+                    FailingStep{"CheckpointTable", "chkpt_register", 1, "error in server_init_evm"},
                     FailingStep{"ReissueTimer", "timer_tree_new", 1, "error in server_init_evm"},
                     FailingStep{"RecordService", "vtab_init", 1, "error in server_init_evm"},
                     FailingStep{"Readiness", "proc_ready", 1, "proc_ready"},
@@ -281,6 +306,32 @@ TEST_F(Daemon, CompletesInitAndServesRequests) {
   ASSERT_EQ(client.connect(), kStatusOk);
   EXPECT_EQ(client.get("/oper/mpls_vpn/gl/scalars").status, kStatusOk);
   EXPECT_EQ(client.get("/oper/mpls_vpn/gl/interface-next//0").status, kStatusNoSuchRow);
+}
+
+TEST_F(Daemon, FirstStartDoesNotRestore) {
+  StartAndWaitUntilUp();
+  EXPECT_THAT(Said(), HasSubstr("Chkpt init"));
+  EXPECT_THAT(Said(), Not(HasSubstr("Restoring data from chkpt...")));
+}
+
+TEST_F(Daemon, SecondStartRestoresTheTimesBeforeItCompletes) {
+  RunOnce();
+  StartAndWaitUntilUp();
+  const std::string said = Said();
+  const std::size_t restored = said.find("...Restored data from chkpt");
+  ASSERT_NE(restored, std::string::npos) << said;
+  EXPECT_LT(restored, said.find("Completed init"));
+  EXPECT_THAT(Traced("mpls_vpn/chkpt"),
+              Contains("Checkpoint found a total of 1 records. Good records = 1, stale record = 0."));
+}
+
+TEST_F(Daemon, FailedRestoreEndsItWithItsOwnCode) {
+  RunOnce();
+  fault_arm("chkpt_iterate_start", kStatusAccess);
+  ExpectExit(static_cast<int>(kStatusAccess));
+  EXPECT_THAT(Said(), HasSubstr("Error in main: mpls_vpn_mib_chkpt_restore: Permission denied"));
+  EXPECT_THAT(Said(), Not(HasSubstr("Completed init")));
+  EXPECT_THAT(Traced("mpls_vpn/error"), Contains("main: mpls_vpn_mib_chkpt_restore"));
 }
 
 TEST_F(Daemon, SaysNothingOfItsStartWhileTheAreaIsOff) {

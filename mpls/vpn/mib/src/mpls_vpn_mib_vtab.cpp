@@ -14,11 +14,13 @@
 
 #include <cstring>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mutex.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 #include "platform/base/clock.h"
 #include "platform/base/memory.h"
+#include "platform/kvtree/kvtree.h"
 
 namespace {
 
@@ -71,6 +73,16 @@ void free_attribute_texts(mpls_vpn_vrf_attr* attributes) {
   for (char** text : texts) text_replace(text, nullptr);
 }
 
+void delete_checkpoint(const VtabVrfRecord* record) {
+  const Status rc = mpls_vpn_mib_chkpt_vrf_delete(record);
+  if (rc != kStatusOk) mpls_vpn_report_failure(ERR, rc, "Could not delete VRF from checkpoint VRF");
+}
+
+// A VRF that is deleted while configuration names it goes back to a forward reference, without a deletion.
+bool became_forward_reference(const VtabVrfRecord* record) {
+  return record->vrf_id == 0 && mpls_vpn_vrf_attributes(record)->chkpt_objid != 0;
+}
+
 void handle_vrf_event(VtabVrfRecord* record, std::uint32_t event) {
   switch (event) {
     case kVtabEventCreate:
@@ -79,10 +91,12 @@ void handle_vrf_event(VtabVrfRecord* record, std::uint32_t event) {
     case kVtabEventDelete:
       mpls_vpn_debug(VTAB, "VTAB: VRF Callback event delete");
       mpls_vpn_trace(kTraceVtab, kStatusOk, "VRF %s: record deleted", record->vrf_name);
+      delete_checkpoint(record);
       free_attribute_texts(mpls_vpn_vrf_attributes(record));
       break;
     case kVtabEventUpdate:
       mpls_vpn_debug(VTAB, "VTAB: VRF Callback event update");
+      if (became_forward_reference(record)) delete_checkpoint(record);
       break;
     default:
       break;
@@ -161,9 +175,16 @@ VtabVrfRecord* get_vrf_record(const char* vrf_name) {
 }
 
 void update_timestamp(const VtabVrfRecord* record, std::uint32_t* field) {
+  if (backend_scan_in_progress != 0 && mpls_vpn_mib_chkpt_first_run() == 0) return;
   *field = static_cast<std::uint32_t>(clock_stamp() / kNanosecondsPerSecond);
   mpls_vpn_debug(CFGMGR, "Updated timestamp to: %u", *field);
   mpls_vpn_trace(kTraceVtab, kStatusOk, "VRF %s changed", record->vrf_name);
+  if (record->vrf_id == 0) return;
+  const Status rc = mpls_vpn_mib_chkpt_vrf_save(record->vrf_id, record);
+  if (rc != kStatusOk) {
+    mpls_vpn_report_failure(ERR, rc, "Could not update timestamp in checkpointed data for VRF %s",
+                            record->vrf_name);
+  }
 }
 
 void update_vrf_last_changed(const char* vrf_name) {

@@ -48,10 +48,11 @@ inline mpls_vpn_vrf_attr* mpls_vpn_vrf_attributes(const VtabVrfRecord* record) {
 // database cannot be locked, unlocked again, or gives no record.
 VtabVrfRecord* get_vrf_record(const char* vrf_name);
 
-// Stores the time of the platform clock in `field`, a time field of the record's block. REQUIRES: both not
-// null.
+// Stores the time of the platform clock in `field`, a time field of the record's block, and saves the VRF's
+// checkpoint record. Does nothing during the initial scan of a later run: the times of before hold.
+// REQUIRES: both not null.
 void update_timestamp(const VtabVrfRecord* record, std::uint32_t* field);
-// Stamps conf_last_changed_time of the VRF, if the record service knows it. Makes no record.
+// The same for conf_last_changed_time of the VRF, if the record service knows it. Makes no record.
 void update_vrf_last_changed(const char* vrf_name);
 
 // Which way an interface went, from the change codes of its two protocol states. One that came up with either

@@ -157,6 +157,7 @@ TEST_F(VrfRecords, CreationFailureGivesNoRecord) {
 TEST_F(VrfRecords, TimestampIsThePlatformClockInSeconds) {
   AddVrf("red");
   PassSeconds(42);
+  OnlyArea(CFGMGR);
   ClearPrints();
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
   update_timestamp(get_vrf_record("red"), &attributes->conf_last_changed_time);
@@ -166,6 +167,7 @@ TEST_F(VrfRecords, TimestampIsThePlatformClockInSeconds) {
 }
 
 TEST_F(VrfRecords, ConfigurationScanOfAFirstRunStampsToo) {
+  ASSERT_EQ(mpls_vpn_mib_chkpt_first_run(), 1U);
   AddVrf("red");
   backend_scan_in_progress = 1;
   update_vrf_last_changed("red");

@@ -2,20 +2,22 @@
 // changes.
 //
 // Each test has directories, an event manager, a clock and a router of its own. SetUp does what start-up does
-// up to the record service: trace buffers, databases, record service; Connect() opens the membership
-// connection. All debug areas are on, and Prints() is what they said since the last ClearPrints(). Run()
-// delivers what is pending.
+// up to the record service: trace buffers, databases, checkpoint (a first run), record service; Connect()
+// opens the membership connection; RestartDaemon() does all of it again on what the first run left. All debug
+// areas are on, and Prints() is what they said since the last ClearPrints(). Run() delivers what is pending.
 #pragma once
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_membership.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vmap.h"
@@ -47,20 +49,13 @@ class DaemonTest : public testing::Test {
     ASSERT_NE(manager_, nullptr);
     AttachServices(&router_);
     ASSERT_EQ(mpls_vpn_trace_init(), kStatusOk);
-    ASSERT_EQ(mpls_vpn_mib_vrf_dbase_init(), kStatusOk);
-    ASSERT_EQ(mpls_vpn_mib_if_dbase_init(), kStatusOk);
-    ASSERT_EQ(mpls_vpn_mib_vtab_init(manager_), kStatusOk);
+    StartDatabases();
     ClearPrints();
   }
 
   void TearDown() override {
     fault_disarm_all();
-    mpls_vpn_mib_vmap_end();
-    mpls_vpn_mib_membership_end();
-    mpls_vpn_interface_name_end();
-    mpls_vpn_mib_if_dbase_end();
-    mpls_vpn_mib_vrf_dbase_end();
-    vtab_end_client();
+    EndDatabases();
     vmap_service_start();
     AttachServices(nullptr);
     mpls_vpn_trace_end();
@@ -141,6 +136,20 @@ class DaemonTest : public testing::Test {
     ASSERT_EQ(mpls_vpn_mib_vmap_register_for_notification(manager_), kStatusOk);
     Run();
   }
+  // The daemon ends, and another one starts on the same router and the same directories. What happened in
+  // between is done by `meanwhile`.
+  void RestartDaemon(const std::function<void()>& meanwhile = [] {}) {
+    EndDatabases();
+    meanwhile();
+    StartDatabases();
+    backend_scan_in_progress = 1;
+    EXPECT_EQ(mpls_vpn_mib_vmap_register_for_notification(manager_), kStatusOk);
+    backend_scan_in_progress = 0;
+    EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 0U);
+    EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusOk);
+    mpls_vpn_mib_chkpt_save_missing();
+    Run();
+  }
   void Run() {
     while (event_run_pending(manager_)) {
     }
@@ -213,6 +222,21 @@ class DaemonTest : public testing::Test {
     qic_attach(model);
     ifindex_attach(model);
     bgp_vpn_attach(model);
+  }
+  void StartDatabases() {
+    ASSERT_EQ(mpls_vpn_mib_vrf_dbase_init(), kStatusOk);
+    ASSERT_EQ(mpls_vpn_mib_if_dbase_init(), kStatusOk);
+    ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
+    ASSERT_EQ(mpls_vpn_mib_vtab_init(manager_), kStatusOk);
+  }
+  static void EndDatabases() {
+    mpls_vpn_mib_vmap_end();
+    mpls_vpn_mib_membership_end();
+    mpls_vpn_interface_name_end();
+    mpls_vpn_mib_if_dbase_end();
+    mpls_vpn_mib_vrf_dbase_end();
+    vtab_end_client();
+    mpls_vpn_mib_chkpt_end();
   }
   void SetLink(std::string_view name, bool up) {
     router::Interface changed = InterfaceOf(name);

@@ -1,0 +1,35 @@
+// The times of a VRF that survive the process: its creation time and the time its configuration last changed
+// (mplsL3VpnVrfCreationTime and mplsL3VpnVrfConfLastChanged, RFC 4382), one checkpoint record a VRF, keyed by
+// its vrf_id.
+//
+// Main thread only. Fault points: the checkpoint store's own.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+#include "platform/vtab/vtab.h"
+
+// Opens the store and its table. 0, or the code of the step that failed. Once, at start-up.
+[[nodiscard]] Status mpls_vpn_mib_chkpt_init(EventManager* evm);
+// 1 when the store held nothing of this program at that time, else 0.
+std::uint32_t mpls_vpn_mib_chkpt_first_run();
+
+// Creates or overwrites the VRF's record from the times in its attribute block, which receives the object id.
+// REQUIRES: vrf_id is not 0.
+[[nodiscard]] Status mpls_vpn_mib_chkpt_vrf_save(std::uint32_t vrf_id, const VtabVrfRecord* record);
+// Deletes the VRF's record, if it has one. A record that could not be deleted keeps its object id.
+[[nodiscard]] Status mpls_vpn_mib_chkpt_vrf_delete(const VtabVrfRecord* record);
+
+// Reads all records back into the attribute blocks, and deletes those that cannot be used: of another size,
+// or of a VRF that is not there. 0, or the code of the failed start of the iteration. REQUIRES: what exists
+// is in the record service.
+[[nodiscard]] Status mpls_vpn_mib_chkpt_restore();
+// After that: saves a record for every created VRF that has none. A VRF that came while the daemon was down
+// is not saved when it is announced (times of before must not be overwritten then), and would get another
+// creation time at every start.
+void mpls_vpn_mib_chkpt_save_missing();
+
+// Closes the store. For tests that start the daemon again.
+void mpls_vpn_mib_chkpt_end();
