@@ -1,0 +1,297 @@
+// Which sequences of events raise VRF-up and VRF-down: the cases of RFC 4382 (section 6, mplsL3VpnVrfUp and
+// mplsL3VpnVrfDown), and where this system differs. docs/traps.md says the same for operators.
+#include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
+#include "mpls/vpn/mib/src/mpls_vpn_trap_test_support.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// VRFs "red" and "blue"; every interface that is added has an address. Both notifications are on.
+class TrapSequence : public TrapTest {
+ protected:
+  void SetUp() override {
+    TrapTest::SetUp();
+    AddVrf("red");
+    AddVrf("blue");
+    Connect();
+    Enable(kTrapVrfUp);
+    Enable(kTrapVrfDown);
+  }
+  // Returns the index.
+  std::uint32_t Add(const std::string& name, const std::string& vrf) {
+    AddInterface(name, vrf);
+    AddAddress(name, "192.0.2." + std::to_string(IndexOf(name)) + "/24");
+    Run();
+    return IndexOf(name);
+  }
+  // The record service tells of an interface that came up before it shows it up.
+  void ComeUp(const char* name) {
+    const std::string vrf = InterfaceOf(name).vrf;
+    ASSERT_TRUE(mpls_vpn_mutex_lock("ComeUp", ERR));
+    if (vrf != router::kDefaultVrf) mpls_vpn_mib_trap_vrf_up(vrf.c_str(), name, nullptr);
+    mpls_vpn_mutex_unlock("ComeUp", ERR);
+    LinkUp(name);
+    Run();
+  }
+  void GoDown(const char* name) {
+    LinkDown(name);
+    Run();
+  }
+  // What the kernel does to an interface that is up: its addresses go down with the old VRF and come up in
+  // the new one.
+  void Move(const char* name, std::string_view vrf) {
+    GoDown(name);
+    Join(name, vrf);
+    Run();
+    ComeUp(name);
+  }
+  static std::string UpTrap(const char* vrf, std::uint32_t index) {
+    return std::string("mplsL3VpnVrfUp ") + vrf + " if=" + std::to_string(index) + " oper=1 row=1";
+  }
+  static std::string DownTrap(const char* vrf, std::uint32_t index) {
+    return std::string("mplsL3VpnVrfDown ") + vrf + " if=" + std::to_string(index) + " oper=2 row=1";
+  }
+};
+
+}  // namespace
+
+// --- The cases of the RFC
+// ---------------------------------------------------------------------------------------
+
+TEST_F(TrapSequence, OnlyInterfaceOfAVrfComesUpAndGoesDown) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  ComeUp("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+  GoDown("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+  ComeUp("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, FirstInterfaceThatJoinsAVrfAndThenComesUp) {
+  const std::uint32_t ge0 = Add("ge0", "default");
+  Join("ge0", "red");
+  Run();
+  EXPECT_THAT(Traps(), IsEmpty());
+  ComeUp("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, TwoInterfacesComeUpOneAfterTheOtherAndOnlyTheFirstRaisesUp) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  Add("ge1", "red");
+  ComeUp("ge0");
+  ComeUp("ge1");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, LastOfSeveralThatGoesDownRaisesDown) {
+  Add("ge0", "red");
+  const std::uint32_t ge1 = Add("ge1", "red");
+  Add("ge2", "red");  // never up
+  ComeUp("ge0");
+  ComeUp("ge1");
+  Traps();
+  GoDown("ge0");
+  EXPECT_THAT(Traps(), IsEmpty());
+  GoDown("ge1");
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge1)));
+}
+
+TEST_F(TrapSequence, LastActiveInterfaceIsTakenOutOfTheVrf) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  Add("ge1", "red");
+  ComeUp("ge0");
+  Traps();
+  Move("ge0", "default");
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, OnlyActiveInterfaceMovesToAnotherVrf) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  ComeUp("ge0");
+  Traps();
+  Move("ge0", "blue");
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0), UpTrap("blue", ge0)));
+}
+
+TEST_F(TrapSequence, InterfaceThatMovesBetweenVrfsThatStayUpRaisesNothing) {
+  Add("ge0", "red");
+  Add("ge1", "red");
+  Add("ge2", "blue");
+  for (const char* name : {"ge0", "ge1", "ge2"}) ComeUp(name);
+  Traps();
+  Move("ge0", "blue");
+  EXPECT_THAT(Traps(), IsEmpty());
+}
+
+// --- Changes of who keeps the VRF up
+// ----------------------------------------------------------------------------
+
+TEST_F(TrapSequence, InterfacesThatTakeTurnsRaiseOncePerTransitionOfTheVrf) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  const std::uint32_t ge1 = Add("ge1", "red");
+  ComeUp("ge0");
+  ComeUp("ge1");
+  GoDown("ge0");
+  GoDown("ge1");
+  ComeUp("ge0");
+  GoDown("ge0");
+  ComeUp("ge1");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0), DownTrap("red", ge1), UpTrap("red", ge0),
+                                   DownTrap("red", ge0), UpTrap("red", ge1)));
+}
+
+TEST_F(TrapSequence, VrfsDoNotMixTheirInterfaces) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  const std::uint32_t ge1 = Add("ge1", "blue");
+  ComeUp("ge0");
+  ComeUp("ge1");
+  GoDown("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0), UpTrap("blue", ge1), DownTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, InterfaceWithoutAnAddressKeepsNoVrfUp) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  AddInterface("bare", "red");
+  LinkUp("bare");
+  Run();
+  Traps();
+  ComeUp("ge0");
+  GoDown("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0), DownTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, InterfacesOfNoVrfRaiseNothing) {
+  Add("ge0", "default");
+  ComeUp("ge0");
+  GoDown("ge0");
+  EXPECT_THAT(Traps(), IsEmpty());
+}
+
+// --- What the handlers do by themselves
+// -------------------------------------------------------------------------
+
+TEST_F(TrapSequence, JoinOfAnActiveInterfaceCountsItAndRaisesNothingByItself) {
+  Add("ge0", "default");
+  ComeUp("ge0");
+  ClearPrints();
+  mpls_vpn_mib_if2vrf_add(HandleOf("ge0"), "red");
+  EXPECT_TRUE(Printed("mpls vpn mib vrf up trap generate: FALSE"));
+  EXPECT_TRUE(Printed("Entering mpls_vpn_mib_trap_vrf_up"));
+  EXPECT_TRUE(Printed("active=1 conn=1 no trap"));
+  EXPECT_THAT(Traps(), IsEmpty());
+}
+
+TEST_F(TrapSequence, JoinOfAnInterfaceThatIsDownAsksNothing) {
+  Add("ge0", "default");
+  ClearPrints();
+  mpls_vpn_mib_if2vrf_add(HandleOf("ge0"), "red");
+  EXPECT_TRUE(Printed("mpls vpn mib vrf up trap generate: FALSE"));
+  EXPECT_FALSE(Printed("Entering mpls_vpn_mib_trap_vrf_up"));
+}
+
+TEST_F(TrapSequence, JoinWithoutAnIndexIsNotCountedAndRaisesUpWithoutOne) {
+  Add("ge0", "default");
+  ComeUp("ge0");
+  {
+    const ScopedFault fault("ifname_to_index", kStatusIo);
+    mpls_vpn_mib_if2vrf_add(HandleOf("ge0"), "red");
+  }
+  EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnVrfUp red oper=1 row=1"));
+}
+
+TEST_F(TrapSequence, LeaveOfAnActiveInterfaceCountsItAndRaisesNothingByItself) {
+  Add("ge0", "red");
+  ComeUp("ge0");
+  Traps();
+  ClearPrints();
+  mpls_vpn_mib_if2vrf_del(HandleOf("ge0"), "red");
+  EXPECT_TRUE(Printed("mpls vpn mib vrf down trap generate: FALSE"));
+  EXPECT_TRUE(Printed("Entering mpls_vpn_mib_trap_vrf_down"));
+  EXPECT_TRUE(Printed("active=1 conn=1 no trap"));
+  EXPECT_THAT(Traps(), IsEmpty());
+}
+
+TEST_F(TrapSequence, LeaveOfAnInterfaceThatRaisedDownAsksNothing) {
+  Add("ge0", "red");
+  ComeUp("ge0");
+  mpls_vpn_mib_get_if_by_vrf_and_name("red", "ge0")->vrf_down_trap_sent = 1;
+  ClearPrints();
+  mpls_vpn_mib_if2vrf_del(HandleOf("ge0"), "red");
+  EXPECT_TRUE(Printed("mpls vpn mib vrf down trap generate: TRUE"));
+  EXPECT_FALSE(Printed("Entering mpls_vpn_mib_trap_vrf_down"));
+}
+
+TEST_F(TrapSequence, StateChangesAskForUpAndDown) {
+  Add("ge0", "red");
+  OnlyArea(TRAPS);
+  ClearPrints();
+  LinkUp("ge0");
+  Run();
+  EXPECT_EQ(TimesPrinted("Entering mpls_vpn_mib_trap_vrf_up"), 1U);
+  EXPECT_EQ(TimesPrinted("Entering mpls_vpn_mib_trap_vrf_down"), 0U);
+  ClearPrints();
+  LinkDown("ge0");
+  Run();
+  EXPECT_EQ(TimesPrinted("Entering mpls_vpn_mib_trap_vrf_up"), 0U);
+  EXPECT_EQ(TimesPrinted("Entering mpls_vpn_mib_trap_vrf_down"), 1U);
+}
+
+TEST_F(TrapSequence, InterfaceThatIsRemovedWhileUpRaisesNothing) {
+  Add("ge0", "red");
+  ComeUp("ge0");
+  Traps();
+  ClearPrints();
+  RemoveInterface("ge0");
+  Run();
+  EXPECT_TRUE(Printed("Could not find IF record 1898"));
+  EXPECT_THAT(Traps(), IsEmpty());
+}
+
+// --- Start, and switches that change
+// ----------------------------------------------------------------------------
+
+TEST_F(TrapSequence, VrfThatIsUpWhenTheDaemonStartsRaisesNothingThenAndDownLater) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  ComeUp("ge0");
+  Traps();
+  RestartDaemon();
+  EXPECT_THAT(Traps(), IsEmpty());
+  GoDown("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, SwitchingOnRaisesNothingForWhatHappenedBefore) {
+  Disable(kTrapVrfUp);
+  Add("ge0", "red");
+  ComeUp("ge0");
+  Enable(kTrapVrfUp);
+  Run();
+  EXPECT_THAT(Traps(), IsEmpty());
+}
+
+TEST_F(TrapSequence, WithOnlyUpSwitchedOnAnInterfaceRaisesItOnce) {
+  Disable(kTrapVrfDown);
+  const std::uint32_t ge0 = Add("ge0", "red");
+  const std::uint32_t ge1 = Add("ge1", "red");
+  for (int round = 0; round < 2; ++round) {
+    for (const char* name : {"ge0", "ge1"}) {
+      ComeUp(name);
+      GoDown(name);
+    }
+  }
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0), UpTrap("red", ge1)));
+}
+
+TEST_F(TrapSequence, WithOnlyDownSwitchedOnAnInterfaceRaisesItOnce) {
+  Disable(kTrapVrfUp);
+  const std::uint32_t ge0 = Add("ge0", "red");
+  for (int round = 0; round < 2; ++round) {
+    ComeUp("ge0");
+    GoDown("ge0");
+  }
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+}
