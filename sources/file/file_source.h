@@ -12,6 +12,7 @@
 #include "platform/evm/evm.h"
 #include "platform/router/router.h"
 #include "sources/file/folder_watch.h"
+#include "sources/file/route_feeder.h"
 #include "sources/file/router_action.h"
 
 class FileSource {
@@ -22,9 +23,10 @@ class FileSource {
   FileSource(const FileSource&) = delete;
   FileSource& operator=(const FileSource&) = delete;
 
-  // Reads the file and brings the model to it. In *error, on failure: "FILE:LINE:COLUMN: what" for a mistake
-  // in the file (kStatusInvalid), "FILE: what" for a file that cannot be read (its errno) or a change that
-  // the model refuses. Fault point "file_source_load".
+  // Reads the file and brings the model to it, with all routes that are written out; generated ones follow in
+  // steps on the manager's loop once the source is started. In *error, on failure: "FILE:LINE:COLUMN: what"
+  // for a mistake in the file (kStatusInvalid), "FILE: what" for a file that cannot be read (its errno) or a
+  // change that the model refuses. Fault point "file_source_load".
   [[nodiscard]] Status load(std::string* error);
   // From here the file is watched and the action is there. The manager must outlive the source. kStatusExists
   // when it was started before. Fault point "file_source_start".
@@ -32,10 +34,16 @@ class FileSource {
 
  private:
   Status reload(std::string* text);
+  Status load_into_model(router_file::Changes* changes, std::string* error);
+  void feed_later();
+  void feed();
   void file_changed();
 
   router::Router* model_;
   std::string path_;
+  router_file::RouteFeeder feeder_;
+  EventManager* manager_ = nullptr;
+  EventTimerId feeding_ = 0;  // the timer of the next step; 0 when none is set
   RouterAction action_;
   std::unique_ptr<FolderWatch> watch_;
 };

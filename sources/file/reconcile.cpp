@@ -250,7 +250,7 @@ Status reconcile(const RouterFile& file, Router* model, Changes* changes, std::s
   return Reconciler(file, model, changes, error).run();
 }
 
-std::string changes_text(const Changes& changes) {
+std::string changes_text(const Changes& changes, const RouteChanges& routes) {
   std::string text;
   append_count(changes.vrfs_created, "VRF", "created", &text);
   append_count(changes.vrfs_changed, "VRF", "changed", &text);
@@ -259,6 +259,9 @@ std::string changes_text(const Changes& changes) {
   append_count(changes.interfaces_changed, "interface", "changed", &text);
   append_count(changes.interfaces_moved, "interface", "moved", &text);
   append_count(changes.interfaces_removed, "interface", "removed", &text);
+  append_count(routes.added, "route", "added", &text);
+  append_count(routes.changed, "route", "changed", &text);
+  append_count(routes.removed, "route", "removed", &text);
   return text.empty() ? "nothing changed" : text;
 }
 

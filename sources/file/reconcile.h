@@ -4,6 +4,7 @@
 // A VRF is the same while its name and id are, an interface while its index is (a new name is a rename, a new
 // index another interface, as for the host's IF-MIB). What the file does not name goes, including what was
 // added by other means.
+// Routes are not part of it: route_feeder.h.
 #pragma once
 
 #include <cstddef>
@@ -25,6 +26,12 @@ struct Changes {
   std::size_t interfaces_removed = 0;
 };
 
+struct RouteChanges {
+  std::size_t added = 0;
+  std::size_t changed = 0;
+  std::size_t removed = 0;
+};
+
 // REQUIRES: `file` came out of parse(). The first change that the model refuses ends it, with its status and,
 // in *error, what was refused; what was done until then stays, and the next reconcile() goes on from there.
 // Fault point "router_file_reconcile" (before each change).
@@ -32,6 +39,6 @@ struct Changes {
                                std::string* error);
 
 // "2 VRFs created, 1 interface moved", or "nothing changed".
-std::string changes_text(const Changes& changes);
+std::string changes_text(const Changes& changes, const RouteChanges& routes = {});
 
 }  // namespace router_file

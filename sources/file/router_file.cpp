@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "sources/file/generator.h"
+#include "sources/file/route_reader.h"
 #include "sources/file/yaml_reader.h"
 
 namespace router_file {
@@ -23,6 +24,7 @@ struct VrfEntry {
   bool has_table = false;
   bool has_tables = false;
   bool has_details = false;  // anything but name and state
+  std::vector<RouteEntry> routes;
   YAML::Mark name_mark = YAML::Mark::null_mark();
   YAML::Mark id_mark = YAML::Mark::null_mark();
   YAML::Mark table_mark = YAML::Mark::null_mark();
@@ -36,6 +38,7 @@ struct InterfaceEntry {
 
 struct GeneratorEntry {
   Generator generator;
+  std::uint32_t routes_per_vrf = 0;
   bool has_vrfs = false;
   bool has_interfaces = false;
   YAML::Mark mark = YAML::Mark::null_mark();
@@ -131,6 +134,11 @@ constexpr Key<VrfEntry> kVrfKeys[] = {
     {"state",
      [](const YAML::Node& value, VrfEntry* entry) {
        entry->referenced = read_choice(value, "a VRF's state", {"created", "referenced"}) == 1;
+     }},
+    {"routes",
+     [](const YAML::Node& value, VrfEntry* entry) {
+       read_routes(value, &entry->routes);
+       entry->has_details = true;
      }},
 };
 
@@ -247,6 +255,10 @@ constexpr Key<GeneratorEntry> kGeneratorKeys[] = {
      [](const YAML::Node& value, GeneratorEntry* entry) {
        entry->generator.first_index = read_number(value, "the first index", 1, kIndexMax);
      }},
+    {"routes_per_vrf",
+     [](const YAML::Node& value, GeneratorEntry* entry) {
+       entry->routes_per_vrf = read_number(value, "the number of routes per VRF", 0, kGeneratedRoutesMax);
+     }},
 };
 
 void read_generator(const YAML::Node& value, Document* document) {
@@ -326,7 +338,7 @@ void add_written(Document* document, Checker* checker, RouterFile* file) {
       continue;
     }
     checker->vrf_id(entry.vrf.id, entry.id_mark);
-    file->vrfs.push_back(std::move(entry.vrf));
+    file->vrfs.push_back(entry.vrf);
   }
   for (InterfaceEntry& entry : document->interfaces) {
     checker->interface(entry.interface, entry.name_mark, entry.index_mark);
@@ -348,6 +360,19 @@ void add_generated(const GeneratorEntry& entry, Checker* checker, RouterFile* fi
   }
 }
 
+void add_routes(const Document& document, RouterFile* file) {
+  RouteCollector collector(file->interfaces);
+  for (const VrfEntry& entry : document.vrfs) {
+    for (const RouteEntry& route : entry.routes) collector.add(entry.vrf, route);
+  }
+  if (document.generate.routes_per_vrf > 0) {
+    const RouteEntry routes = generated_routes(document.generate.routes_per_vrf, document.generate.mark);
+    const std::size_t first = file->vrfs.size() - document.generate.generator.vrfs;
+    for (std::size_t at = first; at < file->vrfs.size(); ++at) collector.add(file->vrfs[at], routes);
+  }
+  file->routes = collector.finish();
+}
+
 RouterFile read_document(const std::string& text) {
   const std::vector<YAML::Node> documents = YAML::LoadAll(text);
   const YAML::Mark start = YAML::Mark();
@@ -361,6 +386,7 @@ RouterFile read_document(const std::string& text) {
   Checker checker;
   add_written(&document, &checker, &file);
   add_generated(document.generate, &checker, &file);
+  add_routes(document, &file);
   return file;
 }
 

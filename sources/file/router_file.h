@@ -2,15 +2,22 @@
 // completely.
 //
 // Grammar (every key but the ones marked * may be left out):
-//   vrfs:          list of  name*, id, table, tables, description, rd, big, state
+//   vrfs:          list of  name*, id, table, tables, description, rd, big, state, routes
 //   interfaces:    list of  name*, index*, description, state, addresses, vrf
-//   generate:      vrfs*, interfaces_per_vrf*, first_id, first_index
+//   generate:      vrfs*, interfaces_per_vrf*, first_id, first_index, routes_per_vrf
+//   routes:        list of  prefix*, next_hop, next_hops, interface, type, protocol, metric, metrics,
+//   next_hop_as,
+//                  labels, generate
 //
 // A VRF's `table` is the routing table of both unicast families; `tables` names one for each of ipv4, ipv6,
 // ipv4-multicast and ipv6-multicast instead, and a family that is not named has none. `id` is the table's
 // number when it is left out, and the table is the id's. `state: referenced` makes a VRF that is only named.
 // An interface's `vrf` may name a VRF that does not exist. `generate` adds that many VRFs with that many
 // interfaces each.
+//
+// A route needs a next hop, an interface or a type; several next hops are several paths. `generate: N` makes
+// it N routes, with consecutive prefixes from `prefix` (or 1.0.0.0/24) on; `routes` may be one such map
+// instead of a list.
 #pragma once
 
 #include <cstddef>
@@ -20,6 +27,7 @@
 #include <vector>
 
 #include "platform/router/router.h"
+#include "sources/file/route_groups.h"
 
 namespace router_file {
 
@@ -35,6 +43,7 @@ struct RouterFile {
   std::vector<router::Vrf> vrfs;
   std::vector<std::string> references;        // VRFs that are only named
   std::vector<router::Interface> interfaces;  // handles are 0
+  std::vector<RouteGroup> routes;             // written ones first
 };
 
 // Where and why a text is no router file. Lines and columns count from 1.

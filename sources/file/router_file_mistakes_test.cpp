@@ -45,7 +45,8 @@ TEST(RouterFileMistake, UnknownKeysAreRefusedEverywhere) {
             "1:1: a router file has no key \"vrf\"; the keys are vrfs, interfaces, generate");
   EXPECT_EQ(
       MistakeInVrf("name: red, colour: red"),
-      "2:17: a VRF has no key \"colour\"; the keys are name, id, table, tables, description, rd, big, state");
+      "2:17: a VRF has no key \"colour\"; the keys are name, id, table, tables, description, rd, big, state, "
+      "routes");
   EXPECT_EQ(MistakeInVrf("name: red, tables: {ipv5: 1}"),
             "2:26: tables has no key \"ipv5\"; the keys are ipv4, ipv6, ipv4-multicast, ipv6-multicast");
   EXPECT_EQ(
@@ -53,7 +54,7 @@ TEST(RouterFileMistake, UnknownKeysAreRefusedEverywhere) {
       "2:17: an interface has no key \"mtu\"; the keys are name, index, description, state, addresses, vrf");
   EXPECT_EQ(MistakeIn("generate: {interfaces: 1}\n"),
             "1:12: generate has no key \"interfaces\"; the keys are vrfs, interfaces_per_vrf, first_id, "
-            "first_index");
+            "first_index, routes_per_vrf");
 }
 
 TEST(RouterFileMistake, KeyWrittenTwiceIsRefused) {

@@ -1,0 +1,77 @@
+// See route_feeder.h. Groups come written first, so one short step shows what a person wrote and the
+// generated rest follows.
+#include "sources/file/route_feeder.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+namespace router_file {
+
+void RouteFeeder::begin(std::vector<RouteGroup> groups) {
+  groups_ = std::move(groups);
+  group_ = 0;
+  row_ = 0;
+  std::set<router::RouteTableId> tables;  // VRFs may share one
+  model_->for_each_vrf([&](const router::Vrf& vrf) {
+    if (vrf.ipv4_table != 0) tables.insert({router::Family::kIpv4, vrf.ipv4_table});
+    if (vrf.ipv6_table != 0) tables.insert({router::Family::kIpv6, vrf.ipv6_table});
+  });
+  tables_.assign(tables.begin(), tables.end());
+  table_ = 0;
+  changes_ = RouteChanges{};
+  for (const router::RouteTableId table : tables_) model_->routes().begin_refresh(table);
+  stage_ = Stage::kPut;
+}
+
+Status RouteFeeder::step(std::size_t rows) {
+  Status status = kStatusOk;
+  if (stage_ == Stage::kPut) {
+    status = put_some(rows);
+  } else if (stage_ == Stage::kSweep) {
+    sweep_some(rows);
+  }
+  if (status != kStatusOk) stage_ = Stage::kDone;
+  model_->flush_route_changes();
+  return status;
+}
+
+Status RouteFeeder::put_some(std::size_t rows) {
+  while (rows > 0 && group_ < groups_.size()) {
+    if (const Status status = put_group(groups_[group_], &rows)) return status;
+  }
+  if (group_ == groups_.size()) {
+    groups_.clear();
+    stage_ = Stage::kSweep;
+    sweep_some(std::max<std::size_t>(rows, 1));
+  }
+  return kStatusOk;
+}
+
+Status RouteFeeder::put_group(const RouteGroup& group, std::size_t* rows) {
+  router::Route route = group.first;
+  bool is_open = model_->routes().is_open(group.table);
+  for (; is_open && *rows > 0 && row_ < group.count; ++row_, --*rows) {
+    is_open = nth_prefix(group.first.key.destination, route.key.prefix_length, row_, &route.key.destination);
+    router::RouteChange change = router::RouteChange::kNone;
+    if (const Status status = model_->routes().put(group.table, route, &change)) return status;
+    if (change == router::RouteChange::kAdded) ++changes_.added;
+    if (change == router::RouteChange::kReplaced) ++changes_.changed;
+  }
+  if (!is_open || row_ == group.count) {
+    ++group_;
+    row_ = 0;
+  }
+  return kStatusOk;
+}
+
+void RouteFeeder::sweep_some(std::size_t rows) {
+  router::RouteStore& store = model_->routes();
+  for (std::size_t visited = 0; table_ < tables_.size() && visited < rows;) {
+    visited += std::min(rows, store.count(tables_[table_])) + 1;
+    if (!store.end_refresh(tables_[table_], rows, &changes_.removed)) ++table_;
+  }
+  if (table_ == tables_.size()) stage_ = Stage::kDone;
+}
+
+}  // namespace router_file

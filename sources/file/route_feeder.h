@@ -1,0 +1,48 @@
+// Feeds the routes of a router file to the model in bounded steps, so that the process answers while a
+// million of them come in.
+//
+// A feed is a refresh of every open table: first the groups in their order, then what no group gave goes.
+// Rows that are as they were keep their age. Main thread.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "platform/base/status.h"
+#include "sources/file/reconcile.h"
+#include "sources/file/route_groups.h"
+
+namespace router_file {
+
+class RouteFeeder {
+ public:
+  explicit RouteFeeder(router::Router* model) : model_(model) {}
+
+  // Begins a feed; the one before, if it is not done, is abandoned.
+  void begin(std::vector<RouteGroup> groups);
+  bool is_done() const { return stage_ == Stage::kDone; }
+  // Handles about `rows` rows (> 0) and tells the observers. A table that is gone since the feed began takes
+  // no rows, and that is no failure. A row that the store refuses otherwise ends the feed with its status;
+  // what is there stays.
+  [[nodiscard]] Status step(std::size_t rows);
+  // What the feed has done so far.
+  const RouteChanges& changes() const { return changes_; }
+
+ private:
+  enum class Stage { kPut, kSweep, kDone };
+  Status put_some(std::size_t rows);
+  Status put_group(const RouteGroup& group, std::size_t* rows);
+  void sweep_some(std::size_t rows);
+
+  router::Router* model_;
+  Stage stage_ = Stage::kDone;
+  std::vector<RouteGroup> groups_;
+  std::size_t group_ = 0;  // the group that is next
+  std::uint32_t row_ = 0;  // its row that is next
+  std::vector<router::RouteTableId> tables_;
+  std::size_t table_ = 0;  // the table that is swept next
+  RouteChanges changes_;
+};
+
+}  // namespace router_file

@@ -1,0 +1,155 @@
+// The routes of a file on their way into the model, step by step.
+#include "sources/file/route_feeder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/base/clock.h"
+#include "platform/base/fault.h"
+#include "platform/router/route_test_support.h"
+
+namespace router_file {
+namespace {
+
+using router::Family;
+using router::RouteTableId;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr RouteTableId kRed{Family::kIpv4, 10};
+constexpr RouteTableId kRed6{Family::kIpv6, 10};
+constexpr RouteTableId kBlue{Family::kIpv4, 20};
+
+class FedRoutes : public ::testing::Test, public router::Observer {
+ protected:
+  FedRoutes() {
+    AddVrf("red", 10);
+    AddVrf("blue", 20);
+    router_.observe(router::ObserverRank::kOther, this);
+  }
+
+  void AddVrf(const std::string& name, std::uint32_t id) {
+    router::Vrf vrf;
+    vrf.name = name;
+    vrf.id = vrf.ipv4_table = vrf.ipv6_table = id;
+    EXPECT_EQ(router_.create_vrf(vrf), kStatusOk);
+  }
+  void routes_changed(RouteTableId table) override { told_.push_back(table); }
+
+  static RouteGroup Group(RouteTableId table, const std::string& prefix, std::uint32_t count = 1) {
+    RouteGroup group{table, router::MakeRoute(prefix), count};
+    return group;
+  }
+  void FeedAll(std::vector<RouteGroup> groups) {
+    feeder_.begin(std::move(groups));
+    while (!feeder_.is_done()) ASSERT_EQ(feeder_.step(100), kStatusOk);
+  }
+  void Step(std::size_t rows) { ASSERT_EQ(feeder_.step(rows), kStatusOk); }
+  std::size_t Count(RouteTableId table) const { return router_.routes().count(table); }
+  std::string Changes() const { return changes_text({}, feeder_.changes()); }
+
+  ManualClock clock_{1'700'000'000 * kNanosecondsPerSecond};
+  router::Router router_;
+  RouteFeeder feeder_{&router_};
+  std::vector<RouteTableId> told_;
+};
+
+TEST_F(FedRoutes, GroupBecomesItsRows) {
+  FeedAll({Group(kRed, "10.0.0.0/24", 3), Group(kRed6, "2001:db8::/32")});
+  EXPECT_THAT(router::Walk(router_.routes(), kRed), ElementsAre("10.0.0.0/24", "10.0.1.0/24", "10.0.2.0/24"));
+  EXPECT_THAT(router::Walk(router_.routes(), kRed6), ElementsAre("2001:db8::/32"));
+  EXPECT_EQ(Changes(), "4 routes added");
+}
+
+TEST_F(FedRoutes, EveryStepIsBounded) {
+  feeder_.begin({Group(kRed, "10.0.0.0/24", 25), Group(kBlue, "10.0.0.0/24", 10)});
+  EXPECT_EQ(Count(kRed), 0U);
+  Step(20);
+  EXPECT_EQ(Count(kRed), 20U);
+  Step(10);
+  EXPECT_EQ(Count(kRed), 25U);
+  EXPECT_EQ(Count(kBlue), 5U);
+  EXPECT_FALSE(feeder_.is_done());
+}
+
+TEST_F(FedRoutes, StepsTellWhichTablesChanged) {
+  feeder_.begin({Group(kRed, "10.0.0.0/24", 15), Group(kBlue, "10.0.0.0/24", 10)});
+  Step(10);
+  EXPECT_THAT(told_, ElementsAre(kRed));
+  Step(10);
+  EXPECT_THAT(told_, ElementsAre(kRed, kRed, kBlue));
+}
+
+TEST_F(FedRoutes, SameRoutesAgainKeepTheirAgeAndAreToldToNobody) {
+  const std::vector<RouteGroup> groups = {Group(kRed, "10.0.0.0/24", 300)};
+  FeedAll(groups);
+  told_.clear();
+  clock_.advance(60 * kNanosecondsPerSecond);
+  FeedAll(groups);
+  EXPECT_EQ(Changes(), "nothing changed");
+  EXPECT_THAT(told_, IsEmpty());
+  router::Route route;
+  ASSERT_TRUE(router_.routes().find(kRed, router::MakeKey("10.0.7.0/24"), &route));
+  EXPECT_EQ(router::route_age(route), 60U);
+}
+
+TEST_F(FedRoutes, OnlyTheDifferenceIsChanged) {
+  FeedAll({Group(kRed, "10.0.0.0/24", 300), Group(kBlue, "10.0.0.0/8")});
+  RouteGroup changed = Group(kRed, "10.0.0.0/24", 1);
+  changed.first.interface_index = 9;
+  FeedAll({changed, Group(kRed, "10.0.1.0/24", 309)});
+  EXPECT_EQ(Changes(), "10 routes added, 1 route changed, 1 route removed");
+  EXPECT_EQ(Count(kRed), 310U);
+  EXPECT_EQ(Count(kBlue), 0U);
+}
+
+TEST_F(FedRoutes, RemovalComesInBoundedStepsToo) {
+  FeedAll({Group(kRed, "10.0.0.0/24", 1000), Group(kBlue, "10.0.0.0/24", 1000)});
+  feeder_.begin({});
+  Step(100);
+  EXPECT_EQ(Count(kRed), 900U);
+  int steps = 1;
+  while (!feeder_.is_done()) {
+    const std::size_t before = Count(kRed) + Count(kBlue);
+    Step(100);
+    EXPECT_LE(before - Count(kRed) - Count(kBlue), 200U);
+    ++steps;
+  }
+  EXPECT_GE(steps, 20);
+  EXPECT_EQ(Changes(), "2000 routes removed");
+}
+
+TEST_F(FedRoutes, NewFeedAbandonsTheOneBefore) {
+  feeder_.begin({Group(kRed, "10.0.0.0/24", 50)});
+  Step(20);
+  FeedAll({Group(kRed, "10.0.1.0/24", 2)});
+  EXPECT_THAT(router::Walk(router_.routes(), kRed), ElementsAre("10.0.1.0/24", "10.0.2.0/24"));
+}
+
+TEST_F(FedRoutes, VrfThatGoesMeanwhileIsPassedOver) {
+  feeder_.begin({Group(kRed, "10.0.0.0/24", 50), Group(kBlue, "10.0.0.0/24", 5)});
+  Step(20);
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  while (!feeder_.is_done()) Step(20);
+  EXPECT_EQ(Count(kBlue), 5U);
+}
+
+TEST_F(FedRoutes, RefusedRowEndsTheFeedAndTakesNothingAway) {
+  FeedAll({Group(kRed, "10.0.0.0/24", 3)});
+  feeder_.begin({Group(kRed, "11.0.0.0/24", 3)});
+  const ScopedFault fault("route_store_put", kStatusNoMemory, 2);
+  EXPECT_EQ(feeder_.step(100), kStatusNoMemory);
+  EXPECT_TRUE(feeder_.is_done());
+  EXPECT_EQ(Count(kRed), 4U);
+}
+
+TEST_F(FedRoutes, NothingToDoIsDoneAtOnce) {
+  EXPECT_TRUE(feeder_.is_done());
+  feeder_.begin({});
+  Step(1000);
+  EXPECT_TRUE(feeder_.is_done());
+  EXPECT_EQ(Changes(), "nothing changed");
+}
+
+}  // namespace
+}  // namespace router_file
