@@ -9,8 +9,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// VRF "red" with the interfaces ge0 (index 1) and ge1 (index 2), both with an address and down. The
-// procedures are called as their callers call them, with the mutex held.
+// VRF "red" with the interfaces ge0 (index 1) and ge1 (index 2), both with an address and down.
 class VrfTraps : public TrapTest {
  protected:
   void SetUp() override {
@@ -26,17 +25,8 @@ class VrfTraps : public TrapTest {
     ClearPrints();
   }
   IfNode* Node(const char* name) { return mpls_vpn_mib_get_if_by_vrf_and_name("red", name); }
-  void Up(const char* name, IfNode* node = nullptr) {
-    ASSERT_TRUE(mpls_vpn_mutex_lock("Up", ERR));
-    mpls_vpn_mib_trap_vrf_up("red", name, node);
-    mpls_vpn_mutex_unlock("Up", ERR);
-  }
-  void Down(const char* vrf, const char* name) {
-    ASSERT_TRUE(mpls_vpn_mutex_lock("Down", ERR));
-    mpls_vpn_mib_trap_vrf_down(vrf, name);
-    mpls_vpn_mutex_unlock("Down", ERR);
-  }
-  void Down(const char* name) { Down("red", name); }
+  static void Up(const char* name, IfNode* node = nullptr) { ConsiderUp("red", name, node); }
+  static void Down(const char* name) { ConsiderDown("red", name); }
   // With nothing raised and the flags as at first.
   void MakeActive(const char* name) {
     LinkUp(name);
@@ -197,8 +187,8 @@ TEST_F(VrfTraps, DownOfAnUnknownInterfaceIsSilent) {
 
 TEST_F(VrfTraps, DownWithoutBothNamesIsReported) {
   OnlyArea(ERR);
-  Down(nullptr, "ge0");
-  Down("red", nullptr);
+  ConsiderDown(nullptr, "ge0");
+  ConsiderDown("red", nullptr);
   EXPECT_THAT(Prints(), ElementsAre("NULL parameter", "NULL parameter"));
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains("NULL parameter").Times(2));
   EXPECT_THAT(Traps(), IsEmpty());
@@ -208,7 +198,7 @@ TEST_F(VrfTraps, DownThatIsSwitchedOffTouchesNothing) {
   Disable(kTrapVrfDown);
   Node("ge0")->vrf_up_trap_sent = 1;
   Down("ge0");
-  Down(nullptr, nullptr);
+  ConsiderDown(nullptr, nullptr);
   ExpectFlags("ge0", 1, 0);
   EXPECT_THAT(Traps(), IsEmpty());
   EXPECT_FALSE(Printed("NULL parameter"));

@@ -29,9 +29,7 @@ class TrapSequence : public TrapTest {
   // The record service tells of an interface that came up before it shows it up.
   void ComeUp(const char* name) {
     const std::string vrf = InterfaceOf(name).vrf;
-    ASSERT_TRUE(mpls_vpn_mutex_lock("ComeUp", ERR));
-    if (vrf != router::kDefaultVrf) mpls_vpn_mib_trap_vrf_up(vrf.c_str(), name, nullptr);
-    mpls_vpn_mutex_unlock("ComeUp", ERR);
+    if (vrf != router::kDefaultVrf) ConsiderUp(vrf.c_str(), name);
     LinkUp(name);
     Run();
   }

@@ -40,10 +40,8 @@ class TrapSwitches : public TrapTest {
     IfNode* node = mpls_vpn_mib_get_if_by_handle(true, 0x77);
     if (node == nullptr) node = CreateIf("red", 77, "ge77", 0x77);
     node->vrf_up_trap_sent = node->vrf_down_trap_sent = 0;
-    ASSERT_TRUE(mpls_vpn_mutex_lock("RaiseEverything", ERR));
-    mpls_vpn_mib_trap_vrf_up("red", "ge77", node);
-    mpls_vpn_mib_trap_vrf_down("red", "ge77");
-    mpls_vpn_mutex_unlock("RaiseEverything", ERR);
+    ConsiderUp("red", "ge77", node);
+    ConsiderDown("red", "ge77");
     mpls_vpn_mib_trap_mid_thresh_exc("red", 80, 81);
     mpls_vpn_mib_trap_high_thresh_exc("red", 100, 101);
     mpls_vpn_mib_trap_ilg_lbl_vltns("red", 5);

@@ -12,6 +12,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_timer.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_info.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_test_fixture.h"
 #include "platform/kvtree/client.h"
@@ -41,6 +42,24 @@ class TrapTest : public DaemonTest {
 
   static void Enable(MplsVpnTrapRow row) { mpls_vpn_mib_trap_info[row].enabled = 1; }
   static void Disable(MplsVpnTrapRow row) { mpls_vpn_mib_trap_info[row].enabled = 0; }
+
+  // The procedures, called as their callers call them: with the mutex held.
+  static void ConsiderUp(const char* vrf, const char* name, IfNode* node = nullptr) {
+    if (!mpls_vpn_mutex_lock("ConsiderUp", ERR)) {
+      ADD_FAILURE();
+      return;
+    }
+    mpls_vpn_mib_trap_vrf_up(vrf, name, node);
+    mpls_vpn_mutex_unlock("ConsiderUp", ERR);
+  }
+  static void ConsiderDown(const char* vrf, const char* name) {
+    if (!mpls_vpn_mutex_lock("ConsiderDown", ERR)) {
+      ADD_FAILURE();
+      return;
+    }
+    mpls_vpn_mib_trap_vrf_down(vrf, name);
+    mpls_vpn_mutex_unlock("ConsiderDown", ERR);
+  }
 
   // What the watching client was sent since it was last asked, one line a notification: its name, the VRF and
   // every number that is not 0 ("mplsL3VpnVrfUp red if=3 oper=1 row=1").
