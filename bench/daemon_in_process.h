@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_dbase.h"
@@ -37,6 +38,7 @@ class DaemonInProcess {
     check(mpls_vpn_trace_init(), "mpls_vpn_trace_init");
     check(mpls_vpn_mib_vrf_dbase_init(), "mpls_vpn_mib_vrf_dbase_init");
     check(mpls_vpn_mib_if_dbase_init(), "mpls_vpn_mib_if_dbase_init");
+    check(mpls_vpn_mib_chkpt_init(manager), "mpls_vpn_mib_chkpt_init");
     check(mpls_vpn_mib_vtab_init(manager), "mpls_vpn_mib_vtab_init");
   }
 
