@@ -47,6 +47,7 @@ namespace daemon_host {
 namespace {
 
 constexpr char kMainManager[] = "/dev/mpls/vpn/main";
+constexpr std::size_t kRoutesPerRelease = 2000;  // under a millisecond
 constexpr char kProviderPath[] = "/oper/mpls_vpn/gl/";
 constexpr char kTrapSubscriber[] = "snmp";  // the SNMP sub-agent
 constexpr std::size_t kTrapQueue = 4096;    // traps that wait for it while it or its master agent is away
@@ -86,6 +87,13 @@ Status start_source(EventManager* manager) {
   return host().file ? host().file->start(manager) : host().kernel->start(manager);
 }
 
+// The memory of a dropped routing table is given back in steps, with requests in between.
+void release_routes(EventManager* manager) {
+  if (host().model.routes().release_some(kRoutesPerRelease)) {
+    event_timer_start(manager, 0, [manager] { release_routes(manager); });
+  }
+}
+
 // A failure here is a failure to serve at all.
 void start_on_main_manager(EventManager* manager) {
   if (std::string(event_manager_name(manager)) != kMainManager) return;
@@ -93,6 +101,8 @@ void start_on_main_manager(EventManager* manager) {
     log_line("mpls_vpn_mib: cannot serve %s: %s", kMainManager, err_text(status));
     std::exit(1);
   }
+  host().model.routes().defer_releases(
+      [manager] { event_timer_start(manager, 0, [manager] { release_routes(manager); }); });
   if (const Status status = start_source(manager)) {
     log_line("mpls_vpn_mib: cannot follow the router's changes: %s", err_text(status));
     std::exit(1);

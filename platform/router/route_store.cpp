@@ -5,6 +5,7 @@
 // once for every VRF that has it.
 #include "platform/router/route_store.h"
 
+#include <deque>
 #include <map>
 #include <utility>
 
@@ -28,10 +29,18 @@ struct OpenTable {
 struct RouteStore::State {
   RouteAttributeSets sets;  // outlives the tables
   std::map<RouteTableId, OpenTable> tables;
+  std::deque<std::unique_ptr<RouteTable>> released;  // rows that no reader finds any more
+  std::function<void()> on_release;                  // null: released on the spot
 
   OpenTable* find(RouteTableId id) {
     const auto found = tables.find(id);
     return found == tables.end() ? nullptr : &found->second;
+  }
+
+  void release(std::unique_ptr<RouteTable> rows) {
+    if (!on_release) return;  // and `rows` ends here
+    released.push_back(std::move(rows));
+    if (released.size() == 1) on_release();
   }
 
   Status put(RouteTableId id, const Route& route, bool keep_better, RouteChange* change) {
@@ -74,7 +83,7 @@ Status RouteStore::erase(RouteTableId table, const RouteKey& key) {
 void RouteStore::clear(RouteTableId table) {
   OpenTable* found = state_->find(table);
   if (found == nullptr || found->rows->count() == 0) return;
-  found->rows->clear();
+  state_->release(std::exchange(found->rows, make_route_table(table.family, &state_->sets)));
   found->changed = true;
 }
 
@@ -138,7 +147,20 @@ void RouteStore::open(RouteTableId table) {
 
 void RouteStore::close(RouteTableId table) {
   OpenTable* found = state_->find(table);
-  if (found != nullptr && --found->openings == 0) state_->tables.erase(table);
+  if (found == nullptr || --found->openings > 0) return;
+  auto closed = state_->tables.extract(table);
+  state_->release(std::move(closed.mapped().rows));
+}
+
+void RouteStore::defer_releases(std::function<void()> hook) {
+  state_->on_release = std::move(hook);
+  if (!state_->on_release) state_->released.clear();
+}
+
+bool RouteStore::release_some(std::size_t rows) {
+  auto& released = state_->released;
+  if (!released.empty() && !released.front()->release_some(rows)) released.pop_front();
+  return !released.empty();
 }
 
 void RouteStore::take_changed(const std::function<void(RouteTableId)>& visit) {

@@ -9,7 +9,7 @@
 //
 // There are no iterators: a reader keeps the key of the row it read last and asks for the following one, so
 // every change in between is safe. Reads and changes cost O(log n), counts are kept. A row costs about 40
-// octets (IPv4) or 75 (IPv6); what few routes have (metrics 2 to 5, a next-hop AS, labels) is kept once for
+// octets (IPv4) or 80 (IPv6); what few routes have (metrics 2 to 5, a next-hop AS, labels) is kept once for
 // all routes that have the same.
 //
 // Main thread only. Changes are not told one by one: Router::flush_route_changes() tells which tables
@@ -123,6 +123,13 @@ class RouteStore {
   std::size_t count(RouteTableId table) const;  // 0 for a table that is not open
   std::size_t total() const;                    // over all tables
   bool is_open(RouteTableId table) const;
+
+  // Rows of a table that is closed or cleared are gone for every reader at once, but giving their memory back
+  // takes a tenth of a second for a million of them. With a hook, which is called when there is something to
+  // give back, the owner of the loop does it by calling release_some() (at most `rows` rows, > 0) until it
+  // returns false; without one (null) it is done on the spot.
+  void defer_releases(std::function<void()> hook);
+  [[nodiscard]] bool release_some(std::size_t rows);
 
   // The model's side: each open() is matched by one close(); the last one drops the rows. Table 0 is none.
   void open(RouteTableId table);

@@ -499,5 +499,47 @@ TEST_F(RouteStoreRows, EveryKindOfChangeMarksItsTable) {
   EXPECT_THAT(TakeChanged(), ElementsAre(kRed));
 }
 
+// --- Memory of dropped tables
+
+TEST_F(RouteStoreRows, DroppedRowsAreGoneAtOnceAndReleasedInSteps) {
+  int calls = 0;
+  store_.defer_releases([&] { ++calls; });
+  for (unsigned octet = 1; octet <= 10; ++octet) Put(std::to_string(octet) + ".0.0.0/8");
+  store_.clear(kRed);
+  store_.close(kBlue);
+  EXPECT_EQ(store_.count(kRed), 0U);
+  EXPECT_EQ(calls, 1) << "told once while something waits";
+  Put("1.0.0.0/8");
+  int steps = 1;
+  while (store_.release_some(3)) ++steps;
+  EXPECT_EQ(steps, 5);  // ten rows in four steps, and an empty table
+  EXPECT_EQ(store_.count(kRed), 1U);
+  store_.clear(kRed);
+  EXPECT_EQ(calls, 2);
+}
+
+TEST_F(RouteStoreRows, ReleasedRowsGiveBackTheirLabels) {
+  store_.defer_releases([] {});
+  Route labelled = MakeRoute("10.0.0.0/8", "192.0.2.1");
+  labelled.labels = {100};
+  Put(kRed, labelled);
+  store_.clear(kRed);
+  labelled.key = MakeKey("11.0.0.0/8", "192.0.2.1");
+  Put(kRed, labelled);  // shares the labels with the row that waits
+  EXPECT_FALSE(store_.release_some(100));
+  EXPECT_THAT(Find(kRed, "11.0.0.0/8", "192.0.2.1").labels, ElementsAre(100));
+}
+
+TEST_F(RouteStoreRows, WithoutAHookNothingWaits) {
+  Put("10.0.0.0/8");
+  store_.clear(kRed);
+  EXPECT_FALSE(store_.release_some(100));
+  store_.defer_releases([] {});
+  Put("10.0.0.0/8");
+  store_.clear(kRed);
+  store_.defer_releases(nullptr);
+  EXPECT_FALSE(store_.release_some(100));
+}
+
 }  // namespace
 }  // namespace router

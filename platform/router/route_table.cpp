@@ -107,7 +107,10 @@ template <std::size_t kWords>
 class Table final : public RouteTable {
  public:
   explicit Table(RouteAttributeSets* sets) : sets_(sets) {}
-  ~Table() override { clear(); }
+  ~Table() override {
+    while (release_some(rows_.size())) {
+    }
+  }
 
   RouteChange put(const Route& route, bool keep_better) override {
     Row<kWords> row = row_of<kWords>(route);
@@ -126,9 +129,13 @@ class Table final : public RouteTable {
     return true;
   }
 
-  void clear() override {
-    for (const Row<kWords>& row : rows_) sets_->release(row.attributes);
-    rows_.clear();
+  bool release_some(std::size_t limit) override {
+    auto end = rows_.begin();
+    for (std::size_t visited = 0; end != rows_.end() && visited < limit; ++visited, ++end) {
+      sets_->release(end->attributes);
+    }
+    rows_.erase(rows_.begin(), end);
+    return !rows_.empty();
   }
 
   void begin_refresh() override {

@@ -17,7 +17,8 @@ class RouteTable {
   // `keep_better`: as RouteStore::offer().
   virtual RouteChange put(const Route& route, bool keep_better) = 0;
   virtual bool erase(const RouteKey& key) = 0;
-  virtual void clear() = 0;
+  // Takes away up to `limit` rows; true while there are more.
+  virtual bool release_some(std::size_t limit) = 0;
   virtual void begin_refresh() = 0;
   virtual bool end_refresh(std::size_t limit, std::size_t* erased) = 0;
   virtual bool find(const RouteKey& key, Route* route) const = 0;
