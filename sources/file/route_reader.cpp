@@ -25,6 +25,15 @@ std::string quoted(std::string_view text) {
   return "\"" + std::string(text) + "\"";
 }
 
+RouteType type_at(std::size_t position) {
+  return static_cast<RouteType>(position + 1);
+}
+
+RouteProtocol protocol_at(std::size_t position) {
+  const bool is_static = position + 1 == kProtocols.size();
+  return is_static ? RouteProtocol::kNetmgmt : static_cast<RouteProtocol>(position + 1);
+}
+
 void read_prefix(const YAML::Node& value, RouteEntry* entry) {
   const std::string text = read_text(value, "a prefix");
   if (text.find('/') == std::string::npos || !router::parse_address(text, &entry->prefix)) {
@@ -102,15 +111,11 @@ constexpr Key<RouteEntry> kRouteKeys[] = {
        entry->interface = read_line(value, "an interface's name", router::kInterfaceNameMax);
        entry->interface_mark = value.Mark();
      }},
-    {"type",
-     [](const YAML::Node& value, RouteEntry* entry) {
-       entry->type = static_cast<RouteType>(read_choice(value, "a route's type", kTypes) + 1);
-     }},
+    {"type", [](const YAML::Node& value,
+                RouteEntry* entry) { entry->type = type_at(read_choice(value, "a route's type", kTypes)); }},
     {"protocol",
      [](const YAML::Node& value, RouteEntry* entry) {
-       const std::size_t word = read_choice(value, "a route's protocol", kProtocols);
-       const bool is_static = word + 1 == kProtocols.size();
-       entry->protocol = is_static ? RouteProtocol::kNetmgmt : static_cast<RouteProtocol>(word + 1);
+       entry->protocol = protocol_at(read_choice(value, "a route's protocol", kProtocols));
      }},
     {"metric", read_metric},
     {"metrics", read_metrics},
@@ -185,6 +190,30 @@ RouteEntry read_route(const YAML::Node& item) {
 }
 
 }  // namespace
+
+bool route_type_of(std::string_view word, RouteType* type) {
+  const auto found = std::find(kTypes.begin(), kTypes.end(), word);
+  if (found != kTypes.end()) *type = type_at(static_cast<std::size_t>(found - kTypes.begin()));
+  return found != kTypes.end();
+}
+
+bool route_protocol_of(std::string_view word, RouteProtocol* protocol) {
+  const auto found = std::find(kProtocols.begin(), kProtocols.end(), word);
+  if (found != kProtocols.end())
+    *protocol = protocol_at(static_cast<std::size_t>(found - kProtocols.begin()));
+  return found != kProtocols.end();
+}
+
+std::string_view route_type_word(RouteType type) {
+  return kTypes[static_cast<std::size_t>(type) - 1];
+}
+
+std::string route_protocol_word(RouteProtocol protocol) {
+  if (protocol == RouteProtocol::kNetmgmt) return "static";
+  const auto number = static_cast<std::size_t>(protocol);
+  return number >= 1 && number < kProtocols.size() ? std::string(kProtocols[number - 1])
+                                                   : std::to_string(number);
+}
 
 void read_routes(const YAML::Node& value, std::vector<RouteEntry>* routes) {
   if (value.IsMap()) {

@@ -39,6 +39,13 @@ struct RouteEntry {
   YAML::Mark interface_mark = YAML::Mark::null_mark();
 };
 
+// The words for types and protocols; false for any other.
+[[nodiscard]] bool route_type_of(std::string_view word, router::RouteType* type);
+[[nodiscard]] bool route_protocol_of(std::string_view word, router::RouteProtocol* protocol);
+std::string_view route_type_word(router::RouteType type);
+// "bgp"; the number for a protocol without a word.
+std::string route_protocol_word(router::RouteProtocol protocol);
+
 // The value of `routes`: a list of routes, or one generator.
 void read_routes(const YAML::Node& value, std::vector<RouteEntry>* routes);
 // `count` made-up routes, as {generate: count} gives.

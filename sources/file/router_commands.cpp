@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "sources/file/router_file.h"
+#include "sources/file/router_words.h"
 
 namespace {
 
@@ -15,59 +16,16 @@ using router::Address;
 using router::Interface;
 using router::kDefaultVrf;
 using router::Vrf;
-using Words = std::vector<std::string>;
-
-std::string quoted(const std::string& text) {
-  return "\"" + text + "\"";
-}
-
-Status refuse(const RouterCommandContext& context, const std::string& why) {
-  *context.text = why;
-  return kStatusInvalid;
-}
+using router_words::apply_options;
+using router_words::Option;
+using router_words::parse_number;
+using router_words::quoted;
+using router_words::refuse;
+using router_words::report;
 
 Status unknown_interface(const RouterCommandContext& context, const std::string& name) {
   *context.text = "there is no interface " + quoted(name);
   return kStatusNoSuchRow;
-}
-
-// The answer of a change that the model was asked for: `done`, or what was refused and why.
-Status report(const RouterCommandContext& context, Status status, const std::string& done) {
-  *context.text = status == kStatusOk ? done : "refused: " + std::string(err_text(status));
-  return status;
-}
-
-bool parse_number(const std::string& text, std::uint32_t least, std::uint32_t most, std::uint32_t* number) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
-  return error == std::errc() && end == text.data() + text.size() && *number >= least && *number <= most;
-}
-
-// --- Words after the name: a keyword, with its value where it takes one
-// ------------------------------------------
-
-template <typename T>
-struct Option {
-  const char* keyword;
-  bool takes_value;
-  bool (*apply)(const std::string& value, T* into);  // false: the value is not valid
-};
-
-// 0, or kStatusInvalid with the reason in the answer.
-template <typename T, std::size_t kCount>
-Status apply_options(const RouterCommandContext& context, std::size_t first,
-                     const Option<T> (&options)[kCount], T* into) {
-  const Words& words = context.arguments;
-  for (std::size_t at = first; at < words.size(); ++at) {
-    const std::string& keyword = words[at];
-    const auto* option =
-        std::find_if(std::begin(options), std::end(options),
-                     [&](const Option<T>& candidate) { return keyword == candidate.keyword; });
-    if (option == std::end(options)) return refuse(context, "unknown word " + quoted(keyword));
-    if (option->takes_value && ++at == words.size())
-      return refuse(context, quoted(keyword) + " takes a value");
-    if (!option->apply(words[at], into)) return refuse(context, quoted(words[at]) + " is no " + keyword);
-  }
-  return kStatusOk;
 }
 
 bool is_description(const std::string& text) {
@@ -304,6 +262,10 @@ const std::vector<RouterCommand>& router_commands() {
       {"add-address", "NAME ADDRESS[/LENGTH]", "adds an address after those the interface has", true, 2, 2,
        add_address},
       {"delete-address", "NAME ADDRESS", "takes an address away", true, 2, 2, delete_address},
+      {"add-route", "VRF PREFIX [via ADDRESS] [interface NAME] [type T] [protocol P] [metric N] [label N]...",
+       "adds a path, or replaces the one with this prefix and next hop", true, 2, kAnyNumberOfArguments,
+       router_add_route},
+      {"delete-route", "VRF PREFIX [via ADDRESS]", "takes a path away", true, 2, 4, router_delete_route},
       {"reload", "", "loads the file again; what these commands changed is lost", true, 0, 0, reload},
   };
   return commands;

@@ -32,3 +32,7 @@ const std::vector<RouterCommand>& router_commands();
 
 // The command "show": everything (bounded), one VRF with its interfaces, or one interface.
 Status router_show(const RouterCommandContext& context);
+
+// The commands "add-route" and "delete-route".
+Status router_add_route(const RouterCommandContext& context);
+Status router_delete_route(const RouterCommandContext& context);

@@ -1,7 +1,8 @@
 // The command "show" of the action "router". An answer is bounded: of a large router the first VRFs and
-// interfaces are shown and the rest is counted; one VRF's interfaces are bounded in the same way.
+// interfaces are shown and the rest is counted; one VRF's interfaces and routes are bounded in the same way.
 #include <string>
 
+#include "sources/file/route_reader.h"
 #include "sources/file/router_commands.h"
 
 namespace {
@@ -54,6 +55,8 @@ class Lines {
   void next(Make make) {
     if (++count_ <= kShownMost) add(make());
   }
+  bool has_room() const { return count_ < kShownMost; }
+  void skip(std::size_t lines) { count_ += lines; }
 
  private:
   void add(const std::string& line) {
@@ -71,6 +74,36 @@ void show_interfaces(const Router& model, const std::string* vrf, std::string* t
   model.for_each_interface([&](const Interface& interface) {
     if (vrf == nullptr || interface.vrf == *vrf) lines.next([&] { return interface_line(model, interface); });
   });
+}
+
+std::string route_line(router::RouteTableId table, const router::Route& route, const Router& model) {
+  router::Address address{table.family, route.key.prefix_length, route.key.destination};
+  std::string line = "route " + router::format_address(address);
+  if (route.key.next_hop != router::RouteAddress{}) {
+    address.octets = route.key.next_hop;
+    const std::string hop = router::format_address(address);
+    line += " via " + hop.substr(0, hop.find('/'));
+  }
+  const Interface* interface = model.find_interface_by_index(route.interface_index);
+  if (interface != nullptr) line += " interface " + interface->name;
+  line += " " + std::string(router_file::route_type_word(route.type)) + " " +
+          router_file::route_protocol_word(route.protocol);
+  if (route.metrics[0] != router::kMetricUnused) line += " metric " + std::to_string(route.metrics[0]);
+  for (const std::uint32_t label : route.labels) line += " label " + std::to_string(label);
+  return line + " age " + std::to_string(router::route_age(route));
+}
+
+void show_routes(const Router& model, router::RouteTableId table, std::string* text) {
+  Lines lines(text, "routes");
+  router::Route route;
+  const router::RouteStore& store = model.routes();
+  std::size_t rest = store.count(table);
+  for (bool more = store.find_first(table, &route); more && lines.has_room();
+       more = store.find_next(table, route.key, &route)) {
+    lines.next([&] { return route_line(table, route, model); });
+    --rest;
+  }
+  lines.skip(rest);
 }
 
 void show_vrfs(const Router& model, std::string* text) {
@@ -107,6 +140,8 @@ Status router_show(const RouterCommandContext& context) {
   if (vrf != nullptr) {
     *context.text = vrf_line(*vrf);
     show_interfaces(model, &vrf->name, context.text);
+    show_routes(model, {router::Family::kIpv4, vrf->ipv4_table}, context.text);
+    show_routes(model, {router::Family::kIpv6, vrf->ipv6_table}, context.text);
   }
   if (vrf == nullptr && model.is_referenced(name)) *context.text = "vrf " + name + " referenced";
   if (interface != nullptr) {
