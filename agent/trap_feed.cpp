@@ -14,6 +14,7 @@ namespace {
 
 constexpr const char* kProviderPath = "/oper/mpls_vpn/gl/";
 constexpr const char* kName = "snmp";
+constexpr std::uint64_t kAcknowledgeAfter = 16;  // a part of the window in which the daemon sends ahead
 
 }  // namespace
 
@@ -113,6 +114,7 @@ void TrapFeed::send() {
     if (trap.done || trap.packet != 0) continue;
     if (!send_one(&trap)) break;
   }
+  session_->flush_notifies();
   drop_done();
 }
 
@@ -147,6 +149,8 @@ void TrapFeed::drop_done() {
 
 void TrapFeed::acknowledge() {
   if (!client_.connected() || done_ == acknowledged_) return;
+  // A daemon that is told of each would be woken for each.
+  if (!traps_.empty() && done_ - acknowledged_ < kAcknowledgeAfter) return;
   if (const Status status = client_.acknowledge(subscription_, done_)) {
     lose_connection(status);
     return;

@@ -88,8 +88,11 @@ std::uint32_t Session::notify(const std::function<void(Writer*)>& write) {
   writer.end();
   if (notifies_.empty()) notified_until_ = clock_monotonic() + options_.reply_ns;
   notifies_.push_back(packet);
-  flush();
   return packet;
+}
+
+void Session::flush_notifies() {
+  if (fd_ >= 0) flush();
 }
 
 void Session::connect() {

@@ -51,9 +51,11 @@ class Session {
   // From now on the subtree is registered, at once and after every re-opening. Until then the session is only
   // open.
   void allow_registration();
-  // Sends a Notify with the variables that `write` appends; its packet number, or 0 and nothing is sent when
-  // the subtree is not registered or kMaxNotifies of them are not answered yet.
+  // Queues a Notify with the variables that `write` appends, for flush_notifies() to send; its packet number,
+  // or 0 and nothing is queued when the subtree is not registered or kMaxNotifies of them are not answered
+  // yet.
   std::uint32_t notify(const std::function<void(Writer*)>& write);
+  void flush_notifies();
   static constexpr std::size_t kMaxNotifies = 16;
   // How often a session was lost: what was not answered before it counted up never will be.
   std::uint32_t losses() const { return losses_; }

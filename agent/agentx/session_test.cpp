@@ -452,6 +452,7 @@ TEST_F(SessionTest, NotifyIsSentOnlyWhileRegistered) {
 TEST_F(SessionTest, NotifyCarriesItsVariablesAndTheAnswerIsTold) {
   Register();
   const std::uint32_t packet = session_.notify([](Writer* writer) { writer->number32(5); });
+  session_.flush_notifies();
   const Pdu notify = master_.Next();
   ASSERT_EQ(notify.header.type, PduType::kNotify);
   EXPECT_EQ(notify.header.session, 77U);
