@@ -99,7 +99,8 @@ TEST_F(Loops, DebugAndShowDispatchesAFailureWithoutAnError) {
 TEST_F(Loops, StartUpTablesHoldTheirFunctionsInOrder) {
   EXPECT_EQ(server_init[0], mpls_vpn_mib_vrf_dbase_init);
   EXPECT_EQ(server_init[1], mpls_vpn_mib_if_dbase_init);
-  EXPECT_EQ(server_init[2], nullptr);
+  EXPECT_EQ(server_init[2], mpls_vpn_mib_rt_dbase_init);
+  EXPECT_EQ(server_init[3], nullptr);
   EXPECT_EQ(server_init_evm[0], mpls_vpn_mib_chkpt_init);
   EXPECT_EQ(server_init_evm[1], mpls_vpn_mib_timer_init);
   EXPECT_EQ(server_init_evm[2], mpls_vpn_mib_vtab_init);

@@ -23,6 +23,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_rt_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_timer.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
@@ -32,7 +33,8 @@
 #include "platform/bgp_vpn/bgp_vpn.h"
 #include "platform/proc/proc.h"
 
-const ServerInit server_init[] = {mpls_vpn_mib_vrf_dbase_init, mpls_vpn_mib_if_dbase_init, nullptr};
+const ServerInit server_init[] = {mpls_vpn_mib_vrf_dbase_init, mpls_vpn_mib_if_dbase_init,
+                                  mpls_vpn_mib_rt_dbase_init, nullptr};
 const ServerInitEvm server_init_evm[] = {mpls_vpn_mib_chkpt_init, mpls_vpn_mib_timer_init,
                                          mpls_vpn_mib_vtab_init, nullptr};
 

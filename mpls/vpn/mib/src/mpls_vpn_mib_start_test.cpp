@@ -273,6 +273,7 @@ INSTANTIATE_TEST_SUITE_P(
     InOrder, FailedStep,
     testing::Values(FailingStep{"VrfDatabase", "wavl_init", 1, "error in server_init"},
                     FailingStep{"InterfaceDatabase", "wavl_init", 2, "error in server_init"},
+                    FailingStep{"RouteTargetDatabase", "wavl_init", 3, "error in server_init"},
                     FailingStep{"Checkpoint", "chkpt_init", 1, "error in server_init_evm"},
                     FailingStep{"CheckpointTable", "chkpt_register", 1, "error in server_init_evm"},
                     FailingStep{"ReissueTimer", "timer_tree_new", 1, "error in server_init_evm"},

@@ -20,6 +20,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_membership.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_rt_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vmap.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
@@ -249,4 +250,6 @@ class DaemonTest : public testing::Test {
   std::string prints_;
   std::uint32_t last_vrf_id_ = 100;
   std::uint32_t last_if_index_ = 0;
+    ASSERT_EQ(mpls_vpn_mib_rt_dbase_init(), kStatusOk);
 };
+    mpls_vpn_mib_rt_dbase_end();
