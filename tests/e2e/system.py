@@ -56,6 +56,7 @@ class System:
             SNMP_PERSISTENT_DIR=str(self.folder / "snmp"), MIBS="", MIBDIRS=str(self.folder), **(environment or {}))
         self.processes = {}
         self.port = 0
+        self.trap_port = 0  # of snmptrapd; snmpd sends there when it is set
         self.agentx = self.folder / "agentx"
 
     def __enter__(self):
@@ -102,7 +103,7 @@ class System:
             self.port = self.port or random.randint(20000, 32000)
             conf = self.folder / "snmpd.conf"
             conf.write_text(f"agentAddress udp:127.0.0.1:{self.port}\nrocommunity public\nrwcommunity private\n"
-                            f"master agentx\nagentXSocket {self.agentx}\n")
+                            f"master agentx\nagentXSocket {self.agentx}\n" + self.trap_sink())
             process = self.spawn("snmpd", "snmpd", "-f", "-Lo", "-C", "-c", str(conf), "-p", str(self.folder / "snmpd.pid"))
             deadline = time.monotonic() + 5 * SLOW
             while process.poll() is None and time.monotonic() < deadline:
@@ -112,6 +113,39 @@ class System:
             self.kill("snmpd")
             self.port = 0
         raise AssertionError("snmpd did not start: " + self.log("snmpd"))
+
+    def trap_sink(self):
+        return f"trap2sink 127.0.0.1:{self.trap_port} public\n" if self.trap_port else ""
+
+    def start_trapd(self):
+        """A stock snmptrapd that logs every notification on a line. Before start_snmpd, which is told of it."""
+        conf = self.folder / "snmptrapd.conf"
+        conf.write_text("disableAuthorization yes\n")
+        for _ in range(20):
+            self.trap_port = random.randint(20000, 32000)
+            process = self.spawn("trapd", "snmptrapd", "-f", "-Lo", "-C", "-c", str(conf), "-One", "-Oq", "-F", "TRAP\t%v\n",
+                                 "-p", str(self.folder / "trapd.pid"), f"udp:127.0.0.1:{self.trap_port}")
+            deadline = time.monotonic() + 5 * SLOW
+            while process.poll() is None and time.monotonic() < deadline:
+                if f":{self.trap_port:04X} " in pathlib.Path("/proc/net/udp").read_text():
+                    return
+                time.sleep(0.02)
+            self.kill("trapd")
+        raise AssertionError("snmptrapd did not start: " + self.log("trapd"))
+
+    def traps(self):
+        """[(notification number, [(oid below the MIB, value)])] of this MIB, in the order received."""
+        root = oid_tuple(L3VPN)
+        found = []
+        for line in self.log("trapd").splitlines():
+            if not line.startswith("TRAP\t"):
+                continue
+            variables = [part.split(" ", 1) for part in line.split("\t")[1:] if " " in part]
+            trap = oid_tuple(variables[1][1])  # behind sysUpTime.0
+            if trap[:len(root) + 1] != root + (0,):
+                continue
+            found.append((trap[-1], [(oid_tuple(name)[len(root):], value.strip()) for name, value in variables[2:]]))
+        return found
 
     def start_agent(self, *options):
         self.spawn("agent", str(BIN / "mpls_vpn_snmp"), "--agentx-socket", str(self.agentx), *options)

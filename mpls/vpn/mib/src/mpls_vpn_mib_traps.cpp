@@ -3,7 +3,7 @@
 //
 // The switches stand in the table of mpls_vpn_mib_trap_info.cpp, which is also the list of the items that are
 // known here. A notification is encoded like every answer and told on the provider's connection, which sends
-// it to the watching clients and keeps nothing: who does not watch at that moment has missed it.
+// it to the subscribed clients and keeps it for the SNMP sub-agent until that one has acknowledged it.
 //
 // Ownership: the record's copy of the VRF name and the encoded buffer live until the notification is sent.
 // Main thread; nothing here waits.

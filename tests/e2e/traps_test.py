@@ -1,0 +1,194 @@
+#!/usr/bin/env python3
+"""Traps from the router's changes to a stock snmptrapd: each switch, every kind of change, restarts of every process on
+the way, and a queue that overflows."""
+import json
+import subprocess
+import unittest
+
+from system import BIN, SLOW, System, name_index, wait_until
+
+ROUTER = """
+vrfs:
+  - {name: red, table: 10}
+  - {name: blue, table: 20}
+interfaces:
+  - {name: ge0, index: 11, vrf: red, state: up, addresses: [10.0.0.1/24]}
+  - {name: ge1, index: 12, vrf: red, state: down, addresses: [10.0.1.1/24]}
+  - {name: ge2, index: 13, state: up, addresses: [10.0.2.1/24]}
+"""
+UP, DOWN = 1, 2
+QUEUE = 4096  # traps that the daemon keeps for the sub-agent
+
+
+def vrf_trap(number, vrf, index):
+    """What snmptrapd shows of a VRF that went up or down with this interface."""
+    name = name_index(vrf)
+    return (number, [((1, 2, 1, 1, 5) + name + (index,), "1"), ((1, 2, 2, 1, 6) + name, str(number))])
+
+
+class Traps(unittest.TestCase):
+    def setUp(self):
+        self.system = System(ROUTER)
+        self.addCleanup(self.system.__exit__, None, None, None)
+        self.system.start_trapd()
+        self.system.start_all()
+        self.expected = []
+
+    def config(self, *words):
+        self.system.cli("config", *words, check=True)
+
+    def router(self, *words):
+        self.system.cli("router", *words, check=True)
+
+    def flap(self, times=1):
+        for _ in range(times):
+            self.router("down", "ge0")
+            self.router("up", "ge0")
+            self.expected += [vrf_trap(DOWN, "red", 11), vrf_trap(UP, "red", 11)]
+
+    def comes(self, *traps):
+        """These traps and no others come next, in this order."""
+        self.expected += traps
+        wait_until(f"{len(self.expected)} traps", lambda: len(self.system.traps()) >= len(self.expected), 15)
+        self.assertEqual(self.system.traps(), self.expected)
+
+    def nothing_else_comes(self):
+        """A trap raised now is the next one to arrive: nothing was on its way before it."""
+        self.config("set", "traps", "all")
+        self.flap()
+        self.comes()
+
+    def test_up_down_join_leave_and_move(self):
+        self.config("set", "traps", "all")
+        self.router("down", "ge0")
+        self.comes(vrf_trap(DOWN, "red", 11))
+        self.router("up", "ge1")
+        self.comes(vrf_trap(UP, "red", 12))
+        self.router("up", "ge0")  # the second one up says nothing
+        self.router("down", "ge1")
+        self.router("move", "ge2", "blue")
+        self.comes(vrf_trap(UP, "blue", 13))
+        self.router("move", "ge2", "red")
+        self.comes(vrf_trap(DOWN, "blue", 13))
+        self.router("leave", "ge2")
+        self.router("leave", "ge0")
+        self.comes(vrf_trap(DOWN, "red", 11))
+        self.router("move", "ge0", "red")
+        self.comes(vrf_trap(UP, "red", 11))
+
+    def test_flapping_interface_is_told_each_time_in_order(self):
+        self.config("set", "traps", "all")
+        self.flap(20)
+        self.comes()
+
+    def test_each_switch_alone(self):
+        self.config("set", "traps", "vrf-up")
+        self.router("down", "ge0")
+        self.router("up", "ge0")
+        self.comes(vrf_trap(UP, "red", 11))
+        self.config("delete", "traps", "vrf-up")
+        self.config("set", "traps", "vrf-down")
+        self.router("down", "ge0")
+        self.router("up", "ge0")
+        self.comes(vrf_trap(DOWN, "red", 11))
+        # An up that is not told is not considered either: the interface may tell no second down before the next up.
+        self.config("set", "traps", "all")
+        self.config("delete", "traps", "vrf-down")
+        self.router("down", "ge0")
+        self.router("up", "ge0")
+        self.comes(vrf_trap(UP, "red", 11))
+        self.config("delete", "traps", "all")
+        self.router("down", "ge0")
+        self.router("up", "ge0")
+        self.config("set", "traps", "vrf-up")
+        self.config("set", "traps", "vrf-down")
+        self.flap()
+        self.comes()
+
+    def test_without_a_switch_nothing_is_told(self):
+        self.router("down", "ge0")
+        self.router("up", "ge0")
+        for item in ("mid-thresh-exc", "max-thresh-exc", "ilg-lbl-exc", "max-thresh-clr"):
+            self.config("set", "traps", item)
+        self.router("down", "ge0")
+        self.router("up", "ge0")
+        self.nothing_else_comes()
+
+    def test_switches_survive_the_daemon(self):
+        self.config("set", "traps", "vrf-down")
+        self.config("set", "traps", "notif-reissue-time", "60")
+        self.system.kill("daemon")
+        self.system.start_daemon()
+        shown = {row["item"]: row["value"] for row in self.system.cli_json("config", "show", "traps")}
+        self.assertEqual(shown, {"vrf-down": 1, "notif-reissue-time": 60})
+        self.system.wait_registered()
+        self.assertEqual(self.system.cli_json("show", "scalars")["maxThresholdNotifTime"], 60)
+        self.router("down", "ge0")
+        self.comes(vrf_trap(DOWN, "red", 11))
+
+    def test_order_is_kept_while_snmpd_is_away(self):
+        self.config("set", "traps", "all")
+        self.flap(3)
+        self.comes()
+        self.system.kill("snmpd")
+        self.flap(10)
+        self.system.agentx.unlink(missing_ok=True)
+        self.system.start_snmpd()
+        self.comes()
+        self.flap(2)
+        self.comes()
+
+    def test_order_is_kept_while_the_sub_agent_is_away(self):
+        self.config("set", "traps", "all")
+        for _ in range(3):
+            self.system.kill("agent")
+            self.flap(5)
+            self.system.start_agent()
+            self.flap(1)
+            self.comes()
+
+    def test_full_queue_loses_the_oldest_and_says_how_many(self):
+        self.config("set", "traps", "all")
+        self.system.kill("agent")
+        pairs = QUEUE // 2 + 25
+        self.flap_quickly(pairs)
+        self.system.start_agent()
+        wait_until("the traps of a whole queue", lambda: len(self.system.traps()) >= QUEUE, 60)
+        expected = [vrf_trap(DOWN, "red", 11), vrf_trap(UP, "red", 11)] * (QUEUE // 2)
+        wrong = [place for place, pair in enumerate(zip(self.system.traps(), expected)) if pair[0] != pair[1]]
+        self.assertEqual(wrong[:10], [])  # whole lists would take minutes to compare
+        self.assertEqual(len(self.system.traps()), QUEUE)
+        self.assertIn("traps: 50 lost because the queue of the daemon was full, 50 since the start", self.system.log("agent"))
+        self.assertIn("50 notifications were lost while the queue was full", self.system.log("daemon"))
+
+    def flap_quickly(self, pairs):
+        """Over one connection: thousands of processes would take minutes."""
+        from wire import Client
+        with Client(self.system.folder / "run/dev.mpls.vpn.main") as client:
+            for _ in range(pairs):
+                client.action("router", "down", "ge0")
+                client.action("router", "up", "ge0")
+
+    def test_watch_shows_what_is_told(self):
+        self.config("set", "traps", "all")
+        for options, check in (([], self.check_text), (["--json"], self.check_json)):
+            watch = subprocess.Popen([str(BIN / "mplsvpn"), *options, "watch", "--count", "2", "--timeout", str(20 * SLOW)],
+                                     env=self.system.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+            self.assertEqual(watch.stderr.readline(), "watching for traps\n")
+            self.flap()
+            output, errors = watch.communicate(timeout=30 * SLOW)
+            self.assertEqual(watch.returncode, 0, errors)
+            check(output.splitlines())
+
+    def check_text(self, lines):
+        self.assertEqual([line.split(" ", 1)[1] for line in lines],
+                         ["mplsL3VpnVrfDown red interface 11 vrf down", "mplsL3VpnVrfUp red interface 11 vrf up"])
+
+    def check_json(self, lines):
+        traps = [json.loads(line) for line in lines]
+        self.assertEqual([(trap["notification"], trap["vrfName"], trap["ifConfIndex"], trap["lostBefore"]) for trap in traps],
+                         [("mplsL3VpnVrfDown", "red", 11, 0), ("mplsL3VpnVrfUp", "red", 11, 0)])
+
+
+if __name__ == "__main__":
+    unittest.main()
