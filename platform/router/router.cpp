@@ -139,6 +139,10 @@ bool Router::is_referenced(std::string_view name) const {
   return state_->references.contains(name);
 }
 
+std::uint64_t Router::changes() const {
+  return state_->changes;
+}
+
 std::size_t Router::vrf_count() const {
   return state_->vrfs.size() - 1;
 }

@@ -139,6 +139,11 @@ class Router {
   const Interface* find_interface_by_name(std::string_view name) const;
   const Interface* find_interface_by_index(std::uint32_t index) const;
 
+  // How many changes the observers were told of. While they are told, it is the number of that change: what
+  // several services queue because of one change, or of an earlier and a later one, can be put in order by
+  // it.
+  std::uint64_t changes() const;
+
   std::size_t vrf_count() const;  // without "default"
   std::size_t interface_count() const;
   // In name order (ShorterFirst); "default" is included in for_each_vrf.

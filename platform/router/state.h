@@ -27,6 +27,7 @@ struct Router::State {
 
   std::vector<std::pair<ObserverRank, Observer*>> observers;  // by rank, then in the order they came
   unsigned busy = 0;                                          // > 0 while observers or visitors run
+  std::uint64_t changes = 0;
 
   // Every change begins with this: its fault point, and the refusal of changes from inside a notification.
   Status may_change(const char* operation) const {
@@ -49,12 +50,14 @@ struct Router::State {
   template <typename Tell>
   void tell_up(Tell tell) {  // records first
     const Busy guard(this);
+    ++changes;
     for (const auto& [rank, observer] : observers) tell(*observer);
   }
 
   template <typename Tell>
   void tell_down(Tell tell) {  // records last
     const Busy guard(this);
+    ++changes;
     for (auto entry = observers.rbegin(); entry != observers.rend(); ++entry) tell(*entry->second);
   }
 

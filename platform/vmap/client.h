@@ -27,6 +27,7 @@ struct Event {
   std::uint32_t vrf_id = 0;
   std::uint32_t flags = 0;
   std::uint64_t incarnation = 0;  // of a VRF
+  std::uint64_t turn = 0;         // its place among the events of both services (vmap.h)
   SharedName vrf_name;
 };
 

@@ -34,6 +34,23 @@ void call_interface(VmapMemberDatabase* database, const Event& event) {
   database->intf_callback(database, event.kind, &item);
 }
 
+bool is_untold_vrf(const VmapClient& client, const Event& event) {
+  if (event.kind == VmapEvent::kUpdate) return service().incarnation_of(*event.vrf_name) != event.incarnation;
+  const auto told = client.told.vrfs.find(*event.vrf_name);
+  return told == client.told.vrfs.end() || told->second.incarnation != event.incarnation;
+}
+
+bool is_untold_member(const VmapClient& client, const Event& event) {
+  if (event.kind == VmapEvent::kDelete) return !client.told.interfaces.contains(event.handle);
+  const Member* member = service().members.find(event.handle);
+  return member == nullptr || *member->vrf->name != *event.vrf_name;
+}
+
+// What has gone again before it was told, or its going.
+bool is_untold(const VmapClient& client, const Event& event) {
+  return event.is_vrf ? is_untold_vrf(client, event) : is_untold_member(client, event);
+}
+
 bool is_subscribed(const VmapMemberDatabase& database, const Event& event) {
   return event.is_vrf ? database.vrf_callback != nullptr : database.intf_callback != nullptr;
 }
@@ -59,32 +76,36 @@ void note_deletion(std::uint64_t client_id, const Event& event) {
 
 void deliver(VmapClient* client, const Event& event) {
   VmapMemberDatabase* const database = client->registered;
-  if (!is_subscribed(*database, event)) return;
+  if (!is_subscribed(*database, event) || is_untold(*client, event)) return;
   const std::uint64_t id = client->id;
   if (event.kind == VmapEvent::kUpdate) note_update(&client->told, event);
   event.is_vrf ? call_vrf(database, event) : call_interface(database, event);
   if (event.kind == VmapEvent::kDelete) note_deletion(id, event);
 }
 
-// Delivers up to `limit` events while the registration lasts; how many.
-std::uint32_t deliver_some(std::uint64_t client_id, std::uint64_t registration, std::size_t limit) {
+// Delivers up to `limit` events while the registration lasts and `may_go` allows; how many.
+template <typename MayGo>
+std::uint32_t deliver_some(std::uint64_t client_id, std::uint64_t registration, std::size_t limit,
+                           MayGo may_go) {
   std::uint32_t delivered = 0;
   while (delivered < limit && is_registered(client_id, registration)) {
     VmapClient* const client = find_client(client_id);
-    if (client->queue.empty()) break;
-    const Event event = std::move(client->queue.front());
-    client->queue.pop_front();
-    deliver(client, event);
+    if (client->queue.empty() || !may_go(client->queue.front())) break;
+    deliver_front(client);
     ++delivered;
   }
   return delivered;
+}
+
+bool is_its_turn(const Event& event) {
+  return service().oldest_elsewhere == nullptr || event.turn < service().oldest_elsewhere();
 }
 
 void post_delivery(VmapClient* client);
 
 void run_delivery(std::uint64_t client_id, std::uint64_t registration) {
   if (!is_registered(client_id, registration)) return;
-  deliver_some(client_id, registration, find_client(client_id)->registered->batch);
+  deliver_some(client_id, registration, find_client(client_id)->registered->batch, is_its_turn);
   if (!is_registered(client_id, registration)) return;
   VmapClient* const client = find_client(client_id);
   client->delivery_posted = false;
@@ -143,6 +164,21 @@ void append(std::deque<Event>* queue, std::vector<Event> events, const VmapMembe
 
 }  // namespace
 
+VmapClient* oldest_waiting() {
+  VmapClient* oldest = nullptr;
+  for (const auto& client : service().clients) {
+    if (client->registered == nullptr || client->queue.empty()) continue;
+    if (oldest == nullptr || client->queue.front().turn < oldest->queue.front().turn) oldest = client.get();
+  }
+  return oldest;
+}
+
+void deliver_front(VmapClient* client) {
+  const Event event = std::move(client->queue.front());
+  client->queue.pop_front();
+  deliver(client, event);
+}
+
 void enqueue(VmapClient* client, const Event& event) {
   client->queue.push_back(event);
   post_delivery(client);
@@ -152,7 +188,8 @@ std::uint32_t replay(VmapClient* client) {
   append(&client->queue, ghost_interfaces(client->told), *client->registered);
   append(&client->queue, ghost_vrfs(client->told), *client->registered);
   append(&client->queue, service().everything(), *client->registered);
-  return deliver_some(client->id, client->registration, client->queue.size());
+  return deliver_some(client->id, client->registration, client->queue.size(),
+                      [](const Event&) { return true; });
 }
 
 bool is_registered(std::uint64_t client_id, std::uint64_t registration) {

@@ -65,7 +65,9 @@ Event Service::interface_event(VmapEvent kind, const Member& member) const {
   return event;
 }
 
-void Service::announce(const Event& event) {
+void Service::announce(Event event) {
+  event.turn =
+      vmap_turn(model_->changes(), event.kind == VmapEvent::kDelete ? VmapPhase::kLeft : VmapPhase::kJoined);
   for (const auto& client : clients) {
     if (client->registered != nullptr) enqueue(client.get(), event);
   }

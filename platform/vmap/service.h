@@ -35,11 +35,12 @@ class Service : public router::Observer {
   std::vector<std::unique_ptr<VmapClient>> clients;
   std::uint64_t last_client = 0;
   void (*deletion_told)(const char* vrf_name) = nullptr;
+  std::uint64_t (*oldest_elsewhere)() = nullptr;
 
  private:
   Event vrf_event(VmapEvent kind, const router::Vrf& vrf) const;
   Event interface_event(VmapEvent kind, const Member& member) const;
-  void announce(const Event& event);
+  void announce(Event event);
   void announce_members_of(const std::string& vrf);
   void join(const router::Interface& interface);
   void leave(std::uint32_t handle);
@@ -54,6 +55,11 @@ Service& service();
 // --- delivery.cpp ---
 // Puts the event behind what waits already and sees that it will be delivered.
 void enqueue(VmapClient* client, const Event& event);
+// The registered client whose first waiting event is the oldest of all; null when nothing waits.
+VmapClient* oldest_waiting();
+// Takes the client's first waiting event and tells it, unless it is about something that went untold. The
+// client may have ended on return.
+void deliver_front(VmapClient* client);
 // Ghosts as deletions, then everything that exists, delivered at once. The number of items announced.
 std::uint32_t replay(VmapClient* client);
 // Whether this registration of this client lasts still; for loops around callbacks, which may end both.

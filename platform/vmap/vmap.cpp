@@ -185,6 +185,19 @@ bool vmap_owes_vrf_deletion(const char* vrf_name) {
   });
 }
 
+std::uint64_t vmap_oldest_turn() {
+  const VmapClient* client = vmap::oldest_waiting();
+  return client == nullptr ? kVmapNoTurn : client->queue.front().turn;
+}
+
+void vmap_deliver_oldest() {
+  if (VmapClient* client = vmap::oldest_waiting()) vmap::deliver_front(client);
+}
+
+void vmap_wait_for(std::uint64_t (*oldest_elsewhere)()) {
+  service().oldest_elsewhere = oldest_elsewhere;
+}
+
 void vmap_on_vrf_deletion_told(void (*hook)(const char* vrf_name)) {
   service().deletion_told = hook;
 }

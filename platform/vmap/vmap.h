@@ -15,6 +15,13 @@
 // created again meanwhile is another VRF, and is announced as deleted first. Changes that were not delivered
 // when the connection dropped are forgotten; the next registration makes up for them.
 //
+// A VRF, or a membership, that is gone again before a client was told of it is not announced at all: nobody
+// could ask any more what it was.
+//
+// The record service tells its client of the same changes; what both have to tell is delivered in the order
+// of the changes (VmapPhase), so that an interface is down before it leaves, a record gone before its VRF's
+// id is announced for another VRF, and an interface in its VRF before it comes up there.
+//
 // Fault points are named after the operations. kStatusInvalid for null arguments. Main thread only.
 #pragma once
 
@@ -83,6 +90,20 @@ void vmap_service_start();
 // True while a client was told of a VRF of this name that has been deleted since, and not yet of the
 // deletion: the client may still use its record. Asked by the record service.
 bool vmap_owes_vrf_deletion(const char* vrf_name);
+// The order of what one change of the model makes the two services tell: the lower first.
+enum class VmapPhase : std::uint8_t { kWentDown, kLeft, kRecord, kJoined, kCameUp };
+inline constexpr std::uint64_t vmap_turn(std::uint64_t change, VmapPhase phase) {
+  return change * 8 + static_cast<std::uint64_t>(phase);
+}
+inline constexpr std::uint64_t kVmapNoTurn = UINT64_MAX;
+// The turn of the oldest undelivered event of any client, or kVmapNoTurn.
+std::uint64_t vmap_oldest_turn();
+// Delivers that event. How the record service lets what is older pass.
+void vmap_deliver_oldest();
+// The turn of the oldest event of the record service, asked before each delivery: what is younger than that
+// waits. Null ends it.
+void vmap_wait_for(std::uint64_t (*oldest_elsewhere)());
+
 // Called with the name whenever a client was told of a VRF's deletion, or ended; null ends it. How the record
 // service learns that it may look again.
 void vmap_on_vrf_deletion_told(void (*hook)(const char* vrf_name));

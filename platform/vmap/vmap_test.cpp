@@ -63,9 +63,10 @@ TEST_F(Membership, LiveChangesComeThroughTheLoopInTheOrderTheyHappened) {
   Connect();
   AddVrf("red", 10);
   AddInterface("ge0", "red");
+  EXPECT_THAT(Told(), IsEmpty()) << "before the loop ran";
+  Run();
   Remove("ge0");
   DeleteVrf("red");
-  EXPECT_THAT(Told(), IsEmpty()) << "before the loop ran";
   Run();
   EXPECT_THAT(Told(), ElementsAre("+vrf red 10", "+if 1 red 10", "-if 1 red 10", "-vrf red 10"));
 }
@@ -74,11 +75,12 @@ TEST_F(Membership, EventSaysWhatWasTrueWhenTheChangeHappened) {
   Connect();
   AddInterface("ge0", "red");
   AddVrf("red", 10);
+  Run();
   DeleteVrf("red");
   Move("ge0", "blue");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+vrf red 10", "+if 1 red 10", "-vrf red 10", "+if 1 red 0",
-                                  "-if 1 red 0", "+if 1 blue 0"));
+  EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+vrf red 10", "+if 1 red 10", "-vrf red 10", "-if 1 red 0",
+                                  "+if 1 blue 0"));
 }
 
 TEST_F(Membership, MoveIsADeleteForTheOldVrfThenAnUpdateForTheNewOne) {
@@ -88,9 +90,24 @@ TEST_F(Membership, MoveIsADeleteForTheOldVrfThenAnUpdateForTheNewOne) {
   Connect();
   Told();
   Move("ge0", "blue");
+  Run();
   Move("ge0", "default");
   Run();
   EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 blue 20", "-if 1 blue 20"));
+}
+
+TEST_F(Membership, MembershipThatHasEndedAgainUntoldIsNotAnnounced) {
+  AddVrf("red", 10);
+  AddVrf("blue", 20);
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  AddInterface("ge1", "red");
+  Remove("ge1");
+  Move("ge0", "blue");
+  Move("ge0", "red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 red 10"));
 }
 
 TEST_F(Membership, MembersAreAnnouncedAgainWhenTheirVrfIsCreatedOrDeleted) {
@@ -99,9 +116,26 @@ TEST_F(Membership, MembersAreAnnouncedAgainWhenTheirVrfIsCreatedOrDeleted) {
   Connect();
   EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+if 2 blue 0"));
   AddVrf("red", 10);
+  Run();
   DeleteVrf("red");
   Run();
   EXPECT_THAT(Told(), ElementsAre("+vrf red 10", "+if 1 red 10", "-vrf red 10", "+if 1 red 0"));
+}
+
+TEST_F(Membership, VrfThatHasGoneAgainUntoldIsNotAnnounced) {
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  AddVrf("red", 10);
+  DeleteVrf("red");
+  AddVrf("red", 11);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+if 1 red 10", "+if 1 red 0", "+vrf red 11", "+if 1 red 11"));
+  DeleteVrf("red");
+  AddVrf("red", 12);
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 11", "+if 1 red 0", "+if 1 red 12", "+if 1 red 0"));
 }
 
 TEST_F(Membership, RenamedInterfaceIsAnnouncedAgainOtherChangesAreNot) {

@@ -8,8 +8,18 @@
 // that the callback left open (because its end failed) is closed here, so that no record stays locked. A
 // begin-access outside a callback takes the oldest event of the name; its callback is then not called.
 //
+// An interface that goes down is down for the look-ups before the callback runs, and one that comes up is up
+// after it: whoever asks inside the callback what else is up does not find the interface itself, in either
+// case.
+//
+// The membership service has a queue of its own; before each event, what is older there is let pass, and it
+// waits in its turn (vmap.h).
+//
 // vtab_end_client may be called from inside a callback: the generation number tells.
+#include <utility>
+
 #include "platform/base/log.h"
+#include "platform/vmap/vmap.h"
 #include "platform/vtab/service.h"
 
 namespace vtab {
@@ -28,9 +38,18 @@ void Service::post_delivery() {
   event_post(client.manager, [this, generation = generation_] { run_delivery(generation); });
 }
 
+std::uint64_t Service::oldest_turn() const {
+  return events_.empty() ? kVmapNoTurn : events_.front().turn;
+}
+
 void Service::run_delivery(std::uint64_t generation) {
-  for (int count = 0; count < kBatch && generation == generation_ && !events_.empty(); ++count)
-    deliver_front();
+  for (int count = 0; count < kBatch && generation == generation_ && !events_.empty(); ++count) {
+    if (vmap_oldest_turn() < oldest_turn()) {
+      vmap_deliver_oldest();
+    } else {
+      deliver_front();
+    }
+  }
   if (generation == generation_ && !events_.empty()) post_delivery();
 }
 
@@ -43,7 +62,7 @@ void Service::call_back(const Event& event) {
   if (event.is_vrf && client.vrf_callback != nullptr) {
     const std::string name = event.node->vrf_name;
     static_cast<void>(client.vrf_callback(name.c_str()));
-  } else if (!event.is_vrf && client.if_callback != nullptr) {
+  } else if (!event.is_vrf && event.change.is_one() && client.if_callback != nullptr) {
     const std::string name = event.if_name;
     const std::string vrf = event.vrf_name;
     static_cast<void>(client.if_callback(name.c_str(), vrf.c_str()));
@@ -52,15 +71,27 @@ void Service::call_back(const Event& event) {
 
 void Service::deliver_front() {
   const std::uint64_t generation = generation_;
-  call_back(events_.front());
+  const Event& event = events_.front();
+  if (!event.is_vrf) show_downs(event.interface, event.to);
+  call_back(event);
   if (generation != generation_) return;
   close_left_accesses();
-  VrfNode* const node = events_.front().node;
+  Event over = std::move(events_.front());
   events_.pop_front();
-  if (node == nullptr) return;
-  --node->queued_events;
-  const std::string name = node->vrf_name;
-  release(name.c_str());
+  settle(std::move(over));
+}
+
+// What an event leaves behind, whether or not anybody was told.
+void Service::settle(Event event) {
+  if (event.is_vrf) {
+    --event.node->queued_events;
+    const std::string name = event.node->vrf_name;
+    release(name.c_str());
+  } else {
+    --event.interface->queued_events;
+    show(event.interface, std::move(event.to));
+    interfaces.release(event.interface);
+  }
 }
 
 void Service::close_left_accesses() {
@@ -70,20 +101,19 @@ void Service::close_left_accesses() {
   }
   if (interface_in_callback != nullptr) {
     log_line("record service: access to interface %s was left open; closed", interface_in_callback->if_name);
-    interfaces.end_access(interface_in_callback);
+    interface_in_callback->in_access = false;
   }
   vrf_in_callback = nullptr;
   interface_in_callback = nullptr;
 }
 
 void Service::forget_events() {
-  for (const Event& event : events_) {
-    if (event.node != nullptr) --event.node->queued_events;
-  }
-  events_.clear();
+  ++generation_;
+  if (vrf_in_callback != nullptr) vrf_in_callback->in_access = false;
+  if (interface_in_callback != nullptr) interface_in_callback->in_access = false;
   vrf_in_callback = nullptr;
   interface_in_callback = nullptr;
-  ++generation_;
+  for (Event& event : std::exchange(events_, {})) settle(std::move(event));
 }
 
 template <typename Matches>

@@ -142,7 +142,8 @@ TEST_F(Records, RecordIsReleasedAtOnceWhenNobodyListens) {
   EXPECT_EQ(removed_count(), 0U);
 }
 
-// A membership client that was told of every VRF.
+// A membership client that was told of every VRF and member, and notes it among the lines of the record
+// events.
 class RecordsAndMembership : public Records {
  protected:
   RecordsAndMembership() {
@@ -160,8 +161,14 @@ class RecordsAndMembership : public Records {
     std::uint32_t count = 0;
     ASSERT_EQ(vmap_c_bind(membership_, &fd), kStatusOk);
     ASSERT_EQ(vmap_c_mdb_init(membership_, 2, &database), kStatusOk);
-    const auto ignore = [](VmapMemberDatabase*, VmapEvent, const VmapVrfItem*) {};
-    ASSERT_EQ(vmap_c_mdb_add_vrf_all(database, ignore), kStatusOk);
+    const auto note_vrf_item = [](VmapMemberDatabase*, VmapEvent kind, const VmapVrfItem* item) {
+      note_line(std::string(kind == VmapEvent::kUpdate ? "+vrf " : "-vrf ") + item->vrf_name);
+    };
+    const auto note_member = [](VmapMemberDatabase*, VmapEvent kind, const VmapIntfItem* item) {
+      note_line(std::string(kind == VmapEvent::kUpdate ? "+if in " : "-if in ") + item->vrf_name);
+    };
+    ASSERT_EQ(vmap_c_mdb_add_intf_all(database, note_member, 40), kStatusOk);
+    ASSERT_EQ(vmap_c_mdb_add_vrf_all(database, note_vrf_item), kStatusOk);
     ASSERT_EQ(vmap_c_notif_reg(database, &fd, &count), kStatusOk);
   }
   VmapClient* membership_ = nullptr;
@@ -173,6 +180,7 @@ TEST_F(RecordsAndMembership, RecordOutlivesItsCallbackWhileTheMembershipClientIs
   Connect();
   VtabVrfRecord* record = Find("red");
   vmap_service_stop();
+  Told();
   DeleteVrf("red");
   Run();
   EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 2"));
@@ -218,6 +226,73 @@ TEST_F(RecordsAndMembership, VrfThatComesAndGoesLeavesNoRecordsBehind) {
   }
   Run();
   EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(RecordsAndMembership, RecordOfAVrfIsGoneBeforeItsIdIsAnnouncedForAnother) {
+  AddVrf("red", 10);
+  StartClient();
+  Connect();
+  Told();
+  DeleteVrf("red");
+  AddVrf("blue", 10);
+  AddVrf("red", 11);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red", "vrf red 10 event 2", "vrf blue 10 event 1", "+vrf blue",
+                                  "vrf red 11 event 1", "+vrf red"));
+}
+
+TEST_F(RecordsAndMembership, InterfaceGoesDownBeforeItLeavesAndComesUpAfterItHasJoined) {
+  AddUsableInterface("ge0", 7, "red");
+  SetLink("ge0", true);
+  StartClient();
+  Connect();
+  Told();
+  Move("ge0", "blue");
+  Run();
+  Remove("ge0");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record ge0", "-if in red", "+if in blue",
+                                  "if ge0 in blue changes 1 1 record ge0",
+                                  "if ge0 in blue changes 2 2 record ge0", "-if in blue"));
+}
+
+TEST_F(RecordsAndMembership, OrderOfTheChangesHoldsOverManyBatches) {
+  constexpr std::uint32_t kMany = 300;
+  StartClient();
+  Connect();
+  std::vector<std::string> expected;
+  for (std::uint32_t n = 2; n < kMany; ++n) {
+    const std::string name = "vrf" + std::to_string(n);
+    AddVrf(name, n);
+    expected.push_back("vrf " + name + ' ' + std::to_string(n) + " event 1");
+    expected.push_back("+vrf " + name);
+    if (n % 7 != 0) continue;
+    AddInterface("ge" + std::to_string(n), n, name);
+    expected.push_back("+if in " + name);
+  }
+  Run();
+  EXPECT_EQ(Told(), expected);
+}
+
+TEST_F(RecordsAndMembership, MembershipGoesOnWhenTheRecordClientEndsBetweenItsEvents) {
+  StartClient();
+  Connect();
+  AddVrf("red", 10);
+  vtab_end_client();
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+vrf red"));
+}
+
+TEST_F(Records, RegistrationIsKeptAsItCame) {
+  StartClient();
+  const Client& client = service().client;
+  EXPECT_EQ(client.name, "test");
+  EXPECT_EQ(client.attribute_size, sizeof(TestAttributes));
+  EXPECT_THAT(client.init_numbers, ElementsAre(0U, 1U, 3U));
+  EXPECT_THAT(client.vrf_texts, ElementsAre("all", "default"));
+  EXPECT_THAT(client.vrf_numbers, ElementsAre(3U, 0x87U, 1U));
+  EXPECT_THAT(client.if_texts, ElementsAre("all-if", "all", "default"));
+  EXPECT_THAT(client.if_numbers, ElementsAre(3U, 1U, 0x221U, 0U));
 }
 
 TEST_F(Records, RecordInAccessIsNotReleased) {
@@ -286,7 +361,7 @@ TEST_F(Records, VrfAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
 }
 
 TEST_F(Records, InterfaceAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
-  AddInterface("ge0", 7, "red");
+  AddUsableInterface("ge0", 7, "red");
   StartClient();
   SetLink("ge0", true);
   SetLink("ge0", false);
@@ -297,7 +372,7 @@ TEST_F(Records, InterfaceAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
 }
 
 TEST_F(Records, InterfaceRecordInAccessOutlivesItsInterface) {
-  AddInterface("ge0", 7, "red");
+  AddUsableInterface("ge0", 7, "red");
   StartClient();
   SetLink("ge0", true);
   IfAccess access;
@@ -314,7 +389,7 @@ TEST_F(Records, InterfaceRecordInAccessOutlivesItsInterface) {
 }
 
 TEST_F(Records, FailedInterfaceAccessIsReportedToTheCallback) {
-  AddInterface("ge0", 7, "red");
+  AddUsableInterface("ge0", 7, "red");
   StartClient();
   SetLink("ge0", true);
   const ScopedFault fault("vtab_lock_begin_access_if_record", kStatusIo);
@@ -323,7 +398,7 @@ TEST_F(Records, FailedInterfaceAccessIsReportedToTheCallback) {
 }
 
 TEST_F(Records, VrfAndInterfaceEventsKeepTheOrderOfTheChanges) {
-  AddInterface("ge0", 7, "red");
+  AddUsableInterface("ge0", 7, "red");
   StartClient();
   AddVrf("red", 10);
   SetLink("ge0", true);

@@ -1,22 +1,51 @@
-// The interface records: see if_records.h. Addresses are not copied into records; they are read from the
-// router model when asked for.
+// The interface records: see if_records.h.
 #include "platform/vtab/if_records.h"
+
+#include <algorithm>
 
 #include "platform/vtab/vrf_records.h"
 
 namespace vtab {
 namespace {
 
-void fill(IfNode* node, const router::Interface& interface) {
-  const std::uint32_t state = interface.up ? kVtabStateUp : kVtabStateDown;
+void set_identity(IfNode* node, const router::Interface& interface) {
   set_name(node->if_name, interface.name);
   set_name(node->vrf_name, interface.vrf);
   node->if_index = interface.index;
-  node->ipv4_state = state;
-  node->ipv6_state = state;
+}
+
+std::uint32_t family_state(const router::Interface& interface, router::Family family) {
+  const auto is_of_family = [family](const router::Address& address) { return address.family == family; };
+  const bool has_address = std::any_of(interface.addresses.begin(), interface.addresses.end(), is_of_family);
+  return interface.up && has_address ? kVtabStateUp : kVtabStateDown;
+}
+
+std::uint32_t change_of_family(std::uint32_t before, std::uint32_t now) {
+  if (before == now) return kVtabNoChange;
+  return now == kVtabStateUp ? kVtabCameUp : kVtabWentDown;
 }
 
 }  // namespace
+
+IfState state_of(const router::Interface& interface) {
+  return {family_state(interface, router::Family::kIpv4), family_state(interface, router::Family::kIpv6),
+          interface.addresses};
+}
+
+IfChange change_between(const IfState& before, const IfState& now) {
+  return {change_of_family(before.ipv4, now.ipv4), change_of_family(before.ipv6, now.ipv6)};
+}
+
+void show_downs(IfNode* node, const IfState& state) {
+  if (state.ipv4 == kVtabStateDown) node->ipv4_state = kVtabStateDown;
+  if (state.ipv6 == kVtabStateDown) node->ipv6_state = kVtabStateDown;
+}
+
+void show(IfNode* node, IfState state) {
+  node->ipv4_state = state.ipv4;
+  node->ipv6_state = state.ipv6;
+  node->addresses = std::move(state.addresses);
+}
 
 IfNode* IfRecords::find(std::string_view name) const {
   const auto found = by_name_.find(name);
@@ -32,37 +61,53 @@ const IfNode* IfRecords::after(std::uint32_t index) const {
   return next == by_index_.end() ? nullptr : &next->second;
 }
 
-void IfRecords::add(const router::Interface& interface) {
+// An entry's key lies in its node, so another node's name replaces the entry, not only what it points to.
+void IfRecords::enter_name(IfNode* node) {
+  by_name_.erase(node->if_name);
+  by_name_.emplace(node->if_name, node);
+}
+
+void IfRecords::forget_name(const IfNode& node) {
+  const auto found = by_name_.find(node.if_name);
+  if (found != by_name_.end() && found->second == &node) by_name_.erase(found);
+}
+
+IfNode* IfRecords::add(const router::Interface& interface) {
   IfNode& node = by_index_[interface.index];
-  fill(&node, interface);
-  by_name_.emplace(node.if_name, &node);
+  set_identity(&node, interface);
+  show(&node, {});
+  enter_name(&node);
+  return &node;
 }
 
-void IfRecords::change(std::uint32_t old_index, const router::Interface& now) {
+IfNode* IfRecords::change(std::uint32_t old_index, const router::Interface& now) {
   auto taken = by_index_.extract(old_index);
-  by_name_.erase(taken.mapped().if_name);
-  fill(&taken.mapped(), now);
+  forget_name(taken.mapped());
+  set_identity(&taken.mapped(), now);
   taken.key() = now.index;
-  IfNode& node = by_index_.insert(std::move(taken)).position->second;
-  by_name_.emplace(node.if_name, &node);
+  IfNode* const node = &by_index_.insert(std::move(taken)).position->second;
+  enter_name(node);
+  return node;
 }
 
-void IfRecords::remove(std::uint32_t index) {
+IfNode* IfRecords::remove(std::uint32_t index) {
   auto taken = by_index_.extract(index);
-  IfNode& node = taken.mapped();
-  by_name_.erase(node.if_name);
-  if (node.in_access) removed_in_access_.emplace(&node, std::move(taken));
+  IfNode* const node = &taken.mapped();
+  node->is_removed = true;
+  removed_.emplace(node, std::move(taken));
+  return node;
 }
 
-void IfRecords::end_access(IfNode* node) {
-  node->in_access = false;
-  removed_in_access_.erase(node);
+void IfRecords::release(IfNode* node) {
+  if (!node->is_removed || node->queued_events > 0 || node->in_access) return;
+  forget_name(*node);
+  removed_.erase(node);
 }
 
 void IfRecords::clear() {
   by_name_.clear();
   by_index_.clear();
-  removed_in_access_.clear();
+  removed_.clear();
 }
 
 }  // namespace vtab

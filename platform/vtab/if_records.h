@@ -1,23 +1,56 @@
 // The interface records, by index and by name.
 //
 // A node never moves while its interface exists, whatever becomes of its name and index: the map's node is
-// taken out and put back under the new key. A record that a client is accessing when its interface is removed
-// is set aside until the access ends.
+// taken out and put back under the new key. The record of an interface that was removed stays findable by its
+// name, until the client was told all about it or another interface has the name.
+//
+// Name, VRF and index of a record are the interface's own at once. Its states and addresses are those that
+// the client has been told of: they go through the queue of events (events.cpp).
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "platform/router/router.h"
 #include "platform/vtab/vtab.h"
 
 namespace vtab {
 
-struct IfNode : VtabIfRecord {
-  bool in_access = false;
+// What an interface can carry: an address family is up on it while the link is up and it has an address of
+// it.
+struct IfState {
+  std::uint32_t ipv4 = kVtabStateDown;
+  std::uint32_t ipv6 = kVtabStateDown;
+  std::vector<router::Address> addresses;
 };
+
+IfState state_of(const router::Interface& interface);
+
+// The change codes of the two families (vtab.h).
+struct IfChange {
+  std::uint32_t ipv4 = kVtabNoChange;
+  std::uint32_t ipv6 = kVtabNoChange;
+  bool is_one() const { return ipv4 != kVtabNoChange || ipv6 != kVtabNoChange; }
+  bool has_up() const { return ipv4 == kVtabCameUp || ipv6 == kVtabCameUp; }
+};
+
+IfChange change_between(const IfState& before, const IfState& now);
+
+struct IfNode : VtabIfRecord {
+  IfNode() : VtabIfRecord{} {}
+
+  std::vector<router::Address> addresses;
+  std::uint32_t queued_events = 0;
+  bool in_access = false;
+  bool is_removed = false;
+};
+
+// The families that are down in `state` are down in the record.
+void show_downs(IfNode* node, const IfState& state);
+void show(IfNode* node, IfState state);
 
 class IfRecords {
  public:
@@ -25,18 +58,24 @@ class IfRecords {
   const IfNode* first() const;
   const IfNode* after(std::uint32_t index) const;
 
-  void add(const router::Interface& interface);
+  // Down and without addresses.
+  IfNode* add(const router::Interface& interface);
   // REQUIRES: `old_index` is the index under which the interface was added or last changed.
-  void change(std::uint32_t old_index, const router::Interface& now);
-  void remove(std::uint32_t index);
-  void end_access(IfNode* node);
+  IfNode* change(std::uint32_t old_index, const router::Interface& now);
+  // Off the walk; released when nothing holds it. The node of the index.
+  IfNode* remove(std::uint32_t index);
+  // Frees a removed node that has no event left and is not accessed.
+  void release(IfNode* node);
   void clear();
 
  private:
+  void forget_name(const IfNode& node);
+  void enter_name(IfNode* node);
+
   using Map = std::map<std::uint32_t, IfNode>;
   Map by_index_;
   std::unordered_map<std::string_view, IfNode*> by_name_;  // the keys are the records' own names
-  std::map<const IfNode*, Map::node_type> removed_in_access_;
+  std::map<const IfNode*, Map::node_type> removed_;
 };
 
 }  // namespace vtab

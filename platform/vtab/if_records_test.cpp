@@ -24,14 +24,24 @@ TEST_F(Records, InterfaceRecordShowsNameVrfAndIndex) {
   EXPECT_EQ(vtab_get_if_record(nullptr), nullptr);
 }
 
-TEST_F(Records, BothProtocolStatesFollowTheOperationalState) {
+TEST_F(Records, FamilyIsUpWhileTheLinkIsUpAndItHasAnAddress) {
   AddInterface("ge0", 7);
-  const VtabIfRecord* record = vtab_get_if_record("ge0");
-  EXPECT_EQ(record->ipv4_state, kVtabStateDown);
-  EXPECT_EQ(record->ipv6_state, kVtabStateDown);
   SetLink("ge0", true);
-  EXPECT_EQ(record->ipv4_state, kVtabStateUp);
-  EXPECT_EQ(record->ipv6_state, kVtabStateUp);
+  EXPECT_EQ(StatesOf("ge0"), "down down");
+  AddAddress("ge0", "10.1.2.3/24");
+  EXPECT_EQ(StatesOf("ge0"), "up down");
+  AddAddress("ge0", "fe80::1/64");
+  EXPECT_EQ(StatesOf("ge0"), "up up");
+  SetLink("ge0", false);
+  EXPECT_EQ(StatesOf("ge0"), "down down");
+}
+
+TEST_F(Records, InterfaceThatIsThereBeforeTheServiceShowsItsStates) {
+  vtab_attach(nullptr);
+  AddUsableInterface("ge0", 7);
+  SetLink("ge0", true);
+  vtab_attach(&router_);
+  EXPECT_EQ(StatesOf("ge0"), "up up");
 }
 
 TEST_F(Records, InterfacesAreWalkedByIndex) {
@@ -112,7 +122,7 @@ TEST_F(Records, AddressLookUpsHaveTheirFaultPointsAndRefuseNull) {
 // --- events ---
 
 TEST_F(Records, StateChangesAreToldForBothFamilies) {
-  AddInterface("ge0", 7, "red");
+  AddUsableInterface("ge0", 7, "red");
   StartClient();
   SetLink("ge0", true);
   EXPECT_THAT(Told(), IsEmpty()) << "before the loop ran";
@@ -123,47 +133,152 @@ TEST_F(Records, StateChangesAreToldForBothFamilies) {
               ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0"));
 }
 
-TEST_F(Records, OnlyStateChangesAreTold) {
+TEST_F(Records, AddressOfALinkThatIsUpBringsItsFamilyUpAndTheLastOneTakesItDown) {
+  AddInterface("ge0", 7, "red");
+  SetLink("ge0", true);
+  StartClient();
+  AddAddress("ge0", "10.1.2.3/24");
+  AddAddress("ge0", "10.1.2.4/24");
+  AddAddress("ge0", "fe80::1/64");
+  Run();
+  EXPECT_THAT(Told(),
+              ElementsAre("if ge0 in red changes 1 0 record ge0", "if ge0 in red changes 0 1 record ge0"));
+  EXPECT_EQ(StatesOf("ge0"), "up up");
+  RemoveAddresses("ge0");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record ge0"));
+}
+
+TEST_F(Records, FamiliesMayChangeInOppositeWaysAtOnce) {
+  AddInterface("ge0", 7, "red");
+  AddAddress("ge0", "10.1.2.3/24");
+  SetLink("ge0", true);
+  StartClient();
+  router::Interface interface = Current("ge0");
+  ASSERT_TRUE(router::parse_address("fe80::1/64", interface.addresses.data()));
+  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 1 record ge0"));
+}
+
+TEST_F(Records, ChangesWithoutAStateAreNotTold) {
+  AddInterface("ge0", 7, "red");
+  StartClient();
+  AddAddress("ge0", "10.1.2.3/24");
+  Rename("ge0", "ge1", 8);
+  Move("ge1", "blue");
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(Records, InterfaceAddedWhileUpIsToldAsComeUp) {
   StartClient();
   router::Interface interface;
   interface.name = "ge0";
   interface.index = 7;
   interface.vrf = "red";
   interface.up = true;
+  ASSERT_TRUE(router::parse_address("10.1.2.3/24", &interface.addresses.emplace_back()));
   ASSERT_EQ(router_.add_interface(interface), kStatusOk);
-  AddAddress("ge0", "10.1.2.3/24");
-  Rename("ge0", "ge1", 8);
-  Move("ge1", "blue");
-  SetLink("ge1", true);
+  EXPECT_EQ(StatesOf("ge0"), "down down");
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 1 0 record ge0"));
+  EXPECT_EQ(StatesOf("ge0"), "up down");
 }
 
 TEST_F(Records, EveryChangeIsToldInOrderEvenWhenTheyCancelOut) {
-  AddInterface("ge0", 7, "red");
+  AddUsableInterface("ge0", 7, "red");
   StartClient();
   for (const bool up : {true, false, true}) SetLink("ge0", up);
   Run();
   EXPECT_THAT(Told(),
               ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0",
                           "if ge0 in red changes 1 1 record ge0"));
+  EXPECT_EQ(StatesOf("ge0"), "up up");
 }
 
-TEST_F(Records, InterfaceRemovedWhileUpIsToldAsDownWithoutARecord) {
-  AddInterface("ge0", 7, "red");
+// What a callback that asks for the states of ge0 and ge1 sees.
+std::vector<std::string> seen_states;
+
+Status see_states(const char* if_name, const char* /*vrf_name*/) {
+  std::string line = if_name;
+  for (const char* name : {"ge0", "ge1"}) {
+    const VtabIfRecord* record = vtab_get_if_record(name);
+    line += record != nullptr && record->ipv4_state == kVtabStateUp ? " up" : " down";
+  }
+  seen_states.push_back(line);
+  return kStatusOk;
+}
+
+TEST_F(Records, InterfaceThatComesUpIsSeenUpAfterItsCallbackAndOneThatGoesDownIsSeenDownInIt) {
+  seen_states.clear();
+  AddUsableInterface("ge0", 7, "red");
+  AddUsableInterface("ge1", 8, "red");
+  StartClient();
+  ASSERT_EQ(vtab_specify_if_callback(&see_states), kStatusOk);
+  for (const bool up : {true, false}) {
+    SetLink("ge0", up);
+    SetLink("ge1", up);
+  }
+  Run();
+  EXPECT_THAT(seen_states, ElementsAre("ge0 down down", "ge1 up down", "ge0 down up", "ge1 down down"));
+}
+
+TEST_F(Records, AddressWaitsForTheEventsBeforeIt) {
+  AddUsableInterface("ge0", 7, "red");
+  StartClient();
+  SetLink("ge0", true);
+  AddAddress("ge0", "2001:db8::1/64");
+  const VtabIfRecord* record = vtab_get_if_record("ge0");
+  std::uint32_t cursor = 1;
+  std::uint32_t words[4] = {};
+  EXPECT_EQ(vtab_get_if_next_ipv6_address(record, &cursor, words), kStatusEndOfList);
+  Run();
+  EXPECT_EQ(vtab_get_if_next_ipv6_address(record, &cursor, words), kStatusOk);
+}
+
+TEST_F(Records, InterfaceRemovedWhileUpIsToldAsDownWithItsRecord) {
+  AddUsableInterface("ge0", 7, "red");
   AddInterface("ge1", 8, "red");
   SetLink("ge0", true);
   StartClient();
   Remove("ge0");
   Remove("ge1");
-  AddInterface("ge0", 9, "red");
+  EXPECT_THAT(InterfaceWalk(), IsEmpty());
+  EXPECT_NE(vtab_get_if_record("ge0"), nullptr) << "until the client was told";
+  EXPECT_EQ(vtab_get_if_record("ge1"), nullptr) << "of which nothing is to be told";
   Run();
-  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record none"));
+  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record ge0"));
+  EXPECT_EQ(vtab_get_if_record("ge0"), nullptr);
 }
 
-TEST_F(Records, InterfaceThatLeftTheVrfOrItsNameHasNoRecordForTheEvent) {
-  AddInterface("ge0", 7, "red");
-  AddInterface("ge1", 8, "red");
+TEST_F(Records, NameOfARemovedInterfaceBelongsToItsSuccessorAtOnce) {
+  AddUsableInterface("ge0", 7, "red");
+  SetLink("ge0", true);
+  StartClient();
+  Remove("ge0");
+  AddInterface("ge0", 9, "red");
+  EXPECT_EQ(vtab_get_if_record("ge0")->if_index, 9U);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record ge0"));
+  EXPECT_EQ(vtab_get_if_record("ge0")->if_index, 9U);
+}
+
+TEST_F(Records, InterfaceThatMovesWhileUpGoesDownInTheOneVrfAndComesUpInTheOther) {
+  AddUsableInterface("ge0", 7, "red");
+  SetLink("ge0", true);
+  StartClient();
+  Move("ge0", "blue");
+  EXPECT_EQ(StatesOf("ge0"), "up up") << "nothing told yet";
+  Run();
+  EXPECT_THAT(Told(),
+              ElementsAre("if ge0 in red changes 2 2 record ge0", "if ge0 in blue changes 1 1 record ge0"));
+  EXPECT_EQ(StatesOf("ge0"), "up up");
+}
+
+TEST_F(Records, EventOfAnInterfaceThatHasMovedOrHasAnotherNameHasItsRecord) {
+  AddUsableInterface("ge0", 7, "red");
+  AddUsableInterface("ge1", 8, "red");
   StartClient();
   SetLink("ge0", true);
   Move("ge0", "blue");
@@ -171,26 +286,44 @@ TEST_F(Records, InterfaceThatLeftTheVrfOrItsNameHasNoRecordForTheEvent) {
   Rename("ge1", "ge9", 8);
   Run();
   EXPECT_THAT(Told(),
-              ElementsAre("if ge0 in red changes 1 1 record none", "if ge1 in red changes 1 1 record none"));
+              ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0",
+                          "if ge0 in blue changes 1 1 record ge0", "if ge1 in red changes 1 1 record ge9"));
 }
 
 TEST_F(Records, InterfacesOfTheDefaultVrfAreToldToo) {
-  AddInterface("ge0", 7);
+  AddUsableInterface("ge0", 7);
   StartClient();
   SetLink("ge0", true);
   Run();
   EXPECT_THAT(Told(), ElementsAre("if ge0 in default changes 1 1 record ge0"));
 }
 
+TEST_F(Records, ClientThatEndsLeavesTheStatesAsTheyAre) {
+  AddUsableInterface("ge0", 7, "red");
+  AddUsableInterface("ge1", 8, "red");
+  SetLink("ge1", true);
+  StartClient();
+  SetLink("ge0", true);
+  Remove("ge1");
+  vtab_end_client();
+  EXPECT_EQ(StatesOf("ge0"), "up up");
+  EXPECT_EQ(StatesOf("ge1"), "none");
+}
+
 TEST_F(Records, AHundredThousandInterfacesComeUpAndGo) {
   constexpr std::uint32_t kMany = 100'000;
-  for (std::uint32_t n = 1; n <= kMany; ++n) AddInterface("if" + std::to_string(n), n, "red");
+  for (std::uint32_t n = 1; n <= kMany; ++n) {
+    AddInterface("if" + std::to_string(n), n, "red");
+    AddAddress("if" + std::to_string(n), "10.0.0.1/24");
+  }
   StartClient();
   for (std::uint32_t n = 1; n <= kMany; ++n) SetLink("if" + std::to_string(n), true);
   Run();
   EXPECT_EQ(Told().size(), kMany);
   for (std::uint32_t n = 1; n <= kMany; ++n) Remove("if" + std::to_string(n));
   EXPECT_THAT(InterfaceWalk(), IsEmpty());
+  Run();
+  EXPECT_EQ(Told().size(), kMany);
 }
 
 }  // namespace

@@ -31,6 +31,10 @@ void release_name(const char* vrf_name) {
   service().release(vrf_name);
 }
 
+std::uint64_t turn_of_service() {
+  return service().oldest_turn();
+}
+
 }  // namespace
 
 Service& service() {
@@ -47,10 +51,11 @@ void Service::attach(router::Router* model) {
   }
   model_ = model;
   vmap_on_vrf_deletion_told(model == nullptr ? nullptr : &release_name);
+  vmap_wait_for(model == nullptr ? nullptr : &turn_of_service);
   if (model == nullptr) return;
   model->for_each_vrf([this](const router::Vrf& vrf) { vrf_created(vrf); });
   model->for_each_reference([this](const std::string& name) { find_or_add(name); });
-  model->for_each_interface([this](const router::Interface& interface) { interfaces.add(interface); });
+  model->for_each_interface([this](const router::Interface& interface) { interface_added(interface); });
   model->observe(router::ObserverRank::kRecords, this);
 }
 
@@ -116,22 +121,41 @@ void Service::release(const char* vrf_name) {
                        [](const VrfNode& node) { return node.queued_events == 0 && !node.in_access; });
 }
 
+// What is known of an interface follows the events: a state that is told, or that comes after one that is
+// still to be told, waits for its turn. Nobody is told and nobody waits: it shows at once.
+void Service::take_over(IfNode* node, const router::Interface& interface, const IfChange& change) {
+  const bool must_wait = client.has_if_events && (change.is_one() || node->queued_events > 0);
+  if (!must_wait) return show(node, state_of(interface));
+  queue_if_event(node, interface, interface.vrf, change, state_of(interface));
+}
+
 void Service::interface_added(const router::Interface& interface) {
-  interfaces.add(interface);
+  take_over(interfaces.add(interface), interface, change_between({}, state_of(interface)));
 }
 
 void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
-  interfaces.change(before.index, now);
-  if (before.up != now.up) queue_if_event(now, now.handle, now.up ? kVtabCameUp : kVtabWentDown);
+  IfNode* const node = interfaces.change(before.index, now);
+  take_over(node, now, change_between(state_of(before), state_of(now)));
 }
 
-void Service::interface_moved(const router::Interface& now, const std::string& /*from*/) {
-  interfaces.change(now.index, now);
+// A host takes an interface down and up again to put it into another VRF, though only the outcome may be
+// seen.
+void Service::interface_moved(const router::Interface& now, const std::string& from) {
+  IfNode* const node = interfaces.change(now.index, now);
+  const IfState state = state_of(now);
+  const IfState down{kVtabStateDown, kVtabStateDown, state.addresses};
+  const IfChange went_down = change_between(state, down);
+  if (!client.has_if_events || !went_down.is_one()) return;
+  queue_if_event(node, now, from, went_down, down);
+  queue_if_event(node, now, now.vrf, change_between(down, state), state);
 }
 
 void Service::interface_removed(const router::Interface& interface) {
-  interfaces.remove(interface.index);
-  if (interface.up) queue_if_event(interface, 0, kVtabWentDown);
+  IfNode* const node = interfaces.remove(interface.index);
+  const IfChange went_down = change_between(state_of(interface), {});
+  if (client.has_if_events && went_down.is_one())
+    queue_if_event(node, interface, interface.vrf, went_down, {});
+  interfaces.release(node);
 }
 
 void Service::queue_vrf_event(VrfNode* node, std::uint32_t code) {
@@ -139,18 +163,22 @@ void Service::queue_vrf_event(VrfNode* node, std::uint32_t code) {
   ++node->queued_events;
   Event event;
   event.is_vrf = true;
+  event.turn = vmap_turn(model_->changes(), VmapPhase::kRecord);
   event.node = node;
   event.code = code;
   queue(std::move(event));
 }
 
-void Service::queue_if_event(const router::Interface& interface, std::uint32_t handle, std::uint32_t change) {
-  if (!client.has_if_events) return;
+void Service::queue_if_event(IfNode* node, const router::Interface& interface, const std::string& vrf_name,
+                             const IfChange& change, IfState to) {
+  ++node->queued_events;
   Event event;
+  event.turn = vmap_turn(model_->changes(), change.has_up() ? VmapPhase::kCameUp : VmapPhase::kWentDown);
+  event.interface = node;
   event.if_name = interface.name;
-  event.vrf_name = interface.vrf;
-  event.handle = handle;
+  event.vrf_name = vrf_name;
   event.change = change;
+  event.to = std::move(to);
   queue(std::move(event));
 }
 

@@ -2,6 +2,7 @@
 // callbacks.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -11,26 +12,38 @@
 
 namespace vtab {
 
-// Something that the client's callback has yet to be told.
+// Something that the client's callback has yet to be told, or a state that waits for what is told before it.
 struct Event {
   bool is_vrf = false;
-  std::uint32_t code = 0;    // of a VRF event
-  VrfNode* node = nullptr;   // of a VRF event; kept alive by node->queued_events
-  std::string if_name;       // of an interface event
-  std::string vrf_name;      // of an interface event: where the interface was at the time
-  std::uint32_t handle = 0;  // of an interface event; 0: the interface was removed
-  std::uint32_t change = 0;  // of an interface event, the same for both families
-  bool was_taken = false;    // by a begin-access
+  bool was_taken = false;  // by a begin-access
+  std::uint64_t turn = 0;  // its place among the events of both services (platform/vmap/vmap.h)
+
+  // Of a VRF.
+  std::uint32_t code = 0;
+  VrfNode* node = nullptr;  // kept alive by node->queued_events
+
+  // Of an interface. Names as they were at the time.
+  IfNode* interface = nullptr;  // kept alive by interface->queued_events
+  std::string if_name;
+  std::string vrf_name;
+  IfChange change;
+  IfState to;
 };
 
+// What a client has registered; the numbers are kept as they came.
 struct Client {
   EventManager* manager = nullptr;  // null: there is no client
   std::string name;
   std::size_t attribute_size = 0;
+  std::array<std::uint32_t, 3> init_numbers{};  // of vtab_init
   VtabIfCallback if_callback = nullptr;
   VtabVrfCallback vrf_callback = nullptr;
   bool has_vrf_events = false;
+  std::array<std::string, 2> vrf_texts;  // of vtab_reg_vrf_attributes: scope and default VRF
+  std::array<std::uint32_t, 3> vrf_numbers{};
   bool has_if_events = false;
+  std::array<std::string, 3> if_texts;  // of vtab_reg_if_attributes: scope, VRF scope and default VRF
+  std::array<std::uint32_t, 4> if_numbers{};
 };
 
 class Service : public router::Observer {
@@ -52,6 +65,8 @@ class Service : public router::Observer {
   void end_client();
   // The record of the name, made as a forward reference (or complete, if the VRF exists) when there is none.
   VrfNode* find_or_add(std::string_view name);
+  // The turn of the oldest event, or kVmapNoTurn.
+  std::uint64_t oldest_turn() const;
   // Frees the deleted records of this name that nobody can use any more.
   void release(const char* vrf_name);
 
@@ -71,11 +86,14 @@ class Service : public router::Observer {
   void call_back(const Event& event);
   void close_left_accesses();
   void queue_vrf_event(VrfNode* node, std::uint32_t code);
-  void queue_if_event(const router::Interface& interface, std::uint32_t handle, std::uint32_t change);
+  void take_over(IfNode* node, const router::Interface& interface, const IfChange& change);
+  void queue_if_event(IfNode* node, const router::Interface& interface, const std::string& vrf_name,
+                      const IfChange& change, IfState to);
   void queue(Event event);
   void post_delivery();
   void run_delivery(std::uint64_t generation);
   void deliver_front();
+  void settle(Event event);
   void delete_record(VrfNode* node);
   void forget_events();
   template <typename Matches>

@@ -43,6 +43,18 @@ void Records::AddInterface(const std::string& name, std::uint32_t index, const s
   ASSERT_EQ(router_.add_interface(interface), kStatusOk);
 }
 
+void Records::AddUsableInterface(const std::string& name, std::uint32_t index, const std::string& vrf) {
+  AddInterface(name, index, vrf);
+  AddAddress(name, "10.0.0.1/24");
+  AddAddress(name, "fe80::1/64");
+}
+
+void Records::RemoveAddresses(const std::string& name) {
+  router::Interface interface = Current(name);
+  interface.addresses.clear();
+  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
+}
+
 void Records::AddAddress(const std::string& name, const std::string& address) {
   router::Interface interface = Current(name);
   ASSERT_TRUE(router::parse_address(address, &interface.addresses.emplace_back()));
@@ -82,6 +94,13 @@ std::vector<std::string> Records::Told() {
   return std::exchange(lines, {});
 }
 
+std::string Records::StatesOf(const std::string& name) {
+  const VtabIfRecord* record = vtab_get_if_record(name.c_str());
+  if (record == nullptr) return "none";
+  const auto text = [](std::uint32_t state) { return state == kVtabStateUp ? "up" : "down"; };
+  return std::string(text(record->ipv4_state)) + ' ' + text(record->ipv6_state);
+}
+
 std::vector<std::string> Records::VrfWalk() {
   std::vector<std::string> walk;
   for (auto* record = vtab_get_first_vrf_record(); record != nullptr;
@@ -109,6 +128,10 @@ std::vector<std::string> Records::TableWalk(const std::string& vrf) {
                    ' ' + std::to_string(table->table_id));
   }
   return walk;
+}
+
+void note_line(const std::string& line) {
+  lines.push_back(line);
 }
 
 Status note_vrf(const char* vrf_name) {

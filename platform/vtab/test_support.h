@@ -32,7 +32,10 @@ class Records : public ::testing::Test {
   void Reference(const std::string& name) { ASSERT_EQ(router_.reference_vrf(name), kStatusOk); }
   void Unreference(const std::string& name) { ASSERT_EQ(router_.unreference_vrf(name), kStatusOk); }
   void AddInterface(const std::string& name, std::uint32_t index, const std::string& vrf = "default");
+  // With an address of either family, so that its link decides.
+  void AddUsableInterface(const std::string& name, std::uint32_t index, const std::string& vrf = "default");
   void AddAddress(const std::string& name, const std::string& address);
+  void RemoveAddresses(const std::string& name);
   void SetLink(const std::string& name, bool up);
   void Rename(const std::string& name, const std::string& next, std::uint32_t index);
   void Move(const std::string& name, const std::string& vrf);
@@ -42,7 +45,8 @@ class Records : public ::testing::Test {
   // --- the client ---
   void StartClient();
   void Run() { event_run_pending(manager_.get()); }
-  static std::vector<std::string> Told();  // since the last call
+  static std::vector<std::string> Told();                // since the last call
+  static std::string StatesOf(const std::string& name);  // "up down": IPv4, IPv6
   static VtabVrfRecord* Find(const std::string& name) {
     return vtab_get_vrf_record_by_vrf_name(name.c_str());
   }
@@ -58,6 +62,7 @@ class Records : public ::testing::Test {
   router::Router router_;
 };
 
+void note_line(const std::string& line);  // among those of the callbacks
 // The client's callbacks: "vrf red 10 event 1", "if ge0 in red changes 1 1 record ge0".
 Status note_vrf(const char* vrf_name);
 Status note_interface(const char* if_name, const char* vrf_name);

@@ -24,22 +24,6 @@ Status check_client(const char* operation, bool arguments_are_there) {
   return arguments_are_there && service().client.manager != nullptr ? kStatusOk : kStatusInvalid;
 }
 
-// The interface of an event as it is now: null when it was removed, or has left the VRF or the name of the
-// event.
-IfNode* interface_of(const vtab::Event& event) {
-  const router::Router* model = service().model();
-  const router::Interface* interface = model == nullptr ? nullptr : model->find_interface(event.handle);
-  if (interface == nullptr || interface->name != event.if_name || interface->vrf != event.vrf_name) {
-    return nullptr;
-  }
-  return service().interfaces.find(event.if_name);
-}
-
-const router::Interface* model_interface(const VtabIfRecord* record) {
-  const router::Router* model = service().model();
-  return model == nullptr ? nullptr : model->find_interface_by_index(record->if_index);
-}
-
 std::uint32_t word(const std::uint8_t* octets) {
   return std::uint32_t{octets[0]} << 24 | std::uint32_t{octets[1]} << 16 | std::uint32_t{octets[2]} << 8 |
          octets[3];
@@ -47,9 +31,7 @@ std::uint32_t word(const std::uint8_t* octets) {
 
 // The n-th address of the family, counted from 0.
 const router::Address* nth_address(const VtabIfRecord* record, router::Family family, std::uint32_t n) {
-  const router::Interface* interface = model_interface(record);
-  if (interface == nullptr) return nullptr;
-  for (const router::Address& address : interface->addresses) {
+  for (const router::Address& address : static_cast<const IfNode*>(record)->addresses) {
     if (address.family == family && n-- == 0) return &address;
   }
   return nullptr;
@@ -68,11 +50,13 @@ void vtab_attach(router::Router* model) {
   service().attach(model);
 }
 
-Status vtab_init(const char* client, EventManager* manager, std::uint32_t /*reserved*/,
-                 std::size_t attribute_size, std::uint32_t /*first*/, std::uint32_t /*second*/) {
+Status vtab_init(const char* client, EventManager* manager, std::uint32_t reserved,
+                 std::size_t attribute_size, std::uint32_t first, std::uint32_t second) {
   if (Status status = fault_check("vtab_init")) return status;
   if (client == nullptr || manager == nullptr) return kStatusInvalid;
-  return service().start_client(client, manager, attribute_size);
+  if (Status status = service().start_client(client, manager, attribute_size)) return status;
+  service().client.init_numbers = {reserved, first, second};
+  return kStatusOk;
 }
 
 Status vtab_specify_if_callback(VtabIfCallback callback) {
@@ -87,20 +71,24 @@ Status vtab_specify_vrf_callback(VtabVrfCallback callback) {
   return kStatusOk;
 }
 
-Status vtab_reg_vrf_attributes(const char* scope, std::uint32_t /*first*/, std::uint32_t /*second*/,
-                               const char* default_vrf, std::uint32_t /*third*/) {
+Status vtab_reg_vrf_attributes(const char* scope, std::uint32_t first, std::uint32_t second,
+                               const char* default_vrf, std::uint32_t third) {
   const bool are_there = scope != nullptr && default_vrf != nullptr;
   if (Status status = check_client("vtab_reg_vrf_attributes", are_there)) return status;
   service().client.has_vrf_events = true;
+  service().client.vrf_texts = {scope, default_vrf};
+  service().client.vrf_numbers = {first, second, third};
   return kStatusOk;
 }
 
-Status vtab_reg_if_attributes(const char* scope, const char* vrf_scope, std::uint32_t /*first*/,
-                              std::uint32_t /*second*/, const char* default_vrf, std::uint32_t /*third*/,
-                              std::uint32_t /*fourth*/) {
+Status vtab_reg_if_attributes(const char* scope, const char* vrf_scope, std::uint32_t first,
+                              std::uint32_t second, const char* default_vrf, std::uint32_t third,
+                              std::uint32_t fourth) {
   const bool are_there = scope != nullptr && vrf_scope != nullptr && default_vrf != nullptr;
   if (Status status = check_client("vtab_reg_if_attributes", are_there)) return status;
   service().client.has_if_events = true;
+  service().client.if_texts = {scope, vrf_scope, default_vrf};
+  service().client.if_numbers = {first, second, third, fourth};
   return kStatusOk;
 }
 
@@ -189,11 +177,11 @@ Status vtab_lock_begin_access_if_record(const char* if_name, const char* vrf_nam
   *reserved1 = *reserved2 = 0;
   vtab::Event* oldest = service().oldest_if_event(if_name, vrf_name);
   if (oldest == nullptr) return kStatusOk;
-  IfNode* const node = interface_of(*oldest);
-  if (node != nullptr && node->in_access) return kStatusDeadlock;
+  IfNode* const node = oldest->interface;
+  if (node->in_access) return kStatusDeadlock;
   oldest->was_taken = true;
-  *ipv4_change = *ipv6_change = oldest->change;
-  if (node == nullptr) return kStatusOk;
+  *ipv4_change = oldest->change.ipv4;
+  *ipv6_change = oldest->change.ipv6;
   node->in_access = true;
   service().interface_in_callback = node;
   *record = node;
@@ -205,7 +193,8 @@ Status vtab_unlock_end_access_if_record(const char* vrf_name, VtabIfRecord* reco
   IfNode* const node = static_cast<IfNode*>(record);
   if (vrf_name == nullptr || node == nullptr || !node->in_access) return kStatusInvalid;
   if (service().interface_in_callback == node) service().interface_in_callback = nullptr;
-  service().interfaces.end_access(node);
+  node->in_access = false;
+  service().interfaces.release(node);
   return kStatusOk;
 }
 

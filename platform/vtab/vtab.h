@@ -14,8 +14,15 @@
 // Events. A VRF record that the service makes is reported as created, one that becomes complete, a forward
 // reference again, or has other table ids as updated. A VRF deleted while configuration still names it
 // (Router::is_referenced) keeps its record and block as a forward reference: that is an update, not a
-// deletion. An interface is reported when its operational state changes, and when it is removed while up; not
-// when it is added.
+// deletion.
+//
+// A family of an interface is up while the interface is operationally up and has an address of that family.
+// An interface is reported when that changes for a family, be it for the link or for an address; when it is
+// added and up, or removed while up; and when it changes its VRF while up, as gone down in the one and come
+// up in the other. While the callback runs, the interface is down for the look-ups in every family that was
+// down before or is down now, and it can be found, even if it was removed: states and addresses follow the
+// events, only name, VRF and index do not wait. Membership events (platform/vmap/vmap.h) and these come in
+// one order.
 //
 // Thread: everything on the main thread; callbacks are delivered by the event manager given to vtab_init, in
 // the order of the changes, in bounded batches. One client a process. kStatusInvalid for null arguments.
@@ -44,7 +51,7 @@ struct VtabIfRecord {
   char if_name[kVtabNameSize];
   char vrf_name[kVtabNameSize];  // "default" for an interface in no VRF
   std::uint32_t if_index;
-  std::uint32_t ipv4_state;  // kVtabStateUp while the interface is operationally up, else kVtabStateDown
+  std::uint32_t ipv4_state;  // kVtabStateUp or kVtabStateDown
   std::uint32_t ipv6_state;
 };
 
@@ -105,8 +112,8 @@ VtabVrfRecord* vtab_create_vrf_record(const char* vrf_name);
 [[nodiscard]] Status vtab_lock_begin_access_vrf_record(const char* vrf_name, VtabVrfRecord** record,
                                                        std::uint32_t* event, std::uint32_t* reserved);
 [[nodiscard]] Status vtab_unlock_end_access_vrf_record(VtabVrfRecord* record);
-// The same for an interface callback; the record is null when the interface is gone, or not in that VRF any
-// more. Change codes are those of the event that is being delivered.
+// The same for an interface callback, with the change codes of the event. The record may have another name or
+// VRF by now. Null, with both codes kVtabNoChange, when no event of that interface and VRF is undelivered.
 [[nodiscard]] Status vtab_lock_begin_access_if_record(const char* if_name, const char* vrf_name,
                                                       VtabIfRecord** record, std::uint32_t* ipv4_change,
                                                       std::uint32_t* ipv6_change, std::uint32_t* reserved1,

@@ -286,14 +286,12 @@ TEST_F(InterfaceJoin, NodeThatCannotBeCreatedDoesNotTouchTheVrf) {
 
 TEST_F(InterfaceJoin, InterfaceThatIsUpIsTracedAsSuch) {
   AddVrf("red");
-  AddInterface("ge0");
-  AddInterface("ge1");
+  AddInterface("ge0", "red");
+  AddInterface("ge1", "red");
   AddAddress("ge0", "10.0.0.1/24");
   LinkUp("ge0");
-  Connect();
-  Join("ge0", "red");
-  Join("ge1", "red");
   Run();
+  Connect();
   EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("interface ge0 is up in VRF red"));
   EXPECT_THAT(Traced("mpls_vpn/vmap"), testing::Not(Contains("interface ge1 is up in VRF red")));
 }
