@@ -26,10 +26,7 @@ class TrapSequence : public TrapTest {
     Run();
     return IndexOf(name);
   }
-  // The record service tells of an interface that came up before it shows it up.
   void ComeUp(const char* name) {
-    const std::string vrf = InterfaceOf(name).vrf;
-    if (vrf != router::kDefaultVrf) ConsiderUp(vrf.c_str(), name);
     LinkUp(name);
     Run();
   }
@@ -37,13 +34,9 @@ class TrapSequence : public TrapTest {
     LinkDown(name);
     Run();
   }
-  // What the kernel does to an interface that is up: its addresses go down with the old VRF and come up in
-  // the new one.
   void Move(const char* name, std::string_view vrf) {
-    GoDown(name);
     Join(name, vrf);
     Run();
-    ComeUp(name);
   }
   static std::string UpTrap(const char* vrf, std::uint32_t index) {
     return std::string("mplsL3VpnVrfUp ") + vrf + " if=" + std::to_string(index) + " oper=1 row=1";
@@ -238,15 +231,51 @@ TEST_F(TrapSequence, StateChangesAskForUpAndDown) {
   EXPECT_EQ(TimesPrinted("Entering mpls_vpn_mib_trap_vrf_down"), 1U);
 }
 
-TEST_F(TrapSequence, InterfaceThatIsRemovedWhileUpRaisesNothing) {
-  Add("ge0", "red");
+TEST_F(TrapSequence, LastActiveInterfaceIsRemovedWhileUp) {
+  const std::uint32_t ge0 = Add("ge0", "red");
   ComeUp("ge0");
   Traps();
-  ClearPrints();
   RemoveInterface("ge0");
   Run();
-  EXPECT_TRUE(Printed("Could not find IF record 1898"));
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, InterfacesThatGoDownTogetherRaiseOneDownOfTheLast) {
+  Add("ge0", "red");
+  const std::uint32_t ge1 = Add("ge1", "red");
+  ComeUp("ge0");
+  ComeUp("ge1");
+  Traps();
+  LinkDown("ge0");
+  LinkDown("ge1");
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge1)));
+}
+
+TEST_F(TrapSequence, InterfacesThatComeUpTogetherRaiseOneUpOfTheFirst) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  Add("ge1", "red");
+  LinkUp("ge0");
+  LinkUp("ge1");
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, FirstAddressOfALinkThatIsUpRaisesUpAndTheLastThatGoesRaisesDown) {
+  AddInterface("ge0", "red");
+  LinkUp("ge0");
+  Run();
   EXPECT_THAT(Traps(), IsEmpty());
+  AddAddress("ge0", "2001:db8::1/64");
+  Run();
+  AddAddress("ge0", "192.0.2.1/24");
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", IndexOf("ge0"))));
+  router::Interface bare = InterfaceOf("ge0");
+  bare.addresses.clear();
+  ASSERT_EQ(router_.change_interface(bare), kStatusOk);
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", IndexOf("ge0"))));
 }
 
 // --- Start, and switches that change
