@@ -50,7 +50,7 @@ void match_one(const kvtree::CompiledTable& table, std::size_t routes, std::stri
   }
   require(match.route >= 0 && static_cast<std::size_t>(match.route) < routes);
   require(match.args.count <= kKvMaxArguments);
-  require(match.args.absent_mask >> match.args.count == 0);
+  require(~match.args.absent_mask >> match.args.count == 0);
   for (unsigned i = 0; i < kKvMaxArguments; ++i) check_argument(match.args, i, match);
 }
 

@@ -21,8 +21,11 @@ Status add_all(const router::Router& model, KvDatalist* list) {
   Status status = kStatusOk;
   model.for_each_interface([&](const router::Interface& interface) {
     if (status != kStatusOk) return;
-    status = kvtree_datalist_add(list, interface.name.c_str(), kKvKindText, 0, &interface.index,
-                                 sizeof interface.index);
+    // An interface whose index cannot be read is in the list all the same, without a value.
+    const bool has_index = fault_check("ifindex_list_entry") == kStatusOk;
+    status =
+        kvtree_datalist_add(list, interface.name.c_str(), kKvKindText, 0,
+                            has_index ? &interface.index : nullptr, has_index ? sizeof interface.index : 0);
   });
   return status;
 }

@@ -66,6 +66,23 @@ TEST_F(Ifindex, ListHoldsEveryInterface) {
   kvtree_datalist_free(list);
 }
 
+TEST_F(Ifindex, ListHasAnEntryWithoutAValueForAnIndexThatCannotBeRead) {
+  AddInterface("ge0", 7);
+  AddInterface("ge1", 5);
+  const ScopedFault fault("ifindex_list_entry", kStatusIo, 2);
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  const char* key = nullptr;
+  const void* value = nullptr;
+  std::size_t length = 0;
+  EXPECT_EQ(kvtree_datalist_next(list, &key, &value, &length), kStatusOk);
+  EXPECT_EQ(length, 4U);
+  EXPECT_EQ(kvtree_datalist_next(list, &key, &value, &length), kStatusOk);
+  EXPECT_STREQ(key, "ge1");
+  EXPECT_EQ(length, 0U);
+  kvtree_datalist_free(list);
+}
+
 TEST_F(Ifindex, WithoutAModelTheServiceIsUnavailable) {
   ifindex_attach(nullptr);
   std::uint32_t index = 0;

@@ -39,7 +39,8 @@ struct KvArgument {
   const std::uint32_t* number;  // n, and ip4 as a number in host order; null for texts
 };
 
-// The argument block of one request or notification. Bit n of absent_mask: argument n is absent.
+// The argument block of one request or notification. Bit n of absent_mask: argument n is absent; set for
+// every n from the number of the pattern's keys on.
 struct RequestArgs {
   std::uint32_t absent_mask;
   std::uint32_t form;

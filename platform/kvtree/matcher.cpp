@@ -221,9 +221,9 @@ class Matching {
   bool bad_key_ = false;
 };
 
-// What branches that were given up left behind the last key.
+// Behind the last key every argument is absent, whatever branches that were given up left there.
 void clear_unused_arguments(RequestArgs* args) {
-  args->absent_mask &= (1U << args->count) - 1U;
+  args->absent_mask |= ~0U << args->count;
   for (std::size_t i = args->count; i < kKvMaxArguments; ++i) args->arg[i] = {nullptr, nullptr};
 }
 

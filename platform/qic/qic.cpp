@@ -12,8 +12,6 @@
 #include "platform/base/fault.h"
 
 struct QicControlServer {
-  std::uint32_t request_type = 0;
-  std::uint32_t version = 0;
   std::uint64_t generation = 0;
 };
 
@@ -23,6 +21,7 @@ struct Service {
   router::Router* model = nullptr;
   std::uint64_t generation = 0;
   std::vector<std::unique_ptr<QicControlServer>> servers;
+  QicBinding last_binding;
 };
 
 Service& service() {
@@ -41,7 +40,8 @@ Status qic_control_server_bind(std::uint32_t request_type, std::uint32_t version
   if (server == nullptr) return kStatusInvalid;
   if (service().model == nullptr) return kStatusUnavailable;
   auto bound = std::make_unique<QicControlServer>();
-  *bound = {request_type, version, service().generation};
+  bound->generation = service().generation;
+  service().last_binding = {request_type, version};
   *server = bound.get();
   service().servers.push_back(std::move(bound));
   return kStatusOk;
@@ -68,4 +68,8 @@ Status qic_s_interface_name(QicControlServer* server, std::uint32_t interface_ha
 
 void qic_server_restart() {
   ++service().generation;
+}
+
+QicBinding qic_last_binding() {
+  return service().last_binding;
 }

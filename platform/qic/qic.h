@@ -28,3 +28,10 @@ void qic_attach(router::Router* model);
                                           char* name, std::size_t size);
 // Every control server bound so far becomes stale.
 void qic_server_restart();
+
+// What the last successful bind asked for; zeros before the first. For tests.
+struct QicBinding {
+  std::uint32_t request_type = 0;
+  std::uint32_t version = 0;
+};
+QicBinding qic_last_binding();

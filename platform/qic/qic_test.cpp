@@ -77,6 +77,18 @@ TEST_F(Qic, RestartedServerForgetsItsClientsUntilTheyBindAgain) {
   EXPECT_EQ(NameOf(handle), kStatusOk);
 }
 
+TEST_F(Qic, LastBindingShowsWhatWasAskedFor) {
+  ASSERT_EQ(Bind(), kStatusOk);
+  EXPECT_EQ(qic_last_binding().request_type, 4U);
+  EXPECT_EQ(qic_last_binding().version, 2U);
+  QicControlServer* refused = nullptr;
+  {
+    const ScopedFault fault("qic_control_server_bind", kStatusIo);
+    EXPECT_EQ(qic_control_server_bind(5, 9, &refused), kStatusIo);
+  }
+  EXPECT_EQ(qic_last_binding().request_type, 4U) << "a bind that fails is none";
+}
+
 TEST_F(Qic, WithoutAModelNothingCanBeBoundOrAsked) {
   const std::uint32_t handle = AddInterface("ge0");
   ASSERT_EQ(Bind(), kStatusOk);

@@ -75,6 +75,22 @@ TEST_F(CachedIfindex, ListThatCannotBeStartedIsDropped) {
   EXPECT_THAT(Prints(), IsEmpty());
 }
 
+TEST_F(CachedIfindex, ListWithAnEntryWithoutAValueIsDroppedByTheLookupThatReachesIt) {
+  AddInterface("ge2");
+  for (const char* name : {"ge1", "ge2"}) {  // the entry itself, and one behind it
+    mpls_vpn_mib_membership_end();           // a new list
+    fault_arm("ifindex_list_entry", kStatusIo, 2);
+    mpls_vpn_cached_ifname_to_index("ge0");
+    fault_arm("ifname_to_index", kStatusIo, 1'000'000);  // counts from here
+    EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge0"), IndexOf("ge0")) << "it is before the entry";
+    EXPECT_EQ(fault_reached("ifname_to_index"), 0U);
+    EXPECT_EQ(mpls_vpn_cached_ifname_to_index(name), IndexOf(name));
+    EXPECT_EQ(fault_reached("ifname_to_index"), 1U) << name;
+    EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge0"), IndexOf("ge0"));
+    EXPECT_EQ(fault_reached("ifname_to_index"), 2U) << "the list is gone";
+  }
+}
+
 TEST_F(CachedIfindex, ListThatCannotBeReadIsDropped) {
   mpls_vpn_cached_ifname_to_index("ge0");
   fault_arm("kvtree_datalist_next", kStatusIo);

@@ -2,6 +2,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
 
 #include "mpls/vpn/mib/src/mpls_vpn_test_fixture.h"
+#include "platform/kvtree/matcher.h"
 
 namespace {
 
@@ -150,6 +151,39 @@ TEST_F(RequestFilter, UnknownFormLeavesTheFilterEmpty) {
   EXPECT_THAT(Prints(), ElementsAre("Unknown bgen ident = 4", "Filter flags are 0x0"));
 }
 
+TEST_F(RequestFilter, NameThatDoesNotDecodeIsAnErrorAndAnUnknownFormTheProviders) {
+  ExpectUnder(ERR,
+              "set_filter_vrf_afi_safi : kvtree_string_decode() failed: "
+              "A path component does not decode as its key",
+              [this] { set_filter_vrf_afi_safi(&filter_, Arguments(2).Name("a%2").Block()); });
+  ExpectUnder(PROV, "Unknown bgen ident = 4",
+              [this] { set_filter_vrf_afi_safi(&filter_, Arguments(4).Block()); });
+}
+
+// What the path matcher hands over, not a block of the test's own.
+TEST_F(RequestFilter, ArgumentsThatAPatternDoesNotHaveAreAbsentInEveryForm) {
+  const KvRoute routes[] = {{"vrf-next/<s>", {}}, {"vrf-detail-filter/<s>/<n>/<n>/<s>", {}}};
+  const kvtree::CompiledTable table = kvtree::compile_table({routes, std::size(routes)});
+  const struct {
+    const char* path;
+    std::uint32_t flags;
+  } requests[] = {
+      {"vrf-next/red", 0x4},
+      {"vrf-detail-filter/red/1/2/blue", 0x7},
+      {"vrf-detail-filter/red/-/2", 0x6},
+  };
+  for (const auto& request : requests) {
+    for (const std::uint32_t form : {1U, 3U}) {
+      kvtree::PathMatch match;
+      ASSERT_EQ(kvtree::match_path(table, request.path, false, &match), kStatusOk) << request.path;
+      match.args.form = form;
+      release_filter_vrf_name(&filter_);
+      set_filter_vrf_afi_safi(&filter_, &match.args);
+      EXPECT_EQ(filter_.flags, request.flags) << request.path << " in form " << form;
+    }
+  }
+}
+
 TEST_F(RequestFilter, FilterWithoutAfiAndSafiMatchesAVrfWithoutTables) {
   AddVrfWithTables("red", 0, 0);
   EXPECT_TRUE(Matches("red", 0, 0, 0));
@@ -220,6 +254,15 @@ TEST_F(RequestFilter, VrfThatOnlyTheRecordServiceKnowsIsNotInTheDatabase) {
   ClearPrints();
   EXPECT_EQ(vrf_in_database("red"), nullptr);
   EXPECT_THAT(Prints(), ElementsAre());
+}
+
+TEST_F(RequestFilter, VrfWhoseNodeHasNoRecordIsNotInTheDatabase) {
+  if (!mpls_vpn_mutex_lock("test", ERR)) FAIL();
+  const VrfNode* node = mpls_vpn_mib_create_vrf_wavl_node("red", nullptr);
+  mpls_vpn_mutex_unlock("test", ERR);
+  ASSERT_NE(node, nullptr);
+  EXPECT_EQ(vrf_in_database("red"), nullptr);
+  EXPECT_FALSE(Printed("Found VRF red"));
 }
 
 TEST_F(RequestFilter, SearchForAVrfIsExact) {

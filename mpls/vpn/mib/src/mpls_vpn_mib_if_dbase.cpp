@@ -90,14 +90,25 @@ bool link_by_vrf(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   return false;
 }
 
+// Takes the node out of the VRF ordering again and frees it. One that cannot be taken out stays: a node too
+// many does no harm, a linked node that is freed does.
+void discard_half_linked(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
+  const Status rc = wavl_delete(&mpls_vpn_mib_if_dbase, kIfByVrf, node);
+  if (rc != kStatusOk && rc != kStatusNoSuchRow) {  // a node without an index is not there
+    mpls_vpn_trace(kTraceError, rc, "interface 0x%x stays linked by its VRF", node->if_handle);
+    return;
+  }
+  mpls_vpn_mib_free_if_node(node);
+}
+
+// False when the handle is another node's: the node is discarded then.
 bool link_by_handle(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   const Status rc = wavl_insert(&mpls_vpn_mib_if_dbase, kIfByHandle, node);
   if (rc == kStatusOk) return true;
   mpls_vpn_report_failure(
       ERR, rc, "Error (%s): Cannot insert node into ifhandle WAVL thread for interface 0x%x, if_index",
       kCreate, node->if_handle);
-  // Answers "not linked" for a node without an index, which is as good here.
-  (void)wavl_delete(&mpls_vpn_mib_if_dbase, kIfByVrf, node);
+  discard_half_linked(node);
   return false;
 }
 
@@ -157,10 +168,11 @@ IfNode* mpls_vpn_mib_create_if_wavl_node(const char* vrf_name, std::uint32_t if_
                             if_handle);
     return nullptr;
   }
-  if (!link_by_vrf(node) || !link_by_handle(node)) {
+  if (!link_by_vrf(node)) {
     mpls_vpn_mib_free_if_node(node);
     return nullptr;
   }
+  if (!link_by_handle(node)) return nullptr;
   mpls_vpn_trace(kTraceDbase, kStatusOk, "created: VRF %s, if_index %u, if_handle 0x%x", vrf_name, if_index,
                  if_handle);
   return node;

@@ -135,6 +135,22 @@ TEST_F(IfDatabase, SecondNodeOfTheSameHandleIsRefusedAndLeavesTheVrfOrdering) {
   EXPECT_THAT(KeysInOrder(), ElementsAre("red/7"));
 }
 
+TEST_F(IfDatabase, RefusedNodeThatCannotBeUnlinkedIsNotFreed) {
+  CreateIf("red", 7, "ge0", 0x10);
+  {
+    const ScopedFault fault("wavl_delete", kStatusIo);
+    EXPECT_EQ(CreateIf("red", 8, "ge1", 0x10), nullptr);
+  }
+  Status code = kStatusOk;
+  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "interface 0x10 stays linked by its VRF");
+  EXPECT_EQ(code, kStatusIo);
+  IfNode* left = mpls_vpn_mib_get_if(true, "red", 8);
+  ASSERT_NE(left, nullptr);
+  EXPECT_STREQ(left->if_name, "ge1");
+  EXPECT_EQ(DeleteIf(left), 1);
+  EXPECT_THAT(KeysInOrder(), ElementsAre("red/7"));
+}
+
 TEST_F(IfDatabase, RefusedHandleOfANodeWithoutIndexIsRemovedToo) {
   CreateIf("red", 7, "ge0", 0x10);
   EXPECT_EQ(CreateIf("red", 0, "ge1", 0x10), nullptr);
@@ -228,6 +244,49 @@ TEST_F(IfDatabase, ChangesAreTraced) {
   EXPECT_THAT(Traced("mpls_vpn/dbase"),
               ElementsAre("created: VRF red, if_index 7, if_handle 0x10",
                           "Entering mpls_vpn_mib_delete_if_wavl_node: with if_name = ge0, if_handle = 0x10"));
+}
+
+TEST_F(IfDatabase, FailuresThatBeginWithErrorAreErrorsAndTheOthersTheDatabases) {
+  CreateIf("red", 7, "ge0", 0x10);
+  const std::string create = "Error (mpls_vpn_mib_create_if_wavl_node): ";
+  ExpectUnder(ERR, create + "NULL interface handle", [this] { CreateIf("red", 7, "ge0", 0); });
+  ExpectUnder(ERR, create + "NULL VRF for interface 0xab", [this] { CreateIf(nullptr, 7, "ge0", 0xab); });
+  ExpectUnder(ERR, create + "No memory to create if node for ifhandle = 0x11", [this] {
+    const ScopedFault fault("calloc_tagged:IF node", kStatusNoMemory);
+    CreateIf("red", 8, "ge1", 0x11);
+  });
+  ExpectUnder(ERR, create + "Cannot insert node into vrf/ifindex WAVL thread for interface 0x11, if_index 7",
+              [this] { CreateIf("red", 7, "ge1", 0x11); });
+  ExpectUnder(ERR, create + "Cannot insert node into ifhandle WAVL thread for interface 0x10, if_index",
+              [this] { CreateIf("red", 8, "ge1", 0x10); });
+  ExpectUnder(DBASE, "mpls_vpn_mib_delete_if_wavl_node: Cannot delete node from WAVL tree", [this] {
+    const ScopedFault fault("wavl_delete", kStatusIo);
+    DeleteIf(mpls_vpn_mib_get_if(true, "red", 7));
+  });
+  IfNode node{};
+  ExpectUnder(DBASE, "Invalid node: vrf_name is NULL",
+              [&] { EXPECT_EQ(mpls_vpn_mib_if_node_validate(&node), kStatusInvalidNode); });
+  char name[] = "red";
+  node.vrf_name = name;
+  ExpectUnder(DBASE, "Invalid node: if_name is NULL",
+              [&] { EXPECT_EQ(mpls_vpn_mib_if_node_validate(&node), kStatusInvalidNode); });
+}
+
+TEST_F(IfDatabase, AnnouncementsAndTheWalkAreTheDatabases) {
+  CreateIf("red", 7, "ge0", 0x10);
+  ExpectUnder(DBASE,
+              "Entering mpls_vpn_mib_create_if_wavl_node: vrf_name = red, if_index = 7, if_name = ge0, "
+              "if_handle = 0x10",
+              [this] { CreateIf("red", 7, "ge0", 0x10); });
+  ExpectUnder(DBASE, "Entering mpls_vpn_mib_delete_if_wavl_node: with if_name = ge1, if_handle = 0x11",
+              [this] { DeleteIf(CreateIf("red", 8, "ge1", 0x11)); });
+  ExpectUnder(DBASE, "DIRTY: no if_index for interface 0x11",
+              [this] { DeleteIf(CreateIf("red", 0, "ge1", 0x11)); });
+  for (const char* line :
+       {"Start walk", "vrf_name = red, if_index = 7, if_name = ge0, if_handle = 0x10, valid? yes",
+        "End walk"}) {
+    ExpectUnder(DBASE, line, [] { mpls_vpn_mib_if_dbase_walk(); });
+  }
 }
 
 TEST_F(IfDatabase, ManyNodesStayInBothOrders) {

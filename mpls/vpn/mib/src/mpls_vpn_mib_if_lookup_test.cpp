@@ -228,6 +228,58 @@ TEST_F(IfLookup, EveryLookupRepairsADirtyDatabaseFirst) {
   }
 }
 
+TEST_F(IfLookup, StepsFromACursorRepairADirtyDatabaseFirst) {
+  IfNode* cursor = CreateIf("red", 1000, "first", 0x500);
+  const std::uint32_t handle = AddInterface("late");
+  IfNode* late = CreateIf("red", 0, nullptr, handle);
+  EXPECT_EQ(mpls_vpn_mib_get_next_if_of_vrf(cursor, "red"), nullptr);
+  EXPECT_FALSE(mpls_vpn_mib_if_dbase_is_dirty());
+  DeleteIf(late);
+  CreateIf("red", 0, nullptr, handle);
+  EXPECT_EQ(mpls_vpn_mib_if_dbase_next(cursor), nullptr);
+  EXPECT_FALSE(mpls_vpn_mib_if_dbase_is_dirty());
+}
+
+TEST_F(IfLookup, WalksThatBeginAtANodeWithoutNameFindNothing) {
+  CreateIf("red", 1, nullptr, 1);
+  CreateIf("red", 2, "b", 2);
+  CreateIf("blue", 3, "c", 3);
+  const std::function<void()> walks[] = {
+      [] { EXPECT_EQ(mpls_vpn_mib_get_first_if_of_vrf("red"), nullptr); },
+      [] { EXPECT_EQ(mpls_vpn_mib_get_next_invalid_vrf("red"), nullptr); },
+      [] { EXPECT_EQ(mpls_vpn_mib_get_next_invalid_vrf("rec"), nullptr) << "the VRF before it"; },
+      [] { EXPECT_EQ(mpls_vpn_mib_get_next_valid_intf("red", 0), nullptr); },
+  };
+  for (const auto& walk : walks) {
+    ClearPrints();
+    walk();
+    EXPECT_TRUE(Printed("Found invalid if node in mpls_vpn_mib_get_if"));
+  }
+}
+
+TEST_F(IfLookup, EverythingItSaysIsTheDatabases) {
+  CreateIf("red", 7, "ge7", 0x70);
+  CreateIf("vrf9", 3, "ge3", 0x30);
+  CreateIf("vrf10", 4, nullptr, 0x40);
+  const struct {
+    const char* line;
+    std::function<void()> act;
+  } says[] = {
+      {"get_greater_equal found node NULL", [] { mpls_vpn_mib_get_if(true, "red", 8); }},
+      {"Invalid node: if_name is NULL", [] { mpls_vpn_mib_get_if(true, "vrf10", 4); }},
+      {"Found invalid if node in mpls_vpn_mib_get_if", [] { mpls_vpn_mib_get_if(true, "vrf10", 4); }},
+      {"Found interface (mpls_vpn_mib_get_if): vrf_name = red, if_index = 7, if_name = ge7, if_handle = 0x70",
+       [] { mpls_vpn_mib_get_if(true, "red", 7); }},
+      {"Entering mpls_vpn_mib_get_if_by_vrf_and_handle",
+       [] { mpls_vpn_mib_get_if_by_vrf_and_handle("red", 1); }},
+      {"Invalid node found by mpls_vpn_mib_get_next_invalid_vrf",
+       [] { mpls_vpn_mib_get_next_invalid_vrf("vrf9"); }},
+      {"Found invalid red", [] { mpls_vpn_mib_get_first_invalid_vrf(); }},
+      {"Returning invalid vrf vrf9", [] { mpls_vpn_mib_get_next_invalid_vrf("red"); }},
+  };
+  for (const auto& say : says) ExpectUnder(DBASE, say.line, say.act);
+}
+
 TEST_F(IfLookup, CursorSurvivesTheRepairThatItsNextStepRuns) {
   IfNode* cursor = CreateIf("red", 1000, "first", 0x500);
   CreateIf("red", 0, nullptr, AddInterface("late"));

@@ -211,24 +211,41 @@ TEST_F(InterfaceName, ConnectionIsBoundOnce) {
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
   EXPECT_EQ(fault_reached("qic_control_server_bind"), 1U);
+  EXPECT_EQ(qic_last_binding().request_type, 4U);
+  EXPECT_EQ(qic_last_binding().version, 2U);
 }
 
 TEST_F(InterfaceName, StaleConnectionIsBoundAgainAndAskedAgain) {
   const std::uint32_t handle = AddInterface("ge0");
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
   qic_server_restart();
+  fault_arm("qic_control_server_unbind", kStatusIo, 100);  // counts
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
   EXPECT_THAT(Prints(),
               ElementsAre(std::string("Error in mpls_vpn_get_interface_name: qic_s_interface_name failed: ") +
                           err_text(0x409a0c00)));
+  EXPECT_EQ(fault_reached("qic_control_server_unbind"), 1U);
+}
+
+TEST_F(InterfaceName, UnbindThatFailsIsTracedAndTheNameIsFound) {
+  const std::uint32_t handle = AddInterface("ge0");
+  EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
+  qic_server_restart();
+  const ScopedFault fault("qic_control_server_unbind", kStatusIo);
+  EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
+  Status code = kStatusOk;
+  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "qic_control_server_unbind failed");
+  EXPECT_EQ(code, kStatusIo);
 }
 
 TEST_F(InterfaceName, EachStaleAnswerBindsOnce) {
   const std::uint32_t handle = AddInterface("ge0");
   fault_arm("qic_s_interface_name", kStatusStaleConnection, 1, 3);
   fault_arm("qic_control_server_bind", kStatusIo, 100);
+  fault_arm("qic_control_server_unbind", kStatusIo, 100);
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
   EXPECT_EQ(fault_reached("qic_control_server_bind"), 4U);
+  EXPECT_EQ(fault_reached("qic_control_server_unbind"), 3U);
   EXPECT_EQ(fault_reached("qic_s_interface_name"), 4U);
 }
 

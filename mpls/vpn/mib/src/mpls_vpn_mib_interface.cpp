@@ -8,6 +8,7 @@
 // Main thread; nothing is kept between requests. The row owns its texts until it is encoded.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_interface.h"
 
+#include <cstdlib>
 #include <cstring>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
@@ -76,23 +77,38 @@ const IfNode* find_exact(const char* vrf_name, std::uint32_t if_index) {
   return nullptr;
 }
 
+// False without memory for the copy. A text that is not there needs none.
+bool copy_text(char** field, const char* text) {
+  *field = text_copy(text);
+  return *field != nullptr || text == nullptr;
+}
+
+Status refuse_unfilled(mpls_vpn_mib_interface* row) {
+  mpls_vpn_error("fill_interface_parcel", "text_copy failed", kStatusNoMemory);
+  std::free(row->name);
+  std::free(row->vrfName);
+  *row = {};
+  return kStatusNoMemory;
+}
+
 }  // namespace
 
-void fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node) {
+Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node) {
   mpls_vpn_debug(PROV, "Entering function %s", "fill_interface_parcel");
   *row = {};
   if (node->if_name == nullptr) mpls_vpn_debug(ERR, "IF DBase node has empty IF name");
-  row->name = text_copy(node->if_name);
+  if (!copy_text(&row->name, node->if_name)) return refuse_unfilled(row);
   row->ifConfIndex = static_cast<std::int32_t>(node->if_index);
   row->vpnClassification = kVpnClassificationEnterprise;
   row->protocol = protocols_of(node);
   row->storageType = kStorageTypeReadOnly;
   row->rowStatus = kRowStatusActive;
   if (node->vrf_name == nullptr) mpls_vpn_debug(ERR, "Node has empty VRF name");
-  row->vrfName = text_copy(node->vrf_name);
+  return copy_text(&row->vrfName, node->vrf_name) ? kStatusOk : refuse_unfilled(row);
 }
 
 Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args) {
+  // An empty name is an argument like any other: the key before all others, where a walk of the table begins.
   if (kvtree_absent(args, 0)) return refuse_missing_argument(0);
   if (kvtree_absent(args, 1)) return refuse_missing_argument(1);
   const char* vrf_name = args->arg[0].text;
@@ -103,6 +119,6 @@ Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args) 
   const IfNode* node = next ? find_next(vrf_name, if_index) : find_exact(vrf_name, if_index);
   if (node == nullptr) return kStatusNoSuchRow;
   mpls_vpn_mib_interface row;
-  fill_interface_parcel(&row, node);
+  if (const Status rc = fill_interface_parcel(&row, node)) return rc;
   return prov_encode_parcel(reply, &row, &kMibInterfaceParcel);
 }

@@ -10,10 +10,12 @@
 // Form 1 answers the first row whose key is not smaller than the arguments, in the order of the interface
 // database; any other form the row of exactly these arguments.
 //
-// 0 with a mpls_vpn_mib_interface record, kStatusNoSuchRow, kStatusArgumentMissing, or the encoding's status.
-// An exact read answers kStatusNoSuchRow for every VRF that the VRF database holds: rows of those are read by
-// "next" alone. Main thread.
+// 0 with a mpls_vpn_mib_interface record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or the
+// encoding's status. An exact read answers kStatusNoSuchRow for every VRF that the VRF database holds: rows
+// of those are read by "next" alone. Main thread.
 Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args);
 
 // The row of a node. Texts are heap copies; a text that the node lacks is reported and stays null.
-void fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node);
+// kStatusNoMemory, reported, with nothing in the row, when a text cannot be copied: a row without its VRF
+// name would send a reader that goes on from it back to the beginning of the table.
+[[nodiscard]] Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node);

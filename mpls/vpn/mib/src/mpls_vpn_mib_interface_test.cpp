@@ -140,6 +140,57 @@ TEST_F(InterfaceRow, StructuredNextFormIsReadExactly) {
   EXPECT_EQ(Read(3, "red", 7), kStatusOk);
 }
 
+TEST_F(InterfaceRow, FormTwoIsReadExactly) {
+  AddInterfaceOfUnknownVrf();
+  EXPECT_EQ(Read(2, "red", 6), kStatusNoSuchRow);
+  EXPECT_EQ(Read(2, "red", 7), kStatusOk);
+}
+
+TEST_F(InterfaceRow, ExactReadWithAnEmptyNameFindsNothing) {
+  AddInterfaceOfUnknownVrf();
+  OnlyProviderAndErrors();
+  EXPECT_EQ(Read(kExact, "", 7), kStatusNoSuchRow);
+  EXPECT_THAT(
+      Prints(),
+      ElementsAre("Entering function mpls_vpn_mib_prov_get_interface with <vrf name = , if_index = 7>",
+                  "No Interface found"));
+}
+
+TEST_F(InterfaceRow, VrfWhoseNameBeginsWithDefaultIsAVrfLikeAnyOther) {
+  AddVrf("default1");
+  Run();
+  CreateIf("default1", 7, "ge0", 900);
+  ASSERT_EQ(Read(kExact, "default1", 7), kStatusOk);
+  EXPECT_EQ(Key(), "default1/7");
+}
+
+TEST_F(InterfaceRow, RowWithoutMemoryForATextIsNotAnswered) {
+  AddInterfaceOfUnknownVrf();
+  for (const std::uint32_t text : {1U, 2U}) {  // its name, its VRF's
+    const ScopedFault fault("text_copy", kStatusNoMemory, text);
+    EXPECT_EQ(Read(kNext, "red", 7), kStatusNoMemory) << text;
+    EXPECT_EQ(reply_.Get().data, nullptr) << text;
+    EXPECT_TRUE(Printed("Error in fill_interface_parcel: text_copy failed: Cannot allocate memory")) << text;
+  }
+  Status code = kStatusOk;
+  Traced("mpls_vpn/error", &code);
+  EXPECT_EQ(code, kStatusNoMemory);
+}
+
+TEST_F(InterfaceRow, FailedEncodingIsReturned) {
+  AddInterfaceOfUnknownVrf();
+  const ScopedFault fault("parcel_encode", kStatusMessageTooLarge);
+  EXPECT_EQ(Read(kNext, "red", 7), kStatusMessageTooLarge);
+  EXPECT_EQ(reply_.Get().data, nullptr);
+}
+
+TEST_F(InterfaceRow, InterfaceOfAnInvalidVrfIsSaidByTheProvider) {
+  CreateIf("far", 7, "ge0", 900);
+  ExpectUnder(PROV, "Interface is in an invalid VRF", [this] {
+    mpls_vpn_mib_prov_get_interface(reply_.Place(), NameAndNumber(kExact).Name("far").Number(7).Block());
+  });
+}
+
 TEST_F(InterfaceRow, ExactReadInDefaultIsNoSuchRowWithoutAWord) {
   AddInterface("ge0");
   Connect();
@@ -193,7 +244,7 @@ class RowFilling : public DaemonTest {
   ~RowFilling() override { Release(); }
   void Fill(const IfNode& node) {
     Release();
-    fill_interface_parcel(&row_, &node);
+    EXPECT_EQ(fill_interface_parcel(&row_, &node), kStatusOk);
   }
   void Release() { EXPECT_EQ(parcel_free_indirections(&kMibInterfaceParcel, &row_), kStatusOk); }
   mpls_vpn_mib_interface row_{};
@@ -218,6 +269,14 @@ TEST_F(RowFilling, EachProtocolHasItsBitAndTheLastBitIsNeverSet) {
     EXPECT_EQ(row_.protocol, bits[k]) << k;
     node->protocol_count[k] = 0;
   }
+}
+
+TEST_F(RowFilling, ProtocolsOfAForwardReferenceCountToo) {
+  NameVrf("later");
+  Run();
+  AttributesOf("later")->protocol_count[5] = 1;
+  Fill(*CreateIf("later", 7, "ge0", 900));
+  EXPECT_EQ(row_.protocol, 0x04);
 }
 
 TEST_F(RowFilling, WithoutAVrfRecordTheInterfacesProtocolsStand) {

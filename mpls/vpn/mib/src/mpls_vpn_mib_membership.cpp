@@ -14,6 +14,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
@@ -55,7 +56,13 @@ void refresh_name(IfNode* node, const Joining& joining) {
     mpls_vpn_debug(VMAP, "Interface was already in this vrf. VRF is created or deleted");
     return;
   }
-  text_replace(&node->if_name, joining.if_name.data());
+  char* name = text_copy(joining.if_name.data());
+  if (name == nullptr) {  // a node without a name would end every walk of its VRF; the old name does not
+    mpls_vpn_error("mpls_vpn_mib_if2vrf_add", "text_copy failed", kStatusNoMemory);
+    return;
+  }
+  std::free(node->if_name);
+  node->if_name = name;
   mpls_vpn_report(VMAP, kTraceVmap, "Updated in VRF %s the ifname for ifhandle 0x%x, ifindex %u",
                   joining.vrf_name, joining.if_handle, joining.if_index);
 }
@@ -216,6 +223,10 @@ void mpls_vpn_mib_vrf_complete_missing(VtabVrfRecord* record) {
     return;
   }
   mpls_vpn_debug(VMAP, "RD get succeeded for vrf %s, RD = %s", record->vrf_name, text.data());
-  text_replace(&attributes->rd, text.data());
+  attributes->rd = text_copy(text.data());
+  if (attributes->rd == nullptr) {
+    mpls_vpn_error(__func__, "text_copy failed", kStatusNoMemory);
+    return;
+  }
   update_timestamp(record, &attributes->conf_last_changed_time);
 }

@@ -15,6 +15,16 @@ using testing::StrEq;
 class Membership : public DaemonTest {
  protected:
   std::uint32_t Nodes() const { return wavl_size(mpls_vpn_mib_if_tree(), kIfByHandle); }
+  // The lines that begin with one of these texts, in their order.
+  std::vector<std::string> PrintsOf(const std::vector<std::string>& beginnings) const {
+    std::vector<std::string> lines;
+    for (const std::string& line : Prints()) {
+      for (const std::string& beginning : beginnings) {
+        if (line.starts_with(beginning)) lines.push_back(line);
+      }
+    }
+    return lines;
+  }
   std::uint32_t LastChanged(const char* vrf) { return AttributesOf(vrf)->conf_last_changed_time; }
   IfNode* NodeOf(const char* vrf, std::string_view interface) {
     return mpls_vpn_mib_get_if(true, vrf, IndexOf(interface));
@@ -87,6 +97,22 @@ TEST_F(InterfaceJoin, NewNameOfTheSameInterfaceIsStoredWithoutTouchingTheVrf) {
   EXPECT_TRUE(Printed("Updated in VRF red the ifname for ifhandle " + Hex(handle) + ", ifindex " +
                       std::to_string(IndexOf("wan0"))));
   EXPECT_EQ(LastChanged("red"), kStartSeconds);
+}
+
+TEST_F(InterfaceJoin, NewNameWithoutMemoryForItLeavesTheOldOne) {
+  AddVrf("red");
+  const std::uint32_t handle = AddInterface("ge0");
+  const IfNode* node = CreateIf("red", IndexOf("ge0"), "old", handle);
+  ClearPrints();
+  {
+    const ScopedFault fault("text_copy", kStatusNoMemory);
+    mpls_vpn_mib_if2vrf_add(handle, "red");
+  }
+  EXPECT_THAT(node->if_name, StrEq("old"));
+  EXPECT_EQ(Prints().back(), "Error in mpls_vpn_mib_if2vrf_add: text_copy failed: Cannot allocate memory");
+  EXPECT_THAT(PrintsOf({"Updated in VRF"}), IsEmpty());
+  mpls_vpn_mib_if2vrf_add(handle, "red");
+  EXPECT_THAT(node->if_name, StrEq("ge0"));
 }
 
 TEST_F(InterfaceJoin, MissingHandleOrVrfIsDroppedAtOnce) {
@@ -176,7 +202,14 @@ TEST_F(InterfaceJoin, BothConflictsAtOnceDeleteBothNodes) {
   CreateIf("red", IndexOf("ge0"), "old", 0x999);
   CreateIf("blue", 500, "ge0", handle);
   PassSeconds(10);
+  ClearPrints();
   mpls_vpn_mib_if2vrf_add(handle, "red");
+  const std::string index = std::to_string(IndexOf("ge0"));
+  EXPECT_THAT(PrintsOf({"CONFLICT"}),
+              ElementsAre("CONFLICT: deleting node (VRF red, ifindex " + index +
+                              ", ifhandle 0x999) due to new ifhandle " + Hex(handle),
+                          "CONFLICT: deleting node (VRF blue, ifindex 500, ifhandle " + Hex(handle) +
+                              ") due to new (VRF red, ifindex " + index + ")"));
   EXPECT_EQ(Nodes(), 1U);
   EXPECT_EQ(NodeOf("red", "ge0")->if_handle, handle);
   EXPECT_EQ(LastChanged("red"), kStartSeconds + 10);
@@ -188,18 +221,30 @@ TEST_F(InterfaceJoin, FailedDeletionOfAConflictingNodeEndsTheJoin) {
   AddVrf("blue");
   const std::uint32_t handle = AddInterface("ge0");
   CreateIf("red", IndexOf("ge0"), "old", 0x999);
+  const std::vector<std::string> steps = {"Updated timestamp", "CONFLICT", "Could not delete"};
+  const std::string conflict =
+      "CONFLICT: deleting node (VRF red, ifindex " + std::to_string(IndexOf("ge0")) + ", ifhandle 0x999) ";
+  PassSeconds(10);
   {
     const ScopedFault fault("wavl_delete", kStatusIo);
     mpls_vpn_mib_if2vrf_add(handle, "red");
   }
-  EXPECT_TRUE(Printed("Could not delete interface from the WAVL tree"));
+  EXPECT_THAT(PrintsOf(steps), ElementsAre("Updated timestamp to: " + std::to_string(kStartSeconds + 10),
+                                           conflict + "due to new ifhandle " + Hex(handle),
+                                           "Could not delete interface from the WAVL tree"));
   EXPECT_THAT(NodeOf("red", "ge0")->if_name, StrEq("old"));
+  EXPECT_EQ(LastChanged("red"), kStartSeconds + 10);
+  PassSeconds(10);
   ClearPrints();
   {
     const ScopedFault fault("wavl_delete", kStatusIo);
     mpls_vpn_mib_if2vrf_add(0x999, "blue");  // no such interface: by handle only
   }
-  EXPECT_TRUE(Printed("Could not delete interface from the WAVL tree"));
+  EXPECT_THAT(PrintsOf(steps), ElementsAre("Updated timestamp to: " + std::to_string(kStartSeconds + 20),
+                                           conflict + "due to new (VRF blue, ifindex 0)",
+                                           "Could not delete interface from the WAVL tree"));
+  EXPECT_EQ(LastChanged("red"), kStartSeconds + 20);
+  EXPECT_EQ(LastChanged("blue"), 0U) << "nothing joined it";
   EXPECT_EQ(Nodes(), 1U);
   TakeMutex();  // it was given back
   ReleaseMutex();
@@ -214,6 +259,21 @@ TEST_F(InterfaceJoin, UnresolvedNameIsStoredAsTheEmptyTextByHandleOnly) {
   EXPECT_EQ(node->if_index, 0U);
   EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
   EXPECT_EQ(LastChanged("red"), kStartSeconds);
+  EXPECT_FALSE(Printed("mpls vpn mib vrf up trap generate: FALSE")) << "there is no record to decide by";
+}
+
+TEST_F(InterfaceJoin, NodeWithoutANameIsReplacedByTheJoinOfItsHandle) {
+  AddVrf("red");
+  const std::uint32_t handle = AddInterface("ge0");
+  CreateIf("red", IndexOf("ge0"), nullptr, handle);
+  const std::string index = std::to_string(IndexOf("ge0"));
+  ClearPrints();
+  mpls_vpn_mib_if2vrf_add(handle, "red");
+  EXPECT_TRUE(Printed("CONFLICT: deleting node (VRF red, ifindex " + index + ", ifhandle " + Hex(handle) +
+                      ") due to new (VRF red, ifindex " + index + ")"));
+  EXPECT_EQ(Nodes(), 1U);
+  ASSERT_NE(NodeOf("red", "ge0"), nullptr);
+  EXPECT_THAT(NodeOf("red", "ge0")->if_name, StrEq("ge0"));
 }
 
 TEST_F(InterfaceJoin, UnresolvedIndexIsCompletedByALaterLookup) {
@@ -377,6 +437,19 @@ TEST_F(InterfaceLeave, MutexThatCannotBeTakenDropsTheEvent) {
   EXPECT_EQ(Nodes(), 1U);
 }
 
+TEST_F(InterfaceLeave, UnlockFailureIsReported) {
+  AddVrf("red");
+  const std::uint32_t handle = AddInterface("ge0", "red");
+  Connect();
+  {
+    const ScopedFault fault("pthread_mutex_unlock", kStatusIo);
+    mpls_vpn_mib_if2vrf_del(handle, "red");
+  }
+  EXPECT_EQ(Prints().back(), "Error (mpls_vpn_mib_if2vrf_del): pthread mutex unlock failed");
+  EXPECT_EQ(Nodes(), 0U);
+  ReleaseMutex();
+}
+
 TEST_F(InterfaceLeave, UpInterfaceIsTracedAsLeavingWhileUp) {
   AddVrf("red");
   const std::uint32_t handle = AddInterface("ge0", "red");
@@ -390,7 +463,7 @@ TEST_F(InterfaceLeave, UpInterfaceIsTracedAsLeavingWhileUp) {
 TEST_F(VrfLife, CreatedVrfHasItsNodeItsTimeAndNoRouteDistinguisher) {
   AddVrf("red");
   text_replace(&AttributesOf("red")->rd, "65000:1");
-  PassSeconds(7);
+  PassMilliseconds(7900);  // times are whole seconds, rounded down
   ClearPrints();
   VrfCreated("red", 101, 0);
   EXPECT_EQ(Prints().front(), "VMAP: VRF red created");
@@ -506,6 +579,18 @@ TEST_F(VrfRouteDistinguisher, ThatCannotBeFetchedIsReported) {
                 err_text(kStatusNoSuchRow));
   EXPECT_EQ(AttributesOf("red")->rd, nullptr);
   EXPECT_EQ(LastChanged("red"), 0U);
+}
+
+TEST_F(VrfRouteDistinguisher, WithoutMemoryForItStaysMissingAndDoesNotTouchTheVrf) {
+  AddVrf("red", 0, "65000:100");
+  {
+    const ScopedFault fault("text_copy", kStatusNoMemory);
+    mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
+  }
+  EXPECT_EQ(AttributesOf("red")->rd, nullptr);
+  EXPECT_EQ(LastChanged("red"), 0U);
+  EXPECT_EQ(Prints().back(),
+            "Error in mpls_vpn_mib_vrf_complete_missing: text_copy failed: Cannot allocate memory");
 }
 
 TEST_F(VrfRouteDistinguisher, MissingRecordIsReported) {

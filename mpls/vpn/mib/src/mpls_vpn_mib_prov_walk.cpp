@@ -54,7 +54,8 @@ Status interface_following_path(const KvReply* row, std::string* path) {
   DecodedInterface decoded;
   const Status rc = parcel_decode(&kMibInterfaceParcel, row->data, row->length, &decoded.row);
   if (rc != kStatusOk) return rc;
-  const std::string vrf_name = decoded.row.vrfName == nullptr ? "" : decoded.row.vrfName;
+  if (decoded.row.vrfName == nullptr) return kStatusBadEncoding;  // nothing to go on from
+  const std::string vrf_name = decoded.row.vrfName;
   const auto if_index = static_cast<std::uint32_t>(decoded.row.ifConfIndex);
   if (if_index < kLastIfIndex) {
     *path = interface_next_path(vrf_name, if_index + 1);

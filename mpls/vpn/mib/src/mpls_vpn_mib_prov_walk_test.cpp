@@ -89,6 +89,12 @@ TEST_F(FollowingPath, AfterTheVeryLastKeyIsNone) {
   EXPECT_EQ(Follow(), kStatusEndOfList);
 }
 
+TEST_F(FollowingPath, RowWithoutAVrfNameEndsTheWalk) {
+  Row(nullptr, 7);
+  EXPECT_EQ(Follow(), kStatusBadEncoding);
+  EXPECT_EQ(path_, "");
+}
+
 TEST_F(FollowingPath, RowThatDoesNotDecodeEndsTheWalk) {
   Row("red", 7);
   reply_.length -= 1;

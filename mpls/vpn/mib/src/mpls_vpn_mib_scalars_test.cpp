@@ -91,6 +91,12 @@ TEST_F(Scalars, VrfsThatTheMembershipServiceToldOfAreConfigured) {
   EXPECT_EQ(Read().configuredVrfs, 1U);
 }
 
+TEST_F(Scalars, VrfWhoseNameBeginsWithDefaultIsConfigured) {
+  AddVrf("default1");
+  Connect();
+  EXPECT_EQ(Read().configuredVrfs, 1U);
+}
+
 TEST_F(Scalars, VrfThatOnlyTheRecordServiceKnowsIsNotConfigured) {
   AddVrf("red");
   EXPECT_EQ(Read().configuredVrfs, 0U);
@@ -132,7 +138,13 @@ TEST_F(Scalars, InterfacesOfAVrfThatIsOnlyNamedAreNotConnected) {
   AddVrf("red");
   AddActiveInterface("ge0", "red");
   AddActiveInterface("ge1", "later");
+  AddActiveInterface("ge2", "unnamed");
+  NameVrf("later");
   Connect();
+  ASSERT_NE(vtab_get_vrf_record_by_vrf_name("later"), nullptr);
+  ASSERT_EQ(vtab_get_vrf_record_by_vrf_name("unnamed"), nullptr);
+  ASSERT_NE(mpls_vpn_mib_get_first_if_of_vrf("later"), nullptr);
+  ASSERT_NE(mpls_vpn_mib_get_first_if_of_vrf("unnamed"), nullptr);
   const mpls_vpn_mib_scalars scalars = Read();
   EXPECT_EQ(scalars.connectedInterfaces, 1U);
   EXPECT_EQ(scalars.activeVrfs, 1U);

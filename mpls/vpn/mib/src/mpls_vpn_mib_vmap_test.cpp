@@ -3,6 +3,7 @@
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase_internal.h"
 #include "mpls/vpn/mib/src/mpls_vpn_test_fixture.h"
+#include "platform/vmap/service.h"
 
 namespace {
 
@@ -25,6 +26,9 @@ class MembershipConnection : public DaemonTest {
       names.emplace_back(node->vrf_name);
     }
     return names;
+  }
+  static VrfNode* CreateVrfUnderTheMutex(const char* name) MPLS_NO_THREAD_SAFETY_ANALYSIS {
+    return mpls_vpn_mib_create_vrf_wavl_node(name, get_vrf_record(name));
   }
   static void VrfEvent(VmapEvent event, const char* name, std::uint32_t flags) {
     const VmapVrfItem item{name, 9, 4, flags, nullptr};
@@ -65,6 +69,30 @@ TEST_F(MembershipConnection, ChangesFollowLive) {
   Run();
   EXPECT_THAT(Vrfs(), IsEmpty());
   EXPECT_EQ(Nodes(), 0U);
+}
+
+TEST_F(MembershipConnection, ClientHasItsNameAndItsTypeOfDatabase) {
+  Connect();
+  ASSERT_EQ(vmap::service().clients.size(), 1U);
+  const VmapClient& client = *vmap::service().clients.front();
+  EXPECT_EQ(client.name, "mpls_vpn");
+  ASSERT_NE(client.registered, nullptr);
+  EXPECT_EQ(client.registered->type, 2U);
+}
+
+TEST_F(MembershipConnection, LiveJoinsComeFortyAtATime) {
+  AddVrf("red");
+  Connect();
+  for (int n = 1; n <= 41; ++n) AddInterface("ge" + std::to_string(n), "red");
+  ASSERT_EQ(Nodes(), 0U);
+  std::vector<std::uint32_t> seen;  // by something else whose turn comes after each delivery
+  std::function<void()> look = [&] {
+    seen.push_back(Nodes());
+    if (seen.size() < 2) event_post(manager_, look);
+  };
+  event_post(manager_, look);
+  Run();
+  EXPECT_THAT(seen, ElementsAre(40U, 41U));
 }
 
 TEST_F(MembershipConnection, FailedStepOfTheRegistrationIsItsResult) {
@@ -192,6 +220,22 @@ TEST_F(MembershipOpen, EachLaterStepThatFailsUnbindsAndAnswersMinusOne) {
   vmap_c_lib_end(client);
 }
 
+TEST_F(MembershipOpen, FailedStepFreesTheMemberDatabaseWhateverTheUnbindDoes) {
+  VmapClient* client = nullptr;
+  ASSERT_EQ(vmap_c_lib_init(
+                "test", manager_, [](void*) { return 1; }, &client),
+            kStatusOk);
+  for (const char* step : {"vmap_c_mdb_add_intf_all", "vmap_c_mdb_add_vrf_all", "vmap_c_notif_reg"}) {
+    fault_arm(step, kStatusIo);
+    fault_arm("vmap_c_unbind", kStatusIo);
+    EXPECT_EQ(connection_manager_open_handler(client, manager_), -1) << step;
+    fault_disarm_all();
+    EXPECT_TRUE(client->databases.empty()) << step;
+    EXPECT_EQ(vmap_c_unbind(client), kStatusOk) << step;
+  }
+  vmap_c_lib_end(client);
+}
+
 TEST_F(MembershipOpen, UnbindThatFailsWhileUndoingIsTraced) {
   VmapClient* client = nullptr;
   ASSERT_EQ(vmap_c_lib_init(
@@ -236,6 +280,23 @@ TEST_F(MembershipItems, VrfDeleteReachesTheDatabase) {
             "VMAP Callback VRF Delete CB: vrf_name: 'red', vrf_id: 0x9, vr_id: 0x4, flags: 0x0, attr: (nil)");
 }
 
+TEST_F(MembershipItems, DeletionsThatAreNotForUsAreIgnoredToo) {
+  VrfEvent(VmapEvent::kUpdate, "red", 0);
+  VrfEvent(VmapEvent::kDelete, "red", 0x8);
+  EXPECT_THAT(Vrfs(), ElementsAre("red"));
+  EXPECT_FALSE(Printed("VMAP: VRF red deleted"));
+  TakeMutex();
+  const VrfNode* node = CreateVrfUnderTheMutex("default");
+  ReleaseMutex();
+  ASSERT_NE(node, nullptr);
+  VrfEvent(VmapEvent::kDelete, "default", 0);
+  EXPECT_THAT(Vrfs(), ElementsAre("red", "default"));
+  const std::uint32_t handle = AddInterface("ge0");
+  IntfEvent(VmapEvent::kUpdate, handle, 0);
+  for (const std::uint32_t flags : {0x2U, 0x4U, 0x6U}) IntfEvent(VmapEvent::kDelete, handle, flags);
+  EXPECT_EQ(Nodes(), 1U);
+}
+
 TEST_F(MembershipItems, MissingItemIsReported) {
   vrf_reg_cb_func(nullptr, VmapEvent::kUpdate, nullptr);
   intf_reg_cb_func(nullptr, VmapEvent::kDelete, nullptr);
@@ -265,6 +326,19 @@ TEST_F(MembershipItems, VrfHandlersRunUnderTheMutex) {
   ReleaseMutex();
   EXPECT_EQ(Prints().back(), "Error (vrf_reg_cb_func): pthread mutex lock failed");
   EXPECT_THAT(Vrfs(), IsEmpty());
+  for (const VmapEvent event : {VmapEvent::kUpdate, VmapEvent::kDelete}) {
+    OnlyArea(ERR);
+    mpls_vpn_debug_flags[VMAP].enabled.store(1);
+    ClearPrints();
+    {
+      const ScopedFault fault("pthread_mutex_unlock", kStatusIo);  // says when the mutex is given back
+      VrfEvent(event, "red", 0);
+    }
+    ReleaseMutex();
+    ASSERT_EQ(Prints().size(), 3U);
+    EXPECT_EQ(Prints()[1], event == VmapEvent::kUpdate ? "VMAP: VRF red created" : "VMAP: VRF red deleted");
+    EXPECT_EQ(Prints()[2], "Error (vrf_reg_cb_func): pthread mutex unlock failed");
+  }
 }
 
 TEST_F(MembershipItems, InterfaceWithFlagTwoOrFourIsIgnored) {

@@ -64,6 +64,7 @@ bool unlink_node(VrfNode* node, const char* function) MPLS_REQUIRES(mpls_vpn_mut
 int print_vrf_fn(void* visited, void* /*argument*/) {
   const auto* node = static_cast<const VrfNode*>(visited);
   if (mpls_vpn_mib_vrf_node_validate(node) == kStatusOk) {
+    // The facility takes one line break off a print's end, so this one is not seen.
     mpls_vpn_debug(DBASE, "VRF = %s\n", node->vrf_name);
   } else {
     mpls_vpn_report_failure(DBASE, kStatusInvalidNode, "Found invalid if node in %s", "print_vrf_fn");

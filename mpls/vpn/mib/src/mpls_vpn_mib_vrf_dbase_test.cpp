@@ -149,6 +149,51 @@ TEST_F(VrfDatabase, GetThatLandsOnANodeWithoutRecordIsNullAndDoesNotSkipIt) {
                                     "Found invalid if node in mpls_vpn_mib_get_vrf_node"));
 }
 
+TEST_F(VrfDatabase, ExactGetOfANodeWithoutRecordIsNull) {
+  CreateWith("red", nullptr);
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(true, "red"), nullptr);
+  EXPECT_THAT(Prints(), ElementsAre("Invalid node: vrf_rec is NULL",
+                                    "Found invalid if node in mpls_vpn_mib_get_vrf_node"));
+}
+
+TEST_F(VrfDatabase, FailuresOfACreationAreErrorsAndAllElseTheDatabases) {
+  Create("red");
+  CreateWith("blue", nullptr);
+  const struct {
+    MplsVpnDebugArea area;
+    const char* line;
+    std::function<void()> act;
+  } says[] = {
+      {ERR, "Error (mpls_vpn_mib_create_vrf_wavl_node): Cannot insert node into WAVL tree",
+       [this] { Create("red"); }},
+      {ERR, "Error (mpls_vpn_mib_create_vrf_wavl_node): No memory to create if node",
+       [this] {
+         const ScopedFault fault("calloc_tagged:VRF node", kStatusNoMemory);
+         Create("green");
+       }},
+      {DBASE, "Entering mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: vrf_name = reb",
+       [this] { DeleteByName("reb"); }},
+      {DBASE, "mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: Cannot find matching WAVL node",
+       [this] { DeleteByName("reb"); }},
+      {DBASE, "Invoked mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name with NULL vrf_name",
+       [this] { DeleteByName(nullptr); }},
+      {DBASE, "mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: Cannot delete node from WAVL tree",
+       [this] {
+         const ScopedFault fault("wavl_delete", kStatusIo);
+         DeleteByName("red");
+       }},
+      {DBASE, "get_greater_equal found node NULL", [] { mpls_vpn_mib_get_vrf_node(true, "reb"); }},
+      {DBASE, "Invalid node: vrf_rec is NULL", [] { mpls_vpn_mib_get_vrf_node(true, "blue"); }},
+      {DBASE, "Found invalid if node in mpls_vpn_mib_get_vrf_node",
+       [] { mpls_vpn_mib_get_vrf_node(true, "blue"); }},
+      {DBASE, "Start print", [] { mpls_vpn_mib_vrf_dbase_print(); }},
+      {DBASE, "VRF = red", [] { mpls_vpn_mib_vrf_dbase_print(); }},
+      {DBASE, "Found invalid if node in print_vrf_fn", [] { mpls_vpn_mib_vrf_dbase_print(); }},
+      {DBASE, "End print", [] { mpls_vpn_mib_vrf_dbase_print(); }},
+  };
+  for (const auto& say : says) ExpectUnder(say.area, say.line, say.act);
+}
+
 TEST_F(VrfDatabase, NameIsTestedBeforeTheRecord) {
   VrfNode node{};
   EXPECT_EQ(mpls_vpn_mib_vrf_node_validate(&node), 0x42698600U);

@@ -32,6 +32,24 @@ class VrfRecords : public DaemonTest {
   }
 };
 
+// Trace records of failures: one more, with this code.
+class FailureTraces : public VrfRecords {
+ protected:
+  void ExpectTraced(Status code, const std::function<void()>& act) {
+    const std::size_t before = Traced("mpls_vpn/error").size();
+    act();
+    Status last = kStatusOk;
+    EXPECT_EQ(Traced("mpls_vpn/error", &last).size(), before + 1) << Prints().back();
+    EXPECT_EQ(last, code) << Prints().back();
+  }
+  void ExpectFaultTraced(const char* point, const std::function<void()>& act) {
+    ExpectTraced(kStatusIo, [&] {
+      const ScopedFault fault(point, kStatusIo);
+      act();
+    });
+  }
+};
+
 class RecordServiceRegistration : public VrfRecords {
  protected:
   Status RegisterAgain() {
@@ -101,6 +119,62 @@ TEST_F(RecordServiceRegistration, FirstStepThatFailsEndsItWithItsCode) {
   }
 }
 
+TEST_F(RecordServiceRegistration, BeginAndEndAreSaidByStartUp) {
+  for (const char* line : {"Initializing VTAB...", "VTAB init done."}) {
+    ExpectUnder(START, line, [this] { EXPECT_EQ(RegisterAgain(), kStatusOk); });
+  }
+}
+
+TEST_F(VrfRecords, EachThingIsSaidByItsArea) {
+  const auto create = [] {
+    const ScopedFault fault("vtab_create_vrf_record", kStatusIo);
+    EXPECT_EQ(get_vrf_record("green"), nullptr);
+  };
+  ExpectUnder(VTAB, "Create VTAB record for VRF green", create);
+  ExpectUnder(ERR, "vtab_create_vrf_record() returned NULL record", create);
+  ExpectUnder(ERR, "VRF Callback vrf_rec is NULL!!!", [] { EXPECT_EQ(vrf_cb("red"), kStatusOk); });
+  AddVrf("red");
+  ExpectUnder(CFGMGR, "Updated timestamp to: " + std::to_string(Now()),
+              [] { update_vrf_last_changed("red"); });
+}
+
+TEST_F(VrfRecords, CreationIsTracedWithTheName) {
+  ASSERT_NE(get_vrf_record("green"), nullptr);
+  EXPECT_EQ(Traced("mpls_vpn/vtab").back(), "create record of VRF green");
+}
+
+TEST_F(VrfRecords, CreationHoldsTheLockUnderItsName) {
+  ASSERT_EQ(vtab_lock_dbase("test"), kStatusOk);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(get_vrf_record("green"), nullptr);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::HasSubstr("get_vrf_record asks for the lock that test holds"));
+  EXPECT_EQ(vtab_unlock_dbase(), kStatusOk);
+}
+
+TEST_F(FailureTraces, OfTheRecordsHaveTheCode) {
+  ExpectFaultTraced("vtab_lock_dbase", [] { EXPECT_EQ(get_vrf_record("green"), nullptr); });
+  ExpectFaultTraced("vtab_unlock_dbase", [] { EXPECT_EQ(get_vrf_record("green"), nullptr); });
+}
+
+TEST_F(FailureTraces, OfTheVrfCallbackHaveTheCode) {
+  ExpectTraced(kStatusNoVrfRecord, [] { EXPECT_EQ(vrf_cb("red"), kStatusOk); });
+  AddVrf("red");
+  ExpectFaultTraced("vtab_lock_begin_access_vrf_record", [] { EXPECT_EQ(vrf_cb("red"), kStatusOk); });
+  ExpectFaultTraced("vtab_unlock_end_access_vrf_record", [] { EXPECT_EQ(vrf_cb("red"), kStatusIo); });
+}
+
+TEST_F(FailureTraces, OfTheInterfaceCallbackHaveTheCode) {
+  ExpectTraced(kStatusNoSuchRow, [] { EXPECT_EQ(if_cb("ge0", "red"), kStatusOk); });
+  AddVrf("red");
+  AddInterface("ge0", "red");
+  AddAddress("ge0", "192.0.2.1/24");
+  Run();
+  LinkUp("ge0");
+  ExpectFaultTraced("vtab_lock_begin_access_if_record", [] { EXPECT_EQ(if_cb("ge0", "red"), kStatusOk); });
+  ExpectFaultTraced("vtab_unlock_end_access_if_record", [] { EXPECT_EQ(if_cb("ge0", "red"), kStatusIo); });
+}
+
 TEST_F(VrfRecords, RecordOfAVrfThatExistsIsFound) {
   AddVrf("red");
   EXPECT_EQ(get_vrf_record("red"), vtab_get_vrf_record_by_vrf_name("red"));
@@ -156,7 +230,7 @@ TEST_F(VrfRecords, CreationFailureGivesNoRecord) {
 
 TEST_F(VrfRecords, TimestampIsThePlatformClockInSeconds) {
   AddVrf("red");
-  PassSeconds(42);
+  PassMilliseconds(42'900);  // rounded down
   OnlyArea(CFGMGR);
   ClearPrints();
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");

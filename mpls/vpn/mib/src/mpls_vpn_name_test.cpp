@@ -133,10 +133,14 @@ TEST(OctetsToNewText, EmptyOctetStringGivesTheEmptyText) {
 TEST(OctetsToNewText, MissingArgumentIsInvalid) {
   const OctetString octets = Octets("red");
   const OctetString negative{-1, octets.octets};
-  char* text = nullptr;
-  EXPECT_EQ(mpls_vpn_octets_to_new_text(nullptr, &text), 22U);
+  const OctetString without_octets{3, nullptr};
   EXPECT_EQ(mpls_vpn_octets_to_new_text(&octets, nullptr), 22U);
-  EXPECT_EQ(mpls_vpn_octets_to_new_text(&negative, &text), 22U);
+  for (const OctetString* missing : {static_cast<const OctetString*>(nullptr), &negative, &without_octets}) {
+    char marker = 'x';
+    char* text = &marker;
+    EXPECT_EQ(mpls_vpn_octets_to_new_text(missing, &text), 22U);
+    EXPECT_EQ(text, nullptr);
+  }
 }
 
 TEST(OctetsToNewText, NoMemoryIsReported) {

@@ -110,6 +110,12 @@ class DaemonTest : public testing::Test {
     changed.addresses.push_back(address);
     EXPECT_EQ(router_.change_interface(changed), kStatusOk) << name;
   }
+  void SetOnlyAddress(std::string_view name, std::string_view text) {
+    router::Interface changed = InterfaceOf(name);
+    changed.addresses.clear();
+    EXPECT_EQ(router_.change_interface(changed), kStatusOk) << name;
+    AddAddress(name, text);
+  }
   void Rename(std::string_view name, const std::string& to) {
     router::Interface changed = InterfaceOf(name);
     changed.name = to;
@@ -181,6 +187,9 @@ class DaemonTest : public testing::Test {
   // Seconds that the platform clock shows.
   std::uint32_t Now() const { return static_cast<std::uint32_t>(clock_stamp() / kNanosecondsPerSecond); }
   void PassSeconds(std::uint32_t seconds) { clock_.advance(seconds * kNanosecondsPerSecond); }
+  void PassMilliseconds(std::uint32_t milliseconds) {
+    clock_.advance(milliseconds * (kNanosecondsPerSecond / 1000));
+  }
 
   // --- What was said
   // -----------------------------------------------------------------------------------------
@@ -201,6 +210,20 @@ class DaemonTest : public testing::Test {
   // Leaves only this area's flag on, so that the next prints are that area's.
   void OnlyArea(MplsVpnDebugArea area) {
     for (DebugFlag& flag : mpls_vpn_debug_flags) flag.enabled.store(0);
+    mpls_vpn_debug_flags[area].enabled.store(1);
+  }
+  // The act prints this line while `area` alone is on, and does not while all others are. It is done twice;
+  // all areas are on afterwards.
+  void ExpectUnder(MplsVpnDebugArea area, const std::string& line, const std::function<void()>& act) {
+    OnlyArea(area);
+    ClearPrints();
+    act();
+    EXPECT_TRUE(Printed(line)) << line;
+    for (DebugFlag& flag : mpls_vpn_debug_flags) flag.enabled.store(1);
+    mpls_vpn_debug_flags[area].enabled.store(0);
+    ClearPrints();
+    act();
+    EXPECT_FALSE(Printed(line)) << line;
     mpls_vpn_debug_flags[area].enabled.store(1);
   }
   // The texts in a trace buffer ("mpls_vpn/vtab"), oldest first, and the code of the last one.
@@ -227,6 +250,7 @@ class DaemonTest : public testing::Test {
   void StartDatabases() {
     ASSERT_EQ(mpls_vpn_mib_vrf_dbase_init(), kStatusOk);
     ASSERT_EQ(mpls_vpn_mib_if_dbase_init(), kStatusOk);
+    ASSERT_EQ(mpls_vpn_mib_rt_dbase_init(), kStatusOk);
     ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
     ASSERT_EQ(mpls_vpn_mib_vtab_init(manager_), kStatusOk);
   }
@@ -234,6 +258,7 @@ class DaemonTest : public testing::Test {
     mpls_vpn_mib_vmap_end();
     mpls_vpn_mib_membership_end();
     mpls_vpn_interface_name_end();
+    mpls_vpn_mib_rt_dbase_end();
     mpls_vpn_mib_if_dbase_end();
     mpls_vpn_mib_vrf_dbase_end();
     vtab_end_client();
@@ -250,6 +275,4 @@ class DaemonTest : public testing::Test {
   std::string prints_;
   std::uint32_t last_vrf_id_ = 100;
   std::uint32_t last_if_index_ = 0;
-    ASSERT_EQ(mpls_vpn_mib_rt_dbase_init(), kStatusOk);
 };
-    mpls_vpn_mib_rt_dbase_end();
