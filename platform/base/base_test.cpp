@@ -18,7 +18,7 @@ TEST(Status, EveryCodeOfTheVocabularyHasItsOwnText) {
 }
 
 TEST(Status, UnknownCodeIsShownInHexadecimal) {
-  EXPECT_STREQ(err_text(0xa2d38002), "Unknown status 0xa2d38002");
+  EXPECT_STREQ(err_text(0xa2d38003), "Unknown status 0xa2d38003");
 }
 
 TEST(FaultPoint, UnarmedPointLetsEveryCallPass) {

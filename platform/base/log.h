@@ -2,5 +2,5 @@
 // process and not one of the daemon's debug areas: a client that was closed, a source that went away.
 #pragma once
 
-// One line, printf style; the line break is added. Any thread.
+// One line, printf style; the line break is added. Never waits (standard_error.h). Any thread.
 [[gnu::format(printf, 1, 2)]] void log_line(const char* format, ...);

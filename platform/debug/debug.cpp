@@ -1,11 +1,9 @@
 // Flags and prints: the half of the debug facility that the daemon calls. The registry of name spaces is
 // registry.cpp, the service on the socket service.cpp.
 //
-// A print goes to standard error with one write, to a test's capture, and to the flag's service when somebody
-// watches there. A flag that is registered nowhere prints to standard error only.
+// A print goes to standard error, to a test's capture, and to the flag's service when somebody watches there;
+// none of them is waited for. A flag that is registered nowhere prints to standard error only.
 #include "platform/debug/debug.h"
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -16,6 +14,7 @@
 #include <string_view>
 
 #include "platform/base/fault.h"
+#include "platform/base/standard_error.h"
 #include "platform/debug/registry.h"
 #include "platform/debug/service.h"
 
@@ -50,12 +49,6 @@ bool are_prepared(const DebugFlag* flags, std::uint32_t count) {
   return flags != nullptr && count != 0 && std::all_of(flags, flags + count, [](const DebugFlag& flag) {
            return flag.command_name != nullptr;
          });
-}
-
-void write_line(const std::string& line) {
-  std::string with_break = line + '\n';
-  // A print that cannot be written has nowhere else to go.
-  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, with_break.data(), with_break.size());
 }
 
 void capture(const std::string& line) {
@@ -106,7 +99,7 @@ void debug_printf(const DebugFlag& flag, const char* format, ...) {
   va_end(arguments);
   std::string line(buffer.data());
   if (line.ends_with('\n')) line.pop_back();
-  write_line(line);
+  write_error_line(line);
   capture(line);
   const std::shared_ptr<debug_detail::Service> service = debug_detail::service_of(flag);
   if (service != nullptr && service->is_watched()) service->print(flag.command_name, std::move(line));

@@ -7,7 +7,8 @@
 //
 // Thread: flags are switched on the thread of that event manager and read without a lock from every thread
 // (the enabled word is atomic); debug_printf may be called from every thread and never blocks on a slow
-// watcher (what does not fit into a watcher's bounded queue is counted, and the count is told to it).
+// watcher (what does not fit into a watcher's bounded queue is counted, and the count is told to it) nor on
+// a slow reader of standard error (standard_error.h).
 #pragma once
 
 #include <atomic>

@@ -17,6 +17,8 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "platform/base/standard_error.h"
+
 namespace {
 
 constexpr std::size_t kMaxLine = 1024;
@@ -59,7 +61,7 @@ void errmsg_post(const ErrmsgRecord* record, ...) {
 #pragma GCC diagnostic pop
   va_end(arguments);
   syslog(static_cast<int>(record->severity), "%s", line.data());
-  if (!standard_error_is_journal()) std::fprintf(stderr, "%s\n", line.data());
+  if (!standard_error_is_journal()) write_error_line(line.data());
   capture(line.data());
 }
 
