@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_interface.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_rt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_scalars.h"
 
 namespace {
@@ -39,6 +40,12 @@ TEST(Routes, ScalarsAndInterfacesHaveTheirGetHandlers) {
   EXPECT_EQ(routes[0].handlers.get, mpls_vpn_mib_prov_get_scalars);
   EXPECT_EQ(routes[1].handlers.get, mpls_vpn_mib_prov_get_interface);
   EXPECT_EQ(routes[2].handlers.get, mpls_vpn_mib_prov_get_interface);
+}
+
+TEST(Routes, RouteTargetsHaveTheirGetHandler) {
+  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
+  EXPECT_EQ(routes[8].handlers.get, mpls_vpn_mib_prov_get_rt);
+  EXPECT_EQ(routes[9].handlers.get, mpls_vpn_mib_prov_get_rt);
 }
 
 TEST(Routes, VrfConfiguration) {

@@ -1,6 +1,7 @@
 // For tests: requests to the provider's handlers, and their answers decoded.
 #pragma once
 
+#include <array>
 #include <cstdlib>
 #include <string>
 
@@ -30,6 +31,32 @@ class NameAndNumber {
   std::uint32_t number_ = 0;
 };
 
+// The argument block of any request: `count` arguments, of which those that are not given are absent.
+class Arguments {
+ public:
+  Arguments(std::uint32_t form, std::uint32_t count) : block_{~0U, form, count, {}} {}
+  Arguments& Text(unsigned argument, const char* text) {
+    block_.arg[argument].text = text;
+    block_.absent_mask &= ~(1U << argument);
+    return *this;
+  }
+  Arguments& Number(unsigned argument, std::uint32_t number) {
+    numbers_[argument] = number;
+    block_.absent_mask &= ~(1U << argument);
+    return *this;
+  }
+  const RequestArgs* Block() const {
+    for (unsigned i = 0; i < kKvMaxArguments; ++i) {
+      if (block_.arg[i].text == nullptr) block_.arg[i].number = &numbers_[i];
+    }
+    return &block_;
+  }
+
+ private:
+  mutable RequestArgs block_;  // completed when it is handed over: until then the object may be copied
+  std::array<std::uint32_t, kKvMaxArguments> numbers_{};
+};
+
 // A record decoded from a reply; released when it goes.
 template <typename Record>
 class Decoded {
@@ -52,7 +79,12 @@ class Decoded {
 class Reply {
  public:
   ~Reply() { std::free(reply_.data); }
-  KvReply* Place() { return &reply_; }
+  // Empty again.
+  KvReply* Place() {
+    std::free(reply_.data);
+    reply_ = {};
+    return &reply_;
+  }
   const KvReply& Get() const { return reply_; }
 
  private:

@@ -1,0 +1,21 @@
+// See mpls_vpn_mib_prov_request.h. No state; main thread.
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
+
+#include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/mpls_vpn_trace.h"
+#include "platform/base/memory.h"
+
+Status prov_check_arguments(const RequestArgs* args, unsigned count, const char* handler) {
+  for (unsigned argument = 0; argument < count; ++argument) {
+    if (!kvtree_absent(args, argument)) continue;
+    mpls_vpn_debug(ERR, "BGEN arg %d not present in %s", static_cast<int>(argument), handler);
+    mpls_vpn_trace(kTraceError, kStatusArgumentMissing, "%s: argument %u", handler, argument);
+    return kStatusArgumentMissing;
+  }
+  return kStatusOk;
+}
+
+bool prov_copy_text(char** field, const char* text) {
+  *field = text_copy(text);
+  return *field != nullptr || text == nullptr;
+}

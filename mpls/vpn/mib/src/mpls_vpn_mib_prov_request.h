@@ -1,0 +1,13 @@
+// What the get handlers share: the check of their arguments, and texts copied into rows.
+#pragma once
+
+#include "platform/base/status.h"
+#include "platform/kvtree/kvtree.h"
+
+// 0 when the arguments 0 to count - 1 are all there, else kStatusArgumentMissing; the first missing one is
+// reported under the handler's name. An empty text is there: it is the key before all others, where a walk of
+// a table begins.
+[[nodiscard]] Status prov_check_arguments(const RequestArgs* args, unsigned count, const char* handler);
+
+// *field becomes a heap copy of the text, null for null. False without memory.
+[[nodiscard]] bool prov_copy_text(char** field, const char* text);
