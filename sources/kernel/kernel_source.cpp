@@ -1,7 +1,8 @@
 // The kernel source's life on the event loop (see kernel_source.h).
 //
 //   events --> mirror --(settle)--> reconciler --> router model
-//   dump  ---/
+//   dump  ---/                                              |
+//   route follower, on sockets of its own <-- its VRFs -----/
 //
 // Listening begins before the first dump, so nothing falls between the two; events that are older than the
 // dump are applied after it all the same. Each says how its object was at that time and the last one how it
@@ -38,6 +39,7 @@
 #include "platform/base/log.h"
 #include "sources/kernel/dump.h"
 #include "sources/kernel/reconcile.h"
+#include "sources/kernel/route_follower.h"
 
 namespace {
 
@@ -48,7 +50,8 @@ constexpr unsigned kMaxPostponements = 10;
 }  // namespace
 
 struct KernelSource::State {
-  State(router::Router* model, const KernelSourceSettings& wanted) : settings(wanted), reconciler(model) {}
+  State(router::Router* model, const KernelSourceSettings& wanted)
+      : settings(wanted), reconciler(model), routes(model, wanted) {}
   ~State() { stop(); }
   State(const State&) = delete;
   State& operator=(const State&) = delete;
@@ -81,6 +84,7 @@ struct KernelSource::State {
   kernel::Mirror mirror;
   kernel::Reconciler reconciler;
   kernel::Dump dump;
+  kernel::RouteFollower routes;
   std::vector<kernel::Event> log;      // events since the running dump began
   std::vector<kernel::Event> scratch;  // of one datagram
 
@@ -159,6 +163,7 @@ void KernelSource::State::stop() {
   if (manager == nullptr) {
     return;
   }
+  routes.stop();
   if (events.is_open()) {
     event_fd_remove(manager, events.fd());
   }
@@ -396,15 +401,23 @@ Status KernelSource::start(EventManager* manager) {
     state_->manager = nullptr;
     return status;
   }
+  if (Status status = state_->routes.start(manager)) {
+    event_fd_remove(manager, state_->events.fd());
+    state_->manager = nullptr;
+    return status;
+  }
   state_->schedule_reread(state_->reread_soon ? state_->settings.retry : state_->settings.reread);
   return kStatusOk;
 }
 
 KernelSourceCounters KernelSource::counters() const {
-  return state_->counters;
+  KernelSourceCounters counters = state_->counters;
+  counters.routes = state_->routes.counters();
+  return counters;
 }
 
 bool KernelSource::settled() const {
   const State& state = *state_;
-  return state.drained && !state.mirror.changed() && !state.dump.running() && !state.mirror_stale;
+  return state.drained && !state.mirror.changed() && !state.dump.running() && !state.mirror_stale &&
+         state.routes.settled();
 }

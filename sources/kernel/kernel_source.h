@@ -1,9 +1,11 @@
 // The live Linux kernel as the source of the router model: VRF devices, their interfaces, names, indexes,
-// IPv4 and IPv6 addresses, operational states and descriptions (the alias), over rtnetlink.
+// IPv4 and IPv6 addresses, operational states and descriptions (the alias), and the routes of the VRFs'
+// tables, over rtnetlink.
 //
 // load() reads everything and puts it into the model; start() keeps it so from the event loop. What is lost
 // to an overrun is found by reading everything again, which is also done at intervals, because the kernel
-// does not tell of everything (the alias of a link that is down). Only differences reach the model.
+// does not tell of everything (the alias of a link that is down). Only differences reach the model. Routes
+// are read from start() on, table by table, in bounded steps.
 //
 // Thread: the event manager's. The model must outlive the source, the source must go before the event
 // manager. The network namespace is the one of the thread that calls load().
@@ -25,6 +27,18 @@ struct KernelSourceSettings {
   std::uint64_t settle = 20'000'000;      // nanoseconds from a first event to the model's change
   std::uint64_t reread = 30'000'000'000;  // nanoseconds between readings of everything
   std::uint64_t retry = 100'000'000;      // nanoseconds between readings that losses or failures ask for
+  std::uint64_t route_reread = 600'000'000'000;  // nanoseconds between readings of a routing table
+};
+
+struct KernelRouteCounters {
+  std::uint64_t datagrams = 0;           // of events
+  std::uint64_t losses = 0;              // times that the kernel had to drop events
+  std::uint64_t tables_read = 0;         // readings of one table that came to their end
+  std::uint64_t disturbed_readings = 0;  // those among them after which nothing was taken away
+  std::uint64_t failures = 0;            // readings and receptions that failed
+  std::uint64_t malformed = 0;           // messages that contradict their own format
+  std::uint64_t refused = 0;             // rows that the store refused
+  std::uint64_t unresolved = 0;          // routes that named a next-hop object which was not known
 };
 
 struct KernelSourceCounters {
@@ -35,6 +49,7 @@ struct KernelSourceCounters {
   std::uint64_t failures = 0;         // readings and receptions that failed
   std::uint64_t malformed = 0;        // messages that contradict their own format
   std::uint64_t refused = 0;          // changes that the model refused
+  KernelRouteCounters routes;
 };
 
 class KernelSource {

@@ -56,26 +56,6 @@ std::string_view text_of(const nlattr* attribute) {
   return {text, strnlen(text, mnl_attr_get_payload_len(attribute))};
 }
 
-bool read_u32(const nlattr* attribute, std::uint32_t* value) {
-  if (mnl_attr_get_payload_len(attribute) < sizeof *value) {
-    return false;
-  }
-  *value = mnl_attr_get_u32(attribute);
-  return true;
-}
-
-bool read_u8(const nlattr* attribute, std::uint8_t* value) {
-  if (mnl_attr_get_payload_len(attribute) < sizeof *value) {
-    return false;
-  }
-  *value = mnl_attr_get_u8(attribute);
-  return true;
-}
-
-int verdict(bool good) {
-  return good ? MNL_CB_OK : MNL_CB_ERROR;
-}
-
 int read_vrf_attribute(const nlattr* attribute, void* data) {
   auto* draft = static_cast<LinkDraft*>(data);
   if (mnl_attr_get_type(attribute) == IFLA_VRF_TABLE) {
@@ -180,18 +160,6 @@ bool parse_link(const nlmsghdr* message, std::vector<Event>* events) {
   return true;
 }
 
-std::size_t octets_of(router::Family family) {
-  return family == router::Family::kIpv4 ? 4 : 16;
-}
-
-bool read_octets(const nlattr* attribute, router::Family family, std::array<std::uint8_t, 16>* octets) {
-  if (mnl_attr_get_payload_len(attribute) != octets_of(family)) {
-    return false;
-  }
-  std::memcpy(octets->data(), mnl_attr_get_payload(attribute), octets_of(family));
-  return true;
-}
-
 int read_address_attribute(const nlattr* attribute, void* data) {
   auto* draft = static_cast<AddressDraft*>(data);
   const router::Family family = draft->address.address.family;
@@ -263,29 +231,24 @@ bool parse_address_message(const nlmsghdr* message, std::vector<Event>* events) 
   return true;
 }
 
-// The end of a dump carries an errno too when the kernel had to give it up.
 bool parse_dump_end(const nlmsghdr* message, std::vector<Event>* events) {
-  std::int32_t error = 0;
-  if (mnl_nlmsg_get_payload_len(message) >= sizeof error) {
-    std::memcpy(&error, mnl_nlmsg_get_payload(message), sizeof error);
-  }
-  if (error < 0 && error > -4096) {
-    events->emplace_back(RequestFailed{-error});
+  int error = 0;
+  const bool good = read_dump_end(message, &error);
+  if (error != 0) {
+    events->emplace_back(RequestFailed{error});
   } else {
     events->emplace_back(DumpDone{});
   }
-  return true;
+  return good;
 }
 
 bool parse_error(const nlmsghdr* message, std::vector<Event>* events) {
-  if (mnl_nlmsg_get_payload_len(message) < sizeof(nlmsgerr)) {
-    return false;
+  int error = 0;
+  const bool good = read_error(message, &error);
+  if (error != 0) {
+    events->emplace_back(RequestFailed{error});
   }
-  const auto* header = static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(message));
-  if (header->error < 0 && header->error > -4096) {
-    events->emplace_back(RequestFailed{-header->error});
-  }
-  return true;  // 0 acknowledges
+  return good;  // 0 acknowledges
 }
 
 bool parse_message(const nlmsghdr* message, std::vector<Event>* events) {
@@ -311,33 +274,8 @@ bool parse_message(const nlmsghdr* message, std::vector<Event>* events) {
 }  // namespace
 
 ParseReport parse_datagram(std::span<const std::uint8_t> datagram, std::vector<Event>* events) {
-  ParseReport report;
-  std::size_t offset = 0;
-  while (datagram.size() - offset >= sizeof(nlmsghdr)) {
-    const void* here = datagram.data() + offset;
-    const auto* message = static_cast<const nlmsghdr*>(here);
-    const std::size_t rest = datagram.size() - offset;
-    if (message->nlmsg_len < sizeof(nlmsghdr) || message->nlmsg_len > rest) {
-      ++report.malformed;
-      return report;
-    }
-    // libmnl reads attributes up to the aligned end of a message, so the padding has to be there too.
-    // (Aligning comes after the bound: in 32 bits a length close to the largest number aligns to 0.)
-    const std::size_t length = NLMSG_ALIGN(static_cast<std::size_t>(message->nlmsg_len));
-    if (length > rest) {
-      ++report.malformed;
-      return report;
-    }
-    report.interrupted = report.interrupted || (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0;
-    if (!parse_message(message, events)) {
-      ++report.malformed;
-    }
-    offset += length;
-  }
-  if (offset != datagram.size()) {
-    ++report.malformed;
-  }
-  return report;
+  return for_each_message(datagram,
+                          [events](const nlmsghdr* message) { return parse_message(message, events); });
 }
 
 }  // namespace kernel

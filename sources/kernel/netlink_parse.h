@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/router/router.h"
+#include "sources/kernel/netlink_message.h"
 
 namespace kernel {
 
@@ -62,11 +63,6 @@ struct RequestFailed {  // the kernel refused a request, or ended a dump early
 };
 
 using Event = std::variant<LinkSeen, LinkGone, AddressSeen, AddressGone, DumpDone, RequestFailed>;
-
-struct ParseReport {
-  unsigned malformed = 0;    // messages left out because they contradict their own format
-  bool interrupted = false;  // NLM_F_DUMP_INTR: things changed during the dump, it may lack some
-};
 
 // Appends what the datagram says to *events, in order. Messages that are of no interest (other types, the
 // bridge's view of its ports, wireless reports) are left out silently; malformed ones are counted and left

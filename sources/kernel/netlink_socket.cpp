@@ -11,6 +11,7 @@
 
 #include <libmnl/libmnl.h>
 #include <linux/if_link.h>
+#include <linux/nexthop.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
@@ -19,11 +20,15 @@
 #include <cerrno>
 
 #include "platform/base/fault.h"
+#include "platform/router/router.h"
 
 namespace kernel {
 namespace {
 
 constexpr std::size_t kBufferMax = 1 << 20;
+
+// Aligned for the message that is put into it.
+struct alignas(nlmsghdr) RequestBuffer : std::array<std::uint8_t, 128> {};
 
 Status last_error() {
   return static_cast<Status>(errno);
@@ -36,7 +41,7 @@ void NetlinkSocket::Closer::operator()(mnl_socket* socket) const {
 }
 
 Status NetlinkSocket::open() {
-  if (Status status = fault_check("netlink_open")) return status;
+  if (Status status = fault_check(faults_.open)) return status;
   socket_.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
   if (socket_ == nullptr) {
     return last_error();
@@ -54,7 +59,7 @@ int NetlinkSocket::fd() const {
 }
 
 Status NetlinkSocket::join(int group) {
-  if (Status status = fault_check("netlink_join")) return status;
+  if (Status status = fault_check(faults_.join)) return status;
   const bool joined = mnl_socket_setsockopt(socket_.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof group) == 0;
   return joined ? kStatusOk : last_error();
 }
@@ -68,26 +73,54 @@ Status NetlinkSocket::set_receive_buffer(std::size_t octets) {
   return last_error();
 }
 
+Status NetlinkSocket::set_strict() {
+  int on = 1;
+  const bool done = mnl_socket_setsockopt(socket_.get(), NETLINK_GET_STRICT_CHK, &on, sizeof on) == 0;
+  return done ? kStatusOk : last_error();
+}
+
+// Where nothing else is said the header behind the netlink header stays zero: every family.
 Status NetlinkSocket::request_links() {
-  return request(RTM_GETLINK, sizeof(ifinfomsg), true);
+  RequestBuffer octets{};
+  nlmsghdr* message = begin_request(RTM_GETLINK, octets);
+  mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg));
+  mnl_attr_put_u32(message, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
+  return send(message);
 }
 
 Status NetlinkSocket::request_addresses() {
-  return request(RTM_GETADDR, sizeof(ifaddrmsg), false);
+  RequestBuffer octets{};
+  nlmsghdr* message = begin_request(RTM_GETADDR, octets);
+  mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg));
+  return send(message);
 }
 
-// The header behind the netlink header stays zero: every family.
-Status NetlinkSocket::request(std::uint16_t type, std::size_t header_size, bool without_statistics) {
-  if (Status status = fault_check("netlink_request")) return status;
-  alignas(nlmsghdr) std::array<std::uint8_t, 128> octets{};
+Status NetlinkSocket::request_routes(router::RouteTableId table) {
+  RequestBuffer octets{};
+  nlmsghdr* message = begin_request(RTM_GETROUTE, octets);
+  auto* header = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(rtmsg)));
+  header->rtm_family = table.family == router::Family::kIpv4 ? AF_INET : AF_INET6;
+  mnl_attr_put_u32(message, RTA_TABLE, table.table);
+  return send(message);
+}
+
+Status NetlinkSocket::request_next_hops() {
+  RequestBuffer octets{};
+  nlmsghdr* message = begin_request(RTM_GETNEXTHOP, octets);
+  mnl_nlmsg_put_extra_header(message, sizeof(nhmsg));
+  return send(message);
+}
+
+nlmsghdr* NetlinkSocket::begin_request(std::uint16_t type, std::span<std::uint8_t> octets) {
   nlmsghdr* message = mnl_nlmsg_put_header(octets.data());
   message->nlmsg_type = type;
   message->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
   message->nlmsg_seq = ++sequence_;
-  mnl_nlmsg_put_extra_header(message, header_size);
-  if (without_statistics) {
-    mnl_attr_put_u32(message, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
-  }
+  return message;
+}
+
+Status NetlinkSocket::send(const nlmsghdr* message) {
+  if (Status status = fault_check(faults_.request)) return status;
   return mnl_socket_sendto(socket_.get(), message, message->nlmsg_len) < 0 ? last_error() : kStatusOk;
 }
 
@@ -105,7 +138,7 @@ Received NetlinkSocket::receive_failed(int error) {
 }
 
 Received NetlinkSocket::receive(std::span<const std::uint8_t>* datagram) {
-  if (Status status = fault_check("netlink_receive")) return receive_failed(static_cast<int>(status));
+  if (Status status = fault_check(faults_.receive)) return receive_failed(static_cast<int>(status));
   for (;;) {
     sockaddr_nl sender{};
     iovec vector{buffer_.data(), buffer_.size()};
