@@ -6,6 +6,7 @@
 
 #include "mpls/vpn/mib/src/mpls_vpn_test_fixture.h"
 #include "platform/base/memory.h"
+#include "platform/vtab/service.h"
 
 namespace {
 
@@ -90,6 +91,18 @@ TEST_F(RecordServiceRegistration, SaysWhenItBeginsAndEnds) {
   EXPECT_EQ(RegisterAgain(), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre("Initializing VTAB...", "VTAB init done."));
   EXPECT_THAT(Traced("mpls_vpn/init"), Contains("VTAB init done."));
+}
+
+TEST_F(RecordServiceRegistration, HandsOverItsNumbersAsTheyAreAgreed) {
+  const vtab::Client& client = vtab::service().client;
+  EXPECT_EQ(client.name, "mpls_vpn_mib");
+  EXPECT_EQ(client.manager, manager_);
+  EXPECT_EQ(client.attribute_size, sizeof(mpls_vpn_vrf_attr));
+  EXPECT_THAT(client.init_numbers, ElementsAre(0U, 1U, 3U));
+  EXPECT_THAT(client.vrf_texts, ElementsAre("all", "default"));
+  EXPECT_THAT(client.vrf_numbers, ElementsAre(3U, 0x87U, 1U));
+  EXPECT_THAT(client.if_texts, ElementsAre("all-if", "all", "default"));
+  EXPECT_THAT(client.if_numbers, ElementsAre(3U, 1U, 0x221U, 0U));
 }
 
 TEST_F(RecordServiceRegistration, FirstStepThatFailsEndsItWithItsCode) {
