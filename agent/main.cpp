@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -77,9 +78,7 @@ int run(const CommandLine& line) {
   return EXIT_SUCCESS;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int parse_and_run(int argc, char** argv) {
   CLI::App app("SNMP sub-agent for MPLS-L3VPN-STD-MIB");
   CommandLine line;
   describe(&app, &line);
@@ -89,4 +88,17 @@ int main(int argc, char** argv) {
     return EXIT_FAILURE;
   }
   return run(line);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A reader of standard error that goes away is an error of the write, not the end of the process.
+  signal(SIGPIPE, SIG_IGN);
+  try {
+    return parse_and_run(argc, argv);
+  } catch (const std::exception& failure) {
+    log_line("mpls_vpn_snmp: %s", failure.what());
+    return EXIT_FAILURE;
+  }
 }

@@ -1,6 +1,10 @@
 #!/usr/bin/env python3
 """Bad input of every kind: a clear error each time, and the system goes on."""
 
+import fcntl
+import os
+import pathlib
+import signal
 import socket
 import struct
 import subprocess
@@ -124,6 +128,75 @@ class BadInput(unittest.TestCase):
                                 check=False)
         self.assertEqual(result.returncode, 3)
         self.assertIn("not", result.stderr)
+
+class LostReaders(unittest.TestCase):
+    """Whoever reads standard error or standard output stops reading or goes away."""
+
+    def setUp(self):
+        self.system = System(ROUTER)
+        self.addCleanup(self.system.__exit__, None)
+
+    def start(self, name, *command, pipe_size=1 << 16, **environment):
+        """The process, its standard error on a pipe, and the reading end."""
+        reader, writer = os.pipe()
+        fcntl.fcntl(reader, fcntl.F_SETPIPE_SZ, pipe_size)
+        process = subprocess.Popen(command, env=dict(self.system.environment, **environment), stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.DEVNULL, stderr=writer)
+        os.close(writer)
+        self.system.processes[name] = process
+        return process, reader
+
+    def start_printing_daemon(self, pipe_size=1 << 16):
+        process, reader = self.start("daemon", str(BIN / "mpls_vpn_mib"), pipe_size=pipe_size, MPLS_VPN_MIB_DEBUG="all")
+        wait_until("daemon", lambda: self.system.cli("show", "scalars").returncode == 0, 30)
+        return process, reader
+
+    def assert_ignores_broken_pipes(self, process):
+        status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+        ignored = int(status.split("SigIgn:")[1].split()[0], 16)
+        self.assertTrue(ignored & 1 << (signal.SIGPIPE - 1), status)
+
+    def test_daemon_goes_on_when_the_reader_of_its_standard_error_is_gone(self):
+        process, reader = self.start_printing_daemon()
+        self.assert_ignores_broken_pipes(process)
+        os.close(reader)
+        for _ in range(3):
+            self.system.cli("show", "scalars", check=True)
+        self.assertIsNone(process.poll())
+
+    def test_daemon_goes_on_when_nobody_reads_its_standard_error(self):
+        process, reader = self.start_printing_daemon(pipe_size=4096)
+        self.addCleanup(os.close, reader)
+        os.set_blocking(reader, False)
+        for _ in range(30):  # several times what the pipe holds
+            self.system.cli("show", "scalars", check=True)
+        os.read(reader, 1 << 16)
+        self.system.cli("show", "scalars", check=True)
+        self.assertRegex(os.read(reader, 1 << 16), rb"standard error: [1-9][0-9]* lines were lost\n")
+        self.assertIsNone(process.poll())
+
+    def test_sub_agent_goes_on_when_the_reader_of_its_standard_error_is_gone(self):
+        self.system.start_daemon()
+        self.system.start_snmpd()
+        process, reader = self.start("agent", str(BIN / "mpls_vpn_snmp"), "--verbose", "--agentx-socket",
+                                     str(self.system.agentx))
+        os.close(reader)
+        self.system.wait_registered()
+        self.assert_ignores_broken_pipes(process)
+        self.assertEqual(self.system.get_value(f"{IF_CONF}.1.5.3.114.101.100.11"), "1")
+        self.assertIsNone(process.poll())
+
+    def test_command_line_ends_quietly_when_the_reader_of_its_output_is_gone(self):
+        self.system.start_daemon()
+        reader, writer = os.pipe()
+        os.close(reader)
+        # A parent that ignores the signal, as supervisors do, makes no difference.
+        for restore_signals in (True, False):
+            result = subprocess.run([BIN / "mplsvpn", "show", "interfaces"], env=self.system.environment, stdout=writer,
+                                    stderr=subprocess.PIPE, text=True, check=False, restore_signals=restore_signals)
+            self.assertEqual((result.returncode, result.stderr), (-signal.SIGPIPE, ""))
+        os.close(writer)
+
 
 class BadStart(unittest.TestCase):
     def start(self, router, settings=None, environment=None):
