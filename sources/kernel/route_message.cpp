@@ -44,6 +44,7 @@ struct RouteDraft {
   KernelRoute route;
   PathDraft path;
   std::vector<RoutePath> multipath;
+  bool has_destination = false;
 };
 
 struct ObjectDraft {
@@ -182,6 +183,7 @@ int read_route_attribute(const nlattr* attribute, void* data) {
     case RTA_TABLE:
       return verdict(read_u32(attribute, &route.table));
     case RTA_DST:
+      draft->has_destination = true;
       return verdict(read_octets(attribute, route.family, &route.destination));
     case RTA_PRIORITY:
       return verdict(read_u32(attribute, &route.priority));
@@ -224,7 +226,8 @@ void begin_route(const rtmsg& header, RouteDraft* draft) {
 
 bool finish_route(RouteDraft* draft) {
   KernelRoute& route = draft->route;
-  if (route.table == 0 || route.prefix_length > octets_of(route.family) * 8 ||
+  if (route.table == 0 || (route.prefix_length != 0 && !draft->has_destination) ||
+      route.prefix_length > octets_of(route.family) * 8 ||
       has_bits_beyond(route.destination, route.prefix_length) || !finish_path(&draft->path)) {
     return false;
   }
