@@ -89,6 +89,15 @@ TEST_F(Loops, DebugAndShowPrintsAndTracesOtherFailures) {
   EXPECT_EQ(dispatched_, 0);
 }
 
+TEST_F(Loops, DebugAndShowTracesAFailedWaitAlsoWhileErrorsAreOff) {
+  OnlyArea(START);
+  const ScopedFault fault("event_wait", EIO);
+  debug_show_step(&context_);
+  EXPECT_THAT(Prints(), IsEmpty());
+  ASSERT_EQ(Errors().size(), 1U);
+  EXPECT_EQ(Errors()[0].code, kStatusIo);
+}
+
 TEST_F(Loops, DebugAndShowDispatchesAFailureWithoutAnError) {
   EXPECT_EQ(debug_show_wait_outcome(-1, 0), WaitOutcome::kDispatch);
   EXPECT_EQ(debug_show_wait_outcome(0, EIO), WaitOutcome::kDispatch);

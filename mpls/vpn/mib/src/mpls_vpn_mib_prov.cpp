@@ -94,6 +94,8 @@ Status register_prov_server(EventManager* evm) {
   if (rc == kStatusOk) {
     rc = register_functions(evm);
     if (rc != kStatusOk) give_up_connection(&prov_kvtree_conn_h, "register_prov_server");
+  } else {
+    mpls_vpn_trace(kTraceError, rc, "register_prov_server: kvtree_bind");
   }
   mpls_vpn_trace(kTraceProv, rc, "register_prov_server: %s", err_text(rc));
   return rc;

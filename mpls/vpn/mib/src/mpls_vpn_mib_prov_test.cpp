@@ -89,6 +89,7 @@ TEST_F(Provider, RegistersBothDescriptionSets) {
   ASSERT_EQ(Register(), kStatusOk);
   EXPECT_NE(parcel_find("mpls_vpn_mib_trap"), nullptr);
   EXPECT_NE(parcel_find("mpls_vpn_vrf"), nullptr);
+  EXPECT_EQ(parcel_find("rib_prov_maxthresh"), nullptr) << "only read, never written by this process";
 }
 
 TEST_F(Provider, ConfigurationWithoutAHandlerIsDropped) {
@@ -194,6 +195,10 @@ TEST_F(Provider, FailedProviderBindIsReturnedAndTraced) {
   Status code = kStatusOk;
   EXPECT_THAT(Traced("mpls_vpn/prov", &code), ElementsAre("register_prov_server: Input/output error"));
   EXPECT_EQ(code, kStatusIo);
+  code = kStatusOk;
+  EXPECT_THAT(Traced("mpls_vpn/error", &code), ElementsAre("register_prov_server: kvtree_bind"));
+  EXPECT_EQ(code, kStatusIo);
+  EXPECT_EQ(backend_scan_in_progress, 1U);
 }
 
 TEST_F(Provider, FailedFunctionBlockUnbindsTheProvider) {

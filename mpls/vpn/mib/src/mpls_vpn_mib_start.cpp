@@ -171,13 +171,18 @@ int register_provider() {
   return check_step("error in PROV", mpls_vpn_mib_prov_init(main_evm));
 }
 
+// The system keeps the low octet of an exit status. A code without one must not look like success.
+int exit_status_of(Status rc) {
+  return (rc & 0xff) == 0 ? kStartFailed : static_cast<int>(rc);
+}
+
 // The only step whose own code is the exit status.
 int restore_checkpoint() {
   if (mpls_vpn_mib_chkpt_first_run() != 0) return 0;
   const Status rc = mpls_vpn_mib_chkpt_restore();
   if (rc != kStatusOk) {
     mpls_vpn_error("main", "mpls_vpn_mib_chkpt_restore", rc);
-    return static_cast<int>(rc);
+    return exit_status_of(rc);
   }
   mpls_vpn_mib_chkpt_save_missing();
   return 0;

@@ -5,7 +5,8 @@
 #include "platform/evm/evm.h"
 
 // Starts the daemon and serves events for ever. Returns only when start-up failed, with the exit status: 1,
-// or the status of a failed restore of the checkpoint. Must be called on the process's first thread, once.
+// or the code of a failed restore of the checkpoint (1 as well where its low octet, which is all that the
+// system keeps, is 0). Must be called on the process's first thread, once.
 // argv[0] must live on (the system log's identity).
 int mpls_vpn_mib_main(int argc, char** argv);
 

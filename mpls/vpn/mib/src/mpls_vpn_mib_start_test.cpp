@@ -7,8 +7,10 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,19 +19,23 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 #include "platform/base/directories.h"
 #include "platform/base/fault.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
 #include "platform/chkpt/chkpt.h"
+#include "platform/debug/debug_client.h"
 #include "platform/evm/test_run_directory.h"
 #include "platform/ifindex/ifindex.h"
 #include "platform/kvtree/client.h"
 #include "platform/kvtree/kvtree.h"
+#include "platform/parcel/parcel.h"
 #include "platform/qic/qic.h"
 #include "platform/router/router.h"
 #include "platform/trace/trace.h"
@@ -37,9 +43,16 @@
 #include "platform/vtab/vtab.h"
 #include "platform/wire/wire.h"
 
+// The linker prefers this to the library's.
+extern "C" void openlog(const char* identity, int options, int facility) {
+  std::ofstream(run_directory() + "/opened_log") << identity << '\n' << options << '\n' << facility << '\n';
+}
+
 namespace {
 
 using testing::Contains;
+using testing::Each;
+using testing::Field;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
@@ -61,6 +74,21 @@ void serve_main_manager(EventManager* manager) {
   if (kvtree_serve(manager) != kStatusOk) _exit(70);
 }
 
+// Holds the main thread up: while this named pipe is there, whoever is about to answer a request waits until
+// a writer has opened and closed it.
+std::string hold_file() {
+  return run_directory() + "/hold";
+}
+
+void wait_while_held() {
+  const int fd = open(hold_file().c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return;
+  char octet = 0;
+  while (read(fd, &octet, 1) > 0) {
+  }
+  close(fd);
+}
+
 [[noreturn]] void run_daemon(const std::string& log) {
   const int fd = open(log.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, 0600);
   if (fd < 0 || dup2(fd, STDERR_FILENO) < 0) _exit(71);
@@ -70,7 +98,10 @@ void serve_main_manager(EventManager* manager) {
   vrf.id = vrf.ipv4_table = vrf.ipv6_table = 7;
   if (model.create_vrf(vrf) != kStatusOk) _exit(72);
   attach_services(&model);
-  wire::set_output_barrier([] { (void)chkpt_flush(); });  // the store logs its failures
+  wire::set_output_barrier([] {
+    wait_while_held();
+    (void)chkpt_flush();  // the store logs its failures
+  });
   event_manager_on_create(serve_main_manager);
   char name[] = "/opt/bin/mpls_vpn_mib";
   char* arguments[] = {name, nullptr};
@@ -157,6 +188,16 @@ class Daemon : public testing::Test {
     ASSERT_EQ(waitpid(ended, nullptr, 0), ended);
     ASSERT_GT(std::filesystem::remove_all(run_directory() + "/trace"), 0U);
     ASSERT_THAT(trace_names(run_directory()), IsEmpty());
+  }
+  // The registry as a daemon with another version of the description leaves it.
+  static void LeaveOtherVersionBehind(const ParcelDescription& description, const char* set_name) {
+    ParcelDescription other = description;
+    other.version = description.version + 1;
+    ParcelBatch* batch = nullptr;
+    ASSERT_EQ(parcel_batch_open(set_name, &batch), kStatusOk);
+    ASSERT_EQ(parcel_register(batch, &other), kStatusOk);
+    ASSERT_EQ(parcel_batch_close(batch), kStatusOk);
+    parcel_registry_reset();
   }
   std::string Log() const { return directory_.path() + "/log"; }
   std::string Said() const { return read_file(Log()); }
@@ -335,6 +376,25 @@ TEST_F(Daemon, FailedRestoreEndsItWithItsOwnCode) {
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains("main: mpls_vpn_mib_chkpt_restore"));
 }
 
+// The system keeps eight bits of an exit status; nobody may take a failed restore for success.
+TEST_F(Daemon, FailedRestoreWhoseCodeWouldLookLikeSuccessEndsItWithStatus1) {
+  static_assert((kStatusChkptMapping & 0xff) == 0);
+  RunOnce();
+  fault_arm("chkpt_iterate_start", kStatusChkptMapping);
+  ExpectExit(1);
+  Status code = kStatusOk;
+  EXPECT_THAT(Traced("mpls_vpn/error", &code), Contains("main: mpls_vpn_mib_chkpt_restore"));
+  EXPECT_EQ(code, kStatusChkptMapping);
+}
+
+TEST_F(Daemon, OpensTheSystemLogInItsOwnName) {
+  fault_arm("event_manager_create", kStatusIo);  // the log is opened before
+  ExpectExit(1);
+  // The process id, the console on failure, and at once (a bit of its own here); the daemons' facility.
+  const std::string options = std::to_string(19 | LOG_NDELAY);
+  EXPECT_EQ(read_file(run_directory() + "/opened_log"), "mpls_vpn_mib\n" + options + "\n24\n");
+}
+
 TEST_F(Daemon, SaysNothingOfItsStartWhileTheAreaIsOff) {
   ASSERT_EQ(setenv("MPLS_VPN_MIB_DEBUG", "errors", 1), 0);
   StartAndWaitUntilUp();
@@ -342,7 +402,7 @@ TEST_F(Daemon, SaysNothingOfItsStartWhileTheAreaIsOff) {
 }
 
 TEST_F(Daemon, StartsOverARegistryWithOtherDefinitions) {
-  fault_arm("parcel_batch_close", kStatusDefinitionChanged, 1);
+  LeaveOtherVersionBehind(kMibInterfaceParcel, "mpls_vpn_mib.parcel");
   StartAndWaitUntilUp();
   EXPECT_THAT(Said(), HasSubstr("Parcel definition(s) changed from what is found in registry!"));
 }
@@ -352,6 +412,80 @@ TEST_F(Daemon, StartsWithoutTheAsNumberFormat) {
   StartAndWaitUntilUp();
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains("main: bgp_util_asn_format_init_notify"));
 }
+
+// --- Debug flags of a running daemon
+// ------------------------------------------------------------------------------
+
+class DebugCommands : public Daemon {
+ protected:
+  // Holds the main thread up within an answer, until Release().
+  void HoldMainThread() {
+    ASSERT_EQ(mkfifo(hold_file().c_str(), 0600), 0);
+    answer_ = std::async(std::launch::async, [] {
+      kvtree::Client client(event_manager_socket("/dev/mpls/vpn/main"), kBound);
+      const Status status = client.connect();
+      return status != kStatusOk ? status : client.get("/oper/mpls_vpn/gl/scalars").status;
+    });
+    // Nobody can write to the pipe before the main thread reads it.
+    ASSERT_TRUE(WaitUntil([this] {
+      hold_ = open(hold_file().c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+      return hold_ >= 0;
+    }));
+    ASSERT_EQ(unlink(hold_file().c_str()), 0);
+  }
+  bool IsMainThreadHeld() const {
+    return answer_.wait_for(std::chrono::seconds(0)) == std::future_status::timeout;
+  }
+  // The status of the answer that was held up.
+  Status Release() {
+    close(std::exchange(hold_, -1));
+    return answer_.get();
+  }
+  void TearDown() override {
+    if (hold_ >= 0) close(hold_);
+    Daemon::TearDown();
+  }
+  // Its areas and whether they are on, in order.
+  static std::vector<std::pair<std::string, bool>> Areas(DebugClient* client) {
+    std::vector<DebugFlagState> flags;
+    EXPECT_EQ(client->list(&flags), kStatusOk);
+    std::vector<std::pair<std::string, bool>> areas;
+    for (const DebugFlagState& flag : flags) areas.emplace_back(flag.name, flag.on);
+    EXPECT_THAT(flags, Each(Field(&DebugFlagState::name_space, "/debug/mpls_vpn/")));
+    return areas;
+  }
+  static std::vector<std::pair<std::string, bool>> AreasWithProv(bool prov) {
+    return {{"start", true},   {"prov", prov},        {"vtab", false},  {"rib", false},   {"dbase", false},
+            {"cfgmgr", false}, {"checkpoint", false}, {"errors", true}, {"traps", false}, {"vmap", false}};
+  }
+  int hold_ = -1;
+  std::future<Status> answer_;
+};
+
+TEST_F(DebugCommands, ListAndSwitchTheAreas) {
+  StartAndWaitUntilUp();
+  DebugClient client(DebugClient::default_socket(), kBound);
+  ASSERT_EQ(client.connect(), kStatusOk);
+  EXPECT_EQ(Areas(&client), AreasWithProv(false));
+  EXPECT_EQ(client.set("prov", true), kStatusOk);
+  EXPECT_EQ(Areas(&client), AreasWithProv(true));
+  EXPECT_EQ(client.set("prov", false), kStatusOk);
+  EXPECT_EQ(Areas(&client), AreasWithProv(false));
+}
+
+TEST_F(DebugCommands, AreHandledWhileTheMainThreadIsBusy) {
+  StartAndWaitUntilUp();
+  HoldMainThread();
+  DebugClient client(DebugClient::default_socket(), kBound);
+  ASSERT_EQ(client.connect(), kStatusOk);
+  EXPECT_EQ(client.set("prov", true), kStatusOk);
+  EXPECT_EQ(Areas(&client), AreasWithProv(true));
+  EXPECT_TRUE(IsMainThreadHeld());
+  EXPECT_EQ(Release(), kStatusOk);
+}
+
+// --- Threads
+// ---------------------------------------------------------------------------------------------------
 
 // The files /proc/PID/task/*/NAME of all threads.
 std::vector<std::string> thread_files(pid_t pid, const std::string& name) {

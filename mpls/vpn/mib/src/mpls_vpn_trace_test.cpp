@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,7 @@
 #include "platform/base/directories.h"
 #include "platform/base/fault.h"
 #include "platform/evm/test_run_directory.h"
+#include "platform/trace/ring.h"
 
 namespace {
 
@@ -30,6 +33,25 @@ class TraceBuffers : public testing::Test {
     std::vector<TraceEntry> entries;
     EXPECT_EQ(trace_read(run_directory(), buffer, &entries), kStatusOk) << buffer;
     return entries;
+  }
+  // What begins the buffer's file.
+  static std::unique_ptr<trace_detail::Header> HeaderOf(const char* buffer) {
+    auto header = std::make_unique<trace_detail::Header>();
+    std::ifstream file(trace_detail::folder(run_directory()) + "/" + trace_detail::file_name(buffer),
+                       std::ios::binary);
+    void* octets = header.get();
+    file.read(static_cast<char*>(octets), sizeof *header);
+    EXPECT_TRUE(file) << buffer;
+    return header;
+  }
+  // Files of the trace folder that this process has mapped.
+  static unsigned MappedBuffers() {
+    std::ifstream maps("/proc/self/maps");
+    unsigned count = 0;
+    for (std::string line; std::getline(maps, line);) {
+      count += line.find(trace_detail::folder(run_directory())) != std::string::npos ? 1 : 0;
+    }
+    return count;
   }
   static unsigned OpenBuffers() {
     unsigned count = 0;
@@ -63,9 +85,21 @@ TEST_F(TraceBuffers, TableHasTheEightBuffersInOrder) {
   }
 }
 
+TEST_F(TraceBuffers, ParametersReachTheTraceFacilityAsTheyStand) {
+  ASSERT_EQ(mpls_vpn_trace_init(), kStatusOk);
+  for (const MplsVpnTraceEntry& entry : mpls_vpn_ltrace_buffer_tbl) {
+    const std::unique_ptr<trace_detail::Header> header = HeaderOf(entry.name);
+    EXPECT_EQ(header->entry_count, entry.size) << entry.name;
+    EXPECT_EQ(header->further, entry.further) << entry.name;
+    EXPECT_EQ(header->reserved1, 0U) << entry.name;
+    EXPECT_EQ(header->reserved2, 0U) << entry.name;
+  }
+}
+
 TEST_F(TraceBuffers, InitOpensAllAndWritesTheResult) {
   ASSERT_EQ(mpls_vpn_trace_init(), kStatusOk);
   EXPECT_EQ(OpenBuffers(), 8U);
+  EXPECT_EQ(MappedBuffers(), 8U);
   EXPECT_THAT(trace_names(run_directory()), SizeIs(8));
   const std::vector<TraceEntry> entries = Entries("mpls_vpn/init");
   ASSERT_THAT(entries, SizeIs(1));
@@ -82,6 +116,9 @@ TEST_F(TraceBuffers, SecondInitOpensNothingAndReportsSuccess) {
   for (unsigned i = 0; i < kMplsVpnTraceAreas; ++i) {
     EXPECT_EQ(mpls_vpn_ltrace_buffer_tbl[i].buffer, before[i]);
   }
+  const std::vector<TraceEntry> entries = Entries("mpls_vpn/init");
+  ASSERT_THAT(entries, SizeIs(2));
+  EXPECT_EQ(entries[1].code, kStatusOk);
 }
 
 TEST_F(TraceBuffers, FourthBufferFailingClosesTheFirstThreeAndReturnsItsCode) {
@@ -89,6 +126,7 @@ TEST_F(TraceBuffers, FourthBufferFailingClosesTheFirstThreeAndReturnsItsCode) {
   EXPECT_EQ(mpls_vpn_trace_init(), kStatusNoMemory);
   EXPECT_EQ(fault_reached("trace_open"), 4U);
   EXPECT_EQ(OpenBuffers(), 0U);
+  EXPECT_EQ(MappedBuffers(), 0U);
 }
 
 TEST_F(TraceBuffers, InitAfterAFailureOpensAll) {
