@@ -7,6 +7,7 @@
 
 #include <deque>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "platform/base/clock.h"
@@ -21,7 +22,6 @@ namespace {
 struct OpenTable {
   std::unique_ptr<RouteTable> rows;
   std::size_t openings = 0;
-  bool changed = false;
 };
 
 }  // namespace
@@ -29,6 +29,7 @@ struct OpenTable {
 struct RouteStore::State {
   RouteAttributeSets sets;  // outlives the tables
   std::map<RouteTableId, OpenTable> tables;
+  std::set<RouteTableId> changed;                    // open tables, since the last take_changed()
   std::deque<std::unique_ptr<RouteTable>> released;  // rows that no reader finds any more
   std::function<void()> on_release;                  // null: released on the spot
 
@@ -49,7 +50,7 @@ struct RouteStore::State {
     if (table == nullptr) return kStatusNoSuchRow;
     if (!valid_route(id.family, route)) return kStatusInvalid;
     const RouteChange what = table->rows->put(route, keep_better);
-    if (what != RouteChange::kNone) table->changed = true;
+    if (what != RouteChange::kNone) changed.insert(id);
     if (change != nullptr) *change = what;
     return kStatusOk;
   }
@@ -76,7 +77,7 @@ Status RouteStore::erase(RouteTableId table, const RouteKey& key) {
   if (found == nullptr || !valid_route_key(table.family, key) || !found->rows->erase(key)) {
     return kStatusNoSuchRow;
   }
-  found->changed = true;
+  state_->changed.insert(table);
   return kStatusOk;
 }
 
@@ -84,7 +85,7 @@ void RouteStore::clear(RouteTableId table) {
   OpenTable* found = state_->find(table);
   if (found == nullptr || found->rows->count() == 0) return;
   state_->release(std::exchange(found->rows, make_route_table(table.family, &state_->sets)));
-  found->changed = true;
+  state_->changed.insert(table);
 }
 
 void RouteStore::begin_refresh(RouteTableId table) {
@@ -96,7 +97,7 @@ bool RouteStore::end_refresh(RouteTableId table, std::size_t limit, std::size_t*
   if (found == nullptr) return false;
   std::size_t gone = 0;
   const bool more = found->rows->end_refresh(limit, &gone);
-  if (gone > 0) found->changed = true;
+  if (gone > 0) state_->changed.insert(table);
   if (erased != nullptr) *erased += gone;
   return more;
 }
@@ -149,6 +150,7 @@ void RouteStore::close(RouteTableId table) {
   OpenTable* found = state_->find(table);
   if (found == nullptr || --found->openings > 0) return;
   auto closed = state_->tables.extract(table);
+  state_->changed.erase(table);
   state_->release(std::move(closed.mapped().rows));
 }
 
@@ -164,9 +166,8 @@ bool RouteStore::release_some(std::size_t rows) {
 }
 
 void RouteStore::take_changed(const std::function<void(RouteTableId)>& visit) {
-  for (auto& [id, table] : state_->tables) {
-    if (std::exchange(table.changed, false)) visit(id);
-  }
+  const std::set<RouteTableId> changed = std::exchange(state_->changed, {});
+  for (const RouteTableId id : changed) visit(id);
 }
 
 }  // namespace router
