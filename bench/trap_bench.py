@@ -6,15 +6,14 @@ counts. The time is that between the first and the last datagram.
   trap_bench.py BIN_DIRECTORY BENCH_DIRECTORY [--brief]"""
 import os
 import pathlib
-import socket
 import statistics
 import subprocess
 import sys
-import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests/e2e"))
 os.environ["MPLS_TEST_BIN"] = sys.argv[1]
-from system import System  # noqa: E402
+from system import System, wait_until  # noqa: E402
+from trap_sink import TrapSink  # noqa: E402
 from wire import Client  # noqa: E402
 
 BENCH = pathlib.Path(sys.argv[2])
@@ -22,7 +21,6 @@ BRIEF = "--brief" in sys.argv
 TURNS = 1 if BRIEF else 5
 QUEUE = 4096  # what the daemon keeps
 WINDOW = 16   # notifications that the sub-agent has under way
-OUR_TRAP = bytes((0x06, 0x0b, 0x2b, 6, 1, 2, 1, 10, 0x81, 0x26, 11, 0))  # the start of a trap's OID, in BER
 ROUTER = """
 vrfs:
   - {name: red, table: 10}
@@ -31,31 +29,12 @@ interfaces:
 """
 
 
-class Sink:
-    """Where snmpd sends its notifications."""
-
-    def __init__(self):
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.socket.setsockopt(socket.SOL_SOCKET, getattr(socket, "SO_RCVBUFFORCE", 33), 64 << 20)
-        self.socket.bind(("127.0.0.1", 0))
-        self.port = self.socket.getsockname()[1]
-
-    def rate(self, count):
-        """Traps per second of the next `count` traps of the MIB."""
-        self.socket.settimeout(60)
-        times = []
-        while len(times) < count:
-            if OUR_TRAP in self.socket.recv(65536):
-                times.append(time.monotonic())
-        return (count - 1) / (times[-1] - times[0])
-
-    def empty(self):
-        self.socket.settimeout(0.2)
-        try:
-            while True:
-                self.socket.recv(65536)
-        except TimeoutError:
-            return
+def rate(sink):
+    """Traps per second of a whole queue."""
+    wait_until("the traps", lambda: len(sink.traps) >= QUEUE, 120)
+    times = [at for at, _ in sink.traps[:QUEUE]]
+    sink.traps.clear()
+    return (QUEUE - 1) / (times[-1] - times[0])
 
 
 def run_real(system, sink):
@@ -64,24 +43,23 @@ def run_real(system, sink):
             client.action("router", "down", "ge0")
             client.action("router", "up", "ge0")
     system.spawn("agent", str(pathlib.Path(sys.argv[1]) / "mpls_vpn_snmp"), "--agentx-socket", str(system.agentx))
-    rate = sink.rate(QUEUE)
+    ours = rate(sink)
     system.kill("agent")
-    sink.empty()
-    return rate
+    return ours
 
 
 def run_trivial(system, sink):
     notifier = subprocess.Popen([str(BENCH / "agentx_notifier"), str(system.agentx), str(QUEUE), str(WINDOW)])
-    rate = sink.rate(QUEUE)
+    other = rate(sink)
     if notifier.wait() != 0:
         raise SystemExit("the notifier failed")
-    return rate
+    return other
 
 
 def main():
     cpu = max(os.sched_getaffinity(0))
     os.sched_setaffinity(0, {cpu})  # inherited by everything that is started from here
-    sink = Sink()
+    sink = TrapSink()
     real, trivial = [], []
     with System(ROUTER) as system:
         system.trap_port = sink.port

@@ -6,6 +6,8 @@ import subprocess
 import unittest
 
 from system import BIN, SLOW, System, name_index, wait_until
+from trap_sink import TrapSink
+from wire import Client
 
 ROUTER = """
 vrfs:
@@ -33,6 +35,7 @@ class Traps(unittest.TestCase):
         self.system.start_trapd()
         self.system.start_all()
         self.expected = []
+        self.repeated_from = 0
 
     def config(self, *words):
         self.system.cli("config", *words, check=True)
@@ -46,11 +49,28 @@ class Traps(unittest.TestCase):
             self.router("up", "ge0")
             self.expected += [vrf_trap(DOWN, "red", 11), vrf_trap(UP, "red", 11)]
 
+    def ends(self, name):
+        """Kills a process on the way. What it had not heard an answer to may come a second time, before anything new."""
+        self.system.kill(name)
+        self.repeated_from = len(self.expected)
+
+    def came(self):
+        """All that is expected has come, each once, but for what an ended process may have sent before it ended."""
+        received, end = self.system.traps(), self.repeated_from
+        for repeated in range(end + 1):
+            if received == self.expected[:end] + self.expected[end - repeated:end] + self.expected[end:]:
+                self.expected, self.repeated_from = received, 0
+                return True
+        return False
+
     def comes(self, *traps):
         """These traps and no others come next, in this order."""
         self.expected += traps
-        wait_until(f"{len(self.expected)} traps", lambda: len(self.system.traps()) >= len(self.expected), 15)
-        self.assertEqual(self.system.traps(), self.expected)
+        try:
+            wait_until(f"{len(self.expected)} traps", self.came, 15)
+        except AssertionError:
+            self.assertEqual(self.system.traps(), self.expected)
+            raise
 
     def nothing_else_comes(self):
         """A trap raised now is the next one to arrive: nothing was on its way before it."""
@@ -130,7 +150,7 @@ class Traps(unittest.TestCase):
         self.config("set", "traps", "all")
         self.flap(3)
         self.comes()
-        self.system.kill("snmpd")
+        self.ends("snmpd")
         self.flap(10)
         self.system.agentx.unlink(missing_ok=True)
         self.system.start_snmpd()
@@ -141,29 +161,29 @@ class Traps(unittest.TestCase):
     def test_order_is_kept_while_the_sub_agent_is_away(self):
         self.config("set", "traps", "all")
         for _ in range(3):
-            self.system.kill("agent")
+            self.ends("agent")
             self.flap(5)
             self.system.start_agent()
             self.flap(1)
             self.comes()
 
     def test_full_queue_loses_the_oldest_and_says_how_many(self):
-        self.config("set", "traps", "all")
+        sink = TrapSink()
+        self.system.kill("snmpd")
+        self.system.agentx.unlink(missing_ok=True)
+        self.system.trap_port = sink.port
+        self.system.start_snmpd()
         self.system.kill("agent")
-        pairs = QUEUE // 2 + 25
-        self.flap_quickly(pairs)
+        self.config("set", "traps", "all")
+        self.flap_quickly(QUEUE // 2 + 25)
         self.system.start_agent()
-        wait_until("the traps of a whole queue", lambda: len(self.system.traps()) >= QUEUE, 60)
-        expected = [vrf_trap(DOWN, "red", 11), vrf_trap(UP, "red", 11)] * (QUEUE // 2)
-        wrong = [place for place, pair in enumerate(zip(self.system.traps(), expected)) if pair[0] != pair[1]]
-        self.assertEqual(wrong[:10], [])  # whole lists would take minutes to compare
-        self.assertEqual(len(self.system.traps()), QUEUE)
+        wait_until("the traps of a whole queue", lambda: len(sink.numbers()) >= QUEUE, 60)
+        self.assertEqual(sink.numbers(), [DOWN, UP] * (QUEUE // 2))
         self.assertIn("traps: 50 lost because the queue of the daemon was full, 50 since the start", self.system.log("agent"))
         self.assertIn("50 notifications were lost while the queue was full", self.system.log("daemon"))
 
     def flap_quickly(self, pairs):
         """Over one connection: thousands of processes would take minutes."""
-        from wire import Client
         with Client(self.system.folder / "run/dev.mpls.vpn.main") as client:
             for _ in range(pairs):
                 client.action("router", "down", "ge0")
