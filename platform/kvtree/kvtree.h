@@ -180,10 +180,16 @@ using KvProviderList = Status (*)(const KvRequest*, KvListReply*);
 // How a batched walk goes on: forms the path (below the bind point) of the read that follows the row just
 // read at `path`. kStatusEndOfList when no row can follow. The rule stands beside the path that it belongs
 // to.
+//
+// Some "next" reads do not answer the row that follows: they may pass over rows, or repeat one. `redirect`,
+// where a path has it, is shown each answer (`row` is null for "no such row") before it counts. True: the
+// read at *path is to be made instead. After kKvMaxRedirects the answer counts whatever it is.
 struct KvWalkRule {
   const char* first_component;  // "interface-next"
   Status (*following)(const KvReply* row, std::string* path);
+  bool (*redirect)(std::string_view asked, const KvReply* row, std::string* path) = nullptr;
 };
+inline constexpr unsigned kKvMaxRedirects = 4;  // for one row
 
 struct KvProviderFunctions {
   KvProviderGet get;

@@ -1,6 +1,7 @@
 // Requests from within the process, and actions. The server answers its clients through the same functions.
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "platform/base/fault.h"
 #include "platform/kvtree/store.h"
@@ -41,9 +42,31 @@ const KvWalkRule* find_rule(const KvProviderFunctions& functions, std::string_vi
 struct OwnedReply : KvReply {
   OwnedReply() : KvReply{} {}
   ~OwnedReply() { std::free(data); }
+  void clear() {
+    std::free(data);
+    static_cast<KvReply&>(*this) = {};
+  }
   OwnedReply(const OwnedReply&) = delete;
   OwnedReply& operator=(const OwnedReply&) = delete;
 };
+
+// The row at *path, or where the rule sends the read; *path is where it was found.
+Status read_row(const KvProviderFunctions& functions, const KvWalkRule& rule, bool structured,
+                std::string* path, OwnedReply* reply) {
+  for (unsigned redirects = 0;; ++redirects) {
+    const KvRequest request{*path, structured};
+    const Status status = functions.get(&request, reply);
+    if (status != kStatusOk && status != kStatusNoSuchRow) return status;
+    std::string instead;
+    const KvReply* row = status == kStatusOk ? reply : nullptr;
+    if (rule.redirect == nullptr || redirects == kKvMaxRedirects || !rule.redirect(*path, row, &instead)) {
+      return status;
+    }
+    if (instead.size() > kKvMaxPath) return kStatusMessageTooLarge;
+    reply->clear();
+    *path = std::move(instead);
+  }
+}
 
 bool keep_row(void* argument, const KvReply& row) {
   static_cast<std::vector<std::vector<std::uint8_t>>*>(argument)->emplace_back(row.data,
@@ -63,12 +86,11 @@ Status walk_rows(std::string_view path, bool structured, std::uint32_t max_rows,
   if (const Status status = resolve(path, &provider, &relative)) return status;
   const KvWalkRule* rule = find_rule(provider->functions, relative);
   if (rule == nullptr || provider->functions.get == nullptr) return kStatusNoHandler;
-  const KvProviderGet get = provider->functions.get;
+  const KvProviderFunctions functions = provider->functions;
   std::string next(relative);
   for (std::uint32_t row = 0; row < std::min(max_rows, kKvMaxListItems); ++row) {
     OwnedReply reply;
-    const KvRequest request{next, structured};
-    const Status status = get(&request, &reply);
+    const Status status = read_row(functions, *rule, structured, &next, &reply);
     if (status == kStatusNoSuchRow && row > 0) {
       *end = true;
       return kStatusOk;

@@ -426,6 +426,35 @@ TEST_F(Requests, WalkThatFailsOnTheWayAnswersTheFailureAndNoRows) {
   EXPECT_EQ(Walk("/oper/mpls_vpn/gl/broken-next/1", 10), kStatusBadEncoding);
 }
 
+TEST_F(Requests, WalkReadsWhereTheRuleSendsItInstead) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/gap-next/2", 3), kStatusOk);
+  EXPECT_THAT(rows, ElementsAre("2", "4", "5"));
+  EXPECT_THAT(TestProvider::redirected_from,
+              ElementsAre("gap-next/2", "gap-next/3", "gap-next/4", "gap-next/5"));
+}
+
+TEST_F(Requests, RuleIsAskedWhenThereIsNoRowToo) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/gap-next/9999", 1), kStatusOk);
+  EXPECT_THAT(rows, ElementsAre("2500"));
+}
+
+TEST_F(Requests, RuleIsNotAskedAboutAFailure) {
+  TestProvider::failing_row = 5;
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/gap-next/5", 1), kStatusIo);
+  EXPECT_THAT(TestProvider::redirected_from, IsEmpty());
+}
+
+TEST_F(Requests, RedirectsOfOneRowAreBoundedAndThenTheAnswerCounts) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/lost-next/1", 1), kStatusOk);
+  EXPECT_THAT(rows, ElementsAre("7"));
+  EXPECT_EQ(TestProvider::redirected_from.size(), kKvMaxRedirects);
+}
+
+TEST_F(Requests, RedirectToAnOverlongPathIsRefused) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/lost-next/9", 1), kStatusMessageTooLarge);
+  EXPECT_THAT(rows, IsEmpty());
+}
+
 TEST_F(Requests, WalkIsBoundedWhateverIsAskedFor) {
   EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/1", 1000000), kStatusOk);
   EXPECT_EQ(rows.size(), kKvMaxListItems);

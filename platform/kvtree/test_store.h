@@ -53,6 +53,7 @@ struct TestProvider {
   static inline std::uint32_t last_max_items = 0;
   static inline std::uint32_t items_to_list = 2;
   static inline std::size_t value_size = 3;
+  static inline std::vector<std::string> redirected_from;  // what the redirecting rules were asked about
 
   static void reset() {
     get_answer = kStatusOk;
@@ -61,6 +62,7 @@ struct TestProvider {
     last_max_items = 0;
     items_to_list = 2;
     value_size = 3;
+    redirected_from.clear();
   }
 
   static Status describe_get(KvReply* reply, const RequestArgs* args) {
@@ -88,6 +90,23 @@ struct TestProvider {
     const Status status = row_following(row, path);
     path->replace(0, std::strlen("rows-next"), "short-next");
     return status;
+  }
+  // As rows-next without the row 3, and what is asked for beyond the end is the last row.
+  static Status gap_following(const KvReply* row, std::string* path) {
+    const Status status = row_following(row, path);
+    path->replace(0, std::strlen("rows-next"), "gap-next");
+    return status;
+  }
+  static bool gap_redirect(std::string_view asked, const KvReply* row, std::string* path) {
+    redirected_from.emplace_back(asked);
+    if (row == nullptr) *path = "gap-next/" + std::to_string(kRowCount);
+    if (row != nullptr && text_of(*row) == "3") *path = "gap-next/4";
+    return !path->empty();
+  }
+  static bool lost_redirect(std::string_view asked, const KvReply*, std::string* path) {
+    redirected_from.emplace_back(asked);
+    *path = asked == "lost-next/9" ? "lost-next/" + std::string(kKvMaxPath, '1') : "lost-next/7";
+    return true;
   }
   static Status broken_following(const KvReply*, std::string*) { return kStatusBadEncoding; }
 
@@ -121,10 +140,15 @@ struct TestProvider {
       {"rows-next/<n>", {kKvModeNext, nullptr, row_get, nullptr, nullptr}},
       {"short-next/<n>", {kKvModeNext, nullptr, row_get, nullptr, nullptr}},
       {"broken-next/<n>", {kKvModeNext, nullptr, row_get, nullptr, nullptr}},
+      {"gap-next/<n>", {kKvModeNext, nullptr, row_get, nullptr, nullptr}},
+      {"lost-next/<n>", {kKvModeNext, nullptr, row_get, nullptr, nullptr}},
   };
   static inline const KvRoutingTable table{routes, std::size(routes)};
-  static inline const KvWalkRule walk_rules[] = {
-      {"rows-next", row_following}, {"short-next", short_following}, {"broken-next", broken_following}};
+  static inline const KvWalkRule walk_rules[] = {{"rows-next", row_following},
+                                                 {"short-next", short_following},
+                                                 {"broken-next", broken_following},
+                                                 {"gap-next", gap_following, gap_redirect},
+                                                 {"lost-next", row_following, lost_redirect}};
 
   static Status get_entry(const KvRequest* request, KvReply* reply) {
     return kvtree_match_get(request, &table, reply);
