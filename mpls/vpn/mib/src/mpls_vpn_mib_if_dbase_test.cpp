@@ -156,6 +156,8 @@ TEST_F(IfDatabase, RefusedHandleOfANodeWithoutIndexIsRemovedToo) {
   EXPECT_EQ(CreateIf("red", 0, "ge1", 0x10), nullptr);
   EXPECT_EQ(NodesByHandle(), 1U);
   EXPECT_EQ(NodesByVrf(), 1U);
+  EXPECT_THAT(Traced("mpls_vpn/error"),
+              testing::Not(testing::Contains("interface 0x10 stays linked by its VRF")));
 }
 
 TEST_F(IfDatabase, DeletionUnlinksFromBothOrderings) {

@@ -399,6 +399,19 @@ TEST_F(RecordCallbacks, InterfaceThatChangesIsSaidAndItsDirectionTraced) {
   EXPECT_THAT(traced, Contains("callback of interface ge0").Times(2));
 }
 
+TEST_F(RecordCallbacks, FamilyThatCameUpCountsForMoreThanTheOneThatWentDown) {
+  AddVrf("red");
+  AddInterface("ge0", "red");
+  AddAddress("ge0", "10.0.0.1/24");
+  LinkUp("ge0");
+  Run();
+  SetOnlyAddress("ge0", "2001:db8::1/64");
+  Run();
+  const std::vector<std::string> traced = Traced("mpls_vpn/vtab");
+  EXPECT_THAT(traced, Contains("interface ge0 of VRF red came up").Times(2));
+  EXPECT_THAT(traced, Not(Contains("interface ge0 of VRF red went down")));
+}
+
 TEST_F(RecordCallbacks, InterfaceOfWhichNothingIsToBeToldHasNoRecord) {
   OnlyArea(ERR);
   fault_arm("vtab_unlock_end_access_if_record", kStatusIo, 1, 0);

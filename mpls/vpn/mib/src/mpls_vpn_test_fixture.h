@@ -104,18 +104,12 @@ class DaemonTest : public testing::Test {
   void LinkUp(std::string_view name) { SetLink(name, true); }
   void LinkDown(std::string_view name) { SetLink(name, false); }
   void AddAddress(std::string_view name, std::string_view text) {
-    router::Address address;
-    ASSERT_TRUE(router::parse_address(text, &address)) << text;
-    router::Interface changed = InterfaceOf(name);
-    changed.addresses.push_back(address);
-    EXPECT_EQ(router_.change_interface(changed), kStatusOk) << name;
+    std::vector<router::Address> addresses = InterfaceOf(name).addresses;
+    addresses.push_back(AddressOf(text));
+    SetAddresses(name, addresses);
   }
-  void SetOnlyAddress(std::string_view name, std::string_view text) {
-    router::Interface changed = InterfaceOf(name);
-    changed.addresses.clear();
-    EXPECT_EQ(router_.change_interface(changed), kStatusOk) << name;
-    AddAddress(name, text);
-  }
+  // In the place of all that it had, in one change.
+  void SetOnlyAddress(std::string_view name, std::string_view text) { SetAddresses(name, {AddressOf(text)}); }
   void Rename(std::string_view name, const std::string& to) {
     router::Interface changed = InterfaceOf(name);
     changed.name = to;
@@ -263,6 +257,16 @@ class DaemonTest : public testing::Test {
     mpls_vpn_mib_vrf_dbase_end();
     vtab_end_client();
     mpls_vpn_mib_chkpt_end();
+  }
+  static router::Address AddressOf(std::string_view text) {
+    router::Address address;
+    EXPECT_TRUE(router::parse_address(text, &address)) << text;
+    return address;
+  }
+  void SetAddresses(std::string_view name, const std::vector<router::Address>& addresses) {
+    router::Interface changed = InterfaceOf(name);
+    changed.addresses = addresses;
+    EXPECT_EQ(router_.change_interface(changed), kStatusOk) << name;
   }
   void SetLink(std::string_view name, bool up) {
     router::Interface changed = InterfaceOf(name);
