@@ -211,7 +211,6 @@ Status transact(chkpt::Database* database, Write write) {
 // Gives the table its row and the records that the database has.
 Status restore_table(Store* store, ChkptTable* table, bool* had_contents) {
   chkpt::StoredTable* const known = find_stored(store, table->table_id);
-  *had_contents = known != nullptr;
   chkpt::StoredTable stored = known != nullptr ? *known : chkpt::StoredTable{};
   if (known == nullptr || !same(known->descriptor, table->descriptor)) {
     stored.application = store->application;
@@ -228,6 +227,7 @@ Status restore_table(Store* store, ChkptTable* table, bool* had_contents) {
                            Record{std::move(record.key), std::move(record.data), true, false});
   }
   store->contents.records.erase(stored.row);
+  *had_contents = !table->records.empty();
   return kStatusOk;
 }
 

@@ -59,10 +59,10 @@ void chkpt_table_init(ChkptTableDescriptor* descriptor, std::uint32_t key_kind, 
 // to an application of another name; kStatusExists when it is open already; EBUSY when another process has
 // it; else the system's. The manager must live until chkpt_end().
 [[nodiscard]] Status chkpt_init(const ChkptApplication* application, EventManager* manager);
-// *had_contents: the table was registered by an earlier process on this database (even if it is empty now). A
-// changed descriptor is taken over; records of another size stay until they are deleted. The handle lives
-// until chkpt_end(). kStatusInvalid for arguments missing, values not listed above, or before chkpt_init;
-// kStatusExists for a table that is registered already.
+// *had_contents: an earlier process left records in the table. A changed descriptor is taken over; records of
+// another size stay until they are deleted. The handle lives until chkpt_end(). kStatusInvalid for arguments
+// missing, values not listed above, or before chkpt_init; kStatusExists for a table that is registered
+// already.
 [[nodiscard]] Status chkpt_register(const ChkptTableDescriptor* descriptor, std::uint32_t table_id,
                                     ChkptTable** table, bool* had_contents);
 // kStatusChkptKeyNotFound (*object_id is 0); kStatusChkptMapping for what cannot be a key of the table.

@@ -23,9 +23,13 @@ TEST_F(CheckpointTest, NewTableHasNoEarlierContents) {
   EXPECT_THAT(Rows(), IsEmpty());
 }
 
-TEST_F(CheckpointTest, TableOfAnEarlierProcessHasEarlierContentsEvenWhenItIsEmpty) {
+TEST_F(CheckpointTest, TableThatAnEarlierProcessLeftEmptyHasNoEarlierContents) {
   Start();
+  EXPECT_FALSE(Restart());
+  Put("key1", "one");
   EXPECT_TRUE(Restart());
+  EXPECT_EQ(chkpt_delete(table, Map("key1")), kStatusOk);
+  EXPECT_FALSE(Restart());
   EXPECT_THAT(Rows(), IsEmpty());
 }
 
@@ -61,6 +65,7 @@ TEST_F(CheckpointTest, ApplicationsAreApart) {
 
 TEST_F(CheckpointTest, ApplicationNumberOfAnotherNameIsRefused) {
   Start();
+  Put("key1", "one");
   chkpt_end();
   chkpt_application_init(&application, 1235, "another");
   EXPECT_EQ(chkpt_init(&application, manager), kStatusInvalid);

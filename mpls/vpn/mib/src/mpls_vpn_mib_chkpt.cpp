@@ -6,8 +6,8 @@
 // run before.
 //
 // Written whenever a time changes; the store commits before anything leaves the process that could show the
-// new times. During the initial scan of a later run nothing is saved: what is announced then existed before,
-// and its times are in the store.
+// new times. A first run is one that finds no records. During the initial scan of a later run nothing is
+// saved: what is announced then existed before, and its times are in the store.
 //
 // Main thread. O(1) a save, O(records) a restore.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
@@ -147,10 +147,17 @@ Status restore_vrfs() {
   return kStatusOk;
 }
 
-// "default" and VRFs that the membership service has not announced yet have no creation time.
+bool is_stored(std::uint32_t vrf_id) {
+  std::uint64_t object_id = 0;
+  return chkpt_mapkey(table, &vrf_id, sizeof vrf_id, &object_id) == kStatusOk;
+}
+
+// "default" and VRFs that the membership service has not announced yet have no creation time. After a restore
+// that failed on its way there are records that no block knows of.
 bool is_without_record(const VtabVrfRecord* record) {
   const mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
-  return record->vrf_id != 0 && attributes->chkpt_objid == 0 && attributes->creation_time != 0;
+  if (record->vrf_id == 0 || attributes->chkpt_objid != 0 || attributes->creation_time == 0) return false;
+  return !is_stored(record->vrf_id);
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ std::uint32_t mpls_vpn_mib_chkpt_first_run();
 [[nodiscard]] Status mpls_vpn_mib_chkpt_restore();
 // After that: saves a record for every created VRF that has none. A VRF that came while the daemon was down
 // is not saved when it is announced (times of before must not be overwritten then), and would get another
-// creation time at every start.
+// creation time at every start. A record that the restore did not come to keeps its times.
 void mpls_vpn_mib_chkpt_save_missing();
 
 // Closes the store. For tests that start the daemon again.

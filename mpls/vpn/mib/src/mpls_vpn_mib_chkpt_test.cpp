@@ -32,7 +32,6 @@ class VrfCheckpoint : public DaemonTest {
     ChkptTable* table = nullptr;
     bool had_contents = false;
     EXPECT_EQ(chkpt_register(&descriptor, 100, &table, &had_contents), kStatusOk);
-    EXPECT_TRUE(had_contents);
     return table;
   }
   void Write(std::uint32_t vrf_id, const std::string& octets) {
@@ -105,12 +104,27 @@ using CheckpointRestore = VrfCheckpoint;
 
 TEST_F(CheckpointInit, FirstRunIsToldFromALaterOne) {
   EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 1U);
+  AddVrf("red");
+  Connect();
   mpls_vpn_mib_chkpt_end();
   ClearPrints();
   ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
   EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 0U);
   EXPECT_THAT(Prints(), ElementsAre("First run =0"));
-  EXPECT_THAT(Traced("mpls_vpn/chkpt"), ElementsAre("First run =1", "First run =0"));
+  EXPECT_EQ(Traced("mpls_vpn/chkpt").front(), "First run =1");
+  EXPECT_EQ(Traced("mpls_vpn/chkpt").back(), "First run =0");
+}
+
+TEST_F(CheckpointInit, RunAfterOneThatLeftNoRecordsIsAFirstRun) {
+  AddVrf("red");
+  Connect();
+  DeleteVrf("red");
+  Run();
+  mpls_vpn_mib_chkpt_end();
+  ClearPrints();
+  ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
+  EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 1U);
+  EXPECT_THAT(Prints(), ElementsAre("First run =1"));
 }
 
 TEST_F(CheckpointInit, IsSaidAtStart) {
@@ -444,6 +458,7 @@ TEST_F(CheckpointRestore, ScanOfALaterRunNeitherStampsNorSaves) {
 }
 
 TEST_F(CheckpointRestore, VrfThatCameWhileTheDaemonWasDownKeepsItsFirstTimeFromThenOn) {
+  const std::uint32_t red = AddVrf("red");
   Connect();
   std::uint32_t id = 0;
   RestartDaemon([&] {
@@ -451,12 +466,42 @@ TEST_F(CheckpointRestore, VrfThatCameWhileTheDaemonWasDownKeepsItsFirstTimeFromT
     id = AddVrf("late");
   });
   EXPECT_EQ(TimesOf("late"), "+20, none");
-  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +20, none"));
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(red) + ": +0, none", std::to_string(id) + ": +20, none"));
   RestartDaemon([this] { PassSeconds(100); });
   EXPECT_EQ(TimesOf("late"), "+20, none");
 }
 
+TEST_F(CheckpointRestore, VrfsThatCameAfterARunWithoutVrfsAreSavedWhenTheyAreAnnounced) {
+  Connect();
+  std::uint32_t id = 0;
+  RestartDaemon([&] {
+    PassSeconds(20);
+    id = AddVrf("late");
+    AddInterface("ge0", "late");
+    ClearPrints();
+  });
+  EXPECT_TRUE(Printed("First run =1"));
+  EXPECT_FALSE(Printed("Restoring VRF data from chkpt"));
+  EXPECT_EQ(TimesOf("late"), "+20, +20");
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +20, +20"));
+}
+
+TEST_F(CheckpointRestore, RecordsThatAFailedFetchLeftUnreadKeepTheirTimes) {
+  const std::uint32_t red = AddVrf("red");
+  const std::uint32_t blue = AddVrf("blue");
+  Connect();
+  RestartDaemon([this] {
+    PassSeconds(100);
+    fault_arm("chkpt_iterate_next", kStatusIo, 2);
+  });
+  EXPECT_EQ(TimesOf("red"), "+0, none");
+  EXPECT_EQ(TimesOf("blue"), "+100, none");
+  fault_disarm_all();
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(red) + ": +0, none", std::to_string(blue) + ": +0, none"));
+}
+
 TEST_F(CheckpointRestore, MissingRecordThatCannotBeSavedIsTold) {
+  AddVrf("red");
   Connect();
   ListenForErrors();
   RestartDaemon([this] {
@@ -469,8 +514,9 @@ TEST_F(CheckpointRestore, MissingRecordThatCannotBeSavedIsTold) {
 
 TEST_F(CheckpointRestore, ForwardReferencesAndTheDefaultVrfGetNoRecord) {
   NameVrf("green");
+  const std::uint32_t red = AddVrf("red");
   Connect();
   RestartDaemon();
   EXPECT_NE(vtab_get_vrf_record_by_vrf_name("default"), nullptr);
-  EXPECT_THAT(Stored(), IsEmpty());
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(red) + ": +0, none"));
 }
