@@ -1,6 +1,8 @@
 // The re-issue timer.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_timer.h"
 
+#include <cerrno>
+
 #include "mpls/vpn/mib/src/mpls_vpn_trap_test_support.h"
 
 namespace {
@@ -96,6 +98,25 @@ TEST_F(ReissueTimer, EveryVrfAboveItsMaximumIsRaisedAgainEachInterval) {
     EXPECT_THAT(Traps(),
                 ElementsAre(Exceeded("red high=100 routes=101"), Exceeded("blue high=200 routes=250")));
   }
+}
+
+TEST_F(ReissueTimer, ShortestIntervalIsOneSecond) {
+  Enable(kTrapAll);
+  AboveMaximum("red", 100, 101);
+  mpls_vpn_mib_timer_start(1);
+  for (int interval = 0; interval < 3; ++interval) {
+    Pass(1);
+    EXPECT_EQ(Traps().size(), 1U) << interval;
+  }
+}
+
+TEST_F(ReissueTimer, ItsEventHasTheCode128) {
+  const auto nothing = [] {};
+  EXPECT_EQ(event_async_attach(manager_, 128, nothing), -1);
+  EXPECT_EQ(errno, EEXIST);
+  mpls_vpn_mib_timer_deinit();
+  EXPECT_EQ(event_async_attach(manager_, 128, nothing), 0);
+  event_async_detach(manager_, 128);
 }
 
 TEST_F(ReissueTimer, VrfThatFellBelowItsMaximumIsNotRaisedAgain) {
@@ -227,4 +248,17 @@ TEST_F(ReissueTimer, DeinitEndsEverythingAndMayBeRepeated) {
   Pass(100);
   EXPECT_THAT(Traps(), IsEmpty());
   EXPECT_EQ(mpls_vpn_mib_timer_init(manager_), kStatusOk);
+}
+
+TEST_F(ReissueTimer, IntervalEndsWithTheTimer) {
+  OnlyArea(TRAPS);
+  mpls_vpn_mib_timer_start(10);
+  mpls_vpn_mib_timer_deinit();
+  ClearPrints();
+  mpls_vpn_mib_timer_wakeup();
+  EXPECT_THAT(Prints(), ElementsAre("Timer wakeup"));
+  ASSERT_EQ(mpls_vpn_mib_timer_init(manager_), kStatusOk);
+  ClearPrints();
+  mpls_vpn_mib_timer_wakeup();
+  EXPECT_THAT(Prints(), ElementsAre("Timer wakeup"));
 }

@@ -134,6 +134,10 @@ TEST_F(TrapSwitches, UnknownItemChangesNothingAndIsTold) {
   const std::string line = "traps_notify: item_name does not match any trap type";
   EXPECT_THAT(Prints(), ElementsAre(line, line, line));
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains(line).Times(3));
+  OnlyArea(TRAPS);
+  ClearPrints();
+  Set("vrf-u");
+  EXPECT_EQ(Prints().back(), "Enabling trap vrf-u") << "what it was told comes first";
 }
 
 // --- The re-issue time
