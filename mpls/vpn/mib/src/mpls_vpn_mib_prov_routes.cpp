@@ -13,6 +13,7 @@
 #include <iterator>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_interface.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_route.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_scalars.h"
 
@@ -31,8 +32,8 @@ constexpr KvRoute kProvRoutes[] = {
     {"vrf-invalid-detail/<s>",             {0,           nullptr, nullptr,                         nullptr, nullptr}},
     {"rt/<s>/<n>/<n>",                     {0,           nullptr, mpls_vpn_mib_prov_get_rt,        nullptr, nullptr}},
     {"rt-next/<s>/<n>/<n>",                {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_rt,        nullptr, nullptr}},
-    {"route/<s>/<n>/<n>/<n>/<s>/<s>",      {0,           nullptr, nullptr,                         nullptr, nullptr}},
-    {"route-next/<s>/<n>/<n>/<n>/<s>/<s>", {kKvModeNext, nullptr, nullptr,                         nullptr, nullptr}},
+    {"route/<s>/<n>/<n>/<n>/<s>/<s>",      {0,           nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},
+    {"route-next/<s>/<n>/<n>/<n>/<s>/<s>", {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},
     {"<s>/mid-thresh-exc",                 {0,           nullptr, nullptr,                         nullptr, nullptr}},
     {"<s>/max-thresh-exc",                 {0,           nullptr, nullptr,                         nullptr, nullptr}},
 };

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_interface.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_route.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_scalars.h"
 
@@ -46,6 +47,12 @@ TEST(Routes, RouteTargetsHaveTheirGetHandler) {
   const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
   EXPECT_EQ(routes[8].handlers.get, mpls_vpn_mib_prov_get_rt);
   EXPECT_EQ(routes[9].handlers.get, mpls_vpn_mib_prov_get_rt);
+}
+
+TEST(Routes, RoutesHaveTheirGetHandler) {
+  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
+  EXPECT_EQ(routes[10].handlers.get, mpls_vpn_mib_prov_get_route);
+  EXPECT_EQ(routes[11].handlers.get, mpls_vpn_mib_prov_get_route);
 }
 
 TEST(Routes, VrfConfiguration) {

@@ -1,0 +1,118 @@
+// See mpls_vpn_mib_route_modules.h. One record a module: its file, its handle and the two symbols. They are
+// set by whichever request comes first; a daemon without the modules serves everything but routes and says so
+// at each attempt.
+#include "mpls/vpn/mib/src/mpls_vpn_mib_route_modules.h"
+
+#include <dlfcn.h>
+
+#include <string>
+
+#include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/mpls_vpn_errmsg.h"
+#include "mpls/vpn/mib/src/mpls_vpn_trace.h"
+#include "platform/base/directories.h"
+#include "platform/base/fault.h"
+
+namespace {
+
+struct RouteModule {
+  const char* file;      // below the library directory
+  const char* family;    // as prints show it
+  const char* function;  // the loading one
+  void* handle;
+  void* find_route;
+  void* total_active_routes;
+};
+
+RouteModule ipv4_module = {
+    "mib/libipv4_forwardmib.dll", "ipv4", "mpls_vpn_mib_rib_ipv4_route_load_dll", nullptr, nullptr, nullptr};
+RouteModule ipv6_module = {
+    "mib/libipv6_forwardmib.dll", "ipv6", "mpls_vpn_mib_rib_ipv6_route_load_dll", nullptr, nullptr, nullptr};
+
+bool open_module(RouteModule* module) {
+  if (module->handle != nullptr) return true;
+  const std::string path = library_directory() + "/" + module->file;
+  Status rc = fault_check("dlopen");
+  if (rc == kStatusOk) {
+    module->handle = dlopen(path.c_str(), RTLD_LAZY);
+    rc = kStatusUnavailable;
+  }
+  if (module->handle != nullptr) return true;
+  errmsg_post(&ERR_DLL_LOAD, module->file);
+  mpls_vpn_trace(kTraceError, rc, "%s: cannot load %s", module->function, path.c_str());
+  return false;
+}
+
+bool find_symbol(const RouteModule& module, const char* name, void** symbol) {
+  if (*symbol != nullptr) return true;
+  if (fault_check("dlsym") == kStatusOk) *symbol = dlsym(module.handle, name);
+  if (*symbol != nullptr) return true;
+  mpls_vpn_trace(kTraceError, kStatusUnavailable, "%s: no symbol %s in %s", module.function, name,
+                 module.file);
+  return false;
+}
+
+bool find_symbols(RouteModule* module) {
+  if (!find_symbol(*module, kForwardmibFindRouteSymbol, &module->find_route)) {
+    errmsg_post(&ERR_DLL_SYMBOL_ERROR, kForwardmibFindRouteSymbol, module->file);
+    return false;
+  }
+  if (!find_symbol(*module, kForwardmibTotalActiveRoutesSymbol, &module->total_active_routes)) {
+    // Deliberate: file and symbol in this order, which is how log filters know the message.
+    errmsg_post(&ERR_DLL_SYMBOL_ERROR, module->file, kForwardmibTotalActiveRoutesSymbol);
+    return false;
+  }
+  return true;
+}
+
+bool load(RouteModule* module) {
+  if (!open_module(module) || !find_symbols(module)) return false;
+  mpls_vpn_debug(RIB, "%s: Successfully load %s RIB dll", module->function, module->family);
+  return true;
+}
+
+std::uint32_t active_routes(RouteModule* module, const char* function, std::uint32_t table_id) {
+  mpls_vpn_debug(RIB, "Entering %s with table_id = 0x%x", function, table_id);
+  if (!load(module)) {
+    mpls_vpn_debug(RIB, "%s: Load %s RIB dll failed", function, module->family);
+    return 0;
+  }
+  return reinterpret_cast<ForwardmibTotalActiveRoutes>(module->total_active_routes)(table_id);
+}
+
+void unload(RouteModule* module) {
+  if (module->handle != nullptr && dlclose(module->handle) != 0) {
+    mpls_vpn_trace(kTraceError, kStatusInvalid, "cannot unload %s", module->file);
+  }
+  module->handle = nullptr;
+  module->find_route = nullptr;
+  module->total_active_routes = nullptr;
+}
+
+}  // namespace
+
+bool mpls_vpn_mib_rib_ipv4_route_load_dll() {
+  return load(&ipv4_module);
+}
+bool mpls_vpn_mib_rib_ipv6_route_load_dll() {
+  return load(&ipv6_module);
+}
+
+ForwardmibFindIpv4Route mpls_vpn_mib_rib_ipv4_find_route() {
+  return reinterpret_cast<ForwardmibFindIpv4Route>(ipv4_module.find_route);
+}
+ForwardmibFindIpv6Route mpls_vpn_mib_rib_ipv6_find_route() {
+  return reinterpret_cast<ForwardmibFindIpv6Route>(ipv6_module.find_route);
+}
+
+std::uint32_t mpls_vpn_mib_ipv4_unicast_active_routes(std::uint32_t table_id) {
+  return active_routes(&ipv4_module, __func__, table_id);
+}
+std::uint32_t mpls_vpn_mib_ipv6_unicast_active_routes(std::uint32_t table_id) {
+  return active_routes(&ipv6_module, __func__, table_id);
+}
+
+void mpls_vpn_mib_route_modules_end() {
+  unload(&ipv4_module);
+  unload(&ipv6_module);
+}

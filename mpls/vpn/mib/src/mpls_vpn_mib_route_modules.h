@@ -1,0 +1,25 @@
+// The routing table's MIB modules, "mib/libipv4_forwardmib.dll" and "mib/libipv6_forwardmib.dll" below the
+// library directory: loaded when they are first needed, kept for the life of the process.
+//
+// Main thread. Fault points "dlopen" and "dlsym".
+#pragma once
+
+#include <cstdint>
+
+#include "mib/forwardmib.h"
+
+// True when the module and both its symbols are at hand. A failure is posted as an error message; the next
+// call tries again what is missing.
+bool mpls_vpn_mib_rib_ipv4_route_load_dll();
+bool mpls_vpn_mib_rib_ipv6_route_load_dll();
+
+// "ribmib_find_route" of each. REQUIRES: its loading answered true.
+ForwardmibFindIpv4Route mpls_vpn_mib_rib_ipv4_find_route();
+ForwardmibFindIpv6Route mpls_vpn_mib_rib_ipv6_find_route();
+
+// Routes of a unicast table as the routing table counts them; 0 when the module cannot be loaded.
+std::uint32_t mpls_vpn_mib_ipv4_unicast_active_routes(std::uint32_t table_id);
+std::uint32_t mpls_vpn_mib_ipv6_unicast_active_routes(std::uint32_t table_id);
+
+// Unloads both. For tests that start the daemon again.
+void mpls_vpn_mib_route_modules_end();

@@ -1,0 +1,92 @@
+// For tests: the daemon with routing tables and the modules that read them, and walks through the data store.
+#pragma once
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_routes.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_test_support.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_walk.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_route_modules.h"
+#include "platform/lfx/lfx.h"
+#include "platform/router/route_access.h"
+#include "platform/router/route_test_support.h"
+
+class RouteTablesTest : public DaemonTest {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(setenv("MPLS_VPN_MIB_LIB_DIR", MPLS_BUILD_LIB_DIR, 1), 0);
+    DaemonTest::SetUp();
+    lfx_attach(&router_);
+    router::route_access_attach(&router_);
+  }
+  void TearDown() override {
+    mpls_vpn_mib_route_modules_end();
+    router::route_access_attach(nullptr);
+    lfx_attach(nullptr);
+    kvtree_reset();
+    DaemonTest::TearDown();
+    unsetenv("MPLS_VPN_MIB_LIB_DIR");
+  }
+
+  // "10.1.0.0/16" and "192.0.2.1" in the VRF's unicast table of that family; without next hop a local route.
+  void AddRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop = "") {
+    AddRoute(vrf, router::MakeRoute(prefix, next_hop), FamilyOf(prefix));
+  }
+  void AddRoute(const std::string& vrf, const router::Route& route,
+                router::Family family = router::Family::kIpv4) {
+    ASSERT_EQ(router_.routes().put(TableOf(vrf, family), route), kStatusOk);
+  }
+  void RemoveRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop = "") {
+    ASSERT_EQ(router_.routes().erase(TableOf(vrf, FamilyOf(prefix)), router::MakeKey(prefix, next_hop)),
+              kStatusOk);
+  }
+  static router::Family FamilyOf(const std::string& address) {
+    return address.find(':') == std::string::npos ? router::Family::kIpv4 : router::Family::kIpv6;
+  }
+  router::RouteTableId TableOf(const std::string& vrf, router::Family family) const {
+    const router::Vrf* found = router_.find_vrf(vrf);
+    EXPECT_NE(found, nullptr) << vrf;
+    if (found == nullptr) return {family, 0};
+    return {family, family == router::Family::kIpv4 ? found->ipv4_table : found->ipv6_table};
+  }
+  // "red 10.1.0.0/16 via 192.0.2.1", without " via" for a row without next hop.
+  static std::string RouteText(const mpls_vpn_mib_route& row) {
+    router::RouteKey key;
+    for (std::uint64_t i = 0; i < row.dest.length; ++i) key.destination[i] = row.dest.octets[i];
+    for (std::uint64_t i = 0; i < row.nextHop.length; ++i) key.next_hop[i] = row.nextHop.octets[i];
+    key.prefix_length = static_cast<std::uint8_t>(row.mask);
+    const router::Family family = row.destType == 1 ? router::Family::kIpv4 : router::Family::kIpv6;
+    return std::string(row.vrfName) + " " + router::Text(family, key);
+  }
+
+  // Serves the provider's paths from the data store.
+  void Provide() {
+    KvConnection* connection = nullptr;
+    ASSERT_EQ(kvtree_bind(&connection, "/oper/mpls_vpn/gl/", kKvBindProvider), kStatusOk);
+    KvProviderFunctions functions;
+    ASSERT_EQ(kvtree_init_prov_functions(&functions), kStatusOk);
+    functions.get = [](const KvRequest* request, KvReply* reply) {
+      return kvtree_match_get(request, &mpls_vpn_mib_prov_routes, reply);
+    };
+    functions.list = [](const KvRequest* request, KvListReply* reply) {
+      return kvtree_match_list(request, &mpls_vpn_mib_prov_routes, reply);
+    };
+    functions.datalist = [](const KvRequest* request, KvListReply* reply) {
+      return kvtree_match_datalist(request, &mpls_vpn_mib_prov_routes, reply);
+    };
+    functions.walk_rules = mpls_vpn_mib_walk_rules;
+    functions.walk_rule_count = mpls_vpn_mib_walk_rule_count;
+    ASSERT_EQ(kvtree_register_prov2(connection, "", manager_, &functions, 0, 1), kStatusOk);
+  }
+  // One walk from `path` on, encoded rows.
+  static std::vector<std::vector<std::uint8_t>> WalkOnce(const std::string& path, std::uint32_t max_rows,
+                                                         bool* end) {
+    std::vector<std::vector<std::uint8_t>> rows;
+    const Status rc = kvtree_walk("/oper/mpls_vpn/gl/" + path, false, max_rows, &rows, end);
+    if (rc == kStatusNoSuchRow) *end = true;
+    EXPECT_TRUE(rc == kStatusOk || rc == kStatusNoSuchRow) << path << ": " << err_text(rc);
+    return rows;
+  }
+};
