@@ -190,6 +190,36 @@ TEST_F(CheckpointSave, EveryChangeOfTheLastChangedTimeIsSaved) {
   EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +0, +10"));
 }
 
+TEST_F(CheckpointSave, VrfThatTakesOverAnIdInTheSameMomentHasTheOnlyRecord) {
+  const std::uint32_t id = AddVrf("red");
+  Connect();
+  PassSeconds(7);
+  router::Vrf renamed = *router_.find_vrf("red");
+  renamed.name = "blue";
+  DeleteVrf("red");
+  ASSERT_EQ(router_.create_vrf(renamed), kStatusOk);
+  Run();
+  EXPECT_NE(AttributesOf("blue")->chkpt_objid, 0U);
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +7, none"));
+  ListenForErrors();
+  DeleteVrf("blue");
+  Run();
+  EXPECT_THAT(Prints(), IsEmpty()) << "its block knows the record";
+  EXPECT_THAT(Stored(), IsEmpty());
+}
+
+TEST_F(CheckpointSave, NamedVrfThatIsCreatedAgainInTheSameMomentHasTheOnlyRecord) {
+  NameVrf("red");
+  AddVrf("red");
+  Connect();
+  PassSeconds(7);
+  const router::Vrf red = *router_.find_vrf("red");
+  DeleteVrf("red");
+  ASSERT_EQ(router_.create_vrf(red), kStatusOk);
+  Run();
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(red.id) + ": +7, none"));
+}
+
 TEST_F(CheckpointSave, TimesAfterTheYear2038AreShownAsSignedNumbers) {
   AddVrf("red");
   Connect();
@@ -455,6 +485,17 @@ TEST_F(CheckpointRestore, ScanOfALaterRunNeitherStampsNorSaves) {
   EXPECT_THAT(Prints(), IsEmpty());
   update_vrf_last_changed("red");
   EXPECT_EQ(TimesOf("red"), "+0, +50");
+}
+
+TEST_F(CheckpointRestore, VrfCreatedAfterTheScanOfALaterRunIsSaved) {
+  const std::uint32_t red = AddVrf("red");
+  Connect();
+  RestartDaemon();
+  PassSeconds(30);
+  const std::uint32_t blue = AddVrf("blue");
+  Run();
+  EXPECT_THAT(Stored(),
+              ElementsAre(std::to_string(red) + ": +0, none", std::to_string(blue) + ": +30, none"));
 }
 
 TEST_F(CheckpointRestore, VrfThatCameWhileTheDaemonWasDownKeepsItsFirstTimeFromThenOn) {
