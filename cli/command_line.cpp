@@ -10,6 +10,7 @@
 #include "cli/session.h"
 #include "platform/base/directories.h"
 #include "platform/debug/debug_client.h"
+#include "platform/kvtree/kvtree.h"
 
 namespace cli {
 
@@ -20,6 +21,9 @@ constexpr char kDescription[] = "Shows and steers mpls_vpn_mib, the daemon behin
 constexpr char kFooter[] =
     "Examples:\n"
     "  mplsvpn show scalars\n"
+    "  mplsvpn show vrf\n"
+    "  mplsvpn show vrf red detail\n"
+    "  mplsvpn show routes red 10.11.0.0/16\n"
     "  mplsvpn show interfaces red\n"
     "  mplsvpn --json show interfaces | jq '.[] | select(.vrfName == \"red\") | .name'\n"
     "  mplsvpn get interface-next/red/0\n"
@@ -35,6 +39,48 @@ constexpr char kFooter[] =
     "short; watched prints and traps are one object a line.\n"
     "\n"
     "Environment: MPLS_VPN_MIB_RUN_DIR, the daemon's run directory (default /run/mpls_vpn_mib).";
+
+constexpr char kVrfFooter[] =
+    "Words: [NAME] [detail] [ipv4|ipv6] [unicast|multicast], or invalid. A family leaves out the VRFs that "
+    "have no\n"
+    "table of it. \"invalid\" shows the VRFs to which interfaces are bound but which are not there.\n"
+    "--structured asks as XML readers do: details, whose address families are those with route targets or "
+    "policies.\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn show vrf\n"
+    "  mplsvpn show vrf red\n"
+    "  mplsvpn show vrf red detail\n"
+    "  mplsvpn show vrf detail ipv6 unicast\n"
+    "  mplsvpn show vrf invalid\n"
+    "  mplsvpn show vrf --name detail      the VRF that has this name\n"
+    "  mplsvpn --json show vrf | jq -r '.[] | select(.operStatusName == \"down\") | .name'";
+
+constexpr char kRoutesFooter[] =
+    "A PREFIX shows its routes, one a next hop; an address shows those of the longest prefix that holds it.\n"
+    "An INTERFACE of another VRF is shown by its ifIndex, as #2. CROSS-CONNECT is the index of the route's\n"
+    "labels in the label switching MIB.\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn show routes red\n"
+    "  mplsvpn show routes red 10.11.0.0/16\n"
+    "  mplsvpn show routes red 2001:db8:21::7";
+
+constexpr char kPathFooter[] =
+    "A path stands below /oper/mpls_vpn/gl/ unless it begins with /. Keys are written as %XX where they are "
+    "not\n"
+    "letters, digits or one of _ . : -, and - alone is a key left out.\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn get scalars\n"
+    "  mplsvpn get vrf/red\n"
+    "  mplsvpn get interface-next/%2D/0              of the VRF \"-\"\n"
+    "  mplsvpn get rt-next/red/0/0\n"
+    "  mplsvpn get route-next/red/1/0/1/0/0\n"
+    "  mplsvpn list vrf-detail --max 10\n"
+    "  mplsvpn list vrf-detail-filter/-/2/1          the VRFs with IPv6 unicast\n"
+    "  mplsvpn datalist vrf-detail/red --structured  what follows red\n"
+    "  mplsvpn datalist vrf-invalid-detail";
 
 constexpr char kDebugFooter[] =
     "Areas are listed by \"mplsvpn debug list\"; \"all\" is every one of them. Switching is for root and "
@@ -80,7 +126,10 @@ struct Options {
   std::string socket;
   unsigned timeout = 1000;
   std::string vrf;
-  std::string path;
+  std::vector<std::string> vrf_words;
+  bool structured = false;
+  RoutesRequest routes;
+  PathRequest path;
   DebugRequest debug;
   TraceRequest trace;
   WatchRequest watch;
@@ -99,6 +148,43 @@ void add_general_options(CLI::App& app, Options* options) {
       ->check(CLI::Range(1U, kLongestTimeout));
 }
 
+void add_structured(CLI::App* command, bool* structured) {
+  command->add_flag("--structured", *structured, "Asks in the structured (XML) form");
+}
+
+void add_show_vrf(CLI::App& show, Options* options) {
+  CLI::App* vrf = show.add_subcommand("vrf", "VRFs: states, interfaces, routes, route targets, policies");
+  vrf->add_option("WORDS", options->vrf_words, "A VRF, and what is wanted of it")->expected(0, 4);
+  vrf->add_option("--name", options->vrf, "The VRF, if its name is one of the words")->type_name("VRF");
+  add_structured(vrf, &options->structured);
+  vrf->footer(kVrfFooter);
+  vrf->callback([options] {
+    options->command = [options](const Session& session) {
+      VrfRequest request = parse_vrf_words(options->vrf_words, options->vrf);
+      request.structured = options->structured;
+      show_vrf(session, request);
+    };
+  });
+}
+
+void add_show_routes(CLI::App& show, Options* options) {
+  CLI::App* routes = show.add_subcommand("routes", "The routes of a VRF, all or those of a prefix");
+  routes->add_option("VRF", options->routes.vrf, "The VRF")->required();
+  routes->add_option("PREFIX", options->routes.prefix, "ADDRESS/LENGTH, or an address");
+  routes->footer(kRoutesFooter);
+  routes->callback([options] {
+    options->command = [options](const Session& session) { show_routes(session, options->routes); };
+  });
+}
+
+void add_show_route_targets(CLI::App& show, Options* options) {
+  CLI::App* targets = show.add_subcommand("route-targets", "The route targets of all VRFs, or of one");
+  targets->add_option("VRF", options->vrf, "Only this VRF's");
+  targets->callback([options] {
+    options->command = [options](const Session& session) { show_route_targets(session, options->vrf); };
+  });
+}
+
 void add_show(CLI::App& app, Options* options) {
   CLI::App* show = app.add_subcommand("show", "Shows what the daemon knows");
   show->require_subcommand(1);
@@ -109,18 +195,37 @@ void add_show(CLI::App& app, Options* options) {
   interfaces->callback([options] {
     options->command = [options](const Session& session) { show_interfaces(session, options->vrf); };
   });
+  add_show_vrf(*show, options);
+  add_show_route_targets(*show, options);
+  add_show_routes(*show, options);
 }
 
-void add_get(CLI::App& app, Options* options) {
-  CLI::App* get = app.add_subcommand("get", "One record, as the daemon's data store answers it");
-  get->add_option("PATH", options->path, "A path, below /oper/mpls_vpn/gl/ unless it begins with /")
-      ->required();
-  get->footer(
-      "Keys are written as %XX where they are not letters, digits or one of _ . : -\n\nExamples:\n"
-      "  mplsvpn get scalars\n  mplsvpn get interface-next/red/0\n  mplsvpn get interface-next/%2D/0");
-  get->callback([options] {
-    options->command = [options](const Session& session) { get_record(session, options->path); };
+using PathCommand = void (*)(const Session&, const PathRequest&);
+
+CLI::App* add_path_command(CLI::App& app, Options* options, PathCommand command, const char* name,
+                           const char* description) {
+  CLI::App* words = app.add_subcommand(name, description);
+  words->add_option("PATH", options->path.path, "Where it stands in the data store")->required();
+  add_structured(words, &options->path.structured);
+  words->footer(kPathFooter);
+  words->callback([options, command] {
+    options->command = [options, command](const Session& session) { command(session, options->path); };
   });
+  return words;
+}
+
+void add_list_command(CLI::App& app, Options* options, PathCommand command, const char* name,
+                      const char* description) {
+  add_path_command(app, options, command, name, description)
+      ->add_option("--max", options->path.most, "At most N items (default 1024, which is the most)")
+      ->type_name("N")
+      ->check(CLI::Range(1U, kKvMaxListItems));
+}
+
+void add_raw(CLI::App& app, Options* options) {
+  add_path_command(app, options, get_record, "get", "One record, as the daemon's data store answers it");
+  add_list_command(app, options, get_list, "list", "The keys of a list, as the data store answers it");
+  add_list_command(app, options, get_datalist, "datalist", "The keys and records of a list");
 }
 
 void add_debug(CLI::App& app, Options* options) {
@@ -207,7 +312,7 @@ void describe(CLI::App& app, Options* options) {
   app.footer(kFooter);
   add_general_options(app, options);
   add_show(app, options);
-  add_get(app, options);
+  add_raw(app, options);
   add_debug(app, options);
   add_trace(app, options);
   add_watch(app, options);

@@ -16,8 +16,38 @@ inline constexpr char kProviderPath[] = "/oper/mpls_vpn/gl/";
 void show_scalars(const Session& session);
 // Rows of the VRF interface table, of one VRF when the name is not empty. Read and printed in batches.
 void show_interfaces(const Session& session, const std::string& vrf);
-// One record of any type; a path that does not begin with '/' is below kProviderPath.
-void get_record(const Session& session, const std::string& path);
+
+struct VrfRequest {
+  std::string name;         // empty: every VRF
+  bool is_invalid = false;  // the VRFs that interfaces name but that are not there
+  bool detail = false;
+  std::uint32_t afi = 0;    // 1 ipv4, 2 ipv6; 0: both
+  std::uint32_t safi = 0;   // 1 unicast, 2 multicast; 0: both
+  bool structured = false;  // asked in the structured (XML) form
+};
+// The words behind "show vrf"; a name that is one of them is given by `name`. Failure(kExitUsage).
+VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::string& name);
+// VRFs as a table, or each with everything that is known of it. Read and printed in batches.
+void show_vrf(const Session& session, const VrfRequest& request);
+// Rows of the VRF route target table, of one VRF when the name is not empty.
+void show_route_targets(const Session& session, const std::string& vrf);
+
+struct RoutesRequest {
+  std::string vrf;
+  std::string prefix;  // or an address; empty: all routes
+};
+// Rows of the VRF route table. Failure(kExitUsage) for a text that is no prefix.
+void show_routes(const Session& session, const RoutesRequest& request);
+
+struct PathRequest {
+  std::string path;  // below kProviderPath unless it begins with '/'
+  bool structured = false;
+  std::uint32_t most = 1024;  // items of a list
+};
+// One record of any type, the keys of a list, or its keys and records, as the data store answers them.
+void get_record(const Session& session, const PathRequest& request);
+void get_list(const Session& session, const PathRequest& request);
+void get_datalist(const Session& session, const PathRequest& request);
 
 struct DebugRequest {
   std::vector<std::string> words;  // none, "list", "watch", or AREA and "on" or "off"

@@ -13,11 +13,21 @@ constexpr std::array kClassifications = {"carrierOfCarrier", "enterprise", "inte
 constexpr std::array kStorageTypes = {"other", "volatile", "nonVolatile", "permanent", "readOnly"};
 constexpr std::array kRowStatuses = {"active",      "notInService",  "notReady",
                                      "createAndGo", "createAndWait", "destroy"};
+constexpr std::array kVrfStatuses = {"up", "down", "testing"};
+constexpr std::array kRouteTargetTypes = {"import", "export", "both"};
+constexpr std::array kAddressTypes = {"unknown", "ipv4", "ipv6", "ipv4z", "ipv6z"};
+constexpr std::array kRouteTypes = {"other", "reject", "local", "remote", "blackhole"};
+constexpr std::array kRouteProtocols = {"other", "local", "static", "icmp", "egp",     "ggp",  "hello",
+                                        "rip",   "isis",  "esis",   "igrp", "bbn-spf", "ospf", "bgp",
+                                        "idpr",  "eigrp", "dvmrp",  "rpl",  "dhcp",    "ttdp"};
+constexpr std::array kAfis = {"ipv4", "ipv6"};
+constexpr std::array kSafis = {"unicast", "multicast"};
+constexpr std::uint32_t kFlowSafi = 133;
 constexpr std::array kSwitch = {"disabled", "enabled"};
 
 // The name of `value` in a list that starts with the name of `first`.
-std::string name_of(std::span<const char* const> names, std::int32_t first, std::int32_t value) {
-  const std::int64_t position = std::int64_t{value} - first;
+std::string name_of(std::span<const char* const> names, std::int64_t first, std::int64_t value) {
+  const std::int64_t position = value - first;
   if (position < 0 || position >= static_cast<std::int64_t>(names.size())) return std::to_string(value);
   return names[static_cast<std::size_t>(position)];
 }
@@ -43,6 +53,27 @@ std::string row_status_name(std::int32_t value) {
 }
 std::string notification_switch_name(std::int32_t value) {
   return name_of(kSwitch, 0, value);
+}
+std::string vrf_status_name(std::int32_t value) {
+  return name_of(kVrfStatuses, 1, value);
+}
+std::string route_target_type_name(std::int32_t value) {
+  return name_of(kRouteTargetTypes, 1, value);
+}
+std::string address_type_name(std::int32_t value) {
+  return name_of(kAddressTypes, 0, value);
+}
+std::string route_type_name(std::int32_t value) {
+  return name_of(kRouteTypes, 1, value);
+}
+std::string route_protocol_name(std::int32_t value) {
+  return name_of(kRouteProtocols, 1, value);
+}
+std::string afi_name(std::uint32_t value) {
+  return name_of(kAfis, 1, value);
+}
+std::string safi_name(std::uint32_t value) {
+  return value == kFlowSafi ? "flow" : name_of(kSafis, 1, value);
 }
 
 }  // namespace cli

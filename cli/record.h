@@ -9,6 +9,11 @@
 
 namespace cli {
 
+// A text of a record; null is the empty text.
+inline std::string text_or_empty(const char* text) {
+  return text == nullptr ? std::string() : std::string(text);
+}
+
 // T is the struct that the description describes.
 template <typename T>
 class Record {

@@ -1,4 +1,4 @@
-// "show scalars" and "get": one record each.
+// "show scalars": the scalar group.
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
@@ -51,21 +51,6 @@ void show_scalars(const Session& session) {
   } else {
     print_scalars(session.out, *scalars);
   }
-}
-
-void get_record(const Session& session, const std::string& path) {
-  const std::string whole = path.starts_with('/') ? path : kProviderPath + path;
-  const kvtree::Octets record = fetch(session, whole);
-  std::string text;
-  if (const Status status = parcel_to_json(record.data(), record.size(), &text)) {
-    const std::string type = parcel_type_name(record.data(), record.size());
-    throw Failure(kExitFailed,
-                  fmt::format("{}: a record of type \"{}\" that {}/parcel.registry does not describe ({})",
-                              whole, type, session.run_directory, err_text(status)));
-  }
-  const Json json = Json::parse(text);
-  session.out << (session.json ? json_line(json) : json.dump(2, ' ', false, Json::error_handler_t::replace))
-              << '\n';
 }
 
 }  // namespace cli

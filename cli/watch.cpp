@@ -31,10 +31,6 @@ std::string now_text() {
                      stamp / kNanosecondsPerMillisecond % 1000);
 }
 
-std::string text_or_empty(const char* text) {
-  return text == nullptr ? std::string() : std::string(text);
-}
-
 std::string oper_status(std::int32_t value) {
   if (value == 1) return "up";
   return value == 2 ? "down" : std::to_string(value);

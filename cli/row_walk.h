@@ -1,0 +1,85 @@
+// Walks of the daemon's tables in batches, each row handed over once, so that memory does not grow with a
+// table.
+//
+// A batch begins at the last row of the one before, or right behind it; a row that is there again is dropped.
+// Rows that come and go in between neither repeat nor hide others, and the order of the keys stays the
+// daemon's business.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+
+#include "cli/record.h"
+#include "cli/session.h"
+
+namespace cli {
+
+template <typename T>
+struct RowTable {
+  const char* name;  // "interface table", in messages
+  const ParcelDescription& description;
+  std::string (*path_at)(const T& row);  // of the read that begins at this row, or right behind it
+};
+
+// Where rows go to, and what happens after each batch.
+template <typename T>
+struct RowSink {
+  std::function<bool(const T&)> row;  // false: this row and what follows is not wanted
+  std::function<void()> batch_end = [] {};
+};
+
+inline constexpr std::uint32_t kRowBatch = 512;
+
+// At most so many rows; none, and `end`, when there are none. Throws Failure.
+kvtree::WalkResult fetch_rows(const Session& session, kvtree::Client& client, const std::string& path,
+                              std::uint32_t most);
+
+template <typename T>
+class RowWalk {
+ public:
+  // Everything must outlive the walk.
+  RowWalk(const Session& session, kvtree::Client& client, const RowTable<T>& table, RowSink<T> sink)
+      : session_(session), client_(client), table_(table), sink_(std::move(sink)) {}
+
+  // From this path on, until the end of the table, of the interest in it, or of the output.
+  void run(std::string path, std::uint32_t batch = kRowBatch) {
+    path_ = std::move(path);
+    while (!is_over_ && session_.out) {
+      take(fetch_rows(session_, client_, path_, batch));
+      sink_.batch_end();
+    }
+  }
+
+ private:
+  void take(const kvtree::WalkResult& batch) {
+    is_further_ = false;
+    for (const kvtree::Octets& octets : batch.rows) {
+      if (!is_over_) take_row(octets);
+    }
+    if (batch.end) is_over_ = true;
+    if (!is_over_ && !is_further_)
+      throw Failure(kExitFailed, std::string("the ") + table_.name + " does not go on after a row");
+  }
+
+  void take_row(const kvtree::Octets& octets) {
+    const Record<T> row(session_, path_, table_.description, octets);
+    std::string path = table_.path_at(*row);
+    if (has_last_ && path == path_) return;
+    is_over_ = !sink_.row(*row);
+    path_ = std::move(path);
+    has_last_ = true;
+    is_further_ = true;
+  }
+
+  const Session& session_;
+  kvtree::Client& client_;
+  const RowTable<T>& table_;
+  RowSink<T> sink_;
+  std::string path_;         // where the next batch begins
+  bool has_last_ = false;    // path_ is that of a row that was handed over
+  bool is_further_ = false;  // the batch had a row
+  bool is_over_ = false;
+};
+
+}  // namespace cli

@@ -1,0 +1,43 @@
+// See times.h.
+#include "cli/times.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <ctime>
+
+#include "platform/base/clock.h"
+
+namespace cli {
+
+namespace {
+
+constexpr std::uint64_t kMinute = 60;
+constexpr std::uint64_t kHour = 60 * kMinute;
+constexpr std::uint64_t kDay = 24 * kHour;
+
+}  // namespace
+
+std::string local_time_text(std::uint32_t seconds) {
+  if (seconds == 0) return "-";
+  const auto time = static_cast<std::time_t>(seconds);
+  std::tm local{};
+  tzset();
+  localtime_r(&time, &local);
+  std::array<char, 64> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S %Z", &local);
+  return text.data();
+}
+
+std::string age_text(std::uint32_t seconds) {
+  if (seconds == 0) return "-";
+  const std::uint64_t now = clock_stamp() / kNanosecondsPerSecond;
+  return duration_text(now > seconds ? now - seconds : 0);
+}
+
+std::string duration_text(std::uint64_t seconds) {
+  if (seconds >= kDay) return fmt::format("{}d{:02}h", seconds / kDay, seconds % kDay / kHour);
+  return fmt::format("{:02}:{:02}:{:02}", seconds / kHour, seconds % kHour / kMinute, seconds % kMinute);
+}
+
+}  // namespace cli

@@ -1,0 +1,16 @@
+// Times and durations as texts.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace cli {
+
+// Seconds since 1970 as "2026-01-31 08:05:09 CET", in the time zone of who asks; "-" for 0, which is no time.
+std::string local_time_text(std::uint32_t seconds);
+// How long ago that was, as duration_text(); "-" for 0. Times that are still to come were just now.
+std::string age_text(std::uint32_t seconds);
+// "08:05:09" below a day, "31d08h" above.
+std::string duration_text(std::uint64_t seconds);
+
+}  // namespace cli

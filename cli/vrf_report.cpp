@@ -1,0 +1,186 @@
+// See vrf_report.h.
+#include "cli/vrf_report.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <span>
+
+#include "cli/names.h"
+#include "cli/record.h"
+#include "cli/table.h"
+#include "cli/times.h"
+
+namespace cli {
+
+namespace {
+
+constexpr std::size_t kLineWidth = 100;
+constexpr std::size_t kTitleWidth = 22;  // with the indentation
+
+template <typename T>
+std::span<const T> elements(const ParcelArray& array) {
+  return {static_cast<const T*>(array.elements), static_cast<std::size_t>(array.count)};
+}
+
+std::string or_dash(const char* text) {
+  return text == nullptr || *text == '\0' ? "-" : printable(text);
+}
+
+// SAFIs are compared by their bits, as the daemon's filter does: that of flow rules counts as unicast.
+bool is_wanted(const mpls_vpn_afi_safi& table, const VrfRequest& request) {
+  return (request.afi == 0 || table.AFName == request.afi) &&
+         (request.safi == 0 || (table.SAFName & request.safi) != 0);
+}
+
+Json route_targets_json(const mpls_vpn_afi_safi& table) {
+  Json targets = Json::array();
+  for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(table.RouteTarget)) {
+    targets.push_back(
+        {{"type", target.RouteTargetType},
+         {"typeName", route_target_type_name(static_cast<std::int32_t>(target.RouteTargetType))},
+         {"value", text_or_empty(target.RouteTargetValue)}});
+  }
+  return targets;
+}
+
+Json tables_json(const mpls_vpn_vrf& shown, const VrfRequest& request) {
+  Json tables = Json::array();
+  for (const mpls_vpn_afi_safi& table : elements<mpls_vpn_afi_safi>(shown.AF)) {
+    if (!is_wanted(table, request)) continue;
+    tables.push_back({{"afi", table.AFName},
+                      {"afiName", afi_name(table.AFName)},
+                      {"safi", table.SAFName},
+                      {"safiName", safi_name(table.SAFName)},
+                      {"routeTargets", route_targets_json(table)},
+                      {"importRoutePolicy", text_or_empty(table.ImportRoutePolicy)},
+                      {"exportRoutePolicy", text_or_empty(table.ExportRoutePolicy)}});
+  }
+  return tables;
+}
+
+void print_line(std::ostream& out, const std::string& title, const std::string& value) {
+  fmt::print(out, "{:<{}}{}\n", title, kTitleWidth, value);
+}
+
+// Words that do not fit on the line go on below its value.
+void print_words(std::ostream& out, const std::string& title, const std::vector<std::string>& words) {
+  std::string line;
+  std::string line_title = title;
+  for (const std::string& word : words) {
+    if (!line.empty() && kTitleWidth + line.size() + 1 + word.size() > kLineWidth) {
+      print_line(out, line_title, line);
+      line.clear();
+      line_title.clear();
+    }
+    line += (line.empty() ? "" : " ") + word;
+  }
+  print_line(out, line_title, line.empty() ? "-" : line);
+}
+
+std::vector<std::string> target_values(const mpls_vpn_afi_safi& table, std::uint32_t type) {
+  std::vector<std::string> values;
+  for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(table.RouteTarget)) {
+    if (target.RouteTargetType == type) values.push_back(or_dash(target.RouteTargetValue));
+  }
+  return values;
+}
+
+void print_table(std::ostream& out, const mpls_vpn_afi_safi& table) {
+  constexpr std::uint32_t kImport = 1;
+  constexpr std::uint32_t kExport = 2;
+  fmt::print(out, "  {} {}\n", afi_name(table.AFName), safi_name(table.SAFName));
+  print_words(out, "    import targets", target_values(table, kImport));
+  print_words(out, "    export targets", target_values(table, kExport));
+  print_line(out, "    import policy", or_dash(table.ImportRoutePolicy));
+  print_line(out, "    export policy", or_dash(table.ExportRoutePolicy));
+}
+
+std::string time_line(std::uint32_t seconds) {
+  if (seconds == 0) return "-";
+  return fmt::format("{} ({} ago)", local_time_text(seconds), age_text(seconds));
+}
+
+std::string threshold(std::uint32_t routes) {
+  return routes == 0 ? "none" : std::to_string(routes);
+}
+
+void print_row(std::ostream& out, const mpls_vpn_mib_vrf& row) {
+  print_line(out, "  description", or_dash(row.description));
+  print_line(out, "  route distinguisher", or_dash(row.rd));
+  print_line(out, "  state",
+             fmt::format("{}, administratively {}", vrf_status_name(row.operStatus),
+                         vrf_status_name(row.adminStatus)));
+  print_line(out, "  created", time_line(row.creationTime));
+  print_line(out, "  last changed", time_line(row.confLastChanged));
+  print_line(out, "  routes",
+             fmt::format("{} now, {} added, {} deleted, {} dropped", row.currNumRoutes, row.routesAdded,
+                         row.routesDeleted, row.routesDropped));
+  print_line(out, "  route thresholds",
+             fmt::format("mid {}, high {}", threshold(row.midThresh), threshold(row.highThresh)));
+  print_line(out, "  illegal labels", std::to_string(row.illegalLabelViolations));
+}
+
+}  // namespace
+
+Json vrf_row_json(const mpls_vpn_mib_vrf& row) {
+  return {{"name", text_or_empty(row.name)},
+          {"description", text_or_empty(row.description)},
+          {"rd", text_or_empty(row.rd)},
+          {"creationTime", row.creationTime},
+          {"creationTimeText", local_time_text(row.creationTime)},
+          {"operStatus", row.operStatus},
+          {"operStatusName", vrf_status_name(row.operStatus)},
+          {"activeInterfaces", row.activeInterfaces},
+          {"associatedInterfaces", row.associatedInterfaces},
+          {"midThresh", row.midThresh},
+          {"highThresh", row.highThresh},
+          {"confLastChanged", row.confLastChanged},
+          {"confLastChangedText", local_time_text(row.confLastChanged)},
+          {"rowStatus", row.rowStatus},
+          {"rowStatusName", row_status_name(row.rowStatus)},
+          {"adminStatus", row.adminStatus},
+          {"adminStatusName", vrf_status_name(row.adminStatus)},
+          {"storageType", row.storageType},
+          {"storageTypeName", storage_type_name(row.storageType)},
+          {"illegalLabelViolations", row.illegalLabelViolations},
+          {"discontinuityTime", row.discontinuityTime},
+          {"routesAdded", row.routesAdded},
+          {"routesDeleted", row.routesDeleted},
+          {"currNumRoutes", row.currNumRoutes},
+          {"routesDropped", row.routesDropped},
+          {"discTime", row.discTime}};
+}
+
+std::vector<std::string> interface_names(const mpls_vpn_vrf& shown) {
+  std::vector<std::string> names;
+  for (const mpls_vpn_interfaces& interface : elements<mpls_vpn_interfaces>(shown.Interfaces)) {
+    names.push_back(text_or_empty(interface.InterfaceName));
+  }
+  return names;
+}
+
+Json vrf_json(const mpls_vpn_mib_vrf& row, const mpls_vpn_vrf& shown, const VrfRequest& request) {
+  Json json = vrf_row_json(row);
+  json["isBigVrf"] = shown.isBigVrf != 0;
+  json["interfaces"] = interface_names(shown);
+  json["addressFamilies"] = tables_json(shown, request);
+  return json;
+}
+
+void print_vrf(std::ostream& out, const mpls_vpn_mib_vrf& row, const mpls_vpn_vrf& shown,
+               const VrfRequest& request) {
+  fmt::print(out, "VRF {}\n", or_dash(row.name));
+  print_row(out, row);
+  print_line(out, "  big", shown.isBigVrf != 0 ? "yes" : "no");
+  std::vector<std::string> names = interface_names(shown);
+  for (std::string& name : names) name = printable(name);
+  print_line(out, "  interface counts",
+             fmt::format("{}, {} active", row.associatedInterfaces, row.activeInterfaces));
+  print_words(out, "  interfaces", names);
+  for (const mpls_vpn_afi_safi& table : elements<mpls_vpn_afi_safi>(shown.AF)) {
+    if (is_wanted(table, request)) print_table(out, table);
+  }
+}
+
+}  // namespace cli
