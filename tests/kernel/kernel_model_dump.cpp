@@ -1,4 +1,4 @@
-// kernel_model_dump [--reread-ms=N] [--receive-buffer=OCTETS]
+// kernel_model_dump [--reread-ms=N] [--receive-buffer=OCTETS] [--count-routes]
 //
 // Keeps a router model up to date from the live kernel and prints it: one JSON object a line for every line
 // read from standard input, when everything that the kernel had said by then has reached the model; ends with
@@ -6,8 +6,10 @@
 //
 //   {"vrfs": [{"name", "id", "table", "description"}],
 //    "interfaces": [{"name", "index", "vrf", "up", "description", "addresses": ["10.0.0.1/24"]}],
+//    "routes": {"red": [{"prefix", "next_hop", "index", "type", "protocol", "metric", "labels": [100]}]},
+//                                               with --count-routes their number instead of the list
 //    "changes": ["moved d0 from default to red"],    what the model told since the previous line
-//    "losses", "dumps", "refused": counters of the source}
+//    "losses", "dumps", "refused", "route_losses", "tables_read": counters of the source}
 //
 // One thread. RUN_DIRECTORY (MPLS_VPN_MIB_RUN_DIR) must exist: the event manager has its socket there.
 #include <sys/epoll.h>
@@ -64,6 +66,7 @@ struct Program {
   KernelSourceSettings settings;
   EventManager* manager = nullptr;
   KernelSource* source = nullptr;
+  bool count_routes = false;
   unsigned asked = 0;  // lines read and not yet answered
   bool ended = false;
 };
@@ -96,14 +99,60 @@ json interfaces_of(const router::Router& model) {
   return list;
 }
 
+std::string address_text(router::Family family, const router::RouteAddress& octets) {
+  const std::string text = router::format_address({family, 0, octets});
+  return text.substr(0, text.find('/'));
+}
+
+json route_of(router::Family family, const router::Route& row) {
+  const router::RouteAddress none{};
+  const std::string length = "/" + std::to_string(row.key.prefix_length);
+  return {{"prefix", address_text(family, row.key.destination) + length},
+          {"next_hop", row.key.next_hop == none ? "" : address_text(family, row.key.next_hop)},
+          {"index", row.interface_index},
+          {"type", static_cast<int>(row.type)},
+          {"protocol", static_cast<int>(row.protocol)},
+          {"metric", row.metrics[0]},
+          {"labels", row.labels}};
+}
+
+void append_routes(const router::RouteStore& store, router::RouteTableId table, json* list) {
+  router::Route row;
+  for (bool more = store.find_first(table, &row); more; more = store.find_next(table, row.key, &row)) {
+    list->push_back(route_of(table.family, row));
+  }
+}
+
+json routes_of(const Program& program) {
+  const router::RouteStore& store = program.model.routes();
+  json all = json::object();
+  program.model.for_each_vrf([&](const router::Vrf& vrf) {
+    const router::RouteTableId ipv4{router::Family::kIpv4, vrf.ipv4_table};
+    const router::RouteTableId ipv6{router::Family::kIpv6, vrf.ipv6_table};
+    if (vrf.name == router::kDefaultVrf) return;
+    if (program.count_routes) {
+      all[vrf.name] = store.count(ipv4) + store.count(ipv6);
+      return;
+    }
+    json list = json::array();
+    append_routes(store, ipv4, &list);
+    append_routes(store, ipv6, &list);
+    all[vrf.name] = list;
+  });
+  return all;
+}
+
 void print_model(Program* program) {
   const KernelSourceCounters counters = program->source->counters();
   const json all = {{"vrfs", vrfs_of(program->model)},
                     {"interfaces", interfaces_of(program->model)},
+                    {"routes", routes_of(*program)},
                     {"changes", program->changes.take()},
                     {"losses", counters.losses},
                     {"dumps", counters.dumps},
-                    {"refused", counters.refused}};
+                    {"refused", counters.refused + counters.routes.refused},
+                    {"route_losses", counters.routes.losses},
+                    {"tables_read", counters.routes.tables_read}};
   std::puts(all.dump(-1, ' ', false, json::error_handler_t::replace).c_str());
   std::fflush(stdout);
 }
@@ -146,13 +195,16 @@ bool read_number(std::string_view argument, std::string_view option, std::uint64
   return result.ec == std::errc{} && result.ptr == end;
 }
 
-bool read_arguments(int count, char** arguments, KernelSourceSettings* settings) {
+bool read_arguments(int count, char** arguments, Program* program) {
+  KernelSourceSettings* settings = &program->settings;
   for (int each = 1; each < count; ++each) {
     std::uint64_t number = 0;
     if (read_number(arguments[each], "--reread-ms=", &number)) {
       settings->reread = number * kNanosecondsPerMillisecond;
     } else if (read_number(arguments[each], "--receive-buffer=", &number)) {
       settings->receive_buffer = number;
+    } else if (std::string_view(arguments[each]) == "--count-routes") {
+      program->count_routes = true;
     } else {
       return false;
     }
@@ -185,8 +237,9 @@ int run(Program* program) {
 
 int main(int count, char** arguments) {
   Program program;
-  if (!read_arguments(count, arguments, &program.settings)) {
-    std::fprintf(stderr, "usage: %s [--reread-ms=N] [--receive-buffer=OCTETS]\n", arguments[0]);
+  if (!read_arguments(count, arguments, &program)) {
+    std::fprintf(stderr, "usage: %s [--reread-ms=N] [--receive-buffer=OCTETS] [--count-routes]\n",
+                 arguments[0]);
     return 2;
   }
   program.manager = event_manager_create("/dev/mpls/vpn/model-dump", 0);
