@@ -10,7 +10,8 @@
 //
 // An interface that goes down is down for the look-ups before the callback runs, and one that comes up is up
 // after it: whoever asks inside the callback what else is up does not find the interface itself, in either
-// case.
+// case. One that goes down in one family and comes up in the other at once was up and stays up, and is shown
+// as it was until after the callback.
 //
 // The membership service has a queue of its own; before each event, what is older there is let pass, and it
 // waits in its turn (vmap.h).
@@ -72,7 +73,7 @@ void Service::call_back(const Event& event) {
 void Service::deliver_front() {
   const std::uint64_t generation = generation_;
   const Event& event = events_.front();
-  if (!event.is_vrf) show_downs(event.interface, event.to);
+  if (!event.is_vrf && !event.change.has_up()) show_downs(event.interface, event.to);
   call_back(event);
   if (generation != generation_) return;
   close_left_accesses();

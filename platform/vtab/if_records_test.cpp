@@ -224,6 +224,21 @@ TEST_F(Records, InterfaceThatComesUpIsSeenUpAfterItsCallbackAndOneThatGoesDownIs
   EXPECT_THAT(seen_states, ElementsAre("ge0 down down", "ge1 up down", "ge0 down up", "ge1 down down"));
 }
 
+TEST_F(Records, InterfaceThatChangesItsFamilyIsSeenAsItWasInItsCallback) {
+  seen_states.clear();
+  AddInterface("ge0", 7, "red");
+  AddAddress("ge0", "10.1.2.3/24");
+  SetLink("ge0", true);
+  StartClient();
+  ASSERT_EQ(vtab_specify_if_callback(&see_states), kStatusOk);
+  router::Interface interface = Current("ge0");
+  ASSERT_TRUE(router::parse_address("2001:db8::1/64", interface.addresses.data()));
+  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
+  Run();
+  EXPECT_THAT(seen_states, ElementsAre("ge0 up down"));
+  EXPECT_EQ(StatesOf("ge0"), "down up");
+}
+
 TEST_F(Records, AddressWaitsForTheEventsBeforeIt) {
   AddUsableInterface("ge0", 7, "red");
   StartClient();

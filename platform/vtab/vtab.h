@@ -20,9 +20,9 @@
 // An interface is reported when that changes for a family, be it for the link or for an address; when it is
 // added and up, or removed while up; and when it changes its VRF while up, as gone down in the one and come
 // up in the other. While the callback runs, the interface is down for the look-ups in every family that was
-// down before or is down now, and it can be found, even if it was removed: states and addresses follow the
-// events, only name, VRF and index do not wait. Membership events (platform/vmap/vmap.h) and these come in
-// one order.
+// down before or is down now; only when one family goes down and the other comes up at once, it is shown as
+// it was before. It can be found, even if it was removed: states and addresses follow the events, only name,
+// VRF and index do not wait. Membership events (platform/vmap/vmap.h) and these come in one order.
 //
 // Thread: everything on the main thread; callbacks are delivered by the event manager given to vtab_init, in
 // the order of the changes, in bounded batches. One client a process. kStatusInvalid for null arguments.

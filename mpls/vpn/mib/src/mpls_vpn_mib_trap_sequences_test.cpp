@@ -278,6 +278,22 @@ TEST_F(TrapSequence, FirstAddressOfALinkThatIsUpRaisesUpAndTheLastThatGoesRaises
   EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", IndexOf("ge0"))));
 }
 
+TEST_F(TrapSequence, ActiveInterfaceThatChangesItsFamilyAtOnceRaisesNothing) {
+  Add("ge0", "red");
+  Add("ge1", "red");
+  ComeUp("ge0");
+  ComeUp("ge1");
+  GoDown("ge0");
+  Traps();
+  router::Interface changed = InterfaceOf("ge1");
+  ASSERT_TRUE(router::parse_address("2001:db8::1/64", changed.addresses.data()));
+  ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  Run();
+  EXPECT_THAT(Traps(), IsEmpty());
+  GoDown("ge1");
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", IndexOf("ge1"))));
+}
+
 // --- Start, and switches that change
 // ----------------------------------------------------------------------------
 
