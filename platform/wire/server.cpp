@@ -82,6 +82,11 @@ void Connection::finish() {
 void Connection::close(const char* reason) {
   if (!open()) return;
   const std::shared_ptr<Connection> self = shared_from_this();
+  end(reason);
+}
+
+// The caller keeps the connection alive.
+void Connection::end(const char* reason) {
   event_fd_remove(server_->manager_, fd_);
   ::close(fd_);
   fd_ = -1;
@@ -245,7 +250,10 @@ void Server::start() {
 void Server::stop() {
   if (accepting_) event_set_acceptor(manager_, nullptr);
   accepting_ = false;
-  while (!clients_.empty()) clients_.begin()->second->close(nullptr);
+  while (!clients_.empty()) {
+    const std::shared_ptr<Connection> first = clients_.begin()->second;
+    first->end(nullptr);
+  }
 }
 
 void Server::adopt(int fd) {

@@ -145,6 +145,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
  private:
   friend class Server;
+  void end(const char* reason);
   void on_event(std::uint32_t events);
   void proceed();
   bool fill();
@@ -181,8 +182,8 @@ class Server {
  public:
   // False closes the client ("malformed request"). The handler may close any client.
   using MessageHandler = std::function<bool(Connection&, const Message&)>;
-  using CloseHandler =
-      std::function<void(Connection&)>;  // told once for each client that goes, and why is logged
+  // Told once for each client that goes; why is logged. The server's end tells it too, so it must not throw.
+  using CloseHandler = std::function<void(Connection&)>;
 
   // The name appears in log lines ("kvtree: client 3 closed: ...").
   Server(EventManager* manager, std::string name, Limits limits, MessageHandler on_message,

@@ -40,7 +40,7 @@ void judge_all(const char* data, std::size_t length, const std::string& file, Ve
 
 }  // namespace
 
-FolderWatch::FolderWatch(std::string file, std::function<void()> on_change)
+FolderWatch::FolderWatch(const std::string& file, std::function<void()> on_change)
     : on_change_(std::move(on_change)) {
   const std::filesystem::path path = std::filesystem::absolute(file);
   folder_ = path.parent_path().string();

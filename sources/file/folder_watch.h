@@ -14,7 +14,7 @@
 class FolderWatch {
  public:
   // `on_change` runs on the manager's loop, once for all changes that are known together.
-  FolderWatch(std::string file, std::function<void()> on_change);
+  FolderWatch(const std::string& file, std::function<void()> on_change);
   ~FolderWatch();
   FolderWatch(const FolderWatch&) = delete;
   FolderWatch& operator=(const FolderWatch&) = delete;

@@ -181,8 +181,7 @@ void Reconciler::free_names(const Mirror& mirror, const Indexes& indexes) {
       continue;
     }
     const router::Interface* holder = model_->find_interface_by_name(wanted_name(*link));
-    const auto known = holder == nullptr ? interfaces_.end() : interfaces_.find(holder->index);
-    if (known == interfaces_.end() || holder->index == index) {
+    if (holder == nullptr || holder->index == index || !interfaces_.contains(holder->index)) {
       continue;
     }
     router::Interface aside = *holder;
