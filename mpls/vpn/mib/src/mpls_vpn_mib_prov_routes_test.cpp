@@ -11,6 +11,8 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_scalars.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_show.h"
 
 namespace {
 
@@ -53,6 +55,15 @@ TEST(Routes, RoutesHaveTheirGetHandler) {
   const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
   EXPECT_EQ(routes[10].handlers.get, mpls_vpn_mib_prov_get_route);
   EXPECT_EQ(routes[11].handlers.get, mpls_vpn_mib_prov_get_route);
+}
+
+TEST(Routes, VrfsHaveTheirGetHandlers) {
+  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
+  EXPECT_EQ(routes[3].handlers.get, mpls_vpn_mib_prov_get_vrf);
+  EXPECT_EQ(routes[4].handlers.get, mpls_vpn_mib_prov_get_vrf);
+  EXPECT_EQ(routes[5].handlers.get, mpls_vpn_mib_prov_get_vrf_show);
+  EXPECT_EQ(routes[6].handlers.get, nullptr);
+  EXPECT_EQ(routes[7].handlers.get, mpls_vpn_mib_prov_get_vrf_invalid);
 }
 
 TEST(Routes, VrfConfiguration) {

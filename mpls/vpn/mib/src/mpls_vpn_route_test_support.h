@@ -9,6 +9,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_test_support.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_walk.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route_modules.h"
+#include "platform/base/memory.h"
 #include "platform/lfx/lfx.h"
 #include "platform/router/route_access.h"
 #include "platform/router/route_test_support.h"
@@ -22,12 +23,42 @@ class RouteTablesTest : public DaemonTest {
     router::route_access_attach(&router_);
   }
   void TearDown() override {
+    FreeTexts();
     mpls_vpn_mib_route_modules_end();
     router::route_access_attach(nullptr);
     lfx_attach(nullptr);
     kvtree_reset();
     DaemonTest::TearDown();
     unsetenv("MPLS_VPN_MIB_LIB_DIR");
+  }
+
+  // A VRF with the next free id and a table of each kind that the id is followed by when asked for.
+  void AddVrfWithTables(const std::string& name, bool ipv4, bool ipv6, bool ipv4_multicast = false,
+                        bool ipv6_multicast = false) {
+    router::Vrf vrf;
+    vrf.name = name;
+    vrf.id = ++last_id_;
+    vrf.ipv4_table = ipv4 ? 10 * vrf.id + 1 : 0;
+    vrf.ipv6_table = ipv6 ? 10 * vrf.id + 2 : 0;
+    vrf.ipv4_multicast_table = ipv4_multicast ? 10 * vrf.id + 3 : 0;
+    vrf.ipv6_multicast_table = ipv6_multicast ? 10 * vrf.id + 4 : 0;
+    ASSERT_EQ(router_.create_vrf(vrf), kStatusOk) << name;
+  }
+  void AddActiveInterface(const std::string& name, const std::string& vrf) {
+    AddInterface(name, vrf);
+    AddAddress(name, "192.0.2.1/24");
+    LinkUp(name);
+  }
+  static void AddRouteTarget(const char* vrf, std::int32_t type, const char* value, std::uint32_t afi = 1,
+                             std::uint32_t safi = 1) {
+    ASSERT_NE(mpls_vpn_mib_create_rt_wavl_node(vrf, type, value, afi, safi), nullptr);
+  }
+  // Into the VRF database, whatever the membership service would say.
+  static void HoldInDatabase(const char* vrf, VtabVrfRecord* record) {
+    if (!mpls_vpn_mutex_lock("HoldInDatabase", ERR)) FAIL();
+    const VrfNode* node = mpls_vpn_mib_create_vrf_wavl_node(vrf, record);
+    mpls_vpn_mutex_unlock("HoldInDatabase", ERR);
+    ASSERT_NE(node, nullptr) << vrf;
   }
 
   // "10.1.0.0/16" and "192.0.2.1" in the VRF's unicast table of that family; without next hop a local route.
@@ -89,4 +120,23 @@ class RouteTablesTest : public DaemonTest {
     EXPECT_TRUE(rc == kStatusOk || rc == kStatusNoSuchRow) << path << ": " << err_text(rc);
     return rows;
   }
+
+ private:
+  // The record service frees the blocks of a client that ends, and not what its texts point to.
+  static void FreeTexts() {
+    for (VtabVrfRecord* record = vtab_get_first_vrf_record(); record != nullptr;
+         record = vtab_get_next_vrf_record(record)) {
+      mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
+      text_replace(&attributes->rd, nullptr);
+      text_replace(&attributes->description, nullptr);
+      for (unsigned family = 0; family < kMplsVpnFamilies; ++family) {
+        text_replace(&attributes->import_route_policy[family], nullptr);
+        text_replace(&attributes->export_route_policy[family], nullptr);
+        text_replace(&attributes->flowspec_import_route_policy[family], nullptr);
+        text_replace(&attributes->flowspec_export_route_policy[family], nullptr);
+      }
+    }
+  }
+
+  std::uint32_t last_id_ = 500;
 };
