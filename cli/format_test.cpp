@@ -1,12 +1,16 @@
-// Tables, JSON lists and the names of numbers.
+// Tables, JSON lists, the names of numbers, times and addresses.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <sstream>
 
+#include "cli/address.h"
 #include "cli/json_list.h"
 #include "cli/names.h"
 #include "cli/table.h"
+#include "cli/times.h"
+#include "platform/base/clock.h"
 
 namespace cli {
 namespace {
@@ -117,6 +121,67 @@ TEST(Names, NumbersWithoutANameAreShownAsTheyAre) {
   EXPECT_EQ(row_status_name(-2147483647 - 1), "-2147483648");
   EXPECT_EQ(storage_type_name(2147483647), "2147483647");
   EXPECT_EQ(notification_switch_name(2), "2");
+}
+
+TEST(Names, RoutesAndFamiliesHaveTheNamesOfTheMibs) {
+  EXPECT_EQ(vrf_status_name(1), "up");
+  EXPECT_EQ(vrf_status_name(2), "down");
+  EXPECT_EQ(vrf_status_name(3), "testing");
+  EXPECT_EQ(route_target_type_name(1), "import");
+  EXPECT_EQ(route_target_type_name(3), "both");
+  EXPECT_EQ(address_type_name(0), "unknown");
+  EXPECT_EQ(address_type_name(2), "ipv6");
+  EXPECT_EQ(route_type_name(1), "other");
+  EXPECT_EQ(route_type_name(5), "blackhole");
+  EXPECT_EQ(route_protocol_name(3), "static");
+  EXPECT_EQ(route_protocol_name(8), "rip");
+  EXPECT_EQ(route_protocol_name(13), "ospf");
+  EXPECT_EQ(route_protocol_name(14), "bgp");
+  EXPECT_EQ(route_protocol_name(16), "eigrp");
+  EXPECT_EQ(route_protocol_name(19), "dhcp");
+  EXPECT_EQ(route_protocol_name(99), "99");
+  EXPECT_EQ(afi_name(2), "ipv6");
+  EXPECT_EQ(afi_name(4294967295U), "4294967295");
+  EXPECT_EQ(safi_name(2), "multicast");
+  EXPECT_EQ(safi_name(133), "flow");
+  EXPECT_EQ(safi_name(128), "128");
+}
+
+TEST(Times, DurationsAreShortTexts) {
+  EXPECT_EQ(duration_text(0), "00:00:00");
+  EXPECT_EQ(duration_text(86'399), "23:59:59");
+  EXPECT_EQ(duration_text(86'400), "1d00h");
+  EXPECT_EQ(duration_text(4'294'967'295U), "49710d06h");
+}
+
+TEST(Times, LocalTimeIsThatOfTheTimeZone) {
+  setenv("TZ", "EST5", 1);
+  EXPECT_EQ(local_time_text(1'700'000'000), "2023-11-14 17:13:20 EST");
+  setenv("TZ", "UTC0", 1);
+  EXPECT_EQ(local_time_text(1'700'000'000), "2023-11-14 22:13:20 UTC");
+  EXPECT_EQ(local_time_text(0), "-");
+}
+
+TEST(Times, AgeOfAFutureTimeIsZero) {
+  const ManualClock clock(1'700'000'000ULL * kNanosecondsPerSecond);
+  EXPECT_EQ(age_text(1'699'999'940), "00:01:00");
+  EXPECT_EQ(age_text(1'700'000'060), "00:00:00");
+  EXPECT_EQ(age_text(0), "-");
+}
+
+TEST(Addresses, PrefixesAreShortenedToTheirBits) {
+  const Prefix address = parse_prefix("10.255.255.255");
+  EXPECT_TRUE(address.is_address);
+  EXPECT_EQ(address_text(address.shortened(9).octets), "10.128.0.0");
+  EXPECT_EQ(address_text(address.shortened(0).octets), "0.0.0.0");
+  EXPECT_EQ(address_text(address.shortened(32).octets), "10.255.255.255");
+  EXPECT_EQ(address_text(parse_prefix("ffff:ffff::1").shortened(17).octets), "ffff:8000::");
+}
+
+TEST(Addresses, OctetsOfAnotherSizeAreDigits) {
+  const std::vector<std::uint8_t> octets = {0xab, 0x01, 0};
+  EXPECT_EQ(address_text(octets), "ab0100");
+  EXPECT_EQ(address_text({}), "");
 }
 
 }  // namespace
