@@ -17,21 +17,25 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_scalars.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_lists.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_show.h"
 
 namespace {
 
 // clang-format off
 constexpr KvRoute kProvRoutes[] = {
-    //  path                                mode         notify   get                              list     datalist
+    //  path                                mode         notify   get, list, datalist
     {"scalars",                            {0,           nullptr, mpls_vpn_mib_prov_get_scalars,   nullptr, nullptr}},
     {"interface/<s>/<n>",                  {0,           nullptr, mpls_vpn_mib_prov_get_interface, nullptr, nullptr}},
     {"interface-next/<s>/<n>",             {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_interface, nullptr, nullptr}},
     {"vrf/<s>",                            {0,           nullptr, mpls_vpn_mib_prov_get_vrf,       nullptr, nullptr}},
     {"vrf-next/<s>",                       {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_vrf,       nullptr, nullptr}},
-    {"vrf-detail/<s>",                     {0,           nullptr, mpls_vpn_mib_prov_get_vrf_show,  nullptr, nullptr}},
-    {"vrf-detail-filter/<s>/<n>/<n>/<s>",  {kKvModeNext, nullptr, nullptr,                         nullptr, nullptr}},
-    {"vrf-invalid-detail/<s>",             {0,           nullptr, mpls_vpn_mib_prov_get_vrf_invalid, nullptr, nullptr}},
+    {"vrf-detail/<s>",                     {0,           nullptr, mpls_vpn_mib_prov_get_vrf_show,
+                                             mpls_vpn_prov_list_vrf, mpls_vpn_prov_datalist_vrf}},
+    {"vrf-detail-filter/<s>/<n>/<n>/<s>",  {kKvModeNext, nullptr, nullptr,
+                                             mpls_vpn_prov_list_vrf, mpls_vpn_prov_datalist_vrf}},
+    {"vrf-invalid-detail/<s>",             {0,           nullptr, mpls_vpn_mib_prov_get_vrf_invalid,
+                                             mpls_vpn_prov_list_vrf_invalid, mpls_vpn_prov_datalist_vrf_invalid}},
     {"rt/<s>/<n>/<n>",                     {0,           nullptr, mpls_vpn_mib_prov_get_rt,        nullptr, nullptr}},
     {"rt-next/<s>/<n>/<n>",                {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_rt,        nullptr, nullptr}},
     {"route/<s>/<n>/<n>/<n>/<s>/<s>",      {0,           nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},

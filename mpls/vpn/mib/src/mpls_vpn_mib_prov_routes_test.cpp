@@ -12,6 +12,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_scalars.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_lists.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_show.h"
 
 namespace {
@@ -64,6 +65,16 @@ TEST(Routes, VrfsHaveTheirGetHandlers) {
   EXPECT_EQ(routes[5].handlers.get, mpls_vpn_mib_prov_get_vrf_show);
   EXPECT_EQ(routes[6].handlers.get, nullptr);
   EXPECT_EQ(routes[7].handlers.get, mpls_vpn_mib_prov_get_vrf_invalid);
+}
+
+TEST(Routes, VrfsHaveTheirListHandlers) {
+  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
+  for (const std::size_t entry : {5U, 6U}) {
+    EXPECT_EQ(routes[entry].handlers.list, mpls_vpn_prov_list_vrf);
+    EXPECT_EQ(routes[entry].handlers.datalist, mpls_vpn_prov_datalist_vrf);
+  }
+  EXPECT_EQ(routes[7].handlers.list, mpls_vpn_prov_list_vrf_invalid);
+  EXPECT_EQ(routes[7].handlers.datalist, mpls_vpn_prov_datalist_vrf_invalid);
 }
 
 TEST(Routes, VrfConfiguration) {

@@ -1,0 +1,20 @@
+// Lists of VRFs: a list has the names, a datalist the names with their show records.
+//
+// All handlers place at least one item, if there is any, and stop at the caller's maximum. Only a list that
+// cannot be made fails the request; an item that fails is reported and left out. Main thread.
+#pragma once
+
+#include "platform/base/status.h"
+#include "platform/kvtree/kvtree.h"
+
+// Handlers of "vrf-detail" and "vrf-detail-filter", over the VRFs of the record service that exist and are in
+// the VRF database, in its order, without "default". Forms 1 and 3 take AFI and SAFI and, with a name, answer
+// that VRF alone. With a name, form 0 begins a list at the VRF itself and a datalist behind it, which is how
+// a reader fetches a long datalist in pieces; form 2 does so with names that travel encoded.
+Status mpls_vpn_prov_list_vrf(KvListReply* reply, const RequestArgs* args);
+Status mpls_vpn_prov_datalist_vrf(KvListReply* reply, const RequestArgs* args);
+
+// Handlers of "vrf-invalid-detail", over the VRFs that have interfaces and do not exist: all, or those behind
+// the name that is given. Names are never encoded.
+Status mpls_vpn_prov_list_vrf_invalid(KvListReply* reply, const RequestArgs* args);
+Status mpls_vpn_prov_datalist_vrf_invalid(KvListReply* reply, const RequestArgs* args);
