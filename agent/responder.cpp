@@ -39,7 +39,7 @@ ValueType value_type(Syntax syntax) {
       return ValueType::kGauge32;
     case Syntax::kCounter:
       return ValueType::kCounter32;
-    case Syntax::kTimeTicks:
+    case Syntax::kTimeStamp:
       return ValueType::kTimeTicks;
     case Syntax::kOctets:
       break;

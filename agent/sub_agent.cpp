@@ -49,6 +49,7 @@ SubAgent::SubAgent(const SubAgentOptions& options)
 
 void SubAgent::answer(const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer) {
   daemon_.begin_request();
+  mib_.set_up_time_zero(session_.up_time_zero());
   const std::size_t begin = writer->position();
   responder_.answer(request, payload, writer);
   if (!verbose_) return;

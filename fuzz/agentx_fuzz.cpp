@@ -2,7 +2,8 @@
 //
 // The input is what a master writes after the session is open. Every response that comes back must itself be
 // AgentX that the codec reads, a name in it must not come before the one asked for, and the next PDU must be
-// found where the last one ended; anything else aborts. The tables stand on a source of a few rows.
+// found where the last one ended; anything else aborts. The tables stand on a source of a few rows:
+// interfaces and one route, and neither VRFs nor route targets.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -47,8 +48,11 @@ class Rows : public tables::RowSource {
   }
 
   kvtree::WalkResult walk(std::string_view path, std::uint32_t max_rows) override {
+    constexpr std::string_view kRoot = "/oper/mpls_vpn/gl/";
     constexpr std::string_view kBefore = "/oper/mpls_vpn/gl/interface-next/";
-    require(path.starts_with(kBefore) && path.size() < 1024);
+    require(path.starts_with(kRoot) && path.size() < 1024);
+    if (path.substr(kRoot.size()).starts_with("route-next/")) return routes(path);
+    if (!path.starts_with(kBefore)) return {kStatusNoSuchRow, {}, true};
     const std::string key(path.substr(kBefore.size()));
     const std::size_t slash = key.find('/');
     require(slash != std::string::npos);
@@ -65,6 +69,22 @@ class Rows : public tables::RowSource {
   }
 
  private:
+  // 10.0.0.0/8 in RED, to who asks from the beginning.
+  static kvtree::WalkResult routes(std::string_view path) {
+    if (!path.ends_with("//1/0/1/0/0")) return {kStatusNoSuchRow, {}, true};
+    std::uint8_t destination[] = {10, 0, 0, 0};
+    std::uint8_t next_hop[] = {192, 0, 2, 1};
+    std::string red(kVrf);
+    mpls_vpn_mib_route record{};
+    record.destType = 1;
+    record.dest = {sizeof destination, destination};
+    record.mask = 8;
+    record.nextHopType = 1;
+    record.nextHop = {sizeof next_hop, next_hop};
+    record.vrfName = red.data();
+    return {kStatusOk, {encode(kMibRouteParcel, &record)}, true};
+  }
+
   static constexpr std::uint32_t kRows = 200;
   static constexpr std::string_view kVrf = "RED";
 

@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -29,6 +30,9 @@ namespace {
 
 constexpr std::size_t kReadChunk = 64U << 10U;
 constexpr std::size_t kMaxOutput = 4U << 20U;
+constexpr std::int64_t kNanosecondsPerTick = 10'000'000;  // of sysUpTime
+// Two replies differ by their way through queues; more than this is a clock that was set.
+constexpr std::int64_t kUpTimeTolerance = 2 * std::int64_t{kNanosecondsPerSecond};
 
 bool would_block(int error) {
   return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
@@ -229,7 +233,14 @@ void Session::take_response(const Header& header, Bytes payload) {
   }
   awaited_packet_ = 0;
   if (state_ == State::kOpening && response.error == 0) session_ = header.session;
+  if (response.error == 0) note_up_time(response.uptime);
   take_reply(response.error);
+}
+
+void Session::note_up_time(std::uint32_t hundredths) {
+  const std::int64_t zero =
+      static_cast<std::int64_t>(clock_stamp()) - std::int64_t{hundredths} * kNanosecondsPerTick;
+  if (!up_time_zero_ || std::abs(zero - *up_time_zero_) > kUpTimeTolerance) up_time_zero_ = zero;
 }
 
 void Session::take_reply(std::uint16_t error) {
@@ -269,6 +280,7 @@ void Session::lose(const std::string& why) {
   fd_ = -1;
   state_ = State::kClosed;
   session_ = 0;
+  up_time_zero_.reset();
   awaited_packet_ = 0;
   notifies_.clear();
   ++losses_;

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,10 @@ class Session {
   static constexpr std::size_t kMaxNotifies = 16;
   // How often a session was lost: what was not answered before it counted up never will be.
   std::uint32_t losses() const { return losses_; }
+  // When the master's sysUpTime was 0, in nanoseconds since 1970, as its replies tell. It stays the same for
+  // the life of a session, so that time stamps do, unless the wall clock is set or sysUpTime wraps. None
+  // before the first reply of a session.
+  std::optional<std::int64_t> up_time_zero() const { return up_time_zero_; }
 
   bool registered() const { return state_ == State::kRegistered; }
   bool connected() const { return fd_ >= 0; }
@@ -85,6 +90,7 @@ class Session {
   void take_response(const Header& header, Bytes payload);
   void take_reply(std::uint16_t error);
   void take_notified(const Header& header, Bytes payload);
+  void note_up_time(std::uint32_t hundredths);
   bool is_overdue(std::uint64_t now) const;
   void flush();
   void expect_reply();
@@ -104,6 +110,7 @@ class Session {
   std::deque<std::uint32_t> notifies_;  // packets not answered yet, in the order sent
   std::uint64_t notified_until_ = 0;    // when the oldest of them is overdue
   std::uint32_t losses_ = 0;
+  std::optional<std::int64_t> up_time_zero_;
   std::uint64_t retry_at_ = 0;
   std::uint64_t heard_at_ = 0;
   std::vector<std::uint8_t> input_;  // of which the first received_ octets came from the master

@@ -5,9 +5,9 @@
 //   - as long as the instance's numbers are allowed, they are kept;
 //   - a number below what is allowed, or the instance's end, is followed by the smallest index that begins
 //   so;
-//   - above what is allowed, or past a whole index, the last number that can grow grows by one, and the
-//   smallest
-//     index with that beginning follows.
+//   - a number between two that are allowed is taken for the greater of them;
+//   - above what is allowed, or past a whole index, the last number that can grow grows to the next one that
+//     is allowed, and the smallest index with that beginning follows.
 #include "agent/tables/index.h"
 
 #include <array>
@@ -17,12 +17,18 @@
 namespace tables {
 namespace {
 
-constexpr std::uint32_t kLowestOctet = 1;
+constexpr std::uint32_t kLowestNameOctet = 1;
 constexpr std::uint32_t kHighestOctet = 255;
 
+// The numbers that a position can hold: from lowest to highest in steps of `step`.
 struct Range {
   std::uint32_t lowest;
   std::uint32_t highest;
+  std::uint32_t step = 1;
+
+  bool has(std::uint32_t number) const {
+    return number >= lowest && number <= highest && (number - lowest) % step == 0;
+  }
 };
 
 // Where in the shape the next sub-identifier falls.
@@ -33,25 +39,53 @@ class Position {
   bool complete() const { return part_ == shape_.size(); }
 
   Range allowed() const {
-    if (octets_left_ > 0) return {kLowestOctet, kHighestOctet};
+    if (octets_left_ > 0) return {lowest_octet_, kHighestOctet};
     const IndexPart& part = shape_[part_];
-    return part.kind == PartKind::kName ? Range{0, kMaxNameLength} : Range{part.lowest, part.highest};
+    switch (part.kind) {
+      case PartKind::kName:
+        return {0, kMaxNameLength};
+      case PartKind::kAddressType:
+        return {kAddressIpv4, kAddressIpv6};
+      case PartKind::kNextHopType:
+        return {kAddressUnknown, family_, family_};
+      case PartKind::kAddress:
+        return {address_size(address_type_), address_size(address_type_)};
+      case PartKind::kPrefixLength:
+        return {0, 8 * address_size(family_)};
+      case PartKind::kNumber:
+        break;
+    }
+    return {part.lowest, part.highest};
   }
 
-  // REQUIRES: number is within allowed().
+  // REQUIRES: allowed().has(number).
   void step(std::uint32_t number) {
     if (octets_left_ > 0) {
       --octets_left_;
-    } else if (shape_[part_].kind == PartKind::kName) {
-      octets_left_ = number;
+    } else {
+      begin_part(shape_[part_].kind, number);
     }
     if (octets_left_ == 0) ++part_;
   }
 
  private:
+  void begin_part(PartKind kind, std::uint32_t number) {
+    if (kind == PartKind::kName || kind == PartKind::kAddress) {
+      octets_left_ = number;
+      lowest_octet_ = kind == PartKind::kName ? kLowestNameOctet : 0;
+    } else if (kind == PartKind::kAddressType) {
+      family_ = address_type_ = number;
+    } else if (kind == PartKind::kNextHopType) {
+      address_type_ = number;
+    }
+  }
+
   IndexShape shape_;
   std::size_t part_ = 0;
   std::uint32_t octets_left_ = 0;
+  std::uint32_t lowest_octet_ = 0;
+  std::uint32_t family_ = kAddressIpv4;
+  std::uint32_t address_type_ = kAddressUnknown;  // of the address that comes next
 };
 
 bool fill_smallest(Position position, oid::Oid* index) {
@@ -63,19 +97,29 @@ bool fill_smallest(Position position, oid::Oid* index) {
   return true;
 }
 
+// The smallest index whose number at this position is above `number`, which falls between two that are
+// allowed.
+bool fill_from(Position position, std::uint32_t number, oid::Oid* index) {
+  const Range allowed = position.allowed();
+  const std::uint32_t above = number - (number - allowed.lowest) % allowed.step + allowed.step;
+  if (!index->append(above)) return false;
+  position.step(above);
+  return fill_smallest(position, index);
+}
+
 // The smallest index that is greater than every index beginning with the numbers in *index.
 bool grow_last(IndexShape shape, oid::Oid* index) {
-  std::array<std::uint32_t, oid::kMaxSubIdentifiers> highest;
+  std::array<Range, oid::kMaxSubIdentifiers> allowed;
   Position position(shape);
   for (std::size_t i = 0; i < index->size(); ++i) {
-    highest[i] = position.allowed().highest;
+    allowed[i] = position.allowed();
     position.step((*index)[i]);
   }
-  while (!index->empty() && (*index)[index->size() - 1] >= highest[index->size() - 1]) {
+  while (!index->empty() && (*index)[index->size() - 1] >= allowed[index->size() - 1].highest) {
     index->truncate(index->size() - 1);
   }
   if (index->empty()) return false;
-  ++(*index)[index->size() - 1];
+  (*index)[index->size() - 1] += allowed[index->size() - 1].step;
   Position grown(shape);
   for (const std::uint32_t number : index->view()) grown.step(number);
   return fill_smallest(grown, index);
@@ -91,6 +135,7 @@ bool first_index(IndexShape shape, oid::View instance, bool after, oid::Oid* ind
     const Range allowed = position.allowed();
     if (number > allowed.highest) return grow_last(shape, index);
     if (number < allowed.lowest) return fill_smallest(position, index);
+    if (!allowed.has(number)) return fill_from(position, number, index);
     if (!index->append(number)) return false;
     position.step(number);
   }
@@ -101,9 +146,7 @@ bool first_index(IndexShape shape, oid::View instance, bool after, oid::Oid* ind
 bool is_index(IndexShape shape, oid::View instance) {
   Position position(shape);
   for (const std::uint32_t number : instance) {
-    if (position.complete()) return false;
-    const Range allowed = position.allowed();
-    if (number < allowed.lowest || number > allowed.highest) return false;
+    if (position.complete() || !position.allowed().has(number)) return false;
     position.step(number);
   }
   return position.complete();
@@ -115,7 +158,7 @@ std::string index_path(IndexShape shape, oid::View index) {
   for (const IndexPart& part : shape) {
     path += '/';
     const std::uint32_t first = index[at++];
-    if (part.kind == PartKind::kNumber) {
+    if (part.kind != PartKind::kName) {
       path += std::to_string(first);
       continue;
     }

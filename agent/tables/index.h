@@ -6,6 +6,7 @@
 // by octets (RFC 2578 section 7.7, RFC 4382 section 6).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -17,9 +18,22 @@ namespace tables {
 
 inline constexpr std::uint32_t kMaxNameLength = 31;  // MplsL3VpnName: SIZE (0..31)
 
+// InetAddressType (RFC 4001) of what an address part can hold.
+inline constexpr std::uint32_t kAddressUnknown = 0;
+inline constexpr std::uint32_t kAddressIpv4 = 1;
+inline constexpr std::uint32_t kAddressIpv6 = 2;
+// Octets of an address of this type; 0 for a type that has none.
+inline constexpr std::uint32_t address_size(std::uint32_t type) {
+  return type == kAddressIpv4 ? 4 : type == kAddressIpv6 ? 16 : 0;
+}
+
 enum class PartKind : std::uint8_t {
-  kName,    // a length of 0 to 31, then as many octets; the daemon's names hold no zero octet
-  kNumber,  // one sub-identifier from lowest to highest
+  kName,          // a length of 0 to 31, then as many octets; the daemon's names hold no zero octet
+  kNumber,        // one sub-identifier from lowest to highest
+  kAddressType,   // ipv4 or ipv6: the address family of all the parts behind it
+  kNextHopType,   // unknown, or the family
+  kAddress,       // an address of the type before it: its length, then its octets
+  kPrefixLength,  // up to the family's number of bits
 };
 
 struct IndexPart {
@@ -38,8 +52,8 @@ using IndexShape = std::span<const IndexPart>;
 // True when the instance is exactly one index of this shape.
 [[nodiscard]] bool is_index(IndexShape shape, oid::View instance);
 
-// The path components of an index, each with a '/' in front: "/RED/7" for 3.82.69.68.7.
-// REQUIRES: is_index(shape, index).
+// The path components of an index of names and numbers, each with a '/' in front: "/RED/7" for 3.82.69.68.7.
+// REQUIRES: is_index(shape, index), and no part of another kind.
 std::string index_path(IndexShape shape, oid::View index);
 
 }  // namespace tables

@@ -1,4 +1,5 @@
-// See l3vpn_tables.h. Served: the seven scalars and mplsL3VpnIfConfTable.
+// See l3vpn_tables.h. Here: the seven scalars and mplsL3VpnIfConfTable; the other tables have files of their
+// own.
 //
 // Each record is decoded with the daemon's own description and its values are put into the row's slots, in
 // the order of the slot enumerations below; columns name the slot they show. Where the MIB has an object for
@@ -6,9 +7,10 @@
 #include "agent/tables/l3vpn_tables.h"
 
 #include <array>
+#include <vector>
 
+#include "agent/tables/decoded_record.h"
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
-#include "platform/parcel/parcel.h"
 
 namespace tables {
 namespace {
@@ -17,33 +19,6 @@ constexpr std::uint32_t kTruthTrue = 1;
 constexpr std::uint32_t kTruthFalse = 2;
 // mplsL3VpnVrfConfMaxPossRts: "If this value is not able to be determined, it should be set to 0".
 constexpr std::uint32_t kMaximumNotKnown = 0;
-
-// A decoded record, whose texts are released with it.
-template <typename Record>
-class Decoded {
- public:
-  Decoded(const ParcelDescription& description, const kvtree::Octets& octets) : description_(&description) {
-    good_ = parcel_decode(description_, octets.data(), octets.size(), &record_) == kStatusOk;
-  }
-  ~Decoded() {
-    if (!good_) return;
-    [[maybe_unused]] const Status released = parcel_free_indirections(description_, &record_);
-  }
-  Decoded(const Decoded&) = delete;
-  Decoded& operator=(const Decoded&) = delete;
-
-  bool good() const { return good_; }
-  const Record* operator->() const { return &record_; }
-
- private:
-  const ParcelDescription* description_;
-  bool good_ = false;
-  Record record_{};
-};
-
-std::string_view text_or_empty(const char* text) {
-  return text == nullptr ? std::string_view() : text;
-}
 
 // --- Scalars (RFC 4382, mplsL3VpnScalars)
 // -----------------------------------------------------------------------
@@ -131,7 +106,14 @@ oid::View l3vpn_subtree() {
 }
 
 std::span<const Table> l3vpn_tables() {
-  return kTables;
+  static const std::vector<Table> all = [] {
+    std::vector<Table> tables(kTables.begin(), kTables.end());
+    for (const std::span<const Table> more : {vrf_tables(), route_target_tables(), route_tables()}) {
+      tables.insert(tables.end(), more.begin(), more.end());
+    }
+    return tables;
+  }();
+  return all;
 }
 
 }  // namespace tables

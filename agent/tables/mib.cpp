@@ -7,7 +7,21 @@
 
 #include <algorithm>
 
+#include <compare>
+#include "platform/base/clock.h"
+
 namespace tables {
+namespace {
+
+// In hundredths of a second. Second 0 stands for "never".
+std::uint32_t time_stamp(std::uint32_t seconds, const std::optional<std::int64_t>& up_time_zero) {
+  if (seconds == 0 || !up_time_zero) return 0;
+  const std::int64_t ns = std::int64_t{seconds} * std::int64_t{kNanosecondsPerSecond} - *up_time_zero;
+  constexpr auto kNanosecondsPerTick = std::int64_t{kNanosecondsPerSecond / 100};
+  return ns < 0 ? 0 : static_cast<std::uint32_t>(ns / kNanosecondsPerTick);
+}
+
+}  // namespace
 
 Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age_ns) {
   for (const Table& table : tables) {
@@ -19,7 +33,7 @@ Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age
     }
   }
   std::sort(objects_.begin(), objects_.end(), [](const Object& left, const Object& right) {
-    return oid::compare(left.name.view(), right.name.view()) < 0;
+    return std::is_lt(oid::compare(left.name.view(), right.name.view()));
   });
 }
 
@@ -38,7 +52,7 @@ void Mib::discard() {
 // Position of the object that the name is in, or of the first object after the name.
 std::size_t Mib::first_object_from(oid::View name) const {
   const auto after = std::partition_point(objects_.begin(), objects_.end(), [&](const Object& object) {
-    return oid::compare(object.name.view(), name) <= 0;
+    return std::is_lteq(oid::compare(object.name.view(), name));
   });
   const auto position = static_cast<std::size_t>(after - objects_.begin());
   const bool inside = position > 0 && oid::starts_with(name, objects_[position - 1].name.view());
@@ -62,8 +76,8 @@ Answer Mib::get(oid::View name, Variable* variable) {
     case Lookup::kRow:
       break;
   }
-  if (oid::compare(row.index(), instance) != 0) return Answer::kNoSuchInstance;
-  *variable = {object.name.view(), row.index(), object.syntax, row.cell(object.slot)};
+  if (std::is_neq(oid::compare(row.index(), instance))) return Answer::kNoSuchInstance;
+  *variable = {object.name.view(), row.index(), object.syntax, cell_of(object, row)};
   return Answer::kValue;
 }
 
@@ -81,12 +95,18 @@ Answer Mib::next(oid::View start, bool include, oid::View end, Variable* variabl
   return Answer::kEnd;
 }
 
+Cell Mib::cell_of(const Object& object, const RowRef& row) const {
+  Cell cell = row.cell(object.slot);
+  if (object.syntax == Syntax::kTimeStamp) cell.number = time_stamp(cell.number, up_time_zero_);
+  return cell;
+}
+
 // kNoSuchInstance: this object has no such instance, go on with the next object.
 Answer Mib::next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable) {
   oid::Oid index;
   if (!first_index(object.rows->set().index, instance, after, &index)) return Answer::kNoSuchInstance;
   const auto beyond = [&](oid::View found) {
-    return !end.empty() && oid::compare(object.name.view(), found, end) >= 0;
+    return !end.empty() && std::is_gteq(oid::compare(object.name.view(), found, end));
   };
   if (beyond(index.view())) return Answer::kEnd;
   RowRef row;
@@ -99,7 +119,7 @@ Answer Mib::next_in(const Object& object, oid::View instance, bool after, oid::V
       break;
   }
   if (beyond(row.index())) return Answer::kEnd;
-  *variable = {object.name.view(), row.index(), object.syntax, row.cell(object.slot)};
+  *variable = {object.name.view(), row.index(), object.syntax, cell_of(object, row)};
   return Answer::kValue;
 }
 

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -18,7 +19,9 @@
 
 namespace tables {
 
-enum class Syntax : std::uint8_t { kInteger, kUnsigned, kGauge, kCounter, kTimeTicks, kOctets };
+// A time stamp (RFC 2579) is kept in rows as seconds since 1970 and shown as TimeTicks: what sysUpTime was at
+// that moment.
+enum class Syntax : std::uint8_t { kInteger, kUnsigned, kGauge, kCounter, kTimeStamp, kOctets };
 
 struct Column {
   std::uint32_t number;
@@ -57,6 +60,9 @@ class Mib {
   // The first variable after `start` (at or after it, with `include`) and before `end` (empty: no end).
   Answer next(oid::View start, bool include, oid::View end, Variable* variable);
   void discard();
+  // When the sysUpTime that time stamps are shown in was 0: nanoseconds since 1970. What happened before, and
+  // what happens while it is not known, has the time stamp 0.
+  void set_up_time_zero(std::optional<std::int64_t> zero_ns) { up_time_zero_ = zero_ns; }
 
  private:
   struct Object {
@@ -68,10 +74,12 @@ class Mib {
 
   RowCache* cache_of(const RowSet& set, RowSource& source, std::uint64_t row_age_ns);
   std::size_t first_object_from(oid::View name) const;
+  Cell cell_of(const Object& object, const RowRef& row) const;
   Answer next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable);
 
   std::vector<std::unique_ptr<RowCache>> caches_;  // one a row set, whatever the number of tables on it
-  std::vector<Object> objects_;                    // sorted by name; no name begins with another
+  std::optional<std::int64_t> up_time_zero_;
+  std::vector<Object> objects_;  // sorted by name; no name begins with another
 };
 
 }  // namespace tables

@@ -73,15 +73,14 @@ bool RowCache::read(oid::View index, std::uint32_t rows_wanted, Window* window) 
     result.end = true;
     result.rows.push_back(std::move(record.record));
   } else {
-    result = source_->walk(set_->path + index_path(set_->index, index), rows_wanted);
+    result = source_->walk(set_->path + set_->key(set_->index, index), rows_wanted);
     if (result.status == kStatusNoSuchRow && result.rows.empty()) {
       result.status = kStatusOk;
       result.end = true;
     }
   }
   if (result.status != kStatusOk) return false;
-  const bool progress = result.end || !result.rows.empty();
-  if (progress && window->fill(index, result.rows, result.end)) {
+  if (window->fill(index, result.rows, result.end) && window->covers(index)) {
     complained_ = false;
     return true;
   }

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -41,6 +42,9 @@ struct RowSet {
   std::size_t slots;  // values in each row
   // Adds one row to the window: index parts in order, then values for the slots in order.
   Taken (*take)(const kvtree::Octets& record, Window* window);
+  // The path components behind `path` that ask for the rows at or after an index.
+  std::string (*key)(IndexShape shape, oid::View index) = index_path;
+  std::size_t early_rows = 0;  // so many rows before the index may come first
 };
 
 class Window {
@@ -49,7 +53,7 @@ class Window {
 
   // --- Filling ---
   // Takes the records apart. False, and the window is empty and covers nothing, when one of them is bad, out
-  // of order or before `from`. `end`: no row follows.
+  // of order or before `from` (after the set's early rows). `end`: no row follows.
   [[nodiscard]] bool fill(oid::View from, const std::vector<kvtree::Octets>& records, bool end);
   void discard();
   // For RowSet::take. add_name: false for a name that no index can hold.
@@ -80,7 +84,8 @@ class Window {
     std::uint32_t octets_size;
   };
 
-  bool add_row(const kvtree::Octets& record);
+  void discard_rows();
+  bool is_early(oid::View index) const;
   bool in_order(oid::View index) const;
 
   const RowSet* set_;

@@ -1,6 +1,7 @@
 // See tables_test_support.h.
 #include "agent/tables/tables_test_support.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,7 +16,8 @@
 namespace agent_test {
 namespace {
 
-constexpr std::string_view kInterfaces = "/oper/mpls_vpn/gl/interface-next/";
+constexpr std::string_view kRoot = "/oper/mpls_vpn/gl/";
+constexpr std::int32_t kLocal = 3;  // a route without next hop
 constexpr std::string_view kScalars = "/oper/mpls_vpn/gl/scalars";
 
 kvtree::Octets encode(const ParcelDescription& description, const void* record) {
@@ -27,20 +29,46 @@ kvtree::Octets encode(const ParcelDescription& description, const void* record) 
   return octets;
 }
 
-InterfaceKey key_of(std::string_view path) {
-  EXPECT_TRUE(path.starts_with(kInterfaces)) << path;
-  const std::string key(path.substr(kInterfaces.size()));
-  const std::size_t slash = key.find('/');
-  EXPECT_NE(slash, std::string::npos) << path;
-  InterfaceKey result;
-  char* name = nullptr;
-  EXPECT_EQ(kvtree_string_decode(key.substr(0, slash).c_str(), &name), kStatusOk) << path;
-  result.vrf = name == nullptr ? "" : name;
-  std::free(name);
-  const char* const end = key.data() + key.size();
-  const auto parsed = std::from_chars(key.data() + slash + 1, end, result.index);
-  EXPECT_TRUE(parsed.ec == std::errc() && parsed.ptr == end) << path;
-  return result;
+std::string decode_component(const std::string& component) {
+  char* text = nullptr;
+  EXPECT_EQ(kvtree_string_decode(component.c_str(), &text), kStatusOk) << component;
+  std::string decoded = text == nullptr ? "" : text;
+  std::free(text);
+  return decoded;
+}
+
+std::uint32_t number(const std::string& text) {
+  std::uint32_t value = 0;
+  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), value);
+  EXPECT_TRUE(parsed.ec == std::errc() && parsed.ptr == text.data() + text.size()) << text;
+  return value;
+}
+
+std::vector<std::string> split(std::string_view path) {
+  std::vector<std::string> components(1);
+  for (const char octet : path) {
+    if (octet == '/') {
+      components.emplace_back();
+    } else {
+      components.back() += octet;
+    }
+  }
+  return components;
+}
+
+std::vector<std::uint8_t> from_hexadecimal(const std::string& text) {
+  std::vector<std::uint8_t> octets;
+  for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
+    octets.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+  }
+  return octets;
+}
+
+std::vector<std::uint8_t> address(const std::string& text) {
+  const bool is_ipv6 = text.find(':') != std::string::npos;
+  std::vector<std::uint8_t> octets(is_ipv6 ? 16 : 4);
+  EXPECT_EQ(inet_pton(is_ipv6 ? AF_INET6 : AF_INET, text.c_str(), octets.data()), 1) << text;
+  return octets;
 }
 
 }  // namespace
@@ -81,14 +109,146 @@ kvtree::WalkResult FakeDaemon::walk(std::string_view path, std::uint32_t max_row
   paths.emplace_back(path);
   if (fails()) return {status, {}, false};
   if (canned_) return canned_walk_;
+  EXPECT_TRUE(path.starts_with(kRoot)) << path;
+  std::vector<std::string> key = split(path.substr(kRoot.size()));
+  const std::string kind = key[0];
+  key.erase(key.begin());
+  key.at(0) = decode_component(key.at(0));
   kvtree::WalkResult result;
-  auto next = interfaces_.lower_bound(key_of(path));
-  for (; next != interfaces_.end() && result.rows.size() < max_rows; ++next) {
-    result.rows.push_back(InterfaceRecord(next->first.vrf, next->first.index, next->second));
-  }
+  result.end = true;
+  if (kind == "interface-next") WalkInterfaces(key, max_rows, &result);
+  if (kind == "vrf-next") WalkVrfs(key, max_rows, &result);
+  if (kind == "rt-next") WalkRouteTargets(key, max_rows, &result);
+  if (kind == "route-next") WalkRoutes(key, max_rows, &result);
   result.status = result.rows.empty() ? kStatusNoSuchRow : kStatusOk;
-  result.end = next == interfaces_.end();
   return result;
+}
+
+void FakeDaemon::WalkInterfaces(const std::vector<std::string>& key, std::uint32_t max_rows,
+                                kvtree::WalkResult* result) const {
+  for (auto next = interfaces_.lower_bound({key.at(0), number(key.at(1))}); next != interfaces_.end();
+       ++next) {
+    result->end = result->rows.size() < max_rows;
+    if (!result->end) return;
+    result->rows.push_back(InterfaceRecord(next->first.vrf, next->first.index, next->second));
+  }
+}
+
+void FakeDaemon::WalkVrfs(const std::vector<std::string>& key, std::uint32_t max_rows,
+                          kvtree::WalkResult* result) const {
+  for (auto next = vrfs_.lower_bound(key.at(0)); next != vrfs_.end(); ++next) {
+    result->end = result->rows.size() < max_rows;
+    if (!result->end) return;
+    result->rows.push_back(VrfRecord(next->first, next->second));
+  }
+}
+
+void FakeDaemon::WalkRouteTargets(const std::vector<std::string>& key, std::uint32_t max_rows,
+                                  kvtree::WalkResult* result) const {
+  const auto asked = std::make_pair(number(key.at(1)), static_cast<std::int32_t>(number(key.at(2))));
+  for (auto vrf = route_targets_.lower_bound(key.at(0)); vrf != route_targets_.end(); ++vrf) {
+    std::uint32_t count = 0;
+    for (const FakeRouteTarget& target : vrf->second) {
+      ++count;
+      if (vrf->first == key.at(0) && std::make_pair(count, target.type) < asked) continue;
+      result->end = result->rows.size() < max_rows;
+      if (!result->end) return;
+      std::string name = vrf->first;
+      std::string text = target.text;
+      std::string description = target.description;
+      const mpls_vpn_mib_rt record = {count, target.type, text.data(), description.data(), 1, 5, name.data()};
+      result->rows.push_back(encode(kMibRtParcel, &record));
+    }
+  }
+}
+
+void FakeDaemon::WalkRoutes(const std::vector<std::string>& key, std::uint32_t max_rows,
+                            kvtree::WalkResult* result) const {
+  RouteKey after{key.at(0).size(), key.at(0), 0, {}, 0, {}};
+  const bool start = std::vector<std::string>(key.begin() + 1, key.end()) ==
+                     std::vector<std::string>{"1", "0", "1", "0", "0"};
+  if (!start) {
+    EXPECT_EQ(key.at(1), key.at(3)) << "the family's next-hop type";
+    after.type = number(key.at(1));
+    after.prefix_length = number(key.at(2));
+    after.destination = from_hexadecimal(key.at(4));
+    after.next_hop = from_hexadecimal(key.at(5));
+    EXPECT_EQ(after.destination.size(), after.type == 1 ? 4U : 16U);
+    EXPECT_EQ(after.next_hop.size(), after.destination.size());
+    EXPECT_LE(after.prefix_length, 8 * after.destination.size());
+  }
+  for (auto next = routes_.upper_bound(after); next != routes_.end(); ++next) {
+    result->end = result->rows.size() < max_rows;
+    if (!result->end) return;
+    result->rows.push_back(RouteRecord(next->first, next->second.type, next->second.cross_connect));
+  }
+}
+
+void FakeDaemon::RemoveVrf(const std::string& name) {
+  vrfs_.erase(name);
+  std::erase_if(routes_, [&](const auto& route) { return route.first.vrf == name; });
+}
+
+void FakeDaemon::AddRouteTarget(const std::string& vrf, std::int32_t type, const std::string& text,
+                                const std::string& description) {
+  route_targets_[vrf].push_back({type, text, description});
+}
+
+void FakeDaemon::AddRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop,
+                          std::int32_t type, std::vector<std::uint8_t> cross_connect) {
+  routes_[route_key(vrf, prefix, next_hop)] = {type, std::move(cross_connect)};
+}
+
+void FakeDaemon::RemoveRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop) {
+  routes_.erase(route_key(vrf, prefix, next_hop));
+}
+
+kvtree::Octets FakeDaemon::VrfRecord(const std::string& name, const FakeVrf& vrf) {
+  std::string name_copy = name;
+  std::string description = vrf.description;
+  std::string rd = vrf.rd;
+  mpls_vpn_mib_vrf record = vrf.numbers;
+  record.name = name_copy.data();
+  record.description = description.empty() ? nullptr : description.data();
+  record.rd = rd.empty() ? nullptr : rd.data();
+  return encode(kMibVrfParcel, &record);
+}
+
+kvtree::Octets FakeDaemon::RouteRecord(const RouteKey& key, std::int32_t type,
+                                       std::vector<std::uint8_t> cross_connect) {
+  RouteKey copy = key;
+  mpls_vpn_mib_route record{};
+  record.destType = static_cast<std::int32_t>(key.type);
+  record.dest = {copy.destination.size(), copy.destination.data()};
+  record.mask = key.prefix_length;
+  record.nextHopType = type == kLocal ? 0 : record.destType;
+  if (type != kLocal) record.nextHop = {copy.next_hop.size(), copy.next_hop.data()};
+  record.ifIndex = 7;
+  record.type = type;
+  record.proto = 14;
+  record.age = 60;
+  record.nextHopAS = 65010;
+  record.metric1 = 10;
+  record.metric2 = 20;
+  record.metric3 = 30;
+  record.metric4 = 40;
+  record.metric5 = -1;
+  record.xcPointer = {cross_connect.size(), cross_connect.data()};
+  record.rowStatus = 1;
+  record.vrfName = copy.vrf.data();
+  return encode(kMibRouteParcel, &record);
+}
+
+RouteKey route_key(const std::string& vrf, const std::string& prefix, const std::string& next_hop) {
+  const std::size_t slash = prefix.find('/');
+  RouteKey key;
+  key.name_length = vrf.size();
+  key.vrf = vrf;
+  key.destination = address(prefix.substr(0, slash));
+  key.type = key.destination.size() == 4 ? 1 : 2;
+  key.prefix_length = number(prefix.substr(slash + 1));
+  key.next_hop = next_hop.empty() ? std::vector<std::uint8_t>(key.destination.size()) : address(next_hop);
+  return key;
 }
 
 oid::Oid parse_oid(const std::string& text) {
@@ -115,6 +275,15 @@ oid::Oid if_conf(std::uint32_t column, const std::string& vrf, std::uint32_t ind
   EXPECT_TRUE(result.append(static_cast<std::uint32_t>(vrf.size())));
   for (const char octet : vrf) EXPECT_TRUE(result.append(static_cast<std::uint8_t>(octet)));
   EXPECT_TRUE(result.append(index));
+  return result;
+}
+
+oid::Oid cell(const std::string& entry, std::uint32_t column, const std::string& vrf,
+              const std::string& rest) {
+  oid::Oid result = parse_oid("1.3.6.1.2.1.10.166.11.1." + entry);
+  EXPECT_TRUE(result.append(column) && result.append(static_cast<std::uint32_t>(vrf.size())));
+  for (const char octet : vrf) EXPECT_TRUE(result.append(static_cast<std::uint8_t>(octet)));
+  EXPECT_TRUE(result.append(parse_oid(rest).view()));
   return result;
 }
 

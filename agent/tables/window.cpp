@@ -4,6 +4,7 @@
 // The order is checked while filling: a look-up is a binary search, and the promise that OIDs strictly
 // increase rests on it.
 #include <algorithm>
+#include <compare>
 
 #include "agent/tables/row_set.h"
 
@@ -13,6 +14,7 @@ bool Window::fill(oid::View from, const std::vector<kvtree::Octets>& records, bo
   discard();
   from_ = oid::Oid(from);
   end_ = end;
+  std::size_t early = 0;
   for (const kvtree::Octets& record : records) {
     const std::size_t index_at = indexes_.size();
     const std::size_t value_at = values_.size();
@@ -24,6 +26,10 @@ bool Window::fill(oid::View from, const std::vector<kvtree::Octets>& records, bo
       break;
     }
     const oid::View index = oid::View(indexes_).subspan(index_at);
+    if (taken == Taken::kRow && is_early(index) && early++ < set_->early_rows) {
+      discard_rows();
+      continue;
+    }
     if (taken == Taken::kBad || values_.size() - value_at != set_->slots || !in_order(index)) {
       discard();
       return false;
@@ -37,16 +43,24 @@ bool Window::fill(oid::View from, const std::vector<kvtree::Octets>& records, bo
 void Window::discard() {
   filled_ = false;
   end_ = false;
+  discard_rows();
+}
+
+void Window::discard_rows() {
   rows_.clear();
   indexes_.clear();
   values_.clear();
   octets_.clear();
 }
 
+bool Window::is_early(oid::View index) const {
+  return rows_.empty() && is_index(set_->index, index) && std::is_lt(oid::compare(index, from_.view()));
+}
+
 bool Window::in_order(oid::View index) const {
   if (!is_index(set_->index, index)) return false;
-  if (rows_.empty()) return oid::compare(index, from_.view()) >= 0;
-  return oid::compare(index, index_of(rows_.size() - 1)) > 0;
+  if (rows_.empty()) return std::is_gteq(oid::compare(index, from_.view()));
+  return std::is_gt(oid::compare(index, index_of(rows_.size() - 1)));
 }
 
 bool Window::add_name(std::string_view name) {
@@ -63,8 +77,8 @@ void Window::add_octets(std::span<const std::uint8_t> octets) {
 }
 
 bool Window::covers(oid::View index) const {
-  if (!filled_ || oid::compare(index, from_.view()) < 0) return false;
-  return end_ || (!rows_.empty() && oid::compare(index, index_of(rows_.size() - 1)) <= 0);
+  if (!filled_ || std::is_lt(oid::compare(index, from_.view()))) return false;
+  return end_ || (!rows_.empty() && std::is_lteq(oid::compare(index, index_of(rows_.size() - 1))));
 }
 
 bool Window::overlaps(const Window& other) const {
@@ -73,7 +87,7 @@ bool Window::overlaps(const Window& other) const {
 
 std::size_t Window::first_at_or_after(oid::View index) const {
   const auto found = std::partition_point(rows_.begin(), rows_.end(), [&](const Row& row) {
-    return oid::compare(oid::View(indexes_).subspan(row.index_at, row.index_size), index) < 0;
+    return std::is_lt(oid::compare(oid::View(indexes_).subspan(row.index_at, row.index_size), index));
   });
   return static_cast<std::size_t>(found - rows_.begin());
 }

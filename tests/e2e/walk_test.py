@@ -42,12 +42,15 @@ class Walk(unittest.TestCase):
         scalars = [(oid_tuple(SCALARS) + (column, 0), value) for column, value in SCALAR_VALUES.items()]
         return scalars + expected_if_conf(MEMBERS)
 
+    def walk(self, **options):
+        return self.system.walk(SCALARS, **options) + self.system.walk(IF_CONF, **options)
+
     def test_walk_shows_exactly_the_router(self):
-        self.assertEqual(self.system.walk(), self.expected())
+        self.assertEqual(self.walk(), self.expected())
 
     def test_bulk_walk_of_every_size_shows_the_same(self):
         for repetitions in (1, 2, 3, 7, 50):
-            rows = self.system.walk(tool="bulkwalk", options=(f"-Cr{repetitions}",))
+            rows = self.walk(tool="bulkwalk", options=(f"-Cr{repetitions}",))
             self.assertEqual(rows, self.expected(), repetitions)
 
     def test_get_of_every_instance_returns_the_walked_value(self):
@@ -94,7 +97,7 @@ class Walk(unittest.TestCase):
         result = system.snmp("set", f"{SCALARS}.4.0", "i", "1", options=("-c", "private"))
         self.assertNotEqual(result.returncode, 0)
         self.assertIn("notWritable", result.stderr + result.stdout)
-        self.assertEqual(system.walk(), self.expected())
+        self.assertEqual(self.walk(), self.expected())
 
     def test_command_line_shows_the_same_scalars_and_interfaces(self):
         scalars = self.system.cli_json("show", "scalars")

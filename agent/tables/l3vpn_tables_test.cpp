@@ -1,0 +1,176 @@
+// The tables of VRFs and route targets as a manager sees them, over a daemon made of lists.
+#include "agent/tables/l3vpn_tables.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "agent/tables/decoded_record.h"
+#include "agent/tables/mib_test_fixture.h"
+
+namespace {
+
+using agent_test::cell;
+using agent_test::FakeVrf;
+using agent_test::kPerformance;
+using agent_test::kRt;
+using agent_test::kSecurity;
+using agent_test::kVrf;
+using agent_test::L3vpnTablesTest;
+using oid::Oid;
+using tables::Answer;
+
+// --- VRFs, security, performance
+
+TEST_F(L3vpnTablesTest, VrfRowHasItsFourteenColumns) {
+  FakeVrf vrf{"Red Rail", "65000:100", {}};
+  vrf.numbers.operStatus = 1;
+  vrf.numbers.activeInterfaces = 2;
+  vrf.numbers.associatedInterfaces = 3;
+  vrf.numbers.midThresh = 400;
+  vrf.numbers.highThresh = 500;
+  vrf.numbers.rowStatus = 1;
+  vrf.numbers.adminStatus = 2;
+  vrf.numbers.storageType = 5;
+  daemon_.AddVrf("red", vrf);
+  EXPECT_EQ(Text(cell(kVrf, 2, "red")), "");
+  EXPECT_EQ(Text(cell(kVrf, 3, "red")), "Red Rail");
+  EXPECT_EQ(Text(cell(kVrf, 4, "red")), "65000:100");
+  EXPECT_EQ(Shown(cell(kVrf, 5, "red")), "0 ticks");
+  EXPECT_EQ(Shown(cell(kVrf, 6, "red")), "1 integer");
+  EXPECT_EQ(Shown(cell(kVrf, 7, "red")), "2 gauge");
+  EXPECT_EQ(Shown(cell(kVrf, 8, "red")), "3 unsigned");
+  EXPECT_EQ(Shown(cell(kVrf, 9, "red")), "400 unsigned");
+  EXPECT_EQ(Shown(cell(kVrf, 10, "red")), "500 unsigned");
+  EXPECT_EQ(Shown(cell(kVrf, 11, "red")), "0 unsigned");
+  EXPECT_EQ(Shown(cell(kVrf, 12, "red")), "0 ticks");
+  EXPECT_EQ(Shown(cell(kVrf, 13, "red")), "1 integer");
+  EXPECT_EQ(Shown(cell(kVrf, 14, "red")), "2 integer");
+  EXPECT_EQ(Shown(cell(kVrf, 15, "red")), "5 integer");
+  EXPECT_EQ(daemon_.reads, 1);
+}
+
+TEST_F(L3vpnTablesTest, SecurityAndPerformanceRowsAreTheVrfsRows) {
+  FakeVrf vrf;
+  vrf.numbers.illegalLabelViolations = 1;
+  vrf.numbers.routesAdded = 2;
+  vrf.numbers.routesDeleted = 3;
+  vrf.numbers.currNumRoutes = 4;
+  vrf.numbers.routesDropped = 5;
+  daemon_.AddVrf("red", vrf);
+  EXPECT_EQ(Text(cell(kVrf, 3, "red")), "");
+  EXPECT_EQ(Shown(cell(kSecurity, 1, "red")), "1 counter");
+  EXPECT_EQ(Shown(cell(kSecurity, 2, "red")), "0 ticks");
+  EXPECT_EQ(Shown(cell(kPerformance, 1, "red")), "2 counter");
+  EXPECT_EQ(Shown(cell(kPerformance, 2, "red")), "3 counter");
+  EXPECT_EQ(Shown(cell(kPerformance, 3, "red")), "4 gauge");
+  EXPECT_EQ(Shown(cell(kPerformance, 4, "red")), "5 counter");
+  EXPECT_EQ(Shown(cell(kPerformance, 5, "red")), "0 ticks");
+  EXPECT_EQ(daemon_.reads, 1) << "one window for three tables";
+}
+
+TEST_F(L3vpnTablesTest, VrfWithNothingSetHasEveryInstance) {
+  daemon_.AddVrf("red");
+  for (std::uint32_t column = 2; column <= 15; ++column) {
+    EXPECT_EQ(Get(cell(kVrf, column, "red")), Answer::kValue) << column;
+  }
+  EXPECT_EQ(Text(cell(kVrf, 2, "red")), "");
+  EXPECT_EQ(Text(cell(kVrf, 3, "red")), "");
+  EXPECT_EQ(Text(cell(kVrf, 4, "red")), "");
+  EXPECT_EQ(Shown(cell(kPerformance, 3, "red")), "0 gauge");
+}
+
+TEST_F(L3vpnTablesTest, TextsAreOneLineOfAtMostTheirSize) {
+  const auto shown = [](const char* text, std::size_t most) {
+    static constexpr std::array kIndex = {tables::IndexPart{}};
+    static constexpr auto take = [](const kvtree::Octets& record, tables::Window* window) {
+      window->add_index(1);
+      tables::add_text(window, record.empty() ? nullptr : reinterpret_cast<const char*>(record.data()),
+                       record.empty() ? 0 : record.back());
+      return tables::Taken::kRow;
+    };
+    static const tables::RowSet set = {"texts", "", false, kIndex, 1, take};
+    kvtree::Octets record(text, text + std::char_traits<char>::length(text) + 1);
+    record.push_back(static_cast<std::uint8_t>(most));
+    tables::Window window(set);
+    EXPECT_TRUE(window.fill(Oid{0}.view(), {record}, true));
+    const auto octets = window.cell(0, 0).octets;
+    return std::string(octets.begin(), octets.end());
+  };
+  EXPECT_EQ(shown("to the core", 255), "to the core");
+  EXPECT_EQ(shown("two\r\nlines\tand a \x7f", 255), "two  lines and a  ");
+  EXPECT_EQ(shown("abcdef", 4), "abcd");
+  EXPECT_EQ(shown("abc\xc3\xa9", 4), "abc") << "not half a character";
+  EXPECT_EQ(shown("abc\xc3\xa9", 5), "abc\xc3\xa9");
+  EXPECT_EQ(shown("\xe2\x82\xac", 2), "");
+}
+
+// --- Time stamps
+
+TEST_F(L3vpnTablesTest, TimeStampIsSysUpTimeAtThatMoment) {
+  FakeVrf vrf;
+  vrf.numbers.creationTime = 1'700'000'100;
+  vrf.numbers.confLastChanged = 1'700'000'200;
+  vrf.numbers.discontinuityTime = 1'700'000'300;
+  vrf.numbers.discTime = 1'700'000'400;
+  daemon_.AddVrf("red", vrf);
+  mib_.set_up_time_zero(1'700'000'000'500'000'000);
+  EXPECT_EQ(Shown(cell(kVrf, 5, "red")), "9950 ticks");
+  EXPECT_EQ(Shown(cell(kVrf, 12, "red")), "19950 ticks");
+  EXPECT_EQ(Shown(cell(kSecurity, 2, "red")), "29950 ticks");
+  EXPECT_EQ(Shown(cell(kPerformance, 5, "red")), "39950 ticks");
+}
+
+TEST_F(L3vpnTablesTest, TimeStampOfWhatHappenedBeforeTheMasterStartedIsZero) {
+  FakeVrf vrf;
+  vrf.numbers.creationTime = 1'700'000'000;
+  vrf.numbers.confLastChanged = 1'700'000'001;
+  daemon_.AddVrf("red", vrf);
+  mib_.set_up_time_zero(1'700'000'000'500'000'000);
+  EXPECT_EQ(Shown(cell(kVrf, 5, "red")), "0 ticks");
+  EXPECT_EQ(Shown(cell(kVrf, 12, "red")), "50 ticks");
+  EXPECT_EQ(Shown(cell(kSecurity, 2, "red")), "0 ticks") << "never";
+}
+
+TEST_F(L3vpnTablesTest, TimeStampFollowsTheMasterWithoutAnotherRead) {
+  FakeVrf vrf;
+  vrf.numbers.creationTime = 1'700'000'100;
+  daemon_.AddVrf("red", vrf);
+  EXPECT_EQ(Shown(cell(kVrf, 5, "red")), "0 ticks") << "sysUpTime is not known yet";
+  mib_.set_up_time_zero(1'700'000'000'000'000'000);
+  EXPECT_EQ(Shown(cell(kVrf, 5, "red")), "10000 ticks");
+  mib_.set_up_time_zero(1'700'000'099'000'000'000);
+  EXPECT_EQ(Shown(cell(kVrf, 5, "red")), "100 ticks");
+  EXPECT_EQ(daemon_.reads, 1);
+}
+
+// --- Route targets
+
+TEST_F(L3vpnTablesTest, RouteTargetRowHasItsFourColumns) {
+  daemon_.AddRouteTarget("red", 1, "65000:1", "IPv4 Unicast");
+  daemon_.AddRouteTarget("red", 2, "4200000000:7", "");
+  EXPECT_EQ(Text(cell(kRt, 4, "red", "1.1")), "65000:1");
+  EXPECT_EQ(Text(cell(kRt, 5, "red", "1.1")), "IPv4 Unicast");
+  EXPECT_EQ(Shown(cell(kRt, 6, "red", "1.1")), "1 integer");
+  EXPECT_EQ(Shown(cell(kRt, 7, "red", "1.1")), "5 integer");
+  EXPECT_EQ(Text(cell(kRt, 4, "red", "2.2")), "4200000000:7");
+  EXPECT_EQ(Text(cell(kRt, 5, "red", "2.2")), "");
+}
+
+TEST_F(L3vpnTablesTest, RouteTargetOfAnotherTypeOrNumberIsNoInstance) {
+  daemon_.AddRouteTarget("red", 1, "65000:1");
+  daemon_.AddRouteTarget("reds", 1, "65000:1");
+  for (const char* rest : {"", "1", "0.1", "1.0", "1.2", "1.3", "1.4", "2.1", "4294967295.1", "1.1.0"}) {
+    EXPECT_EQ(Get(cell(kRt, 4, "red", rest)), Answer::kNoSuchInstance) << rest;
+  }
+  EXPECT_EQ(Get(cell(kRt, 4, "red", "1.1")), Answer::kValue);
+}
+
+TEST_F(L3vpnTablesTest, RouteTargetsAreInTheOrderOfNameThenNumber) {
+  AddEverything();
+  EXPECT_EQ(Column(kRt, 4), (std::vector<std::string>{"3.114.101.100.1.1", "3.114.101.100.2.2",
+                                                      "3.114.101.100.3.2", "4.98.108.117.101.1.1",
+                                                      "4.98.108.117.101.2.2", "4.98.108.117.101.3.2"}));
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+// See route_key.h. Before the first IPv6 key comes the last IPv4 one, since the daemon goes on from a VRF's
+// IPv4 routes with its IPv6 routes; before the first IPv4 key there is none, and the walk's start stands for
+// it.
+#include "agent/tables/route_key.h"
+
+#include <array>
+#include <vector>
+
+#include "platform/kvtree/kvtree.h"
+
+namespace tables {
+namespace {
+
+constexpr std::array<std::uint32_t, 3> kPolicy = {2, 0, 0};  // { 0 0 }: two sub-identifiers
+constexpr char kStart[] = "/1/0/1/0/0";
+constexpr std::uint8_t kHighestOctet = 0xff;
+
+constexpr std::array kParts = {
+    IndexPart{PartKind::kName},
+    IndexPart{PartKind::kAddressType},
+    IndexPart{PartKind::kAddress},
+    IndexPart{PartKind::kPrefixLength},
+    IndexPart{PartKind::kNumber, kPolicy[0], kPolicy[0]},
+    IndexPart{PartKind::kNumber, kPolicy[1], kPolicy[1]},
+    IndexPart{PartKind::kNumber, kPolicy[2], kPolicy[2]},
+    IndexPart{PartKind::kNextHopType},
+    IndexPart{PartKind::kAddress},
+};
+
+using Octets = std::vector<std::uint8_t>;
+
+struct Key {
+  std::uint32_t type = 0;
+  Octets destination;
+  std::uint32_t prefix_length = 0;
+  Octets next_hop;
+};
+
+Octets octets_of(oid::View numbers) {
+  Octets octets;
+  for (const std::uint32_t number : numbers) octets.push_back(static_cast<std::uint8_t>(number));
+  return octets;
+}
+
+// The number that the octets are, less one. False, and all octets are the highest, when it was 0.
+bool decrement(Octets* octets) {
+  for (std::size_t i = octets->size(); i-- > 0;) {
+    if ((*octets)[i] != 0) {
+      --(*octets)[i];
+      return true;
+    }
+    (*octets)[i] = kHighestOctet;
+  }
+  return false;
+}
+
+Key last_ipv4_key() {
+  const std::uint32_t size = address_size(kAddressIpv4);
+  return {kAddressIpv4, Octets(size, kHighestOctet), 8 * size, Octets(size, kHighestOctet)};
+}
+
+// The greatest key below this one. False for the smallest of all.
+bool to_preceding(Key* key) {
+  if (decrement(&key->next_hop)) return true;
+  if (key->prefix_length > 0) {
+    --key->prefix_length;
+    return true;
+  }
+  key->prefix_length = 8 * address_size(key->type);
+  if (decrement(&key->destination)) return true;
+  if (key->type == kAddressIpv4) return false;
+  *key = last_ipv4_key();
+  return true;
+}
+
+std::string hexadecimal(const Octets& octets) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t octet : octets) {
+    text += kDigits[octet >> 4U];
+    text += kDigits[octet & 0xfU];
+  }
+  return text;
+}
+
+// REQUIRES: `parts` is what stands behind the name in an index.
+Key key_of(oid::View parts) {
+  Key key;
+  key.type = parts[0];
+  const std::uint32_t size = address_size(key.type);
+  key.destination = octets_of(parts.subspan(2, size));
+  key.prefix_length = parts[2 + size];
+  const oid::View next_hop = parts.subspan(2 + size + 1 + kPolicy.size() + 2);
+  key.next_hop = next_hop.empty() ? Octets(size, 0) : octets_of(next_hop);
+  return key;
+}
+
+}  // namespace
+
+constinit const IndexShape kRouteIndex = kParts;
+
+bool add_route_index(const RouteIndex& index, Window* window) {
+  if (index.destination.size() != address_size(index.destination_type) ||
+      index.next_hop.size() != address_size(index.next_hop_type)) {
+    return false;
+  }
+  window->add_index(index.destination_type);
+  window->add_index(address_size(index.destination_type));
+  for (const std::uint8_t octet : index.destination) window->add_index(octet);
+  window->add_index(index.prefix_length);
+  for (const std::uint32_t number : kPolicy) window->add_index(number);
+  window->add_index(index.next_hop_type);
+  window->add_index(address_size(index.next_hop_type));
+  for (const std::uint8_t octet : index.next_hop) window->add_index(octet);
+  return true;
+}
+
+std::string route_path(IndexShape, oid::View index) {
+  const std::uint32_t name_length = index[0];
+  std::string path = "/";
+  std::string name;
+  for (const std::uint32_t octet : index.subspan(1, name_length)) name += static_cast<char>(octet);
+  path += kvtree_encode_text(name);
+  Key key = key_of(index.subspan(1 + name_length));
+  if (!to_preceding(&key)) return path + kStart;
+  const std::string type = std::to_string(key.type);
+  return path + "/" + type + "/" + std::to_string(key.prefix_length) + "/" + type + "/" +
+         hexadecimal(key.destination) + "/" + hexadecimal(key.next_hop);
+}
+
+}  // namespace tables

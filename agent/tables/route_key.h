@@ -1,0 +1,39 @@
+// The index of a route and the key by which the daemon is asked for it.
+//
+// mplsL3VpnVrfRteEntry's index (RFC 4382): the VRF's name, then as in inetCidrRouteTable (RFC 4292) the
+// destination's type, the destination, the prefix length, the policy, the next hop's type and the next hop.
+// There is one policy, { 0 0 }. A route without next hop has a next hop of type unknown and no octets.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "agent/tables/row_set.h"
+
+namespace tables {
+
+extern const IndexShape kRouteIndex;
+
+// The parts of an index behind the VRF's name; addresses in network order, `next_hop` empty for none. False
+// when they are no route's.
+struct RouteIndex {
+  std::uint32_t destination_type = 0;
+  std::span<const std::uint8_t> destination;
+  std::uint32_t prefix_length = 0;
+  std::uint32_t next_hop_type = 0;
+  std::span<const std::uint8_t> next_hop;
+};
+[[nodiscard]] bool add_route_index(const RouteIndex& index, Window* window);
+
+// The path components from which the daemon's walk begins with the first route at or after the index, or with
+// one before it.
+//
+// The daemon walks from the row behind a key of destination, prefix length and next hop, so it is asked with
+// the greatest key that is smaller. To it, "no next hop" and the next hop 0.0.0.0 are one key, and to the MIB
+// two indexes, of which the one without comes first: asked for 0.0.0.0, the walk may begin with the row
+// without next hop, one row early.
+std::string route_path(IndexShape shape, oid::View index);
+inline constexpr std::size_t kRouteEarlyRows = 1;
+
+}  // namespace tables

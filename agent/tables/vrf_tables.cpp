@@ -1,0 +1,114 @@
+// mplsL3VpnVrfTable, mplsL3VpnVrfSecTable and mplsL3VpnVrfPerfTable (RFC 4382): the last two augment the
+// first, so all three are columns over the same rows, read once.
+//
+// What the daemon keeps nothing about: the VPN id is empty, and no maximum of routes is configured (0).
+#include <array>
+
+#include "agent/tables/decoded_record.h"
+#include "agent/tables/l3vpn_tables.h"
+#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+
+namespace tables {
+namespace {
+
+constexpr std::uint32_t kNoMaximum = 0;
+
+enum Slot : std::size_t {
+  kVpnId,
+  kDescription,
+  kRd,
+  kCreationTime,
+  kOperStatus,
+  kActiveInterfaces,
+  kAssociatedInterfaces,
+  kMidThreshold,
+  kHighThreshold,
+  kMaxRoutes,
+  kLastChanged,
+  kRowStatus,
+  kAdminStatus,
+  kStorageType,
+  kIllegalLabels,
+  kIllegalLabelsDiscontinuity,
+  kRoutesAdded,
+  kRoutesDeleted,
+  kCurrentRoutes,
+  kRoutesDropped,
+  kRoutesDiscontinuity,
+  kSlots,
+};
+
+Taken take_vrf(const kvtree::Octets& octets, Window* window) {
+  const Decoded<mpls_vpn_mib_vrf> record(kMibVrfParcel, octets);
+  if (!record.good()) return Taken::kBad;
+  if (!window->add_name(text_or_empty(record->name))) return Taken::kNoIndex;
+  window->add_octets({});  // VPN id
+  add_text(window, record->description, kDescriptionMax);
+  add_text(window, record->rd, kDistinguisherMax);
+  window->add_number(record->creationTime);
+  add_signed(window, record->operStatus);
+  window->add_number(record->activeInterfaces);
+  window->add_number(record->associatedInterfaces);
+  window->add_number(record->midThresh);
+  window->add_number(record->highThresh);
+  window->add_number(kNoMaximum);
+  window->add_number(record->confLastChanged);
+  add_signed(window, record->rowStatus);
+  add_signed(window, record->adminStatus);
+  add_signed(window, record->storageType);
+  window->add_number(record->illegalLabelViolations);
+  window->add_number(record->discontinuityTime);
+  window->add_number(record->routesAdded);
+  window->add_number(record->routesDeleted);
+  window->add_number(record->currNumRoutes);
+  window->add_number(record->routesDropped);
+  window->add_number(record->discTime);
+  return Taken::kRow;
+}
+
+constexpr std::array kIndex = {IndexPart{PartKind::kName}};
+
+const RowSet kVrfs = {"mplsL3VpnVrfTable", "/oper/mpls_vpn/gl/vrf-next", false, kIndex, kSlots, take_vrf};
+
+// Column 1, the name, is not accessible.
+constexpr std::array kVrfColumns = {
+    Column{2, Syntax::kOctets, kVpnId},
+    Column{3, Syntax::kOctets, kDescription},
+    Column{4, Syntax::kOctets, kRd},
+    Column{5, Syntax::kTimeStamp, kCreationTime},
+    Column{6, Syntax::kInteger, kOperStatus},
+    Column{7, Syntax::kGauge, kActiveInterfaces},
+    Column{8, Syntax::kUnsigned, kAssociatedInterfaces},
+    Column{9, Syntax::kUnsigned, kMidThreshold},
+    Column{10, Syntax::kUnsigned, kHighThreshold},
+    Column{11, Syntax::kUnsigned, kMaxRoutes},
+    Column{12, Syntax::kTimeStamp, kLastChanged},
+    Column{13, Syntax::kInteger, kRowStatus},
+    Column{14, Syntax::kInteger, kAdminStatus},
+    Column{15, Syntax::kInteger, kStorageType},
+};
+constexpr std::array kSecurityColumns = {
+    Column{1, Syntax::kCounter, kIllegalLabels},
+    Column{2, Syntax::kTimeStamp, kIllegalLabelsDiscontinuity},
+};
+constexpr std::array kPerformanceColumns = {
+    Column{1, Syntax::kCounter, kRoutesAdded},           Column{2, Syntax::kCounter, kRoutesDeleted},
+    Column{3, Syntax::kGauge, kCurrentRoutes},           Column{4, Syntax::kCounter, kRoutesDropped},
+    Column{5, Syntax::kTimeStamp, kRoutesDiscontinuity},
+};
+
+constexpr std::array<std::uint32_t, 13> kVrfEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 2, 1};
+constexpr std::array<std::uint32_t, 13> kSecurityEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 6, 1};
+constexpr std::array<std::uint32_t, 13> kPerformanceEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 3, 1, 1};
+
+const std::array kTables = {Table{kVrfEntry, &kVrfs, kVrfColumns},
+                            Table{kSecurityEntry, &kVrfs, kSecurityColumns},
+                            Table{kPerformanceEntry, &kVrfs, kPerformanceColumns}};
+
+}  // namespace
+
+std::span<const Table> vrf_tables() {
+  return kTables;
+}
+
+}  // namespace tables
