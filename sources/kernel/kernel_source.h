@@ -22,8 +22,9 @@
 
 struct KernelSourceSettings {
   std::size_t receive_buffer = 4U << 20;  // octets; beyond net.core.rmem_max where the process may
-  unsigned batch =
-      64;  // datagrams of events, or eighths of that of a dump (16ths of routes), in one turn of the loop
+  // Datagrams of events in one turn of the loop; of a dump, which has far larger ones, an eighth of that, and
+  // of a dump of routes a sixteenth.
+  unsigned batch = 64;
   std::size_t log = 100'000;              // events kept during a reading; more count as a loss
   std::uint64_t settle = 20'000'000;      // nanoseconds from a first event to the model's change
   std::uint64_t reread = 30'000'000'000;  // nanoseconds between readings of everything

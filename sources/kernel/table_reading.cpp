@@ -3,6 +3,8 @@
 // Several routes of one prefix, or several paths, may be one row of the MIB (the same next hop over another
 // interface or with another priority). The store keeps the one with the lowest priority; the kernel sends the
 // routes of a prefix in that order, so the row does not change to and fro from one reading to the next.
+// Routes with an IPv4 type of service come first whatever their priority: beside a better one without, the
+// row's age starts again with every reading.
 #include "sources/kernel/table_reading.h"
 
 #include <utility>
