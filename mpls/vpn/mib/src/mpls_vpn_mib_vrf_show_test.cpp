@@ -264,6 +264,16 @@ TEST_F(VrfShow, GivenFamilyShowsItsTableOnly) {
   EXPECT_THAT(FilledTables("red", 7), IsEmpty());
 }
 
+TEST_F(VrfShow, NoMoreTablesAreTakenThanThereAreSlots) {
+  AddVrfWithTables("red", true, true);
+  Connect();
+  Run();
+  mpls_vpn_vrf show{};
+  add_tables(&show.AF, vtab_get_vrf_record_by_vrf_name("red"), 0, 0, 1);
+  EXPECT_THAT(TablesOf(show), ElementsAre("1/1 - -"));
+  EXPECT_EQ(parcel_free_indirections(&kShowVrfParcel, &show), kStatusOk);
+}
+
 TEST_F(VrfShow, MulticastSelectorTakesNoTableOfAGivenFamily) {
   AddVrfWithTables("red", true, true, true);
   Connect();
