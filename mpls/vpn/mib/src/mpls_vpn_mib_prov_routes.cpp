@@ -16,7 +16,9 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_scalars.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_threshold_events.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_config.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_lists.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_show.h"
 
@@ -40,8 +42,8 @@ constexpr KvRoute kProvRoutes[] = {
     {"rt-next/<s>/<n>/<n>",                {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_rt,        nullptr, nullptr}},
     {"route/<s>/<n>/<n>/<n>/<s>/<s>",      {0,           nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},
     {"route-next/<s>/<n>/<n>/<n>/<s>/<s>", {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},
-    {"<s>/mid-thresh-exc",                 {0,           nullptr, nullptr,                         nullptr, nullptr}},
-    {"<s>/max-thresh-exc",                 {0,           nullptr, nullptr,                         nullptr, nullptr}},
+    {"<s>/mid-thresh-exc",                 {0, mpls_vpn_mib_mid_thresh_exceeded_notify,  nullptr, nullptr, nullptr}},
+    {"<s>/max-thresh-exc",                 {0, mpls_vpn_mib_high_thresh_exceeded_notify, nullptr, nullptr, nullptr}},
 };
 
 #define VRF_TABLE "vrf/<s>/ord_z/afi_safi/<n>/<n>/"
@@ -50,7 +52,7 @@ constexpr KvRoute kVrfRoutes[] = {
     {"vrf/<s>/ord_a/vmap/ord_k/vmap/descr",                        {3, nullptr, nullptr, nullptr, nullptr}},
     {VRF_TABLE "default/ord_b/bgp/ord_c/import-rt/" ROUTE_TARGET,  {1, nullptr, nullptr, nullptr, nullptr}},
     {VRF_TABLE "default/ord_b/bgp/ord_e/export-rt/" ROUTE_TARGET,  {1, nullptr, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "<s>/ord_e/rib/table-prefix-limit",                 {5, nullptr, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "<s>/ord_e/rib/table-prefix-limit",                 {5, mpls_vpn_mib_thresh_notify, nullptr, nullptr, nullptr}},
     {VRF_TABLE "default/ord_b/bgp/ord_b/import-policy",            {3, nullptr, nullptr, nullptr, nullptr}},
     {VRF_TABLE "default/ord_b/bgp/ord_d/export-policy",            {3, nullptr, nullptr, nullptr, nullptr}},
 };
@@ -80,8 +82,8 @@ constexpr KvRoute kStaticRoutes[] = {
 };
 
 constexpr KvRoute kThresholdRoutes[] = {
-    {"<s>/mid-thresh-exc", {0, nullptr, nullptr, nullptr, nullptr}},
-    {"<s>/max-thresh-exc", {0, nullptr, nullptr, nullptr, nullptr}},
+    {"<s>/mid-thresh-exc", {0, mpls_vpn_mib_mid_thresh_exceeded_notify,  nullptr, nullptr, nullptr}},
+    {"<s>/max-thresh-exc", {0, mpls_vpn_mib_high_thresh_exceeded_notify, nullptr, nullptr, nullptr}},
 };
 // clang-format on
 

@@ -143,14 +143,18 @@ class DaemonTest : public testing::Test {
     EndDatabases();
     meanwhile();
     StartDatabases();
-    backend_scan_in_progress = 1;
-    EXPECT_EQ(mpls_vpn_mib_vmap_register_for_notification(manager_), kStatusOk);
-    backend_scan_in_progress = 0;
+    Reconnect();
     if (mpls_vpn_mib_chkpt_first_run() == 0) {
       EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusOk);
       mpls_vpn_mib_chkpt_save_missing();
     }
     Run();
+  }
+  // What RestartDaemon() connects to, with the initial scan's flag up.
+  virtual void Reconnect() {
+    backend_scan_in_progress = 1;
+    EXPECT_EQ(mpls_vpn_mib_vmap_register_for_notification(manager_), kStatusOk);
+    backend_scan_in_progress = 0;
   }
   void Run() {
     while (event_run_pending(manager_)) {
