@@ -1,6 +1,7 @@
 // Walks of VRFs, route targets and routes through the data store: every row once, in the MIB's order,
 // whatever the size of the pieces and wherever a walk begins.
 #include <algorithm>
+#include <cstddef>
 
 #include "mpls/vpn/mib/src/mpls_vpn_route_test_support.h"
 
@@ -108,7 +109,7 @@ class RouteTargetWalks : public Walks {
   }
   const std::vector<std::string> all = {"b/1/1 2:1",  "b/2/1 2:2",  "b/3/2 2:1",
                                         "aa/1/1 1:1", "aa/2/2 1:3", "ccc/1/2 3:1"};
-  std::vector<std::string> From(std::size_t first) const { return {all.begin() + first, all.end()}; }
+  std::vector<std::string> From(std::ptrdiff_t first) const { return {all.begin() + first, all.end()}; }
 };
 
 TEST_F(RouteTargetWalks, EveryOneIsShownOnceUnderItsNumber) {
