@@ -68,7 +68,7 @@ Prefix parse_prefix(const std::string& text) {
   const auto length = parse_length(text.substr(slash + 1));
   if (!length || *length > prefix.bits())
     throw bad_prefix(text, fmt::format("its length is not within 0 to {}", prefix.bits()));
-  const Prefix whole = prefix.shortened(*length);
+  Prefix whole = prefix.shortened(*length);
   if (whole.octets != prefix.octets)
     throw bad_prefix(text, "it has bits behind its length; " + prefix_text(whole) + " is one");
   return whole;

@@ -36,7 +36,7 @@ std::string interface_name(const InterfaceNames& names, std::int32_t index) {
 }
 
 std::string interface_text(const InterfaceNames& names, std::int32_t index) {
-  const std::string name = interface_name(names, index);
+  std::string name = interface_name(names, index);
   if (!name.empty()) return name;
   return index == 0 ? std::string("-") : fmt::format("#{}", index);
 }
