@@ -84,6 +84,10 @@ void bgp_util_asn_format_set(BgpAsnFormat format) {
   });
 }
 
+BgpAsnFormat bgp_util_asn_format_get() {
+  return library().format;
+}
+
 Status bgp_util_asn_format_init_notify(EventManager* manager) {
   if (Status status = fault_check("bgp_util_asn_format_init_notify")) return status;
   if (manager == nullptr) return kStatusInvalid;

@@ -1,5 +1,5 @@
-// BGP VPN library: route distinguishers of VRFs and their change callback, and the AS number display format
-// (RFC 4364 section 4.2, RFC 5396). Main thread.
+// BGP VPN library: route distinguishers of VRFs and their change callback, route targets from path keys, and
+// the AS number display format (RFC 4364 sections 4.2 and 4.3.1, RFC 5396). Main thread.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +9,7 @@
 
 #include "platform/base/status.h"
 #include "platform/evm/evm.h"
+#include "platform/kvtree/kvtree.h"
 #include "platform/router/router.h"
 
 // The router model that holds the route distinguishers; null takes it away. Called once by the process.
@@ -20,6 +21,8 @@ enum class BgpAsnFormat : std::uint32_t { kAsplain = 0, kAsdot = 1, kAsdotPlus =
 // The format that is wanted. It takes effect at once while nobody asked for notifications, else on the
 // manager's loop, where the RD callback is told the new text of every RD that shows differently.
 void bgp_util_asn_format_set(BgpAsnFormat format);
+// The format in force.
+BgpAsnFormat bgp_util_asn_format_get();
 // Keeps the AS number format up to date on this manager. kStatusInvalid for null. Fault point
 // "bgp_util_asn_format_init_notify".
 [[nodiscard]] Status bgp_util_asn_format_init_notify(EventManager* manager);
@@ -39,3 +42,20 @@ using BgpVpnRdCallback = void (*)(std::uint32_t set, const char* vrf_name, const
 // Ends the callback, what it was still to be told, and the format's notifications. For tests that start the
 // daemon again.
 void bgp_vpn_rd_unregister_cb();
+
+// The route target of a configuration path, as terminated text of less than `size` octets in the format in
+// force ("65000:100", "10.0.0.1:5", "4200000000:30"; two targets that differ in type alone read the same),
+// with its AFI and SAFI. Arguments of the path:
+//
+//   1, 2  AFI and SAFI
+//   3     type: 0 two-octet AS, 1 IPv4 address, 2 four-octet AS (RFC 4364 section 4.2)
+//   4, 5  upper and lower 16 bits of the AS number; the upper ones are 0 for type 0
+//   6     number assigned by the AS: of 32 bits for type 0, of 16 bits for type 2
+//   7, 8  the address, and the number of 16 bits assigned by its owner
+//   9     not looked at
+//
+// Only what the type needs has to be there. kStatusArgumentMissing when it is not; kStatusInvalid for another
+// type, a number that does not fit, or a text that does not. Nothing is changed then. Fault point
+// "bgp_vpn_extract_rt".
+[[nodiscard]] Status bgp_vpn_extract_rt(const RequestArgs* args, std::uint32_t size, char* text,
+                                        std::uint32_t* afi, std::uint32_t* safi);

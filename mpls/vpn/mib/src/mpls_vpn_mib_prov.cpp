@@ -20,8 +20,10 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_walk.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_traps.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vmap.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_config.h"
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
+#include "platform/bgp_vpn/bgp_vpn.h"
 #include "platform/ifindex/ifindex.h"
 #include "platform/proc/proc.h"
 
@@ -201,6 +203,12 @@ Status connect_membership(EventManager* evm) {
   return rc;
 }
 
+// The one registration that start-up can do without: changed route distinguishers are not seen then.
+void register_rd_callback(EventManager* evm) {
+  const Status rc = bgp_vpn_rd_register_cb(evm, mpls_vpn_mib_rd_notify);
+  if (rc != kStatusOk) mpls_vpn_error("mpls_vpn_mib_prov_init", "Failed to register RD callback fn", rc);
+}
+
 using Registration = Status (*)(EventManager*);
 
 Status register_all(EventManager* evm) {
@@ -245,6 +253,7 @@ Status mpls_vpn_mib_prov_init(EventManager* evm) {
   backend_scan_in_progress = 1;
   rc = register_all(evm);
   if (rc != kStatusOk) return rc;
+  register_rd_callback(evm);
   backend_scan_in_progress = 0;
   rc = register_descriptions();
   if (rc != kStatusOk) return rc;
@@ -254,6 +263,7 @@ Status mpls_vpn_mib_prov_init(EventManager* evm) {
 }
 
 void mpls_vpn_mib_prov_end() {
+  bgp_vpn_rd_unregister_cb();
   for (Subscribed& one : subscribed) {
     if (one.connection != nullptr) give_up_connection(&one.connection, "mpls_vpn_mib_prov_end");
     one.registration = nullptr;

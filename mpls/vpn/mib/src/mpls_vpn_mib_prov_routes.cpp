@@ -49,12 +49,12 @@ constexpr KvRoute kProvRoutes[] = {
 #define VRF_TABLE "vrf/<s>/ord_z/afi_safi/<n>/<n>/"
 #define ROUTE_TARGET "<n>/<n>/<n>/<n>/<ip4>/<n>/<n>"
 constexpr KvRoute kVrfRoutes[] = {
-    {"vrf/<s>/ord_a/vmap/ord_k/vmap/descr",                        {3, nullptr, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_c/import-rt/" ROUTE_TARGET,  {1, nullptr, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_e/export-rt/" ROUTE_TARGET,  {1, nullptr, nullptr, nullptr, nullptr}},
+    {"vrf/<s>/ord_a/vmap/ord_k/vmap/descr",                        {3, mpls_vpn_mib_vrf_descr_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_c/import-rt/" ROUTE_TARGET,  {1, mpls_vpn_mib_import_rt_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_e/export-rt/" ROUTE_TARGET,  {1, mpls_vpn_mib_export_rt_notify, nullptr, nullptr, nullptr}},
     {VRF_TABLE "<s>/ord_e/rib/table-prefix-limit",                 {5, mpls_vpn_mib_thresh_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_b/import-policy",            {3, nullptr, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_d/export-policy",            {3, nullptr, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_b/import-policy",            {3, mpls_vpn_mib_import_policy_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_d/export-policy",            {3, mpls_vpn_mib_export_policy_notify, nullptr, nullptr, nullptr}},
 };
 #undef VRF_TABLE
 #undef ROUTE_TARGET

@@ -92,15 +92,16 @@ TEST_F(Provider, RegistersBothDescriptionSets) {
   EXPECT_EQ(parcel_find("rib_prov_maxthresh"), nullptr) << "only read, never written by this process";
 }
 
-TEST_F(Provider, ConfigurationWithoutAHandlerIsDropped) {
+TEST_F(Provider, ConfigurationThatFitsNoPatternIsDropped) {
   ASSERT_EQ(Register(), kStatusOk);
   KvValue value;
   value.type = KvValueType::kText;
   value.text = "customer";
-  EXPECT_EQ(kvtree_set("/cfg/gl/vmap/vrf/red/ord_a/vmap/ord_k/vmap/descr", value), kStatusOk);
+  EXPECT_EQ(kvtree_set("/cfg/gl/vmap/vrf/red/ord_a/vmap/ord_k/vmap/description", value), kStatusOk);
   ClearPrints();
   Run();
   EXPECT_THAT(Prints(), IsEmpty());
+  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), nullptr);
 }
 
 // --- Routing

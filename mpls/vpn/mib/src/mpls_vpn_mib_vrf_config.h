@@ -12,6 +12,27 @@
 
 #include "platform/kvtree/kvtree.h"
 
+// Route targets, of which the path holds everything (bgp_vpn_extract_rt). They come and go with their
+// configuration, whatever becomes of the record. `type` is kRtImport or kRtExport.
+void rt_notify(const KvNotifyInfo* info, const RequestArgs* args, std::int32_t type);
+void mpls_vpn_mib_import_rt_notify(const KvNotifyInfo* info, const RequestArgs* args);
+void mpls_vpn_mib_export_rt_notify(const KvNotifyInfo* info, const RequestArgs* args);
+
+// Route distinguisher: called by the BGP VPN library (BgpVpnRdCallback). The text that is told is the one
+// that is kept, in a deletion too: only a null `rd` clears it.
+void mpls_vpn_mib_rd_notify(std::uint32_t set, const char* vrf_name, const char* rd);
+
+// Route policies: the name as a text. A family has one policy in each direction: the SAFI is printed only,
+// and the SAFI that changed last counts. A set without a value clears. `direction` is 0 for import, 1 for
+// export.
+void mpls_vpn_mib_route_policy_notify(const KvNotifyInfo* info, const RequestArgs* args,
+                                      std::uint32_t direction);
+void mpls_vpn_mib_import_policy_notify(const KvNotifyInfo* info, const RequestArgs* args);
+void mpls_vpn_mib_export_policy_notify(const KvNotifyInfo* info, const RequestArgs* args);
+
+// Description, as a text. A set without a value clears it.
+void mpls_vpn_mib_vrf_descr_notify(const KvNotifyInfo* info, const RequestArgs* args);
+
 // Route thresholds: a tuple of the maximum and the mid threshold. IPv4 and IPv6 unicast share the pair: the
 // family that changed last counts. Other SAFIs and AFIs are passed over in silence.
 void mpls_vpn_mib_thresh_notify(const KvNotifyInfo* info, const RequestArgs* args);
