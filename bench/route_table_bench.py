@@ -1,0 +1,168 @@
+#!/usr/bin/env python3
+"""The route table of one VRF against net-snmp's own inetCidrRouteTable: the same routes, the same snmpd, the same client,
+in one run. The kernel's routes, which snmpd reads, are in a network namespace of the run's own; the daemon's are
+the same prefixes from a router file.
+
+  route_table_bench.py BIN_DIRECTORY BENCH_DIRECTORY [--brief]        (as root, for the namespace)
+
+Shown for each number of routes:
+  first row     seconds until the first row is there, when nobody has asked before
+  rows/s        of one column, GETBULK 50, table warm; the median of turns that alternate
+  octets/route  what the processes that hold the routes have grown by
+  silence       longest time in which snmpd did not answer a GET of sysUpTime while the first row was waited for and the
+                column was walked once"""
+import ipaddress
+import json
+import os
+import pathlib
+import socket
+import statistics
+import subprocess
+import sys
+import threading
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests/e2e"))
+os.environ["MPLS_TEST_BIN"] = str(pathlib.Path(sys.argv[1]).resolve())
+from system import L3VPN, System, name_index, wait_until  # noqa: E402
+
+BENCH = pathlib.Path(sys.argv[2]).resolve()
+BRIEF = "--brief" in sys.argv
+COUNTS = (1000,) if BRIEF else (1000, 10000, 100000)
+TURNS = 1 if BRIEF else 3
+OURS = L3VPN + ".1.4.1.1.7"        # mplsL3VpnVrfRteInetCidrIfIndex
+THEIRS = "1.3.6.1.2.1.4.24.7.1.7"  # inetCidrRouteIfIndex
+UP_TIME = "1.3.6.1.2.1.1.3"
+FIRST, GATEWAY = "20.0.0.0/24", "192.0.2.1"
+
+
+def tlv(tag, content):
+    length = len(content)
+    size = bytes([length]) if length < 128 else bytes([0x82, length >> 8, length & 255])
+    return bytes([tag]) + size + content
+
+
+def encode_oid(text):
+    numbers = [int(part) for part in text.split(".")]
+    octets = bytes([40 * numbers[0] + numbers[1]])
+    for number in numbers[2:]:
+        groups = [number & 127]
+        while number > 127:
+            number >>= 7
+            groups.insert(0, 128 | (number & 127))
+        octets += bytes(groups)
+    return tlv(6, octets)
+
+
+def getnext(port, oid, timeout):
+    """Seconds until a GETNEXT, sent once, is answered. The answer's octets with it."""
+    bind = tlv(0x30, tlv(0x30, encode_oid(oid) + tlv(5, b"")))
+    pdu = tlv(0xA1, tlv(2, b"\x01") + tlv(2, b"\x00") + tlv(2, b"\x00") + bind)
+    message = tlv(0x30, tlv(2, b"\x01") + tlv(4, b"public") + pdu)
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as client:
+        client.settimeout(timeout)
+        start = time.monotonic()
+        client.sendto(message, ("127.0.0.1", port))
+        answer = client.recv(65536)
+        return time.monotonic() - start, answer
+
+
+class Prober(threading.Thread):
+    """Asks for sysUpTime all the time, one question at a time."""
+
+    def __init__(self, port):
+        super().__init__()
+        self.port, self.longest, self.stop = port, 0.0, threading.Event()
+
+    def run(self):
+        while not self.stop.wait(0.002):
+            self.longest = max(self.longest, getnext(self.port, UP_TIME, 120)[0])
+
+
+def resident(process):
+    for line in pathlib.Path(f"/proc/{process.pid}/status").read_text().splitlines():
+        if line.startswith("VmRSS:"):
+            return int(line.split()[1]) * 1024
+    raise SystemExit(f"process {process.pid} is gone")
+
+
+def prefixes(count):
+    first = ipaddress.ip_network(FIRST)
+    return (ipaddress.ip_network((int(first.network_address) + 256 * number, 24)) for number in range(count))
+
+
+def fill_kernel(count):
+    batch = "".join(f"route add {prefix} via {GATEWAY}\n" for prefix in prefixes(count))
+    subprocess.run(["ip", "-batch", "-"], input=batch, text=True, check=True)
+
+
+def empty_kernel():
+    subprocess.run(["ip", "route", "flush", "via", GATEWAY], check=True)
+
+
+def walk(system, oid, count):
+    """Rows per second. Some rows more than the routes are the namespace's own."""
+    client = [str(BENCH / "snmp_walk_client"), str(system.port), oid, "50", "1"]
+    output = subprocess.run(client, env=system.environment, check=True, capture_output=True, text=True).stdout
+    rows, seconds = output.split()
+    if not count <= int(rows) <= count + 20:
+        raise SystemExit(f"{oid}: {rows} rows instead of {count}")
+    return int(rows) / float(seconds)
+
+
+def first_and_silence(system, oid, count):
+    prober = Prober(system.port)
+    prober.start()
+    time.sleep(0.2)
+    first, answer = getnext(system.port, oid, 300)
+    if encode_oid(oid)[2:] not in answer:
+        raise SystemExit(f"{oid}: no first row")
+    walk(system, oid, count)
+    prober.stop.set()
+    prober.join()
+    return first, prober.longest
+
+
+def measure(count):
+    routes = [{"generate": count, "prefix": FIRST, "next_hop": GATEWAY}]
+    router = {"vrfs": [{"name": "red", "table": 10}, {"name": "blue", "table": 20}]}
+    fill_kernel(count)
+    with System(json.dumps(router)) as system:
+        daemon, _ = (system.start_daemon(), system.start_snmpd())
+        system.start_agent()
+        daemon, agent, snmpd = (system.processes[name] for name in ("daemon", "agent", "snmpd"))
+        before = {process: resident(process) for process in (daemon, agent, snmpd)}
+        router["vrfs"][0]["routes"] = routes
+        system.router_file.write_text(json.dumps(router))
+        number = L3VPN + ".1.3.1.1.3." + ".".join(map(str, name_index("red")))
+        wait_until("the routes", lambda: system.get_value(number) == str(count), 60)
+        ours = first_and_silence(system, OURS, count)
+        our_memory = sum(resident(process) - before[process] for process in (daemon, agent)) / count
+        before[snmpd] = resident(snmpd)
+        theirs = first_and_silence(system, THEIRS, count)
+        their_memory = (resident(snmpd) - before[snmpd]) / count
+        rates = [(walk(system, OURS, count), walk(system, THEIRS, count)) for _ in range(TURNS)]
+    empty_kernel()
+    print(f"  {count:7,} routes            first row      rows/s  octets/route    silence")
+    for name, (first, silence), memory, rate in (
+            ("mpls_vpn_snmp + daemon", ours, our_memory, statistics.median(pair[0] for pair in rates)),
+            ("snmpd's own table", theirs, their_memory, statistics.median(pair[1] for pair in rates))):
+        print(f"    {name:24} {first:8.3f} s  {rate:10,.0f}  {memory:12,.0f}  {silence:7.3f} s")
+    print(f"    {'ratio, ours to theirs':24} {ours[0] / theirs[0]:8.3f}    "
+          f"{statistics.median(one / other for one, other in rates):10.3f}  {our_memory / their_memory:12.2f}  "
+          f"{ours[1] / theirs[1]:7.3f}", flush=True)
+
+
+def main():
+    if "--in-namespace" not in sys.argv:
+        os.execvp("unshare", ["unshare", "--net", sys.executable, *sys.argv, "--in-namespace"])
+    for command in ("link set lo up", "link add uplink type veth peer name far", "link set far up",
+                    "addr add 192.0.2.2/24 dev uplink", "link set uplink up"):
+        subprocess.run(["ip", *command.split()], check=True)
+    print("route table, one column, against snmpd's own inetCidrRouteTable; times in seconds, one run")
+    for count in COUNTS:
+        measure(count)
+
+
+if __name__ == "__main__":
+    main()
