@@ -6,7 +6,7 @@
 // the longest on: the daemon has no read for it, and a host's address is 33 or 129 of them at most.
 #include "cli/route_lookup.h"
 
-#include <optional>
+#include <algorithm>
 
 namespace cli {
 

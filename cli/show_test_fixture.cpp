@@ -1,6 +1,7 @@
 // See show_test_fixture.h.
 #include "cli/show_test_fixture.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iterator>
 #include <tuple>

@@ -1,7 +1,9 @@
 // "show vrf", "show vrf detail" and "show vrf invalid".
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <sstream>
 
 #include "cli/show_test_fixture.h"
 
