@@ -126,8 +126,9 @@ struct KvHandlerEntry {
 };
 
 // One pattern: literal components as they stand, key components as <s>, <n>, <i>, <ip4>, <ad>, <x>; for
-// example "interface-next/<s>/<n>". Patterns are tried in table order; where two share their beginning, a
-// literal that fits is tried before a key, and a branch that fails further down is given up for the next one.
+// example "interface-next/<s>/<n>"; <*> is a key that nobody reads: any text, and no argument. Patterns are
+// tried in table order; where two share their beginning, a literal that fits is tried before a key, and a
+// branch that fails further down is given up for the next one.
 struct KvRoute {
   const char* pattern;
   KvHandlerEntry handlers;

@@ -26,6 +26,7 @@ struct KindName {
 constexpr KindName kKindNames[] = {
     {"<s>", NodeKind::kText},   {"<n>", NodeKind::kNumber},   {"<i>", NodeKind::kInterface},
     {"<ip4>", NodeKind::kIpv4}, {"<ad>", NodeKind::kAddress}, {"<x>", NodeKind::kAny},
+    {"<*>", NodeKind::kPassed},
 };
 
 constexpr std::string_view kAbsentKey = "-";
@@ -82,7 +83,8 @@ bool add_pattern(CompiledTable* compiled, std::string_view pattern, int route) {
   for (bool more = true; take_component(&rest, &more, &component);) {
     PatternNode wanted;
     if (++components > kMaxComponents || !parse_component(component, &wanted)) return false;
-    if (wanted.kind != NodeKind::kLiteral && ++keys > kKvMaxArguments) return false;
+    const bool is_argument = wanted.kind != NodeKind::kLiteral && wanted.kind != NodeKind::kPassed;
+    if (is_argument && ++keys > kKvMaxArguments) return false;
     node = child_like(&compiled->nodes, node, wanted);
   }
   compiled->key_count.push_back(keys);
@@ -129,6 +131,7 @@ class Matching {
       if (ended || here.literal != components_[component]) return kNoNode;
       return below(index, component + 1, keys);
     }
+    if (here.kind == NodeKind::kPassed) return below(index, ended ? component : component + 1, keys);
     const std::size_t texts_used = texts_used_;
     int route = kNoNode;
     if (ended || components_[component] == kAbsentKey) {

@@ -16,7 +16,7 @@ namespace kvtree {
 
 inline constexpr std::size_t kMaxComponents = 32;
 
-enum class NodeKind : std::uint8_t { kLiteral, kText, kNumber, kInterface, kIpv4, kAddress, kAny };
+enum class NodeKind : std::uint8_t { kLiteral, kText, kNumber, kInterface, kIpv4, kAddress, kAny, kPassed };
 
 inline constexpr int kNoNode = -1;
 

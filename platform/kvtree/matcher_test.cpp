@@ -105,6 +105,16 @@ TEST(PathMatcher, AnyKeysAreKeptAsTheyStand) {
   EXPECT_EQ(Match({"x/<x>"}, "x/a%zz b"), "0:/0 'a%zz b'");
 }
 
+TEST(PathMatcher, KeysThatNobodyReadsAreNoArguments) {
+  EXPECT_EQ(Match({"af/<s>/<*>/if/<i>"}, "af/red/a%zz b/if/ge0"), "0:/0 'red' 'ge0'");
+  EXPECT_EQ(Match({"af/<s>/<*>/if/<i>"}, "af/red/-/if/ge0"), "0:/0 'red' 'ge0'");
+  EXPECT_EQ(Match({"af/<s>/<*>/if/<i>"}, "af/red/if/ge0"), kUnknown);
+  EXPECT_EQ(Match({"af/<s>/<*>/<n>"}, "af/red"), "0:/0 'red' absent");
+  EXPECT_EQ(Match({"<*>/<*>/<*>/<*>/<*>/<*>/<*>/<*>/<*>/<*>/<*>/<*>/<*>/<*>/<*>/<*>/<*>/<s>"},
+                  "1/2/3/4/5/6/7/8/9/10/11/12/13/14/15/16/17/last"),
+            "0:/0 'last'");
+}
+
 TEST(PathMatcher, StructuredRequestsGetTheirTextKeysEncoded) {
   EXPECT_EQ(Match({"vrf/<s>/<n>"}, "vrf/a%20b/4", true), "0:/0 'a%20b' 4");
   EXPECT_EQ(Match({"vrf/<s>"}, "vrf/%zz", true), "0:/0 '%zz'");  // the handler decodes, and notices

@@ -2,7 +2,8 @@
 //
 // A row is a path pattern below the bind point, the mode word of its entry, and the handlers of the
 // operations that the path serves. Key components: <s> text, <n> number, <i> interface, <ip4> IPv4 form, <ad>
-// address, <x> any. A path without a handler for an operation does not serve it; a notification without a
+// address, <x> any, <*> one that is no argument: the handlers of EIGRP and static routes know the interface
+// as argument 3 and 7. A path without a handler for an operation does not serve it; a notification without a
 // handler is dropped. Keys at the end of a pattern may be missing from a path, which is how the filter of
 // "vrf-detail-filter" is optional.
 //
@@ -13,6 +14,7 @@
 #include <iterator>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_interface.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_protocols.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_scalars.h"
@@ -60,25 +62,27 @@ constexpr KvRoute kVrfRoutes[] = {
 #undef ROUTE_TARGET
 
 constexpr KvRoute kBgpRoutes[] = {
-    {"<s>/<x>/<x>/<s>/<s>/nbr/<n>/prov/<s>/<n>/<ad>/<s>", {1, nullptr, nullptr, nullptr, nullptr}},
+    {"<s>/<x>/<x>/<s>/<s>/nbr/<n>/prov/<s>/<n>/<ad>/<s>",
+     {1, mpls_vpn_mib_bgp_nbr_af_notify, nullptr, nullptr, nullptr}},
 };
 
 constexpr KvRoute kRipRoutes[] = {
-    {"<s>/ord_t/if/<i>/ord_d/enabled", {1, nullptr, nullptr, nullptr, nullptr}},
+    {"<s>/ord_t/if/<i>/ord_d/enabled", {1, mpls_vpn_mib_rip_notify, nullptr, nullptr, nullptr}},
 };
 
 constexpr KvRoute kOspfRoutes[] = {
     {"<s>/<s>/<s>/ord_v/area/<ip4>/<x>/ord_i/name_scope/<i>/ord_A/running",
-     {1, nullptr, nullptr, nullptr, nullptr}},
+     {1, mpls_vpn_mib_ospf_notify, nullptr, nullptr, nullptr}},
 };
 
 constexpr KvRoute kEigrpRoutes[] = {
-    {"<s>/<s>/<s>/ord_m/af/<s>/ord_t/if/<i>/ord_a/enabled", {1, nullptr, nullptr, nullptr, nullptr}},
+    {"<s>/<s>/<s>/ord_m/af/<*>/ord_t/if/<i>/ord_a/enabled",
+     {1, mpls_vpn_mib_eigrp_notify, nullptr, nullptr, nullptr}},
 };
 
 constexpr KvRoute kStaticRoutes[] = {
-    {"<s>/address/<s>/<s>/ord_c/<s>/route/<ad>/<x>/<s>/<s>/nexthop/<i>/<ad>",
-     {5, nullptr, nullptr, nullptr, nullptr}},
+    {"<s>/address/<s>/<s>/ord_c/<*>/route/<ad>/<x>/<s>/<s>/nexthop/<i>/<ad>",
+     {5, mpls_vpn_mib_static_notify, nullptr, nullptr, nullptr}},
 };
 
 constexpr KvRoute kThresholdRoutes[] = {

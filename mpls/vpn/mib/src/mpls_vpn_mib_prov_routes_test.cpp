@@ -11,6 +11,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_scalars.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_threshold_events.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_lists.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_show.h"
@@ -96,9 +97,29 @@ TEST(Routes, RoutingProtocols) {
   EXPECT_THAT(rows_of(mpls_vpn_mib_ospf_routes),
               ElementsAre("<s>/<s>/<s>/ord_v/area/<ip4>/<x>/ord_i/name_scope/<i>/ord_A/running 1"));
   EXPECT_THAT(rows_of(mpls_vpn_mib_eigrp_routes),
-              ElementsAre("<s>/<s>/<s>/ord_m/af/<s>/ord_t/if/<i>/ord_a/enabled 1"));
+              ElementsAre("<s>/<s>/<s>/ord_m/af/<*>/ord_t/if/<i>/ord_a/enabled 1"));
   EXPECT_THAT(rows_of(mpls_vpn_mib_static_routes),
-              ElementsAre("<s>/address/<s>/<s>/ord_c/<s>/route/<ad>/<x>/<s>/<s>/nexthop/<i>/<ad> 5"));
+              ElementsAre("<s>/address/<s>/<s>/ord_c/<*>/route/<ad>/<x>/<s>/<s>/nexthop/<i>/<ad> 5"));
+}
+
+TEST(Routes, NotificationsHaveTheirHandlers) {
+  for (const KvRoutingTable* table :
+       {&mpls_vpn_mib_vrf_routes, &mpls_vpn_mib_bgp_routes, &mpls_vpn_mib_rip_routes,
+        &mpls_vpn_mib_ospf_routes, &mpls_vpn_mib_eigrp_routes, &mpls_vpn_mib_static_routes,
+        &mpls_vpn_mib_threshold_routes}) {
+    for (std::size_t i = 0; i < table->count; ++i) {
+      const KvHandlerEntry& entry = table->routes[i].handlers;
+      EXPECT_NE(entry.notify, nullptr) << table->routes[i].pattern;
+      EXPECT_TRUE(entry.get == nullptr && entry.list == nullptr && entry.datalist == nullptr);
+    }
+  }
+}
+
+TEST(Routes, ThresholdEventsHaveTheirHandlersBelowTheProviderToo) {
+  for (const KvRoute* routes : {mpls_vpn_mib_prov_routes.routes + 12, mpls_vpn_mib_threshold_routes.routes}) {
+    EXPECT_EQ(routes[0].handlers.notify, mpls_vpn_mib_mid_thresh_exceeded_notify);
+    EXPECT_EQ(routes[1].handlers.notify, mpls_vpn_mib_high_thresh_exceeded_notify);
+  }
 }
 
 TEST(Routes, Thresholds) {
