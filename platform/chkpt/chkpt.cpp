@@ -158,8 +158,9 @@ void post_flush(Store* store) {
   store->flush_posted = true;
   event_post(store->manager, [store] {
     // The store may have ended meanwhile, or be another.
-    if (the_store().get() != store) return;
-    store->flush_posted = false;
+    Store* const present = the_store().get();
+    if (present == nullptr || present != store) return;
+    present->flush_posted = false;
     // A failure is in the log and in store->failure.
     [[maybe_unused]] const Status status = chkpt_flush();
   });
