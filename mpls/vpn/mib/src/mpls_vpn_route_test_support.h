@@ -9,7 +9,6 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_test_support.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_walk.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route_modules.h"
-#include "platform/base/memory.h"
 #include "platform/lfx/lfx.h"
 #include "platform/router/route_access.h"
 #include "platform/router/route_test_support.h"
@@ -23,7 +22,6 @@ class RouteTablesTest : public DaemonTest {
     router::route_access_attach(&router_);
   }
   void TearDown() override {
-    FreeTexts();
     mpls_vpn_mib_route_modules_end();
     router::route_access_attach(nullptr);
     lfx_attach(nullptr);
@@ -122,21 +120,5 @@ class RouteTablesTest : public DaemonTest {
   }
 
  private:
-  // The record service frees the blocks of a client that ends, and not what its texts point to.
-  static void FreeTexts() {
-    for (VtabVrfRecord* record = vtab_get_first_vrf_record(); record != nullptr;
-         record = vtab_get_next_vrf_record(record)) {
-      mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
-      text_replace(&attributes->rd, nullptr);
-      text_replace(&attributes->description, nullptr);
-      for (unsigned family = 0; family < kMplsVpnFamilies; ++family) {
-        text_replace(&attributes->import_route_policy[family], nullptr);
-        text_replace(&attributes->export_route_policy[family], nullptr);
-        text_replace(&attributes->flowspec_import_route_policy[family], nullptr);
-        text_replace(&attributes->flowspec_export_route_policy[family], nullptr);
-      }
-    }
-  }
-
   std::uint32_t last_id_ = 500;
 };

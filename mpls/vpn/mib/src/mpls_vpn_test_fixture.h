@@ -29,6 +29,7 @@
 #include "platform/base/clock.h"
 #include "platform/base/directories.h"
 #include "platform/base/fault.h"
+#include "platform/base/memory.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
 #include "platform/evm/evm.h"
 #include "platform/evm/test_run_directory.h"
@@ -253,7 +254,23 @@ class DaemonTest : public testing::Test {
     ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
     ASSERT_EQ(mpls_vpn_mib_vtab_init(manager_), kStatusOk);
   }
+  // The record service frees the blocks of a client that ends, and not what its texts point to.
+  static void FreeTexts() {
+    for (VtabVrfRecord* record = vtab_get_first_vrf_record(); record != nullptr;
+         record = vtab_get_next_vrf_record(record)) {
+      mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
+      text_replace(&attributes->rd, nullptr);
+      text_replace(&attributes->description, nullptr);
+      for (unsigned family = 0; family < kMplsVpnFamilies; ++family) {
+        text_replace(&attributes->import_route_policy[family], nullptr);
+        text_replace(&attributes->export_route_policy[family], nullptr);
+        text_replace(&attributes->flowspec_import_route_policy[family], nullptr);
+        text_replace(&attributes->flowspec_export_route_policy[family], nullptr);
+      }
+    }
+  }
   static void EndDatabases() {
+    FreeTexts();
     mpls_vpn_mib_vmap_end();
     mpls_vpn_mib_membership_end();
     mpls_vpn_interface_name_end();
