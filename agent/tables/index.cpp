@@ -20,14 +20,14 @@ namespace {
 constexpr std::uint32_t kLowestNameOctet = 1;
 constexpr std::uint32_t kHighestOctet = 255;
 
-// The numbers that a position can hold: from lowest to highest in steps of `step`.
+// The numbers that a position can hold: from lowest to highest in steps of `step` (0 or 1: every one).
 struct Range {
   std::uint32_t lowest;
   std::uint32_t highest;
   std::uint32_t step = 1;
 
   bool has(std::uint32_t number) const {
-    return number >= lowest && number <= highest && (number - lowest) % step == 0;
+    return number >= lowest && number <= highest && (step <= 1 || (number - lowest) % step == 0);
   }
 };
 

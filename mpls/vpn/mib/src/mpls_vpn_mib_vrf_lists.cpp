@@ -34,8 +34,9 @@ enum class Step { kGoOn, kEnd };
 // The first VRF whose name is greater, whether or not there is one of this name.
 VtabVrfRecord* first_behind(const char* vrf_name) {
   VtabVrfRecord key{};
-  if (std::strlen(vrf_name) >= sizeof key.vrf_name) return nullptr;  // longer than any: the last of all
-  std::strcpy(key.vrf_name, vrf_name);
+  const std::size_t length = std::strlen(vrf_name);
+  if (length >= sizeof key.vrf_name) return nullptr;  // longer than any: the last of all
+  std::memcpy(key.vrf_name, vrf_name, length);
   return vtab_get_next_vrf_record(&key);
 }
 
