@@ -1,0 +1,79 @@
+// The configuration of VRFs as nodes of the configuration tree: what people and sources say (a description, a
+// route target, a neighbour) made into the paths and values that the daemon subscribes to, and back.
+//
+// The paths' fixed words are the routing platform's; the daemon's routing tables have the same patterns.
+// Stateless; any thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/kvtree/config.h"
+
+namespace vrf_config {
+
+// Where configuration of a kind stands; sources use these as the scopes of what they replace.
+inline constexpr std::string_view kVrfScope = "/cfg/gl/vmap/";
+inline constexpr std::string_view kTrapScope = "/cfg/gl/snmp/enable/traps/l3vpnmib/";
+inline constexpr std::string_view kBgpScope = "/cfg/gl/ip-bgp/";
+inline constexpr std::string_view kRipScope = "/cfg/gl/rip/ord_B/";
+inline constexpr std::string_view kOspfScope = "/cfg/gl/ipv4-ospf/proc/";
+inline constexpr std::string_view kEigrpScope = "/cfg/gl/eigrp/proc/";
+inline constexpr std::string_view kStaticScope = "/cfg/gl/static/router/ord_v/";
+
+enum class Family : std::uint32_t { kIpv4 = 1, kIpv6 = 2 };  // address family numbers (IANA)
+enum class Direction { kImport, kExport };
+
+// A route target or route distinguisher (RFC 4364 section 4.2; RFC 4360 sections 3.1, 3.2; RFC 5668).
+struct Target {
+  enum class Type : std::uint32_t { kTwoOctetAs = 0, kIpv4Address = 1, kFourOctetAs = 2 };
+  Type type = Type::kTwoOctetAs;
+  std::uint32_t administrator = 0;  // AS number, or IPv4 address in host order
+  std::uint32_t assigned = 0;       // 32 bits for a two-octet AS, else 16
+  bool operator==(const Target&) const = default;
+};
+// "65000:100", "10.0.0.1:5", "4200000000:30", "64086.59904:30" (asdot: a four-octet AS). An AS number above
+// 65535 makes a four-octet type. None for anything else, and for a number that does not fit.
+std::optional<Target> parse_target(std::string_view text);
+std::string target_text(const Target& target);  // AS numbers in asplain
+
+KvConfigNode description(std::string_view vrf, std::string_view text);
+// An RD is configured for a family; the VRF's is that of the lowest family that has one.
+KvConfigNode route_distinguisher(std::string_view vrf, Family family, const Target& rd);
+KvConfigNode route_target(std::string_view vrf, Family family, Direction direction, const Target& target);
+KvConfigNode route_policy(std::string_view vrf, Family family, Direction direction, std::string_view policy);
+// Routes of the VRF's unicast table: the maximum, and the mid threshold that warns before it.
+KvConfigNode route_threshold(std::string_view vrf, Family family, std::uint32_t maximum, std::uint32_t mid);
+
+// A neighbour's address family in a VRF's BGP instance. `neighbour` is an IPv4 or IPv6 address, or the name
+// of an interface (unnumbered) or a group.
+KvConfigNode bgp_neighbour(std::string_view vrf, std::uint32_t as_number, std::string_view neighbour,
+                           Family family);
+KvConfigNode rip_interface(std::string_view vrf, std::string_view interface);
+// `process` as the suite names it ("1"); the area is 32 bits.
+KvConfigNode ospf_interface(std::string_view vrf, std::string_view process, std::uint32_t area,
+                            std::string_view interface);
+KvConfigNode eigrp_interface(std::string_view vrf, std::uint32_t as_number, std::string_view interface);
+// A static route; interface and next hop may be empty (then it counts for the VRF as a whole, or the
+// interface decides).
+struct StaticRoute {
+  Family family = Family::kIpv4;
+  std::string prefix;  // "10.1.0.0/16"
+  std::string interface;
+  std::string next_hop;
+};
+KvConfigNode static_route(std::string_view vrf, const StaticRoute& route);
+// "vrf-up" and the like (number 1), and "notif-reissue-time" (seconds).
+KvConfigNode trap_switch(std::string_view item, std::int64_t value);
+
+// What a node says, in words that parse back ("vrf red rt import 65000:100 ipv4"); none for a path of another
+// kind.
+std::optional<std::string> words_of(const KvConfigNode& node);
+// The VRF that a configuration path names; none for a path of another kind, or of no VRF.
+std::optional<std::string> vrf_of(std::string_view path);
+// The interface that a protocol's configuration path names, likewise.
+std::optional<std::string> interface_of(std::string_view path);
+
+}  // namespace vrf_config
