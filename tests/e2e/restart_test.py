@@ -20,13 +20,16 @@ class Walker(threading.Thread):
 
     def run(self):
         while not self.stop.is_set():
+            agent = self.system.processes.get("agent")
             result = self.system.snmp("bulkwalk", IF_CONF, timeout=1, options=("-Cr20",))
+            same_agent = agent is not None and self.system.processes.get("agent") is agent
             rows = parse_walk(result.stdout)
             try:
                 check_increasing(rows)
                 if "not increasing" in result.stderr:
                     raise AssertionError(result.stderr)
-                if result.returncode == 0 and rows:
+                # A master agent that loses its sub-agent answers the rest of a walk with the end of the MIB.
+                if result.returncode == 0 and rows and same_agent:
                     self.check_whole(rows)
                     self.good += 1
             except AssertionError as mistake:
