@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/base/status.h"
+#include "platform/kvtree/config.h"
 
 namespace kvtree {
 
@@ -53,17 +54,36 @@ struct SubscribeResult {
   std::uint64_t instance = 0;
 };
 
-// One node of the configuration, with a text or a number.
+// One node, with any value that the configuration has (none, text, number, tuple). Texts and numbers stand in
+// `text` and `number`, too.
 struct Node {
   std::string path;
   bool is_number = false;
   std::string text;
   std::int64_t number = 0;
+  KvValue value;
+  std::string owner;  // empty for a node that is no configuration
 };
 
 struct NodesResult {
   Status status = kStatusNotConnected;
   std::vector<Node> nodes;
+};
+
+struct CommitResult {
+  Status status = kStatusNotConnected;
+  std::string id;       // empty when nothing in force changed
+  std::string mistake;  // what is wrong, when the commit was refused
+};
+
+struct HistoryResult {
+  Status status = kStatusNotConnected;
+  std::vector<KvConfigCommit> commits;  // newest first
+};
+
+struct CommitChangesResult {
+  Status status = kStatusNotConnected;
+  std::vector<KvConfigCommitChange> changes;  // in the order in which subscribers were told
 };
 
 struct NotificationResult {
@@ -119,10 +139,23 @@ class Client {
   // this.
   [[nodiscard]] Status acknowledge(std::uint32_t subscription, std::uint64_t sequence);
 
-  // The nodes whose path begins with `path`, in order, from the one behind `after` on.
-  NodesResult nodes(std::string_view path, std::uint32_t max_nodes, std::string_view after = {});
-  // Sets or deletes a node of the configuration, below /cfg/. kStatusAccess, kStatusUnknownPath elsewhere,
-  // kStatusNoSuchRow for the deletion of a node that is not there, kStatusIo when it could not be kept.
+  // The nodes whose path begins with `path`, in order, from the one behind `after` on: what is in force, or,
+  // with an owner, what that one holds. An answer may have fewer than `max_nodes` though more follow: ask
+  // again behind the last until none comes. kStatusInvalid for an owner that is not known.
+  NodesResult nodes(std::string_view path, std::uint32_t max_nodes, std::string_view after = {},
+                    std::string_view owner = {});
+  // Makes the changes as one commit of the owner "cli": all or none (kvtree_config_commit). At most
+  // kMaxStagedChanges (kStatusMessageTooLarge). kStatusAccess; the other statuses are those of the commit.
+  CommitResult commit(const std::vector<KvConfigChange>& changes, std::string_view comment);
+  // The commits, newest first, from the one before the commit `before` on; an answer may have fewer than
+  // `maximum`, as above. kStatusNoSuchRow for a `before` that is no commit's id.
+  HistoryResult history(std::uint32_t maximum, std::string_view before = {});
+  // The changes of one commit from number `first` (from 0) on, likewise. kStatusNoSuchRow for a commit that
+  // is not in the history (any more).
+  CommitChangesResult commit_changes(std::string_view id, std::uint32_t maximum, std::uint32_t first = 0);
+  // Sets or deletes a node of the configuration, below /cfg/: a commit of the owner "cli" with one change.
+  // kStatusAccess, kStatusUnknownPath elsewhere, kStatusNoSuchRow for the deletion of a node that "cli" does
+  // not hold, kStatusIo when it could not be kept.
   [[nodiscard]] Status set_text(std::string_view path, std::string_view text);
   [[nodiscard]] Status set_number(std::string_view path, std::int64_t number);
   [[nodiscard]] Status remove(std::string_view path);

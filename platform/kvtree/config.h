@@ -12,9 +12,11 @@
 //
 // What owners held when the process last ran is in the tree before the first subscriber registers, so it
 // reaches the daemon by the replay; a source that starts says what it knows with kvtree_config_replace and
-// only the difference is a change. Main thread only. Every operation is a fault point of its own name.
+// only the difference is a change. Main thread only. Every operation that answers a status is a fault point
+// of its own name.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -41,11 +43,37 @@ struct KvConfigChange {
   std::optional<KvValue> value;  // none: the owner lets go of the node
 };
 
+// One commit of the history. Ids are decimal numbers that grow; they are never used again.
+struct KvConfigCommit {
+  std::string id;
+  std::uint64_t time = 0;  // nanoseconds since 1970-01-01 00:00:00 UTC
+  std::string owner;
+  std::string comment;
+  std::uint32_t changes = 0;  // nodes whose value in force changed
+};
+
+// A change of what is in force, with who held it. No value and no owner: the node was not there.
+struct KvConfigCommitChange {
+  std::string path;
+  std::optional<KvValue> before;
+  std::optional<KvValue> after;
+  std::string owner_before;
+  std::string owner_after;
+};
+
+inline constexpr std::size_t kMaxCommits = 1000;             // of the history: the newest ones,
+inline constexpr std::size_t kMaxHistoryOctets = 64U << 20;  // and no more than this, but for the newest one
+inline constexpr std::size_t kMaxConfigChanges = 100000;     // of one commit
+inline constexpr std::size_t kMaxCommitComment = 1024;       // octets; what is beyond is cut
+inline constexpr std::size_t kMaxConfigText = 32U << 10;     // octets of a node's text
+inline constexpr std::size_t kMaxConfigTuple = 256;          // numbers of a node's tuple
+
 // Makes the owner's changes as one commit. kStatusInvalid for an owner that is not known, a value of another
 // type or two changes of one path; kStatusUnknownPath for a path that is not below /cfg/; kStatusNoSuchRow
-// for letting go of what the owner does not hold; kStatusIo when it could not be written. Nothing is changed
-// then, and *mistake (may be null) says what is wrong. *id (may be null) is the commit's, empty when nothing
-// in force changed.
+// for letting go of what the owner does not hold; kStatusMessageTooLarge beyond the limits above; kStatusIo
+// when it could not be written. Nothing is changed then, and *mistake (may be null) says what is wrong. *id
+// (may be null) is the commit's, empty when nothing in force changed. Deletions are told before sets, each
+// in the order of `changes`.
 [[nodiscard]] Status kvtree_config_commit(std::string_view owner, const std::vector<KvConfigChange>& changes,
                                           std::string_view comment, std::string* id = nullptr,
                                           std::string* mistake = nullptr);
@@ -63,6 +91,15 @@ void kvtree_config_owned(std::string_view owner, std::string_view path,
 
 // What is in force below the path, in the order of the paths.
 void kvtree_config_in_force(std::string_view path, const std::function<void(const KvConfigNode&)>& visit);
+
+// The newest commits, newest first, older than `before` when that is not empty. kStatusNoSuchRow for a
+// `before` that is no commit's id, kStatusIo (logged) when the history cannot be read. Fault point
+// "kvtree_config_history".
+[[nodiscard]] Status kvtree_config_history(std::uint32_t maximum, std::string_view before,
+                                           std::vector<KvConfigCommit>* commits);
+// The changes of the commit, in the order in which subscribers were told. kStatusNoSuchRow for a commit that
+// is not in the history (any more). Fault point "kvtree_config_changes".
+[[nodiscard]] Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChange>* changes);
 
 // Tells the subscribers of these nodes (those of them that are in force) as if each had been deleted and set
 // again, first all deletions, then all sets: for handlers that lost what they derived from them. Nothing

@@ -10,6 +10,7 @@
 #include "platform/base/log.h"
 #include "platform/kvtree/protocol.h"
 #include "platform/kvtree/server.h"
+#include "platform/kvtree/value_codec.h"
 
 namespace kvtree {
 
@@ -50,32 +51,6 @@ Status change_node(std::string_view path, const KvValue* value) {
   return status;
 }
 
-bool read_value(Reader* reader, KvValue* value) {
-  const std::uint8_t type = reader->u8();
-  if (type == kTextValue) {
-    value->type = KvValueType::kText;
-    value->text = reader->text();
-  } else if (type == kNumberValue) {
-    value->type = KvValueType::kNumber;
-    value->number = static_cast<std::int64_t>(reader->u64());
-  } else {
-    return false;
-  }
-  return reader->ok();
-}
-
-// False for a value that the wire does not carry.
-bool write_value(Writer* writer, const KvValue& value) {
-  if (value.type != KvValueType::kText && value.type != KvValueType::kNumber) return false;
-  writer->u8(value.type == KvValueType::kText ? kTextValue : kNumberValue);
-  if (value.type == KvValueType::kText) {
-    writer->text(value.text);
-  } else {
-    writer->u64(static_cast<std::uint64_t>(value.number));
-  }
-  return true;
-}
-
 }  // namespace
 
 bool answer_set(wire::Connection* from, Reader* request, Octets* answer) {
@@ -101,7 +76,8 @@ bool answer_nodes(wire::Connection*, Reader* request, Octets* answer) {
   const std::uint32_t maximum = std::min(request->u32(), kKvMaxListItems);
   const std::string_view path = request->text();
   const std::string_view after = request->text();
-  if (!request->finished()) return false;
+  const std::string_view owner = request->text();
+  if (!request->finished() || !owner.empty()) return false;
   Writer writer(answer);
   if (const Status status = check_path(path)) {
     writer.u32(status);
@@ -116,6 +92,7 @@ bool answer_nodes(wire::Connection*, Reader* request, Octets* answer) {
   for (; node != nodes.end() && node->first.starts_with(path) && count < maximum; ++node) {
     const std::size_t start = writer.size();
     writer.text(node->first);
+    writer.text({});
     const bool carried = write_value(&writer, *node->second);
     if (!carried || writer.size() - count_place > kMaxAnswer / 2) writer.truncate(start);
     if (!carried) continue;

@@ -37,7 +37,7 @@ using OctetSpan = std::span<const std::uint8_t>;
 
 inline constexpr std::size_t kHeaderSize = 16;
 inline constexpr std::uint32_t kMagic = 0x4e50564d;  // "MVPN" as it stands on the wire
-inline constexpr std::uint16_t kVersion = 1;
+inline constexpr std::uint16_t kVersion = 2;
 inline constexpr std::uint16_t kTypeVersionMismatch = 0xffff;
 
 // One message. The payload is valid only while the handler runs that was given it.
