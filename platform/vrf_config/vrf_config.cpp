@@ -5,9 +5,13 @@
 #include "platform/vrf_config/vrf_config.h"
 
 #include "platform/kvtree/kvtree.h"
-#include "platform/kvtree/tuple.h"
+#include "platform/vrf_config/addresses.h"
 
 namespace vrf_config {
+
+const char* family_word(Family family) {
+  return family == Family::kIpv4 ? "ipv4" : "ipv6";
+}
 
 namespace {
 
@@ -25,13 +29,10 @@ std::string number(Family family) {
   return std::to_string(static_cast<std::uint32_t>(family));
 }
 
-const char* family_word(Family family) {
-  return family == Family::kIpv4 ? "ipv4" : "ipv6";
-}
-
-std::string dotted(std::uint32_t address) {
-  return std::to_string(address >> 24) + "." + std::to_string(address >> 16 & 0xff) + "." +
-         std::to_string(address >> 8 & 0xff) + "." + std::to_string(address & 0xff);
+// The text of an address in its shortest form; what is no address stays as it is.
+std::string shortest(std::string_view text) {
+  const std::optional<Address> address = parse_address(text);
+  return address ? address_text(*address) : std::string(text);
 }
 
 std::string table_path(std::string_view vrf, Family family) {
@@ -70,10 +71,11 @@ KvConfigNode route_target(std::string_view vrf, Family family, Direction directi
   std::string path = table_path(vrf, family);
   path += direction == Direction::kImport ? "ord_b/bgp/ord_c/import-rt/" : "ord_b/bgp/ord_e/export-rt/";
   path += std::to_string(static_cast<std::uint32_t>(target.type)) + "/";
-  path += address ? "0/0/0/" + dotted(target.administrator) + "/" + std::to_string(target.assigned) + "/0"
-                  : std::to_string(target.administrator >> 16) + "/" +
-                        std::to_string(target.administrator & 0xffff) + "/" +
-                        std::to_string(target.assigned) + "/0.0.0.0/0/0";
+  path += address
+              ? "0/0/0/" + dotted_quad(target.administrator) + "/" + std::to_string(target.assigned) + "/0"
+              : std::to_string(target.administrator >> 16) + "/" +
+                    std::to_string(target.administrator & 0xffff) + "/" + std::to_string(target.assigned) +
+                    "/0.0.0.0/0/0";
   return number_node(std::move(path), 1);
 }
 
@@ -95,10 +97,9 @@ KvConfigNode route_threshold(std::string_view vrf, Family family, std::uint32_t 
 // stands in the text key before it.
 KvConfigNode bgp_neighbour(std::string_view vrf, std::uint32_t as_number, std::string_view neighbour,
                            Family family) {
-  const bool is_address = neighbour.find_first_not_of("0123456789.") == std::string_view::npos ||
-                          neighbour.find(':') != std::string_view::npos;
-  const std::string where = is_address ? "default/" + number(family) + "/" + key(neighbour)
-                                       : key(neighbour) + "/" + number(family) + "/-";
+  const std::string where = parse_address(neighbour)
+                                ? "default/" + number(family) + "/" + key(shortest(neighbour))
+                                : key(neighbour) + "/" + number(family) + "/-";
   return number_node(std::string(kBgpScope) + "default/0/" + std::to_string(as_number) + "/ord_a/" +
                          key(vrf) + "/nbr/4/prov/" + where + "/" + family_word(family),
                      1);
@@ -111,7 +112,7 @@ KvConfigNode rip_interface(std::string_view vrf, std::string_view interface) {
 KvConfigNode ospf_interface(std::string_view vrf, std::string_view process, std::uint32_t area,
                             std::string_view interface) {
   return number_node(std::string(kOspfScope) + key(process) + "/ord_a/" + key(vrf) + "/ord_v/area/" +
-                         dotted(area) + "/int/ord_i/name_scope/" + key(interface) + "/ord_A/running",
+                         dotted_quad(area) + "/int/ord_i/name_scope/" + key(interface) + "/ord_A/running",
                      1);
 }
 
@@ -122,12 +123,13 @@ KvConfigNode eigrp_interface(std::string_view vrf, std::uint32_t as_number, std:
 }
 
 KvConfigNode static_route(std::string_view vrf, const StaticRoute& route) {
-  const std::size_t slash = route.prefix.find('/');
-  const std::string address = route.prefix.substr(0, slash);
-  const std::string length = slash == std::string::npos ? "-" : route.prefix.substr(slash + 1);
+  std::optional<Prefix> prefix = parse_prefix(route.prefix);
+  if (prefix) clear_host_bits(&*prefix);
+  const std::string address = prefix ? address_text(prefix->address) : route.prefix;
+  const std::string length = prefix ? std::to_string(prefix->length) : "-";
   return number_node(std::string(kStaticScope) + key(vrf) + "/address/" + family_word(route.family) +
                          "/unicast/ord_c/topology/route/" + key(address) + "/" + length + "/-/-/nexthop/" +
-                         key_or_none(route.interface) + "/" + key_or_none(route.next_hop),
+                         key_or_none(route.interface) + "/" + key_or_none(shortest(route.next_hop)),
                      1);
 }
 

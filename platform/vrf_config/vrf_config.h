@@ -5,10 +5,13 @@
 // Stateless; any thread.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
+#include <vector>
 
 #include "platform/kvtree/config.h"
 
@@ -48,7 +51,8 @@ KvConfigNode route_policy(std::string_view vrf, Family family, Direction directi
 KvConfigNode route_threshold(std::string_view vrf, Family family, std::uint32_t maximum, std::uint32_t mid);
 
 // A neighbour's address family in a VRF's BGP instance. `neighbour` is an IPv4 or IPv6 address, or the name
-// of an interface (unnumbered) or a group.
+// of an interface (unnumbered) or a group. Addresses are written in their shortest form in the path, here and
+// in static routes, so that a neighbour is one item however it was spelt.
 KvConfigNode bgp_neighbour(std::string_view vrf, std::uint32_t as_number, std::string_view neighbour,
                            Family family);
 KvConfigNode rip_interface(std::string_view vrf, std::string_view interface);
@@ -57,7 +61,7 @@ KvConfigNode ospf_interface(std::string_view vrf, std::string_view process, std:
                             std::string_view interface);
 KvConfigNode eigrp_interface(std::string_view vrf, std::uint32_t as_number, std::string_view interface);
 // A static route; interface and next hop may be empty (then it counts for the VRF as a whole, or the
-// interface decides).
+// interface decides). Bits of the prefix beyond its length do not count.
 struct StaticRoute {
   Family family = Family::kIpv4;
   std::string prefix;  // "10.1.0.0/16"
@@ -68,9 +72,47 @@ KvConfigNode static_route(std::string_view vrf, const StaticRoute& route);
 // "vrf-up" and the like (number 1), and "notif-reissue-time" (seconds).
 KvConfigNode trap_switch(std::string_view item, std::int64_t value);
 
-// What a node says, in words that parse back ("vrf red rt import 65000:100 ipv4"); none for a path of another
-// kind.
+// The items of trap_switch, by trap type (RFC 4382 section 6), and those beside them.
+inline constexpr std::array<std::string_view, 6> kTrapItems = {
+    "vrf-up", "vrf-down", "mid-thresh-exc", "max-thresh-exc", "ilg-lbl-exc", "max-thresh-clr"};
+inline constexpr std::string_view kTrapAll = "all";
+inline constexpr std::string_view kTrapReissueTime = "notif-reissue-time";
+inline constexpr std::int64_t kLongestReissue = INT32_MAX;  // what the daemon keeps it in
+
+// --- Words ----------------------------------------------------------------------------------------
+//
+//   vrf NAME description TEXT...
+//   vrf NAME rd RD [ipv4|ipv6]                        ipv4 when left out
+//   vrf NAME rt import|export|both RT [ipv4|ipv6]     both families when left out
+//   vrf NAME policy import|export ipv4|ipv6 POLICY
+//   vrf NAME threshold ipv4|ipv6 MAX MID
+//   vrf NAME bgp AS neighbor ADDRESS|NAME ipv4|ipv6
+//   vrf NAME ospf PROCESS area AREA interface INTERFACE
+//   vrf NAME rip interface INTERFACE
+//   vrf NAME eigrp AS interface INTERFACE
+//   vrf NAME static PREFIX [interface INTERFACE] [via ADDRESS]
+//   traps ITEM
+//   traps notif-reissue-time SECONDS
+
+using Words = std::vector<std::string>;
+struct Mistake {
+  std::string text;  // for people: what is wrong with which word
+};
+
+// The nodes that the words stand for: one, or those of both families and directions.
+std::variant<std::vector<KvConfigNode>, Mistake> parse_words(const Words& words);
+// What a node says, in words that parse back to this node alone ("vrf red rt import 65000:100 ipv4"); none
+// for what words cannot say: a path of another kind, a name that is too long, a value of another type.
+std::optional<Words> word_list_of(const KvConfigNode& node);
+// The same on one line.
 std::optional<std::string> words_of(const KvConfigNode& node);
+
+// Words on one line, and back. Words are set apart by blanks. One that is empty, or has blanks, quotes,
+// backslashes, a '#' or octets that are not printable ASCII or UTF-8, stands in double quotes, within which
+// \" \\ and \xNN are understood. A '#' outside of quotes begins a comment where a word may begin.
+std::string join_words(const Words& words);
+std::variant<Words, Mistake> split_words(std::string_view line);
+
 // The VRF that a configuration path names; none for a path of another kind, or of no VRF.
 std::optional<std::string> vrf_of(std::string_view path);
 // The interface that a protocol's configuration path names, likewise.

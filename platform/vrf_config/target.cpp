@@ -1,0 +1,55 @@
+// Texts of route targets and route distinguishers: ADMINISTRATOR:NUMBER, of 48 bits together (RFC 4364
+// section 4.2). What stands before the colon tells the type: a dotted quad, an AS number of up to 65535, a
+// greater one, or one in asdot (RFC 5396), which is of four octets whatever it is.
+#include "platform/vrf_config/addresses.h"
+#include "platform/vrf_config/vrf_config.h"
+
+namespace vrf_config {
+
+namespace {
+
+constexpr std::uint32_t kMost16 = 0xffff;
+
+std::optional<std::uint32_t> parse_asdot(std::string_view text) {
+  const std::size_t dot = text.find('.');
+  if (dot == std::string_view::npos) return std::nullopt;
+  const std::optional<std::uint32_t> upper = parse_number(text.substr(0, dot), kMost16);
+  const std::optional<std::uint32_t> lower = parse_number(text.substr(dot + 1), kMost16);
+  return upper && lower ? std::optional(*upper << 16 | *lower) : std::nullopt;
+}
+
+// The type and the administrator; the number is still to come.
+std::optional<Target> parse_administrator(std::string_view text) {
+  if (const std::optional<std::uint32_t> as_number = parse_number(text)) {
+    const auto type = *as_number > kMost16 ? Target::Type::kFourOctetAs : Target::Type::kTwoOctetAs;
+    return Target{type, *as_number, 0};
+  }
+  if (const std::optional<std::uint32_t> as_number = parse_asdot(text)) {
+    return Target{Target::Type::kFourOctetAs, *as_number, 0};
+  }
+  const std::optional<std::uint32_t> address = parse_dotted_quad(text);
+  return address ? std::optional(Target{Target::Type::kIpv4Address, *address, 0}) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Target> parse_target(std::string_view text) {
+  const std::size_t colon = text.find(':');
+  if (colon == std::string_view::npos) return std::nullopt;
+  std::optional<Target> target = parse_administrator(text.substr(0, colon));
+  if (!target) return std::nullopt;
+  const std::uint32_t most = target->type == Target::Type::kTwoOctetAs ? UINT32_MAX : kMost16;
+  const std::optional<std::uint32_t> assigned = parse_number(text.substr(colon + 1), most);
+  if (!assigned) return std::nullopt;
+  target->assigned = *assigned;
+  return target;
+}
+
+std::string target_text(const Target& target) {
+  const std::string administrator = target.type == Target::Type::kIpv4Address
+                                        ? dotted_quad(target.administrator)
+                                        : std::to_string(target.administrator);
+  return administrator + ":" + std::to_string(target.assigned);
+}
+
+}  // namespace vrf_config

@@ -1,0 +1,155 @@
+// Nodes to words. A node is put into words and the words are read again: only when they give this very path
+// is the node one that words can say.
+#include "platform/vrf_config/addresses.h"
+#include "platform/vrf_config/paths.h"
+#include "platform/vrf_config/vrf_config.h"
+
+namespace vrf_config {
+
+namespace {
+
+// A path and its value, on the way to words. A key that is not there, or of another form, is an empty word,
+// which no item takes.
+struct Item {
+  const ParsedPath& path;
+  const KvValue& value;
+
+  std::string key(std::size_t at) const { return decode_key(path.keys.at(at)).value_or(""); }
+  std::uint32_t number(std::size_t at) const { return parse_number(path.keys.at(at)).value_or(UINT32_MAX); }
+  std::string family(std::size_t at) const {
+    return path.keys.at(at) == "1" ? "ipv4" : path.keys.at(at) == "2" ? "ipv6" : "";
+  }
+};
+
+// Those of the paths below a VRF's table.
+constexpr std::size_t kAfi = 1;
+constexpr std::size_t kTargetType = 4;
+
+// An AS number of up to 65535 in four octets is told from the same in two by asdot.
+std::string target_word(const Item& item) {
+  Target target;
+  target.type = Target::Type{item.number(kTargetType)};
+  if (target.type == Target::Type::kIpv4Address) {
+    target.administrator = parse_dotted_quad(item.path.keys.at(kTargetType + 4)).value_or(0);
+    target.assigned = item.number(kTargetType + 5);
+    return target_text(target);
+  }
+  target.administrator = item.number(kTargetType + 1) << 16 | item.number(kTargetType + 2);
+  target.assigned = item.number(kTargetType + 3);
+  if (target.type == Target::Type::kFourOctetAs && target.administrator <= 0xffff) {
+    return "0." + target_text(target);
+  }
+  return target_text(target);
+}
+
+std::optional<Words> target_words(const Item& item, const char* direction) {
+  return Words{"rt", direction, target_word(item), item.family(kAfi)};
+}
+
+std::optional<Words> policy_words(const Item& item, const char* direction) {
+  if (item.value.type != KvValueType::kText) return std::nullopt;
+  return Words{"policy", direction, item.family(kAfi), item.value.text};
+}
+
+std::optional<Words> description_words(const Item& item) {
+  if (item.value.type != KvValueType::kText) return std::nullopt;
+  return Words{"description", item.value.text};
+}
+
+std::optional<Words> rd_words(const Item& item) {
+  if (item.value.type != KvValueType::kText) return std::nullopt;
+  return Words{"rd", item.value.text, item.family(kAfi)};
+}
+
+std::optional<Words> threshold_words(const Item& item) {
+  if (item.value.type != KvValueType::kTuple || item.value.tuple.size() != 2) return std::nullopt;
+  return Words{"threshold", item.family(kAfi), std::to_string(item.value.tuple[0]),
+               std::to_string(item.value.tuple[1])};
+}
+
+std::optional<Words> bgp_words(const Item& item) {
+  const std::size_t neighbour = item.path.keys.at(8) == "-" ? 6 : 8;
+  return Words{"bgp", item.key(2), "neighbor", item.key(neighbour), item.family(7)};
+}
+
+std::optional<Words> ospf_words(const Item& item) {
+  return Words{"ospf", item.key(0), "area", item.key(3), "interface", item.key(5)};
+}
+
+std::optional<Words> static_words(const Item& item) {
+  Words words = {"static", item.key(4) + "/" + item.key(5)};
+  if (const std::string interface = item.key(8); !interface.empty()) {
+    words.insert(words.end(), {"interface", interface});
+  }
+  if (const std::string next_hop = item.key(9); !next_hop.empty()) {
+    words.insert(words.end(), {"via", next_hop});
+  }
+  return words;
+}
+
+std::optional<Words> trap_words(const Item& item) {
+  if (item.key(0) != kTrapReissueTime) return Words{item.key(0)};
+  if (item.value.type != KvValueType::kNumber) return std::nullopt;
+  return Words{item.key(0), std::to_string(item.value.number)};
+}
+
+std::optional<Words> item_words(const Item& item) {
+  switch (item.path.kind) {
+    case Kind::kDescription:
+      return description_words(item);
+    case Kind::kRouteDistinguisher:
+      return rd_words(item);
+    case Kind::kImportTarget:
+      return target_words(item, "import");
+    case Kind::kExportTarget:
+      return target_words(item, "export");
+    case Kind::kImportPolicy:
+      return policy_words(item, "import");
+    case Kind::kExportPolicy:
+      return policy_words(item, "export");
+    case Kind::kThreshold:
+      return threshold_words(item);
+    case Kind::kBgp:
+      return bgp_words(item);
+    case Kind::kRip:
+      return Words{"rip", "interface", item.key(1)};
+    case Kind::kOspf:
+      return ospf_words(item);
+    case Kind::kEigrp:
+      return Words{"eigrp", item.key(0), "interface", item.key(4)};
+    case Kind::kStatic:
+      return static_words(item);
+    case Kind::kTrap:
+      return trap_words(item);
+  }
+  return std::nullopt;
+}
+
+bool say_this_node(const Words& words, const KvConfigNode& node) {
+  const auto parsed = parse_words(words);
+  const auto* nodes = std::get_if<std::vector<KvConfigNode>>(&parsed);
+  return nodes != nullptr && nodes->size() == 1 && nodes->front().path == node.path;
+}
+
+}  // namespace
+
+std::optional<Words> word_list_of(const KvConfigNode& node) {
+  const std::optional<ParsedPath> path = parse_path(node.path);
+  if (!path) return std::nullopt;
+  const Item item{*path, node.value};
+  std::optional<Words> words = item_words(item);
+  if (!words) return std::nullopt;
+  if (path->vrf) {
+    words->insert(words->begin(), {"vrf", item.key(*path->vrf)});
+  } else {
+    words->insert(words->begin(), "traps");
+  }
+  return say_this_node(*words, node) ? std::move(words) : std::nullopt;
+}
+
+std::optional<std::string> words_of(const KvConfigNode& node) {
+  const std::optional<Words> words = word_list_of(node);
+  return words ? std::optional(join_words(*words)) : std::nullopt;
+}
+
+}  // namespace vrf_config
