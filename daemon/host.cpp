@@ -12,7 +12,8 @@
 //   7. the queue in which traps wait for the SNMP sub-agent;
 //   8. from here nothing leaves for a client before the checkpoint is on disk;
 //   9. when the daemon makes its main event manager: the data store's server and the source's live part start
-//   on it.
+//   on it,
+//      and the routing tables are watched against their thresholds.
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
 #include "daemon/host.h"
@@ -34,6 +35,7 @@
 #include "platform/kvtree/kvtree.h"
 #include "platform/lfx/lfx.h"
 #include "platform/qic/qic.h"
+#include "platform/rib_threshold/rib_threshold.h"
 #include "platform/router/route_access.h"
 #include "platform/router/router.h"
 #include "platform/vmap/vmap.h"
@@ -103,6 +105,10 @@ void start_on_main_manager(EventManager* manager) {
   }
   host().model.routes().defer_releases(
       [manager] { event_timer_start(manager, 0, [manager] { release_routes(manager); }); });
+  if (const Status status = rib_threshold_attach(&host().model, manager)) {
+    log_line("mpls_vpn_mib: cannot watch the route thresholds: %s", err_text(status));
+    std::exit(1);
+  }
   if (const Status status = start_source(manager)) {
     log_line("mpls_vpn_mib: cannot follow the router's changes: %s", err_text(status));
     std::exit(1);

@@ -1,0 +1,210 @@
+// Route thresholds through the whole process: the router's tables, the service that watches them, and the
+// daemon, to the notification that a watching client receives.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
+#include "mpls/vpn/mib/src/mpls_vpn_trap_test_support.h"
+#include "platform/rib_threshold/records.h"
+#include "platform/rib_threshold/rib_threshold.h"
+#include "platform/router/route_test_support.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kSwitches[] = "/cfg/gl/snmp/enable/traps/l3vpnmib/";
+
+// VRF "red" with the maximum 4 and the mid threshold 2 for IPv4, and every notification switched on.
+class Thresholds : public Configured<TrapTest> {
+ protected:
+  Thresholds() { registers_at_once_ = false; }
+  void SetUp() override {
+    Configured::SetUp();
+    ASSERT_EQ(rib_threshold_attach(&router_, manager_), kStatusOk);
+    Register();
+    table_ = AddVrf("red");
+    SetNumber("all", 1);
+    SetPair(LimitOf(1), 4, 2);
+    ClearPrints();
+  }
+  void TearDown() override {
+    rib_threshold_detach();
+    Configured::TearDown();
+  }
+
+  static std::string LimitOf(unsigned afi) {
+    return "/cfg/gl/vmap/vrf/red/ord_z/afi_safi/" + std::to_string(afi) +
+           "/1/default/ord_e/rib/table-prefix-limit";
+  }
+  void SetNumber(const std::string& item, std::int64_t number) {
+    KvValue value;
+    value.type = KvValueType::kNumber;
+    value.number = number;
+    Set(kSwitches + item, value);
+  }
+  void SetRoutes(std::size_t count, router::Family family = router::Family::kIpv4) {
+    const router::RouteTableId id{family, table_};
+    router::RouteStore& routes = router_.routes();
+    const auto route = [&](std::size_t n) {
+      return router::MakeRoute(family == router::Family::kIpv4 ? "10." + std::to_string(n) + ".0.0/16"
+                                                               : "2001:db8:" + std::to_string(n) + "::/48");
+    };
+    while (routes.count(id) < count) ASSERT_EQ(routes.put(id, route(routes.count(id) + 1)), kStatusOk);
+    while (routes.count(id) > count) ASSERT_EQ(routes.erase(id, route(routes.count(id)).key), kStatusOk);
+    router_.flush_route_changes();
+    Run();
+  }
+  void PassOneSecond() {
+    PassSeconds(1);
+    Run();
+  }
+  // Another process: nothing that this one derived is left.
+  void RestartProcess() {
+    rib_threshold_detach();
+    ASSERT_EQ(rib_threshold_attach(&router_, manager_), kStatusOk);
+    RestartDaemon();
+  }
+  static std::string Exceeded(const std::string& numbers) {
+    return "mplsL3VpnVrfNumVrfRouteMaxThreshExceeded red " + numbers;
+  }
+  static std::string Cleared(const std::string& numbers) {
+    return "mplsL3VpnNumVrfRouteMaxThreshCleared red " + numbers;
+  }
+  static std::string Mid(const std::string& numbers) {
+    return "mplsL3VpnVrfRouteMidThreshExceeded red " + numbers;
+  }
+  std::uint32_t table_ = 0;
+};
+
+TEST_F(Thresholds, RoutesPastMidAndMaximumRaiseOneNotificationEachAndOneBelow) {
+  SetRoutes(2);
+  EXPECT_THAT(Traps(), IsEmpty());
+  SetRoutes(3);
+  EXPECT_THAT(Traps(), ElementsAre(Mid("mid=2 routes=3")));
+  SetRoutes(4);
+  EXPECT_THAT(Traps(), ElementsAre(Exceeded("high=4 routes=4")));
+  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 1U);
+  EXPECT_EQ(AttributesOf("red")->curr_num_routes, 4U);
+  SetRoutes(6);
+  EXPECT_THAT(Traps(), IsEmpty());
+  SetRoutes(3);
+  EXPECT_THAT(Traps(), ElementsAre(Cleared("high=4 routes=3")));
+  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
+}
+
+TEST_F(Thresholds, MaximumIsRaisedAgainEverySecondUntilItIsCleared) {
+  SetNumber("notif-reissue-time", 1);
+  SetRoutes(4);
+  Traps();
+  for (int second = 0; second < 3; ++second) {
+    PassOneSecond();
+    EXPECT_THAT(Traps(), ElementsAre(Exceeded("high=4 routes=4")));
+  }
+  SetRoutes(1);
+  EXPECT_THAT(Traps(), ElementsAre(Cleared("high=4 routes=1")));
+  PassOneSecond();
+  PassOneSecond();
+  EXPECT_THAT(Traps(), IsEmpty());
+}
+
+TEST_F(Thresholds, MaximumIsRaisedAgainWhileOneFamilyIsStillThere) {
+  SetPair(LimitOf(2), 3, 0);
+  SetNumber("notif-reissue-time", 1);
+  SetRoutes(4, router::Family::kIpv4);
+  SetRoutes(3, router::Family::kIpv6);
+  Traps();
+  SetRoutes(1, router::Family::kIpv4);
+  EXPECT_THAT(Traps(), IsEmpty());
+  PassOneSecond();
+  EXPECT_THAT(Traps(), ElementsAre(Exceeded("high=3 routes=3")));
+  SetRoutes(2, router::Family::kIpv6);
+  EXPECT_THAT(Traps(), ElementsAre(Cleared("high=3 routes=2")));
+  PassOneSecond();
+  EXPECT_THAT(Traps(), IsEmpty());
+}
+
+TEST_F(Thresholds, ChangedThresholdsAreJudgedAtOnce) {
+  SetRoutes(3);
+  Traps();
+  SetPair(LimitOf(1), 3, 2);
+  EXPECT_THAT(Traps(), ElementsAre(Exceeded("high=3 routes=3")));
+  Delete(LimitOf(1));
+  EXPECT_THAT(Traps(), ElementsAre(Cleared("routes=3")));
+  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
+}
+
+TEST_F(Thresholds, ProcessThatStartsAboveTheMaximumKnowsItAndTellsItOnce) {
+  SetNumber("notif-reissue-time", 1);
+  SetRoutes(4);
+  Traps();
+  RestartProcess();
+  EXPECT_THAT(Traps(), ElementsAre(Exceeded("high=4 routes=4"), Mid("mid=2 routes=4")));
+  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 1U);
+  EXPECT_EQ(AttributesOf("red")->curr_num_routes, 4U);
+  PassOneSecond();
+  EXPECT_THAT(Traps(), ElementsAre(Exceeded("high=4 routes=4")));
+  SetRoutes(3);
+  EXPECT_THAT(Traps(), ElementsAre(Cleared("high=4 routes=3")));
+}
+
+TEST_F(Thresholds, ProcessThatStartsBelowTellsNothing) {
+  SetRoutes(1);
+  RestartProcess();
+  EXPECT_THAT(Traps(), IsEmpty());
+}
+
+// Its record stays, with what it was told, because configuration names the VRF.
+TEST_F(Thresholds, VrfThatWasDeletedAboveItsMaximumComesBackCleared) {
+  NameVrf("red");
+  SetRoutes(4);
+  Traps();
+  const router::Vrf red = *router_.find_vrf("red");
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Traps(), IsEmpty());
+  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 1U);
+  ASSERT_EQ(router_.create_vrf(red), kStatusOk);
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(Cleared("high=4")));
+  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
+}
+
+// --- The events as both sides describe them
+
+void ExpectSame(const ParcelDescription& ours, const ParcelDescription& readers) {
+  EXPECT_STREQ(ours.type_name, readers.type_name);
+  EXPECT_EQ(ours.version, readers.version);
+  EXPECT_EQ(ours.reader_version, readers.reader_version);
+  EXPECT_STREQ(ours.library, readers.library);
+  EXPECT_STREQ(ours.annotated_schema, readers.annotated_schema);
+  EXPECT_STREQ(ours.compact_schema, readers.compact_schema);
+  EXPECT_EQ(ours.layout->structures[0].size, readers.layout->structures[0].size);
+}
+
+TEST(ThresholdEventRecords, AreDescribedAsTheDaemonDescribesThem) {
+  ExpectSame(rib_threshold::kMidThresholdParcel, kRibMidThreshParcel);
+  ExpectSame(rib_threshold::kMaximumThresholdParcel, kRibMaxThreshParcel);
+}
+
+TEST(ThresholdEventRecords, AreDecodedByTheDaemonsDescription) {
+  KvValue value;
+  ASSERT_EQ(rib_threshold::encode(rib_threshold::MaximumThreshold{1, 10, 99, 100}, &value), kStatusOk);
+  EXPECT_EQ(value.type, KvValueType::kRecord);
+  rib_prov_maxthresh maximum{};
+  ASSERT_EQ(parcel_decode(&kRibMaxThreshParcel, value.record.data(), value.record.size(), &maximum),
+            kStatusOk);
+  EXPECT_THAT((std::array{maximum.ext_clear, maximum.ext_table_id, maximum.ext_curr_num_routes,
+                          maximum.ext_conf_max_threshold}),
+              ElementsAre(1U, 10U, 99U, 100U));
+  ASSERT_EQ(rib_threshold::encode(rib_threshold::MidThreshold{10, 81, 80}, &value), kStatusOk);
+  rib_prov_midthresh_exceed mid{};
+  ASSERT_EQ(parcel_decode(&kRibMidThreshParcel, value.record.data(), value.record.size(), &mid), kStatusOk);
+  EXPECT_THAT((std::array{mid.ext_table_id, mid.ext_curr_num_routes, mid.ext_conf_mid_threshold}),
+              ElementsAre(10U, 81U, 80U));
+}
+
+}  // namespace
