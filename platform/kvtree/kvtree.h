@@ -158,6 +158,8 @@ struct KvNotification;  // one change, below the subscriber's bind point
 void kvtree_match_notify(const KvNotification* notification, const KvRoutingTable* table);
 // The notification as a handler without a routing table needs it.
 const KvNotifyInfo* kvtree_notify_info(const KvNotification* notification);
+// The node's path below the subscriber's bind point, during the call.
+std::string_view kvtree_notify_path(const KvNotification* notification);
 
 // --- Binding, providers, subscriptions -----------------------------------------------------------
 
@@ -241,8 +243,9 @@ struct KvProviderNotification {
 [[nodiscard]] Status kvtree_retain_notifications(std::string_view path, std::string_view name,
                                                  std::size_t limit);
 // Sets the nodes that earlier processes kept in the directory's configuration.db, and from here on keeps
-// there what clients set below /cfg/. Call before subscribers register. kStatusIo (logged) when the database
-// cannot be used; one whose contents are unusable is set aside and is no failure.
+// there what is committed (config.h). Call before subscribers register and before the first commit
+// (kStatusExists). kStatusIo (logged) when the database cannot be used; one whose contents are unusable is
+// set aside and is no failure.
 [[nodiscard]] Status kvtree_keep_configuration(const std::string& directory);
 
 // --- Key texts -----------------------------------------------------------------------------------

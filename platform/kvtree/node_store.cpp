@@ -1,182 +1,301 @@
-// See node_store.h. One table; a rollback journal and full synchronisation, as the configuration changes
-// seldom and must not be lost. Whether a file is ours is told by its application id, whether we understand it
-// by its version; both, and a check of the whole file, come before anything is read from it or written to it.
+// See node_store.h: reading what is kept, writing commits, and folding. The history is read in
+// commit_history.cpp.
+//
+// What a transaction changes of the counts is computed on a copy, which takes effect with the transaction.
 #include "platform/kvtree/node_store.h"
 
-#include <sqlite3.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include <algorithm>
+#include <utility>
 
 #include "platform/base/fault.h"
 #include "platform/base/log.h"
+#include "platform/kvtree/commit_codec.h"
+#include "platform/kvtree/configuration_database.h"
 
 namespace kvtree {
 
 namespace {
 
-constexpr int kApplicationId = 0x4d56434e;  // "MVCN"
-constexpr int kVersion = 1;
-constexpr char kMake[] =
-    "BEGIN; CREATE TABLE node(path TEXT PRIMARY KEY NOT NULL, value NOT NULL) WITHOUT ROWID;"
-    "PRAGMA application_id = 1297498958; PRAGMA user_version = 1; COMMIT;";
-static_assert(kApplicationId == 1297498958 && kVersion == 1);
+constexpr std::size_t kFoldedAtOnce = 256;  // changes of a commit whose rows are in its own transaction
 
-struct CloseDatabase {
-  void operator()(sqlite3* database) const { sqlite3_close(database); }
-};
-using Database = std::unique_ptr<sqlite3, CloseDatabase>;
-
-struct FinalizeStatement {
-  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-};
-using Statement = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
-
-Statement prepare(sqlite3* database, const char* sql) {
-  sqlite3_stmt* statement = nullptr;
-  sqlite3_prepare_v2(database, sql, -1, &statement,
-                     nullptr);  // a failure leaves null, and the code in the database
-  return Statement(statement);
+void bind_tuple(const Statement& statement, int place, const std::vector<std::int64_t>& tuple,
+                wire::Octets* octets) {
+  for (const std::int64_t number : tuple) wire::Writer(octets).u64(static_cast<std::uint64_t>(number));
+  bind_blob(statement, place, octets->data(), octets->size());
 }
 
-void bind_text(sqlite3_stmt* statement, int place, std::string_view text) {
-  sqlite3_bind_text64(statement, place, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
+// The octets must live until the statement has run.
+void bind_value(const Statement& statement, int place, const KvValue& value, wire::Octets* octets) {
+  switch (value.type) {
+    case KvValueType::kText:
+      return bind_text(statement, place, value.text);
+    case KvValueType::kNumber:
+      sqlite3_bind_int64(statement.get(), place, value.number);
+      return;
+    case KvValueType::kTuple:
+      return bind_tuple(statement, place, value.tuple, octets);
+    case KvValueType::kNone:
+    case KvValueType::kRecord:  // no plan has one
+      sqlite3_bind_null(statement.get(), place);
+      return;
+  }
 }
 
-std::string_view column_text(sqlite3_stmt* statement, int column) {
-  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
-  return {text, static_cast<std::size_t>(sqlite3_column_bytes(statement, column))};
+KvValue column_tuple(const Statement& statement, int column) {
+  const auto* octets = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement.get(), column));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement.get(), column));
+  KvValue value;
+  value.type = KvValueType::kTuple;
+  wire::Reader reader({octets, size});
+  while (reader.left() >= sizeof(std::int64_t))
+    value.tuple.push_back(static_cast<std::int64_t>(reader.u64()));
+  return value;
 }
 
-// The one number that a statement answers; the SQLite code.
-int ask_number(sqlite3* database, const char* sql, int* number) {
-  const Statement statement = prepare(database, sql);
-  if (statement == nullptr) return sqlite3_errcode(database);
-  const int code = sqlite3_step(statement.get());
-  if (code != SQLITE_ROW) return code == SQLITE_DONE ? SQLITE_CORRUPT : code;
-  *number = sqlite3_column_int(statement.get(), 0);
-  return SQLITE_OK;
-}
-
-int check_whole(sqlite3* database) {
-  const Statement statement = prepare(database, "PRAGMA quick_check(1)");
-  if (statement == nullptr) return sqlite3_errcode(database);
-  const int code = sqlite3_step(statement.get());
-  if (code != SQLITE_ROW) return code == SQLITE_DONE ? SQLITE_CORRUPT : code;
-  return column_text(statement.get(), 0) == "ok" ? SQLITE_OK : SQLITE_CORRUPT;
-}
-
-// SQLITE_OK for a database that is ours, whole and of this version, which an empty file is made into.
-// SQLITE_NOTADB, SQLITE_CORRUPT and SQLITE_MISMATCH are for files whose contents cannot be used.
-int check_or_make(sqlite3* database) {
-  int id = 0;
-  int version = 0;
-  int objects = 0;
-  if (const int code = ask_number(database, "PRAGMA application_id", &id)) return code;
-  if (const int code = ask_number(database, "PRAGMA user_version", &version)) return code;
-  if (const int code = ask_number(database, "SELECT count(*) FROM sqlite_schema", &objects)) return code;
-  if (id == 0 && version == 0 && objects == 0)
-    return sqlite3_exec(database, kMake, nullptr, nullptr, nullptr);
-  if (id != kApplicationId || version != kVersion) return SQLITE_MISMATCH;
-  if (const int code = check_whole(database)) return code;
-  return prepare(database, "SELECT path, value FROM node") == nullptr ? SQLITE_MISMATCH : SQLITE_OK;
-}
-
-bool is_unusable(int code) {
-  const int primary = code & 0xff;
-  return primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT || primary == SQLITE_MISMATCH;
-}
-
-// An error number, or 0.
-int set_aside(const std::string& file) {
-  std::string aside;
-  for (int n = 1; aside.empty() || access(aside.c_str(), F_OK) == 0; ++n)
-    aside = file + ".unusable." + std::to_string(n);
-  if (std::rename(file.c_str(), aside.c_str()) != 0) return errno;
-  // A journal belongs to the file that it was written for; applied to a new one it would destroy that.
-  if (std::rename((file + "-journal").c_str(), (aside + "-journal").c_str()) != 0 && errno != ENOENT)
-    return errno;
-  log_line("configuration: %s cannot be used and is kept as %s; starting with an empty one", file.c_str(),
-           aside.c_str());
-  return 0;
-}
-
-int open_once(const std::string& file, Database* database) {
-  sqlite3* opened = nullptr;
-  const int code =
-      sqlite3_open_v2(file.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-  database->reset(opened);
-  return code != SQLITE_OK ? code : check_or_make(opened);
-}
-
-Status fail(const std::string& what, const char* why) {
-  log_line("configuration: %s: %s", what.c_str(), why);
-  return kStatusIo;
+KvValue column_value(const Statement& statement, int column) {
+  KvValue value;
+  switch (sqlite3_column_type(statement.get(), column)) {
+    case SQLITE_NULL:
+      break;
+    case SQLITE_INTEGER:
+      value.type = KvValueType::kNumber;
+      value.number = sqlite3_column_int64(statement.get(), column);
+      break;
+    case SQLITE_BLOB:
+      return column_tuple(statement, column);
+    default:
+      value.type = KvValueType::kText;
+      value.text = column_text(statement, column);
+  }
+  return value;
 }
 
 }  // namespace
 
-Status NodeStore::open(const std::string& directory, std::unique_ptr<NodeStore>* store) {
-  if (const Status status = fault_check("configuration_open")) return status;
-  const std::string file = directory + "/configuration.db";
+// --- Opening
+
+Status NodeStore::open(const std::string& directory, std::shared_ptr<NodeStore>* store) {
   Database database;
-  int code = open_once(file, &database);
-  if (is_unusable(code)) {
-    database.reset();
-    if (const int error = set_aside(file)) return fail(file + " cannot be set aside", std::strerror(error));
-    code = open_once(file, &database);
+  if (const Status status = open_configuration(directory, &database)) return status;
+  return start(std::move(database), store);
+}
+
+Status NodeStore::open_in_memory(std::shared_ptr<NodeStore>* store) {
+  Database database;
+  if (const Status status = open_configuration_in_memory(&database)) return status;
+  return start(std::move(database), store);
+}
+
+Status NodeStore::start(Database database, std::shared_ptr<NodeStore>* store) {
+  const std::shared_ptr<NodeStore> made(new NodeStore(std::move(database)));
+  if (const Status status = made->read_size()) return status;
+  if (const Status status = made->read_unfolded()) return status;
+  while (made->fold_some(kFoldedAtOnce)) {
   }
-  if (code != SQLITE_OK) return fail(file + " cannot be opened", sqlite3_errstr(code));
-  store->reset(new NodeStore(database.release()));
+  if (made->has_unfolded()) return kStatusIo;
+  *store = made;
   return kStatusOk;
 }
 
-NodeStore::~NodeStore() {
-  sqlite3_close(database_);
+Status NodeStore::read_size() {
+  const Statement statement =
+      prepare(database_.get(), "SELECT count(*), coalesce(sum(octets), 0) FROM log WHERE changes > 0");
+  if (sqlite3_step(statement.get()) != SQLITE_ROW) return fail("the history cannot be read");
+  size_ = {static_cast<std::size_t>(sqlite3_column_int64(statement.get(), 0)),
+           static_cast<std::size_t>(sqlite3_column_int64(statement.get(), 1))};
+  return kStatusOk;
+}
+
+Status NodeStore::read_unfolded() {
+  const Statement statement =
+      prepare(database_.get(), "SELECT id, owner FROM log WHERE folded = 0 ORDER BY id");
+  int code = SQLITE_ROW;
+  while ((code = sqlite3_step(statement.get())) == SQLITE_ROW) {
+    const std::int64_t id = sqlite3_column_int64(statement.get(), 0);
+    SharedPlan plan;
+    if (const Status status = read_plan(id, column_text(statement, 1), &plan)) return status;
+    unfolded_.push_back({id, std::move(plan)});
+  }
+  return code == SQLITE_DONE ? kStatusOk : fail("the commits cannot be read");
+}
+
+Status NodeStore::read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const {
+  const auto read = std::make_shared<CommitPlan>();
+  read->owner = find_owner(owner);
+  if (read->owner == kNoOwner) {
+    log_line("configuration: commit %lld is nobody's", static_cast<long long>(id));
+    return kStatusIo;
+  }
+  const Status status = visit_content(id, [&](PlannedChange change) {
+    if (change.tells) ++read->telling;
+    read->changes.push_back(std::move(change));
+  });
+  *plan = read;
+  return status;
 }
 
 Status NodeStore::for_each(const Visitor& visit) const {
-  const Statement statement = prepare(database_, "SELECT path, value FROM node ORDER BY path");
-  if (statement == nullptr) return fail("the nodes cannot be read", sqlite3_errmsg(database_));
+  if (const Status status = fault_check("configuration_read")) return status;
+  const Statement statement =
+      prepare(database_.get(), "SELECT owner, path, value FROM node ORDER BY path, owner");
   int code = SQLITE_ROW;
-  while ((code = sqlite3_step(statement.get())) == SQLITE_ROW) {
-    KvValue value;
-    if (sqlite3_column_type(statement.get(), 1) == SQLITE_INTEGER) {
-      value.type = KvValueType::kNumber;
-      value.number = sqlite3_column_int64(statement.get(), 1);
-    } else {
-      value.type = KvValueType::kText;
-      value.text = column_text(statement.get(), 1);
+  while ((code = sqlite3_step(statement.get())) == SQLITE_ROW)
+    visit(column_text(statement, 0), column_text(statement, 1), column_value(statement, 2));
+  return code == SQLITE_DONE ? kStatusOk : fail("the nodes cannot be read");
+}
+
+// --- Writing
+
+Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::string* id) {
+  if (const Status status = fault_check("configuration_write")) return status;
+  const bool folded = unfolded_.empty() && plan->changes.size() <= kFoldedAtOnce;
+  std::int64_t number = 0;
+  Size size = size_;
+  bool written = execute("BEGIN IMMEDIATE") && write_all(*plan, head, folded, &number, &size);
+  if (written) {
+    if (const Status status = fault_check("configuration_commit")) {
+      roll_back();
+      return status;
     }
-    visit(column_text(statement.get(), 0), std::move(value));
+    written = execute("COMMIT");
   }
-  return code == SQLITE_DONE ? kStatusOk : fail("the nodes cannot be read", sqlite3_errmsg(database_));
+  if (!written) {
+    const Status status = fail("a commit cannot be written");
+    roll_back();
+    return status;
+  }
+  size_ = size;
+  if (!folded) unfolded_.push_back({number, plan});
+  if (plan->telling > 0) *id = std::to_string(number);
+  return kStatusOk;
 }
 
-Status NodeStore::put(std::string_view path, const KvValue& value) {
-  if (const Status status = fault_check("configuration_write")) return status;
-  if (value.type != KvValueType::kText && value.type != KvValueType::kNumber) return kStatusInvalid;
-  const Statement statement = prepare(database_, "INSERT OR REPLACE INTO node VALUES (?, ?)");
-  if (statement == nullptr) return fail("a node cannot be written", sqlite3_errmsg(database_));
-  bind_text(statement.get(), 1, path);
-  if (value.type == KvValueType::kText) {
-    bind_text(statement.get(), 2, value.text);
-  } else {
-    sqlite3_bind_int64(statement.get(), 2, value.number);
-  }
-  if (sqlite3_step(statement.get()) == SQLITE_DONE) return kStatusOk;
-  return fail("a node cannot be written", sqlite3_errmsg(database_));
+bool NodeStore::write_all(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id,
+                          Size* size) {
+  const bool logged = !folded || plan.telling > 0;
+  if (logged && !write_log(plan, head, folded, id, size)) return false;
+  if (folded && !write_rows(plan, 0, plan.changes.size())) return false;
+  return forget_oldest(size);
 }
 
-Status NodeStore::erase(std::string_view path) {
-  if (const Status status = fault_check("configuration_write")) return status;
-  const Statement statement = prepare(database_, "DELETE FROM node WHERE path = ?");
-  if (statement == nullptr) return fail("a node cannot be deleted", sqlite3_errmsg(database_));
-  bind_text(statement.get(), 1, path);
-  if (sqlite3_step(statement.get()) == SQLITE_DONE) return kStatusOk;
-  return fail("a node cannot be deleted", sqlite3_errmsg(database_));
+bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id,
+                          Size* size) {
+  wire::Octets octets;
+  write_commit(plan, &octets);
+  const Statement log =
+      prepare(database_.get(),
+              "INSERT INTO log(time, owner, comment, changes, octets, folded) VALUES (?, ?, ?, ?, ?, ?)");
+  sqlite3_bind_int64(log.get(), 1, static_cast<std::int64_t>(head.time));
+  bind_text(log, 2, owner_name(plan.owner));
+  bind_text(log, 3, head.comment);
+  sqlite3_bind_int64(log.get(), 4, static_cast<std::int64_t>(plan.telling));
+  sqlite3_bind_int64(log.get(), 5, static_cast<std::int64_t>(octets.size()));
+  sqlite3_bind_int(log.get(), 6, folded ? 1 : 0);
+  if (sqlite3_step(log.get()) != SQLITE_DONE) return false;
+  *id = sqlite3_last_insert_rowid(database_.get());
+  const Statement content = prepare(database_.get(), "INSERT INTO content(id, octets) VALUES (?, ?)");
+  sqlite3_bind_int64(content.get(), 1, *id);
+  bind_blob(content, 2, octets.data(), octets.size());
+  if (plan.telling > 0) {
+    ++size->commits;
+    size->octets += octets.size();
+  }
+  return sqlite3_step(content.get()) == SQLITE_DONE;
+}
+
+bool NodeStore::write_rows(const CommitPlan& plan, std::size_t first, std::size_t end) {
+  const Statement put =
+      prepare(database_.get(), "INSERT OR REPLACE INTO node(path, owner, value) VALUES (?, ?, ?)");
+  const Statement erase = prepare(database_.get(), "DELETE FROM node WHERE path = ? AND owner = ?");
+  for (std::size_t i = first; i < end; ++i) {
+    if (!write_row(put, erase, owner_name(plan.owner), plan.changes[i])) return false;
+  }
+  return true;
+}
+
+bool NodeStore::write_row(const Statement& put, const Statement& erase, std::string_view owner,
+                          const PlannedChange& change) {
+  const Statement& statement = change.value == nullptr ? erase : put;
+  wire::Octets octets;
+  sqlite3_reset(statement.get());
+  bind_text(statement, 1, change.path);
+  bind_text(statement, 2, owner);
+  if (change.value != nullptr) bind_value(statement, 3, *change.value, &octets);
+  return sqlite3_step(statement.get()) == SQLITE_DONE;
+}
+
+// The oldest commits make room; one that is not folded is still needed.
+bool NodeStore::forget_oldest(Size* size) {
+  while (size->commits > kMaxCommits || (size->octets > kMaxHistoryOctets && size->commits > 1)) {
+    const Statement oldest =
+        prepare(database_.get(), "SELECT id, octets, folded FROM log WHERE changes > 0 ORDER BY id LIMIT 1");
+    if (sqlite3_step(oldest.get()) != SQLITE_ROW) return false;
+    if (sqlite3_column_int(oldest.get(), 2) == 0) return true;
+    if (!forget(sqlite3_column_int64(oldest.get(), 0))) return false;
+    --size->commits;
+    size->octets -= static_cast<std::size_t>(sqlite3_column_int64(oldest.get(), 1));
+  }
+  return true;
+}
+
+bool NodeStore::forget(std::int64_t id) {
+  for (const char* sql : {"DELETE FROM content WHERE id = ?", "DELETE FROM log WHERE id = ?"}) {
+    const Statement statement = prepare(database_.get(), sql);
+    sqlite3_bind_int64(statement.get(), 1, id);
+    if (sqlite3_step(statement.get()) != SQLITE_DONE) return false;
+  }
+  return true;
+}
+
+// --- Folding
+
+bool NodeStore::fold_some(std::size_t rows) {
+  if (unfolded_.empty()) return false;
+  Unfolded& oldest = unfolded_.front();
+  const std::size_t end = std::min(oldest.plan->changes.size(), oldest.next + rows);
+  if (!fold_batch(oldest, end)) return false;
+  oldest.next = end;
+  if (end == oldest.plan->changes.size()) unfolded_.pop_front();
+  return !unfolded_.empty();
+}
+
+bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
+  if (const Status status = fault_check("configuration_fold")) {
+    log_line("configuration: a commit cannot be folded: %s", err_text(status));
+    return false;
+  }
+  const bool is_last = end == unfolded.plan->changes.size();
+  const bool folded = execute("BEGIN IMMEDIATE") && write_rows(*unfolded.plan, unfolded.next, end) &&
+                      (!is_last || finish_fold(unfolded)) && execute("COMMIT");
+  if (folded) return true;
+  static_cast<void>(fail("a commit cannot be folded"));
+  roll_back();
+  return false;
+}
+
+// A commit that changed nothing in force was kept for its rows alone.
+bool NodeStore::finish_fold(const Unfolded& unfolded) {
+  if (unfolded.plan->telling == 0) return forget(unfolded.id);
+  const Statement statement = prepare(database_.get(), "UPDATE log SET folded = 1 WHERE id = ?");
+  sqlite3_bind_int64(statement.get(), 1, unfolded.id);
+  return sqlite3_step(statement.get()) == SQLITE_DONE;
+}
+
+// --- Helpers
+
+bool NodeStore::execute(const char* sql) const {
+  return sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+// SQLite may have rolled back by itself.
+void NodeStore::roll_back() const {
+  if (sqlite3_get_autocommit(database_.get()) == 0 && !execute("ROLLBACK"))
+    static_cast<void>(fail("a commit cannot be taken back"));
+}
+
+Status NodeStore::fail(const char* what) const {
+  log_line("configuration: %s: %s", what, sqlite3_errmsg(database_.get()));
+  return kStatusIo;
 }
 
 }  // namespace kvtree

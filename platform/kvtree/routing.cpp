@@ -106,3 +106,7 @@ void kvtree_match_notify(const KvNotification* notification, const KvRoutingTabl
 const KvNotifyInfo* kvtree_notify_info(const KvNotification* notification) {
   return &notification->info;
 }
+
+std::string_view kvtree_notify_path(const KvNotification* notification) {
+  return notification->path;
+}

@@ -40,18 +40,6 @@ void deliver(const KvRegistration& registration, const Change& change, std::uint
   if (registration.entry != nullptr) registration.entry(&notification);
 }
 
-void tell_subscribers(const Change& change, std::uint32_t events) {
-  std::shared_ptr<const Change> shared;
-  for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
-    const std::uint32_t wanted = events & registration->events;
-    if (wanted == 0 || !change.path.starts_with(registration->prefix)) continue;
-    if (shared == nullptr) shared = std::make_shared<const Change>(change);
-    event_post(registration->manager, [weak = std::weak_ptr(registration), shared, wanted] {
-      if (const std::shared_ptr<KvRegistration> still = weak.lock()) deliver(*still, *shared, wanted);
-    });
-  }
-}
-
 void replay(const KvRegistration& registration) {
   const std::uint32_t events = (kKvEventCreated | kKvEventSet) & registration.events;
   if (events == 0) return;
@@ -70,6 +58,28 @@ Status check_node_path(std::string_view path) {
 }
 
 }  // namespace
+
+void tell_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
+                      std::uint32_t events) {
+  std::shared_ptr<const Change> shared;
+  for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
+    const std::uint32_t wanted = events & registration->events;
+    if (wanted == 0 || !path.starts_with(registration->prefix)) continue;
+    if (shared == nullptr) shared = std::make_shared<const Change>(Change{path, value});
+    event_post(registration->manager, [weak = std::weak_ptr(registration), shared, wanted] {
+      if (const std::shared_ptr<KvRegistration> still = weak.lock()) deliver(*still, *shared, wanted);
+    });
+  }
+}
+
+void put_node(const std::string& path, std::shared_ptr<const KvValue> value) {
+  const auto [node, created] = store().nodes.insert_or_assign(path, std::move(value));
+  tell_subscribers(path, node->second, created ? kKvEventCreated | kKvEventSet : kKvEventSet);
+}
+
+void erase_node(const std::string& path) {
+  if (store().nodes.erase(path) > 0) tell_subscribers(path, nullptr, kKvEventDeleted);
+}
 
 Store& store() {
   static Store the_store;
@@ -166,20 +176,15 @@ Status kvtree_register_notification(KvConnection* connection, const char* path, 
 Status kvtree_set(std::string_view path, KvValue value) {
   if (const Status status = fault_check("kvtree_set")) return status;
   if (const Status status = kvtree::check_node_path(path)) return status;
-  auto kept = std::make_shared<const KvValue>(std::move(value));
-  const auto [node, created] = store().nodes.insert_or_assign(std::string(path), kept);
-  kvtree::tell_subscribers({node->first, std::move(kept)},
-                           created ? kKvEventCreated | kKvEventSet : kKvEventSet);
+  kvtree::put_node(std::string(path), std::make_shared<const KvValue>(std::move(value)));
   return kStatusOk;
 }
 
 Status kvtree_delete(std::string_view path) {
   if (const Status status = fault_check("kvtree_delete")) return status;
   if (const Status status = kvtree::check_node_path(path)) return status;
-  const auto node = store().nodes.find(path);
-  if (node == store().nodes.end()) return kStatusNoSuchRow;
-  store().nodes.erase(node);
-  kvtree::tell_subscribers({std::string(path), nullptr}, kKvEventDeleted);
+  if (!store().nodes.contains(path)) return kStatusNoSuchRow;
+  kvtree::erase_node(std::string(path));
   return kStatusOk;
 }
 

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/kvtree/config_tree.h"
 #include "platform/kvtree/kvtree.h"
 #include "platform/kvtree/node_store.h"
 #include "platform/kvtree/notification_queue.h"
@@ -64,9 +65,11 @@ struct Store {
   std::vector<std::shared_ptr<KvRegistration>> registrations;
   std::vector<Provider> providers;
   std::map<std::string, std::shared_ptr<const KvValue>, std::less<>> nodes;
+  ConfigTree configuration;  // what is in force of it is in `nodes`, too
   std::map<std::string, Action, std::less<>> actions;
   std::vector<RetainedQueue> retained;
-  std::unique_ptr<NodeStore> kept;  // null: the configuration does not outlive the process
+  std::shared_ptr<NodeStore> kept;  // null until it is needed
+  bool folding = false;             // a step of folding is posted
 };
 
 Store& store();
@@ -74,6 +77,14 @@ Store& store();
 // kStatusOk for a whole path that requests and nodes may have: it begins with '/', is within kKvMaxPath
 // (kStatusMessageTooLarge) and has no NUL (kStatusBadKey).
 Status check_path(std::string_view path);
+
+// Sets a node and tells it.
+void put_node(const std::string& path, std::shared_ptr<const KvValue> value);
+// Deletes a node that is there and tells it.
+void erase_node(const std::string& path);
+// Posts a change (no value: a deletion) to whoever subscribed to one of these events of this path.
+void tell_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
+                      std::uint32_t events);
 
 // The provider of this path (the longest prefix), or null; *relative is what stands below it.
 const Provider* find_provider(std::string_view path, std::string_view* relative);

@@ -288,6 +288,16 @@ TEST_F(Subscriptions, RegistrationPathIsBelowTheBindPoint) {
   EXPECT_THAT(TakeTold(), ElementsAre("a 3 one"));
 }
 
+TEST_F(Subscriptions, NotificationTellsItsPathBelowTheBindPoint) {
+  static std::string path;
+  const auto entry = [](const KvNotification* notification) { path = kvtree_notify_path(notification); };
+  ASSERT_EQ(kvtree_register_notification(Bind("/cfg/gl/"), "", 7, entry, manager, 0, 0, 4, nullptr),
+            kStatusOk);
+  ASSERT_EQ(SetText("/cfg/gl/vmap/a", "one"), kStatusOk);
+  Run();
+  EXPECT_EQ(path, "vmap/a");
+}
+
 TEST_F(Subscriptions, EntryMayChangeTheTreeDuringTheReplay) {
   ASSERT_EQ(SetText("/cfg/a", "one"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/b", "two"), kStatusOk);

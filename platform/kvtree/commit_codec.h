@@ -1,0 +1,19 @@
+// The changes of a commit in octets, as the database keeps them. Not for other folders.
+//
+// A change is its path, then what its owner holds from then on (a value or none), then a u8: 0 when nothing
+// in force changed, 1 when what follows says how: the owner before and its value, the owner after and its
+// value (u8 numbers of kConfigOwners; a value or none). Reading is for octets that a damaged file may have.
+#pragma once
+
+#include <functional>
+
+#include "platform/kvtree/config_tree.h"
+#include "platform/wire/wire.h"
+
+namespace kvtree {
+
+void write_commit(const CommitPlan& plan, wire::Octets* octets);
+// Every change in order; false for octets that are no commit, with the changes up to there visited.
+bool read_commit(wire::OctetSpan octets, const std::function<void(PlannedChange)>& visit);
+
+}  // namespace kvtree

@@ -1,0 +1,83 @@
+// The history of commits, read from the database: see node_store.h.
+#include <charconv>
+#include <utility>
+
+#include "platform/base/log.h"
+#include "platform/kvtree/commit_codec.h"
+#include "platform/kvtree/node_store.h"
+
+namespace kvtree {
+
+namespace {
+
+KvConfigCommit column_commit(const Statement& statement) {
+  KvConfigCommit commit;
+  commit.id = std::to_string(sqlite3_column_int64(statement.get(), 0));
+  commit.time = static_cast<std::uint64_t>(sqlite3_column_int64(statement.get(), 1));
+  commit.owner = column_text(statement, 2);
+  commit.comment = column_text(statement, 3);
+  commit.changes = static_cast<std::uint32_t>(sqlite3_column_int64(statement.get(), 4));
+  return commit;
+}
+
+std::optional<KvValue> copy(const SharedValue& value) {
+  return value == nullptr ? std::nullopt : std::optional<KvValue>(*value);
+}
+
+KvConfigCommitChange to_public(PlannedChange change) {
+  return {std::move(change.path), copy(change.before), copy(change.after),
+          std::string(owner_name(change.owner_before)), std::string(owner_name(change.owner_after))};
+}
+
+}  // namespace
+
+// The commit's number, or -1 for one that the history does not have. "007" is no id.
+std::int64_t NodeStore::find_commit(std::string_view id) const {
+  std::int64_t number = 0;
+  const auto [stopped, error] = std::from_chars(id.data(), id.data() + id.size(), number);
+  if (error != std::errc() || stopped != id.data() + id.size() || std::to_string(number) != id) return -1;
+  const Statement statement = prepare(database_.get(), "SELECT 1 FROM log WHERE id = ? AND changes > 0");
+  sqlite3_bind_int64(statement.get(), 1, number);
+  return sqlite3_step(statement.get()) == SQLITE_ROW ? number : -1;
+}
+
+Status NodeStore::history(std::uint32_t maximum, std::string_view before,
+                          std::vector<KvConfigCommit>* commits) const {
+  const std::int64_t end = before.empty() ? INT64_MAX : find_commit(before);
+  if (end < 0) return kStatusNoSuchRow;
+  const Statement statement = prepare(database_.get(),
+                                      "SELECT id, time, owner, comment, changes FROM log WHERE changes > 0 "
+                                      "AND id < ? ORDER BY id DESC LIMIT ?");
+  sqlite3_bind_int64(statement.get(), 1, end);
+  sqlite3_bind_int64(statement.get(), 2, maximum);
+  int code = SQLITE_ROW;
+  while ((code = sqlite3_step(statement.get())) == SQLITE_ROW) commits->push_back(column_commit(statement));
+  if (code == SQLITE_DONE) return kStatusOk;
+  commits->clear();
+  return fail("the history cannot be read");
+}
+
+Status NodeStore::changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) const {
+  const std::int64_t number = find_commit(id);
+  if (number < 0) return kStatusNoSuchRow;
+  std::vector<KvConfigCommitChange> sets;
+  const Status status = visit_content(number, [&](PlannedChange change) {
+    if (change.tells) (change.after == nullptr ? *changes : sets).push_back(to_public(std::move(change)));
+  });
+  changes->insert(changes->end(), std::make_move_iterator(sets.begin()), std::make_move_iterator(sets.end()));
+  if (status != kStatusOk) changes->clear();
+  return status;
+}
+
+Status NodeStore::visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const {
+  const Statement statement = prepare(database_.get(), "SELECT octets FROM content WHERE id = ?");
+  sqlite3_bind_int64(statement.get(), 1, id);
+  if (sqlite3_step(statement.get()) != SQLITE_ROW) return fail("a commit cannot be read");
+  const auto* octets = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement.get(), 0));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement.get(), 0));
+  if (read_commit({octets, size}, visit)) return kStatusOk;
+  log_line("configuration: the contents of commit %lld cannot be read", static_cast<long long>(id));
+  return kStatusIo;
+}
+
+}  // namespace kvtree

@@ -1,0 +1,269 @@
+// Commits: see config.h.
+//
+// A commit is planned (config_tree.h), written to the database in one transaction (node_store.h), made in the
+// tree and told to the subscribers, in this order: nothing that the daemon acted on is forgotten by a
+// restart, and what a power cut leaves in the database alone is in force after it. Telling posts a function a
+// change and subscriber on the subscriber's event manager, which runs them in bounded batches with requests
+// in between.
+//
+// A large commit's rows are brought to their places in the database afterwards (NodeStore::fold_some), step
+// by step on the event manager that serves requests; without one, at once. Without a directory the database
+// is in memory, so there is one way of doing things.
+#include "platform/kvtree/config.h"
+
+#include <map>
+#include <memory>
+#include <utility>
+
+#include "platform/base/clock.h"
+#include "platform/base/fault.h"
+#include "platform/base/log.h"
+#include "platform/kvtree/config_tree.h"
+#include "platform/kvtree/server.h"
+#include "platform/kvtree/store.h"
+
+namespace kvtree {
+
+namespace {
+
+constexpr std::size_t kRowsPerFold = 500;
+
+void fold_later(EventManager* manager) {
+  event_post(manager, [manager, weak = std::weak_ptr(store().kept)] {
+    const std::shared_ptr<NodeStore> kept = weak.lock();
+    if (kept == nullptr || kept != store().kept) return;
+    if (kept->fold_some(kRowsPerFold)) {
+      fold_later(manager);
+    } else {
+      store().folding = false;
+    }
+  });
+}
+
+void fold() {
+  if (!store().kept->has_unfolded()) return;
+  if (servers().empty()) {
+    while (store().kept->fold_some(kRowsPerFold)) {
+    }
+  } else if (!std::exchange(store().folding, true)) {
+    fold_later(servers().begin()->first);
+  }
+}
+
+Status open_database(NodeStore** kept) {
+  if (store().kept == nullptr) {
+    if (const Status status = NodeStore::open_in_memory(&store().kept)) return status;
+  }
+  *kept = store().kept.get();
+  return kStatusOk;
+}
+
+void make(const PlannedChange& change) {
+  if (change.after == nullptr) {
+    erase_node(change.path);
+  } else {
+    put_node(change.path, change.after);
+  }
+}
+
+// Deletions first: where one item replaces another, its place is free when it comes.
+void make_in_tree(const CommitPlan& plan) {
+  for (const PlannedChange& change : plan.changes) {
+    if (change.tells && change.after == nullptr) make(change);
+  }
+  for (const PlannedChange& change : plan.changes) {
+    if (change.tells && change.after != nullptr) make(change);
+  }
+}
+
+Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, std::string* id) {
+  if (plan->changes.empty()) return kStatusOk;
+  NodeStore* kept = nullptr;
+  if (const Status status = open_database(&kept)) return status;
+  const CommitHead head{clock_stamp(), comment.substr(0, kMaxCommitComment)};
+  if (const Status status = kept->write(plan, head, id)) return status;
+  if (const Status status = fault_check("configuration_apply")) {
+    log_line("configuration: a commit was kept but not made: %s", err_text(status));
+    return status;
+  }
+  apply_plan(&store().configuration, *plan);
+  make_in_tree(*plan);
+  fold();
+  return kStatusOk;
+}
+
+Status commit(std::string_view owner, const std::vector<KvConfigChange>& changes, std::string_view comment,
+              std::string* id, std::string* mistake) {
+  const auto plan = std::make_shared<CommitPlan>();
+  if (const Status status = plan_commit(store().configuration, owner, changes, plan.get(), mistake))
+    return status;
+  const Status status = carry_out(plan, comment, id);
+  if (status != kStatusOk) *mistake = std::string("it could not be kept: ") + err_text(status);
+  return status;
+}
+
+bool is_below(std::string_view path, const std::vector<std::string>& scopes) {
+  for (const std::string& scope : scopes) {
+    if (path.starts_with(scope)) return true;
+  }
+  return false;
+}
+
+Status check_scopes(const std::vector<std::string>& scopes, std::string* mistake) {
+  for (const std::string& scope : scopes) {
+    if (scope.starts_with("/cfg/") && scope.ends_with('/')) continue;
+    *mistake = scope + ": it is no part of the configuration";
+    return kStatusUnknownPath;
+  }
+  return kStatusOk;
+}
+
+using WantedNodes = std::map<std::string_view, const KvValue*>;
+
+Status collect_wanted(const std::vector<std::string>& scopes, const std::vector<KvConfigNode>& nodes,
+                      WantedNodes* wanted, std::string* mistake) {
+  for (const KvConfigNode& node : nodes) {
+    if (!is_below(node.path, scopes)) {
+      *mistake = node.path + ": it is in none of the parts that are replaced";
+      return kStatusInvalid;
+    }
+    wanted->insert_or_assign(node.path, &node.value);
+  }
+  return kStatusOk;
+}
+
+// What the owner holds below the scopes and is not wanted any more, once each though scopes may overlap.
+void collect_unwanted(std::string_view owner, const std::vector<std::string>& scopes,
+                      const WantedNodes& wanted, std::map<std::string, bool>* unwanted) {
+  for (const std::string& scope : scopes) {
+    kvtree_config_owned(owner, scope, [&](const KvConfigNode& node) {
+      if (!wanted.contains(node.path)) (*unwanted)[node.path] = true;
+    });
+  }
+}
+
+Status replace(std::string_view owner, const std::vector<std::string>& scopes,
+               const std::vector<KvConfigNode>& nodes, std::vector<KvConfigChange>* changes,
+               std::string* mistake) {
+  if (const Status status = check_scopes(scopes, mistake)) return status;
+  WantedNodes wanted;
+  if (const Status status = collect_wanted(scopes, nodes, &wanted, mistake)) return status;
+  std::map<std::string, bool> unwanted;
+  collect_unwanted(owner, scopes, wanted, &unwanted);
+  for (const auto& [path, gone] : unwanted) changes->push_back({path, std::nullopt});
+  for (const auto& [path, value] : wanted) changes->push_back({std::string(path), *value});
+  return kStatusOk;
+}
+
+// The places of the nodes below a path, from the first on.
+void visit_below(const ConfigTree& tree, std::string_view path,
+                 const std::function<void(const std::string&, const OwnedNode&)>& visit) {
+  auto node = tree.lower_bound(path);
+  for (; node != tree.end() && node->first.starts_with(path); ++node) visit(node->first, node->second);
+}
+
+// A caller that wants no id or mistake gets one of its own.
+struct Answers {
+  Answers(std::string* wanted_id, std::string* wanted_mistake)
+      : id(wanted_id == nullptr ? &own_id : wanted_id),
+        mistake(wanted_mistake == nullptr ? &own_mistake : wanted_mistake) {
+    id->clear();
+    mistake->clear();
+  }
+  std::string own_id;
+  std::string own_mistake;
+  std::string* id;
+  std::string* mistake;
+};
+
+}  // namespace
+
+}  // namespace kvtree
+
+using kvtree::store;
+
+Status kvtree_config_commit(std::string_view owner, const std::vector<KvConfigChange>& changes,
+                            std::string_view comment, std::string* id, std::string* mistake) {
+  const kvtree::Answers answers(id, mistake);
+  if (const Status status = fault_check("kvtree_config_commit")) return status;
+  return kvtree::commit(owner, changes, comment, answers.id, answers.mistake);
+}
+
+Status kvtree_config_replace(std::string_view owner, const std::vector<std::string>& scopes,
+                             const std::vector<KvConfigNode>& nodes, std::string_view comment,
+                             std::string* id, std::string* mistake) {
+  const kvtree::Answers answers(id, mistake);
+  if (const Status status = fault_check("kvtree_config_replace")) return status;
+  std::vector<KvConfigChange> changes;
+  if (const Status status = kvtree::replace(owner, scopes, nodes, &changes, answers.mistake)) return status;
+  return kvtree::commit(owner, changes, comment, answers.id, answers.mistake);
+}
+
+void kvtree_config_owned(std::string_view owner, std::string_view path,
+                         const std::function<void(const KvConfigNode&)>& visit) {
+  const std::size_t number = kvtree::find_owner(owner);
+  if (number == kvtree::kNoOwner) return;
+  kvtree::visit_below(store().configuration, path, [&](const std::string& place, const auto& node) {
+    if (node.values[number] != nullptr) visit({place, *node.values[number]});
+  });
+}
+
+void kvtree_config_in_force(std::string_view path, const std::function<void(const KvConfigNode&)>& visit) {
+  kvtree::visit_below(store().configuration, path, [&](const std::string& place, const auto& node) {
+    visit({place, *node.values[node.in_force()]});
+  });
+}
+
+Status kvtree_config_retell(const std::vector<std::string>& paths) {
+  if (const Status status = fault_check("kvtree_config_retell")) return status;
+  std::vector<kvtree::ConfigTree::const_iterator> told;
+  for (const std::string& path : paths) {
+    const auto node = store().configuration.find(path);
+    if (node != store().configuration.end()) told.push_back(node);
+  }
+  for (const auto& node : told) kvtree::tell_subscribers(node->first, nullptr, kKvEventDeleted);
+  for (const auto& node : told) {
+    kvtree::tell_subscribers(node->first, node->second.values[node->second.in_force()],
+                             kKvEventCreated | kKvEventSet);
+  }
+  return kStatusOk;
+}
+
+Status kvtree_config_history(std::uint32_t maximum, std::string_view before,
+                             std::vector<KvConfigCommit>* commits) {
+  commits->clear();
+  if (const Status status = fault_check("kvtree_config_history")) return status;
+  kvtree::NodeStore* kept = nullptr;
+  if (const Status status = kvtree::open_database(&kept)) return status;
+  return kept->history(maximum, before, commits);
+}
+
+Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) {
+  changes->clear();
+  if (const Status status = fault_check("kvtree_config_changes")) return status;
+  kvtree::NodeStore* kept = nullptr;
+  if (const Status status = kvtree::open_database(&kept)) return status;
+  return kept->changes(id, changes);
+}
+
+Status kvtree_keep_configuration(const std::string& directory) {
+  if (const Status status = fault_check("kvtree_keep_configuration")) return status;
+  if (store().kept != nullptr) return kStatusExists;
+  std::shared_ptr<kvtree::NodeStore> kept;
+  if (const Status status = kvtree::NodeStore::open(directory, &kept)) return status;
+  kvtree::ConfigTree tree;
+  const Status read = kept->for_each([&](std::string_view owner, std::string_view path, KvValue value) {
+    const std::size_t number = kvtree::find_owner(owner);
+    if (number == kvtree::kNoOwner || kvtree::check_configuration_path(path) != kStatusOk) {
+      log_line("configuration: %.*s of \"%.*s\" is not understood and is left out",
+               static_cast<int>(path.size()), path.data(), static_cast<int>(owner.size()), owner.data());
+      return;
+    }
+    tree[std::string(path)].values[number] = std::make_shared<const KvValue>(std::move(value));
+  });
+  if (read != kStatusOk) return read;
+  for (const auto& [path, node] : tree) kvtree::put_node(path, node.values[node.in_force()]);
+  store().configuration = std::move(tree);
+  store().kept = std::move(kept);
+  return kStatusOk;
+}

@@ -1,0 +1,157 @@
+// See config_tree.h.
+#include "platform/kvtree/config_tree.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "platform/kvtree/store.h"
+
+namespace kvtree {
+
+namespace {
+
+constexpr std::string_view kConfiguration = "/cfg/";
+
+Status check_value(const KvValue& value, std::string* mistake) {
+  switch (value.type) {
+    case KvValueType::kNone:
+    case KvValueType::kNumber:
+      return kStatusOk;
+    case KvValueType::kText:
+      if (value.text.size() <= kMaxConfigText) return kStatusOk;
+      *mistake = "its text is too long";
+      return kStatusMessageTooLarge;
+    case KvValueType::kTuple:
+      if (value.tuple.size() <= kMaxConfigTuple) return kStatusOk;
+      *mistake = "it has too many numbers";
+      return kStatusMessageTooLarge;
+    case KvValueType::kRecord:
+      break;
+  }
+  *mistake = "a configuration has no records";
+  return kStatusInvalid;
+}
+
+bool same_or_both_none(const SharedValue& one, const SharedValue& other) {
+  if (one == nullptr || other == nullptr) return one == other;
+  return same_value(*one, *other);
+}
+
+// What becomes of a node; `node` is null for one that nobody holds.
+PlannedChange plan_change(const OwnedNode* node, std::size_t owner, const KvConfigChange& change) {
+  static const OwnedNode kNobodys;
+  const OwnedNode& now = node == nullptr ? kNobodys : *node;
+  PlannedChange planned;
+  planned.path = change.path;
+  if (change.value) planned.value = std::make_shared<const KvValue>(*change.value);
+  planned.owner_before = now.in_force();
+  if (planned.owner_before != kNoOwner) planned.before = now.values[planned.owner_before];
+  OwnedNode next = now;
+  next.values[owner] = planned.value;
+  planned.owner_after = next.in_force();
+  if (planned.owner_after != kNoOwner) planned.after = next.values[planned.owner_after];
+  planned.tells = !same_or_both_none(planned.before, planned.after);
+  return planned;
+}
+
+Status check_change(const KvConfigChange& change, std::string* mistake) {
+  if (const Status status = check_configuration_path(change.path)) {
+    *mistake = "it is not below /cfg/";
+    if (status == kStatusMessageTooLarge) *mistake = "the path is too long";
+    if (status == kStatusBadKey) *mistake = "the path has an octet 0";
+    return status;
+  }
+  return change.value ? check_value(*change.value, mistake) : kStatusOk;
+}
+
+// Appends what the change comes to.
+Status plan_one(const ConfigTree& tree, const KvConfigChange& change, CommitPlan* plan,
+                std::string* mistake) {
+  if (const Status status = check_change(change, mistake)) return status;
+  const auto found = tree.find(change.path);
+  const OwnedNode* node = found == tree.end() ? nullptr : &found->second;
+  const SharedValue held = node == nullptr ? nullptr : node->values[plan->owner];
+  if (!change.value && held == nullptr) {
+    *mistake = std::string(owner_name(plan->owner)) + " does not hold it";
+    return kStatusNoSuchRow;
+  }
+  if (change.value && held != nullptr && same_value(*change.value, *held)) return kStatusOk;
+  plan->changes.push_back(plan_change(node, plan->owner, change));
+  if (plan->changes.back().tells) ++plan->telling;
+  return kStatusOk;
+}
+
+}  // namespace
+
+std::size_t find_owner(std::string_view owner) {
+  return static_cast<std::size_t>(std::find(kConfigOwners.begin(), kConfigOwners.end(), owner) -
+                                  kConfigOwners.begin());
+}
+
+std::string_view owner_name(std::size_t owner) {
+  return owner < kConfigOwners.size() ? kConfigOwners[owner] : std::string_view();
+}
+
+std::size_t OwnedNode::in_force() const {
+  return static_cast<std::size_t>(
+      std::find_if(values.begin(), values.end(), [](const SharedValue& each) { return each != nullptr; }) -
+      values.begin());
+}
+
+bool same_value(const KvValue& one, const KvValue& other) {
+  return one.type == other.type && one.text == other.text && one.number == other.number &&
+         one.tuple == other.tuple && one.record == other.record;
+}
+
+Status check_configuration_path(std::string_view path) {
+  if (const Status status = check_path(path)) return status;
+  const bool below =
+      path.starts_with(kConfiguration) && path.size() > kConfiguration.size() && !path.ends_with('/');
+  return below ? kStatusOk : kStatusUnknownPath;
+}
+
+Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<KvConfigChange>& changes,
+                   CommitPlan* plan, std::string* mistake) {
+  *plan = {};
+  plan->owner = find_owner(owner);
+  if (plan->owner == kNoOwner) {
+    *mistake = "nobody is called \"" + std::string(owner) + "\"";
+    return kStatusInvalid;
+  }
+  if (changes.size() > kMaxConfigChanges) {
+    *mistake = "a commit has at most " + std::to_string(kMaxConfigChanges) + " changes";
+    return kStatusMessageTooLarge;
+  }
+  std::unordered_set<std::string_view> paths;
+  paths.reserve(changes.size());
+  plan->changes.reserve(changes.size());
+  for (const KvConfigChange& change : changes) {
+    Status status = plan_one(tree, change, plan, mistake);
+    if (status == kStatusOk && !paths.insert(change.path).second) {
+      *mistake = "it is changed twice";
+      status = kStatusInvalid;
+    }
+    if (status == kStatusOk) continue;
+    *mistake = change.path + ": " + *mistake;
+    return status;
+  }
+  return kStatusOk;
+}
+
+void apply_plan(ConfigTree* tree, const CommitPlan& plan) {
+  for (const PlannedChange& change : plan.changes) {
+    if (change.value != nullptr) {
+      (*tree)[change.path].values[plan.owner] = change.value;
+      continue;
+    }
+    const auto node = tree->find(change.path);
+    node->second.values[plan.owner] = nullptr;
+    if (node->second.in_force() == kNoOwner) tree->erase(node);
+  }
+}
+
+}  // namespace kvtree
+
+bool KvConfigNode::operator==(const KvConfigNode& other) const {
+  return path == other.path && kvtree::same_value(value, other.value);
+}
