@@ -103,24 +103,27 @@ Status Router::delete_vrf(std::string_view name) {
   return kStatusOk;
 }
 
-Status Router::reference_vrf(std::string_view name) {
+Status Router::reference_vrf(std::string_view name, ReferenceHolder holder) {
   if (Status status = state_->may_change("router_reference_vrf")) return status;
   if (!valid_vrf_name(name) || name == kDefaultVrf) return kStatusInvalid;
-  const auto [entry, is_new] = state_->references.emplace(name);
-  if (!is_new) return kStatusExists;
-  if (!state_->vrfs.contains(name)) {
-    state_->tell_up([&kept = *entry](Observer& observer) { observer.vrf_referenced(kept); });
+  if (is_referenced(name, holder)) return kStatusExists;
+  const auto [entry, is_first] = state_->references.try_emplace(std::string(name), std::uint8_t{0});
+  entry->second = static_cast<std::uint8_t>(entry->second | static_cast<std::uint8_t>(holder));
+  if (is_first && !state_->vrfs.contains(name)) {
+    state_->tell_up([&kept = entry->first](Observer& observer) { observer.vrf_referenced(kept); });
   }
   return kStatusOk;
 }
 
-Status Router::unreference_vrf(std::string_view name) {
+Status Router::unreference_vrf(std::string_view name, ReferenceHolder holder) {
   if (Status status = state_->may_change("router_unreference_vrf")) return status;
   const auto found = state_->references.find(name);
-  if (found == state_->references.end()) return kStatusNoSuchRow;
+  if (found == state_->references.end() || !is_referenced(name, holder)) return kStatusNoSuchRow;
+  found->second = static_cast<std::uint8_t>(found->second & ~static_cast<unsigned>(holder));
+  if (found->second != 0) return kStatusOk;
   const auto taken = state_->references.extract(found);
-  if (!state_->vrfs.contains(taken.value())) {
-    state_->tell_down([&taken](Observer& observer) { observer.vrf_unreferenced(taken.value()); });
+  if (!state_->vrfs.contains(taken.key())) {
+    state_->tell_down([&taken](Observer& observer) { observer.vrf_unreferenced(taken.key()); });
   }
   return kStatusOk;
 }
@@ -139,6 +142,11 @@ bool Router::is_referenced(std::string_view name) const {
   return state_->references.contains(name);
 }
 
+bool Router::is_referenced(std::string_view name, ReferenceHolder holder) const {
+  const auto found = state_->references.find(name);
+  return found != state_->references.end() && (found->second & static_cast<std::uint8_t>(holder)) != 0;
+}
+
 std::uint64_t Router::changes() const {
   return state_->changes;
 }
@@ -153,7 +161,7 @@ void Router::for_each_vrf(const std::function<void(const Vrf&)>& visit) const {
 
 void Router::for_each_reference(const std::function<void(const std::string&)>& visit) const {
   const State::Busy guard(state_.get());
-  for (const std::string& name : state_->references) visit(name);
+  for (const auto& [name, holders] : state_->references) visit(name);
 }
 
 RouteStore& Router::routes() {

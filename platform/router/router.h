@@ -76,6 +76,12 @@ struct Interface {
   bool operator==(const Interface&) const = default;
 };
 
+// Who names a VRF. A VRF is referenced while anybody names it.
+enum class ReferenceHolder : std::uint8_t {
+  kSource = 0x1,         // the router itself says that there is such a VRF, though it is not created
+  kConfiguration = 0x2,  // it has configuration
+};
+
 // What is told of a change. `before` is the state before it; references are valid during the call only.
 class Observer {
  public:
@@ -116,10 +122,13 @@ class Router {
   // A VRF that is named by configuration only: services hold a forward reference for it. Ends when it is
   // taken back; a reference to a VRF that exists is allowed and outlives it (observers hear of references to
   // VRFs that do not exist only: a VRF deleted under a reference is told as vrf_deleted, and is_referenced()
-  // says the rest). References are not counted: kStatusExists for a second one, kStatusNoSuchRow for taking
-  // back what is not there, kStatusInvalid for a bad name or "default".
-  [[nodiscard]] Status reference_vrf(std::string_view name);
-  [[nodiscard]] Status unreference_vrf(std::string_view name);
+  // says the rest). Each holder names a VRF once: kStatusExists for a second time, kStatusNoSuchRow for
+  // taking back what it does not hold, kStatusInvalid for a bad name or "default". Observers hear of the
+  // first and of the last holder.
+  [[nodiscard]] Status reference_vrf(std::string_view name,
+                                     ReferenceHolder holder = ReferenceHolder::kSource);
+  [[nodiscard]] Status unreference_vrf(std::string_view name,
+                                       ReferenceHolder holder = ReferenceHolder::kSource);
 
   // The handle field is ignored; the new handle is written to *handle when not null. kStatusExists (name or
   // index taken), kStatusInvalid (name, index, VRF name or an address).
@@ -134,7 +143,8 @@ class Router {
 
   const Vrf* find_vrf(std::string_view name) const;
   const Vrf* find_vrf_by_id(std::uint32_t id) const;
-  bool is_referenced(std::string_view name) const;
+  bool is_referenced(std::string_view name) const;  // by anybody
+  bool is_referenced(std::string_view name, ReferenceHolder holder) const;
   const Interface* find_interface(std::uint32_t handle) const;
   const Interface* find_interface_by_name(std::string_view name) const;
   const Interface* find_interface_by_index(std::uint32_t index) const;
@@ -148,7 +158,7 @@ class Router {
   std::size_t interface_count() const;
   // In name order (ShorterFirst); "default" is included in for_each_vrf.
   void for_each_vrf(const std::function<void(const Vrf&)>& visit) const;
-  void for_each_reference(const std::function<void(const std::string&)>& visit) const;
+  void for_each_reference(const std::function<void(const std::string&)>& visit) const;  // of anybody
   // In handle order (the order of addition).
   void for_each_interface(const std::function<void(const Interface&)>& visit) const;
 

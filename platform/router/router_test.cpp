@@ -100,6 +100,23 @@ TEST_F(RouterModel, ReferenceToAnExistingVrfIsNotTold) {
   EXPECT_THAT(Heard(), ElementsAre());
 }
 
+TEST_F(RouterModel, ReferenceLastsWhileAnyHolderNamesTheVrf) {
+  using router::ReferenceHolder;
+  ASSERT_EQ(router_.reference_vrf("red", ReferenceHolder::kSource), kStatusOk);
+  Forget();
+  EXPECT_EQ(router_.reference_vrf("red", ReferenceHolder::kConfiguration), kStatusOk);
+  EXPECT_EQ(router_.reference_vrf("red", ReferenceHolder::kConfiguration), kStatusExists);
+  EXPECT_EQ(router_.unreference_vrf("red", ReferenceHolder::kSource), kStatusOk);
+  EXPECT_THAT(Heard(), ElementsAre()) << "it is named as before";
+  EXPECT_TRUE(router_.is_referenced("red"));
+  EXPECT_FALSE(router_.is_referenced("red", ReferenceHolder::kSource));
+  EXPECT_EQ(router_.unreference_vrf("red", ReferenceHolder::kSource), kStatusNoSuchRow);
+  EXPECT_EQ(router_.unreference_vrf("red", ReferenceHolder::kConfiguration), kStatusOk);
+  EXPECT_THAT(Heard(), ElementsAre("other: unreferenced red", "members: unreferenced red",
+                                   "records: unreferenced red"));
+  EXPECT_FALSE(router_.is_referenced("red"));
+}
+
 TEST_F(RouterModel, ReferencesAreNotCounted) {
   EXPECT_EQ(router_.reference_vrf("red"), kStatusOk);
   EXPECT_EQ(router_.reference_vrf("red"), kStatusExists);

@@ -5,7 +5,6 @@
 // themselves: an entry is taken out before its name changes.
 #pragma once
 
-#include <set>
 #include <utility>
 
 #include "platform/base/fault.h"
@@ -16,7 +15,7 @@ namespace router {
 struct Router::State {
   std::map<std::string, Vrf, ShorterFirst> vrfs;  // with "default"
   std::unordered_map<std::uint32_t, Vrf*> vrfs_by_id;
-  std::set<std::string, ShorterFirst> references;
+  std::map<std::string, std::uint8_t, ShorterFirst> references;  // the holders' bits, never none
 
   std::map<std::uint32_t, Interface> interfaces;  // by handle
   std::unordered_map<std::string_view, Interface*> interfaces_by_name;

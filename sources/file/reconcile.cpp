@@ -104,7 +104,7 @@ Status Reconciler::make(std::size_t* counter, std::string_view what, const std::
 
 Status Reconciler::add_references() {
   for (const std::string& name : file_.references) {
-    if (model_->is_referenced(name)) continue;
+    if (model_->is_referenced(name, router::ReferenceHolder::kSource)) continue;
     const auto change = [&] { return model_->reference_vrf(name); };
     if (const Status status = make(nullptr, "name VRF", name, change)) return status;
   }
@@ -114,7 +114,8 @@ Status Reconciler::add_references() {
 Status Reconciler::end_references() {
   std::vector<std::string> ended;
   model_->for_each_reference([&](const std::string& name) {
-    if (!wanted_references_.contains(name)) ended.push_back(name);
+    const bool is_ours = model_->is_referenced(name, router::ReferenceHolder::kSource);
+    if (is_ours && !wanted_references_.contains(name)) ended.push_back(name);
   });
   for (const std::string& name : ended) {
     const auto change = [&] { return model_->unreference_vrf(name); };

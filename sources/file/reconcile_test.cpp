@@ -187,6 +187,14 @@ TEST_F(Reconciled, VrfGoesBackToAReferenceWithoutAGap) {
   for (const std::string& line : heard_) EXPECT_NE(line, "r: unreferenced later");
 }
 
+TEST_F(Reconciled, ReferenceOfTheConfigurationIsNotTheFilesToEnd) {
+  ASSERT_EQ(router_.reference_vrf("later", router::ReferenceHolder::kConfiguration), kStatusOk);
+  Load("vrfs: [{name: later, state: referenced}]");
+  Load("vrfs: []");
+  EXPECT_TRUE(router_.is_referenced("later"));
+  EXPECT_FALSE(router_.is_referenced("later", router::ReferenceHolder::kSource));
+}
+
 TEST_F(Reconciled, ReferenceEndsWithTheFile) {
   Load("vrfs: [{name: later, state: referenced}]");
   Load("vrfs: []");

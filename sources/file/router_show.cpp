@@ -115,8 +115,9 @@ void show_vrfs(const Router& model, std::string* text) {
 
 void show_references(const Router& model, std::string* text) {
   Lines lines(text, "VRFs that are only named");
-  model.for_each_reference(
-      [&](const std::string& name) { lines.next([&] { return "vrf " + name + " referenced"; }); });
+  model.for_each_reference([&](const std::string& name) {
+    if (model.find_vrf(name) == nullptr) lines.next([&] { return "vrf " + name + " referenced"; });
+  });
 }
 
 void show_everything(const Router& model, std::string* text) {
