@@ -1,0 +1,254 @@
+// See config_nodes.h.
+//
+// A VRF has one description in the MIB and none in the suite; the device of a VRF has one, however, as an
+// interface that is named like the VRF ("interface red / description ..."), and that is taken.
+//
+// OSPF is enabled on an interface by a `network` line that its address falls into, or by its own
+// `ip ospf area`, in both cases only if its VRF has the process. The address must be as specific as the
+// network: 10.0.0.1/24 is not in 10.0.0.0/30. Where several networks fit, the most specific one gives the
+// area.
+#include "sources/frr/config_nodes.h"
+
+#include <algorithm>
+#include <set>
+#include <string>
+#include <utility>
+
+namespace frr {
+
+namespace {
+
+using vrf_config::Direction;
+using vrf_config::Family;
+
+constexpr std::array<Family, 2> kFamilies{Family::kIpv4, Family::kIpv6};
+constexpr std::string_view kDescriptionEnd = "/descr";
+
+bool is_below(std::string_view path, std::string_view scope) {
+  return path.substr(0, scope.size()) == scope;
+}
+
+bool is_description(std::string_view path) {
+  return is_below(path, vrf_config::kVrfScope) && path.size() > kDescriptionEnd.size() &&
+         path.substr(path.size() - kDescriptionEnd.size()) == kDescriptionEnd;
+}
+
+// Of two nodes with one path the later stays.
+Nodes sorted(Nodes nodes) {
+  std::stable_sort(nodes.begin(), nodes.end(), [](const KvConfigNode& left, const KvConfigNode& right) {
+    return left.path < right.path;
+  });
+  Nodes once;
+  once.reserve(nodes.size());
+  for (KvConfigNode& node : nodes) {
+    if (!once.empty() && once.back().path == node.path) once.pop_back();
+    once.push_back(std::move(node));
+  }
+  return once;
+}
+
+// --- BGP ---
+
+void add_family(const std::string& vrf, Family family, const VpnFamily& config, Nodes* nodes) {
+  if (config.rd) nodes->push_back(vrf_config::route_distinguisher(vrf, family, *config.rd));
+  for (const auto& target : config.imports) {
+    nodes->push_back(vrf_config::route_target(vrf, family, Direction::kImport, target));
+  }
+  for (const auto& target : config.exports) {
+    nodes->push_back(vrf_config::route_target(vrf, family, Direction::kExport, target));
+  }
+  if (!config.import_policy.empty()) {
+    nodes->push_back(vrf_config::route_policy(vrf, family, Direction::kImport, config.import_policy));
+  }
+  if (!config.export_policy.empty()) {
+    nodes->push_back(vrf_config::route_policy(vrf, family, Direction::kExport, config.export_policy));
+  }
+}
+
+bool is_active(const BgpInstance& instance, const BgpNeighbour& neighbour, std::size_t family) {
+  if (neighbour.active[family]) return *neighbour.active[family];
+  const auto group = instance.neighbours.find(neighbour.group);
+  if (group != instance.neighbours.end() && group->second.active[family])
+    return *group->second.active[family];
+  return instance.default_active[family];
+}
+
+void add_neighbours(const BgpInstance& instance, Nodes* nodes) {
+  for (const auto& [name, neighbour] : instance.neighbours) {
+    for (std::size_t family = 0; !neighbour.is_group && family < kFamilies.size(); ++family) {
+      if (!is_active(instance, neighbour, family)) continue;
+      nodes->push_back(vrf_config::bgp_neighbour(instance.vrf, instance.as_number, name, kFamilies[family]));
+    }
+  }
+}
+
+Nodes bgp_nodes(const RunningConfig& config, const router::Router&) {
+  Nodes nodes;
+  for (const BgpInstance& instance : config.bgp) {
+    for (std::size_t family = 0; family < kFamilies.size(); ++family) {
+      add_family(instance.vrf, kFamilies[family], instance.families[family], &nodes);
+    }
+    add_neighbours(instance, &nodes);
+  }
+  return sorted(std::move(nodes));
+}
+
+bool is_bgp(std::string_view path) {
+  return is_below(path, vrf_config::kBgpScope) ||
+         (is_below(path, vrf_config::kVrfScope) && !is_description(path));
+}
+
+// --- Descriptions ---
+
+Nodes description_nodes(const RunningConfig& config, const router::Router& router) {
+  Nodes nodes;
+  for (const auto& [name, interface] : config.interfaces) {
+    if (interface.description.empty() || name == router::kDefaultVrf || router.find_vrf(name) == nullptr) {
+      continue;
+    }
+    nodes.push_back(vrf_config::description(name, interface.description));
+  }
+  return sorted(std::move(nodes));
+}
+
+// --- OSPF, RIP, EIGRP: by address ---
+
+bool shares_bits(const router::Address& left, const router::Address& right, unsigned bits) {
+  for (unsigned bit = 0; bit < bits; ++bit) {
+    const unsigned mask = 0x80U >> bit % 8;
+    if (((left.octets[bit / 8] ^ right.octets[bit / 8]) & mask) != 0) return false;
+  }
+  return true;
+}
+
+bool is_within(const router::Address& address, const router::Address& network) {
+  return address.family == network.family && address.prefix_length >= network.prefix_length &&
+         shares_bits(address, network, network.prefix_length);
+}
+
+// The most specific of the process's networks that an address of the interface falls into.
+const Network* network_of(const IgpProcess& process, const router::Interface& interface) {
+  const Network* best = nullptr;
+  for (const Network& network : process.networks) {
+    const auto falls_into = [&network](const router::Address& address) {
+      return is_within(address, network.prefix);
+    };
+    if (best != nullptr && best->prefix.prefix_length >= network.prefix.prefix_length) continue;
+    if (std::any_of(interface.addresses.begin(), interface.addresses.end(), falls_into)) best = &network;
+  }
+  return best;
+}
+
+using Members = std::map<std::string_view, std::vector<const router::Interface*>>;  // by VRF
+
+Members members_of(const router::Router& router) {
+  Members members;
+  router.for_each_interface(
+      [&members](const router::Interface& interface) { members[interface.vrf].push_back(&interface); });
+  return members;
+}
+
+template <typename Visit>
+void visit_members(const std::vector<IgpProcess>& processes, const router::Router& router,
+                   const Visit& visit) {
+  if (processes.empty()) return;
+  const Members members = members_of(router);
+  for (const IgpProcess& process : processes) {
+    const auto found = members.find(process.vrf);
+    if (found == members.end()) continue;
+    for (const router::Interface* interface : found->second) visit(process, *interface);
+  }
+}
+
+// The areas that the interface itself is in, then what the networks say.
+std::set<std::uint32_t> areas_of(const RunningConfig& config, const IgpProcess& process,
+                                 const router::Interface& interface) {
+  std::set<std::uint32_t> areas;
+  const auto own = config.interfaces.find(interface.name);
+  if (own != config.interfaces.end()) {
+    for (const OspfArea& area : own->second.ospf) {
+      if (area.process == process.process) areas.insert(area.area);
+    }
+  }
+  const Network* network = network_of(process, interface);
+  if (areas.empty() && network != nullptr) areas.insert(network->area);
+  return areas;
+}
+
+Nodes ospf_nodes(const RunningConfig& config, const router::Router& router) {
+  Nodes nodes;
+  visit_members(config.ospf, router, [&](const IgpProcess& process, const router::Interface& interface) {
+    for (const std::uint32_t area : areas_of(config, process, interface)) {
+      nodes.push_back(vrf_config::ospf_interface(process.vrf, process.process, area, interface.name));
+    }
+  });
+  return sorted(std::move(nodes));
+}
+
+bool is_named(const IgpProcess& process, const router::Interface& interface) {
+  return std::find(process.interfaces.begin(), process.interfaces.end(), interface.name) !=
+         process.interfaces.end();
+}
+
+Nodes rip_nodes(const RunningConfig& config, const router::Router& router) {
+  Nodes nodes;
+  visit_members(config.rip, router, [&](const IgpProcess& process, const router::Interface& interface) {
+    if (!is_named(process, interface) && network_of(process, interface) == nullptr) return;
+    nodes.push_back(vrf_config::rip_interface(process.vrf, interface.name));
+  });
+  return sorted(std::move(nodes));
+}
+
+Nodes eigrp_nodes(const RunningConfig& config, const router::Router& router) {
+  Nodes nodes;
+  visit_members(config.eigrp, router, [&](const IgpProcess& process, const router::Interface& interface) {
+    if (network_of(process, interface) == nullptr) return;
+    const auto as_number = static_cast<std::uint32_t>(std::stoul(process.process));
+    nodes.push_back(vrf_config::eigrp_interface(process.vrf, as_number, interface.name));
+  });
+  return sorted(std::move(nodes));
+}
+
+// --- Static routes ---
+
+Nodes static_nodes(const RunningConfig& config, const router::Router&) {
+  Nodes nodes;
+  for (const VrfStaticRoute& each : config.statics) {
+    nodes.push_back(vrf_config::static_route(each.vrf, each.route));
+  }
+  return sorted(std::move(nodes));
+}
+
+bool is_ospf(std::string_view path) {
+  return is_below(path, vrf_config::kOspfScope);
+}
+bool is_rip(std::string_view path) {
+  return is_below(path, vrf_config::kRipScope);
+}
+bool is_eigrp(std::string_view path) {
+  return is_below(path, vrf_config::kEigrpScope);
+}
+bool is_static(std::string_view path) {
+  return is_below(path, vrf_config::kStaticScope);
+}
+
+}  // namespace
+
+const std::array<Program, kProgramCount> kPrograms{{
+    {"bgpd", false, bgp_nodes, is_bgp},
+    {"zebra", true, description_nodes, is_description},
+    {"ospfd", true, ospf_nodes, is_ospf},
+    {"ripd", true, rip_nodes, is_rip},
+    {"eigrpd", true, eigrp_nodes, is_eigrp},
+    {"staticd", false, static_nodes, is_static},
+}};
+
+const std::vector<std::string>& config_scopes() {
+  static const std::vector<std::string> scopes{
+      std::string(vrf_config::kVrfScope),   std::string(vrf_config::kBgpScope),
+      std::string(vrf_config::kOspfScope),  std::string(vrf_config::kRipScope),
+      std::string(vrf_config::kEigrpScope), std::string(vrf_config::kStaticScope)};
+  return scopes;
+}
+
+}  // namespace frr

@@ -1,0 +1,35 @@
+// The configuration nodes that each of the routing suite's programs stands for.
+//
+// A program's nodes are made of its own running configuration only, so that what one does not say now can
+// stay what it was while the others are followed. Which interfaces OSPF, RIP and EIGRP are enabled on is
+// decided by the router's addresses and memberships, which the configuration does not have.
+// Stateless; main thread, because of the router.
+#pragma once
+
+#include <array>
+#include <string_view>
+#include <vector>
+
+#include "platform/kvtree/config.h"
+#include "platform/router/router.h"
+#include "sources/frr/running_config.h"
+
+namespace frr {
+
+using Nodes = std::vector<KvConfigNode>;  // sorted by path, each path once
+
+struct Program {
+  std::string_view name;  // as the suite names it
+  bool needs_router;      // its nodes depend on the router, not on its configuration alone
+  Nodes (*nodes)(const RunningConfig& config, const router::Router& router);
+  bool (*owns)(std::string_view path);  // whether a node of the suite is this program's
+};
+
+// bgpd: RDs, route targets, route policies and neighbours. zebra: descriptions of VRFs.
+inline constexpr std::size_t kProgramCount = 6;
+extern const std::array<Program, kProgramCount> kPrograms;
+
+// Every scope below which the suite has nodes.
+const std::vector<std::string>& config_scopes();
+
+}  // namespace frr

@@ -1,0 +1,280 @@
+// See conversation.h. A question is three lines: for the configuration, for the programs that the shell is
+// connected to, and a word that it does not know. The word in what it prints, as an echo or in an error
+// message, marks the end, whatever the prompt is.
+//
+// The shell is in a process group of its own, so that it goes with whatever it started; it ends by itself
+// when this process does, because its input ends.
+#include "sources/frr/conversation.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "platform/base/fault.h"
+
+namespace frr {
+
+namespace {
+
+constexpr std::string_view kConfigurationStart = "\nCurrent configuration:\n";
+constexpr std::string_view kConfigurationEnd = "\nend\n";
+
+// The spawn's arguments, released whatever happens.
+struct SpawnPlan {
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+  SpawnPlan() {
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attributes);
+  }
+  ~SpawnPlan() {
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+  }
+  SpawnPlan(const SpawnPlan&) = delete;
+  SpawnPlan& operator=(const SpawnPlan&) = delete;
+};
+
+// The socket as standard input, output and error; no blocked signals; a group of its own.
+int plan_spawn(SpawnPlan* plan, int fd) {
+  for (int standard = 0; standard < 3; ++standard) {
+    if (const int error = posix_spawn_file_actions_adddup2(&plan->actions, fd, standard)) return error;
+  }
+  sigset_t none;
+  sigset_t defaults;
+  sigemptyset(&none);
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGPIPE);
+  posix_spawnattr_setsigmask(&plan->attributes, &none);
+  posix_spawnattr_setsigdefault(&plan->attributes, &defaults);
+  posix_spawnattr_setpgroup(&plan->attributes, 0);
+  return posix_spawnattr_setflags(&plan->attributes,
+                                  POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+}
+
+// This process's environment without what would page, translate or remember.
+std::vector<std::string> shell_environment() {
+  constexpr std::array<std::string_view, 4> kSet{"VTYSH_PAGER=cat", "VTYSH_HISTFILE=/dev/null", "TERM=dumb",
+                                                 "LC_ALL=C"};
+  std::vector<std::string> environment(kSet.begin(), kSet.end());
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string_view text = *entry;
+    const std::string_view name = text.substr(0, text.find('=') + 1);
+    const auto is_set = [name](std::string_view set) { return set.substr(0, name.size()) == name; };
+    if (std::none_of(kSet.begin(), kSet.end(), is_set)) environment.emplace_back(text);
+  }
+  return environment;
+}
+
+std::vector<char*> pointers(std::vector<std::string>* texts) {
+  std::vector<char*> list;
+  for (std::string& text : *texts) list.push_back(text.data());
+  list.push_back(nullptr);
+  return list;
+}
+
+int spawn(std::vector<std::string> command, int fd, pid_t* pid) {
+  SpawnPlan plan;
+  if (const int error = plan_spawn(&plan, fd)) return error;
+  std::vector<std::string> environment = shell_environment();
+  const std::vector<char*> arguments = pointers(&command);
+  const std::vector<char*> variables = pointers(&environment);
+  return posix_spawn(pid, command[0].c_str(), &plan.actions, &plan.attributes, arguments.data(),
+                     variables.data());
+}
+
+bool has_word(std::string_view line, std::string_view wanted) {
+  while (!line.empty()) {
+    const std::size_t end = std::min(line.find(' '), line.size());
+    if (line.substr(0, end) == wanted) return true;
+    line.remove_prefix(std::min(end + 1, line.size()));
+  }
+  return false;
+}
+
+template <typename Test>
+bool any_line(std::string_view text, const Test& test) {
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    if (test(text.substr(0, end))) return true;
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return false;
+}
+
+// The list of connected programs is a line that starts with a blank.
+bool is_connected(std::string_view text, std::string_view program) {
+  return any_line(text, [program](std::string_view line) {
+    return !line.empty() && line.front() == ' ' && has_word(line, program);
+  });
+}
+
+// The shell's own words about its connection. Between the programs' lines only at the start of a line: a
+// description may say the same.
+bool is_warning(std::string_view line) {
+  return line.find("Warning: closing connection") == 0 || line.find("Warning: connecting to") == 0;
+}
+
+bool has_warning(std::string_view text) {
+  return text.find("Warning: closing connection") != std::string_view::npos ||
+         text.find("Warning: connecting to") != std::string_view::npos;
+}
+
+// What the shell said last that is no prompt, for the log.
+std::string last_words(std::string_view text) {
+  constexpr std::size_t kShown = 120;
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.remove_suffix(1);
+  const std::size_t start = text.rfind('\n');
+  if (start != std::string_view::npos) text.remove_prefix(start + 1);
+  std::string shown(text.substr(0, kShown));
+  const auto is_control = [](char octet) { return static_cast<unsigned char>(octet) < ' '; };
+  std::replace_if(shown.begin(), shown.end(), is_control, '?');
+  return shown;
+}
+
+Answer not_whole(std::string reason) {
+  Answer answer;
+  answer.reason = std::move(reason);
+  return answer;
+}
+
+}  // namespace
+
+Answer read_shell_output(std::string_view text, std::string_view program) {
+  std::size_t start = text.find(kConfigurationStart);
+  if (start == std::string_view::npos) return not_whole("no configuration in its answer");
+  start += kConfigurationStart.size();
+  const std::size_t end = text.find(kConfigurationEnd, start - 1);
+  if (end == std::string_view::npos) return not_whole("its configuration has no end");
+  const std::string_view behind = text.substr(end + kConfigurationEnd.size());
+  if (!is_connected(behind, program)) return not_whole("the shell has no connection to it");
+  if (any_line(text, is_warning) || has_warning(text.substr(0, start)) || has_warning(behind)) {
+    return not_whole("the shell lost its connection to it");
+  }
+  Answer answer;
+  answer.whole = true;
+  answer.configuration = text.substr(start, end + 1 - start);
+  return answer;
+}
+
+Conversation::Conversation(std::vector<std::string> shell, std::string_view program, Limits limits)
+    : command_(std::move(shell)), program_(program), limits_(limits) {
+  command_.insert(command_.end(), {"-d", program_});
+}
+
+Conversation::~Conversation() {
+  end();
+  reap(true);
+}
+
+Status Conversation::ask(EventManager* manager, Heard heard) {
+  if (const Status status = fault_check("frr_conversation_ask")) return status;
+  if (heard_) return kStatusExists;
+  manager_ = manager;
+  reap(false);
+  if (fd_ < 0) {
+    if (const Status status = start_shell()) return status;
+  }
+  if (const Status status = send_question()) {
+    end();
+    return status;
+  }
+  heard_ = std::move(heard);
+  patience_ = event_timer_start(manager_, limits_.patience, [this] { fail("no answer in time"); });
+  return kStatusOk;
+}
+
+Status Conversation::start_shell() {
+  if (access(command_[0].c_str(), X_OK) != 0) return static_cast<Status>(errno);
+  std::array<int, 2> ends{-1, -1};
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return static_cast<Status>(errno);
+  const int error = spawn(command_, ends[1], &shell_);
+  close(ends[1]);
+  fd_ = ends[0];
+  if (error != 0) {
+    shell_ = -1;
+    end();
+    return static_cast<Status>(error);
+  }
+  answered_ = false;
+  const Status status = event_fd_add(manager_, fd_, EPOLLIN, [this](int, std::uint32_t) { read_answer(); });
+  if (status) end();
+  return status;
+}
+
+// A shell that takes nothing more does not answer either.
+Status Conversation::send_question() {
+  mark_ = "mpls-vpn-mib-" + std::to_string(getpid()) + "-" + std::to_string(++questions_);
+  const std::string question = "show running-config\nshow daemons\n" + mark_ + "\n";
+  received_.clear();
+  const ssize_t sent = send(fd_, question.data(), question.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (sent < 0) return static_cast<Status>(errno);
+  return static_cast<std::size_t>(sent) == question.size() ? kStatusOk : kStatusIo;
+}
+
+// Level-triggered: what does not fit into one read comes with the next turn of the loop, after others.
+void Conversation::read_answer() {
+  constexpr std::size_t kPiece = 64U << 10;
+  std::array<char, kPiece> piece;
+  const ssize_t length = recv(fd_, piece.data(), piece.size(), MSG_DONTWAIT);
+  if (length < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (length <= 0) return fail("the shell ended: " + last_words(received_));
+  if (!heard_) return;  // said between questions: of no interest
+  const std::size_t known = received_.size() - std::min(received_.size(), mark_.size());
+  received_.append(piece.data(), static_cast<std::size_t>(length));
+  const std::size_t mark = received_.find(mark_, known);
+  if (mark != std::string::npos) {
+    return finish(read_shell_output(std::string_view(received_).substr(0, mark), program_));
+  }
+  if (received_.size() > limits_.answer_size) fail("its answer is too large");
+}
+
+void Conversation::finish(Answer answer) {
+  event_timer_cancel(manager_, patience_);
+  patience_ = 0;
+  received_.clear();
+  answer.first = !answered_;
+  answered_ = answer.whole;
+  const Heard heard = std::exchange(heard_, nullptr);
+  if (!answer.whole) end();
+  if (heard) heard(answer);
+}
+
+void Conversation::fail(const std::string& reason) {
+  finish(not_whole(reason));
+}
+
+void Conversation::end() {
+  if (patience_ != 0) event_timer_cancel(manager_, patience_);
+  patience_ = 0;
+  heard_ = nullptr;
+  if (fd_ >= 0) {
+    event_fd_remove(manager_, fd_);
+    close(fd_);
+  }
+  fd_ = -1;
+  if (shell_ > 0) {
+    kill(-shell_, SIGKILL);
+    ended_.push_back(shell_);
+  }
+  shell_ = -1;
+  reap(false);
+}
+
+void Conversation::reap(bool wait) {
+  const auto is_gone = [wait](pid_t pid) { return waitpid(pid, nullptr, wait ? 0 : WNOHANG) != 0; };
+  ended_.erase(std::remove_if(ended_.begin(), ended_.end(), is_gone), ended_.end());
+}
+
+}  // namespace frr

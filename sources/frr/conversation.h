@@ -1,0 +1,82 @@
+// A conversation with one program of the routing suite: a kept `vtysh -d PROGRAM` that is asked for its
+// running configuration, again and again.
+//
+// The shell is a child process on one socket, which is its standard input, output and error, so that its
+// warnings stand where they happened. Nothing waits for it: an answer is collected on the event loop, and one
+// that takes too long, grows too large or is not whole ends the shell. The next question starts another.
+//
+// An answer is whole when the shell, asked right behind it, still has its connection to the program, when it
+// had to mend none meanwhile, and when the configuration has its end line. The shell says nothing of a
+// program that has gone but prints an empty configuration and reports success: that must not be taken for an
+// answer.
+//
+// Main thread. The manager must outlive the conversation.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+
+namespace frr {
+
+struct Answer {
+  bool whole = false;
+  bool first = false;         // of its shell: the program may have been started since the last answer
+  std::string configuration;  // the running configuration, when whole
+  std::string reason;         // what went wrong, when not
+};
+
+class Conversation {
+ public:
+  struct Limits {
+    std::uint64_t patience = 10'000'000'000;  // nanoseconds until an answer must be whole
+    std::size_t answer_size = 32U << 20;      // octets
+  };
+  using Heard = std::function<void(const Answer& answer)>;
+
+  // `shell` is the shell's path and the arguments that come before "-d PROGRAM".
+  Conversation(std::vector<std::string> shell, std::string_view program, Limits limits);
+  ~Conversation();
+  Conversation(const Conversation&) = delete;
+  Conversation& operator=(const Conversation&) = delete;
+
+  // Asks; `heard` is called once, from the loop, never from inside this call. kStatusExists while an answer
+  // is awaited; else the system's, when there is no shell or none can be started. Fault point
+  // "frr_conversation_ask".
+  [[nodiscard]] Status ask(EventManager* manager, Heard heard);
+  void end();  // ends the shell; an awaited answer does not come
+
+ private:
+  Status start_shell();
+  Status send_question();
+  void read_answer();
+  void finish(Answer answer);
+  void fail(const std::string& reason);
+  void reap(bool wait);
+
+  std::vector<std::string> command_;
+  std::string program_;
+  Limits limits_;
+  EventManager* manager_ = nullptr;
+  Heard heard_{};
+  pid_t shell_ = -1;
+  int fd_ = -1;
+  bool answered_ = false;  // this shell has given a whole answer
+  std::uint64_t questions_ = 0;
+  std::string mark_{};  // what ends the answer that is awaited
+  std::string received_{};
+  EventTimerId patience_ = 0;
+  std::vector<pid_t> ended_{};  // shells that were ended and not yet waited for
+};
+
+// What the shell printed up to the mark: the configuration in it, or why there is none.
+Answer read_shell_output(std::string_view text, std::string_view program);
+
+}  // namespace frr

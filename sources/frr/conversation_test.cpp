@@ -1,0 +1,261 @@
+#include "sources/frr/conversation.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <chrono>
+#include <optional>
+
+#include "platform/base/clock.h"
+#include "platform/base/fault.h"
+#include "sources/frr/fake_suite_test_support.h"
+
+namespace {
+
+using frr::Answer;
+using frr::Conversation;
+using testing::HasSubstr;
+
+constexpr std::uint64_t kTurn = 20 * kNanosecondsPerMillisecond;
+constexpr auto kBound = std::chrono::seconds(20);
+
+constexpr char kWhole[] =
+    "vm# show running-config\nBuilding configuration...\n\nCurrent configuration:\n!\nrouter bgp 65000 vrf "
+    "red\n"
+    "exit\n!\nend\nvm# show daemons\n zebra bgpd\nvm# ";
+
+std::string without(std::string text, const std::string& part) {
+  const std::size_t at = text.find(part);
+  EXPECT_NE(at, std::string::npos);
+  return text.erase(at, part.size());
+}
+
+std::string with(std::string text, const std::string& before, const std::string& part) {
+  const std::size_t at = text.find(before);
+  EXPECT_NE(at, std::string::npos);
+  return text.insert(at, part);
+}
+
+TEST(ShellOutput, ConfigurationIsWhatStandsBetweenItsHeadAndItsEnd) {
+  const Answer answer = frr::read_shell_output(kWhole, "bgpd");
+  EXPECT_TRUE(answer.whole) << answer.reason;
+  EXPECT_EQ(answer.configuration, "!\nrouter bgp 65000 vrf red\nexit\n!\n");
+}
+
+TEST(ShellOutput, ConfigurationMayBeEmpty) {
+  const Answer answer =
+      frr::read_shell_output("\nCurrent configuration:\nend\nvm# show daemons\n bgpd\nvm# ", "bgpd");
+  EXPECT_TRUE(answer.whole) << answer.reason;
+  EXPECT_EQ(answer.configuration, "");
+}
+
+TEST(ShellOutput, AnswerWithoutAConfigurationIsNotWhole) {
+  EXPECT_FALSE(frr::read_shell_output(without(kWhole, "Current configuration:"), "bgpd").whole);
+  EXPECT_FALSE(frr::read_shell_output("", "bgpd").whole);
+}
+
+TEST(ShellOutput, ConfigurationWithoutItsEndIsNotWhole) {
+  EXPECT_FALSE(frr::read_shell_output(without(kWhole, "end\n"), "bgpd").whole);
+}
+
+TEST(ShellOutput, ConfigurationOfAProgramThatIsNotConnectedIsNotWhole) {
+  EXPECT_FALSE(frr::read_shell_output(without(kWhole, " bgpd"), "bgpd").whole);
+  EXPECT_FALSE(frr::read_shell_output(kWhole, "bgp").whole);
+  EXPECT_FALSE(frr::read_shell_output(kWhole, "ospfd").whole);
+}
+
+TEST(ShellOutput, ProgramThatIsNamedInItsConfigurationOnlyIsNotConnected) {
+  const std::string text = with(without(kWhole, " bgpd"), "exit", " description bgpd\n");
+  EXPECT_FALSE(frr::read_shell_output(text, "bgpd").whole);
+}
+
+TEST(ShellOutput, ConnectionThatWasLostOrMendedMakesItNotWhole) {
+  for (const char* before : {"Building", "Current", "router", "exit", " zebra"}) {
+    EXPECT_FALSE(
+        frr::read_shell_output(with(kWhole, before, "Warning: connecting to bgpd...success!\n"), "bgpd")
+            .whole);
+    EXPECT_FALSE(
+        frr::read_shell_output(
+            with(kWhole, before, "Warning: closing connection to bgpd because of an I/O error!\n"), "bgpd")
+            .whole);
+  }
+}
+
+TEST(ShellOutput, DescriptionThatReadsLikeAWarningIsOne) {
+  const std::string text =
+      with(kWhole, "exit", " neighbor 10.0.0.1 description Warning: connecting to the CE\n");
+  EXPECT_TRUE(frr::read_shell_output(text, "bgpd").whole);
+}
+
+class ConversationTest : public ::testing::Test {
+ protected:
+  ConversationTest() {
+    manager = event_manager_create("/dev/mpls/vpn/main", 0);
+    suite.Configure("bgpd", "router bgp 65000 vrf red\nexit\n");
+    Open({});
+  }
+  ~ConversationTest() override {
+    conversation.reset();
+    event_manager_destroy(manager);
+    fault_disarm_all();
+  }
+  void Open(const Conversation::Limits& limits) {
+    conversation = std::make_unique<Conversation>(suite.shell(), "bgpd", limits);
+  }
+  Status Ask() {
+    heard.reset();
+    return conversation->ask(manager, [this](const Answer& answer) {
+      EXPECT_FALSE(heard.has_value()) << "told twice";
+      heard = answer;
+    });
+  }
+  Answer Await() {
+    const auto deadline = std::chrono::steady_clock::now() + kBound;
+    while (!heard && std::chrono::steady_clock::now() < deadline) event_run_pending(manager, kTurn);
+    EXPECT_TRUE(heard.has_value()) << "nothing heard";
+    return heard.value_or(Answer{});
+  }
+  Answer AskAndAwait() {
+    EXPECT_EQ(Ask(), kStatusOk);
+    return Await();
+  }
+
+  FakeSuite suite;
+  EventManager* manager = nullptr;
+  std::optional<Answer> heard;
+  std::unique_ptr<Conversation> conversation;
+};
+
+TEST_F(ConversationTest, RunningConfigurationIsHeard) {
+  const Answer answer = AskAndAwait();
+  EXPECT_TRUE(answer.whole) << answer.reason;
+  EXPECT_THAT(answer.configuration, HasSubstr("router bgp 65000 vrf red\nexit\n"));
+}
+
+TEST_F(ConversationTest, ShellIsKeptBetweenQuestions) {
+  EXPECT_TRUE(AskAndAwait().first);
+  suite.Configure("bgpd", "router bgp 65000 vrf blue\nexit\n");
+  const Answer second = AskAndAwait();
+  EXPECT_FALSE(second.first);
+  EXPECT_THAT(second.configuration, HasSubstr("vrf blue"));
+  EXPECT_EQ(suite.Started("bgpd"), 1U);
+}
+
+TEST_F(ConversationTest, LargeConfigurationIsHeardWhole) {
+  std::string large;
+  while (large.size() < 1'000'000)
+    large += "router bgp 65000 vrf v" + std::to_string(large.size()) + "\nexit\n";
+  suite.Configure("bgpd", large);
+  EXPECT_THAT(AskAndAwait().configuration, HasSubstr(large));
+}
+
+TEST_F(ConversationTest, NothingIsHeardFromInsideTheQuestion) {
+  ASSERT_EQ(Ask(), kStatusOk);
+  EXPECT_FALSE(heard.has_value());
+}
+
+TEST_F(ConversationTest, SecondQuestionWaitsForTheAnswer) {
+  ASSERT_EQ(Ask(), kStatusOk);
+  EXPECT_EQ(conversation->ask(manager, [](const Answer&) { ADD_FAILURE(); }), kStatusExists);
+  EXPECT_TRUE(Await().whole);
+}
+
+TEST_F(ConversationTest, MissingShellIsTold) {
+  conversation = std::make_unique<Conversation>(std::vector<std::string>{"/nowhere/vtysh"}, "bgpd",
+                                                Conversation::Limits{});
+  EXPECT_EQ(Ask(), static_cast<Status>(ENOENT));
+}
+
+TEST_F(ConversationTest, FileThatIsNoProgramIsTold) {
+  conversation =
+      std::make_unique<Conversation>(std::vector<std::string>{"sources"}, "bgpd", Conversation::Limits{});
+  EXPECT_EQ(Ask(), static_cast<Status>(EACCES));
+}
+
+TEST_F(ConversationTest, AbsentProgramEndsTheShellAndIsAskedAgain) {
+  suite.Become("bgpd", "absent");
+  const Answer answer = AskAndAwait();
+  EXPECT_FALSE(answer.whole);
+  EXPECT_THAT(answer.reason, HasSubstr("failed to connect to any daemons"));
+  suite.Become("bgpd", "ok");
+  EXPECT_TRUE(AskAndAwait().whole);
+  EXPECT_EQ(suite.Started("bgpd"), 2U);
+}
+
+TEST_F(ConversationTest, ProgramThatWentAwayIsNoEmptyConfiguration) {
+  ASSERT_TRUE(AskAndAwait().whole);
+  suite.Become("bgpd", "gone");
+  EXPECT_FALSE(AskAndAwait().whole);
+}
+
+TEST_F(ConversationTest, MendedConnectionStartsANewShell) {
+  ASSERT_TRUE(AskAndAwait().whole);
+  suite.Become("bgpd", "mended");
+  EXPECT_FALSE(AskAndAwait().whole);
+  suite.Become("bgpd", "ok");
+  const Answer answer = AskAndAwait();
+  EXPECT_TRUE(answer.whole);
+  EXPECT_TRUE(answer.first);
+  EXPECT_EQ(suite.Started("bgpd"), 2U);
+}
+
+TEST_F(ConversationTest, AnswersThatAreNotWholeAreRefused) {
+  for (const char* state : {"ending", "garbage", "cut"}) {
+    suite.Become("bgpd", state);
+    const Answer answer = AskAndAwait();
+    EXPECT_FALSE(answer.whole) << state;
+    EXPECT_NE(answer.reason, "") << state;
+  }
+}
+
+TEST_F(ConversationTest, SilentShellIsGivenUpInTime) {
+  ManualClock clock(kNanosecondsPerSecond);
+  suite.Become("bgpd", "silent");
+  ASSERT_EQ(Ask(), kStatusOk);
+  event_run_pending(manager);
+  EXPECT_FALSE(heard.has_value());
+  clock.advance(Conversation::Limits{}.patience);
+  EXPECT_EQ(Await().reason, "no answer in time");
+}
+
+TEST_F(ConversationTest, AnswerThatIsTooLargeIsGivenUp) {
+  Open({Conversation::Limits{}.patience, 100'000});
+  suite.Become("bgpd", "flood");
+  EXPECT_EQ(AskAndAwait().reason, "its answer is too large");
+}
+
+TEST_F(ConversationTest, EndedShellsAreWaitedFor) {
+  suite.Become("bgpd", "absent");
+  AskAndAwait();
+  suite.Become("bgpd", "silent");
+  ASSERT_EQ(Ask(), kStatusOk);
+  conversation.reset();
+  errno = 0;
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(ConversationTest, EndedConversationIsNotHeard) {
+  ASSERT_EQ(Ask(), kStatusOk);
+  conversation->end();
+  event_run_pending(manager, kTurn);
+  EXPECT_FALSE(heard.has_value());
+  EXPECT_TRUE(AskAndAwait().whole);
+}
+
+TEST_F(ConversationTest, QuestionHasItsFaultPoint) {
+  const ScopedFault fault("frr_conversation_ask", kStatusIo);
+  EXPECT_EQ(Ask(), kStatusIo);
+}
+
+TEST_F(ConversationTest, ShellThatCannotBeWatchedIsEnded) {
+  {
+    const ScopedFault fault("event_fd_add", kStatusNoMemory);
+    EXPECT_EQ(Ask(), kStatusNoMemory);
+  }
+  EXPECT_TRUE(AskAndAwait().whole);
+}
+
+}  // namespace

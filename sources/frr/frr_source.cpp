@@ -1,0 +1,209 @@
+// See frr_source.h. One follower a program; they meet only in commit(), which replaces all that the suite
+// holds, with the other programs' nodes as they were.
+//
+// An unchanged text costs its reading and a comparison. A changed one is parsed at once; programs whose nodes
+// depend on the router's addresses are worked out again when the router changed. The pause before the next
+// question grows with the time that the last answer took, so that a large configuration takes a twentieth of
+// a CPU at most.
+#include "sources/frr/frr_source.h"
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+#include "platform/base/clock.h"
+#include "platform/base/fault.h"
+#include "platform/base/log.h"
+
+using frr::Answer;
+using frr::Nodes;
+using frr::Program;
+
+namespace {
+
+constexpr std::uint64_t kPausePerTime = 19;           // a pause is this many times as long as the answer took
+constexpr std::size_t kMistakesLogged = 10;           // of one text
+constexpr std::uint64_t kFirstPause = 1'000'000'000;  // of a program that never answered; doubles
+
+bool by_path(const KvConfigNode& left, const KvConfigNode& right) {
+  return left.path < right.path;
+}
+
+// Everything of `known` that `said` has no node for.
+Nodes left_out(const Nodes& known, const Nodes& said) {
+  Nodes missing;
+  std::set_difference(known.begin(), known.end(), said.begin(), said.end(), std::back_inserter(missing),
+                      by_path);
+  return missing;
+}
+
+Nodes merged(const Nodes& left, const Nodes& right) {
+  Nodes all;
+  std::merge(left.begin(), left.end(), right.begin(), right.end(), std::back_inserter(all), by_path);
+  return all;
+}
+
+void log_mistakes(const Program& program, const std::vector<frr::Mistake>& mistakes) {
+  for (std::size_t i = 0; i < std::min(mistakes.size(), kMistakesLogged); ++i) {
+    log_line("frr: %s, line %zu of its running configuration: %s; the item is left out", program.name.data(),
+             mistakes[i].line, mistakes[i].what.c_str());
+  }
+  if (mistakes.size() > kMistakesLogged) {
+    log_line("frr: %s: %zu more such lines", program.name.data(), mistakes.size() - kMistakesLogged);
+  }
+}
+
+}  // namespace
+
+struct FrrSource::Follower {
+  Follower(const Program& followed, const FrrSource::Options& options)
+      : program(followed), conversation(options.shell, followed.name, options.limits) {}
+
+  const Program& program;
+  frr::Conversation conversation;
+  EventTimerId timer = 0;
+  std::uint64_t asked = 0;  // when, on the monotonic clock
+  bool silence_said = false;
+  bool answering = false;  // its last answer was whole
+  bool answered = false;   // once, or in an earlier life: then it is asked at full pace when it is gone
+  std::uint64_t pause = kFirstPause;
+
+  std::string text{};  // of the last whole answer
+  std::uint64_t text_since = 0;
+  bool settling = true;
+  std::optional<frr::RunningConfig> config{};
+  std::uint64_t router_changes = 0;  // at which the nodes were worked out
+  Nodes nodes{};                     // what it holds in the tree
+  bool written = true;               // the tree has them
+};
+
+FrrSource::FrrSource(const router::Router* router, Options options)
+    : router_(router), options_(std::move(options)) {
+  for (std::size_t i = 0; i < followers_.size(); ++i) {
+    followers_[i] = std::make_unique<Follower>(frr::kPrograms[i], options_);
+  }
+}
+
+FrrSource::~FrrSource() {
+  for (const auto& follower : followers_) {
+    if (follower->timer != 0) event_timer_cancel(manager_, follower->timer);
+  }
+}
+
+Status FrrSource::start(EventManager* manager) {
+  if (const Status status = fault_check("frr_source_start")) return status;
+  if (manager_ != nullptr) return kStatusExists;
+  manager_ = manager;
+  take_known();
+  for (const auto& follower : followers_) ask_later(*follower, 0);
+  return kStatusOk;
+}
+
+Status FrrSource::forget() {
+  return kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), {},
+                               "the routing suite is not followed");
+}
+
+// The tree gives the nodes in the order of their paths.
+void FrrSource::take_known() {
+  for (const std::string& scope : frr::config_scopes()) {
+    kvtree_config_owned(kConfigOwnerFrr, scope, [this](const KvConfigNode& node) {
+      for (const auto& follower : followers_) {
+        if (follower->program.owns(node.path)) follower->nodes.push_back(node);
+      }
+    });
+  }
+  for (const auto& follower : followers_) {
+    std::sort(follower->nodes.begin(), follower->nodes.end(), by_path);
+    follower->answered = !follower->nodes.empty();
+  }
+}
+
+void FrrSource::ask_later(Follower& follower, std::uint64_t nanoseconds) {
+  follower.timer = event_timer_start(manager_, nanoseconds, [this, &follower] { ask(follower); });
+}
+
+void FrrSource::ask(Follower& follower) {
+  follower.timer = 0;
+  follower.asked = clock_monotonic();
+  const Status status = follower.conversation.ask(
+      manager_, [this, &follower](const Answer& answer) { hear(follower, answer); });
+  if (!status) return;
+  lose(follower, err_text(status));
+  ask_later(follower, pause_after(follower, 0));
+}
+
+void FrrSource::hear(Follower& follower, const Answer& answer) {
+  if (answer.whole) {
+    take(follower, answer);
+  } else {
+    lose(follower, answer.reason);
+  }
+  ask_later(follower, pause_after(follower, clock_monotonic() - follower.asked));
+}
+
+// Said once: many routers run a part of the suite only.
+void FrrSource::lose(Follower& follower, const std::string& reason) {
+  if (follower.answered && !follower.silence_said) {
+    log_line("frr: %s does not answer (%s); its last known configuration stays", follower.program.name.data(),
+             reason.c_str());
+  }
+  follower.silence_said = follower.answered;
+  follower.answering = false;
+  follower.settling = true;
+  if (!follower.answered) follower.pause = std::min(follower.pause * 2, options_.longest_pause);
+}
+
+std::uint64_t FrrSource::pause_after(const Follower& follower, std::uint64_t took) const {
+  if (!follower.answered) return follower.pause;
+  return std::max(options_.interval, follower.answering ? took * kPausePerTime : 0);
+}
+
+void FrrSource::take(Follower& follower, const Answer& answer) {
+  const std::uint64_t now = clock_monotonic();
+  if (!follower.answering) log_line("frr: %s answers", follower.program.name.data());
+  follower.answering = follower.answered = true;
+  follower.silence_said = false;
+  if (answer.first) follower.settling = true;
+  const bool same_text = follower.config.has_value() && follower.text == answer.configuration;
+  if (!same_text) {
+    follower.text = answer.configuration;
+    follower.config = frr::parse_running_config(follower.text);
+    log_mistakes(follower.program, follower.config->mistakes);
+  }
+  if (!same_text || answer.first) follower.text_since = now;
+  const bool same_router = !follower.program.needs_router || follower.router_changes == router_->changes();
+  if (!same_text || !same_router || follower.settling || !follower.written) settle(follower);
+}
+
+// Brings the tree to what the program says, with what it leaves out while it is settling.
+void FrrSource::settle(Follower& follower) {
+  follower.router_changes = router_->changes();
+  Nodes said = follower.program.nodes(*follower.config, *router_);
+  const Nodes missing = left_out(follower.nodes, said);
+  if (missing.empty() || clock_monotonic() - follower.text_since >= options_.settling) {
+    follower.settling = false;
+  }
+  commit(follower, follower.settling ? merged(said, missing) : std::move(said));
+}
+
+void FrrSource::commit(Follower& follower, Nodes nodes) {
+  if (follower.written && nodes == follower.nodes) return;
+  follower.nodes = std::move(nodes);
+  Nodes all;
+  for (const auto& each : followers_) all.insert(all.end(), each->nodes.begin(), each->nodes.end());
+  std::string mistake;
+  const std::string comment = std::string(follower.program.name) + ": running configuration";
+  const Status status =
+      kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), all, comment, nullptr, &mistake);
+  for (const auto& each : followers_) {
+    if (!status) each->written = true;
+  }
+  if (!status) return;
+  if (follower.written) {
+    log_line("frr: cannot write the configuration of %s: %s: %s", follower.program.name.data(),
+             err_text(status), mistake.c_str());
+  }
+  follower.written = false;
+}

@@ -1,0 +1,67 @@
+// The VPN configuration of the routing suite FRR on this router, kept in the configuration tree under the
+// owner "frr".
+//
+// Each program of the suite (config_nodes.h) is asked for its running configuration once in an interval, by a
+// conversation of its own; what its text stands for replaces what it stood for before. A program that does
+// not answer keeps its last known configuration, over restarts of this process too: it is in the tree.
+//
+// A program that has just been started has no configuration yet, or a part of it: the suite loads it
+// afterwards. So what a new conversation leaves out is not believed until it has said everything that was
+// known before, or the same for as long as kSettling; what it adds or changes counts at once. A restart of
+// the suite is no change of configuration.
+//
+// Main thread. Nothing blocks: see conversation.h.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+#include "platform/router/router.h"
+#include "sources/frr/config_nodes.h"
+#include "sources/frr/conversation.h"
+
+class FrrSource {
+ public:
+  struct Options {
+    std::vector<std::string> shell{"/usr/bin/vtysh"};  // with arguments before "-d PROGRAM"
+    std::uint64_t interval = 1'000'000'000;            // nanoseconds between an answer and the next question
+    std::uint64_t settling = 10'000'000'000;
+    std::uint64_t longest_pause = 15'000'000'000;  // of a program that never answered
+    frr::Conversation::Limits limits{};
+  };
+
+  // The router must outlive the source.
+  FrrSource(const router::Router* router, Options options);
+  ~FrrSource();
+  FrrSource(const FrrSource&) = delete;
+  FrrSource& operator=(const FrrSource&) = delete;
+
+  // What the suite held when it was last heard is taken from the tree, and the asking starts. The manager
+  // must outlive the source. kStatusExists when it was started before. Fault point "frr_source_start".
+  [[nodiscard]] Status start(EventManager* manager);
+
+  // For routers that do not follow the suite (any more): lets go of what it held.
+  [[nodiscard]] static Status forget();
+
+ private:
+  struct Follower;
+
+  void take_known();
+  void ask(Follower& follower);
+  void ask_later(Follower& follower, std::uint64_t nanoseconds);
+  void hear(Follower& follower, const frr::Answer& answer);
+  void lose(Follower& follower, const std::string& reason);
+  void take(Follower& follower, const frr::Answer& answer);
+  void settle(Follower& follower);
+  void commit(Follower& follower, frr::Nodes nodes);
+  std::uint64_t pause_after(const Follower& follower, std::uint64_t took) const;
+
+  const router::Router* router_;
+  Options options_;
+  EventManager* manager_ = nullptr;
+  std::array<std::unique_ptr<Follower>, frr::kProgramCount> followers_;
+};

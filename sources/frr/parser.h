@@ -1,0 +1,54 @@
+// What the source files of the running configuration's parser share. Not for others.
+//
+// A line is matched, word by word, against the table of its stanza; the first row that fits takes it. The
+// handlers get the line's words and put what they say into the records that the stanza has opened.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sources/frr/running_config.h"
+
+namespace frr {
+
+using Words = std::vector<std::string_view>;
+
+enum class Stanza : std::uint8_t { kOther, kBgp, kOspf, kRip, kEigrp, kVrf, kInterface };
+
+struct Parser {
+  RunningConfig config{};
+  std::size_t line = 0;
+  Stanza stanza = Stanza::kOther;
+  std::string vrf{};             // of a `vrf` stanza
+  std::string interface {};      // of an `interface` stanza
+  int family = -1;               // of an `address-family`: 0 IPv4, 1 IPv6; -1: outside, or of another family
+  bool in_family = false;        // inside of any address family
+  bool unicast = false;          // inside of a unicast one, which has the VPN items
+  std::string_view line_text{};  // the whole line, without its indentation
+
+  void mistake(const std::string& what) { config.mistakes.push_back({line, what}); }
+};
+
+// A row of a stanza's table. In the pattern "*" is any word and "..." at the end any number of further ones.
+struct LineRule {
+  std::string_view pattern;
+  void (*take)(Parser& parser, const Words& words);
+};
+
+Words split_words(std::string_view text);
+// The first rule whose pattern fits takes the line; false when none does.
+bool take_line(const LineRule* rules, std::size_t count, Parser& parser, const Words& words);
+// A whole decimal number up to the limit.
+bool parse_number(std::string_view text, std::uint32_t limit, std::uint32_t* number);
+// "65000", or "1.10" for 65546.
+bool parse_as_number(std::string_view text, std::uint32_t* number);
+
+// The stanzas of BGP: bgp_parser.cpp.
+void open_bgp(Parser& parser, const Words& words);
+void take_bgp_line(Parser& parser, const Words& words);
+// `ip route` and `ipv6 route` in a VRF: static_parser.cpp.
+void take_static_route(Parser& parser, const Words& words);
+
+}  // namespace frr

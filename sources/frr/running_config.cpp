@@ -1,0 +1,261 @@
+// See running_config.h. The stanzas' heads, and the lines of OSPF, RIP, EIGRP, interfaces and VRFs; BGP and
+// static routes have files of their own (parser.h says what is shared).
+//
+// Only the first column tells where a stanza ends: the suite closes some with "exit", others with
+// "exit-vrf", older ones with "!" alone. So any line in the first column ends what was open.
+#include "sources/frr/running_config.h"
+
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+#include <utility>
+
+#include "sources/frr/parser.h"
+
+namespace frr {
+
+namespace {
+
+constexpr std::string_view kOnlyProcess = "1";
+
+std::string_view take_word(std::string_view* text) {
+  const std::size_t start = text->find_first_not_of(" \t");
+  if (start == std::string_view::npos) return {};
+  const std::size_t end = std::min(text->find_first_of(" \t", start), text->size());
+  const std::string_view word = text->substr(start, end - start);
+  text->remove_prefix(end);
+  return word;
+}
+
+bool matches(std::string_view pattern, const Words& words) {
+  for (const std::string_view word : words) {
+    const std::string_view wanted = take_word(&pattern);
+    if (wanted == "...") return true;
+    if (wanted != "*" && wanted != word) return false;
+  }
+  const std::string_view further = take_word(&pattern);
+  return further.empty() || further == "...";
+}
+
+bool is_vpn(std::string_view vrf) {
+  return vrf != router::kDefaultVrf;
+}
+
+// --- Heads of stanzas ---
+
+// "router ospf [INSTANCE] vrf NAME": the instance stands in words[2] when there is one.
+void open_ospf(Parser& parser, const Words& words) {
+  if (!is_vpn(words.back())) return;
+  const std::string_view process = words.size() == 5 ? words[2] : kOnlyProcess;
+  parser.stanza = Stanza::kOspf;
+  parser.config.ospf.push_back({std::string(words.back()), std::string(process)});
+}
+
+void open_rip(Parser& parser, const Words& words) {
+  if (!is_vpn(words[3])) return;
+  parser.stanza = Stanza::kRip;
+  parser.config.rip.push_back({std::string(words[3]), ""});
+}
+
+void open_eigrp(Parser& parser, const Words& words) {
+  std::uint32_t as_number = 0;
+  if (!is_vpn(words[4])) return;
+  if (!parse_number(words[2], 65535, &as_number)) {
+    return parser.mistake("'" + std::string(words[2]) + "' is no AS number");
+  }
+  parser.stanza = Stanza::kEigrp;
+  parser.config.eigrp.push_back({std::string(words[4]), std::to_string(as_number)});
+}
+
+void open_vrf(Parser& parser, const Words& words) {
+  if (!is_vpn(words[1])) return;
+  parser.stanza = Stanza::kVrf;
+  parser.vrf = words[1];
+}
+
+// Some versions add the interface's VRF; the router knows it better.
+void open_interface(Parser& parser, const Words& words) {
+  parser.stanza = Stanza::kInterface;
+  parser.interface = words[1];
+}
+
+constexpr LineRule kHeads[] = {
+    {"router bgp * vrf * ...", open_bgp}, {"router ospf vrf *", open_ospf},
+    {"router ospf * vrf *", open_ospf},   {"router rip vrf *", open_rip},
+    {"router eigrp * vrf *", open_eigrp}, {"vrf *", open_vrf},
+    {"interface * ...", open_interface},
+};
+
+// --- Lines of stanzas ---
+
+// An area as a number or as a dotted quad.
+bool parse_area(std::string_view text, std::uint32_t* area) {
+  if (parse_number(text, 0xffffffff, area)) return true;
+  router::Address quad;
+  if (text.find('/') != std::string_view::npos || !router::parse_address(text, &quad) ||
+      quad.family != router::Family::kIpv4) {
+    return false;
+  }
+  *area = 0;
+  for (unsigned i = 0; i < 4; ++i) *area = *area << 8 | quad.octets[i];
+  return true;
+}
+
+bool parse_network(std::string_view text, router::Address* prefix) {
+  return text.find('/') != std::string_view::npos && router::parse_address(text, prefix) &&
+         prefix->family == router::Family::kIpv4;
+}
+
+void take_ospf_network(Parser& parser, const Words& words) {
+  Network network;
+  if (!parse_network(words[1], &network.prefix) || !parse_area(words[3], &network.area)) {
+    return parser.mistake("no network and area: '" + std::string(parser.line_text) + "'");
+  }
+  parser.config.ospf.back().networks.push_back(network);
+}
+
+// RIP's networks are prefixes or names of interfaces.
+void take_rip_network(Parser& parser, const Words& words) {
+  Network network;
+  if (parse_network(words[1], &network.prefix)) {
+    parser.config.rip.back().networks.push_back(network);
+  } else if (words[1].find('/') == std::string_view::npos) {
+    parser.config.rip.back().interfaces.emplace_back(words[1]);
+  } else {
+    parser.mistake("'" + std::string(words[1]) + "' is no IPv4 network");
+  }
+}
+
+void take_eigrp_network(Parser& parser, const Words& words) {
+  Network network;
+  if (!parse_network(words[1], &network.prefix)) {
+    return parser.mistake("'" + std::string(words[1]) + "' is no IPv4 network");
+  }
+  parser.config.eigrp.back().networks.push_back(network);
+}
+
+void take_ospf_area(Parser& parser, std::string_view process, std::string_view text) {
+  std::uint32_t area = 0;
+  if (!parse_area(text, &area)) return parser.mistake("'" + std::string(text) + "' is no area");
+  parser.config.interfaces[parser.interface].ospf.push_back({std::string(process), area});
+}
+
+void take_interface_area(Parser& parser, const Words& words) {
+  take_ospf_area(parser, kOnlyProcess, words[3]);
+}
+
+void take_interface_instance_area(Parser& parser, const Words& words) {
+  take_ospf_area(parser, words[2], words[4]);
+}
+
+// The rest of the line as it stands: a description may have blanks of its own.
+void take_description(Parser& parser, const Words&) {
+  constexpr std::string_view kWord = "description ";
+  parser.config.interfaces[parser.interface].description = parser.line_text.substr(kWord.size());
+}
+
+constexpr LineRule kOspfLines[] = {{"network * area *", take_ospf_network}};
+constexpr LineRule kRipLines[] = {{"network *", take_rip_network}};
+constexpr LineRule kEigrpLines[] = {{"network *", take_eigrp_network}};
+constexpr LineRule kVrfLines[] = {
+    {"ip route ...", take_static_route},
+    {"ipv6 route ...", take_static_route},
+};
+// An area may be for one of the interface's addresses, which comes behind it.
+constexpr LineRule kInterfaceLines[] = {
+    {"ip ospf area * ...", take_interface_area},
+    {"ip ospf * area * ...", take_interface_instance_area},
+    {"description * ...", take_description},
+};
+
+void open_stanza(Parser& parser, const Words& words) {
+  parser.stanza = Stanza::kOther;
+  parser.in_family = false;
+  take_line(kHeads, std::size(kHeads), parser, words);
+}
+
+void take_stanza_line(Parser& parser, const Words& words) {
+  switch (parser.stanza) {
+    case Stanza::kOther:
+      return;
+    case Stanza::kBgp:
+      return take_bgp_line(parser, words);
+    case Stanza::kOspf:
+      take_line(kOspfLines, std::size(kOspfLines), parser, words);
+      return;
+    case Stanza::kRip:
+      take_line(kRipLines, std::size(kRipLines), parser, words);
+      return;
+    case Stanza::kEigrp:
+      take_line(kEigrpLines, std::size(kEigrpLines), parser, words);
+      return;
+    case Stanza::kVrf:
+      take_line(kVrfLines, std::size(kVrfLines), parser, words);
+      return;
+    case Stanza::kInterface:
+      take_line(kInterfaceLines, std::size(kInterfaceLines), parser, words);
+      return;
+  }
+}
+
+void parse_line(Parser& parser, std::string_view line) {
+  ++parser.line;
+  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+  const Words words = split_words(line);
+  if (words.empty()) return;
+  parser.line_text = line.substr(line.find_first_not_of(" \t"));
+  if (line.front() == ' ' || line.front() == '\t') {
+    take_stanza_line(parser, words);
+  } else {
+    open_stanza(parser, words);
+  }
+}
+
+}  // namespace
+
+Words split_words(std::string_view text) {
+  Words words;
+  for (auto word = take_word(&text); !word.empty(); word = take_word(&text)) words.push_back(word);
+  return words;
+}
+
+bool take_line(const LineRule* rules, std::size_t count, Parser& parser, const Words& words) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!matches(rules[i].pattern, words)) continue;
+    rules[i].take(parser, words);
+    return true;
+  }
+  return false;
+}
+
+bool parse_number(std::string_view text, std::uint32_t limit, std::uint32_t* number) {
+  std::uint32_t value = 0;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (failure != std::errc() || end != text.data() + text.size() || value > limit) return false;
+  *number = value;
+  return true;
+}
+
+bool parse_as_number(std::string_view text, std::uint32_t* number) {
+  const std::size_t dot = text.find('.');
+  if (dot == std::string_view::npos) return parse_number(text, 0xffffffff, number);
+  std::uint32_t high = 0;
+  std::uint32_t low = 0;
+  if (!parse_number(text.substr(0, dot), 65535, &high) || !parse_number(text.substr(dot + 1), 65535, &low)) {
+    return false;
+  }
+  *number = high << 16 | low;
+  return true;
+}
+
+RunningConfig parse_running_config(std::string_view text) {
+  Parser parser;
+  while (!text.empty()) {
+    const std::size_t end = text.find('\n');
+    parse_line(parser, text.substr(0, end));
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  }
+  return std::move(parser.config);
+}
+
+}  // namespace frr

@@ -1,0 +1,100 @@
+// What a routing suite's running configuration says of layer-3 VPNs: the text that `show running-config`
+// prints, made into records.
+//
+// The text is a list of stanzas. A line in the first column opens one ("router bgp 65000 vrf red"), indented
+// lines belong to it, and BGP has address families as stanzas of a second depth. Lines that say nothing of
+// VPNs are skipped; a line that does and cannot be understood is a mistake with its number and a reason, and
+// what it would have said is left out. What concerns the default VRF is left out as well: it is no VPN.
+//
+// Text of another router is untrusted: every text is accepted, none makes more than a few records a word.
+// Stateless; any thread.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/router/router.h"
+#include "platform/vrf_config/vrf_config.h"
+
+namespace frr {
+
+struct Mistake {
+  std::size_t line = 0;  // from 1
+  std::string what;
+  bool operator==(const Mistake&) const = default;
+};
+
+// `address-family ipv4|ipv6 unicast` of a VRF's BGP instance (RFC 4364 sections 4.2 and 4.3.1).
+struct VpnFamily {
+  std::optional<vrf_config::Target> rd{};
+  std::vector<vrf_config::Target> imports{};
+  std::vector<vrf_config::Target> exports{};
+  std::string import_policy{};  // a route map's name; empty: none
+  std::string export_policy{};
+};
+
+struct BgpNeighbour {
+  std::string group{};
+  bool is_group = false;
+  // By family: said to be active or not; none: it is as its group, or as the instance's default.
+  std::array<std::optional<bool>, 2> active{};
+};
+
+struct BgpInstance {
+  std::string vrf;
+  std::uint32_t as_number = 0;
+  std::array<bool, 2> default_active{true, false};  // by family
+  std::array<VpnFamily, 2> families{};              // IPv4, IPv6
+  // By address, by interface (unnumbered) or, a group, by the group's name.
+  std::map<std::string, BgpNeighbour, std::less<>> neighbours{};
+};
+
+// "10.0.0.0/8" of a `network` line, and the OSPF area that it is in.
+struct Network {
+  router::Address prefix{};
+  std::uint32_t area = 0;
+};
+
+// A process of OSPF, RIP or EIGRP in a VRF. It is enabled on interfaces whose address is in one of the
+// networks, and on those that are named.
+struct IgpProcess {
+  std::string vrf;
+  std::string process;  // OSPF: the instance, "1" when there is one only; EIGRP: the AS number; RIP: empty
+  std::vector<Network> networks{};
+  std::vector<std::string> interfaces{};
+};
+
+// `ip ospf area` of an interface.
+struct OspfArea {
+  std::string process;
+  std::uint32_t area = 0;
+};
+
+struct InterfaceConfig {
+  std::string description{};
+  std::vector<OspfArea> ospf{};
+};
+
+struct VrfStaticRoute {
+  std::string vrf;
+  vrf_config::StaticRoute route;
+};
+
+struct RunningConfig {
+  std::vector<BgpInstance> bgp{};
+  std::vector<IgpProcess> ospf{};
+  std::vector<IgpProcess> rip{};
+  std::vector<IgpProcess> eigrp{};
+  std::vector<VrfStaticRoute> statics{};
+  std::map<std::string, InterfaceConfig, std::less<>> interfaces{};
+  std::vector<Mistake> mistakes{};
+};
+
+RunningConfig parse_running_config(std::string_view text);
+
+}  // namespace frr

@@ -1,0 +1,330 @@
+#include "sources/frr/running_config.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using frr::BgpInstance;
+using frr::Mistake;
+using frr::parse_running_config;
+using frr::RunningConfig;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using vrf_config::Family;
+using vrf_config::Target;
+
+std::string family_of(const std::string& family, const std::string& lines) {
+  return "router bgp 65000 vrf red\n !\n address-family " + family + "\n" + lines +
+         " exit-address-family\nexit\n!\n";
+}
+
+BgpInstance only_instance(const std::string& text) {
+  const RunningConfig config = parse_running_config(text);
+  EXPECT_THAT(config.mistakes, IsEmpty());
+  EXPECT_THAT(config.bgp, SizeIs(1));
+  return config.bgp.empty() ? BgpInstance{} : config.bgp[0];
+}
+
+std::vector<std::string> texts(const std::vector<Target>& targets) {
+  std::vector<std::string> list;
+  for (const Target& target : targets) list.push_back(vrf_config::target_text(target));
+  return list;
+}
+
+Mistake only_mistake(const std::string& text) {
+  const RunningConfig config = parse_running_config(text);
+  EXPECT_THAT(config.mistakes, SizeIs(1));
+  return config.mistakes.empty() ? Mistake{} : config.mistakes[0];
+}
+
+// --- BGP: what concerns VPNs ---
+
+TEST(BgpOfAVrf, InstanceHasItsVrfAndAsNumber) {
+  const BgpInstance instance = only_instance("router bgp 65000 vrf red\nexit\n");
+  EXPECT_EQ(instance.vrf, "red");
+  EXPECT_EQ(instance.as_number, 65000U);
+}
+
+TEST(BgpOfAVrf, AsNumberMayBeOfFourOctetsAndInTwoNotations) {
+  EXPECT_EQ(only_instance("router bgp 4200000000 vrf red\n").as_number, 4200000000U);
+  EXPECT_EQ(only_instance("router bgp 1.10 vrf red as-notation dot\n").as_number, 65546U);
+}
+
+TEST(BgpOfAVrf, InstancesOfTheDefaultVrfAndOfViewsAreNoVpns) {
+  const RunningConfig config = parse_running_config(
+      "router bgp 65000\n neighbor 10.0.0.1 remote-as 1\n address-family ipv4 unicast\n  rd vpn export 1:1\n"
+      "router bgp 65000 vrf default\nrouter bgp 65000 view red\n");
+  EXPECT_THAT(config.bgp, IsEmpty());
+  EXPECT_THAT(config.mistakes, IsEmpty());
+}
+
+TEST(BgpOfAVrf, RouteDistinguisherIsOfAnAddressFamily) {
+  const BgpInstance instance = only_instance(
+      "router bgp 65000 vrf red\n !\n address-family ipv4 unicast\n  rd vpn export 65000:10\n "
+      "exit-address-family\n"
+      " !\n address-family ipv6 unicast\n  rd vpn export 10.0.0.1:6\n exit-address-family\nexit\n");
+  ASSERT_TRUE(instance.families[0].rd && instance.families[1].rd);
+  EXPECT_EQ(vrf_config::target_text(*instance.families[0].rd), "65000:10");
+  EXPECT_EQ(vrf_config::target_text(*instance.families[1].rd), "10.0.0.1:6");
+}
+
+TEST(BgpOfAVrf, LineMayHoldSeveralRouteTargets) {
+  const BgpInstance instance =
+      only_instance(family_of("ipv4 unicast", "  rt vpn import 65000:10 10.0.0.1:99 4200000000:30\n"));
+  EXPECT_THAT(texts(instance.families[0].imports), ElementsAre("65000:10", "10.0.0.1:99", "4200000000:30"));
+  EXPECT_THAT(instance.families[0].exports, IsEmpty());
+}
+
+TEST(BgpOfAVrf, BothInOneLineImportsAndExports) {
+  const BgpInstance instance = only_instance(family_of("ipv6 unicast", "  rt vpn both 65000:10 65000:11\n"));
+  EXPECT_THAT(texts(instance.families[1].imports), ElementsAre("65000:10", "65000:11"));
+  EXPECT_THAT(texts(instance.families[1].exports), ElementsAre("65000:10", "65000:11"));
+  EXPECT_THAT(instance.families[0].imports, IsEmpty());
+}
+
+TEST(BgpOfAVrf, SecondListReplacesTheFirst) {
+  const BgpInstance instance = only_instance(family_of(
+      "ipv4 unicast", "  rt vpn both 65000:1\n  rt vpn import 65000:2\n  route-target vpn export 65000:3\n"));
+  EXPECT_THAT(texts(instance.families[0].imports), ElementsAre("65000:2"));
+  EXPECT_THAT(texts(instance.families[0].exports), ElementsAre("65000:3"));
+}
+
+TEST(BgpOfAVrf, RouteMapsAreItsPolicies) {
+  const BgpInstance instance = only_instance(
+      family_of("ipv4 unicast", "  route-map vpn import RM-IN\n  route-map vpn export RM-OUT\n"));
+  EXPECT_EQ(instance.families[0].import_policy, "RM-IN");
+  EXPECT_EQ(instance.families[0].export_policy, "RM-OUT");
+}
+
+TEST(BgpOfAVrf, VpnItemsCountInUnicastOnly) {
+  for (const char* family : {"ipv4 multicast", "ipv4 labeled-unicast", "l2vpn evpn"}) {
+    const BgpInstance instance = only_instance(family_of(family, "  rd vpn export 65000:10\n"));
+    EXPECT_FALSE(instance.families[0].rd) << family;
+  }
+}
+
+TEST(BgpOfAVrf, LinesBehindItsFamilyAreOfTheInstance) {
+  const BgpInstance instance =
+      only_instance(family_of("ipv4 unicast", "") + "route-map RM permit 10\n  rd vpn export 65000:10\n");
+  EXPECT_FALSE(instance.families[0].rd);
+}
+
+TEST(BgpOfAVrf, NextStanzaEndsAFamilyThatWasNotClosed) {
+  const RunningConfig config = parse_running_config(
+      "router bgp 1 vrf red\n address-family ipv6 unicast\n  rd vpn export 1:1\n"
+      "router bgp 1 vrf blue\n neighbor 10.0.0.1 remote-as 2\n");
+  ASSERT_THAT(config.bgp, SizeIs(2));
+  EXPECT_THAT(config.bgp[1].neighbours, SizeIs(1));
+}
+
+TEST(BgpOfAVrf, WhatCannotBeUnderstoodIsAMistakeWithItsLine) {
+  EXPECT_EQ(only_mistake(family_of("ipv4 unicast", "  rd vpn export red\n")),
+            (Mistake{4, "'red' is no route distinguisher"}));
+  EXPECT_EQ(only_mistake(family_of("ipv4 unicast", "  rt vpn both 65000:1 65000\n")),
+            (Mistake{4, "'65000' is no route target"}));
+  EXPECT_EQ(only_mistake("!\nrouter bgp 4294967296 vrf red\n"), (Mistake{2, "'4294967296' is no AS number"}));
+}
+
+TEST(BgpOfAVrf, ListWithAMistakeIsLeftOutWhole) {
+  const RunningConfig config = parse_running_config(
+      family_of("ipv4 unicast", "  rt vpn both 65000:1 65000\n  rd vpn export 65000:2\n"));
+  EXPECT_THAT(config.bgp[0].families[0].imports, IsEmpty());
+  EXPECT_TRUE(config.bgp[0].families[0].rd);
+}
+
+// --- BGP: neighbours ---
+
+TEST(BgpNeighbours, AreKnownByAddressInterfaceOrGroup) {
+  const BgpInstance instance = only_instance(
+      "router bgp 65000 vrf red\n neighbor CE peer-group\n neighbor CE remote-as 65101\n"
+      " neighbor 10.0.0.1 peer-group CE\n neighbor 2001:db8::1 remote-as 65101\n"
+      " neighbor eth0 interface remote-as external\n neighbor eth1 interface v6only peer-group CE\nexit\n");
+  ASSERT_THAT(instance.neighbours, SizeIs(5));
+  EXPECT_TRUE(instance.neighbours.at("CE").is_group);
+  EXPECT_EQ(instance.neighbours.at("10.0.0.1").group, "CE");
+  EXPECT_EQ(instance.neighbours.at("eth1").group, "CE");
+  EXPECT_EQ(instance.neighbours.at("eth0").group, "");
+  EXPECT_FALSE(instance.neighbours.at("2001:db8::1").is_group);
+}
+
+TEST(BgpNeighbours, OtherLinesMakeNoNeighbour) {
+  EXPECT_THAT(only_instance("router bgp 1 vrf red\n neighbor 10.0.0.1 shutdown\n bgp router-id 10.0.0.9\n")
+                  .neighbours,
+              IsEmpty());
+}
+
+TEST(BgpNeighbours, ActivationIsPerFamily) {
+  const BgpInstance instance = only_instance(
+      "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n"
+      " address-family ipv4 unicast\n  no neighbor 10.0.0.1 activate\n exit-address-family\n"
+      " address-family ipv6 unicast\n  neighbor 10.0.0.1 activate\n exit-address-family\n"
+      " address-family l2vpn evpn\n  no neighbor 10.0.0.1 activate\n exit-address-family\n");
+  EXPECT_EQ(instance.neighbours.at("10.0.0.1").active[0], std::optional(false));
+  EXPECT_EQ(instance.neighbours.at("10.0.0.1").active[1], std::optional(true));
+}
+
+TEST(BgpNeighbours, DefaultIsIpv4UnlessItSaysSo) {
+  EXPECT_THAT(only_instance("router bgp 1 vrf red\n").default_active, ElementsAre(true, false));
+  EXPECT_THAT(only_instance("router bgp 1 vrf red\n no bgp default ipv4-unicast\n bgp default ipv6-unicast\n")
+                  .default_active,
+              ElementsAre(false, true));
+}
+
+// --- OSPF, RIP, EIGRP ---
+
+TEST(InteriorProtocols, OspfHasNetworksWithAreas) {
+  const RunningConfig config = parse_running_config(
+      "router ospf vrf blue\n ospf router-id 10.2.0.1\n network 10.2.0.0/30 area 0\n"
+      " network 10.0.0.0/8 area 0.0.1.2\nexit\nrouter ospf 7 vrf red\n");
+  EXPECT_THAT(config.mistakes, IsEmpty());
+  ASSERT_THAT(config.ospf, SizeIs(2));
+  EXPECT_EQ(config.ospf[0].vrf, "blue");
+  EXPECT_EQ(config.ospf[0].process, "1");
+  ASSERT_THAT(config.ospf[0].networks, SizeIs(2));
+  EXPECT_EQ(router::format_address(config.ospf[0].networks[0].prefix), "10.2.0.0/30");
+  EXPECT_EQ(config.ospf[0].networks[0].area, 0U);
+  EXPECT_EQ(config.ospf[0].networks[1].area, 0x0102U);
+  EXPECT_EQ(config.ospf[1].process, "7");
+  EXPECT_EQ(config.ospf[1].vrf, "red");
+}
+
+TEST(InteriorProtocols, InterfacesNameTheirOspfAreas) {
+  const RunningConfig config = parse_running_config(
+      "interface blue1 vrf blue\n ip ospf dead-interval 4\n ip ospf area 0.0.0.5\n ip ospf 7 area 6\nexit\n");
+  EXPECT_THAT(config.mistakes, IsEmpty());
+  const auto& areas = config.interfaces.at("blue1").ospf;
+  ASSERT_THAT(areas, SizeIs(2));
+  EXPECT_EQ(areas[0].process, "1");
+  EXPECT_EQ(areas[0].area, 5U);
+  EXPECT_EQ(areas[1].process, "7");
+  EXPECT_EQ(areas[1].area, 6U);
+}
+
+TEST(InteriorProtocols, RipHasNetworksAndInterfaces) {
+  const RunningConfig config =
+      parse_running_config("router rip vrf green\n network 10.3.0.0/30\n network grn1\n version 2\nexit\n");
+  ASSERT_THAT(config.rip, SizeIs(1));
+  EXPECT_EQ(config.rip[0].vrf, "green");
+  EXPECT_THAT(config.rip[0].interfaces, ElementsAre("grn1"));
+  ASSERT_THAT(config.rip[0].networks, SizeIs(1));
+}
+
+TEST(InteriorProtocols, EigrpHasItsAsNumber) {
+  const RunningConfig config = parse_running_config("router eigrp 100 vrf red\n network 10.4.0.0/30\nexit\n");
+  ASSERT_THAT(config.eigrp, SizeIs(1));
+  EXPECT_EQ(config.eigrp[0].process, "100");
+  EXPECT_THAT(config.eigrp[0].networks, SizeIs(1));
+}
+
+TEST(InteriorProtocols, DefaultVrfIsLeftOut) {
+  const RunningConfig config = parse_running_config(
+      "router ospf\n network 10.0.0.0/8 area 0\nrouter ospf vrf default\nrouter rip\n network 10.0.0.0/8\n"
+      "router rip vrf default\nrouter eigrp 1\n network 10.0.0.0/8\nrouter eigrp 1 vrf default\n");
+  EXPECT_THAT(config.ospf, IsEmpty());
+  EXPECT_THAT(config.rip, IsEmpty());
+  EXPECT_THAT(config.eigrp, IsEmpty());
+  EXPECT_THAT(config.mistakes, IsEmpty());
+}
+
+TEST(InteriorProtocols, BadNetworksAndAreasAreMistakes) {
+  EXPECT_EQ(only_mistake("router ospf vrf a\n network 10.0.0.0 area 0\n").line, 2U);
+  EXPECT_EQ(only_mistake("router ospf vrf a\n network 10.0.0.0/8 area x\n").line, 2U);
+  EXPECT_EQ(only_mistake("router rip vrf a\n network 10.0.0.0/33\n"),
+            (Mistake{2, "'10.0.0.0/33' is no IPv4 network"}));
+  EXPECT_EQ(only_mistake("router eigrp 1 vrf a\n network 2001:db8::/32\n").line, 2U);
+  EXPECT_EQ(only_mistake("router eigrp 65536 vrf a\n"), (Mistake{1, "'65536' is no AS number"}));
+  EXPECT_EQ(only_mistake("interface a\n ip ospf area 1.2.3\n"), (Mistake{2, "'1.2.3' is no area"}));
+}
+
+// --- Interfaces, static routes ---
+
+TEST(Descriptions, AreKeptAsTheyStand) {
+  const RunningConfig config =
+      parse_running_config("interface red\n description VRF  red, of customer 7\nexit\n");
+  EXPECT_EQ(config.interfaces.at("red").description, "VRF  red, of customer 7");
+}
+
+vrf_config::StaticRoute only_route(const std::string& line) {
+  const RunningConfig config = parse_running_config("vrf red\n " + line + "\nexit-vrf\n");
+  EXPECT_THAT(config.mistakes, IsEmpty()) << line;
+  EXPECT_THAT(config.statics, SizeIs(1)) << line;
+  if (config.statics.empty()) return {};
+  EXPECT_EQ(config.statics[0].vrf, "red");
+  return config.statics[0].route;
+}
+
+TEST(StaticRoutes, MayHaveANextHopAnInterfaceOrBoth) {
+  const auto next_hop = only_route("ip route 192.168.50.0/24 10.1.0.2");
+  EXPECT_EQ(next_hop.family, Family::kIpv4);
+  EXPECT_EQ(next_hop.prefix, "192.168.50.0/24");
+  EXPECT_EQ(next_hop.next_hop, "10.1.0.2");
+  EXPECT_EQ(next_hop.interface, "");
+  EXPECT_EQ(only_route("ip route 192.168.50.0/24 red1").interface, "red1");
+  EXPECT_EQ(only_route("ip route 192.168.50.0/24 red1").next_hop, "");
+  const auto both = only_route("ipv6 route 2001:db8:50::/48 fe80::1 red1 200");
+  EXPECT_EQ(both.family, Family::kIpv6);
+  EXPECT_EQ(both.next_hop, "fe80::1");
+  EXPECT_EQ(both.interface, "red1");
+}
+
+TEST(StaticRoutes, ItemsBehindTheNextHopAreNoInterface) {
+  for (const char* item : {"200", "tag 77 200", "label 16", "onlink", "color 3", "table 7", "bfd"}) {
+    EXPECT_EQ(only_route(std::string("ip route 192.168.50.0/24 10.1.0.2 ") + item).interface, "") << item;
+  }
+}
+
+TEST(StaticRoutes, DroppedOnesHaveNeitherNextHopNorInterface) {
+  for (const char* way : {"blackhole", "reject", "Null0", "blackhole 200", "Null0 tag 7"}) {
+    const auto route = only_route(std::string("ip route 192.168.50.0/24 ") + way);
+    EXPECT_EQ(route.interface, "") << way;
+    EXPECT_EQ(route.next_hop, "") << way;
+  }
+}
+
+TEST(StaticRoutes, InterfaceOfAnotherVrfIsLeftOut) {
+  EXPECT_EQ(only_route("ip route 192.168.50.0/24 10.1.0.2 blue1 nexthop-vrf blue").interface, "");
+  EXPECT_EQ(only_route("ip route 192.168.50.0/24 blue1 nexthop-vrf blue").interface, "");
+}
+
+TEST(StaticRoutes, Ipv6SourceIsNoNextHop) {
+  EXPECT_EQ(only_route("ipv6 route 2001:db8:50::/48 from 2001:db8:1::/48 fe80::1 red1").next_hop, "fe80::1");
+}
+
+TEST(StaticRoutes, DefaultVrfIsLeftOut) {
+  EXPECT_THAT(
+      parse_running_config("ip route 10.0.0.0/8 Null0\nvrf default\n ip route 10.0.0.0/8 Null0\n").statics,
+      IsEmpty());
+}
+
+TEST(StaticRoutes, BadOnesAreMistakes) {
+  for (const char* line : {"ip route 10.0.0.0 10.1.0.2", "ip route 2001:db8::/32 fe80::1",
+                           "ip route 10.0.0.0/8", "ipv6 route 10.0.0.0/8 Null0", "ip route"}) {
+    EXPECT_THAT(only_mistake(std::string("vrf red\n ") + line + "\n").what, HasSubstr(line)) << line;
+  }
+}
+
+// --- The text as a whole ---
+
+TEST(RunningConfigText, OtherLinesAreSkipped) {
+  const RunningConfig config = parse_running_config(
+      "!\nfrr version 8.4.4\nhostname vm\nroute-map RM permit 10\n set extcommunity rt 1:1\nexit\nend\n\n "
+      "\n");
+  EXPECT_THAT(config.mistakes, IsEmpty());
+  EXPECT_THAT(config.bgp, IsEmpty());
+}
+
+TEST(RunningConfigText, LinesMayEndWithCarriageReturnsAndTheLastWithNothing) {
+  EXPECT_EQ(only_instance("router bgp 65000 vrf red\r\n address-family ipv4 unicast\r\n  rd vpn export 1:1")
+                .families[0]
+                .rd.has_value(),
+            true);
+}
+
+TEST(RunningConfigText, IndentedLinesBeforeAnyStanzaAreSkipped) {
+  EXPECT_THAT(parse_running_config("  rd vpn export x\n network x area y\n").mistakes, IsEmpty());
+}
+
+}  // namespace

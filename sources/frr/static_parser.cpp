@@ -1,0 +1,70 @@
+// Static routes of VRFs: "ip route PREFIX [NEXTHOP] [INTERFACE | blackhole | reject | Null0] ITEM...".
+//
+// Behind the prefix stand an address, an interface or both, then items in any order; some of them are a word
+// with a value, the distance is a number alone. A route that is dropped (blackhole, reject, Null0) has
+// neither next hop nor interface. Through an interface of another VRF ("nexthop-vrf") the route is no matter
+// of this VRF's interfaces, so the interface is left out.
+#include <algorithm>
+#include <array>
+
+#include "sources/frr/parser.h"
+
+namespace frr {
+
+namespace {
+
+constexpr std::array<std::string_view, 3> kDropped{"blackhole", "reject", "Null0"};
+constexpr std::array<std::string_view, 8> kItems{"tag",    "label", "nexthop-vrf", "table",
+                                                 "onlink", "color", "segments",    "bfd"};
+
+template <std::size_t kCount>
+bool is_one_of(const std::array<std::string_view, kCount>& list, std::string_view word) {
+  return std::find(list.begin(), list.end(), word) != list.end();
+}
+
+bool is_address(std::string_view word) {
+  router::Address address;
+  return word.find('/') == std::string_view::npos && router::parse_address(word, &address);
+}
+
+// An interface's name may be a number, but the suite writes an interface before everything else, so a number
+// behind a next hop is the distance.
+bool is_item(std::string_view word) {
+  std::uint32_t distance = 0;
+  return is_one_of(kItems, word) || is_one_of(kDropped, word) || parse_number(word, 255, &distance);
+}
+
+// Where the next hop starts: an IPv6 route may be for packets of a source ("from PREFIX") only.
+std::size_t first_of_next_hop(const Words& words) {
+  return words.size() > 4 && words[3] == "from" ? 5 : 3;
+}
+
+void take_next_hop(const Words& words, vrf_config::StaticRoute* route) {
+  std::size_t at = first_of_next_hop(words);
+  if (at < words.size() && is_address(words[at])) {
+    route->next_hop = words[at++];
+    if (at == words.size() || is_item(words[at])) return;
+  } else if (at == words.size() || is_one_of(kDropped, words[at])) {
+    return;
+  }
+  if (std::find(words.begin(), words.end(), "nexthop-vrf") == words.end()) route->interface = words[at];
+}
+
+}  // namespace
+
+void take_static_route(Parser& parser, const Words& words) {
+  vrf_config::StaticRoute route;
+  router::Address prefix;
+  const bool ipv4 = words[0] == "ip";
+  const router::Family wanted = ipv4 ? router::Family::kIpv4 : router::Family::kIpv6;
+  if (words.size() < 4 || words[2].find('/') == std::string_view::npos ||
+      !router::parse_address(words[2], &prefix) || prefix.family != wanted) {
+    return parser.mistake("no static route: '" + std::string(parser.line_text) + "'");
+  }
+  route.family = ipv4 ? vrf_config::Family::kIpv4 : vrf_config::Family::kIpv6;
+  route.prefix = words[2];
+  take_next_hop(words, &route);
+  parser.config.statics.push_back({parser.vrf, std::move(route)});
+}
+
+}  // namespace frr
