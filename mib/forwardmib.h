@@ -9,7 +9,8 @@
 // (type 3, local) is asked for with an all-zero next hop.
 //
 // A route is newly allocated and the caller's: it releases first what hangs on it, then the route. No answer
-// means no such row, or no memory. Main thread only, as the route store behind it.
+// means no such row, or no memory: then errno is ENOMEM. A caller that must tell them apart sets errno to 0
+// before. Main thread only, as the route store behind it.
 //
 // The modules hold no state. They reach the routes of the process that loads them through the function table
 // that platform/router/route_access.h declares; a process that does not export it cannot load them.

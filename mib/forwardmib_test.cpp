@@ -346,13 +346,25 @@ TEST_F(ForwardModules, MemoryExhaustionAtAnyAllocationIsNoRow) {
   Put("2001:db8::/32", "fe80::1");
   for (std::uint32_t first = 1; first <= 2; ++first) {
     const ScopedFault fault("calloc_tagged:forwardmib", kStatusNoMemory, first);
+    errno = 0;
     EXPECT_EQ(Exact("10.0.0.0", 8), "") << first;
+    EXPECT_EQ(errno, ENOMEM) << first;
   }
   for (std::uint32_t first = 1; first <= 3; ++first) {
     const ScopedFault fault("calloc_tagged:forwardmib", kStatusNoMemory, first);
+    errno = 0;
     EXPECT_EQ(Exact6("2001:db8::", 32, "fe80::1"), "") << first;
+    EXPECT_EQ(errno, ENOMEM) << first;
   }
   EXPECT_EQ(Exact("10.0.0.0", 8), "10.0.0.0/8");
+}
+
+TEST_F(ForwardModules, RowThatIsNotThereIsNoError) {
+  errno = 0;
+  EXPECT_EQ(Exact("10.0.0.0", 8), "");
+  EXPECT_EQ(Next("0.0.0.0", 0), "");
+  EXPECT_EQ(Exact6("2001:db8::", 32, "fe80::1"), "");
+  EXPECT_EQ(errno, 0);
 }
 
 TEST_F(ForwardModules, ProcessServesOneVersionOfItsTable) {

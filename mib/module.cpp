@@ -3,6 +3,7 @@
 #include "mib/module.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "mib/forwardmib.h"
 
@@ -49,7 +50,9 @@ std::uint32_t total_active_routes(router::RouteTableId table) {
 
 void* allocate(std::size_t size) {
   const router::RouteAccess* routes = access();
-  return routes == nullptr ? nullptr : routes->allocate(size);
+  void* memory = routes == nullptr ? nullptr : routes->allocate(size);
+  if (memory == nullptr) errno = ENOMEM;
+  return memory;
 }
 
 }  // namespace forwardmib

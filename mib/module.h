@@ -19,7 +19,7 @@ router::RouteAddress mask_of(std::uint8_t prefix_length);
                               router::Route* route, std::uint32_t* age);
 std::uint32_t total_active_routes(router::RouteTableId table);
 
-// Zeroed, of the C heap; null without memory.
+// Zeroed, of the C heap; null, with errno set to ENOMEM, without memory.
 void* allocate(std::size_t size);
 template <typename T>
 T* allocate() {

@@ -14,9 +14,9 @@
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_parcel.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
-#include "platform/base/memory.h"
 #include "platform/vtab/vtab.h"
 
 namespace {
@@ -26,6 +26,7 @@ constexpr std::int32_t kStorageTypeReadOnly = 5;  // RFC 2579, StorageType
 constexpr std::int32_t kRowStatusActive = 1;      // RFC 2579, RowStatus
 
 constexpr char kHandlerName[] = "mpls_vpn_mib_prov_get_interface";
+constexpr char kFillName[] = "fill_interface_parcel";
 
 std::uint8_t protocol_bits(const std::uint32_t (&counts)[kMplsVpnProtocols]) {
   unsigned bits = 0;
@@ -77,14 +78,7 @@ const IfNode* find_exact(const char* vrf_name, std::uint32_t if_index) {
   return nullptr;
 }
 
-// False without memory for the copy. A text that is not there needs none.
-bool copy_text(char** field, const char* text) {
-  *field = text_copy(text);
-  return *field != nullptr || text == nullptr;
-}
-
 Status refuse_unfilled(mpls_vpn_mib_interface* row) {
-  mpls_vpn_error("fill_interface_parcel", "text_copy failed", kStatusNoMemory);
   std::free(row->name);
   std::free(row->vrfName);
   *row = {};
@@ -94,17 +88,17 @@ Status refuse_unfilled(mpls_vpn_mib_interface* row) {
 }  // namespace
 
 Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node) {
-  mpls_vpn_debug(PROV, "Entering function %s", "fill_interface_parcel");
+  mpls_vpn_debug(PROV, "Entering function %s", kFillName);
   *row = {};
   if (node->if_name == nullptr) mpls_vpn_debug(ERR, "IF DBase node has empty IF name");
-  if (!copy_text(&row->name, node->if_name)) return refuse_unfilled(row);
+  if (!prov_copy_text(&row->name, node->if_name, kFillName)) return refuse_unfilled(row);
   row->ifConfIndex = static_cast<std::int32_t>(node->if_index);
   row->vpnClassification = kVpnClassificationEnterprise;
   row->protocol = protocols_of(node);
   row->storageType = kStorageTypeReadOnly;
   row->rowStatus = kRowStatusActive;
   if (node->vrf_name == nullptr) mpls_vpn_debug(ERR, "Node has empty VRF name");
-  return copy_text(&row->vrfName, node->vrf_name) ? kStatusOk : refuse_unfilled(row);
+  return prov_copy_text(&row->vrfName, node->vrf_name, kFillName) ? kStatusOk : refuse_unfilled(row);
 }
 
 Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args) {

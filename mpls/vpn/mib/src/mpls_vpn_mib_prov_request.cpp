@@ -15,7 +15,13 @@ Status prov_check_arguments(const RequestArgs* args, unsigned count, const char*
   return kStatusOk;
 }
 
-bool prov_copy_text(char** field, const char* text) {
+bool prov_copy_text(char** field, const char* text, const char* function) {
   *field = text_copy(text);
-  return *field != nullptr || text == nullptr;
+  if (*field != nullptr || text == nullptr) return true;
+  mpls_vpn_error(function, "text_copy failed", kStatusNoMemory);
+  return false;
+}
+
+void prov_copy_inner_text(char** field, const char* text, const char* function) {
+  (void)prov_copy_text(field, text, function);  // reported is all that can be done about it
 }

@@ -20,10 +20,12 @@ std::string rt_next_path(const std::string& vrf_name, const std::string& number,
   return "rt-next/" + kvtree_encode_text(vrf_name) + "/" + number + "/" + type;
 }
 
-bool is_of_vrf(const KvReply* row, const std::string& vrf_name) {
+// False for a row that cannot be read: it stands, and the walk fails with it instead of passing over the rest
+// of the VRF.
+bool is_of_another_vrf(const KvReply* row, const std::string& vrf_name) {
   DecodedRow<mpls_vpn_mib_rt> decoded(&kMibRtParcel);
   return decoded.decode(row) == kStatusOk && decoded.row.vrfName != nullptr &&
-         vrf_name == decoded.row.vrfName;
+         vrf_name != decoded.row.vrfName;
 }
 
 }  // namespace
@@ -42,7 +44,7 @@ bool rt_redirect(std::string_view asked, const KvReply* row, std::string* path) 
   std::string vrf_name;
   if (!split_path(asked, components, kComponents) || !decode_vrf_name(components[1], &vrf_name)) return false;
   if (components[2] == kStart) return false;  // a start is counted in the VRF where it is found
-  if (row != nullptr && is_of_vrf(row, vrf_name)) return false;
+  if (row != nullptr && !is_of_another_vrf(row, vrf_name)) return false;
   const std::string following = following_vrf_name(vrf_name);
   if (following.empty()) return false;
   *path = rt_next_path(following, kStart, kStart);

@@ -124,6 +124,11 @@ TEST_F(RtRule, PathsOfAnotherShapeStand) {
             "stands");
 }
 
+TEST_F(RtRule, RowsThatCannotBeReadStand) {
+  EXPECT_EQ(Redirected("rt-next/red/7/3", Truncated(Row("red", 8))), "stands");
+  EXPECT_EQ(Redirected("rt-next/red/7/3", Row(nullptr, 8)), "stands");
+}
+
 // --- Routes
 
 class RouteRule : public Rule<mpls_vpn_mib_route> {

@@ -19,6 +19,7 @@
 namespace {
 
 constexpr char kHandlerName[] = "mpls_vpn_mib_prov_get_route";
+constexpr char kSearchName[] = "mpls_vpn_mib_find_route_in_vrf";
 constexpr std::uint32_t kAfiIpv4 = 1;
 constexpr std::uint32_t kAfiIpv6 = 2;
 
@@ -56,7 +57,8 @@ void report_table(const VtabTableRecord* table) {
 
 using TableLookup = Status (*)(mpls_vpn_mib_route*, std::uint32_t, bool, const RouteKeyText&);
 
-// The first table of the family that has the route.
+// The first table of the family that has the route. Without memory the search ends: a row of a later table
+// would come before one that could not be shown.
 Status find_in_tables(mpls_vpn_mib_route* row, bool exact, const VtabVrfRecord* record, std::uint32_t afi,
                       const RouteKeyText& key, TableLookup look_up) {
   const char* vrf_name = record->vrf_name;
@@ -71,10 +73,9 @@ Status find_in_tables(mpls_vpn_mib_route* row, bool exact, const VtabVrfRecord* 
 }
 
 Status name_row(mpls_vpn_mib_route* row, const VtabVrfRecord* record) {
-  if (prov_copy_text(&row->vrfName, record->vrf_name)) return kStatusOk;
-  mpls_vpn_error("mpls_vpn_mib_find_route_in_vrf", "text_copy failed", kStatusNoMemory);
+  if (prov_copy_text(&row->vrfName, record->vrf_name, kSearchName)) return kStatusOk;
   const Status rc = parcel_free_indirections(&kMibRouteParcel, row);
-  if (rc != kStatusOk) mpls_vpn_error("mpls_vpn_mib_find_route_in_vrf", "parcel_free_indirections", rc);
+  if (rc != kStatusOk) mpls_vpn_error(kSearchName, "parcel_free_indirections", rc);
   *row = {};
   return kStatusNoMemory;
 }
@@ -101,8 +102,9 @@ RouteKeyText key_of(const RequestArgs* args) {
           static_cast<std::int32_t>(*args->arg[3].number), args->arg[5].text};
 }
 
-// An exact read of an IPv4 key ends in the all-zero key of the IPv6 tables. A default route found there is
-// not what was asked for.
+// An exact read of an IPv4 key that no IPv4 table has ends in the all-zero key of the IPv6 tables. A default
+// route found there is not the row that was asked for, and an SNMP Get that answered it would tell of an IPv4
+// route that is not there; a batched walk, too, asks exactly whether a row exists.
 bool is_of_family(const mpls_vpn_mib_route& row, const RouteKeyText& key) {
   return (row.destType == 2) == asks_ipv6(key);
 }

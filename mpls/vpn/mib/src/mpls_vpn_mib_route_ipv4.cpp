@@ -3,6 +3,7 @@
 // Addresses go to the module and come from it in network order, so their octets in memory are the text's
 // order. The module's route is released here; its texts and octets are copied into the row. The cross-connect
 // is optional: a label database that fails costs the row its pointer and nothing else.
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -91,13 +92,21 @@ bool make_search(const RouteKeyText& key, bool exact, Search* search) {
   return true;
 }
 
-OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search) {
+OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) {
   std::uint8_t mask[kSize] = {};
   route_set_mask(mask, kSize, search.prefix_length);
-  OwnedRoute route(mpls_vpn_mib_rib_ipv4_find_route()(0, exact ? kForwardmibExact : kForwardmibNext, table_id,
-                                                      0, number_of(search.destination), number_of(mask), 0,
-                                                      number_of(search.next_hop)));
+  errno = 0;
+  return OwnedRoute(mpls_vpn_mib_rib_ipv4_find_route()(0, exact ? kForwardmibExact : kForwardmibNext,
+                                                       table_id, 0, number_of(search.destination),
+                                                       number_of(mask), 0, number_of(search.next_hop)));
+}
+
+// Null with *rc when there is none.
+OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
+  OwnedRoute route = ask_module(table_id, exact, search);
   if (route == nullptr) {
+    *rc = route_refuse_unanswered(errno, kFunction);
+    if (*rc != kStatusNoSuchRow) return route;
     mpls_vpn_debug(RIB, "No ipv4 route found");
     mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "No ipv4 route found");
     return route;
@@ -179,8 +188,9 @@ Status mpls_vpn_mib_rib_ipv4_route(mpls_vpn_mib_route* row, std::uint32_t table_
   }
   Search search;
   if (!make_search(key, exact, &search)) return kStatusNoSuchRow;
-  const OwnedRoute route = find_route(table_id, exact, search);
-  if (route == nullptr) return kStatusNoSuchRow;
+  Status none = kStatusNoSuchRow;
+  const OwnedRoute route = find_route(table_id, exact, search, &none);
+  if (route == nullptr) return none;
   if (const Status rc = fill_row(row, *route)) return rc;
   std::uint8_t index[kLfxIndexMax] = {};
   const std::size_t length = find_cross_connect(*route, table_id, index);

@@ -1,5 +1,6 @@
 // IPv6 routes of one table. As for IPv4, with 16-octet addresses; next-hop AS and metric 5 are the route's
 // own, and no label database is asked: its requests know IPv4 routes only.
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -71,15 +72,23 @@ bool make_search(const RouteKeyText& key, bool exact, Search* search) {
   return route_fit_length(exact, kSize, &search->prefix_length, search->next_hop);
 }
 
-OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search) {
+OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) {
   std::uint8_t mask[kSize] = {};
   route_set_mask(mask, kSize, search.prefix_length);
-  OwnedRoute route(mpls_vpn_mib_rib_ipv6_find_route()(0, exact ? kForwardmibExact : kForwardmibNext, table_id,
-                                                      0, search.destination, mask, 0, search.next_hop));
-  if (route == nullptr) {
-    mpls_vpn_debug(RIB, "No ipv6 route found");
-    mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "No ipv6 route found");
-  }
+  errno = 0;
+  return OwnedRoute(mpls_vpn_mib_rib_ipv6_find_route()(0, exact ? kForwardmibExact : kForwardmibNext,
+                                                       table_id, 0, search.destination, mask, 0,
+                                                       search.next_hop));
+}
+
+// Null with *rc when there is none.
+OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
+  OwnedRoute route = ask_module(table_id, exact, search);
+  if (route != nullptr) return route;
+  *rc = route_refuse_unanswered(errno, kFunction);
+  if (*rc != kStatusNoSuchRow) return route;
+  mpls_vpn_debug(RIB, "No ipv6 route found");
+  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "No ipv6 route found");
   return route;
 }
 
@@ -126,8 +135,9 @@ Status mpls_vpn_mib_rib_ipv6_route(mpls_vpn_mib_route* row, std::uint32_t table_
   }
   Search search;
   if (!make_search(key, exact, &search)) return kStatusNoSuchRow;
-  const OwnedRoute route = find_route(table_id, exact, search);
-  if (route == nullptr) return kStatusNoSuchRow;
+  Status none = kStatusNoSuchRow;
+  const OwnedRoute route = find_route(table_id, exact, search, &none);
+  if (route == nullptr) return none;
   if (const Status rc = fill_row(row, *route)) return rc;
   route_set_xc_pointer(row, nullptr, 0, kFunction);
   return kStatusOk;

@@ -17,7 +17,7 @@ namespace {
 
 struct RouteModule {
   const char* file;      // below the library directory
-  const char* family;    // as prints show it
+  const char* family;    // as prints show it: the two modules' prints differ in it and in the function alone
   const char* function;  // the loading one
   void* handle;
   void* find_route;

@@ -9,6 +9,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 struct Family {
   const char* name;
@@ -102,6 +103,11 @@ TEST_P(RouteModules, SecondSymbolIsPostedAfterItsFile) {
   EXPECT_FALSE(family().load());
   EXPECT_EQ(posted_, "%MPLS_VPN_MIB-OS-3-ERR_DLL_SYMBOL_ERROR : Cannot find symbol " + File() +
                          " in DLL ribmib_total_active_routes\n");
+  Status code = kStatusOk;
+  EXPECT_THAT(
+      Traced("mpls_vpn/error", &code),
+      ElementsAre(StartsWith(std::string(family().loading) + ": no symbol ribmib_total_active_routes")));
+  EXPECT_EQ(code, kStatusUnavailable);
   EXPECT_TRUE(family().load());
 }
 

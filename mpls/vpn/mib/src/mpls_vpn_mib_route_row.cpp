@@ -2,6 +2,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route_row.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -51,6 +52,12 @@ bool route_copy_octets(ParcelOctets* field, const std::uint8_t* octets, std::siz
   std::memcpy(field->octets, octets, length);
   field->length = length;
   return true;
+}
+
+Status route_refuse_unanswered(int module_errno, const char* function) {
+  if (module_errno != ENOMEM) return kStatusNoSuchRow;
+  mpls_vpn_report_failure(ERR, kStatusNoMemory, "Cannot allocate memory in function %s", function);
+  return kStatusNoMemory;
 }
 
 Status route_refuse_unfilled(mpls_vpn_mib_route* row, const char* function) {

@@ -28,6 +28,9 @@ bool route_fit_length(bool exact, std::size_t size, std::uint32_t* prefix_length
 // *field becomes a heap copy of the octets; of none, empty. False without memory.
 [[nodiscard]] bool route_copy_octets(ParcelOctets* field, const std::uint8_t* octets, std::size_t length,
                                      const char* tag);
+// Why a module gave no route, from the errno it left: kStatusNoMemory, reported under the function's name, or
+// kStatusNoSuchRow. To a walk these differ: after "no such row" it goes on behind the table.
+Status route_refuse_unanswered(int module_errno, const char* function);
 // Frees what the look-up put into the row and clears it; reported under the function's name. kStatusNoMemory.
 Status route_refuse_unfilled(mpls_vpn_mib_route* row, const char* function);
 

@@ -1,78 +1,20 @@
-// Rows of the route table: arguments, VRFs and tables, and what a row shows.
-#include "mpls/vpn/mib/src/mpls_vpn_mib_route.h"
-
-#include <cstring>
-#include <utility>
-
-#include "mpls/vpn/mib/src/mpls_vpn_route_test_support.h"
+// Rows of the route table: arguments, VRFs and tables. What a row shows is in
+// mpls_vpn_mib_route_lookup_test.cpp.
+#include "mpls/vpn/mib/src/mpls_vpn_route_row_test_support.h"
 
 namespace {
 
-using router::Family;
 using router::MakeRoute;
-using router::Route;
-using router::RouteType;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-constexpr std::uint32_t kExact = 0;
-constexpr std::uint32_t kNext = 1;
-const char* const kNone = "none";
-
-class RouteRow : public RouteTablesTest {
- protected:
-  void SetUp() override {
-    RouteTablesTest::SetUp();
-    AddVrf("red");
-    Connect();
-  }
-  struct Key {
-    const char* vrf = "red";
-    std::uint32_t dest_type = 1;
-    std::uint32_t length = 0;
-    std::uint32_t hop_type = 1;
-    const char* dest = "0";
-    const char* hop = "0";
-  };
-  Status Read(std::uint32_t form, const Key& key) {
-    Run();
-    ClearPrints();
-    return mpls_vpn_mib_prov_get_route(reply_.Place(), Arguments(form, 6)
-                                                           .Text(0, key.vrf)
-                                                           .Number(1, key.dest_type)
-                                                           .Number(2, key.length)
-                                                           .Number(3, key.hop_type)
-                                                           .Text(4, key.dest)
-                                                           .Text(5, key.hop)
-                                                           .Block());
-  }
-  // The row as text, "none", or the failure.
-  std::string Answer(std::uint32_t form, const Key& key) {
-    const Status rc = Read(form, key);
-    if (rc == kStatusNoSuchRow) return kNone;
-    if (rc != kStatusOk) return err_text(rc);
-    const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply_.Get());
-    return RouteText(*row.operator->());
-  }
-  std::string Next(const Key& key) { return Answer(kNext, key); }
-  std::string Exact(const Key& key) { return Answer(kExact, key); }
-  std::string Octets(const ParcelArray& array) {
-    const auto* octets = static_cast<const std::uint8_t*>(array.elements);
-    std::string text;
-    for (std::uint64_t i = 0; i < array.count; ++i) text += std::to_string(octets[i]) + ".";
-    return text;
-  }
-  Reply reply_;
-};
 
 // --- The request
 
 TEST_F(RouteRow, FirstMissingArgumentIsRefused) {
   for (unsigned missing = 0; missing < 6; ++missing) {
-    Arguments arguments(kNext, 6);
+    Arguments arguments(kNextRead, 6);
     for (const unsigned text : {0U, 4U, 5U}) {
       if (text < missing) arguments.Text(text, "0");
     }
@@ -120,6 +62,10 @@ TEST_F(RouteRow, NextReadPastTheLastIpv4RouteContinuesWithTheFirstIpv6Route) {
   AddRoute("red", "2001:db8::/32", "fe80::1");
   EXPECT_EQ(Next({"red", 1, 8, 1, "0a000000", "c0000201"}), "red 2001:db8::/32 via fe80::1");
   EXPECT_TRUE(Printed("Looking for an IPv6 route"));
+  // A route that is the first only to a key without any of destination, length and next hop.
+  AddRoute("red", "::/0", "::1");
+  EXPECT_EQ(Next({"red", 1, 8, 1, "0a000000", "c0000201"}), "red ::/0 via ::1");
+  EXPECT_EQ(Next({"red", 1, 8, 1, "0a000000", "ff000000"}), "red ::/0 via ::1");
 }
 
 TEST_F(RouteRow, NextReadPastTheVrfsLastRouteContinuesWithTheNextVrfsFirst) {
@@ -129,6 +75,8 @@ TEST_F(RouteRow, NextReadPastTheVrfsLastRouteContinuesWithTheNextVrfsFirst) {
   AddRoute("reds", "9.0.0.0/8", "192.0.2.1");
   EXPECT_EQ(Next({"red", 1, 8, 1, "0a000000", "c0000201"}), "reds 9.0.0.0/8 via 192.0.2.1");
   EXPECT_EQ(Next({"reds", 1, 8, 1, "09000000", "c0000201"}), kNone);
+  AddRoute("reds", "0.0.0.0/0", "10.0.0.1");
+  EXPECT_EQ(Next({"red", 1, 8, 1, "0a000000", "c0000201"}), "reds 0.0.0.0/0 via 10.0.0.1");
 }
 
 TEST_F(RouteRow, NextReadPassesOverVrfsWithoutRoutes) {
@@ -171,6 +119,68 @@ TEST_F(RouteRow, VrfWithoutARecordIsNoSuchRow) {
   EXPECT_EQ(Next({"odd"}), kNone);
 }
 
+TEST_F(RouteRow, VrfWithoutARecordEndsTheSearchOfTheFollowingVrfs) {
+  AddVrf("a");
+  Run();
+  HoldInDatabase("b", nullptr);
+  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
+  EXPECT_EQ(Next({"a"}), kNone) << "what lies behind it cannot be told apart from what is in it";
+  EXPECT_EQ(Next({"c"}), "red 10.0.0.0/8 via 192.0.2.1");
+}
+
+TEST_F(RouteRow, EmptyVrfNameIsTheStartOfTheTable) {
+  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
+  EXPECT_EQ(Next({""}), "red 10.0.0.0/8 via 192.0.2.1");
+  EXPECT_EQ(Next({"", 1, 0, 1, "", ""}), "red 10.0.0.0/8 via 192.0.2.1") << "nor need there be an address";
+  EXPECT_EQ(Exact({""}), kNone);
+}
+
+TEST_F(RouteRow, NextReadFromAnIpv6KeySeesNoIpv4RoutesOfTheFollowingVrfs) {
+  AddVrf("reds");
+  AddVrf("redss");
+  AddVrf("redsss");
+  AddRoute("red", "2001:db8::/32", "fe80::1");
+  AddRoute("reds", "10.0.0.0/8", "192.0.2.1");
+  AddRoute("redss", "10.0.0.0/8", "192.0.2.1");
+  AddRoute("redss", "2001:db8::/32", "fe80::1");
+  const Key last = {"red", 2, 32, 2, "20010db8", "fe800000000000000000000000000001"};
+  EXPECT_EQ(Next(last), "redss 2001:db8::/32 via fe80::1");
+}
+
+TEST_F(RouteRow, TablesOfAFamilyAreTriedInOrderWithTheSameKey) {
+  AddVrfWithTables("four", true, true, true, true);
+  AddRoute("four", "10.0.0.0/8", "192.0.2.1");
+  AddMulticastRoute("four", "9.0.0.0/8", "192.0.2.1");
+  AddMulticastRoute("four", "11.0.0.0/8", "192.0.2.1");
+  AddRoute("four", "2001:db8::/32", "fe80::1");
+  AddMulticastRoute("four", "2001:db7::/32", "fe80::1");
+  AddMulticastRoute("four", "2001:db9::/32", "fe80::1");
+  EXPECT_EQ(Next({"four"}), "four 10.0.0.0/8 via 192.0.2.1") << "the first table's, not the smallest";
+  EXPECT_EQ(Next({"four", 1, 8, 1, "0a000000", "c0000201"}), "four 11.0.0.0/8 via 192.0.2.1");
+  EXPECT_EQ(Exact({"four", 1, 8, 1, "09000000", "c0000201"}), "four 9.0.0.0/8 via 192.0.2.1");
+  EXPECT_EQ(Next({"four", 1, 8, 1, "0b000000", "c0000201"}), "four 2001:db8::/32 via fe80::1");
+  EXPECT_EQ(Next({"four", 2, 32, 2, "20010db8", "fe800000000000000000000000000001"}),
+            "four 2001:db9::/32 via fe80::1");
+}
+
+TEST_F(RouteRow, MulticastTablesAreToldAsSuch) {
+  AddVrfWithTables("four", true, true, true, true);
+  OnlyArea(RIB);
+  Next({"four"});
+  const router::Vrf* four = router_.find_vrf("four");
+  EXPECT_TRUE(Printed("AFI = IPv4, SAFI = Multicast, Tbl name = four.ipv4.multicast, Tbl ID = " +
+                      Hex(four->ipv4_multicast_table)));
+  EXPECT_TRUE(Printed("AFI:IPv6, SAFI = Multicast, Tbl name = four.ipv6.multicast, Tbl ID = " +
+                      Hex(four->ipv6_multicast_table)));
+}
+
+TEST_F(RouteRow, FailedEncodingIsAnswered) {
+  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
+  const ScopedFault fault("parcel_encode", kStatusMessageTooLarge);
+  EXPECT_EQ(Read(kNextRead, {}), kStatusMessageTooLarge);
+  EXPECT_EQ(reply_.Get().data, nullptr);
+}
+
 TEST_F(RouteRow, EitherIpv6TypeAsksTheIpv6TablesAlone) {
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   AddRoute("red", "2001:db8::/32", "fe80::1");
@@ -189,291 +199,6 @@ TEST_F(RouteRow, TablesAreToldAsTheyAreTried) {
   EXPECT_THAT(Prints(), Contains("Looking for routes in VRF red"));
   EXPECT_THAT(Prints(), Contains("AFI = IPv4, SAFI = Unicast, Tbl name = red.ipv4.unicast, Tbl ID = " + id));
   EXPECT_THAT(Prints(), Contains("AFI:IPv6, SAFI = Unicast, Tbl name = red.ipv6.unicast, Tbl ID = " + id));
-}
-
-// --- IPv4 look-ups
-
-TEST_F(RouteRow, Ipv4RouteShowsItsFields) {
-  Route route = MakeRoute("10.1.0.0/16", "192.0.2.1");
-  route.interface_index = 7;
-  route.protocol = router::RouteProtocol::kBgp;
-  route.metrics = {1, 2, 3, 4, 5};
-  route.next_hop_as = 65000;
-  AddRoute("red", route);
-  PassSeconds(9);
-  ASSERT_EQ(Read(kNext, {}), kStatusOk);
-  const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply_.Get());
-  EXPECT_EQ(RouteText(*row.operator->()), "red 10.1.0.0/16 via 192.0.2.1");
-  EXPECT_EQ(row->destType, 1);
-  EXPECT_EQ(row->dest.length, 4U);
-  EXPECT_EQ(row->nextHopType, 1);
-  EXPECT_EQ(row->nextHop.length, 4U);
-  EXPECT_EQ(row->ifIndex, 7);
-  EXPECT_EQ(row->type, 4);
-  EXPECT_EQ(row->proto, 14);
-  EXPECT_EQ(row->age, 9U);
-  EXPECT_EQ(row->nextHopAS, 0U);
-  EXPECT_EQ(row->metric1, 1);
-  EXPECT_EQ(row->metric2, 2);
-  EXPECT_EQ(row->metric3, 3);
-  EXPECT_EQ(row->metric4, 4);
-  EXPECT_EQ(row->metric5, 4) << "metric 4 again";
-  EXPECT_EQ(row->rowStatus, 1);
-  EXPECT_EQ(Octets(row->xcPointer), "0.");
-}
-
-TEST_F(RouteRow, Ipv4LookupIsToldAndTraced) {
-  Route route = MakeRoute("10.1.0.0/16", "192.0.2.1");
-  route.interface_index = 7;
-  AddRoute("red", route);
-  OnlyArea(RIB);
-  Next({"red", 1, 8, 1, "0a000000", "0"});
-  const std::string id = Hex(router_.find_vrf("red")->id);
-  const std::vector<std::string> told = {
-      "Looking for ipv4 route with dest = 0a000000, mask = 8, next hop = 0, next hop type: 1",
-      "Found route with dest = 10.1.0.0, ifindex = 7, mask = 0xffff0000, nexthop = 192.0.2.1, type = 4",
-      "Invoking LFX with dest = 10.1.0.0, mask = 16, table id = " + id,
-      "No XC returned by LSR MIB for this route"};
-  EXPECT_THAT(Traced("mpls_vpn/rib"), testing::ElementsAreArray(told));
-  ASSERT_EQ(told.size(), 4U);
-  EXPECT_TRUE(Printed(told[0]));
-  EXPECT_TRUE(Printed(told[1] + ", proto = 1")) << "a trace record is shorter than a print";
-  EXPECT_TRUE(Printed(told[2]));
-  EXPECT_TRUE(Printed(told[3]));
-}
-
-TEST_F(RouteRow, AbsentIpv4RouteIsToldAndTraced) {
-  OnlyArea(RIB);
-  EXPECT_EQ(Next({}), kNone);
-  EXPECT_TRUE(Printed("No ipv4 route found"));
-  EXPECT_TRUE(Printed("No ipv6 route found"));
-  EXPECT_THAT(Traced("mpls_vpn/rib"), Contains("No ipv4 route found"));
-}
-
-TEST_F(RouteRow, LocalIpv4RouteHasNoNextHop) {
-  AddRoute("red", "10.0.0.0/8");
-  ASSERT_EQ(Read(kNext, {}), kStatusOk);
-  const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply_.Get());
-  EXPECT_EQ(row->type, 3);
-  EXPECT_EQ(row->nextHopType, 0);
-  EXPECT_EQ(row->nextHop.length, 0U);
-  EXPECT_EQ(row->nextHop.octets, nullptr);
-}
-
-TEST_F(RouteRow, RejectedIpv4RouteHasAnAllZeroNextHop) {
-  Route route = MakeRoute("0.0.0.0/0");
-  route.type = RouteType::kReject;
-  AddRoute("red", route);
-  ASSERT_EQ(Read(kNext, {}), kStatusOk);
-  const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply_.Get());
-  EXPECT_EQ(row->nextHopType, 1);
-  EXPECT_EQ(row->nextHop.length, 4U);
-}
-
-TEST_F(RouteRow, OverlongTextIsNoSuchRowWithoutCallingTheModule) {
-  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  const RouteKeyText destination = {1, "0a00000000", 0, 1, "0"};
-  const RouteKeyText next_hop = {1, "0", 0, 1, "c000020100"};
-  mpls_vpn_mib_route row;
-  fault_arm("ribmib_find_route", kStatusIo);
-  const std::uint32_t table = router_.find_vrf("red")->ipv4_table;
-  EXPECT_EQ(mpls_vpn_mib_rib_ipv4_route(&row, table, false, destination), kStatusNoSuchRow);
-  EXPECT_EQ(mpls_vpn_mib_rib_ipv4_route(&row, table, false, next_hop), kStatusNoSuchRow);
-  EXPECT_EQ(fault_reached("ribmib_find_route"), 0U);
-  EXPECT_THAT(Traced("mpls_vpn/rib"), Contains("mpls_vpn_mib_rib_ipv4_route: an address text is too long"));
-  const std::string long6(34, '0');
-  EXPECT_EQ(mpls_vpn_mib_rib_ipv6_route(&row, table, false, {2, long6.c_str(), 0, 2, "0"}), kStatusNoSuchRow);
-  EXPECT_EQ(fault_reached("ribmib_find_route"), 0U);
-  EXPECT_THAT(Traced("mpls_vpn/rib"), Contains("mpls_vpn_mib_rib_ipv6_route: an address text is too long"));
-}
-
-TEST_F(RouteRow, TextThatIsNotHexadecimalIsAnErrorAndNoSuchRow) {
-  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  AddRoute("red", "2001:db8::/32", "fe80::1");
-  OnlyArea(ERR);
-  mpls_vpn_mib_route row;
-  const std::uint32_t table = router_.find_vrf("red")->ipv4_table;
-  for (const auto& [dest, hop] : {std::pair("0azz", "0"), std::pair("0a", "zz")}) {
-    ClearPrints();
-    EXPECT_EQ(mpls_vpn_mib_rib_ipv4_route(&row, table, false, {1, dest, 0, 1, hop}), kStatusNoSuchRow);
-    EXPECT_EQ(mpls_vpn_mib_rib_ipv6_route(&row, table, false, {2, dest, 0, 2, hop}), kStatusNoSuchRow);
-    EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_rib_ipv4_route: sscanf",
-                                      "Error in mpls_vpn_mib_rib_ipv6_route: sscanf"));
-  }
-}
-
-TEST_F(RouteRow, ShortTextLeavesTheLastOctetsZero) {
-  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  EXPECT_EQ(Exact({"red", 1, 8, 1, "0a", "c0000201"}), "red 10.0.0.0/8 via 192.0.2.1");
-}
-
-TEST_F(RouteRow, PrefixLengthThatNoAddressHasIsBehindTheLongestPrefix) {
-  AddRoute("red", "10.0.0.0/32", "192.0.2.1");
-  AddRoute("red", "10.0.0.1/32", "192.0.2.1");
-  EXPECT_EQ(Exact({"red", 1, 33, 1, "0a000000", "c0000201"}), kNone);
-  EXPECT_EQ(Next({"red", 1, 33, 1, "0a000000", "0"}), "red 10.0.0.1/32 via 192.0.2.1");
-  EXPECT_EQ(Next({"red", 1, 0xffffffff, 1, "0a000000", "0"}), "red 10.0.0.1/32 via 192.0.2.1");
-  AddRoute("red", "2001:db8::1/128", "fe80::1");
-  EXPECT_EQ(Exact({"red", 2, 129, 2, "20010db8000000000000000000000001", "0"}), kNone);
-  EXPECT_EQ(Next({"red", 2, 129, 2, "20010db8", "0"}), "red 2001:db8::1/128 via fe80::1");
-}
-
-TEST_F(RouteRow, NextReadWithoutNextHopTypePassesOverTheOtherPathsOfThePrefix) {
-  AddRoute("red", "10.0.0.0/8");
-  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  AddRoute("red", "11.0.0.0/8", "192.0.2.1");
-  OnlyArea(RIB);
-  EXPECT_EQ(Next({"red", 1, 8, 0, "0a000000", "0"}), "red 11.0.0.0/8 via 192.0.2.1");
-  EXPECT_TRUE(
-      Printed("Looking for ipv4 non-remote route with dest = 0a000000, mask = 8, next hop = "
-              "255.255.255.255, next hop type: 0"));
-  EXPECT_EQ(Next({"red", 1, 8, 1, "0a000000", "0"}), "red 10.0.0.0/8 via 192.0.2.1");
-}
-
-TEST_F(RouteRow, OtherReadsWithoutNextHopTypeDoNotPassOver) {
-  AddRoute("red", "0.0.0.0/0", "192.0.2.1");
-  AddRoute("red", "0.0.0.0/8", "192.0.2.1");
-  AddRoute("red", "10.0.0.0/8");
-  EXPECT_EQ(Next({"red", 1, 0, 0, "00000000", "0"}), "red 0.0.0.0/0 via 192.0.2.1") << "prefix length 0";
-  EXPECT_EQ(Next({"red", 1, 8, 0, "0", "0"}), "red 0.0.0.0/8 via 192.0.2.1") << "no destination";
-  EXPECT_EQ(Exact({"red", 1, 8, 0, "0a000000", "0"}), "red 10.0.0.0/8") << "exact";
-}
-
-TEST_F(RouteRow, LabelledRouteShowsItsCrossConnect) {
-  Route route = MakeRoute("10.0.0.0/8", "192.0.2.1");
-  route.labels = {16};
-  AddRoute("red", route);
-  ASSERT_EQ(Read(kNext, {}), kStatusOk);
-  const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply_.Get());
-  std::uint8_t index[kLfxIndexMax];
-  std::size_t length = 0;
-  const std::uint8_t octets[] = {10, 0, 0, 0};
-  LfxRequest request = {kLfxIpv4Route, router_.find_vrf("red")->ipv4_table, 0, 8};
-  std::memcpy(&request.destination, octets, sizeof octets);
-  ASSERT_EQ(lfx_c_lsr_xc_idx(index, sizeof index, &length, &request), kStatusOk);
-  EXPECT_GT(length, 1U);
-  EXPECT_EQ(Octets(row->xcPointer), Octets({length, index}));
-}
-
-TEST_F(RouteRow, LabelDatabaseThatFailsCostsThePointerOnly) {
-  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  OnlyArea(ERR);
-  const ScopedFault fault("lfx_c_lsr_xc_idx", kStatusIo);
-  ASSERT_EQ(Read(kNext, {}), kStatusOk);
-  EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_rib_ipv4_route: LSR XC lookup failure: "
-                                    "Input/output error"));
-  const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply_.Get());
-  EXPECT_EQ(Octets(row->xcPointer), "0.");
-}
-
-TEST_F(RouteRow, PointerWithoutMemoryLeavesTheRow) {
-  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  AddRoute("red", "2001:db8::/32", "fe80::1");
-  OnlyArea(ERR);
-  for (const std::uint32_t type : {1U, 2U}) {
-    const ScopedFault fault("calloc_tagged:XC Pointer", kStatusNoMemory);
-    ASSERT_EQ(Read(kNext, {"red", type, 0, type}), kStatusOk);
-    EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_rib_ipv" + std::to_string(2 + 2 * type) +
-                                      "_route: Could not allocate XC pointer: " + err_text(kStatusNoMemory)));
-    const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply_.Get());
-    EXPECT_EQ(row->xcPointer.count, 0U);
-  }
-}
-
-TEST_F(RouteRow, AddressWithoutMemoryIsNoMemory) {
-  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  AddRoute("red", "2001:db8::/32", "fe80::1");
-  OnlyArea(ERR);
-  for (const char* point : {"calloc_tagged:route dest", "calloc_tagged:route next hop"}) {
-    for (const std::uint32_t type : {1U, 2U}) {
-      const ScopedFault fault(point, kStatusNoMemory);
-      EXPECT_EQ(Read(kNext, {"red", type, 0, type}), 12U);
-      EXPECT_THAT(Prints(), ElementsAre("Cannot allocate memory in function mpls_vpn_mib_rib_ipv" +
-                                        std::to_string(2 + 2 * type) + "_route"));
-    }
-  }
-}
-
-TEST_F(RouteRow, NameWithoutMemoryIsNoMemory) {
-  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  const ScopedFault fault("text_copy", kStatusNoMemory);
-  EXPECT_EQ(Read(kNext, {}), kStatusNoMemory);
-  EXPECT_TRUE(Printed("Error in mpls_vpn_mib_find_route_in_vrf: text_copy failed: " +
-                      std::string(err_text(kStatusNoMemory))));
-}
-
-// --- IPv6 look-ups
-
-TEST_F(RouteRow, Ipv6RouteShowsItsFields) {
-  Route route = MakeRoute("2001:db8::/32", "fe80::1");
-  route.interface_index = 7;
-  route.protocol = router::RouteProtocol::kOspf;
-  route.metrics = {1, 2, 3, 4, 5};
-  route.next_hop_as = 65000;
-  route.labels = {16};
-  AddRoute("red", route, Family::kIpv6);
-  PassSeconds(9);
-  ASSERT_EQ(Read(kNext, {}), kStatusOk);
-  const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply_.Get());
-  EXPECT_EQ(RouteText(*row.operator->()), "red 2001:db8::/32 via fe80::1");
-  EXPECT_EQ(row->destType, 2);
-  EXPECT_EQ(row->dest.length, 16U);
-  EXPECT_EQ(row->nextHopType, 2);
-  EXPECT_EQ(row->nextHop.length, 16U);
-  EXPECT_EQ(row->ifIndex, 7);
-  EXPECT_EQ(row->type, 4);
-  EXPECT_EQ(row->proto, 13);
-  EXPECT_EQ(row->age, 9U);
-  EXPECT_EQ(row->nextHopAS, 65000U);
-  EXPECT_EQ(row->metric1, 1);
-  EXPECT_EQ(row->metric4, 4);
-  EXPECT_EQ(row->metric5, 5) << "its own";
-  EXPECT_EQ(row->rowStatus, 1);
-  EXPECT_EQ(Octets(row->xcPointer), "0.") << "no label database is asked";
-}
-
-TEST_F(RouteRow, Ipv6LookupIsToldAndTraced) {
-  Route route = MakeRoute("2001:db8::/32", "fe80::1");
-  route.interface_index = 7;
-  AddRoute("red", route, Family::kIpv6);
-  PassSeconds(9);
-  OnlyArea(RIB);
-  Next({"red", 2, 16, 2, "2001", "0"});
-  const std::string id = Hex(router_.find_vrf("red")->id);
-  const std::vector<std::string> told = {
-      "rib_ipv6_route(" + id + ",NEXT,dest type:2, dest:2001, pfxLen:16, next hop type:2, next hop:0)",
-      "rib_ipv6_route: found(2,32,2,7,4,1,9)"};
-  EXPECT_THAT(Traced("mpls_vpn/rib"), testing::ElementsAreArray(told));
-  for (const std::string& line : told) EXPECT_TRUE(Printed(line)) << line;
-}
-
-TEST_F(RouteRow, AbsentIpv6TextsAreShownAsNull) {
-  AddRoute("red", "::/0");
-  mpls_vpn_mib_route row;
-  ASSERT_EQ(mpls_vpn_mib_rib_ipv6_route(&row, 7, true, {2, nullptr, 0, 0, nullptr}), kStatusNoSuchRow);
-  EXPECT_TRUE(
-      Printed("rib_ipv6_route(0x7,EXACT,dest type:2, dest:Null, pfxLen:0, next hop type:0, next hop:Null)"));
-}
-
-TEST_F(RouteRow, LocalIpv6RouteHasNoNextHop) {
-  AddRoute("red", "2001:db8::/32");
-  ASSERT_EQ(Read(kNext, {}), kStatusOk);
-  const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply_.Get());
-  EXPECT_EQ(row->nextHopType, 0);
-  EXPECT_EQ(row->nextHop.length, 0U);
-}
-
-TEST_F(RouteRow, Ipv6NextReadWithoutNextHopTypePassesOverLowNextHops) {
-  AddRoute("red", "2001:db8::/32");
-  AddRoute("red", "2001:db8::/32", "::5");
-  AddRoute("red", "2001:db8::/32", "fe80::1");
-  AddRoute("red", "2001:db9::/32", "fe80::1");
-  OnlyArea(RIB);
-  EXPECT_EQ(Next({"red", 2, 32, 0, "20010db8", "0"}), "red 2001:db8::/32 via fe80::1");
-  EXPECT_TRUE(
-      Printed("Looking for ipv6 non-remote route with dest = 20010db8, mask = 32, next hop = 1, next "
-              "hop type: 0"));
-  EXPECT_EQ(Next({"red", 2, 32, 2, "20010db8", "0"}), "red 2001:db8::/32 via ::5");
 }
 
 // --- Modules

@@ -12,7 +12,6 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
-#include "platform/base/memory.h"
 
 namespace {
 
@@ -43,8 +42,8 @@ const char* family_text(std::uint32_t afi, std::uint32_t safi) {
   return nullptr;
 }
 
+// A row without its VRF or without its route target would be taken for one that has none: better no row.
 Status refuse_unfilled(mpls_vpn_mib_rt* row) {
-  mpls_vpn_error(kFillName, "text_copy failed", kStatusNoMemory);
   std::free(row->rt);
   std::free(row->description);
   std::free(row->vrfName);
@@ -60,12 +59,12 @@ Status fill_rt_parcel(mpls_vpn_mib_rt* row, const RtNode* node, std::uint32_t in
   row->index = index;
   row->type = node->type;
   if (node->value == nullptr) mpls_vpn_debug(ERR, "In function %s: node->value is NULL", kFillName);
-  if (!prov_copy_text(&row->rt, node->value)) return refuse_unfilled(row);
-  row->description = text_copy(family_text(node->afi, node->safi));
+  if (!prov_copy_text(&row->rt, node->value, kFillName)) return refuse_unfilled(row);
+  prov_copy_inner_text(&row->description, family_text(node->afi, node->safi), kFillName);
   row->rowStatus = kRowStatusActive;
   row->storageType = kStorageTypeReadOnly;
   if (node->vrf_name == nullptr) mpls_vpn_debug(ERR, "In function %s: node->vrf_name is NULL", kFillName);
-  return prov_copy_text(&row->vrfName, node->vrf_name) ? kStatusOk : refuse_unfilled(row);
+  return prov_copy_text(&row->vrfName, node->vrf_name, kFillName) ? kStatusOk : refuse_unfilled(row);
 }
 
 Status mpls_vpn_mib_prov_get_rt(KvReply* reply, const RequestArgs* args) {

@@ -23,11 +23,12 @@ class RtDatabase : public DaemonTest {
                     std::uint32_t safi = 1) {
     return mpls_vpn_mib_delete_rt_wavl_node(vrf, type, value, afi, safi);
   }
-  // "VRF type afi/safi value", or "none".
+  static std::string OrNone(const char* text) { return text == nullptr ? "-" : text; }
+  // "VRF type afi/safi value" ("-" for a text that is not there), or "none".
   static std::string Text(const RtNode* node) {
     if (node == nullptr) return "none";
-    return std::string(node->vrf_name) + " " + std::to_string(node->type) + " " + std::to_string(node->afi) +
-           "/" + std::to_string(node->safi) + " " + node->value;
+    return OrNone(node->vrf_name) + " " + std::to_string(node->type) + " " + std::to_string(node->afi) + "/" +
+           std::to_string(node->safi) + " " + OrNone(node->value);
   }
   static std::vector<std::string> EntriesOf(const char* vrf) {
     std::vector<std::string> entries;
@@ -258,6 +259,49 @@ TEST_F(RtDatabase, TypeIsComparedSigned) {
   Add("red", kRtImport, "1:1");
   Add("red", kRtImport, "1:2");
   EXPECT_EQ(Next("red", 1, -1), "1: red 1 1/1 1:1");
+}
+
+TEST_F(RtDatabase, StoredTypesAreOrderedSignedAndFamiliesUnsigned) {
+  Add("red", kRtImport, "1:1", 0xffffffff, 1);
+  Add("red", kRtImport, "1:1", 1, 0x80000000);
+  Add("red", kRtImport, "1:1", 1, 1);
+  EXPECT_THAT(EntriesOf("red"),
+              ElementsAre("red 1 1/1 1:1", "red 1 1/2147483648 1:1", "red 1 4294967295/1 1:1"));
+  Add("red", -1, "1:1");
+  EXPECT_EQ(EntriesOf("red").size(), 3U) << "the negative type lies before the VRF's first";
+}
+
+TEST_F(RtDatabase, VrfWhoseFirstEntryLacksATextHasNone) {
+  Add("red", kRtImport, nullptr);
+  Add("red", kRtExport, "1:2");
+  EXPECT_EQ(Exact("red", 1, kRtImport), "none");
+  EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_get_rt: vrf_name = red, index = 1, type = 1",
+                                    "No RT found"));
+  EXPECT_EQ(Next("red", 0, 0), "1: none");
+  EXPECT_EQ(Next("re", 0, 0), "1: none") << "nor is it the first of the VRFs that follow";
+}
+
+TEST_F(RtDatabase, EntryWithoutAVrfNameIsTheFirstOfAllAndOfNoVrf) {
+  Add("", kRtImport, "2:2");
+  Add(nullptr, kRtImport, "1:1");
+  Add("red", kRtImport, "3:3");
+  ClearPrints();
+  mpls_vpn_mib_rt_dbase_walk();
+  EXPECT_THAT(Prints(), ElementsAre("Start walk", "RT : vrf = (null), type = 1, value = 1:1, afi/safi = 1/1",
+                                    "RT : vrf = , type = 1, value = 2:2, afi/safi = 1/1",
+                                    "RT : vrf = red, type = 1, value = 3:3, afi/safi = 1/1", "End walk"));
+  EXPECT_EQ(Text(mpls_vpn_mib_get_first_rt_in_vrf("")), " 1 1/1 2:2");
+  EXPECT_EQ(Text(mpls_vpn_mib_get_first_rt_in_vrf(nullptr)), "none");
+  EXPECT_EQ(Remove(nullptr, kRtImport, "1:1"), 1);
+}
+
+TEST_F(RtDatabase, EntryWithoutAValueIsTheFirstOfItsKind) {
+  Add("red", kRtImport, "");
+  Add("red", kRtImport, nullptr);
+  Add("red", kRtImport, "1:1");
+  EXPECT_THAT(EntriesOf("red"), ElementsAre("red 1 1/1 -", "red 1 1/1 ", "red 1 1/1 1:1"));
+  EXPECT_EQ(Remove("red", kRtImport, nullptr), 1);
+  EXPECT_THAT(EntriesOf("red"), ElementsAre("red 1 1/1 ", "red 1 1/1 1:1"));
 }
 
 TEST_F(RtDatabase, NextGetBeyondTheLastEntryKeepsTheNumberThatWasCounted) {

@@ -137,11 +137,33 @@ TEST_F(RtRow, MissingTextsAreToldAndStayEmpty) {
   EXPECT_EQ(row.index, 7U);
 }
 
+TEST_F(RtRow, EntryWithoutAValueIsARowAllTheSame) {
+  Add("red", kRtImport, "1:1");
+  Add("red", kRtExport, nullptr);
+  OnlyArea(ERR);
+  ASSERT_EQ(Read(kExact, "red", 2, kRtExport), kStatusOk);
+  EXPECT_THAT(Prints(), ElementsAre("In function fill_rt_parcel: node->value is NULL"));
+  const Decoded<mpls_vpn_mib_rt> row(kMibRtParcel, reply_.Get());
+  EXPECT_EQ(row->rt, nullptr);
+  EXPECT_STREQ(row->vrfName, "red");
+  EXPECT_STREQ(row->description, "IPv4 Unicast");
+}
+
+TEST_F(RtRow, EmptyVrfNameIsTheStartOfTheTable) {
+  Add("red", kRtImport, "1:1");
+  ASSERT_EQ(Read(kNext, "", 0, 0), kStatusOk);
+  EXPECT_EQ(Row(), "red/1/1 1:1 IPv4 Unicast");
+  EXPECT_EQ(Read(kExact, "", 1, kRtImport), kStatusNoSuchRow);
+}
+
 TEST_F(RtRow, DescriptionThatCannotBeCopiedStaysEmpty) {
   Add("red", kRtImport, "1:1");
+  OnlyArea(ERR);
   const ScopedFault fault("text_copy", kStatusNoMemory, 2);
   ASSERT_EQ(Read(kExact, "red", 1, kRtImport), kStatusOk);
   EXPECT_EQ(Row(), "red/1/1 1:1 none");
+  EXPECT_THAT(Prints(), ElementsAre("Error in fill_rt_parcel: text_copy failed: " +
+                                    std::string(err_text(kStatusNoMemory))));
 }
 
 TEST_F(RtRow, NameOrValueThatCannotBeCopiedRefusesTheRow) {

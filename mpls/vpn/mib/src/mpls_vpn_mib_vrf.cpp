@@ -20,7 +20,6 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
-#include "platform/base/memory.h"
 
 namespace {
 
@@ -48,9 +47,9 @@ const VrfNode* find_next(const char* vrf_name) {
 }
 
 void fill_texts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record, const mpls_vpn_vrf_attr& attributes) {
-  row->name = text_copy(record->vrf_name);
-  row->description = text_copy(attributes.description);
-  row->rd = text_copy(attributes.rd);
+  prov_copy_inner_text(&row->name, record->vrf_name, kFillName);
+  prov_copy_inner_text(&row->description, attributes.description, kFillName);
+  prov_copy_inner_text(&row->rd, attributes.rd, kFillName);
 }
 
 void fill_counts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
@@ -94,7 +93,6 @@ Status mpls_vpn_mib_prov_get_vrf(KvReply* reply, const RequestArgs* args) {
   fill_vrf_parcel(&row, node->vrf_rec);
   if (row.name != nullptr) return prov_encode_parcel(reply, &row, &kMibVrfParcel);
   // A reader that goes on from the row needs its name.
-  mpls_vpn_error(kFillName, "text_copy failed", kStatusNoMemory);
   const Status rc = parcel_free_indirections(&kMibVrfParcel, &row);
   if (rc != kStatusOk) mpls_vpn_error(kHandlerName, "parcel_free_indirections", rc);
   return kStatusNoMemory;

@@ -21,11 +21,17 @@ bool report_added(const VrfListKind& kind, Status rc) {
   return rc == kStatusOk;
 }
 
+Status encode(const VrfListKind& kind, const mpls_vpn_vrf* show, std::uint8_t** data, std::size_t* length) {
+  if (show->VRFName == nullptr) return kStatusNoMemory;  // reported where it could not be copied
+  const Status rc = parcel_encode(&kShowVrfParcel, show, data, length);
+  if (rc != kStatusOk) mpls_vpn_error(kind.function, "Parcel encode failed", rc);
+  return rc;
+}
+
 // Whether or not the record could be encoded, it is released.
 Status encode_and_release(const VrfListKind& kind, mpls_vpn_vrf* show, std::uint8_t** data,
                           std::size_t* length) {
-  const Status rc = parcel_encode(&kShowVrfParcel, show, data, length);
-  if (rc != kStatusOk) mpls_vpn_error(kind.function, "Parcel encode failed", rc);
+  const Status rc = encode(kind, show, data, length);
   const Status released = parcel_free_indirections(&kShowVrfParcel, show);
   if (released != kStatusOk) mpls_vpn_error(kind.function, "parcel_free_indirections", released);
   return rc;

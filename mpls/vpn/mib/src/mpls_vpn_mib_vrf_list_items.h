@@ -20,7 +20,8 @@ Status create_vrf_list(const VrfListKind& kind, KvListReply* reply);
 
 // These add one item. False, reported, when it could not be added.
 bool add_vrf_list_item(const VrfListKind& kind, KvListReply* reply, const char* key);
-// Encodes and spends the show record. With is_xml the key is the encoded name.
+// Encodes and spends the show record; one without its name is no item. With is_xml the key is the encoded
+// name.
 bool add_vrf_datalist_item(const VrfListKind& kind, KvListReply* reply, const char* vrf_name,
                            mpls_vpn_vrf* show, bool is_xml);
 

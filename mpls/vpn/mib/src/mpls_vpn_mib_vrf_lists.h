@@ -15,6 +15,8 @@ Status mpls_vpn_prov_list_vrf(KvListReply* reply, const RequestArgs* args);
 Status mpls_vpn_prov_datalist_vrf(KvListReply* reply, const RequestArgs* args);
 
 // Handlers of "vrf-invalid-detail", over the VRFs that have interfaces and do not exist: all, or those behind
-// the name that is given. Names are never encoded.
+// the name that is given. Names are never encoded, in any form: what a structured request gives for a name is
+// compared as it stands. A reader that fetches a long datalist in pieces asks for it unstructured, as an
+// escaped name ("a%2Fb" for "a/b") has another place in the order and would lose or repeat VRFs.
 Status mpls_vpn_prov_list_vrf_invalid(KvListReply* reply, const RequestArgs* args);
 Status mpls_vpn_prov_datalist_vrf_invalid(KvListReply* reply, const RequestArgs* args);

@@ -73,6 +73,13 @@ class VrfLists : public RouteTablesTest {
     EXPECT_EQ(reply_.count, keys.size());
     return keys;
   }
+  void ExpectLastTraced(const std::string& text, Status expected) {
+    Status code = kStatusOk;
+    const std::vector<std::string> traced = Traced("mpls_vpn/error", &code);
+    ASSERT_FALSE(traced.empty());
+    EXPECT_EQ(traced.back(), text);
+    EXPECT_EQ(code, expected);
+  }
   // An item of the last datalist, as "name interfaces tables".
   std::string Item(std::size_t place) {
     KvDatalistItem& item = reply_.datalist->items.at(place);
@@ -225,6 +232,22 @@ TEST_F(VrfLists, DatalistItemIsTheShowRecord) {
   EXPECT_STREQ(AttributesOf("red")->rd, "65000:1") << "fetched before the VRF is shown";
 }
 
+TEST_F(VrfLists, OnlyTheDatalistCompletesVrfs) {
+  AddVrf("red", 0, "65000:1");
+  Run();
+  ASSERT_EQ(AttributesOf("red")->rd, nullptr);
+  EXPECT_THAT(List(Unnamed(kName)), ElementsAre("red"));
+  EXPECT_EQ(AttributesOf("red")->rd, nullptr);
+  EXPECT_THAT(Datalist(Unnamed(kName)), ElementsAre("red"));
+  EXPECT_STREQ(AttributesOf("red")->rd, "65000:1");
+}
+
+TEST_F(VrfLists, VrfIsCompletedBeforeItIsFiltered) {
+  AddVrf("red", 0, "65000:1");
+  EXPECT_THAT(Datalist(Unnamed(kNameAfiSafi).Number(1, 7)), IsEmpty());
+  EXPECT_STREQ(AttributesOf("red")->rd, "65000:1");
+}
+
 TEST_F(VrfLists, DatalistShowsTheTablesOfTheFilter) {
   AddVrfWithTables("red", true, true, true);
   Datalist(Named(kNameAfiSafi, "red").Number(1, 1));
@@ -279,6 +302,7 @@ TEST_F(VrfLists, ListThatCannotBeMadeFailsTheRequest) {
     const ScopedFault fault(creation.point, kStatusIo);
     EXPECT_EQ(Ask(creation.handler, Unnamed(kName)), kStatusIo);
     EXPECT_THAT(Prints(), ElementsAre("Error in " + std::string(creation.said) + ": Input/output error"));
+    ExpectLastTraced(creation.said, kStatusIo);
   }
 }
 
@@ -294,6 +318,7 @@ TEST_F(VrfLists, ItemThatCannotBeAddedIsLeftOutAndNotCounted) {
   EXPECT_THAT(Datalist(Unnamed(kName), 1), ElementsAre("b"));
   EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_prov_datalist_vrf: Datalist item add failed: " +
                                     std::string(err_text(kStatusNoMemory))));
+  ExpectLastTraced("mpls_vpn_prov_datalist_vrf: Datalist item add failed", kStatusNoMemory);
 }
 
 TEST_F(VrfLists, RecordThatCannotBeEncodedIsLeftOut) {
@@ -304,6 +329,7 @@ TEST_F(VrfLists, RecordThatCannotBeEncodedIsLeftOut) {
   EXPECT_THAT(Datalist(Unnamed(kName)), ElementsAre("b"));
   EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_prov_datalist_vrf: Parcel encode failed: " +
                                     std::string(err_text(kStatusMessageTooLarge))));
+  ExpectLastTraced("mpls_vpn_prov_datalist_vrf: Parcel encode failed", kStatusMessageTooLarge);
 }
 
 TEST_F(VrfLists, KeyThatCannotBeEncodedLeavesTheVrfOut) {
@@ -318,6 +344,43 @@ TEST_F(VrfLists, KeyThatCannotBeEncodedLeavesTheVrfOut) {
   Status code = kStatusOk;
   EXPECT_EQ(Traced("mpls_vpn/error", &code).size(), 1U);
   EXPECT_EQ(code, kStatusNoMemory);
+}
+
+TEST_F(VrfLists, NamedVrfThatIsNoItemDoesNotEndTheWalk) {
+  NameVrf("a");
+  AddVrfs({"b", "c"});
+  for (const std::uint32_t form : {kNameAfiSafi, kEncodedNameAfiSafi}) {
+    EXPECT_THAT(List(Named(form, "a")), ElementsAre("b")) << form;
+    EXPECT_THAT(Datalist(Named(form, "a")), ElementsAre("b")) << form;
+  }
+}
+
+TEST_F(VrfLists, NamedVrfWhoseItemFailsDoesNotEndTheWalk) {
+  AddVrfs({"a", "b", "c"});
+  for (const std::uint32_t form : {kNameAfiSafi, kEncodedNameAfiSafi}) {
+    fault_arm("kvtree_list_add", kStatusNoMemory);
+    EXPECT_THAT(List(Named(form, "a")), ElementsAre("b")) << form;
+    for (const char* point : {"kvtree_datalist_add", "parcel_encode"}) {
+      const ScopedFault fault(point, kStatusNoMemory);
+      EXPECT_THAT(Datalist(Named(form, "a")), ElementsAre("b")) << form << point;
+    }
+  }
+}
+
+TEST_F(VrfLists, RecordWithoutMemoryForItsNameIsLeftOut) {
+  AddVrfs({"a", "b"});
+  AddInterface("ge0", "far");
+  AddInterface("ge1", "away");
+  EXPECT_THAT(Datalist(Unnamed(kName)), ElementsAre("a", "b")) << "which completes the two";
+  OnlyArea(ERR);
+  fault_arm("text_copy", kStatusNoMemory);
+  EXPECT_THAT(Datalist(Unnamed(kName)), ElementsAre("b"));
+  EXPECT_THAT(Prints(), ElementsAre("Error in fill_show_vrf_parcel: text_copy failed: " +
+                                    std::string(err_text(kStatusNoMemory))));
+  fault_arm("text_copy", kStatusNoMemory);
+  EXPECT_THAT(DatalistInvalid(Unnamed(kName)), ElementsAre("away"));
+  EXPECT_THAT(Prints(), ElementsAre("Error in fill_vrf_invalid_parcel: text_copy failed: " +
+                                    std::string(err_text(kStatusNoMemory))));
 }
 
 // --- Invalid VRFs
@@ -357,6 +420,15 @@ TEST_F(VrfLists, InvalidWalksStopAtTheMaximum) {
 TEST_F(VrfLists, NamesOfInvalidVrfsAreNeverEncoded) {
   AddInterface("ge1", "a/b");
   EXPECT_THAT(DatalistInvalid(Unnamed(kEncodedName)), ElementsAre("a/b"));
+}
+
+TEST_F(VrfLists, EncodedNameOfAnInvalidVrfIsComparedAsItStands) {
+  AddInterface("ge1", "a/b");
+  AddInterface("ge2", "zzzz");
+  EXPECT_THAT(DatalistInvalid(Named(kName, "a/b")), ElementsAre("zzzz"));
+  EXPECT_THAT(DatalistInvalid(Named(kEncodedName, "a%2Fb")), IsEmpty()) << "five octets: behind both";
+  EXPECT_THAT(ListInvalid(Named(kEncodedName, "a%2Fb")), IsEmpty());
+  EXPECT_THAT(DatalistInvalid(Named(kEncodedName, "a/b")), ElementsAre("zzzz"));
 }
 
 TEST_F(VrfLists, InvalidVrfWhoseInterfacesCannotBeShownIsStillAdded) {

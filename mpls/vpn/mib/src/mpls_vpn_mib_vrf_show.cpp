@@ -13,7 +13,6 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_xml_filter.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
-#include "platform/base/memory.h"
 
 namespace {
 
@@ -55,11 +54,16 @@ bool exists(const char* vrf_name) {
   return record != nullptr && record->vrf_id != 0;
 }
 
-Status refuse_invalid_without_ifs(mpls_vpn_vrf* show, const char* vrf_name) {
-  mpls_vpn_debug(PROV, "Requested VRF %s invalid, but found no ifs", vrf_name);
+Status refuse(mpls_vpn_vrf* show, Status why, const char* handler) {
   const Status rc = parcel_free_indirections(&kShowVrfParcel, show);
-  if (rc != kStatusOk) mpls_vpn_error(kInvalidName, "parcel_free_indirections", rc);
-  return kStatusNoSuchRow;
+  if (rc != kStatusOk) mpls_vpn_error(handler, "parcel_free_indirections", rc);
+  return why;
+}
+
+// A record without its name cannot be told from any other.
+Status encode_named(KvReply* reply, mpls_vpn_vrf* show, const char* handler) {
+  if (show->VRFName == nullptr) return refuse(show, kStatusNoMemory, handler);
+  return prov_encode_parcel(reply, show, &kShowVrfParcel);
 }
 
 }  // namespace
@@ -72,9 +76,9 @@ void fill_show_vrf_parcel(mpls_vpn_vrf* show, const VtabVrfRecord* record, std::
     return;
   }
   const mpls_vpn_vrf_attr& attributes = *mpls_vpn_vrf_attributes(record);
-  show->VRFName = text_copy(record->vrf_name);
-  show->VRFDescription = text_copy(attributes.description);
-  show->RouteDistinguisher = text_copy(attributes.rd);
+  prov_copy_inner_text(&show->VRFName, record->vrf_name, __func__);
+  prov_copy_inner_text(&show->VRFDescription, attributes.description, __func__);
+  prov_copy_inner_text(&show->RouteDistinguisher, attributes.rd, __func__);
   show->isBigVrf = attributes.is_big_vrf;
   if (std::strcmp(record->vrf_name, "default") == 0) {
     add_default_vrf_ifs(&show->Interfaces);
@@ -90,7 +94,7 @@ std::uint32_t fill_vrf_invalid_parcel(mpls_vpn_vrf* show, const char* vrf_name) 
     return 0;
   }
   *show = {};
-  show->VRFName = text_copy(vrf_name);
+  prov_copy_inner_text(&show->VRFName, vrf_name, __func__);
   return add_ifs(&show->Interfaces, vrf_name);
 }
 
@@ -106,7 +110,7 @@ Status mpls_vpn_mib_prov_get_vrf_show(KvReply* reply, const RequestArgs* args) {
   mpls_vpn_mib_vrf_complete_missing(record);
   mpls_vpn_vrf show;
   fill_show_vrf_parcel(&show, record, 0, 0, is_xml);
-  return prov_encode_parcel(reply, &show, &kShowVrfParcel);
+  return encode_named(reply, &show, kShowName);
 }
 
 Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args) {
@@ -118,6 +122,7 @@ Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args
     return kStatusNoSuchRow;
   }
   mpls_vpn_vrf show;
-  if (fill_vrf_invalid_parcel(&show, vrf_name) == 0) return refuse_invalid_without_ifs(&show, vrf_name);
-  return prov_encode_parcel(reply, &show, &kShowVrfParcel);
+  if (fill_vrf_invalid_parcel(&show, vrf_name) != 0) return encode_named(reply, &show, kInvalidName);
+  mpls_vpn_debug(PROV, "Requested VRF %s invalid, but found no ifs", vrf_name);
+  return refuse(&show, kStatusNoSuchRow, kInvalidName);
 }

@@ -12,16 +12,20 @@
 
 // Get handler of "vrf-detail": argument 0 the VRF name as given; form 2 asks for the structured form. 0 with
 // a mpls_vpn_vrf record, kStatusArgumentMissing, kStatusNoSuchRow (not in the VRF database, or a forward
-// reference), kStatusNoVrfRecord when the record service does not know the name, or the encoding's status.
+// reference), kStatusNoVrfRecord when the record service does not know the name, kStatusNoMemory when not
+// even the name could be copied, or the encoding's status.
 Status mpls_vpn_mib_prov_get_vrf_show(KvReply* reply, const RequestArgs* args);
 
 // Get handler of "vrf-invalid-detail": a VRF that has interfaces but does not exist. kStatusNoSuchRow when it
-// exists, or has no interfaces.
+// exists, or has no interfaces that could be shown; otherwise as above.
+//
+// Both take the name as it is given, in every form: where a structured request encodes it, a VRF whose name
+// has octets to escape is not found. Its plain name finds it.
 Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args);
 
 // All fill functions clear the record first and put heap copies into it, which parcel_free_indirections
-// releases. Without memory the array concerned is left out, which is traced; a missing argument is reported
-// and fills nothing.
+// releases. Without memory the array or the text concerned is left out, which is reported and traced: the
+// record stands without it, unless it is the VRF's name. A missing argument is reported and fills nothing.
 
 // afi_index: 0 all address families, 1 IPv4, 2 IPv6. second_selector: 2 (multicast) takes no table of a given
 // address family.

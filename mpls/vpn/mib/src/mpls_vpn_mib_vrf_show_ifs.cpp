@@ -2,13 +2,15 @@
 //
 // Names are kept with "_" where the interface's name has "/", and are turned back here. The interfaces of a
 // VRF are its nodes in the interface database; those of no VRF are in the record service alone. Both are
-// counted first and then walked again: nothing can change in between on the main thread.
+// counted first and then walked again. The walk of a VRF's nodes repairs the database as it goes, which may
+// bring nodes that were not counted: at most as many names as were counted are taken.
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_show.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 #include "platform/base/memory.h"
@@ -17,11 +19,11 @@ namespace {
 
 constexpr std::size_t kNameSize = 64;
 
-char* copy_interface_name(const char* stored) {
+void copy_interface_name(mpls_vpn_interfaces* slot, const char* stored, const char* function) {
   std::array<char, kNameSize> name{};
   std::snprintf(name.data(), name.size(), "%s", stored == nullptr ? "" : stored);
   std::replace(name.begin(), name.end(), '_', '/');
-  return text_copy(name.data());
+  prov_copy_inner_text(&slot->InterfaceName, name.data(), function);
 }
 
 bool is_in_default_vrf(const VtabIfRecord* record) {
@@ -66,7 +68,7 @@ void add_default_vrf_ifs(ParcelArray* interfaces) {
   std::uint32_t filled = 0;
   for (const VtabIfRecord* record = vtab_get_first_if_record(); record != nullptr && filled < count;
        record = vtab_get_next_if_record(record)) {
-    if (is_in_default_vrf(record)) slots[filled++].InterfaceName = copy_interface_name(record->if_name);
+    if (is_in_default_vrf(record)) copy_interface_name(&slots[filled++], record->if_name, __func__);
   }
   *interfaces = {filled, slots};
 }
@@ -81,7 +83,7 @@ std::uint32_t add_ifs(ParcelArray* interfaces, const char* vrf_name) {
   std::uint32_t filled = 0;
   for (const IfNode* node = mpls_vpn_mib_get_first_if_of_vrf(vrf_name); node != nullptr && filled < count;
        node = mpls_vpn_mib_get_next_if_of_vrf(node, vrf_name)) {
-    slots[filled++].InterfaceName = copy_interface_name(node->if_name);
+    copy_interface_name(&slots[filled++], node->if_name, __func__);
   }
   *interfaces = {filled, slots};
   return filled;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_show.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
@@ -100,7 +101,7 @@ void fill_show_rt_parcel(mpls_vpn_rt* entry, const RtNode* node) {
   *entry = {};
   entry->RouteTargetType = static_cast<std::uint32_t>(node->type);
   if (node->value == nullptr) mpls_vpn_debug(ERR, "In function %s: node->value is NULL", __func__);
-  entry->RouteTargetValue = text_copy(node->value);
+  prov_copy_inner_text(&entry->RouteTargetValue, node->value, __func__);
   entry->AFName = node->afi;
   entry->SAFName = node->safi;
 }
@@ -111,10 +112,12 @@ void fill_table_parcel(mpls_vpn_afi_safi* entry, const VtabTableRecord* table, c
   entry->AFName = table->afi;
   entry->SAFName = table->safi;
   add_rts(&entry->RouteTarget, table, record->vrf_name);
-  entry->ImportRoutePolicy =
-      text_copy(policy_of(table, attributes.import_route_policy, attributes.flowspec_import_route_policy));
-  entry->ExportRoutePolicy =
-      text_copy(policy_of(table, attributes.export_route_policy, attributes.flowspec_export_route_policy));
+  prov_copy_inner_text(
+      &entry->ImportRoutePolicy,
+      policy_of(table, attributes.import_route_policy, attributes.flowspec_import_route_policy), __func__);
+  prov_copy_inner_text(
+      &entry->ExportRoutePolicy,
+      policy_of(table, attributes.export_route_policy, attributes.flowspec_export_route_policy), __func__);
 }
 
 void add_tables(ParcelArray* tables, const VtabVrfRecord* record, std::uint32_t afi_index,

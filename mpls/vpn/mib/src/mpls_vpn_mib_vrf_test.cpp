@@ -67,6 +67,16 @@ TEST_F(VrfRow, NextReadPassesOverForwardReferencesAndDefault) {
   EXPECT_EQ(Answer(kNext, "default"), "default1");
 }
 
+TEST_F(VrfRow, ExactReadAnswersForwardReferencesAndDefaultWhileTheyAreInTheDatabase) {
+  NameVrf("later");
+  Connect();
+  EXPECT_EQ(Answer(kExact, "later"), "none");
+  HoldInDatabase("later", vtab_get_vrf_record_by_vrf_name("later"));
+  HoldInDatabase("default", vtab_get_vrf_record_by_vrf_name("default"));
+  EXPECT_EQ(Answer(kExact, "later"), "later");
+  EXPECT_EQ(Answer(kExact, "default"), "default");
+}
+
 TEST_F(VrfRow, NodeWithoutARecordIsNoSuchRow) {
   AddVrf("zebra");
   Connect();
@@ -201,6 +211,23 @@ TEST_F(VrfRow, NameWithoutMemoryIsNoMemory) {
   EXPECT_EQ(Read(kExact, "red"), kStatusNoMemory);
   EXPECT_TRUE(
       Printed("Error in fill_vrf_parcel: text_copy failed: " + std::string(err_text(kStatusNoMemory))));
+}
+
+TEST_F(VrfRow, DescriptionAndRouteDistinguisherWithoutMemoryAreLeftOut) {
+  AddVrf("red");
+  Connect();
+  text_replace(&AttributesOf("red")->description, "customer");
+  text_replace(&AttributesOf("red")->rd, "65000:1");
+  OnlyArea(ERR);
+  for (const std::uint32_t copy : {2U, 3U}) {
+    const ScopedFault fault("text_copy", kStatusNoMemory, copy);
+    ASSERT_EQ(Read(kExact, "red"), kStatusOk);
+    EXPECT_THAT(Prints(), ElementsAre("Error in fill_vrf_parcel: text_copy failed: " +
+                                      std::string(err_text(kStatusNoMemory))));
+    const Decoded<mpls_vpn_mib_vrf> row(kMibVrfParcel, reply_.Get());
+    EXPECT_EQ(row->description == nullptr, copy == 2);
+    EXPECT_EQ(row->rd == nullptr, copy == 3);
+  }
 }
 
 TEST_F(VrfRow, FailedEncodingIsAnswered) {

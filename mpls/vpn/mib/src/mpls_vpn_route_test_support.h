@@ -67,6 +67,16 @@ class RouteTablesTest : public DaemonTest {
                 router::Family family = router::Family::kIpv4) {
     ASSERT_EQ(router_.routes().put(TableOf(vrf, family), route), kStatusOk);
   }
+  // In the VRF's multicast table of that family, which the model itself keeps no routes of.
+  void AddMulticastRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop) {
+    const router::Vrf* found = router_.find_vrf(vrf);
+    ASSERT_NE(found, nullptr) << vrf;
+    const router::Family family = FamilyOf(prefix);
+    const router::RouteTableId table = {
+        family, family == router::Family::kIpv4 ? found->ipv4_multicast_table : found->ipv6_multicast_table};
+    if (!router_.routes().is_open(table)) router_.routes().open(table);
+    ASSERT_EQ(router_.routes().put(table, router::MakeRoute(prefix, next_hop)), kStatusOk);
+  }
   void RemoveRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop = "") {
     ASSERT_EQ(router_.routes().erase(TableOf(vrf, FamilyOf(prefix)), router::MakeKey(prefix, next_hop)),
               kStatusOk);
