@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "sources/file/configuration_reader.h"
 #include "sources/file/generator.h"
 #include "sources/file/route_reader.h"
 #include "sources/file/yaml_reader.h"
@@ -23,11 +24,13 @@ struct VrfEntry {
   bool referenced = false;
   bool has_table = false;
   bool has_tables = false;
-  bool has_details = false;  // anything but name and state
+  bool has_details = false;  // what only a VRF that is created has
   std::vector<RouteEntry> routes;
+  ConfiguredItems configuration;
   YAML::Mark name_mark = YAML::Mark::null_mark();
   YAML::Mark id_mark = YAML::Mark::null_mark();
   YAML::Mark table_mark = YAML::Mark::null_mark();
+  YAML::Mark rd_mark = YAML::Mark::null_mark();
 };
 
 struct InterfaceEntry {
@@ -48,6 +51,7 @@ struct Document {
   std::vector<VrfEntry> vrfs;
   std::vector<InterfaceEntry> interfaces;
   GeneratorEntry generate;
+  std::vector<KvConfigNode> traps;
 };
 
 std::string quoted(std::string_view text) {
@@ -103,7 +107,22 @@ void read_rd(const YAML::Node& value, VrfEntry* entry) {
     refuse(value.Mark(),
            quoted(entry->vrf.rd) + " is no route distinguisher such as 65000:100 or 192.0.2.1:100");
   }
-  entry->has_details = true;
+  entry->rd_mark = value.Mark();
+}
+
+// An empty description is none.
+void read_description(const YAML::Node& value, VrfEntry* entry) {
+  entry->vrf.description = read_line(value, "a description", kDescriptionMax);
+  if (entry->vrf.description.empty()) return;
+  const auto node = [text = entry->vrf.description](const std::string& vrf) {
+    return vrf_config::description(vrf, text);
+  };
+  entry->configuration.push_back({value.Mark(), node, std::nullopt});
+}
+
+template <void (*read_items)(const YAML::Node&, ConfiguredItems*)>
+void read_configuration(const YAML::Node& value, VrfEntry* entry) {
+  read_items(value, &entry->configuration);
 }
 
 constexpr Key<VrfEntry> kVrfKeys[] = {
@@ -120,11 +139,7 @@ constexpr Key<VrfEntry> kVrfKeys[] = {
        read_table(value, entry);
      }},
     {"tables", read_tables},
-    {"description",
-     [](const YAML::Node& value, VrfEntry* entry) {
-       entry->vrf.description = read_line(value, "a description", kDescriptionMax);
-       entry->has_details = true;
-     }},
+    {"description", read_description},
     {"rd", read_rd},
     {"big",
      [](const YAML::Node& value, VrfEntry* entry) {
@@ -140,6 +155,14 @@ constexpr Key<VrfEntry> kVrfKeys[] = {
        read_routes(value, &entry->routes);
        entry->has_details = true;
      }},
+    {"route_targets", read_configuration<read_route_targets>},
+    {"policies", read_configuration<read_policies>},
+    {"thresholds", read_configuration<read_thresholds>},
+    {"bgp", read_configuration<read_bgp>},
+    {"ospf", read_configuration<read_ospf>},
+    {"rip", read_configuration<read_rip>},
+    {"eigrp", read_configuration<read_eigrp>},
+    {"static", read_configuration<read_static_routes>},
 };
 
 std::uint32_t first_table(const router::Vrf& vrf) {
@@ -162,14 +185,29 @@ void complete_identity(const YAML::Node& item, VrfEntry* entry) {
   if (!entry->has_table && !entry->has_tables) vrf.ipv4_table = vrf.ipv6_table = vrf.id;
 }
 
+// The RD of a VRF that is not created is configuration; one that is created brings its own.
+void complete_reference(const YAML::Node& item, VrfEntry* entry) {
+  if (entry->has_details) {
+    refuse(item.Mark(), "the VRF " + quoted(entry->vrf.name) +
+                            " is only named: it has configuration, but no id, no tables and no routes");
+  }
+  if (entry->vrf.rd.empty()) return;
+  const std::optional<vrf_config::Target> rd = vrf_config::parse_target(entry->vrf.rd);
+  if (!rd) refuse(entry->rd_mark, quoted(entry->vrf.rd) + " is no route distinguisher");
+  const auto node = [rd = *rd](const std::string& vrf) {
+    return vrf_config::route_distinguisher(vrf, vrf_config::Family::kIpv4, rd);
+  };
+  entry->configuration.push_back({entry->rd_mark, node, std::nullopt});
+}
+
 void read_vrf(const YAML::Node& item, Document* document) {
   VrfEntry entry;
   read_map(item, "a VRF", kVrfKeys, &entry);
   if (entry.vrf.name.empty()) refuse(item.Mark(), "a VRF needs a name");
   if (!entry.referenced) {
     complete_identity(item, &entry);
-  } else if (entry.has_details) {
-    refuse(item.Mark(), "the VRF " + quoted(entry.vrf.name) + " is only named and has nothing but its name");
+  } else {
+    complete_reference(item, &entry);
   }
   document->vrfs.push_back(std::move(entry));
 }
@@ -286,6 +324,7 @@ constexpr Key<Document> kDocumentKeys[] = {
        read_sequence(value, "interfaces", [&](const YAML::Node& item) { read_interface(item, document); });
      }},
     {"generate", read_generator},
+    {"traps", [](const YAML::Node& value, Document* document) { read_traps(value, &document->traps); }},
 };
 
 // --- The entries against each other
@@ -330,11 +369,20 @@ class Checker {
   Once<std::uint32_t> indexes_;
 };
 
+void add_configuration(const Document& document, RouterFile* file) {
+  ConfigurationCollector collector;
+  for (const VrfEntry& entry : document.vrfs) {
+    collector.add(entry.vrf, entry.referenced, entry.configuration);
+  }
+  file->configuration = collector.take();
+  file->configuration.insert(file->configuration.end(), document.traps.begin(), document.traps.end());
+}
+
 void add_written(Document* document, Checker* checker, RouterFile* file) {
-  for (VrfEntry& entry : document->vrfs) {
+  for (const VrfEntry& entry : document->vrfs) {
     checker->vrf_name(entry.vrf.name, entry.name_mark);
     if (entry.referenced) {
-      file->references.push_back(std::move(entry.vrf.name));
+      file->references.push_back(entry.vrf.name);
       continue;
     }
     checker->vrf_id(entry.vrf.id, entry.id_mark);
@@ -385,6 +433,7 @@ RouterFile read_document(const std::string& text) {
   RouterFile file;
   Checker checker;
   add_written(&document, &checker, &file);
+  add_configuration(document, &file);
   add_generated(document.generate, &checker, &file);
   add_routes(document, &file);
   return file;

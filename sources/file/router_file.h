@@ -2,12 +2,22 @@
 // completely.
 //
 // Grammar (every key but the ones marked * may be left out):
-//   vrfs:          list of  name*, id, table, tables, description, rd, big, state, routes
+//   vrfs:          list of  name*, id, table, tables, description, rd, big, state, routes, route_targets,
+//                  policies, thresholds, bgp, ospf, rip, eigrp, static
 //   interfaces:    list of  name*, index*, description, state, addresses, vrf
 //   generate:      vrfs*, interfaces_per_vrf*, first_id, first_index, routes_per_vrf
 //   routes:        list of  prefix*, next_hop, next_hops, interface, type, protocol, metric, metrics,
 //   next_hop_as,
 //                  labels, generate
+//   traps:         switches (vrf-up, ..., all) and notif-reissue-time
+//   route_targets: import, export, both, and ipv4 and ipv6 with the same three
+//   policies:      import, export, each with ipv4, ipv6
+//   thresholds:    ipv4, ipv6, each with maximum*, mid
+//   bgp:           as*, neighbors: list of addresses or of  neighbor*, families
+//   ospf:          list of  process*, area*, interfaces
+//   rip:           interfaces
+//   eigrp:         list of  as*, interfaces
+//   static:        list of  prefix*, interface, next_hop
 //
 // A VRF's `table` is the routing table of both unicast families; `tables` names one for each of ipv4, ipv6,
 // ipv4-multicast and ipv6-multicast instead, and a family that is not named has none. `id` is the table's
@@ -18,6 +28,11 @@
 // A route needs a next hop, an interface or a type; several next hops are several paths. `generate: N` makes
 // it N routes, with consecutive prefixes from `prefix` (or 1.0.0.0/24) on; `routes` may be one such map
 // instead of a list.
+//
+// Configuration. A VRF's description, route targets, policies, thresholds and protocols, the route
+// distinguisher of a VRF that is only named, and `traps` are nodes of the configuration tree. A VRF that is
+// only named may have all of it. A route target without a family is for those that the VRF has a table of. A
+// description is the router's, too (what "router show" says of the VRF); an empty one is none.
 #pragma once
 
 #include <cstddef>
@@ -26,6 +41,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/kvtree/config.h"
 #include "platform/router/router.h"
 #include "sources/file/route_groups.h"
 
@@ -44,6 +60,7 @@ struct RouterFile {
   std::vector<std::string> references;        // VRFs that are only named
   std::vector<router::Interface> interfaces;  // handles are 0
   std::vector<RouteGroup> routes;             // written ones first
+  std::vector<KvConfigNode> configuration;    // each path once
 };
 
 // Where and why a text is no router file. Lines and columns count from 1.

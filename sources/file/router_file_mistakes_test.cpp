@@ -42,11 +42,11 @@ TEST(RouterFileMistake, SecondDocumentIsRefused) {
 
 TEST(RouterFileMistake, UnknownKeysAreRefusedEverywhere) {
   EXPECT_EQ(MistakeIn("vrf: []\n"),
-            "1:1: a router file has no key \"vrf\"; the keys are vrfs, interfaces, generate");
+            "1:1: a router file has no key \"vrf\"; the keys are vrfs, interfaces, generate, traps");
   EXPECT_EQ(
       MistakeInVrf("name: red, colour: red"),
       "2:17: a VRF has no key \"colour\"; the keys are name, id, table, tables, description, rd, big, state, "
-      "routes");
+      "routes, route_targets, policies, thresholds, bgp, ospf, rip, eigrp, static");
   EXPECT_EQ(MistakeInVrf("name: red, tables: {ipv5: 1}"),
             "2:26: tables has no key \"ipv5\"; the keys are ipv4, ipv6, ipv4-multicast, ipv6-multicast");
   EXPECT_EQ(
@@ -66,8 +66,9 @@ TEST(RouterFileMistake, KeyThatIsNoWordIsRefused) {
 }
 
 TEST(RouterFileMistake, WrongTypesAreRefused) {
-  EXPECT_EQ(MistakeIn("- a\n"),
-            "1:1: a router file is written as keys with values; the keys are vrfs, interfaces, generate");
+  EXPECT_EQ(
+      MistakeIn("- a\n"),
+      "1:1: a router file is written as keys with values; the keys are vrfs, interfaces, generate, traps");
   EXPECT_EQ(MistakeIn("vrfs: red\n"), "1:7: VRFs are written as a list");
   EXPECT_EQ(MistakeIn("vrfs: {name: red}\n"), "1:7: VRFs are written as a list");
   EXPECT_EQ(MistakeInVrf("name: [red]"), "2:12: a VRF's name is a text");
@@ -137,9 +138,12 @@ TEST(RouterFileMistake, TableAndTablesExcludeEachOther) {
             "2:43: a VRF has a table or tables, not both");
 }
 
-TEST(RouterFileMistake, ReferencedVrfHasNothingButItsName) {
-  EXPECT_EQ(MistakeInVrf("name: later, state: referenced, id: 2"),
-            "2:5: the VRF \"later\" is only named and has nothing but its name");
+TEST(RouterFileMistake, ReferencedVrfHasNoIdentity) {
+  for (const char* key : {"id: 2", "table: 2", "tables: {}", "big: false"}) {
+    EXPECT_EQ(
+        MistakeInVrf("name: later, state: referenced, " + std::string(key)),
+        "2:5: the VRF \"later\" is only named: it has configuration, but no id, no tables and no routes");
+  }
 }
 
 TEST(RouterFileMistake, UnknownStatesAreRefused) {

@@ -377,7 +377,7 @@ TEST(RoutesMistake, OneMapWithoutGenerateIsRefused) {
 
 TEST(RoutesMistake, VrfThatIsOnlyNamedHasNoRoutes) {
   EXPECT_EQ(MistakeIn("vrfs: [{name: red, state: referenced, routes: []}]\n"),
-            "1:8: the VRF \"red\" is only named and has nothing but its name");
+            "1:8: the VRF \"red\" is only named: it has configuration, but no id, no tables and no routes");
 }
 
 }  // namespace
