@@ -11,6 +11,7 @@
 
 #include "platform/kvtree/protocol.h"
 #include "platform/kvtree/store.h"
+#include "platform/kvtree/value_codec.h"
 
 namespace {
 
@@ -92,6 +93,11 @@ bool set_up() {
   // The manager is only kept: nothing is posted here.
   auto* manager = reinterpret_cast<EventManager*>(&connection);
   require(kvtree_register_prov2(connection, "", manager, &functions, 0, 1) == kStatusOk);
+  KvValue tuple;
+  tuple.type = KvValueType::kTuple;
+  tuple.tuple = {1, 2};
+  require(kvtree_set("/cfg/tuple", tuple) == kStatusOk);
+  require(kvtree_set("/cfg/none", {}) == kStatusOk);
   require(kvtree_register_action("echo", echo, nullptr) == kStatusOk);
   return true;
 }
@@ -103,6 +109,17 @@ void check_items(wire::Reader* answer, bool with_values) {
     answer->u32();
     answer->text();
     if (with_values) answer->octets();
+  }
+}
+
+void check_nodes(wire::Reader* answer) {
+  const std::uint32_t count = answer->u32();
+  require(count <= kKvMaxListItems);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    answer->text();
+    answer->text();
+    KvValue value;
+    require(kvtree::read_value(answer, &value));
   }
 }
 
@@ -122,8 +139,14 @@ void check_success(std::uint16_t type, wire::Reader* answer) {
       for (std::uint32_t i = 0; i < rows; ++i) answer->octets();
       break;
     }
+    case kvtree::kNodes:
+      check_nodes(answer);
+      break;
+    case kvtree::kHistory:
+      require(answer->u32() == 0);  // nobody could commit
+      break;
     default:
-      std::abort();  // watching needs a connection, and there are no other types
+      std::abort();  // changing and watching need a connection, and there are no other types
   }
 }
 
@@ -134,6 +157,10 @@ void handle(const wire::Message& message) {
   wire::Reader answer(payload);
   const Status status = answer.u32();
   if (message.type == kvtree::kAction) {
+    answer.text();
+  } else if (message.type == kvtree::kCommit) {
+    require(status == kStatusAccess);
+    answer.text();
     answer.text();
   } else if (status == kStatusOk) {
     check_success(message.type, &answer);

@@ -13,6 +13,10 @@ namespace {
 using wire::Reader;
 using wire::Writer;
 
+constexpr std::uint8_t kNothingTold = 0;
+constexpr std::uint8_t kOwnInForce = 1;
+constexpr std::uint8_t kOtherInForce = 2;
+
 // A plan has only values that a configuration may have, so nothing can be refused here.
 void write_shared(Writer* writer, const SharedValue& value) {
   if (value == nullptr) {
@@ -20,6 +24,11 @@ void write_shared(Writer* writer, const SharedValue& value) {
   } else {
     static_cast<void>(write_value(writer, *value));
   }
+}
+
+void write_owned(Writer* writer, std::size_t owner, const SharedValue& value) {
+  writer->u8(static_cast<std::uint8_t>(owner));
+  write_shared(writer, value);
 }
 
 bool read_shared(Reader* reader, SharedValue* shared) {
@@ -36,14 +45,17 @@ bool read_owned(Reader* reader, std::size_t* owner, SharedValue* shared) {
   return (*owner == kNoOwner) == (*shared == nullptr);
 }
 
-bool read_change(Reader* reader, PlannedChange* change) {
+bool read_change(Reader* reader, std::size_t owner, PlannedChange* change) {
   change->path = reader->text();
   if (!read_shared(reader, &change->value)) return false;
-  const std::uint8_t tells = reader->u8();
-  change->tells = tells == 1;
-  if (tells == 0) return reader->ok();
-  return tells == 1 && read_owned(reader, &change->owner_before, &change->before) &&
-         read_owned(reader, &change->owner_after, &change->after) && reader->ok();
+  const std::uint8_t what = reader->u8();
+  if (what == kNothingTold) return reader->ok();
+  change->tells = true;
+  if (!read_owned(reader, &change->owner_before, &change->before)) return false;
+  if (what == kOtherInForce) return read_owned(reader, &change->owner_after, &change->after) && reader->ok();
+  change->owner_after = owner;
+  change->after = change->value;
+  return what == kOwnInForce && change->after != nullptr && reader->ok();
 }
 
 }  // namespace
@@ -51,22 +63,21 @@ bool read_change(Reader* reader, PlannedChange* change) {
 void write_commit(const CommitPlan& plan, wire::Octets* octets) {
   Writer writer(octets);
   for (const PlannedChange& change : plan.changes) {
+    const bool own = change.owner_after == plan.owner;
     writer.text(change.path);
     write_shared(&writer, change.value);
-    writer.u8(change.tells ? 1 : 0);
+    writer.u8(!change.tells ? kNothingTold : own ? kOwnInForce : kOtherInForce);
     if (!change.tells) continue;
-    writer.u8(static_cast<std::uint8_t>(change.owner_before));
-    write_shared(&writer, change.before);
-    writer.u8(static_cast<std::uint8_t>(change.owner_after));
-    write_shared(&writer, change.after);
+    write_owned(&writer, change.owner_before, change.before);
+    if (!own) write_owned(&writer, change.owner_after, change.after);
   }
 }
 
-bool read_commit(wire::OctetSpan octets, const std::function<void(PlannedChange)>& visit) {
+bool read_commit(wire::OctetSpan octets, std::size_t owner, const std::function<void(PlannedChange)>& visit) {
   Reader reader(octets);
   while (reader.left() > 0) {
     PlannedChange change;
-    if (!read_change(&reader, &change)) return false;
+    if (!read_change(&reader, owner, &change)) return false;
     visit(std::move(change));
   }
   return true;

@@ -13,7 +13,8 @@
 namespace kvtree {
 
 void write_commit(const CommitPlan& plan, wire::Octets* octets);
-// Every change in order; false for octets that are no commit, with the changes up to there visited.
-bool read_commit(wire::OctetSpan octets, const std::function<void(PlannedChange)>& visit);
+// Every change of the owner's commit in order; false for octets that are no commit, with the changes up to
+// there visited.
+bool read_commit(wire::OctetSpan octets, std::size_t owner, const std::function<void(PlannedChange)>& visit);
 
 }  // namespace kvtree

@@ -70,12 +70,15 @@ Status NodeStore::changes(std::string_view id, std::vector<KvConfigCommitChange>
 }
 
 Status NodeStore::visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const {
-  const Statement statement = prepare(database_.get(), "SELECT octets FROM content WHERE id = ?");
+  const Statement statement =
+      prepare(database_.get(), "SELECT content.octets, owner FROM content JOIN log USING (id) WHERE id = ?");
   sqlite3_bind_int64(statement.get(), 1, id);
-  if (sqlite3_step(statement.get()) != SQLITE_ROW) return fail("a commit cannot be read");
+  const int code = sqlite3_step(statement.get());
+  if (code != SQLITE_ROW && code != SQLITE_DONE) return fail("a commit cannot be read");
   const auto* octets = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement.get(), 0));
   const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement.get(), 0));
-  if (read_commit({octets, size}, visit)) return kStatusOk;
+  const std::size_t owner = find_owner(column_text(statement, 1));
+  if (code == SQLITE_ROW && owner != kNoOwner && read_commit({octets, size}, owner, visit)) return kStatusOk;
   log_line("configuration: the contents of commit %lld cannot be read", static_cast<long long>(id));
   return kStatusIo;
 }

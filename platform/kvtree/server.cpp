@@ -1,5 +1,5 @@
-// The server: clients' messages in, answers out. Subscriptions are in subscriptions.cpp, nodes in
-// configuration.cpp.
+// The server: clients' messages in, answers out. Subscriptions are in subscriptions.cpp, the
+// configuration in configuration.cpp and staged_commits.cpp.
 //
 // A message is answered inside its handler, so answers leave in the order of the requests; platform/wire
 // bounds what a client may send and leave unread, and closes those that break the framing. An answer's
@@ -194,9 +194,19 @@ struct MessageHandler {
 };
 
 constexpr MessageHandler kHandlers[] = {
-    {kGet, answer_get},   {kList, answer_list},     {kDatalist, answer_datalist},
-    {kWalk, answer_walk}, {kAction, answer_action}, {kSubscribe, answer_subscribe},
-    {kSet, answer_set},   {kDelete, answer_delete}, {kNodes, answer_nodes},
+    {kGet, answer_get},
+    {kList, answer_list},
+    {kDatalist, answer_datalist},
+    {kWalk, answer_walk},
+    {kAction, answer_action},
+    {kSubscribe, answer_subscribe},
+    {kSet, answer_set},
+    {kDelete, answer_delete},
+    {kNodes, answer_nodes},
+    {kStage, answer_stage},
+    {kCommit, answer_commit},
+    {kHistory, answer_history},
+    {kCommitChanges, answer_commit_changes},
 };
 
 }  // namespace

@@ -19,6 +19,12 @@ struct Subscription {
   std::shared_ptr<NotificationQueue> queue;
 };
 
+// What a client collected for its next commit.
+struct StagedCommit {
+  std::vector<KvConfigChange> changes;
+  std::size_t octets = 0;
+};
+
 struct StoreServer {
   explicit StoreServer(EventManager* manager);
   bool handle(wire::Connection& from, const wire::Message& message);
@@ -26,6 +32,7 @@ struct StoreServer {
 
   wire::Octets answer;
   std::unordered_map<std::uint64_t, std::vector<Subscription>> subscriptions;  // by client
+  std::unordered_map<std::uint64_t, StagedCommit> staged;                      // by client
   wire::Server server;
 };
 
@@ -40,9 +47,13 @@ bool take_acknowledgement(StoreServer* server, const wire::Connection& from, con
 // Sends a client what its subscriptions' windows have room for. The client may be gone afterwards.
 void send_notifications(StoreServer* server, std::uint64_t client);
 
-// Requests that concern nodes (configuration.cpp).
+// Requests that concern the configuration (configuration.cpp, staged_commits.cpp).
 bool answer_set(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_delete(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_nodes(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_history(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_commit_changes(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_stage(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_commit(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 
 }  // namespace kvtree

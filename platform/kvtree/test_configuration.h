@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/clock.h"
 #include "platform/kvtree/config.h"
 #include "platform/kvtree/test_store.h"
 
