@@ -13,10 +13,10 @@
 //
 // The last form with every digit 0 is the key of a default route without next hop, and not the table's start.
 //
-// A limit: a VRF with several tables of one family (unicast and multicast) has one order of keys for each, and
-// a key does not say whose it is. A read takes the first table that has a greater key, so that of the later
-// tables only the rows behind the last key of the earlier ones are shown. The MIB has no index for the table,
-// and the router model keeps routes of unicast tables only.
+// A limit: a VRF with several tables of one family (unicast and multicast) has one order of keys for each,
+// and a key does not say whose it is. A read takes the first table that has a greater key, so that of the
+// later tables only the rows behind the last key of the earlier ones are shown. The MIB has no index for the
+// table, and the router model keeps routes of unicast tables only.
 #pragma once
 
 #include <cstddef>

@@ -171,6 +171,37 @@ TEST_F(VrfRow, MissingRouteDistinguisherIsFetchedBeforeTheRowIsShown) {
   EXPECT_STREQ(row->rd, "65000:100");
 }
 
+// The time of the last change is that of the moment in which the daemon learned the route distinguisher.
+TEST_F(VrfRow, OnlyTheReadThatFindsTheRouteDistinguisherMovesTheLastChange) {
+  AddVrf("red", 0, "65000:100");
+  AddVrf("blue");
+  Connect();
+  for (const char* vrf : {"red", "blue"}) AttributesOf(vrf)->conf_last_changed_time = 12;
+  PassSeconds(5);
+  ASSERT_EQ(Read(kExact, "red"), kStatusOk);
+  ASSERT_EQ(Read(kExact, "blue"), kStatusOk);
+  EXPECT_EQ(AttributesOf("red")->conf_last_changed_time, kStartSeconds + 5);
+  EXPECT_EQ(AttributesOf("blue")->conf_last_changed_time, 12U) << "it has none";
+  PassSeconds(5);
+  for (const std::uint32_t form : {kExact, kNext}) {
+    ASSERT_EQ(Read(form, "red"), kStatusOk);
+    ASSERT_EQ(Read(form, "blue"), kStatusOk);
+  }
+  EXPECT_EQ(AttributesOf("red")->conf_last_changed_time, kStartSeconds + 5);
+  EXPECT_EQ(AttributesOf("blue")->conf_last_changed_time, 12U);
+}
+
+TEST_F(VrfRow, ReadsAfterARestartLeaveTheLastChangeOfAVrfWhoseRouteDistinguisherIsKnown) {
+  AddVrf("red", 0, "65000:100");
+  Connect();
+  ASSERT_EQ(Read(kExact, "red"), kStatusOk);
+  PassSeconds(5);
+  RestartDaemon();
+  text_replace(&AttributesOf("red")->rd, "65000:100");
+  ASSERT_EQ(Read(kExact, "red"), kStatusOk);
+  EXPECT_EQ(AttributesOf("red")->conf_last_changed_time, kStartSeconds);
+}
+
 TEST_F(VrfRow, RoutesOfBothUnicastTablesAreCounted) {
   AddVrfWithTables("red", true, true);
   AddVrf("blue");
