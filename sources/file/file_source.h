@@ -11,6 +11,7 @@
 #include "platform/base/status.h"
 #include "platform/evm/evm.h"
 #include "platform/router/router.h"
+#include "sources/file/file_reader.h"
 #include "sources/file/folder_watch.h"
 #include "sources/file/route_feeder.h"
 #include "sources/file/router_action.h"
@@ -31,13 +32,17 @@ class FileSource {
   // From here the file is watched and the action is there. The manager must outlive the source. kStatusExists
   // when it was started before. Fault point "file_source_start".
   [[nodiscard]] Status start(EventManager* manager);
+  // Whether a change of the file that was noticed is still being read.
+  bool is_reading() const { return reader_ != nullptr && reader_->is_reading(); }
 
  private:
   Status reload(std::string* text);
   Status load_into_model(router_file::Changes* changes, std::string* error);
+  Status take(router_file::Reading* reading, router_file::Changes* changes, std::string* error);
+  std::string loaded_text(const router_file::Changes& changes) const;
+  void was_read(router_file::Reading reading);
   void feed_later();
   void feed();
-  void file_changed();
 
   router::Router* model_;
   std::string path_;
@@ -46,4 +51,5 @@ class FileSource {
   EventTimerId feeding_ = 0;  // the timer of the next step; 0 when none is set
   RouterAction action_;
   std::unique_ptr<FolderWatch> watch_;
+  std::unique_ptr<router_file::BackgroundReader> reader_;  // from the start on
 };

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <chrono>
@@ -154,6 +155,7 @@ TEST_F(RouterOnDisk, OtherFilesOfTheFolderAreIgnored) {
   ASSERT_EQ(router_.create_vrf(kept), kStatusOk);
   std::ofstream(folder_ + "/etc/router.yaml.swp") << kBlue;
   event_run_pending(manager_);
+  EXPECT_FALSE(source_->is_reading());
   EXPECT_TRUE(Has("kept"));
 }
 
@@ -161,6 +163,7 @@ TEST_F(RouterOnDisk, RemovedFileChangesNothing) {
   StartWith(kRed);
   std::filesystem::remove(path_);
   event_run_pending(manager_);
+  EXPECT_FALSE(source_->is_reading());
   EXPECT_TRUE(Has("red"));
 }
 
@@ -168,10 +171,87 @@ TEST_F(RouterOnDisk, MistakeInAChangedFileIsLoggedAndChangesNothing) {
   StartWith(kRed);
   testing::internal::CaptureStderr();
   Write("vrfs: [{name: red}]\n");
-  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // it is noticed
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // it has been read
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               HasSubstr(path_ + ":1:8: the VRF \"red\" needs an id or a table (nothing was changed)"));
   EXPECT_TRUE(Has("red"));
+}
+
+// A file that takes as long to read as the test wants: a pipe in its place.
+class SlowFile {
+ public:
+  explicit SlowFile(const std::string& path) : writers_end_(path + ".pipe") {
+    EXPECT_EQ(mkfifo(writers_end_.c_str(), 0600), 0);
+    std::filesystem::create_hard_link(writers_end_, path + ".new");
+    std::filesystem::rename(path + ".new", path);
+  }
+  ~SlowFile() { std::filesystem::remove(writers_end_); }
+  // Returns when somebody has begun to read it.
+  void AwaitReader() { end_.open(writers_end_); }
+  void Finish(const char* text) {
+    end_ << text;
+    end_.close();
+  }
+
+ private:
+  const std::string writers_end_;
+  std::ofstream end_;
+};
+
+TEST_F(RouterOnDisk, LoopGoesOnWhileTheFileIsRead) {
+  StartWith(kRed);
+  SlowFile slow(path_);
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  slow.AwaitReader();
+  bool ran = false;
+  event_post(manager_, [&ran] { ran = true; });
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  EXPECT_TRUE(ran);
+  EXPECT_TRUE(Has("red"));
+  slow.Finish(kBlue);
+  EXPECT_TRUE(Appears("blue"));
+}
+
+TEST_F(RouterOnDisk, ChangeDuringAReadIsReadAlone) {
+  StartWith(kRed);
+  SlowFile slow(path_);
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  slow.AwaitReader();
+  Replace("vrfs: [{name: green, id: 30}]\n");
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  slow.Finish(kBlue);
+  while (!Has("green")) {
+    ASSERT_TRUE(event_run_pending(manager_, kEventBound));
+    EXPECT_FALSE(Has("blue"));
+  }
+}
+
+TEST_F(RouterOnDisk, ReadThatALoadHasOvertakenIsDropped) {
+  StartWith(kRed);
+  SlowFile slow(path_);
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  slow.AwaitReader();
+  Replace("vrfs: [{name: green, id: 30}]\n");
+  ASSERT_EQ(Load(), kStatusOk) << error_;  // before the change is noticed
+  slow.Finish(kBlue);
+  Replace("vrfs: [{name: white, id: 40}]\n");
+  while (!Has("white")) {
+    ASSERT_TRUE(event_run_pending(manager_, kEventBound));
+    EXPECT_FALSE(Has("blue"));
+  }
+}
+
+TEST_F(RouterOnDisk, SourceThatEndsWaitsForItsRead) {
+  StartWith(kRed);
+  SlowFile slow(path_);
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  slow.AwaitReader();
+  std::thread ending([this] { source_.reset(); });
+  slow.Finish(kBlue);
+  ending.join();
+  event_run_pending(manager_);
+  EXPECT_FALSE(Has("blue"));
 }
 
 TEST_F(RouterOnDisk, FolderThatGoesAwayIsLogged) {

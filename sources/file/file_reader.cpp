@@ -1,0 +1,90 @@
+// See file_reader.h. The thread ends with its read; it is joined before the next one starts and when the
+// reader goes. A result that is posted when the reader is gone finds that its weak pointer is.
+#include "sources/file/file_reader.h"
+
+#include <csignal>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+namespace router_file {
+
+namespace {
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+Status read_text(const std::string& path, std::string* text) {
+  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "re"));
+  if (!file) return static_cast<Status>(errno);
+  char buffer[64 * 1024];
+  while (const std::size_t length = std::fread(buffer, 1, sizeof buffer, file.get())) {
+    text->append(buffer, length);
+    if (text->size() > kFileSizeMax) return kStatusMessageTooLarge;
+  }
+  return std::ferror(file.get()) != 0 ? kStatusIo : kStatusOk;
+}
+
+// Signals are for the threads of the process that wait for them.
+void block_signals() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+}
+
+}  // namespace
+
+Reading read(const std::string& path) {
+  Reading reading;
+  std::string text;
+  reading.status = read_text(path, &text);
+  if (reading.status) {
+    reading.error = path + ": " + err_text(reading.status);
+    return reading;
+  }
+  Mistake mistake;
+  if (parse(text, &reading.file, &mistake)) return reading;
+  reading.status = kStatusInvalid;
+  reading.error =
+      path + ":" + std::to_string(mistake.line) + ":" + std::to_string(mistake.column) + ": " + mistake.what;
+  return reading;
+}
+
+BackgroundReader::BackgroundReader(EventManager* manager, std::string path, Done done)
+    : manager_(manager), path_(std::move(path)), done_(std::move(done)) {}
+
+BackgroundReader::~BackgroundReader() {
+  if (thread_.joinable()) thread_.join();
+}
+
+void BackgroundReader::start() {
+  is_wanted_ = true;
+  again_ = is_reading();
+  if (!again_) run();
+}
+
+void BackgroundReader::run() {
+  thread_ = std::thread([manager = manager_, path = path_, self = std::weak_ptr<BackgroundReader*>(self_)] {
+    block_signals();
+    auto reading = std::make_shared<Reading>(read(path));
+    event_post(manager, [self, reading] {
+      if (const std::shared_ptr<BackgroundReader*> reader = self.lock()) {
+        (*reader)->finished(std::move(*reading));
+      }
+    });
+  });
+}
+
+void BackgroundReader::finished(Reading reading) {
+  thread_.join();
+  if (again_) {
+    again_ = false;
+    run();
+  } else if (std::exchange(is_wanted_, false)) {
+    done_(std::move(reading));
+  }
+}
+
+}  // namespace router_file
