@@ -42,7 +42,7 @@ TEST_F(L3vpnTablesTest, VrfRowHasItsFourteenColumns) {
   EXPECT_EQ(Shown(cell(kVrf, 8, "red")), "3 unsigned");
   EXPECT_EQ(Shown(cell(kVrf, 9, "red")), "400 unsigned");
   EXPECT_EQ(Shown(cell(kVrf, 10, "red")), "500 unsigned");
-  EXPECT_EQ(Shown(cell(kVrf, 11, "red")), "0 unsigned");
+  EXPECT_EQ(Shown(cell(kVrf, 11, "red")), "500 unsigned");
   EXPECT_EQ(Shown(cell(kVrf, 12, "red")), "0 ticks");
   EXPECT_EQ(Shown(cell(kVrf, 13, "red")), "1 integer");
   EXPECT_EQ(Shown(cell(kVrf, 14, "red")), "2 integer");

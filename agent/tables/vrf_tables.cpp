@@ -1,7 +1,8 @@
 // mplsL3VpnVrfTable, mplsL3VpnVrfSecTable and mplsL3VpnVrfPerfTable (RFC 4382): the last two augment the
 // first, so all three are columns over the same rows, read once.
 //
-// What the daemon keeps nothing about: the VPN id is empty, and no maximum of routes is configured (0).
+// The router has one configured maximum of routes: it is the high threshold and the maximum. What the daemon
+// keeps nothing about: the VPN id is empty.
 #include <array>
 
 #include "agent/tables/decoded_record.h"
@@ -10,8 +11,6 @@
 
 namespace tables {
 namespace {
-
-constexpr std::uint32_t kNoMaximum = 0;
 
 enum Slot : std::size_t {
   kVpnId,
@@ -51,7 +50,7 @@ Taken take_vrf(const kvtree::Octets& octets, Window* window) {
   window->add_number(record->associatedInterfaces);
   window->add_number(record->midThresh);
   window->add_number(record->highThresh);
-  window->add_number(kNoMaximum);
+  window->add_number(record->highThresh);  // kMaxRoutes
   window->add_number(record->confLastChanged);
   add_signed(window, record->rowStatus);
   add_signed(window, record->adminStatus);

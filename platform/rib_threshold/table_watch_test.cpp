@@ -102,6 +102,8 @@ TEST_F(WatchedTables, SharedTableIsWatchedForTheFirstVrfInNameOrder) {
   Configure("blue", 1, 0);
   SetRoutes(10, 3);
   EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 3/2")) << "shorter names are first";
+  Configure("blue", 2, 1);
+  EXPECT_THAT(Told(), IsEmpty());
 }
 
 TEST_F(WatchedTables, SharedTableGoesToTheNextVrfWhenTheFirstIsDeleted) {
