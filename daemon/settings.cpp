@@ -5,10 +5,13 @@
 #include <yaml-cpp/yaml.h>
 
 #include <filesystem>
+#include <sstream>
 
 namespace daemon_host {
 
 namespace {
+
+constexpr char kFrrShell[] = "/usr/bin/vtysh";
 
 struct Mistake {
   YAML::Mark mark;
@@ -36,8 +39,26 @@ void take_router_file(const YAML::Node& node, const std::filesystem::path& folde
   settings->router_file = (file.is_absolute() ? file : folder / file).string();
 }
 
+std::vector<std::string> split_words(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> words;
+  for (std::string word; stream >> word;) words.push_back(word);
+  return words;
+}
+
+void take_frr(const YAML::Node& node, SourceKind source, Settings* settings) {
+  const std::string frr = node ? scalar(node, "frr") : "auto";
+  if (frr == "true" || (frr == "auto" && source == SourceKind::kKernel)) {
+    settings->frr_shell = {kFrrShell};
+  } else if (frr.substr(0, 1) == "/") {
+    settings->frr_shell = split_words(frr);
+  } else if (frr != "auto" && frr != "false") {
+    throw Mistake{node.Mark(), "'frr' is 'auto', 'true', 'false' or the path of a shell, not '" + frr + "'"};
+  }
+}
+
 void take_settings(const YAML::Node& root, const std::filesystem::path& folder, Settings* settings) {
-  if (root.IsNull()) return;
+  if (root.IsNull()) return take_frr(YAML::Node(YAML::NodeType::Undefined), settings->source, settings);
   if (!root.IsMap()) throw Mistake{root.Mark(), "expected 'key: value' lines"};
   for (const auto& entry : root) {
     const auto key = entry.first.as<std::string>();
@@ -45,13 +66,14 @@ void take_settings(const YAML::Node& root, const std::filesystem::path& folder, 
       take_source(entry.second, settings);
     } else if (key == "router_file") {
       take_router_file(entry.second, folder, settings);
-    } else {
+    } else if (key != "frr") {  // what it means depends on the source
       throw Mistake{entry.first.Mark(), "unknown key '" + key + "'"};
     }
   }
   if (settings->source == SourceKind::kFile && settings->router_file.empty()) {
     throw Mistake{root.Mark(), "'source: file' needs a 'router_file'"};
   }
+  take_frr(root["frr"], settings->source, settings);
 }
 
 std::string describe(const std::string& file, const YAML::Mark& mark, const std::string& what) {
@@ -64,12 +86,9 @@ bool read_settings(const std::string& config_directory, Settings* settings, std:
   const std::filesystem::path folder = config_directory;
   const std::string file = (folder / "platform.yaml").string();
   Settings read;
-  if (!std::filesystem::exists(file)) {
-    *settings = read;
-    return true;
-  }
   try {
-    take_settings(YAML::LoadFile(file), folder, &read);
+    const bool exists = std::filesystem::exists(file);
+    take_settings(exists ? YAML::LoadFile(file) : YAML::Node(), folder, &read);
   } catch (const Mistake& mistake) {
     *error = describe(file, mistake.mark, mistake.what);
     return false;

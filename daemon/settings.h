@@ -2,9 +2,12 @@
 //
 //   source: kernel            # the live Linux kernel (the default), or: file
 //   router_file: router.yaml  # with source: file; relative to the settings' folder
+//   frr: auto                 # follow the routing suite's configuration: with the kernel only (the default);
+//                             # or true, false, or its shell: "/usr/bin/vtysh -N pe1"
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace daemon_host {
 
@@ -13,6 +16,7 @@ enum class SourceKind { kKernel, kFile };
 struct Settings {
   SourceKind source = SourceKind::kKernel;
   std::string router_file;  // absolute, or relative to the working directory; empty with the kernel
+  std::vector<std::string> frr_shell;  // the routing suite's shell and its arguments; empty: not followed
 };
 
 // False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value,

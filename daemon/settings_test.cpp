@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <vector>
 
 namespace daemon_host {
 namespace {
@@ -53,6 +55,41 @@ TEST_F(SettingsFile, AbsoluteRouterFileStays) {
   Write("router_file: /tmp/x.yaml\nsource: file\n");
   ASSERT_TRUE(Read()) << error_;
   EXPECT_EQ(settings_.router_file, "/tmp/x.yaml");
+}
+
+TEST_F(SettingsFile, RoutingSuiteIsFollowedWithTheKernelUnlessToldOtherwise) {
+  using Words = std::vector<std::string>;
+  ASSERT_TRUE(Read());
+  EXPECT_EQ(settings_.frr_shell, Words{"/usr/bin/vtysh"}) << "without a file";
+  const auto shell = [this](const std::string& text) {
+    Write(text);
+    EXPECT_TRUE(Read()) << error_;
+    return settings_.frr_shell;
+  };
+  EXPECT_EQ(shell(""), Words{"/usr/bin/vtysh"});
+  EXPECT_EQ(shell("source: kernel\n"), Words{"/usr/bin/vtysh"});
+  EXPECT_EQ(shell("frr: auto\n"), Words{"/usr/bin/vtysh"});
+  EXPECT_EQ(shell("frr: false\nsource: kernel\n"), Words{});
+}
+
+TEST_F(SettingsFile, RoutingSuiteIsFollowedBesideARouterFileOnRequest) {
+  using Words = std::vector<std::string>;
+  const std::string file = "source: file\nrouter_file: router.yaml\n";
+  const auto shell = [&](const std::string& text) {
+    Write(text + file);
+    EXPECT_TRUE(Read()) << error_;
+    return settings_.frr_shell;
+  };
+  EXPECT_EQ(shell(""), Words{});
+  EXPECT_EQ(shell("frr: auto\n"), Words{});
+  EXPECT_EQ(shell("frr: true\n"), Words{"/usr/bin/vtysh"});
+  EXPECT_EQ(shell("frr: /opt/vtysh -N pe1\n"), (Words{"/opt/vtysh", "-N", "pe1"}));
+}
+
+TEST_F(SettingsFile, RoutingSuiteIsNoRelativePath) {
+  EXPECT_EQ(Refusal("frr: vtysh\n"),
+            "platform.yaml:1:6: 'frr' is 'auto', 'true', 'false' or the path of a shell, not 'vtysh'");
+  EXPECT_EQ(Refusal("frr: [a]\n"), "platform.yaml:1:6: 'frr' takes one word");
 }
 
 TEST_F(SettingsFile, MistakesNameTheirPlace) {

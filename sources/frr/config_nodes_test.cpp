@@ -1,0 +1,233 @@
+#include "sources/frr/config_nodes.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+using frr::Nodes;
+using frr::Program;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using vrf_config::Direction;
+using vrf_config::Family;
+
+const Program& program(std::string_view name) {
+  return *std::find_if(frr::kPrograms.begin(), frr::kPrograms.end(),
+                       [name](const Program& each) { return each.name == name; });
+}
+
+std::vector<std::string> paths(const Nodes& nodes) {
+  std::vector<std::string> list;
+  for (const KvConfigNode& node : nodes) list.push_back(node.path);
+  return list;
+}
+
+class ConfigNodes : public ::testing::Test {
+ protected:
+  void AddInterface(const std::string& name, const std::string& vrf,
+                    const std::vector<std::string>& addresses) {
+    router::Interface added;
+    added.name = name;
+    added.vrf = vrf;
+    added.index = ++last_index;
+    for (const std::string& text : addresses) {
+      added.addresses.emplace_back();
+      ASSERT_TRUE(router::parse_address(text, &added.addresses.back()));
+    }
+    ASSERT_EQ(router.add_interface(added), kStatusOk);
+  }
+  void AddVrf(const std::string& name) {
+    router::Vrf vrf;
+    vrf.name = name;
+    vrf.id = ++last_index + 100;
+    ASSERT_EQ(router.create_vrf(vrf), kStatusOk);
+  }
+  Nodes Say(std::string_view name, const std::string& text) {
+    Nodes nodes = program(name).nodes(frr::parse_running_config(text), router);
+    EXPECT_TRUE(std::is_sorted(
+        nodes.begin(), nodes.end(),
+        [](const KvConfigNode& left, const KvConfigNode& right) { return left.path <= right.path; }))
+        << "in path order, each path once";
+    for (const KvConfigNode& node : nodes) EXPECT_TRUE(program(name).owns(node.path)) << node.path;
+    return nodes;
+  }
+  std::vector<std::string> Paths(std::string_view name, const std::string& text) {
+    return paths(Say(name, text));
+  }
+
+  router::Router router;
+  std::uint32_t last_index = 0;
+};
+
+constexpr char kRed[] =
+    "router bgp 65000 vrf red\n address-family ipv4 unicast\n  route-map vpn import RM-IN\n"
+    "  route-map vpn export RM-OUT\n  rd vpn export 65000:10\n  rt vpn import 65000:10 65000:99\n"
+    "  rt vpn export 10.0.0.1:5\n exit-address-family\n";
+
+TEST_F(ConfigNodes, VrfHasItsRdTargetsAndPolicies) {
+  const auto target = [](const char* text) { return vrf_config::parse_target(text).value(); };
+  EXPECT_THAT(Say("bgpd", kRed),
+              UnorderedElementsAre(
+                  vrf_config::route_distinguisher("red", Family::kIpv4, target("65000:10")),
+                  vrf_config::route_target("red", Family::kIpv4, Direction::kImport, target("65000:10")),
+                  vrf_config::route_target("red", Family::kIpv4, Direction::kImport, target("65000:99")),
+                  vrf_config::route_target("red", Family::kIpv4, Direction::kExport, target("10.0.0.1:5")),
+                  vrf_config::route_policy("red", Family::kIpv4, Direction::kImport, "RM-IN"),
+                  vrf_config::route_policy("red", Family::kIpv4, Direction::kExport, "RM-OUT")));
+}
+
+TEST_F(ConfigNodes, RdIsOfEachFamilyThatHasOne) {
+  EXPECT_THAT(
+      Say("bgpd",
+          "router bgp 1 vrf red\n address-family ipv4 unicast\n  rd vpn export 1:4\n exit-address-family\n"
+          " address-family ipv6 unicast\n  rd vpn export 1:6\n"),
+      ElementsAre(vrf_config::route_distinguisher("red", Family::kIpv4, *vrf_config::parse_target("1:4")),
+                  vrf_config::route_distinguisher("red", Family::kIpv6, *vrf_config::parse_target("1:6"))));
+}
+
+TEST_F(ConfigNodes, TargetThatIsNamedTwiceIsOneNode) {
+  EXPECT_EQ(
+      Paths("bgpd", "router bgp 1 vrf red\n address-family ipv4 unicast\n  rt vpn import 1:1 1:1\n").size(),
+      1U);
+}
+
+TEST_F(ConfigNodes, NeighbourIsActiveByItself) {
+  EXPECT_THAT(Say("bgpd",
+                  "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n address-family ipv4 unicast\n"
+                  "  no neighbor 10.0.0.1 activate\n exit-address-family\n address-family ipv6 unicast\n"
+                  "  neighbor 10.0.0.1 activate\n"),
+              ElementsAre(vrf_config::bgp_neighbour("red", 1, "10.0.0.1", Family::kIpv6)));
+}
+
+TEST_F(ConfigNodes, NeighbourIsActiveByDefaultInIpv4) {
+  EXPECT_THAT(
+      Say("bgpd", "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n neighbor 10.0.0.1 shutdown\n"),
+      ElementsAre(vrf_config::bgp_neighbour("red", 1, "10.0.0.1", Family::kIpv4)));
+  EXPECT_THAT(
+      Say("bgpd", "router bgp 1 vrf red\n no bgp default ipv4-unicast\n neighbor 10.0.0.1 remote-as 2\n"),
+      IsEmpty());
+}
+
+TEST_F(ConfigNodes, NeighbourFollowsItsGroupAndTheGroupIsNone) {
+  EXPECT_THAT(
+      Say("bgpd",
+          "router bgp 1 vrf red\n no bgp default ipv4-unicast\n neighbor CE peer-group\n"
+          " neighbor 10.0.0.1 peer-group CE\n neighbor 10.0.0.2 peer-group CE\n address-family ipv4 unicast\n"
+          "  neighbor CE activate\n  no neighbor 10.0.0.2 activate\n"),
+      ElementsAre(vrf_config::bgp_neighbour("red", 1, "10.0.0.1", Family::kIpv4)));
+}
+
+TEST_F(ConfigNodes, DescriptionOfAVrfDeviceIsTheVrfs) {
+  AddVrf("red");
+  EXPECT_THAT(
+      Say("zebra",
+          "interface red\n description customer red\nexit\ninterface red1\n description to a CE\nexit\n"
+          "interface default\n description x\n"),
+      ElementsAre(vrf_config::description("red", "customer red")));
+}
+
+TEST_F(ConfigNodes, OspfIsEnabledByNetworks) {
+  AddInterface("blue1", "blue", {"10.2.0.1/30"});
+  AddInterface("blue2", "blue", {"10.9.0.1/24", "2001:db8::1/64"});
+  AddInterface("red1", "red", {"10.2.0.1/30"});
+  EXPECT_THAT(Say("ospfd", "router ospf vrf blue\n network 10.2.0.0/30 area 3\n"),
+              ElementsAre(vrf_config::ospf_interface("blue", "1", 3, "blue1")));
+}
+
+TEST_F(ConfigNodes, NetworkMustHoldTheWholePrefix) {
+  AddInterface("blue1", "blue", {"10.2.0.1/24"});
+  EXPECT_THAT(Paths("ospfd", "router ospf vrf blue\n network 10.2.0.0/30 area 0\n"), IsEmpty());
+  EXPECT_THAT(Paths("ospfd", "router ospf vrf blue\n network 10.3.0.0/24 area 0\n"), IsEmpty());
+  EXPECT_EQ(Paths("ospfd", "router ospf vrf blue\n network 0.0.0.0/0 area 0\n").size(), 1U);
+}
+
+TEST_F(ConfigNodes, MostSpecificNetworkGivesTheArea) {
+  AddInterface("blue1", "blue", {"10.2.0.1/30"});
+  EXPECT_THAT(Say("ospfd",
+                  "router ospf vrf blue\n network 10.0.0.0/8 area 1\n network 10.2.0.0/24 area 2\n"
+                  " network 10.0.0.0/16 area 3\n"),
+              ElementsAre(vrf_config::ospf_interface("blue", "1", 2, "blue1")));
+}
+
+TEST_F(ConfigNodes, OspfAreaOfAnInterfaceNeedsTheProcessOfItsVrf) {
+  AddInterface("blue1", "blue", {});
+  const std::string interface = "interface blue1\n ip ospf area 9\nexit\n";
+  EXPECT_THAT(Paths("ospfd", interface), IsEmpty());
+  EXPECT_THAT(Paths("ospfd", interface + "router ospf vrf red\n"), IsEmpty());
+  EXPECT_THAT(Paths("ospfd", interface + "router ospf 7 vrf blue\n"), IsEmpty());
+  EXPECT_THAT(Say("ospfd", interface + "router ospf vrf blue\n"),
+              ElementsAre(vrf_config::ospf_interface("blue", "1", 9, "blue1")));
+}
+
+TEST_F(ConfigNodes, OwnAreaOfAnInterfaceGoesBeforeNetworks) {
+  AddInterface("blue1", "blue", {"10.2.0.1/30"});
+  EXPECT_THAT(
+      Say("ospfd",
+          "interface blue1\n ip ospf area 9\nexit\nrouter ospf vrf blue\n network 10.0.0.0/8 area 1\n"),
+      ElementsAre(vrf_config::ospf_interface("blue", "1", 9, "blue1")));
+}
+
+TEST_F(ConfigNodes, RipIsEnabledByNetworksAndNames) {
+  AddInterface("grn1", "green", {"10.3.0.1/30"});
+  AddInterface("grn2", "green", {});
+  AddInterface("grn3", "green", {"10.4.0.1/30"});
+  AddInterface("red1", "red", {"10.3.0.1/30"});
+  EXPECT_THAT(
+      Say("ripd", "router rip vrf green\n network 10.3.0.0/30\n network grn2\n network red1\n"),
+      ElementsAre(vrf_config::rip_interface("green", "grn1"), vrf_config::rip_interface("green", "grn2")));
+}
+
+TEST_F(ConfigNodes, EigrpIsEnabledByNetworks) {
+  AddInterface("red2", "red", {"10.4.0.1/30"});
+  AddInterface("red1", "red", {"10.1.0.1/30"});
+  EXPECT_THAT(Say("eigrpd", "router eigrp 100 vrf red\n network 10.4.0.0/30\n"),
+              ElementsAre(vrf_config::eigrp_interface("red", 100, "red2")));
+}
+
+TEST_F(ConfigNodes, StaticRoutesAreANodeEach) {
+  EXPECT_EQ(Paths("staticd",
+                  "vrf red\n ip route 10.9.0.0/16 10.1.0.2\n ip route 10.9.0.0/16 10.4.0.2\n"
+                  " ip route 10.8.0.0/16 red1\n ipv6 route 2001:db8::/32 Null0\nexit-vrf\n")
+                .size(),
+            4U);
+}
+
+TEST_F(ConfigNodes, ProgramSaysNothingOfTheOthers) {
+  AddVrf("red");
+  AddInterface("red1", "red", {"10.1.0.1/30"});
+  const std::string all =
+      std::string(kRed) +
+      "interface red\n description d\nrouter ospf vrf red\n network 0.0.0.0/0 area 0\n"
+      "router rip vrf red\n network 0.0.0.0/0\nrouter eigrp 1 vrf red\n network 0.0.0.0/0\n"
+      "vrf red\n ip route 10.9.0.0/16 Null0\n";
+  for (const Program& speaker : frr::kPrograms) {
+    const Nodes nodes = speaker.nodes(frr::parse_running_config(all), router);
+    EXPECT_FALSE(nodes.empty()) << speaker.name;
+    for (const Program& other : frr::kPrograms) {
+      for (const KvConfigNode& node : nodes)
+        EXPECT_EQ(other.owns(node.path), &other == &speaker) << node.path;
+    }
+  }
+}
+
+TEST_F(ConfigNodes, EveryNodeIsBelowAScope) {
+  AddVrf("red");
+  AddInterface("red1", "red", {"10.1.0.1/30"});
+  const auto is_below = [](const std::string& path) {
+    const auto& scopes = frr::config_scopes();
+    return std::any_of(scopes.begin(), scopes.end(), [&path](const std::string& scope) {
+      return path.compare(0, scope.size(), scope) == 0;
+    });
+  };
+  for (const std::string& path : Paths("bgpd", kRed)) EXPECT_TRUE(is_below(path)) << path;
+  for (const std::string& path : Paths("ripd", "router rip vrf red\n network red1\n"))
+    EXPECT_TRUE(is_below(path));
+}
+
+}  // namespace

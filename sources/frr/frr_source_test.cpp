@@ -1,0 +1,352 @@
+#include "sources/frr/frr_source.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/base/clock.h"
+#include "platform/base/fault.h"
+#include "platform/kvtree/config.h"
+#include "platform/vrf_config/vrf_config.h"
+#include "sources/frr/fake_suite_test_support.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::IsSupersetOf;
+using testing::Not;
+using testing::UnorderedElementsAre;
+
+constexpr std::uint64_t kTurn = 4 * kNanosecondsPerMillisecond;
+constexpr auto kBound = std::chrono::seconds(30);
+
+constexpr char kRd10[] = "  rd vpn export 65000:10\n";
+constexpr char kTarget10[] = "  rt vpn import 65000:10\n";
+constexpr char kRd10Words[] = "vrf red rd 65000:10 ipv4";
+constexpr char kTarget10Words[] = "vrf red rt import 65000:10 ipv4";
+constexpr char kStaticRed[] = "vrf red\n ip route 10.9.0.0/16 red1\nexit-vrf\n";
+
+std::string bgp_red(const std::string& lines) {
+  return "router bgp 65000 vrf red\n address-family ipv4 unicast\n" + lines + " exit-address-family\nexit\n";
+}
+
+class FrrSourceTest : public ::testing::Test {
+ protected:
+  FrrSourceTest() {
+    manager = event_manager_create("/dev/mpls/vpn/main", 0);
+    EXPECT_EQ(kvtree_keep_configuration(directory.path()), kStatusOk);
+    AddInterface("blue1", "10.2.0.1/30");
+  }
+  ~FrrSourceTest() override {
+    source.reset();
+    kvtree_reset();
+    event_manager_destroy(manager);
+    fault_disarm_all();
+  }
+  void AddInterface(const std::string& name, const std::string& address) {
+    router::Interface added;
+    added.name = name;
+    added.vrf = "blue";
+    added.index = static_cast<std::uint32_t>(router.interface_count()) + 1;
+    added.addresses.emplace_back();
+    ASSERT_TRUE(router::parse_address(address, &added.addresses.back()));
+    ASSERT_EQ(router.add_interface(added), kStatusOk);
+  }
+  FrrSource::Options Options() const {
+    FrrSource::Options options;
+    options.shell = suite.shell();
+    options.limits.patience = 3600 * kNanosecondsPerSecond;  // the clock runs ahead of the processes
+    return options;
+  }
+  void Start() {
+    source = std::make_unique<FrrSource>(&router, Options());
+    ASSERT_EQ(source->start(manager), kStatusOk);
+  }
+  void Restart() {
+    source.reset();
+    Start();
+  }
+  // Lets the program be asked until an answer to a question from now on has been taken: a further question
+  // was asked behind it.
+  void Hear(const std::string& program) {
+    const std::size_t wanted = suite.Asked(program) + 2;
+    PumpUntil([&] { return suite.Asked(program) >= wanted; });
+  }
+  // Until a shell was started anew, and again after that.
+  void HearNothing(const std::string& program) {
+    const std::size_t wanted = suite.Started(program) + 2;
+    PumpUntil([&] { return suite.Started(program) >= wanted; });
+  }
+  template <typename Condition>
+  void PumpUntil(const Condition& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + kBound;
+    while (!condition() && std::chrono::steady_clock::now() < deadline) {
+      if (!event_run_pending(manager, kTurn)) clock.advance(kStep);
+    }
+    EXPECT_TRUE(condition());
+  }
+  void PumpFor(std::uint64_t nanoseconds) {
+    const std::uint64_t end = clock_monotonic() + nanoseconds;
+    PumpUntil([end] { return clock_monotonic() >= end; });
+  }
+  // What the suite holds, in words.
+  std::vector<std::string> Held() const {
+    std::vector<std::string> words;
+    kvtree_config_owned(kConfigOwnerFrr, "/cfg/", [&words](const KvConfigNode& node) {
+      words.push_back(vrf_config::words_of(node).value_or(node.path));
+    });
+    return words;
+  }
+
+  // A tenth of the interval, so that a second of a test is a few questions.
+  static constexpr std::uint64_t kStep = 100 * kNanosecondsPerMillisecond;
+  ManualClock clock{1'000'000 * kNanosecondsPerSecond};
+  TestRunDirectory directory;
+  FakeSuite suite;
+  EventManager* manager = nullptr;
+  router::Router router;
+  std::unique_ptr<FrrSource> source;
+};
+
+TEST_F(FrrSourceTest, ConfigurationComesIntoTheTree) {
+  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
+  suite.Configure("ospfd", "router ospf vrf blue\n network 10.2.0.0/30 area 0\n");
+  Start();
+  Hear("bgpd");
+  Hear("ospfd");
+  EXPECT_THAT(Held(), IsSupersetOf({std::string(kRd10Words), std::string(kTarget10Words)}));
+  EXPECT_EQ(Held().size(), 3U);
+}
+
+TEST_F(FrrSourceTest, ChangesAreFollowed) {
+  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
+  Start();
+  Hear("bgpd");
+  suite.Configure("bgpd", bgp_red("  rd vpn export 65000:11\n  rt vpn import 65000:12\n"));
+  Hear("bgpd");
+  EXPECT_THAT(Held(), UnorderedElementsAre("vrf red rd 65000:11 ipv4", "vrf red rt import 65000:12 ipv4"));
+}
+
+TEST_F(FrrSourceTest, RemovalIsFollowedWithTheNextAnswer) {
+  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
+  Start();
+  Hear("bgpd");
+  suite.Configure("bgpd", "");
+  Hear("bgpd");
+  EXPECT_THAT(Held(), IsEmpty());
+}
+
+TEST_F(FrrSourceTest, UnchangedConfigurationIsNoCommit) {
+  suite.Configure("bgpd", bgp_red(kRd10));
+  Start();
+  Hear("bgpd");
+  fault_arm("kvtree_config_replace", kStatusIo, 1, 0);
+  Hear("bgpd");
+  EXPECT_EQ(fault_reached("kvtree_config_replace"), 0U);
+}
+
+TEST_F(FrrSourceTest, ProgramsAreFollowedApart) {
+  suite.Configure("bgpd", bgp_red(kRd10));
+  suite.Configure("staticd", kStaticRed);
+  Start();
+  Hear("bgpd");
+  Hear("staticd");
+  suite.Become("bgpd", "silent");
+  suite.Configure("staticd", "");
+  Hear("staticd");
+  EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words));
+}
+
+TEST_F(FrrSourceTest, ProgramThatWentAwayKeepsItsConfiguration) {
+  suite.Configure("bgpd", bgp_red(kRd10));
+  Start();
+  Hear("bgpd");
+  for (const char* state : {"gone", "absent", "ending", "garbage", "cut", "mended"}) {
+    suite.Become("bgpd", state);
+    HearNothing("bgpd");
+    EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words)) << state;
+  }
+}
+
+TEST_F(FrrSourceTest, ProgramThatIsStartedAgainIsHeardAgain) {
+  suite.Configure("bgpd", bgp_red(kRd10));
+  Start();
+  Hear("bgpd");
+  suite.Become("bgpd", "absent");
+  HearNothing("bgpd");
+  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
+  suite.Become("bgpd", "ok");
+  Hear("bgpd");
+  EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words, kTarget10Words));
+}
+
+// A program that was just started has not loaded its configuration yet.
+TEST_F(FrrSourceTest, StartedProgramWithoutItsConfigurationRemovesNothing) {
+  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
+  Start();
+  Hear("bgpd");
+  suite.Become("bgpd", "absent");
+  HearNothing("bgpd");
+  suite.Configure("bgpd", "");
+  suite.Become("bgpd", "ok");
+  Hear("bgpd");
+  EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words, kTarget10Words));
+  suite.Configure("bgpd", bgp_red(kTarget10));
+  Hear("bgpd");
+  EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words, kTarget10Words));
+}
+
+TEST_F(FrrSourceTest, StartedProgramAddsAndChangesAtOnce) {
+  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
+  Start();
+  Hear("bgpd");
+  suite.Become("bgpd", "absent");
+  HearNothing("bgpd");
+  suite.Configure("bgpd", bgp_red("  rd vpn export 65000:11\n  rt vpn export 65000:12\n"));
+  suite.Become("bgpd", "ok");
+  Hear("bgpd");
+  EXPECT_THAT(Held(), UnorderedElementsAre("vrf red rd 65000:11 ipv4", "vrf red rt export 65000:12 ipv4",
+                                           kTarget10Words));
+}
+
+TEST_F(FrrSourceTest, StartedProgramIsBelievedWhenItStaysWithWhatItSays) {
+  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
+  Start();
+  Hear("bgpd");
+  suite.Become("bgpd", "absent");
+  HearNothing("bgpd");
+  suite.Configure("bgpd", bgp_red(kRd10));
+  suite.Become("bgpd", "ok");
+  Hear("bgpd");
+  PumpFor(Options().settling);
+  Hear("bgpd");
+  EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words));
+}
+
+TEST_F(FrrSourceTest, StartedProgramIsBelievedOnceItSaidEverything) {
+  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
+  Start();
+  Hear("bgpd");
+  suite.Become("bgpd", "absent");
+  HearNothing("bgpd");
+  suite.Become("bgpd", "ok");
+  Hear("bgpd");
+  suite.Configure("bgpd", bgp_red(kRd10));
+  Hear("bgpd");
+  EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words));
+}
+
+TEST_F(FrrSourceTest, LastKnownConfigurationOutlivesTheProcess) {
+  suite.Configure("bgpd", bgp_red(kRd10));
+  suite.Configure("staticd", kStaticRed);
+  Start();
+  Hear("bgpd");
+  Hear("staticd");
+  const std::vector<std::string> before = Held();
+  suite.Become("bgpd", "absent");
+  suite.Configure("staticd", kStaticRed);
+  Restart();
+  HearNothing("bgpd");
+  Hear("staticd");
+  EXPECT_EQ(Held(), before);
+}
+
+TEST_F(FrrSourceTest, RestartWithTheSameConfigurationIsNoCommit) {
+  suite.Configure("bgpd", bgp_red(kRd10));
+  Start();
+  Hear("bgpd");
+  fault_arm("kvtree_config_replace", kStatusIo, 1, 0);
+  Restart();
+  Hear("bgpd");
+  EXPECT_EQ(fault_reached("kvtree_config_replace"), 0U);
+}
+
+TEST_F(FrrSourceTest, InterfacesAreFollowedWithoutAChangeOfText) {
+  suite.Configure("ospfd", "router ospf vrf blue\n network 10.0.0.0/8 area 0\n");
+  Start();
+  Hear("ospfd");
+  EXPECT_EQ(Held().size(), 1U);
+  AddInterface("blue2", "10.7.0.1/30");
+  Hear("ospfd");
+  EXPECT_EQ(Held().size(), 2U);
+}
+
+TEST_F(FrrSourceTest, CommitThatFailedIsMadeLater) {
+  suite.Configure("bgpd", bgp_red(kRd10));
+  fault_arm("kvtree_config_replace", kStatusIo, 1, 1);
+  Start();
+  Hear("bgpd");
+  Hear("bgpd");
+  EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words));
+}
+
+TEST_F(FrrSourceTest, MistakesLeaveTheRestInForce) {
+  suite.Configure("bgpd", bgp_red(std::string("  rd vpn export nonsense\n") + kTarget10));
+  testing::internal::CaptureStderr();
+  Start();
+  Hear("bgpd");
+  Hear("bgpd");
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(Held(), UnorderedElementsAre(kTarget10Words));
+  EXPECT_THAT(log, HasSubstr("'nonsense' is no route distinguisher"));
+  EXPECT_EQ(log.find("nonsense"), log.rfind("nonsense")) << "said once";
+}
+
+TEST_F(FrrSourceTest, SuiteThatIsNotThereIsNotCommented) {
+  for (const auto& program : frr::kPrograms) suite.Become(std::string(program.name), "absent");
+  testing::internal::CaptureStderr();
+  Start();
+  HearNothing("bgpd");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(FrrSourceTest, LossAndReturnAreSaidOnce) {
+  suite.Configure("bgpd", bgp_red(kRd10));
+  testing::internal::CaptureStderr();
+  Start();
+  Hear("bgpd");
+  suite.Become("bgpd", "absent");
+  HearNothing("bgpd");
+  HearNothing("bgpd");
+  const std::string log = testing::internal::GetCapturedStderr();
+  const std::size_t lost = log.find("frr: bgpd does not answer");
+  EXPECT_NE(lost, std::string::npos) << log;
+  EXPECT_EQ(log.rfind("frr: bgpd does not answer"), lost);
+  EXPECT_NE(log.find("frr: bgpd answers"), std::string::npos);
+}
+
+TEST_F(FrrSourceTest, ProgramThatNeverAnsweredIsAskedLessAndLess) {
+  suite.Become("bgpd", "absent");
+  Start();
+  PumpUntil([&] { return suite.Started("bgpd") >= 3; });
+  const std::uint64_t before = clock_monotonic();
+  PumpUntil([&] { return suite.Started("bgpd") >= 5; });
+  EXPECT_GE(clock_monotonic() - before, 2 * 8 * kNanosecondsPerSecond);
+  EXPECT_LE(clock_monotonic() - before, 3 * Options().longest_pause);
+}
+
+TEST_F(FrrSourceTest, ForgettingLetsGoOfEverything) {
+  suite.Configure("bgpd", bgp_red(kRd10));
+  Start();
+  Hear("bgpd");
+  source.reset();
+  EXPECT_EQ(FrrSource::forget(), kStatusOk);
+  EXPECT_THAT(Held(), IsEmpty());
+}
+
+TEST_F(FrrSourceTest, StartHasItsFaultPointAndHappensOnce) {
+  source = std::make_unique<FrrSource>(&router, Options());
+  {
+    const ScopedFault fault("frr_source_start", kStatusIo);
+    EXPECT_EQ(source->start(manager), kStatusIo);
+  }
+  EXPECT_EQ(source->start(manager), kStatusOk);
+  EXPECT_EQ(source->start(manager), kStatusExists);
+}
+
+}  // namespace
