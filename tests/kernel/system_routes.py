@@ -1,0 +1,146 @@
+#!/usr/bin/env python3
+"""system_routes.py BIN_DIRECTORY: the routes of VRFs, through the whole system, on a real kernel. Runs in the guest (see
+uml-run), as root.
+
+After every step the walk of the route table, cell by cell, the number of routes of every VRF and the command line must
+be what `ip -j route show vrf` says.
+"""
+import ipaddress
+import os
+import pathlib
+import subprocess
+import sys
+import unittest
+
+os.environ["MPLS_TEST_BIN"] = os.path.abspath(sys.argv.pop(1))
+os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms here
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
+from route_life import LOCAL, kernel_routes  # noqa: E402
+from system import L3VPN, System, name_index, oid_tuple, wait_until  # noqa: E402
+from vrf_life import batch  # noqa: E402
+
+ROUTE_ENTRY = oid_tuple(L3VPN) + (1, 4, 1, 1)
+NUMBER = L3VPN + ".1.3.1.1.3."
+RAW = ("-Ot", "--hexOutputLength=0")
+INTERFACE, TYPE, PROTOCOL, METRIC, POINTER, STATUS = 7, 8, 9, 12, 17, 18
+NO_METRIC = "-1"
+
+
+def address_index(address):
+    return (len(address.packed),) + tuple(address.packed)
+
+
+def instance(vrf, prefix, next_hop, kind):
+    network = ipaddress.ip_network(prefix)
+    family = 1 if network.version == 4 else 2
+    hop = (0, 0)
+    if kind != LOCAL:
+        hop = (family,) + address_index(ipaddress.ip_address(next_hop) if next_hop else type(network.network_address)(0))
+    return name_index(vrf) + (family,) + address_index(network.network_address) + (network.prefixlen, 2, 0, 0) + hop
+
+
+def expected_cells(routes):
+    """{oid: value} of the columns that the kernel knows."""
+    cells = {}
+    for vrf, rows in routes.items():
+        for (prefix, next_hop), (metric, index, kind, labels, protocol) in rows.items():
+            place = instance(vrf, prefix, next_hop, kind)
+            for column, value in ((INTERFACE, index), (TYPE, kind), (PROTOCOL, protocol), (STATUS, 1),
+                                  (METRIC, metric if metric else "0 or -1"), (POINTER, "labels" if labels else '"00 "')):
+                cells[ROUTE_ENTRY + (column,) + place] = str(value)
+    return cells
+
+
+def seen_cells(walked):
+    cells = {}
+    for oid, value in walked:
+        column = oid[len(ROUTE_ENTRY)]
+        if column == METRIC and value in ("0", NO_METRIC):
+            value = "0 or -1"  # for ip(8) a metric of 0 and none are one
+        if column == POINTER and value != '"00 "':
+            value = "labels"
+        if column in (INTERFACE, TYPE, PROTOCOL, METRIC, POINTER, STATUS):
+            cells[oid] = value
+    return cells
+
+
+def no_hop_is_empty(address):
+    return "" if address in ("0.0.0.0", "::") else address
+
+
+class RoutesOnAKernel(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.system = System(source="kernel")
+        cls.system.start_all()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.system.__exit__(None)
+
+    def difference(self):
+        """What the system shows that the kernel has not, or the other way round; empty when they agree."""
+        routes = kernel_routes()
+        expected, seen = expected_cells(routes), seen_cells(self.system.walk(".".join(map(str, ROUTE_ENTRY)), options=RAW))
+        found = [(".".join(map(str, oid[len(ROUTE_ENTRY):])), expected.get(oid), seen.get(oid))
+                 for oid in sorted({*expected, *seen}) if expected.get(oid) != seen.get(oid)]
+        for vrf, rows in routes.items():
+            number = self.system.get_value(NUMBER + ".".join(map(str, name_index(vrf))))
+            if number != str(len(rows)):
+                found.append((f"number of routes of {vrf}", len(rows), number))
+            listed = {(row["prefix"], no_hop_is_empty(row["nextHop"]))
+                      for row in self.system.cli_json("show", "routes", vrf)}
+            found += [(f"show routes {vrf}", "only one has it", each) for each in sorted(listed ^ set(rows))]
+        return found
+
+    def step(self, *commands):
+        batch(commands)
+        last = []
+
+        def agrees():
+            last[:] = self.difference()
+            return not last
+
+        try:
+            wait_until("; ".join(commands), agrees, 10)
+        except AssertionError as failure:
+            raise AssertionError(f"{failure}\n(what, kernel, shown): {last[:20]}") from None
+        print(f"{len(commands)} commands: " + ", ".join(f"{vrf} {len(rows)} routes" for vrf, rows in kernel_routes().items()))
+
+    def test_life_of_the_routes_of_two_vrfs(self):
+        self.step("link add red type vrf table 10", "link set red up", "link add blue type vrf table 20", "link set blue up",
+                  *[line for name, vrf in (("d0", "red"), ("d1", "red"), ("d2", "blue"), ("d4", ""))
+                    for line in (f"link add {name} type dummy", f"link set {name} master {vrf}" if vrf else "link set lo up",
+                                 f"link set {name} up")])
+        self.step("addr add 10.0.0.1/24 dev d0", "addr add 10.1.0.1/24 dev d1", "addr add 10.0.0.1/24 dev d2",
+                  "addr add 10.99.0.1/24 dev d4", "addr add 2001:db8:10::1/64 dev d0 nodad",
+                  "addr add 2001:db8:11::1/64 dev d1 nodad", "addr add 2001:db8:20::1/64 dev d2 nodad")
+        self.step("route add unreachable default metric 4278198272 vrf red",
+                  "route add 192.168.1.0/24 via 10.0.0.2 vrf red",
+                  "route add 192.168.2.0/24 via 10.0.0.2 metric 50 proto static vrf red",
+                  "route add 192.168.3.0/24 dev d1 proto static scope link vrf red",
+                  "route add blackhole 192.168.4.0/24 vrf red", "route add prohibit 192.168.6.0/24 vrf red",
+                  "route add 192.168.8.0/24 vrf red nexthop via 10.0.0.2 nexthop via 10.1.0.2 weight 3",
+                  "route add 192.168.9.0/24 via 10.0.0.2 metric 20 proto 186 vrf red",
+                  "route add 192.168.10.0/24 via 10.1.0.2 metric 30 proto 188 vrf red",
+                  "route add 192.168.1.0/24 via 10.0.0.3 vrf blue")
+        self.step("route add unreachable ::/0 metric 4278198272 vrf red",
+                  "route add 2001:db8:aaaa::/48 via 2001:db8:10::2 metric 30 vrf red",
+                  "route add blackhole 2001:db8:bbbb::/48 vrf red",
+                  "route add 2001:db8:cccc::/48 vrf red nexthop via 2001:db8:10::2 nexthop via 2001:db8:11::2",
+                  "route add 2001:db8:dddd::/48 via 2001:db8:20::2 vrf blue")
+        if os.path.isdir("/proc/sys/net/mpls"):
+            self.step("route add 10.9.0.0/16 encap mpls 200 via 10.99.0.2 dev d4 proto bgp vrf red",
+                      "route add 10.10.0.0/16 encap mpls 1002/16 via 10.99.0.2 dev d4 proto bgp vrf red")
+        self.step("route del 192.168.9.0/24 vrf red", "route replace 192.168.1.0/24 via 10.1.0.2 vrf red")
+        self.step("link set d0 down")
+        self.step("link set d0 up")
+        self.step("link set d1 master blue")
+        self.step("link del red")
+
+
+if __name__ == "__main__":
+    subprocess.run(["modprobe", "-a", "vrf", "dummy"], check=True)
+    if subprocess.run(["modprobe", "-a", "mpls_router", "mpls_iptunnel"], check=False).returncode != 0:
+        print("SKIPPED: no MPLS modules for this kernel: routes with labels are not tested", flush=True)
+    unittest.main(verbosity=2)
