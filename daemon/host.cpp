@@ -3,17 +3,17 @@
 //   1. fault points from the environment (for tests of whole processes);
 //   2. the run and the state directory, made when they are missing;
 //   3. platform.yaml; a mistake ends the process with status 1;
-//   4. the source's first load into the router model; a failure ends the process: a daemon that would come up
-//   with
-//      an empty model makes management systems delete every VRF they know;
-//   5. the services are given the model;
-//   6. the configuration that clients set in earlier lives, so that it is replayed to whoever registers for
-//   it;
-//   7. the queue in which traps wait for the SNMP sub-agent;
-//   8. from here nothing leaves for a client before the checkpoint is on disk;
-//   9. when the daemon makes its main event manager: the data store's server and the source's live part start
-//   on it,
-//      and the routing tables are watched against their thresholds.
+//   4. the configuration that owners held in earlier lives, so that it is replayed to whoever registers for
+//   it, and the queue in which traps wait for the SNMP sub-agent;
+//   5. the source's first load, into the router model and, what differs, into the configuration; a failure
+//   ends the process: a daemon that would come up with an empty model makes management systems delete every
+//   VRF they know. Whoever is not the source holds nothing: what a router file configured once would stay in
+//   force for ever;
+//   6. the services are given the model;
+//   7. from here nothing leaves for a client before the checkpoint is on disk;
+//   8. when the daemon makes its main event manager: the data store's server and the source's live part start
+//   on it, the VRFs that have configuration are named in the model (before the daemon hears of what they
+//   have), and the routing tables are watched against their thresholds.
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
 #include "daemon/host.h"
@@ -30,6 +30,7 @@
 #include "platform/base/log.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
 #include "platform/chkpt/chkpt.h"
+#include "platform/config_references/config_references.h"
 #include "platform/evm/evm.h"
 #include "platform/ifindex/ifindex.h"
 #include "platform/kvtree/kvtree.h"
@@ -41,6 +42,7 @@
 #include "platform/vmap/vmap.h"
 #include "platform/vtab/vtab.h"
 #include "platform/wire/wire.h"
+#include "sources/file/file_configuration.h"
 #include "sources/file/file_source.h"
 #include "sources/kernel/kernel_source.h"
 
@@ -70,6 +72,8 @@ bool load_source(const Settings& settings, std::string* error) {
     host().file = std::make_unique<FileSource>(&host().model, settings.router_file);
     return host().file->load(error) == kStatusOk;
   }
+  std::string commit;
+  if (replace_file_configuration({}, "there is no router file", &commit, error) != kStatusOk) return false;
   host().kernel = std::make_unique<KernelSource>(&host().model);
   return host().kernel->load(error) == kStatusOk;
 }
@@ -105,6 +109,10 @@ void start_on_main_manager(EventManager* manager) {
   }
   host().model.routes().defer_releases(
       [manager] { event_timer_start(manager, 0, [manager] { release_routes(manager); }); });
+  if (const Status status = config_references_start(&host().model, manager)) {
+    log_line("mpls_vpn_mib: cannot follow the configuration: %s", err_text(status));
+    std::exit(1);
+  }
   if (const Status status = rib_threshold_attach(&host().model, manager)) {
     log_line("mpls_vpn_mib: cannot watch the route thresholds: %s", err_text(status));
     std::exit(1);
@@ -143,18 +151,21 @@ bool prepare_store() {
   return false;
 }
 
+int refuse(const std::string& error) {
+  log_line("mpls_vpn_mib: %s", error.c_str());
+  return 1;
+}
+
 }  // namespace
 
 int start_host() {
   if (!arm_faults() || !make_directory(run_directory()) || !make_directory(state_directory())) return 1;
   Settings settings;
   std::string error;
-  if (!read_settings(config_directory(), &settings, &error) || !load_source(settings, &error)) {
-    log_line("mpls_vpn_mib: %s", error.c_str());
-    return 1;
-  }
-  attach_services();
+  if (!read_settings(config_directory(), &settings, &error)) return refuse(error);
   if (!prepare_store()) return 1;
+  if (!load_source(settings, &error)) return refuse(error);
+  attach_services();
   // Nobody is told of a time that a crash could take back. The store logs what it could not commit, and goes
   // on.
   wire::set_output_barrier([] { (void)chkpt_flush(); });

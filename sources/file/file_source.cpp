@@ -3,6 +3,10 @@
 // (file_reader.h), as a router with 100,000 interfaces written out (10 MB) takes the YAML parser about three
 // seconds. Bringing the model to what was read takes the loop a fraction of that.
 //
+// The configuration that the file has comes first, as one commit: either all of it is taken or the load ends
+// with nothing changed, and a VRF is named by its configuration before it is created. The data store holds
+// what the file's last load committed; only the difference is a change, after a restart, too.
+//
 // Routes come after everything else, in the feeder's steps: the first step of a load takes all that are
 // written out, the following ones run on the loop, a few milliseconds each, with whatever else there is to do
 // in between.
@@ -14,6 +18,7 @@
 #include "platform/base/fault.h"
 #include "platform/base/log.h"
 #include "platform/kvtree/kvtree.h"
+#include "sources/file/file_configuration.h"
 #include "sources/file/reconcile.h"
 
 namespace {
@@ -56,7 +61,15 @@ Status FileSource::load_into_model(router_file::Changes* changes, std::string* e
   return take(&reading, changes, error);
 }
 
-// Brings the model to what was read.
+Status FileSource::take_configuration(const router_file::RouterFile& file, std::string* error) {
+  std::string mistake;
+  const Status status =
+      replace_file_configuration(file.configuration, "router file " + path_, &commit_, &mistake);
+  if (status) *error = path_ + ": cannot change the configuration: " + mistake;
+  return status;
+}
+
+// Brings the configuration and the model to what was read.
 Status FileSource::take(router_file::Reading* reading, router_file::Changes* changes, std::string* error) {
   if (const Status status = fault_check("file_source_load")) {
     *error = path_ + ": " + err_text(status);
@@ -67,6 +80,7 @@ Status FileSource::take(router_file::Reading* reading, router_file::Changes* cha
     return reading->status;
   }
   router_file::RouterFile& file = reading->file;
+  if (const Status status = take_configuration(file, error)) return status;
   std::string refusal;
   if (const Status status = router_file::reconcile(file, model_, changes, &refusal)) {
     *error = path_ + ": " + refusal;
@@ -120,9 +134,13 @@ Status FileSource::reload(std::string* text) {
 }
 
 std::string FileSource::loaded_text(const router_file::Changes& changes) const {
-  std::string text = path_ + " loaded: " + router_file::changes_text(changes, feeder_.changes());
-  if (!feeder_.is_done()) text += "; generated routes are still coming in";
-  return text;
+  std::string what = router_file::changes_text(changes, feeder_.changes());
+  if (!commit_.empty()) {
+    what = what == router_file::kNothingChanged ? std::string() : what + ", ";
+    what += "configuration changed (commit " + commit_ + ")";
+  }
+  if (!feeder_.is_done()) what += "; generated routes are still coming in";
+  return path_ + " loaded: " + what;
 }
 
 void FileSource::was_read(router_file::Reading reading) {

@@ -24,10 +24,11 @@ class FileSource {
   FileSource(const FileSource&) = delete;
   FileSource& operator=(const FileSource&) = delete;
 
-  // Reads the file and brings the model to it, with all routes that are written out; generated ones follow in
-  // steps on the manager's loop once the source is started. In *error, on failure: "FILE:LINE:COLUMN: what"
-  // for a mistake in the file (kStatusInvalid), "FILE: what" for a file that cannot be read (its errno) or a
-  // change that the model refuses. Fault point "file_source_load".
+  // Reads the file and brings the configuration (file_configuration.h) and the model to it, with all routes
+  // that are written out; generated ones follow in steps on the manager's loop once the source is started. In
+  // *error, on failure: "FILE:LINE:COLUMN: what" for a mistake in the file (kStatusInvalid), "FILE: what" for
+  // a file that cannot be read (its errno) or a change that the data store or the model refuses. Fault point
+  // "file_source_load".
   [[nodiscard]] Status load(std::string* error);
   // From here the file is watched and the action is there. The manager must outlive the source. kStatusExists
   // when it was started before. Fault point "file_source_start".
@@ -38,6 +39,7 @@ class FileSource {
  private:
   Status reload(std::string* text);
   Status load_into_model(router_file::Changes* changes, std::string* error);
+  Status take_configuration(const router_file::RouterFile& file, std::string* error);
   Status take(router_file::Reading* reading, router_file::Changes* changes, std::string* error);
   std::string loaded_text(const router_file::Changes& changes) const;
   void was_read(router_file::Reading reading);
@@ -46,6 +48,7 @@ class FileSource {
 
   router::Router* model_;
   std::string path_;
+  std::string commit_;  // that the last load made; empty for none
   router_file::RouteFeeder feeder_;
   EventManager* manager_ = nullptr;
   EventTimerId feeding_ = 0;  // the timer of the next step; 0 when none is set

@@ -263,7 +263,7 @@ std::string changes_text(const Changes& changes, const RouteChanges& routes) {
   append_count(routes.added, "route", "added", &text);
   append_count(routes.changed, "route", "changed", &text);
   append_count(routes.removed, "route", "removed", &text);
-  return text.empty() ? "nothing changed" : text;
+  return text.empty() ? kNothingChanged : text;
 }
 
 }  // namespace router_file

@@ -38,7 +38,8 @@ struct RouteChanges {
 [[nodiscard]] Status reconcile(const RouterFile& file, router::Router* model, Changes* changes,
                                std::string* error);
 
-// "2 VRFs created, 1 interface moved", or "nothing changed".
+inline constexpr char kNothingChanged[] = "nothing changed";
+// "2 VRFs created, 1 interface moved", or kNothingChanged.
 std::string changes_text(const Changes& changes, const RouteChanges& routes = {});
 
 }  // namespace router_file

@@ -1,0 +1,265 @@
+// See config_references.h.
+//
+// Notifications of the configuration say which VRFs have items: the items of protocols are kept by VRF and
+// interface, as they are what is told again; of the others (below kVrfScope, where a VRF's items stand
+// together) it is enough to know that there is one. A deletion counts only if the item is out of force when
+// it is told, as a retelling also begins with deletions. Whether a VRF's last item is gone is looked up in
+// the tree, once for all the deletions of a turn of the event loop.
+//
+// Joins wait until the membership service has told its clients of everything up to them, which its turns tell
+// (vmap.h); until then a timer without delay looks again in each turn of the loop.
+#include "platform/config_references/config_references.h"
+
+#include <array>
+#include <deque>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/base/fault.h"
+#include "platform/base/log.h"
+#include "platform/kvtree/config.h"
+#include "platform/kvtree/kvtree.h"
+#include "platform/vmap/vmap.h"
+#include "platform/vrf_config/vrf_config.h"
+
+namespace {
+
+using router::ReferenceHolder;
+
+constexpr std::array<std::string_view, 6> kScopes = {vrf_config::kVrfScope,   vrf_config::kBgpScope,
+                                                     vrf_config::kRipScope,   vrf_config::kOspfScope,
+                                                     vrf_config::kEigrpScope, vrf_config::kStaticScope};
+constexpr std::uint32_t kAllEvents = kKvEventCreated | kKvEventSet | kKvEventDeleted;
+constexpr std::size_t kJoinsPerStep = 100;
+
+struct VrfItems {
+  bool is_referenced = false;
+  bool has_own_items = false;                              // below kVrfScope
+  std::map<std::string, std::set<std::string>> protocols;  // paths by interface; "" for the whole VRF
+};
+
+struct Join {
+  std::uint64_t turn;  // what is older was told
+  std::string vrf;
+  std::string interface;
+};
+
+class Follower : public router::Observer {
+ public:
+  Follower(router::Router* model, EventManager* manager) : model_(model), manager_(manager) {}
+  ~Follower() override;
+
+  Status start();
+  void notified(std::string path, std::uint32_t events);
+
+  void interface_added(const router::Interface& interface) override { joined(interface); }
+  void interface_moved(const router::Interface& now, const std::string&) override { joined(now); }
+  void interface_changed(const router::Interface& before, const router::Interface& now) override {
+    if (before.name != now.name || before.index != now.index) joined(now);
+  }
+
+ private:
+  Status subscribe(std::size_t scope);
+  void item_set(const std::string& path, const std::string& vrf);
+  void item_deleted(const std::string& path, const std::string& vrf);
+  void refer(const std::string& vrf, VrfItems* items);
+  void check_later(const std::string& vrf);
+  void check_unsure();
+  void check(const std::string& vrf);
+
+  void joined(const router::Interface& interface);
+  void retell_later();
+  void retell_some();
+  void append_items(const Join& join, std::vector<std::string>* paths) const;
+
+  router::Router* model_;
+  EventManager* manager_;
+  std::vector<KvConnection*> connections_;
+  std::unordered_map<std::string, VrfItems> vrfs_;
+  std::set<std::string> unsure_;  // VRFs that lost an item
+  std::deque<Join> joins_;
+  EventTimerId checking_ = 0;
+  EventTimerId retelling_ = 0;
+};
+
+std::unique_ptr<Follower>& follower() {
+  static std::unique_ptr<Follower> the_follower;
+  return the_follower;
+}
+
+template <std::size_t kScope>
+void notify(const KvNotification* notification) {
+  std::string path(kScopes[kScope]);
+  path += kvtree_notify_path(notification);
+  follower()->notified(std::move(path), kvtree_notify_info(notification)->whichevent);
+}
+
+constexpr std::array<KvNotificationEntry, kScopes.size()> kEntries = {notify<0>, notify<1>, notify<2>,
+                                                                      notify<3>, notify<4>, notify<5>};
+
+bool is_in_force(const std::string& path) {
+  bool found = false;
+  kvtree_config_in_force(path, [&](const KvConfigNode& node) { found = found || node.path == path; });
+  return found;
+}
+
+bool has_own_items(const std::string& vrf) {
+  bool found = false;
+  const std::string place = std::string(vrf_config::kVrfScope) + "vrf/" + kvtree_encode_text(vrf) + "/";
+  kvtree_config_in_force(place, [&](const KvConfigNode&) { found = true; });
+  return found;
+}
+
+Follower::~Follower() {
+  model_->stop_observing(this);
+  if (checking_ != 0) event_timer_cancel(manager_, checking_);
+  if (retelling_ != 0) event_timer_cancel(manager_, retelling_);
+  for (KvConnection* connection : connections_) {
+    if (const Status status = kvtree_unbind(connection))
+      log_line("configuration of VRFs: kvtree_unbind: %s", err_text(status));
+  }
+  for (const auto& [vrf, items] : vrfs_) {
+    if (items.is_referenced) static_cast<void>(model_->unreference_vrf(vrf, ReferenceHolder::kConfiguration));
+  }
+}
+
+Status Follower::start() {
+  for (std::size_t scope = 0; scope < kScopes.size(); ++scope) {
+    if (const Status status = subscribe(scope)) return status;
+  }
+  model_->observe(router::ObserverRank::kOther, this);
+  return kStatusOk;
+}
+
+Status Follower::subscribe(std::size_t scope) {
+  KvConnection* connection = nullptr;
+  const std::string path(kScopes[scope]);
+  if (const Status status = kvtree_bind(&connection, path.c_str(), kKvBindConfiguration)) return status;
+  connections_.push_back(connection);
+  return kvtree_register_notification(connection, "", kAllEvents, kEntries[scope], manager_, 0, 0, 4,
+                                      nullptr);
+}
+
+void Follower::notified(std::string path, std::uint32_t events) {
+  const std::optional<std::string> vrf = vrf_config::vrf_of(path);
+  if (!vrf || *vrf == router::kDefaultVrf || !router::valid_vrf_name(*vrf)) return;
+  if ((events & kKvEventDeleted) != 0) {
+    item_deleted(path, *vrf);
+  } else {
+    item_set(path, *vrf);
+  }
+}
+
+void Follower::item_set(const std::string& path, const std::string& vrf) {
+  VrfItems& items = vrfs_[vrf];
+  if (path.starts_with(vrf_config::kVrfScope)) {
+    items.has_own_items = true;
+  } else {
+    items.protocols[vrf_config::interface_of(path).value_or("")].insert(path);
+  }
+  refer(vrf, &items);
+}
+
+void Follower::item_deleted(const std::string& path, const std::string& vrf) {
+  const auto found = vrfs_.find(vrf);
+  if (found == vrfs_.end()) return;
+  if (!path.starts_with(vrf_config::kVrfScope)) {
+    if (is_in_force(path)) return;
+    auto& protocols = found->second.protocols;
+    const auto on_interface = protocols.find(vrf_config::interface_of(path).value_or(""));
+    if (on_interface == protocols.end()) return;
+    on_interface->second.erase(path);
+    if (on_interface->second.empty()) protocols.erase(on_interface);
+  }
+  check_later(vrf);
+}
+
+// A reference that was refused is tried again with the VRF's next item.
+void Follower::refer(const std::string& vrf, VrfItems* items) {
+  if (items->is_referenced) return;
+  const Status status = model_->reference_vrf(vrf, ReferenceHolder::kConfiguration);
+  items->is_referenced = status == kStatusOk;
+  if (status != kStatusOk) {
+    log_line("configuration of VRF %s: its name cannot be kept: %s", vrf.c_str(), err_text(status));
+  }
+}
+
+void Follower::check_later(const std::string& vrf) {
+  unsure_.insert(vrf);
+  if (checking_ == 0) checking_ = event_timer_start(manager_, 0, [this] { check_unsure(); });
+}
+
+void Follower::check_unsure() {
+  checking_ = 0;
+  for (const std::string& vrf : std::exchange(unsure_, {})) check(vrf);
+}
+
+void Follower::check(const std::string& vrf) {
+  VrfItems& items = vrfs_[vrf];
+  items.has_own_items = items.has_own_items && has_own_items(vrf);
+  if (items.has_own_items || !items.protocols.empty()) return;
+  if (items.is_referenced) {
+    if (const Status status = model_->unreference_vrf(vrf, ReferenceHolder::kConfiguration)) {
+      log_line("configuration of VRF %s: its name cannot be given up: %s", vrf.c_str(), err_text(status));
+      return;
+    }
+  }
+  vrfs_.erase(vrf);
+}
+
+// The membership service's items of this change stand in the order of the change's number.
+void Follower::joined(const router::Interface& interface) {
+  if (interface.vrf == router::kDefaultVrf) return;
+  joins_.push_back({vmap_turn(model_->changes() + 1, VmapPhase::kWentDown), interface.vrf, interface.name});
+  retell_later();
+}
+
+void Follower::retell_later() {
+  if (retelling_ == 0) retelling_ = event_timer_start(manager_, 0, [this] { retell_some(); });
+}
+
+void Follower::retell_some() {
+  retelling_ = 0;
+  std::vector<std::string> paths;
+  const std::uint64_t oldest = vmap_oldest_turn();
+  for (std::size_t count = 0; count < kJoinsPerStep && !joins_.empty(); ++count) {
+    if (joins_.front().turn > oldest) break;
+    append_items(joins_.front(), &paths);
+    joins_.pop_front();
+  }
+  if (!paths.empty()) {
+    if (const Status status = kvtree_config_retell(paths))
+      log_line("configuration of VRFs: it cannot be told again: %s", err_text(status));
+  }
+  if (!joins_.empty()) retell_later();
+}
+
+void Follower::append_items(const Join& join, std::vector<std::string>* paths) const {
+  const auto vrf = vrfs_.find(join.vrf);
+  if (vrf == vrfs_.end()) return;
+  const auto items = vrf->second.protocols.find(join.interface);
+  if (items != vrf->second.protocols.end())
+    paths->insert(paths->end(), items->second.begin(), items->second.end());
+}
+
+}  // namespace
+
+Status config_references_start(router::Router* model, EventManager* manager) {
+  if (const Status status = fault_check("config_references_start")) return status;
+  if (model == nullptr || manager == nullptr) return kStatusInvalid;
+  if (follower() != nullptr) return kStatusExists;
+  follower() = std::make_unique<Follower>(model, manager);
+  const Status status = follower()->start();
+  if (status != kStatusOk) follower().reset();
+  return status;
+}
+
+void config_references_stop() {
+  follower().reset();
+}

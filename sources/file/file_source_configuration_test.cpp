@@ -1,0 +1,153 @@
+// The configuration of a file that is alive: one commit a load, of what differs.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "platform/base/fault.h"
+#include "platform/evm/test_run_directory.h"
+#include "platform/kvtree/config.h"
+#include "platform/kvtree/kvtree.h"
+#include "platform/vrf_config/vrf_config.h"
+#include "sources/file/file_configuration.h"
+#include "sources/file/file_source.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class ConfigurationOnDisk : public ::testing::Test {
+ protected:
+  ConfigurationOnDisk() {
+    std::filesystem::create_directories(std::filesystem::path(path_).parent_path());
+    Keep();
+  }
+  ~ConfigurationOnDisk() override {
+    source_.reset();
+    kvtree_reset();
+  }
+
+  void Keep() const { ASSERT_EQ(kvtree_keep_configuration(directory_.path()), kStatusOk); }
+  // The process ends and another one begins.
+  void Restart() {
+    source_.reset();
+    kvtree_reset();
+    router_ = std::make_unique<router::Router>();
+    Keep();
+    source_ = std::make_unique<FileSource>(router_.get(), path_);
+  }
+  Status Load(const std::string& text) {
+    std::ofstream(path_) << text;
+    return source_->load(&error_);
+  }
+  void LoadWell(const std::string& text) { ASSERT_EQ(Load(text), kStatusOk) << error_; }
+  // In words, as people write them.
+  static std::vector<std::string> InForce() {
+    std::vector<std::string> all;
+    kvtree_config_in_force("/cfg/", [&](const KvConfigNode& node) {
+      all.push_back(vrf_config::words_of(node).value_or(node.path));
+    });
+    return all;
+  }
+  static std::size_t Commits() {
+    std::vector<KvConfigCommit> commits;
+    EXPECT_EQ(kvtree_config_history(100, {}, &commits), kStatusOk);
+    return commits.size();
+  }
+
+  const TestRunDirectory directory_;
+  const std::string path_ = directory_.path() + "/etc/router.yaml";
+  std::unique_ptr<router::Router> router_ = std::make_unique<router::Router>();
+  std::unique_ptr<FileSource> source_ = std::make_unique<FileSource>(router_.get(), path_);
+  std::string error_;
+};
+
+constexpr char kRed[] = "vrfs: [{name: red, id: 10, description: Red, rip: {interfaces: [ge0]}}]\n";
+
+TEST_F(ConfigurationOnDisk, LoadMakesItTheConfigurationInForce) {
+  LoadWell(kRed);
+  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
+  std::vector<KvConfigCommit> commits;
+  ASSERT_EQ(kvtree_config_history(100, {}, &commits), kStatusOk);
+  ASSERT_EQ(commits.size(), 1U);
+  EXPECT_EQ(commits[0].owner, kConfigOwnerFile);
+  EXPECT_EQ(commits[0].comment, "router file " + path_);
+}
+
+TEST_F(ConfigurationOnDisk, NextLoadChangesWhatDiffers) {
+  LoadWell(kRed);
+  LoadWell("vrfs: [{name: red, id: 10, description: Red}]\ntraps: {vrf-up: true}\n");
+  EXPECT_THAT(InForce(), ElementsAre("traps vrf-up", "vrf red description Red"));
+  EXPECT_EQ(Commits(), 2U);
+  LoadWell("vrfs: [{name: red, id: 10, description: Red, big: true}]\ntraps: {vrf-up: true}\n");
+  EXPECT_EQ(Commits(), 2U) << "it is the router that changed";
+  LoadWell("vrfs: []\n");
+  EXPECT_THAT(InForce(), IsEmpty());
+}
+
+TEST_F(ConfigurationOnDisk, MistakeInTheFileChangesNothing) {
+  LoadWell(kRed);
+  EXPECT_EQ(Load("vrfs: [{name: red, id: 10, description: New, rip: {interfaces: ge0}}]\n"), kStatusInvalid);
+  EXPECT_EQ(error_, path_ + ":1:64: interfaces are written as a list");
+  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
+  EXPECT_EQ(Commits(), 1U);
+}
+
+TEST_F(ConfigurationOnDisk, ConfigurationThatCannotBeKeptEndsTheLoadWithNothingChanged) {
+  LoadWell(kRed);
+  const ScopedFault fault("kvtree_config_replace", kStatusIo);
+  EXPECT_EQ(Load("vrfs: [{name: blue, id: 20, description: Blue}]\n"), kStatusIo);
+  EXPECT_THAT(error_, HasSubstr(path_ + ": cannot change the configuration: "));
+  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
+  EXPECT_NE(router_->find_vrf("red"), nullptr);
+  EXPECT_EQ(router_->find_vrf("blue"), nullptr);
+}
+
+TEST_F(ConfigurationOnDisk, SameFileAfterARestartIsNoChange) {
+  LoadWell(kRed);
+  Restart();
+  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red")) << "as it was";
+  LoadWell(kRed);
+  EXPECT_EQ(Commits(), 1U);
+}
+
+TEST_F(ConfigurationOnDisk, WhatTheCommandLineSaysIsInForce) {
+  const KvConfigNode said = vrf_config::description("red", "by hand");
+  ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{said.path, said.value}}, ""), kStatusOk);
+  LoadWell(kRed);
+  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description \"by hand\""));
+  ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{said.path, std::nullopt}}, ""), kStatusOk);
+  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
+}
+
+TEST_F(ConfigurationOnDisk, ReloadSaysWhatChanged) {
+  LoadWell("vrfs: [{name: red, id: 10}]\n");
+  EventManager* const manager = event_manager_create("/dev/mpls/vpn/main", 0);
+  ASSERT_EQ(source_->start(manager), kStatusOk);
+  KvActionContext context{};
+  context.may_change = true;
+  std::string answer;
+  std::ofstream(path_) << "vrfs: [{name: red, id: 10, rip: {interfaces: [ge0]}}]\n";
+  ASSERT_EQ(kvtree_run_action(context, {"router", "reload"}, &answer), kStatusOk);
+  EXPECT_EQ(answer, path_ + " loaded: configuration changed (commit 1)");
+  std::ofstream(path_) << "vrfs: [{name: red, id: 10, description: Red, rip: {interfaces: [ge0]}}]\n";
+  ASSERT_EQ(kvtree_run_action(context, {"router", "reload"}, &answer), kStatusOk);
+  EXPECT_EQ(answer, path_ + " loaded: 1 VRF changed, configuration changed (commit 2)");
+  source_.reset();
+  event_manager_destroy(manager);
+}
+
+TEST_F(ConfigurationOnDisk, WithoutAFileNothingOfItStays) {
+  LoadWell(kRed);
+  std::string id;
+  std::string mistake;
+  ASSERT_EQ(replace_file_configuration({}, "", &id, &mistake), kStatusOk) << mistake;
+  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_NE(id, "");
+}
+
+}  // namespace
