@@ -76,7 +76,7 @@ class Follower : public router::Observer {
   void joined(const router::Interface& interface);
   void retell_later();
   void retell_some();
-  void append_items(const Join& join, std::vector<std::string>* paths) const;
+  void add_items(const Join& join, std::set<std::string>* paths) const;
 
   router::Router* model_;
   EventManager* manager_;
@@ -224,28 +224,28 @@ void Follower::retell_later() {
   if (retelling_ == 0) retelling_ = event_timer_start(manager_, 0, [this] { retell_some(); });
 }
 
+// Each item once, however often its interface came: an item set twice would be counted twice.
 void Follower::retell_some() {
   retelling_ = 0;
-  std::vector<std::string> paths;
+  std::set<std::string> paths;
   const std::uint64_t oldest = vmap_oldest_turn();
   for (std::size_t count = 0; count < kJoinsPerStep && !joins_.empty(); ++count) {
     if (joins_.front().turn > oldest) break;
-    append_items(joins_.front(), &paths);
+    add_items(joins_.front(), &paths);
     joins_.pop_front();
   }
   if (!paths.empty()) {
-    if (const Status status = kvtree_config_retell(paths))
+    if (const Status status = kvtree_config_retell({paths.begin(), paths.end()}))
       log_line("configuration of VRFs: it cannot be told again: %s", err_text(status));
   }
   if (!joins_.empty()) retell_later();
 }
 
-void Follower::append_items(const Join& join, std::vector<std::string>* paths) const {
+void Follower::add_items(const Join& join, std::set<std::string>* paths) const {
   const auto vrf = vrfs_.find(join.vrf);
   if (vrf == vrfs_.end()) return;
   const auto items = vrf->second.protocols.find(join.interface);
-  if (items != vrf->second.protocols.end())
-    paths->insert(paths->end(), items->second.begin(), items->second.end());
+  if (items != vrf->second.protocols.end()) paths->insert(items->second.begin(), items->second.end());
 }
 
 }  // namespace
