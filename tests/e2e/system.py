@@ -210,9 +210,16 @@ def check_increasing(rows):
         assert before[0] < after[0], f"OID not increasing: {before[0]} then {after[0]}"
 
 
+def bits(*numbers):
+    """A BITS value of one octet as the tools show it: a character, or hexadecimal where there is none."""
+    octet = sum(0x80 >> number for number in numbers)
+    return f'"{chr(octet)}"' if 0x20 <= octet < 0x7f else f'"{octet:02X} "'
+
+
 def expected_if_conf(members, protocols=None):
-    """The interface table for {(vrf, ifIndex)}: the rows that a whole walk of it must show, in order."""
+    """The interface table for {(vrf, ifIndex)}: the rows that a whole walk of it must show, in order. `protocols` has
+    the numbers of the protocols (MplsL3VpnIfVpnRouteDistProtocol) of those that have any."""
     base = oid_tuple(IF_CONF) + (1,)
-    columns = {2: "2", 3: '"00 "', 4: "5", 5: "1"}
-    keys = sorted(name_index(vrf) + (index,) for vrf, index in members)
-    return [(base + (column,) + key, value) for column, value in columns.items() for key in keys]
+    keys = sorted((name_index(vrf) + (index,), bits(*(protocols or {}).get((vrf, index), ()))) for vrf, index in members)
+    columns = {2: "2", 3: None, 4: "5", 5: "1"}
+    return [(base + (column,) + key, value or shown) for column, value in columns.items() for key, shown in keys]

@@ -21,7 +21,11 @@ ANY = "*"  # cells that are looked at by tests of their own
 ROUTER = {
     "vrfs": [
         # What Linux has in many VRFs: a default that goes nowhere, without a next hop, as the very first route.
-        {"name": "red", "table": 10, "description": "Red Rail", "rd": "65000:100", "routes": [
+        {"name": "red", "table": 10, "description": "Red Rail", "rd": "65000:100",
+         "route_targets": {"both": ["65000:100"], "import": ["65000:99", "192.0.2.1:7"], "ipv6": {"export": ["4200000000:6"]}},
+         "thresholds": {"ipv4": {"maximum": 4000000000, "mid": 80}}, "bgp": {"as": 65000, "neighbors": ["10.0.0.2"]},
+         "ospf": [{"process": 1, "area": 0, "interfaces": ["ge0", "ge3"]}], "rip": {"interfaces": ["ge1"]},
+         "eigrp": [{"as": 9, "interfaces": ["ge0", "ge1"]}], "routes": [
             {"prefix": "0.0.0.0/0", "type": "reject"},
             {"prefix": "10.0.0.0/8", "type": "blackhole"},
             {"prefix": "10.0.1.0/24", "interface": "ge0"},
@@ -38,12 +42,13 @@ ROUTER = {
             {"prefix": "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff/128", "next_hop": "ffff::1", "interface": "ge0"},
         ]},
         # In the order of names: one with IPv4 only behind one that ends with IPv6, one without, one with IPv6 only.
-        {"name": "blue", "table": 20, "rd": "10.1.1.1:55", "routes": [
+        {"name": "blue", "table": 20, "rd": "10.1.1.1:55", "description": "B\u00fcro",
+         "static": [{"prefix": "10.0.0.0/8", "next_hop": "10.0.0.1"}], "routes": [
             {"prefix": "0.0.0.0/0", "type": "local", "interface": "ge3"},
             {"prefix": "255.255.255.255/32", "next_hop": "255.255.255.255", "interface": "ge3"},
         ]},
         {"name": "none", "table": 30, "description": "", "rd": "4200000000:7"},
-        {"name": "sixer", "table": 40, "routes": [
+        {"name": "sixer", "tables": {"ipv4": 41, "ipv6": 40}, "route_targets": {"ipv6": {"both": ["1:2"]}}, "routes": [
             {"prefix": "::/0", "type": "local", "interface": "ge4"},
             {"prefix": "2001:db8::/32", "next_hop": "2001:db8::1", "interface": "ge4"},
         ]},
@@ -55,7 +60,7 @@ ROUTER = {
             {"generate": 300, "prefix": "20.0.0.0/24", "next_hop": "20.0.0.1", "interface": "ge4", "protocol": "bgp"},
             {"prefix": "20.0.200.0/24", "interface": "ge4"},
         ]},
-        {"name": "later", "state": "referenced"},
+        {"name": "later", "state": "referenced", "description": "soon", "route_targets": {"ipv4": {"export": ["65000:5"]}}},
     ],
     "interfaces": [
         {"name": "ge0", "index": 11, "vrf": "red", "state": "up", "addresses": ["10.0.0.1/24"]},
@@ -65,6 +70,7 @@ ROUTER = {
         {"name": "ge5", "index": 16, "state": "up", "addresses": ["192.0.2.1/24"]},
     ],
 }
+PROTOCOL_BITS = {("red", 11): (1, 2, 6), ("red", 12): (1, 3, 6), ("blue", 14): (5,)}
 TYPES = {"other": 1, "reject": 2, "local": 3, "remote": 4, "blackhole": 5}
 PROTOCOLS = {"other": 1, "local": 2, "static": 3, "ospf": 13, "bgp": 14}
 
@@ -89,6 +95,22 @@ def route_type(hop, route):
     if "type" in route:
         return TYPES[route["type"]]
     return TYPES["remote"] if hop else TYPES["local"]
+
+
+def route_targets(vrf):
+    """(type, family, text) of each, in the order in which they are numbered."""
+    configured = vrf.get("route_targets", {})
+    found = set()
+    for family, word in ((1, "ipv4"), (2, "ipv6")):
+        for lists in (configured, configured.get(word, {})):
+            for kind, keys in ((1, ("import", "both")), (2, ("export", "both"))):
+                found.update((kind, family, text) for key in keys for text in lists.get(key, []))
+    return sorted(found, key=lambda each: (each[0], each[1], len(each[2]), each[2]))
+
+
+def octets(text):
+    """A text as the tools show it: in hexadecimal where it is not ASCII."""
+    return f'"{text}"' if text.isascii() else '"' + "".join(f"{octet:02X} " for octet in text.encode()) + '"'
 
 
 def address_index(address):
@@ -130,22 +152,29 @@ def expected():
     members = [(interface["vrf"], interface["index"]) for interface in ROUTER["interfaces"] if "vrf" in interface]
     active = {"red": 1, LONGEST: 1}  # up and with an address
     scalars = {1: len(vrfs()), 2: len(active), 3: len(members), 4: 2, 5: 0, 6: 0, 7: 0}
-    vrf_rows, security, performance, routes = {}, {}, {}, {}
+    vrf_rows, targets, security, performance, routes = {}, {}, {}, {}, {}
     for vrf in vrfs():
         name = vrf["name"]
         index = name_index(name)
         up = 1 if name in active else 2
-        # The description is the one of the configuration, of which there is none here.
+        threshold = vrf.get("thresholds", {}).get("ipv4", {"maximum": 0, "mid": 0})
         vrf_rows[index] = {
-            2: '""', 3: '""', 4: f'"{vrf.get("rd", "")}"', 5: ANY, 6: up, 7: active.get(name, 0),
-            8: sum(member[0] == name for member in members), 9: 0, 10: 0, 11: 0, 12: ANY, 13: 1, 14: up, 15: 5}
+            2: '""', 3: octets(vrf.get("description", "")), 4: f'"{vrf.get("rd", "")}"', 5: ANY, 6: up, 7: active.get(name, 0),
+            8: sum(member[0] == name for member in members), 9: threshold["mid"], 10: threshold["maximum"],
+            11: threshold["maximum"], 12: ANY, 13: 1, 14: up, 15: 5}
         security[index] = {1: 0, 2: 0}
         performance[index] = {1: 0, 2: 0, 3: len(list(paths(vrf))), 4: 0, 5: 0}
         for network, hop, route in paths(vrf):
             kind = route_type(hop, route)
             routes[route_index(name, network, hop, kind)] = route_cells(network, hop, route)
+    # Route targets do not wait for their VRF.
+    for vrf in ROUTER["vrfs"]:
+        for number, (kind, family, text) in enumerate(route_targets(vrf), 1):
+            targets[name_index(vrf["name"]) + (number, kind)] = {
+                4: f'"{text}"', 5: f'"IPv{4 if family == 1 else 6} Unicast"', 6: 1, 7: 5}
     return ([(oid_tuple(SCALARS) + (column, 0), str(value)) for column, value in scalars.items()]
-            + expected_if_conf(members) + table(VRF_ENTRY, vrf_rows) + table(SEC_ENTRY, security)
+            + expected_if_conf(members, PROTOCOL_BITS) + table(VRF_ENTRY, vrf_rows) + table(RT_ENTRY, targets)
+            + table(SEC_ENTRY, security)
             + table(PERF_ENTRY, performance) + table(ROUTE_ENTRY, routes))
 
 
@@ -187,7 +216,7 @@ class WholeMib(unittest.TestCase):
             self.assertEqual(masked(rows, self.expected), self.expected, repetitions)
 
     def test_walk_of_each_table_is_its_part_of_the_whole(self):
-        for entry in (VRF_ENTRY, SEC_ENTRY, PERF_ENTRY, ROUTE_ENTRY):
+        for entry in (VRF_ENTRY, RT_ENTRY, SEC_ENTRY, PERF_ENTRY, ROUTE_ENTRY):
             part = [row for row in self.expected if row[0][:len(entry)] == entry]
             self.assertTrue(part)
             self.assertEqual(masked(self.system.walk(dotted(entry), options=RAW), part), part)
@@ -241,7 +270,8 @@ class WholeMib(unittest.TestCase):
             for index in ((), (3,), red[:3], red + (0,), (0,), name_index("later"), name_index("default"), (32,) + (97,) * 32,
                           (3, 114, 101, 356)):
                 self.assertEqual(self.value(entry + index), "No Such Instance currently exists at this OID", index)
-        for index in ((), red, red + (1,), red + (1, 1), red + (0, 1), red + (1, 4)):
+        self.assertEqual(self.value(RT_ENTRY + (4,) + red + (1, 1)), '"65000:99"')
+        for index in ((), red, red + (1,), red + (1, 2), red + (0, 1), red + (1, 4), red + (1, 3), red + (10, 2), red + (1, 1, 1)):
             self.assertEqual(self.value(RT_ENTRY + (4,) + index), "No Such Instance currently exists at this OID", index)
 
     def test_labelled_route_has_a_cross_connect(self):
@@ -251,7 +281,8 @@ class WholeMib(unittest.TestCase):
         self.assertNotEqual(pointer, '"00 "')
 
     def test_tables_of_snmptable(self):
-        for name, rows in (("mplsL3VpnVrfTable", len(vrfs())), ("mplsL3VpnVrfPerfTable", len(vrfs())),
+        for name, rows in (("mplsL3VpnVrfTable", len(vrfs())),
+                           ("mplsL3VpnVrfRTTable", sum(len(route_targets(vrf)) for vrf in ROUTER["vrfs"])), ("mplsL3VpnVrfPerfTable", len(vrfs())),
                            ("mplsL3VpnVrfSecTable", len(vrfs())),
                            ("mplsL3VpnVrfRteTable", sum(len(list(paths(vrf))) for vrf in vrfs()))):
             environment = {key: value for key, value in self.system.environment.items() if not key.startswith("MIB")}
