@@ -16,7 +16,12 @@ using Nodes = std::vector<KvConfigNode>;
 
 class WordMistake : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit WordMistake(const std::string& text, bool is_incomplete = false)
+      : std::runtime_error(text), is_incomplete_(is_incomplete) {}
+  Mistake mistake() const { return {what(), is_incomplete_}; }
+
+ private:
+  bool is_incomplete_;
 };
 
 std::string in_quotes(const std::string& word) {
@@ -30,8 +35,10 @@ class Reader {
 
   bool is_done() const { return at_ == words_.size(); }
   const std::string& take(const std::string& what) {
-    if (is_done())
-      throw WordMistake(what + " is missing" + (at_ > 0 ? " behind " + in_quotes(words_[at_ - 1]) : ""));
+    if (is_done()) {
+      throw WordMistake(what + " is missing" + (at_ > 0 ? " behind " + in_quotes(words_[at_ - 1]) : ""),
+                        true);
+    }
     return words_[at_++];
   }
   void expect(const std::string& literal) {
@@ -246,7 +253,9 @@ Nodes parse_trap(Reader& reader) {
   }
   bool is_known = word == kTrapAll;
   for (const std::string_view item : kTrapItems) is_known = is_known || word == item;
-  if (!is_known) throw WordMistake("there is no trap " + in_quotes(word));
+  if (!is_known) {
+    throw WordMistake("there is no item " + in_quotes(word) + "; the items of traps are " + trap_items());
+  }
   return {trap_switch(word, 1)};
 }
 
@@ -260,6 +269,12 @@ Nodes parse(Reader& reader) {
 
 }  // namespace
 
+std::string trap_items() {
+  std::string items;
+  for (const std::string_view item : kTrapItems) items.append(item).append(", ");
+  return items.append(kTrapAll).append(" and ").append(kTrapReissueTime);
+}
+
 std::variant<std::vector<KvConfigNode>, Mistake> parse_words(const Words& words) {
   Reader reader(words);
   try {
@@ -269,7 +284,7 @@ std::variant<std::vector<KvConfigNode>, Mistake> parse_words(const Words& words)
     }
     return nodes;
   } catch (const WordMistake& mistake) {
-    return Mistake{mistake.what()};
+    return mistake.mistake();
   }
 }
 

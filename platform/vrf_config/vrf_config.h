@@ -96,11 +96,14 @@ inline constexpr std::int64_t kLongestReissue = INT32_MAX;  // what the daemon k
 
 using Words = std::vector<std::string>;
 struct Mistake {
-  std::string text;  // for people: what is wrong with which word
+  std::string text;            // for people: what is wrong with which word
+  bool is_incomplete = false;  // nothing is wrong so far: words are missing at the end
 };
 
 // The nodes that the words stand for: one, or those of both families and directions.
 std::variant<std::vector<KvConfigNode>, Mistake> parse_words(const Words& words);
+// "vrf-up, vrf-down, ..., all and notif-reissue-time"
+std::string trap_items();
 // What a node says, in words that parse back to this node alone ("vrf red rt import 65000:100 ipv4"); none
 // for what words cannot say: a path of another kind, a name that is too long, a value of another type.
 std::optional<Words> word_list_of(const KvConfigNode& node);

@@ -60,6 +60,10 @@ TEST(ConfigurationWords, EveryNodeSaysWhatReadsBackAsItself) {
            "vrf red description \"\"",
            "vrf \"a b\" description \"say \\\"x\\\" \\\\ \\x0a # caf\xc3\xa9\"",
            "vrf - description -",
+           "vrf red description \"#\"",
+           "vrf red description \"a\\\"b\"",
+           "vrf red description \"a\\\\b\"",
+           "vrf red description \"\\x7f\"",
            "vrf vrf description description",
            "vrf red rd 65000:100 ipv4",
            "vrf red rd 10.0.0.1:5 ipv6",
@@ -141,10 +145,27 @@ TEST(ConfigurationWords, MistakesNameTheWord) {
   EXPECT_EQ(mistake_in("vrf red static 10.1.0.1/16"), "10.1.0.1/16 has bits set beyond its length");
   EXPECT_EQ(mistake_in("vrf red static 10.1.0.0/16 via ge0"), "\"ge0\" is not an address");
   EXPECT_EQ(mistake_in("vrf red static 10.1.0.0/16 10.0.0.1"), "\"10.0.0.1\" is one word too many");
-  EXPECT_EQ(mistake_in("traps sideways"), "there is no trap \"sideways\"");
+  EXPECT_EQ(mistake_in("traps sideways"),
+            "there is no item \"sideways\"; the items of traps are vrf-up, vrf-down, mid-thresh-exc, "
+            "max-thresh-exc, ilg-lbl-exc, max-thresh-clr, all and notif-reissue-time");
   EXPECT_EQ(mistake_in("traps vrf-up off"), "\"off\" is one word too many");
   EXPECT_EQ(mistake_in("traps notif-reissue-time 2147483648"),
             "\"2147483648\" is not seconds, 0 to 2147483647");
+}
+
+TEST(ConfigurationWords, WordsThatEndTooEarlyAreTold) {
+  const auto is_incomplete = [](const char* line) {
+    const auto result = parse_words(split(line));
+    return std::holds_alternative<Mistake>(result) && std::get<Mistake>(result).is_incomplete;
+  };
+  for (const char* line :
+       {"", "vrf", "vrf red", "vrf red rt", "vrf red rt import", "vrf red rip interface", "traps"}) {
+    EXPECT_TRUE(is_incomplete(line)) << line;
+  }
+  for (const char* line :
+       {"router", "vrf red colour", "vrf red rt in", "vrf red rip", "vrf red rt import 1:1"}) {
+    EXPECT_EQ(is_incomplete(line), std::string(line) == "vrf red rip") << line;
+  }
 }
 
 TEST(ConfigurationWords, NamesAreBounded) {
