@@ -268,10 +268,13 @@ TEST_F(RouteRow, ModuleWithoutMemoryIsNoMemory) {
 }
 
 TEST_F(RouteRow, OldErrorNumberIsNotTakenForTheModules) {
+  ASSERT_TRUE(mpls_vpn_mib_rib_ipv4_route_load_dll() && mpls_vpn_mib_rib_ipv6_route_load_dll());
+  mpls_vpn_mib_route row;
+  const std::uint32_t table = router_.find_vrf("red")->id;
   errno = ENOMEM;
-  EXPECT_EQ(Next({}), kNone);
+  EXPECT_EQ(mpls_vpn_mib_rib_ipv4_route(&row, table, false, {1, "0", 0, 1, "0"}), kStatusNoSuchRow);
   errno = ENOMEM;
-  EXPECT_EQ(Next({"red", 2, 0, 2}), kNone);
+  EXPECT_EQ(mpls_vpn_mib_rib_ipv6_route(&row, table, false, {2, "0", 0, 2, "0"}), kStatusNoSuchRow);
 }
 
 TEST_F(RouteRow, NameWithoutMemoryIsNoMemory) {
