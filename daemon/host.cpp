@@ -23,6 +23,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "daemon/settings.h"
 #include "platform/base/directories.h"
@@ -44,6 +45,7 @@
 #include "platform/wire/wire.h"
 #include "sources/file/file_configuration.h"
 #include "sources/file/file_source.h"
+#include "sources/frr/frr_source.h"
 #include "sources/kernel/kernel_source.h"
 
 namespace daemon_host {
@@ -60,6 +62,7 @@ struct Host {
   router::Router model;
   std::unique_ptr<FileSource> file;
   std::unique_ptr<KernelSource> kernel;
+  std::unique_ptr<FrrSource> frr;  // when the routing suite is followed
 };
 
 Host& host() {
@@ -90,7 +93,17 @@ void attach_services() {
 }
 
 Status start_source(EventManager* manager) {
-  return host().file ? host().file->start(manager) : host().kernel->start(manager);
+  const Status status = host().file ? host().file->start(manager) : host().kernel->start(manager);
+  return status != kStatusOk || !host().frr ? status : host().frr->start(manager);
+}
+
+// What is followed no more must not stay in force for ever.
+Status follow_suite(const std::vector<std::string>& shell) {
+  if (shell.empty()) return FrrSource::forget();
+  FrrSource::Options options;
+  options.shell = shell;
+  host().frr = std::make_unique<FrrSource>(&host().model, options);
+  return kStatusOk;
 }
 
 // The memory of a dropped routing table is given back in steps, with requests in between.
@@ -165,6 +178,7 @@ int start_host() {
   if (!read_settings(config_directory(), &settings, &error)) return refuse(error);
   if (!prepare_store()) return 1;
   if (!load_source(settings, &error)) return refuse(error);
+  if (const Status status = follow_suite(settings.frr_shell)) return refuse(err_text(status));
   attach_services();
   // Nobody is told of a time that a crash could take back. The store logs what it could not commit, and goes
   // on.
