@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "cli/commands.h"
+#include "cli/config_command_line.h"
 #include "cli/session.h"
 #include "platform/base/directories.h"
 #include "platform/debug/debug_client.h"
@@ -30,6 +31,7 @@ constexpr char kFooter[] =
     "  mplsvpn debug prov on --watch\n"
     "  mplsvpn trace error --last 20\n"
     "  mplsvpn config set traps all\n"
+    "  mplsvpn config set vrf red rt both 65000:100\n"
     "  mplsvpn watch --count 1 --timeout 30\n"
     "  mplsvpn router down ge0\n"
     "\n"
@@ -104,20 +106,6 @@ constexpr char kRouterFooter[] =
     "  mplsvpn router add-interface ge7 index 51 vrf red address 10.51.0.1/24\n"
     "  mplsvpn router reload";
 
-constexpr char kConfigFooter[] =
-    "Items of traps: vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc, ilg-lbl-exc, max-thresh-clr, all "
-    "(every\n"
-    "one of them), and notif-reissue-time with the seconds after which max-thresh-exc is sent again. A trap "
-    "is\n"
-    "sent while its item or \"all\" is set. Changing is for root and the administrators' group; what is set\n"
-    "outlives the daemon.\n"
-    "\n"
-    "Examples:\n"
-    "  mplsvpn config show traps\n"
-    "  mplsvpn config set traps vrf-up\n"
-    "  mplsvpn config set traps notif-reissue-time 60\n"
-    "  mplsvpn config delete traps all";
-
 constexpr unsigned kLongestTimeout = 600'000;  // ms
 
 struct Options {
@@ -133,7 +121,7 @@ struct Options {
   DebugRequest debug;
   TraceRequest trace;
   WatchRequest watch;
-  ConfigRequest config;
+  ConfigOptions config;
   std::vector<std::string> router_words;
   std::function<void(const Session&)> command;
 };
@@ -269,31 +257,6 @@ void add_watch(CLI::App& app, Options* options) {
   });
 }
 
-void add_config_verb(CLI::App& config_app, Options* options, ConfigVerb verb, const char* name,
-                     const char* description) {
-  CLI::App* command = config_app.add_subcommand(name, description);
-  ConfigRequest& request = options->config;
-  command->add_option("SUBJECT", request.subject, "traps")->required();
-  CLI::Option* item = command->add_option("ITEM", request.item, "One of the items below");
-  if (verb != ConfigVerb::kShow) item->required();
-  if (verb == ConfigVerb::kSet) command->add_option("VALUE", request.value, "Seconds, of notif-reissue-time");
-  command->footer(kConfigFooter);
-  command->callback([options, verb] {
-    options->config.verb = verb;
-    options->command = [options](const Session& session) { config(session, options->config); };
-  });
-}
-
-void add_config(CLI::App& app, Options* options) {
-  CLI::App* command =
-      app.add_subcommand("config", "Shows and changes the daemon's configuration: its trap switches");
-  command->require_subcommand(1);
-  command->footer(kConfigFooter);
-  add_config_verb(*command, options, ConfigVerb::kShow, "show", "What is set");
-  add_config_verb(*command, options, ConfigVerb::kSet, "set", "Switches a trap on, or sets a time");
-  add_config_verb(*command, options, ConfigVerb::kDelete, "delete", "Switches a trap off, or forgets a time");
-}
-
 void add_router(CLI::App& app, Options* options) {
   CLI::App* command = app.add_subcommand("router", "Shows and changes a router that comes from a file");
   // The words are not ours: they may look like options, and none of them goes back to the general ones.
@@ -316,7 +279,7 @@ void describe(CLI::App& app, Options* options) {
   add_debug(app, options);
   add_trace(app, options);
   add_watch(app, options);
-  add_config(app, options);
+  add_config(app, &options->config, &options->command);
   add_router(app, options);
 }
 

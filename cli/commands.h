@@ -76,15 +76,36 @@ struct WatchRequest {
 // come.
 void watch(const Session& session, const WatchRequest& request);
 
-enum class ConfigVerb { kShow, kSet, kDelete };
-
-struct ConfigRequest {
-  ConfigVerb verb = ConfigVerb::kShow;
-  std::string subject = "traps";
-  std::string item;   // of a show: only this one when not empty
-  std::string value;  // of a set
+// The configuration, in words as vrf_config::parse_words has them. Those that change something fail with
+// Failure(kExitUsage) for wrong words before they ask the daemon anything.
+struct ConfigShowRequest {
+  std::vector<std::string> words;  // the beginning of what is shown; none: everything
+  bool owners = false;             // tells who holds it
+  std::string owner;               // not empty: what this one holds, in force or not
 };
-// Failure(kExitUsage) for an item that there is not, and for a value that it does not take.
-void config(const Session& session, const ConfigRequest& request);
+// Lines that config_load reads back; the trap switches alone as a table.
+void config_show(const Session& session, const ConfigShowRequest& request);
+
+struct ConfigEditRequest {
+  std::vector<std::string> words;  // of set and delete
+  bool candidate = false;          // collects it for config_commit
+  bool dry_run = false;            // shows what would change
+  std::string comment;             // of the commit; empty: the words, or what was loaded
+};
+void config_set(const Session& session, const ConfigEditRequest& request);
+// The items that the words stand for, or else all that begin with them.
+void config_delete(const Session& session, const ConfigEditRequest& request);
+// Lines "set WORDS" and "delete WORDS" as one commit.
+void config_load(const Session& session, const std::string& file, const ConfigEditRequest& request);
+
+// The candidate: made and dropped, dropped, or shown against what is in force.
+void config_commit(const Session& session, const std::string& comment);
+void config_discard(const Session& session);
+void config_diff(const Session& session);
+
+// The latest commits, or what one changed.
+void config_history(const Session& session, const std::string& id, std::uint32_t most);
+// One commit that undoes what every commit after `id` changed of the command line's.
+void config_rollback(const Session& session, const std::string& id, const ConfigEditRequest& request);
 
 }  // namespace cli

@@ -1,99 +1,104 @@
-// "config": the trap switches in the daemon's configuration. An item that is there switches its trap on,
-// whatever its value; notif-reissue-time has seconds.
-#include <fmt/format.h>
-#include <fmt/ostream.h>
-
-#include <charconv>
-#include <optional>
+// "config set", "delete", "load", "commit", "discard" and "diff": edits, and what becomes of them. All are
+// checked before anything is asked to change, and made as one commit.
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <system_error>
 
 #include "cli/commands.h"
-#include "cli/json_list.h"
-#include "cli/notifications.h"
-#include "cli/table.h"
+#include "cli/config_candidate.h"
+#include "cli/config_edits.h"
 
 namespace cli {
 
 namespace {
 
-constexpr std::uint32_t kMaxNodes = 1024;
-constexpr std::int64_t kLongestReissue = INT32_MAX;  // what the daemon keeps it in
+enum class Answer { kNothing, kCommit };  // what is printed after a commit
 
-Failure usage(const std::string& what) {
-  return {kExitUsage, what + "; the items of traps are " + trap_items()};
-}
-
-void check_item(const std::string& item) {
-  if (!is_trap_switch(item) && item != kReissueTime) throw usage("there is no item \"" + item + "\"");
-}
-
-std::optional<std::int64_t> to_seconds(const std::string& text) {
-  std::int64_t seconds = 0;
-  const char* end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, seconds);
-  const bool whole = error == std::errc() && rest == end && seconds >= 0 && seconds <= kLongestReissue;
-  return whole ? std::optional(seconds) : std::nullopt;
-}
-
-void check_change(const Session& session, const std::string& item, Status status) {
-  if (status == kStatusAccess) {
-    throw Failure(kExitFailed, "changing the configuration is for root and the administrators' group");
+std::string read_file(const std::string& name) {
+  const auto failure = [&name] {
+    return Failure(kExitFailed, name + ": " + std::generic_category().message(errno));
+  };
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(name.c_str(), "re"), &std::fclose);
+  if (file == nullptr) throw failure();
+  std::string text;
+  std::array<char, 4096> octets{};
+  while (const std::size_t count = std::fread(octets.data(), 1, octets.size(), file.get())) {
+    text.append(octets.data(), count);
   }
-  if (status == kStatusNoSuchRow) throw Failure(kExitFailed, "traps " + item + " is not set");
-  if (status) throw request_failure(session, "config traps " + item, status);
+  if (std::ferror(file.get()) != 0) throw failure();
+  return text;
 }
 
-std::string value_text(const kvtree::Node& node) {
-  return node.is_number ? std::to_string(node.number) : node.text;
+void collect(const Session& session, const std::vector<ConfigEdit>& edits) {
+  Candidate candidate(session);
+  const auto client = connect_to_daemon(session);
+  WorkingCopy copy(session, *client);
+  copy.apply(candidate.edits());
+  copy.apply(edits);
+  candidate.append(edits);
 }
 
-Json value_json(const kvtree::Node& node) {
-  return node.is_number ? Json(node.number) : Json(node.text);
-}
-
-void show(const Session& session, const std::string& item) {
-  const kvtree::NodesResult result = connect_to_daemon(session)->nodes(kTrapSwitches, kMaxNodes);
-  if (result.status) throw request_failure(session, "config show traps", result.status);
-  JsonList list(session.out);
-  Table table(session.out, {{"ITEM"}, {"VALUE"}});
-  for (const kvtree::Node& node : result.nodes) {
-    const std::string name = node.path.substr(sizeof kTrapSwitches - 1);
-    if (!item.empty() && name != item) continue;
-    if (session.json) {
-      list.add({{"item", name}, {"value", value_json(node)}});
-    } else {
-      table.add({name, value_text(node)});
-    }
+void make(const Session& session, const std::vector<ConfigEdit>& edits, const ConfigEditRequest& request,
+          const std::string& what, Answer answer) {
+  if (request.candidate) return collect(session, edits);
+  const auto client = connect_to_daemon(session);
+  WorkingCopy copy(session, *client);
+  copy.apply(edits);
+  const std::vector<KvConfigChange> changes = copy.changes();
+  if (request.dry_run) return print_changes(session, foresee_changes(session, *client, changes));
+  std::string id;
+  if (!changes.empty()) {
+    id = make_commit(session, *client, what, changes, request.comment.empty() ? what : request.comment);
   }
-  session.json ? list.end() : table.flush();
+  if (answer == Answer::kCommit) print_commit(session, id);
 }
 
-void set(const Session& session, const std::string& item, const std::string& value) {
-  const std::string path = kTrapSwitches + item;
-  std::int64_t number = 1;
-  if (item == kReissueTime) {
-    const std::optional<std::int64_t> seconds = to_seconds(value);
-    if (!seconds) throw Failure(kExitUsage, fmt::format("{} takes seconds, 0 to {}", item, kLongestReissue));
-    number = *seconds;
-  } else if (!value.empty()) {
-    throw Failure(kExitUsage, item + " is a switch and takes no value: set turns it on, delete turns it off");
-  }
-  check_change(session, item, connect_to_daemon(session)->set_number(path, number));
+Failure no_candidate() {
+  return {kExitFailed, "there is no candidate: set, delete and load take --candidate"};
 }
 
 }  // namespace
 
-void config(const Session& session, const ConfigRequest& request) {
-  const bool shows = request.verb == ConfigVerb::kShow;
-  if (request.subject != "traps")
-    throw Failure(kExitUsage, "there is no configuration of \"" + request.subject + "\"");
-  if (!shows || !request.item.empty()) check_item(request.item);
-  if (request.verb == ConfigVerb::kSet) {
-    set(session, request.item, request.value);
-  } else if (request.verb == ConfigVerb::kDelete) {
-    check_change(session, request.item, connect_to_daemon(session)->remove(kTrapSwitches + request.item));
-  } else {
-    show(session, request.item);
-  }
+void config_set(const Session& session, const ConfigEditRequest& request) {
+  const auto parsed = vrf_config::parse_words(request.words);
+  if (const auto* mistake = std::get_if<vrf_config::Mistake>(&parsed))
+    throw Failure(kExitUsage, mistake->text);
+  make(session, {{true, request.words, ""}}, request, vrf_config::join_words(request.words),
+       Answer::kNothing);
+}
+
+void config_delete(const Session& session, const ConfigEditRequest& request) {
+  check_deletion(request.words);
+  make(session, {{false, request.words, ""}}, request, vrf_config::join_words(request.words),
+       Answer::kNothing);
+}
+
+void config_load(const Session& session, const std::string& file, const ConfigEditRequest& request) {
+  make(session, parse_edits(read_file(file), file), request, "load " + file, Answer::kCommit);
+}
+
+void config_commit(const Session& session, const std::string& comment) {
+  Candidate candidate(session);
+  if (candidate.edits().empty()) throw no_candidate();
+  ConfigEditRequest request;
+  request.comment = comment;
+  make(session, candidate.edits(), request, "commit", Answer::kCommit);
+  candidate.clear();
+}
+
+void config_discard(const Session& session) {
+  Candidate candidate(session);
+  if (candidate.edits().empty()) throw no_candidate();
+  candidate.clear();
+}
+
+void config_diff(const Session& session) {
+  const Candidate candidate(session);
+  ConfigEditRequest request;
+  request.dry_run = true;
+  make(session, candidate.edits(), request, "diff", Answer::kNothing);
 }
 
 }  // namespace cli

@@ -85,7 +85,7 @@ TEST_F(TrapSwitches, WrongWordsAreUsage) {
            {"config"},
            {"config", "set", "traps"},
            {"config", "delete", "traps"},
-           {"config", "show"},
+           {"config", "set"},
            {"config", "show", "routes"},
            {"config", "set", "traps", "vrf-up", "off"},
            {"config", "set", "traps", "notif-reissue-time"},
@@ -105,10 +105,10 @@ TEST_F(TrapSwitches, DeletionOfWhatIsNotSetFails) {
 }
 
 TEST_F(TrapSwitches, RefusalOfTheDaemonIsAFailure) {
-  fault_arm("kvtree_set", kStatusAccess);
+  fault_arm("kvtree_config_commit", kStatusAccess);
   EXPECT_EQ(Ask({"config", "set", "traps", "all"}), kExitFailed);
   EXPECT_EQ(Err(), "mplsvpn: changing the configuration is for root and the administrators' group\n");
-  fault_arm("kvtree_set", kStatusIo);
+  fault_arm("kvtree_config_commit", kStatusIo);
   EXPECT_EQ(Ask({"config", "set", "traps", "all"}), kExitFailed);
   EXPECT_THAT(Err(), HasSubstr("config traps all: Input/output error"));
 }

@@ -3,7 +3,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -11,38 +10,21 @@ namespace cli {
 
 namespace {
 
-struct Notification {
-  const char* name;
-  std::string_view item;
-};
-
 // By trap type.
-constexpr std::array<Notification, 6> kNotifications = {{
-    {"mplsL3VpnVrfUp", "vrf-up"},
-    {"mplsL3VpnVrfDown", "vrf-down"},
-    {"mplsL3VpnVrfRouteMidThreshExceeded", "mid-thresh-exc"},
-    {"mplsL3VpnVrfNumVrfRouteMaxThreshExceeded", "max-thresh-exc"},
-    {"mplsL3VpnNumVrfSecIllglLblThrshExcd", "ilg-lbl-exc"},
-    {"mplsL3VpnNumVrfRouteMaxThreshCleared", "max-thresh-clr"},
+constexpr std::array<std::string_view, 6> kNotifications = {{
+    "mplsL3VpnVrfUp",
+    "mplsL3VpnVrfDown",
+    "mplsL3VpnVrfRouteMidThreshExceeded",
+    "mplsL3VpnVrfNumVrfRouteMaxThreshExceeded",
+    "mplsL3VpnNumVrfSecIllglLblThrshExcd",
+    "mplsL3VpnNumVrfRouteMaxThreshCleared",
 }};
-constexpr std::string_view kAll = "all";
 
 }  // namespace
 
 std::string notification_name(std::uint32_t trap_type) {
-  if (trap_type < kNotifications.size()) return kNotifications[trap_type].name;
+  if (trap_type < kNotifications.size()) return std::string(kNotifications.at(trap_type));
   return fmt::format("trap {}", trap_type);
-}
-
-bool is_trap_switch(const std::string& item) {
-  return item == kAll || std::any_of(kNotifications.begin(), kNotifications.end(),
-                                     [&](const Notification& each) { return each.item == item; });
-}
-
-std::string trap_items() {
-  std::string items;
-  for (const Notification& each : kNotifications) items.append(each.item).append(", ");
-  return items.append(kAll).append(" and ").append(kReissueTime);
 }
 
 }  // namespace cli

@@ -1,0 +1,24 @@
+// The words and options of "mplsvpn config".
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+
+#include "cli/commands.h"
+
+namespace cli {
+
+struct ConfigOptions {
+  ConfigShowRequest show;
+  ConfigEditRequest edit;
+  std::string file;
+  std::string commit;
+  std::uint32_t most = 20;
+};
+
+// Adds the command, which sets *command when it is the one that is asked for. Both must remain live while
+// `app` is.
+void add_config(CLI::App& app, ConfigOptions* options, std::function<void(const Session&)>* command);
+
+}  // namespace cli
