@@ -1,0 +1,185 @@
+#!/usr/bin/env python3
+"""Route thresholds from the configuration and the router's tables to a stock snmptrapd and the VRF table."""
+import time
+import unittest
+
+from system import BIN, L3VPN, SLOW, System, name_index, wait_until
+
+ROUTER = """
+vrfs:
+  - {name: red, table: 10}
+  - {name: blue, table: 20}
+interfaces:
+  - {name: ge0, index: 11, vrf: red, state: up, addresses: [10.0.0.1/24]}
+"""
+GENERATED = """
+vrfs:
+  - {{name: red, table: 10, routes: [{{generate: {routes}, prefix: 20.0.0.0/24, next_hop: 10.0.0.2, interface: ge0}}]}}
+  - {{name: blue, table: 20}}
+interfaces:
+  - {{name: ge0, index: 11, vrf: red, state: up, addresses: [10.0.0.1/24]}}
+"""
+MID, MAXIMUM, CLEARED = 3, 4, 6  # of mplsL3VpnNotifications
+MID_COLUMN, HIGH_COLUMN, MAX_ROUTES_COLUMN = 9, 10, 11
+
+
+def threshold_trap(number, vrf, routes, threshold):
+    """What snmptrapd shows: the number of routes and the threshold, each of this VRF's row."""
+    name = name_index(vrf)
+    column = MID_COLUMN if number == MID else HIGH_COLUMN
+    return (number, [((1, 3, 1, 1, 3) + name, str(routes)), ((1, 2, 2, 1, column) + name, str(threshold))])
+
+
+class Thresholds(unittest.TestCase):
+    def setUp(self):
+        self.system = System(ROUTER)
+        self.addCleanup(self.system.__exit__, None, None, None)
+        self.system.start_trapd()
+        self.system.start_all()
+        self.config("set", "traps", "all")
+        self.expected = []
+
+    def config(self, *words):
+        self.system.cli("config", *words, check=True)
+
+    def limit(self, vrf, maximum, mid, family="ipv4"):
+        self.config("set", "vrf", vrf, "threshold", family, str(maximum), str(mid))
+
+    def add_routes(self, vrf, *numbers):
+        for number in numbers:
+            self.system.cli("router", "add-route", vrf, f"10.{number}.0.0/16", "via", "10.0.0.2", check=True)
+
+    def delete_routes(self, vrf, *numbers):
+        for number in numbers:
+            self.system.cli("router", "delete-route", vrf, f"10.{number}.0.0/16", "via", "10.0.0.2", check=True)
+
+    def comes(self, *traps):
+        """These traps and no others come next, in this order."""
+        self.expected += traps
+        try:
+            wait_until(f"{len(self.expected)} traps", lambda: self.system.traps() == self.expected, 15)
+        except AssertionError:
+            self.assertEqual(self.system.traps(), self.expected)
+            raise
+
+    def nothing_else_comes(self):
+        """A trap raised now is the next one to arrive: nothing was on its way before it."""
+        self.system.cli("router", "down", "ge0", check=True)
+        self.system.cli("router", "up", "ge0", check=True)
+        seen = wait_until("the traps behind", lambda: [trap for trap in self.system.traps() if trap[0] == 1], 15)
+        self.assertEqual(len(seen), 1)
+        self.assertEqual([trap for trap in self.system.traps() if trap[0] not in (1, 2)], self.expected)
+
+    def thresholds_in_the_mib(self, vrf):
+        index = ".".join(str(part) for part in name_index(vrf))
+        return tuple(int(self.system.get_value(f"{L3VPN}.1.2.2.1.{column}.{index}"))
+                     for column in (MID_COLUMN, HIGH_COLUMN, MAX_ROUTES_COLUMN))
+
+    def test_one_trap_for_each_threshold_and_one_clearing(self):
+        self.limit("red", 4, 2)
+        self.add_routes("red", 1, 2)
+        self.add_routes("red", 3)
+        self.comes(threshold_trap(MID, "red", 3, 2))
+        self.add_routes("red", 4)
+        self.comes(threshold_trap(MAXIMUM, "red", 4, 4))
+        self.add_routes("red", 5, 6)
+        self.delete_routes("red", 6, 5)
+        self.delete_routes("red", 4)
+        self.comes(threshold_trap(CLEARED, "red", 3, 4))
+        self.delete_routes("red", 3, 2)
+        self.add_routes("red", 2, 3)
+        self.comes(threshold_trap(MID, "red", 3, 2))
+        self.nothing_else_comes()
+
+    def told_of(self, vrf):
+        """The traps about this VRF, in order."""
+        name = name_index(vrf)
+        return [trap for trap in self.system.traps() if trap[1][0][0][-len(name):] == name]
+
+    def test_maximum_is_told_again_every_second_until_it_is_cleared(self):
+        self.config("set", "traps", "notif-reissue-time", "1")
+        for vrf in ("red", "blue"):
+            self.limit(vrf, 2, 0)
+        began = time.monotonic()
+        for vrf in ("red", "blue"):
+            self.add_routes(vrf, 1, 2)
+        wait_until("three again", lambda: min(len(self.told_of(vrf)) for vrf in ("red", "blue")) >= 4, 20)
+        self.assertGreaterEqual(time.monotonic() - began, 2.0, "three intervals, of which the first had begun before")
+        self.delete_routes("red", 2)
+        wait_until("the clearing", lambda: self.told_of("red")[-1][0] == CLEARED, 15)
+        rounds = len(self.told_of("blue"))  # blue is still above: its traps are the clock by which red is silent
+        wait_until("three more of blue", lambda: len(self.told_of("blue")) >= rounds + 3, 20)
+        again = threshold_trap(MAXIMUM, "red", 2, 2)
+        *before, last = self.told_of("red")
+        self.assertEqual(before, [again] * len(before))
+        self.assertEqual(last, threshold_trap(CLEARED, "red", 1, 2))
+
+    def test_row_shows_what_is_configured(self):
+        self.assertEqual(self.thresholds_in_the_mib("red"), (0, 0, 0))
+        self.limit("red", 400, 300)
+        self.limit("blue", 4294967295, 3000000000, "ipv6")
+        wait_until("the thresholds of red", lambda: self.thresholds_in_the_mib("red") == (300, 400, 400))
+        wait_until("the thresholds of blue",
+                   lambda: self.thresholds_in_the_mib("blue") == (3000000000, 4294967295, 4294967295))
+        self.config("delete", "vrf", "red", "threshold", "ipv4")
+        wait_until("no thresholds of red", lambda: self.thresholds_in_the_mib("red") == (0, 0, 0))
+
+    def test_change_of_a_threshold_is_judged_at_once(self):
+        self.add_routes("red", 1, 2, 3)
+        self.limit("red", 3, 2)
+        self.comes(threshold_trap(MID, "red", 3, 2), threshold_trap(MAXIMUM, "red", 3, 3))
+        self.limit("red", 10, 5)
+        self.comes(threshold_trap(CLEARED, "red", 3, 10))
+        self.limit("red", 1, 0)
+        self.comes(threshold_trap(MAXIMUM, "red", 3, 1))
+        self.config("delete", "vrf", "red", "threshold", "ipv4")
+        self.comes(threshold_trap(CLEARED, "red", 3, 0))
+        self.nothing_else_comes()
+
+    def test_many_routes_at_once_are_one_crossing_each(self):
+        self.limit("red", 50000, 30000)
+        self.system.router_file.write_text(GENERATED.format(routes=60000))
+        self.system.cli("router", "reload", check=True)
+        wait_until("both", lambda: len(self.system.traps()) >= 2, 60)
+        (mid, mid_values), (maximum, maximum_values) = self.system.traps()
+        self.assertEqual((mid, maximum), (MID, MAXIMUM))
+        self.assertGreater(int(mid_values[0][1]), 30000)
+        self.assertGreaterEqual(int(maximum_values[0][1]), 50000)
+        self.system.router_file.write_text(GENERATED.format(routes=10))
+        self.system.cli("router", "reload", check=True)
+        wait_until("the clearing", lambda: len(self.system.traps()) >= 3, 60)
+        cleared, values = self.system.traps()[2]
+        self.assertEqual(cleared, CLEARED)
+        self.assertLess(int(values[0][1]), 50000)
+        self.expected = self.system.traps()
+        self.nothing_else_comes()
+
+    def test_daemon_that_starts_above_the_maximum_knows_it(self):
+        self.limit("red", 50, 30)
+        self.config("set", "traps", "notif-reissue-time", "1")
+        self.system.router_file.write_text(GENERATED.format(routes=60))
+        self.system.cli("router", "reload", check=True)
+        wait_until("the maximum", lambda: MAXIMUM in [trap[0] for trap in self.system.traps()], 15)
+        self.system.kill("daemon")
+        before = len(self.system.traps())
+        self.system.start_daemon()
+        wait_until("three from the new process", lambda: len(self.system.traps()) >= before + 4, 30)
+        later = [trap for trap in self.system.traps()[before:] if trap[0] == MAXIMUM]
+        self.assertEqual(later[-1], threshold_trap(MAXIMUM, "red", 60, 50))
+        self.system.router_file.write_text(GENERATED.format(routes=10))
+        self.system.cli("router", "reload", check=True)
+        wait_until("the clearing", lambda: self.system.traps()[-1][0] == CLEARED, 15)
+        self.assertEqual([trap for trap in self.system.traps() if trap[0] == CLEARED],
+                         [threshold_trap(CLEARED, "red", 10, 50)])
+
+
+class Start(unittest.TestCase):
+    def test_daemon_that_cannot_watch_the_tables_ends_and_says_why(self):
+        with System(ROUTER, environment={"MPLS_VPN_MIB_FAULTS": "rib_threshold_attach=5"}) as system:
+            process = system.spawn("daemon", str(BIN / "mpls_vpn_mib"))
+            self.assertEqual(process.wait(timeout=20 * SLOW), 1)
+            self.assertIn("mpls_vpn_mib: cannot watch the route thresholds: Input/output error", system.log("daemon"))
+
+
+if __name__ == "__main__":
+    unittest.main()
