@@ -8,7 +8,6 @@
 namespace cli {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 
@@ -31,6 +30,7 @@ TEST_F(ConfigurationCandidate, CollectsUntilItIsCommitted) {
   EXPECT_EQ(Done("show"),
             "set vrf red description \"new one\"\nset vrf red rd 65000:1 ipv4\nset traps all\n");
   EXPECT_EQ(DoneAsJson("history --max 1")[0]["comment"], "new customer");
+  EXPECT_THAT(Refused("discard"), HasSubstr("there is no candidate"));
   EXPECT_EQ(Done("diff"), "");
 }
 

@@ -4,7 +4,6 @@
 namespace cli {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 TEST_F(Configuration, SetTakesEffectAtOnceAndIsShownAsItIsLoaded) {
