@@ -1,6 +1,8 @@
 // Routing protocols on the interfaces of VRFs: from nodes of the configuration to the bits of the MIB's row.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_protocols.h"
 
+#include <utility>
+
 #include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
 
 namespace {
@@ -224,6 +226,18 @@ TEST_F(Protocols, InterfaceThatComesBackStartsFromZero) {
   EXPECT_THAT(Prints(), Contains("Protocol 3 count for interface ge0 on VRF redis already 0"));
 }
 
+TEST_F(Protocols, ForwardReferenceIsCountedForAndKeepsItsCountWhenTheVrfIsCreated) {
+  NameVrf("blue");
+  Run();
+  ASSERT_EQ(vtab_get_vrf_record_by_vrf_name("blue")->vrf_id, 0U);
+  SetText(bgp_path("blue"), "");
+  EXPECT_EQ(OfVrf(kProtocolBgp, "blue"), 1U);
+  AddVrf("blue");
+  Run();
+  EXPECT_NE(vtab_get_vrf_record_by_vrf_name("blue")->vrf_id, 0U);
+  EXPECT_EQ(OfVrf(kProtocolBgp, "blue"), 1U);
+}
+
 // --- What is not counted
 // ---------------------------------------------------------------------------------------
 
@@ -287,6 +301,16 @@ TEST_F(Protocols, UnknownVrfIsNotCountedAndItsRemovalIsSilentUntilThereIsARecord
   ClearPrints();
   Delete(bgp_path("blue"));
   EXPECT_THAT(Prints(), ElementsAre("Protocol 1 count for VRF blue is already 0"));
+}
+
+TEST_F(Protocols, RecordWithoutABlockIsAsGoodAsNone) {
+  VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name("red");
+  void* block = std::exchange(record->attributes, nullptr);
+  ClearPrints();
+  set_vrf_protocol("red", kProtocolBgp, 0);
+  record->attributes = block;
+  EXPECT_EQ(OfVrf(kProtocolBgp), 0U);
+  EXPECT_THAT(Prints(), IsEmpty());
 }
 
 // --- The mutex
@@ -378,6 +402,22 @@ TEST_P(ProtocolArguments, NamesAreTakenFromTheirPlaces) {
   if (GetParam().interface >= 0) args.Text(static_cast<unsigned>(GetParam().interface), "ge0");
   GetParam().handler(&kSet, args.Block());
   EXPECT_EQ(All(), 1U);
+}
+
+TEST_P(ProtocolArguments, EveryEventButADeletionCountsUp) {
+  Arguments args(0, 10);
+  args.Text(GetParam().vrf, "red");
+  if (GetParam().interface >= 0) args.Text(static_cast<unsigned>(GetParam().interface), "ge0");
+  const auto notify = [&](std::uint32_t events) {
+    const KvNotifyInfo info{"item", events, nullptr};
+    GetParam().handler(&info, args.Block());
+  };
+  for (const std::uint32_t events : {0U, kKvEventCreated, kKvEventSet, kKvEventCreated | kKvEventSet})
+    notify(events);
+  EXPECT_EQ(All(), 4U);
+  notify(kKvEventDeleted);
+  notify(kKvEventDeleted | kKvEventSet);
+  EXPECT_EQ(All(), 2U);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachHandler, ProtocolArguments, testing::ValuesIn(kHandlers));

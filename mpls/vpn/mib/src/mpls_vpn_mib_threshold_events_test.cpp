@@ -2,6 +2,8 @@
 // client receives.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_threshold_events.h"
 
+#include <utility>
+
 #include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trap_test_support.h"
 
@@ -128,6 +130,17 @@ TEST_F(ThresholdEvents, BothFamiliesOfAVrfAreFoundByTheirTables) {
   EXPECT_EQ(AttributesOf("blue")->curr_num_routes, 5U);
   MidExceeded(702, 6, 4);
   EXPECT_EQ(AttributesOf("blue")->curr_num_routes, 6U);
+}
+
+TEST_F(ThresholdEvents, RecordWithoutABlockIsAsGoodAsNone) {
+  VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name("red");
+  void* block = std::exchange(record->attributes, nullptr);
+  MidExceeded(table_, 81, 80);
+  Maximum(kExceeded, table_, 101, 100);
+  record->attributes = block;
+  EXPECT_EQ(AttributesOf("red")->curr_num_routes, 0U);
+  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
+  EXPECT_THAT(Traps(), IsEmpty());
 }
 
 // --- What is not an event

@@ -1,4 +1,6 @@
 // Route thresholds from configuration.
+#include <utility>
+
 #include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_config.h"
 
@@ -146,6 +148,17 @@ TEST_F(RouteThresholds, RecordThatCannotBeMadeDropsTheChange) {
   SetPair(limit_path("blue", 1, 1), 100, 80);
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("blue"), nullptr);
   EXPECT_TRUE(Printed("Error in get_vrf_record: Unable to lock VTAB database: Input/output error"));
+}
+
+TEST_F(RouteThresholds, RecordWithoutABlockIsAsGoodAsNone) {
+  VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name("red");
+  void* block = std::exchange(record->attributes, nullptr);
+  SetPair(limit_path("red", 1, 1), 100, 80);
+  Delete(limit_path("red", 1, 1));
+  SetPair(limit_path("red", 1, 1), 100, 80);
+  record->attributes = block;
+  EXPECT_EQ(ThresholdsOf("red"), "0/0");
+  EXPECT_EQ(ChangedAt("red"), 0U);
 }
 
 TEST_F(RouteThresholds, MissingArgumentsAreToldEach) {

@@ -44,6 +44,14 @@ const char* text_of(const KvNotifyInfo* info) {
   return is_text ? info->value->text.c_str() : nullptr;
 }
 
+// The slot's text becomes a copy of `text`; none is left when it cannot be copied, which is told.
+bool keep_text(char** slot, const char* text, const char* handler) {
+  text_replace(slot, text);
+  if (text == nullptr || *slot != nullptr) return true;
+  mpls_vpn_error(handler, "text_copy failed", kStatusNoMemory);
+  return false;
+}
+
 // The VRF and the family of a path that has them.
 struct FamilyArguments {
   const char* vrf_name;
@@ -112,8 +120,7 @@ void set_policy(const KvNotifyInfo* info, const FamilyArguments& family, std::ui
   char** slot = record == nullptr ? nullptr : policy_slot(record, direction, family.afi);
   if (slot == nullptr) return;
   const char* policy = text_of(info);
-  text_replace(slot, policy);
-  if (policy == nullptr) return;
+  if (!keep_text(slot, policy, "mpls_vpn_mib_route_policy_notify") || policy == nullptr) return;
   mpls_vpn_debug(VTAB, "%s route policy %s configured for VRF %s, AFI = %u, SAFI = %u",
                  kDirections[direction], policy, family.vrf_name, family.afi, family.safi);
   trace_policy(family, direction);
@@ -191,7 +198,7 @@ void mpls_vpn_mib_rd_notify(std::uint32_t set, const char* vrf_name, const char*
       mpls_vpn_shown(vrf_name), mpls_vpn_shown(rd));
   const VtabVrfRecord* record = find_record(vrf_name);
   if (record == nullptr) return;
-  text_replace(&mpls_vpn_vrf_attributes(record)->rd, rd);
+  static_cast<void>(keep_text(&mpls_vpn_vrf_attributes(record)->rd, rd, __func__));
   stamp_change(record);
 }
 
@@ -227,7 +234,7 @@ void mpls_vpn_mib_vrf_descr_notify(const KvNotifyInfo* info, const RequestArgs* 
     record = find_record(vrf_name);
   }
   if (record == nullptr) return;
-  text_replace(&mpls_vpn_vrf_attributes(record)->description, description);
+  static_cast<void>(keep_text(&mpls_vpn_vrf_attributes(record)->description, description, __func__));
   stamp_change(record);
 }
 

@@ -1,6 +1,8 @@
 // Route targets, route distinguishers, route policies and descriptions from configuration.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_config.h"
 
+#include <utility>
+
 #include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 
@@ -88,6 +90,7 @@ class VrfConfiguration : public Configured<DaemonTest> {
   static constexpr KvNotifyInfo kSet{"item", kKvEventSet, nullptr};
   static constexpr KvNotifyInfo kDeleted{"item", kKvEventDeleted, nullptr};
   static constexpr KvNotifyInfo kNeither{"item", 0, nullptr};
+  static constexpr KvNotifyInfo kBoth{"item", kKvEventSet | kKvEventDeleted, nullptr};
 };
 
 // --- Route targets
@@ -200,6 +203,12 @@ TEST_F(RouteTargets, NeitherSetNorDeletedChangesNothing) {
   EXPECT_EQ(ChangedAt("red"), 0U);
 }
 
+TEST_F(RouteTargets, SetCountsBeforeDeletion) {
+  const Arguments args = TargetArguments("red");
+  mpls_vpn_mib_import_rt_notify(&kBoth, args.Block());
+  EXPECT_THAT(TargetsOf("red"), ElementsAre("import 65000:100 1/1"));
+}
+
 TEST_F(RouteTargets, MissingVrfNameIsTold) {
   OnlyArea(ERR);
   rt_notify(&kSet, Arguments(0, 10).Block(), kRtImport);
@@ -257,9 +266,30 @@ TEST_F(RouteDistinguishers, DeletionThatPassesTheTextLeavesThatRdStored) {
   EXPECT_TRUE(Printed("notify for RD deletion on vrf red, RD = 65000:1"));
 }
 
-TEST_F(RouteDistinguishers, SetForAnUnknownVrfMakesNoRecord) {
+TEST_F(RouteDistinguishers, SetForAnUnknownVrfIsSaidAndMakesNoRecord) {
   mpls_vpn_mib_rd_notify(1, "blue", "65000:1");
+  EXPECT_THAT(Prints(), ElementsAre("notify for RD set on vrf blue, RD = 65000:1"));
   EXPECT_FALSE(IsKnown("blue"));
+}
+
+TEST_F(RouteDistinguishers, ForwardReferenceKeepsItAndIsStampedWithoutACheckpoint) {
+  SetText(import_policy_path("blue"), "customers");
+  mpls_vpn_mib_rd_notify(1, "blue", "65000:1");
+  EXPECT_EQ(RdOf("blue"), "65000:1");
+  ExpectForwardReferenceStampedButNotCheckpointed("blue");
+}
+
+TEST_F(RouteDistinguishers, TextThatCannotBeCopiedIsToldAndTheFormerOneIsGone) {
+  mpls_vpn_mib_rd_notify(1, "red", "65000:1");
+  PassSeconds(3);
+  OnlyArea(ERR);
+  ClearPrints();
+  const ScopedFault fault("text_copy", kStatusNoMemory);
+  mpls_vpn_mib_rd_notify(1, "red", "65000:2");
+  EXPECT_THAT(Prints(),
+              ElementsAre("Error in mpls_vpn_mib_rd_notify: text_copy failed: Cannot allocate memory"));
+  EXPECT_EQ(RdOf("red"), "(null)");
+  EXPECT_EQ(ChangedAt("red"), Now());
 }
 
 class RdRegistration : public Configured<DaemonTest> {
@@ -325,6 +355,32 @@ TEST_F(RoutePolicies, FamilyThreeChangesNothing) {
   EXPECT_THAT(Prints(), IsEmpty());
 }
 
+TEST_F(RoutePolicies, FamilyThreeOfAnUnknownVrfIsAForwardReferenceWithoutAPolicy) {
+  SetText(import_policy_path("blue", 3), "customers");
+  ASSERT_TRUE(IsKnown("blue"));
+  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("blue")->vrf_id, 0U);
+  EXPECT_THAT(PoliciesOf("blue"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
+}
+
+TEST_F(RoutePolicies, RecordThatCannotBeMadeDropsTheChange) {
+  OnlyArea(VTAB);
+  const ScopedFault fault("vtab_lock_dbase", kStatusIo);
+  SetText(import_policy_path("blue"), "customers");
+  EXPECT_FALSE(IsKnown("blue"));
+  EXPECT_THAT(Prints(), IsEmpty());
+}
+
+TEST_F(RoutePolicies, TextThatCannotBeCopiedIsToldAndTheFormerOneIsGone) {
+  SetText(export_policy_path("red"), "customers");
+  ClearPrints();
+  const ScopedFault fault("text_copy", kStatusNoMemory);
+  SetText(export_policy_path("red"), "transit");
+  EXPECT_THAT(
+      Prints(),
+      ElementsAre("Error in mpls_vpn_mib_route_policy_notify: text_copy failed: Cannot allocate memory"));
+  EXPECT_THAT(PoliciesOf("red"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
+}
+
 TEST_F(RoutePolicies, SubsequentFamilyTwoOverwritesTheUnicastPolicy) {
   SetText(import_policy_path("red", 1, 1), "unicast");
   SetText(import_policy_path("red", 1, 2), "multicast");
@@ -371,6 +427,16 @@ TEST_F(RoutePolicies, OtherDirectionsAndOtherEventsChangeNothing) {
   const KvNotifyInfo neither{"import-policy", 0, &value};
   mpls_vpn_mib_route_policy_notify(&neither, args.Block(), 0);
   EXPECT_THAT(PoliciesOf("red"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
+}
+
+TEST_F(RoutePolicies, SetCountsBeforeDeletion) {
+  const Arguments args = Arguments(0, 3).Text(0, "red").Number(1, 1).Number(2, 1);
+  KvValue value;
+  value.type = KvValueType::kText;
+  value.text = "customers";
+  const KvNotifyInfo both{"import-policy", kKvEventSet | kKvEventDeleted, &value};
+  mpls_vpn_mib_import_policy_notify(&both, args.Block());
+  EXPECT_EQ(PoliciesOf("red")[0], "customers");
 }
 
 TEST_F(RoutePolicies, MissingArgumentsAreToldEach) {
@@ -436,6 +502,34 @@ TEST_F(Descriptions, NeitherSetNorDeletedChangesNothing) {
   EXPECT_EQ(ChangedAt("red"), 0U);
 }
 
+TEST_F(Descriptions, SetCountsBeforeDeletion) {
+  mpls_vpn_mib_vrf_descr_notify(&kBoth, Arguments(0, 1).Text(0, "blue").Block());
+  EXPECT_TRUE(IsKnown("blue")) << "a deletion makes no record";
+}
+
+TEST_F(Descriptions, RecordThatCannotBeMadeDropsTheChange) {
+  OnlyArea(ERR);
+  const ScopedFault fault("vtab_lock_dbase", kStatusIo);
+  SetText(description_path("blue"), "the blue customer");
+  EXPECT_FALSE(IsKnown("blue"));
+  EXPECT_THAT(Prints(),
+              ElementsAre("Error in get_vrf_record: Unable to lock VTAB database: Input/output error"));
+}
+
+TEST_F(Descriptions, TextThatCannotBeCopiedIsToldAndTheFormerOneIsGone) {
+  SetText(description_path("red"), "the red customer");
+  PassSeconds(3);
+  OnlyArea(ERR);
+  ClearPrints();
+  const ScopedFault fault("text_copy", kStatusNoMemory);
+  SetText(description_path("red"), "another");
+  EXPECT_THAT(
+      Prints(),
+      ElementsAre("Error in mpls_vpn_mib_vrf_descr_notify: text_copy failed: Cannot allocate memory"));
+  EXPECT_EQ(DescriptionOf("red"), "(null)");
+  EXPECT_EQ(ChangedAt("red"), Now());
+}
+
 TEST_F(Descriptions, NameOfTheVrfIsDecoded) {
   AddVrf("a b/c");
   Run();
@@ -452,6 +546,26 @@ TEST_F(Descriptions, MissingVrfNameIsTold) {
       ElementsAre(
           MatchesRegex("BGEN arg 0 not present in mpls_vpn_mib_vrf_descr_notify, line [0-9]+"),
           MatchesRegex("BGEN arg 0 'vrf_name' is NULL in mpls_vpn_mib_vrf_descr_notify, line [0-9]+")));
+}
+
+// --- A record that lost its block
+// ------------------------------------------------------------------------------
+
+TEST_F(VrfConfiguration, RecordWithoutABlockIsAsGoodAsNone) {
+  VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name("red");
+  void* block = std::exchange(record->attributes, nullptr);
+  SetText(import_path("red"), "");
+  SetText(import_policy_path("red"), "customers");
+  SetText(description_path("red"), "the red customer");
+  mpls_vpn_mib_rd_notify(1, "red", "65000:1");
+  Delete(import_policy_path("red"));
+  Delete(description_path("red"));
+  record->attributes = block;
+  EXPECT_THAT(TargetsOf("red"), ElementsAre("import 65000:100 1/1"));
+  EXPECT_THAT(PoliciesOf("red"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
+  EXPECT_EQ(DescriptionOf("red"), "(null)");
+  EXPECT_EQ(RdOf("red"), "(null)");
+  EXPECT_EQ(ChangedAt("red"), 0U);
 }
 
 // --- Replay
