@@ -139,7 +139,7 @@ class Matching {
       route = below(index, ended ? component : component + 1, keys + 1);
     } else if (decode_key(here.kind, components_[component], keys)) {
       route = below(index, component + 1, keys + 1);
-    } else {
+    } else if (below(index, component + 1, keys + 1) != kNoNode) {
       bad_key_ = true;
     }
     if (route == kNoNode) texts_used_ = texts_used;

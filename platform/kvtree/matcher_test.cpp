@@ -82,6 +82,16 @@ TEST(PathMatcher, MalformedEscapesAreBadKeys) {
   }
 }
 
+TEST(PathMatcher, BadKeyOfAPathThatWouldNotFitAnywayIsUnknown) {
+  EXPECT_EQ(Match({"if/<s>/<n>"}, "if/red/x/more"), kUnknown);
+  EXPECT_EQ(Match({"if/<s>/<n>"}, "if/%zz/1/more"), kUnknown);
+  EXPECT_EQ(Match({"scalars", "<s>/event"}, "%zz/other"), kUnknown);
+  EXPECT_EQ(Match({"scalars", "<s>/event"}, "%zz/event"), kBadKey);
+  EXPECT_EQ(Match({"if/<s>/<n>"}, "if/%zz/x"), kBadKey) << "two of them";
+  EXPECT_EQ(Match({"if/<s>/<n>"}, "if/%zz"), kBadKey) << "and one that is absent";
+  EXPECT_EQ(Match({"a/<n>/b", "a/<s>/c"}, "a/x/c"), "1:/0 'x'");
+}
+
 TEST(PathMatcher, Ipv4KeysComeAsTextAndAsNumber) {
   const KvRoute route{"ip/<ip4>", {}};
   const kvtree::CompiledTable table = compile_table({&route, 1});
