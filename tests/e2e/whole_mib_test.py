@@ -282,8 +282,8 @@ class WholeMib(unittest.TestCase):
 
     def test_tables_of_snmptable(self):
         for name, rows in (("mplsL3VpnVrfTable", len(vrfs())),
-                           ("mplsL3VpnVrfRTTable", sum(len(route_targets(vrf)) for vrf in ROUTER["vrfs"])), ("mplsL3VpnVrfPerfTable", len(vrfs())),
-                           ("mplsL3VpnVrfSecTable", len(vrfs())),
+                           ("mplsL3VpnVrfRTTable", sum(len(route_targets(vrf)) for vrf in ROUTER["vrfs"])),
+                           ("mplsL3VpnVrfPerfTable", len(vrfs())), ("mplsL3VpnVrfSecTable", len(vrfs())),
                            ("mplsL3VpnVrfRteTable", sum(len(list(paths(vrf))) for vrf in vrfs()))):
             environment = {key: value for key, value in self.system.environment.items() if not key.startswith("MIB")}
             result = subprocess.run(

@@ -1,0 +1,200 @@
+#!/usr/bin/env python3
+"""A VRF's configuration from the router file and the command line to the MIB: what changes is in the next walk, what
+does not stays through kills, and a VRF or an interface that was away comes back with all of it."""
+import copy
+import json
+import subprocess
+import unittest
+
+from system import IF_CONF, L3VPN, System, bits, name_index, oid_tuple, wait_until
+
+VRF_ENTRY, RT_ENTRY = (oid_tuple(L3VPN) + tail for tail in ((1, 2, 2, 1), (1, 2, 3, 1)))
+DESCRIPTION, RD, MID, HIGH = 3, 4, 9, 10
+RAW = ("-Ot", "--hexOutputLength=0")
+
+ROUTER = {
+    "vrfs": [
+        {"name": "red", "table": 10, "description": "Red Rail", "rd": "65000:10",
+         "route_targets": {"ipv4": {"import": ["65000:10"], "export": ["65000:10"]}},
+         "thresholds": {"ipv4": {"maximum": 100, "mid": 80}}, "bgp": {"as": 65000, "neighbors": ["10.0.0.2"]},
+         "ospf": [{"process": 1, "area": 0, "interfaces": ["ge0"]}]},
+        {"name": "blue", "table": 20, "description": "Blue Bank", "rip": {"interfaces": ["ge1", "ge0"]}},
+    ],
+    "interfaces": [
+        {"name": "ge0", "index": 11, "vrf": "red", "state": "up", "addresses": ["10.0.0.1/24"]},
+        {"name": "ge1", "index": 12, "vrf": "blue", "state": "up", "addresses": ["10.0.0.1/24"]},
+    ],
+}
+
+
+def dotted(oid):
+    return ".".join(map(str, oid))
+
+
+def now():
+    return int(subprocess.run(["date", "+%s"], capture_output=True, text=True, check=True).stdout)
+
+
+class Configuration(unittest.TestCase):
+    def setUp(self):
+        self.router = copy.deepcopy(ROUTER)
+        self.red, self.blue = self.router["vrfs"]
+        self.system = System(json.dumps(self.router))
+        self.addCleanup(self.system.__exit__, None)
+        self.system.start_all()
+
+    def reload(self):
+        self.system.router_file.write_text(json.dumps(self.router))
+        self.system.cli("router", "reload", check=True)
+
+    def vrf(self, name, *columns):
+        """Cells of the VRF's row, from a walk: what the next management walk sees."""
+        rows = dict(self.system.walk(dotted(VRF_ENTRY), options=RAW))
+        return [rows.get(VRF_ENTRY + (column,) + name_index(name)) for column in columns]
+
+    def targets(self, vrf):
+        """["1 65000:10"]: type and text, in the order of their numbers."""
+        start = RT_ENTRY + (4,) + name_index(vrf)
+        return [f"{oid[-1]} {value[1:-1]}" for oid, value in self.system.walk(dotted(RT_ENTRY), options=RAW)
+                if oid[:len(start)] == start]
+
+    def protocols(self, vrf, index):
+        rows = dict(self.system.walk(IF_CONF, options=RAW))
+        return rows.get(oid_tuple(IF_CONF) + (1, 3) + name_index(vrf) + (index,))
+
+    def becomes(self, what, read, expected):
+        found = []
+
+        def is_so():
+            try:
+                found[:] = [read()]
+            except AssertionError as error:  # a walk that failed: the sub-agent has not found the daemon yet
+                found[:] = [error]
+            return found == [expected]
+
+        try:
+            wait_until(what, is_so)
+        except AssertionError:
+            self.fail(f"{what}: {found[0]} is not {expected}")
+
+    def times(self):
+        """{VRF: (creation, last change)} in the daemon's seconds."""
+        rows = [self.system.cli_json("get", f"vrf/{name}") for name in ("red", "blue")]
+        return {row["name"]: (row["creationTime"], row["confLastChanged"]) for row in rows}
+
+    def pass_a_second(self):
+        start = now()
+        wait_until("another second", lambda: now() > start + 1)
+
+    def everything(self):
+        """What must not move: all cells of VRFs, route targets and interfaces but the relative times."""
+        def is_time(oid):
+            return oid[:len(VRF_ENTRY) + 1] in (VRF_ENTRY + (5,), VRF_ENTRY + (12,))
+        rows = self.system.walk(dotted(oid_tuple(L3VPN) + (1, 2)), options=RAW)
+        return [(oid, value) for oid, value in rows if not is_time(oid)]
+
+    # --- The router file ---
+
+    def test_reload_is_in_the_next_walk_and_stamps_the_changed_vrf_only(self):
+        self.assertEqual(self.targets("red"), ["1 65000:10", "2 65000:10"])
+        before = self.times()
+        self.pass_a_second()
+        self.red["description"] = "Red Rail, sold"
+        self.red["rd"] = "65000:11"
+        self.red["route_targets"] = {"ipv4": {"import": ["65000:7", "65000:10"]}}
+        self.red["thresholds"]["ipv4"] = {"maximum": 200, "mid": 150}
+        self.red["rip"] = {"interfaces": ["ge0"]}
+        self.reload()
+        self.becomes("route targets", lambda: self.targets("red"), ["1 65000:7", "1 65000:10"])
+        self.becomes("row", lambda: self.vrf("red", DESCRIPTION, RD, MID, HIGH),
+                     ['"Red Rail, sold"', '"65000:11"', "150", "200"])
+        self.becomes("protocols", lambda: self.protocols("red", 11), bits(1, 2, 3))
+        after = self.times()
+        self.assertEqual(after["red"][0], before["red"][0], "the creation is what it was")
+        self.assertGreater(after["red"][1], before["red"][1])
+        self.assertEqual(after["blue"], before["blue"])
+
+    def test_protocols_alone_stamp_nothing(self):
+        before = self.times()
+        self.pass_a_second()
+        del self.red["ospf"], self.red["bgp"]
+        self.reload()
+        self.becomes("protocols", lambda: self.protocols("red", 11), bits())
+        self.assertEqual(self.times(), before)
+
+    def test_configuration_that_goes_leaves_nothing(self):
+        for key in ("description", "route_targets", "thresholds"):
+            del self.red[key]
+        self.reload()
+        self.becomes("route targets", lambda: self.targets("red"), [])
+        self.becomes("row", lambda: self.vrf("red", DESCRIPTION, MID, HIGH), ['""', "0", "0"])
+
+    def test_mistake_changes_nothing(self):
+        before = self.everything(), self.times()
+        self.red["description"] = "new"
+        self.red["route_targets"] = {"import": ["none"]}
+        self.system.router_file.write_text(json.dumps(self.router))
+        result = self.system.cli("router", "reload")
+        self.assertNotEqual(result.returncode, 0)
+        self.assertRegex(result.stdout + result.stderr, r':1:\d+: "none" is no route target such as ')
+        self.assertEqual((self.everything(), self.times()), before)
+
+    # --- The command line ---
+
+    def test_command_line_is_in_force_before_the_file(self):
+        set_red = ("config", "set", "vrf", "red")
+        self.system.cli(*set_red, "description", "by", "hand", check=True)
+        self.system.cli(*set_red, "rt", "import", "65000:99", "ipv4", check=True)
+        self.becomes("description", lambda: self.vrf("red", DESCRIPTION), ['"by hand"'])
+        self.becomes("route targets", lambda: self.targets("red"), ["1 65000:10", "1 65000:99", "2 65000:10"])
+        self.red["description"] = "the file's own"
+        self.reload()
+        self.assertEqual(self.vrf("red", DESCRIPTION), ['"by hand"'])
+        self.system.cli("config", "delete", "vrf", "red", "description", check=True)
+        self.becomes("description", lambda: self.vrf("red", DESCRIPTION), ['"the file\'s own"'])
+
+    # --- What was away ---
+
+    def test_kill_and_restart_move_nothing(self):
+        # Fetching the route distinguisher anew is a change to the daemon: the VRFs of this test have none.
+        del self.red["rd"]
+        self.reload()
+        self.becomes("row", lambda: self.vrf("red", RD), ['""'])
+        before = self.everything(), self.times()
+        for _ in range(2):
+            self.pass_a_second()
+            self.system.kill("daemon")
+            self.system.start_daemon()
+            self.becomes("everything", self.everything, before[0])
+            self.assertEqual(self.times(), before[1])
+
+    def test_file_that_changed_while_the_daemon_was_away_is_in_force_after_it(self):
+        self.system.kill("daemon")
+        self.red["description"] = "meanwhile"
+        self.system.router_file.write_text(json.dumps(self.router))
+        self.system.start_daemon()
+        self.becomes("description", lambda: self.vrf("red", DESCRIPTION), ['"meanwhile"'])
+
+    def test_vrf_that_was_away_comes_back_with_its_configuration(self):
+        before = self.everything()
+        table = self.red.pop("table")
+        self.red["state"] = "referenced"
+        self.reload()
+        self.becomes("row", lambda: self.vrf("red", DESCRIPTION), [None])
+        del self.red["state"]
+        self.red["table"] = table
+        self.reload()
+        self.becomes("everything", self.everything, before)
+
+    def test_interface_that_was_away_comes_back_with_its_protocols(self):
+        red, blue = bits(1, 2), bits(3)
+        self.assertEqual(self.protocols("red", 11), red)
+        self.system.cli("router", "move", "ge0", "blue", check=True)
+        self.becomes("protocols in blue", lambda: self.protocols("blue", 11), blue)
+        self.assertIsNone(self.protocols("red", 11))
+        self.system.cli("router", "move", "ge0", "red", check=True)
+        self.becomes("protocols in red", lambda: self.protocols("red", 11), red)
+
+
+if __name__ == "__main__":
+    unittest.main()
