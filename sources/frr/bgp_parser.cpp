@@ -21,10 +21,15 @@ VpnFamily& family(Parser& parser) {
   return instance(parser).families[static_cast<std::size_t>(parser.family)];
 }
 
-BgpNeighbour& neighbour(Parser& parser, std::string_view name) {
+// Null, and a mistake, for a word that is neither an address nor a name.
+BgpNeighbour* neighbour(Parser& parser, std::string_view name) {
+  if (!router::valid_interface_name(name)) {
+    parser.mistake("no neighbour has such a name");
+    return nullptr;
+  }
   auto& neighbours = instance(parser).neighbours;
   const auto found = neighbours.find(name);
-  return found != neighbours.end() ? found->second : neighbours[std::string(name)];
+  return found != neighbours.end() ? &found->second : &neighbours[std::string(name)];
 }
 
 void take_neighbour(Parser& parser, const Words& words) {
@@ -32,11 +37,11 @@ void take_neighbour(Parser& parser, const Words& words) {
 }
 
 void take_group(Parser& parser, const Words& words) {
-  neighbour(parser, words[1]).is_group = true;
+  if (BgpNeighbour* group = neighbour(parser, words[1])) group->is_group = true;
 }
 
 void take_membership(Parser& parser, const Words& words) {
-  neighbour(parser, words[1]).group = words.back();
+  if (BgpNeighbour* member = neighbour(parser, words[1])) member->group = words.back();
 }
 
 void take_ipv4_default(Parser& parser, const Words& words) {
@@ -60,7 +65,9 @@ void leave_family(Parser& parser, const Words&) {
 
 void take_activation(Parser& parser, const Words& words) {
   const bool active = words[0] != "no";
-  neighbour(parser, words[active ? 1 : 2]).active[static_cast<std::size_t>(parser.family)] = active;
+  if (BgpNeighbour* named = neighbour(parser, words[active ? 1 : 2])) {
+    named->active[static_cast<std::size_t>(parser.family)] = active;
+  }
 }
 
 void take_rd(Parser& parser, const Words& words) {
@@ -82,6 +89,7 @@ void take_targets(Parser& parser, const Words& words) {
 }
 
 void take_policy(Parser& parser, const Words& words) {
+  if (words[3].size() > kTextMax) return parser.mistake("the route map's name is too long");
   (words[2] == "import" ? family(parser).import_policy : family(parser).export_policy) = words[3];
 }
 
@@ -121,7 +129,7 @@ constexpr LineRule kFamilyEnd[] = {{"exit-address-family", leave_family}};
 }  // namespace
 
 void open_bgp(Parser& parser, const Words& words) {
-  if (words[4] == router::kDefaultVrf) return;
+  if (!is_vpn(parser, words[4])) return;
   std::uint32_t as_number = 0;
   if (!parse_as_number(words[2], &as_number)) {
     return parser.mistake("'" + std::string(words[2]) + "' is no AS number");

@@ -13,6 +13,8 @@
 
 namespace frr {
 
+inline constexpr std::size_t kTextMax = 255;  // octets of a description or of a route map's name
+
 using Words = std::vector<std::string_view>;
 
 enum class Stanza : std::uint8_t { kOther, kBgp, kOspf, kRip, kEigrp, kVrf, kInterface };
@@ -40,6 +42,8 @@ struct LineRule {
 Words split_words(std::string_view text);
 // The first rule whose pattern fits takes the line; false when none does.
 bool take_line(const LineRule* rules, std::size_t count, Parser& parser, const Words& words);
+// False for the default VRF, and after a mistake for what cannot be a VRF's name.
+bool is_vpn(Parser& parser, std::string_view vrf);
 // A whole decimal number up to the limit.
 bool parse_number(std::string_view text, std::uint32_t limit, std::uint32_t* number);
 // "65000", or "1.10" for 65546.

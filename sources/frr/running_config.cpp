@@ -37,29 +37,25 @@ bool matches(std::string_view pattern, const Words& words) {
   return further.empty() || further == "...";
 }
 
-bool is_vpn(std::string_view vrf) {
-  return vrf != router::kDefaultVrf;
-}
-
 // --- Heads of stanzas ---
 
 // "router ospf [INSTANCE] vrf NAME": the instance stands in words[2] when there is one.
 void open_ospf(Parser& parser, const Words& words) {
-  if (!is_vpn(words.back())) return;
+  if (!is_vpn(parser, words.back())) return;
   const std::string_view process = words.size() == 5 ? words[2] : kOnlyProcess;
   parser.stanza = Stanza::kOspf;
   parser.config.ospf.push_back({std::string(words.back()), std::string(process)});
 }
 
 void open_rip(Parser& parser, const Words& words) {
-  if (!is_vpn(words[3])) return;
+  if (!is_vpn(parser, words[3])) return;
   parser.stanza = Stanza::kRip;
   parser.config.rip.push_back({std::string(words[3]), ""});
 }
 
 void open_eigrp(Parser& parser, const Words& words) {
   std::uint32_t as_number = 0;
-  if (!is_vpn(words[4])) return;
+  if (!is_vpn(parser, words[4])) return;
   if (!parse_number(words[2], 65535, &as_number)) {
     return parser.mistake("'" + std::string(words[2]) + "' is no AS number");
   }
@@ -68,13 +64,14 @@ void open_eigrp(Parser& parser, const Words& words) {
 }
 
 void open_vrf(Parser& parser, const Words& words) {
-  if (!is_vpn(words[1])) return;
+  if (!is_vpn(parser, words[1])) return;
   parser.stanza = Stanza::kVrf;
   parser.vrf = words[1];
 }
 
 // Some versions add the interface's VRF; the router knows it better.
 void open_interface(Parser& parser, const Words& words) {
+  if (!router::valid_interface_name(words[1])) return parser.mistake("no interface has such a name");
   parser.stanza = Stanza::kInterface;
   parser.interface = words[1];
 }
@@ -119,7 +116,7 @@ void take_rip_network(Parser& parser, const Words& words) {
   Network network;
   if (parse_network(words[1], &network.prefix)) {
     parser.config.rip.back().networks.push_back(network);
-  } else if (words[1].find('/') == std::string_view::npos) {
+  } else if (router::valid_interface_name(words[1]) && words[1].find('/') == std::string_view::npos) {
     parser.config.rip.back().interfaces.emplace_back(words[1]);
   } else {
     parser.mistake("'" + std::string(words[1]) + "' is no IPv4 network");
@@ -151,6 +148,7 @@ void take_interface_instance_area(Parser& parser, const Words& words) {
 // The rest of the line as it stands: a description may have blanks of its own.
 void take_description(Parser& parser, const Words&) {
   constexpr std::string_view kWord = "description ";
+  if (parser.line_text.size() > kWord.size() + kTextMax) return parser.mistake("the description is too long");
   parser.config.interfaces[parser.interface].description = parser.line_text.substr(kWord.size());
 }
 
@@ -225,6 +223,13 @@ bool take_line(const LineRule* rules, std::size_t count, Parser& parser, const W
     rules[i].take(parser, words);
     return true;
   }
+  return false;
+}
+
+bool is_vpn(Parser& parser, std::string_view vrf) {
+  if (vrf == router::kDefaultVrf) return false;
+  if (router::valid_vrf_name(vrf)) return true;
+  parser.mistake("no VRF has such a name");
   return false;
 }
 

@@ -306,6 +306,38 @@ TEST(StaticRoutes, BadOnesAreMistakes) {
   }
 }
 
+// --- Names ---
+
+TEST(RunningConfigNames, NamesThatAreTooLongAreMistakes) {
+  const std::string vrf(32, 'v');
+  const std::string interface(64, 'i');
+  for (const std::string& text : {"router bgp 1 vrf " + vrf, "router ospf vrf " + vrf,
+                                  "router rip vrf " + vrf, "router eigrp 1 vrf " + vrf, "vrf " + vrf}) {
+    EXPECT_EQ(only_mistake(text), (Mistake{1, "no VRF has such a name"})) << text;
+  }
+  EXPECT_EQ(only_mistake("interface " + interface).what, "no interface has such a name");
+  EXPECT_EQ(only_mistake("vrf red\n ip route 10.0.0.0/8 " + interface).what, "no interface has such a name");
+  EXPECT_EQ(only_mistake("router rip vrf red\n network " + interface).line, 2U);
+  EXPECT_EQ(only_mistake("router bgp 1 vrf red\n neighbor " + interface + " remote-as 1").what,
+            "no neighbour has such a name");
+  EXPECT_EQ(only_mistake(family_of("ipv4 unicast", "  neighbor " + interface + " activate\n")).line, 4U);
+}
+
+TEST(RunningConfigNames, TextsThatAreTooLongAreMistakes) {
+  const std::string text(256, 't');
+  EXPECT_EQ(only_mistake("interface red\n description " + text).what, "the description is too long");
+  EXPECT_EQ(only_mistake(family_of("ipv4 unicast", "  route-map vpn import " + text + "\n")).what,
+            "the route map's name is too long");
+  EXPECT_EQ(
+      parse_running_config("interface red\n description " + text.substr(1)).interfaces.at("red").description,
+      text.substr(1));
+}
+
+TEST(RunningConfigNames, LongestNamesAreTaken) {
+  EXPECT_EQ(only_instance("router bgp 1 vrf " + std::string(31, 'v')).vrf.size(), 31U);
+  EXPECT_EQ(only_route("ip route 10.0.0.0/8 " + std::string(63, 'i')).interface.size(), 63U);
+}
+
 // --- The text as a whole ---
 
 TEST(RunningConfigText, OtherLinesAreSkipped) {

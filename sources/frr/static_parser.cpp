@@ -64,6 +64,9 @@ void take_static_route(Parser& parser, const Words& words) {
   route.family = ipv4 ? vrf_config::Family::kIpv4 : vrf_config::Family::kIpv6;
   route.prefix = words[2];
   take_next_hop(words, &route);
+  if (!route.interface.empty() && !router::valid_interface_name(route.interface)) {
+    return parser.mistake("no interface has such a name");
+  }
   parser.config.statics.push_back({parser.vrf, std::move(route)});
 }
 

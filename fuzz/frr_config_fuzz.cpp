@@ -1,0 +1,78 @@
+// Texts into the reader of the routing suite's answers and the parser of its running configuration.
+//
+// The whole input is a configuration; whatever it holds must become nodes that the tree takes: below a scope,
+// not longer than a path may be for words of an ordinary length, of one program only, in order. The input
+// with what the shell prints around it must be read as the same configuration or refused.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "sources/frr/config_nodes.h"
+#include "sources/frr/conversation.h"
+
+namespace {
+
+void require(bool condition) {
+  if (!condition) std::abort();
+}
+
+bool is_in_order(const frr::Nodes& nodes) {
+  return std::adjacent_find(nodes.begin(), nodes.end(),
+                            [](const KvConfigNode& left, const KvConfigNode& right) {
+                              return left.path >= right.path;
+                            }) == nodes.end();
+}
+
+const router::Router& sample_router() {
+  static const router::Router* const sample = [] {
+    auto* const made = new router::Router;
+    router::Vrf vrf;
+    vrf.name = "red";
+    vrf.id = 10;
+    require(made->create_vrf(vrf) == kStatusOk);
+    router::Interface interface;
+    interface.name = "red1";
+    interface.vrf = "red";
+    interface.index = 3;
+    interface.addresses.resize(1);
+    require(router::parse_address("10.0.0.1/24", &interface.addresses[0]));
+    require(made->add_interface(interface) == kStatusOk);
+    return made;
+  }();
+  return *sample;
+}
+
+void check_nodes(std::string_view text) {
+  const frr::RunningConfig config = frr::parse_running_config(text);
+  for (const frr::Mistake& mistake : config.mistakes) require(mistake.line > 0 && !mistake.what.empty());
+  for (const frr::Program& program : frr::kPrograms) {
+    const frr::Nodes nodes = program.nodes(config, sample_router());
+    require(is_in_order(nodes));
+    for (const KvConfigNode& node : nodes) {
+      for (const frr::Program& other : frr::kPrograms) require(other.owns(node.path) == (&other == &program));
+    }
+  }
+}
+
+void check_answer(const std::string& text) {
+  (void)frr::read_shell_output(text, "bgpd");
+  const std::string printed =
+      "show running-config\nCurrent configuration:\n" + text + "\nend\nvm# show daemons\n bgpd\nvm# ";
+  const frr::Answer answer = frr::read_shell_output(printed, "bgpd");
+  require(answer.whole == answer.reason.empty());
+  if (answer.whole &&
+      printed.find("\nCurrent configuration:\n") == printed.rfind("\nCurrent configuration:\n")) {
+    require((text + "\n").compare(0, answer.configuration.size(), answer.configuration) == 0);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  check_nodes(text);
+  check_answer(text);
+  return 0;
+}
