@@ -1,15 +1,19 @@
-// The BGP VPN library: route distinguishers from the router model, their change callback, and the AS number
-// format.
+// The BGP VPN library: route distinguishers from the configuration and the router model, their change
+// callback, and the AS number format.
 //
-// Text is made from the model when it is asked for, in the format in force; nothing is cached. The library
-// observes the model for changed RDs and posts one call a change on the manager of the registration, with the
-// texts of the time of the change. A generation number lets posted calls of an ended registration fall flat.
+// A VRF's RD is the configured one, else the model's. Text is made when it is asked for, in the format in
+// force. While there is a callback the library follows the configuration and observes the model for changed
+// RDs, and tells changes of the RD that counts: the model's are posted on the manager of the registration
+// with the texts of the time of the change, those of the configuration come through the same manager. A
+// generation number lets posted calls of an ended registration fall flat.
 #include "platform/bgp_vpn/bgp_vpn.h"
 
 #include <cstring>
+#include <map>
 #include <utility>
 
 #include "platform/base/fault.h"
+#include "platform/bgp_vpn/configured_rd.h"
 
 namespace {
 
@@ -17,7 +21,8 @@ class Library : public router::Observer {
  public:
   void attach(router::Router* model);
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
-  std::string rd_text(const router::Vrf& vrf) const { return bgp_util_format_rd(vrf.rd, format); }
+  std::string model_rd(const std::string& vrf) const;
+  Status follow(EventManager* manager, BgpVpnRdCallback wanted);
   void change_format(BgpAsnFormat wanted);
   void end_notifications();
 
@@ -29,7 +34,12 @@ class Library : public router::Observer {
   std::uint64_t generation = 0;
 
  private:
-  void post_rd(const router::Vrf& vrf);
+  std::map<std::string, std::string> all_rds() const;
+  void configuration_changed(const std::string& vrf, const std::string& before);
+  void post_rd(const std::string& vrf, const std::string& rd);
+  void tell(const std::string& vrf, const std::string& text) const;
+
+  bgp_vpn::ConfiguredRds configured_;
 };
 
 Library& library() {
@@ -43,27 +53,64 @@ void Library::attach(router::Router* next) {
   if (model != nullptr) model->observe(router::ObserverRank::kOther, this);
 }
 
-void Library::post_rd(const router::Vrf& vrf) {
+std::string Library::model_rd(const std::string& vrf) const {
+  const router::Vrf* found = model == nullptr ? nullptr : model->find_vrf(vrf);
+  return found == nullptr ? std::string() : found->rd;
+}
+
+// The RD that counts of every VRF that has one, as far as it was told.
+std::map<std::string, std::string> Library::all_rds() const {
+  std::map<std::string, std::string> all = configured_.all();
+  if (model == nullptr) return all;
+  model->for_each_vrf([&](const router::Vrf& vrf) {
+    if (!vrf.rd.empty()) all.emplace(vrf.name, vrf.rd);
+  });
+  return all;
+}
+
+void Library::tell(const std::string& vrf, const std::string& text) const {
+  callback(text.empty() ? 0 : 1, vrf.c_str(), text.empty() ? nullptr : text.c_str());
+}
+
+void Library::post_rd(const std::string& vrf, const std::string& rd) {
   if (callback == nullptr) return;
-  event_post(callback_manager, [this, posted = generation, name = vrf.name, rd = rd_text(vrf)] {
-    if (posted != generation) return;
-    callback(rd.empty() ? 0 : 1, name.c_str(), rd.empty() ? nullptr : rd.c_str());
+  event_post(callback_manager, [this, posted = generation, vrf, text = bgp_util_format_rd(rd, format)] {
+    if (posted == generation) tell(vrf, text);
   });
 }
 
+void Library::configuration_changed(const std::string& vrf, const std::string& before) {
+  const std::string from_model = model_rd(vrf);
+  const std::string now = configured_.told(vrf);
+  const std::string& rd = now.empty() ? from_model : now;
+  if (rd != (before.empty() ? from_model : before)) tell(vrf, bgp_util_format_rd(rd, format));
+}
+
+// A change of the model counts where nothing is configured.
 void Library::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
-  if (before.rd != now.rd) post_rd(now);
+  if (before.rd != now.rd && configured_.told(now.name).empty()) post_rd(now.name, now.rd);
 }
 
 void Library::change_format(BgpAsnFormat wanted) {
   const BgpAsnFormat before = std::exchange(format, wanted);
-  if (model == nullptr) return;
-  model->for_each_vrf([&](const router::Vrf& vrf) {
-    if (bgp_util_format_rd(vrf.rd, before) != rd_text(vrf)) post_rd(vrf);
+  if (callback == nullptr) return;
+  for (const auto& [vrf, rd] : all_rds()) {
+    if (bgp_util_format_rd(rd, before) != bgp_util_format_rd(rd, format)) post_rd(vrf, rd);
+  }
+}
+
+Status Library::follow(EventManager* manager, BgpVpnRdCallback wanted) {
+  const Status status = configured_.start(manager, [this](const std::string& vrf, const std::string& before) {
+    configuration_changed(vrf, before);
   });
+  if (status != kStatusOk) return status;
+  callback_manager = manager;
+  callback = wanted;
+  return kStatusOk;
 }
 
 void Library::end_notifications() {
+  configured_.stop();
   callback = nullptr;
   callback_manager = nullptr;
   format_manager = nullptr;
@@ -99,9 +146,10 @@ Status bgp_vpn_rd_get(const char* vrf_name, char* text, std::size_t size) {
   if (Status status = fault_check("bgp_vpn_rd_get")) return status;
   if (vrf_name == nullptr || text == nullptr) return kStatusInvalid;
   if (library().model == nullptr) return kStatusUnavailable;
-  const router::Vrf* vrf = library().model->find_vrf(vrf_name);
-  if (vrf == nullptr || vrf->rd.empty()) return kStatusNoSuchRow;
-  const std::string rd = library().rd_text(*vrf);
+  std::string found = bgp_vpn::configured_rd(vrf_name);
+  if (found.empty()) found = library().model_rd(vrf_name);
+  if (found.empty()) return kStatusNoSuchRow;
+  const std::string rd = bgp_util_format_rd(found, library().format);
   if (rd.size() >= size) return kStatusInvalid;
   std::memcpy(text, rd.c_str(), rd.size() + 1);
   return kStatusOk;
@@ -111,9 +159,7 @@ Status bgp_vpn_rd_register_cb(EventManager* manager, BgpVpnRdCallback callback) 
   if (Status status = fault_check("bgp_vpn_rd_register_cb")) return status;
   if (manager == nullptr || callback == nullptr) return kStatusInvalid;
   if (library().callback != nullptr) return kStatusExists;
-  library().callback_manager = manager;
-  library().callback = callback;
-  return kStatusOk;
+  return library().follow(manager, callback);
 }
 
 void bgp_vpn_rd_unregister_cb() {

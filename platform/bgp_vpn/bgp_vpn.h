@@ -12,7 +12,8 @@
 #include "platform/kvtree/kvtree.h"
 #include "platform/router/router.h"
 
-// The router model that holds the route distinguishers; null takes it away. Called once by the process.
+// The router model with the route distinguishers of VRFs for which none is configured (vrf_config.h); null
+// takes it away. Called once by the process.
 void bgp_vpn_attach(router::Router* model);
 
 // How 4-octet AS numbers are shown (RFC 5396): 4200000000 as "4200000000", as "64086.59904" (asdot writes
@@ -30,13 +31,15 @@ BgpAsnFormat bgp_util_asn_format_get();
 // RD, is given back as it stands.
 std::string bgp_util_format_rd(std::string_view rd, BgpAsnFormat format);
 
-// The VRF's RD as terminated text ("65000:100"), in the format in force. kStatusNoSuchRow when it has none or
-// does not exist, kStatusInvalid when it does not fit, kStatusUnavailable without a model. Fault point
-// "bgp_vpn_rd_get".
+// The VRF's RD as terminated text ("65000:100"), in the format in force: the one that is configured for its
+// lowest address family that has one, whether or not the VRF exists, else that of the router model.
+// kStatusNoSuchRow when there is neither, kStatusInvalid when it does not fit, kStatusUnavailable without a
+// model. Fault point "bgp_vpn_rd_get".
 [[nodiscard]] Status bgp_vpn_rd_get(const char* vrf_name, char* text, std::size_t size);
 // `set` is non-zero for a set, 0 for a deletion (`rd` is null then). Called on the manager's loop after a
-// change of an existing VRF's RD; the RD that a VRF is created with is there to be got. kStatusExists when
-// there is a callback. Fault point "bgp_vpn_rd_register_cb".
+// change of what bgp_vpn_rd_get answers, also for a VRF that is only named by configuration; the RD that a
+// VRF is created with, and what is configured at the registration, is there to be got. kStatusExists when
+// there is a callback; the data store's failures. Fault point "bgp_vpn_rd_register_cb".
 using BgpVpnRdCallback = void (*)(std::uint32_t set, const char* vrf_name, const char* rd);
 [[nodiscard]] Status bgp_vpn_rd_register_cb(EventManager* manager, BgpVpnRdCallback callback);
 // Ends the callback, what it was still to be told, and the format's notifications. For tests that start the

@@ -1,0 +1,45 @@
+// Route distinguishers of the configuration tree: looked up, and followed while somebody wants to be told.
+// Not for other folders. Main thread.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+#include "platform/kvtree/kvtree.h"
+
+namespace bgp_vpn {
+
+// The RD that is configured for the VRF now, of its lowest address family that has one; empty for none.
+std::string configured_rd(std::string_view vrf);
+
+// What the notifications of the tree have told so far, by VRF. One at a time.
+class ConfiguredRds {
+ public:
+  using Changed = std::function<void(const std::string& vrf, const std::string& before)>;
+  ConfiguredRds() = default;
+  ~ConfiguredRds() { stop(); }
+  ConfiguredRds(const ConfiguredRds&) = delete;
+  ConfiguredRds& operator=(const ConfiguredRds&) = delete;
+
+  // Takes in what exists without telling it; from then on `changed` is called on the manager's loop when
+  // another RD is configured than was told before. The data store's failures; nothing is followed then.
+  [[nodiscard]] Status start(EventManager* manager, Changed changed);
+  void stop();
+  // As far as it was told; empty for none.
+  std::string told(const std::string& vrf) const;
+  const std::map<std::string, std::string>& all() const { return told_; }
+  // Takes in what is configured now; for the notifications.
+  void take_in(const std::string& vrf);
+
+ private:
+  KvConnection* connection_ = nullptr;
+  Changed changed_;
+  bool replaying_ = false;
+  std::map<std::string, std::string> told_;
+};
+
+}  // namespace bgp_vpn

@@ -1,0 +1,233 @@
+// Route distinguishers of the configuration: what counts beside the router model, and what is told.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <vector>
+
+#include "platform/base/fault.h"
+#include "platform/bgp_vpn/bgp_vpn.h"
+#include "platform/evm/test_run_directory.h"
+#include "platform/vrf_config/vrf_config.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using vrf_config::Family;
+
+class ConfiguredRd : public ::testing::Test {
+ protected:
+  ConfiguredRd() : manager_(event_manager_create("/dev/test/main", 0), event_manager_destroy) {
+    told().clear();
+    kvtree_reset();
+    bgp_vpn_attach(&router_);
+  }
+  ~ConfiguredRd() override {
+    fault_disarm_all();
+    bgp_vpn_rd_unregister_cb();
+    bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
+    bgp_vpn_attach(nullptr);
+    kvtree_reset();
+  }
+  static std::vector<std::string>& told() {
+    static std::vector<std::string> all;
+    return all;
+  }
+  static void note(std::uint32_t set, const char* vrf, const char* rd) {
+    told().push_back(std::string(set != 0 ? "set " : "deletion ") + vrf + " " + (rd == nullptr ? "-" : rd));
+  }
+  std::vector<std::string> TakeTold() const {
+    event_run_pending(manager_.get());
+    return std::exchange(told(), {});
+  }
+  static KvConfigNode Node(const std::string& vrf, Family family, const std::string& rd) {
+    return vrf_config::route_distinguisher(vrf, family, vrf_config::parse_target(rd).value());
+  }
+  static void Configure(const std::string& vrf, const std::string& rd, Family family = Family::kIpv4,
+                        std::string_view owner = kConfigOwnerCli) {
+    const KvConfigNode node = Node(vrf, family, rd);
+    ASSERT_EQ(kvtree_config_commit(owner, {{node.path, node.value}}, ""), kStatusOk);
+  }
+  static void Remove(const std::string& vrf, Family family = Family::kIpv4) {
+    ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{Node(vrf, family, "1:1").path, std::nullopt}}, ""),
+              kStatusOk);
+  }
+  void AddVrf(const std::string& name, const std::string& rd) {
+    vrf_.name = name;
+    vrf_.id += 10;
+    vrf_.rd = rd;
+    ASSERT_EQ(router_.create_vrf(vrf_), kStatusOk);
+  }
+  void ChangeModel(const std::string& name, const std::string& rd) {
+    router::Vrf vrf = *router_.find_vrf(name);
+    vrf.rd = rd;
+    ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+  }
+  static std::string Rd(const std::string& name) {
+    std::array<char, 51> text{};
+    return bgp_vpn_rd_get(name.c_str(), text.data(), text.size()) == kStatusOk ? text.data() : "none";
+  }
+  void Register() const { ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &note), kStatusOk); }
+
+  TestRunDirectory directory_;
+  std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
+  router::Router router_;
+  router::Vrf vrf_;
+};
+
+TEST_F(ConfiguredRd, WinsOverTheModels) {
+  AddVrf("red", "65000:1");
+  Configure("red", "65000:2");
+  EXPECT_EQ(Rd("red"), "65000:2");
+  Remove("red");
+  EXPECT_EQ(Rd("red"), "65000:1");
+}
+
+TEST_F(ConfiguredRd, OfTheLowestFamilyCounts) {
+  AddVrf("red", "");
+  Configure("red", "65000:6", Family::kIpv6);
+  EXPECT_EQ(Rd("red"), "65000:6");
+  Configure("red", "65000:4", Family::kIpv4);
+  EXPECT_EQ(Rd("red"), "65000:4");
+  Remove("red", Family::kIpv4);
+  EXPECT_EQ(Rd("red"), "65000:6");
+}
+
+TEST_F(ConfiguredRd, OfAVrfThatDoesNotExistIsThereToBeGot) {
+  Configure("later", "65000:7");
+  EXPECT_EQ(Rd("later"), "65000:7");
+  EXPECT_EQ(Rd("late"), "none");
+  AddVrf("later", "");
+  EXPECT_EQ(Rd("later"), "65000:7");
+}
+
+TEST_F(ConfiguredRd, OfAnOddNameIsFound) {
+  Configure("a b/c%", "65000:8");
+  EXPECT_EQ(Rd("a b/c%"), "65000:8");
+}
+
+TEST_F(ConfiguredRd, IsShownInTheFormatInForce) {
+  Configure("red", "4200000000:30");
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  EXPECT_EQ(Rd("red"), "64086.59904:30");
+}
+
+TEST_F(ConfiguredRd, WhatExistsAtTheRegistrationIsNotTold) {
+  Configure("red", "65000:2");
+  Register();
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Configure("red", "65000:3");
+  EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:3"));
+}
+
+TEST_F(ConfiguredRd, ChangesAreToldOnTheLoopAndFallBackToTheModel) {
+  AddVrf("red", "65000:1");
+  Register();
+  Configure("red", "65000:2");
+  EXPECT_THAT(told(), IsEmpty()) << "before the loop ran";
+  EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:2"));
+  Remove("red");
+  EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:1"));
+}
+
+TEST_F(ConfiguredRd, LastOneThatGoesIsADeletion) {
+  Register();
+  Configure("named", "65000:2");
+  Remove("named");
+  Configure("named", "65000:3");
+  Remove("named");
+  EXPECT_THAT(TakeTold(), IsEmpty()) << "what came and went before the loop ran";
+  Configure("named", "65000:4");
+  EXPECT_THAT(TakeTold(), ElementsAre("set named 65000:4"));
+  Remove("named");
+  EXPECT_THAT(TakeTold(), ElementsAre("deletion named -"));
+}
+
+TEST_F(ConfiguredRd, ChangeThatAnswersTheSameIsNotTold) {
+  AddVrf("red", "65000:1");
+  Register();
+  Configure("red", "65000:1");
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Configure("red", "65000:9", Family::kIpv6);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Configure("red", "65000:1", Family::kIpv4, kConfigOwnerFile);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Remove("red", Family::kIpv6);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+}
+
+TEST_F(ConfiguredRd, ModelsChangeUnderAConfiguredRdIsNotTold) {
+  AddVrf("red", "65000:1");
+  Configure("red", "65000:2");
+  Register();
+  ChangeModel("red", "65000:3");
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Remove("red");
+  EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:3"));
+}
+
+TEST_F(ConfiguredRd, OtherItemsAreNotTold) {
+  AddVrf("red", "65000:1");
+  Register();
+  const KvConfigNode description = vrf_config::description("red", "rd");
+  ASSERT_EQ(kvtree_config_commit("cli", {{description.path, description.value}}, ""), kStatusOk);
+  KvValue text;
+  text.type = KvValueType::kText;
+  text.text = "65000:5";
+  ASSERT_EQ(kvtree_config_commit("cli", {{"/cfg/gl/vmap/other/rd", text}}, ""), kStatusOk);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+}
+
+TEST_F(ConfiguredRd, ValueThatIsNoTextIsNone) {
+  KvConfigNode node = Node("red", Family::kIpv4, "65000:1");
+  node.value = {};
+  ASSERT_EQ(kvtree_config_commit("cli", {{node.path, node.value}}, ""), kStatusOk);
+  EXPECT_EQ(Rd("red"), "none");
+}
+
+TEST_F(ConfiguredRd, FormatChangeIsToldOnceForEveryVrf) {
+  AddVrf("blue", "4200000000:1");
+  AddVrf("red", "4200000000:2");
+  Configure("red", "4200000000:3");
+  Configure("named", "4200000000:4");
+  Register();
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  EXPECT_THAT(TakeTold(),
+              ElementsAre("set blue 64086.59904:1", "set named 64086.59904:4", "set red 64086.59904:3"));
+}
+
+TEST_F(ConfiguredRd, EndedRegistrationHearsNothingMore) {
+  Register();
+  Configure("red", "65000:2");
+  bgp_vpn_rd_unregister_cb();
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Register();
+  Configure("red", "65000:3");
+  EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:3"));
+}
+
+TEST_F(ConfiguredRd, FailedSubscriptionLeavesNoCallback) {
+  for (const char* point : {"kvtree_bind", "kvtree_register_notification"}) {
+    fault_arm(point, kStatusNoMemory);
+    EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &note), kStatusNoMemory) << point;
+  }
+  Configure("red", "65000:2");
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Register();
+}
+
+TEST_F(ConfiguredRd, FailedEndOfTheSubscriptionIsLogged) {
+  Register();
+  fault_arm("kvtree_unbind", kStatusIo);
+  ::testing::internal::CaptureStderr();
+  bgp_vpn_rd_unregister_cb();
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr("bgp_vpn: the configuration is still bound"));
+  Configure("red", "65000:2");
+  EXPECT_THAT(TakeTold(), IsEmpty());
+}
+
+}  // namespace
