@@ -59,6 +59,14 @@ TEST_F(ThresholdEvents, MaximumThresholdClearedTakesTheFlagAway) {
   EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnNumVrfRouteMaxThreshCleared red high=100 routes=99"));
 }
 
+TEST_F(ThresholdEvents, AnythingButZeroIsCleared) {
+  Maximum(kExceeded, table_, 101, 100);
+  Traps();
+  Maximum(7, table_, 99, 100);
+  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
+  EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnNumVrfRouteMaxThreshCleared red high=100 routes=99"));
+}
+
 TEST_F(ThresholdEvents, ClearWithoutTheFlagIsToldAllTheSame) {
   Maximum(kCleared, table_, 99, 100);
   EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);

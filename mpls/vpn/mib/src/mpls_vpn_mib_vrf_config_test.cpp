@@ -1,97 +1,15 @@
-// Route targets, route distinguishers, route policies and descriptions from configuration.
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_config.h"
-
+// Route targets, route distinguishers and descriptions from configuration.
 #include <utility>
 
-#include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
-#include "mpls/vpn/mib/src/mpls_vpn_report.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_config_test_support.h"
 
 namespace {
 
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::Not;
-
-std::string vrf_path(const std::string& vrf) {
-  return "/cfg/gl/vmap/vrf/" + vrf;
-}
-std::string bgp_path(const std::string& vrf, unsigned afi = 1, unsigned safi = 1) {
-  return vrf_path(vrf) + "/ord_z/afi_safi/" + std::to_string(afi) + "/" + std::to_string(safi) +
-         "/default/ord_b/bgp";
-}
-// 65000:100
-std::string import_path(const std::string& vrf, unsigned afi = 1, unsigned safi = 1) {
-  return bgp_path(vrf, afi, safi) + "/ord_c/import-rt/0/0/65000/100/0.0.0.0/0/0";
-}
-// 10.0.0.1:5
-std::string export_path(const std::string& vrf) {
-  return bgp_path(vrf) + "/ord_e/export-rt/1/0/0/0/10.0.0.1/5/0";
-}
-std::string description_path(const std::string& vrf) {
-  return vrf_path(vrf) + "/ord_a/vmap/ord_k/vmap/descr";
-}
-std::string import_policy_path(const std::string& vrf, unsigned afi = 1, unsigned safi = 1) {
-  return bgp_path(vrf, afi, safi) + "/ord_b/import-policy";
-}
-std::string export_policy_path(const std::string& vrf, unsigned afi = 1, unsigned safi = 1) {
-  return bgp_path(vrf, afi, safi) + "/ord_d/export-policy";
-}
-
-class VrfConfiguration : public Configured<DaemonTest> {
- protected:
-  void SetUp() override {
-    Configured::SetUp();
-    AddVrf("red");
-    Run();
-    ForgetChange("red");
-    ClearPrints();
-  }
-  // "type value afi/safi", in order.
-  static std::vector<std::string> TargetsOf(const char* vrf) {
-    std::vector<std::string> targets;
-    for (const RtNode* node = mpls_vpn_mib_get_first_rt_in_vrf(vrf); node != nullptr;
-         node = mpls_vpn_mib_get_next_rt_in_vrf(node, vrf)) {
-      targets.push_back(std::string(node->type == kRtImport ? "import " : "export ") + node->value + " " +
-                        std::to_string(node->afi) + "/" + std::to_string(node->safi));
-    }
-    return targets;
-  }
-  static std::string Shown(const char* text) { return mpls_vpn_shown(text); }
-  // The four policies: import IPv4, import IPv6, export IPv4, export IPv6.
-  std::vector<std::string> PoliciesOf(const char* vrf) {
-    const mpls_vpn_vrf_attr* attributes = AttributesOf(vrf);
-    return {Shown(attributes->import_route_policy[0]), Shown(attributes->import_route_policy[1]),
-            Shown(attributes->export_route_policy[0]), Shown(attributes->export_route_policy[1])};
-  }
-  std::string DescriptionOf(const char* vrf) { return Shown(AttributesOf(vrf)->description); }
-  std::string RdOf(const char* vrf) { return Shown(AttributesOf(vrf)->rd); }
-  static bool IsKnown(const char* vrf) { return vtab_get_vrf_record_by_vrf_name(vrf) != nullptr; }
-  void ExpectForwardReferenceStampedButNotCheckpointed(const char* vrf) {
-    ASSERT_TRUE(IsKnown(vrf));
-    EXPECT_EQ(vtab_get_vrf_record_by_vrf_name(vrf)->vrf_id, 0U);
-    EXPECT_EQ(ChangedAt(vrf), Now());
-    EXPECT_EQ(AttributesOf(vrf)->chkpt_objid, 0U);
-  }
-  void ChangeRd(const std::string& name, const std::string& rd) {
-    router::Vrf vrf = *router_.find_vrf(name);
-    vrf.rd = rd;
-    ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
-    Run();
-  }
-  // Those of import_path().
-  static Arguments TargetArguments(const char* vrf) {
-    Arguments args(0, 10);
-    args.Text(0, vrf).Number(1, 1).Number(2, 1).Number(3, 0).Number(4, 0).Number(5, 65000).Number(6, 100);
-    return args;
-  }
-  static constexpr KvNotifyInfo kSet{"item", kKvEventSet, nullptr};
-  static constexpr KvNotifyInfo kDeleted{"item", kKvEventDeleted, nullptr};
-  static constexpr KvNotifyInfo kNeither{"item", 0, nullptr};
-  static constexpr KvNotifyInfo kBoth{"item", kKvEventSet | kKvEventDeleted, nullptr};
-};
 
 // --- Route targets
 // ---------------------------------------------------------------------------------------------
@@ -310,149 +228,6 @@ TEST_F(RdRegistration, FailureIsToldAndStartUpGoesOn) {
   EXPECT_NE(parcel_find("mpls_vpn_vrf"), nullptr) << "what comes after it";
 }
 
-// --- Route policies
-// --------------------------------------------------------------------------------------------
-
-class RoutePolicies : public VrfConfiguration {};
-
-TEST_F(RoutePolicies, EachFamilyAndDirectionHasItsOwn) {
-  SetText(import_policy_path("red", 1), "in4");
-  SetText(import_policy_path("red", 2), "in6");
-  SetText(export_policy_path("red", 1), "out4");
-  SetText(export_policy_path("red", 2), "out6");
-  EXPECT_THAT(PoliciesOf("red"), ElementsAre("in4", "in6", "out4", "out6"));
-}
-
-TEST_F(RoutePolicies, SetAndRemovalAreSaid) {
-  OnlyArea(VTAB);
-  SetText(import_policy_path("red", 1, 1), "customers");
-  SetText(export_policy_path("red", 2, 1), "transit");
-  Delete(import_policy_path("red", 1, 1));
-  Delete(export_policy_path("red", 2, 1));
-  EXPECT_THAT(Prints(), ElementsAre("Import route policy customers configured for VRF red, AFI = 1, SAFI = 1",
-                                    "Export route policy transit configured for VRF red, AFI = 2, SAFI = 1",
-                                    "Import route policy customers removed from VRF red, AFI = 1, SAFI = 1",
-                                    "Export route policy transit removed from VRF red, AFI = 2, SAFI = 1"));
-  EXPECT_THAT(Traced("mpls_vpn/vtab"), AllOf(Contains("Import route policy of VRF red, AFI 1, SAFI 1"),
-                                             Contains("Export route policy of VRF red, AFI 2, SAFI 1")));
-  EXPECT_THAT(PoliciesOf("red"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
-}
-
-TEST_F(RoutePolicies, ChangesAreNotStamped) {
-  SetText(import_policy_path("red"), "customers");
-  Delete(import_policy_path("red"));
-  SetText(export_policy_path("blue"), "customers");
-  EXPECT_EQ(ChangedAt("red"), 0U);
-  EXPECT_EQ(ChangedAt("blue"), 0U);
-}
-
-TEST_F(RoutePolicies, FamilyThreeChangesNothing) {
-  SetText(import_policy_path("red", 3), "customers");
-  SetText(export_policy_path("red", 0), "customers");
-  EXPECT_THAT(PoliciesOf("red"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
-  EXPECT_THAT(Prints(), IsEmpty());
-  Delete(import_policy_path("red", 3));
-  EXPECT_THAT(Prints(), IsEmpty());
-}
-
-TEST_F(RoutePolicies, FamilyThreeOfAnUnknownVrfIsAForwardReferenceWithoutAPolicy) {
-  SetText(import_policy_path("blue", 3), "customers");
-  ASSERT_TRUE(IsKnown("blue"));
-  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("blue")->vrf_id, 0U);
-  EXPECT_THAT(PoliciesOf("blue"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
-}
-
-TEST_F(RoutePolicies, RecordThatCannotBeMadeDropsTheChange) {
-  OnlyArea(VTAB);
-  const ScopedFault fault("vtab_lock_dbase", kStatusIo);
-  SetText(import_policy_path("blue"), "customers");
-  EXPECT_FALSE(IsKnown("blue"));
-  EXPECT_THAT(Prints(), IsEmpty());
-}
-
-TEST_F(RoutePolicies, TextThatCannotBeCopiedIsToldAndTheFormerOneIsGone) {
-  SetText(export_policy_path("red"), "customers");
-  ClearPrints();
-  const ScopedFault fault("text_copy", kStatusNoMemory);
-  SetText(export_policy_path("red"), "transit");
-  EXPECT_THAT(
-      Prints(),
-      ElementsAre("Error in mpls_vpn_mib_route_policy_notify: text_copy failed: Cannot allocate memory"));
-  EXPECT_THAT(PoliciesOf("red"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
-}
-
-TEST_F(RoutePolicies, SubsequentFamilyTwoOverwritesTheUnicastPolicy) {
-  SetText(import_policy_path("red", 1, 1), "unicast");
-  SetText(import_policy_path("red", 1, 2), "multicast");
-  EXPECT_EQ(PoliciesOf("red")[0], "multicast");
-  Delete(import_policy_path("red", 1, 1));
-  EXPECT_EQ(PoliciesOf("red")[0], "(null)");
-}
-
-TEST_F(RoutePolicies, SetWithoutAValueClearsTheSlotAndPrintsNothing) {
-  SetText(import_policy_path("red"), "customers");
-  ClearPrints();
-  SetWithoutValue(import_policy_path("red"));
-  EXPECT_EQ(PoliciesOf("red")[0], "(null)");
-  EXPECT_THAT(Prints(), IsEmpty());
-  SetText(import_policy_path("red"), "customers");
-  ClearPrints();
-  const Arguments args = Arguments(0, 3).Text(0, "red").Number(1, 1).Number(2, 1);
-  mpls_vpn_mib_import_policy_notify(&kSet, args.Block());
-  EXPECT_EQ(PoliciesOf("red")[0], "(null)");
-  EXPECT_THAT(Prints(), IsEmpty());
-}
-
-TEST_F(RoutePolicies, RemovalOfNoPolicyIsSaidAllTheSame) {
-  const Arguments args = Arguments(0, 3).Text(0, "red").Number(1, 1).Number(2, 1);
-  mpls_vpn_mib_export_policy_notify(&kDeleted, args.Block());
-  EXPECT_THAT(Prints(), ElementsAre("Export route policy (null) removed from VRF red, AFI = 1, SAFI = 1"));
-}
-
-TEST_F(RoutePolicies, SetForAnUnknownVrfIsKeptAndRemovalMakesNoRecord) {
-  SetText(import_policy_path("blue"), "customers");
-  EXPECT_EQ(PoliciesOf("blue")[0], "customers");
-  const Arguments args = Arguments(0, 3).Text(0, "green").Number(1, 1).Number(2, 1);
-  mpls_vpn_mib_import_policy_notify(&kDeleted, args.Block());
-  EXPECT_FALSE(IsKnown("green"));
-}
-
-TEST_F(RoutePolicies, OtherDirectionsAndOtherEventsChangeNothing) {
-  const Arguments args = Arguments(0, 3).Text(0, "red").Number(1, 1).Number(2, 1);
-  KvValue value;
-  value.type = KvValueType::kText;
-  value.text = "customers";
-  const KvNotifyInfo set{"import-policy", kKvEventSet, &value};
-  mpls_vpn_mib_route_policy_notify(&set, args.Block(), 2);
-  const KvNotifyInfo neither{"import-policy", 0, &value};
-  mpls_vpn_mib_route_policy_notify(&neither, args.Block(), 0);
-  EXPECT_THAT(PoliciesOf("red"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
-}
-
-TEST_F(RoutePolicies, SetCountsBeforeDeletion) {
-  const Arguments args = Arguments(0, 3).Text(0, "red").Number(1, 1).Number(2, 1);
-  KvValue value;
-  value.type = KvValueType::kText;
-  value.text = "customers";
-  const KvNotifyInfo both{"import-policy", kKvEventSet | kKvEventDeleted, &value};
-  mpls_vpn_mib_import_policy_notify(&both, args.Block());
-  EXPECT_EQ(PoliciesOf("red")[0], "customers");
-}
-
-TEST_F(RoutePolicies, MissingArgumentsAreToldEach) {
-  OnlyArea(ERR);
-  const char* const end = " in mpls_vpn_mib_route_policy_notify, line [0-9]+";
-  mpls_vpn_mib_import_policy_notify(&kSet, Arguments(0, 3).Number(1, 1).Number(2, 1).Block());
-  mpls_vpn_mib_export_policy_notify(&kSet, Arguments(0, 3).Text(0, "red").Number(2, 1).Block());
-  mpls_vpn_mib_export_policy_notify(&kSet, Arguments(0, 3).Text(0, "red").Number(1, 1).Block());
-  mpls_vpn_mib_export_policy_notify(&kSet,
-                                    Arguments(0, 3).Text(0, nullptr).Number(1, 1).Number(2, 1).Block());
-  EXPECT_THAT(Prints(), ElementsAre(MatchesRegex(std::string("BGEN arg 0 not present") + end),
-                                    MatchesRegex(std::string("BGEN arg 1 not present") + end),
-                                    MatchesRegex(std::string("BGEN arg 2 not present") + end),
-                                    MatchesRegex(std::string("BGEN arg 0 'vrf_name' is NULL") + end)));
-}
-
 // --- Description
 // -----------------------------------------------------------------------------------------------
 
@@ -535,6 +310,17 @@ TEST_F(Descriptions, NameOfTheVrfIsDecoded) {
   Run();
   SetText(description_path("a%20b%2Fc"), "odd");
   EXPECT_EQ(DescriptionOf("a b/c"), "odd");
+}
+
+TEST_F(Descriptions, NameThatNoVrfCanHaveIsToldAndMakesNoRecord) {
+  OnlyArea(ERR);
+  const std::string too_long(router::kVrfNameMax + 1, 'v');
+  SetText(description_path(""), "nobody");
+  SetText(description_path(too_long), "nobody");
+  const std::string line = "vtab_create_vrf_record() returned NULL record";
+  EXPECT_THAT(Prints(), ElementsAre(line, line));
+  EXPECT_FALSE(IsKnown(""));
+  EXPECT_FALSE(IsKnown(too_long.c_str()));
 }
 
 TEST_F(Descriptions, MissingVrfNameIsTold) {
