@@ -17,6 +17,8 @@ constexpr std::uint8_t kNothingTold = 0;
 constexpr std::uint8_t kOwnInForce = 1;
 constexpr std::uint8_t kOtherInForce = 2;
 
+constexpr std::uint8_t kNobody = 0xff;  // not the number behind the last owner: there may be more some day
+
 // A plan has only values that a configuration may have, so nothing can be refused here.
 void write_shared(Writer* writer, const SharedValue& value) {
   if (value == nullptr) {
@@ -27,7 +29,7 @@ void write_shared(Writer* writer, const SharedValue& value) {
 }
 
 void write_owned(Writer* writer, std::size_t owner, const SharedValue& value) {
-  writer->u8(static_cast<std::uint8_t>(owner));
+  writer->u8(owner == kNoOwner ? kNobody : static_cast<std::uint8_t>(owner));
   write_shared(writer, value);
 }
 
@@ -40,9 +42,10 @@ bool read_shared(Reader* reader, SharedValue* shared) {
 
 // An owner stands beside a value, and only there.
 bool read_owned(Reader* reader, std::size_t* owner, SharedValue* shared) {
-  *owner = reader->u8();
+  const std::uint8_t number = reader->u8();
+  *owner = number == kNobody ? kNoOwner : number;
   if (!read_shared(reader, shared) || *owner > kNoOwner) return false;
-  return (*owner == kNoOwner) == (*shared == nullptr);
+  return (number == kNobody) == (*shared == nullptr);
 }
 
 bool read_change(Reader* reader, std::size_t owner, PlannedChange* change) {
