@@ -200,11 +200,26 @@ TEST(PathMatcher, PathDeeperThanAnyPatternIsUnknown) {
   EXPECT_EQ(Match({"a/<s>"}, path), kUnknown);
 }
 
+// "a/a/.../a".
+std::string Deep(std::size_t components) {
+  std::string path = "a";
+  while (--components > 0) path += "/a";
+  return path;
+}
+
+TEST(PathMatcher, PathHasAsManyComponentsAsADeepestPattern) {
+  const std::string deepest = Deep(kvtree::kMaxComponents);
+  EXPECT_EQ(Match({deepest.c_str()}, deepest), "0:/0");
+  EXPECT_EQ(Match({deepest.c_str()}, Deep(kvtree::kMaxComponents + 1)), kUnknown);
+  EXPECT_EQ(Match({deepest.c_str()}, Deep(kvtree::kMaxComponents - 1)), kUnknown);
+}
+
 TEST(PathMatcher, MalformedPatternsMakeTheTableInvalidAndAreLogged) {
   std::string too_many_keys = "<s>";
   for (int i = 0; i < 16; ++i) too_many_keys += "/<s>";
-  for (const char* pattern :
-       {"", "a//b", "<q>", "a/<s", too_many_keys.c_str(), static_cast<const char*>(nullptr)}) {
+  const std::string too_deep = Deep(kvtree::kMaxComponents + 1);
+  for (const char* pattern : {"", "a//b", "<q>", "a/<s", too_many_keys.c_str(), too_deep.c_str(),
+                              static_cast<const char*>(nullptr)}) {
     const KvRoute route{pattern, {}};
     ::testing::internal::CaptureStderr();
     EXPECT_FALSE(compile_table({&route, 1}).valid);

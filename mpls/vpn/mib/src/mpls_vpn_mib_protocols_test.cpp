@@ -254,6 +254,16 @@ TEST_F(Protocols, NothingIsCountedForTheVrfDefault) {
   EXPECT_THAT(Prints(), IsEmpty()) << "the protocol is not even looked at";
 }
 
+TEST_F(Protocols, VrfWhoseNameOnlyBeginsLikeDefaultIsCounted) {
+  AddVrf("default2");
+  AddVrf("defaul");
+  Run();
+  SetText(bgp_path("default2"), "");
+  SetText(bgp_path("defaul"), "");
+  EXPECT_EQ(OfVrf(kProtocolBgp, "default2"), 1U);
+  EXPECT_EQ(OfVrf(kProtocolBgp, "defaul"), 1U);
+}
+
 TEST_F(Protocols, InvalidProtocolIsTold) {
   OnlyArea(ERR);
   set_vrf_protocol("red", 7, 0);

@@ -68,6 +68,7 @@ TEST_F(RouteThresholds, OtherFamiliesAndSubsequentFamiliesAreIgnored) {
   ForgetChange("red");
   OnlyArea(ERR);
   ClearPrints();
+  SetPair(limit_path("red", 1, 0), 1, 1);
   SetPair(limit_path("red", 1, 2), 1, 1);
   SetPair(limit_path("red", 2, 128), 1, 1);
   SetPair(limit_path("red", 3, 1), 1, 1);
