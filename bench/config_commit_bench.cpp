@@ -1,0 +1,261 @@
+// One commit of 10,000 descriptions and 10,000 route targets of as many VRFs: how fast its notifications
+// reach the daemon, and how long a request waits meanwhile.
+//
+//   config_commit_bench [--brief]
+//
+// The daemon runs in-process, with its checkpoint flushed before answers leave, as in the whole program. A
+// thread asks for the scalars over the socket, one request after the other, from before the commit until its
+// last notification; the longest answer counts, and so does the longest turn of the event loop, in which the
+// commit itself is one. The commit is made by a source (one call) and by a client (over the socket). The
+// floor is bare delivery: the same nodes, set one by one in the tree without owners, database and history.
+// Each way is measured in a process of its own; the median of three counts.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/daemon_in_process.h"
+#include "platform/chkpt/chkpt.h"
+#include "platform/kvtree/client.h"
+#include "platform/kvtree/config.h"
+#include "platform/vrf_config/vrf_config.h"
+#include "platform/wire/wire.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr double kWaitBound = 0.050;  // seconds
+
+double seconds_since(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Of this thread: what a turn costs when nobody else has the processor.
+double cpu_seconds() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+double resident_octets() {
+  std::ifstream statm("/proc/self/statm");
+  std::size_t size = 0;
+  std::size_t resident = 0;
+  statm >> size >> resident;
+  return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE));
+}
+
+struct Result {
+  double making = 0;          // seconds until the commit is made
+  double delivering = 0;      // from its beginning until the last notification was handled
+  double longest_turn = 0;    // seconds
+  double longest_cpu = 0;     // of a turn, seconds of this thread
+  double longest_answer = 0;  // seconds
+  double octets_per_node = 0;
+  double octets_per_repetition = 0;  // of growth per node, each time that all is deleted and set again
+};
+
+class Bench {
+ public:
+  explicit Bench(unsigned vrfs) {
+    for (unsigned vrf = 0; vrf < vrfs; ++vrf) {
+      daemon_.add_vrf(vrf);
+      const std::string name = DaemonInProcess::vrf_name(vrf);
+      nodes_.push_back(vrf_config::description(name, "customer " + std::to_string(vrf)));
+      vrf_config::Target target;
+      target.administrator = 65000;
+      target.assigned = vrf;
+      nodes_.push_back(
+          vrf_config::route_target(name, vrf_config::Family::kIpv4, vrf_config::Direction::kImport, target));
+    }
+    DaemonInProcess::check(kvtree_keep_configuration(directory_.path()), "kvtree_keep_configuration");
+    wire::set_output_barrier([] { (void)chkpt_flush(); });
+    daemon_.register_provider();
+  }
+  ~Bench() { wire::set_output_barrier(nullptr); }
+  Bench(const Bench&) = delete;
+  Bench& operator=(const Bench&) = delete;
+
+  Result measure(const std::function<void(Bench*)>& make) {
+    Result result;
+    const double before = resident_octets();
+    begin_asking();
+    const auto start = Clock::now();
+    const double start_cpu = cpu_seconds();
+    make(this);
+    result.making = seconds_since(start);
+    note_turn(during_ ? result.making : 0, during_ ? cpu_seconds() - start_cpu : 0);
+    run();
+    result.longest_turn = longest_turn_;
+    result.longest_cpu = longest_cpu_;
+    result.delivering = seconds_since(start);
+    result.longest_answer = end_asking();
+    result.octets_per_node = (resident_octets() - before) / static_cast<double>(nodes_.size());
+    return result;
+  }
+  double growth_of_repetition() {
+    // Nobody asks any more, so the loop runs dry: the rows have been brought to their places, too.
+    const auto repeat = [this] {
+      DaemonInProcess::check(kvtree_config_replace("file", {"/cfg/"}, {}, ""), "replace");
+      daemon_.run_pending();
+      as_source();
+      daemon_.run_pending();
+    };
+    repeat();
+    const double before = resident_octets();
+    for (int i = 0; i < 3; ++i) repeat();
+    return (resident_octets() - before) / 3 / static_cast<double>(nodes_.size());
+  }
+
+  void as_source() {
+    during_ = true;
+    DaemonInProcess::check(kvtree_config_replace("file", {"/cfg/gl/"}, nodes_, "bench"), "replace");
+  }
+  // A client of its own thread; the loop runs until it has its answer.
+  void as_client() {
+    std::atomic<bool> done{false};
+    std::thread client([&] {
+      std::vector<KvConfigChange> changes;
+      for (const KvConfigNode& node : nodes_) changes.push_back({node.path, node.value});
+      kvtree::Client connection(kvtree::Client::default_socket(), std::chrono::seconds(20));
+      DaemonInProcess::check(connection.connect(), "connect");
+      DaemonInProcess::check(connection.commit(changes, "bench").status, "commit");
+      done = true;
+    });
+    while (!done) turn(std::chrono::milliseconds(1));
+    client.join();
+  }
+  void bare() {
+    during_ = true;
+    for (const KvConfigNode& node : nodes_) DaemonInProcess::check(kvtree_set(node.path, node.value), "set");
+  }
+
+ private:
+  bool turn(std::chrono::nanoseconds wait) {
+    unsigned char buffer[1024];
+    EventContext context{daemon_.manager, buffer, sizeof buffer, 0};
+    if (event_wait_for(&context, static_cast<std::uint64_t>(wait.count())) != 0) return false;
+    const auto start = Clock::now();
+    const double start_cpu = cpu_seconds();
+    event_dispatch(&context);
+    note_turn(seconds_since(start), cpu_seconds() - start_cpu);
+    return true;
+  }
+  void note_turn(double seconds, double cpu) {
+    longest_turn_ = std::max(longest_turn_, seconds);
+    longest_cpu_ = std::max(longest_cpu_, cpu);
+  }
+  // Until everything that is posted has run, while the other thread goes on asking: what is posted from here
+  // runs behind all of it.
+  void run() {
+    bool finished = false;
+    event_post(daemon_.manager, [&finished] { finished = true; });
+    while (!finished) turn(std::chrono::milliseconds(1));
+  }
+  void begin_asking() {
+    asking_ = true;
+    asker_ = std::thread([this] {
+      kvtree::Client client(kvtree::Client::default_socket(), std::chrono::seconds(20));
+      DaemonInProcess::check(client.connect(), "connect");
+      while (asking_) {
+        const auto start = Clock::now();
+        DaemonInProcess::check(client.get("/oper/mpls_vpn/gl/scalars").status, "get");
+        longest_answer_ = std::max(longest_answer_.load(), seconds_since(start));
+        ++answers_;
+      }
+    });
+    while (answers_ < 100) turn(std::chrono::milliseconds(1));
+    longest_turn_ = longest_cpu_ = 0;
+    longest_answer_ = 0;
+  }
+  double end_asking() {
+    asking_ = false;
+    std::atomic<bool> joined{false};
+    std::thread joiner([&] {
+      asker_.join();
+      joined = true;
+    });
+    while (!joined) turn(std::chrono::milliseconds(1));
+    joiner.join();
+    return longest_answer_;
+  }
+
+  TestRunDirectory directory_;
+  DaemonInProcess daemon_;
+  std::vector<KvConfigNode> nodes_;
+  std::thread asker_;
+  std::atomic<bool> asking_{false};
+  std::atomic<double> longest_answer_{0};
+  std::atomic<unsigned> answers_{0};
+  double longest_turn_ = 0;
+  double longest_cpu_ = 0;
+  bool during_ = false;  // the commit was made in one call of this thread
+};
+
+// In a child process, so that neither memory nor the process-wide state is shared.
+Result in_child(unsigned vrfs, void (Bench::*make)()) {
+  int ends[2];
+  if (pipe(ends) != 0) throw std::runtime_error("pipe");
+  const pid_t child = fork();
+  if (child == 0) {
+    Bench bench(vrfs);
+    Result result = bench.measure([make](Bench* each) { (each->*make)(); });
+    if (make == &Bench::as_source) result.octets_per_repetition = bench.growth_of_repetition();
+    _exit(write(ends[1], &result, sizeof result) == static_cast<ssize_t>(sizeof result) ? 0 : 1);
+  }
+  close(ends[1]);
+  Result result{};
+  const ssize_t got = read(ends[0], &result, sizeof result);
+  close(ends[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (got != static_cast<ssize_t>(sizeof result) || status != 0)
+    throw std::runtime_error("a measurement failed");
+  return result;
+}
+
+Result median_of(unsigned repetitions, unsigned vrfs, void (Bench::*make)()) {
+  std::vector<Result> results;
+  for (unsigned i = 0; i < repetitions; ++i) results.push_back(in_child(vrfs, make));
+  std::sort(results.begin(), results.end(),
+            [](const Result& one, const Result& other) { return one.delivering < other.delivering; });
+  return results[results.size() / 2];
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const bool brief = argc > 1 && std::strcmp(argv[1], "--brief") == 0;
+  const unsigned vrfs = brief ? 500 : 10000;
+  const unsigned repetitions = brief ? 1 : 3;
+  const Result bare = median_of(repetitions, vrfs, &Bench::bare);
+  std::printf("%-16s %10s %10s %14s %10s %12s %12s %12s %14s\n", "", "notif./s", "to bare", "made after ms",
+              "turn ms", "turn CPU ms", "answer ms", "octets/node", "growth/node");
+  bool within = true;
+  const auto print = [&](const char* name, const Result& result) {
+    std::printf("%-16s %10.0f %10.2f %14.1f %10.1f %12.1f %12.1f %12.0f %14.1f\n", name,
+                2 * vrfs / result.delivering, bare.delivering / result.delivering, result.making * 1e3,
+                result.longest_turn * 1e3, result.longest_cpu * 1e3, result.longest_answer * 1e3,
+                result.octets_per_node, result.octets_per_repetition);
+    within = within && result.longest_answer <= kWaitBound;
+  };
+  print("bare delivery", bare);
+  print("source", median_of(repetitions, vrfs, &Bench::as_source));
+  print("client", median_of(repetitions, vrfs, &Bench::as_client));
+  std::printf(
+      "to bare: notifications per second against the same nodes set one by one without owners, database and "
+      "history.\nturn, answer: longest turn of the event loop (with the commit's own) and longest answer "
+      "(aim: at most %.0f ms: %s).\ngrowth: resident memory a node, each time that all is deleted and set "
+      "again.\n",
+      kWaitBound * 1e3, within ? "kept" : "not kept");
+  return 0;
+}
