@@ -20,7 +20,8 @@ using vrf_config::Mistake;
 using vrf_config::Words;
 
 constexpr std::size_t kLeastToDelete = 2;  // "vrf red", "traps all"
-constexpr std::array<std::string_view, 2> kLowerOwners = {kConfigOwnerFile, kConfigOwnerFrr};
+constexpr std::array<std::string_view, 3> kLowerOwners = {kConfigOwnerFile, kConfigOwnerFrr,
+                                                          kConfigOwnerKernel};
 
 std::string shown(const Words& words) {
   return vrf_config::join_words(words);

@@ -47,6 +47,7 @@
 #include "sources/file/file_source.h"
 #include "sources/frr/frr_source.h"
 #include "sources/kernel/kernel_source.h"
+#include "sources/kernel/vrf_descriptions.h"
 
 namespace daemon_host {
 
@@ -62,7 +63,8 @@ struct Host {
   router::Router model;
   std::unique_ptr<FileSource> file;
   std::unique_ptr<KernelSource> kernel;
-  std::unique_ptr<FrrSource> frr;  // when the routing suite is followed
+  std::unique_ptr<VrfDescriptions> descriptions;  // with the kernel
+  std::unique_ptr<FrrSource> frr;                 // when the routing suite is followed
 };
 
 Host& host() {
@@ -73,12 +75,13 @@ Host& host() {
 bool load_source(const Settings& settings, std::string* error) {
   if (settings.source == SourceKind::kFile) {
     host().file = std::make_unique<FileSource>(&host().model, settings.router_file);
-    return host().file->load(error) == kStatusOk;
+    return VrfDescriptions::forget(error) == kStatusOk && host().file->load(error) == kStatusOk;
   }
   std::string commit;
   if (replace_file_configuration({}, "there is no router file", &commit, error) != kStatusOk) return false;
   host().kernel = std::make_unique<KernelSource>(&host().model);
-  return host().kernel->load(error) == kStatusOk;
+  host().descriptions = std::make_unique<VrfDescriptions>(&host().model);
+  return host().kernel->load(error) == kStatusOk && host().descriptions->load(error) == kStatusOk;
 }
 
 void attach_services() {
@@ -93,6 +96,7 @@ void attach_services() {
 }
 
 Status start_source(EventManager* manager) {
+  if (host().descriptions) host().descriptions->start(manager);
   const Status status = host().file ? host().file->start(manager) : host().kernel->start(manager);
   return status != kStatusOk || !host().frr ? status : host().frr->start(manager);
 }

@@ -28,9 +28,10 @@
 #include "platform/kvtree/kvtree.h"
 
 // Owners, highest precedence first.
-inline constexpr std::string_view kConfigOwnerCli = "cli";    // operators: the command line
-inline constexpr std::string_view kConfigOwnerFile = "file";  // the router file
-inline constexpr std::string_view kConfigOwnerFrr = "frr";    // the routing suite
+inline constexpr std::string_view kConfigOwnerCli = "cli";        // operators: the command line
+inline constexpr std::string_view kConfigOwnerFile = "file";      // the router file
+inline constexpr std::string_view kConfigOwnerFrr = "frr";        // the routing suite
+inline constexpr std::string_view kConfigOwnerKernel = "kernel";  // what the router says without being asked
 
 struct KvConfigNode {
   std::string path;  // whole: "/cfg/..."

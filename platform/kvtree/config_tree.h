@@ -17,8 +17,8 @@
 
 namespace kvtree {
 
-inline constexpr std::array<std::string_view, 3> kConfigOwners = {kConfigOwnerCli, kConfigOwnerFile,
-                                                                  kConfigOwnerFrr};
+inline constexpr std::array<std::string_view, 4> kConfigOwners = {kConfigOwnerCli, kConfigOwnerFile,
+                                                                  kConfigOwnerFrr, kConfigOwnerKernel};
 inline constexpr std::size_t kNoOwner = kConfigOwners.size();
 
 // The owner's number, its precedence; kNoOwner for another text.

@@ -65,6 +65,7 @@ Status FileSource::take_configuration(const router_file::RouterFile& file, std::
   std::string mistake;
   const Status status =
       replace_file_configuration(file.configuration, "router file " + path_, &commit_, &mistake);
+  if (status && mistake.empty()) mistake = err_text(status);
   if (status) *error = path_ + ": cannot change the configuration: " + mistake;
   return status;
 }

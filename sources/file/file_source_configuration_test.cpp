@@ -17,7 +17,6 @@
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 class ConfigurationOnDisk : public ::testing::Test {
@@ -101,7 +100,7 @@ TEST_F(ConfigurationOnDisk, ConfigurationThatCannotBeKeptEndsTheLoadWithNothingC
   LoadWell(kRed);
   const ScopedFault fault("kvtree_config_replace", kStatusIo);
   EXPECT_EQ(Load("vrfs: [{name: blue, id: 20, description: Blue}]\n"), kStatusIo);
-  EXPECT_THAT(error_, HasSubstr(path_ + ": cannot change the configuration: "));
+  EXPECT_EQ(error_, path_ + ": cannot change the configuration: " + err_text(kStatusIo));
   EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
   EXPECT_NE(router_->find_vrf("red"), nullptr);
   EXPECT_EQ(router_->find_vrf("blue"), nullptr);
