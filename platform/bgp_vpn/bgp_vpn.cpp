@@ -3,9 +3,10 @@
 //
 // A VRF's RD is the configured one, else the model's. Text is made when it is asked for, in the format in
 // force. While there is a callback the library follows the configuration and observes the model for changed
-// RDs, and tells changes of the RD that counts: the model's are posted on the manager of the registration
-// with the texts of the time of the change, those of the configuration come through the same manager. A
-// generation number lets posted calls of an ended registration fall flat.
+// RDs, and tells what is there at the registration and every change of the RD that counts: the model's are
+// posted on the manager of the registration with the texts of the time of the change, those of the
+// configuration come through the same manager. A generation number lets posted calls of an ended registration
+// fall flat.
 #include "platform/bgp_vpn/bgp_vpn.h"
 
 #include <cstring>
@@ -20,6 +21,7 @@ namespace {
 class Library : public router::Observer {
  public:
   void attach(router::Router* model);
+  void vrf_created(const router::Vrf& vrf) override;
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
   std::string model_rd(const std::string& vrf) const;
   Status follow(EventManager* manager, BgpVpnRdCallback wanted);
@@ -86,6 +88,13 @@ void Library::configuration_changed(const std::string& vrf, const std::string& b
   if (rd != (before.empty() ? from_model : before)) tell(vrf, bgp_util_format_rd(rd, format));
 }
 
+// Its RD is told behind the records and memberships of the new VRF, which are told first.
+void Library::vrf_created(const router::Vrf& vrf) {
+  const std::string& configured = configured_.told(vrf.name);
+  const std::string& rd = configured.empty() ? vrf.rd : configured;
+  if (!rd.empty()) post_rd(vrf.name, rd);
+}
+
 // A change of the model counts where nothing is configured.
 void Library::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
   if (before.rd != now.rd && configured_.told(now.name).empty()) post_rd(now.name, now.rd);
@@ -106,6 +115,7 @@ Status Library::follow(EventManager* manager, BgpVpnRdCallback wanted) {
   if (status != kStatusOk) return status;
   callback_manager = manager;
   callback = wanted;
+  for (const auto& [vrf, rd] : all_rds()) tell(vrf, bgp_util_format_rd(rd, format));
   return kStatusOk;
 }
 

@@ -36,10 +36,10 @@ std::string bgp_util_format_rd(std::string_view rd, BgpAsnFormat format);
 // kStatusNoSuchRow when there is neither, kStatusInvalid when it does not fit, kStatusUnavailable without a
 // model. Fault point "bgp_vpn_rd_get".
 [[nodiscard]] Status bgp_vpn_rd_get(const char* vrf_name, char* text, std::size_t size);
-// `set` is non-zero for a set, 0 for a deletion (`rd` is null then). Called on the manager's loop after a
-// change of what bgp_vpn_rd_get answers, also for a VRF that is only named by configuration; the RD that a
-// VRF is created with, and what is configured at the registration, is there to be got. kStatusExists when
-// there is a callback; the data store's failures. Fault point "bgp_vpn_rd_register_cb".
+// `set` is non-zero for a set, 0 for a deletion (`rd` is null then). What bgp_vpn_rd_get answers at the
+// registration is told before the registering call returns; every change of it, and what it is for a VRF that
+// is created, on the manager's loop. VRFs that are only named by configuration count as well. kStatusExists
+// when there is a callback; the data store's failures. Fault point "bgp_vpn_rd_register_cb".
 using BgpVpnRdCallback = void (*)(std::uint32_t set, const char* vrf_name, const char* rd);
 [[nodiscard]] Status bgp_vpn_rd_register_cb(EventManager* manager, BgpVpnRdCallback callback);
 // Ends the callback, what it was still to be told, and the format's notifications. For tests that start the
@@ -47,7 +47,7 @@ using BgpVpnRdCallback = void (*)(std::uint32_t set, const char* vrf_name, const
 void bgp_vpn_rd_unregister_cb();
 
 // The route target of a configuration path, as terminated text of less than `size` octets in the format in
-// force ("65000:100", "10.0.0.1:5", "4200000000:30"; two targets that differ in type alone read the same),
+// force ("65000:100", "10.0.0.1:5", "4200000000:30"; "0.65000:100" for a small AS number in four octets),
 // with its AFI and SAFI. Arguments of the path:
 //
 //   1, 2  AFI and SAFI

@@ -14,6 +14,7 @@
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::UnorderedElementsAre;
 
 std::vector<std::string> calls;
 
@@ -50,7 +51,12 @@ class BgpVpn : public ::testing::Test {
     const Status status = bgp_vpn_rd_get(name.c_str(), text.data(), text.size());
     return status == kStatusOk ? text.data() : err_text(status);
   }
-  void Register() { ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteCall), kStatusOk); }
+  // Without what is told at once.
+  void Register() {
+    const std::vector<std::string> before = calls;
+    ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteCall), kStatusOk);
+    calls = before;
+  }
   void Run() { event_run_pending(manager_.get()); }
 
   TestRunDirectory directory_;
@@ -89,9 +95,27 @@ TEST_F(BgpVpn, ChangesAreToldOnTheLoop) {
   EXPECT_THAT(calls, ElementsAre("set red 65000:2", "deletion red -"));
 }
 
-TEST_F(BgpVpn, CreationAndOtherChangesAreNotTold) {
+TEST_F(BgpVpn, WhatExistsIsToldBeforeTheRegistrationReturns) {
+  AddVrf("red", "65000:1");
+  AddVrf("none", "");
+  AddVrf("blue", "4200000000:1");
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteCall), kStatusOk);
+  EXPECT_THAT(calls, UnorderedElementsAre("set red 65000:1", "set blue 64086.59904:1"));
+}
+
+TEST_F(BgpVpn, RdOfACreationIsToldOnTheLoop) {
   Register();
   AddVrf("red", "65000:1");
+  AddVrf("none", "");
+  EXPECT_THAT(calls, ElementsAre()) << "before the loop ran";
+  Run();
+  EXPECT_THAT(calls, ElementsAre("set red 65000:1"));
+}
+
+TEST_F(BgpVpn, OtherChangesAreNotTold) {
+  AddVrf("red", "65000:1");
+  Register();
   router::Vrf vrf = *router_.find_vrf("red");
   vrf.description = "other";
   ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);

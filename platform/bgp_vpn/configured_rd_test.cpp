@@ -70,7 +70,11 @@ class ConfiguredRd : public ::testing::Test {
     std::array<char, 51> text{};
     return bgp_vpn_rd_get(name.c_str(), text.data(), text.size()) == kStatusOk ? text.data() : "none";
   }
-  void Register() const { ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &note), kStatusOk); }
+  // Without what is told at once.
+  void Register() const {
+    ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &note), kStatusOk);
+    told().clear();
+  }
 
   TestRunDirectory directory_;
   std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
@@ -115,12 +119,22 @@ TEST_F(ConfiguredRd, IsShownInTheFormatInForce) {
   EXPECT_EQ(Rd("red"), "64086.59904:30");
 }
 
-TEST_F(ConfiguredRd, WhatExistsAtTheRegistrationIsNotTold) {
+TEST_F(ConfiguredRd, WhatExistsIsToldBeforeTheRegistrationReturns) {
+  AddVrf("red", "65000:1");
   Configure("red", "65000:2");
-  Register();
+  Configure("named", "65000:4");
+  ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &note), kStatusOk);
+  EXPECT_THAT(std::exchange(told(), {}), ElementsAre("set named 65000:4", "set red 65000:2"));
   EXPECT_THAT(TakeTold(), IsEmpty());
   Configure("red", "65000:3");
   EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:3"));
+}
+
+TEST_F(ConfiguredRd, CreatedVrfIsToldWhatIsConfiguredForIt) {
+  Configure("later", "65000:7");
+  Register();
+  AddVrf("later", "65000:1");
+  EXPECT_THAT(TakeTold(), ElementsAre("set later 65000:7"));
 }
 
 TEST_F(ConfiguredRd, ChangesAreToldOnTheLoopAndFallBackToTheModel) {

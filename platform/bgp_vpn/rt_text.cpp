@@ -2,7 +2,8 @@
 // configuration path.
 //
 // Only the keys of the route target's own type are looked at; a number that does not fit its field of the
-// eight octets is refused, not cut. Nothing is kept.
+// eight octets is refused, not cut. An AS number of up to 65535 in four octets is always written as "0.N", so
+// that two targets that differ in type alone have two texts. Nothing is kept.
 #include <cstring>
 
 #include "platform/base/fault.h"
@@ -34,8 +35,9 @@ Status make_as_target(const RequestArgs* args, bool four_octets, std::string* te
   if (const Status status = take_number(args, kAsHigh, largest_high, &high)) return status;
   if (const Status status = take_number(args, kAsLow, UINT16_MAX, &low)) return status;
   if (const Status status = take_number(args, kAsNumber, largest_number, &number)) return status;
-  *text = bgp_util_format_rd(std::to_string(high << 16 | low) + ":" + std::to_string(number),
-                             bgp_util_asn_format_get());
+  const std::string target = std::to_string(high << 16 | low) + ":" + std::to_string(number);
+  const bool is_small_in_four = four_octets && high == 0;
+  *text = is_small_in_four ? "0." + target : bgp_util_format_rd(target, bgp_util_asn_format_get());
   return kStatusOk;
 }
 

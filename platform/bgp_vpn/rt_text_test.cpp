@@ -77,6 +77,14 @@ TEST_F(RouteTargetText, FourOctetAsHasANumberOf16Bits) {
   EXPECT_EQ(Extract({2, 64086, 59904, 65536, nullptr, {}}), kInvalid);
 }
 
+TEST_F(RouteTargetText, SmallAsNumberInFourOctetsIsToldFromOneInTwo) {
+  EXPECT_EQ(Extract({0, 0, 65000, 100, nullptr, {}}), "65000:100");
+  EXPECT_EQ(Extract({2, 0, 65000, 100, nullptr, {}}), "0.65000:100");
+  EXPECT_EQ(Extract({2, 1, 0, 100, nullptr, {}}), "65536:100");
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  EXPECT_EQ(Extract({2, 0, 65000, 100, nullptr, {}}), "0.65000:100");
+}
+
 TEST_F(RouteTargetText, AsNumbersAreWrittenInTheFormat) {
   bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
   EXPECT_EQ(Extract({2, 64086, 59904, 30, nullptr, {}}), "64086.59904:30");

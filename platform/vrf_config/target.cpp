@@ -46,10 +46,10 @@ std::optional<Target> parse_target(std::string_view text) {
 }
 
 std::string target_text(const Target& target) {
-  const std::string administrator = target.type == Target::Type::kIpv4Address
-                                        ? dotted_quad(target.administrator)
-                                        : std::to_string(target.administrator);
-  return administrator + ":" + std::to_string(target.assigned);
+  const std::string assigned = ":" + std::to_string(target.assigned);
+  if (target.type == Target::Type::kIpv4Address) return dotted_quad(target.administrator) + assigned;
+  const bool is_small_in_four = target.type == Target::Type::kFourOctetAs && target.administrator <= kMost16;
+  return (is_small_in_four ? "0." : "") + std::to_string(target.administrator) + assigned;
 }
 
 }  // namespace vrf_config

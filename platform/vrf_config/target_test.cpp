@@ -42,6 +42,8 @@ TEST(TargetText, IsWrittenInAsplain) {
   EXPECT_EQ(target_text({Type::kTwoOctetAs, 65000, 4294967295}), "65000:4294967295");
   EXPECT_EQ(target_text({Type::kIpv4Address, 0xc0000201, 7}), "192.0.2.1:7");
   EXPECT_EQ(target_text({Type::kFourOctetAs, 4200000000, 30}), "4200000000:30");
+  EXPECT_EQ(target_text({Type::kFourOctetAs, 65535, 30}), "0.65535:30");
+  EXPECT_EQ(target_text({Type::kFourOctetAs, 65536, 30}), "65536:30");
 }
 
 }  // namespace

@@ -40,7 +40,8 @@ struct Target {
 // "65000:100", "10.0.0.1:5", "4200000000:30", "64086.59904:30" (asdot: a four-octet AS). An AS number above
 // 65535 makes a four-octet type. None for anything else, and for a number that does not fit.
 std::optional<Target> parse_target(std::string_view text);
-std::string target_text(const Target& target);  // AS numbers in asplain
+std::string target_text(
+    const Target& target);  // asplain, but "0.65000:30" for a small AS number in four octets
 
 KvConfigNode description(std::string_view vrf, std::string_view text);
 // An RD is configured for a family; the VRF's is that of the lowest family that has one.

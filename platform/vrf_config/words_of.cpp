@@ -25,7 +25,6 @@ struct Item {
 constexpr std::size_t kAfi = 1;
 constexpr std::size_t kTargetType = 4;
 
-// An AS number of up to 65535 in four octets is told from the same in two by asdot.
 std::string target_word(const Item& item) {
   Target target;
   target.type = Target::Type{item.number(kTargetType)};
@@ -36,9 +35,6 @@ std::string target_word(const Item& item) {
   }
   target.administrator = item.number(kTargetType + 1) << 16 | item.number(kTargetType + 2);
   target.assigned = item.number(kTargetType + 3);
-  if (target.type == Target::Type::kFourOctetAs && target.administrator <= 0xffff) {
-    return "0." + target_text(target);
-  }
   return target_text(target);
 }
 

@@ -215,6 +215,21 @@ class RdRegistration : public Configured<DaemonTest> {
   RdRegistration() { registers_at_once_ = false; }
 };
 
+TEST_F(RdRegistration, WhatIsThereIsKnownAtOnceAndARestartMovesNothing) {
+  AddVrf("red", 0, "65000:100");
+  Register();
+  EXPECT_STREQ(AttributesOf("red")->rd, "65000:100");
+  EXPECT_EQ(ChangedAt("red"), kStartSeconds) << "on a first run";
+  PassSeconds(5);
+  RestartDaemon();
+  EXPECT_STREQ(AttributesOf("red")->rd, "65000:100");
+  EXPECT_EQ(ChangedAt("red"), kStartSeconds);
+  PassSeconds(5);
+  AddVrf("blue", 0, "65000:200");
+  Run();
+  EXPECT_STREQ(AttributesOf("blue")->rd, "65000:200") << "and of a VRF that is created later";
+}
+
 TEST_F(RdRegistration, FailureIsToldAndStartUpGoesOn) {
   OnlyArea(ERR);
   ClearPrints();
