@@ -6,9 +6,10 @@
 // not answer keeps its last known configuration, over restarts of this process too: it is in the tree.
 //
 // A program that has just been started has no configuration yet, or a part of it: the suite loads it
-// afterwards. So what a new conversation leaves out is not believed until it has said everything that was
-// known before, or the same for as long as kSettling; what it adds or changes counts at once. A restart of
-// the suite is no change of configuration.
+// afterwards, when all of its programs are up. So what a new conversation leaves out is not believed until it
+// has said everything that was known before, or the same for a while: shorter when it says something, longer
+// when it says nothing at all. What it adds or changes counts at once. A restart of the suite is no change of
+// configuration.
 //
 // Main thread. Nothing blocks: see conversation.h.
 #pragma once
@@ -29,8 +30,9 @@ class FrrSource {
   struct Options {
     std::vector<std::string> shell{"/usr/bin/vtysh"};  // with arguments before "-d PROGRAM"
     std::uint64_t interval = 1'000'000'000;            // nanoseconds between an answer and the next question
-    std::uint64_t settling = 10'000'000'000;
-    std::uint64_t longest_pause = 15'000'000'000;  // of a program that never answered
+    std::uint64_t settling = 10'000'000'000;           // how long it must say the same
+    std::uint64_t settling_empty = 60'000'000'000;     // ... when that is nothing
+    std::uint64_t longest_pause = 15'000'000'000;      // of a program that never answered
     frr::Conversation::Limits limits{};
   };
 

@@ -228,6 +228,23 @@ TEST_F(FrrSourceTest, StartedProgramIsBelievedWhenItStaysWithWhatItSays) {
   EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words));
 }
 
+TEST_F(FrrSourceTest, StartedProgramThatSaysNothingIsBelievedLater) {
+  suite.Configure("bgpd", bgp_red(kRd10));
+  Start();
+  Hear("bgpd");
+  suite.Become("bgpd", "absent");
+  HearNothing("bgpd");
+  suite.Configure("bgpd", "");
+  suite.Become("bgpd", "ok");
+  Hear("bgpd");
+  PumpFor(Options().settling);
+  Hear("bgpd");
+  EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words));
+  PumpFor(Options().settling_empty);
+  Hear("bgpd");
+  EXPECT_THAT(Held(), IsEmpty());
+}
+
 TEST_F(FrrSourceTest, StartedProgramIsBelievedOnceItSaidEverything) {
   suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   Start();

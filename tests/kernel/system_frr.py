@@ -1,0 +1,539 @@
+#!/usr/bin/env python3
+"""system_frr.py BIN_DIRECTORY: two routers that exchange VPN routes. Runs in the guest (see uml-run), as root.
+
+This namespace is the first provider edge router, PE1, with the routing suite, the daemon and the SNMP agents; "p" and
+"pe2" are namespaces: a router that switches labels, and the second edge router with a suite of its own. After every
+step RDs, route targets, policies, protocols of interfaces and routes in the MIB must equal what the suite's own
+commands show, and times of changes may have moved only where something changed.
+"""
+import contextlib
+import ipaddress
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import time
+import unittest
+
+os.environ["MPLS_TEST_BIN"] = os.path.abspath(sys.argv.pop(1))
+os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms here
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
+from system import IF_CONF, L3VPN, System, bits, expected_if_conf, name_index, oid_tuple, wait_until  # noqa: E402
+
+VRFS = {"red": 10, "blue": 20, "green": 1030}
+ENTRIES = {name: oid_tuple(L3VPN) + tail for name, tail in
+           {"vrf": (1, 2, 2, 1), "rt": (1, 2, 3, 1), "route": (1, 4, 1, 1)}.items()}
+PE1_PROGRAMS = ("zebra", "staticd", "bgpd", "ospfd", "ripd", "eigrpd")
+PE2_PROGRAMS = ("zebra", "staticd", "bgpd")
+UP_TO_DATE = 2.0  # seconds from the end of a command to the MIB that shows it
+
+LINKS = """
+link add core type veth peer name to-pe1 netns p
+addr add 10.255.0.1/32 dev lo
+addr add 10.12.1.1/30 dev core
+link set core up
+addr add 2001:db8:c1::1/64 dev core nodad
+addr add 2001:db8:ff::1/128 dev lo
+"""
+MEMBERS = {"red1": ("red", "10.1.0.1/30"), "red2": ("red", "10.4.0.1/30"), "blue1": ("blue", "10.2.0.1/30"),
+           "grn1": ("green", "10.3.0.1/30")}
+P_LINKS = """
+link set lo up
+link add to-pe2 type veth peer name core netns pe2
+addr add 10.12.1.2/30 dev to-pe1
+addr add 10.12.2.2/30 dev to-pe2
+link set to-pe1 up
+link set to-pe2 up
+addr add 2001:db8:c1::2/64 dev to-pe1 nodad
+addr add 2001:db8:c2::2/64 dev to-pe2 nodad
+"""
+PE2_LINKS = """
+link set lo up
+link add red type vrf table 10
+link set red up
+addr add 10.255.0.2/32 dev lo
+addr add 2001:db8:ff::2/128 dev lo
+addr add 10.12.2.1/30 dev core
+link set core up
+addr add 2001:db8:c2::1/64 dev core nodad
+link add red1 type dummy
+link set red1 master red
+link set red1 up
+addr add 10.21.0.1/24 dev red1
+addr add 2001:db8:21::1/64 dev red1 nodad
+"""
+P_ROUTES = """
+route add 10.255.0.1/32 via 10.12.1.1
+route add 10.255.0.2/32 via 10.12.2.1
+route add 2001:db8:ff::1/128 via 2001:db8:c1::1
+route add 2001:db8:ff::2/128 via 2001:db8:c2::1
+"""
+# The middle router takes the outer label off: the edge routers are next to it on both sides.
+P_LABELS = """
+route add 1001 via inet 10.12.1.1
+route add 1002 via inet 10.12.2.1
+route add 1101 via inet6 2001:db8:c1::1
+route add 1102 via inet6 2001:db8:c2::1
+"""
+
+
+def core_bgp(own, peer, own6, peer6):
+    return f"""
+router bgp 65000
+ bgp router-id {own}
+ no bgp default ipv4-unicast
+ neighbor {peer} remote-as 65000
+ neighbor {peer} update-source lo
+ neighbor {peer} timers connect 2
+ neighbor {peer6} remote-as 65000
+ neighbor {peer6} update-source lo
+ neighbor {peer6} timers connect 2
+ address-family ipv4 vpn
+  neighbor {peer} activate
+ exit-address-family
+ address-family ipv6 vpn
+  neighbor {peer6} activate
+ exit-address-family
+exit
+"""
+
+
+PE1_CONFIG = """hostname pe1
+ip route 10.255.0.2/32 10.12.1.2 label 1002
+ipv6 route 2001:db8:ff::2/128 2001:db8:c1::2 label 1102
+vrf red
+ ip route 192.168.50.0/24 10.1.0.2
+ ip route 192.168.52.0/24 blackhole
+exit-vrf
+vrf blue
+ ip route 192.168.60.0/24 blue1
+exit-vrf
+interface red
+ description customer red
+exit
+route-map RM-IN permit 10
+exit
+route-map RM-OUT permit 10
+exit
+""" + core_bgp("10.255.0.1", "10.255.0.2", "2001:db8:ff::1", "2001:db8:ff::2") + """
+router bgp 65000 vrf red
+ bgp router-id 10.1.0.1
+ neighbor 10.1.0.2 remote-as 65101
+ neighbor 2001:db8:1::2 remote-as 65101
+ address-family ipv4 unicast
+  redistribute connected
+  redistribute static
+  no neighbor 2001:db8:1::2 activate
+  label vpn export auto
+  rd vpn export 65000:10
+  rt vpn import 65000:10 65000:99
+  rt vpn export 65000:10
+  route-map vpn import RM-IN
+  route-map vpn export RM-OUT
+  export vpn
+  import vpn
+ exit-address-family
+ address-family ipv6 unicast
+  redistribute connected
+  neighbor 2001:db8:1::2 activate
+  label vpn export auto
+  rd vpn export 65000:10
+  rt vpn both 65000:10
+  export vpn
+  import vpn
+ exit-address-family
+exit
+router bgp 65000 vrf blue
+ bgp router-id 10.2.0.1
+ address-family ipv4 unicast
+  redistribute connected
+  label vpn export auto
+  rd vpn export 10.255.0.1:20
+  rt vpn both 65000:20
+  export vpn
+  import vpn
+ exit-address-family
+exit
+router bgp 65000 vrf green
+ bgp router-id 10.3.0.1
+ address-family ipv4 unicast
+  redistribute connected
+  label vpn export 5030
+  rd vpn export 4200000000:30
+  rt vpn both 4200000000:30
+  export vpn
+  import vpn
+ exit-address-family
+exit
+router ospf vrf blue
+ ospf router-id 10.2.0.1
+ network 10.2.0.0/30 area 0
+exit
+router rip vrf green
+ network 10.3.0.0/30
+exit
+router eigrp 100 vrf red
+ network 10.4.0.0/30
+exit
+"""
+PE2_CONFIG = """hostname pe2
+ip route 10.255.0.1/32 10.12.2.2 label 1001
+ipv6 route 2001:db8:ff::1/128 2001:db8:c2::2 label 1101
+""" + core_bgp("10.255.0.2", "10.255.0.1", "2001:db8:ff::2", "2001:db8:ff::1") + """
+router bgp 65000 vrf red
+ bgp router-id 10.21.0.1
+ address-family ipv4 unicast
+  redistribute connected
+  label vpn export auto
+  rd vpn export 65000:110
+  rt vpn both 65000:10
+  export vpn
+  import vpn
+ exit-address-family
+ address-family ipv6 unicast
+  redistribute connected
+  label vpn export auto
+  rd vpn export 65000:110
+  rt vpn both 65000:10
+  export vpn
+  import vpn
+ exit-address-family
+exit
+"""
+
+
+def run(*words, text=None):
+    result = subprocess.run(words, input=text, text=True, capture_output=True, check=False)
+    if result.returncode != 0:
+        raise AssertionError(f"{' '.join(words)}: {result.returncode}\n{result.stdout}{result.stderr}")
+    return result.stdout
+
+
+def batch(commands, namespace=None, options=()):
+    run("ip", *(("-n", namespace) if namespace else ()), *options, "-batch", "-", text=commands.strip() + "\n")
+
+
+class Suite:
+    """The routing suite of a namespace; None is this one."""
+
+    def __init__(self, namespace, programs, config):
+        self.programs = programs
+        self.inside = ("ip", "netns", "exec", namespace) if namespace else ()
+        self.path_space = ("-N", namespace) if namespace else ()
+        self.run = pathlib.Path("/run/frr", namespace or "")
+        etc = pathlib.Path("/etc/frr", namespace or "")
+        for folder in (self.run, etc):
+            folder.mkdir(parents=True, exist_ok=True)
+        (etc / "frr.conf").write_text(config)
+        (etc / "vtysh.conf").write_text("service integrated-vtysh-config\n")
+        run("chown", "-R", "frr:frr", str(self.run), str(etc))
+
+    def start(self, *programs):
+        for program in programs or self.programs:
+            run(*self.inside, f"/usr/lib/frr/{program}", "-d", *self.path_space, "-P", "0")
+            wait_until(program, lambda name=program: self.shell("-d", name, "-c", "show version").returncode == 0)
+
+    def load(self):
+        loaded = self.shell("-b")
+        assert loaded.returncode == 0, loaded.stdout + loaded.stderr
+
+    def stop(self, *programs):
+        for program in programs or reversed(self.programs):
+            pid = int((self.run / f"{program}.pid").read_text())
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(pid, 15)
+            wait_until(f"{program} to end", lambda pid=pid: not pathlib.Path(f"/proc/{pid}").exists())
+
+    def shell(self, *words):
+        return subprocess.run(["vtysh", *self.path_space, *words], capture_output=True, text=True, check=False)
+
+    def show(self, *commands):
+        shown = self.shell(*(word for command in commands for word in ("-c", command)))
+        assert shown.returncode == 0, shown.stdout + shown.stderr
+        return shown.stdout
+
+    def show_json(self, command):
+        return json.loads(self.show(command) or "{}")
+
+    def configure(self, *lines):
+        refused = self.show("configure terminal", *lines)
+        assert "%" not in refused, refused
+
+
+def prepare_routers():
+    run("sysctl", "-qw", "kernel.hostname=pe1")  # the suite writes it into what it saves
+    run("modprobe", "-a", "ipv6", "vrf", "dummy", "veth", "mpls_router", "mpls_iptunnel")
+    for namespace in ("p", "pe2"):
+        run("ip", "netns", "add", namespace)
+    for inside in ((), ("ip", "netns", "exec", "p"), ("ip", "netns", "exec", "pe2")):
+        run(*inside, "sysctl", "-qw", "net.ipv4.ip_forward=1", "net.ipv6.conf.all.forwarding=1",
+            "net.mpls.platform_labels=1048575", "net.ipv4.conf.all.rp_filter=0")
+    vrfs = [f"link add {vrf} type vrf table {table}\nlink set {vrf} up" for vrf, table in VRFS.items()]
+    members = [f"link add {name} type dummy\nlink set {name} master {vrf}\nlink set {name} up\naddr add {address} dev {name}"
+               for name, (vrf, address) in MEMBERS.items()]
+    batch(LINKS + "\n".join(vrfs + members) + "\naddr add 2001:db8:1::1/64 dev red1 nodad")
+    batch(P_LINKS, "p")
+    batch(PE2_LINKS, "pe2")
+    batch(P_ROUTES, "p")
+    batch(P_LABELS, "p", ("-f", "mpls"))
+    for inside, interface in (((), "core"), (("p",), "to-pe1"), (("p",), "to-pe2"), (("pe2",), "core")):
+        run(*(("ip", "netns", "exec", *inside) if inside else ()), "sysctl", "-qw", f"net.mpls.conf.{interface}.input=1")
+
+
+class Edge(unittest.TestCase):
+    """PE1: what its suite shows, and what its MIB shows."""
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        prepare_routers()
+        cls.suite = Suite(None, PE1_PROGRAMS, PE1_CONFIG)
+        cls.other = Suite("pe2", PE2_PROGRAMS, PE2_CONFIG)
+        for suite in (cls.suite, cls.other):
+            suite.start()
+            suite.load()
+        cls.system = System(source="kernel")
+        cls.system.start_all()
+
+    @classmethod
+    def tearDownClass(cls):
+        print(cls.system.log("daemon"), flush=True)
+        cls.system.__exit__(None)
+        cls.other.stop()
+        cls.suite.stop()
+
+    # --- the suite's side ---
+
+    def configured(self):
+        """{"rd": {(VRF, family)}, "rt": {...}, "policy": {...}} of the running configuration."""
+        found = {"rd": {}, "rt": set(), "policy": {}}
+        vrf = family = None
+        for line in self.suite.show("show running-config").splitlines():
+            if line[:1] != " ":
+                head = re.fullmatch(r"router bgp \S+ vrf (\S+)", line)
+                vrf, family = head and head[1], None
+            words = line.split()
+            if words[:1] == ["address-family"]:
+                family = {"ipv4": 1, "ipv6": 2}[words[1]]
+            if vrf is None or family is None:
+                continue
+            if words[:3] == ["rd", "vpn", "export"]:
+                found["rd"][vrf, family] = words[3]
+            elif words[:2] == ["rt", "vpn"]:
+                for kind, name in ((1, "import"), (2, "export")):
+                    if words[2] in (name, "both"):
+                        found["rt"].update((vrf, kind, family, text) for text in words[3:])
+            elif words[:2] == ["route-map", "vpn"]:
+                found["policy"][vrf, family, words[2]] = words[3]
+        return found
+
+    def protocols(self):
+        """{(VRF, interface index): protocol numbers} by the suite's commands and the static routes."""
+        index = {link["ifname"]: link["ifindex"] for link in json.loads(run("ip", "-j", "link"))}
+        found = {(vrf, index[name]): set() for name, (vrf, _) in MEMBERS.items()}
+        in_whole = set()
+        for vrf, families in self.suite.show_json("show bgp vrf all summary json").items():
+            if any(family.get("peers") for family in families.values() if isinstance(family, dict)):
+                in_whole.add((vrf, 1))
+        for vrf, shown in self.suite.show_json("show ip ospf vrf all interface json").items():
+            for name in shown.get("interfaces", {}):
+                found[vrf, index[name]].add(2)
+        for vrf in VRFS:
+            status = self.suite.show(f"show ip rip vrf {vrf} status").partition("Key-chain")[2].partition("Routing for")[0]
+            for name in re.findall(r"^    (\S+) ", status, re.MULTILINE):
+                found[vrf, index[name]].add(3)
+            for name in re.findall(r"^(\w+) +\d+ ", self.suite.show(f"show ip eigrp vrf {vrf} interfaces"), re.MULTILINE):
+                found[vrf, index[name]].add(6)
+        vrf = None
+        for line in self.suite.show("show running-config").splitlines():
+            if line[:1] != " ":
+                vrf = line.split()[1] if line.startswith("vrf ") else None
+            elif vrf and re.match(r" ip(v6)? route ", line):
+                out = line.split()[3]
+                if out in index:
+                    found[vrf, index[out]].add(5)
+                else:
+                    in_whole.add((vrf, 5))
+        for key, numbers in found.items():
+            numbers.update(number for vrf, number in in_whole if vrf == key[0])
+        return found
+
+    def installed(self):
+        """{(VRF, prefix)} of the routes that the suite has put into, or found in, the kernel."""
+        found = set()
+        for vrf in VRFS:
+            for words in ("ip", "ipv6"):
+                for prefix, ways in self.suite.show_json(f"show {words} route vrf {vrf} json").items():
+                    if any(way.get("installed") for way in ways):
+                        found.add((vrf, ipaddress.ip_network(prefix)))
+        return {(vrf, prefix) for vrf, prefix in found if not prefix.is_link_local}
+
+    def suite_shows(self):
+        found = self.configured()
+        rds = {vrf: found["rd"].get((vrf, 1), found["rd"].get((vrf, 2), "")) for vrf in VRFS}
+        policies = {vrf: tuple(found["policy"].get((vrf, 1, way), "") for way in ("import", "export")) for vrf in VRFS}
+        return {"rd": rds, "rt": found["rt"], "policy": policies, "routes": self.installed(),
+                "interfaces": [row for row in expected_if_conf({key: None for key in self.protocols()},
+                                                               {key: tuple(value) for key, value in self.protocols().items()})
+                               if row[0][len(oid_tuple(IF_CONF)) + 1] == 3]}
+
+    # --- the MIB's side ---
+
+    def rows(self, table):
+        """{(column, index): value}."""
+        entry = ENTRIES[table]
+        return {(oid[len(entry)], oid[len(entry) + 1:]): value
+                for oid, value in self.system.walk(".".join(map(str, entry)))}
+
+    def policies(self):
+        """{VRF: (import, export)} of IPv4 unicast."""
+        found = {}
+        for vrf in self.system.cli_json("show", "vrf", "detail"):
+            table = next((table for table in vrf["addressFamilies"] if (table["afi"], table["safi"]) == (1, 1)), {})
+            found[vrf["name"]] = (table.get("importRoutePolicy", ""), table.get("exportRoutePolicy", ""))
+        return found
+
+    def mib_shows(self):
+        name_of = {name_index(name): name for name in (*VRFS, "azure")}
+        rds = {name_of[index]: value.strip('"') for (column, index), value in self.rows("vrf").items() if column == 4}
+        targets, rows = set(), self.rows("rt")
+        for (column, index), value in rows.items():
+            if column == 4:
+                family = {"IPv4 Unicast": 1, "IPv6 Unicast": 2}[rows[5, index].strip('"')]
+                targets.add((name_of[index[:-2]], index[-1], family, value.strip('"')))
+        policies = {vrf: policy for vrf, policy in self.policies().items() if vrf in VRFS}
+        routes = set()
+        for column, index in self.rows("route"):
+            if column == 8:
+                length = 1 + index[0]
+                vrf, rest = name_of[index[:length]], index[length:]
+                address = ipaddress.ip_address(bytes(rest[2:2 + rest[1]]))
+                routes.add((vrf, ipaddress.ip_network((address, rest[2 + rest[1]]))))
+        column = oid_tuple(IF_CONF) + (1, 3)
+        return {"rd": rds, "rt": targets, "policy": policies,
+                "routes": {(vrf, prefix) for vrf, prefix in routes if not prefix.is_link_local and not prefix.is_multicast},
+                "interfaces": self.system.walk(".".join(map(str, column)))}
+
+    def changed(self):
+        """{VRF: seconds of its last change}."""
+        return {vrf: self.system.cli_json("get", f"vrf/{vrf}")["confLastChanged"] for vrf in VRFS}
+
+    # --- steps ---
+
+    def assert_equal_to_suite(self, seconds=10.0):
+        expected = self.suite_shows()
+        shown = {}
+
+        def agrees():
+            shown.update(self.mib_shows())
+            return shown == expected
+        try:
+            wait_until("the MIB to follow", agrees, seconds)
+        except AssertionError:
+            for part, value in expected.items():
+                with self.subTest(part):
+                    self.assertEqual(shown[part], value)
+            raise
+
+    def step(self, what, action, shows, moved):
+        """Does it and waits until `shows()`; then everything agrees, and only the times of `moved` have moved."""
+        before = self.changed()
+        wait_until("a later second", lambda: time.time() > max(before.values()) + 1.1)
+        action()
+        began = time.monotonic()
+        wait_until(what, shows, UP_TO_DATE)
+        print(f"{what}: {time.monotonic() - began:.2f} s", flush=True)
+        self.assert_equal_to_suite()
+        after = self.changed()
+        self.assertEqual({vrf for vrf in VRFS if after[vrf] != before[vrf]}, set(moved), what)
+
+    def configure_step(self, what, lines, shows, moved):
+        self.step(what, lambda: self.suite.configure(*lines), shows, moved)
+
+    def target_texts(self, vrf):
+        index = name_index(vrf)
+        return {value.strip('"') for (column, row), value in self.rows("rt").items()
+                if column == 4 and row[:len(index)] == index}
+
+    def rd(self, vrf):
+        return (self.system.get_value(".".join(map(str, ENTRIES["vrf"] + (4,) + name_index(vrf)))) or "").strip('"')
+
+    def test_1_the_mib_is_what_the_suite_shows(self):
+        wait_until("routes of PE2", lambda: ("red", ipaddress.ip_network("10.21.0.0/24")) in self.installed() and
+                   ("red", ipaddress.ip_network("2001:db8:21::/64")) in self.installed(), 60)
+        self.assert_equal_to_suite(30)
+        shown = self.mib_shows()
+        self.assertEqual(shown["rd"], {"red": "65000:10", "blue": "10.255.0.1:20", "green": "4200000000:30"})
+        self.assertEqual(len(shown["rt"]), 9)
+        self.assertEqual(shown["policy"]["red"], ("RM-IN", "RM-OUT"))
+        self.assertEqual(self.system.cli_json("get", "vrf/red")["description"], "customer red")
+        in_suite = self.protocols()
+        self.assertEqual(sorted(map(sorted, in_suite.values())), [[1, 5], [1, 5, 6], [2, 5], [3]])
+        self.assertIn(bits(1, 5, 6), [value for _, value in shown["interfaces"]])
+
+    def test_2_changes_are_followed_and_move_the_times_of_their_vrfs_only(self):
+        red4 = ("router bgp 65000 vrf red", "address-family ipv4 unicast")
+        self.configure_step("an RD changed", (*red4, "no rd vpn export", "rd vpn export 65000:11"),
+                            lambda: self.rd("red") == "65000:11", {"red"})
+        self.configure_step("a route target more", (*red4, "rt vpn import 65000:10 65000:99 65000:77"),
+                            lambda: "65000:77" in self.target_texts("red"), {"red"})
+        self.configure_step("route targets less", (*red4, "rt vpn import 65000:10"),
+                            lambda: self.target_texts("red") == {"65000:10"}, {"red"})
+        self.configure_step("no export policy", (*red4, "no route-map vpn export RM-OUT"),
+                            lambda: self.policies()["red"] == ("RM-IN", ""), set())  # policies stamp no time
+        self.configure_step("a VRF that only the suite has", ("router bgp 65000 vrf azure", "address-family ipv4 unicast",
+                                                              "rd vpn export 65000:40", "rt vpn both 65000:40"),
+                            lambda: self.target_texts("azure") == {"65000:40"}, set())
+        self.configure_step("no instance for blue", ("no router bgp 65000 vrf blue",),
+                            lambda: self.target_texts("blue") == set() and self.rd("blue") == "", {"blue"})
+
+    def test_3_the_suite_is_restarted(self):
+        self.suite.show("write memory")
+        before, times = self.mib_shows(), self.changed()
+        for programs in (("bgpd",), ()):
+            self.suite.stop(*programs)
+            wait_until("the daemon to notice", lambda: self.is_lost("bgpd"), 20)
+            self.assert_configuration(before, times)
+            self.suite.start(*programs)
+            wait_until("bgpd to answer", lambda: not self.is_lost("bgpd"), 20)
+            self.assert_configuration(before, times)
+            self.suite.load()
+            wait_until("routes of PE2", lambda: ("red", ipaddress.ip_network("10.21.0.0/24")) in self.installed(), 60)
+            self.assert_equal_to_suite(20)
+            self.assert_configuration(before, times)
+        self.configure_step("an RD changed", ("router bgp 65000 vrf green", "address-family ipv4 unicast", "no rd vpn export",
+                                              "rd vpn export 65000:31"), lambda: self.rd("green") == "65000:31", {"green"})
+
+    def test_4_the_daemon_is_restarted_while_the_suite_is_down(self):
+        before, times = self.mib_shows(), self.changed()
+        self.suite.show("write memory")
+        self.suite.stop()
+        self.system.kill("daemon")
+        self.system.start_daemon()
+        self.system.wait_registered()
+        wait_until("the SNMP agent", lambda: self.rd("green") == "65000:31")
+        self.assert_configuration(before, times)
+        self.suite.start()
+        self.suite.load()
+        wait_until("routes of PE2", lambda: ("red", ipaddress.ip_network("10.21.0.0/24")) in self.installed(), 60)
+        self.assert_equal_to_suite(20)
+        self.assert_configuration(before, times)
+
+    def is_lost(self, program):
+        said = re.findall(rf"frr: {program} (answers|does not answer)", self.system.log("daemon"))
+        return said[-1:] == ["does not answer"]
+
+    def assert_configuration(self, before, times):
+        shown = self.mib_shows()
+        for part in ("rd", "rt", "policy", "interfaces"):
+            self.assertEqual(shown[part], before[part], part)
+        self.assertEqual(self.changed(), times)
+
+
+if __name__ == "__main__":
+    if not pathlib.Path("/usr/lib/frr/bgpd").exists():
+        print("SKIPPED: system_frr: no routing suite on this machine (package frr)")
+        sys.exit(77)
+    unittest.main(verbosity=2)
