@@ -14,7 +14,7 @@ import unittest
 os.environ["MPLS_TEST_BIN"] = os.path.abspath(sys.argv.pop(1))
 os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms here
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
-from system import IF_CONF, SCALARS, System, expected_if_conf, wait_until  # noqa: E402
+from system import IF_CONF, L3VPN, SCALARS, System, expected_if_conf, name_index, wait_until  # noqa: E402
 
 
 def ip_json(*words):
@@ -95,6 +95,34 @@ class SystemOnAKernel(unittest.TestCase):
         self.step("link del green")
         self.step("link del azure", "link del red", "link del d0")
         self.assertEqual(self.system.walk(IF_CONF), [])
+
+    def is_described(self, vrf, text):
+        """Everywhere: mplsL3VpnVrfDescription and the command line."""
+        oid = ".".join(map(str, (L3VPN, 1, 2, 2, 1, 3) + name_index(vrf)))
+
+        def shown():
+            return [row["description"] for row in self.system.cli_json("show", "vrf", "--name", vrf)]
+        wait_until(f"{vrf}: {text!r}", lambda: shown() == [text] and self.system.get_value(oid) == f'"{text}"', 10)
+        print(f"{vrf}: {text!r}")
+
+    def test_alias_describes_a_vrf_until_somebody_configures_it(self):
+        description = ("vrf", "described", "description")
+        self.step("link add described type vrf table 40", "link set described up")
+        self.is_described("described", "")
+        self.step('link set described alias "Red Rail"')
+        self.is_described("described", "Red Rail")
+        self.system.cli("config", "set", *description, "configured", check=True)
+        self.is_described("described", "configured")
+        self.step('link set described alias "Red Rail, sold"')
+        self.is_described("described", "configured")
+        self.system.cli("config", "delete", *description, check=True)
+        self.is_described("described", "Red Rail, sold")
+        self.system.kill("daemon")
+        self.system.start_daemon()
+        self.is_described("described", "Red Rail, sold")
+        self.step('link set described alias ""')
+        self.is_described("described", "")
+        self.step("link del described")
 
 
 if __name__ == "__main__":
