@@ -58,21 +58,15 @@ Status open_database(NodeStore** kept) {
   return kStatusOk;
 }
 
-void make(const PlannedChange& change) {
-  if (change.after == nullptr) {
-    erase_node(change.path);
-  } else {
-    put_node(change.path, change.after);
-  }
-}
-
 // Deletions first: where one item replaces another, its place is free when it comes.
 void make_in_tree(const CommitPlan& plan) {
   for (const PlannedChange& change : plan.changes) {
-    if (change.tells && change.after == nullptr) make(change);
+    if (change.tells && change.after == nullptr) erase_node(change.path);
   }
+  auto place = store().nodes.end();
   for (const PlannedChange& change : plan.changes) {
-    if (change.tells && change.after != nullptr) make(change);
+    if (change.tells && change.after != nullptr)
+      place = std::next(put_node(change.path, change.after, place));
   }
 }
 
@@ -262,7 +256,10 @@ Status kvtree_keep_configuration(const std::string& directory) {
     tree[std::string(path)].values[number] = std::make_shared<const KvValue>(std::move(value));
   });
   if (read != kStatusOk) return read;
-  for (const auto& [path, node] : tree) kvtree::put_node(path, node.values[node.in_force()]);
+  auto place = store().nodes.end();
+  for (const auto& [path, node] : tree) {
+    place = std::next(kvtree::put_node(path, node.values[node.in_force()], place));
+  }
   store().configuration = std::move(tree);
   store().kept = std::move(kept);
   return kStatusOk;

@@ -2,6 +2,7 @@
 #include "platform/kvtree/config_tree.h"
 
 #include <algorithm>
+#include <iterator>
 #include <unordered_set>
 
 #include "platform/kvtree/store.h"
@@ -46,10 +47,12 @@ PlannedChange plan_change(const OwnedNode* node, std::size_t owner, const KvConf
   if (change.value) planned.value = std::make_shared<const KvValue>(*change.value);
   planned.owner_before = now.in_force();
   if (planned.owner_before != kNoOwner) planned.before = now.values[planned.owner_before];
-  OwnedNode next = now;
-  next.values[owner] = planned.value;
-  planned.owner_after = next.in_force();
-  if (planned.owner_after != kNoOwner) planned.after = next.values[planned.owner_after];
+  planned.owner_after = now.in_force_after(owner, planned.value != nullptr);
+  if (planned.owner_after == owner) {
+    planned.after = planned.value;
+  } else if (planned.owner_after != kNoOwner) {
+    planned.after = now.values[planned.owner_after];
+  }
   planned.tells = !same_or_both_none(planned.before, planned.after);
   return planned;
 }
@@ -64,12 +67,50 @@ Status check_change(const KvConfigChange& change, std::string* mistake) {
   return change.value ? check_value(*change.value, mistake) : kStatusOk;
 }
 
+// Finds places in a tree that are asked for mostly in the order of the paths: what follows the place that was
+// asked for last is found without a search.
+class Cursor {
+ public:
+  explicit Cursor(const ConfigTree& tree) : tree_(tree), at_(tree.begin()) {}
+  // The node of the path, or null.
+  const OwnedNode* find(std::string_view path) {
+    if (!is_place_of(path)) at_ = tree_.lower_bound(path);
+    return at_ != tree_.end() && at_->first == path ? &at_->second : nullptr;
+  }
+
+ private:
+  // Whether nothing before at_ is the path or behind it, and nothing from at_ on before it.
+  bool is_place_of(std::string_view path) {
+    if (at_ != tree_.end() && at_->first < path) ++at_;
+    const bool is_behind = at_ == tree_.begin() || std::prev(at_)->first < path;
+    return is_behind && (at_ == tree_.end() || at_->first >= path);
+  }
+
+  const ConfigTree& tree_;
+  ConfigTree::const_iterator at_;
+};
+
+// The paths of a commit. Those that come in their order need no set to be told apart.
+class Seen {
+ public:
+  bool is_new(std::string_view path) {
+    if (unordered_.empty() && (ordered_.empty() || ordered_.back() < path)) {
+      ordered_.push_back(path);
+      return true;
+    }
+    if (unordered_.empty()) unordered_.insert(ordered_.begin(), ordered_.end());
+    return unordered_.insert(path).second;
+  }
+
+ private:
+  std::vector<std::string_view> ordered_;
+  std::unordered_set<std::string_view> unordered_;  // all of them, once one came out of order
+};
+
 // Appends what the change comes to.
-Status plan_one(const ConfigTree& tree, const KvConfigChange& change, CommitPlan* plan,
-                std::string* mistake) {
+Status plan_one(Cursor* cursor, const KvConfigChange& change, CommitPlan* plan, std::string* mistake) {
   if (const Status status = check_change(change, mistake)) return status;
-  const auto found = tree.find(change.path);
-  const OwnedNode* node = found == tree.end() ? nullptr : &found->second;
+  const OwnedNode* node = cursor->find(change.path);
   const SharedValue held = node == nullptr ? nullptr : node->values[plan->owner];
   if (!change.value && held == nullptr) {
     *mistake = std::string(owner_name(plan->owner)) + " does not hold it";
@@ -98,6 +139,12 @@ std::size_t OwnedNode::in_force() const {
       values.begin());
 }
 
+std::size_t OwnedNode::in_force_after(std::size_t owner, bool holds) const {
+  std::size_t first = 0;
+  while (first < values.size() && !(first == owner ? holds : values[first] != nullptr)) ++first;
+  return first;
+}
+
 bool same_value(const KvValue& one, const KvValue& other) {
   return one.type == other.type && one.text == other.text && one.number == other.number &&
          one.tuple == other.tuple && one.record == other.record;
@@ -122,12 +169,12 @@ Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::ve
     *mistake = "a commit has at most " + std::to_string(kMaxConfigChanges) + " changes";
     return kStatusMessageTooLarge;
   }
-  std::unordered_set<std::string_view> paths;
-  paths.reserve(changes.size());
+  Seen seen;
+  Cursor cursor(tree);
   plan->changes.reserve(changes.size());
   for (const KvConfigChange& change : changes) {
-    Status status = plan_one(tree, change, plan, mistake);
-    if (status == kStatusOk && !paths.insert(change.path).second) {
+    Status status = plan_one(&cursor, change, plan, mistake);
+    if (status == kStatusOk && !seen.is_new(change.path)) {
       *mistake = "it is changed twice";
       status = kStatusInvalid;
     }
@@ -139,14 +186,17 @@ Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::ve
 }
 
 void apply_plan(ConfigTree* tree, const CommitPlan& plan) {
+  auto behind = tree->begin();  // the place last changed: the next change is mostly there
   for (const PlannedChange& change : plan.changes) {
     if (change.value != nullptr) {
-      (*tree)[change.path].values[plan.owner] = change.value;
+      const auto node = tree->try_emplace(behind, change.path);
+      node->second.values[plan.owner] = change.value;
+      behind = std::next(node);
       continue;
     }
     const auto node = tree->find(change.path);
     node->second.values[plan.owner] = nullptr;
-    if (node->second.in_force() == kNoOwner) tree->erase(node);
+    behind = node->second.in_force() == kNoOwner ? tree->erase(node) : std::next(node);
   }
 }
 

@@ -32,6 +32,8 @@ struct OwnedNode {
   std::array<SharedValue, kConfigOwners.size()> values;
   // Whose value is in force; kNoOwner when nobody holds the node.
   std::size_t in_force() const;
+  // The same when the owner holds the node, or does not.
+  std::size_t in_force_after(std::size_t owner, bool holds) const;
 };
 
 using ConfigTree = std::map<std::string, OwnedNode, std::less<>>;

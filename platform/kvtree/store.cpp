@@ -1,8 +1,8 @@
 // Connections, providers, subscriptions and nodes.
 //
-// A set or a deletion changes the tree at once and is told to each subscriber by a function posted on the
-// subscriber's event manager, so subscribers see changes one after the other and never inside the call that
-// made one. What is posted holds the registration weakly: after an unbind nothing more is delivered. What
+// A set or a deletion changes the tree at once and is told to the subscribers by a function posted on their
+// event manager, so subscribers see changes one after the other and never inside the call that made one. What
+// is posted holds the registrations weakly: after an unbind nothing more is delivered. What
 // exists is delivered inside the registering call, from a copy of the list, because an entry may change the
 // tree.
 #include "platform/kvtree/store.h"
@@ -22,6 +22,13 @@ struct Change {
   std::shared_ptr<const KvValue> value;  // null for a deletion
 };
 
+// A change on its way to the subscribers of one manager.
+struct Telling {
+  Change change;
+  EventManager* manager;
+  std::vector<std::pair<std::weak_ptr<KvRegistration>, std::uint32_t>> to;  // with the events for each
+};
+
 std::string with_slash(std::string_view path) {
   std::string text(path);
   if (!text.ends_with('/')) text.push_back('/');
@@ -38,6 +45,12 @@ void deliver(const KvRegistration& registration, const Change& change, std::uint
   const KvNotification notification{std::string_view(change.path).substr(registration.prefix.size()),
                                     {change.path.c_str() + item, events, change.value.get()}};
   if (registration.entry != nullptr) registration.entry(&notification);
+}
+
+void tell(const Telling& telling) {
+  for (const auto& [weak, events] : telling.to) {
+    if (const std::shared_ptr<KvRegistration> still = weak.lock()) deliver(*still, telling.change, events);
+  }
 }
 
 void replay(const KvRegistration& registration) {
@@ -61,20 +74,31 @@ Status check_node_path(std::string_view path) {
 
 void tell_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
                       std::uint32_t events) {
-  std::shared_ptr<const Change> shared;
+  std::vector<std::shared_ptr<Telling>> tellings;  // one a manager, of which there are one or two
   for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
     const std::uint32_t wanted = events & registration->events;
     if (wanted == 0 || !path.starts_with(registration->prefix)) continue;
-    if (shared == nullptr) shared = std::make_shared<const Change>(Change{path, value});
-    event_post(registration->manager, [weak = std::weak_ptr(registration), shared, wanted] {
-      if (const std::shared_ptr<KvRegistration> still = weak.lock()) deliver(*still, *shared, wanted);
-    });
+    const auto same_manager = [&](const auto& each) { return each->manager == registration->manager; };
+    auto telling = std::find_if(tellings.begin(), tellings.end(), same_manager);
+    if (telling == tellings.end()) {
+      tellings.push_back(std::make_shared<Telling>(Telling{{path, value}, registration->manager, {}}));
+      telling = std::prev(tellings.end());
+    }
+    (*telling)->to.emplace_back(registration, wanted);
+  }
+  for (std::shared_ptr<Telling>& telling : tellings) {
+    EventManager* manager = telling->manager;
+    event_post(manager, [telling = std::move(telling)] { tell(*telling); });
   }
 }
 
-void put_node(const std::string& path, std::shared_ptr<const KvValue> value) {
-  const auto [node, created] = store().nodes.insert_or_assign(path, std::move(value));
+Nodes::iterator put_node(const std::string& path, std::shared_ptr<const KvValue> value,
+                         Nodes::const_iterator place) {
+  const std::size_t before = store().nodes.size();
+  const auto node = store().nodes.insert_or_assign(place, path, std::move(value));
+  const bool created = store().nodes.size() > before;
   tell_subscribers(path, node->second, created ? kKvEventCreated | kKvEventSet : kKvEventSet);
+  return node;
 }
 
 void erase_node(const std::string& path) {
@@ -176,7 +200,7 @@ Status kvtree_register_notification(KvConnection* connection, const char* path, 
 Status kvtree_set(std::string_view path, KvValue value) {
   if (const Status status = fault_check("kvtree_set")) return status;
   if (const Status status = kvtree::check_node_path(path)) return status;
-  kvtree::put_node(std::string(path), std::make_shared<const KvValue>(std::move(value)));
+  kvtree::put_node(std::string(path), std::make_shared<const KvValue>(std::move(value)), store().nodes.end());
   return kStatusOk;
 }
 

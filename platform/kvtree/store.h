@@ -58,13 +58,15 @@ struct RetainedQueue {
   std::shared_ptr<NotificationQueue> queue;
 };
 
+using Nodes = std::map<std::string, std::shared_ptr<const KvValue>, std::less<>>;
+
 // Everything that the process's data store holds. Notifications under way keep weak references to
 // registrations.
 struct Store {
   std::vector<std::unique_ptr<KvConnection>> connections;
   std::vector<std::shared_ptr<KvRegistration>> registrations;
   std::vector<Provider> providers;
-  std::map<std::string, std::shared_ptr<const KvValue>, std::less<>> nodes;
+  Nodes nodes;
   ConfigTree configuration;  // what is in force of it is in `nodes`, too
   std::map<std::string, Action, std::less<>> actions;
   std::vector<RetainedQueue> retained;
@@ -79,7 +81,9 @@ Store& store();
 Status check_path(std::string_view path);
 
 // Sets a node and tells it.
-void put_node(const std::string& path, std::shared_ptr<const KvValue> value);
+// `place` is a hint: the node goes right before it if that keeps the order.
+Nodes::iterator put_node(const std::string& path, std::shared_ptr<const KvValue> value,
+                         Nodes::const_iterator place);
 // Deletes a node that is there and tells it.
 void erase_node(const std::string& path);
 // Posts a change (no value: a deletion) to whoever subscribed to one of these events of this path.
