@@ -372,6 +372,28 @@ class Subscriptions(unittest.TestCase):
         self.do("router", "reload")
         self.check("there again", have, STEPS, have)
 
+    def test_thresholds_of_both_families_share_one_pair(self):
+        red = Vrf(ITEMS[0], "red", 100)
+        self.start([red])
+
+        def pair_becomes(what, mid, high):
+            row = {"description": "", "rd": "", "mid": mid, "high": high}
+            self.becomes(what, lambda: self.in_the_mib()["rows"], {"red": row})
+            self.assertEqual(self.shown()["rows"], {"red": row}, what)
+
+        threshold = ("vrf", "red", "threshold")
+        self.do("config", "set", *threshold, "ipv6", "50", "40")
+        self.do("config", "set", *threshold, "ipv4", "100", "80")
+        pair_becomes("IPv4 was set last", 80, 100)
+        self.do("config", "set", *threshold, "ipv6", "60", "40")
+        pair_becomes("IPv6 was set last", 40, 60)
+        self.restart()
+        pair_becomes("after a kill", 40, 60)
+        self.do("config", "delete", *threshold, "ipv6")
+        pair_becomes("one family's were deleted", 0, 0)
+        self.do("config", "set", *threshold, "ipv4", "100", "90")
+        pair_becomes("IPv4 was set last again", 90, 100)
+
     # --- The default VRF ---
 
     def cells(self):
