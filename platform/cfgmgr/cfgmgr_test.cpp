@@ -87,6 +87,14 @@ TEST_F(Cfgmgr, CommitsThatAreNotThereLoadNothing) {
   EXPECT_THAT(Loaded(), IsEmpty());
 }
 
+TEST_F(Cfgmgr, RangeThatCannotBeReadToItsEndLoadsNothing) {
+  for (const char* text : {"1", "2"}) Commit("cli", {SetTo("/cfg/a", text)});
+  CreateTarget();
+  fault_arm("kvtree_config_changes", kStatusIo, 2);
+  EXPECT_EQ(Load("1", "2"), kStatusIo);
+  EXPECT_THAT(Loaded(), IsEmpty());
+}
+
 TEST_F(Cfgmgr, ItemIsFoundWithEverythingBelowIt) {
   Commit("cli", {SetTo("/cfg/gl/vmap/vrf/red/descr", "d"), SetTo("/cfg/gl/vmap/vrf/blue", "b")});
   CreateTarget();

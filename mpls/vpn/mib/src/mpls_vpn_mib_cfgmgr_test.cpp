@@ -138,6 +138,13 @@ TEST_F(ConfigurationTime, NameIsEncodedInTheTree) {
   EXPECT_EQ(Seconds("a b"), "01");
 }
 
+// The item is a path, in which a slash parts one component from the next: such a name cannot be looked for.
+TEST_F(ConfigurationTime, OfANameWithASlashIsNone) {
+  CommitVrf("a/b", "1");
+  EXPECT_EQ(Seconds("a/b"), "none");
+  EXPECT_THAT(Prints(), Contains("Looking for item gl/vmap/vrf/a/b"));
+}
+
 TEST_F(ConfigurationTime, PrintsNothingWithoutItsFlags) {
   CommitVrf("red", "1");
   for (DebugFlag& flag : mpls_vpn_debug_flags) flag.enabled.store(0);
@@ -175,6 +182,17 @@ TEST_F(ConfigurationTime, FailedLoadEndsTheSearch) {
   ExpectErrorTraced("Failed to destroy the cfgmgr target", kStatusIo);
 }
 
+TEST_F(ConfigurationTime, FailedLoadIsTracedAndNotTakenForNotFound) {
+  CommitVrf("red", "1");
+  fault_arm("cfgmgr_target_load_changes", kStatusNoMemory);
+  EXPECT_EQ(Seconds("red"), "none");
+  ExpectErrorTraced("Failed to load the config changes", kStatusNoMemory);
+  EXPECT_THAT(Prints(), testing::Not(Contains("The item was not found")));
+  EXPECT_THAT(
+      Traced("mpls_vpn/init"),
+      testing::Each(testing::Field(&TraceEntry::text, testing::Not(testing::HasSubstr("not found")))));
+}
+
 TEST_F(ConfigurationTime, FailedSearchOfACommitGoesOnToTheNext) {
   CommitVrf("red", "1");
   CommitVrf("red", "2");
@@ -191,11 +209,23 @@ TEST_F(ConfigurationTime, FailedClearingIsReportedAndTheWalkGoesOn) {
   ExpectErrorTraced("Failed to clear cfgmgr target", kStatusNoMemory);
 }
 
+// The commit that has the item is cleared as well, after it was told.
+TEST_F(ConfigurationTime, FailedClearingAfterTheLastCommitIsReportedAndTheTimeAnswered) {
+  CommitVrf("red", "1");
+  fault_arm("cfgmgr_target_clear", kStatusNoMemory);
+  EXPECT_EQ(Seconds("red"), "01");
+  EXPECT_THAT(Prints(),
+              ElementsAre("Looking for item gl/vmap/vrf/red", "Found 1 commits",
+                          "Item gl/vmap/vrf/red has changed in commitid 1, timestamp = 1970-01-01T00:00:01Z",
+                          kErrorIn + "Failed to clear cfgmgr target" + kNoMemory));
+}
+
 TEST_F(ConfigurationTime, FailedDestructionIsReportedAndTheTimeAnswered) {
   CommitVrf("red", "1");
   fault_arm("cfgmgr_target_destroy", kStatusNoMemory);
   EXPECT_EQ(Seconds("red"), "01");
   EXPECT_EQ(Prints().back(), kErrorIn + "Failed to destroy the cfgmgr target" + kNoMemory);
+  ExpectErrorTraced("Failed to destroy the cfgmgr target", kStatusNoMemory);
 }
 
 TEST_F(ConfigurationTime, TimeThatCannotBeCopiedIsNone) {
