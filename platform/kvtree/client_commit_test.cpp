@@ -50,6 +50,16 @@ TEST_F(ClientCommit, ChangesAreOneCommitOfTheCommandLine) {
   EXPECT_THAT(Nodes("/cfg/t"), IsEmpty());
 }
 
+// The value in force stays while its owner changes, in both directions.
+TEST_F(ClientCommit, OwnerOfTheSameValueIsTheOneInForce) {
+  OwnerCommits("file", {SetTo("/cfg/a", "x")});
+  StartAndConnect();
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (cli)"));
+  EXPECT_EQ(client.commit({LetGo("/cfg/a")}, "").status, kStatusOk);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (file)"));
+}
+
 TEST_F(ClientCommit, MistakeIsToldAndNothingChanges) {
   StartAndConnect();
   const kvtree::CommitResult result = client.commit({SetTo("/cfg/a", "x"), LetGo("/cfg/b")}, "");

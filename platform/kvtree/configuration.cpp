@@ -51,12 +51,14 @@ Status commit_one(const wire::Connection* from, std::string_view path, std::opti
   return kvtree_config_commit(kConfigOwnerCli, {{std::string(path), std::move(value)}}, {});
 }
 
-// Whose configuration the node is; nobody's when the process itself set it.
+// Whose configuration the node is; nobody's when the process itself set it. The values are compared, as a
+// node keeps the former owner's when the next one's is the same: nobody is told of that.
 std::string_view owner_of(const std::string& path, const SharedValue& value) {
   const auto found = store().configuration.find(path);
   if (found == store().configuration.end()) return {};
   const std::size_t owner = found->second.in_force();
-  return owner != kNoOwner && found->second.values[owner] == value ? owner_name(owner) : std::string_view();
+  const bool is_owned = owner != kNoOwner && same_value(*found->second.values[owner], *value);
+  return is_owned ? owner_name(owner) : std::string_view();
 }
 
 // A value that no configuration has (a record) is left out.
