@@ -14,13 +14,16 @@ namespace cli {
 
 namespace {
 
+constexpr char kStandardInput[] = "-";
+
 enum class Answer { kNothing, kCommit };  // what is printed after a commit
 
 std::string read_file(const std::string& name) {
   const auto failure = [&name] {
     return Failure(kExitFailed, name + ": " + std::generic_category().message(errno));
   };
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(name.c_str(), "re"), &std::fclose);
+  const char* path = name == kStandardInput ? "/dev/stdin" : name.c_str();
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "re"), &std::fclose);
   if (file == nullptr) throw failure();
   std::string text;
   std::array<char, 4096> octets{};
@@ -65,14 +68,14 @@ void config_set(const Session& session, const ConfigEditRequest& request) {
   const auto parsed = vrf_config::parse_words(request.words);
   if (const auto* mistake = std::get_if<vrf_config::Mistake>(&parsed))
     throw Failure(kExitUsage, mistake->text);
-  make(session, {{true, request.words, ""}}, request, vrf_config::join_words(request.words),
-       Answer::kNothing);
+  const ConfigEdit edit{true, request.words, ""};
+  make(session, {edit}, request, edit_line(edit), Answer::kNothing);
 }
 
 void config_delete(const Session& session, const ConfigEditRequest& request) {
   check_deletion(request.words);
-  make(session, {{false, request.words, ""}}, request, vrf_config::join_words(request.words),
-       Answer::kNothing);
+  const ConfigEdit edit{false, request.words, ""};
+  make(session, {edit}, request, edit_line(edit), Answer::kNothing);
 }
 
 void config_load(const Session& session, const std::string& file, const ConfigEditRequest& request) {

@@ -70,7 +70,8 @@ void add_show(const Builder& builder) {
                               [options](const Session& session) { config_show(session, options->show); });
   app->add_option("WORDS", options->show.words, "The beginning of what is wanted; none: everything");
   app->add_flag("--owners", options->show.owners, "Tells who holds each item");
-  app->add_option("--owner", options->show.owner, "What this owner holds, in force or not: cli, file or frr")
+  app->add_option("--owner", options->show.owner,
+                  "What this owner holds, in force or not: cli, file, frr or kernel")
       ->type_name("OWNER");
 }
 
@@ -91,7 +92,7 @@ void add_load(const Builder& builder) {
   CLI::App* app =
       builder.add("load", "Makes a file's lines, set WORDS and delete WORDS, as one commit",
                   [options](const Session& session) { config_load(session, options->file, options->edit); });
-  app->add_option("FILE", options->file, "Lines, and comments behind #")->required();
+  app->add_option("FILE", options->file, "Lines, and comments behind #; - is the standard input")->required();
   builder.add_comment(app);
   builder.add_dry_run(app);
   builder.add_candidate(app);
@@ -114,7 +115,7 @@ void add_history(const Builder& builder) {
   history->add_option("COMMIT", options->commit, "A commit's number");
   history->add_option("--max", options->most, "At most N commits (default 20)")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::Range(1U, UINT32_MAX).description(""));
   CLI::App* rollback = builder.add(
       "rollback", "Undoes all that was committed after a commit, as one commit",
       [options](const Session& session) { config_rollback(session, options->commit, options->edit); });

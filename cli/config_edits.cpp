@@ -58,6 +58,24 @@ std::optional<KvConfigCommitChange> foresee_set(const KvConfigChange& change, co
   return is_kept ? std::nullopt : std::optional(foreseen);
 }
 
+// What the owners below the command line hold, each whole: asking for each node would take a request a node.
+std::vector<ConfigNodes> read_lower(const Session& session, kvtree::Client& client) {
+  std::vector<ConfigNodes> all;
+  for (const std::string_view owner : kLowerOwners) all.push_back(read_config(session, client, owner));
+  return all;
+}
+
+// What comes into force by the deletion.
+void uncover(const std::vector<ConfigNodes>& lower, KvConfigCommitChange* deletion) {
+  for (const ConfigNodes& nodes : lower) {
+    const auto next = nodes.find(deletion->path);
+    if (next == nodes.end()) continue;
+    deletion->after = next->second.value;
+    deletion->owner_after = next->second.owner;
+    return;
+  }
+}
+
 }  // namespace
 
 void check_deletion(const Words& words) {
@@ -111,15 +129,24 @@ void WorkingCopy::remove(const Words& words) {
   const auto* nodes = std::get_if<std::vector<KvConfigNode>>(&parsed);
   if (nodes != nullptr && remove_exactly(words, *nodes)) return;
   if (remove_all_below(words)) return;
-  if (nodes != nullptr) {
-    for (const KvConfigNode& node : *nodes) {
-      const auto found = read_config_node(session_, client_, node.path, {});
-      if (!found || found->owner == kConfigOwnerCli) continue;
-      throw Failure(kExitFailed, fmt::format("{} is not set by the command line, but by \"{}\"", shown(words),
-                                             printable(found->owner)));
-    }
+  const std::string owner = other_owner(words, nodes);
+  if (owner.empty()) throw Failure(kExitFailed, shown(words) + " is not set");
+  throw Failure(kExitFailed, fmt::format("{} is not set by the command line, but by \"{}\"", shown(words),
+                                         printable(owner)));
+}
+
+// Who else holds one of the nodes or, when the words are only the beginning of an item, an item that begins
+// with them; empty for nobody.
+std::string WorkingCopy::other_owner(const Words& words, const std::vector<KvConfigNode>* nodes) const {
+  for (const auto& [path, node] : read_config(session_, client_)) {
+    if (node.owner == kConfigOwnerCli) continue;
+    const auto is_meant = [&path = path](const KvConfigNode& each) { return each.path == path; };
+    if (nodes != nullptr && std::any_of(nodes->begin(), nodes->end(), is_meant)) return node.owner;
+    if (nodes != nullptr) continue;
+    const std::optional<Words> item = vrf_config::word_list_of({path, node.value});
+    if (item && begins_with(*item, words)) return node.owner;
   }
-  throw Failure(kExitFailed, shown(words) + " is not set");
+  return {};
 }
 
 // False when none of the nodes is there.
@@ -171,6 +198,7 @@ std::vector<KvConfigCommitChange> foresee_changes(const Session& session, kvtree
                                                   const std::vector<KvConfigChange>& changes) {
   std::vector<KvConfigCommitChange> foreseen;
   const ConfigNodes in_force = read_config(session, client);
+  std::vector<ConfigNodes> lower;  // when there is a deletion
   for (const KvConfigChange& change : changes) {
     if (change.value) {
       if (std::optional<KvConfigCommitChange> one = foresee_set(change, in_force)) foreseen.push_back(*one);
@@ -178,13 +206,8 @@ std::vector<KvConfigCommitChange> foresee_changes(const Session& session, kvtree
     }
     const ConfigNode& before = in_force.at(change.path);
     KvConfigCommitChange one{change.path, before.value, std::nullopt, before.owner, ""};
-    for (const std::string_view owner : kLowerOwners) {
-      std::optional<ConfigNode> next = read_config_node(session, client, change.path, owner);
-      if (!next) continue;
-      one.after = std::move(next->value);
-      one.owner_after = owner;
-      break;
-    }
+    if (lower.empty()) lower = read_lower(session, client);
+    uncover(lower, &one);
     foreseen.push_back(std::move(one));
   }
   return foreseen;

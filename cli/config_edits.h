@@ -48,6 +48,7 @@ class WorkingCopy {
   void remove(const vrf_config::Words& words);
   bool remove_exactly(const vrf_config::Words& words, const std::vector<KvConfigNode>& nodes);
   bool remove_all_below(const vrf_config::Words& words);
+  std::string other_owner(const vrf_config::Words& words, const std::vector<KvConfigNode>* nodes) const;
   void read_held();
 
   const Session& session_;

@@ -21,7 +21,9 @@ namespace cli {
 
 namespace {
 
-constexpr std::uint32_t kPage = 64;
+constexpr std::uint32_t kCommitsPage = 64;
+// As many as an answer may have: the daemon reads the whole commit for each.
+constexpr std::uint32_t kChangesPage = 10000;
 
 Failure no_commit(const std::string& id) {
   return {kExitFailed, fmt::format("there is no commit \"{}\" in the history", printable(id))};
@@ -32,7 +34,7 @@ template <typename Visit>
 void visit_commits(const Session& session, kvtree::Client& client, Visit visit) {
   std::string before;
   while (true) {
-    const kvtree::HistoryResult page = client.history(kPage, before);
+    const kvtree::HistoryResult page = client.history(kCommitsPage, before);
     if (page.status) throw request_failure(session, "config history", page.status);
     if (page.commits.empty()) return;
     for (const KvConfigCommit& commit : page.commits) {
@@ -47,7 +49,7 @@ std::vector<KvConfigCommitChange> read_changes(const Session& session, kvtree::C
   std::vector<KvConfigCommitChange> changes;
   while (true) {
     const auto first = static_cast<std::uint32_t>(changes.size());
-    kvtree::CommitChangesResult page = client.commit_changes(id, kPage, first);
+    kvtree::CommitChangesResult page = client.commit_changes(id, kChangesPage, first);
     if (page.status == kStatusNoSuchRow) throw no_commit(id);
     if (page.status) throw request_failure(session, "config history " + id, page.status);
     if (page.changes.empty()) return changes;

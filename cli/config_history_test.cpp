@@ -95,11 +95,24 @@ TEST_F(ConfigurationHistory, ListsCommitsNewestFirst) {
   EXPECT_EQ(commits[0]["comment"], "for Bob");
   EXPECT_EQ(commits[0]["owner"], "cli");
   EXPECT_EQ(commits[1]["owner"], "frr");
-  EXPECT_EQ(commits[2]["comment"], "vrf red rt both 65000:100");
+  EXPECT_EQ(commits[2]["comment"], "set vrf red rt both 65000:100");
   EXPECT_EQ(commits[2]["changes"], 4);
   EXPECT_GT(commits[2]["time"], 0);
   EXPECT_EQ(DoneAsJson("history --max 2").size(), 2U);
   EXPECT_THAT(Done("history --max 1"), HasSubstr("for Bob"));
+}
+
+TEST_F(ConfigurationHistory, CommentTellsASetFromADeletion) {
+  Done("set vrf red description one");
+  Done("delete vrf red");
+  const Json commits = DoneAsJson("history");
+  EXPECT_EQ(commits[0]["comment"], "delete vrf red");
+  EXPECT_EQ(commits[1]["comment"], "set vrf red description one");
+}
+
+TEST_F(ConfigurationHistory, AtMostNoneIsRefused) {
+  EXPECT_EQ(Ask({"config", "history", "--max", "0"}), kExitUsage);
+  EXPECT_THAT(Err(), HasSubstr("--max: Value 0 not in range 1 to 4294967295"));
 }
 
 TEST_F(ConfigurationHistory, TellsWhatACommitChanged) {
@@ -118,10 +131,17 @@ TEST_F(ConfigurationHistory, TellsWhatACommitChanged) {
 }
 
 TEST_F(ConfigurationHistory, MoreThanOnePageOfCommitsAndChangesIsRead) {
-  std::string lines;
-  for (int i = 0; i < 100; ++i) lines += "set vrf red rt import 65000:" + std::to_string(i) + " ipv4\n";
-  Done("load " + Write(lines));
-  EXPECT_EQ(DoneAsJson("history " + NewestCommit()).size(), 100U);
+  const std::string text(kMaxConfigText, 'x');  // an answer is full before it has all of them
+  std::vector<KvConfigChange> changes;
+  for (int i = 100; i < 200; ++i) {
+    changes.push_back({"/cfg/large/" + std::to_string(i), KvValue{}});
+    changes.back().value->type = KvValueType::kText;
+    changes.back().value->text = text;
+  }
+  ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, changes, ""), kStatusOk);
+  const Json shown = DoneAsJson("history " + NewestCommit());
+  ASSERT_EQ(shown.size(), 100U);
+  EXPECT_EQ(shown[99]["path"], "/cfg/large/199");
   for (int i = 0; i < 70; ++i) Hold(kConfigOwnerFile, "vrf blue description " + std::to_string(i));
   EXPECT_EQ(DoneAsJson("history --max 1000").size(), 71U);
 }

@@ -110,7 +110,7 @@ TEST_F(TrapSwitches, RefusalOfTheDaemonIsAFailure) {
   EXPECT_EQ(Err(), "mplsvpn: changing the configuration is for root and the administrators' group\n");
   fault_arm("kvtree_config_commit", kStatusIo);
   EXPECT_EQ(Ask({"config", "set", "traps", "all"}), kExitFailed);
-  EXPECT_THAT(Err(), HasSubstr("config traps all: Input/output error"));
+  EXPECT_THAT(Err(), HasSubstr("config set traps all: Input/output error"));
 }
 
 TEST_F(CommandLine, ConfigWithoutADaemonSaysSo) {

@@ -86,13 +86,6 @@ ConfigNodes read_config(const Session& session, kvtree::Client& client, std::str
   }
 }
 
-std::optional<ConfigNode> read_config_node(const Session& session, kvtree::Client& client,
-                                           const std::string& path, std::string_view owner) {
-  kvtree::NodesResult page = read_page(session, client, path, 1, {}, owner);
-  if (page.nodes.empty() || page.nodes.front().path != path) return std::nullopt;
-  return ConfigNode{std::move(page.nodes.front().value), std::move(page.nodes.front().owner)};
-}
-
 bool same_value(const KvValue& left, const KvValue& right) {
   return left.type == right.type && left.text == right.text && left.number == right.number &&
          left.tuple == right.tuple;

@@ -22,9 +22,6 @@ using ConfigNodes = std::map<std::string, ConfigNode>;  // by path
 
 // All of what is in force, or of what the owner holds.
 ConfigNodes read_config(const Session& session, kvtree::Client& client, std::string_view owner = {});
-// The node of exactly this path that the owner holds.
-std::optional<ConfigNode> read_config_node(const Session& session, kvtree::Client& client,
-                                           const std::string& path, std::string_view owner);
 
 bool same_value(const KvValue& left, const KvValue& right);
 std::string value_text(const KvValue& value);

@@ -1,4 +1,8 @@
 // VRFs' configuration: set, delete, show and load.
+#include <unistd.h>
+
+#include <cstdio>
+
 #include "cli/config_test_fixture.h"
 
 namespace cli {
@@ -136,6 +140,9 @@ TEST_F(Configuration, WhatAnotherOwnerHoldsIsNotDeleted) {
   Hold(kConfigOwnerFrr, "vrf red rip interface ge0");
   EXPECT_EQ(Refused("delete vrf red rip interface ge0"),
             "mplsvpn: vrf red rip interface ge0 is not set by the command line, but by \"frr\"\n");
+  EXPECT_EQ(Refused("delete vrf red"), "mplsvpn: vrf red is not set by the command line, but by \"frr\"\n");
+  EXPECT_EQ(Refused("delete vrf re"), "mplsvpn: vrf re is not set\n");
+  EXPECT_EQ(Refused("delete vrf red rip interface ge1"), "mplsvpn: vrf red rip interface ge1 is not set\n");
   EXPECT_EQ(Done("show"), "set vrf red rip interface ge0\n");
 }
 
@@ -163,6 +170,18 @@ TEST_F(Configuration, DryRunShowsWhatWouldChange) {
   EXPECT_EQ(changes[0]["before"], "cli");
   EXPECT_EQ(changes[0]["after"], "file");
   EXPECT_EQ(changes[0]["ownerAfter"], "file");
+}
+
+TEST_F(Configuration, DeletionUncoversTheFirstOwnerBelow) {
+  Hold(kConfigOwnerKernel, "vrf red description kernel");
+  Hold(kConfigOwnerKernel, "vrf blue description kernel");
+  Hold(kConfigOwnerFrr, "vrf red description frr");
+  Done("set vrf red description cli");
+  Done("set vrf blue description kernel");
+  Done("set vrf green description cli");
+  EXPECT_EQ(Done("delete --dry-run vrf red"), "- vrf red description cli\n+ vrf red description frr (frr)\n");
+  EXPECT_EQ(Done("delete --dry-run vrf blue"), "= vrf blue description kernel (cli, then kernel)\n");
+  EXPECT_EQ(Done("delete --dry-run vrf green"), "- vrf green description cli\n");
 }
 
 TEST_F(Configuration, LoadIsOneCommit) {
@@ -197,6 +216,20 @@ TEST_F(Configuration, MistakeInAFileIsToldWithItsLineAndChangesNothing) {
   EXPECT_EQ(Done("show"), "");
 }
 
+TEST_F(Configuration, DashLoadsTheStandardInput) {
+  const std::string file = Write("set vrf red rd 65000:1\nset vrf red colour\n");
+  const int input = dup(STDIN_FILENO);
+  ASSERT_GE(input, 0);
+  ASSERT_NE(std::freopen(file.c_str(), "r", stdin), nullptr);
+  EXPECT_THAT(Refused("load -"), HasSubstr("mplsvpn: -:2: a VRF has no \"colour\""));
+  Write("set vrf red rd 65000:1\n");
+  EXPECT_THAT(Done("load -"), HasSubstr("commit "));
+  ASSERT_EQ(dup2(input, STDIN_FILENO), STDIN_FILENO);
+  close(input);
+  EXPECT_EQ(Done("show"), "set vrf red rd 65000:1 ipv4\n");
+  EXPECT_EQ(DoneAsJson("history")[0]["comment"], "load -");
+}
+
 TEST_F(Configuration, FileThatCannotBeReadIsAFailure) {
   EXPECT_EQ(Refused("load " + Directory() + "/nowhere"),
             "mplsvpn: " + Directory() + "/nowhere: No such file or directory\n");
@@ -205,7 +238,8 @@ TEST_F(Configuration, FileThatCannotBeReadIsAFailure) {
 
 TEST_F(Configuration, RefusedCommitChangesNothing) {
   fault_arm("kvtree_config_commit", kStatusIo);
-  EXPECT_THAT(Refused("set vrf red rd 65000:1"), HasSubstr("config vrf red rd 65000:1: Input/output error"));
+  EXPECT_THAT(Refused("set vrf red rd 65000:1"),
+              HasSubstr("config set vrf red rd 65000:1: Input/output error"));
   fault_arm("kvtree_config_commit", kStatusAccess);
   EXPECT_EQ(Refused("delete traps all"), "mplsvpn: traps all is not set\n");
   EXPECT_EQ(Refused("set vrf red rd 65000:1"),

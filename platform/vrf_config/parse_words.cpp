@@ -9,7 +9,8 @@ namespace vrf_config {
 
 namespace {
 
-constexpr std::size_t kLongestName = 63;   // of a VRF or an interface: what the daemon's records hold
+constexpr std::size_t kLongestVrf = 31;    // an MplsL3VpnName (RFC 4382)
+constexpr std::size_t kLongestName = 63;   // of an interface: what the daemon's records hold
 constexpr std::size_t kLongestText = 255;  // an SnmpAdminString (RFC 3411)
 
 using Nodes = std::vector<KvConfigNode>;
@@ -232,7 +233,7 @@ std::string vrf_item_words() {
 }
 
 Nodes parse_vrf(Reader& reader) {
-  const std::string vrf = take_name(reader, "the VRF");
+  const std::string vrf = take_name(reader, "the VRF", kLongestVrf);
   const std::string& word = reader.take("what of the VRF");
   for (const VrfItem& item : kVrfItems) {
     if (item.word == word) return item.parse(vrf, reader);

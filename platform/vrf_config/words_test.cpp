@@ -100,7 +100,7 @@ TEST(ConfigurationWords, NodesThatWordsCannotSayHaveNone) {
   KvConfigNode node = route_policy("red", Family::kIpv4, Direction::kImport, "in");
   node.value.type = KvValueType::kNumber;
   EXPECT_EQ(words_of(node), std::nullopt);
-  EXPECT_EQ(words_of(rip_interface(std::string(64, 'a'), "ge0")), std::nullopt);
+  EXPECT_EQ(words_of(rip_interface(std::string(32, 'a'), "ge0")), std::nullopt);
   EXPECT_EQ(words_of(trap_switch("sideways", 1)), std::nullopt);
   EXPECT_EQ(words_of(trap_switch(kTrapReissueTime, -1)), std::nullopt);
   EXPECT_EQ(words_of(route_threshold("red", Family::kIpv4, 5, 6)), std::nullopt);
@@ -169,9 +169,12 @@ TEST(ConfigurationWords, WordsThatEndTooEarlyAreTold) {
 }
 
 TEST(ConfigurationWords, NamesAreBounded) {
-  const std::string longest(63, 'a');
-  EXPECT_EQ(mistake_in("vrf " + longest + " rip interface " + longest), "");
-  EXPECT_EQ(mistake_in("vrf " + longest + "a rip interface ge0"), "the VRF is longer than 63 octets");
+  const std::string longest(31, 'a');
+  const std::string longest_interface(63, 'i');
+  EXPECT_EQ(mistake_in("vrf " + longest + " rip interface " + longest_interface), "");
+  EXPECT_EQ(mistake_in("vrf " + longest + "a rip interface ge0"), "the VRF is longer than 31 octets");
+  EXPECT_EQ(mistake_in("vrf red rip interface " + longest_interface + "i"),
+            "the interface is longer than 63 octets");
   EXPECT_EQ(mistake_in("vrf \"\" rip interface ge0"), "the VRF is empty");
   EXPECT_EQ(mistake_in("vrf red description " + std::string(255, 'x')), "");
   EXPECT_EQ(mistake_in("vrf red description " + std::string(256, 'x')),
