@@ -101,6 +101,7 @@ class Client {
  public:
   struct Connection;  // of client*.cpp
 
+  // `timeout` is for an answer; for one to a change of the configuration it is thirty times that.
   explicit Client(std::string socket_path,
                   std::chrono::milliseconds timeout = std::chrono::milliseconds(1000));
   ~Client();

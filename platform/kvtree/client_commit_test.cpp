@@ -287,6 +287,79 @@ TEST_F(ClientCommit, RequestsAreServedBetweenTheNotificationsOfALargeCommit) {
   EXPECT_LT(told_by_then[2], 1000U);
 }
 
+// A client whose requests are answered while the event loop is stepped here.
+class SteppedClient : public ClientCommit {
+ protected:
+  void SetUp() override {
+    client.close();
+    ASSERT_EQ(raw.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
+  }
+  wire::Writer Begin(std::uint16_t type, std::uint32_t request) { return raw.begin(type, request); }
+  void SendSet(std::uint32_t request, std::string_view path) {
+    wire::Writer writer = raw.begin(kvtree::kSet, request);
+    writer.text(path);
+    writer.u8(kvtree::kTextValue);
+    writer.text("x");
+    ASSERT_EQ(raw.send(), kStatusOk);
+  }
+  void SendGet(std::uint32_t request) {
+    wire::Writer writer = raw.begin(kvtree::kGet, request);
+    writer.u8(0);
+    writer.text("/oper/mpls_vpn/gl/scalars");
+    ASSERT_EQ(raw.send(), kStatusOk);
+  }
+  // The number of the request that is answered next.
+  std::uint32_t NextAnswer() {
+    wire::Message answer;
+    for (int turns = 0; turns < 1000; ++turns) {
+      if (raw.receive(&answer, std::chrono::milliseconds(0)) == kStatusOk) return answer.request;
+      event_run_pending(manager);
+    }
+    return 0;
+  }
+  wire::ClientSocket raw;
+};
+
+TEST_F(SteppedClient, IsAnsweredWhenTheSubscribersHaveBeenTold) {
+  Subscribe("/cfg/", kKvEventSet);
+  SendSet(1, "/cfg/a");
+  EXPECT_EQ(NextAnswer(), 1U);
+  EXPECT_THAT(told(), SizeIs(1));
+  wire::Writer writer = raw.begin(kvtree::kStage, 2);
+  writer.u8(kvtree::kFlagFirst);
+  writer.u32(200);
+  for (int i = 0; i < 200; ++i) {
+    writer.text("/cfg/b" + std::to_string(i));
+    ASSERT_TRUE(kvtree::write_optional_value(&writer, SetTo("/cfg/b", "x").value));
+  }
+  ASSERT_EQ(raw.send(), kStatusOk);
+  EXPECT_EQ(NextAnswer(), 2U);
+  raw.begin(kvtree::kCommit, 3).text("why");
+  ASSERT_EQ(raw.send(), kStatusOk);
+  EXPECT_EQ(NextAnswer(), 3U);
+  EXPECT_THAT(told(), SizeIs(201));
+}
+
+TEST_F(SteppedClient, RequestsBehindAChangeAreAnsweredBehindIt) {
+  SendSet(1, "/cfg/a");
+  SendGet(2);
+  SendSet(3, "/cfg/b");
+  SendGet(4);
+  for (std::uint32_t request = 1; request <= 4; ++request) EXPECT_EQ(NextAnswer(), request);
+}
+
+TEST_F(SteppedClient, ThatGoesBeforeItsAnswerDisturbsNobody) {
+  Subscribe("/cfg/", kKvEventSet);
+  SendSet(1, "/cfg/a");
+  raw.close();
+  while (event_run_pending(manager)) {
+  }
+  EXPECT_THAT(told(), SizeIs(1)) << "the change was asked for";
+  ASSERT_EQ(raw.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
+  SendGet(2);
+  EXPECT_EQ(NextAnswer(), 2U);
+}
+
 TEST_F(ClientCommit, ClosedClientAnswersSo) {
   EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusNotConnected);
   EXPECT_EQ(client.history(1).status, kStatusNotConnected);

@@ -17,6 +17,9 @@ using std::chrono::milliseconds;
 constexpr std::size_t kMaxRequest = wire::Limits{}.max_payload;  // what the server takes
 constexpr std::size_t kMaxPending = kMaxSubscriptions * kNotificationWindow;
 
+// A change is answered when everybody has been told, which takes a second or two for tens of thousands.
+constexpr int kChangeTimes = 30;
+
 milliseconds time_left(SteadyClock::time_point deadline) {
   return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(deadline - SteadyClock::now()));
 }
@@ -53,7 +56,8 @@ Status Client::Connection::keep(const wire::Message& message) {
 Status Client::Connection::exchange(std::uint16_t type, wire::OctetSpan* payload) {
   if (!socket.connected()) return kStatusNotConnected;
   if (socket.frame_size() > kMaxRequest) return kStatusMessageTooLarge;
-  const SteadyClock::time_point deadline = SteadyClock::now() + timeout;
+  const SteadyClock::time_point deadline =
+      SteadyClock::now() + (is_change(type) ? kChangeTimes : 1) * timeout;
   if (const Status status = socket.send()) return status;
   wire::Message message;
   do {

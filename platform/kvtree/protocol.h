@@ -56,6 +56,11 @@ inline constexpr std::uint16_t kCommitChanges = 0xe;
 inline constexpr std::uint16_t kNotification = 0x10;
 inline constexpr std::uint16_t kAnswer = 0x8000;
 
+// Changes of the configuration: answered when the subscribers have been told.
+inline constexpr bool is_change(std::uint16_t type) {
+  return type == kSet || type == kDelete || type == kCommit;
+}
+
 inline constexpr std::uint8_t kFlagStructured = 0x1;  // kGet, kList, kDatalist, kWalk
 inline constexpr std::uint8_t kFlagFirst = 0x1;       // kStage
 

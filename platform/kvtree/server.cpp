@@ -226,11 +226,27 @@ StoreServer* server_of(const wire::Connection* connection) {
   return nullptr;
 }
 
-StoreServer::StoreServer(EventManager* manager)
-    : server(
-          manager, "kvtree", wire::Limits{},
+StoreServer::StoreServer(EventManager* on)
+    : manager(on),
+      server(
+          on, "kvtree", wire::Limits{},
           [this](wire::Connection& from, const wire::Message& message) { return handle(from, message); },
           [this](wire::Connection& gone) { forget(gone.id()); }) {}
+
+// Behind what the change posted to its subscribers: who is answered finds the change in what they show, and a
+// process that dies afterwards has lost nothing of what they derived from it.
+void StoreServer::answer_when_told(wire::Connection& from, const wire::Message& message,
+                                   const Octets& payload) {
+  from.hold();
+  event_post(manager,
+             [weak = from.weak_from_this(), type = static_cast<std::uint16_t>(message.type | kAnswer),
+              request = message.request, payload] {
+               const std::shared_ptr<wire::Connection> waiting = weak.lock();
+               if (waiting == nullptr || !waiting->open()) return;
+               waiting->send(type, request, payload);
+               waiting->release();
+             });
+}
 
 bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
   if (message.type == kAcknowledge) {
@@ -242,7 +258,11 @@ bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
   Octets payload = std::move(answer);
   payload.clear();
   const bool well_formed = answer_message(&from, message, &payload);
-  if (well_formed) from.send(message.type | kAnswer, message.request, payload);
+  if (well_formed && is_change(message.type)) {
+    answer_when_told(from, message, payload);
+  } else if (well_formed) {
+    from.send(message.type | kAnswer, message.request, payload);
+  }
   if (payload.capacity() <= kKeptAnswer) answer = std::move(payload);
   if (well_formed && message.type == kSubscribe) send_notifications(this, from.id());
   return well_formed;

@@ -26,10 +26,12 @@ struct StagedCommit {
 };
 
 struct StoreServer {
-  explicit StoreServer(EventManager* manager);
+  explicit StoreServer(EventManager* on);
   bool handle(wire::Connection& from, const wire::Message& message);
   void forget(std::uint64_t client);
+  void answer_when_told(wire::Connection& from, const wire::Message& message, const wire::Octets& payload);
 
+  EventManager* manager;
   wire::Octets answer;
   std::unordered_map<std::uint64_t, std::vector<Subscription>> subscriptions;  // by client
   std::unordered_map<std::uint64_t, StagedCommit> staged;                      // by client

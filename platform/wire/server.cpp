@@ -93,8 +93,16 @@ void Connection::end(const char* reason) {
   server_->forget(*this, reason);
 }
 
+void Connection::release() {
+  held_ = false;
+  if (!open() || handling_) return;
+  const std::shared_ptr<Connection> self = shared_from_this();
+  proceed();
+}
+
 bool Connection::paused() const {
-  return queued() > server_->limits_.pause_octets || unsent_messages_ >= server_->limits_.pause_messages;
+  return held_ || queued() > server_->limits_.pause_octets ||
+         unsent_messages_ >= server_->limits_.pause_messages;
 }
 
 void Connection::on_event(std::uint32_t events) {
@@ -128,7 +136,7 @@ void Connection::proceed() {
         self->proceed();
       });
     }
-  } else if (peer_finished_ && queued() == 0) {
+  } else if (peer_finished_ && queued() == 0 && !held_) {
     return close(in_start_ == in_end_ ? nullptr : "it ended within a message");
   }
   watch();

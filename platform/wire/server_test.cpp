@@ -307,6 +307,39 @@ TEST_F(WireServerTest, HandlerMayCloseAnotherClient) {
 
 // --- The barrier before output
 
+TEST_F(WireServerTest, HeldClientIsServedAgainWhenItIsReleased) {
+  const int client = ConnectRaw();
+  Write(client, Frame(kEcho, 1, {}));
+  Write(client, Frame(kHeld, 2, {}));
+  Write(client, Frame(kEcho, 3, {}));
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(handled, 2);
+  EXPECT_EQ(ReadAll(client), Frame(kEcho, 1, {}));
+  Write(client, Frame(kEcho, 4, {}));
+  Step();
+  EXPECT_EQ(handled, 2) << "what comes meanwhile waits";
+  ReleaseHeld();
+  for (int turn = 0; turn < 5; ++turn) Step();
+  Octets expected = Frame(kHeld, 0, {});
+  for (const std::uint32_t request : {3U, 4U}) {
+    const Octets frame = Frame(kEcho, request, {});
+    expected.insert(expected.end(), frame.begin(), frame.end());
+  }
+  EXPECT_EQ(ReadAll(client), expected);
+}
+
+TEST_F(WireServerTest, HeldClientThatSendsNothingMoreGetsItsAnswer) {
+  const int client = ConnectRaw();
+  Write(client, Frame(kHeld, 1, {}));
+  ASSERT_EQ(shutdown(client, SHUT_WR), 0);
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(closed, 0);
+  ReleaseHeld();
+  EXPECT_EQ(ReadAll(client), Frame(kHeld, 0, {}));
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(closed, 1);
+}
+
 class OutputBarrierTest : public WireServerTest {
  protected:
   // Notes, at each call, how many octets the client could read already.

@@ -18,7 +18,8 @@ namespace wire {
 
 inline constexpr std::uint16_t kEcho = 7;
 inline constexpr std::uint16_t kMalformed = 8;
-inline constexpr std::uint16_t kBig = 9;  // the answer has as many octets as the payload's first word says
+inline constexpr std::uint16_t kHeld = 10;  // the client is held: ReleaseHeld() answers
+inline constexpr std::uint16_t kBig = 9;    // the answer has as many octets as the payload's first word says
 
 inline Octets Frame(std::uint16_t type, std::uint32_t request, const Octets& payload) {
   Octets frame;
@@ -57,8 +58,19 @@ class WireServerTest : public ::testing::Test {
       from.send(kBig, message.request, Octets(reader.u32()));
       return true;
     }
+    if (message.type == kHeld) {
+      from.hold();
+      held = from.weak_from_this();
+      return true;
+    }
     from.send(message.type, message.request, message.payload);
     return true;
+  }
+  void ReleaseHeld() {
+    const std::shared_ptr<Connection> connection = held.lock();
+    ASSERT_NE(connection, nullptr);
+    connection->send(kHeld, 0, {});
+    connection->release();
   }
 
   // One end of a socket pair; the server has the other.
@@ -97,6 +109,7 @@ class WireServerTest : public ::testing::Test {
   std::unique_ptr<Server> server;
   std::vector<int> raw_clients;
   int handled = 0;
+  std::weak_ptr<Connection> held;
   int closed = 0;
 };
 

@@ -139,6 +139,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // in between.
   Writer begin(std::uint16_t type, std::uint32_t request);
   void finish();
+  // Handles no further message of this client until release(): for an answer that has to wait for something,
+  // as answers are given in the order of the requests. Within a message handler; what comes is kept
+  // meanwhile.
+  void hold() { held_ = true; }
+  void release();
   // Closes; the reason is logged, null for an end that is nobody's fault. What was not sent yet is lost.
   // Harmless when it is closed already.
   void close(const char* reason);
@@ -163,6 +168,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool handling_ = false;       // what is queued now goes out after the messages at hand
   bool continuing_ = false;     // a posted continuation is under way
   bool peer_finished_ = false;  // the peer will send nothing more
+  bool held_ = false;           // an answer is to come before anything else
   Octets in_;
   std::size_t in_start_ = 0;
   std::size_t in_end_ = 0;
