@@ -86,13 +86,19 @@ Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, st
   return kStatusOk;
 }
 
+// The database says more than a status: "database or disk is full".
+std::string why_not_kept(Status status) {
+  const bool is_told = store().kept != nullptr && !store().kept->write_error().empty();
+  return is_told ? store().kept->write_error() : err_text(status);
+}
+
 Status commit(std::string_view owner, const std::vector<KvConfigChange>& changes, std::string_view comment,
               std::string* id, std::string* mistake) {
   const auto plan = std::make_shared<CommitPlan>();
   if (const Status status = plan_commit(store().configuration, owner, changes, plan.get(), mistake))
     return status;
   const Status status = carry_out(plan, comment, id);
-  if (status != kStatusOk) *mistake = std::string("it could not be kept: ") + err_text(status);
+  if (status != kStatusOk) *mistake = "it could not be kept: " + why_not_kept(status);
   return status;
 }
 

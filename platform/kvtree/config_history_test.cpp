@@ -127,6 +127,24 @@ TEST_F(ConfigHistory, CommitThatCannotBeWrittenChangesNothing) {
   EXPECT_THAT(History(), SizeIs(2));
 }
 
+// Whichever of the commit's statements it is.
+TEST_F(ConfigHistory, ReasonOfTheDatabaseIsTold) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("cli", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");
+  for (const char* place : {"INSERT ON log", "INSERT ON content", "INSERT ON node", "DELETE ON node"}) {
+    Execute(std::string("CREATE TRIGGER refusing BEFORE ") + place +
+            " BEGIN SELECT RAISE(ABORT, 'no room left'); END");
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(Refused("cli", {SetTo("/cfg/a", "y"), LetGo("/cfg/b")}, kStatusIo),
+              "it could not be kept: no room left")
+        << place;
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                HasSubstr("a commit cannot be written: no room left"));
+    Execute("DROP TRIGGER refusing");
+  }
+  Make("cli", {SetTo("/cfg/a", "y")}, "");
+}
+
 TEST_F(ConfigHistory, CommitIsInForceAfterAPowerCutBehindTheDatabase) {
   ASSERT_EQ(Keep(), kStatusOk);
   Make("file", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");

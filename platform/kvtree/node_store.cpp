@@ -143,6 +143,7 @@ Status NodeStore::for_each(const Visitor& visit) const {
 // --- Writing
 
 Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::string* id) {
+  write_error_.clear();
   if (const Status status = fault_check("configuration_write")) return status;
   const bool folded = unfolded_.empty() && plan->changes.size() <= kFoldedAtOnce;
   std::int64_t number = 0;
@@ -156,9 +157,9 @@ Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::str
     written = execute("COMMIT");
   }
   if (!written) {
-    const Status status = fail("a commit cannot be written");
+    log_line("configuration: a commit cannot be written: %s", write_error_.c_str());
     roll_back();
-    return status;
+    return kStatusIo;
   }
   size_ = size;
   if (!folded) unfolded_.push_back({number, plan});
@@ -187,7 +188,7 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
   sqlite3_bind_int64(log.get(), 4, static_cast<std::int64_t>(plan.telling));
   sqlite3_bind_int64(log.get(), 5, static_cast<std::int64_t>(octets.size()));
   sqlite3_bind_int(log.get(), 6, folded ? 1 : 0);
-  if (sqlite3_step(log.get()) != SQLITE_DONE) return false;
+  if (!run(log)) return false;
   *id = sqlite3_last_insert_rowid(database_.get());
   const Statement content = prepare(database_.get(), "INSERT INTO content(id, octets) VALUES (?, ?)");
   sqlite3_bind_int64(content.get(), 1, *id);
@@ -196,7 +197,7 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
     ++size->commits;
     size->octets += octets.size();
   }
-  return sqlite3_step(content.get()) == SQLITE_DONE;
+  return run(content);
 }
 
 bool NodeStore::write_rows(const CommitPlan& plan, std::size_t first, std::size_t end) {
@@ -217,7 +218,7 @@ bool NodeStore::write_row(const Statement& put, const Statement& erase, std::str
   bind_text(statement, 1, change.path);
   bind_text(statement, 2, owner);
   if (change.value != nullptr) bind_value(statement, 3, *change.value, &octets);
-  return sqlite3_step(statement.get()) == SQLITE_DONE;
+  return run(statement);
 }
 
 // The oldest commits make room; one that is not folded is still needed.
@@ -238,7 +239,7 @@ bool NodeStore::forget(std::int64_t id) {
   for (const char* sql : {"DELETE FROM content WHERE id = ?", "DELETE FROM log WHERE id = ?"}) {
     const Statement statement = prepare(database_.get(), sql);
     sqlite3_bind_int64(statement.get(), 1, id);
-    if (sqlite3_step(statement.get()) != SQLITE_DONE) return false;
+    if (!run(statement)) return false;
   }
   return true;
 }
@@ -264,7 +265,7 @@ bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
   const bool folded = execute("BEGIN IMMEDIATE") && write_rows(*unfolded.plan, unfolded.next, end) &&
                       (!is_last || finish_fold(unfolded)) && execute("COMMIT");
   if (folded) return true;
-  static_cast<void>(fail("a commit cannot be folded"));
+  log_line("configuration: a commit cannot be folded: %s", write_error_.c_str());
   roll_back();
   return false;
 }
@@ -274,17 +275,26 @@ bool NodeStore::finish_fold(const Unfolded& unfolded) {
   if (unfolded.plan->telling == 0) return forget(unfolded.id);
   const Statement statement = prepare(database_.get(), "UPDATE log SET folded = 1 WHERE id = ?");
   sqlite3_bind_int64(statement.get(), 1, unfolded.id);
-  return sqlite3_step(statement.get()) == SQLITE_DONE;
+  return run(statement);
 }
 
 // --- Helpers
 
-bool NodeStore::execute(const char* sql) const {
-  return sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+// The reason is noted at once: other statements that end meanwhile would take it away.
+bool NodeStore::run(const Statement& statement) {
+  if (sqlite3_step(statement.get()) == SQLITE_DONE) return true;
+  write_error_ = sqlite3_errmsg(database_.get());
+  return false;
+}
+
+bool NodeStore::execute(const char* sql) {
+  if (sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  write_error_ = sqlite3_errmsg(database_.get());
+  return false;
 }
 
 // SQLite may have rolled back by itself.
-void NodeStore::roll_back() const {
+void NodeStore::roll_back() {
   if (sqlite3_get_autocommit(database_.get()) == 0 && !execute("ROLLBACK"))
     static_cast<void>(fail("a commit cannot be taken back"));
 }

@@ -41,6 +41,9 @@ class NodeStore {
   using SharedPlan = std::shared_ptr<const CommitPlan>;
   [[nodiscard]] Status write(const SharedPlan& plan, const CommitHead& head, std::string* id);
 
+  // Why the last commit could not be written, in the database's words; may be empty.
+  const std::string& write_error() const { return write_error_; }
+
   bool has_unfolded() const { return !unfolded_.empty(); }
   // Brings at most so many rows up to date. True when there is more to do; false at the end, and after a
   // failure (logged; what is left is done after the next commit, or when the file is opened again). Fault
@@ -79,14 +82,16 @@ class NodeStore {
   bool finish_fold(const Unfolded& unfolded);
   bool forget_oldest(Size* size);
   bool forget(std::int64_t id);
-  bool execute(const char* sql) const;
-  void roll_back() const;
+  bool run(const Statement& statement);  // one that answers no rows
+  bool execute(const char* sql);
+  void roll_back();
   Status fail(const char* what) const;
   std::int64_t find_commit(std::string_view id) const;
 
   Database database_;
   std::deque<Unfolded> unfolded_;
   Size size_;
+  std::string write_error_;
 };
 
 }  // namespace kvtree
