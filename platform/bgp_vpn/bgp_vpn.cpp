@@ -5,8 +5,9 @@
 // force. While there is a callback the library follows the configuration and observes the model for changed
 // RDs, and tells what is there at the registration and every change of the RD that counts: the model's are
 // posted on the manager of the registration with the texts of the time of the change, those of the
-// configuration come through the same manager. A generation number lets posted calls of an ended registration
-// fall flat.
+// configuration come through the same manager. A change of the AS number format is posted likewise, behind
+// the telling of the route targets that it concerns (asn_format.cpp). A generation number lets posted calls
+// of an ended registration fall flat.
 #include "platform/bgp_vpn/bgp_vpn.h"
 
 #include <cstring>
@@ -14,6 +15,8 @@
 #include <utility>
 
 #include "platform/base/fault.h"
+#include "platform/base/log.h"
+#include "platform/bgp_vpn/asn_format.h"
 #include "platform/bgp_vpn/configured_rd.h"
 
 namespace {
@@ -25,12 +28,12 @@ class Library : public router::Observer {
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
   std::string model_rd(const std::string& vrf) const;
   Status follow(EventManager* manager, BgpVpnRdCallback wanted);
-  void change_format(BgpAsnFormat wanted);
+  void want_format(BgpAsnFormat wanted);
+  Status follow_format(EventManager* manager);
   void end_notifications();
 
   router::Router* model = nullptr;
-  BgpAsnFormat format = BgpAsnFormat::kAsplain;
-  EventManager* format_manager = nullptr;
+  BgpAsnFormat format = BgpAsnFormat::kAsplain;  // in force
   EventManager* callback_manager = nullptr;
   BgpVpnRdCallback callback = nullptr;
   std::uint64_t generation = 0;
@@ -40,7 +43,12 @@ class Library : public router::Observer {
   void configuration_changed(const std::string& vrf, const std::string& before);
   void post_rd(const std::string& vrf, const std::string& rd);
   void tell(const std::string& vrf, const std::string& text) const;
+  Status post_format(BgpAsnFormat wanted);
+  void change_format(BgpAsnFormat next);
 
+  BgpAsnFormat wanted_format_ = BgpAsnFormat::kAsplain;  // in force when all that is posted was done
+  EventManager* format_manager_ = nullptr;
+  bgp_vpn::ConfiguredFormat configured_format_;
   bgp_vpn::ConfiguredRds configured_;
 };
 
@@ -100,12 +108,49 @@ void Library::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
   if (before.rd != now.rd && configured_.told(now.name).empty()) post_rd(now.name, now.rd);
 }
 
-void Library::change_format(BgpAsnFormat wanted) {
-  const BgpAsnFormat before = std::exchange(format, wanted);
+void Library::change_format(BgpAsnFormat next) {
+  bgp_vpn::set_route_target_format(next);
+  const BgpAsnFormat before = std::exchange(format, next);
   if (callback == nullptr) return;
   for (const auto& [vrf, rd] : all_rds()) {
     if (bgp_util_format_rd(rd, before) != bgp_util_format_rd(rd, format)) post_rd(vrf, rd);
   }
+}
+
+// A change that waits is followed by the next one, so each begins where the one before it ends.
+void Library::want_format(BgpAsnFormat wanted) {
+  if (wanted == wanted_format_) return;
+  if (format_manager_ != nullptr) {
+    if (const Status status = post_format(wanted)) {
+      log_line("bgp_vpn: the format of AS numbers stays as it was: %s", err_text(status));
+      return;
+    }
+  }
+  wanted_format_ = wanted;
+  if (format_manager_ == nullptr) change_format(wanted);
+}
+
+Status Library::post_format(BgpAsnFormat wanted) {
+  const auto use_for_targets = [this, posted = generation](BgpAsnFormat used) {
+    if (posted == generation) bgp_vpn::set_route_target_format(used);
+  };
+  if (const Status status =
+          bgp_vpn::retell_route_targets(format_manager_, wanted_format_, wanted, use_for_targets))
+    return status;
+  event_post(format_manager_, [this, wanted, posted = generation] {
+    if (posted == generation) change_format(wanted);
+  });
+  return kStatusOk;
+}
+
+Status Library::follow_format(EventManager* manager) {
+  if (format_manager_ != nullptr) return kStatusExists;
+  const Status status =
+      configured_format_.start(manager, [this] { want_format(bgp_vpn::configured_format()); });
+  if (status != kStatusOk) return status;
+  want_format(bgp_vpn::configured_format());
+  format_manager_ = manager;
+  return kStatusOk;
 }
 
 Status Library::follow(EventManager* manager, BgpVpnRdCallback wanted) {
@@ -121,10 +166,12 @@ Status Library::follow(EventManager* manager, BgpVpnRdCallback wanted) {
 
 void Library::end_notifications() {
   configured_.stop();
+  configured_format_.stop();
   callback = nullptr;
   callback_manager = nullptr;
-  format_manager = nullptr;
+  format_manager_ = nullptr;
   ++generation;
+  change_format(wanted_format_);
 }
 
 }  // namespace
@@ -134,11 +181,7 @@ void bgp_vpn_attach(router::Router* model) {
 }
 
 void bgp_util_asn_format_set(BgpAsnFormat format) {
-  Library& lib = library();
-  if (lib.format_manager == nullptr) return lib.change_format(format);
-  event_post(lib.format_manager, [format, posted = lib.generation] {
-    if (posted == library().generation) library().change_format(format);
-  });
+  library().want_format(format);
 }
 
 BgpAsnFormat bgp_util_asn_format_get() {
@@ -148,8 +191,7 @@ BgpAsnFormat bgp_util_asn_format_get() {
 Status bgp_util_asn_format_init_notify(EventManager* manager) {
   if (Status status = fault_check("bgp_util_asn_format_init_notify")) return status;
   if (manager == nullptr) return kStatusInvalid;
-  library().format_manager = manager;
-  return kStatusOk;
+  return library().follow_format(manager);
 }
 
 Status bgp_vpn_rd_get(const char* vrf_name, char* text, std::size_t size) {

@@ -16,15 +16,24 @@
 // takes it away. Called once by the process.
 void bgp_vpn_attach(router::Router* model);
 
-// How 4-octet AS numbers are shown (RFC 5396): 4200000000 as "4200000000", as "64086.59904" (asdot writes
-// numbers below 65536 plainly, asdot+ writes "0.65000").
+// How AS numbers are shown (RFC 5396): 4200000000 as "4200000000" or, in asdot and asdot+, as "64086.59904".
+// A smaller one than 65536 reads the same in every format, so that no two route targets (or distinguishers)
+// that differ in type alone have one text: "65000:100" has it in two octets, "0.65000:100" in four. Here
+// asdot+ differs from asdot in its name only.
 enum class BgpAsnFormat : std::uint32_t { kAsplain = 0, kAsdot = 1, kAsdotPlus = 2 };
-// The format that is wanted. It takes effect at once while nobody asked for notifications, else on the
-// manager's loop, where the RD callback is told the new text of every RD that shows differently.
+// The format that is wanted, which a configured one overrules when that changes. It takes effect at once
+// while nobody asked for notifications. Else it does on the manager's loop: every route target in force that
+// reads differently is told to its subscribers there (kvtree_config_retell_each) as deleted, in the old
+// format, and set, in the new one; then the RD callback is told the new text of every RD that reads
+// differently. Nothing changes when the route targets cannot be told, which is logged.
 void bgp_util_asn_format_set(BgpAsnFormat format);
 // The format in force.
 BgpAsnFormat bgp_util_asn_format_get();
-// Keeps the AS number format up to date on this manager. kStatusInvalid for null. Fault point
+// Keeps the AS number format up to date on this manager: it is what the configuration has as
+// vrf_config::as_format, and asplain without one, or for one of another text, which is logged. What is
+// configured already is in force when this returns, and nobody is told of it: call it before subscribing to
+// route targets. kStatusInvalid for null, kStatusExists while it is kept up to date; the data store's
+// failures, after which the format is as it was and nothing is followed. Fault point
 // "bgp_util_asn_format_init_notify".
 [[nodiscard]] Status bgp_util_asn_format_init_notify(EventManager* manager);
 // A route distinguisher with its AS number in the format. An RD with an IPv4 address, and a text that is no
@@ -42,13 +51,15 @@ std::string bgp_util_format_rd(std::string_view rd, BgpAsnFormat format);
 // when there is a callback; the data store's failures. Fault point "bgp_vpn_rd_register_cb".
 using BgpVpnRdCallback = void (*)(std::uint32_t set, const char* vrf_name, const char* rd);
 [[nodiscard]] Status bgp_vpn_rd_register_cb(EventManager* manager, BgpVpnRdCallback callback);
-// Ends the callback, what it was still to be told, and the format's notifications. For tests that start the
+// Ends the callback, what it was still to be told, and the following of the format; a format that was still
+// waiting is in force. For tests that start the
 // daemon again.
 void bgp_vpn_rd_unregister_cb();
 
 // The route target of a configuration path, as terminated text of less than `size` octets in the format in
 // force ("65000:100", "10.0.0.1:5", "4200000000:30"; "0.65000:100" for a small AS number in four octets),
-// with its AFI and SAFI. Arguments of the path:
+// with its AFI and SAFI. While a change of the format is told, that is the one that belongs to the
+// notification under way. Arguments of the path:
 //
 //   1, 2  AFI and SAFI
 //   3     type: 0 two-octet AS, 1 IPv4 address, 2 four-octet AS (RFC 4364 section 4.2)

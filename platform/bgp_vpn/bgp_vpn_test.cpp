@@ -187,7 +187,15 @@ TEST(RdText, AsNumbersAreWrittenInTheFormat) {
   EXPECT_EQ(bgp_util_format_rd("64086.59904:30", BgpAsnFormat::kAsplain), "4200000000:30");
   EXPECT_EQ(bgp_util_format_rd("65535:1", BgpAsnFormat::kAsdot), "65535:1");
   EXPECT_EQ(bgp_util_format_rd("65536:1", BgpAsnFormat::kAsdot), "1.0:1");
-  EXPECT_EQ(bgp_util_format_rd("65000:1", BgpAsnFormat::kAsdotPlus), "0.65000:1");
+  EXPECT_EQ(bgp_util_format_rd("4200000000:30", BgpAsnFormat::kAsdotPlus), "64086.59904:30");
+}
+
+TEST(RdText, SmallAsNumbersKeepTheTextOfTheirType) {
+  for (const BgpAsnFormat format : {BgpAsnFormat::kAsplain, BgpAsnFormat::kAsdot, BgpAsnFormat::kAsdotPlus}) {
+    EXPECT_EQ(bgp_util_format_rd("65000:1", format), "65000:1");
+    EXPECT_EQ(bgp_util_format_rd("0.65000:1", format), "0.65000:1");
+    EXPECT_EQ(bgp_util_format_rd("0.65535:1", format), "0.65535:1");
+  }
 }
 
 TEST(RdText, AddressesAndOtherTextsStayAsTheyStand) {

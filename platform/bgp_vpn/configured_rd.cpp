@@ -29,6 +29,8 @@ void take_configuration(const KvNotification* notification) {
     kvtree_match_notify(notification, &kTable);
 }
 
+}  // namespace
+
 std::string text_in_force(const std::string& path) {
   std::string text;
   kvtree_config_in_force(path, [&](const KvConfigNode& node) {
@@ -36,8 +38,6 @@ std::string text_in_force(const std::string& path) {
   });
   return text;
 }
-
-}  // namespace
 
 std::string configured_rd(std::string_view vrf) {
   for (const vrf_config::Family family : {vrf_config::Family::kIpv4, vrf_config::Family::kIpv6}) {

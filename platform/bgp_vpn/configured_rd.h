@@ -16,6 +16,9 @@ namespace bgp_vpn {
 // The RD that is configured for the VRF now, of its lowest address family that has one; empty for none.
 std::string configured_rd(std::string_view vrf);
 
+// The text of the node of exactly this path that is in force; empty for none, and for another type.
+std::string text_in_force(const std::string& path);
+
 // What the notifications of the tree have told so far, by VRF. One at a time.
 class ConfiguredRds {
  public:

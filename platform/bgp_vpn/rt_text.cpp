@@ -2,11 +2,12 @@
 // configuration path.
 //
 // Only the keys of the route target's own type are looked at; a number that does not fit its field of the
-// eight octets is refused, not cut. An AS number of up to 65535 in four octets is always written as "0.N", so
-// that two targets that differ in type alone have two texts. Nothing is kept.
+// eight octets is refused, not cut. An AS number of up to 65535 is written plainly in two octets and as "0.N"
+// in four, whatever the format, so that two targets have two texts. Nothing is kept.
 #include <cstring>
 
 #include "platform/base/fault.h"
+#include "platform/bgp_vpn/asn_format.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
 
 namespace {
@@ -37,7 +38,7 @@ Status make_as_target(const RequestArgs* args, bool four_octets, std::string* te
   if (const Status status = take_number(args, kAsNumber, largest_number, &number)) return status;
   const std::string target = std::to_string(high << 16 | low) + ":" + std::to_string(number);
   const bool is_small_in_four = four_octets && high == 0;
-  *text = is_small_in_four ? "0." + target : bgp_util_format_rd(target, bgp_util_asn_format_get());
+  *text = bgp_util_format_rd(is_small_in_four ? "0." + target : target, bgp_vpn::route_target_format());
   return kStatusOk;
 }
 

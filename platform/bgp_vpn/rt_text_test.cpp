@@ -81,17 +81,24 @@ TEST_F(RouteTargetText, SmallAsNumberInFourOctetsIsToldFromOneInTwo) {
   EXPECT_EQ(Extract({0, 0, 65000, 100, nullptr, {}}), "65000:100");
   EXPECT_EQ(Extract({2, 0, 65000, 100, nullptr, {}}), "0.65000:100");
   EXPECT_EQ(Extract({2, 1, 0, 100, nullptr, {}}), "65536:100");
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
-  EXPECT_EQ(Extract({2, 0, 65000, 100, nullptr, {}}), "0.65000:100");
+}
+
+TEST_F(RouteTargetText, SmallAsNumbersReadTheSameInEveryFormat) {
+  for (const BgpAsnFormat format : {BgpAsnFormat::kAsplain, BgpAsnFormat::kAsdot, BgpAsnFormat::kAsdotPlus}) {
+    bgp_util_asn_format_set(format);
+    EXPECT_EQ(Extract({0, 0, 65000, 100, nullptr, {}}), "65000:100");
+    EXPECT_EQ(Extract({2, 0, 65000, 100, nullptr, {}}), "0.65000:100");
+    EXPECT_EQ(Extract({0, 0, 65535, 4294967295, nullptr, {}}), "65535:4294967295");
+  }
 }
 
 TEST_F(RouteTargetText, AsNumbersAreWrittenInTheFormat) {
   bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
   EXPECT_EQ(Extract({2, 64086, 59904, 30, nullptr, {}}), "64086.59904:30");
-  EXPECT_EQ(Extract({0, 0, 65000, 100, nullptr, {}}), "65000:100");
+  EXPECT_EQ(Extract({2, 1, 0, 30, nullptr, {}}), "1.0:30");
   EXPECT_EQ(Extract({1, {}, {}, {}, "10.0.0.1", 5}), "10.0.0.1:5");
   bgp_util_asn_format_set(BgpAsnFormat::kAsdotPlus);
-  EXPECT_EQ(Extract({0, 0, 65000, 100, nullptr, {}}), "0.65000:100");
+  EXPECT_EQ(Extract({2, 64086, 59904, 30, nullptr, {}}), "64086.59904:30");
 }
 
 TEST_F(RouteTargetText, AfiAndSafiAreHandedOut) {

@@ -11,6 +11,7 @@
 // is in memory, so there is one way of doing things.
 #include "platform/kvtree/config.h"
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <utility>
@@ -58,6 +59,11 @@ Status open_database(NodeStore** kept) {
   return kStatusOk;
 }
 
+bool is_counted(std::string_view path) {
+  return std::any_of(kConfigCountedScopes.begin(), kConfigCountedScopes.end(),
+                     [path](std::string_view scope) { return path.starts_with(scope); });
+}
+
 // Deletions first: where one item replaces another, its place is free when it comes.
 void make_in_tree(const CommitPlan& plan) {
   for (const PlannedChange& change : plan.changes) {
@@ -65,8 +71,11 @@ void make_in_tree(const CommitPlan& plan) {
   }
   auto place = store().nodes.end();
   for (const PlannedChange& change : plan.changes) {
-    if (change.tells && change.after != nullptr)
-      place = std::next(put_node(change.path, change.after, place));
+    if (!change.tells || change.after == nullptr) continue;
+    const bool is_quiet = change.before != nullptr && is_counted(change.path);
+    auto& nodes = store().nodes;
+    place = std::next(is_quiet ? nodes.insert_or_assign(place, change.path, change.after)
+                               : put_node(change.path, change.after, place));
   }
 }
 
@@ -162,6 +171,26 @@ void visit_below(const ConfigTree& tree, std::string_view path,
   for (; node != tree.end() && node->first.starts_with(path); ++node) visit(node->first, node->second);
 }
 
+using Places = std::vector<ConfigTree::const_iterator>;
+
+Places places_in_force(const std::vector<std::string>& paths) {
+  Places places;
+  for (const std::string& path : paths) {
+    const auto node = store().configuration.find(path);
+    if (node != store().configuration.end()) places.push_back(node);
+  }
+  return places;
+}
+
+void tell_deletion(ConfigTree::const_iterator place) {
+  tell_subscribers(place->first, nullptr, kKvEventDeleted);
+}
+
+void tell_set(ConfigTree::const_iterator place) {
+  const OwnedNode& node = place->second;
+  tell_subscribers(place->first, node.values[node.in_force()], kKvEventCreated | kKvEventSet);
+}
+
 // A caller that wants no id or mistake gets one of its own.
 struct Answers {
   Answers(std::string* wanted_id, std::string* wanted_mistake)
@@ -216,15 +245,24 @@ void kvtree_config_in_force(std::string_view path, const std::function<void(cons
 
 Status kvtree_config_retell(const std::vector<std::string>& paths) {
   if (const Status status = fault_check("kvtree_config_retell")) return status;
-  std::vector<kvtree::ConfigTree::const_iterator> told;
-  for (const std::string& path : paths) {
-    const auto node = store().configuration.find(path);
-    if (node != store().configuration.end()) told.push_back(node);
-  }
-  for (const auto& node : told) kvtree::tell_subscribers(node->first, nullptr, kKvEventDeleted);
-  for (const auto& node : told) {
-    kvtree::tell_subscribers(node->first, node->second.values[node->second.in_force()],
-                             kKvEventCreated | kKvEventSet);
+  const kvtree::Places places = kvtree::places_in_force(paths);
+  for (const auto& place : places) kvtree::tell_deletion(place);
+  for (const auto& place : places) kvtree::tell_set(place);
+  return kStatusOk;
+}
+
+Status kvtree_config_retell_each(const std::vector<std::string>& paths, EventManager* manager,
+                                 const std::function<void()>& before_deletion,
+                                 const std::function<void()>& before_set) {
+  if (const Status status = fault_check("kvtree_config_retell_each")) return status;
+  if (manager == nullptr || !before_deletion || !before_set) return kStatusInvalid;
+  const auto deletion = std::make_shared<const std::function<void()>>(before_deletion);
+  const auto set = std::make_shared<const std::function<void()>>(before_set);
+  for (const auto& place : kvtree::places_in_force(paths)) {
+    event_post(manager, [deletion] { (*deletion)(); });
+    kvtree::tell_deletion(place);
+    event_post(manager, [set] { (*set)(); });
+    kvtree::tell_set(place);
   }
   return kStatusOk;
 }

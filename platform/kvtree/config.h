@@ -16,6 +16,7 @@
 // of its own name.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -25,6 +26,7 @@
 #include <vector>
 
 #include "platform/base/status.h"
+#include "platform/evm/evm.h"
 #include "platform/kvtree/kvtree.h"
 
 // Owners, highest precedence first.
@@ -32,6 +34,13 @@ inline constexpr std::string_view kConfigOwnerCli = "cli";        // operators: 
 inline constexpr std::string_view kConfigOwnerFile = "file";      // the router file
 inline constexpr std::string_view kConfigOwnerFrr = "frr";        // the routing suite
 inline constexpr std::string_view kConfigOwnerKernel = "kernel";  // what the router says without being asked
+
+// Parts of the configuration of routing protocols whose subscribers count items: a node's value means nothing
+// there, and a second set without a deletion would count one item twice. So a commit that gives a node that
+// is there another value changes the value, for readers and in the history, but is told to nobody.
+inline constexpr std::array<std::string_view, 5> kConfigCountedScopes = {
+    "/cfg/gl/ip-bgp/", "/cfg/gl/rip/ord_B/", "/cfg/gl/ipv4-ospf/proc/", "/cfg/gl/eigrp/proc/",
+    "/cfg/gl/static/router/ord_v/"};
 
 struct KvConfigNode {
   std::string path;  // whole: "/cfg/..."
@@ -106,3 +115,11 @@ void kvtree_config_in_force(std::string_view path, const std::function<void(cons
 // again, first all deletions, then all sets: for handlers that lost what they derived from them. Nothing
 // changes and the history has no entry.
 [[nodiscard]] Status kvtree_config_retell(const std::vector<std::string>& paths);
+
+// The same one node after the other, for handlers whose reading of a node depends on a setting that changes:
+// `before_deletion` is called before each deletion and `before_set` before each set. That order holds for the
+// subscribers on this manager, where nothing is told in between that was not told before. All of it waits in
+// the manager's queue when the call returns.
+[[nodiscard]] Status kvtree_config_retell_each(const std::vector<std::string>& paths, EventManager* manager,
+                                               const std::function<void()>& before_deletion,
+                                               const std::function<void()>& before_set);

@@ -200,16 +200,63 @@ TEST_F(ConfigRetell, DeletionsThenSetsAreToldAndNothingChanges) {
   EXPECT_THAT(InForce(), ElementsAre("/cfg/a=1", "/cfg/b=3"));
 }
 
+// What is between is noted in the order in which the subscriber is told.
+TEST_F(ConfigRetell, EachIsToldWithWhatIsBetween) {
+  Commit("file", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "2")});
+  const auto note = [](const char* what) { return [what] { told().emplace_back(what); }; };
+  ASSERT_EQ(kvtree_config_commit("file", {SetTo("/cfg/c", "before")}, ""), kStatusOk);
+  ASSERT_EQ(
+      kvtree_config_retell_each({"/cfg/b", "/cfg/gone", "/cfg/a"}, manager, note("deletion"), note("set")),
+      kStatusOk);
+  ASSERT_EQ(kvtree_config_commit("file", {LetGo("/cfg/b")}, ""), kStatusOk);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("c 3 before", "deletion", "b 4 none", "set", "b 3 2", "deletion",
+                                      "a 4 none", "set", "a 3 1", "b 4 none"));
+  EXPECT_EQ(History().size(), 3U);
+}
+
+TEST_F(ConfigRetell, EachNeedsAManagerAndBothFunctions) {
+  const auto nothing = [] {};
+  EXPECT_EQ(kvtree_config_retell_each({}, nullptr, nothing, nothing), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_retell_each({}, manager, nullptr, nothing), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_retell_each({}, manager, nothing, nullptr), kStatusInvalid);
+}
+
+class ConfigCounted : public ConfigCommit, public ::testing::WithParamInterface<std::string_view> {
+ protected:
+  const std::string item_ = std::string(GetParam()) + "red/item";
+};
+
+TEST_P(ConfigCounted, OtherValueOfANodeThatIsThereIsToldToNobody) {
+  EXPECT_THAT(Commit("frr", {{item_, NumberValue(1)}}), ElementsAre("item 3 "));
+  EXPECT_THAT(Commit("cli", {SetTo(item_, "text")}), IsEmpty());
+  EXPECT_THAT(Commit("cli", {SetTo(item_, "other")}), IsEmpty());
+  EXPECT_THAT(InForce(), ElementsAre(item_ + "=other"));
+  EXPECT_THAT(Changes(id), ElementsAre(item_ + ": text (cli) -> other (cli)"));
+  Subscribe("/cfg/", kKvEventSet);
+  EXPECT_THAT(TakeTold(), ElementsAre("item 2 other")) << "who comes later reads what is in force";
+  EXPECT_THAT(Commit("cli", {LetGo(item_)}), IsEmpty());
+  EXPECT_THAT(InForce(), ElementsAre(item_ + "=#1"));
+  EXPECT_THAT(Commit("frr", {LetGo(item_)}), ElementsAre("item 4 none"));
+}
+
+INSTANTIATE_TEST_SUITE_P(EachScope, ConfigCounted, ::testing::ValuesIn(kConfigCountedScopes),
+                         [](const auto& scope) { return "Number" + std::to_string(scope.index); });
+
 TEST_F(ConfigCommit, EveryOperationCanFail) {
   std::vector<KvConfigCommit> commits;
   std::vector<KvConfigCommitChange> changes;
   for (const char* point : {"kvtree_config_commit", "kvtree_config_replace", "kvtree_config_retell",
-                            "kvtree_config_history", "kvtree_config_changes"}) {
+                            "kvtree_config_retell_each", "kvtree_config_history", "kvtree_config_changes"}) {
     fault_arm(point, kStatusNoMemory);
   }
   EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, "", &id, &mistake), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_replace("cli", {}, {}, "", &id, &mistake), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_retell({}), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_retell_each(
+                {}, manager, [] {}, [] {}),
+            kStatusNoMemory);
   EXPECT_EQ(kvtree_config_history(1, "", &commits), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_changes("1", &changes), kStatusNoMemory);
   EXPECT_THAT(InForce(), IsEmpty());

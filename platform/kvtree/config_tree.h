@@ -46,7 +46,7 @@ struct PlannedChange {
   SharedValue after;
   std::size_t owner_before = kNoOwner;
   std::size_t owner_after = kNoOwner;
-  bool tells = false;  // before and after are not the same
+  bool tells = false;  // before and after are not the same (kConfigCountedScopes: not told for all that)
 };
 
 struct CommitPlan {

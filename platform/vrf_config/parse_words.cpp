@@ -1,4 +1,5 @@
 // Words to nodes. A word that does not fit ends the reading with an exception that does not leave this file.
+#include <algorithm>
 #include <functional>
 #include <stdexcept>
 
@@ -260,10 +261,28 @@ Nodes parse_trap(Reader& reader) {
   return {trap_switch(word, 1)};
 }
 
+std::optional<std::string> parse_as_format(const std::string& word) {
+  const bool is_one = std::find(kAsFormats.begin(), kAsFormats.end(), word) != kAsFormats.end();
+  return is_one ? std::optional(word) : std::nullopt;
+}
+
+Nodes parse_bgp_common(Reader& reader) {
+  reader.expect("as-format");
+  return {as_format(take_as(reader, "asplain, asdot or asdot+", parse_as_format))};
+}
+
 Nodes parse(Reader& reader) {
-  const std::string& word = reader.take("vrf or traps");
-  if (word != "vrf" && word != "traps") throw WordMistake("there is no configuration of " + in_quotes(word));
-  Nodes nodes = word == "vrf" ? parse_vrf(reader) : parse_trap(reader);
+  const std::string& word = reader.take("vrf, bgp or traps");
+  Nodes nodes;
+  if (word == "vrf") {
+    nodes = parse_vrf(reader);
+  } else if (word == "bgp") {
+    nodes = parse_bgp_common(reader);
+  } else if (word == "traps") {
+    nodes = parse_trap(reader);
+  } else {
+    throw WordMistake("there is no configuration of " + in_quotes(word));
+  }
   reader.end();
   return nodes;
 }

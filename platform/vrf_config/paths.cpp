@@ -37,6 +37,7 @@ constexpr Pattern kPatterns[] = {
     {Kind::kOspf, kOspfScope, "*/*/*/ord_v/area/*/*/ord_i/name_scope/*/ord_A/running", 2, 5},
     {Kind::kEigrp, kEigrpScope, "*/*/*/ord_m/af/*/ord_t/if/*/ord_a/enabled", 1, 4},
     {Kind::kStatic, kStaticScope, "*/address/*/*/ord_c/*/route/*/*/*/*/nexthop/*/*", 0, 8},
+    {Kind::kAsFormat, kBgpCommonScope, "as-format", kNoKey},
     {Kind::kTrap, kTrapScope, "*", kNoKey},
 };
 #undef VRF_TABLE

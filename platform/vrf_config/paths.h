@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/vrf_config/vrf_config.h"
+
 namespace vrf_config {
 
 enum class Kind {
@@ -21,6 +23,7 @@ enum class Kind {
   kOspf,
   kEigrp,
   kStatic,
+  kAsFormat,
   kTrap,
 };
 
@@ -32,6 +35,9 @@ struct ParsedPath {
   std::optional<std::size_t> interface;  // likewise
 };
 std::optional<ParsedPath> parse_path(std::string_view path);
+
+// The route target of a path of kind kImportTarget or kExportTarget; none for keys that make none.
+std::optional<Target> target_at(const ParsedPath& path);
 
 // The text of a key; none for "-", which is a key left out, and for one that does not decode.
 std::optional<std::string> decode_key(std::string_view key);

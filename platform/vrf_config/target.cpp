@@ -2,6 +2,7 @@
 // section 4.2). What stands before the colon tells the type: a dotted quad, an AS number of up to 65535, a
 // greater one, or one in asdot (RFC 5396), which is of four octets whatever it is.
 #include "platform/vrf_config/addresses.h"
+#include "platform/vrf_config/paths.h"
 #include "platform/vrf_config/vrf_config.h"
 
 namespace vrf_config {
@@ -31,7 +32,47 @@ std::optional<Target> parse_administrator(std::string_view text) {
   return address ? std::optional(Target{Target::Type::kIpv4Address, *address, 0}) : std::nullopt;
 }
 
+// The keys of a route target in its path.
+constexpr std::size_t kTypeKey = 4;
+constexpr std::size_t kUpperKey = 5;
+constexpr std::size_t kLowerKey = 6;
+constexpr std::size_t kAsNumberKey = 7;  // assigned by the AS
+constexpr std::size_t kAddressKey = 8;
+constexpr std::size_t kAddressNumberKey = 9;  // assigned by the address's owner
+
+std::optional<Target> address_target_at(const ParsedPath& path) {
+  const std::optional<std::uint32_t> address = parse_dotted_quad(path.keys.at(kAddressKey));
+  const std::optional<std::uint32_t> assigned = parse_number(path.keys.at(kAddressNumberKey), kMost16);
+  if (!address || !assigned) return std::nullopt;
+  return Target{Target::Type::kIpv4Address, *address, *assigned};
+}
+
+std::optional<Target> as_target_at(const ParsedPath& path, Target::Type type) {
+  const bool is_short = type == Target::Type::kTwoOctetAs;
+  const std::optional<std::uint32_t> upper = parse_number(path.keys.at(kUpperKey), is_short ? 0 : kMost16);
+  const std::optional<std::uint32_t> lower = parse_number(path.keys.at(kLowerKey), kMost16);
+  const std::optional<std::uint32_t> assigned =
+      parse_number(path.keys.at(kAsNumberKey), is_short ? UINT32_MAX : kMost16);
+  if (!upper || !lower || !assigned) return std::nullopt;
+  return Target{type, *upper << 16 | *lower, *assigned};
+}
+
 }  // namespace
+
+std::optional<Target> target_at(const ParsedPath& path) {
+  const std::optional<std::uint32_t> type = parse_number(path.keys.at(kTypeKey), 2);
+  if (!type) return std::nullopt;
+  if (Target::Type{*type} == Target::Type::kIpv4Address) return address_target_at(path);
+  return as_target_at(path, Target::Type{*type});
+}
+
+std::optional<Target> route_target_of(std::string_view path) {
+  if (path.find("-rt/") == std::string_view::npos) return std::nullopt;  // spares most paths the rest
+  const std::optional<ParsedPath> parsed = parse_path(path);
+  const bool is_target =
+      parsed && (parsed->kind == Kind::kImportTarget || parsed->kind == Kind::kExportTarget);
+  return is_target ? target_at(*parsed) : std::nullopt;
+}
 
 std::optional<Target> parse_target(std::string_view text) {
   const std::size_t colon = text.find(':');

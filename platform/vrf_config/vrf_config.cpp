@@ -133,6 +133,10 @@ KvConfigNode static_route(std::string_view vrf, const StaticRoute& route) {
                      1);
 }
 
+KvConfigNode as_format(std::string_view format) {
+  return text_node(std::string(kBgpCommonScope) + "as-format", format);
+}
+
 KvConfigNode trap_switch(std::string_view item, std::int64_t value) {
   return number_node(std::string(kTrapScope) + std::string(item), value);
 }

@@ -20,11 +20,12 @@ namespace vrf_config {
 // Where configuration of a kind stands; sources use these as the scopes of what they replace.
 inline constexpr std::string_view kVrfScope = "/cfg/gl/vmap/";
 inline constexpr std::string_view kTrapScope = "/cfg/gl/snmp/enable/traps/l3vpnmib/";
-inline constexpr std::string_view kBgpScope = "/cfg/gl/ip-bgp/";
-inline constexpr std::string_view kRipScope = "/cfg/gl/rip/ord_B/";
-inline constexpr std::string_view kOspfScope = "/cfg/gl/ipv4-ospf/proc/";
-inline constexpr std::string_view kEigrpScope = "/cfg/gl/eigrp/proc/";
-inline constexpr std::string_view kStaticScope = "/cfg/gl/static/router/ord_v/";
+inline constexpr std::string_view kBgpCommonScope = "/cfg/gl/bgp-common/";  // of all VRFs
+inline constexpr std::string_view kBgpScope = kConfigCountedScopes[0];
+inline constexpr std::string_view kRipScope = kConfigCountedScopes[1];
+inline constexpr std::string_view kOspfScope = kConfigCountedScopes[2];
+inline constexpr std::string_view kEigrpScope = kConfigCountedScopes[3];
+inline constexpr std::string_view kStaticScope = kConfigCountedScopes[4];
 
 enum class Family : std::uint32_t { kIpv4 = 1, kIpv6 = 2 };  // address family numbers (IANA)
 enum class Direction { kImport, kExport };
@@ -42,6 +43,9 @@ struct Target {
 std::optional<Target> parse_target(std::string_view text);
 std::string target_text(
     const Target& target);  // asplain, but "0.65000:30" for a small AS number in four octets
+
+// The route target that a configuration path is; none for a path of another kind.
+std::optional<Target> route_target_of(std::string_view path);
 
 KvConfigNode description(std::string_view vrf, std::string_view text);
 // An RD is configured for a family; the VRF's is that of the lowest family that has one.
@@ -70,6 +74,9 @@ struct StaticRoute {
   std::string next_hop;
 };
 KvConfigNode static_route(std::string_view vrf, const StaticRoute& route);
+// How AS numbers of four octets are shown (RFC 5396): one of kAsFormats.
+KvConfigNode as_format(std::string_view format);
+inline constexpr std::array<std::string_view, 3> kAsFormats = {"asplain", "asdot", "asdot+"};
 // "vrf-up" and the like (number 1), and "notif-reissue-time" (seconds).
 KvConfigNode trap_switch(std::string_view item, std::int64_t value);
 
@@ -92,6 +99,7 @@ inline constexpr std::int64_t kLongestReissue = INT32_MAX;  // what the daemon k
 //   vrf NAME rip interface INTERFACE
 //   vrf NAME eigrp AS interface INTERFACE
 //   vrf NAME static PREFIX [interface INTERFACE] [via ADDRESS]
+//   bgp as-format asplain|asdot|asdot+
 //   traps ITEM
 //   traps notif-reissue-time SECONDS
 

@@ -21,25 +21,13 @@ struct Item {
   }
 };
 
-// Those of the paths below a VRF's table.
+// Of the paths below a VRF's table.
 constexpr std::size_t kAfi = 1;
-constexpr std::size_t kTargetType = 4;
-
-std::string target_word(const Item& item) {
-  Target target;
-  target.type = Target::Type{item.number(kTargetType)};
-  if (target.type == Target::Type::kIpv4Address) {
-    target.administrator = parse_dotted_quad(item.path.keys.at(kTargetType + 4)).value_or(0);
-    target.assigned = item.number(kTargetType + 5);
-    return target_text(target);
-  }
-  target.administrator = item.number(kTargetType + 1) << 16 | item.number(kTargetType + 2);
-  target.assigned = item.number(kTargetType + 3);
-  return target_text(target);
-}
 
 std::optional<Words> target_words(const Item& item, const char* direction) {
-  return Words{"rt", direction, target_word(item), item.family(kAfi)};
+  const std::optional<Target> target = target_at(item.path);
+  if (!target) return std::nullopt;
+  return Words{"rt", direction, target_text(*target), item.family(kAfi)};
 }
 
 std::optional<Words> policy_words(const Item& item, const char* direction) {
@@ -83,10 +71,15 @@ std::optional<Words> static_words(const Item& item) {
   return words;
 }
 
+std::optional<Words> as_format_words(const Item& item) {
+  if (item.value.type != KvValueType::kText) return std::nullopt;
+  return Words{"bgp", "as-format", item.value.text};
+}
+
 std::optional<Words> trap_words(const Item& item) {
-  if (item.key(0) != kTrapReissueTime) return Words{item.key(0)};
+  if (item.key(0) != kTrapReissueTime) return Words{"traps", item.key(0)};
   if (item.value.type != KvValueType::kNumber) return std::nullopt;
-  return Words{item.key(0), std::to_string(item.value.number)};
+  return Words{"traps", item.key(0), std::to_string(item.value.number)};
 }
 
 std::optional<Words> item_words(const Item& item) {
@@ -115,6 +108,8 @@ std::optional<Words> item_words(const Item& item) {
       return Words{"eigrp", item.key(0), "interface", item.key(4)};
     case Kind::kStatic:
       return static_words(item);
+    case Kind::kAsFormat:
+      return as_format_words(item);
     case Kind::kTrap:
       return trap_words(item);
   }
@@ -135,11 +130,7 @@ std::optional<Words> word_list_of(const KvConfigNode& node) {
   const Item item{*path, node.value};
   std::optional<Words> words = item_words(item);
   if (!words) return std::nullopt;
-  if (path->vrf) {
-    words->insert(words->begin(), {"vrf", item.key(*path->vrf)});
-  } else {
-    words->insert(words->begin(), "traps");
-  }
+  if (path->vrf) words->insert(words->begin(), {"vrf", item.key(*path->vrf)});
   return say_this_node(*words, node) ? std::move(words) : std::nullopt;
 }
 

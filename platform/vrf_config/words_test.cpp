@@ -86,6 +86,8 @@ TEST(ConfigurationWords, EveryNodeSaysWhatReadsBackAsItself) {
            "vrf red static 0.0.0.0/0 interface ge0",
            "vrf red static ::/0 via fe80::1",
            "vrf red static 10.1.0.0/16 interface ge0 via 192.0.2.1",
+           "bgp as-format asplain",
+           "bgp as-format asdot+",
            "traps vrf-up",
            "traps all",
            "traps notif-reissue-time 60",
@@ -101,6 +103,10 @@ TEST(ConfigurationWords, NodesThatWordsCannotSayHaveNone) {
   node.value.type = KvValueType::kNumber;
   EXPECT_EQ(words_of(node), std::nullopt);
   EXPECT_EQ(words_of(rip_interface(std::string(32, 'a'), "ge0")), std::nullopt);
+  EXPECT_EQ(words_of(as_format("dot")), std::nullopt);
+  node = as_format("asdot");
+  node.value = {};
+  EXPECT_EQ(words_of(node), std::nullopt);
   EXPECT_EQ(words_of(trap_switch("sideways", 1)), std::nullopt);
   EXPECT_EQ(words_of(trap_switch(kTrapReissueTime, -1)), std::nullopt);
   EXPECT_EQ(words_of(route_threshold("red", Family::kIpv4, 5, 6)), std::nullopt);
@@ -119,7 +125,7 @@ TEST(ConfigurationWords, NodesThatWordsCannotSayHaveNone) {
 }
 
 TEST(ConfigurationWords, MistakesNameTheWord) {
-  EXPECT_EQ(mistake_in(""), "vrf or traps is missing");
+  EXPECT_EQ(mistake_in(""), "vrf, bgp or traps is missing");
   EXPECT_EQ(mistake_in("router red"), "there is no configuration of \"router\"");
   EXPECT_EQ(mistake_in("vrf"), "the VRF is missing behind \"vrf\"");
   EXPECT_EQ(mistake_in("vrf red"), "what of the VRF is missing behind \"red\"");
@@ -145,6 +151,10 @@ TEST(ConfigurationWords, MistakesNameTheWord) {
   EXPECT_EQ(mistake_in("vrf red static 10.1.0.1/16"), "10.1.0.1/16 has bits set beyond its length");
   EXPECT_EQ(mistake_in("vrf red static 10.1.0.0/16 via ge0"), "\"ge0\" is not an address");
   EXPECT_EQ(mistake_in("vrf red static 10.1.0.0/16 10.0.0.1"), "\"10.0.0.1\" is one word too many");
+  EXPECT_EQ(mistake_in("bgp 65000"), "\"as-format\" is expected, not \"65000\"");
+  EXPECT_EQ(mistake_in("bgp as-format"), "asplain, asdot or asdot+ is missing behind \"as-format\"");
+  EXPECT_EQ(mistake_in("bgp as-format dot"), "\"dot\" is not asplain, asdot or asdot+");
+  EXPECT_EQ(mistake_in("bgp as-format asdot now"), "\"now\" is one word too many");
   EXPECT_EQ(mistake_in("traps sideways"),
             "there is no item \"sideways\"; the items of traps are vrf-up, vrf-down, mid-thresh-exc, "
             "max-thresh-exc, ilg-lbl-exc, max-thresh-clr, all and notif-reissue-time");
@@ -158,8 +168,8 @@ TEST(ConfigurationWords, WordsThatEndTooEarlyAreTold) {
     const auto result = parse_words(split(line));
     return std::holds_alternative<Mistake>(result) && std::get<Mistake>(result).is_incomplete;
   };
-  for (const char* line :
-       {"", "vrf", "vrf red", "vrf red rt", "vrf red rt import", "vrf red rip interface", "traps"}) {
+  for (const char* line : {"", "vrf", "vrf red", "vrf red rt", "vrf red rt import", "vrf red rip interface",
+                           "bgp", "bgp as-format", "traps"}) {
     EXPECT_TRUE(is_incomplete(line)) << line;
   }
   for (const char* line :
@@ -212,9 +222,27 @@ TEST(ConfigurationPaths, NameTheirVrf) {
   EXPECT_EQ(vrf_of(static_route("red", {Family::kIpv4, "10.0.0.0/8", "", ""}).path), "red");
   // Another table than "default" is no item of words, but of this VRF.
   EXPECT_EQ(vrf_of("/cfg/gl/vmap/vrf/red/ord_z/afi_safi/1/2/other/ord_e/rib/table-prefix-limit"), "red");
+  EXPECT_EQ(vrf_of(as_format("asdot").path), std::nullopt);
   EXPECT_EQ(vrf_of(trap_switch("vrf-up", 1).path), std::nullopt);
   EXPECT_EQ(vrf_of("/cfg/gl/vmap/vrf/red"), std::nullopt);
   EXPECT_EQ(vrf_of("/oper/rib_threshold/red"), std::nullopt);
+}
+
+TEST(ConfigurationPaths, NameTheirRouteTarget) {
+  for (const char* text :
+       {"65000:100", "65535:4294967295", "10.0.0.1:5", "0.65000:100", "4200000000:30", "4294967295:65535"}) {
+    const Target target = parse_target(text).value();
+    EXPECT_EQ(route_target_of(route_target("red", Family::kIpv4, Direction::kImport, target).path), target);
+    EXPECT_EQ(route_target_of(route_target("a b", Family::kIpv6, Direction::kExport, target).path), target);
+  }
+  EXPECT_EQ(route_target_of(route_distinguisher("red", Family::kIpv4, kTarget).path), std::nullopt);
+  EXPECT_EQ(route_target_of(description("-rt/", "x").path), std::nullopt);
+  const std::string imported = "/cfg/gl/vmap/vrf/red/ord_z/afi_safi/1/1/default/ord_b/bgp/ord_c/import-rt/";
+  for (const char* keys : {"3/0/1/1/0.0.0.0/0/0", "-/0/1/1/0.0.0.0/0/0", "0/1/1/1/0.0.0.0/0/0",
+                           "2/65536/1/1/0.0.0.0/0/0", "2/1/-/1/0.0.0.0/0/0", "2/1/1/65536/0.0.0.0/0/0",
+                           "1/0/0/0/-/5/0", "1/0/0/0/10.0.0.1/65536/0", "0/0/1/1/0.0.0.0/0"}) {
+    EXPECT_EQ(route_target_of(imported + keys), std::nullopt) << keys;
+  }
 }
 
 TEST(ConfigurationPaths, NameTheirInterface) {

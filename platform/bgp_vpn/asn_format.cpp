@@ -1,0 +1,104 @@
+// See asn_format.h (RFC 5396).
+//
+// Whoever keeps the texts of route targets keeps them in the format of the time when it was told of them, and
+// finds them again by their text. So a change of the format is told as a deletion and a set of each route
+// target that it concerns, and the format that they are extracted in changes to and fro in between: all of it
+// is posted in one go on the manager, behind what was told in the old format and before what will be told in
+// the new one. A reader in between misses one route target at most. Route targets of two octets, addresses
+// and small AS numbers read the same in every format and are not told.
+//
+// Route targets that are not in the configuration tree are not found here. Posting takes the loop about a
+// microsecond a route target; they are told in the manager's batches.
+#include "platform/bgp_vpn/asn_format.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/base/log.h"
+#include "platform/bgp_vpn/configured_rd.h"
+#include "platform/kvtree/config.h"
+#include "platform/vrf_config/vrf_config.h"
+
+namespace bgp_vpn {
+
+namespace {
+
+std::function<void()> format_changed;
+bool is_replaying = false;
+BgpAsnFormat target_format = BgpAsnFormat::kAsplain;
+
+constexpr BgpAsnFormat kFormats[] = {BgpAsnFormat::kAsplain, BgpAsnFormat::kAsdot, BgpAsnFormat::kAsdotPlus};
+static_assert(std::size(kFormats) == vrf_config::kAsFormats.size());
+
+std::string format_path() {
+  return vrf_config::as_format({}).path;
+}
+
+void take_configuration(const KvNotification* notification) {
+  const std::string path = std::string(vrf_config::kBgpCommonScope).append(kvtree_notify_path(notification));
+  if (!is_replaying && format_changed && path == format_path()) format_changed();
+}
+
+// The paths of the route targets that read differently.
+std::vector<std::string> concerned_route_targets(BgpAsnFormat from, BgpAsnFormat to) {
+  std::vector<std::string> paths;
+  kvtree_config_in_force(vrf_config::kVrfScope, [&](const KvConfigNode& node) {
+    const std::optional<vrf_config::Target> target = vrf_config::route_target_of(node.path);
+    if (!target) return;
+    const std::string text = vrf_config::target_text(*target);
+    if (bgp_util_format_rd(text, from) != bgp_util_format_rd(text, to)) paths.push_back(node.path);
+  });
+  return paths;
+}
+
+}  // namespace
+
+BgpAsnFormat configured_format() {
+  const std::string text = text_in_force(format_path());
+  if (text.empty()) return BgpAsnFormat::kAsplain;
+  const auto& all = vrf_config::kAsFormats;
+  const auto found = std::find(all.begin(), all.end(), text);
+  if (found != all.end()) return kFormats[found - all.begin()];
+  log_line("bgp_vpn: \"%s\" is no format of AS numbers: asplain is in force", text.c_str());
+  return BgpAsnFormat::kAsplain;
+}
+
+Status ConfiguredFormat::start(EventManager* manager, std::function<void()> changed) {
+  stop();
+  const std::string scope(vrf_config::kBgpCommonScope);
+  if (const Status status = kvtree_bind(&connection_, scope.c_str(), kKvBindConfiguration)) return status;
+  is_replaying = true;
+  const Status status =
+      kvtree_register_notification(connection_, "", kKvEventCreated | kKvEventSet | kKvEventDeleted,
+                                   take_configuration, manager, 0, 0, 0, nullptr);
+  is_replaying = false;
+  format_changed = std::move(changed);
+  if (status != kStatusOk) stop();
+  return status;
+}
+
+void ConfiguredFormat::stop() {
+  if (connection_ == nullptr) return;
+  if (const Status status = kvtree_unbind(std::exchange(connection_, nullptr)))
+    log_line("bgp_vpn: the format of AS numbers is still followed: %s", err_text(status));
+  format_changed = nullptr;
+}
+
+BgpAsnFormat route_target_format() {
+  return target_format;
+}
+
+void set_route_target_format(BgpAsnFormat format) {
+  target_format = format;
+}
+
+Status retell_route_targets(EventManager* manager, BgpAsnFormat from, BgpAsnFormat to,
+                            const std::function<void(BgpAsnFormat)>& use) {
+  return kvtree_config_retell_each(
+      concerned_route_targets(from, to), manager, [use, from] { use(from); }, [use, to] { use(to); });
+}
+
+}  // namespace bgp_vpn

@@ -1,0 +1,41 @@
+// The AS number format: what is configured, and the telling of a change. Not for other folders. Main thread.
+#pragma once
+
+#include <functional>
+
+#include "platform/base/status.h"
+#include "platform/bgp_vpn/bgp_vpn.h"
+#include "platform/evm/evm.h"
+#include "platform/kvtree/kvtree.h"
+
+namespace bgp_vpn {
+
+// The configured format; asplain when there is none.
+BgpAsnFormat configured_format();
+
+// Says when to look at configured_format() again. One at a time.
+class ConfiguredFormat {
+ public:
+  ConfiguredFormat() = default;
+  ~ConfiguredFormat() { stop(); }
+  ConfiguredFormat(const ConfiguredFormat&) = delete;
+  ConfiguredFormat& operator=(const ConfiguredFormat&) = delete;
+
+  // `changed` is called on the manager's loop. The data store's failures; nothing is followed then.
+  [[nodiscard]] Status start(EventManager* manager, std::function<void()> changed);
+  void stop();
+
+ private:
+  KvConnection* connection_ = nullptr;
+};
+
+// The format that route targets are extracted in.
+BgpAsnFormat route_target_format();
+void set_route_target_format(BgpAsnFormat format);
+// Tells every route target in force that reads differently in the two formats as deleted and set on this
+// manager, and has the format that goes with it used before each. `from` is the format of all that was posted
+// there so far.
+[[nodiscard]] Status retell_route_targets(EventManager* manager, BgpAsnFormat from, BgpAsnFormat to,
+                                          const std::function<void(BgpAsnFormat)>& use);
+
+}  // namespace bgp_vpn
