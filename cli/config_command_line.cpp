@@ -19,6 +19,7 @@ constexpr char kWords[] =
     "  vrf NAME rip interface INTERFACE\n"
     "  vrf NAME eigrp AS interface INTERFACE\n"
     "  vrf NAME static PREFIX [interface INTERFACE] [via ADDRESS]\n"
+    "  bgp as-format asplain|asdot|asdot+                how AS numbers above 65535 are shown\n"
     "  traps ITEM                                        vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc,\n"
     "                                                    ilg-lbl-exc, max-thresh-clr, or all of them\n"
     "  traps notif-reissue-time SECONDS                  after which max-thresh-exc is sent again\n"
@@ -127,7 +128,8 @@ void add_history(const Builder& builder) {
 }  // namespace
 
 void add_config(CLI::App& app, ConfigOptions* options, Command* command) {
-  CLI::App* config = app.add_subcommand("config", "Shows and changes the configuration: VRFs, trap switches");
+  CLI::App* config = app.add_subcommand(
+      "config", "Shows and changes the configuration: VRFs, AS number format, trap switches");
   config->require_subcommand(1);
   config->footer(std::string(kWords) + kExamples);
   const Builder builder{config, options, command};

@@ -52,6 +52,20 @@ TEST_F(Configuration, WhatIsShownLoadsAgain) {
   EXPECT_EQ(Done("show"), shown);
 }
 
+TEST_F(Configuration, FormatOfAsNumbersIsSetShownAndDeleted) {
+  Done("set bgp as-format asdot");
+  Done("set traps vrf-up");
+  Done("set vrf red description x");
+  EXPECT_EQ(Done("show"), "set vrf red description x\nset bgp as-format asdot\nset traps vrf-up\n");
+  EXPECT_EQ(Done("show bgp"), "set bgp as-format asdot\n");
+  Done("set bgp as-format asdot+");
+  EXPECT_THAT(Refused("delete bgp as-format asplain"), HasSubstr("is not set, but bgp as-format asdot+"));
+  EXPECT_THAT(Refused("set bgp as-format dotted", kExitUsage),
+              HasSubstr("\"dotted\" is not asplain, asdot or asdot+"));
+  Done("delete bgp as-format");
+  EXPECT_EQ(Done("show bgp"), "");
+}
+
 TEST_F(Configuration, OwnersAreTold) {
   Hold(kConfigOwnerFile, "vrf red description file");
   Hold(kConfigOwnerFrr, "vrf red rip interface ge0");
@@ -121,6 +135,7 @@ TEST_F(Configuration, DeletionNeedsAName) {
   Done("set vrf red description x");
   EXPECT_EQ(Refused("delete vrf", kExitUsage), "mplsvpn: the VRF is missing behind \"vrf\"\n");
   EXPECT_EQ(Refused("delete traps", kExitUsage), "mplsvpn: the item is missing behind \"traps\"\n");
+  EXPECT_EQ(Refused("delete bgp", kExitUsage), "mplsvpn: \"as-format\" is missing behind \"bgp\"\n");
   EXPECT_EQ(
       Refused("delete vrf red colour", kExitUsage),
       "mplsvpn: a VRF has no \"colour\", but description, rd, rt, policy, threshold, bgp, ospf, rip, eigrp, "

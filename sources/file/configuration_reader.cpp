@@ -355,6 +355,12 @@ void read_static_routes(const YAML::Node& value, ConfiguredItems* items) {
   read_sequence(value, "static routes", [&](const YAML::Node& item) { read_static_route(item, items); });
 }
 
+void read_as_format(const YAML::Node& value, std::vector<KvConfigNode>* nodes) {
+  const auto& formats = vrf_config::kAsFormats;
+  const std::size_t place = read_choice(value, "a format of AS numbers", {formats.begin(), formats.end()});
+  nodes->push_back(vrf_config::as_format(formats.at(place)));
+}
+
 // A switch is on while its item is there, whatever the item's value.
 void read_traps(const YAML::Node& value, std::vector<KvConfigNode>* nodes) {
   std::vector<std::string_view> keys(vrf_config::kTrapItems.begin(), vrf_config::kTrapItems.end());

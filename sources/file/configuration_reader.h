@@ -38,6 +38,8 @@ void read_ospf(const YAML::Node& value, ConfiguredItems* items);
 void read_rip(const YAML::Node& value, ConfiguredItems* items);
 void read_eigrp(const YAML::Node& value, ConfiguredItems* items);
 void read_static_routes(const YAML::Node& value, ConfiguredItems* items);
+// The value of `as_format`: how AS numbers of four octets are shown.
+void read_as_format(const YAML::Node& value, std::vector<KvConfigNode>* nodes);
 // The value of `traps`: switches that are on, and the reissue time.
 void read_traps(const YAML::Node& value, std::vector<KvConfigNode>* nodes);
 

@@ -88,6 +88,15 @@ TEST_F(ConfigurationOnDisk, NextLoadChangesWhatDiffers) {
   EXPECT_THAT(InForce(), IsEmpty());
 }
 
+TEST_F(ConfigurationOnDisk, FormatOfAsNumbersComesAndGoesWithItsKey) {
+  LoadWell("vrfs: []\nas_format: asdot\n");
+  EXPECT_THAT(InForce(), ElementsAre("bgp as-format asdot"));
+  LoadWell("vrfs: []\nas_format: asdot+\n");
+  EXPECT_THAT(InForce(), ElementsAre("bgp as-format asdot+"));
+  LoadWell("vrfs: []\n");
+  EXPECT_THAT(InForce(), IsEmpty());
+}
+
 TEST_F(ConfigurationOnDisk, MistakeInTheFileChangesNothing) {
   LoadWell(kRed);
   EXPECT_EQ(Load("vrfs: [{name: red, id: 10, description: New, rip: {interfaces: ge0}}]\n"), kStatusInvalid);

@@ -6,7 +6,6 @@
 // Generated entries are checked against the written ones too; a clash is reported at the `generate` key.
 #include "sources/file/router_file.h"
 
-#include <charconv>
 #include <unordered_map>
 #include <utility>
 
@@ -51,7 +50,7 @@ struct Document {
   std::vector<VrfEntry> vrfs;
   std::vector<InterfaceEntry> interfaces;
   GeneratorEntry generate;
-  std::vector<KvConfigNode> traps;
+  std::vector<KvConfigNode> settings;  // of no VRF
 };
 
 std::string quoted(std::string_view text) {
@@ -324,7 +323,9 @@ constexpr Key<Document> kDocumentKeys[] = {
        read_sequence(value, "interfaces", [&](const YAML::Node& item) { read_interface(item, document); });
      }},
     {"generate", read_generator},
-    {"traps", [](const YAML::Node& value, Document* document) { read_traps(value, &document->traps); }},
+    {"as_format",
+     [](const YAML::Node& value, Document* document) { read_as_format(value, &document->settings); }},
+    {"traps", [](const YAML::Node& value, Document* document) { read_traps(value, &document->settings); }},
 };
 
 // --- The entries against each other
@@ -375,7 +376,7 @@ void add_configuration(const Document& document, RouterFile* file) {
     collector.add(entry.vrf, entry.referenced, entry.configuration);
   }
   file->configuration = collector.take();
-  file->configuration.insert(file->configuration.end(), document.traps.begin(), document.traps.end());
+  file->configuration.insert(file->configuration.end(), document.settings.begin(), document.settings.end());
 }
 
 void add_written(Document* document, Checker* checker, RouterFile* file) {
@@ -439,12 +440,6 @@ RouterFile read_document(const std::string& text) {
   return file;
 }
 
-bool number_up_to(std::string_view text, std::uint64_t most) {
-  std::uint64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() && end == text.data() + text.size() && number <= most;
-}
-
 void set_mistake(const YAML::Mark& mark, const std::string& what, Mistake* mistake) {
   *mistake = Mistake{mark.is_null() ? 1 : mark.line + 1, mark.is_null() ? 1 : mark.column + 1, what};
 }
@@ -464,17 +459,7 @@ bool parse(const std::string& text, RouterFile* file, Mistake* mistake) {
 }
 
 bool valid_route_distinguisher(std::string_view text) {
-  const std::size_t colon = text.find(':');
-  if (colon == std::string_view::npos) return false;
-  const std::string_view administrator = text.substr(0, colon);
-  const std::string_view assigned = text.substr(colon + 1);
-  if (administrator.find('.') != std::string_view::npos) {
-    router::Address address;
-    return administrator.find('/') == std::string_view::npos &&
-           router::parse_address(administrator, &address) && number_up_to(assigned, UINT16_MAX);
-  }
-  return (number_up_to(administrator, UINT16_MAX) && number_up_to(assigned, UINT32_MAX)) ||
-         (number_up_to(administrator, UINT32_MAX) && number_up_to(assigned, UINT16_MAX));
+  return vrf_config::parse_target(text).has_value();
 }
 
 }  // namespace router_file

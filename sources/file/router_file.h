@@ -9,6 +9,7 @@
 //   routes:        list of  prefix*, next_hop, next_hops, interface, type, protocol, metric, metrics,
 //   next_hop_as,
 //                  labels, generate
+//   as_format:     asplain, asdot or asdot+: how AS numbers of four octets are shown
 //   traps:         switches (vrf-up, ..., all) and notif-reissue-time
 //   route_targets: import, export, both, and ipv4 and ipv6 with the same three
 //   policies:      import, export, each with ipv4, ipv6
@@ -30,9 +31,9 @@
 // instead of a list.
 //
 // Configuration. A VRF's description, route targets, policies, thresholds and protocols, the route
-// distinguisher of a VRF that is only named, and `traps` are nodes of the configuration tree. A VRF that is
-// only named may have all of it. A route target without a family is for those that the VRF has a table of. A
-// description is the router's, too (what "router show" says of the VRF); an empty one is none.
+// distinguisher of a VRF that is only named, `as_format` and `traps` are nodes of the configuration tree. A
+// VRF that is only named may have all of it. A route target without a family is for those that the VRF has a
+// table of. A description is the router's, too (what "router show" says of the VRF); an empty one is none.
 #pragma once
 
 #include <cstddef>
@@ -75,7 +76,8 @@ struct Mistake {
 [[nodiscard]] bool parse(const std::string& text, RouterFile* file, Mistake* mistake);
 
 // A route distinguisher in one of its display forms (RFC 4364 section 4.2): "ASN:NUMBER", with four octets
-// for the number after a two-octet ASN and two after a four-octet one, or "A.B.C.D:NUMBER" with two octets.
+// for the number after a two-octet ASN and two after a four-octet one (plain or in asdot), or
+// "A.B.C.D:NUMBER" with two octets.
 bool valid_route_distinguisher(std::string_view text);
 
 }  // namespace router_file

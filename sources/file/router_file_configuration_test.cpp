@@ -154,6 +154,15 @@ TEST(RouterFileConfiguration, TrapSwitchIsThereWhenItIsOn) {
                vrf_config::trap_switch("notif-reissue-time", 5)});
 }
 
+TEST(RouterFileConfiguration, FormatOfAsNumbersIsOneOfThree) {
+  for (const std::string format : {"asplain", "asdot", "asdot+"}) {
+    ExpectNodes(NodesIn("as_format: " + format), {vrf_config::as_format(format)});
+  }
+  EXPECT_EQ(MistakeIn("traps: {}\nas_format: dotted\n"),
+            "2:12: a format of AS numbers is one of asplain, asdot, asdot+, not \"dotted\"");
+  EXPECT_THAT(MistakeIn("as_format: {}\n"), testing::StartsWith("1:12: "));
+}
+
 TEST(RouterFileConfigurationMistake, KeysOfEveryMapAreKnown) {
   EXPECT_EQ(MistakeInRed("route_targets: {in: []}"),
             "2:41: route_targets has no key \"in\"; the keys are import, export, both, ipv4, ipv6");

@@ -41,8 +41,9 @@ TEST(RouterFileMistake, SecondDocumentIsRefused) {
 }
 
 TEST(RouterFileMistake, UnknownKeysAreRefusedEverywhere) {
-  EXPECT_EQ(MistakeIn("vrf: []\n"),
-            "1:1: a router file has no key \"vrf\"; the keys are vrfs, interfaces, generate, traps");
+  EXPECT_EQ(
+      MistakeIn("vrf: []\n"),
+      "1:1: a router file has no key \"vrf\"; the keys are vrfs, interfaces, generate, as_format, traps");
   EXPECT_EQ(
       MistakeInVrf("name: red, colour: red"),
       "2:17: a VRF has no key \"colour\"; the keys are name, id, table, tables, description, rd, big, state, "
@@ -66,9 +67,9 @@ TEST(RouterFileMistake, KeyThatIsNoWordIsRefused) {
 }
 
 TEST(RouterFileMistake, WrongTypesAreRefused) {
-  EXPECT_EQ(
-      MistakeIn("- a\n"),
-      "1:1: a router file is written as keys with values; the keys are vrfs, interfaces, generate, traps");
+  EXPECT_EQ(MistakeIn("- a\n"),
+            "1:1: a router file is written as keys with values; the keys are vrfs, interfaces, generate, "
+            "as_format, traps");
   EXPECT_EQ(MistakeIn("vrfs: red\n"), "1:7: VRFs are written as a list");
   EXPECT_EQ(MistakeIn("vrfs: {name: red}\n"), "1:7: VRFs are written as a list");
   EXPECT_EQ(MistakeInVrf("name: [red]"), "2:12: a VRF's name is a text");

@@ -155,7 +155,8 @@ TEST(RouterFile, AnchorsSpareRepetition) {
 }
 
 TEST(RouteDistinguisher, ThreeFormsAreKnown) {
-  for (const char* text : {"0:0", "65535:4294967295", "65536:65535", "4200000000:7", "10.1.1.1:65535"}) {
+  for (const char* text : {"0:0", "65535:4294967295", "65536:65535", "4200000000:7", "10.1.1.1:65535",
+                           "64086.59904:7", "0.65000:7"}) {
     EXPECT_TRUE(valid_route_distinguisher(text)) << text;
   }
 }

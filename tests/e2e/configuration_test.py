@@ -153,16 +153,66 @@ class Configuration(unittest.TestCase):
         self.system.cli("config", "delete", "vrf", "red", "description", check=True)
         self.becomes("description", lambda: self.vrf("red", DESCRIPTION), ['"the file\'s own"'])
 
+    # --- The format of AS numbers ---
+
+    def test_format_of_as_numbers_is_followed_without_a_restart_and_kept_over_one(self):
+        small = ["65000:100", "0.65000:100"]
+        plain, dotted = "4200000000:30", "64086.59904:30"
+        self.red["rd"] = "4200000000:1"
+        self.red["route_targets"] = {"ipv4": {"import": [*small, plain], "export": [*small, plain]}}
+        self.blue["route_targets"] = {"ipv4": {"both": small}}
+        self.reload()
+
+        def rows(last):
+            return [f"{direction} {target}" for direction in (1, 2) for target in (*small, last)]
+
+        def texts():
+            return self.targets("red"), self.vrf("red", RD)
+
+        in_asplain, in_asdot = (rows(plain), ['"4200000000:1"']), (rows(dotted), ['"64086.59904:1"'])
+        self.becomes("asplain", texts, in_asplain)
+        before = self.times()
+        self.pass_a_second()
+        self.system.cli("config", "set", "bgp", "as-format", "asdot", check=True)
+        self.becomes("asdot", texts, in_asdot)
+        after = self.times()
+        self.assertGreater(after["red"][1], before["red"][1], "its texts changed")
+        self.assertEqual(after["blue"], before["blue"], "its texts are the same in every format")
+        self.system.cli("config", "set", "vrf", "red", "rt", "import", "65536:7", "ipv4", check=True)
+        self.becomes("a new route target", lambda: "1 1.0:7" in self.targets("red"), True)
+        self.system.cli("config", "delete", "vrf", "red", "rt", "import", "65536:7", "ipv4", check=True)
+        self.becomes("asdot", texts, in_asdot)
+        self.check_restart()
+        self.assertEqual(texts(), in_asdot)
+        self.system.cli("config", "delete", "bgp", "as-format", check=True)
+        self.becomes("asplain again", texts, in_asplain)
+
+    def test_format_of_as_numbers_in_the_router_file(self):
+        self.red["route_targets"] = {"ipv4": {"import": ["4200000000:30"]}}
+        self.router["as_format"] = "asdot+"
+        self.reload()
+        self.becomes("asdot+", lambda: self.targets("red"), ["1 64086.59904:30"])
+        self.system.cli("config", "set", "bgp", "as-format", "asplain", check=True)
+        self.becomes("the command line's", lambda: self.targets("red"), ["1 4200000000:30"])
+        self.system.cli("config", "delete", "bgp", "as-format", check=True)
+        self.becomes("the file's", lambda: self.targets("red"), ["1 64086.59904:30"])
+        del self.router["as_format"]
+        self.reload()
+        self.becomes("asplain", lambda: self.targets("red"), ["1 4200000000:30"])
+
     # --- What was away ---
 
-    def test_kill_and_restart_move_nothing(self):
+    def check_restart(self):
         before = self.everything(), self.times()
+        self.system.kill("daemon")
+        self.system.start_daemon()
+        self.becomes("everything", self.everything, before[0])
+        self.assertEqual(self.times(), before[1])
+
+    def test_kill_and_restart_move_nothing(self):
         for _ in range(2):
             self.pass_a_second()
-            self.system.kill("daemon")
-            self.system.start_daemon()
-            self.becomes("everything", self.everything, before[0])
-            self.assertEqual(self.times(), before[1])
+            self.check_restart()
 
     def test_file_that_changed_while_the_daemon_was_away_is_in_force_after_it(self):
         self.system.kill("daemon")

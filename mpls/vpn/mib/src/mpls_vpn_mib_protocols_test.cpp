@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
+#include "platform/kvtree/config.h"
 
 namespace {
 
@@ -76,6 +77,30 @@ class Protocols : public Configured<DaemonTest> {
   }
   static constexpr KvNotifyInfo kSet{"item", kKvEventSet, nullptr};
 };
+
+// --- Owners
+// ----------------------------------------------------------------------------------------------------
+
+// The routing suite's item is the command line's for a while, with a value of its own.
+TEST_F(Protocols, ItemThatChangesItsOwnerAndItsValueIsCountedOnce) {
+  const auto commit = [this](std::string_view owner, const std::string& path, std::optional<KvValue> value) {
+    ASSERT_EQ(kvtree_config_commit(owner, {{path, std::move(value)}}, ""), kStatusOk);
+    Run();
+  };
+  KvValue number;
+  number.type = KvValueType::kNumber;
+  for (const std::string& path : {rip_path("red", "ge0"), ospf_path("red", "ge0"), eigrp_path("red", "ge0"),
+                                  static_path("red", "ge0"), bgp_path("red")}) {
+    commit(kConfigOwnerFrr, path, KvValue{});
+    EXPECT_EQ(All(), 1U) << path;
+    commit(kConfigOwnerCli, path, number);
+    EXPECT_EQ(All(), 1U) << path;
+    commit(kConfigOwnerCli, path, std::nullopt);
+    EXPECT_EQ(All(), 1U) << path;
+    commit(kConfigOwnerFrr, path, std::nullopt);
+    EXPECT_EQ(All(), 0U) << path;
+  }
+}
 
 // --- Paths
 // -----------------------------------------------------------------------------------------------------

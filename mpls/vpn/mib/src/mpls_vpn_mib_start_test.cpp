@@ -114,8 +114,9 @@ INSTANTIATE_TEST_SUITE_P(
                     FailingStep{"ReissueTimer", "timer_tree_new", 1, "error in server_init_evm"},
                     FailingStep{"RecordService", "vtab_init", 1, "error in server_init_evm"},
                     FailingStep{"Readiness", "proc_ready", 1, "proc_ready"},
-                    FailingStep{"Provider", "kvtree_bind", 1, "error in PROV"},
-                    FailingStep{"LastSubscription", "kvtree_register_notification", 8, "error in PROV"}),
+                    // The first bind and the first registration are for the format of AS numbers.
+                    FailingStep{"Provider", "kvtree_bind", 2, "error in PROV"},
+                    FailingStep{"LastSubscription", "kvtree_register_notification", 9, "error in PROV"}),
     [](const auto& step) { return std::string(step.param.name); });
 
 TEST_F(Daemon, FailureIsTracedAlsoWhileErrorsAreOff) {
