@@ -8,9 +8,9 @@
 // and small AS numbers read the same in every format and are not told.
 //
 // Route targets that are not in the configuration tree are not found here. They are told in the manager's
-// batches with requests in between, but found and posted in one turn of the loop, as a commit is: a third of a
-// second for 100,000 of them. In steps, what others change in between would have to be told in the one format
-// or the other by how far the steps have come.
+// batches with requests in between, but found and posted in one turn of the loop, as a commit is: a third of
+// a second for 100,000 of them. In steps, what others change in between would have to be told in the one
+// format or the other by how far the steps have come.
 #include "platform/bgp_vpn/asn_format.h"
 
 #include <algorithm>
