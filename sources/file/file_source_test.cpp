@@ -65,6 +65,13 @@ class RouterOnDisk : public ::testing::Test {
     return Has(vrf);
   }
 
+  // Dispatches what comes until no read is under way, within the bound.
+  bool ReadEnds() {
+    while (source_->is_reading() && event_run_pending(manager_, kEventBound)) {
+    }
+    return !source_->is_reading();
+  }
+
   const TestRunDirectory directory_;
   const std::string& folder_ = directory_.path();
   std::string path_;
@@ -171,8 +178,8 @@ TEST_F(RouterOnDisk, MistakeInAChangedFileIsLoggedAndChangesNothing) {
   StartWith(kRed);
   testing::internal::CaptureStderr();
   Write("vrfs: [{name: red}]\n");
-  EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // it is noticed
-  EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // it has been read
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // it is noticed, and perhaps read already
+  EXPECT_TRUE(ReadEnds());
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               HasSubstr(path_ + ":1:8: the VRF \"red\" needs an id or a table (nothing was changed)"));
   EXPECT_TRUE(Has("red"));
