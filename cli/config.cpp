@@ -9,6 +9,7 @@
 #include "cli/commands.h"
 #include "cli/config_candidate.h"
 #include "cli/config_edits.h"
+#include "cli/table.h"
 
 namespace cli {
 
@@ -67,7 +68,7 @@ Failure no_candidate() {
 void config_set(const Session& session, const ConfigEditRequest& request) {
   const auto parsed = vrf_config::parse_words(request.words);
   if (const auto* mistake = std::get_if<vrf_config::Mistake>(&parsed))
-    throw Failure(kExitUsage, mistake->text);
+    throw Failure(kExitUsage, printable(mistake->text));
   const ConfigEdit edit{true, request.words, ""};
   make(session, {edit}, request, edit_line(edit), Answer::kNothing);
 }

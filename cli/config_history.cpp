@@ -71,7 +71,9 @@ Json commit_json(const KvConfigCommit& commit) {
 
 void show_commits(const Session& session, kvtree::Client& client, std::uint32_t most) {
   JsonList list(session.out);
-  Table table(session.out, {{"COMMIT", true}, {"TIME"}, {"OWNER"}, {"CHANGES", true}, {"COMMENT"}});
+  Table table(
+      session.out,
+      {{"COMMIT", true}, {"TIME"}, {"OWNER"}, {"CHANGES", true}, {"COMMENT", false, Backslashes::kKept}});
   visit_commits(session, client, [&, left = most](const KvConfigCommit& commit) mutable {
     if (left-- == 0) return false;
     if (session.json) {

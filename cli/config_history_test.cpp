@@ -110,6 +110,11 @@ TEST_F(ConfigurationHistory, CommentTellsASetFromADeletion) {
   EXPECT_EQ(commits[1]["comment"], "set vrf red description one");
 }
 
+TEST_F(ConfigurationHistory, CommentIsShownAsTheWordsWereQuoted) {
+  Done("set vrf red description \"a\\\\b \\x0a\"");
+  EXPECT_THAT(Done("history"), HasSubstr("set vrf red description \"a\\\\b \\x0a\"\n"));
+}
+
 TEST_F(ConfigurationHistory, AtMostNoneIsRefused) {
   EXPECT_EQ(Ask({"config", "history", "--max", "0"}), kExitUsage);
   EXPECT_THAT(Err(), HasSubstr("--max: Value 0 not in range 1 to 4294967295"));

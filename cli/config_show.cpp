@@ -58,12 +58,8 @@ void print_json(const Session& session, const std::vector<Shown>& all) {
 }
 
 void print_owners(const Session& session, const std::vector<Shown>& all) {
-  Table table(session.out, {{"OWNER"}, {"CONFIGURATION"}});
-  for (const Shown& shown : all) {
-    const std::string text = shown.words ? vrf_config::join_words(*shown.words)
-                                         : shown.path + " = " + value_text(shown.node.value);
-    table.add({shown.node.owner, text});
-  }
+  Table table(session.out, {{"OWNER"}, {"CONFIGURATION", false, Backslashes::kKept}});
+  for (const Shown& shown : all) table.add({shown.node.owner, node_text(shown.path, shown.node.value)});
   table.flush();
 }
 

@@ -82,6 +82,12 @@ TEST_F(Configuration, OwnersAreTold) {
   EXPECT_EQ(shown[0]["value"], "cli");
 }
 
+TEST_F(Configuration, OwnersAreToldBesideTheWordsAsTheyAreLoaded) {
+  Done("set vrf red description \"a\\\\b \\xe9\"");
+  EXPECT_EQ(Done("show"), "set vrf red description \"a\\\\b \\xe9\"\n");
+  EXPECT_EQ(Done("show --owners"), "OWNER  CONFIGURATION\ncli    vrf red description \"a\\\\b \\xe9\"\n");
+}
+
 TEST_F(Configuration, NodeWithoutWordsIsShownAsAComment) {
   KvValue value;
   value.type = KvValueType::kTuple;

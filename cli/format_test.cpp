@@ -66,6 +66,27 @@ TEST(Table, NamesCannotSteerTheTerminal) {
   EXPECT_EQ(printable("caf\xc3\xa9"), "caf\xc3\xa9");
 }
 
+TEST(Table, OctetsThatAreNotUtf8AreShownAsNumbers) {
+  EXPECT_EQ(printable("caf\xe9"), "caf\\xe9");
+  EXPECT_EQ(printable("\x9b"
+                      "2J"),
+            "\\x9b"
+            "2J");
+  EXPECT_EQ(printable("\xc2\x9b"
+                      "2J"),
+            "\\xc2\\x9b"
+            "2J")
+      << "U+009B begins a control sequence, too";
+}
+
+TEST(Table, ColumnOfQuotedTextsKeepsItsBackslashes) {
+  std::ostringstream out;
+  Table table(out, {{"NAME"}, {"WORDS", false, Backslashes::kKept}});
+  table.add({"a\\b", "\"a\\\\b\"\n"});
+  table.flush();
+  EXPECT_EQ(out.str(), "NAME  WORDS\na\\\\b  \"a\\\\b\"\\x0a\n");
+}
+
 TEST(JsonList, ItemsAreOneALine) {
   std::ostringstream out;
   JsonList list(out);

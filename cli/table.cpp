@@ -4,8 +4,11 @@
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
+
+#include "platform/base/utf8.h"
 
 namespace cli {
 
@@ -16,7 +19,7 @@ Table::Table(std::ostream& out, std::vector<Column> columns) : out_(out), column
 void Table::add(const std::vector<std::string>& cells) {
   std::vector<std::string>& row = rows_.emplace_back();
   for (std::size_t at = 0; at < columns_.size(); ++at) {
-    row.push_back(printable(cells.at(at)));
+    row.push_back(printable(cells.at(at), columns_[at].backslashes));
     if (row[at].size() <= widths_[at]) continue;
     widths_[at] = row[at].size();
     titles_due_ = true;
@@ -45,17 +48,17 @@ void Table::print(const std::vector<std::string>& cells) {
   fmt::print(out_, "{}\n", line);
 }
 
-std::string printable(const std::string& text) {
+std::string printable(std::string_view text, Backslashes backslashes) {
   std::string shown;
-  for (const char octet : text) {
-    const auto value = static_cast<unsigned char>(octet);
-    if (octet == '\\') {
-      shown += "\\\\";
-    } else if (value < 0x20 || value == 0x7f) {
-      shown += fmt::format("\\x{:02x}", value);
+  while (!text.empty()) {
+    const std::size_t length = utf8_printable_length(text);
+    if (length == 0) {
+      shown += fmt::format("\\x{:02x}", static_cast<unsigned char>(text.front()));
     } else {
-      shown += octet;
+      if (text.front() == '\\' && backslashes == Backslashes::kDoubled) shown += '\\';
+      shown.append(text.substr(0, length));
     }
+    text.remove_prefix(std::max<std::size_t>(length, 1));
   }
   return shown;
 }

@@ -6,13 +6,19 @@
 #include <cstddef>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace cli {
 
+// Names have theirs doubled, which tells "\x0a" from an octet that is shown so. Texts that are quoted
+// already, such as words of the configuration, keep them.
+enum class Backslashes { kDoubled, kKept };
+
 struct Column {
   const char* title;
   bool is_number = false;  // right-aligned
+  Backslashes backslashes = Backslashes::kDoubled;
 };
 
 class Table {
@@ -33,7 +39,8 @@ class Table {
   bool titles_due_ = true;
 };
 
-// The text with control characters and backslashes escaped, so that no name can steer a terminal.
-std::string printable(const std::string& text);
+// The text with control characters, octets that are not UTF-8, and backslashes escaped, so that no name can
+// steer a terminal.
+std::string printable(std::string_view text, Backslashes backslashes = Backslashes::kDoubled);
 
 }  // namespace cli

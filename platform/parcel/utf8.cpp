@@ -1,46 +1,15 @@
-// See utf8.h. The well-formed sequences are those of RFC 3629 section 4: no overlong forms, no surrogates.
+// See utf8.h.
 #include "platform/parcel/utf8.h"
 
+#include <algorithm>
 #include <cstdint>
+
+#include "platform/base/utf8.h"
 
 namespace parcel_detail {
 namespace {
 
 constexpr std::string_view kReplacement = "\xef\xbf\xbd";
-
-struct Sequence {
-  std::uint8_t first_low, first_high;    // lead octets
-  std::uint8_t second_low, second_high;  // what may follow them
-  std::size_t length;
-};
-
-constexpr Sequence kSequences[] = {
-    {0xc2, 0xdf, 0x80, 0xbf, 2}, {0xe0, 0xe0, 0xa0, 0xbf, 3}, {0xe1, 0xec, 0x80, 0xbf, 3},
-    {0xed, 0xed, 0x80, 0x9f, 3}, {0xee, 0xef, 0x80, 0xbf, 3}, {0xf0, 0xf0, 0x90, 0xbf, 4},
-    {0xf1, 0xf3, 0x80, 0xbf, 4}, {0xf4, 0xf4, 0x80, 0x8f, 4},
-};
-
-std::uint8_t octet(std::string_view text, std::size_t at) {
-  return static_cast<std::uint8_t>(text[at]);
-}
-
-bool fits(const Sequence& one, std::string_view text) {
-  const std::uint8_t lead = octet(text, 0);
-  if (lead < one.first_low || lead > one.first_high || text.size() < one.length) return false;
-  if (octet(text, 1) < one.second_low || octet(text, 1) > one.second_high) return false;
-  for (std::size_t i = 2; i < one.length; ++i) {
-    if ((octet(text, i) & 0xc0U) != 0x80U) return false;
-  }
-  return true;
-}
-
-// Octets of the well-formed sequence that the text (not ASCII) begins with, or 0.
-std::size_t sequence_length(std::string_view text) {
-  for (const Sequence& one : kSequences) {
-    if (fits(one, text)) return one.length;
-  }
-  return 0;
-}
 
 void append_ascii(char c, std::string* out) {
   static constexpr std::string_view kDigits = "0123456789abcdef";
@@ -62,16 +31,13 @@ void append_ascii(char c, std::string* out) {
 void append_json_text(std::string_view text, std::string* out) {
   *out += '"';
   while (!text.empty()) {
-    std::size_t taken = 1;
-    if (octet(text, 0) < 0x80) {
+    const std::size_t length = utf8_length(text);
+    if (length == 1) {
       append_ascii(text.front(), out);
-    } else if (const std::size_t length = sequence_length(text); length != 0) {
-      out->append(text.substr(0, length));
-      taken = length;
     } else {
-      *out += kReplacement;
+      out->append(length == 0 ? kReplacement : text.substr(0, length));
     }
-    text.remove_prefix(taken);
+    text.remove_prefix(std::max<std::size_t>(length, 1));
   }
   *out += '"';
 }

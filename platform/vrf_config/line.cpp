@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/base/utf8.h"
 #include "platform/vrf_config/vrf_config.h"
 
 namespace vrf_config {
@@ -11,28 +12,26 @@ namespace {
 constexpr std::string_view kBlanks = " \t\r";
 constexpr std::string_view kDigits = "0123456789abcdef";
 
-bool is_control(char octet) {
-  const auto value = static_cast<unsigned char>(octet);
-  return value < 0x20 || value == 0x7f;
-}
-
-bool is_plain(const std::string& word) {
+bool is_plain(std::string_view word) {
   constexpr std::string_view kSpecial = " \"\\#";
-  return !word.empty() && word.find_first_of(kSpecial) == std::string::npos &&
-         std::none_of(word.begin(), word.end(), is_control);
+  if (word.empty() || word.find_first_of(kSpecial) != std::string_view::npos) return false;
+  while (const std::size_t length = utf8_printable_length(word)) word.remove_prefix(length);
+  return word.empty();
 }
 
-std::string quoted(const std::string& word) {
+std::string quoted(std::string_view word) {
   std::string text = "\"";
-  for (const char octet : word) {
-    const auto value = static_cast<unsigned char>(octet);
-    if (octet == '"' || octet == '\\') {
-      text.append({'\\', octet});
-    } else if (is_control(octet)) {
+  while (!word.empty()) {
+    const std::size_t length = utf8_printable_length(word);
+    const char octet = word.front();
+    if (length == 0) {
+      const auto value = static_cast<unsigned char>(octet);
       text.append({'\\', 'x', kDigits.at(value >> 4), kDigits.at(value & 0xf)});
     } else {
-      text += octet;
+      if (octet == '"' || octet == '\\') text += '\\';
+      text.append(word.substr(0, length));
     }
+    word.remove_prefix(std::max<std::size_t>(length, 1));
   }
   return text + '"';
 }

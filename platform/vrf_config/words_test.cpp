@@ -200,6 +200,12 @@ TEST(ConfigurationWords, LineIsSplitAtBlanksAndQuotes) {
   EXPECT_TRUE(split("  # only this").empty());
 }
 
+TEST(ConfigurationWords, OctetsThatAreNoPrintableUtf8AreEscaped) {
+  EXPECT_EQ(join_words({"caf\xc3\xa9", "caf\xe9", "\xc2\x9b", "\x01"}),
+            "caf\xc3\xa9 \"caf\\xe9\" \"\\xc2\\x9b\" \"\\x01\"");
+  EXPECT_THAT(split("\"caf\\xe9\" \"\\xc2\\x9b\""), ElementsAre("caf\xe9", "\xc2\x9b"));
+}
+
 TEST(ConfigurationWords, BrokenQuotesAreMistakes) {
   EXPECT_EQ(split_mistake("vrf \"red"), "the quotes do not end");
   EXPECT_EQ(split_mistake("vrf \"red\\"), "the quotes do not end");
