@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <string_view>
 #include <system_error>
 
 #include "cli/commands.h"
@@ -16,6 +17,7 @@ namespace cli {
 namespace {
 
 constexpr char kStandardInput[] = "-";
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";  // with which some editors begin a file
 
 enum class Answer { kNothing, kCommit };  // what is printed after a commit
 
@@ -32,6 +34,7 @@ std::string read_file(const std::string& name) {
     text.append(octets.data(), count);
   }
   if (std::ferror(file.get()) != 0) throw failure();
+  if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
   return text;
 }
 

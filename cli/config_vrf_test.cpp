@@ -224,6 +224,11 @@ TEST_F(Configuration, LoadIsOneCommit) {
   EXPECT_EQ(Done("load " + file), "nothing in force changed\n");
 }
 
+TEST_F(Configuration, ByteOrderMarkBeforeAFilesFirstLineIsPassedOver) {
+  EXPECT_THAT(Done("load " + Write("\xef\xbb\xbfset vrf red description one\n")), HasSubstr("commit "));
+  EXPECT_EQ(Done("show"), "set vrf red description one\n");
+}
+
 TEST_F(Configuration, MistakeInAFileIsToldWithItsLineAndChangesNothing) {
   const std::string file = Write("set vrf red rd 65000:1\n\nset vrf red rt in 1:1\n");
   EXPECT_EQ(Refused("load " + file), "mplsvpn: " + file + ":3: \"in\" is not import, export or both\n");
