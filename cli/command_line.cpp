@@ -1,14 +1,17 @@
 // See command_line.h. Words are checked completely before anything is asked of the daemon.
 #include "cli/command_line.h"
 
+#include <fmt/format.h>
 #include <stdlib.h>
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <functional>
 
 #include "cli/commands.h"
 #include "cli/config_command_line.h"
 #include "cli/session.h"
+#include "cli/table.h"
 #include "platform/base/directories.h"
 #include "platform/debug/debug_client.h"
 #include "platform/kvtree/kvtree.h"
@@ -106,7 +109,29 @@ constexpr char kRouterFooter[] =
     "  mplsvpn router add-interface ge7 index 51 vrf red address 10.51.0.1/24\n"
     "  mplsvpn router reload";
 
-constexpr unsigned kLongestTimeout = 600'000;  // ms
+constexpr unsigned kLongestTimeout = 600'000;      // ms
+constexpr double kLongestWatching = 31'536'000;    // s, a year
+constexpr std::uint32_t kMostCount = 4294967295U;  // entries, prints or traps; 0 is no bound
+
+// A time for which something is watched. (CLI::PositiveNumber takes "nan", and names its limits with all of
+// their 308 digits.)
+CLI::Validator watching_time() {
+  const auto check = [](const std::string& text) {
+    double seconds = 0;
+    const auto [stopped, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    const bool is_whole = error == std::errc() && stopped == text.data() + text.size();
+    if (is_whole && seconds > 0 && seconds <= kLongestWatching) return std::string();
+    return fmt::format("{} is no time of more than 0 and at most {} seconds", printable(text),
+                       kLongestWatching);
+  };
+  return {check, ""};
+}
+
+void add_count(CLI::App* command, const char* name, std::uint64_t* count, const char* description) {
+  command->add_option(name, *count, description)
+      ->type_name("N")
+      ->check(CLI::Range(0U, kMostCount).description(""));
+}
 
 struct Options {
   bool json = false;
@@ -221,10 +246,10 @@ void add_debug(CLI::App& app, Options* options) {
   DebugRequest& request = options->debug;
   command->add_option("WORDS", request.words, "list, watch, AREA on, or AREA off")->expected(0, 2);
   command->add_flag("--watch", request.watch, "Shows the prints after switching");
-  command->add_option("--count", request.most_prints, "Ends the watching after N prints")->type_name("N");
+  add_count(command, "--count", &request.most_prints, "Ends the watching after N prints");
   command->add_option("--seconds", request.seconds, "Ends the watching after N seconds")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(watching_time());
   command->footer(kDebugFooter);
   command->callback([options] {
     options->command = [options](const Session& session) { debug(session, options->debug); };
@@ -235,7 +260,7 @@ void add_trace(CLI::App& app, Options* options) {
   CLI::App* command =
       app.add_subcommand("trace", "Lists the trace buffers, or shows one; needs no running daemon");
   command->add_option("BUFFER", options->trace.buffer, "A buffer, with or without \"mpls_vpn/\" before it");
-  command->add_option("--last", options->trace.last, "Only the latest N entries")->type_name("N");
+  add_count(command, "--last", &options->trace.last, "Only the latest N entries");
   command->footer("Examples:\n  mplsvpn trace\n  mplsvpn trace error --last 20");
   command->callback([options] {
     options->command = [options](const Session& session) { trace(session, options->trace); };
@@ -245,12 +270,12 @@ void add_trace(CLI::App& app, Options* options) {
 void add_watch(CLI::App& app, Options* options) {
   CLI::App* command = app.add_subcommand("watch", "Shows the daemon's traps as they come, until Ctrl-C");
   // Its time-out is the watching's, not that of an answer.
-  command->add_option("--count", options->watch.most_traps, "Ends after N traps")->type_name("N");
+  add_count(command, "--count", &options->watch.most_traps, "Ends after N traps");
   command
       ->add_option("--timeout", options->watch.seconds,
                    "Ends after S seconds; a failure when fewer than --count came")
       ->type_name("S")
-      ->check(CLI::PositiveNumber);
+      ->check(watching_time());
   command->footer("Examples:\n  mplsvpn watch\n  mplsvpn --json watch --count 1 --timeout 30");
   command->callback([options] {
     options->command = [options](const Session& session) { watch(session, options->watch); };

@@ -63,6 +63,26 @@ TEST_F(CommandLine, WordsThatMakeNoCommandAreUsageErrors) {
   }
 }
 
+TEST_F(CommandLine, TimesAndCountsOfWatchingAreBounded) {
+  for (const char* time : {"0", "-1", "soon", "nan", "inf", "1e400", "1e9", "5s", ""}) {
+    const std::string reason = std::string(time) + " is no time of more than 0 and at most 31536000 seconds";
+    EXPECT_EQ(Run({"watch", "--timeout", time}), kExitUsage) << time;
+    EXPECT_THAT(Err(), StartsWith("--timeout: " + reason + "\n"));
+    EXPECT_EQ(Run({"debug", "watch", "--seconds", time}), kExitUsage) << time;
+    EXPECT_THAT(Err(), StartsWith("--seconds: " + reason + "\n"));
+  }
+  EXPECT_EQ(Run({"watch", "--timeout", "31536000"}), kExitNoDaemon);
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {"watch", "--count"}, {"debug", "watch", "--count"}, {"trace", "--last"}}) {
+    for (const char* count : {"-1", "4294967296", "some"}) {
+      std::vector<std::string> all = words;
+      all.emplace_back(count);
+      EXPECT_EQ(Run(all), kExitUsage) << ::testing::PrintToString(all);
+      EXPECT_THAT(Err(), HasSubstr(std::string("Value ") + count + " not in range 0 to 4294967295"));
+    }
+  }
+}
+
 TEST_F(CommandLine, DaemonThatIsNotThereIsSaidPlainly) {
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"show", "scalars"}, {"show", "interfaces"}, {"get", "scalars"}, {"router", "show"}}) {

@@ -59,8 +59,8 @@ struct DebugRequest {
 void debug(const Session& session, const DebugRequest& request);
 
 struct TraceRequest {
-  std::string buffer;    // empty: list the buffers
-  std::size_t last = 0;  // only so many entries, the latest; 0: all
+  std::string buffer;      // empty: list the buffers
+  std::uint64_t last = 0;  // only so many entries, the latest; 0: all
 };
 // Needs no daemon: the buffers are files.
 void trace(const Session& session, const TraceRequest& request);
