@@ -24,6 +24,7 @@
 #include "platform/base/fault.h"
 #include "platform/base/log.h"
 #include "platform/kvtree/config.h"
+#include "platform/kvtree/followed_nodes.h"
 #include "platform/kvtree/kvtree.h"
 #include "platform/vmap/vmap.h"
 #include "platform/vrf_config/vrf_config.h"
@@ -35,7 +36,6 @@ using router::ReferenceHolder;
 constexpr std::array<std::string_view, 6> kScopes = {vrf_config::kVrfScope,   vrf_config::kBgpScope,
                                                      vrf_config::kRipScope,   vrf_config::kOspfScope,
                                                      vrf_config::kEigrpScope, vrf_config::kStaticScope};
-constexpr std::uint32_t kAllEvents = kKvEventCreated | kKvEventSet | kKvEventDeleted;
 constexpr std::size_t kJoinsPerStep = 100;
 
 struct VrfItems {
@@ -56,7 +56,6 @@ class Follower : public router::Observer {
   ~Follower() override;
 
   Status start();
-  void notified(std::string path, std::uint32_t events);
 
   void interface_added(const router::Interface& interface) override { joined(interface); }
   void interface_moved(const router::Interface& now, const std::string&) override { joined(now); }
@@ -65,7 +64,8 @@ class Follower : public router::Observer {
   }
 
  private:
-  Status subscribe(std::size_t scope);
+  Status follow(std::string_view scope);
+  void notified(const std::string& path, std::uint32_t events);
   void item_set(const std::string& path, const std::string& vrf);
   void item_deleted(const std::string& path, const std::string& vrf);
   void refer(const std::string& vrf, VrfItems* items);
@@ -80,7 +80,7 @@ class Follower : public router::Observer {
 
   router::Router* model_;
   EventManager* manager_;
-  std::vector<KvConnection*> connections_;
+  FollowedNodes configuration_;
   std::unordered_map<std::string, VrfItems> vrfs_;
   std::set<std::string> unsure_;  // VRFs that lost an item
   std::deque<Join> joins_;
@@ -92,16 +92,6 @@ std::unique_ptr<Follower>& follower() {
   static std::unique_ptr<Follower> the_follower;
   return the_follower;
 }
-
-template <std::size_t kScope>
-void notify(const KvNotification* notification) {
-  std::string path(kScopes[kScope]);
-  path += kvtree_notify_path(notification);
-  follower()->notified(std::move(path), kvtree_notify_info(notification)->whichevent);
-}
-
-constexpr std::array<KvNotificationEntry, kScopes.size()> kEntries = {notify<0>, notify<1>, notify<2>,
-                                                                      notify<3>, notify<4>, notify<5>};
 
 bool is_in_force(const std::string& path) {
   bool found = false;
@@ -120,33 +110,27 @@ Follower::~Follower() {
   model_->stop_observing(this);
   if (checking_ != 0) event_timer_cancel(manager_, checking_);
   if (retelling_ != 0) event_timer_cancel(manager_, retelling_);
-  for (KvConnection* connection : connections_) {
-    if (const Status status = kvtree_unbind(connection))
-      log_line("configuration of VRFs: kvtree_unbind: %s", err_text(status));
-  }
   for (const auto& [vrf, items] : vrfs_) {
     if (items.is_referenced) static_cast<void>(model_->unreference_vrf(vrf, ReferenceHolder::kConfiguration));
   }
 }
 
 Status Follower::start() {
-  for (std::size_t scope = 0; scope < kScopes.size(); ++scope) {
-    if (const Status status = subscribe(scope)) return status;
+  for (const std::string_view scope : kScopes) {
+    if (const Status status = follow(scope)) return status;
   }
   model_->observe(router::ObserverRank::kOther, this);
   return kStatusOk;
 }
 
-Status Follower::subscribe(std::size_t scope) {
-  KvConnection* connection = nullptr;
-  const std::string path(kScopes[scope]);
-  if (const Status status = kvtree_bind(&connection, path.c_str(), kKvBindConfiguration)) return status;
-  connections_.push_back(connection);
-  return kvtree_register_notification(connection, "", kAllEvents, kEntries[scope], manager_, 0, 0, 4,
-                                      nullptr);
+Status Follower::follow(std::string_view scope) {
+  return configuration_.follow(scope, manager_, [this, scope](const KvNotification* notification) {
+    notified(std::string(scope).append(kvtree_notify_path(notification)),
+             kvtree_notify_info(notification)->whichevent);
+  });
 }
 
-void Follower::notified(std::string path, std::uint32_t events) {
+void Follower::notified(const std::string& path, std::uint32_t events) {
   const std::optional<std::string> vrf = vrf_config::vrf_of(path);
   if (!vrf || *vrf == router::kDefaultVrf || !router::valid_vrf_name(*vrf)) return;
   if ((events & kKvEventDeleted) != 0) {

@@ -44,7 +44,7 @@ void deliver(const KvRegistration& registration, const Change& change, std::uint
   const std::size_t item = change.path.rfind('/') + 1;
   const KvNotification notification{std::string_view(change.path).substr(registration.prefix.size()),
                                     {change.path.c_str() + item, events, change.value.get()}};
-  if (registration.entry != nullptr) registration.entry(&notification);
+  if (registration.entry) registration.entry(&notification);
 }
 
 void tell(const Telling& telling) {
@@ -122,6 +122,19 @@ Status check_path(std::string_view path) {
   return path.find('\0') == std::string_view::npos ? kStatusOk : kStatusBadKey;
 }
 
+Status register_notification(KvConnection* connection, const char* path, std::uint32_t events,
+                             std::function<void(const KvNotification*)> entry, EventManager* manager,
+                             KvRegistration** registration) {
+  if (const Status status = fault_check("kvtree_register_notification")) return status;
+  if (!is_bound(connection) || manager == nullptr) return kStatusInvalid;
+  const auto made = std::make_shared<KvRegistration>(
+      KvRegistration{connection, registered_prefix(*connection, path), events, std::move(entry), manager});
+  if (registration != nullptr) *registration = made.get();
+  store().registrations.push_back(made);
+  replay(*made);
+  return kStatusOk;
+}
+
 const Provider* find_provider(std::string_view path, std::string_view* relative) {
   const Provider* best = nullptr;
   for (const Provider& provider : store().providers) {
@@ -187,14 +200,7 @@ Status kvtree_register_notification(KvConnection* connection, const char* path, 
                                     KvNotificationEntry entry, EventManager* manager, std::uint32_t /*first*/,
                                     std::uint32_t /*second*/, std::uint32_t /*third*/,
                                     KvRegistration** registration) {
-  if (const Status status = fault_check("kvtree_register_notification")) return status;
-  if (!kvtree::is_bound(connection) || manager == nullptr) return kStatusInvalid;
-  const auto made = std::make_shared<KvRegistration>(
-      KvRegistration{connection, kvtree::registered_prefix(*connection, path), events, entry, manager});
-  if (registration != nullptr) *registration = made.get();
-  store().registrations.push_back(made);
-  kvtree::replay(*made);
-  return kStatusOk;
+  return kvtree::register_notification(connection, path, events, entry, manager, registration);
 }
 
 Status kvtree_set(std::string_view path, KvValue value) {

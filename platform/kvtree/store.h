@@ -1,6 +1,7 @@
 // What the source files of the data store share. Not for other folders.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -34,7 +35,7 @@ struct KvRegistration {
   const KvConnection* connection;
   std::string prefix;  // ends in '/'
   std::uint32_t events;
-  KvNotificationEntry entry;
+  std::function<void(const KvNotification*)> entry;  // none: a missing handler
   EventManager* manager;
 };
 
@@ -89,6 +90,11 @@ void erase_node(const std::string& path);
 // Posts a change (no value: a deletion) to whoever subscribed to one of these events of this path.
 void tell_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
                       std::uint32_t events);
+
+// kvtree_register_notification for any function, and its fault point.
+[[nodiscard]] Status register_notification(KvConnection* connection, const char* path, std::uint32_t events,
+                                           std::function<void(const KvNotification*)> entry,
+                                           EventManager* manager, KvRegistration** registration);
 
 // The provider of this path (the longest prefix), or null; *relative is what stands below it.
 const Provider* find_provider(std::string_view path, std::string_view* relative);

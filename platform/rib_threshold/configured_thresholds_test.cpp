@@ -177,7 +177,7 @@ TEST_F(ConfiguredThresholds, FailedUnbindingIsLogged) {
   testing::internal::CaptureStderr();
   const ScopedFault fault("kvtree_unbind", kStatusIo);
   rib_threshold_detach();
-  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("route thresholds: cannot unbind: "));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("/cfg/gl/vmap/ is still followed: "));
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 
 #include "platform/base/fault.h"
 #include "platform/base/log.h"
+#include "platform/kvtree/followed_nodes.h"
 #include "platform/kvtree/kvtree.h"
 #include "platform/kvtree/tuple.h"
 #include "platform/rib_threshold/watches.h"
@@ -61,7 +62,7 @@ class Service : public router::Observer {
   void drop_if_unused(const std::string& vrf);
 
   router::Router* model_;
-  KvConnection* connection_ = nullptr;
+  FollowedNodes configuration_;
   std::map<std::string, VrfWatch, router::ShorterFirst> watches_;
   std::map<std::uint32_t, Names> vrfs_of_table_;
 };
@@ -79,8 +80,6 @@ Service::Service(router::Router* model) : model_(model) {
 Service::~Service() {
   model_->stop_observing(this);
   for (auto& [name, watch] : watches_) watch.forget_tables();
-  const Status status = connection_ == nullptr ? kStatusOk : kvtree_unbind(connection_);
-  if (status != kStatusOk) log_line("route thresholds: cannot unbind: %s", err_text(status));
 }
 
 // --- The configuration
@@ -96,7 +95,6 @@ Thresholds thresholds_of(const KvNotifyInfo& info) {
 }
 
 void notify_limit(const KvNotifyInfo* info, const RequestArgs* args) {
-  if (service() == nullptr) return;
   if (kvtree_absent(args, 0) || kvtree_absent(args, 1) || kvtree_absent(args, 2)) return;
   const std::string vrf = args->arg[0].text;
   const std::uint32_t family = *args->arg[1].number;
@@ -117,10 +115,7 @@ void take_configuration(const KvNotification* notification) {
 }
 
 Status Service::subscribe(EventManager* manager) {
-  const std::string scope(vrf_config::kVrfScope);
-  if (const Status status = kvtree_bind(&connection_, scope.c_str(), kKvBindConfiguration)) return status;
-  return kvtree_register_notification(connection_, "", kKvEventCreated | kKvEventSet | kKvEventDeleted,
-                                      take_configuration, manager, 0, 0, 0, nullptr);
+  return configuration_.follow(vrf_config::kVrfScope, manager, take_configuration);
 }
 
 void Service::configure(const std::string& vrf, std::size_t family, const Thresholds& thresholds) {
