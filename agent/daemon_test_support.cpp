@@ -10,7 +10,6 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 #include "platform/base/directories.h"
@@ -123,16 +122,8 @@ bool retain_traps() {
 
 }  // namespace
 
-DaemonProcess::DaemonProcess() {
-  std::string name = (std::filesystem::temp_directory_path() / "mpls_agent_test.XXXXXX").string();
-  EXPECT_NE(mkdtemp(name.data()), nullptr);
-  directory_ = name;
-  socket_ = directory_ + "/dev.mpls.vpn.main";
-}
-
 DaemonProcess::~DaemonProcess() {
   Kill();
-  std::filesystem::remove_all(directory_);
 }
 
 void DaemonProcess::Start(std::uint32_t rows, bool provider) {
@@ -141,7 +132,7 @@ void DaemonProcess::Start(std::uint32_t rows, bool provider) {
   ASSERT_EQ(pipe(ready.data()), 0);
   pid_ = fork();
   ASSERT_GE(pid_, 0);
-  if (pid_ == 0) serve(directory_, provider, ready[1]);
+  if (pid_ == 0) serve(directory_.path(), provider, ready[1]);
   close(ready[1]);
   char octet = 0;
   EXPECT_EQ(read(ready[0], &octet, 1), 1) << "the data store did not start";

@@ -9,13 +9,15 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/temporary_directory.h"
+
 namespace agent_test {
 
 inline constexpr std::uint32_t kTrapLimit = 200;  // traps kept for a sub-agent that is away
 
 class DaemonProcess {
  public:
-  DaemonProcess();
+  DaemonProcess() = default;
   ~DaemonProcess();
   DaemonProcess(const DaemonProcess&) = delete;
   DaemonProcess& operator=(const DaemonProcess&) = delete;
@@ -33,8 +35,8 @@ class DaemonProcess {
  private:
   void Do(const std::vector<std::string>& words);
 
-  std::string directory_;
-  std::string socket_;
+  const TemporaryDirectory directory_;
+  const std::string socket_ = directory_.path() + "/dev.mpls.vpn.main";
   pid_t pid_ = -1;
 };
 

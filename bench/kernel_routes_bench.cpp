@@ -19,13 +19,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "platform/base/clock.h"
 #include "platform/evm/evm.h"
+#include "platform/evm/test_run_directory.h"
 #include "sources/kernel/kernel_source.h"
 #include "sources/kernel/netlink_socket.h"
 
@@ -162,11 +162,8 @@ void measure(std::uint32_t count, EventManager* manager) {
 
 int main(int argc, char** argv) {
   const bool brief = argc > 1 && std::string(argv[1]) == "--brief";
-  std::string folder = (std::filesystem::temp_directory_path() / "kernel_routes_XXXXXX").string();
-  if (mkdtemp(folder.data()) == nullptr) return 1;
-  setenv("MPLS_VPN_MIB_RUN_DIR", folder.c_str(), 1);
-  int status = 0;
   try {
+    const TestRunDirectory directory;
     if (enter_namespace()) {
       EventManager* manager = event_manager_create("/dev/mpls/vpn/kernel-routes-bench", 0);
       if (manager == nullptr) throw std::runtime_error("event manager");
@@ -177,8 +174,7 @@ int main(int argc, char** argv) {
     }
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "kernel_routes_bench: %s\n", failure.what());
-    status = 1;
+    return 1;
   }
-  std::filesystem::remove_all(folder);
-  return status;
+  return 0;
 }

@@ -3,32 +3,26 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
+
+#include "platform/base/temporary_directory.h"
 
 namespace daemon_host {
 namespace {
 
 class SettingsFile : public ::testing::Test {
  protected:
-  SettingsFile() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "settings.XXXXXX").string();
-    folder_ = mkdtemp(pattern.data());
-  }
-  ~SettingsFile() override { std::filesystem::remove_all(folder_); }
-
-  void Write(const std::string& text) { std::ofstream(folder_ + "/platform.yaml") << text; }
-  bool Read() { return read_settings(folder_, &settings_, &error_); }
+  void Write(const std::string& text) { std::ofstream(folder_.path() + "/platform.yaml") << text; }
+  bool Read() { return read_settings(folder_.path(), &settings_, &error_); }
   std::string Refusal(const std::string& text) {
     Write(text);
     EXPECT_FALSE(Read()) << text;
     return error_.substr(error_.find("platform.yaml"));
   }
 
-  std::string folder_;
+  const TemporaryDirectory folder_;
   Settings settings_;
   std::string error_;
 };
@@ -48,7 +42,7 @@ TEST_F(SettingsFile, RouterFileIsRelativeToTheSettings) {
   Write("source: file\nrouter_file: router.yaml\n");
   ASSERT_TRUE(Read()) << error_;
   EXPECT_EQ(settings_.source, SourceKind::kFile);
-  EXPECT_EQ(settings_.router_file, folder_ + "/router.yaml");
+  EXPECT_EQ(settings_.router_file, folder_.path() + "/router.yaml");
 }
 
 TEST_F(SettingsFile, AbsoluteRouterFileStays) {

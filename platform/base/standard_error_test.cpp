@@ -17,6 +17,7 @@
 #include "platform/base/assertion.h"
 #include "platform/base/fault.h"
 #include "platform/base/log.h"
+#include "platform/base/temporary_directory.h"
 
 namespace {
 
@@ -204,10 +205,9 @@ TEST_F(StandardError, LongLineIsCutToWhatAPipeTakesAtOnce) {
 }
 
 TEST_F(StandardError, FileIsContinuedWhereItStands) {
-  char name[] = "/tmp/standard_error.XXXXXX";
-  const int file = mkstemp(name);
+  const TemporaryDirectory directory;
+  const int file = open((directory.path() + "/file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   ASSERT_GE(file, 0);
-  ASSERT_EQ(unlink(name), 0);
   Read(dup(file));
   Become(file);
   write_error_line("one");

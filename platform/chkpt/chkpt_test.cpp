@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <filesystem>
 
 #include "platform/base/clock.h"
 #include "platform/chkpt/test_checkpoint.h"

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 #include <random>
 
 #include "platform/chkpt/test_checkpoint.h"

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/base/fault.h"
+#include "platform/base/temporary_directory.h"
 #include "platform/parcel/parcel.h"
 #include "platform/parcel/registry.h"
 #include "platform/parcel/test_records.h"
@@ -22,16 +23,12 @@ using Octets = std::vector<std::uint8_t>;
 class RegistryTest : public testing::Test {
  protected:
   void SetUp() override {
-    std::string path = (fs::temp_directory_path() / "mpls_parcel_XXXXXX").string();
-    ASSERT_NE(mkdtemp(path.data()), nullptr);
-    directory_ = path;
-    ASSERT_EQ(setenv("MPLS_VPN_MIB_RUN_DIR", path.c_str(), 1), 0);
+    ASSERT_EQ(setenv("MPLS_VPN_MIB_RUN_DIR", directory_.path().c_str(), 1), 0);
     parcel_registry_reset();
   }
   void TearDown() override {
     fault_disarm_all();
     parcel_registry_reset();
-    fs::remove_all(directory_);
     unsetenv("MPLS_VPN_MIB_RUN_DIR");
   }
 
@@ -47,7 +44,7 @@ class RegistryTest : public testing::Test {
     return parcel_batch_close(batch);
   }
 
-  std::string File() const { return directory_ + "/parcel.registry"; }
+  std::string File() const { return directory_.path() + "/parcel.registry"; }
   std::string FileText() const {
     std::ifstream file(File());
     return {std::istreambuf_iterator<char>(file), {}};
@@ -72,7 +69,7 @@ class RegistryTest : public testing::Test {
     return parcel_to_json(octets.data(), octets.size(), &json);
   }
 
-  std::string directory_;
+  const TemporaryDirectory directory_;
 };
 
 TEST_F(RegistryTest, ClosedBatchIsKnownToTheProcessAndTheFile) {
@@ -178,7 +175,7 @@ TEST_F(RegistryTest, FileThatCannotBeReplacedFailsTheBatchAsAWhole) {
 }
 
 TEST_F(RegistryTest, MissingRunDirectoryIsMade) {
-  fs::remove_all(directory_);
+  fs::remove_all(directory_.path());
   EXPECT_EQ(Register({&kRow}), kStatusOk);
   EXPECT_TRUE(fs::exists(File()));
 }

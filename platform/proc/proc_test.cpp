@@ -9,32 +9,24 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "platform/base/fault.h"
+#include "platform/base/temporary_directory.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
 class ProcTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string path = (fs::temp_directory_path() / "mpls_proc_XXXXXX").string();
-    ASSERT_NE(mkdtemp(path.data()), nullptr);
-    directory_ = path;
-    unsetenv("NOTIFY_SOCKET");
-  }
+  void SetUp() override { unsetenv("NOTIFY_SOCKET"); }
   void TearDown() override {
     unsetenv("NOTIFY_SOCKET");
     if (socket_ >= 0) close(socket_);
-    fs::remove_all(directory_);
   }
 
   void ListenAsServiceManager() {
-    const std::string path = directory_ + "/notify";
+    const std::string path = directory_.path() + "/notify";
     socket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     ASSERT_GE(socket_, 0);
     sockaddr_un address{};
@@ -51,7 +43,7 @@ class ProcTest : public testing::Test {
     return length < 0 ? std::string() : std::string(text, static_cast<std::size_t>(length));
   }
 
-  std::string directory_;
+  const TemporaryDirectory directory_;
   int socket_ = -1;
 };
 
@@ -66,7 +58,7 @@ TEST_F(ProcTest, WithoutAServiceManagerReadinessSucceeds) {
 }
 
 TEST_F(ProcTest, ServiceManagerThatCannotBeReachedIsItsErrno) {
-  setenv("NOTIFY_SOCKET", (directory_ + "/nobody").c_str(), 1);
+  setenv("NOTIFY_SOCKET", (directory_.path() + "/nobody").c_str(), 1);
   EXPECT_EQ(proc_ready(), static_cast<Status>(ENOENT));
 }
 
@@ -76,7 +68,7 @@ TEST_F(ProcTest, FaultPointsFailTheOperations) {
   const ScopedFault readable("proc_file_readable", kStatusAccess);
   EXPECT_EQ(proc_ready(), kStatusIo);
   EXPECT_EQ(Heard(), "");
-  EXPECT_EQ(proc_file_readable(directory_.c_str()), kStatusAccess);
+  EXPECT_EQ(proc_file_readable(directory_.path().c_str()), kStatusAccess);
 }
 
 std::string name_of_this_thread() {
@@ -98,13 +90,13 @@ TEST_F(ProcTest, LongThreadNameIsCutToFifteenCharacters) {
 }
 
 TEST_F(ProcTest, ReadableFileSucceeds) {
-  std::ofstream(directory_ + "/file") << "x";
-  EXPECT_EQ(proc_file_readable((directory_ + "/file").c_str()), kStatusOk);
+  std::ofstream(directory_.path() + "/file") << "x";
+  EXPECT_EQ(proc_file_readable((directory_.path() + "/file").c_str()), kStatusOk);
 }
 
 TEST_F(ProcTest, MissingFileFolderAndNullAreRefused) {
-  EXPECT_EQ(proc_file_readable((directory_ + "/nothing").c_str()), kStatusNoSuchRow);
-  EXPECT_EQ(proc_file_readable(directory_.c_str()), static_cast<Status>(EISDIR));
+  EXPECT_EQ(proc_file_readable((directory_.path() + "/nothing").c_str()), kStatusNoSuchRow);
+  EXPECT_EQ(proc_file_readable(directory_.path().c_str()), static_cast<Status>(EISDIR));
   EXPECT_EQ(proc_file_readable(nullptr), kStatusInvalid);
 }
 

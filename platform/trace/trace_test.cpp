@@ -13,6 +13,7 @@
 
 #include "platform/base/clock.h"
 #include "platform/base/fault.h"
+#include "platform/base/temporary_directory.h"
 #include "platform/trace/ring.h"
 
 namespace {
@@ -21,15 +22,9 @@ namespace fs = std::filesystem;
 
 class TraceTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string path = (fs::temp_directory_path() / "mpls_trace_XXXXXX").string();
-    ASSERT_NE(mkdtemp(path.data()), nullptr);
-    directory_ = path;
-    ASSERT_EQ(setenv("MPLS_VPN_MIB_RUN_DIR", path.c_str(), 1), 0);
-  }
+  void SetUp() override { ASSERT_EQ(setenv("MPLS_VPN_MIB_RUN_DIR", directory_.path().c_str(), 1), 0); }
   void TearDown() override {
     for (TraceBuffer* buffer : open_) trace_close(buffer);
-    fs::remove_all(directory_);
     unsetenv("MPLS_VPN_MIB_RUN_DIR");
   }
 
@@ -42,14 +37,14 @@ class TraceTest : public testing::Test {
 
   std::vector<TraceEntry> Read(const std::string& name) const {
     std::vector<TraceEntry> entries;
-    EXPECT_EQ(trace_read(directory_, name, &entries), kStatusOk);
+    EXPECT_EQ(trace_read(directory_.path(), name, &entries), kStatusOk);
     return entries;
   }
   Status ReadStatus(const std::string& name) const {
     std::vector<TraceEntry> entries;
-    return trace_read(directory_, name, &entries);
+    return trace_read(directory_.path(), name, &entries);
   }
-  std::string File(const std::string& file) const { return directory_ + "/trace/" + file; }
+  std::string File(const std::string& file) const { return directory_.path() + "/trace/" + file; }
 
   std::uint64_t Lost(const std::string& file_name) const {
     trace_detail::Header header{};
@@ -66,7 +61,7 @@ class TraceTest : public testing::Test {
     ASSERT_TRUE(stream.good());
   }
 
-  std::string directory_;
+  const TemporaryDirectory directory_;
   std::vector<TraceBuffer*> open_;
 };
 
@@ -124,7 +119,7 @@ TEST_F(TraceTest, FormerWriterDoesNotReachTheReopenedBuffer) {
 TEST_F(TraceTest, NullBufferDropsTheRecord) {
   trace_write(nullptr, 1, 0, "nothing");
   trace_close(nullptr);
-  EXPECT_TRUE(trace_names(directory_).empty());
+  EXPECT_TRUE(trace_names(directory_.path()).empty());
 }
 
 TEST_F(TraceTest, FileStaysAfterClosing) {
@@ -169,8 +164,8 @@ TEST_F(TraceTest, NamesAreListedSortedAsTheyWereGiven) {
   Open("mpls_vpn/error", 4);
   std::ofstream(File("no_buffer")) << "text";
   std::ofstream(File(".mpls_vpn.half")) << "text";
-  EXPECT_EQ(trace_names(directory_), (std::vector<std::string>{"mpls_vpn/error", "mpls_vpn/prov"}));
-  EXPECT_TRUE(trace_names(directory_ + "/nothing").empty());
+  EXPECT_EQ(trace_names(directory_.path()), (std::vector<std::string>{"mpls_vpn/error", "mpls_vpn/prov"}));
+  EXPECT_TRUE(trace_names(directory_.path() + "/nothing").empty());
 }
 
 TEST_F(TraceTest, BadNamesAndSizesAreInvalid) {
@@ -190,7 +185,7 @@ TEST_F(TraceTest, BadNamesAndSizesAreInvalid) {
 }
 
 TEST_F(TraceTest, FolderThatCannotBeMadeIsItsErrno) {
-  std::ofstream(directory_ + "/trace") << "a file in the way";
+  std::ofstream(directory_.path() + "/trace") << "a file in the way";
   TraceBuffer* buffer = nullptr;
   EXPECT_EQ(trace_open("name", 4, 0, 0, 0, &buffer), static_cast<Status>(ENOTDIR));
 }
@@ -215,7 +210,7 @@ TEST_F(TraceTest, UnknownBufferIsNoSuchRow) {
   EXPECT_EQ(ReadStatus("nobody"), kStatusNoSuchRow);
   EXPECT_EQ(ReadStatus(""), kStatusNoSuchRow);
   EXPECT_EQ(ReadStatus("../secret"), kStatusNoSuchRow);
-  EXPECT_EQ(trace_read(directory_, "nobody", nullptr), kStatusInvalid);
+  EXPECT_EQ(trace_read(directory_.path(), "nobody", nullptr), kStatusInvalid);
 }
 
 TEST_F(TraceTest, FileThatIsNoTraceBufferIsABadMessage) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <stdexcept>
 
 #include "platform/base/fault.h"
 #include "sources/file/router_commands.h"

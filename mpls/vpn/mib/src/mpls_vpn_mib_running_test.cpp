@@ -5,6 +5,7 @@
 #include <syslog.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <future>
 
 #include "mpls/vpn/mib/src/mpls_vpn_start_test_support.h"

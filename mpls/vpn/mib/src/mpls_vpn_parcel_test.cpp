@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "platform/base/fault.h"
+#include "platform/base/temporary_directory.h"
 
 namespace {
 
@@ -176,19 +176,15 @@ TEST(RecordSchema, CompactTextsOmitTheNames) {
 class Registry : public testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/mpls_vpn_parcel_XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    directory_ = pattern;
-    ASSERT_EQ(setenv("MPLS_VPN_MIB_RUN_DIR", pattern, 1), 0);
+    ASSERT_EQ(setenv("MPLS_VPN_MIB_RUN_DIR", directory_.path().c_str(), 1), 0);
     parcel_registry_reset();
   }
   void TearDown() override {
     fault_disarm_all();
     parcel_registry_reset();
-    std::filesystem::remove_all(directory_);
     unsetenv("MPLS_VPN_MIB_RUN_DIR");
   }
-  std::string directory_;
+  const TemporaryDirectory directory_;
 };
 
 TEST_F(Registry, HoldsEveryRecordOfASetAfterItsRegistration) {
