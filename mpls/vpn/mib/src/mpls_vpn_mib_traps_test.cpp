@@ -24,8 +24,8 @@ class TrapSwitches : public TrapTest {
     const KvNotifyInfo info = {item, kKvEventCreated | kKvEventSet, &value};
     traps_notify(&info);
   }
-  static void Delete(const char* item) {
-    const KvNotifyInfo info = {item, kKvEventDeleted, nullptr};
+  static void Delete(const char* item, const KvValue* value = nullptr) {
+    const KvNotifyInfo info = {item, kKvEventDeleted, value};
     traps_notify(&info);
   }
   static std::vector<std::uint32_t> Enabled() {
@@ -162,11 +162,14 @@ TEST_F(TrapSwitches, ReissueTimeThatIsZeroOrNegativeStopsTheTimerAsItsDeletionDo
     EXPECT_EQ(notif_reissue_time, 0U) << seconds;
     EXPECT_EQ(Prints().back(), "Entering mpls_vpn_mib_timer_stop ") << seconds;
   }
-  Set("notif-reissue-time", Number(60));
-  ClearPrints();
-  Delete("notif-reissue-time");
-  EXPECT_EQ(notif_reissue_time, 0U);
-  EXPECT_EQ(Prints().back(), "Entering mpls_vpn_mib_timer_stop ");
+  const KvValue deleted = Number(30);  // a deletion may carry what it deletes
+  for (const KvValue* value : {static_cast<const KvValue*>(nullptr), &deleted}) {
+    Set("notif-reissue-time", Number(60));
+    ClearPrints();
+    Delete("notif-reissue-time", value);
+    EXPECT_EQ(notif_reissue_time, 0U);
+    EXPECT_EQ(Prints().back(), "Entering mpls_vpn_mib_timer_stop ");
+  }
   PassSeconds(600);
   Run();
   EXPECT_FALSE(Printed("Timer wakeup"));
