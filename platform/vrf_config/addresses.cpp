@@ -60,6 +60,11 @@ std::optional<std::uint32_t> parse_dotted_quad(std::string_view text) {
   return number;
 }
 
+std::optional<std::uint32_t> parse_area(std::string_view text) {
+  const std::optional<std::uint32_t> number = parse_number(text);
+  return number ? number : parse_dotted_quad(text);
+}
+
 std::optional<Prefix> parse_prefix(std::string_view text) {
   const std::size_t slash = text.find('/');
   if (slash == std::string_view::npos) return std::nullopt;

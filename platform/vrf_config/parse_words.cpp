@@ -177,11 +177,6 @@ Nodes parse_bgp(const std::string& vrf, Reader& reader) {
   return {bgp_neighbour(vrf, as_number, neighbour, take_family(reader))};
 }
 
-std::optional<std::uint32_t> parse_area(const std::string& word) {
-  const std::optional<std::uint32_t> number = parse_number(word);
-  return number ? number : parse_dotted_quad(word);
-}
-
 Nodes parse_ospf(const std::string& vrf, Reader& reader) {
   const std::string process = take_name(reader, "the process");
   reader.expect("area");

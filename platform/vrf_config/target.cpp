@@ -74,6 +74,11 @@ std::optional<Target> route_target_of(std::string_view path) {
   return is_target ? target_at(*parsed) : std::nullopt;
 }
 
+std::optional<std::uint32_t> parse_as_number(std::string_view text) {
+  const std::optional<std::uint32_t> number = parse_number(text);
+  return number ? number : parse_asdot(text);
+}
+
 std::optional<Target> parse_target(std::string_view text) {
   const std::size_t colon = text.find(':');
   if (colon == std::string_view::npos) return std::nullopt;

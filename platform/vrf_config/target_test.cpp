@@ -46,5 +46,25 @@ TEST(TargetText, IsWrittenInAsplain) {
   EXPECT_EQ(target_text({Type::kFourOctetAs, 65536, 30}), "65536:30");
 }
 
+TEST(AsNumberText, IsReadInAsplainAndAsdot) {
+  EXPECT_EQ(parse_as_number("65000"), 65000U);
+  EXPECT_EQ(parse_as_number("4294967295"), 4294967295U);
+  EXPECT_EQ(parse_as_number("1.10"), 65546U);
+  EXPECT_EQ(parse_as_number("65535.65535"), 4294967295U);
+  for (const char* text : {"", ".", "1.", ".1", "1.65536", "65536.1", "4294967296", "1.1.1", "-1", "x"}) {
+    EXPECT_EQ(parse_as_number(text), std::nullopt) << text;
+  }
+}
+
+TEST(AreaText, IsANumberOrADottedQuad) {
+  EXPECT_EQ(parse_area("0"), 0U);
+  EXPECT_EQ(parse_area("4294967295"), 4294967295U);
+  EXPECT_EQ(parse_area("0.0.1.10"), 266U);
+  EXPECT_EQ(parse_area("255.255.255.255"), 4294967295U);
+  for (const char* text : {"", "1.2.3", "0.0.0.256", "4294967296", "0.0.0.1/32", "::1", "backbone", "-1"}) {
+    EXPECT_EQ(parse_area(text), std::nullopt) << text;
+  }
+}
+
 }  // namespace
 }  // namespace vrf_config

@@ -44,6 +44,11 @@ std::optional<Target> parse_target(std::string_view text);
 std::string target_text(
     const Target& target);  // asplain, but "0.65000:30" for a small AS number in four octets
 
+// "65000", or "1.10" for 65546 (asplain and asdot, RFC 5396).
+std::optional<std::uint32_t> parse_as_number(std::string_view text);
+// An OSPF area: a number, or a dotted quad for it.
+std::optional<std::uint32_t> parse_area(std::string_view text);
+
 // The route target that a configuration path is; none for a path of another kind.
 std::optional<Target> route_target_of(std::string_view path);
 

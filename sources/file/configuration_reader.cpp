@@ -3,7 +3,6 @@
 #include "sources/file/configuration_reader.h"
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
 
 namespace router_file {
@@ -162,21 +161,10 @@ void read_instance_interfaces(const YAML::Node& value, Instance* instance) {
   });
 }
 
-// As a number or as four octets.
 void read_area(const YAML::Node& value, Instance* instance) {
   const std::string text = read_text(value, "an area");
-  std::uint32_t area = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), area);
-  router::Address address;
-  const bool dotted = text.find('/') == std::string::npos && router::parse_address(text, &address) &&
-                      address.family == router::Family::kIpv4;
-  if (dotted) {
-    area = 0;
-    for (std::size_t octet = 0; octet < 4; ++octet) area = area << 8 | address.octets[octet];
-  } else if (error != std::errc() || end != text.data() + text.size()) {
-    refuse(value.Mark(), quoted(text) + " is no area such as 0 or 0.0.0.10");
-  }
-  instance->number = area;
+  instance->number = vrf_config::parse_area(text);
+  if (!instance->number) refuse(value.Mark(), quoted(text) + " is no area such as 0 or 0.0.0.10");
 }
 
 constexpr Key<Instance> kOspfKeys[] = {

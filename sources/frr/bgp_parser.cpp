@@ -5,7 +5,8 @@
 // instance's default (IPv4 unless "no bgp default ipv4-unicast"). A neighbour that is shut down is configured
 // all the same. Labelled unicast and multicast count as their address family; other families (EVPN) have no
 // place in a VRF's interfaces.
-#include <iterator>
+#include <optional>
+#include <utility>
 
 #include "sources/frr/parser.h"
 
@@ -130,25 +131,25 @@ constexpr LineRule kFamilyEnd[] = {{"exit-address-family", leave_family}};
 
 void open_bgp(Parser& parser, const Words& words) {
   if (!is_vpn(parser, words[4])) return;
-  std::uint32_t as_number = 0;
-  if (!parse_as_number(words[2], &as_number)) {
+  const std::optional<std::uint32_t> as_number = vrf_config::parse_as_number(words[2]);
+  if (!as_number) {
     return parser.mistake("'" + std::string(words[2]) + "' is no AS number");
   }
   parser.stanza = Stanza::kBgp;
   BgpInstance opened;
   opened.vrf = words[4];
-  opened.as_number = as_number;
+  opened.as_number = *as_number;
   parser.config.bgp.push_back(std::move(opened));
 }
 
 void take_bgp_line(Parser& parser, const Words& words) {
   if (!parser.in_family) {
-    take_line(kInstanceLines, std::size(kInstanceLines), parser, words);
+    take_line(kInstanceLines, parser, words);
     return;
   }
-  if (take_line(kFamilyEnd, std::size(kFamilyEnd), parser, words) || parser.family < 0) return;
-  if (take_line(kFamilyLines, std::size(kFamilyLines), parser, words) || !parser.unicast) return;
-  take_line(kVpnLines, std::size(kVpnLines), parser, words);
+  if (take_line(kFamilyEnd, parser, words) || parser.family < 0) return;
+  if (take_line(kFamilyLines, parser, words) || !parser.unicast) return;
+  take_line(kVpnLines, parser, words);
 }
 
 }  // namespace frr

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,13 +42,11 @@ struct LineRule {
 
 Words split_words(std::string_view text);
 // The first rule whose pattern fits takes the line; false when none does.
-bool take_line(const LineRule* rules, std::size_t count, Parser& parser, const Words& words);
+bool take_line(std::span<const LineRule> rules, Parser& parser, const Words& words);
 // False for the default VRF, and after a mistake for what cannot be a VRF's name.
 bool is_vpn(Parser& parser, std::string_view vrf);
 // A whole decimal number up to the limit.
 bool parse_number(std::string_view text, std::uint32_t limit, std::uint32_t* number);
-// "65000", or "1.10" for 65546.
-bool parse_as_number(std::string_view text, std::uint32_t* number);
 
 // The stanzas of BGP: bgp_parser.cpp.
 void open_bgp(Parser& parser, const Words& words);

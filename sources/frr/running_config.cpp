@@ -7,7 +7,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <iterator>
+#include <optional>
+#include <span>
 #include <utility>
 
 #include "sources/frr/parser.h"
@@ -16,7 +17,8 @@ namespace frr {
 
 namespace {
 
-constexpr std::string_view kOnlyProcess = "1";
+constexpr std::uint32_t kOnlyProcess = 1;
+constexpr std::uint32_t kMostProcesses = 65535;  // of OSPF on a router
 
 std::string_view take_word(std::string_view* text) {
   const std::size_t start = text->find_first_not_of(" \t");
@@ -41,10 +43,13 @@ bool matches(std::string_view pattern, const Words& words) {
 
 // "router ospf [INSTANCE] vrf NAME": the instance stands in words[2] when there is one.
 void open_ospf(Parser& parser, const Words& words) {
+  std::uint32_t process = kOnlyProcess;
   if (!is_vpn(parser, words.back())) return;
-  const std::string_view process = words.size() == 5 ? words[2] : kOnlyProcess;
+  if (words.size() == 5 && !parse_number(words[2], kMostProcesses, &process)) {
+    return parser.mistake("'" + std::string(words[2]) + "' is no instance of OSPF");
+  }
   parser.stanza = Stanza::kOspf;
-  parser.config.ospf.push_back({std::string(words.back()), std::string(process)});
+  parser.config.ospf.push_back({std::string(words.back()), std::to_string(process)});
 }
 
 void open_rip(Parser& parser, const Words& words) {
@@ -85,19 +90,6 @@ constexpr LineRule kHeads[] = {
 
 // --- Lines of stanzas ---
 
-// An area as a number or as a dotted quad.
-bool parse_area(std::string_view text, std::uint32_t* area) {
-  if (parse_number(text, 0xffffffff, area)) return true;
-  router::Address quad;
-  if (text.find('/') != std::string_view::npos || !router::parse_address(text, &quad) ||
-      quad.family != router::Family::kIpv4) {
-    return false;
-  }
-  *area = 0;
-  for (unsigned i = 0; i < 4; ++i) *area = *area << 8 | quad.octets[i];
-  return true;
-}
-
 bool parse_network(std::string_view text, router::Address* prefix) {
   return text.find('/') != std::string_view::npos && router::parse_address(text, prefix) &&
          prefix->family == router::Family::kIpv4;
@@ -105,9 +97,11 @@ bool parse_network(std::string_view text, router::Address* prefix) {
 
 void take_ospf_network(Parser& parser, const Words& words) {
   Network network;
-  if (!parse_network(words[1], &network.prefix) || !parse_area(words[3], &network.area)) {
+  const std::optional<std::uint32_t> area = vrf_config::parse_area(words[3]);
+  if (!parse_network(words[1], &network.prefix) || !area) {
     return parser.mistake("no network and area: '" + std::string(parser.line_text) + "'");
   }
+  network.area = *area;
   parser.config.ospf.back().networks.push_back(network);
 }
 
@@ -131,10 +125,10 @@ void take_eigrp_network(Parser& parser, const Words& words) {
   parser.config.eigrp.back().networks.push_back(network);
 }
 
-void take_ospf_area(Parser& parser, std::string_view process, std::string_view text) {
-  std::uint32_t area = 0;
-  if (!parse_area(text, &area)) return parser.mistake("'" + std::string(text) + "' is no area");
-  parser.config.interfaces[parser.interface].ospf.push_back({std::string(process), area});
+void take_ospf_area(Parser& parser, std::uint32_t process, std::string_view text) {
+  const std::optional<std::uint32_t> area = vrf_config::parse_area(text);
+  if (!area) return parser.mistake("'" + std::string(text) + "' is no area");
+  parser.config.interfaces[parser.interface].ospf.push_back({std::to_string(process), *area});
 }
 
 void take_interface_area(Parser& parser, const Words& words) {
@@ -142,7 +136,11 @@ void take_interface_area(Parser& parser, const Words& words) {
 }
 
 void take_interface_instance_area(Parser& parser, const Words& words) {
-  take_ospf_area(parser, words[2], words[4]);
+  std::uint32_t process = 0;
+  if (!parse_number(words[2], kMostProcesses, &process)) {
+    return parser.mistake("'" + std::string(words[2]) + "' is no instance of OSPF");
+  }
+  take_ospf_area(parser, process, words[4]);
 }
 
 // The rest of the line as it stands: a description may have blanks of its own.
@@ -169,31 +167,31 @@ constexpr LineRule kInterfaceLines[] = {
 void open_stanza(Parser& parser, const Words& words) {
   parser.stanza = Stanza::kOther;
   parser.in_family = false;
-  take_line(kHeads, std::size(kHeads), parser, words);
+  take_line(kHeads, parser, words);
+}
+
+std::span<const LineRule> lines_of(Stanza stanza) {
+  switch (stanza) {
+    case Stanza::kOspf:
+      return kOspfLines;
+    case Stanza::kRip:
+      return kRipLines;
+    case Stanza::kEigrp:
+      return kEigrpLines;
+    case Stanza::kVrf:
+      return kVrfLines;
+    case Stanza::kInterface:
+      return kInterfaceLines;
+    case Stanza::kOther:
+    case Stanza::kBgp:  // has lines of a second depth
+      return {};
+  }
+  return {};
 }
 
 void take_stanza_line(Parser& parser, const Words& words) {
-  switch (parser.stanza) {
-    case Stanza::kOther:
-      return;
-    case Stanza::kBgp:
-      return take_bgp_line(parser, words);
-    case Stanza::kOspf:
-      take_line(kOspfLines, std::size(kOspfLines), parser, words);
-      return;
-    case Stanza::kRip:
-      take_line(kRipLines, std::size(kRipLines), parser, words);
-      return;
-    case Stanza::kEigrp:
-      take_line(kEigrpLines, std::size(kEigrpLines), parser, words);
-      return;
-    case Stanza::kVrf:
-      take_line(kVrfLines, std::size(kVrfLines), parser, words);
-      return;
-    case Stanza::kInterface:
-      take_line(kInterfaceLines, std::size(kInterfaceLines), parser, words);
-      return;
-  }
+  if (parser.stanza == Stanza::kBgp) return take_bgp_line(parser, words);
+  take_line(lines_of(parser.stanza), parser, words);
 }
 
 void parse_line(Parser& parser, std::string_view line) {
@@ -217,10 +215,10 @@ Words split_words(std::string_view text) {
   return words;
 }
 
-bool take_line(const LineRule* rules, std::size_t count, Parser& parser, const Words& words) {
-  for (std::size_t i = 0; i < count; ++i) {
-    if (!matches(rules[i].pattern, words)) continue;
-    rules[i].take(parser, words);
+bool take_line(std::span<const LineRule> rules, Parser& parser, const Words& words) {
+  for (const LineRule& rule : rules) {
+    if (!matches(rule.pattern, words)) continue;
+    rule.take(parser, words);
     return true;
   }
   return false;
@@ -238,18 +236,6 @@ bool parse_number(std::string_view text, std::uint32_t limit, std::uint32_t* num
   const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (failure != std::errc() || end != text.data() + text.size() || value > limit) return false;
   *number = value;
-  return true;
-}
-
-bool parse_as_number(std::string_view text, std::uint32_t* number) {
-  const std::size_t dot = text.find('.');
-  if (dot == std::string_view::npos) return parse_number(text, 0xffffffff, number);
-  std::uint32_t high = 0;
-  std::uint32_t low = 0;
-  if (!parse_number(text.substr(0, dot), 65535, &high) || !parse_number(text.substr(dot + 1), 65535, &low)) {
-    return false;
-  }
-  *number = high << 16 | low;
   return true;
 }
 

@@ -239,6 +239,13 @@ TEST(InteriorProtocols, BadNetworksAndAreasAreMistakes) {
   EXPECT_EQ(only_mistake("interface a\n ip ospf area 1.2.3\n"), (Mistake{2, "'1.2.3' is no area"}));
 }
 
+TEST(InteriorProtocols, InstancesOfOspfAreNumbers) {
+  EXPECT_EQ(only_mistake("router ospf x vrf a\n network 10.0.0.0/8 area 0\n"),
+            (Mistake{1, "'x' is no instance of OSPF"}));
+  EXPECT_EQ(only_mistake("router ospf 65536 vrf a\n").line, 1U);
+  EXPECT_EQ(only_mistake("interface a\n ip ospf x area 0\n"), (Mistake{2, "'x' is no instance of OSPF"}));
+}
+
 // --- Interfaces, static routes ---
 
 TEST(Descriptions, AreKeptAsTheyStand) {
