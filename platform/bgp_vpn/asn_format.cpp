@@ -49,9 +49,7 @@ std::vector<std::string> concerned_route_targets(BgpAsnFormat from, BgpAsnFormat
   std::vector<std::string> paths;
   kvtree_config_in_force(vrf_config::kVrfScope, [&](const KvConfigNode& node) {
     const std::optional<vrf_config::Target> target = vrf_config::route_target_of(node.path);
-    if (!target) return;
-    const std::string text = vrf_config::target_text(*target);
-    if (bgp_util_format_rd(text, from) != bgp_util_format_rd(text, to)) paths.push_back(node.path);
+    if (target && format_target(*target, from) != format_target(*target, to)) paths.push_back(node.path);
   });
   return paths;
 }

@@ -1,12 +1,15 @@
-// The AS number format: what is configured, and the telling of a change. Not for other folders. Main thread.
+// The AS number format: what is written in it, what is configured, and the telling of a change. Not for other
+// folders. Main thread.
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "platform/base/status.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
 #include "platform/evm/evm.h"
 #include "platform/kvtree/kvtree.h"
+#include "platform/vrf_config/vrf_config.h"
 
 namespace bgp_vpn {
 
@@ -28,6 +31,9 @@ class ConfiguredFormat {
  private:
   KvConnection* connection_ = nullptr;
 };
+
+// The text of a target or distinguisher.
+std::string format_target(const vrf_config::Target& target, BgpAsnFormat format);
 
 // The format that route targets are extracted in.
 BgpAsnFormat route_target_format();

@@ -200,7 +200,7 @@ TEST(RdText, SmallAsNumbersKeepTheTextOfTheirType) {
 
 TEST(RdText, AddressesAndOtherTextsStayAsTheyStand) {
   for (const char* text :
-       {"10.0.0.1:5", "", "red", ":1", "4294967296:1", "1.65536:1", "1.:1", ".1:1", "-1:1"}) {
+       {"10.0.0.1:5", "", "red", ":1", "4294967296:1", "70000:70000", "1.65536:1", "1.:1", ".1:1", "-1:1"}) {
     EXPECT_EQ(bgp_util_format_rd(text, BgpAsnFormat::kAsdotPlus), text);
   }
 }

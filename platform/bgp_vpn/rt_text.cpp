@@ -2,8 +2,7 @@
 // configuration path.
 //
 // Only the keys of the route target's own type are looked at; a number that does not fit its field of the
-// eight octets is refused, not cut. An AS number of up to 65535 is written plainly in two octets and as "0.N"
-// in four, whatever the format, so that two targets have two texts. Nothing is kept.
+// eight octets is refused, not cut. Nothing is kept.
 #include <cstring>
 
 #include "platform/base/fault.h"
@@ -36,9 +35,10 @@ Status make_as_target(const RequestArgs* args, bool four_octets, std::string* te
   if (const Status status = take_number(args, kAsHigh, largest_high, &high)) return status;
   if (const Status status = take_number(args, kAsLow, UINT16_MAX, &low)) return status;
   if (const Status status = take_number(args, kAsNumber, largest_number, &number)) return status;
-  const std::string target = std::to_string(high << 16 | low) + ":" + std::to_string(number);
-  const bool is_small_in_four = four_octets && high == 0;
-  *text = bgp_util_format_rd(is_small_in_four ? "0." + target : target, bgp_vpn::route_target_format());
+  using Type = vrf_config::Target::Type;
+  const vrf_config::Target target{four_octets ? Type::kFourOctetAs : Type::kTwoOctetAs, high << 16 | low,
+                                  number};
+  *text = bgp_vpn::format_target(target, bgp_vpn::route_target_format());
   return kStatusOk;
 }
 
