@@ -14,9 +14,9 @@
 #include "platform/bgp_vpn/asn_format.h"
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "platform/base/log.h"
@@ -28,8 +28,6 @@ namespace bgp_vpn {
 
 namespace {
 
-std::function<void()> format_changed;
-bool is_replaying = false;
 BgpAsnFormat target_format = BgpAsnFormat::kAsplain;
 
 constexpr BgpAsnFormat kFormats[] = {BgpAsnFormat::kAsplain, BgpAsnFormat::kAsdot, BgpAsnFormat::kAsdotPlus};
@@ -37,11 +35,6 @@ static_assert(std::size(kFormats) == vrf_config::kAsFormats.size());
 
 std::string format_path() {
   return vrf_config::as_format({}).path;
-}
-
-void take_configuration(const KvNotification* notification) {
-  const std::string path = std::string(vrf_config::kBgpCommonScope).append(kvtree_notify_path(notification));
-  if (!is_replaying && format_changed && path == format_path()) format_changed();
 }
 
 // The paths of the route targets that read differently.
@@ -66,25 +59,17 @@ BgpAsnFormat configured_format() {
   return BgpAsnFormat::kAsplain;
 }
 
-Status ConfiguredFormat::start(EventManager* manager, std::function<void()> changed) {
-  stop();
-  const std::string scope(vrf_config::kBgpCommonScope);
-  if (const Status status = kvtree_bind(&connection_, scope.c_str(), kKvBindConfiguration)) return status;
-  is_replaying = true;
-  const Status status =
-      kvtree_register_notification(connection_, "", kKvEventCreated | kKvEventSet | kKvEventDeleted,
-                                   take_configuration, manager, 0, 0, 0, nullptr);
-  is_replaying = false;
-  format_changed = std::move(changed);
-  if (status != kStatusOk) stop();
+// What exists is told before this returns, and is no change.
+Status ConfiguredFormat::start(EventManager* manager, const std::function<void()>& changed) {
+  const auto is_replaying = std::make_shared<bool>(true);
+  const auto take = [is_replaying, changed](const KvNotification* notification) {
+    const std::string path =
+        std::string(vrf_config::kBgpCommonScope).append(kvtree_notify_path(notification));
+    if (!*is_replaying && path == format_path()) changed();
+  };
+  const Status status = nodes_.follow(vrf_config::kBgpCommonScope, manager, take);
+  *is_replaying = false;
   return status;
-}
-
-void ConfiguredFormat::stop() {
-  if (connection_ == nullptr) return;
-  if (const Status status = kvtree_unbind(std::exchange(connection_, nullptr)))
-    log_line("bgp_vpn: the format of AS numbers is still followed: %s", err_text(status));
-  format_changed = nullptr;
 }
 
 BgpAsnFormat route_target_format() {

@@ -8,7 +8,7 @@
 #include "platform/base/status.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
 #include "platform/evm/evm.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/kvtree/followed_nodes.h"
 #include "platform/vrf_config/vrf_config.h"
 
 namespace bgp_vpn {
@@ -16,20 +16,15 @@ namespace bgp_vpn {
 // The configured format; asplain when there is none.
 BgpAsnFormat configured_format();
 
-// Says when to look at configured_format() again. One at a time.
+// Says when to look at configured_format() again.
 class ConfiguredFormat {
  public:
-  ConfiguredFormat() = default;
-  ~ConfiguredFormat() { stop(); }
-  ConfiguredFormat(const ConfiguredFormat&) = delete;
-  ConfiguredFormat& operator=(const ConfiguredFormat&) = delete;
-
   // `changed` is called on the manager's loop. The data store's failures; nothing is followed then.
-  [[nodiscard]] Status start(EventManager* manager, std::function<void()> changed);
-  void stop();
+  [[nodiscard]] Status start(EventManager* manager, const std::function<void()>& changed);
+  void stop() { nodes_.stop(); }
 
  private:
-  KvConnection* connection_ = nullptr;
+  FollowedNodes nodes_;
 };
 
 // The text of a target or distinguisher.

@@ -320,8 +320,7 @@ TEST_F(ConfiguredFormat, FailedEndOfTheSubscriptionIsLogged) {
   fault_arm("kvtree_unbind", kStatusIo);
   ::testing::internal::CaptureStderr();
   bgp_vpn_rd_unregister_cb();
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-              HasSubstr("the format of AS numbers is still followed"));
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("/cfg/gl/bgp-common/ is still followed"));
   Commit({Format("asdot")});
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
 }

@@ -2,34 +2,12 @@
 // registers; notifications only say when to look again.
 #include "platform/bgp_vpn/configured_rd.h"
 
-#include <iterator>
+#include <optional>
 #include <utility>
 
-#include "platform/base/log.h"
 #include "platform/vrf_config/vrf_config.h"
 
 namespace bgp_vpn {
-
-namespace {
-
-constexpr char kPattern[] = "vrf/<s>/ord_z/afi_safi/<n>/<n>/default/ord_b/bgp/ord_a/rd";
-
-ConfiguredRds* follower = nullptr;
-
-void notify_rd(const KvNotifyInfo*, const RequestArgs* args) {
-  if (follower != nullptr && !kvtree_absent(args, 0)) follower->take_in(args->arg[0].text);
-}
-
-constexpr KvRoute kRoutes[] = {{kPattern, {0, notify_rd, nullptr, nullptr, nullptr}}};
-constexpr KvRoutingTable kTable{kRoutes, std::size(kRoutes)};
-
-// Most of what changes below the scope is something else.
-void take_configuration(const KvNotification* notification) {
-  if (std::string_view(kvtree_notify_info(notification)->item_name) == "rd")
-    kvtree_match_notify(notification, &kTable);
-}
-
-}  // namespace
 
 std::string text_in_force(const std::string& path) {
   std::string text;
@@ -48,26 +26,29 @@ std::string configured_rd(std::string_view vrf) {
 }
 
 Status ConfiguredRds::start(EventManager* manager, Changed changed) {
-  const std::string scope(vrf_config::kVrfScope);
-  if (const Status status = kvtree_bind(&connection_, scope.c_str(), kKvBindConfiguration)) return status;
-  follower = this;
-  replaying_ = true;
   const Status status =
-      kvtree_register_notification(connection_, "", kKvEventCreated | kKvEventSet | kKvEventDeleted,
-                                   take_configuration, manager, 0, 0, 0, nullptr);
-  replaying_ = false;
-  changed_ = std::move(changed);
-  if (status != kStatusOk) stop();
+      nodes_.follow(vrf_config::kVrfScope, manager, [this](const KvNotification* notification) {
+        // Most of what changes below the scope is something else.
+        if (std::string_view(kvtree_notify_info(notification)->item_name) == "rd")
+          take_notification(kvtree_notify_path(notification));
+      });
+  if (status == kStatusOk) {
+    changed_ = std::move(changed);
+  } else {
+    stop();
+  }
   return status;
 }
 
 void ConfiguredRds::stop() {
-  if (connection_ == nullptr) return;
-  if (const Status status = kvtree_unbind(std::exchange(connection_, nullptr)))
-    log_line("bgp_vpn: the configuration is still bound: %s", err_text(status));
-  follower = nullptr;
+  nodes_.stop();
   changed_ = nullptr;
   told_.clear();
+}
+
+void ConfiguredRds::take_notification(std::string_view path) {
+  const std::optional<std::string> vrf = vrf_config::vrf_of(std::string(vrf_config::kVrfScope).append(path));
+  if (vrf) take_in(*vrf);
 }
 
 std::string ConfiguredRds::told(const std::string& vrf) const {
@@ -84,7 +65,7 @@ void ConfiguredRds::take_in(const std::string& vrf) {
   } else {
     told_[vrf] = now;
   }
-  if (!replaying_ && changed_) changed_(vrf, before);
+  if (changed_) changed_(vrf, before);
 }
 
 }  // namespace bgp_vpn

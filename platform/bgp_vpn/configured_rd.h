@@ -9,7 +9,7 @@
 
 #include "platform/base/status.h"
 #include "platform/evm/evm.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/kvtree/followed_nodes.h"
 
 namespace bgp_vpn {
 
@@ -19,14 +19,10 @@ std::string configured_rd(std::string_view vrf);
 // The text of the node of exactly this path that is in force; empty for none, and for another type.
 std::string text_in_force(const std::string& path);
 
-// What the notifications of the tree have told so far, by VRF. One at a time.
+// What the notifications of the tree have told so far, by VRF.
 class ConfiguredRds {
  public:
   using Changed = std::function<void(const std::string& vrf, const std::string& before)>;
-  ConfiguredRds() = default;
-  ~ConfiguredRds() { stop(); }
-  ConfiguredRds(const ConfiguredRds&) = delete;
-  ConfiguredRds& operator=(const ConfiguredRds&) = delete;
 
   // Takes in what exists without telling it; from then on `changed` is called on the manager's loop when
   // another RD is configured than was told before. The data store's failures; nothing is followed then.
@@ -35,13 +31,13 @@ class ConfiguredRds {
   // As far as it was told; empty for none.
   std::string told(const std::string& vrf) const;
   const std::map<std::string, std::string>& all() const { return told_; }
-  // Takes in what is configured now; for the notifications.
-  void take_in(const std::string& vrf);
 
  private:
-  KvConnection* connection_ = nullptr;
-  Changed changed_;
-  bool replaying_ = false;
+  void take_notification(std::string_view path);
+  void take_in(const std::string& vrf);
+
+  FollowedNodes nodes_;
+  Changed changed_;  // none while what exists is told
   std::map<std::string, std::string> told_;
 };
 

@@ -238,8 +238,7 @@ TEST_F(ConfiguredRd, FailedEndOfTheSubscriptionIsLogged) {
   fault_arm("kvtree_unbind", kStatusIo);
   ::testing::internal::CaptureStderr();
   bgp_vpn_rd_unregister_cb();
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-              HasSubstr("bgp_vpn: the configuration is still bound"));
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("/cfg/gl/vmap/ is still followed"));
   Configure("red", "65000:2");
   EXPECT_THAT(TakeTold(), IsEmpty());
 }
