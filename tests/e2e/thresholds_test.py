@@ -4,6 +4,7 @@ import time
 import unittest
 
 from system import BIN, L3VPN, SLOW, System, name_index, wait_until
+from trap_case import TrapCase
 
 ROUTER = """
 vrfs:
@@ -30,42 +31,28 @@ def threshold_trap(number, vrf, routes, threshold):
     return (number, [((1, 3, 1, 1, 3) + name, str(routes)), ((1, 2, 2, 1, column) + name, str(threshold))])
 
 
-class Thresholds(unittest.TestCase):
-    def setUp(self):
-        self.system = System(ROUTER)
-        self.addCleanup(self.system.__exit__, None, None, None)
-        self.system.start_trapd()
-        self.system.start_all()
-        self.config("set", "traps", "all")
-        self.expected = []
+class Thresholds(TrapCase):
+    ROUTER = ROUTER
 
-    def config(self, *words):
-        self.system.cli("config", *words, check=True)
+    def setUp(self):
+        super().setUp()
+        self.config("set", "traps", "all")
 
     def limit(self, vrf, maximum, mid, family="ipv4"):
         self.config("set", "vrf", vrf, "threshold", family, str(maximum), str(mid))
 
     def add_routes(self, vrf, *numbers):
         for number in numbers:
-            self.system.cli("router", "add-route", vrf, f"10.{number}.0.0/16", "via", "10.0.0.2", check=True)
+            self.router("add-route", vrf, f"10.{number}.0.0/16", "via", "10.0.0.2")
 
     def delete_routes(self, vrf, *numbers):
         for number in numbers:
-            self.system.cli("router", "delete-route", vrf, f"10.{number}.0.0/16", "via", "10.0.0.2", check=True)
-
-    def comes(self, *traps):
-        """These traps and no others come next, in this order."""
-        self.expected += traps
-        try:
-            wait_until(f"{len(self.expected)} traps", lambda: self.system.traps() == self.expected, 15)
-        except AssertionError:
-            self.assertEqual(self.system.traps(), self.expected)
-            raise
+            self.router("delete-route", vrf, f"10.{number}.0.0/16", "via", "10.0.0.2")
 
     def nothing_else_comes(self):
         """A trap raised now is the next one to arrive: nothing was on its way before it."""
-        self.system.cli("router", "down", "ge0", check=True)
-        self.system.cli("router", "up", "ge0", check=True)
+        self.router("down", "ge0")
+        self.router("up", "ge0")
         seen = wait_until("the traps behind", lambda: [trap for trap in self.system.traps() if trap[0] == 1], 15)
         self.assertEqual(len(seen), 1)
         self.assertEqual([trap for trap in self.system.traps() if trap[0] not in (1, 2)], self.expected)
@@ -139,14 +126,14 @@ class Thresholds(unittest.TestCase):
     def test_many_routes_at_once_are_one_crossing_each(self):
         self.limit("red", 50000, 30000)
         self.system.router_file.write_text(GENERATED.format(routes=60000))
-        self.system.cli("router", "reload", check=True)
+        self.router("reload")
         wait_until("both", lambda: len(self.system.traps()) >= 2, 60)
         (mid, mid_values), (maximum, maximum_values) = self.system.traps()
         self.assertEqual((mid, maximum), (MID, MAXIMUM))
         self.assertGreater(int(mid_values[0][1]), 30000)
         self.assertGreaterEqual(int(maximum_values[0][1]), 50000)
         self.system.router_file.write_text(GENERATED.format(routes=10))
-        self.system.cli("router", "reload", check=True)
+        self.router("reload")
         wait_until("the clearing", lambda: len(self.system.traps()) >= 3, 60)
         cleared, values = self.system.traps()[2]
         self.assertEqual(cleared, CLEARED)
@@ -158,7 +145,7 @@ class Thresholds(unittest.TestCase):
         self.limit("red", 50, 30)
         self.config("set", "traps", "notif-reissue-time", "1")
         self.system.router_file.write_text(GENERATED.format(routes=60))
-        self.system.cli("router", "reload", check=True)
+        self.router("reload")
         wait_until("the maximum", lambda: MAXIMUM in [trap[0] for trap in self.system.traps()], 15)
         self.system.kill("daemon")
         before = len(self.system.traps())
@@ -167,7 +154,7 @@ class Thresholds(unittest.TestCase):
         later = [trap for trap in self.system.traps()[before:] if trap[0] == MAXIMUM]
         self.assertEqual(later[-1], threshold_trap(MAXIMUM, "red", 60, 50))
         self.system.router_file.write_text(GENERATED.format(routes=10))
-        self.system.cli("router", "reload", check=True)
+        self.router("reload")
         wait_until("the clearing", lambda: self.system.traps()[-1][0] == CLEARED, 15)
         self.assertEqual([trap for trap in self.system.traps() if trap[0] == CLEARED],
                          [threshold_trap(CLEARED, "red", 10, 50)])

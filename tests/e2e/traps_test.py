@@ -5,7 +5,8 @@ import json
 import subprocess
 import unittest
 
-from system import BIN, SLOW, System, name_index, wait_until
+from system import BIN, SLOW, name_index, wait_until
+from trap_case import TrapCase
 from trap_sink import TrapSink
 from wire import Client
 
@@ -28,20 +29,12 @@ def vrf_trap(number, vrf, index):
     return (number, [((1, 2, 1, 1, 5) + name + (index,), "1"), ((1, 2, 2, 1, 6) + name, str(number))])
 
 
-class Traps(unittest.TestCase):
+class Traps(TrapCase):
+    ROUTER = ROUTER
+
     def setUp(self):
-        self.system = System(ROUTER)
-        self.addCleanup(self.system.__exit__, None, None, None)
-        self.system.start_trapd()
-        self.system.start_all()
-        self.expected = []
+        super().setUp()
         self.repeated_from = 0
-
-    def config(self, *words):
-        self.system.cli("config", *words, check=True)
-
-    def router(self, *words):
-        self.system.cli("router", *words, check=True)
 
     def flap(self, times=1):
         for _ in range(times):
@@ -62,15 +55,6 @@ class Traps(unittest.TestCase):
                 self.expected, self.repeated_from = received, 0
                 return True
         return False
-
-    def comes(self, *traps):
-        """These traps and no others come next, in this order."""
-        self.expected += traps
-        try:
-            wait_until(f"{len(self.expected)} traps", self.came, 15)
-        except AssertionError:
-            self.assertEqual(self.system.traps(), self.expected)
-            raise
 
     def nothing_else_comes(self):
         """A trap raised now is the next one to arrive: nothing was on its way before it."""
