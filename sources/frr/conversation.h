@@ -52,6 +52,7 @@ class Conversation {
   // "frr_conversation_ask".
   [[nodiscard]] Status ask(EventManager* manager, Heard heard);
   void end();  // ends the shell; an awaited answer does not come
+  bool awaits_answer() const { return heard_ != nullptr; }
 
  private:
   Status start_shell();

@@ -100,6 +100,11 @@ Status FrrSource::start(EventManager* manager) {
   return kStatusOk;
 }
 
+std::size_t FrrSource::awaited_answers() const {
+  const auto awaits = [](const auto& follower) { return follower->conversation.awaits_answer(); };
+  return static_cast<std::size_t>(std::count_if(followers_.begin(), followers_.end(), awaits));
+}
+
 Status FrrSource::forget() {
   return kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), {},
                                "the routing suite is not followed");
@@ -151,7 +156,6 @@ void FrrSource::lose(Follower& follower, const std::string& reason) {
   }
   follower.silence_said = follower.answered;
   follower.answering = false;
-  follower.settling = true;
   if (!follower.answered) follower.pause = std::min(follower.pause * 2, options_.longest_pause);
 }
 

@@ -46,6 +46,9 @@ class FrrSource {
   // must outlive the source. kStatusExists when it was started before. Fault point "frr_source_start".
   [[nodiscard]] Status start(EventManager* manager);
 
+  // How many programs were asked and have not answered yet.
+  std::size_t awaited_answers() const;
+
   // For routers that do not follow the suite (any more): lets go of what it held.
   [[nodiscard]] static Status forget();
 
