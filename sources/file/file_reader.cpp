@@ -6,7 +6,10 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <system_error>
 #include <utility>
+
+#include "platform/base/fault.h"
 
 namespace router_file {
 
@@ -66,15 +69,31 @@ void BackgroundReader::start() {
 }
 
 void BackgroundReader::run() {
-  thread_ = std::thread([manager = manager_, path = path_, self = std::weak_ptr<BackgroundReader*>(self_)] {
-    block_signals();
-    auto reading = std::make_shared<Reading>(read(path));
-    event_post(manager, [self, reading] {
-      if (const std::shared_ptr<BackgroundReader*> reader = self.lock()) {
-        (*reader)->finished(std::move(*reading));
-      }
+  const Status status = start_thread();
+  if (status == kStatusOk) return;
+  Reading reading;
+  reading.status = status;
+  reading.error = path_ + ": no thread to read it: " + err_text(status);
+  is_wanted_ = false;
+  done_(std::move(reading));
+}
+
+Status BackgroundReader::start_thread() {
+  if (const Status status = fault_check("file_reader_thread")) return status;
+  try {
+    thread_ = std::thread([manager = manager_, path = path_, self = std::weak_ptr<BackgroundReader*>(self_)] {
+      block_signals();
+      auto reading = std::make_shared<Reading>(read(path));
+      event_post(manager, [self, reading] {
+        if (const std::shared_ptr<BackgroundReader*> reader = self.lock()) {
+          (*reader)->finished(std::move(*reading));
+        }
+      });
     });
-  });
+  } catch (const std::system_error& failure) {
+    return static_cast<Status>(failure.code().value());
+  }
+  return kStatusOk;
 }
 
 void BackgroundReader::finished(Reading reading) {

@@ -36,7 +36,8 @@ class BackgroundReader {
   BackgroundReader(const BackgroundReader&) = delete;
   BackgroundReader& operator=(const BackgroundReader&) = delete;
 
-  // Asks for the file as it is from now on: a read that is under way is done again.
+  // Asks for the file as it is from now on: a read that is under way is done again. When there is no thread
+  // to be had, that is the result, from inside this call. Fault point "file_reader_thread".
   void start();
   // What is under way is of no interest any more.
   void forget() { is_wanted_ = false; }
@@ -44,6 +45,7 @@ class BackgroundReader {
 
  private:
   void run();
+  Status start_thread();
   void finished(Reading reading);
 
   EventManager* manager_;

@@ -261,6 +261,21 @@ TEST_F(RouterOnDisk, SourceThatEndsWaitsForItsRead) {
   EXPECT_FALSE(Has("blue"));
 }
 
+TEST_F(RouterOnDisk, ChangeThatNoThreadCanReadIsLoggedAndTheNextOneIsRead) {
+  StartWith(kRed);
+  testing::internal::CaptureStderr();
+  {
+    const ScopedFault fault("file_reader_thread", kStatusNoMemory);
+    Replace(kBlue);
+    EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  }
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(path_ + ": no thread to read it: "));
+  EXPECT_FALSE(source_->is_reading());
+  EXPECT_TRUE(Has("red"));
+  Replace(kBlue);
+  EXPECT_TRUE(Appears("blue"));
+}
+
 TEST_F(RouterOnDisk, FolderThatGoesAwayIsLogged) {
   StartWith(kRed);
   testing::internal::CaptureStderr();
