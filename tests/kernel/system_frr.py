@@ -17,10 +17,8 @@ import sys
 import time
 import unittest
 
-os.environ["MPLS_TEST_BIN"] = os.path.abspath(sys.argv.pop(1))
-os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms here
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
-from system import IF_CONF, L3VPN, System, bits, expected_if_conf, name_index, oid_tuple, wait_until  # noqa: E402
+from guest_system import GuestSystemTest  # before system
+from system import IF_CONF, L3VPN, bits, expected_if_conf, name_index, oid_tuple, wait_until
 
 VRFS = {"red": 10, "blue": 20, "green": 1030}
 ENTRIES = {name: oid_tuple(L3VPN) + tail for name, tail in
@@ -184,7 +182,7 @@ ipv6 route 2001:db8:ff::1/128 2001:db8:c2::2 label 1101
 """ + core_bgp("10.255.0.2", "10.255.0.1", "2001:db8:ff::2", "2001:db8:ff::1") + """
 router bgp 65000 vrf red
  bgp router-id 10.21.0.1
- address-family ipv4 unicast
+""" + "".join(f""" address-family {family} unicast
   redistribute connected
   label vpn export auto
   rd vpn export 65000:110
@@ -192,16 +190,7 @@ router bgp 65000 vrf red
   export vpn
   import vpn
  exit-address-family
- address-family ipv6 unicast
-  redistribute connected
-  label vpn export auto
-  rd vpn export 65000:110
-  rt vpn both 65000:10
-  export vpn
-  import vpn
- exit-address-family
-exit
-"""
+""" for family in ("ipv4", "ipv6")) + "exit\n"
 
 
 def run(*words, text=None):
@@ -282,7 +271,7 @@ def prepare_routers():
         run(*(("ip", "netns", "exec", *inside) if inside else ()), "sysctl", "-qw", f"net.mpls.conf.{interface}.input=1")
 
 
-class Edge(unittest.TestCase):
+class Edge(GuestSystemTest):
     """PE1: what its suite shows, and what its MIB shows."""
     maxDiff = None
 
@@ -294,13 +283,12 @@ class Edge(unittest.TestCase):
         for suite in (cls.suite, cls.other):
             suite.start()
             suite.load()
-        cls.system = System(source="kernel")
-        cls.system.start_all()
+        super().setUpClass()
 
     @classmethod
     def tearDownClass(cls):
         print(cls.system.log("daemon"), flush=True)
-        cls.system.__exit__(None)
+        super().tearDownClass()
         cls.other.stop()
         cls.suite.stop()
 

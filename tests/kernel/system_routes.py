@@ -7,17 +7,13 @@ be what `ip -j route show vrf` says.
 """
 import ipaddress
 import os
-import pathlib
 import subprocess
-import sys
 import unittest
 
-os.environ["MPLS_TEST_BIN"] = os.path.abspath(sys.argv.pop(1))
-os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms here
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
-from route_life import LOCAL, kernel_routes  # noqa: E402
-from system import L3VPN, System, name_index, oid_tuple, wait_until  # noqa: E402
-from vrf_life import batch  # noqa: E402
+from guest_system import GuestSystemTest  # before system
+from route_life import LOCAL, kernel_routes
+from system import L3VPN, name_index, oid_tuple, wait_until
+from vrf_life import batch
 
 ROUTE_ENTRY = oid_tuple(L3VPN) + (1, 4, 1, 1)
 NUMBER = L3VPN + ".1.3.1.1.3."
@@ -68,16 +64,7 @@ def no_hop_is_empty(address):
     return "" if address in ("0.0.0.0", "::") else address
 
 
-class RoutesOnAKernel(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.system = System(source="kernel")
-        cls.system.start_all()
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.system.__exit__(None)
-
+class RoutesOnAKernel(GuestSystemTest):
     def difference(self):
         """What the system shows that the kernel has not, or the other way round; empty when they agree."""
         routes = kernel_routes()

@@ -7,16 +7,13 @@ finds to be unique seconds later) must add none. That none is on its way is show
 taken down and up then: the kernel tells its changes in order, and so does the daemon.
 """
 import json
-import os
 import pathlib
 import subprocess
-import sys
 import unittest
 
-os.environ["MPLS_TEST_BIN"] = os.path.abspath(sys.argv.pop(1))
-os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms here
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
-from system import BIN, System, wait_until  # noqa: E402
+import guest_system  # noqa: F401 (before system)
+from system import BIN, System, wait_until
+from vrf_life import batch, ip_json
 
 APART = ("link add apart type vrf table 99", "link set apart up", "link add a0 type dummy",
          "link set a0 addrgenmode none", "addr add 10.99.0.1/24 dev a0", "link set a0 master apart", "link set a0 up")
@@ -24,8 +21,7 @@ VRFS = ("link add red type vrf table 10", "link set red up", "link add blue type
 
 
 def links():
-    shown = subprocess.run(["ip", "-j", "addr", "show"], check=True, capture_output=True).stdout
-    return {link["ifname"]: link for link in json.loads(shown) if link}
+    return {link["ifname"]: link for link in ip_json("addr", "show")}
 
 
 def addresses(name, family):
@@ -60,7 +56,7 @@ class TrapsOnAKernel(unittest.TestCase):
 
     def ip(self, *commands):
         """The commands in one process, so close together that the daemon may see only where they end."""
-        subprocess.run(["ip", "-batch", "-"], input="\n".join(commands) + "\n", text=True, check=True)
+        batch(commands)
         self.index.update({name: link["ifindex"] for name, link in links().items()})
 
     def told(self):

@@ -4,22 +4,12 @@
 Daemon, stock snmpd, sub-agent and command line follow the kernel through the life of three VRFs; after every step the
 SNMP walk and the command line must equal what `ip -j link` shows.
 """
-import json
-import os
-import pathlib
 import subprocess
-import sys
 import unittest
 
-os.environ["MPLS_TEST_BIN"] = os.path.abspath(sys.argv.pop(1))
-os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms here
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
-from system import IF_CONF, L3VPN, SCALARS, System, expected_if_conf, name_index, wait_until  # noqa: E402
-
-
-def ip_json(*words):
-    return [link for link in json.loads(subprocess.run(["ip", "-j", "-d", *words], check=True,
-                                                       capture_output=True).stdout) if link]
+from guest_system import GuestSystemTest  # before system
+from system import IF_CONF, L3VPN, SCALARS, expected_if_conf, name_index, wait_until
+from vrf_life import batch, ip_json
 
 
 def members():
@@ -44,16 +34,7 @@ def active_vrfs():
     return active
 
 
-class SystemOnAKernel(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.system = System(source="kernel")
-        cls.system.start_all()
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.system.__exit__(None)
-
+class SystemOnAKernel(GuestSystemTest):
     def shown(self):
         """What the walk and the command line show; None while they differ from each other."""
         rows = self.system.cli_json("show", "interfaces")
@@ -71,7 +52,7 @@ class SystemOnAKernel(unittest.TestCase):
         return self.shown() == members()
 
     def step(self, *commands):
-        subprocess.run(["ip", "-batch", "-"], input="\n".join(commands) + "\n", text=True, check=True)
+        batch(commands)
         wait_until("; ".join(commands), self.agrees, 10)
         print(f"{'; '.join(commands)}: {len(vrfs())} VRFs, {len(active_vrfs())} active, {len(members())} members")
 

@@ -1,0 +1,27 @@
+"""For the system_*.py tests: the whole system in the guest.
+
+Stands before the imports from tests/e2e: it takes BIN_DIRECTORY from the command line, which system.py looks for in the
+environment when it is imported.
+"""
+import os
+import pathlib
+import sys
+import unittest
+
+os.environ["MPLS_TEST_BIN"] = os.path.abspath(sys.argv.pop(1))
+os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms here
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
+from system import System  # noqa: E402
+
+
+class GuestSystemTest(unittest.TestCase):
+    """One system that follows the kernel, for all the tests of a class."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.system = System(source="kernel")
+        cls.system.start_all()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.system.__exit__(None)
