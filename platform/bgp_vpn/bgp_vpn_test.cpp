@@ -5,65 +5,16 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <memory>
 #include <vector>
 
-#include "platform/base/fault.h"
-#include "platform/evm/test_run_directory.h"
+#include "platform/bgp_vpn/rd_test_support.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
 
-std::vector<std::string> calls;
-
-void NoteCall(std::uint32_t set, const char* vrf_name, const char* rd) {
-  calls.push_back((set != 0 ? "set " : "deletion ") + std::string(vrf_name) + " " +
-                  (rd == nullptr ? "-" : rd));
-}
-
-class BgpVpn : public ::testing::Test {
- protected:
-  BgpVpn() : manager_(event_manager_create("/dev/test/main", 0), event_manager_destroy) {
-    calls.clear();
-    bgp_vpn_attach(&router_);
-  }
-  ~BgpVpn() override {
-    bgp_vpn_rd_unregister_cb();
-    bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
-    bgp_vpn_attach(nullptr);
-  }
-
-  void AddVrf(const std::string& name, const std::string& rd) {
-    vrf_.name = name;
-    vrf_.id += 10;
-    vrf_.rd = rd;
-    ASSERT_EQ(router_.create_vrf(vrf_), kStatusOk);
-  }
-  void ChangeRd(const std::string& name, const std::string& rd) {
-    router::Vrf vrf = *router_.find_vrf(name);
-    vrf.rd = rd;
-    ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
-  }
-  std::string Rd(const std::string& name) {
-    std::array<char, 51> text{};
-    const Status status = bgp_vpn_rd_get(name.c_str(), text.data(), text.size());
-    return status == kStatusOk ? text.data() : err_text(status);
-  }
-  // Without what is told at once.
-  void Register() {
-    const std::vector<std::string> before = calls;
-    ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteCall), kStatusOk);
-    calls = before;
-  }
-  void Run() { event_run_pending(manager_.get()); }
-
-  TestRunDirectory directory_;
-  std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
-  router::Router router_;
-  router::Vrf vrf_;
-};
+class BgpVpn : public RdTest {};
 
 TEST_F(BgpVpn, RdOfAVrfIsItsText) {
   AddVrf("red", "65000:100");
@@ -89,10 +40,10 @@ TEST_F(BgpVpn, ChangesAreToldOnTheLoop) {
   AddVrf("red", "65000:1");
   Register();
   ChangeRd("red", "65000:2");
-  EXPECT_THAT(calls, ElementsAre()) << "before the loop ran";
+  EXPECT_THAT(told(), ElementsAre()) << "before the loop ran";
   ChangeRd("red", "");
   Run();
-  EXPECT_THAT(calls, ElementsAre("set red 65000:2", "deletion red -"));
+  EXPECT_THAT(told(), ElementsAre("set red 65000:2", "deletion red -"));
 }
 
 TEST_F(BgpVpn, WhatExistsIsToldBeforeTheRegistrationReturns) {
@@ -100,27 +51,25 @@ TEST_F(BgpVpn, WhatExistsIsToldBeforeTheRegistrationReturns) {
   AddVrf("none", "");
   AddVrf("blue", "4200000000:1");
   bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
-  ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteCall), kStatusOk);
-  EXPECT_THAT(calls, UnorderedElementsAre("set red 65000:1", "set blue 64086.59904:1"));
+  ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusOk);
+  EXPECT_THAT(told(), UnorderedElementsAre("set red 65000:1", "set blue 64086.59904:1"));
 }
 
 TEST_F(BgpVpn, RdOfACreationIsToldOnTheLoop) {
   Register();
   AddVrf("red", "65000:1");
   AddVrf("none", "");
-  EXPECT_THAT(calls, ElementsAre()) << "before the loop ran";
+  EXPECT_THAT(told(), ElementsAre()) << "before the loop ran";
   Run();
-  EXPECT_THAT(calls, ElementsAre("set red 65000:1"));
+  EXPECT_THAT(told(), ElementsAre("set red 65000:1"));
 }
 
 TEST_F(BgpVpn, OtherChangesAreNotTold) {
   AddVrf("red", "65000:1");
   Register();
-  router::Vrf vrf = *router_.find_vrf("red");
-  vrf.description = "other";
-  ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+  router::ChangeVrf(&router_, "red", &router::Vrf::description, "other");
   Run();
-  EXPECT_THAT(calls, ElementsAre());
+  EXPECT_THAT(told(), ElementsAre());
 }
 
 TEST_F(BgpVpn, EndedRegistrationHearsNothingMore) {
@@ -130,8 +79,8 @@ TEST_F(BgpVpn, EndedRegistrationHearsNothingMore) {
   bgp_vpn_rd_unregister_cb();
   Register();
   Run();
-  EXPECT_THAT(calls, ElementsAre()) << "what was posted for the registration that ended";
-  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteCall), kStatusExists);
+  EXPECT_THAT(told(), ElementsAre()) << "what was posted for the registration that ended";
+  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusExists);
 }
 
 TEST_F(BgpVpn, FormatChangesTakeEffectOnTheLoopAndAreTold) {
@@ -145,7 +94,7 @@ TEST_F(BgpVpn, FormatChangesTakeEffectOnTheLoopAndAreTold) {
   EXPECT_EQ(Rd("red"), "64086.59904:30");
   EXPECT_EQ(Rd("blue"), "65000:1");
   Run();
-  EXPECT_THAT(calls, ElementsAre("set red 64086.59904:30"));
+  EXPECT_THAT(told(), ElementsAre("set red 64086.59904:30"));
 }
 
 TEST_F(BgpVpn, FormatWithoutNotificationsTakesEffectAtOnce) {
@@ -164,7 +113,7 @@ TEST_F(BgpVpn, NullArgumentsAreInvalid) {
   std::array<char, 8> text{};
   EXPECT_EQ(bgp_vpn_rd_get(nullptr, text.data(), text.size()), kStatusInvalid);
   EXPECT_EQ(bgp_vpn_rd_get("red", nullptr, 8), kStatusInvalid);
-  EXPECT_EQ(bgp_vpn_rd_register_cb(nullptr, &NoteCall), kStatusInvalid);
+  EXPECT_EQ(bgp_vpn_rd_register_cb(nullptr, &Note), kStatusInvalid);
   EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), nullptr), kStatusInvalid);
   EXPECT_EQ(bgp_util_asn_format_init_notify(nullptr), kStatusInvalid);
 }
@@ -175,7 +124,7 @@ TEST_F(BgpVpn, EveryOperationHasItsFaultPoint) {
   fault_arm("bgp_vpn_rd_register_cb", kStatusIo);
   fault_arm("bgp_util_asn_format_init_notify", kStatusIo);
   EXPECT_EQ(Rd("red"), err_text(kStatusIo));
-  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteCall), kStatusIo);
+  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusIo);
   EXPECT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusIo);
   fault_disarm_all();
   Register();  // the refused registration left no callback behind

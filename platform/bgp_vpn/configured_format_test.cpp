@@ -5,15 +5,12 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/base/fault.h"
-#include "platform/bgp_vpn/bgp_vpn.h"
-#include "platform/evm/test_run_directory.h"
+#include "platform/bgp_vpn/rd_test_support.h"
 #include "platform/kvtree/config.h"
 #include "platform/vrf_config/vrf_config.h"
 
@@ -65,40 +62,16 @@ void take_notification(const KvNotification* notification) {
   kvtree_match_notify(notification, &kTable);
 }
 
-class ConfiguredFormat : public ::testing::Test {
+class ConfiguredFormat : public RdTest {
  protected:
-  ConfiguredFormat() : manager_(event_manager_create("/dev/test/main", 0), event_manager_destroy) {
-    kvtree_reset();
-    bgp_vpn_attach(&router_);
-    table() = {};
-    rds().clear();
-  }
-  ~ConfiguredFormat() override {
-    fault_disarm_all();
-    bgp_vpn_rd_unregister_cb();
-    bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
-    bgp_vpn_attach(nullptr);
-    kvtree_reset();
-  }
+  ConfiguredFormat() { table() = {}; }
   static TargetTable& table() { return TargetTable::instance(); }
-  static std::vector<std::string>& rds() {
-    static std::vector<std::string> all;
-    return all;
-  }
-  static void NoteRd(std::uint32_t, const char* vrf, const char* rd) {
-    rds().push_back(std::string(vrf) + " " + (rd == nullptr ? "-" : rd));
-  }
-
   void Follow() const { ASSERT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusOk); }
   void Subscribe() {
     ASSERT_EQ(kvtree_bind(&connection_, "/cfg/gl/vmap/", kKvBindConfiguration), kStatusOk);
     ASSERT_EQ(kvtree_register_notification(connection_, "", kKvEventCreated | kKvEventSet | kKvEventDeleted,
                                            take_notification, manager_.get(), 0, 0, 0, nullptr),
               kStatusOk);
-  }
-  void RegisterRds() const {
-    ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &NoteRd), kStatusOk);
-    rds().clear();
   }
   // Not delivered before Run().
   static void Post(const std::vector<KvConfigChange>& changes, std::string_view owner = kConfigOwnerCli) {
@@ -119,16 +92,9 @@ class ConfiguredFormat : public ::testing::Test {
     return {node.path, node.value};
   }
   static KvConfigChange NoTarget(const std::string& text) { return {Target(text).path, std::nullopt}; }
-  void Run() const {
-    while (event_run_pending(manager_.get())) {
-    }
-  }
   static std::vector<std::string> Rows() { return {table().rows.begin(), table().rows.end()}; }
-  static std::vector<std::string> TakeTold() { return std::exchange(table().told, {}); }
+  static std::vector<std::string> TakeToldTargets() { return std::exchange(table().told, {}); }
 
-  TestRunDirectory directory_;
-  std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
-  router::Router router_;
   KvConnection* connection_ = nullptr;
   std::array<char, 1024> buffer_{};
 };
@@ -153,9 +119,9 @@ TEST_F(ConfiguredFormat, ChangeTellsRouteTargetsAsDeletedInTheOldAndSetInTheNewF
   Follow();
   Subscribe();
   Commit({Target("4200000000:30"), Target("65536:1", "blue")});
-  TakeTold();
+  TakeToldTargets();
   Commit({Format("asdot")});
-  EXPECT_THAT(TakeTold(),
+  EXPECT_THAT(TakeToldTargets(),
               ElementsAre("-blue 65536:1", "+blue 1.0:1", "-red 4200000000:30", "+red 64086.59904:30"));
   Commit({NoFormat()});
   EXPECT_THAT(Rows(), ElementsAre("blue 65536:1", "red 4200000000:30"));
@@ -166,11 +132,11 @@ TEST_F(ConfiguredFormat, RouteTargetsThatReadTheSameAreNotTold) {
   Follow();
   Subscribe();
   Commit({Target("65000:100"), Target("0.65000:100"), Target("10.0.0.1:5"), Target("65535:4294967295")});
-  TakeTold();
+  TakeToldTargets();
   Commit({Format("asdot")});
   Commit({Format("asdot+")});
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsdotPlus);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeToldTargets(), IsEmpty());
   EXPECT_THAT(Rows(),
               ElementsAre("red 0.65000:100", "red 10.0.0.1:5", "red 65000:100", "red 65535:4294967295"));
 }
@@ -228,11 +194,11 @@ TEST_F(ConfiguredFormat, RdsAreToldInTheNewFormat) {
       vrf_config::route_distinguisher("blue", Family::kIpv4, vrf_config::parse_target("0.65000:1").value());
   Post({{rd.path, rd.value}, {small.path, small.value}});
   Follow();
-  RegisterRds();
+  Register();
   Commit({Format("asdot")});
-  EXPECT_THAT(std::exchange(rds(), {}), ElementsAre("red 64086.59904:1"));
+  EXPECT_THAT(TakeTold(), ElementsAre("set red 64086.59904:1"));
   Commit({NoFormat()});
-  EXPECT_THAT(rds(), ElementsAre("red 4200000000:1"));
+  EXPECT_THAT(TakeTold(), ElementsAre("set red 4200000000:1"));
 }
 
 TEST_F(ConfiguredFormat, LowerOwnersComesIntoForceWhenTheHigherLetsGo) {

@@ -2,13 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
-#include <memory>
 #include <vector>
 
-#include "platform/base/fault.h"
-#include "platform/bgp_vpn/bgp_vpn.h"
-#include "platform/evm/test_run_directory.h"
+#include "platform/bgp_vpn/rd_test_support.h"
 #include "platform/vrf_config/vrf_config.h"
 
 namespace {
@@ -18,31 +14,8 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using vrf_config::Family;
 
-class ConfiguredRd : public ::testing::Test {
+class ConfiguredRd : public RdTest {
  protected:
-  ConfiguredRd() : manager_(event_manager_create("/dev/test/main", 0), event_manager_destroy) {
-    told().clear();
-    kvtree_reset();
-    bgp_vpn_attach(&router_);
-  }
-  ~ConfiguredRd() override {
-    fault_disarm_all();
-    bgp_vpn_rd_unregister_cb();
-    bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
-    bgp_vpn_attach(nullptr);
-    kvtree_reset();
-  }
-  static std::vector<std::string>& told() {
-    static std::vector<std::string> all;
-    return all;
-  }
-  static void note(std::uint32_t set, const char* vrf, const char* rd) {
-    told().push_back(std::string(set != 0 ? "set " : "deletion ") + vrf + " " + (rd == nullptr ? "-" : rd));
-  }
-  std::vector<std::string> TakeTold() const {
-    event_run_pending(manager_.get());
-    return std::exchange(told(), {});
-  }
   static KvConfigNode Node(const std::string& vrf, Family family, const std::string& rd) {
     return vrf_config::route_distinguisher(vrf, family, vrf_config::parse_target(rd).value());
   }
@@ -55,31 +28,6 @@ class ConfiguredRd : public ::testing::Test {
     ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{Node(vrf, family, "1:1").path, std::nullopt}}, ""),
               kStatusOk);
   }
-  void AddVrf(const std::string& name, const std::string& rd) {
-    vrf_.name = name;
-    vrf_.id += 10;
-    vrf_.rd = rd;
-    ASSERT_EQ(router_.create_vrf(vrf_), kStatusOk);
-  }
-  void ChangeModel(const std::string& name, const std::string& rd) {
-    router::Vrf vrf = *router_.find_vrf(name);
-    vrf.rd = rd;
-    ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
-  }
-  static std::string Rd(const std::string& name) {
-    std::array<char, 51> text{};
-    return bgp_vpn_rd_get(name.c_str(), text.data(), text.size()) == kStatusOk ? text.data() : "none";
-  }
-  // Without what is told at once.
-  void Register() const {
-    ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &note), kStatusOk);
-    told().clear();
-  }
-
-  TestRunDirectory directory_;
-  std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
-  router::Router router_;
-  router::Vrf vrf_;
 };
 
 TEST_F(ConfiguredRd, WinsOverTheModels) {
@@ -103,7 +51,7 @@ TEST_F(ConfiguredRd, OfTheLowestFamilyCounts) {
 TEST_F(ConfiguredRd, OfAVrfThatDoesNotExistIsThereToBeGot) {
   Configure("later", "65000:7");
   EXPECT_EQ(Rd("later"), "65000:7");
-  EXPECT_EQ(Rd("late"), "none");
+  EXPECT_EQ(Rd("late"), err_text(kStatusNoSuchRow));
   AddVrf("later", "");
   EXPECT_EQ(Rd("later"), "65000:7");
 }
@@ -123,7 +71,7 @@ TEST_F(ConfiguredRd, WhatExistsIsToldBeforeTheRegistrationReturns) {
   AddVrf("red", "65000:1");
   Configure("red", "65000:2");
   Configure("named", "65000:4");
-  ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &note), kStatusOk);
+  ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusOk);
   EXPECT_THAT(std::exchange(told(), {}), ElementsAre("set named 65000:4", "set red 65000:2"));
   EXPECT_THAT(TakeTold(), IsEmpty());
   Configure("red", "65000:3");
@@ -177,7 +125,7 @@ TEST_F(ConfiguredRd, ModelsChangeUnderAConfiguredRdIsNotTold) {
   AddVrf("red", "65000:1");
   Configure("red", "65000:2");
   Register();
-  ChangeModel("red", "65000:3");
+  ChangeRd("red", "65000:3");
   EXPECT_THAT(TakeTold(), IsEmpty());
   Remove("red");
   EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:3"));
@@ -199,7 +147,7 @@ TEST_F(ConfiguredRd, ValueThatIsNoTextIsNone) {
   KvConfigNode node = Node("red", Family::kIpv4, "65000:1");
   node.value = {};
   ASSERT_EQ(kvtree_config_commit("cli", {{node.path, node.value}}, ""), kStatusOk);
-  EXPECT_EQ(Rd("red"), "none");
+  EXPECT_EQ(Rd("red"), err_text(kStatusNoSuchRow));
 }
 
 TEST_F(ConfiguredRd, FormatChangeIsToldOnceForEveryVrf) {
@@ -226,7 +174,7 @@ TEST_F(ConfiguredRd, EndedRegistrationHearsNothingMore) {
 TEST_F(ConfiguredRd, FailedSubscriptionLeavesNoCallback) {
   for (const char* point : {"kvtree_bind", "kvtree_register_notification"}) {
     fault_arm(point, kStatusNoMemory);
-    EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &note), kStatusNoMemory) << point;
+    EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusNoMemory) << point;
   }
   Configure("red", "65000:2");
   EXPECT_THAT(TakeTold(), IsEmpty());

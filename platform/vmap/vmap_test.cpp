@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/base/fault.h"
+#include "platform/router/vrf_test_support.h"
 #include "platform/vmap/test_support.h"
 
 namespace vmap {
@@ -35,9 +36,7 @@ TEST_F(Membership, NothingThatOnlyConcernsTheDefaultVrfIsAnnounced) {
   AddInterface("ge1", "default");
   Rename("ge1", "ge2");
   Remove("ge0");
-  router::Vrf fallback = *router_.find_vrf("default");
-  fallback.flags = router::kVrfFlagBig;
-  ASSERT_EQ(router_.change_vrf(fallback), kStatusOk);
+  router::ChangeVrf(&router_, "default", &router::Vrf::flags, router::kVrfFlagBig);
   Run();
   EXPECT_THAT(Told(), IsEmpty());
 }

@@ -2,6 +2,7 @@
 // go, next-hop objects.
 #include <net/if.h>
 
+#include "platform/router/vrf_test_support.h"
 #include "sources/kernel/live_routes_test_support.h"
 
 namespace kernel {
@@ -190,9 +191,7 @@ TEST_F(LiveRoutes, VrfThatChangesItsTableHasTheRoutesOfTheOther) {
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
   AddRoute("192.168.2.0/24 via 10.0.0.2 table 20");
   StartWithRed();
-  router::Vrf vrf = *model_.find_vrf("red");
-  vrf.ipv4_table = 20;
-  ASSERT_EQ(model_.change_vrf(vrf), kStatusOk);
+  router::ChangeVrf(&model_, "red", &router::Vrf::ipv4_table, 20U);
   EXPECT_THAT(SettledRows(kBlue4), ElementsAre("192.168.2.0/24 via 10.0.0.2"));
   EXPECT_THAT(Rows(), IsEmpty());
 }

@@ -91,10 +91,7 @@ TEST_F(AsNumberFormat, ChangeStampsTheVrfsWhoseTextsChange) {
   Run();
   SetTargets("red", {"4200000000:30"});
   SetTargets("blue", {"65000:100", "0.65000:100"});
-  router::Vrf green = *router_.find_vrf("green");
-  green.rd = "65536:1";
-  ASSERT_EQ(router_.change_vrf(green), kStatusOk);
-  Run();
+  ChangeRd("green", "65536:1");
   const std::uint32_t before = Now();
   PassSeconds(5);
   SetFormat("asdot");

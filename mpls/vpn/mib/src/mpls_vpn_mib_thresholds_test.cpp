@@ -1,8 +1,7 @@
 // Route thresholds from configuration.
 #include <utility>
 
-#include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_config.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_config_test_support.h"
 
 namespace {
 
@@ -13,19 +12,12 @@ using testing::MatchesRegex;
 
 std::string limit_path(const std::string& vrf, unsigned afi, unsigned safi,
                        const std::string& table = "default") {
-  return "/cfg/gl/vmap/vrf/" + vrf + "/ord_z/afi_safi/" + std::to_string(afi) + "/" + std::to_string(safi) +
-         "/" + table + "/ord_e/rib/table-prefix-limit";
+  return vrf_path(vrf) + "/ord_z/afi_safi/" + std::to_string(afi) + "/" + std::to_string(safi) + "/" + table +
+         "/ord_e/rib/table-prefix-limit";
 }
 
-class RouteThresholds : public Configured<DaemonTest> {
+class RouteThresholds : public VrfConfiguration {
  protected:
-  void SetUp() override {
-    Configured::SetUp();
-    AddVrf("red");
-    Run();
-    ForgetChange("red");
-    ClearPrints();
-  }
   // "maximum/mid".
   std::string ThresholdsOf(const char* vrf) {
     const mpls_vpn_vrf_attr* attributes = AttributesOf(vrf);

@@ -8,6 +8,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_config.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
+#include "platform/router/vrf_test_support.h"
 
 inline std::string vrf_path(const std::string& vrf) {
   return "/cfg/gl/vmap/vrf/" + vrf;
@@ -70,9 +71,7 @@ class VrfConfiguration : public Configured<DaemonTest> {
     EXPECT_EQ(AttributesOf(vrf)->chkpt_objid, 0U);
   }
   void ChangeRd(const std::string& name, const std::string& rd) {
-    router::Vrf vrf = *router_.find_vrf(name);
-    vrf.rd = rd;
-    ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+    router::ChangeVrf(&router_, name, &router::Vrf::rd, rd);
     Run();
   }
   // Those of import_path().
