@@ -65,8 +65,22 @@ bool find_symbols(RouteModule* module) {
   return true;
 }
 
+void unload(RouteModule* module) {
+  if (module->handle != nullptr && dlclose(module->handle) != 0) {
+    mpls_vpn_trace(kTraceError, kStatusInvalid, "cannot unload %s", module->file);
+  }
+  module->handle = nullptr;
+  module->find_route = nullptr;
+  module->total_active_routes = nullptr;
+}
+
+// A module that lacks a symbol is closed again, so that the next request finds the one that replaced it.
 bool load(RouteModule* module) {
-  if (!open_module(module) || !find_symbols(module)) return false;
+  if (!open_module(module)) return false;
+  if (!find_symbols(module)) {
+    unload(module);
+    return false;
+  }
   mpls_vpn_debug(RIB, "%s: Successfully load %s RIB dll", module->function, module->family);
   return true;
 }
@@ -78,15 +92,6 @@ std::uint32_t active_routes(RouteModule* module, const char* function, std::uint
     return 0;
   }
   return reinterpret_cast<ForwardmibTotalActiveRoutes>(module->total_active_routes)(table_id);
-}
-
-void unload(RouteModule* module) {
-  if (module->handle != nullptr && dlclose(module->handle) != 0) {
-    mpls_vpn_trace(kTraceError, kStatusInvalid, "cannot unload %s", module->file);
-  }
-  module->handle = nullptr;
-  module->find_route = nullptr;
-  module->total_active_routes = nullptr;
 }
 
 }  // namespace

@@ -1,6 +1,12 @@
 // The loading of the routing table's modules.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route_modules.h"
 
+#include <elf.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+
 #include "mpls/vpn/mib/src/mpls_vpn_route_test_support.h"
 #include "platform/errmsg/errmsg.h"
 
@@ -51,6 +57,27 @@ class RouteModules : public RouteTablesTest, public testing::WithParamInterface<
   }
   const Family& family() const { return GetParam(); }
   std::string File() const { return "mib/lib" + std::string(family().name) + "_forwardmib.dll"; }
+  std::string BuiltFile() const { return MPLS_BUILD_LIB_DIR "/" + File(); }
+  // The place of the module in a library directory of the test's own.
+  std::string FileOfTheTest() {
+    const std::filesystem::path path = run_directory() + "/" + File();
+    std::filesystem::create_directories(path.parent_path());
+    setenv("MPLS_VPN_MIB_LIB_DIR", run_directory().c_str(), 1);
+    return path;
+  }
+  // The next request, after the right module has come into the place of the wrong one.
+  void RecoversWithTheRightModule(const std::string& file) {
+    std::filesystem::remove_all(file);
+    std::filesystem::copy_file(BuiltFile(), file);
+    posted_.clear();
+    EXPECT_TRUE(family().load());
+    EXPECT_EQ(posted_, "");
+  }
+  void IsNoModule(const std::string& file) {
+    EXPECT_FALSE(family().load());
+    EXPECT_EQ(posted_, "%MPLS_VPN_MIB-OS-3-ERR_DLL_LOAD : Cannot load DLL: " + File() + " \n");
+    RecoversWithTheRightModule(file);
+  }
   std::string posted_;
 };
 
@@ -78,6 +105,33 @@ TEST_P(RouteModules, MissingFileIsPostedAndTriedAgain) {
   EXPECT_THAT(Traced("mpls_vpn/error"), ElementsAre(HasSubstr("cannot load")));
   ASSERT_EQ(setenv("MPLS_VPN_MIB_LIB_DIR", MPLS_BUILD_LIB_DIR, 1), 0);
   EXPECT_TRUE(family().load());
+}
+
+TEST_P(RouteModules, FileThatCannotBeReadIsPostedAndTriedAgain) {
+  const std::string file = FileOfTheTest();
+  std::filesystem::create_directory(file);
+  IsNoModule(file);
+}
+
+TEST_P(RouteModules, FileOfAnotherMachineIsPostedAndTriedAgain) {
+  const std::string file = FileOfTheTest();
+  std::filesystem::copy_file(BuiltFile(), file);
+  std::fstream module(file, std::ios::in | std::ios::out | std::ios::binary);
+  module.seekp(offsetof(Elf64_Ehdr, e_machine));
+  module.put(static_cast<char>(EM_SPARC)).put(0);
+  module.close();
+  ASSERT_TRUE(module.good());
+  IsNoModule(file);
+}
+
+TEST_P(RouteModules, FileWithoutTheSymbolsIsPostedAndTriedAgain) {
+  const std::string file = FileOfTheTest();
+  std::filesystem::copy_file(MPLS_OTHER_MODULE, file);
+  EXPECT_FALSE(family().load());
+  EXPECT_EQ(posted_,
+            "%MPLS_VPN_MIB-OS-3-ERR_DLL_SYMBOL_ERROR : Cannot find symbol ribmib_find_route in DLL " +
+                File() + "\n");
+  RecoversWithTheRightModule(file);
 }
 
 TEST_P(RouteModules, RefusedOpenIsTracedWithItsCode) {
