@@ -10,7 +10,6 @@
 // (vmap.h); until then a timer without delay looks again in each turn of the loop.
 #include "platform/config_references/config_references.h"
 
-#include <array>
 #include <deque>
 #include <map>
 #include <memory>
@@ -33,9 +32,6 @@ namespace {
 
 using router::ReferenceHolder;
 
-constexpr std::array<std::string_view, 6> kScopes = {vrf_config::kVrfScope,   vrf_config::kBgpScope,
-                                                     vrf_config::kRipScope,   vrf_config::kOspfScope,
-                                                     vrf_config::kEigrpScope, vrf_config::kStaticScope};
 constexpr std::size_t kJoinsPerStep = 100;
 
 struct VrfItems {
@@ -116,7 +112,7 @@ Follower::~Follower() {
 }
 
 Status Follower::start() {
-  for (const std::string_view scope : kScopes) {
+  for (const std::string_view scope : vrf_config::kScopesOfVrfs) {
     if (const Status status = follow(scope)) return status;
   }
   model_->observe(router::ObserverRank::kOther, this);

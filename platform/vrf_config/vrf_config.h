@@ -26,6 +26,9 @@ inline constexpr std::string_view kRipScope = kConfigCountedScopes[1];
 inline constexpr std::string_view kOspfScope = kConfigCountedScopes[2];
 inline constexpr std::string_view kEigrpScope = kConfigCountedScopes[3];
 inline constexpr std::string_view kStaticScope = kConfigCountedScopes[4];
+// All configuration that names a VRF.
+inline constexpr std::array<std::string_view, 6> kScopesOfVrfs = {kVrfScope,  kBgpScope,   kRipScope,
+                                                                  kOspfScope, kEigrpScope, kStaticScope};
 
 enum class Family : std::uint32_t { kIpv4 = 1, kIpv6 = 2 };  // address family numbers (IANA)
 enum class Direction { kImport, kExport };

@@ -48,7 +48,6 @@ std::uint32_t read_as_number(const YAML::Node& value) {
 }
 
 // --- Route targets
-// ------------------------------------------------------------------------------------------
 
 Target read_target(const YAML::Node& value) {
   const std::string text = read_text(value, "a route target");
@@ -79,7 +78,6 @@ void read_targets(const YAML::Node& value, std::size_t place, std::optional<Fami
 }
 
 // --- BGP neighbors
-// ------------------------------------------------------------------------------------------
 
 struct Neighbor {
   std::string name;
@@ -146,7 +144,6 @@ constexpr Key<Bgp> kBgpKeys[] = {
 };
 
 // --- OSPF, RIP, EIGRP
-// ---------------------------------------------------------------------------------------
 
 // An instance of a protocol with the interfaces that it runs on.
 struct Instance {
@@ -184,7 +181,6 @@ constexpr Key<Instance> kEigrpKeys[] = {
 };
 
 // --- Static routes
-// ------------------------------------------------------------------------------------------
 
 struct StaticEntry {
   vrf_config::StaticRoute route;
@@ -232,7 +228,6 @@ void read_static_route(const YAML::Node& item, ConfiguredItems* items) {
 }
 
 // --- Thresholds
-// ---------------------------------------------------------------------------------------------
 
 struct Threshold {
   std::uint32_t maximum = 0;

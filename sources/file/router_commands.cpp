@@ -97,7 +97,6 @@ constexpr Option<Interface> kInterfaceOptions[] = {
 };
 
 // --- VRFs
-// --------------------------------------------------------------------------------------------------------
 
 // One above the largest in use; 0 when there is none.
 std::uint32_t free_vrf_id(const router::Router& model) {
@@ -138,7 +137,6 @@ Status unreference_vrf(const RouterCommandContext& context) {
 }
 
 // --- Interfaces
-// --------------------------------------------------------------------------------------------------
 
 Status add_interface(const RouterCommandContext& context) {
   Interface interface;

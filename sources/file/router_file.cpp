@@ -64,7 +64,6 @@ std::string read_vrf_name(const YAML::Node& value) {
 }
 
 // --- A VRF's keys
-// ----------------------------------------------------------------------------------------------
 
 void read_id(const YAML::Node& value, VrfEntry* entry) {
   entry->vrf.id = read_number(value, "a VRF's id", kFirstVrfId, UINT32_MAX);
@@ -212,7 +211,6 @@ void read_vrf(const YAML::Node& item, Document* document) {
 }
 
 // --- An interface's keys
-// ---------------------------------------------------------------------------------------
 
 void read_address(const YAML::Node& value, InterfaceEntry* entry) {
   const std::string text = read_text(value, "an address");
@@ -270,7 +268,6 @@ void read_interface(const YAML::Node& item, Document* document) {
 }
 
 // --- The generator's keys and the document's
-// -------------------------------------------------------------------
 
 constexpr Key<GeneratorEntry> kGeneratorKeys[] = {
     {"vrfs",
@@ -329,7 +326,6 @@ constexpr Key<Document> kDocumentKeys[] = {
 };
 
 // --- The entries against each other
-// ----------------------------------------------------------------------------
 
 // Values that may be used once. A line of 0 stands for "generated".
 template <typename T>

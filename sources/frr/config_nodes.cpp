@@ -244,10 +244,8 @@ const std::array<Program, kProgramCount> kPrograms{{
 }};
 
 const std::vector<std::string>& config_scopes() {
-  static const std::vector<std::string> scopes{
-      std::string(vrf_config::kVrfScope),   std::string(vrf_config::kBgpScope),
-      std::string(vrf_config::kOspfScope),  std::string(vrf_config::kRipScope),
-      std::string(vrf_config::kEigrpScope), std::string(vrf_config::kStaticScope)};
+  static const std::vector<std::string> scopes(vrf_config::kScopesOfVrfs.begin(),
+                                               vrf_config::kScopesOfVrfs.end());
   return scopes;
 }
 
