@@ -182,7 +182,9 @@ int start_host() {
   if (!read_settings(config_directory(), &settings, &error)) return refuse(error);
   if (!prepare_store()) return 1;
   if (!load_source(settings, &error)) return refuse(error);
-  if (const Status status = follow_suite(settings.frr_shell)) return refuse(err_text(status));
+  if (const Status status = follow_suite(settings.frr_shell)) {
+    return refuse(std::string("cannot let go of the routing suite's configuration: ") + err_text(status));
+  }
   attach_services();
   // Nobody is told of a time that a crash could take back. The store logs what it could not commit, and goes
   // on.
