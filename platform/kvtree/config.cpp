@@ -12,7 +12,6 @@
 #include "platform/kvtree/config.h"
 
 #include <algorithm>
-#include <map>
 #include <memory>
 #include <utility>
 
@@ -101,14 +100,23 @@ std::string why_not_kept(Status status) {
   return is_told ? store().kept->write_error() : err_text(status);
 }
 
-Status commit(std::string_view owner, const std::vector<KvConfigChange>& changes, std::string_view comment,
-              std::string* id, std::string* mistake) {
+using Proposal = std::vector<ProposedChange>;
+
+Status commit(std::string_view owner, const Proposal& changes, std::string_view comment, std::string* id,
+              std::string* mistake) {
   const auto plan = std::make_shared<CommitPlan>();
   if (const Status status = plan_commit(store().configuration, owner, changes, plan.get(), mistake))
     return status;
   const Status status = carry_out(plan, comment, id);
   if (status != kStatusOk) *mistake = "it could not be kept: " + why_not_kept(status);
   return status;
+}
+
+// The nodes below a path, from the first on: visit(path, node).
+template <typename Visit>
+void visit_below(const ConfigTree& tree, std::string_view path, const Visit& visit) {
+  auto node = tree.lower_bound(path);
+  for (; node != tree.end() && node->first.starts_with(path); ++node) visit(node->first, node->second);
 }
 
 bool is_below(std::string_view path, const std::vector<std::string>& scopes) {
@@ -127,48 +135,56 @@ Status check_scopes(const std::vector<std::string>& scopes, std::string* mistake
   return kStatusOk;
 }
 
-using WantedNodes = std::map<std::string_view, const KvValue*>;
+// The scopes in the order of the paths, without those that are below another one.
+std::vector<std::string> outermost(std::vector<std::string> scopes) {
+  std::ranges::sort(scopes);
+  std::vector<std::string> outer;
+  for (std::string& scope : scopes) {
+    if (outer.empty() || !scope.starts_with(outer.back())) outer.push_back(std::move(scope));
+  }
+  return outer;
+}
 
-Status collect_wanted(const std::vector<std::string>& scopes, const std::vector<KvConfigNode>& nodes,
-                      WantedNodes* wanted, std::string* mistake) {
+// What is asked for, in the order of the paths, each once: of two nodes with one path the last counts.
+Status propose_wanted(const std::vector<std::string>& scopes, const std::vector<KvConfigNode>& nodes,
+                      Proposal* wanted, std::string* mistake) {
+  wanted->reserve(nodes.size());
   for (const KvConfigNode& node : nodes) {
     if (!is_below(node.path, scopes)) {
       *mistake = node.path + ": it is in none of the parts that are replaced";
       return kStatusInvalid;
     }
-    wanted->insert_or_assign(node.path, &node.value);
+    wanted->push_back({node.path, &node.value});
   }
+  const auto path = [](const ProposedChange& change) { return change.path; };
+  if (!std::ranges::is_sorted(*wanted, {}, path)) std::ranges::stable_sort(*wanted, {}, path);
+  const auto same_path = [](const auto& one, const auto& other) { return one.path == other.path; };
+  wanted->erase(wanted->begin(), std::unique(wanted->rbegin(), wanted->rend(), same_path).base());
   return kStatusOk;
 }
 
-// What the owner holds below the scopes and is not wanted any more, once each though scopes may overlap.
-void collect_unwanted(std::string_view owner, const std::vector<std::string>& scopes,
-                      const WantedNodes& wanted, std::map<std::string, bool>* unwanted) {
-  for (const std::string& scope : scopes) {
-    kvtree_config_owned(owner, scope, [&](const KvConfigNode& node) {
-      if (!wanted.contains(node.path)) (*unwanted)[node.path] = true;
-    });
-  }
+// What the owner holds below the scope and is not wanted any more.
+void propose_letting_go(std::size_t owner, const std::string& scope, const Proposal& wanted,
+                        Proposal* unwanted) {
+  auto next = wanted.begin();  // both are in the order of the paths
+  visit_below(store().configuration, scope, [&](const std::string& path, const OwnedNode& node) {
+    if (node.values[owner] == nullptr) return;
+    while (next != wanted.end() && next->path < path) ++next;
+    if (next == wanted.end() || next->path != path) unwanted->push_back({path, nullptr});
+  });
 }
 
-Status replace(std::string_view owner, const std::vector<std::string>& scopes,
-               const std::vector<KvConfigNode>& nodes, std::vector<KvConfigChange>* changes,
-               std::string* mistake) {
+// What of these parts of the tree is not wanted any more, then what is wanted.
+Status propose_replacement(std::size_t owner, const std::vector<std::string>& scopes,
+                           const std::vector<KvConfigNode>& nodes, Proposal* changes, std::string* mistake) {
   if (const Status status = check_scopes(scopes, mistake)) return status;
-  WantedNodes wanted;
-  if (const Status status = collect_wanted(scopes, nodes, &wanted, mistake)) return status;
-  std::map<std::string, bool> unwanted;
-  collect_unwanted(owner, scopes, wanted, &unwanted);
-  for (const auto& [path, gone] : unwanted) changes->push_back({path, std::nullopt});
-  for (const auto& [path, value] : wanted) changes->push_back({std::string(path), *value});
+  Proposal wanted;
+  if (const Status status = propose_wanted(scopes, nodes, &wanted, mistake)) return status;
+  for (const std::string& scope : outermost(scopes)) {
+    if (owner != kNoOwner) propose_letting_go(owner, scope, wanted, changes);
+  }
+  changes->insert(changes->end(), wanted.begin(), wanted.end());
   return kStatusOk;
-}
-
-// The places of the nodes below a path, from the first on.
-void visit_below(const ConfigTree& tree, std::string_view path,
-                 const std::function<void(const std::string&, const OwnedNode&)>& visit) {
-  auto node = tree.lower_bound(path);
-  for (; node != tree.end() && node->first.starts_with(path); ++node) visit(node->first, node->second);
 }
 
 using Places = std::vector<ConfigTree::const_iterator>;
@@ -215,7 +231,10 @@ Status kvtree_config_commit(std::string_view owner, const std::vector<KvConfigCh
                             std::string_view comment, std::string* id, std::string* mistake) {
   const kvtree::Answers answers(id, mistake);
   if (const Status status = fault_check("kvtree_config_commit")) return status;
-  return kvtree::commit(owner, changes, comment, answers.id, answers.mistake);
+  kvtree::Proposal proposal;
+  proposal.reserve(changes.size());
+  for (const auto& [path, value] : changes) proposal.push_back({path, value ? &*value : nullptr});
+  return kvtree::commit(owner, proposal, comment, answers.id, answers.mistake);
 }
 
 Status kvtree_config_replace(std::string_view owner, const std::vector<std::string>& scopes,
@@ -223,8 +242,10 @@ Status kvtree_config_replace(std::string_view owner, const std::vector<std::stri
                              std::string* id, std::string* mistake) {
   const kvtree::Answers answers(id, mistake);
   if (const Status status = fault_check("kvtree_config_replace")) return status;
-  std::vector<KvConfigChange> changes;
-  if (const Status status = kvtree::replace(owner, scopes, nodes, &changes, answers.mistake)) return status;
+  kvtree::Proposal changes;
+  if (const Status status =
+          kvtree::propose_replacement(kvtree::find_owner(owner), scopes, nodes, &changes, answers.mistake))
+    return status;
   return kvtree::commit(owner, changes, comment, answers.id, answers.mistake);
 }
 

@@ -39,12 +39,12 @@ bool same_or_both_none(const SharedValue& one, const SharedValue& other) {
 }
 
 // What becomes of a node; `node` is null for one that nobody holds.
-PlannedChange plan_change(const OwnedNode* node, std::size_t owner, const KvConfigChange& change) {
+PlannedChange plan_change(const OwnedNode* node, std::size_t owner, const ProposedChange& change) {
   static const OwnedNode kNobodys;
   const OwnedNode& now = node == nullptr ? kNobodys : *node;
   PlannedChange planned;
   planned.path = change.path;
-  if (change.value) planned.value = std::make_shared<const KvValue>(*change.value);
+  if (change.value != nullptr) planned.value = std::make_shared<const KvValue>(*change.value);
   planned.owner_before = now.in_force();
   if (planned.owner_before != kNoOwner) planned.before = now.values[planned.owner_before];
   planned.owner_after = now.in_force_after(owner, planned.value != nullptr);
@@ -57,14 +57,14 @@ PlannedChange plan_change(const OwnedNode* node, std::size_t owner, const KvConf
   return planned;
 }
 
-Status check_change(const KvConfigChange& change, std::string* mistake) {
+Status check_change(const ProposedChange& change, std::string* mistake) {
   if (const Status status = check_configuration_path(change.path)) {
     *mistake = "it is not below /cfg/";
     if (status == kStatusMessageTooLarge) *mistake = "the path is too long";
     if (status == kStatusBadKey) *mistake = "the path has an octet 0";
     return status;
   }
-  return change.value ? check_value(*change.value, mistake) : kStatusOk;
+  return change.value != nullptr ? check_value(*change.value, mistake) : kStatusOk;
 }
 
 // Finds places in a tree that are asked for mostly in the order of the paths: what follows the place that was
@@ -108,15 +108,16 @@ class Seen {
 };
 
 // Appends what the change comes to.
-Status plan_one(Cursor* cursor, const KvConfigChange& change, CommitPlan* plan, std::string* mistake) {
+Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, std::string* mistake) {
   if (const Status status = check_change(change, mistake)) return status;
   const OwnedNode* node = cursor->find(change.path);
   const SharedValue held = node == nullptr ? nullptr : node->values[plan->owner];
-  if (!change.value && held == nullptr) {
+  if (change.value == nullptr && held == nullptr) {
     *mistake = std::string(owner_name(plan->owner)) + " does not hold it";
     return kStatusNoSuchRow;
   }
-  if (change.value && held != nullptr && same_value(*change.value, *held)) return kStatusOk;
+  const bool is_held_already = change.value != nullptr && held != nullptr && same_value(*change.value, *held);
+  if (is_held_already) return kStatusOk;
   plan->changes.push_back(plan_change(node, plan->owner, change));
   if (plan->changes.back().tells) ++plan->telling;
   return kStatusOk;
@@ -157,7 +158,7 @@ Status check_configuration_path(std::string_view path) {
   return below ? kStatusOk : kStatusUnknownPath;
 }
 
-Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<KvConfigChange>& changes,
+Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<ProposedChange>& changes,
                    CommitPlan* plan, std::string* mistake) {
   *plan = {};
   plan->owner = find_owner(owner);
@@ -172,14 +173,14 @@ Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::ve
   Seen seen;
   Cursor cursor(tree);
   plan->changes.reserve(changes.size());
-  for (const KvConfigChange& change : changes) {
+  for (const ProposedChange& change : changes) {
     Status status = plan_one(&cursor, change, plan, mistake);
     if (status == kStatusOk && !seen.is_new(change.path)) {
       *mistake = "it is changed twice";
       status = kStatusInvalid;
     }
     if (status == kStatusOk) continue;
-    *mistake = change.path + ": " + *mistake;
+    *mistake = std::string(change.path) + ": " + *mistake;
     return status;
   }
   return kStatusOk;

@@ -38,6 +38,12 @@ struct OwnedNode {
 
 using ConfigTree = std::map<std::string, OwnedNode, std::less<>>;
 
+// What an owner asks for. Path and value are the caller's and outlive the planning.
+struct ProposedChange {
+  std::string_view path;
+  const KvValue* value;  // null: the owner lets go
+};
+
 // What an owner holds from now on, and what was and will be in force.
 struct PlannedChange {
   std::string path;
@@ -60,7 +66,7 @@ bool same_value(const KvValue& one, const KvValue& other);
 Status check_configuration_path(std::string_view path);
 
 // Checks the changes and plans them. A failure and its *mistake are those of kvtree_config_commit.
-Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<KvConfigChange>& changes,
+Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<ProposedChange>& changes,
                    CommitPlan* plan, std::string* mistake);
 // Makes the plan's changes of what the owner holds.
 void apply_plan(ConfigTree* tree, const CommitPlan& plan);
