@@ -72,9 +72,7 @@ void make_in_tree(const CommitPlan& plan) {
   for (const PlannedChange& change : plan.changes) {
     if (!change.tells || change.after == nullptr) continue;
     const bool is_quiet = change.before != nullptr && is_counted(change.path);
-    auto& nodes = store().nodes;
-    place = std::next(is_quiet ? nodes.insert_or_assign(place, change.path, change.after)
-                               : put_node(change.path, change.after, place));
+    place = std::next(put_node(change.path, change.after, place, is_quiet));
   }
 }
 
@@ -207,6 +205,26 @@ void tell_set(ConfigTree::const_iterator place) {
   tell_subscribers(place->first, node.values[node.in_force()], kKvEventCreated | kKvEventSet);
 }
 
+using ToldPlaces = std::vector<std::pair<std::uint64_t, ConfigTree::const_iterator>>;
+
+// What the database has, and its places in the order in which they were last told.
+Status read_kept(const NodeStore& kept, ConfigTree* tree, ToldPlaces* places) {
+  const Status status =
+      kept.for_each([&](std::string_view owner, std::string_view path, KvValue value, std::uint64_t told) {
+        const std::size_t number = find_owner(owner);
+        if (number == kNoOwner || check_configuration_path(path) != kStatusOk) {
+          log_line("configuration: %.*s of \"%.*s\" is not understood and is left out",
+                   static_cast<int>(path.size()), path.data(), static_cast<int>(owner.size()), owner.data());
+          return;
+        }
+        const auto place = tree->try_emplace(tree->end(), std::string(path));
+        place->second.values[number] = std::make_shared<const KvValue>(std::move(value));
+        if (places->empty() || places->back().second != place) places->emplace_back(told, place);
+      });
+  std::ranges::stable_sort(*places, {}, [](const auto& each) { return each.first; });
+  return status;
+}
+
 // A caller that wants no id or mistake gets one of its own.
 struct Answers {
   Answers(std::string* wanted_id, std::string* wanted_mistake)
@@ -311,19 +329,11 @@ Status kvtree_keep_configuration(const std::string& directory) {
   std::shared_ptr<kvtree::NodeStore> kept;
   if (const Status status = kvtree::NodeStore::open(directory, &kept)) return status;
   kvtree::ConfigTree tree;
-  const Status read = kept->for_each([&](std::string_view owner, std::string_view path, KvValue value) {
-    const std::size_t number = kvtree::find_owner(owner);
-    if (number == kvtree::kNoOwner || kvtree::check_configuration_path(path) != kStatusOk) {
-      log_line("configuration: %.*s of \"%.*s\" is not understood and is left out",
-               static_cast<int>(path.size()), path.data(), static_cast<int>(owner.size()), owner.data());
-      return;
-    }
-    tree[std::string(path)].values[number] = std::make_shared<const KvValue>(std::move(value));
-  });
-  if (read != kStatusOk) return read;
-  auto place = store().nodes.end();
-  for (const auto& [path, node] : tree) {
-    place = std::next(kvtree::put_node(path, node.values[node.in_force()], place));
+  kvtree::ToldPlaces places;
+  if (const Status status = kvtree::read_kept(*kept, &tree, &places)) return status;
+  for (const auto& [told, place] : places) {
+    const kvtree::OwnedNode& node = place->second;
+    kvtree::put_node(place->first, node.values[node.in_force()], store().nodes.end());
   }
   store().configuration = std::move(tree);
   store().kept = std::move(kept);

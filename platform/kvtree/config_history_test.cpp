@@ -1,4 +1,6 @@
 // Tests of what is kept of commits: the database, its folding, the history, power cuts, a former version.
+#include <algorithm>
+
 #include "platform/kvtree/store.h"
 #include "platform/kvtree/test_configuration.h"
 
@@ -184,7 +186,9 @@ TEST_F(ConfigHistory, FormerVersionsNodesBelongToTheCommandLine) {
 TEST_F(ConfigHistory, RowOfAnUnknownOwnerIsLeftOutAndLogged) {
   ASSERT_EQ(Keep(), kStatusOk);
   kvtree_reset();
-  Execute("INSERT INTO node VALUES ('/cfg/a', 'nobody', 1), ('/oper/a', 'cli', 1), ('/cfg/b', 'cli', 1)");
+  Execute(
+      "INSERT INTO node VALUES ('/cfg/a', 'nobody', 1, 0), ('/oper/a', 'cli', 1, 0), ('/cfg/b', 'cli', 1, "
+      "0)");
   ::testing::internal::CaptureStderr();
   ASSERT_EQ(Keep(), kStatusOk);
   EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("/cfg/a of \"nobody\" is not understood"));
@@ -205,6 +209,96 @@ TEST_F(ConfigHistory, DamagedContentsAreAFailureOfReading) {
   Execute("DROP TABLE log");
   std::vector<KvConfigCommit> commits;
   EXPECT_EQ(kvtree_config_history(1, "", &commits), kStatusIo);
+}
+
+TEST_F(ConfigHistory, NodesOfASecondVersionAreKeptAsTheyAre) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("file", {SetTo("/cfg/a", "file")}, "f");
+  Make("cli", {SetTo("/cfg/a", "cli")}, "c");
+  kvtree_reset();
+  Execute("ALTER TABLE node DROP COLUMN told; PRAGMA user_version = 2;");
+  fault_arm("configuration_migrate", kStatusIo);
+  EXPECT_EQ(Keep(), kStatusIo);
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=cli"));
+  EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file"));
+  EXPECT_THAT(History(), ElementsAre("2 cli 1 c", "1 file 1 f"));
+}
+
+// --- The order in which nodes were last told
+
+class ConfigOrder : public ConfigHistory {
+ protected:
+  void SetUp() override { ASSERT_EQ(Keep(), kStatusOk); }
+  // What a subscriber that comes now is told, and one of the next process: the same.
+  std::vector<std::string> Replayed() {
+    const std::vector<std::string> now = RegisterAndTake();
+    Restart();
+    EXPECT_EQ(RegisterAndTake(), now);
+    return now;
+  }
+
+ private:
+  std::vector<std::string> RegisterAndTake() {
+    TakeTold();
+    Subscribe("/cfg", kKvEventSet);
+    return TakeTold();
+  }
+};
+
+TEST_F(ConfigOrder, IsThatOfTheCommitsAndOfTheChangesInThem) {
+  Make("cli", {SetTo("/cfg/d", "1"), SetTo("/cfg/c", "1")}, "");
+  Make("file", {SetTo("/cfg/b", "1"), SetTo("/cfg/a", "1")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("d 2 1", "c 2 1", "b 2 1", "a 2 1"));
+}
+
+TEST_F(ConfigOrder, NodeThatIsSetAgainIsTheLast) {
+  Make("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")}, "");
+  Make("cli", {SetTo("/cfg/b", "2")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("a 2 1", "c 2 1", "b 2 2"));
+}
+
+TEST_F(ConfigOrder, NodeThatComesAgainIsTheLast) {
+  Make("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1")}, "");
+  Make("cli", {LetGo("/cfg/a")}, "");
+  Make("cli", {SetTo("/cfg/a", "1")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("b 2 1", "a 2 1"));
+}
+
+TEST_F(ConfigOrder, OthersValueThatComesIntoForceIsTheLast) {
+  Make("file", {SetTo("/cfg/a", "file"), SetTo("/cfg/b", "file")}, "");
+  Make("cli", {SetTo("/cfg/a", "cli")}, "");
+  Make("cli", {SetTo("/cfg/c", "cli")}, "");
+  Make("cli", {LetGo("/cfg/a")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("b 2 file", "c 2 cli", "a 2 file"));
+}
+
+TEST_F(ConfigOrder, WhatNobodyWasToldOfMovesNothing) {
+  for (const char* path : {"/cfg/c", "/cfg/b", "/cfg/a"}) Make("cli", {SetTo(path, "1")}, "");
+  Make("file", {SetTo("/cfg/b", "1")}, "");
+  Make("frr", {SetTo("/cfg/b", "other")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("c 2 1", "b 2 1", "a 2 1"));
+  Make("cli", {LetGo("/cfg/b")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("c 2 1", "b 2 1", "a 2 1"));
+}
+
+TEST_F(ConfigOrder, IsThatOfALargeCommitToo) {
+  std::vector<KvConfigChange> changes = Many(1200, "x");
+  std::ranges::reverse(changes);
+  Make("file", changes, "");
+  Make("cli", {SetTo("/cfg/many/000600", "y")}, "");
+  const std::vector<std::string> replayed = Replayed();
+  ASSERT_THAT(replayed, SizeIs(1200));
+  EXPECT_EQ(replayed.front(), "001199 2 x");
+  EXPECT_EQ(replayed[1198], "000000 2 x");
+  EXPECT_EQ(replayed.back(), "000600 2 y");
+}
+
+TEST_F(ConfigOrder, IsThatOfTheProcessItselfToo) {
+  for (const char* path : {"/oper/b", "/oper/a", "/oper/c", "/oper/b"})
+    ASSERT_EQ(SetText(path, "x"), kStatusOk);
+  Subscribe("/oper", kKvEventSet);
+  EXPECT_THAT(TakeTold(), ElementsAre("a 2 x", "c 2 x", "b 2 x"));
 }
 
 // --- Folding

@@ -127,7 +127,7 @@ TEST_F(ConfigCommit, SubscriberThatComesLaterIsToldWhatIsInForce) {
   Commit("file", {SetTo("/cfg/x/a", "file"), SetTo("/cfg/x/b", "file")});
   Commit("cli", {SetTo("/cfg/x/a", "cli")});
   Subscribe("/cfg/x/", kKvEventSet);
-  EXPECT_THAT(TakeTold(), ElementsAre("a 2 cli", "b 2 file"));
+  EXPECT_THAT(TakeTold(), ElementsAre("b 2 file", "a 2 cli"));
 }
 
 class ConfigReplace : public ConfigCommit {

@@ -77,7 +77,7 @@ void add_nodes(ListAnswer* list, std::string_view path, std::string_view after) 
   const auto& nodes = store().nodes;
   auto node = after < path ? nodes.lower_bound(path) : nodes.upper_bound(after);
   for (; node != nodes.end() && node->first.starts_with(path) && !list->full(); ++node)
-    add_node(list, node->first, owner_of(node->first, node->second), *node->second);
+    add_node(list, node->first, owner_of(node->first, node->second.value), *node->second.value);
 }
 
 void add_owned(ListAnswer* list, std::string_view path, std::string_view after, std::size_t owner) {

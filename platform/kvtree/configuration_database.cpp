@@ -3,10 +3,12 @@
 // A rollback journal and full synchronisation, as the configuration changes seldom and must not be lost.
 // Whether a file is ours is told by its application id, whether we understand it by its version; both, and a
 // check of the whole file, come before anything is read from it or written to it. What version 1 held (one
-// value a path) belonged to the command line. All of a migration is one transaction.
+// value a path) belonged to the command line; version 2 did not say when a node was told. All of a migration
+// is one transaction.
 //
 // Tables. node: a value an owner and path; a number is an INTEGER, a text a TEXT, a tuple a BLOB of
-// little-endian 64-bit numbers, a node without a value a NULL. log: the commits, with the number of nodes
+// little-endian 64-bit numbers, a node without a value a NULL; `told`, the same in all rows of a path, grows
+// with every commit that tells its subscribers of it. log: the commits, with the number of nodes
 // whose value in force changed (0 stands for those that are there only until they are folded) and whether the
 // rows of `node` have it (folded). content: what a commit changed, encoded by commit_codec.h.
 #include "platform/kvtree/configuration_database.h"
@@ -25,27 +27,33 @@ namespace kvtree {
 namespace {
 
 constexpr int kApplicationId = 0x4d56434e;  // "MVCN"
-constexpr int kVersion = 2;
-static_assert(kApplicationId == 1297498958 && kVersion == 2);
+constexpr int kVersion = 3;
+static_assert(kApplicationId == 1297498958 && kVersion == 3);
 
 #define MAKE_TABLES                                                                                      \
-  "CREATE TABLE node(path TEXT NOT NULL, owner TEXT NOT NULL, value, PRIMARY KEY(path, owner)) WITHOUT " \
+  "CREATE TABLE node(path TEXT NOT NULL, owner TEXT NOT NULL, value, told INTEGER NOT NULL, PRIMARY "    \
+  "KEY(path, owner)) WITHOUT "                                                                           \
   "ROWID; CREATE TABLE log(id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER NOT NULL, owner TEXT NOT " \
   "NULL, comment TEXT NOT NULL, changes INTEGER NOT NULL, octets INTEGER NOT NULL, folded INTEGER NOT "  \
   "NULL);"                                                                                               \
   "CREATE TABLE content(id INTEGER PRIMARY KEY, octets BLOB NOT NULL);"
-#define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 2; COMMIT;"
+#define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 3; COMMIT;"
 constexpr char kMake[] = "BEGIN;" MAKE_TABLES SET_VERSION;
-constexpr char kMigrate[] = "BEGIN; ALTER TABLE node RENAME TO former;" MAKE_TABLES
-                            "INSERT INTO node(path, owner, value) SELECT path, 'cli', value FROM former; "
-                            "DROP TABLE former;" SET_VERSION;
+constexpr char kMigrateFirst[] =
+    "BEGIN; ALTER TABLE node RENAME TO former;" MAKE_TABLES
+    "INSERT INTO node(path, owner, value, told) SELECT path, 'cli', value, 0 FROM former; "
+    "DROP TABLE former;" SET_VERSION;
+constexpr char kMigrateSecond[] =
+    "BEGIN; ALTER TABLE node ADD COLUMN told INTEGER NOT NULL DEFAULT 0;" SET_VERSION;
 #undef MAKE_TABLES
 #undef SET_VERSION
 
 constexpr char kProbe[] =
-    "SELECT node.path, node.owner, node.value, log.id, log.time, log.owner, log.comment, log.changes, "
+    "SELECT node.path, node.owner, node.value, node.told, log.id, log.time, log.owner, log.comment, "
+    "log.changes, "
     "log.octets, log.folded, content.id, content.octets FROM node, log, content";
-constexpr char kFormerProbe[] = "SELECT path, value FROM node";
+constexpr char kFirstProbe[] = "SELECT path, value FROM node";
+constexpr char kSecondProbe[] = "SELECT path, owner, value FROM node";
 
 // The one number that a statement answers; the SQLite code.
 int ask_number(sqlite3* database, const char* sql, int* number) {
@@ -65,11 +73,14 @@ int check_whole(sqlite3* database) {
   return column_text(statement, 0) == "ok" ? SQLITE_OK : SQLITE_CORRUPT;
 }
 
-int migrate(sqlite3* database) {
-  if (prepare(database, kFormerProbe) == nullptr) return SQLITE_MISMATCH;
+int migrate(sqlite3* database, int version) {
+  const bool is_first = version == 1;
+  if (prepare(database, is_first ? kFirstProbe : kSecondProbe) == nullptr) return SQLITE_MISMATCH;
   if (fault_check("configuration_migrate") != kStatusOk) return SQLITE_IOERR;
-  const int code = sqlite3_exec(database, kMigrate, nullptr, nullptr, nullptr);
-  if (code == SQLITE_OK) log_line("configuration: what version 1 held belongs to the command line from here");
+  const int code =
+      sqlite3_exec(database, is_first ? kMigrateFirst : kMigrateSecond, nullptr, nullptr, nullptr);
+  if (code == SQLITE_OK && is_first)
+    log_line("configuration: what version 1 held belongs to the command line from here");
   return code;  // closing it takes back what was not committed
 }
 
@@ -88,7 +99,7 @@ int check_or_make(sqlite3* database) {
   if (id != kApplicationId || version < 1 || version > kVersion) return SQLITE_MISMATCH;
   if (const int code = check_whole(database)) return code;
   if (version < kVersion) {
-    if (const int code = migrate(database)) return code;
+    if (const int code = migrate(database, version)) return code;
   }
   return prepare(database, kProbe) == nullptr ? SQLITE_MISMATCH : SQLITE_OK;
 }

@@ -197,7 +197,7 @@ TEST_F(Configuration, DamagedDatabaseIsSetAside) {
 TEST_F(Configuration, DatabaseOfANewerVersionIsSetAside) {
   ASSERT_EQ(Keep(), kStatusOk);
   kvtree::store().kept.reset();
-  Execute("PRAGMA user_version = 3");
+  Execute("PRAGMA user_version = 4");
   ExpectSetAside();
 }
 

@@ -18,6 +18,10 @@ namespace {
 
 constexpr std::size_t kFoldedAtOnce = 256;  // changes of a commit whose rows are in its own transaction
 
+// Commits follow each other by their ids, and the changes of one by their places in it.
+constexpr int kPlaceBits = 20;
+static_assert(kMaxConfigChanges <= std::size_t{1} << kPlaceBits);
+
 void bind_tuple(const Statement& statement, int place, const std::vector<std::int64_t>& tuple,
                 wire::Octets* octets) {
   for (const std::int64_t number : tuple) wire::Writer(octets).u64(static_cast<std::uint64_t>(number));
@@ -133,10 +137,11 @@ Status NodeStore::read_plan(std::int64_t id, std::string_view owner, SharedPlan*
 Status NodeStore::for_each(const Visitor& visit) const {
   if (const Status status = fault_check("configuration_read")) return status;
   const Statement statement =
-      prepare(database_.get(), "SELECT owner, path, value FROM node ORDER BY path, owner");
+      prepare(database_.get(), "SELECT owner, path, value, told FROM node ORDER BY path, owner");
   int code = SQLITE_ROW;
   while ((code = sqlite3_step(statement.get())) == SQLITE_ROW)
-    visit(column_text(statement, 0), column_text(statement, 1), column_value(statement, 2));
+    visit(column_text(statement, 0), column_text(statement, 1), column_value(statement, 2),
+          static_cast<std::uint64_t>(sqlite3_column_int64(statement.get(), 3)));
   return code == SQLITE_DONE ? kStatusOk : fail("the nodes cannot be read");
 }
 
@@ -171,7 +176,7 @@ bool NodeStore::write_all(const CommitPlan& plan, const CommitHead& head, bool f
                           Size* size) {
   const bool logged = !folded || plan.telling > 0;
   if (logged && !write_log(plan, head, folded, id, size)) return false;
-  if (folded && !write_rows(plan, 0, plan.changes.size())) return false;
+  if (folded && !write_rows(*id, plan, 0, plan.changes.size())) return false;
   return forget_oldest(size);
 }
 
@@ -200,25 +205,42 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
   return run(content);
 }
 
-bool NodeStore::write_rows(const CommitPlan& plan, std::size_t first, std::size_t end) {
-  const Statement put =
-      prepare(database_.get(), "INSERT OR REPLACE INTO node(path, owner, value) VALUES (?, ?, ?)");
-  const Statement erase = prepare(database_.get(), "DELETE FROM node WHERE path = ? AND owner = ?");
+struct NodeStore::RowStatements {
+  Statement put;
+  Statement erase;
+  Statement tell;
+};
+
+bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t first, std::size_t end) {
+  const RowStatements statements{
+      prepare(database_.get(),
+              "INSERT INTO node(path, owner, value, told) "
+              "VALUES (?1, ?2, ?3, coalesce((SELECT max(told) FROM node WHERE path = ?1), 0)) "
+              "ON CONFLICT DO UPDATE SET value = excluded.value"),
+      prepare(database_.get(), "DELETE FROM node WHERE path = ? AND owner = ?"),
+      prepare(database_.get(), "UPDATE node SET told = ? WHERE path = ?")};
   for (std::size_t i = first; i < end; ++i) {
-    if (!write_row(put, erase, owner_name(plan.owner), plan.changes[i])) return false;
+    const std::int64_t told = (id << kPlaceBits) + static_cast<std::int64_t>(i);
+    if (!write_row(statements, owner_name(plan.owner), plan.changes[i], told)) return false;
   }
   return true;
 }
 
-bool NodeStore::write_row(const Statement& put, const Statement& erase, std::string_view owner,
-                          const PlannedChange& change) {
-  const Statement& statement = change.value == nullptr ? erase : put;
+// When a node was told stands in the rows of all who hold it: any of them may let go of it without a word.
+bool NodeStore::write_row(const RowStatements& statements, std::string_view owner,
+                          const PlannedChange& change, std::int64_t told) {
+  const Statement& statement = change.value == nullptr ? statements.erase : statements.put;
   wire::Octets octets;
   sqlite3_reset(statement.get());
   bind_text(statement, 1, change.path);
   bind_text(statement, 2, owner);
   if (change.value != nullptr) bind_value(statement, 3, *change.value, &octets);
-  return run(statement);
+  if (!run(statement)) return false;
+  if (!change.tells || change.after == nullptr) return true;
+  sqlite3_reset(statements.tell.get());
+  sqlite3_bind_int64(statements.tell.get(), 1, told);
+  bind_text(statements.tell, 2, change.path);
+  return run(statements.tell);
 }
 
 // The oldest commits make room; one that is not folded is still needed.
@@ -262,7 +284,8 @@ bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
     return false;
   }
   const bool is_last = end == unfolded.plan->changes.size();
-  const bool folded = execute("BEGIN IMMEDIATE") && write_rows(*unfolded.plan, unfolded.next, end) &&
+  const bool folded = execute("BEGIN IMMEDIATE") &&
+                      write_rows(unfolded.id, *unfolded.plan, unfolded.next, end) &&
                       (!is_last || finish_fold(unfolded)) && execute("COMMIT");
   if (folded) return true;
   log_line("configuration: a commit cannot be folded: %s", write_error_.c_str());

@@ -32,8 +32,10 @@ class NodeStore {
   NodeStore(const NodeStore&) = delete;
   NodeStore& operator=(const NodeStore&) = delete;
 
-  // What is folded, in the order of the paths. Fault point "configuration_read".
-  using Visitor = std::function<void(std::string_view owner, std::string_view path, KvValue value)>;
+  // What is folded, in the order of the paths. `told` says when subscribers were last told of the path,
+  // the same for all its owners: later is larger. Fault point "configuration_read".
+  using Visitor =
+      std::function<void(std::string_view owner, std::string_view path, KvValue value, std::uint64_t told)>;
   [[nodiscard]] Status for_each(const Visitor& visit) const;
   // kStatusIo, logged, when it could not be written; then nothing changed. *id is the commit's when something
   // in force changes. Fault points "configuration_write" before and "configuration_commit" at the end of the
@@ -75,9 +77,10 @@ class NodeStore {
   Status visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const;
   bool write_all(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Size* size);
   bool write_log(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Size* size);
-  bool write_rows(const CommitPlan& plan, std::size_t first, std::size_t end);
-  bool write_row(const Statement& put, const Statement& erase, std::string_view owner,
-                 const PlannedChange& change);
+  bool write_rows(std::int64_t id, const CommitPlan& plan, std::size_t first, std::size_t end);
+  struct RowStatements;
+  bool write_row(const RowStatements& statements, std::string_view owner, const PlannedChange& change,
+                 std::int64_t told);
   bool fold_batch(const Unfolded& unfolded, std::size_t end);
   bool finish_fold(const Unfolded& unfolded);
   bool forget_oldest(Size* size);

@@ -3,8 +3,9 @@
 // A set or a deletion changes the tree at once and is told to the subscribers by a function posted on their
 // event manager, so subscribers see changes one after the other and never inside the call that made one. What
 // is posted holds the registrations weakly: after an unbind nothing more is delivered. What
-// exists is delivered inside the registering call, from a copy of the list, because an entry may change the
-// tree.
+// exists is delivered inside the registering call, in the order in which it was last set, so that where one
+// node takes the place of another the later one has it then, too; and from a copy of the list, because an
+// entry may change the tree.
 #include "platform/kvtree/store.h"
 
 #include <algorithm>
@@ -56,13 +57,14 @@ void tell(const Telling& telling) {
 void replay(const KvRegistration& registration) {
   const std::uint32_t events = (kKvEventCreated | kKvEventSet) & registration.events;
   if (events == 0) return;
-  std::vector<Change> existing;
+  std::vector<std::pair<std::uint64_t, Change>> existing;
   const auto& nodes = store().nodes;
   for (auto node = nodes.lower_bound(registration.prefix);
        node != nodes.end() && node->first.starts_with(registration.prefix); ++node) {
-    existing.push_back({node->first, node->second});
+    existing.push_back({node->second.told, {node->first, node->second.value}});
   }
-  for (const Change& change : existing) deliver(registration, change, events);
+  std::ranges::sort(existing, {}, [](const auto& each) { return each.first; });
+  for (const auto& [told, change] : existing) deliver(registration, change, events);
 }
 
 Status check_node_path(std::string_view path) {
@@ -93,11 +95,12 @@ void tell_subscribers(const std::string& path, const std::shared_ptr<const KvVal
 }
 
 Nodes::iterator put_node(const std::string& path, std::shared_ptr<const KvValue> value,
-                         Nodes::const_iterator place) {
+                         Nodes::const_iterator place, bool is_quiet) {
   const std::size_t before = store().nodes.size();
-  const auto node = store().nodes.insert_or_assign(place, path, std::move(value));
+  const auto node = store().nodes.insert_or_assign(place, path, StoredNode{std::move(value), ++store().told});
   const bool created = store().nodes.size() > before;
-  tell_subscribers(path, node->second, created ? kKvEventCreated | kKvEventSet : kKvEventSet);
+  if (!is_quiet)
+    tell_subscribers(path, node->second.value, created ? kKvEventCreated | kKvEventSet : kKvEventSet);
   return node;
 }
 

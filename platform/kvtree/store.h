@@ -59,7 +59,12 @@ struct RetainedQueue {
   std::shared_ptr<NotificationQueue> queue;
 };
 
-using Nodes = std::map<std::string, std::shared_ptr<const KvValue>, std::less<>>;
+struct StoredNode {
+  std::shared_ptr<const KvValue> value;
+  std::uint64_t told = 0;  // when it was last set: Store::told at that time
+};
+
+using Nodes = std::map<std::string, StoredNode, std::less<>>;
 
 // Everything that the process's data store holds. Notifications under way keep weak references to
 // registrations.
@@ -68,6 +73,7 @@ struct Store {
   std::vector<std::shared_ptr<KvRegistration>> registrations;
   std::vector<Provider> providers;
   Nodes nodes;
+  std::uint64_t told = 0;    // how many times a node was set
   ConfigTree configuration;  // what is in force of it is in `nodes`, too
   std::map<std::string, Action, std::less<>> actions;
   std::vector<RetainedQueue> retained;
@@ -81,10 +87,10 @@ Store& store();
 // (kStatusMessageTooLarge) and has no NUL (kStatusBadKey).
 Status check_path(std::string_view path);
 
-// Sets a node and tells it.
+// Sets a node and tells it, unless it `is_quiet`.
 // `place` is a hint: the node goes right before it if that keeps the order.
 Nodes::iterator put_node(const std::string& path, std::shared_ptr<const KvValue> value,
-                         Nodes::const_iterator place);
+                         Nodes::const_iterator place, bool is_quiet = false);
 // Deletes a node that is there and tells it.
 void erase_node(const std::string& path);
 // Posts a change (no value: a deletion) to whoever subscribed to one of these events of this path.

@@ -207,7 +207,7 @@ TEST_F(Subscriptions, WhatExistsIsReplayedWhileRegistering) {
   ASSERT_EQ(SetText("/cfg/gl/vmap2/c", "other subtree"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/a", "other subtree"), kStatusOk);
   Subscribe("/cfg/gl/vmap/", 7);
-  EXPECT_THAT(TakeTold(), ElementsAre("a 3 one", "b 3 two"));
+  EXPECT_THAT(TakeTold(), ElementsAre("b 3 two", "a 3 one"));
   Run();
   EXPECT_THAT(TakeTold(), IsEmpty());
 }

@@ -390,11 +390,15 @@ class Subscriptions(unittest.TestCase):
         self.do("config", "set", *threshold, "ipv6", "60", "40")
         pair_becomes("IPv6 was set last", 40, 60)
         self.restart()
-        pair_becomes("after a kill", 40, 60)
-        self.do("config", "delete", *threshold, "ipv6")
-        pair_becomes("one family's were deleted", 0, 0)
+        pair_becomes("IPv6 was set last, after a kill", 40, 60)
         self.do("config", "set", *threshold, "ipv4", "100", "90")
         pair_becomes("IPv4 was set last again", 90, 100)
+        self.restart()
+        pair_becomes("IPv4 was set last again, after a kill", 90, 100)
+        self.do("config", "delete", *threshold, "ipv6")
+        pair_becomes("one family's were deleted", 0, 0)
+        self.restart()
+        pair_becomes("one family's were deleted, after a kill", 90, 100)
 
     # --- The default VRF ---
 
