@@ -1,4 +1,5 @@
-// For the tests of configuration: nodes as texts, and words read or refused.
+// For the tests of configuration: nodes as texts, words read or refused, and what the data store holds, in
+// words.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "platform/kvtree/config.h"
 #include "platform/vrf_config/vrf_config.h"
 
 namespace vrf_config {
@@ -66,6 +68,30 @@ inline std::string split_mistake(std::string_view line) {
   const auto result = split_words(line);
   const auto* mistake = std::get_if<Mistake>(&result);
   return mistake == nullptr ? "" : mistake->text;
+}
+
+// The words of a node, or its path where it is none of these items.
+inline std::string words_or_path(const KvConfigNode& node) {
+  return words_of(node).value_or(node.path);
+}
+
+inline std::vector<std::string> words_in_force() {
+  std::vector<std::string> all;
+  kvtree_config_in_force("/cfg/", [&](const KvConfigNode& node) { all.push_back(words_or_path(node)); });
+  return all;
+}
+
+inline std::vector<std::string> words_owned(std::string_view owner) {
+  std::vector<std::string> all;
+  kvtree_config_owned(owner, "/cfg/", [&](const KvConfigNode& node) { all.push_back(words_or_path(node)); });
+  return all;
+}
+
+// So many commits there were, up to a hundred.
+inline std::size_t commit_count() {
+  std::vector<KvConfigCommit> commits;
+  EXPECT_EQ(kvtree_config_history(100, {}, &commits), kStatusOk);
+  return commits.size();
 }
 
 }  // namespace vrf_config

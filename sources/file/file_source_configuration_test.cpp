@@ -10,7 +10,7 @@
 #include "platform/evm/test_run_directory.h"
 #include "platform/kvtree/config.h"
 #include "platform/kvtree/kvtree.h"
-#include "platform/vrf_config/vrf_config.h"
+#include "platform/vrf_config/test_support.h"
 #include "sources/file/file_configuration.h"
 #include "sources/file/file_source.h"
 
@@ -18,6 +18,8 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using vrf_config::commit_count;
+using vrf_config::words_in_force;
 
 class ConfigurationOnDisk : public ::testing::Test {
  protected:
@@ -44,19 +46,6 @@ class ConfigurationOnDisk : public ::testing::Test {
     return source_->load(&error_);
   }
   void LoadWell(const std::string& text) { ASSERT_EQ(Load(text), kStatusOk) << error_; }
-  // In words, as people write them.
-  static std::vector<std::string> InForce() {
-    std::vector<std::string> all;
-    kvtree_config_in_force("/cfg/", [&](const KvConfigNode& node) {
-      all.push_back(vrf_config::words_of(node).value_or(node.path));
-    });
-    return all;
-  }
-  static std::size_t Commits() {
-    std::vector<KvConfigCommit> commits;
-    EXPECT_EQ(kvtree_config_history(100, {}, &commits), kStatusOk);
-    return commits.size();
-  }
 
   const TestRunDirectory directory_;
   const std::string path_ = directory_.path() + "/etc/router.yaml";
@@ -69,7 +58,7 @@ constexpr char kRed[] = "vrfs: [{name: red, id: 10, description: Red, rip: {inte
 
 TEST_F(ConfigurationOnDisk, LoadMakesItTheConfigurationInForce) {
   LoadWell(kRed);
-  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
   std::vector<KvConfigCommit> commits;
   ASSERT_EQ(kvtree_config_history(100, {}, &commits), kStatusOk);
   ASSERT_EQ(commits.size(), 1U);
@@ -80,29 +69,29 @@ TEST_F(ConfigurationOnDisk, LoadMakesItTheConfigurationInForce) {
 TEST_F(ConfigurationOnDisk, NextLoadChangesWhatDiffers) {
   LoadWell(kRed);
   LoadWell("vrfs: [{name: red, id: 10, description: Red}]\ntraps: {vrf-up: true}\n");
-  EXPECT_THAT(InForce(), ElementsAre("traps vrf-up", "vrf red description Red"));
-  EXPECT_EQ(Commits(), 2U);
+  EXPECT_THAT(words_in_force(), ElementsAre("traps vrf-up", "vrf red description Red"));
+  EXPECT_EQ(commit_count(), 2U);
   LoadWell("vrfs: [{name: red, id: 10, description: Red, big: true}]\ntraps: {vrf-up: true}\n");
-  EXPECT_EQ(Commits(), 2U) << "it is the router that changed";
+  EXPECT_EQ(commit_count(), 2U) << "it is the router that changed";
   LoadWell("vrfs: []\n");
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(words_in_force(), IsEmpty());
 }
 
 TEST_F(ConfigurationOnDisk, FormatOfAsNumbersComesAndGoesWithItsKey) {
   LoadWell("vrfs: []\nas_format: asdot\n");
-  EXPECT_THAT(InForce(), ElementsAre("bgp as-format asdot"));
+  EXPECT_THAT(words_in_force(), ElementsAre("bgp as-format asdot"));
   LoadWell("vrfs: []\nas_format: asdot+\n");
-  EXPECT_THAT(InForce(), ElementsAre("bgp as-format asdot+"));
+  EXPECT_THAT(words_in_force(), ElementsAre("bgp as-format asdot+"));
   LoadWell("vrfs: []\n");
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(words_in_force(), IsEmpty());
 }
 
 TEST_F(ConfigurationOnDisk, MistakeInTheFileChangesNothing) {
   LoadWell(kRed);
   EXPECT_EQ(Load("vrfs: [{name: red, id: 10, description: New, rip: {interfaces: ge0}}]\n"), kStatusInvalid);
   EXPECT_EQ(error_, path_ + ":1:64: interfaces are written as a list");
-  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
-  EXPECT_EQ(Commits(), 1U);
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
+  EXPECT_EQ(commit_count(), 1U);
 }
 
 TEST_F(ConfigurationOnDisk, ConfigurationThatCannotBeKeptEndsTheLoadWithNothingChanged) {
@@ -110,7 +99,7 @@ TEST_F(ConfigurationOnDisk, ConfigurationThatCannotBeKeptEndsTheLoadWithNothingC
   const ScopedFault fault("kvtree_config_replace", kStatusIo);
   EXPECT_EQ(Load("vrfs: [{name: blue, id: 20, description: Blue}]\n"), kStatusIo);
   EXPECT_EQ(error_, path_ + ": cannot change the configuration: " + err_text(kStatusIo));
-  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
   EXPECT_NE(router_->find_vrf("red"), nullptr);
   EXPECT_EQ(router_->find_vrf("blue"), nullptr);
 }
@@ -118,18 +107,19 @@ TEST_F(ConfigurationOnDisk, ConfigurationThatCannotBeKeptEndsTheLoadWithNothingC
 TEST_F(ConfigurationOnDisk, SameFileAfterARestartIsNoChange) {
   LoadWell(kRed);
   Restart();
-  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red")) << "as it was";
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"))
+      << "as it was";
   LoadWell(kRed);
-  EXPECT_EQ(Commits(), 1U);
+  EXPECT_EQ(commit_count(), 1U);
 }
 
 TEST_F(ConfigurationOnDisk, WhatTheCommandLineSaysIsInForce) {
   const KvConfigNode said = vrf_config::description("red", "by hand");
   ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{said.path, said.value}}, ""), kStatusOk);
   LoadWell(kRed);
-  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description \"by hand\""));
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red rip interface ge0", "vrf red description \"by hand\""));
   ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{said.path, std::nullopt}}, ""), kStatusOk);
-  EXPECT_THAT(InForce(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
 }
 
 TEST_F(ConfigurationOnDisk, ReloadSaysWhatChanged) {
@@ -154,7 +144,7 @@ TEST_F(ConfigurationOnDisk, WithoutAFileNothingOfItStays) {
   std::string id;
   std::string mistake;
   ASSERT_EQ(replace_file_configuration({}, "", &id, &mistake), kStatusOk) << mistake;
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(words_in_force(), IsEmpty());
   EXPECT_NE(id, "");
 }
 

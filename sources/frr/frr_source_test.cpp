@@ -11,7 +11,7 @@
 #include "platform/base/clock.h"
 #include "platform/base/fault.h"
 #include "platform/kvtree/config.h"
-#include "platform/vrf_config/vrf_config.h"
+#include "platform/vrf_config/test_support.h"
 #include "sources/frr/fake_suite_test_support.h"
 
 namespace {
@@ -83,6 +83,12 @@ class FrrSourceTest : public ::testing::Test {
     const std::size_t wanted = suite.Started(program) + 2;
     PumpUntil([&] { return suite.Started(program) >= wanted; });
   }
+  // The program is there with this configuration, and heard.
+  void StartWith(const std::string& program, const std::string& configuration) {
+    suite.Configure(program, configuration);
+    Start();
+    Hear(program);
+  }
   // Goes, and comes back with this configuration.
   void StartBgpdAgain(const std::string& configuration) {
     suite.Become("bgpd", "absent");
@@ -106,13 +112,7 @@ class FrrSourceTest : public ::testing::Test {
     PumpUntil([end] { return clock_monotonic() >= end; });
   }
   // What the suite holds, in words.
-  std::vector<std::string> Held() const {
-    std::vector<std::string> words;
-    kvtree_config_owned(kConfigOwnerFrr, "/cfg/", [&words](const KvConfigNode& node) {
-      words.push_back(vrf_config::words_of(node).value_or(node.path));
-    });
-    return words;
-  }
+  std::vector<std::string> Held() const { return vrf_config::words_owned(kConfigOwnerFrr); }
 
   // A tenth of the interval, so that a second of a test is a few questions.
   static constexpr std::uint64_t kStep = 100 * kNanosecondsPerMillisecond;
@@ -136,27 +136,21 @@ TEST_F(FrrSourceTest, ConfigurationComesIntoTheTree) {
 }
 
 TEST_F(FrrSourceTest, ChangesAreFollowed) {
-  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   suite.Configure("bgpd", bgp_red("  rd vpn export 65000:11\n  rt vpn import 65000:12\n"));
   Hear("bgpd");
   EXPECT_THAT(Held(), UnorderedElementsAre("vrf red rd 65000:11 ipv4", "vrf red rt import 65000:12 ipv4"));
 }
 
 TEST_F(FrrSourceTest, RemovalIsFollowedWithTheNextAnswer) {
-  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   suite.Configure("bgpd", "");
   Hear("bgpd");
   EXPECT_THAT(Held(), IsEmpty());
 }
 
 TEST_F(FrrSourceTest, UnchangedConfigurationIsNoCommit) {
-  suite.Configure("bgpd", bgp_red(kRd10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(kRd10));
   fault_arm("kvtree_config_replace", kStatusIo, 1, 0);
   Hear("bgpd");
   EXPECT_EQ(fault_reached("kvtree_config_replace"), 0U);
@@ -176,9 +170,7 @@ TEST_F(FrrSourceTest, ProgramsAreFollowedApart) {
 }
 
 TEST_F(FrrSourceTest, ProgramThatWentAwayKeepsItsConfiguration) {
-  suite.Configure("bgpd", bgp_red(kRd10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(kRd10));
   for (const char* state : {"gone", "absent", "ending", "garbage", "cut", "mended"}) {
     suite.Become("bgpd", state);
     HearNothing("bgpd");
@@ -187,18 +179,14 @@ TEST_F(FrrSourceTest, ProgramThatWentAwayKeepsItsConfiguration) {
 }
 
 TEST_F(FrrSourceTest, ProgramThatIsStartedAgainIsHeardAgain) {
-  suite.Configure("bgpd", bgp_red(kRd10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(kRd10));
   StartBgpdAgain(bgp_red(std::string(kRd10) + kTarget10));
   EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words, kTarget10Words));
 }
 
 // A program that was just started has not loaded its configuration yet.
 TEST_F(FrrSourceTest, StartedProgramWithoutItsConfigurationRemovesNothing) {
-  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   StartBgpdAgain("");
   EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words, kTarget10Words));
   suite.Configure("bgpd", bgp_red(kTarget10));
@@ -207,18 +195,14 @@ TEST_F(FrrSourceTest, StartedProgramWithoutItsConfigurationRemovesNothing) {
 }
 
 TEST_F(FrrSourceTest, StartedProgramAddsAndChangesAtOnce) {
-  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   StartBgpdAgain(bgp_red("  rd vpn export 65000:11\n  rt vpn export 65000:12\n"));
   EXPECT_THAT(Held(), UnorderedElementsAre("vrf red rd 65000:11 ipv4", "vrf red rt export 65000:12 ipv4",
                                            kTarget10Words));
 }
 
 TEST_F(FrrSourceTest, StartedProgramIsBelievedWhenItStaysWithWhatItSays) {
-  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   StartBgpdAgain(bgp_red(kRd10));
   PumpFor(Options().settling);
   Hear("bgpd");
@@ -226,9 +210,7 @@ TEST_F(FrrSourceTest, StartedProgramIsBelievedWhenItStaysWithWhatItSays) {
 }
 
 TEST_F(FrrSourceTest, StartedProgramIsNotBelievedWhileItsConfigurationChanges) {
-  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   StartBgpdAgain(bgp_red(kRd10));
   PumpFor(Options().settling * 3 / 4);
   suite.Configure("bgpd", bgp_red(std::string(kRd10) + "  rt vpn export 65000:12\n"));
@@ -239,9 +221,7 @@ TEST_F(FrrSourceTest, StartedProgramIsNotBelievedWhileItsConfigurationChanges) {
 }
 
 TEST_F(FrrSourceTest, StartedProgramIsNotBelievedWhenItIsStartedOnceMore) {
-  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   for (int time = 0; time < 2; ++time) {
     StartBgpdAgain(bgp_red(kRd10));
     PumpFor(Options().settling * 3 / 4);
@@ -251,9 +231,7 @@ TEST_F(FrrSourceTest, StartedProgramIsNotBelievedWhenItIsStartedOnceMore) {
 }
 
 TEST_F(FrrSourceTest, StartedProgramThatSaysNothingIsBelievedLater) {
-  suite.Configure("bgpd", bgp_red(kRd10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(kRd10));
   StartBgpdAgain("");
   PumpFor(Options().settling);
   Hear("bgpd");
@@ -264,9 +242,7 @@ TEST_F(FrrSourceTest, StartedProgramThatSaysNothingIsBelievedLater) {
 }
 
 TEST_F(FrrSourceTest, StartedProgramIsBelievedOnceItSaidEverything) {
-  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   suite.Become("bgpd", "absent");
   HearNothing("bgpd");
   suite.Become("bgpd", "ok");
@@ -292,9 +268,7 @@ TEST_F(FrrSourceTest, LastKnownConfigurationOutlivesTheProcess) {
 }
 
 TEST_F(FrrSourceTest, RestartWithTheSameConfigurationIsNoCommit) {
-  suite.Configure("bgpd", bgp_red(kRd10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(kRd10));
   fault_arm("kvtree_config_replace", kStatusIo, 1, 0);
   Restart();
   Hear("bgpd");
@@ -302,9 +276,7 @@ TEST_F(FrrSourceTest, RestartWithTheSameConfigurationIsNoCommit) {
 }
 
 TEST_F(FrrSourceTest, InterfacesAreFollowedWithoutAChangeOfText) {
-  suite.Configure("ospfd", "router ospf vrf blue\n network 10.0.0.0/8 area 0\n");
-  Start();
-  Hear("ospfd");
+  StartWith("ospfd", "router ospf vrf blue\n network 10.0.0.0/8 area 0\n");
   EXPECT_EQ(Held().size(), 1U);
   AddInterface("blue2", "10.7.0.1/30");
   Hear("ospfd");
@@ -366,9 +338,7 @@ TEST_F(FrrSourceTest, ProgramThatNeverAnsweredIsAskedLessAndLess) {
 }
 
 TEST_F(FrrSourceTest, ForgettingLetsGoOfEverything) {
-  suite.Configure("bgpd", bgp_red(kRd10));
-  Start();
-  Hear("bgpd");
+  StartWith("bgpd", bgp_red(kRd10));
   source.reset();
   EXPECT_EQ(FrrSource::forget(), kStatusOk);
   EXPECT_THAT(Held(), IsEmpty());

@@ -11,12 +11,15 @@
 #include "platform/evm/test_run_directory.h"
 #include "platform/kvtree/config.h"
 #include "platform/kvtree/kvtree.h"
-#include "platform/vrf_config/vrf_config.h"
+#include "platform/router/vrf_test_support.h"
+#include "platform/vrf_config/test_support.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using vrf_config::commit_count;
+using vrf_config::words_in_force;
 
 class RouterDescriptions : public ::testing::Test {
  protected:
@@ -36,9 +39,7 @@ class RouterDescriptions : public ::testing::Test {
     ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
   }
   void Describe(const std::string& name, const std::string& text) {
-    router::Vrf vrf = *router_.find_vrf(name);
-    vrf.description = text;
-    ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+    router::ChangeVrf(&router_, name, &router::Vrf::description, text);
   }
   void Start() {
     ASSERT_EQ(descriptions_->load(&error_), kStatusOk) << error_;
@@ -47,18 +48,6 @@ class RouterDescriptions : public ::testing::Test {
   void Run() {
     while (event_run_pending(manager_)) {
     }
-  }
-  static std::vector<std::string> InForce() {
-    std::vector<std::string> all;
-    kvtree_config_in_force("/cfg/", [&](const KvConfigNode& node) {
-      all.push_back(vrf_config::words_of(node).value_or(node.path));
-    });
-    return all;
-  }
-  static std::size_t Commits() {
-    std::vector<KvConfigCommit> commits;
-    EXPECT_EQ(kvtree_config_history(100, {}, &commits), kStatusOk);
-    return commits.size();
   }
 
   TestRunDirectory directory_;
@@ -72,7 +61,7 @@ TEST_F(RouterDescriptions, WhatTheRouterSaysIsInForce) {
   AddVrf("red", 10, "Red");
   AddVrf("blue", 20, "");
   Start();
-  EXPECT_THAT(InForce(), ElementsAre("vrf red description Red"));
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red description Red"));
 }
 
 TEST_F(RouterDescriptions, ChangesFollowAsOneCommit) {
@@ -80,14 +69,14 @@ TEST_F(RouterDescriptions, ChangesFollowAsOneCommit) {
   Start();
   Describe("red", "redder");
   AddVrf("blue", 20, "Blue");
-  EXPECT_THAT(InForce(), ElementsAre("vrf red description Red")) << "not from inside the change";
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red description Red")) << "not from inside the change";
   Run();
-  EXPECT_THAT(InForce(), ElementsAre("vrf blue description Blue", "vrf red description redder"));
-  EXPECT_EQ(Commits(), 2U);
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf blue description Blue", "vrf red description redder"));
+  EXPECT_EQ(commit_count(), 2U);
   Describe("blue", "");
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
   Run();
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(words_in_force(), IsEmpty());
 }
 
 TEST_F(RouterDescriptions, ChangeThatIsTakenBackIsNoCommit) {
@@ -96,7 +85,7 @@ TEST_F(RouterDescriptions, ChangeThatIsTakenBackIsNoCommit) {
   Describe("red", "other");
   Describe("red", "Red");
   Run();
-  EXPECT_EQ(Commits(), 1U);
+  EXPECT_EQ(commit_count(), 1U);
 }
 
 TEST_F(RouterDescriptions, EveryOtherOwnerIsInForceBeforeIt) {
@@ -105,9 +94,9 @@ TEST_F(RouterDescriptions, EveryOtherOwnerIsInForceBeforeIt) {
   const KvConfigNode node = vrf_config::description("red", "configured");
   for (const std::string_view owner : {kConfigOwnerCli, kConfigOwnerFile, kConfigOwnerFrr}) {
     ASSERT_EQ(kvtree_config_commit(owner, {{node.path, node.value}}, ""), kStatusOk);
-    EXPECT_THAT(InForce(), ElementsAre("vrf red description configured")) << owner;
+    EXPECT_THAT(words_in_force(), ElementsAre("vrf red description configured")) << owner;
     ASSERT_EQ(kvtree_config_commit(owner, {{node.path, std::nullopt}}, ""), kStatusOk);
-    EXPECT_THAT(InForce(), ElementsAre("vrf red description Red")) << owner;
+    EXPECT_THAT(words_in_force(), ElementsAre("vrf red description Red")) << owner;
   }
 }
 
@@ -119,10 +108,10 @@ TEST_F(RouterDescriptions, FailedCommitIsMadeUpForByTheNextChange) {
   Describe("red", "redder");
   Run();
   EXPECT_EQ(fault_reached("kvtree_config_commit"), 1U);
-  EXPECT_THAT(InForce(), ElementsAre("vrf red description Red"));
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red description Red"));
   Describe("blue", "Blue");
   Run();
-  EXPECT_THAT(InForce(), ElementsAre("vrf blue description Blue", "vrf red description redder"));
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf blue description Blue", "vrf red description redder"));
 }
 
 TEST_F(RouterDescriptions, FailedLoadIsTold) {
@@ -138,14 +127,14 @@ TEST_F(RouterDescriptions, NextProcessHoldsWhatItsRouterSays) {
   descriptions_ = std::make_unique<VrfDescriptions>(&router_);
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
   Start();
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(words_in_force(), IsEmpty());
 }
 
 TEST_F(RouterDescriptions, AreForgottenWhereNobodySaysAny) {
   AddVrf("red", 10, "Red");
   Start();
   ASSERT_EQ(VrfDescriptions::forget(&error_), kStatusOk) << error_;
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(words_in_force(), IsEmpty());
 }
 
 }  // namespace
