@@ -9,21 +9,18 @@
 // commit itself is one. The commit is made by a source (one call) and by a client (over the socket). The
 // floor is bare delivery: the same nodes, set one by one in the tree without owners, database and history.
 // Each way is measured in a process of its own; the median of three counts.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <ctime>
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "bench/daemon_in_process.h"
+#include "bench/in_child.h"
 #include "platform/chkpt/chkpt.h"
 #include "platform/kvtree/client.h"
 #include "platform/kvtree/config.h"
@@ -45,14 +42,6 @@ double cpu_seconds() {
   timespec now{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
-double resident_octets() {
-  std::ifstream statm("/proc/self/statm");
-  std::size_t size = 0;
-  std::size_t resident = 0;
-  statm >> size >> resident;
-  return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
 struct Result {
@@ -202,31 +191,18 @@ class Bench {
   bool during_ = false;  // the commit was made in one call of this thread
 };
 
-// In a child process, so that neither memory nor the process-wide state is shared.
-Result in_child(unsigned vrfs, void (Bench::*make)()) {
-  int ends[2];
-  if (pipe(ends) != 0) throw std::runtime_error("pipe");
-  const pid_t child = fork();
-  if (child == 0) {
-    Bench bench(vrfs);
-    Result result = bench.measure([make](Bench* each) { (each->*make)(); });
-    if (make == &Bench::as_source) result.octets_per_repetition = bench.growth_of_repetition();
-    _exit(write(ends[1], &result, sizeof result) == static_cast<ssize_t>(sizeof result) ? 0 : 1);
-  }
-  close(ends[1]);
-  Result result{};
-  const ssize_t got = read(ends[0], &result, sizeof result);
-  close(ends[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  if (got != static_cast<ssize_t>(sizeof result) || status != 0)
-    throw std::runtime_error("a measurement failed");
+Result measure(unsigned vrfs, void (Bench::*make)()) {
+  Bench bench(vrfs);
+  Result result = bench.measure([make](Bench* each) { (each->*make)(); });
+  if (make == &Bench::as_source) result.octets_per_repetition = bench.growth_of_repetition();
   return result;
 }
 
 Result median_of(unsigned repetitions, unsigned vrfs, void (Bench::*make)()) {
   std::vector<Result> results;
-  for (unsigned i = 0; i < repetitions; ++i) results.push_back(in_child(vrfs, make));
+  for (unsigned i = 0; i < repetitions; ++i) {
+    results.push_back(in_child([vrfs, make] { return measure(vrfs, make); }));
+  }
   std::sort(results.begin(), results.end(),
             [](const Result& one, const Result& other) { return one.delivering < other.delivering; });
   return results[results.size() / 2];

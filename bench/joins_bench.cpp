@@ -6,21 +6,17 @@
 // interface added to the router and delivered to the daemon through the membership service and the event loop
 // (live), or all at once at registration (start-up). The floor is a std::map with the same keys (VRF name,
 // index) and a name as value.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "bench/daemon_in_process.h"
+#include "bench/in_child.h"
 
 namespace {
 
@@ -38,14 +34,6 @@ double seconds_since(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-std::size_t resident_octets() {
-  std::ifstream statm("/proc/self/statm");
-  std::size_t size = 0;
-  std::size_t resident = 0;
-  statm >> size >> resident;
-  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
-
 double measure_floor(unsigned interfaces) {
   std::map<std::pair<std::string, unsigned>, std::string> floor;
   const auto start = Clock::now();
@@ -60,7 +48,7 @@ double measure_live(unsigned interfaces, double* octets_per_interface) {
   DaemonInProcess daemon;
   for (unsigned vrf = 0; vrf < interfaces / 10; ++vrf) daemon.add_vrf(vrf);
   daemon.register_provider();
-  const std::size_t before = resident_octets();
+  const double before = resident_octets();
   const auto start = Clock::now();
   for (unsigned i = 0; i < interfaces; ++i) {
     daemon.add_interface(i, i / 10);
@@ -68,7 +56,7 @@ double measure_live(unsigned interfaces, double* octets_per_interface) {
   }
   daemon.run_pending();
   const double seconds = seconds_since(start);
-  *octets_per_interface = static_cast<double>(resident_octets() - before) / interfaces;
+  *octets_per_interface = (resident_octets() - before) / interfaces;
   return seconds;
 }
 
@@ -82,40 +70,17 @@ double measure_start(unsigned interfaces) {
   return seconds_since(start);
 }
 
-// Runs a measurement in a child process, so that neither memory nor the daemon's process-wide state is
-// shared.
-template <typename Value, typename Measure>
-Value in_child(Measure measure) {
-  int ends[2];
-  if (pipe(ends) != 0) throw std::runtime_error("pipe");
-  const pid_t child = fork();
-  if (child == 0) {
-    const Value value = measure();
-    const bool whole = write(ends[1], &value, sizeof value) == static_cast<ssize_t>(sizeof value);
-    _exit(whole ? 0 : 1);
-  }
-  close(ends[1]);
-  Value value{};
-  const ssize_t got = read(ends[0], &value, sizeof value);
-  close(ends[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  if (got != static_cast<ssize_t>(sizeof value) || status != 0)
-    throw std::runtime_error("a measurement failed");
-  return value;
-}
-
 Result measure(unsigned interfaces) {
   Result result{interfaces, 0, 0, 0, 0};
-  const auto live = in_child<std::pair<double, double>>([interfaces] {
+  const auto live = in_child([interfaces] {
     double octets = 0;
     const double seconds = measure_live(interfaces, &octets);
     return std::make_pair(seconds, octets);
   });
   result.live_seconds = live.first;
   result.octets_per_interface = live.second;
-  result.start_seconds = in_child<double>([interfaces] { return measure_start(interfaces); });
-  result.floor_seconds = in_child<double>([interfaces] { return measure_floor(interfaces); });
+  result.start_seconds = in_child([interfaces] { return measure_start(interfaces); });
+  result.floor_seconds = in_child([interfaces] { return measure_floor(interfaces); });
   return result;
 }
 

@@ -6,20 +6,18 @@
 //
 //   route_store_bench [--brief]
 #include <malloc.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <random>
 #include <stdexcept>
 #include <vector>
 
+#include "bench/in_child.h"
 #include "platform/router/route_store.h"
 #include "platform/router/router.h"
 
@@ -42,13 +40,10 @@ double seconds_since(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-double resident_octets() {
+// What is freed but kept for the next allocation is not a route's.
+double trimmed_octets() {
   malloc_trim(0);
-  std::ifstream statm("/proc/self/statm");
-  double size = 0;
-  double resident = 0;
-  statm >> size >> resident;
-  return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
+  return resident_octets();
 }
 
 // Made-up rows in a random order without repetition: the number's bits, mixed, are the destination.
@@ -68,7 +63,7 @@ Route route_of(Family family, std::uint32_t number) {
 
 Figures of_store(Family family, std::uint32_t count, unsigned walks, bool in_order) {
   const router::RouteTableId table{family, 10};
-  const double before = resident_octets();
+  const double before = trimmed_octets();
   router::RouteStore store;
   store.open(table);
   std::vector<std::uint32_t> numbers;
@@ -83,7 +78,7 @@ Figures of_store(Family family, std::uint32_t count, unsigned walks, bool in_ord
   }
   std::vector<std::uint32_t>().swap(numbers);
   Figures figures;
-  figures.octets = (resident_octets() - before) / count;
+  figures.octets = (trimmed_octets() - before) / count;
   Route route;
   const auto start = Clock::now();
   for (unsigned walk = 0; walk < walks; ++walk) {
@@ -146,14 +141,14 @@ Figures of_vector(Family family, std::uint32_t count, unsigned walks, bool) {
 }
 
 Figures of_map(Family family, std::uint32_t count, unsigned, bool) {
-  const double before = resident_octets();
+  const double before = trimmed_octets();
   std::map<RouteKey, PlainRow> rows;
   for (std::uint32_t number = 0; number < count; ++number) {
     const PlainRow row = plain_of(family, number);
     rows.emplace(row.key, row);
   }
   Figures figures;
-  figures.octets = (resident_octets() - before) / count;
+  figures.octets = (trimmed_octets() - before) / count;
   figures.rows = rows.size();
   return figures;
 }
@@ -162,21 +157,7 @@ using Measure = Figures (*)(Family, std::uint32_t, unsigned, bool);
 
 Figures in_a_process(Measure measure, Family family, std::uint32_t count, unsigned walks,
                      bool in_order = false) {
-  int ends[2];
-  if (pipe(ends) != 0) throw std::runtime_error("pipe");
-  const pid_t child = fork();
-  if (child == 0) {
-    const Figures figures = measure(family, count, walks, in_order);
-    _exit(write(ends[1], &figures, sizeof figures) == static_cast<ssize_t>(sizeof figures) ? 0 : 1);
-  }
-  Figures figures;
-  close(ends[1]);
-  if (read(ends[0], &figures, sizeof figures) != static_cast<ssize_t>(sizeof figures)) {
-    throw std::runtime_error("a measuring process failed");
-  }
-  close(ends[0]);
-  waitpid(child, nullptr, 0);
-  return figures;
+  return in_child([&] { return measure(family, count, walks, in_order); });
 }
 
 void report(Family family, std::uint32_t large) {
