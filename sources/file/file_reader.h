@@ -39,8 +39,8 @@ class BackgroundReader {
   // Asks for the file as it is from now on: a read that is under way is done again. When there is no thread
   // to be had, that is the result, from inside this call. Fault point "file_reader_thread".
   void start();
-  // What is under way is of no interest any more.
-  void forget() { is_wanted_ = false; }
+  // What is under way is of no interest any more, and not done again.
+  void forget() { is_wanted_ = again_ = false; }
   bool is_reading() const { return thread_.joinable(); }
 
  private:

@@ -249,6 +249,21 @@ TEST_F(RouterOnDisk, ReadThatALoadHasOvertakenIsDropped) {
   }
 }
 
+TEST_F(RouterOnDisk, ReadThatIsForgottenIsNotDoneAgain) {
+  manager_ = event_manager_create(kMainManager, 0);
+  router_file::BackgroundReader reader(manager_, path_, [](const router_file::Reading&) { ADD_FAILURE(); });
+  Write(kRed);
+  SlowFile slow(path_);
+  reader.start();
+  slow.AwaitReader();
+  reader.start();
+  reader.forget();
+  slow.Finish(kBlue);
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // the end of the first read
+  EXPECT_FALSE(reader.is_reading());
+  if (reader.is_reading()) slow.AwaitReader();  // else the reader would wait for ever
+}
+
 TEST_F(RouterOnDisk, SourceThatEndsWaitsForItsRead) {
   StartWith(kRed);
   SlowFile slow(path_);
