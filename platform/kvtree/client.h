@@ -54,13 +54,9 @@ struct SubscribeResult {
   std::uint64_t instance = 0;
 };
 
-// One node, with any value that the configuration has (none, text, number, tuple). Texts and numbers stand in
-// `text` and `number`, too.
+// One node, with any value that the configuration has (none, text, number, tuple).
 struct Node {
   std::string path;
-  bool is_number = false;
-  std::string text;
-  std::int64_t number = 0;
   KvValue value;
   std::string owner;  // empty for a node that is no configuration
 };

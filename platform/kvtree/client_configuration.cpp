@@ -14,11 +14,7 @@ constexpr std::size_t kStagedPerMessage = 24U << 10;  // octets; one more change
 bool read_node(wire::Reader* reader, Node* node) {
   node->path = reader->text();
   node->owner = reader->text();
-  if (!read_value(reader, &node->value)) return false;
-  node->is_number = node->value.type == KvValueType::kNumber;
-  node->number = node->value.number;
-  node->text = node->value.text;
-  return true;
+  return read_value(reader, &node->value);
 }
 
 bool read_commit(wire::Reader* reader, KvConfigCommit* commit) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/kvtree/test_configuration.h"
 #include "platform/kvtree/test_served_store.h"
 
 namespace {
@@ -36,7 +37,7 @@ class Configuration : public ServedStore {
     const kvtree::NodesResult result = client.nodes(path, 1000);
     EXPECT_EQ(result.status, kStatusOk);
     for (const Node& node : result.nodes) {
-      all.push_back(node.path + "=" + (node.is_number ? "#" + std::to_string(node.number) : node.text));
+      all.push_back(node.path + "=" + Describe(node.value));
     }
     return all;
   }
