@@ -128,8 +128,7 @@ def measure(count):
     router = {"vrfs": [{"name": "red", "table": 10}, {"name": "blue", "table": 20}]}
     fill_kernel(count)
     with System(json.dumps(router)) as system:
-        daemon, _ = (system.start_daemon(), system.start_snmpd())
-        system.start_agent()
+        system.start_all()
         daemon, agent, snmpd = (system.processes[name] for name in ("daemon", "agent", "snmpd"))
         before = {process: resident(process) for process in (daemon, agent, snmpd)}
         router["vrfs"][0]["routes"] = routes
