@@ -90,6 +90,7 @@ struct ConfigEditRequest {
   std::vector<std::string> words;  // of set and delete
   bool candidate = false;          // collects it for config_commit
   bool dry_run = false;            // shows what would change
+  bool force = false;              // of config_commit: whatever was committed since
   std::string comment;             // of the commit; empty: the words, or what was loaded
 };
 void config_set(const Session& session, const ConfigEditRequest& request);
@@ -98,8 +99,9 @@ void config_delete(const Session& session, const ConfigEditRequest& request);
 // Lines "set WORDS" and "delete WORDS" as one commit.
 void config_load(const Session& session, const std::string& file, const ConfigEditRequest& request);
 
-// The candidate: made and dropped, dropped, or shown against what is in force.
-void config_commit(const Session& session, const std::string& comment);
+// The candidate: made and dropped, dropped, or shown against what is in force. It is not made when the
+// command line changed one of its items otherwise since it was begun.
+void config_commit(const Session& session, const ConfigEditRequest& request);
 void config_discard(const Session& session);
 void config_diff(const Session& session);
 

@@ -10,6 +10,7 @@
 #include "cli/commands.h"
 #include "cli/config_candidate.h"
 #include "cli/config_edits.h"
+#include "cli/config_history.h"
 #include "cli/table.h"
 
 namespace cli {
@@ -41,10 +42,18 @@ std::string read_file(const std::string& name) {
 void collect(const Session& session, const std::vector<ConfigEdit>& edits) {
   Candidate candidate(session);
   const auto client = connect_to_daemon(session);
+  const std::string newest = newest_commit(session, *client);
   WorkingCopy copy(session, *client);
   copy.apply(candidate.edits());
   copy.apply(edits);
-  candidate.append(edits);
+  candidate.append(edits, newest);
+}
+
+// The commit's id; empty when there is nothing to change.
+std::string commit(const Session& session, kvtree::Client& client, const std::vector<KvConfigChange>& changes,
+                   const std::string& comment, const std::string& what) {
+  if (changes.empty()) return {};
+  return make_commit(session, client, what, changes, comment.empty() ? what : comment);
 }
 
 void make(const Session& session, const std::vector<ConfigEdit>& edits, const ConfigEditRequest& request,
@@ -55,10 +64,7 @@ void make(const Session& session, const std::vector<ConfigEdit>& edits, const Co
   copy.apply(edits);
   const std::vector<KvConfigChange> changes = copy.changes();
   if (request.dry_run) return print_changes(session, foresee_changes(session, *client, changes));
-  std::string id;
-  if (!changes.empty()) {
-    id = make_commit(session, *client, what, changes, request.comment.empty() ? what : request.comment);
-  }
+  const std::string id = commit(session, *client, changes, request.comment, what);
   if (answer == Answer::kCommit) print_commit(session, id);
 }
 
@@ -86,12 +92,15 @@ void config_load(const Session& session, const std::string& file, const ConfigEd
   make(session, parse_edits(read_file(file), file), request, "load " + file, Answer::kCommit);
 }
 
-void config_commit(const Session& session, const std::string& comment) {
+void config_commit(const Session& session, const ConfigEditRequest& request) {
   Candidate candidate(session);
   if (candidate.edits().empty()) throw no_candidate();
-  ConfigEditRequest request;
-  request.comment = comment;
-  make(session, candidate.edits(), request, "commit", Answer::kCommit);
+  const auto client = connect_to_daemon(session);
+  WorkingCopy copy(session, *client);
+  copy.apply(candidate.edits());
+  const std::vector<KvConfigChange> changes = copy.changes();
+  if (!request.force) check_unchanged_since(session, *client, candidate.begun_after(), changes);
+  print_commit(session, commit(session, *client, changes, request.comment, "commit"));
   candidate.clear();
 }
 

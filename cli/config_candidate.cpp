@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <string_view>
 
 #include "platform/kvtree/kvtree.h"
 
@@ -34,6 +35,15 @@ std::string candidate_path(const Session& session) {
   return directory / ("candidate." + kvtree_encode_text(session.socket));
 }
 
+constexpr std::string_view kBegunAfter = "# after commit ";
+
+// Of the first line.
+std::string commit_of(std::string_view text) {
+  if (!text.starts_with(kBegunAfter)) return {};
+  text.remove_prefix(kBegunAfter.size());
+  return std::string(text.substr(0, text.find('\n')));
+}
+
 }  // namespace
 
 Candidate::Candidate(const Session& session) : path_(candidate_path(session)) {
@@ -41,7 +51,9 @@ Candidate::Candidate(const Session& session) : path_(candidate_path(session)) {
   if (file_ < 0) throw failure(errno);
   try {
     if (flock(file_, LOCK_EX) != 0) throw failure(errno);
-    edits_ = parse_edits(read(), path_);
+    const std::string text = read();
+    edits_ = parse_edits(text, path_);
+    begun_after_ = commit_of(text);
   } catch (...) {
     close(file_);
     throw;
@@ -63,8 +75,10 @@ std::string Candidate::read() const {
   }
 }
 
-void Candidate::append(const std::vector<ConfigEdit>& edits) {
+void Candidate::append(const std::vector<ConfigEdit>& edits, const std::string& newest_commit) {
+  if (edits.empty()) return;
   std::string text;
+  if (edits_.empty()) text = fmt::format("{}{}\n", kBegunAfter, newest_commit);
   for (const ConfigEdit& edit : edits) text += edit_line(edit) + '\n';
   const off_t before = lseek(file_, 0, SEEK_END);
   const ssize_t written = write(file_, text.data(), text.size());

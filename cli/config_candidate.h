@@ -1,6 +1,6 @@
 // The candidate: edits that a person collects before they are committed together. A file of its owner's own
 // for each daemon, below $XDG_STATE_HOME/mplsvpn (or ~/.local/state/mplsvpn), of lines as parse_edits reads
-// them; an empty one is none.
+// them, below a comment with the newest commit when it was begun; one without lines is none.
 #pragma once
 
 #include <string>
@@ -21,7 +21,10 @@ class Candidate {
   Candidate& operator=(const Candidate&) = delete;
 
   const std::vector<ConfigEdit>& edits() const { return edits_; }
-  void append(const std::vector<ConfigEdit>& edits);
+  // The newest commit when it was begun; empty when it was not told.
+  const std::string& begun_after() const { return begun_after_; }
+  // The first edits begin it, after this commit.
+  void append(const std::vector<ConfigEdit>& edits, const std::string& newest_commit);
   void clear();
 
  private:
@@ -30,6 +33,7 @@ class Candidate {
 
   std::string path_;
   int file_ = -1;
+  std::string begun_after_;
   std::vector<ConfigEdit> edits_;
 };
 

@@ -102,9 +102,11 @@ void add_load(const Builder& builder) {
 void add_candidate_commands(const Builder& builder) {
   ConfigOptions* options = builder.options;
   builder.add("diff", "What the candidate would change", config_diff);
-  builder.add_comment(
+  CLI::App* commit =
       builder.add("commit", "Makes the candidate as one commit",
-                  [options](const Session& session) { config_commit(session, options->edit.comment); }));
+                  [options](const Session& session) { config_commit(session, options->edit); });
+  builder.add_comment(commit);
+  commit->add_flag("--force", options->edit.force, "Also over what was committed since it was begun");
   builder.add("discard", "Drops the candidate", config_discard);
 }
 

@@ -12,6 +12,7 @@
 
 #include "cli/commands.h"
 #include "cli/config_edits.h"
+#include "cli/config_history.h"
 #include "cli/config_tree.h"
 #include "cli/table.h"
 #include "cli/times.h"
@@ -86,6 +87,24 @@ void show_commits(const Session& session, kvtree::Client& client, std::uint32_t 
   session.json ? list.end() : table.flush();
 }
 
+// Ids are numbers without leading zeros.
+bool is_later(const std::string& id, const std::string& than) {
+  return id.size() != than.size() ? id.size() > than.size() : id > than;
+}
+
+bool same_outcome(const std::optional<KvValue>& left, const std::optional<KvValue>& right) {
+  return left && right ? same_value(*left, *right) : !left && !right;
+}
+
+Failure changed_meanwhile(const KvConfigCommit& commit, const KvConfigCommitChange& change) {
+  const bool is_set = change.after.has_value();
+  return {kExitFailed,
+          fmt::format("{} was {} by commit {} after the candidate was begun: see \"config diff\", then "
+                      "\"config commit --force\" or \"config discard\"",
+                      node_text(change.path, is_set ? *change.after : *change.before),
+                      is_set ? "set" : "deleted", commit.id)};
+}
+
 // The commits after this one, newest first.
 std::vector<std::string> later_commits(const Session& session, kvtree::Client& client,
                                        const std::string& id) {
@@ -158,6 +177,34 @@ void tell_left_alone(const Session& session, const std::map<std::string, Past>& 
 }
 
 }  // namespace
+
+std::string newest_commit(const Session& session, kvtree::Client& client) {
+  std::string newest = "0";
+  visit_commits(session, client, [&newest](const KvConfigCommit& commit) {
+    newest = commit.id;
+    return false;
+  });
+  return newest;
+}
+
+// Of the commits that changed a node, the newest counts.
+void check_unchanged_since(const Session& session, kvtree::Client& client, const std::string& id,
+                           const std::vector<KvConfigChange>& changes) {
+  if (id.empty()) return;
+  std::map<std::string, std::optional<KvValue>> wanted;
+  for (const KvConfigChange& change : changes) wanted[change.path] = change.value;
+  visit_commits(session, client, [&](const KvConfigCommit& commit) {
+    if (!is_later(commit.id, id)) return false;
+    if (commit.owner != kConfigOwnerCli) return true;
+    for (const KvConfigCommitChange& change : read_changes(session, client, commit.id)) {
+      const auto node = wanted.find(change.path);
+      if (node == wanted.end()) continue;
+      if (!same_outcome(node->second, change.after)) throw changed_meanwhile(commit, change);
+      wanted.erase(node);
+    }
+    return true;
+  });
+}
 
 void config_history(const Session& session, const std::string& id, std::uint32_t most) {
   const auto client = connect_to_daemon(session);

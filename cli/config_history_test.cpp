@@ -63,7 +63,62 @@ TEST_F(ConfigurationCandidate, ThatFitsNoMoreNamesItsLine) {
   Done("delete --candidate vrf red description");
   Done("delete vrf red description");
   EXPECT_THAT(Refused("commit"),
-              MatchesRegex("mplsvpn: .*/candidate\\..*:1: vrf red description is not set\n"));
+              MatchesRegex("mplsvpn: .*/candidate\\..*:2: vrf red description is not set\n"));
+}
+
+TEST_F(ConfigurationCandidate, IsNotMadeOverALaterChangeOfItsItems) {
+  Done("set vrf red rd 65000:1");
+  Done("set vrf red description old");
+  Done("set --candidate vrf red rd 65000:3");
+  Done("delete --candidate vrf red description");
+  Done("set vrf red rd 65000:2");
+  EXPECT_EQ(
+      Refused("commit"),
+      "mplsvpn: vrf red rd 65000:2 ipv4 was set by commit 3 after the candidate was begun: see \"config "
+      "diff\", then \"config commit --force\" or \"config discard\"\n");
+  Done("set vrf red rd 65000:3");
+  Done("set vrf red description new");
+  EXPECT_THAT(Refused("commit"), HasSubstr("vrf red description new was set by commit 5"));
+  EXPECT_EQ(Done("show"), "set vrf red description new\nset vrf red rd 65000:3 ipv4\n");
+  EXPECT_EQ(Done("commit --force"), "commit 6\n");
+  EXPECT_EQ(Done("show"), "set vrf red rd 65000:3 ipv4\n");
+}
+
+TEST_F(ConfigurationCandidate, IsNotMadeOverALaterDeletion) {
+  Done("set vrf red rd 65000:1");
+  Done("set --candidate vrf red rd 65000:2");
+  Done("delete vrf red");
+  EXPECT_THAT(Refused("commit"), HasSubstr("vrf red rd 65000:1 ipv4 was deleted by commit 2"));
+}
+
+TEST_F(ConfigurationCandidate, IsMadeWhenOthersChangedOtherItems) {
+  Done("set --candidate vrf red rd 65000:1");
+  Done("set vrf red description new");
+  Hold(kConfigOwnerFile, "vrf red rd 65000:9");
+  EXPECT_THAT(Done("commit"), HasSubstr("commit "));
+  EXPECT_EQ(Done("show vrf red rd"), "set vrf red rd 65000:1 ipv4\n");
+}
+
+TEST_F(ConfigurationCandidate, IsMadeWhenSomebodyMadeTheSame) {
+  Done("set --candidate vrf red rd 65000:1");
+  Done("set vrf red rd 65000:2");
+  Done("set vrf red rd 65000:1");
+  EXPECT_EQ(Done("commit"), "nothing in force changed\n");
+}
+
+TEST_F(ConfigurationCandidate, IsBegunByItsFirstEdit) {
+  for (int i = 1; i <= 9; ++i) Done("set vrf red rd 65000:" + std::to_string(i));
+  Done("set --candidate vrf red rd 65000:20");
+  Done("set vrf red rd 65000:10");
+  EXPECT_THAT(Refused("commit"), HasSubstr("by commit 10 after"));
+  Done("discard");
+  Done("load --candidate " + Write("# nothing\n"));
+  Done("set vrf red rd 65000:11");
+  Done("set --candidate vrf red rd 65000:20");
+  Done("set --candidate traps all");
+  EXPECT_EQ(Done("commit"), "commit 12\n") << "no change came after the first edit";
+  Done("set --candidate vrf red rd 65000:21");
+  EXPECT_EQ(Done("commit"), "commit 13\n") << "and the next one is begun anew";
 }
 
 TEST_F(ConfigurationCandidate, IsForItsOwnerAlone) {
