@@ -204,8 +204,9 @@ std::vector<KvConfigCommitChange> foresee_changes(const Session& session, kvtree
       if (std::optional<KvConfigCommitChange> one = foresee_set(change, in_force)) foreseen.push_back(*one);
       continue;
     }
-    const ConfigNode& before = in_force.at(change.path);
-    KvConfigCommitChange one{change.path, before.value, std::nullopt, before.owner, ""};
+    const auto before = in_force.find(change.path);
+    if (before == in_force.end()) continue;  // somebody deleted it just now
+    KvConfigCommitChange one{change.path, before->second.value, std::nullopt, before->second.owner, ""};
     if (lower.empty()) lower = read_lower(session, client);
     uncover(lower, &one);
     foreseen.push_back(std::move(one));

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 
+#include "cli/config_edits.h"
 #include "cli/config_test_fixture.h"
 
 namespace cli {
@@ -203,6 +204,16 @@ TEST_F(Configuration, DeletionUncoversTheFirstOwnerBelow) {
   EXPECT_EQ(Done("delete --dry-run vrf red"), "- vrf red description cli\n+ vrf red description frr (frr)\n");
   EXPECT_EQ(Done("delete --dry-run vrf blue"), "= vrf blue description kernel (cli, then kernel)\n");
   EXPECT_EQ(Done("delete --dry-run vrf green"), "- vrf green description cli\n");
+}
+
+TEST_F(Configuration, DeletionThatSomebodyMadeFirstIsForeseenAsNothing) {
+  std::ostringstream out;
+  std::ostringstream err;
+  const Session session{out, err, false, kvtree::Client::default_socket(), "", "", std::chrono::seconds(10)};
+  Serve([&session] {
+    const auto client = connect_to_daemon(session);
+    EXPECT_TRUE(foresee_changes(session, *client, {{"/cfg/gone", std::nullopt}}).empty());
+  });
 }
 
 TEST_F(Configuration, LoadIsOneCommit) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,16 +31,20 @@ class ServedCommandLine : public CommandLine {
   }
 
   int Ask(const std::vector<std::string>& words) {
-    std::atomic<bool> done = false;
     int exit_status = -1;
-    std::thread command([&] {
-      exit_status = Run(words);
+    Serve([&] { exit_status = Run(words); });
+    return exit_status;
+  }
+  // Runs a client on a thread of its own, to its end.
+  void Serve(const std::function<void()>& client) {
+    std::atomic<bool> done = false;
+    std::thread thread([&] {
+      client();
       done = true;
       event_post(manager_, [] {});
     });
     while (!done) event_run_pending(manager_, 5 * kNanosecondsPerSecond);
-    command.join();
-    return exit_status;
+    thread.join();
   }
   EventManager* manager_ = nullptr;
   KvConnection* provider_ = nullptr;
