@@ -143,6 +143,9 @@ TEST_F(RequestFilter, DecoderThatFailsForAnotherReasonIsToldTheSameWay) {
   EXPECT_THAT(Prints(), ElementsAre("set_filter_vrf_afi_safi : kvtree_string_decode() failed: "
                                     "Cannot allocate memory",
                                     "Filter flags are 0x0"));
+  Status code = kStatusOk;
+  EXPECT_THAT(Traced("mpls_vpn/error", &code), ElementsAre("set_filter_vrf_afi_safi: kvtree_string_decode"));
+  EXPECT_EQ(code, kStatusNoMemory);
 }
 
 TEST_F(RequestFilter, UnknownFormLeavesTheFilterEmpty) {

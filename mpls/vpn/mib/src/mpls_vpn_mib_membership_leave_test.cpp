@@ -122,6 +122,7 @@ TEST_F(VrfLife, CreatedVrfHasItsNodeItsTimeAndNoRouteDistinguisher) {
   ClearPrints();
   VrfCreated("red", 101, 0);
   EXPECT_EQ(Prints().front(), "VMAP: VRF red created");
+  EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("VRF red created, vrf_id 0x65, flags 0x0"));
   const VrfNode* node = mpls_vpn_mib_get_vrf_node(true, "red");
   ASSERT_NE(node, nullptr);
   EXPECT_EQ(node->vrf_rec, vtab_get_vrf_record_by_vrf_name("red"));
@@ -180,6 +181,7 @@ TEST_F(VrfLife, DeletedVrfLosesItsNodeAndKeepsRecordAndInterfaces) {
   ClearPrints();
   VrfDeleted("red", 101);
   EXPECT_EQ(Prints().front(), "VMAP: VRF red deleted");
+  EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("VRF red deleted, vrf_id 0x65"));
   EXPECT_EQ(mpls_vpn_mib_get_vrf_node(true, "red"), nullptr);
   EXPECT_NE(vtab_get_vrf_record_by_vrf_name("red"), nullptr);
   EXPECT_EQ(Nodes(), 1U);

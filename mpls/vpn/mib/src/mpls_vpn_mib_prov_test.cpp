@@ -123,6 +123,22 @@ TEST_F(Provider, InterfaceNextReachesTheNextForm) {
   EXPECT_EQ(Get("interface/red/1"), kStatusNoSuchRow);
 }
 
+TEST_F(Provider, ListsAndDatalistsReachTheirHandlers) {
+  AddVrf("red");
+  ASSERT_EQ(Register(), kStatusOk);
+  Run();
+  KvListReply reply{};
+  reply.max_items = 10;
+  EXPECT_EQ(kvtree_list("/oper/mpls_vpn/gl/vrf-detail-filter/-/-/-", false, &reply), kStatusOk);
+  EXPECT_EQ(reply.count, 1U);
+  kvtree_list_free(reply.list);
+  reply = {};
+  reply.max_items = 10;
+  EXPECT_EQ(kvtree_datalist("/oper/mpls_vpn/gl/vrf-detail-filter/-/-/-", false, &reply), kStatusOk);
+  EXPECT_EQ(reply.count, 1U);
+  kvtree_datalist_free(reply.datalist);
+}
+
 TEST_F(Provider, KeysThatThePathEndsBeforeAreMissingArguments) {
   ASSERT_EQ(Register(), kStatusOk);
   OnlyArea(ERR);
@@ -234,7 +250,7 @@ TEST_F(Provider, FailedMembershipConnectionEndsRegistrationBeforeTheSubscription
   // What was registered before stays.
   EXPECT_NE(prov_kvtree_conn_h, nullptr);
   Status code = kStatusOk;
-  Traced("mpls_vpn/error", &code);
+  EXPECT_THAT(Traced("mpls_vpn/error", &code), Contains("mpls_vpn_mib_prov_init: membership service"));
   EXPECT_EQ(code, kStatusIo);
 }
 

@@ -85,6 +85,7 @@ TEST_F(RouteRow, AbsentIpv4RouteIsToldAndTraced) {
   EXPECT_TRUE(Printed("No ipv4 route found"));
   EXPECT_TRUE(Printed("No ipv6 route found"));
   EXPECT_THAT(Traced("mpls_vpn/rib"), Contains("No ipv4 route found"));
+  EXPECT_THAT(Traced("mpls_vpn/rib"), Contains("No ipv6 route found"));
 }
 
 TEST_F(RouteRow, LocalIpv4RouteHasNoNextHop) {

@@ -173,6 +173,7 @@ TEST_F(VrfLists, DefaultAndForwardReferencesAndUnknownVrfsAreIgnored) {
   EXPECT_TRUE(Printed("Ignoring default VRF"));
   EXPECT_TRUE(Printed("Ignoring VRF FWD REF later"));
   EXPECT_THAT(Traced("mpls_vpn/prov"), Not(Contains("Ignoring default VRF")));
+  EXPECT_THAT(Traced("mpls_vpn/prov"), Not(Contains("Ignoring VRF FWD REF later")));
   EXPECT_THAT(Datalist(Unnamed(kName)), ElementsAre("customers"));
   EXPECT_TRUE(Printed("Ignoring default VRF"));
   EXPECT_THAT(Traced("mpls_vpn/prov"), Contains("Ignoring default VRF"));
