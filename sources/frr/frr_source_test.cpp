@@ -111,6 +111,8 @@ class FrrSourceTest : public ::testing::Test {
     const std::uint64_t end = clock_monotonic() + nanoseconds;
     PumpUntil([end] { return clock_monotonic() >= end; });
   }
+  // Too short to be believed, with the questions before and behind it, too; twice as long is enough.
+  static constexpr std::uint64_t kNotEnough = FrrSource::Options().settling / 2;
   // What the suite holds, in words.
   std::vector<std::string> Held() const { return vrf_config::words_owned(kConfigOwnerFrr); }
 
@@ -212,10 +214,10 @@ TEST_F(FrrSourceTest, StartedProgramIsBelievedWhenItStaysWithWhatItSays) {
 TEST_F(FrrSourceTest, StartedProgramIsNotBelievedWhileItsConfigurationChanges) {
   StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   StartBgpdAgain(bgp_red(kRd10));
-  PumpFor(Options().settling * 3 / 4);
+  PumpFor(kNotEnough);
   suite.Configure("bgpd", bgp_red(std::string(kRd10) + "  rt vpn export 65000:12\n"));
   Hear("bgpd");
-  PumpFor(Options().settling * 3 / 4);
+  PumpFor(kNotEnough);
   Hear("bgpd");
   EXPECT_THAT(Held(), Contains(kTarget10Words));
 }
@@ -224,7 +226,7 @@ TEST_F(FrrSourceTest, StartedProgramIsNotBelievedWhenItIsStartedOnceMore) {
   StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   for (int time = 0; time < 2; ++time) {
     StartBgpdAgain(bgp_red(kRd10));
-    PumpFor(Options().settling * 3 / 4);
+    PumpFor(kNotEnough);
   }
   Hear("bgpd");
   EXPECT_THAT(Held(), Contains(kTarget10Words));
