@@ -21,7 +21,6 @@ constexpr std::uint32_t kTruthFalse = 2;
 constexpr std::uint32_t kMaximumNotKnown = 0;
 
 // --- Scalars (RFC 4382, mplsL3VpnScalars)
-// -----------------------------------------------------------------------
 
 enum ScalarSlot : std::size_t {
   kConfiguredVrfs,
@@ -57,7 +56,6 @@ constexpr std::array kScalarColumns = {
 };
 
 // --- mplsL3VpnIfConfTable
-// ---------------------------------------------------------------------------------------
 
 enum InterfaceSlot : std::size_t { kClassification, kProtocols, kStorageType, kRowStatus, kInterfaceSlots };
 
@@ -84,7 +82,6 @@ constexpr std::array kInterfaceColumns = {
 };
 
 // --- The module
-// -------------------------------------------------------------------------------------------------
 
 constexpr std::array<std::uint32_t, 10> kObjects = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1};
 constexpr std::array<std::uint32_t, 11> kScalarGroup = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 1};

@@ -31,20 +31,24 @@ KvConfigCommitChange to_public(PlannedChange change) {
 
 }  // namespace
 
-// The commit's number, or -1 for one that the history does not have. "007" is no id.
-std::int64_t NodeStore::find_commit(std::string_view id) const {
-  std::int64_t number = 0;
-  const auto [stopped, error] = std::from_chars(id.data(), id.data() + id.size(), number);
-  if (error != std::errc() || stopped != id.data() + id.size() || std::to_string(number) != id) return -1;
+// The commit's number; kStatusNoSuchRow for one that the history does not have. "007" is no id.
+Status NodeStore::find_commit(std::string_view id, std::int64_t* number) const {
+  const auto [stopped, error] = std::from_chars(id.data(), id.data() + id.size(), *number);
+  if (error != std::errc() || stopped != id.data() + id.size() || std::to_string(*number) != id)
+    return kStatusNoSuchRow;
   const Statement statement = prepare(database_.get(), "SELECT 1 FROM log WHERE id = ? AND changes > 0");
-  sqlite3_bind_int64(statement.get(), 1, number);
-  return sqlite3_step(statement.get()) == SQLITE_ROW ? number : -1;
+  sqlite3_bind_int64(statement.get(), 1, *number);
+  const int code = sqlite3_step(statement.get());
+  if (code == SQLITE_ROW) return kStatusOk;
+  return code == SQLITE_DONE ? kStatusNoSuchRow : fail("a commit cannot be found");
 }
 
 Status NodeStore::history(std::uint32_t maximum, std::string_view before,
                           std::vector<KvConfigCommit>* commits) const {
-  const std::int64_t end = before.empty() ? INT64_MAX : find_commit(before);
-  if (end < 0) return kStatusNoSuchRow;
+  std::int64_t end = INT64_MAX;
+  if (!before.empty()) {
+    if (const Status status = find_commit(before, &end)) return status;
+  }
   const Statement statement = prepare(database_.get(),
                                       "SELECT id, time, owner, comment, changes FROM log WHERE changes > 0 "
                                       "AND id < ? ORDER BY id DESC LIMIT ?");
@@ -58,8 +62,8 @@ Status NodeStore::history(std::uint32_t maximum, std::string_view before,
 }
 
 Status NodeStore::changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) const {
-  const std::int64_t number = find_commit(id);
-  if (number < 0) return kStatusNoSuchRow;
+  std::int64_t number = 0;
+  if (const Status status = find_commit(id, &number)) return status;
   std::vector<KvConfigCommitChange> sets;
   const Status status = visit_content(number, [&](PlannedChange change) {
     if (change.tells) (change.after == nullptr ? *changes : sets).push_back(to_public(std::move(change)));

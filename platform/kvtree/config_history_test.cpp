@@ -209,6 +209,8 @@ TEST_F(ConfigHistory, DamagedContentsAreAFailureOfReading) {
   Execute("DROP TABLE log");
   std::vector<KvConfigCommit> commits;
   EXPECT_EQ(kvtree_config_history(1, "", &commits), kStatusIo);
+  EXPECT_EQ(kvtree_config_history(1, "1", &commits), kStatusIo);
+  EXPECT_EQ(kvtree_config_changes("1", &changes), kStatusIo);
 }
 
 TEST_F(ConfigHistory, NodesOfASecondVersionAreKeptAsTheyAre) {

@@ -89,7 +89,7 @@ class NodeStore {
   bool execute(const char* sql);
   void roll_back();
   Status fail(const char* what) const;
-  std::int64_t find_commit(std::string_view id) const;
+  Status find_commit(std::string_view id, std::int64_t* number) const;
 
   Database database_;
   std::deque<Unfolded> unfolded_;

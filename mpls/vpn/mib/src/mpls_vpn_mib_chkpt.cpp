@@ -48,7 +48,6 @@ Status told(const char* function, const char* what, Status rc) {
 }
 
 // --- Saving
-// ---------------------------------------------------------------------------------------------------
 
 Status create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes) {
   std::uint64_t object_id = 0;
@@ -68,7 +67,6 @@ Status find_or_create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes
 }
 
 // --- Restoring
-// ------------------------------------------------------------------------------------------------
 
 struct RecordRead {
   std::uint32_t vrf_id;

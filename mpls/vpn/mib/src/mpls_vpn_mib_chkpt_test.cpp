@@ -100,7 +100,6 @@ using CheckpointRestore = VrfCheckpoint;
 }  // namespace
 
 // --- Init
-// -------------------------------------------------------------------------------------------------------
 
 TEST_F(CheckpointInit, FirstRunIsToldFromALaterOne) {
   EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 1U);
@@ -149,7 +148,6 @@ TEST_F(CheckpointInit, FailedStepIsToldAndReturned) {
 }
 
 // --- Save
-// -------------------------------------------------------------------------------------------------------
 
 TEST_F(CheckpointSave, CreatedVrfHasARecordFromItsCreationOn) {
   const std::uint32_t id = AddVrf("red");
@@ -296,7 +294,6 @@ TEST_F(CheckpointSave, FailedSaveOfAStampKeepsTheNewTimeInMemory) {
 }
 
 // --- Delete
-// -----------------------------------------------------------------------------------------------------
 
 TEST_F(CheckpointDelete, DeletedVrfLosesItsRecord) {
   AddVrf("red");
@@ -374,7 +371,6 @@ TEST_F(CheckpointDelete, UpdateOfAVrfThatExistsKeepsItsRecord) {
 }
 
 // --- Restore
-// ----------------------------------------------------------------------------------------------------
 
 TEST_F(CheckpointRestore, TimesSurviveARestart) {
   const std::uint32_t id = AddVrf("red");
@@ -470,7 +466,6 @@ TEST_F(CheckpointRestore, FailedEndOfTheIterationIsToldAndNotReturned) {
 }
 
 // --- The scan of a later run
-// ------------------------------------------------------------------------------------
 
 TEST_F(CheckpointRestore, ScanOfALaterRunNeitherStampsNorSaves) {
   AddVrf("red");

@@ -49,7 +49,6 @@ IfNode* mpls_vpn_mib_create_if_wavl_node(const char* vrf_name, std::uint32_t if_
 int mpls_vpn_mib_delete_if_wavl_node(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex);
 
 // --- Lookups (each runs the repair pass first)
-// -----------------------------------------------------------------
 
 // The node of this key (exact), or the first whose key is not smaller. Null when there is none, and when the
 // node found is not valid: the search does not step past it.
@@ -76,7 +75,6 @@ IfNode* mpls_vpn_mib_if_dbase_first();
 IfNode* mpls_vpn_mib_if_dbase_next(const IfNode* node);
 
 // --- Diagnostics
-// -----------------------------------------------------------------------------------------------
 
 // Prints every node of the VRF ordering as it stands; no repair.
 void mpls_vpn_mib_if_dbase_walk();
@@ -86,7 +84,6 @@ void mpls_vpn_mib_if_dbase_walk();
 int mpls_vpn_mib_if_node_print(const IfNode* node);
 
 // --- Repair
-// ----------------------------------------------------------------------------------------------------
 
 // Resolves what is missing in every node. 1 at once while the database is clean; else non-zero when all nodes
 // were visited, 0 when the walk stopped or the mutex could not be taken (a caller that holds it: nothing is
@@ -97,7 +94,6 @@ int mpls_vpn_mib_clean_if_dbase_walker(IfNode* node) MPLS_REQUIRES(mpls_vpn_mute
 bool mpls_vpn_mib_if_dbase_is_dirty();
 
 // --- Names
-// -----------------------------------------------------------------------------------------------------
 
 // The interface's name from the interface manager, or null. The text is valid until the next call.
 const char* mpls_vpn_get_interface_name(std::uint32_t if_handle);

@@ -79,7 +79,6 @@ class Protocols : public Configured<DaemonTest> {
 };
 
 // --- Owners
-// ----------------------------------------------------------------------------------------------------
 
 // The routing suite's item is the command line's for a while, with a value of its own.
 TEST_F(Protocols, ItemThatChangesItsOwnerAndItsValueIsCountedOnce) {
@@ -103,7 +102,6 @@ TEST_F(Protocols, ItemThatChangesItsOwnerAndItsValueIsCountedOnce) {
 }
 
 // --- Paths
-// -----------------------------------------------------------------------------------------------------
 
 TEST_F(Protocols, RipIsCountedOnItsInterface) {
   OnlyArea(PROV);
@@ -184,7 +182,6 @@ TEST_F(Protocols, NamesOfInterfacesAreDecoded) {
 }
 
 // --- Counting
-// --------------------------------------------------------------------------------------------------
 
 TEST_F(Protocols, TwoSetsCountTwoAndOneDeletionLeavesTheBit) {
   SetText(rip_path("red", "ge0"), "");
@@ -264,7 +261,6 @@ TEST_F(Protocols, ForwardReferenceIsCountedForAndKeepsItsCountWhenTheVrfIsCreate
 }
 
 // --- What is not counted
-// ---------------------------------------------------------------------------------------
 
 TEST_F(Protocols, NothingIsCountedForTheVrfDefault) {
   AddInterface("ge7");
@@ -349,7 +345,6 @@ TEST_F(Protocols, RecordWithoutABlockIsAsGoodAsNone) {
 }
 
 // --- The mutex
-// -------------------------------------------------------------------------------------------------
 
 TEST_F(Protocols, InterfaceIsNotCountedWhenTheMutexCannotBeTaken) {
   OnlyArea(DBASE);
@@ -384,7 +379,6 @@ TEST_F(Protocols, VrfIsCountedWithoutTheMutex) {
 }
 
 // --- Arguments
-// -------------------------------------------------------------------------------------------------
 
 struct HandlerArguments {
   const char* name;
@@ -471,7 +465,6 @@ TEST_F(Protocols, InterfaceNameIsOptionalForStaticRoutesOnly) {
 }
 
 // --- Replay
-// ----------------------------------------------------------------------------------------------------
 
 class ProtocolReplay : public Protocols {};
 

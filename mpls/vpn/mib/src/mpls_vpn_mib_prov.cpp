@@ -32,7 +32,6 @@ KvConnection* prov_kvtree_conn_h = nullptr;
 namespace {
 
 // --- The data store's library
-// ----------------------------------------------------------------------------------
 
 bool data_store_found = false;
 
@@ -60,7 +59,6 @@ void give_up_connection(KvConnection** connection, const char* function) {
 }
 
 // --- Provider
-// --------------------------------------------------------------------------------------------------
 
 Status provide_get(const KvRequest* request, KvReply* reply) {
   return kvtree_match_get(request, &mpls_vpn_mib_prov_routes, reply);
@@ -104,7 +102,6 @@ Status register_prov_server(EventManager* evm) {
 }
 
 // --- Subscriptions
-// ---------------------------------------------------------------------------------------------
 
 template <const KvRoutingTable& routes>
 void notify_by(const KvNotification* notification) {
@@ -189,7 +186,6 @@ Status subscribe_all(EventManager* evm) {
 }
 
 // --- The whole
-// -------------------------------------------------------------------------------------------------
 
 Status initialize_ifindex(EventManager* evm) {
   const Status rc = ifindex_initialize_evm(evm);

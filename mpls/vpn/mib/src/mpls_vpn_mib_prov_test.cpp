@@ -105,7 +105,6 @@ TEST_F(Provider, ConfigurationThatFitsNoPatternIsDropped) {
 }
 
 // --- Routing
-// ---------------------------------------------------------------------------------------------------
 
 TEST_F(Provider, PathsThatItDoesNotKnowAreToldFromThoseItDoesNotServe) {
   ASSERT_EQ(Register(), kStatusOk);
@@ -171,7 +170,6 @@ TEST_F(Provider, WalkStopsAtItsBound) {
 }
 
 // --- The library
-// -----------------------------------------------------------------------------------------------
 
 TEST_F(Provider, MissingLibraryMakesTheFirstBindFailUnattempted) {
   RemoveLibrary();
@@ -194,7 +192,6 @@ TEST_F(Provider, LibraryIsLookedForUntilItIsFound) {
 }
 
 // --- Failures
-// --------------------------------------------------------------------------------------------------
 
 TEST_F(Provider, FailedInterfaceIndexServiceEndsRegistrationFirst) {
   fault_arm("ifindex_initialize_evm", kStatusIo);
@@ -341,7 +338,6 @@ TEST_F(Provider, ScanFlagIsDownAfterTheLastSubscription) {
 }
 
 // --- Descriptions
-// ----------------------------------------------------------------------------------------------
 
 TEST_F(Provider, FailedRegistrationOfTheMibsDescriptionsIsFatal) {
   fault_arm("parcel_batch_open", kStatusIo, 1);

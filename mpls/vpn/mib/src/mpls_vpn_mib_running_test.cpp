@@ -27,7 +27,6 @@ using testing::IsSupersetOf;
 using testing::Not;
 
 // --- A daemon that came up
-// -------------------------------------------------------------------------------------
 
 TEST_F(Daemon, CompletesInitAndServesRequests) {
   StartAndWaitUntilUp();
@@ -102,7 +101,6 @@ TEST_F(Daemon, StartsWithoutTheAsNumberFormat) {
 }
 
 // --- Debug flags of a running daemon
-// ------------------------------------------------------------------------------
 
 class DebugCommands : public Daemon {
  protected:
@@ -173,7 +171,6 @@ TEST_F(DebugCommands, AreHandledWhileTheMainThreadIsBusy) {
 }
 
 // --- Threads
-// ---------------------------------------------------------------------------------------------------
 
 // The files /proc/PID/task/*/NAME of all threads.
 std::vector<std::string> thread_files(pid_t pid, const std::string& name) {
@@ -227,7 +224,6 @@ TEST_F(Threads, BlockTheTwoSignalsAndNoOther) {
 }
 
 // --- Readiness
-// -------------------------------------------------------------------------------------------------
 
 class Readiness : public Daemon {
  protected:

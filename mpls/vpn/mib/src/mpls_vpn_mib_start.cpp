@@ -48,7 +48,6 @@ EventManager* main_evm = nullptr;
 EventManager* debug_evm = nullptr;
 
 // --- Log and event managers
-// ------------------------------------------------------------------------------------
 
 void open_system_log(const char* program) {
   // Process id, console on failure, and the log opened at once, which on this system is a bit of its own.
@@ -82,7 +81,6 @@ int open_trace_buffers() {
 }
 
 // --- The second thread
-// -----------------------------------------------------------------------------------------
 
 int checked_sigaddset(sigset_t* set, int signal_number) {
   const Status injected = fault_check("sigaddset");
@@ -134,7 +132,6 @@ int register_debug_flags() {
 }
 
 // --- Databases, readiness, provider
-// ----------------------------------------------------------------------------
 
 int check_step(const char* what, Status rc) {
   if (rc == kStatusOk) return 0;
@@ -195,7 +192,6 @@ constexpr StartStep kStartSteps[] = {
 };
 
 // --- Loops
-// -----------------------------------------------------------------------------------------------------
 
 void report_wait_failure(int error) {
   mpls_vpn_debug(ERR, "%s: Debug and Show thread has errno set to %s", "debug_show_thread",

@@ -9,7 +9,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 // --- Failures that are posted
-// ----------------------------------------------------------------------------------
 
 TEST_F(Daemon, WithoutAMainManagerEndsWithTheTextsAsTheyStand) {
   fault_arm("event_manager_create", EADDRINUSE, 1);
@@ -57,7 +56,6 @@ TEST_F(Daemon, WithoutDebugFlagsEnds) {
 }
 
 // --- Broken invariants
-// -----------------------------------------------------------------------------------------
 
 TEST_F(Daemon, AbortsWhenTheFirstSignalIsRefused) {
   fault_arm("sigaddset", kStatusInvalid, 1);
@@ -78,7 +76,6 @@ TEST_F(Daemon, AbortsWhenSignalsCannotBeBlocked) {
 }
 
 // --- Failures that are printed and traced
-// ----------------------------------------------------------------------
 
 struct FailingStep {
   const char* name;

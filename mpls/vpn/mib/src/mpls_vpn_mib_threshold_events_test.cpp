@@ -152,7 +152,6 @@ TEST_F(ThresholdEvents, RecordWithoutABlockIsAsGoodAsNone) {
 }
 
 // --- What is not an event
-// --------------------------------------------------------------------------------------
 
 TEST_F(ThresholdEvents, ItemThatIsNoRecordIsTold) {
   OnlyArea(ERR);

@@ -182,7 +182,6 @@ TEST_F(RouteThresholds, AbsentKeyInThePathIsAMissingArgument) {
 }
 
 // --- Replay
-// ----------------------------------------------------------------------------------------------------
 
 class ThresholdReplay : public Configured<DaemonTest> {
  protected:

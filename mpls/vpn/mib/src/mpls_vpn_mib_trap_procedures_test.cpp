@@ -50,7 +50,6 @@ class VrfTraps : public TrapTest {
 }  // namespace
 
 // --- Up
-// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(VrfTraps, UpIsRaisedWhileNoInterfaceIsActive) {
   OnlyArea(TRAPS);
@@ -136,7 +135,6 @@ TEST_F(VrfTraps, UpThatIsSwitchedOffTouchesNothing) {
 }
 
 // --- Down
-// -------------------------------------------------------------------------------------------------------
 
 TEST_F(VrfTraps, DownIsRaisedOnceNoInterfaceIsActive) {
   OnlyArea(TRAPS);
@@ -205,7 +203,6 @@ TEST_F(VrfTraps, DownThatIsSwitchedOffTouchesNothing) {
 }
 
 // --- Routes and labels
-// ------------------------------------------------------------------------------------------
 
 namespace {
 

@@ -49,7 +49,6 @@ class TrapSequence : public TrapTest {
 }  // namespace
 
 // --- The cases of the RFC
-// ---------------------------------------------------------------------------------------
 
 TEST_F(TrapSequence, OnlyInterfaceOfAVrfComesUpAndGoesDown) {
   const std::uint32_t ge0 = Add("ge0", "red");
@@ -119,7 +118,6 @@ TEST_F(TrapSequence, InterfaceThatMovesBetweenVrfsThatStayUpRaisesNothing) {
 }
 
 // --- Changes of who keeps the VRF up
-// ----------------------------------------------------------------------------
 
 TEST_F(TrapSequence, InterfacesThatTakeTurnsRaiseOncePerTransitionOfTheVrf) {
   const std::uint32_t ge0 = Add("ge0", "red");
@@ -163,7 +161,6 @@ TEST_F(TrapSequence, InterfacesOfNoVrfRaiseNothing) {
 }
 
 // --- What the handlers do by themselves
-// -------------------------------------------------------------------------
 
 TEST_F(TrapSequence, JoinOfAnActiveInterfaceCountsItAndRaisesNothingByItself) {
   Add("ge0", "default");
@@ -295,7 +292,6 @@ TEST_F(TrapSequence, ActiveInterfaceThatChangesItsFamilyAtOnceRaisesNothing) {
 }
 
 // --- Start, and switches that change
-// ----------------------------------------------------------------------------
 
 TEST_F(TrapSequence, VrfThatIsUpWhenTheDaemonStartsRaisesNothingThenAndDownLater) {
   const std::uint32_t ge0 = Add("ge0", "red");

@@ -61,7 +61,6 @@ using TrapGeneration = TrapTest;
 }  // namespace
 
 // --- Switches
-// ---------------------------------------------------------------------------------------------------
 
 TEST_F(TrapSwitches, AreAllOffAtFirst) {
   EXPECT_THAT(Enabled(), IsEmpty());
@@ -141,7 +140,6 @@ TEST_F(TrapSwitches, UnknownItemChangesNothingAndIsTold) {
 }
 
 // --- The re-issue time
-// ------------------------------------------------------------------------------------------
 
 TEST_F(TrapSwitches, ReissueTimeIsKeptAndStartsTheTimer) {
   OnlyArea(TRAPS);
@@ -189,7 +187,6 @@ TEST_F(TrapSwitches, ReissueTimeThatIsNoNumberOfThirtyTwoBitsIsNone) {
 }
 
 // --- Sending
-// ----------------------------------------------------------------------------------------------------
 
 TEST_F(TrapGeneration, EveryFieldArrivesInItsPlace) {
   generate();
@@ -268,7 +265,6 @@ TEST_F(TrapGeneration, WithoutAWatcherItIsSentToNobody) {
 }
 
 // --- Through the data store
-// -------------------------------------------------------------------------------------
 
 class TrapConfiguration : public TrapTest {
  protected:

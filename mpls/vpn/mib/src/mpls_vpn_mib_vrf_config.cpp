@@ -66,7 +66,6 @@ bool take_family_arguments(const RequestArgs* args, const char* handler, FamilyA
 }
 
 // --- Route targets
-// ---------------------------------------------------------------------------------------------
 
 constexpr std::uint32_t kRtTextSize = 50;
 
@@ -98,7 +97,6 @@ void delete_target(const RouteTarget& target) {
 }
 
 // --- Route policies
-// --------------------------------------------------------------------------------------------
 
 constexpr const char* kDirections[] = {"Import", "Export"};
 
@@ -137,7 +135,6 @@ void remove_policy(const FamilyArguments& family, std::uint32_t direction) {
 }
 
 // --- Route thresholds
-// ------------------------------------------------------------------------------------------
 
 struct Thresholds {
   std::uint32_t high;

@@ -12,7 +12,6 @@ using testing::MatchesRegex;
 using testing::Not;
 
 // --- Route targets
-// ---------------------------------------------------------------------------------------------
 
 class RouteTargets : public VrfConfiguration {};
 
@@ -151,7 +150,6 @@ TEST_F(RouteTargets, TheyOutliveTheirVrf) {
 }
 
 // --- Route distinguisher
-// ---------------------------------------------------------------------------------------
 
 class RouteDistinguishers : public VrfConfiguration {};
 
@@ -244,7 +242,6 @@ TEST_F(RdRegistration, FailureIsToldAndStartUpGoesOn) {
 }
 
 // --- Description
-// -----------------------------------------------------------------------------------------------
 
 class Descriptions : public VrfConfiguration {};
 
@@ -350,7 +347,6 @@ TEST_F(Descriptions, MissingVrfNameIsTold) {
 }
 
 // --- A record that lost its block
-// ------------------------------------------------------------------------------
 
 TEST_F(VrfConfiguration, RecordWithoutABlockIsAsGoodAsNone) {
   VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name("red");
@@ -370,7 +366,6 @@ TEST_F(VrfConfiguration, RecordWithoutABlockIsAsGoodAsNone) {
 }
 
 // --- Replay
-// ----------------------------------------------------------------------------------------------------
 
 TEST_F(VrfConfiguration, EverythingComesBackWithTheReplayOfALaterRunUnstamped) {
   SetText(import_path("red"), "");

@@ -27,7 +27,6 @@ namespace {
 constexpr const char* kDefaultVrf = "default";
 
 // --- Registration
-// ----------------------------------------------------------------------------------------------
 
 Status open_service(EventManager* evm) {
   return vtab_init("mpls_vpn_mib", evm, 0, sizeof(mpls_vpn_vrf_attr), 1, 3);
@@ -59,7 +58,6 @@ constexpr RegistrationStep kRegistration[] = {
 };
 
 // --- Events
-// ----------------------------------------------------------------------------------------------------
 
 void free_attribute_texts(mpls_vpn_vrf_attr* attributes) {
   char** const texts[] = {
@@ -131,7 +129,6 @@ Status end_if_access(const char* vrf_name, VtabIfRecord* record) {
 }
 
 // --- Creation of records
-// ---------------------------------------------------------------------------------------
 
 VtabVrfRecord* create_vrf_record(const char* vrf_name) {
   static constexpr const char* kFunction = "get_vrf_record";

@@ -13,7 +13,6 @@
 #include "platform/parcel/parcel.h"
 
 // --- Set "mpls_vpn_mib.parcel": rows of the MIB
-// ----------------------------------------------------------------
 
 struct mpls_vpn_mib_scalars {
   std::uint32_t configuredVrfs;
@@ -118,7 +117,6 @@ extern const ParcelDescription kMibRouteParcel;
 extern const ParcelDescription kMibTrapParcel;
 
 // --- Set "mpls_vpn.parcel": the show form of a VRF
-// -------------------------------------------------------------
 
 struct mpls_vpn_rt {
   std::uint32_t RouteTargetType;  // 1 import, 2 export
@@ -158,7 +156,6 @@ extern const ParcelDescription kShowInterfacesParcel;
 extern const ParcelDescription kShowVrfParcel;
 
 // --- Events of the routing-table process, read only
-// ------------------------------------------------------------
 
 struct rib_prov_midthresh_exceed {
   std::uint32_t ext_table_id;
@@ -179,7 +176,6 @@ extern const ParcelDescription kRibMidThreshParcel;
 extern const ParcelDescription kRibMaxThreshParcel;
 
 // --- Registration
-// ----------------------------------------------------------------------------------------------
 
 // Each registers its set in one batch. 0; kStatusDefinitionChanged when the registry knew another version
 // (the set is registered all the same); or the code of the first call that failed (nothing is registered
