@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
+#include <span>
 
 #include "cli/table.h"
 
@@ -20,8 +20,8 @@ using vrf_config::Mistake;
 using vrf_config::Words;
 
 constexpr std::size_t kLeastToDelete = 2;  // "vrf red", "traps all"
-constexpr std::array<std::string_view, 3> kLowerOwners = {kConfigOwnerFile, kConfigOwnerFrr,
-                                                          kConfigOwnerKernel};
+static_assert(kConfigOwners.front() == kConfigOwnerCli);
+constexpr auto kLowerOwners = std::span(kConfigOwners).subspan<1>();
 
 std::string shown(const Words& words) {
   return vrf_config::join_words(words);
@@ -53,8 +53,7 @@ std::optional<KvConfigCommitChange> foresee_set(const KvConfigChange& change, co
   if (found == in_force.end()) return foreseen;
   foreseen.before = found->second.value;
   foreseen.owner_before = found->second.owner;
-  const bool is_kept =
-      foreseen.owner_before == kConfigOwnerCli && same_value(*foreseen.before, *foreseen.after);
+  const bool is_kept = foreseen.owner_before == kConfigOwnerCli && *foreseen.before == *foreseen.after;
   return is_kept ? std::nullopt : std::optional(foreseen);
 }
 
@@ -155,7 +154,7 @@ bool WorkingCopy::remove_exactly(const Words& words, const std::vector<KvConfigN
   for (const KvConfigNode& node : nodes) {
     const auto item = items_.find(node.path);
     if (item == items_.end()) continue;
-    if (!same_value(item->second.value, node.value)) {
+    if (item->second.value != node.value) {
       throw Failure(kExitFailed, fmt::format("{} is not set, but {}", shown(words),
                                              node_text(item->first, item->second.value)));
     }
@@ -188,8 +187,7 @@ std::vector<KvConfigChange> WorkingCopy::changes() {
   }
   for (const auto& [path, item] : items_) {
     const auto held = held_.find(path);
-    if (held == held_.end() || !same_value(held->second.value, item.value))
-      changes.push_back({path, item.value});
+    if (held == held_.end() || held->second.value != item.value) changes.push_back({path, item.value});
   }
   return changes;
 }

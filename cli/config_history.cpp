@@ -92,10 +92,6 @@ bool is_later(const std::string& id, const std::string& than) {
   return id.size() != than.size() ? id.size() > than.size() : id > than;
 }
 
-bool same_outcome(const std::optional<KvValue>& left, const std::optional<KvValue>& right) {
-  return left && right ? same_value(*left, *right) : !left && !right;
-}
-
 Failure changed_meanwhile(const KvConfigCommit& commit, const KvConfigCommitChange& change) {
   const bool is_set = change.after.has_value();
   return {kExitFailed,
@@ -144,7 +140,7 @@ std::vector<KvConfigChange> undoing_changes(const std::map<std::string, Past>& p
   for (const auto& [path, before] : past) {
     const auto now = held.find(path);
     const bool was_held = before.value && before.owner == kConfigOwnerCli;
-    if (was_held && (now == held.end() || !same_value(now->second.value, *before.value))) {
+    if (was_held && (now == held.end() || now->second.value != *before.value)) {
       changes.push_back({path, before.value});
     } else if (!was_held && now != held.end()) {
       changes.push_back({path, std::nullopt});
@@ -156,7 +152,7 @@ std::vector<KvConfigChange> undoing_changes(const std::map<std::string, Past>& p
 bool is_as_before(const Past& before, const ConfigNodes& nodes, const std::string& path) {
   const auto now = nodes.find(path);
   if (now == nodes.end() || !before.value) return now == nodes.end() && !before.value;
-  return same_value(now->second.value, *before.value);
+  return now->second.value == *before.value;
 }
 
 // Says of each of these nodes that is not as it was, and will not be by the changes, who is behind it.
@@ -199,7 +195,7 @@ void check_unchanged_since(const Session& session, kvtree::Client& client, const
     for (const KvConfigCommitChange& change : read_changes(session, client, commit.id)) {
       const auto node = wanted.find(change.path);
       if (node == wanted.end()) continue;
-      if (!same_outcome(node->second, change.after)) throw changed_meanwhile(commit, change);
+      if (node->second != change.after) throw changed_meanwhile(commit, change);
       wanted.erase(node);
     }
     return true;

@@ -32,7 +32,7 @@ std::string owner_mark(const std::string& owner) {
 }
 
 bool is_same(const KvConfigCommitChange& change) {
-  return change.before && change.after && same_value(*change.before, *change.after);
+  return change.before && change.before == change.after;
 }
 
 void print_change(const Session& session, const KvConfigCommitChange& change) {
@@ -84,11 +84,6 @@ ConfigNodes read_config(const Session& session, kvtree::Client& client, std::str
       nodes[node.path] = {std::move(node.value), std::move(node.owner)};
     }
   }
-}
-
-bool same_value(const KvValue& left, const KvValue& right) {
-  return left.type == right.type && left.text == right.text && left.number == right.number &&
-         left.tuple == right.tuple;
 }
 
 std::string value_text(const KvValue& value) {

@@ -23,7 +23,6 @@ using ConfigNodes = std::map<std::string, ConfigNode>;  // by path
 // All of what is in force, or of what the owner holds.
 ConfigNodes read_config(const Session& session, kvtree::Client& client, std::string_view owner = {});
 
-bool same_value(const KvValue& left, const KvValue& right);
 std::string value_text(const KvValue& value);
 Json value_json(const std::optional<KvValue>& value);  // null for none
 // What the node says, in words or, where words cannot say it, as "PATH = VALUE". Printable.

@@ -36,7 +36,7 @@ class Master {
       return -1;
     }
     int ends[2];
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends), 0);
+    EXPECT_EQ(socketpair(AF_UNIX, socket_type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends), 0);
     HangUp();
     fd_ = ends[1];
     return ends[0];
@@ -50,6 +50,13 @@ class Master {
 
   void Send(const std::vector<std::uint8_t>& octets) {
     EXPECT_EQ(send(fd_, octets.data(), octets.size(), MSG_NOSIGNAL), static_cast<ssize_t>(octets.size()));
+  }
+
+  // How many octets the next write of the session had, with a socket that keeps writes apart.
+  std::size_t NextWrite() const {
+    std::uint8_t chunk[65536];
+    const ssize_t count = recv(fd_, chunk, sizeof(chunk), 0);
+    return count < 0 ? 0 : static_cast<std::size_t>(count);
   }
 
   // The next PDU that the session sent; type 0 when there is none.
@@ -95,6 +102,7 @@ class Master {
 
   bool listening = true;
   int attempts = 0;
+  int socket_type = SOCK_STREAM;
 
  private:
   int fd_ = -1;
@@ -426,6 +434,15 @@ TEST_F(SessionTest, SeveralRequestsInOneReadingAreAllAnswered) {
   Pump();
   EXPECT_EQ(requests_, 50);
   for (std::uint32_t packet = 1; packet <= 50; ++packet) EXPECT_EQ(master_.Next().header.packet, packet);
+}
+
+TEST_F(SessionTest, AnswerOfManyVariablesLeavesInOneWrite) {
+  master_.socket_type = SOCK_SEQPACKET;
+  Register();
+  answer_words_ = 10'000;
+  master_.Ask(PduType::kGetNext, 5);
+  Pump();
+  EXPECT_EQ(master_.NextWrite(), kHeaderSize + 8 + 4 * answer_words_);
 }
 
 TEST_F(SessionTest, AnswersThatDoNotFitTheSocketAreSentInParts) {

@@ -34,6 +34,8 @@ inline constexpr std::string_view kConfigOwnerCli = "cli";        // operators: 
 inline constexpr std::string_view kConfigOwnerFile = "file";      // the router file
 inline constexpr std::string_view kConfigOwnerFrr = "frr";        // the routing suite
 inline constexpr std::string_view kConfigOwnerKernel = "kernel";  // what the router says without being asked
+inline constexpr std::array<std::string_view, 4> kConfigOwners = {kConfigOwnerCli, kConfigOwnerFile,
+                                                                  kConfigOwnerFrr, kConfigOwnerKernel};
 
 // Parts of the configuration of routing protocols whose subscribers count items: a node's value means nothing
 // there, and a second set without a deletion would count one item twice. So a commit that gives a node that
@@ -45,7 +47,7 @@ inline constexpr std::array<std::string_view, 5> kConfigCountedScopes = {
 struct KvConfigNode {
   std::string path;  // whole: "/cfg/..."
   KvValue value;     // kNone (only that it is there counts), kText, kNumber or kTuple
-  bool operator==(const KvConfigNode& other) const;
+  bool operator==(const KvConfigNode&) const = default;
 };
 
 struct KvConfigChange {

@@ -35,7 +35,7 @@ Status check_value(const KvValue& value, std::string* mistake) {
 
 bool same_or_both_none(const SharedValue& one, const SharedValue& other) {
   if (one == nullptr || other == nullptr) return one == other;
-  return same_value(*one, *other);
+  return *one == *other;
 }
 
 // What becomes of a node; `node` is null for one that nobody holds.
@@ -116,8 +116,7 @@ Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, 
     *mistake = std::string(owner_name(plan->owner)) + " does not hold it";
     return kStatusNoSuchRow;
   }
-  const bool is_held_already = change.value != nullptr && held != nullptr && same_value(*change.value, *held);
-  if (is_held_already) return kStatusOk;
+  if (change.value != nullptr && held != nullptr && *change.value == *held) return kStatusOk;
   plan->changes.push_back(plan_change(node, plan->owner, change));
   if (plan->changes.back().tells) ++plan->telling;
   return kStatusOk;
@@ -144,11 +143,6 @@ std::size_t OwnedNode::in_force_after(std::size_t owner, bool holds) const {
   std::size_t first = 0;
   while (first < values.size() && !(first == owner ? holds : values[first] != nullptr)) ++first;
   return first;
-}
-
-bool same_value(const KvValue& one, const KvValue& other) {
-  return one.type == other.type && one.text == other.text && one.number == other.number &&
-         one.tuple == other.tuple && one.record == other.record;
 }
 
 Status check_configuration_path(std::string_view path) {
@@ -202,7 +196,3 @@ void apply_plan(ConfigTree* tree, const CommitPlan& plan) {
 }
 
 }  // namespace kvtree
-
-bool KvConfigNode::operator==(const KvConfigNode& other) const {
-  return path == other.path && kvtree::same_value(value, other.value);
-}

@@ -17,8 +17,6 @@
 
 namespace kvtree {
 
-inline constexpr std::array<std::string_view, 4> kConfigOwners = {kConfigOwnerCli, kConfigOwnerFile,
-                                                                  kConfigOwnerFrr, kConfigOwnerKernel};
 inline constexpr std::size_t kNoOwner = kConfigOwners.size();
 
 // The owner's number, its precedence; kNoOwner for another text.
@@ -61,7 +59,6 @@ struct CommitPlan {
   std::size_t telling = 0;             // of them
 };
 
-bool same_value(const KvValue& one, const KvValue& other);
 // "/cfg/..." and not a folder; kStatusOk or what is wrong with the path.
 Status check_configuration_path(std::string_view path);
 

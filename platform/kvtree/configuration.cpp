@@ -57,7 +57,7 @@ std::string_view owner_of(const std::string& path, const SharedValue& value) {
   const auto found = store().configuration.find(path);
   if (found == store().configuration.end()) return {};
   const std::size_t owner = found->second.in_force();
-  const bool is_owned = owner != kNoOwner && same_value(*found->second.values[owner], *value);
+  const bool is_owned = owner != kNoOwner && *found->second.values[owner] == *value;
   return is_owned ? owner_name(owner) : std::string_view();
 }
 

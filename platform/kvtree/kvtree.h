@@ -96,6 +96,7 @@ struct KvValue {
   std::int64_t number = 0;
   std::vector<std::int64_t> tuple;
   std::vector<std::uint8_t> record;
+  bool operator==(const KvValue&) const = default;
 };
 
 inline constexpr std::uint32_t kKvEventCreated = 0x1;
