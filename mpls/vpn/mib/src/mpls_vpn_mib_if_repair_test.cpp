@@ -4,6 +4,7 @@
 
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StrEq;
@@ -118,6 +119,7 @@ TEST_F(IfRepair, CollidingNodeThatCannotBeUnlinkedStaysWholeForTheNextPass) {
     const ScopedFault fault("wavl_delete", kStatusIo);
     EXPECT_EQ(mpls_vpn_mib_clean_if_dbase(), 0);
   }
+  EXPECT_THAT(Traced("mpls_vpn/error"), Contains("interface " + Hex(handle) + " stays linked by its handle"));
   EXPECT_EQ(node->if_index, 0U);
   EXPECT_EQ(NodesByHandle(), 2U);
   EXPECT_EQ(mpls_vpn_mib_clean_if_dbase(), 0);

@@ -251,6 +251,7 @@ TEST_F(VrfRecords, TimestampIsThePlatformClockInSeconds) {
   EXPECT_EQ(attributes->conf_last_changed_time, kStartSeconds + 42);
   EXPECT_EQ(attributes->creation_time, 0U);
   EXPECT_THAT(Prints(), ElementsAre("Updated timestamp to: " + std::to_string(kStartSeconds + 42)));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("VRF red changed"));
 }
 
 TEST_F(VrfRecords, ConfigurationScanOfAFirstRunStampsToo) {
@@ -292,6 +293,7 @@ TEST_F(RecordCallbacks, DeletionFreesTheSixTexts) {
   DeleteVrf("red");
   Run();
   EXPECT_THAT(Prints(), ElementsAre("VTAB: VRF Callback event delete"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("VRF red: record deleted"));
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), nullptr);
 }
 
