@@ -142,7 +142,7 @@ TEST_F(Thresholds, ProcessThatStartsAboveTheMaximumKnowsItAndTellsItOnce) {
   SetRoutes(4);
   Traps();
   RestartProcess();
-  EXPECT_THAT(Traps(), ElementsAre(Exceeded("high=4 routes=4"), Mid("mid=2 routes=4")));
+  EXPECT_THAT(Traps(), ElementsAre(Mid("mid=2 routes=4"), Exceeded("high=4 routes=4")));
   EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 1U);
   EXPECT_EQ(AttributesOf("red")->curr_num_routes, 4U);
   PassOneSecond();

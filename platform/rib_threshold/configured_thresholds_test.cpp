@@ -130,8 +130,8 @@ TEST_F(ConfiguredThresholds, StartJudgesWhatItFindsBeforeAnybodySubscribes) {
   rib_threshold_detach();
   EXPECT_THAT(Standing(), IsEmpty());
   Attach();
-  EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast exceeds maximum 10: 5/4",
-                                      "red.ipv4.unicast exceeds mid 10: 5/3"));
+  EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/3",
+                                      "red.ipv4.unicast exceeds maximum 10: 5/4"));
 }
 
 TEST_F(ConfiguredThresholds, StartBelowTheThresholdsTellsNothing) {

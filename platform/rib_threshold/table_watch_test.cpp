@@ -115,8 +115,8 @@ TEST_F(WatchedTables, SharedTableGoesToTheNextVrfWhenTheFirstIsDeleted) {
   AddVrf("red", 10);
   EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
                                   "red.ipv4.unicast exceeds maximum 10: 5/4"));
-  EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast exceeds maximum 10: 5/4",
-                                      "red.ipv4.unicast exceeds mid 10: 5/2"));
+  EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
+                                      "red.ipv4.unicast exceeds maximum 10: 5/4"));
 }
 
 TEST_F(WatchedTables, ClearedStoreIsBelow) {
