@@ -13,6 +13,7 @@ packages_build=(g++ cmake ninja-build pkg-config libmnl-dev libyaml-cpp-dev liba
     nlohmann-json3-dev libsystemd-dev)
 packages_run=(snmpd snmp snmptrapd iproute2 procps)
 packages_test=(libgtest-dev libgmock-dev libbenchmark-dev libsnmp-dev python3 user-mode-linux kmod ccache git valgrind frr)
+packages_root=(mmdebstrap)
 packages_clang=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)
 
 # locked FILE COMMAND...: runs the command while no other script of this machine holds the same file, so that two demos
@@ -84,4 +85,34 @@ build_alone() {
         { grep -vE '^\[' "/tmp/build.$$.log" | tail -60; rm -f "/tmp/build.$$.log"; fail "build failed"; }
     tail -1 "/tmp/build.$$.log"
     rm -f "/tmp/build.$$.log"
+}
+
+# debian_root RELEASE PACKAGE...: prints the folder of a Debian root of that release with these packages, made by
+# mmdebstrap when it is missing. Roots stay in the cache folder (MPLS_ROOTS), one per release and package list.
+debian_root() {
+    local release=$1 roots name
+    shift
+    install_packages "${packages_root[@]}" >&2
+    roots=${MPLS_ROOTS:-${XDG_CACHE_HOME:-$HOME/.cache}/mpls_vpn_mib/roots}
+    name=$release-$(printf '%s\n' "$@" | sort -u | sha256sum | cut -c1-12)
+    mkdir -p "$roots"
+    locked "$roots/$name.lock" make_debian_root "$release" "$roots/$name" "$@" >&2 || return
+    echo "$roots/$name"
+}
+
+# A root is built beside its place and moved there when it is complete: an interrupted build leaves none behind.
+make_debian_root() {
+    local release=$1 folder=$2 packages
+    shift 2
+    [ ! -d "$folder" ] || return 0
+    [ "$(id -u)" = 0 ] || fail "root is needed to make the Debian root $folder"
+    say "making a Debian $release root with $*"
+    packages=$(IFS=,; echo "$*")
+    rm -rf "$folder.partial"
+    if ! mmdebstrap --variant=apt --include="$packages" "$release" "$folder.partial" > "$folder.log" 2>&1; then
+        tail -20 "$folder.log"
+        rm -rf "$folder.partial"
+        fail "mmdebstrap failed, see $folder.log"
+    fi
+    mv "$folder.partial" "$folder"
 }
