@@ -1,6 +1,8 @@
 // See commit_codec.h.
 #include "platform/kvtree/commit_codec.h"
 
+#include <algorithm>
+#include <array>
 #include <utility>
 
 #include "platform/kvtree/protocol.h"
@@ -17,7 +19,19 @@ constexpr std::uint8_t kNothingTold = 0;
 constexpr std::uint8_t kOwnInForce = 1;
 constexpr std::uint8_t kOtherInForce = 2;
 
-constexpr std::uint8_t kNobody = 0xff;  // not the number behind the last owner: there may be more some day
+// By owner: the number that stands for it in the file. An owner keeps its number for ever, whatever owners
+// come before it in precedence; a new one takes the next free number.
+constexpr std::array<std::uint8_t, kConfigOwners.size()> kOwnerNumbers = {0, 1, 2, 4, 3};
+constexpr std::uint8_t kNobody = 0xff;
+
+std::uint8_t number_of(std::size_t owner) {
+  return owner == kNoOwner ? kNobody : kOwnerNumbers[owner];
+}
+
+// kNoOwner for kNobody and for a number of no owner.
+std::size_t owner_of(std::uint8_t number) {
+  return static_cast<std::size_t>(std::ranges::find(kOwnerNumbers, number) - kOwnerNumbers.begin());
+}
 
 // A plan has only values that a configuration may have, so nothing can be refused here.
 void write_shared(Writer* writer, const SharedValue& value) {
@@ -29,7 +43,7 @@ void write_shared(Writer* writer, const SharedValue& value) {
 }
 
 void write_owned(Writer* writer, std::size_t owner, const SharedValue& value) {
-  writer->u8(owner == kNoOwner ? kNobody : static_cast<std::uint8_t>(owner));
+  writer->u8(number_of(owner));
   write_shared(writer, value);
 }
 
@@ -43,8 +57,8 @@ bool read_shared(Reader* reader, SharedValue* shared) {
 // An owner stands beside a value, and only there.
 bool read_owned(Reader* reader, std::size_t* owner, SharedValue* shared) {
   const std::uint8_t number = reader->u8();
-  *owner = number == kNobody ? kNoOwner : number;
-  if (!read_shared(reader, shared) || *owner > kNoOwner) return false;
+  *owner = owner_of(number);
+  if (!read_shared(reader, shared) || (*owner == kNoOwner && number != kNobody)) return false;
   return (number == kNobody) == (*shared == nullptr);
 }
 

@@ -2,8 +2,8 @@
 //
 // A change is its path, then what its owner holds from then on (a value or none), then a u8: 0 when nothing
 // in force changed; 1 when that came into force, and the owner before with its value follows; 2 when the
-// owner after with its value follows, too. Owners are u8 numbers of kConfigOwners, which may grow at its end,
-// or 0xff for nobody. Reading is for octets that a damaged file may have.
+// owner after with its value follows, too. Owners are u8 numbers that never change (kOwnerNumbers), or 0xff
+// for nobody. Reading is for octets that a damaged file may have.
 #pragma once
 
 #include <functional>

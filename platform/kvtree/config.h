@@ -30,12 +30,16 @@
 #include "platform/kvtree/kvtree.h"
 
 // Owners, highest precedence first.
-inline constexpr std::string_view kConfigOwnerCli = "cli";        // operators: the command line
-inline constexpr std::string_view kConfigOwnerFile = "file";      // the router file
-inline constexpr std::string_view kConfigOwnerFrr = "frr";        // the routing suite
-inline constexpr std::string_view kConfigOwnerKernel = "kernel";  // what the router says without being asked
-inline constexpr std::array<std::string_view, 4> kConfigOwners = {kConfigOwnerCli, kConfigOwnerFile,
-                                                                  kConfigOwnerFrr, kConfigOwnerKernel};
+inline constexpr std::string_view kConfigOwnerCli = "cli";    // operators: the command line
+inline constexpr std::string_view kConfigOwnerFile = "file";  // the router file
+inline constexpr std::string_view kConfigOwnerFrr = "frr";    // what is configured in the routing suite
+inline constexpr std::string_view kConfigOwnerFrrDerived = "frr-derived";  // what the suite derives itself
+inline constexpr std::string_view kConfigOwnerKernel = "kernel";           // what the kernel reports
+inline constexpr std::array<std::string_view, 5> kConfigOwners = {
+    kConfigOwnerCli, kConfigOwnerFile, kConfigOwnerFrr, kConfigOwnerFrrDerived, kConfigOwnerKernel};
+
+// Where a value comes from, in the words that users read, by its owner. Empty for a text that is no owner.
+std::string_view kvtree_config_origin(std::string_view owner);
 
 // Parts of the configuration of routing protocols whose subscribers count items: a node's value means nothing
 // there, and a second set without a deletion would count one item twice. So a commit that gives a node that

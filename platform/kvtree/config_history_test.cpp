@@ -213,6 +213,15 @@ TEST_F(ConfigHistory, DamagedContentsAreAFailureOfReading) {
   EXPECT_EQ(kvtree_config_changes("1", &changes), kStatusIo);
 }
 
+// The octets are those of a process that knew four owners: the numbers in a file never change their meaning.
+TEST_F(ConfigHistory, CommitsOfAnEarlierProcessKeepTheirOwners) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("kernel", {SetTo("/cfg/a", "k")}, "");
+  Make("file", {SetTo("/cfg/a", "f")}, "");
+  Execute("UPDATE content SET octets = x'060000002f6366672f61010100000066010301010000006b' WHERE id = 2");
+  EXPECT_THAT(Changes("2"), ElementsAre("/cfg/a: k (kernel) -> f (file)"));
+}
+
 TEST_F(ConfigHistory, NodesOfASecondVersionAreKeptAsTheyAre) {
   ASSERT_EQ(Keep(), kStatusOk);
   Make("file", {SetTo("/cfg/a", "file")}, "f");

@@ -21,6 +21,20 @@ TEST_F(ConfigCommit, CommandLineWinsOverFileOverRoutingSuite) {
   EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file"));
 }
 
+TEST_F(ConfigCommit, WhatTheSuiteDerivesIsBelowWhatIsConfiguredInItAndAboveTheKernel) {
+  EXPECT_THAT(Commit("kernel", {SetTo("/cfg/a", "kernel")}), ElementsAre("a 3 kernel"));
+  EXPECT_THAT(Commit("frr-derived", {SetTo("/cfg/a", "derived")}), ElementsAre("a 2 derived"));
+  EXPECT_THAT(Commit("frr", {SetTo("/cfg/a", "frr")}), ElementsAre("a 2 frr"));
+  EXPECT_THAT(Commit("frr", {LetGo("/cfg/a")}), ElementsAre("a 2 derived"));
+}
+
+TEST_F(ConfigCommit, EveryOwnerHasAnOrigin) {
+  std::vector<std::string> origins;
+  for (const std::string_view owner : kConfigOwners) origins.emplace_back(kvtree_config_origin(owner));
+  EXPECT_THAT(origins, ElementsAre("operator", "router file", "configured", "derived", "kernel"));
+  EXPECT_EQ(kvtree_config_origin(""), "");
+}
+
 TEST_F(ConfigCommit, LettingGoRevealsTheNext) {
   for (const char* owner : {"frr", "file", "cli"}) Commit(owner, {SetTo("/cfg/a", owner)});
   EXPECT_THAT(Commit("cli", {LetGo("/cfg/a")}), ElementsAre("a 2 file"));

@@ -13,6 +13,10 @@ namespace {
 
 constexpr std::string_view kConfiguration = "/cfg/";
 
+// By owner.
+constexpr std::array<std::string_view, kConfigOwners.size()> kOrigins = {"operator", "router file",
+                                                                         "configured", "derived", "kernel"};
+
 Status check_value(const KvValue& value, std::string* mistake) {
   switch (value.type) {
     case KvValueType::kNone:
@@ -196,3 +200,8 @@ void apply_plan(ConfigTree* tree, const CommitPlan& plan) {
 }
 
 }  // namespace kvtree
+
+std::string_view kvtree_config_origin(std::string_view owner) {
+  const std::size_t number = kvtree::find_owner(owner);
+  return number == kvtree::kNoOwner ? std::string_view() : kvtree::kOrigins[number];
+}
