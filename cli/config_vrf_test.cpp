@@ -145,8 +145,8 @@ TEST_F(Configuration, DeletionNeedsAName) {
   EXPECT_EQ(Refused("delete bgp", kExitUsage), "mplsvpn: \"as-format\" is missing behind \"bgp\"\n");
   EXPECT_EQ(
       Refused("delete vrf red colour", kExitUsage),
-      "mplsvpn: a VRF has no \"colour\", but description, rd, rt, policy, threshold, bgp, ospf, rip, eigrp, "
-      "static\n");
+      "mplsvpn: a VRF has no \"colour\", but description, rd, rt, policy, threshold, vni, bgp, ospf, rip, "
+      "eigrp, static\n");
 }
 
 TEST_F(Configuration, DeletionOfWhatIsNotSetFails) {

@@ -18,7 +18,7 @@ std::string text_in_force(const std::string& path) {
 }
 
 std::string configured_rd(std::string_view vrf) {
-  for (const vrf_config::Family family : {vrf_config::Family::kIpv4, vrf_config::Family::kIpv6}) {
+  for (const vrf_config::Family family : vrf_config::kFamiliesOfTargets) {
     std::string rd = text_in_force(vrf_config::route_distinguisher(vrf, family, {}).path);
     if (!rd.empty()) return rd;
   }

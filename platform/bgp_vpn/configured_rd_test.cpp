@@ -48,6 +48,14 @@ TEST_F(ConfiguredRd, OfTheLowestFamilyCounts) {
   EXPECT_EQ(Rd("red"), "65000:6");
 }
 
+TEST_F(ConfiguredRd, OfEvpnCountsWhenNoAddressFamilyHasOne) {
+  AddVrf("red", "");
+  Configure("red", "65000:25", Family::kEvpn);
+  EXPECT_EQ(Rd("red"), "65000:25");
+  Configure("red", "65000:6", Family::kIpv6);
+  EXPECT_EQ(Rd("red"), "65000:6");
+}
+
 TEST_F(ConfiguredRd, OfAVrfThatDoesNotExistIsThereToBeGot) {
   Configure("later", "65000:7");
   EXPECT_EQ(Rd("later"), "65000:7");

@@ -164,6 +164,11 @@ TEST_F(Builders, RouteTargetOfEachTypeReadsAsItsText) {
   }
 }
 
+TEST_F(Builders, RouteTargetOfEvpnHasItsAddressFamilyNumbers) {
+  EXPECT_EQ(Taken(route_target("red", Family::kEvpn, Direction::kImport, {Type::kTwoOctetAs, 65000, 1})),
+            "import: red 65000:1 25 70 = 1");
+}
+
 TEST_F(Builders, RoutePolicyIsTaken) {
   EXPECT_EQ(Taken(route_policy("red", Family::kIpv4, Direction::kImport, "in")),
             "import-policy: red 1 1 = 'in'");
@@ -192,6 +197,7 @@ TEST_F(Builders, BgpNeighbourIsAnAddressOrAName) {
 
 TEST_F(Builders, InterfacesOfProtocolsAreTaken) {
   EXPECT_EQ(Taken(rip_interface("red", "ge0")), "rip: red ge0 = 1");
+  EXPECT_EQ(Taken(rip_interface("red", "ge0", kOfRip | kOfRipng)), "rip: red ge0 = 3");
   EXPECT_EQ(Taken(ospf_interface("red", "1", 0x0a000001, "ge0")), "ospf: 1 ord_a red 10.0.0.1 int ge0 = 1");
   EXPECT_EQ(Taken(eigrp_interface("red", 100, "ge0")), "eigrp: 100 red ord_a ge0 = 1");
 }

@@ -86,6 +86,15 @@ std::optional<Family> parse_family(const std::string& word) {
   return std::nullopt;
 }
 
+// Of RDs and route targets.
+std::optional<Family> parse_target_family(const std::string& word) {
+  return word == "evpn" ? std::optional(Family::kEvpn) : parse_family(word);
+}
+
+Family take_target_family(Reader& reader) {
+  return take_as(reader, "ipv4, ipv6 or evpn", parse_target_family);
+}
+
 Family take_family(Reader& reader) {
   return take_as(reader, "ipv4 or ipv6", parse_family);
 }
@@ -137,14 +146,14 @@ Nodes parse_description(const std::string& vrf, Reader& reader) {
 
 Nodes parse_rd(const std::string& vrf, Reader& reader) {
   const Target rd = take_as(reader, "a route distinguisher (65000:1, 10.0.0.1:1)", parse_target);
-  return {route_distinguisher(vrf, reader.is_done() ? Family::kIpv4 : take_family(reader), rd)};
+  return {route_distinguisher(vrf, reader.is_done() ? Family::kIpv4 : take_target_family(reader), rd)};
 }
 
 Nodes parse_rt(const std::string& vrf, Reader& reader) {
   const std::vector<Direction> directions = take_as(reader, "import, export or both", parse_directions);
   const Target target = take_as(reader, "a route target (65000:1, 10.0.0.1:1)", parse_target);
   std::vector<Family> families = {Family::kIpv4, Family::kIpv6};
-  if (!reader.is_done()) families = {take_family(reader)};
+  if (!reader.is_done()) families = {take_target_family(reader)};
   Nodes nodes;
   for (const Family family : families) {
     for (const Direction direction : directions)
@@ -168,6 +177,14 @@ Nodes parse_threshold(const std::string& vrf, Reader& reader) {
                       std::to_string(maximum));
   }
   return {route_threshold(vrf, family, maximum, mid)};
+}
+
+Nodes parse_vni(const std::string& vrf, Reader& reader) {
+  const auto parse = [](const std::string& word) {
+    const std::optional<std::uint32_t> number = parse_number(word, kGreatestVni);
+    return number && *number > 0 ? number : std::nullopt;
+  };
+  return {vni(vrf, take_as(reader, "a VNI (1 to 16777215)", parse))};
 }
 
 Nodes parse_bgp(const std::string& vrf, Reader& reader) {
@@ -215,6 +232,7 @@ constexpr VrfItem kVrfItems[] = {
     {"rt", parse_rt},
     {"policy", parse_policy},
     {"threshold", parse_threshold},
+    {"vni", parse_vni},
     {"bgp", parse_bgp},
     {"ospf", parse_ospf},
     {"rip", parse_rip},

@@ -32,6 +32,7 @@ constexpr Pattern kPatterns[] = {
     {Kind::kImportPolicy, kVrfScope, VRF_TABLE "ord_b/bgp/ord_b/import-policy", 0},
     {Kind::kExportPolicy, kVrfScope, VRF_TABLE "ord_b/bgp/ord_d/export-policy", 0},
     {Kind::kThreshold, kVrfScope, VRF_TABLE "ord_e/rib/table-prefix-limit", 0},
+    {Kind::kVni, kVrfScope, "vrf/*/ord_a/vmap/ord_l/evpn/vni", 0},
     {Kind::kBgp, kBgpScope, "*/*/*/*/*/nbr/*/prov/*/*/*/*", 4},
     {Kind::kRip, kRipScope, "*/ord_t/if/*/ord_d/enabled", 0, 1},
     {Kind::kOspf, kOspfScope, "*/*/*/ord_v/area/*/*/ord_i/name_scope/*/ord_A/running", 2, 5},

@@ -18,6 +18,7 @@ enum class Kind {
   kImportPolicy,
   kExportPolicy,
   kThreshold,
+  kVni,
   kBgp,
   kRip,
   kOspf,

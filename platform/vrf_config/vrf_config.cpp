@@ -10,12 +10,21 @@
 namespace vrf_config {
 
 const char* family_word(Family family) {
-  return family == Family::kIpv4 ? "ipv4" : "ipv6";
+  switch (family) {
+    case Family::kIpv4:
+      return "ipv4";
+    case Family::kIpv6:
+      return "ipv6";
+    case Family::kEvpn:
+      return "evpn";
+  }
+  return "";
 }
 
 namespace {
 
 constexpr char kUnicast[] = "1";
+constexpr char kEvpnSafi[] = "70";
 
 std::string key(std::string_view text) {
   return kvtree_encode_text(text);
@@ -36,8 +45,8 @@ std::string shortest(std::string_view text) {
 }
 
 std::string table_path(std::string_view vrf, Family family) {
-  return std::string(kVrfScope) + "vrf/" + key(vrf) + "/ord_z/afi_safi/" + number(family) + "/" + kUnicast +
-         "/default/";
+  return std::string(kVrfScope) + "vrf/" + key(vrf) + "/ord_z/afi_safi/" + number(family) + "/" +
+         (family == Family::kEvpn ? kEvpnSafi : kUnicast) + "/default/";
 }
 
 KvConfigNode text_node(std::string path, std::string_view text) {
@@ -60,6 +69,10 @@ KvConfigNode number_node(std::string path, std::int64_t value) {
 
 KvConfigNode description(std::string_view vrf, std::string_view text) {
   return text_node(std::string(kVrfScope) + "vrf/" + key(vrf) + "/ord_a/vmap/ord_k/vmap/descr", text);
+}
+
+KvConfigNode vni(std::string_view vrf, std::uint32_t number) {
+  return number_node(std::string(kVrfScope) + "vrf/" + key(vrf) + "/ord_a/vmap/ord_l/evpn/vni", number);
 }
 
 KvConfigNode route_distinguisher(std::string_view vrf, Family family, const Target& rd) {
@@ -105,8 +118,9 @@ KvConfigNode bgp_neighbour(std::string_view vrf, std::uint32_t as_number, std::s
                      1);
 }
 
-KvConfigNode rip_interface(std::string_view vrf, std::string_view interface) {
-  return number_node(std::string(kRipScope) + key(vrf) + "/ord_t/if/" + key(interface) + "/ord_d/enabled", 1);
+KvConfigNode rip_interface(std::string_view vrf, std::string_view interface, std::int64_t protocols) {
+  return number_node(std::string(kRipScope) + key(vrf) + "/ord_t/if/" + key(interface) + "/ord_d/enabled",
+                     protocols);
 }
 
 KvConfigNode ospf_interface(std::string_view vrf, std::string_view process, std::uint32_t area,

@@ -30,7 +30,9 @@ inline constexpr std::string_view kStaticScope = kConfigCountedScopes[4];
 inline constexpr std::array<std::string_view, 6> kScopesOfVrfs = {kVrfScope,  kBgpScope,   kRipScope,
                                                                   kOspfScope, kEigrpScope, kStaticScope};
 
-enum class Family : std::uint32_t { kIpv4 = 1, kIpv6 = 2 };  // address family numbers (IANA)
+// Address family numbers (IANA). EVPN (RFC 7432) has RDs and route targets only.
+enum class Family : std::uint32_t { kIpv4 = 1, kIpv6 = 2, kEvpn = 25 };
+inline constexpr std::array<Family, 3> kFamiliesOfTargets = {Family::kIpv4, Family::kIpv6, Family::kEvpn};
 enum class Direction { kImport, kExport };
 
 // A route target or route distinguisher (RFC 4364 section 4.2; RFC 4360 sections 3.1, 3.2; RFC 5668).
@@ -63,12 +65,19 @@ KvConfigNode route_policy(std::string_view vrf, Family family, Direction directi
 // Routes of the VRF's unicast table: the maximum, and the mid threshold that warns before it.
 KvConfigNode route_threshold(std::string_view vrf, Family family, std::uint32_t maximum, std::uint32_t mid);
 
+// The VXLAN network identifier of the VRF's routes in EVPN (RFC 9135).
+KvConfigNode vni(std::string_view vrf, std::uint32_t number);
+inline constexpr std::uint32_t kGreatestVni = 0xffffff;
+
 // A neighbour's address family in a VRF's BGP instance. `neighbour` is an IPv4 or IPv6 address, or the name
 // of an interface (unnumbered) or a group. Addresses are written in their shortest form in the path, here and
 // in static routes, so that a neighbour is one item however it was spelt.
 KvConfigNode bgp_neighbour(std::string_view vrf, std::uint32_t as_number, std::string_view neighbour,
                            Family family);
-KvConfigNode rip_interface(std::string_view vrf, std::string_view interface);
+// RIP and RIPng have one path, and the daemon counts one item; the value says which of them it is.
+inline constexpr std::int64_t kOfRip = 1;
+inline constexpr std::int64_t kOfRipng = 2;
+KvConfigNode rip_interface(std::string_view vrf, std::string_view interface, std::int64_t protocols = kOfRip);
 // `process` as the suite names it ("1"); the area is 32 bits.
 KvConfigNode ospf_interface(std::string_view vrf, std::string_view process, std::uint32_t area,
                             std::string_view interface);
@@ -98,10 +107,12 @@ inline constexpr std::int64_t kLongestReissue = INT32_MAX;  // what the daemon k
 // --- Words ----------------------------------------------------------------------------------------
 //
 //   vrf NAME description TEXT...
-//   vrf NAME rd RD [ipv4|ipv6]                        ipv4 when left out
-//   vrf NAME rt import|export|both RT [ipv4|ipv6]     both families when left out
+//   vrf NAME rd RD [ipv4|ipv6|evpn]                   ipv4 when left out
+//   vrf NAME rt import|export|both RT [ipv4|ipv6|evpn]
+//                                                     ipv4 and ipv6 when left out
 //   vrf NAME policy import|export ipv4|ipv6 POLICY
 //   vrf NAME threshold ipv4|ipv6 MAX MID
+//   vrf NAME vni NUMBER
 //   vrf NAME bgp AS neighbor ADDRESS|NAME ipv4|ipv6
 //   vrf NAME ospf PROCESS area AREA interface INTERFACE
 //   vrf NAME rip interface INTERFACE

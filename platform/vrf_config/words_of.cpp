@@ -17,7 +17,10 @@ struct Item {
   std::string key(std::size_t at) const { return decode_key(path.keys.at(at)).value_or(""); }
   std::uint32_t number(std::size_t at) const { return parse_number(path.keys.at(at)).value_or(UINT32_MAX); }
   std::string family(std::size_t at) const {
-    return path.keys.at(at) == "1" ? "ipv4" : path.keys.at(at) == "2" ? "ipv6" : "";
+    for (const Family family : kFamiliesOfTargets) {
+      if (number(at) == static_cast<std::uint32_t>(family)) return family_word(family);
+    }
+    return "";
   }
 };
 
@@ -43,6 +46,11 @@ std::optional<Words> description_words(const Item& item) {
 std::optional<Words> rd_words(const Item& item) {
   if (item.value.type != KvValueType::kText) return std::nullopt;
   return Words{"rd", item.value.text, item.family(kAfi)};
+}
+
+std::optional<Words> vni_words(const Item& item) {
+  if (item.value.type != KvValueType::kNumber) return std::nullopt;
+  return Words{"vni", std::to_string(item.value.number)};
 }
 
 std::optional<Words> threshold_words(const Item& item) {
@@ -98,6 +106,8 @@ std::optional<Words> item_words(const Item& item) {
       return policy_words(item, "export");
     case Kind::kThreshold:
       return threshold_words(item);
+    case Kind::kVni:
+      return vni_words(item);
     case Kind::kBgp:
       return bgp_words(item);
     case Kind::kRip:

@@ -19,6 +19,10 @@ TEST(ConfigurationWords, EachItemIsRead) {
       {"vrf red rd 10.0.0.1:5 ipv6",
        route_distinguisher("red", Family::kIpv6, {Type::kIpv4Address, 0x0a000001, 5})},
       {"vrf red rt import 65000:100 ipv4", route_target("red", Family::kIpv4, Direction::kImport, kTarget)},
+      {"vrf red rd 10.0.0.1:5 evpn",
+       route_distinguisher("red", Family::kEvpn, {Type::kIpv4Address, 0x0a000001, 5})},
+      {"vrf red rt export 65000:100 evpn", route_target("red", Family::kEvpn, Direction::kExport, kTarget)},
+      {"vrf red vni 16777215", vni("red", 16777215)},
       {"vrf red policy export ipv6 out", route_policy("red", Family::kIpv6, Direction::kExport, "out")},
       {"vrf red threshold ipv4 100 80", route_threshold("red", Family::kIpv4, 100, 80)},
       {"vrf red bgp 65000 neighbor 192.0.2.1 ipv4", bgp_neighbour("red", 65000, "192.0.2.1", Family::kIpv4)},
@@ -70,6 +74,9 @@ TEST(ConfigurationWords, EveryNodeSaysWhatReadsBackAsItself) {
            "vrf red rt import 65000:100 ipv4",
            "vrf red rt export 10.0.0.1:5 ipv6",
            "vrf red rt import 4200000000:30 ipv4",
+           "vrf red rd 65000:100 evpn",
+           "vrf red rt import 65000:100 evpn",
+           "vrf red vni 100",
            "vrf red rt import 0.65000:30 ipv4",
            "vrf red policy import ipv4 in",
            "vrf red policy export ipv6 \"p q\"",
@@ -129,12 +136,15 @@ TEST(ConfigurationWords, MistakesNameTheWord) {
   EXPECT_EQ(mistake_in("router red"), "there is no configuration of \"router\"");
   EXPECT_EQ(mistake_in("vrf"), "the VRF is missing behind \"vrf\"");
   EXPECT_EQ(mistake_in("vrf red"), "what of the VRF is missing behind \"red\"");
-  EXPECT_EQ(
-      mistake_in("vrf red colour blue"),
-      "a VRF has no \"colour\", but description, rd, rt, policy, threshold, bgp, ospf, rip, eigrp, static");
+  EXPECT_EQ(mistake_in("vrf red colour blue"),
+            "a VRF has no \"colour\", but description, rd, rt, policy, threshold, vni, bgp, ospf, rip, "
+            "eigrp, static");
   EXPECT_EQ(mistake_in("vrf red rt in 1:1"), "\"in\" is not import, export or both");
   EXPECT_EQ(mistake_in("vrf red rt import 1"), "\"1\" is not a route target (65000:1, 10.0.0.1:1)");
-  EXPECT_EQ(mistake_in("vrf red rt import 1:1 ipv5"), "\"ipv5\" is not ipv4 or ipv6");
+  EXPECT_EQ(mistake_in("vrf red rt import 1:1 ipv5"), "\"ipv5\" is not ipv4, ipv6 or evpn");
+  EXPECT_EQ(mistake_in("vrf red policy import evpn in"), "\"evpn\" is not ipv4 or ipv6");
+  EXPECT_EQ(mistake_in("vrf red vni 0"), "\"0\" is not a VNI (1 to 16777215)");
+  EXPECT_EQ(mistake_in("vrf red vni 16777216"), "\"16777216\" is not a VNI (1 to 16777215)");
   EXPECT_EQ(mistake_in("vrf red rt import 1:1 ipv4 now"), "\"now\" is one word too many");
   EXPECT_EQ(mistake_in("vrf red rd"), "a route distinguisher (65000:1, 10.0.0.1:1) is missing behind \"rd\"");
   EXPECT_EQ(mistake_in("vrf red description"), "the text is missing behind \"description\"");
