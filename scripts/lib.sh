@@ -100,6 +100,9 @@ debian_root() {
     echo "$roots/$name"
 }
 
+# frr10_root: prints the root with version 10 of the routing suite, for MPLS_TEST_FRR10_ROOT.
+frr10_root() { debian_root trixie frr iproute2 procps python3-minimal; }
+
 # A root is built beside its place and moved there when it is complete: an interrupted build leaves none behind.
 make_debian_root() {
     local release=$1 folder=$2 packages

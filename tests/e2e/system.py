@@ -42,13 +42,14 @@ def name_index(name):
 
 
 class System:
-    def __init__(self, router="vrfs: []\ninterfaces: []\n", source="file", environment=None):
+    def __init__(self, router="vrfs: []\ninterfaces: []\n", source="file", environment=None, frr=None):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="mpls_vpn_e2e."))
         for sub in ("run", "state", "etc", "snmp"):
             (self.folder / sub).mkdir()
         self.router_file = self.folder / "etc/router.yaml"
         self.router_file.write_text(router)
         settings = "source: kernel\n" if source == "kernel" else "source: file\nrouter_file: router.yaml\n"
+        settings += f"frr: {frr}\n" if frr else ""
         (self.folder / "etc/platform.yaml").write_text(settings)
         self.environment = dict(
             os.environ, MPLS_VPN_MIB_RUN_DIR=str(self.folder / "run"), MPLS_VPN_MIB_STATE_DIR=str(self.folder / "state"),

@@ -16,10 +16,11 @@ from system import System  # noqa: E402
 
 class GuestSystemTest(unittest.TestCase):
     """One system that follows the kernel, for all the tests of a class."""
+    frr = None  # what `frr:` is in platform.yaml; None leaves it out
 
     @classmethod
     def setUpClass(cls):
-        cls.system = System(source="kernel")
+        cls.system = System(source="kernel", frr=cls.frr)
         cls.system.start_all()
 
     @classmethod

@@ -1,23 +1,22 @@
 #!/usr/bin/env python3
-"""system_frr.py BIN_DIRECTORY: two routers that exchange VPN routes. Runs in the guest (see uml-run), as root.
+"""system_frr.py BIN_DIRECTORY VERSION: two routers that exchange VPN routes, with the routing suite of that major
+version (see suite.py). Runs in the guest (see uml-run), as root.
 
 This namespace is the first provider edge router, PE1, with the routing suite, the daemon and the SNMP agents; "p" and
 "pe2" are namespaces: a router that switches labels, and the second edge router with a suite of its own. After every
 step RDs, route targets, policies, protocols of interfaces and routes in the MIB must equal what the suite's own
 commands show, and times of changes may have moved only where something changed.
 """
-import contextlib
 import ipaddress
 import json
-import os
-import pathlib
 import re
-import subprocess
 import sys
 import time
 import unittest
 
+import suite
 from guest_system import GuestSystemTest  # before system
+from suite import batch, run
 from system import IF_CONF, L3VPN, bits, expected_if_conf, name_index, oid_tuple, wait_until
 
 VRFS = {"red": 10, "blue": 20, "green": 1030}
@@ -193,64 +192,6 @@ router bgp 65000 vrf red
 """ for family in ("ipv4", "ipv6")) + "exit\n"
 
 
-def run(*words, text=None):
-    result = subprocess.run(words, input=text, text=True, capture_output=True, check=False)
-    if result.returncode != 0:
-        raise AssertionError(f"{' '.join(words)}: {result.returncode}\n{result.stdout}{result.stderr}")
-    return result.stdout
-
-
-def batch(commands, namespace=None, options=()):
-    run("ip", *(("-n", namespace) if namespace else ()), *options, "-batch", "-", text=commands.strip() + "\n")
-
-
-class Suite:
-    """The routing suite of a namespace; None is this one."""
-
-    def __init__(self, namespace, programs, config):
-        self.programs = programs
-        self.inside = ("ip", "netns", "exec", namespace) if namespace else ()
-        self.path_space = ("-N", namespace) if namespace else ()
-        self.run = pathlib.Path("/run/frr", namespace or "")
-        etc = pathlib.Path("/etc/frr", namespace or "")
-        for folder in (self.run, etc):
-            folder.mkdir(parents=True, exist_ok=True)
-        (etc / "frr.conf").write_text(config)
-        (etc / "vtysh.conf").write_text("service integrated-vtysh-config\n")
-        run("chown", "-R", "frr:frr", str(self.run), str(etc))
-
-    def start(self, *programs):
-        for program in programs or self.programs:
-            run(*self.inside, f"/usr/lib/frr/{program}", "-d", *self.path_space, "-P", "0")
-            wait_until(program, lambda name=program: self.shell("-d", name, "-c", "show version").returncode == 0)
-
-    def load(self):
-        loaded = self.shell("-b")
-        assert loaded.returncode == 0, loaded.stdout + loaded.stderr
-
-    def stop(self, *programs):
-        for program in programs or reversed(self.programs):
-            pid = int((self.run / f"{program}.pid").read_text())
-            with contextlib.suppress(ProcessLookupError):
-                os.kill(pid, 15)
-            wait_until(f"{program} to end", lambda pid=pid: not pathlib.Path(f"/proc/{pid}").exists())
-
-    def shell(self, *words):
-        return subprocess.run(["vtysh", *self.path_space, *words], capture_output=True, text=True, check=False)
-
-    def show(self, *commands):
-        shown = self.shell(*(word for command in commands for word in ("-c", command)))
-        assert shown.returncode == 0, shown.stdout + shown.stderr
-        return shown.stdout
-
-    def show_json(self, command):
-        return json.loads(self.show(command) or "{}")
-
-    def configure(self, *lines):
-        refused = self.show("configure terminal", *lines)
-        assert "%" not in refused, refused
-
-
 def prepare_routers():
     run("sysctl", "-qw", "kernel.hostname=pe1")  # the suite writes it into what it saves
     run("modprobe", "-a", "ipv6", "vrf", "dummy", "veth", "mpls_router", "mpls_iptunnel")
@@ -278,11 +219,12 @@ class Edge(GuestSystemTest):
     @classmethod
     def setUpClass(cls):
         prepare_routers()
-        cls.suite = Suite(None, PE1_PROGRAMS, PE1_CONFIG)
-        cls.other = Suite("pe2", PE2_PROGRAMS, PE2_CONFIG)
-        for suite in (cls.suite, cls.other):
-            suite.start()
-            suite.load()
+        cls.suite = suite.Suite(RELEASE, None, PE1_PROGRAMS, PE1_CONFIG)
+        cls.other = suite.Suite(RELEASE, "pe2", PE2_PROGRAMS, PE2_CONFIG)
+        for each in (cls.suite, cls.other):
+            each.start()
+            each.load()
+        cls.frr = " ".join(cls.suite.shell_words()) if RELEASE.root else None
         super().setUpClass()
 
     @classmethod
@@ -325,15 +267,11 @@ class Edge(GuestSystemTest):
         for vrf, families in self.suite.show_json("show bgp vrf all summary json").items():
             if any(family.get("peers") for family in families.values() if isinstance(family, dict)):
                 in_whole.add((vrf, 1))
-        for vrf, shown in self.suite.show_json("show ip ospf vrf all interface json").items():
-            for name in shown.get("interfaces", {}):
-                found[vrf, index[name]].add(2)
-        for vrf in VRFS:
-            status = self.suite.show(f"show ip rip vrf {vrf} status").partition("Key-chain")[2].partition("Routing for")[0]
-            for name in re.findall(r"^    (\S+) ", status, re.MULTILINE):
-                found[vrf, index[name]].add(3)
-            for name in re.findall(r"^(\w+) +\d+ ", self.suite.show(f"show ip eigrp vrf {vrf} interfaces"), re.MULTILINE):
-                found[vrf, index[name]].add(6)
+        for number, in_vrfs in ((2, self.suite.ospf_interfaces()), (3, self.suite.rip_interfaces(VRFS)),
+                                (6, self.suite.eigrp_interfaces(VRFS))):
+            for vrf, names in in_vrfs.items():
+                for name in names:
+                    found[vrf, index[name]].add(number)
         vrf = None
         for line in self.suite.show("show running-config").splitlines():
             if line[:1] != " ":
@@ -521,7 +459,6 @@ class Edge(GuestSystemTest):
 
 
 if __name__ == "__main__":
-    if not pathlib.Path("/usr/lib/frr/bgpd").exists():
-        print("SKIPPED: system_frr: no routing suite on this machine (package frr)")
-        sys.exit(77)
+    RELEASE = suite.find_or_skip("system_frr", int(sys.argv.pop(1)))
+    print(f"FRR {RELEASE.version}", flush=True)
     unittest.main(verbosity=2)

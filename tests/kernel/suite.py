@@ -1,0 +1,199 @@
+"""The routing suite FRR for tests in the guest: this machine's, or another release's in a Debian root folder.
+
+    release = suite.find(10)                # raises NotInstalled, with the reason, when there is none
+    pe1 = suite.Suite(release, None, ("zebra", "bgpd"), "router bgp ...")
+    pe1.start()
+    pe1.load()
+    pe1.show("show version")
+
+A suite of another release runs under chroot in its root folder. The environment variable MPLS_TEST_FRR10_ROOT (of
+version 10; MPLS_TEST_FRR8_ROOT of version 8) has the folder; scripts/test sets it. The guest's own layer of memory is
+above the folder, so nothing is written to it.
+"""
+import contextlib
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+SHELL = "/usr/bin/vtysh"
+PROGRAMS = "/usr/lib/frr"
+PATIENCE = 30.0  # seconds for a program to answer, or to end
+
+
+class NotInstalled(Exception):
+    """No suite of the version that was asked for; the text is the reason."""
+
+
+def run(*words, text=None):
+    result = subprocess.run(words, input=text, text=True, capture_output=True, check=False)
+    if result.returncode != 0:
+        raise AssertionError(f"{' '.join(words)}: {result.returncode}\n{result.stdout}{result.stderr}")
+    return result.stdout
+
+
+def batch(commands, namespace=None, options=()):
+    run("ip", *(("-n", namespace) if namespace else ()), *options, "-batch", "-", text=commands.strip() + "\n")
+
+
+def wait_for(what, condition):
+    deadline = time.monotonic() + PATIENCE
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError(f"{what}: not within {PATIENCE:g} s")
+        time.sleep(0.05)
+
+
+class Release:
+    """An installed suite: this machine's without a root folder."""
+
+    def __init__(self, root=None):
+        self.root = root
+        if not self.path(f"{PROGRAMS}/zebra").exists():
+            raise NotInstalled(f"no routing suite in {root or 'this machine'} (package frr)")
+        self.version = run(*self.words(f"{PROGRAMS}/zebra", "--version")).split()[2]
+        self.major = int(self.version.partition(".")[0])
+        self.has_mgmtd = self.path(f"{PROGRAMS}/mgmtd").exists()
+
+    def words(self, *words):
+        """The command, as it is called from outside of the root folder."""
+        return ("/usr/sbin/chroot", self.root, *words) if self.root else words
+
+    def path(self, inside):
+        return pathlib.Path(f"{self.root or ''}{inside}")
+
+    def prepare(self):
+        """Mounts what the suite's programs need in the root folder; once in a guest."""
+        if not self.root or self.path("/proc/self").exists():
+            return
+        for kind in ("proc", "sysfs", "devtmpfs"):
+            run("mount", "-t", kind, kind, str(self.path({"proc": "/proc", "sysfs": "/sys", "devtmpfs": "/dev"}[kind])))
+
+
+def find(major):
+    """The suite of this major version: this machine's, or the one of the root folder that the environment names."""
+    reasons = []
+    variable = f"MPLS_TEST_FRR{major}_ROOT"
+    for root in (None, os.environ.get(variable)):
+        if root is None and reasons:
+            reasons.append(f"{variable} is not set (scripts/test makes the root folder and sets it)")
+            continue
+        try:
+            release = Release(root)
+        except NotInstalled as missing:
+            reasons.append(str(missing))
+            continue
+        if release.major == major:
+            release.prepare()
+            return release
+        reasons.append(f"{root or 'this machine'} has version {release.version}")
+    raise NotInstalled("; ".join(reasons))
+
+
+def find_or_skip(test, major):
+    """For a test's main program: ends it as skipped, with the reason, when the suite is not there."""
+    try:
+        return find(major)
+    except NotInstalled as missing:
+        print(f"SKIPPED: {test}: FRR {major}: {missing}")
+        sys.exit(77)
+
+
+class Suite:
+    """A running suite in a network namespace; None is this one.
+
+    In a namespace it has a path space of the same name, so that suites do not meet in the file system. `programs` are
+    started in their order; mgmtd, where the release has one, is started before them.
+    """
+
+    def __init__(self, release, namespace, programs, config):
+        self.release = release
+        self.programs = (("mgmtd",) if release.has_mgmtd else ()) + tuple(programs)
+        self.inside = ("ip", "netns", "exec", namespace) if namespace else ()
+        self.path_space = ("-N", namespace) if namespace else ()
+        below = f"/{namespace}" if namespace else ""
+        self.run = release.path(f"/run/frr{below}")
+        self.etc = release.path(f"/etc/frr{below}")
+        for folder in (self.run, self.etc):
+            folder.mkdir(parents=True, exist_ok=True)
+        self.save(config)
+        (self.etc / "vtysh.conf").write_text("service integrated-vtysh-config\n")
+        run(*release.words("chown", "-R", "frr:frr", f"/run/frr{below}", f"/etc/frr{below}"))
+
+    def save(self, config):
+        """The configuration that `load` loads."""
+        (self.etc / "frr.conf").write_text(config)
+
+    def start(self, *programs):
+        for program in programs or self.programs:
+            self.start_program(program)
+            wait_for(program, lambda name=program: self.answers(name))
+
+    def start_program(self, program):
+        """Some programs keep the standard output that they are started with: a pipe would never end."""
+        words = (*self.inside, *self.release.words(f"{PROGRAMS}/{program}", "-d", *self.path_space, "-P", "0"))
+        with tempfile.TemporaryFile("w+") as said:
+            status = subprocess.run(words, stdin=subprocess.DEVNULL, stdout=said, stderr=said, check=False).returncode
+            said.seek(0)
+            assert status == 0, f"{' '.join(words)}: {status}\n{said.read()}"
+
+    def answers(self, program):
+        return self.shell("-d", program, "-c", "show version").returncode == 0
+
+    def load(self):
+        loaded = self.shell("-b")
+        assert loaded.returncode == 0, loaded.stdout + loaded.stderr
+
+    def pid(self, program):
+        return int((self.run / f"{program}.pid").read_text())
+
+    def stop(self, *programs):
+        for program in programs or tuple(reversed(self.programs)):
+            self.signal(program, 15)
+
+    def signal(self, program, number):
+        """Sends a signal that ends the program, and waits for its end."""
+        pid = self.pid(program)
+        with contextlib.suppress(ProcessLookupError):
+            os.kill(pid, number)
+        wait_for(f"{program} to end", lambda: not pathlib.Path(f"/proc/{pid}").exists())
+
+    def shell_words(self, *words):
+        """The suite's shell as a command, for `frr:` in platform.yaml and for calls."""
+        return (*self.release.words(SHELL), *self.path_space, *words)
+
+    def shell(self, *words):
+        return subprocess.run(self.shell_words(*words), capture_output=True, text=True, check=False)
+
+    def show(self, *commands):
+        shown = self.shell(*(word for command in commands for word in ("-c", command)))
+        assert shown.returncode == 0, shown.stdout + shown.stderr
+        return shown.stdout
+
+    def show_json(self, command):
+        return json.loads(self.show(command) or "{}")
+
+    def configure(self, *lines):
+        refused = self.show("configure terminal", *lines)
+        assert "%" not in refused, refused
+
+    # --- which interfaces a protocol runs on, by the suite's operational commands: {VRF: {interface}} ---
+
+    def ospf_interfaces(self):
+        shown = self.show_json("show ip ospf vrf all interface json")
+        return {vrf: set(instance.get("interfaces", {})) for vrf, instance in shown.items() if isinstance(instance, dict)}
+
+    def rip_interfaces(self, vrfs):
+        found = {}
+        for vrf in vrfs:
+            table = self.show(f"show ip rip vrf {vrf} status").partition("Key-chain")[2].partition("Routing for")[0]
+            found[vrf] = set(re.findall(r"^    (\S+) ", table, re.MULTILINE))
+        return found
+
+    def eigrp_interfaces(self, vrfs):
+        return {vrf: set(re.findall(r"^(\w+) +\d+ ", self.show(f"show ip eigrp vrf {vrf} interfaces"), re.MULTILINE))
+                for vrf in vrfs}
