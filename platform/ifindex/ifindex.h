@@ -18,7 +18,8 @@ void ifindex_attach(router::Router* model);
 // only. Fault point "ifname_to_index".
 [[nodiscard]] Status ifname_to_index(const char* name, std::uint32_t* index);
 // A data list with one item an interface: key the name, value the 4 octets of the index in host order. The
-// caller frees it with kvtree_datalist_free. In handle order. kStatusUnavailable without a model. Fault
-// points "ifindex_get_index_list" and, once for each item, "ifindex_list_entry", which leaves the item
+// caller frees it with kvtree_datalist_free. In handle order. While the caller keeps it, an item whose
+// interface is removed, renamed or has another index loses its value. kStatusUnavailable without a model.
+// Fault points "ifindex_get_index_list" and, once for each item, "ifindex_list_entry", which leaves the item
 // without its value.
 [[nodiscard]] Status ifindex_get_index_list(KvDatalist** list);

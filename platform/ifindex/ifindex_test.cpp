@@ -33,11 +33,20 @@ class Ifindex : public ::testing::Test {
     EXPECT_EQ(kvtree_datalist_start(list), kStatusOk);
     while (kvtree_datalist_next(list, &key, &value, &length) == kStatusOk) {
       std::uint32_t index = 0;
-      EXPECT_EQ(length, sizeof index);
-      std::memcpy(&index, value, sizeof index);
-      text += std::string(key) + '=' + std::to_string(index) + ' ';
+      if (length == sizeof index) std::memcpy(&index, value, sizeof index);
+      text += std::string(key) + '=' + (length == 0 ? "" : std::to_string(index)) + ' ';
     }
     return text;
+  }
+
+  void Change(const std::string& name, const std::string& new_name, std::uint32_t new_index) {
+    router::Interface changed = *router_.find_interface_by_name(name);
+    changed.name = new_name;
+    changed.index = new_index;
+    ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  }
+  void Remove(const std::string& name) {
+    ASSERT_EQ(router_.remove_interface(router_.find_interface_by_name(name)->handle), kStatusOk);
   }
 
   router::Router router_;
@@ -80,6 +89,49 @@ TEST_F(Ifindex, ListHasAnEntryWithoutAValueForAnIndexThatCannotBeRead) {
   EXPECT_EQ(kvtree_datalist_next(list, &key, &value, &length), kStatusOk);
   EXPECT_STREQ(key, "ge1");
   EXPECT_EQ(length, 0U);
+  kvtree_datalist_free(list);
+}
+
+TEST_F(Ifindex, EntryOfAListIsWithoutAValueOnceItsInterfaceIsRemovedRenamedOrHasAnotherIndex) {
+  for (const char* name : {"ge0", "ge1", "ge2", "ge3"})
+    AddInterface(name, 10U + static_cast<unsigned>(name[2]));
+  KvDatalist* list = nullptr;
+  KvDatalist* other = nullptr;
+  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  ASSERT_EQ(ifindex_get_index_list(&other), kStatusOk);
+  Remove("ge0");
+  EXPECT_EQ(TextOf(list), "ge0= ge1=59 ge2=60 ge3=61 ");
+  AddInterface("ge0", 7);
+  Change("ge1", "ge9", 59);
+  Change("ge2", "ge2", 8);
+  EXPECT_EQ(TextOf(list), "ge0= ge1= ge2= ge3=61 ") << "no entry gets a new value";
+  EXPECT_EQ(TextOf(other), TextOf(list));
+  kvtree_datalist_free(list);
+  Remove("ge3");
+  EXPECT_EQ(TextOf(other), "ge0= ge1= ge2= ge3= ");
+  kvtree_datalist_free(other);
+  Remove("ge9");
+}
+
+TEST_F(Ifindex, EntryOfAnInterfaceThatOnlyWentUpKeepsItsValue) {
+  AddInterface("ge0", 7);
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  router::Interface changed = *router_.find_interface_by_name("ge0");
+  changed.up = true;
+  changed.description = "to the customer";
+  ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  ASSERT_EQ(router_.move_interface(changed.handle, "red"), kStatusOk);
+  EXPECT_EQ(TextOf(list), "ge0=7 ");
+  kvtree_datalist_free(list);
+}
+
+TEST_F(Ifindex, ListOfAnotherModelHasNoValues) {
+  AddInterface("ge0", 7);
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  ifindex_attach(nullptr);
+  EXPECT_EQ(TextOf(list), "ge0= ");
   kvtree_datalist_free(list);
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/base/fault.h"
+#include "platform/kvtree/datalist_filler.h"
 #include "platform/kvtree/kvtree.h"
 #include "platform/kvtree/lists.h"
 
@@ -88,5 +89,22 @@ Status kvtree_datalist_find(KvDatalist* list, const char* wanted, const char** k
 }
 
 void kvtree_datalist_free(KvDatalist* list) {
+  if (list != nullptr && list->on_free) list->on_free(list);
   delete list;
+}
+
+void kvtree_datalist_on_free(KvDatalist* list, std::function<void(KvDatalist*)> function) {
+  list->on_free = std::move(function);
+}
+
+void kvtree_datalist_clear_value(KvDatalist* list, const char* key) {
+  const std::size_t place = find_place(list, key);
+  if (place == SIZE_MAX) return;
+  list->items[place].value.clear();
+  list->first_without_value = std::min(list->first_without_value, place);
+}
+
+void kvtree_datalist_clear_values(KvDatalist* list) {
+  for (KvDatalistItem& item : list->items) item.value.clear();
+  if (!list->items.empty()) list->first_without_value = 0;
 }

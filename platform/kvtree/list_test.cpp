@@ -3,7 +3,9 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "platform/kvtree/datalist_filler.h"
 #include "platform/kvtree/kvtree.h"
 
 namespace {
@@ -95,6 +97,44 @@ TEST_F(DatalistFind, OfTwoItemsWithOneKeyTheFirstIsFound) {
   EXPECT_EQ(Find("a"), "a=1");
   Add("a", "3");
   EXPECT_EQ(Find("a"), "a=1");
+}
+
+TEST_F(DatalistFind, ItemWhoseValueIsTakenBackEndsTheReadingInItsPlace) {
+  Add("a", "1");
+  Add("b", "2");
+  Add("c", "3");
+  kvtree_datalist_clear_value(list_, "none");
+  EXPECT_EQ(Find("c"), "c=3");
+  kvtree_datalist_clear_value(list_, "b");
+  EXPECT_EQ(Find("a"), "a=1");
+  EXPECT_EQ(Find("b"), "b=");
+  EXPECT_EQ(Find("c"), "b=");
+  kvtree_datalist_clear_value(list_, "c");
+  EXPECT_EQ(Find("c"), "b=") << "the first one counts";
+  kvtree_datalist_clear_value(list_, "a");
+  EXPECT_EQ(Find("c"), "a=");
+  EXPECT_EQ(Next(), "b=");
+}
+
+TEST_F(DatalistFind, AllValuesAreTakenBackAtOnce) {
+  kvtree_datalist_clear_values(list_);
+  EXPECT_EQ(Find("a"), kEnd) << "of an empty list";
+  Add("a", "1");
+  Add("b", "2");
+  kvtree_datalist_clear_values(list_);
+  EXPECT_EQ(Find("b"), "a=");
+  EXPECT_EQ(Next(), "b=");
+}
+
+TEST(Datalist, OwnerHearsOfTheEndOfItsListOnce) {
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(kvtree_datalist_create(&list), kStatusOk);
+  std::vector<KvDatalist*> freed;
+  kvtree_datalist_on_free(list, [&](KvDatalist* ended) { freed.push_back(ended); });
+  EXPECT_TRUE(freed.empty());
+  kvtree_datalist_free(list);
+  EXPECT_EQ(freed, std::vector<KvDatalist*>{list});
+  kvtree_datalist_free(nullptr);
 }
 
 TEST_F(DatalistFind, MissingArgumentsAreInvalid) {

@@ -4,10 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "platform/kvtree/kvtree.h"
 
 struct KvListItem {
   std::string key;
@@ -30,4 +33,5 @@ struct KvDatalist {
   std::unordered_map<std::string_view, std::size_t> places;
   std::size_t indexed = 0;
   std::size_t first_without_value = SIZE_MAX;
+  std::function<void(KvDatalist*)> on_free;
 };

@@ -67,6 +67,21 @@ class Live(unittest.TestCase):
         self.assertNotEqual(result.returncode, 0)
         self.assertIn("router.yaml:6:24:", result.stdout + result.stderr)
 
+    def test_interfaces_with_another_index_or_name_are_shown_as_the_file_has_them(self):
+        def follow(**indexes):
+            lines = "".join(f"  - {{name: {name}, index: {index}, vrf: red}}\n" for name, index in indexes.items())
+            self.system.router_file.write_text(f"vrfs:\n  - {{name: red, table: 10}}\ninterfaces:\n{lines}")
+            self.shows([("red", index) for index in sorted(indexes.values())])
+            rows = self.system.cli_json("show", "interfaces")
+            self.assertEqual({row["name"]: row["ifConfIndex"] for row in rows}, indexes)
+
+        follow(ge0=11, ge1=22)  # was 12
+        follow(ge0=11, ge1=22, ge9=12)
+        follow(ge0=22, ge1=11, ge9=12)
+        follow(ge0=22, ge1=12, ge9=11)
+        follow(ge9=22, ge1=11, ge0=12)
+        follow(ge9=11)
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -1,9 +1,10 @@
 // The interface index by name, through a list of all indexes that is fetched once.
 //
 // When the daemon starts, every interface joins its VRF at once. The first index that the service gives makes
-// this file fetch the whole list; the joins that follow read it. The first name that is not in it (a new
-// interface, or an entry that makes no sense) drops the list for good: from then on it may be out of date,
-// and every lookup goes to the service. So the list is fetched at most once in the life of the process.
+// this file fetch the whole list; the joins that follow read it. The first lookup that does not find its name
+// (a new interface), or that reaches an entry without a value (the service clears the entry of an interface
+// that is removed, renamed or has another index), drops the list for good: from then on every lookup asks the
+// service. So the list is fetched at most once in the life of the process.
 //
 // Main thread, outside the database mutex.
 #include <cstring>

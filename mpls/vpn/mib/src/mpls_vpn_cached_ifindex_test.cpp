@@ -98,3 +98,46 @@ TEST_F(CachedIfindex, ListThatCannotBeReadIsDropped) {
   EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge1"), IndexOf("ge1"));
   EXPECT_EQ(fault_reached("ifname_to_index"), 3U);
 }
+
+// What the list said of an interface ends with it: a name may be another interface's by the next lookup.
+TEST_F(CachedIfindex, InterfaceMadeAgainUnderItsNameHasItsNewIndex) {
+  mpls_vpn_cached_ifname_to_index("ge0");
+  RemoveInterface("ge1");
+  AddInterface("other");
+  AddInterface("ge1");
+  EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge1"), IndexOf("ge1"));
+}
+
+TEST_F(CachedIfindex, InterfacesThatSwapTheirNamesHaveTheirOwnIndexes) {
+  mpls_vpn_cached_ifname_to_index("ge0");
+  Rename("ge0", "aside");
+  Rename("ge1", "ge0");
+  Rename("aside", "ge1");
+  EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge0"), IndexOf("ge0"));
+  EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge1"), IndexOf("ge1"));
+}
+
+TEST_F(CachedIfindex, InterfaceWhoseIndexChangesHasItsNewIndex) {
+  mpls_vpn_cached_ifname_to_index("ge0");
+  SetIndex("ge1", 77);
+  EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge1"), 77U);
+}
+
+TEST_F(CachedIfindex, InterfaceThatIsGoneHasNoIndex) {
+  mpls_vpn_cached_ifname_to_index("ge0");
+  RemoveInterface("ge1");
+  EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge1"), 0U);
+}
+
+TEST_F(CachedIfindex, LookupThatReachesAChangedInterfaceDropsTheListForGood) {
+  AddInterface("ge2");
+  mpls_vpn_cached_ifname_to_index("ge0");
+  Rename("ge1", "renamed");
+  fault_arm("ifname_to_index", kStatusIo, 1'000'000);  // counts from here
+  EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge0"), IndexOf("ge0"));
+  EXPECT_EQ(fault_reached("ifname_to_index"), 0U) << "ge0 stands before the changed entry";
+  EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge2"), IndexOf("ge2"));
+  EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge0"), IndexOf("ge0"));
+  EXPECT_EQ(fault_reached("ifname_to_index"), 2U);
+  EXPECT_EQ(fault_reached("ifindex_get_index_list"), 1U);
+}

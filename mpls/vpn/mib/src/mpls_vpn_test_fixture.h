@@ -116,6 +116,11 @@ class DaemonTest : public testing::Test {
     changed.name = to;
     EXPECT_EQ(router_.change_interface(changed), kStatusOk) << name;
   }
+  void SetIndex(std::string_view name, std::uint32_t index) {
+    router::Interface changed = InterfaceOf(name);
+    changed.index = index;
+    EXPECT_EQ(router_.change_interface(changed), kStatusOk) << name;
+  }
   router::Interface InterfaceOf(std::string_view name) const {
     const router::Interface* interface = router_.find_interface_by_name(name);
     EXPECT_NE(interface, nullptr) << name;

@@ -1,0 +1,72 @@
+#!/usr/bin/env python3
+"""system_identity.py BIN_DIRECTORY: members of VRFs that change what they are known by. Runs in the guest (see uml-run),
+as root.
+
+Members are deleted and made again under their name, swap names and take over indexes. After every step the SNMP walk
+and the command line must equal what `ip -j link` shows: the daemon reads interface indexes from a list that it fetched
+when it started, and must not use what the list says of an interface that has changed since.
+"""
+import subprocess
+import unittest
+
+from guest_system import GuestSystemTest  # noqa: F401  before system
+from system_walk import KernelWalk, members
+from vrf_life import batch, ip_json
+
+
+def index_of(name):
+    return next(link["ifindex"] for link in ip_json("link", "show") if link["ifname"] == name)
+
+
+class ChangedMembers(KernelWalk):
+    def setUp(self):
+        """A daemon that starts beside the VRFs red and blue with members: its list of indexes holds all of them."""
+        self.addCleanup(self.delete_links)
+        batch(["link add red type vrf table 10", "link set red up",
+               "link add blue type vrf table 20", "link set blue up"] +
+              [line for name, vrf in (("d1", "red"), ("d2", "red"), ("d3", "blue"), ("d4", "red"))
+               for line in (f"link add {name} type dummy", f"link set {name} master {vrf}")])
+        self.system.kill("daemon")
+        self.system.start_daemon()
+        self.step()
+
+    def delete_links(self):
+        for link in ip_json("link", "show"):
+            if link["ifname"] != "lo":
+                subprocess.run(["ip", "link", "del", link["ifname"]], check=True)
+
+    def test_member_made_again_under_its_name_has_its_new_index(self):
+        old = index_of("d2")
+        self.step("link del d2", "link add d2 type dummy", "link set d2 master red")
+        self.assertNotEqual(index_of("d2"), old)
+        self.step(f"link add d9 index {old} type dummy", "link set d9 master red")
+        self.assertEqual({name for vrf, name in ((key[0], name) for key, name in members().items()) if vrf == "red"},
+                         {"d1", "d2", "d4", "d9"})
+
+    def test_member_made_again_and_the_one_that_takes_its_old_index_in_one_step(self):
+        old = index_of("d2")
+        self.step("link del d2", "link add d2 type dummy", "link set d2 master red",
+                  f"link add d9 index {old} type dummy", "link set d9 master red")
+
+    def test_member_made_again_under_another_index_in_another_vrf(self):
+        self.step("link del d3", "link add d3 index 777 type dummy", "link set d3 master red")
+        self.step("link del d1", "link add d1 index 778 type dummy", "link set d1 master blue")
+
+    def test_members_of_one_vrf_swap_their_names(self):
+        self.step("link set d1 name aside", "link set d2 name d1", "link set aside name d2")
+        self.step("link set d1 nomaster", "link set d1 master blue")
+
+    def test_members_swap_their_indexes(self):
+        first, second = index_of("d1"), index_of("d2")
+        self.step("link del d1", "link del d2", f"link add d1 index {second} type dummy",
+                  f"link add d2 index {first} type dummy", "link set d1 master red", "link set d2 master red")
+
+    def test_names_go_round_while_a_member_is_made_again(self):
+        old = index_of("d4")
+        self.step("link del d4", "link set d2 name d4", "link set d1 name d2",
+                  f"link add d1 index {old} type dummy", "link set d1 master red")
+
+
+if __name__ == "__main__":
+    subprocess.run(["modprobe", "-a", "vrf", "dummy"], check=True)
+    unittest.main(verbosity=2)
