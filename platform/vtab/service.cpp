@@ -123,19 +123,23 @@ void Service::release(const char* vrf_name) {
 
 // What is known of an interface follows the events: a state that is told, or that comes after one that is
 // still to be told, waits for its turn. Nobody is told and nobody waits: it shows at once.
-void Service::take_over(IfNode* node, const router::Interface& interface, const IfChange& change) {
+void Service::take_over(IfNode* node, const std::string& name, const router::Interface& interface,
+                        const IfChange& change) {
   const bool must_wait = client.has_if_events && (change.is_one() || node->queued_events > 0);
   if (!must_wait) return show(node, state_of(interface));
-  queue_if_event(node, interface, interface.vrf, change, state_of(interface));
+  queue_if_event(node, {name, interface.vrf}, change, state_of(interface));
 }
 
 void Service::interface_added(const router::Interface& interface) {
-  take_over(interfaces.add(interface), interface, change_between({}, state_of(interface)));
+  take_over(interfaces.add(interface), interface.name, interface, change_between({}, state_of(interface)));
 }
 
+// An interface that went down is delivered before the membership event that brings its new name, so under the
+// former one.
 void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
   IfNode* const node = interfaces.change(before.index, now);
-  take_over(node, now, change_between(state_of(before), state_of(now)));
+  const IfChange change = change_between(state_of(before), state_of(now));
+  take_over(node, change.has_up() ? now.name : before.name, now, change);
 }
 
 // A host takes an interface down and up again to put it into another VRF, though only the outcome may be
@@ -146,15 +150,15 @@ void Service::interface_moved(const router::Interface& now, const std::string& f
   const IfState down{kVtabStateDown, kVtabStateDown, state.addresses};
   const IfChange went_down = change_between(state, down);
   if (!client.has_if_events || !went_down.is_one()) return;
-  queue_if_event(node, now, from, went_down, down);
-  queue_if_event(node, now, now.vrf, change_between(down, state), state);
+  queue_if_event(node, {now.name, from}, went_down, down);
+  queue_if_event(node, {now.name, now.vrf}, change_between(down, state), state);
 }
 
 void Service::interface_removed(const router::Interface& interface) {
   IfNode* const node = interfaces.remove(interface.index);
   const IfChange went_down = change_between(state_of(interface), {});
   if (client.has_if_events && went_down.is_one())
-    queue_if_event(node, interface, interface.vrf, went_down, {});
+    queue_if_event(node, {interface.name, interface.vrf}, went_down, {});
   interfaces.release(node);
 }
 
@@ -169,14 +173,13 @@ void Service::queue_vrf_event(VrfNode* node, std::uint32_t code) {
   queue(std::move(event));
 }
 
-void Service::queue_if_event(IfNode* node, const router::Interface& interface, const std::string& vrf_name,
-                             const IfChange& change, IfState to) {
+void Service::queue_if_event(IfNode* node, const IfPlace& place, const IfChange& change, IfState to) {
   ++node->queued_events;
   Event event;
   event.turn = vmap_turn(model_->changes(), change.has_up() ? VmapPhase::kCameUp : VmapPhase::kWentDown);
   event.interface = node;
-  event.if_name = interface.name;
-  event.vrf_name = vrf_name;
+  event.if_name = place.if_name;
+  event.vrf_name = place.vrf_name;
   event.change = change;
   event.to = std::move(to);
   queue(std::move(event));

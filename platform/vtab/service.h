@@ -30,6 +30,12 @@ struct Event {
   IfState to;
 };
 
+// The names of an interface and of its VRF at the time of an event.
+struct IfPlace {
+  const std::string& if_name;
+  const std::string& vrf_name;
+};
+
 // What a client has registered; the numbers are kept as they came.
 struct Client {
   EventManager* manager = nullptr;  // null: there is no client
@@ -86,9 +92,9 @@ class Service : public router::Observer {
   void call_back(const Event& event);
   void close_left_accesses();
   void queue_vrf_event(VrfNode* node, std::uint32_t code);
-  void take_over(IfNode* node, const router::Interface& interface, const IfChange& change);
-  void queue_if_event(IfNode* node, const router::Interface& interface, const std::string& vrf_name,
-                      const IfChange& change, IfState to);
+  void take_over(IfNode* node, const std::string& name, const router::Interface& interface,
+                 const IfChange& change);
+  void queue_if_event(IfNode* node, const IfPlace& place, const IfChange& change, IfState to);
   void queue(Event event);
   void post_delivery();
   void run_delivery(std::uint64_t generation);

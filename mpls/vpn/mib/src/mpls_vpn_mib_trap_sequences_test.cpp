@@ -38,6 +38,13 @@ class TrapSequence : public TrapTest {
     Join(name, vrf);
     Run();
   }
+  void RenameAndSetLink(const char* name, const char* to, bool up) {
+    router::Interface changed = InterfaceOf(name);
+    changed.name = to;
+    changed.up = up;
+    EXPECT_EQ(router_.change_interface(changed), kStatusOk);
+    Run();
+  }
   static std::string UpTrap(const char* vrf, std::uint32_t index) {
     return std::string("mplsL3VpnVrfUp ") + vrf + " if=" + std::to_string(index) + " oper=1 row=1";
   }
@@ -255,6 +262,21 @@ TEST_F(TrapSequence, InterfacesThatComeUpTogetherRaiseOneUpOfTheFirst) {
   LinkUp("ge0");
   LinkUp("ge1");
   Run();
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+}
+
+// A host renames an interface only while it is down, and may leave it down: one change says both.
+TEST_F(TrapSequence, LastActiveInterfaceThatIsRenamedAndGoesDownAtOnceRaisesDown) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  ComeUp("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+  RenameAndSetLink("ge0", "ge9", false);
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, InterfaceThatIsRenamedAndComesUpAtOnceRaisesUp) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  RenameAndSetLink("ge0", "ge9", true);
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
 }
 
