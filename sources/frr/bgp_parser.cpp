@@ -3,8 +3,11 @@
 //
 // A neighbour is active in an address family when it says so itself, else when its group does, else by the
 // instance's default (IPv4 unless "no bgp default ipv4-unicast"). A neighbour that is shut down is configured
-// all the same. Labelled unicast and multicast count as their address family; other families (EVPN) have no
-// place in a VRF's interfaces.
+// all the same. Labelled unicast and multicast count as their address family. A group with a range of
+// addresses to listen on counts as a neighbour: its members are known only while they are connected.
+//
+// Of the default VRF's instance counts what is about VRFs: the notation of AS numbers, whether it imports
+// from a VRF, and whether it follows VNIs.
 #include <optional>
 #include <utility>
 
@@ -17,6 +20,8 @@ namespace {
 BgpInstance& instance(Parser& parser) {
   return parser.config.bgp.back();
 }
+
+constexpr std::size_t kEvpn = 2;  // of BgpInstance::families
 
 VpnFamily& family(Parser& parser) {
   return instance(parser).families[static_cast<std::size_t>(parser.family)];
@@ -45,6 +50,11 @@ void take_membership(Parser& parser, const Words& words) {
   if (BgpNeighbour* member = neighbour(parser, words[1])) member->group = words.back();
 }
 
+// "bgp listen range PREFIX peer-group GROUP"
+void take_listen_range(Parser& parser, const Words& words) {
+  if (BgpNeighbour* group = neighbour(parser, words[5])) group->listens = true;
+}
+
 void take_ipv4_default(Parser& parser, const Words& words) {
   instance(parser).default_active[0] = words[0] != "no";
 }
@@ -58,6 +68,7 @@ void take_family(Parser& parser, const Words& words) {
   parser.family = words[1] == "ipv4" ? 0 : words[1] == "ipv6" ? 1 : -1;
   if (words.size() > 2 && (words[2] == "vpn" || words[2] == "flowspec")) parser.family = -1;
   parser.unicast = words.size() == 2 || words[2] == "unicast";
+  parser.evpn = words[1] == "l2vpn";
 }
 
 void leave_family(Parser& parser, const Words&) {
@@ -72,21 +83,53 @@ void take_activation(Parser& parser, const Words& words) {
 }
 
 void take_rd(Parser& parser, const Words& words) {
-  const auto rd = vrf_config::parse_target(words[3]);
+  const auto rd = parse_suite_target(words[3]);
   if (!rd) return parser.mistake("'" + std::string(words[3]) + "' is no route distinguisher");
   family(parser).rd = *rd;
+}
+
+void take_evpn_rd(Parser& parser, const Words& words) {
+  const auto rd = parse_suite_target(words[1]);
+  if (!rd) return parser.mistake("'" + std::string(words[1]) + "' is no route distinguisher");
+  instance(parser).families[kEvpn].rd = *rd;
+}
+
+// "route-target import RT...", a line for each or several in one; "auto" is what the suite derives.
+void take_evpn_targets(Parser& parser, const Words& words) {
+  VpnFamily& evpn = instance(parser).families[kEvpn];
+  for (std::size_t i = 2; i < words.size(); ++i) {
+    if (words[i] == "auto") continue;
+    const auto target = parse_suite_target(words[i]);
+    if (!target) return parser.mistake("'" + std::string(words[i]) + "' is no route target");
+    if (words[1] != "export") evpn.imports.push_back(*target);
+    if (words[1] != "import") evpn.exports.push_back(*target);
+  }
+}
+
+void take_import_by_name(Parser& parser, const Words&) {
+  parser.config.imports_by_name = true;
+}
+
+void take_vnis(Parser& parser, const Words&) {
+  parser.config.has_evpn = true;
 }
 
 // All of the line or none of it: a list with a hole would look like another list.
 void take_targets(Parser& parser, const Words& words) {
   std::vector<vrf_config::Target> targets;
   for (std::size_t i = 3; i < words.size(); ++i) {
-    const auto target = vrf_config::parse_target(words[i]);
+    const auto target = parse_suite_target(words[i]);
     if (!target) return parser.mistake("'" + std::string(words[i]) + "' is no route target");
     targets.push_back(*target);
   }
   if (words[2] != "export") family(parser).imports = targets;
   if (words[2] != "import") family(parser).exports = targets;
+}
+
+// "import vrf route-map NAME": the policy of routes from the VRFs that are imported by name.
+void take_policy_of_names(Parser& parser, const Words& words) {
+  if (words[3].size() > kTextMax) return parser.mistake("the route map's name is too long");
+  family(parser).import_policy = words[3];
 }
 
 void take_policy(Parser& parser, const Words& words) {
@@ -102,6 +145,7 @@ constexpr LineRule kInstanceLines[] = {
     {"neighbor * interface v6only peer-group *", take_membership},
     {"neighbor * remote-as ...", take_neighbour},
     {"neighbor * interface ...", take_neighbour},
+    {"bgp listen range * peer-group *", take_listen_range},
     {"no bgp default ipv4-unicast", take_ipv4_default},
     {"bgp default ipv4-unicast", take_ipv4_default},
     {"bgp default ipv6-unicast", take_ipv6_default},
@@ -123,6 +167,20 @@ constexpr LineRule kVpnLines[] = {
     {"route-target vpn both * ...", take_targets},
     {"route-map vpn import *", take_policy},
     {"route-map vpn export *", take_policy},
+    {"import vrf *", take_import_by_name},
+    {"import vrf route-map *", take_policy_of_names},
+};
+
+constexpr LineRule kEvpnLines[] = {
+    {"rd *", take_evpn_rd},
+    {"route-target import * ...", take_evpn_targets},
+    {"route-target export * ...", take_evpn_targets},
+    {"route-target both * ...", take_evpn_targets},
+};
+
+constexpr LineRule kDefaultLines[] = {
+    {"import vrf *", take_import_by_name},
+    {"advertise-all-vni", take_vnis},
 };
 
 constexpr LineRule kFamilyEnd[] = {{"exit-address-family", leave_family}};
@@ -142,12 +200,32 @@ void open_bgp(Parser& parser, const Words& words) {
   parser.config.bgp.push_back(std::move(opened));
 }
 
+// "router bgp AS as-notation NOTATION"; plain when nothing is said.
+void open_default_bgp(Parser& parser, const Words& words) {
+  parser.stanza = Stanza::kDefaultBgp;
+  if (words.size() == 5) parser.config.as_notation = words[4];
+}
+
+void take_default_bgp_line(Parser& parser, const Words& words) {
+  take_line(kDefaultLines, parser, words);
+}
+
+std::optional<vrf_config::Target> parse_suite_target(std::string_view text) {
+  const std::string_view administrator = text.substr(0, text.find(':'));
+  const bool is_asdot_of_two_octets = administrator.substr(0, 2) == "0." && administrator.rfind('.') == 1;
+  if (is_asdot_of_two_octets) return vrf_config::parse_target(text.substr(2));
+  if (administrator == "*") return vrf_config::parse_target("0" + std::string(text.substr(1)));
+  return vrf_config::parse_target(text);
+}
+
 void take_bgp_line(Parser& parser, const Words& words) {
   if (!parser.in_family) {
     take_line(kInstanceLines, parser, words);
     return;
   }
-  if (take_line(kFamilyEnd, parser, words) || parser.family < 0) return;
+  if (take_line(kFamilyEnd, parser, words)) return;
+  if (parser.evpn) take_line(kEvpnLines, parser, words);
+  if (parser.family < 0) return;
   if (take_line(kFamilyLines, parser, words) || !parser.unicast) return;
   take_line(kVpnLines, parser, words);
 }

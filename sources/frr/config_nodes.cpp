@@ -22,15 +22,21 @@ using vrf_config::Direction;
 using vrf_config::Family;
 
 constexpr std::array<Family, 2> kFamilies{Family::kIpv4, Family::kIpv6};
+constexpr std::string_view kOspf6Process = "ospf6";  // the name of OSPFv3 where OSPF has a number
 constexpr std::string_view kDescriptionEnd = "/descr";
+constexpr std::string_view kVniEnd = "/vni";
 
 bool is_below(std::string_view path, std::string_view scope) {
   return path.substr(0, scope.size()) == scope;
 }
 
-bool is_description(std::string_view path) {
-  return is_below(path, vrf_config::kVrfScope) && path.size() > kDescriptionEnd.size() &&
-         path.substr(path.size() - kDescriptionEnd.size()) == kDescriptionEnd;
+bool ends_with(std::string_view path, std::string_view end) {
+  return path.size() > end.size() && path.substr(path.size() - end.size()) == end;
+}
+
+bool is_of_device(std::string_view path) {
+  return is_below(path, vrf_config::kVrfScope) &&
+         (ends_with(path, kDescriptionEnd) || ends_with(path, kVniEnd));
 }
 
 // Of two nodes with one path the later stays.
@@ -75,18 +81,27 @@ bool is_active(const BgpInstance& instance, const BgpNeighbour& neighbour, std::
 
 void add_neighbours(const BgpInstance& instance, Nodes* nodes) {
   for (const auto& [name, neighbour] : instance.neighbours) {
-    for (std::size_t family = 0; !neighbour.is_group && family < kFamilies.size(); ++family) {
+    if (neighbour.is_group && !neighbour.listens) continue;
+    for (std::size_t family = 0; family < kFamilies.size(); ++family) {
       if (!is_active(instance, neighbour, family)) continue;
       nodes->push_back(vrf_config::bgp_neighbour(instance.vrf, instance.as_number, name, kFamilies[family]));
     }
   }
 }
 
+// The format in which the suite shows AS numbers becomes the one of the MIB.
+void add_as_format(std::string_view notation, Nodes* nodes) {
+  if (notation == "plain") nodes->push_back(vrf_config::as_format("asplain"));
+  if (notation == "dot") nodes->push_back(vrf_config::as_format("asdot"));
+  if (notation == "dot+") nodes->push_back(vrf_config::as_format("asdot+"));
+}
+
 Nodes bgp_nodes(const RunningConfig& config, const router::Router&) {
   Nodes nodes;
+  add_as_format(config.as_notation, &nodes);
   for (const BgpInstance& instance : config.bgp) {
-    for (std::size_t family = 0; family < kFamilies.size(); ++family) {
-      add_family(instance.vrf, kFamilies[family], instance.families[family], &nodes);
+    for (std::size_t family = 0; family < instance.families.size(); ++family) {
+      add_family(instance.vrf, vrf_config::kFamiliesOfTargets[family], instance.families[family], &nodes);
     }
     add_neighbours(instance, &nodes);
   }
@@ -94,13 +109,13 @@ Nodes bgp_nodes(const RunningConfig& config, const router::Router&) {
 }
 
 bool is_bgp(std::string_view path) {
-  return is_below(path, vrf_config::kBgpScope) ||
-         (is_below(path, vrf_config::kVrfScope) && !is_description(path));
+  return is_below(path, vrf_config::kBgpScope) || is_below(path, vrf_config::kBgpCommonScope) ||
+         (is_below(path, vrf_config::kVrfScope) && !is_of_device(path));
 }
 
-// --- Descriptions ---
+// --- Descriptions and VNIs ---
 
-Nodes description_nodes(const RunningConfig& config, const router::Router& router) {
+Nodes device_nodes(const RunningConfig& config, const router::Router& router) {
   Nodes nodes;
   for (const auto& [name, interface] : config.interfaces) {
     if (interface.description.empty() || name == router::kDefaultVrf || router.find_vrf(name) == nullptr) {
@@ -108,6 +123,7 @@ Nodes description_nodes(const RunningConfig& config, const router::Router& route
     }
     nodes.push_back(vrf_config::description(name, interface.description));
   }
+  for (const auto& [vrf, number] : config.vnis) nodes.push_back(vrf_config::vni(vrf, number));
   return sorted(std::move(nodes));
 }
 
@@ -185,6 +201,17 @@ Nodes ospf_nodes(const RunningConfig& config, const router::Router& router) {
   return sorted(std::move(nodes));
 }
 
+Nodes ospf6_nodes(const RunningConfig& config, const router::Router& router) {
+  Nodes nodes;
+  visit_members(config.ospf6, router, [&](const IgpProcess& process, const router::Interface& interface) {
+    const auto own = config.interfaces.find(interface.name);
+    if (own == config.interfaces.end() || !own->second.ospf6_area) return;
+    nodes.push_back(
+        vrf_config::ospf_interface(process.vrf, kOspf6Process, *own->second.ospf6_area, interface.name));
+  });
+  return sorted(std::move(nodes));
+}
+
 bool is_named(const IgpProcess& process, const router::Interface& interface) {
   return std::find(process.interfaces.begin(), process.interfaces.end(), interface.name) !=
          process.interfaces.end();
@@ -219,8 +246,12 @@ Nodes static_nodes(const RunningConfig& config, const router::Router&) {
   return sorted(std::move(nodes));
 }
 
+bool is_ospf6(std::string_view path) {
+  static const std::string scope = std::string(vrf_config::kOspfScope).append(kOspf6Process) + "/";
+  return is_below(path, scope);
+}
 bool is_ospf(std::string_view path) {
-  return is_below(path, vrf_config::kOspfScope);
+  return is_below(path, vrf_config::kOspfScope) && !is_ospf6(path);
 }
 bool is_rip(std::string_view path) {
   return is_below(path, vrf_config::kRipScope);
@@ -236,16 +267,20 @@ bool is_static(std::string_view path) {
 
 const std::array<Program, kProgramCount> kPrograms{{
     {"bgpd", false, bgp_nodes, is_bgp},
-    {"zebra", true, description_nodes, is_description},
+    {"zebra", true, device_nodes, is_of_device},
     {"ospfd", true, ospf_nodes, is_ospf},
+    {"ospf6d", true, ospf6_nodes, is_ospf6},
     {"ripd", true, rip_nodes, is_rip},
     {"eigrpd", true, eigrp_nodes, is_eigrp},
     {"staticd", false, static_nodes, is_static},
 }};
 
 const std::vector<std::string>& config_scopes() {
-  static const std::vector<std::string> scopes(vrf_config::kScopesOfVrfs.begin(),
-                                               vrf_config::kScopesOfVrfs.end());
+  static const std::vector<std::string> scopes = [] {
+    std::vector<std::string> all(vrf_config::kScopesOfVrfs.begin(), vrf_config::kScopesOfVrfs.end());
+    all.emplace_back(vrf_config::kBgpCommonScope);
+    return all;
+  }();
   return scopes;
 }
 

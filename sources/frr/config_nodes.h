@@ -25,8 +25,9 @@ struct Program {
   bool (*owns)(std::string_view path);  // whether a node of the suite is this program's
 };
 
-// bgpd: RDs, route targets, route policies and neighbours. zebra: descriptions of VRFs.
-inline constexpr std::size_t kProgramCount = 6;
+// bgpd: RDs, route targets, route policies, neighbours and the format of AS numbers. zebra: descriptions and
+// VNIs of VRFs.
+inline constexpr std::size_t kProgramCount = 7;
 extern const std::array<Program, kProgramCount> kPrograms;
 
 // Every scope below which the suite has nodes.

@@ -123,6 +123,50 @@ TEST_F(ConfigNodes, NeighbourFollowsItsGroupAndTheGroupIsNone) {
       ElementsAre(vrf_config::bgp_neighbour("red", 1, "10.0.0.1", Family::kIpv4)));
 }
 
+TEST_F(ConfigNodes, GroupThatListensCountsAsANeighbour) {
+  EXPECT_THAT(Say("bgpd",
+                  "router bgp 1 vrf red\n neighbor CE peer-group\n neighbor IDLE peer-group\n"
+                  " bgp listen range 10.1.0.0/24 peer-group CE\n"
+                  " bgp listen range 2001:db8:1::/64 peer-group CE\n"
+                  " address-family ipv6 unicast\n  neighbor CE activate\n"),
+              UnorderedElementsAre(vrf_config::bgp_neighbour("red", 1, "CE", Family::kIpv4),
+                                   vrf_config::bgp_neighbour("red", 1, "CE", Family::kIpv6)));
+}
+
+TEST_F(ConfigNodes, UnnumberedNeighborIsKnownByItsInterface) {
+  EXPECT_THAT(Say("bgpd",
+                  "router bgp 1 vrf red\n neighbor red1 interface remote-as external\n"
+                  " neighbor red2 interface v6only remote-as internal\n address-family ipv6 unicast\n"
+                  "  neighbor red1 activate\n"),
+              UnorderedElementsAre(vrf_config::bgp_neighbour("red", 1, "red1", Family::kIpv4),
+                                   vrf_config::bgp_neighbour("red", 1, "red1", Family::kIpv6),
+                                   vrf_config::bgp_neighbour("red", 1, "red2", Family::kIpv4)));
+}
+
+TEST_F(ConfigNodes, EvpnHasItsRdAndTargets) {
+  const auto target = [](const char* text) { return vrf_config::parse_target(text).value(); };
+  EXPECT_THAT(Say("bgpd",
+                  "router bgp 1 vrf red\n address-family l2vpn evpn\n  rd 65000:100\n"
+                  "  route-target import 65000:101\n  route-target export 65000:102\n"),
+              UnorderedElementsAre(
+                  vrf_config::route_distinguisher("red", Family::kEvpn, target("65000:100")),
+                  vrf_config::route_target("red", Family::kEvpn, Direction::kImport, target("65000:101")),
+                  vrf_config::route_target("red", Family::kEvpn, Direction::kExport, target("65000:102"))));
+}
+
+TEST_F(ConfigNodes, NotationOfTheDefaultInstanceIsTheFormatOfAsNumbers) {
+  EXPECT_THAT(Say("bgpd", "router bgp 1.10 as-notation dot\n"), ElementsAre(vrf_config::as_format("asdot")));
+  EXPECT_THAT(Say("bgpd", "router bgp 1.10 as-notation dot+\n"),
+              ElementsAre(vrf_config::as_format("asdot+")));
+  EXPECT_THAT(Say("bgpd", "router bgp 1 as-notation plain\n"), ElementsAre(vrf_config::as_format("asplain")));
+  EXPECT_THAT(Say("bgpd", "router bgp 1\nexit\nrouter bgp 1.10 vrf red as-notation dot\n"), IsEmpty());
+}
+
+TEST_F(ConfigNodes, VniIsOfItsVrf) {
+  EXPECT_THAT(Say("zebra", "vrf red\n vni 100\nexit-vrf\nvrf blue\n vni 200 prefix-routes-only\nexit-vrf\n"),
+              UnorderedElementsAre(vrf_config::vni("red", 100), vrf_config::vni("blue", 200)));
+}
+
 TEST_F(ConfigNodes, DescriptionOfAVrfDeviceIsTheVrfs) {
   AddVrf("red");
   EXPECT_THAT(
@@ -183,6 +227,15 @@ TEST_F(ConfigNodes, RipIsEnabledByNetworksAndNames) {
       ElementsAre(vrf_config::rip_interface("green", "grn1"), vrf_config::rip_interface("green", "grn2")));
 }
 
+TEST_F(ConfigNodes, Ospf6IsEnabledByTheAreaOfAnInterfaceAndTheProcessOfItsVrf) {
+  AddInterface("blue1", "blue", {"2001:db8::1/64"});
+  const std::string interface = "interface blue1\n ipv6 ospf6 area 0.0.0.9\nexit\n";
+  EXPECT_THAT(Paths("ospf6d", interface + "router ospf6 vrf red\nrouter ospf vrf blue\n"), IsEmpty());
+  EXPECT_THAT(Paths("ospf6d", "router ospf6 vrf blue\n"), IsEmpty());
+  EXPECT_THAT(Say("ospf6d", interface + "router ospf6 vrf blue\n"),
+              ElementsAre(vrf_config::ospf_interface("blue", "ospf6", 9, "blue1")));
+}
+
 TEST_F(ConfigNodes, EigrpIsEnabledByNetworks) {
   AddInterface("red2", "red", {"10.4.0.1/30"});
   AddInterface("red1", "red", {"10.1.0.1/30"});
@@ -205,7 +258,9 @@ TEST_F(ConfigNodes, ProgramSaysNothingOfTheOthers) {
       std::string(kRed) +
       "interface red\n description d\nrouter ospf vrf red\n network 0.0.0.0/0 area 0\n"
       "router rip vrf red\n network 0.0.0.0/0\nrouter eigrp 1 vrf red\n network 0.0.0.0/0\n"
-      "vrf red\n ip route 10.9.0.0/16 Null0\n";
+      "vrf red\n ip route 10.9.0.0/16 Null0\n vni 100\n"
+      "interface red1\n ipv6 ospf6 area 0\nrouter ospf6 vrf red\n"
+      "router bgp 65000 as-notation dot\n";
   for (const Program& speaker : frr::kPrograms) {
     const Nodes nodes = speaker.nodes(frr::parse_running_config(all), router);
     EXPECT_FALSE(nodes.empty()) << speaker.name;
@@ -226,6 +281,8 @@ TEST_F(ConfigNodes, EveryNodeIsBelowAScope) {
     });
   };
   for (const std::string& path : Paths("bgpd", kRed)) EXPECT_TRUE(is_below(path)) << path;
+  for (const std::string& path : Paths("bgpd", "router bgp 1 as-notation dot\n"))
+    EXPECT_TRUE(is_below(path)) << path;
   for (const std::string& path : Paths("ripd", "router rip vrf red\n network red1\n"))
     EXPECT_TRUE(is_below(path));
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -18,7 +19,7 @@ inline constexpr std::size_t kTextMax = 255;  // octets of a description or of a
 
 using Words = std::vector<std::string_view>;
 
-enum class Stanza : std::uint8_t { kOther, kBgp, kOspf, kRip, kEigrp, kVrf, kInterface };
+enum class Stanza : std::uint8_t { kOther, kBgp, kDefaultBgp, kOspf, kRip, kRipng, kEigrp, kVrf, kInterface };
 
 struct Parser {
   RunningConfig config{};
@@ -29,6 +30,7 @@ struct Parser {
   int family = -1;               // of an `address-family`: 0 IPv4, 1 IPv6; -1: outside, or of another family
   bool in_family = false;        // inside of any address family
   bool unicast = false;          // inside of a unicast one, which has the VPN items
+  bool evpn = false;             // inside of that of EVPN
   std::string_view line_text{};  // the whole line, without its indentation
 
   void mistake(const std::string& what) { config.mistakes.push_back({line, what}); }
@@ -50,8 +52,15 @@ bool parse_number(std::string_view text, std::uint32_t limit, std::uint32_t* num
 
 // The stanzas of BGP: bgp_parser.cpp.
 void open_bgp(Parser& parser, const Words& words);
+void open_default_bgp(Parser& parser, const Words& words);
 void take_bgp_line(Parser& parser, const Words& words);
+void take_default_bgp_line(Parser& parser, const Words& words);
 // `ip route` and `ipv6 route` in a VRF: static_parser.cpp.
 void take_static_route(Parser& parser, const Words& words);
+
+// A route target or route distinguisher as the suite writes it. With the notation dot+ it writes the AS
+// number 65000 of two octets as 0.65000, which elsewhere is one of four. A route target for any AS number
+// ("*:5") is that of AS 0, as in the suite's own tables.
+std::optional<vrf_config::Target> parse_suite_target(std::string_view text);
 
 }  // namespace frr

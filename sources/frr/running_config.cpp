@@ -52,6 +52,16 @@ void open_ospf(Parser& parser, const Words& words) {
   parser.config.ospf.push_back({std::string(words.back()), std::to_string(process)});
 }
 
+void open_ospf6(Parser& parser, const Words& words) {
+  if (is_vpn(parser, words[3])) parser.config.ospf6.push_back({std::string(words[3]), ""});
+}
+
+void open_ripng(Parser& parser, const Words& words) {
+  if (!is_vpn(parser, words[3])) return;
+  parser.stanza = Stanza::kRipng;
+  parser.config.ripng.push_back({std::string(words[3]), ""});
+}
+
 void open_rip(Parser& parser, const Words& words) {
   if (!is_vpn(parser, words[3])) return;
   parser.stanza = Stanza::kRip;
@@ -82,17 +92,25 @@ void open_interface(Parser& parser, const Words& words) {
 }
 
 constexpr LineRule kHeads[] = {
-    {"router bgp * vrf * ...", open_bgp}, {"router ospf vrf *", open_ospf},
-    {"router ospf * vrf *", open_ospf},   {"router rip vrf *", open_rip},
-    {"router eigrp * vrf *", open_eigrp}, {"vrf *", open_vrf},
+    {"router bgp * vrf * ...", open_bgp},
+    {"router bgp *", open_default_bgp},
+    {"router bgp * as-notation *", open_default_bgp},
+    {"router ospf vrf *", open_ospf},
+    {"router ospf * vrf *", open_ospf},
+    {"router ospf6 vrf *", open_ospf6},
+    {"router rip vrf *", open_rip},
+    {"router ripng vrf *", open_ripng},
+    {"router eigrp * vrf *", open_eigrp},
+    {"vrf *", open_vrf},
     {"interface * ...", open_interface},
 };
 
 // --- Lines of stanzas ---
 
-bool parse_network(std::string_view text, router::Address* prefix) {
+bool parse_network(std::string_view text, router::Address* prefix,
+                   router::Family family = router::Family::kIpv4) {
   return text.find('/') != std::string_view::npos && router::parse_address(text, prefix) &&
-         prefix->family == router::Family::kIpv4;
+         prefix->family == family;
 }
 
 void take_ospf_network(Parser& parser, const Words& words) {
@@ -105,16 +123,25 @@ void take_ospf_network(Parser& parser, const Words& words) {
   parser.config.ospf.back().networks.push_back(network);
 }
 
-// RIP's networks are prefixes or names of interfaces.
-void take_rip_network(Parser& parser, const Words& words) {
+// The networks of RIP and RIPng are prefixes or names of interfaces.
+void take_network_or_name(Parser& parser, std::string_view word, router::Family family, IgpProcess* process) {
   Network network;
-  if (parse_network(words[1], &network.prefix)) {
-    parser.config.rip.back().networks.push_back(network);
-  } else if (router::valid_interface_name(words[1]) && words[1].find('/') == std::string_view::npos) {
-    parser.config.rip.back().interfaces.emplace_back(words[1]);
+  if (parse_network(word, &network.prefix, family)) {
+    process->networks.push_back(network);
+  } else if (router::valid_interface_name(word) && word.find('/') == std::string_view::npos) {
+    process->interfaces.emplace_back(word);
   } else {
-    parser.mistake("'" + std::string(words[1]) + "' is no IPv4 network");
+    const char* wanted = family == router::Family::kIpv4 ? "IPv4" : "IPv6";
+    parser.mistake("'" + std::string(word) + "' is no " + wanted + " network");
   }
+}
+
+void take_rip_network(Parser& parser, const Words& words) {
+  take_network_or_name(parser, words[1], router::Family::kIpv4, &parser.config.rip.back());
+}
+
+void take_ripng_network(Parser& parser, const Words& words) {
+  take_network_or_name(parser, words[1], router::Family::kIpv6, &parser.config.ripng.back());
 }
 
 void take_eigrp_network(Parser& parser, const Words& words) {
@@ -143,6 +170,20 @@ void take_interface_instance_area(Parser& parser, const Words& words) {
   take_ospf_area(parser, process, words[4]);
 }
 
+void take_interface_area6(Parser& parser, const Words& words) {
+  const std::optional<std::uint32_t> area = vrf_config::parse_area(words[3]);
+  if (!area) return parser.mistake("'" + std::string(words[3]) + "' is no area");
+  parser.config.interfaces[parser.interface].ospf6_area = *area;
+}
+
+void take_vni(Parser& parser, const Words& words) {
+  std::uint32_t number = 0;
+  if (!parse_number(words[1], vrf_config::kGreatestVni, &number) || number == 0) {
+    return parser.mistake("'" + std::string(words[1]) + "' is no VNI");
+  }
+  parser.config.vnis[parser.vrf] = number;
+}
+
 // The rest of the line as it stands: a description may have blanks of its own.
 void take_description(Parser& parser, const Words&) {
   constexpr std::string_view kWord = "description ";
@@ -152,15 +193,18 @@ void take_description(Parser& parser, const Words&) {
 
 constexpr LineRule kOspfLines[] = {{"network * area *", take_ospf_network}};
 constexpr LineRule kRipLines[] = {{"network *", take_rip_network}};
+constexpr LineRule kRipngLines[] = {{"network *", take_ripng_network}};
 constexpr LineRule kEigrpLines[] = {{"network *", take_eigrp_network}};
 constexpr LineRule kVrfLines[] = {
     {"ip route ...", take_static_route},
     {"ipv6 route ...", take_static_route},
+    {"vni * ...", take_vni},
 };
 // An area may be for one of the interface's addresses, which comes behind it.
 constexpr LineRule kInterfaceLines[] = {
     {"ip ospf area * ...", take_interface_area},
     {"ip ospf * area * ...", take_interface_instance_area},
+    {"ipv6 ospf6 area *", take_interface_area6},
     {"description * ...", take_description},
 };
 
@@ -176,6 +220,8 @@ std::span<const LineRule> lines_of(Stanza stanza) {
       return kOspfLines;
     case Stanza::kRip:
       return kRipLines;
+    case Stanza::kRipng:
+      return kRipngLines;
     case Stanza::kEigrp:
       return kEigrpLines;
     case Stanza::kVrf:
@@ -184,6 +230,7 @@ std::span<const LineRule> lines_of(Stanza stanza) {
       return kInterfaceLines;
     case Stanza::kOther:
     case Stanza::kBgp:  // has lines of a second depth
+    case Stanza::kDefaultBgp:
       return {};
   }
   return {};
@@ -191,6 +238,7 @@ std::span<const LineRule> lines_of(Stanza stanza) {
 
 void take_stanza_line(Parser& parser, const Words& words) {
   if (parser.stanza == Stanza::kBgp) return take_bgp_line(parser, words);
+  if (parser.stanza == Stanza::kDefaultBgp) return take_default_bgp_line(parser, words);
   take_line(lines_of(parser.stanza), parser, words);
 }
 

@@ -29,7 +29,8 @@ struct Mistake {
   bool operator==(const Mistake&) const = default;
 };
 
-// `address-family ipv4|ipv6 unicast` of a VRF's BGP instance (RFC 4364 sections 4.2 and 4.3.1).
+// `address-family ipv4|ipv6 unicast` and `l2vpn evpn` of a VRF's BGP instance (RFC 4364 sections 4.2 and
+// 4.3.1).
 struct VpnFamily {
   std::optional<vrf_config::Target> rd{};
   std::vector<vrf_config::Target> imports{};
@@ -41,6 +42,7 @@ struct VpnFamily {
 struct BgpNeighbour {
   std::string group{};
   bool is_group = false;
+  bool listens = false;  // a group that takes connections from a range of addresses (`bgp listen range`)
   // By family: said to be active or not; none: it is as its group, or as the instance's default.
   std::array<std::optional<bool>, 2> active{};
 };
@@ -49,7 +51,7 @@ struct BgpInstance {
   std::string vrf;
   std::uint32_t as_number = 0;
   std::array<bool, 2> default_active{true, false};  // by family
-  std::array<VpnFamily, 2> families{};              // IPv4, IPv6
+  std::array<VpnFamily, 3> families{};              // in the order of vrf_config::kFamiliesOfTargets
   // By address, by interface (unnumbered) or, a group, by the group's name.
   std::map<std::string, BgpNeighbour, std::less<>> neighbours{};
 };
@@ -60,16 +62,16 @@ struct Network {
   std::uint32_t area = 0;
 };
 
-// A process of OSPF, RIP or EIGRP in a VRF. It is enabled on interfaces whose address is in one of the
+// A process of OSPF, RIP, RIPng or EIGRP in a VRF. It is enabled on interfaces whose address is in one of the
 // networks, and on those that are named.
 struct IgpProcess {
   std::string vrf;
-  std::string process;  // OSPF: the instance, "1" when there is one only; EIGRP: the AS number; RIP: empty
+  std::string process;  // OSPF: the instance, "1" when there is one only; EIGRP: the AS number; else empty
   std::vector<Network> networks{};
   std::vector<std::string> interfaces{};
 };
 
-// `ip ospf area` of an interface.
+// `ip ospf area` and `ipv6 ospf6 area` of an interface.
 struct OspfArea {
   std::string process;
   std::uint32_t area = 0;
@@ -78,6 +80,7 @@ struct OspfArea {
 struct InterfaceConfig {
   std::string description{};
   std::vector<OspfArea> ospf{};
+  std::optional<std::uint32_t> ospf6_area{};
 };
 
 struct VrfStaticRoute {
@@ -88,9 +91,15 @@ struct VrfStaticRoute {
 struct RunningConfig {
   std::vector<BgpInstance> bgp{};
   std::vector<IgpProcess> ospf{};
+  std::vector<IgpProcess> ospf6{};  // without networks: areas are configured on interfaces only
   std::vector<IgpProcess> rip{};
+  std::vector<IgpProcess> ripng{};
   std::vector<IgpProcess> eigrp{};
   std::vector<VrfStaticRoute> statics{};
+  std::map<std::string, std::uint32_t, std::less<>> vnis{};  // by VRF
+  std::string as_notation{};                                 // of the default instance of BGP: "dot"
+  bool imports_by_name = false;                              // some VRF has `import vrf`
+  bool has_evpn = false;                                     // BGP follows the VNIs of the router
   std::map<std::string, InterfaceConfig, std::less<>> interfaces{};
   std::vector<Mistake> mistakes{};
 };

@@ -135,6 +135,59 @@ TEST(BgpOfAVrf, ListWithAMistakeIsLeftOutWhole) {
   EXPECT_TRUE(config.bgp[0].families[0].rd);
 }
 
+// Each route target has a line of its own, as both versions of the suite print them.
+TEST(BgpOfAVrf, EvpnHasAnRdAndListsOfTargets) {
+  const BgpInstance instance = only_instance(family_of(
+      "l2vpn evpn",
+      "  advertise ipv4 unicast\n  rd 10.1.1.1:5\n  route-target import *:600\n"
+      "  route-target import 65000:500\n  route-target import auto\n  route-target both 4200000000:7\n"
+      "  route-target export 65000:700\n"));
+  EXPECT_EQ(vrf_config::target_text(instance.families[2].rd.value()), "10.1.1.1:5");
+  EXPECT_THAT(texts(instance.families[2].imports), ElementsAre("0:600", "65000:500", "4200000000:7"));
+  EXPECT_THAT(texts(instance.families[2].exports), ElementsAre("4200000000:7", "65000:700"));
+  EXPECT_FALSE(instance.families[0].rd);
+}
+
+TEST(BgpOfAVrf, EvpnOfTheDefaultVrfIsNoVpn) {
+  const RunningConfig config = parse_running_config(
+      "router bgp 65000\n address-family l2vpn evpn\n  advertise-all-vni\n  vni 100\n   rd 1:1\n"
+      "   route-target import 1:1\n  exit-vni\n exit-address-family\nexit\n");
+  EXPECT_THAT(config.bgp, IsEmpty());
+  EXPECT_TRUE(config.has_evpn);
+  EXPECT_FALSE(config.imports_by_name);
+}
+
+TEST(BgpOfAVrf, ImportByNameIsSeenInEveryInstance) {
+  const std::string lines = " address-family ipv6 unicast\n  import vrf blue\n exit-address-family\nexit\n";
+  EXPECT_TRUE(parse_running_config("router bgp 65000 vrf red\n" + lines).imports_by_name);
+  EXPECT_TRUE(parse_running_config("router bgp 65000\n" + lines).imports_by_name);
+  EXPECT_FALSE(parse_running_config(family_of("ipv4 unicast", "  import vpn\n")).imports_by_name);
+}
+
+TEST(BgpOfAVrf, RouteMapOfImportsByNameIsTheImportPolicy) {
+  const BgpInstance instance =
+      only_instance(family_of("ipv4 unicast", "  import vrf route-map RM\n  import vrf blue\n"));
+  EXPECT_EQ(instance.families[0].import_policy, "RM");
+}
+
+// What 10.3 prints with "as-notation dot+": RDs as they were typed, route targets in asplain.
+TEST(BgpOfAVrf, NumbersOfTwoOctetsMayBeInAsdot) {
+  const BgpInstance instance = only_instance(
+      "router bgp 65547 vrf blue as-notation dot+\n address-family ipv4 unicast\n"
+      "  rd vpn export 0.65000:100000\n  rt vpn both 65547:6 0.65000:7 10.0.0.1:8\n exit-address-family\n"
+      " address-family l2vpn evpn\n  rd 1.10:9\n");
+  const Target rd = instance.families[0].rd.value();
+  EXPECT_EQ(rd, (Target{Target::Type::kTwoOctetAs, 65000, 100000}));
+  EXPECT_THAT(texts(instance.families[0].imports), ElementsAre("65547:6", "65000:7", "10.0.0.1:8"));
+  EXPECT_EQ(vrf_config::target_text(instance.families[2].rd.value()), "65546:9");
+}
+
+TEST(BgpOfAVrf, BadItemsOfEvpnAreMistakes) {
+  EXPECT_EQ(only_mistake(family_of("l2vpn evpn", "  rd x\n")), (Mistake{4, "'x' is no route distinguisher"}));
+  EXPECT_EQ(only_mistake(family_of("l2vpn evpn", "  route-target both 1\n")),
+            (Mistake{4, "'1' is no route target"}));
+}
+
 // --- BGP: neighbours ---
 
 TEST(BgpNeighbours, AreKnownByAddressInterfaceOrGroup) {
@@ -212,6 +265,28 @@ TEST(InteriorProtocols, RipHasNetworksAndInterfaces) {
   ASSERT_THAT(config.rip[0].networks, SizeIs(1));
 }
 
+TEST(InteriorProtocols, RipngHasNetworksAndInterfaces) {
+  const RunningConfig config =
+      parse_running_config("router ripng vrf red\n network 2001:db8:1::/48\n network red2\nexit\n");
+  ASSERT_THAT(config.ripng, SizeIs(1));
+  EXPECT_EQ(config.ripng[0].vrf, "red");
+  EXPECT_THAT(config.ripng[0].interfaces, ElementsAre("red2"));
+  ASSERT_THAT(config.ripng[0].networks, SizeIs(1));
+  EXPECT_EQ(router::format_address(config.ripng[0].networks[0].prefix), "2001:db8:1::/48");
+}
+
+TEST(InteriorProtocols, Ospf6HasItsAreasOnInterfaces) {
+  const RunningConfig config = parse_running_config(
+      "interface red1\n ipv6 ospf6 area 0.0.1.2\n ipv6 ospf6 passive\nexit\nrouter ospf6 vrf red\n"
+      " ospf6 router-id 10.1.0.1\nexit\n");
+  EXPECT_THAT(config.mistakes, IsEmpty());
+  EXPECT_EQ(config.interfaces.at("red1").ospf6_area, std::optional<std::uint32_t>(0x0102));
+  EXPECT_THAT(config.interfaces.at("red1").ospf, IsEmpty());
+  ASSERT_THAT(config.ospf6, SizeIs(1));
+  EXPECT_EQ(config.ospf6[0].vrf, "red");
+  EXPECT_THAT(config.ospf, IsEmpty());
+}
+
 TEST(InteriorProtocols, EigrpHasItsAsNumber) {
   const RunningConfig config = parse_running_config("router eigrp 100 vrf red\n network 10.4.0.0/30\nexit\n");
   ASSERT_THAT(config.eigrp, SizeIs(1));
@@ -222,10 +297,15 @@ TEST(InteriorProtocols, EigrpHasItsAsNumber) {
 TEST(InteriorProtocols, DefaultVrfIsLeftOut) {
   const RunningConfig config = parse_running_config(
       "router ospf\n network 10.0.0.0/8 area 0\nrouter ospf vrf default\nrouter rip\n network 10.0.0.0/8\n"
-      "router rip vrf default\nrouter eigrp 1\n network 10.0.0.0/8\nrouter eigrp 1 vrf default\n");
+      "router rip vrf default\nrouter ripng\n network 2001:db8::/32\nrouter ripng vrf default\n"
+      "router ospf6\nrouter ospf6 vrf default\nvni 100\nrouter eigrp 1\n network 10.0.0.0/8\nrouter eigrp 1 "
+      "vrf default\n");
   EXPECT_THAT(config.ospf, IsEmpty());
   EXPECT_THAT(config.rip, IsEmpty());
   EXPECT_THAT(config.eigrp, IsEmpty());
+  EXPECT_THAT(config.ripng, IsEmpty());
+  EXPECT_THAT(config.ospf6, IsEmpty());
+  EXPECT_THAT(config.vnis, IsEmpty());
   EXPECT_THAT(config.mistakes, IsEmpty());
 }
 
@@ -234,6 +314,10 @@ TEST(InteriorProtocols, BadNetworksAndAreasAreMistakes) {
   EXPECT_EQ(only_mistake("router ospf vrf a\n network 10.0.0.0/8 area x\n").line, 2U);
   EXPECT_EQ(only_mistake("router rip vrf a\n network 10.0.0.0/33\n"),
             (Mistake{2, "'10.0.0.0/33' is no IPv4 network"}));
+  EXPECT_EQ(only_mistake("router ripng vrf a\n network 10.0.0.0/8\n"),
+            (Mistake{2, "'10.0.0.0/8' is no IPv6 network"}));
+  EXPECT_EQ(only_mistake("interface a\n ipv6 ospf6 area x\n"), (Mistake{2, "'x' is no area"}));
+  EXPECT_EQ(only_mistake("vrf a\n vni 16777216\n"), (Mistake{2, "'16777216' is no VNI"}));
   EXPECT_EQ(only_mistake("router eigrp 1 vrf a\n network 2001:db8::/32\n").line, 2U);
   EXPECT_EQ(only_mistake("router eigrp 65536 vrf a\n"), (Mistake{1, "'65536' is no AS number"}));
   EXPECT_EQ(only_mistake("interface a\n ip ospf area 1.2.3\n"), (Mistake{2, "'1.2.3' is no area"}));
