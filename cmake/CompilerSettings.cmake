@@ -12,9 +12,15 @@ set(MPLS_SANITIZE "" CACHE STRING "Sanitizers: address,undefined or thread or un
 option(MPLS_COVERAGE "Instrument for coverage reports" OFF)
 option(MPLS_FUZZ "Build the fuzz targets (clang only)" OFF)
 
+# Line tables are enough for backtraces; full debug information costs a third of the build. The debug preset has it.
+foreach(language C CXX)
+  set(CMAKE_${language}_FLAGS_RELWITHDEBINFO "-O2 -g1 -DNDEBUG")
+endforeach()
+
+# Without this sloppiness ccache does not cache what uses a precompiled header.
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+  set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros "${CCACHE_PROGRAM}")
 endif()
 
 add_library(mpls_settings INTERFACE)

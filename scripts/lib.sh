@@ -81,10 +81,41 @@ build_alone() {
     rm -f "/tmp/cmake.$$.log"
     local targets=()
     [ $# = 0 ] || targets=(--target "$@")
-    NINJA_STATUS='[%f/%t] ' cmake --build --preset "$preset" "${targets[@]}" > "/tmp/build.$$.log" 2>&1 ||
-        { grep -vE '^\[' "/tmp/build.$$.log" | tail -60; rm -f "/tmp/build.$$.log"; fail "build failed"; }
+    (
+        set -o pipefail
+        NINJA_STATUS='[%f/%t] ' cmake --build --preset "$preset" "${targets[@]}" 2>&1 | progress "/tmp/build.$$.log"
+    ) || { grep -vE '^\[' "/tmp/build.$$.log" | tail -60; rm -f "/tmp/build.$$.log"; fail "build failed"; }
     tail -1 "/tmp/build.$$.log"
     rm -f "/tmp/build.$$.log"
+}
+
+# progress LOG: copies standard input to LOG and shows the last [n/m] that starts a line of it: rewritten in place on a
+# terminal, otherwise every 15 s (MPLS_PROGRESS seconds).
+progress() {
+    local log=$1 part line='' step='' shown=$SECONDS status=0
+    : > "$log"
+    while [ $status = 0 ] || [ $status -gt 128 ]; do
+        part='' status=0
+        IFS= read -r -t 1 part || status=$?
+        line+=$part
+        if [ $status = 0 ]; then
+            printf '%s\n' "$line" >> "$log"
+            [[ $line =~ ^\[[0-9]+/[0-9]+\] ]] && step=${BASH_REMATCH[0]}
+            line=''
+        fi
+        show_step
+    done
+    [ ! -t 1 ] || printf '\r\033[K'
+}
+
+# Reads and sets the variables of progress.
+show_step() {
+    if [ -t 1 ]; then
+        printf '\r\033[K%s' "$step"
+    elif [ -n "$step" ] && [ $((SECONDS - shown)) -ge "${MPLS_PROGRESS:-15}" ]; then
+        echo "$step"
+        shown=$SECONDS
+    fi
 }
 
 # debian_root RELEASE PACKAGE...: prints the folder of a Debian root of that release with these packages, made by
