@@ -42,6 +42,15 @@ function(mpls_test name)
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
 endfunction()
 
+# mpls_wrap(test SYMBOL...): calls of these functions from other files reach the test's own __wrap_SYMBOL, which can note
+# what a caller asks for and pass it on to __real_SYMBOL.
+function(mpls_wrap name)
+  if(TARGET ${name})
+    list(TRANSFORM ARGN PREPEND "LINKER:--wrap=" OUTPUT_VARIABLE options)
+    target_link_options(${name} PRIVATE ${options})
+  endif()
+endfunction()
+
 # mpls_fuzz(name SOURCES ... DEPS ...): a libFuzzer target; nothing unless the fuzz preset is on.
 function(mpls_fuzz name)
   if(NOT MPLS_FUZZ)

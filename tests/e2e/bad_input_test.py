@@ -228,11 +228,27 @@ class BadStart(unittest.TestCase):
         self.assertEqual(process.wait(timeout=60), 1)
         self.assertEqual(system.cli("show", "scalars").returncode, 0)
 
-    def test_start_up_failure_has_status_one(self):
-        for fault in ("trace_open=28", "debug_register=5", "vtab_init=5", "proc_ready=5", "kvtree_bind=5",
-                      "vmap_c_lib_init=12"):
-            status, log = self.start(ROUTER, environment={"MPLS_VPN_MIB_FAULTS": fault})
-            self.assertEqual(status, 1, fault + "\n" + log)
+    START_UP_FAILURES = {"trace_open=28": "ERR_TRACE_INIT", "debug_register=5": "Debug initialization failed exiting...",
+                         "vtab_init=5": "Failed to initialize VTAB", "proc_ready=5": "Error in main: proc_ready",
+                         "vmap_c_lib_init=12": "Error in main: error in PROV"}
+
+    def start_failing(self, fault):
+        status, log = self.start(ROUTER, environment={"MPLS_VPN_MIB_FAULTS": fault, "MPLS_VPN_MIB_DEBUG": "errors"})
+        self.assertEqual(status, 1, fault + "\n" + log)
+        return log
+
+    def test_start_up_failure_has_status_one_and_names_the_step(self):
+        for fault, message in self.START_UP_FAILURES.items():
+            self.assertIn(message, self.start_failing(fault), fault)
+
+    def test_failed_bind_has_status_one_and_the_provider_names_its_own(self):
+        """What serves the daemon binds before it does: each of these binds ends the start in its own words."""
+        for first in range(1, 40):
+            log = self.start_failing(f"kvtree_bind=5@{first}+0")
+            if "Error in main: error in PROV" in log:
+                return
+            self.assertIn("mpls_vpn_mib: cannot ", log)
+        self.fail("no bind is the provider's")
 
 if __name__ == "__main__":
     unittest.main()

@@ -6,6 +6,64 @@
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_test_support.h"
 
+// --wrap in the build file puts these in the place of the data store's, which does not use every argument.
+Status real_bind(KvConnection** connection, const char* path,
+                 std::uint32_t mode) __asm__("__real__Z11kvtree_bindPP12KvConnectionPKcj");
+Status noted_bind(KvConnection** connection, const char* path,
+                  std::uint32_t mode) __asm__("__wrap__Z11kvtree_bindPP12KvConnectionPKcj");
+Status real_unbind(KvConnection* connection) __asm__("__real__Z13kvtree_unbindP12KvConnection");
+Status noted_unbind(KvConnection* connection) __asm__("__wrap__Z13kvtree_unbindP12KvConnection");
+Status
+real_provide(KvConnection* connection, const char* path, EventManager* manager, const KvProviderFunctions* functions, std::uint32_t first, std::uint32_t second) __asm__(
+    "__real__Z21kvtree_register_prov2P12KvConnectionPKcP12EventManagerPK19KvProviderFunctionsjj");
+Status
+noted_provide(KvConnection* connection, const char* path, EventManager* manager, const KvProviderFunctions* functions, std::uint32_t first, std::uint32_t second) __asm__(
+    "__wrap__Z21kvtree_register_prov2P12KvConnectionPKcP12EventManagerPK19KvProviderFunctionsjj");
+Status
+real_subscribe(KvConnection* connection, const char* path, std::uint32_t events, KvNotificationEntry entry, EventManager* manager, std::uint32_t first, std::uint32_t second, std::uint32_t third, KvRegistration** registration) __asm__(
+    "__real__Z28kvtree_register_notificationP12KvConnectionPKcjPFvPK14KvNotificationEP12EventManagerjjjPP14"
+    "KvRegistration");
+Status
+noted_subscribe(KvConnection* connection, const char* path, std::uint32_t events, KvNotificationEntry entry, EventManager* manager, std::uint32_t first, std::uint32_t second, std::uint32_t third, KvRegistration** registration) __asm__(
+    "__wrap__Z28kvtree_register_notificationP12KvConnectionPKcjPFvPK14KvNotificationEP12EventManagerjjjPP14"
+    "KvRegistration");
+
+namespace {
+
+std::vector<std::string> store_calls;
+
+void note(const char* call, const std::string& path, std::initializer_list<std::uint32_t> numbers) {
+  std::ostringstream line;
+  line << call << " \"" << path << '"';
+  for (const std::uint32_t number : numbers) line << ' ' << number;
+  store_calls.push_back(line.str());
+}
+
+}  // namespace
+
+Status noted_bind(KvConnection** connection, const char* path, std::uint32_t mode) {
+  note("bind", path, {mode});
+  return real_bind(connection, path, mode);
+}
+
+Status noted_unbind(KvConnection* connection) {
+  note("unbind", "", {});
+  return real_unbind(connection);
+}
+
+Status noted_provide(KvConnection* connection, const char* path, EventManager* manager,
+                     const KvProviderFunctions* functions, std::uint32_t first, std::uint32_t second) {
+  note("provide", path, {first, second});
+  return real_provide(connection, path, manager, functions, first, second);
+}
+
+Status noted_subscribe(KvConnection* connection, const char* path, std::uint32_t events,
+                       KvNotificationEntry entry, EventManager* manager, std::uint32_t first,
+                       std::uint32_t second, std::uint32_t third, KvRegistration** registration) {
+  note("subscribe", path, {events, first, second, third});
+  return real_subscribe(connection, path, events, entry, manager, first, second, third, registration);
+}
+
 namespace {
 
 using testing::Contains;
@@ -21,6 +79,7 @@ class Provider : public DaemonTest {
     library_ = run_directory() + "/data_store";
     std::ofstream(library_) << "present";
     ASSERT_EQ(setenv("MPLS_VPN_MIB_KVTREE_LIBRARY", library_.c_str(), 1), 0);
+    store_calls.clear();
   }
   void TearDown() override {
     fault_disarm_all();
@@ -65,6 +124,21 @@ TEST_F(Provider, AnswersRequestsBelowItsSubtreeAfterRegistration) {
   EXPECT_EQ(Get("scalars"), kStatusUnknownPath);
   ASSERT_EQ(Register(), kStatusOk);
   EXPECT_EQ(Get("scalars"), kStatusOk);
+}
+
+TEST_F(Provider, BindsAndRegistersInOrderWithTheStoresOptions) {
+  fault_arm("bgp_vpn_rd_register_cb", kStatusIo);  // its own subscription is not the daemon's
+  ASSERT_EQ(Register(), kStatusOk);
+  const std::string all = "subscribe \"\" 7 0 0 4";
+  EXPECT_THAT(store_calls, ElementsAre("bind \"/oper/mpls_vpn/gl/\" 1", "provide \"\" 0 1",    //
+                                       "bind \"/cfg/gl/vmap/\" 0", all,                        //
+                                       "bind \"/cfg/gl/snmp/enable/traps/l3vpnmib/\" 0", all,  //
+                                       "bind \"/cfg/gl/ip-bgp/\" 0", all,                      //
+                                       "bind \"/cfg/gl/rip/ord_B/\" 0", all,                   //
+                                       "bind \"/cfg/gl/ipv4-ospf/proc/\" 0", all,              //
+                                       "bind \"/cfg/gl/eigrp/proc/\" 0", all,                  //
+                                       "bind \"/cfg/gl/static/router/ord_v/\" 0", all,         //
+                                       "bind \"/oper/rib_threshold/\" 0", "subscribe \"\" 3 0 0 4"));
 }
 
 TEST_F(Provider, RegistrationSaysWhenItBeginsAndEnds) {
@@ -220,7 +294,15 @@ TEST_F(Provider, FailedFunctionBlockUnbindsTheProvider) {
   EXPECT_EQ(RegisterTellingErrors(), kStatusNoMemory);
   EXPECT_THAT(Prints(), ElementsAre("Error in register_prov_server: Failed to init prov functions: "
                                     "Cannot allocate memory"));
+  EXPECT_THAT(store_calls, ElementsAre("bind \"/oper/mpls_vpn/gl/\" 1", "unbind \"\""));
   EXPECT_EQ(prov_kvtree_conn_h, nullptr);
+}
+
+TEST_F(Provider, FailedUnbindAfterAFailedFunctionBlockIsReported) {
+  fault_arm("kvtree_init_prov_functions", kStatusNoMemory);
+  fault_arm("kvtree_unbind", kStatusInvalid);
+  EXPECT_EQ(RegisterTellingErrors(), kStatusNoMemory);
+  EXPECT_THAT(Prints(), Contains("Error in register_prov_server: kvtree_unbind failed: Invalid argument"));
 }
 
 TEST_F(Provider, FailedProviderRegistrationUnbinds) {

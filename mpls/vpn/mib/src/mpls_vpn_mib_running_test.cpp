@@ -16,6 +16,35 @@ extern "C" void openlog(const char* identity, int options, int facility) {
   std::ofstream(run_directory() + "/opened_log") << identity << '\n' << options << '\n' << facility << '\n';
 }
 
+// So does --wrap in the build file: what the daemon asks of its event managers is noted on the way.
+EventManager* real_event_manager_create(const char* name,
+                                        std::uint32_t flags) __asm__("__real__Z20event_manager_createPKcj");
+EventManager* noted_event_manager_create(const char* name,
+                                         std::uint32_t flags) __asm__("__wrap__Z20event_manager_createPKcj");
+int real_event_wait(EventContext* context) __asm__("__real__Z10event_waitP12EventContext");
+int noted_event_wait(EventContext* context) __asm__("__wrap__Z10event_waitP12EventContext");
+
+namespace {
+
+// A file whose name is that of the manager.
+void note(const char* what, const std::string& manager, std::uint64_t number) {
+  std::ofstream(run_directory() + "/" + what + manager.substr(manager.rfind('/') + 1)) << number;
+}
+
+}  // namespace
+
+EventManager* noted_event_manager_create(const char* name, std::uint32_t flags) {
+  note("flags_", name, flags);
+  return real_event_manager_create(name, flags);
+}
+
+int noted_event_wait(EventContext* context) {
+  static thread_local pid_t noted = 0;  // the process that did: a child inherits it
+  if (std::exchange(noted, getpid()) != getpid())
+    note("buffer_", event_manager_name(context->manager), context->buffer_size);
+  return real_event_wait(context);
+}
+
 namespace {
 
 using testing::Contains;
@@ -54,6 +83,16 @@ TEST_F(Daemon, SecondStartRestoresTheTimesBeforeItCompletes) {
               Contains("Checkpoint found a total of 1 records. Good records = 1, stale record = 0."));
 }
 
+// A record that the restore does not find is made before anything is answered.
+TEST_F(Daemon, SecondStartSavesAVrfThatHasNoRecord) {
+  RunOnce();
+  fault_arm("chkpt_iterate_next", kStatusIo);
+  fault_arm("chkpt_mapkey", kStatusChkptKeyNotFound);
+  StartAndWaitUntilUp();
+  EXPECT_THAT(Traced("mpls_vpn/chkpt"),
+              IsSupersetOf({HasSubstr("total of 0 records"), HasSubstr("Checkpoint save VRF red")}));
+}
+
 TEST_F(Daemon, FailedRestoreEndsItWithItsOwnCode) {
   RunOnce();
   fault_arm("chkpt_iterate_start", kStatusAccess);
@@ -80,6 +119,24 @@ TEST_F(Daemon, OpensTheSystemLogInItsOwnName) {
   // The process id, the console on failure, and at once (a bit of its own here); the daemons' facility.
   const std::string options = std::to_string(19 | LOG_NDELAY);
   EXPECT_EQ(read_file(run_directory() + "/opened_log"), "mpls_vpn_mib\n" + options + "\n24\n");
+}
+
+TEST_F(Daemon, CreatesBothManagersWithTheSameFlags) {
+  StartAndWaitUntilUp();
+  const std::string flags = std::to_string(0x70000004);
+  EXPECT_EQ(read_file(run_directory() + "/flags_main"), flags);
+  EXPECT_EQ(read_file(run_directory() + "/flags_debug"), flags);
+}
+
+TEST_F(Daemon, ReceivesIntoABufferOfItsOwnSizeInEachLoop) {
+  StartAndWaitUntilUp();
+  const auto buffer_of = [](const char* loop) {
+    const std::string path = run_directory() + "/buffer_" + loop;
+    EXPECT_TRUE(WaitUntil([&] { return !read_file(path).empty(); })) << loop;
+    return read_file(path);
+  };
+  EXPECT_EQ(buffer_of("main"), "1024");
+  EXPECT_EQ(buffer_of("debug"), "128");
 }
 
 TEST_F(Daemon, SaysNothingOfItsStartWhileTheAreaIsOff) {

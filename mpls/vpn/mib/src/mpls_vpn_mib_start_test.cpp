@@ -75,46 +75,89 @@ TEST_F(Daemon, AbortsWhenSignalsCannotBeBlocked) {
   EXPECT_THAT(Said(), testing::ContainsRegex("mpls_vpn_mib_start: [0-9]+ rc == 0 -- assertion failed"));
 }
 
-// --- Failures that are printed and traced
+// --- The order
 
 struct FailingStep {
   const char* name;
   const char* fault;
-  std::uint32_t call;
-  const char* said;
+  std::uint32_t call;  // of the fault point, while nothing before it fails
+  const char* message;
+  const char* printed = nullptr;  // what is printed and traced as failed, where the step does both
 };
 
-void PrintTo(const FailingStep& step, std::ostream* out) {
-  *out << step.name;
-}
+// Every step that ends the start, in order.
+constexpr FailingStep kSteps[] = {
+    {"MainManager", "event_manager_create", 1, "error in event_manager_create for main_evm"},
+    {"DebugManager", "event_manager_create", 2, "Event Manager creation failed for"},
+    {"TraceBuffers", "trace_open", 8, "ERR_TRACE_INIT"},
+    {"SecondThread", "pthread_create", 1, "Failed to create the show and debug thread"},
+    {"DebugFlags", "debug_register", 1, "Debug initialization failed exiting..."},
+    {"VrfDatabase", "wavl_init", 1, "Error in main", "error in server_init"},
+    {"InterfaceDatabase", "wavl_init", 2, "Error in main", "error in server_init"},
+    {"RouteTargetDatabase", "wavl_init", 3, "Error in main", "error in server_init"},
+    {"Checkpoint", "chkpt_init", 1, "Error in main", "error in server_init_evm"},
+    {"CheckpointTable", "chkpt_register", 1, "Error in main", "error in server_init_evm"},
+    {"ReissueTimer", "timer_tree_new", 1, "Error in main", "error in server_init_evm"},
+    {"RecordService", "vtab_init", 1, "Error in main", "error in server_init_evm"},
+    {"Readiness", "proc_ready", 1, "Error in main", "proc_ready"},
+    // The first bind and the first registration are for the format of AS numbers.
+    {"Provider", "kvtree_bind", 2, "Error in main", "error in PROV"},
+    {"LastSubscription", "kvtree_register_notification", 9, "Error in main", "error in PROV"},
+    {"Restore", "chkpt_iterate_start", 1, "Error in main", "mpls_vpn_mib_chkpt_restore"},
+};
 
-class FailedStep : public Daemon, public testing::WithParamInterface<FailingStep> {};
+class FailedStep : public Daemon, public testing::WithParamInterface<std::size_t> {
+ protected:
+  const FailingStep& Step() const { return kSteps[GetParam()]; }
+  // The step and all later ones fail. Arming a fault point again replaces what was armed, so the last one
+  // first.
+  void ArmFromHere() const {
+    for (std::size_t i = std::size(kSteps); i-- > GetParam();) {
+      fault_arm(kSteps[i].fault, kStatusIo, kSteps[i].call, 0);
+    }
+  }
+  void ExpectPrintedAndTraced(const std::string& what) {
+    EXPECT_THAT(Said(), HasSubstr("Error in main: " + what + ": Input/output error"));
+    Status code = kStatusOk;
+    EXPECT_THAT(Traced("mpls_vpn/error", &code), Contains("main: " + what));
+    EXPECT_EQ(code, kStatusIo);
+  }
+};
 
-TEST_P(FailedStep, EndsTheDaemonWithStatus1) {
-  fault_arm(GetParam().fault, kStatusIo, GetParam().call);
-  ExpectExit(1);
-  const std::string what = GetParam().said;
-  EXPECT_THAT(Said(), HasSubstr("Error in main: " + what + ": Input/output error"));
+TEST_P(FailedStep, EndsTheDaemonBeforeAnyLaterStepCanFail) {
+  RunOnce();  // without records of an earlier run nothing is restored
+  ArmFromHere();
+  // The restore ends with its own code, which is not 1.
+  ExpectExit(std::string(Step().name) == "Restore" ? static_cast<int>(kStatusIo) : 1);
+  EXPECT_THAT(Said(), HasSubstr(Step().message));
   EXPECT_THAT(Said(), Not(HasSubstr("Completed init")));
-  Status code = kStatusOk;
-  EXPECT_THAT(Traced("mpls_vpn/error", &code), Contains("main: " + what));
-  EXPECT_EQ(code, kStatusIo);
+  if (Step().printed != nullptr) ExpectPrintedAndTraced(Step().printed);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    InOrder, FailedStep,
-    testing::Values(FailingStep{"VrfDatabase", "wavl_init", 1, "error in server_init"},
-                    FailingStep{"InterfaceDatabase", "wavl_init", 2, "error in server_init"},
-                    FailingStep{"RouteTargetDatabase", "wavl_init", 3, "error in server_init"},
-                    FailingStep{"Checkpoint", "chkpt_init", 1, "error in server_init_evm"},
-                    FailingStep{"CheckpointTable", "chkpt_register", 1, "error in server_init_evm"},
-                    FailingStep{"ReissueTimer", "timer_tree_new", 1, "error in server_init_evm"},
-                    FailingStep{"RecordService", "vtab_init", 1, "error in server_init_evm"},
-                    FailingStep{"Readiness", "proc_ready", 1, "proc_ready"},
-                    // The first bind and the first registration are for the format of AS numbers.
-                    FailingStep{"Provider", "kvtree_bind", 2, "error in PROV"},
-                    FailingStep{"LastSubscription", "kvtree_register_notification", 9, "error in PROV"}),
-    [](const auto& step) { return std::string(step.param.name); });
+INSTANTIATE_TEST_SUITE_P(InOrder, FailedStep, testing::Range(std::size_t{0}, std::size(kSteps)),
+                         [](const auto& step) { return std::string(kSteps[step.param].name); });
+
+// Its failure ends nothing, so what it traced says whether it was reached.
+class AsNumberFormat : public Daemon {
+ protected:
+  bool IsReachedWhenThisFails(const char* fault) {
+    fault_arm("bgp_util_asn_format_init_notify", kStatusIo);
+    fault_arm(fault, kStatusIo);
+    ExpectExit(1);
+    const std::vector<std::string> errors = Traced("mpls_vpn/error");
+    return std::find(errors.begin(), errors.end(), "main: bgp_util_asn_format_init_notify") != errors.end();
+  }
+};
+
+TEST_F(AsNumberFormat, IsFollowedAfterTheDebugFlags) {
+  EXPECT_FALSE(IsReachedWhenThisFails("debug_register"));
+}
+
+TEST_F(AsNumberFormat, IsFollowedBeforeTheDatabases) {
+  EXPECT_TRUE(IsReachedWhenThisFails("wavl_init"));
+}
+
+// --- Failures that are printed and traced
 
 TEST_F(Daemon, FailureIsTracedAlsoWhileErrorsAreOff) {
   ASSERT_EQ(unsetenv("MPLS_VPN_MIB_DEBUG"), 0);

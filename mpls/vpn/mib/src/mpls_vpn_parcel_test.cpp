@@ -1,6 +1,7 @@
 // The records' layouts as numbers, their schemas against their layouts, and the registration of the sets.
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,7 +12,35 @@
 #include "platform/base/fault.h"
 #include "platform/base/temporary_directory.h"
 
+// --wrap in the build file puts these in the place of the registry's, which keeps neither the order nor the
+// batches that were given up.
+Status real_register(ParcelBatch* batch, const ParcelDescription* description) __asm__(
+    "__real__Z15parcel_registerP11ParcelBatchPK17ParcelDescription");
+Status noted_register(ParcelBatch* batch, const ParcelDescription* description) __asm__(
+    "__wrap__Z15parcel_registerP11ParcelBatchPK17ParcelDescription");
+void real_abort(ParcelBatch* batch) __asm__("__real__Z18parcel_batch_abortP11ParcelBatch");
+void noted_abort(ParcelBatch* batch) __asm__("__wrap__Z18parcel_batch_abortP11ParcelBatch");
+
 namespace {
+
+std::vector<std::string> registered_types;
+unsigned aborted_batches = 0;
+
+}  // namespace
+
+Status noted_register(ParcelBatch* batch, const ParcelDescription* description) {
+  registered_types.emplace_back(description->type_name);
+  return real_register(batch, description);
+}
+
+void noted_abort(ParcelBatch* batch) {
+  ++aborted_batches;
+  real_abort(batch);
+}
+
+namespace {
+
+using testing::ElementsAre;
 
 const ParcelDescription* const kMibSet[] = {&kMibScalarsParcel, &kMibInterfaceParcel, &kMibVrfParcel,
                                             &kMibRtParcel,      &kMibRouteParcel,     &kMibTrapParcel};
@@ -178,6 +207,8 @@ class Registry : public testing::Test {
   void SetUp() override {
     ASSERT_EQ(setenv("MPLS_VPN_MIB_RUN_DIR", directory_.path().c_str(), 1), 0);
     parcel_registry_reset();
+    registered_types.clear();
+    aborted_batches = 0;
   }
   void TearDown() override {
     fault_disarm_all();
@@ -203,9 +234,25 @@ TEST_F(Registry, HoldsTheThresholdEventsOnlyWhenAsked) {
   for (const ParcelDescription* one : kRibSet) EXPECT_EQ(parcel_find(one->type_name), one);
 }
 
+TEST_F(Registry, IsGivenEachSetInItsOrder) {
+  ASSERT_EQ(mpls_vpn_mib_parcel_register(), kStatusOk);
+  EXPECT_THAT(registered_types,
+              ElementsAre("mpls_vpn_mib_scalars", "mpls_vpn_mib_interface", "mpls_vpn_mib_vrf",
+                          "mpls_vpn_mib_rt", "mpls_vpn_mib_route", "mpls_vpn_mib_trap"));
+  registered_types.clear();
+  ASSERT_EQ(mpls_vpn_parcel_register(), kStatusOk);
+  EXPECT_THAT(registered_types,
+              ElementsAre("mpls_vpn_rt", "mpls_vpn_afi_safi", "mpls_vpn_interfaces", "mpls_vpn_vrf"));
+  registered_types.clear();
+  ASSERT_EQ(rib_show_parcel_register(), kStatusOk);
+  EXPECT_THAT(registered_types, ElementsAre("rib_prov_midthresh_exceed", "rib_prov_maxthresh"));
+  EXPECT_EQ(aborted_batches, 0U);
+}
+
 TEST_F(Registry, FailedOpeningIsReturnedAsItIs) {
   const ScopedFault fault("parcel_batch_open", kStatusIo);
   EXPECT_EQ(mpls_vpn_mib_parcel_register(), kStatusIo);
+  EXPECT_EQ(aborted_batches, 0U) << "there is no batch to give up";
 }
 
 TEST_F(Registry, FailureInTheMiddleLeavesNothingRegistered) {
@@ -215,13 +262,14 @@ TEST_F(Registry, FailureInTheMiddleLeavesNothingRegistered) {
     EXPECT_EQ(fault_reached("parcel_register"), 3U);
   }
   for (const ParcelDescription* one : kMibSet) EXPECT_EQ(parcel_find(one->type_name), nullptr);
-  // The batch was given up: the set can be registered now.
+  EXPECT_EQ(aborted_batches, 1U);
   EXPECT_EQ(mpls_vpn_mib_parcel_register(), kStatusOk);
 }
 
 TEST_F(Registry, FailedClosingIsReturned) {
   const ScopedFault fault("parcel_batch_close", kStatusIo);
   EXPECT_EQ(mpls_vpn_parcel_register(), kStatusIo);
+  EXPECT_EQ(aborted_batches, 0U) << "closing releases the batch, whatever it answers";
 }
 
 // Registers a "mpls_vpn_mib_scalars" of another version, as an earlier release would have left behind.
