@@ -25,7 +25,6 @@ struct Event {
   bool is_vrf = false;
   std::uint32_t handle = 0;  // of an interface
   std::uint32_t vrf_id = 0;
-  std::uint32_t flags = 0;
   std::uint64_t incarnation = 0;  // of a VRF
   std::uint64_t turn = 0;         // its place among the events of both services (vmap.h)
   SharedName vrf_name;
@@ -34,6 +33,7 @@ struct Event {
 struct ToldVrf {
   std::uint32_t vrf_id = 0;
   std::uint64_t incarnation = 0;
+  std::uint32_t flags = 0;
 };
 
 struct Told {

@@ -24,13 +24,15 @@ VmapClient* find_client(std::uint64_t id) {
   return nullptr;
 }
 
+// A client may have ignored a VRF for its flags, so a deletion has those that it was told last.
 void call_vrf(VmapMemberDatabase* database, const Event& event) {
-  const VmapVrfItem item{event.vrf_name->c_str(), event.vrf_id, 0, event.flags, nullptr};
+  const std::uint32_t flags = database->client->told.vrfs.at(*event.vrf_name).flags;
+  const VmapVrfItem item{event.vrf_name->c_str(), event.vrf_id, 0, flags, nullptr};
   database->vrf_callback(database, event.kind, &item);
 }
 
 void call_interface(VmapMemberDatabase* database, const Event& event) {
-  const VmapIntfItem item{event.handle, event.vrf_name->c_str(), event.vrf_id, event.flags, nullptr};
+  const VmapIntfItem item{event.handle, event.vrf_name->c_str(), event.vrf_id, 0, nullptr};
   database->intf_callback(database, event.kind, &item);
 }
 
@@ -57,7 +59,7 @@ bool is_subscribed(const VmapMemberDatabase& database, const Event& event) {
 
 void note_update(Told* told, const Event& event) {
   if (event.is_vrf) {
-    told->vrfs[*event.vrf_name] = {event.vrf_id, event.incarnation};
+    told->vrfs[*event.vrf_name] = {event.vrf_id, event.incarnation, service().flags_of(*event.vrf_name)};
   } else {
     told->interfaces[event.handle] = event.vrf_name;
   }

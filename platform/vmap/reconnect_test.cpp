@@ -82,6 +82,16 @@ TEST_F(Reconnection, WhatWentMeanwhileIsAnnouncedAsDeletedBeforeWhatExists) {
   EXPECT_EQ(num_results_, 7U);
 }
 
+TEST_F(Reconnection, VrfThatWentMeanwhileIsDeletedWithTheFlagsThatWereToldLast) {
+  AddVrf("red", 10, 0x8);
+  Connect();
+  StopService();
+  DeleteVrf("red");
+  Told();
+  Reconnect();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10 flags 8"));
+}
+
 TEST_F(Reconnection, GhostIsAnnouncedOnce) {
   AddVrf("red", 10);
   Connect();

@@ -44,12 +44,15 @@ std::uint64_t Service::incarnation_of(std::string_view vrf) const {
   return found == incarnations_.end() ? 0 : found->second;
 }
 
+std::uint32_t Service::flags_of(std::string_view vrf) const {
+  return model_->find_vrf(vrf)->flags;
+}
+
 Event Service::vrf_event(VmapEvent kind, const router::Vrf& vrf) const {
   Event event;
   event.kind = kind;
   event.is_vrf = true;
   event.vrf_id = vrf.id;
-  event.flags = vrf.flags;
   event.incarnation = incarnation_of(vrf.name);
   event.vrf_name = std::make_shared<const std::string>(vrf.name);
   return event;
@@ -86,7 +89,9 @@ void Service::vrf_created(const router::Vrf& vrf) {
 }
 
 void Service::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
-  if (!is_default(now.name) && before.flags != now.flags) announce(vrf_event(VmapEvent::kUpdate, now));
+  if (is_default(now.name) || ((before.flags ^ now.flags) & kVmapVrfFlagIgnore) == 0) return;
+  announce(vrf_event(VmapEvent::kDelete, now));
+  announce(vrf_event(VmapEvent::kUpdate, now));
 }
 
 void Service::vrf_deleted(const router::Vrf& vrf) {

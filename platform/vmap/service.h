@@ -18,6 +18,7 @@ class Service : public router::Observer {
   bool is_available() const { return running && model_ != nullptr; }
   // 0 for a VRF that does not exist.
   std::uint64_t incarnation_of(std::string_view vrf) const;
+  std::uint32_t flags_of(std::string_view vrf) const;  // REQUIRES: the VRF exists
 
   void vrf_created(const router::Vrf& vrf) override;
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;

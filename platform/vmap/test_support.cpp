@@ -42,6 +42,12 @@ void Membership::AddVrf(const std::string& name, std::uint32_t id, std::uint32_t
   ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
 }
 
+void Membership::SetFlags(const std::string& vrf, std::uint32_t flags) {
+  router::Vrf changed = *router_.find_vrf(vrf);
+  changed.flags = flags;
+  ASSERT_EQ(router_.change_vrf(changed), kStatusOk);
+}
+
 void Membership::AddInterface(const std::string& name, const std::string& vrf) {
   router::Interface interface;
   interface.name = name;

@@ -21,6 +21,7 @@ class Membership : public ::testing::Test {
 
   // --- the router ---
   void AddVrf(const std::string& name, std::uint32_t id, std::uint32_t flags = 0);
+  void SetFlags(const std::string& vrf, std::uint32_t flags);
   void DeleteVrf(const std::string& name) { ASSERT_EQ(router_.delete_vrf(name), kStatusOk); }
   void AddInterface(const std::string& name, const std::string& vrf);
   void Rename(const std::string& name, const std::string& next);

@@ -6,8 +6,13 @@
 // happened, in bounded batches. An interface that is in no VRF is not announced, nor is the VRF "default". A
 // move is a Delete for the old VRF, then an Update for the new one. VRFs that are only named are not
 // announced. An item is announced again when what it says has changed: an interface under a new name or
-// index, the members of a VRF that was created or deleted (their vrf_id), a VRF with other flags. An item
-// says what was true when the change happened, whatever has become of it when it is delivered.
+// index, the members of a VRF that was created or deleted (their vrf_id). An item says what was true when the
+// change happened, whatever has become of it when it is delivered.
+//
+// A VRF that is announced again would begin anew for a client, so a change of its flags alone is not
+// announced: an announcement of a VRF has the flags of the time of its delivery, and its deletion those that
+// the client was told last. Only a VRF that clients of the MIB may see no more, or see again
+// (kVmapVrfFlagIgnore), is announced as deleted with the former flags and created with the new ones.
 //
 // The connection can drop and come back (vmap_service_stop, vmap_service_start). What a client was told and
 // what has gone meanwhile is announced as deleted by the next registration, before what exists, so that no
@@ -36,11 +41,13 @@ struct VmapMemberDatabase;
 
 enum class VmapEvent : std::uint32_t { kUpdate = 0, kDelete = 1 };
 
+inline constexpr std::uint32_t kVmapVrfFlagIgnore = 0x8;  // of a VRF that is not for clients of the MIB
+
 struct VmapVrfItem {
   const char* vrf_name;
   std::uint32_t vrf_id;
   std::uint32_t vr_id;
-  std::uint32_t flags;  // 0x2: a VRF of many routes; 0x8: not for clients of the MIB
+  std::uint32_t flags;  // router::kVrfFlagBig, kVmapVrfFlagIgnore
   void* attr;
 };
 

@@ -153,7 +153,8 @@ TEST_F(Membership, RenamedInterfaceIsAnnouncedAgainOtherChangesAreNot) {
   EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+if 1 red 0"));
 }
 
-TEST_F(Membership, VrfIsAnnouncedAgainWithOtherFlagsOnly) {
+// A second creation would make a client begin the VRF anew.
+TEST_F(Membership, VrfIsNotAnnouncedAgainWhateverBecomesOfItsDetails) {
   AddVrf("red", 10);
   Connect();
   Told();
@@ -161,12 +162,56 @@ TEST_F(Membership, VrfIsAnnouncedAgainWithOtherFlagsOnly) {
   vrf.description = "other";
   vrf.ipv4_table = 7;
   ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+  SetFlags("red", router::kVrfFlagBig);
   Run();
   EXPECT_THAT(Told(), IsEmpty());
-  vrf.flags = router::kVrfFlagBig;
-  ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+}
+
+TEST_F(Membership, CreationSaysTheFlagsThatTheVrfHasWhenItIsDelivered) {
+  Connect();
+  AddVrf("red", 10);
+  SetFlags("red", router::kVrfFlagBig);
   Run();
   EXPECT_THAT(Told(), ElementsAre("+vrf red 10 flags 2"));
+}
+
+TEST_F(Membership, VrfThatClientsAreToIgnoreFromNowOnIsDeletedForThemAndCreatedWhenTheyMaySeeItAgain) {
+  AddVrf("red", 10);
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  SetFlags("red", 0x8);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10", "+vrf red 10 flags 8"));
+  SetFlags("red", 0);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10 flags 8", "+vrf red 10"));
+  SetFlags("red", 0x8);
+  SetFlags("red", 0);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10", "+vrf red 10", "-vrf red 10", "+vrf red 10"));
+}
+
+TEST_F(Membership, DeletionHasTheFlagsThatTheClientWasToldLast) {
+  AddVrf("red", 10);
+  AddVrf("blue", 20, 0x8);
+  Connect();
+  Told();
+  SetFlags("red", router::kVrfFlagBig);
+  DeleteVrf("red");
+  DeleteVrf("blue");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10", "-vrf blue 20 flags 8"));
+}
+
+TEST_F(Membership, VrfChangedToBeIgnoredAndDeletedBeforeAnythingIsDeliveredIsDeletedForItsClients) {
+  AddVrf("red", 10);
+  Connect();
+  Told();
+  SetFlags("red", 0x8);
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10"));
 }
 
 TEST_F(Membership, BatchesLetTheLoopServeOthersInBetween) {

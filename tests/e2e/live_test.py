@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """A running system follows its router: file reloads and the router commands show in the next walk."""
+import time
 import unittest
 
 from system import IF_CONF, SCALARS, System, expected_if_conf, wait_until
@@ -66,6 +67,22 @@ class Live(unittest.TestCase):
         result = system.cli("router", "reload")
         self.assertNotEqual(result.returncode, 0)
         self.assertIn("router.yaml:6:24:", result.stdout + result.stderr)
+
+    def test_change_of_big_keeps_the_creation_time_and_writes_no_error(self):
+        def times():
+            return [row["creationTime"] for row in self.system.cli_json("show", "vrf")]
+
+        def errors():
+            return self.system.cli("trace", "mpls_vpn/error", check=True).stdout
+
+        created, written = times(), errors()
+        time.sleep(1.1)  # times are whole seconds
+        self.system.router_file.write_text(ROUTER.replace("table: 10", "table: 10, big: true"))
+        wait_until("the change", lambda: "big" in self.system.cli("router", "show", "red", check=True).stdout, 5)
+        self.system.router_file.write_text(ROUTER.replace("{name: ge1, index: 12, ", "{name: ge1, index: 12, vrf: red, "))
+        self.shows([("red", 11), ("red", 12)])
+        self.assertEqual(times(), created)
+        self.assertEqual(errors(), written)
 
     def test_interfaces_with_another_index_or_name_are_shown_as_the_file_has_them(self):
         def follow(**indexes):

@@ -6,6 +6,7 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 using InterfaceLeave = Membership;
 using VrfLife = Membership;
@@ -172,6 +173,33 @@ TEST_F(VrfLife, SecondCreationStampsAgainAndKeepsTheNode) {
   EXPECT_TRUE(Printed("Could not insert into VRF database"));
   EXPECT_EQ(mpls_vpn_mib_get_vrf_node(true, "red"), node);
   EXPECT_EQ(AttributesOf("red")->creation_time, kStartSeconds + 7);
+}
+
+TEST_F(VrfLife, VrfThatBecomesBigIsNotCreatedAnew) {
+  AddVrf("red");
+  Connect();
+  PassSeconds(7);
+  ClearPrints();
+  SetVrfFlags("red", router::kVrfFlagBig);
+  Run();
+  EXPECT_EQ(AttributesOf("red")->creation_time, kStartSeconds);
+  EXPECT_THAT(Prints(), IsEmpty());
+}
+
+TEST_F(VrfLife, VrfThatIsToBeIgnoredBeforeItIsDeletedLeavesNoNodeWithoutARecord) {
+  AddVrf("red");
+  AddVrf("blue");
+  Connect();
+  SetVrfFlags("red", 0x8);
+  SetVrfFlags("blue", 0x8);
+  DeleteVrf("red");
+  Run();
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(true, "red"), nullptr);
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(true, "blue"), nullptr);
+  DeleteVrf("blue");
+  Run();
+  EXPECT_EQ(mpls_vpn_mib_vrf_dbase_first(), nullptr);
+  EXPECT_FALSE(Printed("Could not delete from VRF database"));
 }
 
 TEST_F(VrfLife, DeletedVrfLosesItsNodeAndKeepsRecordAndInterfaces) {

@@ -8,7 +8,6 @@
 #include "platform/evm/evm.h"
 #include "platform/vmap/vmap.h"
 
-inline constexpr std::uint32_t kVmapVrfFlagIgnore = 0x8;  // VRF items that are not for this daemon
 inline constexpr std::uint32_t kVmapIntfFlagsIgnore =
     0x2 | 0x4;  // interface items that are not for this daemon
 

@@ -80,6 +80,13 @@ class DaemonTest : public testing::Test {
     EXPECT_EQ(router_.create_vrf(vrf), kStatusOk) << name;
     return vrf.id;
   }
+  void SetVrfFlags(std::string_view name, std::uint32_t flags) {
+    const router::Vrf* present = router_.find_vrf(name);
+    ASSERT_NE(present, nullptr) << name;
+    router::Vrf changed = *present;
+    changed.flags = flags;
+    EXPECT_EQ(router_.change_vrf(changed), kStatusOk) << name;
+  }
   void DeleteVrf(std::string_view name) { EXPECT_EQ(router_.delete_vrf(name), kStatusOk) << name; }
   // Named by configuration only.
   void NameVrf(std::string_view name) { EXPECT_EQ(router_.reference_vrf(name), kStatusOk) << name; }
