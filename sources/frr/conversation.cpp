@@ -1,6 +1,7 @@
-// See conversation.h. A question is three lines: for the configuration, for the programs that the shell is
-// connected to, and a word that it does not know. The word in what it prints, as an echo or in an error
-// message, marks the end, whatever the prompt is.
+// See conversation.h. A question is some lines: for the configuration, for what further commands show, for
+// the programs that the shell is connected to, and a word that it does not know. The word in what it prints,
+// as an echo or in an error message, marks the end, whatever the prompt is. Other such words stand before,
+// between and behind the further commands.
 //
 // The shell is in a process group of its own, so that it goes with whatever it started; it ends by itself
 // when this process does, because its input ends.
@@ -149,20 +150,41 @@ Answer not_whole(std::string reason) {
   return answer;
 }
 
+// Cuts what stands between the words before and behind each command out of the text. False when one of the
+// words is missing.
+bool take_parts(std::string_view* text, std::size_t commands, std::vector<std::string>* shown) {
+  for (std::size_t part = 0; part <= commands; ++part) {
+    const std::string mark = part_mark(part);
+    const std::size_t start = text->find(mark);
+    if (start == std::string_view::npos) return false;
+    if (part > 0) shown->emplace_back(text->substr(0, start));
+    const std::size_t line_end = text->find('\n', text->rfind(mark));
+    text->remove_prefix(std::min(line_end, text->size()));
+  }
+  return true;
+}
+
 }  // namespace
 
-Answer read_shell_output(std::string_view text, std::string_view program) {
+std::string part_mark(std::size_t part) {
+  return "mpls-vpn-mib-part-" + std::to_string(part) + ".";
+}
+
+Answer read_shell_output(std::string_view text, std::string_view program, std::size_t commands) {
   std::size_t start = text.find(kConfigurationStart);
   if (start == std::string_view::npos) return not_whole("no configuration in its answer");
   start += kConfigurationStart.size();
   const std::size_t end = text.find(kConfigurationEnd, start - 1);
   if (end == std::string_view::npos) return not_whole("its configuration has no end");
-  const std::string_view behind = text.substr(end + kConfigurationEnd.size());
+  std::string_view behind = text.substr(end + kConfigurationEnd.size());
+  Answer answer;
+  if (commands > 0 && !take_parts(&behind, commands, &answer.shown)) {
+    return not_whole("a command's answer is missing");
+  }
   if (!is_connected(behind, program)) return not_whole("the shell has no connection to it");
   if (any_line(text, is_warning) || has_warning(text.substr(0, start)) || has_warning(behind)) {
     return not_whole("the shell lost its connection to it");
   }
-  Answer answer;
   answer.whole = true;
   answer.configuration = text.substr(start, end + 1 - start);
   return answer;
@@ -178,7 +200,7 @@ Conversation::~Conversation() {
   reap(true);
 }
 
-Status Conversation::ask(EventManager* manager, Heard heard) {
+Status Conversation::ask(EventManager* manager, Heard heard, const std::vector<std::string>& commands) {
   if (const Status status = fault_check("frr_conversation_ask")) return status;
   if (heard_) return kStatusExists;
   manager_ = manager;
@@ -186,7 +208,7 @@ Status Conversation::ask(EventManager* manager, Heard heard) {
   if (fd_ < 0) {
     if (const Status status = start_shell()) return status;
   }
-  if (const Status status = send_question()) {
+  if (const Status status = send_question(commands)) {
     end();
     return status;
   }
@@ -214,9 +236,15 @@ Status Conversation::start_shell() {
 }
 
 // A shell that takes nothing more does not answer either.
-Status Conversation::send_question() {
+Status Conversation::send_question(const std::vector<std::string>& commands) {
   mark_ = "mpls-vpn-mib-" + std::to_string(getpid()) + "-" + std::to_string(++questions_);
-  const std::string question = "show running-config\nshow daemons\n" + mark_ + "\n";
+  commands_ = commands.size();
+  std::string question = "show running-config\n";
+  for (std::size_t part = 0; part < commands_; ++part) {
+    question += part_mark(part) + "\n" + commands[part] + "\n";
+  }
+  if (commands_ > 0) question += part_mark(commands_) + "\n";
+  question += "show daemons\n" + mark_ + "\n";
   received_.clear();
   const ssize_t sent = send(fd_, question.data(), question.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   if (sent < 0) return static_cast<Status>(errno);
@@ -235,7 +263,7 @@ void Conversation::read_answer() {
   received_.append(piece.data(), static_cast<std::size_t>(length));
   const std::size_t mark = received_.find(mark_, known);
   if (mark != std::string::npos) {
-    return finish(read_shell_output(std::string_view(received_).substr(0, mark), program_));
+    return finish(read_shell_output(std::string_view(received_).substr(0, mark), program_, commands_));
   }
   if (received_.size() > limits_.answer_size) fail("its answer is too large");
 }

@@ -30,7 +30,9 @@ struct Answer {
   bool whole = false;
   bool first = false;         // of its shell: the program may have been started since the last answer
   std::string configuration;  // the running configuration, when whole
-  std::string reason;         // what went wrong, when not
+  std::vector<std::string>
+      shown{};         // what each further command printed, among what the shell prints around it
+  std::string reason;  // what went wrong, when not
 };
 
 class Conversation {
@@ -47,16 +49,17 @@ class Conversation {
   Conversation(const Conversation&) = delete;
   Conversation& operator=(const Conversation&) = delete;
 
-  // Asks; `heard` is called once, from the loop, never from inside this call. kStatusExists while an answer
+  // Asks for the running configuration and, behind it, for what the further commands show; `heard` is called
+  // once, from the loop, never from inside this call. kStatusExists while an answer
   // is awaited; else the system's, when there is no shell or none can be started. Fault point
   // "frr_conversation_ask".
-  [[nodiscard]] Status ask(EventManager* manager, Heard heard);
+  [[nodiscard]] Status ask(EventManager* manager, Heard heard, const std::vector<std::string>& commands = {});
   void end();  // ends the shell; an awaited answer does not come
   bool awaits_answer() const { return heard_ != nullptr; }
 
  private:
   Status start_shell();
-  Status send_question();
+  Status send_question(const std::vector<std::string>& commands);
   void read_answer();
   void finish(Answer answer);
   void fail(const std::string& reason);
@@ -71,13 +74,17 @@ class Conversation {
   int fd_ = -1;
   bool answered_ = false;  // this shell has given a whole answer
   std::uint64_t questions_ = 0;
-  std::string mark_{};  // what ends the answer that is awaited
+  std::size_t commands_ = 0;  // further ones of the question
+  std::string mark_{};        // what ends the answer that is awaited
   std::string received_{};
   EventTimerId patience_ = 0;
   std::vector<pid_t> ended_{};  // shells that were ended and not yet waited for
 };
 
-// What the shell printed up to the mark: the configuration in it, or why there is none.
-Answer read_shell_output(std::string_view text, std::string_view program);
+// What the shell printed up to the mark: the configuration in it and what the further commands showed, or why
+// there is none.
+Answer read_shell_output(std::string_view text, std::string_view program, std::size_t commands = 0);
+// What the shell is asked between the parts of its answer: no command, so that it prints the word.
+std::string part_mark(std::size_t part);
 
 }  // namespace frr

@@ -89,6 +89,38 @@ TEST(ShellOutput, DescriptionThatReadsLikeAWarningIsOne) {
   EXPECT_TRUE(frr::read_shell_output(text, "bgpd").whole);
 }
 
+std::string with_parts(const std::vector<std::string>& shown) {
+  std::string text;
+  for (std::size_t part = 0; part <= shown.size(); ++part) {
+    const std::string mark = frr::part_mark(part);
+    text += mark + "\n% Unknown command: " + mark + "\nvm# ";
+    if (part < shown.size()) text += "show it json\n" + shown[part] + "\nvm# ";
+  }
+  return with(kWhole, "show daemons", text);
+}
+
+TEST(ShellOutput, FurtherCommandsHaveTheirParts) {
+  const Answer answer = frr::read_shell_output(with_parts({"{\"a\": 1}", "{\n}"}), "bgpd", 2);
+  ASSERT_TRUE(answer.whole) << answer.reason;
+  EXPECT_THAT(answer.shown, testing::ElementsAre(HasSubstr("{\"a\": 1}"), HasSubstr("{\n}")));
+  EXPECT_THAT(answer.shown[0], testing::Not(HasSubstr("{\n}")));
+  EXPECT_EQ(answer.configuration, "!\nrouter bgp 65000 vrf red\nexit\n!\n");
+}
+
+TEST(ShellOutput, AnswerWithoutAPartIsNotWhole) {
+  const std::string whole = with_parts({"{}", "{}"});
+  EXPECT_TRUE(frr::read_shell_output(whole, "bgpd", 2).whole);
+  EXPECT_FALSE(frr::read_shell_output(whole, "bgpd", 3).whole);
+  EXPECT_FALSE(frr::read_shell_output(kWhole, "bgpd", 1).whole);
+}
+
+// A line of a command's answer starts with a blank, like the list of connected programs.
+TEST(ShellOutput, PartDoesNotConnectTheProgram) {
+  const std::string text = with_parts({"{\n bgpd \n}"});
+  EXPECT_TRUE(frr::read_shell_output(text, "bgpd", 1).whole);
+  EXPECT_FALSE(frr::read_shell_output(without(text, " zebra bgpd"), "bgpd", 1).whole);
+}
+
 class ConversationTest : public ::testing::Test {
  protected:
   ConversationTest() {
@@ -104,12 +136,13 @@ class ConversationTest : public ::testing::Test {
   void Open(const Conversation::Limits& limits) {
     conversation = std::make_unique<Conversation>(suite.shell(), "bgpd", limits);
   }
-  Status Ask() {
+  Status Ask(const std::vector<std::string>& commands = {}) {
     heard.reset();
-    return conversation->ask(manager, [this](const Answer& answer) {
+    const auto hear = [this](const Answer& answer) {
       EXPECT_FALSE(heard.has_value()) << "told twice";
       heard = answer;
-    });
+    };
+    return conversation->ask(manager, hear, commands);
   }
   Answer Await() {
     const auto deadline = std::chrono::steady_clock::now() + kBound;
@@ -132,6 +165,16 @@ TEST_F(ConversationTest, RunningConfigurationIsHeard) {
   const Answer answer = AskAndAwait();
   EXPECT_TRUE(answer.whole) << answer.reason;
   EXPECT_THAT(answer.configuration, HasSubstr("router bgp 65000 vrf red\nexit\n"));
+}
+
+TEST_F(ConversationTest, FurtherCommandsAreShownWithTheConfiguration) {
+  suite.Show("show vrfs json", "{\"red\": {}}\n");
+  ASSERT_EQ(Ask({"show vrfs json", "show nothing"}), kStatusOk);
+  const Answer answer = Await();
+  ASSERT_TRUE(answer.whole) << answer.reason;
+  EXPECT_THAT(answer.configuration, HasSubstr("router bgp 65000 vrf red\nexit\n"));
+  EXPECT_THAT(answer.shown, testing::ElementsAre(HasSubstr("{\"red\": {}}"), HasSubstr("Unknown command")));
+  EXPECT_THAT(AskAndAwait().shown, testing::IsEmpty());
 }
 
 TEST_F(ConversationTest, ShellIsKeptBetweenQuestions) {

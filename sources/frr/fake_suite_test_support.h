@@ -21,6 +21,7 @@ class FakeSuite {
   void Become(const std::string& program, const std::string& state) const {
     Write(program + ".state", state);
   }
+  void Show(const std::string& command, const std::string& text) const { Write(command, text); }
   std::size_t Asked(const std::string& program) const { return Lines(program + ".asked"); }
   std::size_t Started(const std::string& program) const { return Lines(program + ".started"); }
 

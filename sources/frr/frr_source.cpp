@@ -15,6 +15,7 @@
 #include "platform/base/clock.h"
 #include "platform/base/fault.h"
 #include "platform/base/log.h"
+#include "sources/frr/derived.h"
 
 using frr::Answer;
 using frr::Nodes;
@@ -44,6 +45,11 @@ Nodes merged(const Nodes& left, const Nodes& right) {
   return all;
 }
 
+const std::vector<std::string>& derived_scopes() {
+  static const std::vector<std::string> scopes{std::string(vrf_config::kVrfScope)};
+  return scopes;
+}
+
 void log_mistakes(const Program& program, const std::vector<frr::Mistake>& mistakes) {
   for (std::size_t i = 0; i < std::min(mistakes.size(), kMistakesLogged); ++i) {
     log_line("frr: %s, line %zu of its running configuration: %s; the item is left out", program.name.data(),
@@ -69,12 +75,16 @@ struct FrrSource::Follower {
   bool answered = false;   // once, or in an earlier life: then it is asked at full pace when it is gone
   std::uint64_t pause = kFirstPause;
 
-  std::string text{};  // of the last whole answer
+  std::string text{};                   // of the last whole answer
+  std::vector<std::string> commands{};  // asked for behind the configuration
+  std::vector<std::string> shown{};     // what they printed
+  bool asked_twice = false;             // the last answer was not taken, since it had not all commands
   std::uint64_t text_since = 0;
   bool settling = true;
   std::optional<frr::RunningConfig> config{};
   std::uint64_t router_changes = 0;  // at which the nodes were worked out
   Nodes nodes{};                     // what it holds in the tree
+  Nodes derived{};                   // what it says that it derives
   bool written = true;               // the tree has them
 };
 
@@ -106,8 +116,9 @@ std::size_t FrrSource::awaited_answers() const {
 }
 
 Status FrrSource::forget() {
-  return kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), {},
-                               "the routing suite is not followed");
+  constexpr char kComment[] = "the routing suite is not followed";
+  const Status status = kvtree_config_replace(kConfigOwnerFrrDerived, derived_scopes(), {}, kComment);
+  return status ? status : kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), {}, kComment);
 }
 
 // The tree gives the nodes in the order of their paths.
@@ -123,6 +134,9 @@ void FrrSource::take_known() {
     std::sort(follower->nodes.begin(), follower->nodes.end(), by_path);
     follower->answered = !follower->nodes.empty();
   }
+  kvtree_config_owned(kConfigOwnerFrrDerived, vrf_config::kVrfScope,
+                      [this](const KvConfigNode& node) { derived_.push_back(node); });
+  std::sort(derived_.begin(), derived_.end(), by_path);
 }
 
 void FrrSource::ask_later(Follower& follower, std::uint64_t nanoseconds) {
@@ -132,18 +146,18 @@ void FrrSource::ask_later(Follower& follower, std::uint64_t nanoseconds) {
 void FrrSource::ask(Follower& follower) {
   follower.timer = 0;
   follower.asked = clock_monotonic();
-  const Status status = follower.conversation.ask(
-      manager_, [this, &follower](const Answer& answer) { hear(follower, answer); });
+  const auto heard = [this, &follower](const Answer& answer) { hear(follower, answer); };
+  const Status status = follower.conversation.ask(manager_, heard, follower.commands);
   if (!status) return;
   lose(follower, err_text(status));
   ask_later(follower, pause_after(follower, 0));
 }
 
 void FrrSource::hear(Follower& follower, const Answer& answer) {
-  if (answer.whole) {
-    take(follower, answer);
-  } else {
+  if (!answer.whole) {
     lose(follower, answer.reason);
+  } else if (!take(follower, answer) && !std::exchange(follower.asked_twice, true)) {
+    return ask_later(follower, 0);
   }
   ask_later(follower, pause_after(follower, answer.first ? 0 : clock_monotonic() - follower.asked));
 }
@@ -164,33 +178,79 @@ std::uint64_t FrrSource::pause_after(const Follower& follower, std::uint64_t too
   return std::max(options_.interval, follower.answering ? took * kPausePerTime : 0);
 }
 
-void FrrSource::take(Follower& follower, const Answer& answer) {
+// False when the configuration calls for other commands than those that were asked for with it: then both are
+// asked for again, so that what is derived comes with the configuration that it is derived from.
+bool FrrSource::take(Follower& follower, const Answer& answer) {
   const std::uint64_t now = clock_monotonic();
   if (!follower.answering) log_line("frr: %s answers", follower.program.name.data());
   follower.answering = follower.answered = true;
   follower.silence_said = false;
   if (answer.first) follower.settling = true;
-  const bool same_text = follower.config.has_value() && follower.text == answer.configuration;
+  const bool same_text =
+      follower.config.has_value() && follower.text == answer.configuration && follower.shown == answer.shown;
   if (!same_text) {
     follower.text = answer.configuration;
+    follower.shown = answer.shown;
     follower.config = frr::parse_running_config(follower.text);
     log_mistakes(follower.program, follower.config->mistakes);
   }
   if (!same_text || answer.first) follower.text_since = now;
+  std::vector<std::string> commands = frr::derived_commands(*follower.config);
+  if (commands != std::exchange(follower.commands, commands)) return false;
+  follower.asked_twice = false;
   const bool same_router = !follower.program.needs_router || follower.router_changes == router_->changes();
-  if (!same_text || !same_router || follower.settling || !follower.written) settle(follower);
+  const bool written = follower.written && derived_written_;
+  if (!same_text || !same_router || follower.settling || !written) settle(follower);
+  return true;
+}
+
+// What the program derives, and the configuration without what is not effective for that reason.
+void FrrSource::derive(Follower& follower, Nodes* said) {
+  if (follower.program.name != frr::kDerivingProgram) return;
+  std::optional<frr::Derived> derived = frr::derive(*follower.config, follower.shown, *said);
+  if (!derived) {
+    log_line("frr: %s: what it derives cannot be read; what it derived before stays",
+             follower.program.name.data());
+    return;
+  }
+  for (const std::string& mistake : derived->mistakes) {
+    log_line("frr: %s: %s; the item is left out", follower.program.name.data(), mistake.c_str());
+  }
+  std::erase_if(*said, [&derived](const KvConfigNode& node) {
+    return std::binary_search(derived->ineffective.begin(), derived->ineffective.end(), node.path);
+  });
+  follower.derived = std::move(derived->nodes);
 }
 
 // Brings the tree to what the program says, with what it leaves out while it is settling.
 void FrrSource::settle(Follower& follower) {
   follower.router_changes = router_->changes();
   Nodes said = follower.program.nodes(*follower.config, *router_);
+  derive(follower, &said);
+  const bool derives = follower.program.name == frr::kDerivingProgram;
   const Nodes missing = left_out(follower.nodes, said);
-  const std::uint64_t enough = said.empty() ? options_.settling_empty : options_.settling;
-  if (missing.empty() || clock_monotonic() - follower.text_since >= enough) {
+  const Nodes underived = derives ? left_out(derived_, follower.derived) : Nodes{};
+  const std::uint64_t enough =
+      said.empty() && follower.derived.empty() ? options_.settling_empty : options_.settling;
+  if ((missing.empty() && underived.empty()) || clock_monotonic() - follower.text_since >= enough) {
     follower.settling = false;
   }
+  if (derives) {
+    commit_derived(follower.settling ? merged(follower.derived, underived) : follower.derived);
+  }
   commit(follower, follower.settling ? merged(said, missing) : std::move(said));
+}
+
+void FrrSource::commit_derived(Nodes nodes) {
+  if (derived_written_ && nodes == derived_) return;
+  derived_ = std::move(nodes);
+  std::string mistake;
+  const Status status = kvtree_config_replace(kConfigOwnerFrrDerived, derived_scopes(), derived_,
+                                              "derived by the routing suite", nullptr, &mistake);
+  if (status && derived_written_) {
+    log_line("frr: cannot write what the routing suite derives: %s: %s", err_text(status), mistake.c_str());
+  }
+  derived_written_ = !status;
 }
 
 void FrrSource::commit(Follower& follower, Nodes nodes) {

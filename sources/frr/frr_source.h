@@ -1,5 +1,6 @@
 // The VPN configuration of the routing suite FRR on this router, kept in the configuration tree under the
-// owner "frr".
+// owner "frr", and the RDs and route targets that the suite derives itself (derived.h), under the owner
+// "frr-derived".
 //
 // Each program of the suite (config_nodes.h) is asked for its running configuration once in an interval, by a
 // conversation of its own; what its text stands for replaces what it stood for before. A program that does
@@ -60,13 +61,17 @@ class FrrSource {
   void ask_later(Follower& follower, std::uint64_t nanoseconds);
   void hear(Follower& follower, const frr::Answer& answer);
   void lose(Follower& follower, const std::string& reason);
-  void take(Follower& follower, const frr::Answer& answer);
+  bool take(Follower& follower, const frr::Answer& answer);
   void settle(Follower& follower);
+  void derive(Follower& follower, frr::Nodes* said);
   void commit(Follower& follower, frr::Nodes nodes);
+  void commit_derived(frr::Nodes nodes);
   std::uint64_t pause_after(const Follower& follower, std::uint64_t took) const;
 
   const router::Router* router_;
   Options options_;
   EventManager* manager_ = nullptr;
   std::array<std::unique_ptr<Follower>, frr::kProgramCount> followers_;
+  frr::Nodes derived_{};         // what the tree should have as derived
+  bool derived_written_ = true;  // the tree has it
 };

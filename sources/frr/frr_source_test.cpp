@@ -277,6 +277,107 @@ TEST_F(FrrSourceTest, RestartWithTheSameConfigurationIsNoCommit) {
   EXPECT_EQ(fault_reached("kvtree_config_replace"), 0U);
 }
 
+constexpr char kImportsBlue[] =
+    "router bgp 65000 vrf red\n address-family ipv4 unicast\n  import vrf blue\n exit-address-family\nexit\n";
+constexpr char kDerivedRd[] = "vrf red rd 10.1.0.1:2 ipv4";
+constexpr char kDerivedTarget[] = "vrf red rt import 10.3.0.1:3 ipv4";
+
+std::string leaks_of_red(const std::string& rd, const std::string& imports) {
+  return R"({"vrfs":{"red":{"routeDistinguisher":")" + rd + R"(","importRts":")" + imports +
+         R"(","exportRts":"none"}}})";
+}
+
+class DerivedItemsOfTheSuite : public FrrSourceTest {
+ protected:
+  void Leak(const std::string& rd, const std::string& imports) const {
+    suite.Show("show bgp vrf all ipv4 unicast route-leak json", leaks_of_red(rd, imports));
+    suite.Show("show bgp vrf all ipv6 unicast route-leak json", R"({"vrfs":{}})");
+  }
+  std::vector<std::string> HeldDerived() const { return vrf_config::words_owned(kConfigOwnerFrrDerived); }
+};
+
+TEST_F(DerivedItemsOfTheSuite, ComeIntoTheTreeUnderTheirOwnOwner) {
+  Leak("10.1.0.1:2", "10.3.0.1:3");
+  StartWith("bgpd", kImportsBlue);
+  Hear("bgpd");  // the commands are asked for when the configuration is known
+  EXPECT_THAT(HeldDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
+  EXPECT_THAT(Held(), IsEmpty());
+}
+
+// The text of the configuration is what it was: the suite says nothing when it derives another RD.
+TEST_F(DerivedItemsOfTheSuite, FollowAChangeOfTheRouterId) {
+  Leak("10.1.0.1:2", "10.3.0.1:3");
+  StartWith("bgpd", kImportsBlue);
+  Hear("bgpd");  // the commands are asked for when the configuration is known
+  Leak("10.9.9.9:2", "10.9.9.8:3");
+  Hear("bgpd");
+  EXPECT_THAT(HeldDerived(),
+              UnorderedElementsAre("vrf red rd 10.9.9.9:2 ipv4", "vrf red rt import 10.9.9.8:3 ipv4"));
+}
+
+TEST_F(DerivedItemsOfTheSuite, ReplaceWhatWasConfiguredInOneStep) {
+  StartWith("bgpd", bgp_red(kRd10));
+  std::vector<std::string> seen;
+  Leak("10.1.0.1:2", "none");
+  suite.Configure("bgpd", kImportsBlue);
+  const std::size_t wanted = suite.Asked("bgpd") + 3;
+  PumpUntil([&] {
+    const std::vector<std::string> now = vrf_config::words_in_force();
+    if (seen.empty() || seen.back() != now.at(0)) seen.push_back(now.at(0));
+    return suite.Asked("bgpd") >= wanted;
+  });
+  EXPECT_THAT(seen, testing::ElementsAre(kRd10Words, kDerivedRd));
+}
+
+TEST_F(DerivedItemsOfTheSuite, GoWithTheImportByName) {
+  Leak("10.1.0.1:2", "10.3.0.1:3");
+  StartWith("bgpd", kImportsBlue);
+  Hear("bgpd");  // the commands are asked for when the configuration is known
+  suite.Configure("bgpd", bgp_red(kRd10));
+  Hear("bgpd");
+  EXPECT_THAT(HeldDerived(), IsEmpty());
+  EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words));
+}
+
+TEST_F(DerivedItemsOfTheSuite, StayWhileTheSuiteRestartsAndOverARestartOfTheProcess) {
+  Leak("10.1.0.1:2", "10.3.0.1:3");
+  StartWith("bgpd", kImportsBlue);
+  Hear("bgpd");  // the commands are asked for when the configuration is known
+  StartBgpdAgain("");
+  EXPECT_THAT(HeldDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
+  Restart();
+  Hear("bgpd");
+  EXPECT_THAT(HeldDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
+  suite.Configure("bgpd", kImportsBlue);
+  Leak("10.1.0.1:2", "none");
+  Hear("bgpd");
+  PumpFor(Options().settling);
+  Hear("bgpd");
+  EXPECT_THAT(HeldDerived(), UnorderedElementsAre(kDerivedRd));
+}
+
+TEST_F(DerivedItemsOfTheSuite, StayWhenTheyCannotBeRead) {
+  Leak("10.1.0.1:2", "10.3.0.1:3");
+  StartWith("bgpd", kImportsBlue);
+  Hear("bgpd");  // the commands are asked for when the configuration is known
+  suite.Show("show bgp vrf all ipv4 unicast route-leak json", "{\"vrfs\":");
+  Hear("bgpd");
+  EXPECT_THAT(HeldDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
+}
+
+TEST_F(DerivedItemsOfTheSuite, AreWrittenLaterWhenThatFailed) {
+  Leak("10.1.0.1:2", "10.3.0.1:3");
+  suite.Configure("bgpd", kImportsBlue);
+  fault_arm("kvtree_config_replace", kStatusIo, 1, 1);
+  Start();
+  Hear("bgpd");
+  Hear("bgpd");
+  EXPECT_THAT(HeldDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
+  source.reset();
+  EXPECT_EQ(FrrSource::forget(), kStatusOk);
+  EXPECT_THAT(HeldDerived(), IsEmpty());
+}
+
 TEST_F(FrrSourceTest, InterfacesAreFollowedWithoutAChangeOfText) {
   StartWith("ospfd", "router ospf vrf blue\n network 10.0.0.0/8 area 0\n");
   EXPECT_EQ(Held().size(), 1U);
