@@ -1,0 +1,98 @@
+"""Waits until the system shows what the model says, and says what differs when it does not."""
+import itertools
+import time
+
+from kernel import Kernel
+from model import TARGET, Model
+from shown import walk_mib
+from system import SLOW
+
+MOST_SHOWN = 12
+FAMILIES = {b"IPv4 Unicast": 4, b"IPv6 Unicast": 6}
+
+
+def cell_errors(expected, seen):
+    seen = {key: value for key, value in seen.items() if key[0][:4] != TARGET}
+    differing = [key for key in {**expected, **seen} if key not in expected or key not in seen or expected[key] != seen[key]]
+    return [f"{'.'.join(map(str, column))} [{readable(index)}]: expected {expected.get(column_index, 'no row')!r}, "
+            f"shown {seen.get(column_index, 'no row')!r}" for column_index in sorted(differing) for column, index in [column_index]]
+
+
+def target_errors(expected, cells):
+    """The route target table: rows numbered from 1 in each VRF, in an order that is not fixed."""
+    rows = {}
+    for (column, index), value in cells.items():
+        if column[:4] == TARGET:
+            rows.setdefault(index, {})[column[4]] = value
+    seen = {(vrf_of(index), index[-1], FAMILIES.get(row[5]), row[4].decode()) for index, row in rows.items()}
+    numbers = sorted((vrf_of(index), index[-2]) for index in rows)
+    counted = [(vrf, number) for vrf, group in itertools.groupby(numbers, lambda each: each[0])
+               for number, _ in enumerate(group, 1)]
+    found = [f"route targets: only one has {sorted(seen ^ expected)}"] if seen != expected else []
+    return found + ([f"route targets are numbered {numbers}"] if numbers != counted else [])
+
+
+def vrf_of(index):
+    return bytes(index[1:1 + index[0]]).decode()
+
+
+def readable(index):
+    """ "red".1.4... """
+    length = index[0]
+    if 0 < length < 16 and len(index) > length:
+        name = bytes(index[1:1 + length]).decode(errors="replace")
+        return ".".join([f'"{name}"', *map(str, index[1 + length:])])
+    return ".".join(map(str, index))
+
+
+def view_errors(model, command_line):
+    """The command line's tables."""
+    found = []
+    scalars = (len(model.vrfs), len(model.active_vrfs()), len(model.members))
+    members = {key: link["ifname"] for key, link in model.members.items()}
+    for what, expected, seen in (("show scalars", scalars, command_line.scalars()),
+                                 ("show interfaces", members, command_line.interfaces()),
+                                 ("show route-targets", model.suite.targets, command_line.targets())):
+        if expected != seen:
+            found.append(f"{what}: expected {expected}, shown {seen}")
+    for vrf in model.vrfs:
+        seen = command_line.routes(vrf)
+        if model.route_keys(vrf) != seen:
+            found.append(f"show routes {vrf}: only one has {sorted(model.route_keys(vrf) ^ seen)}")
+    return found
+
+
+class Comparison:
+    """Of one system over its batches."""
+
+    def __init__(self, rig, times):
+        self.rig, self.times = rig, times
+        self.model = None
+
+    def errors(self, touched, began, restarted, bound):
+        """Polls until everything agrees; what differed at last otherwise."""
+        deadline = time.monotonic() + bound * SLOW
+        while True:
+            found = self.look()
+            if not found:
+                return self.final_errors(touched, began, restarted)
+            if time.monotonic() > deadline:
+                return found[:MOST_SHOWN]
+            time.sleep(0.02)
+
+    def look(self):
+        kernel = Kernel()
+        if not kernel.is_settled():
+            return ["the kernel still checks an address"]
+        self.model = Model(kernel, self.rig.suite_says(kernel), self.rig.thresholds)
+        try:
+            cells = walk_mib(self.rig.system.port)
+            found = cell_errors(self.model.cells(), cells) + target_errors(self.model.suite.targets, cells)
+        except (RuntimeError, TimeoutError, ConnectionError) as failure:
+            found = [f"SNMP: {failure}"]
+        found = found or self.rig.trap_errors(self.model.active_vrfs()) or view_errors(self.model, self.rig.command_line)
+        return found
+
+    def final_errors(self, touched, began, restarted):
+        self.rig.accept_traps()
+        return self.times.errors(self.model, self.rig.command_line.vrfs(), touched, began, restarted)

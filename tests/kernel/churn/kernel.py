@@ -1,0 +1,71 @@
+"""The kernel's state as ip(8) states it: links, addresses, routes and next-hop objects of this network namespace."""
+import json
+import subprocess
+
+
+def route_object(pairs):
+    """ip(8) writes the labels of a route as a second "dst"."""
+    result = {}
+    for name, value in pairs:
+        result["labels" if name == "dst" and "dst" in result else name] = value
+    return result
+
+
+def ip_json(*words, hook=None):
+    shown = subprocess.run(["ip", "-j", *words], check=True, capture_output=True, text=True).stdout
+    return [each for each in json.loads(shown or "[]", object_pairs_hook=hook) if each]
+
+
+def read_routes(family):
+    return ip_json("-d", "-N", family, "route", "show", "table", "all", hook=route_object)
+
+
+class Kernel:
+    """One reading. Two readings are equal when nothing that ip(8) shows of it has changed."""
+
+    def __init__(self):
+        self.links = ip_json("-d", "addr", "show")
+        self.routes = {4: read_routes("-4"), 6: read_routes("-6")}
+        self.objects = {each["id"]: each for each in ip_json("nexthop", "show")}
+        for link in self.links:
+            for volatile in ("valid_life_time", "preferred_life_time"):
+                for address in link["addr_info"]:
+                    address.pop(volatile, None)
+
+    def __eq__(self, other):
+        return self.__dict__ == other.__dict__
+
+    def index_of(self, name):
+        return next((link["ifindex"] for link in self.links if link["ifname"] == name), 0)
+
+    def vrfs(self):
+        """{name: link} of the VRF devices."""
+        return {link["ifname"]: link for link in self.links if kind(link) == "vrf"}
+
+    def members(self):
+        """{(VRF, ifIndex): link}."""
+        return {(link["master"], link["ifindex"]): link for link in self.links
+                if link.get("linkinfo", {}).get("info_slave_kind") == "vrf"}
+
+    def is_settled(self):
+        """False while the kernel still checks an IPv6 address for being unique."""
+        return not any(address.get("tentative") and not address.get("dadfailed")
+                       for link in self.links if is_up(link) for address in link["addr_info"])
+
+
+def kind(link):
+    return link.get("linkinfo", {}).get("info_kind")
+
+
+def is_up(link):
+    """ifOperStatus up(1). A link that has no notion of an operational state is up when it is switched on and has a
+    carrier."""
+    if link["operstate"] == "UNKNOWN":
+        return "UP" in link["flags"] and "LOWER_UP" in link["flags"]
+    return link["operstate"] == "UP"
+
+
+def is_active(link):
+    """Up, with an address that can be used."""
+    return is_up(link) and any("local" in address and not address.get("tentative") and not address.get("dadfailed")
+                               for address in link["addr_info"])

@@ -1,0 +1,169 @@
+"""The routing suite beside the system: runs it, configures it, and reads what its operational commands state.
+
+RDs and route targets of a VRF are what the suite does with them. The RD is that of its route in the VPN table. For every
+route target of the pool the suite has a probe, a BGP instance without a VRF device that imports and exports it alone: a
+VRF whose route a probe has exports the probe's target, a VRF that has a probe's route imports it.
+"""
+import re
+
+from model import Suite
+from suite_shell import Shell
+from system import wait_until
+
+import kernel as linux
+import suite as suites
+
+PROGRAMS = ("zebra", "staticd", "bgpd", "ospfd", "ripd")
+TARGETS = ("65000:1", "65000:99", "192.0.2.1:7", "4200000000:30")
+BGP, OSPF, RIP, STATIC = 1, 2, 3, 5
+FAMILIES = {4: "ipv4", 6: "ipv6"}
+
+
+def route_of(version, place):
+    """The route by which the suite's VPN table tells a BGP instance; a probe's place is above 200."""
+    return f"10.200.{place}.0/24" if version == 4 else f"2001:db8:200:{place:x}::/64"
+
+
+def probe_place(target):
+    return 200 + TARGETS.index(target)
+
+
+def instance(vrf, place, families):
+    """The lines of a BGP instance; families: {version: (rd, imports, exports)}."""
+    lines = [f"router bgp 65000 vrf {vrf}", f"bgp router-id 10.99.0.{place}", "no bgp network import-check",
+             "no bgp ebgp-requires-policy"]
+    for version, (rd, imports, exports) in families.items():
+        lines += [f"address-family {FAMILIES[version]} unicast", f"network {route_of(version, place)}", "label vpn export auto",
+                  f"rd vpn export {rd}", f"rt vpn import {imports}", f"rt vpn export {exports}", "export vpn", "import vpn",
+                  "exit-address-family"]
+    return lines + ["exit"]
+
+
+def base_configuration():
+    lines = ["route-map RM permit 10", "exit", "router bgp 65000", "bgp router-id 10.99.0.254", "exit"]
+    for target in TARGETS:
+        place = probe_place(target)
+        lines += instance(f"probe{place}", place, {version: (f"64999:{place}{version}", target, target) for version in FAMILIES})
+    return "\n".join(lines) + "\n"
+
+
+class LiveSuite:
+    def __init__(self, release):
+        self.suite = suites.Suite(release, None, PROGRAMS, base_configuration())
+        self.dead = set()
+        self.suite.start()
+        self.suite.load()
+        self.shell = Shell(self.suite.shell_words())
+
+    def close(self):
+        self.shell.close()
+        for program in reversed(self.suite.programs):
+            if program not in self.dead:
+                self.suite.signal(program, 9)
+
+    # --- operations ---
+
+    def configure(self, line):
+        """Commands between " / "; those that the suite refuses change nothing."""
+        self.shell.ask("configure terminal")
+        for command in line.split(" / "):
+            self.shell.ask(command)
+        self.shell.ask("end")
+
+    def kill(self, program):
+        if not self.dead:
+            self.shell.ask("write memory")  # what a supervisor loads again
+        if program in self.suite.programs and program not in self.dead:
+            self.dead.add(program)
+            self.suite.signal(program, 9)
+
+    def start(self, program):
+        if program in self.dead:
+            self.dead.remove(program)
+            self.suite.start(program)
+            if not self.dead:
+                self.suite.load()
+
+    def start_all(self):
+        for program in self.suite.programs:
+            self.start(program)
+
+    # --- what the suite states ---
+
+    def state(self, kernel, places):
+        """`places`: {VRF: its place}."""
+        state = Suite()
+        self.read_vpn(state, places)
+        self.read_protocols(state, kernel)
+        self.read_descriptions(state, kernel)
+        return state
+
+    def read_vpn(self, state, places):
+        for version, family in FAMILIES.items():
+            rds = self.distinguishers(family)
+            tables = self.shell.ask_json(f"show bgp vrf all {family} unicast json")
+            has = {vrf: set(table.get("routes", {})) for vrf, table in tables.items()}
+            has.pop("default", None)
+            for vrf in has:
+                self.add_vrf(state, version, vrf, places.get(vrf) or int(vrf.removeprefix("probe")), rds, has)
+
+    def distinguishers(self, family):
+        """{VRF: RD} of the routes that VRFs export."""
+        shown = self.shell.ask_json(f"show bgp {family} vpn json").get("routes", {}).get("routeDistinguishers", {})
+        return {path["nhVrfName"]: rd for rd, prefixes in shown.items() for paths in prefixes.values() for path in paths
+                if "nhVrfName" in path}
+
+    @staticmethod
+    def add_vrf(state, version, vrf, place, rds, has):
+        if vrf in rds and (version == 4 or vrf not in state.rds):
+            state.rds[vrf] = rds[vrf]
+        for target in TARGETS:
+            probe = probe_place(target)
+            if route_of(version, probe) in has.get(vrf, ()):
+                state.targets.add((vrf, 1, version, target))
+            if route_of(version, place) in has.get(f"probe{probe}", ()):
+                state.targets.add((vrf, 2, version, target))
+
+    def read_protocols(self, state, kernel):
+        ospf = self.shell.ask_json("show ip ospf vrf all interface json")
+        neighbors = self.vrfs_with_neighbors()
+        for vrf in kernel.vrfs():
+            rip, static = self.rip_interfaces(vrf), self.static_routes(vrf)
+            for (owner, _), link in kernel.members().items():
+                if owner != vrf:
+                    continue
+                name = link["ifname"]
+                stated = {protocol for protocol, runs in (
+                    (BGP, vrf in neighbors), (RIP, name in rip), (STATIC, name in static or None in static),
+                    (OSPF, ospf.get(vrf, {}).get("interfaces", {}).get(name, {}).get("ospfEnabled"))) if runs}
+                state.protocols[vrf, name] = stated
+                # Of an interface that is down the suite does not say whether a protocol is enabled on it.
+                state.may_be[vrf, name] = set() if linux.is_up(link) else {OSPF, RIP}
+
+    def vrfs_with_neighbors(self):
+        shown = self.shell.ask_json("show bgp vrf all summary json")
+        return {vrf for vrf, families in shown.items()
+                if any(family.get("peers") for family in families.values() if isinstance(family, dict))}
+
+    def rip_interfaces(self, vrf):
+        table = self.shell.ask(f"show ip rip vrf {vrf} status").partition("Key-chain")[2].partition("Routing for")[0]
+        return set(re.findall(r"^    (\S+) ", table, re.MULTILINE))
+
+    def static_routes(self, vrf):
+        """Names of interfaces that static routes name; None for a route that names none."""
+        found = set()
+        for words in ("ip", "ipv6"):
+            for routes in self.shell.ask_json(f"show {words} route vrf {vrf} static json").values():
+                found.update(hop.get("interfaceName") if hop.get("directlyConnected") else None
+                             for route in routes for hop in route.get("nexthops", []))
+        return found
+
+    def read_descriptions(self, state, kernel):
+        shown = self.shell.ask_json("show interface vrf all json")
+        state.descriptions = {vrf: shown.get(vrf, {}).get("description", "") for vrf in kernel.vrfs()}
+
+
+def wait_for_probes(live):
+    """The first leak takes the suite a moment; nothing is compared before."""
+    names = {f"probe{probe_place(target)}" for target in TARGETS}
+    wait_until("the suite's probes", lambda: names <= set(live.distinguishers("ipv4")), 20)

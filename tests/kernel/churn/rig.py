@@ -1,0 +1,194 @@
+"""A whole system in a network namespace of its own: applies operations to it and reads what it shows."""
+import ctypes
+import itertools
+import pathlib
+import random
+import subprocess
+import time
+
+from kernel import Kernel
+from live_suite import LiveSuite, wait_for_probes
+from model import Model, Suite
+from shown import CommandLine
+from system import BIN, System, wait_until
+from traps import Sink, States, order_errors, watched
+
+OWN_PROCESSES = ("snmpd", "daemon", "agent")
+CLONE_NEWNET = 0x40000000
+QUIET = 0.4  # s without a trap: what a daemon published before it was killed has been sent on
+
+SETTINGS = {  # name in /proc/sys/net: the values to draw from
+    "ipv4/nexthop_compat_mode": (1, 1, 0),
+    "ipv6/conf/*/accept_dad": (0, 0, 1),
+    "ipv6/conf/*/keep_addr_on_down": (0, 1),
+    "ipv4/conf/*/ignore_routes_with_linkdown": (0, 0, 1),
+    "mpls/platform_labels": (100000,),
+}
+
+
+def enter_new_namespace():
+    if ctypes.CDLL(None, use_errno=True).unshare(CLONE_NEWNET) != 0:
+        raise OSError(ctypes.get_errno(), "unshare")
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+
+
+def draw_settings(seed):
+    """How this kernel works is drawn, too: each of these changes what it announces."""
+    draw = random.Random(f"settings {seed}")
+    for name, values in SETTINGS.items():
+        value = draw.choice(values)
+        for scope in ("all", "default") if "*" in name else ("",):
+            pathlib.Path("/proc/sys/net", name.replace("*", scope)).write_text(str(value))
+
+
+class ChurnSystem(System):
+    def __init__(self, sink, shell):
+        super().__init__(source="kernel", frr=shell)
+        self.sink = sink
+
+    def trap_sink(self):
+        return f"trap2sink 127.0.0.1:{self.sink.port} public\n"
+
+
+class Rig:
+    """`release` is that of the routing suite, or None; `places`: see LiveSuite.state."""
+
+    def __init__(self, seed, release=None, places=None):
+        draw_settings(seed)
+        self.live, self.places = release and LiveSuite(release), places
+        if self.live:
+            wait_for_probes(self.live)
+        self.sink = Sink()
+        self.system = ChurnSystem(self.sink, " ".join(self.live.suite.shell_words()) if self.live else "false")
+        self.command_line = CommandLine(self.system)
+        self.watches, self.daemon_starts = 0, 0
+        self.repeats = 0  # batches in which a notification may come twice, because an agent was killed
+        self.thresholds = {}
+        self.failed_lines, self.lines = 0, 0
+        self.start_daemon()
+        self.system.start_snmpd()
+        self.start_agent()
+        self.system.cli("config", "set", "traps", "all", check=True)
+
+    def close(self):
+        self.system.__exit__(None)
+        if self.live:
+            self.live.close()
+
+    # --- processes ---
+
+    def start_daemon(self):
+        self.wait_settled()
+        self.system.start_daemon()
+        self.watches += 1
+        self.daemon_starts += 1
+        name = f"watch{self.watches}"
+        self.system.spawn(name, str(BIN / "mplsvpn"), "--json", "watch")
+        wait_until("watch", lambda: "watching for traps" in self.system.log(name))
+        self.accepted_published, self.accepted_received = 0, len(self.sink.traps)
+        self.states = States(Model(Kernel(), Suite()).active_vrfs())
+
+    def start_agent(self):
+        self.system.start_agent("--row-age", "50")
+
+    def start(self, process):
+        if self.live and process in self.live.suite.programs:
+            self.live.start(process)
+        elif process not in self.system.processes:
+            {"daemon": self.start_daemon, "snmpd": self.system.start_snmpd, "agent": self.start_agent}[process]()
+
+    def start_all(self):
+        if self.live:
+            self.live.start_all()
+        for process in OWN_PROCESSES:
+            self.start(process)
+
+    def kill(self, process):
+        """[errors]"""
+        if process not in OWN_PROCESSES:
+            self.live.kill(process)
+            return []
+        if process not in self.system.processes:
+            return []
+        if process == "daemon":
+            return self.kill_daemon()
+        self.repeats = 2
+        self.system.kill(process)
+        return []
+
+    def kill_daemon(self):
+        """What it had published is final then; the last of that may be lost with it."""
+        self.start_all()
+        self.system.kill("daemon")
+        self.wait_quiet()
+        published, received = self.new_traps()
+        self.system.kill(f"watch{self.watches}")
+        common = min(len(published), len(received))
+        return (self.states.follow(published)
+                + order_errors(received[:common], published[:common], self.repeats > 0))
+
+    def wait_quiet(self):
+        known = -1
+        while known != len(self.sink.traps):
+            known = len(self.sink.traps)
+            time.sleep(QUIET)
+
+    # --- operations ---
+
+    def apply(self, operations):
+        """[errors]"""
+        errors = []
+        steps = [step.partition(" ")[::2] for operation in operations for step in operation]
+        for tool, group in itertools.groupby(steps, key=lambda step: step[0]):
+            errors += self.use(tool, [line for _, line in group])
+        return errors
+
+    def use(self, tool, lines):
+        if tool == "kill":
+            return [error for line in lines for error in self.kill(line)]
+        if tool == "start":
+            for process in lines:
+                self.start(process)
+            return []
+        if tool == "suite":
+            for line in lines:
+                self.live.configure(line)
+            return []
+        self.ip_batch(lines, ("-f", "mpls") if tool == "mpls" else ())
+        return []
+
+    def ip_batch(self, lines, options):
+        shown = subprocess.run(["ip", *options, "-force", "-batch", "-"], input="\n".join(lines) + "\n", text=True,
+                               capture_output=True, check=False)
+        self.lines += len(lines)
+        self.failed_lines += shown.stderr.count("Command failed")
+
+    def wait_settled(self):
+        wait_until("the kernel to settle", lambda: Kernel().is_settled(), 30)
+
+    # --- what is outside the MIB ---
+
+    def suite_says(self, kernel):
+        return self.live.state(kernel, self.places) if self.live else Suite()
+
+    # --- traps ---
+
+    def published(self):
+        return watched(self.system.log(f"watch{self.watches}"))
+
+    def new_traps(self):
+        """(published, received) since they were last accepted."""
+        return self.published()[self.accepted_published:], self.sink.traps[self.accepted_received:]
+
+    def trap_errors(self, active):
+        published, received = self.new_traps()
+        states = States(self.states.up)
+        return (states.follow(published) + order_errors(received, published, self.repeats > 0)
+                + states.differences(active))
+
+    def accept_traps(self):
+        published, received = self.new_traps()
+        self.states.follow(published)
+        self.accepted_published += len(published)
+        self.accepted_received += len(received)
+        self.repeats = max(0, self.repeats - 1)
