@@ -19,6 +19,7 @@ constexpr char kWords[] =
     "  vrf NAME bgp AS neighbor ADDRESS|NAME ipv4|ipv6\n"
     "  vrf NAME ospf PROCESS area AREA interface INTERFACE\n"
     "  vrf NAME rip interface INTERFACE\n"
+    "  vrf NAME ripng interface INTERFACE\n"
     "  vrf NAME eigrp AS interface INTERFACE\n"
     "  vrf NAME static PREFIX [interface INTERFACE] [via ADDRESS]\n"
     "  bgp as-format asplain|asdot|asdot+                how AS numbers above 65535 are shown\n"

@@ -143,10 +143,9 @@ TEST_F(Configuration, DeletionNeedsAName) {
   EXPECT_EQ(Refused("delete vrf", kExitUsage), "mplsvpn: the VRF is missing behind \"vrf\"\n");
   EXPECT_EQ(Refused("delete traps", kExitUsage), "mplsvpn: the item is missing behind \"traps\"\n");
   EXPECT_EQ(Refused("delete bgp", kExitUsage), "mplsvpn: \"as-format\" is missing behind \"bgp\"\n");
-  EXPECT_EQ(
-      Refused("delete vrf red colour", kExitUsage),
-      "mplsvpn: a VRF has no \"colour\", but description, rd, rt, policy, threshold, vni, bgp, ospf, rip, "
-      "eigrp, static\n");
+  EXPECT_EQ(Refused("delete vrf red colour", kExitUsage),
+            "mplsvpn: a VRF has no \"colour\", but description, rd, rt, policy, threshold, vni, bgp, ospf, "
+            "rip, ripng, eigrp, static\n");
 }
 
 TEST_F(Configuration, DeletionOfWhatIsNotSetFails) {

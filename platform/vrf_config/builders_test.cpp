@@ -197,7 +197,7 @@ TEST_F(Builders, BgpNeighbourIsAnAddressOrAName) {
 
 TEST_F(Builders, InterfacesOfProtocolsAreTaken) {
   EXPECT_EQ(Taken(rip_interface("red", "ge0")), "rip: red ge0 = 1");
-  EXPECT_EQ(Taken(rip_interface("red", "ge0", kOfRip | kOfRipng)), "rip: red ge0 = 3");
+  EXPECT_EQ(Taken(ripng_interface("red", "ge0")), "rip: red ge0 = 1");
   EXPECT_EQ(Taken(ospf_interface("red", "1", 0x0a000001, "ge0")), "ospf: 1 ord_a red 10.0.0.1 int ge0 = 1");
   EXPECT_EQ(Taken(eigrp_interface("red", 100, "ge0")), "eigrp: 100 red ord_a ge0 = 1");
 }

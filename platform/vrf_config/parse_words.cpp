@@ -205,6 +205,10 @@ Nodes parse_rip(const std::string& vrf, Reader& reader) {
   return {rip_interface(vrf, take_interface(reader))};
 }
 
+Nodes parse_ripng(const std::string& vrf, Reader& reader) {
+  return {ripng_interface(vrf, take_interface(reader))};
+}
+
 Nodes parse_eigrp(const std::string& vrf, Reader& reader) {
   const std::uint32_t as_number = take_as_number(reader);
   return {eigrp_interface(vrf, as_number, take_interface(reader))};
@@ -236,6 +240,7 @@ constexpr VrfItem kVrfItems[] = {
     {"bgp", parse_bgp},
     {"ospf", parse_ospf},
     {"rip", parse_rip},
+    {"ripng", parse_ripng},
     {"eigrp", parse_eigrp},
     {"static", parse_static},
 };

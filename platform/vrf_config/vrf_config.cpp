@@ -6,6 +6,7 @@
 
 #include "platform/kvtree/kvtree.h"
 #include "platform/vrf_config/addresses.h"
+#include "platform/vrf_config/paths.h"
 
 namespace vrf_config {
 
@@ -47,6 +48,21 @@ std::string shortest(std::string_view text) {
 std::string table_path(std::string_view vrf, Family family) {
   return std::string(kVrfScope) + "vrf/" + key(vrf) + "/ord_z/afi_safi/" + number(family) + "/" +
          (family == Family::kEvpn ? kEvpnSafi : kUnicast) + "/default/";
+}
+
+// Every octet as %XX.
+std::string escaped(std::string_view text) {
+  constexpr char kHexDigits[] = "0123456789ABCDEF";
+  std::string all;
+  for (const char octet : text) {
+    const auto value = static_cast<unsigned char>(octet);
+    all.append({'%', kHexDigits[value >> 4], kHexDigits[value & 15]});
+  }
+  return all;
+}
+
+std::string rip_path(std::string_view vrf, const std::string& interface_key) {
+  return std::string(kRipScope) + key(vrf) + "/ord_t/if/" + interface_key + "/ord_d/enabled";
 }
 
 KvConfigNode text_node(std::string path, std::string_view text) {
@@ -118,9 +134,20 @@ KvConfigNode bgp_neighbour(std::string_view vrf, std::uint32_t as_number, std::s
                      1);
 }
 
-KvConfigNode rip_interface(std::string_view vrf, std::string_view interface, std::int64_t protocols) {
-  return number_node(std::string(kRipScope) + key(vrf) + "/ord_t/if/" + key(interface) + "/ord_d/enabled",
-                     protocols);
+KvConfigNode rip_interface(std::string_view vrf, std::string_view interface) {
+  return number_node(rip_path(vrf, key(interface)), 1);
+}
+
+KvConfigNode ripng_interface(std::string_view vrf, std::string_view interface) {
+  return number_node(rip_path(vrf, escaped(interface)), 1);
+}
+
+bool is_ripng(std::string_view path) {
+  const std::optional<ParsedPath> parsed = parse_path(path);
+  if (!parsed || parsed->kind != Kind::kRip) return false;
+  const std::string_view written = parsed->keys.at(*parsed->interface);
+  const std::optional<std::string> interface = decode_key(written);
+  return interface && escaped(*interface) == written && key(*interface) != written;
 }
 
 KvConfigNode ospf_interface(std::string_view vrf, std::string_view process, std::uint32_t area,

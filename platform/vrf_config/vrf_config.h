@@ -74,10 +74,12 @@ inline constexpr std::uint32_t kGreatestVni = 0xffffff;
 // in static routes, so that a neighbour is one item however it was spelt.
 KvConfigNode bgp_neighbour(std::string_view vrf, std::uint32_t as_number, std::string_view neighbour,
                            Family family);
-// RIP and RIPng have one path, and the daemon counts one item; the value says which of them it is.
-inline constexpr std::int64_t kOfRip = 1;
-inline constexpr std::int64_t kOfRipng = 2;
-KvConfigNode rip_interface(std::string_view vrf, std::string_view interface, std::int64_t protocols = kOfRip);
+KvConfigNode rip_interface(std::string_view vrf, std::string_view interface);
+// RIPng is counted as RIP, in the same place. The paths there have no key that could tell the two apart, and
+// both may be enabled on one interface, so the name of RIPng's interface is written with all of its octets
+// escaped.
+KvConfigNode ripng_interface(std::string_view vrf, std::string_view interface);
+bool is_ripng(std::string_view path);
 // `process` as the suite names it ("1"); the area is 32 bits.
 KvConfigNode ospf_interface(std::string_view vrf, std::string_view process, std::uint32_t area,
                             std::string_view interface);
@@ -116,6 +118,7 @@ inline constexpr std::int64_t kLongestReissue = INT32_MAX;  // what the daemon k
 //   vrf NAME bgp AS neighbor ADDRESS|NAME ipv4|ipv6
 //   vrf NAME ospf PROCESS area AREA interface INTERFACE
 //   vrf NAME rip interface INTERFACE
+//   vrf NAME ripng interface INTERFACE
 //   vrf NAME eigrp AS interface INTERFACE
 //   vrf NAME static PREFIX [interface INTERFACE] [via ADDRESS]
 //   bgp as-format asplain|asdot|asdot+

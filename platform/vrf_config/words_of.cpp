@@ -11,6 +11,7 @@ namespace {
 // A path and its value, on the way to words. A key that is not there, or of another form, is an empty word,
 // which no item takes.
 struct Item {
+  std::string_view whole_path;
   const ParsedPath& path;
   const KvValue& value;
 
@@ -111,7 +112,7 @@ std::optional<Words> item_words(const Item& item) {
     case Kind::kBgp:
       return bgp_words(item);
     case Kind::kRip:
-      return Words{"rip", "interface", item.key(1)};
+      return Words{is_ripng(item.whole_path) ? "ripng" : "rip", "interface", item.key(1)};
     case Kind::kOspf:
       return ospf_words(item);
     case Kind::kEigrp:
@@ -137,7 +138,7 @@ bool say_this_node(const Words& words, const KvConfigNode& node) {
 std::optional<Words> word_list_of(const KvConfigNode& node) {
   const std::optional<ParsedPath> path = parse_path(node.path);
   if (!path) return std::nullopt;
-  const Item item{*path, node.value};
+  const Item item{node.path, *path, node.value};
   std::optional<Words> words = item_words(item);
   if (!words) return std::nullopt;
   if (path->vrf) words->insert(words->begin(), {"vrf", item.key(*path->vrf)});

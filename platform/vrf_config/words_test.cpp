@@ -30,6 +30,7 @@ TEST(ConfigurationWords, EachItemIsRead) {
       {"vrf red ospf 1 area 0 interface ge0", ospf_interface("red", "1", 0, "ge0")},
       {"vrf red ospf 1 area 0.0.1.1 interface ge0", ospf_interface("red", "1", 257, "ge0")},
       {"vrf red rip interface ge0", rip_interface("red", "ge0")},
+      {"vrf red ripng interface ge0", ripng_interface("red", "ge0")},
       {"vrf red eigrp 100 interface ge0", eigrp_interface("red", 100, "ge0")},
       {"vrf red static 10.1.0.0/16", static_route("red", {Family::kIpv4, "10.1.0.0/16", "", ""})},
       {"vrf red static 2001:db8::/32 interface ge0 via fe80::1",
@@ -58,6 +59,16 @@ TEST(ConfigurationWords, RouteDistinguisherWithoutAFamilyIsForIpv4) {
               ElementsAre(shown(route_distinguisher("red", Family::kIpv4, kTarget))));
 }
 
+TEST(ConfigurationWords, RipAndRipngOfAnInterfaceAreTwoItems) {
+  const KvConfigNode rip = rip_interface("red", "ge0/1");
+  const KvConfigNode ripng = ripng_interface("red", "ge0/1");
+  EXPECT_NE(rip.path, ripng.path);
+  EXPECT_FALSE(is_ripng(rip.path));
+  EXPECT_TRUE(is_ripng(ripng.path));
+  EXPECT_EQ(interface_of(ripng.path), interface_of(rip.path));
+  EXPECT_FALSE(is_ripng(eigrp_interface("red", 1, "ge0").path));
+}
+
 TEST(ConfigurationWords, EveryNodeSaysWhatReadsBackAsItself) {
   for (const char* line : {
            "vrf red description \"Customer Red\"",
@@ -77,6 +88,7 @@ TEST(ConfigurationWords, EveryNodeSaysWhatReadsBackAsItself) {
            "vrf red rd 65000:100 evpn",
            "vrf red rt import 65000:100 evpn",
            "vrf red vni 100",
+           "vrf red ripng interface ge0/1",
            "vrf red rt import 0.65000:30 ipv4",
            "vrf red policy import ipv4 in",
            "vrf red policy export ipv6 \"p q\"",
@@ -136,9 +148,10 @@ TEST(ConfigurationWords, MistakesNameTheWord) {
   EXPECT_EQ(mistake_in("router red"), "there is no configuration of \"router\"");
   EXPECT_EQ(mistake_in("vrf"), "the VRF is missing behind \"vrf\"");
   EXPECT_EQ(mistake_in("vrf red"), "what of the VRF is missing behind \"red\"");
-  EXPECT_EQ(mistake_in("vrf red colour blue"),
-            "a VRF has no \"colour\", but description, rd, rt, policy, threshold, vni, bgp, ospf, rip, "
-            "eigrp, static");
+  EXPECT_EQ(
+      mistake_in("vrf red colour blue"),
+      "a VRF has no \"colour\", but description, rd, rt, policy, threshold, vni, bgp, ospf, rip, ripng, "
+      "eigrp, static");
   EXPECT_EQ(mistake_in("vrf red rt in 1:1"), "\"in\" is not import, export or both");
   EXPECT_EQ(mistake_in("vrf red rt import 1"), "\"1\" is not a route target (65000:1, 10.0.0.1:1)");
   EXPECT_EQ(mistake_in("vrf red rt import 1:1 ipv5"), "\"ipv5\" is not ipv4, ipv6 or evpn");

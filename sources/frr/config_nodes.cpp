@@ -217,13 +217,23 @@ bool is_named(const IgpProcess& process, const router::Interface& interface) {
          process.interfaces.end();
 }
 
-Nodes rip_nodes(const RunningConfig& config, const router::Router& router) {
+using MakeNode = KvConfigNode (*)(std::string_view vrf, std::string_view interface);
+
+Nodes nodes_of_rip(const std::vector<IgpProcess>& processes, const router::Router& router, MakeNode make) {
   Nodes nodes;
-  visit_members(config.rip, router, [&](const IgpProcess& process, const router::Interface& interface) {
+  visit_members(processes, router, [&](const IgpProcess& process, const router::Interface& interface) {
     if (!is_named(process, interface) && network_of(process, interface) == nullptr) return;
-    nodes.push_back(vrf_config::rip_interface(process.vrf, interface.name));
+    nodes.push_back(make(process.vrf, interface.name));
   });
   return sorted(std::move(nodes));
+}
+
+Nodes rip_nodes(const RunningConfig& config, const router::Router& router) {
+  return nodes_of_rip(config.rip, router, vrf_config::rip_interface);
+}
+
+Nodes ripng_nodes(const RunningConfig& config, const router::Router& router) {
+  return nodes_of_rip(config.ripng, router, vrf_config::ripng_interface);
 }
 
 Nodes eigrp_nodes(const RunningConfig& config, const router::Router& router) {
@@ -254,7 +264,7 @@ bool is_ospf(std::string_view path) {
   return is_below(path, vrf_config::kOspfScope) && !is_ospf6(path);
 }
 bool is_rip(std::string_view path) {
-  return is_below(path, vrf_config::kRipScope);
+  return is_below(path, vrf_config::kRipScope) && !vrf_config::is_ripng(path);
 }
 bool is_eigrp(std::string_view path) {
   return is_below(path, vrf_config::kEigrpScope);
@@ -271,6 +281,7 @@ const std::array<Program, kProgramCount> kPrograms{{
     {"ospfd", true, ospf_nodes, is_ospf},
     {"ospf6d", true, ospf6_nodes, is_ospf6},
     {"ripd", true, rip_nodes, is_rip},
+    {"ripngd", true, ripng_nodes, vrf_config::is_ripng},
     {"eigrpd", true, eigrp_nodes, is_eigrp},
     {"staticd", false, static_nodes, is_static},
 }};

@@ -27,7 +27,7 @@ struct Program {
 
 // bgpd: RDs, route targets, route policies, neighbours and the format of AS numbers. zebra: descriptions and
 // VNIs of VRFs.
-inline constexpr std::size_t kProgramCount = 7;
+inline constexpr std::size_t kProgramCount = 8;
 extern const std::array<Program, kProgramCount> kPrograms;
 
 // Every scope below which the suite has nodes.

@@ -227,6 +227,16 @@ TEST_F(ConfigNodes, RipIsEnabledByNetworksAndNames) {
       ElementsAre(vrf_config::rip_interface("green", "grn1"), vrf_config::rip_interface("green", "grn2")));
 }
 
+TEST_F(ConfigNodes, RipngIsEnabledByNetworksAndNames) {
+  AddInterface("grn1", "green", {"10.3.0.1/30", "2001:db8:1::1/64"});
+  AddInterface("grn2", "green", {"10.4.0.1/30"});
+  AddInterface("grn3", "green", {"2001:db8:2::1/64"});
+  const std::string config = "router ripng vrf green\n network 2001:db8:1::/48\n network grn2\n";
+  EXPECT_THAT(Say("ripngd", config), ElementsAre(vrf_config::ripng_interface("green", "grn1"),
+                                                 vrf_config::ripng_interface("green", "grn2")));
+  EXPECT_THAT(Paths("ripd", config), IsEmpty());
+}
+
 TEST_F(ConfigNodes, Ospf6IsEnabledByTheAreaOfAnInterfaceAndTheProcessOfItsVrf) {
   AddInterface("blue1", "blue", {"2001:db8::1/64"});
   const std::string interface = "interface blue1\n ipv6 ospf6 area 0.0.0.9\nexit\n";
@@ -259,7 +269,7 @@ TEST_F(ConfigNodes, ProgramSaysNothingOfTheOthers) {
       "interface red\n description d\nrouter ospf vrf red\n network 0.0.0.0/0 area 0\n"
       "router rip vrf red\n network 0.0.0.0/0\nrouter eigrp 1 vrf red\n network 0.0.0.0/0\n"
       "vrf red\n ip route 10.9.0.0/16 Null0\n vni 100\n"
-      "interface red1\n ipv6 ospf6 area 0\nrouter ospf6 vrf red\n"
+      "interface red1\n ipv6 ospf6 area 0\nrouter ospf6 vrf red\nrouter ripng vrf red\n network red1\n"
       "router bgp 65000 as-notation dot\n";
   for (const Program& speaker : frr::kPrograms) {
     const Nodes nodes = speaker.nodes(frr::parse_running_config(all), router);

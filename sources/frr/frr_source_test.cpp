@@ -378,6 +378,18 @@ TEST_F(DerivedItemsOfTheSuite, AreWrittenLaterWhenThatFailed) {
   EXPECT_THAT(HeldDerived(), IsEmpty());
 }
 
+TEST_F(FrrSourceTest, RipAndRipngOfAnInterfaceComeAndGoApart) {
+  suite.Configure("ripd", "router rip vrf blue\n network blue1\n");
+  suite.Configure("ripngd", "router ripng vrf blue\n network blue1\n");
+  Start();
+  Hear("ripd");
+  Hear("ripngd");
+  EXPECT_THAT(Held(), UnorderedElementsAre("vrf blue rip interface blue1", "vrf blue ripng interface blue1"));
+  suite.Configure("ripd", "");
+  Hear("ripd");
+  EXPECT_THAT(Held(), UnorderedElementsAre("vrf blue ripng interface blue1"));
+}
+
 TEST_F(FrrSourceTest, InterfacesAreFollowedWithoutAChangeOfText) {
   StartWith("ospfd", "router ospf vrf blue\n network 10.0.0.0/8 area 0\n");
   EXPECT_EQ(Held().size(), 1U);
