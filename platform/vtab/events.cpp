@@ -73,7 +73,7 @@ void Service::call_back(const Event& event) {
 void Service::deliver_front() {
   const std::uint64_t generation = generation_;
   const Event& event = events_.front();
-  if (!event.is_vrf && !event.change.has_up()) show_downs(event.interface, event.to);
+  if (event.is_of_state() && !event.change.has_up()) show_downs(event.interface, event.to);
   call_back(event);
   if (generation != generation_) return;
   close_left_accesses();
@@ -90,7 +90,11 @@ void Service::settle(Event event) {
     release(name.c_str());
   } else {
     --event.interface->queued_events;
-    show(event.interface, std::move(event.to));
+    if (event.is_of_state()) {
+      show(event.interface, std::move(event.to));
+    } else {
+      interfaces.give_up_name(event.interface, event.former_name);
+    }
     interfaces.release(event.interface);
   }
 }

@@ -382,10 +382,12 @@ TEST_F(Records, InterfaceRecordInAccessOutlivesItsInterface) {
   SetLink("ge0", false);
   EXPECT_EQ(second.Begin("ge0", "red"), kStatusDeadlock);
   Remove("ge0");
-  AddInterface("ge0", 7, "red");
-  EXPECT_NE(vtab_get_if_record("ge0"), access.record);
+  AddInterface("ge0", 7, "blue");
   EXPECT_STREQ(access.record->if_name, "ge0");
+  Run();
+  EXPECT_EQ(vtab_get_if_record("ge0"), access.record) << "the name is still its own";
   EXPECT_EQ(access.End("red"), kStatusOk);
+  EXPECT_STREQ(vtab_get_if_record("ge0")->vrf_name, "blue");
 }
 
 TEST_F(Records, FailedInterfaceAccessIsReportedToTheCallback) {

@@ -48,8 +48,8 @@ void show(IfNode* node, IfState state) {
 }
 
 IfNode* IfRecords::find(std::string_view name) const {
-  const auto found = by_name_.find(name);
-  return found == by_name_.end() ? nullptr : found->second;
+  const auto found = holders_.find(name);
+  return found == holders_.end() ? nullptr : found->second.front();
 }
 
 const IfNode* IfRecords::first() const {
@@ -61,32 +61,28 @@ const IfNode* IfRecords::after(std::uint32_t index) const {
   return next == by_index_.end() ? nullptr : &next->second;
 }
 
-// An entry's key lies in its node, so another node's name replaces the entry, not only what it points to.
-void IfRecords::enter_name(IfNode* node) {
-  by_name_.erase(node->if_name);
-  by_name_.emplace(node->if_name, node);
-}
-
-void IfRecords::forget_name(const IfNode& node) {
-  const auto found = by_name_.find(node.if_name);
-  if (found != by_name_.end() && found->second == &node) by_name_.erase(found);
+void IfRecords::give_up_name(const IfNode* node, std::string_view name) {
+  const auto found = holders_.find(name);
+  std::vector<IfNode*>& holders = found->second;
+  holders.erase(std::find(holders.begin(), holders.end(), node));
+  if (holders.empty()) holders_.erase(found);
 }
 
 IfNode* IfRecords::add(const router::Interface& interface) {
   IfNode& node = by_index_[interface.index];
   set_identity(&node, interface);
   show(&node, {});
-  enter_name(&node);
+  holders_[interface.name].push_back(&node);
   return &node;
 }
 
 IfNode* IfRecords::change(std::uint32_t old_index, const router::Interface& now) {
   auto taken = by_index_.extract(old_index);
-  forget_name(taken.mapped());
-  set_identity(&taken.mapped(), now);
+  IfNode* const node = &taken.mapped();
+  if (now.name != node->if_name) holders_[now.name].push_back(node);
+  set_identity(node, now);
   taken.key() = now.index;
-  IfNode* const node = &by_index_.insert(std::move(taken)).position->second;
-  enter_name(node);
+  by_index_.insert(std::move(taken));
   return node;
 }
 
@@ -100,12 +96,12 @@ IfNode* IfRecords::remove(std::uint32_t index) {
 
 void IfRecords::release(IfNode* node) {
   if (!node->is_removed || node->queued_events > 0 || node->in_access) return;
-  forget_name(*node);
+  give_up_name(node, node->if_name);
   removed_.erase(node);
 }
 
 void IfRecords::clear() {
-  by_name_.clear();
+  holders_.clear();
   by_index_.clear();
   removed_.clear();
 }

@@ -2,16 +2,18 @@
 //
 // A node never moves while its interface exists, whatever becomes of its name and index: the map's node is
 // taken out and put back under the new key. The record of an interface that was removed stays findable by its
-// name, until the client was told all about it or another interface has the name.
+// name until the client was told all about it.
 //
-// Name, VRF and index of a record are the interface's own at once. Its states and addresses are those that
-// the client has been told of: they go through the queue of events (events.cpp).
+// Name, VRF and index of a record are the interface's own at once. Its states and addresses, and the record
+// that a look-up by name finds, are those that the client has been told of: they go through the queue of
+// events (events.cpp). So a name has a list of holders, in the order in which they took it; the first is the
+// one that the client knows by it.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/router/router.h"
@@ -60,21 +62,21 @@ class IfRecords {
 
   // Down and without addresses.
   IfNode* add(const router::Interface& interface);
-  // REQUIRES: `old_index` is the index under which the interface was added or last changed.
+  // A former name is held until it is given up. REQUIRES: `old_index` is the index under which the interface
+  // was added or last changed.
   IfNode* change(std::uint32_t old_index, const router::Interface& now);
   // Off the walk; released when nothing holds it. The node of the index.
   IfNode* remove(std::uint32_t index);
   // Frees a removed node that has no event left and is not accessed.
   void release(IfNode* node);
+  // REQUIRES: the node holds the name.
+  void give_up_name(const IfNode* node, std::string_view name);
   void clear();
 
  private:
-  void forget_name(const IfNode& node);
-  void enter_name(IfNode* node);
-
   using Map = std::map<std::uint32_t, IfNode>;
   Map by_index_;
-  std::unordered_map<std::string_view, IfNode*> by_name_;  // the keys are the records' own names
+  std::map<std::string, std::vector<IfNode*>, std::less<>> holders_;  // of a name; no list is empty
   std::map<const IfNode*, Map::node_type> removed_;
 };
 

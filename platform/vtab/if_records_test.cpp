@@ -64,6 +64,23 @@ TEST_F(Records, RenamedInterfaceKeepsItsRecord) {
   EXPECT_THAT(InterfaceWalk(), ElementsAre("ge9=10", "ge1=20"));
 }
 
+TEST_F(Records, NameFindsTheInterfaceThatTheClientKnowsByItUntilTheChangeIsDelivered) {
+  AddInterface("ge0", 7);
+  AddInterface("ge1", 8);
+  StartClient();
+  const VtabIfRecord* first = vtab_get_if_record("ge0");
+  const VtabIfRecord* second = vtab_get_if_record("ge1");
+  Rename("ge0", "aside", 7);
+  Rename("ge1", "ge0", 8);
+  Rename("aside", "ge1", 7);
+  EXPECT_EQ(vtab_get_if_record("ge0"), first);
+  EXPECT_EQ(vtab_get_if_record("ge1"), second);
+  Run();
+  EXPECT_EQ(vtab_get_if_record("ge0"), second);
+  EXPECT_EQ(vtab_get_if_record("ge1"), first);
+  EXPECT_EQ(vtab_get_if_record("aside"), nullptr);
+}
+
 TEST_F(Records, MovedInterfaceNamesItsNewVrf) {
   AddInterface("ge0", 7, "red");
   const VtabIfRecord* record = vtab_get_if_record("ge0");
@@ -267,13 +284,13 @@ TEST_F(Records, InterfaceRemovedWhileUpIsToldAsDownWithItsRecord) {
   EXPECT_EQ(vtab_get_if_record("ge0"), nullptr);
 }
 
-TEST_F(Records, NameOfARemovedInterfaceBelongsToItsSuccessorAtOnce) {
+TEST_F(Records, NameOfARemovedInterfaceBelongsToItsSuccessorWhenTheRemovalIsDelivered) {
   AddUsableInterface("ge0", 7, "red");
   SetLink("ge0", true);
   StartClient();
   Remove("ge0");
   AddInterface("ge0", 9, "red");
-  EXPECT_EQ(vtab_get_if_record("ge0")->if_index, 9U);
+  EXPECT_EQ(vtab_get_if_record("ge0")->if_index, 7U);
   Run();
   EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record ge0"));
   EXPECT_EQ(vtab_get_if_record("ge0")->if_index, 9U);

@@ -134,12 +134,25 @@ void Service::interface_added(const router::Interface& interface) {
   take_over(interfaces.add(interface), interface.name, interface, change_between({}, state_of(interface)));
 }
 
-// An interface that went down is delivered before the membership event that brings its new name, so under the
-// former one.
+// What went down is delivered under the former name, what came up under the new one.
 void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
   IfNode* const node = interfaces.change(before.index, now);
   const IfChange change = change_between(state_of(before), state_of(now));
+  const bool is_renamed = before.name != now.name;
+  if (is_renamed && change.has_up()) leave_name(node, before.name);
   take_over(node, change.has_up() ? now.name : before.name, now, change);
+  if (is_renamed && !change.has_up()) leave_name(node, before.name);
+}
+
+// The client knows the interface by this name until the membership service has announced the new one.
+void Service::leave_name(IfNode* node, const std::string& former_name) {
+  if (!client.has_if_events) return interfaces.give_up_name(node, former_name);
+  ++node->queued_events;
+  Event event;
+  event.turn = vmap_turn(model_->changes(), VmapPhase::kRecord);
+  event.interface = node;
+  event.former_name = former_name;
+  queue(std::move(event));
 }
 
 // A host takes an interface down and up again to put it into another VRF, though only the outcome may be

@@ -24,10 +24,13 @@ struct Event {
 
   // Of an interface. Names as they were at the time.
   IfNode* interface = nullptr;  // kept alive by interface->queued_events
+  std::string former_name;      // given up at this turn; nothing else happens then
   std::string if_name;
   std::string vrf_name;
   IfChange change;
   IfState to;
+
+  bool is_of_state() const { return !is_vrf && former_name.empty(); }
 };
 
 // The names of an interface and of its VRF at the time of an event.
@@ -94,6 +97,7 @@ class Service : public router::Observer {
   void queue_vrf_event(VrfNode* node, std::uint32_t code);
   void take_over(IfNode* node, const std::string& name, const router::Interface& interface,
                  const IfChange& change);
+  void leave_name(IfNode* node, const std::string& former_name);
   void queue_if_event(IfNode* node, const IfPlace& place, const IfChange& change, IfState to);
   void queue(Event event);
   void post_delivery();

@@ -280,6 +280,35 @@ TEST_F(TrapSequence, InterfaceThatIsRenamedAndComesUpAtOnceRaisesUp) {
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
 }
 
+// Until an interface's departure is delivered, its name means that interface and no other that took the name
+// since.
+TEST_F(TrapSequence, NameThatAnotherInterfaceTakesAtOnceStillMeansTheOneThatLeft) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  Add("ge1", "default");
+  ComeUp("ge0");
+  ComeUp("ge1");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+  Join("ge0", "default");
+  Rename("ge0", "aside");
+  Rename("ge1", "ge0");
+  Rename("aside", "ge1");
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+}
+
+TEST_F(TrapSequence, InterfacesThatGoDownAndAreMadeAgainInOneMomentRaiseOneDown) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  Add("ge1", "red");
+  ComeUp("ge0");
+  ComeUp("ge1");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+  LinkDown("ge1");
+  RemoveInterface("ge0");
+  AddInterface("ge0", "default");
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+}
+
 TEST_F(TrapSequence, FirstAddressOfALinkThatIsUpRaisesUpAndTheLastThatGoesRaisesDown) {
   AddInterface("ge0", "red");
   LinkUp("ge0");
