@@ -29,6 +29,7 @@ def parse_arguments():
     parser.add_argument("--seeds", type=int, help="how many seeds, each one above the last; otherwise until the time is over")
     parser.add_argument("--minutes", type=float, default=1.0, help="no batch begins after that (1)")
     parser.add_argument("--operations", type=int, default=500, help="of each seed (500)")
+    parser.add_argument("--without", default="", metavar="NAMES", help="operations of World to leave out, between commas")
     parser.add_argument("--minimise", type=float, default=600.0, metavar="SECONDS", help="for shortening a sequence (600)")
     parser.add_argument("--replay", metavar="FILE", help="the steps in the file, as a mismatch leaves them in $UML_OUT, with the settings of the first seed")
     return parser.parse_args()
@@ -88,7 +89,7 @@ def run_seeds(arguments, settings, deadline):
     total = 0
     last = arguments.seed + arguments.seeds if arguments.seeds else sys.maxsize
     for seed in itertools.takewhile(lambda seed: seed < last and time.monotonic() < deadline, itertools.count(arguments.seed)):
-        world = World(seed, settings.release is not None)
+        world = World(seed, settings.release is not None, arguments.without.split(","))
         run = in_child(seed, random_batches(world, arguments.operations, deadline), settings)
         report(seed, run)
         total += run["operations"]

@@ -18,13 +18,15 @@ def cell_errors(expected, seen):
             f"shown {seen.get(column_index, 'no row')!r}" for column_index in sorted(differing) for column, index in [column_index]]
 
 
-def target_errors(expected, cells):
-    """The route target table: rows numbered from 1 in each VRF, in an order that is not fixed."""
+def target_errors(model, cells):
+    """The route target table: rows numbered from 1 in each VRF, in an order that is not fixed. Those of VRFs that are only
+    configured are not judged."""
     rows = {}
     for (column, index), value in cells.items():
-        if column[:4] == TARGET:
+        if column[:4] == TARGET and vrf_of(index) in model.vrfs:
             rows.setdefault(index, {})[column[4]] = value
     seen = {(vrf_of(index), index[-1], FAMILIES.get(row[5]), row[4].decode()) for index, row in rows.items()}
+    expected = model.suite.targets
     numbers = sorted((vrf_of(index), index[-2]) for index in rows)
     counted = [(vrf, number) for vrf, group in itertools.groupby(numbers, lambda each: each[0])
                for number, _ in enumerate(group, 1)]
@@ -52,7 +54,7 @@ def view_errors(model, command_line):
     members = {key: link["ifname"] for key, link in model.members.items()}
     for what, expected, seen in (("show scalars", scalars, command_line.scalars()),
                                  ("show interfaces", members, command_line.interfaces()),
-                                 ("show route-targets", model.suite.targets, command_line.targets())):
+                                 ("show route-targets", model.suite.targets, command_line.targets(model.vrfs))):
         if expected != seen:
             found.append(f"{what}: expected {expected}, shown {seen}")
     for vrf in model.vrfs:
@@ -87,7 +89,7 @@ class Comparison:
         self.model = Model(kernel, self.rig.suite_says(kernel), self.rig.thresholds)
         try:
             cells = walk_mib(self.rig.system.port)
-            found = cell_errors(self.model.cells(), cells) + target_errors(self.model.suite.targets, cells)
+            found = cell_errors(self.model.cells(), cells) + target_errors(self.model, cells)
         except (RuntimeError, TimeoutError, ConnectionError) as failure:
             found = [f"SNMP: {failure}"]
         found = found or self.rig.trap_errors(self.model.active_vrfs()) or view_errors(self.model, self.rig.command_line)

@@ -1,8 +1,8 @@
 """The routing suite beside the system: runs it, configures it, and reads what its operational commands state.
 
-RDs and route targets of a VRF are what the suite does with them. The RD is that of its route in the VPN table. For every
-route target of the pool the suite has a probe, a BGP instance without a VRF device that imports and exports it alone: a
-VRF whose route a probe has exports the probe's target, a VRF that has a probe's route imports it.
+RDs and route targets of a VRF are what the suite does with them. RD and exported targets are those of its route in the VPN
+table. For every route target of the pool the suite has a probe, a BGP instance without a VRF device that exports it alone:
+a VRF that has the probe's route imports it.
 """
 import re
 
@@ -15,6 +15,7 @@ import suite as suites
 
 PROGRAMS = ("zebra", "staticd", "bgpd", "ospfd", "ripd")
 TARGETS = ("65000:1", "65000:99", "192.0.2.1:7", "4200000000:30")
+IMPORT, EXPORT = 1, 2
 BGP, OSPF, RIP, STATIC = 1, 2, 3, 5
 FAMILIES = {4: "ipv4", 6: "ipv6"}
 
@@ -93,19 +94,24 @@ class LiveSuite:
     def state(self, kernel, places):
         """`places`: {VRF: its place}."""
         state = Suite()
-        self.read_vpn(state, places)
+        self.read_vpn(state, kernel, places)
         self.read_protocols(state, kernel)
         self.read_descriptions(state, kernel)
         return state
 
-    def read_vpn(self, state, places):
+    def read_vpn(self, state, kernel, places):
+        """Of VRFs that the kernel has: a BGP instance without a device imports nothing."""
         for version, family in FAMILIES.items():
             rds = self.distinguishers(family)
             tables = self.shell.ask_json(f"show bgp vrf all {family} unicast json")
-            has = {vrf: set(table.get("routes", {})) for vrf, table in tables.items()}
-            has.pop("default", None)
-            for vrf in has:
-                self.add_vrf(state, version, vrf, places.get(vrf) or int(vrf.removeprefix("probe")), rds, has)
+            for vrf in kernel.vrfs():
+                if vrf in rds:
+                    state.rds.setdefault(vrf, rds[vrf])
+                    exported = self.exported_targets(family, route_of(version, places[vrf]))
+                    state.targets.update((vrf, EXPORT, version, target) for target in exported)
+                routes = tables.get(vrf, {}).get("routes", {})
+                state.targets.update((vrf, IMPORT, version, target) for target in TARGETS
+                                     if route_of(version, probe_place(target)) in routes)
 
     def distinguishers(self, family):
         """{VRF: RD} of the routes that VRFs export."""
@@ -113,16 +119,10 @@ class LiveSuite:
         return {path["nhVrfName"]: rd for rd, prefixes in shown.items() for paths in prefixes.values() for path in paths
                 if "nhVrfName" in path}
 
-    @staticmethod
-    def add_vrf(state, version, vrf, place, rds, has):
-        if vrf in rds and (version == 4 or vrf not in state.rds):
-            state.rds[vrf] = rds[vrf]
-        for target in TARGETS:
-            probe = probe_place(target)
-            if route_of(version, probe) in has.get(vrf, ()):
-                state.targets.add((vrf, 1, version, target))
-            if route_of(version, place) in has.get(f"probe{probe}", ()):
-                state.targets.add((vrf, 2, version, target))
+    def exported_targets(self, family, prefix):
+        shown = self.shell.ask_json(f"show bgp {family} vpn {prefix} json")
+        return {word.removeprefix("RT:") for route in shown.values() for path in route["paths"]
+                for word in path.get("extendedCommunity", {}).get("string", "").split()}
 
     def read_protocols(self, state, kernel):
         ospf = self.shell.ask_json("show ip ospf vrf all interface json")

@@ -34,8 +34,7 @@ class Check:
 class Suite:
     """What the routing suite states; empty without one."""
     rds: dict = dataclasses.field(default_factory=dict)           # VRF: text
-    # (VRF, import 1 or export 2, family 4 or 6, text); of VRFs that the kernel does not have, too
-    targets: set = dataclasses.field(default_factory=set)
+    targets: set = dataclasses.field(default_factory=set)         # (VRF, import 1 or export 2, family 4 or 6, text)
     protocols: dict = dataclasses.field(default_factory=dict)     # (VRF, interface name): numbers
     may_be: dict = dataclasses.field(default_factory=dict)        # the same: not stated, but not excluded either
     descriptions: dict = dataclasses.field(default_factory=dict)  # VRF: text

@@ -18,10 +18,11 @@ OWN_TOOLS = ("mpls", "kill", "start", "suite")  # the rest is for ip(8)
 class World(RandomRoutes, RandomSuite):
     vrf_names, interface_names = VRF_NAMES, INTERFACE_NAMES
 
-    def __init__(self, seed, has_suite=False):
+    def __init__(self, seed, has_suite=False, without=()):
         self.random = random.Random(seed)
         self.shares_tables = not has_suite  # the suite does not start when two VRFs have one table
-        self.weights = self.WEIGHTS + (self.SUITE_WEIGHTS if has_suite else ())
+        weights = self.WEIGHTS + (self.SUITE_WEIGHTS if has_suite else ())
+        self.weights = [each for each in weights if each[0] not in without]
         self.vrfs = {}        # name: {"index", "table"}
         self.interfaces = {}  # name: {"index", "vrf", "up", "number"}
         self.next_index, self.free_indexes = FIRST_INDEX, []
