@@ -1,0 +1,307 @@
+#!/usr/bin/env python3
+"""system_frr_vpn.py BIN_DIRECTORY VERSION: what a VRF gets from a routing suite of that major version (see suite.py)
+beside configured RDs and route targets. Runs in the guest (see uml-run), as root.
+
+VRFs import each other by name, export VPN routes, and have a VNI; the RDs and route targets that the suite derives must
+be in the MIB, and change with a router ID as the suite's own commands show it. So must the protocols of interfaces:
+OSPFv3, RIPng, BGP with neighbors of a listen range and on an interface.
+"""
+import json
+import re
+import sys
+import unittest
+
+import suite
+from guest_system import GuestSystemTest  # before system
+from suite import batch, run
+from system import wait_until
+
+VRFS = {"red": 10, "blue": 20, "green": 30, "gold": 40, "gray": 50}
+MEMBERS = {"red1": "red", "red2": "red", "blue1": "blue", "green1": "green", "gold1": "gold", "gray1": "gray"}
+PROGRAMS = ("zebra", "staticd", "bgpd", "ospf6d", "ripngd", "isisd")
+FAMILIES = {"ipv4": "IPv4 Unicast", "ipv6": "IPv6 Unicast", "evpn": ""}
+
+# The bridge of a VXLAN makes the VNI of its VRF one of layer 3.
+VNIS = "".join(f"""
+link add br{vni} type bridge
+link set br{vni} master {vrf} addrgenmode none
+link set br{vni} up
+link add vx{vni} type vxlan id {vni} local 10.255.0.1 dstport 4789 nolearning
+link set vx{vni} master br{vni} addrgenmode none
+link set vx{vni} up
+""" for vrf, vni in (("gold", 100), ("gray", 200)))
+
+CONFIG = """hostname pe1
+vrf gold
+ vni 100
+exit-vrf
+vrf gray
+ vni 200
+exit-vrf
+interface red2
+ ipv6 ospf6 area 0.0.0.1
+exit
+interface green1
+ ipv6 ospf6 area 0
+ ip router isis A
+exit
+router isis A vrf green
+ net 49.0001.0000.0000.0001.00
+exit
+router ospf6 vrf red
+ ospf6 router-id 10.1.0.1
+exit
+router ripng vrf red
+ network 2001:db8:1::/48
+ network red2
+exit
+router ripng vrf blue
+ network blue1
+exit
+router bgp 65000
+ bgp router-id 10.255.0.1
+ neighbor 10.255.0.2 remote-as 65000
+ address-family l2vpn evpn
+  neighbor 10.255.0.2 activate
+  advertise-all-vni
+ exit-address-family
+exit
+router bgp 65000 vrf red
+ bgp router-id 10.1.0.1
+ neighbor CE peer-group
+ neighbor CE remote-as 65101
+ bgp listen range 10.1.0.0/24 peer-group CE
+ address-family ipv4 unicast
+  redistribute connected
+  import vrf blue
+ exit-address-family
+exit
+router bgp 65000 vrf blue
+ bgp router-id 10.3.0.1
+ neighbor blue1 interface remote-as external
+ address-family ipv4 unicast
+  redistribute connected
+  import vrf red
+ exit-address-family
+ address-family ipv6 unicast
+  redistribute connected
+  import vrf red
+ exit-address-family
+exit
+router bgp 65000 vrf green
+ bgp router-id 10.4.0.1
+ address-family ipv4 unicast
+  redistribute connected
+  label vpn export auto
+  rd vpn export 65000:30
+  rt vpn both 65000:30
+  export vpn
+  import vpn
+ exit-address-family
+exit
+router bgp 65000 vrf gold
+ bgp router-id 10.5.0.1
+ address-family l2vpn evpn
+  advertise ipv4 unicast
+ exit-address-family
+exit
+router bgp 65000 vrf gray
+ bgp router-id 10.6.0.1
+ address-family l2vpn evpn
+  rd 65000:200
+  route-target import 65000:201
+  route-target import 10.0.0.1:202
+  route-target export 4200000000:203
+ exit-address-family
+exit
+"""
+ROUTER_IDS = [line for vrf, address in (("red", "10.9.1.1"), ("blue", "10.9.2.1"), ("green", "10.9.3.1"), ("gold", "10.9.4.1"))
+              for line in (f"router bgp 65000 vrf {vrf}", f"bgp router-id {address}", "exit")]
+
+
+def prepare_router():
+    run("modprobe", "-a", "ipv6", "vrf", "dummy", "bridge", "vxlan", "mpls_router", "mpls_iptunnel")
+    run("sysctl", "-qw", "net.ipv4.ip_forward=1", "net.ipv6.conf.all.forwarding=1", "net.mpls.platform_labels=1048575")
+    lines = [f"link add {vrf} type vrf table {table}\nlink set {vrf} up" for vrf, table in VRFS.items()]
+    for number, (name, vrf) in enumerate(MEMBERS.items(), 1):
+        lines += [f"link add {name} type dummy", f"link set {name} master {vrf}", f"link set {name} up",
+                  f"addr add 10.{number}.0.1/24 dev {name}", f"addr add 2001:db8:{number}::1/64 dev {name} nodad"]
+    batch("\n".join(lines) + "\naddr add 10.255.0.1/32 dev lo\n" + VNIS)
+
+
+class Vpns(GuestSystemTest):
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        prepare_router()
+        cls.suite = suite.Suite(RELEASE, None, PROGRAMS, CONFIG)
+        cls.suite.start()
+        cls.suite.load()
+        cls.frr = " ".join(cls.suite.shell_words()) if RELEASE.root else None
+        super().setUpClass()
+
+    @classmethod
+    def tearDownClass(cls):
+        print(cls.system.log("daemon"), flush=True)
+        super().tearDownClass()
+        cls.suite.stop()
+
+    # --- what the suite shows ---
+
+    def leaks(self):
+        """(family, VRF, RD, import targets, export targets) of VRFs that import by name or are imported."""
+        for family in ("ipv4", "ipv6"):
+            shown = self.suite.show_json(f"show bgp vrf all {family} unicast route-leak json")
+            for vrf, leak in shown["vrfs"].items():
+                if vrf in VRFS:
+                    yield (family, vrf, *("" if leak[key] == "none" else leak[key]
+                                          for key in ("routeDistinguisher", "importRts", "exportRts")))
+
+    def exports(self):
+        """(VRF, RD, targets) of the VPN routes of this router."""
+        table = self.suite.show("show bgp ipv4 vpn").splitlines()
+        index = {f"@{link['ifindex']}<": link["ifname"] for link in json.loads(run("ip", "-j", "link"))}
+        rd = vrf = None
+        for line in table:
+            if line.startswith("Route Distinguisher: "):
+                rd = line.split()[-1]
+            for mark, name in index.items():
+                vrf = name if mark in line else vrf
+            targets = re.search(r"EC\{(.*?)\}", line)
+            if targets:
+                yield vrf, rd, targets[1]
+
+    def evpn(self):
+        """(VRF, RD, import targets, export targets) of VRFs with a VNI."""
+        vrf_of = {shown["l3vni"]: vrf for vrf, shown in self.suite.show_json("show bgp vrfs json")["vrfs"].items()}
+        for shown in self.suite.show_json("show bgp l2vpn evpn vni json").values():
+            if isinstance(shown, dict) and shown["type"] == "L3":
+                yield vrf_of[shown["vni"]], shown["rd"], shown["importRTs"], shown["exportRTs"]
+
+    def suite_items(self):
+        """{VRF: RD} and {(VRF, kind, family, target)}."""
+        rds, targets = {}, set()
+
+        def add(vrf, family, rd, imports, exports):
+            if rd:
+                rds.setdefault(vrf, {})[family] = rd
+            targets.update((vrf, "import", FAMILIES[family], text) for text in imports)
+            targets.update((vrf, "export", FAMILIES[family], text) for text in exports)
+
+        for family, vrf, rd, imports, exports in self.leaks():
+            add(vrf, family, rd, imports.split(), exports.split())
+        for vrf, rd, texts in self.exports():
+            add(vrf, "ipv4", rd, (), texts.split())
+        for vrf, rd, imports, exports in self.evpn():
+            add(vrf, "evpn", rd, imports, exports)
+        add("green", "ipv4", "", ("65000:30",), ())  # no command shows what a VRF imports that does not import by name
+        return {vrf: min(families.items(), key=lambda item: list(FAMILIES).index(item[0]))[1]
+                for vrf, families in rds.items()}, targets
+
+    def suite_protocols(self):
+        """{interface: {protocol}}."""
+        found = {name: set() for name in MEMBERS}
+        for vrf in VRFS:
+            for name, shown in self.suite.show_json(f"show ipv6 ospf6 vrf {vrf} interface json").items():
+                if shown.get("attachedToArea"):
+                    found[name].add("ospf")
+        for vrf in ("red", "blue"):
+            table = self.suite.show(f"show ipv6 ripng vrf {vrf} status").partition("Recv")[2].partition("Routing for")[0]
+            for name in re.findall(r"^    (\S+) ", table, re.MULTILINE):
+                found[name].add("rip")
+        for name, vrf in MEMBERS.items():
+            peers = self.suite.show_json(f"show bgp vrf {vrf} summary json")
+            if any(family.get("peers") for family in peers.values() if isinstance(family, dict)) or \
+                    "listen range" in self.suite.show(f"show bgp vrf {vrf} peer-group"):
+                found[name].add("bgp")
+        return found
+
+    # --- what the MIB shows ---
+
+    def mib_items(self):
+        rds = {vrf["name"]: vrf["rd"] for vrf in self.system.cli_json("show", "vrf") if vrf["rd"]}
+        targets = {(row["vrfName"], row["typeName"], row["description"], row["rt"])
+                   for row in self.system.cli_json("show", "route-targets")}
+        return rds, targets
+
+    def mib_protocols(self):
+        return {row["name"]: set(row["protocolNames"]) - {"none"} for row in self.system.cli_json("show", "interfaces")
+                if row["name"] in MEMBERS}
+
+    def assert_equal_to_suite(self, seconds=20.0):
+        def agrees():
+            return self.mib_items() == self.suite_items() and self.mib_protocols() == self.suite_protocols()
+        try:
+            wait_until("the MIB to show what the suite shows", agrees, seconds, every=0.2)
+        except AssertionError:
+            self.assertEqual(self.mib_items(), self.suite_items())
+            self.assertEqual(self.mib_protocols(), self.suite_protocols())
+            raise
+
+    def owned(self, owner):
+        return self.system.cli("config", "show", "--owner", owner).stdout
+
+    # --- the tests ---
+
+    def test_1_the_mib_has_what_the_suite_derives(self):
+        wait_until("the VNIs", lambda: len(list(self.evpn())) == 2, 30)
+        wait_until("VPN routes", lambda: {vrf for vrf, *_ in self.exports()} >= {"red", "blue", "green"}, 30)
+        self.assert_equal_to_suite()
+        rds, targets = self.mib_items()
+        self.assertEqual(set(rds), set(VRFS))
+        self.assertEqual((rds["green"], rds["gray"]), ("65000:30", "65000:200"))
+        self.assertTrue(all(rds[vrf].startswith(f"10.{number}.0.1:")
+                            for vrf, number in (("red", 1), ("blue", 3), ("gold", 5))), rds)
+        self.assertIn(("gold", "import", "", "65000:100"), targets)
+        self.assertIn(f"vrf red rd {rds['red']} ipv4", self.owned("frr-derived"))
+        self.assertNotIn(" gray ", self.owned("frr-derived"))
+
+    def test_2_interfaces_have_their_protocols(self):
+        self.assert_equal_to_suite()
+        self.assertEqual(self.mib_protocols(), {"red1": {"bgp", "rip"}, "red2": {"bgp", "rip", "ospf"},
+                                                "blue1": {"bgp", "rip"}, "green1": set(), "gold1": set(), "gray1": set()})
+        circuits = self.suite.show_json("show isis vrf green interface json")["areas"][0]["circuits"]
+        self.assertEqual(circuits[0]["interface"]["name"], "green1", "IS-IS runs, and no subscription can carry it")
+
+    def test_3_vnis_are_in_the_configuration(self):
+        shown = {vrf: item["l3vni"] for vrf, item in self.suite.show_json("show bgp vrfs json")["vrfs"].items() if item["l3vni"]}
+        lines = self.owned("frr").splitlines()
+        self.assertEqual({tuple(line.split()[2:5]) for line in lines if " vni " in line},
+                         {(vrf, "vni", str(vni)) for vrf, vni in shown.items()})
+
+    def test_4_router_ids_change_what_is_derived(self):
+        before = self.mib_items()
+        self.suite.configure(*ROUTER_IDS)
+        wait_until("the suite", lambda: all(self.suite_items()[0][vrf] != before[0][vrf]
+                                            for vrf in ("red", "blue", "green", "gold")), 10)
+        self.assert_equal_to_suite()
+        rds, _ = self.mib_items()
+        self.assertTrue(all(rds[vrf].startswith(f"10.9.{number}.1:")
+                            for number, vrf in enumerate(("red", "blue", "green", "gold"), 1)), rds)
+
+    def test_5_configured_rds_take_over_from_derived_ones(self):
+        self.suite.configure("router bgp 65000 vrf blue", "address-family ipv4 unicast", "no import vrf red",
+                             "exit-address-family", "address-family ipv6 unicast", "no import vrf red")
+        self.suite.configure("router bgp 65000 vrf gold", "address-family l2vpn evpn", "rd 65000:9", "route-target export 65000:8")
+        self.assert_equal_to_suite()
+        self.assertEqual(self.mib_items()[0]["gold"], "65000:9")
+
+    def test_6_numbers_in_asdot(self):
+        if RELEASE.major < 10:
+            self.skipTest(f"FRR {RELEASE.version} has no as-notation")
+        for vrf in ("red", "blue", "green"):
+            self.suite.configure(f"no router bgp 65000 vrf {vrf}")
+        self.suite.configure("router bgp 1.10 vrf green as-notation dot+", "bgp router-id 10.4.0.1", "address-family ipv4 unicast",
+                             "redistribute connected", "label vpn export auto", "rd vpn export 0.65000:100000",
+                             "rt vpn export 1.10:30 0.65000:31", "rt vpn import 65000:30", "export vpn", "import vpn")
+        wait_until("the export", lambda: any(vrf == "green" for vrf, *_ in self.exports()), 10)
+        self.assert_equal_to_suite()
+        self.assertEqual(self.mib_items()[0]["green"], "65000:100000")
+        self.assertIn(("green", "export", "IPv4 Unicast", "65546:30"), self.mib_items()[1])
+
+
+if __name__ == "__main__":
+    RELEASE = suite.find_or_skip("system_frr_vpn", int(sys.argv.pop(1)))
+    print(f"FRR {RELEASE.version}", flush=True)
+    unittest.main(verbosity=2)
