@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """What `cmake --install` makes of a build is a system that runs: everything is where the service files and the programs
-look for it, and routes are counted, which takes the modules."""
+look for it, and routes are counted, which takes the modules. Debug information is in files of its own."""
 import json
 import os
 import pathlib
@@ -15,7 +15,7 @@ ROUTER = """\
 vrfs: [{name: red, table: 10, routes: [{prefix: 10.1.0.0/16, type: blackhole, protocol: static}]}]
 interfaces: []
 """
-FILES = {
+PROGRAMS = {
     "usr/sbin/mpls_vpn_mib": 0o755,
     "usr/sbin/mpls_vpn_snmp": 0o755,
     "usr/bin/mplsvpn": 0o755,
@@ -25,6 +25,32 @@ FILES = {
     "usr/lib/systemd/system/mpls_vpn_snmp.service": 0o644,
     "usr/share/bash-completion/completions/mplsvpn": 0o644,
 }
+STRIPPED = sorted(name for name in PROGRAMS if "bin/" in name or name.endswith(".dll"))
+
+
+def debug_file(program):
+    return f"usr/lib/debug/{program}.debug"
+
+
+DEBUG = {debug_file(program): 0o644 for program in STRIPPED}
+
+
+def install(root, *options):
+    subprocess.run(["cmake", "--install", str(BIN.parent), "--prefix", "/usr", *options], check=True, timeout=100 * SLOW,
+                   env=dict(os.environ, DESTDIR=str(root)), stdout=subprocess.DEVNULL)
+
+
+def files_below(root):
+    return {str(file.relative_to(root)): file.stat().st_mode & 0o777 for file in root.rglob("*") if file.is_file()}
+
+
+def output_of(*command):
+    return subprocess.run([str(word) for word in command], check=True, capture_output=True, text=True, errors="replace",
+                          timeout=60).stdout
+
+
+def sections(file):
+    return set(re.findall(r"^ +\[ *\d+\] (\S+)", output_of("readelf", "-SW", file), re.MULTILINE))
 
 
 class Installed(unittest.TestCase):
@@ -33,16 +59,40 @@ class Installed(unittest.TestCase):
         holder = tempfile.TemporaryDirectory(prefix="mpls_vpn_install.")
         cls.addClassCleanup(holder.cleanup)
         cls.root = pathlib.Path(holder.name)
-        subprocess.run(["cmake", "--install", str(BIN.parent), "--prefix", "/usr"], check=True, timeout=100 * SLOW,
-                       env=dict(os.environ, DESTDIR=str(cls.root)), stdout=subprocess.DEVNULL)
+        install(cls.root)
 
     def test_nothing_else_and_nothing_less_is_installed(self):
-        installed = {str(file.relative_to(self.root)): file.stat().st_mode & 0o777
-                     for file in self.root.rglob("*") if file.is_file()}
-        self.assertEqual(sorted(installed), sorted(FILES))
-        for name, mode in FILES.items():
+        installed = files_below(self.root)
+        expected = {**PROGRAMS, **DEBUG}
+        self.assertEqual(sorted(installed), sorted(expected))
+        for name, mode in expected.items():
             if mode is not None:
                 self.assertEqual(oct(installed[name]), oct(mode), name)
+
+    def test_programs_and_debug_information_are_components(self):
+        for component, files in (("programs", PROGRAMS), ("debug", DEBUG)):
+            with tempfile.TemporaryDirectory(prefix="mpls_vpn_install.") as root:
+                install(root, "--component", component)
+                self.assertEqual(sorted(files_below(pathlib.Path(root))), sorted(files))
+
+    def test_programs_are_stripped_and_name_their_debug_file(self):
+        for program in STRIPPED:
+            left = sections(self.root / program)
+            self.assertIn(".text", left)
+            self.assertEqual([name for name in left if name.startswith(".debug") or name == ".symtab"], [], program)
+            link = output_of("readelf", "--string-dump=.gnu_debuglink", self.root / program)
+            self.assertIn(f" {pathlib.Path(debug_file(program)).name}\n", link)
+
+    def test_debug_file_belongs_to_the_program_and_knows_its_lines(self):
+        for program in STRIPPED:
+            separate = self.root / debug_file(program)
+            identity = [re.search("Build ID: .*", output_of("readelf", "-nW", file))[0]
+                        for file in (self.root / program, separate)]
+            self.assertEqual(identity[0], identity[1], program)
+            self.assertIn(".debug_line", sections(separate))
+        daemon = self.root / debug_file("usr/sbin/mpls_vpn_mib")
+        address = re.search(r"^([0-9a-f]+) T main$", output_of("nm", daemon), re.MULTILINE)[1]
+        self.assertRegex(output_of("addr2line", "-e", daemon, address), r"daemon/main\.cpp:\d+")
 
     def test_services_start_what_is_installed(self):
         for service in self.root.rglob("*.service"):
