@@ -224,6 +224,9 @@ using KvNotificationEntry = void (*)(const KvNotification*);
 // subscriber is told the bits that it asked for, and nothing when none is left.
 [[nodiscard]] Status kvtree_set(std::string_view path, KvValue value);
 [[nodiscard]] Status kvtree_delete(std::string_view path);
+// Delivers now, in order, what is queued for the subscribers whose path is this one or below it: for a change
+// after which a subscriber could not find any more what an earlier notification speaks of.
+void kvtree_deliver(std::string_view path);
 
 // What a provider tells on its own (a trap): sent to every client that watches a path of which the provider's
 // bind path is below or equal.
@@ -270,6 +273,11 @@ std::string kvtree_encode_text(std::string_view text);
 // without a rule, kStatusInvalid for a maximum of 0. At most kKvMaxListItems rows.
 [[nodiscard]] Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
                                  std::vector<std::vector<std::uint8_t>>* rows, bool* end);
+
+// From here on every request for a path that begins with this is preceded by the check, and what that answers
+// but kStatusOk is the answer: for what a provider cannot tell from having no rows. The check may end itself.
+// Null ends it.
+void kvtree_guard(std::string_view path, Status (*check)());
 
 // Actions: commands of the process's own (not of the daemon) that change something, such as those of a source
 // ("router/..."). Words in, text (shown to the person) out.

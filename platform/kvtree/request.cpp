@@ -10,11 +10,18 @@ namespace kvtree {
 
 namespace {
 
+Status ask_guard(std::string_view path) {
+  const auto& guards = store().guards;
+  const auto guard = std::find_if(guards.begin(), guards.end(),
+                                  [&](const auto& each) { return path.starts_with(each.first); });
+  return guard == guards.end() ? kStatusOk : guard->second();
+}
+
 // The provider of a request's path, which is checked here once.
 Status resolve(std::string_view path, const Provider** provider, std::string_view* relative) {
   if (const Status status = check_path(path)) return status;
   *provider = find_provider(path, relative);
-  return *provider == nullptr ? kStatusUnknownPath : kStatusOk;
+  return *provider == nullptr ? kStatusUnknownPath : ask_guard(path);
 }
 
 template <typename Function, typename Reply>
@@ -128,6 +135,15 @@ Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_row
   const Status status = kvtree::walk_rows(path, structured, max_rows, kvtree::keep_row, rows, end);
   if (status != kStatusOk) rows->clear();
   return status;
+}
+
+void kvtree_guard(std::string_view path, Status (*check)()) {
+  auto& guards = kvtree::store().guards;
+  if (check == nullptr) {
+    guards.erase(std::string(path));
+  } else {
+    guards.insert_or_assign(std::string(path), check);
+  }
 }
 
 Status kvtree_register_action(const char* name, KvAction action, void* argument) {

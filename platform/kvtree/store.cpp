@@ -1,11 +1,12 @@
 // Connections, providers, subscriptions and nodes.
 //
-// A set or a deletion changes the tree at once and is told to the subscribers by a function posted on their
-// event manager, so subscribers see changes one after the other and never inside the call that made one. What
-// is posted holds the registrations weakly: after an unbind nothing more is delivered. What
-// exists is delivered inside the registering call, in the order in which it was last set, so that where one
-// node takes the place of another the later one has it then, too; and from a copy of the list, because an
-// entry may change the tree.
+// A set or a deletion changes the tree at once and is queued for each subscriber; a function posted on their
+// event manager delivers it, so subscribers see changes one after the other and never inside the call that
+// made one. kvtree_deliver empties queues earlier, and the posted functions find nothing to deliver then.
+// What is posted holds the registrations weakly: after an unbind nothing more is delivered. What exists is
+// delivered inside the registering call, in the order in which it was last set, so that where one node takes
+// the place of another the later one has it then, too; and from a copy of the list, because an entry may
+// change the tree.
 #include "platform/kvtree/store.h"
 
 #include <algorithm>
@@ -18,16 +19,11 @@ namespace kvtree {
 
 namespace {
 
-struct Change {
-  std::string path;
-  std::shared_ptr<const KvValue> value;  // null for a deletion
-};
-
-// A change on its way to the subscribers of one manager.
+// The subscribers of one manager that have the change of this number in their queues.
 struct Telling {
-  Change change;
+  std::uint64_t number;
   EventManager* manager;
-  std::vector<std::pair<std::weak_ptr<KvRegistration>, std::uint32_t>> to;  // with the events for each
+  std::vector<std::weak_ptr<KvRegistration>> to;
 };
 
 std::string with_slash(std::string_view path) {
@@ -41,30 +37,40 @@ std::string registered_prefix(const KvConnection& connection, const char* path) 
   return path == nullptr || *path == '\0' ? connection.path : with_slash(connection.path + path);
 }
 
-void deliver(const KvRegistration& registration, const Change& change, std::uint32_t events) {
+void deliver(const KvRegistration& registration, const KvUntold& change) {
   const std::size_t item = change.path.rfind('/') + 1;
   const KvNotification notification{std::string_view(change.path).substr(registration.prefix.size()),
-                                    {change.path.c_str() + item, events, change.value.get()}};
+                                    {change.path.c_str() + item, change.events, change.value.get()}};
   if (registration.entry) registration.entry(&notification);
 }
 
-void tell(const Telling& telling) {
-  for (const auto& [weak, events] : telling.to) {
-    if (const std::shared_ptr<KvRegistration> still = weak.lock()) deliver(*still, telling.change, events);
+// Delivers what is queued for the subscriber up to the change of this number; an entry may end the
+// subscription meanwhile.
+void deliver_up_to(std::uint64_t number, const std::weak_ptr<KvRegistration>& to) {
+  for (;;) {
+    const std::shared_ptr<KvRegistration> still = to.lock();
+    if (still == nullptr || still->untold.empty() || still->untold.front().number > number) return;
+    const KvUntold change = std::move(still->untold.front());
+    still->untold.pop_front();
+    deliver(*still, change);
   }
+}
+
+void tell(const Telling& telling) {
+  for (const auto& subscriber : telling.to) deliver_up_to(telling.number, subscriber);
 }
 
 void replay(const KvRegistration& registration) {
   const std::uint32_t events = (kKvEventCreated | kKvEventSet) & registration.events;
   if (events == 0) return;
-  std::vector<std::pair<std::uint64_t, Change>> existing;
+  std::vector<KvUntold> existing;
   const auto& nodes = store().nodes;
   for (auto node = nodes.lower_bound(registration.prefix);
        node != nodes.end() && node->first.starts_with(registration.prefix); ++node) {
-    existing.push_back({node->second.told, {node->first, node->second.value}});
+    existing.push_back({node->second.told, node->first, node->second.value, events});
   }
-  std::ranges::sort(existing, {}, [](const auto& each) { return each.first; });
-  for (const auto& [told, change] : existing) deliver(registration, change, events);
+  std::ranges::sort(existing, {}, &KvUntold::number);
+  for (const KvUntold& change : existing) deliver(registration, change);
 }
 
 Status check_node_path(std::string_view path) {
@@ -76,6 +82,7 @@ Status check_node_path(std::string_view path) {
 
 void tell_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
                       std::uint32_t events) {
+  const std::uint64_t number = ++store().changes;
   std::vector<std::shared_ptr<Telling>> tellings;  // one a manager, of which there are one or two
   for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
     const std::uint32_t wanted = events & registration->events;
@@ -83,10 +90,11 @@ void tell_subscribers(const std::string& path, const std::shared_ptr<const KvVal
     const auto same_manager = [&](const auto& each) { return each->manager == registration->manager; };
     auto telling = std::find_if(tellings.begin(), tellings.end(), same_manager);
     if (telling == tellings.end()) {
-      tellings.push_back(std::make_shared<Telling>(Telling{{path, value}, registration->manager, {}}));
+      tellings.push_back(std::make_shared<Telling>(Telling{number, registration->manager, {}}));
       telling = std::prev(tellings.end());
     }
-    (*telling)->to.emplace_back(registration, wanted);
+    registration->untold.push_back({number, path, value, wanted});
+    (*telling)->to.emplace_back(registration);
   }
   for (std::shared_ptr<Telling>& telling : tellings) {
     EventManager* manager = telling->manager;
@@ -219,6 +227,14 @@ Status kvtree_delete(std::string_view path) {
   if (!store().nodes.contains(path)) return kStatusNoSuchRow;
   kvtree::erase_node(std::string(path));
   return kStatusOk;
+}
+
+void kvtree_deliver(std::string_view path) {
+  std::vector<std::weak_ptr<KvRegistration>> below;
+  for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
+    if (registration->prefix.starts_with(path)) below.emplace_back(registration);
+  }
+  for (const auto& subscriber : below) kvtree::deliver_up_to(store().changes, subscriber);
 }
 
 void kvtree_reset() {

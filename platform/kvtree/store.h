@@ -1,6 +1,7 @@
 // What the source files of the data store share. Not for other folders.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -31,12 +32,21 @@ struct KvConnection {
   std::uint32_t mode;
 };
 
+// A change that a subscriber has not been told yet.
+struct KvUntold {
+  std::uint64_t number;  // in the order of the changes
+  std::string path;
+  std::shared_ptr<const KvValue> value;  // null for a deletion
+  std::uint32_t events;
+};
+
 struct KvRegistration {
   const KvConnection* connection;
   std::string prefix;  // ends in '/'
   std::uint32_t events;
   std::function<void(const KvNotification*)> entry;  // none: a missing handler
   EventManager* manager;
+  std::deque<KvUntold> untold = {};
 };
 
 namespace kvtree {
@@ -73,9 +83,11 @@ struct Store {
   std::vector<std::shared_ptr<KvRegistration>> registrations;
   std::vector<Provider> providers;
   Nodes nodes;
-  std::uint64_t told = 0;    // how many times a node was set
-  ConfigTree configuration;  // what is in force of it is in `nodes`, too
+  std::uint64_t told = 0;     // how many times a node was set
+  std::uint64_t changes = 0;  // how many were queued for subscribers
+  ConfigTree configuration;   // what is in force of it is in `nodes`, too
   std::map<std::string, Action, std::less<>> actions;
+  std::map<std::string, Status (*)(), std::less<>> guards;  // by the beginning of the paths
   std::vector<RetainedQueue> retained;
   std::shared_ptr<NodeStore> kept;  // null until it is needed
   bool folding = false;             // a step of folding is posted

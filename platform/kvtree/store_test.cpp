@@ -313,6 +313,37 @@ TEST_F(Subscriptions, EntryMayChangeTheTreeDuringTheReplay) {
   EXPECT_THAT(TakeTold(), ElementsAre("a 4 none", "b 4 none"));
 }
 
+TEST_F(Subscriptions, WhatIsQueuedBelowAPathIsDeliveredOnRequest) {
+  Subscribe("/oper/a/", 7);
+  Subscribe("/cfg/", 7);
+  ASSERT_EQ(SetText("/oper/a/x", "one"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/x", "other path"), kStatusOk);
+  ASSERT_EQ(kvtree_delete("/oper/a/x"), kStatusOk);
+  kvtree_deliver("/oper/a/");
+  EXPECT_THAT(TakeTold(), ElementsAre("x 3 one", "x 4 none"));
+  ASSERT_EQ(SetText("/oper/a/x", "two"), kStatusOk);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("x 3 other path", "x 3 two"));
+  kvtree_deliver("/oper/a/");
+  EXPECT_THAT(TakeTold(), IsEmpty());
+}
+
+TEST_F(Subscriptions, EntryMayUnbindWhileItsQueueIsDelivered) {
+  static KvConnection* connection = nullptr;
+  connection = Bind("/oper/");
+  const auto entry = [](const KvNotification* notification) {
+    note(notification);
+    EXPECT_EQ(kvtree_unbind(connection), kStatusOk);
+  };
+  ASSERT_EQ(kvtree_register_notification(connection, "", 7, entry, manager, 0, 0, 4, nullptr), kStatusOk);
+  ASSERT_EQ(SetText("/oper/x", "one"), kStatusOk);
+  ASSERT_EQ(SetText("/oper/x", "two"), kStatusOk);
+  kvtree_deliver("/oper/");
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("x 3 one"));
+}
+
 TEST_F(Subscriptions, BadArgumentsAreRefused) {
   EXPECT_EQ(kvtree_register_notification(nullptr, "", 7, note, manager, 0, 0, 4, nullptr), kStatusInvalid);
   EXPECT_EQ(kvtree_register_notification(Bind("/cfg/"), "", 7, note, nullptr, 0, 0, 4, nullptr),
@@ -351,6 +382,30 @@ class Requests : public StoreTest {
 TEST_F(Requests, ReachTheProviderBelowItsBindPoint) {
   EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), "get/0 'red' 7");
   EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface-next/red/7", true), "get/3 'red' 7");
+}
+
+TEST_F(Requests, GuardedPathsAreAnsweredByTheGuardWhileItFails) {
+  static Status answer = kStatusOk;
+  answer = kStatusIo;
+  kvtree_guard("/oper/mpls_vpn/gl/interface", [] { return answer; });
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), err_text(kStatusIo));
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface-next/red/7"), err_text(kStatusIo));
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/interface-next/red/7", 3), kStatusIo);
+  KvListReply lists = {10, 0, nullptr, nullptr};
+  EXPECT_EQ(kvtree_list("/oper/mpls_vpn/gl/interface/red/7", false, &lists), kStatusIo);
+  EXPECT_EQ(kvtree_datalist("/oper/mpls_vpn/gl/interface/red/7", false, &lists), kStatusIo);
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/scalars"), "get/0");
+  answer = kStatusOk;
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), "get/0 'red' 7");
+}
+
+TEST_F(Requests, GuardMayEndItself) {
+  kvtree_guard("/oper/mpls_vpn/gl/interface", [] {
+    kvtree_guard("/oper/mpls_vpn/gl/interface", nullptr);
+    return kStatusIo;
+  });
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), err_text(kStatusIo));
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), "get/0 'red' 7");
 }
 
 TEST_F(Requests, PathsOfNobodyAreUnknown) {
