@@ -46,7 +46,8 @@ class Thresholds : public Configured<TrapTest> {
     value.number = number;
     Set(kSwitches + item, value);
   }
-  void SetRoutes(std::size_t count, router::Family family = router::Family::kIpv4) {
+  // The daemon is not told yet.
+  void PutRoutes(std::size_t count, router::Family family = router::Family::kIpv4) {
     const router::RouteTableId id{family, table_};
     router::RouteStore& routes = router_.routes();
     const auto route = [&](std::size_t n) {
@@ -56,8 +57,14 @@ class Thresholds : public Configured<TrapTest> {
     while (routes.count(id) < count) ASSERT_EQ(routes.put(id, route(routes.count(id) + 1)), kStatusOk);
     while (routes.count(id) > count) ASSERT_EQ(routes.erase(id, route(routes.count(id)).key), kStatusOk);
     router_.flush_route_changes();
+  }
+  void SetRoutes(std::size_t count, router::Family family = router::Family::kIpv4) {
+    PutRoutes(count, family);
     Run();
   }
+  void AddSharing(const std::string& name);
+  // The re-issue timer finds no VRF above its maximum.
+  void ExpectSilence();
   void PassOneSecond() {
     PassSeconds(1);
     Run();
@@ -157,8 +164,25 @@ TEST_F(Thresholds, ProcessThatStartsBelowTellsNothing) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-// Its record stays, with what it was told, because configuration names the VRF.
-TEST_F(Thresholds, VrfThatWasDeletedAboveItsMaximumComesBackCleared) {
+// --- VRFs that lose their tables while above: nothing may raise the maximum again.
+
+// A second VRF with the table of "red".
+void Thresholds::AddSharing(const std::string& name) {
+  router::Vrf vrf = *router_.find_vrf("red");
+  vrf.name = name;
+  vrf.id = 1000;
+  ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
+}
+
+void Thresholds::ExpectSilence() {
+  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
+  PassOneSecond();
+  PassOneSecond();
+  EXPECT_THAT(Traps(), IsEmpty());
+}
+
+// Its record stays, because configuration names the VRF.
+TEST_F(Thresholds, VrfThatIsDeletedAboveItsMaximumIsCleared) {
   NameVrf("red");
   SetNumber("notif-reissue-time", 1);
   SetRoutes(4);
@@ -166,15 +190,64 @@ TEST_F(Thresholds, VrfThatWasDeletedAboveItsMaximumComesBackCleared) {
   const router::Vrf red = *router_.find_vrf("red");
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Traps(), IsEmpty());
-  PassOneSecond();
-  EXPECT_THAT(Traps(), ElementsAre(Exceeded("high=4 routes=4"))) << "nobody can tell the record meanwhile";
+  EXPECT_THAT(Traps(), ElementsAre(Cleared("high=4")));
+  ExpectSilence();
+  Delete(LimitOf(1));
+  ExpectSilence();
   ASSERT_EQ(router_.create_vrf(red), kStatusOk);
+  SetPair(LimitOf(1), 4, 2);
+  ExpectSilence();
+  SetRoutes(4);
+  EXPECT_THAT(Traps(), ElementsAre(Mid("mid=2 routes=4"), Exceeded("high=4 routes=4")));
+}
+
+TEST_F(Thresholds, VrfThatIsDeletedBeforeTheDaemonIsToldOfTheMaximumIsClearedInOrder) {
+  NameVrf("red");
+  SetNumber("notif-reissue-time", 1);
+  PutRoutes(4);
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(Mid("mid=2 routes=4"), Exceeded("high=4 routes=4"), Cleared("high=4")));
+  ExpectSilence();
+}
+
+TEST_F(Thresholds, TableThatAnotherVrfTakesOverTellsNothingOfThatVrf) {
+  NameVrf("red");
+  SetNumber("notif-reissue-time", 1);
+  PutRoutes(4);
+  router::Vrf next = *router_.find_vrf("red");
+  DeleteVrf("red");
+  next.name = "a";
+  ASSERT_EQ(router_.create_vrf(next), kStatusOk);
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(Mid("mid=2 routes=4"), Exceeded("high=4 routes=4"), Cleared("high=4")));
+  EXPECT_EQ(AttributesOf("a")->curr_num_routes, 0U);
+  ExpectSilence();
+}
+
+TEST_F(Thresholds, VrfWhoseTableIsWatchedForAnotherOneIsCleared) {
+  SetNumber("notif-reissue-time", 1);
+  SetRoutes(4);
+  Traps();
+  AddSharing("a");
   Run();
   EXPECT_THAT(Traps(), ElementsAre(Cleared("high=4")));
-  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
-  PassOneSecond();
-  EXPECT_THAT(Traps(), IsEmpty());
+  ExpectSilence();
+  DeleteVrf("a");
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(Mid("mid=2 routes=4"), Exceeded("high=4 routes=4")));
+}
+
+TEST_F(Thresholds, VrfThatLosesBothTablesIsCleared) {
+  SetNumber("notif-reissue-time", 1);
+  SetRoutes(4);
+  Traps();
+  router::Vrf red = *router_.find_vrf("red");
+  red.ipv4_table = red.ipv6_table = 0;
+  ASSERT_EQ(router_.change_vrf(red), kStatusOk);
+  Run();
+  EXPECT_THAT(Traps(), ElementsAre(Cleared("high=4")));
+  ExpectSilence();
 }
 
 // --- The events as both sides describe them

@@ -44,6 +44,7 @@ class Service : public router::Observer {
   Status subscribe(EventManager* manager);
   void configure(const std::string& vrf, std::size_t family, const Thresholds& thresholds);
 
+  void vrf_changing(const std::string& name, const router::Vrf* next) override;
   void vrf_created(const router::Vrf& vrf) override;
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
   void vrf_deleted(const router::Vrf& vrf) override;
@@ -56,6 +57,9 @@ class Service : public router::Observer {
   void add_tables(const router::Vrf& vrf);
   void remove_tables(const router::Vrf& vrf);
   bool owns(std::uint32_t table, const std::string& vrf) const;
+  const std::string* owner_after(std::uint32_t table, const std::string& changing,
+                                 const router::Vrf* next) const;
+  bool keeps_a_table(const std::string& vrf, const std::string& changing, const router::Vrf* next) const;
   void judge(const std::string& vrf);
   void judge_sharing(const router::Vrf& vrf);
   void judge_owner(std::uint32_t table);
@@ -140,6 +144,45 @@ void Service::remove_tables(const router::Vrf& vrf) {
     found->second.erase(vrf.name);
     if (found->second.empty()) vrfs_of_table_.erase(found);
   }
+}
+
+// Whoever hears of an event finds the VRF by the number of its table: what is queued, and the clearing of
+// VRFs that have no table of their own afterwards, is delivered while it still leads there.
+void Service::vrf_changing(const std::string& name, const router::Vrf* next) {
+  Names concerned{name};
+  for (const auto table : kTableOf) {
+    const auto found = next == nullptr ? vrfs_of_table_.end() : vrfs_of_table_.find(next->*table);
+    if (found != vrfs_of_table_.end()) concerned.insert(*found->second.begin());
+  }
+  for (const std::string& vrf : concerned) {
+    const auto watch = watches_.find(vrf);
+    if (watch != watches_.end() && !keeps_a_table(vrf, name, next)) watch->second.clear_before_loss();
+  }
+  kvtree_deliver(rib_threshold::kEventPath);
+}
+
+const std::string* Service::owner_after(std::uint32_t table, const std::string& changing,
+                                        const router::Vrf* next) const {
+  const std::string* owner = nullptr;
+  if (const auto found = vrfs_of_table_.find(table); found != vrfs_of_table_.end()) {
+    const Names& names = found->second;
+    const auto other =
+        std::find_if(names.begin(), names.end(), [&](const auto& each) { return each != changing; });
+    if (other != names.end()) owner = &*other;
+  }
+  const bool takes = next != nullptr && (next->ipv4_table == table || next->ipv6_table == table);
+  if (takes && (owner == nullptr || router::ShorterFirst()(changing, *owner))) owner = &changing;
+  return owner;
+}
+
+bool Service::keeps_a_table(const std::string& vrf, const std::string& changing,
+                            const router::Vrf* next) const {
+  const router::Vrf* after = vrf == changing ? next : model_->find_vrf(vrf);
+  if (after == nullptr) return false;
+  return std::any_of(std::begin(kTableOf), std::end(kTableOf), [&](const auto table) {
+    const std::string* owner = after->*table == 0 ? nullptr : owner_after(after->*table, changing, next);
+    return owner != nullptr && *owner == vrf;
+  });
 }
 
 void Service::vrf_created(const router::Vrf& vrf) {

@@ -19,20 +19,38 @@ class WatchedTables : public RibThresholdTest {
     SetRoutes(10, 5);
     Told();
   }
+  // The clearing is not published.
+  void FailToDeleteVrf(const std::string& name) {
+    testing::internal::CaptureStderr();
+    const ScopedFault fault("kvtree_set", kStatusNoMemory);
+    DeleteVrf(name);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("cannot tell max-thresh-exc"));
+  }
 };
 
-TEST_F(WatchedTables, DeletedVrfTakesItsNodesAway) {
+TEST_F(WatchedTables, DeletedVrfIsClearedAndTakesItsNodesAway) {
   Exceed();
   DeleteVrf("red");
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
   EXPECT_THAT(Standing(), IsEmpty());
 }
 
-TEST_F(WatchedTables, VrfThatComesBackIsClearedFirstAndWatchedAgain) {
+TEST_F(WatchedTables, DeletedVrfIsToldBeforeTheModelHasNoTableOfIt) {
+  SetRoutesInBatch(10, 5);
+  router_.flush_route_changes();  // not told yet
+  DeleteVrf("red");
+  EXPECT_THAT(ToldSoFar(),
+              ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2", "red.ipv4.unicast exceeds maximum 10: 5/4",
+                          "red.ipv4.unicast clears maximum 10: 0/4"));
+  EXPECT_THAT(Told(), IsEmpty()) << "once";
+}
+
+TEST_F(WatchedTables, VrfThatComesBackIsWatchedAgain) {
   Exceed();
   DeleteVrf("red");
+  Told();
   AddVrf("red", 10);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
+  EXPECT_THAT(Told(), IsEmpty());
   SetRoutes(10, 5);
   EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
                                   "red.ipv4.unicast exceeds maximum 10: 5/4"));
@@ -46,27 +64,27 @@ TEST_F(WatchedTables, VrfThatWasBelowComesBackSilently) {
   EXPECT_THAT(Told(), IsEmpty());
 }
 
-TEST_F(WatchedTables, DeletedVrfWithoutThresholdsIsForgotten) {
+// What is told of a VRF is kept in its record, which stays while configuration names the VRF.
+TEST_F(WatchedTables, DeletionThatCannotBeToldIsToldWhenTheVrfComesBack) {
+  ASSERT_EQ(router_.reference_vrf("red"), kStatusOk);
   Exceed();
-  DeleteVrf("red");
+  FailToDeleteVrf("red");
+  AddVrf("red", 10);
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
+}
+
+TEST_F(WatchedTables, DeletionThatCannotBeToldIsForgottenWithTheRecord) {
+  Exceed();
+  FailToDeleteVrf("red");
   Unconfigure("red");
   AddVrf("red", 10);
   EXPECT_THAT(Told(), IsEmpty());
 }
 
-TEST_F(WatchedTables, VrfThatConfigurationStillNamesIsClearedWhenItComesBack) {
-  ASSERT_EQ(router_.reference_vrf("red"), kStatusOk);
-  Exceed();
-  DeleteVrf("red");
-  Unconfigure("red");
-  AddVrf("red", 10);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/0"));
-}
-
 TEST_F(WatchedTables, LastReferenceThatEndsForgetsTheVrf) {
   ASSERT_EQ(router_.reference_vrf("red"), kStatusOk);
   Exceed();
-  DeleteVrf("red");
+  FailToDeleteVrf("red");
   Unconfigure("red");
   ASSERT_EQ(router_.unreference_vrf("red"), kStatusOk);
   AddVrf("red", 10);
@@ -88,13 +106,34 @@ TEST_F(WatchedTables, FamilyThatLosesItsTableIsClearedByTheOther) {
   EXPECT_THAT(Told(), ElementsAre("red.ipv6.unicast clears maximum 10: 0/0"));
 }
 
-TEST_F(WatchedTables, VrfThatLosesBothTablesIsClearedWhenItHasOneAgain) {
+TEST_F(WatchedTables, VrfThatLosesBothTablesIsCleared) {
   Exceed();
   ChangeTables("red", 0, 0);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
   EXPECT_THAT(Standing(), IsEmpty());
   ChangeTables("red", 12, 0);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 12: 0/4"));
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(WatchedTables, VrfThatLosesTheTableOfItsLastCrossingIsClearedByTheOther) {
+  Configure("red", 3, 0, Family::kIpv6);
+  SetRoutes(10, 3, Family::kIpv6);
+  Exceed();
+  ChangeTables("red", 0, 10);
+  EXPECT_THAT(Told(), IsEmpty()) << "IPv6 is still at its maximum";
+  DeleteVrf("red");
+  EXPECT_THAT(Told(), ElementsAre("red.ipv6.unicast clears maximum 10: 0/3"));
+}
+
+TEST_F(WatchedTables, TableThatIsWatchedForAnotherVrfFromNowOnIsCleared) {
+  Exceed();
+  AddVrf("b", 10);
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
+  ChangeTables("b", 11, 11);
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
+                                  "red.ipv4.unicast exceeds maximum 10: 5/4"));
+  ChangeTables("b", 11, 10);
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
 }
 
 TEST_F(WatchedTables, SharedTableIsWatchedForTheFirstVrfInNameOrder) {
@@ -111,10 +150,12 @@ TEST_F(WatchedTables, SharedTableGoesToTheNextVrfWhenTheFirstIsDeleted) {
   Configure("blue", 1, 0);
   Exceed();
   DeleteVrf("red");
-  EXPECT_THAT(Told(), ElementsAre("blue.ipv4.unicast exceeds maximum 10: 5/1"));
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4",
+                                  "blue.ipv4.unicast exceeds maximum 10: 5/1"));
   AddVrf("red", 10);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
-                                  "red.ipv4.unicast exceeds maximum 10: 5/4"));
+  EXPECT_THAT(Told(),
+              ElementsAre("blue.ipv4.unicast clears maximum 10: 0/1", "red.ipv4.unicast exceeds mid 10: 5/2",
+                          "red.ipv4.unicast exceeds maximum 10: 5/4"));
   EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
                                       "red.ipv4.unicast exceeds maximum 10: 5/4"));
 }

@@ -98,8 +98,9 @@ class RibThresholdTest : public testing::Test {
 
   std::vector<std::string> Told() {
     Run();
-    return std::exchange(told(), {});
+    return ToldSoFar();
   }
+  std::vector<std::string> ToldSoFar() { return std::exchange(told(), {}); }  // without the event loop
   std::vector<std::string> Standing() {
     standing().clear();
     KvConnection* connection = Register(note_standing);

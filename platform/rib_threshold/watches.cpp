@@ -18,7 +18,7 @@ constexpr char kMaximumItem[] = "max-thresh-exc";
 constexpr std::array<const char*, kFamilies> kSuffixes = {".ipv4.unicast", ".ipv6.unicast"};
 
 std::string node_path(const TableWatch& watch, const char* item) {
-  return "/oper/rib_threshold/" + kvtree_encode_text(watch.name) + "/" + item;
+  return kEventPath + kvtree_encode_text(watch.name) + "/" + item;
 }
 
 template <typename Record>
@@ -94,11 +94,21 @@ void VrfWatch::judge(const std::array<TableNow, kFamilies>& now) {
   settle(now);
 }
 
-// The table that fell tells it; when that is gone, the other one, under whose number the VRF is known, too.
-// Without any it waits for a table.
 void VrfWatch::settle(const std::array<TableNow, kFamilies>& now) {
   const auto at_maximum = [](const TableWatch& watch) { return watch.maximum_exceeded; };
-  if (!told_exceeded_ || std::any_of(tables_.begin(), tables_.end(), at_maximum)) return;
+  if (told_exceeded_ && std::none_of(tables_.begin(), tables_.end(), at_maximum)) tell_cleared(now);
+}
+
+void VrfWatch::clear_before_loss() {
+  if (!told_exceeded_) return;
+  std::array<TableNow, kFamilies> emptied{};
+  for (std::size_t family = 0; family < kFamilies; ++family) emptied[family].table = tables_[family].table;
+  tell_cleared(emptied);
+}
+
+// The table that fell tells it; when the VRF does not have it any more, the other one, under whose number the
+// VRF is known, too. Without any it waits for a table.
+void VrfWatch::tell_cleared(const std::array<TableNow, kFamilies>& now) {
   const std::size_t other = kFamilies - 1 - crossed_last_;
   const std::size_t teller = now[crossed_last_].table != 0 ? crossed_last_ : other;
   if (now[teller].table == 0) return;

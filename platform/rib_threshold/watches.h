@@ -31,6 +31,8 @@ struct TableWatch {
   bool maximum_exceeded = false;  // likewise
 };
 
+inline constexpr char kEventPath[] = "/oper/rib_threshold/";
+
 inline constexpr std::size_t kFamilies = 2;  // IPv4, IPv6
 
 class VrfWatch {
@@ -42,6 +44,9 @@ class VrfWatch {
   }
   // Says what crossed since the last judgement.
   void judge(const std::array<TableNow, kFamilies>& now);
+  // Before the last table is taken away: says that the maximum is cleared, under the number of a table that
+  // is still there.
+  void clear_before_loss();
   // Takes the nodes away and keeps the thresholds.
   void forget_tables();
   bool has_thresholds() const;
@@ -49,6 +54,7 @@ class VrfWatch {
 
  private:
   void settle(const std::array<TableNow, kFamilies>& now);
+  void tell_cleared(const std::array<TableNow, kFamilies>& now);
 
   std::array<TableWatch, kFamilies> tables_;
   bool told_exceeded_ = false;    // a maximum was said to be exceeded, and no clearing since

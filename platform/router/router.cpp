@@ -1,7 +1,8 @@
 // The router model: VRFs, references to VRFs, and the observers.
 //
 // A change has three steps: check everything that can refuse it, change the maps, tell the observers. No step
-// after the first can fail, so an observer never sees half a change. Observers are kept sorted by rank;
+// after the first can fail, so an observer never sees half a change. Observers also hear of a VRF's change
+// before the second step, while they can still find what it takes away. Observers are kept sorted by rank;
 // additions are told in that order and everything that takes away in the reverse one (a record service learns
 // of a VRF before the membership service announces it, and drops it afterwards).
 //
@@ -68,6 +69,7 @@ Status Router::create_vrf(const Vrf& vrf) {
   if (Status status = state_->may_change("router_create_vrf")) return status;
   if (!valid_vrf_name(vrf.name) || vrf.id == 0 || vrf.name == kDefaultVrf) return kStatusInvalid;
   if (state_->vrfs.contains(vrf.name) || state_->vrfs_by_id.contains(vrf.id)) return kStatusExists;
+  state_->tell_before(vrf.name, &vrf);
   Vrf& kept = state_->vrfs.emplace(vrf.name, vrf).first->second;
   state_->vrfs_by_id.emplace(kept.id, &kept);
   open_tables(kept, &state_->routes);
@@ -83,6 +85,7 @@ Status Router::change_vrf(const Vrf& vrf) {
   Vrf next = vrf;
   next.id = found->second.id;
   if (next == found->second) return kStatusOk;
+  state_->tell_before(next.name, &next);
   const Vrf before = std::exchange(found->second, std::move(next));
   const Vrf& now = found->second;
   open_tables(now, &state_->routes);  // first: a table that stays keeps its routes
@@ -96,6 +99,7 @@ Status Router::delete_vrf(std::string_view name) {
   if (name == kDefaultVrf) return kStatusInvalid;
   const auto found = state_->vrfs.find(name);
   if (found == state_->vrfs.end()) return kStatusNoSuchRow;
+  state_->tell_before(found->first, nullptr);
   state_->vrfs_by_id.erase(found->second.id);
   const auto taken = state_->vrfs.extract(found);
   close_tables(taken.mapped(), &state_->routes);

@@ -86,6 +86,9 @@ enum class ReferenceHolder : std::uint8_t {
 class Observer {
  public:
   virtual ~Observer() = default;
+  // Before a VRF is created, changed or deleted: the model and what services derived from it are as they
+  // were. `next`: what the VRF will be; null when it is to be deleted.
+  virtual void vrf_changing(const std::string& /*name*/, const Vrf* /*next*/) {}
   virtual void vrf_created(const Vrf&) {}
   virtual void vrf_changed(const Vrf& /*before*/, const Vrf& /*now*/) {}
   virtual void vrf_deleted(const Vrf&) {}

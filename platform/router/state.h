@@ -60,6 +60,11 @@ struct Router::State {
     for (auto entry = observers.rbegin(); entry != observers.rend(); ++entry) tell(*entry->second);
   }
 
+  void tell_before(const std::string& name, const Vrf* next) {
+    const Busy guard(this);
+    for (const auto& [rank, observer] : observers) observer->vrf_changing(name, next);
+  }
+
   template <typename Map, typename Visit>
   void visit_all(const Map& map, const Visit& visit) {
     const Busy guard(this);

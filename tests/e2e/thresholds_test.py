@@ -101,6 +101,29 @@ class Thresholds(TrapCase):
         self.assertEqual(before, [again] * len(before))
         self.assertEqual(last, threshold_trap(CLEARED, "red", 1, 2))
 
+    def test_vrf_deleted_above_its_maximum_is_cleared_and_not_told_again(self):
+        self.config("set", "traps", "notif-reissue-time", "1")
+        for vrf in ("red", "blue"):
+            self.limit(vrf, 2, 0)
+            self.add_routes(vrf, 1, 2)
+        wait_until("both above", lambda: min(len(self.told_of(vrf)) for vrf in ("red", "blue")) >= 1, 15)
+        self.router("delete-vrf", "red")
+        wait_until("the clearing", lambda: self.told_of("red")[-1][0] == CLEARED, 15)
+        self.config("delete", "vrf", "red", "threshold", "ipv4")
+        told, rounds = len(self.told_of("red")), len(self.told_of("blue"))
+        wait_until("three more of blue", lambda: len(self.told_of("blue")) >= rounds + 3, 20)
+        self.assertEqual(len(self.told_of("red")), told)
+        self.assertEqual(self.told_of("red")[-1], threshold_trap(CLEARED, "red", 0, 2))
+
+    def test_details_show_the_thresholds_of_the_family_that_is_still_watched(self):
+        self.limit("red", 400, 300, "ipv4")
+        self.limit("red", 60, 0, "ipv6")
+        self.config("delete", "vrf", "red", "threshold", "ipv4")
+        wait_until("no thresholds of red in the row", lambda: self.thresholds_in_the_mib("red") == (0, 0, 0))
+        detail = self.system.cli("show", "vrf", "red", "detail", check=True).stdout
+        self.assertIn("  route thresholds    ipv6 mid none, high 60\n", detail)
+        self.assertIn("  route thresholds    none\n", self.system.cli("show", "vrf", "blue", "detail", check=True).stdout)
+
     def test_row_shows_what_is_configured(self):
         self.assertEqual(self.thresholds_in_the_mib("red"), (0, 0, 0))
         self.limit("red", 400, 300)
