@@ -10,10 +10,9 @@
 // read answers that row again. The only key that could stand between is the default route by way of 0.0.0.1
 // (or ::1), which is read exactly; when it is no row, the walk goes on after it.
 //
-// The next VRF. A read crosses into the next VRF with the address family it was given, and a VRF that is not
-// there is taken for the following one with the given key: either passes over rows. An answer from another
-// VRF, and no answer, is redirected to the start of the VRFs that follow, IPv4 first. A read of a start is
-// complete and is not redirected.
+// A VRF that was deleted meanwhile. The read takes the following VRF for it, with the given key, and passes
+// over rows. An answer from another VRF, and no answer, is redirected to the start of the VRFs that follow. A
+// read of a start is complete and is not redirected.
 #include <algorithm>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_walk.h"

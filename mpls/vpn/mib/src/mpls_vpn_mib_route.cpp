@@ -4,8 +4,8 @@
 // The daemon keeps no routes. A read goes to the tables of one VRF in the record service's order, IPv4 before
 // IPv6, and a next read on to the following VRFs of the VRF database.
 //
-// A next read keeps the address types of its request in every VRF: one that names an IPv6 type sees no IPv4
-// rows of the VRFs it goes on to. The batched walk asks so that it misses none (mpls_vpn_mib_prov_walk.h).
+// The key of a next read, with its address types, is for the first VRF; every following one is read from its
+// first route, which may be of either family.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route.h"
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
@@ -31,12 +31,15 @@ bool asks_ipv6(const RouteKeyText& key) {
   return is_ipv6_type(key.dest_type) || is_ipv6_type(key.next_hop_type);
 }
 
-// The start of the next table or VRF: the types stay.
+// The start of the next table: the types stay.
 void clear_key(RouteKeyText* key) {
   key->dest = "";
   key->next_hop = "";
   key->prefix_length = 0;
 }
+
+// The start of a VRF, whose IPv4 tables come first.
+constexpr RouteKeyText kFirstRoute = {1, "", 0, 1, ""};
 
 const char* afi_text(std::uint32_t afi) {
   return afi == kAfiIpv4 ? "IPv4" : "IPv6";
@@ -92,7 +95,7 @@ Status find_from_vrf(mpls_vpn_mib_route* row, bool exact, const VrfNode* node, R
     const Status rc = mpls_vpn_mib_find_route_in_vrf(row, exact, node->vrf_rec, key);
     if (rc != kStatusNoSuchRow || exact) return rc;
     node = mpls_vpn_mib_vrf_dbase_next(node);
-    clear_key(&key);
+    key = kFirstRoute;
   }
   return kStatusNoSuchRow;
 }

@@ -25,7 +25,7 @@ struct RouteKeyText {
 // other form for exactly this one.
 //
 // A next read looks in the first VRF whose name is not smaller, then in the VRFs after it from their first
-// route of the family that was asked. 0 with a mpls_vpn_mib_route record, kStatusNoSuchRow,
+// route. 0 with a mpls_vpn_mib_route record, kStatusNoSuchRow,
 // kStatusArgumentMissing, kStatusNoMemory, or the encoding's status.
 Status mpls_vpn_mib_prov_get_route(KvReply* reply, const RequestArgs* args);
 

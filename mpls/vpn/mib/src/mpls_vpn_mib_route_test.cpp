@@ -135,7 +135,7 @@ TEST_F(RouteRow, EmptyVrfNameIsTheStartOfTheTable) {
   EXPECT_EQ(Exact({""}), kNone);
 }
 
-TEST_F(RouteRow, NextReadFromAnIpv6KeySeesNoIpv4RoutesOfTheFollowingVrfs) {
+TEST_F(RouteRow, NextReadPastTheLastIpv6RouteContinuesWithTheNextVrfsFirstIpv4Route) {
   AddVrf("reds");
   AddVrf("redss");
   AddVrf("redsss");
@@ -144,7 +144,21 @@ TEST_F(RouteRow, NextReadFromAnIpv6KeySeesNoIpv4RoutesOfTheFollowingVrfs) {
   AddRoute("redss", "10.0.0.0/8", "192.0.2.1");
   AddRoute("redss", "2001:db8::/32", "fe80::1");
   const Key last = {"red", 2, 32, 2, "20010db8", "fe800000000000000000000000000001"};
+  EXPECT_EQ(Next(last), "reds 10.0.0.0/8 via 192.0.2.1");
+  RemoveRoute("reds", "10.0.0.0/8", "192.0.2.1");
+  EXPECT_EQ(Next(last), "redss 10.0.0.0/8 via 192.0.2.1");
+  RemoveRoute("redss", "10.0.0.0/8", "192.0.2.1");
   EXPECT_EQ(Next(last), "redss 2001:db8::/32 via fe80::1");
+}
+
+TEST_F(RouteRow, EitherIpv6TypeIsForTheNamedVrfOnly) {
+  AddVrf("reds");
+  AddRoute("reds", "10.0.0.0/8", "192.0.2.1");
+  AddRoute("reds", "2001:db8::/32", "fe80::1");
+  for (const std::uint32_t type : {2U, 4U}) {
+    EXPECT_EQ(Next({"red", type, 32, 1, "20010db8", "0"}), "reds 10.0.0.0/8 via 192.0.2.1");
+    EXPECT_EQ(Next({"red", 1, 32, type, "20010db8", "0"}), "reds 10.0.0.0/8 via 192.0.2.1");
+  }
 }
 
 TEST_F(RouteRow, TablesOfAFamilyAreTriedInOrderWithTheSameKey) {

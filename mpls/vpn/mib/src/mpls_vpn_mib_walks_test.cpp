@@ -2,6 +2,8 @@
 // whatever the size of the pieces and wherever a walk begins.
 #include <algorithm>
 #include <cstddef>
+#include <random>
+#include <set>
 
 #include "mpls/vpn/mib/src/mpls_vpn_route_test_support.h"
 
@@ -244,6 +246,72 @@ TEST_F(RouteWalks, VrfsWithOneFamilyOrNoneAreNotJumpedOver) {
   ExpectRoutes("route-next/c/1/0/1/0/0", {all.begin() + 2, all.end()});
   ExpectRoutes("route-next/e/1/0/1/0/0", {all.begin() + 4, all.end()});
 }
+
+// VRFs with tables of both families, of one or of none, with and without routes, in a random order of names.
+class RandomRoutes : public RouteWalks, public testing::WithParamInterface<unsigned> {
+ protected:
+  void SetUp() override {
+    RouteWalks::SetUp();
+    std::set<std::string> names;
+    while (names.size() < 12) names.insert(std::string(1 + Draw(3), static_cast<char>('a' + Draw(5))));
+    for (const std::string& name : names) AddRandomVrf(name);
+    Run();
+  }
+  unsigned Draw(unsigned below) { return static_cast<unsigned>(random_() % below); }
+  void AddRandomVrf(const std::string& name) {
+    const bool ipv4 = Draw(3) != 0;
+    const bool ipv6 = Draw(3) != 0;
+    AddVrfWithTables(name, ipv4, ipv6);
+    if (ipv4) AddRandomRoutes(name, {"0.0.0.0/0", "10.0.0.0/8", "10.1.0.0/16", "192.0.2.0/24"}, "192.0.2.");
+    if (ipv6) AddRandomRoutes(name, {"::/0", "2001:db8::/32", "2001:db8:1::/48", "fd00::/8"}, "fe80::");
+  }
+  void AddRandomRoutes(const std::string& vrf, const std::vector<std::string>& prefixes,
+                       const std::string& hop) {
+    for (const std::string& prefix : prefixes) {
+      if (Draw(3) == 0) AddRoute(vrf, prefix, hop + "1");
+      if (Draw(3) == 0) AddRoute(vrf, prefix, hop + "2");
+      if (Draw(3) == 0 && !prefix.ends_with("/0")) AddRoute(vrf, prefix);
+    }
+  }
+  // What the router has.
+  std::vector<std::string> RowsOfTheRouter() {
+    std::vector<std::string> rows;
+    router_.for_each_vrf([&](const router::Vrf& vrf) {
+      for (const router::Family family : {router::Family::kIpv4, router::Family::kIpv6}) {
+        for (const std::string& row : router::Walk(router_.routes(), TableOf(vrf.name, family))) {
+          rows.push_back(vrf.name + " " + row);
+        }
+      }
+    });
+    return rows;
+  }
+  // What single reads show: each asks for the row after the one that was read.
+  std::vector<std::string> RowsReadOneByOne(std::string path) {
+    std::vector<std::string> rows;
+    for (;;) {
+      Reply reply;
+      const Status rc = kvtree_get("/oper/mpls_vpn/gl/" + path, false, reply.Place());
+      EXPECT_TRUE(rc == kStatusOk || rc == kStatusNoSuchRow) << path << ": " << err_text(rc);
+      if (rc != kStatusOk || rows.size() > 1000) return rows;
+      const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply.Get());
+      rows.push_back(RouteText(*row.operator->()));
+      const KvReply read = reply.Get();
+      EXPECT_EQ(route_following_path(&read, &path), kStatusOk);
+    }
+  }
+
+ private:
+  std::minstd_rand random_{GetParam()};
+};
+
+TEST_P(RandomRoutes, SingleReadsAndBatchesShowWhatTheRouterHas) {
+  const std::vector<std::string> rows = RowsOfTheRouter();
+  ASSERT_GT(rows.size(), 10U);
+  EXPECT_EQ(RowsReadOneByOne("route-next//1/0/1/0/0"), rows);
+  ExpectRoutes("route-next//1/0/1/0/0", rows);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, RandomRoutes, testing::Range(1U, 41U));
 
 TEST_F(RouteWalks, WalkFromAKeyOfAVrfThatIsNotThereShowsTheFollowingVrfsWhole) {
   AddVrf("blue");
