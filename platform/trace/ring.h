@@ -28,9 +28,9 @@ struct Entry {
   Word stamp;
   Word thread_and_record;  // thread in the lower half
   Word code;
-  std::array<Word, kTextWords> text;  // terminated within
+  std::array<Word, kTextWords> text;  // terminated within; words behind that are left from earlier records
 };
-static_assert(sizeof(Entry) == 128);
+static_assert(sizeof(Entry) == 256);
 
 struct Header {
   std::uint64_t magic;

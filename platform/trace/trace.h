@@ -14,7 +14,8 @@
 struct TraceBuffer;
 
 inline constexpr std::size_t kTraceNameMax = 64;
-inline constexpr std::size_t kTraceTextMax = 95;  // octets of text kept of one entry
+inline constexpr std::size_t kTraceTextMax = 223;  // octets of text kept of one entry
+inline constexpr char kTraceCutMark[] = "...";     // the end of a text that was longer
 
 struct TraceEntry {
   std::uint64_t sequence;  // counts every record ever written to the buffer, from 1

@@ -95,10 +95,30 @@ TEST_F(TraceTest, FullRingKeepsTheLatestOldestFirst) {
   }
 }
 
-TEST_F(TraceTest, LongTextIsCut) {
+TEST_F(TraceTest, LongTextIsCutAndMarked) {
   TraceBuffer* buffer = Open("long", 4);
-  trace_write(buffer, 1, 0, "%s", std::string(200, 'x').c_str());
-  EXPECT_EQ(Read("long").at(0).text, std::string(kTraceTextMax, 'x'));
+  const std::string longest(kTraceTextMax, 'x');
+  for (const std::size_t length : {kTraceTextMax, kTraceTextMax + 1, 10 * kTraceTextMax}) {
+    trace_write(buffer, 1, 0, "%s", std::string(length, 'x').c_str());
+  }
+  EXPECT_EQ(Read("long").at(0).text, longest);
+  const std::string marked = longest.substr(3) + "...";
+  EXPECT_EQ(Read("long").at(1).text, marked);
+  EXPECT_EQ(Read("long").at(2).text, marked);
+}
+
+TEST_F(TraceTest, TextsOfTwoHundredOctetsAreWhole) {
+  const std::string text = "VRF " + std::string(180, 'n') + ": time = 1700000000";
+  trace_write(Open("long", 4), 1, 0, "%s", text.c_str());
+  EXPECT_EQ(Read("long").at(0).text, text);
+}
+
+TEST_F(TraceTest, ShortTextTakesThePlaceOfALongOne) {
+  TraceBuffer* buffer = Open("short", 1);
+  for (const std::size_t length : {100U, 8U, 7U, 0U}) {
+    trace_write(buffer, 1, 0, "%s", std::string(length, 'x').c_str());
+    EXPECT_EQ(Read("short").at(0).text, std::string(length, 'x'));
+  }
 }
 
 TEST_F(TraceTest, OpeningEmptiesTheBuffer) {

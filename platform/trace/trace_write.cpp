@@ -11,6 +11,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -118,11 +119,20 @@ bool claim(Entry* entry, std::uint64_t sequence) {
          entry->state.compare_exchange_strong(state, writing, std::memory_order_relaxed);
 }
 
-void fill(Entry* entry, std::uint64_t sequence, std::uint32_t record, Status code, const Text& text) {
+// The octets of the text with its terminator. One that does not fit is marked as cut.
+[[gnu::format(printf, 2, 0)]] std::size_t print_text(Text* text, const char* format, va_list arguments) {
+  const int wanted = std::vsnprintf(text->data(), text->size(), format, arguments);
+  if (wanted < static_cast<int>(text->size())) return static_cast<std::size_t>(std::max(wanted, 0)) + 1;
+  std::memcpy(text->data() + text->size() - sizeof kTraceCutMark, kTraceCutMark, sizeof kTraceCutMark);
+  return text->size();
+}
+
+void fill(Entry* entry, std::uint64_t sequence, std::uint32_t record, Status code, const Text& text,
+          std::size_t octets) {
   entry->stamp.store(clock_stamp(), std::memory_order_release);
   entry->thread_and_record.store(std::uint64_t{record} << 32U | thread_id(), std::memory_order_release);
   entry->code.store(code, std::memory_order_release);
-  for (std::size_t i = 0; i < kTextWords; ++i) {
+  for (std::size_t i = 0; 8 * i < octets; ++i) {
     std::uint64_t word = 0;
     std::memcpy(&word, text.data() + 8 * i, sizeof word);
     entry->text[i].store(word, std::memory_order_release);
@@ -151,12 +161,12 @@ void trace_write(TraceBuffer* buffer, std::uint32_t record, Status code, const c
   Text text{};
   va_list arguments;
   va_start(arguments, format);
-  std::vsnprintf(text.data(), text.size(), format, arguments);
+  const std::size_t octets = print_text(&text, format, arguments);
   va_end(arguments);
   const std::uint64_t sequence = buffer->header->last_sequence.fetch_add(1, std::memory_order_relaxed) + 1;
   Entry* entry = &buffer->entries[(sequence - 1) % buffer->header->entry_count];
   if (claim(entry, sequence)) {
-    fill(entry, sequence, record, code, text);
+    fill(entry, sequence, record, code, text, octets);
   } else {
     buffer->header->lost.fetch_add(1, std::memory_order_relaxed);
   }
