@@ -1,5 +1,5 @@
 // "show vrf detail": the show records, which have interfaces, route targets and policies, joined with the
-// MIB's rows, which have states, times and counters.
+// MIB's rows, which have states, times and counters, and with the configured thresholds of each family.
 //
 // All VRFs: a page of show records, and the rows of the same names by one walk, since both are in one order;
 // a row that the walk has not got (VRFs come and go in between) is read by its name, and a VRF without a row
@@ -24,16 +24,17 @@ using Rows = std::map<std::string, std::unique_ptr<VrfRow>>;
 
 class Details {
  public:
-  Details(const Session& session, const VrfRequest& request)
-      : session_(session), request_(request), list_(session.out) {}
+  Details(const Session& session, kvtree::Client& client, const VrfRequest& request)
+      : session_(session), client_(client), request_(request), list_(session.out) {}
 
   void add(const mpls_vpn_mib_vrf& row, const kvtree::Octets& record) {
     const ShownVrf shown(session_, provider_path("vrf-detail"), kShowVrfParcel, record);
+    const VrfDetail vrf{row, *shown, read_thresholds(session_, client_, text_or_empty(row.name), request_)};
     if (session_.json) {
-      list_.add(vrf_json(row, *shown, request_));
+      list_.add(vrf_json(vrf, request_));
     } else {
       if (!is_first_) session_.out << '\n';
-      print_vrf(session_.out, row, *shown, request_);
+      print_vrf(session_.out, vrf, request_);
     }
     is_first_ = false;
   }
@@ -43,6 +44,7 @@ class Details {
 
  private:
   const Session& session_;
+  kvtree::Client& client_;
   const VrfRequest& request_;
   JsonList list_;
   bool is_first_ = true;
@@ -112,7 +114,7 @@ void add_named(const Session& session, kvtree::Client& client, const VrfRequest&
 
 void show_vrf_detail(const Session& session, const VrfRequest& request) {
   const auto client = connect_to_daemon(session);
-  Details details(session, request);
+  Details details(session, *client, request);
   if (!request.name.empty()) {
     add_named(session, *client, request, &details);
   } else if (has_filter(request)) {

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "cli/show_test_fixture.h"
+#include "platform/vrf_config/vrf_config.h"
 
 namespace cli {
 namespace {
@@ -13,6 +14,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using vrf_config::Family;
 
 constexpr std::uint32_t kNow = 1'700'000'000;  // 2023-11-14 22:13:20 UTC
 
@@ -34,6 +36,10 @@ class ShowVrf : public ShowCommand {
     for (unsigned number = 1; number <= count; ++number) {
       fake.vrfs["v" + std::to_string(100'000 + number)].rd = "1:" + std::to_string(number);
     }
+  }
+  static void Configure(const std::string& vrf, Family family, std::uint32_t maximum, std::uint32_t mid) {
+    const KvConfigNode node = vrf_config::route_threshold(vrf, family, maximum, mid);
+    ASSERT_EQ(kvtree_set(node.path, node.value), kStatusOk);
   }
   const ManualClock clock_{std::uint64_t{kNow} * kNanosecondsPerSecond};
 };
@@ -181,7 +187,7 @@ TEST_F(ShowVrf, DetailShowsEverything) {
             "  created             2023-11-13 21:13:20 UTC (1d01h ago)\n"
             "  last changed        2023-11-14 22:12:05 UTC (00:01:15 ago)\n"
             "  routes              7 now, 0 added, 0 deleted, 0 dropped\n"
-            "  route thresholds    mid none, high none\n"
+            "  route thresholds    none\n"
             "  illegal labels      0\n"
             "  big                 no\n"
             "  interface counts    2, 1 active\n"
@@ -191,7 +197,6 @@ TEST_F(ShowVrf, DetailShowsEverything) {
 TEST_F(ShowVrf, DetailShowsRouteTargetsAndPoliciesByFamily) {
   AddBlueWithTables();
   EXPECT_EQ(Ask({"show", "vrf", "detail"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("  route thresholds    mid 500, high none\n"));
   EXPECT_THAT(Out(), HasSubstr("  big                 yes\n"));
   EXPECT_THAT(Out(), HasSubstr("  interfaces          -\n"
                                "  ipv4 unicast\n"
@@ -204,6 +209,35 @@ TEST_F(ShowVrf, DetailShowsRouteTargetsAndPoliciesByFamily) {
                                "    export targets    65000:26\n"
                                "    import policy     -\n"
                                "    export policy     to-blue\n"));
+}
+
+TEST_F(ShowVrf, DetailShowsTheThresholdsOfEachFamily) {
+  AddBlueWithTables();
+  Configure("blue", Family::kIpv4, 600, 500);
+  Configure("blue", Family::kIpv6, 4294967295, 0);
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv4 mid 500, high 600\n"
+                               "                      ipv6 mid none, high 4294967295\n"
+                               "  illegal labels"));
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail", "ipv6"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv6 mid none, high 4294967295\n"
+                               "  illegal labels"));
+}
+
+// The row has one pair, which is 0 after the deletion of either family's.
+TEST_F(ShowVrf, DetailShowsThresholdsThatTheRowDoesNot) {
+  AddBlueWithTables();
+  fake.vrfs["blue"].mid_threshold = 0;
+  fake.vrfs["blues"];
+  Configure("blue", Family::kIpv6, 9, 7);
+  EXPECT_EQ(Ask({"show", "vrf", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv6 mid 7, high 9\n"));
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    none\n"));
+  const Json vrfs = AskForJson({"show", "vrf", "detail"});
+  EXPECT_EQ(vrfs[0]["midThresh"], 0);
+  EXPECT_EQ(vrfs[0]["routeThresholds"],
+            Json::array({{{"afi", 2}, {"afiName", "ipv6"}, {"midThresh", 7}, {"highThresh", 9}}}));
+  EXPECT_EQ(vrfs[1]["routeThresholds"], Json::array());
 }
 
 TEST_F(ShowVrf, DetailOfAFamilyLeavesOutTheOthers) {

@@ -101,11 +101,35 @@ std::string time_line(std::uint32_t seconds) {
   return fmt::format("{} ({} ago)", local_time_text(seconds), age_text(seconds));
 }
 
-std::string threshold(std::uint32_t routes) {
+std::string threshold(std::int64_t routes) {
   return routes == 0 ? "none" : std::to_string(routes);
 }
 
-void print_row(std::ostream& out, const mpls_vpn_mib_vrf& row) {
+// A line for each family that has any.
+void print_thresholds(std::ostream& out, const std::vector<FamilyThresholds>& thresholds) {
+  std::string title = "  route thresholds";
+  if (thresholds.empty()) print_line(out, title, "none");
+  for (const FamilyThresholds& family : thresholds) {
+    print_line(out, title,
+               fmt::format("{} mid {}, high {}", afi_name(family.afi), threshold(family.mid),
+                           threshold(family.high)));
+    title.clear();
+  }
+}
+
+Json thresholds_json(const std::vector<FamilyThresholds>& thresholds) {
+  Json list = Json::array();
+  for (const FamilyThresholds& family : thresholds) {
+    list.push_back({{"afi", family.afi},
+                    {"afiName", afi_name(family.afi)},
+                    {"midThresh", family.mid},
+                    {"highThresh", family.high}});
+  }
+  return list;
+}
+
+void print_row(std::ostream& out, const mpls_vpn_mib_vrf& row,
+               const std::vector<FamilyThresholds>& thresholds) {
   print_line(out, "  description", or_dash(row.description));
   print_line(out, "  route distinguisher", or_dash(row.rd));
   print_line(out, "  state",
@@ -116,8 +140,7 @@ void print_row(std::ostream& out, const mpls_vpn_mib_vrf& row) {
   print_line(out, "  routes",
              fmt::format("{} now, {} added, {} deleted, {} dropped", row.currNumRoutes, row.routesAdded,
                          row.routesDeleted, row.routesDropped));
-  print_line(out, "  route thresholds",
-             fmt::format("mid {}, high {}", threshold(row.midThresh), threshold(row.highThresh)));
+  print_thresholds(out, thresholds);
   print_line(out, "  illegal labels", std::to_string(row.illegalLabelViolations));
 }
 
@@ -160,18 +183,19 @@ std::vector<std::string> interface_names(const mpls_vpn_vrf& shown) {
   return names;
 }
 
-Json vrf_json(const mpls_vpn_mib_vrf& row, const mpls_vpn_vrf& shown, const VrfRequest& request) {
-  Json json = vrf_row_json(row);
-  json["isBigVrf"] = shown.isBigVrf != 0;
-  json["interfaces"] = interface_names(shown);
-  json["addressFamilies"] = tables_json(shown, request);
+Json vrf_json(const VrfDetail& vrf, const VrfRequest& request) {
+  Json json = vrf_row_json(vrf.row);
+  json["routeThresholds"] = thresholds_json(vrf.thresholds);
+  json["isBigVrf"] = vrf.shown.isBigVrf != 0;
+  json["interfaces"] = interface_names(vrf.shown);
+  json["addressFamilies"] = tables_json(vrf.shown, request);
   return json;
 }
 
-void print_vrf(std::ostream& out, const mpls_vpn_mib_vrf& row, const mpls_vpn_vrf& shown,
-               const VrfRequest& request) {
+void print_vrf(std::ostream& out, const VrfDetail& vrf, const VrfRequest& request) {
+  const auto& [row, shown, thresholds] = vrf;
   fmt::print(out, "VRF {}\n", or_dash(row.name));
-  print_row(out, row);
+  print_row(out, row, thresholds);
   print_line(out, "  big", shown.isBigVrf != 0 ? "yes" : "no");
   std::vector<std::string> names = interface_names(shown);
   for (std::string& name : names) name = printable(name);

@@ -5,6 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/json_list.h"
+#include "cli/vrf_thresholds.h"
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 
 namespace cli {
@@ -12,10 +13,16 @@ namespace cli {
 // Of the MIB row alone.
 Json vrf_row_json(const mpls_vpn_mib_vrf& row);
 
-// Of both records: address families that the request does not ask for are left out.
-Json vrf_json(const mpls_vpn_mib_vrf& row, const mpls_vpn_vrf& shown, const VrfRequest& request);
-void print_vrf(std::ostream& out, const mpls_vpn_mib_vrf& row, const mpls_vpn_vrf& shown,
-               const VrfRequest& request);
+// Everything that is known of one VRF.
+struct VrfDetail {
+  const mpls_vpn_mib_vrf& row;
+  const mpls_vpn_vrf& shown;
+  std::vector<FamilyThresholds> thresholds;
+};
+
+// Address families that the request does not ask for are left out.
+Json vrf_json(const VrfDetail& vrf, const VrfRequest& request);
+void print_vrf(std::ostream& out, const VrfDetail& vrf, const VrfRequest& request);
 
 std::vector<std::string> interface_names(const mpls_vpn_vrf& shown);
 

@@ -1,0 +1,25 @@
+// The route thresholds that are configured for a VRF's unicast tables, one pair for each address family.
+//
+// The MIB's row has one pair for both families, that of the family which was changed last: it shows none when
+// that one's were deleted, though the other family's are still watched.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cli/commands.h"
+
+namespace cli {
+
+struct FamilyThresholds {
+  std::uint32_t afi = 0;
+  std::int64_t mid = 0;  // routes; 0: none
+  std::int64_t high = 0;
+};
+
+// Of the families that the request asks for, those that have thresholds.
+std::vector<FamilyThresholds> read_thresholds(const Session& session, kvtree::Client& client,
+                                              const std::string& vrf, const VrfRequest& request);
+
+}  // namespace cli
