@@ -12,8 +12,8 @@
 //   6. the services are given the model;
 //   7. from here nothing leaves for a client before the checkpoint is on disk;
 //   8. when the daemon makes its main event manager: the data store's server and the source's live part start
-//   on it, the VRFs that have configuration are named in the model (before the daemon hears of what they
-//   have), and the routing tables are watched against their thresholds.
+//   on it, the route modules are looked for, the VRFs that have configuration are named in the model (before
+//   the daemon hears of what they have), and the routing tables are watched against their thresholds.
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
 #include "daemon/host.h"
@@ -25,6 +25,7 @@
 #include <system_error>
 #include <vector>
 
+#include "daemon/route_modules.h"
 #include "daemon/settings.h"
 #include "platform/base/directories.h"
 #include "platform/base/fault.h"
@@ -124,6 +125,7 @@ void start_on_main_manager(EventManager* manager) {
     log_line("mpls_vpn_mib: cannot serve %s: %s", kMainManager, err_text(status));
     std::exit(1);
   }
+  check_route_modules();
   host().model.routes().defer_releases(
       [manager] { event_timer_start(manager, 0, [manager] { release_routes(manager); }); });
   if (const Status status = config_references_start(&host().model, manager)) {

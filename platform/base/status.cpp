@@ -32,6 +32,7 @@ constexpr StatusText kTexts[] = {
     {kStatusStaleConnection, "Connection to the interface manager is stale"},
     {kStatusConnectionRetry, "Connection is not up yet and will be retried"},
     {kStatusNoCrossConnect, "No cross-connect forwards the route"},
+    {kStatusNoRouteModule, "A route module cannot be loaded; the daemon's log says why"},
     {kStatusInvalidNode, "Database node is incomplete"},
     {kStatusChkptKeyNotFound, "No checkpoint record of this key"},
     {kStatusChkptMapping, "Checkpoint key cannot be looked up"},

@@ -44,6 +44,7 @@ inline constexpr Status kStatusStaleConnection = 0x409a0c00;  // the interface m
 inline constexpr Status kStatusConnectionRetry =
     0x21200e00;  // the connection is not up yet; it will be retried
 inline constexpr Status kStatusNoCrossConnect = 0xa2d38002;  // no label cross-connect forwards the route
+inline constexpr Status kStatusNoRouteModule = 0xa2d38204;   // a module of the routing table cannot be loaded
 inline constexpr Status kStatusInvalidNode = 0x42698600;     // a database node without its name (or record)
 
 // Checkpoint store.

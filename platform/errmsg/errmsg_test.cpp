@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "platform/base/clock.h"
+
 namespace {
 
 struct SystemLog {
@@ -67,6 +69,7 @@ constexpr ErrmsgRecord kLoad = {"MPLS_VPN_MIB", "OS", 3, "ERR_DLL_LOAD", "Cannot
 class ErrmsgTest : public testing::Test {
  protected:
   void SetUp() override {
+    errmsg_open("test", 0, 0);
     system_log() = {};
     unsetenv("JOURNAL_STREAM");
     errmsg_capture(&lines_);
@@ -81,6 +84,7 @@ class ErrmsgTest : public testing::Test {
     return testing::internal::GetCapturedStderr();
   }
   std::string lines_;
+  ManualClock clock_{kNanosecondsPerSecond};
 };
 
 TEST_F(ErrmsgTest, LineNamesFacilityCategorySeverityAndMnemonic) {
@@ -112,7 +116,32 @@ TEST_F(ErrmsgTest, OpeningPassesIdentityOptionsAndFacility) {
 TEST_F(ErrmsgTest, StandardErrorGetsTheLineWhereItIsNoJournal) {
   EXPECT_EQ(StandardErrorOf(kInit), "%MPLS_VPN_MIB-OS-3-ERR_INIT : one : two\n");
   setenv("JOURNAL_STREAM", "1:2", 1);
+  clock_.advance(kErrmsgQuietTime);
   EXPECT_EQ(StandardErrorOf(kInit), "%MPLS_VPN_MIB-OS-3-ERR_INIT : one : two\n");
+}
+
+TEST_F(ErrmsgTest, RepeatedLineIsCountedUntilTheQuietTimeIsOver) {
+  const std::string line = "%MPLS_VPN_MIB-OS-3-ERR_INIT : one : two\n";
+  EXPECT_EQ(StandardErrorOf(kInit), line);
+  clock_.advance(kErrmsgQuietTime - 1);
+  system_log() = {};
+  EXPECT_EQ(StandardErrorOf(kInit), "");
+  EXPECT_EQ(StandardErrorOf(kInit), "");
+  EXPECT_EQ(system_log().text, "");
+  EXPECT_EQ(StandardErrorOf(kLoad), "%MPLS_VPN_MIB-OS-3-ERR_DLL_LOAD : Cannot load DLL: one \n")
+      << "another line";
+  clock_.advance(1);
+  EXPECT_EQ(StandardErrorOf(kInit), line + "last message repeated 2 times\n");
+  EXPECT_EQ(lines_, line + line + line + "%MPLS_VPN_MIB-OS-3-ERR_DLL_LOAD : Cannot load DLL: one \n" + line);
+  clock_.advance(kErrmsgQuietTime);
+  EXPECT_EQ(StandardErrorOf(kInit), line) << "not repeated since";
+}
+
+TEST_F(ErrmsgTest, ManyDifferentLinesAreAllWritten) {
+  for (int number = 0; number < 200; ++number) {
+    errmsg_post(&kInit, std::to_string(number).c_str(), "x");
+    EXPECT_EQ(system_log().text, "%MPLS_VPN_MIB-OS-3-ERR_INIT : " + std::to_string(number) + " : x");
+  }
 }
 
 TEST_F(ErrmsgTest, JournalGetsTheLineOnce) {

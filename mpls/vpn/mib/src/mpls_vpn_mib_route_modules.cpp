@@ -1,11 +1,12 @@
 // See mpls_vpn_mib_route_modules.h. One record a module: its file, its handle and the two symbols. They are
-// set by whichever request comes first; a daemon without the modules serves everything but routes and says so
-// at each attempt.
+// set by whichever request comes first; a daemon without the modules serves everything but routes, and each
+// request tries again.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route_modules.h"
 
 #include <dlfcn.h>
 
 #include <string>
+#include <vector>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/mpls_vpn_errmsg.h"
@@ -22,42 +23,66 @@ struct RouteModule {
   void* handle;
   void* find_route;
   void* total_active_routes;
+  std::string failure;  // why it could not be loaded; empty while it is, and before the first attempt
 };
 
-RouteModule ipv4_module = {
-    "mib/libipv4_forwardmib.dll", "ipv4", "mpls_vpn_mib_rib_ipv4_route_load_dll", nullptr, nullptr, nullptr};
-RouteModule ipv6_module = {
-    "mib/libipv6_forwardmib.dll", "ipv6", "mpls_vpn_mib_rib_ipv6_route_load_dll", nullptr, nullptr, nullptr};
+RouteModule ipv4_module = {"mib/libipv4_forwardmib.dll",
+                           "ipv4",
+                           "mpls_vpn_mib_rib_ipv4_route_load_dll",
+                           nullptr,
+                           nullptr,
+                           nullptr,
+                           {}};
+RouteModule ipv6_module = {"mib/libipv6_forwardmib.dll",
+                           "ipv6",
+                           "mpls_vpn_mib_rib_ipv6_route_load_dll",
+                           nullptr,
+                           nullptr,
+                           nullptr,
+                           {}};
+
+// The loader's reason for its latest failure on this thread, behind the path that it usually begins with.
+std::string loader_failure(const std::string& path) {
+  const char* text = dlerror();
+  const std::string reason = text == nullptr ? "no reason is known" : text;
+  return reason.starts_with(path) ? reason : path + ": " + reason;
+}
+
+std::string path_of(const RouteModule& module) {
+  return library_directory() + "/" + module.file;
+}
 
 bool open_module(RouteModule* module) {
   if (module->handle != nullptr) return true;
-  const std::string path = library_directory() + "/" + module->file;
+  const std::string path = path_of(*module);
   Status rc = fault_check("dlopen");
   if (rc == kStatusOk) {
     module->handle = dlopen(path.c_str(), RTLD_LAZY);
-    rc = kStatusUnavailable;
+    rc = kStatusNoRouteModule;
   }
   if (module->handle != nullptr) return true;
+  module->failure = rc == kStatusNoRouteModule ? loader_failure(path) : path + ": " + err_text(rc);
   errmsg_post(&ERR_DLL_LOAD, module->file);
-  mpls_vpn_trace(kTraceError, rc, "%s: cannot load %s", module->function, path.c_str());
+  mpls_vpn_trace(kTraceError, rc, "%s: cannot load %s", module->function, module->failure.c_str());
   return false;
 }
 
-bool find_symbol(const RouteModule& module, const char* name, void** symbol) {
+bool find_symbol(RouteModule* module, const char* name, void** symbol) {
   if (*symbol != nullptr) return true;
-  if (fault_check("dlsym") == kStatusOk) *symbol = dlsym(module.handle, name);
+  if (fault_check("dlsym") == kStatusOk) *symbol = dlsym(module->handle, name);
   if (*symbol != nullptr) return true;
-  mpls_vpn_trace(kTraceError, kStatusUnavailable, "%s: no symbol %s in %s", module.function, name,
-                 module.file);
+  module->failure = path_of(*module) + ": no symbol " + name;
+  mpls_vpn_trace(kTraceError, kStatusNoRouteModule, "%s: no symbol %s in %s", module->function, name,
+                 module->file);
   return false;
 }
 
 bool find_symbols(RouteModule* module) {
-  if (!find_symbol(*module, kForwardmibFindRouteSymbol, &module->find_route)) {
+  if (!find_symbol(module, kForwardmibFindRouteSymbol, &module->find_route)) {
     errmsg_post(&ERR_DLL_SYMBOL_ERROR, kForwardmibFindRouteSymbol, module->file);
     return false;
   }
-  if (!find_symbol(*module, kForwardmibTotalActiveRoutesSymbol, &module->total_active_routes)) {
+  if (!find_symbol(module, kForwardmibTotalActiveRoutesSymbol, &module->total_active_routes)) {
     // Deliberate: file and symbol in this order, which is how log filters know the message.
     errmsg_post(&ERR_DLL_SYMBOL_ERROR, module->file, kForwardmibTotalActiveRoutesSymbol);
     return false;
@@ -81,6 +106,7 @@ bool load(RouteModule* module) {
     unload(module);
     return false;
   }
+  module->failure.clear();
   mpls_vpn_debug(RIB, "%s: Successfully load %s RIB dll", module->function, module->family);
   return true;
 }
@@ -117,7 +143,17 @@ std::uint32_t mpls_vpn_mib_ipv6_unicast_active_routes(std::uint32_t table_id) {
   return active_routes(&ipv6_module, __func__, table_id);
 }
 
+std::vector<std::string> mpls_vpn_mib_route_module_failures() {
+  std::vector<std::string> failures;
+  for (const RouteModule* module : {&ipv4_module, &ipv6_module}) {
+    if (!module->failure.empty()) failures.push_back(module->failure);
+  }
+  return failures;
+}
+
 void mpls_vpn_mib_route_modules_end() {
-  unload(&ipv4_module);
-  unload(&ipv6_module);
+  for (RouteModule* module : {&ipv4_module, &ipv6_module}) {
+    unload(module);
+    module->failure.clear();
+  }
 }

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "mib/forwardmib.h"
 
@@ -12,6 +14,10 @@
 // call tries again what is missing.
 bool mpls_vpn_mib_rib_ipv4_route_load_dll();
 bool mpls_vpn_mib_rib_ipv6_route_load_dll();
+
+// Why the latest attempt to load each module failed: its path below the library directory, whole, and the
+// loader's reason. None of a module that is loaded or was not asked for yet.
+std::vector<std::string> mpls_vpn_mib_route_module_failures();
 
 // "ribmib_find_route" of each. REQUIRES: its loading answered true.
 ForwardmibFindIpv4Route mpls_vpn_mib_rib_ipv4_find_route();

@@ -102,9 +102,14 @@ TEST_P(RouteModules, MissingFileIsPostedAndTriedAgain) {
   EXPECT_FALSE(family().load());
   EXPECT_EQ(posted_, "%MPLS_VPN_MIB-OS-3-ERR_DLL_LOAD : Cannot load DLL: " + File() + " \n");
   EXPECT_THAT(Prints(), IsEmpty());
-  EXPECT_THAT(Traced("mpls_vpn/error"), ElementsAre(HasSubstr("cannot load")));
+  const std::string failure =
+      run_directory() + "/" + File() + ": cannot open shared object file: No such file or directory";
+  EXPECT_THAT(mpls_vpn_mib_route_module_failures(), ElementsAre(failure));
+  EXPECT_THAT(Traced("mpls_vpn/error"),
+              ElementsAre(std::string(family().loading) + ": cannot load " + failure));
   ASSERT_EQ(setenv("MPLS_VPN_MIB_LIB_DIR", MPLS_BUILD_LIB_DIR, 1), 0);
   EXPECT_TRUE(family().load());
+  EXPECT_THAT(mpls_vpn_mib_route_module_failures(), IsEmpty());
 }
 
 TEST_P(RouteModules, FileThatCannotBeReadIsPostedAndTriedAgain) {
@@ -131,12 +136,14 @@ TEST_P(RouteModules, FileWithoutTheSymbolsIsPostedAndTriedAgain) {
   EXPECT_EQ(posted_,
             "%MPLS_VPN_MIB-OS-3-ERR_DLL_SYMBOL_ERROR : Cannot find symbol ribmib_find_route in DLL " +
                 File() + "\n");
+  EXPECT_THAT(mpls_vpn_mib_route_module_failures(), ElementsAre(file + ": no symbol ribmib_find_route"));
   RecoversWithTheRightModule(file);
 }
 
 TEST_P(RouteModules, RefusedOpenIsTracedWithItsCode) {
   const ScopedFault fault("dlopen", kStatusAccess);
   EXPECT_FALSE(family().load());
+  EXPECT_THAT(mpls_vpn_mib_route_module_failures(), ElementsAre(BuiltFile() + ": Permission denied"));
   Status code = kStatusOk;
   EXPECT_EQ(Traced("mpls_vpn/error", &code).size(), 1U);
   EXPECT_EQ(code, kStatusAccess);
@@ -161,7 +168,7 @@ TEST_P(RouteModules, SecondSymbolIsPostedAfterItsFile) {
   EXPECT_THAT(
       Traced("mpls_vpn/error", &code),
       ElementsAre(StartsWith(std::string(family().loading) + ": no symbol ribmib_total_active_routes")));
-  EXPECT_EQ(code, kStatusUnavailable);
+  EXPECT_EQ(code, kStatusNoRouteModule);
   EXPECT_TRUE(family().load());
 }
 

@@ -1,0 +1,41 @@
+// See route_modules.h. The modules are the daemon's, loaded by its own functions; what stands in front of the
+// requests is in place only while one is missing.
+#include "daemon/route_modules.h"
+
+#include <string>
+
+#include "mpls/vpn/mib/src/mpls_vpn_mib_route_modules.h"
+#include "platform/base/log.h"
+#include "platform/base/status.h"
+#include "platform/kvtree/kvtree.h"
+
+namespace daemon_host {
+
+namespace {
+
+constexpr char kRoutePaths[] = "/oper/mpls_vpn/gl/route";  // "route" and "route-next"
+
+bool load_both() {
+  const bool ipv4 = mpls_vpn_mib_rib_ipv4_route_load_dll();
+  return mpls_vpn_mib_rib_ipv6_route_load_dll() && ipv4;
+}
+
+Status guard_routes() {
+  if (!load_both()) return kStatusNoRouteModule;
+  log_line("mpls_vpn_mib: the route modules are loaded; routes are shown");
+  kvtree_guard(kRoutePaths, nullptr);
+  return kStatusOk;
+}
+
+}  // namespace
+
+void check_route_modules() {
+  if (load_both()) return;
+  for (const std::string& failure : mpls_vpn_mib_route_module_failures()) {
+    log_line("mpls_vpn_mib: requests for routes fail, because a module cannot be loaded: %s",
+             failure.c_str());
+  }
+  kvtree_guard(kRoutePaths, guard_routes);
+}
+
+}  // namespace daemon_host

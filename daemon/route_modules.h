@@ -1,0 +1,11 @@
+// Whether routes can be shown: the routing table's modules are looked for when the process starts.
+#pragma once
+
+namespace daemon_host {
+
+// Logs each module that cannot be loaded, with its whole path and the loader's reason. Until both are there,
+// requests for routes are answered with kStatusNoRouteModule: an empty table would tell managers that the
+// router has no routes. Every such request tries again.
+void check_route_modules();
+
+}  // namespace daemon_host
