@@ -182,6 +182,7 @@ int start_host() {
   Settings settings;
   std::string error;
   if (!read_settings(config_directory(), &settings, &error)) return refuse(error);
+  if (!settings.notice.empty()) log_line("mpls_vpn_mib: %s", settings.notice.c_str());
   if (!prepare_store()) return 1;
   if (!load_source(settings, &error)) return refuse(error);
   if (const Status status = follow_suite(settings.frr_shell)) {

@@ -76,6 +76,15 @@ void take_settings(const YAML::Node& root, const std::filesystem::path& folder, 
   take_frr(root["frr"], settings->source, settings);
 }
 
+// Whether the file is there. A missing folder is probably a wrong name in the environment.
+bool find_file(const std::filesystem::path& folder, const std::string& file, Settings* settings) {
+  if (std::filesystem::exists(file)) return true;
+  if (!std::filesystem::exists(folder)) {
+    settings->notice = folder.string() + ": there is no such configuration directory; the defaults are used";
+  }
+  return false;
+}
+
 std::string describe(const std::string& file, const YAML::Mark& mark, const std::string& what) {
   return file + ":" + std::to_string(mark.line + 1) + ":" + std::to_string(mark.column + 1) + ": " + what;
 }
@@ -87,10 +96,13 @@ bool read_settings(const std::string& config_directory, Settings* settings, std:
   const std::string file = (folder / "platform.yaml").string();
   Settings read;
   try {
-    const bool exists = std::filesystem::exists(file);
+    const bool exists = find_file(folder, file, &read);
     take_settings(exists ? YAML::LoadFile(file) : YAML::Node(), folder, &read);
   } catch (const Mistake& mistake) {
     *error = describe(file, mistake.mark, mistake.what);
+    return false;
+  } catch (const std::filesystem::filesystem_error& failure) {
+    *error = file + ": " + failure.code().message();
     return false;
   } catch (const YAML::BadFile&) {
     *error = file + ": cannot be read";

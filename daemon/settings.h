@@ -17,10 +17,12 @@ struct Settings {
   SourceKind source = SourceKind::kKernel;
   std::string router_file;  // absolute, or relative to the working directory; empty with the kernel
   std::vector<std::string> frr_shell;  // the routing suite's shell and its arguments; empty: not followed
+  std::string notice;                  // what the operator should know; empty for nothing
 };
 
 // False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value,
-// or names a file source without a router file. A missing file gives the defaults.
+// or names a file source without a router file. A missing file gives the defaults, a missing folder a notice,
+// too.
 [[nodiscard]] bool read_settings(const std::string& config_directory, Settings* settings, std::string* error);
 
 }  // namespace daemon_host

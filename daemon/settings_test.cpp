@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -30,6 +31,23 @@ class SettingsFile : public ::testing::Test {
 TEST_F(SettingsFile, MissingFileMeansTheKernel) {
   ASSERT_TRUE(Read());
   EXPECT_EQ(settings_.source, SourceKind::kKernel);
+}
+
+TEST_F(SettingsFile, MissingFolderIsNoticed) {
+  ASSERT_TRUE(Read());
+  EXPECT_EQ(settings_.notice, "") << "a missing file alone is usual";
+  const std::string folder = folder_.path() + "/none";
+  ASSERT_TRUE(read_settings(folder, &settings_, &error_));
+  EXPECT_EQ(settings_.source, SourceKind::kKernel);
+  EXPECT_EQ(settings_.notice.substr(0, folder.size() + 2), folder + ": ");
+  EXPECT_NE(settings_.notice.find("no such configuration directory"), std::string::npos);
+}
+
+TEST_F(SettingsFile, FolderThatCannotBeSearchedIsAFailure) {
+  const std::string loop = folder_.path() + "/loop";
+  std::filesystem::create_symlink(loop, loop);
+  EXPECT_FALSE(read_settings(loop, &settings_, &error_));
+  EXPECT_EQ(error_, loop + "/platform.yaml: Too many levels of symbolic links");
 }
 
 TEST_F(SettingsFile, EmptyFileMeansTheKernel) {

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/base/clock.h"
 #include "platform/base/fault.h"
 #include "platform/base/log.h"
 #include "platform/kvtree/kvtree.h"
@@ -25,6 +26,15 @@ namespace {
 
 constexpr char kActionName[] = "router";
 constexpr std::size_t kRowsPerStep = 1000;  // about a millisecond
+
+constexpr char kTriedAgain[] = " (it is tried again)";
+constexpr std::uint64_t kFirstRetry = kNanosecondsPerSecond;
+constexpr std::uint64_t kLongestRetry = 60 * kNanosecondsPerSecond;
+
+// Whether only another file can help, which the watch notices.
+bool is_of_the_file(Status status) {
+  return status == kStatusInvalid || status == kStatusNoSuchRow || status == kStatusMessageTooLarge;
+}
 
 // How many rows the first step of a load takes: what is written out, and a step's share.
 std::size_t rows_at_once(const std::vector<router_file::RouteGroup>& groups) {
@@ -47,6 +57,7 @@ FileSource::FileSource(router::Router* model, std::string path)
 
 FileSource::~FileSource() {
   if (feeding_ != 0) event_timer_cancel(manager_, feeding_);
+  stop_retrying();
   if (watch_) kvtree_unregister_action(kActionName);
 }
 
@@ -106,7 +117,8 @@ void FileSource::feed_later() {
 void FileSource::feed() {
   feeding_ = 0;
   if (const Status status = feeder_.step(kRowsPerStep)) {
-    log_line("%s: cannot add a route: %s", path_.c_str(), err_text(status));
+    tell_failure(status, path_ + ": cannot add a route: " + err_text(status));
+    retry_if_useful(status);
   } else if (feeder_.is_done()) {
     log_line("%s: %s", path_.c_str(), router_file::changes_text({}, feeder_.changes()).c_str());
   }
@@ -130,8 +142,43 @@ Status FileSource::start(EventManager* manager) {
 Status FileSource::reload(std::string* text) {
   router_file::Changes changes;
   const Status status = load_into_model(&changes, text);
-  if (status == kStatusOk) *text = loaded_text(changes);
+  if (status == kStatusOk) {
+    *text = loaded_text(changes);
+  } else if (!is_of_the_file(status)) {
+    *text += kTriedAgain;
+  }
+  retry_if_useful(status);
   return status;
+}
+
+void FileSource::stop_retrying() {
+  if (retrying_ != 0) event_timer_cancel(manager_, std::exchange(retrying_, 0));
+}
+
+// After every load once the source is started.
+void FileSource::retry_if_useful(Status status) {
+  stop_retrying();
+  if (status == kStatusOk || is_of_the_file(status)) {
+    retry_after_ = 0;
+    told_failure_.clear();
+    return;
+  }
+  retry_after_ = retry_after_ == 0 ? kFirstRetry : std::min(2 * retry_after_, kLongestRetry);
+  retrying_ = event_timer_start(manager_, retry_after_, [this] {
+    retrying_ = 0;
+    reader_->start();
+  });
+}
+
+// Once for attempts that fail in the same way.
+void FileSource::tell_failure(Status status, const std::string& error) {
+  if (error == told_failure_) return;
+  if (is_of_the_file(status)) {
+    log_line("%s%s", error.c_str(), status == kStatusInvalid ? " (nothing was changed)" : "");
+    return;
+  }
+  log_line("%s%s", error.c_str(), kTriedAgain);
+  told_failure_ = error;
 }
 
 std::string FileSource::loaded_text(const router_file::Changes& changes) const {
@@ -148,6 +195,10 @@ void FileSource::was_read(router_file::Reading reading) {
   router_file::Changes changes;
   std::string error;
   const Status status = take(&reading, &changes, &error);
-  const std::string text = status == kStatusOk ? loaded_text(changes) : error;
-  log_line("%s%s", text.c_str(), status == kStatusInvalid ? " (nothing was changed)" : "");
+  if (status == kStatusOk) {
+    log_line("%s", loaded_text(changes).c_str());
+  } else {
+    tell_failure(status, error);
+  }
+  retry_if_useful(status);
 }

@@ -1,10 +1,13 @@
 // The router from a file (router_file.h says how it is written): loaded once, loaded again whenever the file
 // changes, and changed in between by the action "router" (router_action.h), as an operator changes a router.
 //
-// A file with a mistake changes nothing: the router stays what it was. What the action changed lasts until
-// the next load. Main thread.
+// A file with a mistake changes nothing: the router stays what it was. A change that fails for another reason
+// (no disk space for the configuration, no memory) is tried again, after a second and then less and less
+// often, until it succeeds or the file changes. What the action changed lasts until the next load. Main
+// thread.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -45,13 +48,19 @@ class FileSource {
   void was_read(router_file::Reading reading);
   void feed_later();
   void feed();
+  void retry_if_useful(Status status);
+  void stop_retrying();
+  void tell_failure(Status status, const std::string& error);
 
   router::Router* model_;
   std::string path_;
   std::string commit_;  // that the last load made; empty for none
   router_file::RouteFeeder feeder_;
   EventManager* manager_ = nullptr;
-  EventTimerId feeding_ = 0;  // the timer of the next step; 0 when none is set
+  EventTimerId feeding_ = 0;       // the timer of the next step; 0 when none is set
+  EventTimerId retrying_ = 0;      // the timer of the next attempt, likewise
+  std::uint64_t retry_after_ = 0;  // nanoseconds; 0 when the last load did not fail
+  std::string told_failure_;       // of the load that is tried again
   RouterAction action_;
   std::unique_ptr<FolderWatch> watch_;
   std::unique_ptr<router_file::BackgroundReader> reader_;  // from the start on
