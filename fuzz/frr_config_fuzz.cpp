@@ -2,15 +2,18 @@
 //
 // The whole input is a configuration; whatever it holds must become nodes that the tree takes: below a scope,
 // not longer than a path may be for words of an ordinary length, of one program only, in order. The input
-// with what the shell prints around it must be read as the same configuration or refused.
+// with what the shell prints around it must be read as the same configuration or refused. As an answer to the
+// commands that show what the suite derives, the input must become such nodes as well, or be refused.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "sources/frr/config_nodes.h"
 #include "sources/frr/conversation.h"
+#include "sources/frr/derived.h"
 
 namespace {
 
@@ -56,6 +59,16 @@ void check_nodes(std::string_view text) {
   }
 }
 
+void check_derived(const std::string& text) {
+  static const frr::RunningConfig config = frr::parse_running_config(
+      "router bgp 1\n advertise-all-vni\n import vrf red\nrouter bgp 1 vrf red\n address-family ipv4 "
+      "unicast\n"
+      "  rd vpn export 1:1\n  rt vpn export 10.0.0.1:1\n");
+  const std::vector<std::string> texts(frr::derived_commands(config).size(), text);
+  const auto derived = frr::derive(config, texts, {});
+  if (derived) require(is_in_order(derived->nodes));
+}
+
 void check_answer(const std::string& text) {
   (void)frr::read_shell_output(text, "bgpd");
   const std::string printed =
@@ -73,6 +86,7 @@ void check_answer(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   check_nodes(text);
+  check_derived(text);
   check_answer(text);
   return 0;
 }
