@@ -3,10 +3,10 @@
 // A VRF has one description in the MIB and none in the suite; the device of a VRF has one, however, as an
 // interface that is named like the VRF ("interface red / description ..."), and that is taken.
 //
-// OSPF is enabled on an interface by a `network` line that its address falls into, or by its own
-// `ip ospf area`, in both cases only if its VRF has the process. The address must be as specific as the
-// network: 10.0.0.1/24 is not in 10.0.0.0/30. Where several networks fit, the most specific one gives the
-// area.
+// OSPF is enabled on an interface by a `network` line that holds its address, or by its own `ip ospf area`,
+// in both cases only if its VRF has the process. A network holds the addresses under its own mask, whatever
+// prefix length the interface has: 10.0.0.1/24 is in 10.0.0.0/30, and in 10.0.0.1/32. Where several networks
+// hold an address, the most specific one gives the area.
 #include "sources/frr/config_nodes.h"
 
 #include <algorithm>
@@ -138,8 +138,7 @@ bool shares_bits(const router::Address& left, const router::Address& right, unsi
 }
 
 bool is_within(const router::Address& address, const router::Address& network) {
-  return address.family == network.family && address.prefix_length >= network.prefix_length &&
-         shares_bits(address, network, network.prefix_length);
+  return address.family == network.family && shares_bits(address, network, network.prefix_length);
 }
 
 // The most specific of the process's networks that an address of the interface falls into.

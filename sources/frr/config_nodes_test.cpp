@@ -184,11 +184,21 @@ TEST_F(ConfigNodes, OspfIsEnabledByNetworks) {
               ElementsAre(vrf_config::ospf_interface("blue", "1", 3, "blue1")));
 }
 
-TEST_F(ConfigNodes, NetworkMustHoldTheWholePrefix) {
-  AddInterface("blue1", "blue", {"10.2.0.1/24"});
-  EXPECT_THAT(Paths("ospfd", "router ospf vrf blue\n network 10.2.0.0/30 area 0\n"), IsEmpty());
-  EXPECT_THAT(Paths("ospfd", "router ospf vrf blue\n network 10.3.0.0/24 area 0\n"), IsEmpty());
-  EXPECT_EQ(Paths("ospfd", "router ospf vrf blue\n network 0.0.0.0/0 area 0\n").size(), 1U);
+// Seen in both versions of the suite: an interface with 10.2.0.1/24 runs OSPF under "network 10.2.0.1/32".
+TEST_F(ConfigNodes, NetworkHoldsTheAddressesUnderItsOwnMask) {
+  AddInterface("blue1", "blue", {"10.2.0.1/24", "2001:db8:2::1/64"});
+  for (const char* network : {"10.2.0.1/32", "10.2.0.0/30", "10.2.0.0/16", "0.0.0.0/0"}) {
+    const std::string line = std::string(" network ") + network;
+    EXPECT_EQ(Paths("ospfd", "router ospf vrf blue\n" + line + " area 0\n").size(), 1U) << network;
+    EXPECT_EQ(Paths("ripd", "router rip vrf blue\n" + line + "\n").size(), 1U) << network;
+    EXPECT_EQ(Paths("eigrpd", "router eigrp 1 vrf blue\n" + line + "\n").size(), 1U) << network;
+  }
+  for (const char* network : {"10.2.0.0/32", "10.2.0.2/31", "10.2.0.128/25", "10.3.0.0/24"}) {
+    EXPECT_THAT(Paths("ospfd", std::string("router ospf vrf blue\n network ") + network + " area 0\n"),
+                IsEmpty());
+  }
+  EXPECT_EQ(Paths("ripngd", "router ripng vrf blue\n network 2001:db8:2::/127\n").size(), 1U);
+  EXPECT_THAT(Paths("ripngd", "router ripng vrf blue\n network 2001:db8:2::/128\n"), IsEmpty());
 }
 
 TEST_F(ConfigNodes, MostSpecificNetworkGivesTheArea) {

@@ -58,6 +58,9 @@ exit
 router ripng vrf blue
  network blue1
 exit
+router ripng vrf green
+ network 2001:db8:4::1/127
+exit
 router bgp 65000
  bgp router-id 10.255.0.1
  neighbor 10.255.0.2 remote-as 65000
@@ -206,7 +209,7 @@ class Vpns(GuestSystemTest):
             for name, shown in self.suite.show_json(f"show ipv6 ospf6 vrf {vrf} interface json").items():
                 if shown.get("attachedToArea"):
                     found[name].add("ospf")
-        for vrf in ("red", "blue"):
+        for vrf in ("red", "blue", "green"):
             table = self.suite.show(f"show ipv6 ripng vrf {vrf} status").partition("Recv")[2].partition("Routing for")[0]
             for name in re.findall(r"^    (\S+) ", table, re.MULTILINE):
                 found[name].add("rip")
@@ -261,7 +264,7 @@ class Vpns(GuestSystemTest):
     def test_2_interfaces_have_their_protocols(self):
         self.assert_becomes_equal(self.mib_protocols, self.suite_protocols)
         self.assertEqual(self.mib_protocols(), {"red1": {"bgp", "rip"}, "red2": {"bgp", "rip", "ospf"},
-                                                "blue1": {"bgp", "rip"}, "green1": set(), "gold1": set(), "gray1": set()})
+                                                "blue1": {"bgp", "rip"}, "green1": {"rip"}, "gold1": set(), "gray1": set()})
         circuits = self.suite.show_json("show isis vrf green interface json")["areas"][0]["circuits"]
         self.assertEqual(circuits[0]["interface"]["name"], "green1", "IS-IS runs, and no subscription can carry it")
 
