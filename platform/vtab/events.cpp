@@ -64,7 +64,7 @@ void Service::call_back(const Event& event) {
     const std::string name = event.node->vrf_name;
     static_cast<void>(client.vrf_callback(name.c_str()));
   } else if (!event.is_vrf && event.change.is_one() && client.if_callback != nullptr) {
-    const std::string name = event.if_name;
+    const std::string name = event.interface->known_name;
     const std::string vrf = event.vrf_name;
     static_cast<void>(client.if_callback(name.c_str(), vrf.c_str()));
   }
@@ -93,7 +93,7 @@ void Service::settle(Event event) {
     if (event.is_of_state()) {
       show(event.interface, std::move(event.to));
     } else {
-      interfaces.give_up_name(event.interface, event.former_name);
+      interfaces.know_name(event.interface);
     }
     interfaces.release(event.interface);
   }
@@ -136,7 +136,7 @@ Event* Service::oldest_vrf_event(std::string_view vrf_name) {
 
 Event* Service::oldest_if_event(std::string_view if_name, std::string_view vrf_name) {
   return oldest_event([&](const Event& event) {
-    return !event.is_vrf && event.if_name == if_name && event.vrf_name == vrf_name;
+    return event.is_of_state() && event.interface->known_name == if_name && event.vrf_name == vrf_name;
   });
 }
 

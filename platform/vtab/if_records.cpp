@@ -72,6 +72,7 @@ IfNode* IfRecords::add(const router::Interface& interface) {
   IfNode& node = by_index_[interface.index];
   set_identity(&node, interface);
   show(&node, {});
+  node.known_name = interface.name;
   holders_[interface.name].push_back(&node);
   return &node;
 }
@@ -79,11 +80,20 @@ IfNode* IfRecords::add(const router::Interface& interface) {
 IfNode* IfRecords::change(std::uint32_t old_index, const router::Interface& now) {
   auto taken = by_index_.extract(old_index);
   IfNode* const node = &taken.mapped();
-  if (now.name != node->if_name) holders_[now.name].push_back(node);
+  if (now.name != node->if_name) {
+    node->former_names.emplace_back(node->if_name);
+    holders_[now.name].push_back(node);
+  }
   set_identity(node, now);
   taken.key() = now.index;
   by_index_.insert(std::move(taken));
   return node;
+}
+
+void IfRecords::know_name(IfNode* node) {
+  for (const std::string& name : node->former_names) give_up_name(node, name);
+  node->former_names.clear();
+  node->known_name = node->if_name;
 }
 
 IfNode* IfRecords::remove(std::uint32_t index) {
@@ -96,6 +106,7 @@ IfNode* IfRecords::remove(std::uint32_t index) {
 
 void IfRecords::release(IfNode* node) {
   if (!node->is_removed || node->queued_events > 0 || node->in_access) return;
+  know_name(node);
   give_up_name(node, node->if_name);
   removed_.erase(node);
 }

@@ -45,6 +45,8 @@ struct IfNode : VtabIfRecord {
   IfNode() : VtabIfRecord{} {}
 
   std::vector<router::Address> addresses;
+  std::string known_name;                 // under which the client knows it
+  std::vector<std::string> former_names;  // held until the client knows the present one
   std::uint32_t queued_events = 0;
   bool in_access = false;
   bool is_removed = false;
@@ -62,18 +64,20 @@ class IfRecords {
 
   // Down and without addresses.
   IfNode* add(const router::Interface& interface);
-  // A former name is held until it is given up. REQUIRES: `old_index` is the index under which the interface
-  // was added or last changed.
+  // A former name is held until the new one is known. REQUIRES: `old_index` is the index under which the
+  // interface was added or last changed.
   IfNode* change(std::uint32_t old_index, const router::Interface& now);
+  // The client knows the interface by its present name.
+  void know_name(IfNode* node);
   // Off the walk; released when nothing holds it. The node of the index.
   IfNode* remove(std::uint32_t index);
   // Frees a removed node that has no event left and is not accessed.
   void release(IfNode* node);
-  // REQUIRES: the node holds the name.
-  void give_up_name(const IfNode* node, std::string_view name);
   void clear();
 
  private:
+  void give_up_name(const IfNode* node, std::string_view name);
+
   using Map = std::map<std::uint32_t, IfNode>;
   Map by_index_;
   std::map<std::string, std::vector<IfNode*>, std::less<>> holders_;  // of a name; no list is empty

@@ -123,15 +123,14 @@ void Service::release(const char* vrf_name) {
 
 // What is known of an interface follows the events: a state that is told, or that comes after one that is
 // still to be told, waits for its turn. Nobody is told and nobody waits: it shows at once.
-void Service::take_over(IfNode* node, const std::string& name, const router::Interface& interface,
-                        const IfChange& change) {
+void Service::take_over(IfNode* node, const router::Interface& interface, const IfChange& change) {
   const bool must_wait = client.has_if_events && (change.is_one() || node->queued_events > 0);
   if (!must_wait) return show(node, state_of(interface));
-  queue_if_event(node, {name, interface.vrf}, change, state_of(interface));
+  queue_if_event(node, interface.vrf, change, state_of(interface));
 }
 
 void Service::interface_added(const router::Interface& interface) {
-  take_over(interfaces.add(interface), interface.name, interface, change_between({}, state_of(interface)));
+  take_over(interfaces.add(interface), interface, change_between({}, state_of(interface)));
 }
 
 // What went down is delivered under the former name, what came up under the new one.
@@ -139,19 +138,19 @@ void Service::interface_changed(const router::Interface& before, const router::I
   IfNode* const node = interfaces.change(before.index, now);
   const IfChange change = change_between(state_of(before), state_of(now));
   const bool is_renamed = before.name != now.name;
-  if (is_renamed && change.has_up()) leave_name(node, before.name);
-  take_over(node, change.has_up() ? now.name : before.name, now, change);
-  if (is_renamed && !change.has_up()) leave_name(node, before.name);
+  if (is_renamed && change.has_up()) tell_name(node);
+  take_over(node, now, change);
+  if (is_renamed && !change.has_up()) tell_name(node);
 }
 
-// The client knows the interface by this name until the membership service has announced the new one.
-void Service::leave_name(IfNode* node, const std::string& former_name) {
-  if (!client.has_if_events) return interfaces.give_up_name(node, former_name);
+// The client asks for the present name when the membership service announces a change of it, just after this.
+void Service::tell_name(IfNode* node) {
+  if (!client.has_if_events) return interfaces.know_name(node);
   ++node->queued_events;
   Event event;
   event.turn = vmap_turn(model_->changes(), VmapPhase::kRecord);
   event.interface = node;
-  event.former_name = former_name;
+  event.is_rename = true;
   queue(std::move(event));
 }
 
@@ -163,15 +162,14 @@ void Service::interface_moved(const router::Interface& now, const std::string& f
   const IfState down{kVtabStateDown, kVtabStateDown, state.addresses};
   const IfChange went_down = change_between(state, down);
   if (!client.has_if_events || !went_down.is_one()) return;
-  queue_if_event(node, {now.name, from}, went_down, down);
-  queue_if_event(node, {now.name, now.vrf}, change_between(down, state), state);
+  queue_if_event(node, from, went_down, down);
+  queue_if_event(node, now.vrf, change_between(down, state), state);
 }
 
 void Service::interface_removed(const router::Interface& interface) {
   IfNode* const node = interfaces.remove(interface.index);
   const IfChange went_down = change_between(state_of(interface), {});
-  if (client.has_if_events && went_down.is_one())
-    queue_if_event(node, {interface.name, interface.vrf}, went_down, {});
+  if (client.has_if_events && went_down.is_one()) queue_if_event(node, interface.vrf, went_down, {});
   interfaces.release(node);
 }
 
@@ -186,13 +184,12 @@ void Service::queue_vrf_event(VrfNode* node, std::uint32_t code) {
   queue(std::move(event));
 }
 
-void Service::queue_if_event(IfNode* node, const IfPlace& place, const IfChange& change, IfState to) {
+void Service::queue_if_event(IfNode* node, const std::string& vrf_name, const IfChange& change, IfState to) {
   ++node->queued_events;
   Event event;
   event.turn = vmap_turn(model_->changes(), change.has_up() ? VmapPhase::kCameUp : VmapPhase::kWentDown);
   event.interface = node;
-  event.if_name = place.if_name;
-  event.vrf_name = place.vrf_name;
+  event.vrf_name = vrf_name;
   event.change = change;
   event.to = std::move(to);
   queue(std::move(event));

@@ -22,21 +22,14 @@ struct Event {
   std::uint32_t code = 0;
   VrfNode* node = nullptr;  // kept alive by node->queued_events
 
-  // Of an interface. Names as they were at the time.
+  // Of an interface.
   IfNode* interface = nullptr;  // kept alive by interface->queued_events
-  std::string former_name;      // given up at this turn; nothing else happens then
-  std::string if_name;
-  std::string vrf_name;
+  bool is_rename = false;       // the client knows the new name from now on; there is no more to the event
+  std::string vrf_name;         // at the time of the change
   IfChange change;
   IfState to;
 
-  bool is_of_state() const { return !is_vrf && former_name.empty(); }
-};
-
-// The names of an interface and of its VRF at the time of an event.
-struct IfPlace {
-  const std::string& if_name;
-  const std::string& vrf_name;
+  bool is_of_state() const { return !is_vrf && !is_rename; }
 };
 
 // What a client has registered; the numbers are kept as they came.
@@ -95,10 +88,9 @@ class Service : public router::Observer {
   void call_back(const Event& event);
   void close_left_accesses();
   void queue_vrf_event(VrfNode* node, std::uint32_t code);
-  void take_over(IfNode* node, const std::string& name, const router::Interface& interface,
-                 const IfChange& change);
-  void leave_name(IfNode* node, const std::string& former_name);
-  void queue_if_event(IfNode* node, const IfPlace& place, const IfChange& change, IfState to);
+  void take_over(IfNode* node, const router::Interface& interface, const IfChange& change);
+  void tell_name(IfNode* node);
+  void queue_if_event(IfNode* node, const std::string& vrf_name, const IfChange& change, IfState to);
   void queue(Event event);
   void post_delivery();
   void run_delivery(std::uint64_t generation);

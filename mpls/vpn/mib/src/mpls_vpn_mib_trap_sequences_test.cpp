@@ -280,6 +280,19 @@ TEST_F(TrapSequence, InterfaceThatIsRenamedAndComesUpAtOnceRaisesUp) {
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
 }
 
+// Names that are swapped are freed under a name in between, which nobody may have seen.
+TEST_F(TrapSequence, InterfaceThatIsRenamedTwiceAndGoesDownInOneMomentRaisesDown) {
+  const std::uint32_t ge0 = Add("ge0", "red");
+  ComeUp("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+  Rename("ge0", "aside");
+  RenameAndSetLink("aside", "ge9", false);
+  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+  Rename("ge9", "aside");
+  RenameAndSetLink("aside", "ge0", true);
+  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+}
+
 // Until an interface's departure is delivered, its name means that interface and no other that took the name
 // since.
 TEST_F(TrapSequence, NameThatAnotherInterfaceTakesAtOnceStillMeansTheOneThatLeft) {
