@@ -17,8 +17,8 @@ class Minimiser:
         self.attempts += 1
         try:
             errors = in_child(self.seed, batches, self.settings.of_attempt(batches))["errors"]
-        except RuntimeError as failure:
-            errors = [str(failure)]
+        except RuntimeError:
+            return False  # it could not begin
         if errors:
             self.errors = errors
         return bool(errors)

@@ -28,6 +28,6 @@ class Times:
             return [f"{vrf} was not made again: (ifIndex, created) {before[:2]}, now {now[:2]}"]
         if index != before[0] and created < int(began):
             return [f"{vrf} was made again: created at {created}, the batch began at {began:.2f}"]
-        if created == before[1] and changed < before[2]:
+        if not touched and changed < before[2]:
             return [f"{vrf} changed at {before[2]}, now it says {changed}"]
         return []

@@ -12,6 +12,8 @@ VRF_NAMES = ("red", "blue", "green", "v9", "v10", "a.b", "Az", "x", "cust-long-n
 INTERFACE_NAMES = ("d0", "d1", "d2", "d3", "d4", "ge10", "ge9", "p-4_7", "eth0.100", "longest-name-15")
 TABLES = (10, 20, 30, 255000, 1001, 1002, 4000000000)
 FIRST_INDEX = 101
+# Its programs disagree then about which VRF has the new name.
+NOT_FOLLOWED_BY_THE_SUITE = ("rename_vrf", "swap_vrfs")
 OWN_TOOLS = ("mpls", "kill", "start", "suite")  # the rest is for ip(8)
 
 
@@ -22,6 +24,7 @@ class World(RandomRoutes, RandomSuite):
         self.random = random.Random(seed)
         self.shares_tables = not has_suite  # the suite does not start when two VRFs have one table
         weights = self.WEIGHTS + (self.SUITE_WEIGHTS if has_suite else ())
+        without = {*without, *(NOT_FOLLOWED_BY_THE_SUITE if has_suite else ())}
         self.weights = [each for each in weights if each[0] not in without]
         self.vrfs = {}        # name: {"index", "table"}
         self.interfaces = {}  # name: {"index", "vrf", "up", "number"}
