@@ -64,8 +64,8 @@ void check_derived(const std::string& text) {
       "router bgp 1\n advertise-all-vni\n import vrf red\nrouter bgp 1 vrf red\n address-family ipv4 "
       "unicast\n"
       "  rd vpn export 1:1\n  rt vpn export 10.0.0.1:1\n");
-  const std::vector<std::string> texts(frr::derived_commands(config).size(), text);
-  const auto derived = frr::derive(config, texts, {});
+  const std::vector<std::string> texts(frr::derived_commands(config, true).size(), text);
+  const auto derived = frr::derive(config, true, texts, {});
   if (derived) require(is_in_order(derived->nodes));
 }
 

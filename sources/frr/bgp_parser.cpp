@@ -50,6 +50,10 @@ void take_membership(Parser& parser, const Words& words) {
   if (BgpNeighbour* member = neighbour(parser, words[1])) member->group = words.back();
 }
 
+void take_router_id(Parser& parser, const Words& words) {
+  instance(parser).router_id = words[2];
+}
+
 // "bgp listen range PREFIX peer-group GROUP"
 void take_listen_range(Parser& parser, const Words& words) {
   if (BgpNeighbour* group = neighbour(parser, words[5])) group->listens = true;
@@ -145,6 +149,7 @@ constexpr LineRule kInstanceLines[] = {
     {"neighbor * interface v6only peer-group *", take_membership},
     {"neighbor * remote-as ...", take_neighbour},
     {"neighbor * interface ...", take_neighbour},
+    {"bgp router-id *", take_router_id},
     {"bgp listen range * peer-group *", take_listen_range},
     {"no bgp default ipv4-unicast", take_ipv4_default},
     {"bgp default ipv4-unicast", take_ipv4_default},

@@ -265,7 +265,10 @@ void Conversation::read_answer() {
   if (mark != std::string::npos) {
     return finish(read_shell_output(std::string_view(received_).substr(0, mark), program_, commands_));
   }
-  if (received_.size() > limits_.answer_size) fail("its answer is too large");
+  if (received_.size() <= limits_.answer_size) return;
+  Answer answer = not_whole("its answer is too large");
+  answer.too_large = true;
+  finish(std::move(answer));
 }
 
 void Conversation::finish(Answer answer) {

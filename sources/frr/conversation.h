@@ -31,8 +31,9 @@ struct Answer {
   bool first = false;         // of its shell: the program may have been started since the last answer
   std::string configuration;  // the running configuration, when whole
   std::vector<std::string>
-      shown{};         // what each further command printed, among what the shell prints around it
-  std::string reason;  // what went wrong, when not
+      shown{};             // what each further command printed, among what the shell prints around it
+  std::string reason;      // what went wrong, when not
+  bool too_large = false;  // when not: there was more of it than the limit
 };
 
 class Conversation {

@@ -154,12 +154,14 @@ void add_question_of_exports(const BgpInstance& instance, std::size_t family,
   if (!vpn.rd || vpn.exports.size() != 1 || *vpn.rd == vpn.exports[0]) return;
   const Target& target = vpn.exports[0];
   if (target.type != Target::Type::kIpv4Address) return;
+  const std::string text = vrf_config::target_text(target);
+  if (!instance.router_id.empty() && text.find(instance.router_id + ":") != 0) return;
   const std::string words = family == 0 ? "ipv4" : "ipv6";
-  questions->push_back({"show bgp " + words + " vpn rd " + vrf_config::target_text(target) + " json",
-                        read_exports, vrf_config::kFamiliesOfTargets[family], instance.vrf, target});
+  questions->push_back({"show bgp " + words + " vpn rd " + text + " json", read_exports,
+                        vrf_config::kFamiliesOfTargets[family], instance.vrf, target});
 }
 
-std::vector<Question> questions_of(const RunningConfig& config) {
+std::vector<Question> questions_of(const RunningConfig& config, bool exports) {
   std::vector<Question> questions;
   if (config.imports_by_name) {
     questions.push_back({"show bgp vrf all ipv4 unicast route-leak json", read_leaks, Family::kIpv4});
@@ -170,7 +172,9 @@ std::vector<Question> questions_of(const RunningConfig& config) {
     questions.push_back({"show bgp l2vpn evpn vni json", read_evpn});
   }
   for (const BgpInstance& instance : config.bgp) {
-    for (std::size_t family = 0; family < 2; ++family) add_question_of_exports(instance, family, &questions);
+    for (std::size_t family = 0; exports && family < 2; ++family) {
+      add_question_of_exports(instance, family, &questions);
+    }
   }
   return questions;
 }
@@ -198,15 +202,16 @@ void remove_configured(const std::vector<KvConfigNode>& configured, Derived* der
 
 }  // namespace
 
-std::vector<std::string> derived_commands(const RunningConfig& config) {
+std::vector<std::string> derived_commands(const RunningConfig& config, bool exports) {
   std::vector<std::string> commands;
-  for (const Question& question : questions_of(config)) commands.push_back(question.command);
+  for (const Question& question : questions_of(config, exports)) commands.push_back(question.command);
   return commands;
 }
 
-std::optional<Derived> derive(const RunningConfig& config, const std::vector<std::string>& texts,
+std::optional<Derived> derive(const RunningConfig& config, bool exports,
+                              const std::vector<std::string>& texts,
                               const std::vector<KvConfigNode>& configured) {
-  const std::vector<Question> questions = questions_of(config);
+  const std::vector<Question> questions = questions_of(config, exports);
   if (questions.size() != texts.size()) return std::nullopt;
   Collected collected;
   for (std::size_t i = 0; i < questions.size(); ++i) {

@@ -22,8 +22,9 @@ namespace frr {
 
 inline constexpr std::string_view kDerivingProgram = "bgpd";
 
-// The commands that show what is derived under this configuration; none when nothing is.
-std::vector<std::string> derived_commands(const RunningConfig& config);
+// The commands that show what is derived under this configuration; none when nothing is. With `exports` they
+// include those that print the VPN routes of a VRF, of which there can be too many for an answer.
+std::vector<std::string> derived_commands(const RunningConfig& config, bool exports);
 
 struct Derived {
   std::vector<KvConfigNode> nodes{};       // sorted by path, each path once; none that is configured as well
@@ -34,7 +35,8 @@ struct Derived {
 // From what each of the commands printed; a text without JSON shows nothing, as 8.4 prints none of an RD that
 // it does not know. None when JSON cannot be read: then nothing is known. `configured` are the nodes of the
 // configuration, sorted by path.
-std::optional<Derived> derive(const RunningConfig& config, const std::vector<std::string>& texts,
+std::optional<Derived> derive(const RunningConfig& config, bool exports,
+                              const std::vector<std::string>& texts,
                               const std::vector<KvConfigNode>& configured);
 
 }  // namespace frr

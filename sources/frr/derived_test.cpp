@@ -95,7 +95,7 @@ class DerivedItems : public ::testing::Test {
   std::optional<Derived> Derive(const std::string& text, const std::vector<std::string>& shown) {
     const frr::RunningConfig config = frr::parse_running_config(text);
     const router::Router router;
-    return frr::derive(config, shown, frr::kPrograms[0].nodes(config, router));
+    return frr::derive(config, true, shown, frr::kPrograms[0].nodes(config, router));
   }
   std::vector<std::string> Words(const std::string& text, const std::vector<std::string>& shown) {
     const auto derived = Derive(text, shown);
@@ -107,7 +107,7 @@ class DerivedItems : public ::testing::Test {
     return words;
   }
   static std::vector<std::string> Commands(const std::string& text) {
-    return frr::derived_commands(frr::parse_running_config(text));
+    return frr::derived_commands(frr::parse_running_config(text), true);
   }
 };
 
@@ -169,6 +169,13 @@ TEST_F(DerivedItems, RdOfExportedRoutesReplacesTheConfiguredOne) {
       ElementsAre("/cfg/gl/vmap/vrf/green/ord_z/afi_safi/1/1/default/ord_b/bgp/ord_a/rd = '10.9.3.1:5'"));
   EXPECT_THAT(derived->ineffective,
               ElementsAre("/cfg/gl/vmap/vrf/green/ord_z/afi_safi/1/1/default/ord_b/bgp/ord_a/rd"));
+}
+
+TEST_F(DerivedItems, ExportTargetThatIsNotOfTheRouterIdIsNotDerived) {
+  std::string other = kGreen;
+  other.replace(other.find("10.9.3.1"), 8, "10.4.0.1");
+  EXPECT_THAT(Commands(other), IsEmpty());
+  EXPECT_THAT(frr::derived_commands(frr::parse_running_config(kGreen), false), IsEmpty());
 }
 
 TEST_F(DerivedItems, RdOfAnotherRoutersRoutesIsNotTheVrfs) {

@@ -78,6 +78,7 @@ struct FrrSource::Follower {
   std::string text{};                   // of the last whole answer
   std::vector<std::string> commands{};  // asked for behind the configuration
   std::vector<std::string> shown{};     // what they printed
+  bool exports = true;                  // among them those that print VPN routes
   bool asked_twice = false;             // the last answer was not taken, since it had not all commands
   std::uint64_t text_since = 0;
   bool settling = true;
@@ -154,6 +155,10 @@ void FrrSource::ask(Follower& follower) {
 }
 
 void FrrSource::hear(Follower& follower, const Answer& answer) {
+  if (answer.too_large && !follower.commands.empty()) {
+    follower.exports = false;
+    follower.commands.clear();
+  }
   if (!answer.whole) {
     lose(follower, answer.reason);
   } else if (!take(follower, answer) && !std::exchange(follower.asked_twice, true)) {
@@ -195,7 +200,7 @@ bool FrrSource::take(Follower& follower, const Answer& answer) {
     log_mistakes(follower.program, follower.config->mistakes);
   }
   if (!same_text || answer.first) follower.text_since = now;
-  std::vector<std::string> commands = frr::derived_commands(*follower.config);
+  std::vector<std::string> commands = frr::derived_commands(*follower.config, follower.exports);
   if (commands != std::exchange(follower.commands, commands)) return false;
   follower.asked_twice = false;
   const bool same_router = !follower.program.needs_router || follower.router_changes == router_->changes();
@@ -207,7 +212,8 @@ bool FrrSource::take(Follower& follower, const Answer& answer) {
 // What the program derives, and the configuration without what is not effective for that reason.
 void FrrSource::derive(Follower& follower, Nodes* said) {
   if (follower.program.name != frr::kDerivingProgram) return;
-  std::optional<frr::Derived> derived = frr::derive(*follower.config, follower.shown, *said);
+  std::optional<frr::Derived> derived =
+      frr::derive(*follower.config, follower.exports, follower.shown, *said);
   if (!derived) {
     log_line("frr: %s: what it derives cannot be read; what it derived before stays",
              follower.program.name.data());

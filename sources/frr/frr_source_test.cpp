@@ -335,6 +335,7 @@ TEST_F(DerivedItemsOfTheSuite, GoWithTheImportByName) {
   Hear("bgpd");  // the commands are asked for when the configuration is known
   suite.Configure("bgpd", bgp_red(kRd10));
   Hear("bgpd");
+  Hear("bgpd");  // without the commands
   EXPECT_THAT(HeldDerived(), IsEmpty());
   EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words));
 }
@@ -363,6 +364,18 @@ TEST_F(DerivedItemsOfTheSuite, StayWhenTheyCannotBeRead) {
   suite.Show("show bgp vrf all ipv4 unicast route-leak json", "{\"vrfs\":");
   Hear("bgpd");
   EXPECT_THAT(HeldDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
+}
+
+TEST_F(DerivedItemsOfTheSuite, TooManyVpnRoutesDoNotKeepTheConfigurationFromBeingFollowed) {
+  FrrSource::Options options = Options();
+  options.limits.answer_size = 10000;
+  suite.Show("show bgp ipv4 vpn rd 10.9.3.1:5 json",
+             "{" + std::string(options.limits.answer_size, ' ') + "}");
+  suite.Configure("bgpd", bgp_red("  rd vpn export 65000:10\n  rt vpn export 10.9.3.1:5\n"));
+  source = std::make_unique<FrrSource>(&router, options);
+  ASSERT_EQ(source->start(manager), kStatusOk);
+  for (int time = 0; time < 3; ++time) Hear("bgpd");
+  EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words, "vrf red rt export 10.9.3.1:5 ipv4"));
 }
 
 TEST_F(DerivedItemsOfTheSuite, AreWrittenLaterWhenThatFailed) {

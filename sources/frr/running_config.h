@@ -50,6 +50,7 @@ struct BgpNeighbour {
 struct BgpInstance {
   std::string vrf;
   std::uint32_t as_number = 0;
+  std::string router_id{};                          // empty: the suite chooses one
   std::array<bool, 2> default_active{true, false};  // by family
   std::array<VpnFamily, 3> families{};              // in the order of vrf_config::kFamiliesOfTargets
   // By address, by interface (unnumbered) or, a group, by the group's name.
