@@ -8,11 +8,12 @@ export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 say() { printf '\n== %s\n' "$*"; }
 fail() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
-# Packages by what they are for. The names are Debian 12's.
+# Packages by what they are for. All but the compilers of packages_clang have the same names in Debian 12 and 13.
 packages_build=(g++ cmake ninja-build pkg-config libmnl-dev libyaml-cpp-dev libabsl-dev libsqlite3-dev libcli11-dev libfmt-dev
     nlohmann-json3-dev libsystemd-dev)
 packages_run=(snmpd snmp snmptrapd iproute2 procps)
-packages_test=(libgtest-dev libgmock-dev libbenchmark-dev libsnmp-dev python3 user-mode-linux kmod ccache git valgrind frr)
+packages_test=(libgtest-dev libgmock-dev libbenchmark-dev libsnmp-dev python3 ccache git)
+packages_guest=(user-mode-linux kmod frr)
 packages_root=(mmdebstrap)
 packages_clang=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)
 
