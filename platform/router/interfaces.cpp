@@ -76,10 +76,13 @@ Status Router::change_interface(const Interface& interface) {
   Interface next = interface;
   next.vrf = kept.vrf;
   if (next == kept) return kStatusOk;
+  const bool is_renamed = next.name != kept.name || next.index != kept.index;
+  if (is_renamed) state_->tell_names_change();
   take_out(*state_, kept);
   const Interface before = std::exchange(kept, std::move(next));
   enter(*state_, &kept);
   state_->tell_up([&](Observer& observer) { observer.interface_changed(before, kept); });
+  if (is_renamed) state_->tell_names_change();
   return kStatusOk;
 }
 

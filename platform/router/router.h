@@ -94,7 +94,10 @@ class Observer {
   virtual void vrf_deleted(const Vrf&) {}
   virtual void vrf_referenced(const std::string& /*name*/) {}    // named by configuration and not created
   virtual void vrf_unreferenced(const std::string& /*name*/) {}  // no longer named, and not created either
-  virtual void interface_added(const Interface&) {}              // already with its membership
+  // Before and after an interface gets another name or index: what is still to be delivered to clients refers
+  // to those that it has, and clients ask for them. So it is delivered now.
+  virtual void names_change() {}
+  virtual void interface_added(const Interface&) {}  // already with its membership
   virtual void interface_changed(const Interface& /*before*/, const Interface& /*now*/) {
   }  // not the membership
   virtual void interface_moved(const Interface& /*now*/, const std::string& /*from*/) {}  // the membership

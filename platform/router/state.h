@@ -65,6 +65,11 @@ struct Router::State {
     for (const auto& [rank, observer] : observers) observer->vrf_changing(name, next);
   }
 
+  void tell_names_change() {
+    const Busy guard(this);
+    for (const auto& [rank, observer] : observers) observer->names_change();
+  }
+
   template <typename Map, typename Visit>
   void visit_all(const Map& map, const Visit& visit) {
     const Busy guard(this);

@@ -14,7 +14,8 @@
 // as it was until after the callback.
 //
 // The membership service has a queue of its own; before each event, what is older there is let pass, and it
-// waits in its turn (vmap.h).
+// waits in its turn (vmap.h). Names are asked for as they are at present, so what both have waiting is
+// delivered before an interface gets another name, and again when it has it.
 //
 // vtab_end_client may be called from inside a callback: the generation number tells.
 #include <utility>
@@ -52,6 +53,17 @@ void Service::run_delivery(std::uint64_t generation) {
     }
   }
   if (generation == generation_ && !events_.empty()) post_delivery();
+}
+
+// All of both services at once; clients may end meanwhile.
+void Service::names_change() {
+  while (!events_.empty() || vmap_oldest_turn() != kVmapNoTurn) {
+    if (vmap_oldest_turn() < oldest_turn()) {
+      vmap_deliver_oldest();
+    } else {
+      deliver_front();
+    }
+  }
 }
 
 // The callback's status is its own report of what it has already logged. Its names are copied, because a

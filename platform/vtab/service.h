@@ -58,6 +58,7 @@ class Service : public router::Observer {
   void vrf_deleted(const router::Vrf& vrf) override;
   void vrf_referenced(const std::string& name) override;
   void vrf_unreferenced(const std::string& name) override;
+  void names_change() override;
   void interface_added(const router::Interface& interface) override;
   void interface_changed(const router::Interface& before, const router::Interface& now) override;
   void interface_moved(const router::Interface& now, const std::string& from) override;
