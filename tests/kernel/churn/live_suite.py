@@ -7,7 +7,7 @@ a VRF that has the probe's route imports it.
 import re
 
 from model import Suite
-from suite_shell import Shell
+from suite_shell import Programs, Shell
 from system import wait_until
 
 import kernel as linux
@@ -51,10 +51,12 @@ def base_configuration():
 class LiveSuite:
     def __init__(self, release):
         self.suite = suites.Suite(release, None, PROGRAMS, base_configuration())
-        self.dead = set()
+        self.dead, self.made_again = set(), set()
         self.suite.start()
         self.suite.load()
         self.shell = Shell(self.suite.shell_words())
+        self.ask, self.ask_json, self.ask_each = (getattr(Programs(self.suite.run), name)
+                                                  for name in ("ask", "ask_json", "ask_each"))
 
     def close(self):
         self.shell.close()
@@ -103,7 +105,7 @@ class LiveSuite:
         """Of VRFs that the kernel has: a BGP instance without a device imports nothing."""
         for version, family in FAMILIES.items():
             rds = self.distinguishers(family)
-            tables = self.shell.ask_json(f"show bgp vrf all {family} unicast json")
+            tables = self.ask_json("bgpd", f"show bgp vrf all {family} unicast json")
             for vrf in kernel.vrfs():
                 if vrf in rds:
                     state.rds.setdefault(vrf, rds[vrf])
@@ -115,20 +117,20 @@ class LiveSuite:
 
     def distinguishers(self, family):
         """{VRF: RD} of the routes that VRFs export."""
-        shown = self.shell.ask_json(f"show bgp {family} vpn json").get("routes", {}).get("routeDistinguishers", {})
+        shown = self.ask_json("bgpd", f"show bgp {family} vpn json").get("routes", {}).get("routeDistinguishers", {})
         return {path["nhVrfName"]: rd for rd, prefixes in shown.items() for paths in prefixes.values() for path in paths
                 if "nhVrfName" in path}
 
     def exported_targets(self, family, prefix):
-        shown = self.shell.ask_json(f"show bgp {family} vpn {prefix} json")
+        shown = self.ask_json("bgpd", f"show bgp {family} vpn {prefix} json")
         return {word.removeprefix("RT:") for route in shown.values() for path in route["paths"]
                 for word in path.get("extendedCommunity", {}).get("string", "").split()}
 
     def read_protocols(self, state, kernel):
-        ospf = self.shell.ask_json("show ip ospf vrf all interface json")
-        neighbors = self.vrfs_with_neighbors()
+        ospf = self.ask_json("ospfd", "show ip ospf vrf all interface json")
+        neighbors, all_static = self.vrfs_with_neighbors(), self.static_routes()
         for vrf in kernel.vrfs():
-            rip, static = self.rip_interfaces(vrf), self.static_routes(vrf)
+            rip, static = self.rip_interfaces(vrf), all_static.get(vrf, set())
             for (owner, _), link in kernel.members().items():
                 if owner != vrf:
                     continue
@@ -137,29 +139,32 @@ class LiveSuite:
                     (BGP, vrf in neighbors), (RIP, name in rip), (STATIC, name in static or None in static),
                     (OSPF, ospf.get(vrf, {}).get("interfaces", {}).get(name, {}).get("ospfEnabled"))) if runs}
                 state.protocols[vrf, name] = stated
-                # Of an interface that is down the suite does not say whether a protocol is enabled on it.
-                state.may_be[vrf, name] = set() if linux.is_up(link) else {OSPF, RIP}
+                # Of an interface that is down the suite does not say whether a protocol is enabled on it, and in a VRF
+                # that was made again it resumes neither, though both stay configured.
+                if vrf in self.made_again or not linux.is_up(link):
+                    state.may_be[vrf, name] = {OSPF, RIP}
 
     def vrfs_with_neighbors(self):
-        shown = self.shell.ask_json("show bgp vrf all summary json")
+        shown = self.ask_json("bgpd", "show bgp vrf all summary json")
         return {vrf for vrf, families in shown.items()
                 if any(family.get("peers") for family in families.values() if isinstance(family, dict))}
 
     def rip_interfaces(self, vrf):
-        table = self.shell.ask(f"show ip rip vrf {vrf} status").partition("Key-chain")[2].partition("Routing for")[0]
+        table = self.ask("ripd", f"show ip rip vrf {vrf} status").partition("Key-chain")[2].partition("Routing for")[0]
         return set(re.findall(r"^    (\S+) ", table, re.MULTILINE))
 
-    def static_routes(self, vrf):
-        """Names of interfaces that static routes name; None for a route that names none."""
-        found = set()
+    def static_routes(self):
+        """{VRF: names of interfaces that static routes name, None for a route that names none}."""
+        found = {}
         for words in ("ip", "ipv6"):
-            for routes in self.shell.ask_json(f"show {words} route vrf {vrf} static json").values():
-                found.update(hop.get("interfaceName") if hop.get("directlyConnected") else None
-                             for route in routes for hop in route.get("nexthops", []))
+            for _, routes in self.ask_each("zebra", f"show {words} route vrf all static json"):
+                for route in routes:
+                    found.setdefault(route["vrfName"], set()).update(
+                        hop.get("interfaceName") if hop.get("directlyConnected") else None for hop in route.get("nexthops", []))
         return found
 
     def read_descriptions(self, state, kernel):
-        shown = self.shell.ask_json("show interface vrf all json")
+        shown = self.ask_json("zebra", "show interface vrf all json")
         state.descriptions = {vrf: shown.get(vrf, {}).get("description", "") for vrf in kernel.vrfs()}
 
 

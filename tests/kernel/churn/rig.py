@@ -161,6 +161,8 @@ class Rig:
         shown = subprocess.run(["ip", *options, "-force", "-batch", "-"], input="\n".join(lines) + "\n", text=True,
                                capture_output=True, check=False)
         self.lines += len(lines)
+        if self.live:
+            self.live.made_again.update(line.split()[2] for line in lines if line.startswith("link del "))
         self.failed_lines += shown.stderr.count("Command failed")
 
     def wait_settled(self):

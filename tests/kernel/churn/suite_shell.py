@@ -1,7 +1,9 @@
-"""A kept session of the suite's shell: a command costs a tenth of what a process for it would."""
+"""Ways to talk to the suite without a process for each command: a kept session of its shell, for changes, and the sockets
+through which the shell asks the programs, which take a fiftieth of the shell's time."""
 import json
 import os
 import re
+import socket
 import subprocess
 
 HOSTNAME = "churn"  # the prompt begins with it
@@ -33,7 +35,37 @@ class Shell:
         self.process.stdin.flush()
         return self.read_answer().partition("\n")[2]
 
-    def ask_json(self, command):
-        text = self.ask(command)
-        start = text.find("{")  # a line about a connection made again may come first
-        return {} if start < 0 else json.JSONDecoder().raw_decode(text[start:])[0]
+
+class Programs:
+    """Commands go to a program's socket with an octet of zero behind; the answer ends with three and a status."""
+
+    def __init__(self, folder):
+        self.folder = folder
+
+    def ask(self, program, command):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as connection:
+            connection.settimeout(20)
+            connection.connect(str(self.folder / f"{program}.vty"))
+            connection.sendall(command.encode() + b"\0")
+            answer = b""
+            while answer[-4:-1] != b"\0\0\0":
+                more = connection.recv(1 << 16)
+                assert more, f"{program} ended while it was asked {command}"
+                answer += more
+        return answer[:-4].decode(errors="replace")
+
+    def ask_json(self, program, command):
+        documents = list(self.documents(self.ask(program, command)))
+        return documents[0] if documents else {}
+
+    def ask_each(self, program, command):
+        """The entries of all the documents of an answer."""
+        return [entry for document in self.documents(self.ask(program, command)) for entry in document.items()]
+
+    @staticmethod
+    def documents(text):
+        decoder, at = json.JSONDecoder(), text.find("{")
+        while at >= 0:
+            document, at = decoder.raw_decode(text, at)
+            yield document
+            at = text.find("{", at)

@@ -7,7 +7,7 @@ class Times:
 
     def errors(self, model, shown, touched, began, restarted):
         """`touched`: VRFs that may have been made again; `began`: the batch, in seconds of the clock; `restarted`: the
-        daemon was away for a part of it and may not know that a VRF was made again."""
+        daemon was away for a part of it, so that a VRF with the table of a former one is that one to it."""
         found, now = [], {}
         for vrf, row in shown.items():
             index, created, changed = model.vrfs[vrf]["ifindex"], row["creationTime"], row["confLastChanged"]
@@ -16,7 +16,7 @@ class Times:
                 found.append(f"{vrf} was created at {created} and changed at {changed}")
             if vrf in self.known:
                 found += self.compare(vrf, self.known[vrf], now[vrf], vrf in touched, 0 if restarted else began)
-            elif created < int(began):
+            elif not restarted and created < int(began):
                 found.append(f"{vrf} is new, created at {created}, the batch began at {began:.2f}")
         self.known = now
         return found

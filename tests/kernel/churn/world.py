@@ -12,8 +12,8 @@ VRF_NAMES = ("red", "blue", "green", "v9", "v10", "a.b", "Az", "x", "cust-long-n
 INTERFACE_NAMES = ("d0", "d1", "d2", "d3", "d4", "ge10", "ge9", "p-4_7", "eth0.100", "longest-name-15")
 TABLES = (10, 20, 30, 255000, 1001, 1002, 4000000000)
 FIRST_INDEX = 101
-# Its programs disagree then about which VRF has the new name.
-NOT_FOLLOWED_BY_THE_SUITE = ("rename_vrf", "swap_vrfs")
+# Its programs disagree then about which VRF or interface has the name.
+NOT_FOLLOWED_BY_THE_SUITE = ("rename_vrf", "swap_vrfs", "swap_interfaces")
 OWN_TOOLS = ("mpls", "kill", "start", "suite")  # the rest is for ip(8)
 
 
@@ -284,7 +284,7 @@ class World(RandomRoutes, RandomSuite):
                 return [step if step.split()[0] in OWN_TOOLS else f"ip {step}" for step in made]
 
     def batch(self):
-        size = self.random.choice((1, 3, 8, 12, 12, 16, 16, 30))
+        size = self.random.choice((1, 4, 12, 16, 16, 20, 24, 40))
         operations = [self.operation() for _ in range(size)]
         if self.dead:
             operations.append(self.start_dead())
