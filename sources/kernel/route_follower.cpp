@@ -34,7 +34,8 @@
 namespace kernel {
 namespace {
 
-constexpr std::array kGroups{RTNLGRP_LINK, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_NEXTHOP};
+constexpr std::array kGroups{RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE,
+                             RTNLGRP_NEXTHOP};
 constexpr std::uint64_t kLooksAnInterval = 16;  // for tables that are due
 
 std::array<router::RouteTableId, 2> tables_of(const router::Vrf& vrf) {
@@ -159,6 +160,8 @@ void RouteFollower::take_event(const RouteEvent& event) {
   } else if (const auto* lost = std::get_if<LinkFactsGone>(&event)) {
     links_.erase(lost->index);
     changed_links_.insert(lost->index);
+  } else if (const auto* address = std::get_if<Ipv4AddressLost>(&event)) {
+    changed_links_.insert(address->index);
   } else if (const auto* object = std::get_if<NextHopSeen>(&event)) {
     objects_disturbed_ = true;
     objects_seen_.see(object->object);

@@ -353,6 +353,17 @@ bool parse_link(const nlmsghdr* message, std::vector<RouteEvent>* events) {
   return true;
 }
 
+bool parse_lost_address(const nlmsghdr* message, std::vector<RouteEvent>* events) {
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(ifaddrmsg)) {
+    return false;
+  }
+  const auto* header = static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(message));
+  if (header->ifa_family == AF_INET) {
+    events->emplace_back(Ipv4AddressLost{header->ifa_index});
+  }
+  return true;
+}
+
 bool parse_end(const nlmsghdr* message, std::vector<RouteEvent>* events) {
   int error = 0;
   const bool is_done = message->nlmsg_type == NLMSG_DONE;
@@ -376,6 +387,8 @@ bool parse_message(const nlmsghdr* message, std::vector<RouteEvent>* events) {
     case RTM_NEWLINK:
     case RTM_DELLINK:
       return parse_link(message, events);
+    case RTM_DELADDR:
+      return parse_lost_address(message, events);
     case NLMSG_DONE:
     case NLMSG_ERROR:
       return parse_end(message, events);

@@ -75,11 +75,16 @@ struct LinkFactsGone {
   std::uint32_t index = 0;
 };
 
-using RouteEvent = std::variant<RouteSeen, RouteGone, NextHopSeen, NextHopGone, LinkFacts, LinkFactsGone,
-                                DumpDone, RequestFailed>;
+// With its last IPv4 address an interface loses its IPv4 routes, in every table, without a word.
+struct Ipv4AddressLost {
+  std::uint32_t index = 0;  // of the interface
+};
 
-// As parse_datagram(): appends what the datagram says; what is no IPv4 or IPv6 route, no next-hop object and
-// no link is left out silently. REQUIRES: octets aligned to 4
+using RouteEvent = std::variant<RouteSeen, RouteGone, NextHopSeen, NextHopGone, LinkFacts, LinkFactsGone,
+                                Ipv4AddressLost, DumpDone, RequestFailed>;
+
+// As parse_datagram(): appends what the datagram says; what is no IPv4 or IPv6 route, no next-hop object, no
+// link and no removed IPv4 address is left out silently. REQUIRES: octets aligned to 4
 ParseReport parse_route_datagram(std::span<const std::uint8_t> datagram, std::vector<RouteEvent>* events);
 
 }  // namespace kernel

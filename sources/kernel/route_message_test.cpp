@@ -274,6 +274,22 @@ TEST(KernelLinkFacts, DeletionNamesTheIndexAndTheBridgesViewIsIgnored) {
   ExpectIgnored(Encode(LinkMessage{.type = RTM_DELLINK, .family = AF_BRIDGE, .index = 5}));
 }
 
+TEST(KernelLinkFacts, RemovedIpv4AddressNamesItsInterface) {
+  const auto removed = [](int family) {
+    MessageBuffer buffer;
+    nlmsghdr* message = buffer.Begin(RTM_DELADDR, 0);
+    auto* header = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg)));
+    header->ifa_family = static_cast<std::uint8_t>(family);
+    header->ifa_index = 5;
+    return buffer.Take(message);
+  };
+  ParseReport report;
+  const std::vector<RouteEvent> events = ParseRoutes(removed(AF_INET), &report);
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(std::get<Ipv4AddressLost>(events[0]).index, 5U);
+  ExpectIgnored(removed(AF_INET6));
+}
+
 TEST(KernelRouteDatagrams, EndAndRefusalOfADump) {
   MessageBuffer buffer;
   nlmsghdr* message = buffer.Begin(NLMSG_DONE, NLM_F_DUMP_INTR);

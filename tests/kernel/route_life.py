@@ -147,6 +147,11 @@ class RouteGuest(Guest):
 class RouteLife(RouteGuest):
     """Step by step."""
 
+    def test_routes_over_an_interface_elsewhere_go_with_its_last_address(self):
+        self.routes("link add e0 type dummy", "link set e0 up", "addr add 10.50.0.1/24 dev e0",
+                    "route add 192.168.1.0/24 via 10.50.0.2 dev e0 onlink vrf red")
+        self.routes("addr del 10.50.0.1/24 dev e0")
+
     def test_routes_of_every_kind(self):
         rows = self.routes(
             "route add unreachable default metric 4278198272 vrf red",
