@@ -28,6 +28,7 @@ def target_errors(model, cells):
         if column[:4] == TARGET and vrf_of(index) in model.vrfs:
             rows.setdefault(index, {})[column[4]] = value
     seen = {(vrf_of(index), index[-1], FAMILIES.get(row[5]), row[4].decode()) for index, row in rows.items()}
+    seen = set(filter(model.is_told, seen))
     expected = model.suite.targets
     numbers = sorted((vrf_of(index), index[-2]) for index in rows)
     counted = [(vrf, number) for vrf, group in itertools.groupby(numbers, lambda each: each[0])
@@ -56,7 +57,7 @@ def view_errors(model, command_line, vrfs):
     members = {key: link["ifname"] for key, link in model.members.items()}
     for what, expected, seen in (("show scalars", scalars, command_line.scalars()),
                                  ("show interfaces", members, command_line.interfaces()),
-                                 ("show route-targets", model.suite.targets, command_line.targets(model.vrfs))):
+                                 ("show route-targets", model.suite.targets, set(filter(model.is_told, command_line.targets())))):
         if expected != seen:
             found.append(f"{what}: expected {expected}, shown {seen}")
     for vrf in vrfs:
@@ -89,12 +90,13 @@ class Comparison:
         kernel = Kernel()
         if not kernel.is_settled():
             return ["the kernel still checks an address"]
-        self.model = Model(kernel, self.rig.suite_says(kernel), self.rig.thresholds)
         try:
+            self.model = Model(kernel, self.rig.suite_says(kernel), self.rig.thresholds)
             cells = walk_mib(self.rig.system.port)
             found = cell_errors(self.model.cells(), cells) + target_errors(self.model, cells)
         except (RuntimeError, TimeoutError, ConnectionError) as failure:
-            found = [f"SNMP: {failure}"]
+            self.rig.start_all()
+            return [f"no answer: {failure}"]
         found = found or self.rig.trap_errors(self.model.active_vrfs()) or view_errors(self.model, self.rig.command_line, self.some_vrfs())
         return found
 

@@ -4,6 +4,8 @@ RDs and route targets of a VRF are what the suite does with them. RD and exporte
 table. For every route target of the pool the suite has a probe, a BGP instance without a VRF device that exports it alone:
 a VRF that has the probe's route imports it.
 """
+import itertools
+import pathlib
 import re
 
 from model import Suite
@@ -29,12 +31,12 @@ def probe_place(target):
     return 200 + TARGETS.index(target)
 
 
-def instance(vrf, place, families):
-    """The lines of a BGP instance; families: {version: (rd, imports, exports)}."""
+def instance(vrf, place, families, label=("label vpn export auto",)):
+    """The lines of a BGP instance; families: {version: (rd, imports, exports)}. Without a device there is no label."""
     lines = [f"router bgp 65000 vrf {vrf}", f"bgp router-id 10.99.0.{place}", "no bgp network import-check",
              "no bgp ebgp-requires-policy"]
     for version, (rd, imports, exports) in families.items():
-        lines += [f"address-family {FAMILIES[version]} unicast", f"network {route_of(version, place)}", "label vpn export auto",
+        lines += [f"address-family {FAMILIES[version]} unicast", f"network {route_of(version, place)}", *label,
                   f"rd vpn export {rd}", f"rt vpn import {imports}", f"rt vpn export {exports}", "export vpn", "import vpn",
                   "exit-address-family"]
     return lines + ["exit"]
@@ -44,7 +46,7 @@ def base_configuration():
     lines = ["route-map RM permit 10", "exit", "router bgp 65000", "bgp router-id 10.99.0.254", "exit"]
     for target in TARGETS:
         place = probe_place(target)
-        lines += instance(f"probe{place}", place, {version: (f"64999:{place}{version}", target, target) for version in FAMILIES})
+        lines += instance(f"probe{place}", place, {version: (f"64999:{place}{version}", target, target) for version in FAMILIES}, ())
     return "\n".join(lines) + "\n"
 
 
@@ -52,6 +54,7 @@ class LiveSuite:
     def __init__(self, release):
         self.suite = suites.Suite(release, None, PROGRAMS, base_configuration())
         self.dead, self.made_again = set(), set()
+        self.ended = 0
         self.suite.start()
         self.suite.load()
         self.shell = Shell(self.suite.shell_words())
@@ -87,7 +90,15 @@ class LiveSuite:
             if not self.dead:
                 self.suite.load()
 
+    def notice_ended(self):
+        """Programs that ended by themselves are started again, as a supervisor does."""
+        for program in self.suite.programs:
+            if program not in self.dead and not pathlib.Path(f"/proc/{self.suite.pid(program)}").exists():
+                self.dead.add(program)
+                self.ended += 1
+
     def start_all(self):
+        self.notice_ended()
         for program in self.suite.programs:
             self.start(program)
 
@@ -103,14 +114,17 @@ class LiveSuite:
 
     def read_vpn(self, state, kernel, places):
         """Of VRFs that the kernel has: a BGP instance without a device imports nothing."""
+        instances = self.ask_json("bgpd", "show bgp vrfs json").get("vrfs", {})
         for version, family in FAMILIES.items():
             rds = self.distinguishers(family)
             tables = self.ask_json("bgpd", f"show bgp vrf all {family} unicast json")
             for vrf in kernel.vrfs():
-                if vrf in rds:
-                    state.rds.setdefault(vrf, rds[vrf])
-                    exported = self.exported_targets(family, route_of(version, places[vrf]))
-                    state.targets.update((vrf, EXPORT, version, target) for target in exported)
+                if vrf not in rds:
+                    state.untold.update({(vrf, version)} if vrf in instances else ())
+                    continue
+                state.rds.setdefault(vrf, rds[vrf])
+                exported = self.exported_targets(family, route_of(version, places[vrf]))
+                state.targets.update((vrf, EXPORT, version, target) for target in exported)
                 routes = tables.get(vrf, {}).get("routes", {})
                 state.targets.update((vrf, IMPORT, version, target) for target in TARGETS
                                      if route_of(version, probe_place(target)) in routes)
@@ -139,9 +153,9 @@ class LiveSuite:
                     (BGP, vrf in neighbors), (RIP, name in rip), (STATIC, name in static or None in static),
                     (OSPF, ospf.get(vrf, {}).get("interfaces", {}).get(name, {}).get("ospfEnabled"))) if runs}
                 state.protocols[vrf, name] = stated
-                # Of an interface that is down the suite does not say whether a protocol is enabled on it, and in a VRF
+                # Of an interface that is down, or in a VRF that is down, the suite does not say whether a protocol is enabled on it, and in a VRF
                 # that was made again it resumes neither, though both stay configured.
-                if vrf in self.made_again or not linux.is_up(link):
+                if vrf in self.made_again or not linux.is_up(link) or not linux.is_up(kernel.vrfs()[vrf]):
                     state.may_be[vrf, name] = {OSPF, RIP}
 
     def vrfs_with_neighbors(self):
@@ -157,15 +171,21 @@ class LiveSuite:
         """{VRF: names of interfaces that static routes name, None for a route that names none}."""
         found = {}
         for words in ("ip", "ipv6"):
-            for _, routes in self.ask_each("zebra", f"show {words} route vrf all static json"):
-                for route in routes:
-                    found.setdefault(route["vrfName"], set()).update(
-                        hop.get("interfaceName") if hop.get("directlyConnected") else None for hop in route.get("nexthops", []))
+            for _, entry in self.ask_each("zebra", f"show {words} route vrf all static json"):
+                # By prefix, a document for each VRF; in later versions by VRF and prefix.
+                prefixes = [entry] if isinstance(entry, list) else entry.values()
+                for route in itertools.chain.from_iterable(prefixes):
+                    found.setdefault(route["vrfName"], set()).update(map(out_of, route.get("nexthops", [])))
         return found
 
     def read_descriptions(self, state, kernel):
         shown = self.ask_json("zebra", "show interface vrf all json")
         state.descriptions = {vrf: shown.get(vrf, {}).get("description", "") for vrf in kernel.vrfs()}
+
+
+def out_of(hop):
+    """The interface that a static route names, None when it names none."""
+    return hop.get("interfaceName") if hop.get("directlyConnected") else None
 
 
 def wait_for_probes(live):

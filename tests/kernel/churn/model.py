@@ -35,6 +35,7 @@ class Suite:
     """What the routing suite states; empty without one."""
     rds: dict = dataclasses.field(default_factory=dict)           # VRF: text
     targets: set = dataclasses.field(default_factory=set)         # (VRF, import 1 or export 2, family 4 or 6, text)
+    untold: set = dataclasses.field(default_factory=set)          # (VRF, family) of which the suite exports nothing
     protocols: dict = dataclasses.field(default_factory=dict)     # (VRF, interface name): numbers
     may_be: dict = dataclasses.field(default_factory=dict)        # the same: not stated, but not excluded either
     descriptions: dict = dataclasses.field(default_factory=dict)  # VRF: text
@@ -78,6 +79,15 @@ class Model:
     def active_vrfs(self):
         return {vrf for vrf in self.vrfs if self.active_interfaces(vrf)}
 
+    def distinguisher(self, vrf):
+        if vrf not in self.suite.rds and (vrf, 4) in self.suite.untold:
+            return Check("any RD", lambda seen: isinstance(seen, bytes))
+        return self.suite.rds.get(vrf, "").encode()
+
+    def is_told(self, target):
+        """Whether the suite states the route targets of the row's VRF and family."""
+        return target[0] in self.vrfs and (target[0], target[2]) not in self.suite.untold
+
     def description(self, vrf):
         return self.suite.descriptions.get(vrf) or self.vrfs[vrf].get("ifalias", "")
 
@@ -102,7 +112,7 @@ class Model:
         active = self.active_interfaces(vrf)
         state = UP if active else DOWN
         mid, high = self.thresholds.get(vrf, (0, 0))
-        columns = {2: b"", 3: self.description(vrf).encode(), 4: self.suite.rds.get(vrf, "").encode(), 5: number("created"),
+        columns = {2: b"", 3: self.description(vrf).encode(), 4: self.distinguisher(vrf), 5: number("created"),
                    6: state, 7: active, 8: len(self.interfaces_of(vrf)), 9: mid, 10: high, 11: high, 12: number("changed"),
                    13: ACTIVE, 14: state, 15: READ_ONLY}
         index = name_index(vrf)

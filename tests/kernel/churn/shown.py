@@ -54,10 +54,10 @@ class CommandLine:
     def vrfs(self):
         return {row["name"]: row for row in self.system.cli_json("show", "vrf")}
 
-    def targets(self, vrfs):
+    def targets(self):
         families = {"IPv4 Unicast": 4, "IPv6 Unicast": 6}
         return {(row["vrfName"], row["type"], families[row["description"]], row["rt"])
-                for row in self.system.cli_json("show", "route-targets") if row["vrfName"] in vrfs}
+                for row in self.system.cli_json("show", "route-targets")}
 
     def routes(self, vrf):
         return {(row["prefix"], "" if is_no_hop(row) else row["nextHop"]) for row in self.system.cli_json("show", "routes", vrf)}

@@ -50,7 +50,8 @@ class Programs:
             answer = b""
             while answer[-4:-1] != b"\0\0\0":
                 more = connection.recv(1 << 16)
-                assert more, f"{program} ended while it was asked {command}"
+                if not more:
+                    raise ConnectionError(f"{program} ended while it was asked {command}")
                 answer += more
         return answer[:-4].decode(errors="replace")
 

@@ -23,6 +23,7 @@ class World(RandomRoutes, RandomSuite):
     def __init__(self, seed, has_suite=False, without=()):
         self.random = random.Random(seed)
         self.shares_tables = not has_suite  # the suite does not start when two VRFs have one table
+        self.makes_bridges = not has_suite  # without a port, the suite's programs disagree about them
         weights = self.WEIGHTS + (self.SUITE_WEIGHTS if has_suite else ())
         without = {*without, *(NOT_FOLLOWED_BY_THE_SUITE if has_suite else ())}
         self.weights = [each for each in weights if each[0] not in without]
@@ -138,7 +139,7 @@ class World(RandomRoutes, RandomSuite):
         if self.chance(20):
             lines = [f"link add {name} index {index} type veth peer name q{index} index {index + 1000}",
                      f"link set q{index} up"]
-        elif self.chance(15):
+        elif self.chance(15) and self.makes_bridges:
             lines = [f"link add {name} index {index} type bridge"]
         enslave = []
         if self.vrfs and self.chance(80):
