@@ -26,12 +26,13 @@ def parse_arguments():
     parser.add_argument("programs", help="the build's bin directory")
     parser.add_argument("--suite", type=int, choices=(8, 10), help="with the routing suite FRR of this version")
     parser.add_argument("--seed", type=int, default=1, help="the first seed (1)")
-    parser.add_argument("--seeds", type=int, help="how many seeds, each one above the last; otherwise until the time is over")
+    parser.add_argument("--seeds", type=int, help="how many seeds, each one above the last; none: until the time is over")
     parser.add_argument("--minutes", type=float, default=1.0, help="no batch begins after that (1)")
     parser.add_argument("--operations", type=int, default=500, help="of each seed (500)")
     parser.add_argument("--without", default="", metavar="NAMES", help="operations of World to leave out, between commas")
     parser.add_argument("--minimise", type=float, default=600.0, metavar="SECONDS", help="for shortening a sequence (600)")
-    parser.add_argument("--replay", metavar="FILE", help="the steps in the file, as a mismatch leaves them in $UML_OUT, with the settings of the first seed")
+    parser.add_argument("--replay", metavar="FILE",
+                        help="the steps in the file, as a mismatch leaves them in $UML_OUT, with the settings of the first seed")
     return parser.parse_args()
 
 

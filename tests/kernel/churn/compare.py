@@ -91,14 +91,14 @@ class Comparison:
         if not kernel.is_settled():
             return ["the kernel still checks an address"]
         try:
-            self.model = Model(kernel, self.rig.suite_says(kernel), self.rig.thresholds)
+            self.model = Model(kernel, self.rig.suite_says(kernel))
             cells = walk_mib(self.rig.system.port)
             found = cell_errors(self.model.cells(), cells) + target_errors(self.model, cells)
         except (RuntimeError, TimeoutError, ConnectionError) as failure:
             self.rig.start_all()
             return [f"no answer: {failure}"]
-        found = found or self.rig.trap_errors(self.model.active_vrfs()) or view_errors(self.model, self.rig.command_line, self.some_vrfs())
-        return found
+        return (found or self.rig.trap_errors(self.model.active_vrfs())
+                or view_errors(self.model, self.rig.command_line, self.some_vrfs()))
 
     def some_vrfs(self):
         """Others in every batch."""

@@ -64,8 +64,8 @@ def protocols_of(suite, vrf, name):
 
 
 class Model:
-    def __init__(self, kernel, suite, thresholds=None):
-        self.kernel, self.suite, self.thresholds = kernel, suite, thresholds or {}
+    def __init__(self, kernel, suite):
+        self.kernel, self.suite = kernel, suite
         self.vrfs, self.members = kernel.vrfs(), kernel.members()
         self.routes = {vrf: routes.table_rows(kernel, link["linkinfo"]["info_data"]["table"])
                        for vrf, link in self.vrfs.items()}
@@ -111,9 +111,9 @@ class Model:
     def vrf_cells(self, vrf):
         active = self.active_interfaces(vrf)
         state = UP if active else DOWN
-        mid, high = self.thresholds.get(vrf, (0, 0))
+        no_threshold = 0
         columns = {2: b"", 3: self.description(vrf).encode(), 4: self.distinguisher(vrf), 5: number("created"),
-                   6: state, 7: active, 8: len(self.interfaces_of(vrf)), 9: mid, 10: high, 11: high, 12: number("changed"),
+                   6: state, 7: active, 8: len(self.interfaces_of(vrf)), 9: no_threshold, 10: no_threshold, 11: no_threshold, 12: number("changed"),
                    13: ACTIVE, 14: state, 15: READ_ONLY}
         index = name_index(vrf)
         return {**row_cells(VRF, columns, index), **row_cells(SECURITY, {1: 0, 2: 0}, index),

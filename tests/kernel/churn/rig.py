@@ -63,7 +63,6 @@ class Rig:
         self.command_line = CommandLine(self.system)
         self.watches, self.daemon_starts = 0, 0
         self.repeats = 0  # batches in which a notification may come twice, because an agent was killed
-        self.thresholds = {}
         self.failed_lines, self.lines = 0, 0
         self.start_daemon()
         self.system.start_snmpd()
