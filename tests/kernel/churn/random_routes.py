@@ -5,6 +5,8 @@ PREFIXES = {4: ("0.0.0.0/0", "10.9.0.0/16", "10.9.1.0/24", "192.168.1.0/24", "19
 TYPES = ("unicast", "unicast", "unicast", "blackhole", "unreachable", "prohibit", "throw")
 METRICS = ("", "", " metric 10", " metric 20", " metric 4278198272")
 PROTOCOLS = ("", "", " proto static", " proto 186", " proto 188", " proto 189", " proto 16", " proto 196", " proto 77")
+# A suite that starts takes routes with the numbers of its own protocols for its own.
+NOT_OF_A_SUITE = ("", "", " proto static", " proto 16", " proto 77")
 VERBS = ("add", "add", "append", "replace", "replace", "del")
 
 
@@ -34,7 +36,7 @@ class RandomRoutes:
             return None
         prefix = self.random.choice(PREFIXES[version])
         service = " tos 0x10" if version == 4 and self.chance(5) else ""
-        return (prefix + service + self.random.choice(METRICS) + self.random.choice(PROTOCOLS)
+        return (prefix + service + self.random.choice(METRICS) + self.random.choice(self.protocols)
                 + f" table {self.vrfs[vrf]['table']}")
 
     def change_route(self):

@@ -5,7 +5,7 @@ and any subset of them can be applied, too.
 """
 import random
 
-from random_routes import RandomRoutes
+from random_routes import NOT_OF_A_SUITE, PROTOCOLS, RandomRoutes
 from random_suite import RandomSuite
 
 VRF_NAMES = ("red", "blue", "green", "v9", "v10", "a.b", "Az", "x", "cust-long-name5")
@@ -24,6 +24,7 @@ class World(RandomRoutes, RandomSuite):
         self.random = random.Random(seed)
         self.shares_tables = not has_suite  # the suite does not start when two VRFs have one table
         self.makes_bridges = not has_suite  # without a port, the suite's programs disagree about them
+        self.protocols = NOT_OF_A_SUITE if has_suite else PROTOCOLS
         weights = self.WEIGHTS + (self.SUITE_WEIGHTS if has_suite else ())
         without = {*without, *(NOT_FOLLOWED_BY_THE_SUITE if has_suite else ())}
         self.weights = [each for each in weights if each[0] not in without]
