@@ -71,3 +71,7 @@ def is_active(link):
     """Up, with an address that can be used."""
     return is_up(link) and any("local" in address and not address.get("tentative") and not address.get("dadfailed")
                                for address in link["addr_info"])
+
+
+def has_ipv4(link):
+    return any(address.get("family") == "inet" for address in link["addr_info"])

@@ -157,6 +157,8 @@ class LiveSuite:
                 # that was made again it resumes neither, though both stay configured.
                 if vrf in self.made_again or not linux.is_up(link) or not linux.is_up(kernel.vrfs()[vrf]):
                     state.may_be[vrf, name] = {OSPF, RIP}
+                elif not linux.has_ipv4(link):
+                    state.may_be[vrf, name] = {RIP}  # enabled by its name, not running without an address
 
     def vrfs_with_neighbors(self):
         shown = self.ask_json("bgpd", "show bgp vrf all summary json")
