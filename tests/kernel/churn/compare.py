@@ -27,7 +27,8 @@ def target_errors(model, cells):
     for (column, index), value in cells.items():
         if column[:4] == TARGET and vrf_of(index) in model.vrfs:
             rows.setdefault(index, {})[column[4]] = value
-    seen = {(vrf_of(index), index[-1], FAMILIES.get(row[5]), row[4].decode()) for index, row in rows.items()}
+    seen = {(vrf_of(index), index[-1], FAMILIES.get(row.get(5)), row.get(4, b"").decode())
+            for index, row in rows.items()}  # a row may come while it is walked
     seen = set(filter(model.is_told, seen))
     expected = model.suite.targets
     numbers = sorted((vrf_of(index), index[-2]) for index in rows)
