@@ -98,6 +98,16 @@ constexpr char kDebugFooter[] =
     "  mplsvpn debug watch --count 100     shows the next 100 prints of the areas that are on\n"
     "  mplsvpn debug all off";
 
+constexpr char kWatchFooter[] =
+    "A change is shown with the value before and after and their origins: operator, router file, configured "
+    "or\n"
+    "derived (in the routing suite).\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn watch\n"
+    "  mplsvpn watch changes\n"
+    "  mplsvpn --json watch traps --count 1 --timeout 30";
+
 constexpr char kRouterFooter[] =
     "The words are the daemon's own; options of mplsvpn stand before \"router\". Only a daemon whose router "
     "comes from\n"
@@ -146,6 +156,7 @@ struct Options {
   DebugRequest debug;
   TraceRequest trace;
   WatchRequest watch;
+  std::string watched;
   ConfigOptions config;
   std::vector<std::string> router_words;
   std::function<void(const Session&)> command;
@@ -268,16 +279,21 @@ void add_trace(CLI::App& app, Options* options) {
 }
 
 void add_watch(CLI::App& app, Options* options) {
-  CLI::App* command = app.add_subcommand("watch", "Shows the daemon's traps as they come, until Ctrl-C");
+  CLI::App* command = app.add_subcommand(
+      "watch", "Shows traps and changes of RDs and route targets as they come, until Ctrl-C");
+  command->add_option("WHAT", options->watched, "traps or changes; both when left out")
+      ->check(CLI::IsMember({"traps", "changes"}));
   // Its time-out is the watching's, not that of an answer.
-  add_count(command, "--count", &options->watch.most_traps, "Ends after N traps");
+  add_count(command, "--count", &options->watch.most_events, "Ends after N traps and changes");
   command
       ->add_option("--timeout", options->watch.seconds,
                    "Ends after S seconds; a failure when fewer than --count came")
       ->type_name("S")
       ->check(watching_time());
-  command->footer("Examples:\n  mplsvpn watch\n  mplsvpn --json watch --count 1 --timeout 30");
+  command->footer(kWatchFooter);
   command->callback([options] {
+    options->watch.traps = options->watched != "changes";
+    options->watch.changes = options->watched != "traps";
     options->command = [options](const Session& session) { watch(session, options->watch); };
   });
 }

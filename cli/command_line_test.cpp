@@ -73,6 +73,8 @@ TEST_F(CommandLine, TimesAndCountsOfWatchingAreBounded) {
     EXPECT_THAT(Err(), StartsWith("--seconds: " + reason + "\n"));
   }
   EXPECT_EQ(Run({"watch", "--timeout", "31536000"}), kExitNoDaemon);
+  EXPECT_EQ(Run({"watch", "changes"}), kExitNoDaemon);
+  EXPECT_EQ(Run({"watch", "everything"}), kExitUsage);
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"watch", "--count"}, {"debug", "watch", "--count"}, {"trace", "--last"}}) {
     for (const char* count : {"-1", "4294967296", "some"}) {

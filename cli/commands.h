@@ -69,11 +69,13 @@ void trace(const Session& session, const TraceRequest& request);
 void router(const Session& session, const std::vector<std::string>& words);
 
 struct WatchRequest {
-  std::uint64_t most_traps = 0;  // ends the watching; 0: no bound
-  double seconds = 0;            // ends the watching; 0: no bound
+  bool traps = true;
+  bool changes = true;            // of effective route distinguishers and route targets
+  std::uint64_t most_events = 0;  // ends the watching; 0: no bound
+  double seconds = 0;             // ends the watching; 0: no bound
 };
-// Prints the daemon's traps as they come. Failure(kExitFailed) when the time is over before most_traps have
-// come.
+// Prints the daemon's traps and the changes as they come. Failure(kExitFailed) when the time is over before
+// most_events have come.
 void watch(const Session& session, const WatchRequest& request);
 
 // The configuration, in words as vrf_config::parse_words has them. Those that change something fail with

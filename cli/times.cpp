@@ -1,6 +1,7 @@
 // See times.h.
 #include "cli/times.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <array>
@@ -38,6 +39,13 @@ std::string age_text(std::uint32_t seconds) {
 std::string duration_text(std::uint64_t seconds) {
   if (seconds >= kDay) return fmt::format("{}d{:02}h", seconds / kDay, seconds % kDay / kHour);
   return fmt::format("{:02}:{:02}:{:02}", seconds / kHour, seconds % kHour / kMinute, seconds % kMinute);
+}
+
+std::string now_text() {
+  const std::uint64_t stamp = clock_stamp();
+  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z",
+                     fmt::gmtime(static_cast<std::time_t>(stamp / kNanosecondsPerSecond)),
+                     stamp / kNanosecondsPerMillisecond % 1000);
 }
 
 }  // namespace cli

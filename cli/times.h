@@ -13,4 +13,7 @@ std::string age_text(std::uint32_t seconds);
 // "08:05:09" below a day, "31d08h" above.
 std::string duration_text(std::uint64_t seconds);
 
+// The time of now in UTC, as "2026-01-31T08:05:09.123Z".
+std::string now_text();
+
 }  // namespace cli

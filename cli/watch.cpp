@@ -1,18 +1,19 @@
-// "watch": the daemon's traps as they come, a line each.
-#include <fmt/chrono.h>
+// "watch": the daemon's traps, and the changes of effective route distinguishers and route targets, as they
+// come, a line each.
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 
 #include "cli/commands.h"
 #include "cli/json_list.h"
 #include "cli/notifications.h"
 #include "cli/record.h"
 #include "cli/table.h"
-#include "platform/base/clock.h"
+#include "cli/times.h"
+#include "cli/vpn_changes.h"
+#include "platform/vpn_events/records.h"
 
 namespace cli {
 
@@ -22,14 +23,6 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kWaitStep(500);  // a bound of one wait, not of the watching
-
-// When the trap was received, in UTC: the record has no time of its own.
-std::string now_text() {
-  const std::uint64_t stamp = clock_stamp();
-  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z",
-                     fmt::gmtime(static_cast<std::time_t>(stamp / kNanosecondsPerSecond)),
-                     stamp / kNanosecondsPerMillisecond % 1000);
-}
 
 std::string oper_status(std::int32_t value) {
   if (value == 1) return "up";
@@ -80,7 +73,6 @@ void print_trap(const Session& session, const kvtree::NotificationResult& notifi
     fmt::print(session.out, "{} {} {} {}\n", now_text(), notification_name(trap->trapType),
                printable(text_or_empty(trap->vrfName)), details(*trap));
   }
-  session.out.flush();
 }
 
 // How long the next wait may take; zero when the time is over.
@@ -90,33 +82,51 @@ milliseconds wait_left(const WatchRequest& request, Clock::time_point started) {
   return std::clamp(std::chrono::ceil<milliseconds>(end - Clock::now()), milliseconds(0), kWaitStep);
 }
 
-// The traps printed.
-std::uint64_t print_traps(const Session& session, const WatchRequest& request, kvtree::Client& client) {
+// How many lines were printed, of at most so many.
+std::uint64_t print_notification(const Session& session, const kvtree::NotificationResult& notification,
+                                 VpnChangePrinter* changes, std::uint64_t most) {
+  std::uint64_t printed = 1;
+  if (notification.path == vpn_events::kProviderPath) {
+    printed = changes->print(notification, most);
+  } else {
+    print_trap(session, notification);
+  }
+  session.out.flush();
+  return printed;
+}
+
+// The events printed.
+std::uint64_t print_events(const Session& session, const WatchRequest& request, kvtree::Client& client) {
   const Clock::time_point started = Clock::now();
-  std::uint64_t traps = 0;
-  while (request.most_traps == 0 || traps < request.most_traps) {
+  VpnChangePrinter changes(session);
+  const std::uint64_t most = request.most_events == 0 ? UINT64_MAX : request.most_events;
+  std::uint64_t events = 0;
+  while (events < most) {
     const milliseconds wait = wait_left(request, started);
-    if (wait.count() == 0) return traps;
+    if (wait.count() == 0) return events;
     const kvtree::NotificationResult notification = client.next_notification(wait);
     if (notification.status == kStatusTimedOut) continue;
     if (notification.status) throw request_failure(session, "watch", notification.status);
-    print_trap(session, notification);
-    ++traps;
+    events += print_notification(session, notification, &changes, most - events);
   }
-  return traps;
+  return events;
 }
 
 }  // namespace
 
 void watch(const Session& session, const WatchRequest& request) {
   const auto client = connect_to_daemon(session);
-  if (const Status status = client->subscribe(kProviderPath).status)
-    throw request_failure(session, "watch", status);
-  session.err << "watching for traps\n" << std::flush;
-  const std::uint64_t traps = print_traps(session, request, *client);
-  if (traps >= request.most_traps) return;
-  throw Failure(kExitFailed,
-                fmt::format("{} of {} traps within {:g} s", traps, request.most_traps, request.seconds));
+  for (const auto& [path, is_wanted] :
+       {std::pair(kProviderPath, request.traps), std::pair(vpn_events::kProviderPath, request.changes)}) {
+    if (!is_wanted) continue;
+    if (const Status status = client->subscribe(path).status) throw request_failure(session, "watch", status);
+  }
+  fmt::print(session.err, "watching for {}\n", request.traps ? "traps" : "changes");
+  session.err.flush();
+  const std::uint64_t events = print_events(session, request, *client);
+  if (events >= request.most_events) return;
+  throw Failure(kExitFailed, fmt::format("{} of {} {} within {:g} s", events, request.most_events,
+                                         request.changes ? "events" : "traps", request.seconds));
 }
 
 }  // namespace cli

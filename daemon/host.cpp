@@ -13,7 +13,8 @@
 //   7. from here nothing leaves for a client before the checkpoint is on disk;
 //   8. when the daemon makes its main event manager: the data store's server and the source's live part start
 //   on it, the route modules are looked for, the VRFs that have configuration are named in the model (before
-//   the daemon hears of what they have), and the routing tables are watched against their thresholds.
+//   the daemon hears of what they have), the routing tables are watched against their thresholds, and changes
+//   of RDs and route targets are reported from here on.
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
 #include "daemon/host.h"
@@ -42,6 +43,7 @@
 #include "platform/router/route_access.h"
 #include "platform/router/router.h"
 #include "platform/vmap/vmap.h"
+#include "platform/vpn_events/vpn_events.h"
 #include "platform/vtab/vtab.h"
 #include "platform/wire/wire.h"
 #include "sources/file/file_configuration.h"
@@ -134,6 +136,10 @@ void start_on_main_manager(EventManager* manager) {
   }
   if (const Status status = rib_threshold_attach(&host().model, manager)) {
     log_line("mpls_vpn_mib: cannot watch the route thresholds: %s", err_text(status));
+    std::exit(1);
+  }
+  if (const Status status = vpn_events_attach(&host().model, manager)) {
+    log_line("mpls_vpn_mib: cannot report changes of route distinguishers: %s", err_text(status));
     std::exit(1);
   }
   if (const Status status = start_source(manager)) {

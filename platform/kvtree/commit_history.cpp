@@ -20,15 +20,6 @@ KvConfigCommit column_commit(const Statement& statement) {
   return commit;
 }
 
-std::optional<KvValue> copy(const SharedValue& value) {
-  return value == nullptr ? std::nullopt : std::optional<KvValue>(*value);
-}
-
-KvConfigCommitChange to_public(PlannedChange change) {
-  return {std::move(change.path), copy(change.before), copy(change.after),
-          std::string(owner_name(change.owner_before)), std::string(owner_name(change.owner_after))};
-}
-
 }  // namespace
 
 // The commit's number; kStatusNoSuchRow for one that the history does not have. "007" is no id.

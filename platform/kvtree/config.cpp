@@ -76,6 +76,23 @@ void make_in_tree(const CommitPlan& plan) {
   }
 }
 
+void tell_observer(const ConfigObserver& observer, const CommitPlan& plan) {
+  std::vector<KvConfigCommitChange> changes;
+  for (const PlannedChange& change : plan.changes) {
+    if (change.tells && change.path.starts_with(observer.path)) changes.push_back(to_public(change));
+  }
+  if (!changes.empty()) observer.function(changes);
+}
+
+void tell_observers(const CommitPlan& plan) {
+  auto& observers = store().observers;
+  std::erase_if(observers, [](const auto& observer) { return observer.expired(); });
+  const auto present = observers;  // one that is called may end itself
+  for (const auto& weak : present) {
+    if (const auto observer = weak.lock()) tell_observer(*observer, plan);
+  }
+}
+
 Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, std::string* id) {
   if (plan->changes.empty()) return kStatusOk;
   NodeStore* kept = nullptr;
@@ -88,6 +105,7 @@ Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, st
   }
   apply_plan(&store().configuration, *plan);
   make_in_tree(*plan);
+  tell_observers(*plan);
   fold();
   return kStatusOk;
 }
@@ -280,6 +298,20 @@ void kvtree_config_in_force(std::string_view path, const std::function<void(cons
   kvtree::visit_below(store().configuration, path, [&](const std::string& place, const auto& node) {
     visit({place, *node.values[node.in_force()]});
   });
+}
+
+std::optional<KvConfigHeld> kvtree_config_find(std::string_view path) {
+  const auto found = store().configuration.find(path);
+  if (found == store().configuration.end()) return std::nullopt;
+  const std::size_t owner = found->second.in_force();
+  return KvConfigHeld{*found->second.values[owner], kvtree::owner_name(owner)};
+}
+
+std::shared_ptr<const void> kvtree_config_observe(std::string_view path, KvConfigObserver observer) {
+  const auto added = std::make_shared<const kvtree::ConfigObserver>(
+      kvtree::ConfigObserver{std::string(path), std::move(observer)});
+  store().observers.push_back(added);
+  return added;
 }
 
 Status kvtree_config_retell(const std::vector<std::string>& paths) {

@@ -20,6 +20,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -107,6 +108,20 @@ void kvtree_config_owned(std::string_view owner, std::string_view path,
 
 // What is in force below the path, in the order of the paths.
 void kvtree_config_in_force(std::string_view path, const std::function<void(const KvConfigNode&)>& visit);
+
+// What is in force of the path, and who holds it; none when nobody does.
+struct KvConfigHeld {
+  KvValue value;
+  std::string_view owner;
+};
+std::optional<KvConfigHeld> kvtree_config_find(std::string_view path);
+
+// While the answer lives, `observer` is called in every commit that changes what is in force below the path,
+// with these changes, when they are made. Unlike a subscriber it learns who holds a value, and learns nothing
+// when a value is only told again. It must not commit.
+using KvConfigObserver = std::function<void(const std::vector<KvConfigCommitChange>& changes)>;
+[[nodiscard]] std::shared_ptr<const void> kvtree_config_observe(std::string_view path,
+                                                                KvConfigObserver observer);
 
 // The newest commits, newest first, older than `before` when that is not empty. kStatusNoSuchRow for a
 // `before` that is no commit's id, kStatusIo (logged) when the history cannot be read. Fault point

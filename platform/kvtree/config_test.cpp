@@ -35,6 +35,39 @@ TEST_F(ConfigCommit, EveryOwnerHasAnOrigin) {
   EXPECT_EQ(kvtree_config_origin(""), "");
 }
 
+TEST_F(ConfigCommit, ObserverLearnsWhatChangesInForceAndWhoHoldsIt) {
+  std::vector<std::string> seen;
+  auto handle = kvtree_config_observe("/cfg/a/", [&](const std::vector<KvConfigCommitChange>& changes) {
+    for (const KvConfigCommitChange& change : changes) {
+      seen.push_back(change.path + " " + Describe(change.before) + "(" + change.owner_before + ") " +
+                     Describe(change.after) + "(" + change.owner_after + ")");
+    }
+  });
+  const auto take = [&] { return std::exchange(seen, {}); };
+  Commit("frr", {SetTo("/cfg/a/x", "1"), SetTo("/cfg/b", "1")});
+  EXPECT_THAT(take(), ElementsAre("/cfg/a/x none() 1(frr)"));
+  Commit("cli", {SetTo("/cfg/a/x", "1")});
+  Commit("file", {SetTo("/cfg/a/x", "2")});
+  EXPECT_THAT(take(), IsEmpty()) << "the same value, and one that is covered";
+  Commit("cli", {LetGo("/cfg/a/x")});
+  EXPECT_THAT(take(), ElementsAre("/cfg/a/x 1(cli) 2(file)"));
+  EXPECT_EQ(kvtree_config_retell({"/cfg/a/x"}), kStatusOk);
+  EXPECT_THAT(take(), IsEmpty()) << "told again is no change";
+  handle.reset();
+  Commit("file", {SetTo("/cfg/a/x", "3")});
+  EXPECT_THAT(take(), IsEmpty());
+}
+
+TEST_F(ConfigCommit, NodeIsFoundWithWhoHoldsIt) {
+  EXPECT_FALSE(kvtree_config_find("/cfg/a"));
+  Commit("frr", {SetTo("/cfg/a", "x")});
+  Commit("file", {SetTo("/cfg/a", "y")});
+  const auto found = kvtree_config_find("/cfg/a");
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->value.text, "y");
+  EXPECT_EQ(found->owner, "file");
+}
+
 TEST_F(ConfigCommit, LettingGoRevealsTheNext) {
   for (const char* owner : {"frr", "file", "cli"}) Commit(owner, {SetTo("/cfg/a", owner)});
   EXPECT_THAT(Commit("cli", {LetGo("/cfg/a")}), ElementsAre("a 2 file"));

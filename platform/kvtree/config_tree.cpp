@@ -111,6 +111,10 @@ class Seen {
   std::unordered_set<std::string_view> unordered_;  // all of them, once one came out of order
 };
 
+std::optional<KvValue> copy(const SharedValue& value) {
+  return value == nullptr ? std::nullopt : std::optional<KvValue>(*value);
+}
+
 // Appends what the change comes to.
 Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, std::string* mistake) {
   if (const Status status = check_change(change, mistake)) return status;
@@ -147,6 +151,11 @@ std::size_t OwnedNode::in_force_after(std::size_t owner, bool holds) const {
   std::size_t first = 0;
   while (first < values.size() && !(first == owner ? holds : values[first] != nullptr)) ++first;
   return first;
+}
+
+KvConfigCommitChange to_public(PlannedChange change) {
+  return {std::move(change.path), copy(change.before), copy(change.after),
+          std::string(owner_name(change.owner_before)), std::string(owner_name(change.owner_after))};
 }
 
 Status check_configuration_path(std::string_view path) {

@@ -62,6 +62,9 @@ struct CommitPlan {
 // "/cfg/..." and not a folder; kStatusOk or what is wrong with the path.
 Status check_configuration_path(std::string_view path);
 
+// As readers of the history and observers know it.
+KvConfigCommitChange to_public(PlannedChange change);
+
 // Checks the changes and plans them. A failure and its *mistake are those of kvtree_config_commit.
 Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<ProposedChange>& changes,
                    CommitPlan* plan, std::string* mistake);

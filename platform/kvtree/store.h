@@ -69,6 +69,12 @@ struct RetainedQueue {
   std::shared_ptr<NotificationQueue> queue;
 };
 
+// Who is told of commits.
+struct ConfigObserver {
+  std::string path;
+  KvConfigObserver function;
+};
+
 struct StoredNode {
   std::shared_ptr<const KvValue> value;
   std::uint64_t told = 0;  // when it was last set: Store::told at that time
@@ -85,7 +91,8 @@ struct Store {
   Nodes nodes;
   std::uint64_t told = 0;     // how many times a node was set
   std::uint64_t changes = 0;  // how many were queued for subscribers
-  ConfigTree configuration;   // what is in force of it is in `nodes`, too
+  std::vector<std::weak_ptr<const ConfigObserver>> observers;
+  ConfigTree configuration;  // what is in force of it is in `nodes`, too
   std::map<std::string, Action, std::less<>> actions;
   std::map<std::string, Status (*)(), std::less<>> guards;  // by the beginning of the paths
   std::vector<RetainedQueue> retained;

@@ -11,8 +11,6 @@
 
 namespace vrf_config {
 
-const char* family_word(Family family);  // "ipv4", "ipv6"
-
 struct Address {
   Family family = Family::kIpv4;
   std::array<std::uint8_t, 16> octets{};  // in network order, the first four of IPv4

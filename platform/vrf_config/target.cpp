@@ -74,6 +74,39 @@ std::optional<Target> route_target_of(std::string_view path) {
   return is_target ? target_at(*parsed) : std::nullopt;
 }
 
+namespace {
+
+// The item of this kind and family, if it is what the path says: another SAFI or spelling is another path.
+std::optional<TargetPath> same_path(const ParsedPath& parsed, std::string_view path, Family family) {
+  const std::optional<std::string> vrf = decode_key(parsed.keys.at(*parsed.vrf));
+  if (!vrf) return std::nullopt;
+  TargetPath item{*vrf, family, std::nullopt, {}};
+  if (parsed.kind == Kind::kRouteDistinguisher) {
+    return route_distinguisher(*vrf, family, {}).path == path ? std::optional(item) : std::nullopt;
+  }
+  const std::optional<Target> target = target_at(parsed);
+  if (!target) return std::nullopt;
+  item.direction = parsed.kind == Kind::kImportTarget ? Direction::kImport : Direction::kExport;
+  item.target = *target;
+  return route_target(*vrf, family, *item.direction, *target).path == path ? std::optional(item)
+                                                                           : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<TargetPath> target_path_of(std::string_view path) {
+  if (path.find("-rt/") == std::string_view::npos && !path.ends_with("/rd")) return std::nullopt;
+  const std::optional<ParsedPath> parsed = parse_path(path);
+  const bool is_wanted =
+      parsed && (parsed->kind == Kind::kImportTarget || parsed->kind == Kind::kExportTarget ||
+                 parsed->kind == Kind::kRouteDistinguisher);
+  if (!is_wanted) return std::nullopt;
+  for (const Family family : kFamiliesOfTargets) {
+    if (auto item = same_path(*parsed, path, family)) return item;
+  }
+  return std::nullopt;
+}
+
 std::optional<std::uint32_t> parse_as_number(std::string_view text) {
   const std::optional<std::uint32_t> number = parse_number(text);
   return number ? number : parse_asdot(text);

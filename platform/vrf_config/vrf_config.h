@@ -33,6 +33,7 @@ inline constexpr std::array<std::string_view, 6> kScopesOfVrfs = {kVrfScope,  kB
 // Address family numbers (IANA). EVPN (RFC 7432) has RDs and route targets only.
 enum class Family : std::uint32_t { kIpv4 = 1, kIpv6 = 2, kEvpn = 25 };
 inline constexpr std::array<Family, 3> kFamiliesOfTargets = {Family::kIpv4, Family::kIpv6, Family::kEvpn};
+const char* family_word(Family family);  // "ipv4"; empty for another number
 enum class Direction { kImport, kExport };
 
 // A route target or route distinguisher (RFC 4364 section 4.2; RFC 4360 sections 3.1, 3.2; RFC 5668).
@@ -53,6 +54,15 @@ std::string target_text(
 std::optional<std::uint32_t> parse_as_number(std::string_view text);
 // An OSPF area: a number, or a dotted quad for it.
 std::optional<std::uint32_t> parse_area(std::string_view text);
+
+// What a path of a route distinguisher or a route target is about; none for a path of another kind.
+struct TargetPath {
+  std::string vrf;
+  Family family = Family::kIpv4;
+  std::optional<Direction> direction;  // none: a route distinguisher, which is the node's value
+  Target target;                       // of a direction
+};
+std::optional<TargetPath> target_path_of(std::string_view path);
 
 // The route target that a configuration path is; none for a path of another kind.
 std::optional<Target> route_target_of(std::string_view path);

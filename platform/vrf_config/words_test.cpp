@@ -266,6 +266,22 @@ TEST(ConfigurationPaths, NameTheirRouteTarget) {
   }
   EXPECT_EQ(route_target_of(route_distinguisher("red", Family::kIpv4, kTarget).path), std::nullopt);
   EXPECT_EQ(route_target_of(description("-rt/", "x").path), std::nullopt);
+  for (const Family family : kFamiliesOfTargets) {
+    const std::string path = route_target("a b", family, Direction::kExport, kTarget).path;
+    const std::optional<TargetPath> target = target_path_of(path);
+    ASSERT_TRUE(target) << path;
+    EXPECT_EQ(target->vrf, "a b");
+    EXPECT_EQ(target->family, family);
+    EXPECT_EQ(target->direction, Direction::kExport);
+    EXPECT_EQ(target->target, kTarget);
+    const std::optional<TargetPath> rd = target_path_of(route_distinguisher("red", family, kTarget).path);
+    ASSERT_TRUE(rd);
+    EXPECT_EQ(rd->vrf, "red");
+    EXPECT_EQ(rd->family, family);
+    EXPECT_EQ(rd->direction, std::nullopt);
+  }
+  EXPECT_FALSE(target_path_of(description("-rt/", "x").path));
+  EXPECT_FALSE(target_path_of(route_policy("red", Family::kIpv4, Direction::kImport, "rd").path));
   const std::string imported = "/cfg/gl/vmap/vrf/red/ord_z/afi_safi/1/1/default/ord_b/bgp/ord_c/import-rt/";
   for (const char* keys : {"3/0/1/1/0.0.0.0/0/0", "-/0/1/1/0.0.0.0/0/0", "0/1/1/1/0.0.0.0/0/0",
                            "2/65536/1/1/0.0.0.0/0/0", "2/1/-/1/0.0.0.0/0/0", "2/1/1/65536/0.0.0.0/0/0",
