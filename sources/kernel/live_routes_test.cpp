@@ -2,6 +2,11 @@
 // go, next-hop objects.
 #include <net/if.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+
 #include "platform/router/vrf_test_support.h"
 #include "sources/kernel/live_routes_test_support.h"
 
@@ -48,6 +53,40 @@ TEST_F(LiveRoutes, AddedReplacedAndDeletedRoutesAreFollowed) {
   Ip("-6 route del 2001:db8:1::/48 table 10");
   EXPECT_THAT(SettledRows(), IsEmpty());
   EXPECT_THAT(Rows(kRed6), IsEmpty());
+}
+
+// What ip(8) says of a table's routes, in the form of Described().
+std::vector<std::string> SaidByIp(const std::string& family) {
+  const std::unique_ptr<FILE, decltype(&pclose)> pipe(
+      popen(("ip -j -d " + family + " route show table 10").c_str(), "r"), &pclose);
+  std::vector<std::string> lines;
+  for (const auto& route : nlohmann::json::parse(pipe.get())) {
+    const bool is_remote =
+        route.contains("gateway") || route.contains("via") || route.value("encap", "") == "seg6";
+    const std::string gateway = route.value("gateway", "");
+    lines.push_back(route["dst"].get<std::string>() + (gateway.empty() ? "" : " via " + gateway) + " dev " +
+                    route["dev"].get<std::string>() + (is_remote ? " remote" : " local"));
+  }
+  std::ranges::sort(lines);
+  return lines;
+}
+
+TEST_F(LiveRoutes, RoutesBehindSegmentsAreRemoteWithTheirNextHopAndNoLabel) {
+  if (!TryIp("-6 route add 2001:db8:1::/48 encap seg6 mode encap segs fd00::1 dev v0 table 10"))
+    GTEST_SKIP() << "SKIPPED: this kernel has no segment routing (CONFIG_IPV6_SEG6_LWTUNNEL)";
+  Batch(
+      "route add 2001:db8:2::/48 encap seg6 mode encap segs fd00::1,fd00::2 via 2001:db8:10::2 table 10\n"
+      "route add 2001:db8:3::/48 encap seg6 mode inline segs fd00::1 via 2001:db8:11::2 table 10\n"
+      "route add fd00:1::/64 encap seg6local action End.DT6 table 10 dev v0 table 10\n"
+      "route add 10.7.0.0/16 encap seg6 mode encap segs fd00::1 via 10.0.0.2 table 10\n"
+      "route add 10.8.0.0/16 encap seg6 mode encap segs fd00::1 via inet6 2001:db8:10::2 dev v0 table 10\n"
+      "route add 10.9.0.0/16 encap seg6 mode encap segs fd00::1 dev v0 table 10\n"
+      "route add 10.10.0.0/16 dev v0 table 10\n");
+  StartWithRed();
+  ASSERT_EQ(SaidByIp("-4").size(), 4U);
+  ASSERT_EQ(SaidByIp("-6").size(), 4U);
+  EXPECT_EQ(Described(kRed4), SaidByIp("-4"));
+  EXPECT_EQ(Described(kRed6), SaidByIp("-6"));
 }
 
 TEST_F(LiveRoutes, BurstIsReadOnce) {

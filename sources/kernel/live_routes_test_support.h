@@ -3,7 +3,10 @@
 #pragma once
 
 #include <gmock/gmock.h>
+#include <net/if.h>
 
+#include <algorithm>
+#include <array>
 #include <string>
 #include <vector>
 
@@ -62,6 +65,23 @@ class LiveRoutes : public LiveKernel {
     router::Route row;
     EXPECT_TRUE(model_.routes().find(kRed4, router::MakeKey(prefix, next_hop), &row)) << prefix;
     return row;
+  }
+  // "10.0.0.0/24 via 10.0.0.2 dev v0 remote" of each row, with the labels if there are any.
+  std::vector<std::string> Described(router::RouteTableId table) const {
+    std::vector<std::string> lines;
+    router::Route row;
+    for (bool more = model_.routes().find_first(table, &row); more;
+         more = model_.routes().find_next(table, row.key, &row)) {
+      std::array<char, IF_NAMESIZE> device{};
+      std::string line =
+          router::Text(table.family, row.key) + " dev " +
+          (if_indextoname(row.interface_index, device.data()) != nullptr ? device.data() : "-") +
+          (row.type == router::RouteType::kRemote ? " remote" : " local");
+      for (const std::uint32_t label : row.labels) line += " label " + std::to_string(label);
+      lines.push_back(std::move(line));
+    }
+    std::ranges::sort(lines);
+    return lines;
   }
   std::uint32_t AgeOf(const std::string& prefix, const std::string& next_hop = "") const {
     return router::route_age(Row(prefix, next_hop));

@@ -8,8 +8,7 @@
 //     With the sysctl nexthop_compat_mode, which is the default, both are there: what the route itself says
 //     needs no look-up and counts. IPv6 gives a discarding route the loopback as its device.
 //   - RTA_ENCAP means MPLS labels where RTA_ENCAP_TYPE says so, whatever the order of the two; other
-//   encapsulations
-//     (SRv6, BPF, tunnels) leave the path as it is, without labels.
+//   encapsulations (SRv6, BPF, IP tunnels) have no labels. Some of them lead to another router.
 //   - IPv4 leaves RTA_PRIORITY out where it is 0.
 // Everything read is copied. Any thread.
 #include "sources/kernel/route_message.h"
@@ -135,6 +134,13 @@ int read_hop_attribute(const nlattr* attribute, void* data) {
   return verdict(read_path_attribute(attribute, static_cast<PathDraft*>(data)));
 }
 
+// Segments of SRv6 that end here (LWTUNNEL_ENCAP_SEG6_LOCAL), programs and translations send the packet to no
+// other router.
+bool is_tunnel(std::uint16_t encap_type) {
+  return encap_type == LWTUNNEL_ENCAP_MPLS || encap_type == LWTUNNEL_ENCAP_IP ||
+         encap_type == LWTUNNEL_ENCAP_IP6 || encap_type == LWTUNNEL_ENCAP_SEG6;
+}
+
 // An interface index beyond ifIndex's range is none that exists.
 bool finish_path(PathDraft* draft) {
   if (draft->encap_type == LWTUNNEL_ENCAP_MPLS) {
@@ -143,6 +149,7 @@ bool finish_path(PathDraft* draft) {
     }
     draft->path.labels = std::move(draft->labels);
   }
+  draft->path.tunnel = is_tunnel(draft->encap_type);
   return draft->path.interface_index <= 0x7fffffff;
 }
 

@@ -25,6 +25,7 @@ struct RoutePath {
   router::Family gateway_family = router::Family::kIpv4;
   router::RouteAddress gateway{};     // all zero without a gateway
   std::vector<std::uint32_t> labels;  // pushed, outermost first
+  bool tunnel = false;                // encapsulated for another router: labels, segments, an IP tunnel
   bool dead = false;                  // present, but the kernel does not use it (RTNH_F_DEAD)
   bool operator==(const RoutePath&) const = default;
 };

@@ -156,6 +156,17 @@ TEST(KernelRoutes, OtherEncapsulationsHaveNoLabels) {
   EXPECT_THAT(OnePath({.hop = hop}).labels, IsEmpty());
 }
 
+TEST(KernelRoutes, EncapsulationThatLeadsToAnotherRouterIsATunnel) {
+  const auto is_tunnel = [](std::uint16_t type) {
+    return OnePath({.hop = {.interface_index = 9, .labels = {300}, .encap_type = type}}).tunnel;
+  };
+  for (const std::uint16_t type :
+       {LWTUNNEL_ENCAP_MPLS, LWTUNNEL_ENCAP_IP, LWTUNNEL_ENCAP_IP6, LWTUNNEL_ENCAP_SEG6})
+    EXPECT_TRUE(is_tunnel(type)) << type;
+  for (const std::uint16_t type : {LWTUNNEL_ENCAP_NONE, LWTUNNEL_ENCAP_BPF, LWTUNNEL_ENCAP_SEG6_LOCAL})
+    EXPECT_FALSE(is_tunnel(type)) << type;
+}
+
 TEST(KernelRoutes, MplsWithoutALabelStackIsMalformed) {
   ExpectMalformed(Encode(RouteMessage{.hop = {.interface_index = 9, .encap_type = LWTUNNEL_ENCAP_MPLS}}));
 }

@@ -81,7 +81,7 @@ void append_path(const KernelRoute& route, const RoutePath& path, std::vector<ro
     return;
   }
   router::Route row = row_of(route);
-  row.type = path.has_gateway ? RouteType::kRemote : RouteType::kLocal;
+  row.type = path.has_gateway || path.tunnel ? RouteType::kRemote : RouteType::kLocal;
   if (path.has_gateway && path.gateway_family == route.family) {
     row.key.next_hop = path.gateway;
   }
