@@ -1,5 +1,6 @@
 // "show vrf detail": the show records, which have interfaces, route targets and policies, joined with the
-// MIB's rows, which have states, times and counters, and with the configured thresholds of each family.
+// MIB's rows, which have states, times and counters, and with the configured thresholds of each family and
+// the origins of configured items.
 //
 // All VRFs: a page of show records, and the rows of the same names by one walk, since both are in one order;
 // a row that the walk has not got (VRFs come and go in between) is read by its name, and a VRF without a row
@@ -29,7 +30,9 @@ class Details {
 
   void add(const mpls_vpn_mib_vrf& row, const kvtree::Octets& record) {
     const ShownVrf shown(session_, provider_path("vrf-detail"), kShowVrfParcel, record);
-    const VrfDetail vrf{row, *shown, read_thresholds(session_, client_, text_or_empty(row.name), request_)};
+    const std::string name = text_or_empty(row.name);
+    const VrfDetail vrf{row, *shown, read_thresholds(session_, client_, name, request_),
+                        VrfOrigins(session_, client_, name)};
     if (session_.json) {
       list_.add(vrf_json(vrf, request_));
     } else {

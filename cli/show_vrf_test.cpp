@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "cli/show_test_fixture.h"
+#include "platform/kvtree/config.h"
 #include "platform/vrf_config/vrf_config.h"
 
 namespace cli {
@@ -182,7 +183,7 @@ TEST_F(ShowVrf, DetailShowsEverything) {
   EXPECT_EQ(Out(),
             "VRF red\n"
             "  description         Red Rail\n"
-            "  route distinguisher 65000:10\n"
+            "  route distinguisher 65000:10 (router file)\n"
             "  state               up, administratively up\n"
             "  created             2023-11-13 21:13:20 UTC (1d01h ago)\n"
             "  last changed        2023-11-14 22:12:05 UTC (00:01:15 ago)\n"
@@ -224,6 +225,39 @@ TEST_F(ShowVrf, DetailShowsTheThresholdsOfEachFamily) {
                                "  illegal labels"));
 }
 
+TEST_F(ShowVrf, DetailShowsTheOriginOfEachItem) {
+  using vrf_config::Direction;
+  AddBlueWithTables();
+  fake.vrfs["blue"].rd = "65000:20";
+  const auto commit = [](std::string_view owner, const std::vector<KvConfigNode>& nodes) {
+    std::vector<KvConfigChange> changes;
+    for (const KvConfigNode& node : nodes) changes.push_back({node.path, node.value});
+    ASSERT_EQ(kvtree_config_commit(owner, changes, ""), kStatusOk);
+  };
+  const auto target = [](Direction direction, const char* text) {
+    return vrf_config::route_target("blue", Family::kIpv4, direction, *vrf_config::parse_target(text));
+  };
+  commit(kConfigOwnerFrrDerived, {target(Direction::kImport, "65000:99")});
+  commit(kConfigOwnerFrr,
+         {target(Direction::kExport, "65000:20"),
+          vrf_config::route_distinguisher("blue", Family::kIpv4, *vrf_config::parse_target("65000:20"))});
+  commit(kConfigOwnerCli,
+         {target(Direction::kImport, "65000:20"), vrf_config::route_threshold("blue", Family::kIpv4, 9, 7)});
+  commit(kConfigOwnerFile,
+         {vrf_config::route_policy("blue", Family::kIpv4, Direction::kImport, "from-blue")});
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  route distinguisher 65000:20 (configured)\n"));
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv4 mid 7, high 9 (operator)\n"));
+  EXPECT_THAT(Out(), HasSubstr("    import targets    65000:20 (operator) 65000:99 (derived)\n"
+                               "    export targets    65000:20 (configured)\n"
+                               "    import policy     from-blue (router file)\n"));
+  const Json vrf = AskForJson({"show", "vrf", "blue", "detail", "ipv4"})[0];
+  EXPECT_EQ(vrf["rdOrigin"], "configured");
+  EXPECT_EQ(vrf["routeThresholds"][0]["origin"], "operator");
+  EXPECT_EQ(vrf["addressFamilies"][0]["routeTargets"][1]["origin"], "derived");
+  EXPECT_EQ(vrf["addressFamilies"][0]["importRoutePolicyOrigin"], "router file");
+}
+
 // The row has one pair, which is 0 after the deletion of either family's.
 TEST_F(ShowVrf, DetailShowsThresholdsThatTheRowDoesNot) {
   AddBlueWithTables();
@@ -235,8 +269,10 @@ TEST_F(ShowVrf, DetailShowsThresholdsThatTheRowDoesNot) {
   EXPECT_THAT(Out(), HasSubstr("  route thresholds    none\n"));
   const Json vrfs = AskForJson({"show", "vrf", "detail"});
   EXPECT_EQ(vrfs[0]["midThresh"], 0);
-  EXPECT_EQ(vrfs[0]["routeThresholds"],
-            Json::array({{{"afi", 2}, {"afiName", "ipv6"}, {"midThresh", 7}, {"highThresh", 9}}}));
+  EXPECT_EQ(
+      vrfs[0]["routeThresholds"],
+      Json::array(
+          {{{"afi", 2}, {"afiName", "ipv6"}, {"midThresh", 7}, {"highThresh", 9}, {"origin", nullptr}}}));
   EXPECT_EQ(vrfs[1]["routeThresholds"], Json::array());
 }
 
@@ -261,17 +297,20 @@ TEST_F(ShowVrf, DetailAsJsonHasFamiliesAndInterfaces) {
   EXPECT_EQ(vrf["midThresh"], 500);
   EXPECT_EQ(vrf["isBigVrf"], true);
   EXPECT_EQ(vrf["interfaces"], Json({"ge3"}));
-  EXPECT_EQ(vrf["addressFamilies"],
-            Json::array({{{"afi", 1},
-                          {"afiName", "ipv4"},
-                          {"safi", 1},
-                          {"safiName", "unicast"},
-                          {"routeTargets",
-                           {{{"type", 1}, {"typeName", "import"}, {"value", "65000:20"}},
-                            {{"type", 1}, {"typeName", "import"}, {"value", "65000:99"}},
-                            {{"type", 2}, {"typeName", "export"}, {"value", "65000:20"}}}},
-                          {"importRoutePolicy", "from-blue"},
-                          {"exportRoutePolicy", ""}}}));
+  EXPECT_EQ(
+      vrf["addressFamilies"],
+      Json::array({{{"afi", 1},
+                    {"afiName", "ipv4"},
+                    {"safi", 1},
+                    {"safiName", "unicast"},
+                    {"routeTargets",
+                     {{{"type", 1}, {"typeName", "import"}, {"value", "65000:20"}, {"origin", nullptr}},
+                      {{"type", 1}, {"typeName", "import"}, {"value", "65000:99"}, {"origin", nullptr}},
+                      {{"type", 2}, {"typeName", "export"}, {"value", "65000:20"}, {"origin", nullptr}}}},
+                    {"importRoutePolicy", "from-blue"},
+                    {"importRoutePolicyOrigin", nullptr},
+                    {"exportRoutePolicy", ""},
+                    {"exportRoutePolicyOrigin", nullptr}}}));
 }
 
 TEST_F(ShowVrf, ManyInterfacesGoOnBelowEachOther) {

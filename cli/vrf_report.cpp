@@ -33,28 +33,57 @@ bool is_wanted(const mpls_vpn_afi_safi& table, const VrfRequest& request) {
          (request.safi == 0 || (table.SAFName & request.safi) != 0);
 }
 
-Json route_targets_json(const mpls_vpn_afi_safi& table) {
+using vrf_config::Direction;
+
+// Items are configured for unicast and EVPN alone: a table of another SAFI has none of its own.
+bool has_items(const mpls_vpn_afi_safi& table) {
+  constexpr std::uint32_t kUnicast = 1;
+  return table.SAFName == kUnicast || table.AFName == static_cast<std::uint32_t>(vrf_config::Family::kEvpn);
+}
+
+std::string target_origin(const VrfOrigins& origins, const mpls_vpn_afi_safi& table,
+                          const mpls_vpn_rt& target) {
+  constexpr std::uint32_t kImport = 1;
+  if (!has_items(table)) return {};
+  return origins.of_target(table.AFName,
+                           target.RouteTargetType == kImport ? Direction::kImport : Direction::kExport,
+                           text_or_empty(target.RouteTargetValue));
+}
+
+std::string policy_origin(const VrfOrigins& origins, const mpls_vpn_afi_safi& table, Direction direction) {
+  return has_items(table) ? origins.of_policy(table.AFName, direction) : std::string();
+}
+
+Json or_null(const std::string& origin) {
+  return origin.empty() ? Json() : Json(origin);
+}
+
+Json route_targets_json(const mpls_vpn_afi_safi& table, const VrfOrigins& origins) {
   Json targets = Json::array();
   for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(table.RouteTarget)) {
     targets.push_back(
         {{"type", target.RouteTargetType},
          {"typeName", route_target_type_name(static_cast<std::int32_t>(target.RouteTargetType))},
-         {"value", text_or_empty(target.RouteTargetValue)}});
+         {"value", text_or_empty(target.RouteTargetValue)},
+         {"origin", or_null(target_origin(origins, table, target))}});
   }
   return targets;
 }
 
-Json tables_json(const mpls_vpn_vrf& shown, const VrfRequest& request) {
+Json tables_json(const mpls_vpn_vrf& shown, const VrfOrigins& origins, const VrfRequest& request) {
   Json tables = Json::array();
   for (const mpls_vpn_afi_safi& table : elements<mpls_vpn_afi_safi>(shown.AF)) {
     if (!is_wanted(table, request)) continue;
-    tables.push_back({{"afi", table.AFName},
-                      {"afiName", afi_name(table.AFName)},
-                      {"safi", table.SAFName},
-                      {"safiName", safi_name(table.SAFName)},
-                      {"routeTargets", route_targets_json(table)},
-                      {"importRoutePolicy", text_or_empty(table.ImportRoutePolicy)},
-                      {"exportRoutePolicy", text_or_empty(table.ExportRoutePolicy)}});
+    tables.push_back(
+        {{"afi", table.AFName},
+         {"afiName", afi_name(table.AFName)},
+         {"safi", table.SAFName},
+         {"safiName", safi_name(table.SAFName)},
+         {"routeTargets", route_targets_json(table, origins)},
+         {"importRoutePolicy", text_or_empty(table.ImportRoutePolicy)},
+         {"importRoutePolicyOrigin", or_null(policy_origin(origins, table, Direction::kImport))},
+         {"exportRoutePolicy", text_or_empty(table.ExportRoutePolicy)},
+         {"exportRoutePolicyOrigin", or_null(policy_origin(origins, table, Direction::kExport))}});
   }
   return tables;
 }
@@ -78,22 +107,28 @@ void print_words(std::ostream& out, const std::string& title, const std::vector<
   print_line(out, line_title, line.empty() ? "-" : line);
 }
 
-std::vector<std::string> target_values(const mpls_vpn_afi_safi& table, std::uint32_t type) {
+std::vector<std::string> target_values(const mpls_vpn_afi_safi& table, std::uint32_t type,
+                                       const VrfOrigins& origins) {
   std::vector<std::string> values;
   for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(table.RouteTarget)) {
-    if (target.RouteTargetType == type) values.push_back(or_dash(target.RouteTargetValue));
+    if (target.RouteTargetType == type)
+      values.push_back(with_origin(or_dash(target.RouteTargetValue), target_origin(origins, table, target)));
   }
   return values;
 }
 
-void print_table(std::ostream& out, const mpls_vpn_afi_safi& table) {
+void print_table(std::ostream& out, const mpls_vpn_afi_safi& table, const VrfOrigins& origins) {
   constexpr std::uint32_t kImport = 1;
   constexpr std::uint32_t kExport = 2;
   fmt::print(out, "  {} {}\n", afi_name(table.AFName), safi_name(table.SAFName));
-  print_words(out, "    import targets", target_values(table, kImport));
-  print_words(out, "    export targets", target_values(table, kExport));
-  print_line(out, "    import policy", or_dash(table.ImportRoutePolicy));
-  print_line(out, "    export policy", or_dash(table.ExportRoutePolicy));
+  print_words(out, "    import targets", target_values(table, kImport, origins));
+  print_words(out, "    export targets", target_values(table, kExport, origins));
+  print_line(
+      out, "    import policy",
+      with_origin(or_dash(table.ImportRoutePolicy), policy_origin(origins, table, Direction::kImport)));
+  print_line(
+      out, "    export policy",
+      with_origin(or_dash(table.ExportRoutePolicy), policy_origin(origins, table, Direction::kExport)));
 }
 
 std::string time_line(std::uint32_t seconds) {
@@ -106,32 +141,36 @@ std::string threshold(std::int64_t routes) {
 }
 
 // A line for each family that has any.
-void print_thresholds(std::ostream& out, const std::vector<FamilyThresholds>& thresholds) {
+void print_thresholds(std::ostream& out, const std::vector<FamilyThresholds>& thresholds,
+                      const VrfOrigins& origins) {
   std::string title = "  route thresholds";
   if (thresholds.empty()) print_line(out, title, "none");
   for (const FamilyThresholds& family : thresholds) {
     print_line(out, title,
-               fmt::format("{} mid {}, high {}", afi_name(family.afi), threshold(family.mid),
-                           threshold(family.high)));
+               with_origin(fmt::format("{} mid {}, high {}", afi_name(family.afi), threshold(family.mid),
+                                       threshold(family.high)),
+                           origins.of_threshold(family.afi)));
     title.clear();
   }
 }
 
-Json thresholds_json(const std::vector<FamilyThresholds>& thresholds) {
+Json thresholds_json(const std::vector<FamilyThresholds>& thresholds, const VrfOrigins& origins) {
   Json list = Json::array();
   for (const FamilyThresholds& family : thresholds) {
     list.push_back({{"afi", family.afi},
                     {"afiName", afi_name(family.afi)},
                     {"midThresh", family.mid},
-                    {"highThresh", family.high}});
+                    {"highThresh", family.high},
+                    {"origin", or_null(origins.of_threshold(family.afi))}});
   }
   return list;
 }
 
 void print_row(std::ostream& out, const mpls_vpn_mib_vrf& row,
-               const std::vector<FamilyThresholds>& thresholds) {
-  print_line(out, "  description", or_dash(row.description));
-  print_line(out, "  route distinguisher", or_dash(row.rd));
+               const std::vector<FamilyThresholds>& thresholds, const VrfOrigins& origins) {
+  print_line(out, "  description", with_origin(or_dash(row.description), origins.of_description()));
+  print_line(out, "  route distinguisher",
+             with_origin(or_dash(row.rd), origins.of_rd(text_or_empty(row.rd))));
   print_line(out, "  state",
              fmt::format("{}, administratively {}", vrf_status_name(row.operStatus),
                          vrf_status_name(row.adminStatus)));
@@ -140,7 +179,7 @@ void print_row(std::ostream& out, const mpls_vpn_mib_vrf& row,
   print_line(out, "  routes",
              fmt::format("{} now, {} added, {} deleted, {} dropped", row.currNumRoutes, row.routesAdded,
                          row.routesDeleted, row.routesDropped));
-  print_thresholds(out, thresholds);
+  print_thresholds(out, thresholds, origins);
   print_line(out, "  illegal labels", std::to_string(row.illegalLabelViolations));
 }
 
@@ -185,17 +224,19 @@ std::vector<std::string> interface_names(const mpls_vpn_vrf& shown) {
 
 Json vrf_json(const VrfDetail& vrf, const VrfRequest& request) {
   Json json = vrf_row_json(vrf.row);
-  json["routeThresholds"] = thresholds_json(vrf.thresholds);
+  json["descriptionOrigin"] = or_null(vrf.origins.of_description());
+  json["rdOrigin"] = or_null(vrf.origins.of_rd(text_or_empty(vrf.row.rd)));
+  json["routeThresholds"] = thresholds_json(vrf.thresholds, vrf.origins);
   json["isBigVrf"] = vrf.shown.isBigVrf != 0;
   json["interfaces"] = interface_names(vrf.shown);
-  json["addressFamilies"] = tables_json(vrf.shown, request);
+  json["addressFamilies"] = tables_json(vrf.shown, vrf.origins, request);
   return json;
 }
 
 void print_vrf(std::ostream& out, const VrfDetail& vrf, const VrfRequest& request) {
-  const auto& [row, shown, thresholds] = vrf;
+  const auto& [row, shown, thresholds, origins] = vrf;
   fmt::print(out, "VRF {}\n", or_dash(row.name));
-  print_row(out, row, thresholds);
+  print_row(out, row, thresholds, origins);
   print_line(out, "  big", shown.isBigVrf != 0 ? "yes" : "no");
   std::vector<std::string> names = interface_names(shown);
   for (std::string& name : names) name = printable(name);
@@ -203,7 +244,7 @@ void print_vrf(std::ostream& out, const VrfDetail& vrf, const VrfRequest& reques
              fmt::format("{}, {} active", row.associatedInterfaces, row.activeInterfaces));
   print_words(out, "  interfaces", names);
   for (const mpls_vpn_afi_safi& table : elements<mpls_vpn_afi_safi>(shown.AF)) {
-    if (is_wanted(table, request)) print_table(out, table);
+    if (is_wanted(table, request)) print_table(out, table, origins);
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/json_list.h"
+#include "cli/vrf_origins.h"
 #include "cli/vrf_thresholds.h"
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 
@@ -18,6 +19,7 @@ struct VrfDetail {
   const mpls_vpn_mib_vrf& row;
   const mpls_vpn_vrf& shown;
   std::vector<FamilyThresholds> thresholds;
+  VrfOrigins origins;
 };
 
 // Address families that the request does not ask for are left out.

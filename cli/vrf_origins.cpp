@@ -1,0 +1,67 @@
+// See vrf_origins.h. An item is found by the path that it has in the configuration.
+#include "cli/vrf_origins.h"
+
+#include <utility>
+
+#include "platform/kvtree/config.h"
+#include "platform/kvtree/kvtree.h"
+
+namespace cli {
+
+namespace {
+
+using vrf_config::Direction;
+using vrf_config::Family;
+
+constexpr std::uint32_t kPage = 1024;
+
+}  // namespace
+
+VrfOrigins::VrfOrigins(const Session& session, kvtree::Client& client, const std::string& vrf) : vrf_(vrf) {
+  const std::string path = std::string(vrf_config::kVrfScope) + "vrf/" + kvtree_encode_text(vrf) + "/";
+  std::string after;
+  while (true) {
+    kvtree::NodesResult page = client.nodes(path, kPage, after);
+    if (page.status) throw request_failure(session, path, page.status);
+    if (page.nodes.empty()) return;
+    after = page.nodes.back().path;
+    for (kvtree::Node& node : page.nodes) owners_[std::move(node.path)] = std::move(node.owner);
+  }
+}
+
+std::string VrfOrigins::of(const KvConfigNode& item) const {
+  const auto found = owners_.find(item.path);
+  return found == owners_.end() ? std::string() : std::string(kvtree_config_origin(found->second));
+}
+
+std::string VrfOrigins::of_description() const {
+  return of(vrf_config::description(vrf_, {}));
+}
+
+std::string VrfOrigins::of_rd(const std::string& rd) const {
+  if (rd.empty()) return {};
+  for (const Family family : vrf_config::kFamiliesOfTargets) {
+    std::string origin = of(vrf_config::route_distinguisher(vrf_, family, {}));
+    if (!origin.empty()) return origin;
+  }
+  return std::string(kvtree_config_origin(kConfigOwnerFile));
+}
+
+std::string VrfOrigins::of_target(std::uint32_t afi, Direction direction, const std::string& target) const {
+  const auto parsed = vrf_config::parse_target(target);
+  return parsed ? of(vrf_config::route_target(vrf_, Family{afi}, direction, *parsed)) : std::string();
+}
+
+std::string VrfOrigins::of_policy(std::uint32_t afi, Direction direction) const {
+  return of(vrf_config::route_policy(vrf_, Family{afi}, direction, {}));
+}
+
+std::string VrfOrigins::of_threshold(std::uint32_t afi) const {
+  return of(vrf_config::route_threshold(vrf_, Family{afi}, 0, 0));
+}
+
+std::string with_origin(const std::string& value, const std::string& origin) {
+  return origin.empty() ? value : value + " (" + origin + ")";
+}
+
+}  // namespace cli

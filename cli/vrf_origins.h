@@ -1,0 +1,36 @@
+// Where the configured items of a VRF come from.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "cli/session.h"
+#include "platform/vrf_config/vrf_config.h"
+
+namespace cli {
+
+// Origins are the words of kvtree_config_origin(); empty for an item that is not there.
+class VrfOrigins {
+ public:
+  // Asks for what is in force of the VRF; Failure when that fails.
+  VrfOrigins(const Session& session, kvtree::Client& client, const std::string& vrf);
+
+  std::string of_description() const;
+  // Of the RD that is shown, which the router file has where none is configured.
+  std::string of_rd(const std::string& rd) const;
+  std::string of_target(std::uint32_t afi, vrf_config::Direction direction, const std::string& target) const;
+  std::string of_policy(std::uint32_t afi, vrf_config::Direction direction) const;
+  std::string of_threshold(std::uint32_t afi) const;
+
+ private:
+  std::string of(const KvConfigNode& item) const;
+
+  std::string vrf_;
+  std::map<std::string, std::string> owners_;  // by path
+};
+
+// "VALUE (ORIGIN)", or the value alone without an origin.
+std::string with_origin(const std::string& value, const std::string& origin);
+
+}  // namespace cli
