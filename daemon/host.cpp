@@ -105,10 +105,11 @@ Status start_source(EventManager* manager) {
 }
 
 // What is followed no more must not stay in force for ever.
-Status follow_suite(const std::vector<std::string>& shell) {
-  if (shell.empty()) return FrrSource::forget();
+Status follow_suite(const Settings& settings) {
+  if (settings.frr_shell.empty()) return FrrSource::forget();
   FrrSource::Options options;
-  options.shell = shell;
+  options.shell = settings.frr_shell;
+  options.wanted = settings.frr_wanted;
   host().frr = std::make_unique<FrrSource>(&host().model, options);
   return kStatusOk;
 }
@@ -191,7 +192,7 @@ int start_host() {
   if (!settings.notice.empty()) log_line("mpls_vpn_mib: %s", settings.notice.c_str());
   if (!prepare_store()) return 1;
   if (!load_source(settings, &error)) return refuse(error);
-  if (const Status status = follow_suite(settings.frr_shell)) {
+  if (const Status status = follow_suite(settings)) {
     return refuse(std::string("cannot let go of the routing suite's configuration: ") + err_text(status));
   }
   attach_services();

@@ -48,6 +48,7 @@ std::vector<std::string> split_words(const std::string& text) {
 
 void take_frr(const YAML::Node& node, SourceKind source, Settings* settings) {
   const std::string frr = node ? scalar(node, "frr") : "auto";
+  settings->frr_wanted = frr != "auto" && frr != "false";
   if (frr == "true" || (frr == "auto" && source == SourceKind::kKernel)) {
     settings->frr_shell = {kFrrShell};
   } else if (frr.substr(0, 1) == "/") {

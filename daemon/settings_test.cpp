@@ -98,6 +98,19 @@ TEST_F(SettingsFile, RoutingSuiteIsFollowedBesideARouterFileOnRequest) {
   EXPECT_EQ(shell("frr: /opt/vtysh -N pe1\n"), (Words{"/opt/vtysh", "-N", "pe1"}));
 }
 
+TEST_F(SettingsFile, RoutingSuiteIsWantedWhenItIsNamed) {
+  const auto wanted = [this](const std::string& text) {
+    Write(text);
+    EXPECT_TRUE(Read()) << error_;
+    return settings_.frr_wanted;
+  };
+  EXPECT_TRUE(wanted("frr: true\n"));
+  EXPECT_TRUE(wanted("frr: /usr/bin/vtysh\n"));
+  EXPECT_FALSE(wanted("frr: auto\n"));
+  EXPECT_FALSE(wanted("frr: false\n"));
+  EXPECT_FALSE(wanted(""));
+}
+
 TEST_F(SettingsFile, RoutingSuiteIsNoRelativePath) {
   EXPECT_EQ(Refusal("frr: vtysh\n"),
             "platform.yaml:1:6: 'frr' is 'auto', 'true', 'false' or the path of a shell, not 'vtysh'");

@@ -10,6 +10,7 @@
 #include "sources/frr/config_nodes.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <string>
 #include <utility>
@@ -272,17 +273,40 @@ bool is_static(std::string_view path) {
   return is_below(path, vrf_config::kStaticScope);
 }
 
+// --- mgmtd ---
+
+constexpr Program kZebra{"zebra", true, device_nodes, is_of_device};
+constexpr Program kRipd{"ripd", true, rip_nodes, is_rip};
+constexpr Program kRipngd{"ripngd", true, ripng_nodes, vrf_config::is_ripng};
+constexpr Program kStaticd{"staticd", false, static_nodes, is_static};
+constexpr std::array kManaged{kZebra, kRipd, kRipngd, kStaticd};
+
+Nodes managed_nodes(const RunningConfig& config, const router::Router& router) {
+  Nodes nodes;
+  for (const Program& program : kManaged) {
+    Nodes some = program.nodes(config, router);
+    nodes.insert(nodes.end(), std::make_move_iterator(some.begin()), std::make_move_iterator(some.end()));
+  }
+  return sorted(std::move(nodes));
+}
+
+bool is_managed(std::string_view path) {
+  return std::any_of(kManaged.begin(), kManaged.end(),
+                     [path](const Program& program) { return program.owns(path); });
+}
+
 }  // namespace
 
 const std::array<Program, kProgramCount> kPrograms{{
     {"bgpd", false, bgp_nodes, is_bgp},
-    {"zebra", true, device_nodes, is_of_device},
     {"ospfd", true, ospf_nodes, is_ospf},
     {"ospf6d", true, ospf6_nodes, is_ospf6},
-    {"ripd", true, rip_nodes, is_rip},
-    {"ripngd", true, ripng_nodes, vrf_config::is_ripng},
     {"eigrpd", true, eigrp_nodes, is_eigrp},
-    {"staticd", false, static_nodes, is_static},
+    kZebra,
+    kRipd,
+    kRipngd,
+    kStaticd,
+    {kManagementProgram, true, managed_nodes, is_managed},
 }};
 
 const std::vector<std::string>& config_scopes() {

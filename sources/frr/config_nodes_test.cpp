@@ -271,24 +271,36 @@ TEST_F(ConfigNodes, StaticRoutesAreANodeEach) {
             4U);
 }
 
+constexpr char kEverything[] =
+    "interface red\n description d\nrouter ospf vrf red\n network 0.0.0.0/0 area 0\n"
+    "router rip vrf red\n network 0.0.0.0/0\nrouter eigrp 1 vrf red\n network 0.0.0.0/0\n"
+    "vrf red\n ip route 10.9.0.0/16 Null0\n vni 100\n"
+    "interface red1\n ipv6 ospf6 area 0\nrouter ospf6 vrf red\nrouter ripng vrf red\n network red1\n"
+    "router bgp 65000 as-notation dot\n";
+
 TEST_F(ConfigNodes, ProgramSaysNothingOfTheOthers) {
   AddVrf("red");
   AddInterface("red1", "red", {"10.1.0.1/30"});
-  const std::string all =
-      std::string(kRed) +
-      "interface red\n description d\nrouter ospf vrf red\n network 0.0.0.0/0 area 0\n"
-      "router rip vrf red\n network 0.0.0.0/0\nrouter eigrp 1 vrf red\n network 0.0.0.0/0\n"
-      "vrf red\n ip route 10.9.0.0/16 Null0\n vni 100\n"
-      "interface red1\n ipv6 ospf6 area 0\nrouter ospf6 vrf red\nrouter ripng vrf red\n network red1\n"
-      "router bgp 65000 as-notation dot\n";
   for (const Program& speaker : frr::kPrograms) {
-    const Nodes nodes = speaker.nodes(frr::parse_running_config(all), router);
+    const Nodes nodes = Say(speaker.name, std::string(kRed) + kEverything);
     EXPECT_FALSE(nodes.empty()) << speaker.name;
     for (const Program& other : frr::kPrograms) {
+      if (speaker.name == frr::kManagementProgram || other.name == frr::kManagementProgram) continue;
       for (const KvConfigNode& node : nodes)
         EXPECT_EQ(other.owns(node.path), &other == &speaker) << node.path;
     }
   }
+}
+
+TEST_F(ConfigNodes, ManagementProgramSaysWhatTheFourProgramsSay) {
+  AddVrf("red");
+  AddInterface("red1", "red", {"10.1.0.1/30"});
+  std::vector<std::string> expected;
+  for (const char* name : {"zebra", "ripd", "ripngd", "staticd"}) {
+    for (const std::string& path : Paths(name, kEverything)) expected.push_back(path);
+  }
+  EXPECT_EQ(expected.size(), 5U);
+  EXPECT_THAT(Paths("mgmtd", std::string(kRed) + kEverything), testing::UnorderedElementsAreArray(expected));
 }
 
 TEST_F(ConfigNodes, EveryNodeIsBelowAScope) {

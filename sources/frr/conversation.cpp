@@ -164,6 +164,14 @@ bool take_parts(std::string_view* text, std::size_t commands, std::vector<std::s
   return true;
 }
 
+// A shell ends with the same last line whether the suite has no such program or it does not run.
+Answer ended(std::string_view text, const std::string& program) {
+  const std::string no_such = "Error: no daemons match name " + program + "!";
+  Answer answer = not_whole("the shell ended: " + last_words(text));
+  answer.unknown = any_line(text, [&no_such](std::string_view line) { return line == no_such; });
+  return answer;
+}
+
 }  // namespace
 
 std::string part_mark(std::size_t part) {
@@ -257,7 +265,7 @@ void Conversation::read_answer() {
   std::array<char, kPiece> piece;
   const ssize_t length = recv(fd_, piece.data(), piece.size(), MSG_DONTWAIT);
   if (length < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (length <= 0) return fail("the shell ended: " + last_words(received_));
+  if (length <= 0) return finish(ended(received_, program_));
   if (!heard_) return;  // said between questions: of no interest
   const std::size_t known = received_.size() - std::min(received_.size(), mark_.size());
   received_.append(piece.data(), static_cast<std::size_t>(length));

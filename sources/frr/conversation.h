@@ -34,6 +34,7 @@ struct Answer {
       shown{};             // what each further command printed, among what the shell prints around it
   std::string reason;      // what went wrong, when not
   bool too_large = false;  // when not: there was more of it than the limit
+  bool unknown = false;    // when not: this suite has no such program
 };
 
 class Conversation {

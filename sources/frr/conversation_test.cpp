@@ -227,6 +227,15 @@ TEST_F(ConversationTest, AbsentProgramEndsTheShellAndIsAskedAgain) {
   EXPECT_EQ(suite.Started("bgpd"), 2U);
 }
 
+TEST_F(ConversationTest, ProgramThatTheSuiteDoesNotHaveIsUnknown) {
+  suite.Become("bgpd", "unknown");
+  const Answer answer = AskAndAwait();
+  EXPECT_FALSE(answer.whole);
+  EXPECT_TRUE(answer.unknown);
+  suite.Become("bgpd", "absent");
+  EXPECT_FALSE(AskAndAwait().unknown) << "not running is not unknown";
+}
+
 TEST_F(ConversationTest, ProgramThatWentAwayIsNoEmptyConfiguration) {
   ASSERT_TRUE(AskAndAwait().whole);
   suite.Become("bgpd", "gone");

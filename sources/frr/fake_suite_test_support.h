@@ -12,6 +12,7 @@
 
 class FakeSuite {
  public:
+  FakeSuite() { Become("mgmtd", "unknown"); }
   std::vector<std::string> shell() const {
     return {std::filesystem::absolute("sources/frr/fake_vtysh").string(), folder_.path()};
   }
@@ -22,6 +23,17 @@ class FakeSuite {
     Write(program + ".state", state);
   }
   void Show(const std::string& command, const std::string& text) const { Write(command, text); }
+  // What each program of this version printed of one and the same configuration: sources/frr/recorded.
+  void Install(const std::string& version) const {
+    Become("mgmtd", "unknown");
+    for (const auto& file : std::filesystem::directory_iterator("sources/frr/recorded/" + version)) {
+      Configure(file.path().stem().string(), Read(file.path()));
+      Become(file.path().stem().string(), "ok");
+    }
+  }
+  std::string Configuration(const std::string& program) const {
+    return Read(folder_.path() + "/" + program + ".conf");
+  }
   std::size_t Asked(const std::string& program) const { return Lines(program + ".asked"); }
   std::size_t Started(const std::string& program) const { return Lines(program + ".started"); }
 
@@ -32,11 +44,11 @@ class FakeSuite {
     std::ofstream(file + ".new") << text;
     std::filesystem::rename(file + ".new", file);
   }
-  std::size_t Lines(const std::string& name) const {
-    std::ifstream file(folder_.path() + "/" + name);
-    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    return text.size();
+  static std::string Read(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   }
+  std::size_t Lines(const std::string& name) const { return Read(folder_.path() + "/" + name).size(); }
 
   TestRunDirectory folder_;
 };

@@ -1,5 +1,5 @@
-// See frr_source.h. One follower a program; they meet only in commit(), which replaces all that the suite
-// holds, with the other programs' nodes as they were.
+// See frr_source.h. One follower a program; they meet in follow(), which works out what the suite holds from
+// what each of them said last.
 //
 // An unchanged text costs its reading and a comparison. A changed one is parsed at once; programs whose nodes
 // depend on the router's addresses are worked out again when the router changed. The pause before the next
@@ -39,15 +39,22 @@ Nodes left_out(const Nodes& known, const Nodes& said) {
   return missing;
 }
 
+// Both; of two nodes with one path the right one.
 Nodes merged(const Nodes& left, const Nodes& right) {
   Nodes all;
-  std::merge(left.begin(), left.end(), right.begin(), right.end(), std::back_inserter(all), by_path);
+  std::set_union(right.begin(), right.end(), left.begin(), left.end(), std::back_inserter(all), by_path);
   return all;
 }
 
 const std::vector<std::string>& derived_scopes() {
   static const std::vector<std::string> scopes{std::string(vrf_config::kVrfScope)};
   return scopes;
+}
+
+std::string joined(const std::vector<std::string>& words) {
+  std::string line;
+  for (const std::string& word : words) line += (line.empty() ? "" : " ") + word;
+  return line;
 }
 
 void log_mistakes(const Program& program, const std::vector<frr::Mistake>& mistakes) {
@@ -82,17 +89,19 @@ struct FrrSource::Follower {
   bool asked_twice = false;             // the last answer was not taken, since it had not all commands
   std::uint64_t text_since = 0;
   bool settling = true;
+  bool unknown = false;  // the suite has no such program
+  bool failed = false;   // it was asked and did not answer, and never has
   std::optional<frr::RunningConfig> config{};
   std::uint64_t router_changes = 0;  // at which the nodes were worked out
-  Nodes nodes{};                     // what it holds in the tree
+  Nodes said{};                      // of the last whole answer
   Nodes derived{};                   // what it says that it derives
-  bool written = true;               // the tree has them
 };
 
 FrrSource::FrrSource(const router::Router* router, Options options)
     : router_(router), options_(std::move(options)) {
   for (std::size_t i = 0; i < followers_.size(); ++i) {
     followers_[i] = std::make_unique<Follower>(frr::kPrograms[i], options_);
+    if (frr::kPrograms[i].name == frr::kManagementProgram) management_ = followers_[i].get();
   }
 }
 
@@ -122,19 +131,14 @@ Status FrrSource::forget() {
   return status ? status : kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), {}, kComment);
 }
 
-// The tree gives the nodes in the order of their paths.
 void FrrSource::take_known() {
   for (const std::string& scope : frr::config_scopes()) {
     kvtree_config_owned(kConfigOwnerFrr, scope, [this](const KvConfigNode& node) {
-      for (const auto& follower : followers_) {
-        if (follower->program.owns(node.path)) follower->nodes.push_back(node);
-      }
+      held_.push_back(node);
+      for (const auto& follower : followers_) follower->answered |= follower->program.owns(node.path);
     });
   }
-  for (const auto& follower : followers_) {
-    std::sort(follower->nodes.begin(), follower->nodes.end(), by_path);
-    follower->answered = !follower->nodes.empty();
-  }
+  std::sort(held_.begin(), held_.end(), by_path);
   kvtree_config_owned(kConfigOwnerFrrDerived, vrf_config::kVrfScope,
                       [this](const KvConfigNode& node) { derived_.push_back(node); });
   std::sort(derived_.begin(), derived_.end(), by_path);
@@ -150,7 +154,7 @@ void FrrSource::ask(Follower& follower) {
   const auto heard = [this, &follower](const Answer& answer) { hear(follower, answer); };
   const Status status = follower.conversation.ask(manager_, heard, follower.commands);
   if (!status) return;
-  lose(follower, err_text(status));
+  lose(follower, err_text(status), false);
   ask_later(follower, pause_after(follower, 0));
 }
 
@@ -160,22 +164,39 @@ void FrrSource::hear(Follower& follower, const Answer& answer) {
     follower.commands.clear();
   }
   if (!answer.whole) {
-    lose(follower, answer.reason);
+    lose(follower, answer.reason, answer.unknown);
   } else if (!take(follower, answer) && !std::exchange(follower.asked_twice, true)) {
     return ask_later(follower, 0);
   }
   ask_later(follower, pause_after(follower, answer.first ? 0 : clock_monotonic() - follower.asked));
 }
 
+void FrrSource::lose(Follower& follower, const std::string& reason, bool unknown) {
+  follower.answering = false;
+  follower.failed = !follower.config.has_value();
+  if (unknown) {
+    follower.answered = false;
+    follower.said.clear();
+  }
+  log_loss(follower, reason);
+  if (!follower.answered) follower.pause = std::min(follower.pause * 2, options_.longest_pause);
+  if (std::exchange(follower.unknown, unknown) != unknown) follow(follower, {});
+}
+
 // Said once: many routers run a part of the suite only.
-void FrrSource::lose(Follower& follower, const std::string& reason) {
+void FrrSource::log_loss(Follower& follower, const std::string& reason) {
   if (follower.answered && !follower.silence_said) {
     log_line("frr: %s does not answer (%s); its last known configuration stays", follower.program.name.data(),
              reason.c_str());
   }
   follower.silence_said = follower.answered;
-  follower.answering = false;
-  if (!follower.answered) follower.pause = std::min(follower.pause * 2, options_.longest_pause);
+  const auto failed = [](const auto& each) { return each->failed; };
+  if (!options_.wanted || absence_said_ || !std::all_of(followers_.begin(), followers_.end(), failed)) return;
+  absence_said_ = true;
+  log_line(
+      "frr: no program of the routing suite answers through '%s' (%s); start the suite or correct 'frr' in "
+      "platform.yaml",
+      joined(options_.shell).c_str(), reason.c_str());
 }
 
 std::uint64_t FrrSource::pause_after(const Follower& follower, std::uint64_t took) const {
@@ -186,27 +207,28 @@ std::uint64_t FrrSource::pause_after(const Follower& follower, std::uint64_t too
 // False when the configuration calls for other commands than those that were asked for with it: then both are
 // asked for again, so that what is derived comes with the configuration that it is derived from.
 bool FrrSource::take(Follower& follower, const Answer& answer) {
-  const std::uint64_t now = clock_monotonic();
   if (!follower.answering) log_line("frr: %s answers", follower.program.name.data());
   follower.answering = follower.answered = true;
-  follower.silence_said = false;
-  if (answer.first) follower.settling = true;
+  follower.unknown = follower.failed = follower.silence_said = false;
   const bool same_text =
       follower.config.has_value() && follower.text == answer.configuration && follower.shown == answer.shown;
-  if (!same_text) {
-    follower.text = answer.configuration;
-    follower.shown = answer.shown;
-    follower.config = frr::parse_running_config(follower.text);
-    log_mistakes(follower.program, follower.config->mistakes);
-  }
-  if (!same_text || answer.first) follower.text_since = now;
+  if (!same_text) parse(follower, answer);
+  if (!same_text || answer.first) follower.text_since = clock_monotonic();
+  if (answer.first) begin(follower);
   std::vector<std::string> commands = frr::derived_commands(*follower.config, follower.exports);
   if (commands != std::exchange(follower.commands, commands)) return false;
   follower.asked_twice = false;
   const bool same_router = !follower.program.needs_router || follower.router_changes == router_->changes();
-  const bool written = follower.written && derived_written_;
+  const bool written = written_ && derived_written_;
   if (!same_text || !same_router || follower.settling || !written) settle(follower);
   return true;
+}
+
+// The program may have been started since it answered last.
+void FrrSource::begin(Follower& follower) {
+  follower.settling = true;
+  follower.said.clear();
+  ask_unknown_again();
 }
 
 // What the program derives, and the configuration without what is not effective for that reason.
@@ -228,23 +250,51 @@ void FrrSource::derive(Follower& follower, Nodes* said) {
   follower.derived = std::move(derived->nodes);
 }
 
-// Brings the tree to what the program says, with what it leaves out while it is settling.
+void FrrSource::parse(Follower& follower, const Answer& answer) {
+  follower.text = answer.configuration;
+  follower.shown = answer.shown;
+  follower.config = frr::parse_running_config(follower.text);
+  log_mistakes(follower.program, follower.config->mistakes);
+}
+
+// The suite was started, possibly another version of it.
+void FrrSource::ask_unknown_again() {
+  for (const auto& follower : followers_) {
+    if (!follower->unknown || follower->timer == 0) continue;
+    follower->unknown = false;
+    event_timer_cancel(manager_, follower->timer);
+    ask_later(*follower, 0);
+  }
+}
+
+// Takes what the program says, and decides whether what it leaves out is believed.
 void FrrSource::settle(Follower& follower) {
   follower.router_changes = router_->changes();
-  Nodes said = follower.program.nodes(*follower.config, *router_);
-  derive(follower, &said);
+  Nodes now = follower.program.nodes(*follower.config, *router_);
+  derive(follower, &now);
+  const Nodes before = std::exchange(follower.said, std::move(now));
+  const Nodes removed = follower.settling ? Nodes{} : left_out(before, follower.said);
   const bool derives = follower.program.name == frr::kDerivingProgram;
-  const Nodes missing = left_out(follower.nodes, said);
   const Nodes underived = derives ? left_out(derived_, follower.derived) : Nodes{};
-  const std::uint64_t enough =
-      said.empty() && follower.derived.empty() ? options_.settling_empty : options_.settling;
-  if ((missing.empty() && underived.empty()) || clock_monotonic() - follower.text_since >= enough) {
+  if ((misses_nothing(follower) && underived.empty()) || said_long_enough(follower))
     follower.settling = false;
+  if (derives) commit_derived(follower.settling ? merged(follower.derived, underived) : follower.derived);
+  for (const auto& each : followers_) {  // what does not answer cannot keep what another one has removed
+    if (!each->answering) each->said = left_out(each->said, removed);
   }
-  if (derives) {
-    commit_derived(follower.settling ? merged(follower.derived, underived) : follower.derived);
-  }
-  commit(follower, follower.settling ? merged(said, missing) : std::move(said));
+  follow(follower, removed);
+}
+
+// Whether the programs that answer say everything that was known of this one.
+bool FrrSource::misses_nothing(const Follower& follower) const {
+  const Nodes missing = left_out(held_, said(false));
+  return std::none_of(missing.begin(), missing.end(),
+                      [&follower](const KvConfigNode& node) { return follower.program.owns(node.path); });
+}
+
+bool FrrSource::said_long_enough(const Follower& follower) const {
+  const bool nothing = follower.said.empty() && follower.derived.empty();
+  return clock_monotonic() - follower.text_since >= (nothing ? options_.settling_empty : options_.settling);
 }
 
 void FrrSource::commit_derived(Nodes nodes) {
@@ -259,22 +309,43 @@ void FrrSource::commit_derived(Nodes nodes) {
   derived_written_ = !status;
 }
 
-void FrrSource::commit(Follower& follower, Nodes nodes) {
-  if (follower.written && nodes == follower.nodes) return;
-  follower.nodes = std::move(nodes);
+// What the programs say that answer, or what the others said last.
+Nodes FrrSource::said(bool by_lost_programs) const {
   Nodes all;
-  for (const auto& each : followers_) all.insert(all.end(), each->nodes.begin(), each->nodes.end());
+  for (const auto& follower : followers_) {
+    if (follower->answering != by_lost_programs) all = merged(all, follower->said);
+  }
+  return all;
+}
+
+// Whether a program may still come with the node.
+bool FrrSource::is_awaited(std::string_view path) const {
+  const bool is_managed = !management_->unknown && management_->program.owns(path);
+  return std::any_of(followers_.begin(), followers_.end(), [&](const auto& follower) {
+    if (follower->unknown || !follower->program.owns(path)) return false;
+    if (follower->answering) return follower->settling;
+    return !is_managed || follower.get() == management_;
+  });
+}
+
+// Brings the tree to what is said now, with what was held, is not `removed` and may still be said.
+void FrrSource::follow(const Follower& follower, const Nodes& removed) {
+  const Nodes nodes = merged(said(true), said(false));
+  Nodes kept = left_out(left_out(held_, nodes), removed);
+  std::erase_if(kept, [this](const KvConfigNode& node) { return !is_awaited(node.path); });
+  commit(follower, merged(nodes, kept));
+}
+
+void FrrSource::commit(const Follower& follower, Nodes nodes) {
+  if (written_ && nodes == held_) return;
+  held_ = std::move(nodes);
   std::string mistake;
   const std::string comment = std::string(follower.program.name) + ": running configuration";
   const Status status =
-      kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), all, comment, nullptr, &mistake);
-  for (const auto& each : followers_) {
-    if (!status) each->written = true;
-  }
-  if (!status) return;
-  if (follower.written) {
+      kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), held_, comment, nullptr, &mistake);
+  if (status && written_) {
     log_line("frr: cannot write the configuration of %s: %s: %s", follower.program.name.data(),
              err_text(status), mistake.c_str());
   }
-  follower.written = false;
+  written_ = !status;
 }

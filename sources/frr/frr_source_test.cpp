@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -41,7 +42,7 @@ class FrrSourceTest : public ::testing::Test {
   FrrSourceTest() {
     manager = event_manager_create("/dev/mpls/vpn/main", 0);
     EXPECT_EQ(kvtree_keep_configuration(directory.path()), kStatusOk);
-    AddInterface("blue1", "10.2.0.1/30");
+    AddInterface("blue1", "10.2.0.1/30", "blue");
   }
   ~FrrSourceTest() override {
     source.reset();
@@ -49,10 +50,10 @@ class FrrSourceTest : public ::testing::Test {
     event_manager_destroy(manager);
     fault_disarm_all();
   }
-  void AddInterface(const std::string& name, const std::string& address) {
+  void AddInterface(const std::string& name, const std::string& address, const std::string& vrf) {
     router::Interface added;
     added.name = name;
-    added.vrf = "blue";
+    added.vrf = vrf;
     added.index = static_cast<std::uint32_t>(router.interface_count()) + 1;
     added.addresses.emplace_back();
     ASSERT_TRUE(router::parse_address(address, &added.addresses.back()));
@@ -64,8 +65,9 @@ class FrrSourceTest : public ::testing::Test {
     options.limits.patience = 3600 * kNanosecondsPerSecond;  // the clock runs ahead of the processes
     return options;
   }
-  void Start() {
-    source = std::make_unique<FrrSource>(&router, Options());
+  void Start() { Start(Options()); }
+  void Start(const FrrSource::Options& options) {
+    source = std::make_unique<FrrSource>(&router, options);
     ASSERT_EQ(source->start(manager), kStatusOk);
   }
   void Restart() {
@@ -82,6 +84,9 @@ class FrrSourceTest : public ::testing::Test {
   void HearNothing(const std::string& program) {
     const std::size_t wanted = suite.Started(program) + 2;
     PumpUntil([&] { return suite.Started(program) >= wanted; });
+  }
+  void HearEach(const std::vector<std::string>& programs) {
+    for (const std::string& program : programs) Hear(program);
   }
   // The program is there with this configuration, and heard.
   void StartWith(const std::string& program, const std::string& configuration) {
@@ -406,7 +411,7 @@ TEST_F(FrrSourceTest, RipAndRipngOfAnInterfaceComeAndGoApart) {
 TEST_F(FrrSourceTest, InterfacesAreFollowedWithoutAChangeOfText) {
   StartWith("ospfd", "router ospf vrf blue\n network 10.0.0.0/8 area 0\n");
   EXPECT_EQ(Held().size(), 1U);
-  AddInterface("blue2", "10.7.0.1/30");
+  AddInterface("blue2", "10.7.0.1/30", "blue");
   Hear("ospfd");
   EXPECT_EQ(Held().size(), 2U);
 }
@@ -438,6 +443,48 @@ TEST_F(FrrSourceTest, SuiteThatIsNotThereIsNotCommented) {
   Start();
   HearNothing("bgpd");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// The log of a source that was asked to follow the suite by name.
+TEST_F(FrrSourceTest, WantedSuiteThatIsNotThereIsSaidOnce) {
+  for (const auto& program : frr::kPrograms) suite.Become(std::string(program.name), "absent");
+  testing::internal::CaptureStderr();
+  FrrSource::Options options = Options();
+  options.wanted = true;
+  Start(options);
+  HearNothing("bgpd");
+  HearNothing("bgpd");
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(log,
+              HasSubstr("frr: no program of the routing suite answers through '" + suite.shell()[0] + " "));
+  EXPECT_THAT(log, HasSubstr("failed to connect to any daemons"));
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+}
+
+TEST_F(FrrSourceTest, WantedShellThatIsNotThereIsSaidOnce) {
+  FrrSource::Options options = Options();
+  options.shell = {"/nowhere/vtysh", "-N", "pe1"};
+  for (const bool wanted : {true, false}) {
+    testing::internal::CaptureStderr();
+    options.wanted = wanted;
+    Start(options);
+    PumpFor(10 * options.longest_pause);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              wanted ? "frr: no program of the routing suite answers through '/nowhere/vtysh -N pe1' "
+                       "(No such file or directory); start the suite or correct 'frr' in platform.yaml\n"
+                     : "");
+  }
+}
+
+TEST_F(FrrSourceTest, WantedSuiteThatRunsInPartIsNotCommented) {
+  for (const auto& program : frr::kPrograms) suite.Become(std::string(program.name), "absent");
+  suite.Become("zebra", "ok");
+  testing::internal::CaptureStderr();
+  FrrSource::Options options = Options();
+  options.wanted = true;
+  Start(options);
+  HearNothing("bgpd");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("no program")));
 }
 
 TEST_F(FrrSourceTest, LossAndReturnAreSaidOnce) {
@@ -480,6 +527,239 @@ TEST_F(FrrSourceTest, StartHasItsFaultPointAndHappensOnce) {
   }
   EXPECT_EQ(source->start(manager), kStatusOk);
   EXPECT_EQ(source->start(manager), kStatusExists);
+}
+
+// --- Versions of the suite: what real programs of each printed of one configuration ---
+
+const std::vector<std::string> kMovedPrograms{"zebra", "ripd", "staticd"};
+
+class RecordedSuite : public FrrSourceTest {
+ protected:
+  RecordedSuite() {
+    AddInterface("red1", "10.1.0.1/30", "red");
+    AddInterface("grn1", "10.3.0.1/30", "green");
+    for (const char* name : {"red", "blue", "green"}) {
+      router::Vrf vrf;
+      vrf.name = name;
+      vrf.id = ++last_vrf_;
+      EXPECT_EQ(router.create_vrf(vrf), kStatusOk);
+    }
+  }
+  void StartWithVersion(const std::string& version) {
+    suite.Install(version);
+    Start();
+    HearEach(kAll);
+    if (version != "8.4.4") Hear("mgmtd");
+  }
+  void StopSuite() {
+    for (const auto& program : frr::kPrograms) suite.Become(std::string(program.name), "absent");
+    HearNothing("bgpd");
+    HearNothing("staticd");
+  }
+  // Another version is started: mgmtd, as it was just started, has no configuration yet.
+  void StartAnotherVersion(const std::string& version) {
+    suite.Install(version);
+    if (version == "8.4.4") return;
+    loaded_ = suite.Configuration("mgmtd");
+    suite.Configure("mgmtd", "");
+  }
+  void LoadConfiguration() { suite.Configure("mgmtd", loaded_); }
+  // Long enough for whatever is not said to be believed.
+  void PumpForBelief() {
+    PumpFor(Options().settling_empty + Options().settling);
+    HearEach(kAll);
+  }
+
+  const std::vector<std::string> kAll{"bgpd", "ospfd", "eigrpd", "zebra", "ripd", "staticd"};
+
+ private:
+  std::uint32_t last_vrf_ = 100;
+  std::string loaded_;
+};
+
+TEST_F(RecordedSuite, EveryVersionIsFollowedAlike) {
+  StartWithVersion("8.4.4");
+  const std::vector<std::string> before = Held();
+  EXPECT_THAT(before, IsSupersetOf({std::string(kRd10Words)}));
+  source.reset();
+  ASSERT_EQ(FrrSource::forget(), kStatusOk);
+  StartWithVersion("10.3");
+  EXPECT_EQ(Held(), before);
+}
+
+TEST_F(RecordedSuite, UpgradeIsNoChange) {
+  for (const char* next : {"10.3", "8.4.4"}) {
+    StartWithVersion(next == std::string("10.3") ? "8.4.4" : "10.3");
+    const std::vector<std::string> before = Held();
+    StopSuite();
+    fault_arm("kvtree_config_replace", kStatusIo, 1, 0);
+    StartAnotherVersion(next);
+    HearEach(kAll);
+    PumpFor(kNotEnough);
+    LoadConfiguration();
+    PumpForBelief();
+    EXPECT_EQ(fault_reached("kvtree_config_replace"), 0U) << next;
+    EXPECT_EQ(Held(), before) << next;
+    fault_disarm_all();
+  }
+}
+
+TEST_F(RecordedSuite, UpgradeWaitsForTheManagementProgram) {
+  StartWithVersion("8.4.4");
+  const std::vector<std::string> before = Held();
+  StopSuite();
+  StartAnotherVersion("10.3");
+  suite.Become("mgmtd", "absent");
+  HearEach(kAll);
+  PumpForBelief();
+  EXPECT_EQ(Held(), before);
+}
+
+TEST_F(RecordedSuite, UpgradeIsNotBelievedWhileTheManagementProgramLoads) {
+  StartWithVersion("8.4.4");
+  const std::vector<std::string> before = Held();
+  StopSuite();
+  suite.Configure("mgmtd", "");
+  suite.Become("mgmtd", "ok");
+  Hear("mgmtd");
+  StartAnotherVersion("10.3");
+  HearEach(kAll);
+  PumpFor(Options().settling_empty / 2);
+  std::string loaded = kStaticRed;
+  for (std::uint64_t time = 0; time < Options().settling_empty; time += kNotEnough) {
+    suite.Configure("mgmtd", loaded += "!\n");
+    Hear("mgmtd");
+    PumpFor(kNotEnough);
+  }
+  EXPECT_THAT(Held(), IsSupersetOf(before));
+}
+
+TEST_F(RecordedSuite, UpgradedShellIsAskedForTheManagementProgramAtOnce) {
+  FrrSource::Options options = Options();
+  options.longest_pause = 3600 * kNanosecondsPerSecond;
+  suite.Install("8.4.4");
+  Start(options);
+  HearEach(kAll);
+  PumpFor(130 * kNanosecondsPerSecond);  // the next question would come as much later
+  const std::vector<std::string> before = Held();
+  suite.Become("zebra", "absent");
+  HearNothing("zebra");
+  suite.Become("mgmtd", "absent");
+  suite.Configure("zebra", "vrf red\n vni 100\nexit-vrf\n");
+  suite.Become("zebra", "ok");
+  Hear("zebra");
+  PumpFor(options.settling);
+  Hear("zebra");
+  EXPECT_EQ(Held(), before) << "the description may be mgmtd's now";
+}
+
+TEST_F(RecordedSuite, UpgradeWhileTheDaemonIsDownWaitsForTheManagementProgram) {
+  StartWithVersion("8.4.4");
+  const std::vector<std::string> before = Held();
+  source.reset();
+  StartAnotherVersion("10.3");
+  suite.Become("mgmtd", "absent");
+  Start();
+  HearEach(kAll);
+  PumpForBelief();
+  EXPECT_EQ(Held(), before);
+  suite.Become("mgmtd", "ok");
+  Hear("mgmtd");
+  PumpFor(Options().settling_empty / 2);
+  LoadConfiguration();
+  PumpForBelief();
+  EXPECT_EQ(Held(), before);
+}
+
+TEST_F(RecordedSuite, ManagementProgramThatIsStartedAgainRemovesNothing) {
+  StartWithVersion("10.3");
+  const std::vector<std::string> before = Held();
+  suite.Become("mgmtd", "absent");
+  PumpForBelief();
+  EXPECT_EQ(Held(), before);
+  StartAnotherVersion("10.3");
+  Hear("mgmtd");
+  PumpFor(Options().settling);
+  LoadConfiguration();
+  PumpForBelief();
+  EXPECT_EQ(Held(), before);
+}
+
+TEST_F(RecordedSuite, RemovalFromTheManagementProgramIsFollowedWithTheNextAnswer) {
+  StartWithVersion("10.3");
+  const std::size_t before = Held().size();
+  std::string text = suite.Configuration("mgmtd");
+  const std::string rip = " network 10.3.0.0/30\n";
+  ASSERT_NE(text.find(rip), std::string::npos);
+  suite.Configure("mgmtd", text.erase(text.find(rip), rip.size()));
+  Hear("mgmtd");
+  EXPECT_EQ(Held().size(), before - 1);
+}
+
+// ripd said it before the upgrade and does not run any more.
+TEST_F(RecordedSuite, WhatTheManagementProgramRemovesDoesNotStayWithAProgramThatDoesNotAnswer) {
+  StartWithVersion("8.4.4");
+  const std::size_t before = Held().size();
+  StopSuite();
+  StartAnotherVersion("10.3");
+  suite.Become("ripd", "absent");
+  LoadConfiguration();
+  Hear("mgmtd");
+  PumpFor(Options().settling);
+  std::string text = suite.Configuration("mgmtd");
+  const std::string rip = " network 10.3.0.0/30\n";
+  suite.Configure("mgmtd", text.erase(text.find(rip), rip.size()));
+  Hear("mgmtd");
+  EXPECT_EQ(Held().size(), before - 1);
+}
+
+TEST_F(RecordedSuite, WhatAnUpgradeRemovedIsRemovedLater) {
+  StartWithVersion("8.4.4");
+  StopSuite();
+  StartAnotherVersion("10.3");
+  suite.Configure("mgmtd", "vrf red\n ip route 192.168.50.0/24 10.1.0.2\nexit-vrf\n");
+  HearEach(kAll);
+  Hear("mgmtd");
+  const std::size_t all = Held().size();
+  PumpForBelief();
+  Hear("mgmtd");
+  EXPECT_LT(Held().size(), all);
+  EXPECT_THAT(Held(), IsSupersetOf({std::string(kRd10Words)}));
+}
+
+TEST_F(RecordedSuite, EarlierProgramThatNeverAnsweredKeepsNothing) {
+  StartWithVersion("10.3");
+  source.reset();
+  suite.Become("ripd", "absent");
+  suite.Configure("mgmtd", "vrf red\n ip route 192.168.50.0/24 10.1.0.2\nexit-vrf\n");
+  Start();
+  Hear("mgmtd");
+  const std::vector<std::string> before = Held();
+  PumpFor(2 * Options().settling_empty);
+  Hear("mgmtd");
+  EXPECT_LT(Held().size(), before.size());
+  for (const std::string& words : Held()) EXPECT_THAT(words, Not(HasSubstr("rip "))) << words;
+}
+
+TEST_F(RecordedSuite, ProgramThatTheSuiteDoesNotHaveIsNotCommented) {
+  testing::internal::CaptureStderr();
+  StartWithVersion("8.4.4");
+  Restart();
+  HearEach(kAll);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("mgmtd")));
+}
+
+TEST_F(FrrSourceTest, RemovalDuringARestartDoesNotWaitForAProgramThatTheSuiteDoesNotHave) {
+  StartWith("staticd", std::string(kStaticRed) + "vrf blue\n ip route 10.9.0.0/16 blue1\nexit-vrf\n");
+  suite.Become("staticd", "absent");
+  HearNothing("staticd");
+  suite.Configure("staticd", kStaticRed);
+  suite.Become("staticd", "ok");
+  Hear("staticd");
+  EXPECT_EQ(Held().size(), 2U);
+  PumpFor(Options().settling);
+  Hear("staticd");
+  EXPECT_EQ(Held().size(), 1U);
 }
 
 }  // namespace
