@@ -65,14 +65,23 @@ struct Vrf {
   bool operator==(const Vrf&) const = default;
 };
 
+// What the kernel says of one IPv4 address of an interface.
+struct Ipv4Detail {
+  Address address{};
+  Address peer{};          // the other end of a point-to-point address; else the address itself
+  bool secondary = false;  // not the first address of its subnet
+  bool operator==(const Ipv4Detail&) const = default;
+};
+
 struct Interface {
   std::uint32_t handle = 0;  // never 0
   std::uint32_t index = 0;   // ifIndex, 1 to 2147483647
   std::string name;
   std::string description;
   std::string vrf{kDefaultVrf};
-  bool up = false;                 // operationally up
-  std::vector<Address> addresses;  // in the source's order; the first of a family is its primary one
+  bool up = false;                         // operationally up
+  std::vector<Address> addresses;          // in the source's order; the first of a family is its primary one
+  std::vector<Ipv4Detail> ipv4_details{};  // empty when the source knows no more than `addresses`
   bool operator==(const Interface&) const = default;
 };
 

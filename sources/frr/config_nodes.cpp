@@ -6,7 +6,8 @@
 // OSPF is enabled on an interface by a `network` line that holds its address, or by its own `ip ospf area`,
 // in both cases only if its VRF has the process. A network holds the addresses under its own mask, whatever
 // prefix length the interface has: 10.0.0.1/24 is in 10.0.0.0/30, and in 10.0.0.1/32. Where several networks
-// hold an address, the most specific one gives the area.
+// hold an address, the most specific one gives the area. The protocols differ in the addresses that they look
+// at (NetworkRule).
 #include "sources/frr/config_nodes.h"
 
 #include <algorithm>
@@ -142,15 +143,34 @@ bool is_within(const router::Address& address, const router::Address& network) {
   return address.family == network.family && shares_bits(address, network, network.prefix_length);
 }
 
+// Which of an interface's addresses a protocol looks at; observed of versions 8.4.4 and 10.3.
+struct NetworkRule {
+  bool by_peer;    // at the peer of an address that has one, not at the address
+  bool secondary;  // at secondary addresses, too
+};
+
+constexpr NetworkRule kOspfRule{true, false};
+constexpr NetworkRule kRipRule{false, true};  // RIPng, too: IPv6 has no secondary addresses
+constexpr NetworkRule kEigrpRule{false, false};
+
+bool falls_into(const router::Interface& interface, NetworkRule rule, const router::Address& network) {
+  if (interface.ipv4_details.empty() || network.family == router::Family::kIpv6) {
+    return std::any_of(interface.addresses.begin(), interface.addresses.end(),
+                       [&network](const router::Address& address) { return is_within(address, network); });
+  }
+  return std::any_of(interface.ipv4_details.begin(), interface.ipv4_details.end(),
+                     [&](const router::Ipv4Detail& detail) {
+                       return (rule.secondary || !detail.secondary) &&
+                              is_within(rule.by_peer ? detail.peer : detail.address, network);
+                     });
+}
+
 // The most specific of the process's networks that an address of the interface falls into.
-const Network* network_of(const IgpProcess& process, const router::Interface& interface) {
+const Network* network_of(const IgpProcess& process, const router::Interface& interface, NetworkRule rule) {
   const Network* best = nullptr;
   for (const Network& network : process.networks) {
-    const auto falls_into = [&network](const router::Address& address) {
-      return is_within(address, network.prefix);
-    };
     if (best != nullptr && best->prefix.prefix_length >= network.prefix.prefix_length) continue;
-    if (std::any_of(interface.addresses.begin(), interface.addresses.end(), falls_into)) best = &network;
+    if (falls_into(interface, rule, network.prefix)) best = &network;
   }
   return best;
 }
@@ -186,7 +206,7 @@ std::set<std::uint32_t> areas_of(const RunningConfig& config, const IgpProcess& 
       if (area.process == process.process) areas.insert(area.area);
     }
   }
-  const Network* network = network_of(process, interface);
+  const Network* network = network_of(process, interface, kOspfRule);
   if (areas.empty() && network != nullptr) areas.insert(network->area);
   return areas;
 }
@@ -222,7 +242,7 @@ using MakeNode = KvConfigNode (*)(std::string_view vrf, std::string_view interfa
 Nodes nodes_of_rip(const std::vector<IgpProcess>& processes, const router::Router& router, MakeNode make) {
   Nodes nodes;
   visit_members(processes, router, [&](const IgpProcess& process, const router::Interface& interface) {
-    if (!is_named(process, interface) && network_of(process, interface) == nullptr) return;
+    if (!is_named(process, interface) && network_of(process, interface, kRipRule) == nullptr) return;
     nodes.push_back(make(process.vrf, interface.name));
   });
   return sorted(std::move(nodes));
@@ -239,7 +259,7 @@ Nodes ripng_nodes(const RunningConfig& config, const router::Router& router) {
 Nodes eigrp_nodes(const RunningConfig& config, const router::Router& router) {
   Nodes nodes;
   visit_members(config.eigrp, router, [&](const IgpProcess& process, const router::Interface& interface) {
-    if (network_of(process, interface) == nullptr) return;
+    if (network_of(process, interface, kEigrpRule) == nullptr) return;
     const auto as_number = static_cast<std::uint32_t>(std::stoul(process.process));
     nodes.push_back(vrf_config::eigrp_interface(process.vrf, as_number, interface.name));
   });

@@ -42,6 +42,25 @@ class ConfigNodes : public ::testing::Test {
     }
     ASSERT_EQ(router.add_interface(added), kStatusOk);
   }
+  // What the kernel says of an address of the last interface.
+  void SetDetail(const std::string& address, const std::string& peer, bool secondary) {
+    router::Interface interface = *router.find_interface_by_index(last_index);
+    router::Ipv4Detail detail;
+    ASSERT_TRUE(router::parse_address(address, &detail.address));
+    ASSERT_TRUE(router::parse_address(peer, &detail.peer));
+    detail.secondary = secondary;
+    interface.ipv4_details.push_back(detail);
+    ASSERT_EQ(router.change_interface(interface), kStatusOk);
+  }
+  // The programs whose protocol a `network` line of VRF blue enables on an interface.
+  std::string EnabledBy(const std::string& network) {
+    const std::string head = " vrf blue\n network " + network;
+    std::string enabled;
+    if (!Paths("ospfd", "router ospf" + head + " area 0\n").empty()) enabled += "ospfd ";
+    if (!Paths("ripd", "router rip" + head + "\n").empty()) enabled += "ripd ";
+    if (!Paths("eigrpd", "router eigrp 1" + head + "\n").empty()) enabled += "eigrpd ";
+    return enabled;
+  }
   void AddVrf(const std::string& name) {
     router::Vrf vrf;
     vrf.name = name;
@@ -199,6 +218,22 @@ TEST_F(ConfigNodes, NetworkHoldsTheAddressesUnderItsOwnMask) {
   }
   EXPECT_EQ(Paths("ripngd", "router ripng vrf blue\n network 2001:db8:2::/127\n").size(), 1U);
   EXPECT_THAT(Paths("ripngd", "router ripng vrf blue\n network 2001:db8:2::/128\n"), IsEmpty());
+}
+
+// The suite's own answers for such pairs: tests/kernel/system_networks.py.
+TEST_F(ConfigNodes, NetworkTakesInTheAddressOrThePeerAsTheProtocolDoes) {
+  AddInterface("blue1", "blue", {"10.4.0.1/32"});
+  SetDetail("10.4.0.1/32", "10.5.0.1/32", false);
+  EXPECT_EQ(EnabledBy("10.4.0.1/32"), "ripd eigrpd ");
+  EXPECT_EQ(EnabledBy("10.5.0.0/16"), "ospfd ");
+}
+
+TEST_F(ConfigNodes, NetworkTakesInSecondaryAddressesOfRipOnly) {
+  AddInterface("blue1", "blue", {"10.8.0.1/24", "10.8.0.2/24"});
+  SetDetail("10.8.0.1/24", "10.8.0.1/24", false);
+  SetDetail("10.8.0.2/24", "10.8.0.2/24", true);
+  EXPECT_EQ(EnabledBy("10.8.0.1/32"), "ospfd ripd eigrpd ");
+  EXPECT_EQ(EnabledBy("10.8.0.2/32"), "ripd ");
 }
 
 TEST_F(ConfigNodes, MostSpecificNetworkGivesTheArea) {

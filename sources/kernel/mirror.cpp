@@ -201,6 +201,19 @@ std::vector<router::Address> Mirror::addresses(std::uint32_t index) const {
   return result;
 }
 
+std::vector<router::Ipv4Detail> Mirror::ipv4_details(std::uint32_t index) const {
+  std::vector<router::Ipv4Detail> result;
+  const auto known = addresses_.find(index);
+  if (known == addresses_.end()) return result;
+  for (const LinkAddress& address : known->second) {
+    if (!address.usable || !is_ipv4(address)) continue;
+    router::Address peer = address.address;
+    peer.octets = address.peer;
+    result.push_back({address.address, peer, address.secondary});
+  }
+  return result;
+}
+
 Changes Mirror::take_changes() {
   return std::exchange(changes_, Changes{});
 }

@@ -39,6 +39,8 @@ class Mirror {
   // first; then IPv6 by scope (the widest first) and octets, so that the order does not depend on who came
   // first.
   std::vector<router::Address> addresses(std::uint32_t index) const;
+  // Every IPv4 address, in the kernel's order; one that is there with several peers is there several times.
+  std::vector<router::Ipv4Detail> ipv4_details(std::uint32_t index) const;
 
   bool changed() const { return !changes_.empty(); }
   // Gives out what changed and forgets it.

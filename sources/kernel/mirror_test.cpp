@@ -159,6 +159,26 @@ TEST_F(KernelMirror, UnusableAddressIsNotShown) {
   EXPECT_THAT(Addresses(5), IsEmpty());
 }
 
+TEST_F(KernelMirror, Ipv4DetailsHaveEveryPeerAndWhatIsSecondary) {
+  LinkAddress peer = MakeAddress(5, "10.0.0.1/32");
+  peer.peer[3] = 2;
+  LinkAddress unusable = MakeAddress(5, "10.9.0.1/24");
+  unusable.usable = false;
+  Add(MakeAddress(5, "10.0.0.1/32"));
+  Add(peer);
+  Add(unusable);
+  Add(MakeAddress(5, "2001:db8::1/64"));
+  Add(MakeAddress(5, "10.1.0.2/24", 0, true));
+  std::vector<std::string> texts;
+  for (const router::Ipv4Detail& detail : mirror_.ipv4_details(5)) {
+    texts.push_back(format_address(detail.address) + " " + format_address(detail.peer) +
+                    (detail.secondary ? " secondary" : ""));
+  }
+  EXPECT_THAT(texts, ElementsAre("10.0.0.1/32 10.0.0.1/32", "10.0.0.1/32 10.0.0.2/32",
+                                 "10.1.0.2/24 10.1.0.2/24 secondary"));
+  EXPECT_THAT(mirror_.ipv4_details(6), IsEmpty());
+}
+
 TEST_F(KernelMirror, SameLocalAddressToTwoPeersIsShownOnce) {
   LinkAddress first = MakeAddress(5, "10.0.0.1/32");
   first.peer[3] = 2;

@@ -225,6 +225,7 @@ router::Interface Reconciler::wanted_interface(const Mirror& mirror, const Link&
   interface.vrf = wanted_vrf(mirror, link);
   interface.up = link.up;
   interface.addresses = mirror.addresses(link.index);
+  interface.ipv4_details = mirror.ipv4_details(link.index);
   return interface;
 }
 

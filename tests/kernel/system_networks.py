@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""system_networks.py BIN_DIRECTORY VERSION: which interfaces a `network` line enables a protocol on, with the routing
+suite of that major version (see suite.py). Runs in the guest (see uml-run), as root.
+
+The expected result of every line is what the suite's own commands show. Each line comes with one for a marker
+interface, so that the MIB can only agree when it has followed the line.
+"""
+import sys
+import unittest
+
+import suite
+from guest_system import GuestSystemTest  # before system
+from suite import batch, run
+from system import wait_until
+
+ADDRESSES = {
+    "plain": ["10.0.0.1/24"],
+    "link31": ["10.0.2.0/31"],
+    "host": ["10.0.3.1/32"],
+    "unnumbered": ["10.0.3.1/32"],
+    "peer": ["10.0.4.1 peer 10.0.5.1/32"],
+    "peernet": ["10.0.6.1 peer 10.0.7.1/24"],
+    "second": ["10.0.8.1/24", "10.0.8.2/24", "10.0.9.1/24"],  # the second one is secondary to the first
+    "longer": ["10.0.10.1/24", "10.0.10.200/25"],
+    "none": [],
+}
+# Lines of OSPF and RIP, one at a time.
+NETWORKS = (
+    "10.0.0.1/32 10.0.0.0/30 10.0.0.0/24 10.0.0.77/24 10.0.0.128/25 10.0.0.0/16 10.0.2.0/32 10.0.2.1/32 10.0.2.0/31 "
+    "10.0.3.1/32 10.0.3.0/24 10.0.4.1/32 10.0.5.1/32 10.0.5.0/24 10.0.6.0/24 10.0.7.0/24 10.0.8.1/32 10.0.8.2/32 "
+    "10.0.9.0/24 10.0.10.200/32 10.0.10.0/25 10.9.0.0/16 0.0.0.0/0").split()
+# Lines of EIGRP, each in addition to those before it: what it once left, it does not run on again in version 8.
+EIGRP_NETWORKS = (
+    "10.0.0.128/25 10.0.0.0/30 10.0.2.1/32 10.0.2.0/32 10.0.3.77/24 10.0.5.1/32 10.0.4.1/32 10.0.8.2/32 10.0.9.0/24 "
+    "0.0.0.0/0").split()
+MARKERS = 2
+
+
+def marker(number):
+    return f"10.250.{number % MARKERS}.1/32"
+
+
+def eigrp_marker(number):
+    return f"10.251.{number}.1/32"
+
+
+def prepare_router():
+    run("modprobe", "-a", "ipv6", "vrf", "dummy")
+    members = dict(ADDRESSES)
+    members.update((f"mark{number}", [marker(number)]) for number in range(MARKERS))
+    members.update((f"emark{number}", [eigrp_marker(number)]) for number in range(len(EIGRP_NETWORKS)))
+    lines = ["link add red type vrf table 10", "link set red up"]
+    for name, addresses in members.items():
+        lines += [f"link add {name} type dummy", f"link set {name} master red", f"link set {name} up"]
+        lines += [f"addr add {address} dev {name}" for address in addresses]
+    batch("\n".join(lines))
+
+
+class Networks(GuestSystemTest):
+    @classmethod
+    def setUpClass(cls):
+        prepare_router()
+        cls.suite = suite.Suite(RELEASE, None, ("zebra", "ospfd", "ripd", "eigrpd"), "hostname pe1\n")
+        cls.suite.start()
+        cls.frr = " ".join(cls.suite.shell_words()) if RELEASE.root else None
+        super().setUpClass()
+
+    @classmethod
+    def tearDownClass(cls):
+        super().tearDownClass()
+        cls.suite.stop()
+
+    def mib(self, protocol):
+        return {row["name"] for row in self.system.cli_json("show", "interfaces") if protocol in row["protocolNames"]}
+
+    def assert_followed(self, line, marked, protocols):
+        """`protocols`: {the MIB's name: what the suite shows, as a function}."""
+        for protocol, shown in protocols.items():
+            wait_until(f"{protocol} of the suite on {marked}", lambda shown=shown: marked in shown())
+            seen = {}
+
+            def agrees(protocol=protocol, shown=shown, seen=seen):
+                seen.update(suite=shown(), mib=self.mib(protocol))
+                return seen["suite"] == seen["mib"]
+            try:
+                wait_until("the MIB", agrees)
+            except AssertionError:
+                self.fail(f"network {line}, {protocol}: {seen}")
+            print(f"{line:16} {protocol:6} {' '.join(sorted(seen['suite'] - {marked})) or '-'}", flush=True)
+
+    def test_ospf_and_rip(self):
+        protocols = {"ospf": lambda: self.suite.ospf_interfaces().get("red", set()),
+                     "rip": lambda: self.suite.rip_interfaces(["red"])["red"]}
+        for number, line in enumerate(NETWORKS):
+            with self.subTest(line):
+                lines = (line, marker(number))
+                ospf = [f"network {each} area 0" for each in lines]
+                rip = [f"network {each}" for each in lines]
+                self.suite.configure("router ospf vrf red", *ospf, "exit", "router rip vrf red", *rip)
+                self.assert_followed(line, f"mark{number % MARKERS}", protocols)
+                self.suite.configure("router ospf vrf red", *("no " + each for each in ospf), "exit",
+                                     "router rip vrf red", *("no " + each for each in rip))
+
+    def test_eigrp(self):
+        protocols = {"other": lambda: self.suite.eigrp_interfaces(["red"])["red"]}
+        for number, line in enumerate(EIGRP_NETWORKS):
+            with self.subTest(line):
+                self.suite.configure("router eigrp 1 vrf red", f"network {line}", f"network {eigrp_marker(number)}")
+                self.assert_followed(line, f"emark{number}", protocols)
+
+
+if __name__ == "__main__":
+    RELEASE = suite.find_or_skip("system_networks", int(sys.argv.pop(1)))
+    print(f"FRR {RELEASE.version}", flush=True)
+    unittest.main(verbosity=2)
