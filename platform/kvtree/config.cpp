@@ -322,6 +322,18 @@ Status kvtree_config_retell(const std::vector<std::string>& paths) {
   return kStatusOk;
 }
 
+Status kvtree_config_tell(const std::string& path) {
+  if (const Status status = fault_check("kvtree_config_tell")) return status;
+  if (const Status status = kvtree::check_configuration_path(path)) return status;
+  const auto place = store().configuration.find(path);
+  if (place != store().configuration.end()) {
+    kvtree::tell_set(place);
+  } else {
+    kvtree::tell_subscribers(path, nullptr, kKvEventDeleted);
+  }
+  return kStatusOk;
+}
+
 Status kvtree_config_retell_each(const std::vector<std::string>& paths, EventManager* manager,
                                  const std::function<void()>& before_deletion,
                                  const std::function<void()>& before_set) {

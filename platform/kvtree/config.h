@@ -137,10 +137,15 @@ using KvConfigObserver = std::function<void(const std::vector<KvConfigCommitChan
 // changes and the history has no entry.
 [[nodiscard]] Status kvtree_config_retell(const std::vector<std::string>& paths);
 
-// The same one node after the other, for handlers whose reading of a node depends on a setting that changes:
-// `before_deletion` is called before each deletion and `before_set` before each set. That order holds for the
-// subscribers on this manager, where nothing is told in between that was not told before. All of it waits in
-// the manager's queue when the call returns.
+// Tells the subscribers of this node what is in force there: its value as set, or, when there is none, that
+// it is deleted. Nothing changes and the history has no entry. kStatusUnknownPath for a path that is not
+// below /cfg/.
+[[nodiscard]] Status kvtree_config_tell(const std::string& path);
+
+// kvtree_config_retell one node after the other, for handlers whose reading of a node depends on a setting
+// that changes: `before_deletion` is called before each deletion and `before_set` before each set. That order
+// holds for the subscribers on this manager, where nothing is told in between that was not told before. All
+// of it waits in the manager's queue when the call returns.
 [[nodiscard]] Status kvtree_config_retell_each(const std::vector<std::string>& paths, EventManager* manager,
                                                const std::function<void()>& before_deletion,
                                                const std::function<void()>& before_set);

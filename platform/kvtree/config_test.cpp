@@ -263,6 +263,18 @@ TEST_F(ConfigRetell, EachIsToldWithWhatIsBetween) {
   EXPECT_EQ(History().size(), 3U);
 }
 
+TEST_F(ConfigRetell, NodeIsToldAsItIsInForceOrAsDeleted) {
+  Commit("file", {SetTo("/cfg/a", "1")});
+  Commit("cli", {SetTo("/cfg/a", "2")});
+  ASSERT_EQ(kvtree_config_tell("/cfg/a"), kStatusOk);
+  ASSERT_EQ(kvtree_config_tell("/cfg/none"), kStatusOk);
+  EXPECT_EQ(kvtree_config_tell("/oper/a"), kStatusUnknownPath);
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("a 3 2", "none 4 none"));
+  EXPECT_EQ(History().size(), 2U);
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=2"));
+}
+
 TEST_F(ConfigRetell, EachNeedsAManagerAndBothFunctions) {
   const auto nothing = [] {};
   EXPECT_EQ(kvtree_config_retell_each({}, nullptr, nothing, nothing), kStatusInvalid);
@@ -294,13 +306,15 @@ INSTANTIATE_TEST_SUITE_P(EachScope, ConfigCounted, ::testing::ValuesIn(kConfigCo
 TEST_F(ConfigCommit, EveryOperationCanFail) {
   std::vector<KvConfigCommit> commits;
   std::vector<KvConfigCommitChange> changes;
-  for (const char* point : {"kvtree_config_commit", "kvtree_config_replace", "kvtree_config_retell",
-                            "kvtree_config_retell_each", "kvtree_config_history", "kvtree_config_changes"}) {
+  for (const char* point :
+       {"kvtree_config_commit", "kvtree_config_replace", "kvtree_config_retell", "kvtree_config_retell_each",
+        "kvtree_config_tell", "kvtree_config_history", "kvtree_config_changes"}) {
     fault_arm(point, kStatusNoMemory);
   }
   EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, "", &id, &mistake), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_replace("cli", {}, {}, "", &id, &mistake), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_retell({}), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_tell("/cfg/a"), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_retell_each(
                 {}, manager, [] {}, [] {}),
             kStatusNoMemory);
