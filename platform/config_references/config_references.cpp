@@ -6,8 +6,8 @@
 // it is told, as a retelling also begins with deletions. Whether a VRF's last item is gone is looked up in
 // the tree, once for all the deletions of a turn of the event loop.
 //
-// Joins wait until the membership service has told its clients of everything up to them, which its turns tell
-// (vmap.h); until then a timer without delay looks again in each turn of the loop.
+// Joins, and creations of VRFs, wait until the membership service has told its clients of everything up to
+// them, which its turns tell (vmap.h); until then a timer without delay looks again in each turn of the loop.
 #include "platform/config_references/config_references.h"
 
 #include <deque>
@@ -43,7 +43,7 @@ struct VrfItems {
 struct Join {
   std::uint64_t turn;  // what is older was told
   std::string vrf;
-  std::string interface;
+  std::string interface;  // empty: the VRF itself was created
 };
 
 class Follower : public router::Observer {
@@ -53,6 +53,12 @@ class Follower : public router::Observer {
 
   Status start();
 
+  // Whether items are or were counted under this name since the membership service was last quiet.
+  bool is_name_of_items(const std::string& vrf, const std::string& interface) const;
+
+  void vrf_created(const router::Vrf& vrf) override {
+    if (model_->is_referenced(vrf.name)) retell_for(vrf.name, {});
+  }
   void interface_added(const router::Interface& interface) override { joined(interface); }
   void interface_moved(const router::Interface& now, const std::string&) override { joined(now); }
   void interface_changed(const router::Interface& before, const router::Interface& now) override {
@@ -70,15 +76,20 @@ class Follower : public router::Observer {
   void check(const std::string& vrf);
 
   void joined(const router::Interface& interface);
+  void retell_for(const std::string& vrf, const std::string& interface);
   void retell_later();
   void retell_some();
   void add_items(const Join& join, std::set<std::string>* paths) const;
+  void tell_description(const std::string& vrf) const;
 
   router::Router* model_;
   EventManager* manager_;
   FollowedNodes configuration_;
   std::unordered_map<std::string, VrfItems> vrfs_;
   std::set<std::string> unsure_;  // VRFs that lost an item
+  // VRFs with names of interfaces that have no items any more. Two interfaces may be known by one name while
+  // renames are under way, and then the last deletion may have been counted for the other one.
+  std::set<std::pair<std::string, std::string>> former_names_;
   std::deque<Join> joins_;
   EventTimerId checking_ = 0;
   EventTimerId retelling_ = 0;
@@ -102,7 +113,12 @@ bool has_own_items(const std::string& vrf) {
   return found;
 }
 
+bool must_end(const char* vrf_name, const char* if_name) {
+  return follower() != nullptr && follower()->is_name_of_items(vrf_name, if_name);
+}
+
 Follower::~Follower() {
+  vmap_on_rename(nullptr);
   model_->stop_observing(this);
   if (checking_ != 0) event_timer_cancel(manager_, checking_);
   if (retelling_ != 0) event_timer_cancel(manager_, retelling_);
@@ -116,6 +132,7 @@ Status Follower::start() {
     if (const Status status = follow(scope)) return status;
   }
   model_->observe(router::ObserverRank::kOther, this);
+  vmap_on_rename(must_end);
   return kStatusOk;
 }
 
@@ -155,7 +172,10 @@ void Follower::item_deleted(const std::string& path, const std::string& vrf) {
     const auto on_interface = protocols.find(vrf_config::interface_of(path).value_or(""));
     if (on_interface == protocols.end()) return;
     on_interface->second.erase(path);
-    if (on_interface->second.empty()) protocols.erase(on_interface);
+    if (on_interface->second.empty()) {
+      former_names_.emplace(vrf, on_interface->first);
+      protocols.erase(on_interface);
+    }
   }
   check_later(vrf);
 }
@@ -178,6 +198,13 @@ void Follower::check_later(const std::string& vrf) {
 void Follower::check_unsure() {
   checking_ = 0;
   for (const std::string& vrf : std::exchange(unsure_, {})) check(vrf);
+  if (vmap_oldest_turn() == kVmapNoTurn) former_names_.clear();
+}
+
+bool Follower::is_name_of_items(const std::string& vrf, const std::string& interface) const {
+  if (former_names_.contains({vrf, interface})) return true;
+  const auto found = vrfs_.find(vrf);
+  return found != vrfs_.end() && found->second.protocols.contains(interface);
 }
 
 void Follower::check(const std::string& vrf) {
@@ -193,10 +220,13 @@ void Follower::check(const std::string& vrf) {
   vrfs_.erase(vrf);
 }
 
-// The membership service's items of this change stand in the order of the change's number.
 void Follower::joined(const router::Interface& interface) {
-  if (interface.vrf == router::kDefaultVrf) return;
-  joins_.push_back({vmap_turn(model_->changes() + 1, VmapPhase::kWentDown), interface.vrf, interface.name});
+  if (interface.vrf != router::kDefaultVrf) retell_for(interface.vrf, interface.name);
+}
+
+// The membership service's items of this change stand in the order of the change's number.
+void Follower::retell_for(const std::string& vrf, const std::string& interface) {
+  joins_.push_back({vmap_turn(model_->changes() + 1, VmapPhase::kWentDown), vrf, interface});
   retell_later();
 }
 
@@ -211,7 +241,11 @@ void Follower::retell_some() {
   const std::uint64_t oldest = vmap_oldest_turn();
   for (std::size_t count = 0; count < kJoinsPerStep && !joins_.empty(); ++count) {
     if (joins_.front().turn > oldest) break;
-    add_items(joins_.front(), &paths);
+    if (joins_.front().interface.empty()) {
+      tell_description(joins_.front().vrf);
+    } else {
+      add_items(joins_.front(), &paths);
+    }
     joins_.pop_front();
   }
   if (!paths.empty()) {
@@ -219,6 +253,13 @@ void Follower::retell_some() {
       log_line("configuration of VRFs: it cannot be told again: %s", err_text(status));
   }
   if (!joins_.empty()) retell_later();
+}
+
+void Follower::tell_description(const std::string& vrf) const {
+  if (model_->find_vrf(vrf) == nullptr) return;  // deleted again
+  if (const Status status = kvtree_config_tell(vrf_config::description(vrf, {}).path))
+    log_line("configuration of VRF %s: its description cannot be told again: %s", vrf.c_str(),
+             err_text(status));
 }
 
 void Follower::add_items(const Join& join, std::set<std::string>* paths) const {

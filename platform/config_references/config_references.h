@@ -9,7 +9,14 @@
 // to a VRF (or comes to be known by another name or index), and the membership service's clients were told of
 // it, the subscribers of its protocols' configuration in that VRF are told again.
 //
-// An interface that is renamed while it stays in its VRF keeps what was counted under its former name.
+// Names. What such a client counted under the former name of an interface that is renamed in its VRF must not
+// stay: the membership service is told to announce the interface as having left, when items were configured
+// under that name, before it announces it under the new name. What is configured under the new name is then
+// told again.
+//
+// Times. A VRF that is created while something names it goes on with the record, and the time of the last
+// change, of before. It must not be older than the VRF, so the subscribers are told the VRF's description
+// once more, or that it has none, when the membership service's clients were told of the creation.
 //
 // One for the process; main thread.
 #pragma once

@@ -27,7 +27,7 @@ std::vector<std::string>& told() {
   return lines;
 }
 
-void note_rip(const KvNotification* notification) {
+void note_item(const KvNotification* notification) {
   const bool deleted = kvtree_notify_info(notification)->whichevent == kKvEventDeleted;
   told().push_back((deleted ? "-" : "+") + std::string(kvtree_notify_path(notification)));
 }
@@ -85,12 +85,16 @@ class ConfigReferences : public testing::Test {
     EXPECT_EQ(router_.add_interface(interface, &handle), kStatusOk);
     return handle;
   }
+  // A subscriber that says what it is told of the items below the scope.
+  void ListenTo(std::string_view scope) {
+    KvConnection* connection = nullptr;
+    ASSERT_EQ(kvtree_bind(&connection, std::string(scope).c_str(), kKvBindConfiguration), kStatusOk);
+    ASSERT_EQ(kvtree_register_notification(connection, "", 7, note_item, manager_, 0, 0, 4, nullptr),
+              kStatusOk);
+  }
   // A subscriber of RIP's items and a client of the membership service, which both say what they are told.
   void Listen() {
-    KvConnection* connection = nullptr;
-    ASSERT_EQ(kvtree_bind(&connection, "/cfg/gl/rip/ord_B/", kKvBindConfiguration), kStatusOk);
-    ASSERT_EQ(kvtree_register_notification(connection, "", 7, note_rip, manager_, 0, 0, 4, nullptr),
-              kStatusOk);
+    ListenTo("/cfg/gl/rip/ord_B/");
     ASSERT_EQ(vmap_c_lib_init(
                   "listener", manager_, [](void*) { return 0; }, &client_),
               kStatusOk);
@@ -115,6 +119,7 @@ class ConfigReferences : public testing::Test {
 const KvConfigNode kRedText = vrf_config::description("red", "Red Rail");
 const KvConfigNode kRedRip = vrf_config::rip_interface("red", "ge0");
 const KvConfigNode kRedBgp = vrf_config::bgp_neighbour("red", 65000, "192.0.2.9", Family::kIpv4);
+const std::string kTextPath = kRedText.path.substr(vrf_config::kVrfScope.size());
 const std::string kRipPath = "red/ord_t/if/ge0/ord_d/enabled";
 
 TEST_F(ConfigReferences, VrfIsReferencedFromItsFirstItemToItsLast) {
@@ -351,6 +356,75 @@ TEST_F(ConfigReferences, InterfaceUnderAnotherNameOrIndexIsToldOf) {
   ASSERT_EQ(router_.change_interface(changed), kStatusOk);
   Run();
   EXPECT_THAT(Told(), IsEmpty()) << "it is where it was";
+}
+
+TEST_F(ConfigReferences, InterfaceLeavesWithTheNameUnderWhichItHadItems) {
+  Start();
+  Listen();
+  Set(kRedRip);
+  const std::uint32_t handle = AddInterface("ge0", "red");
+  Run();
+  Told();
+  const auto rename = [&](const std::string& name) {
+    router::Interface changed = *router_.find_interface(handle);
+    changed.name = name;
+    ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+    Run();
+  };
+  rename("ge1");
+  EXPECT_THAT(Told(), ElementsAre("left red", "joined red"));
+  rename("ge0");
+  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  Delete(kRedRip);
+  Told();
+  rename("ge1");
+  EXPECT_THAT(Told(), ElementsAre("joined red")) << "nothing is counted under its former name";
+}
+
+// What came with the record of before could be older than the VRF.
+TEST_F(ConfigReferences, VrfCreatedUnderItsNameIsToldItsDescription) {
+  Start();
+  ListenTo(vrf_config::kVrfScope);
+  Set(kRedBgp);
+  Told();
+  AddVrf("red", 10);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-" + kTextPath));
+  Set(kRedText);
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  Run();
+  Told();
+  AddVrf("red", 10);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+" + kTextPath));
+  AddVrf("blue", 20);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty()) << "nothing names it";
+}
+
+TEST_F(ConfigReferences, DescriptionThatCannotBeToldIsToldAtTheNextCreation) {
+  Start();
+  ListenTo(vrf_config::kVrfScope);
+  Set(kRedBgp);
+  fault_arm("kvtree_config_tell", kStatusNoMemory);
+  AddVrf("red", 10);
+  Run();
+  EXPECT_EQ(fault_reached("kvtree_config_tell"), 1U);
+  EXPECT_THAT(Told(), IsEmpty());
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  AddVrf("red", 10);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-" + kTextPath));
+}
+
+TEST_F(ConfigReferences, VrfThatIsDeletedAgainIsToldNothing) {
+  Start();
+  ListenTo(vrf_config::kVrfScope);
+  Set(kRedBgp);
+  AddVrf("red", 10);
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
 }
 
 TEST_F(ConfigReferences, ItemDeletedBeforeItsTurnIsNotToldAgain) {

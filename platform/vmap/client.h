@@ -36,9 +36,14 @@ struct ToldVrf {
   std::uint32_t flags = 0;
 };
 
+struct ToldInterface {
+  SharedName vrf_name;
+  std::string name;  // the interface's own when the client was told, which is when it asks for it
+};
+
 struct Told {
   std::map<std::string, ToldVrf, router::ShorterFirst> vrfs;
-  std::unordered_map<std::uint32_t, SharedName> interfaces;  // handle: name of the VRF
+  std::unordered_map<std::uint32_t, ToldInterface> interfaces;  // by handle
 };
 
 inline constexpr std::uint32_t kDefaultBatch = 40;

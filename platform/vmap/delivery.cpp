@@ -61,7 +61,7 @@ void note_update(Told* told, const Event& event) {
   if (event.is_vrf) {
     told->vrfs[*event.vrf_name] = {event.vrf_id, event.incarnation, service().flags_of(*event.vrf_name)};
   } else {
-    told->interfaces[event.handle] = event.vrf_name;
+    told->interfaces[event.handle] = {event.vrf_name, service().name_of(event.handle)};
   }
 }
 
@@ -76,13 +76,34 @@ void note_deletion(std::uint64_t client_id, const Event& event) {
   if (event.is_vrf) tell_deletion_hook(*event.vrf_name);
 }
 
-void deliver(VmapClient* client, const Event& event) {
+void tell(VmapClient* client, const Event& event) {
   VmapMemberDatabase* const database = client->registered;
-  if (!is_subscribed(*database, event) || is_untold(*client, event)) return;
   const std::uint64_t id = client->id;
   if (event.kind == VmapEvent::kUpdate) note_update(&client->told, event);
   event.is_vrf ? call_vrf(database, event) : call_interface(database, event);
   if (event.kind == VmapEvent::kDelete) note_deletion(id, event);
+}
+
+// The update is about an interface whose former name, and what is kept under it, must end first.
+bool ends_a_name(const VmapClient& client, const Event& event) {
+  if (event.is_vrf || event.kind != VmapEvent::kUpdate || service().name_must_end == nullptr) return false;
+  const auto told = client.told.interfaces.find(event.handle);
+  if (told == client.told.interfaces.end() || told->second.name == service().name_of(event.handle))
+    return false;
+  return service().name_must_end(told->second.vrf_name->c_str(), told->second.name.c_str());
+}
+
+void deliver(VmapClient* client, const Event& event) {
+  if (!is_subscribed(*client->registered, event) || is_untold(*client, event)) return;
+  if (ends_a_name(*client, event)) {
+    const std::uint64_t id = client->id;
+    const std::uint64_t registration = client->registration;
+    Event leave = event;
+    leave.kind = VmapEvent::kDelete;
+    tell(client, leave);
+    if (!is_registered(id, registration)) return;
+  }
+  tell(client, event);
 }
 
 // Delivers up to `limit` events while the registration lasts and `may_go` allows; how many.
@@ -141,9 +162,10 @@ Event deletion_of(const std::string& vrf_name, const ToldVrf& told) {
 
 std::vector<Event> ghost_interfaces(const Told& told) {
   std::vector<Event> events;
-  for (const auto& [handle, vrf_name] : told.interfaces) {
+  for (const auto& [handle, interface] : told.interfaces) {
     const Member* member = service().members.find(handle);
-    if (member == nullptr || *member->vrf->name != *vrf_name) events.push_back(deletion_of(handle, vrf_name));
+    if (member != nullptr && *member->vrf->name == *interface.vrf_name) continue;
+    events.push_back(deletion_of(handle, interface.vrf_name));
   }
   const auto by_handle = [](const Event& left, const Event& right) { return left.handle < right.handle; };
   std::sort(events.begin(), events.end(), by_handle);

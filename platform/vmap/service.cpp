@@ -48,6 +48,10 @@ std::uint32_t Service::flags_of(std::string_view vrf) const {
   return model_->find_vrf(vrf)->flags;
 }
 
+const std::string& Service::name_of(std::uint32_t handle) const {
+  return model_->find_interface(handle)->name;
+}
+
 Event Service::vrf_event(VmapEvent kind, const router::Vrf& vrf) const {
   Event event;
   event.kind = kind;

@@ -18,7 +18,8 @@ class Service : public router::Observer {
   bool is_available() const { return running && model_ != nullptr; }
   // 0 for a VRF that does not exist.
   std::uint64_t incarnation_of(std::string_view vrf) const;
-  std::uint32_t flags_of(std::string_view vrf) const;  // REQUIRES: the VRF exists
+  std::uint32_t flags_of(std::string_view vrf) const;      // REQUIRES: the VRF exists
+  const std::string& name_of(std::uint32_t handle) const;  // REQUIRES: the interface exists
 
   void vrf_created(const router::Vrf& vrf) override;
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
@@ -37,6 +38,7 @@ class Service : public router::Observer {
   std::uint64_t last_client = 0;
   void (*deletion_told)(const char* vrf_name) = nullptr;
   std::uint64_t (*oldest_elsewhere)() = nullptr;
+  bool (*name_must_end)(const char* vrf_name, const char* if_name) = nullptr;
 
  private:
   Event vrf_event(VmapEvent kind, const router::Vrf& vrf) const;

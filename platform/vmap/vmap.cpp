@@ -198,6 +198,10 @@ void vmap_wait_for(std::uint64_t (*oldest_elsewhere)()) {
   service().oldest_elsewhere = oldest_elsewhere;
 }
 
+void vmap_on_rename(bool (*must_end)(const char* vrf_name, const char* if_name)) {
+  service().name_must_end = must_end;
+}
+
 void vmap_on_vrf_deletion_told(void (*hook)(const char* vrf_name)) {
   service().deletion_told = hook;
 }

@@ -7,7 +7,8 @@
 // move is a Delete for the old VRF, then an Update for the new one. VRFs that are only named are not
 // announced. An item is announced again when what it says has changed: an interface under a new name or
 // index, the members of a VRF that was created or deleted (their vrf_id). An item says what was true when the
-// change happened, whatever has become of it when it is delivered.
+// change happened, whatever has become of it when it is delivered. A client that knows the interface by
+// another name may be told that it left, before it is told that it is there (vmap_on_rename).
 //
 // A VRF that is announced again would begin anew for a client, so a change of its flags alone is not
 // announced: an announcement of a VRF has the flags of the time of its delivery, and its deletion those that
@@ -110,6 +111,11 @@ void vmap_deliver_oldest();
 // The turn of the oldest event of the record service, asked before each delivery: what is younger than that
 // waits. Null ends it.
 void vmap_wait_for(std::uint64_t (*oldest_elsewhere)());
+
+// Asked before a client is told of an interface that it knows by another name, `if_name`, in this VRF: true
+// when what is kept under that name must end, which it does by a deletion of the interface right before the
+// update. Null ends it.
+void vmap_on_rename(bool (*must_end)(const char* vrf_name, const char* if_name));
 
 // Called with the name whenever a client was told of a VRF's deletion, or ended; null ends it. How the record
 // service learns that it may look again.

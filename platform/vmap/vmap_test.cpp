@@ -153,6 +153,50 @@ TEST_F(Membership, RenamedInterfaceIsAnnouncedAgainOtherChangesAreNot) {
   EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+if 1 red 0"));
 }
 
+TEST_F(Membership, RenamedInterfaceLeavesFirstWhenWhatIsKeptUnderItsFormerNameMustEnd) {
+  static std::vector<std::string> asked;
+  asked.clear();
+  vmap_on_rename([](const char* vrf_name, const char* if_name) {
+    asked.push_back(std::string(if_name) + " in " + vrf_name);
+    return std::string(if_name) == "ge0";
+  });
+  AddVrf("red", 10);
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  Rename("ge0", "ge1");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 red 10"));
+  Rename("ge1", "ge0");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+if 1 red 10"));
+  Rename("ge0", "aside");
+  Rename("aside", "ge0");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+if 1 red 10", "+if 1 red 10")) << "it has its former name again";
+  EXPECT_THAT(asked, ElementsAre("ge0 in red", "ge1 in red"));
+  vmap_on_rename(nullptr);
+}
+
+TEST_F(Membership, UnbindFromInsideTheLeaveOfARenamedInterfaceEndsTheDelivery) {
+  vmap_on_rename([](const char*, const char*) { return true; });
+  AddInterface("ge0", "red");
+  Bind();
+  ASSERT_EQ(vmap_c_mdb_init(client_, 2, &database_), kStatusOk);
+  static std::vector<VmapEvent> told;
+  told.clear();
+  const auto unbind_on_leave = [](VmapMemberDatabase* database, VmapEvent kind, const VmapIntfItem*) {
+    told.push_back(kind);
+    if (kind == VmapEvent::kDelete) vmap_c_mdb_free(database);
+  };
+  ASSERT_EQ(vmap_c_mdb_add_intf_all(database_, unbind_on_leave, 40), kStatusOk);
+  ASSERT_EQ(vmap_c_notif_reg(database_, &fd_, &num_results_), kStatusOk);
+  Rename("ge0", "ge1");
+  Run();
+  EXPECT_THAT(told, ElementsAre(VmapEvent::kUpdate, VmapEvent::kDelete));
+  vmap_on_rename(nullptr);
+}
+
 // A second creation would make a client begin the VRF anew.
 TEST_F(Membership, VrfIsNotAnnouncedAgainWhateverBecomesOfItsDetails) {
   AddVrf("red", 10);

@@ -22,6 +22,7 @@ class ChangedMembers(KernelWalk):
     def setUp(self):
         """A daemon that starts beside the VRFs red and blue with members: its list of indexes holds all of them."""
         self.addCleanup(self.delete_links)
+        self.items = {}  # protocols configured, by VRF and name of the interface
         batch(["link add red type vrf table 10", "link set red up",
                "link add blue type vrf table 20", "link set blue up"] +
               [line for name, vrf in (("d1", "red"), ("d2", "red"), ("d3", "blue"), ("d4", "red"))
@@ -65,6 +66,52 @@ class ChangedMembers(KernelWalk):
         old = index_of("d4")
         self.step("link del d4", "link set d2 name d4", "link set d1 name d2",
                   f"link add d1 index {old} type dummy", "link set d1 master red")
+
+    # --- protocols, which are configured for names ---
+
+    WORDS = {2: "ospf 1 area 0.0.0.0 interface {}", 3: "rip interface {}", 5: "static 198.51.100.0/24 interface {}",
+             6: "eigrp 100 interface {}"}  # by the number of MplsL3VpnIfVpnRouteDistProtocol
+
+    def protocols(self):
+        """By present name and VRF, which the kernel says, from what the test configured."""
+        return {key: numbers for key, name in members().items() if (numbers := self.items.get((key[0], name)))}
+
+    def configure(self, verb, vrf, name, *numbers):
+        for number in numbers:
+            self.system.cli("config", verb, "vrf", vrf, *self.WORDS[number].format(name).split(), check=True)
+        present = set(self.items.get((vrf, name), ()))
+        self.items[vrf, name] = sorted(present | set(numbers) if verb == "set" else present - set(numbers))
+
+    def test_protocols_follow_a_name_through_renames_and_edits(self):
+        self.configure("set", "red", "d1", 2, 3)
+        self.configure("set", "red", "new", 3, 6)
+        self.step()
+        self.step("link set d1 name new")
+        self.configure("delete", "red", "d1", 3)
+        self.step()
+        self.configure("delete", "red", "new", 6)
+        self.step("link set new name d1")
+        self.configure("set", "red", "d1", 5)
+        self.step("link set d1 name other")
+        self.configure("delete", "red", "d1", 2, 5)
+        self.configure("set", "red", "other", 2)
+        self.step()
+        self.configure("delete", "red", "other", 2)
+        self.configure("delete", "red", "new", 3)
+        self.step("link set other name d1")
+
+    def test_protocols_stay_with_the_name_when_members_swap_names_or_are_made_again(self):
+        self.configure("set", "red", "d1", 2, 5)
+        self.configure("set", "red", "d2", 3)
+        self.configure("set", "blue", "d1", 6)
+        self.step("link set d1 name aside", "link set d2 name d1", "link set aside name d2")
+        self.configure("delete", "red", "d1", 5)
+        self.step("link set d1 nomaster", "link set d1 master blue")
+        self.step("link del d2", "link add d2 type dummy", "link set d2 master red")
+        self.step("link set d2 name aside", "link set d4 name d2", "link set aside name d4")
+        for vrf, name, number in (("red", "d1", 2), ("red", "d2", 3), ("blue", "d1", 6)):
+            self.configure("delete", vrf, name, number)
+        self.step()
 
 
 if __name__ == "__main__":
