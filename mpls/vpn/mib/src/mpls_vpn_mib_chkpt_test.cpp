@@ -5,6 +5,29 @@
 #include "platform/base/memory.h"
 #include "platform/chkpt/chkpt.h"
 
+// --wrap in the build file puts these in the place of the store's: some of the values change nothing that a
+// caller sees.
+Status real_register(
+    const ChkptTableDescriptor* descriptor, std::uint32_t table_id, ChkptTable** table,
+    bool* had_contents) __asm__("__real__Z14chkpt_registerPK20ChkptTableDescriptorjPP10ChkptTablePb");
+Status noted_register(
+    const ChkptTableDescriptor* descriptor, std::uint32_t table_id, ChkptTable** table,
+    bool* had_contents) __asm__("__wrap__Z14chkpt_registerPK20ChkptTableDescriptorjPP10ChkptTablePb");
+
+namespace {
+
+ChkptTableDescriptor registered_descriptor{};
+std::uint32_t registered_table = 0;
+
+}  // namespace
+
+Status noted_register(const ChkptTableDescriptor* descriptor, std::uint32_t table_id, ChkptTable** table,
+                      bool* had_contents) {
+  registered_descriptor = *descriptor;
+  registered_table = table_id;
+  return real_register(descriptor, table_id, table, had_contents);
+}
+
 namespace {
 
 using testing::Contains;
@@ -124,6 +147,15 @@ TEST_F(CheckpointInit, RunAfterOneThatLeftNoRecordsIsAFirstRun) {
   ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
   EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 1U);
   EXPECT_THAT(Prints(), ElementsAre("First run =1"));
+}
+
+TEST_F(CheckpointInit, RegistersItsTableWithTheValuesOfTheStore) {
+  EXPECT_EQ(registered_descriptor.key_kind, 1U);
+  EXPECT_EQ(registered_descriptor.versioned, 1U);
+  EXPECT_EQ(registered_descriptor.record_size, kTimesSize);
+  EXPECT_EQ(registered_descriptor.persistent, 1U);
+  EXPECT_EQ(registered_descriptor.reserved, 0U);
+  EXPECT_EQ(registered_table, 100U);
 }
 
 TEST_F(CheckpointInit, IsSaidAtStart) {
@@ -518,6 +550,11 @@ TEST_F(CheckpointRestore, VrfsThatCameAfterARunWithoutVrfsAreSavedWhenTheyAreAnn
   });
   EXPECT_TRUE(Printed("First run =1"));
   EXPECT_FALSE(Printed("Restoring VRF data from chkpt"));
+  // One save by the announcement and one by the interface; none that the start makes afterwards.
+  const std::string saved =
+      "Checkpoint save VRF late, vrf_id = " + Hex(id) + ", creation_time = 1700000020, ";
+  EXPECT_TRUE(Printed(saved + "conf_last_changed_time = 0"));
+  EXPECT_EQ(TimesPrinted(saved + "conf_last_changed_time = 1700000020"), 1U);
   EXPECT_EQ(TimesOf("late"), "+20, +20");
   EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +20, +20"));
 }

@@ -124,6 +124,8 @@ TEST_F(RequestFilter, Form3WithAllArgumentsYieldsAllFlags) {
   EXPECT_STREQ(filter_.vrf_name, "a/b");
   EXPECT_EQ(filter_.afi, 1U);
   EXPECT_EQ(filter_.safi, 2U);
+  EXPECT_THAT(Prints(), ElementsAre("BGEN ARG 0 vrf name = a/b", "BGEN ARG 1 afi = 1", "BGEN ARG 2 safi = 2",
+                                    "Filter flags are 0x7"));
 }
 
 TEST_F(RequestFilter, NameThatDoesNotDecodeLeavesANamelessFilter) {

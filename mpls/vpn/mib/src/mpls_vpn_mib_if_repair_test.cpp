@@ -2,6 +2,21 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase_internal.h"
 #include "mpls/vpn/mib/src/mpls_vpn_test_fixture.h"
 
+// --wrap in the build file puts this in the place of the index service's, which has no index 0 and writes
+// none when it fails.
+Status real_index(const char* name, std::uint32_t* index) __asm__("__real__Z15ifname_to_indexPKcPj");
+Status other_index(const char* name, std::uint32_t* index) __asm__("__wrap__Z15ifname_to_indexPKcPj");
+
+namespace {
+
+std::function<Status(std::uint32_t*)> index_answer;  // none: the service's own
+
+}  // namespace
+
+Status other_index(const char* name, std::uint32_t* index) {
+  return index_answer ? index_answer(index) : real_index(name, index);
+}
+
 namespace {
 
 using testing::Contains;
@@ -71,6 +86,81 @@ TEST_F(IfRepair, NameWithoutAnIndexKeepsTheDatabaseDirty) {
                       err_text(kStatusNoSuchRow)));
   EXPECT_EQ(node->if_index, 0U);
   EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
+}
+
+TEST_F(IfRepair, IndexZeroIsNoIndex) {
+  index_answer = [](std::uint32_t* index) {
+    *index = 0;
+    return kStatusOk;
+  };
+  CreateIf("red", 0, "ge0", 7);
+  mpls_vpn_mib_clean_if_dbase();
+  index_answer = nullptr;
+  EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
+  EXPECT_EQ(NodesByVrf(), 0U);
+  EXPECT_TRUE(
+      Printed(std::string("DIRTY: Failed to resolve if_index for interface 0x7: ") + err_text(kStatusOk)));
+}
+
+TEST_F(IfRepair, IndexOfAFailedLookupIsForgotten) {
+  index_answer = [](std::uint32_t* index) {
+    *index = 55;
+    return kStatusIo;
+  };
+  const IfNode* node = CreateIf("red", 0, "ge0", 7);
+  mpls_vpn_mib_clean_if_dbase();
+  index_answer = nullptr;
+  EXPECT_EQ(node->if_index, 0U);
+  EXPECT_EQ(NodesByVrf(), 0U);
+}
+
+TEST_F(IfRepair, EachThingIsSaidByItsArea) {
+  const std::uint32_t handle = AddInterface("ge0");
+  const auto repair = [&] {
+    if (IfNode* node = mpls_vpn_mib_get_if_by_handle(true, handle)) DeleteIf(node);
+    CreateIf("red", 0, nullptr, handle);
+    mpls_vpn_mib_clean_if_dbase();
+  };
+  ExpectUnder(DBASE, "Start cleaning interface database...", repair);
+  ExpectUnder(DBASE, "Interface " + Hex(handle) + ": resolved if_name = ge0", repair);
+  ExpectUnder(DBASE, "Interface " + Hex(handle) + ": resolved if_index = " + std::to_string(IndexOf("ge0")),
+              repair);
+  ExpectUnder(DBASE, "Done cleaning interface database. State is clean.", repair);
+  CreateIf("red", 0, nullptr, 0xdead);
+  CreateIf("red", 0, "lost", 0xbeef);
+  const auto fail = [] { mpls_vpn_mib_clean_if_dbase(); };
+  ExpectUnder(DBASE, "DIRTY: Failed to resolve if_name for interface 0xdead", fail);
+  ExpectUnder(
+      DBASE,
+      std::string("DIRTY: Failed to resolve if_index for interface 0xbeef: ") + err_text(kStatusNoSuchRow),
+      fail);
+  ExpectUnder(DBASE, "Done cleaning interface database. State is DIRTY.", fail);
+  const auto locked = [] {
+    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
+    mpls_vpn_mib_clean_if_dbase();
+  };
+  ExpectUnder(ERR, "Error (mpls_vpn_mib_clean_if_dbase): pthread mutex lock failed", locked);
+  const auto collide = [&] {
+    CreateIf("red", 0, nullptr, 0xcafe);
+    index_answer = [&](std::uint32_t* index) {
+      *index = IndexOf("ge0");
+      return kStatusOk;
+    };
+    mpls_vpn_mib_clean_if_dbase();
+    index_answer = nullptr;
+  };
+  ExpectUnder(DBASE, "DIRTY: WAVL walk failed", [&] {
+    CreateIf("red", 0, "lost", 0xbeef);
+    collide();
+  });
+  ExpectUnder(
+      ERR,
+      "Error (mpls_vpn_mib_clean_if_dbase_walker): Cannot insert node into vrf/ifindex WAVL thread for "
+      "interface 0xbeef, if_index",
+      [&] {
+        CreateIf("red", 0, "lost", 0xbeef);
+        collide();
+      });
 }
 
 TEST_F(IfRepair, EmptyNameNeverResolves) {

@@ -116,6 +116,72 @@ TEST_F(InterfaceLeave, UpInterfaceIsTracedAsLeavingWhileUp) {
   EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("interface ge0 leaves VRF red while up"));
 }
 
+TEST_F(InterfaceLeave, EachThingIsSaidByItsArea) {
+  AddVrf("red");
+  const std::uint32_t handle = AddInterface("ge0", "red");
+  Connect();
+  const auto leave = [&] {
+    if (mpls_vpn_mib_get_if_by_handle(true, handle) == nullptr)
+      CreateIf("red", IndexOf("ge0"), "ge0", handle);
+    mpls_vpn_mib_if2vrf_del(handle, "red");
+  };
+  ExpectUnder(VMAP, "VMAP: interface " + Hex(handle) + " has been removed from vrf red", leave);
+  ExpectUnder(TRAPS, "mpls vpn mib vrf down trap generate: FALSE", leave);
+  ExpectUnder(VMAP, "mpls_vpn_mib_if2vrf_del: Cannot find matching WAVL node for interface 0xdead in VRF red",
+              [] { mpls_vpn_mib_if2vrf_del(0xdead, "red"); });
+  const auto stuck = [&] {
+    if (mpls_vpn_mib_get_if_by_handle(true, handle) == nullptr)
+      CreateIf("red", IndexOf("ge0"), "ge0", handle);
+    const ScopedFault fault("wavl_delete", kStatusIo);
+    mpls_vpn_mib_if2vrf_del(handle, "red");
+  };
+  ExpectUnder(VMAP, "Could not delete interface " + Hex(handle) + " in VRF red from the WAVL tree", stuck);
+  const auto locked = [&] {
+    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
+    mpls_vpn_mib_if2vrf_del(handle, "red");
+  };
+  ExpectUnder(ERR, "Error (mpls_vpn_mib_if2vrf_del): pthread mutex lock failed", locked);
+}
+
+TEST_F(VrfLife, EachThingIsSaidByItsArea) {
+  AddVrf("red", 0, "65000:100");
+  Run();
+  const auto create = [this] { VrfCreated("red", 101, 0); };
+  const auto remove = [this] { VrfDeleted("red", 101); };
+  ExpectUnder(VMAP, "VMAP: VRF red created", create);
+  ExpectUnder(VMAP, "Could not insert into VRF database", create);
+  ExpectUnder(VMAP, "VMAP: VRF red deleted", remove);
+  ExpectUnder(VMAP, "Could not delete from VRF database", remove);
+  ExpectUnder(ERR, "Could not checkpoint VRF red ", [&] {
+    const ScopedFault fault("chkpt_save", kStatusIo);
+    create();
+  });
+  const auto complete = [this] {
+    text_replace(&AttributesOf("red")->rd, nullptr);
+    mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
+  };
+  ExpectUnder(VMAP, "Entering function mpls_vpn_mib_vrf_complete_missing", complete);
+  ExpectUnder(VMAP, "RD get succeeded for vrf red, RD = 65000:100", complete);
+  ExpectUnder(VMAP, "NULL arguments in mpls_vpn_mib_vrf_complete_missing",
+              [] { mpls_vpn_mib_vrf_complete_missing(nullptr); });
+}
+
+// The record comes before the node, and the node before the checkpoint, which has the new time.
+TEST_F(VrfLife, StepsOfACreationAreInTheirOrder) {
+  VrfCreated("green", 0, 0);
+  EXPECT_THAT(PrintsOf({"VMAP:", "Create VTAB record"}),
+              ElementsAre("VMAP: VRF green created", "Create VTAB record for VRF green"));
+  AddVrf("red");
+  VrfCreated("red", 101, 0);
+  PassSeconds(7);
+  ClearPrints();
+  VrfCreated("red", 101, 0);
+  EXPECT_THAT(PrintsOf({"VMAP:", "Could not insert", "Checkpoint save"}),
+              ElementsAre("VMAP: VRF red created", "Could not insert into VRF database",
+                          "Checkpoint save VRF red, vrf_id = 0x65, creation_time = 1700000007, "
+                          "conf_last_changed_time = 0"));
+}
+
 TEST_F(VrfLife, CreatedVrfHasItsNodeItsTimeAndNoRouteDistinguisher) {
   AddVrf("red");
   text_replace(&AttributesOf("red")->rd, "65000:1");
@@ -172,6 +238,10 @@ TEST_F(VrfLife, SecondCreationStampsAgainAndKeepsTheNode) {
   VrfCreated("red", 101, 0);
   EXPECT_TRUE(Printed("Could not insert into VRF database"));
   EXPECT_EQ(mpls_vpn_mib_get_vrf_node(true, "red"), node);
+  EXPECT_EQ(AttributesOf("red")->creation_time, kStartSeconds + 7);
+  // The checkpoint has it, too.
+  AttributesOf("red")->creation_time = 0;
+  EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusOk);
   EXPECT_EQ(AttributesOf("red")->creation_time, kStartSeconds + 7);
 }
 
@@ -245,6 +315,13 @@ TEST_F(VrfRouteDistinguisher, IsFetchedWhenMissingAndTouchesTheVrf) {
                                     "RD get succeeded for vrf red, RD = 65000:100",
                                     "Updated timestamp to: " + std::to_string(kStartSeconds + 3)));
   text_replace(&AttributesOf("red")->rd, nullptr);
+}
+
+// The longest text that a route distinguisher has.
+TEST_F(VrfRouteDistinguisher, OfTwentyOneOctetsIsFetchedWhole) {
+  AddVrf("red", 0, "255.255.255.255:65535");
+  mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
+  EXPECT_STREQ(AttributesOf("red")->rd, "255.255.255.255:65535");
 }
 
 TEST_F(VrfRouteDistinguisher, ThatIsThereIsNotFetchedAgain) {

@@ -1,11 +1,13 @@
 // Interfaces that join a VRF.
 #include "mpls/vpn/mib/src/mpls_vpn_membership_test_support.h"
+#include "platform/base/memory.h"
 
 namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::StartsWith;
 using testing::StrEq;
 
 using InterfaceJoin = Membership;
@@ -94,6 +96,105 @@ TEST_F(InterfaceJoin, SubscriberInterfacesAreNeverEnteredNorFoundWhenTheyLeave) 
                         Hex(handle) + " in VRF red"));
   }
   EXPECT_EQ(LastChanged("red"), 0U);
+}
+
+TEST_F(InterfaceJoin, SubscriberInterfacesAreNotResolved) {
+  AddVrf("red");
+  const std::uint32_t handle = AddInterface("ge0.ip1");
+  fault_arm("ifname_to_index", kStatusIo, 100);         // counts
+  fault_arm("ifindex_get_index_list", kStatusIo, 100);  // the same
+  mpls_vpn_mib_if2vrf_add(handle, "red");
+  EXPECT_EQ(fault_reached("ifname_to_index"), 0U);
+  EXPECT_EQ(fault_reached("ifindex_get_index_list"), 0U);
+}
+
+TEST_F(InterfaceJoin, IsSaidBeforeTheNameIsLookedUp) {
+  AddVrf("red");
+  mpls_vpn_mib_if2vrf_add(0xdead, "red");
+  EXPECT_THAT(PrintsOf({"VMAP: interface", "Error in mpls_vpn_get_interface_name"}),
+              ElementsAre("VMAP: interface 0xdead updated under vrf red",
+                          StartsWith("Error in mpls_vpn_get_interface_name: qic_s_interface_name failed")));
+}
+
+TEST_F(InterfaceJoin, LooksForTheKeyBeforeTheHandle) {
+  AddVrf("red");
+  AddVrf("blue");
+  const std::uint32_t handle = AddInterface("ge0", "red");
+  Connect();
+  ClearPrints();
+  mpls_vpn_mib_if2vrf_add(handle, "blue");
+  EXPECT_THAT(PrintsOf({"get_greater_equal", "Found interface"}),
+              ElementsAre("get_greater_equal found node NULL",
+                          StartsWith("Found interface (mpls_vpn_mib_get_if_by_handle): vrf_name = red")));
+}
+
+TEST_F(InterfaceJoin, TouchesTheVrfBeforeTheTrapIsDecided) {
+  AddVrf("red");
+  AddInterface("ge0");
+  Connect();
+  ClearPrints();
+  Join("ge0", "red");
+  Run();
+  EXPECT_THAT(PrintsOf({"Updated timestamp", "mpls vpn mib vrf up trap"}),
+              ElementsAre("Updated timestamp to: " + std::to_string(kStartSeconds),
+                          "mpls vpn mib vrf up trap generate: FALSE"));
+}
+
+TEST_F(InterfaceJoin, LongestNameThatARouterHasIsStoredWhole) {
+  const std::string longest(router::kInterfaceNameMax, 'x');
+  AddVrf("red");
+  AddInterface(longest, "red");
+  Connect();
+  ASSERT_NE(NodeOf("red", longest), nullptr);
+  EXPECT_EQ(NodeOf("red", longest)->if_name, longest);
+}
+
+// Each act is done twice, with the area alone on and alone off.
+TEST_F(InterfaceJoin, EachThingIsSaidByItsArea) {
+  AddVrf("red");
+  AddVrf("blue");
+  AddVrf("gray");
+  const std::uint32_t handle = AddInterface("ge0", "red");
+  Connect();
+  const std::string index = std::to_string(IndexOf("ge0"));
+  const auto join = [&](const char* vrf) { return [=] { mpls_vpn_mib_if2vrf_add(handle, vrf); }; };
+  ExpectUnder(VMAP, "VMAP: interface " + Hex(handle) + " updated under vrf red", join("red"));
+  ExpectUnder(VMAP, "Interface was already in this vrf. VRF is created or deleted", join("red"));
+  const auto rename = [&] {
+    IfNode* node = NodeOf("red", "ge0");
+    text_replace(&node->if_name, "old");
+    mpls_vpn_mib_if2vrf_add(handle, "red");
+  };
+  ExpectUnder(VMAP, "Updated in VRF red the ifname for ifhandle " + Hex(handle) + ", ifindex " + index,
+              rename);
+  const auto move = [&] {
+    mpls_vpn_mib_if2vrf_add(handle, "blue");
+    mpls_vpn_mib_if2vrf_add(handle, "red");
+  };
+  ExpectUnder(VMAP,
+              "CONFLICT: deleting node (VRF red, ifindex " + index + ", ifhandle " + Hex(handle) +
+                  ") due to new (VRF blue, ifindex " + index + ")",
+              move);
+  ExpectUnder(TRAPS, "mpls vpn mib vrf up trap generate: FALSE", move);
+  const auto displace = [&] {
+    DeleteIf(mpls_vpn_mib_get_if_by_handle(true, handle));
+    CreateIf("red", IndexOf("ge0"), "old", 0x999);
+    mpls_vpn_mib_if2vrf_add(handle, "red");
+  };
+  ExpectUnder(VMAP,
+              "CONFLICT: deleting node (VRF red, ifindex " + index +
+                  ", ifhandle 0x999) due to new ifhandle " + Hex(handle),
+              displace);
+  const auto stuck = [&] {
+    const ScopedFault fault("wavl_delete", kStatusIo);
+    mpls_vpn_mib_if2vrf_add(handle, "blue");
+  };
+  ExpectUnder(VMAP, "Could not delete interface from the WAVL tree", stuck);
+  const auto locked = [&] {
+    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
+    mpls_vpn_mib_if2vrf_add(handle, "red");
+  };
+  ExpectUnder(ERR, "Error (mpls_vpn_mib_if2vrf_add): pthread mutex lock failed", locked);
 }
 
 TEST_F(InterfaceJoin, NamesThatMerelyContainIpAreEntered) {

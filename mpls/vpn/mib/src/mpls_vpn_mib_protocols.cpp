@@ -96,7 +96,7 @@ void notify_for_interface(const InterfaceProtocol& what, const KvNotifyInfo* inf
 void set_vrf_protocol(const char* vrf_name, std::uint32_t protocol, std::uint32_t is_delete) {
   if (!is_counted(vrf_name, protocol)) return;
   const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
-  if (record == nullptr || record->attributes == nullptr) return;
+  if (record == nullptr) return;
   std::uint32_t* counter = &mpls_vpn_vrf_attributes(record)->protocol_count[protocol];
   if (!count(counter, is_delete)) {
     mpls_vpn_debug(ERR, "Protocol %u count for VRF %s is already %u", protocol, vrf_name, *counter);

@@ -1,4 +1,8 @@
-// Routing protocols on the interfaces of VRFs: from nodes of the configuration to the bits of the MIB's row.
+// Routing protocols on the interfaces of VRFs: from nodes of the data store to the bits of the MIB's row.
+//
+// The handlers alone. In the process, the configuration references keep the record of a VRF that has
+// configuration and repeat the notifications of an interface that comes or of an item that is set again;
+// daemon/configured_vrfs_test.cpp has what is counted then.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_protocols.h"
 
 #include <utility>
@@ -183,7 +187,7 @@ TEST_F(Protocols, NamesOfInterfacesAreDecoded) {
 
 // --- Counting
 
-TEST_F(Protocols, TwoSetsCountTwoAndOneDeletionLeavesTheBit) {
+TEST_F(Protocols, HandlersCountEverySetAndOneDeletionLeavesTheBit) {
   SetText(rip_path("red", "ge0"), "");
   SetText(rip_path("red", "ge0"), "again");
   EXPECT_EQ(OfInterface(kProtocolRip), 2U);
@@ -235,7 +239,7 @@ TEST_F(Protocols, CountsEndAtTheLargestNumber) {
   EXPECT_TRUE(Printed("Protocol 3 count for interface ge0 on VRF redis already 4294967295"));
 }
 
-TEST_F(Protocols, InterfaceThatComesBackStartsFromZero) {
+TEST_F(Protocols, HandlersAloneForgetAnInterfaceThatLeaves) {
   SetText(rip_path("red", "ge0"), "");
   Leave("ge0");
   Run();
@@ -301,7 +305,7 @@ TEST_F(Protocols, LargestProtocolIsCounted) {
   EXPECT_EQ(OfVrf(6), 1U);
 }
 
-TEST_F(Protocols, UnknownInterfaceIsNotCountedAndALaterRemovalFindsZero) {
+TEST_F(Protocols, HandlersAloneDoNotCountAnInterfaceThatComesLater) {
   SetText(rip_path("red", "ge1"), "");
   EXPECT_EQ(All(), 0U);
   AddInterface("ge1", "red");
@@ -320,7 +324,7 @@ TEST_F(Protocols, InterfaceOfAnotherVrfIsUnknown) {
   EXPECT_EQ(All(), 0U);
 }
 
-TEST_F(Protocols, UnknownVrfIsNotCountedAndItsRemovalIsSilentUntilThereIsARecord) {
+TEST_F(Protocols, HandlersAloneDoNotCountAVrfThatComesLater) {
   OnlyArea(ERR);
   SetText(bgp_path("blue"), "");
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("blue"), nullptr);
@@ -332,16 +336,6 @@ TEST_F(Protocols, UnknownVrfIsNotCountedAndItsRemovalIsSilentUntilThereIsARecord
   ClearPrints();
   Delete(bgp_path("blue"));
   EXPECT_THAT(Prints(), ElementsAre("Protocol 1 count for VRF blue is already 0"));
-}
-
-TEST_F(Protocols, RecordWithoutABlockIsAsGoodAsNone) {
-  VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name("red");
-  void* block = std::exchange(record->attributes, nullptr);
-  ClearPrints();
-  set_vrf_protocol("red", kProtocolBgp, 0);
-  record->attributes = block;
-  EXPECT_EQ(OfVrf(kProtocolBgp), 0U);
-  EXPECT_THAT(Prints(), IsEmpty());
 }
 
 // --- The mutex

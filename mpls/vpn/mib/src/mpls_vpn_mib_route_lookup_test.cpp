@@ -105,7 +105,7 @@ TEST_F(RouteRow, RejectedIpv4RouteHasAnAllZeroNextHop) {
   EXPECT_EQ(row->nextHop.length, 4U);
 }
 
-TEST_F(RouteRow, OverlongTextIsNoSuchRowWithoutCallingTheModule) {
+TEST_F(RouteRow, OverlongTextIsInNoTableOfItsFamily) {
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   const RouteKeyText destination = {1, "0a00000000", 0, 1, "0"};
   const RouteKeyText next_hop = {1, "0", 0, 1, "c000020100"};
@@ -121,6 +121,18 @@ TEST_F(RouteRow, OverlongTextIsNoSuchRowWithoutCallingTheModule) {
   EXPECT_EQ(mpls_vpn_mib_rib_ipv6_route(&row, table, false, {2, "0", 0, 2, long6.c_str()}), kStatusNoSuchRow);
   EXPECT_EQ(fault_reached("ribmib_find_route"), 0U);
   EXPECT_THAT(Traced("mpls_vpn/rib"), Contains("mpls_vpn_mib_rib_ipv6_route: an address text is too long"));
+}
+
+// No IPv4 table has it, so that a next read goes on with the first IPv6 route, as after the last IPv4 one; an
+// exact read finds nothing.
+TEST_F(RouteRow, RequestWithAnOverlongIpv4TextGoesOnWithIpv6) {
+  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
+  AddRoute("red", "2001:db8::/32", "fe80::1");
+  const Key destination = {"red", 1, 0, 1, "0a00000000", "0"};
+  ASSERT_EQ(Read(kNextRead, destination), kStatusOk);
+  const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply_.Get());
+  EXPECT_EQ(row->destType, 2);
+  EXPECT_EQ(Read(kExactRead, destination), kStatusNoSuchRow);
 }
 
 TEST_F(RouteRow, TextThatIsNotHexadecimalIsAnErrorAndNoSuchRow) {

@@ -156,7 +156,9 @@ TEST_P(RouteModules, FirstSymbolIsPostedBeforeItsFile) {
             "%MPLS_VPN_MIB-OS-3-ERR_DLL_SYMBOL_ERROR : Cannot find symbol ribmib_find_route in DLL " +
                 File() + "\n");
   EXPECT_EQ(Traced("mpls_vpn/error").size(), 1U);
+  EXPECT_EQ(fault_reached("dlsym"), 1U) << "the second is not looked up";
   EXPECT_TRUE(family().load());
+  EXPECT_EQ(fault_reached("dlsym"), 3U);
 }
 
 TEST_P(RouteModules, SecondSymbolIsPostedAfterItsFile) {
@@ -169,7 +171,9 @@ TEST_P(RouteModules, SecondSymbolIsPostedAfterItsFile) {
       Traced("mpls_vpn/error", &code),
       ElementsAre(StartsWith(std::string(family().loading) + ": no symbol ribmib_total_active_routes")));
   EXPECT_EQ(code, kStatusNoRouteModule);
+  // The module is closed again, and what was found in it is looked up anew.
   EXPECT_TRUE(family().load());
+  EXPECT_EQ(fault_reached("dlsym"), 4U);
 }
 
 TEST_P(RouteModules, ActiveRoutesAreCountedForTheTable) {

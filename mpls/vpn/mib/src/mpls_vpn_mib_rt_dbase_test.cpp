@@ -3,6 +3,24 @@
 
 #include "mpls/vpn/mib/src/mpls_vpn_test_fixture.h"
 
+// --wrap in the build file puts this in the place of the tree's, which never compares a node that is not
+// there.
+Status real_init(WavlTree* tree, unsigned threads,
+                 const WavlCompare* compare) __asm__("__real__Z9wavl_initP8WavlTreejPKPFjPKvS2_E");
+Status noted_init(WavlTree* tree, unsigned threads,
+                  const WavlCompare* compare) __asm__("__wrap__Z9wavl_initP8WavlTreejPKPFjPKvS2_E");
+
+namespace {
+
+WavlCompare last_order = nullptr;  // of the tree that was made last
+
+}  // namespace
+
+Status noted_init(WavlTree* tree, unsigned threads, const WavlCompare* compare) {
+  last_order = compare[0];
+  return real_init(tree, threads, compare);
+}
+
 namespace {
 
 using testing::Contains;
@@ -53,6 +71,13 @@ class RtDatabase : public DaemonTest {
   }
   std::uint32_t index_ = 0;
 };
+
+TEST_F(RtDatabase, MissingNodeOrdersBeforeAPresentOne) {
+  const RtNode* node = Add("red", kRtImport, "1:1");
+  EXPECT_EQ(last_order(nullptr, node), kWavlLess);
+  EXPECT_EQ(last_order(node, nullptr), kWavlGreater);
+  EXPECT_EQ(last_order(nullptr, nullptr), kWavlEqual);
+}
 
 TEST_F(RtDatabase, EntriesOfAVrfAreInTheOrderOfTypeFamiliesAndShorterValues) {
   Add("red", kRtExport, "1:1");

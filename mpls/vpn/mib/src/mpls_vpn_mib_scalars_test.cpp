@@ -190,6 +190,15 @@ TEST_F(Scalars, InterfaceDatabaseIsRepairedFirst) {
   EXPECT_FALSE(mpls_vpn_mib_if_dbase_is_dirty());
 }
 
+// Once by the handler and once by its first look at the database.
+TEST_F(Scalars, InterfaceThatCannotBeRepairedIsTriedByTheHandlerToo) {
+  AddVrf("red");
+  Connect();
+  CreateIf("red", 0, nullptr, 0xdead);
+  EXPECT_EQ(Read().connectedInterfaces, 0U);
+  EXPECT_EQ(TimesPrinted("Start cleaning interface database..."), 2U);
+}
+
 TEST_F(Scalars, NotificationSettingsAreCopiedAsTheyStand) {
   Connect();
   mpls_vpn_mib_trap_info[kTrapAll].enabled = 1;

@@ -31,12 +31,6 @@ bool decode_item(const KvNotifyInfo* info, const ParcelDescription& description,
   return rc == kStatusOk;
 }
 
-// Null for a table that no VRF has. A record made while memory was short has no block.
-VtabVrfRecord* record_of_table(std::uint32_t table_id) {
-  VtabVrfRecord* record = vtab_get_vrf_record_by_table_id(table_id);
-  return record == nullptr || record->attributes == nullptr ? nullptr : record;
-}
-
 void release(const ParcelDescription& description, const char* handler, void* record) {
   const Status rc = parcel_free_indirections(&description, record);
   if (rc != kStatusOk) mpls_vpn_error(handler, "parcel_free_indirections", rc);
@@ -57,7 +51,7 @@ void mpls_vpn_mib_mid_thresh_exceeded_notify(const KvNotifyInfo* info, const Req
   mpls_vpn_debug(PROV, "Entering %s", __func__);
   rib_prov_midthresh_exceed event{};
   if (!decode_item(info, kRibMidThreshParcel, __func__, &event)) return;
-  const VtabVrfRecord* record = record_of_table(event.ext_table_id);
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_table_id(event.ext_table_id);
   if (record == nullptr) return;
   mpls_vpn_vrf_attributes(record)->curr_num_routes = event.ext_curr_num_routes;
   mpls_vpn_mib_trap_mid_thresh_exc(record->vrf_name, event.ext_conf_mid_threshold, event.ext_curr_num_routes);
@@ -67,7 +61,7 @@ void mpls_vpn_mib_mid_thresh_exceeded_notify(const KvNotifyInfo* info, const Req
 void mpls_vpn_mib_high_thresh_exceeded_notify(const KvNotifyInfo* info, const RequestArgs* /*args*/) {
   rib_prov_maxthresh event{};
   if (!decode_item(info, kRibMaxThreshParcel, __func__, &event)) return;
-  const VtabVrfRecord* record = record_of_table(event.ext_table_id);
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_table_id(event.ext_table_id);
   if (record == nullptr) return;
   take_maximum_event(record, event);
   release(kRibMaxThreshParcel, __func__, &event);

@@ -140,17 +140,6 @@ TEST_F(ThresholdEvents, BothFamiliesOfAVrfAreFoundByTheirTables) {
   EXPECT_EQ(AttributesOf("blue")->curr_num_routes, 6U);
 }
 
-TEST_F(ThresholdEvents, RecordWithoutABlockIsAsGoodAsNone) {
-  VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name("red");
-  void* block = std::exchange(record->attributes, nullptr);
-  MidExceeded(table_, 81, 80);
-  Maximum(kExceeded, table_, 101, 100);
-  record->attributes = block;
-  EXPECT_EQ(AttributesOf("red")->curr_num_routes, 0U);
-  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
-  EXPECT_THAT(Traps(), IsEmpty());
-}
-
 // --- What is not an event
 
 TEST_F(ThresholdEvents, ItemThatIsNoRecordIsTold) {

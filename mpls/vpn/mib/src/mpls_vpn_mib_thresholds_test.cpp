@@ -143,17 +143,6 @@ TEST_F(RouteThresholds, RecordThatCannotBeMadeDropsTheChange) {
   EXPECT_TRUE(Printed("Error in get_vrf_record: Unable to lock VTAB database: Input/output error"));
 }
 
-TEST_F(RouteThresholds, RecordWithoutABlockIsAsGoodAsNone) {
-  VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name("red");
-  void* block = std::exchange(record->attributes, nullptr);
-  SetPair(limit_path("red", 1, 1), 100, 80);
-  Delete(limit_path("red", 1, 1));
-  SetPair(limit_path("red", 1, 1), 100, 80);
-  record->attributes = block;
-  EXPECT_EQ(ThresholdsOf("red"), "0/0");
-  EXPECT_EQ(ChangedAt("red"), 0U);
-}
-
 TEST_F(RouteThresholds, MissingArgumentsAreToldEach) {
   KvValue value;
   ASSERT_EQ(tuple_pack(&value, "%d%d", {7, 5}), kStatusOk);

@@ -70,7 +70,8 @@ bool start_leaf(const char* function) {
   return rc == kStatusOk;
 }
 
-// A record made while memory was short has no block.
+// The record service makes no record without memory for its block, so that the report is only for a service
+// that breaks this.
 void reissue_for(const VtabVrfRecord* record) {
   if (record->attributes == nullptr) {
     mpls_vpn_report_failure(ERR, kStatusNoVrfRecord, "Found a NULL vrf record");

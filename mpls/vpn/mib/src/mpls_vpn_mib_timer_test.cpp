@@ -221,21 +221,6 @@ TEST_F(ReissueTimer, RestartThatFailsIsToldAndNotSaidToHaveHappened) {
   EXPECT_FALSE(Printed("Timer restart"));
 }
 
-TEST_F(ReissueTimer, RecordWithoutItsBlockIsReportedAndSteppedOver) {
-  Enable(kTrapAll);
-  AboveMaximum("red", 100, 101);
-  VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name("default");
-  ASSERT_NE(record, nullptr);
-  void* const block = std::exchange(record->attributes, nullptr);
-  OnlyArea(ERR);
-  ClearPrints();
-  mpls_vpn_mib_timer_wakeup();
-  record->attributes = block;
-  EXPECT_THAT(Prints(), ElementsAre("Found a NULL vrf record"));
-  EXPECT_THAT(Traced("mpls_vpn/error"), Contains("Found a NULL vrf record"));
-  EXPECT_EQ(Traps().size(), 1U);
-}
-
 TEST_F(ReissueTimer, DeinitEndsEverythingAndMayBeRepeated) {
   Enable(kTrapAll);
   AboveMaximum("red", 100, 101);

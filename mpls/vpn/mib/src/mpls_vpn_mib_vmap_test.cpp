@@ -204,9 +204,12 @@ TEST_F(MembershipOpen, EachLaterStepThatFailsUnbindsAndAnswersMinusOne) {
   ASSERT_EQ(vmap_c_lib_init(
                 "test", manager_, [](void*) { return 1; }, &client),
             kStatusOk);
-  for (const char* step :
-       {"vmap_c_mdb_init", "vmap_c_mdb_add_intf_all", "vmap_c_mdb_add_vrf_all", "vmap_c_notif_reg"}) {
-    fault_arm(step, kStatusIo);
+  const char* const steps[] = {"vmap_c_mdb_init", "vmap_c_mdb_add_intf_all", "vmap_c_mdb_add_vrf_all",
+                               "vmap_c_notif_reg"};
+  for (const char* const& step : steps) {
+    // The later ones would fail, too: the first is what is said.
+    for (const char* const* failing = &step; failing != std::end(steps); ++failing)
+      fault_arm(*failing, kStatusIo);
     fault_arm("vmap_c_unbind", kStatusIo, 100);  // counts
     ClearPrints();
     EXPECT_EQ(connection_manager_open_handler(client, manager_), -1) << step;
@@ -248,6 +251,41 @@ TEST_F(MembershipOpen, UnbindThatFailsWhileUndoingIsTraced) {
   EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "connection_manager_open_handler: vmap_c_unbind");
   EXPECT_EQ(code, kStatusAccess);
   vmap_c_lib_end(client);
+}
+
+TEST_F(MembershipItems, EachThingIsSaidByItsArea) {
+  const std::string vrf = ", flags: 0x0, attr: (nil)";
+  ExpectUnder(VMAP, "VMAP Callback VRF Update CB: vrf_name: 'red', vrf_id: 0x9, vr_id: 0x4" + vrf,
+              [] { VrfEvent(VmapEvent::kUpdate, "red", 0); });
+  ExpectUnder(VMAP, "VMAP Callback INTF Delete CB: ifh: 0xdead, vrf_id: 0x9" + vrf,
+              [] { IntfEvent(VmapEvent::kDelete, 0xdead, 0); });
+  ExpectUnder(VMAP, "vrf_reg_cb_func invoked with NULL item",
+              [] { vrf_reg_cb_func(nullptr, VmapEvent::kUpdate, nullptr); });
+  ExpectUnder(VMAP, "intf_reg_cb_func invoked with NULL item",
+              [] { intf_reg_cb_func(nullptr, VmapEvent::kUpdate, nullptr); });
+  ExpectUnder(ERR, "Error (vrf_reg_cb_func): pthread mutex lock failed", [] {
+    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
+    VrfEvent(VmapEvent::kUpdate, "red", 0);
+  });
+}
+
+TEST_F(MembershipConnection, EachThingIsSaidByItsArea) {
+  const auto connect = [this] {
+    mpls_vpn_mib_vmap_end();
+    EXPECT_EQ(mpls_vpn_mib_vmap_register_for_notification(manager_), kStatusOk);
+  };
+  connect();
+  OnlyArea(VMAP);
+  ClearPrints();
+  connect();
+  EXPECT_THAT(Prints(),
+              Contains(MatchesRegex("In connection_manager_open_handler, connection established: .*")));
+  mpls_vpn_mib_vmap_end();
+  vmap_service_stop();
+  ExpectUnder(VMAP, "retry connection open with VMAP", connect);
+  ExpectUnder(ERR, Failure("connection_manager_open_handler", "vmap_c_bind", kStatusUnavailable), connect);
+  ExpectUnder(ERR, Failure("connection_manager_close_handler", "vmap_close_handler", kStatusInvalid),
+              [] { EXPECT_EQ(connection_manager_close_handler(nullptr), kStatusInvalid); });
 }
 
 TEST_F(MembershipItems, VrfNamedDefaultIsIgnoredAndOneThatBeginsWithItIsNot) {

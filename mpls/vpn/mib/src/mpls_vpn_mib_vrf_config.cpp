@@ -21,19 +21,6 @@ constexpr std::uint32_t kAfiIpv4 = 1;
 constexpr std::uint32_t kAfiIpv6 = 2;
 constexpr std::uint32_t kSafiUnicast = 1;
 
-// A record made while memory was short has no block, and is as good as none.
-VtabVrfRecord* with_block(VtabVrfRecord* record) {
-  return record == nullptr || record->attributes == nullptr ? nullptr : record;
-}
-
-VtabVrfRecord* find_record(const char* vrf_name) {
-  return with_block(vtab_get_vrf_record_by_vrf_name(vrf_name));
-}
-
-VtabVrfRecord* find_or_create_record(const char* vrf_name) {
-  return with_block(get_vrf_record(vrf_name));
-}
-
 void stamp_change(const VtabVrfRecord* record) {
   update_timestamp(record, &mpls_vpn_vrf_attributes(record)->conf_last_changed_time);
 }
@@ -114,7 +101,7 @@ void trace_policy(const FamilyArguments& family, std::uint32_t direction) {
 }
 
 void set_policy(const KvNotifyInfo* info, const FamilyArguments& family, std::uint32_t direction) {
-  const VtabVrfRecord* record = find_or_create_record(family.vrf_name);
+  const VtabVrfRecord* record = get_vrf_record(family.vrf_name);
   char** slot = record == nullptr ? nullptr : policy_slot(record, direction, family.afi);
   if (slot == nullptr) return;
   const char* policy = text_of(info);
@@ -125,7 +112,7 @@ void set_policy(const KvNotifyInfo* info, const FamilyArguments& family, std::ui
 }
 
 void remove_policy(const FamilyArguments& family, std::uint32_t direction) {
-  const VtabVrfRecord* record = find_record(family.vrf_name);
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(family.vrf_name);
   char** slot = record == nullptr ? nullptr : policy_slot(record, direction, family.afi);
   if (slot == nullptr) return;
   mpls_vpn_debug(VTAB, "%s route policy %s removed from VRF %s, AFI = %u, SAFI = %u", kDirections[direction],
@@ -173,10 +160,10 @@ void rt_notify(const KvNotifyInfo* info, const RequestArgs* args, std::int32_t t
   const VtabVrfRecord* record = nullptr;
   if (mpls_vpn_mib_is_set(info)) {
     insert_target(target);
-    record = find_or_create_record(target.vrf_name);
+    record = get_vrf_record(target.vrf_name);
   } else if (mpls_vpn_mib_is_deleted(info)) {
     delete_target(target);
-    record = find_record(target.vrf_name);
+    record = vtab_get_vrf_record_by_vrf_name(target.vrf_name);
   }
   if (record != nullptr) stamp_change(record);
 }
@@ -193,7 +180,7 @@ void mpls_vpn_mib_rd_notify(std::uint32_t set, const char* vrf_name, const char*
   mpls_vpn_debug(
       VTAB, set != 0 ? "notify for RD set on vrf %s, RD = %s" : "notify for RD deletion on vrf %s, RD = %s",
       mpls_vpn_shown(vrf_name), mpls_vpn_shown(rd));
-  const VtabVrfRecord* record = find_record(vrf_name);
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
   if (record == nullptr) return;
   static_cast<void>(keep_text(&mpls_vpn_vrf_attributes(record)->rd, rd, __func__));
   stamp_change(record);
@@ -225,10 +212,10 @@ void mpls_vpn_mib_vrf_descr_notify(const KvNotifyInfo* info, const RequestArgs* 
   const VtabVrfRecord* record = nullptr;
   const char* description = nullptr;
   if (mpls_vpn_mib_is_set(info)) {
-    record = find_or_create_record(vrf_name);
+    record = get_vrf_record(vrf_name);
     description = text_of(info);
   } else if (mpls_vpn_mib_is_deleted(info)) {
-    record = find_record(vrf_name);
+    record = vtab_get_vrf_record_by_vrf_name(vrf_name);
   }
   if (record == nullptr) return;
   static_cast<void>(keep_text(&mpls_vpn_vrf_attributes(record)->description, description, __func__));
@@ -244,8 +231,8 @@ void mpls_vpn_mib_thresh_notify(const KvNotifyInfo* info, const RequestArgs* arg
     mpls_vpn_report(VTAB, kTraceVtab,
                     "notify for threshold change on VRF %s, high_tresh = %u, mid_thresh = %u ",
                     family.vrf_name, thresholds.high, thresholds.mid);
-    store_thresholds(find_or_create_record(family.vrf_name), thresholds);
+    store_thresholds(get_vrf_record(family.vrf_name), thresholds);
   } else if (mpls_vpn_mib_is_deleted(info)) {
-    store_thresholds(find_record(family.vrf_name), {0, 0});
+    store_thresholds(vtab_get_vrf_record_by_vrf_name(family.vrf_name), {0, 0});
   }
 }

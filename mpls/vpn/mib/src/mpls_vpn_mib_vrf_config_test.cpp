@@ -348,23 +348,6 @@ TEST_F(Descriptions, MissingVrfNameIsTold) {
 
 // --- A record that lost its block
 
-TEST_F(VrfConfiguration, RecordWithoutABlockIsAsGoodAsNone) {
-  VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name("red");
-  void* block = std::exchange(record->attributes, nullptr);
-  SetText(import_path("red"), "");
-  SetText(import_policy_path("red"), "customers");
-  SetText(description_path("red"), "the red customer");
-  mpls_vpn_mib_rd_notify(1, "red", "65000:1");
-  Delete(import_policy_path("red"));
-  Delete(description_path("red"));
-  record->attributes = block;
-  EXPECT_THAT(TargetsOf("red"), ElementsAre("import 65000:100 1/1"));
-  EXPECT_THAT(PoliciesOf("red"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
-  EXPECT_EQ(DescriptionOf("red"), "(null)");
-  EXPECT_EQ(RdOf("red"), "(null)");
-  EXPECT_EQ(ChangedAt("red"), 0U);
-}
-
 // --- Replay
 
 TEST_F(VrfConfiguration, EverythingComesBackWithTheReplayOfALaterRunUnstamped) {

@@ -99,6 +99,13 @@ TEST_F(VrfCounters, DirtyDatabaseIsRepairedFirst) {
   EXPECT_EQ(Prints().front(), "Start cleaning interface database...");
 }
 
+// Once by the counting and once by its first look at the database.
+TEST_F(VrfCounters, InterfaceThatCannotBeRepairedIsTriedByTheCountingToo) {
+  CreateIf("red", 0, nullptr, 0xdead);
+  ExpectCounts(0, 0);
+  EXPECT_EQ(TimesPrinted("Start cleaning interface database..."), 2U);
+}
+
 TEST_F(VrfCounters, HeldMutexCountsTheDatabaseAsItStands) {
   AddActive("ge0", "red", "192.0.2.1/24");
   CreateIf("red", 0, nullptr, 0x99);

@@ -33,7 +33,8 @@ TEST_F(VrfShow, GivenFamilyShowsItsTableOnly) {
   EXPECT_THAT(FilledTables("red", 7), IsEmpty());
 }
 
-TEST_F(VrfShow, FlowRuleTablesAreShown) {
+// This platform's record service has no such tables; the record is changed to what another's would be.
+TEST_F(VrfShow, TableWhoseRecordIsOneOfFlowRulesIsShown) {
   AddVrfWithTables("red", true, false, false, true);
   Connect();
   Run();
@@ -41,6 +42,18 @@ TEST_F(VrfShow, FlowRuleTablesAreShown) {
   AddRouteTarget("red", kRtImport, "7:7", 2, 133);
   EXPECT_THAT(FilledTables("red", 0), ElementsAre("1/1 - -", "2/133 - - 7:7(1)"));
   EXPECT_THAT(FilledTables("red", 2), ElementsAre("2/133 - - 7:7(1)"));
+}
+
+// Once by the function and once by its first look at the database.
+TEST_F(VrfShow, InterfaceThatCannotBeRepairedIsTriedByTheNamesOfAVrfToo) {
+  AddVrf("red");
+  Connect();
+  CreateIf("red", 0, nullptr, 0xdead);
+  mpls_vpn_debug_flags[DBASE].enabled.store(1);
+  ClearPrints();
+  ParcelArray interfaces{};
+  EXPECT_EQ(add_ifs(&interfaces, "red"), 0U);
+  EXPECT_EQ(TimesPrinted("Start cleaning interface database..."), 2U);
 }
 
 TEST_F(VrfShow, NoMoreTablesAreTakenThanThereAreSlots) {

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_route_test_support.h"
 
 namespace {
@@ -233,6 +234,16 @@ TEST_F(VrfRow, MissingRecordIsToldAndLeavesTheRowCleared) {
   EXPECT_THAT(Prints(), ElementsAre("NULL arguments in fill_vrf_parcel"));
   EXPECT_EQ(row.name, nullptr);
   EXPECT_EQ(row.rowStatus, 0);
+}
+
+// A request never gets there: a node without its record is no row.
+TEST_F(VrfRow, ClearedRowCanBeEncoded) {
+  mpls_vpn_mib_vrf row;
+  fill_vrf_parcel(&row, nullptr);
+  ASSERT_EQ(prov_encode_parcel(reply_.Place(), &row, &kMibVrfParcel), kStatusOk);
+  const Decoded<mpls_vpn_mib_vrf> decoded(kMibVrfParcel, reply_.Get());
+  EXPECT_EQ(decoded->name, nullptr);
+  EXPECT_EQ(decoded->associatedInterfaces, 0U);
 }
 
 TEST_F(VrfRow, NameWithoutMemoryIsNoMemory) {

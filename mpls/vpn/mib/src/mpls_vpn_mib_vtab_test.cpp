@@ -14,6 +14,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 class VrfRecords : public DaemonTest {
  protected:
@@ -317,14 +318,42 @@ TEST_F(RecordCallbacks, DeletionClearsTheTextsAndLeavesTheNumbers) {
   EXPECT_EQ(attributes->creation_time, 5U);
 }
 
-TEST_F(RecordCallbacks, UpdateIsSaid) {
+TEST_F(RecordCallbacks, UpdateToAVrfThatExistsIsSaidAndDoesNothingElse) {
   NameVrf("green");
   Run();
   OnlyArea(VTAB);
   ClearPrints();
   AddVrf("green");
+  FillAttributes(AttributesOf("green"));
+  mpls_vpn_debug_flags[CHKPT].enabled.store(1);
+  mpls_vpn_debug_flags[ERR].enabled.store(1);
   Run();
   EXPECT_THAT(Prints(), ElementsAre("VTAB: VRF Callback event update"));
+  EXPECT_STREQ(AttributesOf("green")->description, "customer");
+  EXPECT_EQ(AttributesOf("green")->creation_time, 5U);
+  EXPECT_THAT(Traced("mpls_vpn/error"), IsEmpty());
+}
+
+// The update that takes a VRF's id away deletes its checkpoint record, or nobody would: there is no deletion
+// to come. The configuration keeps its texts, and the deletion of the name finds no record to report as
+// missing.
+TEST_F(RecordCallbacks, UpdateToAForwardReferenceDeletesTheCheckpointRecordOnce) {
+  NameVrf("green");
+  AddVrf("green");
+  Connect();
+  text_replace(&AttributesOf("green")->description, "customer");
+  ASSERT_NE(AttributesOf("green")->chkpt_objid, 0U);
+  OnlyArea(CHKPT);
+  mpls_vpn_debug_flags[VTAB].enabled.store(1);
+  mpls_vpn_debug_flags[ERR].enabled.store(1);
+  ClearPrints();
+  DeleteVrf("green");
+  Run();
+  EXPECT_THAT(Prints(),
+              ElementsAre("VTAB: VRF Callback event update", StartsWith("Checkpoint delete VRF objid = ")));
+  EXPECT_EQ(AttributesOf("green")->chkpt_objid, 0U);
+  EXPECT_STREQ(AttributesOf("green")->description, "customer");
+  EXPECT_THAT(Traced("mpls_vpn/error"), IsEmpty());
 }
 
 TEST_F(RecordCallbacks, VrfCallbackWhoseAccessFailsIsReported) {
@@ -381,6 +410,22 @@ TEST_F(RecordCallbacks, InterfaceOfTheDefaultVrfIsIgnoredWithoutAWord) {
   EXPECT_EQ(if_cb("ge0", "default"), kStatusOk);
   EXPECT_THAT(Prints(), IsEmpty());
   EXPECT_EQ(fault_reached("vtab_lock_begin_access_if_record"), 0U);
+}
+
+TEST_F(RecordCallbacks, InterfaceOfAVrfWhoseNameBeginsLikeDefaultIsNotIgnored) {
+  AddVrf("default1");
+  AddVrf("defaul");
+  AddInterface("ge0", "default1");
+  AddInterface("ge1", "defaul");
+  AddAddress("ge0", "10.0.0.1/24");
+  AddAddress("ge1", "10.0.1.1/24");
+  Run();
+  LinkUp("ge0");
+  LinkUp("ge1");
+  Run();
+  EXPECT_TRUE(Printed("VTAB: Interface ge0 Callback, vrf = default1"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge0 of VRF default1 came up"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge1 of VRF defaul came up"));
 }
 
 TEST_F(RecordCallbacks, InterfaceThatChangesIsSaidAndItsDirectionTraced) {

@@ -40,6 +40,21 @@
 #include "platform/vmap/vmap.h"
 #include "platform/vtab/vtab.h"
 
+// Lines that were said. The ends of an empty list are a failure of the test and the empty text.
+class SaidLines : public std::vector<std::string> {
+ public:
+  const std::string& front() const { return End(&vector::front); }
+  const std::string& back() const { return End(&vector::back); }
+
+ private:
+  const std::string& End(const_reference (vector::*which)() const) const {
+    static const std::string nothing;
+    if (!empty()) return (this->*which)();
+    ADD_FAILURE() << "nothing was said";
+    return nothing;
+  }
+};
+
 class DaemonTest : public testing::Test {
  protected:
   static constexpr std::uint32_t kStartSeconds = 1'700'000'000;
@@ -206,8 +221,8 @@ class DaemonTest : public testing::Test {
   // --- What was said
   // -----------------------------------------------------------------------------------------
 
-  std::vector<std::string> Prints() const {
-    std::vector<std::string> lines;
+  SaidLines Prints() const {
+    SaidLines lines;
     std::istringstream stream(prints_);
     for (std::string line; std::getline(stream, line);) lines.push_back(line);
     return lines;
@@ -239,10 +254,10 @@ class DaemonTest : public testing::Test {
     mpls_vpn_debug_flags[area].enabled.store(1);
   }
   // The texts in a trace buffer ("mpls_vpn/vtab"), oldest first, and the code of the last one.
-  std::vector<std::string> Traced(const std::string& buffer, Status* last_code = nullptr) const {
+  SaidLines Traced(const std::string& buffer, Status* last_code = nullptr) const {
     std::vector<TraceEntry> entries;
     EXPECT_EQ(trace_read(run_directory(), buffer, &entries), kStatusOk) << buffer;
-    std::vector<std::string> texts;
+    SaidLines texts;
     for (const TraceEntry& entry : entries) texts.push_back(entry.text);
     if (last_code != nullptr && !entries.empty()) *last_code = entries.back().code;
     return texts;
