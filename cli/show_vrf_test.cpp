@@ -184,6 +184,7 @@ TEST_F(ShowVrf, DetailShowsEverything) {
             "VRF red\n"
             "  description         Red Rail\n"
             "  route distinguisher 65000:10 (router file)\n"
+            "  vni                 -\n"
             "  state               up, administratively up\n"
             "  created             2023-11-13 21:13:20 UTC (1d01h ago)\n"
             "  last changed        2023-11-14 22:12:05 UTC (00:01:15 ago)\n"
@@ -256,6 +257,21 @@ TEST_F(ShowVrf, DetailShowsTheOriginOfEachItem) {
   EXPECT_EQ(vrf["routeThresholds"][0]["origin"], "operator");
   EXPECT_EQ(vrf["addressFamilies"][0]["routeTargets"][1]["origin"], "derived");
   EXPECT_EQ(vrf["addressFamilies"][0]["importRoutePolicyOrigin"], "router file");
+}
+
+TEST_F(ShowVrf, DetailShowsTheVni) {
+  AddBlueWithTables();
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  vni                 -\n"));
+  const Json without = AskForJson({"show", "vrf", "blue", "detail"})[0];
+  EXPECT_TRUE(without.at("vni").is_null() && without.at("vniOrigin").is_null()) << without;
+  const KvConfigNode node = vrf_config::vni("blue", vrf_config::kGreatestVni);
+  ASSERT_EQ(kvtree_config_commit(kConfigOwnerFrr, {{node.path, node.value}}, ""), kStatusOk);
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  vni                 16777215 (configured)\n"));
+  const Json with = AskForJson({"show", "vrf", "blue", "detail", "ipv4"})[0];
+  EXPECT_EQ(with["vni"], 16777215);
+  EXPECT_EQ(with["vniOrigin"], "configured");
 }
 
 // The row has one pair, which is 0 after the deletion of either family's.

@@ -25,8 +25,13 @@ VrfOrigins::VrfOrigins(const Session& session, kvtree::Client& client, const std
     if (page.status) throw request_failure(session, path, page.status);
     if (page.nodes.empty()) return;
     after = page.nodes.back().path;
-    for (kvtree::Node& node : page.nodes) owners_[std::move(node.path)] = std::move(node.owner);
+    for (kvtree::Node& node : page.nodes) take(std::move(node));
   }
+}
+
+void VrfOrigins::take(kvtree::Node node) {
+  if (node.path == vrf_config::vni(vrf_, 0).path) vni_ = node.value.number;
+  owners_[std::move(node.path)] = std::move(node.owner);
 }
 
 std::string VrfOrigins::of(const KvConfigNode& item) const {
@@ -58,6 +63,10 @@ std::string VrfOrigins::of_policy(std::uint32_t afi, Direction direction) const 
 
 std::string VrfOrigins::of_threshold(std::uint32_t afi) const {
   return of(vrf_config::route_threshold(vrf_, Family{afi}, 0, 0));
+}
+
+std::string VrfOrigins::of_vni() const {
+  return of(vrf_config::vni(vrf_, 0));
 }
 
 std::string with_origin(const std::string& value, const std::string& origin) {

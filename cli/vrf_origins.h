@@ -1,8 +1,9 @@
-// Where the configured items of a VRF come from.
+// Where the configured items of a VRF come from, and the value of the one that no record has: the VNI.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "cli/session.h"
@@ -22,12 +23,17 @@ class VrfOrigins {
   std::string of_target(std::uint32_t afi, vrf_config::Direction direction, const std::string& target) const;
   std::string of_policy(std::uint32_t afi, vrf_config::Direction direction) const;
   std::string of_threshold(std::uint32_t afi) const;
+  std::string of_vni() const;
+
+  std::optional<std::int64_t> vni() const { return vni_; }
 
  private:
+  void take(kvtree::Node node);
   std::string of(const KvConfigNode& item) const;
 
   std::string vrf_;
   std::map<std::string, std::string> owners_;  // by path
+  std::optional<std::int64_t> vni_{};
 };
 
 // "VALUE (ORIGIN)", or the value alone without an origin.

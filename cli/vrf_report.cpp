@@ -166,11 +166,16 @@ Json thresholds_json(const std::vector<FamilyThresholds>& thresholds, const VrfO
   return list;
 }
 
+std::string vni_text(const VrfOrigins& origins) {
+  return origins.vni() ? std::to_string(*origins.vni()) : "-";
+}
+
 void print_row(std::ostream& out, const mpls_vpn_mib_vrf& row,
                const std::vector<FamilyThresholds>& thresholds, const VrfOrigins& origins) {
   print_line(out, "  description", with_origin(or_dash(row.description), origins.of_description()));
   print_line(out, "  route distinguisher",
              with_origin(or_dash(row.rd), origins.of_rd(text_or_empty(row.rd))));
+  print_line(out, "  vni", with_origin(vni_text(origins), origins.of_vni()));
   print_line(out, "  state",
              fmt::format("{}, administratively {}", vrf_status_name(row.operStatus),
                          vrf_status_name(row.adminStatus)));
@@ -226,6 +231,8 @@ Json vrf_json(const VrfDetail& vrf, const VrfRequest& request) {
   Json json = vrf_row_json(vrf.row);
   json["descriptionOrigin"] = or_null(vrf.origins.of_description());
   json["rdOrigin"] = or_null(vrf.origins.of_rd(text_or_empty(vrf.row.rd)));
+  json["vni"] = vrf.origins.vni() ? Json(*vrf.origins.vni()) : Json();
+  json["vniOrigin"] = or_null(vrf.origins.of_vni());
   json["routeThresholds"] = thresholds_json(vrf.thresholds, vrf.origins);
   json["isBigVrf"] = vrf.shown.isBigVrf != 0;
   json["interfaces"] = interface_names(vrf.shown);
