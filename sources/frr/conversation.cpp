@@ -199,7 +199,7 @@ Answer read_shell_output(std::string_view text, std::string_view program, std::s
 }
 
 Conversation::Conversation(std::vector<std::string> shell, std::string_view program, Limits limits)
-    : command_(std::move(shell)), program_(program), limits_(limits) {
+    : command_(std::move(shell)), program_(program), limits_(limits), patience_now_(limits.patience) {
   command_.insert(command_.end(), {"-d", program_});
 }
 
@@ -221,7 +221,7 @@ Status Conversation::ask(EventManager* manager, Heard heard, const std::vector<s
     return status;
   }
   heard_ = std::move(heard);
-  patience_ = event_timer_start(manager_, limits_.patience, [this] { fail("no answer in time"); });
+  patience_ = event_timer_start(manager_, patience_now_, [this] { run_out(); });
   return kStatusOk;
 }
 
@@ -285,13 +285,15 @@ void Conversation::finish(Answer answer) {
   received_.clear();
   answer.first = !answered_;
   answered_ = answer.whole;
+  if (answered_) patience_now_ = limits_.patience;
   const Heard heard = std::exchange(heard_, nullptr);
   if (!answer.whole) end();
   if (heard) heard(answer);
 }
 
-void Conversation::fail(const std::string& reason) {
-  finish(not_whole(reason));
+void Conversation::run_out() {
+  patience_now_ = std::max(limits_.patience, std::min(2 * patience_now_, limits_.longest_patience));
+  finish(not_whole("no answer in time"));
 }
 
 void Conversation::end() {

@@ -40,8 +40,9 @@ struct Answer {
 class Conversation {
  public:
   struct Limits {
-    std::uint64_t patience = 10'000'000'000;  // nanoseconds until an answer must be whole
-    std::size_t answer_size = 32U << 20;      // octets
+    std::uint64_t patience = 10'000'000'000;  // nanoseconds until an answer must be whole; doubles each time
+    std::uint64_t longest_patience = 60'000'000'000;  // that it is not, up to this
+    std::size_t answer_size = 32U << 20;              // octets
   };
   using Heard = std::function<void(const Answer& answer)>;
 
@@ -64,12 +65,13 @@ class Conversation {
   Status send_question(const std::vector<std::string>& commands);
   void read_answer();
   void finish(Answer answer);
-  void fail(const std::string& reason);
+  void run_out();
   void reap(bool wait);
 
   std::vector<std::string> command_;
   std::string program_;
   Limits limits_;
+  std::uint64_t patience_now_;
   EventManager* manager_ = nullptr;
   Heard heard_{};
   pid_t shell_ = -1;

@@ -272,8 +272,33 @@ TEST_F(ConversationTest, SilentShellIsGivenUpInTime) {
   EXPECT_EQ(Await().reason, "no answer in time");
 }
 
+// On a busy machine the start of a shell alone may take longer than the patience: with the same patience
+// again it would never answer.
+TEST_F(ConversationTest, ShellIsGivenTwiceTheTimeAfterAnAnswerThatWasNotInTime) {
+  ManualClock clock(kNanosecondsPerSecond);
+  const auto is_heard_after = [&](std::uint64_t nanoseconds) {
+    suite.Become("bgpd", "silent");
+    EXPECT_EQ(Ask(), kStatusOk);
+    clock.advance(nanoseconds - 1);
+    event_run_pending(manager);
+    EXPECT_FALSE(heard.has_value()) << nanoseconds;
+    clock.advance(1);
+    EXPECT_EQ(Await().reason, "no answer in time");
+  };
+  const Conversation::Limits limits;
+  for (std::uint64_t patience = limits.patience; patience < limits.longest_patience; patience *= 2) {
+    is_heard_after(patience);
+  }
+  for (int i = 0; i < 2; ++i) is_heard_after(limits.longest_patience);
+  suite.Become("bgpd", "ok");
+  EXPECT_TRUE(AskAndAwait().whole);
+  is_heard_after(limits.patience);
+}
+
 TEST_F(ConversationTest, AnswerThatIsTooLargeIsGivenUp) {
-  Open({Conversation::Limits{}.patience, 100'000});
+  Conversation::Limits limits;
+  limits.answer_size = 100'000;
+  Open(limits);
   suite.Become("bgpd", "flood");
   EXPECT_EQ(AskAndAwait().reason, "its answer is too large");
 }
