@@ -82,7 +82,9 @@ bool load_source(const Settings& settings, std::string* error) {
   }
   std::string commit;
   if (replace_file_configuration({}, "there is no router file", &commit, error) != kStatusOk) return false;
-  host().kernel = std::make_unique<KernelSource>(&host().model);
+  KernelSourceSettings kernel;
+  kernel.vrf_ids = state_directory() + "/vrf_ids";
+  host().kernel = std::make_unique<KernelSource>(&host().model, kernel);
   host().descriptions = std::make_unique<VrfDescriptions>(&host().model);
   return host().kernel->load(error) == kStatusOk && host().descriptions->load(error) == kStatusOk;
 }

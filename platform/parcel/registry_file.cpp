@@ -1,13 +1,7 @@
 // Reading and writing of the registry file. The file belongs to the run directory and may be damaged or left
 // by another release: it is read with bounds, and what does not parse is left out.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <array>
-#include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string_view>
@@ -15,6 +9,7 @@
 
 #include "platform/base/directories.h"
 #include "platform/base/log.h"
+#include "platform/base/replace_file.h"
 #include "platform/parcel/registry.h"
 #include "platform/parcel/schema.h"
 
@@ -26,10 +21,6 @@ constexpr std::size_t kMaxFileSize = 4U << 20;
 
 std::string registry_path() {
   return run_directory() + "/parcel.registry";
-}
-
-Status last_error() {
-  return errno == 0 ? kStatusIo : static_cast<Status>(errno);
 }
 
 bool parse_number(std::string_view text, std::uint32_t* value) {
@@ -54,16 +45,6 @@ bool parse_line(std::string_view line, Definitions* definitions) {
     return false;
   }
   definitions->insert_or_assign(std::string(fields[0]), std::move(definition));
-  return true;
-}
-
-bool write_all(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t count = write(fd, text.data(), text.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(count));
-  }
   return true;
 }
 
@@ -101,18 +82,8 @@ Definitions read_registry_file() {
 Status write_registry_file(const Definitions& definitions) {
   std::error_code no_directory;
   std::filesystem::create_directories(run_directory(), no_directory);
-  const std::string path = registry_path();
-  const std::string beside = path + ".new";
-  const int fd = open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0664);
-  if (fd < 0) return no_directory ? static_cast<Status>(no_directory.value()) : last_error();
-  const bool written = write_all(fd, file_text(definitions));
-  const Status status = written ? kStatusOk : last_error();
-  if (close(fd) != 0 || !written || std::rename(beside.c_str(), path.c_str()) != 0) {
-    const Status failed = written ? last_error() : status;
-    unlink(beside.c_str());
-    return failed;
-  }
-  return kStatusOk;
+  const Status status = replace_file(registry_path(), file_text(definitions));
+  return no_directory && status != kStatusOk ? static_cast<Status>(no_directory.value()) : status;
 }
 
 }  // namespace parcel_detail

@@ -51,7 +51,7 @@ constexpr unsigned kMaxPostponements = 10;
 
 struct KernelSource::State {
   State(router::Router* model, const KernelSourceSettings& wanted)
-      : settings(wanted), reconciler(model), routes(model, wanted) {}
+      : settings(wanted), reconciler(model, wanted.vrf_ids), routes(model, wanted) {}
   ~State() { stop(); }
   State(const State&) = delete;
   State& operator=(const State&) = delete;

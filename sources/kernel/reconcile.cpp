@@ -23,8 +23,6 @@
 namespace kernel {
 namespace {
 
-constexpr std::uint32_t kSecondVrfOfTable = 0x80000000;
-
 std::string stand_in_name(std::uint32_t index) {
   return ":" + std::to_string(index);
 }
@@ -53,6 +51,8 @@ void Reconciler::run(const Mirror& mirror, const Changes& changes) {
   remove_interfaces(mirror, changes, indexes);
   delete_vrfs(mirror, changes, indexes);
   create_vrfs(mirror, indexes);
+  ids_.end_start();
+  ids_.keep(*model_);  // before the checkpoint writes what is saved under the ids
   free_names(mirror, indexes);
   set_interfaces(mirror, indexes);
 }
@@ -121,6 +121,8 @@ void Reconciler::delete_vrf(std::uint32_t index, const KnownVrf& vrf) {
   }
   if (!empty || !accepted(model_->delete_vrf(vrf.name), "delete VRF", vrf.name, index)) {
     vrfs_.emplace(index, vrf);
+  } else {
+    ids_.vrfs_changed();
   }
 }
 
@@ -139,27 +141,16 @@ void Reconciler::create_vrfs(const Mirror& mirror, const Indexes& indexes) {
   }
 }
 
-std::uint32_t Reconciler::free_vrf_id(std::uint32_t table) const {
-  std::uint32_t id = table;
-  if (model_->find_vrf_by_id(id) == nullptr) {
-    return id;
-  }
-  id |= kSecondVrfOfTable;
-  while (id == 0 || model_->find_vrf_by_id(id) != nullptr) {
-    ++id;
-  }
-  return id;
-}
-
 void Reconciler::create_vrf(const Link& link) {
   router::Vrf vrf;
   vrf.name = link.name;
-  vrf.id = free_vrf_id(link.vrf_table);
+  vrf.id = ids_.choose(*model_, link.name, link.vrf_table);
   vrf.ipv4_table = link.vrf_table;
   vrf.ipv6_table = link.vrf_table;
   vrf.description = link.alias;
   if (accepted(model_->create_vrf(vrf), "create VRF", link.name, link.index)) {
     vrfs_[link.index] = KnownVrf{link.name, link.vrf_table};
+    ids_.vrfs_changed();
   }
 }
 

@@ -1,11 +1,9 @@
 // From the mirror to the router model: what must be called so that the model says what the kernel says.
 //
 // A VRF device becomes a VRF and is no interface; every other link becomes an interface, in its VRF or in
-// "default". A VRF's id is its table number, which survives restarts. A second VRF device on the same table
-// (the kernel allows it) and one on table 1 (the id of "default") get 0x80000000 | table, or the next free
-// number from there on, and keep it as long as they live; among VRFs that appear together the lower ifIndex
-// comes first. A VRF that is renamed is deleted and created, its interfaces leaving and joining: in the model
-// a VRF is its name.
+// "default". A VRF gets its id (see vrf_ids.h) when it is created, the lower ifIndex first, and keeps it as
+// long as it exists. A VRF that is renamed is deleted and created, its interfaces leaving and joining: in the
+// model a VRF is its name.
 //
 // Main thread only. The model must outlive the reconciler.
 #pragma once
@@ -18,12 +16,15 @@
 
 #include "platform/router/router.h"
 #include "sources/kernel/mirror.h"
+#include "sources/kernel/vrf_ids.h"
 
 namespace kernel {
 
 class Reconciler {
  public:
-  explicit Reconciler(router::Router* model) : model_(model) {}
+  // `id_file`: see vrf_ids.h.
+  explicit Reconciler(router::Router* model, const std::string& id_file = {})
+      : model_(model), ids_(id_file) {}
   Reconciler(const Reconciler&) = delete;
   Reconciler& operator=(const Reconciler&) = delete;
 
@@ -53,10 +54,10 @@ class Reconciler {
 
   router::Interface wanted_interface(const Mirror& mirror, const Link& link) const;
   std::string wanted_vrf(const Mirror& mirror, const Link& link) const;
-  std::uint32_t free_vrf_id(std::uint32_t table) const;
   bool accepted(Status status, const char* operation, std::string_view name, std::uint32_t index);
 
   router::Router* model_;
+  VrfIds ids_;
   std::map<std::uint32_t, KnownVrf> vrfs_;             // made by us, by link index
   std::map<std::uint32_t, std::uint32_t> interfaces_;  // handles of the interfaces made by us, by link index
   Indexes displaced_;       // interfaces that a step of this run moved out of the way

@@ -7,6 +7,7 @@ and the command line must equal what `ip -j link` shows: the daemon reads interf
 when it started, and must not use what the list says of an interface that has changed since.
 """
 import subprocess
+import time
 import unittest
 
 from guest_system import GuestSystemTest  # noqa: F401  before system
@@ -66,6 +67,44 @@ class ChangedMembers(KernelWalk):
         old = index_of("d4")
         self.step("link del d4", "link set d2 name d4", "link set d1 name d2",
                   f"link add d1 index {old} type dummy", "link set d1 master red")
+
+    # --- VRFs, whose times are kept over a restart of the daemon ---
+
+    def times(self):
+        return {row["name"]: (row["creationTime"], row["confLastChanged"]) for row in self.system.cli_json("show", "vrf")}
+
+    def restart(self, *lines):
+        """The lines are applied while the daemon is down."""
+        self.system.kill("daemon")
+        batch(lines)
+        self.system.start_daemon()
+        self.step()
+
+    def second_vrf(self, name, table, index):
+        """A VRF beside red and blue, with times of its own."""
+        later = int(time.time()) + 1
+        while time.time() < later:
+            time.sleep(0.05)
+        self.step(f"link add {name} index {index} type vrf table {table}", f"link set {name} up")
+        self.assertGreater(self.times()[name][0], self.times()["red"][0])
+
+    def test_vrfs_of_one_table_keep_their_times_over_restarts(self):
+        self.second_vrf("low", 10, 3 if index_of("red") > 3 else 2)
+        self.second_vrf("high", 10, 900)
+        before = self.times()
+        self.restart()
+        self.assertEqual(self.times(), before)
+        self.step("link del red")
+        self.restart()
+        self.assertEqual(self.times(), {name: each for name, each in before.items() if name != "red"})
+
+    def test_vrf_that_takes_the_table_of_another_while_the_daemon_is_down_has_times_of_its_own(self):
+        before = self.times()
+        self.second_vrf("third", 30, 900)
+        began = int(time.time())
+        self.restart("link del blue", "link add new type vrf table 20", "link set new up")
+        self.assertGreaterEqual(self.times()["new"][0], began)
+        self.assertEqual(self.times()["red"], before["red"])
 
     # --- protocols, which are configured for names ---
 
