@@ -34,7 +34,7 @@ def target_errors(model, cells):
     numbers = sorted((vrf_of(index), index[-2]) for index in rows)
     counted = [(vrf, number) for vrf, group in itertools.groupby(numbers, lambda each: each[0])
                for number, _ in enumerate(group, 1)]
-    found = [f"route targets: only one has {sorted(seen ^ expected)}"] if seen != expected else []
+    found = [f"route targets: only one has {sorted(seen ^ expected, key=repr)}"] if seen != expected else []
     return found + ([f"route targets are numbered {numbers}"] if numbers != counted else [])
 
 

@@ -82,7 +82,7 @@ class Rig:
         self.watches += 1
         self.daemon_starts += 1
         name = f"watch{self.watches}"
-        self.system.spawn(name, str(BIN / "mplsvpn"), "--json", "watch")
+        self.system.spawn(name, str(BIN / "mplsvpn"), "--json", "watch", "traps")
         wait_until("watch", lambda: "watching for traps" in self.system.log(name))
         self.accepted_published, self.accepted_received = 0, len(self.sink.traps)
         self.states = States(Model(Kernel(), Suite()).active_vrfs())
