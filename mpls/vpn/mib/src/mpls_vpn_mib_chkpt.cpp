@@ -12,7 +12,7 @@
 // Main thread. O(1) a save, O(records) a restore.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 #include "platform/chkpt/chkpt.h"
 

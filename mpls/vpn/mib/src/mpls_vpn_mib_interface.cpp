@@ -12,10 +12,10 @@
 #include <cstring>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
 #include "platform/vtab/vtab.h"
 

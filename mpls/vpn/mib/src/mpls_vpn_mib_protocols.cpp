@@ -11,9 +11,9 @@
 #include <cstring>
 #include <limits>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_notify_args.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mutex.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 

@@ -5,9 +5,6 @@
 // subscriptions are a table: path, wanted events, entry point, and the texts by which operators know its
 // failures.
 //
-// Every bind, subscription and unbind is preceded by a look at the data store's library file, until it was
-// found once: a store that is not installed is told from one that refuses.
-//
 // Ownership: connections are kept for the life of the process; a connection whose registration failed is
 // unbound. Main thread, before the event loop runs, so that no handler can run but those of the replay.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov.h"
@@ -16,47 +13,18 @@
 #include <iterator>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_connection.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_routes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_walk.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_traps.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_trap_switches.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vmap.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_config.h"
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
 #include "platform/ifindex/ifindex.h"
-#include "platform/proc/proc.h"
-
-KvConnection* prov_kvtree_conn_h = nullptr;
 
 namespace {
-
-// --- The data store's library
-
-bool data_store_found = false;
-
-Status check_data_store() {
-  if (data_store_found) return kStatusOk;
-  if (proc_file_readable(kvtree_library_path()) != kStatusOk) return kStatusUnavailable;
-  data_store_found = true;
-  return kStatusOk;
-}
-
-Status bind_path(KvConnection** connection, const char* path, std::uint32_t mode) {
-  const Status rc = check_data_store();
-  return rc != kStatusOk ? rc : kvtree_bind(connection, path, mode);
-}
-
-Status unbind_connection(KvConnection* connection) {
-  const Status rc = check_data_store();
-  return rc != kStatusOk ? rc : kvtree_unbind(connection);
-}
-
-void give_up_connection(KvConnection** connection, const char* function) {
-  const Status rc = unbind_connection(*connection);
-  if (rc != kStatusOk) mpls_vpn_error(function, "kvtree_unbind failed", rc);
-  *connection = nullptr;
-}
 
 // --- Provider
 
@@ -90,10 +58,10 @@ Status register_functions(EventManager* evm) {
 }
 
 Status register_prov_server(EventManager* evm) {
-  Status rc = bind_path(&prov_kvtree_conn_h, "/oper/mpls_vpn/gl/", kKvBindProvider);
+  Status rc = mpls_vpn_mib_bind(&prov_kvtree_conn_h, "/oper/mpls_vpn/gl/", kKvBindProvider);
   if (rc == kStatusOk) {
     rc = register_functions(evm);
-    if (rc != kStatusOk) give_up_connection(&prov_kvtree_conn_h, "register_prov_server");
+    if (rc != kStatusOk) mpls_vpn_mib_unbind(&prov_kvtree_conn_h, "register_prov_server");
   } else {
     mpls_vpn_trace(kTraceError, rc, "register_prov_server: kvtree_bind");
   }
@@ -154,20 +122,20 @@ struct Subscribed {
 std::array<Subscribed, std::size(kSubscriptions)> subscribed{};
 
 Status register_notification(const Subscription& what, Subscribed* place, EventManager* evm) {
-  Status rc = check_data_store();
+  Status rc = mpls_vpn_mib_check_data_store();
   if (rc == kStatusOk) {
     rc = kvtree_register_notification(place->connection, "", what.events, what.entry, evm, 0, 0, 4,
                                       &place->registration);
   }
   if (rc != kStatusOk) {
     mpls_vpn_error(what.function, "kvtree_register_notification failed", rc);
-    give_up_connection(&place->connection, what.function);
+    mpls_vpn_mib_unbind(&place->connection, what.function);
   }
   return rc;
 }
 
 Status subscribe(const Subscription& what, Subscribed* place, EventManager* evm) {
-  Status rc = bind_path(&place->connection, what.path, kKvBindConfiguration);
+  Status rc = mpls_vpn_mib_bind(&place->connection, what.path, kKvBindConfiguration);
   if (rc != kStatusOk) {
     mpls_vpn_error(what.function, what.bind_failure, rc);
   } else {
@@ -261,10 +229,10 @@ Status mpls_vpn_mib_prov_init(EventManager* evm) {
 void mpls_vpn_mib_prov_end() {
   bgp_vpn_rd_unregister_cb();
   for (Subscribed& one : subscribed) {
-    if (one.connection != nullptr) give_up_connection(&one.connection, "mpls_vpn_mib_prov_end");
+    if (one.connection != nullptr) mpls_vpn_mib_unbind(&one.connection, "mpls_vpn_mib_prov_end");
     one.registration = nullptr;
   }
-  if (prov_kvtree_conn_h != nullptr) give_up_connection(&prov_kvtree_conn_h, "mpls_vpn_mib_prov_end");
+  if (prov_kvtree_conn_h != nullptr) mpls_vpn_mib_unbind(&prov_kvtree_conn_h, "mpls_vpn_mib_prov_end");
   backend_scan_in_progress = 0;
-  data_store_found = false;
+  mpls_vpn_mib_forget_data_store();
 }

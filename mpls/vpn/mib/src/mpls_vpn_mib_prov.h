@@ -4,10 +4,6 @@
 
 #include "platform/base/status.h"
 #include "platform/evm/evm.h"
-#include "platform/kvtree/kvtree.h"
-
-// The provider's connection; null until it is bound. Notifications of the daemon are sent on it.
-extern KvConnection* prov_kvtree_conn_h;
 
 // Registers provider, subscriptions, membership client and record descriptions. What exists already is
 // replayed to the handlers before this returns, with backend_scan_in_progress set. 0, or the code of the

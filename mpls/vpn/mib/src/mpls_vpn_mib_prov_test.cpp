@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_connection.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_test_support.h"
 
 // --wrap in the build file puts these in the place of the data store's, which does not use every argument.

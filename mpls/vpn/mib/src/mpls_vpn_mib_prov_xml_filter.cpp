@@ -4,9 +4,9 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_xml_filter.h"
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt_dbase.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 // same. Main thread; no lock.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_threshold_events.h"
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 #include "platform/parcel/parcel.h"

@@ -10,8 +10,8 @@
 
 #include <cerrno>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 #include "platform/timer/timer.h"
 #include "platform/vtab/vtab.h"

@@ -13,7 +13,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_info.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_traps.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_trap_notification.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_counters.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 

@@ -1,9 +1,10 @@
 // The switches of the notifications, and the road of one to a watching client.
-#include "mpls/vpn/mib/src/mpls_vpn_mib_traps.h"
-
 #include <fstream>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_trap_notification.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_trap_switches.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trap_test_support.h"
 
 namespace {

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_membership.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_parcel.h"
@@ -18,7 +19,6 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route_modules.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_counters.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_dbase.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
 
 namespace {

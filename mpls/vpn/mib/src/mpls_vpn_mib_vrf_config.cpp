@@ -7,6 +7,7 @@
 
 #include <array>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_notify_args.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"

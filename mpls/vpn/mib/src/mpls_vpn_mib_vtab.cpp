@@ -14,6 +14,7 @@
 
 #include <cstring>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mutex.h"

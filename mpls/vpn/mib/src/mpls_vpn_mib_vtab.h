@@ -1,44 +1,15 @@
 // The daemon as a client of the record service: the private attribute block in every VRF record, records
 // found or made by name, the time stamps, and the two callbacks.
 //
-// Threads: everything on the main thread. Attribute blocks are read and written there without a lock; the
-// callbacks hold the record's access first and mpls_vpn_mutex inside it.
+// Threads: everything on the main thread. The callbacks hold the record's access first and mpls_vpn_mutex
+// inside it.
 #pragma once
 
 #include <cstdint>
 
-#include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "platform/base/status.h"
 #include "platform/evm/evm.h"
 #include "platform/vtab/vtab.h"
-
-inline constexpr unsigned kMplsVpnFamilies = 2;  // element 0 IPv4, element 1 IPv6
-
-// What the daemon knows of a VRF beyond its membership. The record service hands the block over zero-filled
-// and keeps it as long as the record. The texts are heap copies; whoever replaces one frees the old copy.
-// Times are seconds since 1970-01-01 00:00:00 UTC.
-struct mpls_vpn_vrf_attr {
-  char* rd;           // route distinguisher, may be null
-  char* description;  // may be null
-  std::uint32_t creation_time;
-  std::uint32_t conf_last_changed_time;
-  std::uint32_t protocol_count[kMplsVpnProtocols];  // VRF-wide enablings in force, by routing protocol
-  std::uint64_t chkpt_objid;                        // 0: no checkpoint record
-  std::uint32_t high_thresh;                        // routes
-  std::uint32_t mid_thresh;                         // routes
-  char* import_route_policy[kMplsVpnFamilies];
-  char* export_route_policy[kMplsVpnFamilies];
-  std::uint32_t curr_num_routes;
-  std::uint32_t high_thresh_exceeded;                    // 0 or 1
-  std::uint32_t is_big_vrf;                              // 0 or 1
-  char* flowspec_import_route_policy[kMplsVpnFamilies];  // SAFI 133; never written
-  char* flowspec_export_route_policy[kMplsVpnFamilies];
-};
-
-// The block of a record. REQUIRES: record is not null, and was made after mpls_vpn_mib_vtab_init.
-inline mpls_vpn_vrf_attr* mpls_vpn_vrf_attributes(const VtabVrfRecord* record) {
-  return static_cast<mpls_vpn_vrf_attr*>(record->attributes);
-}
 
 // Registers with the record service. 0, or the code of the first step that failed. Fault points: the record
 // service's own.

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <type_traits>
 
+#include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_test_fixture.h"
 #include "platform/base/memory.h"
 #include "platform/vtab/service.h"

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "mpls/vpn/mib/src/mpls_vpn_mib_prov.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_prov_connection.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_timer.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_info.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
