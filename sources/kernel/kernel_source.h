@@ -29,7 +29,7 @@ struct KernelSourceSettings {
   std::uint64_t settle = 20'000'000;      // nanoseconds from a first event to the model's change
   std::uint64_t reread = 30'000'000'000;  // nanoseconds between readings of everything
   std::uint64_t retry = 100'000'000;      // nanoseconds between readings that losses or failures ask for
-  std::string vrf_ids;                    // the file that keeps the ids of VRFs; see vrf_ids.h
+  std::string vrf_ids{};                  // the file that keeps the ids of VRFs; see vrf_ids.h
   std::uint64_t route_reread = 600'000'000'000;  // nanoseconds between readings of a routing table
 };
 
