@@ -104,6 +104,12 @@ class LiveSuite:
 
     # --- what the suite states ---
 
+    def describe(self):
+        """[(command, answer)] for whoever looks for the reason of a mismatch."""
+        asked = ("show running-config", "show bgp vrfs", "show bgp ipv4 vpn", "show bgp ipv6 vpn", "show ip ospf vrf all interface",
+                 "show ip rip", "show ip route vrf all", "show ipv6 route vrf all", "show interface vrf all")
+        return [(command, self.suite.shell("-c", command).stdout) for command in asked]
+
     def state(self, kernel, places):
         """`places`: {VRF: its place}."""
         state = Suite()

@@ -1,6 +1,7 @@
 """Runs batches of operations on a fresh system, each run in a process and a network namespace of its own."""
 import json
 import os
+import pathlib
 import sys
 import time
 import traceback
@@ -9,6 +10,8 @@ from compare import Comparison
 from rig import Rig, enter_new_namespace
 from times import Times
 from world import VRF_NAMES
+
+OUT = pathlib.Path(os.environ.get("UML_OUT", "."))
 
 BOUND, SUITE_BOUND = 12.0, 40.0  # s, times SLOW
 PLACES = {name: place for place, name in enumerate(VRF_NAMES, 1)}
@@ -50,9 +53,17 @@ def run_batches(seed, batches, settings, report):
             run.lines, run.failed_lines, run.seconds = rig.lines, rig.failed_lines, time.monotonic() - began
             report(run)
             if run.errors:
+                save_description(seed, rig)
                 break
     finally:
         rig.close()
+
+
+def save_description(seed, rig):
+    """Beside the sequence of operations; that of the whole one, not of attempts to shorten it."""
+    path = OUT / f"churn-{seed}-system"
+    if not path.exists():
+        path.write_text(rig.describe())
 
 
 def run_batch(rig, comparison, batch, bound):

@@ -172,6 +172,18 @@ class Rig:
     def suite_says(self, kernel):
         return self.live.state(kernel, self.places) if self.live else Suite()
 
+    def describe(self):
+        """What whoever looks for the reason of a mismatch wants to see."""
+        commands = [("ip", "-d", "addr", "show"), ("ip", "-4", "route", "show", "table", "all"),
+                    ("ip", "-6", "route", "show", "table", "all"), ("ip", "nexthop", "show")]
+        shown = [subprocess.run(words, capture_output=True, text=True, check=False) for words in commands]
+        said = [(" ".join(one.args), one.stdout + one.stderr) for one in shown]
+        said += [(" ".join(("mplsvpn", *words)), self.system.cli(*words).stdout)
+                 for words in (("config", "show"), ("show", "vrf", "detail"), ("show", "interfaces"), ("show", "route-targets"))]
+        said += [(path.name, path.read_text(errors="replace")) for path in sorted(self.system.folder.glob("*.log"))]
+        said += self.live.describe() if self.live else []
+        return "".join(f"=== {what}\n{text}\n" for what, text in said)
+
     # --- traps ---
 
     def published(self):

@@ -12,8 +12,9 @@ PROMPT = re.compile(rb"(?:^|\n)" + HOSTNAME.encode() + rb"(\([^)]*\))?# $")
 
 class Shell:
     def __init__(self, words):
+        environment = {name: value for name, value in os.environ.items() if name != "VTYSH_PAGER"}  # a process for each command
         self.process = subprocess.Popen(words, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                        env=dict(os.environ, VTYSH_PAGER="cat"), cwd="/")
+                                        env=environment, cwd="/")
         self.read_answer()
 
     def close(self):
