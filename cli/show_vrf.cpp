@@ -34,19 +34,20 @@ void find_all(const Session& session, kvtree::Client& client, const VrfRequest& 
   RowWalk<mpls_vpn_mib_vrf>(session, client, kVrfTable, {filtered, sink.batch_end}).run(first_vrf_path(""));
 }
 
-void find(const Session& session, const VrfRequest& request, const VrfSink& sink) {
-  const auto client = connect_to_daemon(session);
-  request.name.empty() ? find_all(session, *client, request, sink)
-                       : find_named(session, *client, request, sink);
+void find(const Session& session, kvtree::Client& client, const VrfRequest& request, const VrfSink& sink) {
+  request.name.empty() ? find_all(session, client, request, sink)
+                       : find_named(session, client, request, sink);
 }
 
 void show_as_json(const Session& session, const VrfRequest& request) {
+  const auto client = connect_to_daemon(session);
+  const bool is_counted = are_routes_counted(*client);
   JsonList list(session.out);
   const auto add = [&](const mpls_vpn_mib_vrf& row) {
-    list.add(vrf_row_json(row));
+    list.add(vrf_row_json(row, is_counted));
     return true;
   };
-  find(session, request, {add});
+  find(session, *client, request, {add});
   list.end();
 }
 
@@ -55,6 +56,8 @@ std::string or_dash(const char* text) {
 }
 
 void show_as_table(const Session& session, const VrfRequest& request) {
+  const auto client = connect_to_daemon(session);
+  const bool is_counted = are_routes_counted(*client);
   Table table(session.out, {{"VRF"},
                             {"RD"},
                             {"STATE"},
@@ -66,10 +69,10 @@ void show_as_table(const Session& session, const VrfRequest& request) {
   const auto add = [&](const mpls_vpn_mib_vrf& row) {
     table.add({text_or_empty(row.name), or_dash(row.rd), vrf_status_name(row.operStatus),
                std::to_string(row.associatedInterfaces), std::to_string(row.activeInterfaces),
-               std::to_string(row.currNumRoutes), age_text(row.confLastChanged), or_dash(row.description)});
+               route_count(row, is_counted), age_text(row.confLastChanged), or_dash(row.description)});
     return true;
   };
-  find(session, request, {add, [&table] { table.flush(); }});
+  find(session, *client, request, {add, [&table] { table.flush(); }});
 }
 
 // --- Invalid VRFs -------------------------------------------------------------------------------

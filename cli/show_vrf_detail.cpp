@@ -26,12 +26,17 @@ using Rows = std::map<std::string, std::unique_ptr<VrfRow>>;
 class Details {
  public:
   Details(const Session& session, kvtree::Client& client, const VrfRequest& request)
-      : session_(session), client_(client), request_(request), list_(session.out) {}
+
+      : session_(session),
+        client_(client),
+        request_(request),
+        are_routes_counted_(are_routes_counted(client)),
+        list_(session.out) {}
 
   void add(const mpls_vpn_mib_vrf& row, const kvtree::Octets& record) {
     const ShownVrf shown(session_, provider_path("vrf-detail"), kShowVrfParcel, record);
     const std::string name = text_or_empty(row.name);
-    const VrfDetail vrf{row, *shown, read_thresholds(session_, client_, name, request_),
+    const VrfDetail vrf{row, *shown, are_routes_counted_, read_thresholds(session_, client_, name, request_),
                         VrfOrigins(session_, client_, name)};
     if (session_.json) {
       list_.add(vrf_json(vrf, request_));
@@ -49,6 +54,7 @@ class Details {
   const Session& session_;
   kvtree::Client& client_;
   const VrfRequest& request_;
+  const bool are_routes_counted_;
   JsonList list_;
   bool is_first_ = true;
 };

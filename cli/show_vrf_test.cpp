@@ -91,6 +91,19 @@ TEST_F(ShowVrf, JsonHasTheRecordsKeys) {
                                                   {"discTime", 0}}));
 }
 
+TEST_F(ShowVrf, NumberOfRoutesIsUnknownWhileRoutesCannotBeRead) {
+  AddRed();
+  kvtree_guard("/oper/mpls_vpn/gl/route", [] { return kStatusNoRouteModule; });
+  EXPECT_EQ(AskForJson({"show", "vrf"})[0]["currNumRoutes"], Json());
+  EXPECT_EQ(AskForJson({"show", "vrf", "red", "detail"})[0]["currNumRoutes"], Json());
+  EXPECT_EQ(Ask({"show", "vrf", "red"}), kExitOk);
+  EXPECT_THAT(Out(), HasSubstr(" 1  unknown  00:01:15"));
+  EXPECT_EQ(Ask({"show", "vrf", "red", "detail"}), kExitOk);
+  EXPECT_THAT(Out(), HasSubstr("routes              unknown now, 0 added"));
+  kvtree_guard("/oper/mpls_vpn/gl/route", nullptr);
+  EXPECT_EQ(AskForJson({"show", "vrf"})[0]["currNumRoutes"], 7);
+}
+
 TEST_F(ShowVrf, NoVrfIsAnEmptyList) {
   EXPECT_EQ(AskForJson({"show", "vrf"}), Json::array());
   EXPECT_EQ(AskForJson({"show", "vrf", "detail"}), Json::array());

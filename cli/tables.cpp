@@ -73,6 +73,13 @@ std::string route_path(const std::string& read, const std::string& vrf, std::int
                      next_hop);
 }
 
+// The rows hold counts in any case. A read of a route fails without a module, whether or not the route
+// exists.
+bool are_routes_counted(kvtree::Client& client) {
+  const std::string path = route_path("route", "", kIpv4, 0, kNoAddress, kNoAddress);
+  return client.get(path).status != kStatusNoRouteModule;
+}
+
 void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf) {
   const std::string path = provider_path("vrf", vrf);
   const Status status = client.get(path).status;

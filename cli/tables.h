@@ -29,6 +29,9 @@ std::string first_route_path(const std::string& vrf);
 std::string route_path(const std::string& read, const std::string& vrf, std::int32_t type,
                        std::uint32_t length, const std::string& destination, const std::string& next_hop);
 
+// False while the daemon lacks a module of the routing table: the route counts of VRF rows are unknown then.
+bool are_routes_counted(kvtree::Client& client);
+
 // Failure when there is no such VRF; it tells an invalid one (interfaces name it, but it is not there) from
 // one of which nothing is known.
 void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf);

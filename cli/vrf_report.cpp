@@ -170,8 +170,9 @@ std::string vni_text(const VrfOrigins& origins) {
   return origins.vni() ? std::to_string(*origins.vni()) : "-";
 }
 
-void print_row(std::ostream& out, const mpls_vpn_mib_vrf& row,
-               const std::vector<FamilyThresholds>& thresholds, const VrfOrigins& origins) {
+void print_row(std::ostream& out, const VrfDetail& vrf) {
+  const mpls_vpn_mib_vrf& row = vrf.row;
+  const VrfOrigins& origins = vrf.origins;
   print_line(out, "  description", with_origin(or_dash(row.description), origins.of_description()));
   print_line(out, "  route distinguisher",
              with_origin(or_dash(row.rd), origins.of_rd(text_or_empty(row.rd))));
@@ -182,15 +183,19 @@ void print_row(std::ostream& out, const mpls_vpn_mib_vrf& row,
   print_line(out, "  created", time_line(row.creationTime));
   print_line(out, "  last changed", time_line(row.confLastChanged));
   print_line(out, "  routes",
-             fmt::format("{} now, {} added, {} deleted, {} dropped", row.currNumRoutes, row.routesAdded,
-                         row.routesDeleted, row.routesDropped));
-  print_thresholds(out, thresholds, origins);
+             fmt::format("{} now, {} added, {} deleted, {} dropped", route_count(row, vrf.are_routes_counted),
+                         row.routesAdded, row.routesDeleted, row.routesDropped));
+  print_thresholds(out, vrf.thresholds, origins);
   print_line(out, "  illegal labels", std::to_string(row.illegalLabelViolations));
 }
 
 }  // namespace
 
-Json vrf_row_json(const mpls_vpn_mib_vrf& row) {
+std::string route_count(const mpls_vpn_mib_vrf& row, bool are_routes_counted) {
+  return are_routes_counted ? std::to_string(row.currNumRoutes) : "unknown";
+}
+
+Json vrf_row_json(const mpls_vpn_mib_vrf& row, bool are_routes_counted) {
   return {{"name", text_or_empty(row.name)},
           {"description", text_or_empty(row.description)},
           {"rd", text_or_empty(row.rd)},
@@ -214,7 +219,7 @@ Json vrf_row_json(const mpls_vpn_mib_vrf& row) {
           {"discontinuityTime", row.discontinuityTime},
           {"routesAdded", row.routesAdded},
           {"routesDeleted", row.routesDeleted},
-          {"currNumRoutes", row.currNumRoutes},
+          {"currNumRoutes", are_routes_counted ? Json(row.currNumRoutes) : Json()},
           {"routesDropped", row.routesDropped},
           {"discTime", row.discTime}};
 }
@@ -228,7 +233,7 @@ std::vector<std::string> interface_names(const mpls_vpn_vrf& shown) {
 }
 
 Json vrf_json(const VrfDetail& vrf, const VrfRequest& request) {
-  Json json = vrf_row_json(vrf.row);
+  Json json = vrf_row_json(vrf.row, vrf.are_routes_counted);
   json["descriptionOrigin"] = or_null(vrf.origins.of_description());
   json["rdOrigin"] = or_null(vrf.origins.of_rd(text_or_empty(vrf.row.rd)));
   json["vni"] = vrf.origins.vni() ? Json(*vrf.origins.vni()) : Json();
@@ -241,9 +246,10 @@ Json vrf_json(const VrfDetail& vrf, const VrfRequest& request) {
 }
 
 void print_vrf(std::ostream& out, const VrfDetail& vrf, const VrfRequest& request) {
-  const auto& [row, shown, thresholds, origins] = vrf;
+  const mpls_vpn_mib_vrf& row = vrf.row;
+  const mpls_vpn_vrf& shown = vrf.shown;
   fmt::print(out, "VRF {}\n", or_dash(row.name));
-  print_row(out, row, thresholds, origins);
+  print_row(out, vrf);
   print_line(out, "  big", shown.isBigVrf != 0 ? "yes" : "no");
   std::vector<std::string> names = interface_names(shown);
   for (std::string& name : names) name = printable(name);
@@ -251,7 +257,7 @@ void print_vrf(std::ostream& out, const VrfDetail& vrf, const VrfRequest& reques
              fmt::format("{}, {} active", row.associatedInterfaces, row.activeInterfaces));
   print_words(out, "  interfaces", names);
   for (const mpls_vpn_afi_safi& table : elements<mpls_vpn_afi_safi>(shown.AF)) {
-    if (is_wanted(table, request)) print_table(out, table, origins);
+    if (is_wanted(table, request)) print_table(out, table, vrf.origins);
   }
 }
 

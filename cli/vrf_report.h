@@ -11,13 +11,16 @@
 
 namespace cli {
 
-// Of the MIB row alone.
-Json vrf_row_json(const mpls_vpn_mib_vrf& row);
+// Of the MIB row alone. The number of routes is null unless routes are counted.
+Json vrf_row_json(const mpls_vpn_mib_vrf& row, bool are_routes_counted);
+// "unknown" unless routes are counted.
+std::string route_count(const mpls_vpn_mib_vrf& row, bool are_routes_counted);
 
 // Everything that is known of one VRF.
 struct VrfDetail {
   const mpls_vpn_mib_vrf& row;
   const mpls_vpn_vrf& shown;
+  bool are_routes_counted;
   std::vector<FamilyThresholds> thresholds;
   VrfOrigins origins;
 };

@@ -66,7 +66,30 @@ TEST_F(L3vpnTablesTest, SecurityAndPerformanceRowsAreTheVrfsRows) {
   EXPECT_EQ(Shown(cell(kPerformance, 3, "red")), "4 gauge");
   EXPECT_EQ(Shown(cell(kPerformance, 4, "red")), "5 counter");
   EXPECT_EQ(Shown(cell(kPerformance, 5, "red")), "0 ticks");
-  EXPECT_EQ(daemon_.reads, 1) << "one window for three tables";
+  EXPECT_EQ(daemon_.reads, 2) << "one window for three tables, and whether routes can be read";
+}
+
+TEST_F(L3vpnTablesTest, NumberOfRoutesFailsWhileRoutesCannotBeRead) {
+  daemon_.AddVrf("red");
+  daemon_.route_status = kStatusNoRouteModule;
+  EXPECT_EQ(Get(cell(kPerformance, 3, "red")), Answer::kFailed);
+  EXPECT_EQ(Next(cell(kPerformance, 2, "red")), "failed");
+  EXPECT_EQ(Get(cell(kPerformance, 3, "blue")), Answer::kNoSuchInstance) << "there is no such row";
+  EXPECT_EQ(Shown(cell(kPerformance, 2, "red")), "0 counter");
+  EXPECT_EQ(Next(cell(kPerformance, 3, "red")), oid::to_text(cell(kPerformance, 4, "red").view()));
+  daemon_.route_status = kStatusNoSuchRow;
+  EXPECT_EQ(Get(cell(kPerformance, 3, "red")), Answer::kFailed) << "kept for as long as the row is";
+  clock_.advance(kNanosecondsPerSecond);
+  EXPECT_EQ(Shown(cell(kPerformance, 3, "red")), "0 gauge");
+}
+
+TEST_F(L3vpnTablesTest, DiscardForgetsWhetherRoutesCanBeRead) {
+  daemon_.AddVrf("red");
+  EXPECT_EQ(Get(cell(kPerformance, 3, "red")), Answer::kValue);
+  daemon_.route_status = kStatusNoRouteModule;
+  EXPECT_EQ(Get(cell(kPerformance, 3, "red")), Answer::kValue);
+  mib_.discard();
+  EXPECT_EQ(Get(cell(kPerformance, 3, "red")), Answer::kFailed);
 }
 
 TEST_F(L3vpnTablesTest, VrfWithNothingSetHasEveryInstance) {

@@ -27,7 +27,8 @@ Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age
   for (const Table& table : tables) {
     RowCache* const cache = cache_of(*table.rows, source, row_age_ns);
     for (const Column& column : table.columns) {
-      Object object{oid::Oid(table.prefix), column.syntax, column.slot, cache};
+      Object object{oid::Oid(table.prefix), column.syntax, column.slot, cache,
+                    readable_path(column.known_while, source, row_age_ns)};
       object.name.append(column.number);
       objects_.push_back(object);
     }
@@ -45,8 +46,18 @@ RowCache* Mib::cache_of(const RowSet& set, RowSource& source, std::uint64_t row_
   return caches_.back().get();
 }
 
+ReadablePath* Mib::readable_path(const char* path, RowSource& source, std::uint64_t row_age_ns) {
+  if (path == nullptr) return nullptr;
+  for (const std::unique_ptr<ReadablePath>& readable : readable_paths_) {
+    if (readable->path() == path) return readable.get();
+  }
+  readable_paths_.push_back(std::make_unique<ReadablePath>(path, source, row_age_ns));
+  return readable_paths_.back().get();
+}
+
 void Mib::discard() {
   for (const std::unique_ptr<RowCache>& cache : caches_) cache->discard();
+  for (const std::unique_ptr<ReadablePath>& readable : readable_paths_) readable->discard();
 }
 
 // Position of the object that the name is in, or of the first object after the name.
@@ -77,8 +88,7 @@ Answer Mib::get(oid::View name, Variable* variable) {
       break;
   }
   if (std::is_neq(oid::compare(row.index(), instance))) return Answer::kNoSuchInstance;
-  *variable = {object.name.view(), row.index(), object.syntax, cell_of(object, row)};
-  return Answer::kValue;
+  return answer_with(object, row, variable);
 }
 
 Answer Mib::next(oid::View start, bool include, oid::View end, Variable* variable) {
@@ -93,6 +103,12 @@ Answer Mib::next(oid::View start, bool include, oid::View end, Variable* variabl
     if (answer != Answer::kNoSuchInstance) return answer;
   }
   return Answer::kEnd;
+}
+
+Answer Mib::answer_with(const Object& object, const RowRef& row, Variable* variable) const {
+  if (object.known_while != nullptr && !object.known_while->is_readable()) return Answer::kFailed;
+  *variable = {object.name.view(), row.index(), object.syntax, cell_of(object, row)};
+  return Answer::kValue;
 }
 
 Cell Mib::cell_of(const Object& object, const RowRef& row) const {
@@ -119,8 +135,7 @@ Answer Mib::next_in(const Object& object, oid::View instance, bool after, oid::V
       break;
   }
   if (beyond(row.index())) return Answer::kEnd;
-  *variable = {object.name.view(), row.index(), object.syntax, cell_of(object, row)};
-  return Answer::kValue;
+  return answer_with(object, row, variable);
 }
 
 }  // namespace tables

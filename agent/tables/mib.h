@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "agent/oid/oid.h"
+#include "agent/tables/readable_path.h"
 #include "agent/tables/row_cache.h"
 #include "agent/tables/row_set.h"
 #include "agent/tables/row_source.h"
@@ -27,6 +28,8 @@ struct Column {
   std::uint32_t number;
   Syntax syntax;
   std::size_t slot;  // of the row set's rows
+  // When set: the values are known only while a read of this path finds a record or no such row.
+  const char* known_while = nullptr;
 };
 
 // One conceptual table (or group of scalars) over a row set.
@@ -70,14 +73,19 @@ class Mib {
     Syntax syntax;
     std::size_t slot;
     RowCache* rows;
+    ReadablePath* known_while;
   };
 
   RowCache* cache_of(const RowSet& set, RowSource& source, std::uint64_t row_age_ns);
+  ReadablePath* readable_path(const char* path, RowSource& source, std::uint64_t row_age_ns);
   std::size_t first_object_from(oid::View name) const;
+  // kValue, or kFailed while the values of this object are unknown.
+  Answer answer_with(const Object& object, const RowRef& row, Variable* variable) const;
   Cell cell_of(const Object& object, const RowRef& row) const;
   Answer next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable);
 
   std::vector<std::unique_ptr<RowCache>> caches_;  // one a row set, whatever the number of tables on it
+  std::vector<std::unique_ptr<ReadablePath>> readable_paths_;  // one for each path
   std::optional<std::int64_t> up_time_zero_;
   std::vector<Object> objects_;  // sorted by name; no name begins with another
 };

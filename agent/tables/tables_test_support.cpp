@@ -19,6 +19,7 @@ namespace {
 constexpr std::string_view kRoot = "/oper/mpls_vpn/gl/";
 constexpr std::int32_t kLocal = 3;  // a route without next hop
 constexpr std::string_view kScalars = "/oper/mpls_vpn/gl/scalars";
+constexpr std::string_view kExactRoutes = "/oper/mpls_vpn/gl/route/";
 
 kvtree::Octets encode(const ParcelDescription& description, const void* record) {
   std::uint8_t* data = nullptr;
@@ -101,6 +102,7 @@ bool FakeDaemon::fails() {
 kvtree::GetResult FakeDaemon::get(std::string_view path) {
   paths.emplace_back(path);
   if (fails()) return {status, {}};
+  if (path.starts_with(kExactRoutes)) return {route_status, {}};
   if (path != kScalars) return {kStatusUnknownPath, {}};
   return {kStatusOk, encode(kMibScalarsParcel, &scalars)};
 }

@@ -78,8 +78,9 @@ class FakeDaemon : public tables::RowSource {
   static kvtree::Octets RouteRecord(const RouteKey& key, std::int32_t type,
                                     std::vector<std::uint8_t> cross_connect);
 
-  Status status = kStatusOk;  // of every read
-  int fail_after = -1;        // reads that still succeed before `status` is kStatusIo; -1: no end
+  Status status = kStatusOk;               // of every read
+  Status route_status = kStatusNoSuchRow;  // of exact reads of routes
+  int fail_after = -1;  // reads that still succeed before `status` is kStatusIo; -1: no end
   mpls_vpn_mib_scalars scalars{4, 2, 5, 0, 30, 0};
   int reads = 0;
   std::vector<std::string> paths;

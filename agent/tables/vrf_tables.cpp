@@ -90,9 +90,13 @@ constexpr std::array kSecurityColumns = {
     Column{1, Syntax::kCounter, kIllegalLabels},
     Column{2, Syntax::kTimeStamp, kIllegalLabelsDiscontinuity},
 };
+// Without a module of the routing table the records have a count of 0, but reads of routes fail.
+constexpr char kAnyRoute[] = "/oper/mpls_vpn/gl/route//1/0/1/0/0";
 constexpr std::array kPerformanceColumns = {
-    Column{1, Syntax::kCounter, kRoutesAdded},           Column{2, Syntax::kCounter, kRoutesDeleted},
-    Column{3, Syntax::kGauge, kCurrentRoutes},           Column{4, Syntax::kCounter, kRoutesDropped},
+    Column{1, Syntax::kCounter, kRoutesAdded},
+    Column{2, Syntax::kCounter, kRoutesDeleted},
+    Column{3, Syntax::kGauge, kCurrentRoutes, kAnyRoute},
+    Column{4, Syntax::kCounter, kRoutesDropped},
     Column{5, Syntax::kTimeStamp, kRoutesDiscontinuity},
 };
 

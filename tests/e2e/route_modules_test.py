@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The daemon without the routing table's modules: whoever asks for routes is told, and the log stays short."""
+"""The daemon without the routing table's modules: requests for routes fail, counts are unknown, the log stays short."""
 import shutil
 import unittest
 
@@ -11,6 +11,9 @@ vrfs:
               for number in range(10, 30))
 ROUTES = L3VPN + ".1.4.1"
 VRFS = L3VPN + ".1.2.2"
+PERFORMANCE = L3VPN + ".1.3.1.1"
+ROUTES_OF_V10 = PERFORMANCE + ".3.3.118.49.48"
+ADDED_OF_V10 = PERFORMANCE + ".1.3.118.49.48"
 MODULES = ("libipv4_forwardmib.dll", "libipv6_forwardmib.dll")
 
 
@@ -45,6 +48,28 @@ class WithoutRouteModules(unittest.TestCase):
         self.assertIn("genError", answer.stdout + answer.stderr)
         self.assertEqual(len([oid for oid, _ in self.system.walk(VRFS)]), 20 * 14)
 
+    def test_route_counts_are_unknown_on_the_command_line(self):
+        self.assert_counts_are_unknown()
+
+    def test_one_missing_module_makes_counts_unknown(self):
+        shutil.copy(BIN.parent / "lib/mib" / MODULES[0], self.modules / MODULES[0])
+        self.assert_counts_are_unknown()
+
+    def assert_counts_are_unknown(self):
+        rows = self.system.cli_json("show", "vrf") + self.system.cli_json("show", "vrf", "v10", "detail")
+        self.assertEqual([row["currNumRoutes"] for row in rows], [None] * 21)
+        lines = self.system.cli("show", "vrf", "v10").stdout.splitlines()
+        self.assertEqual(dict(zip(lines[0].split(), lines[1].split()))["ROUTES"], "unknown")
+        self.assertIn("unknown now, 0 added", self.system.cli("show", "vrf", "v10", "detail").stdout)
+
+    def test_route_counts_are_an_error_over_snmp_and_other_objects_of_the_row_are_not(self):
+        answer = self.system.snmp("get", ROUTES_OF_V10)
+        self.assertIn("genError", answer.stdout + answer.stderr)
+        answer = self.system.snmp("getnext", PERFORMANCE + ".3")
+        self.assertIn("genError", answer.stdout + answer.stderr)
+        self.assertIn("0", self.system.snmp("get", ADDED_OF_V10).stdout)
+        self.assertIn("No Such Instance", self.system.snmp("get", PERFORMANCE + ".3.1.120").stdout)
+
     def test_requests_do_not_fill_the_log(self):
         before = len(self.log_lines())
         for _ in range(5):
@@ -60,6 +85,7 @@ class WithoutRouteModules(unittest.TestCase):
         self.assertEqual([route["prefix"] for route in self.system.cli_json("show", "routes", "v10")], ["10.0.0.0/8"])
         self.assertEqual(self.system.cli_json("show", "vrf", "v10")[0]["currNumRoutes"], 1)
         wait_until("routes over SNMP", lambda: self.system.snmp("walk", ROUTES).returncode == 0)
+        wait_until("the count over SNMP", lambda: "1" in self.system.snmp("get", ROUTES_OF_V10).stdout.split())
         self.assertIn("mpls_vpn_mib: the route modules are loaded; routes are shown", self.log_lines()[-1])
 
 

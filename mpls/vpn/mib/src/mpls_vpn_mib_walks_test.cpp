@@ -199,6 +199,18 @@ TEST_F(RouteWalks, DefaultRouteAloneDoesNotLoop) {
   ExpectRoutes("route-next//1/0/1/0/0", {"red 0.0.0.0/0", "blue ::/0"});
 }
 
+TEST_F(RouteWalks, ZeroKeyBeginsTheTableInASingleReadAndFollowsTheDefaultRouteInAWalk) {
+  AddVrf("red");
+  AddRejectedDefault("red", "0.0.0.0/0");
+  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
+  const std::string zero_key = "route-next/red/1/0/1/00000000/00000000";
+  Reply reply;
+  ASSERT_EQ(kvtree_get("/oper/mpls_vpn/gl/" + zero_key, false, reply.Place()), kStatusOk);
+  const Decoded<mpls_vpn_mib_route> row(kMibRouteParcel, reply.Get());
+  EXPECT_EQ(RouteText(*row.operator->()), "red 0.0.0.0/0");
+  ExpectRoutes(zero_key, {"red 10.0.0.0/8 via 192.0.2.1"});
+}
+
 TEST_F(RouteWalks, LocalDefaultRouteIsShownOnceToo) {
   AddVrf("red");
   AddRoute("red", "0.0.0.0/0");
