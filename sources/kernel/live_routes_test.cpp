@@ -55,10 +55,14 @@ TEST_F(LiveRoutes, AddedReplacedAndDeletedRoutesAreFollowed) {
   EXPECT_THAT(Rows(kRed6), IsEmpty());
 }
 
+struct ClosePipe {
+  void operator()(FILE* pipe) const { pclose(pipe); }
+};
+
 // What ip(8) says of a table's routes, in the form of Described().
 std::vector<std::string> SaidByIp(const std::string& family) {
-  const std::unique_ptr<FILE, decltype(&pclose)> pipe(
-      popen(("ip -j -d " + family + " route show table 10").c_str(), "r"), &pclose);
+  const std::unique_ptr<FILE, ClosePipe> pipe(
+      popen(("ip -j -d " + family + " route show table 10").c_str(), "r"));
   std::vector<std::string> lines;
   for (const auto& route : nlohmann::json::parse(pipe.get())) {
     const bool is_remote =
