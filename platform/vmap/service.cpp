@@ -17,6 +17,10 @@ bool is_default(std::string_view vrf) {
   return vrf == router::kDefaultVrf;
 }
 
+bool gets_a_subscribers_name(const router::Interface& before, const router::Interface& now) {
+  return vmap_is_subscribers_name(now.name.c_str()) && !vmap_is_subscribers_name(before.name.c_str());
+}
+
 }  // namespace
 
 Service& service() {
@@ -124,6 +128,7 @@ void Service::interface_added(const router::Interface& interface) {
 void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
   const Member* member = members.find(now.handle);
   if (member == nullptr || (before.name == now.name && before.index == now.index)) return;
+  if (gets_a_subscribers_name(before, now)) announce(interface_event(VmapEvent::kDelete, *member));
   announce(interface_event(VmapEvent::kUpdate, *member));
 }
 

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "platform/base/fault.h"
 #include "platform/vmap/service.h"
@@ -200,6 +201,10 @@ void vmap_wait_for(std::uint64_t (*oldest_elsewhere)()) {
 
 void vmap_on_rename(bool (*must_end)(const char* vrf_name, const char* if_name)) {
   service().name_must_end = must_end;
+}
+
+bool vmap_is_subscribers_name(const char* if_name) {
+  return std::strstr(if_name, ".ip") != nullptr || std::strstr(if_name, ".pppoe") != nullptr;
 }
 
 void vmap_on_vrf_deletion_told(void (*hook)(const char* vrf_name)) {

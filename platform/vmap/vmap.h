@@ -10,6 +10,9 @@
 // change happened, whatever has become of it when it is delivered. A client that knows the interface by
 // another name may be told that it left, before it is told that it is there (vmap_on_rename).
 //
+// Clients do not keep interfaces of subscribers. An interface that gets such a name while it is in a VRF is
+// announced as having left, and then under its new name.
+//
 // A VRF that is announced again would begin anew for a client, so a change of its flags alone is not
 // announced: an announcement of a VRF has the flags of the time of its delivery, and its deletion those that
 // the client was told last. Only a VRF that clients of the MIB may see no more, or see again
@@ -116,6 +119,9 @@ void vmap_wait_for(std::uint64_t (*oldest_elsewhere)());
 // when what is kept under that name must end, which it does by a deletion of the interface right before the
 // update. Null ends it.
 void vmap_on_rename(bool (*must_end)(const char* vrf_name, const char* if_name));
+
+// True for the name of a subscriber's interface: it contains ".ip" or ".pppoe".
+bool vmap_is_subscribers_name(const char* if_name);
 
 // Called with the name whenever a client was told of a VRF's deletion, or ended; null ends it. How the record
 // service learns that it may look again.

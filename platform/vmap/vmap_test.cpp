@@ -178,6 +178,24 @@ TEST_F(Membership, RenamedInterfaceLeavesFirstWhenWhatIsKeptUnderItsFormerNameMu
   vmap_on_rename(nullptr);
 }
 
+TEST_F(Membership, InterfaceThatGetsASubscribersNameLeavesFirst) {
+  AddVrf("red", 10);
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  for (const char* name : {"ge0.ip7", "x.pppoe", "be1.ipsub.3"}) {
+    Rename("ge0", name);
+    Run();
+    EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 red 10")) << name;
+    Rename(name, "other.ip");
+    Run();
+    EXPECT_THAT(Told(), ElementsAre("+if 1 red 10")) << name;
+    Rename("other.ip", "ge0");
+    Run();
+    EXPECT_THAT(Told(), ElementsAre("+if 1 red 10")) << name;
+  }
+}
+
 TEST_F(Membership, UnbindFromInsideTheLeaveOfARenamedInterfaceEndsTheDelivery) {
   vmap_on_rename([](const char*, const char*) { return true; });
   AddInterface("ge0", "red");

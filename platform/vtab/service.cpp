@@ -31,6 +31,11 @@ void release_name(const char* vrf_name) {
   service().release(vrf_name);
 }
 
+bool is_entered_or_left_by_name(const router::Interface& before, const router::Interface& now) {
+  return now.vrf != router::kDefaultVrf &&
+         vmap_is_subscribers_name(before.name.c_str()) != vmap_is_subscribers_name(now.name.c_str());
+}
+
 std::uint64_t turn_of_service() {
   return service().oldest_turn();
 }
@@ -136,6 +141,7 @@ void Service::interface_added(const router::Interface& interface) {
 // What went down is delivered under the former name, what came up under the new one.
 void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
   IfNode* const node = interfaces.change(before.index, now);
+  if (is_entered_or_left_by_name(before, now)) return interface_reentered(node, before, now);
   const IfChange change = change_between(state_of(before), state_of(now));
   const bool is_renamed = before.name != now.name;
   if (is_renamed && change.has_up()) tell_name(node);
@@ -152,6 +158,18 @@ void Service::tell_name(IfNode* node) {
   event.interface = node;
   event.is_rename = true;
   queue(std::move(event));
+}
+
+// Clients of the MIB see an interface join its VRF when it loses a subscriber's name, and leave when it gets
+// one: as with a move, it is down in between.
+void Service::interface_reentered(IfNode* node, const router::Interface& before,
+                                  const router::Interface& now) {
+  const IfState was = state_of(before);
+  const IfState down{kVtabStateDown, kVtabStateDown, was.addresses};
+  const IfChange went_down = change_between(was, down);
+  if (client.has_if_events && went_down.is_one()) queue_if_event(node, now.vrf, went_down, down);
+  tell_name(node);
+  take_over(node, now, change_between(down, state_of(now)));
 }
 
 // A host takes an interface down and up again to put it into another VRF, though only the outcome may be

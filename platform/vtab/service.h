@@ -90,6 +90,7 @@ class Service : public router::Observer {
   void close_left_accesses();
   void queue_vrf_event(VrfNode* node, std::uint32_t code);
   void take_over(IfNode* node, const router::Interface& interface, const IfChange& change);
+  void interface_reentered(IfNode* node, const router::Interface& before, const router::Interface& now);
   void tell_name(IfNode* node);
   void queue_if_event(IfNode* node, const std::string& vrf_name, const IfChange& change, IfState to);
   void queue(Event event);

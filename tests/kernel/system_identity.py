@@ -58,6 +58,12 @@ class ChangedMembers(KernelWalk):
         self.step("link set d1 name aside", "link set d2 name d1", "link set aside name d2")
         self.step("link set d1 nomaster", "link set d1 master blue")
 
+    def test_member_that_gets_a_subscribers_name_is_no_row_until_it_has_another(self):
+        self.step("link set d1 name d1.ip", "link set d3 name x.pppoe3")
+        self.step("link set d1.ip name d1.ipsub", "link set d2 name d1")
+        self.step("link set d1.ipsub name back", "link set x.pppoe3 nomaster")
+        self.step("link set x.pppoe3 name d3", "link set d3 master red")
+
     def test_members_swap_their_indexes(self):
         first, second = index_of("d1"), index_of("d2")
         self.step("link del d1", "link del d2", f"link add d1 index {second} type dummy",

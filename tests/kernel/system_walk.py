@@ -13,9 +13,10 @@ from vrf_life import batch, ip_json
 
 
 def members():
-    """{(VRF, ifIndex): interface name} as the kernel has it."""
+    """{(VRF, ifIndex): interface name} as the kernel has it; interfaces of subscribers are not in the MIB."""
     return {(link["master"], link["ifindex"]): link["ifname"] for link in ip_json("link", "show")
-            if link.get("linkinfo", {}).get("info_slave_kind") == "vrf"}
+            if link.get("linkinfo", {}).get("info_slave_kind") == "vrf"
+            and ".ip" not in link["ifname"] and ".pppoe" not in link["ifname"]}
 
 
 def vrfs():

@@ -4,7 +4,7 @@
 // holds the (VRF, index), the node that holds the handle, and what was announced. One node for both keys is
 // where it belongs; any other node in the way is deleted, its VRF touched, and a new node made. An interface
 // whose name or index cannot be resolved is entered by handle only and completed later by the repair pass.
-// Interfaces whose name contains ".ip" or ".pppoe" are subscribers' and never entered.
+// Interfaces with a subscriber's name (".ip" or ".pppoe" in it) are never entered.
 //
 // The lookups made here run under the mutex, so that they never repair (see mpls_vpn_mutex.h).
 //
@@ -29,6 +29,7 @@
 #include "platform/base/memory.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
 #include "platform/kvtree/kvtree.h"
+#include "platform/vmap/vmap.h"
 
 namespace {
 
@@ -46,10 +47,6 @@ struct Joining {
 void resolve_name(Joining* joining) {
   const char* name = mpls_vpn_get_interface_name(joining->if_handle);
   if (name != nullptr) std::snprintf(joining->if_name.data(), joining->if_name.size(), "%s", name);
-}
-
-bool is_subscriber_interface(const char* if_name) {
-  return std::strstr(if_name, ".ip") != nullptr || std::strstr(if_name, ".pppoe") != nullptr;
 }
 
 void refresh_name(IfNode* node, const Joining& joining) {
@@ -170,7 +167,7 @@ void mpls_vpn_mib_if2vrf_add(std::uint32_t if_handle, const char* vrf_name) {
   Joining joining{if_handle, vrf_name, 0, {}};
   resolve_name(&joining);
   if (joining.if_name[0] != '\0') {
-    if (is_subscriber_interface(joining.if_name.data())) return;
+    if (vmap_is_subscribers_name(joining.if_name.data())) return;
     joining.if_index = mpls_vpn_cached_ifname_to_index(joining.if_name.data());
   }
   if (!mpls_vpn_mutex_lock(__func__, ERR)) return;

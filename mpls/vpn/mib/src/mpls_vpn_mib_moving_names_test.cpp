@@ -178,6 +178,31 @@ TEST_F(MovingNames, RenameRaisesNoNotificationAndKeepsTheRow) {
   for (MplsVpnTrapInfo& info : mpls_vpn_mib_trap_info) info.enabled = 0;
 }
 
+// An interface of this name would not have been entered, so one that gets it leaves: its VRF is down.
+TEST_F(MovingNames, InterfaceThatGetsASubscribersNameLeavesAndComesBackUnderAnother) {
+  AddInterface("old", "red");
+  AddAddress("old", "10.0.0.1/24");
+  LinkUp("old");
+  ExpectCountsAsConfigured();
+  const std::uint32_t index = router_.find_interface_by_name("old")->index;
+  for (MplsVpnTrapInfo& info : mpls_vpn_mib_trap_info) info.enabled = 1;
+  for (const char* name : {"old.ip1", "old.pppoe2"}) {
+    ClearPrints();
+    Rename("old", name);
+    Run();
+    EXPECT_EQ(mpls_vpn_mib_get_if(true, "red", index), nullptr) << name;
+    EXPECT_EQ(wavl_size(mpls_vpn_mib_if_tree(), kIfByHandle), 0U) << name;
+    EXPECT_TRUE(Printed("active=0 conn=1 generating trap VRF-Down")) << name;
+    ClearPrints();
+    Rename(name, "old");
+    ExpectCountsAsConfigured();
+    EXPECT_TRUE(Printed("active=0 conn=1 generating trap VRF-Up")) << name;
+    SetItem(0, "old");
+    ExpectCountsAsConfigured();
+  }
+  for (MplsVpnTrapInfo& info : mpls_vpn_mib_trap_info) info.enabled = 0;
+}
+
 TEST_F(MovingNames, RenameWithoutConfigurationDoesNotTouchTheVrf) {
   AddInterface("old", "red");
   Run();

@@ -203,6 +203,7 @@ TEST_F(RouteWalks, ZeroKeyBeginsTheTableInASingleReadAndFollowsTheDefaultRouteIn
   AddVrf("red");
   AddRejectedDefault("red", "0.0.0.0/0");
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
+  Run();
   const std::string zero_key = "route-next/red/1/0/1/00000000/00000000";
   Reply reply;
   ASSERT_EQ(kvtree_get("/oper/mpls_vpn/gl/" + zero_key, false, reply.Place()), kStatusOk);
