@@ -95,6 +95,11 @@ std::uint64_t print_notification(const Session& session, const kvtree::Notificat
   return printed;
 }
 
+const char* kinds(const WatchRequest& request) {
+  if (request.traps && request.changes) return "traps and changes";
+  return request.traps ? "traps" : "changes";
+}
+
 // The events printed.
 std::uint64_t print_events(const Session& session, const WatchRequest& request, kvtree::Client& client) {
   const Clock::time_point started = Clock::now();
@@ -121,7 +126,7 @@ void watch(const Session& session, const WatchRequest& request) {
     if (!is_wanted) continue;
     if (const Status status = client->subscribe(path).status) throw request_failure(session, "watch", status);
   }
-  fmt::print(session.err, "watching for {}\n", request.traps ? "traps" : "changes");
+  fmt::print(session.err, "watching for {}\n", kinds(request));
   session.err.flush();
   const std::uint64_t events = print_events(session, request, *client);
   if (events >= request.most_events) return;

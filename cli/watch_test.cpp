@@ -97,7 +97,7 @@ TEST_F(Watch, EveryTypeIsShownWithWhatItIsAbout) {
                   "mplsL3VpnNumVrfSecIllglLblThrshExcd red violations 6",
                   "mplsL3VpnNumVrfRouteMaxThreshCleared red routes 99 high threshold 100",
                   "trap 9 red of an unknown type"));
-  EXPECT_EQ(Err(), "watching for traps\n");
+  EXPECT_EQ(Err(), "watching for traps and changes\n");
 }
 
 TEST_F(Watch, JsonIsOneObjectALine) {
@@ -236,6 +236,7 @@ TEST_F(WatchChanges, CountEndsAmongTheChangesOfOneCommit) {
   traps = {{0, vrf_.data(), 7, 1, 1, 0, 0, 0, 0}};
   Change(kConfigOwnerFrr, {Rd(1), Import(1)});
   EXPECT_EQ(Ask({"watch", "changes", "--count", "1", "--timeout", "20"}), kExitOk) << Err();
+  EXPECT_EQ(Err(), "watching for changes\n");
   EXPECT_THAT(Lines(), ElementsAre("rd red none -> 65000:1 (configured)"));
 }
 

@@ -178,7 +178,7 @@ class Traps(TrapCase):
         for options, check in (([], self.check_text), (["--json"], self.check_json)):
             watch = subprocess.Popen([str(BIN / "mplsvpn"), *options, "watch", "--count", "2", "--timeout", str(20 * SLOW)],
                                      env=self.system.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-            self.assertEqual(watch.stderr.readline(), "watching for traps\n")
+            self.assertEqual(watch.stderr.readline(), "watching for traps and changes\n")
             self.flap()
             output, errors = watch.communicate(timeout=30 * SLOW)
             self.assertEqual(watch.returncode, 0, errors)
