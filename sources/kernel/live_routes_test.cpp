@@ -59,6 +59,13 @@ struct ClosePipe {
   void operator()(FILE* pipe) const { pclose(pipe); }
 };
 
+// Newer versions of ip(8) have an object for it.
+std::string encapsulation_of(const nlohmann::json& route) {
+  if (!route.contains("encap")) return {};
+  const nlohmann::json& encapsulation = route["encap"];
+  return encapsulation.is_object() ? encapsulation["encap_type"] : encapsulation;
+}
+
 // What ip(8) says of a table's routes, in the form of Described().
 std::vector<std::string> SaidByIp(const std::string& family) {
   const std::unique_ptr<FILE, ClosePipe> pipe(
@@ -66,7 +73,7 @@ std::vector<std::string> SaidByIp(const std::string& family) {
   std::vector<std::string> lines;
   for (const auto& route : nlohmann::json::parse(pipe.get())) {
     const bool is_remote =
-        route.contains("gateway") || route.contains("via") || route.value("encap", "") == "seg6";
+        route.contains("gateway") || route.contains("via") || encapsulation_of(route) == "seg6";
     const std::string gateway = route.value("gateway", "");
     lines.push_back(route["dst"].get<std::string>() + (gateway.empty() ? "" : " via " + gateway) + " dev " +
                     route["dev"].get<std::string>() + (is_remote ? " remote" : " local"));
