@@ -13,6 +13,7 @@
 #include "cli/datalist_pages.h"
 #include "cli/table.h"
 #include "cli/vrf_lookup.h"
+#include "cli/vrf_nodes.h"
 #include "cli/vrf_report.h"
 
 namespace cli {
@@ -28,16 +29,17 @@ class Details {
   Details(const Session& session, kvtree::Client& client, const VrfRequest& request)
 
       : session_(session),
-        client_(client),
         request_(request),
         are_routes_counted_(are_routes_counted(client)),
+        nodes_(session, client),
         list_(session.out) {}
 
   void add(const mpls_vpn_mib_vrf& row, const kvtree::Octets& record) {
     const ShownVrf shown(session_, provider_path("vrf-detail"), kShowVrfParcel, record);
     const std::string name = text_or_empty(row.name);
-    const VrfDetail vrf{row, *shown, are_routes_counted_, read_thresholds(session_, client_, name, request_),
-                        VrfOrigins(session_, client_, name)};
+    const std::span<const kvtree::Node> nodes = nodes_.of(name);
+    const VrfDetail vrf{row, *shown, are_routes_counted_, thresholds_among(nodes, name, request_),
+                        VrfOrigins(name, nodes)};
     if (session_.json) {
       list_.add(vrf_json(vrf, request_));
     } else {
@@ -52,9 +54,9 @@ class Details {
 
  private:
   const Session& session_;
-  kvtree::Client& client_;
   const VrfRequest& request_;
   const bool are_routes_counted_;
+  VrfNodes nodes_;
   JsonList list_;
   bool is_first_ = true;
 };

@@ -305,6 +305,33 @@ TEST_F(ShowVrf, DetailShowsThresholdsThatTheRowDoesNot) {
   EXPECT_EQ(vrfs[1]["routeThresholds"], Json::array());
 }
 
+// The configuration orders VRFs by their whole names, the table shorter names first; some VRFs have more
+// nodes than are read at once, and some have none.
+TEST_F(ShowVrf, DetailShowsTheConfigurationOfEachVrfWhateverTheOrderOfTheirNames) {
+  std::map<std::string, std::uint32_t> maxima;
+  std::vector<KvConfigChange> changes;
+  const auto add = [&](const KvConfigNode& node) { changes.push_back({node.path, node.value}); };
+  for (std::uint32_t number = 0; number < 400; ++number) {
+    const std::string vrf = (number % 3 == 0 ? "a/b" : "v") + std::to_string(number);
+    fake.vrfs[vrf];
+    maxima[vrf] = number % 5 == 0 ? 0 : 1000 + number;
+    if (maxima[vrf] != 0) add(vrf_config::route_threshold(vrf, Family::kIpv4, maxima[vrf], 1));
+    const std::uint32_t targets = number % 50 == 7 ? 150 : number % 4;
+    for (std::uint32_t target = 0; target < targets; ++target) {
+      add(vrf_config::route_target(vrf, Family::kIpv4, vrf_config::Direction::kImport,
+                                   {.administrator = 65000, .assigned = target}));
+    }
+  }
+  ASSERT_EQ(kvtree_config_commit(kConfigOwnerFrr, changes, ""), kStatusOk);
+  const Json vrfs = AskForJson({"show", "vrf", "detail"});
+  ASSERT_EQ(vrfs.size(), 400U);
+  for (const Json& vrf : vrfs) {
+    const std::uint32_t maximum = maxima.at(vrf["name"]);
+    const Json& shown = vrf["routeThresholds"];
+    EXPECT_EQ(shown.empty() ? Json(0) : shown[0]["highThresh"], maximum) << vrf["name"];
+  }
+}
+
 TEST_F(ShowVrf, DetailOfAFamilyLeavesOutTheOthers) {
   AddBlueWithTables();
   EXPECT_EQ(Ask({"show", "vrf", "blue", "detail", "ipv6"}), kExitOk) << Err();

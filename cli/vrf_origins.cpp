@@ -1,8 +1,6 @@
 // See vrf_origins.h. An item is found by the path that it has in the configuration.
 #include "cli/vrf_origins.h"
 
-#include <utility>
-
 #include "platform/kvtree/config.h"
 #include "platform/kvtree/kvtree.h"
 
@@ -13,25 +11,14 @@ namespace {
 using vrf_config::Direction;
 using vrf_config::Family;
 
-constexpr std::uint32_t kPage = 1024;
-
 }  // namespace
 
-VrfOrigins::VrfOrigins(const Session& session, kvtree::Client& client, const std::string& vrf) : vrf_(vrf) {
-  const std::string path = std::string(vrf_config::kVrfScope) + "vrf/" + kvtree_encode_text(vrf) + "/";
-  std::string after;
-  while (true) {
-    kvtree::NodesResult page = client.nodes(path, kPage, after);
-    if (page.status) throw request_failure(session, path, page.status);
-    if (page.nodes.empty()) return;
-    after = page.nodes.back().path;
-    for (kvtree::Node& node : page.nodes) take(std::move(node));
+VrfOrigins::VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nodes) : vrf_(vrf) {
+  const std::string vni_path = vrf_config::vni(vrf_, 0).path;
+  for (const kvtree::Node& node : nodes) {
+    if (node.path == vni_path) vni_ = node.value.number;
+    owners_[node.path] = node.owner;
   }
-}
-
-void VrfOrigins::take(kvtree::Node node) {
-  if (node.path == vrf_config::vni(vrf_, 0).path) vni_ = node.value.number;
-  owners_[std::move(node.path)] = std::move(node.owner);
 }
 
 std::string VrfOrigins::of(const KvConfigNode& item) const {

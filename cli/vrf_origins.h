@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "cli/session.h"
@@ -14,8 +15,8 @@ namespace cli {
 // Origins are the words of kvtree_config_origin(); empty for an item that is not there.
 class VrfOrigins {
  public:
-  // Asks for what is in force of the VRF; Failure when that fails.
-  VrfOrigins(const Session& session, kvtree::Client& client, const std::string& vrf);
+  // `nodes`: the effective ones of this VRF.
+  VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nodes);
 
   std::string of_description() const;
   // Of the RD that is shown, which the router file has where none is configured.
@@ -28,7 +29,6 @@ class VrfOrigins {
   std::optional<std::int64_t> vni() const { return vni_; }
 
  private:
-  void take(kvtree::Node node);
   std::string of(const KvConfigNode& item) const;
 
   std::string vrf_;

@@ -1,6 +1,8 @@
 // See vrf_thresholds.h. A node that is no pair of numbers is no threshold, as the daemon sees it.
 #include "cli/vrf_thresholds.h"
 
+#include <algorithm>
+
 #include "platform/vrf_config/vrf_config.h"
 
 namespace cli {
@@ -9,14 +11,12 @@ namespace {
 
 using vrf_config::Family;
 
-FamilyThresholds thresholds_of(const Session& session, kvtree::Client& client, const std::string& vrf,
-                               Family family) {
-  const std::string path = vrf_config::route_threshold(vrf, family, 0, 0).path;
-  const kvtree::NodesResult found = client.nodes(path, 1);
-  if (found.status) throw request_failure(session, path, found.status);
+FamilyThresholds thresholds_of(std::span<const kvtree::Node> nodes, const std::string& vrf, Family family) {
   FamilyThresholds thresholds{static_cast<std::uint32_t>(family)};
-  if (found.nodes.empty() || found.nodes[0].path != path) return thresholds;
-  const KvValue& value = found.nodes[0].value;
+  const std::string path = vrf_config::route_threshold(vrf, family, 0, 0).path;
+  const auto found = std::ranges::find(nodes, path, &kvtree::Node::path);
+  if (found == nodes.end()) return thresholds;
+  const KvValue& value = found->value;
   if (value.type != KvValueType::kTuple || value.tuple.size() != 2) return thresholds;
   thresholds.high = value.tuple[0];
   thresholds.mid = value.tuple[1];
@@ -29,12 +29,12 @@ bool is_wanted(Family family, const VrfRequest& request) {
 
 }  // namespace
 
-std::vector<FamilyThresholds> read_thresholds(const Session& session, kvtree::Client& client,
-                                              const std::string& vrf, const VrfRequest& request) {
+std::vector<FamilyThresholds> thresholds_among(std::span<const kvtree::Node> nodes, const std::string& vrf,
+                                               const VrfRequest& request) {
   std::vector<FamilyThresholds> all;
   for (const Family family : {Family::kIpv4, Family::kIpv6}) {
     if (!is_wanted(family, request)) continue;
-    const FamilyThresholds thresholds = thresholds_of(session, client, vrf, family);
+    const FamilyThresholds thresholds = thresholds_of(nodes, vrf, family);
     if (thresholds.mid != 0 || thresholds.high != 0) all.push_back(thresholds);
   }
   return all;

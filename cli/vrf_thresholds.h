@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,8 @@ struct FamilyThresholds {
   std::int64_t high = 0;
 };
 
-// Of the families that the request asks for, those that have thresholds.
-std::vector<FamilyThresholds> read_thresholds(const Session& session, kvtree::Client& client,
-                                              const std::string& vrf, const VrfRequest& request);
+// Of the families that the request asks for, those that have thresholds among the VRF's nodes.
+std::vector<FamilyThresholds> thresholds_among(std::span<const kvtree::Node> nodes, const std::string& vrf,
+                                               const VrfRequest& request);
 
 }  // namespace cli
