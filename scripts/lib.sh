@@ -12,7 +12,7 @@ fail() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 packages_build=(g++ cmake ninja-build pkg-config libmnl-dev libyaml-cpp-dev libabsl-dev libsqlite3-dev libcli11-dev libfmt-dev
     nlohmann-json3-dev libsystemd-dev)
 packages_run=(snmpd snmp snmptrapd iproute2 procps)
-packages_test=(libgtest-dev libgmock-dev libbenchmark-dev libsnmp-dev python3 ccache git)
+packages_test=(libgtest-dev libgmock-dev libsnmp-dev python3 ccache git)
 packages_guest=(user-mode-linux kmod frr)
 packages_root=(mmdebstrap)
 packages_clang=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)
@@ -106,6 +106,7 @@ progress() {
         fi
         show_step
     done
+    [ -z "$line" ] || printf '%s\n' "$line" >> "$log"
     [ ! -t 1 ] || printf '\r\033[K'
 }
 
