@@ -247,7 +247,10 @@ Status Conversation::start_shell() {
 Status Conversation::send_question(const std::vector<std::string>& commands) {
   mark_ = "mpls-vpn-mib-" + std::to_string(getpid()) + "-" + std::to_string(++questions_);
   commands_ = commands.size();
-  std::string question = "show running-config\n";
+  // With a pager each command would start a process. Of a shell that does not know these words, the
+  // environment has a pager that does not wait.
+  std::string question = answered_ ? "" : "no terminal paginate\n";
+  question += "show running-config\n";
   for (std::size_t part = 0; part < commands_; ++part) {
     question += part_mark(part) + "\n" + commands[part] + "\n";
   }

@@ -5,7 +5,9 @@ suite of that major version (see suite.py). Runs in the guest (see uml-run), as 
 The expected result of every line is what the suite's own commands show. Each line comes with one for a marker
 interface, so that the MIB can only agree when it has followed the line.
 """
+import pathlib
 import sys
+import time
 import unittest
 
 import suite
@@ -42,6 +44,17 @@ def marker(number):
 
 def eigrp_marker(number):
     return f"10.251.{number}.1/32"
+
+
+def shells_of(daemon):
+    """{process: hundredths of a second that processes it started have used} of the suite's shells that the daemon asks."""
+    found = {}
+    for path in pathlib.Path("/proc").glob("[0-9]*/stat"):
+        name, _, rest = path.read_text().partition(" (")[2].rpartition(") ")
+        fields = rest.split()
+        if name == "vtysh" and int(fields[1]) == daemon:
+            found[path.parent.name] = int(fields[13]) + int(fields[14])
+    return found
 
 
 def prepare_router():
@@ -100,6 +113,17 @@ class Networks(GuestSystemTest):
                 self.assert_followed(line, f"mark{number % MARKERS}", protocols)
                 self.suite.configure("router ospf vrf red", *("no " + each for each in ospf), "exit",
                                      "router rip vrf red", *("no " + each for each in rip))
+
+    def test_a_question_starts_no_process(self):
+        """A pager for every command would cost ten times what the shell itself does."""
+        daemon = self.system.processes["daemon"].pid
+        wait_until("the daemon's shells", lambda: len(shells_of(daemon)) >= len(self.suite.programs))
+        time.sleep(2)
+        before = shells_of(daemon)  # for what a shell starts once
+        time.sleep(4)
+        after = {shell: used for shell, used in shells_of(daemon).items() if shell in before}
+        self.assertGreaterEqual(len(after), len(self.suite.programs))
+        self.assertEqual(after, {shell: before[shell] for shell in after})
 
     def test_eigrp(self):
         protocols = {"other": lambda: self.suite.eigrp_interfaces(["red"])["red"]}
