@@ -22,11 +22,10 @@ VrfIds::VrfIds(std::string path) : path_(std::move(path)) {
 
 std::uint32_t VrfIds::choose(const router::Router& model, const std::string& name,
                              std::uint32_t table) const {
-  const auto former = former_.find(name);
-  if (former != former_.end() && former->second.table == table &&
-      model.find_vrf_by_id(former->second.id) == nullptr) {
-    return former->second.id;
-  }
+  const auto known = known_.find(name);
+  const bool has_its_id =
+      known != known_.end() && (starting_ ? known->second.table == table : is_reserved(model, name));
+  if (has_its_id && model.find_vrf_by_id(known->second.id) == nullptr) return known->second.id;
   if (is_free(model, table)) return table;
   std::uint32_t id = table | kSecondVrfOfTable;
   while (!is_free(model, id)) ++id;
@@ -34,22 +33,34 @@ std::uint32_t VrfIds::choose(const router::Router& model, const std::string& nam
 }
 
 bool VrfIds::is_free(const router::Router& model, std::uint32_t id) const {
-  const bool was_used =
-      std::any_of(former_.begin(), former_.end(), [id](const auto& each) { return each.second.id == id; });
-  return id != 0 && !was_used && model.find_vrf_by_id(id) == nullptr;
+  const auto holds_it = [&](const auto& each) {
+    return each.second.id == id && (starting_ || is_reserved(model, each.first));
+  };
+  return id != 0 && model.find_vrf_by_id(id) == nullptr &&
+         std::none_of(known_.begin(), known_.end(), holds_it);
+}
+
+bool VrfIds::is_reserved(const router::Router& model, const std::string& name) const {
+  return model.is_referenced(name) && model.find_vrf(name) == nullptr;
 }
 
 void VrfIds::keep(const router::Router& model) {
-  if (path_.empty() || !stale_) return;
-  const Names names = names_of(model);
-  stale_ = names != kept_ && !write(names);
+  if (std::exchange(stale_, false)) {
+    Names names = names_of(model);
+    unwritten_ = unwritten_ || names != known_;
+    known_ = std::move(names);
+  }
+  if (!path_.empty() && unwritten_) write();
 }
 
-VrfIds::Names VrfIds::names_of(const router::Router& model) {
+VrfIds::Names VrfIds::names_of(const router::Router& model) const {
   Names names;
   model.for_each_vrf([&](const router::Vrf& vrf) {
     if (vrf.name != router::kDefaultVrf) names[vrf.name] = Known{vrf.ipv4_table, vrf.id};
   });
+  for (const auto& [name, known] : known_) {
+    if (is_reserved(model, name)) names.emplace(name, known);
+  }
   return names;
 }
 
@@ -60,26 +71,22 @@ void VrfIds::read() {
     std::istringstream words(line);
     std::string name;
     Known known;
-    if (words >> known.id >> known.table >> name && known.id != 0) kept_[name] = known;
+    if (words >> known.id >> known.table >> name && known.id != 0) known_[name] = known;
   }
-  former_ = kept_;
 }
 
-bool VrfIds::write(const Names& names) {
+void VrfIds::write() {
   std::string text = std::string(kHeading) + '\n';
-  for (const auto& [name, known] : names) {
+  for (const auto& [name, known] : known_) {
     text += std::to_string(known.id) + ' ' + std::to_string(known.table) + ' ' + name + '\n';
   }
-  if (const Status status = replace_file(path_, text)) {
-    if (!std::exchange(failure_logged_, true)) {
-      log_line("kernel: %s: %s; VRFs that share a table may exchange their times when the daemon restarts",
-               path_.c_str(), err_text(status));
-    }
-    return false;
+  const Status status = replace_file(path_, text);
+  unwritten_ = status != kStatusOk;
+  if (unwritten_ && !failure_logged_) {
+    log_line("kernel: %s: %s; VRFs that share a table may exchange their times when the daemon restarts",
+             path_.c_str(), err_text(status));
   }
-  kept_ = names;
-  failure_logged_ = false;
-  return true;
+  failure_logged_ = unwritten_;
 }
 
 }  // namespace kernel

@@ -5,8 +5,9 @@
 //
 // A file keeps which VRF, by name and table, has which id. A VRF that is found again when the daemon starts
 // has its id again, whatever other VRFs came and went meanwhile; no other VRF gets that id, because it would
-// get the VRF's times, too. Without the file, of VRFs that appear together the one with the lower ifIndex has
-// the table as its id.
+// get the VRF's times, too. A VRF that is deleted while it is configured leaves its record, which still names
+// the id: the VRF gets it again, with whatever table, and no other VRF does. Without the file, of VRFs that
+// appear together the one with the lower ifIndex has the table as its id.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +26,7 @@ class VrfIds {
   std::uint32_t choose(const router::Router& model, const std::string& name, std::uint32_t table) const;
   // All VRFs that were there at the start have been created: the ids of those that were not found are free
   // again.
-  void end_start() { former_.clear(); }
+  void end_start() { starting_ = false; }
   // A VRF was created or deleted: the next keep() looks.
   void vrfs_changed() { stale_ = true; }
   // The file holds the VRFs of the model. A failure is logged once and tried again
@@ -40,15 +41,17 @@ class VrfIds {
   };
   using Names = std::map<std::string, Known>;
 
-  static Names names_of(const router::Router& model);
+  Names names_of(const router::Router& model) const;
   void read();
-  bool write(const Names& names);
+  void write();
   bool is_free(const router::Router& model, std::uint32_t id) const;
+  bool is_reserved(const router::Router& model, const std::string& name) const;
 
   std::string path_;
-  Names former_;       // of the last run, until the start has ended
-  Names kept_;         // what the file holds
-  bool stale_ = true;  // the file may not hold what it should
+  Names known_;           // of the last run, until the start has ended
+  bool starting_ = true;  // no VRF of this run had an id before
+  bool stale_ = true;     // VRFs may have been created or deleted
+  bool unwritten_ = false;
   bool failure_logged_ = false;
 };
 

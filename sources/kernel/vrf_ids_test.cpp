@@ -116,6 +116,47 @@ TEST_F(VrfIdsTest, IdOfAVrfThatIsNotFoundIsFreeAfterTheStart) {
   EXPECT_THAT(Ids({"new"}), ElementsAre(10));
 }
 
+// The record of a VRF that is configured outlives it, and so does what the checkpoint holds under the VRF's
+// id.
+TEST_F(VrfIdsTest, ConfiguredVrfThatIsMadeAgainWithAnotherTableKeepsItsId) {
+  Add("red", 2, 10);
+  ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
+  DeleteUnseen(2);
+  Add("red", 3, 20);
+  Add("new", 4, 10);
+  EXPECT_THAT(Ids({"red", "new"}), ElementsAre(10, 0x8000000a));
+}
+
+TEST_F(VrfIdsTest, IdOfAConfiguredVrfThatWasDeletedIsNotGivenToAnother) {
+  Add("red", 2, 10);
+  ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
+  DeleteUnseen(2);
+  Add("new", 4, 10);
+  EXPECT_THAT(Ids({"new"}), ElementsAre(0x8000000a));
+  Add("red", 3, 20);
+  EXPECT_THAT(Ids({"red"}), ElementsAre(10));
+}
+
+TEST_F(VrfIdsTest, IdOfAConfiguredVrfThatWasDeletedIsNotGivenToAnotherThatCameMeanwhile) {
+  Add("red", 2, 10);
+  ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
+  DeleteUnseen(2);
+  Settle();
+  AddUnseen("new", 4, 10);
+  Restart();
+  EXPECT_THAT(Ids({"new"}), ElementsAre(0x8000000a));
+}
+
+TEST_F(VrfIdsTest, IdOfADeletedVrfIsFreeWhenItIsNoLongerConfigured) {
+  Add("red", 2, 10);
+  ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
+  DeleteUnseen(2);
+  Settle();
+  ASSERT_EQ(run_->model.unreference_vrf("red"), kStatusOk);
+  Add("new", 4, 10);
+  EXPECT_THAT(Ids({"new"}), ElementsAre(10));
+}
+
 TEST_F(VrfIdsTest, WithoutTheFileTheLowerIndexHasTheTable) {
   Add("red", 9, 10);
   Add("low", 2, 10);
