@@ -30,7 +30,7 @@ def parse_arguments():
     parser.add_argument("--minutes", type=float, default=1.0, help="no batch begins after that (1)")
     parser.add_argument("--operations", type=int, default=500, help="of each seed (500)")
     parser.add_argument("--without", default="", metavar="NAMES", help="operations of World to leave out, between commas")
-    parser.add_argument("--minimise", type=float, default=600.0, metavar="SECONDS", help="for shortening a sequence (600)")
+    parser.add_argument("--minimise", type=float, default=600.0, metavar="SECONDS", help="for shortening a sequence (600), 0: it is not tried")
     parser.add_argument("--replay", metavar="FILE",
                         help="the steps in the file, as a mismatch leaves them in $UML_OUT, with the settings of the first seed")
     return parser.parse_args()
@@ -63,6 +63,8 @@ def report_mismatch(seed, run, settings, seconds):
     from minimise import Minimiser
     say("\n".join(run["errors"]))
     save(seed, run["batches"], "failed")
+    if seconds <= 0:
+        return
     minimiser = Minimiser(seed, settings, seconds)
     shorter = minimiser.reduce(run["batches"])
     if shorter is None:

@@ -4,12 +4,18 @@ import random
 import time
 
 from kernel import Kernel
-from model import TARGET, Model
+from live_suite import PROTOCOL_PROGRAMS
+from model import RD, TARGET, VRF, Model
 from shown import walk_mib
 from system import SLOW
 
 MOST_SHOWN = 12
 ROUTE_VIEWS = 2
+# Seconds before each look, which takes a second of the guest's only processor. The daemon asks the suite once in a second.
+PAUSES = (0.1, 0.2, 0.5, 1.0)
+SUITE_PAUSES = (1.2, 1.0, 1.5, 2.0)
+PATIENCE = 3.0  # s, times SLOW, until the suite's programs are restarted that may have missed something
+PROTOCOLS_COLUMN = "1.2.1.1.3 "
 FAMILIES = {b"IPv4 Unicast": 4, b"IPv6 Unicast": 6}
 
 
@@ -38,6 +44,11 @@ def target_errors(model, cells):
     return found + ([f"route targets are numbered {numbers}"] if numbers != counted else [])
 
 
+def shown_rds(cells):
+    """{VRF: RD}"""
+    return {vrf_of(index): value.decode() for (column, index), value in cells.items() if column == (*VRF, RD)}
+
+
 def vrf_of(index):
     return bytes(index[1:1 + index[0]]).decode()
 
@@ -51,14 +62,14 @@ def readable(index):
     return ".".join(map(str, index))
 
 
-def view_errors(model, command_line, vrfs):
+def view_errors(model, command_line, targets, vrfs):
     """The command line's tables; routes of some VRFs only, because each is a process."""
     found = []
     scalars = (len(model.vrfs), len(model.active_vrfs()), len(model.members))
     members = {key: link["ifname"] for key, link in model.members.items()}
     for what, expected, seen in (("show scalars", scalars, command_line.scalars()),
                                  ("show interfaces", members, command_line.interfaces()),
-                                 ("show route-targets", model.suite.targets, set(filter(model.is_told, command_line.targets())))):
+                                 ("show route-targets", model.suite.targets, set(filter(model.is_told, targets)))):
         if expected != seen:
             found.append(f"{what}: expected {expected}, shown {seen}")
     for vrf in vrfs:
@@ -74,18 +85,27 @@ class Comparison:
     def __init__(self, rig, times):
         self.rig, self.times = rig, times
         self.model = None
+        self.targets = set()  # as shown, of the suite's probes, too
         self.batches = 0
+        self.stated = self.unstated = 0  # families of VRFs whose route targets the suite states, or not
 
     def errors(self, touched, began, restarted, bound):
         """Polls until everything agrees; what differed at last otherwise."""
         deadline = time.monotonic() + bound * SLOW
-        while True:
+        may_restart = time.monotonic() + PATIENCE * SLOW if self.rig.live else deadline
+        restarts = itertools.chain((PROTOCOL_PROGRAMS,), itertools.repeat(("zebra",)))
+        pauses = SUITE_PAUSES if self.rig.live else PAUSES
+        for pause in itertools.chain(pauses, itertools.repeat(pauses[-1])):
+            time.sleep(pause)
             found = self.look()
             if not found:
                 return self.final_errors(touched, began, restarted)
             if time.monotonic() > deadline:
                 return found[:MOST_SHOWN]
-            time.sleep(0.02)
+            if time.monotonic() > may_restart and all(each.startswith(PROTOCOLS_COLUMN) for each in found):
+                may_restart = time.monotonic() + PATIENCE * SLOW
+                self.rig.live.restart(*next(restarts))
+        raise AssertionError("there is always another pause")
 
     def look(self):
         kernel = Kernel()
@@ -98,8 +118,13 @@ class Comparison:
         except (RuntimeError, TimeoutError, ConnectionError) as failure:
             self.rig.start_all()
             return [f"no answer: {failure}"]
-        return (found or self.rig.trap_errors(self.model.active_vrfs())
-                or view_errors(self.model, self.rig.command_line, self.some_vrfs()))
+        return found or self.rig.trap_errors(self.model.active_vrfs()) or self.other_errors(cells)
+
+    def other_errors(self, cells):
+        """Changes are those of what is shown, because the suite does not state all of it."""
+        self.targets = self.rig.command_line.targets()
+        return (view_errors(self.model, self.rig.command_line, self.targets, self.some_vrfs())
+                or self.rig.change_errors(shown_rds(cells), self.targets))
 
     def some_vrfs(self):
         """Others in every batch."""
@@ -108,5 +133,8 @@ class Comparison:
 
     def final_errors(self, touched, began, restarted):
         self.batches += 1
+        self.stated += len({(vrf, family) for vrf, _, family, _ in self.model.suite.targets})
+        self.unstated += len(self.model.suite.untold)
         self.rig.accept_traps()
+        self.rig.accept_changes(self.targets)
         return self.times.errors(self.model, self.rig.command_line.vrfs(), touched, began, restarted)

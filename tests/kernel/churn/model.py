@@ -9,6 +9,7 @@ import routes
 
 IF_CONF, VRF, TARGET, SECURITY, PERFORMANCE, ROUTE = (
     (1, 2, 1, 1), (1, 2, 2, 1), (1, 2, 3, 1), (1, 2, 6, 1), (1, 3, 1, 1), (1, 4, 1, 1))
+RD = 4  # column of the table of VRFs
 UP, DOWN = 1, 2
 ENTERPRISE, ACTIVE, READ_ONLY = 2, 1, 5
 DEFAULT_POLICY = (2, 0, 0)
@@ -36,6 +37,7 @@ class Suite:
     rds: dict = dataclasses.field(default_factory=dict)           # VRF: text
     targets: set = dataclasses.field(default_factory=set)         # (VRF, import 1 or export 2, family 4 or 6, text)
     untold: set = dataclasses.field(default_factory=set)          # (VRF, family) of which the suite exports nothing
+    unsure_rds: set = dataclasses.field(default_factory=set)      # VRFs that have an RD that the suite does not state
     protocols: dict = dataclasses.field(default_factory=dict)     # (VRF, interface name): numbers
     may_be: dict = dataclasses.field(default_factory=dict)        # the same: not stated, but not excluded either
     descriptions: dict = dataclasses.field(default_factory=dict)  # VRF: text
@@ -80,7 +82,7 @@ class Model:
         return {vrf for vrf in self.vrfs if self.active_interfaces(vrf)}
 
     def distinguisher(self, vrf):
-        if vrf not in self.suite.rds and (vrf, 4) in self.suite.untold:
+        if vrf in self.suite.unsure_rds:
             return Check("any RD", lambda seen: isinstance(seen, bytes))
         return self.suite.rds.get(vrf, "").encode()
 

@@ -6,6 +6,7 @@ import random
 import subprocess
 import time
 
+from changes import Changes
 from kernel import Kernel
 from live_suite import LiveSuite, wait_for_probes
 from model import Model, Suite
@@ -82,10 +83,11 @@ class Rig:
         self.watches += 1
         self.daemon_starts += 1
         name = f"watch{self.watches}"
-        self.system.spawn(name, str(BIN / "mplsvpn"), "--json", "watch", "traps")
+        self.system.spawn(name, str(BIN / "mplsvpn"), "--json", "watch")
         wait_until("watch", lambda: "watching for traps" in self.system.log(name))
         self.accepted_published, self.accepted_received = 0, len(self.sink.traps)
         self.states = States(Model(Kernel(), Suite()).active_vrfs())
+        self.changes, self.accepted_changes = Changes(), 0
 
     def start_agent(self):
         self.system.start_agent("--row-age", "50")
@@ -160,8 +162,6 @@ class Rig:
         shown = subprocess.run(["ip", *options, "-force", "-batch", "-"], input="\n".join(lines) + "\n", text=True,
                                capture_output=True, check=False)
         self.lines += len(lines)
-        if self.live:
-            self.live.made_again.update(line.split()[2] for line in lines if line.startswith("link del "))
         self.failed_lines += shown.stderr.count("Command failed")
 
     def wait_settled(self):
@@ -187,11 +187,12 @@ class Rig:
     # --- traps ---
 
     def published(self):
+        """(traps, changes)"""
         return watched(self.system.log(f"watch{self.watches}"))
 
     def new_traps(self):
         """(published, received) since they were last accepted."""
-        return self.published()[self.accepted_published:], self.sink.traps[self.accepted_received:]
+        return self.published()[0][self.accepted_published:], self.sink.traps[self.accepted_received:]
 
     def trap_errors(self, active):
         published, received = self.new_traps()
@@ -205,3 +206,16 @@ class Rig:
         self.accepted_published += len(published)
         self.accepted_received += len(received)
         self.repeats = max(0, self.repeats - 1)
+
+    # --- changes of RDs and route targets ---
+
+    def new_changes(self):
+        return self.published()[1][self.accepted_changes:]
+
+    def change_errors(self, rds, targets):
+        return self.changes.errors(self.new_changes(), rds, targets)
+
+    def accept_changes(self, targets):
+        events = self.new_changes()
+        self.changes.accept(events, targets)
+        self.accepted_changes += len(events)

@@ -49,11 +49,12 @@ def decode_trap(datagram):
 
 
 def watched(log):
-    """The same of what "mplsvpn --json watch" wrote."""
+    """What "mplsvpn --json watch" wrote: (the same of its traps, changes of RDs and route targets)."""
     lines = [line for line in log.splitlines(keepends=True) if line.startswith("{")]
-    traps = [json.loads(line) for line in lines if line.endswith("\n")]
-    return [(STATE_OF[trap["notification"]], trap["vrfName"], trap["ifConfIndex"]) for trap in traps
-            if trap["notification"] in STATE_OF]
+    events = [json.loads(line) for line in lines if line.endswith("\n")]
+    traps = [event for event in events if event.get("notification") in STATE_OF]
+    return ([(STATE_OF[trap["notification"]], trap["vrfName"], trap["ifConfIndex"]) for trap in traps],
+            [event for event in events if "change" in event])
 
 
 def order_errors(received, published, may_repeat):

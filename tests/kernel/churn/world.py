@@ -286,7 +286,7 @@ class World(RandomRoutes, RandomSuite):
                 return [step if step.split()[0] in OWN_TOOLS else f"ip {step}" for step in made]
 
     def batch(self):
-        size = self.random.choice((1, 4, 12, 16, 16, 20, 24, 40))
+        size = self.random.choice((1, 8, 20, 40, 60, 60, 80, 100))
         operations = [self.operation() for _ in range(size)]
         if self.dead:
             operations.append(self.start_dead())
