@@ -163,6 +163,8 @@ class LiveSuite:
                 state.targets.update((vrf, EXPORT, version, target) for target in exported)
                 state.targets.update((vrf, IMPORT, version, target) for target in TARGETS
                                      if route_of(version, probe_place(target)) in own)
+        # A later version forgets the networks of an instance whose VRF comes after it.
+        state.unsure_rds.update(vrf for vrf in kernel.vrfs() if vrf in instances and vrf not in state.rds)
 
     def distinguishers(self, family):
         """{VRF: RD} of the routes that VRFs export."""
