@@ -1,6 +1,7 @@
 // Rows of the VRF table.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_parcel.h"
@@ -226,24 +227,20 @@ TEST_F(VrfRow, WithoutTheModulesTheRowStandsAndCountsNoRoutes) {
   EXPECT_EQ(row->currNumRoutes, 0U);
 }
 
-TEST_F(VrfRow, MissingRecordIsToldAndLeavesTheRowCleared) {
+// A request never fills a row without a record: a node without its record is not a row.
+TEST_F(VrfRow, MissingRecordIsReportedAndLeavesARowThatIsEncodedAsCleared) {
   OnlyArea(ERR);
   mpls_vpn_mib_vrf row;
   std::memset(&row, 0x55, sizeof row);
   fill_vrf_parcel(&row, nullptr);
   EXPECT_THAT(Prints(), ElementsAre("NULL arguments in fill_vrf_parcel"));
-  EXPECT_EQ(row.name, nullptr);
-  EXPECT_EQ(row.rowStatus, 0);
-}
-
-// A request never gets there: a node without its record is no row.
-TEST_F(VrfRow, ClearedRowCanBeEncoded) {
-  mpls_vpn_mib_vrf row;
-  fill_vrf_parcel(&row, nullptr);
+  const mpls_vpn_mib_vrf cleared{};
+  const std::size_t fields = offsetof(mpls_vpn_mib_vrf, discTime) + sizeof row.discTime;  // without padding
+  ASSERT_EQ(std::memcmp(&row, &cleared, fields), 0);
   ASSERT_EQ(prov_encode_parcel(reply_.Place(), &row, &kMibVrfParcel), kStatusOk);
   const Decoded<mpls_vpn_mib_vrf> decoded(kMibVrfParcel, reply_.Get());
   EXPECT_EQ(decoded->name, nullptr);
-  EXPECT_EQ(decoded->associatedInterfaces, 0U);
+  EXPECT_EQ(decoded->discTime, 0U);
 }
 
 TEST_F(VrfRow, NameWithoutMemoryIsNoMemory) {
