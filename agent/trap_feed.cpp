@@ -123,7 +123,7 @@ bool TrapFeed::send_one(Trap* trap) {
   std::vector<std::uint8_t> variables;
   agentx::Writer trial(&variables);
   if (const Status status = write_trap(trap->record, &trial)) {
-    log_line("traps: one cannot be told: %s", err_text(status));
+    log_line("traps: one cannot be sent: %s", err_text(status));
     trap->done = true;
     return true;
   }

@@ -195,7 +195,7 @@ TEST_F(TrapFeedTest, RefusedAndUnreadableTrapsDoNotHoldUpTheOthers) {
   EXPECT_THAT(Numbers(), ElementsAre(1, 1, 2));
   const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_THAT(log, HasSubstr("traps: the master agent refused one: processingError\n"));
-  EXPECT_THAT(log, HasSubstr("traps: one cannot be told: "));
+  EXPECT_THAT(log, HasSubstr("traps: one cannot be sent: "));
 }
 
 TEST_F(TrapFeedTest, MasterThatDoesNotKnowTheSessionIsOpenedAgain) {

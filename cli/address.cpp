@@ -20,7 +20,7 @@ constexpr std::size_t kIpv4Size = 4;
 constexpr std::size_t kIpv6Size = 16;
 
 Failure bad_prefix(const std::string& text, const std::string& why) {
-  return {kExitUsage, "\"" + printable(text) + "\" is no prefix: " + why};
+  return {kExitUsage, "\"" + printable(text) + "\" is not a prefix: " + why};
 }
 
 std::optional<std::vector<std::uint8_t>> parse_address(const std::string& text) {

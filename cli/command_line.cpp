@@ -131,7 +131,7 @@ CLI::Validator watching_time() {
     const auto [stopped, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
     const bool is_whole = error == std::errc() && stopped == text.data() + text.size();
     if (is_whole && seconds > 0 && seconds <= kLongestWatching) return std::string();
-    return fmt::format("{} is no time of more than 0 and at most {} seconds", printable(text),
+    return fmt::format("{} is not a time of more than 0 and at most {} seconds", printable(text),
                        kLongestWatching);
   };
   return {check, ""};

@@ -66,7 +66,8 @@ TEST_F(CommandLine, WordsThatMakeNoCommandAreUsageErrors) {
 
 TEST_F(CommandLine, TimesAndCountsOfWatchingAreBounded) {
   for (const char* time : {"0", "-1", "soon", "nan", "inf", "1e400", "1e9", "5s", ""}) {
-    const std::string reason = std::string(time) + " is no time of more than 0 and at most 31536000 seconds";
+    const std::string reason =
+        std::string(time) + " is not a time of more than 0 and at most 31536000 seconds";
     EXPECT_EQ(Run({"watch", "--timeout", time}), kExitUsage) << time;
     EXPECT_THAT(Err(), StartsWith("--timeout: " + reason + "\n"));
     EXPECT_EQ(Run({"debug", "watch", "--seconds", time}), kExitUsage) << time;

@@ -104,7 +104,7 @@ TEST_F(ConfigurationCandidate, IsMadeWhenSomebodyMadeTheSame) {
   Done("set --candidate vrf red rd 65000:1");
   Done("set vrf red rd 65000:2");
   Done("set vrf red rd 65000:1");
-  EXPECT_EQ(Done("commit"), "nothing in force changed\n");
+  EXPECT_EQ(Done("commit"), "no effective item changed\n");
 }
 
 TEST_F(ConfigurationCandidate, IsBegunByItsFirstEdit) {
@@ -226,7 +226,7 @@ TEST_F(ConfigurationHistory, RollbackUndoesAllThatCameAfter) {
 
 TEST_F(ConfigurationHistory, RollbackToTheNewestChangesNothing) {
   Done("set vrf red description one");
-  EXPECT_EQ(Done("rollback " + NewestCommit()), "nothing in force changed\n");
+  EXPECT_EQ(Done("rollback " + NewestCommit()), "no effective item changed\n");
   EXPECT_EQ(Refused("rollback 4711"), "mplsvpn: there is no commit \"4711\" in the history\n");
 }
 
@@ -248,7 +248,7 @@ TEST_F(ConfigurationHistory, RollbackSaysWhatAnotherOwnerTookAway) {
   Done("set traps all");
   const std::string first = NewestCommit();
   LetGo(kConfigOwnerFile, "vrf red description file");
-  EXPECT_EQ(Done("rollback " + first), "nothing in force changed\n");
+  EXPECT_EQ(Done("rollback " + first), "no effective item changed\n");
   EXPECT_EQ(Err(), "mplsvpn: left alone, as \"file\" took it away: vrf red description file\n");
 }
 

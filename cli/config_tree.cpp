@@ -144,7 +144,7 @@ void print_commit(const Session& session, const std::string& id) {
   if (session.json) {
     session.out << json_line({{"commit", id.empty() ? Json() : Json(id)}}) << '\n';
   } else if (id.empty()) {
-    session.out << "nothing in force changed\n";
+    session.out << "no effective item changed\n";
   } else {
     fmt::print(session.out, "commit {}\n", id);
   }

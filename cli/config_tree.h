@@ -40,7 +40,7 @@ void print_changes(const Session& session, const std::vector<KvConfigCommitChang
 // Makes the commit and answers its id; Failure when it is refused. `what` names it.
 std::string make_commit(const Session& session, kvtree::Client& client, const std::string& what,
                         const std::vector<KvConfigChange>& changes, const std::string& comment);
-// "commit 12", or that nothing in force changed.
+// "commit 12", or that no effective item changed.
 void print_commit(const Session& session, const std::string& id);
 
 }  // namespace cli

@@ -231,7 +231,7 @@ TEST_F(Configuration, LoadIsOneCommit) {
   EXPECT_EQ(commit["commit"], DoneAsJson("history --max 1")[0]["id"]);
   EXPECT_EQ(DoneAsJson("history --max 1")[0]["changes"], 3);
   EXPECT_EQ(DoneAsJson("history --max 1")[0]["comment"], "load " + file);
-  EXPECT_EQ(Done("load " + file), "nothing in force changed\n");
+  EXPECT_EQ(Done("load " + file), "no effective item changed\n");
 }
 
 TEST_F(Configuration, ByteOrderMarkBeforeAFilesFirstLineIsPassedOver) {

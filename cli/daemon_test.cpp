@@ -302,7 +302,8 @@ TEST_F(Daemon, GetOfATypeThatNobodyDescribesIsAFailure) {
 TEST_F(Daemon, AnswerOfAnotherTypeIsAFailure) {
   table = &kWrongTable;
   EXPECT_EQ(Ask({"show", "scalars"}), kExitFailed);
-  EXPECT_THAT(Err(), HasSubstr("the answer is no mpls_vpn_mib_scalars as this program knows it"));
+  EXPECT_THAT(Err(),
+              HasSubstr("the answer is not of the type mpls_vpn_mib_scalars as this program knows it"));
 }
 
 TEST_F(Daemon, RouterWordsGoToTheActionAsTheyAre) {

@@ -25,7 +25,7 @@ class Record {
       : description_(description) {
     if (const Status status = parcel_decode(&description, octets.data(), octets.size(), &value_)) {
       throw request_failure(session, path, status,
-                            path + ": the answer is no " + description.type_name +
+                            path + ": the answer is not of the type " + description.type_name +
                                 " as this program knows it; are daemon and command line of one version?");
     }
   }

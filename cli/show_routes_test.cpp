@@ -156,7 +156,7 @@ TEST_F(ShowRoutes, BadPrefixIsAUsageErrorThatSaysWhy) {
   for (const auto& [prefix, why] : mistakes) {
     EXPECT_EQ(Ask({"show", "routes", "red", prefix}), kExitUsage);
     EXPECT_EQ(Out(), "");
-    EXPECT_EQ(Err(), "mplsvpn: \"" + prefix + "\" is no prefix: " + why + "\n");
+    EXPECT_EQ(Err(), "mplsvpn: \"" + prefix + "\" is not a prefix: " + why + "\n");
   }
 }
 

@@ -1,4 +1,4 @@
-// See vrf_thresholds.h. A node that is no pair of numbers is no threshold, as the daemon sees it.
+// See vrf_thresholds.h. The daemon ignores a node that is not a pair of numbers, and so does this.
 #include "cli/vrf_thresholds.h"
 
 #include <algorithm>

@@ -155,7 +155,7 @@ class WatchChanges : public Watch {
     vpn_events_detach();
     Watch::TearDown();
   }
-  // A commit of an owner: what is set, what is let go of.
+  // A commit of an owner: the nodes that are set and those that are removed.
   void Change(std::string_view owner, std::vector<KvConfigNode> set, std::vector<KvConfigNode> unset = {}) {
     changes.emplace_back([owner, set = std::move(set), unset = std::move(unset)] {
       std::vector<KvConfigChange> all;
@@ -263,7 +263,7 @@ TEST_F(WatchChanges, OtherRecordsThanChangesAreAFailure) {
     EXPECT_EQ(kvtree_unbind(other), kStatusOk);
   });
   EXPECT_EQ(Ask({"watch", "--count", "1", "--timeout", "20"}), kExitFailed);
-  EXPECT_THAT(Err(), HasSubstr("is no vpn_changes"));
+  EXPECT_THAT(Err(), HasSubstr("is not of the type vpn_changes"));
 }
 
 }  // namespace

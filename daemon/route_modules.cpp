@@ -1,5 +1,5 @@
-// See route_modules.h. The modules are the daemon's, loaded by its own functions; what stands in front of the
-// requests is in place only while one is missing.
+// See route_modules.h. The modules are the daemon's, loaded by its own functions. The check before the
+// requests is in place only while a module is missing.
 #include "daemon/route_modules.h"
 
 #include <string>

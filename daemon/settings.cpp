@@ -81,7 +81,8 @@ void take_settings(const YAML::Node& root, const std::filesystem::path& folder, 
 bool find_file(const std::filesystem::path& folder, const std::string& file, Settings* settings) {
   if (std::filesystem::exists(file)) return true;
   if (!std::filesystem::exists(folder)) {
-    settings->notice = folder.string() + ": there is no such configuration directory; the defaults are used";
+    settings->notice =
+        folder.string() + ": the configuration directory does not exist; the defaults are used";
   }
   return false;
 }

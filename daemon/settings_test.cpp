@@ -40,7 +40,7 @@ TEST_F(SettingsFile, MissingFolderIsNoticed) {
   ASSERT_TRUE(read_settings(folder, &settings_, &error_));
   EXPECT_EQ(settings_.source, SourceKind::kKernel);
   EXPECT_EQ(settings_.notice.substr(0, folder.size() + 2), folder + ": ");
-  EXPECT_NE(settings_.notice.find("no such configuration directory"), std::string::npos);
+  EXPECT_NE(settings_.notice.find("configuration directory does not exist"), std::string::npos);
 }
 
 TEST_F(SettingsFile, FolderThatCannotBeSearchedIsAFailure) {

@@ -46,7 +46,7 @@ class Thresholds : public Configured<TrapTest> {
     value.number = number;
     Set(kSwitches + item, value);
   }
-  // The daemon is not told yet.
+  // Nothing is delivered to the daemon yet.
   void PutRoutes(std::size_t count, router::Family family = router::Family::kIpv4) {
     const router::RouteTableId id{family, table_};
     router::RouteStore& routes = router_.routes();

@@ -215,7 +215,8 @@ TEST_F(ConfiguredFormat, OtherTextsAreAsplainAndLogged) {
   Commit({Format("asdot")});
   ::testing::internal::CaptureStderr();
   Commit({Format("dotted")});
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("\"dotted\" is no format of AS numbers"));
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr("\"dotted\" is not a format of AS numbers"));
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
   Commit({Format("asdot")});
   Commit({{vrf_config::as_format({}).path, KvValue{}}});

@@ -63,12 +63,12 @@ TEST_F(CheckpointDamageTest, FileThatIsNoDatabaseIsSetAside) {
 
 TEST_F(CheckpointDamageTest, DatabaseOfSomebodyElseIsSetAside) {
   Sql("CREATE TABLE precious(a); INSERT INTO precious VALUES(1)");
-  ExpectSetAside("it is no checkpoint database");
+  ExpectSetAside("it is not a checkpoint database");
 }
 
 TEST_F(CheckpointDamageTest, DatabaseOfSomebodyElseWithoutTablesButWithANumberIsSetAside) {
   Sql("PRAGMA application_id=77");
-  ExpectSetAside("it is no checkpoint database");
+  ExpectSetAside("it is not a checkpoint database");
 }
 
 TEST_F(CheckpointDamageTest, DatabaseOfANewerVersionIsSetAside) {

@@ -147,7 +147,7 @@ class Opening {
     if (!objects) return false;
     blank_ = *application == 0 && *version == 0 && *objects == 0;
     if (blank_) return true;
-    if (*application != kApplicationId) return damaged("it is no checkpoint database");
+    if (*application != kApplicationId) return damaged("it is not a checkpoint database");
     if (*version == kVersion) return true;
     return damaged("it is of version " + std::to_string(*version) + ", not " + std::to_string(kVersion));
   }

@@ -1,13 +1,14 @@
 // See config_references.h.
 //
-// Notifications of the configuration say which VRFs have items: the items of protocols are kept by VRF and
-// interface, as they are what is told again; of the others (below kVrfScope, where a VRF's items stand
-// together) it is enough to know that there is one. A deletion counts only if the item is out of force when
-// it is told, as a retelling also begins with deletions. Whether a VRF's last item is gone is looked up in
-// the tree, once for all the deletions of a turn of the event loop.
+// Notifications of the configuration say which VRFs have items. The items of protocols are kept by VRF and
+// interface, because they are announced again; of the others (below kVrfScope, where the items of a VRF are
+// together) it is enough to know that there is one. A deletion counts only if the item is not effective when
+// it is delivered, because items that are announced again are deleted first. Whether a VRF still has items is
+// looked up in the tree, once for all the deletions of one pass of the event loop.
 //
-// Joins, and creations of VRFs, wait until the membership service has told its clients of everything up to
-// them, which its turns tell (vmap.h); until then a timer without delay looks again in each turn of the loop.
+// Joins and creations of VRFs wait until the membership service has delivered everything before them, which
+// is known by the order of its events (vmap.h); until then a timer without delay checks in each pass of the
+// loop.
 #include "platform/config_references/config_references.h"
 
 #include <deque>
@@ -213,7 +214,7 @@ void Follower::check(const std::string& vrf) {
   if (items.has_own_items || !items.protocols.empty()) return;
   if (items.is_referenced) {
     if (const Status status = model_->unreference_vrf(vrf, ReferenceHolder::kConfiguration)) {
-      log_line("configuration of VRF %s: its name cannot be given up: %s", vrf.c_str(), err_text(status));
+      log_line("configuration of VRF %s: its name cannot be released: %s", vrf.c_str(), err_text(status));
       return;
     }
   }
@@ -224,7 +225,7 @@ void Follower::joined(const router::Interface& interface) {
   if (interface.vrf != router::kDefaultVrf) retell_for(interface.vrf, interface.name);
 }
 
-// The membership service's items of this change stand in the order of the change's number.
+// The membership service's events of this change have the order of the change's number.
 void Follower::retell_for(const std::string& vrf, const std::string& interface) {
   joins_.push_back({vmap_turn(model_->changes() + 1, VmapPhase::kWentDown), vrf, interface});
   retell_later();
@@ -250,7 +251,7 @@ void Follower::retell_some() {
   }
   if (!paths.empty()) {
     if (const Status status = kvtree_config_retell({paths.begin(), paths.end()}))
-      log_line("configuration of VRFs: it cannot be told again: %s", err_text(status));
+      log_line("configuration of VRFs: its items cannot be announced again: %s", err_text(status));
   }
   if (!joins_.empty()) retell_later();
 }
@@ -258,7 +259,7 @@ void Follower::retell_some() {
 void Follower::tell_description(const std::string& vrf) const {
   if (model_->find_vrf(vrf) == nullptr) return;  // deleted again
   if (const Status status = kvtree_config_tell(vrf_config::description(vrf, {}).path))
-    log_line("configuration of VRF %s: its description cannot be told again: %s", vrf.c_str(),
+    log_line("configuration of VRF %s: its description cannot be announced again: %s", vrf.c_str(),
              err_text(status));
 }
 

@@ -1,22 +1,22 @@
 // What the platform does for VRFs because they have configuration.
 //
-// References. A VRF that configuration in force names is referenced in the router model (by the holder
+// References. A VRF that effective configuration names is referenced in the router model (by the holder
 // "configuration") from its first item to its last, created or not: the record service then keeps its record,
 // with what its client learned from the configuration, while an operator takes the VRF's device down and up.
 //
-// Retelling. A client that counts a protocol's configuration on the interfaces of a VRF has no place to count
-// for an interface that is not there, and loses its counts with one that leaves. When an interface has come
-// to a VRF (or comes to be known by another name or index), and the membership service's clients were told of
-// it, the subscribers of its protocols' configuration in that VRF are told again.
+// Items announced again. A client that counts a protocol's configuration on the interfaces of a VRF cannot
+// count for an interface that is not there, and loses its counts with one that leaves. When an interface has
+// joined a VRF (or has another name or index), and the membership service has delivered that, the
+// configuration of protocols on the interface is announced again to its subscribers.
 //
 // Names. What such a client counted under the former name of an interface that is renamed in its VRF must not
-// stay: the membership service is told to announce the interface as having left, when items were configured
-// under that name, before it announces it under the new name. What is configured under the new name is then
-// told again.
+// stay. When items were configured under that name, the membership service announces the interface as having
+// left before it announces it under the new name. What is configured under the new name is then announced
+// again.
 //
-// Times. A VRF that is created while something names it goes on with the record, and the time of the last
-// change, of before. It must not be older than the VRF, so the subscribers are told the VRF's description
-// once more, or that it has none, when the membership service's clients were told of the creation.
+// Times. A VRF that is created while something names it takes over the record, with the time of its last
+// change. That time must not be before the creation of the VRF. So the VRF's description, or that it has
+// none, is announced once more after the membership service has delivered the creation.
 //
 // One for the process; main thread.
 #pragma once

@@ -85,14 +85,14 @@ class ConfigReferences : public testing::Test {
     EXPECT_EQ(router_.add_interface(interface, &handle), kStatusOk);
     return handle;
   }
-  // A subscriber that says what it is told of the items below the scope.
+  // A subscriber that notes its notifications of the items below the scope.
   void ListenTo(std::string_view scope) {
     KvConnection* connection = nullptr;
     ASSERT_EQ(kvtree_bind(&connection, std::string(scope).c_str(), kKvBindConfiguration), kStatusOk);
     ASSERT_EQ(kvtree_register_notification(connection, "", 7, note_item, manager_, 0, 0, 4, nullptr),
               kStatusOk);
   }
-  // A subscriber of RIP's items and a client of the membership service, which both say what they are told.
+  // A subscriber of RIP's items and a client of the membership service, which both note what is delivered.
   void Listen() {
     ListenTo("/cfg/gl/rip/ord_B/");
     ASSERT_EQ(vmap_c_lib_init(

@@ -19,8 +19,8 @@ constexpr std::uint8_t kNothingTold = 0;
 constexpr std::uint8_t kOwnInForce = 1;
 constexpr std::uint8_t kOtherInForce = 2;
 
-// By owner: the number that stands for it in the file. An owner keeps its number for ever, whatever owners
-// come before it in precedence; a new one takes the next free number.
+// By owner: its number in the file. The number of an owner never changes, whatever owners precede it in
+// precedence; a new owner takes the next free number.
 constexpr std::array<std::uint8_t, kConfigOwners.size()> kOwnerNumbers = {0, 1, 2, 4, 3};
 constexpr std::uint8_t kNobody = 0xff;
 

@@ -1,9 +1,9 @@
 // The changes of a commit in octets, as the database keeps them. Not for other folders.
 //
-// A change is its path, then what its owner holds from then on (a value or none), then a u8: 0 when nothing
-// in force changed; 1 when that came into force, and the owner before with its value follows; 2 when the
-// owner after with its value follows, too. Owners are u8 numbers that never change (kOwnerNumbers), or 0xff
-// for nobody. Reading is for octets that a damaged file may have.
+// A change is its path, then what its owner holds from then on (a value or none), then a u8: 0 when the
+// effective value did not change; 1 when the owner's value became effective, and the previous owner with its
+// value follows; 2 when the next owner with its value follows, too. Owners are u8 numbers that never change
+// (kOwnerNumbers), or 0xff for none. Reading copes with octets from a damaged file.
 #pragma once
 
 #include <functional>

@@ -145,7 +145,7 @@ bool is_below(std::string_view path, const std::vector<std::string>& scopes) {
 Status check_scopes(const std::vector<std::string>& scopes, std::string* mistake) {
   for (const std::string& scope : scopes) {
     if (scope.starts_with("/cfg/") && scope.ends_with('/')) continue;
-    *mistake = scope + ": it is no part of the configuration";
+    *mistake = scope + ": it is not part of the configuration";
     return kStatusUnknownPath;
   }
   return kStatusOk;

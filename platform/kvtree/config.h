@@ -39,7 +39,8 @@ inline constexpr std::string_view kConfigOwnerKernel = "kernel";           // wh
 inline constexpr std::array<std::string_view, 5> kConfigOwners = {
     kConfigOwnerCli, kConfigOwnerFile, kConfigOwnerFrr, kConfigOwnerFrrDerived, kConfigOwnerKernel};
 
-// Where a value comes from, in the words that users read, by its owner. Empty for a text that is no owner.
+// Where a value comes from, in the words that users read, by its owner. Empty for a text that does not name
+// an owner.
 std::string_view kvtree_config_origin(std::string_view owner);
 
 // Parts of the configuration of routing protocols whose subscribers count items: a node's value means nothing
@@ -106,19 +107,19 @@ inline constexpr std::size_t kMaxConfigTuple = 256;          // numbers of a nod
 void kvtree_config_owned(std::string_view owner, std::string_view path,
                          const std::function<void(const KvConfigNode&)>& visit);
 
-// What is in force below the path, in the order of the paths.
+// The effective nodes below the path, in the order of the paths.
 void kvtree_config_in_force(std::string_view path, const std::function<void(const KvConfigNode&)>& visit);
 
-// What is in force of the path, and who holds it; none when nobody does.
+// The effective value of the path and its owner; none when no owner holds one.
 struct KvConfigHeld {
   KvValue value;
   std::string_view owner;
 };
 std::optional<KvConfigHeld> kvtree_config_find(std::string_view path);
 
-// While the answer lives, `observer` is called in every commit that changes what is in force below the path,
-// with these changes, when they are made. Unlike a subscriber it learns who holds a value, and learns nothing
-// when a value is only told again. It must not commit.
+// While the result lives, `observer` is called in every commit that changes effective nodes below the path,
+// with these changes, when they are made. Unlike a subscriber it gets the owner of each value, and is not
+// called when a value is only announced again. It must not commit.
 using KvConfigObserver = std::function<void(const std::vector<KvConfigCommitChange>& changes)>;
 [[nodiscard]] std::shared_ptr<const void> kvtree_config_observe(std::string_view path,
                                                                 KvConfigObserver observer);
@@ -132,20 +133,19 @@ using KvConfigObserver = std::function<void(const std::vector<KvConfigCommitChan
 // is not in the history (any more). Fault point "kvtree_config_changes".
 [[nodiscard]] Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChange>* changes);
 
-// Tells the subscribers of these nodes (those of them that are in force) as if each had been deleted and set
-// again, first all deletions, then all sets: for handlers that lost what they derived from them. Nothing
-// changes and the history has no entry.
+// Announces these nodes (those of them that are effective) to their subscribers as if each had been deleted
+// and set again, first all deletions, then all sets: for handlers that lost what they derived from them.
+// Nothing changes and the history has no entry.
 [[nodiscard]] Status kvtree_config_retell(const std::vector<std::string>& paths);
 
-// Tells the subscribers of this node what is in force there: its value as set, or, when there is none, that
-// it is deleted. Nothing changes and the history has no entry. kStatusUnknownPath for a path that is not
-// below /cfg/.
+// Announces the effective value of this node to its subscribers as set, or, when there is none, as deleted.
+// Nothing changes and the history has no entry. kStatusUnknownPath for a path that is not below /cfg/.
 [[nodiscard]] Status kvtree_config_tell(const std::string& path);
 
 // kvtree_config_retell one node after the other, for handlers whose reading of a node depends on a setting
 // that changes: `before_deletion` is called before each deletion and `before_set` before each set. That order
-// holds for the subscribers on this manager, where nothing is told in between that was not told before. All
-// of it waits in the manager's queue when the call returns.
+// holds for the subscribers on this manager; nothing new is delivered in between. Everything is in the
+// manager's queue when the call returns.
 [[nodiscard]] Status kvtree_config_retell_each(const std::vector<std::string>& paths, EventManager* manager,
                                                const std::function<void()>& before_deletion,
                                                const std::function<void()>& before_set);

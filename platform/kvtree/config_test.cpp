@@ -229,7 +229,7 @@ TEST_F(ConfigReplace, NodeOutsideTheScopesIsAMistake) {
   EXPECT_EQ(mistake, "/cfg/t: it is in none of the parts that are replaced");
   for (const char* scope : {"/cfg", "/oper/", "", "/cfg/s"}) {
     EXPECT_EQ(kvtree_config_replace("file", {scope}, {}, "", &id, &mistake), kStatusUnknownPath);
-    EXPECT_EQ(mistake, std::string(scope) + ": it is no part of the configuration");
+    EXPECT_EQ(mistake, std::string(scope) + ": it is not part of the configuration");
   }
   EXPECT_THAT(InForce(), IsEmpty());
 }

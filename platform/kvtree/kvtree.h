@@ -274,9 +274,9 @@ std::string kvtree_encode_text(std::string_view text);
 [[nodiscard]] Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
                                  std::vector<std::vector<std::uint8_t>>* rows, bool* end);
 
-// From here on every request for a path that begins with this is preceded by the check, and what that answers
-// but kStatusOk is the answer: for what a provider cannot tell from having no rows. The check may end itself.
-// Null ends it.
+// From here on the check runs before every request for a path that begins with this; a status other than
+// kStatusOk is the answer. For providers that have no other way to say that they cannot answer. The check may
+// end itself. Null ends it.
 void kvtree_guard(std::string_view path, Status (*check)());
 
 // Actions: commands of the process's own (not of the daemon) that change something, such as those of a source

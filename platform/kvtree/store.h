@@ -32,7 +32,7 @@ struct KvConnection {
   std::uint32_t mode;
 };
 
-// A change that a subscriber has not been told yet.
+// A change that was not delivered to a subscriber yet.
 struct KvUntold {
   std::uint64_t number;  // in the order of the changes
   std::string path;
@@ -69,7 +69,7 @@ struct RetainedQueue {
   std::shared_ptr<NotificationQueue> queue;
 };
 
-// Who is told of commits.
+// An observer of commits.
 struct ConfigObserver {
   std::string path;
   KvConfigObserver function;

@@ -119,7 +119,7 @@ TEST_F(ConfiguredThresholds, LimitThatIsNoPairIsLoggedAndIsNoThreshold) {
   ASSERT_EQ(kvtree_set(LimitPath(1, 1), text), kStatusOk);
   Run();
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
-              HasSubstr("route thresholds: a limit that is no pair of numbers: "));
+              HasSubstr("route thresholds: a limit that is not a pair of numbers: "));
   EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
 }
 

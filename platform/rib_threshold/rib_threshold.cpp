@@ -94,7 +94,7 @@ Thresholds thresholds_of(const KvNotifyInfo& info) {
   if ((info.whichevent & (kKvEventCreated | kKvEventSet)) == 0) return thresholds;
   const Status status = tuple_unpack(info.value, "%d%d", {&thresholds.maximum, &thresholds.mid});
   if (status == kStatusOk) return thresholds;
-  log_line("route thresholds: a limit that is no pair of numbers: %s", err_text(status));
+  log_line("route thresholds: a limit that is not a pair of numbers: %s", err_text(status));
   return {};
 }
 
@@ -146,8 +146,8 @@ void Service::remove_tables(const router::Vrf& vrf) {
   }
 }
 
-// Whoever hears of an event finds the VRF by the number of its table: what is queued, and the clearing of
-// VRFs that have no table of their own afterwards, is delivered while it still leads there.
+// A subscriber finds the VRF of an event by the number of its table. So what is queued, and the clearing of
+// VRFs that have no table of their own afterwards, is delivered while that number still leads to the VRF.
 void Service::vrf_changing(const std::string& name, const router::Vrf* next) {
   Names concerned{name};
   for (const auto table : kTableOf) {

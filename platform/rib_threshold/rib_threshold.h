@@ -27,8 +27,8 @@
 // A table that several VRFs share is watched for the first of them in name order, the one by which the record
 // service knows it; the thresholds of the others say nothing. "default" is no VRF of the MIB and not watched.
 // A VRF that is left without a table of its own while above its maximum (deleted, or its table is now watched
-// for another VRF) is told as cleared, with 0 routes, before its record loses the table: events lead to a VRF
-// by the number of its table. What is queued for subscribers at that moment is delivered then, too.
+// for another VRF) is announced as cleared, with 0 routes, before its record loses the table: events lead to
+// a VRF by the number of its table. What is queued for subscribers at that moment is delivered then, too.
 //
 // Cost: O(log VRFs) for a table whose routes changed, however many; no polling. Memory: one watch for every
 // VRF with a threshold. An event that cannot be published is logged and tried again at the next change.

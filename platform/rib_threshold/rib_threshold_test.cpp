@@ -139,9 +139,9 @@ TEST_F(RouteNumbers, EventThatCannotBePublishedIsToldWithTheNextChange) {
     SetRoutes(10, 5);
   }
   const std::string log = testing::internal::GetCapturedStderr();
-  EXPECT_NE(log.find("route thresholds: cannot tell mid-thresh-exc of red.ipv4.unicast: "),
+  EXPECT_NE(log.find("route thresholds: cannot publish mid-thresh-exc of red.ipv4.unicast: "),
             std::string::npos);
-  EXPECT_NE(log.find("route thresholds: cannot tell max-thresh-exc of red.ipv4.unicast: "),
+  EXPECT_NE(log.find("route thresholds: cannot publish max-thresh-exc of red.ipv4.unicast: "),
             std::string::npos);
   EXPECT_THAT(Told(), IsEmpty());
   SetRoutes(10, 6);

@@ -24,7 +24,7 @@ class WatchedTables : public RibThresholdTest {
     testing::internal::CaptureStderr();
     const ScopedFault fault("kvtree_set", kStatusNoMemory);
     DeleteVrf(name);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("cannot tell max-thresh-exc"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("cannot publish max-thresh-exc"));
   }
 };
 
@@ -37,7 +37,7 @@ TEST_F(WatchedTables, DeletedVrfIsClearedAndTakesItsNodesAway) {
 
 TEST_F(WatchedTables, DeletedVrfIsToldBeforeTheModelHasNoTableOfIt) {
   SetRoutesInBatch(10, 5);
-  router_.flush_route_changes();  // not told yet
+  router_.flush_route_changes();  // not published yet
   DeleteVrf("red");
   EXPECT_THAT(ToldSoFar(),
               ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2", "red.ipv4.unicast exceeds maximum 10: 5/4",
@@ -64,7 +64,7 @@ TEST_F(WatchedTables, VrfThatWasBelowComesBackSilently) {
   EXPECT_THAT(Told(), IsEmpty());
 }
 
-// What is told of a VRF is kept in its record, which stays while configuration names the VRF.
+// What is announced of a VRF is kept in its record, which stays while configuration names the VRF.
 TEST_F(WatchedTables, DeletionThatCannotBeToldIsToldWhenTheVrfComesBack) {
   ASSERT_EQ(router_.reference_vrf("red"), kStatusOk);
   Exceed();

@@ -27,7 +27,7 @@ bool publish(const TableWatch& watch, const char* item, const Record& record) {
   Status status = encode(record, &value);
   if (status == kStatusOk) status = kvtree_set(node_path(watch, item), std::move(value));
   if (status != kStatusOk) {
-    log_line("route thresholds: cannot tell %s of %s: %s", item, watch.name.c_str(), err_text(status));
+    log_line("route thresholds: cannot publish %s of %s: %s", item, watch.name.c_str(), err_text(status));
   }
   return status == kStatusOk;
 }
@@ -106,8 +106,8 @@ void VrfWatch::clear_before_loss() {
   tell_cleared(emptied);
 }
 
-// The table that fell tells it; when the VRF does not have it any more, the other one, under whose number the
-// VRF is known, too. Without any it waits for a table.
+// Published for the table that fell below; when the VRF does not have it any more, for the other one, by
+// whose number the VRF is known, too. Without any table it waits for one.
 void VrfWatch::tell_cleared(const std::array<TableNow, kFamilies>& now) {
   const std::size_t other = kFamilies - 1 - crossed_last_;
   const std::size_t teller = now[crossed_last_].table != 0 ? crossed_last_ : other;

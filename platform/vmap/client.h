@@ -38,7 +38,7 @@ struct ToldVrf {
 
 struct ToldInterface {
   SharedName vrf_name;
-  std::string name;  // the interface's own when the client was told, which is when it asks for it
+  std::string name;  // the interface's own at the time of the delivery, when the client asks for it
 };
 
 struct Told {

@@ -24,7 +24,7 @@ VmapClient* find_client(std::uint64_t id) {
   return nullptr;
 }
 
-// A client may have ignored a VRF for its flags, so a deletion has those that it was told last.
+// A client may have ignored a VRF for its flags, so a deletion has those that were delivered last.
 void call_vrf(VmapMemberDatabase* database, const Event& event) {
   const std::uint32_t flags = database->client->told.vrfs.at(*event.vrf_name).flags;
   const VmapVrfItem item{event.vrf_name->c_str(), event.vrf_id, 0, flags, nullptr};

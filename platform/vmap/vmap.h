@@ -5,18 +5,18 @@
 // interfaces in the order they joined; changes after that arrive through the event manager, in the order they
 // happened, in bounded batches. An interface that is in no VRF is not announced, nor is the VRF "default". A
 // move is a Delete for the old VRF, then an Update for the new one. VRFs that are only named are not
-// announced. An item is announced again when what it says has changed: an interface under a new name or
-// index, the members of a VRF that was created or deleted (their vrf_id). An item says what was true when the
-// change happened, whatever has become of it when it is delivered. A client that knows the interface by
-// another name may be told that it left, before it is told that it is there (vmap_on_rename).
+// announced. An item is announced again when its contents have changed: an interface under a new name or
+// index, the members of a VRF that was created or deleted (their vrf_id). An item has the contents of the
+// time of the change, whatever happens before it is delivered. To a client that knows the interface by
+// another name it may be announced as having left first (vmap_on_rename).
 //
 // Clients do not keep interfaces of subscribers. An interface that gets such a name while it is in a VRF is
 // announced as having left, and then under its new name.
 //
-// A VRF that is announced again would begin anew for a client, so a change of its flags alone is not
+// A client treats a VRF that is announced again as a new one, so a change of its flags alone is not
 // announced: an announcement of a VRF has the flags of the time of its delivery, and its deletion those that
-// the client was told last. Only a VRF that clients of the MIB may see no more, or see again
-// (kVmapVrfFlagIgnore), is announced as deleted with the former flags and created with the new ones.
+// were delivered last. Only a VRF that clients of the MIB must ignore from now on, or must not ignore any
+// more (kVmapVrfFlagIgnore), is announced as deleted with the former flags and created with the new ones.
 //
 // The connection can drop and come back (vmap_service_stop, vmap_service_start). What a client was told and
 // what has gone meanwhile is announced as deleted by the next registration, before what exists, so that no
@@ -115,9 +115,9 @@ void vmap_deliver_oldest();
 // waits. Null ends it.
 void vmap_wait_for(std::uint64_t (*oldest_elsewhere)());
 
-// Asked before a client is told of an interface that it knows by another name, `if_name`, in this VRF: true
-// when what is kept under that name must end, which it does by a deletion of the interface right before the
-// update. Null ends it.
+// Asked before an interface is announced to a client that knows it by another name, `if_name`, in this VRF:
+// true when what is kept under that name must end, which it does by a deletion of the interface right before
+// the update. Null ends it.
 void vmap_on_rename(bool (*must_end)(const char* vrf_name, const char* if_name));
 
 // True for the name of a subscriber's interface: it contains ".ip" or ".pppoe".

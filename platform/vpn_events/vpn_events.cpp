@@ -96,7 +96,7 @@ Reporter::Place Reporter::place_of(const Change& change, const Held& held) {
   return {change.vrf, change.item, change.family, is_rd ? std::string() : held.text};
 }
 
-// Joins the change to one that waits and took the value away. True when it is no change of its own.
+// Merges the change into a waiting one that removed the value. True when it is not a change of its own.
 bool Reporter::merge(const Change& change) {
   if (!change.before.text.empty()) return false;
   const auto found = taken_away_.find(place_of(change, change.after));

@@ -2,11 +2,11 @@
 // and their owners, as notifications (records.h) of a provider of its own. "Effective" is what readers see of
 // all that owners hold (platform/kvtree/config.h), and of the router model's RD where none is configured.
 //
-// Changes come from commits and from the model, never from what is told to subscribers: what is replayed or
-// told again is no change. Every value that was effective is reported, also when the next commit takes it
-// back. A value that one source takes away and the next one sets within one turn of the loop, as when a VRF
-// moves from a router file's configuration into the model or an RD that the suite derived is configured, is
-// one change, or none when it is the same value. What is there when it is attached is not reported.
+// Changes come from commits and from the model, never from notifications of subscribers: what is replayed or
+// announced again is not a change. Every value that was effective is reported, also when the next commit
+// reverts it. A value that one source removes and the next one sets within one pass of the loop, as when a
+// VRF moves from a router file's configuration into the model or an RD that the suite derived is configured,
+// is one change, or none when it is the same value. What is there when it is attached is not reported.
 //
 // Reports leave from the event manager's loop, before the answer to a client's commit, in records of
 // kMostChanges at most: the queue of a subscriber that reads late (kvtree::kPlainQueue records) has room for

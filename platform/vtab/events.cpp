@@ -13,9 +13,9 @@
 // case. One that goes down in one family and comes up in the other at once was up and stays up, and is shown
 // as it was until after the callback.
 //
-// The membership service has a queue of its own; before each event, what is older there is let pass, and it
-// waits in its turn (vmap.h). Names are asked for as they are at present, so what both have waiting is
-// delivered before an interface gets another name, and again when it has it.
+// The membership service has a queue of its own; before each event, older ones there are delivered, and it
+// does the same (vmap.h). Clients ask for names as they are at present, so what both have queued is delivered
+// before an interface gets another name, and again when it has it.
 //
 // vtab_end_client may be called from inside a callback: the generation number tells.
 #include <utility>

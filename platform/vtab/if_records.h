@@ -1,13 +1,13 @@
 // The interface records, by index and by name.
 //
-// A node never moves while its interface exists, whatever becomes of its name and index: the map's node is
-// taken out and put back under the new key. The record of an interface that was removed stays findable by its
-// name until the client was told all about it.
+// A node never moves while its interface exists, whatever its name and index become: the map's node is taken
+// out and put back under the new key. The record of an interface that was removed can be found by its name
+// until all its events are delivered.
 //
 // Name, VRF and index of a record are the interface's own at once. Its states and addresses, and the record
-// that a look-up by name finds, are those that the client has been told of: they go through the queue of
-// events (events.cpp). So a name has a list of holders, in the order in which they took it; the first is the
-// one that the client knows by it.
+// that a look-up by name finds, are those that were delivered to the client: they wait in the queue of events
+// (events.cpp). So a name has a list of holders, in the order in which they took it; the first is the one
+// that the client knows by it.
 #pragma once
 
 #include <cstdint>

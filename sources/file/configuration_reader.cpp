@@ -32,7 +32,7 @@ void add(const YAML::Node& value, ConfiguredItems* items, MakeNode node) {
 
 std::string read_interface_name(const YAML::Node& value) {
   std::string name = read_line(value, "an interface's name", router::kInterfaceNameMax);
-  if (!router::valid_interface_name(name)) refuse(value.Mark(), quoted(name) + " is no interface name");
+  if (!router::valid_interface_name(name)) refuse(value.Mark(), quoted(name) + " is not an interface name");
   return name;
 }
 
@@ -52,7 +52,8 @@ std::uint32_t read_as_number(const YAML::Node& value) {
 Target read_target(const YAML::Node& value) {
   const std::string text = read_text(value, "a route target");
   const std::optional<Target> target = vrf_config::parse_target(text);
-  if (!target) refuse(value.Mark(), quoted(text) + " is no route target such as 65000:100 or 192.0.2.1:100");
+  if (!target)
+    refuse(value.Mark(), quoted(text) + " is not a route target such as 65000:100 or 192.0.2.1:100");
   return *target;
 }
 
@@ -98,7 +99,7 @@ void read_neighbor_name(const YAML::Node& value, Neighbor* neighbor) {
   neighbor->name = read_line(value, "a neighbor", router::kInterfaceNameMax);
   neighbor->mark = value.Mark();
   if (!is_neighbor(neighbor->name)) {
-    refuse(value.Mark(), quoted(neighbor->name) + " is no address and no name of a neighbor");
+    refuse(value.Mark(), quoted(neighbor->name) + " is neither an address nor the name of a neighbor");
   }
 }
 
@@ -161,7 +162,7 @@ void read_instance_interfaces(const YAML::Node& value, Instance* instance) {
 void read_area(const YAML::Node& value, Instance* instance) {
   const std::string text = read_text(value, "an area");
   instance->number = vrf_config::parse_area(text);
-  if (!instance->number) refuse(value.Mark(), quoted(text) + " is no area such as 0 or 0.0.0.10");
+  if (!instance->number) refuse(value.Mark(), quoted(text) + " is not an area such as 0 or 0.0.0.10");
 }
 
 constexpr Key<Instance> kOspfKeys[] = {
@@ -196,7 +197,7 @@ constexpr Key<StaticEntry> kStaticKeys[] = {
        const bool has_length = entry->route.prefix.find('/') != std::string::npos;
        if (!has_length || !router::parse_address(entry->route.prefix, &entry->prefix)) {
          refuse(value.Mark(),
-                quoted(entry->route.prefix) + " is no prefix such as 10.1.0.0/16 or 2001:db8::/32");
+                quoted(entry->route.prefix) + " is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
        }
        entry->route.family = family_of(entry->prefix);
      }},
@@ -208,7 +209,7 @@ constexpr Key<StaticEntry> kStaticKeys[] = {
        entry->next_hop_mark = value.Mark();
        const bool plain = entry->route.next_hop.find('/') == std::string::npos;
        if (!plain || !router::parse_address(entry->route.next_hop, &entry->next_hop.emplace())) {
-         refuse(value.Mark(), quoted(entry->route.next_hop) + " is no address");
+         refuse(value.Mark(), quoted(entry->route.next_hop) + " is not an address");
        }
      }},
 };

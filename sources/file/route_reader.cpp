@@ -37,7 +37,7 @@ RouteProtocol protocol_at(std::size_t position) {
 void read_prefix(const YAML::Node& value, RouteEntry* entry) {
   const std::string text = read_text(value, "a prefix");
   if (text.find('/') == std::string::npos || !router::parse_address(text, &entry->prefix)) {
-    refuse(value.Mark(), quoted(text) + " is no prefix such as 10.1.0.0/16 or 2001:db8::/32");
+    refuse(value.Mark(), quoted(text) + " is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
   }
   router::RouteAddress same;
   if (!nth_prefix(entry->prefix.octets, entry->prefix.prefix_length, 0, &same)) {
@@ -52,7 +52,7 @@ void read_next_hop(const YAML::Node& value, RouteEntry* entry) {
   Address address;
   const bool is_address = text.find('/') == std::string::npos && router::parse_address(text, &address);
   if (!is_address || address.octets == router::RouteAddress{}) {
-    refuse(value.Mark(), quoted(text) + " is no next hop such as 192.0.2.1 or 2001:db8::1");
+    refuse(value.Mark(), quoted(text) + " is not a next hop such as 192.0.2.1 or 2001:db8::1");
   }
   for (const auto& [other, mark] : entry->next_hops) {
     if (other == address) refuse(value.Mark(), "the next hop " + quoted(text) + " is written twice");

@@ -104,11 +104,11 @@ TEST_F(RouterCommands, VrfWithoutAnIdGetsItsTablesOrTheNextFreeOne) {
 
 TEST_F(RouterCommands, BadWordsOfAVrfAreNamed) {
   EXPECT_EQ(Say("add-vrf red id 1"), kStatusInvalid);
-  EXPECT_EQ(text_, "\"1\" is no id");
+  EXPECT_EQ(text_, "\"1\" is not a valid id");
   EXPECT_EQ(Say("add-vrf red id"), kStatusInvalid);
   EXPECT_EQ(text_, "\"id\" takes a value");
   EXPECT_EQ(Say("add-vrf red rd 5"), kStatusInvalid);
-  EXPECT_EQ(text_, "\"5\" is no rd");
+  EXPECT_EQ(text_, "\"5\" is not a valid rd");
   EXPECT_EQ(Say("add-vrf red small"), kStatusInvalid);
   EXPECT_EQ(text_, "unknown word \"small\"");
   EXPECT_EQ(Say("add-vrf " + std::string(32, 'v')), kStatusInvalid);
@@ -160,7 +160,7 @@ TEST_F(RouterCommands, BadWordsOfAnInterfaceAreNamed) {
   EXPECT_EQ(text_, "an interface needs an index");
   EXPECT_EQ(Say("add-interface ge0 index 2147483648"), kStatusInvalid);
   EXPECT_EQ(Say("add-interface ge0 index 1 address 10.0.0"), kStatusInvalid);
-  EXPECT_EQ(text_, "\"10.0.0\" is no address");
+  EXPECT_EQ(text_, "\"10.0.0\" is not a valid address");
   EXPECT_EQ(Say("add-interface ge0 index 1 vrf " + std::string(32, 'v')), kStatusInvalid);
   EXPECT_EQ(Say("add-interface " + std::string(64, 'i') + " index 1"), kStatusInvalid);
   EXPECT_EQ(router_.interface_count(), 0U);

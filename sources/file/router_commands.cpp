@@ -114,7 +114,7 @@ void complete_vrf(const router::Router& model, Vrf* vrf) {
 Status add_vrf(const RouterCommandContext& context) {
   Vrf vrf;
   vrf.name = context.arguments[0];
-  if (!router::valid_vrf_name(vrf.name)) return refuse(context, quoted(vrf.name) + " is no VRF name");
+  if (!router::valid_vrf_name(vrf.name)) return refuse(context, quoted(vrf.name) + " is not a VRF name");
   if (const Status status = apply_options(context, 1, kVrfOptions, &vrf)) return status;
   complete_vrf(*context.model, &vrf);
   return report(context, context.model->create_vrf(vrf),
@@ -143,7 +143,7 @@ Status add_interface(const RouterCommandContext& context) {
   interface.name = context.arguments[0];
   interface.up = true;
   if (!router::valid_interface_name(interface.name)) {
-    return refuse(context, quoted(interface.name) + " is no interface name");
+    return refuse(context, quoted(interface.name) + " is not an interface name");
   }
   if (const Status status = apply_options(context, 1, kInterfaceOptions, &interface)) return status;
   if (interface.index == 0) return refuse(context, "an interface needs an index");
@@ -208,7 +208,7 @@ Status add_address(const RouterCommandContext& context) {
   const std::string& text = context.arguments[1];
   return change_interface(context, " has address " + text, [&](Interface* interface) {
     Address address;
-    if (!router::parse_address(text, &address)) return refuse(context, quoted(text) + " is no address");
+    if (!router::parse_address(text, &address)) return refuse(context, quoted(text) + " is not an address");
     if (find_address(interface, address) != interface->addresses.end()) {
       *context.text = "interface " + interface->name + " has this address already";
       return kStatusExists;
@@ -222,7 +222,7 @@ Status delete_address(const RouterCommandContext& context) {
   const std::string& text = context.arguments[1];
   return change_interface(context, " has no address " + text + " any more", [&](Interface* interface) {
     Address address;
-    if (!router::parse_address(text, &address)) return refuse(context, quoted(text) + " is no address");
+    if (!router::parse_address(text, &address)) return refuse(context, quoted(text) + " is not an address");
     const auto found = find_address(interface, address);
     if (found == interface->addresses.end()) {
       *context.text = "interface " + interface->name + " has no such address";

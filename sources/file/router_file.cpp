@@ -59,7 +59,7 @@ std::string quoted(std::string_view text) {
 
 std::string read_vrf_name(const YAML::Node& value) {
   std::string name = read_line(value, "a VRF's name", router::kVrfNameMax);
-  if (!router::valid_vrf_name(name)) refuse(value.Mark(), quoted(name) + " is no VRF name");
+  if (!router::valid_vrf_name(name)) refuse(value.Mark(), quoted(name) + " is not a VRF name");
   return name;
 }
 
@@ -103,7 +103,7 @@ void read_rd(const YAML::Node& value, VrfEntry* entry) {
   entry->vrf.rd = read_text(value, "a route distinguisher");
   if (!valid_route_distinguisher(entry->vrf.rd)) {
     refuse(value.Mark(),
-           quoted(entry->vrf.rd) + " is no route distinguisher such as 65000:100 or 192.0.2.1:100");
+           quoted(entry->vrf.rd) + " is not a route distinguisher such as 65000:100 or 192.0.2.1:100");
   }
   entry->rd_mark = value.Mark();
 }
@@ -191,7 +191,7 @@ void complete_reference(const YAML::Node& item, VrfEntry* entry) {
   }
   if (entry->vrf.rd.empty()) return;
   const std::optional<vrf_config::Target> rd = vrf_config::parse_target(entry->vrf.rd);
-  if (!rd) refuse(entry->rd_mark, quoted(entry->vrf.rd) + " is no route distinguisher");
+  if (!rd) refuse(entry->rd_mark, quoted(entry->vrf.rd) + " is not a route distinguisher");
   const auto node = [rd = *rd](const std::string& vrf) {
     return vrf_config::route_distinguisher(vrf, vrf_config::Family::kIpv4, rd);
   };
@@ -216,7 +216,7 @@ void read_address(const YAML::Node& value, InterfaceEntry* entry) {
   const std::string text = read_text(value, "an address");
   router::Address address;
   if (!router::parse_address(text, &address)) {
-    refuse(value.Mark(), quoted(text) + " is no address such as 192.0.2.1/24 or 2001:db8::1/64");
+    refuse(value.Mark(), quoted(text) + " is not an address such as 192.0.2.1/24 or 2001:db8::1/64");
   }
   for (const router::Address& other : entry->interface.addresses) {
     if (other.family == address.family && other.octets == address.octets) {
@@ -232,7 +232,7 @@ constexpr Key<InterfaceEntry> kInterfaceKeys[] = {
        entry->interface.name = read_line(value, "an interface's name", router::kInterfaceNameMax);
        entry->name_mark = value.Mark();
        if (!router::valid_interface_name(entry->interface.name)) {
-         refuse(value.Mark(), quoted(entry->interface.name) + " is no interface name");
+         refuse(value.Mark(), quoted(entry->interface.name) + " is not an interface name");
        }
      }},
     {"index",

@@ -189,16 +189,16 @@ TEST(RouterFileConfigurationMistake, NumbersAreInRange) {
 
 TEST(RouterFileConfigurationMistake, TextsHaveTheirForm) {
   EXPECT_EQ(MistakeInRed("route_targets: {import: [65000]}"),
-            "2:50: \"65000\" is no route target such as 65000:100 or 192.0.2.1:100");
+            "2:50: \"65000\" is not a route target such as 65000:100 or 192.0.2.1:100");
   EXPECT_EQ(MistakeInRed("bgp: {as: 1, neighbors: [10.0.0]}"),
-            "2:50: \"10.0.0\" is no address and no name of a neighbor");
+            "2:50: \"10.0.0\" is neither an address nor the name of a neighbor");
   EXPECT_EQ(MistakeInRed("bgp: {as: 1, neighbors: [10.0.0.0/8]}"),
-            "2:50: \"10.0.0.0/8\" is no address and no name of a neighbor");
+            "2:50: \"10.0.0.0/8\" is neither an address nor the name of a neighbor");
   EXPECT_EQ(MistakeInRed("ospf: [{process: 1, area: backbone}]"),
-            "2:51: \"backbone\" is no area such as 0 or 0.0.0.10");
+            "2:51: \"backbone\" is not an area such as 0 or 0.0.0.10");
   EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.1, interface: ge0}]"),
-            "2:43: \"10.0.0.1\" is no prefix such as 10.1.0.0/16 or 2001:db8::/32");
-  EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.0/8, next_hop: ge0}]"), "2:65: \"ge0\" is no address");
+            "2:43: \"10.0.0.1\" is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
+  EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.0/8, next_hop: ge0}]"), "2:65: \"ge0\" is not an address");
   EXPECT_EQ(MistakeInRed("policies: {import: {ipv4: ''}}"), "2:51: a route policy has a name");
 }
 

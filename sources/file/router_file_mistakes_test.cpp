@@ -98,7 +98,7 @@ TEST(RouterFileMistake, NumbersOutOfRangeAreRefused) {
 TEST(RouterFileMistake, NamesTooLongOrEmptyAreRefused) {
   EXPECT_EQ(MistakeInVrf("name: " + std::string(32, 'v') + ", id: 2"),
             "2:12: a VRF's name has 32 octets, more than 31");
-  EXPECT_EQ(MistakeInVrf("name: '', id: 2"), "2:12: \"\" is no VRF name");
+  EXPECT_EQ(MistakeInVrf("name: '', id: 2"), "2:12: \"\" is not a VRF name");
   EXPECT_EQ(MistakeInVrf("name: \"a\\0b\", id: 2"),
             "2:12: a VRF's name is one line without control characters");
   EXPECT_EQ(MistakeInInterface("name: " + std::string(64, 'i') + ", index: 2"),
@@ -156,13 +156,13 @@ TEST(RouterFileMistake, UnknownStatesAreRefused) {
 
 TEST(RouterFileMistake, BadRouteDistinguisherIsRefused) {
   EXPECT_EQ(MistakeInVrf("name: red, rd: '65000'"),
-            "2:21: \"65000\" is no route distinguisher such as 65000:100 or 192.0.2.1:100");
+            "2:21: \"65000\" is not a route distinguisher such as 65000:100 or 192.0.2.1:100");
 }
 
 TEST(RouterFileMistake, BadAddressesAreRefused) {
   for (const char* text : {"10.0.0.1/33", "10.0.0/24", "2001:db8::1/129", "ge1"}) {
     EXPECT_EQ(MistakeInInterface("name: ge0, addresses: ['" + std::string(text) + "']"),
-              "2:29: \"" + std::string(text) + "\" is no address such as 192.0.2.1/24 or 2001:db8::1/64");
+              "2:29: \"" + std::string(text) + "\" is not an address such as 192.0.2.1/24 or 2001:db8::1/64");
   }
 }
 

@@ -235,7 +235,7 @@ TEST(RoutesMistake, BadPrefixesAreRefused) {
   for (const char* prefix :
        {"10.0.0.0", "10.0.0.0/33", "10.0.0/8", "ten", "10.0.0.0/8/8", "2001:db8::g/32"}) {
     EXPECT_EQ(MistakeInRoute("type: reject, prefix: \"" + std::string(prefix) + "\""),
-              "2:35: \"" + std::string(prefix) + "\" is no prefix such as 10.1.0.0/16 or 2001:db8::/32");
+              "2:35: \"" + std::string(prefix) + "\" is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
   }
 }
 
@@ -253,7 +253,7 @@ TEST(RoutesMistake, BitsBeyondThePrefixLengthAreRefused) {
 TEST(RoutesMistake, BadNextHopsAreRefused) {
   for (const char* next_hop : {"192.0.2", "192.0.2.1/32", "0.0.0.0", "::"}) {
     EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, next_hop: \"" + std::string(next_hop) + "\""),
-              "2:43: \"" + std::string(next_hop) + "\" is no next hop such as 192.0.2.1 or 2001:db8::1");
+              "2:43: \"" + std::string(next_hop) + "\" is not a next hop such as 192.0.2.1 or 2001:db8::1");
   }
   EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, next_hops: [192.0.2.1, 192.0.2.1]"),
             "2:56: the next hop \"192.0.2.1\" is written twice");

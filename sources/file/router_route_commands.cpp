@@ -71,7 +71,7 @@ Status read_path(const RouterCommandContext& context, router::RouteTableId* tabl
     return kStatusNoSuchRow;
   }
   if (prefix.find('/') == std::string::npos || !router::parse_address(prefix, &path->prefix)) {
-    return refuse(context, quoted(prefix) + " is no prefix");
+    return refuse(context, quoted(prefix) + " is not a prefix");
   }
   const bool is_ipv4 = path->prefix.family == router::Family::kIpv4;
   *table = {path->prefix.family, is_ipv4 ? vrf->ipv4_table : vrf->ipv6_table};

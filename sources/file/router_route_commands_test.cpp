@@ -115,15 +115,15 @@ TEST_F(RouteCommands, WhatIsNoRouteIsRefused) {
     return text_;
   };
   EXPECT_EQ(refusal("blue 10.1.0.0/16 type other"), "there is no VRF \"blue\"");
-  EXPECT_EQ(refusal("red 10.1.0.0 type other"), "\"10.1.0.0\" is no prefix");
+  EXPECT_EQ(refusal("red 10.1.0.0 type other"), "\"10.1.0.0\" is not a prefix");
   EXPECT_EQ(refusal("red 10.1.0.0/16"), "a route needs a next hop (via), an interface or a type");
-  EXPECT_EQ(refusal("red 10.1.0.0/16 via fe80::1"), "\"fe80::1\" is no via");
-  EXPECT_EQ(refusal("red 10.1.0.0/16 via 0.0.0.0"), "\"0.0.0.0\" is no via");
+  EXPECT_EQ(refusal("red 10.1.0.0/16 via fe80::1"), "\"fe80::1\" is not a valid via");
+  EXPECT_EQ(refusal("red 10.1.0.0/16 via 0.0.0.0"), "\"0.0.0.0\" is not a valid via");
   EXPECT_EQ(refusal("red 10.1.0.0/16 interface ge9"), "there is no interface \"ge9\"");
-  EXPECT_EQ(refusal("red 10.1.0.0/16 type throw"), "\"throw\" is no type");
-  EXPECT_EQ(refusal("red 10.1.0.0/16 type other protocol babel"), "\"babel\" is no protocol");
-  EXPECT_EQ(refusal("red 10.1.0.0/16 type other metric -1"), "\"-1\" is no metric");
-  EXPECT_EQ(refusal("red 10.1.0.0/16 via 192.0.2.1 label 1048576"), "\"1048576\" is no label");
+  EXPECT_EQ(refusal("red 10.1.0.0/16 type throw"), "\"throw\" is not a valid type");
+  EXPECT_EQ(refusal("red 10.1.0.0/16 type other protocol babel"), "\"babel\" is not a valid protocol");
+  EXPECT_EQ(refusal("red 10.1.0.0/16 type other metric -1"), "\"-1\" is not a valid metric");
+  EXPECT_EQ(refusal("red 10.1.0.0/16 via 192.0.2.1 label 1048576"), "\"1048576\" is not a valid label");
   EXPECT_EQ(refusal("red 10.1.0.1/16 type other"), "refused: Invalid argument");
   EXPECT_TRUE(Rows().empty());
 }

@@ -55,7 +55,8 @@ Status apply_options(const RouterCommandContext& context, std::size_t first,
     if (option == std::end(options)) return refuse(context, "unknown word " + quoted(keyword));
     if (option->takes_value && ++at == words.size())
       return refuse(context, quoted(keyword) + " takes a value");
-    if (!option->apply(words[at], into)) return refuse(context, quoted(words[at]) + " is no " + keyword);
+    if (!option->apply(words[at], into))
+      return refuse(context, quoted(words[at]) + " is not a valid " + keyword);
   }
   return kStatusOk;
 }

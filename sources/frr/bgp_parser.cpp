@@ -88,13 +88,13 @@ void take_activation(Parser& parser, const Words& words) {
 
 void take_rd(Parser& parser, const Words& words) {
   const auto rd = parse_suite_target(words[3]);
-  if (!rd) return parser.mistake("'" + std::string(words[3]) + "' is no route distinguisher");
+  if (!rd) return parser.mistake("'" + std::string(words[3]) + "' is not a route distinguisher");
   family(parser).rd = *rd;
 }
 
 void take_evpn_rd(Parser& parser, const Words& words) {
   const auto rd = parse_suite_target(words[1]);
-  if (!rd) return parser.mistake("'" + std::string(words[1]) + "' is no route distinguisher");
+  if (!rd) return parser.mistake("'" + std::string(words[1]) + "' is not a route distinguisher");
   instance(parser).families[kEvpn].rd = *rd;
 }
 
@@ -104,7 +104,7 @@ void take_evpn_targets(Parser& parser, const Words& words) {
   for (std::size_t i = 2; i < words.size(); ++i) {
     if (words[i] == "auto") continue;
     const auto target = parse_suite_target(words[i]);
-    if (!target) return parser.mistake("'" + std::string(words[i]) + "' is no route target");
+    if (!target) return parser.mistake("'" + std::string(words[i]) + "' is not a route target");
     if (words[1] != "export") evpn.imports.push_back(*target);
     if (words[1] != "import") evpn.exports.push_back(*target);
   }
@@ -123,7 +123,7 @@ void take_targets(Parser& parser, const Words& words) {
   std::vector<vrf_config::Target> targets;
   for (std::size_t i = 3; i < words.size(); ++i) {
     const auto target = parse_suite_target(words[i]);
-    if (!target) return parser.mistake("'" + std::string(words[i]) + "' is no route target");
+    if (!target) return parser.mistake("'" + std::string(words[i]) + "' is not a route target");
     targets.push_back(*target);
   }
   if (words[2] != "export") family(parser).imports = targets;
@@ -196,7 +196,7 @@ void open_bgp(Parser& parser, const Words& words) {
   if (!is_vpn(parser, words[4])) return;
   const std::optional<std::uint32_t> as_number = vrf_config::parse_as_number(words[2]);
   if (!as_number) {
-    return parser.mistake("'" + std::string(words[2]) + "' is no AS number");
+    return parser.mistake("'" + std::string(words[2]) + "' is not an AS number");
   }
   parser.stanza = Stanza::kBgp;
   BgpInstance opened;

@@ -1,7 +1,7 @@
 // See conversation.h. A question is some lines: for the configuration, for what further commands show, for
 // the programs that the shell is connected to, and a word that it does not know. The word in what it prints,
-// as an echo or in an error message, marks the end, whatever the prompt is. Other such words stand before,
-// between and behind the further commands.
+// as an echo or in an error message, marks the end, whatever the prompt is. Other such words are sent before,
+// between and after the further commands.
 //
 // The shell is in a process group of its own, so that it goes with whatever it started; it ends by itself
 // when this process does, because its input ends.
@@ -150,8 +150,8 @@ Answer not_whole(std::string reason) {
   return answer;
 }
 
-// Cuts what stands between the words before and behind each command out of the text. False when one of the
-// words is missing.
+// Cuts the text between the words before and after each command out of the whole. False when one of the words
+// is missing.
 bool take_parts(std::string_view* text, std::size_t commands, std::vector<std::string>* shown) {
   for (std::size_t part = 0; part <= commands; ++part) {
     const std::string mark = part_mark(part);

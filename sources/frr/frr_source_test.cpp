@@ -433,7 +433,7 @@ TEST_F(FrrSourceTest, MistakesLeaveTheRestInForce) {
   Hear("bgpd");
   const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_THAT(Held(), UnorderedElementsAre(kTarget10Words));
-  EXPECT_THAT(log, HasSubstr("'nonsense' is no route distinguisher"));
+  EXPECT_THAT(log, HasSubstr("'nonsense' is not a route distinguisher"));
   EXPECT_EQ(log.find("nonsense"), log.rfind("nonsense")) << "said once";
 }
 

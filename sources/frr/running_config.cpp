@@ -46,7 +46,7 @@ void open_ospf(Parser& parser, const Words& words) {
   std::uint32_t process = kOnlyProcess;
   if (!is_vpn(parser, words.back())) return;
   if (words.size() == 5 && !parse_number(words[2], kMostProcesses, &process)) {
-    return parser.mistake("'" + std::string(words[2]) + "' is no instance of OSPF");
+    return parser.mistake("'" + std::string(words[2]) + "' is not an instance of OSPF");
   }
   parser.stanza = Stanza::kOspf;
   parser.config.ospf.push_back({std::string(words.back()), std::to_string(process)});
@@ -72,7 +72,7 @@ void open_eigrp(Parser& parser, const Words& words) {
   std::uint32_t as_number = 0;
   if (!is_vpn(parser, words[4])) return;
   if (!parse_number(words[2], 65535, &as_number)) {
-    return parser.mistake("'" + std::string(words[2]) + "' is no AS number");
+    return parser.mistake("'" + std::string(words[2]) + "' is not an AS number");
   }
   parser.stanza = Stanza::kEigrp;
   parser.config.eigrp.push_back({std::string(words[4]), std::to_string(as_number)});
@@ -132,7 +132,7 @@ void take_network_or_name(Parser& parser, std::string_view word, router::Family 
     process->interfaces.emplace_back(word);
   } else {
     const char* wanted = family == router::Family::kIpv4 ? "IPv4" : "IPv6";
-    parser.mistake("'" + std::string(word) + "' is no " + wanted + " network");
+    parser.mistake("'" + std::string(word) + "' is not an " + wanted + " network");
   }
 }
 
@@ -147,14 +147,14 @@ void take_ripng_network(Parser& parser, const Words& words) {
 void take_eigrp_network(Parser& parser, const Words& words) {
   Network network;
   if (!parse_network(words[1], &network.prefix)) {
-    return parser.mistake("'" + std::string(words[1]) + "' is no IPv4 network");
+    return parser.mistake("'" + std::string(words[1]) + "' is not an IPv4 network");
   }
   parser.config.eigrp.back().networks.push_back(network);
 }
 
 void take_ospf_area(Parser& parser, std::uint32_t process, std::string_view text) {
   const std::optional<std::uint32_t> area = vrf_config::parse_area(text);
-  if (!area) return parser.mistake("'" + std::string(text) + "' is no area");
+  if (!area) return parser.mistake("'" + std::string(text) + "' is not an area");
   parser.config.interfaces[parser.interface].ospf.push_back({std::to_string(process), *area});
 }
 
@@ -165,21 +165,21 @@ void take_interface_area(Parser& parser, const Words& words) {
 void take_interface_instance_area(Parser& parser, const Words& words) {
   std::uint32_t process = 0;
   if (!parse_number(words[2], kMostProcesses, &process)) {
-    return parser.mistake("'" + std::string(words[2]) + "' is no instance of OSPF");
+    return parser.mistake("'" + std::string(words[2]) + "' is not an instance of OSPF");
   }
   take_ospf_area(parser, process, words[4]);
 }
 
 void take_interface_area6(Parser& parser, const Words& words) {
   const std::optional<std::uint32_t> area = vrf_config::parse_area(words[3]);
-  if (!area) return parser.mistake("'" + std::string(words[3]) + "' is no area");
+  if (!area) return parser.mistake("'" + std::string(words[3]) + "' is not an area");
   parser.config.interfaces[parser.interface].ospf6_area = *area;
 }
 
 void take_vni(Parser& parser, const Words& words) {
   std::uint32_t number = 0;
   if (!parse_number(words[1], vrf_config::kGreatestVni, &number) || number == 0) {
-    return parser.mistake("'" + std::string(words[1]) + "' is no VNI");
+    return parser.mistake("'" + std::string(words[1]) + "' is not a VNI");
   }
   parser.config.vnis[parser.vrf] = number;
 }

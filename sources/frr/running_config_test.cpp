@@ -122,10 +122,11 @@ TEST(BgpOfAVrf, NextStanzaEndsAFamilyThatWasNotClosed) {
 
 TEST(BgpOfAVrf, WhatCannotBeUnderstoodIsAMistakeWithItsLine) {
   EXPECT_EQ(only_mistake(family_of("ipv4 unicast", "  rd vpn export red\n")),
-            (Mistake{4, "'red' is no route distinguisher"}));
+            (Mistake{4, "'red' is not a route distinguisher"}));
   EXPECT_EQ(only_mistake(family_of("ipv4 unicast", "  rt vpn both 65000:1 65000\n")),
-            (Mistake{4, "'65000' is no route target"}));
-  EXPECT_EQ(only_mistake("!\nrouter bgp 4294967296 vrf red\n"), (Mistake{2, "'4294967296' is no AS number"}));
+            (Mistake{4, "'65000' is not a route target"}));
+  EXPECT_EQ(only_mistake("!\nrouter bgp 4294967296 vrf red\n"),
+            (Mistake{2, "'4294967296' is not an AS number"}));
 }
 
 TEST(BgpOfAVrf, ListWithAMistakeIsLeftOutWhole) {
@@ -183,9 +184,10 @@ TEST(BgpOfAVrf, NumbersOfTwoOctetsMayBeInAsdot) {
 }
 
 TEST(BgpOfAVrf, BadItemsOfEvpnAreMistakes) {
-  EXPECT_EQ(only_mistake(family_of("l2vpn evpn", "  rd x\n")), (Mistake{4, "'x' is no route distinguisher"}));
+  EXPECT_EQ(only_mistake(family_of("l2vpn evpn", "  rd x\n")),
+            (Mistake{4, "'x' is not a route distinguisher"}));
   EXPECT_EQ(only_mistake(family_of("l2vpn evpn", "  route-target both 1\n")),
-            (Mistake{4, "'1' is no route target"}));
+            (Mistake{4, "'1' is not a route target"}));
 }
 
 // --- BGP: neighbours ---
@@ -313,21 +315,21 @@ TEST(InteriorProtocols, BadNetworksAndAreasAreMistakes) {
   EXPECT_EQ(only_mistake("router ospf vrf a\n network 10.0.0.0 area 0\n").line, 2U);
   EXPECT_EQ(only_mistake("router ospf vrf a\n network 10.0.0.0/8 area x\n").line, 2U);
   EXPECT_EQ(only_mistake("router rip vrf a\n network 10.0.0.0/33\n"),
-            (Mistake{2, "'10.0.0.0/33' is no IPv4 network"}));
+            (Mistake{2, "'10.0.0.0/33' is not an IPv4 network"}));
   EXPECT_EQ(only_mistake("router ripng vrf a\n network 10.0.0.0/8\n"),
-            (Mistake{2, "'10.0.0.0/8' is no IPv6 network"}));
-  EXPECT_EQ(only_mistake("interface a\n ipv6 ospf6 area x\n"), (Mistake{2, "'x' is no area"}));
-  EXPECT_EQ(only_mistake("vrf a\n vni 16777216\n"), (Mistake{2, "'16777216' is no VNI"}));
+            (Mistake{2, "'10.0.0.0/8' is not an IPv6 network"}));
+  EXPECT_EQ(only_mistake("interface a\n ipv6 ospf6 area x\n"), (Mistake{2, "'x' is not an area"}));
+  EXPECT_EQ(only_mistake("vrf a\n vni 16777216\n"), (Mistake{2, "'16777216' is not a VNI"}));
   EXPECT_EQ(only_mistake("router eigrp 1 vrf a\n network 2001:db8::/32\n").line, 2U);
-  EXPECT_EQ(only_mistake("router eigrp 65536 vrf a\n"), (Mistake{1, "'65536' is no AS number"}));
-  EXPECT_EQ(only_mistake("interface a\n ip ospf area 1.2.3\n"), (Mistake{2, "'1.2.3' is no area"}));
+  EXPECT_EQ(only_mistake("router eigrp 65536 vrf a\n"), (Mistake{1, "'65536' is not an AS number"}));
+  EXPECT_EQ(only_mistake("interface a\n ip ospf area 1.2.3\n"), (Mistake{2, "'1.2.3' is not an area"}));
 }
 
 TEST(InteriorProtocols, InstancesOfOspfAreNumbers) {
   EXPECT_EQ(only_mistake("router ospf x vrf a\n network 10.0.0.0/8 area 0\n"),
-            (Mistake{1, "'x' is no instance of OSPF"}));
+            (Mistake{1, "'x' is not an instance of OSPF"}));
   EXPECT_EQ(only_mistake("router ospf 65536 vrf a\n").line, 1U);
-  EXPECT_EQ(only_mistake("interface a\n ip ospf x area 0\n"), (Mistake{2, "'x' is no instance of OSPF"}));
+  EXPECT_EQ(only_mistake("interface a\n ip ospf x area 0\n"), (Mistake{2, "'x' is not an instance of OSPF"}));
 }
 
 // --- Interfaces, static routes ---

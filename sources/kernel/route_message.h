@@ -84,8 +84,8 @@ struct Ipv4AddressLost {
 using RouteEvent = std::variant<RouteSeen, RouteGone, NextHopSeen, NextHopGone, LinkFacts, LinkFactsGone,
                                 Ipv4AddressLost, DumpDone, RequestFailed>;
 
-// As parse_datagram(): appends what the datagram says; what is no IPv4 or IPv6 route, no next-hop object, no
-// link and no removed IPv4 address is left out silently. REQUIRES: octets aligned to 4
+// As parse_datagram(): appends what the datagram says. Anything but IPv4 and IPv6 routes, next-hop objects,
+// links and removed IPv4 addresses is left out silently. REQUIRES: octets aligned to 4
 ParseReport parse_route_datagram(std::span<const std::uint8_t> datagram, std::vector<RouteEvent>* events);
 
 }  // namespace kernel

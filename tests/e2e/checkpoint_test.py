@@ -127,7 +127,7 @@ class Shown:
                 self.least.pop(name, None)
 
     def end(self, times):
-        """The edit on its way is done; these are the times of what it touched, None for what is no more."""
+        """The edit on its way is done; these are the times of what it touched, None for what was removed."""
         with self.lock:
             for name, shown in times.items():
                 if shown is None:

@@ -136,7 +136,7 @@ class Configuration(unittest.TestCase):
         self.system.router_file.write_text(json.dumps(self.router))
         result = self.system.cli("router", "reload")
         self.assertNotEqual(result.returncode, 0)
-        self.assertRegex(result.stdout + result.stderr, r':1:\d+: "none" is no route target such as ')
+        self.assertRegex(result.stdout + result.stderr, r':1:\d+: "none" is not a route target such as ')
         self.assertEqual((self.everything(), self.times()), before)
 
     # --- The command line ---

@@ -327,7 +327,7 @@ class Subscriptions(unittest.TestCase):
                 self.assertEqual(after[vrf.name][0], before[vrf.name][0], "created once")
             pass_a_second()
             if step < 2:
-                self.take_step(step, have)  # the same again is no change
+                self.take_step(step, have)  # the same again changes nothing
                 self.check(f"step {step + 1}, again", have, step + 1, have)
                 self.assertEqual(self.times(), after)
             self.restart()

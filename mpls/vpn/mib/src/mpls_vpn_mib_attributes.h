@@ -10,14 +10,14 @@
 inline constexpr unsigned kMplsVpnFamilies = 2;  // element 0 IPv4, element 1 IPv6
 
 // What the daemon knows of a VRF beyond its membership. The record service hands the block over zero-filled
-// and keeps it as long as the record. The texts are heap copies; whoever replaces one frees the old copy.
+// and keeps it as long as the record. The texts are heap copies; code that replaces one frees the old copy.
 // Times are seconds since 1970-01-01 00:00:00 UTC.
 struct mpls_vpn_vrf_attr {
   char* rd;           // route distinguisher, may be null
   char* description;  // may be null
   std::uint32_t creation_time;
   std::uint32_t conf_last_changed_time;
-  std::uint32_t protocol_count[kMplsVpnProtocols];  // VRF-wide enablings in force, by routing protocol
+  std::uint32_t protocol_count[kMplsVpnProtocols];  // effective VRF-wide enablings, by routing protocol
   std::uint64_t chkpt_objid;                        // 0: no checkpoint record
   std::uint32_t high_thresh;                        // routes
   std::uint32_t mid_thresh;                         // routes

@@ -280,7 +280,7 @@ TEST_F(TrapSequence, InterfaceThatIsRenamedAndComesUpAtOnceRaisesUp) {
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
 }
 
-// Names that are swapped are freed under a name in between, which nobody may have seen.
+// Names that are swapped are freed under a name in between, which no client may have seen.
 TEST_F(TrapSequence, InterfaceThatIsRenamedTwiceAndGoesDownInOneMomentRaisesDown) {
   const std::uint32_t ge0 = Add("ge0", "red");
   ComeUp("ge0");

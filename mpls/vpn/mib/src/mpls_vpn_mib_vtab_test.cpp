@@ -335,9 +335,8 @@ TEST_F(RecordCallbacks, UpdateToAVrfThatExistsIsSaidAndDoesNothingElse) {
   EXPECT_THAT(Traced("mpls_vpn/error"), IsEmpty());
 }
 
-// The update that takes a VRF's id away deletes its checkpoint record, or nobody would: there is no deletion
-// to come. The configuration keeps its texts, and the deletion of the name finds no record to report as
-// missing.
+// The update that takes a VRF's id away deletes its checkpoint record, because no deletion follows. The
+// configuration keeps its texts, and the deletion of the name finds no record to report as missing.
 TEST_F(RecordCallbacks, UpdateToAForwardReferenceDeletesTheCheckpointRecordOnce) {
   NameVrf("green");
   AddVrf("green");
