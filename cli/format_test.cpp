@@ -165,6 +165,7 @@ TEST(Names, RoutesAndFamiliesHaveTheNamesOfTheMibs) {
   EXPECT_EQ(afi_name(4294967295U), "4294967295");
   EXPECT_EQ(safi_name(2), "multicast");
   EXPECT_EQ(safi_name(133), "flow");
+  EXPECT_EQ(afi_name(25) + " " + safi_name(70), "l2vpn evpn");
   EXPECT_EQ(safi_name(128), "128");
 }
 

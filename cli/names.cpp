@@ -22,6 +22,8 @@ constexpr std::array kRouteProtocols = {"other", "local", "static", "icmp", "egp
                                         "idpr",  "eigrp", "dvmrp",  "rpl",  "dhcp",    "ttdp"};
 constexpr std::array kAfis = {"ipv4", "ipv6"};
 constexpr std::array kSafis = {"unicast", "multicast"};
+constexpr std::uint32_t kL2VpnAfi = 25;
+constexpr std::uint32_t kEvpnSafi = 70;
 constexpr std::uint32_t kFlowSafi = 133;
 constexpr std::array kSwitch = {"disabled", "enabled"};
 
@@ -70,9 +72,10 @@ std::string route_protocol_name(std::int32_t value) {
   return name_of(kRouteProtocols, 1, value);
 }
 std::string afi_name(std::uint32_t value) {
-  return name_of(kAfis, 1, value);
+  return value == kL2VpnAfi ? "l2vpn" : name_of(kAfis, 1, value);
 }
 std::string safi_name(std::uint32_t value) {
+  if (value == kEvpnSafi) return "evpn";
   return value == kFlowSafi ? "flow" : name_of(kSafis, 1, value);
 }
 

@@ -12,6 +12,7 @@
 
 #include "cli/datalist_pages.h"
 #include "cli/table.h"
+#include "cli/vrf_evpn.h"
 #include "cli/vrf_lookup.h"
 #include "cli/vrf_nodes.h"
 #include "cli/vrf_report.h"
@@ -29,6 +30,7 @@ class Details {
   Details(const Session& session, kvtree::Client& client, const VrfRequest& request)
 
       : session_(session),
+        client_(client),
         request_(request),
         are_routes_counted_(are_routes_counted(client)),
         nodes_(session, client),
@@ -38,8 +40,10 @@ class Details {
     const ShownVrf shown(session_, provider_path("vrf-detail"), kShowVrfParcel, record);
     const std::string name = text_or_empty(row.name);
     const std::span<const kvtree::Node> nodes = nodes_.of(name);
-    const VrfDetail vrf{row, *shown, are_routes_counted_, thresholds_among(nodes, name, request_),
-                        VrfOrigins(name, nodes)};
+    const VrfOrigins origins(name, nodes);
+    const EvpnTable evpn(session_, client_, name, origins, request_);
+    const VrfDetail vrf{row,     *shown,       are_routes_counted_, thresholds_among(nodes, name, request_),
+                        origins, evpn.tables()};
     if (session_.json) {
       list_.add(vrf_json(vrf, request_));
     } else {
@@ -54,6 +58,7 @@ class Details {
 
  private:
   const Session& session_;
+  kvtree::Client& client_;
   const VrfRequest& request_;
   const bool are_routes_counted_;
   VrfNodes nodes_;

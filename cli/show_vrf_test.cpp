@@ -287,6 +287,34 @@ TEST_F(ShowVrf, DetailShowsTheVni) {
   EXPECT_EQ(with["vniOrigin"], "configured");
 }
 
+// The show record has the tables of the router only.
+TEST_F(ShowVrf, DetailShowsTheRouteTargetsOfEvpn) {
+  using vrf_config::Direction;
+  AddBlueWithTables();
+  fake.targets = {{{"blue", 1}, {1, "65000:20", "IPv4 Unicast"}},
+                  {{"blue", 2}, {1, "65000:201", ""}},
+                  {{"blue", 3}, {2, "65000:203", ""}},
+                  {{"cyan", 1}, {1, "65000:9", ""}}};
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), Not(HasSubstr("evpn"))) << "none is configured";
+  for (const auto& [direction, text] :
+       {std::pair(Direction::kImport, "65000:201"), {Direction::kExport, "65000:203"}}) {
+    const KvConfigNode node =
+        vrf_config::route_target("blue", Family::kEvpn, direction, *vrf_config::parse_target(text));
+    ASSERT_EQ(kvtree_config_commit(kConfigOwnerFrr, {{node.path, node.value}}, ""), kStatusOk);
+  }
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  l2vpn evpn\n"
+                               "    import targets    65000:201 (configured)\n"
+                               "    export targets    65000:203 (configured)\n"
+                               "    import policy     -\n"));
+  const Json tables = AskForJson({"show", "vrf", "blue", "detail"})[0]["addressFamilies"];
+  EXPECT_EQ(tables.back()["safiName"], "evpn");
+  EXPECT_EQ(tables.back()["routeTargets"][1]["value"], "65000:203");
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail", "ipv4"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), Not(HasSubstr("evpn")));
+}
+
 // The row has one pair, which is 0 after the deletion of either family's.
 TEST_F(ShowVrf, DetailShowsThresholdsThatTheRowDoesNot) {
   AddBlueWithTables();

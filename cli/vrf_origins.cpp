@@ -17,6 +17,8 @@ VrfOrigins::VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nod
   const std::string vni_path = vrf_config::vni(vrf_, 0).path;
   for (const kvtree::Node& node : nodes) {
     if (node.path == vni_path) vni_ = node.value.number;
+    const auto target = vrf_config::target_path_of(node.path);
+    has_evpn_targets_ |= target && target->family == Family::kEvpn && target->direction.has_value();
     owners_[node.path] = node.owner;
   }
 }

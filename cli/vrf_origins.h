@@ -27,6 +27,7 @@ class VrfOrigins {
   std::string of_vni() const;
 
   std::optional<std::int64_t> vni() const { return vni_; }
+  bool has_evpn_targets() const { return has_evpn_targets_; }
 
  private:
   std::string of(const KvConfigNode& item) const;
@@ -34,6 +35,7 @@ class VrfOrigins {
   std::string vrf_;
   std::map<std::string, std::string> owners_;  // by path
   std::optional<std::int64_t> vni_{};
+  bool has_evpn_targets_ = false;
 };
 
 // "VALUE (ORIGIN)", or the value alone without an origin.

@@ -70,10 +70,19 @@ Json route_targets_json(const mpls_vpn_afi_safi& table, const VrfOrigins& origin
   return targets;
 }
 
-Json tables_json(const mpls_vpn_vrf& shown, const VrfOrigins& origins, const VrfRequest& request) {
+std::vector<mpls_vpn_afi_safi> wanted_tables(const VrfDetail& vrf, const VrfRequest& request) {
+  std::vector<mpls_vpn_afi_safi> tables;
+  for (const mpls_vpn_afi_safi& table : elements<mpls_vpn_afi_safi>(vrf.shown.AF)) {
+    if (is_wanted(table, request)) tables.push_back(table);
+  }
+  tables.insert(tables.end(), vrf.further.begin(), vrf.further.end());
+  return tables;
+}
+
+Json tables_json(const VrfDetail& vrf, const VrfRequest& request) {
+  const VrfOrigins& origins = vrf.origins;
   Json tables = Json::array();
-  for (const mpls_vpn_afi_safi& table : elements<mpls_vpn_afi_safi>(shown.AF)) {
-    if (!is_wanted(table, request)) continue;
+  for (const mpls_vpn_afi_safi& table : wanted_tables(vrf, request)) {
     tables.push_back(
         {{"afi", table.AFName},
          {"afiName", afi_name(table.AFName)},
@@ -241,7 +250,7 @@ Json vrf_json(const VrfDetail& vrf, const VrfRequest& request) {
   json["routeThresholds"] = thresholds_json(vrf.thresholds, vrf.origins);
   json["isBigVrf"] = vrf.shown.isBigVrf != 0;
   json["interfaces"] = interface_names(vrf.shown);
-  json["addressFamilies"] = tables_json(vrf.shown, vrf.origins, request);
+  json["addressFamilies"] = tables_json(vrf, request);
   return json;
 }
 
@@ -256,9 +265,7 @@ void print_vrf(std::ostream& out, const VrfDetail& vrf, const VrfRequest& reques
   print_line(out, "  interface counts",
              fmt::format("{}, {} active", row.associatedInterfaces, row.activeInterfaces));
   print_words(out, "  interfaces", names);
-  for (const mpls_vpn_afi_safi& table : elements<mpls_vpn_afi_safi>(shown.AF)) {
-    if (is_wanted(table, request)) print_table(out, table, vrf.origins);
-  }
+  for (const mpls_vpn_afi_safi& table : wanted_tables(vrf, request)) print_table(out, table, vrf.origins);
 }
 
 }  // namespace cli

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ostream>
+#include <span>
 
 #include "cli/commands.h"
 #include "cli/json_list.h"
@@ -22,7 +23,8 @@ struct VrfDetail {
   const mpls_vpn_vrf& shown;
   bool are_routes_counted;
   std::vector<FamilyThresholds> thresholds;
-  VrfOrigins origins;
+  const VrfOrigins& origins;
+  std::span<const mpls_vpn_afi_safi> further;  // tables that the show record does not have
 };
 
 // Address families that the request does not ask for are left out.
