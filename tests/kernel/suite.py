@@ -4,7 +4,7 @@
     pe1 = suite.Suite(release, None, ("zebra", "bgpd"), "router bgp ...")
     pe1.start()
     pe1.load()
-    pe1.show("show version")
+    pe1.ask("bgpd", "show version")
 
 A suite of another release runs under chroot in its root folder. The environment variable MPLS_TEST_FRR10_ROOT (of
 version 10; MPLS_TEST_FRR8_ROOT of version 8) has the folder; scripts/test sets it. The guest's own layer of memory is
@@ -15,10 +15,13 @@ import json
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tempfile
 import time
+
+from suite_shell import Programs, Shell
 
 SHELL = "/usr/bin/vtysh"
 PROGRAMS = "/usr/lib/frr"
@@ -123,6 +126,8 @@ class Suite:
         self.save(config)
         (self.etc / "vtysh.conf").write_text("service integrated-vtysh-config\n")
         run(*release.words("chown", "-R", "frr:frr", f"/run/frr{below}", f"/etc/frr{below}"))
+        self.ask = Programs(self.run).ask
+        self.session = None
 
     def save(self, config):
         """The configuration that `load` loads."""
@@ -142,7 +147,10 @@ class Suite:
             assert status == 0, f"{' '.join(words)}: {status}\n{said.read()}"
 
     def answers(self, program):
-        return self.shell("-d", program, "-c", "show version").returncode == 0
+        try:
+            return bool(self.ask(program, "show version"))
+        except OSError:
+            return False
 
     def load(self):
         loaded = self.shell("-b")
@@ -157,10 +165,17 @@ class Suite:
 
     def signal(self, program, number):
         """Sends a signal that ends the program, and waits for its end."""
+        self.end_session()
         pid = self.pid(program)
         with contextlib.suppress(ProcessLookupError):
             os.kill(pid, number)
         wait_for(f"{program} to end", lambda: not pathlib.Path(f"/proc/{pid}").exists())
+
+    def hang(self, program):
+        os.kill(self.pid(program), signal.SIGSTOP)
+
+    def resume(self, program):
+        os.kill(self.pid(program), signal.SIGCONT)
 
     def shell_words(self, *words):
         """The suite's shell as a command, for `frr:` in platform.yaml and for calls."""
@@ -169,31 +184,56 @@ class Suite:
     def shell(self, *words):
         return subprocess.run(self.shell_words(*words), capture_output=True, text=True, check=False)
 
-    def show(self, *commands):
-        shown = self.shell(*(word for command in commands for word in ("-c", command)))
-        assert shown.returncode == 0, shown.stdout + shown.stderr
-        return shown.stdout
+    # --- questions go to a program itself, changes to a kept session of the shell ---
 
-    def show_json(self, command):
-        return json.loads(self.show(command) or "{}")
+    def ask_json(self, program, command):
+        return json.loads(self.ask(program, command) or "{}")
+
+    def running_config(self):
+        """Of all programs."""
+        return "".join(self.ask(program, "show running-config") for program in self.programs)
 
     def configure(self, *lines):
-        refused = self.show("configure terminal", *lines)
-        assert "%" not in refused, refused
+        """As in a session of the shell: every line is for each program that knows it."""
+        for line in ("configure terminal", *lines, "end"):
+            self.command(line)
+
+    def command(self, line):
+        if self.session is None:
+            self.session = Shell(self.shell_words())
+        refused = self.session.ask(line)
+        assert "%" not in refused, f"{line}: {refused}"
+
+    def end_session(self):
+        """A session would mend its connections to programs that were started again with its next command."""
+        if self.session is not None:
+            self.session.close()
+        self.session = None
 
     # --- which interfaces a protocol runs on, by the suite's operational commands: {VRF: {interface}} ---
 
     def ospf_interfaces(self):
-        shown = self.show_json("show ip ospf vrf all interface json")
+        shown = self.ask_json("ospfd", "show ip ospf vrf all interface json")
         return {vrf: set(instance.get("interfaces", {})) for vrf, instance in shown.items() if isinstance(instance, dict)}
 
     def rip_interfaces(self, vrfs):
         found = {}
         for vrf in vrfs:
-            table = self.show(f"show ip rip vrf {vrf} status").partition("Key-chain")[2].partition("Routing for")[0]
+            table = self.ask("ripd", f"show ip rip vrf {vrf} status").partition("Key-chain")[2].partition("Routing for")[0]
             found[vrf] = set(re.findall(r"^    (\S+) ", table, re.MULTILINE))
         return found
 
+    def ripng_interfaces(self, vrfs):
+        found = {}
+        for vrf in vrfs:
+            table = self.ask("ripngd", f"show ipv6 ripng vrf {vrf} status").partition("Recv")[2].partition("Routing for")[0]
+            found[vrf] = set(re.findall(r"^    (\S+) ", table, re.MULTILINE))
+        return found
+
+    def ospf6_interfaces(self, vrf):
+        shown = self.ask_json("ospf6d", f"show ipv6 ospf6 vrf {vrf} interface json")
+        return {name for name, interface in shown.items() if interface.get("attachedToArea")}
+
     def eigrp_interfaces(self, vrfs):
-        return {vrf: set(re.findall(r"^(\w+) +\d+ ", self.show(f"show ip eigrp vrf {vrf} interfaces"), re.MULTILINE))
+        return {vrf: set(re.findall(r"^(\w+) +\d+ ", self.ask("eigrpd", f"show ip eigrp vrf {vrf} interfaces"), re.MULTILINE))
                 for vrf in vrfs}

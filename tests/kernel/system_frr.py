@@ -10,18 +10,13 @@ commands show, and times of changes may have moved only where something changed.
 import ipaddress
 import json
 import re
-import sys
 import time
-import unittest
 
-import suite
-from guest_system import GuestSystemTest  # before system
-from suite import batch, run
-from system import IF_CONF, L3VPN, bits, expected_if_conf, name_index, oid_tuple, wait_until
+from suite_system import SuiteSystemTest, main  # before system
+from suite import Suite, batch, run
+from system import IF_CONF, bits, expected_if_conf, name_index, oid_tuple, wait_until
 
 VRFS = {"red": 10, "blue": 20, "green": 1030}
-ENTRIES = {name: oid_tuple(L3VPN) + tail for name, tail in
-           {"vrf": (1, 2, 2, 1), "rt": (1, 2, 3, 1), "route": (1, 4, 1, 1)}.items()}
 PE1_PROGRAMS = ("zebra", "staticd", "bgpd", "ospfd", "ripd", "eigrpd")
 PE2_PROGRAMS = ("zebra", "staticd", "bgpd")
 UP_TO_DATE = 2.0  # seconds from the end of a command to the MIB that shows it
@@ -193,7 +188,6 @@ router bgp 65000 vrf red
 
 
 def prepare_routers():
-    run("sysctl", "-qw", "kernel.hostname=pe1")  # the suite writes it into what it saves
     run("modprobe", "-a", "ipv6", "vrf", "dummy", "veth", "mpls_router", "mpls_iptunnel")
     for namespace in ("p", "pe2"):
         run("ip", "netns", "add", namespace)
@@ -212,27 +206,18 @@ def prepare_routers():
         run(*(("ip", "netns", "exec", *inside) if inside else ()), "sysctl", "-qw", f"net.mpls.conf.{interface}.input=1")
 
 
-class Edge(GuestSystemTest):
+class Edge(SuiteSystemTest):
     """PE1: what its suite shows, and what its MIB shows."""
-    maxDiff = None
+    programs = PE1_PROGRAMS
+    config = PE1_CONFIG
+    vrfs = VRFS
 
     @classmethod
-    def setUpClass(cls):
+    def prepare(cls):
         prepare_routers()
-        cls.suite = suite.Suite(RELEASE, None, PE1_PROGRAMS, PE1_CONFIG)
-        cls.other = suite.Suite(RELEASE, "pe2", PE2_PROGRAMS, PE2_CONFIG)
-        for each in (cls.suite, cls.other):
-            each.start()
-            each.load()
-        cls.frr = " ".join(cls.suite.shell_words()) if RELEASE.root else None
-        super().setUpClass()
-
-    @classmethod
-    def tearDownClass(cls):
-        print(cls.system.log("daemon"), flush=True)
-        super().tearDownClass()
-        cls.other.stop()
-        cls.suite.stop()
+        other = Suite(cls.release, "pe2", PE2_PROGRAMS, PE2_CONFIG)
+        other.start()
+        other.load()
 
     # --- the suite's side ---
 
@@ -240,21 +225,21 @@ class Edge(GuestSystemTest):
         """{"rd": {(VRF, family)}, "rt": {...}, "policy": {...}} of the running configuration."""
         found = {"rd": {}, "rt": set(), "policy": {}}
         vrf = family = None
-        for line in self.suite.show("show running-config").splitlines():
+        for line in self.suite.ask("bgpd", "show running-config").splitlines():
             if line[:1] != " ":
                 head = re.fullmatch(r"router bgp \S+ vrf (\S+)", line)
                 vrf, family = head and head[1], None
             words = line.split()
             if words[:1] == ["address-family"]:
-                family = {"ipv4": 1, "ipv6": 2}[words[1]]
+                family = words[1]
             if vrf is None or family is None:
                 continue
             if words[:3] == ["rd", "vpn", "export"]:
                 found["rd"][vrf, family] = words[3]
             elif words[:2] == ["rt", "vpn"]:
-                for kind, name in ((1, "import"), (2, "export")):
-                    if words[2] in (name, "both"):
-                        found["rt"].update((vrf, kind, family, text) for text in words[3:])
+                for direction in ("import", "export"):
+                    if words[2] in (direction, "both"):
+                        found["rt"].update((vrf, direction, family, text) for text in words[3:])
             elif words[:2] == ["route-map", "vpn"]:
                 found["policy"][vrf, family, words[2]] = words[3]
         return found
@@ -264,7 +249,7 @@ class Edge(GuestSystemTest):
         index = {link["ifname"]: link["ifindex"] for link in json.loads(run("ip", "-j", "link"))}
         found = {(vrf, index[name]): set() for name, (vrf, _) in MEMBERS.items()}
         in_whole = set()
-        for vrf, families in self.suite.show_json("show bgp vrf all summary json").items():
+        for vrf, families in self.suite.ask_json("bgpd", "show bgp vrf all summary json").items():
             if any(family.get("peers") for family in families.values() if isinstance(family, dict)):
                 in_whole.add((vrf, 1))
         for number, in_vrfs in ((2, self.suite.ospf_interfaces()), (3, self.suite.rip_interfaces(VRFS)),
@@ -273,7 +258,7 @@ class Edge(GuestSystemTest):
                 for name in names:
                     found[vrf, index[name]].add(number)
         vrf = None
-        for line in self.suite.show("show running-config").splitlines():
+        for line in self.suite.running_config().splitlines():
             if line[:1] != " ":
                 vrf = line.split()[1] if line.startswith("vrf ") else None
             elif vrf and re.match(r" ip(v6)? route ", line):
@@ -294,27 +279,20 @@ class Edge(GuestSystemTest):
         found = set()
         for vrf in VRFS:
             for words in ("ip", "ipv6"):
-                for prefix, ways in self.suite.show_json(f"show {words} route vrf {vrf} json").items():
+                for prefix, ways in self.suite.ask_json("zebra", f"show {words} route vrf {vrf} json").items():
                     if any(way.get("installed") and way["protocol"] != "local" for way in ways):
                         found.add((vrf, ipaddress.ip_network(prefix)))
         return {(vrf, prefix) for vrf, prefix in found if not prefix.is_link_local}
 
     def suite_shows(self):
-        found = self.configured()
-        rds = {vrf: found["rd"].get((vrf, 1), found["rd"].get((vrf, 2), "")) for vrf in VRFS}
-        policies = {vrf: tuple(found["policy"].get((vrf, 1, way), "") for way in ("import", "export")) for vrf in VRFS}
-        return {"rd": rds, "rt": found["rt"], "policy": policies, "routes": self.installed(),
-                "interfaces": [row for row in expected_if_conf({key: None for key in self.protocols()},
-                                                               {key: tuple(value) for key, value in self.protocols().items()})
+        found, protocols = self.configured(), self.protocols()
+        rds = {vrf: found["rd"].get((vrf, "ipv4"), found["rd"].get((vrf, "ipv6"), "")) for vrf in VRFS}
+        policies = {vrf: tuple(found["policy"].get((vrf, "ipv4", way), "") for way in ("import", "export")) for vrf in VRFS}
+        return {"rd": {vrf: rd for vrf, rd in rds.items() if rd}, "rt": found["rt"], "policy": policies, "routes": self.installed(),
+                "interfaces": [row for row in expected_if_conf(protocols, {key: tuple(value) for key, value in protocols.items()})
                                if row[0][len(oid_tuple(IF_CONF)) + 1] == 3]}
 
     # --- the MIB's side ---
-
-    def rows(self, table):
-        """{(column, index): value}."""
-        entry = ENTRIES[table]
-        return {(oid[len(entry)], oid[len(entry) + 1:]): value
-                for oid, value in self.system.walk(".".join(map(str, entry)))}
 
     def policies(self):
         """{VRF: (import, export)} of IPv4 unicast."""
@@ -325,13 +303,7 @@ class Edge(GuestSystemTest):
         return found
 
     def mib_shows(self):
-        name_of = {name_index(name): name for name in (*VRFS, "azure")}
-        rds = {name_of[index]: value.strip('"') for (column, index), value in self.rows("vrf").items() if column == 4}
-        targets, rows = set(), self.rows("rt")
-        for (column, index), value in rows.items():
-            if column == 4:
-                family = {"IPv4 Unicast": 1, "IPv6 Unicast": 2}[rows[5, index].strip('"')]
-                targets.add((name_of[index[:-2]], index[-1], family, value.strip('"')))
+        name_of = {name_index(name): name for name in VRFS}
         policies = {vrf: policy for vrf, policy in self.policies().items() if vrf in VRFS}
         routes = set()
         for column, index in self.rows("route"):
@@ -341,30 +313,17 @@ class Edge(GuestSystemTest):
                 address = ipaddress.ip_address(bytes(rest[2:2 + rest[1]]))
                 routes.add((vrf, ipaddress.ip_network((address, rest[2 + rest[1]]))))
         column = oid_tuple(IF_CONF) + (1, 3)
-        return {"rd": rds, "rt": targets, "policy": policies,
+        return {"rd": self.mib_rds(), "rt": self.mib_targets(), "policy": policies,
                 "routes": {(vrf, prefix) for vrf, prefix in routes if not prefix.is_link_local and not prefix.is_multicast},
                 "interfaces": self.system.walk(".".join(map(str, column)))}
-
-    def changed(self):
-        """{VRF: seconds of its last change}."""
-        return {vrf: self.system.cli_json("get", f"vrf/{vrf}")["confLastChanged"] for vrf in VRFS}
 
     # --- steps ---
 
     def assert_equal_to_suite(self, seconds=10.0):
-        expected = self.suite_shows()
-        shown = {}
+        self.assert_becomes_equal(self.mib_shows, self.suite_shows, seconds)
 
-        def agrees():
-            shown.update(self.mib_shows())
-            return shown == expected
-        try:
-            wait_until("the MIB to follow", agrees, seconds)
-        except AssertionError:
-            for part, value in expected.items():
-                with self.subTest(part):
-                    self.assertEqual(shown[part], value)
-            raise
+    def has_routes_of_pe2(self):
+        return {("red", ipaddress.ip_network(prefix)) for prefix in ("10.21.0.0/24", "2001:db8:21::/64")} <= self.installed()
 
     def step(self, what, action, shows, moved):
         """Does it and waits until `shows()`; then everything agrees, and only the times of `moved` have moved."""
@@ -382,16 +341,10 @@ class Edge(GuestSystemTest):
         self.step(what, lambda: self.suite.configure(*lines), shows, moved)
 
     def target_texts(self, vrf):
-        index = name_index(vrf)
-        return {value.strip('"') for (column, row), value in self.rows("rt").items()
-                if column == 4 and row[:len(index)] == index}
-
-    def rd(self, vrf):
-        return (self.system.get_value(".".join(map(str, ENTRIES["vrf"] + (4,) + name_index(vrf)))) or "").strip('"')
+        return {target for each, _, _, target in self.mib_targets() if each == vrf}
 
     def test_1_the_mib_is_what_the_suite_shows(self):
-        wait_until("routes of PE2", lambda: ("red", ipaddress.ip_network("10.21.0.0/24")) in self.installed() and
-                   ("red", ipaddress.ip_network("2001:db8:21::/64")) in self.installed(), 60)
+        wait_until("routes of PE2", self.has_routes_of_pe2, 60)
         self.assert_equal_to_suite(30)
         shown = self.mib_shows()
         self.assertEqual(shown["rd"], {"red": "65000:10", "blue": "10.255.0.1:20", "green": "4200000000:30"})
@@ -419,7 +372,7 @@ class Edge(GuestSystemTest):
                             lambda: self.target_texts("blue") == set() and self.rd("blue") == "", {"blue"})
 
     def test_3_the_suite_is_restarted(self):
-        self.suite.show("write memory")
+        self.suite.command("write memory")
         before, times = self.mib_shows(), self.changed()
         for programs in (("bgpd",), ()):
             self.suite.stop(*programs)
@@ -429,7 +382,7 @@ class Edge(GuestSystemTest):
             wait_until("bgpd to answer", lambda: not self.is_lost("bgpd"), 20)
             self.assert_configuration(before, times)
             self.suite.load()
-            wait_until("routes of PE2", lambda: ("red", ipaddress.ip_network("10.21.0.0/24")) in self.installed(), 60)
+            wait_until("routes of PE2", self.has_routes_of_pe2, 60)
             self.assert_equal_to_suite(20)
             self.assert_configuration(before, times)
         self.configure_step("an RD changed", ("router bgp 65000 vrf green", "address-family ipv4 unicast", "no rd vpn export",
@@ -437,7 +390,7 @@ class Edge(GuestSystemTest):
 
     def test_4_the_daemon_is_restarted_while_the_suite_is_down(self):
         before, times = self.mib_shows(), self.changed()
-        self.suite.show("write memory")
+        self.suite.command("write memory")
         self.suite.stop()
         self.system.kill("daemon")
         self.system.start_daemon()
@@ -446,13 +399,9 @@ class Edge(GuestSystemTest):
         self.assert_configuration(before, times)
         self.suite.start()
         self.suite.load()
-        wait_until("routes of PE2", lambda: ("red", ipaddress.ip_network("10.21.0.0/24")) in self.installed(), 60)
+        wait_until("routes of PE2", self.has_routes_of_pe2, 60)
         self.assert_equal_to_suite(20)
         self.assert_configuration(before, times)
-
-    def is_lost(self, program):
-        said = re.findall(rf"frr: {program} (answers|does not answer)", self.system.log("daemon"))
-        return said[-1:] == ["does not answer"]
 
     def assert_configuration(self, before, times):
         shown = self.mib_shows()
@@ -462,6 +411,4 @@ class Edge(GuestSystemTest):
 
 
 if __name__ == "__main__":
-    RELEASE = suite.find_or_skip("system_frr", int(sys.argv.pop(1)))
-    print(f"FRR {RELEASE.version}", flush=True)
-    unittest.main(verbosity=2)
+    main("system_frr", Edge)

@@ -6,12 +6,9 @@ The expected result of every line is what the suite's own commands show. Each li
 interface, so that the MIB can only agree when it has followed the line.
 """
 import pathlib
-import sys
 import time
-import unittest
 
-import suite
-from guest_system import GuestSystemTest  # before system
+from suite_system import SuiteSystemTest, main  # before system
 from suite import batch, run
 from system import wait_until
 
@@ -69,19 +66,9 @@ def prepare_router():
     batch("\n".join(lines))
 
 
-class Networks(GuestSystemTest):
-    @classmethod
-    def setUpClass(cls):
-        prepare_router()
-        cls.suite = suite.Suite(RELEASE, None, ("zebra", "ospfd", "ripd", "eigrpd"), "hostname pe1\n")
-        cls.suite.start()
-        cls.frr = " ".join(cls.suite.shell_words()) if RELEASE.root else None
-        super().setUpClass()
-
-    @classmethod
-    def tearDownClass(cls):
-        super().tearDownClass()
-        cls.suite.stop()
+class Networks(SuiteSystemTest):
+    programs = ("zebra", "ospfd", "ripd", "eigrpd")
+    prepare = staticmethod(prepare_router)
 
     def mib(self, protocol):
         return {row["name"] for row in self.system.cli_json("show", "interfaces") if protocol in row["protocolNames"]}
@@ -134,6 +121,4 @@ class Networks(GuestSystemTest):
 
 
 if __name__ == "__main__":
-    RELEASE = suite.find_or_skip("system_networks", int(sys.argv.pop(1)))
-    print(f"FRR {RELEASE.version}", flush=True)
-    unittest.main(verbosity=2)
+    main("system_networks", Networks)

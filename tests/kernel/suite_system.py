@@ -1,0 +1,143 @@
+"""For the tests with the routing suite: this machine as a router with the suite of RELEASE, and the whole system beside it.
+
+The suite's programs print what is expected; items of the MIB are asked for over SNMP, their origins on the command line.
+"""
+import json
+import re
+import sys
+import unittest
+
+import suite
+from guest_system import GuestSystemTest  # before system
+from suite import run
+from system import BIN, L3VPN, name_index, oid_tuple, wait_until
+
+ENTRIES = {name: oid_tuple(L3VPN) + tail for name, tail in
+           {"vrf": (1, 2, 2, 1), "rt": (1, 2, 3, 1), "route": (1, 4, 1, 1)}.items()}
+FAMILIES = {"IPv4 Unicast": "ipv4", "IPv6 Unicast": "ipv6", "": "evpn"}
+DIRECTIONS = {1: "import", 2: "export"}
+
+
+class SuiteSystemTest(GuestSystemTest):
+    """`prepare` makes the router's devices, before the suite's programs are started with their configuration."""
+    release = None
+    programs = ()
+    config = "hostname pe1\n"
+    vrfs = {}  # {name: table}
+    maxDiff = None
+
+    @classmethod
+    def prepare(cls):
+        """For a test to say."""
+
+    @classmethod
+    def setUpClass(cls):
+        run("sysctl", "-qw", "kernel.hostname=pe1")  # the suite writes it into what it saves
+        cls.prepare()
+        cls.suite = suite.Suite(cls.release, None, cls.programs, cls.config)
+        cls.suite.start()
+        cls.suite.load()
+        if cls.frr is None and cls.release.root:
+            cls.frr = " ".join(cls.suite.shell_words())
+        super().setUpClass()
+
+    @classmethod
+    def tearDownClass(cls):
+        """The suite ends with the guest."""
+        print(cls.system.log("daemon"), flush=True)
+        super().tearDownClass()
+
+    # --- what the suite says ---
+
+    def section(self, vrf):
+        """The lines of the VRF's instance in the running configuration of BGP, as words."""
+        text = self.suite.ask("bgpd", "show running-config")
+        found = re.search(rf"^router bgp \S+ vrf {vrf}\n(.*?)^exit", text, re.MULTILINE | re.DOTALL)
+        return [line.split() for line in found[1].splitlines()] if found else []
+
+    def is_lost(self, program):
+        said = re.findall(rf"frr: {program} (answers|does not answer)", self.system.log("daemon"))
+        return said[-1:] == ["does not answer"]
+
+    # --- what the MIB says ---
+
+    def rows(self, table):
+        """{(column, index): value}."""
+        entry = ENTRIES[table]
+        return {(oid[len(entry)], oid[len(entry) + 1:]): value.strip('"')
+                for oid, value in self.system.walk(".".join(map(str, entry)))}
+
+    def rd(self, vrf):
+        return (self.system.get_value(".".join(map(str, ENTRIES["vrf"] + (4,) + name_index(vrf)))) or "").strip('"')
+
+    def mib_rds(self):
+        """{VRF: RD} of those that have one."""
+        name_of = {name_index(name): name for name in self.vrfs}
+        return {name_of[index]: value for (column, index), value in self.rows("vrf").items() if column == 4 and value}
+
+    def mib_targets(self):
+        """{(VRF, direction, family, target)}."""
+        rows = self.rows("rt")
+        return {(bytes(index[1:1 + index[0]]).decode(), DIRECTIONS[index[-1]], FAMILIES[rows[5, index]], value)
+                for (column, index), value in rows.items() if column == 4}
+
+    def changed(self):
+        """{VRF: seconds of its last change}."""
+        return {vrf: self.system.cli_json("get", f"vrf/{vrf}")["confLastChanged"] for vrf in self.vrfs}
+
+    def owned(self, owner):
+        return self.system.cli("config", "show", "--owner", owner).stdout
+
+    def watch_changes(self):
+        """Starts to write down what `mplsvpn watch changes` shows; `changes` has it."""
+        self.system.spawn("watch", str(BIN / "mplsvpn"), "--json", "watch", "changes")
+        self.addCleanup(self.end_watch)
+        wait_until("watch", lambda: "watching for" in self.system.log("watch"))
+
+    def end_watch(self):
+        self.system.kill("watch")
+        (self.system.folder / "watch.log").unlink()
+
+    def changes(self):
+        return [json.loads(line) for line in self.system.log("watch").splitlines(keepends=True)
+                if line.startswith("{") and line.endswith("\n")]
+
+    # --- both ---
+
+    def assert_becomes_equal(self, mib_shows, suite_shows, seconds=10.0):
+        seen = {}
+
+        def agrees():
+            seen.update(mib=mib_shows(), suite=suite_shows())
+            return seen["mib"] == seen["suite"]
+        try:
+            wait_until("the MIB to show what the suite shows", agrees, seconds, every=0.1)
+        except AssertionError:
+            parts = seen["suite"] if isinstance(seen["suite"], dict) else ()
+            for part in parts:
+                self.assertEqual(seen["mib"].get(part), seen["suite"][part], part)
+            self.assertEqual(seen["mib"], seen["suite"])
+            raise
+
+
+def exported_routes(of_suite):
+    """(VRF, RD, targets) of the VPN routes that the suite exports."""
+    index = {f"@{link['ifindex']}<": link["ifname"] for link in json.loads(run("ip", "-j", "link"))}
+    rd = vrf = None
+    for line in of_suite.ask("bgpd", "show bgp ipv4 vpn").splitlines():
+        if line.startswith("Route Distinguisher: "):
+            rd = line.split()[-1]
+        for mark, name in index.items():
+            vrf = name if mark in line else vrf
+        targets = re.search(r"EC\{(.*?)\}", line)
+        if targets:
+            yield vrf, rd, targets[1]
+
+
+def main(name, *cases):
+    """name BIN_DIRECTORY VERSION; the first was taken by guest_system."""
+    release = suite.find_or_skip(name, int(sys.argv.pop(1)))
+    for case in cases:
+        case.release = release
+    print(f"FRR {release.version}", flush=True)
+    unittest.main(verbosity=2)
