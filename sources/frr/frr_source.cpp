@@ -25,7 +25,7 @@ namespace {
 
 constexpr std::uint64_t kPausePerTime = 4;            // a pause is this many times as long as the answer took
 constexpr std::size_t kMistakesLogged = 10;           // of one text
-constexpr std::uint64_t kFirstPause = 1'000'000'000;  // of a program that never answered; doubles
+constexpr std::uint64_t kFirstPause = 1'000'000'000;  // of a program that does not answer; doubles
 
 bool by_path(const KvConfigNode& left, const KvConfigNode& right) {
   return left.path < right.path;
@@ -78,9 +78,9 @@ struct FrrSource::Follower {
   EventTimerId timer = 0;
   std::uint64_t asked = 0;  // when, on the monotonic clock
   bool silence_said = false;
-  bool answering = false;  // its last answer was whole
-  bool answered = false;   // once, or in an earlier life: then it is asked at full pace when it is gone
-  std::uint64_t pause = kFirstPause;
+  bool answering = false;             // its last answer was whole
+  bool answered = false;              // once, or in an earlier life
+  std::uint64_t pause = kFirstPause;  // before the next question, while it does not answer
 
   std::string text{};                   // of the last whole answer
   std::vector<std::string> commands{};  // asked for behind the configuration
@@ -172,14 +172,15 @@ void FrrSource::hear(Follower& follower, const Answer& answer) {
 }
 
 void FrrSource::lose(Follower& follower, const std::string& reason, bool unknown) {
-  follower.answering = false;
+  const bool was_answering = std::exchange(follower.answering, false);
   follower.failed = !follower.config.has_value();
   if (unknown) {
     follower.answered = false;
     follower.said.clear();
   }
   log_loss(follower, reason);
-  if (!follower.answered) follower.pause = std::min(follower.pause * 2, options_.longest_pause);
+  const std::uint64_t longest = follower.answered ? options_.longest_pause_of_lost : options_.longest_pause;
+  follower.pause = was_answering ? options_.interval : std::min(follower.pause * 2, longest);
   if (std::exchange(follower.unknown, unknown) != unknown) follow(follower, {});
 }
 
@@ -200,8 +201,8 @@ void FrrSource::log_loss(Follower& follower, const std::string& reason) {
 }
 
 std::uint64_t FrrSource::pause_after(const Follower& follower, std::uint64_t took) const {
-  if (!follower.answered) return follower.pause;
-  return std::max(options_.interval, follower.answering ? took * kPausePerTime : 0);
+  if (!follower.answering) return follower.pause;
+  return std::max(options_.interval, took * kPausePerTime);
 }
 
 // False when the configuration calls for other commands than those that were asked for with it: then both are
@@ -228,7 +229,7 @@ bool FrrSource::take(Follower& follower, const Answer& answer) {
 void FrrSource::begin(Follower& follower) {
   follower.settling = true;
   follower.said.clear();
-  ask_unknown_again();
+  ask_silent_again();
 }
 
 // What the program derives, and the configuration without what is not effective for that reason.
@@ -258,12 +259,13 @@ void FrrSource::parse(Follower& follower, const Answer& answer) {
 }
 
 // The suite was started, possibly another version of it.
-void FrrSource::ask_unknown_again() {
+void FrrSource::ask_silent_again() {
   for (const auto& follower : followers_) {
-    if (!follower->unknown || follower->timer == 0) continue;
-    follower->unknown = false;
+    const bool is_lost = follower->answered && !follower->answering;
+    if ((!follower->unknown && !is_lost) || follower->timer == 0) continue;
+    follower->pause = options_.interval;
     event_timer_cancel(manager_, follower->timer);
-    ask_later(*follower, 0);
+    ask_later(*follower, std::exchange(follower->unknown, false) ? 0 : options_.interval);
   }
 }
 

@@ -39,6 +39,7 @@ class FrrSource {
     std::uint64_t settling = 10'000'000'000;           // how long it must say the same
     std::uint64_t settling_empty = 60'000'000'000;     // ... when that is nothing
     std::uint64_t longest_pause = 15'000'000'000;      // of a program that never answered
+    std::uint64_t longest_pause_of_lost = 4'000'000'000;  // of one that does not answer any more
     frr::Conversation::Limits limits{};
   };
 
@@ -64,7 +65,7 @@ class FrrSource {
   void take_known();
   void ask(Follower& follower);
   void ask_later(Follower& follower, std::uint64_t nanoseconds);
-  void ask_unknown_again();
+  void ask_silent_again();
   void hear(Follower& follower, const frr::Answer& answer);
   void lose(Follower& follower, const std::string& reason, bool unknown);
   void log_loss(Follower& follower, const std::string& reason);

@@ -512,6 +512,34 @@ TEST_F(FrrSourceTest, ProgramThatNeverAnsweredIsAskedLessAndLess) {
   EXPECT_LE(clock_monotonic() - before, 3 * Options().longest_pause);
 }
 
+// Each question to a program that is away costs the start of a shell.
+TEST_F(FrrSourceTest, ProgramThatIsLostIsAskedEveryFourSeconds) {
+  StartWith("bgpd", bgp_red(kRd10));
+  suite.Become("bgpd", "absent");
+  const std::size_t started = suite.Started("bgpd");
+  PumpUntil([&] { return suite.Started("bgpd") >= started + 4; });
+  const std::uint64_t before = clock_monotonic();
+  PumpUntil([&] { return suite.Started("bgpd") >= started + 7; });
+  EXPECT_GE(clock_monotonic() - before, 3 * Options().longest_pause_of_lost - kStep);
+  EXPECT_LE(clock_monotonic() - before, 4 * Options().longest_pause_of_lost);
+}
+
+TEST_F(FrrSourceTest, LostProgramIsAskedSoonerWhenAnotherOneIsBack) {
+  FrrSource::Options options = Options();
+  options.longest_pause_of_lost = 600 * kNanosecondsPerSecond;
+  Start(options);
+  HearEach({"bgpd", "ospfd"});
+  suite.Become("ospfd", "absent");
+  const std::size_t started = suite.Started("ospfd");
+  PumpUntil([&] { return suite.Started("ospfd") >= started + 5; });  // the next time is in 16 s
+  PumpFor(options.interval);                                         // this one has failed
+  suite.Become("ospfd", "ok");
+  StartBgpdAgain(bgp_red(kRd10));
+  const std::uint64_t before = clock_monotonic();
+  Hear("ospfd");
+  EXPECT_LE(clock_monotonic() - before, 4 * options.interval);
+}
+
 TEST_F(FrrSourceTest, ForgettingLetsGoOfEverything) {
   StartWith("bgpd", bgp_red(kRd10));
   source.reset();
