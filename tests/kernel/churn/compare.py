@@ -14,9 +14,9 @@ ROUTE_VIEWS = 2
 # Seconds before each look, which takes a second of the guest's only processor. The daemon asks the suite once in a second.
 PAUSES = (0.1, 0.2, 0.5, 1.0)
 SUITE_PAUSES = (1.2, 1.0, 1.5, 2.0)
-# Seconds, times SLOW, until the suite's programs are restarted that may have missed something, and until they are again: what a
-# program no longer has after a restart stays in the MIB for 10 s.
-PATIENCE, LONGER_PATIENCE = 3.0, 12.0
+# Programs of the suite that may have missed something, and seconds, times SLOW, until they are restarted. What a program no
+# longer has after that stays in the MIB for 10 s.
+RESTARTS = ((3.0, PROTOCOL_PROGRAMS), (12.0, ("zebra",)))
 PROTOCOLS_COLUMN = "1.2.1.1.3 "
 FAMILIES = {b"IPv4 Unicast": 4, b"IPv6 Unicast": 6}
 
@@ -94,8 +94,7 @@ class Comparison:
     def errors(self, touched, began, restarted, bound):
         """Polls until everything agrees; what differed at last otherwise."""
         deadline = time.monotonic() + bound * SLOW
-        may_restart = time.monotonic() + PATIENCE * SLOW if self.rig.live else deadline
-        restarts = itertools.chain((PROTOCOL_PROGRAMS,), itertools.repeat(("zebra",)))
+        restarts = [(time.monotonic() + after * SLOW, programs) for after, programs in RESTARTS if self.rig.live]
         pauses = SUITE_PAUSES if self.rig.live else PAUSES
         for pause in itertools.chain(pauses, itertools.repeat(pauses[-1])):
             time.sleep(pause)
@@ -104,9 +103,8 @@ class Comparison:
                 return self.final_errors(touched, began, restarted)
             if time.monotonic() > deadline:
                 return found[:MOST_SHOWN]
-            if time.monotonic() > may_restart and all(each.startswith(PROTOCOLS_COLUMN) for each in found):
-                may_restart = time.monotonic() + LONGER_PATIENCE * SLOW
-                self.rig.live.restart(*next(restarts))
+            if restarts and time.monotonic() > restarts[0][0] and all(each.startswith(PROTOCOLS_COLUMN) for each in found):
+                self.rig.live.restart(*restarts.pop(0)[1])
         raise AssertionError("there is always another pause")
 
     def look(self):
