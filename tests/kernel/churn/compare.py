@@ -87,7 +87,7 @@ class Comparison:
     def __init__(self, rig, times):
         self.rig, self.times = rig, times
         self.model = None
-        self.targets = set()  # as shown, of the suite's probes, too
+        self.seen = [], set()  # changes since the last batch, and route targets as shown, of the suite's probes, too
         self.batches = 0
         self.stated = self.unstated = 0  # families of VRFs whose route targets the suite states, or not
 
@@ -122,9 +122,13 @@ class Comparison:
 
     def other_errors(self, cells):
         """Changes are those of what is shown, because the suite does not state all of it."""
-        self.targets = self.rig.command_line.targets()
-        return (view_errors(self.model, self.rig.command_line, self.targets, self.some_vrfs())
-                or self.rig.change_errors(shown_rds(cells), self.targets))
+        events = self.rig.new_changes()
+        targets = self.rig.command_line.targets()
+        found = view_errors(self.model, self.rig.command_line, targets, self.some_vrfs())
+        if not found and events != self.rig.new_changes():
+            return ["RDs or route targets change"]
+        self.seen = events, targets
+        return found or self.rig.changes.errors(events, shown_rds(cells), targets)
 
     def some_vrfs(self):
         """Others in every batch."""
@@ -136,5 +140,5 @@ class Comparison:
         self.stated += len({(vrf, family) for vrf, _, family, _ in self.model.suite.targets})
         self.unstated += len(self.model.suite.untold)
         self.rig.accept_traps()
-        self.rig.accept_changes(self.targets)
+        self.rig.accept_changes(*self.seen)
         return self.times.errors(self.model, self.rig.command_line.vrfs(), touched, began, restarted)

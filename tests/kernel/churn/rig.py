@@ -96,6 +96,8 @@ class Rig:
         if self.live and process in self.live.suite.programs:
             self.live.start(process)
         elif process not in self.system.processes:
+            for needed in ("daemon", "snmpd") if process == "agent" else ():  # its start ends with an answer
+                self.start(needed)
             {"daemon": self.start_daemon, "snmpd": self.system.start_snmpd, "agent": self.start_agent}[process]()
 
     def start_all(self):
@@ -212,10 +214,6 @@ class Rig:
     def new_changes(self):
         return self.published()[1][self.accepted_changes:]
 
-    def change_errors(self, rds, targets):
-        return self.changes.errors(self.new_changes(), rds, targets)
-
-    def accept_changes(self, targets):
-        events = self.new_changes()
+    def accept_changes(self, events, targets):
         self.changes.accept(events, targets)
         self.accepted_changes += len(events)
