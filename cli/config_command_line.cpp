@@ -7,7 +7,7 @@ namespace {
 
 using Command = std::function<void(const Session&)>;
 
-constexpr char kWords[] =
+constexpr char kItemWords[] =
     "Words:\n"
     "  vrf NAME description TEXT\n"
     "  vrf NAME rd RD [ipv4|ipv6|evpn]                   ipv4 when left out\n"
@@ -52,7 +52,7 @@ struct Builder {
 
   CLI::App* add(const char* name, const char* description, const Command& action) const {
     CLI::App* app = config->add_subcommand(name, description);
-    app->footer(std::string(kWords) + kExamples);
+    app->footer(std::string(kItemWords) + kExamples);
     app->callback([target = command, action] { *target = action; });
     return app;
   }
@@ -136,7 +136,7 @@ void add_config(CLI::App& app, ConfigOptions* options, Command* command) {
   CLI::App* config = app.add_subcommand(
       "config", "Shows and changes the configuration: VRFs, AS number format, trap switches");
   config->require_subcommand(1);
-  config->footer(std::string(kWords) + kExamples);
+  config->footer(std::string(kItemWords) + kExamples);
   const Builder builder{config, options, command};
   add_show(builder);
   add_edit(builder, "set", "Sets an item", config_set);

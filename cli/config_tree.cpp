@@ -15,7 +15,6 @@ namespace {
 using vrf_config::Words;
 
 constexpr char kConfigPath[] = "/cfg/";
-constexpr std::uint32_t kPage = 1024;
 
 kvtree::NodesResult read_page(const Session& session, kvtree::Client& client, std::string_view path,
                               std::uint32_t most, std::string_view after, std::string_view owner) {
@@ -77,7 +76,7 @@ ConfigNodes read_config(const Session& session, kvtree::Client& client, std::str
   ConfigNodes nodes;
   std::string after;
   while (true) {
-    kvtree::NodesResult page = read_page(session, client, kConfigPath, kPage, after, owner);
+    kvtree::NodesResult page = read_page(session, client, kConfigPath, kKvMaxListItems, after, owner);
     if (page.nodes.empty()) return nodes;
     after = page.nodes.back().path;
     for (kvtree::Node& node : page.nodes) {

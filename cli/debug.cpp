@@ -4,20 +4,18 @@
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
-#include <algorithm>
 #include <chrono>
 
 #include "cli/commands.h"
 #include "cli/json_list.h"
 #include "cli/table.h"
+#include "cli/times.h"
 
 namespace cli {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr std::chrono::milliseconds kWaitStep(500);  // a bound of one wait, not of the watching
 
 void check(const Session& session, const std::string& what, Status status) {
   if (status) throw request_failure(session, what, status);
@@ -64,20 +62,12 @@ void print_line(const Session& session, const DebugLine& line) {
   session.out.flush();
 }
 
-// How long the next wait may take; zero when the time is over.
-std::chrono::milliseconds wait_left(const DebugRequest& request, Clock::time_point started) {
-  if (request.seconds <= 0) return kWaitStep;
-  const auto end = started + std::chrono::duration<double>(request.seconds);
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-  return std::clamp(left, std::chrono::milliseconds(0), kWaitStep);
-}
-
 void watch_prints(const Session& session, const DebugRequest& request, DebugClient& client) {
   session.out.flush();
   const Clock::time_point started = Clock::now();
   std::uint64_t prints = 0;
   while (request.most_prints == 0 || prints < request.most_prints) {
-    const auto wait = wait_left(request, started);
+    const auto wait = next_wait(request.seconds, started);
     if (wait.count() == 0) return;
     DebugLine line;
     const Status status = client.next_line(wait, &line);

@@ -11,6 +11,8 @@ using Json = nlohmann::ordered_json;
 
 // On one line. Octets that are no UTF-8 are replaced by U+FFFD.
 std::string json_line(const Json& value);
+// The text, or null for an empty one.
+Json text_or_null(const std::string& text);
 
 // An array. Without end() it stays open, so that a list that was cut short cannot be taken for a whole one.
 class JsonList {

@@ -14,6 +14,11 @@ inline std::string text_or_empty(const char* text) {
   return text == nullptr ? std::string() : std::string(text);
 }
 
+// For a cell of a table.
+inline std::string text_or_dash(const char* text) {
+  return text == nullptr || *text == '\0' ? "-" : text;
+}
+
 // T is the struct that the description describes.
 template <typename T>
 class Record {

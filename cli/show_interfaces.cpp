@@ -40,7 +40,7 @@ Json row_json(const mpls_vpn_mib_interface& row) {
           {"rowStatusName", row_status_name(row.rowStatus)}};
 }
 
-void show_as_json(const Session& session, const std::string& vrf) {
+void show_interfaces_as_json(const Session& session, const std::string& vrf) {
   JsonList list(session.out);
   const auto show = [&list](const mpls_vpn_mib_interface& row) {
     list.add(row_json(row));
@@ -50,7 +50,7 @@ void show_as_json(const Session& session, const std::string& vrf) {
   list.end();
 }
 
-void show_as_table(const Session& session, const std::string& vrf) {
+void show_interfaces_as_table(const Session& session, const std::string& vrf) {
   Table table(session.out,
               {{"VRF"}, {"INDEX", true}, {"INTERFACE"}, {"PROTOCOLS"}, {"CLASS"}, {"STORAGE"}, {"STATUS"}});
   const auto show = [&table](const mpls_vpn_mib_interface& row) {
@@ -65,7 +65,7 @@ void show_as_table(const Session& session, const std::string& vrf) {
 }  // namespace
 
 void show_interfaces(const Session& session, const std::string& vrf) {
-  session.json ? show_as_json(session, vrf) : show_as_table(session, vrf);
+  session.json ? show_interfaces_as_json(session, vrf) : show_interfaces_as_table(session, vrf);
 }
 
 }  // namespace cli

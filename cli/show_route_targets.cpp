@@ -42,11 +42,7 @@ Json row_json(const mpls_vpn_mib_rt& row) {
           {"rowStatusName", row_status_name(row.rowStatus)}};
 }
 
-std::string or_dash(const char* text) {
-  return text == nullptr || *text == '\0' ? "-" : text;
-}
-
-void show_as_json(const Session& session, const std::string& vrf) {
+void show_route_targets_as_json(const Session& session, const std::string& vrf) {
   JsonList list(session.out);
   const auto show = [&list](const mpls_vpn_mib_rt& row) {
     list.add(row_json(row));
@@ -56,11 +52,11 @@ void show_as_json(const Session& session, const std::string& vrf) {
   list.end();
 }
 
-void show_as_table(const Session& session, const std::string& vrf) {
+void show_route_targets_as_table(const Session& session, const std::string& vrf) {
   Table table(session.out, {{"VRF"}, {"INDEX", true}, {"TYPE"}, {"ROUTE TARGET"}, {"FAMILY"}});
   const auto show = [&table](const mpls_vpn_mib_rt& row) {
     table.add({text_or_empty(row.vrfName), std::to_string(row.index), route_target_type_name(row.type),
-               or_dash(row.rt), or_dash(row.description)});
+               text_or_dash(row.rt), text_or_dash(row.description)});
     return true;
   };
   walk_route_targets(session, vrf, {show, [&table] { table.flush(); }});
@@ -69,7 +65,7 @@ void show_as_table(const Session& session, const std::string& vrf) {
 }  // namespace
 
 void show_route_targets(const Session& session, const std::string& vrf) {
-  session.json ? show_as_json(session, vrf) : show_as_table(session, vrf);
+  session.json ? show_route_targets_as_json(session, vrf) : show_route_targets_as_table(session, vrf);
 }
 
 }  // namespace cli

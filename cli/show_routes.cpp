@@ -19,7 +19,7 @@ namespace {
 
 using InterfaceNames = std::map<std::int32_t, std::string>;
 
-InterfaceNames interface_names(const Session& session, kvtree::Client& client, const std::string& vrf) {
+InterfaceNames read_interface_names(const Session& session, kvtree::Client& client, const std::string& vrf) {
   InterfaceNames names;
   const auto keep = [&](const mpls_vpn_mib_interface& row) {
     if (vrf != text_or_empty(row.vrfName)) return false;
@@ -159,7 +159,8 @@ void show_routes(const Session& session, const RoutesRequest& request) {
   if (!request.prefix.empty()) prefix = parse_prefix(request.prefix);  // wrong words come first
   const auto client = connect_to_daemon(session);
   require_vrf(session, *client, request.vrf);
-  const Lookup lookup = {session, *client, request, prefix, interface_names(session, *client, request.vrf)};
+  const Lookup lookup = {session, *client, request, prefix,
+                         read_interface_names(session, *client, request.vrf)};
   session.json ? show_as_json(lookup) : show_as_table(lookup);
 }
 

@@ -15,8 +15,8 @@ namespace {
 using VrfSink = RowSink<mpls_vpn_mib_vrf>;
 using VrfRow = Record<mpls_vpn_mib_vrf>;
 
-void find_named(const Session& session, kvtree::Client& client, const VrfRequest& request,
-                const VrfSink& sink) {
+void walk_named_vrf(const Session& session, kvtree::Client& client, const VrfRequest& request,
+                    const VrfSink& sink) {
   const auto octets = find_vrf_row(session, client, request.name);
   if (!octets) require_vrf(session, client, request.name);
   if (!octets) throw Failure(kExitFailed, "VRF " + printable(request.name) + " came just now; ask again");
@@ -26,20 +26,21 @@ void find_named(const Session& session, kvtree::Client& client, const VrfRequest
   sink.batch_end();
 }
 
-void find_all(const Session& session, kvtree::Client& client, const VrfRequest& request,
-              const VrfSink& sink) {
+void walk_all_vrfs(const Session& session, kvtree::Client& client, const VrfRequest& request,
+                   const VrfSink& sink) {
   const auto filtered = [&](const mpls_vpn_mib_vrf& row) {
     return !passes_filter(session, client, text_or_empty(row.name), request) || sink.row(row);
   };
   RowWalk<mpls_vpn_mib_vrf>(session, client, kVrfTable, {filtered, sink.batch_end}).run(first_vrf_path(""));
 }
 
-void find(const Session& session, kvtree::Client& client, const VrfRequest& request, const VrfSink& sink) {
-  request.name.empty() ? find_all(session, client, request, sink)
-                       : find_named(session, client, request, sink);
+void walk_vrfs(const Session& session, kvtree::Client& client, const VrfRequest& request,
+               const VrfSink& sink) {
+  request.name.empty() ? walk_all_vrfs(session, client, request, sink)
+                       : walk_named_vrf(session, client, request, sink);
 }
 
-void show_as_json(const Session& session, const VrfRequest& request) {
+void show_vrfs_as_json(const Session& session, const VrfRequest& request) {
   const auto client = connect_to_daemon(session);
   const bool is_counted = are_routes_counted(*client);
   JsonList list(session.out);
@@ -47,15 +48,11 @@ void show_as_json(const Session& session, const VrfRequest& request) {
     list.add(vrf_row_json(row, is_counted));
     return true;
   };
-  find(session, *client, request, {add});
+  walk_vrfs(session, *client, request, {add});
   list.end();
 }
 
-std::string or_dash(const char* text) {
-  return text == nullptr || *text == '\0' ? "-" : text;
-}
-
-void show_as_table(const Session& session, const VrfRequest& request) {
+void show_vrfs_as_table(const Session& session, const VrfRequest& request) {
   const auto client = connect_to_daemon(session);
   const bool is_counted = are_routes_counted(*client);
   Table table(session.out, {{"VRF"},
@@ -67,12 +64,12 @@ void show_as_table(const Session& session, const VrfRequest& request) {
                             {"CHANGED", true},
                             {"DESCRIPTION"}});
   const auto add = [&](const mpls_vpn_mib_vrf& row) {
-    table.add({text_or_empty(row.name), or_dash(row.rd), vrf_status_name(row.operStatus),
+    table.add({text_or_empty(row.name), text_or_dash(row.rd), vrf_status_name(row.operStatus),
                std::to_string(row.associatedInterfaces), std::to_string(row.activeInterfaces),
-               route_count(row, is_counted), age_text(row.confLastChanged), or_dash(row.description)});
+               route_count(row, is_counted), age_text(row.confLastChanged), text_or_dash(row.description)});
     return true;
   };
-  find(session, *client, request, {add, [&table] { table.flush(); }});
+  walk_vrfs(session, *client, request, {add, [&table] { table.flush(); }});
 }
 
 // --- Invalid VRFs -------------------------------------------------------------------------------
@@ -121,7 +118,7 @@ void show_vrf(const Session& session, const VrfRequest& request) {
   } else if (request.detail || request.structured) {
     show_vrf_detail(session, request);
   } else {
-    session.json ? show_as_json(session, request) : show_as_table(session, request);
+    session.json ? show_vrfs_as_json(session, request) : show_vrfs_as_table(session, request);
   }
 }
 

@@ -4,6 +4,7 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 
@@ -16,6 +17,8 @@ namespace {
 constexpr std::uint64_t kMinute = 60;
 constexpr std::uint64_t kHour = 60 * kMinute;
 constexpr std::uint64_t kDay = 24 * kHour;
+
+constexpr std::chrono::milliseconds kLongestWait(500);
 
 }  // namespace
 
@@ -46,6 +49,14 @@ std::string now_text() {
   return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z",
                      fmt::gmtime(static_cast<std::time_t>(stamp / kNanosecondsPerSecond)),
                      stamp / kNanosecondsPerMillisecond % 1000);
+}
+
+std::chrono::milliseconds next_wait(double seconds, std::chrono::steady_clock::time_point started) {
+  using std::chrono::milliseconds;
+  if (seconds <= 0) return kLongestWait;
+  const auto end = started + std::chrono::duration<double>(seconds);
+  const auto left = std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
+  return std::clamp(left, milliseconds(0), kLongestWait);
 }
 
 }  // namespace cli

@@ -1,6 +1,7 @@
 // Times and durations as texts.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -15,5 +16,9 @@ std::string duration_text(std::uint64_t seconds);
 
 // The time of now in UTC, as "2026-01-31T08:05:09.123Z".
 std::string now_text();
+
+// How long the next wait of a watch may take that began at `started` and lasts so many seconds, 0 without a
+// limit; zero when its time is over. One wait is bounded: it is no more than a step of the watch.
+std::chrono::milliseconds next_wait(double seconds, std::chrono::steady_clock::time_point started);
 
 }  // namespace cli

@@ -11,8 +11,7 @@ namespace cli {
 
 namespace {
 
-constexpr std::uint32_t kFirstPage = 64;
-constexpr std::uint32_t kLargestPage = 1024;
+constexpr std::uint32_t kFirstNodes = 64;
 
 std::string nodes_of_vrfs() {
   return std::string(vrf_config::kVrfScope) + "vrf/";
@@ -32,7 +31,7 @@ std::span<const kvtree::Node> VrfNodes::of(const std::string& vrf) {
   if (!is_end_ && until_ < behind) {
     window_.erase(window_.begin(), std::lower_bound(window_.begin(), window_.end(), first, is_before));
     from_ = first;
-    if (hits_ == 0) page_ = kFirstPage;
+    if (hits_ == 0) page_ = kFirstNodes;
     hits_ = 0;
     while (!is_end_ && until_ < behind) read_more();
   } else {
@@ -54,7 +53,7 @@ void VrfNodes::read_more() {
   is_end_ = page.nodes.empty();
   if (!is_end_) until_ = page.nodes.back().path;
   std::move(page.nodes.begin(), page.nodes.end(), std::back_inserter(window_));
-  page_ = std::min(2 * page_, kLargestPage);
+  page_ = std::min(2 * page_, kKvMaxListItems);
 }
 
 }  // namespace cli

@@ -23,8 +23,8 @@ std::span<const T> elements(const ParcelArray& array) {
   return {static_cast<const T*>(array.elements), static_cast<std::size_t>(array.count)};
 }
 
-std::string or_dash(const char* text) {
-  return text == nullptr || *text == '\0' ? "-" : printable(text);
+std::string printable_or_dash(const char* text) {
+  return printable(text_or_dash(text));
 }
 
 // SAFIs are compared by their bits, as the daemon's filter does: that of flow rules counts as unicast.
@@ -54,10 +54,6 @@ std::string policy_origin(const VrfOrigins& origins, const mpls_vpn_afi_safi& ta
   return has_items(table) ? origins.of_policy(table.AFName, direction) : std::string();
 }
 
-Json or_null(const std::string& origin) {
-  return origin.empty() ? Json() : Json(origin);
-}
-
 Json route_targets_json(const mpls_vpn_afi_safi& table, const VrfOrigins& origins) {
   Json targets = Json::array();
   for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(table.RouteTarget)) {
@@ -65,7 +61,7 @@ Json route_targets_json(const mpls_vpn_afi_safi& table, const VrfOrigins& origin
         {{"type", target.RouteTargetType},
          {"typeName", route_target_type_name(static_cast<std::int32_t>(target.RouteTargetType))},
          {"value", text_or_empty(target.RouteTargetValue)},
-         {"origin", or_null(target_origin(origins, table, target))}});
+         {"origin", text_or_null(target_origin(origins, table, target))}});
   }
   return targets;
 }
@@ -90,9 +86,9 @@ Json tables_json(const VrfDetail& vrf, const VrfRequest& request) {
          {"safiName", safi_name(table.SAFName)},
          {"routeTargets", route_targets_json(table, origins)},
          {"importRoutePolicy", text_or_empty(table.ImportRoutePolicy)},
-         {"importRoutePolicyOrigin", or_null(policy_origin(origins, table, Direction::kImport))},
+         {"importRoutePolicyOrigin", text_or_null(policy_origin(origins, table, Direction::kImport))},
          {"exportRoutePolicy", text_or_empty(table.ExportRoutePolicy)},
-         {"exportRoutePolicyOrigin", or_null(policy_origin(origins, table, Direction::kExport))}});
+         {"exportRoutePolicyOrigin", text_or_null(policy_origin(origins, table, Direction::kExport))}});
   }
   return tables;
 }
@@ -121,7 +117,8 @@ std::vector<std::string> target_values(const mpls_vpn_afi_safi& table, std::uint
   std::vector<std::string> values;
   for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(table.RouteTarget)) {
     if (target.RouteTargetType == type)
-      values.push_back(with_origin(or_dash(target.RouteTargetValue), target_origin(origins, table, target)));
+      values.push_back(
+          with_origin(printable_or_dash(target.RouteTargetValue), target_origin(origins, table, target)));
   }
   return values;
 }
@@ -132,12 +129,12 @@ void print_table(std::ostream& out, const mpls_vpn_afi_safi& table, const VrfOri
   fmt::print(out, "  {} {}\n", afi_name(table.AFName), safi_name(table.SAFName));
   print_words(out, "    import targets", target_values(table, kImport, origins));
   print_words(out, "    export targets", target_values(table, kExport, origins));
-  print_line(
-      out, "    import policy",
-      with_origin(or_dash(table.ImportRoutePolicy), policy_origin(origins, table, Direction::kImport)));
-  print_line(
-      out, "    export policy",
-      with_origin(or_dash(table.ExportRoutePolicy), policy_origin(origins, table, Direction::kExport)));
+  print_line(out, "    import policy",
+             with_origin(printable_or_dash(table.ImportRoutePolicy),
+                         policy_origin(origins, table, Direction::kImport)));
+  print_line(out, "    export policy",
+             with_origin(printable_or_dash(table.ExportRoutePolicy),
+                         policy_origin(origins, table, Direction::kExport)));
 }
 
 std::string time_line(std::uint32_t seconds) {
@@ -170,7 +167,7 @@ Json thresholds_json(const std::vector<FamilyThresholds>& thresholds, const VrfO
                     {"afiName", afi_name(family.afi)},
                     {"midThresh", family.mid},
                     {"highThresh", family.high},
-                    {"origin", or_null(origins.of_threshold(family.afi))}});
+                    {"origin", text_or_null(origins.of_threshold(family.afi))}});
   }
   return list;
 }
@@ -182,9 +179,9 @@ std::string vni_text(const VrfOrigins& origins) {
 void print_row(std::ostream& out, const VrfDetail& vrf) {
   const mpls_vpn_mib_vrf& row = vrf.row;
   const VrfOrigins& origins = vrf.origins;
-  print_line(out, "  description", with_origin(or_dash(row.description), origins.of_description()));
+  print_line(out, "  description", with_origin(printable_or_dash(row.description), origins.of_description()));
   print_line(out, "  route distinguisher",
-             with_origin(or_dash(row.rd), origins.of_rd(text_or_empty(row.rd))));
+             with_origin(printable_or_dash(row.rd), origins.of_rd(text_or_empty(row.rd))));
   print_line(out, "  vni", with_origin(vni_text(origins), origins.of_vni()));
   print_line(out, "  state",
              fmt::format("{}, administratively {}", vrf_status_name(row.operStatus),
@@ -243,10 +240,10 @@ std::vector<std::string> interface_names(const mpls_vpn_vrf& shown) {
 
 Json vrf_json(const VrfDetail& vrf, const VrfRequest& request) {
   Json json = vrf_row_json(vrf.row, vrf.are_routes_counted);
-  json["descriptionOrigin"] = or_null(vrf.origins.of_description());
-  json["rdOrigin"] = or_null(vrf.origins.of_rd(text_or_empty(vrf.row.rd)));
+  json["descriptionOrigin"] = text_or_null(vrf.origins.of_description());
+  json["rdOrigin"] = text_or_null(vrf.origins.of_rd(text_or_empty(vrf.row.rd)));
   json["vni"] = vrf.origins.vni() ? Json(*vrf.origins.vni()) : Json();
-  json["vniOrigin"] = or_null(vrf.origins.of_vni());
+  json["vniOrigin"] = text_or_null(vrf.origins.of_vni());
   json["routeThresholds"] = thresholds_json(vrf.thresholds, vrf.origins);
   json["isBigVrf"] = vrf.shown.isBigVrf != 0;
   json["interfaces"] = interface_names(vrf.shown);
@@ -257,7 +254,7 @@ Json vrf_json(const VrfDetail& vrf, const VrfRequest& request) {
 void print_vrf(std::ostream& out, const VrfDetail& vrf, const VrfRequest& request) {
   const mpls_vpn_mib_vrf& row = vrf.row;
   const mpls_vpn_vrf& shown = vrf.shown;
-  fmt::print(out, "VRF {}\n", or_dash(row.name));
+  fmt::print(out, "VRF {}\n", printable_or_dash(row.name));
   print_row(out, vrf);
   print_line(out, "  big", shown.isBigVrf != 0 ? "yes" : "no");
   std::vector<std::string> names = interface_names(shown);

@@ -14,7 +14,7 @@ struct Word {
   bool (*is_taken)(const VrfRequest&);  // it, or the other one of its pair
 };
 
-constexpr std::array kWords = {
+constexpr std::array kVrfWords = {
     Word{"detail", [](VrfRequest* request) { request->detail = true; },
          [](const VrfRequest& request) { return request.detail; }},
     Word{"ipv4", [](VrfRequest* request) { request->afi = 1; },
@@ -35,7 +35,7 @@ Failure usage(const std::string& what) {
 }
 
 const Word* find_word(const std::string& text) {
-  for (const Word& word : kWords) {
+  for (const Word& word : kVrfWords) {
     if (text == word.text) return &word;
   }
   return nullptr;

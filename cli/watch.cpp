@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
-#include <algorithm>
 #include <chrono>
 
 #include "cli/commands.h"
@@ -21,8 +20,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-
-constexpr milliseconds kWaitStep(500);  // a bound of one wait, not of the watching
 
 std::string oper_status(std::int32_t value) {
   if (value == 1) return "up";
@@ -75,13 +72,6 @@ void print_trap(const Session& session, const kvtree::NotificationResult& notifi
   }
 }
 
-// How long the next wait may take; zero when the time is over.
-milliseconds wait_left(const WatchRequest& request, Clock::time_point started) {
-  if (request.seconds <= 0) return kWaitStep;
-  const auto end = started + std::chrono::duration<double>(request.seconds);
-  return std::clamp(std::chrono::ceil<milliseconds>(end - Clock::now()), milliseconds(0), kWaitStep);
-}
-
 // How many lines were printed, of at most so many.
 std::uint64_t print_notification(const Session& session, const kvtree::NotificationResult& notification,
                                  VpnChangePrinter* changes, std::uint64_t most) {
@@ -107,7 +97,7 @@ std::uint64_t print_events(const Session& session, const WatchRequest& request, 
   const std::uint64_t most = request.most_events == 0 ? UINT64_MAX : request.most_events;
   std::uint64_t events = 0;
   while (events < most) {
-    const milliseconds wait = wait_left(request, started);
+    const milliseconds wait = next_wait(request.seconds, started);
     if (wait.count() == 0) return events;
     const kvtree::NotificationResult notification = client.next_notification(wait);
     if (notification.status == kStatusTimedOut) continue;
