@@ -41,9 +41,6 @@ constexpr std::size_t padded(std::size_t length) {
   return (length + 3) / 4 * 4;
 }
 
-// The sub-identifiers that a non-zero prefix octet stands for: 1.3.6.1.PREFIX (section 5.1).
-constexpr std::array<std::uint32_t, 4> kInternet = {1, 3, 6, 1};
-
 }  // namespace
 
 std::string error_text(std::uint16_t error) {
@@ -114,7 +111,8 @@ bool Reader::name(oid::Oid* value, bool* include) {
   const std::uint32_t prefix = head[1];
   if (include != nullptr) *include = head[2] != 0;
   value->clear();
-  if (prefix != 0 && !(value->append(kInternet) && value->append(prefix))) return false;
+  // A prefix octet other than 0 stands for 1.3.6.1.PREFIX (section 5.1).
+  if (prefix != 0 && !(value->append(oid::kInternet) && value->append(prefix))) return false;
   Bytes numbers;
   if (count > oid::kMaxSubIdentifiers - value->size() || !take(count * 4, &numbers)) {
     rest_ = {};

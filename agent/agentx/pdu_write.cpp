@@ -10,7 +10,6 @@ namespace {
 
 constexpr std::size_t kPayloadLengthAt = 16;
 constexpr std::size_t kCompressed = 5;  // sub-identifiers that the prefix octet replaces
-constexpr std::array<std::uint32_t, 4> kInternet = {1, 3, 6, 1};
 
 void store32(std::uint8_t* to, std::uint32_t value) {
   to[0] = static_cast<std::uint8_t>(value >> 24U);
@@ -22,7 +21,7 @@ void store32(std::uint8_t* to, std::uint32_t value) {
 // The prefix octet of a name; 0, which stands for no prefix, when the name does not begin
 // with 1.3.6.1.(1..255).
 std::uint8_t prefix_of(oid::View name) {
-  if (name.size() < kCompressed || !oid::starts_with(name, kInternet) || name[4] > 255) return 0;
+  if (name.size() < kCompressed || !oid::starts_with(name, oid::kInternet) || name[4] > 255) return 0;
   return static_cast<std::uint8_t>(name[4]);
 }
 

@@ -19,6 +19,8 @@ inline constexpr std::size_t kMaxSubIdentifiers = 128;
 
 using View = std::span<const std::uint32_t>;
 
+inline constexpr std::array<std::uint32_t, 4> kInternet = {1, 3, 6, 1};
+
 class Oid {
  public:
   Oid() {}  // leaves the unused sub-identifiers unset: Oids are made for every variable of every request

@@ -57,7 +57,13 @@ constexpr std::array kScalarColumns = {
 
 // --- mplsL3VpnIfConfTable
 
-enum InterfaceSlot : std::size_t { kClassification, kProtocols, kStorageType, kRowStatus, kInterfaceSlots };
+enum InterfaceSlot : std::size_t {
+  kClassification,
+  kProtocols,
+  kInterfaceStorageType,
+  kInterfaceRowStatus,
+  kInterfaceSlots
+};
 
 Taken take_interface(const kvtree::Octets& octets, Window* window) {
   const Decoded<mpls_vpn_mib_interface> record(kMibInterfaceParcel, octets);
@@ -77,8 +83,8 @@ constexpr std::array kInterfaceIndex = {IndexPart{PartKind::kName}, IndexPart{Pa
 constexpr std::array kInterfaceColumns = {
     Column{2, Syntax::kInteger, kClassification},
     Column{3, Syntax::kOctets, kProtocols},
-    Column{4, Syntax::kInteger, kStorageType},
-    Column{5, Syntax::kInteger, kRowStatus},
+    Column{4, Syntax::kInteger, kInterfaceStorageType},
+    Column{5, Syntax::kInteger, kInterfaceRowStatus},
 };
 
 // --- The module
@@ -93,8 +99,8 @@ const RowSet kInterfaces = {
     "mplsL3VpnIfConfTable", "/oper/mpls_vpn/gl/interface-next", false, kInterfaceIndex, kInterfaceSlots,
     take_interface};
 
-const std::array kTables = {Table{kScalarGroup, &kScalars, kScalarColumns},
-                            Table{kInterfaceEntry, &kInterfaces, kInterfaceColumns}};
+const std::array kScalarAndInterfaceTables = {Table{kScalarGroup, &kScalars, kScalarColumns},
+                                              Table{kInterfaceEntry, &kInterfaces, kInterfaceColumns}};
 
 }  // namespace
 
@@ -104,7 +110,7 @@ oid::View l3vpn_subtree() {
 
 std::span<const Table> l3vpn_tables() {
   static const std::vector<Table> all = [] {
-    std::vector<Table> tables(kTables.begin(), kTables.end());
+    std::vector<Table> tables(kScalarAndInterfaceTables.begin(), kScalarAndInterfaceTables.end());
     for (const std::span<const Table> more : {vrf_tables(), route_target_tables(), route_tables()}) {
       tables.insert(tables.end(), more.begin(), more.end());
     }

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::array<std::uint32_t, 3> kPolicy = {2, 0, 0};  // { 0 0 }: two sub-identifiers
 constexpr char kStart[] = "/1/0/1/0/0";
-constexpr std::uint8_t kHighestOctet = 0xff;
+constexpr std::uint8_t kAllBits = 0xff;
 
 constexpr std::array kParts = {
     IndexPart{PartKind::kName},
@@ -49,14 +49,14 @@ bool decrement(Octets* octets) {
       --(*octets)[i];
       return true;
     }
-    (*octets)[i] = kHighestOctet;
+    (*octets)[i] = kAllBits;
   }
   return false;
 }
 
 Key last_ipv4_key() {
   const std::uint32_t size = address_size(kAddressIpv4);
-  return {kAddressIpv4, Octets(size, kHighestOctet), 8 * size, Octets(size, kHighestOctet)};
+  return {kAddressIpv4, Octets(size, kAllBits), 8 * size, Octets(size, kAllBits)};
 }
 
 // The greatest key below this one. False for the smallest of all.

@@ -9,7 +9,7 @@
 namespace tables {
 namespace {
 
-enum Slot : std::size_t {
+enum RouteSlot : std::size_t {
   kIfIndex,
   kType,
   kProtocol,
@@ -22,7 +22,7 @@ enum Slot : std::size_t {
   kMetric5,
   kXcPointer,
   kStatus,
-  kSlots,
+  kRouteSlots,
 };
 
 std::span<const std::uint8_t> view(const ParcelOctets& octets) {
@@ -67,7 +67,7 @@ const RowSet& routes() {
                              "/oper/mpls_vpn/gl/route-next",
                              false,
                              kRouteIndex,
-                             kSlots,
+                             kRouteSlots,
                              take_route,
                              route_path,
                              kRouteEarlyRows};
@@ -75,7 +75,7 @@ const RowSet& routes() {
 }
 
 // Columns 1 to 6 are the index and not accessible.
-constexpr std::array kColumns = {
+constexpr std::array kRouteColumns = {
     Column{7, Syntax::kInteger, kIfIndex},     Column{8, Syntax::kInteger, kType},
     Column{9, Syntax::kInteger, kProtocol},    Column{10, Syntax::kGauge, kAge},
     Column{11, Syntax::kUnsigned, kNextHopAs}, Column{12, Syntax::kInteger, kMetric1},
@@ -84,12 +84,12 @@ constexpr std::array kColumns = {
     Column{17, Syntax::kOctets, kXcPointer},   Column{18, Syntax::kInteger, kStatus},
 };
 
-constexpr std::array<std::uint32_t, 13> kEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 4, 1, 1};
+constexpr std::array<std::uint32_t, 13> kRouteEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 4, 1, 1};
 
 }  // namespace
 
 std::span<const Table> route_tables() {
-  static const std::array tables = {Table{kEntry, &routes(), kColumns}};
+  static const std::array tables = {Table{kRouteEntry, &routes(), kRouteColumns}};
   return tables;
 }
 

@@ -11,7 +11,13 @@ namespace {
 constexpr std::uint32_t kImport = 1;  // MplsL3VpnRtType
 constexpr std::uint32_t kBoth = 3;
 
-enum Slot : std::size_t { kRouteTarget, kDescription, kRowStatus, kStorageType, kSlots };
+enum RouteTargetSlot : std::size_t {
+  kRouteTarget,
+  kRouteTargetDescription,
+  kRouteTargetRowStatus,
+  kRouteTargetStorageType,
+  kRouteTargetSlots
+};
 
 Taken take_route_target(const kvtree::Octets& octets, Window* window) {
   const Decoded<mpls_vpn_mib_rt> record(kMibRtParcel, octets);
@@ -26,27 +32,28 @@ Taken take_route_target(const kvtree::Octets& octets, Window* window) {
   return Taken::kRow;
 }
 
-constexpr std::array kIndex = {IndexPart{PartKind::kName}, IndexPart{PartKind::kNumber, 1, 0xffffffff},
-                               IndexPart{PartKind::kNumber, kImport, kBoth}};
+constexpr std::array kRouteTargetIndex = {IndexPart{PartKind::kName},
+                                          IndexPart{PartKind::kNumber, 1, 0xffffffff},
+                                          IndexPart{PartKind::kNumber, kImport, kBoth}};
 
-const RowSet kRouteTargets = {"mplsL3VpnVrfRTTable", "/oper/mpls_vpn/gl/rt-next", false, kIndex, kSlots,
-                              take_route_target};
+const RowSet kRouteTargets = {"mplsL3VpnVrfRTTable", "/oper/mpls_vpn/gl/rt-next", false,
+                              kRouteTargetIndex,     kRouteTargetSlots,           take_route_target};
 
 // Columns 2 and 3, number and type, are not accessible; there is no column 1.
-constexpr std::array kColumns = {
+constexpr std::array kRouteTargetColumns = {
     Column{4, Syntax::kOctets, kRouteTarget},
-    Column{5, Syntax::kOctets, kDescription},
-    Column{6, Syntax::kInteger, kRowStatus},
-    Column{7, Syntax::kInteger, kStorageType},
+    Column{5, Syntax::kOctets, kRouteTargetDescription},
+    Column{6, Syntax::kInteger, kRouteTargetRowStatus},
+    Column{7, Syntax::kInteger, kRouteTargetStorageType},
 };
 
-constexpr std::array<std::uint32_t, 13> kEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 3, 1};
-const std::array kTables = {Table{kEntry, &kRouteTargets, kColumns}};
+constexpr std::array<std::uint32_t, 13> kRouteTargetEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 3, 1};
+const std::array kRouteTargetTables = {Table{kRouteTargetEntry, &kRouteTargets, kRouteTargetColumns}};
 
 }  // namespace
 
 std::span<const Table> route_target_tables() {
-  return kTables;
+  return kRouteTargetTables;
 }
 
 }  // namespace tables

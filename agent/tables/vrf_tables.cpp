@@ -12,9 +12,9 @@
 namespace tables {
 namespace {
 
-enum Slot : std::size_t {
+enum VrfSlot : std::size_t {
   kVpnId,
-  kDescription,
+  kVrfDescription,
   kRd,
   kCreationTime,
   kOperStatus,
@@ -24,9 +24,9 @@ enum Slot : std::size_t {
   kHighThreshold,
   kMaxRoutes,
   kLastChanged,
-  kRowStatus,
+  kVrfRowStatus,
   kAdminStatus,
-  kStorageType,
+  kVrfStorageType,
   kIllegalLabels,
   kIllegalLabelsDiscontinuity,
   kRoutesAdded,
@@ -34,7 +34,7 @@ enum Slot : std::size_t {
   kCurrentRoutes,
   kRoutesDropped,
   kRoutesDiscontinuity,
-  kSlots,
+  kVrfSlots,
 };
 
 Taken take_vrf(const kvtree::Octets& octets, Window* window) {
@@ -65,14 +65,15 @@ Taken take_vrf(const kvtree::Octets& octets, Window* window) {
   return Taken::kRow;
 }
 
-constexpr std::array kIndex = {IndexPart{PartKind::kName}};
+constexpr std::array kVrfIndex = {IndexPart{PartKind::kName}};
 
-const RowSet kVrfs = {"mplsL3VpnVrfTable", "/oper/mpls_vpn/gl/vrf-next", false, kIndex, kSlots, take_vrf};
+const RowSet kVrfs = {
+    "mplsL3VpnVrfTable", "/oper/mpls_vpn/gl/vrf-next", false, kVrfIndex, kVrfSlots, take_vrf};
 
 // Column 1, the name, is not accessible.
 constexpr std::array kVrfColumns = {
     Column{2, Syntax::kOctets, kVpnId},
-    Column{3, Syntax::kOctets, kDescription},
+    Column{3, Syntax::kOctets, kVrfDescription},
     Column{4, Syntax::kOctets, kRd},
     Column{5, Syntax::kTimeStamp, kCreationTime},
     Column{6, Syntax::kInteger, kOperStatus},
@@ -82,9 +83,9 @@ constexpr std::array kVrfColumns = {
     Column{10, Syntax::kUnsigned, kHighThreshold},
     Column{11, Syntax::kUnsigned, kMaxRoutes},
     Column{12, Syntax::kTimeStamp, kLastChanged},
-    Column{13, Syntax::kInteger, kRowStatus},
+    Column{13, Syntax::kInteger, kVrfRowStatus},
     Column{14, Syntax::kInteger, kAdminStatus},
-    Column{15, Syntax::kInteger, kStorageType},
+    Column{15, Syntax::kInteger, kVrfStorageType},
 };
 constexpr std::array kSecurityColumns = {
     Column{1, Syntax::kCounter, kIllegalLabels},
@@ -104,14 +105,14 @@ constexpr std::array<std::uint32_t, 13> kVrfEntry = {1, 3, 6, 1, 2, 1, 10, 166, 
 constexpr std::array<std::uint32_t, 13> kSecurityEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 6, 1};
 constexpr std::array<std::uint32_t, 13> kPerformanceEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 3, 1, 1};
 
-const std::array kTables = {Table{kVrfEntry, &kVrfs, kVrfColumns},
-                            Table{kSecurityEntry, &kVrfs, kSecurityColumns},
-                            Table{kPerformanceEntry, &kVrfs, kPerformanceColumns}};
+const std::array kVrfTables = {Table{kVrfEntry, &kVrfs, kVrfColumns},
+                               Table{kSecurityEntry, &kVrfs, kSecurityColumns},
+                               Table{kPerformanceEntry, &kVrfs, kPerformanceColumns}};
 
 }  // namespace
 
 std::span<const Table> vrf_tables() {
-  return kTables;
+  return kVrfTables;
 }
 
 }  // namespace tables
