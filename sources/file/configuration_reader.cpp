@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "sources/file/quoted.h"
+
 namespace router_file {
 
 namespace {
@@ -16,10 +18,6 @@ using vrf_config::Target;
 constexpr Family kFamilies[] = {Family::kIpv4, Family::kIpv6};
 const std::vector<std::string_view> kFamilyWords = {"ipv4", "ipv6"};
 const std::vector<std::string_view> kDirectionWords = {"import", "export"};
-
-std::string quoted(std::string_view text) {
-  return "\"" + std::string(text) + "\"";
-}
 
 Family family_of(const router::Address& address) {
   return address.family == router::Family::kIpv4 ? Family::kIpv4 : Family::kIpv6;

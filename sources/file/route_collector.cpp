@@ -12,15 +12,13 @@ namespace router_file {
 
 namespace {
 
-using router::Family;
-
-const char* family_name(Family family) {
-  return family == Family::kIpv4 ? "IPv4" : "IPv6";
+const char* family_name(router::Family family) {
+  return family == router::Family::kIpv4 ? "IPv4" : "IPv6";
 }
 
 router::RouteTableId table_of(const router::Vrf& vrf, const RouteEntry& entry) {
-  const Family family = entry.prefix.family;
-  const std::uint32_t table = family == Family::kIpv4 ? vrf.ipv4_table : vrf.ipv6_table;
+  const router::Family family = entry.prefix.family;
+  const std::uint32_t table = family == router::Family::kIpv4 ? vrf.ipv4_table : vrf.ipv6_table;
   if (table == 0) {
     refuse(entry.prefix_mark, "the VRF \"" + vrf.name + "\" has no " + family_name(family) + " table");
   }
@@ -31,7 +29,7 @@ bool same_ground(const router::RouteKey& left, const router::RouteKey& right) {
   return left.prefix_length == right.prefix_length && left.next_hop == right.next_hop;
 }
 
-std::string text_of(Family family, const router::RouteKey& key) {
+std::string text_of(router::Family family, const router::RouteKey& key) {
   return router::format_address(router::Address{family, key.prefix_length, key.destination});
 }
 

@@ -4,12 +4,13 @@
 
 #include <algorithm>
 
+#include "sources/file/quoted.h"
+
 namespace router_file {
 
 namespace {
 
 using router::Address;
-using router::Family;
 using router::RouteProtocol;
 using router::RouteType;
 
@@ -20,10 +21,6 @@ const std::vector<std::string_view> kTypes = {"other", "reject", "local", "remot
 const std::vector<std::string_view> kProtocols = {"other", "local", "netmgmt", "icmp",  "egp",   "ggp",
                                                   "hello", "rip",   "isis",    "esis",  "igrp",  "bbn-spf",
                                                   "ospf",  "bgp",   "idpr",    "eigrp", "dvmrp", "static"};
-
-std::string quoted(std::string_view text) {
-  return "\"" + std::string(text) + "\"";
-}
 
 RouteType type_at(std::size_t position) {
   return static_cast<RouteType>(position + 1);
@@ -131,14 +128,14 @@ constexpr Key<RouteEntry> kRouteKeys[] = {
      }},
 };
 
-Address default_address(Family family, const char* ipv4, const char* ipv6) {
+Address default_address(router::Family family, const char* ipv4, const char* ipv6) {
   Address address;
-  router::parse_address(family == Family::kIpv4 ? ipv4 : ipv6, &address);
+  router::parse_address(family == router::Family::kIpv4 ? ipv4 : ipv6, &address);
   return address;
 }
 
 void complete_generator(RouteEntry* entry) {
-  if (!entry->has_prefix) entry->prefix = default_address(Family::kIpv4, "1.0.0.0/24", "");
+  if (!entry->has_prefix) entry->prefix = default_address(router::Family::kIpv4, "1.0.0.0/24", "");
   if (entry->next_hops.empty() && entry->interface.empty() && !entry->type) {
     entry->next_hops.emplace_back(default_address(entry->prefix.family, "192.0.2.1", "2001:db8::1"),
                                   entry->mark);

@@ -11,6 +11,7 @@
 
 #include "sources/file/configuration_reader.h"
 #include "sources/file/generator.h"
+#include "sources/file/quoted.h"
 #include "sources/file/route_reader.h"
 #include "sources/file/yaml_reader.h"
 
@@ -52,10 +53,6 @@ struct Document {
   GeneratorEntry generate;
   std::vector<KvConfigNode> settings;  // of no VRF
 };
-
-std::string quoted(std::string_view text) {
-  return "\"" + std::string(text) + "\"";
-}
 
 std::string read_vrf_name(const YAML::Node& value) {
   std::string name = read_line(value, "a VRF's name", router::kVrfNameMax);

@@ -9,13 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "sources/file/quoted.h"
 #include "sources/file/router_commands.h"
 
 namespace router_words {
 
-inline std::string quoted(const std::string& text) {
-  return "\"" + text + "\"";
-}
+using router_file::quoted;
 
 inline Status refuse(const RouterCommandContext& context, const std::string& why) {
   *context.text = why;

@@ -16,6 +16,9 @@
 
 namespace kernel {
 
+// IFF_LOWER_UP; linux/if.h, which has it, cannot be included beside net/if.h.
+inline constexpr std::uint32_t kFlagLowerUp = 0x10000;
+
 struct ParseReport {
   unsigned malformed = 0;    // messages left out because they contradict their own format
   bool interrupted = false;  // NLM_F_DUMP_INTR: things changed during the dump, it may lack some

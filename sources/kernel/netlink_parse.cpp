@@ -29,9 +29,8 @@
 namespace kernel {
 namespace {
 
-constexpr std::uint32_t kFlagLowerUp = 0x10000;  // IFF_LOWER_UP; linux/if.h and net/if.h do not go together
-constexpr std::uint8_t kOperUnknown = 0;         // IF_OPER_UNKNOWN
-constexpr std::uint8_t kOperUp = 6;              // IF_OPER_UP
+constexpr std::uint8_t kOperUnknown = 0;  // IF_OPER_UNKNOWN
+constexpr std::uint8_t kOperUp = 6;       // IF_OPER_UP
 
 // What the attributes of one link message gave, before it is judged as a whole.
 struct LinkDraft {

@@ -27,7 +27,6 @@
 namespace kernel {
 namespace {
 
-constexpr std::uint32_t kFlagLowerUp = 0x10000;  // IFF_LOWER_UP; linux/if.h and net/if.h do not go together
 constexpr std::uint32_t kLinkFlags = IFF_UP | IFF_RUNNING | kFlagLowerUp;
 constexpr unsigned kLabelShift = 12;  // of a label stack entry: label 20, class 3, bottom 1, time to live 8
 
@@ -330,7 +329,7 @@ bool parse_next_hop(const nlmsghdr* message, std::vector<RouteEvent>* events) {
   return true;
 }
 
-int read_link_attribute(const nlattr* attribute, void* data) {
+int read_link_master(const nlattr* attribute, void* data) {
   auto* link = static_cast<LinkFacts*>(data);
   return mnl_attr_get_type(attribute) == IFLA_MASTER ? verdict(read_u32(attribute, &link->master))
                                                      : MNL_CB_OK;
@@ -349,7 +348,7 @@ bool parse_link(const nlmsghdr* message, std::vector<RouteEvent>* events) {
   link.index = static_cast<std::uint32_t>(header->ifi_index);
   link.flags = header->ifi_flags & kLinkFlags;
   if (header->ifi_index <= 0 ||
-      mnl_attr_parse(message, sizeof(ifinfomsg), read_link_attribute, &link) != MNL_CB_OK) {
+      mnl_attr_parse(message, sizeof(ifinfomsg), read_link_master, &link) != MNL_CB_OK) {
     return false;
   }
   if (message->nlmsg_type == RTM_DELLINK) {
