@@ -27,23 +27,14 @@
 #include "platform/base/log.h"
 #include "platform/chkpt/database.h"
 
-namespace {
-
-struct Record {
-  std::string key;
-  std::string data;
-  bool stored = false;     // the database has it
-  bool unwritten = false;  // the database has not what it holds now
-};
-
-struct RecordRef {
-  ChkptTable* table;
-  std::uint64_t object_id;
-};
-
-}  // namespace
-
 struct ChkptTable {
+  struct Record {
+    std::string key;
+    std::string data;
+    bool stored = false;     // the database has it
+    bool unwritten = false;  // the database has not what it holds now
+  };
+
   std::uint32_t table_id = 0;
   ChkptTableDescriptor descriptor{};
   std::uint64_t row = 0;  // in the database; 0 for a table in memory only
@@ -57,6 +48,13 @@ struct ChkptIterator {
 };
 
 namespace {
+
+using Record = ChkptTable::Record;
+
+struct RecordRef {
+  ChkptTable* table;
+  std::uint64_t object_id;
+};
 
 struct Store {
   std::uint32_t application = 0;

@@ -15,7 +15,6 @@ namespace kvtree {
 
 namespace {
 
-using wire::Octets;
 using wire::Reader;
 using wire::Writer;
 
@@ -24,7 +23,7 @@ constexpr std::uint32_t kMaxChangesOfAnAnswer = 10000;
 // A status of success, a count, and items until there are enough of them.
 class ListAnswer {
  public:
-  ListAnswer(Octets* answer, std::uint32_t maximum) : writer_(answer), maximum_(maximum) {
+  ListAnswer(wire::Octets* answer, std::uint32_t maximum) : writer_(answer), maximum_(maximum) {
     writer_.u32(kStatusOk);
     count_place_ = writer_.size();
     writer_.u32(0);
@@ -112,14 +111,14 @@ void add_change(ListAnswer* list, const KvConfigCommitChange& change) {
   }
 }
 
-bool answer_failure(Octets* answer, Status status) {
+bool answer_failure(wire::Octets* answer, Status status) {
   Writer(answer).u32(status);
   return true;
 }
 
 }  // namespace
 
-bool answer_set(wire::Connection* from, Reader* request, Octets* answer) {
+bool answer_set(wire::Connection* from, Reader* request, wire::Octets* answer) {
   const std::string_view path = request->text();
   KvValue value;
   if (!read_value(request, &value) || !request->finished()) return false;
@@ -127,14 +126,14 @@ bool answer_set(wire::Connection* from, Reader* request, Octets* answer) {
   return true;
 }
 
-bool answer_delete(wire::Connection* from, Reader* request, Octets* answer) {
+bool answer_delete(wire::Connection* from, Reader* request, wire::Octets* answer) {
   const std::string_view path = request->text();
   if (!request->finished()) return false;
   Writer(answer).u32(commit_one(from, path, std::nullopt));
   return true;
 }
 
-bool answer_nodes(wire::Connection*, Reader* request, Octets* answer) {
+bool answer_nodes(wire::Connection*, Reader* request, wire::Octets* answer) {
   const std::uint32_t maximum = std::min(request->u32(), kKvMaxListItems);
   const std::string_view path = request->text();
   const std::string_view after = request->text();
@@ -152,7 +151,7 @@ bool answer_nodes(wire::Connection*, Reader* request, Octets* answer) {
   return true;
 }
 
-bool answer_history(wire::Connection*, Reader* request, Octets* answer) {
+bool answer_history(wire::Connection*, Reader* request, wire::Octets* answer) {
   const std::uint32_t maximum = std::min(request->u32(), kKvMaxListItems);
   const std::string_view before = request->text();
   if (!request->finished()) return false;
@@ -165,7 +164,7 @@ bool answer_history(wire::Connection*, Reader* request, Octets* answer) {
   return true;
 }
 
-bool answer_commit_changes(wire::Connection*, Reader* request, Octets* answer) {
+bool answer_commit_changes(wire::Connection*, Reader* request, wire::Octets* answer) {
   const std::string_view id = request->text();
   const std::uint32_t first = request->u32();
   const std::uint32_t maximum = std::min(request->u32(), kMaxChangesOfAnAnswer);

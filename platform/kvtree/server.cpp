@@ -18,7 +18,6 @@ namespace kvtree {
 
 namespace {
 
-using wire::Octets;
 using wire::OctetSpan;
 using wire::Reader;
 using wire::Writer;
@@ -28,7 +27,7 @@ constexpr std::size_t kKeptAnswer = 1U << 20;  // a larger buffer is given back
 // --- Answers
 
 // An answer begins with its status; a failure has nothing else.
-void answer_status(Octets* answer, Status status) {
+void answer_status(wire::Octets* answer, Status status) {
   Writer(answer).u32(status);
 }
 
@@ -38,7 +37,7 @@ bool read_flags(Reader* request, bool* structured) {
   return (flags & ~kFlagStructured) == 0;
 }
 
-bool answer_get(wire::Connection*, Reader* request, Octets* answer) {
+bool answer_get(wire::Connection*, Reader* request, wire::Octets* answer) {
   bool structured = false;
   if (!read_flags(request, &structured)) return false;
   const std::string_view path = request->text();
@@ -78,7 +77,7 @@ void write_item(Writer* writer, const KvDatalistItem& item) {
 
 // The items behind a status of success; when they are too many or too large, a failure and nothing else.
 template <typename Items>
-void answer_items(Octets* answer, const Items& items) {
+void answer_items(wire::Octets* answer, const Items& items) {
   const std::size_t start = answer->size();
   Writer writer(answer);
   writer.u32(kStatusOk);
@@ -100,7 +99,7 @@ bool read_bounded_request(Reader* request, bool* structured, std::uint32_t* maxi
   return request->finished();
 }
 
-bool answer_list(wire::Connection*, Reader* request, Octets* answer) {
+bool answer_list(wire::Connection*, Reader* request, wire::Octets* answer) {
   bool structured = false;
   std::uint32_t maximum = 0;
   std::string_view path;
@@ -116,7 +115,7 @@ bool answer_list(wire::Connection*, Reader* request, Octets* answer) {
   return true;
 }
 
-bool answer_datalist(wire::Connection*, Reader* request, Octets* answer) {
+bool answer_datalist(wire::Connection*, Reader* request, wire::Octets* answer) {
   bool structured = false;
   std::uint32_t maximum = 0;
   std::string_view path;
@@ -133,7 +132,7 @@ bool answer_datalist(wire::Connection*, Reader* request, Octets* answer) {
 }
 
 struct WalkAnswer {
-  Octets* answer;
+  wire::Octets* answer;
   std::size_t start;
   std::uint32_t rows;
 };
@@ -147,7 +146,7 @@ bool add_row(void* argument, const KvReply& row) {
   return true;
 }
 
-bool answer_walk(wire::Connection*, Reader* request, Octets* answer) {
+bool answer_walk(wire::Connection*, Reader* request, wire::Octets* answer) {
   bool structured = false;
   std::uint32_t maximum = 0;
   std::string_view path;
@@ -170,7 +169,7 @@ bool answer_walk(wire::Connection*, Reader* request, Octets* answer) {
   return true;
 }
 
-bool answer_action(wire::Connection* from, Reader* request, Octets* answer) {
+bool answer_action(wire::Connection* from, Reader* request, wire::Octets* answer) {
   const std::size_t count = request->u16();
   if (count > kMaxActionWords) return false;
   std::vector<std::string> words;
@@ -190,7 +189,7 @@ bool answer_action(wire::Connection* from, Reader* request, Octets* answer) {
 
 struct MessageHandler {
   std::uint16_t type;
-  bool (*answer)(wire::Connection*, Reader*, Octets*);
+  bool (*answer)(wire::Connection*, Reader*, wire::Octets*);
 };
 
 constexpr MessageHandler kHandlers[] = {
@@ -236,7 +235,7 @@ StoreServer::StoreServer(EventManager* on)
 // Behind what the change posted to its subscribers: who is answered finds the change in what they show, and a
 // process that dies afterwards has lost nothing of what they derived from it.
 void StoreServer::answer_when_told(wire::Connection& from, const wire::Message& message,
-                                   const Octets& payload) {
+                                   const wire::Octets& payload) {
   from.hold();
   event_post(manager,
              [weak = from.weak_from_this(), type = static_cast<std::uint16_t>(message.type | kAnswer),
@@ -255,7 +254,7 @@ bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
     return true;
   }
   // Taken out while it is used: an action may run the event loop, and with it this function.
-  Octets payload = std::move(answer);
+  wire::Octets payload = std::move(answer);
   payload.clear();
   const bool well_formed = answer_message(&from, message, &payload);
   if (well_formed && is_change(message.type)) {
@@ -268,7 +267,7 @@ bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
   return well_formed;
 }
 
-bool answer_message(wire::Connection* from, const wire::Message& message, Octets* answer) {
+bool answer_message(wire::Connection* from, const wire::Message& message, wire::Octets* answer) {
   Reader request(message.payload);
   for (const MessageHandler& handler : kHandlers) {
     if (handler.type == message.type) return handler.answer(from, &request, answer);

@@ -14,7 +14,6 @@ namespace kvtree {
 
 namespace {
 
-using wire::Octets;
 using wire::Reader;
 using wire::Writer;
 
@@ -53,7 +52,7 @@ Status stage(wire::Connection* from, bool first, std::size_t octets, std::vector
 
 }  // namespace
 
-bool answer_stage(wire::Connection* from, Reader* request, Octets* answer) {
+bool answer_stage(wire::Connection* from, Reader* request, wire::Octets* answer) {
   const std::size_t octets = request->left();
   const std::uint8_t flags = request->u8();
   std::vector<KvConfigChange> changes;
@@ -62,7 +61,7 @@ bool answer_stage(wire::Connection* from, Reader* request, Octets* answer) {
   return true;
 }
 
-bool answer_commit(wire::Connection* from, Reader* request, Octets* answer) {
+bool answer_commit(wire::Connection* from, Reader* request, wire::Octets* answer) {
   const std::string_view comment = request->text();
   if (!request->finished()) return false;
   std::string id;

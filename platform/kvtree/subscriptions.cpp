@@ -17,7 +17,6 @@ namespace kvtree {
 
 namespace {
 
-using wire::Octets;
 using wire::Reader;
 using wire::Writer;
 
@@ -77,7 +76,7 @@ Status subscribe(wire::Connection* from, std::string_view path, std::string_view
 
 void send_one(wire::Connection* client, const Subscription& subscription,
               const QueuedNotification& notification) {
-  Octets payload;
+  wire::Octets payload;
   Writer writer(&payload);
   writer.u32(subscription.number);
   writer.u64(notification.sequence);
@@ -100,9 +99,9 @@ bool send_next(StoreServer* server, std::uint64_t client) {
   return false;
 }
 
-std::shared_ptr<const Octets> make_content(const KvConnection& provider,
-                                           const KvProviderNotification& notification) {
-  auto content = std::make_shared<Octets>();
+std::shared_ptr<const wire::Octets> make_content(const KvConnection& provider,
+                                                 const KvProviderNotification& notification) {
+  auto content = std::make_shared<wire::Octets>();
   Writer writer(content.get());
   writer.text(provider.path);
   writer.text(notification.item_name);
@@ -112,7 +111,7 @@ std::shared_ptr<const Octets> make_content(const KvConnection& provider,
   return content;
 }
 
-void push_to_queues(const std::string& provider, const std::shared_ptr<const Octets>& content) {
+void push_to_queues(const std::string& provider, const std::shared_ptr<const wire::Octets>& content) {
   for (const RetainedQueue& retained : store().retained) {
     if (provider.starts_with(retained.path)) retained.queue->push(content);
   }
@@ -146,7 +145,7 @@ void StoreServer::forget(std::uint64_t client) {
   subscriptions.erase(found);
 }
 
-bool answer_subscribe(wire::Connection* from, Reader* request, Octets* answer) {
+bool answer_subscribe(wire::Connection* from, Reader* request, wire::Octets* answer) {
   const std::string_view path = request->text();
   const std::string_view name = request->text();
   if (!request->finished()) return false;

@@ -17,16 +17,12 @@
 
 namespace router {
 
-namespace {
-
-struct OpenTable {
-  std::unique_ptr<RouteTable> rows;
-  std::size_t openings = 0;
-};
-
-}  // namespace
-
 struct RouteStore::State {
+  struct OpenTable {
+    std::unique_ptr<RouteTable> rows;
+    std::size_t openings = 0;
+  };
+
   RouteAttributeSets sets;  // outlives the tables
   std::map<RouteTableId, OpenTable> tables;
   std::set<RouteTableId> changed;                    // open tables, since the last take_changed()
@@ -73,7 +69,7 @@ Status RouteStore::offer(RouteTableId table, const Route& route, RouteChange* ch
 
 Status RouteStore::erase(RouteTableId table, const RouteKey& key) {
   if (Status status = fault_check("route_store_erase")) return status;
-  OpenTable* found = state_->find(table);
+  State::OpenTable* found = state_->find(table);
   if (found == nullptr || !valid_route_key(table.family, key) || !found->rows->erase(key)) {
     return kStatusNoSuchRow;
   }
@@ -82,18 +78,18 @@ Status RouteStore::erase(RouteTableId table, const RouteKey& key) {
 }
 
 void RouteStore::clear(RouteTableId table) {
-  OpenTable* found = state_->find(table);
+  State::OpenTable* found = state_->find(table);
   if (found == nullptr || found->rows->count() == 0) return;
   state_->release(std::exchange(found->rows, make_route_table(table.family, &state_->sets)));
   state_->changed.insert(table);
 }
 
 void RouteStore::begin_refresh(RouteTableId table) {
-  if (OpenTable* found = state_->find(table)) found->rows->begin_refresh();
+  if (State::OpenTable* found = state_->find(table)) found->rows->begin_refresh();
 }
 
 bool RouteStore::end_refresh(RouteTableId table, std::size_t limit, std::size_t* erased) {
-  OpenTable* found = state_->find(table);
+  State::OpenTable* found = state_->find(table);
   if (found == nullptr) return false;
   std::size_t gone = 0;
   const bool more = found->rows->end_refresh(limit, &gone);
@@ -103,30 +99,30 @@ bool RouteStore::end_refresh(RouteTableId table, std::size_t limit, std::size_t*
 }
 
 bool RouteStore::find(RouteTableId table, const RouteKey& key, Route* route) const {
-  const OpenTable* found = state_->find(table);
+  const State::OpenTable* found = state_->find(table);
   return found != nullptr && valid_route_key(table.family, key) && found->rows->find(key, route);
 }
 
 bool RouteStore::find_next(RouteTableId table, const RouteKey& key, Route* route) const {
-  const OpenTable* found = state_->find(table);
+  const State::OpenTable* found = state_->find(table);
   return found != nullptr && valid_route_key(table.family, key) && found->rows->find_next(key, route);
 }
 
 bool RouteStore::find_first(RouteTableId table, Route* route) const {
-  const OpenTable* found = state_->find(table);
+  const State::OpenTable* found = state_->find(table);
   return found != nullptr && found->rows->find_first(route);
 }
 
 bool RouteStore::find_labelled(RouteTableId table, const RouteAddress& destination,
                                std::uint8_t prefix_length, Route* route) const {
   const RouteKey prefix{destination, prefix_length, {}};
-  const OpenTable* found = state_->find(table);
+  const State::OpenTable* found = state_->find(table);
   return found != nullptr && valid_route_key(table.family, prefix) &&
          found->rows->find_labelled(prefix, route);
 }
 
 std::size_t RouteStore::count(RouteTableId table) const {
-  const OpenTable* found = state_->find(table);
+  const State::OpenTable* found = state_->find(table);
   return found == nullptr ? 0 : found->rows->count();
 }
 
@@ -142,12 +138,12 @@ bool RouteStore::is_open(RouteTableId table) const {
 
 void RouteStore::open(RouteTableId table) {
   if (table.table == 0) return;
-  OpenTable& opened = state_->tables[table];
+  State::OpenTable& opened = state_->tables[table];
   if (opened.openings++ == 0) opened.rows = make_route_table(table.family, &state_->sets);
 }
 
 void RouteStore::close(RouteTableId table) {
-  OpenTable* found = state_->find(table);
+  State::OpenTable* found = state_->find(table);
   if (found == nullptr || --found->openings > 0) return;
   auto closed = state_->tables.extract(table);
   state_->changed.erase(table);

@@ -21,7 +21,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kFirstBuffer = 64U << 10;
+constexpr std::size_t kFirstAnswerBuffer = 64U << 10;
 
 // A bound of nothing would mean "for ever" to the socket.
 timeval socket_timeout(std::chrono::milliseconds timeout) {
@@ -140,7 +140,7 @@ Status ClientSocket::read_some(std::size_t needed, Clock::time_point deadline, b
     in_end_ -= in_start_;
     in_start_ = 0;
   }
-  if (in_.size() < std::max(needed, kFirstBuffer)) in_.resize(std::max(needed, kFirstBuffer));
+  if (in_.size() < std::max(needed, kFirstAnswerBuffer)) in_.resize(std::max(needed, kFirstAnswerBuffer));
   if (!block) {
     pollfd readable{fd_, POLLIN, 0};
     const int ready = poll(&readable, 1, milliseconds_left(deadline));

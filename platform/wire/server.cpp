@@ -25,7 +25,7 @@ namespace wire {
 
 namespace {
 
-constexpr std::size_t kFirstBuffer = 16U << 10;
+constexpr std::size_t kFirstRequestBuffer = 16U << 10;
 constexpr std::size_t kKeptBuffer = 1U << 20;  // a larger output buffer is given back when it is empty
 
 std::function<void()>& output_barrier() {
@@ -150,7 +150,7 @@ bool Connection::fill() {
     in_end_ -= in_start_;
     in_start_ = 0;
   }
-  if (in_.empty()) in_.resize(kFirstBuffer);
+  if (in_.empty()) in_.resize(kFirstRequestBuffer);
   Message message;
   std::size_t needed = 0;
   // The header was checked when its octets came; here it only says how much room the message takes.
