@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr const char* kFunction = "mpls_vpn_cached_ifname_to_index";
+constexpr const char* kCachedLookup = "mpls_vpn_cached_ifname_to_index";
 
 KvDatalist* index_list = nullptr;
 bool refresh = true;
@@ -42,7 +42,7 @@ bool read_until(const char* if_name, std::uint32_t* if_index) {
 bool find_in_list(const char* if_name, std::uint32_t* if_index) {
   const Status rc = kvtree_datalist_start(index_list);
   if (rc != kStatusOk) {
-    mpls_vpn_error(kFunction, "kvtree_datalist_start failed", rc);
+    mpls_vpn_error(kCachedLookup, "kvtree_datalist_start failed", rc);
     drop_list();
     return false;
   }
@@ -56,7 +56,7 @@ void fetch_list_once() {
   refresh = false;
   const Status rc = ifindex_get_index_list(&index_list);
   if (rc == kStatusOk) return;
-  mpls_vpn_error(kFunction, "ifindex_get_index_list failed", rc);
+  mpls_vpn_error(kCachedLookup, "ifindex_get_index_list failed", rc);
   index_list = nullptr;
 }
 
@@ -67,7 +67,7 @@ std::uint32_t mpls_vpn_cached_ifname_to_index(const char* if_name) {
   if (index_list != nullptr && find_in_list(if_name, &if_index)) return if_index;
   const Status rc = ifname_to_index(if_name, &if_index);
   if (rc != kStatusOk) {
-    mpls_vpn_error(kFunction, "ifname_to_index failed", rc);
+    mpls_vpn_error(kCachedLookup, "ifname_to_index failed", rc);
     mpls_vpn_debug(VMAP, "Interface index error %s", err_text(rc));
     return 0;
   }

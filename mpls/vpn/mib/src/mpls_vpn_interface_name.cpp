@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint32_t kRequestType = 4;
 constexpr std::uint32_t kVersion = 2;
-constexpr const char* kFunction = "mpls_vpn_get_interface_name";
+constexpr const char* kGetInterfaceName = "mpls_vpn_get_interface_name";
 
 QicControlServer* control_server = nullptr;
 std::array<char, 256> name_buffer;
@@ -22,7 +22,7 @@ bool bind_control_server() {
   const Status rc = qic_control_server_bind(kRequestType, kVersion, &control_server);
   if (rc == kStatusOk) return true;
   control_server = nullptr;
-  mpls_vpn_error(kFunction, "qic_control_server_bind failed", rc);
+  mpls_vpn_error(kGetInterfaceName, "qic_control_server_bind failed", rc);
   return false;
 }
 
@@ -38,7 +38,7 @@ const char* mpls_vpn_get_interface_name(std::uint32_t if_handle) {
   while (control_server != nullptr || bind_control_server()) {
     const Status rc = qic_s_interface_name(control_server, if_handle, name_buffer.data(), name_buffer.size());
     if (rc == kStatusOk) return name_buffer.data();
-    mpls_vpn_error(kFunction, "qic_s_interface_name failed", rc);
+    mpls_vpn_error(kGetInterfaceName, "qic_s_interface_name failed", rc);
     if (rc != kStatusStaleConnection) return nullptr;
     unbind_control_server();
   }

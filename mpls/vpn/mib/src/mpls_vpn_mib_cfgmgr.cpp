@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr char kFunction[] = "mpls_vpn_mib_cgfmgr_get_time";
+constexpr char kGetTime[] = "mpls_vpn_mib_cgfmgr_get_time";
 constexpr char kVrfItem[] = "gl/vmap/vrf/";
 constexpr std::size_t kItemSize = 42;
 constexpr std::uint32_t kCommits = 15;
@@ -39,14 +39,14 @@ struct Target {
 
 bool get_history(CommitList* list) {
   const Status rc = cfgmgr_config_get_history(&list->count, &list->commits, 0);
-  if (rc != kStatusOk) mpls_vpn_error(kFunction, "Failed to do cfgmgr_config_get_history", rc);
+  if (rc != kStatusOk) mpls_vpn_error(kGetTime, "Failed to do cfgmgr_config_get_history", rc);
   return rc == kStatusOk;
 }
 
 bool create_target(Target* target) {
   const Status rc =
       cfgmgr_target_create(&target->target, &target->changes, "mpls_vpn", "lab", "", 0, 0, 0, 0);
-  if (rc != kStatusOk) mpls_vpn_error(kFunction, "Failed to create the cfgmgr target", rc);
+  if (rc != kStatusOk) mpls_vpn_error(kGetTime, "Failed to create the cfgmgr target", rc);
   return rc == kStatusOk;
 }
 
@@ -54,7 +54,7 @@ bool load_commit(const Target& target, const char* commit_id) {
   const Status rc = cfgmgr_target_load_changes(target.target, commit_id, commit_id, kCommitted, kChanges);
   if (rc == kStatusOk) return true;
   mpls_vpn_debug(CFGMGR, "Loading changes for commit id %s", commit_id);
-  mpls_vpn_error(kFunction, "Failed to load the config changes", rc);
+  mpls_vpn_error(kGetTime, "Failed to load the config changes", rc);
   return false;
 }
 
@@ -68,12 +68,12 @@ bool has_changed(const Target& target, const char* item) {
 
 void clear_target(const Target& target) {
   const Status rc = cfgmgr_target_clear(target.target, 0);
-  if (rc != kStatusOk) mpls_vpn_error(kFunction, "Failed to clear cfgmgr target", rc);
+  if (rc != kStatusOk) mpls_vpn_error(kGetTime, "Failed to clear cfgmgr target", rc);
 }
 
 void destroy_target(const Target& target) {
   const Status rc = cfgmgr_target_destroy(target.target);
-  if (rc != kStatusOk) mpls_vpn_error(kFunction, "Failed to destroy the cfgmgr target", rc);
+  if (rc != kStatusOk) mpls_vpn_error(kGetTime, "Failed to destroy the cfgmgr target", rc);
 }
 
 // From the last commit of the list to the first. False after a failure that ends the search; *found is null
@@ -94,7 +94,7 @@ bool find_commit(const CommitList& list, const Target& target, const char* item,
 
 char* copy_timestamp(const CfgmgrCommit& commit) {
   char* const timestamp = text_copy(commit.timestamp);
-  if (timestamp == nullptr) mpls_vpn_error(kFunction, "text_copy", kStatusNoMemory);
+  if (timestamp == nullptr) mpls_vpn_error(kGetTime, "text_copy", kStatusNoMemory);
   return timestamp;
 }
 

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::uint32_t kApplicationNumber = 1235;
 constexpr std::uint32_t kTableId = 100;
-constexpr char kInit[] = "mpls_vpn_mib_chkpt_init";
+constexpr char kChkptInit[] = "mpls_vpn_mib_chkpt_init";
 constexpr char kAdd[] = "mpls_vpn_mib_chkpt_gen_add";
 constexpr char kDelete[] = "mpls_vpn_mib_chkpt_gen_delete";
 constexpr char kRestoreVrf[] = "mpls_vpn_mib_chkpt_restore_vrf";
@@ -31,7 +31,7 @@ struct VrfTimes {
 };
 static_assert(sizeof(VrfTimes) == 8);
 
-ChkptTable* table = nullptr;
+ChkptTable* creation_times = nullptr;
 std::uint32_t first_run = 0;
 
 // Times are printed as signed numbers.
@@ -51,7 +51,8 @@ Status told(const char* function, const char* what, Status rc) {
 
 Status create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes) {
   std::uint64_t object_id = 0;
-  const Status rc = told(kAdd, "chkpt_create", chkpt_create(table, &vrf_id, sizeof vrf_id, &object_id));
+  const Status rc =
+      told(kAdd, "chkpt_create", chkpt_create(creation_times, &vrf_id, sizeof vrf_id, &object_id));
   if (rc != kStatusOk) return rc;
   attributes->chkpt_objid = object_id;
   mpls_vpn_debug(CHKPT, "Created new chkpt ObjId = 0x%x", shown_id(object_id));
@@ -60,7 +61,7 @@ Status create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes) {
 
 Status find_or_create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes) {
   std::uint64_t object_id = 0;
-  const Status rc = chkpt_mapkey(table, &vrf_id, sizeof vrf_id, &object_id);
+  const Status rc = chkpt_mapkey(creation_times, &vrf_id, sizeof vrf_id, &object_id);
   if (rc == kStatusChkptKeyNotFound) return create_record(vrf_id, attributes);
   if (rc == kStatusOk) attributes->chkpt_objid = object_id;
   return told(kAdd, "chkpt_mapkey", rc);
@@ -126,7 +127,7 @@ void restore_records(ChkptIterator* iterator, Counts* counts) {
     if (is_usable(read)) {
       ++counts->good;
     } else {
-      (void)told(kRestoreVrf, "chkpt_delete", chkpt_delete(table, read.object_id));
+      (void)told(kRestoreVrf, "chkpt_delete", chkpt_delete(creation_times, read.object_id));
     }
   }
 }
@@ -134,7 +135,7 @@ void restore_records(ChkptIterator* iterator, Counts* counts) {
 Status restore_vrfs() {
   mpls_vpn_debug(CHKPT, "Restoring VRF data from chkpt");
   ChkptIterator* iterator = nullptr;
-  const Status rc = told(kRestoreVrf, "chkpt_iterate_start", chkpt_iterate_start(table, &iterator));
+  const Status rc = told(kRestoreVrf, "chkpt_iterate_start", chkpt_iterate_start(creation_times, &iterator));
   if (rc != kStatusOk) return rc;
   Counts counts{};
   restore_records(iterator, &counts);
@@ -147,7 +148,7 @@ Status restore_vrfs() {
 
 bool is_stored(std::uint32_t vrf_id) {
   std::uint64_t object_id = 0;
-  return chkpt_mapkey(table, &vrf_id, sizeof vrf_id, &object_id) == kStatusOk;
+  return chkpt_mapkey(creation_times, &vrf_id, sizeof vrf_id, &object_id) == kStatusOk;
 }
 
 // "default" and VRFs that the membership service has not announced yet have no creation time. After a restore
@@ -164,12 +165,13 @@ Status mpls_vpn_mib_chkpt_init(EventManager* evm) {
   mpls_vpn_debug(START, "Chkpt init");
   ChkptApplication application;
   chkpt_application_init(&application, kApplicationNumber, "mpls_vpn");
-  Status rc = told(kInit, "chkpt_init", chkpt_init(&application, evm));
+  Status rc = told(kChkptInit, "chkpt_init", chkpt_init(&application, evm));
   if (rc != kStatusOk) return rc;
   ChkptTableDescriptor descriptor;
   chkpt_table_init(&descriptor, 1, 1, sizeof(VrfTimes), 1, 0);
   bool had_contents = false;
-  rc = told(kInit, "chkpt_register", chkpt_register(&descriptor, kTableId, &table, &had_contents));
+  rc = told(kChkptInit, "chkpt_register",
+            chkpt_register(&descriptor, kTableId, &creation_times, &had_contents));
   if (rc != kStatusOk) return rc;
   first_run = had_contents ? 0 : 1;
   mpls_vpn_report(CHKPT, kTraceChkpt, "First run =%d", static_cast<int>(first_run));
@@ -189,7 +191,7 @@ Status mpls_vpn_mib_chkpt_vrf_save(std::uint32_t vrf_id, const VtabVrfRecord* re
   const Status rc = find_or_create_record(vrf_id, attributes);
   if (rc != kStatusOk) return rc;
   const VrfTimes times = {attributes->creation_time, attributes->conf_last_changed_time};
-  return told(kAdd, "chkpt_save", chkpt_save(table, attributes->chkpt_objid, &times, sizeof times));
+  return told(kAdd, "chkpt_save", chkpt_save(creation_times, attributes->chkpt_objid, &times, sizeof times));
 }
 
 Status mpls_vpn_mib_chkpt_vrf_delete(const VtabVrfRecord* record) {
@@ -202,7 +204,7 @@ Status mpls_vpn_mib_chkpt_vrf_delete(const VtabVrfRecord* record) {
     mpls_vpn_report_failure(ERR, kStatusNoSuchRow, "Attempt to delete from checkpoint with NULL objid");
     return kStatusOk;
   }
-  const Status rc = told(kDelete, "chkpt_delete", chkpt_delete(table, attributes->chkpt_objid));
+  const Status rc = told(kDelete, "chkpt_delete", chkpt_delete(creation_times, attributes->chkpt_objid));
   if (rc == kStatusOk) attributes->chkpt_objid = 0;
   return rc;
 }
@@ -227,6 +229,6 @@ void mpls_vpn_mib_chkpt_save_missing() {
 
 void mpls_vpn_mib_chkpt_end() {
   chkpt_end();
-  table = nullptr;
+  creation_times = nullptr;
   first_run = 0;
 }

@@ -7,6 +7,7 @@
 //
 // Main thread; reads the record service's tables and the VRF database, changes nothing.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_families.h"
 
 #include <cstdlib>
 
@@ -19,13 +20,6 @@ namespace {
 constexpr unsigned kArgumentVrfName = 0;
 constexpr unsigned kArgumentAfi = 1;
 constexpr unsigned kArgumentSafi = 2;
-
-const char* afi_text(std::uint32_t afi) {
-  return afi == 1 ? "IPv4" : "IPv6";
-}
-const char* safi_text(std::uint32_t safi) {
-  return safi == 1 ? "Unicast" : "Multicast";
-}
 
 void take_name(VrfFilter* filter, const char* name) {
   filter->flags |= kFilterVrfName;

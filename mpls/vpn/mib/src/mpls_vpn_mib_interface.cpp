@@ -16,17 +16,16 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
+#include "mpls/vpn/mib/src/mpls_vpn_name.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
 #include "platform/vtab/vtab.h"
 
 namespace {
 
 constexpr std::int32_t kVpnClassificationEnterprise = 2;
-constexpr std::int32_t kStorageTypeReadOnly = 5;  // RFC 2579, StorageType
-constexpr std::int32_t kRowStatusActive = 1;      // RFC 2579, RowStatus
 
-constexpr char kHandlerName[] = "mpls_vpn_mib_prov_get_interface";
-constexpr char kFillName[] = "fill_interface_parcel";
+constexpr char kInterfaceHandler[] = "mpls_vpn_mib_prov_get_interface";
+constexpr char kInterfaceFill[] = "fill_interface_parcel";
 
 std::uint8_t protocol_bits(const std::uint32_t (&counts)[kMplsVpnProtocols]) {
   unsigned bits = 0;
@@ -45,8 +44,8 @@ std::uint8_t protocols_of(const IfNode* node) {
 }
 
 Status refuse_missing_argument(int argument) {
-  mpls_vpn_debug(ERR, "BGEN arg %d not present in %s", argument, kHandlerName);
-  mpls_vpn_trace(kTraceError, kStatusArgumentMissing, "%s: argument %d", kHandlerName, argument);
+  mpls_vpn_debug(ERR, "BGEN arg %d not present in %s", argument, kInterfaceHandler);
+  mpls_vpn_trace(kTraceError, kStatusArgumentMissing, "%s: argument %d", kInterfaceHandler, argument);
   return kStatusArgumentMissing;
 }
 
@@ -66,14 +65,14 @@ bool is_in_valid_vrf(const IfNode* node) {
 }
 
 const IfNode* find_exact(const char* vrf_name, std::uint32_t if_index) {
-  if (std::strcmp(vrf_name, "default") == 0) return nullptr;
+  if (std::strcmp(vrf_name, kDefaultVrfName) == 0) return nullptr;
   // Deliberate: interfaces of known VRFs are read by "next" only.
   if (vrf_in_database(vrf_name) != nullptr) return nullptr;
   const IfNode* node = mpls_vpn_mib_get_if(true, vrf_name, if_index);
   if (node == nullptr) return report_none();
   if (is_in_valid_vrf(node)) return node;
   mpls_vpn_debug(PROV, "Interface is in an invalid VRF");
-  mpls_vpn_trace(kTraceError, kStatusNoSuchRow, "%s: interface %u is in an invalid VRF", kHandlerName,
+  mpls_vpn_trace(kTraceError, kStatusNoSuchRow, "%s: interface %u is in an invalid VRF", kInterfaceHandler,
                  if_index);
   return nullptr;
 }
@@ -88,17 +87,17 @@ Status refuse_unfilled(mpls_vpn_mib_interface* row) {
 }  // namespace
 
 Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node) {
-  mpls_vpn_debug(PROV, "Entering function %s", kFillName);
+  mpls_vpn_debug(PROV, "Entering function %s", kInterfaceFill);
   *row = {};
   if (node->if_name == nullptr) mpls_vpn_debug(ERR, "IF DBase node has empty IF name");
-  if (!prov_copy_text(&row->name, node->if_name, kFillName)) return refuse_unfilled(row);
+  if (!prov_copy_text(&row->name, node->if_name, kInterfaceFill)) return refuse_unfilled(row);
   row->ifConfIndex = static_cast<std::int32_t>(node->if_index);
   row->vpnClassification = kVpnClassificationEnterprise;
   row->protocol = protocols_of(node);
   row->storageType = kStorageTypeReadOnly;
   row->rowStatus = kRowStatusActive;
   if (node->vrf_name == nullptr) mpls_vpn_debug(ERR, "Node has empty VRF name");
-  return prov_copy_text(&row->vrfName, node->vrf_name, kFillName) ? kStatusOk : refuse_unfilled(row);
+  return prov_copy_text(&row->vrfName, node->vrf_name, kInterfaceFill) ? kStatusOk : refuse_unfilled(row);
 }
 
 Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args) {
@@ -107,8 +106,8 @@ Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args) 
   if (kvtree_absent(args, 1)) return refuse_missing_argument(1);
   const char* vrf_name = args->arg[0].text;
   const std::uint32_t if_index = *args->arg[1].number;
-  mpls_vpn_debug(PROV, "Entering function %s with <vrf name = %s, if_index = %d>", kHandlerName, vrf_name,
-                 static_cast<std::int32_t>(if_index));
+  mpls_vpn_debug(PROV, "Entering function %s with <vrf name = %s, if_index = %d>", kInterfaceHandler,
+                 vrf_name, static_cast<std::int32_t>(if_index));
   const bool next = args->form == kFormNameAfiSafi;
   const IfNode* node = next ? find_next(vrf_name, if_index) : find_exact(vrf_name, if_index);
   if (node == nullptr) return kStatusNoSuchRow;

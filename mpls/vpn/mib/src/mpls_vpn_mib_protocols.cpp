@@ -15,15 +15,14 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_notify_args.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mutex.h"
+#include "mpls/vpn/mib/src/mpls_vpn_name.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 
 namespace {
 
-constexpr char kDefaultVrf[] = "default";
-
 // True for what is to be counted at all.
 bool is_counted(const char* vrf_name, std::uint32_t protocol) {
-  if (std::strcmp(vrf_name, kDefaultVrf) == 0) return false;
+  if (std::strcmp(vrf_name, kDefaultVrfName) == 0) return false;
   if (protocol < kMplsVpnProtocols) return true;
   mpls_vpn_report_failure(ERR, kStatusInvalid, "Invalid protocol %u", protocol);
   return false;

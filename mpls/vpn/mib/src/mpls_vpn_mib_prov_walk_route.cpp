@@ -20,11 +20,11 @@
 
 namespace {
 
-constexpr std::size_t kComponents = 7;
+constexpr std::size_t kRouteComponents = 7;
 constexpr char kNoAddress[] = "0";
 
 struct AskedRoute {
-  std::string_view component[kComponents];
+  std::string_view component[kRouteComponents];
   std::string vrf_name;
 
   std::string_view path() const { return component[0]; }
@@ -36,7 +36,7 @@ struct AskedRoute {
 };
 
 bool parse(std::string_view asked, AskedRoute* route) {
-  return split_path(asked, route->component, kComponents) &&
+  return split_path(asked, route->component, kRouteComponents) &&
          decode_vrf_name(route->component[1], &route->vrf_name);
 }
 

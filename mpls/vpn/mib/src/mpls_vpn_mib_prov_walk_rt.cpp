@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr std::size_t kComponents = 4;  // rt-next, VRF, number, type
-constexpr char kStart[] = "0";          // the number that stands for the VRF's first entry
+constexpr std::size_t kRtComponents = 4;  // rt-next, VRF, number, type
+constexpr char kStart[] = "0";            // the number that stands for the VRF's first entry
 constexpr char kAfterEveryType[] = "3";
 
 std::string rt_next_path(const std::string& vrf_name, const std::string& number, const char* type) {
@@ -40,9 +40,10 @@ Status rt_following_path(const KvReply* row, std::string* path) {
 }
 
 bool rt_redirect(std::string_view asked, const KvReply* row, std::string* path) {
-  std::string_view components[kComponents];
+  std::string_view components[kRtComponents];
   std::string vrf_name;
-  if (!split_path(asked, components, kComponents) || !decode_vrf_name(components[1], &vrf_name)) return false;
+  if (!split_path(asked, components, kRtComponents) || !decode_vrf_name(components[1], &vrf_name))
+    return false;
   if (components[2] == kStart) return false;  // a start is counted in the VRF where it is found
   if (row != nullptr && !is_of_another_vrf(row, vrf_name)) return false;
   const std::string following = following_vrf_name(vrf_name);

@@ -5,12 +5,12 @@
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_families.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt_dbase.h"
 
 namespace {
 
-constexpr std::uint32_t kSafiUnicast = 1;
 constexpr unsigned kUnicastTables = 2;
 
 bool has_route_policy(const VtabVrfRecord* record, std::uint32_t afi) {

@@ -9,6 +9,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route.h"
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_families.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
@@ -18,10 +19,8 @@
 
 namespace {
 
-constexpr char kHandlerName[] = "mpls_vpn_mib_prov_get_route";
+constexpr char kRouteHandler[] = "mpls_vpn_mib_prov_get_route";
 constexpr char kSearchName[] = "mpls_vpn_mib_find_route_in_vrf";
-constexpr std::uint32_t kAfiIpv4 = 1;
-constexpr std::uint32_t kAfiIpv6 = 2;
 
 bool is_ipv6_type(std::int32_t type) {
   return type == 2 || type == 4;  // ipv6, ipv6z
@@ -40,13 +39,6 @@ void clear_key(RouteKeyText* key) {
 
 // The start of a VRF, whose IPv4 tables come first.
 constexpr RouteKeyText kFirstRoute = {1, "", 0, 1, ""};
-
-const char* afi_text(std::uint32_t afi) {
-  return afi == kAfiIpv4 ? "IPv4" : "IPv6";
-}
-const char* safi_text(std::uint32_t safi) {
-  return safi == 1 ? "Unicast" : "Multicast";
-}
 
 void report_table(const VtabTableRecord* table) {
   if (table->afi == kAfiIpv4) {
@@ -114,7 +106,7 @@ bool is_of_family(const mpls_vpn_mib_route& row, const RouteKeyText& key) {
 
 Status release_unasked(mpls_vpn_mib_route* row) {
   const Status rc = parcel_free_indirections(&kMibRouteParcel, row);
-  if (rc != kStatusOk) mpls_vpn_error(kHandlerName, "parcel_free_indirections", rc);
+  if (rc != kStatusOk) mpls_vpn_error(kRouteHandler, "parcel_free_indirections", rc);
   return kStatusNoSuchRow;
 }
 
@@ -135,8 +127,8 @@ Status mpls_vpn_mib_find_route_in_vrf(mpls_vpn_mib_route* row, bool exact, const
 }
 
 Status mpls_vpn_mib_prov_get_route(KvReply* reply, const RequestArgs* args) {
-  mpls_vpn_debug(PROV, "Entering function %s", kHandlerName);
-  if (const Status rc = prov_check_arguments(args, 6, kHandlerName)) return rc;
+  mpls_vpn_debug(PROV, "Entering function %s", kRouteHandler);
+  if (const Status rc = prov_check_arguments(args, 6, kRouteHandler)) return rc;
   const char* vrf_name = args->arg[0].text;
   const RouteKeyText key = key_of(args);
   const bool exact = args->form != kFormNameAfiSafi;

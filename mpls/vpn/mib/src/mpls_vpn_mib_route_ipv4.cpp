@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr char kFunction[] = "mpls_vpn_mib_rib_ipv4_route";
+constexpr char kIpv4Route[] = "mpls_vpn_mib_rib_ipv4_route";
 constexpr std::size_t kSize = 4;  // octets of an address
 constexpr std::int32_t kAddressType = 1;
 
@@ -62,7 +62,7 @@ bool fits(const RouteKeyText& key) {
   if (std::strlen(route_text(key.dest)) <= 2 * kSize && std::strlen(route_text(key.next_hop)) <= 2 * kSize) {
     return true;
   }
-  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "%s: an address text is too long", kFunction);
+  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "%s: an address text is too long", kIpv4Route);
   return false;
 }
 
@@ -83,8 +83,8 @@ void pass_over_next_hops(const RouteKeyText& key, bool exact, Search* search) {
 bool make_search(const RouteKeyText& key, bool exact, Search* search) {
   *search = {};
   search->prefix_length = key.prefix_length;
-  if (!route_read_address(route_text(key.dest), search->destination, kFunction) ||
-      !route_read_address(route_text(key.next_hop), search->next_hop, kFunction)) {
+  if (!route_read_address(route_text(key.dest), search->destination, kIpv4Route) ||
+      !route_read_address(route_text(key.next_hop), search->next_hop, kIpv4Route)) {
     return false;
   }
   if (!route_fit_length(exact, kSize, &search->prefix_length, search->next_hop)) return false;
@@ -105,7 +105,7 @@ OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) 
 OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
   OwnedRoute route = ask_module(table_id, exact, search);
   if (route == nullptr) {
-    *rc = route_refuse_unanswered(errno, kFunction);
+    *rc = route_refuse_unanswered(errno, kIpv4Route);
     if (*rc != kStatusNoSuchRow) return route;
     mpls_vpn_debug(RIB, "No ipv4 route found");
     mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "No ipv4 route found");
@@ -143,12 +143,12 @@ Status fill_row(mpls_vpn_mib_route* row, const ForwardmibIpv4Route& route) {
   std::uint8_t octets[kSize];
   std::memcpy(octets, &route.destination, kSize);
   if (!route_copy_octets(&row->dest, octets, kSize, "route dest")) {
-    return route_refuse_unfilled(row, kFunction);
+    return route_refuse_unfilled(row, kIpv4Route);
   }
   if (row->nextHopType == 0) return kStatusOk;
   std::memcpy(octets, &route.next_hop, kSize);
   if (!route_copy_octets(&row->nextHop, octets, kSize, "route next hop")) {
-    return route_refuse_unfilled(row, kFunction);
+    return route_refuse_unfilled(row, kIpv4Route);
   }
   return kStatusOk;
 }
@@ -167,7 +167,7 @@ std::size_t find_cross_connect(const ForwardmibIpv4Route& route, std::uint32_t t
     mpls_vpn_debug(RIB, "No XC returned by LSR MIB for this route");
     mpls_vpn_trace(kTraceRib, rc, "No XC returned by LSR MIB for this route");
   } else {
-    mpls_vpn_error(kFunction, "LSR XC lookup failure", rc);
+    mpls_vpn_error(kIpv4Route, "LSR XC lookup failure", rc);
   }
   return 0;
 }
@@ -183,7 +183,7 @@ Status mpls_vpn_mib_rib_ipv4_route(mpls_vpn_mib_route* row, std::uint32_t table_
   *row = {};
   if (!fits(key)) return kStatusNoSuchRow;
   if (!mpls_vpn_mib_rib_ipv4_route_load_dll()) {
-    mpls_vpn_debug(RIB, "%s: Load ipv4 RIB dll failed", kFunction);
+    mpls_vpn_debug(RIB, "%s: Load ipv4 RIB dll failed", kIpv4Route);
     return kStatusNoSuchRow;
   }
   Search search;
@@ -194,6 +194,6 @@ Status mpls_vpn_mib_rib_ipv4_route(mpls_vpn_mib_route* row, std::uint32_t table_
   if (const Status rc = fill_row(row, *route)) return rc;
   std::uint8_t index[kLfxIndexMax] = {};
   const std::size_t length = find_cross_connect(*route, table_id, index);
-  route_set_xc_pointer(row, index, length, kFunction);
+  route_set_xc_pointer(row, index, length, kIpv4Route);
   return kStatusOk;
 }

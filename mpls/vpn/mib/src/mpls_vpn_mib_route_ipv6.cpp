@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr char kFunction[] = "mpls_vpn_mib_rib_ipv6_route";
+constexpr char kIpv6Route[] = "mpls_vpn_mib_rib_ipv6_route";
 constexpr std::size_t kSize = 16;  // octets of an address
 constexpr std::int32_t kAddressType = 2;
 
@@ -46,7 +46,7 @@ bool fits(const RouteKeyText& key) {
   if (std::strlen(route_text(key.dest)) <= 2 * kSize && std::strlen(route_text(key.next_hop)) <= 2 * kSize) {
     return true;
   }
-  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "%s: an address text is too long", kFunction);
+  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "%s: an address text is too long", kIpv6Route);
   return false;
 }
 
@@ -64,8 +64,8 @@ void pass_over_next_hops(const RouteKeyText& key, bool exact, Search* search) {
 bool make_search(const RouteKeyText& key, bool exact, Search* search) {
   *search = {};
   search->prefix_length = key.prefix_length;
-  if (!route_read_address(route_text(key.dest), search->destination, kFunction) ||
-      !route_read_address(route_text(key.next_hop), search->next_hop, kFunction)) {
+  if (!route_read_address(route_text(key.dest), search->destination, kIpv6Route) ||
+      !route_read_address(route_text(key.next_hop), search->next_hop, kIpv6Route)) {
     return false;
   }
   pass_over_next_hops(key, exact, search);
@@ -85,7 +85,7 @@ OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) 
 OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
   OwnedRoute route = ask_module(table_id, exact, search);
   if (route != nullptr) return route;
-  *rc = route_refuse_unanswered(errno, kFunction);
+  *rc = route_refuse_unanswered(errno, kIpv6Route);
   if (*rc != kStatusNoSuchRow) return route;
   mpls_vpn_debug(RIB, "No ipv6 route found");
   mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "No ipv6 route found");
@@ -114,7 +114,7 @@ Status fill_row(mpls_vpn_mib_route* row, const ForwardmibIpv6Route& route) {
   const std::size_t next_hop_length = row->nextHopType == 0 ? 0 : route.next_hop->length;
   if (!route_copy_octets(&row->dest, route.destination->octets, route.destination->length, "route dest") ||
       !route_copy_octets(&row->nextHop, route.next_hop->octets, next_hop_length, "route next hop")) {
-    return route_refuse_unfilled(row, kFunction);
+    return route_refuse_unfilled(row, kIpv6Route);
   }
   mpls_vpn_report(RIB, kTraceRib, "rib_ipv6_route: found(%d,%d,%d,%d,%d,%d,%u)", row->destType,
                   static_cast<std::int32_t>(row->mask), row->nextHopType, row->ifIndex, row->type, row->proto,
@@ -130,7 +130,7 @@ Status mpls_vpn_mib_rib_ipv6_route(mpls_vpn_mib_route* row, std::uint32_t table_
   *row = {};
   if (!fits(key)) return kStatusNoSuchRow;
   if (!mpls_vpn_mib_rib_ipv6_route_load_dll()) {
-    mpls_vpn_debug(RIB, "%s: Load ipv6 RIB dll failed", kFunction);
+    mpls_vpn_debug(RIB, "%s: Load ipv6 RIB dll failed", kIpv6Route);
     return kStatusNoSuchRow;
   }
   Search search;
@@ -139,6 +139,6 @@ Status mpls_vpn_mib_rib_ipv6_route(mpls_vpn_mib_route* row, std::uint32_t table_
   const OwnedRoute route = find_route(table_id, exact, search, &none);
   if (route == nullptr) return none;
   if (const Status rc = fill_row(row, *route)) return rc;
-  route_set_xc_pointer(row, nullptr, 0, kFunction);
+  route_set_xc_pointer(row, nullptr, 0, kIpv6Route);
   return kStatusOk;
 }

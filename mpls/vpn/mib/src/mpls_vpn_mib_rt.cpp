@@ -15,11 +15,8 @@
 
 namespace {
 
-constexpr std::int32_t kStorageTypeReadOnly = 5;  // RFC 2579, StorageType
-constexpr std::int32_t kRowStatusActive = 1;      // RFC 2579, RowStatus
-
-constexpr char kHandlerName[] = "mpls_vpn_mib_prov_get_rt";
-constexpr char kFillName[] = "fill_rt_parcel";
+constexpr char kRtHandler[] = "mpls_vpn_mib_prov_get_rt";
+constexpr char kRtFill[] = "fill_rt_parcel";
 
 struct FamilyText {
   std::uint32_t afi;
@@ -54,26 +51,26 @@ Status refuse_unfilled(mpls_vpn_mib_rt* row) {
 }  // namespace
 
 Status fill_rt_parcel(mpls_vpn_mib_rt* row, const RtNode* node, std::uint32_t index) {
-  mpls_vpn_debug(PROV, "Entering function %s", kFillName);
+  mpls_vpn_debug(PROV, "Entering function %s", kRtFill);
   *row = {};
   row->index = index;
   row->type = node->type;
-  if (node->value == nullptr) mpls_vpn_debug(ERR, "In function %s: node->value is NULL", kFillName);
-  if (!prov_copy_text(&row->rt, node->value, kFillName)) return refuse_unfilled(row);
-  prov_copy_inner_text(&row->description, family_text(node->afi, node->safi), kFillName);
+  if (node->value == nullptr) mpls_vpn_debug(ERR, "In function %s: node->value is NULL", kRtFill);
+  if (!prov_copy_text(&row->rt, node->value, kRtFill)) return refuse_unfilled(row);
+  prov_copy_inner_text(&row->description, family_text(node->afi, node->safi), kRtFill);
   row->rowStatus = kRowStatusActive;
   row->storageType = kStorageTypeReadOnly;
-  if (node->vrf_name == nullptr) mpls_vpn_debug(ERR, "In function %s: node->vrf_name is NULL", kFillName);
-  return prov_copy_text(&row->vrfName, node->vrf_name, kFillName) ? kStatusOk : refuse_unfilled(row);
+  if (node->vrf_name == nullptr) mpls_vpn_debug(ERR, "In function %s: node->vrf_name is NULL", kRtFill);
+  return prov_copy_text(&row->vrfName, node->vrf_name, kRtFill) ? kStatusOk : refuse_unfilled(row);
 }
 
 Status mpls_vpn_mib_prov_get_rt(KvReply* reply, const RequestArgs* args) {
-  if (const Status rc = prov_check_arguments(args, 3, kHandlerName)) return rc;
+  if (const Status rc = prov_check_arguments(args, 3, kRtHandler)) return rc;
   const char* vrf_name = args->arg[0].text;
   std::uint32_t index = *args->arg[1].number;
   const auto type = static_cast<std::int32_t>(*args->arg[2].number);
   // The missing blank is deliberate: log filters match on the text as it has always been.
-  mpls_vpn_debug(PROV, "Entering function %s with vrfName = %saux index = %u, RT type = %d", kHandlerName,
+  mpls_vpn_debug(PROV, "Entering function %s with vrfName = %saux index = %u, RT type = %d", kRtHandler,
                  vrf_name, index, type);
   const RtNode* node = mpls_vpn_mib_get_rt(args->form != kFormNameAfiSafi, vrf_name, &index, type);
   if (node == nullptr) {

@@ -102,7 +102,7 @@ const RtNode* report_in_vrf(const RtNode* node) {
 
 // --- By index
 
-const RtNode* report_none() {
+const RtNode* report_no_rt() {
   mpls_vpn_debug(DBASE, "No RT found");
   return nullptr;
 }
@@ -130,14 +130,14 @@ const RtNode* node_at(const RtNode* first, std::uint32_t index) {
 }
 
 const RtNode* answer_exact(const RtNode* node, const char* vrf_name, std::uint32_t index, std::int32_t type) {
-  if (!is_of_vrf(node, vrf_name) || node->type != type) return report_none();
+  if (!is_of_vrf(node, vrf_name) || node->type != type) return report_no_rt();
   return report_found(node, index);
 }
 
 const RtNode* answer_next(const RtNode* node, const char* vrf_name, std::uint32_t* index, std::int32_t type) {
   if (type > node->type) {
     node = successor(node);
-    if (node == nullptr) return report_none();
+    if (node == nullptr) return report_no_rt();
     *index = is_of_vrf(node, vrf_name) ? *index + 1 : 1;
   }
   return report_found(node, *index);
@@ -204,10 +204,10 @@ const RtNode* mpls_vpn_mib_get_rt(bool exact, const char* vrf_name, std::uint32_
     type = 0;
   }
   const RtNode* first = first_not_before(vrf_name);
-  if (first == nullptr || first->vrf_name == nullptr || first->value == nullptr) return report_none();
+  if (first == nullptr || first->vrf_name == nullptr || first->value == nullptr) return report_no_rt();
   if (!exact && !is_of_vrf(first, vrf_name)) return enter_following_vrf(first, index);
   const RtNode* node = node_at(first, *index);
-  if (node == nullptr) return report_none();
+  if (node == nullptr) return report_no_rt();
   return exact ? answer_exact(node, vrf_name, *index, type) : answer_next(node, vrf_name, index, type);
 }
 

@@ -17,13 +17,14 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_interface_active.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_info.h"
+#include "mpls/vpn/mib/src/mpls_vpn_name.h"
 #include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 #include "platform/vtab/vtab.h"
 
 namespace {
 
 bool is_configured(const VtabVrfRecord* record) {
-  if (std::strcmp(record->vrf_name, "default") == 0 || record->vrf_id == 0) return false;
+  if (std::strcmp(record->vrf_name, kDefaultVrfName) == 0 || record->vrf_id == 0) return false;
   return vrf_in_database(record->vrf_name) != nullptr;
 }
 

@@ -19,7 +19,7 @@
 namespace {
 
 constexpr std::uint32_t kTimerEventCode = 128;
-constexpr char kInit[] = "mpls_vpn_mib_timer_init";
+constexpr char kTimerInit[] = "mpls_vpn_mib_timer_init";
 
 struct ReissueTimer {
   EventManager* manager;  // the event is attached there; null: not attached
@@ -88,7 +88,7 @@ Status mpls_vpn_mib_timer_init(EventManager* evm) {
   for (const InitStep& step : kInitSteps) {
     if (step.run(evm)) continue;
     const auto rc = static_cast<Status>(errno);
-    mpls_vpn_error(kInit, step.failure, rc);
+    mpls_vpn_error(kTimerInit, step.failure, rc);
     mpls_vpn_mib_timer_deinit();
     return rc;
   }

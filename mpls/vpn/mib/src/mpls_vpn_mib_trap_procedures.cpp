@@ -15,13 +15,13 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_info.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_notification.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_counters.h"
+#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 
 namespace {
 
-constexpr std::int32_t kVrfOperUp = 1;        // mplsL3VpnVrfOperStatus
-constexpr std::int32_t kVrfOperDown = 2;      // the same
-constexpr std::int32_t kRowStatusActive = 1;  // RFC 2579, RowStatus
+constexpr std::int32_t kVrfOperUp = 1;    // mplsL3VpnVrfOperStatus
+constexpr std::int32_t kVrfOperDown = 2;  // the same
 
 // Says that the procedure runs. True when its notification is wanted.
 bool enter(const char* procedure, MplsVpnTrapRow row) {

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_membership.h"
+#include "mpls/vpn/mib/src/mpls_vpn_name.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 
 namespace {
@@ -64,7 +65,7 @@ const char* event_text(VmapEvent event) {
 }
 
 bool is_for_us(const VmapVrfItem* item) {
-  return std::strcmp(item->vrf_name, "default") != 0 && (item->flags & kVmapVrfFlagIgnore) == 0;
+  return std::strcmp(item->vrf_name, kDefaultVrfName) != 0 && (item->flags & kVmapVrfFlagIgnore) == 0;
 }
 
 }  // namespace

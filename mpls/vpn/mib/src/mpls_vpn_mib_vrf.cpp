@@ -19,21 +19,20 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_route_modules.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_counters.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_dbase.h"
+#include "mpls/vpn/mib/src/mpls_vpn_name.h"
 #include "mpls/vpn/mib/src/mpls_vpn_trace.h"
 
 namespace {
 
-constexpr std::int32_t kStatusUp = 1;             // mplsL3VpnVrfOperStatus
-constexpr std::int32_t kStatusDown = 2;           // the same
-constexpr std::int32_t kStorageTypeReadOnly = 5;  // RFC 2579, StorageType
-constexpr std::int32_t kRowStatusActive = 1;      // RFC 2579, RowStatus
+constexpr std::int32_t kStatusUp = 1;    // mplsL3VpnVrfOperStatus
+constexpr std::int32_t kStatusDown = 2;  // the same
 
-constexpr char kHandlerName[] = "mpls_vpn_mib_prov_get_vrf";
-constexpr char kFillName[] = "fill_vrf_parcel";
+constexpr char kVrfHandler[] = "mpls_vpn_mib_prov_get_vrf";
+constexpr char kVrfFill[] = "fill_vrf_parcel";
 
 // A forward reference can be here for the moment between a VRF's deletion and the news of it.
 bool is_row(const VrfNode* node) {
-  return node->vrf_rec->vrf_id != 0 && std::strcmp(node->vrf_name, "default") != 0;
+  return node->vrf_rec->vrf_id != 0 && std::strcmp(node->vrf_name, kDefaultVrfName) != 0;
 }
 
 // Null also when the node found is not valid.
@@ -47,9 +46,9 @@ const VrfNode* find_next(const char* vrf_name) {
 }
 
 void fill_texts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record, const mpls_vpn_vrf_attr& attributes) {
-  prov_copy_inner_text(&row->name, record->vrf_name, kFillName);
-  prov_copy_inner_text(&row->description, attributes.description, kFillName);
-  prov_copy_inner_text(&row->rd, attributes.rd, kFillName);
+  prov_copy_inner_text(&row->name, record->vrf_name, kVrfFill);
+  prov_copy_inner_text(&row->description, attributes.description, kVrfFill);
+  prov_copy_inner_text(&row->rd, attributes.rd, kVrfFill);
 }
 
 void fill_counts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
@@ -63,10 +62,10 @@ void fill_counts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
 }  // namespace
 
 void fill_vrf_parcel(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
-  mpls_vpn_debug(PROV, "Entering function %s", kFillName);
+  mpls_vpn_debug(PROV, "Entering function %s", kVrfFill);
   *row = {};
   if (record == nullptr) {
-    mpls_vpn_debug(ERR, "NULL arguments in %s", kFillName);
+    mpls_vpn_debug(ERR, "NULL arguments in %s", kVrfFill);
     return;
   }
   const mpls_vpn_vrf_attr& attributes = *mpls_vpn_vrf_attributes(record);
@@ -81,9 +80,9 @@ void fill_vrf_parcel(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
 }
 
 Status mpls_vpn_mib_prov_get_vrf(KvReply* reply, const RequestArgs* args) {
-  if (const Status rc = prov_check_arguments(args, 1, kHandlerName)) return rc;
+  if (const Status rc = prov_check_arguments(args, 1, kVrfHandler)) return rc;
   const char* vrf_name = args->arg[0].text;
-  mpls_vpn_debug(PROV, "Entering function %s with vrfName = %s", kHandlerName, vrf_name);
+  mpls_vpn_debug(PROV, "Entering function %s with vrfName = %s", kVrfHandler, vrf_name);
   const bool next = args->form == kFormNameAfiSafi;
   const VrfNode* node = next ? find_next(vrf_name) : mpls_vpn_mib_get_vrf_node(true, vrf_name);
   if (node == nullptr) return kStatusNoSuchRow;
@@ -94,6 +93,6 @@ Status mpls_vpn_mib_prov_get_vrf(KvReply* reply, const RequestArgs* args) {
   if (row.name != nullptr) return prov_encode_parcel(reply, &row, &kMibVrfParcel);
   // A reader that goes on from the row needs its name.
   const Status rc = parcel_free_indirections(&kMibVrfParcel, &row);
-  if (rc != kStatusOk) mpls_vpn_error(kHandlerName, "parcel_free_indirections", rc);
+  if (rc != kStatusOk) mpls_vpn_error(kVrfHandler, "parcel_free_indirections", rc);
   return kStatusNoMemory;
 }

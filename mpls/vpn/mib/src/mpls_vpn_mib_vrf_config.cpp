@@ -8,6 +8,7 @@
 #include <array>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_families.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_notify_args.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_rt_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
@@ -17,10 +18,6 @@
 #include "platform/kvtree/tuple.h"
 
 namespace {
-
-constexpr std::uint32_t kAfiIpv4 = 1;
-constexpr std::uint32_t kAfiIpv6 = 2;
-constexpr std::uint32_t kSafiUnicast = 1;
 
 void stamp_change(const VtabVrfRecord* record) {
   update_timestamp(record, &mpls_vpn_vrf_attributes(record)->conf_last_changed_time);

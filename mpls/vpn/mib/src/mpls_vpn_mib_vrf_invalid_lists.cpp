@@ -8,10 +8,10 @@
 
 namespace {
 
-constexpr VrfListKind kList = {"mpls_vpn_prov_list_vrf_invalid", "List creation failed",
-                               "List item add failed", false};
-constexpr VrfListKind kDatalist = {"mpls_vpn_prov_datalist_vrf_invalid", "Datalist creation failed",
-                                   "Datalist item add failed", true};
+constexpr VrfListKind kInvalidList = {"mpls_vpn_prov_list_vrf_invalid", "List creation failed",
+                                      "List item add failed", false};
+constexpr VrfListKind kInvalidDatalist = {"mpls_vpn_prov_datalist_vrf_invalid", "Datalist creation failed",
+                                          "Datalist item add failed", true};
 
 const char* first_invalid(const VrfListKind& kind, const RequestArgs* args) {
   const bool is_named = !kvtree_absent(args, 0);
@@ -25,19 +25,19 @@ const char* first_invalid(const VrfListKind& kind, const RequestArgs* args) {
   return vrf_name;
 }
 
-bool add_item(const VrfListKind& kind, KvListReply* reply, const char* vrf_name) {
+bool add_invalid_item(const VrfListKind& kind, KvListReply* reply, const char* vrf_name) {
   if (!kind.is_datalist) return add_vrf_list_item(kind, reply, vrf_name);
   mpls_vpn_vrf show;
   fill_vrf_invalid_parcel(&show, vrf_name);
   return add_vrf_datalist_item(kind, reply, vrf_name, &show, false);
 }
 
-Status answer(const VrfListKind& kind, KvListReply* reply, const RequestArgs* args) {
+Status answer_invalid(const VrfListKind& kind, KvListReply* reply, const RequestArgs* args) {
   mpls_vpn_debug(PROV, "Entering %s", kind.function);
   if (const Status rc = create_vrf_list(kind, reply)) return rc;
   for (const char* vrf_name = first_invalid(kind, args); vrf_name != nullptr;
        vrf_name = mpls_vpn_mib_get_next_invalid_vrf(vrf_name)) {
-    if (add_item(kind, reply, vrf_name) && count_vrf_list_item(reply)) break;
+    if (add_invalid_item(kind, reply, vrf_name) && count_vrf_list_item(reply)) break;
   }
   return kStatusOk;
 }
@@ -45,9 +45,9 @@ Status answer(const VrfListKind& kind, KvListReply* reply, const RequestArgs* ar
 }  // namespace
 
 Status mpls_vpn_prov_list_vrf_invalid(KvListReply* reply, const RequestArgs* args) {
-  return answer(kList, reply, args);
+  return answer_invalid(kInvalidList, reply, args);
 }
 
 Status mpls_vpn_prov_datalist_vrf_invalid(KvListReply* reply, const RequestArgs* args) {
-  return answer(kDatalist, reply, args);
+  return answer_invalid(kInvalidDatalist, reply, args);
 }

@@ -10,6 +10,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_membership.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_list_items.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_show.h"
+#include "mpls/vpn/mib/src/mpls_vpn_name.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 #include "platform/vtab/vtab.h"
 
@@ -50,7 +51,7 @@ VtabVrfRecord* first_record(const VrfWalk& walk, std::uint32_t form) {
 
 // Why a VRF is no item. The datalist leaves a trace of the first two.
 bool is_ignored(const VrfWalk& walk, const VtabVrfRecord* record) {
-  if (std::strcmp(record->vrf_name, "default") == 0) {
+  if (std::strcmp(record->vrf_name, kDefaultVrfName) == 0) {
     mpls_vpn_debug(PROV, "Ignoring default VRF");
     if (walk.kind.is_datalist) mpls_vpn_trace(kTraceProv, kStatusOk, "Ignoring default VRF");
     return true;

@@ -12,6 +12,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_parcel.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_xml_filter.h"
+#include "mpls/vpn/mib/src/mpls_vpn_name.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 
 namespace {
@@ -80,7 +81,7 @@ void fill_show_vrf_parcel(mpls_vpn_vrf* show, const VtabVrfRecord* record, std::
   prov_copy_inner_text(&show->VRFDescription, attributes.description, __func__);
   prov_copy_inner_text(&show->RouteDistinguisher, attributes.rd, __func__);
   show->isBigVrf = attributes.is_big_vrf;
-  if (std::strcmp(record->vrf_name, "default") == 0) {
+  if (std::strcmp(record->vrf_name, kDefaultVrfName) == 0) {
     add_default_vrf_ifs(&show->Interfaces);
     return;
   }

@@ -12,6 +12,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_show.h"
+#include "mpls/vpn/mib/src/mpls_vpn_name.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 #include "platform/base/memory.h"
 
@@ -27,7 +28,7 @@ void copy_interface_name(mpls_vpn_interfaces* slot, const char* stored, const ch
 }
 
 bool is_in_default_vrf(const VtabIfRecord* record) {
-  return std::strcmp(record->vrf_name, "default") == 0;
+  return std::strcmp(record->vrf_name, kDefaultVrfName) == 0;
 }
 
 std::uint32_t count_default_vrf_ifs() {

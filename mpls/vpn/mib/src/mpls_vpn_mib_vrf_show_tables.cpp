@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_attributes.h"
+#include "mpls/vpn/mib/src/mpls_vpn_mib_families.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_filter.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_prov_request.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_show.h"
@@ -13,12 +14,6 @@
 #include "platform/base/memory.h"
 
 namespace {
-
-constexpr std::uint32_t kAfiIpv4 = 1;
-constexpr std::uint32_t kAfiIpv6 = 2;
-constexpr std::uint32_t kSafiUnicast = 1;
-constexpr std::uint32_t kSafiMulticast = 2;
-constexpr std::uint32_t kSafiFlowRules = 133;
 
 bool is_shown(const VtabTableRecord* table) {
   return table->safi == kSafiUnicast || table->safi == kSafiFlowRules;
@@ -88,8 +83,8 @@ void take_table(const VtabTableRecord* table, const VtabVrfRecord* record, Selec
   }
   if (!is_selected(table, *selection)) return;
   if (!of_all) {
-    mpls_vpn_debug(PROV, "Adding table %s, afi = %s, safi = %s", table->table_name,
-                   table->afi == kAfiIpv4 ? "IPv4" : "IPv6", "Unicast");
+    mpls_vpn_debug(PROV, "Adding table %s, afi = %s, safi = %s", table->table_name, afi_text(table->afi),
+                   safi_text(kSafiUnicast));
   }
   fill_table_parcel(&selection->entries[selection->taken++], table, record);
 }
@@ -132,7 +127,7 @@ void add_tables(ParcelArray* tables, const VtabVrfRecord* record, std::uint32_t 
     return;
   }
   if (afi_index != 0) {
-    mpls_vpn_debug(PROV, "Adding table for specific afi = %s", afi_index == kAfiIpv4 ? "IPv4" : "IPv6");
+    mpls_vpn_debug(PROV, "Adding table for specific afi = %s", afi_text(afi_index));
   }
   const char* vrf_name = record->vrf_name;
   for (const VtabTableRecord* table = vtab_get_first_table_record_by_vrf_name(vrf_name);

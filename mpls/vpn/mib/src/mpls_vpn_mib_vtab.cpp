@@ -18,14 +18,13 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_trap_procedures.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mutex.h"
+#include "mpls/vpn/mib/src/mpls_vpn_name.h"
 #include "mpls/vpn/mib/src/mpls_vpn_report.h"
 #include "platform/base/clock.h"
 #include "platform/base/memory.h"
 #include "platform/kvtree/kvtree.h"
 
 namespace {
-
-constexpr const char* kDefaultVrf = "default";
 
 // --- Registration
 
@@ -39,10 +38,10 @@ Status specify_vrf_callback(EventManager* /*evm*/) {
   return vtab_specify_vrf_callback(vrf_cb);
 }
 Status register_vrf_attributes(EventManager* /*evm*/) {
-  return vtab_reg_vrf_attributes("all", 3, 0x87, kDefaultVrf, 1);
+  return vtab_reg_vrf_attributes("all", 3, 0x87, kDefaultVrfName, 1);
 }
 Status register_if_attributes(EventManager* /*evm*/) {
-  return vtab_reg_if_attributes("all-if", "all", 3, 1, kDefaultVrf, 0x221, 0);
+  return vtab_reg_if_attributes("all-if", "all", 3, 1, kDefaultVrfName, 0x221, 0);
 }
 
 struct RegistrationStep {
@@ -219,7 +218,7 @@ IfChange mpls_vpn_mib_if_change(std::uint32_t first_code, std::uint32_t second_c
 
 Status if_cb(const char* if_name, const char* vrf_name) {
   static constexpr int kRecordNotFound = 1898;
-  if (std::strcmp(vrf_name, kDefaultVrf) == 0) return kStatusOk;
+  if (std::strcmp(vrf_name, kDefaultVrfName) == 0) return kStatusOk;
   mpls_vpn_debug(VTAB, "VTAB: Interface %s Callback, vrf = %s", if_name, vrf_name);
   mpls_vpn_trace(kTraceVtab, kStatusOk, "callback of interface %s", if_name);
   VtabIfRecord* record = nullptr;

@@ -14,6 +14,10 @@
 
 // --- Set "mpls_vpn_mib.parcel": rows of the MIB
 
+// What every row has: RFC 2579, StorageType and RowStatus.
+inline constexpr std::int32_t kStorageTypeReadOnly = 5;
+inline constexpr std::int32_t kRowStatusActive = 1;
+
 struct mpls_vpn_mib_scalars {
   std::uint32_t configuredVrfs;
   std::uint32_t activeVrfs;             // VRFs with an active interface
