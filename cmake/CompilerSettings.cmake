@@ -11,6 +11,8 @@ endif()
 set(MPLS_SANITIZE "" CACHE STRING "Sanitizers: address,undefined or thread or undefined")
 option(MPLS_COVERAGE "Instrument for coverage reports" OFF)
 option(MPLS_FUZZ "Build the fuzz targets (clang only)" OFF)
+# Off in the clang preset, which so finds a source that lacks an include.
+option(MPLS_UNITY "Compile the sources of a library together, a few units a library" ON)
 
 # Line tables are enough for backtraces; full debug information costs a third of the build. The debug preset has it.
 foreach(language C CXX)

@@ -1,5 +1,7 @@
 # add_component(folder): adds the folder.
-# mpls_library(name SOURCES ... DEPS ...), mpls_program(name SOURCES ... DEPS ...): a library or a program.
+# mpls_library(name SOURCES ... DEPS ... [ALONE ...]), mpls_program(name SOURCES ... DEPS ...): a library or a program. Most of
+# the time of a compilation is that of its headers, so up to 20 sources of a library are compiled as one unit; those after
+# ALONE, which repeat names of others, are not.
 # mpls_test(name SOURCES ... DEPS ... [LABELS ...] [TIMEOUT s]): a GoogleTest program, one CTest entry.
 include(CMakeParseArguments)
 
@@ -10,9 +12,13 @@ function(add_component folder)
 endfunction()
 
 function(mpls_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
-  add_library(${name} STATIC ${ARG_SOURCES})
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;ALONE" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES} ${ARG_ALONE})
   target_link_libraries(${name} PUBLIC mpls_settings ${ARG_DEPS} Threads::Threads)
+  set_target_properties(${name} PROPERTIES UNITY_BUILD ${MPLS_UNITY} UNITY_BUILD_BATCH_SIZE 20)
+  if(ARG_ALONE)
+    set_source_files_properties(${ARG_ALONE} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+  endif()
 endfunction()
 
 function(mpls_program name)
@@ -42,7 +48,7 @@ function(mpls_test name)
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
 endfunction()
 
-# mpls_wrap(test SYMBOL...): calls of these functions from other files reach the test's own __wrap_SYMBOL, which can note
+# mpls_wrap(test SYMBOL...): calls of these functions from other libraries reach the test's own __wrap_SYMBOL, which can note
 # what a caller asks for and pass it on to __real_SYMBOL.
 function(mpls_wrap name)
   if(TARGET ${name})
