@@ -76,10 +76,10 @@ class SuiteSystemTest(GuestSystemTest):
         return {name_of[index]: value for (column, index), value in self.rows("vrf").items() if column == 4 and value}
 
     def mib_targets(self):
-        """{(VRF, direction, family, target)}."""
+        """{(VRF, direction, family, target)}; without rows that were removed while the table was walked."""
         rows = self.rows("rt")
         return {(bytes(index[1:1 + index[0]]).decode(), DIRECTIONS[index[-1]], FAMILIES[rows[5, index]], value)
-                for (column, index), value in rows.items() if column == 4}
+                for (column, index), value in rows.items() if column == 4 and (5, index) in rows}
 
     def changed(self):
         """{VRF: seconds of its last change}."""

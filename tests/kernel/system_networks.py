@@ -110,7 +110,10 @@ class Networks(SuiteSystemTest):
         time.sleep(4)
         after = {shell: used for shell, used in shells_of(daemon).items() if shell in before}
         self.assertGreaterEqual(len(after), len(self.suite.programs))
-        self.assertEqual(after, {shell: before[shell] for shell in after})
+        # A shell of a program that does not run is replaced now and then: a new one has not started that yet.
+        asked = [shell for shell in after if before[shell] > 0]
+        self.assertNotEqual(asked, [])
+        self.assertEqual({shell: after[shell] for shell in asked}, {shell: before[shell] for shell in asked})
 
     def test_eigrp(self):
         protocols = {"other": lambda: self.suite.eigrp_interfaces(["red"])["red"]}
