@@ -11,7 +11,7 @@
 #include <chrono>
 #include <cstdlib>
 
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/base/directories.h"
 #include "platform/evm/evm.h"
 #include "platform/kvtree/client.h"

@@ -7,7 +7,7 @@
 
 #include "agent/oid/oid.h"
 #include "agent/tables/index.h"
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/parcel/parcel.h"
 
 namespace agent {

@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/parcel/parcel.h"
 
 namespace {

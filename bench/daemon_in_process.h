@@ -8,12 +8,12 @@
 #include <stdexcept>
 #include <string>
 
-#include "mpls/vpn/mib/src/mpls_vpn_mib_chkpt.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_if_dbase.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_prov.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vrf_dbase.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_vtab.h"
-#include "mpls/vpn/mib/src/mpls_vpn_trace.h"
+#include "mpls/vpn/mib/src/attributes/record_service.h"
+#include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
+#include "mpls/vpn/mib/src/interface/database.h"
+#include "mpls/vpn/mib/src/provider/provider.h"
+#include "mpls/vpn/mib/src/support/trace.h"
+#include "mpls/vpn/mib/src/vrf/database.h"
 #include "platform/bgp_vpn/bgp_vpn.h"
 #include "platform/evm/evm.h"
 #include "platform/evm/test_run_directory.h"

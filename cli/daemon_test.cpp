@@ -10,7 +10,7 @@
 
 #include "cli/command_line_test_fixture.h"
 #include "cli/json_list.h"
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/base/clock.h"
 #include "platform/base/fault.h"
 #include "platform/evm/evm.h"

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "cli/session.h"
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/parcel/parcel.h"
 
 namespace cli {

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <tuple>
 
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/parcel/parcel.h"
 
 namespace cli {

@@ -1,4 +1,4 @@
-// See tables.h. Paths and their keys are described in mpls_vpn_mib_prov_walk.h.
+// See tables.h. Paths and their keys are described in mpls/vpn/mib/src/walk/walk.h.
 #include "cli/tables.h"
 
 #include <fmt/format.h>

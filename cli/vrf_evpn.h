@@ -9,7 +9,7 @@
 
 #include "cli/commands.h"
 #include "cli/vrf_origins.h"
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 
 namespace cli {
 

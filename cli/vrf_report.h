@@ -8,7 +8,7 @@
 #include "cli/json_list.h"
 #include "cli/vrf_origins.h"
 #include "cli/vrf_thresholds.h"
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 
 namespace cli {
 

@@ -8,7 +8,7 @@
 
 #include "cli/json_list.h"
 #include "cli/served_test_fixture.h"
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/kvtree/config.h"
 #include "platform/vpn_events/vpn_events.h"
 #include "platform/vrf_config/vrf_config.h"

@@ -1,7 +1,7 @@
 // The daemon on the platform that keeps VRFs for their configuration: what it knows of a VRF through the
 // VRF's absence, and what it counts on interfaces that come and go.
-#include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
-#include "mpls/vpn/mib/src/mpls_vpn_mib_protocols.h"
+#include "mpls/vpn/mib/src/configuration/config_test_support.h"
+#include "mpls/vpn/mib/src/configuration/protocols.h"
 #include "platform/config_references/config_references.h"
 #include "platform/kvtree/config.h"
 #include "platform/vrf_config/vrf_config.h"

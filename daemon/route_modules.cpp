@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "mpls/vpn/mib/src/mpls_vpn_mib_route_modules.h"
+#include "mpls/vpn/mib/src/route/modules.h"
 #include "platform/base/log.h"
 #include "platform/base/status.h"
 #include "platform/kvtree/kvtree.h"

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "mpls/vpn/mib/src/mpls_vpn_mib_config_test_support.h"
-#include "mpls/vpn/mib/src/mpls_vpn_trap_test_support.h"
+#include "mpls/vpn/mib/src/configuration/config_test_support.h"
+#include "mpls/vpn/mib/src/traps/trap_test_support.h"
 #include "platform/rib_threshold/records.h"
 #include "platform/rib_threshold/rib_threshold.h"
 #include "platform/router/route_test_support.h"

@@ -20,7 +20,7 @@
 #include "agent/responder.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "agent/tables/mib.h"
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/base/clock.h"
 #include "platform/kvtree/kvtree.h"
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "agent/tables/decoded_record.h"
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 
 namespace tables {
 namespace {

@@ -3,7 +3,7 @@
 
 #include "agent/tables/decoded_record.h"
 #include "agent/tables/l3vpn_tables.h"
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 
 namespace tables {
 namespace {

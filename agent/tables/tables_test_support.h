@@ -13,7 +13,7 @@
 
 #include "agent/oid/oid.h"
 #include "agent/tables/row_source.h"
-#include "mpls/vpn/mib/src/mpls_vpn_parcel.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/base/status.h"
 
 namespace agent_test {

@@ -1,5 +1,5 @@
 // Start-up step by step, each failing once, in a process of its own.
-#include "mpls/vpn/mib/src/mpls_vpn_start_test_support.h"
+#include "mpls/vpn/mib/src/start_test_support.h"
 
 namespace {
 

@@ -1,0 +1,243 @@
+// The daemon as a client of the record service. See record_service.h.
+//
+// Registration announces the size of the attribute block and names the two callbacks. A VRF record comes into
+// being through the service or, when configuration names a VRF that the service does not hold yet, through
+// get_vrf_record; its vrf_id is 0 until the VRF is created, and what was configured meanwhile is kept in its
+// block.
+//
+// A callback begins the access of its record, takes the database mutex inside it, and gives both back in
+// reverse. On the deletion of a VRF the block's texts are freed; the record with its numbers is the service's
+// to discard.
+//
+// Everything on the main thread. The last-changed time is what mplsL3VpnVrfConfLastChanged (RFC 4382) shows.
+#include "mpls/vpn/mib/src/attributes/record_service.h"
+
+#include <cstring>
+
+#include "mpls/vpn/mib/src/attributes/attributes.h"
+#include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
+#include "mpls/vpn/mib/src/support/mutex.h"
+#include "mpls/vpn/mib/src/support/name.h"
+#include "mpls/vpn/mib/src/support/report.h"
+#include "mpls/vpn/mib/src/traps/procedures.h"
+#include "platform/base/clock.h"
+#include "platform/base/memory.h"
+#include "platform/kvtree/kvtree.h"
+
+namespace {
+
+// --- Registration
+
+Status open_service(EventManager* evm) {
+  return vtab_init("mpls_vpn_mib", evm, 0, sizeof(mpls_vpn_vrf_attr), 1, 3);
+}
+Status specify_if_callback(EventManager* /*evm*/) {
+  return vtab_specify_if_callback(if_cb);
+}
+Status specify_vrf_callback(EventManager* /*evm*/) {
+  return vtab_specify_vrf_callback(vrf_cb);
+}
+Status register_vrf_attributes(EventManager* /*evm*/) {
+  return vtab_reg_vrf_attributes("all", 3, 0x87, kDefaultVrfName, 1);
+}
+Status register_if_attributes(EventManager* /*evm*/) {
+  return vtab_reg_if_attributes("all-if", "all", 3, 1, kDefaultVrfName, 0x221, 0);
+}
+
+struct RegistrationStep {
+  Status (*run)(EventManager*);
+  const char* failure;
+};
+
+constexpr RegistrationStep kRegistration[] = {
+    {open_service, "Failed to initialize VTAB"},
+    {specify_if_callback, "Failed to register interface callback"},
+    {specify_vrf_callback, "Failed to register VRF callback"},
+    {register_vrf_attributes, "Failed to register VRF attributes"},
+    {register_if_attributes, "Failed to register if attributes"},
+};
+
+// --- Events
+
+void free_attribute_texts(mpls_vpn_vrf_attr* attributes) {
+  char** const texts[] = {
+      &attributes->rd,
+      &attributes->description,
+      &attributes->import_route_policy[0],
+      &attributes->import_route_policy[1],
+      &attributes->export_route_policy[0],
+      &attributes->export_route_policy[1],
+  };
+  for (char** text : texts) text_replace(text, nullptr);
+}
+
+void delete_checkpoint(const VtabVrfRecord* record) {
+  const Status rc = mpls_vpn_mib_chkpt_vrf_delete(record);
+  if (rc != kStatusOk) mpls_vpn_report_failure(ERR, rc, "Could not delete VRF from checkpoint VRF");
+}
+
+// A VRF that is deleted while configuration names it goes back to a forward reference, without a deletion.
+bool became_forward_reference(const VtabVrfRecord* record) {
+  return record->vrf_id == 0 && mpls_vpn_vrf_attributes(record)->chkpt_objid != 0;
+}
+
+void handle_vrf_event(VtabVrfRecord* record, std::uint32_t event) {
+  switch (event) {
+    case kVtabEventCreate:
+      mpls_vpn_report(VTAB, kTraceVtab, "VTAB: VRF %s Callback event create", record->vrf_name);
+      break;
+    case kVtabEventDelete:
+      mpls_vpn_debug(VTAB, "VTAB: VRF Callback event delete");
+      mpls_vpn_trace(kTraceVtab, kStatusOk, "VRF %s: record deleted", record->vrf_name);
+      delete_checkpoint(record);
+      free_attribute_texts(mpls_vpn_vrf_attributes(record));
+      break;
+    case kVtabEventUpdate:
+      mpls_vpn_debug(VTAB, "VTAB: VRF Callback event update");
+      if (became_forward_reference(record)) delete_checkpoint(record);
+      break;
+    default:
+      break;
+  }
+}
+
+Status end_vrf_access(VtabVrfRecord* record) {
+  const Status rc = vtab_unlock_end_access_vrf_record(record);
+  if (rc != kStatusOk) {
+    mpls_vpn_error("vrf_cb", "Error received from vtab_lock_end_access_vrf_record", rc);
+  }
+  return rc;
+}
+
+void handle_if_event(const char* if_name, const char* vrf_name, std::uint32_t first_code,
+                     std::uint32_t second_code) MPLS_REQUIRES(mpls_vpn_mutex) {
+  const IfChange change = mpls_vpn_mib_if_change(first_code, second_code);
+  if (change == IfChange::kNone) return;
+  mpls_vpn_trace(kTraceVtab, kStatusOk, "interface %s of VRF %s %s", if_name, vrf_name,
+                 change == IfChange::kUp ? "came up" : "went down");
+  if (change == IfChange::kUp) {
+    mpls_vpn_mib_trap_vrf_up(vrf_name, if_name, nullptr);
+  } else {
+    mpls_vpn_mib_trap_vrf_down(vrf_name, if_name);
+  }
+}
+
+Status end_if_access(const char* vrf_name, VtabIfRecord* record) {
+  const Status rc = vtab_unlock_end_access_if_record(vrf_name, record);
+  if (rc != kStatusOk) mpls_vpn_error("if_cb", "Error received from vtab_lock_end_access_if_record", rc);
+  return rc;
+}
+
+// --- Creation of records
+
+VtabVrfRecord* create_vrf_record(const char* vrf_name) {
+  static constexpr const char* kFunction = "get_vrf_record";
+  Status rc = vtab_lock_dbase(kFunction);
+  if (rc != kStatusOk) {
+    mpls_vpn_error(kFunction, "Unable to lock VTAB database", rc);
+    return nullptr;
+  }
+  mpls_vpn_debug(VTAB, "Create VTAB record for VRF %s", vrf_name);
+  mpls_vpn_trace(kTraceVtab, kStatusOk, "create record of VRF %s", vrf_name);
+  VtabVrfRecord* record = vtab_create_vrf_record(vrf_name);
+  rc = vtab_unlock_dbase();
+  if (rc != kStatusOk) {
+    mpls_vpn_error(kFunction, "Unable to unlock VTAB database", rc);
+    return nullptr;
+  }
+  if (record == nullptr) {
+    mpls_vpn_report_failure(ERR, kStatusNoVrfRecord, "vtab_create_vrf_record() returned NULL record");
+  }
+  return record;
+}
+
+}  // namespace
+
+Status mpls_vpn_mib_vtab_init(EventManager* evm) {
+  mpls_vpn_debug(START, "Initializing VTAB...");
+  for (const RegistrationStep& step : kRegistration) {
+    const Status rc = step.run(evm);
+    if (rc != kStatusOk) {
+      mpls_vpn_error(__func__, step.failure, rc);
+      return rc;
+    }
+  }
+  mpls_vpn_report(START, kTraceInit, "VTAB init done.");
+  return kStatusOk;
+}
+
+VtabVrfRecord* get_vrf_record(const char* vrf_name) {
+  VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
+  return record != nullptr ? record : create_vrf_record(vrf_name);
+}
+
+void update_timestamp(const VtabVrfRecord* record, std::uint32_t* field) {
+  if (backend_scan_in_progress != 0 && mpls_vpn_mib_chkpt_first_run() == 0) return;
+  *field = static_cast<std::uint32_t>(clock_stamp() / kNanosecondsPerSecond);
+  mpls_vpn_debug(CFGMGR, "Updated timestamp to: %u", *field);
+  mpls_vpn_trace(kTraceVtab, kStatusOk, "VRF %s changed", record->vrf_name);
+  if (record->vrf_id == 0) return;
+  const Status rc = mpls_vpn_mib_chkpt_vrf_save(record->vrf_id, record);
+  if (rc != kStatusOk) {
+    mpls_vpn_report_failure(ERR, rc, "Could not update timestamp in checkpointed data for VRF %s",
+                            record->vrf_name);
+  }
+}
+
+void update_vrf_last_changed(const char* vrf_name) {
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
+  if (record == nullptr) return;
+  update_timestamp(record, &mpls_vpn_vrf_attributes(record)->conf_last_changed_time);
+}
+
+Status vrf_cb(const char* vrf_name) {
+  VtabVrfRecord* record = nullptr;
+  std::uint32_t event = 0;
+  std::uint32_t unused = 0;
+  const Status rc = vtab_lock_begin_access_vrf_record(vrf_name, &record, &event, &unused);
+  if (rc != kStatusOk) {
+    mpls_vpn_error(__func__, "Error received from vtab_lock_begin_access_vrf_record", rc);
+    return kStatusOk;
+  }
+  if (record == nullptr) {
+    mpls_vpn_report_failure(ERR, kStatusNoVrfRecord, "VRF Callback vrf_rec is NULL!!!");
+    return kStatusOk;
+  }
+  if (mpls_vpn_mutex_lock(__func__, DBASE)) {
+    handle_vrf_event(record, event);
+    mpls_vpn_mutex_unlock(__func__, DBASE);
+  }
+  return end_vrf_access(record);
+}
+
+IfChange mpls_vpn_mib_if_change(std::uint32_t first_code, std::uint32_t second_code) {
+  if (first_code == kVtabCameUp || second_code == kVtabCameUp) return IfChange::kUp;
+  if (first_code == kVtabWentDown || second_code == kVtabWentDown) return IfChange::kDown;
+  return IfChange::kNone;
+}
+
+Status if_cb(const char* if_name, const char* vrf_name) {
+  static constexpr int kRecordNotFound = 1898;
+  if (std::strcmp(vrf_name, kDefaultVrfName) == 0) return kStatusOk;
+  mpls_vpn_debug(VTAB, "VTAB: Interface %s Callback, vrf = %s", if_name, vrf_name);
+  mpls_vpn_trace(kTraceVtab, kStatusOk, "callback of interface %s", if_name);
+  VtabIfRecord* record = nullptr;
+  std::uint32_t first_code = kVtabNoChange;
+  std::uint32_t second_code = kVtabNoChange;
+  std::uint32_t unused[2] = {};
+  const Status rc = vtab_lock_begin_access_if_record(if_name, vrf_name, &record, &first_code, &second_code,
+                                                     &unused[0], &unused[1]);
+  if (rc != kStatusOk) {
+    mpls_vpn_error(__func__, "Error received from vtab_lock_begin_access_if_record", rc);
+    return kStatusOk;
+  }
+  if (record == nullptr) {
+    mpls_vpn_report_failure(ERR, kStatusNoSuchRow, "Could not find IF record %d", kRecordNotFound);
+    return kStatusOk;
+  }
+  if (mpls_vpn_mutex_lock(__func__, DBASE)) {
+    handle_if_event(if_name, vrf_name, first_code, second_code);
+    mpls_vpn_mutex_unlock(__func__, DBASE);
+  }
+  return end_if_access(vrf_name, record);
+}

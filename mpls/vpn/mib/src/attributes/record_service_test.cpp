@@ -1,0 +1,537 @@
+// The daemon as the record service's client: registration, records by name, time stamps, callbacks.
+#include "mpls/vpn/mib/src/attributes/record_service.h"
+
+#include <cstddef>
+#include <type_traits>
+
+#include "mpls/vpn/mib/src/attributes/attributes.h"
+#include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
+#include "platform/base/memory.h"
+#include "platform/vtab/service.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+class VrfRecords : public DaemonTest {
+ protected:
+  // Six texts and a few numbers, as configuration would leave them.
+  void FillAttributes(mpls_vpn_vrf_attr* attributes) {
+    text_replace(&attributes->rd, "65000:1");
+    text_replace(&attributes->description, "customer");
+    for (unsigned family = 0; family < kMplsVpnFamilies; ++family) {
+      text_replace(&attributes->import_route_policy[family], "in");
+      text_replace(&attributes->export_route_policy[family], "out");
+    }
+    attributes->high_thresh = 1000;
+    attributes->creation_time = 5;
+  }
+  std::string Failure(const char* function, const char* what, Status status) {
+    return std::string("Error in ") + function + ": " + what + ": " + err_text(status);
+  }
+};
+
+// Trace records of failures: one more, with this code.
+class FailureTraces : public VrfRecords {
+ protected:
+  void ExpectTraced(Status code, const std::function<void()>& act) {
+    const std::size_t before = Traced("mpls_vpn/error").size();
+    act();
+    Status last = kStatusOk;
+    EXPECT_EQ(Traced("mpls_vpn/error", &last).size(), before + 1) << Prints().back();
+    EXPECT_EQ(last, code) << Prints().back();
+  }
+  void ExpectFaultTraced(const char* point, const std::function<void()>& act) {
+    ExpectTraced(kStatusIo, [&] {
+      const ScopedFault fault(point, kStatusIo);
+      act();
+    });
+  }
+};
+
+class RecordServiceRegistration : public VrfRecords {
+ protected:
+  Status RegisterAgain() {
+    vtab_end_client();
+    ClearPrints();
+    return mpls_vpn_mib_vtab_init(manager_);
+  }
+};
+
+using RecordCallbacks = VrfRecords;
+
+}  // namespace
+
+TEST(VrfAttributes, FieldsAreInTheirOrder) {
+  using Attr = mpls_vpn_vrf_attr;
+  static_assert(std::is_standard_layout_v<Attr> && std::is_trivial_v<Attr>);
+  const std::size_t offsets[] = {offsetof(Attr, rd),
+                                 offsetof(Attr, description),
+                                 offsetof(Attr, creation_time),
+                                 offsetof(Attr, conf_last_changed_time),
+                                 offsetof(Attr, protocol_count),
+                                 offsetof(Attr, chkpt_objid),
+                                 offsetof(Attr, high_thresh),
+                                 offsetof(Attr, mid_thresh),
+                                 offsetof(Attr, import_route_policy),
+                                 offsetof(Attr, export_route_policy),
+                                 offsetof(Attr, curr_num_routes),
+                                 offsetof(Attr, high_thresh_exceeded),
+                                 offsetof(Attr, is_big_vrf),
+                                 offsetof(Attr, flowspec_import_route_policy),
+                                 offsetof(Attr, flowspec_export_route_policy)};
+  EXPECT_EQ(offsets[0], 0U);
+  for (std::size_t field = 1; field < std::size(offsets); ++field)
+    EXPECT_LT(offsets[field - 1], offsets[field]);
+}
+
+TEST_F(RecordServiceRegistration, SaysWhenItBeginsAndEnds) {
+  EXPECT_EQ(RegisterAgain(), kStatusOk);
+  EXPECT_THAT(Prints(), ElementsAre("Initializing VTAB...", "VTAB init done."));
+  EXPECT_THAT(Traced("mpls_vpn/init"), Contains("VTAB init done."));
+}
+
+TEST_F(RecordServiceRegistration, HandsOverItsNumbersAsTheyAreAgreed) {
+  const vtab::Client& client = vtab::service().client;
+  EXPECT_EQ(client.name, "mpls_vpn_mib");
+  EXPECT_EQ(client.manager, manager_);
+  EXPECT_EQ(client.attribute_size, sizeof(mpls_vpn_vrf_attr));
+  EXPECT_THAT(client.init_numbers, ElementsAre(0U, 1U, 3U));
+  EXPECT_THAT(client.vrf_texts, ElementsAre("all", "default"));
+  EXPECT_THAT(client.vrf_numbers, ElementsAre(3U, 0x87U, 1U));
+  EXPECT_THAT(client.if_texts, ElementsAre("all-if", "all", "default"));
+  EXPECT_THAT(client.if_numbers, ElementsAre(3U, 1U, 0x221U, 0U));
+}
+
+TEST_F(RecordServiceRegistration, FirstStepThatFailsEndsItWithItsCode) {
+  const struct {
+    const char* point;
+    const char* text;
+  } steps[] = {
+      {"vtab_init", "Failed to initialize VTAB"},
+      {"vtab_specify_if_callback", "Failed to register interface callback"},
+      {"vtab_specify_vrf_callback", "Failed to register VRF callback"},
+      {"vtab_reg_vrf_attributes", "Failed to register VRF attributes"},
+      {"vtab_reg_if_attributes", "Failed to register if attributes"},
+  };
+  for (std::size_t step = 0; step < std::size(steps); ++step) {
+    if (step + 1 < std::size(steps)) fault_arm(steps[step + 1].point, kStatusAccess, 1, 0);
+    fault_arm(steps[step].point, kStatusIo, 1, 0);
+    EXPECT_EQ(RegisterAgain(), kStatusIo);
+    EXPECT_THAT(Prints(), ElementsAre("Initializing VTAB...",
+                                      Failure("mpls_vpn_mib_vtab_init", steps[step].text, kStatusIo)));
+    Status code = kStatusOk;
+    Traced("mpls_vpn/error", &code);
+    EXPECT_EQ(code, kStatusIo);
+    if (step + 1 < std::size(steps)) {
+      EXPECT_EQ(fault_reached(steps[step + 1].point), 0U) << "a later step was attempted";
+    }
+    fault_disarm_all();
+  }
+}
+
+TEST_F(RecordServiceRegistration, BeginAndEndAreSaidByStartUp) {
+  for (const char* line : {"Initializing VTAB...", "VTAB init done."}) {
+    ExpectUnder(START, line, [this] { EXPECT_EQ(RegisterAgain(), kStatusOk); });
+  }
+}
+
+TEST_F(VrfRecords, EachThingIsSaidByItsArea) {
+  const auto create = [] {
+    const ScopedFault fault("vtab_create_vrf_record", kStatusIo);
+    EXPECT_EQ(get_vrf_record("green"), nullptr);
+  };
+  ExpectUnder(VTAB, "Create VTAB record for VRF green", create);
+  ExpectUnder(ERR, "vtab_create_vrf_record() returned NULL record", create);
+  ExpectUnder(ERR, "VRF Callback vrf_rec is NULL!!!", [] { EXPECT_EQ(vrf_cb("red"), kStatusOk); });
+  AddVrf("red");
+  ExpectUnder(CFGMGR, "Updated timestamp to: " + std::to_string(Now()),
+              [] { update_vrf_last_changed("red"); });
+}
+
+TEST_F(VrfRecords, CreationIsTracedWithTheName) {
+  ASSERT_NE(get_vrf_record("green"), nullptr);
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("create record of VRF green"));
+}
+
+TEST_F(VrfRecords, CreationHoldsTheLockUnderItsName) {
+  ASSERT_EQ(vtab_lock_dbase("test"), kStatusOk);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(get_vrf_record("green"), nullptr);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::HasSubstr("get_vrf_record asks for the lock that test holds"));
+  EXPECT_EQ(vtab_unlock_dbase(), kStatusOk);
+}
+
+TEST_F(FailureTraces, OfTheRecordsHaveTheCode) {
+  ExpectFaultTraced("vtab_lock_dbase", [] { EXPECT_EQ(get_vrf_record("green"), nullptr); });
+  ExpectFaultTraced("vtab_unlock_dbase", [] { EXPECT_EQ(get_vrf_record("green"), nullptr); });
+}
+
+TEST_F(FailureTraces, OfTheVrfCallbackHaveTheCode) {
+  ExpectTraced(kStatusNoVrfRecord, [] { EXPECT_EQ(vrf_cb("red"), kStatusOk); });
+  AddVrf("red");
+  ExpectFaultTraced("vtab_lock_begin_access_vrf_record", [] { EXPECT_EQ(vrf_cb("red"), kStatusOk); });
+  ExpectFaultTraced("vtab_unlock_end_access_vrf_record", [] { EXPECT_EQ(vrf_cb("red"), kStatusIo); });
+}
+
+TEST_F(FailureTraces, OfTheInterfaceCallbackHaveTheCode) {
+  ExpectTraced(kStatusNoSuchRow, [] { EXPECT_EQ(if_cb("ge0", "red"), kStatusOk); });
+  AddVrf("red");
+  AddInterface("ge0", "red");
+  AddAddress("ge0", "192.0.2.1/24");
+  Run();
+  LinkUp("ge0");
+  ExpectFaultTraced("vtab_lock_begin_access_if_record", [] { EXPECT_EQ(if_cb("ge0", "red"), kStatusOk); });
+  ExpectFaultTraced("vtab_unlock_end_access_if_record", [] { EXPECT_EQ(if_cb("ge0", "red"), kStatusIo); });
+}
+
+TEST_F(VrfRecords, RecordOfAVrfThatExistsIsFound) {
+  AddVrf("red");
+  EXPECT_EQ(get_vrf_record("red"), vtab_get_vrf_record_by_vrf_name("red"));
+  EXPECT_THAT(Prints(), IsEmpty());
+}
+
+TEST_F(VrfRecords, RecordOfAnUnknownVrfIsMadeAsAForwardReference) {
+  const VtabVrfRecord* record = get_vrf_record("green");
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(record->vrf_id, 0U);
+  EXPECT_THAT(Prints(), ElementsAre("Create VTAB record for VRF green"));
+  EXPECT_EQ(get_vrf_record("green"), record);
+}
+
+TEST_F(VrfRecords, AttributesOfAForwardReferenceAreKeptWhenTheVrfIsCreated) {
+  VtabVrfRecord* record = get_vrf_record("green");
+  ASSERT_NE(record, nullptr);
+  text_replace(&mpls_vpn_vrf_attributes(record)->description, "customer");
+  const std::uint32_t id = AddVrf("green");
+  Run();
+  EXPECT_EQ(get_vrf_record("green")->vrf_id, id);
+  EXPECT_STREQ(AttributesOf("green")->description, "customer");
+  text_replace(&AttributesOf("green")->description, nullptr);
+}
+
+TEST_F(VrfRecords, LockFailureGivesNoRecord) {
+  const ScopedFault fault("vtab_lock_dbase", kStatusIo);
+  EXPECT_EQ(get_vrf_record("green"), nullptr);
+  EXPECT_THAT(Prints(), ElementsAre(Failure("get_vrf_record", "Unable to lock VTAB database", kStatusIo)));
+  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("green"), nullptr);
+}
+
+TEST_F(VrfRecords, UnlockFailureGivesNoRecordButTheNextCallFindsTheCreatedOne) {
+  {
+    const ScopedFault fault("vtab_unlock_dbase", kStatusIo);
+    EXPECT_EQ(get_vrf_record("green"), nullptr);
+  }
+  EXPECT_THAT(Prints(), ElementsAre("Create VTAB record for VRF green",
+                                    Failure("get_vrf_record", "Unable to unlock VTAB database", kStatusIo)));
+  ClearPrints();
+  EXPECT_NE(get_vrf_record("green"), nullptr);
+  EXPECT_THAT(Prints(), IsEmpty());
+}
+
+TEST_F(VrfRecords, CreationFailureGivesNoRecord) {
+  const ScopedFault fault("vtab_create_vrf_record", kStatusIo);
+  EXPECT_EQ(get_vrf_record("green"), nullptr);
+  EXPECT_EQ(Prints().back(), "vtab_create_vrf_record() returned NULL record");
+  Status code = kStatusOk;
+  Traced("mpls_vpn/error", &code);
+  EXPECT_EQ(code, kStatusNoVrfRecord);
+}
+
+TEST_F(VrfRecords, TimestampIsThePlatformClockInSeconds) {
+  AddVrf("red");
+  PassMilliseconds(42'900);  // rounded down
+  OnlyArea(CFGMGR);
+  ClearPrints();
+  mpls_vpn_vrf_attr* attributes = AttributesOf("red");
+  update_timestamp(get_vrf_record("red"), &attributes->conf_last_changed_time);
+  EXPECT_EQ(attributes->conf_last_changed_time, kStartSeconds + 42);
+  EXPECT_EQ(attributes->creation_time, 0U);
+  EXPECT_THAT(Prints(), ElementsAre("Updated timestamp to: " + std::to_string(kStartSeconds + 42)));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("VRF red changed"));
+}
+
+TEST_F(VrfRecords, ConfigurationScanOfAFirstRunStampsToo) {
+  ASSERT_EQ(mpls_vpn_mib_chkpt_first_run(), 1U);
+  AddVrf("red");
+  backend_scan_in_progress = 1;
+  update_vrf_last_changed("red");
+  backend_scan_in_progress = 0;
+  EXPECT_EQ(AttributesOf("red")->conf_last_changed_time, Now());
+}
+
+TEST_F(VrfRecords, LastChangedTimeOfAnUnknownVrfMakesNoRecord) {
+  update_vrf_last_changed("green");
+  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("green"), nullptr);
+  EXPECT_THAT(Prints(), IsEmpty());
+}
+
+TEST_F(VrfRecords, LastChangedTimeOfAForwardReferenceIsStamped) {
+  NameVrf("green");
+  update_vrf_last_changed("green");
+  EXPECT_EQ(AttributesOf("green")->conf_last_changed_time, Now());
+}
+
+TEST_F(RecordCallbacks, CreationIsSaidAndChangesNothing) {
+  OnlyArea(VTAB);
+  AddVrf("red");
+  Run();
+  EXPECT_THAT(Prints(), ElementsAre("VTAB: VRF red Callback event create"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("VTAB: VRF red Callback event create"));
+  EXPECT_EQ(AttributesOf("red")->creation_time, 0U);
+}
+
+TEST_F(RecordCallbacks, DeletionFreesTheSixTexts) {
+  AddVrf("red");
+  Run();
+  OnlyArea(VTAB);
+  ClearPrints();
+  FillAttributes(AttributesOf("red"));  // what is not freed is a leak that the sanitizer build reports
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Prints(), ElementsAre("VTAB: VRF Callback event delete"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("VRF red: record deleted"));
+  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), nullptr);
+}
+
+TEST_F(RecordCallbacks, DeletionClearsTheTextsAndLeavesTheNumbers) {
+  AddVrf("red");
+  Run();
+  mpls_vpn_vrf_attr* attributes = AttributesOf("red");
+  FillAttributes(attributes);
+  DeleteVrf("red");
+  {
+    const ScopedFault fault("vtab_unlock_end_access_vrf_record", kStatusIo);  // keeps the record
+    EXPECT_EQ(vrf_cb("red"), kStatusIo);
+  }
+  EXPECT_EQ(attributes->rd, nullptr);
+  EXPECT_EQ(attributes->description, nullptr);
+  for (unsigned family = 0; family < kMplsVpnFamilies; ++family) {
+    EXPECT_EQ(attributes->import_route_policy[family], nullptr);
+    EXPECT_EQ(attributes->export_route_policy[family], nullptr);
+  }
+  EXPECT_EQ(attributes->high_thresh, 1000U);
+  EXPECT_EQ(attributes->creation_time, 5U);
+}
+
+TEST_F(RecordCallbacks, UpdateToAVrfThatExistsIsSaidAndDoesNothingElse) {
+  NameVrf("green");
+  Run();
+  OnlyArea(VTAB);
+  ClearPrints();
+  AddVrf("green");
+  FillAttributes(AttributesOf("green"));
+  mpls_vpn_debug_flags[CHKPT].enabled.store(1);
+  mpls_vpn_debug_flags[ERR].enabled.store(1);
+  Run();
+  EXPECT_THAT(Prints(), ElementsAre("VTAB: VRF Callback event update"));
+  EXPECT_STREQ(AttributesOf("green")->description, "customer");
+  EXPECT_EQ(AttributesOf("green")->creation_time, 5U);
+  EXPECT_THAT(Traced("mpls_vpn/error"), IsEmpty());
+}
+
+// The update that takes a VRF's id away deletes its checkpoint record, because no deletion follows. The
+// configuration keeps its texts, and the deletion of the name finds no record to report as missing.
+TEST_F(RecordCallbacks, UpdateToAForwardReferenceDeletesTheCheckpointRecordOnce) {
+  NameVrf("green");
+  AddVrf("green");
+  Connect();
+  text_replace(&AttributesOf("green")->description, "customer");
+  ASSERT_NE(AttributesOf("green")->chkpt_objid, 0U);
+  OnlyArea(CHKPT);
+  mpls_vpn_debug_flags[VTAB].enabled.store(1);
+  mpls_vpn_debug_flags[ERR].enabled.store(1);
+  ClearPrints();
+  DeleteVrf("green");
+  Run();
+  EXPECT_THAT(Prints(),
+              ElementsAre("VTAB: VRF Callback event update", StartsWith("Checkpoint delete VRF objid = ")));
+  EXPECT_EQ(AttributesOf("green")->chkpt_objid, 0U);
+  EXPECT_STREQ(AttributesOf("green")->description, "customer");
+  EXPECT_THAT(Traced("mpls_vpn/error"), IsEmpty());
+}
+
+TEST_F(RecordCallbacks, VrfCallbackWhoseAccessFailsIsReported) {
+  AddVrf("red");
+  const ScopedFault fault("vtab_lock_begin_access_vrf_record", kStatusIo);
+  EXPECT_EQ(vrf_cb("red"), kStatusOk);
+  EXPECT_THAT(Prints(), ElementsAre(Failure("vrf_cb", "Error received from vtab_lock_begin_access_vrf_record",
+                                            kStatusIo)));
+}
+
+TEST_F(RecordCallbacks, VrfCallbackWithoutARecordDoesNotEndAnAccess) {
+  fault_arm("vtab_unlock_end_access_vrf_record", kStatusIo, 1, 0);
+  EXPECT_EQ(vrf_cb("nothing"), kStatusOk);
+  EXPECT_THAT(Prints(), ElementsAre("VRF Callback vrf_rec is NULL!!!"));
+  EXPECT_EQ(fault_reached("vtab_unlock_end_access_vrf_record"), 0U);
+}
+
+TEST_F(RecordCallbacks, VrfCallbackThatCannotLockEndsTheAccess) {
+  AddVrf("red");
+  OnlyArea(DBASE);
+  {
+    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
+    EXPECT_EQ(vrf_cb("red"), kStatusOk);
+  }
+  EXPECT_THAT(Prints(), ElementsAre("Error (vrf_cb): pthread mutex lock failed"));
+  DeleteVrf("red");
+  ClearPrints();
+  OnlyArea(VTAB);
+  EXPECT_EQ(vrf_cb("red"), kStatusOk);
+  EXPECT_THAT(Prints(), ElementsAre("VTAB: VRF Callback event delete"));
+}
+
+TEST_F(RecordCallbacks, VrfCallbackGoesOnWhenItCannotUnlock) {
+  AddVrf("red");
+  OnlyArea(DBASE);
+  {
+    const ScopedFault fault("pthread_mutex_unlock", kStatusIo);
+    EXPECT_EQ(vrf_cb("red"), kStatusOk);
+  }
+  EXPECT_THAT(Prints(), ElementsAre("Error (vrf_cb): pthread mutex unlock failed"));
+  ReleaseMutex();
+}
+
+TEST_F(RecordCallbacks, VrfCallbackAnswersTheFailedEndOfItsAccess) {
+  AddVrf("red");
+  const ScopedFault fault("vtab_unlock_end_access_vrf_record", kStatusIo);
+  EXPECT_EQ(vrf_cb("red"), kStatusIo);
+  EXPECT_EQ(Prints().back(),
+            Failure("vrf_cb", "Error received from vtab_lock_end_access_vrf_record", kStatusIo));
+}
+
+TEST_F(RecordCallbacks, InterfaceOfTheDefaultVrfIsIgnoredWithoutAWord) {
+  fault_arm("vtab_lock_begin_access_if_record", kStatusIo, 1, 0);
+  EXPECT_EQ(if_cb("ge0", "default"), kStatusOk);
+  EXPECT_THAT(Prints(), IsEmpty());
+  EXPECT_EQ(fault_reached("vtab_lock_begin_access_if_record"), 0U);
+}
+
+TEST_F(RecordCallbacks, InterfaceOfAVrfWhoseNameBeginsLikeDefaultIsNotIgnored) {
+  AddVrf("default1");
+  AddVrf("defaul");
+  AddInterface("ge0", "default1");
+  AddInterface("ge1", "defaul");
+  AddAddress("ge0", "10.0.0.1/24");
+  AddAddress("ge1", "10.0.1.1/24");
+  Run();
+  LinkUp("ge0");
+  LinkUp("ge1");
+  Run();
+  EXPECT_TRUE(Printed("VTAB: Interface ge0 Callback, vrf = default1"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge0 of VRF default1 came up"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge1 of VRF defaul came up"));
+}
+
+TEST_F(RecordCallbacks, InterfaceThatChangesIsSaidAndItsDirectionTraced) {
+  AddVrf("red");
+  AddInterface("ge0", "red");
+  AddAddress("ge0", "10.0.0.1/24");
+  Run();
+  OnlyArea(VTAB);
+  ClearPrints();
+  LinkUp("ge0");
+  Run();
+  LinkDown("ge0");
+  Run();
+  EXPECT_EQ(TimesPrinted("VTAB: Interface ge0 Callback, vrf = red"), 2U);
+  const std::vector<std::string> traced = Traced("mpls_vpn/vtab");
+  EXPECT_THAT(traced, Contains("interface ge0 of VRF red came up").Times(1));
+  EXPECT_THAT(traced, Contains("interface ge0 of VRF red went down").Times(1));
+  EXPECT_THAT(traced, Contains("callback of interface ge0").Times(2));
+}
+
+TEST_F(RecordCallbacks, FamilyThatCameUpCountsForMoreThanTheOneThatWentDown) {
+  AddVrf("red");
+  AddInterface("ge0", "red");
+  AddAddress("ge0", "10.0.0.1/24");
+  LinkUp("ge0");
+  Run();
+  SetOnlyAddress("ge0", "2001:db8::1/64");
+  Run();
+  const std::vector<std::string> traced = Traced("mpls_vpn/vtab");
+  EXPECT_THAT(traced, Contains("interface ge0 of VRF red came up").Times(2));
+  EXPECT_THAT(traced, Not(Contains("interface ge0 of VRF red went down")));
+}
+
+TEST_F(RecordCallbacks, InterfaceOfWhichNothingIsToBeToldHasNoRecord) {
+  OnlyArea(ERR);
+  fault_arm("vtab_unlock_end_access_if_record", kStatusIo, 1, 0);
+  EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
+  EXPECT_THAT(Prints(), ElementsAre("Could not find IF record 1898"));
+  EXPECT_EQ(fault_reached("vtab_unlock_end_access_if_record"), 0U);
+}
+
+TEST_F(RecordCallbacks, InterfaceCallbackWhoseAccessFailsIsReported) {
+  const ScopedFault fault("vtab_lock_begin_access_if_record", kStatusIo);
+  EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
+  EXPECT_EQ(Prints().back(),
+            Failure("if_cb", "Error received from vtab_lock_begin_access_if_record", kStatusIo));
+}
+
+TEST_F(RecordCallbacks, InterfaceCallbackThatCannotLockEndsTheAccess) {
+  AddVrf("red");
+  AddInterface("ge0", "red");
+  AddAddress("ge0", "10.0.0.1/24");
+  Run();
+  LinkUp("ge0");
+  LinkDown("ge0");
+  OnlyArea(DBASE);
+  ClearPrints();
+  {
+    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
+    EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
+  }
+  EXPECT_THAT(Prints(), ElementsAre("Error (if_cb): pthread mutex lock failed"));
+  EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge0 of VRF red went down"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Not(Contains("interface ge0 of VRF red came up")));
+}
+
+TEST_F(RecordCallbacks, InterfaceCallbackGoesOnWhenItCannotUnlock) {
+  AddVrf("red");
+  AddInterface("ge0", "red");
+  AddAddress("ge0", "10.0.0.1/24");
+  Run();
+  LinkUp("ge0");
+  OnlyArea(DBASE);
+  ClearPrints();
+  {
+    const ScopedFault fault("pthread_mutex_unlock", kStatusIo);
+    EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
+  }
+  EXPECT_THAT(Prints(), ElementsAre("Error (if_cb): pthread mutex unlock failed"));
+  ReleaseMutex();
+}
+
+TEST_F(RecordCallbacks, InterfaceCallbackAnswersTheFailedEndOfItsAccess) {
+  AddVrf("red");
+  AddInterface("ge0", "red");
+  AddAddress("ge0", "10.0.0.1/24");
+  Run();
+  LinkUp("ge0");
+  const ScopedFault fault("vtab_unlock_end_access_if_record", kStatusIo);
+  EXPECT_EQ(if_cb("ge0", "red"), kStatusIo);
+  EXPECT_EQ(Prints().back(),
+            Failure("if_cb", "Error received from vtab_lock_end_access_if_record", kStatusIo));
+}
+
+TEST(InterfaceChange, OneStateThatCameUpCountsAsUp) {
+  EXPECT_EQ(mpls_vpn_mib_if_change(1, 0), IfChange::kUp);
+  EXPECT_EQ(mpls_vpn_mib_if_change(0, 1), IfChange::kUp);
+  EXPECT_EQ(mpls_vpn_mib_if_change(2, 1), IfChange::kUp);
+  EXPECT_EQ(mpls_vpn_mib_if_change(1, 2), IfChange::kUp);
+}
+
+TEST(InterfaceChange, OtherwiseOneThatWentDownCountsAsDown) {
+  EXPECT_EQ(mpls_vpn_mib_if_change(2, 0), IfChange::kDown);
+  EXPECT_EQ(mpls_vpn_mib_if_change(0, 2), IfChange::kDown);
+  EXPECT_EQ(mpls_vpn_mib_if_change(2, 2), IfChange::kDown);
+  EXPECT_EQ(mpls_vpn_mib_if_change(0, 0), IfChange::kNone);
+  EXPECT_EQ(mpls_vpn_mib_if_change(7, 9), IfChange::kNone);
+}

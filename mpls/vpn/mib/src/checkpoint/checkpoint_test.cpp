@@ -1,0 +1,595 @@
+// The times of VRFs across restarts of the daemon.
+#include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
+
+#include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
+#include "platform/base/memory.h"
+#include "platform/chkpt/chkpt.h"
+
+// --wrap in the build file puts these in the place of the store's: some of the values change nothing that a
+// caller sees.
+Status real_register(
+    const ChkptTableDescriptor* descriptor, std::uint32_t table_id, ChkptTable** table,
+    bool* had_contents) __asm__("__real__Z14chkpt_registerPK20ChkptTableDescriptorjPP10ChkptTablePb");
+Status noted_register(
+    const ChkptTableDescriptor* descriptor, std::uint32_t table_id, ChkptTable** table,
+    bool* had_contents) __asm__("__wrap__Z14chkpt_registerPK20ChkptTableDescriptorjPP10ChkptTablePb");
+
+namespace {
+
+ChkptTableDescriptor registered_descriptor{};
+std::uint32_t registered_table = 0;
+
+}  // namespace
+
+Status noted_register(const ChkptTableDescriptor* descriptor, std::uint32_t table_id, ChkptTable** table,
+                      bool* had_contents) {
+  registered_descriptor = *descriptor;
+  registered_table = table_id;
+  return real_register(descriptor, table_id, table, had_contents);
+}
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr std::uint32_t kTimesSize = 8;
+
+class VrfCheckpoint : public DaemonTest {
+ protected:
+  void SetUp() override {
+    DaemonTest::SetUp();
+    // Prints of one area at a time make the order of the others' no concern of these tests.
+    OnlyArea(CHKPT);
+  }
+
+  // The store as any program may open it that has the daemon's number and name. REQUIRES: the daemon has not.
+  ChkptTable* OpenStore() {
+    ChkptApplication application;
+    chkpt_application_init(&application, 1235, "mpls_vpn");
+    EXPECT_EQ(chkpt_init(&application, manager_), kStatusOk);
+    ChkptTableDescriptor descriptor;
+    chkpt_table_init(&descriptor, 1, 1, 0, 1, 0);
+    ChkptTable* table = nullptr;
+    bool had_contents = false;
+    EXPECT_EQ(chkpt_register(&descriptor, 100, &table, &had_contents), kStatusOk);
+    return table;
+  }
+  void Write(std::uint32_t vrf_id, const std::string& octets) {
+    ChkptTable* table = OpenStore();
+    std::uint64_t object_id = 0;
+    EXPECT_EQ(chkpt_create(table, &vrf_id, sizeof vrf_id, &object_id), kStatusOk);
+    EXPECT_EQ(chkpt_save(table, object_id, octets.data(), octets.size()), kStatusOk);
+    chkpt_end();
+  }
+  // What is in the store, "vrf_id: creation time, last-changed time", the times relative to the start.
+  std::vector<std::string> Stored() {
+    mpls_vpn_mib_chkpt_end();
+    ChkptTable* table = OpenStore();
+    std::vector<std::string> lines;
+    ChkptIterator* iterator = nullptr;
+    EXPECT_EQ(chkpt_iterate_start(table, &iterator), kStatusOk);
+    for (;;) {
+      std::uint32_t vrf_id = 0;
+      std::array<std::uint32_t, 2> times{};
+      std::size_t key_size = sizeof vrf_id;
+      std::size_t size = sizeof times;
+      std::uint64_t object_id = 0;
+      EXPECT_EQ(chkpt_iterate_next(iterator, &vrf_id, &key_size, times.data(), &size, &object_id), kStatusOk);
+      if (object_id == 0) break;
+      EXPECT_EQ(key_size, sizeof vrf_id);
+      EXPECT_EQ(size, kTimesSize);
+      lines.push_back(std::to_string(vrf_id) + ": " + Relative(times[0]) + ", " + Relative(times[1]));
+    }
+    EXPECT_EQ(chkpt_iterate_end(iterator), kStatusOk);
+    chkpt_end();
+    EXPECT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
+    return lines;
+  }
+  static std::string Relative(std::uint32_t seconds) {
+    return seconds == 0 ? "none" : "+" + std::to_string(seconds - kStartSeconds);
+  }
+  // As Stored(), from the attribute block.
+  std::string TimesOf(const char* vrf) {
+    const mpls_vpn_vrf_attr* attributes = AttributesOf(vrf);
+    return Relative(attributes->creation_time) + ", " + Relative(attributes->conf_last_changed_time);
+  }
+  Status Save(const char* vrf) {
+    const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf);
+    return mpls_vpn_mib_chkpt_vrf_save(record->vrf_id, record);
+  }
+  Status Delete(const char* vrf) {
+    return mpls_vpn_mib_chkpt_vrf_delete(vtab_get_vrf_record_by_vrf_name(vrf));
+  }
+  // For prints of errors only, from here on.
+  void ListenForErrors() {
+    OnlyArea(ERR);
+    ClearPrints();
+  }
+  static std::string Failure(const char* function, const char* what, Status status) {
+    return std::string("Error in ") + function + ": " + what + ": " + err_text(status);
+  }
+  static constexpr char kAdd[] = "mpls_vpn_mib_chkpt_gen_add";
+  static constexpr char kRestoreVrf[] = "mpls_vpn_mib_chkpt_restore_vrf";
+};
+
+using CheckpointInit = VrfCheckpoint;
+using CheckpointSave = VrfCheckpoint;
+using CheckpointDelete = VrfCheckpoint;
+using CheckpointRestore = VrfCheckpoint;
+
+}  // namespace
+
+// --- Init
+
+TEST_F(CheckpointInit, FirstRunIsToldFromALaterOne) {
+  EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 1U);
+  AddVrf("red");
+  Connect();
+  mpls_vpn_mib_chkpt_end();
+  ClearPrints();
+  ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
+  EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 0U);
+  EXPECT_THAT(Prints(), ElementsAre("First run =0"));
+  EXPECT_EQ(Traced("mpls_vpn/chkpt").front(), "First run =1");
+  EXPECT_EQ(Traced("mpls_vpn/chkpt").back(), "First run =0");
+}
+
+TEST_F(CheckpointInit, RunAfterOneThatLeftNoRecordsIsAFirstRun) {
+  AddVrf("red");
+  Connect();
+  DeleteVrf("red");
+  Run();
+  mpls_vpn_mib_chkpt_end();
+  ClearPrints();
+  ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
+  EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 1U);
+  EXPECT_THAT(Prints(), ElementsAre("First run =1"));
+}
+
+TEST_F(CheckpointInit, RegistersItsTableWithTheValuesOfTheStore) {
+  EXPECT_EQ(registered_descriptor.key_kind, 1U);
+  EXPECT_EQ(registered_descriptor.versioned, 1U);
+  EXPECT_EQ(registered_descriptor.record_size, kTimesSize);
+  EXPECT_EQ(registered_descriptor.persistent, 1U);
+  EXPECT_EQ(registered_descriptor.reserved, 0U);
+  EXPECT_EQ(registered_table, 100U);
+}
+
+TEST_F(CheckpointInit, IsSaidAtStart) {
+  mpls_vpn_mib_chkpt_end();
+  OnlyArea(START);
+  ClearPrints();
+  ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
+  EXPECT_THAT(Prints(), ElementsAre("Chkpt init"));
+}
+
+TEST_F(CheckpointInit, FailedStepIsToldAndReturned) {
+  for (const char* step : {"chkpt_init", "chkpt_register"}) {
+    mpls_vpn_mib_chkpt_end();
+    ListenForErrors();
+    const ScopedFault fault(step, kStatusIo);
+    EXPECT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusIo);
+    EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_mib_chkpt_init", step, kStatusIo)));
+    Status code = kStatusOk;
+    EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), std::string("mpls_vpn_mib_chkpt_init: ") + step);
+    EXPECT_EQ(code, kStatusIo);
+  }
+}
+
+// --- Save
+
+TEST_F(CheckpointSave, CreatedVrfHasARecordFromItsCreationOn) {
+  const std::uint32_t id = AddVrf("red");
+  Connect();
+  EXPECT_NE(AttributesOf("red")->chkpt_objid, 0U);
+  EXPECT_THAT(Prints(), ElementsAre("Checkpoint save VRF red, vrf_id = " + Hex(id) +
+                                        ", creation_time = 1700000000, conf_last_changed_time = 0",
+                                    "Created new chkpt ObjId = " +
+                                        Hex(static_cast<std::uint32_t>(AttributesOf("red")->chkpt_objid))));
+  EXPECT_THAT(Traced("mpls_vpn/chkpt"), Contains(Prints().front()));
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +0, none"));
+}
+
+TEST_F(CheckpointSave, SavingAVrfTwiceUsesOneRecord) {
+  const std::uint32_t id = AddVrf("red");
+  Connect();
+  const std::uint64_t object_id = AttributesOf("red")->chkpt_objid;
+  AttributesOf("red")->conf_last_changed_time = kStartSeconds + 9;
+  AttributesOf("red")->chkpt_objid = 0;  // the key finds it
+  ClearPrints();
+  EXPECT_EQ(Save("red"), kStatusOk);
+  EXPECT_EQ(AttributesOf("red")->chkpt_objid, object_id);
+  EXPECT_THAT(Prints(), ElementsAre("Checkpoint save VRF red, vrf_id = " + Hex(id) +
+                                    ", creation_time = 1700000000, conf_last_changed_time = 1700000009"));
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +0, +9"));
+}
+
+TEST_F(CheckpointSave, EveryChangeOfTheLastChangedTimeIsSaved) {
+  const std::uint32_t id = AddVrf("red");
+  Connect();
+  PassSeconds(5);
+  AddInterface("ge0", "red");
+  Run();
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +0, +5"));
+  PassSeconds(5);
+  Leave("ge0");
+  Run();
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +0, +10"));
+}
+
+TEST_F(CheckpointSave, VrfThatTakesOverAnIdInTheSameMomentHasTheOnlyRecord) {
+  const std::uint32_t id = AddVrf("red");
+  Connect();
+  PassSeconds(7);
+  router::Vrf renamed = *router_.find_vrf("red");
+  renamed.name = "blue";
+  DeleteVrf("red");
+  ASSERT_EQ(router_.create_vrf(renamed), kStatusOk);
+  Run();
+  EXPECT_NE(AttributesOf("blue")->chkpt_objid, 0U);
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +7, none"));
+  ListenForErrors();
+  DeleteVrf("blue");
+  Run();
+  EXPECT_THAT(Prints(), IsEmpty()) << "its block knows the record";
+  EXPECT_THAT(Stored(), IsEmpty());
+}
+
+TEST_F(CheckpointSave, NamedVrfThatIsCreatedAgainInTheSameMomentHasTheOnlyRecord) {
+  NameVrf("red");
+  AddVrf("red");
+  Connect();
+  PassSeconds(7);
+  const router::Vrf red = *router_.find_vrf("red");
+  DeleteVrf("red");
+  ASSERT_EQ(router_.create_vrf(red), kStatusOk);
+  Run();
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(red.id) + ": +7, none"));
+}
+
+TEST_F(CheckpointSave, TimesAfterTheYear2038AreShownAsSignedNumbers) {
+  AddVrf("red");
+  Connect();
+  AttributesOf("red")->creation_time = 0xffffffff;
+  ClearPrints();
+  EXPECT_EQ(Save("red"), kStatusOk);
+  EXPECT_THAT(Prints().front(), testing::HasSubstr("creation_time = -1,"));
+}
+
+TEST_F(CheckpointSave, ForwardReferenceIsStampedAndNotSaved) {
+  NameVrf("green");
+  Connect();
+  ClearPrints();
+  update_vrf_last_changed("green");
+  EXPECT_EQ(AttributesOf("green")->conf_last_changed_time, Now());
+  EXPECT_THAT(Prints(), IsEmpty());
+  EXPECT_THAT(Stored(), IsEmpty());
+}
+
+TEST_F(CheckpointSave, FailedMappingSavesNothing) {
+  AddVrf("red");
+  Connect();
+  for (const Status status : {kStatusChkptMapping, kStatusIo}) {
+    ListenForErrors();
+    fault_arm("chkpt_save", kStatusIo, 100);
+    fault_arm("chkpt_create", kStatusIo, 100);
+    fault_arm("chkpt_mapkey", status);
+    EXPECT_EQ(Save("red"), status);
+    EXPECT_THAT(Prints(), ElementsAre(Failure(kAdd, "chkpt_mapkey", status)));
+    EXPECT_EQ(fault_reached("chkpt_save"), 0U);
+    EXPECT_EQ(fault_reached("chkpt_create"), 0U);
+    fault_disarm_all();
+  }
+}
+
+TEST_F(CheckpointSave, FailedCreationIsToldAndTheVrfHasNoRecord) {
+  AddVrf("red");
+  ListenForErrors();
+  fault_arm("chkpt_create", kStatusIo);
+  Connect();
+  EXPECT_THAT(Prints(),
+              ElementsAre(Failure(kAdd, "chkpt_create", kStatusIo), "Could not checkpoint VRF red "));
+  Status code = kStatusOk;
+  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "Could not checkpoint VRF red ");
+  EXPECT_EQ(code, kStatusIo);
+  EXPECT_EQ(AttributesOf("red")->chkpt_objid, 0U);
+  EXPECT_NE(mpls_vpn_mib_get_vrf_node(true, "red"), nullptr);
+}
+
+TEST_F(CheckpointSave, FailedSaveIsTold) {
+  AddVrf("red");
+  Connect();
+  ListenForErrors();
+  const ScopedFault fault("chkpt_save", kStatusIo);
+  EXPECT_EQ(Save("red"), kStatusIo);
+  EXPECT_THAT(Prints(), ElementsAre(Failure(kAdd, "chkpt_save", kStatusIo)));
+}
+
+TEST_F(CheckpointSave, FailedSaveOfAStampKeepsTheNewTimeInMemory) {
+  AddVrf("red");
+  Connect();
+  PassSeconds(7);
+  ListenForErrors();
+  {
+    const ScopedFault fault("chkpt_save", kStatusIo);
+    update_vrf_last_changed("red");
+  }
+  EXPECT_THAT(Prints(), ElementsAre(Failure(kAdd, "chkpt_save", kStatusIo),
+                                    "Could not update timestamp in checkpointed data for VRF red"));
+  Status code = kStatusOk;
+  Traced("mpls_vpn/error", &code);
+  EXPECT_EQ(code, kStatusIo);
+  EXPECT_EQ(TimesOf("red"), "+0, +7");
+}
+
+// --- Delete
+
+TEST_F(CheckpointDelete, DeletedVrfLosesItsRecord) {
+  AddVrf("red");
+  const std::uint32_t blue = AddVrf("blue");
+  Connect();
+  const auto object_id = static_cast<std::uint32_t>(AttributesOf("red")->chkpt_objid);
+  ClearPrints();
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Prints(), ElementsAre("Checkpoint delete VRF objid = " + Hex(object_id) +
+                                    ", creation_time = 1700000000, conf_last_changed_time = 0"));
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(blue) + ": +0, none"));
+}
+
+TEST_F(CheckpointDelete, VrfThatWasNeverSavedIsToldAndNoFailure) {
+  AddVrf("red");
+  ListenForErrors();
+  EXPECT_EQ(Delete("red"), kStatusOk);
+  EXPECT_THAT(Prints(), ElementsAre("Attempt to delete from checkpoint with NULL objid"));
+  EXPECT_THAT(Traced("mpls_vpn/error"), Contains("Attempt to delete from checkpoint with NULL objid"));
+}
+
+TEST_F(CheckpointDelete, FailureIsToldAndReturnedAndTheRecordKept) {
+  AddVrf("red");
+  Connect();
+  const std::uint64_t object_id = AttributesOf("red")->chkpt_objid;
+  ListenForErrors();
+  {
+    const ScopedFault fault("chkpt_delete", kStatusIo);
+    EXPECT_EQ(Delete("red"), kStatusIo);
+  }
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_mib_chkpt_gen_delete", "chkpt_delete", kStatusIo)));
+  EXPECT_EQ(AttributesOf("red")->chkpt_objid, object_id);
+  EXPECT_EQ(Delete("red"), kStatusOk);
+  EXPECT_EQ(AttributesOf("red")->chkpt_objid, 0U);
+}
+
+TEST_F(CheckpointDelete, DeletionEventFreesTheTextsEvenWhenTheCheckpointDeleteFails) {
+  AddVrf("red");
+  Connect();
+  mpls_vpn_vrf_attr* attributes = AttributesOf("red");
+  text_replace(&attributes->description, "customer");
+  ListenForErrors();
+  fault_arm("chkpt_delete", kStatusIo);
+  fault_arm("vtab_unlock_end_access_vrf_record", kStatusIo);  // keeps the record for the look at it
+  DeleteVrf("red");
+  EXPECT_EQ(vrf_cb("red"), kStatusIo);
+  EXPECT_EQ(attributes->description, nullptr);
+  ASSERT_GE(Prints().size(), 2U);
+  EXPECT_EQ(Prints()[0], Failure("mpls_vpn_mib_chkpt_gen_delete", "chkpt_delete", kStatusIo));
+  EXPECT_EQ(Prints()[1], "Could not delete VRF from checkpoint VRF");
+  EXPECT_THAT(Traced("mpls_vpn/error"), Contains("Could not delete VRF from checkpoint VRF"));
+}
+
+TEST_F(CheckpointDelete, VrfThatBecomesAForwardReferenceLosesItsRecord) {
+  NameVrf("red");
+  AddVrf("red");
+  Connect();
+  EXPECT_NE(AttributesOf("red")->chkpt_objid, 0U);
+  DeleteVrf("red");
+  Run();
+  ASSERT_NE(vtab_get_vrf_record_by_vrf_name("red"), nullptr) << "it is named still";
+  EXPECT_EQ(AttributesOf("red")->chkpt_objid, 0U);
+  EXPECT_THAT(Stored(), IsEmpty());
+}
+
+TEST_F(CheckpointDelete, UpdateOfAVrfThatExistsKeepsItsRecord) {
+  NameVrf("red");
+  Connect();
+  ListenForErrors();
+  const std::uint32_t id = AddVrf("red");  // the forward reference is updated, without a record to delete
+  Run();
+  EXPECT_THAT(Prints(), IsEmpty());
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +0, none"));
+}
+
+// --- Restore
+
+TEST_F(CheckpointRestore, TimesSurviveARestart) {
+  const std::uint32_t id = AddVrf("red");
+  Connect();
+  PassSeconds(5);
+  AddInterface("ge0", "red");
+  Run();
+  const std::uint64_t object_id = AttributesOf("red")->chkpt_objid;
+  RestartDaemon([this] { PassSeconds(100); });
+  EXPECT_EQ(TimesOf("red"), "+0, +5");
+  EXPECT_EQ(AttributesOf("red")->chkpt_objid, object_id);
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +0, +5"));
+}
+
+TEST_F(CheckpointRestore, IsSaid) {
+  const std::uint32_t id = AddVrf("red");
+  Connect();
+  ClearPrints();
+  RestartDaemon();
+  EXPECT_THAT(Prints(),
+              ElementsAre("First run =0", "Restoring VRF data from chkpt",
+                          "Read rec, key/vrf_id=" + Hex(id) +
+                              ", creation_time = 1700000000, conf_last_changed_time = 0",
+                          "Entering restore_vrf_data", "Done VRF, rec_cnt=1",
+                          "Checkpoint found a total of 1 records. Good records = 1, stale record = 0."));
+  OnlyArea(START);
+  ClearPrints();
+  EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusOk);
+  EXPECT_THAT(Prints(), ElementsAre("Restoring data from chkpt...", "...Restored data from chkpt"));
+}
+
+TEST_F(CheckpointRestore, RecordOfAVrfThatIsGoneIsDeletedAndCountedAsStale) {
+  const std::uint32_t red = AddVrf("red");
+  const std::uint32_t blue = AddVrf("blue");
+  Connect();
+  ClearPrints();
+  RestartDaemon([this] { DeleteVrf("red"); });
+  EXPECT_TRUE(Printed("Stale chkpt record for VRF with vrf_id=" + Hex(red) + "."));
+  EXPECT_TRUE(Printed("Done VRF, rec_cnt=1"));
+  EXPECT_TRUE(Printed("Checkpoint found a total of 2 records. Good records = 1, stale record = 1."));
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(blue) + ": +0, none"));
+}
+
+TEST_F(CheckpointRestore, RecordOfAnotherSizeIsDeletedAndCountedAsStale) {
+  const std::uint32_t red = AddVrf("red");
+  Connect();
+  OnlyArea(ERR);
+  RestartDaemon([this] {
+    Write(900, "short");
+    Write(901, "longer than it is");
+    ClearPrints();
+  });
+  EXPECT_THAT(Prints(), ElementsAre("'VRF' rec_size mismatch, 5/8", "'VRF' rec_size mismatch, 17/8"));
+  EXPECT_THAT(Traced("mpls_vpn/chkpt"),
+              Contains("Checkpoint found a total of 3 records. Good records = 1, stale record = 2."));
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(red) + ": +0, none"));
+}
+
+TEST_F(CheckpointRestore, RecordOfAnotherSizeThatCannotBeDeletedIsTold) {
+  ListenForErrors();
+  fault_arm("chkpt_delete", kStatusIo);
+  RestartDaemon([this] { Write(900, "short"); });
+  EXPECT_THAT(Prints(),
+              ElementsAre("'VRF' rec_size mismatch, 5/8", Failure(kRestoreVrf, "chkpt_delete", kStatusIo)));
+}
+
+TEST_F(CheckpointRestore, FailedStartOfTheIterationIsToldTwiceAndReturned) {
+  ListenForErrors();
+  const ScopedFault fault("chkpt_iterate_start", kStatusIo);
+  EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusIo);
+  EXPECT_THAT(Prints(), ElementsAre(Failure(kRestoreVrf, "chkpt_iterate_start", kStatusIo),
+                                    Failure("mpls_vpn_mib_chkpt_restore", kRestoreVrf, kStatusIo)));
+}
+
+TEST_F(CheckpointRestore, FailedFetchEndsTheLoopAndNotTheStart) {
+  AddVrf("red");
+  AddVrf("blue");
+  Connect();
+  ClearPrints();
+  mpls_vpn_debug_flags[ERR].enabled.store(1);
+  const ScopedFault fault("chkpt_iterate_next", kStatusIo, 2);
+  EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusOk);
+  EXPECT_TRUE(Printed(Failure(kRestoreVrf, "chkpt_iterate_next", kStatusIo)));
+  EXPECT_THAT(Prints(), Not(Contains(testing::StartsWith("Done VRF"))));
+  EXPECT_EQ(Prints().back(), "Checkpoint found a total of 1 records. Good records = 1, stale record = 0.");
+}
+
+TEST_F(CheckpointRestore, FailedEndOfTheIterationIsToldAndNotReturned) {
+  ListenForErrors();
+  const ScopedFault fault("chkpt_iterate_end", kStatusIo);
+  EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusOk);
+  EXPECT_THAT(Prints(), ElementsAre(Failure(kRestoreVrf, "chkpt_iterate_end", kStatusIo)));
+}
+
+// --- The scan of a later run
+
+TEST_F(CheckpointRestore, ScanOfALaterRunNeitherStampsNorSaves) {
+  AddVrf("red");
+  Connect();
+  RestartDaemon();
+  PassSeconds(50);
+  ClearPrints();
+  backend_scan_in_progress = 1;
+  update_vrf_last_changed("red");
+  backend_scan_in_progress = 0;
+  EXPECT_EQ(TimesOf("red"), "+0, none");
+  EXPECT_THAT(Prints(), IsEmpty());
+  update_vrf_last_changed("red");
+  EXPECT_EQ(TimesOf("red"), "+0, +50");
+}
+
+TEST_F(CheckpointRestore, VrfCreatedAfterTheScanOfALaterRunIsSaved) {
+  const std::uint32_t red = AddVrf("red");
+  Connect();
+  RestartDaemon();
+  PassSeconds(30);
+  const std::uint32_t blue = AddVrf("blue");
+  Run();
+  EXPECT_THAT(Stored(),
+              ElementsAre(std::to_string(red) + ": +0, none", std::to_string(blue) + ": +30, none"));
+}
+
+TEST_F(CheckpointRestore, VrfThatCameWhileTheDaemonWasDownKeepsItsFirstTimeFromThenOn) {
+  const std::uint32_t red = AddVrf("red");
+  Connect();
+  std::uint32_t id = 0;
+  RestartDaemon([&] {
+    PassSeconds(20);
+    id = AddVrf("late");
+  });
+  EXPECT_EQ(TimesOf("late"), "+20, none");
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(red) + ": +0, none", std::to_string(id) + ": +20, none"));
+  RestartDaemon([this] { PassSeconds(100); });
+  EXPECT_EQ(TimesOf("late"), "+20, none");
+}
+
+TEST_F(CheckpointRestore, VrfsThatCameAfterARunWithoutVrfsAreSavedWhenTheyAreAnnounced) {
+  Connect();
+  std::uint32_t id = 0;
+  RestartDaemon([&] {
+    PassSeconds(20);
+    id = AddVrf("late");
+    AddInterface("ge0", "late");
+    ClearPrints();
+  });
+  EXPECT_TRUE(Printed("First run =1"));
+  EXPECT_FALSE(Printed("Restoring VRF data from chkpt"));
+  // One save by the announcement and one by the interface; none that the start makes afterwards.
+  const std::string saved =
+      "Checkpoint save VRF late, vrf_id = " + Hex(id) + ", creation_time = 1700000020, ";
+  EXPECT_TRUE(Printed(saved + "conf_last_changed_time = 0"));
+  EXPECT_EQ(TimesPrinted(saved + "conf_last_changed_time = 1700000020"), 1U);
+  EXPECT_EQ(TimesOf("late"), "+20, +20");
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +20, +20"));
+}
+
+TEST_F(CheckpointRestore, RecordsThatAFailedFetchLeftUnreadKeepTheirTimes) {
+  const std::uint32_t red = AddVrf("red");
+  const std::uint32_t blue = AddVrf("blue");
+  Connect();
+  RestartDaemon([this] {
+    PassSeconds(100);
+    fault_arm("chkpt_iterate_next", kStatusIo, 2);
+  });
+  EXPECT_EQ(TimesOf("red"), "+0, none");
+  EXPECT_EQ(TimesOf("blue"), "+100, none");
+  fault_disarm_all();
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(red) + ": +0, none", std::to_string(blue) + ": +0, none"));
+}
+
+TEST_F(CheckpointRestore, MissingRecordThatCannotBeSavedIsTold) {
+  AddVrf("red");
+  Connect();
+  ListenForErrors();
+  RestartDaemon([this] {
+    AddVrf("late");
+    fault_arm("chkpt_create", kStatusIo);
+  });
+  EXPECT_THAT(Prints(),
+              ElementsAre(Failure(kAdd, "chkpt_create", kStatusIo), "Could not checkpoint VRF late "));
+}
+
+TEST_F(CheckpointRestore, ForwardReferencesAndTheDefaultVrfGetNoRecord) {
+  NameVrf("green");
+  const std::uint32_t red = AddVrf("red");
+  Connect();
+  RestartDaemon();
+  EXPECT_NE(vtab_get_vrf_record_by_vrf_name("default"), nullptr);
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(red) + ": +0, none"));
+}

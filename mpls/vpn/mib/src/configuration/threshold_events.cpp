@@ -1,0 +1,68 @@
+// Threshold events of the routing table.
+//
+// An event is an encoded record that names a routing table by its id, which leads to the VRF. The number of
+// routes is kept in the VRF's attribute block; while the maximum is exceeded, a flag there makes the re-issue
+// timer raise the notification again (mplsL3VpnVrfConfRteMxThrshTime, RFC 4382), with the threshold that is
+// configured, where the first one carries the threshold of the event.
+//
+// The routing table is believed: a threshold that is cleared without having been exceeded is cleared all the
+// same. Main thread; no lock.
+#include "mpls/vpn/mib/src/configuration/threshold_events.h"
+
+#include "mpls/vpn/mib/src/attributes/attributes.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/support/report.h"
+#include "mpls/vpn/mib/src/traps/procedures.h"
+#include "platform/parcel/parcel.h"
+
+namespace {
+
+// *record: the item's record, decoded. False, told, when it has none of this description.
+bool decode_item(const KvNotifyInfo* info, const ParcelDescription& description, const char* handler,
+                 void* record) {
+  const KvValue* item = info == nullptr ? nullptr : info->value;
+  if (item == nullptr || item->type != KvValueType::kRecord) {
+    mpls_vpn_report_failure(ERR, kStatusInvalid, "In function %s, the item received is NULL or  not a parcel",
+                            handler);
+    return false;
+  }
+  const Status rc = parcel_decode(&description, item->record.data(), item->record.size(), record);
+  if (rc != kStatusOk) mpls_vpn_error(handler, "parcel_decode failed", rc);
+  return rc == kStatusOk;
+}
+
+void release(const ParcelDescription& description, const char* handler, void* record) {
+  const Status rc = parcel_free_indirections(&description, record);
+  if (rc != kStatusOk) mpls_vpn_error(handler, "parcel_free_indirections", rc);
+}
+
+void take_maximum_event(const VtabVrfRecord* record, const rib_prov_maxthresh& event) {
+  mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
+  attributes->curr_num_routes = event.ext_curr_num_routes;
+  attributes->high_thresh_exceeded = event.ext_clear == 0 ? 1 : 0;
+  const auto raise =
+      event.ext_clear == 0 ? mpls_vpn_mib_trap_high_thresh_exc : mpls_vpn_mib_trap_high_thresh_clr;
+  raise(record->vrf_name, event.ext_conf_max_threshold, event.ext_curr_num_routes);
+}
+
+}  // namespace
+
+void mpls_vpn_mib_mid_thresh_exceeded_notify(const KvNotifyInfo* info, const RequestArgs* /*args*/) {
+  mpls_vpn_debug(PROV, "Entering %s", __func__);
+  rib_prov_midthresh_exceed event{};
+  if (!decode_item(info, kRibMidThreshParcel, __func__, &event)) return;
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_table_id(event.ext_table_id);
+  if (record == nullptr) return;
+  mpls_vpn_vrf_attributes(record)->curr_num_routes = event.ext_curr_num_routes;
+  mpls_vpn_mib_trap_mid_thresh_exc(record->vrf_name, event.ext_conf_mid_threshold, event.ext_curr_num_routes);
+  release(kRibMidThreshParcel, __func__, &event);
+}
+
+void mpls_vpn_mib_high_thresh_exceeded_notify(const KvNotifyInfo* info, const RequestArgs* /*args*/) {
+  rib_prov_maxthresh event{};
+  if (!decode_item(info, kRibMaxThreshParcel, __func__, &event)) return;
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_table_id(event.ext_table_id);
+  if (record == nullptr) return;
+  take_maximum_event(record, event);
+  release(kRibMaxThreshParcel, __func__, &event);
+}

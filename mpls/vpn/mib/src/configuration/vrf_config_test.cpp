@@ -1,0 +1,369 @@
+// Route targets, route distinguishers and descriptions from configuration.
+#include <utility>
+
+#include "mpls/vpn/mib/src/configuration/vrf_config_test_support.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::Not;
+
+// --- Route targets
+
+class RouteTargets : public VrfConfiguration {};
+
+TEST_F(RouteTargets, ImportAndExportAreKeptByTypeAndStampTheChange) {
+  OnlyArea(VTAB);
+  SetText(import_path("red"), "");
+  EXPECT_EQ(ChangedAt("red"), Now());
+  EXPECT_THAT(Prints(), ElementsAre("notify for RT change on VRF red, event 3"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("notify for RT change on VRF red, event 3"));
+  PassSeconds(3);
+  SetText(export_path("red"), "");
+  EXPECT_EQ(ChangedAt("red"), Now());
+  EXPECT_THAT(TargetsOf("red"), ElementsAre("import 65000:100 1/1", "export 10.0.0.1:5 1/1"));
+}
+
+TEST_F(RouteTargets, DeletionTakesTheEqualOneAndStampsTheChange) {
+  SetText(import_path("red"), "");
+  SetText(import_path("red", 2), "");
+  PassSeconds(3);
+  OnlyArea(VTAB);
+  ClearPrints();
+  Delete(import_path("red"));
+  EXPECT_THAT(TargetsOf("red"), ElementsAre("import 65000:100 2/1"));
+  EXPECT_EQ(ChangedAt("red"), Now());
+  EXPECT_THAT(Prints(), ElementsAre("notify for RT change on VRF red, event 4"));
+}
+
+TEST_F(RouteTargets, SetForAnUnknownVrfInsertsItAndStampsAForwardReferenceWithoutACheckpoint) {
+  SetText(import_path("blue"), "");
+  EXPECT_THAT(TargetsOf("blue"), ElementsAre("import 65000:100 1/1"));
+  ExpectForwardReferenceStampedButNotCheckpointed("blue");
+}
+
+TEST_F(RouteTargets, DeletionForAnUnknownVrfMakesNoRecord) {
+  ASSERT_NE(mpls_vpn_mib_create_rt_wavl_node("blue", kRtImport, "65000:100", 1, 1), nullptr);
+  const Arguments args = TargetArguments("blue");
+  mpls_vpn_mib_import_rt_notify(&kDeleted, args.Block());
+  EXPECT_THAT(TargetsOf("blue"), IsEmpty());
+  EXPECT_FALSE(IsKnown("blue"));
+}
+
+TEST_F(RouteTargets, DuplicateIsToldAndStillStampsTheChange) {
+  SetText(import_path("red"), "");
+  PassSeconds(3);
+  OnlyArea(VTAB);
+  ClearPrints();
+  SetText(import_path("red"), "");
+  EXPECT_THAT(TargetsOf("red"), ElementsAre("import 65000:100 1/1"));
+  EXPECT_THAT(Prints(), ElementsAre("notify for RT change on VRF red, event 2",
+                                    "Could not insert RT in the WAVL tree"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("Could not insert RT in the WAVL tree"));
+  EXPECT_EQ(ChangedAt("red"), Now());
+}
+
+TEST_F(RouteTargets, NodeThatCannotBeMadeIsToldAndTheRecordIsStamped) {
+  const ScopedFault fault("calloc_tagged:RT node", kStatusNoMemory);
+  SetText(import_path("blue"), "");
+  EXPECT_TRUE(Printed("Could not insert RT in the WAVL tree"));
+  EXPECT_THAT(TargetsOf("blue"), IsEmpty());
+  ExpectForwardReferenceStampedButNotCheckpointed("blue");
+}
+
+TEST_F(RouteTargets, DeletionOfWhatIsNotThereIsToldAndStampsTheChange) {
+  SetText(import_path("red"), "");
+  ASSERT_EQ(mpls_vpn_mib_delete_rt_wavl_node("red", kRtImport, "65000:100", 1, 1), 1);
+  PassSeconds(3);
+  OnlyArea(VTAB);
+  ClearPrints();
+  Delete(import_path("red"));
+  EXPECT_THAT(Prints(), ElementsAre("notify for RT change on VRF red, event 4",
+                                    "Could not delete RT from the WAVL tree"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("Could not delete RT from the WAVL tree"));
+  EXPECT_EQ(ChangedAt("red"), Now());
+}
+
+TEST_F(RouteTargets, TargetThatIsNoneIsToldAndChangesNothing) {
+  OnlyArea(ERR);
+  SetText(bgp_path("red") + "/ord_c/import-rt/7/0/65000/100/0.0.0.0/0/0", "");
+  EXPECT_THAT(Prints(), ElementsAre("Error in rt_notify: Cannot extract RT: Invalid argument"));
+  Status code = kStatusOk;
+  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "rt_notify: Cannot extract RT");
+  EXPECT_EQ(code, kStatusInvalid);
+  EXPECT_THAT(TargetsOf("red"), IsEmpty());
+  EXPECT_EQ(ChangedAt("red"), 0U);
+}
+
+TEST_F(RouteTargets, FailedExtractionIsToldAndMakesNoRecord) {
+  OnlyArea(ERR);
+  const ScopedFault fault("bgp_vpn_extract_rt", kStatusIo);
+  SetText(import_path("blue"), "");
+  EXPECT_THAT(Prints(), ElementsAre("Error in rt_notify: Cannot extract RT: Input/output error"));
+  EXPECT_FALSE(IsKnown("blue"));
+}
+
+TEST_F(RouteTargets, RecordThatCannotBeMadeLeavesTheTargetInserted) {
+  const ScopedFault fault("vtab_lock_dbase", kStatusIo);
+  SetText(import_path("blue"), "");
+  EXPECT_THAT(TargetsOf("blue"), ElementsAre("import 65000:100 1/1"));
+  EXPECT_FALSE(IsKnown("blue"));
+}
+
+TEST_F(RouteTargets, NeitherSetNorDeletedChangesNothing) {
+  const Arguments args = TargetArguments("red");
+  mpls_vpn_mib_export_rt_notify(&kNeither, args.Block());
+  EXPECT_THAT(TargetsOf("red"), IsEmpty());
+  EXPECT_EQ(ChangedAt("red"), 0U);
+}
+
+TEST_F(RouteTargets, SetCountsBeforeDeletion) {
+  const Arguments args = TargetArguments("red");
+  mpls_vpn_mib_import_rt_notify(&kBoth, args.Block());
+  EXPECT_THAT(TargetsOf("red"), ElementsAre("import 65000:100 1/1"));
+}
+
+TEST_F(RouteTargets, MissingVrfNameIsTold) {
+  OnlyArea(ERR);
+  rt_notify(&kSet, Arguments(0, 10).Block(), kRtImport);
+  rt_notify(&kSet, Arguments(0, 10).Text(0, nullptr).Block(), kRtExport);
+  EXPECT_THAT(Prints(), ElementsAre(MatchesRegex("BGEN arg 0 not present in rt_notify, line [0-9]+"),
+                                    MatchesRegex("BGEN arg 0 'vrf_name' is NULL in rt_notify, line [0-9]+")));
+}
+
+TEST_F(RouteTargets, OnlyTheTableDefaultHasThem) {
+  ClearPrints();
+  SetText(vrf_path("red") + "/ord_z/afi_safi/1/1/other/ord_b/bgp/ord_c/import-rt/0/0/65000/100/0.0.0.0/0/0",
+          "");
+  EXPECT_THAT(Prints(), IsEmpty());
+  EXPECT_THAT(TargetsOf("red"), IsEmpty());
+}
+
+TEST_F(RouteTargets, TheyOutliveTheirVrf) {
+  SetText(import_path("red"), "");
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(TargetsOf("red"), ElementsAre("import 65000:100 1/1"));
+}
+
+// --- Route distinguisher
+
+class RouteDistinguishers : public VrfConfiguration {};
+
+TEST_F(RouteDistinguishers, SetInTheRouterIsKeptAndStamped) {
+  OnlyArea(VTAB);
+  ChangeRd("red", "65000:1");
+  EXPECT_EQ(RdOf("red"), "65000:1");
+  EXPECT_EQ(ChangedAt("red"), Now());
+  EXPECT_THAT(Prints(), Contains("notify for RD set on vrf red, RD = 65000:1"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Not(Contains("notify for RD set on vrf red, RD = 65000:1")));
+}
+
+TEST_F(RouteDistinguishers, DeletionInTheRouterClearsIt) {
+  ChangeRd("red", "65000:1");
+  PassSeconds(3);
+  OnlyArea(VTAB);
+  ClearPrints();
+  ChangeRd("red", "");
+  EXPECT_EQ(RdOf("red"), "(null)");
+  EXPECT_EQ(ChangedAt("red"), Now());
+  EXPECT_THAT(Prints(), Contains("notify for RD deletion on vrf red, RD = (null)"));
+}
+
+TEST_F(RouteDistinguishers, DeletionThatPassesTheTextLeavesThatRdStored) {
+  mpls_vpn_mib_rd_notify(1, "red", "65000:1");
+  PassSeconds(3);
+  mpls_vpn_mib_rd_notify(0, "red", "65000:1");
+  EXPECT_EQ(RdOf("red"), "65000:1");
+  EXPECT_EQ(ChangedAt("red"), Now());
+  EXPECT_TRUE(Printed("notify for RD deletion on vrf red, RD = 65000:1"));
+}
+
+TEST_F(RouteDistinguishers, SetForAnUnknownVrfIsSaidAndMakesNoRecord) {
+  mpls_vpn_mib_rd_notify(1, "blue", "65000:1");
+  EXPECT_THAT(Prints(), ElementsAre("notify for RD set on vrf blue, RD = 65000:1"));
+  EXPECT_FALSE(IsKnown("blue"));
+}
+
+TEST_F(RouteDistinguishers, ForwardReferenceKeepsItAndIsStampedWithoutACheckpoint) {
+  SetText(import_policy_path("blue"), "customers");
+  mpls_vpn_mib_rd_notify(1, "blue", "65000:1");
+  EXPECT_EQ(RdOf("blue"), "65000:1");
+  ExpectForwardReferenceStampedButNotCheckpointed("blue");
+}
+
+TEST_F(RouteDistinguishers, TextThatCannotBeCopiedIsToldAndTheFormerOneIsGone) {
+  mpls_vpn_mib_rd_notify(1, "red", "65000:1");
+  PassSeconds(3);
+  OnlyArea(ERR);
+  ClearPrints();
+  const ScopedFault fault("text_copy", kStatusNoMemory);
+  mpls_vpn_mib_rd_notify(1, "red", "65000:2");
+  EXPECT_THAT(Prints(),
+              ElementsAre("Error in mpls_vpn_mib_rd_notify: text_copy failed: Cannot allocate memory"));
+  EXPECT_EQ(RdOf("red"), "(null)");
+  EXPECT_EQ(ChangedAt("red"), Now());
+}
+
+class RdRegistration : public Configured<DaemonTest> {
+ protected:
+  RdRegistration() { registers_at_once_ = false; }
+};
+
+TEST_F(RdRegistration, WhatIsThereIsKnownAtOnceAndARestartMovesNothing) {
+  AddVrf("red", 0, "65000:100");
+  Register();
+  EXPECT_STREQ(AttributesOf("red")->rd, "65000:100");
+  EXPECT_EQ(ChangedAt("red"), kStartSeconds) << "on a first run";
+  PassSeconds(5);
+  RestartDaemon();
+  EXPECT_STREQ(AttributesOf("red")->rd, "65000:100");
+  EXPECT_EQ(ChangedAt("red"), kStartSeconds);
+  PassSeconds(5);
+  AddVrf("blue", 0, "65000:200");
+  Run();
+  EXPECT_STREQ(AttributesOf("blue")->rd, "65000:200") << "and of a VRF that is created later";
+}
+
+TEST_F(RdRegistration, FailureIsToldAndStartUpGoesOn) {
+  OnlyArea(ERR);
+  ClearPrints();
+  const ScopedFault fault("bgp_vpn_rd_register_cb", kStatusIo);
+  Register();
+  EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_prov_init: Failed to register RD callback fn: "
+                                    "Input/output error"));
+  EXPECT_THAT(Traced("mpls_vpn/error"),
+              Contains("mpls_vpn_mib_prov_init: Failed to register RD callback fn"));
+  EXPECT_EQ(backend_scan_in_progress, 0U);
+  EXPECT_NE(parcel_find("mpls_vpn_vrf"), nullptr) << "what comes after it";
+}
+
+// --- Description
+
+class Descriptions : public VrfConfiguration {};
+
+TEST_F(Descriptions, SetIsKeptAndStamped) {
+  OnlyArea(VTAB);
+  SetText(description_path("red"), "the red customer");
+  EXPECT_EQ(DescriptionOf("red"), "the red customer");
+  EXPECT_EQ(ChangedAt("red"), Now());
+  EXPECT_THAT(Prints(), ElementsAre("notify for description change on VRF red"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("notify for description change on VRF red"));
+}
+
+TEST_F(Descriptions, DeletionClearsAndStamps) {
+  SetText(description_path("red"), "the red customer");
+  PassSeconds(3);
+  Delete(description_path("red"));
+  EXPECT_EQ(DescriptionOf("red"), "(null)");
+  EXPECT_EQ(ChangedAt("red"), Now());
+}
+
+TEST_F(Descriptions, SetWithoutAValueClears) {
+  SetText(description_path("red"), "the red customer");
+  SetWithoutValue(description_path("red"));
+  EXPECT_EQ(DescriptionOf("red"), "(null)");
+}
+
+TEST_F(Descriptions, SetForAnUnknownVrfIsKeptUntilItIsCreated) {
+  SetText(description_path("blue"), "the blue customer");
+  ExpectForwardReferenceStampedButNotCheckpointed("blue");
+  AddVrf("blue");
+  Run();
+  EXPECT_EQ(DescriptionOf("blue"), "the blue customer");
+}
+
+TEST_F(Descriptions, DeletionForAnUnknownVrfMakesNoRecord) {
+  mpls_vpn_mib_vrf_descr_notify(&kDeleted, Arguments(0, 1).Text(0, "blue").Block());
+  EXPECT_FALSE(IsKnown("blue"));
+}
+
+TEST_F(Descriptions, NeitherSetNorDeletedChangesNothing) {
+  SetText(description_path("red"), "the red customer");
+  ForgetChange("red");
+  mpls_vpn_mib_vrf_descr_notify(&kNeither, Arguments(0, 1).Text(0, "red").Block());
+  EXPECT_EQ(DescriptionOf("red"), "the red customer");
+  EXPECT_EQ(ChangedAt("red"), 0U);
+}
+
+TEST_F(Descriptions, SetCountsBeforeDeletion) {
+  mpls_vpn_mib_vrf_descr_notify(&kBoth, Arguments(0, 1).Text(0, "blue").Block());
+  EXPECT_TRUE(IsKnown("blue")) << "a deletion makes no record";
+}
+
+TEST_F(Descriptions, RecordThatCannotBeMadeDropsTheChange) {
+  OnlyArea(ERR);
+  const ScopedFault fault("vtab_lock_dbase", kStatusIo);
+  SetText(description_path("blue"), "the blue customer");
+  EXPECT_FALSE(IsKnown("blue"));
+  EXPECT_THAT(Prints(),
+              ElementsAre("Error in get_vrf_record: Unable to lock VTAB database: Input/output error"));
+}
+
+TEST_F(Descriptions, TextThatCannotBeCopiedIsToldAndTheFormerOneIsGone) {
+  SetText(description_path("red"), "the red customer");
+  PassSeconds(3);
+  OnlyArea(ERR);
+  ClearPrints();
+  const ScopedFault fault("text_copy", kStatusNoMemory);
+  SetText(description_path("red"), "another");
+  EXPECT_THAT(
+      Prints(),
+      ElementsAre("Error in mpls_vpn_mib_vrf_descr_notify: text_copy failed: Cannot allocate memory"));
+  EXPECT_EQ(DescriptionOf("red"), "(null)");
+  EXPECT_EQ(ChangedAt("red"), Now());
+}
+
+TEST_F(Descriptions, NameOfTheVrfIsDecoded) {
+  AddVrf("a b/c");
+  Run();
+  SetText(description_path("a%20b%2Fc"), "odd");
+  EXPECT_EQ(DescriptionOf("a b/c"), "odd");
+}
+
+TEST_F(Descriptions, NameThatNoVrfCanHaveIsToldAndMakesNoRecord) {
+  OnlyArea(ERR);
+  const std::string too_long(router::kVrfNameMax + 1, 'v');
+  SetText(description_path(""), "nobody");
+  SetText(description_path(too_long), "nobody");
+  const std::string line = "vtab_create_vrf_record() returned NULL record";
+  EXPECT_THAT(Prints(), ElementsAre(line, line));
+  EXPECT_FALSE(IsKnown(""));
+  EXPECT_FALSE(IsKnown(too_long.c_str()));
+}
+
+TEST_F(Descriptions, MissingVrfNameIsTold) {
+  OnlyArea(ERR);
+  SetText(description_path("-"), "nobody");
+  mpls_vpn_mib_vrf_descr_notify(&kSet, Arguments(0, 1).Text(0, nullptr).Block());
+  EXPECT_THAT(
+      Prints(),
+      ElementsAre(
+          MatchesRegex("BGEN arg 0 not present in mpls_vpn_mib_vrf_descr_notify, line [0-9]+"),
+          MatchesRegex("BGEN arg 0 'vrf_name' is NULL in mpls_vpn_mib_vrf_descr_notify, line [0-9]+")));
+}
+
+// --- A record that lost its block
+
+// --- Replay
+
+TEST_F(VrfConfiguration, EverythingComesBackWithTheReplayOfALaterRunUnstamped) {
+  SetText(import_path("red"), "");
+  SetText(export_path("red"), "");
+  SetText(import_policy_path("red"), "customers");
+  SetText(description_path("red"), "the red customer");
+  const std::uint32_t changed = ChangedAt("red");
+  PassSeconds(60);
+  RestartDaemon();
+  EXPECT_THAT(TargetsOf("red"), ElementsAre("import 65000:100 1/1", "export 10.0.0.1:5 1/1"));
+  EXPECT_EQ(PoliciesOf("red")[0], "customers");
+  EXPECT_EQ(DescriptionOf("red"), "the red customer");
+  EXPECT_EQ(ChangedAt("red"), changed);
+  SetText(description_path("red"), "another");
+  EXPECT_EQ(ChangedAt("red"), Now());
+}
+
+}  // namespace

@@ -1,0 +1,17 @@
+// What the three sources of the interface database share. Not for other files.
+#pragma once
+
+#include "mpls/vpn/mib/src/interface/database.h"
+
+inline constexpr unsigned kIfByVrf = 0;     // ordering by VRF name and index
+inline constexpr unsigned kIfByHandle = 1;  // ordering by handle
+
+extern WavlTree mpls_vpn_mib_if_dbase MPLS_GUARDED_BY(mpls_vpn_mutex);
+
+// The tree for reading. Readers and writers are on the main thread, so that reading needs no lock.
+const WavlTree* mpls_vpn_mib_if_tree();
+
+void mpls_vpn_mib_if_dbase_set_dirty(bool dirty) MPLS_REQUIRES(mpls_vpn_mutex);
+
+// Frees the node's texts and the node. REQUIRES: it is in no ordering. Null is allowed.
+void mpls_vpn_mib_free_if_node(IfNode* node);

@@ -1,0 +1,117 @@
+// Answers for the VRF interface table.
+//
+// A row is made from an interface-database node and, for the routing protocols, from the VRF's attribute
+// block: the column is a BITS value (RFC 2578, section 7.1.4) in which protocol k is bit k, counted from the
+// most significant bit of the octet; a protocol counts when it is enabled on the interface or in the whole
+// VRF.
+//
+// Main thread; nothing is kept between requests. The row owns its texts until it is encoded.
+#include "mpls/vpn/mib/src/interface/entry.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "mpls/vpn/mib/src/attributes/attributes.h"
+#include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/provider/answer.h"
+#include "mpls/vpn/mib/src/provider/filter.h"
+#include "mpls/vpn/mib/src/provider/request.h"
+#include "mpls/vpn/mib/src/support/name.h"
+#include "mpls/vpn/mib/src/support/trace.h"
+#include "platform/vtab/vtab.h"
+
+namespace {
+
+constexpr std::int32_t kVpnClassificationEnterprise = 2;
+
+constexpr char kInterfaceHandler[] = "mpls_vpn_mib_prov_get_interface";
+constexpr char kInterfaceFill[] = "fill_interface_parcel";
+
+std::uint8_t protocol_bits(const std::uint32_t (&counts)[kMplsVpnProtocols]) {
+  unsigned bits = 0;
+  for (unsigned protocol = 0; protocol < kMplsVpnProtocols; ++protocol) {
+    if (counts[protocol] != 0) bits |= 1U << (7 - protocol);
+  }
+  return static_cast<std::uint8_t>(bits);
+}
+
+std::uint8_t protocols_of(const IfNode* node) {
+  const std::uint8_t of_interface = protocol_bits(node->protocol_count);
+  const VtabVrfRecord* record =
+      node->vrf_name == nullptr ? nullptr : vtab_get_vrf_record_by_vrf_name(node->vrf_name);
+  if (record == nullptr) return of_interface;
+  return of_interface | protocol_bits(mpls_vpn_vrf_attributes(record)->protocol_count);
+}
+
+Status refuse_missing_argument(int argument) {
+  mpls_vpn_debug(ERR, "BGEN arg %d not present in %s", argument, kInterfaceHandler);
+  mpls_vpn_trace(kTraceError, kStatusArgumentMissing, "%s: argument %d", kInterfaceHandler, argument);
+  return kStatusArgumentMissing;
+}
+
+const IfNode* report_none() {
+  mpls_vpn_debug(PROV, "No Interface found");
+  return nullptr;
+}
+
+const IfNode* find_next(const char* vrf_name, std::uint32_t if_index) {
+  const IfNode* node = mpls_vpn_mib_get_next_valid_intf(vrf_name, if_index);
+  return node == nullptr ? report_none() : node;
+}
+
+bool is_in_valid_vrf(const IfNode* node) {
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(node->vrf_name);
+  return record != nullptr && record->vrf_id != 0;
+}
+
+const IfNode* find_exact(const char* vrf_name, std::uint32_t if_index) {
+  if (std::strcmp(vrf_name, kDefaultVrfName) == 0) return nullptr;
+  // Deliberate: interfaces of known VRFs are read by "next" only.
+  if (vrf_in_database(vrf_name) != nullptr) return nullptr;
+  const IfNode* node = mpls_vpn_mib_get_if(true, vrf_name, if_index);
+  if (node == nullptr) return report_none();
+  if (is_in_valid_vrf(node)) return node;
+  mpls_vpn_debug(PROV, "Interface is in an invalid VRF");
+  mpls_vpn_trace(kTraceError, kStatusNoSuchRow, "%s: interface %u is in an invalid VRF", kInterfaceHandler,
+                 if_index);
+  return nullptr;
+}
+
+Status refuse_unfilled(mpls_vpn_mib_interface* row) {
+  std::free(row->name);
+  std::free(row->vrfName);
+  *row = {};
+  return kStatusNoMemory;
+}
+
+}  // namespace
+
+Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node) {
+  mpls_vpn_debug(PROV, "Entering function %s", kInterfaceFill);
+  *row = {};
+  if (node->if_name == nullptr) mpls_vpn_debug(ERR, "IF DBase node has empty IF name");
+  if (!prov_copy_text(&row->name, node->if_name, kInterfaceFill)) return refuse_unfilled(row);
+  row->ifConfIndex = static_cast<std::int32_t>(node->if_index);
+  row->vpnClassification = kVpnClassificationEnterprise;
+  row->protocol = protocols_of(node);
+  row->storageType = kStorageTypeReadOnly;
+  row->rowStatus = kRowStatusActive;
+  if (node->vrf_name == nullptr) mpls_vpn_debug(ERR, "Node has empty VRF name");
+  return prov_copy_text(&row->vrfName, node->vrf_name, kInterfaceFill) ? kStatusOk : refuse_unfilled(row);
+}
+
+Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args) {
+  // An empty name is an argument like any other: the key before all others, where a walk of the table begins.
+  if (kvtree_absent(args, 0)) return refuse_missing_argument(0);
+  if (kvtree_absent(args, 1)) return refuse_missing_argument(1);
+  const char* vrf_name = args->arg[0].text;
+  const std::uint32_t if_index = *args->arg[1].number;
+  mpls_vpn_debug(PROV, "Entering function %s with <vrf name = %s, if_index = %d>", kInterfaceHandler,
+                 vrf_name, static_cast<std::int32_t>(if_index));
+  const bool next = args->form == kFormNameAfiSafi;
+  const IfNode* node = next ? find_next(vrf_name, if_index) : find_exact(vrf_name, if_index);
+  if (node == nullptr) return kStatusNoSuchRow;
+  mpls_vpn_mib_interface row;
+  if (const Status rc = fill_interface_parcel(&row, node)) return rc;
+  return prov_encode_parcel(reply, &row, &kMibInterfaceParcel);
+}

@@ -1,0 +1,21 @@
+// Rows of the VRF interface table (RFC 4382, mplsL3VpnIfConfTable).
+#pragma once
+
+#include "mpls/vpn/mib/src/interface/database.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "platform/base/status.h"
+#include "platform/kvtree/kvtree.h"
+
+// Get handler of "interface" and "interface-next": argument 0 the VRF name, argument 1 the interface index.
+// Form 1 answers the first row whose key is not smaller than the arguments, in the order of the interface
+// database; any other form the row of exactly these arguments.
+//
+// 0 with a mpls_vpn_mib_interface record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or the
+// encoding's status. An exact read answers kStatusNoSuchRow for every VRF that the VRF database holds: rows
+// of those are read by "next" alone. Main thread.
+Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args);
+
+// The row of a node. Texts are heap copies; a text that the node lacks is reported and stays null.
+// kStatusNoMemory, reported, with nothing in the row, when a text cannot be copied: a row without its VRF
+// name would send a reader that goes on from it back to the beginning of the table.
+[[nodiscard]] Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node);

@@ -1,0 +1,177 @@
+// Lookups of the interface database. Each runs the repair pass once, then reads the tree as it stands; the
+// helpers in the anonymous namespace run no repair, so that a walk over a database that cannot be repaired
+// costs one pass and not one for each of its steps.
+//
+// Two kinds of answer go together here. Interfaces of one VRF are a run of nodes with the same name in the
+// VRF ordering, from (name, 0) on. A VRF is "invalid" when it has such a run but the record service has no
+// record of the name, or only a forward reference (vrf_id 0): its interfaces are in no row of the MIB's
+// tables.
+//
+// Main thread, without the database mutex (or, inside a join or leave, with it: then nothing is repaired).
+#include <cstring>
+
+#include "mpls/vpn/mib/src/interface/database.h"
+#include "mpls/vpn/mib/src/interface/database_internal.h"
+#include "mpls/vpn/mib/src/support/name.h"
+#include "mpls/vpn/mib/src/support/report.h"
+#include "platform/vtab/vtab.h"
+
+namespace {
+
+IfNode* search(unsigned thread, bool exact, const IfNode& key) {
+  void* found = exact ? wavl_search(mpls_vpn_mib_if_tree(), thread, &key)
+                      : wavl_search_greater_equal(mpls_vpn_mib_if_tree(), thread, &key);
+  return static_cast<IfNode*>(found);
+}
+
+IfNode* search_by_vrf(bool exact, const char* vrf_name, std::uint32_t if_index) {
+  IfNode key{};
+  key.vrf_name = const_cast<char*>(vrf_name);  // only read by the compare function
+  key.if_index = if_index;
+  return search(kIfByVrf, exact, key);
+}
+
+IfNode* successor(const IfNode* node) {
+  return static_cast<IfNode*>(wavl_next(mpls_vpn_mib_if_tree(), kIfByVrf, node));
+}
+
+bool is_of_vrf(const IfNode* node, const char* vrf_name) {
+  return node->vrf_name != nullptr && vrf_name != nullptr && std::strcmp(node->vrf_name, vrf_name) == 0;
+}
+
+IfNode* first_of_run(const char* vrf_name) {
+  IfNode* node = search_by_vrf(false, vrf_name, 0);
+  return node != nullptr && is_of_vrf(node, vrf_name) ? node : nullptr;
+}
+
+IfNode* next_of_run(const IfNode* node, const char* vrf_name) {
+  IfNode* next = successor(node);
+  return next != nullptr && is_of_vrf(next, vrf_name) ? next : nullptr;
+}
+
+IfNode* report_found(const char* function, IfNode* node) {
+  mpls_vpn_debug(DBASE, "Found interface (%s): vrf_name = %s, if_index = %u, if_name = %s, if_handle = 0x%x",
+                 function, mpls_vpn_shown(node->vrf_name), node->if_index, mpls_vpn_shown(node->if_name),
+                 node->if_handle);
+  return node;
+}
+
+// True, after saying so, when the walk of `function` must end at this node.
+bool ends_walk(const IfNode* node, const char* function) {
+  if (mpls_vpn_mib_if_node_validate(node) == kStatusOk) return false;
+  mpls_vpn_report_failure(DBASE, kStatusInvalidNode, "Invalid node found by %s", function);
+  return true;
+}
+
+// mpls_vpn_mib_get_if without the repair.
+IfNode* get_if_as_it_stands(bool exact, const char* vrf_name, std::uint32_t if_index) {
+  static constexpr const char* kFunction = "mpls_vpn_mib_get_if";
+  IfNode* node = search_by_vrf(exact, vrf_name, if_index);
+  if (node == nullptr) {
+    mpls_vpn_debug(DBASE, "get_greater_equal found node NULL");
+    return nullptr;
+  }
+  if (mpls_vpn_mib_if_node_validate(node) != kStatusOk) {
+    mpls_vpn_report_failure(DBASE, kStatusInvalidNode, "Found invalid if node in %s", kFunction);
+    return nullptr;
+  }
+  return report_found(kFunction, node);
+}
+
+bool has_complete_record(const char* vrf_name) {
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
+  return record != nullptr && record->vrf_id != 0;
+}
+
+// The name of the first invalid VRF from this node on; null at the end and at an invalid node.
+const char* invalid_vrf_from(const IfNode* node, const char* function) {
+  for (; node != nullptr; node = successor(node)) {
+    if (ends_walk(node, function)) return nullptr;
+    if (!has_complete_record(node->vrf_name)) {
+      mpls_vpn_debug(DBASE, "Found invalid %s", node->vrf_name);
+      return node->vrf_name;
+    }
+  }
+  return nullptr;
+}
+
+template <typename Matches>
+IfNode* find_in_vrf(const char* function, const char* vrf_name, Matches matches) {
+  mpls_vpn_debug(DBASE, "Entering %s", function);
+  mpls_vpn_mib_clean_if_dbase();
+  for (IfNode* node = first_of_run(vrf_name); node != nullptr; node = next_of_run(node, vrf_name)) {
+    if (ends_walk(node, function)) return nullptr;
+    if (matches(*node)) return report_found(function, node);
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+IfNode* mpls_vpn_mib_get_if(bool exact, const char* vrf_name, std::uint32_t if_index) {
+  mpls_vpn_mib_clean_if_dbase();
+  return get_if_as_it_stands(exact, vrf_name, if_index);
+}
+
+IfNode* mpls_vpn_mib_get_if_by_handle(bool exact, std::uint32_t if_handle) {
+  mpls_vpn_mib_clean_if_dbase();
+  IfNode key{};
+  key.if_handle = if_handle;
+  IfNode* node = search(kIfByHandle, exact, key);
+  return node == nullptr ? nullptr : report_found(__func__, node);
+}
+
+IfNode* mpls_vpn_mib_get_first_if_of_vrf(const char* vrf_name) {
+  IfNode* node = mpls_vpn_mib_get_if(false, vrf_name, 0);
+  return node != nullptr && is_of_vrf(node, vrf_name) ? node : nullptr;
+}
+
+IfNode* mpls_vpn_mib_get_next_if_of_vrf(const IfNode* node, const char* vrf_name) {
+  mpls_vpn_mib_clean_if_dbase();
+  return next_of_run(node, vrf_name);
+}
+
+IfNode* mpls_vpn_mib_get_if_by_vrf_and_handle(const char* vrf_name, std::uint32_t if_handle) {
+  return find_in_vrf(__func__, vrf_name, [=](const IfNode& node) { return node.if_handle == if_handle; });
+}
+
+IfNode* mpls_vpn_mib_get_if_by_vrf_and_name(const char* vrf_name, const char* if_name) {
+  return find_in_vrf(__func__, vrf_name, [=](const IfNode& node) {
+    return if_name != nullptr && std::strcmp(node.if_name, if_name) == 0;
+  });
+}
+
+const char* mpls_vpn_mib_get_first_invalid_vrf() {
+  mpls_vpn_mib_clean_if_dbase();
+  return invalid_vrf_from(static_cast<IfNode*>(wavl_first(mpls_vpn_mib_if_tree(), kIfByVrf)), __func__);
+}
+
+const char* mpls_vpn_mib_get_next_invalid_vrf(const char* vrf_name) {
+  mpls_vpn_mib_clean_if_dbase();
+  const IfNode* node = get_if_as_it_stands(false, vrf_name, 0);
+  while (node != nullptr && is_of_vrf(node, vrf_name)) node = successor(node);
+  const char* found = invalid_vrf_from(node, __func__);
+  if (found == nullptr || mpls_vpn_name_compare(found, vrf_name) == kWavlEqual) return nullptr;
+  mpls_vpn_debug(DBASE, "Returning invalid vrf %s", found);
+  return found;
+}
+
+IfNode* mpls_vpn_mib_get_next_valid_intf(const char* vrf_name, std::uint32_t if_index) {
+  mpls_vpn_mib_clean_if_dbase();
+  for (IfNode* node = get_if_as_it_stands(false, vrf_name, if_index); node != nullptr;
+       node = successor(node)) {
+    if (ends_walk(node, __func__)) return nullptr;
+    if (has_complete_record(node->vrf_name)) return node;
+  }
+  return nullptr;
+}
+
+IfNode* mpls_vpn_mib_if_dbase_first() {
+  mpls_vpn_mib_clean_if_dbase();
+  return static_cast<IfNode*>(wavl_first(mpls_vpn_mib_if_tree(), kIfByVrf));
+}
+
+IfNode* mpls_vpn_mib_if_dbase_next(const IfNode* node) {
+  mpls_vpn_mib_clean_if_dbase();
+  return successor(node);
+}

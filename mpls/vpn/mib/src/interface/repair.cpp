@@ -1,0 +1,96 @@
+// The repair pass of the interface database: completes the nodes that were stored before their name or index
+// could be resolved.
+//
+// The pass walks the handle ordering, which holds every node, under the database mutex. It is lazy: lookups
+// call it, it does nothing while the database is clean, and it leaves the database DIRTY when something stays
+// unresolved, so that the next lookup tries again. Walking everything for one unresolved interface is
+// accepted: it completes the node as soon as the platform knows the interface.
+//
+// A caller that holds the mutex (a join or leave) cannot run it: the lock fails, is reported, and nothing is
+// repaired until a lookup comes without the mutex. A join must see the nodes as they stand.
+//
+// The one destructive step: a node whose (VRF, index) is another node's already is deleted. Main thread.
+#include "mpls/vpn/mib/src/interface/database.h"
+#include "mpls/vpn/mib/src/interface/database_internal.h"
+#include "mpls/vpn/mib/src/support/report.h"
+#include "platform/base/memory.h"
+#include "platform/ifindex/ifindex.h"
+
+namespace {
+
+void resolve_name(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
+  node->if_name = text_copy(mpls_vpn_get_interface_name(node->if_handle));
+  if (node->if_name != nullptr) {
+    mpls_vpn_report(DBASE, kTraceDbase, "Interface 0x%x: resolved if_name = %s", node->if_handle,
+                    node->if_name);
+    return;
+  }
+  mpls_vpn_debug(DBASE, "DIRTY: Failed to resolve if_name for interface 0x%x", node->if_handle);
+  mpls_vpn_mib_if_dbase_set_dirty(true);
+}
+
+// 1, or 0 when the place in the VRF ordering is taken: the node is gone then.
+int link_resolved_node(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
+  const Status rc = wavl_insert(&mpls_vpn_mib_if_dbase, kIfByVrf, node);
+  if (rc == kStatusOk) return 1;
+  mpls_vpn_report_failure(
+      ERR, rc, "Error (%s): Cannot insert node into vrf/ifindex WAVL thread for interface 0x%x, if_index",
+      "mpls_vpn_mib_clean_if_dbase_walker", node->if_handle);
+  const Status unlinked = wavl_delete_all(&mpls_vpn_mib_if_dbase, node);
+  if (unlinked != kStatusOk) {
+    mpls_vpn_trace(kTraceError, unlinked, "interface 0x%x stays linked by its handle", node->if_handle);
+    node->if_index = 0;  // a node outside the VRF ordering has no index
+    return 0;
+  }
+  mpls_vpn_mib_free_if_node(node);
+  return 0;
+}
+
+int resolve_index(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
+  const Status rc = ifname_to_index(node->if_name, &node->if_index);
+  if (rc == kStatusOk && node->if_index != 0) {
+    mpls_vpn_report(DBASE, kTraceDbase, "Interface 0x%x: resolved if_index = %u", node->if_handle,
+                    node->if_index);
+    return link_resolved_node(node);
+  }
+  mpls_vpn_debug(DBASE, "DIRTY: Failed to resolve if_index for interface 0x%x: %s", node->if_handle,
+                 err_text(rc));
+  node->if_index = 0;
+  mpls_vpn_mib_if_dbase_set_dirty(true);
+  return 1;
+}
+
+// Called by the walk that the pass makes with the mutex held; the analysis cannot see through the tree's
+// call.
+int visit_node(void* node, void* /*argument*/) MPLS_NO_THREAD_SAFETY_ANALYSIS {
+  return mpls_vpn_mib_clean_if_dbase_walker(static_cast<IfNode*>(node));
+}
+
+int walk_all_nodes() MPLS_REQUIRES(mpls_vpn_mutex) {
+  mpls_vpn_mib_if_dbase_set_dirty(false);
+  const int result = wavl_walk(&mpls_vpn_mib_if_dbase, kIfByHandle, visit_node, nullptr);
+  if (result == 0) {
+    mpls_vpn_report(DBASE, kTraceDbase, "DIRTY: WAVL walk failed");
+    mpls_vpn_mib_if_dbase_set_dirty(true);
+  }
+  return result;
+}
+
+}  // namespace
+
+int mpls_vpn_mib_clean_if_dbase_walker(IfNode* node) {
+  if (node->if_name == nullptr) resolve_name(node);
+  if (node->if_name == nullptr || node->if_index != 0) return 1;
+  return resolve_index(node);
+}
+
+int mpls_vpn_mib_clean_if_dbase() {
+  if (!mpls_vpn_mib_if_dbase_is_dirty()) return 1;
+  mpls_vpn_debug(DBASE, "Start cleaning interface database...");
+  if (!mpls_vpn_mutex_lock(__func__, ERR)) return 0;
+  const int result = walk_all_nodes();
+  mpls_vpn_mutex_unlock(__func__, ERR);
+  mpls_vpn_debug(DBASE, "Done cleaning interface database. State is %s.",
+                 mpls_vpn_mib_if_dbase_is_dirty() ? "DIRTY" : "clean");
+  return result;
+}

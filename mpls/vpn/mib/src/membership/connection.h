@@ -1,0 +1,26 @@
+// The connection to the membership service: opened and kept by the event manager, with subscriptions to all
+// VRFs and all interfaces; each notification becomes a call of membership.h.
+//
+// Threads: everything on the thread of the event manager given at registration, the main one.
+#pragma once
+
+#include "platform/base/status.h"
+#include "platform/evm/evm.h"
+#include "platform/vmap/vmap.h"
+
+inline constexpr std::uint32_t kVmapIntfFlagsIgnore =
+    0x2 | 0x4;  // interface items that are not for this daemon
+
+// Opens the connection; what exists is replayed before this returns. 0 also when the service is not there
+// yet: the event manager keeps trying. Else the code of the step that failed. Once, at start-up.
+[[nodiscard]] Status mpls_vpn_mib_vmap_register_for_notification(EventManager* evm);
+// Closes it for good. For tests that start the daemon again.
+void mpls_vpn_mib_vmap_end();
+
+// The event manager's handlers. `client` is the VmapClient. The descriptor stays the service's.
+int connection_manager_open_handler(void* client, EventManager* evm);
+Status connection_manager_close_handler(void* client);
+
+// The service's callbacks.
+void vrf_reg_cb_func(VmapMemberDatabase* database, VmapEvent event, const VmapVrfItem* item);
+void intf_reg_cb_func(VmapMemberDatabase* database, VmapEvent event, const VmapIntfItem* item);

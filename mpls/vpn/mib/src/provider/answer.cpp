@@ -1,0 +1,29 @@
+// The one road from a filled record to a reply.
+//
+// A get handler fills a record with heap copies of texts and hands it over here; the record is spent
+// afterwards. The encoded buffer belongs to the reply, that is to the data store. No state; main thread.
+#include "mpls/vpn/mib/src/provider/answer.h"
+
+#include "mpls/vpn/mib/src/support/trace.h"
+
+namespace {
+
+void release_indirections(void* record, const ParcelDescription* description) {
+  const Status rc = parcel_free_indirections(description, record);
+  if (rc != kStatusOk) mpls_vpn_error("prov_encode_parcel", "parcel_free_indirections", rc);
+}
+
+}  // namespace
+
+Status prov_encode_parcel(KvReply* reply, void* record, const ParcelDescription* description) {
+  std::uint8_t* data = nullptr;
+  std::size_t length = 0;
+  const Status rc = parcel_encode(description, record, &data, &length);
+  if (rc == kStatusOk) {
+    *reply = {kKvKindRecord, data, length};
+  } else {
+    mpls_vpn_error("prov_encode_parcel", "parcel_encode failed", rc);
+  }
+  release_indirections(record, description);
+  return rc;
+}

@@ -1,0 +1,280 @@
+// Request arguments, and which VRFs pass a filter.
+#include "mpls/vpn/mib/src/provider/filter.h"
+
+#include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
+#include "platform/kvtree/matcher.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+// The argument block of a request; an argument that is not given is absent.
+class Arguments {
+ public:
+  explicit Arguments(std::uint32_t form) { args_.form = form; }
+  Arguments& Name(const char* name) { return Set(0, {name, nullptr}); }
+  Arguments& Afi(std::uint32_t afi) {
+    afi_ = afi;
+    return Set(1, {nullptr, &afi_});
+  }
+  Arguments& Safi(std::uint32_t safi) {
+    safi_ = safi;
+    return Set(2, {nullptr, &safi_});
+  }
+  const RequestArgs* Block() const { return &args_; }
+
+ private:
+  Arguments& Set(unsigned n, KvArgument argument) {
+    args_.arg[n] = argument;
+    args_.absent_mask &= ~(1U << n);
+    return *this;
+  }
+  RequestArgs args_{0x7, 0, 3, {}};
+  std::uint32_t afi_ = 0;
+  std::uint32_t safi_ = 0;
+};
+
+class RequestFilter : public DaemonTest {
+ protected:
+  void TearDown() override {
+    release_filter_vrf_name(&filter_);
+    DaemonTest::TearDown();
+  }
+  void Decode(const Arguments& arguments) {
+    OnlyArea(PROV);
+    mpls_vpn_debug_flags[ERR].enabled.store(1);
+    ClearPrints();
+    set_filter_vrf_afi_safi(&filter_, arguments.Block());
+  }
+  // With the IPv4 and IPv6 tables of these SAFIs (bits 1 unicast, 2 multicast).
+  void AddVrfWithTables(const std::string& name, unsigned ipv4_safis, unsigned ipv6_safis) {
+    router::Vrf vrf;
+    vrf.name = name;
+    vrf.id = 50;
+    vrf.ipv4_table = (ipv4_safis & 1U) != 0 ? 51 : 0;
+    vrf.ipv4_multicast_table = (ipv4_safis & 2U) != 0 ? 52 : 0;
+    vrf.ipv6_table = (ipv6_safis & 1U) != 0 ? 53 : 0;
+    vrf.ipv6_multicast_table = (ipv6_safis & 2U) != 0 ? 54 : 0;
+    ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
+    Run();
+    OnlyArea(PROV);
+    ClearPrints();
+  }
+  bool Matches(const char* name, std::uint32_t flags, std::uint32_t afi, std::uint32_t safi) {
+    const VrfFilter filter = {flags, nullptr, nullptr, afi, safi};
+    return vrf_matches_afi_safi(name, &filter);
+  }
+  VrfFilter filter_{};
+};
+
+TEST_F(RequestFilter, Form0TakesThePlainName) {
+  Decode(Arguments(0).Name("red").Afi(1).Safi(1));
+  EXPECT_EQ(filter_.flags, kFilterVrfName);
+  EXPECT_STREQ(filter_.vrf_name, "red");
+  EXPECT_THAT(Prints(), ElementsAre("BGEN ARG 0 vrf name = red", "Filter flags are 0x4"));
+}
+
+TEST_F(RequestFilter, Form0WithoutNameYieldsNoFlags) {
+  Decode(Arguments(0));
+  EXPECT_EQ(filter_.flags, 0U);
+  EXPECT_EQ(filter_.vrf_name, nullptr);
+  EXPECT_THAT(Prints(), ElementsAre("Filter flags are 0x0"));
+}
+
+TEST_F(RequestFilter, Form1TakesNameAfiAndSafi) {
+  Decode(Arguments(1).Name("red").Afi(2).Safi(1));
+  EXPECT_EQ(filter_.flags, 0x7U);
+  EXPECT_EQ(filter_.afi, 2U);
+  EXPECT_EQ(filter_.safi, 1U);
+  EXPECT_THAT(Prints(), ElementsAre("BGEN ARG 0 vrf name = red", "BGEN ARG 1 afi = 2", "BGEN ARG 2 safi = 1",
+                                    "Filter flags are 0x7"));
+}
+
+TEST_F(RequestFilter, Form1TakesWhatIsThere) {
+  Decode(Arguments(1).Safi(2));
+  EXPECT_EQ(filter_.flags, kFilterSafi);
+  EXPECT_EQ(filter_.safi, 2U);
+}
+
+TEST_F(RequestFilter, Form1BorrowsTheName) {
+  const char name[] = "red";
+  Decode(Arguments(1).Name(name));
+  EXPECT_EQ(filter_.vrf_name, name);
+  release_filter_vrf_name(&filter_);
+  EXPECT_EQ(filter_.vrf_name, name);
+}
+
+TEST_F(RequestFilter, Form2DecodesTheNameAndTakesNothingElse) {
+  Decode(Arguments(2).Name("a%2Fb").Afi(1).Safi(1));
+  EXPECT_EQ(filter_.flags, kFilterVrfName);
+  EXPECT_STREQ(filter_.vrf_name, "a/b");
+  EXPECT_THAT(Prints(), ElementsAre("BGEN ARG 0 vrf name = a/b", "Filter flags are 0x4"));
+  release_filter_vrf_name(&filter_);
+  EXPECT_EQ(filter_.vrf_name, nullptr);
+}
+
+TEST_F(RequestFilter, Form2WithoutNameYieldsNoFlags) {
+  Decode(Arguments(2));
+  EXPECT_EQ(filter_.flags, 0U);
+}
+
+TEST_F(RequestFilter, Form3WithAllArgumentsYieldsAllFlags) {
+  Decode(Arguments(3).Name("a%2Fb").Afi(1).Safi(2));
+  EXPECT_EQ(filter_.flags, 0x7U);
+  EXPECT_STREQ(filter_.vrf_name, "a/b");
+  EXPECT_EQ(filter_.afi, 1U);
+  EXPECT_EQ(filter_.safi, 2U);
+  EXPECT_THAT(Prints(), ElementsAre("BGEN ARG 0 vrf name = a/b", "BGEN ARG 1 afi = 1", "BGEN ARG 2 safi = 2",
+                                    "Filter flags are 0x7"));
+}
+
+TEST_F(RequestFilter, NameThatDoesNotDecodeLeavesANamelessFilter) {
+  Decode(Arguments(3).Name("a%2").Afi(1));
+  EXPECT_EQ(filter_.flags, kFilterAfi);
+  EXPECT_EQ(filter_.vrf_name, nullptr);
+  EXPECT_EQ(filter_.decoded_name, nullptr);
+  EXPECT_THAT(Prints(), ElementsAre("set_filter_vrf_afi_safi : kvtree_string_decode() failed: "
+                                    "A path component does not decode as its key",
+                                    "BGEN ARG 1 afi = 1", "Filter flags are 0x1"));
+}
+
+TEST_F(RequestFilter, DecoderThatFailsForAnotherReasonIsToldTheSameWay) {
+  const ScopedFault fault("kvtree_string_decode", kStatusNoMemory);
+  Decode(Arguments(2).Name("red"));
+  EXPECT_EQ(filter_.flags, 0U);
+  EXPECT_THAT(Prints(), ElementsAre("set_filter_vrf_afi_safi : kvtree_string_decode() failed: "
+                                    "Cannot allocate memory",
+                                    "Filter flags are 0x0"));
+  Status code = kStatusOk;
+  EXPECT_THAT(Traced("mpls_vpn/error", &code), ElementsAre("set_filter_vrf_afi_safi: kvtree_string_decode"));
+  EXPECT_EQ(code, kStatusNoMemory);
+}
+
+TEST_F(RequestFilter, UnknownFormLeavesTheFilterEmpty) {
+  Decode(Arguments(4).Name("red").Afi(1).Safi(1));
+  EXPECT_EQ(filter_.flags, 0U);
+  EXPECT_THAT(Prints(), ElementsAre("Unknown bgen ident = 4", "Filter flags are 0x0"));
+}
+
+TEST_F(RequestFilter, NameThatDoesNotDecodeIsAnErrorAndAnUnknownFormTheProviders) {
+  ExpectUnder(ERR,
+              "set_filter_vrf_afi_safi : kvtree_string_decode() failed: "
+              "A path component does not decode as its key",
+              [this] { set_filter_vrf_afi_safi(&filter_, Arguments(2).Name("a%2").Block()); });
+  ExpectUnder(PROV, "Unknown bgen ident = 4",
+              [this] { set_filter_vrf_afi_safi(&filter_, Arguments(4).Block()); });
+}
+
+// What the path matcher hands over, not a block of the test's own.
+TEST_F(RequestFilter, ArgumentsThatAPatternDoesNotHaveAreAbsentInEveryForm) {
+  const KvRoute routes[] = {{"vrf-next/<s>", {}}, {"vrf-detail-filter/<s>/<n>/<n>/<s>", {}}};
+  const kvtree::CompiledTable table = kvtree::compile_table({routes, std::size(routes)});
+  const struct {
+    const char* path;
+    std::uint32_t flags;
+  } requests[] = {
+      {"vrf-next/red", 0x4},
+      {"vrf-detail-filter/red/1/2/blue", 0x7},
+      {"vrf-detail-filter/red/-/2", 0x6},
+  };
+  for (const auto& request : requests) {
+    for (const std::uint32_t form : {1U, 3U}) {
+      kvtree::PathMatch match;
+      ASSERT_EQ(kvtree::match_path(table, request.path, false, &match), kStatusOk) << request.path;
+      match.args.form = form;
+      release_filter_vrf_name(&filter_);
+      set_filter_vrf_afi_safi(&filter_, &match.args);
+      EXPECT_EQ(filter_.flags, request.flags) << request.path << " in form " << form;
+    }
+  }
+}
+
+TEST_F(RequestFilter, FilterWithoutAfiAndSafiMatchesAVrfWithoutTables) {
+  AddVrfWithTables("red", 0, 0);
+  EXPECT_TRUE(Matches("red", 0, 0, 0));
+  EXPECT_TRUE(Matches("red", kFilterVrfName, 0, 0));
+}
+
+TEST_F(RequestFilter, VrfWithoutTablesFailsEveryAfiOrSafi) {
+  AddVrfWithTables("red", 0, 0);
+  EXPECT_FALSE(Matches("red", kFilterAfi, 1, 0));
+  EXPECT_FALSE(Matches("red", kFilterSafi, 0, 1));
+  EXPECT_FALSE(Matches("red", kFilterAfi | kFilterSafi, 1, 1));
+}
+
+TEST_F(RequestFilter, BothAfiAndSafiMustBeOfOneTable) {
+  AddVrfWithTables("red", 1, 2);
+  EXPECT_TRUE(Matches("red", kFilterAfi | kFilterSafi, 1, 1));
+  EXPECT_TRUE(Matches("red", kFilterAfi | kFilterSafi, 2, 2));
+  EXPECT_FALSE(Matches("red", kFilterAfi | kFilterSafi, 1, 2));
+  EXPECT_FALSE(Matches("red", kFilterAfi | kFilterSafi, 2, 1));
+  EXPECT_THAT(Prints(), ElementsAre("VRF record found with afi = IPv4 & safi = Unicast",
+                                    "VRF record found with afi = IPv6 & safi = Multicast"));
+}
+
+TEST_F(RequestFilter, AfiAloneMatchesEveryTableOfIt) {
+  AddVrfWithTables("red", 3, 0);
+  EXPECT_TRUE(Matches("red", kFilterAfi, 1, 9));
+  EXPECT_FALSE(Matches("red", kFilterAfi, 2, 9));
+  // The walk goes on after the first hit.
+  EXPECT_THAT(Prints(),
+              ElementsAre("VRF record found with afi = IPv4 ", "VRF record found with afi = IPv4 "));
+}
+
+TEST_F(RequestFilter, SafiAloneMatchesByCommonBits) {
+  AddVrfWithTables("red", 1, 2);
+  EXPECT_TRUE(Matches("red", kFilterSafi, 9, 3));
+  EXPECT_THAT(Prints(), ElementsAre("VRF record found with safi = Unicast ",
+                                    "VRF record found with safi = Multicast "));
+  EXPECT_FALSE(Matches("red", kFilterSafi, 9, 4));
+}
+
+TEST_F(RequestFilter, SafiOf3MatchesAVrfWithOnlyOneOfThem) {
+  AddVrfWithTables("red", 2, 0);
+  EXPECT_TRUE(Matches("red", kFilterSafi, 0, 3));
+  EXPECT_FALSE(Matches("red", kFilterSafi, 0, 1));
+}
+
+TEST_F(RequestFilter, CombinedSafiOf3IsNoTablesSafi) {
+  AddVrfWithTables("red", 3, 0);
+  EXPECT_FALSE(Matches("red", kFilterAfi | kFilterSafi, 1, 3));
+}
+
+TEST_F(RequestFilter, VrfOfTheMembershipServiceIsInTheDatabase) {
+  AddVrf("red");
+  Connect();
+  OnlyArea(PROV);
+  ClearPrints();
+  const VrfNode* node = vrf_in_database("red");
+  ASSERT_NE(node, nullptr);
+  EXPECT_STREQ(node->vrf_rec->vrf_name, "red");
+  EXPECT_THAT(Prints(), ElementsAre("Found VRF red"));
+}
+
+TEST_F(RequestFilter, VrfThatOnlyTheRecordServiceKnowsIsNotInTheDatabase) {
+  AddVrf("red");
+  Run();
+  ASSERT_NE(vtab_get_vrf_record_by_vrf_name("red"), nullptr);
+  OnlyArea(PROV);
+  ClearPrints();
+  EXPECT_EQ(vrf_in_database("red"), nullptr);
+  EXPECT_THAT(Prints(), ElementsAre());
+}
+
+TEST_F(RequestFilter, VrfWhoseNodeHasNoRecordIsNotInTheDatabase) {
+  if (!mpls_vpn_mutex_lock("test", ERR)) FAIL();
+  const VrfNode* node = mpls_vpn_mib_create_vrf_wavl_node("red", nullptr);
+  mpls_vpn_mutex_unlock("test", ERR);
+  ASSERT_NE(node, nullptr);
+  EXPECT_EQ(vrf_in_database("red"), nullptr);
+  EXPECT_FALSE(Printed("Found VRF red"));
+}
+
+TEST_F(RequestFilter, SearchForAVrfIsExact) {
+  AddVrf("red");
+  Connect();
+  EXPECT_EQ(vrf_in_database("rec"), nullptr);
+  EXPECT_EQ(vrf_in_database("re"), nullptr);
+}
+
+}  // namespace

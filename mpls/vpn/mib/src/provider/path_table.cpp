@@ -1,0 +1,103 @@
+// The routing tables.
+//
+// A row is a path pattern below the bind point, the mode word of its entry, and the handlers of the
+// operations that the path serves. Key components: <s> text, <n> number, <i> interface, <ip4> IPv4 form, <ad>
+// address, <x> any, <*> one that is no argument: the handlers of EIGRP and static routes know the interface
+// as argument 3 and 7. A path without a handler for an operation does not serve it; a notification without a
+// handler is dropped. Keys at the end of a pattern may be missing from a path, which is how the filter of
+// "vrf-detail-filter" is optional.
+//
+// In the VRF table the rows that require the table name "default" stand beside one that takes any table name;
+// the literal is tried first. Constant data.
+#include "mpls/vpn/mib/src/provider/path_table.h"
+
+#include <iterator>
+
+#include "mpls/vpn/mib/src/configuration/protocols.h"
+#include "mpls/vpn/mib/src/configuration/threshold_events.h"
+#include "mpls/vpn/mib/src/configuration/vrf_config.h"
+#include "mpls/vpn/mib/src/interface/entry.h"
+#include "mpls/vpn/mib/src/provider/scalars.h"
+#include "mpls/vpn/mib/src/route/entry.h"
+#include "mpls/vpn/mib/src/route_target/entry.h"
+#include "mpls/vpn/mib/src/vrf/entry.h"
+#include "mpls/vpn/mib/src/vrf/lists.h"
+#include "mpls/vpn/mib/src/vrf/show.h"
+
+namespace {
+
+// clang-format off
+constexpr KvRoute kProvRoutes[] = {
+    //  path                                mode         notify   get, list, datalist
+    {"scalars",                            {0,           nullptr, mpls_vpn_mib_prov_get_scalars,   nullptr, nullptr}},
+    {"interface/<s>/<n>",                  {0,           nullptr, mpls_vpn_mib_prov_get_interface, nullptr, nullptr}},
+    {"interface-next/<s>/<n>",             {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_interface, nullptr, nullptr}},
+    {"vrf/<s>",                            {0,           nullptr, mpls_vpn_mib_prov_get_vrf,       nullptr, nullptr}},
+    {"vrf-next/<s>",                       {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_vrf,       nullptr, nullptr}},
+    {"vrf-detail/<s>",                     {0,           nullptr, mpls_vpn_mib_prov_get_vrf_show,
+                                             mpls_vpn_prov_list_vrf, mpls_vpn_prov_datalist_vrf}},
+    {"vrf-detail-filter/<s>/<n>/<n>/<s>",  {kKvModeNext, nullptr, nullptr,
+                                             mpls_vpn_prov_list_vrf, mpls_vpn_prov_datalist_vrf}},
+    {"vrf-invalid-detail/<s>",             {0,           nullptr, mpls_vpn_mib_prov_get_vrf_invalid,
+                                             mpls_vpn_prov_list_vrf_invalid, mpls_vpn_prov_datalist_vrf_invalid}},
+    {"rt/<s>/<n>/<n>",                     {0,           nullptr, mpls_vpn_mib_prov_get_rt,        nullptr, nullptr}},
+    {"rt-next/<s>/<n>/<n>",                {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_rt,        nullptr, nullptr}},
+    {"route/<s>/<n>/<n>/<n>/<s>/<s>",      {0,           nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},
+    {"route-next/<s>/<n>/<n>/<n>/<s>/<s>", {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},
+    {"<s>/mid-thresh-exc",                 {0, mpls_vpn_mib_mid_thresh_exceeded_notify,  nullptr, nullptr, nullptr}},
+    {"<s>/max-thresh-exc",                 {0, mpls_vpn_mib_high_thresh_exceeded_notify, nullptr, nullptr, nullptr}},
+};
+
+#define VRF_TABLE "vrf/<s>/ord_z/afi_safi/<n>/<n>/"
+#define ROUTE_TARGET "<n>/<n>/<n>/<n>/<ip4>/<n>/<n>"
+constexpr KvRoute kVrfRoutes[] = {
+    {"vrf/<s>/ord_a/vmap/ord_k/vmap/descr",                        {3, mpls_vpn_mib_vrf_descr_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_c/import-rt/" ROUTE_TARGET,  {1, mpls_vpn_mib_import_rt_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_e/export-rt/" ROUTE_TARGET,  {1, mpls_vpn_mib_export_rt_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "<s>/ord_e/rib/table-prefix-limit",                 {5, mpls_vpn_mib_thresh_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_b/import-policy",            {3, mpls_vpn_mib_import_policy_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_d/export-policy",            {3, mpls_vpn_mib_export_policy_notify, nullptr, nullptr, nullptr}},
+};
+#undef VRF_TABLE
+#undef ROUTE_TARGET
+
+constexpr KvRoute kBgpRoutes[] = {
+    {"<s>/<x>/<x>/<s>/<s>/nbr/<n>/prov/<s>/<n>/<ad>/<s>",
+     {1, mpls_vpn_mib_bgp_nbr_af_notify, nullptr, nullptr, nullptr}},
+};
+
+constexpr KvRoute kRipRoutes[] = {
+    {"<s>/ord_t/if/<i>/ord_d/enabled", {1, mpls_vpn_mib_rip_notify, nullptr, nullptr, nullptr}},
+};
+
+constexpr KvRoute kOspfRoutes[] = {
+    {"<s>/<s>/<s>/ord_v/area/<ip4>/<x>/ord_i/name_scope/<i>/ord_A/running",
+     {1, mpls_vpn_mib_ospf_notify, nullptr, nullptr, nullptr}},
+};
+
+constexpr KvRoute kEigrpRoutes[] = {
+    {"<s>/<s>/<s>/ord_m/af/<*>/ord_t/if/<i>/ord_a/enabled",
+     {1, mpls_vpn_mib_eigrp_notify, nullptr, nullptr, nullptr}},
+};
+
+constexpr KvRoute kStaticRoutes[] = {
+    {"<s>/address/<s>/<s>/ord_c/<*>/route/<ad>/<x>/<s>/<s>/nexthop/<i>/<ad>",
+     {5, mpls_vpn_mib_static_notify, nullptr, nullptr, nullptr}},
+};
+
+constexpr KvRoute kThresholdRoutes[] = {
+    {"<s>/mid-thresh-exc", {0, mpls_vpn_mib_mid_thresh_exceeded_notify,  nullptr, nullptr, nullptr}},
+    {"<s>/max-thresh-exc", {0, mpls_vpn_mib_high_thresh_exceeded_notify, nullptr, nullptr, nullptr}},
+};
+// clang-format on
+
+}  // namespace
+
+const KvRoutingTable mpls_vpn_mib_prov_routes = {kProvRoutes, std::size(kProvRoutes)};
+const KvRoutingTable mpls_vpn_mib_vrf_routes = {kVrfRoutes, std::size(kVrfRoutes)};
+const KvRoutingTable mpls_vpn_mib_bgp_routes = {kBgpRoutes, std::size(kBgpRoutes)};
+const KvRoutingTable mpls_vpn_mib_rip_routes = {kRipRoutes, std::size(kRipRoutes)};
+const KvRoutingTable mpls_vpn_mib_ospf_routes = {kOspfRoutes, std::size(kOspfRoutes)};
+const KvRoutingTable mpls_vpn_mib_eigrp_routes = {kEigrpRoutes, std::size(kEigrpRoutes)};
+const KvRoutingTable mpls_vpn_mib_static_routes = {kStaticRoutes, std::size(kStaticRoutes)};
+const KvRoutingTable mpls_vpn_mib_threshold_routes = {kThresholdRoutes, std::size(kThresholdRoutes)};

@@ -1,0 +1,130 @@
+// The routing tables, row by row.
+#include "mpls/vpn/mib/src/provider/path_table.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "mpls/vpn/mib/src/configuration/threshold_events.h"
+#include "mpls/vpn/mib/src/interface/entry.h"
+#include "mpls/vpn/mib/src/provider/scalars.h"
+#include "mpls/vpn/mib/src/route/entry.h"
+#include "mpls/vpn/mib/src/route_target/entry.h"
+#include "mpls/vpn/mib/src/vrf/entry.h"
+#include "mpls/vpn/mib/src/vrf/lists.h"
+#include "mpls/vpn/mib/src/vrf/show.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+// "pattern mode", a row each; mode in hexadecimal.
+std::vector<std::string> rows_of(const KvRoutingTable& table) {
+  std::vector<std::string> rows;
+  for (std::size_t i = 0; i < table.count; ++i) {
+    char mode[16];
+    std::snprintf(mode, sizeof mode, " %x", table.routes[i].handlers.mode);
+    rows.push_back(table.routes[i].pattern + std::string(mode));
+  }
+  return rows;
+}
+
+TEST(Routes, ProviderPathsInMatchOrder) {
+  EXPECT_THAT(rows_of(mpls_vpn_mib_prov_routes),
+              ElementsAre("scalars 0", "interface/<s>/<n> 0", "interface-next/<s>/<n> 100", "vrf/<s> 0",
+                          "vrf-next/<s> 100", "vrf-detail/<s> 0", "vrf-detail-filter/<s>/<n>/<n>/<s> 100",
+                          "vrf-invalid-detail/<s> 0", "rt/<s>/<n>/<n> 0", "rt-next/<s>/<n>/<n> 100",
+                          "route/<s>/<n>/<n>/<n>/<s>/<s> 0", "route-next/<s>/<n>/<n>/<n>/<s>/<s> 100",
+                          "<s>/mid-thresh-exc 0", "<s>/max-thresh-exc 0"));
+}
+
+TEST(Routes, ScalarsAndInterfacesHaveTheirGetHandlers) {
+  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
+  EXPECT_EQ(routes[0].handlers.get, mpls_vpn_mib_prov_get_scalars);
+  EXPECT_EQ(routes[1].handlers.get, mpls_vpn_mib_prov_get_interface);
+  EXPECT_EQ(routes[2].handlers.get, mpls_vpn_mib_prov_get_interface);
+}
+
+TEST(Routes, RouteTargetsHaveTheirGetHandler) {
+  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
+  EXPECT_EQ(routes[8].handlers.get, mpls_vpn_mib_prov_get_rt);
+  EXPECT_EQ(routes[9].handlers.get, mpls_vpn_mib_prov_get_rt);
+}
+
+TEST(Routes, RoutesHaveTheirGetHandler) {
+  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
+  EXPECT_EQ(routes[10].handlers.get, mpls_vpn_mib_prov_get_route);
+  EXPECT_EQ(routes[11].handlers.get, mpls_vpn_mib_prov_get_route);
+}
+
+TEST(Routes, VrfsHaveTheirGetHandlers) {
+  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
+  EXPECT_EQ(routes[3].handlers.get, mpls_vpn_mib_prov_get_vrf);
+  EXPECT_EQ(routes[4].handlers.get, mpls_vpn_mib_prov_get_vrf);
+  EXPECT_EQ(routes[5].handlers.get, mpls_vpn_mib_prov_get_vrf_show);
+  EXPECT_EQ(routes[6].handlers.get, nullptr);
+  EXPECT_EQ(routes[7].handlers.get, mpls_vpn_mib_prov_get_vrf_invalid);
+}
+
+TEST(Routes, VrfsHaveTheirListHandlers) {
+  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
+  for (const std::size_t entry : {5U, 6U}) {
+    EXPECT_EQ(routes[entry].handlers.list, mpls_vpn_prov_list_vrf);
+    EXPECT_EQ(routes[entry].handlers.datalist, mpls_vpn_prov_datalist_vrf);
+  }
+  EXPECT_EQ(routes[7].handlers.list, mpls_vpn_prov_list_vrf_invalid);
+  EXPECT_EQ(routes[7].handlers.datalist, mpls_vpn_prov_datalist_vrf_invalid);
+}
+
+TEST(Routes, VrfConfiguration) {
+  EXPECT_THAT(rows_of(mpls_vpn_mib_vrf_routes),
+              ElementsAre("vrf/<s>/ord_a/vmap/ord_k/vmap/descr 3",
+                          "vrf/<s>/ord_z/afi_safi/<n>/<n>/default/ord_b/bgp/ord_c/import-rt/"
+                          "<n>/<n>/<n>/<n>/<ip4>/<n>/<n> 1",
+                          "vrf/<s>/ord_z/afi_safi/<n>/<n>/default/ord_b/bgp/ord_e/export-rt/"
+                          "<n>/<n>/<n>/<n>/<ip4>/<n>/<n> 1",
+                          "vrf/<s>/ord_z/afi_safi/<n>/<n>/<s>/ord_e/rib/table-prefix-limit 5",
+                          "vrf/<s>/ord_z/afi_safi/<n>/<n>/default/ord_b/bgp/ord_b/import-policy 3",
+                          "vrf/<s>/ord_z/afi_safi/<n>/<n>/default/ord_b/bgp/ord_d/export-policy 3"));
+}
+
+TEST(Routes, RoutingProtocols) {
+  EXPECT_THAT(rows_of(mpls_vpn_mib_bgp_routes),
+              ElementsAre("<s>/<x>/<x>/<s>/<s>/nbr/<n>/prov/<s>/<n>/<ad>/<s> 1"));
+  EXPECT_THAT(rows_of(mpls_vpn_mib_rip_routes), ElementsAre("<s>/ord_t/if/<i>/ord_d/enabled 1"));
+  EXPECT_THAT(rows_of(mpls_vpn_mib_ospf_routes),
+              ElementsAre("<s>/<s>/<s>/ord_v/area/<ip4>/<x>/ord_i/name_scope/<i>/ord_A/running 1"));
+  EXPECT_THAT(rows_of(mpls_vpn_mib_eigrp_routes),
+              ElementsAre("<s>/<s>/<s>/ord_m/af/<*>/ord_t/if/<i>/ord_a/enabled 1"));
+  EXPECT_THAT(rows_of(mpls_vpn_mib_static_routes),
+              ElementsAre("<s>/address/<s>/<s>/ord_c/<*>/route/<ad>/<x>/<s>/<s>/nexthop/<i>/<ad> 5"));
+}
+
+TEST(Routes, NotificationsHaveTheirHandlers) {
+  for (const KvRoutingTable* table :
+       {&mpls_vpn_mib_vrf_routes, &mpls_vpn_mib_bgp_routes, &mpls_vpn_mib_rip_routes,
+        &mpls_vpn_mib_ospf_routes, &mpls_vpn_mib_eigrp_routes, &mpls_vpn_mib_static_routes,
+        &mpls_vpn_mib_threshold_routes}) {
+    for (std::size_t i = 0; i < table->count; ++i) {
+      const KvHandlerEntry& entry = table->routes[i].handlers;
+      EXPECT_NE(entry.notify, nullptr) << table->routes[i].pattern;
+      EXPECT_TRUE(entry.get == nullptr && entry.list == nullptr && entry.datalist == nullptr);
+    }
+  }
+}
+
+TEST(Routes, ThresholdEventsHaveTheirHandlersBelowTheProviderToo) {
+  for (const KvRoute* routes : {mpls_vpn_mib_prov_routes.routes + 12, mpls_vpn_mib_threshold_routes.routes}) {
+    EXPECT_EQ(routes[0].handlers.notify, mpls_vpn_mib_mid_thresh_exceeded_notify);
+    EXPECT_EQ(routes[1].handlers.notify, mpls_vpn_mib_high_thresh_exceeded_notify);
+  }
+}
+
+TEST(Routes, Thresholds) {
+  EXPECT_THAT(rows_of(mpls_vpn_mib_threshold_routes),
+              ElementsAre("<s>/mid-thresh-exc 0", "<s>/max-thresh-exc 0"));
+}
+
+}  // namespace

@@ -1,0 +1,238 @@
+// Registration with the data store.
+//
+// Requests come in by three entry points (get, list, datalist) and notifications by one a subscription; each
+// hands what it receives to the path matcher with its routing table (path_table.cpp). The
+// subscriptions are a table: path, wanted events, entry point, and the texts by which operators know its
+// failures.
+//
+// Ownership: connections are kept for the life of the process; a connection whose registration failed is
+// unbound. Main thread, before the event loop runs, so that no handler can run but those of the replay.
+#include "mpls/vpn/mib/src/provider/provider.h"
+
+#include <array>
+#include <iterator>
+
+#include "mpls/vpn/mib/src/configuration/vrf_config.h"
+#include "mpls/vpn/mib/src/membership/connection.h"
+#include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/provider/connection.h"
+#include "mpls/vpn/mib/src/provider/path_table.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/support/trace.h"
+#include "mpls/vpn/mib/src/traps/switches.h"
+#include "mpls/vpn/mib/src/walk/walk.h"
+#include "platform/bgp_vpn/bgp_vpn.h"
+#include "platform/ifindex/ifindex.h"
+
+namespace {
+
+// --- Provider
+
+Status provide_get(const KvRequest* request, KvReply* reply) {
+  return kvtree_match_get(request, &mpls_vpn_mib_prov_routes, reply);
+}
+
+Status provide_list(const KvRequest* request, KvListReply* reply) {
+  return kvtree_match_list(request, &mpls_vpn_mib_prov_routes, reply);
+}
+
+Status provide_datalist(const KvRequest* request, KvListReply* reply) {
+  return kvtree_match_datalist(request, &mpls_vpn_mib_prov_routes, reply);
+}
+
+Status register_functions(EventManager* evm) {
+  KvProviderFunctions functions;
+  Status rc = kvtree_init_prov_functions(&functions);
+  if (rc != kStatusOk) {
+    mpls_vpn_error("register_prov_server", "Failed to init prov functions", rc);
+    return rc;
+  }
+  functions.get = provide_get;
+  functions.list = provide_list;
+  functions.datalist = provide_datalist;
+  functions.walk_rules = mpls_vpn_mib_walk_rules;
+  functions.walk_rule_count = mpls_vpn_mib_walk_rule_count;
+  rc = kvtree_register_prov2(prov_kvtree_conn_h, "", evm, &functions, 0, 1);
+  if (rc != kStatusOk) mpls_vpn_error("register_prov_server", "Failed in kvtree_register_prov2", rc);
+  return rc;
+}
+
+Status register_prov_server(EventManager* evm) {
+  Status rc = mpls_vpn_mib_bind(&prov_kvtree_conn_h, "/oper/mpls_vpn/gl/", kKvBindProvider);
+  if (rc == kStatusOk) {
+    rc = register_functions(evm);
+    if (rc != kStatusOk) mpls_vpn_mib_unbind(&prov_kvtree_conn_h, "register_prov_server");
+  } else {
+    mpls_vpn_trace(kTraceError, rc, "register_prov_server: kvtree_bind");
+  }
+  mpls_vpn_trace(kTraceProv, rc, "register_prov_server: %s", err_text(rc));
+  return rc;
+}
+
+// --- Subscriptions
+
+template <const KvRoutingTable& routes>
+void notify_by(const KvNotification* notification) {
+  kvtree_match_notify(notification, &routes);
+}
+
+// The items below this subscription are told apart by their names alone.
+void notify_traps(const KvNotification* notification) {
+  traps_notify(kvtree_notify_info(notification));
+}
+
+struct Subscription {
+  const char* path;
+  std::uint32_t events;
+  KvNotificationEntry entry;  // null: notifications are dropped
+  const char* function;       // the name under which its failures are printed
+  const char* bind_failure;
+  const char* summary;  // printed after either failure; may be null
+};
+
+constexpr std::uint32_t kAllEvents = kKvEventCreated | kKvEventSet | kKvEventDeleted;
+constexpr std::uint32_t kSetEvents = kKvEventCreated | kKvEventSet;
+
+constexpr Subscription kSubscriptions[] = {
+    {"/cfg/gl/vmap/", kAllEvents, notify_by<mpls_vpn_mib_vrf_routes>,
+     "register_for_notification_on_vrf_changes", "kvtree_bind to the VRF path", nullptr},
+    {"/cfg/gl/snmp/enable/traps/l3vpnmib/", kAllEvents, notify_traps,
+     "register_for_notification_on_traps_enable", "kvtree_bind to traps path error", nullptr},
+    {"/cfg/gl/ip-bgp/", kAllEvents, notify_by<mpls_vpn_mib_bgp_routes>, "register_for_notification_on_bgp",
+     "kvtree_bind to BGP path error", "Failed to register notifier on BGP"},
+    {"/cfg/gl/rip/ord_B/", kAllEvents, notify_by<mpls_vpn_mib_rip_routes>, "register_for_notification_on_rip",
+     "kvtree_bind to RIP path error", "Failed to register notifier on RIP"},
+    {"/cfg/gl/ipv4-ospf/proc/", kAllEvents, notify_by<mpls_vpn_mib_ospf_routes>,
+     "register_for_notification_on_ospf", "kvtree_bind to ospf path error",
+     "Failed to register notifier on ospf"},
+    {"/cfg/gl/eigrp/proc/", kAllEvents, notify_by<mpls_vpn_mib_eigrp_routes>,
+     "register_for_notification_on_eigrp", "kvtree_bind to EIGRP path error",
+     "Failed to register notifier on EIGRP"},
+    {"/cfg/gl/static/router/ord_v/", kAllEvents, notify_by<mpls_vpn_mib_static_routes>,
+     "register_for_notification_on_static", "kvtree_bind to static path error",
+     "Failed to register notifier on Static"},
+    {"/oper/rib_threshold/", kSetEvents, notify_by<mpls_vpn_mib_threshold_routes>,
+     "register_for_notification_on_rib", "kvtree_bind to the RIB path", "Failed to register notifier on RIB"},
+};
+
+struct Subscribed {
+  KvConnection* connection;
+  KvRegistration* registration;
+};
+std::array<Subscribed, std::size(kSubscriptions)> subscribed{};
+
+Status register_notification(const Subscription& what, Subscribed* place, EventManager* evm) {
+  Status rc = mpls_vpn_mib_check_data_store();
+  if (rc == kStatusOk) {
+    rc = kvtree_register_notification(place->connection, "", what.events, what.entry, evm, 0, 0, 4,
+                                      &place->registration);
+  }
+  if (rc != kStatusOk) {
+    mpls_vpn_error(what.function, "kvtree_register_notification failed", rc);
+    mpls_vpn_mib_unbind(&place->connection, what.function);
+  }
+  return rc;
+}
+
+Status subscribe(const Subscription& what, Subscribed* place, EventManager* evm) {
+  Status rc = mpls_vpn_mib_bind(&place->connection, what.path, kKvBindConfiguration);
+  if (rc != kStatusOk) {
+    mpls_vpn_error(what.function, what.bind_failure, rc);
+  } else {
+    rc = register_notification(what, place, evm);
+  }
+  if (rc != kStatusOk && what.summary != nullptr) mpls_vpn_error("mpls_vpn_mib_prov_init", what.summary, rc);
+  return rc;
+}
+
+Status subscribe_all(EventManager* evm) {
+  for (std::size_t i = 0; i < std::size(kSubscriptions); ++i) {
+    const Status rc = subscribe(kSubscriptions[i], &subscribed[i], evm);
+    if (rc != kStatusOk) return rc;
+  }
+  return kStatusOk;
+}
+
+// --- The whole
+
+Status initialize_ifindex(EventManager* evm) {
+  const Status rc = ifindex_initialize_evm(evm);
+  if (rc != kStatusOk) mpls_vpn_error("mpls_vpn_mib_prov_init", "ifindex_initialize_evm failed", rc);
+  return rc;
+}
+
+Status connect_membership(EventManager* evm) {
+  const Status rc = mpls_vpn_mib_vmap_register_for_notification(evm);
+  if (rc != kStatusOk) mpls_vpn_trace(kTraceError, rc, "mpls_vpn_mib_prov_init: membership service");
+  return rc;
+}
+
+// The one registration that start-up can do without: changed route distinguishers are not seen then.
+void register_rd_callback(EventManager* evm) {
+  const Status rc = bgp_vpn_rd_register_cb(evm, mpls_vpn_mib_rd_notify);
+  if (rc != kStatusOk) mpls_vpn_error("mpls_vpn_mib_prov_init", "Failed to register RD callback fn", rc);
+}
+
+using Registration = Status (*)(EventManager*);
+
+Status register_all(EventManager* evm) {
+  for (const Registration step : {register_prov_server, connect_membership, subscribe_all}) {
+    const Status rc = step(evm);
+    if (rc != kStatusOk) return rc;
+  }
+  return kStatusOk;
+}
+
+struct DescriptionSet {
+  Status (*register_set)();
+  const char* failure;
+};
+
+constexpr DescriptionSet kDescriptionSets[] = {
+    {mpls_vpn_mib_parcel_register, "Failed to register mpls_vpn_mib.parcel Parcels"},
+    {mpls_vpn_parcel_register, "Failed to register mpls_vpn.parcel Parcels"},
+};
+
+// A registry that knows other versions is told about, not feared: our own descriptions are what is encoded.
+Status register_descriptions() {
+  for (const DescriptionSet& set : kDescriptionSets) {
+    const Status rc = set.register_set();
+    if (rc == kStatusDefinitionChanged) {
+      mpls_vpn_error("mpls_vpn_mib_prov_init", "Parcel definition(s) changed from what is found in registry!",
+                     rc);
+    } else if (rc != kStatusOk) {
+      mpls_vpn_error("mpls_vpn_mib_prov_init", set.failure, rc);
+      return rc;
+    }
+  }
+  return kStatusOk;
+}
+
+}  // namespace
+
+Status mpls_vpn_mib_prov_init(EventManager* evm) {
+  mpls_vpn_debug(PROV, "prov init");
+  Status rc = initialize_ifindex(evm);
+  if (rc != kStatusOk) return rc;
+  backend_scan_in_progress = 1;
+  rc = register_all(evm);
+  if (rc != kStatusOk) return rc;
+  register_rd_callback(evm);
+  backend_scan_in_progress = 0;
+  rc = register_descriptions();
+  if (rc != kStatusOk) return rc;
+  mpls_vpn_debug(PROV, "end prov init");
+  mpls_vpn_trace(kTraceProv, kStatusOk, "end prov init");
+  return kStatusOk;
+}
+
+void mpls_vpn_mib_prov_end() {
+  bgp_vpn_rd_unregister_cb();
+  for (Subscribed& one : subscribed) {
+    if (one.connection != nullptr) mpls_vpn_mib_unbind(&one.connection, "mpls_vpn_mib_prov_end");
+    one.registration = nullptr;
+  }
+  if (prov_kvtree_conn_h != nullptr) mpls_vpn_mib_unbind(&prov_kvtree_conn_h, "mpls_vpn_mib_prov_end");
+  backend_scan_in_progress = 0;
+  mpls_vpn_mib_forget_data_store();
+}

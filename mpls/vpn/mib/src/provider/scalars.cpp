@@ -1,0 +1,92 @@
+// The scalars: counted afresh for every request from the record service's VRF records and the interface
+// database.
+//
+// configuredVrfs counts complete VRF records (no forward references, not "default") that the VRF database
+// holds. connectedInterfaces and activeVrfs come from one walk over the interface database, whose primary
+// order keeps the interfaces of a VRF together, so that a VRF is counted once for its first active interface.
+// The walk sees nodes without an interface name too: they are connected, but have no record to be active by.
+//
+// Main thread; O(VRFs + interfaces) a request. The interface database is repaired first.
+#include "mpls/vpn/mib/src/provider/scalars.h"
+
+#include <cstring>
+
+#include "mpls/vpn/mib/src/interface/active.h"
+#include "mpls/vpn/mib/src/interface/database.h"
+#include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/provider/answer.h"
+#include "mpls/vpn/mib/src/provider/filter.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/support/name.h"
+#include "mpls/vpn/mib/src/traps/info.h"
+#include "platform/vtab/vtab.h"
+
+namespace {
+
+bool is_configured(const VtabVrfRecord* record) {
+  if (std::strcmp(record->vrf_name, kDefaultVrfName) == 0 || record->vrf_id == 0) return false;
+  return vrf_in_database(record->vrf_name) != nullptr;
+}
+
+std::uint32_t count_configured_vrfs() {
+  std::uint32_t count = 0;
+  for (const VtabVrfRecord* record = vtab_get_first_vrf_record(); record != nullptr;
+       record = vtab_get_next_vrf_record(record)) {
+    if (is_configured(record)) ++count;
+  }
+  return count;
+}
+
+bool is_in_complete_vrf(const IfNode* node) {
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(node->vrf_name);
+  return record != nullptr && record->vrf_id != 0;
+}
+
+// The interface's record, or null; says which.
+const VtabIfRecord* find_if_record(const IfNode* node) {
+  const VtabIfRecord* record = node->if_name == nullptr ? nullptr : vtab_get_if_record(node->if_name);
+  const char* name = node->if_name == nullptr ? "(null)" : node->if_name;
+  if (record == nullptr) {
+    mpls_vpn_debug(DBASE, "VTAB does not have record for interface %s in VRF %s", name, node->vrf_name);
+  } else {
+    mpls_vpn_debug(DBASE, "VTAB have record for interface %s in VRF %s", name, node->vrf_name);
+  }
+  return record;
+}
+
+void count_interfaces(mpls_vpn_mib_scalars* scalars) {
+  const char* current_vrf = "";
+  bool counted = false;
+  for (const IfNode* node = mpls_vpn_mib_if_dbase_first(); node != nullptr;
+       node = mpls_vpn_mib_if_dbase_next(node)) {
+    if (!is_in_complete_vrf(node)) continue;
+    ++scalars->connectedInterfaces;
+    if (std::strcmp(node->vrf_name, current_vrf) != 0) {
+      current_vrf = node->vrf_name;
+      counted = false;
+    }
+    const VtabIfRecord* record = find_if_record(node);
+    if (record == nullptr || !interface_is_active(record) || counted) continue;
+    ++scalars->activeVrfs;
+    counted = true;
+  }
+}
+
+void fill_scalars_parcel(mpls_vpn_mib_scalars* scalars) {
+  mpls_vpn_debug(PROV, "Entering function %s", "fill_scalars_parcel");
+  *scalars = {};
+  scalars->configuredVrfs = count_configured_vrfs();
+  (void)mpls_vpn_mib_clean_if_dbase();  // what could not be repaired is counted as it stands
+  count_interfaces(scalars);
+  scalars->notificationEnable = static_cast<std::int32_t>(mpls_vpn_mib_trap_info[kTrapAll].enabled);
+  scalars->maxThresholdNotifTime = notif_reissue_time;
+}
+
+}  // namespace
+
+Status mpls_vpn_mib_prov_get_scalars(KvReply* reply, const RequestArgs* /*args*/) {
+  mpls_vpn_debug(PROV, "Entering function %s", "mpls_vpn_mib_prov_get_scalars");
+  mpls_vpn_mib_scalars scalars;
+  fill_scalars_parcel(&scalars);
+  return prov_encode_parcel(reply, &scalars, &kMibScalarsParcel);
+}

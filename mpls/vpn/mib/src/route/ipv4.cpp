@@ -1,0 +1,199 @@
+// IPv4 routes of one table, and the label cross-connect that forwards each (mplsL3VpnVrfRteXCPointer).
+//
+// Addresses go to the module and come from it in network order, so their octets in memory are the text's
+// order. The module's route is released here; its texts and octets are copied into the row. The cross-connect
+// is optional: a label database that fails costs the row its pointer and nothing else.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "mib/forwardmib.h"
+#include "mpls/vpn/mib/src/route/entry.h"
+#include "mpls/vpn/mib/src/route/modules.h"
+#include "mpls/vpn/mib/src/route/row.h"
+#include "mpls/vpn/mib/src/support/report.h"
+#include "platform/lfx/lfx.h"
+
+namespace {
+
+constexpr char kIpv4Route[] = "mpls_vpn_mib_rib_ipv4_route";
+constexpr std::size_t kSize = 4;  // octets of an address
+constexpr std::int32_t kAddressType = 1;
+
+struct ReleaseRoute {
+  void operator()(ForwardmibIpv4Route* route) const {
+    forwardmib_release_oid(route->route_info);
+    forwardmib_release_route(route);
+  }
+};
+using OwnedRoute = std::unique_ptr<ForwardmibIpv4Route, ReleaseRoute>;
+
+struct Search {
+  std::uint8_t destination[kSize];
+  std::uint8_t next_hop[kSize];
+  std::uint32_t prefix_length;
+};
+
+struct AddressText {
+  explicit AddressText(std::uint32_t network_order) {
+    std::uint8_t octets[kSize];
+    std::memcpy(octets, &network_order, kSize);
+    std::snprintf(text, sizeof text, "%u.%u.%u.%u", octets[0], octets[1], octets[2], octets[3]);
+  }
+  char text[sizeof "255.255.255.255"];
+};
+
+std::uint32_t number_of(const std::uint8_t (&octets)[kSize]) {
+  std::uint32_t network_order = 0;
+  std::memcpy(&network_order, octets, kSize);
+  return network_order;
+}
+
+// A mask in host order, for prints.
+std::uint32_t host_order(std::uint32_t network_order) {
+  std::uint8_t octets[kSize];
+  std::memcpy(octets, &network_order, kSize);
+  return static_cast<std::uint32_t>(octets[0]) << 24 | static_cast<std::uint32_t>(octets[1]) << 16 |
+         static_cast<std::uint32_t>(octets[2]) << 8 | octets[3];
+}
+
+bool fits(const RouteKeyText& key) {
+  if (std::strlen(route_text(key.dest)) <= 2 * kSize && std::strlen(route_text(key.next_hop)) <= 2 * kSize) {
+    return true;
+  }
+  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "%s: an address text is too long", kIpv4Route);
+  return false;
+}
+
+bool is_given(const char* text) {
+  return *text != '\0' && std::strcmp(text, kNoAddressText) != 0;
+}
+
+// What follows the other paths of the prefix is asked for with the greatest next hop.
+void pass_over_next_hops(const RouteKeyText& key, bool exact, Search* search) {
+  if (key.next_hop_type != 0 || exact || key.prefix_length == 0 || !is_given(route_text(key.dest))) return;
+  std::memset(search->next_hop, 0xff, kSize);
+  mpls_vpn_debug(
+      RIB, "Looking for ipv4 non-remote route with dest = %s, mask = %d, next hop = %s, next hop type: %u",
+      route_text(key.dest), static_cast<std::int32_t>(key.prefix_length), "255.255.255.255",
+      static_cast<std::uint32_t>(key.next_hop_type));
+}
+
+bool make_search(const RouteKeyText& key, bool exact, Search* search) {
+  *search = {};
+  search->prefix_length = key.prefix_length;
+  if (!route_read_address(route_text(key.dest), search->destination, kIpv4Route) ||
+      !route_read_address(route_text(key.next_hop), search->next_hop, kIpv4Route)) {
+    return false;
+  }
+  if (!route_fit_length(exact, kSize, &search->prefix_length, search->next_hop)) return false;
+  pass_over_next_hops(key, exact, search);
+  return true;
+}
+
+OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) {
+  std::uint8_t mask[kSize] = {};
+  route_set_mask(mask, kSize, search.prefix_length);
+  errno = 0;
+  return OwnedRoute(mpls_vpn_mib_rib_ipv4_find_route()(0, exact ? kForwardmibExact : kForwardmibNext,
+                                                       table_id, 0, number_of(search.destination),
+                                                       number_of(mask), 0, number_of(search.next_hop)));
+}
+
+// Null with *rc when there is none.
+OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
+  OwnedRoute route = ask_module(table_id, exact, search);
+  if (route == nullptr) {
+    *rc = route_refuse_unanswered(errno, kIpv4Route);
+    if (*rc != kStatusNoSuchRow) return route;
+    mpls_vpn_debug(RIB, "No ipv4 route found");
+    mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "No ipv4 route found");
+    return route;
+  }
+  mpls_vpn_report(
+      RIB, kTraceRib,
+      "Found route with dest = %s, ifindex = %d, mask = 0x%x, nexthop = %s, type = %d, proto = %d",
+      AddressText(route->destination).text, route->if_index, host_order(route->mask),
+      AddressText(route->next_hop).text, static_cast<std::int32_t>(route->type),
+      static_cast<std::int32_t>(route->protocol));
+  return route;
+}
+
+void fill_numbers(mpls_vpn_mib_route* row, const ForwardmibIpv4Route& route) {
+  row->destType = kAddressType;
+  row->mask = static_cast<std::uint32_t>(__builtin_popcount(route.mask));
+  row->nextHopType = route.type == kRouteTypeLocal ? 0 : kAddressType;
+  row->ifIndex = route.if_index < 0 ? 0 : route.if_index;
+  row->type = static_cast<std::int32_t>(route.type);
+  row->proto = static_cast<std::int32_t>(route.protocol);
+  row->age = route.age;
+  row->nextHopAS = 0;
+  row->metric1 = route.metric1;
+  row->metric2 = route.metric2;
+  row->metric3 = route.metric3;
+  row->metric4 = route.metric4;
+  row->metric5 = route.metric4;  // deliberate: readers have always been shown metric 4 twice
+  row->rowStatus = static_cast<std::int32_t>(route.row_status);
+}
+
+Status fill_row(mpls_vpn_mib_route* row, const ForwardmibIpv4Route& route) {
+  *row = {};
+  fill_numbers(row, route);
+  std::uint8_t octets[kSize];
+  std::memcpy(octets, &route.destination, kSize);
+  if (!route_copy_octets(&row->dest, octets, kSize, "route dest")) {
+    return route_refuse_unfilled(row, kIpv4Route);
+  }
+  if (row->nextHopType == 0) return kStatusOk;
+  std::memcpy(octets, &route.next_hop, kSize);
+  if (!route_copy_octets(&row->nextHop, octets, kSize, "route next hop")) {
+    return route_refuse_unfilled(row, kIpv4Route);
+  }
+  return kStatusOk;
+}
+
+// The length of the index, 0 for none.
+std::size_t find_cross_connect(const ForwardmibIpv4Route& route, std::uint32_t table_id,
+                               std::uint8_t (&index)[kLfxIndexMax]) {
+  const auto prefix_length = static_cast<std::uint32_t>(__builtin_popcount(route.mask));
+  mpls_vpn_report(RIB, kTraceRib, "Invoking LFX with dest = %s, mask = %d, table id = 0x%x",
+                  AddressText(route.destination).text, static_cast<std::int32_t>(prefix_length), table_id);
+  const LfxRequest request = {kLfxIpv4Route, table_id, route.destination, prefix_length};
+  std::size_t length = 0;
+  const Status rc = lfx_c_lsr_xc_idx(index, sizeof index, &length, &request);
+  if (rc == kStatusOk) return length;
+  if (rc == kStatusNoCrossConnect) {
+    mpls_vpn_debug(RIB, "No XC returned by LSR MIB for this route");
+    mpls_vpn_trace(kTraceRib, rc, "No XC returned by LSR MIB for this route");
+  } else {
+    mpls_vpn_error(kIpv4Route, "LSR XC lookup failure", rc);
+  }
+  return 0;
+}
+
+}  // namespace
+
+Status mpls_vpn_mib_rib_ipv4_route(mpls_vpn_mib_route* row, std::uint32_t table_id, bool exact,
+                                   const RouteKeyText& key) {
+  mpls_vpn_report(RIB, kTraceRib,
+                  "Looking for ipv4 route with dest = %s, mask = %d, next hop = %s, next hop type: %u",
+                  route_text(key.dest), static_cast<std::int32_t>(key.prefix_length),
+                  route_text(key.next_hop), static_cast<std::uint32_t>(key.next_hop_type));
+  *row = {};
+  if (!fits(key)) return kStatusNoSuchRow;
+  if (!mpls_vpn_mib_rib_ipv4_route_load_dll()) {
+    mpls_vpn_debug(RIB, "%s: Load ipv4 RIB dll failed", kIpv4Route);
+    return kStatusNoSuchRow;
+  }
+  Search search;
+  if (!make_search(key, exact, &search)) return kStatusNoSuchRow;
+  Status none = kStatusNoSuchRow;
+  const OwnedRoute route = find_route(table_id, exact, search, &none);
+  if (route == nullptr) return none;
+  if (const Status rc = fill_row(row, *route)) return rc;
+  std::uint8_t index[kLfxIndexMax] = {};
+  const std::size_t length = find_cross_connect(*route, table_id, index);
+  route_set_xc_pointer(row, index, length, kIpv4Route);
+  return kStatusOk;
+}

@@ -1,0 +1,144 @@
+// IPv6 routes of one table. As for IPv4, with 16-octet addresses; next-hop AS and metric 5 are the route's
+// own, and no label database is asked: its requests know IPv4 routes only.
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "mib/forwardmib.h"
+#include "mpls/vpn/mib/src/route/entry.h"
+#include "mpls/vpn/mib/src/route/modules.h"
+#include "mpls/vpn/mib/src/route/row.h"
+#include "mpls/vpn/mib/src/support/report.h"
+
+namespace {
+
+constexpr char kIpv6Route[] = "mpls_vpn_mib_rib_ipv6_route";
+constexpr std::size_t kSize = 16;  // octets of an address
+constexpr std::int32_t kAddressType = 2;
+
+struct ReleaseRoute {
+  void operator()(ForwardmibIpv6Route* route) const {
+    forwardmib_release_octets(route->destination);
+    forwardmib_release_octets(route->next_hop);
+    forwardmib_release_route(route);
+  }
+};
+using OwnedRoute = std::unique_ptr<ForwardmibIpv6Route, ReleaseRoute>;
+
+struct Search {
+  std::uint8_t destination[kSize];
+  std::uint8_t next_hop[kSize];
+  std::uint32_t prefix_length;
+};
+
+const char* shown(const char* text) {
+  return text == nullptr ? "Null" : text;
+}
+
+void report_request(std::uint32_t table_id, bool exact, const RouteKeyText& key) {
+  mpls_vpn_report(RIB, kTraceRib,
+                  "rib_ipv6_route(0x%x,%s,dest type:%d, dest:%s, pfxLen:%d, next hop type:%d, next hop:%s)",
+                  table_id, exact ? "EXACT" : "NEXT", key.dest_type, shown(key.dest),
+                  static_cast<std::int32_t>(key.prefix_length), key.next_hop_type, shown(key.next_hop));
+}
+
+bool fits(const RouteKeyText& key) {
+  if (std::strlen(route_text(key.dest)) <= 2 * kSize && std::strlen(route_text(key.next_hop)) <= 2 * kSize) {
+    return true;
+  }
+  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "%s: an address text is too long", kIpv6Route);
+  return false;
+}
+
+// What follows the other paths of the prefix is asked for with a next hop behind those that are in use.
+void pass_over_next_hops(const RouteKeyText& key, bool exact, Search* search) {
+  if (exact || key.next_hop_type != 0 || key.prefix_length == 0) return;
+  if (std::strcmp(route_text(key.dest), kNoAddressText) == 0) return;
+  search->next_hop[0] = 1;
+  mpls_vpn_debug(
+      RIB, "Looking for ipv6 non-remote route with dest = %s, mask = %d, next hop = %x, next hop type: %u",
+      route_text(key.dest), static_cast<std::int32_t>(key.prefix_length),
+      static_cast<unsigned>(search->next_hop[0]), static_cast<std::uint32_t>(key.next_hop_type));
+}
+
+bool make_search(const RouteKeyText& key, bool exact, Search* search) {
+  *search = {};
+  search->prefix_length = key.prefix_length;
+  if (!route_read_address(route_text(key.dest), search->destination, kIpv6Route) ||
+      !route_read_address(route_text(key.next_hop), search->next_hop, kIpv6Route)) {
+    return false;
+  }
+  pass_over_next_hops(key, exact, search);
+  return route_fit_length(exact, kSize, &search->prefix_length, search->next_hop);
+}
+
+OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) {
+  std::uint8_t mask[kSize] = {};
+  route_set_mask(mask, kSize, search.prefix_length);
+  errno = 0;
+  return OwnedRoute(mpls_vpn_mib_rib_ipv6_find_route()(0, exact ? kForwardmibExact : kForwardmibNext,
+                                                       table_id, 0, search.destination, mask, 0,
+                                                       search.next_hop));
+}
+
+// Null with *rc when there is none.
+OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
+  OwnedRoute route = ask_module(table_id, exact, search);
+  if (route != nullptr) return route;
+  *rc = route_refuse_unanswered(errno, kIpv6Route);
+  if (*rc != kStatusNoSuchRow) return route;
+  mpls_vpn_debug(RIB, "No ipv6 route found");
+  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "No ipv6 route found");
+  return route;
+}
+
+void fill_numbers(mpls_vpn_mib_route* row, const ForwardmibIpv6Route& route) {
+  row->destType = kAddressType;
+  row->mask = route.prefix_length;
+  row->nextHopType = route.type == kRouteTypeLocal ? 0 : kAddressType;
+  row->ifIndex = route.if_index < 0 ? 0 : route.if_index;
+  row->type = static_cast<std::int32_t>(route.type);
+  row->proto = static_cast<std::int32_t>(route.protocol);
+  row->age = route.age;
+  row->nextHopAS = route.next_hop_as;
+  row->metric1 = route.metric1;
+  row->metric2 = route.metric2;
+  row->metric3 = route.metric3;
+  row->metric4 = route.metric4;
+  row->metric5 = route.metric5;
+  row->rowStatus = static_cast<std::int32_t>(route.row_status);
+}
+
+Status fill_row(mpls_vpn_mib_route* row, const ForwardmibIpv6Route& route) {
+  fill_numbers(row, route);
+  const std::size_t next_hop_length = row->nextHopType == 0 ? 0 : route.next_hop->length;
+  if (!route_copy_octets(&row->dest, route.destination->octets, route.destination->length, "route dest") ||
+      !route_copy_octets(&row->nextHop, route.next_hop->octets, next_hop_length, "route next hop")) {
+    return route_refuse_unfilled(row, kIpv6Route);
+  }
+  mpls_vpn_report(RIB, kTraceRib, "rib_ipv6_route: found(%d,%d,%d,%d,%d,%d,%u)", row->destType,
+                  static_cast<std::int32_t>(row->mask), row->nextHopType, row->ifIndex, row->type, row->proto,
+                  row->age);
+  return kStatusOk;
+}
+
+}  // namespace
+
+Status mpls_vpn_mib_rib_ipv6_route(mpls_vpn_mib_route* row, std::uint32_t table_id, bool exact,
+                                   const RouteKeyText& key) {
+  report_request(table_id, exact, key);
+  *row = {};
+  if (!fits(key)) return kStatusNoSuchRow;
+  if (!mpls_vpn_mib_rib_ipv6_route_load_dll()) {
+    mpls_vpn_debug(RIB, "%s: Load ipv6 RIB dll failed", kIpv6Route);
+    return kStatusNoSuchRow;
+  }
+  Search search;
+  if (!make_search(key, exact, &search)) return kStatusNoSuchRow;
+  Status none = kStatusNoSuchRow;
+  const OwnedRoute route = find_route(table_id, exact, search, &none);
+  if (route == nullptr) return none;
+  if (const Status rc = fill_row(row, *route)) return rc;
+  route_set_xc_pointer(row, nullptr, 0, kIpv6Route);
+  return kStatusOk;
+}

@@ -1,0 +1,20 @@
+// Rows of the VRF route-target table (RFC 4382, mplsL3VpnVrfRTTable).
+#pragma once
+
+#include <cstdint>
+
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/route_target/database.h"
+#include "platform/base/status.h"
+#include "platform/kvtree/kvtree.h"
+
+// Get handler of "rt" and "rt-next": argument 0 the VRF name, 1 the number within the VRF, 2 the type. Form 1
+// asks for the next row, any other form for exactly this one; mpls_vpn_mib_get_rt says what each finds.
+//
+// 0 with a mpls_vpn_mib_rt record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or the
+// encoding's status. Main thread.
+Status mpls_vpn_mib_prov_get_rt(KvReply* reply, const RequestArgs* args);
+
+// The row of a node under this number. Texts are heap copies; one that the node lacks is reported and stays
+// null. kStatusNoMemory, reported, with nothing in the row, when the name or the value cannot be copied.
+[[nodiscard]] Status fill_rt_parcel(mpls_vpn_mib_rt* row, const RtNode* node, std::uint32_t index);

@@ -1,0 +1,194 @@
+// For tests of start-up: the daemon in a process of its own, with the fault points that the test has armed.
+#pragma once
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "platform/base/directories.h"
+#include "platform/base/fault.h"
+#include "platform/bgp_vpn/bgp_vpn.h"
+#include "platform/chkpt/chkpt.h"
+#include "platform/evm/test_run_directory.h"
+#include "platform/ifindex/ifindex.h"
+#include "platform/kvtree/client.h"
+#include "platform/kvtree/kvtree.h"
+#include "platform/parcel/parcel.h"
+#include "platform/qic/qic.h"
+#include "platform/router/router.h"
+#include "platform/trace/trace.h"
+#include "platform/vmap/vmap.h"
+#include "platform/vtab/vtab.h"
+#include "platform/wire/wire.h"
+
+inline constexpr auto kBound = std::chrono::seconds(60);
+
+inline void attach_services(router::Router* model) {
+  vtab_attach(model);
+  vmap_attach(model);
+  qic_attach(model);
+  ifindex_attach(model);
+  bgp_vpn_attach(model);
+}
+
+// Serves requests on the main manager, as the program around the daemon does.
+inline void serve_main_manager(EventManager* manager) {
+  if (std::string(event_manager_name(manager)) != "/dev/mpls/vpn/main") return;
+  if (kvtree_serve(manager) != kStatusOk) _exit(70);
+}
+
+// Holds the main thread up: while this named pipe is there, whoever is about to answer a request waits until
+// a writer has opened and closed it.
+inline std::string hold_file() {
+  return run_directory() + "/hold";
+}
+
+inline void wait_while_held() {
+  const int fd = open(hold_file().c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return;
+  char octet = 0;
+  while (read(fd, &octet, 1) > 0) {
+  }
+  close(fd);
+}
+
+[[noreturn]] inline void run_daemon(const std::string& log) {
+  const int fd = open(log.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, 0600);
+  if (fd < 0 || dup2(fd, STDERR_FILENO) < 0) _exit(71);
+  static router::Router model;
+  router::Vrf vrf;
+  vrf.name = "red";
+  vrf.id = vrf.ipv4_table = vrf.ipv6_table = 7;
+  if (model.create_vrf(vrf) != kStatusOk) _exit(72);
+  attach_services(&model);
+  wire::set_output_barrier([] {
+    wait_while_held();
+    (void)chkpt_flush();  // the store logs its failures
+  });
+  event_manager_on_create(serve_main_manager);
+  char name[] = "/opt/bin/mpls_vpn_mib";
+  char* arguments[] = {name, nullptr};
+  _exit(mpls_vpn_mib_main(1, arguments));
+}
+
+inline std::string read_file(const std::string& path) {
+  const std::ifstream file(path);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+class Daemon : public testing::Test {
+ protected:
+  void SetUp() override {
+    const std::string library = run_directory() + "/data_store";
+    std::ofstream(library) << "present";
+    ASSERT_EQ(setenv("MPLS_VPN_MIB_KVTREE_LIBRARY", library.c_str(), 1), 0);
+    ASSERT_EQ(setenv("MPLS_VPN_MIB_DEBUG", "errors,start", 1), 0);
+    unsetenv("NOTIFY_SOCKET");
+    unsetenv("JOURNAL_STREAM");
+  }
+  void TearDown() override {
+    if (pid_ > 0) {
+      EXPECT_EQ(kill(pid_, SIGKILL), 0);
+      EXPECT_EQ(waitpid(pid_, nullptr, 0), pid_);
+    }
+    fault_disarm_all();
+    unsetenv("MPLS_VPN_MIB_KVTREE_LIBRARY");
+    unsetenv("MPLS_VPN_MIB_DEBUG");
+    unsetenv("NOTIFY_SOCKET");
+  }
+  void Start() {
+    pid_ = fork();
+    ASSERT_GE(pid_, 0);
+    if (pid_ == 0) run_daemon(Log());
+  }
+  // Starts a daemon with the fault points armed so far, and waits for its end. Returns the wait status.
+  int StartAndFail() {
+    Start();
+    int status = 0;
+    const bool ended = WaitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; });
+    EXPECT_TRUE(ended) << "the daemon came up";
+    if (ended) pid_ = 0;
+    return status;
+  }
+  void ExpectExit(int exit_status) {
+    const int status = StartAndFail();
+    ASSERT_TRUE(WIFEXITED(status)) << Said();
+    EXPECT_EQ(WEXITSTATUS(status), exit_status) << Said();
+  }
+  void ExpectAbort() {
+    const int status = StartAndFail();
+    ASSERT_TRUE(WIFSIGNALED(status)) << Said();
+    EXPECT_EQ(WTERMSIG(status), SIGABRT);
+  }
+  static bool WaitUntil(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + kBound;
+    while (!condition()) {
+      if (std::chrono::steady_clock::now() > end) return false;
+      poll(nullptr, 0, 5);
+    }
+    return true;
+  }
+  void StartAndWaitUntilUp() {
+    Start();
+    ASSERT_TRUE(WaitUntil([] {
+      const std::vector<std::string> texts = Traced("mpls_vpn/init");
+      return std::find(texts.begin(), texts.end(), "Completed init") != texts.end();
+    })) << Said();
+  }
+  // Starts, waits for an answer, which nobody gives before the checkpoint is on disk, and ends. What it
+  // traced goes too.
+  void RunOnce() {
+    StartAndWaitUntilUp();
+    {
+      kvtree::Client client(event_manager_socket("/dev/mpls/vpn/main"), std::chrono::seconds(20));
+      ASSERT_EQ(client.connect(), kStatusOk);
+      ASSERT_EQ(client.get("/oper/mpls_vpn/gl/scalars").status, kStatusOk);
+    }
+    ASSERT_EQ(kill(pid_, SIGKILL), 0);
+    const pid_t ended = std::exchange(pid_, 0);
+    ASSERT_EQ(waitpid(ended, nullptr, 0), ended);
+    ASSERT_GT(std::filesystem::remove_all(run_directory() + "/trace"), 0U);
+    ASSERT_THAT(trace_names(run_directory()), testing::IsEmpty());
+  }
+  // The registry as a daemon with another version of the description leaves it.
+  static void LeaveOtherVersionBehind(const ParcelDescription& description, const char* set_name) {
+    ParcelDescription other = description;
+    other.version = description.version + 1;
+    ParcelBatch* batch = nullptr;
+    ASSERT_EQ(parcel_batch_open(set_name, &batch), kStatusOk);
+    ASSERT_EQ(parcel_register(batch, &other), kStatusOk);
+    ASSERT_EQ(parcel_batch_close(batch), kStatusOk);
+    parcel_registry_reset();
+  }
+  std::string Log() const { return directory_.path() + "/log"; }
+  std::string Said() const { return read_file(Log()); }
+  // What a trace buffer holds, also of a process that is gone. A buffer that is not there holds nothing.
+  static std::vector<std::string> Traced(const std::string& buffer, Status* last_code = nullptr) {
+    std::vector<TraceEntry> entries;
+    if (trace_read(run_directory(), buffer, &entries) != kStatusOk) return {};
+    std::vector<std::string> texts;
+    for (const TraceEntry& entry : entries) texts.push_back(entry.text);
+    if (last_code != nullptr && !entries.empty()) *last_code = entries.back().code;
+    return texts;
+  }
+  TestRunDirectory directory_;
+  pid_t pid_ = 0;
+};

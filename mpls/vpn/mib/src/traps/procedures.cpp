@@ -1,0 +1,112 @@
+// The decisions behind the notifications.
+//
+// Up and down of a VRF are decided from what is counted at the moment of the decision, so the order in which
+// a caller updates things matters: an interface that came up is considered before its record shows it up, one
+// that went down after its record shows it down, one that joins after it was entered, one that leaves before
+// it is taken out. docs/traps.md shows what follows for whoever watches.
+//
+// Two flags in the interface's node keep an interface from raising the same notification twice: considering a
+// down clears the flag of the up, and the other way round. They are not touched while the notification is
+// switched off.
+//
+// Main thread, with the database mutex held for up and down; the lookups made here therefore never repair.
+#include "mpls/vpn/mib/src/traps/procedures.h"
+
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/support/report.h"
+#include "mpls/vpn/mib/src/traps/info.h"
+#include "mpls/vpn/mib/src/traps/notification.h"
+#include "mpls/vpn/mib/src/vrf/counters.h"
+
+namespace {
+
+constexpr std::int32_t kVrfOperUp = 1;    // mplsL3VpnVrfOperStatus
+constexpr std::int32_t kVrfOperDown = 2;  // the same
+
+// Says that the procedure runs. True when its notification is wanted.
+bool enter(const char* procedure, MplsVpnTrapRow row) {
+  mpls_vpn_debug(TRAPS, "Entering %s", procedure);
+  return mpls_vpn_mib_trap_info[kTrapAll].enabled != 0 || mpls_vpn_mib_trap_info[row].enabled != 0;
+}
+
+// True when no interface of the VRF is active; `notification` is then about to be raised.
+bool is_without_active_interface(const char* vrf_name, const char* notification) {
+  std::uint32_t associated = 0;
+  std::uint32_t active = 0;
+  fill_vrf_counters(vrf_name, nullptr, &associated, &active);
+  if (active != 0) {
+    mpls_vpn_debug(TRAPS, "active=%u conn=%u no trap", active, associated);
+    return false;
+  }
+  mpls_vpn_debug(TRAPS, "active=0 conn=%u generating trap %s", associated, notification);
+  return true;
+}
+
+void raise_vrf_status(MplsVpnTrapRow row, const IfNode* node, std::int32_t oper_status) {
+  generate_trap_notification(row, node->vrf_name, node->if_index, oper_status, kRowStatusActive, 0, 0, 0, 0);
+}
+
+void raise_threshold(MplsVpnTrapRow row, const char* vrf_name, std::uint32_t mid_thresh,
+                     std::uint32_t high_thresh, std::uint32_t curr_num_routes) {
+  generate_trap_notification(row, vrf_name, 0, 0, 0, mid_thresh, high_thresh, curr_num_routes, 0);
+}
+
+}  // namespace
+
+void mpls_vpn_mib_trap_vrf_up(const char* vrf_name, const char* if_name, IfNode* node) {
+  if (!enter(__func__, kTrapVrfUp)) return;
+  if (node == nullptr) node = mpls_vpn_mib_get_if_by_vrf_and_name(vrf_name, if_name);
+  if (node == nullptr) {
+    mpls_vpn_report_failure(TRAPS, kStatusNoSuchRow, "Cannot find interface node");
+    return;
+  }
+  node->vrf_down_trap_sent = 0;
+  if (node->vrf_up_trap_sent != 0) {
+    mpls_vpn_trace(kTraceVmap, kStatusOk, "interface %s raised up for VRF %s already", if_name, vrf_name);
+    return;
+  }
+  if (!is_without_active_interface(vrf_name, "VRF-Up")) return;
+  raise_vrf_status(kTrapVrfUp, node, kVrfOperUp);
+  node->vrf_up_trap_sent = 1;
+}
+
+void mpls_vpn_mib_trap_vrf_down(const char* vrf_name, const char* if_name) {
+  if (!enter(__func__, kTrapVrfDown)) return;
+  if (vrf_name == nullptr || if_name == nullptr) {
+    mpls_vpn_report_failure(ERR, kStatusInvalid, "NULL parameter");
+    return;
+  }
+  IfNode* node = mpls_vpn_mib_get_if_by_vrf_and_name(vrf_name, if_name);
+  if (node == nullptr) return;
+  node->vrf_up_trap_sent = 0;
+  if (node->vrf_down_trap_sent != 0) {
+    mpls_vpn_trace(kTraceVmap, kStatusOk, "interface %s raised down for VRF %s already", if_name, vrf_name);
+    return;
+  }
+  if (!is_without_active_interface(vrf_name, "VRF-Down")) return;
+  raise_vrf_status(kTrapVrfDown, node, kVrfOperDown);
+  node->vrf_down_trap_sent = 1;
+}
+
+void mpls_vpn_mib_trap_mid_thresh_exc(const char* vrf_name, std::uint32_t mid_thresh,
+                                      std::uint32_t curr_num_routes) {
+  if (!enter(__func__, kTrapMidThreshExceeded)) return;
+  raise_threshold(kTrapMidThreshExceeded, vrf_name, mid_thresh, 0, curr_num_routes);
+}
+
+void mpls_vpn_mib_trap_high_thresh_exc(const char* vrf_name, std::uint32_t high_thresh,
+                                       std::uint32_t curr_num_routes) {
+  if (!enter(__func__, kTrapMaxThreshExceeded)) return;
+  raise_threshold(kTrapMaxThreshExceeded, vrf_name, 0, high_thresh, curr_num_routes);
+}
+
+void mpls_vpn_mib_trap_high_thresh_clr(const char* vrf_name, std::uint32_t high_thresh,
+                                       std::uint32_t curr_num_routes) {
+  if (!enter(__func__, kTrapMaxThreshCleared)) return;
+  raise_threshold(kTrapMaxThreshCleared, vrf_name, 0, high_thresh, curr_num_routes);
+}
+
+void mpls_vpn_mib_trap_ilg_lbl_vltns(const char* vrf_name, std::uint32_t violations) {
+  if (!enter(__func__, kTrapIllegalLabels)) return;
+  generate_trap_notification(kTrapIllegalLabels, vrf_name, 0, 0, 0, 0, 0, 0, violations);
+}

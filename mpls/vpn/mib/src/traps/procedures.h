@@ -1,0 +1,28 @@
+// When a notification of RFC 4382 (section 6) is raised, and with which values.
+//
+// Each procedure does nothing unless its notification's own switch or the master switch is on. Main thread.
+// Texts must not be null unless said.
+#pragma once
+
+#include <cstdint>
+
+#include "mpls/vpn/mib/src/interface/database.h"
+
+// An interface of the VRF came up, or joined it while up. Raises mplsL3VpnVrfUp while no interface of the VRF
+// counts as active, once for each interface until it is considered for a down. `node` is the interface's, or
+// null: it is looked up by name.
+void mpls_vpn_mib_trap_vrf_up(const char* vrf_name, const char* if_name, IfNode* node)
+    MPLS_REQUIRES(mpls_vpn_mutex);
+// An interface of the VRF went down, or leaves it while up. Raises mplsL3VpnVrfDown once no interface of the
+// VRF counts as active. Either name may be null: that is reported, and nothing raised.
+void mpls_vpn_mib_trap_vrf_down(const char* vrf_name, const char* if_name) MPLS_REQUIRES(mpls_vpn_mutex);
+
+// Numbers of routes.
+void mpls_vpn_mib_trap_mid_thresh_exc(const char* vrf_name, std::uint32_t mid_thresh,
+                                      std::uint32_t curr_num_routes);
+void mpls_vpn_mib_trap_high_thresh_exc(const char* vrf_name, std::uint32_t high_thresh,
+                                       std::uint32_t curr_num_routes);
+void mpls_vpn_mib_trap_high_thresh_clr(const char* vrf_name, std::uint32_t high_thresh,
+                                       std::uint32_t curr_num_routes);
+// Illegal labels received. Nothing of the forwarding plane tells us of them, so nobody calls it.
+void mpls_vpn_mib_trap_ilg_lbl_vltns(const char* vrf_name, std::uint32_t violations);

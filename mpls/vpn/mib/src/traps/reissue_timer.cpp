@@ -1,0 +1,130 @@
+// The re-issue timer (mplsL3VpnVrfConfRteMxThrshTime, RFC 4382: how long to wait before the maximum-threshold
+// notification is issued again while the VRF stays above its maximum).
+//
+// One interval holds for all VRFs, so one leaf timer is enough: its expiry raises an asynchronous event of
+// the main event manager, whose routine walks all VRFs and starts the leaf again. It is periodic by that
+// restart only, so an interval begins when the round before it is done.
+//
+// The parts are made and taken away together. Main thread; O(VRFs) a round.
+#include "mpls/vpn/mib/src/traps/reissue_timer.h"
+
+#include <cerrno>
+
+#include "mpls/vpn/mib/src/attributes/attributes.h"
+#include "mpls/vpn/mib/src/support/report.h"
+#include "mpls/vpn/mib/src/traps/procedures.h"
+#include "platform/timer/timer.h"
+#include "platform/vtab/vtab.h"
+
+namespace {
+
+constexpr std::uint32_t kTimerEventCode = 128;
+constexpr char kTimerInit[] = "mpls_vpn_mib_timer_init";
+
+struct ReissueTimer {
+  EventManager* manager;  // the event is attached there; null: not attached
+  TimerSignal signal;
+  TimerTree* tree;
+  TimerParent* parent;
+  TimerLeaf* leaf;
+  std::uint32_t seconds;      // interval; 0 while stopped
+  std::uint32_t nanoseconds;  // always 0
+};
+ReissueTimer reissue{};
+
+bool attach_event(EventManager* evm) {
+  if (event_async_attach(evm, kTimerEventCode, mpls_vpn_mib_timer_wakeup) != 0) return false;
+  reissue.manager = evm;
+  return true;
+}
+bool prepare_signal(EventManager* evm) {
+  return timer_signal_init(&reissue.signal, evm, kTimerEventCode) == 0;
+}
+bool create_tree(EventManager* /*evm*/) {
+  reissue.tree = timer_tree_new(&reissue.signal);
+  return reissue.tree != nullptr;
+}
+bool create_parent(EventManager* /*evm*/) {
+  reissue.parent = timer_parent_new(reissue.tree);
+  return reissue.parent != nullptr;
+}
+bool create_leaf(EventManager* /*evm*/) {
+  reissue.leaf = timer_leaf_new(reissue.parent, nullptr);
+  return reissue.leaf != nullptr;
+}
+
+// Each answers false with errno.
+struct InitStep {
+  bool (*run)(EventManager*);
+  const char* failure;
+};
+constexpr InitStep kInitSteps[] = {
+    {attach_event, "Failed to attach async timer event"}, {prepare_signal, "Failed to init timer event"},
+    {create_tree, "Failed to create master timer"},       {create_parent, "Failed to create parent timer"},
+    {create_leaf, "Failed to create leaf timer"},
+};
+
+bool start_leaf(const char* function) {
+  const Status rc = timer_leaf_start(reissue.leaf, reissue.seconds, reissue.nanoseconds);
+  if (rc != kStatusOk) mpls_vpn_error(function, "timer_leaf_start", rc);
+  return rc == kStatusOk;
+}
+
+// The record service makes no record without memory for its block, so that the report is only for a service
+// that breaks this.
+void reissue_for(const VtabVrfRecord* record) {
+  if (record->attributes == nullptr) {
+    mpls_vpn_report_failure(ERR, kStatusNoVrfRecord, "Found a NULL vrf record");
+    return;
+  }
+  const mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
+  if (attributes->high_thresh_exceeded == 0) return;
+  mpls_vpn_mib_trap_high_thresh_exc(record->vrf_name, attributes->high_thresh, attributes->curr_num_routes);
+}
+
+}  // namespace
+
+Status mpls_vpn_mib_timer_init(EventManager* evm) {
+  for (const InitStep& step : kInitSteps) {
+    if (step.run(evm)) continue;
+    const auto rc = static_cast<Status>(errno);
+    mpls_vpn_error(kTimerInit, step.failure, rc);
+    mpls_vpn_mib_timer_deinit();
+    return rc;
+  }
+  mpls_vpn_report(START, kTraceInit, "Timers initialized");
+  return kStatusOk;
+}
+
+void mpls_vpn_mib_timer_start(std::uint32_t seconds) {
+  mpls_vpn_debug(TRAPS, "Entering %s with timeout %d", __func__, static_cast<std::int32_t>(seconds));
+  reissue.seconds = seconds;
+  reissue.nanoseconds = 0;
+  (void)start_leaf(__func__);  // reported there; the next start tries again
+}
+
+void mpls_vpn_mib_timer_stop() {
+  mpls_vpn_debug(TRAPS, "Entering %s ", __func__);
+  reissue.seconds = 0;
+  reissue.nanoseconds = 0;
+  if (reissue.leaf != nullptr) timer_leaf_stop(reissue.leaf);
+}
+
+void mpls_vpn_mib_timer_wakeup() {
+  mpls_vpn_debug(TRAPS, "Timer wakeup");
+  for (const VtabVrfRecord* record = vtab_get_first_vrf_record(); record != nullptr;
+       record = vtab_get_next_vrf_record(record)) {
+    reissue_for(record);
+  }
+  if (reissue.leaf == nullptr || reissue.seconds < 1) return;
+  if (start_leaf(__func__)) mpls_vpn_debug(TRAPS, "Timer restart");
+}
+
+void mpls_vpn_mib_timer_deinit() {
+  timer_leaf_free(reissue.leaf);
+  timer_parent_free(reissue.parent);
+  timer_tree_free(reissue.tree);
+  if (reissue.manager != nullptr) event_async_detach(reissue.manager, kTimerEventCode);
+  reissue = {};
+  mpls_vpn_debug(TRAPS, "Timers de-initialized");
+}

@@ -1,0 +1,51 @@
+// The counts behind a VRF's operational status (mplsL3VpnVrfOperStatus, RFC 4382: up while at least one of
+// its interfaces is active). Nothing is cached: the VRF's row and the decisions about its up and down
+// notifications count afresh.
+//
+// Membership comes from the interface database and the state of an interface from its record, so the two can
+// differ for the moment in which an interface is known here and not there. Main thread; no locks: when the
+// caller holds the database mutex, the repair of a dirty database is left to the next lookup.
+#include "mpls/vpn/mib/src/vrf/counters.h"
+
+#include <cstring>
+
+#include "mpls/vpn/mib/src/interface/active.h"
+#include "mpls/vpn/mib/src/interface/database.h"
+#include "mpls/vpn/mib/src/support/report.h"
+#include "platform/vtab/vtab.h"
+
+namespace {
+
+bool is_skipped(const IfNode* node, const char* skip_if_name) {
+  if (skip_if_name == nullptr || node->if_name == nullptr) return false;
+  if (std::strcmp(node->if_name, skip_if_name) != 0) return false;
+  mpls_vpn_report(DBASE, kTraceDbase, "fill_vrf_counters: skip(%s)", node->if_name);
+  return true;
+}
+
+bool is_active(const IfNode* node) {
+  const char* name = mpls_vpn_shown(node->if_name);
+  const VtabIfRecord* record = node->if_name == nullptr ? nullptr : vtab_get_if_record(node->if_name);
+  if (record == nullptr) {
+    mpls_vpn_report_failure(DBASE, kStatusNoSuchRow, "VTAB does not have record for interface %s in VRF %s",
+                            name, node->vrf_name);
+    return false;
+  }
+  mpls_vpn_debug(DBASE, "VTAB have record for interface %s in VRF %s", name, node->vrf_name);
+  return interface_is_active(record);
+}
+
+}  // namespace
+
+void fill_vrf_counters(const char* vrf_name, const char* skip_if_name, std::uint32_t* associated,
+                       std::uint32_t* active) {
+  *associated = 0;
+  *active = 0;
+  (void)mpls_vpn_mib_clean_if_dbase();  // what could not be repaired is counted as it stands
+  for (const IfNode* node = mpls_vpn_mib_get_first_if_of_vrf(vrf_name); node != nullptr;
+       node = mpls_vpn_mib_get_next_if_of_vrf(node, vrf_name)) {
+    if (is_skipped(node, skip_if_name)) continue;
+    ++*associated;
+    if (is_active(node)) ++*active;
+  }
+}

@@ -1,0 +1,222 @@
+// The VRF database.
+#include "mpls/vpn/mib/src/vrf/database.h"
+
+#include <cstdlib>
+
+#include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StrEq;
+
+class VrfDatabase : public DaemonTest {
+ protected:
+  VrfNode* Create(const char* name) { return CreateWith(name, &record_); }
+  VrfNode* CreateWith(const char* name, VtabVrfRecord* record) {
+    if (!mpls_vpn_mutex_lock("Create", ERR)) return nullptr;
+    VrfNode* node = mpls_vpn_mib_create_vrf_wavl_node(name, record);
+    mpls_vpn_mutex_unlock("Create", ERR);
+    return node;
+  }
+  int Delete(VrfNode* node) {
+    if (!mpls_vpn_mutex_lock("Delete", ERR)) return -1;
+    const int deleted = mpls_vpn_mib_delete_vrf_wavl_node(node);
+    mpls_vpn_mutex_unlock("Delete", ERR);
+    return deleted;
+  }
+  int DeleteByName(const char* name) {
+    if (!mpls_vpn_mutex_lock("Delete", ERR)) return -1;
+    const int deleted = mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name(name);
+    mpls_vpn_mutex_unlock("Delete", ERR);
+    return deleted;
+  }
+  static std::vector<std::string> Names() {
+    std::vector<std::string> names;
+    for (VrfNode* node = mpls_vpn_mib_vrf_dbase_first(); node != nullptr;
+         node = mpls_vpn_mib_vrf_dbase_next(node)) {
+      names.emplace_back(node->vrf_name);
+    }
+    return names;
+  }
+  VtabVrfRecord record_{};
+};
+
+}  // namespace
+
+TEST_F(VrfDatabase, NodeTiesACopyOfTheNameToTheRecord) {
+  std::string name = "red";
+  const VrfNode* node = Create(name.c_str());
+  ASSERT_NE(node, nullptr);
+  name = "xxx";
+  EXPECT_STREQ(node->vrf_name, "red");
+  EXPECT_EQ(node->vrf_rec, &record_);
+}
+
+TEST_F(VrfDatabase, ShorterNamesComeFirst) {
+  for (const char* name : {"blue", "vrf10", "red", "vrf9", "abd", "abc"}) Create(name);
+  EXPECT_THAT(Names(), ElementsAre("abc", "abd", "red", "blue", "vrf9", "vrf10"));
+}
+
+TEST_F(VrfDatabase, SecondNodeOfANameIsRefused) {
+  Create("red");
+  EXPECT_EQ(Create("red"), nullptr);
+  EXPECT_THAT(Prints(),
+              ElementsAre("Error (mpls_vpn_mib_create_vrf_wavl_node): Cannot insert node into WAVL tree"));
+  EXPECT_THAT(Names(), ElementsAre("red"));
+}
+
+TEST_F(VrfDatabase, CreationWithoutMemoryLeavesNothing) {
+  for (const char* point : {"calloc_tagged:VRF node", "text_copy"}) {
+    const ScopedFault fault(point, kStatusNoMemory);
+    ClearPrints();
+    EXPECT_EQ(Create("red"), nullptr);
+    EXPECT_THAT(Prints(),
+                ElementsAre("Error (mpls_vpn_mib_create_vrf_wavl_node): No memory to create if node"));
+  }
+  EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(VrfDatabase, DeletionByNodeLeavesTheMemoryToTheCaller) {
+  VrfNode* node = Create("red");
+  EXPECT_EQ(Delete(node), 1);
+  EXPECT_THAT(Names(), IsEmpty());
+  EXPECT_STREQ(node->vrf_name, "red");
+  EXPECT_EQ(Delete(node), 0);
+  EXPECT_TRUE(Printed("mpls_vpn_mib_delete_vrf_wavl_node: Cannot delete node from WAVL tree"));
+  std::free(node->vrf_name);
+  std::free(node);
+}
+
+TEST_F(VrfDatabase, DeletionByNameFreesTheNode) {
+  Create("red");
+  ClearPrints();
+  EXPECT_EQ(DeleteByName("red"), 1);
+  EXPECT_THAT(Prints(),
+              ElementsAre("Entering mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: vrf_name = red"));
+  EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(VrfDatabase, DeletionByAnAbsentNameChangesNothing) {
+  Create("red");
+  EXPECT_EQ(DeleteByName("reb"), 0);
+  EXPECT_TRUE(Printed("mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: Cannot find matching WAVL node"));
+  EXPECT_THAT(Names(), ElementsAre("red"));
+}
+
+TEST_F(VrfDatabase, DeletionWithoutANameIsRefused) {
+  EXPECT_EQ(DeleteByName(nullptr), 0);
+  EXPECT_THAT(Prints(),
+              ElementsAre("Entering mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: vrf_name = (null)",
+                          "Invoked mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name with NULL vrf_name"));
+}
+
+TEST_F(VrfDatabase, DeletionByNameThatCannotUnlinkKeepsTheNode) {
+  Create("red");
+  {
+    const ScopedFault fault("wavl_delete", kStatusIo);
+    EXPECT_EQ(DeleteByName("red"), 0);
+  }
+  EXPECT_TRUE(Printed("mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: Cannot delete node from WAVL tree"));
+  EXPECT_THAT(Names(), ElementsAre("red"));
+}
+
+TEST_F(VrfDatabase, ExactGetFindsOnlyItsName) {
+  VrfNode* node = Create("red");
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(true, "red"), node);
+  EXPECT_THAT(Prints(), IsEmpty());
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(true, "reb"), nullptr);
+  EXPECT_THAT(Prints(), ElementsAre("get_greater_equal found node NULL"));
+}
+
+TEST_F(VrfDatabase, GreaterOrEqualGetPastTheLastNameIsNull) {
+  VrfNode* red = Create("red");
+  VrfNode* blue = Create("blue");
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(false, "rea"), red);
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(false, "red"), red);
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(false, "ree"), blue);
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(false, nullptr), red);
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(false, "bluf"), nullptr);
+  EXPECT_THAT(Prints(), ElementsAre("get_greater_equal found node NULL"));
+}
+
+TEST_F(VrfDatabase, GetThatLandsOnANodeWithoutRecordIsNullAndDoesNotSkipIt) {
+  CreateWith("red", nullptr);
+  Create("blue");
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(false, "red"), nullptr);
+  EXPECT_THAT(Prints(), ElementsAre("Invalid node: vrf_rec is NULL",
+                                    "Found invalid if node in mpls_vpn_mib_get_vrf_node"));
+}
+
+TEST_F(VrfDatabase, ExactGetOfANodeWithoutRecordIsNull) {
+  CreateWith("red", nullptr);
+  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(true, "red"), nullptr);
+  EXPECT_THAT(Prints(), ElementsAre("Invalid node: vrf_rec is NULL",
+                                    "Found invalid if node in mpls_vpn_mib_get_vrf_node"));
+}
+
+TEST_F(VrfDatabase, FailuresOfACreationAreErrorsAndAllElseTheDatabases) {
+  Create("red");
+  CreateWith("blue", nullptr);
+  const struct {
+    MplsVpnDebugArea area;
+    const char* line;
+    std::function<void()> act;
+  } says[] = {
+      {ERR, "Error (mpls_vpn_mib_create_vrf_wavl_node): Cannot insert node into WAVL tree",
+       [this] { Create("red"); }},
+      {ERR, "Error (mpls_vpn_mib_create_vrf_wavl_node): No memory to create if node",
+       [this] {
+         const ScopedFault fault("calloc_tagged:VRF node", kStatusNoMemory);
+         Create("green");
+       }},
+      {DBASE, "Entering mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: vrf_name = reb",
+       [this] { DeleteByName("reb"); }},
+      {DBASE, "mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: Cannot find matching WAVL node",
+       [this] { DeleteByName("reb"); }},
+      {DBASE, "Invoked mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name with NULL vrf_name",
+       [this] { DeleteByName(nullptr); }},
+      {DBASE, "mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: Cannot delete node from WAVL tree",
+       [this] {
+         const ScopedFault fault("wavl_delete", kStatusIo);
+         DeleteByName("red");
+       }},
+      {DBASE, "get_greater_equal found node NULL", [] { mpls_vpn_mib_get_vrf_node(true, "reb"); }},
+      {DBASE, "Invalid node: vrf_rec is NULL", [] { mpls_vpn_mib_get_vrf_node(true, "blue"); }},
+      {DBASE, "Found invalid if node in mpls_vpn_mib_get_vrf_node",
+       [] { mpls_vpn_mib_get_vrf_node(true, "blue"); }},
+      {DBASE, "Start print", [] { mpls_vpn_mib_vrf_dbase_print(); }},
+      {DBASE, "VRF = red", [] { mpls_vpn_mib_vrf_dbase_print(); }},
+      {DBASE, "Found invalid if node in print_vrf_fn", [] { mpls_vpn_mib_vrf_dbase_print(); }},
+      {DBASE, "End print", [] { mpls_vpn_mib_vrf_dbase_print(); }},
+  };
+  for (const auto& say : says) ExpectUnder(say.area, say.line, say.act);
+}
+
+TEST_F(VrfDatabase, NameIsTestedBeforeTheRecord) {
+  VrfNode node{};
+  EXPECT_EQ(mpls_vpn_mib_vrf_node_validate(&node), 0x42698600U);
+  EXPECT_THAT(Prints(), ElementsAre("Invalid node: vrf_name is NULL"));
+}
+
+TEST_F(VrfDatabase, PrintShowsValidAndInvalidNodesAndGoesOn) {
+  CreateWith("red", nullptr);
+  Create("blue");
+  mpls_vpn_mib_vrf_dbase_print();
+  EXPECT_THAT(Prints(), ElementsAre("Start print", "Invalid node: vrf_rec is NULL",
+                                    "Found invalid if node in print_vrf_fn", "VRF = blue", "End print"));
+}
+
+TEST_F(VrfDatabase, StoppedPrintIsTraced) {
+  Create("blue");
+  const ScopedFault fault("wavl_walk", kStatusIo);
+  mpls_vpn_mib_vrf_dbase_print();
+  EXPECT_THAT(Prints(), ElementsAre("Start print", "End print"));
+  EXPECT_THAT(Traced("mpls_vpn/error"), ElementsAre("the walk of the VRF database was stopped"));
+}
+
+TEST_F(VrfDatabase, InitialisationFailsWithTheTree) {
+  const ScopedFault fault("wavl_init", kStatusIo);
+  EXPECT_EQ(mpls_vpn_mib_vrf_dbase_init(), kStatusIo);
+}

@@ -1,0 +1,98 @@
+// Answers for the VRF table. A row is made from the VRF's record and attribute block, the counts of its
+// interfaces, and the route counts of its two unicast tables, all as they are at this moment.
+//
+// A VRF is up while it has an active interface, and its administrative status mirrors that on purpose: there
+// is nothing to switch. The daemon counts no label violations and no added, deleted or dropped routes.
+//
+// Main thread; nothing is kept between requests. The row owns its texts until it is encoded.
+#include "mpls/vpn/mib/src/vrf/entry.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "mpls/vpn/mib/src/attributes/attributes.h"
+#include "mpls/vpn/mib/src/membership/membership.h"
+#include "mpls/vpn/mib/src/mpls_vpn_debug.h"
+#include "mpls/vpn/mib/src/provider/answer.h"
+#include "mpls/vpn/mib/src/provider/filter.h"
+#include "mpls/vpn/mib/src/provider/request.h"
+#include "mpls/vpn/mib/src/route/modules.h"
+#include "mpls/vpn/mib/src/support/name.h"
+#include "mpls/vpn/mib/src/support/trace.h"
+#include "mpls/vpn/mib/src/vrf/counters.h"
+#include "mpls/vpn/mib/src/vrf/database.h"
+
+namespace {
+
+constexpr std::int32_t kStatusUp = 1;    // mplsL3VpnVrfOperStatus
+constexpr std::int32_t kStatusDown = 2;  // the same
+
+constexpr char kVrfHandler[] = "mpls_vpn_mib_prov_get_vrf";
+constexpr char kVrfFill[] = "fill_vrf_parcel";
+
+// A forward reference can be here for the moment between a VRF's deletion and the news of it.
+bool is_row(const VrfNode* node) {
+  return node->vrf_rec->vrf_id != 0 && std::strcmp(node->vrf_name, kDefaultVrfName) != 0;
+}
+
+// Null also when the node found is not valid.
+const VrfNode* find_next(const char* vrf_name) {
+  const VrfNode* node = mpls_vpn_mib_get_vrf_node(false, vrf_name);
+  while (node != nullptr && !is_row(node)) {
+    node = mpls_vpn_mib_vrf_dbase_next(node);
+    if (node != nullptr && mpls_vpn_mib_vrf_node_validate(node) != kStatusOk) return nullptr;
+  }
+  return node;
+}
+
+void fill_texts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record, const mpls_vpn_vrf_attr& attributes) {
+  prov_copy_inner_text(&row->name, record->vrf_name, kVrfFill);
+  prov_copy_inner_text(&row->description, attributes.description, kVrfFill);
+  prov_copy_inner_text(&row->rd, attributes.rd, kVrfFill);
+}
+
+void fill_counts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
+  fill_vrf_counters(record->vrf_name, nullptr, &row->associatedInterfaces, &row->activeInterfaces);
+  row->operStatus = row->activeInterfaces != 0 ? kStatusUp : kStatusDown;
+  row->adminStatus = row->operStatus;
+  row->currNumRoutes = mpls_vpn_mib_ipv4_unicast_active_routes(record->ipv4_table_id) +
+                       mpls_vpn_mib_ipv6_unicast_active_routes(record->ipv6_table_id);
+}
+
+}  // namespace
+
+void fill_vrf_parcel(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
+  mpls_vpn_debug(PROV, "Entering function %s", kVrfFill);
+  *row = {};
+  if (record == nullptr) {
+    mpls_vpn_debug(ERR, "NULL arguments in %s", kVrfFill);
+    return;
+  }
+  const mpls_vpn_vrf_attr& attributes = *mpls_vpn_vrf_attributes(record);
+  fill_texts(row, record, attributes);
+  row->creationTime = attributes.creation_time;
+  row->confLastChanged = attributes.conf_last_changed_time;
+  row->midThresh = attributes.mid_thresh;
+  row->highThresh = attributes.high_thresh;
+  row->rowStatus = kRowStatusActive;
+  row->storageType = kStorageTypeReadOnly;
+  fill_counts(row, record);
+}
+
+Status mpls_vpn_mib_prov_get_vrf(KvReply* reply, const RequestArgs* args) {
+  if (const Status rc = prov_check_arguments(args, 1, kVrfHandler)) return rc;
+  const char* vrf_name = args->arg[0].text;
+  mpls_vpn_debug(PROV, "Entering function %s with vrfName = %s", kVrfHandler, vrf_name);
+  const bool next = args->form == kFormNameAfiSafi;
+  const VrfNode* node = next ? find_next(vrf_name) : mpls_vpn_mib_get_vrf_node(true, vrf_name);
+  if (node == nullptr) return kStatusNoSuchRow;
+  mpls_vpn_debug(PROV, "Found VRF %s", node->vrf_name);
+  mpls_vpn_mib_vrf_complete_missing(node->vrf_rec);
+  mpls_vpn_mib_vrf row;
+  fill_vrf_parcel(&row, node->vrf_rec);
+  if (row.name != nullptr) return prov_encode_parcel(reply, &row, &kMibVrfParcel);
+  // A reader that goes on from the row needs its name.
+  const Status rc = parcel_free_indirections(&kMibVrfParcel, &row);
+  if (rc != kStatusOk) mpls_vpn_error(kVrfHandler, "parcel_free_indirections", rc);
+  return kStatusNoMemory;
+}

@@ -1,0 +1,18 @@
+// Rows of the VRF table (RFC 4382, mplsL3VpnVrfTable).
+#pragma once
+
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "platform/base/status.h"
+#include "platform/kvtree/kvtree.h"
+#include "platform/vtab/vtab.h"
+
+// Get handler of "vrf" and "vrf-next": argument 0 the VRF name. Form 1 answers the first VRF whose name is
+// not smaller and that exists, any other form the VRF of exactly this name.
+//
+// 0 with a mpls_vpn_mib_vrf record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or the
+// encoding's status. Main thread; O(interfaces of the VRF).
+Status mpls_vpn_mib_prov_get_vrf(KvReply* reply, const RequestArgs* args);
+
+// The row of a VRF, cleared first. A missing record is reported and leaves the row cleared. Texts are heap
+// copies; one that cannot be copied stays null.
+void fill_vrf_parcel(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record);

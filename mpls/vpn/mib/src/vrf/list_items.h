@@ -1,0 +1,29 @@
+// What the lists of VRFs and of invalid VRFs share. Not for other files.
+#pragma once
+
+#include <cstdint>
+
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "platform/base/status.h"
+#include "platform/kvtree/kvtree.h"
+
+// One kind of answer; the texts are those by which operators know its failures.
+struct VrfListKind {
+  const char* function;
+  const char* creation_failed;
+  const char* add_failed;
+  bool is_datalist;
+};
+
+// Makes the reply's empty list or datalist, or reports why not.
+Status create_vrf_list(const VrfListKind& kind, KvListReply* reply);
+
+// These add one item. False, reported, when it could not be added.
+bool add_vrf_list_item(const VrfListKind& kind, KvListReply* reply, const char* key);
+// Encodes and spends the show record; one without its name is no item. With is_xml the key is the encoded
+// name.
+bool add_vrf_datalist_item(const VrfListKind& kind, KvListReply* reply, const char* vrf_name,
+                           mpls_vpn_vrf* show, bool is_xml);
+
+// Counts an item that was added. True, reported, when the caller accepts no more.
+bool count_vrf_list_item(KvListReply* reply);

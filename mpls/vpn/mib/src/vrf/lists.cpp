@@ -1,0 +1,122 @@
+// The list and the datalist of the VRFs that exist: one walk over the record service's VRFs, in which the two
+// differ by where they begin, by what an item holds, and by a word in what they report.
+//
+// The limit is tested after an item was added, so that a maximum of 0 yields one item.
+#include "mpls/vpn/mib/src/vrf/lists.h"
+
+#include <cstring>
+
+#include "mpls/vpn/mib/src/membership/membership.h"
+#include "mpls/vpn/mib/src/provider/filter.h"
+#include "mpls/vpn/mib/src/support/name.h"
+#include "mpls/vpn/mib/src/support/report.h"
+#include "mpls/vpn/mib/src/vrf/list_items.h"
+#include "mpls/vpn/mib/src/vrf/show.h"
+#include "platform/vtab/vtab.h"
+
+namespace {
+
+constexpr VrfListKind kList = {"mpls_vpn_prov_list_vrf", "List creation failed", "List item add failed",
+                               false};
+constexpr VrfListKind kDatalist = {"mpls_vpn_prov_datalist_vrf", "Datalist creation failed",
+                                   "Datalist item add failed", true};
+
+struct VrfWalk {
+  const VrfListKind& kind;
+  KvListReply* reply;
+  VrfFilter filter;
+  bool is_named;      // the request names a VRF
+  bool ends_at_item;  // ... and asks for it alone
+  bool is_xml;
+};
+
+enum class Step { kGoOn, kEnd };
+
+// The first VRF whose name is greater, whether or not there is one of this name.
+VtabVrfRecord* first_behind(const char* vrf_name) {
+  VtabVrfRecord key{};
+  const std::size_t length = std::strlen(vrf_name);
+  if (length >= sizeof key.vrf_name) return nullptr;  // longer than any: the last of all
+  std::memcpy(key.vrf_name, vrf_name, length);
+  return vtab_get_next_vrf_record(&key);
+}
+
+VtabVrfRecord* first_record(const VrfWalk& walk, std::uint32_t form) {
+  if (form > kFormEncodedNameAfiSafi) return nullptr;
+  if (!walk.is_named) return vtab_get_first_vrf_record();
+  const bool from_behind = walk.kind.is_datalist && (form == kFormName || form == kFormEncodedName);
+  if (from_behind) return first_behind(walk.filter.vrf_name);
+  return vtab_get_vrf_record_by_vrf_name(walk.filter.vrf_name);
+}
+
+// Why a VRF is no item. The datalist leaves a trace of the first two.
+bool is_ignored(const VrfWalk& walk, const VtabVrfRecord* record) {
+  if (std::strcmp(record->vrf_name, kDefaultVrfName) == 0) {
+    mpls_vpn_debug(PROV, "Ignoring default VRF");
+    if (walk.kind.is_datalist) mpls_vpn_trace(kTraceProv, kStatusOk, "Ignoring default VRF");
+    return true;
+  }
+  if (record->vrf_id == 0) {
+    mpls_vpn_debug(PROV, "Ignoring VRF FWD REF %s", record->vrf_name);
+    if (walk.kind.is_datalist) {
+      mpls_vpn_trace(kTraceProv, kStatusOk, "Ignoring VRF FWD REF %s", record->vrf_name);
+    }
+    return true;
+  }
+  if (vrf_in_database(record->vrf_name) != nullptr) return false;
+  mpls_vpn_debug(PROV, "Ignoring VRFs not present in DB");
+  return true;
+}
+
+bool add_item(const VrfWalk& walk, const VtabVrfRecord* record) {
+  if (!walk.kind.is_datalist) return add_vrf_list_item(walk.kind, walk.reply, record->vrf_name);
+  mpls_vpn_vrf show;
+  fill_show_vrf_parcel(&show, record, walk.filter.afi, walk.filter.safi, walk.is_xml);
+  return add_vrf_datalist_item(walk.kind, walk.reply, record->vrf_name, &show, walk.is_xml);
+}
+
+Step visit(const VrfWalk& walk, VtabVrfRecord* record) {
+  if (is_ignored(walk, record)) return Step::kGoOn;
+  if (walk.kind.is_datalist) mpls_vpn_mib_vrf_complete_missing(record);
+  if (!vrf_matches_afi_safi(record->vrf_name, &walk.filter)) {
+    if (walk.is_named) return Step::kEnd;
+    mpls_vpn_debug(PROV, "VRF does not match AFI SAFI filter");
+    return Step::kGoOn;
+  }
+  if (!add_item(walk, record)) return Step::kGoOn;
+  return count_vrf_list_item(walk.reply) || walk.ends_at_item ? Step::kEnd : Step::kGoOn;
+}
+
+bool is_form_with_families(std::uint32_t form) {
+  return form == kFormNameAfiSafi || form == kFormEncodedNameAfiSafi;
+}
+
+bool is_encoded_form(std::uint32_t form) {
+  return form == kFormEncodedName || form == kFormEncodedNameAfiSafi;
+}
+
+Status answer(const VrfListKind& kind, KvListReply* reply, const RequestArgs* args) {
+  mpls_vpn_debug(PROV, "Entering %s", kind.function);
+  if (const Status rc = create_vrf_list(kind, reply)) return rc;
+  VrfWalk walk = {kind, reply, {}, false, false, kind.is_datalist && is_encoded_form(args->form)};
+  if (kind.is_datalist) {
+    mpls_vpn_debug(PROV, "%s: is_xml %s", kind.function, walk.is_xml ? "TRUE" : "FALSE");
+  }
+  set_filter_vrf_afi_safi(&walk.filter, args);
+  walk.is_named = (walk.filter.flags & kFilterVrfName) != 0;
+  walk.ends_at_item = walk.is_named && is_form_with_families(args->form);
+  VtabVrfRecord* record = first_record(walk, args->form);
+  while (record != nullptr && visit(walk, record) == Step::kGoOn) record = vtab_get_next_vrf_record(record);
+  release_filter_vrf_name(&walk.filter);
+  return kStatusOk;
+}
+
+}  // namespace
+
+Status mpls_vpn_prov_list_vrf(KvListReply* reply, const RequestArgs* args) {
+  return answer(kList, reply, args);
+}
+
+Status mpls_vpn_prov_datalist_vrf(KvListReply* reply, const RequestArgs* args) {
+  return answer(kDatalist, reply, args);
+}

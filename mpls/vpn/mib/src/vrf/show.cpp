@@ -1,0 +1,129 @@
+// The show handlers and the show record as a whole; interface names and tables have files of their own.
+//
+// The VRF "default" is the routing context of interfaces in no VRF: its record lists those interfaces and has
+// no tables. Main thread; nothing is kept between requests.
+#include "mpls/vpn/mib/src/vrf/show.h"
+
+#include <cstring>
+
+#include "mpls/vpn/mib/src/attributes/attributes.h"
+#include "mpls/vpn/mib/src/membership/membership.h"
+#include "mpls/vpn/mib/src/provider/answer.h"
+#include "mpls/vpn/mib/src/provider/filter.h"
+#include "mpls/vpn/mib/src/provider/request.h"
+#include "mpls/vpn/mib/src/provider/xml_filter.h"
+#include "mpls/vpn/mib/src/support/name.h"
+#include "mpls/vpn/mib/src/support/report.h"
+
+namespace {
+
+constexpr char kShowName[] = "mpls_vpn_mib_prov_get_vrf_show";
+constexpr char kInvalidName[] = "mpls_vpn_mib_prov_get_vrf_invalid";
+constexpr std::uint32_t kSlotsOfOneFamily = 1;
+constexpr std::uint32_t kSlotsOfAll = 4;
+
+std::uint32_t slots_of(std::uint32_t afi_index) {
+  return afi_index != 0 ? kSlotsOfOneFamily : kSlotsOfAll;
+}
+
+void add_selected_tables(ParcelArray* tables, const VtabVrfRecord* record, std::uint32_t afi_index,
+                         std::uint32_t second_selector, bool is_xml) {
+  if (is_xml && mpls_vpn_mib_prov_xml_filter(record, &afi_index) == 0) return;
+  add_tables(tables, record, afi_index, second_selector, slots_of(afi_index));
+}
+
+// The VRF's record, or why there is nothing to show.
+Status find_shown(const char* vrf_name, VtabVrfRecord** record) {
+  if (vrf_in_database(vrf_name) == nullptr) {
+    mpls_vpn_debug(PROV, "Ignoring VRFs not present in DB");
+    return kStatusNoSuchRow;
+  }
+  *record = vtab_get_vrf_record_by_vrf_name(vrf_name);
+  if (*record == nullptr) {
+    mpls_vpn_debug(PROV, "No VRF found");
+    return kStatusNoVrfRecord;
+  }
+  if ((*record)->vrf_id == 0) {
+    mpls_vpn_debug(PROV, "Ignoring VRF FWD REF %s", (*record)->vrf_name);
+    return kStatusNoSuchRow;
+  }
+  return kStatusOk;
+}
+
+bool exists(const char* vrf_name) {
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
+  return record != nullptr && record->vrf_id != 0;
+}
+
+Status refuse(mpls_vpn_vrf* show, Status why, const char* handler) {
+  const Status rc = parcel_free_indirections(&kShowVrfParcel, show);
+  if (rc != kStatusOk) mpls_vpn_error(handler, "parcel_free_indirections", rc);
+  return why;
+}
+
+// A record without its name cannot be told from any other.
+Status encode_named(KvReply* reply, mpls_vpn_vrf* show, const char* handler) {
+  if (show->VRFName == nullptr) return refuse(show, kStatusNoMemory, handler);
+  return prov_encode_parcel(reply, show, &kShowVrfParcel);
+}
+
+}  // namespace
+
+void fill_show_vrf_parcel(mpls_vpn_vrf* show, const VtabVrfRecord* record, std::uint32_t afi_index,
+                          std::uint32_t second_selector, bool is_xml) {
+  *show = {};
+  if (record == nullptr) {
+    mpls_vpn_report_failure(ERR, kStatusInvalid, "NULL arguments in %s", __func__);
+    return;
+  }
+  const mpls_vpn_vrf_attr& attributes = *mpls_vpn_vrf_attributes(record);
+  prov_copy_inner_text(&show->VRFName, record->vrf_name, __func__);
+  prov_copy_inner_text(&show->VRFDescription, attributes.description, __func__);
+  prov_copy_inner_text(&show->RouteDistinguisher, attributes.rd, __func__);
+  show->isBigVrf = attributes.is_big_vrf;
+  if (std::strcmp(record->vrf_name, kDefaultVrfName) == 0) {
+    add_default_vrf_ifs(&show->Interfaces);
+    return;
+  }
+  add_ifs(&show->Interfaces, record->vrf_name);
+  add_selected_tables(&show->AF, record, afi_index, second_selector, is_xml);
+}
+
+std::uint32_t fill_vrf_invalid_parcel(mpls_vpn_vrf* show, const char* vrf_name) {
+  if (show == nullptr || vrf_name == nullptr) {
+    mpls_vpn_report_failure(ERR, kStatusInvalid, "NULL arguments in %s", __func__);
+    return 0;
+  }
+  *show = {};
+  prov_copy_inner_text(&show->VRFName, vrf_name, __func__);
+  return add_ifs(&show->Interfaces, vrf_name);
+}
+
+Status mpls_vpn_mib_prov_get_vrf_show(KvReply* reply, const RequestArgs* args) {
+  if (const Status rc = prov_check_arguments(args, 1, kShowName)) return rc;
+  const char* vrf_name = args->arg[0].text;
+  const bool is_xml = args->form == kFormEncodedName;
+  mpls_vpn_debug(PROV, "Entering function %s with vrfName = %s, is_xml: %s", kShowName, vrf_name,
+                 is_xml ? "TRUE" : "FALSE");
+  VtabVrfRecord* record = nullptr;
+  if (const Status rc = find_shown(vrf_name, &record)) return rc;
+  mpls_vpn_debug(PROV, "Found VRF %s", record->vrf_name);
+  mpls_vpn_mib_vrf_complete_missing(record);
+  mpls_vpn_vrf show;
+  fill_show_vrf_parcel(&show, record, 0, 0, is_xml);
+  return encode_named(reply, &show, kShowName);
+}
+
+Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args) {
+  if (const Status rc = prov_check_arguments(args, 1, kInvalidName)) return rc;
+  const char* vrf_name = args->arg[0].text;
+  mpls_vpn_debug(PROV, "Entering function %s with vrfName = %s", kInvalidName, vrf_name);
+  if (exists(vrf_name)) {
+    mpls_vpn_debug(PROV, "VRF %s found, but it is not invalid", vrf_name);
+    return kStatusNoSuchRow;
+  }
+  mpls_vpn_vrf show;
+  if (fill_vrf_invalid_parcel(&show, vrf_name) != 0) return encode_named(reply, &show, kInvalidName);
+  mpls_vpn_debug(PROV, "Requested VRF %s invalid, but found no ifs", vrf_name);
+  return refuse(&show, kStatusNoSuchRow, kInvalidName);
+}

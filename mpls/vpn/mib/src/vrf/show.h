@@ -1,0 +1,45 @@
+// The show form of a VRF: what operators see of it, with its interfaces, routing tables and route targets.
+// The lists of VRFs carry the same record.
+#pragma once
+
+#include <cstdint>
+
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/route_target/database.h"
+#include "platform/base/status.h"
+#include "platform/kvtree/kvtree.h"
+#include "platform/vtab/vtab.h"
+
+// Get handler of "vrf-detail": argument 0 the VRF name as given; form 2 asks for the structured form. 0 with
+// a mpls_vpn_vrf record, kStatusArgumentMissing, kStatusNoSuchRow (not in the VRF database, or a forward
+// reference), kStatusNoVrfRecord when the record service does not know the name, kStatusNoMemory when not
+// even the name could be copied, or the encoding's status.
+Status mpls_vpn_mib_prov_get_vrf_show(KvReply* reply, const RequestArgs* args);
+
+// Get handler of "vrf-invalid-detail": a VRF that has interfaces but does not exist. kStatusNoSuchRow when it
+// exists, or has no interfaces that could be shown; otherwise as above.
+//
+// Both take the name as it is given, in every form: where a structured request encodes it, a VRF whose name
+// has octets to escape is not found. Its plain name finds it.
+Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args);
+
+// All fill functions clear the record first and put heap copies into it, which parcel_free_indirections
+// releases. Without memory the array or the text concerned is left out, which is reported and traced: the
+// record stands without it, unless it is the VRF's name. A missing argument is reported and fills nothing.
+
+// afi_index: 0 all address families, 1 IPv4, 2 IPv6. second_selector: 2 (multicast) takes no table of a given
+// address family.
+void fill_show_vrf_parcel(mpls_vpn_vrf* show, const VtabVrfRecord* record, std::uint32_t afi_index,
+                          std::uint32_t second_selector, bool is_xml);
+// Name and interfaces only. The number of interfaces.
+std::uint32_t fill_vrf_invalid_parcel(mpls_vpn_vrf* show, const char* vrf_name);
+void fill_table_parcel(mpls_vpn_afi_safi* entry, const VtabTableRecord* table, const VtabVrfRecord* record);
+void fill_show_rt_parcel(mpls_vpn_rt* entry, const RtNode* node);
+
+// The names of the VRF's interfaces (mpls_vpn_interfaces), "_" shown as "/". The number of names.
+std::uint32_t add_ifs(ParcelArray* interfaces, const char* vrf_name);
+// Those of the interfaces that are in no VRF.
+void add_default_vrf_ifs(ParcelArray* interfaces);
+// At most `slots` of the VRF's unicast and flow-rule tables (mpls_vpn_afi_safi).
+void add_tables(ParcelArray* tables, const VtabVrfRecord* record, std::uint32_t afi_index,
+                std::uint32_t second_selector, std::uint32_t slots);
