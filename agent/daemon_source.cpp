@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "platform/base/log.h"
+#include "platform/core/base/log.h"
 
 namespace agent {
 

@@ -12,9 +12,9 @@
 #include <string>
 #include <string_view>
 
-#include "agent/tables/row_source.h"
-#include "platform/base/clock.h"
-#include "platform/kvtree/client.h"
+#include "agent/rows/row_source.h"
+#include "platform/core/base/clock.h"
+#include "platform/store/client/client.h"
 
 namespace agent {
 

@@ -6,7 +6,7 @@
 #include <chrono>
 
 #include "agent/daemon_test_support.h"
-#include "platform/base/clock.h"
+#include "platform/core/base/clock.h"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include <cstdlib>
 
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/base/directories.h"
-#include "platform/evm/evm.h"
-#include "platform/kvtree/client.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/evm/evm.h"
+#include "platform/core/files/directories.h"
+#include "platform/store/client/client.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace agent_test {
 namespace {

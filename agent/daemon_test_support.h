@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/temporary_directory.h"
+#include "platform/core/files/temporary_directory.h"
 
 namespace agent_test {
 

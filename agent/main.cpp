@@ -16,8 +16,8 @@
 #include <string_view>
 
 #include "agent/sub_agent.h"
-#include "platform/base/log.h"
-#include "platform/kvtree/client.h"
+#include "platform/core/base/log.h"
+#include "platform/store/client/client.h"
 
 namespace {
 

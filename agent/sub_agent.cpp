@@ -14,7 +14,7 @@
 #include <cstring>
 
 #include "agent/tables/l3vpn_tables.h"
-#include "platform/base/log.h"
+#include "platform/core/base/log.h"
 
 namespace agent {
 namespace {

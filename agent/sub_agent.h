@@ -11,7 +11,7 @@
 #include "agent/responder.h"
 #include "agent/tables/mib.h"
 #include "agent/trap_feed.h"
-#include "platform/base/clock.h"
+#include "platform/core/base/clock.h"
 
 namespace agent {
 

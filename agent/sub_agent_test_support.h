@@ -13,7 +13,7 @@
 #include "agent/daemon_test_support.h"
 #include "agent/sub_agent.h"
 #include "agent/tables/tables_test_support.h"
-#include "platform/base/clock.h"
+#include "platform/core/base/clock.h"
 
 namespace agent_test {
 

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "agent/trap_notification.h"
-#include "platform/base/log.h"
+#include "platform/core/base/log.h"
 
 namespace agent {
 namespace {

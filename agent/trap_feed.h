@@ -16,7 +16,7 @@
 
 #include "agent/agentx/session.h"
 #include "agent/daemon_source.h"
-#include "platform/kvtree/client.h"
+#include "platform/store/client/client.h"
 
 namespace agent {
 

@@ -6,9 +6,9 @@
 #include <string_view>
 
 #include "agent/oid/oid.h"
-#include "agent/tables/index.h"
+#include "agent/rows/index.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/parcel/parcel.h"
+#include "platform/core/parcel/parcel.h"
 
 namespace agent {
 namespace {

@@ -4,8 +4,8 @@
 #pragma once
 
 #include "agent/agentx/pdu.h"
-#include "platform/base/status.h"
-#include "platform/kvtree/client.h"
+#include "platform/core/base/status.h"
+#include "platform/store/client/client.h"
 
 namespace agent {
 

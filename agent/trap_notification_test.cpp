@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/parcel/parcel.h"
+#include "platform/core/parcel/parcel.h"
 
 namespace {
 

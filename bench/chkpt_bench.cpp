@@ -18,8 +18,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/chkpt/chkpt.h"
-#include "platform/evm/test_run_directory.h"
+#include "platform/core/chkpt/chkpt.h"
+#include "platform/core/evm/test_run_directory.h"
 
 namespace {
 

@@ -21,11 +21,11 @@
 
 #include "bench/daemon_in_process.h"
 #include "bench/in_child.h"
-#include "platform/chkpt/chkpt.h"
-#include "platform/kvtree/client.h"
-#include "platform/kvtree/config.h"
-#include "platform/vrf_config/vrf_config.h"
-#include "platform/wire/wire.h"
+#include "platform/config/vrf_config.h"
+#include "platform/core/chkpt/chkpt.h"
+#include "platform/core/wire/wire.h"
+#include "platform/store/client/client.h"
+#include "platform/store/configuration/config.h"
 
 namespace {
 

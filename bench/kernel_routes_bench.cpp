@@ -23,11 +23,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/clock.h"
-#include "platform/evm/evm.h"
-#include "platform/evm/test_run_directory.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/evm/evm.h"
+#include "platform/core/evm/test_run_directory.h"
 #include "sources/kernel/kernel_source.h"
-#include "sources/kernel/netlink_socket.h"
+#include "sources/kernel/netlink/netlink_socket.h"
 
 namespace {
 

@@ -18,9 +18,9 @@
 #include <vector>
 
 #include "bench/daemon_in_process.h"
-#include "platform/base/clock.h"
-#include "platform/base/directories.h"
-#include "platform/kvtree/client.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/files/directories.h"
+#include "platform/store/client/client.h"
 
 namespace {
 

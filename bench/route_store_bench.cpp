@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "bench/in_child.h"
-#include "platform/router/route_store.h"
-#include "platform/router/router.h"
+#include "platform/router/model/route_store.h"
+#include "platform/router/model/router.h"
 
 namespace {
 

@@ -9,12 +9,12 @@
 #include <functional>
 
 #include "cli/commands.h"
-#include "cli/config_command_line.h"
+#include "cli/config/config_command_line.h"
+#include "cli/output/table.h"
 #include "cli/session.h"
-#include "cli/table.h"
-#include "platform/base/directories.h"
-#include "platform/debug/debug_client.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/debug/debug_client.h"
+#include "platform/core/files/directories.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace cli {
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "cli/command_line_test_fixture.h"
-#include "platform/trace/trace.h"
+#include "platform/core/trace/trace.h"
 
 namespace cli {
 namespace {

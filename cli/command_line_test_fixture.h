@@ -9,7 +9,7 @@
 
 #include "cli/command_line.h"
 #include "cli/session.h"
-#include "platform/evm/test_run_directory.h"
+#include "platform/core/evm/test_run_directory.h"
 
 namespace cli {
 

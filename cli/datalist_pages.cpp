@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace cli {
 

@@ -1,6 +1,6 @@
 // "router": hands its words to the daemon's action of this name and shows the answer.
 #include "cli/commands.h"
-#include "cli/json_list.h"
+#include "cli/output/json_list.h"
 
 namespace cli {
 

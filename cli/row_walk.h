@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "cli/record.h"
+#include "cli/output/record.h"
 #include "cli/session.h"
 
 namespace cli {

@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "cli/command_line_test_fixture.h"
-#include "platform/base/clock.h"
-#include "platform/base/fault.h"
-#include "platform/evm/evm.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/evm.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace cli {
 

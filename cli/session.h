@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/base/status.h"
-#include "platform/kvtree/client.h"
+#include "platform/core/base/status.h"
+#include "platform/store/client/client.h"
 
 namespace cli {
 

@@ -5,9 +5,9 @@
 #include <string>
 
 #include "mpls/vpn/mib/src/route/modules.h"
-#include "platform/base/log.h"
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/log.h"
+#include "platform/core/base/status.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace daemon_host {
 

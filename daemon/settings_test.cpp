@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/temporary_directory.h"
+#include "platform/core/files/temporary_directory.h"
 
 namespace daemon_host {
 namespace {

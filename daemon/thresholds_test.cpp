@@ -7,9 +7,9 @@
 
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
 #include "mpls/vpn/mib/src/traps/trap_test_support.h"
-#include "platform/rib_threshold/records.h"
-#include "platform/rib_threshold/rib_threshold.h"
-#include "platform/router/route_test_support.h"
+#include "platform/router/model/route_test_support.h"
+#include "platform/router/rib_threshold/records.h"
+#include "platform/router/rib_threshold/rib_threshold.h"
 
 namespace {
 

@@ -21,8 +21,8 @@
 #include "agent/tables/l3vpn_tables.h"
 #include "agent/tables/mib.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/base/clock.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/clock.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <cstdlib>
 #include <vector>
 
-#include "platform/router/router.h"
-#include "sources/kernel/route_message.h"
-#include "sources/kernel/route_rows.h"
+#include "platform/router/model/router.h"
+#include "sources/kernel/routes/route_message.h"
+#include "sources/kernel/routes/route_rows.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/kvtree/matcher.h"
+#include "platform/store/tree/matcher.h"
 
 namespace {
 

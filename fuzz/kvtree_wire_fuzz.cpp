@@ -9,9 +9,9 @@
 #include <cstring>
 #include <string>
 
-#include "platform/kvtree/protocol.h"
-#include "platform/kvtree/store.h"
-#include "platform/kvtree/value_codec.h"
+#include "platform/store/configuration/value_codec.h"
+#include "platform/store/server/protocol.h"
+#include "platform/store/server/store.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include <cstdlib>
 #include <vector>
 
-#include "sources/kernel/mirror.h"
-#include "sources/kernel/netlink_parse.h"
-#include "sources/kernel/reconcile.h"
+#include "sources/kernel/links/mirror.h"
+#include "sources/kernel/links/reconcile.h"
+#include "sources/kernel/netlink/netlink_parse.h"
 
 namespace {
 

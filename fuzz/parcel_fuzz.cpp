@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/parcel/json.h"
-#include "platform/parcel/parcel.h"
-#include "platform/parcel/schema.h"
-#include "platform/parcel/test_records.h"
+#include "platform/core/parcel/json.h"
+#include "platform/core/parcel/parcel.h"
+#include "platform/core/parcel/schema.h"
+#include "platform/core/parcel/test_records.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 // before. Main thread only, as the route store behind it.
 //
 // The modules hold no state. They reach the routes of the process that loads them through the function table
-// that platform/router/route_access.h declares; a process that does not export it cannot load them.
+// that platform/router/model/route_access.h declares; a process that does not export it cannot load them.
 #pragma once
 
 #include <cstddef>

@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/clock.h"
-#include "platform/base/fault.h"
-#include "platform/router/route_access.h"
-#include "platform/router/route_test_support.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/router/model/route_access.h"
+#include "platform/router/model/route_test_support.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/router/route_access.h"
+#include "platform/router/model/route_access.h"
 
 namespace forwardmib {
 

@@ -23,7 +23,7 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/base/log.h"
+#include "platform/core/base/log.h"
 
 namespace agentx {
 namespace {

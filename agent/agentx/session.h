@@ -16,7 +16,7 @@
 
 #include "agent/agentx/pdu.h"
 #include "agent/oid/oid.h"
-#include "platform/base/clock.h"
+#include "platform/core/base/clock.h"
 
 namespace agentx {
 

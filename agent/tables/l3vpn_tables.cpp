@@ -9,7 +9,7 @@
 #include <array>
 #include <vector>
 
-#include "agent/tables/decoded_record.h"
+#include "agent/rows/decoded_record.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 
 namespace tables {

@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "agent/tables/decoded_record.h"
+#include "agent/rows/decoded_record.h"
 #include "agent/tables/mib_test_fixture.h"
 
 namespace {

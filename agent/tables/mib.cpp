@@ -8,7 +8,7 @@
 #include <algorithm>
 
 #include <compare>
-#include "platform/base/clock.h"
+#include "platform/core/base/clock.h"
 
 namespace tables {
 namespace {

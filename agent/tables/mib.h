@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "agent/oid/oid.h"
+#include "agent/rows/row_cache.h"
+#include "agent/rows/row_set.h"
+#include "agent/rows/row_source.h"
 #include "agent/tables/readable_path.h"
-#include "agent/tables/row_cache.h"
-#include "agent/tables/row_set.h"
-#include "agent/tables/row_source.h"
 
 namespace tables {
 

@@ -10,7 +10,7 @@
 #include "agent/tables/l3vpn_tables.h"
 #include "agent/tables/mib.h"
 #include "agent/tables/tables_test_support.h"
-#include "platform/base/clock.h"
+#include "platform/core/base/clock.h"
 
 namespace agent_test {
 

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "platform/base/clock.h"
+#include "platform/core/base/clock.h"
 
 namespace tables {
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "agent/tables/row_source.h"
+#include "agent/rows/row_source.h"
 
 namespace tables {
 

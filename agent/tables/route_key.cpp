@@ -6,7 +6,7 @@
 #include <array>
 #include <vector>
 
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace tables {
 namespace {

@@ -9,7 +9,7 @@
 #include <span>
 #include <string>
 
-#include "agent/tables/row_set.h"
+#include "agent/rows/row_set.h"
 
 namespace tables {
 

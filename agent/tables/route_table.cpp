@@ -1,7 +1,7 @@
 // mplsL3VpnVrfRteTable (RFC 4382): the routes of the VRFs, IPv4 before IPv6.
 #include <array>
 
-#include "agent/tables/decoded_record.h"
+#include "agent/rows/decoded_record.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "agent/tables/route_key.h"
 #include "mpls/vpn/mib/src/records/layouts.h"

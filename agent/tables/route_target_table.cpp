@@ -1,7 +1,7 @@
 // mplsL3VpnVrfRTTable (RFC 4382): the route targets of the VRFs, numbered from 1 in each.
 #include <array>
 
-#include "agent/tables/decoded_record.h"
+#include "agent/rows/decoded_record.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 

@@ -11,7 +11,7 @@
 #include <tuple>
 
 #include "agent/tables/l3vpn_tables.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace agent_test {
 namespace {

@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "agent/oid/oid.h"
-#include "agent/tables/row_source.h"
+#include "agent/rows/row_source.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/base/status.h"
+#include "platform/core/base/status.h"
 
 namespace agent_test {
 

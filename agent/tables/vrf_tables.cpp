@@ -5,7 +5,7 @@
 // keeps nothing about: the VPN id is empty.
 #include <array>
 
-#include "agent/tables/decoded_record.h"
+#include "agent/rows/decoded_record.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 

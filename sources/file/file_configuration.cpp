@@ -1,7 +1,7 @@
 // See file_configuration.h.
 #include "sources/file/file_configuration.h"
 
-#include "platform/vrf_config/vrf_config.h"
+#include "platform/config/vrf_config.h"
 
 Status replace_file_configuration(const std::vector<KvConfigNode>& nodes, const std::string& comment,
                                   std::string* id, std::string* mistake) {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/status.h"
-#include "platform/kvtree/config.h"
+#include "platform/core/base/status.h"
+#include "platform/store/configuration/config.h"
 
 // Makes the nodes all that the owner "file" holds of VRFs, their protocols, the format of AS numbers and the
 // trap switches, as one commit of the difference. *id is the commit's, empty when nothing in force changed;

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/base/fault.h"
+#include "platform/core/base/fault.h"
 
 namespace router_file {
 

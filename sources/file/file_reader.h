@@ -10,9 +10,9 @@
 #include <string>
 #include <thread>
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
-#include "sources/file/router_file.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+#include "sources/file/reader/router_file.h"
 
 namespace router_file {
 

@@ -15,10 +15,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/base/clock.h"
-#include "platform/base/fault.h"
-#include "platform/base/log.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "platform/store/tree/kvtree.h"
 #include "sources/file/file_configuration.h"
 #include "sources/file/reconcile.h"
 

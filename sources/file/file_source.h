@@ -11,13 +11,13 @@
 #include <memory>
 #include <string>
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
-#include "platform/router/router.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+#include "platform/router/model/router.h"
+#include "sources/file/commands/router_action.h"
 #include "sources/file/file_reader.h"
 #include "sources/file/folder_watch.h"
 #include "sources/file/route_feeder.h"
-#include "sources/file/router_action.h"
 
 class FileSource {
  public:

@@ -6,11 +6,11 @@
 #include <fstream>
 #include <memory>
 
-#include "platform/base/fault.h"
-#include "platform/evm/test_run_directory.h"
-#include "platform/kvtree/config.h"
-#include "platform/kvtree/kvtree.h"
-#include "platform/vrf_config/test_support.h"
+#include "platform/config/test_support.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/store/configuration/config.h"
+#include "platform/store/tree/kvtree.h"
 #include "sources/file/file_configuration.h"
 #include "sources/file/file_source.h"
 

@@ -7,11 +7,11 @@
 #include <fstream>
 #include <memory>
 
-#include "platform/base/clock.h"
-#include "platform/base/fault.h"
-#include "platform/evm/test_run_directory.h"
-#include "platform/kvtree/kvtree.h"
-#include "platform/router/route_test_support.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/router/model/route_test_support.h"
+#include "platform/store/tree/kvtree.h"
 #include "sources/file/file_source.h"
 
 namespace {

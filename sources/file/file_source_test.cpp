@@ -13,12 +13,12 @@
 #include <memory>
 #include <thread>
 
-#include "platform/base/clock.h"
-#include "platform/base/directories.h"
-#include "platform/base/fault.h"
-#include "platform/evm/test_run_directory.h"
-#include "platform/kvtree/client.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/core/files/directories.h"
+#include "platform/store/client/client.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace {
 

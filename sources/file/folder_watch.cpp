@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "platform/base/fault.h"
-#include "platform/base/log.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
 
 namespace {
 

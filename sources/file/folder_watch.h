@@ -8,8 +8,8 @@
 #include <functional>
 #include <string>
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
 
 class FolderWatch {
  public:

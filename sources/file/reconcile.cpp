@@ -19,7 +19,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "platform/base/fault.h"
+#include "platform/core/base/fault.h"
 
 namespace router_file {
 

@@ -10,9 +10,9 @@
 #include <cstddef>
 #include <string>
 
-#include "platform/base/status.h"
-#include "platform/router/router.h"
-#include "sources/file/router_file.h"
+#include "platform/core/base/status.h"
+#include "platform/router/model/router.h"
+#include "sources/file/reader/router_file.h"
 
 namespace router_file {
 

@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/base/fault.h"
-#include "platform/router/test_support.h"
+#include "platform/core/base/fault.h"
+#include "platform/router/model/test_support.h"
 
 namespace router_file {
 namespace {

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/status.h"
+#include "platform/core/base/status.h"
+#include "sources/file/reader/route_groups.h"
 #include "sources/file/reconcile.h"
-#include "sources/file/route_groups.h"
 
 namespace router_file {
 

@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/base/clock.h"
-#include "platform/base/fault.h"
-#include "platform/router/route_test_support.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/router/model/route_test_support.h"
 
 namespace router_file {
 namespace {

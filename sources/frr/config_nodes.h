@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/kvtree/config.h"
-#include "platform/router/router.h"
+#include "platform/router/model/router.h"
+#include "platform/store/configuration/config.h"
 #include "sources/frr/running_config.h"
 
 namespace frr {

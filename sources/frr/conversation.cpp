@@ -22,7 +22,7 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/base/fault.h"
+#include "platform/core/base/fault.h"
 
 namespace frr {
 

@@ -21,8 +21,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
 
 namespace frr {
 

@@ -8,8 +8,8 @@
 #include <chrono>
 #include <optional>
 
-#include "platform/base/clock.h"
-#include "platform/base/fault.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
 #include "sources/frr/fake_suite_test_support.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/kvtree/config.h"
+#include "platform/store/configuration/config.h"
 #include "sources/frr/running_config.h"
 
 namespace frr {

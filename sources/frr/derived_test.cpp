@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/vrf_config/test_support.h"
+#include "platform/config/test_support.h"
 #include "sources/frr/config_nodes.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/evm/test_run_directory.h"
+#include "platform/core/evm/test_run_directory.h"
 
 class FakeSuite {
  public:

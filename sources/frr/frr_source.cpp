@@ -12,9 +12,9 @@
 #include <optional>
 #include <utility>
 
-#include "platform/base/clock.h"
-#include "platform/base/fault.h"
-#include "platform/base/log.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
 #include "sources/frr/derived.h"
 
 using frr::Answer;

@@ -24,9 +24,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
-#include "platform/router/router.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+#include "platform/router/model/router.h"
 #include "sources/frr/config_nodes.h"
 #include "sources/frr/conversation.h"
 

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/clock.h"
-#include "platform/base/fault.h"
-#include "platform/kvtree/config.h"
-#include "platform/vrf_config/test_support.h"
+#include "platform/config/test_support.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/store/configuration/config.h"
 #include "sources/frr/fake_suite_test_support.h"
 
 namespace {

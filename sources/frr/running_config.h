@@ -18,8 +18,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/router/router.h"
-#include "platform/vrf_config/vrf_config.h"
+#include "platform/config/vrf_config.h"
+#include "platform/router/model/router.h"
 
 namespace frr {
 

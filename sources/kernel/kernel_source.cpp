@@ -34,12 +34,12 @@
 #include <utility>
 #include <vector>
 
-#include "platform/base/clock.h"
-#include "platform/base/fault.h"
-#include "platform/base/log.h"
-#include "sources/kernel/dump.h"
-#include "sources/kernel/reconcile.h"
-#include "sources/kernel/route_follower.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "sources/kernel/links/reconcile.h"
+#include "sources/kernel/netlink/dump.h"
+#include "sources/kernel/routes/route_follower.h"
 
 namespace {
 

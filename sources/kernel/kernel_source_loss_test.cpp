@@ -7,7 +7,7 @@
 
 #include "sources/kernel/kernel_source.h"
 #include "sources/kernel/live_kernel_test_support.h"
-#include "sources/kernel/netlink_socket.h"
+#include "sources/kernel/netlink/netlink_socket.h"
 
 namespace kernel {
 namespace {

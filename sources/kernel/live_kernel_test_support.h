@@ -23,9 +23,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/clock.h"
-#include "platform/base/fault.h"
-#include "platform/evm/test_run_directory.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
 #include "sources/kernel/kernel_source.h"
 #include "sources/kernel/test_support.h"
 

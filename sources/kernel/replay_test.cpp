@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "sources/kernel/mirror.h"
-#include "sources/kernel/reconcile.h"
+#include "sources/kernel/links/mirror.h"
+#include "sources/kernel/links/reconcile.h"
 #include "sources/kernel/test_support.h"
 
 namespace kernel {

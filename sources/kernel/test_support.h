@@ -19,8 +19,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/router/router.h"
-#include "sources/kernel/netlink_parse.h"
+#include "platform/router/model/router.h"
+#include "sources/kernel/netlink/netlink_parse.h"
 
 namespace kernel {
 

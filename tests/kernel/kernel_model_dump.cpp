@@ -25,9 +25,9 @@
 #include <utility>
 #include <vector>
 
-#include "platform/base/clock.h"
-#include "platform/evm/evm.h"
-#include "platform/router/router.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/evm/evm.h"
+#include "platform/router/model/router.h"
 #include "sources/kernel/kernel_source.h"
 
 namespace {

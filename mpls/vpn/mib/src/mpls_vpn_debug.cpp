@@ -12,7 +12,7 @@
 #include <array>
 #include <cstdio>
 
-#include "platform/base/assertion.h"
+#include "platform/core/base/assertion.h"
 
 DebugFlag mpls_vpn_debug_flags[kMplsVpnDebugAreas];
 DebugFlag l3vpnmib_debug_flags;

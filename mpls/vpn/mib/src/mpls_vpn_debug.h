@@ -6,9 +6,9 @@
 // without a lock from every thread.
 #pragma once
 
-#include "platform/base/status.h"
-#include "platform/debug/debug.h"
-#include "platform/evm/evm.h"
+#include "platform/core/base/status.h"
+#include "platform/core/debug/debug.h"
+#include "platform/core/evm/evm.h"
 
 // Areas, in the order of the flag blocks. What each governs stands beside its command name in
 // mpls_vpn_debug.cpp.

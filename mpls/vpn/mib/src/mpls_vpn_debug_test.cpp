@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "platform/base/fault.h"
-#include "platform/evm/test_run_directory.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
 
 namespace {
 

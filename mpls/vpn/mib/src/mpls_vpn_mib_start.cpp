@@ -28,10 +28,10 @@
 #include "mpls/vpn/mib/src/support/trace.h"
 #include "mpls/vpn/mib/src/traps/reissue_timer.h"
 #include "mpls/vpn/mib/src/vrf/database.h"
-#include "platform/base/assertion.h"
-#include "platform/base/fault.h"
-#include "platform/bgp_vpn/bgp_vpn.h"
-#include "platform/proc/proc.h"
+#include "platform/core/base/assertion.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/proc/proc.h"
+#include "platform/router/bgp_vpn/bgp_vpn.h"
 
 const ServerInit server_init[] = {mpls_vpn_mib_vrf_dbase_init, mpls_vpn_mib_if_dbase_init,
                                   mpls_vpn_mib_rt_dbase_init, nullptr};

@@ -1,8 +1,8 @@
 // The process frame: start-up and the two event loops.
 #pragma once
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
 
 // Starts the daemon and serves events for ever. Returns only when start-up failed, with the exit status: 1,
 // or the code of a failed restore of the checkpoint (1 as well where its low octet, which is all that the

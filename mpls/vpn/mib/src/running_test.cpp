@@ -9,7 +9,7 @@
 #include <future>
 
 #include "mpls/vpn/mib/src/start_test_support.h"
-#include "platform/debug/debug_client.h"
+#include "platform/core/debug/debug_client.h"
 
 // The linker prefers this to the library's.
 extern "C" void openlog(const char* identity, int options, int facility) {

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "mpls/vpn/mib/src/interface/database.h"
-#include "platform/vtab/vtab.h"
+#include "platform/router/vtab/vtab.h"
 
 inline constexpr unsigned kMplsVpnFamilies = 2;  // element 0 IPv4, element 1 IPv6
 

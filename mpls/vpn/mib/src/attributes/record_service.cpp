@@ -20,9 +20,9 @@
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
-#include "platform/base/clock.h"
-#include "platform/base/memory.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/memory.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 
 #include <cstdint>
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
-#include "platform/vtab/vtab.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+#include "platform/router/vtab/vtab.h"
 
 // Registers with the record service. 0, or the code of the first step that failed. Fault points: the record
 // service's own.

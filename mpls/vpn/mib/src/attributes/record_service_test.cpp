@@ -6,8 +6,8 @@
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
-#include "platform/base/memory.h"
-#include "platform/vtab/service.h"
+#include "platform/core/base/memory.h"
+#include "platform/router/vtab/service.h"
 
 namespace {
 

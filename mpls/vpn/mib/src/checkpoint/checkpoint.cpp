@@ -14,7 +14,7 @@
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/chkpt/chkpt.h"
+#include "platform/core/chkpt/chkpt.h"
 
 namespace {
 

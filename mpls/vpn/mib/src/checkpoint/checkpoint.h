@@ -7,9 +7,9 @@
 
 #include <cstdint>
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
-#include "platform/vtab/vtab.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+#include "platform/router/vtab/vtab.h"
 
 // Opens the store and its table. 0, or the code of the step that failed. Once, at start-up.
 [[nodiscard]] Status mpls_vpn_mib_chkpt_init(EventManager* evm);

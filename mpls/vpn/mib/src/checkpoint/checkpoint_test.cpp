@@ -2,8 +2,8 @@
 #include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
 
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
-#include "platform/base/memory.h"
-#include "platform/chkpt/chkpt.h"
+#include "platform/core/base/memory.h"
+#include "platform/core/chkpt/chkpt.h"
 
 // --wrap in the build file puts these in the place of the store's: some of the values change nothing that a
 // caller sees.

@@ -1,7 +1,7 @@
 // The format of AS numbers as it changes: what becomes of the texts that the daemon keeps.
 #include "mpls/vpn/mib/src/configuration/vrf_config_test_support.h"
-#include "platform/kvtree/config.h"
-#include "platform/vrf_config/vrf_config.h"
+#include "platform/config/vrf_config.h"
+#include "platform/store/configuration/config.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <cstdio>
 
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/base/memory.h"
-#include "platform/cfgmgr/cfgmgr.h"
+#include "platform/core/base/memory.h"
+#include "platform/store/cfgmgr/cfgmgr.h"
 
 namespace {
 

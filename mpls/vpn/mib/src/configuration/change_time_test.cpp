@@ -5,9 +5,9 @@
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/support/trace.h"
-#include "platform/base/directories.h"
-#include "platform/kvtree/test_configuration.h"
-#include "platform/trace/trace.h"
+#include "platform/core/files/directories.h"
+#include "platform/core/trace/trace.h"
+#include "platform/store/configuration/test_configuration.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 
 #include "mpls/vpn/mib/src/provider/provider.h"
 #include "mpls/vpn/mib/src/provider/provider_test_support.h"
-#include "platform/kvtree/tuple.h"
-#include "platform/parcel/parcel.h"
+#include "platform/core/parcel/parcel.h"
+#include "platform/store/tree/tuple.h"
 
 template <typename Base>
 class Configured : public Base {

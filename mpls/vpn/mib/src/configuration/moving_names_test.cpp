@@ -10,9 +10,9 @@
 #include "mpls/vpn/mib/src/configuration/protocols.h"
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/traps/info.h"
-#include "platform/config_references/config_references.h"
-#include "platform/kvtree/config.h"
-#include "platform/vrf_config/vrf_config.h"
+#include "platform/config/vrf_config.h"
+#include "platform/router/config_references/config_references.h"
+#include "platform/store/configuration/config.h"
 
 namespace {
 

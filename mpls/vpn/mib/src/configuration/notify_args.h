@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 // True when argument n is present. Else prints "BGEN arg %d not present in %s, line %d" (ERR); `line` tells
 // one check from another.

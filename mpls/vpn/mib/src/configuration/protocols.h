@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 // The order of the MIB's bits.
 enum MplsVpnProtocol : std::uint32_t {

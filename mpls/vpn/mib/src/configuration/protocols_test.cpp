@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
-#include "platform/kvtree/config.h"
+#include "platform/store/configuration/config.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
-#include "platform/parcel/parcel.h"
+#include "platform/core/parcel/parcel.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The routing table's events: a VRF's number of routes crossed its mid or maximum threshold.
 #pragma once
 
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 // Take the number of routes of an encoded rib_prov_midthresh_exceed or rib_prov_maxthresh into the VRF's
 // attribute block and raise the notification. An item that is no record, or that does not decode, is

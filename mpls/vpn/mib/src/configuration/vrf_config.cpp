@@ -13,9 +13,9 @@
 #include "mpls/vpn/mib/src/route_target/database.h"
 #include "mpls/vpn/mib/src/support/families.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/base/memory.h"
-#include "platform/bgp_vpn/bgp_vpn.h"
-#include "platform/kvtree/tuple.h"
+#include "platform/core/base/memory.h"
+#include "platform/router/bgp_vpn/bgp_vpn.h"
+#include "platform/store/tree/tuple.h"
 
 namespace {
 

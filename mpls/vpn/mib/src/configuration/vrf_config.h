@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 // Route targets, of which the path holds everything (bgp_vpn_extract_rt). They come and go with their
 // configuration, whatever becomes of the record. `type` is kRtImport or kRtExport.

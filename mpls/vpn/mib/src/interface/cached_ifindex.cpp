@@ -11,8 +11,8 @@
 
 #include "mpls/vpn/mib/src/membership/membership.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/ifindex/ifindex.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/router/ifindex/ifindex.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace {
 

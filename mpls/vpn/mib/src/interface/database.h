@@ -19,8 +19,8 @@
 
 #include "mpls/vpn/mib/src/support/mutex.h"
 #include "mpls/vpn/mib/src/support/thread_safety.h"
-#include "platform/base/status.h"
-#include "platform/wavl/wavl.h"
+#include "platform/core/base/status.h"
+#include "platform/core/wavl/wavl.h"
 
 inline constexpr unsigned kMplsVpnProtocols = 7;  // none, BGP, OSPF, RIP, IS-IS, static, other
 

@@ -18,7 +18,7 @@
 #include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/trace.h"
-#include "platform/vtab/vtab.h"
+#include "platform/router/vtab/vtab.h"
 
 namespace {
 

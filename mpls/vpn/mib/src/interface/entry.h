@@ -3,8 +3,8 @@
 
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/status.h"
+#include "platform/store/tree/kvtree.h"
 
 // Get handler of "interface" and "interface-next": argument 0 the VRF name, argument 1 the interface index.
 // Form 1 answers the first row whose key is not smaller than the arguments, in the order of the interface

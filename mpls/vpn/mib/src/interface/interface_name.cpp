@@ -7,7 +7,7 @@
 
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/qic/qic.h"
+#include "platform/router/qic/qic.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/vtab/vtab.h"
+#include "platform/router/vtab/vtab.h"
 
 namespace {
 

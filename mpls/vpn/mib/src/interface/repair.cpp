@@ -13,8 +13,8 @@
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/base/memory.h"
-#include "platform/ifindex/ifindex.h"
+#include "platform/core/base/memory.h"
+#include "platform/router/ifindex/ifindex.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 // Threads: everything on the thread of the event manager given at registration, the main one.
 #pragma once
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
-#include "platform/vmap/vmap.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+#include "platform/router/vmap/vmap.h"
 
 inline constexpr std::uint32_t kVmapIntfFlagsIgnore =
     0x2 | 0x4;  // interface items that are not for this daemon

@@ -3,7 +3,7 @@
 
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
-#include "platform/vmap/service.h"
+#include "platform/router/vmap/service.h"
 
 namespace {
 

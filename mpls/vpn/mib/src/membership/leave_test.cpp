@@ -1,6 +1,6 @@
 // Interfaces that leave a VRF; VRFs that are created and deleted, and their missing route distinguishers.
 #include "mpls/vpn/mib/src/membership/membership_test_support.h"
-#include "platform/base/memory.h"
+#include "platform/core/base/memory.h"
 
 namespace {
 

@@ -26,11 +26,11 @@
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
 #include "mpls/vpn/mib/src/vrf/database.h"
-#include "platform/base/clock.h"
-#include "platform/base/memory.h"
-#include "platform/bgp_vpn/bgp_vpn.h"
-#include "platform/kvtree/kvtree.h"
-#include "platform/vmap/vmap.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/memory.h"
+#include "platform/router/bgp_vpn/bgp_vpn.h"
+#include "platform/router/vmap/vmap.h"
+#include "platform/store/tree/kvtree.h"
 
 namespace {
 

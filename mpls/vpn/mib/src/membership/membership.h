@@ -9,7 +9,7 @@
 
 #include "mpls/vpn/mib/src/support/mutex.h"
 #include "mpls/vpn/mib/src/support/thread_safety.h"
-#include "platform/vtab/vtab.h"
+#include "platform/router/vtab/vtab.h"
 
 inline constexpr std::uint32_t kVrfFlagBigVrf = 0x2;  // of a VRF event's flags: a VRF of many routes
 

@@ -1,6 +1,6 @@
 // Interfaces that join a VRF.
 #include "mpls/vpn/mib/src/membership/membership_test_support.h"
-#include "platform/base/memory.h"
+#include "platform/core/base/memory.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // Encoding of a filled record into a reply; the last step of every get handler.
 #pragma once
 
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
-#include "platform/parcel/parcel.h"
+#include "platform/core/base/status.h"
+#include "platform/core/parcel/parcel.h"
+#include "platform/store/tree/kvtree.h"
 
 // Encodes `record` by `description` into the reply (kind kKvKindRecord, a buffer that the data store frees)
 // and releases the record's indirections, whether or not the encoding succeeded. 0, or the encoding's status

@@ -1,7 +1,7 @@
 #include "mpls/vpn/mib/src/provider/connection.h"
 
 #include "mpls/vpn/mib/src/support/trace.h"
-#include "platform/proc/proc.h"
+#include "platform/core/proc/proc.h"
 
 KvConnection* prov_kvtree_conn_h = nullptr;
 

@@ -7,8 +7,8 @@
 
 #include <cstdint>
 
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/status.h"
+#include "platform/store/tree/kvtree.h"
 
 // The provider's connection, on which the daemon's notifications are sent; null until it is bound.
 extern KvConnection* prov_kvtree_conn_h;

@@ -13,7 +13,7 @@
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/support/trace.h"
-#include "platform/vtab/vtab.h"
+#include "platform/router/vtab/vtab.h"
 
 namespace {
 

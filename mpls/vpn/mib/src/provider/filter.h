@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "mpls/vpn/mib/src/vrf/database.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 // Forms of a request (RequestArgs.form): without and with AFI and SAFI, each also with an encoded VRF name.
 inline constexpr std::uint32_t kFormName = 0;

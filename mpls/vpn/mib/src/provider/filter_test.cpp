@@ -2,7 +2,7 @@
 #include "mpls/vpn/mib/src/provider/filter.h"
 
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
-#include "platform/kvtree/matcher.h"
+#include "platform/store/tree/matcher.h"
 
 namespace {
 

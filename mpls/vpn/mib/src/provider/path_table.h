@@ -2,7 +2,7 @@
 // that has patterns. kvtree.h gives the pattern language; rows are tried in table order.
 #pragma once
 
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 extern const KvRoutingTable mpls_vpn_mib_prov_routes;       // "/oper/mpls_vpn/gl/"
 extern const KvRoutingTable mpls_vpn_mib_vrf_routes;        // "/cfg/gl/vmap/"

@@ -21,8 +21,8 @@
 #include "mpls/vpn/mib/src/support/trace.h"
 #include "mpls/vpn/mib/src/traps/switches.h"
 #include "mpls/vpn/mib/src/walk/walk.h"
-#include "platform/bgp_vpn/bgp_vpn.h"
-#include "platform/ifindex/ifindex.h"
+#include "platform/router/bgp_vpn/bgp_vpn.h"
+#include "platform/router/ifindex/ifindex.h"
 
 namespace {
 

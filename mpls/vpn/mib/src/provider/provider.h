@@ -2,8 +2,8 @@
 // that it tracks.
 #pragma once
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
 
 // Registers provider, subscriptions, membership client and record descriptions. What exists already is
 // replayed to the handlers before this returns, with backend_scan_in_progress set. 0, or the code of the

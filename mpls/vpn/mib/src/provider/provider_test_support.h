@@ -7,7 +7,7 @@
 
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
-#include "platform/parcel/parcel.h"
+#include "platform/core/parcel/parcel.h"
 
 // The argument block of a request for a VRF name and a number; what is not given is absent.
 class NameAndNumber {

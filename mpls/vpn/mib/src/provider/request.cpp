@@ -3,7 +3,7 @@
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/support/trace.h"
-#include "platform/base/memory.h"
+#include "platform/core/base/memory.h"
 
 Status prov_check_arguments(const RequestArgs* args, unsigned count, const char* handler) {
   for (unsigned argument = 0; argument < count; ++argument) {

@@ -1,8 +1,8 @@
 // What the get handlers share: the check of their arguments, and texts copied into rows.
 #pragma once
 
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/status.h"
+#include "platform/store/tree/kvtree.h"
 
 // 0 when the arguments 0 to count - 1 are all there, else kStatusArgumentMissing; the first missing one is
 // reported under the handler's name. An empty text is there: it is the key before all others, where a walk of

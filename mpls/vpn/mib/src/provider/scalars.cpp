@@ -19,7 +19,7 @@
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/traps/info.h"
-#include "platform/vtab/vtab.h"
+#include "platform/router/vtab/vtab.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // The scalar group of the MIB (RFC 4382, mplsL3VpnScalars).
 #pragma once
 
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/status.h"
+#include "platform/store/tree/kvtree.h"
 
 // Get handler of "scalars": a mpls_vpn_mib_scalars record. The encoding's status. Takes no arguments. Main
 // thread.

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "platform/vtab/vtab.h"
+#include "platform/router/vtab/vtab.h"
 
 // Number of tables to put into the show record: 0 (none at all), 1 or 2. *afi_index is the address family
 // that is asked for (0 all, 1 IPv4, 2 IPv6) and becomes the one to show: with one table of all, that table's.

@@ -9,8 +9,8 @@
 
 #include <cstdint>
 
-#include "platform/base/status.h"
-#include "platform/parcel/parcel.h"
+#include "platform/core/base/status.h"
+#include "platform/core/parcel/parcel.h"
 
 // --- Set "mpls_vpn_mib.parcel": rows of the MIB
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/fault.h"
-#include "platform/base/temporary_directory.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/files/temporary_directory.h"
 
 // --wrap in the build file puts these in the place of the registry's, which keeps neither the order nor the
 // batches that were given up.

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "platform/parcel/parcel.h"
+#include "platform/core/parcel/parcel.h"
 
 // Opens a batch, registers the descriptions in order and closes it. The first failure aborts the batch and is
 // returned; a failed opening is returned as it is. Closing may answer kStatusDefinitionChanged, which is

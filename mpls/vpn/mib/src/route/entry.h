@@ -7,9 +7,9 @@
 #include <cstdint>
 
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
-#include "platform/vtab/vtab.h"
+#include "platform/core/base/status.h"
+#include "platform/router/vtab/vtab.h"
+#include "platform/store/tree/kvtree.h"
 
 // What a route read asks for.
 struct RouteKeyText {

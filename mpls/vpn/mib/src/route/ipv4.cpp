@@ -13,7 +13,7 @@
 #include "mpls/vpn/mib/src/route/modules.h"
 #include "mpls/vpn/mib/src/route/row.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/lfx/lfx.h"
+#include "platform/router/lfx/lfx.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/support/errmsg.h"
 #include "mpls/vpn/mib/src/support/trace.h"
-#include "platform/base/directories.h"
-#include "platform/base/fault.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/files/directories.h"
 
 namespace {
 

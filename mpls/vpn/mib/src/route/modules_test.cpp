@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "mpls/vpn/mib/src/route/route_test_support.h"
-#include "platform/errmsg/errmsg.h"
+#include "platform/core/errmsg/errmsg.h"
 
 namespace {
 

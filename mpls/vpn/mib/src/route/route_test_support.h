@@ -9,9 +9,9 @@
 #include "mpls/vpn/mib/src/provider/provider_test_support.h"
 #include "mpls/vpn/mib/src/route/modules.h"
 #include "mpls/vpn/mib/src/walk/walk.h"
-#include "platform/lfx/lfx.h"
-#include "platform/router/route_access.h"
-#include "platform/router/route_test_support.h"
+#include "platform/router/lfx/lfx.h"
+#include "platform/router/model/route_access.h"
+#include "platform/router/model/route_test_support.h"
 
 class RouteTablesTest : public DaemonTest {
  protected:

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/base/memory.h"
+#include "platform/core/base/memory.h"
 
 const char* route_text(const char* text) {
   return text == nullptr ? "" : text;

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/base/status.h"
+#include "platform/core/base/status.h"
 
 inline constexpr char kNoAddressText[] = "0";
 inline constexpr std::uint32_t kRouteTypeLocal = 3;  // inetCidrRouteType (RFC 4292): without next hop

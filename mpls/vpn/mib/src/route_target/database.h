@@ -15,8 +15,8 @@
 
 #include <cstdint>
 
-#include "platform/base/status.h"
-#include "platform/wavl/wavl.h"
+#include "platform/core/base/status.h"
+#include "platform/core/wavl/wavl.h"
 
 inline constexpr std::int32_t kRtImport = 1;  // MplsL3VpnRtType; 3, both, is never stored
 inline constexpr std::int32_t kRtExport = 2;

@@ -5,8 +5,8 @@
 
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/route_target/database.h"
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/status.h"
+#include "platform/store/tree/kvtree.h"
 
 // Get handler of "rt" and "rt-next": argument 0 the VRF name, 1 the number within the VRF, 2 the type. Form 1
 // asks for the next row, any other form for exactly this one; mpls_vpn_mib_get_rt says what each finds.

@@ -2,7 +2,7 @@
 // loadable modules of the routing table.
 #pragma once
 
-#include "platform/errmsg/errmsg.h"
+#include "platform/core/errmsg/errmsg.h"
 
 extern const ErrmsgRecord ERR_TRACE_INIT;        // no arguments
 extern const ErrmsgRecord ERR_INIT;              // two texts

@@ -8,8 +8,8 @@
 #include <cerrno>
 
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/base/assertion.h"
-#include "platform/base/fault.h"
+#include "platform/core/base/assertion.h"
+#include "platform/core/base/fault.h"
 
 namespace {
 

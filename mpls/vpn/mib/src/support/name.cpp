@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
-#include "platform/base/fault.h"
-#include "platform/base/memory.h"
-#include "platform/wavl/wavl.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/memory.h"
+#include "platform/core/wavl/wavl.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "platform/base/status.h"
+#include "platform/core/base/status.h"
 
 inline constexpr char kDefaultVrfName[] = "default";  // the routing context of interfaces in no VRF
 

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
-#include "platform/base/fault.h"
-#include "platform/wavl/wavl.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/wavl/wavl.h"
 
 namespace {
 

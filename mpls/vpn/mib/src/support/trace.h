@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "platform/base/status.h"
-#include "platform/trace/trace.h"
+#include "platform/core/base/status.h"
+#include "platform/core/trace/trace.h"
 
 // Which buffer; the order of mpls_vpn_ltrace_buffer_tbl.
 enum MplsVpnTraceArea : unsigned {

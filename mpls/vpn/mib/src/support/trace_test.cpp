@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
-#include "platform/base/directories.h"
-#include "platform/base/fault.h"
-#include "platform/evm/test_run_directory.h"
-#include "platform/trace/ring.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/core/files/directories.h"
+#include "platform/core/trace/ring.h"
 
 namespace {
 

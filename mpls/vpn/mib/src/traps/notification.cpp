@@ -11,8 +11,8 @@
 #include "mpls/vpn/mib/src/provider/connection.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/base/memory.h"
-#include "platform/parcel/parcel.h"
+#include "platform/core/base/memory.h"
+#include "platform/core/parcel/parcel.h"
 
 namespace {
 

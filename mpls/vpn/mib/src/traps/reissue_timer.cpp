@@ -13,8 +13,8 @@
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
-#include "platform/timer/timer.h"
-#include "platform/vtab/vtab.h"
+#include "platform/core/timer/timer.h"
+#include "platform/router/vtab/vtab.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
-#include "platform/base/status.h"
-#include "platform/evm/evm.h"
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
 
 // Makes the timer, stopped. 0, or the errno of the step that failed, with what was made before taken away.
 // Once, at start-up.

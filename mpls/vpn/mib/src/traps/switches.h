@@ -2,7 +2,7 @@
 // timer.
 #pragma once
 
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 // An item below "/cfg/gl/snmp/enable/traps/l3vpnmib/" was added, set or deleted. The presence of a switch's
 // item turns it on, whatever its value; the value of "notif-reissue-time" is seconds (signed 32 bits), and

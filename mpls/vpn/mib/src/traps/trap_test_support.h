@@ -15,8 +15,8 @@
 #include "mpls/vpn/mib/src/traps/info.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
 #include "mpls/vpn/mib/src/traps/reissue_timer.h"
-#include "platform/kvtree/client.h"
-#include "platform/parcel/parcel.h"
+#include "platform/core/parcel/parcel.h"
+#include "platform/store/client/client.h"
 
 class TrapTest : public DaemonTest {
  protected:

@@ -12,7 +12,7 @@
 #include "mpls/vpn/mib/src/interface/active.h"
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/vtab/vtab.h"
+#include "platform/router/vtab/vtab.h"
 
 namespace {
 

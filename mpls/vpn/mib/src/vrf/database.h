@@ -8,9 +8,9 @@
 
 #include "mpls/vpn/mib/src/support/mutex.h"
 #include "mpls/vpn/mib/src/support/thread_safety.h"
-#include "platform/base/status.h"
-#include "platform/vtab/vtab.h"
-#include "platform/wavl/wavl.h"
+#include "platform/core/base/status.h"
+#include "platform/core/wavl/wavl.h"
+#include "platform/router/vtab/vtab.h"
 
 struct VrfNode {
   WavlLink link;

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
-#include "platform/vtab/vtab.h"
+#include "platform/core/base/status.h"
+#include "platform/router/vtab/vtab.h"
+#include "platform/store/tree/kvtree.h"
 
 // Get handler of "vrf" and "vrf-next": argument 0 the VRF name. Form 1 answers the first VRF whose name is
 // not smaller and that exists, any other form the VRF of exactly this name.

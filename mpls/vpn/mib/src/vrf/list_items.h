@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/status.h"
+#include "platform/store/tree/kvtree.h"
 
 // One kind of answer; the texts are those by which operators know its failures.
 struct VrfListKind {

@@ -12,7 +12,7 @@
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/vrf/list_items.h"
 #include "mpls/vpn/mib/src/vrf/show.h"
-#include "platform/vtab/vtab.h"
+#include "platform/router/vtab/vtab.h"
 
 namespace {
 

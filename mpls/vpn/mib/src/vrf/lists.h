@@ -4,8 +4,8 @@
 // cannot be made fails the request; an item that fails is reported and left out. Main thread.
 #pragma once
 
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/status.h"
+#include "platform/store/tree/kvtree.h"
 
 // Handlers of "vrf-detail" and "vrf-detail-filter", over the VRFs of the record service that exist and are in
 // the VRF database, in its order, without "default". Forms 1 and 3 take AFI and SAFI and, with a name, answer

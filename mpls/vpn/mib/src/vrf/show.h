@@ -6,9 +6,9 @@
 
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/route_target/database.h"
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
-#include "platform/vtab/vtab.h"
+#include "platform/core/base/status.h"
+#include "platform/router/vtab/vtab.h"
+#include "platform/store/tree/kvtree.h"
 
 // Get handler of "vrf-detail": argument 0 the VRF name as given; form 2 asks for the structured form. 0 with
 // a mpls_vpn_vrf record, kStatusArgumentMissing, kStatusNoSuchRow (not in the VRF database, or a forward

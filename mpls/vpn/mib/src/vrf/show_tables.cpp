@@ -11,7 +11,7 @@
 #include "mpls/vpn/mib/src/support/families.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/vrf/show.h"
-#include "platform/base/memory.h"
+#include "platform/core/base/memory.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/trace.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/store/tree/kvtree.h"
 
 // A row decoded from a reply; its indirections are released with it.
 template <typename Record>

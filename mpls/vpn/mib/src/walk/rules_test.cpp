@@ -8,7 +8,7 @@
 
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/walk/walk.h"
-#include "platform/base/memory.h"
+#include "platform/core/base/memory.h"
 
 namespace {
 

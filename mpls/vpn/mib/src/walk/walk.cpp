@@ -13,7 +13,7 @@
 #include <iterator>
 
 #include "mpls/vpn/mib/src/walk/internal.h"
-#include "platform/vtab/vtab.h"
+#include "platform/router/vtab/vtab.h"
 
 const KvWalkRule mpls_vpn_mib_walk_rules[] = {
     {"interface-next", interface_following_path},

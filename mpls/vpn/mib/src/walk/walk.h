@@ -23,8 +23,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/status.h"
-#include "platform/kvtree/kvtree.h"
+#include "platform/core/base/status.h"
+#include "platform/store/tree/kvtree.h"
 
 extern const KvWalkRule mpls_vpn_mib_walk_rules[];
 extern const std::size_t mpls_vpn_mib_walk_rule_count;

@@ -8,7 +8,7 @@
 
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/name.h"
-#include "platform/base/memory.h"
+#include "platform/core/base/memory.h"
 
 namespace {
 

@@ -1,0 +1,93 @@
+// See row_cache.h.
+//
+// Why OIDs never go backwards or repeat: a look-up is answered from one window only, which holds rows in
+// strictly increasing order, with the first row at or after an index that is itself greater than what the
+// manager has. What appears or vanishes between two windows is seen or not, but moves nobody back.
+//
+// Why a GET finds what a GETNEXT found: windows never overlap (a new one drops those it touches), so an older
+// window cannot deny a row that a newer one has shown.
+#include "agent/rows/row_cache.h"
+
+#include <algorithm>
+
+#include "platform/core/base/clock.h"
+#include "platform/core/base/log.h"
+
+namespace tables {
+
+RowCache::RowCache(const RowSet& set, RowSource& source, std::uint64_t age_ns)
+    : set_(&set),
+      source_(&source),
+      age_ns_(age_ns),
+      slots_{Slot{Window(set)}, Slot{Window(set)}, Slot{Window(set)}, Slot{Window(set)}} {
+  static_assert(kWindows == 4);
+}
+
+Lookup RowCache::first_at_or_after(oid::View index, std::uint32_t rows_wanted, RowRef* row) {
+  const std::uint64_t now = clock_monotonic();
+  Slot* slot = find(index, now);
+  if (slot == nullptr) slot = fetch(index, rows_wanted, now);
+  if (slot == nullptr) return Lookup::kFailed;
+  slot->used = ++uses_;
+  const std::size_t found = slot->window.first_at_or_after(index);
+  if (found == slot->window.size()) return Lookup::kEnd;
+  *row = {&slot->window, found};
+  return Lookup::kRow;
+}
+
+void RowCache::discard() {
+  for (Slot& slot : slots_) slot.window.discard();
+}
+
+RowCache::Slot* RowCache::find(oid::View index, std::uint64_t now) {
+  for (Slot& slot : slots_) {
+    if (now - slot.filled_at < age_ns_ && slot.window.covers(index)) return &slot;
+  }
+  return nullptr;
+}
+
+RowCache::Slot* RowCache::least_recent() {
+  return &*std::min_element(slots_.begin(), slots_.end(),
+                            [](const Slot& left, const Slot& right) { return left.used < right.used; });
+}
+
+RowCache::Slot* RowCache::fetch(oid::View index, std::uint32_t rows_wanted, std::uint64_t now) {
+  Slot* const slot = least_recent();
+  if (!read(index, rows_wanted, &slot->window)) return nullptr;
+  slot->filled_at = now;
+  for (Slot& other : slots_) {
+    if (&other == slot || !other.window.overlaps(slot->window)) continue;
+    other.window.discard();
+    other.used = 0;  // the first to be filled again
+  }
+  return slot;
+}
+
+// A table that is known only in part must not be shown as a whole one: whatever goes wrong, nothing is kept.
+bool RowCache::read(oid::View index, std::uint32_t rows_wanted, Window* window) {
+  window->discard();
+  kvtree::WalkResult result;
+  if (set_->single) {
+    kvtree::GetResult record = source_->get(set_->path);
+    result.status = record.status;
+    result.end = true;
+    result.rows.push_back(std::move(record.record));
+  } else {
+    result = source_->walk(set_->path + set_->key(set_->index, index), rows_wanted);
+    if (result.status == kStatusNoSuchRow && result.rows.empty()) {
+      result.status = kStatusOk;
+      result.end = true;
+    }
+  }
+  if (result.status != kStatusOk) return false;
+  if (window->fill(index, result.rows, result.end) && window->covers(index)) {
+    complained_ = false;
+    return true;
+  }
+  if (!complained_) log_line("%s: the daemon's answer is malformed or out of order", set_->name);
+  complained_ = true;
+  window->discard();
+  return false;
+}
+
+}  // namespace tables

@@ -1,0 +1,69 @@
+// Read-ahead: a few windows of a row set, each filled in one round trip and good for a short time.
+//
+// A manager walks column by column or row by row, several managers at different places; each finds the window
+// that it reads from as long as there are no more of them than windows. Memory is bounded by windows times
+// rows whatever the size of the table, and nothing is fetched that nobody asked for.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "agent/oid/oid.h"
+#include "agent/rows/row_set.h"
+#include "agent/rows/row_source.h"
+
+namespace tables {
+
+inline constexpr std::size_t kWindows = 4;
+inline constexpr std::uint32_t kWalkRows = 128;  // fetched for a GETNEXT
+inline constexpr std::uint32_t kExactRows =
+    16;  // fetched for a GET: most are for one row, few for its neighbours
+
+struct RowRef {
+  const Window* window = nullptr;
+  std::size_t row = 0;
+
+  oid::View index() const { return window->index_of(row); }
+  Cell cell(std::size_t slot) const { return window->cell(row, slot); }
+};
+
+enum class Lookup {
+  kRow,
+  kEnd,     // there is no row at or after the index
+  kFailed,  // the source could not say
+};
+
+class RowCache {
+ public:
+  // Rows are served until they are `age` old; with age 0 every look-up asks the source. Both references must
+  // outlive the cache.
+  RowCache(const RowSet& set, RowSource& source, std::uint64_t age_ns);
+
+  const RowSet& set() const { return *set_; }
+  // The first row at or after the index. *row stays valid until the next look-up.
+  Lookup first_at_or_after(oid::View index, std::uint32_t rows_wanted, RowRef* row);
+  // Forgets what it holds.
+  void discard();
+
+ private:
+  struct Slot {
+    Window window;
+    std::uint64_t filled_at = 0;
+    std::uint64_t used = 0;  // greater is more recent
+  };
+
+  Slot* find(oid::View index, std::uint64_t now);
+  Slot* fetch(oid::View index, std::uint32_t rows_wanted, std::uint64_t now);
+  Slot* least_recent();
+  bool read(oid::View index, std::uint32_t rows_wanted, Window* window);
+
+  const RowSet* set_;
+  RowSource* source_;
+  std::uint64_t age_ns_;
+  std::uint64_t uses_ = 0;
+  bool complained_ = false;
+  std::array<Slot, kWindows> slots_;
+};
+
+}  // namespace tables

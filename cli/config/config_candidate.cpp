@@ -1,0 +1,100 @@
+// See config_candidate.h. The file is emptied rather than removed, so that who waits for its lock holds the
+// file that the next one opens.
+#include "cli/config/config_candidate.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <string_view>
+
+#include "platform/store/tree/kvtree.h"
+
+namespace cli {
+
+namespace {
+
+std::filesystem::path state_home() {
+  const char* home = std::getenv("XDG_STATE_HOME");
+  if (home != nullptr && *home == '/') return home;
+  home = std::getenv("HOME");
+  if (home != nullptr && *home == '/') return std::filesystem::path(home) / ".local/state";
+  throw Failure(kExitFailed, "a candidate needs a home: neither XDG_STATE_HOME nor HOME has a directory");
+}
+
+std::string candidate_path(const Session& session) {
+  const std::filesystem::path directory = state_home() / "mplsvpn";
+  std::error_code error;
+  std::filesystem::create_directories(directory, error);
+  if (error) throw Failure(kExitFailed, fmt::format("{}: {}", directory.string(), error.message()));
+  return directory / ("candidate." + kvtree_encode_text(session.socket));
+}
+
+constexpr std::string_view kBegunAfter = "# after commit ";
+
+// Of the first line.
+std::string commit_of(std::string_view text) {
+  if (!text.starts_with(kBegunAfter)) return {};
+  text.remove_prefix(kBegunAfter.size());
+  return std::string(text.substr(0, text.find('\n')));
+}
+
+}  // namespace
+
+Candidate::Candidate(const Session& session) : path_(candidate_path(session)) {
+  file_ = open(path_.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  if (file_ < 0) throw failure(errno);
+  try {
+    if (flock(file_, LOCK_EX) != 0) throw failure(errno);
+    const std::string text = read();
+    edits_ = parse_edits(text, path_);
+    begun_after_ = commit_of(text);
+  } catch (...) {
+    close(file_);
+    throw;
+  }
+}
+
+Candidate::~Candidate() {
+  close(file_);
+}
+
+std::string Candidate::read() const {
+  std::string text;
+  std::array<char, 4096> octets{};
+  while (true) {
+    const ssize_t count = pread(file_, octets.data(), octets.size(), static_cast<off_t>(text.size()));
+    if (count < 0) throw failure(errno);
+    if (count == 0) return text;
+    text.append(octets.data(), static_cast<std::size_t>(count));
+  }
+}
+
+void Candidate::append(const std::vector<ConfigEdit>& edits, const std::string& newest_commit) {
+  if (edits.empty()) return;
+  std::string text;
+  if (edits_.empty()) text = fmt::format("{}{}\n", kBegunAfter, newest_commit);
+  for (const ConfigEdit& edit : edits) text += edit_line(edit) + '\n';
+  const off_t before = lseek(file_, 0, SEEK_END);
+  const ssize_t written = write(file_, text.data(), text.size());
+  if (written == static_cast<ssize_t>(text.size())) return;
+  const int error = written < 0 ? errno : ENOSPC;
+  if (before >= 0 && ftruncate(file_, before) != 0) throw failure(errno);
+  throw failure(error);
+}
+
+void Candidate::clear() {
+  if (ftruncate(file_, 0) != 0) throw failure(errno);
+}
+
+Failure Candidate::failure(int error) const {
+  return {kExitFailed,
+          fmt::format("{}: {}", path_, std::error_code(error, std::generic_category()).message())};
+}
+
+}  // namespace cli

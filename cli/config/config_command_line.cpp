@@ -1,0 +1,149 @@
+// See config_command_line.h.
+#include "cli/config/config_command_line.h"
+
+namespace cli {
+
+namespace {
+
+using Command = std::function<void(const Session&)>;
+
+constexpr char kItemWords[] =
+    "Words:\n"
+    "  vrf NAME description TEXT\n"
+    "  vrf NAME rd RD [ipv4|ipv6|evpn]                   ipv4 when left out\n"
+    "  vrf NAME rt import|export|both RT [ipv4|ipv6|evpn]\n"
+    "                                                    ipv4 and ipv6 when left out\n"
+    "  vrf NAME policy import|export ipv4|ipv6 POLICY\n"
+    "  vrf NAME threshold ipv4|ipv6 MAX MID              routes; MID warns before\n"
+    "  vrf NAME vni NUMBER                               of the VRF's routes in EVPN\n"
+    "  vrf NAME bgp AS neighbor ADDRESS|NAME ipv4|ipv6\n"
+    "  vrf NAME ospf PROCESS area AREA interface INTERFACE\n"
+    "  vrf NAME rip interface INTERFACE\n"
+    "  vrf NAME ripng interface INTERFACE\n"
+    "  vrf NAME eigrp AS interface INTERFACE\n"
+    "  vrf NAME static PREFIX [interface INTERFACE] [via ADDRESS]\n"
+    "  bgp as-format asplain|asdot|asdot+                how AS numbers above 65535 are shown\n"
+    "  traps ITEM                                        vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc,\n"
+    "                                                    ilg-lbl-exc, max-thresh-clr, or all of them\n"
+    "  traps notif-reissue-time SECONDS                  after which max-thresh-exc is sent again\n"
+    "\n"
+    "Changing is for root and the administrators' group; what is set outlives the daemon. What the command "
+    "line\n"
+    "sets goes before what a router file or a routing suite says of the same item.\n"
+    "\n";
+
+constexpr char kExamples[] =
+    "Examples:\n"
+    "  mplsvpn config show vrf red\n"
+    "  mplsvpn config set vrf red rt both 65000:100\n"
+    "  mplsvpn config set traps vrf-up\n"
+    "  mplsvpn config delete vrf red rt import           every import route target of red\n"
+    "  mplsvpn config load --dry-run red.conf            lines \"set WORDS\" and \"delete WORDS\"\n"
+    "  mplsvpn config set --candidate vrf red rd 65000:1\n"
+    "  mplsvpn config diff\n"
+    "  mplsvpn config commit --comment \"new customer\"\n"
+    "  mplsvpn config history 12\n"
+    "  mplsvpn config rollback 11";
+
+struct Builder {
+  CLI::App* config;
+  ConfigOptions* options;
+  Command* command;
+
+  CLI::App* add(const char* name, const char* description, const Command& action) const {
+    CLI::App* app = config->add_subcommand(name, description);
+    app->footer(std::string(kItemWords) + kExamples);
+    app->callback([target = command, action] { *target = action; });
+    return app;
+  }
+  void add_comment(CLI::App* app) const {
+    app->add_option("--comment", options->edit.comment, "Kept with the commit")->type_name("TEXT");
+  }
+  void add_dry_run(CLI::App* app) const {
+    app->add_flag("--dry-run", options->edit.dry_run, "Shows what would change, and changes nothing");
+  }
+  void add_candidate(CLI::App* app) const {
+    app->add_flag("--candidate", options->edit.candidate, "Keeps it for \"config commit\"")
+        ->excludes(app->get_option("--dry-run"), app->get_option("--comment"));
+  }
+};
+
+void add_show(const Builder& builder) {
+  ConfigOptions* options = builder.options;
+  CLI::App* app = builder.add("show", "What is in force, as lines for \"config load\"",
+                              [options](const Session& session) { config_show(session, options->show); });
+  app->add_option("WORDS", options->show.words, "The beginning of what is wanted; none: everything");
+  app->add_flag("--owners", options->show.owners, "Tells who holds each item");
+  app->add_option("--owner", options->show.owner,
+                  "What this owner holds, in force or not: cli, file, frr or kernel")
+      ->type_name("OWNER");
+}
+
+using Edit = void (*)(const Session&, const ConfigEditRequest&);
+
+void add_edit(const Builder& builder, const char* name, const char* description, Edit edit) {
+  ConfigOptions* options = builder.options;
+  CLI::App* app = builder.add(name, description,
+                              [options, edit](const Session& session) { edit(session, options->edit); });
+  app->add_option("WORDS", options->edit.words, "An item of the configuration")->required();
+  builder.add_comment(app);
+  builder.add_dry_run(app);
+  builder.add_candidate(app);
+}
+
+void add_load(const Builder& builder) {
+  ConfigOptions* options = builder.options;
+  CLI::App* app =
+      builder.add("load", "Makes a file's lines, set WORDS and delete WORDS, as one commit",
+                  [options](const Session& session) { config_load(session, options->file, options->edit); });
+  app->add_option("FILE", options->file, "Lines, and comments behind #; - is the standard input")->required();
+  builder.add_comment(app);
+  builder.add_dry_run(app);
+  builder.add_candidate(app);
+}
+
+void add_candidate_commands(const Builder& builder) {
+  ConfigOptions* options = builder.options;
+  builder.add("diff", "What the candidate would change", config_diff);
+  CLI::App* commit =
+      builder.add("commit", "Makes the candidate as one commit",
+                  [options](const Session& session) { config_commit(session, options->edit); });
+  builder.add_comment(commit);
+  commit->add_flag("--force", options->edit.force, "Also over what was committed since it was begun");
+  builder.add("discard", "Drops the candidate", config_discard);
+}
+
+void add_history(const Builder& builder) {
+  ConfigOptions* options = builder.options;
+  CLI::App* history = builder.add(
+      "history", "The latest commits, or what one changed",
+      [options](const Session& session) { config_history(session, options->commit, options->most); });
+  history->add_option("COMMIT", options->commit, "A commit's number");
+  history->add_option("--max", options->most, "At most N commits (default 20)")
+      ->type_name("N")
+      ->check(CLI::Range(1U, UINT32_MAX).description(""));
+  CLI::App* rollback = builder.add(
+      "rollback", "Undoes all that was committed after a commit, as one commit",
+      [options](const Session& session) { config_rollback(session, options->commit, options->edit); });
+  rollback->add_option("COMMIT", options->commit, "The commit to go back to")->required();
+  builder.add_comment(rollback);
+  builder.add_dry_run(rollback);
+}
+
+}  // namespace
+
+void add_config(CLI::App& app, ConfigOptions* options, Command* command) {
+  CLI::App* config = app.add_subcommand(
+      "config", "Shows and changes the configuration: VRFs, AS number format, trap switches");
+  config->require_subcommand(1);
+  config->footer(std::string(kItemWords) + kExamples);
+  const Builder builder{config, options, command};
+  add_show(builder);
+  add_edit(builder, "set", "Sets an item", config_set);
+  add_edit(builder, "delete", "Deletes an item, or all that begin with the words", config_delete);
+  add_load(builder);
+  add_candidate_commands(builder);
+  add_history(builder);
+}
+
+}  // namespace cli

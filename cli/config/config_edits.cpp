@@ -1,0 +1,215 @@
+// See config_edits.h.
+//
+// A deletion takes its words at their word first: the items that they stand for, if one of them is there.
+// Otherwise they are the beginning of what is deleted, from a VRF's name on, so that "delete vrf red" is
+// everything that the command line holds of it.
+#include "cli/config/config_edits.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <span>
+
+#include "cli/output/table.h"
+
+namespace cli {
+
+namespace {
+
+using vrf_config::Mistake;
+using vrf_config::Words;
+
+constexpr std::size_t kLeastToDelete = 2;  // "vrf red", "traps all"
+static_assert(kConfigOwners.front() == kConfigOwnerCli);
+constexpr auto kLowerOwners = std::span(kConfigOwners).subspan<1>();
+
+std::string shown(const Words& words) {
+  return vrf_config::join_words(words);
+}
+
+Failure line_failure(const std::string& place, const std::string& reason) {
+  return {kExitFailed, fmt::format("{}: {}", place, reason)};
+}
+
+std::optional<ConfigEdit> parse_edit(std::string_view line, const std::string& place) {
+  auto split = vrf_config::split_words(line);
+  if (const auto* mistake = std::get_if<Mistake>(&split)) throw line_failure(place, mistake->text);
+  Words& words = std::get<Words>(split);
+  if (words.empty()) return std::nullopt;
+  const std::string verb = words.front();
+  if (verb != "set" && verb != "delete") {
+    throw line_failure(place, fmt::format("a line begins with set or delete, not \"{}\"", printable(verb)));
+  }
+  words.erase(words.begin());
+  return ConfigEdit{verb == "set", std::move(words), place};
+}
+
+std::optional<KvConfigCommitChange> foresee_set(const KvConfigChange& change, const ConfigNodes& in_force) {
+  KvConfigCommitChange foreseen;
+  foreseen.path = change.path;
+  foreseen.after = change.value;
+  foreseen.owner_after = kConfigOwnerCli;
+  const auto found = in_force.find(change.path);
+  if (found == in_force.end()) return foreseen;
+  foreseen.before = found->second.value;
+  foreseen.owner_before = found->second.owner;
+  const bool is_kept = foreseen.owner_before == kConfigOwnerCli && *foreseen.before == *foreseen.after;
+  return is_kept ? std::nullopt : std::optional(foreseen);
+}
+
+// What the owners below the command line hold, each whole: asking for each node would take a request a node.
+std::vector<ConfigNodes> read_lower(const Session& session, kvtree::Client& client) {
+  std::vector<ConfigNodes> all;
+  for (const std::string_view owner : kLowerOwners) all.push_back(read_config(session, client, owner));
+  return all;
+}
+
+// What comes into force by the deletion.
+void uncover(const std::vector<ConfigNodes>& lower, KvConfigCommitChange* deletion) {
+  for (const ConfigNodes& nodes : lower) {
+    const auto next = nodes.find(deletion->path);
+    if (next == nodes.end()) continue;
+    deletion->after = next->second.value;
+    deletion->owner_after = next->second.owner;
+    return;
+  }
+}
+
+}  // namespace
+
+void check_deletion(const Words& words) {
+  check_beginning(words);
+  if (words.size() >= kLeastToDelete) return;
+  const auto parsed = vrf_config::parse_words(words);
+  throw Failure(kExitUsage, printable(std::get<Mistake>(parsed).text));
+}
+
+std::string edit_line(const ConfigEdit& edit) {
+  return (edit.is_set ? "set " : "delete ") + shown(edit.words);
+}
+
+std::vector<ConfigEdit> parse_edits(std::string_view text, const std::string& name) {
+  std::vector<ConfigEdit> edits;
+  for (std::size_t number = 1; !text.empty(); ++number) {
+    const std::size_t length = std::min(text.find('\n'), text.size());
+    std::optional<ConfigEdit> edit = parse_edit(text.substr(0, length), fmt::format("{}:{}", name, number));
+    if (edit) edits.push_back(std::move(*edit));
+    text.remove_prefix(std::min(length + 1, text.size()));
+  }
+  return edits;
+}
+
+void WorkingCopy::apply(const std::vector<ConfigEdit>& edits) {
+  for (const ConfigEdit& edit : edits) apply(edit);
+}
+
+void WorkingCopy::apply(const ConfigEdit& edit) {
+  try {
+    edit.is_set ? set(edit.words) : remove(edit.words);
+  } catch (const Failure& failure) {
+    if (edit.place.empty() || failure.exit_status() == kExitNoDaemon) throw;
+    throw line_failure(edit.place, failure.what());
+  }
+}
+
+void WorkingCopy::set(const Words& words) {
+  const auto parsed = vrf_config::parse_words(words);
+  if (const auto* mistake = std::get_if<Mistake>(&parsed))
+    throw Failure(kExitUsage, printable(mistake->text));
+  for (const KvConfigNode& node : std::get<std::vector<KvConfigNode>>(parsed)) {
+    items_[node.path] = {node.value, vrf_config::word_list_of(node)};
+  }
+}
+
+void WorkingCopy::remove(const Words& words) {
+  check_deletion(words);
+  read_held();
+  const auto parsed = vrf_config::parse_words(words);
+  const auto* nodes = std::get_if<std::vector<KvConfigNode>>(&parsed);
+  if (nodes != nullptr && remove_exactly(words, *nodes)) return;
+  if (remove_all_below(words)) return;
+  const std::string owner = other_owner(words, nodes);
+  if (owner.empty()) throw Failure(kExitFailed, shown(words) + " is not set");
+  throw Failure(kExitFailed, fmt::format("{} is not set by the command line, but by \"{}\"", shown(words),
+                                         printable(owner)));
+}
+
+// Who else holds one of the nodes or, when the words are only the beginning of an item, an item that begins
+// with them; empty for nobody.
+std::string WorkingCopy::other_owner(const Words& words, const std::vector<KvConfigNode>* nodes) const {
+  for (const auto& [path, node] : read_config(session_, client_)) {
+    if (node.owner == kConfigOwnerCli) continue;
+    const auto is_meant = [&path = path](const KvConfigNode& each) { return each.path == path; };
+    if (nodes != nullptr && std::any_of(nodes->begin(), nodes->end(), is_meant)) return node.owner;
+    if (nodes != nullptr) continue;
+    const std::optional<Words> item = vrf_config::word_list_of({path, node.value});
+    if (item && begins_with(*item, words)) return node.owner;
+  }
+  return {};
+}
+
+// False when none of the nodes is there.
+bool WorkingCopy::remove_exactly(const Words& words, const std::vector<KvConfigNode>& nodes) {
+  bool is_any = false;
+  for (const KvConfigNode& node : nodes) {
+    const auto item = items_.find(node.path);
+    if (item == items_.end()) continue;
+    if (item->second.value != node.value) {
+      throw Failure(kExitFailed, fmt::format("{} is not set, but {}", shown(words),
+                                             node_text(item->first, item->second.value)));
+    }
+    items_.erase(item);
+    is_any = true;
+  }
+  return is_any;
+}
+
+bool WorkingCopy::remove_all_below(const Words& words) {
+  return std::erase_if(items_, [&](const auto& item) {
+           return item.second.words && begins_with(*item.second.words, words);
+         }) > 0;
+}
+
+void WorkingCopy::read_held() {
+  if (is_read_) return;
+  held_ = read_config(session_, client_, kConfigOwnerCli);
+  is_read_ = true;
+  for (const auto& [path, node] : held_) {
+    // What was set before stays.
+    items_.try_emplace(path, Item{node.value, vrf_config::word_list_of({path, node.value})});
+  }
+}
+
+std::vector<KvConfigChange> WorkingCopy::changes() {
+  std::vector<KvConfigChange> changes;
+  for (const auto& [path, node] : held_) {
+    if (items_.find(path) == items_.end()) changes.push_back({path, std::nullopt});
+  }
+  for (const auto& [path, item] : items_) {
+    const auto held = held_.find(path);
+    if (held == held_.end() || held->second.value != item.value) changes.push_back({path, item.value});
+  }
+  return changes;
+}
+
+std::vector<KvConfigCommitChange> foresee_changes(const Session& session, kvtree::Client& client,
+                                                  const std::vector<KvConfigChange>& changes) {
+  std::vector<KvConfigCommitChange> foreseen;
+  const ConfigNodes in_force = read_config(session, client);
+  std::vector<ConfigNodes> lower;  // when there is a deletion
+  for (const KvConfigChange& change : changes) {
+    if (change.value) {
+      if (std::optional<KvConfigCommitChange> one = foresee_set(change, in_force)) foreseen.push_back(*one);
+      continue;
+    }
+    const auto before = in_force.find(change.path);
+    if (before == in_force.end()) continue;  // somebody deleted it just now
+    KvConfigCommitChange one{change.path, before->second.value, std::nullopt, before->second.owner, ""};
+    if (lower.empty()) lower = read_lower(session, client);
+    uncover(lower, &one);
+    foreseen.push_back(std::move(one));
+  }
+  return foreseen;
+}
+
+}  // namespace cli

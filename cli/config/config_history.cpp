@@ -1,0 +1,223 @@
+// "config history" and "config rollback".
+//
+// A rollback reads what every later commit changed, down to the oldest of them, whose "before" is what there
+// was. Of that, only what the command line held can come back by a commit of the command line: the rest
+// belongs to a router file or a routing suite, which would set it again.
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <charconv>
+#include <map>
+#include <set>
+
+#include "cli/commands.h"
+#include "cli/config/config_edits.h"
+#include "cli/config/config_history.h"
+#include "cli/config/config_tree.h"
+#include "cli/output/table.h"
+#include "cli/output/times.h"
+#include "platform/core/base/clock.h"
+
+namespace cli {
+
+namespace {
+
+constexpr std::uint32_t kCommitsPage = 64;
+// As many as an answer may have: the daemon reads the whole commit for each.
+constexpr std::uint32_t kChangesPage = 10000;
+
+Failure no_commit(const std::string& id) {
+  return {kExitFailed, fmt::format("there is no commit \"{}\" in the history", printable(id))};
+}
+
+// Visits the commits, newest first, until the visitor answers false.
+template <typename Visit>
+void visit_commits(const Session& session, kvtree::Client& client, Visit visit) {
+  std::string before;
+  while (true) {
+    const kvtree::HistoryResult page = client.history(kCommitsPage, before);
+    if (page.status) throw request_failure(session, "config history", page.status);
+    if (page.commits.empty()) return;
+    for (const KvConfigCommit& commit : page.commits) {
+      if (!visit(commit)) return;
+    }
+    before = page.commits.back().id;
+  }
+}
+
+std::vector<KvConfigCommitChange> read_changes(const Session& session, kvtree::Client& client,
+                                               const std::string& id) {
+  std::vector<KvConfigCommitChange> changes;
+  while (true) {
+    const auto first = static_cast<std::uint32_t>(changes.size());
+    kvtree::CommitChangesResult page = client.commit_changes(id, kChangesPage, first);
+    if (page.status == kStatusNoSuchRow) throw no_commit(id);
+    if (page.status) throw request_failure(session, "config history " + id, page.status);
+    if (page.changes.empty()) return changes;
+    for (KvConfigCommitChange& change : page.changes) changes.push_back(std::move(change));
+  }
+}
+
+std::string time_of(const KvConfigCommit& commit) {
+  return local_time_text(static_cast<std::uint32_t>(commit.time / kNanosecondsPerSecond));
+}
+
+Json commit_json(const KvConfigCommit& commit) {
+  return {{"id", commit.id},
+          {"time", commit.time / kNanosecondsPerSecond},
+          {"owner", commit.owner},
+          {"changes", commit.changes},
+          {"comment", commit.comment}};
+}
+
+void show_commits(const Session& session, kvtree::Client& client, std::uint32_t most) {
+  JsonList list(session.out);
+  Table table(
+      session.out,
+      {{"COMMIT", true}, {"TIME"}, {"OWNER"}, {"CHANGES", true}, {"COMMENT", false, Backslashes::kKept}});
+  visit_commits(session, client, [&, left = most](const KvConfigCommit& commit) mutable {
+    if (left-- == 0) return false;
+    if (session.json) {
+      list.add(commit_json(commit));
+    } else {
+      table.add({commit.id, time_of(commit), commit.owner, std::to_string(commit.changes), commit.comment});
+    }
+    return true;
+  });
+  session.json ? list.end() : table.flush();
+}
+
+// Ids are numbers without leading zeros.
+bool is_later(const std::string& id, const std::string& than) {
+  return id.size() != than.size() ? id.size() > than.size() : id > than;
+}
+
+Failure changed_meanwhile(const KvConfigCommit& commit, const KvConfigCommitChange& change) {
+  const bool is_set = change.after.has_value();
+  return {kExitFailed,
+          fmt::format("{} was {} by commit {} after the candidate was begun: see \"config diff\", then "
+                      "\"config commit --force\" or \"config discard\"",
+                      node_text(change.path, is_set ? *change.after : *change.before),
+                      is_set ? "set" : "deleted", commit.id)};
+}
+
+// The commits after this one, newest first.
+std::vector<std::string> later_commits(const Session& session, kvtree::Client& client,
+                                       const std::string& id) {
+  std::vector<std::string> later;
+  bool is_found = false;
+  visit_commits(session, client, [&](const KvConfigCommit& commit) {
+    is_found = commit.id == id;
+    if (!is_found) later.push_back(commit.id);
+    return !is_found;
+  });
+  if (!is_found) throw no_commit(id);
+  return later;
+}
+
+// What was in force, by path, of all that the commits changed.
+struct Past {
+  std::optional<KvValue> value;
+  std::string owner;
+};
+std::map<std::string, Past> read_past(const Session& session, kvtree::Client& client,
+                                      const std::vector<std::string>& later) {
+  std::map<std::string, Past> past;
+  for (const std::string& id : later) {
+    std::set<std::string> seen;  // the first change of a path in a commit has what was before the commit
+    for (KvConfigCommitChange& change : read_changes(session, client, id)) {
+      if (!seen.insert(change.path).second) continue;
+      past[change.path] = {std::move(change.before), std::move(change.owner_before)};
+    }
+  }
+  return past;
+}
+
+// The command line held a node exactly when it was in force as its own: nobody goes before it.
+std::vector<KvConfigChange> undoing_changes(const std::map<std::string, Past>& past,
+                                            const ConfigNodes& held) {
+  std::vector<KvConfigChange> changes;
+  for (const auto& [path, before] : past) {
+    const auto now = held.find(path);
+    const bool was_held = before.value && before.owner == kConfigOwnerCli;
+    if (was_held && (now == held.end() || now->second.value != *before.value)) {
+      changes.push_back({path, before.value});
+    } else if (!was_held && now != held.end()) {
+      changes.push_back({path, std::nullopt});
+    }
+  }
+  return changes;
+}
+
+bool is_as_before(const Past& before, const ConfigNodes& nodes, const std::string& path) {
+  const auto now = nodes.find(path);
+  if (now == nodes.end() || !before.value) return now == nodes.end() && !before.value;
+  return now->second.value == *before.value;
+}
+
+// Says of each of these nodes that is not as it was, and will not be by the changes, who is behind it.
+void tell_left_alone(const Session& session, const std::map<std::string, Past>& past, ConfigNodes nodes,
+                     const std::vector<KvConfigCommitChange>& changes) {
+  for (const KvConfigCommitChange& change : changes) {
+    nodes.erase(change.path);
+    if (change.after) nodes[change.path] = {*change.after, change.owner_after};
+  }
+  for (const auto& [path, before] : past) {
+    if (is_as_before(before, nodes, path)) continue;
+    const auto now = nodes.find(path);
+    const bool is_there = now != nodes.end();
+    fmt::print(session.err, "mplsvpn: left alone, as \"{}\" {}: {}\n",
+               printable(is_there ? now->second.owner : before.owner), is_there ? "holds it" : "took it away",
+               node_text(path, is_there ? now->second.value : *before.value));
+  }
+}
+
+}  // namespace
+
+std::string newest_commit(const Session& session, kvtree::Client& client) {
+  std::string newest = "0";
+  visit_commits(session, client, [&newest](const KvConfigCommit& commit) {
+    newest = commit.id;
+    return false;
+  });
+  return newest;
+}
+
+// Of the commits that changed a node, the newest counts.
+void check_unchanged_since(const Session& session, kvtree::Client& client, const std::string& id,
+                           const std::vector<KvConfigChange>& changes) {
+  if (id.empty()) return;
+  std::map<std::string, std::optional<KvValue>> wanted;
+  for (const KvConfigChange& change : changes) wanted[change.path] = change.value;
+  visit_commits(session, client, [&](const KvConfigCommit& commit) {
+    if (!is_later(commit.id, id)) return false;
+    if (commit.owner != kConfigOwnerCli) return true;
+    for (const KvConfigCommitChange& change : read_changes(session, client, commit.id)) {
+      const auto node = wanted.find(change.path);
+      if (node == wanted.end()) continue;
+      if (node->second != change.after) throw changed_meanwhile(commit, change);
+      wanted.erase(node);
+    }
+    return true;
+  });
+}
+
+void config_history(const Session& session, const std::string& id, std::uint32_t most) {
+  const auto client = connect_to_daemon(session);
+  if (id.empty()) return show_commits(session, *client, most);
+  print_changes(session, read_changes(session, *client, id));
+}
+
+void config_rollback(const Session& session, const std::string& id, const ConfigEditRequest& request) {
+  const auto client = connect_to_daemon(session);
+  const auto past = read_past(session, *client, later_commits(session, *client, id));
+  const auto changes = undoing_changes(past, read_config(session, *client, kConfigOwnerCli));
+  const auto foreseen = foresee_changes(session, *client, changes);
+  tell_left_alone(session, past, read_config(session, *client), foreseen);
+  if (request.dry_run) return print_changes(session, foreseen);
+  const std::string what = "rollback " + id;
+  const std::string& comment = request.comment.empty() ? what : request.comment;
+  print_commit(session, changes.empty() ? "" : make_commit(session, *client, what, changes, comment));
+}
+
+}  // namespace cli

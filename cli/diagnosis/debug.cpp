@@ -1,0 +1,105 @@
+// "debug": the daemon's debug flags, over the socket of its debug event manager.
+#include "platform/core/debug/debug_client.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <chrono>
+
+#include "cli/commands.h"
+#include "cli/output/json_list.h"
+#include "cli/output/table.h"
+#include "cli/output/times.h"
+
+namespace cli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+void check(const Session& session, const std::string& what, Status status) {
+  if (status) throw request_failure(session, what, status);
+}
+
+void list_flags(const Session& session, DebugClient& client) {
+  std::vector<DebugFlagState> flags;
+  check(session, "debug list", client.list(&flags));
+  if (session.json) {
+    JsonList list(session.out);
+    for (const DebugFlagState& flag : flags) {
+      list.add({{"area", flag.name}, {"on", flag.on}, {"nameSpace", flag.name_space}});
+    }
+    list.end();
+    return;
+  }
+  Table table(session.out, {{"AREA"}, {"STATE"}, {"NAME SPACE"}});
+  for (const DebugFlagState& flag : flags) table.add({flag.name, flag.on ? "on" : "off", flag.name_space});
+  table.flush();
+}
+
+void switch_flag(const Session& session, DebugClient& client, const std::string& area, bool on) {
+  const Status status = client.set(area, on);
+  if (status == kStatusNoSuchRow) {
+    throw Failure(kExitFailed, "there is no debug area \"" + area + "\"; \"mplsvpn debug list\" lists them");
+  }
+  if (status == kStatusAccess)
+    throw Failure(kExitFailed, "switching is for root and the administrators' group");
+  check(session, "debug " + area, status);
+  if (session.json) {
+    session.out << json_line({{"area", area}, {"on", on}}) << '\n';
+  } else {
+    fmt::print(session.out, "{} is {}\n", printable(area), on ? "on" : "off");
+  }
+}
+
+void print_line(const Session& session, const DebugLine& line) {
+  if (session.json) {
+    session.out << json_line({{"area", line.flag}, {"text", line.text}, {"dropped", line.dropped}}) << '\n';
+  } else {
+    if (line.dropped != 0) fmt::print(session.out, "... {} prints missed\n", line.dropped);
+    fmt::print(session.out, "{}: {}\n", printable(line.flag), printable(line.text));
+  }
+  session.out.flush();
+}
+
+void watch_prints(const Session& session, const DebugRequest& request, DebugClient& client) {
+  session.out.flush();
+  const Clock::time_point started = Clock::now();
+  std::uint64_t prints = 0;
+  while (request.most_prints == 0 || prints < request.most_prints) {
+    const auto wait = next_wait(request.seconds, started);
+    if (wait.count() == 0) return;
+    DebugLine line;
+    const Status status = client.next_line(wait, &line);
+    if (status == kStatusTimedOut) continue;
+    check(session, "debug watch", status);
+    print_line(session, line);
+    ++prints;
+  }
+}
+
+enum class Verb { kList, kWatch, kOn, kOff };
+
+Verb verb_of(const std::vector<std::string>& words) {
+  if (words.empty() || (words.size() == 1 && words[0] == "list")) return Verb::kList;
+  if (words.size() == 1 && words[0] == "watch") return Verb::kWatch;
+  if (words.size() == 2 && words[1] == "on") return Verb::kOn;
+  if (words.size() == 2 && words[1] == "off") return Verb::kOff;
+  throw Failure(kExitUsage, "usage: mplsvpn debug [list | watch | AREA on | AREA off | all on | all off]");
+}
+
+}  // namespace
+
+void debug(const Session& session, const DebugRequest& request) {
+  const Verb verb = verb_of(request.words);
+  const bool watches = verb == Verb::kWatch || request.watch;
+  DebugClient client(session.debug_socket, session.timeout);
+  if (const Status status = client.connect()) throw no_daemon(session.debug_socket, status);
+  if (watches) check(session, "debug watch", client.watch());  // before switching, so that no print is missed
+  if (verb == Verb::kList && !watches) list_flags(session, client);
+  if (verb == Verb::kOn || verb == Verb::kOff)
+    switch_flag(session, client, request.words[0], verb == Verb::kOn);
+  if (watches) watch_prints(session, request, client);
+}
+
+}  // namespace cli

@@ -1,0 +1,84 @@
+// "get", "list" and "datalist": any path as the data store answers it, one request each. Records are printed
+// by the description in the registry file, so that types this program was not built with are shown, too.
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include "cli/commands.h"
+#include "cli/output/json_list.h"
+#include "cli/output/table.h"
+#include "platform/core/parcel/parcel.h"
+
+namespace cli {
+
+namespace {
+
+std::string whole_path(const std::string& path) {
+  return path.starts_with('/') ? path : kProviderPath + path;
+}
+
+Json record_json(const Session& session, const std::string& path, const kvtree::Octets& record) {
+  std::string text;
+  if (const Status status = parcel_to_json(record.data(), record.size(), &text)) {
+    const std::string type = parcel_type_name(record.data(), record.size());
+    throw Failure(kExitFailed,
+                  fmt::format("{}: a record of type \"{}\" that {}/parcel.registry does not describe ({})",
+                              path, type, session.run_directory, err_text(status)));
+  }
+  return Json::parse(text);
+}
+
+std::string indented(const Json& json) {
+  return json.dump(2, ' ', false, Json::error_handler_t::replace);
+}
+
+// A list has no end mark of its own: as many items as asked for are most likely not all.
+void warn_of_cut(const Session& session, const PathRequest& request, std::size_t items) {
+  if (items < request.most) return;
+  fmt::print(session.err, "mplsvpn: {} items were asked for (--max); there may be more\n", request.most);
+}
+
+}  // namespace
+
+void get_record(const Session& session, const PathRequest& request) {
+  const std::string path = whole_path(request.path);
+  const kvtree::GetResult result = connect_to_daemon(session)->get(path, request.structured);
+  if (result.status) throw request_failure(session, path, result.status);
+  const Json json = record_json(session, path, result.record);
+  session.out << (session.json ? json_line(json) : indented(json)) << '\n';
+}
+
+void get_list(const Session& session, const PathRequest& request) {
+  const std::string path = whole_path(request.path);
+  const kvtree::ListResult result = connect_to_daemon(session)->list(path, request.most, request.structured);
+  if (result.status) throw request_failure(session, path, result.status);
+  JsonList list(session.out);
+  for (const kvtree::ListItem& item : result.items) {
+    if (session.json) {
+      list.add({{"key", item.key}, {"kind", item.kind}});
+    } else {
+      fmt::print(session.out, "{}\n", printable(item.key));
+    }
+  }
+  if (session.json) list.end();
+  warn_of_cut(session, request, result.items.size());
+}
+
+void get_datalist(const Session& session, const PathRequest& request) {
+  const std::string path = whole_path(request.path);
+  const kvtree::ListResult result =
+      connect_to_daemon(session)->datalist(path, request.most, request.structured);
+  if (result.status) throw request_failure(session, path, result.status);
+  JsonList list(session.out);
+  for (const kvtree::ListItem& item : result.items) {
+    const Json record = record_json(session, path, item.record);
+    if (session.json) {
+      list.add({{"key", item.key}, {"kind", item.kind}, {"record", record}});
+    } else {
+      fmt::print(session.out, "{}\n{}\n", printable(item.key), indented(record));
+    }
+  }
+  if (session.json) list.end();
+  warn_of_cut(session, request, result.items.size());
+}
+
+}  // namespace cli

@@ -1,0 +1,98 @@
+// "trace": the daemon's trace buffers, read from their files, whether or not it runs.
+#include "platform/core/trace/trace.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <algorithm>
+#include <ctime>
+
+#include "cli/commands.h"
+#include "cli/output/json_list.h"
+#include "cli/output/table.h"
+#include "platform/core/base/clock.h"
+
+namespace cli {
+
+namespace {
+
+constexpr char kUsualPrefix[] = "mpls_vpn/";
+
+// UTC with microseconds: "2026-01-02T03:04:05.000006Z".
+std::string time_text(std::uint64_t stamp) {
+  const auto seconds = static_cast<std::time_t>(stamp / kNanosecondsPerSecond);
+  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", fmt::gmtime(seconds),
+                     stamp % kNanosecondsPerSecond / 1000);
+}
+
+std::vector<TraceEntry> read_buffer(const Session& session, const std::string& name) {
+  std::vector<TraceEntry> entries;
+  if (const Status status = trace_read(session.run_directory, name, &entries)) {
+    throw Failure(kExitFailed, fmt::format("trace buffer {}: {}", name, err_text(status)));
+  }
+  return entries;
+}
+
+void list_buffers(const Session& session, const std::vector<std::string>& names) {
+  JsonList list(session.out);
+  Table table(session.out, {{"BUFFER"}, {"ENTRIES", true}, {"LAST"}});
+  for (const std::string& name : names) {
+    const std::vector<TraceEntry> entries = read_buffer(session, name);
+    const std::string last = entries.empty() ? "" : time_text(entries.back().stamp);
+    if (session.json) {
+      list.add({{"buffer", name}, {"entries", entries.size()}, {"last", last}});
+    } else {
+      table.add({name, std::to_string(entries.size()), last});
+    }
+  }
+  session.json ? list.end() : table.flush();
+}
+
+// "prov" stands for "mpls_vpn/prov".
+std::string whole_name(const Session& session, const std::vector<std::string>& names,
+                       const std::string& buffer) {
+  for (const std::string& name : {buffer, kUsualPrefix + buffer}) {
+    if (std::find(names.begin(), names.end(), name) != names.end()) return name;
+  }
+  throw Failure(kExitFailed,
+                fmt::format("there is no trace buffer \"{}\" in {}; \"mplsvpn trace\" lists them", buffer,
+                            session.run_directory));
+}
+
+Json entry_json(const TraceEntry& entry) {
+  return {{"sequence", entry.sequence},       {"stamp", entry.stamp},   {"time", time_text(entry.stamp)},
+          {"thread", entry.thread},           {"record", entry.record}, {"code", entry.code},
+          {"codeText", err_text(entry.code)}, {"text", entry.text}};
+}
+
+void print_entry(std::ostream& out, const TraceEntry& entry) {
+  const std::string code =
+      entry.code == kStatusOk ? "" : fmt::format(" [{:#x} {}]", entry.code, err_text(entry.code));
+  fmt::print(out, "{} {} {} {}{}\n", time_text(entry.stamp), entry.thread, entry.record,
+             printable(entry.text), code);
+}
+
+void show_entries(const Session& session, const std::vector<TraceEntry>& entries, std::size_t first) {
+  JsonList list(session.out);
+  for (std::size_t at = first; at < entries.size(); ++at) {
+    session.json ? list.add(entry_json(entries[at])) : print_entry(session.out, entries[at]);
+  }
+  if (session.json) list.end();
+}
+
+}  // namespace
+
+void trace(const Session& session, const TraceRequest& request) {
+  const std::vector<std::string> names = trace_names(session.run_directory);
+  if (names.empty()) throw Failure(kExitFailed, "there are no trace buffers in " + session.run_directory);
+  if (request.buffer.empty()) {
+    list_buffers(session, names);
+    return;
+  }
+  const std::vector<TraceEntry> entries = read_buffer(session, whole_name(session, names, request.buffer));
+  const bool is_cut = request.last != 0 && request.last < entries.size();
+  show_entries(session, entries, is_cut ? entries.size() - request.last : 0);
+}
+
+}  // namespace cli

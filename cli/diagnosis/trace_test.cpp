@@ -1,0 +1,113 @@
+// "trace", over buffers that the trace service wrote.
+#include "platform/core/trace/trace.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "cli/command_line_test_fixture.h"
+#include "cli/output/json_list.h"
+#include "platform/core/base/clock.h"
+
+namespace cli {
+namespace {
+
+using ::testing::HasSubstr;
+
+constexpr std::uint64_t kStamp = 1'767'323'045 * kNanosecondsPerSecond + 6'000;  // 2026-01-02 03:04:05.000006
+
+class TraceCommand : public CommandLine {
+ protected:
+  ~TraceCommand() override { trace_close(buffer_); }
+  void Write(const char* name, const std::vector<std::string>& texts, Status code = kStatusOk) {
+    trace_close(buffer_);
+    buffer_ = nullptr;
+    ASSERT_EQ(trace_open(name, 16, 0, 0, 0, &buffer_), kStatusOk);
+    for (const std::string& text : texts) trace_write(buffer_, 7, code, "%s", text.c_str());
+  }
+
+  ManualClock clock_{kStamp};
+  TraceBuffer* buffer_ = nullptr;
+};
+
+TEST_F(TraceCommand, BuffersAreListed) {
+  Write("mpls_vpn/init", {"one", "two"});
+  Write("mpls_vpn/error", {});
+  EXPECT_EQ(Run({"trace"}), kExitOk) << Err();
+  EXPECT_EQ(Out(),
+            "BUFFER          ENTRIES  LAST\n"
+            "mpls_vpn/error        0\n"
+            "mpls_vpn/init         2  2026-01-02T03:04:05.000006Z\n");
+  EXPECT_EQ(Run({"--json", "trace"}), kExitOk);
+  EXPECT_EQ(Json::parse(Out())[1],
+            (Json{{"buffer", "mpls_vpn/init"}, {"entries", 2}, {"last", "2026-01-02T03:04:05.000006Z"}}));
+}
+
+TEST_F(TraceCommand, EntriesAreShownOldestFirst) {
+  Write("mpls_vpn/init", {"one", "two"});
+  EXPECT_EQ(Run({"trace", "mpls_vpn/init"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("2026-01-02T03:04:05.000006Z "));
+  EXPECT_THAT(Out(), HasSubstr(" 7 one\n"));
+  EXPECT_LT(Out().find(" 7 one\n"), Out().find(" 7 two\n"));
+}
+
+TEST_F(TraceCommand, PrefixOfTheNameMayBeLeftOut) {
+  Write("mpls_vpn/init", {"one"});
+  EXPECT_EQ(Run({"trace", "init"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("one"));
+}
+
+TEST_F(TraceCommand, CodeIsShownWithItsText) {
+  Write("mpls_vpn/error", {"no luck"}, kStatusArgumentMissing);
+  EXPECT_EQ(Run({"trace", "error"}), kExitOk);
+  EXPECT_THAT(Out(), HasSubstr("no luck [0x40818800 A path argument is missing]\n"));
+}
+
+TEST_F(TraceCommand, LastBoundsTheEntries) {
+  Write("mpls_vpn/init", {"one", "two", "three"});
+  EXPECT_EQ(Run({"--json", "trace", "init", "--last", "2"}), kExitOk) << Err();
+  const Json entries = Json::parse(Out());
+  ASSERT_EQ(entries.size(), 2U);
+  EXPECT_EQ(entries[0]["text"], "two");
+  EXPECT_EQ(Run({"--json", "trace", "init", "--last", "9"}), kExitOk);
+  EXPECT_EQ(Json::parse(Out()).size(), 3U);
+}
+
+TEST_F(TraceCommand, JsonHasEveryFieldOfAnEntry) {
+  Write("mpls_vpn/init", {"one"}, kStatusNoMemory);
+  EXPECT_EQ(Run({"--json", "trace", "init"}), kExitOk);
+  Json entry = Json::parse(Out())[0];
+  EXPECT_GT(entry["thread"], 0);
+  entry.erase("thread");
+  EXPECT_EQ(entry, (Json{{"sequence", 1},
+                         {"stamp", kStamp},
+                         {"time", "2026-01-02T03:04:05.000006Z"},
+                         {"record", 7},
+                         {"code", 12},
+                         {"codeText", "Cannot allocate memory"},
+                         {"text", "one"}}));
+}
+
+TEST_F(TraceCommand, BufferThatIsNotThereIsNamed) {
+  Write("mpls_vpn/init", {});
+  EXPECT_EQ(Run({"trace", "nothing"}), kExitFailed);
+  EXPECT_EQ(Err(), "mplsvpn: there is no trace buffer \"nothing\" in " + Directory() +
+                       "; \"mplsvpn trace\" lists them\n");
+}
+
+TEST_F(TraceCommand, DirectoryWithoutBuffersIsAFailure) {
+  EXPECT_EQ(Run({"trace"}), kExitFailed);
+  EXPECT_EQ(Err(), "mplsvpn: there are no trace buffers in " + Directory() + "\n");
+}
+
+TEST_F(TraceCommand, FileThatIsNoBufferIsNotListed) {
+  Write("mpls_vpn/init", {});
+  std::ofstream(Directory() + "/trace/mpls_vpn.other") << "no buffer";
+  EXPECT_EQ(Run({"trace", "other"}), kExitFailed);
+  EXPECT_EQ(Run({"--json", "trace"}), kExitOk);
+  EXPECT_EQ(Json::parse(Out()).size(), 1U);
+}
+
+}  // namespace
+}  // namespace cli

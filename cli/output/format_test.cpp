@@ -1,0 +1,210 @@
+// Tables, JSON lists, the names of numbers, times and addresses.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sstream>
+
+#include "cli/output/address.h"
+#include "cli/output/json_list.h"
+#include "cli/output/names.h"
+#include "cli/output/table.h"
+#include "cli/output/times.h"
+#include "platform/core/base/clock.h"
+
+namespace cli {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+TEST(Table, ColumnsLineUp) {
+  std::ostringstream out;
+  Table table(out, {{"VRF"}, {"INDEX", true}, {"STATUS"}});
+  table.add({"red", "7", "active"});
+  table.add({"customer-1", "1234567", "-"});
+  EXPECT_EQ(out.str(), "") << "rows wait for the rest of their batch";
+  table.flush();
+  EXPECT_EQ(out.str(),
+            "VRF           INDEX  STATUS\n"
+            "red               7  active\n"
+            "customer-1  1234567  -\n");
+}
+
+TEST(Table, LaterBatchKeepsTheColumns) {
+  std::ostringstream out;
+  Table table(out, {{"NAME"}, {"N", true}});
+  table.add({"customer", "10"});
+  table.flush();
+  out.str("");
+  table.add({"a", "1"});
+  table.flush();
+  EXPECT_EQ(out.str(), "a          1\n");
+}
+
+TEST(Table, TitlesComeAgainWhenALaterBatchIsWider) {
+  std::ostringstream out;
+  Table table(out, {{"NAME"}, {"N", true}});
+  table.add({"a", "1"});
+  table.flush();
+  out.str("");
+  table.add({"customer", "1"});
+  table.flush();
+  EXPECT_EQ(out.str(), "NAME      N\ncustomer  1\n");
+}
+
+TEST(Table, TableWithoutRowsShowsItsTitles) {
+  std::ostringstream out;
+  Table table(out, {{"NAME"}, {"N", true}});
+  table.flush();
+  EXPECT_EQ(out.str(), "NAME  N\n");
+}
+
+TEST(Table, NamesCannotSteerTheTerminal) {
+  EXPECT_EQ(printable("\x1b[2Jred\n\x7f"), "\\x1b[2Jred\\x0a\\x7f");
+  EXPECT_EQ(printable("a\\x1b"), "a\\\\x1b");
+  EXPECT_EQ(printable("caf\xc3\xa9"), "caf\xc3\xa9");
+}
+
+TEST(Table, OctetsThatAreNotUtf8AreShownAsNumbers) {
+  EXPECT_EQ(printable("caf\xe9"), "caf\\xe9");
+  EXPECT_EQ(printable("\x9b"
+                      "2J"),
+            "\\x9b"
+            "2J");
+  EXPECT_EQ(printable("\xc2\x9b"
+                      "2J"),
+            "\\xc2\\x9b"
+            "2J")
+      << "U+009B begins a control sequence, too";
+}
+
+TEST(Table, ColumnOfQuotedTextsKeepsItsBackslashes) {
+  std::ostringstream out;
+  Table table(out, {{"NAME"}, {"WORDS", false, Backslashes::kKept}});
+  table.add({"a\\b", "\"a\\\\b\"\n"});
+  table.flush();
+  EXPECT_EQ(out.str(), "NAME  WORDS\na\\\\b  \"a\\\\b\"\\x0a\n");
+}
+
+TEST(JsonList, ItemsAreOneALine) {
+  std::ostringstream out;
+  JsonList list(out);
+  list.add({{"a", 1}});
+  list.add({{"b", "x"}});
+  list.end();
+  EXPECT_EQ(out.str(), "[\n{\"a\":1},\n{\"b\":\"x\"}\n]\n");
+}
+
+TEST(JsonList, EmptyListIsAnEmptyArray) {
+  std::ostringstream out;
+  JsonList(out).end();
+  EXPECT_EQ(out.str(), "[]\n");
+}
+
+TEST(JsonList, ListThatWasCutIsNoJson) {
+  std::ostringstream out;
+  JsonList(out).add({{"a", 1}});
+  EXPECT_FALSE(Json::accept(out.str()));
+}
+
+TEST(JsonList, TextThatIsNoUtf8IsReplaced) {
+  EXPECT_EQ(json_line("a\xff"), "\"a\xef\xbf\xbd\"");
+}
+
+TEST(JsonList, KeysKeepTheirOrder) {
+  EXPECT_EQ(json_line({{"z", 1}, {"a", 2}}), "{\"z\":1,\"a\":2}");
+}
+
+TEST(Names, ProtocolBitsAreReadFromTheLeft) {
+  EXPECT_THAT(protocol_names(0x80), ElementsAre("none"));
+  EXPECT_THAT(protocol_names(0x44), ElementsAre("bgp", "static"));
+  EXPECT_THAT(protocol_names(0xff),
+              ElementsAre("none", "bgp", "ospf", "rip", "isis", "static", "other", "bit7"));
+  EXPECT_THAT(protocol_names(0), IsEmpty());
+}
+
+TEST(Names, ValuesHaveTheNamesOfTheMib) {
+  EXPECT_EQ(classification_name(1), "carrierOfCarrier");
+  EXPECT_EQ(classification_name(2), "enterprise");
+  EXPECT_EQ(classification_name(3), "interProvider");
+  EXPECT_EQ(storage_type_name(1), "other");
+  EXPECT_EQ(storage_type_name(5), "readOnly");
+  EXPECT_EQ(row_status_name(1), "active");
+  EXPECT_EQ(row_status_name(6), "destroy");
+  EXPECT_EQ(notification_switch_name(0), "disabled");
+  EXPECT_EQ(notification_switch_name(1), "enabled");
+}
+
+TEST(Names, NumbersWithoutANameAreShownAsTheyAre) {
+  EXPECT_EQ(classification_name(0), "0");
+  EXPECT_EQ(classification_name(4), "4");
+  EXPECT_EQ(row_status_name(-2147483647 - 1), "-2147483648");
+  EXPECT_EQ(storage_type_name(2147483647), "2147483647");
+  EXPECT_EQ(notification_switch_name(2), "2");
+}
+
+TEST(Names, RoutesAndFamiliesHaveTheNamesOfTheMibs) {
+  EXPECT_EQ(vrf_status_name(1), "up");
+  EXPECT_EQ(vrf_status_name(2), "down");
+  EXPECT_EQ(vrf_status_name(3), "testing");
+  EXPECT_EQ(route_target_type_name(1), "import");
+  EXPECT_EQ(route_target_type_name(3), "both");
+  EXPECT_EQ(address_type_name(0), "unknown");
+  EXPECT_EQ(address_type_name(2), "ipv6");
+  EXPECT_EQ(route_type_name(1), "other");
+  EXPECT_EQ(route_type_name(5), "blackhole");
+  EXPECT_EQ(route_protocol_name(3), "static");
+  EXPECT_EQ(route_protocol_name(8), "rip");
+  EXPECT_EQ(route_protocol_name(13), "ospf");
+  EXPECT_EQ(route_protocol_name(14), "bgp");
+  EXPECT_EQ(route_protocol_name(16), "eigrp");
+  EXPECT_EQ(route_protocol_name(19), "dhcp");
+  EXPECT_EQ(route_protocol_name(99), "99");
+  EXPECT_EQ(afi_name(2), "ipv6");
+  EXPECT_EQ(afi_name(4294967295U), "4294967295");
+  EXPECT_EQ(safi_name(2), "multicast");
+  EXPECT_EQ(safi_name(133), "flow");
+  EXPECT_EQ(afi_name(25) + " " + safi_name(70), "l2vpn evpn");
+  EXPECT_EQ(safi_name(128), "128");
+}
+
+TEST(Times, DurationsAreShortTexts) {
+  EXPECT_EQ(duration_text(0), "00:00:00");
+  EXPECT_EQ(duration_text(86'399), "23:59:59");
+  EXPECT_EQ(duration_text(86'400), "1d00h");
+  EXPECT_EQ(duration_text(4'294'967'295U), "49710d06h");
+}
+
+TEST(Times, LocalTimeIsThatOfTheTimeZone) {
+  setenv("TZ", "EST5", 1);
+  EXPECT_EQ(local_time_text(1'700'000'000), "2023-11-14 17:13:20 EST");
+  setenv("TZ", "UTC0", 1);
+  EXPECT_EQ(local_time_text(1'700'000'000), "2023-11-14 22:13:20 UTC");
+  EXPECT_EQ(local_time_text(0), "-");
+}
+
+TEST(Times, AgeOfAFutureTimeIsZero) {
+  const ManualClock clock(1'700'000'000ULL * kNanosecondsPerSecond);
+  EXPECT_EQ(age_text(1'699'999'940), "00:01:00");
+  EXPECT_EQ(age_text(1'700'000'060), "00:00:00");
+  EXPECT_EQ(age_text(0), "-");
+}
+
+TEST(Addresses, PrefixesAreShortenedToTheirBits) {
+  const Prefix address = parse_prefix("10.255.255.255");
+  EXPECT_TRUE(address.is_address);
+  EXPECT_EQ(address_text(address.shortened(9).octets), "10.128.0.0");
+  EXPECT_EQ(address_text(address.shortened(0).octets), "0.0.0.0");
+  EXPECT_EQ(address_text(address.shortened(32).octets), "10.255.255.255");
+  EXPECT_EQ(address_text(parse_prefix("ffff:ffff::1").shortened(17).octets), "ffff:8000::");
+}
+
+TEST(Addresses, OctetsOfAnotherSizeAreDigits) {
+  const std::vector<std::uint8_t> octets = {0xab, 0x01, 0};
+  EXPECT_EQ(address_text(octets), "ab0100");
+  EXPECT_EQ(address_text({}), "");
+}
+
+}  // namespace
+}  // namespace cli

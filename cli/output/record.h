@@ -1,0 +1,52 @@
+// A decoded record of the daemon with its texts, released when it goes.
+#pragma once
+
+#include <string>
+
+#include "cli/session.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "platform/core/parcel/parcel.h"
+
+namespace cli {
+
+// A text of a record; null is the empty text.
+inline std::string text_or_empty(const char* text) {
+  return text == nullptr ? std::string() : std::string(text);
+}
+
+// For a cell of a table.
+inline std::string text_or_dash(const char* text) {
+  return text == nullptr || *text == '\0' ? "-" : text;
+}
+
+// T is the struct that the description describes.
+template <typename T>
+class Record {
+ public:
+  // `path` names the request in the Failure for octets that are no such record. The description must outlive
+  // it.
+  Record(const Session& session, const std::string& path, const ParcelDescription& description,
+         const kvtree::Octets& octets)
+      : description_(description) {
+    if (const Status status = parcel_decode(&description, octets.data(), octets.size(), &value_)) {
+      throw request_failure(session, path, status,
+                            path + ": the answer is not of the type " + description.type_name +
+                                " as this program knows it; are daemon and command line of one version?");
+    }
+  }
+  ~Record() {
+    // Fails for a description that does not fit its record only, and then nothing was decoded.
+    static_cast<void>(parcel_free_indirections(&description_, &value_));
+  }
+  Record(const Record&) = delete;
+  Record& operator=(const Record&) = delete;
+
+  const T& operator*() const { return value_; }
+  const T* operator->() const { return &value_; }
+
+ private:
+  const ParcelDescription& description_;
+  T value_{};
+};
+
+}  // namespace cli

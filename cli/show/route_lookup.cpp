@@ -1,0 +1,78 @@
+// See route_lookup.h.
+//
+// Rows are in the order of destination, prefix length and next hop, so the routes of a prefix stand together.
+// A next read answers what is behind its key: the route without next hop, whose key is the smallest of its
+// prefix, is read exactly, the others behind that key. The longest match is one such lookup a length, from
+// the longest on: the daemon has no read for it, and a host's address is 33 or 129 of them at most.
+#include "cli/show/route_lookup.h"
+
+#include <algorithm>
+
+namespace cli {
+
+namespace {
+
+constexpr std::uint32_t kPathsBatch = 64;  // most prefixes have a next hop or a few
+
+bool is_of_prefix(const mpls_vpn_mib_route& row, const std::string& vrf, const Prefix& prefix) {
+  const auto destination = octets_of(row.dest);
+  return vrf == text_or_empty(row.vrfName) && row.destType == prefix.type && row.mask == prefix.length &&
+         std::equal(destination.begin(), destination.end(), prefix.octets.begin(), prefix.octets.end());
+}
+
+// The smallest key of the prefix, as the path of a read.
+std::string prefix_path(const std::string& read, const std::string& vrf, const Prefix& prefix) {
+  const std::string destination = hexadecimal(prefix.octets);
+  return route_path(read, vrf, prefix.type, prefix.length, destination, std::string(destination.size(), '0'));
+}
+
+// The route without next hop. A read of one that is not there may be answered with another one.
+bool find_route_without_next_hop(const Session& session, kvtree::Client& client, const std::string& vrf,
+                                 const Prefix& prefix, const RouteSink& sink) {
+  const std::string path = prefix_path("route", vrf, prefix);
+  const kvtree::GetResult result = client.get(path);
+  if (result.status == kStatusNoSuchRow) return false;
+  if (result.status) throw request_failure(session, path, result.status);
+  const Record<mpls_vpn_mib_route> row(session, path, kMibRouteParcel, result.record);
+  if (!is_of_prefix(*row, vrf, prefix)) return false;
+  sink.row(*row);
+  return true;
+}
+
+bool find_routes_of_prefix(const Session& session, kvtree::Client& client, const std::string& vrf,
+                           const Prefix& prefix, const RouteSink& sink) {
+  const std::string path = prefix_path("route-next", vrf, prefix);
+  const bool has_first = find_route_without_next_hop(session, client, vrf, prefix, sink);
+  bool found = has_first;
+  const auto wanted = [&](const mpls_vpn_mib_route& row) {
+    if (!is_of_prefix(row, vrf, prefix)) return false;
+    if (has_first && kRouteTable.path_at(row) == path) return true;  // the start of a table answers it again
+    found = true;
+    return sink.row(row);
+  };
+  RowWalk<mpls_vpn_mib_route>(session, client, kRouteTable, {wanted}).run(path, kPathsBatch);
+  return found;
+}
+
+}  // namespace
+
+void walk_routes(const Session& session, kvtree::Client& client, const std::string& vrf,
+                 const RouteSink& sink) {
+  const auto wanted = [&](const mpls_vpn_mib_route& row) {
+    return vrf == text_or_empty(row.vrfName) && sink.row(row);
+  };
+  RowWalk<mpls_vpn_mib_route>(session, client, kRouteTable, {wanted, sink.batch_end})
+      .run(first_route_path(vrf));
+}
+
+bool find_routes(const Session& session, kvtree::Client& client, const std::string& vrf, const Prefix& prefix,
+                 const RouteSink& sink) {
+  bool found = find_routes_of_prefix(session, client, vrf, prefix, sink);
+  for (std::uint32_t length = prefix.length; prefix.is_address && !found && length-- > 0;) {
+    found = find_routes_of_prefix(session, client, vrf, prefix.shortened(length), sink);
+  }
+  if (found) sink.batch_end();
+  return found;
+}
+
+}  // namespace cli

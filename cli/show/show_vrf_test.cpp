@@ -1,0 +1,513 @@
+// "show vrf", "show vrf detail" and "show vrf invalid".
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+
+#include "cli/show/show_test_fixture.h"
+#include "platform/config/vrf_config.h"
+#include "platform/store/configuration/config.h"
+
+namespace cli {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using vrf_config::Family;
+
+constexpr std::uint32_t kNow = 1'700'000'000;  // 2023-11-14 22:13:20 UTC
+
+class ShowVrf : public ShowCommand {
+ protected:
+  void SetUp() override {
+    ShowCommand::SetUp();
+    setenv("TZ", "UTC0", 1);
+  }
+  void AddRed() {
+    fake.vrfs["red"] = {"Red Rail", "65000:10", kNow - 90'000, kNow - 75, 1, 7, 0, {"ge1", "ge2"}, {}, false};
+  }
+  void AddBlueWithTables() {
+    FakeTable ipv4 = {1, 1, {{1, "65000:20"}, {1, "65000:99"}, {2, "65000:20"}}, "from-blue", ""};
+    FakeTable ipv6 = {2, 1, {{2, "65000:26"}}, "", "to-blue"};
+    fake.vrfs["blue"] = {"", "", kNow, kNow, 0, 0, 500, {}, {ipv4, ipv6}, true};
+  }
+  void AddMany(unsigned count) {
+    for (unsigned number = 1; number <= count; ++number) {
+      fake.vrfs["v" + std::to_string(100'000 + number)].rd = "1:" + std::to_string(number);
+    }
+  }
+  static void Configure(const std::string& vrf, Family family, std::uint32_t maximum, std::uint32_t mid) {
+    const KvConfigNode node = vrf_config::route_threshold(vrf, family, maximum, mid);
+    ASSERT_EQ(kvtree_set(node.path, node.value), kStatusOk);
+  }
+  const ManualClock clock_{std::uint64_t{kNow} * kNanosecondsPerSecond};
+};
+
+TEST_F(ShowVrf, TableHasALineAVrfInTheDaemonsOrder) {
+  AddRed();
+  AddBlueWithTables();
+  EXPECT_EQ(Ask({"show", "vrf"}), kExitOk) << Err();
+  EXPECT_EQ(Out(),
+            "VRF   RD        STATE  INTERFACES  ACTIVE  ROUTES   CHANGED  DESCRIPTION\n"
+            "red   65000:10  up              2       1       7  00:01:15  Red Rail\n"
+            "blue  -         down            0       0       0  00:00:00  -\n");
+}
+
+TEST_F(ShowVrf, OneVrfIsShownAlone) {
+  AddRed();
+  AddBlueWithTables();
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "blue"})), ElementsAre("blue"));
+}
+
+TEST_F(ShowVrf, JsonHasTheRecordsKeys) {
+  AddRed();
+  EXPECT_EQ(AskForJson({"show", "vrf"})[0], (Json{{"name", "red"},
+                                                  {"description", "Red Rail"},
+                                                  {"rd", "65000:10"},
+                                                  {"creationTime", kNow - 90'000},
+                                                  {"creationTimeText", "2023-11-13 21:13:20 UTC"},
+                                                  {"operStatus", 1},
+                                                  {"operStatusName", "up"},
+                                                  {"activeInterfaces", 1},
+                                                  {"associatedInterfaces", 2},
+                                                  {"midThresh", 0},
+                                                  {"highThresh", 0},
+                                                  {"confLastChanged", kNow - 75},
+                                                  {"confLastChangedText", "2023-11-14 22:12:05 UTC"},
+                                                  {"rowStatus", 1},
+                                                  {"rowStatusName", "active"},
+                                                  {"adminStatus", 1},
+                                                  {"adminStatusName", "up"},
+                                                  {"storageType", 5},
+                                                  {"storageTypeName", "readOnly"},
+                                                  {"illegalLabelViolations", 0},
+                                                  {"discontinuityTime", 0},
+                                                  {"routesAdded", 0},
+                                                  {"routesDeleted", 0},
+                                                  {"currNumRoutes", 7},
+                                                  {"routesDropped", 0},
+                                                  {"discTime", 0}}));
+}
+
+TEST_F(ShowVrf, NumberOfRoutesIsUnknownWhileRoutesCannotBeRead) {
+  AddRed();
+  kvtree_guard("/oper/mpls_vpn/gl/route", [] { return kStatusNoRouteModule; });
+  EXPECT_EQ(AskForJson({"show", "vrf"})[0]["currNumRoutes"], Json());
+  EXPECT_EQ(AskForJson({"show", "vrf", "red", "detail"})[0]["currNumRoutes"], Json());
+  EXPECT_EQ(Ask({"show", "vrf", "red"}), kExitOk);
+  EXPECT_THAT(Out(), HasSubstr(" 1  unknown  00:01:15"));
+  EXPECT_EQ(Ask({"show", "vrf", "red", "detail"}), kExitOk);
+  EXPECT_THAT(Out(), HasSubstr("routes              unknown now, 0 added"));
+  kvtree_guard("/oper/mpls_vpn/gl/route", nullptr);
+  EXPECT_EQ(AskForJson({"show", "vrf"})[0]["currNumRoutes"], 7);
+}
+
+TEST_F(ShowVrf, NoVrfIsAnEmptyList) {
+  EXPECT_EQ(AskForJson({"show", "vrf"}), Json::array());
+  EXPECT_EQ(AskForJson({"show", "vrf", "detail"}), Json::array());
+  EXPECT_EQ(Ask({"show", "vrf"}), kExitOk);
+  EXPECT_EQ(Out(), "VRF  RD  STATE  INTERFACES  ACTIVE  ROUTES  CHANGED  DESCRIPTION\n");
+}
+
+TEST_F(ShowVrf, UnknownVrfIsSaidPlainly) {
+  AddRed();
+  for (const std::vector<std::string>& words :
+       std::vector<std::vector<std::string>>{{"show", "vrf", "re\x1b"},
+                                             {"show", "vrf", "re\x1b", "detail"},
+                                             {"show", "vrf", "re\x1b", "ipv6"}}) {
+    EXPECT_EQ(Ask(words), kExitFailed);
+    EXPECT_EQ(Out(), "");
+    EXPECT_EQ(Err(), "mplsvpn: there is no VRF re\\x1b\n");
+  }
+}
+
+TEST_F(ShowVrf, InvalidVrfIsToldFromAnUnknownOne) {
+  fake.invalid["orange"] = {"ge6"};
+  EXPECT_EQ(Ask({"show", "vrf", "orange"}), kExitFailed);
+  EXPECT_EQ(
+      Err(),
+      "mplsvpn: VRF orange is invalid: interfaces are bound to it, but it is not there (mplsvpn show vrf "
+      "invalid)\n");
+}
+
+TEST_F(ShowVrf, FailureOfTheDaemonIsNoUnknownVrf) {
+  AddRed();
+  fake.failure = kStatusIo;
+  EXPECT_EQ(Ask({"show", "vrf", "red"}), kExitFailed);
+  EXPECT_THAT(Err(), HasSubstr("Input/output error"));
+  EXPECT_EQ(Ask({"show", "vrf", "red", "detail"}), kExitFailed);
+  EXPECT_THAT(Err(), HasSubstr("Input/output error"));
+}
+
+TEST_F(ShowVrf, FamilyLeavesOutVrfsWithoutATable) {
+  AddRed();
+  AddBlueWithTables();
+  fake.vrfs["green"].tables = {{1, 2, {}, "", ""}};
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "ipv4"})), ElementsAre("blue", "green"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "multicast"})), ElementsAre("green"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "unicast", "ipv6"})), ElementsAre("blue"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "detail", "ipv4"})), ElementsAre("blue", "green"));
+}
+
+TEST_F(ShowVrf, NamedVrfWithoutATableOfTheFamilyIsAFailure) {
+  AddRed();
+  for (const std::vector<std::string>& words :
+       std::vector<std::vector<std::string>>{{"show", "vrf", "red", "ipv6", "multicast"},
+                                             {"show", "vrf", "red", "detail", "ipv6", "multicast"}}) {
+    EXPECT_EQ(Ask(words), kExitFailed);
+    EXPECT_EQ(Err(), "mplsvpn: VRF red has no ipv6 multicast table\n");
+  }
+}
+
+TEST_F(ShowVrf, NameThatIsAWordIsGivenByItsOption) {
+  fake.vrfs["detail"];
+  AddRed();
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--name", "detail"})), ElementsAre("detail"));
+}
+
+TEST_F(ShowVrf, WordsThatMakeNoRequestAreUsageErrors) {
+  const std::vector<std::vector<std::string>> mistakes = {{"red", "blue"},
+                                                          {"red", "ipv4", "ipv6"},
+                                                          {"unicast", "multicast"},
+                                                          {"detail", "detail"},
+                                                          {"detail", "red"},
+                                                          {"invalid", "detail"},
+                                                          {"red", "invalid"},
+                                                          {"invalid", "red"},
+                                                          {"red", "detail", "ipv4", "unicast", "ipv4"},
+                                                          {"invalid", "--name", "red"}};
+  for (std::vector<std::string> words : mistakes) {
+    words.insert(words.begin(), {"show", "vrf"});
+    EXPECT_EQ(Ask(words), kExitUsage) << ::testing::PrintToString(words);
+    EXPECT_EQ(Out(), "");
+    EXPECT_NE(Err(), "");
+  }
+  EXPECT_EQ(fake.requests, 0U);
+}
+
+// --- Details
+
+TEST_F(ShowVrf, DetailShowsEverything) {
+  AddRed();
+  fake.vrfs["red"].interfaces = {"ge1", "ge\n2"};
+  EXPECT_EQ(Ask({"show", "vrf", "red", "detail"}), kExitOk) << Err();
+  EXPECT_EQ(Out(),
+            "VRF red\n"
+            "  description         Red Rail\n"
+            "  route distinguisher 65000:10 (router file)\n"
+            "  vni                 -\n"
+            "  state               up, administratively up\n"
+            "  created             2023-11-13 21:13:20 UTC (1d01h ago)\n"
+            "  last changed        2023-11-14 22:12:05 UTC (00:01:15 ago)\n"
+            "  routes              7 now, 0 added, 0 deleted, 0 dropped\n"
+            "  route thresholds    none\n"
+            "  illegal labels      0\n"
+            "  big                 no\n"
+            "  interface counts    2, 1 active\n"
+            "  interfaces          ge1 ge\\x0a2\n");
+}
+
+TEST_F(ShowVrf, DetailShowsRouteTargetsAndPoliciesByFamily) {
+  AddBlueWithTables();
+  EXPECT_EQ(Ask({"show", "vrf", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  big                 yes\n"));
+  EXPECT_THAT(Out(), HasSubstr("  interfaces          -\n"
+                               "  ipv4 unicast\n"
+                               "    import targets    65000:20 65000:99\n"
+                               "    export targets    65000:20\n"
+                               "    import policy     from-blue\n"
+                               "    export policy     -\n"
+                               "  ipv6 unicast\n"
+                               "    import targets    -\n"
+                               "    export targets    65000:26\n"
+                               "    import policy     -\n"
+                               "    export policy     to-blue\n"));
+}
+
+TEST_F(ShowVrf, DetailShowsTheThresholdsOfEachFamily) {
+  AddBlueWithTables();
+  Configure("blue", Family::kIpv4, 600, 500);
+  Configure("blue", Family::kIpv6, 4294967295, 0);
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv4 mid 500, high 600\n"
+                               "                      ipv6 mid none, high 4294967295\n"
+                               "  illegal labels"));
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail", "ipv6"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv6 mid none, high 4294967295\n"
+                               "  illegal labels"));
+}
+
+TEST_F(ShowVrf, DetailShowsTheOriginOfEachItem) {
+  using vrf_config::Direction;
+  AddBlueWithTables();
+  fake.vrfs["blue"].rd = "65000:20";
+  const auto commit = [](std::string_view owner, const std::vector<KvConfigNode>& nodes) {
+    std::vector<KvConfigChange> changes;
+    for (const KvConfigNode& node : nodes) changes.push_back({node.path, node.value});
+    ASSERT_EQ(kvtree_config_commit(owner, changes, ""), kStatusOk);
+  };
+  const auto target = [](Direction direction, const char* text) {
+    return vrf_config::route_target("blue", Family::kIpv4, direction, *vrf_config::parse_target(text));
+  };
+  commit(kConfigOwnerFrrDerived, {target(Direction::kImport, "65000:99")});
+  commit(kConfigOwnerFrr,
+         {target(Direction::kExport, "65000:20"),
+          vrf_config::route_distinguisher("blue", Family::kIpv4, *vrf_config::parse_target("65000:20"))});
+  commit(kConfigOwnerCli,
+         {target(Direction::kImport, "65000:20"), vrf_config::route_threshold("blue", Family::kIpv4, 9, 7)});
+  commit(kConfigOwnerFile,
+         {vrf_config::route_policy("blue", Family::kIpv4, Direction::kImport, "from-blue")});
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  route distinguisher 65000:20 (configured)\n"));
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv4 mid 7, high 9 (operator)\n"));
+  EXPECT_THAT(Out(), HasSubstr("    import targets    65000:20 (operator) 65000:99 (derived)\n"
+                               "    export targets    65000:20 (configured)\n"
+                               "    import policy     from-blue (router file)\n"));
+  const Json vrf = AskForJson({"show", "vrf", "blue", "detail", "ipv4"})[0];
+  EXPECT_EQ(vrf["rdOrigin"], "configured");
+  EXPECT_EQ(vrf["routeThresholds"][0]["origin"], "operator");
+  EXPECT_EQ(vrf["addressFamilies"][0]["routeTargets"][1]["origin"], "derived");
+  EXPECT_EQ(vrf["addressFamilies"][0]["importRoutePolicyOrigin"], "router file");
+}
+
+TEST_F(ShowVrf, DetailShowsTheVni) {
+  AddBlueWithTables();
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  vni                 -\n"));
+  const Json without = AskForJson({"show", "vrf", "blue", "detail"})[0];
+  EXPECT_TRUE(without.at("vni").is_null() && without.at("vniOrigin").is_null()) << without;
+  const KvConfigNode node = vrf_config::vni("blue", vrf_config::kGreatestVni);
+  ASSERT_EQ(kvtree_config_commit(kConfigOwnerFrr, {{node.path, node.value}}, ""), kStatusOk);
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  vni                 16777215 (configured)\n"));
+  const Json with = AskForJson({"show", "vrf", "blue", "detail", "ipv4"})[0];
+  EXPECT_EQ(with["vni"], 16777215);
+  EXPECT_EQ(with["vniOrigin"], "configured");
+}
+
+// The show record has the tables of the router only.
+TEST_F(ShowVrf, DetailShowsTheRouteTargetsOfEvpn) {
+  using vrf_config::Direction;
+  AddBlueWithTables();
+  fake.targets = {{{"blue", 1}, {1, "65000:20", "IPv4 Unicast"}},
+                  {{"blue", 2}, {1, "65000:201", ""}},
+                  {{"blue", 3}, {2, "65000:203", ""}},
+                  {{"cyan", 1}, {1, "65000:9", ""}}};
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), Not(HasSubstr("evpn"))) << "none is configured";
+  for (const auto& [direction, text] :
+       {std::pair(Direction::kImport, "65000:201"), {Direction::kExport, "65000:203"}}) {
+    const KvConfigNode node =
+        vrf_config::route_target("blue", Family::kEvpn, direction, *vrf_config::parse_target(text));
+    ASSERT_EQ(kvtree_config_commit(kConfigOwnerFrr, {{node.path, node.value}}, ""), kStatusOk);
+  }
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  l2vpn evpn\n"
+                               "    import targets    65000:201 (configured)\n"
+                               "    export targets    65000:203 (configured)\n"
+                               "    import policy     -\n"));
+  const Json tables = AskForJson({"show", "vrf", "blue", "detail"})[0]["addressFamilies"];
+  EXPECT_EQ(tables.back()["safiName"], "evpn");
+  EXPECT_EQ(tables.back()["routeTargets"][1]["value"], "65000:203");
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail", "ipv4"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), Not(HasSubstr("evpn")));
+}
+
+// The row has one pair, which is 0 after the deletion of either family's.
+TEST_F(ShowVrf, DetailShowsThresholdsThatTheRowDoesNot) {
+  AddBlueWithTables();
+  fake.vrfs["blue"].mid_threshold = 0;
+  fake.vrfs["blues"];
+  Configure("blue", Family::kIpv6, 9, 7);
+  EXPECT_EQ(Ask({"show", "vrf", "detail"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv6 mid 7, high 9\n"));
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    none\n"));
+  const Json vrfs = AskForJson({"show", "vrf", "detail"});
+  EXPECT_EQ(vrfs[0]["midThresh"], 0);
+  EXPECT_EQ(
+      vrfs[0]["routeThresholds"],
+      Json::array(
+          {{{"afi", 2}, {"afiName", "ipv6"}, {"midThresh", 7}, {"highThresh", 9}, {"origin", nullptr}}}));
+  EXPECT_EQ(vrfs[1]["routeThresholds"], Json::array());
+}
+
+// The configuration orders VRFs by their whole names, the table shorter names first; some VRFs have more
+// nodes than are read at once, and some have none.
+TEST_F(ShowVrf, DetailShowsTheConfigurationOfEachVrfWhateverTheOrderOfTheirNames) {
+  std::map<std::string, std::uint32_t> maxima;
+  std::vector<KvConfigChange> changes;
+  const auto add = [&](const KvConfigNode& node) { changes.push_back({node.path, node.value}); };
+  for (std::uint32_t number = 0; number < 400; ++number) {
+    const std::string vrf = (number % 3 == 0 ? "a/b" : "v") + std::to_string(number);
+    fake.vrfs[vrf];
+    maxima[vrf] = number % 5 == 0 ? 0 : 1000 + number;
+    if (maxima[vrf] != 0) add(vrf_config::route_threshold(vrf, Family::kIpv4, maxima[vrf], 1));
+    const std::uint32_t targets = number % 50 == 7 ? 150 : number % 4;
+    for (std::uint32_t target = 0; target < targets; ++target) {
+      add(vrf_config::route_target(vrf, Family::kIpv4, vrf_config::Direction::kImport,
+                                   {.administrator = 65000, .assigned = target}));
+    }
+  }
+  ASSERT_EQ(kvtree_config_commit(kConfigOwnerFrr, changes, ""), kStatusOk);
+  const Json vrfs = AskForJson({"show", "vrf", "detail"});
+  ASSERT_EQ(vrfs.size(), 400U);
+  for (const Json& vrf : vrfs) {
+    const std::uint32_t maximum = maxima.at(vrf["name"]);
+    const Json& shown = vrf["routeThresholds"];
+    EXPECT_EQ(shown.empty() ? Json(0) : shown[0]["highThresh"], maximum) << vrf["name"];
+  }
+}
+
+TEST_F(ShowVrf, DetailOfAFamilyLeavesOutTheOthers) {
+  AddBlueWithTables();
+  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail", "ipv6"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("ipv6 unicast"));
+  EXPECT_THAT(Out(), Not(HasSubstr("ipv4 unicast")));
+}
+
+TEST_F(ShowVrf, FlowRulesCountAsUnicast) {
+  fake.vrfs["red"].tables = {{1, 1, {}, "", ""}, {1, 133, {}, "", ""}};
+  EXPECT_EQ(Ask({"show", "vrf", "red", "detail", "unicast"}), kExitOk) << Err();
+  EXPECT_THAT(Out(), HasSubstr("  ipv4 flow\n"));
+}
+
+TEST_F(ShowVrf, DetailAsJsonHasFamiliesAndInterfaces) {
+  AddBlueWithTables();
+  fake.vrfs["blue"].interfaces = {"ge3"};
+  const Json vrf = AskForJson({"show", "vrf", "blue", "detail", "ipv4"})[0];
+  EXPECT_EQ(vrf["name"], "blue");
+  EXPECT_EQ(vrf["midThresh"], 500);
+  EXPECT_EQ(vrf["isBigVrf"], true);
+  EXPECT_EQ(vrf["interfaces"], Json({"ge3"}));
+  EXPECT_EQ(
+      vrf["addressFamilies"],
+      Json::array({{{"afi", 1},
+                    {"afiName", "ipv4"},
+                    {"safi", 1},
+                    {"safiName", "unicast"},
+                    {"routeTargets",
+                     {{{"type", 1}, {"typeName", "import"}, {"value", "65000:20"}, {"origin", nullptr}},
+                      {{"type", 1}, {"typeName", "import"}, {"value", "65000:99"}, {"origin", nullptr}},
+                      {{"type", 2}, {"typeName", "export"}, {"value", "65000:20"}, {"origin", nullptr}}}},
+                    {"importRoutePolicy", "from-blue"},
+                    {"importRoutePolicyOrigin", nullptr},
+                    {"exportRoutePolicy", ""},
+                    {"exportRoutePolicyOrigin", nullptr}}}));
+}
+
+TEST_F(ShowVrf, ManyInterfacesGoOnBelowEachOther) {
+  for (unsigned number = 10; number < 60; ++number)
+    fake.vrfs["red"].interfaces.push_back("ge" + std::to_string(number));
+  EXPECT_EQ(Ask({"show", "vrf", "red", "detail"}), kExitOk) << Err();
+  std::istringstream lines(Out());
+  std::size_t longest = 0;
+  for (std::string line; std::getline(lines, line);) longest = std::max(longest, line.size());
+  EXPECT_GT(longest, 90U);
+  EXPECT_LE(longest, 100U);
+  EXPECT_THAT(Out(), HasSubstr("\n                      ge"));
+  EXPECT_THAT(Out(), HasSubstr("ge59"));
+}
+
+TEST_F(ShowVrf, ManyVrfsAreReadInPagesWithEachOnce) {
+  AddMany(1100);
+  const auto names = NamesOf(AskForJson({"show", "vrf", "detail"}));
+  ASSERT_EQ(names.size(), 1100U);
+  for (unsigned at = 0; at < 1100; ++at) ASSERT_EQ(names[at], "v" + std::to_string(100'001 + at));
+  EXPECT_EQ(fake.largest_page, 256U);
+  EXPECT_EQ(fake.datalists, 5U);
+  EXPECT_EQ(NamesOf(AskForJson({"show", "vrf"})), names);
+}
+
+TEST_F(ShowVrf, LastPageThatIsFullIsFollowedByAnEmptyOne) {
+  AddMany(512);
+  EXPECT_EQ(AskForJson({"show", "vrf", "detail"}).size(), 512U);
+  EXPECT_EQ(fake.datalists, 3U);
+}
+
+TEST_F(ShowVrf, PageThatIsTooLargeIsHalved) {
+  AddMany(100);
+  fake.most_items = 40;
+  EXPECT_EQ(AskForJson({"show", "vrf", "detail"}).size(), 100U);
+  fake.most_items = 0;
+  EXPECT_EQ(Ask({"show", "vrf", "detail"}), kExitFailed);
+  EXPECT_EQ(Out(), "");
+}
+
+TEST_F(ShowVrf, ListThatStandsStillEnds) {
+  AddMany(600);
+  fake.stands_still = true;
+  EXPECT_EQ(Ask({"show", "vrf", "detail"}), kExitFailed);
+  EXPECT_THAT(Err(), HasSubstr("does not go on behind an item"));
+}
+
+TEST_F(ShowVrf, VrfThatGoesInBetweenIsLeftOut) {
+  AddMany(3);
+  fake.hidden_row = "v100002";
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "detail"})), ElementsAre("v100001", "v100003"));
+}
+
+TEST_F(ShowVrf, OddNamesTravelSafely) {
+  for (const char* name : {"-", "a/b", "50%", "caf\xc3\xa9", "with blank"}) {
+    fake.vrfs.clear();
+    fake.vrfs[name].tables = {{1, 1, {}, "", ""}};
+    for (const std::vector<std::string>& words :
+         std::vector<std::vector<std::string>>{{"show", "vrf"},
+                                               {"show", "vrf", "detail"},
+                                               {"show", "vrf", "--name", name},
+                                               {"show", "vrf", "--name", name, "detail"},
+                                               {"show", "vrf", "--name", name, "detail", "ipv4"},
+                                               {"show", "vrf", "--name", name, "--structured"},
+                                               {"show", "vrf", "--structured"}}) {
+      EXPECT_THAT(NamesOf(AskForJson(words)), ElementsAre(name)) << ::testing::PrintToString(words);
+    }
+  }
+}
+
+// --- The structured form
+
+TEST_F(ShowVrf, StructuredIsAskedInItsForms) {
+  AddRed();
+  EXPECT_EQ(AskForJson({"show", "vrf", "--structured"})[0]["addressFamilies"], Json::array());
+  EXPECT_EQ(fake.last_form, 2U);
+  EXPECT_EQ(AskForJson({"show", "vrf", "red", "--structured"})[0]["addressFamilies"], Json::array());
+  EXPECT_EQ(fake.last_form, 3U);
+}
+
+TEST_F(ShowVrf, StructuredPagesGoOnBehindOddNames) {
+  for (unsigned number = 100; number < 400; ++number) fake.vrfs["a/" + std::to_string(number)];
+  EXPECT_EQ(AskForJson({"show", "vrf", "--structured"}).size(), 300U);
+}
+
+// --- Invalid VRFs
+
+TEST_F(ShowVrf, InvalidVrfsAreShownWithTheirInterfaces) {
+  AddRed();
+  fake.invalid["orange"] = {"ge6", "ge7"};
+  fake.invalid["yellow"] = {};
+  EXPECT_EQ(Ask({"show", "vrf", "invalid"}), kExitOk) << Err();
+  EXPECT_EQ(Out(),
+            "VRF     INTERFACE\n"
+            "orange  ge6\n"
+            "orange  ge7\n"
+            "yellow  -\n");
+  EXPECT_EQ(AskForJson({"show", "vrf", "invalid"}),
+            Json::array({{{"name", "orange"}, {"interfaces", {"ge6", "ge7"}}},
+                         {{"name", "yellow"}, {"interfaces", Json::array()}}}));
+}
+
+TEST_F(ShowVrf, NoInvalidVrfIsAnEmptyList) {
+  EXPECT_EQ(Ask({"show", "vrf", "invalid"}), kExitOk) << Err();
+  EXPECT_EQ(Out(), "VRF  INTERFACE\n");
+  EXPECT_EQ(AskForJson({"show", "vrf", "invalid"}), Json::array());
+}
+
+TEST_F(ShowVrf, ManyInvalidVrfsAreReadInPages) {
+  for (unsigned number = 1000; number < 1600; ++number) fake.invalid["x" + std::to_string(number)] = {"ge"};
+  EXPECT_EQ(AskForJson({"show", "vrf", "invalid"}).size(), 600U);
+  EXPECT_EQ(fake.largest_page, 256U);
+}
+
+}  // namespace
+}  // namespace cli

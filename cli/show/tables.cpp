@@ -1,0 +1,97 @@
+// See tables.h. Paths and their keys are described in mpls/vpn/mib/src/walk/walk.h.
+#include "cli/show/tables.h"
+
+#include <fmt/format.h>
+
+#include "cli/commands.h"
+#include "cli/output/address.h"
+#include "cli/output/table.h"
+#include "platform/store/tree/kvtree.h"
+
+namespace cli {
+
+namespace {
+
+constexpr char kNoAddress[] = "0";
+
+std::string interface_path(const std::string& vrf, std::int32_t index) {
+  return provider_path("interface-next", vrf) + "/" + std::to_string(index);
+}
+
+std::string route_target_path(const std::string& vrf, std::uint32_t index, std::int32_t type) {
+  return fmt::format("{}/{}/{}", provider_path("rt-next", vrf), index, type);
+}
+
+std::string path_at_interface(const mpls_vpn_mib_interface& row) {
+  return interface_path(text_or_empty(row.vrfName), row.ifConfIndex);
+}
+std::string path_at_vrf(const mpls_vpn_mib_vrf& row) {
+  return first_vrf_path(text_or_empty(row.name));
+}
+std::string path_at_route_target(const mpls_vpn_mib_rt& row) {
+  return route_target_path(text_or_empty(row.vrfName), row.index, row.type);
+}
+std::string path_at_route(const mpls_vpn_mib_route& row) {
+  const std::string destination = hexadecimal(octets_of(row.dest));
+  const std::string next_hop =
+      row.nextHop.length == 0 ? std::string(destination.size(), '0') : hexadecimal(octets_of(row.nextHop));
+  return route_path("route-next", text_or_empty(row.vrfName), row.destType, row.mask, destination, next_hop);
+}
+
+}  // namespace
+
+const RowTable<mpls_vpn_mib_interface> kInterfaceTable = {"interface table", kMibInterfaceParcel,
+                                                          path_at_interface};
+const RowTable<mpls_vpn_mib_vrf> kVrfTable = {"VRF table", kMibVrfParcel, path_at_vrf};
+const RowTable<mpls_vpn_mib_rt> kRouteTargetTable = {"route target table", kMibRtParcel,
+                                                     path_at_route_target};
+const RowTable<mpls_vpn_mib_route> kRouteTable = {"route table", kMibRouteParcel, path_at_route};
+
+std::string provider_path(const std::string& first) {
+  return kProviderPath + first;
+}
+std::string provider_path(const std::string& first, const std::string& vrf) {
+  return provider_path(first) + "/" + kvtree_encode_text(vrf);
+}
+
+std::string first_interface_path(const std::string& vrf) {
+  return interface_path(vrf, 0);
+}
+std::string first_vrf_path(const std::string& vrf) {
+  return provider_path("vrf-next", vrf);
+}
+std::string first_route_target_path(const std::string& vrf) {
+  return route_target_path(vrf, 0, 0);
+}
+std::string first_route_path(const std::string& vrf) {
+  return route_path("route-next", vrf, kIpv4, 0, kNoAddress, kNoAddress);
+}
+
+std::string route_path(const std::string& read, const std::string& vrf, std::int32_t type,
+                       std::uint32_t length, const std::string& destination, const std::string& next_hop) {
+  return fmt::format("{}/{}/{}/{}/{}/{}", provider_path(read, vrf), type, length, type, destination,
+                     next_hop);
+}
+
+// The rows hold counts in any case. A read of a route fails without a module, whether or not the route
+// exists.
+bool are_routes_counted(kvtree::Client& client) {
+  const std::string path = route_path("route", "", kIpv4, 0, kNoAddress, kNoAddress);
+  return client.get(path).status != kStatusNoRouteModule;
+}
+
+void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf) {
+  const std::string path = provider_path("vrf", vrf);
+  const Status status = client.get(path).status;
+  if (status == kStatusOk) return;
+  if (status != kStatusNoSuchRow) throw request_failure(session, path, status);
+  const std::string shown = printable(vrf);
+  if (client.get(provider_path("vrf-invalid-detail", vrf)).status == kStatusOk) {
+    throw Failure(kExitFailed, "VRF " + shown +
+                                   " is invalid: interfaces are bound to it, but it is not there (mplsvpn "
+                                   "show vrf invalid)");
+  }
+  throw Failure(kExitFailed, "there is no VRF " + shown);
+}
+
+}  // namespace cli

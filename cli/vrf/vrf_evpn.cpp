@@ -1,0 +1,36 @@
+// See vrf_evpn.h. The rows of the route target table name the families of unicast tables alone.
+#include "cli/vrf/vrf_evpn.h"
+
+#include "cli/show/tables.h"
+#include "platform/config/vrf_config.h"
+
+namespace cli {
+
+EvpnTable::EvpnTable(const Session& session, kvtree::Client& client, const std::string& vrf,
+                     const VrfOrigins& origins, const VrfRequest& request) {
+  constexpr std::uint32_t kEvpnSafi = 70;
+  if (request.afi != 0 || request.safi != 0 || !origins.has_evpn_targets()) return;
+  const auto take_row = [&](const mpls_vpn_mib_rt& row) {
+    if (vrf != text_or_empty(row.vrfName)) return false;
+    take(row);
+    return true;
+  };
+  RowWalk<mpls_vpn_mib_rt>(session, client, kRouteTargetTable, {take_row}).run(first_route_target_path(vrf));
+  for (std::size_t at = 0; at < targets_.size(); ++at) targets_[at].RouteTargetValue = texts_[at].data();
+  table_ = mpls_vpn_afi_safi{};
+  table_->AFName = static_cast<std::uint32_t>(vrf_config::Family::kEvpn);
+  table_->SAFName = kEvpnSafi;
+  table_->RouteTarget = {targets_.size(), targets_.data()};
+}
+
+void EvpnTable::take(const mpls_vpn_mib_rt& row) {
+  if (!text_or_empty(row.description).empty()) return;
+  texts_.emplace_back(text_or_empty(row.rt));
+  targets_.push_back({static_cast<std::uint32_t>(row.type), nullptr, 0, 0});
+}
+
+std::span<const mpls_vpn_afi_safi> EvpnTable::tables() const {
+  return table_ ? std::span(&*table_, 1) : std::span<const mpls_vpn_afi_safi>();
+}
+
+}  // namespace cli

@@ -1,0 +1,65 @@
+// See vrf_origins.h. An item is found by the path that it has in the configuration.
+#include "cli/vrf/vrf_origins.h"
+
+#include "platform/store/configuration/config.h"
+#include "platform/store/tree/kvtree.h"
+
+namespace cli {
+
+namespace {
+
+using vrf_config::Direction;
+using vrf_config::Family;
+
+}  // namespace
+
+VrfOrigins::VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nodes) : vrf_(vrf) {
+  const std::string vni_path = vrf_config::vni(vrf_, 0).path;
+  for (const kvtree::Node& node : nodes) {
+    if (node.path == vni_path) vni_ = node.value.number;
+    const auto target = vrf_config::target_path_of(node.path);
+    has_evpn_targets_ |= target && target->family == Family::kEvpn && target->direction.has_value();
+    owners_[node.path] = node.owner;
+  }
+}
+
+std::string VrfOrigins::of(const KvConfigNode& item) const {
+  const auto found = owners_.find(item.path);
+  return found == owners_.end() ? std::string() : std::string(kvtree_config_origin(found->second));
+}
+
+std::string VrfOrigins::of_description() const {
+  return of(vrf_config::description(vrf_, {}));
+}
+
+std::string VrfOrigins::of_rd(const std::string& rd) const {
+  if (rd.empty()) return {};
+  for (const Family family : vrf_config::kFamiliesOfTargets) {
+    std::string origin = of(vrf_config::route_distinguisher(vrf_, family, {}));
+    if (!origin.empty()) return origin;
+  }
+  return std::string(kvtree_config_origin(kConfigOwnerFile));
+}
+
+std::string VrfOrigins::of_target(std::uint32_t afi, Direction direction, const std::string& target) const {
+  const auto parsed = vrf_config::parse_target(target);
+  return parsed ? of(vrf_config::route_target(vrf_, Family{afi}, direction, *parsed)) : std::string();
+}
+
+std::string VrfOrigins::of_policy(std::uint32_t afi, Direction direction) const {
+  return of(vrf_config::route_policy(vrf_, Family{afi}, direction, {}));
+}
+
+std::string VrfOrigins::of_threshold(std::uint32_t afi) const {
+  return of(vrf_config::route_threshold(vrf_, Family{afi}, 0, 0));
+}
+
+std::string VrfOrigins::of_vni() const {
+  return of(vrf_config::vni(vrf_, 0));
+}
+
+std::string with_origin(const std::string& value, const std::string& origin) {
+  return origin.empty() ? value : value + " (" + origin + ")";
+}
+
+}  // namespace cli

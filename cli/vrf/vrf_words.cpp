@@ -1,0 +1,71 @@
+// The words behind "show vrf": a name first, then what is wanted of it.
+#include <array>
+
+#include "cli/commands.h"
+#include "cli/output/table.h"
+
+namespace cli {
+
+namespace {
+
+struct Word {
+  const char* text;
+  void (*take)(VrfRequest*);
+  bool (*is_taken)(const VrfRequest&);  // it, or the other one of its pair
+};
+
+constexpr std::array kVrfWords = {
+    Word{"detail", [](VrfRequest* request) { request->detail = true; },
+         [](const VrfRequest& request) { return request.detail; }},
+    Word{"ipv4", [](VrfRequest* request) { request->afi = 1; },
+         [](const VrfRequest& request) { return request.afi != 0; }},
+    Word{"ipv6", [](VrfRequest* request) { request->afi = 2; },
+         [](const VrfRequest& request) { return request.afi != 0; }},
+    Word{"unicast", [](VrfRequest* request) { request->safi = 1; },
+         [](const VrfRequest& request) { return request.safi != 0; }},
+    Word{"multicast", [](VrfRequest* request) { request->safi = 2; },
+         [](const VrfRequest& request) { return request.safi != 0; }},
+};
+
+Failure usage(const std::string& what) {
+  return {kExitUsage,
+          what +
+              "; mplsvpn show vrf [NAME] [detail] [ipv4|ipv6] [unicast|multicast], or mplsvpn show "
+              "vrf invalid"};
+}
+
+const Word* find_word(const std::string& text) {
+  for (const Word& word : kVrfWords) {
+    if (text == word.text) return &word;
+  }
+  return nullptr;
+}
+
+void take_word(const std::string& text, VrfRequest* request) {
+  const Word* word = find_word(text);
+  if (word == nullptr)
+    throw usage("\"" + printable(text) + "\" is neither the first word nor one of the others");
+  if (word->is_taken(*request)) throw usage("\"" + text + "\" is one too many");
+  word->take(request);
+}
+
+}  // namespace
+
+VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::string& name) {
+  VrfRequest request;
+  request.name = name;
+  request.is_invalid = !words.empty() && words[0] == "invalid";
+  if (request.is_invalid && (words.size() > 1 || !name.empty())) throw usage("\"invalid\" stands alone");
+  if (request.is_invalid) return request;
+  for (const std::string& word : words) {
+    const bool is_name = request.name.empty() && &word == &words[0] && find_word(word) == nullptr;
+    if (is_name) {
+      request.name = word;
+    } else {
+      take_word(word, &request);
+    }
+  }
+  return request;
+}
+
+}  // namespace cli

@@ -1,0 +1,97 @@
+// For the tests of configuration: nodes as texts, words read or refused, and what the data store holds, in
+// words.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "platform/config/vrf_config.h"
+#include "platform/store/configuration/config.h"
+
+namespace vrf_config {
+
+// "PATH = 1", "PATH = 'text'", "PATH = (100, 80)".
+inline std::string shown(const KvConfigNode& node) {
+  switch (node.value.type) {
+    case KvValueType::kText:
+      return node.path + " = '" + node.value.text + "'";
+    case KvValueType::kNumber:
+      return node.path + " = " + std::to_string(node.value.number);
+    case KvValueType::kTuple: {
+      std::string numbers;
+      for (const std::int64_t number : node.value.tuple) {
+        numbers += (numbers.empty() ? "" : ", ") + std::to_string(number);
+      }
+      return node.path + " = (" + numbers + ")";
+    }
+    default:
+      return node.path;
+  }
+}
+
+inline std::vector<std::string> shown(const std::vector<KvConfigNode>& nodes) {
+  std::vector<std::string> texts;
+  for (const KvConfigNode& node : nodes) texts.push_back(shown(node));
+  return texts;
+}
+
+inline Words split(std::string_view line) {
+  const auto result = split_words(line);
+  if (const auto* mistake = std::get_if<Mistake>(&result)) {
+    ADD_FAILURE() << line << ": " << mistake->text;
+    return {};
+  }
+  return std::get<Words>(result);
+}
+
+inline std::vector<KvConfigNode> read(std::string_view line) {
+  const auto result = parse_words(split(line));
+  if (const auto* mistake = std::get_if<Mistake>(&result)) {
+    ADD_FAILURE() << line << ": " << mistake->text;
+    return {};
+  }
+  return std::get<std::vector<KvConfigNode>>(result);
+}
+
+// What is wrong with the line; empty when nothing is.
+inline std::string mistake_in(std::string_view line) {
+  const auto result = parse_words(split(line));
+  const auto* mistake = std::get_if<Mistake>(&result);
+  return mistake == nullptr ? "" : mistake->text;
+}
+
+inline std::string split_mistake(std::string_view line) {
+  const auto result = split_words(line);
+  const auto* mistake = std::get_if<Mistake>(&result);
+  return mistake == nullptr ? "" : mistake->text;
+}
+
+// The words of a node, or its path where it is none of these items.
+inline std::string words_or_path(const KvConfigNode& node) {
+  return words_of(node).value_or(node.path);
+}
+
+inline std::vector<std::string> words_in_force() {
+  std::vector<std::string> all;
+  kvtree_config_in_force("/cfg/", [&](const KvConfigNode& node) { all.push_back(words_or_path(node)); });
+  return all;
+}
+
+inline std::vector<std::string> words_owned(std::string_view owner) {
+  std::vector<std::string> all;
+  kvtree_config_owned(owner, "/cfg/", [&](const KvConfigNode& node) { all.push_back(words_or_path(node)); });
+  return all;
+}
+
+// So many commits there were, up to a hundred.
+inline std::size_t commit_count() {
+  std::vector<KvConfigCommit> commits;
+  EXPECT_EQ(kvtree_config_history(100, {}, &commits), kStatusOk);
+  return commits.size();
+}
+
+}  // namespace vrf_config

@@ -1,0 +1,229 @@
+// Tests of databases that cannot be used, and of directories that cannot be written.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "platform/core/chkpt/test_checkpoint.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
+
+class CheckpointDamageTest : public CheckpointTest {
+ protected:
+  // A closed database with one record.
+  void MakeDatabase() {
+    Start();
+    Put("key1", "one");
+    chkpt_end();
+  }
+  // Starts on what is there, which must be set aside as it was, with a reason.
+  void ExpectSetAside(const char* reason, int number = 1) {
+    const std::string file = ReadFile(File());
+    const std::string log = ReadFile(Log());
+    CaptureStderr();
+    EXPECT_FALSE(Start());
+    const std::string text = GetCapturedStderr();
+    EXPECT_THAT(text, HasSubstr(reason));
+    EXPECT_THAT(text, HasSubstr("it is set aside as " + Aside(number)));
+    EXPECT_THAT(Rows(), IsEmpty());
+    EXPECT_EQ(ReadFile(Aside(number)), file);
+    EXPECT_EQ(ReadFile(Aside(number) + "-wal"), log);
+    Put("key1", "new");
+    EXPECT_TRUE(Restart());
+    EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "new"}));
+  }
+  // chkpt_init's status in a process that may not go around permissions.
+  Status InitUnprivileged() {
+    const pid_t child = fork();
+    if (child == 0) {
+      constexpr uid_t kNobody = 65534;
+      if (geteuid() == 0 && setresuid(kNobody, kNobody, kNobody) != 0) _exit(255);
+      _exit(static_cast<int>(chkpt_init(&application, manager)));
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    return static_cast<Status>(WEXITSTATUS(status));
+  }
+};
+
+TEST_F(CheckpointDamageTest, FileThatIsNoDatabaseIsSetAside) {
+  WriteFile(File(), std::string(10000, 'x'));
+  ExpectSetAside("file is not a database");
+}
+
+TEST_F(CheckpointDamageTest, DatabaseOfSomebodyElseIsSetAside) {
+  Sql("CREATE TABLE precious(a); INSERT INTO precious VALUES(1)");
+  ExpectSetAside("it is not a checkpoint database");
+}
+
+TEST_F(CheckpointDamageTest, DatabaseOfSomebodyElseWithoutTablesButWithANumberIsSetAside) {
+  Sql("PRAGMA application_id=77");
+  ExpectSetAside("it is not a checkpoint database");
+}
+
+TEST_F(CheckpointDamageTest, DatabaseOfANewerVersionIsSetAside) {
+  MakeDatabase();
+  Sql("PRAGMA user_version=2");
+  ExpectSetAside("it is of version 2, not 1");
+}
+
+TEST_F(CheckpointDamageTest, DatabaseWithoutItsTablesIsSetAside) {
+  MakeDatabase();
+  Sql("DROP TABLE record_table");
+  ExpectSetAside("no such table: record_table");
+}
+
+TEST_F(CheckpointDamageTest, RecordThatMakesNoSenseSetsTheDatabaseAside) {
+  for (const char* sql : {"UPDATE record SET table_row = 99", "UPDATE record SET object_id = -1",
+                          "INSERT INTO record(table_row, key, data) SELECT table_row, key, data FROM record",
+                          "UPDATE record SET key = 'text'", "UPDATE record SET data = 5"}) {
+    UseStateDirectory(directory.path() + "/" + std::to_string(std::hash<std::string>{}(sql)));
+    MakeDatabase();
+    Sql(sql);
+    ExpectSetAside("a row makes no sense");
+  }
+}
+
+TEST_F(CheckpointDamageTest, EachPageOverwrittenSetsTheDatabaseAside) {
+  MakeDatabase();
+  const std::string good = ReadFile(File());
+  ASSERT_GE(good.size(), 4 * kPage);
+  for (std::size_t page = 0; page * kPage < good.size(); ++page) {
+    std::string bad = good;
+    bad.replace(page * kPage, kPage, std::string(kPage, '\xee'));
+    UseStateDirectory(directory.path() + "/" + std::to_string(page));
+    std::filesystem::create_directory(state);
+    WriteFile(File(), bad);
+    ExpectSetAside("cannot be used");
+  }
+}
+
+TEST_F(CheckpointDamageTest, LogWithoutItsDatabaseIsSetAside) {
+  Start();
+  Put("key1", "one");
+  ASSERT_EQ(chkpt_flush(), kStatusOk);
+  const std::string log = ReadFile(Log());
+  UseStateDirectory(directory.path() + "/missing");
+  std::filesystem::create_directory(state);
+  WriteFile(Log(), log);
+  ExpectSetAside("its log stands without it");
+  UseStateDirectory(directory.path() + "/empty");
+  std::filesystem::create_directory(state);
+  WriteFile(Log(), log);
+  WriteFile(File(), "");
+  ExpectSetAside("its log stands without it");
+}
+
+TEST_F(CheckpointDamageTest, EachUnusableDatabaseGetsANameOfItsOwn) {
+  WriteFile(File(), "first");
+  ExpectSetAside("cannot be used", 1);
+  chkpt_end();
+  WriteFile(File(), "second");
+  ExpectSetAside("cannot be used", 2);
+  EXPECT_EQ(ReadFile(Aside(1)), "first");
+}
+
+TEST_F(CheckpointDamageTest, EmptyFileIsANewDatabase) {
+  WriteFile(File(), "");
+  EXPECT_FALSE(Start());
+  EXPECT_FALSE(Exists(Aside()));
+}
+
+TEST_F(CheckpointDamageTest, DatabaseInUseIsRefusedAndLeftAlone) {
+  MakeDatabase();
+  sqlite3* raw = nullptr;
+  ASSERT_EQ(sqlite3_open(File().c_str(), &raw), SQLITE_OK);
+  chkpt::Connection other(raw);
+  ASSERT_EQ(chkpt::run(raw, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE"), SQLITE_OK);
+  EXPECT_EQ(chkpt_init(&application, manager), static_cast<Status>(EBUSY));
+  other.reset();
+  EXPECT_FALSE(Exists(Aside()));
+  EXPECT_TRUE(Start());
+  EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "one"}));
+}
+
+TEST_F(CheckpointDamageTest, SecondProcessIsRefusedWhileTheFirstRuns) {
+  Start();
+  Put("key1", "one");
+  ASSERT_EQ(chkpt_flush(), kStatusOk);
+  sqlite3* raw = nullptr;
+  ASSERT_EQ(sqlite3_open(File().c_str(), &raw), SQLITE_OK);
+  const chkpt::Connection other(raw);
+  EXPECT_EQ(chkpt::run(raw, "SELECT * FROM record"), SQLITE_BUSY);
+}
+
+// --- Directories
+
+TEST_F(CheckpointDamageTest, StateDirectoryIsMade) {
+  UseStateDirectory(directory.path() + "/state");
+  EXPECT_FALSE(Start());
+  EXPECT_TRUE(Exists(File()));
+}
+
+TEST_F(CheckpointDamageTest, StateDirectoryThatCannotBeMadeIsAnError) {
+  UseStateDirectory(directory.path() + "/no/such");
+  CaptureStderr();
+  EXPECT_EQ(chkpt_init(&application, manager), static_cast<Status>(ENOENT));
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("No such file or directory"));
+  UseStateDirectory(directory.path() + "/file/state");
+  WriteFile(directory.path() + "/file", "");
+  EXPECT_EQ(chkpt_init(&application, manager), static_cast<Status>(ENOTDIR));
+}
+
+TEST_F(CheckpointDamageTest, DirectoryThatMayNotBeWrittenIsAnError) {
+  ASSERT_EQ(chmod(state.c_str(), 0555), 0);
+  EXPECT_EQ(InitUnprivileged(), kStatusAccess);
+  ASSERT_EQ(chmod(state.c_str(), 0755), 0);
+  EXPECT_FALSE(Exists(File()));
+}
+
+TEST_F(CheckpointDamageTest, DatabaseThatMayNotBeWrittenIsAnErrorAndLeftAlone) {
+  MakeDatabase();
+  const std::string file = ReadFile(File());
+  ASSERT_EQ(chmod(File().c_str(), 0444), 0);
+  ASSERT_EQ(chmod(state.c_str(), 0777), 0);
+  EXPECT_EQ(InitUnprivileged(), kStatusAccess);
+  EXPECT_EQ(ReadFile(File()), file);
+  EXPECT_FALSE(Exists(Aside()));
+}
+
+TEST_F(CheckpointDamageTest, UnusableDatabaseThatCannotBeSetAsideIsAnErrorAndLeftAlone) {
+  WriteFile(File(), "precious");
+  ASSERT_EQ(chmod(File().c_str(), 0666), 0);
+  ASSERT_EQ(chmod(state.c_str(), 0555), 0);
+  EXPECT_EQ(InitUnprivileged(), kStatusAccess);
+  ASSERT_EQ(chmod(state.c_str(), 0755), 0);
+  EXPECT_EQ(ReadFile(File()), "precious");
+}
+
+TEST_F(CheckpointDamageTest, FullDiskIsAnErrorOfTheStart) {
+  {
+    const FileSizeLimit limit(2000);
+    EXPECT_NE(chkpt_init(&application, manager), kStatusOk);
+  }
+  EXPECT_FALSE(Exists(Aside()));
+  EXPECT_FALSE(Start());
+}
+
+TEST_F(CheckpointDamageTest, FullDiskUnderAGoodDatabaseIsAnErrorOfTheStartAndKeepsIt) {
+  MakeDatabase();
+  {
+    const FileSizeLimit limit(100);
+    EXPECT_NE(chkpt_init(&application, manager), kStatusOk);
+  }
+  EXPECT_FALSE(Exists(Aside()));
+  EXPECT_TRUE(Start());
+  EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "one"}));
+}
+
+}  // namespace

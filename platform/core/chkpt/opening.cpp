@@ -1,0 +1,299 @@
+// Opening the checkpoint database.
+//
+// Opening looks before it writes. Nothing is changed in a file until it is known to be ours (application id),
+// of this version (user version), sound (quick_check) and readable in full; whatever is wrong with its
+// contents makes it unusable, and it is renamed with its log to checkpoint.db.unusable.N. SQLite would throw
+// a log away that it finds beside an empty or missing file: that is looked for before SQLite opens anything.
+// Closing must not fold the log into a damaged file either, so folding is off until the database is in use.
+//
+// What is wrong with the system (no permission, read-only, full, locked by another process) is a failure of
+// the open and leaves the file alone. Every open writes one row, so that a full or read-only disk shows at
+// start-up and not at the first change.
+//
+// WAL with synchronous=NORMAL: a commit is one write to the log, safe from the death of the process; a power
+// cut may lose the last commits, never their order. One process at a time: exclusive locking, which also does
+// without the shared-memory file.
+#include "platform/core/chkpt/database.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <optional>
+#include <set>
+#include <utility>
+
+#include "platform/core/base/log.h"
+
+namespace chkpt {
+
+namespace {
+
+constexpr std::int64_t kApplicationId = 0x4d564350;  // in the file's header, so that tools can tell it
+constexpr std::int64_t kVersion = 1;
+constexpr mode_t kDirectoryMode = 0755;
+constexpr int kMaxSetAside = 1000;
+
+constexpr char kSettings[] =
+    "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF; PRAGMA synchronous=NORMAL";
+
+// The pragmas are part of the transaction: a file that has its tables has its numbers.
+constexpr char kSchema[] =
+    "BEGIN IMMEDIATE;"
+    "PRAGMA application_id=1297498960;"
+    "PRAGMA user_version=1;"
+    "CREATE TABLE application(number INTEGER PRIMARY KEY, name TEXT NOT NULL, starts INTEGER NOT NULL);"
+    "CREATE TABLE record_table(row INTEGER PRIMARY KEY, application INTEGER NOT NULL, table_id INTEGER NOT "
+    "NULL,"
+    " key_kind INTEGER NOT NULL, versioned INTEGER NOT NULL, record_size INTEGER NOT NULL,"
+    " persistent INTEGER NOT NULL, reserved INTEGER NOT NULL, UNIQUE(application, table_id));"
+    "CREATE TABLE record(object_id INTEGER PRIMARY KEY AUTOINCREMENT, table_row INTEGER NOT NULL,"
+    " key BLOB NOT NULL, data BLOB NOT NULL);"
+    "COMMIT";
+
+// 0 or errno. SQLite tells a directory that may not be written from a missing one no better than by its last
+// attempt, so it is asked here.
+int make_directory(const std::string& directory) {
+  if (mkdir(directory.c_str(), kDirectoryMode) != 0 && errno != EEXIST) return errno;
+  return faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) != 0 ? errno : 0;
+}
+
+off_t file_size(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_size : -1;
+}
+
+// Renames the database with what belongs to it. The name it got, or empty and errno.
+std::string set_aside(const std::string& path) {
+  std::string aside;
+  for (int n = 1; n <= kMaxSetAside; ++n) {
+    aside = path + ".unusable." + std::to_string(n);
+    if (file_size(aside) < 0 && file_size(aside + "-wal") < 0) break;
+    if (n == kMaxSetAside) {
+      errno = EEXIST;
+      return {};
+    }
+  }
+  // The log last: were the process to die in between, a log alone is known for damage, but a database without
+  // its log would be taken for whole.
+  for (const char* suffix : {"", "-journal", "-shm", "-wal"}) {
+    if (rename((path + suffix).c_str(), (aside + suffix).c_str()) != 0 && errno != ENOENT) return {};
+  }
+  return aside;
+}
+
+}  // namespace
+
+// One attempt to open the file. Exactly one of `unusable` and `status` says why it failed.
+class Opening {
+ public:
+  explicit Opening(std::string path) : path_(std::move(path)), database_(std::make_unique<Database>()) {}
+
+  bool open(Contents* contents) {
+    if (file_size(path_) <= 0 && file_size(path_ + "-wal") > 0) return damaged("its log stands without it");
+    return connect() && identify() && (blank_ ? create() : check() && load(contents) && write_ahead()) &&
+           prepare();
+  }
+  std::unique_ptr<Database> take() { return std::move(database_); }
+
+  std::string unusable;  // why the contents cannot be used
+  Status status = kStatusOk;
+
+ private:
+  bool damaged(std::string why) {
+    unusable = std::move(why);
+    return false;
+  }
+  // True for success; else sets what failed.
+  bool passed(int code) {
+    if (code == SQLITE_OK || code == SQLITE_ROW || code == SQLITE_DONE) return true;
+    if (is_damage(code) || (code & 0xff) == SQLITE_ERROR) {
+      unusable = connection() == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(connection());
+    } else {
+      status = status_of(connection(), code);
+    }
+    return false;
+  }
+  sqlite3* connection() { return database_->connection_.get(); }
+
+  bool connect() {
+    sqlite3* made = nullptr;
+    const int code = sqlite3_open_v2(
+        path_.c_str(), &made, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_EXRESCODE, nullptr);
+    database_->connection_.reset(made);
+    if (!passed(code)) return false;
+    // A file that may not be written is opened for reading without a word.
+    if (sqlite3_db_readonly(made, "main") == 1) {
+      status = access(path_.c_str(), W_OK) != 0 ? static_cast<Status>(errno) : Status{EROFS};
+      return false;
+    }
+    return passed(sqlite3_db_config(made, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr)) &&
+           passed(run(made, kSettings));
+  }
+
+  std::optional<std::int64_t> integer(const char* sql) {
+    Statement query;
+    if (!passed(query.prepare(connection(), sql)) || !passed(query.step())) return std::nullopt;
+    return query.integer(0);
+  }
+
+  bool identify() {
+    const auto application = integer("PRAGMA application_id");
+    const auto version = application ? integer("PRAGMA user_version") : std::nullopt;
+    const auto objects = version ? integer("SELECT count(*) FROM sqlite_schema") : std::nullopt;
+    if (!objects) return false;
+    blank_ = *application == 0 && *version == 0 && *objects == 0;
+    if (blank_) return true;
+    if (*application != kApplicationId) return damaged("it is not a checkpoint database");
+    if (*version == kVersion) return true;
+    return damaged("it is of version " + std::to_string(*version) + ", not " + std::to_string(kVersion));
+  }
+
+  bool write_ahead() {
+    Statement query;
+    if (!passed(query.prepare(connection(), "PRAGMA journal_mode=WAL")) || !passed(query.step()))
+      return false;
+    if (query.octets(0) == "wal") return true;
+    status = kStatusIo;
+    return false;
+  }
+
+  // SQLITE_ERROR of our own statements on a new file cannot be the contents' fault.
+  bool create() {
+    if (write_ahead() && passed(run(connection(), kSchema))) return true;
+    if (status == kStatusOk) status = kStatusIo;
+    unusable.clear();
+    return false;
+  }
+
+  bool check() {
+    Statement query;
+    if (!passed(query.prepare(connection(), "PRAGMA quick_check(1)")) || !passed(query.step())) return false;
+    const std::string answer = query.octets(0);
+    return answer == "ok" || damaged(answer.substr(answer.rfind('\n') + 1));  // the last line says it
+  }
+
+  // Hands every row to `take`, which says whether it makes sense.
+  template <typename Take>
+  bool for_each_row(const char* sql, Take take) {
+    Statement query;
+    if (!passed(query.prepare(connection(), sql))) return false;
+    int code = query.step();
+    for (; code == SQLITE_ROW; code = query.step()) {
+      if (!take(query)) return damaged("a row makes no sense");
+    }
+    return passed(code);
+  }
+
+  bool load(Contents* contents) { return load_tables(contents) && load_records(contents); }
+
+  bool load_tables(Contents* contents) {
+    return for_each_row("SELECT number, name FROM application",
+                        [contents](Statement& row) {
+                          contents->applications[static_cast<std::uint32_t>(row.integer(0))] = row.octets(1);
+                          return true;
+                        }) &&
+           for_each_row(
+               "SELECT row, application, table_id, key_kind, versioned, record_size, persistent,"
+               " reserved FROM record_table",
+               [contents](Statement& row) {
+                 const auto number = [&row](int column) {
+                   return static_cast<std::uint32_t>(row.integer(column));
+                 };
+                 contents->tables.push_back({static_cast<std::uint64_t>(row.integer(0)),
+                                             number(1),
+                                             number(2),
+                                             {number(3), number(4), number(5), number(6), number(7)}});
+                 contents->records[contents->tables.back().row];
+                 return true;
+               });
+  }
+
+  bool load_records(Contents* contents) {
+    std::set<std::pair<std::int64_t, std::string>> keys;
+    const auto take = [&](Statement& row) {
+      const auto records = contents->records.find(static_cast<std::uint64_t>(row.integer(1)));
+      if (row.integer(0) <= 0 || records == contents->records.end() || !row.is_blob(2) || !row.is_blob(3))
+        return false;
+      StoredRecord record{static_cast<std::uint64_t>(row.integer(0)), row.octets(2), row.octets(3)};
+      contents->last_object_id = record.object_id;
+      if (!keys.emplace(row.integer(1), record.key).second) return false;
+      records->second.push_back(std::move(record));
+      return true;
+    };
+    if (!for_each_row("SELECT object_id, table_row, key, data FROM record ORDER BY object_id", take))
+      return false;
+    // What was deleted counts too: an object id is never given out twice.
+    return for_each_row("SELECT seq FROM sqlite_sequence WHERE name = 'record'", [contents](Statement& row) {
+      contents->last_object_id =
+          std::max(contents->last_object_id, static_cast<std::uint64_t>(row.integer(0)));
+      return true;
+    });
+  }
+
+  bool prepare() {
+    sqlite3* const to = connection();
+    return passed(database_->begin_.prepare(to, "BEGIN IMMEDIATE")) &&
+           passed(database_->commit_.prepare(to, "COMMIT")) &&
+           passed(database_->insert_.prepare(
+               to, "INSERT INTO record(object_id, table_row, key, data) VALUES(?1, ?2, ?3, ?4)")) &&
+           passed(database_->update_.prepare(to, "UPDATE record SET data = ?2 WHERE object_id = ?1")) &&
+           passed(database_->delete_.prepare(to, "DELETE FROM record WHERE object_id = ?1"));
+  }
+
+  std::string path_;
+  std::unique_ptr<Database> database_;
+  bool blank_ = false;
+};
+
+namespace {
+
+// Sets the unusable file aside and opens a new one in its place.
+Status start_anew(const std::string& path, const std::string& why, std::unique_ptr<Database>* database,
+                  Contents* contents) {
+  const std::string aside = set_aside(path);
+  if (aside.empty()) {
+    const auto status = static_cast<Status>(errno);
+    log_line("chkpt: %s cannot be used (%s) nor set aside: %s", path.c_str(), why.c_str(), err_text(status));
+    return status;
+  }
+  log_line("chkpt: %s cannot be used (%s): it is set aside as %s", path.c_str(), why.c_str(), aside.c_str());
+  Opening fresh(path);
+  if (fresh.open(contents)) {
+    *database = fresh.take();
+    return kStatusOk;
+  }
+  const Status status = fresh.status == kStatusOk ? kStatusIo : fresh.status;
+  log_line("chkpt: %s: %s", path.c_str(), err_text(status));
+  return status;
+}
+
+}  // namespace
+
+Status Database::open(const std::string& directory, std::unique_ptr<Database>* database, Contents* contents) {
+  const std::string path = directory + "/checkpoint.db";
+  if (const int error = make_directory(directory)) {
+    log_line("chkpt: %s: %s", directory.c_str(), err_text(static_cast<Status>(error)));
+    return static_cast<Status>(error);
+  }
+  std::string why;
+  {
+    Opening opening(path);
+    if (opening.open(contents)) {
+      *database = opening.take();
+      return kStatusOk;
+    }
+    if (opening.unusable.empty()) {
+      log_line("chkpt: %s: %s", path.c_str(), err_text(opening.status));
+      return opening.status;
+    }
+    why = opening.unusable;
+  }
+  *contents = Contents{};
+  return start_anew(path, why, database, contents);
+}
+
+}  // namespace chkpt

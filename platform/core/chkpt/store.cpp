@@ -1,0 +1,402 @@
+// The checkpoint store: tables in memory, written behind to the database.
+//
+// A table has its records by object id and the object ids by key. Changing one marks it (`unwritten`), and a
+// deleted record that the database has goes to `gone`; a flush writes all of them in one transaction and
+// takes the marks away only after the commit. A flush that fails has thus lost nothing and is repeated as a
+// whole, and a record that changes five times in a turn is written once.
+//
+// The first change of a turn posts a flush; output asks for it earlier. After a failure neither of them
+// tries: one timer does, every second, because what fails usually fails for a while and each try costs the
+// whole transaction.
+//
+// One store in the process, main thread only. Table handles are owned by the store, iterators by their
+// callers.
+#include "platform/core/chkpt/chkpt.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "platform/core/chkpt/database.h"
+#include "platform/core/files/directories.h"
+
+struct ChkptTable {
+  struct Record {
+    std::string key;
+    std::string data;
+    bool stored = false;     // the database has it
+    bool unwritten = false;  // the database has not what it holds now
+  };
+
+  std::uint32_t table_id = 0;
+  ChkptTableDescriptor descriptor{};
+  std::uint64_t row = 0;  // in the database; 0 for a table in memory only
+  std::map<std::uint64_t, Record> records;
+  std::unordered_map<std::string, std::uint64_t> object_ids;  // by key
+};
+
+struct ChkptIterator {
+  ChkptTable* table;
+  std::uint64_t last;  // object id of the record that was given last
+};
+
+namespace {
+
+using Record = ChkptTable::Record;
+
+struct RecordRef {
+  ChkptTable* table;
+  std::uint64_t object_id;
+};
+
+struct Store {
+  std::uint32_t application = 0;
+  EventManager* manager = nullptr;
+  std::unique_ptr<chkpt::Database> database;
+  chkpt::Contents contents;  // of the tables that are not registered
+  std::vector<std::unique_ptr<ChkptTable>> tables;
+  std::uint64_t next_object_id = 1;
+  std::vector<RecordRef> unwritten;
+  std::vector<std::uint64_t> gone;
+  bool flush_posted = false;
+  Status failure = kStatusOk;  // of the last commit
+  EventTimerId retry = 0;
+};
+
+std::unique_ptr<Store>& the_store() {
+  static std::unique_ptr<Store> store;
+  return store;
+}
+
+// --- Writing behind
+
+Status write_record(Store* store, const RecordRef& ref) {
+  const auto found = ref.table->records.find(ref.object_id);
+  if (found == ref.table->records.end()) return kStatusOk;  // deleted since
+  const Record& record = found->second;
+  if (record.stored) return store->database->update_record(ref.object_id, record.data);
+  return store->database->insert_record(ref.table->row, {ref.object_id, record.key, record.data});
+}
+
+// Within a transaction.
+Status write_changes(Store* store) {
+  for (const std::uint64_t object_id : store->gone) {
+    if (const Status status = store->database->delete_record(object_id)) return status;
+  }
+  for (const RecordRef& ref : store->unwritten) {
+    if (const Status status = write_record(store, ref)) return status;
+  }
+  return kStatusOk;
+}
+
+Status write_transaction(Store* store) {
+  if (const Status status = fault_check("chkpt_flush")) return status;
+  Status status = store->database->begin();
+  if (status == kStatusOk) status = write_changes(store);
+  if (status == kStatusOk) status = store->database->commit();
+  if (status != kStatusOk) store->database->roll_back();
+  return status;
+}
+
+void forget_changes(Store* store) {
+  for (const RecordRef& ref : store->unwritten) {
+    const auto found = ref.table->records.find(ref.object_id);
+    if (found == ref.table->records.end()) continue;
+    found->second.stored = true;
+    found->second.unwritten = false;
+  }
+  store->unwritten.clear();
+  store->gone.clear();
+}
+
+void try_again_later(Store* store);
+
+Status flush(Store* store) {
+  if (store->unwritten.empty() && store->gone.empty()) {
+    store->failure = kStatusOk;
+    return kStatusOk;
+  }
+  // Neighbours in the file are written together.
+  std::sort(store->unwritten.begin(), store->unwritten.end(),
+            [](const RecordRef& a, const RecordRef& b) { return a.object_id < b.object_id; });
+  const Status status = write_transaction(store);
+  if (status != kStatusOk) {
+    if (status != store->failure) {
+      log_line("chkpt: %zu changes cannot be written and are kept: %s",
+               store->unwritten.size() + store->gone.size(), err_text(status));
+    }
+    store->failure = status;
+    try_again_later(store);
+    return status;
+  }
+  if (store->failure != kStatusOk) log_line("chkpt: the changes that were kept are written");
+  store->failure = kStatusOk;
+  forget_changes(store);
+  return kStatusOk;
+}
+
+void try_again_later(Store* store) {
+  event_timer_cancel(store->manager, store->retry);
+  store->retry = event_timer_start(store->manager, kNanosecondsPerSecond, [store] {
+    store->retry = 0;
+    // A failure is in the log and in store->failure.
+    [[maybe_unused]] const Status status = flush(store);
+  });
+}
+
+void post_flush(Store* store) {
+  if (store->flush_posted || store->failure != kStatusOk) return;
+  store->flush_posted = true;
+  event_post(store->manager, [store] {
+    // The store may have ended meanwhile, or be another.
+    Store* const present = the_store().get();
+    if (present == nullptr || present != store) return;
+    present->flush_posted = false;
+    // A failure is in the log and in store->failure.
+    [[maybe_unused]] const Status status = chkpt_flush();
+  });
+}
+
+void mark_unwritten(Store* store, ChkptTable* table, std::uint64_t object_id, Record* record) {
+  if (table->row == 0 || record->unwritten) return;
+  record->unwritten = true;
+  store->unwritten.push_back({table, object_id});
+  post_flush(store);
+}
+
+// --- Tables
+
+bool is_valid(const ChkptTableDescriptor& descriptor) {
+  return descriptor.key_kind <= 1 && descriptor.versioned <= 1 && descriptor.persistent <= 1 &&
+         descriptor.reserved == 0 && descriptor.record_size <= kChkptDataMax;
+}
+
+bool same(const ChkptTableDescriptor& a, const ChkptTableDescriptor& b) {
+  return a.key_kind == b.key_kind && a.versioned == b.versioned && a.record_size == b.record_size &&
+         a.persistent == b.persistent && a.reserved == b.reserved;
+}
+
+bool takes_key(const ChkptTable* table, const void* key, std::size_t size) {
+  if (key == nullptr || size == 0 || size > kChkptKeyMax) return false;
+  return table->descriptor.key_kind == 0 || table->records.empty() ||
+         table->records.begin()->second.key.size() == size;
+}
+
+// The table as the database has it, null for a new one.
+chkpt::StoredTable* find_stored(Store* store, std::uint32_t table_id) {
+  for (chkpt::StoredTable& stored : store->contents.tables) {
+    if (stored.application == store->application && stored.table_id == table_id) return &stored;
+  }
+  return nullptr;
+}
+
+// Runs `write` in a transaction of its own.
+template <typename Write>
+Status transact(chkpt::Database* database, Write write) {
+  Status status = database->begin();
+  if (status == kStatusOk) status = write();
+  if (status == kStatusOk) status = database->commit();
+  if (status != kStatusOk) database->roll_back();
+  return status;
+}
+
+// Gives the table its row and the records that the database has.
+Status restore_table(Store* store, ChkptTable* table, bool* had_contents) {
+  chkpt::StoredTable* const known = find_stored(store, table->table_id);
+  chkpt::StoredTable stored = known != nullptr ? *known : chkpt::StoredTable{};
+  if (known == nullptr || !same(known->descriptor, table->descriptor)) {
+    stored.application = store->application;
+    stored.table_id = table->table_id;
+    stored.descriptor = table->descriptor;
+    const Status status =
+        transact(store->database.get(), [&] { return store->database->put_table(&stored); });
+    if (status != kStatusOk) return status;
+  }
+  table->row = stored.row;
+  for (chkpt::StoredRecord& record : store->contents.records[stored.row]) {
+    table->object_ids.emplace(record.key, record.object_id);
+    table->records.emplace(record.object_id,
+                           Record{std::move(record.key), std::move(record.data), true, false});
+  }
+  store->contents.records.erase(stored.row);
+  *had_contents = !table->records.empty();
+  return kStatusOk;
+}
+
+Store* registered_store(const void* table) {
+  return table == nullptr ? nullptr : the_store().get();
+}
+
+}  // namespace
+
+void chkpt_application_init(ChkptApplication* application, std::uint32_t number, const char* name) {
+  *application = ChkptApplication{};
+  application->number = number;
+  const std::size_t size = name == nullptr ? 0 : std::strlen(name);
+  if (size <= kChkptNameMax && size > 0) std::memcpy(application->name, name, size);
+}
+
+void chkpt_table_init(ChkptTableDescriptor* descriptor, std::uint32_t key_kind, std::uint32_t versioned,
+                      std::uint32_t record_size, std::uint32_t persistent, std::uint32_t reserved) {
+  *descriptor = ChkptTableDescriptor{key_kind, versioned, record_size, persistent, reserved};
+}
+
+Status chkpt_init(const ChkptApplication* application, EventManager* manager) {
+  if (const Status status = fault_check("chkpt_init")) return status;
+  if (application == nullptr || manager == nullptr || application->name[0] == '\0') return kStatusInvalid;
+  if (the_store() != nullptr) return kStatusExists;
+  auto store = std::make_unique<Store>();
+  if (const Status status = chkpt::Database::open(state_directory(), &store->database, &store->contents)) {
+    return status;
+  }
+  store->application = application->number;
+  store->manager = manager;
+  store->next_object_id = store->contents.last_object_id + 1;
+  const auto known = store->contents.applications.find(application->number);
+  if (known != store->contents.applications.end() && known->second != application->name) {
+    log_line("chkpt: application %u is \"%s\", not \"%s\"", application->number, known->second.c_str(),
+             application->name);
+    return kStatusInvalid;
+  }
+  const Status status = transact(store->database.get(), [&] {
+    return store->database->put_application(application->number, application->name);
+  });
+  if (status != kStatusOk) {
+    log_line("chkpt: the database cannot be written: %s", err_text(status));
+    return status;
+  }
+  store->database->fold_log_on_close();
+  the_store() = std::move(store);
+  return kStatusOk;
+}
+
+Status chkpt_register(const ChkptTableDescriptor* descriptor, std::uint32_t table_id, ChkptTable** table,
+                      bool* had_contents) {
+  if (const Status status = fault_check("chkpt_register")) return status;
+  Store* const store = registered_store(descriptor);
+  if (store == nullptr || table == nullptr || had_contents == nullptr || !is_valid(*descriptor)) {
+    return kStatusInvalid;
+  }
+  for (const auto& other : store->tables) {
+    if (other->table_id == table_id) return kStatusExists;
+  }
+  auto made = std::make_unique<ChkptTable>();
+  made->table_id = table_id;
+  made->descriptor = *descriptor;
+  *had_contents = false;
+  if (descriptor->persistent == 1) {
+    if (const Status status = restore_table(store, made.get(), had_contents)) return status;
+  }
+  *table = made.get();
+  store->tables.push_back(std::move(made));
+  return kStatusOk;
+}
+
+Status chkpt_mapkey(ChkptTable* table, const void* key, std::size_t key_size, std::uint64_t* object_id) {
+  if (const Status status = fault_check("chkpt_mapkey")) return status;
+  if (registered_store(table) == nullptr || object_id == nullptr || !takes_key(table, key, key_size)) {
+    return kStatusChkptMapping;
+  }
+  const auto found = table->object_ids.find(std::string(static_cast<const char*>(key), key_size));
+  *object_id = found == table->object_ids.end() ? 0 : found->second;
+  return *object_id == 0 ? kStatusChkptKeyNotFound : kStatusOk;
+}
+
+Status chkpt_create(ChkptTable* table, const void* key, std::size_t key_size, std::uint64_t* object_id) {
+  if (const Status status = fault_check("chkpt_create")) return status;
+  Store* const store = registered_store(table);
+  if (store == nullptr || object_id == nullptr || !takes_key(table, key, key_size)) return kStatusInvalid;
+  if (store->failure != kStatusOk) return store->failure;
+  std::string octets(static_cast<const char*>(key), key_size);
+  if (!table->object_ids.try_emplace(octets, store->next_object_id).second) return kStatusExists;
+  *object_id = store->next_object_id++;
+  Record& record = table->records[*object_id];
+  record.key = std::move(octets);
+  mark_unwritten(store, table, *object_id, &record);
+  return kStatusOk;
+}
+
+Status chkpt_save(ChkptTable* table, std::uint64_t object_id, const void* data, std::size_t size) {
+  if (const Status status = fault_check("chkpt_save")) return status;
+  Store* const store = registered_store(table);
+  if (store == nullptr || data == nullptr || size > kChkptDataMax) return kStatusInvalid;
+  if (table->descriptor.record_size != 0 && size != table->descriptor.record_size) return kStatusInvalid;
+  const auto found = table->records.find(object_id);
+  if (found == table->records.end()) return kStatusNoSuchRow;
+  found->second.data.assign(static_cast<const char*>(data), size);
+  mark_unwritten(store, table, object_id, &found->second);
+  return store->failure;
+}
+
+Status chkpt_delete(ChkptTable* table, std::uint64_t object_id) {
+  if (const Status status = fault_check("chkpt_delete")) return status;
+  Store* const store = registered_store(table);
+  if (store == nullptr) return kStatusInvalid;
+  const auto found = table->records.find(object_id);
+  if (found == table->records.end()) return kStatusNoSuchRow;
+  if (found->second.stored) {
+    store->gone.push_back(object_id);
+    post_flush(store);
+  }
+  table->object_ids.erase(found->second.key);
+  table->records.erase(found);
+  return store->failure;
+}
+
+Status chkpt_iterate_start(ChkptTable* table, ChkptIterator** iterator) {
+  if (const Status status = fault_check("chkpt_iterate_start")) return status;
+  if (registered_store(table) == nullptr || iterator == nullptr) return kStatusInvalid;
+  *iterator = std::make_unique<ChkptIterator>(ChkptIterator{table, 0}).release();
+  return kStatusOk;
+}
+
+Status chkpt_iterate_next(ChkptIterator* iterator, void* key, std::size_t* key_size, void* data,
+                          std::size_t* size, std::uint64_t* object_id) {
+  if (const Status status = fault_check("chkpt_iterate_next")) return status;
+  if (iterator == nullptr || key == nullptr || key_size == nullptr || data == nullptr || size == nullptr ||
+      object_id == nullptr) {
+    return kStatusInvalid;
+  }
+  const auto next = iterator->table->records.upper_bound(iterator->last);
+  *object_id = 0;
+  if (next == iterator->table->records.end()) return kStatusOk;
+  const auto copy = [](const std::string& from, void* to, std::size_t* room) {
+    std::memcpy(to, from.data(), std::min(*room, from.size()));
+    *room = from.size();
+  };
+  copy(next->second.key, key, key_size);
+  copy(next->second.data, data, size);
+  *object_id = iterator->last = next->first;
+  return kStatusOk;
+}
+
+Status chkpt_iterate_end(ChkptIterator* iterator) {
+  const std::unique_ptr<ChkptIterator> released(iterator);
+  if (const Status status = fault_check("chkpt_iterate_end")) return status;
+  return iterator == nullptr ? kStatusInvalid : kStatusOk;
+}
+
+Status chkpt_flush() {
+  Store* const store = the_store().get();
+  if (store == nullptr) return kStatusOk;
+  if (store->failure != kStatusOk) return store->failure;  // the timer tries again
+  return flush(store);
+}
+
+void chkpt_end() {
+  Store* const store = the_store().get();
+  if (store == nullptr) return;
+  if (const Status status = flush(store)) {
+    log_line("chkpt: %zu changes are lost: %s", store->unwritten.size() + store->gone.size(),
+             err_text(status));
+  }
+  event_timer_cancel(store->manager, store->retry);
+  the_store().reset();
+}

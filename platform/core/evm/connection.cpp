@@ -1,0 +1,167 @@
+// Managed connections: opened by a handler, watched for their end, opened again with back-off.
+//
+// The descriptor that the open handler gives stays its owner's, who may watch it for data on the same
+// manager. So a duplicate is watched here, for hang-up and errors only: epoll tells the two apart. The
+// duplicate is closed before the close handler runs, or the peer would not see the end that the handler
+// makes.
+//
+// States: closed (no descriptor, no timer), waiting (a timer for the next try), open (a descriptor).
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "platform/core/evm/manager.h"
+
+namespace {
+
+constexpr std::uint64_t kFirstRetry = 100 * kNanosecondsPerMillisecond;
+constexpr std::uint64_t kLongestRetry = 5 * kNanosecondsPerSecond;
+
+}  // namespace
+
+struct EventConn {
+  EventManager* manager;  // null once it is gone
+  EventConnOpen open;
+  void* handle;
+  std::uint32_t options;
+  std::uint32_t mask = kEventConnOpened;
+  EventConnClose close = nullptr;
+  int watched_fd = -1;  // our duplicate
+  EventTimerId retry_timer = 0;
+  std::uint64_t retry_after = kFirstRetry;
+};
+
+namespace {
+
+Status try_open(EventConn* connection);
+
+void schedule_open(EventConn* connection) {
+  connection->retry_timer = event_timer_start(connection->manager, connection->retry_after, [connection] {
+    connection->retry_timer = 0;
+    // A further failure has scheduled the next try.
+    [[maybe_unused]] const Status status = try_open(connection);
+  });
+  connection->retry_after = std::min(connection->retry_after * 2, kLongestRetry);
+}
+
+void stop_watching(EventConn* connection) {
+  if (connection->watched_fd < 0) return;
+  event_fd_remove(connection->manager, connection->watched_fd);
+  close(connection->watched_fd);
+  connection->watched_fd = -1;
+}
+
+Status run_close_handler(const EventConn* connection) {
+  if ((connection->mask & kEventConnClosed) == 0 || connection->close == nullptr) return kStatusOk;
+  return connection->close(connection->handle);
+}
+
+void on_end(EventConn* connection) {
+  stop_watching(connection);
+  if ((connection->mask & kEventConnOpened) != 0) schedule_open(connection);
+  // Last, because the handler may destroy the connection.
+  if (const Status status = run_close_handler(connection)) {
+    log_line("evm: close handler of a managed connection: %s", err_text(status));
+  }
+}
+
+Status watch_descriptor(EventConn* connection, int fd) {
+  const int duplicate = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  if (duplicate < 0) return static_cast<Status>(errno);
+  const Status status = event_slot_add(connection->manager, duplicate, EPOLLRDHUP,
+                                       [connection](int, std::uint32_t) { on_end(connection); });
+  if (status != kStatusOk) {
+    close(duplicate);
+    return status;
+  }
+  connection->watched_fd = duplicate;
+  return kStatusOk;
+}
+
+// The answer to an open that failed: tried again later, or not.
+Status open_failed(EventConn* connection) {
+  if ((connection->options & kEventConnRetries) == 0) return kStatusNotConnected;
+  schedule_open(connection);
+  return kStatusConnectionRetry;
+}
+
+Status try_open(EventConn* connection) {
+  const int fd = connection->open(connection->handle, connection->manager);
+  if (fd < 0) return open_failed(connection);
+  if (const Status status = watch_descriptor(connection, fd)) {
+    log_line("evm: a managed connection cannot be watched: %s", err_text(status));
+    if (const Status closed = run_close_handler(connection)) {
+      log_line("evm: close handler of a managed connection: %s", err_text(closed));
+    }
+    return open_failed(connection);
+  }
+  connection->retry_after = kFirstRetry;
+  return kStatusOk;
+}
+
+}  // namespace
+
+Status event_conn_create(EventManager* manager, EventConnOpen open, void* handle, std::uint32_t options,
+                         EventConn** connection) {
+  if (const Status status = fault_check("event_conn_create")) return status;
+  if (manager == nullptr || open == nullptr || connection == nullptr) return kStatusInvalid;
+  auto made = std::make_unique<EventConn>();
+  made->manager = manager;
+  made->open = open;
+  made->handle = handle;
+  made->options = options;
+  manager->connections.insert(made.get());
+  *connection = made.release();
+  return kStatusOk;
+}
+
+Status event_conn_notify(EventConn* connection, std::uint32_t mask, EventConnClose close) {
+  if (const Status status = fault_check("event_conn_notify")) return status;
+  if ((mask & ~(kEventConnOpened | kEventConnClosed)) != 0) return kStatusInvalid;
+  if ((mask & kEventConnClosed) != 0 && close == nullptr) return kStatusInvalid;
+  connection->mask = mask;
+  connection->close = close;
+  return kStatusOk;
+}
+
+Status event_conn_open(EventConn* connection) {
+  if (connection->manager == nullptr) return kStatusInvalid;
+  if (const Status status = fault_check("event_conn_open")) {
+    // The promise that goes with this answer is kept.
+    if (status == kStatusConnectionRetry) schedule_open(connection);
+    return status;
+  }
+  if (event_conn_is_open(connection)) return kStatusOk;
+  event_timer_cancel(connection->manager, connection->retry_timer);
+  connection->retry_timer = 0;
+  return try_open(connection);
+}
+
+bool event_conn_is_open(const EventConn* connection) {
+  return connection->watched_fd >= 0;
+}
+
+void event_conn_destroy(EventConn* connection) {
+  if (connection == nullptr) return;
+  if (connection->manager != nullptr) {
+    event_timer_cancel(connection->manager, connection->retry_timer);
+    stop_watching(connection);
+    connection->manager->connections.erase(connection);
+  }
+  delete connection;
+}
+
+void event_conn_orphan_all(EventManager* manager) {
+  for (EventConn* connection : manager->connections) {
+    stop_watching(connection);
+    connection->manager = nullptr;
+  }
+  manager->connections.clear();
+}

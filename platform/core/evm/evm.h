@@ -1,0 +1,111 @@
+// Event manager: one event loop per manager. Waiting and dispatching are two calls, so that a thread can say
+// something between them.
+//
+// A manager has a name such as "/dev/mpls/vpn/main" and listens on the Unix socket of that name
+// (event_manager_socket()); accepted connections go to the acceptor that a service sets. Behind it: one epoll
+// instance, one eventfd for posted functions and a sorted list of one-shot timers.
+//
+// Thread: everything of a manager belongs to the thread that waits on it, except event_post and
+// event_async_raise, which any thread may call. Handlers run inside event_dispatch only. A handler may remove
+// any descriptor or timer, its own too; an event already collected for a removed descriptor is dropped.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+#include "platform/core/base/status.h"
+
+struct EventManager;
+struct EventConn;
+
+// The caller's receive context. The caller owns the buffer; the manager keeps in it what a wait collected.
+struct EventContext {
+  EventManager* manager;
+  void* buffer;
+  std::size_t buffer_size;
+  std::uint32_t collected;  // written by event_wait, consumed by event_dispatch
+};
+
+// Null and errno on failure: EINVAL for a bad name, EADDRINUSE when a live process serves the socket (a stale
+// one is replaced; a file that is no socket is left alone, ENOTSOCK), or the system's. The socket is made
+// with mode 0660. The flags are the platform's word for the kind of manager; all values are taken and there
+// is one kind. Fault point "event_manager_create" (its status becomes errno).
+EventManager* event_manager_create(const char* name, std::uint32_t flags);
+// Takes the socket away. Not from inside a handler. Managed connections of the manager stay the callers' to
+// destroy, before or after. Null is allowed.
+void event_manager_destroy(EventManager* manager);
+// Called for every manager right after it was made, on the creating thread; how the process puts its services
+// on the main manager. Null ends it.
+void event_manager_on_create(std::function<void(EventManager*)> hook);
+const char* event_manager_name(const EventManager* manager);
+
+// Blocks until there is something to dispatch. 0, or -1 with errno: EINTR, EINVAL for a buffer that does not
+// hold one event. The number of events that one wait collects is bounded by the buffer; the others come with
+// the next. Fault point "event_wait" (its status becomes errno).
+int event_wait(EventContext* context);
+// The same with a bound of real time: -1 and ETIMEDOUT when nothing happened in time.
+int event_wait_for(EventContext* context, std::uint64_t nanoseconds);
+void event_dispatch(EventContext* context);
+// Waits for up to `nanoseconds` for a first event and dispatches until nothing is left to do at once. True
+// when anything was dispatched. For tests and small programs.
+bool event_run_pending(EventManager* manager, std::uint64_t nanoseconds = 0);
+
+// Descriptors, level-triggered; `events` are EPOLLIN, EPOLLOUT, ... kStatusExists for one that is there
+// already, else the system's errno. Fault point "event_fd_add".
+using EventFdHandler = std::function<void(int fd, std::uint32_t events)>;
+[[nodiscard]] Status event_fd_add(EventManager* manager, int fd, std::uint32_t events,
+                                  EventFdHandler handler);
+[[nodiscard]] Status event_fd_modify(EventManager* manager, int fd, std::uint32_t events);
+void event_fd_remove(EventManager* manager, int fd);  // does not close; unknown descriptors are ignored
+
+// Runs a function on the manager's thread, after everything posted before it. Any thread. Posted functions
+// run in bounded batches, so that descriptors are served in between.
+void event_post(EventManager* manager, std::function<void()> function);
+
+// Asynchronous events: a number and its handler. Raising is for any thread and coalesces: however often an
+// event is raised before its handler runs, the handler runs once, on the manager's thread inside
+// event_dispatch, and what was written before a raise is seen by the run that follows it. Raised by its own
+// handler it runs again in a later turn.
+// 0, or -1 with errno: EEXIST for a code in use, EINVAL without a handler. Fault point "event_async_attach"
+// (its status becomes errno).
+[[nodiscard]] int event_async_attach(EventManager* manager, std::uint32_t code,
+                                     std::function<void()> handler);
+// The handler does not run any more, not even for what was raised before; a later attachment of the code does
+// not inherit it. A handler may detach itself. Codes that are not attached are ignored.
+void event_async_detach(EventManager* manager, std::uint32_t code);
+// Any thread, while the manager lives. Ignored for codes that are not attached.
+void event_async_raise(EventManager* manager, std::uint32_t code);
+
+// One-shot timers on the monotonic clock. Id 0 is never given out.
+using EventTimerId = std::uint64_t;
+EventTimerId event_timer_start(EventManager* manager, std::uint64_t nanoseconds,
+                               std::function<void()> function);
+void event_timer_cancel(EventManager* manager, EventTimerId timer);
+
+// Accepted connections of the named socket (non-blocking, close-on-exec; the acceptor owns the descriptor).
+// Without an acceptor they are closed at once.
+void event_set_acceptor(EventManager* manager, std::function<void(int fd)> acceptor);
+
+// Managed connections: the manager opens them, notices their end and opens them again with back-off (100 ms,
+// doubling, at most 5 s; from 100 ms again after an open that succeeded).
+using EventConnOpen = int (*)(void* handle, EventManager* manager);  // descriptor, or -1
+using EventConnClose = Status (*)(void* handle);
+inline constexpr std::uint32_t kEventConnRetries = 2;      // the option "retry for ever"
+inline constexpr std::uint32_t kEventConnOpened = 0x2000;  // mask: open again after the connection ended
+inline constexpr std::uint32_t kEventConnClosed = 0x4000;  // mask: call the close handler when it ended
+// Fault points "event_conn_create", "event_conn_notify", "event_conn_open".
+[[nodiscard]] Status event_conn_create(EventManager* manager, EventConnOpen open, void* handle,
+                                       std::uint32_t options, EventConn** connection);
+// Before it is called the mask is kEventConnOpened. kStatusInvalid for other bits, or for kEventConnClosed
+// without a handler.
+[[nodiscard]] Status event_conn_notify(EventConn* connection, std::uint32_t mask, EventConnClose close);
+// Tries the open handler at once: 0 when it gave a descriptor (or the connection is open already),
+// kStatusConnectionRetry when it did not and is tried again later, kStatusNotConnected when it did not and
+// the option to retry is not set. The descriptor stays the handler's: the manager watches it for hang-up and
+// errors only, calls the close handler once when they come, and schedules the next open.
+[[nodiscard]] Status event_conn_open(EventConn* connection);
+bool event_conn_is_open(const EventConn* connection);
+// Stops watching and retrying. The close handler is not called: the descriptor is the caller's. Null is
+// allowed.
+void event_conn_destroy(EventConn* connection);

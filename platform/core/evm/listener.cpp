@@ -1,0 +1,149 @@
+// The listening Unix socket of an event manager.
+//
+// Its file outlives a process that was killed, so a file that is there already is tried: when nobody answers
+// it is stale and replaced, when somebody does the name is taken. Look and replacement happen under a lock on
+// the run directory, or two processes that start together would each take the other's new socket for a stale
+// one. The lock is the kernel's and ends with the process that holds it.
+//
+// On the way out the file is removed only while it is still the one that was made here.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/core/base/log.h"
+#include "platform/core/evm/manager.h"
+#include "platform/core/files/directories.h"
+
+namespace {
+
+constexpr mode_t kSocketMode = 0660;
+constexpr int kBacklog = 64;
+constexpr int kAcceptBatch = 16;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+  int release() { return std::exchange(fd_, -1); }
+
+ private:
+  int fd_;
+};
+
+bool make_address(const std::string& path, sockaddr_un* address) {
+  std::memset(address, 0, sizeof *address);
+  address->sun_family = AF_UNIX;
+  if (path.size() >= sizeof address->sun_path) return false;
+  std::memcpy(address->sun_path, path.c_str(), path.size() + 1);
+  return true;
+}
+
+const sockaddr* generic(const sockaddr_un& address) {
+  return reinterpret_cast<const sockaddr*>(&address);
+}
+
+int new_socket() {
+  return socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+}
+
+// 0 when the name is free, now or after a stale socket was removed; else errno.
+int clear_name(const sockaddr_un& address) {
+  struct stat status {};
+  if (lstat(address.sun_path, &status) != 0) return errno == ENOENT ? 0 : errno;
+  if (!S_ISSOCK(status.st_mode)) return ENOTSOCK;
+  const Descriptor probe(new_socket());
+  if (probe.get() < 0) return errno;
+  if (connect(probe.get(), generic(address), sizeof address) == 0) return EADDRINUSE;
+  if (errno == EAGAIN) return EADDRINUSE;  // somebody serves it and is busy
+  if (errno != ECONNREFUSED) return errno;
+  return unlink(address.sun_path) == 0 ? 0 : errno;
+}
+
+// The socket's own mode is what its file gets (less the umask), so that it is never open wider than it will
+// be.
+int bind_and_listen(int fd, const sockaddr_un& address) {
+  if (fchmod(fd, kSocketMode) != 0) return errno;
+  if (bind(fd, generic(address), sizeof address) != 0) return errno;
+  if (chmod(address.sun_path, kSocketMode) == 0 && listen(fd, kBacklog) == 0) return 0;
+  const int error = errno;
+  unlink(address.sun_path);
+  return error;
+}
+
+int remember_file(EventListener* listener) {
+  struct stat status {};
+  if (lstat(listener->path.c_str(), &status) != 0) return errno;
+  listener->device = status.st_dev;
+  listener->inode = status.st_ino;
+  return 0;
+}
+
+// Out of descriptors, the waiting connection would wake the loop for ever: it is taken with the spare one and
+// closed.
+void turn_away(EventListener* listener) {
+  log_line("evm: %s: a connection was turned away: %s", listener->path.c_str(), std::strerror(errno));
+  if (listener->spare_fd >= 0) close(listener->spare_fd);
+  const int fd = accept4(listener->fd, nullptr, nullptr, SOCK_CLOEXEC);
+  if (fd >= 0) close(fd);
+  listener->spare_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
+}  // namespace
+
+int event_listener_open(const std::string& manager_name, EventListener* listener) {
+  const std::string directory = run_directory();
+  if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST) return errno;
+  const Descriptor lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (lock.get() < 0) return errno;
+  while (flock(lock.get(), LOCK_EX) != 0) {
+    if (errno != EINTR) return errno;
+  }
+  const std::string path = event_manager_socket(manager_name);
+  sockaddr_un address;
+  if (!make_address(path, &address)) return ENAMETOOLONG;
+  if (const int error = clear_name(address)) return error;
+  Descriptor fd(new_socket());
+  if (fd.get() < 0) return errno;
+  if (const int error = bind_and_listen(fd.get(), address)) return error;
+  listener->path = path;
+  listener->fd = fd.release();
+  listener->spare_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  return remember_file(listener);
+}
+
+void event_listener_close(EventListener* listener) {
+  if (listener->spare_fd >= 0) close(listener->spare_fd);
+  if (listener->fd < 0) return;
+  struct stat status {};
+  if (lstat(listener->path.c_str(), &status) == 0 && status.st_dev == listener->device &&
+      status.st_ino == listener->inode) {
+    unlink(listener->path.c_str());
+  }
+  close(listener->fd);
+}
+
+void event_listener_accept(EventManager* manager) {
+  for (int i = 0; i < kAcceptBatch; ++i) {
+    const int fd = accept4(manager->listener.fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) {
+      if (errno == EMFILE || errno == ENFILE) turn_away(&manager->listener);
+      return;
+    }
+    if (manager->acceptor) {
+      manager->acceptor(fd);
+    } else {
+      close(fd);
+    }
+  }
+}

@@ -1,0 +1,184 @@
+// Tests of a manager's creation and of its socket: names, stale and live sockets, accepting.
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include "platform/core/evm/test_manager.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+
+TEST_F(EventManagerTest, KeepsItsName) {
+  ASSERT_NE(manager, nullptr);
+  EXPECT_STREQ(event_manager_name(manager), "/dev/mpls/vpn/main");
+}
+
+TEST_F(EventManagerTest, SocketIsForOwnerAndGroupOnly) {
+  struct stat status {};
+  ASSERT_EQ(lstat(SocketPath().c_str(), &status), 0);
+  EXPECT_TRUE(S_ISSOCK(status.st_mode));
+  EXPECT_EQ(status.st_mode & 0777, 0660U);
+}
+
+TEST_F(EventManagerTest, BadNamesAreRefusedWithEinval) {
+  for (const char* name : {static_cast<const char*>(nullptr), "", "/", "main", "/a/../b", "/a//b", "/a/"}) {
+    errno = 0;
+    EXPECT_EQ(event_manager_create(name, kFlags), nullptr);
+    EXPECT_EQ(errno, EINVAL);
+  }
+}
+
+TEST_F(EventManagerTest, NameTooLongForASocketIsRefused) {
+  EXPECT_EQ(event_manager_create(("/" + std::string(200, 'a')).c_str(), kFlags), nullptr);
+  EXPECT_EQ(errno, ENAMETOOLONG);
+}
+
+TEST_F(EventManagerTest, LiveSocketIsRefusedWithEaddrinuse) {
+  EXPECT_EQ(event_manager_create("/dev/mpls/vpn/main", kFlags), nullptr);
+  EXPECT_EQ(errno, EADDRINUSE);
+  EXPECT_EQ(event_run_pending(manager), true);  // the probe that was made is taken and closed
+  const int fd = ConnectTo(SocketPath());
+  EXPECT_GE(fd, 0);  // and the first manager still serves
+  close(fd);
+}
+
+TEST_F(EventManagerTest, LiveSocketWithAFullBacklogIsRefusedToo) {
+  std::vector<int> waiting;
+  for (;;) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, SocketPath().c_str(), sizeof address.sun_path - 1);
+    waiting.push_back(fd);
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) break;
+    ASSERT_LT(waiting.size(), 1000U);
+  }
+  EXPECT_EQ(event_manager_create("/dev/mpls/vpn/main", kFlags), nullptr);
+  EXPECT_EQ(errno, EADDRINUSE);
+  for (const int fd : waiting) close(fd);
+}
+
+TEST_F(EventManagerTest, StaleSocketIsReplaced) {
+  const std::string path = directory.path() + "/dev.stale";
+  const int dead = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(dead, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  close(dead);  // as a killed process leaves it
+  EventManager* other = event_manager_create("/dev/stale", kFlags);
+  ASSERT_NE(other, nullptr);
+  const int fd = ConnectTo(path);
+  EXPECT_GE(fd, 0);
+  close(fd);
+  event_manager_destroy(other);
+}
+
+TEST_F(EventManagerTest, FileThatIsNoSocketIsLeftAlone) {
+  const std::string path = directory.path() + "/dev.file";
+  std::ofstream(path) << "precious";
+  EXPECT_EQ(event_manager_create("/dev/file", kFlags), nullptr);
+  EXPECT_EQ(errno, ENOTSOCK);
+  EXPECT_TRUE(std::filesystem::exists(path));
+}
+
+TEST_F(EventManagerTest, MissingRunDirectoryIsMade) {
+  setenv("MPLS_VPN_MIB_RUN_DIR", (directory.path() + "/new").c_str(), 1);
+  EventManager* other = event_manager_create("/dev/other", kFlags);
+  EXPECT_NE(other, nullptr);
+  event_manager_destroy(other);
+}
+
+TEST_F(EventManagerTest, RunDirectoryThatCannotBeMadeIsReported) {
+  setenv("MPLS_VPN_MIB_RUN_DIR", (directory.path() + "/no/such").c_str(), 1);
+  EXPECT_EQ(event_manager_create("/dev/other", kFlags), nullptr);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(EventManagerTest, DestroyTakesTheSocketAway) {
+  event_manager_destroy(manager);
+  EXPECT_FALSE(std::filesystem::exists(SocketPath()));
+  manager = event_manager_create("/dev/mpls/vpn/main", kFlags);
+  EXPECT_NE(manager, nullptr);
+}
+
+TEST_F(EventManagerTest, DestroyLeavesASocketThatIsNotItsOwn) {
+  std::filesystem::remove(SocketPath());
+  EventManager* successor = event_manager_create("/dev/mpls/vpn/main", kFlags);
+  ASSERT_NE(successor, nullptr);
+  event_manager_destroy(manager);
+  EXPECT_TRUE(std::filesystem::exists(SocketPath()));
+  manager = successor;
+}
+
+TEST_F(EventManagerTest, CreateFaultBecomesErrno) {
+  const ScopedFault fault("event_manager_create", EMFILE);
+  EXPECT_EQ(event_manager_create("/dev/other", kFlags), nullptr);
+  EXPECT_EQ(errno, EMFILE);
+}
+
+TEST_F(EventManagerTest, CreateHookSeesEveryManager) {
+  std::vector<std::string> names;
+  event_manager_on_create([&](EventManager* made) { names.emplace_back(event_manager_name(made)); });
+  EventManager* other = event_manager_create("/dev/other", kFlags);
+  event_manager_on_create(nullptr);
+  EventManager* third = event_manager_create("/dev/third", kFlags);
+  EXPECT_THAT(names, ElementsAre("/dev/other"));
+  event_manager_destroy(other);
+  event_manager_destroy(third);
+}
+
+// --- Accepting
+
+TEST_F(EventManagerTest, AcceptedConnectionGoesToTheAcceptor) {
+  int accepted = -1;
+  event_set_acceptor(manager, [&](int fd) { accepted = fd; });
+  const int client = ConnectTo(SocketPath());
+  event_run_pending(manager);
+  ASSERT_GE(accepted, 0);
+  EXPECT_NE(fcntl(accepted, F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_NE(fcntl(accepted, F_GETFD) & FD_CLOEXEC, 0);
+  close(accepted);
+  close(client);
+}
+
+TEST_F(EventManagerTest, WithoutAnAcceptorConnectionsAreClosedAtOnce) {
+  const int client = ConnectTo(SocketPath());
+  event_run_pending(manager);
+  char octet = 0;
+  EXPECT_EQ(read(client, &octet, 1), 0);
+  close(client);
+}
+
+TEST_F(EventManagerTest, OutOfDescriptorsAConnectionIsTurnedAwayAndTheLoopDoesNotSpin) {
+  std::vector<int> clients;
+  event_set_acceptor(manager, [](int) { ADD_FAILURE() << "no descriptor was left"; });
+  clients.push_back(ConnectTo(SocketPath()));
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const int lowest_free = dup(0);
+  close(lowest_free);
+  rlimit tight = before;
+  tight.rlim_cur = static_cast<rlim_t>(lowest_free);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+  event_run_pending(manager);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  char octet = 0;
+  EXPECT_EQ(read(clients[0], &octet, 1), 0);
+  close(clients[0]);
+  int accepted = -1;
+  event_set_acceptor(manager, [&](int fd) { accepted = fd; });
+  const int later = ConnectTo(SocketPath());
+  event_run_pending(manager);
+  EXPECT_GE(accepted, 0);
+  close(accepted);
+  close(later);
+}
+
+}  // namespace

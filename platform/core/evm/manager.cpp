@@ -1,0 +1,341 @@
+// The event loop: waiting, dispatching, descriptors, posted functions and timers.
+//
+// A wait collects epoll events into the caller's buffer and nothing else; a dispatch runs the handlers of
+// what was collected, then the timers that are due. Between the two the caller may do what it likes, remove
+// descriptors included: each event carries the descriptor and the generation of its registration, and an
+// event whose generation is not that of the slot any more is dropped.
+//
+// A handler may remove itself or add others while it runs. Slots are therefore heap objects of their own (the
+// table that holds them may grow) and a removed slot is only retired: it is freed when the outermost dispatch
+// has ended.
+//
+// Posted functions and the listening socket are ordinary descriptors of the loop. A post writes the eventfd
+// only when the queue was empty; a batch that leaves something writes it again, so that other descriptors
+// have their turn in between. The queue's mutex is the only lock here and is never held while a function
+// runs.
+//
+// Timers are kept by deadline on the monotonic clock of platform/core/base/clock.h, which tests replace; the
+// bound of event_wait_for is real time, so that a test whose clock stands still comes back.
+#include "platform/core/evm/evm.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "platform/core/evm/manager.h"
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr std::size_t kPostedBatch = 64;
+constexpr std::uint64_t kForever = UINT64_MAX;
+
+std::function<void(EventManager*)>& create_hook() {
+  static std::function<void(EventManager*)> hook;
+  return hook;
+}
+
+std::uint64_t event_key(int fd, std::uint32_t generation) {
+  return std::uint64_t{generation} << 32 | static_cast<std::uint32_t>(fd);
+}
+
+EventSlot* find_slot(const EventManager* manager, int fd) {
+  if (fd < 0 || static_cast<std::size_t>(fd) >= manager->slots.size()) return nullptr;
+  return manager->slots[static_cast<std::size_t>(fd)].get();
+}
+
+// The handler may be the one that runs now, so it lives on until dispatching ends.
+void retire_slot(EventManager* manager, int fd) {
+  std::unique_ptr<EventSlot>& slot = manager->slots[static_cast<std::size_t>(fd)];
+  if (manager->dispatch_depth > 0) manager->retired.push_back(std::move(slot));
+  slot.reset();
+}
+
+struct EventArray {
+  epoll_event* events;
+  int capacity;
+};
+
+// The caller's buffer as an array of events; capacity 0 when it cannot hold one.
+EventArray event_array(const EventContext* context) {
+  void* place = context->buffer;
+  std::size_t space = context->buffer_size;
+  if (place == nullptr || std::align(alignof(epoll_event), sizeof(epoll_event), place, space) == nullptr) {
+    return {nullptr, 0};
+  }
+  return {static_cast<epoll_event*>(place),
+          static_cast<int>(std::min<std::size_t>(space / sizeof(epoll_event), INT_MAX))};
+}
+
+// Nanoseconds until the first timer is due.
+std::uint64_t time_to_first_timer(const EventManager* manager) {
+  if (manager->timers.empty()) return kForever;
+  const std::uint64_t deadline = manager->timers.begin()->first.first;
+  const std::uint64_t now = clock_monotonic();
+  return deadline > now ? deadline - now : 0;
+}
+
+// Rounded up, so that a timer is due when the wait for it ends.
+int to_milliseconds(std::uint64_t nanoseconds) {
+  if (nanoseconds == kForever) return -1;
+  const std::uint64_t milliseconds =
+      nanoseconds / kNanosecondsPerMillisecond + (nanoseconds % kNanosecondsPerMillisecond != 0 ? 1 : 0);
+  return static_cast<int>(std::min<std::uint64_t>(milliseconds, INT_MAX));
+}
+
+std::uint64_t elapsed_since(SteadyClock::time_point start) {
+  return static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::nanoseconds>(SteadyClock::now() - start).count());
+}
+
+int wait_for_events(EventContext* context, std::uint64_t bound) {
+  context->collected = 0;
+  const EventArray array = event_array(context);
+  if (array.capacity == 0) {
+    errno = EINVAL;
+    return -1;
+  }
+  const bool bounded = bound != kForever && bound != 0;
+  const SteadyClock::time_point start = bounded ? SteadyClock::now() : SteadyClock::time_point{};
+  std::uint64_t left = bound;
+  for (;;) {
+    const std::uint64_t to_timer = time_to_first_timer(context->manager);
+    const int timeout = to_milliseconds(std::min(left, to_timer));
+    const int count = epoll_wait(context->manager->epoll_fd, array.events, array.capacity, timeout);
+    if (count < 0) return -1;
+    context->collected = static_cast<std::uint32_t>(count);
+    if (count > 0 || time_to_first_timer(context->manager) == 0) return 0;
+    if (bounded) left = bound - std::min(bound, elapsed_since(start));
+    if (left == 0) {
+      errno = ETIMEDOUT;
+      return -1;
+    }
+  }
+}
+
+void run_due_timers(EventManager* manager) {
+  if (manager->timers.empty()) return;
+  const std::uint64_t now = clock_monotonic();
+  // A timer that a timer starts waits for the next turn, even when it is due at once.
+  const EventTimerId first_new = manager->next_timer;
+  auto next = manager->timers.begin();
+  while (next != manager->timers.end() && next->first.first <= now) {
+    if (next->first.second >= first_new) {
+      ++next;
+      continue;
+    }
+    const std::function<void()> function = std::move(next->second);
+    manager->timer_deadlines.erase(next->first.second);
+    manager->timers.erase(next);
+    function();
+    next = manager->timers.begin();
+  }
+}
+
+void wake(EventManager* manager) {
+  const std::uint64_t one = 1;
+  // It fails only when the counter is at its limit, and then the loop is awake anyway.
+  [[maybe_unused]] const ssize_t written = write(manager->wake_fd, &one, sizeof one);
+}
+
+std::size_t posted_count(EventManager* manager) {
+  const std::lock_guard lock(manager->posted_mutex);
+  return manager->posted.size();
+}
+
+// REQUIRES that there is one; only the manager's thread takes.
+std::function<void()> take_posted(EventManager* manager) {
+  const std::lock_guard lock(manager->posted_mutex);
+  std::function<void()> function = std::move(manager->posted.front());
+  manager->posted.pop_front();
+  return function;
+}
+
+void run_posted(EventManager* manager) {
+  std::uint64_t count = 0;
+  // Nothing to read means that another turn took the count already; the queue tells what is left.
+  [[maybe_unused]] const ssize_t got = read(manager->wake_fd, &count, sizeof count);
+  // What the functions of this batch post waits for the next turn.
+  std::size_t batch = posted_count(manager);
+  for (batch = std::min(batch, kPostedBatch); batch > 0; --batch) take_posted(manager)();
+  const std::lock_guard lock(manager->posted_mutex);
+  if (!manager->posted.empty()) wake(manager);
+}
+
+bool valid_name(const char* name) {
+  if (name == nullptr || name[0] != '/' || name[1] == '\0') return false;
+  const std::string_view text(name);
+  return text.back() != '/' && text.find("//") == std::string_view::npos &&
+         text.find("..") == std::string_view::npos;
+}
+
+// 0 or errno.
+int set_up(EventManager* manager) {
+  manager->epoll_fd = epoll_create1(EPOLL_CLOEXEC);
+  if (manager->epoll_fd < 0) return errno;
+  manager->wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+  if (manager->wake_fd < 0) return errno;
+  if (const int error = event_listener_open(manager->name, &manager->listener)) return error;
+  if (const Status status = event_slot_add(manager, manager->wake_fd, EPOLLIN,
+                                           [manager](int, std::uint32_t) { run_posted(manager); })) {
+    return static_cast<int>(status);
+  }
+  return static_cast<int>(event_slot_add(manager, manager->listener.fd, EPOLLIN,
+                                         [manager](int, std::uint32_t) { event_listener_accept(manager); }));
+}
+
+}  // namespace
+
+EventManager* event_manager_create(const char* name, std::uint32_t flags) {
+  if (const Status status = fault_check("event_manager_create")) {
+    errno = static_cast<int>(status);
+    return nullptr;
+  }
+  if (!valid_name(name)) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  auto manager = std::make_unique<EventManager>();
+  manager->name = name;
+  manager->flags = flags;
+  if (const int error = set_up(manager.get())) {
+    event_manager_destroy(manager.release());
+    errno = error;
+    return nullptr;
+  }
+  EventManager* made = manager.release();
+  if (create_hook()) create_hook()(made);
+  return made;
+}
+
+void event_manager_destroy(EventManager* manager) {
+  if (manager == nullptr) return;
+  event_conn_orphan_all(manager);
+  event_listener_close(&manager->listener);
+  if (manager->wake_fd >= 0) close(manager->wake_fd);
+  if (manager->epoll_fd >= 0) close(manager->epoll_fd);
+  delete manager;
+}
+
+void event_manager_on_create(std::function<void(EventManager*)> hook) {
+  create_hook() = std::move(hook);
+}
+
+const char* event_manager_name(const EventManager* manager) {
+  return manager->name.c_str();
+}
+
+int event_wait(EventContext* context) {
+  if (const Status status = fault_check("event_wait")) {
+    context->collected = 0;
+    errno = static_cast<int>(status);
+    return -1;
+  }
+  return wait_for_events(context, kForever);
+}
+
+int event_wait_for(EventContext* context, std::uint64_t nanoseconds) {
+  return wait_for_events(context, std::min(nanoseconds, kForever - 1));
+}
+
+void event_dispatch(EventContext* context) {
+  EventManager* manager = context->manager;
+  const EventArray array = event_array(context);
+  const int count = std::min(static_cast<int>(context->collected), array.capacity);
+  context->collected = 0;
+  ++manager->dispatch_depth;
+  for (int i = 0; i < count; ++i) {
+    const std::uint64_t key = array.events[i].data.u64;
+    const std::uint32_t events = array.events[i].events;
+    const int fd = static_cast<int>(key & UINT32_MAX);
+    EventSlot* slot = find_slot(manager, fd);
+    if (slot != nullptr && slot->generation == key >> 32) slot->handler(fd, events);
+  }
+  run_due_timers(manager);
+  if (--manager->dispatch_depth == 0) manager->retired.clear();
+}
+
+bool event_run_pending(EventManager* manager, std::uint64_t nanoseconds) {
+  std::array<unsigned char, 1024> buffer;
+  EventContext context{manager, buffer.data(), buffer.size(), 0};
+  bool dispatched = false;
+  while (event_wait_for(&context, dispatched ? 0 : nanoseconds) == 0) {
+    event_dispatch(&context);
+    dispatched = true;
+  }
+  return dispatched;
+}
+
+Status event_slot_add(EventManager* manager, int fd, std::uint32_t events, EventFdHandler handler) {
+  auto slot = std::make_unique<EventSlot>();
+  slot->handler = std::move(handler);
+  slot->generation = manager->next_generation++;
+  epoll_event event{};
+  event.events = events;
+  event.data.u64 = event_key(fd, slot->generation);
+  if (epoll_ctl(manager->epoll_fd, EPOLL_CTL_ADD, fd, &event) != 0) return static_cast<Status>(errno);
+  const auto index = static_cast<std::size_t>(fd);
+  if (index >= manager->slots.size()) manager->slots.resize(index + 1);
+  retire_slot(manager, fd);  // of a descriptor that was closed without being removed
+  manager->slots[index] = std::move(slot);
+  return kStatusOk;
+}
+
+Status event_fd_add(EventManager* manager, int fd, std::uint32_t events, EventFdHandler handler) {
+  if (const Status status = fault_check("event_fd_add")) return status;
+  return event_slot_add(manager, fd, events, std::move(handler));
+}
+
+Status event_fd_modify(EventManager* manager, int fd, std::uint32_t events) {
+  const EventSlot* slot = find_slot(manager, fd);
+  if (slot == nullptr) return kStatusNoSuchRow;
+  epoll_event event{};
+  event.events = events;
+  event.data.u64 = event_key(fd, slot->generation);
+  if (epoll_ctl(manager->epoll_fd, EPOLL_CTL_MOD, fd, &event) != 0) return static_cast<Status>(errno);
+  return kStatusOk;
+}
+
+void event_fd_remove(EventManager* manager, int fd) {
+  if (find_slot(manager, fd) == nullptr) return;
+  // A descriptor that was closed first has left the epoll set already.
+  epoll_ctl(manager->epoll_fd, EPOLL_CTL_DEL, fd, nullptr);
+  retire_slot(manager, fd);
+}
+
+void event_post(EventManager* manager, std::function<void()> function) {
+  const std::lock_guard lock(manager->posted_mutex);
+  manager->posted.push_back(std::move(function));
+  if (manager->posted.size() == 1) wake(manager);
+}
+
+EventTimerId event_timer_start(EventManager* manager, std::uint64_t nanoseconds,
+                               std::function<void()> function) {
+  const EventTimerId id = manager->next_timer++;
+  const std::uint64_t now = clock_monotonic();
+  const std::uint64_t deadline = nanoseconds > kForever - now ? kForever : now + nanoseconds;
+  manager->timers.emplace(EventManager::TimerKey{deadline, id}, std::move(function));
+  manager->timer_deadlines.emplace(id, deadline);
+  return id;
+}
+
+void event_timer_cancel(EventManager* manager, EventTimerId timer) {
+  const auto found = manager->timer_deadlines.find(timer);
+  if (found == manager->timer_deadlines.end()) return;
+  manager->timers.erase({found->second, timer});
+  manager->timer_deadlines.erase(found);
+}
+
+void event_set_acceptor(EventManager* manager, std::function<void(int fd)> acceptor) {
+  manager->acceptor = std::move(acceptor);
+}

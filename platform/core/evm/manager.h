@@ -1,0 +1,78 @@
+// What the source files of the event manager share. Not for other folders.
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/core/evm/evm.h"
+
+// A watched descriptor. The generation tells a new registration of the same number from an old one, whose
+// events may still be waiting in a receive context.
+struct EventSlot {
+  EventFdHandler handler;
+  std::uint32_t generation = 0;
+};
+
+// An attached asynchronous event. The attachment's number tells it from a later one of the same code.
+struct EventAsync {
+  std::shared_ptr<const std::function<void()>> handler;  // shared with the run under way
+  std::uint64_t attachment = 0;
+  bool raised = false;  // a run is posted
+};
+
+// A listening socket and the name it has in the file system.
+struct EventListener {
+  int fd = -1;
+  int spare_fd = -1;  // given up for a moment when the process is out of descriptors
+  std::string path;
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+};
+
+struct EventManager {
+  std::string name;
+  std::uint32_t flags = 0;
+  int epoll_fd = -1;
+  int wake_fd = -1;
+  EventListener listener;
+  std::function<void(int)> acceptor;
+
+  std::vector<std::unique_ptr<EventSlot>> slots;  // by descriptor
+  std::uint32_t next_generation = 1;
+  std::vector<std::unique_ptr<EventSlot>>
+      retired;  // handlers that may be running; freed when dispatching ends
+  unsigned dispatch_depth = 0;
+
+  using TimerKey = std::pair<std::uint64_t, EventTimerId>;  // deadline, id: equal deadlines in starting order
+  std::map<TimerKey, std::function<void()>> timers;
+  std::unordered_map<EventTimerId, std::uint64_t> timer_deadlines;
+  EventTimerId next_timer = 1;
+
+  std::mutex posted_mutex;
+  std::deque<std::function<void()>> posted;  // guarded by posted_mutex
+
+  std::mutex async_mutex;
+  std::map<std::uint32_t, EventAsync> async_events;  // guarded by async_mutex
+  std::uint64_t next_attachment = 1;                 // guarded by async_mutex
+
+  std::set<EventConn*> connections;
+};
+
+// Opens the manager's socket. 0 or an errno value; nothing is left behind on failure.
+int event_listener_open(const std::string& manager_name, EventListener* listener);
+void event_listener_close(EventListener* listener);
+// Hands the waiting connections to the manager's acceptor, at most a batch.
+void event_listener_accept(EventManager* manager);
+// Cuts the ties of every managed connection to a manager that goes.
+void event_conn_orphan_all(EventManager* manager);
+// event_fd_add without its fault point.
+Status event_slot_add(EventManager* manager, int fd, std::uint32_t events, EventFdHandler handler);

@@ -1,0 +1,44 @@
+#include "platform/core/files/replace_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "platform/core/base/fault.h"
+
+namespace {
+
+Status last_error() {
+  return errno == 0 ? kStatusIo : static_cast<Status>(errno);
+}
+
+Status write_all(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t count = write(fd, text.data(), text.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return last_error();
+    text.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return kStatusOk;
+}
+
+Status write_new(const std::string& path, std::string_view text) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0664);
+  if (fd < 0) return last_error();
+  const Status status = write_all(fd, text);
+  if (close(fd) != 0 && status == kStatusOk) return last_error();
+  return status;
+}
+
+}  // namespace
+
+Status replace_file(const std::string& path, std::string_view text) {
+  if (const Status status = fault_check("replace_file")) return status;
+  const std::string beside = path + ".new";
+  Status status = write_new(beside, text);
+  if (status == kStatusOk && std::rename(beside.c_str(), path.c_str()) != 0) status = last_error();
+  if (status != kStatusOk) unlink(beside.c_str());
+  return status;
+}

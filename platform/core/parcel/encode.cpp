@@ -1,0 +1,157 @@
+// Encoding: one pass over the record by its plan, into a buffer that doubles.
+//
+// The record is the caller's own memory and trusted to have its description's layout; counts without elements
+// are refused all the same, because a half-filled record is the mistake that is easiest made. The result
+// never exceeds kParcelMaxSize. Any thread; nothing is kept.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/core/base/fault.h"
+#include "platform/core/base/memory.h"
+#include "platform/core/parcel/parcel.h"
+#include "platform/core/parcel/plan.h"
+
+using namespace parcel_detail;
+
+namespace {
+
+constexpr std::size_t kFirstCapacity = 256;
+
+// Owns its octets until release().
+class Buffer {
+ public:
+  ~Buffer() { std::free(octets_); }
+  Buffer() = default;
+  Buffer(const Buffer&) = delete;
+  Buffer& operator=(const Buffer&) = delete;
+
+  Status put(const void* octets, std::size_t count) {
+    if (count > capacity_ - size_) {
+      if (Status s = grow(count)) return s;
+    }
+    if (count != 0) std::memcpy(octets_ + size_, octets, count);
+    size_ += count;
+    return kStatusOk;
+  }
+
+  Status put_u32(std::uint32_t value) {
+    const std::uint8_t octets[] = {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
+                                   static_cast<std::uint8_t>(value >> 16),
+                                   static_cast<std::uint8_t>(value >> 24)};
+    return put(octets, sizeof octets);
+  }
+
+  std::uint8_t* release(std::size_t* size) {
+    *size = size_;
+    std::uint8_t* octets = octets_;
+    octets_ = nullptr;
+    return octets;
+  }
+
+ private:
+  Status grow(std::size_t count) {
+    if (count > kParcelMaxSize || size_ + count > kParcelMaxSize) return kStatusMessageTooLarge;
+    // Never more than a record may have: a full buffer is what a record that is too large is noticed by.
+    const std::size_t capacity =
+        std::min(kParcelMaxSize, std::max({kFirstCapacity, 2 * capacity_, size_ + count}));
+    auto* octets = static_cast<std::uint8_t*>(calloc_tagged(capacity, 1, "parcel buffer"));
+    if (octets == nullptr) return kStatusNoMemory;
+    if (size_ != 0) std::memcpy(octets, octets_, size_);
+    std::free(octets_);
+    octets_ = octets;
+    capacity_ = capacity;
+    return kStatusOk;
+  }
+
+  std::uint8_t* octets_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+template <typename T>
+T slot(const std::uint8_t* record, std::uint32_t offset) {
+  T value;
+  std::memcpy(&value, record + offset, sizeof value);
+  return value;
+}
+
+Status put_text(Buffer* out, const char* text) {
+  if (text == nullptr) return out->put_u32(0);
+  const std::size_t length = std::strlen(text);
+  if (length >= kParcelMaxSize) return kStatusMessageTooLarge;
+  if (Status s = out->put_u32(static_cast<std::uint32_t>(length + 1))) return s;
+  return out->put(text, length);
+}
+
+// A count and its elements' octets, each element `width` octets.
+Status put_count(Buffer* out, std::uint64_t count, const void* elements, std::uint64_t max) {
+  if (count > max) return kStatusMessageTooLarge;
+  if (count != 0 && elements == nullptr) return kStatusInvalid;
+  return out->put_u32(static_cast<std::uint32_t>(count));
+}
+
+Status put_octets(Buffer* out, std::uint64_t count, const void* octets, std::uint64_t max) {
+  if (Status s = put_count(out, count, octets, max)) return s;
+  return out->put(octets, static_cast<std::size_t>(count));
+}
+
+Status put_structure(Buffer* out, const Plan& plan, const PlanStructure& structure,
+                     const std::uint8_t* record);
+
+Status put_structures(Buffer* out, const Plan& plan, const PlanStructure& structure,
+                      const ParcelArray& array) {
+  if (Status s = put_count(out, array.count, array.elements, kParcelMaxSize)) return s;
+  const auto* element = static_cast<const std::uint8_t*>(array.elements);
+  for (std::uint64_t i = 0; i < array.count; ++i, element += structure.size) {
+    if (Status s = put_structure(out, plan, structure, element)) return s;
+  }
+  return kStatusOk;
+}
+
+Status put_field(Buffer* out, const Plan& plan, const PlanField& field, const std::uint8_t* record) {
+  switch (field.kind) {
+    case FieldKind::kText:
+      return put_text(out, slot<const char*>(record, field.offset));
+    case FieldKind::kOctet:
+      return out->put(record + field.offset, 1);
+    case FieldKind::kOctets: {
+      const auto octets = slot<ParcelOctets>(record, field.offset);
+      return put_octets(out, octets.length, octets.octets, kParcelMaxSize);
+    }
+    case FieldKind::kOctetArray: {
+      const auto array = slot<ParcelArray>(record, field.offset);
+      return put_octets(out, array.count, array.elements, field.max);
+    }
+    case FieldKind::kStructures:
+      return put_structures(out, plan, plan.structures[field.nested],
+                            slot<ParcelArray>(record, field.offset));
+    default:
+      return out->put_u32(slot<std::uint32_t>(record, field.offset));
+  }
+}
+
+Status put_structure(Buffer* out, const Plan& plan, const PlanStructure& structure,
+                     const std::uint8_t* record) {
+  for (const PlanField& field : structure.fields) {
+    if (Status s = put_field(out, plan, field, record)) return s;
+  }
+  return kStatusOk;
+}
+
+}  // namespace
+
+Status parcel_encode(const ParcelDescription* description, const void* record, std::uint8_t** data,
+                     std::size_t* length) {
+  if (Status s = fault_check("parcel_encode")) return s;
+  if (record == nullptr || data == nullptr || length == nullptr) return kStatusInvalid;
+  const Plan* plan = plan_for(description);
+  if (plan == nullptr) return kStatusBadDescription;
+  Buffer out;
+  if (Status s = out.put(plan->prefix.data(), plan->prefix.size())) return s;
+  if (Status s = put_structure(&out, *plan, plan->structures[0], static_cast<const std::uint8_t*>(record))) {
+    return s;
+  }
+  *data = out.release(length);
+  return kStatusOk;
+}

@@ -1,0 +1,40 @@
+// The process towards its service manager: readiness by sd_notify(3), and two questions to the system.
+#include "platform/core/proc/proc.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "platform/core/base/fault.h"
+
+namespace {
+
+constexpr std::size_t kMaxThreadName = 15;  // of the kernel, without the terminating octet
+
+}  // namespace
+
+Status proc_ready() {
+  if (Status s = fault_check("proc_ready")) return s;
+  const int sent = sd_notify(0, "READY=1");
+  return sent < 0 ? static_cast<Status>(-sent) : kStatusOk;
+}
+
+void proc_name_thread(const char* name) {
+  if (name == nullptr) return;
+  // Only a name that is too long can be refused.
+  pthread_setname_np(pthread_self(), std::string(name).substr(0, kMaxThreadName).c_str());
+}
+
+Status proc_file_readable(const char* path) {
+  if (Status s = fault_check("proc_file_readable")) return s;
+  if (path == nullptr) return kStatusInvalid;
+  struct stat status {};
+  if (stat(path, &status) != 0) return static_cast<Status>(errno);
+  if (S_ISDIR(status.st_mode)) return EISDIR;
+  return faccessat(AT_FDCWD, path, R_OK, AT_EACCESS) == 0 ? kStatusOk : static_cast<Status>(errno);
+}

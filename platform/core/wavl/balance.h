@@ -1,0 +1,29 @@
+// The balance of a weak-AVL tree: joining and parting of one link and the rank repairs that follow (Haeupler,
+// Sen, Tarjan: Rank-Balanced Trees, ACM TALG 11(4), sections 3 and 4). Knows links and ranks only; keys,
+// threads and nodes are tree.cpp's.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/core/wavl/wavl.h"
+
+namespace wavl_detail {
+
+// The parts of one thread that a repair may change.
+struct Thread {
+  WavlLink** root;
+  std::uint64_t* rotations;
+};
+
+// Rank of a link; a missing child has rank -1.
+inline int rank_of(const WavlLink* link) {
+  return link == nullptr ? -1 : static_cast<int>(link->rank);
+}
+
+// Joins a link as a leaf at child `side` of parent (the root when parent is null) and restores the rank rule.
+// REQUIRES: that place is empty.
+void join_leaf(const Thread& thread, WavlLink* link, WavlLink* parent, unsigned side);
+// Takes a link out, restores the rank rule and clears the link. REQUIRES: it is in the thread.
+void take_out(const Thread& thread, WavlLink* link);
+
+}  // namespace wavl_detail

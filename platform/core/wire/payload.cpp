@@ -1,0 +1,138 @@
+// Payload and frame encoding. Integers are taken apart by shifts, so neither the host's byte order nor
+// alignment matters; compilers make single loads and stores of it.
+#include <cstring>
+
+#include "platform/core/wire/wire.h"
+
+namespace wire {
+
+namespace {
+
+constexpr std::size_t kLengthOffset = 12;
+
+template <typename Integer>
+void append(Octets* out, Integer value) {
+  const std::size_t at = out->size();
+  out->resize(at + sizeof(Integer));
+  for (std::size_t i = 0; i < sizeof(Integer); ++i) {
+    (*out)[at + i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i));
+  }
+}
+
+template <typename Integer>
+Integer load(const std::uint8_t* from) {
+  std::uint64_t value = 0;
+  for (std::size_t i = 0; i < sizeof(Integer); ++i) value |= std::uint64_t{from[i]} << (8 * i);
+  return static_cast<Integer>(value);
+}
+
+void store_u32(std::uint8_t* to, std::uint32_t value) {
+  for (std::size_t i = 0; i < sizeof value; ++i) to[i] = static_cast<std::uint8_t>(value >> (8 * i));
+}
+
+}  // namespace
+
+void Writer::u8(std::uint8_t value) {
+  out_->push_back(value);
+}
+void Writer::u16(std::uint16_t value) {
+  append(out_, value);
+}
+void Writer::u32(std::uint32_t value) {
+  append(out_, value);
+}
+void Writer::u64(std::uint64_t value) {
+  append(out_, value);
+}
+
+void Writer::octets(OctetSpan value) {
+  u32(static_cast<std::uint32_t>(value.size()));
+  out_->insert(out_->end(), value.begin(), value.end());
+}
+
+void Writer::text(std::string_view value) {
+  u32(static_cast<std::uint32_t>(value.size()));
+  out_->insert(out_->end(), value.begin(), value.end());
+}
+
+void Writer::patch_u32(std::size_t offset, std::uint32_t value) {
+  store_u32(out_->data() + offset, value);
+}
+
+void Writer::truncate(std::size_t size) {
+  out_->resize(size);
+}
+
+OctetSpan Reader::take(std::size_t size) {
+  if (!ok_ || size > rest_.size()) {
+    ok_ = false;
+    rest_ = {};
+    return {};
+  }
+  const OctetSpan taken = rest_.first(size);
+  rest_ = rest_.subspan(size);
+  return taken;
+}
+
+std::uint8_t Reader::u8() {
+  const OctetSpan taken = take(1);
+  return taken.empty() ? std::uint8_t{0} : taken[0];
+}
+
+std::uint16_t Reader::u16() {
+  const OctetSpan taken = take(2);
+  return taken.empty() ? std::uint16_t{0} : load<std::uint16_t>(taken.data());
+}
+
+std::uint32_t Reader::u32() {
+  const OctetSpan taken = take(4);
+  return taken.empty() ? 0 : load<std::uint32_t>(taken.data());
+}
+
+std::uint64_t Reader::u64() {
+  const OctetSpan taken = take(8);
+  return taken.empty() ? 0 : load<std::uint64_t>(taken.data());
+}
+
+OctetSpan Reader::octets() {
+  return take(u32());
+}
+
+std::string_view Reader::text() {
+  const OctetSpan taken = octets();
+  return {reinterpret_cast<const char*>(taken.data()), taken.size()};
+}
+
+std::size_t begin_frame(Octets* out, std::uint16_t type, std::uint32_t request) {
+  const std::size_t frame = out->size();
+  Writer writer(out);
+  writer.u32(kMagic);
+  writer.u16(kVersion);
+  writer.u16(type);
+  writer.u32(request);
+  writer.u32(0);
+  return frame;
+}
+
+void finish_frame(Octets* out, std::size_t frame) {
+  const std::size_t payload = out->size() - frame - kHeaderSize;
+  store_u32(out->data() + frame + kLengthOffset, static_cast<std::uint32_t>(payload));
+}
+
+Status parse_frame(OctetSpan data, std::size_t max_payload, Message* message, std::size_t* used) {
+  *used = kHeaderSize;
+  if (data.size() < kHeaderSize) return kStatusNotConnected;
+  Reader header(data.first(kHeaderSize));
+  if (header.u32() != kMagic) return kStatusBadMessage;
+  if (header.u16() != kVersion) return kStatusVersionMismatch;
+  message->type = header.u16();
+  message->request = header.u32();
+  const std::uint32_t length = header.u32();
+  if (length > max_payload) return kStatusMessageTooLarge;
+  *used = kHeaderSize + length;
+  if (data.size() < *used) return kStatusNotConnected;
+  message->payload = data.subspan(kHeaderSize, length);
+  return kStatusOk;
+}
+
+}  // namespace wire

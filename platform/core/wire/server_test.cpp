@@ -1,0 +1,401 @@
+// Tests of the server: clients that behave and clients that do not.
+#include "platform/core/wire/wire.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+
+#include <thread>
+
+#include "platform/core/files/directories.h"
+#include "platform/core/wire/test_server.h"
+
+namespace wire {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using namespace std::chrono_literals;
+
+TEST_F(WireServerTest, AnswersAMessage) {
+  ExpectEcho(ConnectRaw());
+}
+
+TEST_F(WireServerTest, MessageThatComesOctetByOctetIsAnswered) {
+  const int client = ConnectRaw();
+  const Octets frame = Frame(kEcho, 9, {1, 2, 3, 4, 5});
+  for (const std::uint8_t octet : frame) {
+    EXPECT_THAT(ReadAll(client), IsEmpty());
+    Write(client, {octet});
+    Step();
+  }
+  EXPECT_EQ(ReadAll(client), frame);
+}
+
+TEST_F(WireServerTest, LargestAllowedMessageIsAnswered) {
+  const int client = ConnectRaw();
+  const Octets frame = Frame(kEcho, 1, Octets(64U << 10));
+  Octets answer;
+  std::size_t written = 0;
+  while (answer.size() < frame.size()) {
+    if (written < frame.size()) {
+      const ssize_t count = write(client, frame.data() + written, frame.size() - written);
+      if (count > 0) written += static_cast<std::size_t>(count);
+    }
+    ASSERT_TRUE(event_run_pending(manager));
+    const Octets part = ReadAll(client);
+    answer.insert(answer.end(), part.begin(), part.end());
+  }
+  EXPECT_EQ(answer, frame);
+}
+
+TEST_F(WireServerTest, ThousandPipelinedMessagesAreAnsweredInOrder) {
+  const int client = ConnectRaw();
+  Octets requests;
+  for (std::uint32_t i = 0; i < 1000; ++i) {
+    const Octets frame = Frame(kEcho, i, {static_cast<std::uint8_t>(i)});
+    requests.insert(requests.end(), frame.begin(), frame.end());
+  }
+  Write(client, requests);
+  Octets answers;
+  while (answers.size() < requests.size()) {
+    ASSERT_TRUE(event_run_pending(manager));
+    const Octets part = ReadAll(client);
+    answers.insert(answers.end(), part.begin(), part.end());
+  }
+  EXPECT_EQ(answers, requests);
+}
+
+TEST_F(WireServerTest, ATurnOfOneClientIsBoundedSoThatOthersAreServed) {
+  const int greedy = ConnectRaw();
+  const int modest = ConnectRaw();
+  for (std::uint32_t i = 0; i < 200; ++i) Write(greedy, Frame(kEcho, i, {}));
+  Write(modest, Frame(kEcho, 1, {}));
+  std::array<unsigned char, 1024> buffer;
+  EventContext context{manager, buffer.data(), buffer.size(), 0};
+  ASSERT_EQ(event_wait_for(&context, 0), 0);
+  event_dispatch(&context);
+  EXPECT_EQ(ReadAll(modest).size(), kHeaderSize);
+  EXPECT_EQ(ReadAll(greedy).size(), 64 * kHeaderSize);
+  Step();
+  EXPECT_EQ(ReadAll(greedy).size(), 136 * kHeaderSize);
+}
+
+struct BadStream {
+  const char* name;
+  Octets octets;
+  const char* reason;
+};
+
+TEST_F(WireServerTest, BrokenStreamsCloseThatClientWithALoggedReasonAndDisturbNobodyElse) {
+  Octets bad_magic = Frame(kEcho, 1, {});
+  bad_magic[3] = 0;
+  Octets oversized = Frame(kEcho, 1, {});
+  oversized[14] = 0x10;  // a length of a megabyte
+  const int good = ConnectRaw();
+  for (const BadStream& bad : {BadStream{"magic", bad_magic, err_text(kStatusBadMessage)},
+                               BadStream{"size", oversized, err_text(kStatusMessageTooLarge)},
+                               BadStream{"handler", Frame(kMalformed, 1, {}), "a malformed request"}}) {
+    SCOPED_TRACE(bad.name);
+    const int client = ConnectRaw();
+    Write(client, bad.octets);
+    ::testing::internal::CaptureStderr();
+    Step();
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr(bad.reason));
+    EXPECT_TRUE(IsClosed(client));
+    ExpectEcho(good);
+  }
+  EXPECT_EQ(closed, 3);
+  EXPECT_EQ(server->client_count(), 1U);
+}
+
+TEST_F(WireServerTest, AnnouncedSizeBeyondTheBoundIsRefusedBeforeItsOctetsCome) {
+  const int client = ConnectRaw();
+  Octets header = Frame(kEcho, 1, {});
+  header[12] = header[13] = header[14] = header[15] = 0xff;
+  Write(client, header);
+  Step();
+  EXPECT_TRUE(IsClosed(client));
+  EXPECT_EQ(handled, 0);
+}
+
+TEST_F(WireServerTest, PeerOfAnotherVersionIsToldAndClosed) {
+  const int client = ConnectRaw();
+  Octets frame = Frame(kEcho, 1, {});
+  frame[4] = kVersion + 1;
+  Write(client, frame);
+  ::testing::internal::CaptureStderr();
+  Step();
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr(err_text(kStatusVersionMismatch)));
+  EXPECT_EQ(ReadAll(client), Frame(kTypeVersionMismatch, 0, {}));
+  EXPECT_TRUE(IsClosed(client));
+}
+
+TEST_F(WireServerTest, StreamThatEndsWithinAMessageIsLogged) {
+  const int client = ConnectRaw();
+  Octets frame = Frame(kEcho, 1, {1, 2, 3});
+  frame.pop_back();
+  Write(client, frame);
+  shutdown(client, SHUT_WR);
+  ::testing::internal::CaptureStderr();
+  Step();
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("it ended within a message"));
+  EXPECT_EQ(server->client_count(), 0U);
+}
+
+TEST_F(WireServerTest, CleanDisconnectIsNotLogged) {
+  const int client = ConnectRaw();
+  ExpectEcho(client);
+  shutdown(client, SHUT_RDWR);
+  ::testing::internal::CaptureStderr();
+  Step();
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(server->client_count(), 0U);
+  EXPECT_EQ(closed, 1);
+}
+
+TEST_F(WireServerTest, ClientThatVanishesAfterItsRequestDisturbsNobody) {
+  const int good = ConnectRaw();
+  std::array<int, 2> pair{-1, -1};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair.data()), 0);
+  server->adopt(pair[1]);
+  Write(pair[0], Frame(kEcho, 1, {}));
+  ::close(pair[0]);
+  Step();
+  EXPECT_EQ(handled, 1);
+  EXPECT_EQ(server->client_count(), 1U);
+  ExpectEcho(good);
+}
+
+TEST_F(WireServerTest, HalfClosedClientStillGetsItsAnswers) {
+  const int client = ConnectRaw();
+  Write(client, Frame(kEcho, 1, {7}));
+  shutdown(client, SHUT_WR);
+  Step();
+  EXPECT_EQ(ReadAll(client), Frame(kEcho, 1, {7}));
+  EXPECT_EQ(server->client_count(), 0U);
+}
+
+TEST_F(WireServerTest, ClientThatNeverReadsIsPausedAndTheOthersServed) {
+  const int silent = ConnectRaw();
+  const int good = ConnectRaw();
+  Octets payload;
+  Writer(&payload).u32(300U << 10);
+  for (std::uint32_t i = 0; i < 100; ++i) Write(silent, Frame(kBig, i, payload));
+  Step();
+  EXPECT_LT(handled, 10);  // a megabyte and one answer, not a hundred
+  EXPECT_EQ(server->client_count(), 2U);
+  ExpectEcho(good);
+  // Once it reads, it gets everything.
+  std::size_t received = 0;
+  const std::size_t expected = 100 * (kHeaderSize + (300U << 10));
+  while (received < expected) {
+    received += ReadAll(silent).size();
+    if (received == expected) break;
+    ASSERT_TRUE(event_run_pending(manager));
+  }
+  EXPECT_EQ(received, expected);
+}
+
+TEST_F(WireServerTest, NumberOfWaitingAnswersIsBoundedToo) {
+  Limits limits;
+  limits.pause_messages = 10;
+  limits.messages_per_turn = 1000;
+  MakeServer(limits);
+  const int client = ConnectRaw();
+  Octets payload;
+  Writer(&payload).u32(100U << 10);
+  for (std::uint32_t i = 0; i < 20; ++i) Write(client, Frame(kBig, i, payload));
+  Step();
+  EXPECT_LE(handled, 10);
+}
+
+TEST_F(WireServerTest, ReaderThatTakesNoUnaskedMessagesIsClosedBeyondTheBound) {
+  const int client = ConnectRaw();
+  Step();
+  Connection* connection = server->find(1);
+  ASSERT_NE(connection, nullptr);
+  const Octets megabyte(1U << 20);
+  ::testing::internal::CaptureStderr();
+  int sent = 0;
+  while (server->find(1) != nullptr && sent < 100) {
+    server->for_each([&](Connection& each) { each.send(kEcho, 0, megabyte); });
+    ++sent;
+  }
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("it does not read what it is sent"));
+  EXPECT_EQ(sent, 17);
+  EXPECT_EQ(server->client_count(), 0U);
+  static_cast<void>(client);
+}
+
+TEST_F(WireServerTest, UnaskedMessageGoesOutAtOnce) {
+  const int client = ConnectRaw();
+  server->find(1)->send(kEcho, 0, Octets{4});
+  EXPECT_EQ(ReadAll(client), Frame(kEcho, 0, {4}));
+}
+
+TEST_F(WireServerTest, UnaskedMessageToAClientThatWentAwayClosesIt) {
+  std::array<int, 2> pair{-1, -1};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair.data()), 0);
+  server->adopt(pair[1]);
+  ::close(pair[0]);
+  server->find(1)->send(kEcho, 0, {});
+  EXPECT_EQ(server->client_count(), 0U);
+}
+
+TEST_F(WireServerTest, AnswerIsWrittenInPlace) {
+  const int client = ConnectRaw();
+  Connection* connection = server->find(1);
+  Writer writer = connection->begin(kEcho, 3);
+  writer.u8(1);
+  writer.u8(2);
+  connection->finish();
+  EXPECT_EQ(ReadAll(client), Frame(kEcho, 3, {1, 2}));
+}
+
+TEST_F(WireServerTest, ClientsBeyondTheBoundAreTurnedAway) {
+  Limits limits;
+  limits.max_clients = 2;
+  MakeServer(limits);
+  const int first = ConnectRaw();
+  ConnectRaw();
+  ::testing::internal::CaptureStderr();
+  const int third = ConnectRaw();
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("turned away"));
+  EXPECT_TRUE(IsClosed(third));
+  ExpectEcho(first);
+}
+
+TEST_F(WireServerTest, ClientThatCannotBeWatchedIsClosed) {
+  const ScopedFault fault("event_fd_add", kStatusNoMemory);
+  EXPECT_TRUE(IsClosed(ConnectRaw()));
+  EXPECT_EQ(server->client_count(), 0U);
+}
+
+TEST_F(WireServerTest, StopClosesEveryClientAndTakesNoMore) {
+  const int client = ConnectRaw();
+  server->stop();
+  EXPECT_TRUE(IsClosed(client));
+  EXPECT_EQ(closed, 1);
+  ClientSocket late;
+  ASSERT_EQ(late.connect(event_manager_socket("/dev/echo"), 1000ms), kStatusOk);
+  Step();
+  Message message;
+  EXPECT_EQ(late.receive(&message), kStatusNotConnected);
+}
+
+TEST_F(WireServerTest, HandlerMayCloseAnotherClient) {
+  const int victim = ConnectRaw();
+  const int killer = ConnectRaw();
+  server = nullptr;
+  server = std::make_unique<Server>(manager, "kill", Limits{}, [&](Connection& from, const Message&) {
+    server->for_each([&](Connection& other) {
+      if (&other != &from) other.close("told to");
+    });
+    return true;
+  });
+  const int second_victim = ConnectRaw();
+  const int second_killer = ConnectRaw();
+  Write(second_victim, Frame(kEcho, 1, {}));
+  Write(second_killer, Frame(kEcho, 1, {}));
+  Step();
+  EXPECT_EQ(server->client_count(), 1U);
+  EXPECT_TRUE(IsClosed(victim));
+  EXPECT_TRUE(IsClosed(killer));
+}
+
+// --- The barrier before output
+
+TEST_F(WireServerTest, HeldClientIsServedAgainWhenItIsReleased) {
+  const int client = ConnectRaw();
+  Write(client, Frame(kEcho, 1, {}));
+  Write(client, Frame(kHeld, 2, {}));
+  Write(client, Frame(kEcho, 3, {}));
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(handled, 2);
+  EXPECT_EQ(ReadAll(client), Frame(kEcho, 1, {}));
+  Write(client, Frame(kEcho, 4, {}));
+  Step();
+  EXPECT_EQ(handled, 2) << "what comes meanwhile waits";
+  ReleaseHeld();
+  for (int turn = 0; turn < 5; ++turn) Step();
+  Octets expected = Frame(kHeld, 0, {});
+  for (const std::uint32_t request : {3U, 4U}) {
+    const Octets frame = Frame(kEcho, request, {});
+    expected.insert(expected.end(), frame.begin(), frame.end());
+  }
+  EXPECT_EQ(ReadAll(client), expected);
+}
+
+TEST_F(WireServerTest, HeldClientThatSendsNothingMoreGetsItsAnswer) {
+  const int client = ConnectRaw();
+  Write(client, Frame(kHeld, 1, {}));
+  ASSERT_EQ(shutdown(client, SHUT_WR), 0);
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(closed, 0);
+  ReleaseHeld();
+  EXPECT_EQ(ReadAll(client), Frame(kHeld, 0, {}));
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(closed, 1);
+}
+
+class OutputBarrierTest : public WireServerTest {
+ protected:
+  // Notes, at each call, how many octets the client could read already.
+  void SetBarrier(int client) {
+    set_output_barrier([this, client] {
+      int readable = -1;
+      EXPECT_EQ(ioctl(client, FIONREAD, &readable), 0);
+      readable_at_barrier.push_back(readable);
+    });
+  }
+  ~OutputBarrierTest() override { set_output_barrier(nullptr); }
+  std::vector<int> readable_at_barrier;
+};
+
+TEST_F(OutputBarrierTest, BarrierRunsBeforeTheAnswerLeaves) {
+  const int client = ConnectRaw();
+  SetBarrier(client);
+  ExpectEcho(client);
+  EXPECT_THAT(readable_at_barrier, ElementsAre(0));
+}
+
+TEST_F(OutputBarrierTest, BarrierRunsBeforeAnUnaskedMessageLeaves) {
+  const int client = ConnectRaw();
+  SetBarrier(client);
+  server->for_each([](Connection& connection) { connection.send(kEcho, 0, {}); });
+  EXPECT_THAT(readable_at_barrier, ElementsAre(0));
+  EXPECT_EQ(ReadAll(client), Frame(kEcho, 0, {}));
+}
+
+TEST_F(OutputBarrierTest, BarrierRunsOnceForTheAnswersOfOneWriteAndAgainForTheNext) {
+  const int client = ConnectRaw();
+  SetBarrier(client);
+  Octets both = Frame(kEcho, 1, {});
+  const Octets second = Frame(kEcho, 2, {});
+  both.insert(both.end(), second.begin(), second.end());
+  Write(client, both);
+  Step();
+  EXPECT_THAT(readable_at_barrier, ElementsAre(0));
+  Write(client, second);
+  Step();
+  EXPECT_THAT(readable_at_barrier, ElementsAre(0, static_cast<int>(both.size())));
+}
+
+TEST_F(OutputBarrierTest, BarrierDoesNotRunWithoutOutput) {
+  const int client = ConnectRaw();
+  SetBarrier(client);
+  Write(client, {'M', 'V'});
+  Step();
+  EXPECT_THAT(readable_at_barrier, ElementsAre());
+}
+
+TEST_F(OutputBarrierTest, BarrierOfAnotherThreadDoesNotRunHere) {
+  const int client = ConnectRaw();
+  std::thread([] { set_output_barrier([] { ADD_FAILURE() << "that thread serves nobody"; }); }).join();
+  ExpectEcho(client);
+}
+
+}  // namespace
+}  // namespace wire

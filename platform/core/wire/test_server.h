@@ -1,0 +1,116 @@
+// For tests: a server that echoes, its manager, and raw clients of it.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <vector>
+
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/core/wire/wire.h"
+
+namespace wire {
+
+inline constexpr std::uint16_t kEcho = 7;
+inline constexpr std::uint16_t kMalformed = 8;
+inline constexpr std::uint16_t kHeld = 10;  // the client is held: ReleaseHeld() answers
+inline constexpr std::uint16_t kBig = 9;    // the answer has as many octets as the payload's first word says
+
+inline Octets Frame(std::uint16_t type, std::uint32_t request, const Octets& payload) {
+  Octets frame;
+  begin_frame(&frame, type, request);
+  frame.insert(frame.end(), payload.begin(), payload.end());
+  finish_frame(&frame, 0);
+  return frame;
+}
+
+class WireServerTest : public ::testing::Test {
+ protected:
+  WireServerTest() {
+    manager = event_manager_create("/dev/echo", 0);
+    MakeServer({});
+  }
+  ~WireServerTest() override {
+    for (const int fd : raw_clients) ::close(fd);
+    server.reset();
+    event_manager_destroy(manager);
+    fault_disarm_all();
+  }
+
+  void MakeServer(const Limits& limits) {
+    server = std::make_unique<Server>(
+        manager, "echo", limits,
+        [this](Connection& from, const Message& message) { return Answer(from, message); },
+        [this](Connection&) { ++closed; });
+    server->start();
+  }
+
+  bool Answer(Connection& from, const Message& message) {
+    ++handled;
+    if (message.type == kMalformed) return false;
+    if (message.type == kBig) {
+      Reader reader(message.payload);
+      from.send(kBig, message.request, Octets(reader.u32()));
+      return true;
+    }
+    if (message.type == kHeld) {
+      from.hold();
+      held = from.weak_from_this();
+      return true;
+    }
+    from.send(message.type, message.request, message.payload);
+    return true;
+  }
+  void ReleaseHeld() {
+    const std::shared_ptr<Connection> connection = held.lock();
+    ASSERT_NE(connection, nullptr);
+    connection->send(kHeld, 0, {});
+    connection->release();
+  }
+
+  // One end of a socket pair; the server has the other.
+  int ConnectRaw() {
+    std::array<int, 2> pair{-1, -1};
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair.data()), 0);
+    server->adopt(pair[1]);
+    raw_clients.push_back(pair[0]);
+    return pair[0];
+  }
+  static void Write(int fd, const Octets& octets) {
+    ASSERT_EQ(write(fd, octets.data(), octets.size()), static_cast<ssize_t>(octets.size()));
+  }
+  void Step() const { event_run_pending(manager); }
+  static Octets ReadAll(int fd) {
+    Octets all;
+    std::array<std::uint8_t, 65536> part;
+    for (ssize_t got = 0; (got = read(fd, part.data(), part.size())) > 0;) {
+      all.insert(all.end(), part.begin(), part.begin() + got);
+    }
+    return all;
+  }
+  static bool IsClosed(int fd) {
+    std::uint8_t octet = 0;
+    const ssize_t got = read(fd, &octet, 1);
+    return got == 0 || (got < 0 && errno == ECONNRESET);
+  }
+  void ExpectEcho(int fd) {
+    Write(fd, Frame(kEcho, 5, {1}));
+    Step();
+    EXPECT_EQ(ReadAll(fd), Frame(kEcho, 5, {1}));
+  }
+
+  TestRunDirectory directory;
+  EventManager* manager = nullptr;
+  std::unique_ptr<Server> server;
+  std::vector<int> raw_clients;
+  int handled = 0;
+  std::weak_ptr<Connection> held;
+  int closed = 0;
+};
+
+}  // namespace wire

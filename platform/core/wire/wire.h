@@ -1,0 +1,270 @@
+// Framed messages over Unix stream sockets: what the processes of this system speak to each other.
+//
+// A message is a header of kHeaderSize octets and a payload, every integer little-endian:
+//
+//   offset 0  magic     "MVPN"
+//          4  version   16 bits, kVersion
+//          6  type      16 bits, given by the service; 0xffff is the answer to a peer of another version
+//          8  request   32 bits, chosen by the client and repeated in the answer; 0 in unasked messages
+//         12  length    32 bits, octets of the payload
+//
+// The header's layout is the same in every version, so that a mismatch can be told. Every octet of a peer is
+// untrusted: the length is checked against a limit before anything is allocated for it, and payloads are read
+// through a Reader that cannot run over.
+//
+// Thread: a Server and its Connections belong to the thread of their event manager; a ClientSocket to one
+// thread.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+
+namespace wire {
+
+using Octets = std::vector<std::uint8_t>;
+using OctetSpan = std::span<const std::uint8_t>;
+
+inline constexpr std::size_t kHeaderSize = 16;
+inline constexpr std::uint32_t kMagic = 0x4e50564d;  // "MVPN" as it stands on the wire
+inline constexpr std::uint16_t kVersion = 2;
+inline constexpr std::uint16_t kTypeVersionMismatch = 0xffff;
+
+// One message. The payload is valid only while the handler runs that was given it.
+struct Message {
+  std::uint16_t type = 0;
+  std::uint32_t request = 0;
+  OctetSpan payload;
+};
+
+// --- Payloads ------------------------------------------------------------------------------------
+
+// Appends to an octet vector, which must outlive it.
+class Writer {
+ public:
+  explicit Writer(Octets* out) : out_(out) {}
+  void u8(std::uint8_t value);
+  void u16(std::uint16_t value);
+  void u32(std::uint32_t value);
+  void u64(std::uint64_t value);
+  void octets(OctetSpan value);       // a 32-bit length, then the octets
+  void text(std::string_view value);  // the same
+  std::size_t size() const { return out_->size(); }
+  void patch_u32(std::size_t offset, std::uint32_t value);  // REQUIRES offset + 4 <= size()
+  void truncate(std::size_t size);                          // forgets what was written after that size
+
+ private:
+  Octets* out_;
+};
+
+// Reads a payload. The first read beyond the end makes it fail for good: from then on every read gives 0 or
+// nothing. Texts and octets point into the payload.
+class Reader {
+ public:
+  explicit Reader(OctetSpan payload) : rest_(payload) {}
+  std::uint8_t u8();
+  std::uint16_t u16();
+  std::uint32_t u32();
+  std::uint64_t u64();
+  OctetSpan octets();
+  std::string_view text();
+  bool ok() const { return ok_; }
+  std::size_t left() const { return rest_.size(); }
+  bool finished() const { return ok_ && rest_.empty(); }  // all was there and nothing is left over
+
+ private:
+  OctetSpan take(std::size_t size);
+  OctetSpan rest_;
+  bool ok_ = true;
+};
+
+// --- Frames --------------------------------------------------------------------------------------
+
+// Appends a header with length 0 and returns where it begins; finish_frame() then sets the length from what
+// was appended after it.
+std::size_t begin_frame(Octets* out, std::uint16_t type, std::uint32_t request);
+void finish_frame(Octets* out, std::size_t frame);
+
+// Looks for one whole message at the beginning of `data`. kStatusOk: *message is there and *used octets
+// belong to it. kStatusNotConnected: more octets are needed, *used says how many the message has in all
+// (kHeaderSize while its header is incomplete). kStatusBadMessage (magic), kStatusVersionMismatch,
+// kStatusMessageTooLarge.
+[[nodiscard]] Status parse_frame(OctetSpan data, std::size_t max_payload, Message* message,
+                                 std::size_t* used);
+
+// --- Server side ---------------------------------------------------------------------------------
+
+struct Limits {
+  std::size_t max_clients = 64;
+  std::size_t max_payload = 64U << 10;   // of one request
+  std::size_t pause_octets = 1U << 20;   // a client with more unsent octets than this is not read any more,
+  std::size_t pause_messages = 256;      // nor one with more unsent messages than this
+  std::size_t close_octets = 16U << 20;  // a client with more unsent octets than this is closed
+  std::size_t messages_per_turn = 64;    // of one client, before the others have their turn
+};
+
+class Server;
+
+// One client. Owned by its Server; a reference is valid until the server's close handler has returned for it,
+// and inside a message handler until that handler returns. A client that ends its own sending side still gets
+// the answers to what it had sent.
+class Connection : public std::enable_shared_from_this<Connection> {
+ public:
+  Connection(Server* server, int fd, std::uint64_t id);
+  ~Connection();
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  std::uint64_t id() const { return id_; }  // never used twice by one server
+  bool open() const { return fd_ >= 0; }
+  std::size_t queued() const { return out_.size() - out_start_; }  // unsent octets
+  // The peer is root, the process's own user or an administrator (peer_may_change below).
+  bool may_change() const;
+
+  // Queues one message. What is queued while a message of this client is handled goes out with one write
+  // after it; otherwise it goes out at once as far as the peer takes it. Beyond close_octets the client is
+  // closed.
+  void send(std::uint16_t type, std::uint32_t request, OctetSpan payload);
+  // The same without a copy: `Writer w = begin(...)`, write the payload, finish(). Nothing else may be sent
+  // in between.
+  Writer begin(std::uint16_t type, std::uint32_t request);
+  void finish();
+  // Handles no further message of this client until release(): for an answer that has to wait for something,
+  // as answers are given in the order of the requests. Within a message handler; what comes is kept
+  // meanwhile.
+  void hold() { held_ = true; }
+  void release();
+  // Closes; the reason is logged, null for an end that is nobody's fault. What was not sent yet is lost.
+  // Harmless when it is closed already.
+  void close(const char* reason);
+
+ private:
+  friend class Server;
+  void end(const char* reason);
+  void on_event(std::uint32_t events);
+  void proceed();
+  bool fill();
+  bool has_message() const;
+  bool handle_next();
+  void refuse(Status status);
+  void write_queue();
+  void watch();
+  bool paused() const;
+
+  Server* server_;
+  int fd_;
+  std::uint64_t id_;
+  std::uint32_t watched_ = 0;   // epoll events asked for
+  bool handling_ = false;       // what is queued now goes out after the messages at hand
+  bool continuing_ = false;     // a posted continuation is under way
+  bool peer_finished_ = false;  // the peer will send nothing more
+  bool held_ = false;           // an answer is to come before anything else
+  Octets in_;
+  std::size_t in_start_ = 0;
+  std::size_t in_end_ = 0;
+  Octets out_;
+  std::size_t out_start_ = 0;
+  std::size_t frame_ = 0;            // of begin()
+  std::size_t unsent_messages_ = 0;  // since the queue was last empty
+};
+
+// Sets what the calling thread does before octets leave for any client of any server, once for each write to
+// a socket: what a client could conclude from an answer has to be safe before the answer leaves. The servers
+// of another thread's event manager are not concerned. It must neither send nor close. Null takes it away.
+void set_output_barrier(std::function<void()> barrier);
+
+// Serves clients on the named socket of an event manager, which must outlive it.
+class Server {
+ public:
+  // False closes the client ("malformed request"). The handler may close any client.
+  using MessageHandler = std::function<bool(Connection&, const Message&)>;
+  // Told once for each client that goes; why is logged. The server's end tells it too, so it must not throw.
+  using CloseHandler = std::function<void(Connection&)>;
+
+  // The name appears in log lines ("kvtree: client 3 closed: ...").
+  Server(EventManager* manager, std::string name, Limits limits, MessageHandler on_message,
+         CloseHandler on_close = nullptr);
+  ~Server();  // stops
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  void start();  // becomes the manager's acceptor
+  void stop();   // closes every client
+  // Takes over a connected socket as if it had been accepted; closes it when there are too many clients.
+  void adopt(int fd);
+  std::size_t client_count() const { return clients_.size(); }
+  Connection* find(std::uint64_t id) const;                      // null when it is gone
+  void for_each(const std::function<void(Connection&)>& visit);  // the visitor may close any client
+  const Limits& limits() const { return limits_; }
+
+ private:
+  friend class Connection;
+  void forget(Connection& connection, const char* reason);
+
+  EventManager* manager_;
+  std::string name_;
+  Limits limits_;
+  MessageHandler on_message_;
+  CloseHandler on_close_;
+  bool accepting_ = false;
+  std::uint64_t next_id_ = 1;
+  std::map<std::uint64_t, std::shared_ptr<Connection>> clients_;
+};
+
+// Whether the peer of this connected Unix socket may change things: it is root, has this process's effective
+// user, or is in the administrators' group ("mpls_vpn_admin", or what MPLS_VPN_MIB_ADMIN_GROUP names).
+bool peer_may_change(int fd);
+
+// --- Client side ---------------------------------------------------------------------------------
+
+// A blocking connection with deadlines.
+class ClientSocket {
+ public:
+  explicit ClientSocket(std::size_t max_payload = 4U << 20) : max_payload_(max_payload) {}
+  ~ClientSocket() { close(); }
+  ClientSocket(const ClientSocket&) = delete;
+  ClientSocket& operator=(const ClientSocket&) = delete;
+
+  // Connects; the timeout is also the default bound of every later send and receive. kStatusNotConnected when
+  // nobody serves the socket, kStatusTimedOut, kStatusAccess, or the system's errno.
+  [[nodiscard]] Status connect(const std::string& path, std::chrono::milliseconds timeout);
+  void close();
+  bool connected() const { return fd_ >= 0; }
+  int fd() const { return fd_; }
+
+  // The frame that is being built: begin(), write the payload, then send(). The buffer is used again and
+  // again.
+  Writer begin(std::uint16_t type, std::uint32_t request);
+  std::size_t frame_size() const { return out_.size(); }  // so far, with its header
+  // Any failure closes the socket: kStatusTimedOut, kStatusNotConnected.
+  [[nodiscard]] Status send();
+  // The next message, of any request; the payload is valid until the next receive. kStatusTimedOut leaves the
+  // socket open (what was received in part is kept); every other failure closes it: kStatusNotConnected,
+  // kStatusBadMessage, kStatusVersionMismatch, kStatusMessageTooLarge.
+  [[nodiscard]] Status receive(Message* message);
+  [[nodiscard]] Status receive(Message* message, std::chrono::milliseconds timeout);
+
+ private:
+  Status fail(Status status);
+  Status read_some(std::size_t needed, std::chrono::steady_clock::time_point deadline, bool block);
+
+  std::size_t max_payload_;
+  int fd_ = -1;
+  std::chrono::milliseconds timeout_{0};
+  Octets out_;
+  Octets in_;
+  std::size_t in_start_ = 0;
+  std::size_t in_end_ = 0;
+};
+
+}  // namespace wire

@@ -1,0 +1,157 @@
+// Route distinguishers, their change callback and the AS number format.
+#include "platform/router/bgp_vpn/bgp_vpn.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <vector>
+
+#include "platform/router/bgp_vpn/rd_test_support.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::UnorderedElementsAre;
+
+class BgpVpn : public RdTest {};
+
+TEST_F(BgpVpn, RdOfAVrfIsItsText) {
+  AddVrf("red", "65000:100");
+  EXPECT_EQ(Rd("red"), "65000:100");
+}
+
+TEST_F(BgpVpn, VrfWithoutRdAndUnknownVrfAreNoSuchRow) {
+  AddVrf("red", "");
+  EXPECT_EQ(Rd("red"), err_text(kStatusNoSuchRow));
+  EXPECT_EQ(Rd("blue"), err_text(kStatusNoSuchRow));
+}
+
+TEST_F(BgpVpn, RdThatDoesNotFitIsInvalid) {
+  AddVrf("red", "65000:100");
+  std::array<char, 16> text{"before"};
+  EXPECT_EQ(bgp_vpn_rd_get("red", text.data(), 9), kStatusInvalid);
+  EXPECT_STREQ(text.data(), "before");
+  EXPECT_EQ(bgp_vpn_rd_get("red", text.data(), 10), kStatusOk);
+  EXPECT_STREQ(text.data(), "65000:100");
+}
+
+TEST_F(BgpVpn, ChangesAreToldOnTheLoop) {
+  AddVrf("red", "65000:1");
+  Register();
+  ChangeRd("red", "65000:2");
+  EXPECT_THAT(told(), ElementsAre()) << "before the loop ran";
+  ChangeRd("red", "");
+  Run();
+  EXPECT_THAT(told(), ElementsAre("set red 65000:2", "deletion red -"));
+}
+
+TEST_F(BgpVpn, WhatExistsIsToldBeforeTheRegistrationReturns) {
+  AddVrf("red", "65000:1");
+  AddVrf("none", "");
+  AddVrf("blue", "4200000000:1");
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusOk);
+  EXPECT_THAT(told(), UnorderedElementsAre("set red 65000:1", "set blue 64086.59904:1"));
+}
+
+TEST_F(BgpVpn, RdOfACreationIsToldOnTheLoop) {
+  Register();
+  AddVrf("red", "65000:1");
+  AddVrf("none", "");
+  EXPECT_THAT(told(), ElementsAre()) << "before the loop ran";
+  Run();
+  EXPECT_THAT(told(), ElementsAre("set red 65000:1"));
+}
+
+TEST_F(BgpVpn, OtherChangesAreNotTold) {
+  AddVrf("red", "65000:1");
+  Register();
+  router::ChangeVrf(&router_, "red", &router::Vrf::description, "other");
+  Run();
+  EXPECT_THAT(told(), ElementsAre());
+}
+
+TEST_F(BgpVpn, EndedRegistrationHearsNothingMore) {
+  AddVrf("red", "65000:1");
+  Register();
+  ChangeRd("red", "65000:2");
+  bgp_vpn_rd_unregister_cb();
+  Register();
+  Run();
+  EXPECT_THAT(told(), ElementsAre()) << "what was posted for the registration that ended";
+  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusExists);
+}
+
+TEST_F(BgpVpn, FormatChangesTakeEffectOnTheLoopAndAreTold) {
+  AddVrf("red", "4200000000:30");
+  AddVrf("blue", "65000:1");
+  Register();
+  ASSERT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusOk);
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  EXPECT_EQ(Rd("red"), "4200000000:30") << "before the loop ran";
+  Run();
+  EXPECT_EQ(Rd("red"), "64086.59904:30");
+  EXPECT_EQ(Rd("blue"), "65000:1");
+  Run();
+  EXPECT_THAT(told(), ElementsAre("set red 64086.59904:30"));
+}
+
+TEST_F(BgpVpn, FormatWithoutNotificationsTakesEffectAtOnce) {
+  AddVrf("red", "4200000000:30");
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdotPlus);
+  EXPECT_EQ(Rd("red"), "64086.59904:30");
+}
+
+TEST_F(BgpVpn, WithoutAModelNothingIsAvailable) {
+  bgp_vpn_attach(nullptr);
+  EXPECT_EQ(Rd("red"), err_text(kStatusUnavailable));
+  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+}
+
+TEST_F(BgpVpn, NullArgumentsAreInvalid) {
+  std::array<char, 8> text{};
+  EXPECT_EQ(bgp_vpn_rd_get(nullptr, text.data(), text.size()), kStatusInvalid);
+  EXPECT_EQ(bgp_vpn_rd_get("red", nullptr, 8), kStatusInvalid);
+  EXPECT_EQ(bgp_vpn_rd_register_cb(nullptr, &Note), kStatusInvalid);
+  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), nullptr), kStatusInvalid);
+  EXPECT_EQ(bgp_util_asn_format_init_notify(nullptr), kStatusInvalid);
+}
+
+TEST_F(BgpVpn, EveryOperationHasItsFaultPoint) {
+  AddVrf("red", "65000:1");
+  fault_arm("bgp_vpn_rd_get", kStatusIo);
+  fault_arm("bgp_vpn_rd_register_cb", kStatusIo);
+  fault_arm("bgp_util_asn_format_init_notify", kStatusIo);
+  EXPECT_EQ(Rd("red"), err_text(kStatusIo));
+  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusIo);
+  EXPECT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusIo);
+  fault_disarm_all();
+  Register();  // the refused registration left no callback behind
+}
+
+TEST(RdText, AsNumbersAreWrittenInTheFormat) {
+  EXPECT_EQ(bgp_util_format_rd("4200000000:30", BgpAsnFormat::kAsplain), "4200000000:30");
+  EXPECT_EQ(bgp_util_format_rd("4200000000:30", BgpAsnFormat::kAsdot), "64086.59904:30");
+  EXPECT_EQ(bgp_util_format_rd("64086.59904:30", BgpAsnFormat::kAsplain), "4200000000:30");
+  EXPECT_EQ(bgp_util_format_rd("65535:1", BgpAsnFormat::kAsdot), "65535:1");
+  EXPECT_EQ(bgp_util_format_rd("65536:1", BgpAsnFormat::kAsdot), "1.0:1");
+  EXPECT_EQ(bgp_util_format_rd("4200000000:30", BgpAsnFormat::kAsdotPlus), "64086.59904:30");
+}
+
+TEST(RdText, SmallAsNumbersKeepTheTextOfTheirType) {
+  for (const BgpAsnFormat format : {BgpAsnFormat::kAsplain, BgpAsnFormat::kAsdot, BgpAsnFormat::kAsdotPlus}) {
+    EXPECT_EQ(bgp_util_format_rd("65000:1", format), "65000:1");
+    EXPECT_EQ(bgp_util_format_rd("0.65000:1", format), "0.65000:1");
+    EXPECT_EQ(bgp_util_format_rd("0.65535:1", format), "0.65535:1");
+  }
+}
+
+TEST(RdText, AddressesAndOtherTextsStayAsTheyStand) {
+  for (const char* text :
+       {"10.0.0.1:5", "", "red", ":1", "4294967296:1", "70000:70000", "1.65536:1", "1.:1", ".1:1", "-1:1"}) {
+    EXPECT_EQ(bgp_util_format_rd(text, BgpAsnFormat::kAsdotPlus), text);
+  }
+}
+
+}  // namespace

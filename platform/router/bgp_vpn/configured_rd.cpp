@@ -1,0 +1,71 @@
+// See configured_rd.h. The tree itself is asked for the RD, so that it is there to be got before anybody
+// registers; notifications only say when to look again.
+#include "platform/router/bgp_vpn/configured_rd.h"
+
+#include <optional>
+#include <utility>
+
+#include "platform/config/vrf_config.h"
+
+namespace bgp_vpn {
+
+std::string text_in_force(const std::string& path) {
+  std::string text;
+  kvtree_config_in_force(path, [&](const KvConfigNode& node) {
+    if (node.path == path && node.value.type == KvValueType::kText) text = node.value.text;
+  });
+  return text;
+}
+
+std::string configured_rd(std::string_view vrf) {
+  for (const vrf_config::Family family : vrf_config::kFamiliesOfTargets) {
+    std::string rd = text_in_force(vrf_config::route_distinguisher(vrf, family, {}).path);
+    if (!rd.empty()) return rd;
+  }
+  return {};
+}
+
+Status ConfiguredRds::start(EventManager* manager, Changed changed) {
+  const Status status =
+      nodes_.follow(vrf_config::kVrfScope, manager, [this](const KvNotification* notification) {
+        // Most of what changes below the scope is something else.
+        if (std::string_view(kvtree_notify_info(notification)->item_name) == "rd")
+          take_notification(kvtree_notify_path(notification));
+      });
+  if (status == kStatusOk) {
+    changed_ = std::move(changed);
+  } else {
+    stop();
+  }
+  return status;
+}
+
+void ConfiguredRds::stop() {
+  nodes_.stop();
+  changed_ = nullptr;
+  told_.clear();
+}
+
+void ConfiguredRds::take_notification(std::string_view path) {
+  const std::optional<std::string> vrf = vrf_config::vrf_of(std::string(vrf_config::kVrfScope).append(path));
+  if (vrf) take_in(*vrf);
+}
+
+std::string ConfiguredRds::told(const std::string& vrf) const {
+  const auto found = told_.find(vrf);
+  return found == told_.end() ? std::string() : found->second;
+}
+
+void ConfiguredRds::take_in(const std::string& vrf) {
+  const std::string before = told(vrf);
+  const std::string now = configured_rd(vrf);
+  if (now == before) return;
+  if (now.empty()) {
+    told_.erase(vrf);
+  } else {
+    told_[vrf] = now;
+  }
+  if (changed_) changed_(vrf, before);
+}
+
+}  // namespace bgp_vpn

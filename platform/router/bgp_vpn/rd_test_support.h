@@ -1,0 +1,74 @@
+// For tests of route distinguishers: a router model whose VRFs have them, an empty configuration, and a
+// callback that notes what it is told.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/router/bgp_vpn/bgp_vpn.h"
+#include "platform/router/model/vrf_test_support.h"
+#include "platform/store/tree/kvtree.h"
+
+class RdTest : public ::testing::Test {
+ protected:
+  RdTest() : manager_(event_manager_create("/dev/test/main", 0), event_manager_destroy) {
+    told().clear();
+    kvtree_reset();
+    bgp_vpn_attach(&router_);
+  }
+  ~RdTest() override {
+    fault_disarm_all();
+    bgp_vpn_rd_unregister_cb();
+    bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
+    bgp_vpn_attach(nullptr);
+    kvtree_reset();
+  }
+
+  void AddVrf(const std::string& name, const std::string& rd) {
+    vrf_.name = name;
+    vrf_.id += 10;
+    vrf_.rd = rd;
+    ASSERT_EQ(router_.create_vrf(vrf_), kStatusOk);
+  }
+  void ChangeRd(const std::string& name, const std::string& rd) {
+    router::ChangeVrf(&router_, name, &router::Vrf::rd, rd);
+  }
+  // Its text, or why there is none.
+  static std::string Rd(const std::string& name) {
+    std::array<char, 51> text{};
+    const Status status = bgp_vpn_rd_get(name.c_str(), text.data(), text.size());
+    return status == kStatusOk ? text.data() : err_text(status);
+  }
+
+  // "set red 65000:1", "deletion red -".
+  static std::vector<std::string>& told() {
+    static std::vector<std::string> all;
+    return all;
+  }
+  static void Note(std::uint32_t set, const char* vrf, const char* rd) {
+    told().push_back(std::string(set != 0 ? "set " : "deletion ") + vrf + " " + (rd == nullptr ? "-" : rd));
+  }
+  // Without what is told at once.
+  void Register() const {
+    const std::vector<std::string> before = told();
+    ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusOk);
+    told() = before;
+  }
+  void Run() const { event_run_pending(manager_.get()); }
+  std::vector<std::string> TakeTold() const {
+    Run();
+    return std::exchange(told(), {});
+  }
+
+  TestRunDirectory directory_;
+  std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
+  router::Router router_;
+  router::Vrf vrf_;
+};

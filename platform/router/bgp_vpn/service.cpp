@@ -1,0 +1,219 @@
+// The BGP VPN library: route distinguishers from the configuration and the router model, their change
+// callback, and the AS number format.
+//
+// A VRF's RD is the configured one, else the model's. Text is made when it is asked for, in the format in
+// force. While there is a callback the library follows the configuration and observes the model for changed
+// RDs, and tells what is there at the registration and every change of the RD that counts: the model's are
+// posted on the manager of the registration with the texts of the time of the change, those of the
+// configuration come through the same manager. A change of the AS number format is posted likewise, behind
+// the telling of the route targets that it concerns (asn_format.cpp). A generation number lets posted calls
+// of an ended registration fall flat.
+#include "platform/router/bgp_vpn/bgp_vpn.h"
+
+#include <cstring>
+#include <map>
+#include <utility>
+
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "platform/router/bgp_vpn/asn_format.h"
+#include "platform/router/bgp_vpn/configured_rd.h"
+
+namespace {
+
+class Library : public router::Observer {
+ public:
+  void attach(router::Router* model);
+  void vrf_created(const router::Vrf& vrf) override;
+  void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
+  std::string model_rd(const std::string& vrf) const;
+  Status follow(EventManager* manager, BgpVpnRdCallback wanted);
+  void want_format(BgpAsnFormat wanted);
+  Status follow_format(EventManager* manager);
+  void end_notifications();
+
+  router::Router* model = nullptr;
+  BgpAsnFormat format = BgpAsnFormat::kAsplain;  // in force
+  EventManager* callback_manager = nullptr;
+  BgpVpnRdCallback callback = nullptr;
+  std::uint64_t generation = 0;
+
+ private:
+  std::map<std::string, std::string> all_rds() const;
+  void configuration_changed(const std::string& vrf, const std::string& before);
+  void post_rd(const std::string& vrf, const std::string& rd);
+  void tell(const std::string& vrf, const std::string& text) const;
+  Status post_format(BgpAsnFormat wanted);
+  void change_format(BgpAsnFormat next);
+
+  BgpAsnFormat wanted_format_ = BgpAsnFormat::kAsplain;  // in force when all that is posted was done
+  EventManager* format_manager_ = nullptr;
+  bgp_vpn::ConfiguredFormat configured_format_;
+  bgp_vpn::ConfiguredRds configured_;
+};
+
+Library& library() {
+  static Library the_library;
+  return the_library;
+}
+
+void Library::attach(router::Router* next) {
+  if (model != nullptr) model->stop_observing(this);
+  model = next;
+  if (model != nullptr) model->observe(router::ObserverRank::kOther, this);
+}
+
+std::string Library::model_rd(const std::string& vrf) const {
+  const router::Vrf* found = model == nullptr ? nullptr : model->find_vrf(vrf);
+  return found == nullptr ? std::string() : found->rd;
+}
+
+// The RD that counts of every VRF that has one, as far as it was told.
+std::map<std::string, std::string> Library::all_rds() const {
+  std::map<std::string, std::string> all = configured_.all();
+  if (model == nullptr) return all;
+  model->for_each_vrf([&](const router::Vrf& vrf) {
+    if (!vrf.rd.empty()) all.emplace(vrf.name, vrf.rd);
+  });
+  return all;
+}
+
+void Library::tell(const std::string& vrf, const std::string& text) const {
+  callback(text.empty() ? 0 : 1, vrf.c_str(), text.empty() ? nullptr : text.c_str());
+}
+
+void Library::post_rd(const std::string& vrf, const std::string& rd) {
+  if (callback == nullptr) return;
+  event_post(callback_manager, [this, posted = generation, vrf, text = bgp_util_format_rd(rd, format)] {
+    if (posted == generation) tell(vrf, text);
+  });
+}
+
+void Library::configuration_changed(const std::string& vrf, const std::string& before) {
+  const std::string from_model = model_rd(vrf);
+  const std::string now = configured_.told(vrf);
+  const std::string& rd = now.empty() ? from_model : now;
+  if (rd != (before.empty() ? from_model : before)) tell(vrf, bgp_util_format_rd(rd, format));
+}
+
+// Its RD is told behind the records and memberships of the new VRF, which are told first.
+void Library::vrf_created(const router::Vrf& vrf) {
+  const std::string& configured = configured_.told(vrf.name);
+  const std::string& rd = configured.empty() ? vrf.rd : configured;
+  if (!rd.empty()) post_rd(vrf.name, rd);
+}
+
+// A change of the model counts where nothing is configured.
+void Library::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
+  if (before.rd != now.rd && configured_.told(now.name).empty()) post_rd(now.name, now.rd);
+}
+
+void Library::change_format(BgpAsnFormat next) {
+  bgp_vpn::set_route_target_format(next);
+  const BgpAsnFormat before = std::exchange(format, next);
+  if (callback == nullptr) return;
+  for (const auto& [vrf, rd] : all_rds()) {
+    if (bgp_util_format_rd(rd, before) != bgp_util_format_rd(rd, format)) post_rd(vrf, rd);
+  }
+}
+
+// A change that waits is followed by the next one, so each begins where the one before it ends.
+void Library::want_format(BgpAsnFormat wanted) {
+  if (wanted == wanted_format_) return;
+  if (format_manager_ != nullptr) {
+    if (const Status status = post_format(wanted)) {
+      log_line("bgp_vpn: the format of AS numbers stays as it was: %s", err_text(status));
+      return;
+    }
+  }
+  wanted_format_ = wanted;
+  if (format_manager_ == nullptr) change_format(wanted);
+}
+
+Status Library::post_format(BgpAsnFormat wanted) {
+  const auto use_for_targets = [this, posted = generation](BgpAsnFormat used) {
+    if (posted == generation) bgp_vpn::set_route_target_format(used);
+  };
+  if (const Status status =
+          bgp_vpn::retell_route_targets(format_manager_, wanted_format_, wanted, use_for_targets))
+    return status;
+  event_post(format_manager_, [this, wanted, posted = generation] {
+    if (posted == generation) change_format(wanted);
+  });
+  return kStatusOk;
+}
+
+Status Library::follow_format(EventManager* manager) {
+  if (format_manager_ != nullptr) return kStatusExists;
+  const Status status =
+      configured_format_.start(manager, [this] { want_format(bgp_vpn::configured_format()); });
+  if (status != kStatusOk) return status;
+  want_format(bgp_vpn::configured_format());
+  format_manager_ = manager;
+  return kStatusOk;
+}
+
+Status Library::follow(EventManager* manager, BgpVpnRdCallback wanted) {
+  const Status status = configured_.start(manager, [this](const std::string& vrf, const std::string& before) {
+    configuration_changed(vrf, before);
+  });
+  if (status != kStatusOk) return status;
+  callback_manager = manager;
+  callback = wanted;
+  for (const auto& [vrf, rd] : all_rds()) tell(vrf, bgp_util_format_rd(rd, format));
+  return kStatusOk;
+}
+
+void Library::end_notifications() {
+  configured_.stop();
+  configured_format_.stop();
+  callback = nullptr;
+  callback_manager = nullptr;
+  format_manager_ = nullptr;
+  ++generation;
+  change_format(wanted_format_);
+}
+
+}  // namespace
+
+void bgp_vpn_attach(router::Router* model) {
+  library().attach(model);
+}
+
+void bgp_util_asn_format_set(BgpAsnFormat format) {
+  library().want_format(format);
+}
+
+BgpAsnFormat bgp_util_asn_format_get() {
+  return library().format;
+}
+
+Status bgp_util_asn_format_init_notify(EventManager* manager) {
+  if (Status status = fault_check("bgp_util_asn_format_init_notify")) return status;
+  if (manager == nullptr) return kStatusInvalid;
+  return library().follow_format(manager);
+}
+
+Status bgp_vpn_rd_get(const char* vrf_name, char* text, std::size_t size) {
+  if (Status status = fault_check("bgp_vpn_rd_get")) return status;
+  if (vrf_name == nullptr || text == nullptr) return kStatusInvalid;
+  if (library().model == nullptr) return kStatusUnavailable;
+  std::string found = bgp_vpn::configured_rd(vrf_name);
+  if (found.empty()) found = library().model_rd(vrf_name);
+  if (found.empty()) return kStatusNoSuchRow;
+  const std::string rd = bgp_util_format_rd(found, library().format);
+  if (rd.size() >= size) return kStatusInvalid;
+  std::memcpy(text, rd.c_str(), rd.size() + 1);
+  return kStatusOk;
+}
+
+Status bgp_vpn_rd_register_cb(EventManager* manager, BgpVpnRdCallback callback) {
+  if (Status status = fault_check("bgp_vpn_rd_register_cb")) return status;
+  if (manager == nullptr || callback == nullptr) return kStatusInvalid;
+  if (library().callback != nullptr) return kStatusExists;
+  return library().follow(manager, callback);
+}
+
+void bgp_vpn_rd_unregister_cb() {
+  library().end_notifications();
+}

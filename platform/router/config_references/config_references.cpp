@@ -1,0 +1,287 @@
+// See config_references.h.
+//
+// Notifications of the configuration say which VRFs have items. The items of protocols are kept by VRF and
+// interface, because they are announced again; of the others (below kVrfScope, where the items of a VRF are
+// together) it is enough to know that there is one. A deletion counts only if the item is not effective when
+// it is delivered, because items that are announced again are deleted first. Whether a VRF still has items is
+// looked up in the tree, once for all the deletions of one pass of the event loop.
+//
+// Joins and creations of VRFs wait until the membership service has delivered everything before them, which
+// is known by the order of its events (vmap.h); until then a timer without delay checks in each pass of the
+// loop.
+#include "platform/router/config_references/config_references.h"
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/config/vrf_config.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "platform/router/vmap/vmap.h"
+#include "platform/store/configuration/config.h"
+#include "platform/store/server/followed_nodes.h"
+#include "platform/store/tree/kvtree.h"
+
+namespace {
+
+using router::ReferenceHolder;
+
+constexpr std::size_t kJoinsPerStep = 100;
+
+struct VrfItems {
+  bool is_referenced = false;
+  bool has_own_items = false;                              // below kVrfScope
+  std::map<std::string, std::set<std::string>> protocols;  // paths by interface; "" for the whole VRF
+};
+
+struct Join {
+  std::uint64_t turn;  // what is older was told
+  std::string vrf;
+  std::string interface;  // empty: the VRF itself was created
+};
+
+class Follower : public router::Observer {
+ public:
+  Follower(router::Router* model, EventManager* manager) : model_(model), manager_(manager) {}
+  ~Follower() override;
+
+  Status start();
+
+  // Whether items are or were counted under this name since the membership service was last quiet.
+  bool is_name_of_items(const std::string& vrf, const std::string& interface) const;
+
+  void vrf_created(const router::Vrf& vrf) override {
+    if (model_->is_referenced(vrf.name)) retell_for(vrf.name, {});
+  }
+  void interface_added(const router::Interface& interface) override { joined(interface); }
+  void interface_moved(const router::Interface& now, const std::string&) override { joined(now); }
+  void interface_changed(const router::Interface& before, const router::Interface& now) override {
+    if (before.name != now.name || before.index != now.index) joined(now);
+  }
+
+ private:
+  Status follow(std::string_view scope);
+  void notified(const std::string& path, std::uint32_t events);
+  void item_set(const std::string& path, const std::string& vrf);
+  void item_deleted(const std::string& path, const std::string& vrf);
+  void refer(const std::string& vrf, VrfItems* items);
+  void check_later(const std::string& vrf);
+  void check_unsure();
+  void check(const std::string& vrf);
+
+  void joined(const router::Interface& interface);
+  void retell_for(const std::string& vrf, const std::string& interface);
+  void retell_later();
+  void retell_some();
+  void add_items(const Join& join, std::set<std::string>* paths) const;
+  void tell_description(const std::string& vrf) const;
+
+  router::Router* model_;
+  EventManager* manager_;
+  FollowedNodes configuration_;
+  std::unordered_map<std::string, VrfItems> vrfs_;
+  std::set<std::string> unsure_;  // VRFs that lost an item
+  // VRFs with names of interfaces that have no items any more. Two interfaces may be known by one name while
+  // renames are under way, and then the last deletion may have been counted for the other one.
+  std::set<std::pair<std::string, std::string>> former_names_;
+  std::deque<Join> joins_;
+  EventTimerId checking_ = 0;
+  EventTimerId retelling_ = 0;
+};
+
+std::unique_ptr<Follower>& follower() {
+  static std::unique_ptr<Follower> the_follower;
+  return the_follower;
+}
+
+bool is_in_force(const std::string& path) {
+  bool found = false;
+  kvtree_config_in_force(path, [&](const KvConfigNode& node) { found = found || node.path == path; });
+  return found;
+}
+
+bool has_own_items(const std::string& vrf) {
+  bool found = false;
+  const std::string place = std::string(vrf_config::kVrfScope) + "vrf/" + kvtree_encode_text(vrf) + "/";
+  kvtree_config_in_force(place, [&](const KvConfigNode&) { found = true; });
+  return found;
+}
+
+bool must_end(const char* vrf_name, const char* if_name) {
+  return follower() != nullptr && follower()->is_name_of_items(vrf_name, if_name);
+}
+
+Follower::~Follower() {
+  vmap_on_rename(nullptr);
+  model_->stop_observing(this);
+  if (checking_ != 0) event_timer_cancel(manager_, checking_);
+  if (retelling_ != 0) event_timer_cancel(manager_, retelling_);
+  for (const auto& [vrf, items] : vrfs_) {
+    if (items.is_referenced) static_cast<void>(model_->unreference_vrf(vrf, ReferenceHolder::kConfiguration));
+  }
+}
+
+Status Follower::start() {
+  for (const std::string_view scope : vrf_config::kScopesOfVrfs) {
+    if (const Status status = follow(scope)) return status;
+  }
+  model_->observe(router::ObserverRank::kOther, this);
+  vmap_on_rename(must_end);
+  return kStatusOk;
+}
+
+Status Follower::follow(std::string_view scope) {
+  return configuration_.follow(scope, manager_, [this, scope](const KvNotification* notification) {
+    notified(std::string(scope).append(kvtree_notify_path(notification)),
+             kvtree_notify_info(notification)->whichevent);
+  });
+}
+
+void Follower::notified(const std::string& path, std::uint32_t events) {
+  const std::optional<std::string> vrf = vrf_config::vrf_of(path);
+  if (!vrf || *vrf == router::kDefaultVrf || !router::valid_vrf_name(*vrf)) return;
+  if ((events & kKvEventDeleted) != 0) {
+    item_deleted(path, *vrf);
+  } else {
+    item_set(path, *vrf);
+  }
+}
+
+void Follower::item_set(const std::string& path, const std::string& vrf) {
+  VrfItems& items = vrfs_[vrf];
+  if (path.starts_with(vrf_config::kVrfScope)) {
+    items.has_own_items = true;
+  } else {
+    items.protocols[vrf_config::interface_of(path).value_or("")].insert(path);
+  }
+  refer(vrf, &items);
+}
+
+void Follower::item_deleted(const std::string& path, const std::string& vrf) {
+  const auto found = vrfs_.find(vrf);
+  if (found == vrfs_.end()) return;
+  if (!path.starts_with(vrf_config::kVrfScope)) {
+    if (is_in_force(path)) return;
+    auto& protocols = found->second.protocols;
+    const auto on_interface = protocols.find(vrf_config::interface_of(path).value_or(""));
+    if (on_interface == protocols.end()) return;
+    on_interface->second.erase(path);
+    if (on_interface->second.empty()) {
+      former_names_.emplace(vrf, on_interface->first);
+      protocols.erase(on_interface);
+    }
+  }
+  check_later(vrf);
+}
+
+// A reference that was refused is tried again with the VRF's next item.
+void Follower::refer(const std::string& vrf, VrfItems* items) {
+  if (items->is_referenced) return;
+  const Status status = model_->reference_vrf(vrf, ReferenceHolder::kConfiguration);
+  items->is_referenced = status == kStatusOk;
+  if (status != kStatusOk) {
+    log_line("configuration of VRF %s: its name cannot be kept: %s", vrf.c_str(), err_text(status));
+  }
+}
+
+void Follower::check_later(const std::string& vrf) {
+  unsure_.insert(vrf);
+  if (checking_ == 0) checking_ = event_timer_start(manager_, 0, [this] { check_unsure(); });
+}
+
+void Follower::check_unsure() {
+  checking_ = 0;
+  for (const std::string& vrf : std::exchange(unsure_, {})) check(vrf);
+  if (vmap_oldest_turn() == kVmapNoTurn) former_names_.clear();
+}
+
+bool Follower::is_name_of_items(const std::string& vrf, const std::string& interface) const {
+  if (former_names_.contains({vrf, interface})) return true;
+  const auto found = vrfs_.find(vrf);
+  return found != vrfs_.end() && found->second.protocols.contains(interface);
+}
+
+void Follower::check(const std::string& vrf) {
+  VrfItems& items = vrfs_[vrf];
+  items.has_own_items = items.has_own_items && has_own_items(vrf);
+  if (items.has_own_items || !items.protocols.empty()) return;
+  if (items.is_referenced) {
+    if (const Status status = model_->unreference_vrf(vrf, ReferenceHolder::kConfiguration)) {
+      log_line("configuration of VRF %s: its name cannot be released: %s", vrf.c_str(), err_text(status));
+      return;
+    }
+  }
+  vrfs_.erase(vrf);
+}
+
+void Follower::joined(const router::Interface& interface) {
+  if (interface.vrf != router::kDefaultVrf) retell_for(interface.vrf, interface.name);
+}
+
+// The membership service's events of this change have the order of the change's number.
+void Follower::retell_for(const std::string& vrf, const std::string& interface) {
+  joins_.push_back({vmap_turn(model_->changes() + 1, VmapPhase::kWentDown), vrf, interface});
+  retell_later();
+}
+
+void Follower::retell_later() {
+  if (retelling_ == 0) retelling_ = event_timer_start(manager_, 0, [this] { retell_some(); });
+}
+
+// Each item once, however often its interface came: an item set twice would be counted twice.
+void Follower::retell_some() {
+  retelling_ = 0;
+  std::set<std::string> paths;
+  const std::uint64_t oldest = vmap_oldest_turn();
+  for (std::size_t count = 0; count < kJoinsPerStep && !joins_.empty(); ++count) {
+    if (joins_.front().turn > oldest) break;
+    if (joins_.front().interface.empty()) {
+      tell_description(joins_.front().vrf);
+    } else {
+      add_items(joins_.front(), &paths);
+    }
+    joins_.pop_front();
+  }
+  if (!paths.empty()) {
+    if (const Status status = kvtree_config_retell({paths.begin(), paths.end()}))
+      log_line("configuration of VRFs: its items cannot be announced again: %s", err_text(status));
+  }
+  if (!joins_.empty()) retell_later();
+}
+
+void Follower::tell_description(const std::string& vrf) const {
+  if (model_->find_vrf(vrf) == nullptr) return;  // deleted again
+  if (const Status status = kvtree_config_tell(vrf_config::description(vrf, {}).path))
+    log_line("configuration of VRF %s: its description cannot be announced again: %s", vrf.c_str(),
+             err_text(status));
+}
+
+void Follower::add_items(const Join& join, std::set<std::string>* paths) const {
+  const auto vrf = vrfs_.find(join.vrf);
+  if (vrf == vrfs_.end()) return;
+  const auto items = vrf->second.protocols.find(join.interface);
+  if (items != vrf->second.protocols.end()) paths->insert(items->second.begin(), items->second.end());
+}
+
+}  // namespace
+
+Status config_references_start(router::Router* model, EventManager* manager) {
+  if (const Status status = fault_check("config_references_start")) return status;
+  if (model == nullptr || manager == nullptr) return kStatusInvalid;
+  if (follower() != nullptr) return kStatusExists;
+  follower() = std::make_unique<Follower>(model, manager);
+  const Status status = follower()->start();
+  if (status != kStatusOk) follower().reset();
+  return status;
+}
+
+void config_references_stop() {
+  follower().reset();
+}

@@ -1,0 +1,456 @@
+// VRFs named by their configuration, and protocols' items told again to those who count them on interfaces.
+#include "platform/router/config_references/config_references.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/config/vrf_config.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/router/vmap/vmap.h"
+#include "platform/router/vtab/vtab.h"
+#include "platform/store/configuration/config.h"
+#include "platform/store/tree/kvtree.h"
+
+namespace {
+
+using router::ReferenceHolder;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using vrf_config::Family;
+
+std::vector<std::string>& told() {
+  static std::vector<std::string> lines;
+  return lines;
+}
+
+void note_item(const KvNotification* notification) {
+  const bool deleted = kvtree_notify_info(notification)->whichevent == kKvEventDeleted;
+  told().push_back((deleted ? "-" : "+") + std::string(kvtree_notify_path(notification)));
+}
+void note_interface(VmapMemberDatabase*, VmapEvent kind, const VmapIntfItem* item) {
+  told().push_back(std::string(kind == VmapEvent::kUpdate ? "joined " : "left ") + item->vrf_name);
+}
+
+class ConfigReferences : public testing::Test {
+ protected:
+  ConfigReferences() : manager_(event_manager_create("/dev/mpls/vpn/main", 0)) {
+    vtab_attach(&router_);
+    vmap_attach(&router_);
+    told().clear();
+  }
+  ~ConfigReferences() override {
+    fault_disarm_all();
+    config_references_stop();
+    if (client_ != nullptr) vmap_c_lib_end(client_);
+    kvtree_reset();
+    vmap_attach(nullptr);
+    vtab_attach(nullptr);
+    event_manager_destroy(manager_);
+  }
+
+  void Start() { ASSERT_EQ(config_references_start(&router_, manager_), kStatusOk); }
+  void Run() {
+    while (event_run_pending(manager_)) {
+    }
+  }
+  void Commit(std::vector<KvConfigChange> changes, std::string_view owner = kConfigOwnerCli) {
+    ASSERT_EQ(kvtree_config_commit(owner, changes, ""), kStatusOk);
+    Run();
+  }
+  void Set(const KvConfigNode& node, std::string_view owner = kConfigOwnerCli) {
+    Commit({{node.path, node.value}}, owner);
+  }
+  void Delete(const KvConfigNode& node, std::string_view owner = kConfigOwnerCli) {
+    Commit({{node.path, std::nullopt}}, owner);
+  }
+  bool IsReferenced(std::string_view vrf) const {
+    return router_.is_referenced(vrf, ReferenceHolder::kConfiguration);
+  }
+  void AddVrf(const std::string& name, std::uint32_t id) {
+    router::Vrf vrf;
+    vrf.name = name;
+    vrf.id = id;
+    ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
+  }
+  std::uint32_t AddInterface(const std::string& name, const std::string& vrf) {
+    router::Interface interface;
+    interface.name = name;
+    interface.index = ++last_index_;
+    interface.vrf = vrf;
+    std::uint32_t handle = 0;
+    EXPECT_EQ(router_.add_interface(interface, &handle), kStatusOk);
+    return handle;
+  }
+  // A subscriber that notes its notifications of the items below the scope.
+  void ListenTo(std::string_view scope) {
+    KvConnection* connection = nullptr;
+    ASSERT_EQ(kvtree_bind(&connection, std::string(scope).c_str(), kKvBindConfiguration), kStatusOk);
+    ASSERT_EQ(kvtree_register_notification(connection, "", 7, note_item, manager_, 0, 0, 4, nullptr),
+              kStatusOk);
+  }
+  // A subscriber of RIP's items and a client of the membership service, which both note what is delivered.
+  void Listen() {
+    ListenTo("/cfg/gl/rip/ord_B/");
+    ASSERT_EQ(vmap_c_lib_init(
+                  "listener", manager_, [](void*) { return 0; }, &client_),
+              kStatusOk);
+    int fd = -1;
+    std::uint32_t count = 0;
+    VmapMemberDatabase* database = nullptr;
+    ASSERT_EQ(vmap_c_bind(client_, &fd), kStatusOk);
+    ASSERT_EQ(vmap_c_mdb_init(client_, 0, &database), kStatusOk);
+    ASSERT_EQ(vmap_c_mdb_add_intf_all(database, note_interface, 1), kStatusOk);
+    ASSERT_EQ(vmap_c_notif_reg(database, &fd, &count), kStatusOk);
+    told().clear();
+  }
+  static std::vector<std::string> Told() { return std::exchange(told(), {}); }
+
+  TestRunDirectory directory_;
+  EventManager* manager_;
+  router::Router router_;
+  VmapClient* client_ = nullptr;
+  std::uint32_t last_index_ = 0;
+};
+
+const KvConfigNode kRedText = vrf_config::description("red", "Red Rail");
+const KvConfigNode kRedRip = vrf_config::rip_interface("red", "ge0");
+const KvConfigNode kRedBgp = vrf_config::bgp_neighbour("red", 65000, "192.0.2.9", Family::kIpv4);
+const std::string kTextPath = kRedText.path.substr(vrf_config::kVrfScope.size());
+const std::string kRipPath = "red/ord_t/if/ge0/ord_d/enabled";
+
+TEST_F(ConfigReferences, VrfIsReferencedFromItsFirstItemToItsLast) {
+  Start();
+  EXPECT_FALSE(IsReferenced("red"));
+  Set(kRedText);
+  EXPECT_TRUE(IsReferenced("red"));
+  Set(kRedBgp);
+  Set(kRedRip);
+  Delete(kRedText);
+  Delete(kRedBgp);
+  EXPECT_TRUE(IsReferenced("red"));
+  Delete(kRedRip);
+  EXPECT_FALSE(IsReferenced("red"));
+  Set(kRedText);
+  EXPECT_TRUE(IsReferenced("red")) << "again";
+}
+
+TEST_F(ConfigReferences, EveryKindOfItemNamesItsVrf) {
+  Start();
+  const vrf_config::Target target = {vrf_config::Target::Type::kTwoOctetAs, 1, 2};
+  const vrf_config::StaticRoute route = {Family::kIpv4, "10.0.0.0/8", "", "192.0.2.1"};
+  for (const KvConfigNode& node :
+       {vrf_config::description("red", "x"), vrf_config::route_distinguisher("red", Family::kIpv4, target),
+        vrf_config::route_target("red", Family::kIpv6, vrf_config::Direction::kExport, target),
+        vrf_config::route_policy("red", Family::kIpv4, vrf_config::Direction::kImport, "IN"),
+        vrf_config::route_threshold("red", Family::kIpv4, 5, 4), kRedBgp, kRedRip,
+        vrf_config::ospf_interface("red", "1", 0, "ge0"), vrf_config::eigrp_interface("red", 1, "ge0"),
+        vrf_config::static_route("red", route)}) {
+    Set(node);
+    EXPECT_TRUE(IsReferenced("red")) << node.path;
+    Delete(node);
+    EXPECT_FALSE(IsReferenced("red")) << node.path;
+  }
+}
+
+TEST_F(ConfigReferences, WhatIsInForceAlreadyIsTakenInAtTheStart) {
+  Set(kRedRip);
+  EXPECT_FALSE(IsReferenced("red"));
+  Start();
+  EXPECT_TRUE(IsReferenced("red"));
+}
+
+TEST_F(ConfigReferences, ItemOfAnotherOwnerKeepsTheReference) {
+  Start();
+  Set(kRedText, kConfigOwnerCli);
+  Set(kRedText, kConfigOwnerFile);
+  Delete(kRedText, kConfigOwnerCli);
+  EXPECT_TRUE(IsReferenced("red"));
+  Delete(kRedText, kConfigOwnerFile);
+  EXPECT_FALSE(IsReferenced("red"));
+}
+
+TEST_F(ConfigReferences, ItemThatIsSetAgainAtOnceKeepsTheReference) {
+  Start();
+  Set(kRedRip);
+  ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{kRedRip.path, std::nullopt}}, ""), kStatusOk);
+  ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{kRedRip.path, kRedRip.value}}, ""), kStatusOk);
+  Run();
+  EXPECT_TRUE(IsReferenced("red"));
+}
+
+TEST_F(ConfigReferences, NameThatTheSourceGivesIsNotTakenBack) {
+  Start();
+  ASSERT_EQ(router_.reference_vrf("red", ReferenceHolder::kSource), kStatusOk);
+  Set(kRedText);
+  Delete(kRedText);
+  EXPECT_TRUE(router_.is_referenced("red"));
+}
+
+TEST_F(ConfigReferences, DefaultAndImpossibleNamesAreNotReferenced) {
+  Start();
+  Set(vrf_config::description("default", "x"));
+  Set(vrf_config::description(std::string(32, 'v'), "x"));
+  std::vector<std::string> names;
+  router_.for_each_reference([&](const std::string& name) { names.push_back(name); });
+  EXPECT_THAT(names, IsEmpty());
+}
+
+TEST_F(ConfigReferences, TrapSwitchesNameNoVrf) {
+  Start();
+  Set(vrf_config::trap_switch("vrf-up", 1));
+  EXPECT_FALSE(IsReferenced("vrf-up"));
+}
+
+TEST_F(ConfigReferences, RefusedReferenceIsTriedAgainWithTheNextItem) {
+  Start();
+  fault_arm("router_reference_vrf", kStatusNoMemory);
+  Set(kRedText);
+  EXPECT_EQ(fault_reached("router_reference_vrf"), 1U);
+  EXPECT_FALSE(IsReferenced("red"));
+  Set(kRedRip);
+  EXPECT_TRUE(IsReferenced("red"));
+}
+
+TEST_F(ConfigReferences, ReferenceThatCannotBeGivenUpGoesWithTheNextDeletion) {
+  Start();
+  Set(kRedText);
+  fault_arm("router_unreference_vrf", kStatusNoMemory);
+  Delete(kRedText);
+  EXPECT_TRUE(IsReferenced("red"));
+  Set(kRedRip);
+  Delete(kRedRip);
+  EXPECT_FALSE(IsReferenced("red"));
+}
+
+TEST_F(ConfigReferences, VrfDeletedUnderItsConfigurationKeepsItsRecord) {
+  Start();
+  AddVrf("red", 10);
+  Set(kRedText);
+  const VtabVrfRecord* const record = vtab_get_vrf_record_by_vrf_name("red");
+  ASSERT_NE(record, nullptr);
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), record);
+  EXPECT_EQ(record->vrf_id, 0U);
+  AddVrf("red", 11);
+  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), record);
+  EXPECT_EQ(record->vrf_id, 11U);
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  Delete(kRedText);
+  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), nullptr);
+}
+
+TEST_F(ConfigReferences, RecordIsThereBeforeALaterSubscriberIsTold) {
+  Start();
+  static bool had_record;
+  had_record = false;
+  KvConnection* connection = nullptr;
+  ASSERT_EQ(kvtree_bind(&connection, "/cfg/gl/ip-bgp/", kKvBindConfiguration), kStatusOk);
+  const auto look = [](const KvNotification*) {
+    had_record = vtab_get_vrf_record_by_vrf_name("red") != nullptr;
+  };
+  ASSERT_EQ(kvtree_register_notification(connection, "", 7, look, manager_, 0, 0, 4, nullptr), kStatusOk);
+  Set(kRedBgp);
+  EXPECT_TRUE(had_record);
+}
+
+TEST_F(ConfigReferences, StoppingTakesTheReferencesBack) {
+  Start();
+  Set(kRedText);
+  config_references_stop();
+  EXPECT_FALSE(router_.is_referenced("red"));
+  Set(kRedRip);
+  EXPECT_FALSE(router_.is_referenced("red"));
+  Start();
+  EXPECT_TRUE(IsReferenced("red"));
+}
+
+TEST_F(ConfigReferences, StartsOnceAndAFailedStartLeavesNothing) {
+  Set(kRedText);
+  EXPECT_EQ(config_references_start(nullptr, manager_), kStatusInvalid);
+  EXPECT_EQ(config_references_start(&router_, nullptr), kStatusInvalid);
+  for (const char* point : {"config_references_start", "kvtree_bind", "kvtree_register_notification"}) {
+    const ScopedFault fault(point, kStatusNoMemory);
+    EXPECT_EQ(config_references_start(&router_, manager_), kStatusNoMemory) << point;
+    EXPECT_FALSE(router_.is_referenced("red"));
+  }
+  fault_arm("kvtree_bind", kStatusNoMemory, 3);
+  EXPECT_EQ(config_references_start(&router_, manager_), kStatusNoMemory);
+  EXPECT_FALSE(router_.is_referenced("red"));
+  Start();
+  EXPECT_EQ(config_references_start(&router_, manager_), kStatusExists);
+  EXPECT_TRUE(IsReferenced("red"));
+}
+
+TEST_F(ConfigReferences, ItemsOfAnInterfaceThatJoinsAreToldAgainAfterTheJoin) {
+  Start();
+  Listen();
+  Set(kRedRip);
+  EXPECT_THAT(Told(), ElementsAre("+" + kRipPath));
+  const std::uint32_t handle = AddInterface("ge0", "red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  ASSERT_EQ(router_.move_interface(handle, "default"), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("left red"));
+  ASSERT_EQ(router_.move_interface(handle, "red"), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  EXPECT_TRUE(IsReferenced("red")) << "a retelling ends nothing";
+}
+
+TEST_F(ConfigReferences, OnlyItemsOfTheInterfaceInItsVrfAreToldAgain) {
+  Start();
+  Listen();
+  Set(kRedRip);
+  Set(vrf_config::rip_interface("red", "ge1"));
+  Set(vrf_config::rip_interface("blue", "ge0"));
+  Told();
+  AddInterface("ge0", "red");
+  AddInterface("ge5", "red");
+  AddInterface("ge1", "default");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("joined red", "joined red", "-" + kRipPath, "+" + kRipPath));
+}
+
+TEST_F(ConfigReferences, ManyJoinsAreAllToldAfterTheyHappened) {
+  Start();
+  Listen();
+  for (int number = 0; number < 250; ++number) {
+    Set(vrf_config::rip_interface("red", "ge" + std::to_string(number)));
+  }
+  Told();
+  for (int number = 0; number < 250; ++number) AddInterface("ge" + std::to_string(number), "red");
+  Run();
+  std::size_t joined = 0;
+  std::size_t set = 0;
+  for (const std::string& line : Told()) {
+    joined += line == "joined red" ? 1 : 0;
+    set += line[0] == '+' ? 1 : 0;
+    EXPECT_LE(set, joined);
+  }
+  EXPECT_EQ(joined, 250U);
+  EXPECT_EQ(set, 250U);
+}
+
+TEST_F(ConfigReferences, InterfaceUnderAnotherNameOrIndexIsToldOf) {
+  Start();
+  Listen();
+  Set(kRedRip);
+  const std::uint32_t handle = AddInterface("new", "red");
+  Run();
+  Told();
+  router::Interface changed = *router_.find_interface(handle);
+  changed.name = "ge0";
+  ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  changed.index = 99;
+  ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  changed.up = true;
+  ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty()) << "it is where it was";
+}
+
+TEST_F(ConfigReferences, InterfaceLeavesWithTheNameUnderWhichItHadItems) {
+  Start();
+  Listen();
+  Set(kRedRip);
+  const std::uint32_t handle = AddInterface("ge0", "red");
+  Run();
+  Told();
+  const auto rename = [&](const std::string& name) {
+    router::Interface changed = *router_.find_interface(handle);
+    changed.name = name;
+    ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+    Run();
+  };
+  rename("ge1");
+  EXPECT_THAT(Told(), ElementsAre("left red", "joined red"));
+  rename("ge0");
+  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  Delete(kRedRip);
+  Told();
+  rename("ge1");
+  EXPECT_THAT(Told(), ElementsAre("joined red")) << "nothing is counted under its former name";
+}
+
+// What came with the record of before could be older than the VRF.
+TEST_F(ConfigReferences, VrfCreatedUnderItsNameIsToldItsDescription) {
+  Start();
+  ListenTo(vrf_config::kVrfScope);
+  Set(kRedBgp);
+  Told();
+  AddVrf("red", 10);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-" + kTextPath));
+  Set(kRedText);
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  Run();
+  Told();
+  AddVrf("red", 10);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+" + kTextPath));
+  AddVrf("blue", 20);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty()) << "nothing names it";
+}
+
+TEST_F(ConfigReferences, DescriptionThatCannotBeToldIsToldAtTheNextCreation) {
+  Start();
+  ListenTo(vrf_config::kVrfScope);
+  Set(kRedBgp);
+  fault_arm("kvtree_config_tell", kStatusNoMemory);
+  AddVrf("red", 10);
+  Run();
+  EXPECT_EQ(fault_reached("kvtree_config_tell"), 1U);
+  EXPECT_THAT(Told(), IsEmpty());
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  AddVrf("red", 10);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-" + kTextPath));
+}
+
+TEST_F(ConfigReferences, VrfThatIsDeletedAgainIsToldNothing) {
+  Start();
+  ListenTo(vrf_config::kVrfScope);
+  Set(kRedBgp);
+  AddVrf("red", 10);
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(ConfigReferences, ItemDeletedBeforeItsTurnIsNotToldAgain) {
+  Start();
+  Listen();
+  Set(kRedRip);
+  Told();
+  AddInterface("ge0", "red");
+  Delete(kRedRip);
+  EXPECT_THAT(Told(), testing::UnorderedElementsAre("joined red", "-" + kRipPath));
+}
+
+TEST_F(ConfigReferences, FailedRetellingIsMadeUpForByTheNextJoin) {
+  Start();
+  Listen();
+  Set(kRedRip);
+  Told();
+  fault_arm("kvtree_config_retell", kStatusNoMemory);
+  const std::uint32_t handle = AddInterface("ge0", "red");
+  Run();
+  EXPECT_EQ(fault_reached("kvtree_config_retell"), 1U);
+  EXPECT_THAT(Told(), ElementsAre("joined red"));
+  ASSERT_EQ(router_.move_interface(handle, "blue"), kStatusOk);
+  ASSERT_EQ(router_.move_interface(handle, "red"), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), testing::IsSupersetOf({"-" + kRipPath, "+" + kRipPath}));
+}
+
+}  // namespace

@@ -1,0 +1,189 @@
+// Interface indexes by name, singly and as a list.
+#include "platform/router/ifindex/ifindex.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
+
+namespace {
+
+class Ifindex : public ::testing::Test {
+ protected:
+  Ifindex() { ifindex_attach(&router_); }
+  ~Ifindex() override { ifindex_attach(nullptr); }
+
+  void AddInterface(const std::string& name, std::uint32_t index) {
+    router::Interface interface;
+    interface.name = name;
+    interface.index = index;
+    ASSERT_EQ(router_.add_interface(interface), kStatusOk);
+  }
+
+  // "ge0=7 ge1=5 "
+  static std::string TextOf(KvDatalist* list) {
+    std::string text;
+    const char* key = nullptr;
+    const void* value = nullptr;
+    std::size_t length = 0;
+    EXPECT_EQ(kvtree_datalist_start(list), kStatusOk);
+    while (kvtree_datalist_next(list, &key, &value, &length) == kStatusOk) {
+      std::uint32_t index = 0;
+      if (length == sizeof index) std::memcpy(&index, value, sizeof index);
+      text += std::string(key) + '=' + (length == 0 ? "" : std::to_string(index)) + ' ';
+    }
+    return text;
+  }
+
+  void Change(const std::string& name, const std::string& new_name, std::uint32_t new_index) {
+    router::Interface changed = *router_.find_interface_by_name(name);
+    changed.name = new_name;
+    changed.index = new_index;
+    ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  }
+  void Remove(const std::string& name) {
+    ASSERT_EQ(router_.remove_interface(router_.find_interface_by_name(name)->handle), kStatusOk);
+  }
+
+  router::Router router_;
+};
+
+TEST_F(Ifindex, IndexIsFoundByName) {
+  AddInterface("ge0", 7);
+  std::uint32_t index = 99;
+  EXPECT_EQ(ifname_to_index("ge0", &index), kStatusOk);
+  EXPECT_EQ(index, 7U);
+}
+
+TEST_F(Ifindex, UnknownNameIsNoSuchRowAndWritesNothing) {
+  std::uint32_t index = 99;
+  EXPECT_EQ(ifname_to_index("ge0", &index), kStatusNoSuchRow);
+  EXPECT_EQ(ifname_to_index("", &index), kStatusNoSuchRow);
+  EXPECT_EQ(index, 99U);
+}
+
+TEST_F(Ifindex, ListHoldsEveryInterface) {
+  AddInterface("ge0", 7);
+  AddInterface("ge1", 5);
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  EXPECT_EQ(TextOf(list), "ge0=7 ge1=5 ");
+  kvtree_datalist_free(list);
+}
+
+TEST_F(Ifindex, ListHasAnEntryWithoutAValueForAnIndexThatCannotBeRead) {
+  AddInterface("ge0", 7);
+  AddInterface("ge1", 5);
+  const ScopedFault fault("ifindex_list_entry", kStatusIo, 2);
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  const char* key = nullptr;
+  const void* value = nullptr;
+  std::size_t length = 0;
+  EXPECT_EQ(kvtree_datalist_next(list, &key, &value, &length), kStatusOk);
+  EXPECT_EQ(length, 4U);
+  EXPECT_EQ(kvtree_datalist_next(list, &key, &value, &length), kStatusOk);
+  EXPECT_STREQ(key, "ge1");
+  EXPECT_EQ(length, 0U);
+  kvtree_datalist_free(list);
+}
+
+TEST_F(Ifindex, EntryOfAListIsWithoutAValueOnceItsInterfaceIsRemovedRenamedOrHasAnotherIndex) {
+  for (const char* name : {"ge0", "ge1", "ge2", "ge3"})
+    AddInterface(name, 10U + static_cast<unsigned>(name[2]));
+  KvDatalist* list = nullptr;
+  KvDatalist* other = nullptr;
+  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  ASSERT_EQ(ifindex_get_index_list(&other), kStatusOk);
+  Remove("ge0");
+  EXPECT_EQ(TextOf(list), "ge0= ge1=59 ge2=60 ge3=61 ");
+  AddInterface("ge0", 7);
+  Change("ge1", "ge9", 59);
+  Change("ge2", "ge2", 8);
+  EXPECT_EQ(TextOf(list), "ge0= ge1= ge2= ge3=61 ") << "no entry gets a new value";
+  EXPECT_EQ(TextOf(other), TextOf(list));
+  kvtree_datalist_free(list);
+  Remove("ge3");
+  EXPECT_EQ(TextOf(other), "ge0= ge1= ge2= ge3= ");
+  kvtree_datalist_free(other);
+  Remove("ge9");
+}
+
+TEST_F(Ifindex, EntryOfAnInterfaceThatOnlyWentUpKeepsItsValue) {
+  AddInterface("ge0", 7);
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  router::Interface changed = *router_.find_interface_by_name("ge0");
+  changed.up = true;
+  changed.description = "to the customer";
+  ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  ASSERT_EQ(router_.move_interface(changed.handle, "red"), kStatusOk);
+  EXPECT_EQ(TextOf(list), "ge0=7 ");
+  kvtree_datalist_free(list);
+}
+
+TEST_F(Ifindex, ListOfAnotherModelHasNoValues) {
+  AddInterface("ge0", 7);
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  ifindex_attach(nullptr);
+  EXPECT_EQ(TextOf(list), "ge0= ");
+  kvtree_datalist_free(list);
+}
+
+TEST_F(Ifindex, WithoutAModelTheServiceIsUnavailable) {
+  ifindex_attach(nullptr);
+  std::uint32_t index = 0;
+  KvDatalist* list = nullptr;
+  EXPECT_EQ(ifname_to_index("ge0", &index), kStatusUnavailable);
+  EXPECT_EQ(ifindex_get_index_list(&list), kStatusUnavailable);
+  EXPECT_EQ(list, nullptr);
+}
+
+TEST_F(Ifindex, NullArgumentsAreInvalid) {
+  std::uint32_t index = 0;
+  EXPECT_EQ(ifname_to_index(nullptr, &index), kStatusInvalid);
+  EXPECT_EQ(ifname_to_index("ge0", nullptr), kStatusInvalid);
+  EXPECT_EQ(ifindex_get_index_list(nullptr), kStatusInvalid);
+  EXPECT_EQ(ifindex_initialize_evm(nullptr), kStatusInvalid);
+}
+
+TEST_F(Ifindex, ManagerIsAccepted) {
+  const TestRunDirectory directory;
+  const std::unique_ptr<EventManager, void (*)(EventManager*)> manager(
+      event_manager_create("/dev/test/main", 0), event_manager_destroy);
+  ASSERT_NE(manager, nullptr);
+  EXPECT_EQ(ifindex_initialize_evm(manager.get()), kStatusOk);
+  const ScopedFault fault("ifindex_initialize_evm", kStatusIo);
+  EXPECT_EQ(ifindex_initialize_evm(manager.get()), kStatusIo);
+}
+
+TEST_F(Ifindex, EveryLookUpHasItsFaultPoint) {
+  AddInterface("ge0", 7);
+  std::uint32_t index = 99;
+  KvDatalist* list = nullptr;
+  fault_arm("ifname_to_index", kStatusIo);
+  fault_arm("ifindex_get_index_list", kStatusIo);
+  EXPECT_EQ(ifname_to_index("ge0", &index), kStatusIo);
+  EXPECT_EQ(ifindex_get_index_list(&list), kStatusIo);
+  fault_disarm_all();
+  EXPECT_EQ(index, 99U);
+  EXPECT_EQ(list, nullptr);
+}
+
+TEST_F(Ifindex, ListThatCannotBeFilledIsNotGivenOut) {
+  AddInterface("ge0", 7);
+  AddInterface("ge1", 5);
+  for (const char* point : {"kvtree_datalist_create", "kvtree_datalist_add"}) {
+    const ScopedFault fault(point, kStatusNoMemory);
+    KvDatalist* list = nullptr;
+    EXPECT_EQ(ifindex_get_index_list(&list), kStatusNoMemory) << point;
+    EXPECT_EQ(list, nullptr) << point;
+  }
+}
+
+}  // namespace

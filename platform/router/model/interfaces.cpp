@@ -1,0 +1,132 @@
+// The router model: interfaces and which VRF they are in.
+//
+// Interfaces are keyed by a handle of the model's own that counts up and is never used twice before 2^32
+// additions; the ordered map of handles is therefore also the order of addition. Name and index are unique
+// and may change while the handle stays. Every operation costs a few look-ups, whatever the number of
+// interfaces: 100,000 are ordinary.
+//
+// The membership is a VRF name in the interface: it may name a VRF that does not exist, and the model keeps
+// no list of members by VRF; observers that need one keep their own.
+#include <algorithm>
+#include <utility>
+
+#include "platform/router/model/router.h"
+#include "platform/router/model/state.h"
+
+namespace router {
+namespace {
+
+constexpr std::uint32_t kIndexMax = 2147483647;  // RFC 2863, InterfaceIndex
+
+bool valid_interface(const Interface& interface) {
+  return valid_interface_name(interface.name) && interface.index != 0 && interface.index <= kIndexMax &&
+         std::all_of(interface.addresses.begin(), interface.addresses.end(), valid_address);
+}
+
+template <typename Map, typename Key>
+Interface* find_in(const Map& map, const Key& key) {
+  const auto found = map.find(key);
+  return found == map.end() ? nullptr : found->second;
+}
+
+// True when one of the two is held by an interface other than `self` (null: by any).
+template <typename State>
+bool name_or_index_taken(const State& state, const Interface& wanted, const Interface* self) {
+  const Interface* by_name = find_in(state.interfaces_by_name, std::string_view(wanted.name));
+  const Interface* by_index = find_in(state.interfaces_by_index, wanted.index);
+  return (by_name != nullptr && by_name != self) || (by_index != nullptr && by_index != self);
+}
+
+template <typename State>
+void enter(State& state, Interface* interface) {
+  state.interfaces_by_name.emplace(interface->name, interface);
+  state.interfaces_by_index.emplace(interface->index, interface);
+}
+
+template <typename State>
+void take_out(State& state, const Interface& interface) {
+  state.interfaces_by_name.erase(interface.name);
+  state.interfaces_by_index.erase(interface.index);
+}
+
+}  // namespace
+
+Status Router::add_interface(const Interface& interface, std::uint32_t* handle) {
+  if (Status status = state_->may_change("router_add_interface")) return status;
+  if (!valid_interface(interface) || !valid_vrf_name(interface.vrf)) return kStatusInvalid;
+  if (name_or_index_taken(*state_, interface, nullptr)) return kStatusExists;
+  do {
+    ++state_->last_handle;
+  } while (state_->last_handle == 0 || state_->interfaces.contains(state_->last_handle));
+  Interface& kept = state_->interfaces.emplace(state_->last_handle, interface).first->second;
+  kept.handle = state_->last_handle;
+  enter(*state_, &kept);
+  if (handle != nullptr) *handle = kept.handle;
+  state_->tell_up([&kept](Observer& observer) { observer.interface_added(kept); });
+  return kStatusOk;
+}
+
+Status Router::change_interface(const Interface& interface) {
+  if (Status status = state_->may_change("router_change_interface")) return status;
+  const auto found = state_->interfaces.find(interface.handle);
+  if (found == state_->interfaces.end()) return kStatusNoSuchRow;
+  if (!valid_interface(interface)) return kStatusInvalid;
+  Interface& kept = found->second;
+  if (name_or_index_taken(*state_, interface, &kept)) return kStatusExists;
+  Interface next = interface;
+  next.vrf = kept.vrf;
+  if (next == kept) return kStatusOk;
+  const bool is_renamed = next.name != kept.name || next.index != kept.index;
+  if (is_renamed) state_->tell_names_change();
+  take_out(*state_, kept);
+  const Interface before = std::exchange(kept, std::move(next));
+  enter(*state_, &kept);
+  state_->tell_up([&](Observer& observer) { observer.interface_changed(before, kept); });
+  if (is_renamed) state_->tell_names_change();
+  return kStatusOk;
+}
+
+Status Router::remove_interface(std::uint32_t handle) {
+  if (Status status = state_->may_change("router_remove_interface")) return status;
+  const auto found = state_->interfaces.find(handle);
+  if (found == state_->interfaces.end()) return kStatusNoSuchRow;
+  take_out(*state_, found->second);
+  const auto taken = state_->interfaces.extract(found);
+  state_->tell_down([&taken](Observer& observer) { observer.interface_removed(taken.mapped()); });
+  return kStatusOk;
+}
+
+Status Router::move_interface(std::uint32_t handle, std::string_view vrf) {
+  if (Status status = state_->may_change("router_move_interface")) return status;
+  const auto found = state_->interfaces.find(handle);
+  if (found == state_->interfaces.end()) return kStatusNoSuchRow;
+  if (!valid_vrf_name(vrf)) return kStatusInvalid;
+  Interface& kept = found->second;
+  if (kept.vrf == vrf) return kStatusOk;
+  const std::string from = std::exchange(kept.vrf, std::string(vrf));
+  state_->tell_down([&](Observer& observer) { observer.interface_moved(kept, from); });
+  return kStatusOk;
+}
+
+const Interface* Router::find_interface(std::uint32_t handle) const {
+  const auto found = state_->interfaces.find(handle);
+  return found == state_->interfaces.end() ? nullptr : &found->second;
+}
+
+const Interface* Router::find_interface_by_name(std::string_view name) const {
+  return find_in(state_->interfaces_by_name, name);
+}
+
+const Interface* Router::find_interface_by_index(std::uint32_t index) const {
+  return find_in(state_->interfaces_by_index, index);
+}
+
+std::size_t Router::interface_count() const {
+  return state_->interfaces.size();
+}
+
+void Router::for_each_interface(const std::function<void(const Interface&)>& visit) const {
+  state_->visit_all(state_->interfaces, visit);
+}
+
+}  // namespace router

@@ -1,0 +1,144 @@
+// The route store: the routing tables of the router model as the MIB's rows.
+//
+// A table is named by its address family and its table number, and exists while a VRF of the model has it
+// (Router opens and closes tables; two VRFs may share one). A row is one path: several paths of one prefix
+// are several rows. Rows are ordered by destination, prefix length and next hop, all unsigned in network
+// order, which is the order of inetCidrRouteTable's and mplsL3VpnVrfRteTable's indexes (RFC 4292, RFC 4382
+// section 4.1). Two paths of one prefix with the same next hop (another priority, another interface) are one
+// row to the MIB: the store keeps one and the sources decide which; offer() decides by the lower metric.
+//
+// There are no iterators: a reader keeps the key of the row it read last and asks for the following one, so
+// every change in between is safe. Reads and changes cost O(log n), counts are kept. A row costs about 40
+// octets (IPv4) or 80 (IPv6); what few routes have (metrics 2 to 5, a next-hop AS, labels) is kept once for
+// all routes that have the same.
+//
+// Main thread only. Changes are not told one by one: Router::flush_route_changes() tells which tables
+// changed.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "platform/core/base/status.h"
+#include "platform/router/model/address.h"
+
+namespace router {
+
+inline constexpr std::uint32_t kLabelMax = 0xfffff;  // RFC 3032 section 2.1
+inline constexpr std::size_t kLabelStackMax = 16;
+inline constexpr std::int32_t kMetricUnused = -1;
+
+// inetCidrRouteType (RFC 4292).
+enum class RouteType : std::uint8_t { kOther = 1, kReject = 2, kLocal = 3, kRemote = 4, kBlackhole = 5 };
+
+// IANAipRouteProtocol; the values that sources of this system give. Every other value up to 255 may be cast.
+enum class RouteProtocol : std::uint8_t {
+  kOther = 1,
+  kLocal = 2,    // connected
+  kNetmgmt = 3,  // static
+  kIcmp = 4,
+  kRip = 8,
+  kIsIs = 9,
+  kOspf = 13,
+  kBgp = 14,
+  kEigrp = 16,
+};
+
+using RouteAddress = std::array<std::uint8_t, 16>;  // network order; IPv4 uses the first four, the rest are 0
+
+struct RouteKey {
+  RouteAddress destination{};  // no bit set beyond the prefix length
+  std::uint8_t prefix_length = 0;
+  RouteAddress next_hop{};  // all zero when there is none; always so for RouteType::kLocal
+  auto operator<=>(const RouteKey&) const = default;
+};
+
+struct RouteTableId {
+  Family family;
+  std::uint32_t table;  // never 0
+  auto operator<=>(const RouteTableId&) const = default;
+};
+
+struct Route {
+  RouteKey key;
+  std::uint32_t interface_index = 0;  // 0 when there is none
+  RouteType type = RouteType::kRemote;
+  RouteProtocol protocol = RouteProtocol::kOther;
+  std::uint8_t row_status = 1;  // RowStatus; active
+  std::array<std::int32_t, 5> metrics{kMetricUnused, kMetricUnused, kMetricUnused, kMetricUnused,
+                                      kMetricUnused};
+  std::uint32_t next_hop_as = 0;
+  std::vector<std::uint32_t> labels;  // what packets leave with, outermost first; empty for none
+  // Seconds of clock_monotonic() at the last change of anything above. The store's: ignored by put() and
+  // offer().
+  std::uint32_t changed = 0;
+};
+
+// Seconds since the route's last change.
+std::uint32_t route_age(const Route& route);
+
+enum class RouteChange : std::uint8_t { kNone, kAdded, kReplaced };
+
+class RouteStore {
+ public:
+  RouteStore();
+  ~RouteStore();
+  RouteStore(const RouteStore&) = delete;
+  RouteStore& operator=(const RouteStore&) = delete;
+
+  // Insert or replace by key. A row that is as it was keeps its age (kNone). kStatusNoSuchRow for a table
+  // that is not open, kStatusInvalid for a route that is none of its family (lengths, bits beyond the prefix
+  // length, a local route with a next hop, metrics below -1, labels out of range or too many). Fault point
+  // "route_store_put".
+  [[nodiscard]] Status put(RouteTableId table, const Route& route, RouteChange* change = nullptr);
+  // As put(), but a row that was given since begin_refresh() already stays unless this one's first metric is
+  // lower. For dumps in which several paths are one row.
+  [[nodiscard]] Status offer(RouteTableId table, const Route& route, RouteChange* change = nullptr);
+  // kStatusNoSuchRow when the table or the row is not there. Fault point "route_store_erase".
+  [[nodiscard]] Status erase(RouteTableId table, const RouteKey& key);
+  // All rows; the table stays open.
+  void clear(RouteTableId table);
+
+  // Re-reading a whole table: begin_refresh(), put() or offer() all that is there now, then end_refresh()
+  // again and again until it returns false. Rows that were not given since begin_refresh() go; the others
+  // keep their age. Each end_refresh() visits at most `limit` rows (> 0), so that other work may come in
+  // between; rows put meanwhile stay. Beginning again abandons the refresh before. A table that is not open
+  // has nothing to do.
+  void begin_refresh(RouteTableId table);
+  [[nodiscard]] bool end_refresh(RouteTableId table, std::size_t limit, std::size_t* erased = nullptr);
+
+  // False when there is no such row. *route is written on success only.
+  [[nodiscard]] bool find(RouteTableId table, const RouteKey& key, Route* route) const;
+  // The first row whose key is greater than `key`, which need not be a row's.
+  [[nodiscard]] bool find_next(RouteTableId table, const RouteKey& key, Route* route) const;
+  [[nodiscard]] bool find_first(RouteTableId table, Route* route) const;
+  // The first row with labels among those of one prefix, in the order of next hops.
+  [[nodiscard]] bool find_labelled(RouteTableId table, const RouteAddress& destination,
+                                   std::uint8_t prefix_length, Route* route) const;
+  std::size_t count(RouteTableId table) const;  // 0 for a table that is not open
+  std::size_t total() const;                    // over all tables
+  bool is_open(RouteTableId table) const;
+
+  // Rows of a table that is closed or cleared are gone for every reader at once, but giving their memory back
+  // takes a tenth of a second for a million of them. With a hook, which is called when there is something to
+  // give back, the owner of the loop does it by calling release_some() (at most `rows` rows, > 0) until it
+  // returns false; without one (null) it is done on the spot.
+  void defer_releases(std::function<void()> hook);
+  [[nodiscard]] bool release_some(std::size_t rows);
+
+  // The model's side: each open() is matched by one close(); the last one drops the rows. Table 0 is none.
+  void open(RouteTableId table);
+  void close(RouteTableId table);
+  // Calls `visit` once for every open table whose rows changed since the last call.
+  void take_changed(const std::function<void(RouteTableId)>& visit);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace router

@@ -1,0 +1,268 @@
+// See route_table.h. A table is a B-tree of rows that hold addresses as words in host order, 28 octets for
+// IPv4 and 52 for IPv6, so that comparing is a matter of integers and a million routes fit in a few tens of
+// megabytes.
+//
+// A row holds its key, so the tree hands rows out as constants; what does not belong to the key is mutable
+// and changes in place.
+//
+// A refresh is a generation of eight bits: begin_refresh() counts it up, put() stamps rows with it,
+// end_refresh() takes away the rows of any other generation. A row that was last given 256 refreshes ago, all
+// of them abandoned, counts as given and goes with the refresh after.
+#include "platform/router/model/route_table.h"
+
+#include <absl/container/btree_set.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "platform/core/base/clock.h"
+#include "platform/router/model/address.h"
+
+namespace router {
+namespace {
+
+template <std::size_t kWords>
+using Words = std::array<std::uint32_t, kWords>;
+
+template <std::size_t kWords>
+Words<kWords> words_of(const RouteAddress& address) {
+  Words<kWords> words{};
+  for (std::size_t at = 0; at < 4 * kWords; ++at) words[at / 4] = words[at / 4] << 8 | address[at];
+  return words;
+}
+
+template <std::size_t kWords>
+RouteAddress address_of(const Words<kWords>& words) {
+  RouteAddress address{};
+  for (std::size_t at = 0; at < 4 * kWords; ++at) {
+    address[at] = static_cast<std::uint8_t>(words[at / 4] >> (24 - 8 * (at % 4)));
+  }
+  return address;
+}
+
+template <std::size_t kWords>
+struct Row {
+  Words<kWords> destination;
+  Words<kWords> next_hop;
+  mutable std::uint32_t interface_index;
+  mutable std::uint32_t changed;  // seconds
+  mutable std::int32_t metric1;
+  mutable std::uint32_t attributes;  // number of the set
+  std::uint8_t prefix_length;
+  mutable std::uint8_t type_and_status;  // RouteType and RowStatus, four bits each
+  mutable std::uint8_t protocol;
+  mutable std::uint8_t generation;
+};
+static_assert(sizeof(Row<1>) == 28 && sizeof(Row<4>) == 52);
+
+struct RowLess {
+  template <std::size_t kWords>
+  bool operator()(const Row<kWords>& left, const Row<kWords>& right) const {
+    if (left.destination != right.destination) return left.destination < right.destination;
+    if (left.prefix_length != right.prefix_length) return left.prefix_length < right.prefix_length;
+    return left.next_hop < right.next_hop;
+  }
+};
+
+std::uint32_t seconds_now() {
+  return static_cast<std::uint32_t>(clock_monotonic() / kNanosecondsPerSecond);
+}
+
+template <std::size_t kWords>
+Row<kWords> row_of(const RouteKey& key) {
+  Row<kWords> row{};
+  row.destination = words_of<kWords>(key.destination);
+  row.prefix_length = key.prefix_length;
+  row.next_hop = words_of<kWords>(key.next_hop);
+  return row;
+}
+
+template <std::size_t kWords>
+Row<kWords> row_of(const Route& route) {
+  Row<kWords> row = row_of<kWords>(route.key);
+  row.interface_index = route.interface_index;
+  row.metric1 = route.metrics[0];
+  row.type_and_status = static_cast<std::uint8_t>(static_cast<unsigned>(route.type) << 4 | route.row_status);
+  row.protocol = static_cast<std::uint8_t>(route.protocol);
+  return row;
+}
+
+// Everything but key, time and generation.
+template <std::size_t kWords>
+bool same_details(const Row<kWords>& left, const Row<kWords>& right) {
+  return left.interface_index == right.interface_index && left.metric1 == right.metric1 &&
+         left.attributes == right.attributes && left.type_and_status == right.type_and_status &&
+         left.protocol == right.protocol;
+}
+
+RouteAttributes attributes_of(const Route& route) {
+  RouteAttributes attributes;
+  std::copy(route.metrics.begin() + 1, route.metrics.end(), attributes.further_metrics.begin());
+  attributes.next_hop_as = route.next_hop_as;
+  attributes.labels = route.labels;
+  return attributes;
+}
+
+template <std::size_t kWords>
+class Table final : public RouteTable {
+ public:
+  explicit Table(RouteAttributeSets* sets) : sets_(sets) {}
+  ~Table() override {
+    while (release_some(rows_.size())) {
+    }
+  }
+
+  RouteChange put(const Route& route, bool keep_better) override {
+    Row<kWords> row = row_of<kWords>(route);
+    row.attributes = sets_->hold(attributes_of(route));
+    row.changed = seconds_now();
+    row.generation = generation_;
+    const auto [present, is_new] = rows_.insert(row);
+    return is_new ? RouteChange::kAdded : replace(*present, row, keep_better);
+  }
+
+  bool erase(const RouteKey& key) override {
+    const auto found = rows_.find(row_of<kWords>(key));
+    if (found == rows_.end()) return false;
+    sets_->release(found->attributes);
+    rows_.erase(found);
+    return true;
+  }
+
+  bool release_some(std::size_t limit) override {
+    auto end = rows_.begin();
+    for (std::size_t visited = 0; end != rows_.end() && visited < limit; ++visited, ++end) {
+      sets_->release(end->attributes);
+    }
+    rows_.erase(rows_.begin(), end);
+    return !rows_.empty();
+  }
+
+  void begin_refresh() override {
+    ++generation_;
+    swept_.reset();
+  }
+
+  bool end_refresh(std::size_t limit, std::size_t* erased) override {
+    auto row = swept_ ? rows_.upper_bound(*swept_) : rows_.begin();
+    for (std::size_t visited = 0; row != rows_.end() && visited < limit; ++visited) {
+      swept_ = *row;
+      if (row->generation == generation_) {
+        ++row;
+        continue;
+      }
+      sets_->release(row->attributes);
+      row = rows_.erase(row);
+      if (erased != nullptr) ++*erased;
+    }
+    const bool is_done = row == rows_.end();
+    if (is_done) swept_.reset();
+    return !is_done;
+  }
+
+  bool find(const RouteKey& key, Route* route) const override {
+    return give(rows_.find(row_of<kWords>(key)), route);
+  }
+  bool find_next(const RouteKey& key, Route* route) const override {
+    return give(rows_.upper_bound(row_of<kWords>(key)), route);
+  }
+  bool find_first(Route* route) const override { return give(rows_.begin(), route); }
+  std::size_t count() const override { return rows_.size(); }
+
+  bool find_labelled(const RouteKey& prefix, Route* route) const override {
+    const Row<kWords> wanted = row_of<kWords>(prefix);
+    auto row = rows_.lower_bound(wanted);
+    while (row != rows_.end() && row->destination == wanted.destination &&
+           row->prefix_length == wanted.prefix_length) {
+      if (!(*sets_)[row->attributes].labels.empty()) return give(row, route);
+      ++row;
+    }
+    return false;
+  }
+
+ private:
+  using Rows = absl::btree_set<Row<kWords>, RowLess>;
+
+  // `row` holds its attributes; what is not kept of the two is released.
+  RouteChange replace(const Row<kWords>& present, const Row<kWords>& row, bool keep_better) {
+    const bool given_already = present.generation == generation_;
+    present.generation = generation_;
+    if (same_details(present, row) || (keep_better && given_already && present.metric1 <= row.metric1)) {
+      sets_->release(row.attributes);
+      return RouteChange::kNone;
+    }
+    sets_->release(present.attributes);
+    present.interface_index = row.interface_index;
+    present.changed = row.changed;
+    present.metric1 = row.metric1;
+    present.attributes = row.attributes;
+    present.type_and_status = row.type_and_status;
+    present.protocol = row.protocol;
+    return RouteChange::kReplaced;
+  }
+
+  bool give(typename Rows::const_iterator row, Route* route) const {
+    if (row == rows_.end()) return false;
+    const RouteAttributes& attributes = (*sets_)[row->attributes];
+    route->key = {address_of<kWords>(row->destination), row->prefix_length,
+                  address_of<kWords>(row->next_hop)};
+    route->interface_index = row->interface_index;
+    route->type = static_cast<RouteType>(row->type_and_status >> 4);
+    route->protocol = static_cast<RouteProtocol>(row->protocol);
+    route->row_status = row->type_and_status & 0xf;
+    route->metrics[0] = row->metric1;
+    std::copy(attributes.further_metrics.begin(), attributes.further_metrics.end(),
+              route->metrics.begin() + 1);
+    route->next_hop_as = attributes.next_hop_as;
+    route->labels = attributes.labels;
+    route->changed = row->changed;
+    return true;
+  }
+
+  RouteAttributeSets* sets_;
+  Rows rows_;
+  std::optional<Row<kWords>> swept_;  // the last row that the running end_refresh() visited
+  std::uint8_t generation_ = 0;
+};
+
+bool is_zero_from(const RouteAddress& address, std::size_t first) {
+  return std::all_of(address.begin() + static_cast<std::ptrdiff_t>(first), address.end(),
+                     [](std::uint8_t octet) { return octet == 0; });
+}
+
+bool has_host_bits(const RouteAddress& address, std::size_t prefix_length) {
+  if (prefix_length == 8 * address.size()) return false;
+  const std::size_t whole = prefix_length / 8;
+  const bool in_octet = (address[whole] & (0xff >> (prefix_length % 8))) != 0;
+  return in_octet || !is_zero_from(address, whole + 1);
+}
+
+bool valid_type(const Route& route) {
+  if (route.type < RouteType::kOther || route.type > RouteType::kBlackhole) return false;
+  return route.type != RouteType::kLocal || is_zero_from(route.key.next_hop, 0);
+}
+
+}  // namespace
+
+bool valid_route_key(Family family, const RouteKey& key) {
+  if (family != Family::kIpv4) return key.prefix_length <= 128;
+  return key.prefix_length <= 32 && is_zero_from(key.destination, 4) && is_zero_from(key.next_hop, 4);
+}
+
+bool valid_route(Family family, const Route& route) {
+  const auto bad_metric = [](std::int32_t metric) { return metric < kMetricUnused; };
+  const auto bad_label = [](std::uint32_t label) { return label > kLabelMax; };
+  return valid_route_key(family, route.key) &&
+         !has_host_bits(route.key.destination, route.key.prefix_length) && valid_type(route) &&
+         route.row_status >= 1 && route.row_status <= 6 &&
+         std::none_of(route.metrics.begin(), route.metrics.end(), bad_metric) &&
+         route.labels.size() <= kLabelStackMax &&
+         std::none_of(route.labels.begin(), route.labels.end(), bad_label);
+}
+
+std::unique_ptr<RouteTable> make_route_table(Family family, RouteAttributeSets* sets) {
+  if (family == Family::kIpv4) return std::make_unique<Table<1>>(sets);
+  return std::make_unique<Table<4>>(sets);
+}
+
+}  // namespace router

@@ -1,0 +1,39 @@
+// One routing table in its compact form; the route store's own.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "platform/router/model/route_attributes.h"
+#include "platform/router/model/route_store.h"
+
+namespace router {
+
+// The operations of RouteStore on one table, for routes that were checked (valid_route). The sets of
+// attributes must outlive the table.
+class RouteTable {
+ public:
+  virtual ~RouteTable() = default;
+  // `keep_better`: as RouteStore::offer().
+  virtual RouteChange put(const Route& route, bool keep_better) = 0;
+  virtual bool erase(const RouteKey& key) = 0;
+  // Takes away up to `limit` rows; true while there are more.
+  virtual bool release_some(std::size_t limit) = 0;
+  virtual void begin_refresh() = 0;
+  virtual bool end_refresh(std::size_t limit, std::size_t* erased) = 0;
+  virtual bool find(const RouteKey& key, Route* route) const = 0;
+  virtual bool find_next(const RouteKey& key, Route* route) const = 0;
+  virtual bool find_first(Route* route) const = 0;
+  virtual bool find_labelled(const RouteKey& prefix, Route* route) const = 0;
+  virtual std::size_t count() const = 0;
+};
+
+std::unique_ptr<RouteTable> make_route_table(Family family, RouteAttributeSets* sets);
+
+// Whether the route is one that a table of the family can hold.
+bool valid_route(Family family, const Route& route);
+// Whether a key's lengths and unused octets are those of the family; bits beyond the prefix length are not
+// looked at.
+bool valid_route_key(Family family, const RouteKey& key);
+
+}  // namespace router

@@ -1,0 +1,169 @@
+// See route_store.h. The store finds the table and checks what comes from sources; the rows are in
+// route_table.cpp.
+//
+// Tables sit in an ordered map by family and number, so that changes are told in one order. A table is opened
+// once for every VRF that has it.
+#include "platform/router/model/route_store.h"
+
+#include <deque>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/router/model/address.h"
+#include "platform/router/model/route_table.h"
+
+namespace router {
+
+struct RouteStore::State {
+  struct OpenTable {
+    std::unique_ptr<RouteTable> rows;
+    std::size_t openings = 0;
+  };
+
+  RouteAttributeSets sets;  // outlives the tables
+  std::map<RouteTableId, OpenTable> tables;
+  std::set<RouteTableId> changed;                    // open tables, since the last take_changed()
+  std::deque<std::unique_ptr<RouteTable>> released;  // rows that no reader finds any more
+  std::function<void()> on_release;                  // null: released on the spot
+
+  OpenTable* find(RouteTableId id) {
+    const auto found = tables.find(id);
+    return found == tables.end() ? nullptr : &found->second;
+  }
+
+  void release(std::unique_ptr<RouteTable> rows) {
+    if (!on_release) return;  // and `rows` ends here
+    released.push_back(std::move(rows));
+    if (released.size() == 1) on_release();
+  }
+
+  Status put(RouteTableId id, const Route& route, bool keep_better, RouteChange* change) {
+    if (Status status = fault_check("route_store_put")) return status;
+    OpenTable* table = find(id);
+    if (table == nullptr) return kStatusNoSuchRow;
+    if (!valid_route(id.family, route)) return kStatusInvalid;
+    const RouteChange what = table->rows->put(route, keep_better);
+    if (what != RouteChange::kNone) changed.insert(id);
+    if (change != nullptr) *change = what;
+    return kStatusOk;
+  }
+};
+
+std::uint32_t route_age(const Route& route) {
+  return static_cast<std::uint32_t>(clock_monotonic() / kNanosecondsPerSecond) - route.changed;
+}
+
+RouteStore::RouteStore() : state_(std::make_unique<State>()) {}
+RouteStore::~RouteStore() = default;
+
+Status RouteStore::put(RouteTableId table, const Route& route, RouteChange* change) {
+  return state_->put(table, route, false, change);
+}
+
+Status RouteStore::offer(RouteTableId table, const Route& route, RouteChange* change) {
+  return state_->put(table, route, true, change);
+}
+
+Status RouteStore::erase(RouteTableId table, const RouteKey& key) {
+  if (Status status = fault_check("route_store_erase")) return status;
+  State::OpenTable* found = state_->find(table);
+  if (found == nullptr || !valid_route_key(table.family, key) || !found->rows->erase(key)) {
+    return kStatusNoSuchRow;
+  }
+  state_->changed.insert(table);
+  return kStatusOk;
+}
+
+void RouteStore::clear(RouteTableId table) {
+  State::OpenTable* found = state_->find(table);
+  if (found == nullptr || found->rows->count() == 0) return;
+  state_->release(std::exchange(found->rows, make_route_table(table.family, &state_->sets)));
+  state_->changed.insert(table);
+}
+
+void RouteStore::begin_refresh(RouteTableId table) {
+  if (State::OpenTable* found = state_->find(table)) found->rows->begin_refresh();
+}
+
+bool RouteStore::end_refresh(RouteTableId table, std::size_t limit, std::size_t* erased) {
+  State::OpenTable* found = state_->find(table);
+  if (found == nullptr) return false;
+  std::size_t gone = 0;
+  const bool more = found->rows->end_refresh(limit, &gone);
+  if (gone > 0) state_->changed.insert(table);
+  if (erased != nullptr) *erased += gone;
+  return more;
+}
+
+bool RouteStore::find(RouteTableId table, const RouteKey& key, Route* route) const {
+  const State::OpenTable* found = state_->find(table);
+  return found != nullptr && valid_route_key(table.family, key) && found->rows->find(key, route);
+}
+
+bool RouteStore::find_next(RouteTableId table, const RouteKey& key, Route* route) const {
+  const State::OpenTable* found = state_->find(table);
+  return found != nullptr && valid_route_key(table.family, key) && found->rows->find_next(key, route);
+}
+
+bool RouteStore::find_first(RouteTableId table, Route* route) const {
+  const State::OpenTable* found = state_->find(table);
+  return found != nullptr && found->rows->find_first(route);
+}
+
+bool RouteStore::find_labelled(RouteTableId table, const RouteAddress& destination,
+                               std::uint8_t prefix_length, Route* route) const {
+  const RouteKey prefix{destination, prefix_length, {}};
+  const State::OpenTable* found = state_->find(table);
+  return found != nullptr && valid_route_key(table.family, prefix) &&
+         found->rows->find_labelled(prefix, route);
+}
+
+std::size_t RouteStore::count(RouteTableId table) const {
+  const State::OpenTable* found = state_->find(table);
+  return found == nullptr ? 0 : found->rows->count();
+}
+
+std::size_t RouteStore::total() const {
+  std::size_t sum = 0;
+  for (const auto& [id, table] : state_->tables) sum += table.rows->count();
+  return sum;
+}
+
+bool RouteStore::is_open(RouteTableId table) const {
+  return state_->find(table) != nullptr;
+}
+
+void RouteStore::open(RouteTableId table) {
+  if (table.table == 0) return;
+  State::OpenTable& opened = state_->tables[table];
+  if (opened.openings++ == 0) opened.rows = make_route_table(table.family, &state_->sets);
+}
+
+void RouteStore::close(RouteTableId table) {
+  State::OpenTable* found = state_->find(table);
+  if (found == nullptr || --found->openings > 0) return;
+  auto closed = state_->tables.extract(table);
+  state_->changed.erase(table);
+  state_->release(std::move(closed.mapped().rows));
+}
+
+void RouteStore::defer_releases(std::function<void()> hook) {
+  state_->on_release = std::move(hook);
+  if (!state_->on_release) state_->released.clear();
+}
+
+bool RouteStore::release_some(std::size_t rows) {
+  auto& released = state_->released;
+  if (!released.empty() && !released.front()->release_some(rows)) released.pop_front();
+  return !released.empty();
+}
+
+void RouteStore::take_changed(const std::function<void(RouteTableId)>& visit) {
+  const std::set<RouteTableId> changed = std::exchange(state_->changed, {});
+  for (const RouteTableId id : changed) visit(id);
+}
+
+}  // namespace router

@@ -1,0 +1,189 @@
+// The router model: VRFs, interfaces, addresses and memberships as the platform services see them. One source
+// (a file, the kernel) feeds it; services observe it.
+//
+// Names: a VRF name has 1 to 31 octets (the bound of RFC 4382's MplsL3VpnName) without NUL, an interface name
+// 1 to
+// 63. "default" is the routing context of every interface that is in no VRF; it always exists, with id 1.
+// Identity: a VRF's id and table ids are the source's and stable across restarts; an interface's handle is
+// the model's own and stable while the interface exists; its index is the host's ifIndex.
+//
+// A membership may name a VRF that does not exist (yet); deleting a VRF leaves the memberships that name it.
+// Every change is checked first, made completely or not at all, and told to every observer before the call
+// returns. Observers and visitors must not change the model from inside a call: it refuses with
+// kStatusDeadlock. Main thread only. Every change is a fault point, "router_" and its name
+// ("router_create_vrf").
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/core/base/status.h"
+#include "platform/router/model/address.h"
+#include "platform/router/model/route_store.h"
+
+namespace router {
+
+inline constexpr std::string_view kDefaultVrf = "default";
+inline constexpr std::size_t kVrfNameMax = 31;
+inline constexpr std::size_t kInterfaceNameMax = 63;
+inline constexpr std::uint32_t kVrfFlagBig = 0x2;  // a VRF of many routes
+
+// The order of names everywhere below the router model: shorter names first, names of one length octet by
+// octet. It is the order of the MIB's indexes (a length, then the octets; RFC 2578 section 7.7).
+struct ShorterFirst {
+  using is_transparent = void;
+  bool operator()(std::string_view left, std::string_view right) const {
+    return left.size() != right.size() ? left.size() < right.size() : left < right;
+  }
+};
+
+struct Vrf {
+  std::string name;
+  std::uint32_t id = 0;          // never 0 for a VRF that exists
+  std::uint32_t ipv4_table = 0;  // routing-table ids; 0: the VRF has no table of this family
+  std::uint32_t ipv6_table = 0;
+  std::uint32_t ipv4_multicast_table = 0;
+  std::uint32_t ipv6_multicast_table = 0;
+  std::uint32_t flags = 0;
+  std::string description;
+  std::string rd;  // route distinguisher as text; empty when none
+  bool operator==(const Vrf&) const = default;
+};
+
+// What the kernel says of one IPv4 address of an interface.
+struct Ipv4Detail {
+  Address address{};
+  Address peer{};          // the other end of a point-to-point address; else the address itself
+  bool secondary = false;  // not the first address of its subnet
+  bool operator==(const Ipv4Detail&) const = default;
+};
+
+struct Interface {
+  std::uint32_t handle = 0;  // never 0
+  std::uint32_t index = 0;   // ifIndex, 1 to 2147483647
+  std::string name;
+  std::string description;
+  std::string vrf{kDefaultVrf};
+  bool up = false;                         // operationally up
+  std::vector<Address> addresses;          // in the source's order; the first of a family is its primary one
+  std::vector<Ipv4Detail> ipv4_details{};  // empty when the source knows no more than `addresses`
+  bool operator==(const Interface&) const = default;
+};
+
+// Who names a VRF. A VRF is referenced while anybody names it.
+enum class ReferenceHolder : std::uint8_t {
+  kSource = 0x1,         // the router itself says that there is such a VRF, though it is not created
+  kConfiguration = 0x2,  // it has configuration
+};
+
+// What is told of a change. `before` is the state before it; references are valid during the call only.
+class Observer {
+ public:
+  virtual ~Observer() = default;
+  // Before a VRF is created, changed or deleted: the model and what services derived from it are as they
+  // were. `next`: what the VRF will be; null when it is to be deleted.
+  virtual void vrf_changing(const std::string& /*name*/, const Vrf* /*next*/) {}
+  virtual void vrf_created(const Vrf&) {}
+  virtual void vrf_changed(const Vrf& /*before*/, const Vrf& /*now*/) {}
+  virtual void vrf_deleted(const Vrf&) {}
+  virtual void vrf_referenced(const std::string& /*name*/) {}    // named by configuration and not created
+  virtual void vrf_unreferenced(const std::string& /*name*/) {}  // no longer named, and not created either
+  // Before and after an interface gets another name or index: what is still to be delivered to clients refers
+  // to those that it has, and clients ask for them. So it is delivered now.
+  virtual void names_change() {}
+  virtual void interface_added(const Interface&) {}  // already with its membership
+  virtual void interface_changed(const Interface& /*before*/, const Interface& /*now*/) {
+  }  // not the membership
+  virtual void interface_moved(const Interface& /*now*/, const std::string& /*from*/) {}  // the membership
+  virtual void interface_removed(const Interface&) {}  // still with its membership
+  virtual void routes_changed(RouteTableId) {}         // once a batch for each table that changed
+};
+
+// Observers are told in this order on creation and additions, in the reverse order on deletions, removals and
+// moves, so that a record exists before a membership names it and goes after it.
+enum class ObserverRank : int { kRecords = 0, kMembership = 1, kOther = 2 };
+
+class Router {
+ public:
+  Router();
+  ~Router();
+  Router(const Router&) = delete;
+  Router& operator=(const Router&) = delete;
+
+  void observe(ObserverRank rank, Observer* observer);
+  void stop_observing(Observer* observer);
+
+  // kStatusExists (name or id taken; "default" has id 1), kStatusInvalid (name, id 0, or "default").
+  [[nodiscard]] Status create_vrf(const Vrf& vrf);
+  // Replaces everything but name and id. kStatusNoSuchRow, kStatusInvalid ("default" may change).
+  // No notification when nothing differs.
+  [[nodiscard]] Status change_vrf(const Vrf& vrf);
+  [[nodiscard]] Status delete_vrf(std::string_view name);
+  // A VRF that is named by configuration only: services hold a forward reference for it. Ends when it is
+  // taken back; a reference to a VRF that exists is allowed and outlives it (observers hear of references to
+  // VRFs that do not exist only: a VRF deleted under a reference is told as vrf_deleted, and is_referenced()
+  // says the rest). Each holder names a VRF once: kStatusExists for a second time, kStatusNoSuchRow for
+  // taking back what it does not hold, kStatusInvalid for a bad name or "default". Observers hear of the
+  // first and of the last holder.
+  [[nodiscard]] Status reference_vrf(std::string_view name,
+                                     ReferenceHolder holder = ReferenceHolder::kSource);
+  [[nodiscard]] Status unreference_vrf(std::string_view name,
+                                       ReferenceHolder holder = ReferenceHolder::kSource);
+
+  // The handle field is ignored; the new handle is written to *handle when not null. kStatusExists (name or
+  // index taken), kStatusInvalid (name, index, VRF name or an address).
+  [[nodiscard]] Status add_interface(const Interface& interface, std::uint32_t* handle = nullptr);
+  // Replaces everything but handle and membership (also the name and the index). One notification, none when
+  // nothing differs. kStatusNoSuchRow for an unknown handle, else as for add_interface.
+  [[nodiscard]] Status change_interface(const Interface& interface);
+  [[nodiscard]] Status remove_interface(std::uint32_t handle);
+  // Joins `vrf`, leaving the one it was in; kDefaultVrf leaves only. No notification when it is there
+  // already.
+  [[nodiscard]] Status move_interface(std::uint32_t handle, std::string_view vrf);
+
+  const Vrf* find_vrf(std::string_view name) const;
+  const Vrf* find_vrf_by_id(std::uint32_t id) const;
+  bool is_referenced(std::string_view name) const;  // by anybody
+  bool is_referenced(std::string_view name, ReferenceHolder holder) const;
+  const Interface* find_interface(std::uint32_t handle) const;
+  const Interface* find_interface_by_name(std::string_view name) const;
+  const Interface* find_interface_by_index(std::uint32_t index) const;
+
+  // How many changes the observers were told of. While they are told, it is the number of that change: what
+  // several services queue because of one change, or of an earlier and a later one, can be put in order by
+  // it.
+  std::uint64_t changes() const;
+
+  std::size_t vrf_count() const;  // without "default"
+  std::size_t interface_count() const;
+  // In name order (ShorterFirst); "default" is included in for_each_vrf.
+  void for_each_vrf(const std::function<void(const Vrf&)>& visit) const;
+  void for_each_reference(const std::function<void(const std::string&)>& visit) const;  // of anybody
+  // In handle order (the order of addition).
+  void for_each_interface(const std::function<void(const Interface&)>& visit) const;
+
+  // The unicast tables of the VRFs. A table is open while a VRF has it: it opens (empty) before observers
+  // hear of the VRF and is closed, and its routes gone, before they hear of the deletion or the other table
+  // id.
+  RouteStore& routes();
+  const RouteStore& routes() const;
+  // Tells every observer, once a table, which tables' routes changed since the last call. Sources call it at
+  // the end of each batch.
+  void flush_route_changes();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+bool valid_vrf_name(std::string_view name);
+bool valid_interface_name(std::string_view name);
+
+}  // namespace router

@@ -1,0 +1,80 @@
+// What a router::Router holds, shared by the sources that implement it.
+//
+// VRFs and interfaces sit in the nodes of ordered maps, so that references stay good while others come and
+// go; the further look-ups point into them. The name index of interfaces borrows its keys from the interfaces
+// themselves: an entry is taken out before its name changes.
+#pragma once
+
+#include <utility>
+
+#include "platform/core/base/fault.h"
+#include "platform/router/model/router.h"
+
+namespace router {
+
+struct Router::State {
+  std::map<std::string, Vrf, ShorterFirst> vrfs;  // with "default"
+  std::unordered_map<std::uint32_t, Vrf*> vrfs_by_id;
+  std::map<std::string, std::uint8_t, ShorterFirst> references;  // the holders' bits, never none
+
+  std::map<std::uint32_t, Interface> interfaces;  // by handle
+  std::unordered_map<std::string_view, Interface*> interfaces_by_name;
+  std::unordered_map<std::uint32_t, Interface*> interfaces_by_index;
+  std::uint32_t last_handle = 0;
+
+  RouteStore routes;
+
+  std::vector<std::pair<ObserverRank, Observer*>> observers;  // by rank, then in the order they came
+  unsigned busy = 0;                                          // > 0 while observers or visitors run
+  std::uint64_t changes = 0;
+
+  // Every change begins with this: its fault point, and the refusal of changes from inside a notification.
+  Status may_change(const char* operation) const {
+    if (Status status = fault_check(operation)) return status;
+    return busy > 0 ? kStatusDeadlock : kStatusOk;
+  }
+
+  // While it lives, changes are refused.
+  class Busy {
+   public:
+    explicit Busy(State* state) : state_(state) { ++state_->busy; }
+    ~Busy() { --state_->busy; }
+    Busy(const Busy&) = delete;
+    Busy& operator=(const Busy&) = delete;
+
+   private:
+    State* state_;
+  };
+
+  template <typename Tell>
+  void tell_up(Tell tell) {  // records first
+    const Busy guard(this);
+    ++changes;
+    for (const auto& [rank, observer] : observers) tell(*observer);
+  }
+
+  template <typename Tell>
+  void tell_down(Tell tell) {  // records last
+    const Busy guard(this);
+    ++changes;
+    for (auto entry = observers.rbegin(); entry != observers.rend(); ++entry) tell(*entry->second);
+  }
+
+  void tell_before(const std::string& name, const Vrf* next) {
+    const Busy guard(this);
+    for (const auto& [rank, observer] : observers) observer->vrf_changing(name, next);
+  }
+
+  void tell_names_change() {
+    const Busy guard(this);
+    for (const auto& [rank, observer] : observers) observer->names_change();
+  }
+
+  template <typename Map, typename Visit>
+  void visit_all(const Map& map, const Visit& visit) {
+    const Busy guard(this);
+    for (const auto& [key, value] : map) visit(value);
+  }
+};
+
+}  // namespace router

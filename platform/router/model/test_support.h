@@ -1,0 +1,82 @@
+// A router model with one listening observer of each rank, for the model's own tests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/router/model/router.h"
+
+namespace router {
+
+// Writes one line for everything it is told.
+class Listener : public Observer {
+ public:
+  Listener(std::string name, std::vector<std::string>* lines) : name_(std::move(name)), lines_(lines) {}
+  void vrf_created(const Vrf& vrf) override { Say("created " + vrf.name); }
+  void vrf_changed(const Vrf&, const Vrf& now) override { Say("changed " + now.name); }
+  void vrf_deleted(const Vrf& vrf) override { Say("deleted " + vrf.name); }
+  void vrf_referenced(const std::string& name) override { Say("referenced " + name); }
+  void vrf_unreferenced(const std::string& name) override { Say("unreferenced " + name); }
+  void interface_added(const Interface& now) override { Say("added " + now.name + " in " + now.vrf); }
+  void interface_changed(const Interface& before, const Interface& now) override {
+    Say("changed " + before.name + " to " + now.name + (now.up ? " up" : " down"));
+  }
+  void interface_moved(const Interface& now, const std::string& from) override {
+    Say("moved " + now.name + " from " + from + " to " + now.vrf);
+  }
+  void interface_removed(const Interface& last) override { Say("removed " + last.name + " in " + last.vrf); }
+
+ private:
+  void Say(const std::string& what) { lines_->push_back(name_ + ": " + what); }
+  std::string name_;
+  std::vector<std::string>* lines_;
+};
+
+class RouterModel : public ::testing::Test {
+ protected:
+  RouterModel() {  // in an order that is not that of the ranks
+    router_.observe(ObserverRank::kOther, &other_);
+    router_.observe(ObserverRank::kRecords, &records_);
+    router_.observe(ObserverRank::kMembership, &members_);
+  }
+
+  static Vrf MakeVrf(const std::string& name, std::uint32_t id) {
+    Vrf vrf;
+    vrf.name = name;
+    vrf.id = id;
+    return vrf;
+  }
+
+  static Interface MakeInterface(const std::string& name, std::uint32_t index,
+                                 const std::string& vrf = "default") {
+    Interface interface;
+    interface.name = name;
+    interface.index = index;
+    interface.vrf = vrf;
+    return interface;
+  }
+
+  void AddVrf(const std::string& name, std::uint32_t id) {
+    ASSERT_EQ(router_.create_vrf(MakeVrf(name, id)), kStatusOk);
+  }
+
+  std::uint32_t AddInterface(const std::string& name, std::uint32_t index,
+                             const std::string& vrf = "default") {
+    std::uint32_t handle = 0;
+    EXPECT_EQ(router_.add_interface(MakeInterface(name, index, vrf), &handle), kStatusOk);
+    return handle;
+  }
+
+  const std::vector<std::string>& Heard() const { return lines_; }
+  void Forget() { lines_.clear(); }
+
+  std::vector<std::string> lines_;
+  Listener records_{"records", &lines_};
+  Listener members_{"members", &lines_};
+  Listener other_{"other", &lines_};
+  Router router_;
+};
+
+}  // namespace router

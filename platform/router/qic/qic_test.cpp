@@ -1,0 +1,133 @@
+// Names of interfaces by handle, and control servers that went stale.
+#include "platform/router/qic/qic.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+
+#include "platform/core/base/fault.h"
+
+namespace {
+
+class Qic : public ::testing::Test {
+ protected:
+  Qic() { qic_attach(&router_); }
+  ~Qic() override {
+    if (server_ != nullptr) {
+      EXPECT_EQ(qic_control_server_unbind(server_), kStatusOk);
+    }
+    qic_attach(nullptr);
+  }
+
+  std::uint32_t AddInterface(const std::string& name) {
+    router::Interface interface;
+    interface.name = name;
+    interface.index = ++last_index_;
+    std::uint32_t handle = 0;
+    EXPECT_EQ(router_.add_interface(interface, &handle), kStatusOk);
+    return handle;
+  }
+  Status Bind() { return qic_control_server_bind(4, 2, &server_); }
+  Status Rebind() {
+    if (Status status = qic_control_server_unbind(server_)) return status;
+    server_ = nullptr;
+    return Bind();
+  }
+  Status NameOf(std::uint32_t handle) {
+    return qic_s_interface_name(server_, handle, name_.data(), name_.size());
+  }
+
+  router::Router router_;
+  std::uint32_t last_index_ = 0;
+  QicControlServer* server_ = nullptr;
+  std::array<char, 8> name_{"before"};
+};
+
+TEST_F(Qic, NameIsFoundByHandle) {
+  const std::uint32_t handle = AddInterface("ge0");
+  ASSERT_EQ(Bind(), kStatusOk);
+  EXPECT_EQ(NameOf(handle), kStatusOk);
+  EXPECT_STREQ(name_.data(), "ge0");
+}
+
+TEST_F(Qic, UnknownHandleIsNoSuchRow) {
+  ASSERT_EQ(Bind(), kStatusOk);
+  EXPECT_EQ(NameOf(99), kStatusNoSuchRow);
+  EXPECT_STREQ(name_.data(), "before");
+}
+
+TEST_F(Qic, NameThatDoesNotFitIsInvalidAndNotTruncated) {
+  const std::uint32_t fits = AddInterface("seven77");
+  const std::uint32_t too_long = AddInterface("eight888");
+  ASSERT_EQ(Bind(), kStatusOk);
+  EXPECT_EQ(NameOf(too_long), kStatusInvalid);
+  EXPECT_STREQ(name_.data(), "before");
+  EXPECT_EQ(NameOf(fits), kStatusOk);
+  EXPECT_STREQ(name_.data(), "seven77");
+}
+
+TEST_F(Qic, RestartedServerForgetsItsClientsUntilTheyBindAgain) {
+  const std::uint32_t handle = AddInterface("ge0");
+  ASSERT_EQ(Bind(), kStatusOk);
+  qic_server_restart();
+  EXPECT_EQ(NameOf(handle), kStatusStaleConnection);
+  EXPECT_EQ(NameOf(handle), kStatusStaleConnection);
+  ASSERT_EQ(Rebind(), kStatusOk);
+  EXPECT_EQ(NameOf(handle), kStatusOk);
+}
+
+TEST_F(Qic, LastBindingShowsWhatWasAskedFor) {
+  ASSERT_EQ(Bind(), kStatusOk);
+  EXPECT_EQ(qic_last_binding().request_type, 4U);
+  EXPECT_EQ(qic_last_binding().version, 2U);
+  QicControlServer* refused = nullptr;
+  {
+    const ScopedFault fault("qic_control_server_bind", kStatusIo);
+    EXPECT_EQ(qic_control_server_bind(5, 9, &refused), kStatusIo);
+  }
+  EXPECT_EQ(qic_last_binding().request_type, 4U) << "a bind that fails is none";
+}
+
+TEST_F(Qic, WithoutAModelNothingCanBeBoundOrAsked) {
+  const std::uint32_t handle = AddInterface("ge0");
+  ASSERT_EQ(Bind(), kStatusOk);
+  qic_attach(nullptr);
+  QicControlServer* other = nullptr;
+  EXPECT_EQ(qic_control_server_bind(4, 2, &other), kStatusUnavailable);
+  EXPECT_EQ(NameOf(handle), kStatusUnavailable);
+}
+
+TEST_F(Qic, WhatIsNotBoundCannotBeUnbound) {
+  EXPECT_EQ(qic_control_server_unbind(nullptr), kStatusInvalid);
+  ASSERT_EQ(Bind(), kStatusOk);
+  EXPECT_EQ(qic_control_server_unbind(server_), kStatusOk);
+  EXPECT_EQ(qic_control_server_unbind(server_), kStatusInvalid);
+  server_ = nullptr;
+}
+
+TEST_F(Qic, NullArgumentsAreInvalid) {
+  ASSERT_EQ(Bind(), kStatusOk);
+  EXPECT_EQ(qic_control_server_bind(4, 2, nullptr), kStatusInvalid);
+  EXPECT_EQ(qic_s_interface_name(nullptr, 1, name_.data(), name_.size()), kStatusInvalid);
+  EXPECT_EQ(qic_s_interface_name(server_, 1, nullptr, 8), kStatusInvalid);
+}
+
+TEST_F(Qic, EveryOperationHasItsFaultPoint) {
+  const std::uint32_t handle = AddInterface("ge0");
+  {
+    const ScopedFault fault("qic_control_server_bind", kStatusIo);
+    EXPECT_EQ(Bind(), kStatusIo);
+    EXPECT_EQ(server_, nullptr);
+  }
+  ASSERT_EQ(Bind(), kStatusOk);
+  {
+    const ScopedFault fault("qic_s_interface_name", kStatusStaleConnection);
+    EXPECT_EQ(NameOf(handle), kStatusStaleConnection);
+    EXPECT_EQ(NameOf(handle), kStatusOk) << "one failure only";
+  }
+  const ScopedFault fault("qic_control_server_unbind", kStatusIo);
+  EXPECT_EQ(qic_control_server_unbind(server_), kStatusIo);
+}
+
+}  // namespace

@@ -1,0 +1,184 @@
+// Thresholds that are configured, changed and taken away, and what a start finds.
+#include "platform/router/rib_threshold/test_support.h"
+#include "platform/store/tree/tuple.h"
+
+namespace rib_threshold {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// "red" with the table 10 and 5 IPv4 routes.
+class ConfiguredThresholds : public RibThresholdTest {
+ protected:
+  void SetUp() override {
+    Start();
+    AddVrf("red", 10);
+    SetRoutes(10, 5);
+  }
+  std::string LimitPath(std::uint32_t afi, std::uint32_t safi, const std::string& table = "default",
+                        const std::string& vrf = "red") {
+    return "/cfg/gl/vmap/vrf/" + vrf + "/ord_z/afi_safi/" + std::to_string(afi) + "/" + std::to_string(safi) +
+           "/" + table + "/ord_e/rib/table-prefix-limit";
+  }
+  void SetPair(const std::string& path, std::int64_t maximum, std::int64_t mid) {
+    KvValue value;
+    ASSERT_EQ(tuple_pack(&value, "%d%d", {maximum, mid}), kStatusOk);
+    ASSERT_EQ(kvtree_set(path, value), kStatusOk);
+    Run();
+  }
+};
+
+TEST_F(ConfiguredThresholds, ThresholdBelowTheNumberIsExceededAtOnce) {
+  Configure("red", 4, 3);
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/3",
+                                  "red.ipv4.unicast exceeds maximum 10: 5/4"));
+}
+
+TEST_F(ConfiguredThresholds, RaisedMaximumIsClearedAtOnce) {
+  Configure("red", 4, 3);
+  Told();
+  Configure("red", 8, 6);
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/8"));
+  EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/8"));
+}
+
+TEST_F(ConfiguredThresholds, ChangeThatIsStillExceededIsNotTold) {
+  Configure("red", 4, 3);
+  Told();
+  Configure("red", 5, 2);
+  Configure("red", 1, 1);
+  Configure("red", 1, 1);
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(ConfiguredThresholds, RaisedMidIsArmedAgain) {
+  Configure("red", 0, 3);
+  Told();
+  Configure("red", 0, 7);
+  EXPECT_THAT(Standing(), IsEmpty());
+  SetRoutes(10, 8);
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 8/7"));
+}
+
+TEST_F(ConfiguredThresholds, ThresholdTakenAwayWhileExceededIsCleared) {
+  Configure("red", 4, 3);
+  Told();
+  Unconfigure("red");
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
+  EXPECT_THAT(Standing(), IsEmpty());
+  SetRoutes(10, 20);
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(ConfiguredThresholds, MaximumOfZeroWhileExceededIsCleared) {
+  Configure("red", 4, 3);
+  Told();
+  Configure("red", 0, 3);
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
+}
+
+TEST_F(ConfiguredThresholds, ThresholdOfAVrfThatComesLaterIsKept) {
+  Configure("blue", 2, 1);
+  EXPECT_THAT(Told(), IsEmpty());
+  AddVrf("blue", 20);
+  SetRoutes(20, 2);
+  EXPECT_THAT(Told(), ElementsAre("blue.ipv4.unicast exceeds mid 20: 2/1",
+                                  "blue.ipv4.unicast exceeds maximum 20: 2/2"));
+}
+
+TEST_F(ConfiguredThresholds, UnicastTablesOfTheTwoFamiliesOnly) {
+  SetPair(LimitPath(1, 2), 1, 1);
+  SetPair(LimitPath(3, 1), 1, 1);
+  SetPair(LimitPath(0, 1), 1, 1);
+  SetPair(LimitPath(1, 1, "other"), 1, 1);
+  SetRoutes(10, 6);
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(ConfiguredThresholds, DefaultIsNotWatched) {
+  ChangeTables("default", 254, 254);
+  SetPair(LimitPath(1, 1, "default", "default"), 1, 1);
+  SetRoutes(254, 3);
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(ConfiguredThresholds, LargeThresholdsAreUnsigned) {
+  Configure("red", 4294967295, 3000000000);
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(ConfiguredThresholds, LimitThatIsNoPairIsLoggedAndIsNoThreshold) {
+  Configure("red", 4, 3);
+  Told();
+  KvValue text;
+  text.type = KvValueType::kText;
+  text.text = "a hundred";
+  testing::internal::CaptureStderr();
+  ASSERT_EQ(kvtree_set(LimitPath(1, 1), text), kStatusOk);
+  Run();
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("route thresholds: a limit that is not a pair of numbers: "));
+  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
+}
+
+// --- Starting
+
+TEST_F(ConfiguredThresholds, StartJudgesWhatItFindsBeforeAnybodySubscribes) {
+  Configure("red", 4, 3);
+  rib_threshold_detach();
+  EXPECT_THAT(Standing(), IsEmpty());
+  Attach();
+  EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/3",
+                                      "red.ipv4.unicast exceeds maximum 10: 5/4"));
+}
+
+TEST_F(ConfiguredThresholds, StartBelowTheThresholdsTellsNothing) {
+  Configure("red", 9, 6);
+  rib_threshold_detach();
+  Attach();
+  EXPECT_THAT(Standing(), IsEmpty());
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(ConfiguredThresholds, DetachedServiceHearsNothing) {
+  Configure("red", 4, 3);
+  Told();
+  rib_threshold_detach();
+  SetRoutes(10, 1);
+  Configure("red", 1, 1);
+  AddVrf("blue", 20);
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(ConfiguredThresholds, AttachingTwiceAndToNothingIsRefused) {
+  EXPECT_EQ(rib_threshold_attach(&router_, manager_), kStatusExists);
+  rib_threshold_detach();
+  EXPECT_EQ(rib_threshold_attach(nullptr, manager_), kStatusInvalid);
+  EXPECT_EQ(rib_threshold_attach(&router_, nullptr), kStatusInvalid);
+  rib_threshold_detach();  // of nothing
+}
+
+TEST_F(ConfiguredThresholds, FailedAttachingLeavesNothingAttached) {
+  Configure("red", 4, 3);
+  Told();
+  rib_threshold_detach();
+  for (const char* point : {"rib_threshold_attach", "kvtree_bind", "kvtree_register_notification"}) {
+    const ScopedFault fault(point, kStatusIo);
+    EXPECT_EQ(rib_threshold_attach(&router_, manager_), kStatusIo) << point;
+  }
+  SetRoutes(10, 8);
+  EXPECT_THAT(Told(), IsEmpty());
+  Attach();
+}
+
+TEST_F(ConfiguredThresholds, FailedUnbindingIsLogged) {
+  testing::internal::CaptureStderr();
+  const ScopedFault fault("kvtree_unbind", kStatusIo);
+  rib_threshold_detach();
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("/cfg/gl/vmap/ is still followed: "));
+}
+
+}  // namespace
+}  // namespace rib_threshold

@@ -1,0 +1,39 @@
+// The two records of the routing table's threshold events, as their readers know them: the type names,
+// versions and layouts are a contract with every process that decodes them.
+//
+// The owner of the events describes them for itself; a reader has a description of its own, and an encoded
+// record carries its type name and a hash of its schema, so that two descriptions that drift apart are
+// noticed (kStatusBadEncoding).
+#pragma once
+
+#include <cstdint>
+
+#include "platform/core/base/status.h"
+#include "platform/core/parcel/parcel.h"
+#include "platform/store/tree/kvtree.h"
+
+namespace rib_threshold {
+
+struct MidThreshold {
+  std::uint32_t ext_table_id;
+  std::uint32_t ext_curr_num_routes;
+  std::uint32_t ext_conf_mid_threshold;  // routes
+};
+static_assert(sizeof(MidThreshold) == 12);
+
+struct MaximumThreshold {
+  std::uint32_t ext_clear;  // 1: the threshold is no longer exceeded
+  std::uint32_t ext_table_id;
+  std::uint32_t ext_curr_num_routes;
+  std::uint32_t ext_conf_max_threshold;  // routes
+};
+static_assert(sizeof(MaximumThreshold) == 16);
+
+extern const ParcelDescription kMidThresholdParcel;
+extern const ParcelDescription kMaximumThresholdParcel;
+
+// *value: the record as a node's value. What parcel_encode answers.
+[[nodiscard]] Status encode(const MidThreshold& record, KvValue* value);
+[[nodiscard]] Status encode(const MaximumThreshold& record, KvValue* value);
+
+}  // namespace rib_threshold

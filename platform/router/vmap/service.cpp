@@ -1,0 +1,155 @@
+// The membership service as an observer of the router model: turns the model's changes into events for every
+// registered client.
+//
+// Every event is made here, complete, at the time of the change; the queues of the clients only carry it. The
+// VRF "default" is no VRF to this service: its interfaces are in no VRF.
+//
+// The observer rank "membership" puts this service after the record service when something is created, and
+// before it when something goes: when the record service asks vmap_owes_vrf_deletion() in its own
+// notification of a deletion, the incarnation is gone from here already, which is what makes the answer
+// right.
+#include "platform/router/vmap/service.h"
+
+namespace vmap {
+namespace {
+
+bool is_default(std::string_view vrf) {
+  return vrf == router::kDefaultVrf;
+}
+
+bool gets_a_subscribers_name(const router::Interface& before, const router::Interface& now) {
+  return vmap_is_subscribers_name(now.name.c_str()) && !vmap_is_subscribers_name(before.name.c_str());
+}
+
+}  // namespace
+
+Service& service() {
+  static Service the_service;
+  return the_service;
+}
+
+void Service::attach(router::Router* model) {
+  if (model_ != nullptr) model_->stop_observing(this);
+  members.clear();
+  incarnations_.clear();
+  model_ = model;
+  if (model_ == nullptr) return;
+  model_->for_each_vrf([this](const router::Vrf& vrf) {
+    if (!is_default(vrf.name)) incarnations_[vrf.name] = ++last_incarnation_;
+  });
+  model_->for_each_interface([this](const router::Interface& interface) {
+    if (!is_default(interface.vrf)) members.join(interface.handle, interface.vrf);
+  });
+  model_->observe(router::ObserverRank::kMembership, this);
+}
+
+std::uint64_t Service::incarnation_of(std::string_view vrf) const {
+  const auto found = incarnations_.find(vrf);
+  return found == incarnations_.end() ? 0 : found->second;
+}
+
+std::uint32_t Service::flags_of(std::string_view vrf) const {
+  return model_->find_vrf(vrf)->flags;
+}
+
+const std::string& Service::name_of(std::uint32_t handle) const {
+  return model_->find_interface(handle)->name;
+}
+
+Event Service::vrf_event(VmapEvent kind, const router::Vrf& vrf) const {
+  Event event;
+  event.kind = kind;
+  event.is_vrf = true;
+  event.vrf_id = vrf.id;
+  event.incarnation = incarnation_of(vrf.name);
+  event.vrf_name = std::make_shared<const std::string>(vrf.name);
+  return event;
+}
+
+Event Service::interface_event(VmapEvent kind, const Member& member) const {
+  const router::Vrf* vrf = model_->find_vrf(*member.vrf->name);
+  Event event;
+  event.kind = kind;
+  event.handle = member.handle;
+  event.vrf_id = vrf == nullptr ? 0 : vrf->id;
+  event.vrf_name = member.vrf->name;
+  return event;
+}
+
+void Service::announce(Event event) {
+  event.turn =
+      vmap_turn(model_->changes(), event.kind == VmapEvent::kDelete ? VmapPhase::kLeft : VmapPhase::kJoined);
+  for (const auto& client : clients) {
+    if (client->registered != nullptr) enqueue(client.get(), event);
+  }
+}
+
+void Service::announce_members_of(const std::string& vrf) {
+  for (const Member* member = members.first_of(vrf); member != nullptr; member = member->of_vrf.after) {
+    announce(interface_event(VmapEvent::kUpdate, *member));
+  }
+}
+
+void Service::vrf_created(const router::Vrf& vrf) {
+  incarnations_[vrf.name] = ++last_incarnation_;
+  announce(vrf_event(VmapEvent::kUpdate, vrf));
+  announce_members_of(vrf.name);
+}
+
+void Service::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
+  if (is_default(now.name) || ((before.flags ^ now.flags) & kVmapVrfFlagIgnore) == 0) return;
+  announce(vrf_event(VmapEvent::kDelete, now));
+  announce(vrf_event(VmapEvent::kUpdate, now));
+}
+
+void Service::vrf_deleted(const router::Vrf& vrf) {
+  announce(vrf_event(VmapEvent::kDelete, vrf));
+  incarnations_.erase(vrf.name);
+  announce_members_of(vrf.name);
+}
+
+void Service::join(const router::Interface& interface) {
+  if (is_default(interface.vrf)) return;
+  members.join(interface.handle, interface.vrf);
+  announce(interface_event(VmapEvent::kUpdate, *members.find(interface.handle)));
+}
+
+void Service::leave(std::uint32_t handle) {
+  const Member* member = members.find(handle);
+  if (member == nullptr) return;
+  announce(interface_event(VmapEvent::kDelete, *member));
+  members.leave(handle);
+}
+
+void Service::interface_added(const router::Interface& interface) {
+  join(interface);
+}
+
+void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
+  const Member* member = members.find(now.handle);
+  if (member == nullptr || (before.name == now.name && before.index == now.index)) return;
+  if (gets_a_subscribers_name(before, now)) announce(interface_event(VmapEvent::kDelete, *member));
+  announce(interface_event(VmapEvent::kUpdate, *member));
+}
+
+void Service::interface_moved(const router::Interface& now, const std::string& /*from*/) {
+  leave(now.handle);
+  join(now);
+}
+
+void Service::interface_removed(const router::Interface& interface) {
+  leave(interface.handle);
+}
+
+std::vector<Event> Service::everything() const {
+  std::vector<Event> events;
+  model_->for_each_vrf([&](const router::Vrf& vrf) {
+    if (!is_default(vrf.name)) events.push_back(vrf_event(VmapEvent::kUpdate, vrf));
+  });
+  for (const Member* member = members.first(); member != nullptr; member = member->of_all.after) {
+    events.push_back(interface_event(VmapEvent::kUpdate, *member));
+  }
+  return events;
+}
+
+}  // namespace vmap

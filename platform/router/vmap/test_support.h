@@ -1,0 +1,58 @@
+// For the membership service's tests: a router, an event loop that is stepped, and a client that writes a
+// line for everything it is told.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/router/model/router.h"
+#include "platform/router/vmap/vmap.h"
+
+namespace vmap {
+
+class Membership : public ::testing::Test {
+ protected:
+  Membership();
+  ~Membership() override;
+
+  // --- the router ---
+  void AddVrf(const std::string& name, std::uint32_t id, std::uint32_t flags = 0);
+  void SetFlags(const std::string& vrf, std::uint32_t flags);
+  void DeleteVrf(const std::string& name) { ASSERT_EQ(router_.delete_vrf(name), kStatusOk); }
+  void AddInterface(const std::string& name, const std::string& vrf);
+  void Rename(const std::string& name, const std::string& next);
+  void Move(const std::string& name, const std::string& vrf);
+  void Remove(const std::string& name);
+  std::uint32_t HandleOf(const std::string& name) const {
+    return router_.find_interface_by_name(name)->handle;
+  }
+
+  // --- the client ---
+  void Connect();  // bind, member database, both subscriptions, registration
+  void Bind() { ASSERT_EQ(vmap_c_bind(client_, &fd_), kStatusOk); }
+  void Unbind() { ASSERT_EQ(vmap_c_unbind(client_), kStatusOk); }
+  void EndClient();
+  void Run() { event_run_pending(manager_.get()); }
+  bool HasHungUp() const;
+  // What the callbacks were told since the last call: "+vrf red 10", "-if 1 red 10", ...
+  std::vector<std::string> Told();
+
+  static int NoteDrop(void* client);
+  static void NoteVrf(VmapMemberDatabase* database, VmapEvent kind, const VmapVrfItem* item);
+  static void NoteInterface(VmapMemberDatabase* database, VmapEvent kind, const VmapIntfItem* item);
+
+  TestRunDirectory directory_;
+  std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
+  router::Router router_;
+  std::uint32_t last_index_ = 0;
+  VmapClient* client_ = nullptr;
+  VmapMemberDatabase* database_ = nullptr;
+  int fd_ = -1;
+  std::uint32_t num_results_ = 0;
+};
+
+}  // namespace vmap

@@ -1,0 +1,422 @@
+// Membership clients: connections, the replay of a registration, live changes and their batches.
+#include "platform/router/vmap/vmap.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/core/base/fault.h"
+#include "platform/router/model/vrf_test_support.h"
+#include "platform/router/vmap/test_support.h"
+
+namespace vmap {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+TEST_F(Membership, RegistrationReplaysVrfsByNameThenInterfacesInTheOrderTheyJoined) {
+  AddInterface("ge0", "default");
+  AddInterface("ge1", "red");
+  AddInterface("ge2", "vrf10");
+  AddVrf("vrf10", 10);
+  AddVrf("vrf9", 9, router::kVrfFlagBig);
+  Move("ge0", "vrf9");
+  Move("ge1", "default");
+  Move("ge1", "vrf9");
+  Connect();
+  EXPECT_THAT(Told(), ElementsAre("+vrf vrf9 9 flags 2", "+vrf vrf10 10", "+if 3 vrf10 10", "+if 1 vrf9 9",
+                                  "+if 2 vrf9 9"));
+  EXPECT_EQ(num_results_, 5U);
+}
+
+TEST_F(Membership, NothingThatOnlyConcernsTheDefaultVrfIsAnnounced) {
+  AddInterface("ge0", "default");
+  Connect();
+  AddInterface("ge1", "default");
+  Rename("ge1", "ge2");
+  Remove("ge0");
+  router::ChangeVrf(&router_, "default", &router::Vrf::flags, router::kVrfFlagBig);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(Membership, VrfsThatAreOnlyNamedAreNotAnnounced) {
+  ASSERT_EQ(router_.reference_vrf("red"), kStatusOk);
+  Connect();
+  ASSERT_EQ(router_.reference_vrf("blue"), kStatusOk);
+  ASSERT_EQ(router_.unreference_vrf("blue"), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(Membership, VrfWhoseNameMerelyBeginsWithDefaultIsAnnounced) {
+  Connect();
+  AddVrf("default1", 5);
+  AddInterface("ge0", "default1");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+vrf default1 5", "+if 1 default1 5"));
+}
+
+TEST_F(Membership, LiveChangesComeThroughTheLoopInTheOrderTheyHappened) {
+  Connect();
+  AddVrf("red", 10);
+  AddInterface("ge0", "red");
+  EXPECT_THAT(Told(), IsEmpty()) << "before the loop ran";
+  Run();
+  Remove("ge0");
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+vrf red 10", "+if 1 red 10", "-if 1 red 10", "-vrf red 10"));
+}
+
+TEST_F(Membership, EventSaysWhatWasTrueWhenTheChangeHappened) {
+  Connect();
+  AddInterface("ge0", "red");
+  AddVrf("red", 10);
+  Run();
+  DeleteVrf("red");
+  Move("ge0", "blue");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+vrf red 10", "+if 1 red 10", "-vrf red 10", "-if 1 red 0",
+                                  "+if 1 blue 0"));
+}
+
+TEST_F(Membership, MoveIsADeleteForTheOldVrfThenAnUpdateForTheNewOne) {
+  AddVrf("red", 10);
+  AddVrf("blue", 20);
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  Move("ge0", "blue");
+  Run();
+  Move("ge0", "default");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 blue 20", "-if 1 blue 20"));
+}
+
+TEST_F(Membership, MembershipThatHasEndedAgainUntoldIsNotAnnounced) {
+  AddVrf("red", 10);
+  AddVrf("blue", 20);
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  AddInterface("ge1", "red");
+  Remove("ge1");
+  Move("ge0", "blue");
+  Move("ge0", "red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 red 10"));
+}
+
+TEST_F(Membership, MembersAreAnnouncedAgainWhenTheirVrfIsCreatedOrDeleted) {
+  AddInterface("ge0", "red");
+  AddInterface("ge1", "blue");
+  Connect();
+  EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+if 2 blue 0"));
+  AddVrf("red", 10);
+  Run();
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+vrf red 10", "+if 1 red 10", "-vrf red 10", "+if 1 red 0"));
+}
+
+TEST_F(Membership, VrfThatHasGoneAgainUntoldIsNotAnnounced) {
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  AddVrf("red", 10);
+  DeleteVrf("red");
+  AddVrf("red", 11);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+if 1 red 10", "+if 1 red 0", "+vrf red 11", "+if 1 red 11"));
+  DeleteVrf("red");
+  AddVrf("red", 12);
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 11", "+if 1 red 0", "+if 1 red 12", "+if 1 red 0"));
+}
+
+TEST_F(Membership, RenamedInterfaceIsAnnouncedAgainOtherChangesAreNot) {
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  router::Interface interface = *router_.find_interface_by_name("ge0");
+  interface.up = true;
+  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
+  interface.index = 99;
+  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
+  Rename("ge0", "ge9");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+if 1 red 0"));
+}
+
+TEST_F(Membership, RenamedInterfaceLeavesFirstWhenWhatIsKeptUnderItsFormerNameMustEnd) {
+  static std::vector<std::string> asked;
+  asked.clear();
+  vmap_on_rename([](const char* vrf_name, const char* if_name) {
+    asked.push_back(std::string(if_name) + " in " + vrf_name);
+    return std::string(if_name) == "ge0";
+  });
+  AddVrf("red", 10);
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  Rename("ge0", "ge1");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 red 10"));
+  Rename("ge1", "ge0");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+if 1 red 10"));
+  Rename("ge0", "aside");
+  Rename("aside", "ge0");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+if 1 red 10", "+if 1 red 10")) << "it has its former name again";
+  EXPECT_THAT(asked, ElementsAre("ge0 in red", "ge1 in red"));
+  vmap_on_rename(nullptr);
+}
+
+TEST_F(Membership, InterfaceThatGetsASubscribersNameLeavesFirst) {
+  AddVrf("red", 10);
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  for (const char* name : {"ge0.ip7", "x.pppoe", "be1.ipsub.3"}) {
+    Rename("ge0", name);
+    Run();
+    EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 red 10")) << name;
+    Rename(name, "other.ip");
+    Run();
+    EXPECT_THAT(Told(), ElementsAre("+if 1 red 10")) << name;
+    Rename("other.ip", "ge0");
+    Run();
+    EXPECT_THAT(Told(), ElementsAre("+if 1 red 10")) << name;
+  }
+}
+
+TEST_F(Membership, UnbindFromInsideTheLeaveOfARenamedInterfaceEndsTheDelivery) {
+  vmap_on_rename([](const char*, const char*) { return true; });
+  AddInterface("ge0", "red");
+  Bind();
+  ASSERT_EQ(vmap_c_mdb_init(client_, 2, &database_), kStatusOk);
+  static std::vector<VmapEvent> told;
+  told.clear();
+  const auto unbind_on_leave = [](VmapMemberDatabase* database, VmapEvent kind, const VmapIntfItem*) {
+    told.push_back(kind);
+    if (kind == VmapEvent::kDelete) vmap_c_mdb_free(database);
+  };
+  ASSERT_EQ(vmap_c_mdb_add_intf_all(database_, unbind_on_leave, 40), kStatusOk);
+  ASSERT_EQ(vmap_c_notif_reg(database_, &fd_, &num_results_), kStatusOk);
+  Rename("ge0", "ge1");
+  Run();
+  EXPECT_THAT(told, ElementsAre(VmapEvent::kUpdate, VmapEvent::kDelete));
+  vmap_on_rename(nullptr);
+}
+
+// A second creation would make a client begin the VRF anew.
+TEST_F(Membership, VrfIsNotAnnouncedAgainWhateverBecomesOfItsDetails) {
+  AddVrf("red", 10);
+  Connect();
+  Told();
+  router::Vrf vrf = *router_.find_vrf("red");
+  vrf.description = "other";
+  vrf.ipv4_table = 7;
+  ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+  SetFlags("red", router::kVrfFlagBig);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(Membership, CreationSaysTheFlagsThatTheVrfHasWhenItIsDelivered) {
+  Connect();
+  AddVrf("red", 10);
+  SetFlags("red", router::kVrfFlagBig);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+vrf red 10 flags 2"));
+}
+
+TEST_F(Membership, VrfThatClientsAreToIgnoreFromNowOnIsDeletedForThemAndCreatedWhenTheyMaySeeItAgain) {
+  AddVrf("red", 10);
+  AddInterface("ge0", "red");
+  Connect();
+  Told();
+  SetFlags("red", 0x8);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10", "+vrf red 10 flags 8"));
+  SetFlags("red", 0);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10 flags 8", "+vrf red 10"));
+  SetFlags("red", 0x8);
+  SetFlags("red", 0);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10", "+vrf red 10", "-vrf red 10", "+vrf red 10"));
+}
+
+TEST_F(Membership, DeletionHasTheFlagsThatTheClientWasToldLast) {
+  AddVrf("red", 10);
+  AddVrf("blue", 20, 0x8);
+  Connect();
+  Told();
+  SetFlags("red", router::kVrfFlagBig);
+  DeleteVrf("red");
+  DeleteVrf("blue");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10", "-vrf blue 20 flags 8"));
+}
+
+TEST_F(Membership, VrfChangedToBeIgnoredAndDeletedBeforeAnythingIsDeliveredIsDeletedForItsClients) {
+  AddVrf("red", 10);
+  Connect();
+  Told();
+  SetFlags("red", 0x8);
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red 10"));
+}
+
+TEST_F(Membership, BatchesLetTheLoopServeOthersInBetween) {
+  Connect();
+  for (int n = 0; n < 100; ++n) AddInterface("if" + std::to_string(n), "red");
+  std::vector<std::size_t> seen;  // how many items had been delivered when something else had its turn
+  std::size_t delivered = 0;
+  std::function<void()> look = [&] {
+    delivered += Told().size();
+    seen.push_back(delivered);
+    if (seen.size() < 4) event_post(manager_.get(), look);
+  };
+  event_post(manager_.get(), look);
+  Run();
+  EXPECT_THAT(seen, ElementsAre(40U, 80U, 100U, 100U));
+}
+
+TEST_F(Membership, ClientWithoutASubscriptionIsToldTheOtherKindOnly) {
+  AddVrf("red", 10);
+  AddInterface("ge0", "red");
+  Bind();
+  ASSERT_EQ(vmap_c_mdb_init(client_, 2, &database_), kStatusOk);
+  ASSERT_EQ(vmap_c_mdb_add_vrf_all(database_, &NoteVrf), kStatusOk);
+  ASSERT_EQ(vmap_c_notif_reg(database_, &fd_, &num_results_), kStatusOk);
+  EXPECT_EQ(num_results_, 1U);
+  Remove("ge0");
+  AddVrf("blue", 20);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+vrf red 10", "+vrf blue 20"));
+}
+
+TEST_F(Membership, TwoClientsAreBothTold) {
+  Connect();
+  VmapClient* const first = client_;
+  ASSERT_EQ(vmap_c_lib_init("second", manager_.get(), &NoteDrop, &client_), kStatusOk);
+  Connect();
+  AddVrf("red", 10);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+vrf red 10", "+vrf red 10"));
+  EndClient();
+  client_ = first;
+  AddVrf("blue", 20);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+vrf blue 20"));
+}
+
+TEST_F(Membership, UnbindFromInsideACallbackEndsTheReplay) {
+  AddVrf("red", 10);
+  AddVrf("blue", 20);
+  Bind();
+  ASSERT_EQ(vmap_c_mdb_init(client_, 2, &database_), kStatusOk);
+  static VmapClient* unbinding;
+  unbinding = client_;
+  ASSERT_EQ(vmap_c_mdb_add_vrf_all(database_,
+                                   [](VmapMemberDatabase* database, VmapEvent kind, const VmapVrfItem* item) {
+                                     NoteVrf(database, kind, item);
+                                     EXPECT_EQ(vmap_c_unbind(unbinding), kStatusOk);
+                                   }),
+            kStatusOk);
+  EXPECT_EQ(vmap_c_notif_reg(database_, &fd_, &num_results_), kStatusNotConnected);
+  EXPECT_THAT(Told(), ElementsAre("+vrf red 10"));
+}
+
+TEST_F(Membership, EndedClientHearsNothingMore) {
+  Connect();
+  AddVrf("red", 10);
+  EndClient();
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(Membership, FreedMemberDatabaseHearsNothingMore) {
+  Connect();
+  AddVrf("red", 10);
+  vmap_c_mdb_free(database_);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(Membership, ConnectionsAreMadeAndEndedInOrder) {
+  EXPECT_EQ(vmap_c_mdb_init(client_, 2, &database_), kStatusNotConnected);
+  EXPECT_EQ(vmap_c_unbind(client_), kStatusNotConnected);
+  Connect();
+  int other = -1;
+  EXPECT_EQ(vmap_c_bind(client_, &other), kStatusExists);
+  EXPECT_EQ(vmap_c_notif_reg(database_, &other, &num_results_), kStatusExists);
+  EXPECT_FALSE(HasHungUp());
+  Unbind();
+  EXPECT_EQ(vmap_c_unbind(client_), kStatusNotConnected);
+}
+
+TEST_F(Membership, WithoutAModelNobodyCanBind) {
+  vmap_attach(nullptr);
+  EXPECT_EQ(vmap_c_bind(client_, &fd_), kStatusUnavailable);
+}
+
+TEST_F(Membership, NullArgumentsAreInvalid) {
+  EXPECT_EQ(vmap_c_lib_init(nullptr, manager_.get(), &NoteDrop, &client_), kStatusInvalid);
+  EXPECT_EQ(vmap_c_lib_init("test", nullptr, &NoteDrop, &client_), kStatusInvalid);
+  EXPECT_EQ(vmap_c_lib_init("test", manager_.get(), nullptr, &client_), kStatusInvalid);
+  EXPECT_EQ(vmap_c_lib_init("test", manager_.get(), &NoteDrop, nullptr), kStatusInvalid);
+  EXPECT_EQ(vmap_c_bind(nullptr, &fd_), kStatusInvalid);
+  EXPECT_EQ(vmap_c_bind(client_, nullptr), kStatusInvalid);
+  EXPECT_EQ(vmap_c_unbind(nullptr), kStatusInvalid);
+  EXPECT_EQ(vmap_c_mdb_init(nullptr, 2, &database_), kStatusInvalid);
+  EXPECT_EQ(vmap_c_mdb_add_intf_all(nullptr, &NoteInterface, 40), kStatusInvalid);
+  EXPECT_EQ(vmap_c_mdb_add_vrf_all(nullptr, &NoteVrf), kStatusInvalid);
+  EXPECT_EQ(vmap_c_notif_reg(nullptr, &fd_, &num_results_), kStatusInvalid);
+}
+
+TEST_F(Membership, EveryOperationHasItsFaultPoint) {
+  VmapClient* other = nullptr;
+  for (const char* point : {"vmap_c_lib_init", "vmap_c_bind", "vmap_c_unbind", "vmap_c_mdb_init",
+                            "vmap_c_mdb_add_intf_all", "vmap_c_mdb_add_vrf_all", "vmap_c_notif_reg"}) {
+    fault_arm(point, kStatusIo);
+  }
+  EXPECT_EQ(vmap_c_lib_init("test", manager_.get(), &NoteDrop, &other), kStatusIo);
+  EXPECT_EQ(vmap_c_bind(client_, &fd_), kStatusIo);
+  EXPECT_EQ(vmap_c_unbind(client_), kStatusIo);
+  EXPECT_EQ(vmap_c_mdb_init(client_, 2, &database_), kStatusIo);
+  EXPECT_EQ(vmap_c_mdb_add_intf_all(database_, &NoteInterface, 40), kStatusIo);
+  EXPECT_EQ(vmap_c_mdb_add_vrf_all(database_, &NoteVrf), kStatusIo);
+  EXPECT_EQ(vmap_c_notif_reg(database_, &fd_, &num_results_), kStatusIo);
+  fault_disarm_all();
+  AddVrf("red", 10);
+  Connect();
+  EXPECT_THAT(Told(), ElementsAre("+vrf red 10"));
+}
+
+TEST_F(Membership, TenThousandVrfsWithTenInterfacesEachAreAnnouncedOnce) {
+  constexpr std::uint32_t kVrfs = 10'000;
+  constexpr std::uint32_t kInterfaces = 100'000;
+  for (std::uint32_t n = 0; n < kVrfs; ++n) AddVrf("vrf" + std::to_string(n), n + 2);
+  for (std::uint32_t n = 0; n < kInterfaces; ++n) {
+    AddInterface("if" + std::to_string(n), "vrf" + std::to_string(n % kVrfs));
+  }
+  Connect();
+  EXPECT_EQ(num_results_, kVrfs + kInterfaces);
+  EXPECT_THAT(Told(), SizeIs(kVrfs + kInterfaces));
+  for (std::uint32_t n = 0; n < kVrfs; ++n) Move("if" + std::to_string(n), "vrf0");
+  Run();
+  EXPECT_THAT(Told(), SizeIs(2 * (kVrfs - 1)));
+}
+
+}  // namespace
+}  // namespace vmap

@@ -1,0 +1,40 @@
+// The record in which changes of route distinguishers and route targets reach their readers: a contract with
+// every process that decodes it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/core/parcel/parcel.h"
+
+namespace vpn_events {
+
+// The provider whose notifications have the records.
+inline constexpr char kProviderPath[] = "/oper/vpn_changes/";
+inline constexpr char kItemName[] = "changes";
+
+enum class Item : std::uint32_t { kRouteDistinguisher = 1, kImportTarget = 2, kExportTarget = 3 };
+
+// A value that is not there is an empty text, and so is its owner; an owner is one of kConfigOwners.
+struct VpnChange {
+  char* vrf;
+  std::uint32_t item;
+  std::uint32_t family;  // vrf_config::Family; 0: the RD of the VRF
+  char* old_value;
+  char* old_owner;
+  char* new_value;
+  char* new_owner;
+};
+static_assert(sizeof(VpnChange) == 48);
+
+// Changes are counted, modulo 2^32: `first` is the number of the first one here, so that a reader that missed
+// a record knows how many changes it missed.
+struct VpnChanges {
+  std::uint32_t first;
+  ParcelArray changes;  // of VpnChange
+};
+static_assert(sizeof(VpnChanges) == 24);
+
+extern const ParcelDescription kVpnChangesParcel;
+
+}  // namespace vpn_events

@@ -1,0 +1,174 @@
+// See vpn_events.h.
+#include "platform/router/vpn_events/vpn_events.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "platform/config/vrf_config.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "platform/router/bgp_vpn/bgp_vpn.h"
+#include "platform/router/vpn_events/changes.h"
+#include "platform/store/tree/kvtree.h"
+
+namespace vpn_events {
+
+namespace {
+
+class Reporter : public router::Observer {
+ public:
+  Reporter(router::Router* model, EventManager* manager) : model_(model), manager_(manager) {}
+  ~Reporter() override;
+  Reporter(const Reporter&) = delete;
+  Reporter& operator=(const Reporter&) = delete;
+  Status start();
+
+  void vrf_created(const router::Vrf& vrf) override { take_model(vrf.name, {}, vrf.rd); }
+  void vrf_changed(const router::Vrf& before, const router::Vrf& now) override {
+    if (before.rd != now.rd) take_model(now.name, before.rd, now.rd);
+  }
+  void vrf_deleted(const router::Vrf& vrf) override { take_model(vrf.name, vrf.rd, {}); }
+
+ private:
+  void take_commit(const std::vector<KvConfigCommitChange>& commit);
+  void take_model(const std::string& vrf, const std::string& before, const std::string& now);
+  using Place = std::tuple<std::string, Item, std::uint32_t, std::string>;
+  static Place place_of(const Change& change, const Held& held);
+  bool merge(const Change& change);
+  void keep(Change change);
+  void send_all();
+  Status send(std::span<Change> changes);
+
+  router::Router* model_;
+  EventManager* manager_;
+  KvConnection* connection_ = nullptr;
+  std::shared_ptr<const void> observed_;
+  std::vector<Change> waiting_;
+  std::map<Place, std::size_t> taken_away_;  // which of them leave nothing
+  bool is_posted_ = false;
+  std::uint32_t sent_ = 0;
+  std::shared_ptr<Reporter*> self_ = std::make_shared<Reporter*>(this);  // ends with it
+};
+
+std::unique_ptr<Reporter>& reporter() {
+  static auto* const instance = new std::unique_ptr<Reporter>;
+  return *instance;
+}
+
+Reporter::~Reporter() {
+  model_->stop_observing(this);
+  if (connection_ == nullptr) return;
+  if (const Status status = kvtree_unbind(connection_))
+    log_line("vpn_events: %s is still provided: %s", kProviderPath, err_text(status));
+}
+
+Status Reporter::start() {
+  if (const Status status = kvtree_bind(&connection_, kProviderPath, kKvBindProvider)) return status;
+  model_->observe(router::ObserverRank::kOther, this);
+  observed_ =
+      kvtree_config_observe(vrf_config::kVrfScope, [this](const auto& commit) { take_commit(commit); });
+  return kStatusOk;
+}
+
+void Reporter::take_commit(const std::vector<KvConfigCommitChange>& commit) {
+  const auto model_rd = [this](const std::string& name) {
+    const router::Vrf* vrf = model_->find_vrf(name);
+    return vrf == nullptr ? std::string() : vrf->rd;
+  };
+  for (Change& change : changes_of_commit(commit, model_rd)) keep(std::move(change));
+}
+
+void Reporter::take_model(const std::string& vrf, const std::string& before, const std::string& now) {
+  if (before == now) return;
+  for (Change& change : changes_of_model(vrf, before, now)) keep(std::move(change));
+}
+
+// A VRF has one RD, so any value takes the place of one that was taken away; a route target only itself.
+Reporter::Place Reporter::place_of(const Change& change, const Held& held) {
+  const bool is_rd = change.item == Item::kRouteDistinguisher;
+  return {change.vrf, change.item, change.family, is_rd ? std::string() : held.text};
+}
+
+// Merges the change into a waiting one that removed the value. True when it is not a change of its own.
+bool Reporter::merge(const Change& change) {
+  if (!change.before.text.empty()) return false;
+  const auto found = taken_away_.find(place_of(change, change.after));
+  if (found == taken_away_.end()) return false;
+  waiting_[found->second].after = change.after;
+  taken_away_.erase(found);
+  return true;
+}
+
+void Reporter::keep(Change change) {
+  if (merge(change)) return;
+  if (change.after.text.empty()) taken_away_[place_of(change, change.before)] = waiting_.size();
+  waiting_.push_back(std::move(change));
+  if (std::exchange(is_posted_, true)) return;
+  event_post(manager_, [weak = std::weak_ptr(self_)] {
+    if (const std::shared_ptr<Reporter*> self = weak.lock()) (*self)->send_all();
+  });
+}
+
+void Reporter::send_all() {
+  is_posted_ = false;
+  taken_away_.clear();
+  std::vector<Change> changes = std::exchange(waiting_, {});
+  std::erase_if(changes, [](const Change& change) { return change.before.text == change.after.text; });
+  for (std::size_t at = 0; at < changes.size(); at += kMostVpnChanges) {
+    const std::span<Change> record =
+        std::span(changes).subspan(at, std::min(kMostVpnChanges, changes.size() - at));
+    if (const Status status = send(record))
+      log_line("vpn_events: %zu changes are not reported: %s", record.size(), err_text(status));
+    sent_ += static_cast<std::uint32_t>(record.size());
+  }
+}
+
+// The record borrows the texts of the changes.
+VpnChange encoded(Change& change) {
+  for (Held* held : {&change.before, &change.after})
+    held->text = bgp_util_format_rd(held->text, bgp_util_asn_format_get());
+  return {change.vrf.data(),
+          static_cast<std::uint32_t>(change.item),
+          change.family,
+          change.before.text.data(),
+          change.before.owner.data(),
+          change.after.text.data(),
+          change.after.owner.data()};
+}
+
+Status Reporter::send(std::span<Change> changes) {
+  std::vector<VpnChange> elements;
+  for (Change& change : changes) elements.push_back(encoded(change));
+  const VpnChanges record{sent_, {elements.size(), elements.data()}};
+  std::uint8_t* data = nullptr;
+  std::size_t length = 0;
+  if (const Status status = parcel_encode(&kVpnChangesParcel, &record, &data, &length)) return status;
+  const std::unique_ptr<std::uint8_t, decltype(&std::free)> owned(data, &std::free);
+  const KvProviderNotification notification{kItemName, 0, kKvKindRecord, {}, data, length};
+  return kvtree_prov_notify(connection_, &notification);
+}
+
+}  // namespace
+
+}  // namespace vpn_events
+
+Status vpn_events_attach(router::Router* model, EventManager* manager) {
+  if (const Status status = fault_check("vpn_events_attach")) return status;
+  if (model == nullptr || manager == nullptr) return kStatusInvalid;
+  if (vpn_events::reporter() != nullptr) return kStatusExists;
+  auto made = std::make_unique<vpn_events::Reporter>(model, manager);
+  if (const Status status = made->start()) return status;
+  vpn_events::reporter() = std::move(made);
+  return kStatusOk;
+}
+
+void vpn_events_detach() {
+  vpn_events::reporter().reset();
+}

@@ -1,0 +1,496 @@
+// VRF events, the accesses of callbacks, and how long a deleted record lives.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/core/base/fault.h"
+#include "platform/router/vmap/vmap.h"
+#include "platform/router/vtab/service.h"
+#include "platform/router/vtab/test_support.h"
+
+namespace vtab {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+std::size_t removed_count() {
+  return service().vrfs.removed_count();
+}
+
+struct VrfAccess {
+  VtabVrfRecord* record = nullptr;
+  std::uint32_t event = 0;
+  std::uint32_t unused = 0;
+  Status Begin(const char* name) { return vtab_lock_begin_access_vrf_record(name, &record, &event, &unused); }
+  Status End() const { return vtab_unlock_end_access_vrf_record(record); }
+};
+
+struct IfAccess {
+  VtabIfRecord* record = nullptr;
+  std::uint32_t ipv4 = 0;
+  std::uint32_t ipv6 = 0;
+  std::uint32_t unused[2] = {};
+  Status Begin(const char* name, const char* vrf) {
+    return vtab_lock_begin_access_if_record(name, vrf, &record, &ipv4, &ipv6, &unused[0], &unused[1]);
+  }
+  Status End(const char* vrf) const { return vtab_unlock_end_access_if_record(vrf, record); }
+};
+
+TEST_F(Records, WhatExistedBeforeTheRegistrationIsNotTold) {
+  AddVrf("red", 10);
+  ASSERT_EQ(vtab_init("test", manager_.get(), 0, sizeof(TestAttributes), 1, 3), kStatusOk);
+  ASSERT_EQ(vtab_specify_vrf_callback(&note_vrf), kStatusOk);
+  AddVrf("blue", 20);
+  ASSERT_EQ(vtab_reg_vrf_attributes("all", 3, 0x87, "default", 1), kStatusOk);
+  AddVrf("tan", 30);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf tan 30 event 1"));
+}
+
+TEST_F(Records, CreationChangeAndDeletionAreTold) {
+  StartClient();
+  AddVrf("red", 10);
+  EXPECT_THAT(Told(), IsEmpty()) << "before the loop ran";
+  Run();
+  router::Vrf vrf = *router_.find_vrf("red");
+  vrf.ipv4_table = 7;
+  ChangeVrf(vrf);
+  vrf.description = "no part of the record";
+  ChangeVrf(vrf);
+  Run();
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 3", "vrf red 10 event 2"));
+}
+
+TEST_F(Records, ForwardReferencesAreToldAsCreatedUpdatedAndDeleted) {
+  StartClient();
+  Reference("red");
+  Run();
+  AddVrf("red", 10);
+  Run();
+  DeleteVrf("red");
+  Run();
+  Unreference("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red 0 event 1", "vrf red 10 event 3", "vrf red 0 event 3",
+                                  "vrf red 0 event 2"));
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(Records, RecordThatTheClientMadeIsNotToldToItUntilItIsComplete) {
+  StartClient();
+  ASSERT_NE(vtab_create_vrf_record("red"), nullptr);
+  Reference("red");
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
+  AddVrf("red", 10);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 3"));
+}
+
+TEST_F(Records, DeletedRecordIsFoundByNoLookUpWhileItsCallbackIsStillToCome) {
+  AddVrf("red", 10, 1010);
+  StartClient();
+  VtabVrfRecord* record = Find("red");
+  AttributesOf(record)->number = 42;
+  DeleteVrf("red");
+  EXPECT_EQ(Find("red"), nullptr);
+  EXPECT_EQ(vtab_get_vrf_record_by_vrf_id(10), nullptr);
+  EXPECT_EQ(vtab_get_vrf_record_by_table_id(1010), nullptr);
+  EXPECT_THAT(VrfWalk(), ElementsAre("default=1"));
+  EXPECT_THAT(TableWalk("red"), IsEmpty());
+  EXPECT_EQ(AttributesOf(record)->number, 42U) << "but it is still there";
+  EXPECT_EQ(removed_count(), 1U);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 2"));
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(Records, VrfDeletedAndCreatedAgainBeforeTheCallbacksHasTwoRecords) {
+  AddVrf("red", 10);
+  StartClient();
+  VtabVrfRecord* former = Find("red");
+  AttributesOf(former)->number = 42;
+  DeleteVrf("red");
+  AddVrf("red", 11);
+  VtabVrfRecord* now = Find("red");
+  EXPECT_NE(now, former);
+  EXPECT_EQ(AttributesOf(now)->number, 0U);
+  EXPECT_EQ(AttributesOf(former)->number, 42U);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 2", "vrf red 11 event 1"));
+  EXPECT_EQ(removed_count(), 0U);
+  EXPECT_EQ(Find("red"), now);
+}
+
+TEST_F(Records, EventsOfARecordAreAllDeliveredBeforeItGoes) {
+  StartClient();
+  AddVrf("red", 10);
+  router::Vrf vrf = *router_.find_vrf("red");
+  vrf.ipv4_table = 7;
+  ChangeVrf(vrf);
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 3", "vrf red 10 event 2"));
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(Records, RecordIsReleasedAtOnceWhenNobodyListens) {
+  AddVrf("red", 10);
+  DeleteVrf("red");
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+// A membership client that was told of every VRF and member, and notes it among the lines of the record
+// events.
+class RecordsAndMembership : public Records {
+ protected:
+  RecordsAndMembership() {
+    EXPECT_EQ(vmap_c_lib_init(
+                  "test", manager_.get(), [](void*) { return 1; }, &membership_),
+              kStatusOk);
+  }
+  ~RecordsAndMembership() override {
+    vmap_c_lib_end(membership_);
+    vmap_service_start();
+  }
+  void Connect() {
+    VmapMemberDatabase* database = nullptr;
+    int fd = -1;
+    std::uint32_t count = 0;
+    ASSERT_EQ(vmap_c_bind(membership_, &fd), kStatusOk);
+    ASSERT_EQ(vmap_c_mdb_init(membership_, 2, &database), kStatusOk);
+    const auto note_vrf_item = [](VmapMemberDatabase*, VmapEvent kind, const VmapVrfItem* item) {
+      note_line(std::string(kind == VmapEvent::kUpdate ? "+vrf " : "-vrf ") + item->vrf_name);
+    };
+    const auto note_member = [](VmapMemberDatabase*, VmapEvent kind, const VmapIntfItem* item) {
+      note_line(std::string(kind == VmapEvent::kUpdate ? "+if in " : "-if in ") + item->vrf_name);
+    };
+    ASSERT_EQ(vmap_c_mdb_add_intf_all(database, note_member, 40), kStatusOk);
+    ASSERT_EQ(vmap_c_mdb_add_vrf_all(database, note_vrf_item), kStatusOk);
+    ASSERT_EQ(vmap_c_notif_reg(database, &fd, &count), kStatusOk);
+  }
+  VmapClient* membership_ = nullptr;
+};
+
+TEST_F(RecordsAndMembership, RecordOutlivesItsCallbackWhileTheMembershipClientIsOwedTheNews) {
+  AddVrf("red", 10);
+  StartClient();
+  Connect();
+  VtabVrfRecord* record = Find("red");
+  vmap_service_stop();
+  Told();
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 2"));
+  EXPECT_EQ(removed_count(), 1U);
+  EXPECT_STREQ(record->vrf_name, "red") << "the membership client may still hold it";
+  EXPECT_EQ(Find("red"), nullptr);
+  vmap_service_start();
+  Connect();
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(RecordsAndMembership, RecordGoesWhenBothHaveBeenTold) {
+  AddVrf("red", 10);
+  StartClient();
+  Connect();
+  DeleteVrf("red");
+  EXPECT_EQ(removed_count(), 1U);
+  Run();
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(RecordsAndMembership, RecordGoesWhenTheMembershipClientEnds) {
+  AddVrf("red", 10);
+  StartClient();
+  Connect();
+  vmap_service_stop();
+  DeleteVrf("red");
+  Run();
+  EXPECT_EQ(removed_count(), 1U);
+  vmap_c_lib_end(membership_);
+  membership_ = nullptr;
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(RecordsAndMembership, VrfThatComesAndGoesLeavesNoRecordsBehind) {
+  StartClient();
+  Connect();
+  for (std::uint32_t n = 2; n < 100; ++n) {
+    AddVrf("red", n);
+    if (n % 3 == 0) Run();
+    DeleteVrf("red");
+    if (n % 5 == 0) Run();
+  }
+  Run();
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(RecordsAndMembership, RecordOfAVrfIsGoneBeforeItsIdIsAnnouncedForAnother) {
+  AddVrf("red", 10);
+  StartClient();
+  Connect();
+  Told();
+  DeleteVrf("red");
+  AddVrf("blue", 10);
+  AddVrf("red", 11);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("-vrf red", "vrf red 10 event 2", "vrf blue 10 event 1", "+vrf blue",
+                                  "vrf red 11 event 1", "+vrf red"));
+}
+
+TEST_F(RecordsAndMembership, InterfaceGoesDownBeforeItLeavesAndComesUpAfterItHasJoined) {
+  AddUsableInterface("ge0", 7, "red");
+  SetLink("ge0", true);
+  StartClient();
+  Connect();
+  Told();
+  Move("ge0", "blue");
+  Run();
+  Remove("ge0");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record ge0", "-if in red", "+if in blue",
+                                  "if ge0 in blue changes 1 1 record ge0",
+                                  "if ge0 in blue changes 2 2 record ge0", "-if in blue"));
+}
+
+TEST_F(RecordsAndMembership, OrderOfTheChangesHoldsOverManyBatches) {
+  constexpr std::uint32_t kMany = 300;
+  StartClient();
+  Connect();
+  std::vector<std::string> expected;
+  for (std::uint32_t n = 2; n < kMany; ++n) {
+    const std::string name = "vrf" + std::to_string(n);
+    AddVrf(name, n);
+    expected.push_back("vrf " + name + ' ' + std::to_string(n) + " event 1");
+    expected.push_back("+vrf " + name);
+    if (n % 7 != 0) continue;
+    AddInterface("ge" + std::to_string(n), n, name);
+    expected.push_back("+if in " + name);
+  }
+  Run();
+  EXPECT_EQ(Told(), expected);
+}
+
+TEST_F(RecordsAndMembership, MembershipGoesOnWhenTheRecordClientEndsBetweenItsEvents) {
+  StartClient();
+  Connect();
+  AddVrf("red", 10);
+  vtab_end_client();
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("+vrf red"));
+}
+
+TEST_F(Records, RegistrationIsKeptAsItCame) {
+  StartClient();
+  const Client& client = service().client;
+  EXPECT_EQ(client.name, "test");
+  EXPECT_EQ(client.attribute_size, sizeof(TestAttributes));
+  EXPECT_THAT(client.init_numbers, ElementsAre(0U, 1U, 3U));
+  EXPECT_THAT(client.vrf_texts, ElementsAre("all", "default"));
+  EXPECT_THAT(client.vrf_numbers, ElementsAre(3U, 0x87U, 1U));
+  EXPECT_THAT(client.if_texts, ElementsAre("all-if", "all", "default"));
+  EXPECT_THAT(client.if_numbers, ElementsAre(3U, 1U, 0x221U, 0U));
+}
+
+TEST_F(Records, RecordInAccessIsNotReleased) {
+  StartClient();
+  AddVrf("red", 10);
+  VrfAccess access;
+  ASSERT_EQ(access.Begin("red"), kStatusOk);
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red refused 35")) << "the deletion; the creation was taken";
+  EXPECT_EQ(removed_count(), 1U);
+  EXPECT_EQ(access.End(), kStatusOk);
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(Records, AccessOutsideACallbackTakesTheOldestEvent) {
+  StartClient();
+  AddVrf("red", 10);
+  DeleteVrf("red");
+  VrfAccess access;
+  ASSERT_EQ(access.Begin("red"), kStatusOk);
+  EXPECT_EQ(access.event, kVtabEventCreate);
+  VrfAccess second;
+  EXPECT_EQ(second.Begin("red"), kStatusDeadlock) << "the record is being accessed";
+  ASSERT_EQ(access.End(), kStatusOk);
+  EXPECT_EQ(access.End(), kStatusInvalid);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 2"));
+}
+
+TEST_F(Records, AccessWithoutAnEventGivesNoRecord) {
+  StartClient();
+  AddVrf("red", 10);
+  Run();
+  VrfAccess access;
+  EXPECT_EQ(access.Begin("red"), kStatusOk);
+  EXPECT_EQ(access.record, nullptr);
+  EXPECT_EQ(access.End(), kStatusInvalid);
+  IfAccess interface;
+  EXPECT_EQ(interface.Begin("ge0", "red"), kStatusOk);
+  EXPECT_EQ(interface.record, nullptr);
+  EXPECT_EQ(interface.ipv4, kVtabNoChange);
+  EXPECT_EQ(interface.End("red"), kStatusInvalid);
+}
+
+TEST_F(Records, EventWhoseAccessFailedIsOverAndItsRecordGoes) {
+  AddVrf("red", 10);
+  StartClient();
+  DeleteVrf("red");
+  const ScopedFault fault("vtab_lock_begin_access_vrf_record", kStatusIo);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red refused 5"));
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(Records, VrfAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
+  StartClient();
+  AddVrf("red", 10);
+  DeleteVrf("red");
+  {
+    const ScopedFault fault("vtab_unlock_end_access_vrf_record", kStatusIo);
+    Run();
+  }
+  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 2"));
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(Records, InterfaceAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
+  AddUsableInterface("ge0", 7, "red");
+  StartClient();
+  SetLink("ge0", true);
+  SetLink("ge0", false);
+  const ScopedFault fault("vtab_unlock_end_access_if_record", kStatusIo);
+  Run();
+  EXPECT_THAT(Told(),
+              ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0"));
+}
+
+TEST_F(Records, InterfaceRecordInAccessOutlivesItsInterface) {
+  AddUsableInterface("ge0", 7, "red");
+  StartClient();
+  SetLink("ge0", true);
+  IfAccess access;
+  ASSERT_EQ(access.Begin("ge0", "red"), kStatusOk);
+  EXPECT_EQ(access.ipv4, kVtabCameUp);
+  IfAccess second;
+  SetLink("ge0", false);
+  EXPECT_EQ(second.Begin("ge0", "red"), kStatusDeadlock);
+  Remove("ge0");
+  AddInterface("ge0", 7, "blue");
+  EXPECT_STREQ(access.record->if_name, "ge0");
+  Run();
+  EXPECT_EQ(vtab_get_if_record("ge0"), access.record) << "the name is still its own";
+  EXPECT_EQ(access.End("red"), kStatusOk);
+  EXPECT_STREQ(vtab_get_if_record("ge0")->vrf_name, "blue");
+}
+
+TEST_F(Records, FailedInterfaceAccessIsReportedToTheCallback) {
+  AddUsableInterface("ge0", 7, "red");
+  StartClient();
+  SetLink("ge0", true);
+  const ScopedFault fault("vtab_lock_begin_access_if_record", kStatusIo);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("if ge0 refused 5"));
+}
+
+TEST_F(Records, VrfAndInterfaceEventsKeepTheOrderOfTheChanges) {
+  AddUsableInterface("ge0", 7, "red");
+  StartClient();
+  AddVrf("red", 10);
+  SetLink("ge0", true);
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 1", "if ge0 in red changes 1 1 record ge0",
+                                  "vrf red 10 event 2"));
+}
+
+TEST_F(Records, EventBatchesLetTheLoopServeOthersInBetween) {
+  StartClient();
+  for (std::uint32_t n = 2; n < 102; ++n) AddVrf("vrf" + std::to_string(n), n);
+  std::vector<std::size_t> seen;
+  std::size_t delivered = 0;
+  std::function<void()> look = [&] {
+    delivered += Told().size();
+    seen.push_back(delivered);
+    if (seen.size() < 4) event_post(manager_.get(), look);
+  };
+  event_post(manager_.get(), look);
+  Run();
+  EXPECT_THAT(seen, ElementsAre(40U, 80U, 100U, 100U));
+}
+
+TEST_F(Records, EndedClientTakesItsBlocksReferencesAndEventsWithIt) {
+  StartClient();
+  AddVrf("red", 10);
+  AddVrf("blue", 20);
+  Reference("tan");
+  ASSERT_NE(vtab_create_vrf_record("gray"), nullptr);
+  DeleteVrf("blue");
+  ASSERT_EQ(vtab_lock_dbase("test"), kStatusOk);
+  vtab_end_client();
+  EXPECT_EQ(removed_count(), 0U);
+  EXPECT_THAT(VrfWalk(), ElementsAre("red=10", "tan=0", "default=1"));
+  EXPECT_EQ(Find("red")->attributes, nullptr);
+  Run();
+  EXPECT_THAT(Told(), IsEmpty());
+  StartClient();
+  AddVrf("blue", 20);
+  Run();
+  EXPECT_THAT(Told(), ElementsAre("vrf blue 20 event 1"));
+  EXPECT_EQ(vtab_lock_dbase("test"), kStatusOk);
+}
+
+TEST_F(Records, ClientMayEndInsideItsCallback) {
+  StartClient();
+  ASSERT_EQ(vtab_specify_vrf_callback([](const char*) -> Status {
+              vtab_end_client();
+              return kStatusOk;
+            }),
+            kStatusOk);
+  AddVrf("red", 10);
+  AddVrf("blue", 20);
+  Run();
+  EXPECT_EQ(Find("red")->attributes, nullptr);
+}
+
+TEST_F(Records, SecondClientIsRefused) {
+  StartClient();
+  EXPECT_EQ(vtab_init("other", manager_.get(), 0, 8, 1, 3), kStatusExists);
+}
+
+TEST_F(Records, RegistrationNeedsAClientAndItsArguments) {
+  EXPECT_EQ(vtab_init(nullptr, manager_.get(), 0, 8, 1, 3), kStatusInvalid);
+  EXPECT_EQ(vtab_init("test", nullptr, 0, 8, 1, 3), kStatusInvalid);
+  EXPECT_EQ(vtab_specify_if_callback(&note_interface), kStatusInvalid);
+  EXPECT_EQ(vtab_specify_vrf_callback(&note_vrf), kStatusInvalid);
+  EXPECT_EQ(vtab_reg_vrf_attributes("all", 3, 0x87, "default", 1), kStatusInvalid);
+  EXPECT_EQ(vtab_reg_if_attributes("all-if", "all", 3, 1, "default", 0x221, 0), kStatusInvalid);
+  StartClient();
+  EXPECT_EQ(vtab_specify_if_callback(nullptr), kStatusInvalid);
+  EXPECT_EQ(vtab_specify_vrf_callback(nullptr), kStatusInvalid);
+  EXPECT_EQ(vtab_reg_vrf_attributes(nullptr, 3, 0x87, "default", 1), kStatusInvalid);
+  EXPECT_EQ(vtab_reg_if_attributes("all-if", nullptr, 3, 1, "default", 0x221, 0), kStatusInvalid);
+}
+
+TEST_F(Records, EveryRegistrationStepHasItsFaultPoint) {
+  for (const char* point : {"vtab_init", "vtab_specify_if_callback", "vtab_specify_vrf_callback",
+                            "vtab_reg_vrf_attributes", "vtab_reg_if_attributes"}) {
+    fault_arm(point, kStatusIo);
+  }
+  EXPECT_EQ(vtab_init("test", manager_.get(), 0, 8, 1, 3), kStatusIo);
+  EXPECT_EQ(vtab_specify_if_callback(&note_interface), kStatusIo);
+  EXPECT_EQ(vtab_specify_vrf_callback(&note_vrf), kStatusIo);
+  EXPECT_EQ(vtab_reg_vrf_attributes("all", 3, 0x87, "default", 1), kStatusIo);
+  EXPECT_EQ(vtab_reg_if_attributes("all-if", "all", 3, 1, "default", 0x221, 0), kStatusIo);
+  fault_disarm_all();
+  StartClient();
+}
+
+}  // namespace
+}  // namespace vtab

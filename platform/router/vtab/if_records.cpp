@@ -1,0 +1,120 @@
+// The interface records: see if_records.h.
+#include "platform/router/vtab/if_records.h"
+
+#include <algorithm>
+
+#include "platform/router/vtab/vrf_records.h"
+
+namespace vtab {
+namespace {
+
+void set_identity(IfNode* node, const router::Interface& interface) {
+  set_name(node->if_name, interface.name);
+  set_name(node->vrf_name, interface.vrf);
+  node->if_index = interface.index;
+}
+
+std::uint32_t family_state(const router::Interface& interface, router::Family family) {
+  const auto is_of_family = [family](const router::Address& address) { return address.family == family; };
+  const bool has_address = std::any_of(interface.addresses.begin(), interface.addresses.end(), is_of_family);
+  return interface.up && has_address ? kVtabStateUp : kVtabStateDown;
+}
+
+std::uint32_t change_of_family(std::uint32_t before, std::uint32_t now) {
+  if (before == now) return kVtabNoChange;
+  return now == kVtabStateUp ? kVtabCameUp : kVtabWentDown;
+}
+
+}  // namespace
+
+IfState state_of(const router::Interface& interface) {
+  return {family_state(interface, router::Family::kIpv4), family_state(interface, router::Family::kIpv6),
+          interface.addresses};
+}
+
+IfChange change_between(const IfState& before, const IfState& now) {
+  return {change_of_family(before.ipv4, now.ipv4), change_of_family(before.ipv6, now.ipv6)};
+}
+
+void show_downs(IfNode* node, const IfState& state) {
+  if (state.ipv4 == kVtabStateDown) node->ipv4_state = kVtabStateDown;
+  if (state.ipv6 == kVtabStateDown) node->ipv6_state = kVtabStateDown;
+}
+
+void show(IfNode* node, IfState state) {
+  node->ipv4_state = state.ipv4;
+  node->ipv6_state = state.ipv6;
+  node->addresses = std::move(state.addresses);
+}
+
+IfNode* IfRecords::find(std::string_view name) const {
+  const auto found = holders_.find(name);
+  return found == holders_.end() ? nullptr : found->second.front();
+}
+
+const IfNode* IfRecords::first() const {
+  return by_index_.empty() ? nullptr : &by_index_.begin()->second;
+}
+
+const IfNode* IfRecords::after(std::uint32_t index) const {
+  const auto next = by_index_.upper_bound(index);
+  return next == by_index_.end() ? nullptr : &next->second;
+}
+
+void IfRecords::give_up_name(const IfNode* node, std::string_view name) {
+  const auto found = holders_.find(name);
+  std::vector<IfNode*>& holders = found->second;
+  holders.erase(std::find(holders.begin(), holders.end(), node));
+  if (holders.empty()) holders_.erase(found);
+}
+
+IfNode* IfRecords::add(const router::Interface& interface) {
+  IfNode& node = by_index_[interface.index];
+  set_identity(&node, interface);
+  show(&node, {});
+  node.known_name = interface.name;
+  holders_[interface.name].push_back(&node);
+  return &node;
+}
+
+IfNode* IfRecords::change(std::uint32_t old_index, const router::Interface& now) {
+  auto taken = by_index_.extract(old_index);
+  IfNode* const node = &taken.mapped();
+  if (now.name != node->if_name) {
+    node->former_names.emplace_back(node->if_name);
+    holders_[now.name].push_back(node);
+  }
+  set_identity(node, now);
+  taken.key() = now.index;
+  by_index_.insert(std::move(taken));
+  return node;
+}
+
+void IfRecords::know_name(IfNode* node) {
+  for (const std::string& name : node->former_names) give_up_name(node, name);
+  node->former_names.clear();
+  node->known_name = node->if_name;
+}
+
+IfNode* IfRecords::remove(std::uint32_t index) {
+  auto taken = by_index_.extract(index);
+  IfNode* const node = &taken.mapped();
+  node->is_removed = true;
+  removed_.emplace(node, std::move(taken));
+  return node;
+}
+
+void IfRecords::release(IfNode* node) {
+  if (!node->is_removed || node->queued_events > 0 || node->in_access) return;
+  know_name(node);
+  give_up_name(node, node->if_name);
+  removed_.erase(node);
+}
+
+void IfRecords::clear() {
+  holders_.clear();
+  by_index_.clear();
+  removed_.clear();
+}
+
+}  // namespace vtab

@@ -1,0 +1,87 @@
+// The interface records, by index and by name.
+//
+// A node never moves while its interface exists, whatever its name and index become: the map's node is taken
+// out and put back under the new key. The record of an interface that was removed can be found by its name
+// until all its events are delivered.
+//
+// Name, VRF and index of a record are the interface's own at once. Its states and addresses, and the record
+// that a look-up by name finds, are those that were delivered to the client: they wait in the queue of events
+// (events.cpp). So a name has a list of holders, in the order in which they took it; the first is the one
+// that the client knows by it.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/router/model/router.h"
+#include "platform/router/vtab/vtab.h"
+
+namespace vtab {
+
+// What an interface can carry: an address family is up on it while the link is up and it has an address of
+// it.
+struct IfState {
+  std::uint32_t ipv4 = kVtabStateDown;
+  std::uint32_t ipv6 = kVtabStateDown;
+  std::vector<router::Address> addresses;
+};
+
+IfState state_of(const router::Interface& interface);
+
+// The change codes of the two families (vtab.h).
+struct IfChange {
+  std::uint32_t ipv4 = kVtabNoChange;
+  std::uint32_t ipv6 = kVtabNoChange;
+  bool is_one() const { return ipv4 != kVtabNoChange || ipv6 != kVtabNoChange; }
+  bool has_up() const { return ipv4 == kVtabCameUp || ipv6 == kVtabCameUp; }
+};
+
+IfChange change_between(const IfState& before, const IfState& now);
+
+struct IfNode : VtabIfRecord {
+  IfNode() : VtabIfRecord{} {}
+
+  std::vector<router::Address> addresses;
+  std::string known_name;                 // under which the client knows it
+  std::vector<std::string> former_names;  // held until the client knows the present one
+  std::uint32_t queued_events = 0;
+  bool in_access = false;
+  bool is_removed = false;
+};
+
+// The families that are down in `state` are down in the record.
+void show_downs(IfNode* node, const IfState& state);
+void show(IfNode* node, IfState state);
+
+class IfRecords {
+ public:
+  IfNode* find(std::string_view name) const;
+  const IfNode* first() const;
+  const IfNode* after(std::uint32_t index) const;
+
+  // Down and without addresses.
+  IfNode* add(const router::Interface& interface);
+  // A former name is held until the new one is known. REQUIRES: `old_index` is the index under which the
+  // interface was added or last changed.
+  IfNode* change(std::uint32_t old_index, const router::Interface& now);
+  // The client knows the interface by its present name.
+  void know_name(IfNode* node);
+  // Off the walk; released when nothing holds it. The node of the index.
+  IfNode* remove(std::uint32_t index);
+  // Frees a removed node that has no event left and is not accessed.
+  void release(IfNode* node);
+  void clear();
+
+ private:
+  void give_up_name(const IfNode* node, std::string_view name);
+
+  using Map = std::map<std::uint32_t, IfNode>;
+  Map by_index_;
+  std::map<std::string, std::vector<IfNode*>, std::less<>> holders_;  // of a name; no list is empty
+  std::map<const IfNode*, Map::node_type> removed_;
+};
+
+}  // namespace vtab

@@ -1,0 +1,89 @@
+// The VRF and table records, and the ways to look them up.
+//
+// A node is the record that clients see and what the service needs besides. It lives in one of two places:
+// among the records that look-ups find, or, from its deletion until nobody can hold its address any more,
+// among the deleted ones. Nodes never move: a forward reference becomes a VRF, or a VRF a forward reference,
+// in place.
+//
+// A VRF has at most one table of an address family and subsequent address family, so the table records are
+// four fixed places in the node; a place whose table_id is 0 is empty, and a cursor into the node stays good.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+
+#include "platform/router/model/router.h"
+#include "platform/router/vtab/vtab.h"
+
+namespace vtab {
+
+struct VrfNode : VtabVrfRecord {
+  std::array<VtabTableRecord, 4> tables{};  // by AFI, then SAFI
+  std::uint32_t queued_events = 0;          // undelivered ones that are about this record
+  bool in_access = false;                   // between the client's begin-access and end-access
+
+  VrfNode() : VtabVrfRecord{} {}
+  ~VrfNode();  // frees the attribute block
+  VrfNode(const VrfNode&) = delete;
+  VrfNode& operator=(const VrfNode&) = delete;
+};
+
+class VrfRecords {
+ public:
+  VrfNode* find(std::string_view name) const;
+  VrfNode* find_by_id(std::uint32_t id) const;           // null for 0
+  VrfNode* find_by_table(std::uint32_t table_id) const;  // of several, the first in name order; null for 0
+  VrfNode* first() const;
+  VrfNode* after(std::string_view name) const;
+
+  // A forward reference. REQUIRES: none of that name is there. Null when there is no memory for the block.
+  VrfNode* add(std::string_view name, std::size_t attribute_size);
+  void complete(VrfNode* node, const router::Vrf& vrf);  // also takes over changed table ids
+  void make_forward_reference(VrfNode* node);
+  // Takes the node away from the look-ups.
+  void remove(VrfNode* node);
+  // Frees the removed nodes of this name that `may_go` allows.
+  template <typename MayGo>
+  void release_removed(std::string_view name, MayGo may_go) {
+    const auto [begin, end] = removed_.equal_range(name);
+    for (auto entry = begin; entry != end;) entry = may_go(*entry->second) ? removed_.erase(entry) : ++entry;
+  }
+  void release_all_removed() { removed_.clear(); }
+  std::size_t removed_count() const { return removed_.size(); }
+  void clear();
+
+  // Gives every node a block of this size, or takes the blocks away (0). False, with none left, without
+  // memory.
+  bool allot_attributes(std::size_t attribute_size);
+
+ private:
+  struct ByTableThenName {
+    using is_transparent = void;
+    using Entry = std::pair<std::uint32_t, VrfNode*>;
+    bool operator()(const Entry& left, const Entry& right) const {
+      if (left.first != right.first) return left.first < right.first;
+      return router::ShorterFirst()(left.second->vrf_name, right.second->vrf_name);
+    }
+    bool operator()(const Entry& left, std::uint32_t right) const { return left.first < right; }
+    bool operator()(std::uint32_t left, const Entry& right) const { return left < right.first; }
+  };
+
+  void set_tables(VrfNode* node, const router::Vrf& vrf);
+
+  std::map<std::string, std::unique_ptr<VrfNode>, router::ShorterFirst> by_name_;
+  std::unordered_map<std::uint32_t, VrfNode*> by_id_;
+  std::set<std::pair<std::uint32_t, VrfNode*>, ByTableThenName> by_table_;
+  std::multimap<std::string, std::unique_ptr<VrfNode>, router::ShorterFirst> removed_;
+};
+
+// Copies a name that is known to fit, with its terminator.
+void set_name(char (&slot)[kVtabNameSize], std::string_view name);
+
+}  // namespace vtab

@@ -1,0 +1,138 @@
+// Record service: the VRF, interface and routing-table records of the router, with a client's private
+// attribute block in every VRF record.
+//
+// Records are the service's: it makes them from the router model, keeps them while they exist and hands out
+// pointers. A VRF record pointer stays valid until the client's VRF callback for its deletion has ended its
+// access; a record is never released while the membership service still owes a client the news of the VRF's
+// deletion. From the deletion on no lookup finds it. A record whose vrf_id is 0 is a forward reference: the
+// VRF is named (by a client through vtab_create_vrf_record, or by configuration) but not created; the record
+// becomes complete, in place and with its attribute block, when the VRF is created.
+//
+// Iteration order of VRF records: shorter names first, then by octets. Of interface records: by index. Of
+// table records: by AFI, SAFI, table id.
+//
+// Events. A VRF record that the service makes is reported as created, one that becomes complete, a forward
+// reference again, or has other table ids as updated. A VRF deleted while configuration still names it
+// (Router::is_referenced) keeps its record and block as a forward reference: that is an update, not a
+// deletion.
+//
+// A family of an interface is up while the interface is operationally up and has an address of that family.
+// An interface is reported when that changes for a family, be it for the link or for an address; when it is
+// added and up, or removed while up; and when it changes its VRF while up, as gone down in the one and come
+// up in the other. While the callback runs, the interface is down for the look-ups in every family that was
+// down before or is down now; only when one family goes down and the other comes up at once, it is shown as
+// it was before. It can be found, even if it was removed: states and addresses follow the events, only name,
+// VRF and index do not wait. Membership events (platform/router/vmap/vmap.h) and these come in one order.
+//
+// Thread: everything on the main thread; callbacks are delivered by the event manager given to vtab_init, in
+// the order of the changes, in bounded batches. One client a process. kStatusInvalid for null arguments.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+#include "platform/router/model/router.h"
+
+inline constexpr std::size_t kVtabNameSize = 64;
+inline constexpr std::uint32_t kVtabStateUp = 3;  // protocol state "up"
+inline constexpr std::uint32_t kVtabStateDown = 1;
+
+struct VtabVrfRecord {
+  char vrf_name[kVtabNameSize];  // first, so that the record itself prints as its name
+  std::uint32_t vrf_id;          // 0: forward reference
+  std::uint32_t ipv4_table_id;
+  std::uint32_t ipv6_table_id;
+  void* attributes;  // the client's block, zero-filled when the record is made
+};
+
+struct VtabIfRecord {
+  char if_name[kVtabNameSize];
+  char vrf_name[kVtabNameSize];  // "default" for an interface in no VRF
+  std::uint32_t if_index;
+  std::uint32_t ipv4_state;  // kVtabStateUp or kVtabStateDown
+  std::uint32_t ipv6_state;
+};
+
+struct VtabTableRecord {
+  char table_name[kVtabNameSize];
+  char vrf_name[kVtabNameSize];
+  std::uint32_t table_id;
+  std::uint32_t afi;   // 1 IPv4, 2 IPv6
+  std::uint32_t safi;  // 1 unicast, 2 multicast
+};
+
+inline constexpr std::uint32_t kVtabEventCreate = 1;
+inline constexpr std::uint32_t kVtabEventDelete = 2;
+inline constexpr std::uint32_t kVtabEventUpdate = 3;
+
+// Change codes of an interface's two protocol states (IPv4 first).
+inline constexpr std::uint32_t kVtabNoChange = 0;
+inline constexpr std::uint32_t kVtabCameUp = 1;
+inline constexpr std::uint32_t kVtabWentDown = 2;
+
+void vtab_attach(router::Router* model);  // called once by the process; null takes the model away
+
+using VtabIfCallback = Status (*)(const char* if_name, const char* vrf_name);
+using VtabVrfCallback = Status (*)(const char* vrf_name);
+
+// Fault points are named after the operations. The attribute block's memory is "calloc_tagged:vtab
+// attributes". kStatusExists while there is a client, kStatusNoMemory. The numbers are accepted as they come.
+[[nodiscard]] Status vtab_init(const char* client, EventManager* manager, std::uint32_t reserved,
+                               std::size_t attribute_size, std::uint32_t first, std::uint32_t second);
+// These four: kStatusInvalid without a client.
+[[nodiscard]] Status vtab_specify_if_callback(VtabIfCallback callback);
+[[nodiscard]] Status vtab_specify_vrf_callback(VtabVrfCallback callback);
+// From here VRF events are queued for the client. What exists is there to be looked up, and is not reported
+// as created.
+[[nodiscard]] Status vtab_reg_vrf_attributes(const char* scope, std::uint32_t first, std::uint32_t second,
+                                             const char* default_vrf, std::uint32_t third);
+[[nodiscard]] Status vtab_reg_if_attributes(const char* scope, const char* vrf_scope, std::uint32_t first,
+                                            std::uint32_t second, const char* default_vrf,
+                                            std::uint32_t third, std::uint32_t fourth);
+
+VtabVrfRecord* vtab_get_vrf_record_by_vrf_name(const char* vrf_name);
+VtabVrfRecord* vtab_get_vrf_record_by_vrf_id(std::uint32_t vrf_id);      // null for 0
+VtabVrfRecord* vtab_get_vrf_record_by_table_id(std::uint32_t table_id);  // of any family; null for 0
+VtabVrfRecord* vtab_get_first_vrf_record();
+VtabVrfRecord* vtab_get_next_vrf_record(const VtabVrfRecord* record);
+// A forward-reference record, or the existing record; null for a bad name, memory, or a fault point.
+// The record is not reported to the client that made it.
+VtabVrfRecord* vtab_create_vrf_record(const char* vrf_name);
+// For the caller's own pairing of look-up and creation; no operation asks for it. kStatusDeadlock when it is
+// held. A lock whose release failed is given up all the same, so that one failure does not end all creation.
+[[nodiscard]] Status vtab_lock_dbase(const char* holder);
+[[nodiscard]] Status vtab_unlock_dbase();
+
+// Begins the access that a VRF callback must make: gives the record the oldest undelivered event of that name
+// is about (null when none is), and the event. Ending the access of a deletion ends the record's life when
+// the callback returns (or later, as said above). kStatusDeadlock while the record is being accessed; ending
+// what was not begun is kStatusInvalid. An access that a callback leaves open is closed for it.
+[[nodiscard]] Status vtab_lock_begin_access_vrf_record(const char* vrf_name, VtabVrfRecord** record,
+                                                       std::uint32_t* event, std::uint32_t* reserved);
+[[nodiscard]] Status vtab_unlock_end_access_vrf_record(VtabVrfRecord* record);
+// The same for an interface callback, with the change codes of the event. The record may have another name or
+// VRF by now. Null, with both codes kVtabNoChange, when no event of that interface and VRF is undelivered.
+[[nodiscard]] Status vtab_lock_begin_access_if_record(const char* if_name, const char* vrf_name,
+                                                      VtabIfRecord** record, std::uint32_t* ipv4_change,
+                                                      std::uint32_t* ipv6_change, std::uint32_t* reserved1,
+                                                      std::uint32_t* reserved2);
+[[nodiscard]] Status vtab_unlock_end_access_if_record(const char* vrf_name, VtabIfRecord* record);
+
+const VtabIfRecord* vtab_get_if_record(const char* if_name);
+const VtabIfRecord* vtab_get_first_if_record();
+const VtabIfRecord* vtab_get_next_if_record(const VtabIfRecord* record);
+// Primary IPv4 address, host order in *address. kStatusNoSuchRow when there is none.
+[[nodiscard]] Status vtab_get_if_primary_ipv4_address(const VtabIfRecord* record, std::uint32_t* address);
+// IPv6 addresses in order: *cursor starts at 0 and is advanced; kStatusEndOfList after the last. Four 32-bit
+// words, most significant first, host order.
+[[nodiscard]] Status vtab_get_if_next_ipv6_address(const VtabIfRecord* record, std::uint32_t* cursor,
+                                                   std::uint32_t address[4]);
+
+const VtabTableRecord* vtab_get_first_table_record_by_vrf_name(const char* vrf_name);
+const VtabTableRecord* vtab_get_next_table_record_by_vrf_name(const char* vrf_name,
+                                                              const VtabTableRecord* record);
+
+// Ends the client: attribute blocks, callbacks and queued events go. For tests that start the daemon again.
+void vtab_end_client();

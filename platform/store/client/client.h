@@ -1,0 +1,164 @@
+// Client of the data store over its Unix socket: blocking calls with a bound, for tools and the SNMP
+// sub-agent.
+//
+// One Client is one connection, used from one thread. Every call ends within the timeout: kStatusTimedOut
+// closes the connection (a late answer must not be taken for the next request's); kStatusNotConnected when
+// there is none or it broke. A call on a closed client does not connect by itself.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/core/base/status.h"
+#include "platform/store/configuration/config.h"
+
+namespace kvtree {
+
+using Octets = std::vector<std::uint8_t>;
+
+struct GetResult {
+  Status status = kStatusNotConnected;
+  Octets record;  // an encoded record
+};
+
+struct ListItem {
+  std::string key;
+  std::uint32_t kind = 0;
+  Octets record;  // datalists only
+};
+
+struct ListResult {
+  Status status = kStatusNotConnected;
+  std::vector<ListItem> items;
+};
+
+struct WalkResult {
+  Status status = kStatusNotConnected;
+  std::vector<Octets> rows;
+  bool end = false;  // no row follows the last one
+};
+
+struct ActionResult {
+  Status status = kStatusNotConnected;
+  std::string text;
+};
+
+struct SubscribeResult {
+  Status status = kStatusNotConnected;
+  std::uint32_t subscription = 0;  // its number in this client
+  // Sequence numbers go on where they were while this stays the same; another one starts them anew.
+  std::uint64_t instance = 0;
+};
+
+// One node, with any value that the configuration has (none, text, number, tuple).
+struct Node {
+  std::string path;
+  KvValue value;
+  std::string owner;  // empty for a node that is no configuration
+};
+
+struct NodesResult {
+  Status status = kStatusNotConnected;
+  std::vector<Node> nodes;
+};
+
+struct CommitResult {
+  Status status = kStatusNotConnected;
+  std::string id;       // empty when nothing in force changed
+  std::string mistake;  // what is wrong, when the commit was refused
+};
+
+struct HistoryResult {
+  Status status = kStatusNotConnected;
+  std::vector<KvConfigCommit> commits;  // newest first
+};
+
+struct CommitChangesResult {
+  Status status = kStatusNotConnected;
+  std::vector<KvConfigCommitChange> changes;  // in the order in which subscribers were told
+};
+
+struct NotificationResult {
+  Status status = kStatusNotConnected;
+  std::uint32_t subscription = 0;
+  std::uint64_t sequence = 0;     // increasing within a subscription
+  std::uint64_t lost_before = 0;  // so many are missing between the one before and this one
+  std::string path;               // of the provider that tells it
+  std::string item_name;
+  std::uint32_t values[2] = {0, 0};
+  Octets record;
+};
+
+class Client {
+ public:
+  struct Connection;  // of client*.cpp
+
+  // `timeout` is for an answer; for one to a change of the configuration it is thirty times that.
+  explicit Client(std::string socket_path,
+                  std::chrono::milliseconds timeout = std::chrono::milliseconds(1000));
+  ~Client();
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  // The main socket of the daemon in this run directory (base/directories.h).
+  static std::string default_socket();
+
+  // Closes a connection that is there and makes a new one. kStatusNotConnected when nobody serves the socket,
+  // kStatusTimedOut, kStatusAccess, or the system's errno.
+  [[nodiscard]] Status connect();
+  void close();
+  bool connected() const;
+  // -1 when closed. Outside of a call readable means that the peer closed it (or broke the protocol), or, on
+  // a client that subscribed, that a notification came.
+  int fd() const;
+
+  GetResult get(std::string_view path, bool structured = false);
+  ListResult list(std::string_view path, std::uint32_t max_items, bool structured = false);
+  ListResult datalist(std::string_view path, std::uint32_t max_items, bool structured = false);
+  WalkResult walk(std::string_view path, std::uint32_t max_rows, bool structured = false);
+  ActionResult action(const std::vector<std::string>& words);  // words[0] is the action's name
+
+  // From here the notifications of every provider whose bind path begins with `path` are sent to this client.
+  // Without a name they are kept while the client is connected, the latest 1024. With the name of a
+  // subscriber for whom the daemon keeps them, what that one has not acknowledged comes first, and this
+  // client takes its place: kStatusNoSuchRow for an unknown name, kStatusAccess for who may not change
+  // anything.
+  [[nodiscard]] SubscribeResult subscribe(std::string_view path, std::string_view name = {});
+  // The oldest notification not yet taken. kStatusTimedOut (the connection stays open) when none comes in
+  // time. Taking one acknowledges it, unless its subscription has a name.
+  NotificationResult next_notification(std::chrono::milliseconds timeout);
+  bool has_notification() const;  // one is kept already; the descriptor does not tell
+  // Done with all of this subscription up to the sequence number. The daemon sends 64 before it waits for
+  // this.
+  [[nodiscard]] Status acknowledge(std::uint32_t subscription, std::uint64_t sequence);
+
+  // The nodes whose path begins with `path`, in order, from the one behind `after` on: what is in force, or,
+  // with an owner, what that one holds. An answer may have fewer than `max_nodes` though more follow: ask
+  // again behind the last until none comes. kStatusInvalid for an owner that is not known.
+  NodesResult nodes(std::string_view path, std::uint32_t max_nodes, std::string_view after = {},
+                    std::string_view owner = {});
+  // Makes the changes as one commit of the owner "cli": all or none (kvtree_config_commit). At most
+  // kMaxStagedChanges (kStatusMessageTooLarge). kStatusAccess; the other statuses are those of the commit.
+  CommitResult commit(const std::vector<KvConfigChange>& changes, std::string_view comment);
+  // The commits, newest first, from the one before the commit `before` on; an answer may have fewer than
+  // `maximum`, as above. kStatusNoSuchRow for a `before` that is no commit's id.
+  HistoryResult history(std::uint32_t maximum, std::string_view before = {});
+  // The changes of one commit from number `first` (from 0) on, likewise. kStatusNoSuchRow for a commit that
+  // is not in the history (any more).
+  CommitChangesResult commit_changes(std::string_view id, std::uint32_t maximum, std::uint32_t first = 0);
+  // Sets or deletes a node of the configuration, below /cfg/: a commit of the owner "cli" with one change.
+  // kStatusAccess, kStatusUnknownPath elsewhere, kStatusNoSuchRow for the deletion of a node that "cli" does
+  // not hold, kStatusIo when it could not be kept.
+  [[nodiscard]] Status set_text(std::string_view path, std::string_view text);
+  [[nodiscard]] Status set_number(std::string_view path, std::int64_t number);
+  [[nodiscard]] Status remove(std::string_view path);
+
+ private:
+  std::unique_ptr<Connection> connection_;
+};
+
+}  // namespace kvtree

@@ -1,0 +1,371 @@
+// Tests of commits over the wire: staging, committing, nodes with owners, the history, and requests between
+// the notifications of a large commit.
+#include "platform/store/configuration/test_configuration.h"
+#include "platform/store/configuration/value_codec.h"
+#include "platform/store/server/test_served_store.h"
+
+namespace {
+
+using kvtree::Client;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class ClientCommit : public ServedStore {
+ protected:
+  void OwnerCommits(std::string_view owner, const std::vector<KvConfigChange>& changes) {
+    ASSERT_FALSE(thread.joinable());
+    ASSERT_EQ(kvtree_config_commit(owner, changes, ""), kStatusOk);
+  }
+  // "path=value (owner)".
+  std::vector<std::string> Nodes(std::string_view path = "/", std::string_view owner = {}) {
+    std::vector<std::string> all;
+    const kvtree::NodesResult result = client.nodes(path, 1000, {}, owner);
+    EXPECT_EQ(result.status, kStatusOk);
+    for (const kvtree::Node& node : result.nodes)
+      all.push_back(node.path + "=" + Describe(node.value) + " (" + node.owner + ")");
+    return all;
+  }
+  static std::vector<KvConfigChange> Many(std::size_t count) {
+    std::vector<KvConfigChange> changes;
+    for (std::size_t i = 0; i < count; ++i) changes.push_back(SetTo("/cfg/" + std::to_string(i), "x"));
+    return changes;
+  }
+};
+
+TEST_F(ClientCommit, ChangesAreOneCommitOfTheCommandLine) {
+  OwnerCommits("file", {SetTo("/cfg/f", "file")});
+  StartAndConnect();
+  const kvtree::CommitResult result = client.commit({{"/cfg/t", TupleValue({1, -2})},
+                                                     {"/cfg/n", NumberValue(5)},
+                                                     {"/cfg/e", KvValue{}},
+                                                     SetTo("/cfg/x", "")},
+                                                    "why");
+  EXPECT_EQ(result.status, kStatusOk);
+  EXPECT_EQ(result.id, "2");
+  EXPECT_EQ(result.mistake, "");
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/e=. (cli)", "/cfg/f=file (file)", "/cfg/n=#5 (cli)",
+                                   "/cfg/t=(1 -2) (cli)", "/cfg/x= (cli)"));
+  EXPECT_EQ(client.commit({LetGo("/cfg/t")}, "").status, kStatusOk);
+  EXPECT_THAT(Nodes("/cfg/t"), IsEmpty());
+}
+
+// The value in force stays while its owner changes, in both directions.
+TEST_F(ClientCommit, OwnerOfTheSameValueIsTheOneInForce) {
+  OwnerCommits("file", {SetTo("/cfg/a", "x")});
+  StartAndConnect();
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (cli)"));
+  EXPECT_EQ(client.commit({LetGo("/cfg/a")}, "").status, kStatusOk);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (file)"));
+}
+
+TEST_F(ClientCommit, MistakeIsToldAndNothingChanges) {
+  StartAndConnect();
+  const kvtree::CommitResult result = client.commit({SetTo("/cfg/a", "x"), LetGo("/cfg/b")}, "");
+  EXPECT_EQ(result.status, kStatusNoSuchRow);
+  EXPECT_EQ(result.mistake, "/cfg/b: cli does not hold it");
+  EXPECT_EQ(result.id, "");
+  EXPECT_THAT(Nodes(), IsEmpty());
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
+  EXPECT_THAT(Nodes(), SizeIs(1));
+}
+
+TEST_F(ClientCommit, CommitOfManyMessagesIsOneCommit) {
+  StartAndConnect();
+  const kvtree::CommitResult result = client.commit(Many(5000), "many");
+  EXPECT_EQ(result.status, kStatusOk);
+  const kvtree::HistoryResult history = client.history(10);
+  ASSERT_THAT(history.commits, SizeIs(1));
+  EXPECT_EQ(history.commits[0].changes, 5000U);
+}
+
+TEST_F(ClientCommit, EmptyCommitIsNone) {
+  StartAndConnect();
+  EXPECT_EQ(client.commit({}, "").status, kStatusOk);
+  EXPECT_THAT(client.history(1).commits, IsEmpty());
+}
+
+TEST_F(ClientCommit, TooManyChangesAreRefusedOnBothSides) {
+  StartAndConnect();
+  EXPECT_EQ(client.commit(Many(kvtree::kMaxStagedChanges + 1), "").status, kStatusMessageTooLarge);
+  const std::string text(16U << 10, 'x');
+  std::vector<KvConfigChange> large = Many(1100);  // 17 MiB
+  for (KvConfigChange& change : large) change.value->text = text;
+  EXPECT_EQ(client.commit(large, "").status, kStatusMessageTooLarge);
+  EXPECT_THAT(Nodes(), IsEmpty());
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (cli)"));
+}
+
+TEST_F(ClientCommit, ValueThatNoConfigurationHasIsRefusedByTheClient) {
+  StartAndConnect();
+  KvValue record;
+  record.type = KvValueType::kRecord;
+  EXPECT_EQ(client.commit({{"/cfg/a", record}}, "").status, kStatusInvalid);
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
+}
+
+TEST_F(ClientCommit, LongestChangesFitIntoMessages) {
+  StartAndConnect();
+  std::vector<KvConfigChange> changes = Many(4);
+  for (KvConfigChange& change : changes) {
+    change.path += std::string(kKvMaxPath - change.path.size(), 'p');
+    change.value->text.assign(kMaxConfigText, 't');
+  }
+  EXPECT_EQ(client.commit(changes, std::string(kMaxCommitComment, 'c')).status, kStatusOk);
+  EXPECT_EQ(client.nodes("/cfg/", 10).nodes.size(), 4U);
+}
+
+// What a client left behind is not in the next one's commit, nor in its own next.
+TEST_F(ClientCommit, StagedChangesGoWithTheConnectionAndWithTheNextFirstMessage) {
+  StartAndConnect();
+  wire::ClientSocket raw;
+  ASSERT_EQ(raw.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
+  const auto stage = [&](std::uint8_t flags, const char* path) {
+    wire::Writer writer = raw.begin(kvtree::kStage, 1);
+    writer.u8(flags);
+    writer.u32(1);
+    writer.text(path);
+    ASSERT_TRUE(kvtree::write_value(&writer, NumberValue(1)));
+    ASSERT_EQ(raw.send(), kStatusOk);
+    wire::Message answer;
+    ASSERT_EQ(raw.receive(&answer), kStatusOk);
+    EXPECT_EQ(wire::Reader(answer.payload).u32(), kStatusOk);
+  };
+  stage(kvtree::kFlagFirst, "/cfg/left");
+  stage(kvtree::kFlagFirst, "/cfg/a");
+  stage(0, "/cfg/b");
+  EXPECT_EQ(client.commit({SetTo("/cfg/own", "x")}, "").status, kStatusOk);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/own=x (cli)"));
+  raw.begin(kvtree::kCommit, 2).text("");
+  ASSERT_EQ(raw.send(), kStatusOk);
+  wire::Message answer;
+  ASSERT_EQ(raw.receive(&answer), kStatusOk);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1 (cli)", "/cfg/b=#1 (cli)", "/cfg/own=x (cli)"));
+}
+
+// A request without a connection has no peer who could have the right.
+TEST_F(ClientCommit, PeerWithoutTheRightNeitherStagesNorCommits) {
+  wire::Octets staged;
+  wire::Writer writer(&staged);
+  writer.u8(kvtree::kFlagFirst);
+  writer.u32(0);
+  wire::Octets comment;
+  wire::Writer(&comment).text("");
+  for (const auto& [type, payload] :
+       {std::pair(kvtree::kStage, staged), std::pair(kvtree::kCommit, comment)}) {
+    wire::Octets answer;
+    ASSERT_TRUE(kvtree::answer_message(nullptr, {type, 1, payload}, &answer));
+    EXPECT_EQ(wire::Reader(answer).u32(), kStatusAccess);
+  }
+}
+
+TEST_F(ClientCommit, MalformedMessagesAreTold) {
+  const auto refused = [](std::uint16_t type, const std::function<void(wire::Writer*)>& write) {
+    wire::Octets payload;
+    wire::Writer writer(&payload);
+    write(&writer);
+    wire::Octets answer;
+    return !kvtree::answer_message(nullptr, {type, 1, payload}, &answer);
+  };
+  EXPECT_TRUE(refused(kvtree::kStage, [](wire::Writer* w) {
+    w->u8(2);
+    w->u32(0);
+  }));
+  EXPECT_TRUE(refused(kvtree::kStage, [](wire::Writer* w) {
+    w->u8(0);
+    w->u32(1);
+  }));
+  EXPECT_TRUE(refused(kvtree::kStage, [](wire::Writer* w) {
+    w->u8(0);
+    w->u32(0);
+    w->u8(0);
+  }));
+  EXPECT_TRUE(refused(kvtree::kStage, [](wire::Writer* w) {
+    w->u8(0);
+    w->u32(1);
+    w->text("/cfg/a");
+    w->u8(4);
+  }));
+  EXPECT_TRUE(refused(kvtree::kSet, [](wire::Writer* w) {
+    w->text("/cfg/a");
+    w->u8(kvtree::kNoValue);
+  }));
+  EXPECT_TRUE(refused(kvtree::kSet, [](wire::Writer* w) {
+    w->text("/cfg/a");
+    w->u8(kvtree::kTupleValue);
+    w->u16(kMaxConfigTuple + 1);
+  }));
+  EXPECT_TRUE(refused(kvtree::kCommit, [](wire::Writer* w) { w->u32(1); }));
+  EXPECT_TRUE(refused(kvtree::kHistory, [](wire::Writer* w) { w->u32(1); }));
+  EXPECT_TRUE(refused(kvtree::kCommitChanges, [](wire::Writer* w) {
+    w->text("1");
+    w->u32(1);
+  }));
+  EXPECT_TRUE(refused(kvtree::kNodes, [](wire::Writer* w) {
+    w->u32(1);
+    w->text("/");
+    w->text("");
+  }));
+}
+
+TEST_F(ClientCommit, NodesOfAnOwnerAreListed) {
+  OwnerCommits("file", {SetTo("/cfg/a", "file"), SetTo("/cfg/b", "file"), SetTo("/cfg/c", "file")});
+  ASSERT_EQ(SetText("/cfg/own", "process"), kStatusOk);
+  StartAndConnect();
+  ASSERT_EQ(client.set_text("/cfg/b", "cli"), kStatusOk);
+  EXPECT_THAT(Nodes("/cfg/"), ElementsAre("/cfg/a=file (file)", "/cfg/b=cli (cli)", "/cfg/c=file (file)",
+                                          "/cfg/own=process ()"));
+  EXPECT_THAT(Nodes("/cfg/", "file"),
+              ElementsAre("/cfg/a=file (file)", "/cfg/b=file (file)", "/cfg/c=file (file)"));
+  EXPECT_THAT(Nodes("/cfg/b", "cli"), ElementsAre("/cfg/b=cli (cli)"));
+  EXPECT_THAT(Nodes("/", "frr"), IsEmpty());
+  EXPECT_EQ(client.nodes("/", 1, {}, "nobody").status, kStatusInvalid);
+  const kvtree::NodesResult rest = client.nodes("/cfg/", 1, "/cfg/a", "file");
+  ASSERT_THAT(rest.nodes, SizeIs(1));
+  EXPECT_EQ(rest.nodes[0].path, "/cfg/b");
+}
+
+TEST_F(ClientCommit, HistoryAndChangesAreReadInParts) {
+  ManualClock clock(7'000'000'000);
+  StartAndConnect();
+  ASSERT_EQ(client.commit({SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")}, "one").status,
+            kStatusOk);
+  ASSERT_EQ(client.commit({SetTo("/cfg/a", "2"), LetGo("/cfg/c")}, "two").status, kStatusOk);
+  kvtree::HistoryResult history = client.history(1);
+  ASSERT_THAT(history.commits, SizeIs(1));
+  EXPECT_EQ(history.commits[0].id, "2");
+  EXPECT_EQ(history.commits[0].time, 7'000'000'000U);
+  EXPECT_EQ(history.commits[0].owner, "cli");
+  EXPECT_EQ(history.commits[0].comment, "two");
+  EXPECT_EQ(history.commits[0].changes, 2U);
+  history = client.history(5, "2");
+  ASSERT_THAT(history.commits, SizeIs(1));
+  EXPECT_EQ(history.commits[0].id, "1");
+  kvtree::CommitChangesResult changes = client.commit_changes("2", 10);
+  ASSERT_THAT(changes.changes, SizeIs(2));
+  EXPECT_EQ(changes.changes[0].path, "/cfg/c");
+  EXPECT_EQ(changes.changes[0].after, std::nullopt);
+  EXPECT_EQ(changes.changes[1].owner_before, "cli");
+  EXPECT_EQ(Describe(changes.changes[1].before) + Describe(changes.changes[1].after), "12");
+  changes = client.commit_changes("1", 1, 1);
+  ASSERT_THAT(changes.changes, SizeIs(1));
+  EXPECT_EQ(changes.changes[0].path, "/cfg/b");
+  EXPECT_THAT(client.commit_changes("1", 1, 3).changes, IsEmpty());
+  EXPECT_EQ(client.commit_changes("3", 1).status, kStatusNoSuchRow);
+  EXPECT_EQ(client.history(1, "3").status, kStatusNoSuchRow);
+}
+
+TEST_F(ClientCommit, RequestsAreServedBetweenTheNotificationsOfALargeCommit) {
+  Subscribe("/cfg/", kKvEventSet);
+  client.close();
+  ASSERT_EQ(kvtree_config_commit("file", Many(20000), ""), kStatusOk);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  wire::ClientSocket raw;
+  // The event loop is stepped here: accepting, then a request after each turn.
+  ASSERT_EQ(raw.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
+  std::array<unsigned char, 1024> buffer;
+  EventContext context{manager, buffer.data(), buffer.size(), 0};
+  std::vector<std::size_t> told_by_then;
+  std::size_t most = 0;
+  for (std::size_t turns = 0; told().size() < 20000; ++turns) {
+    ASSERT_LT(turns, 100000U);
+    wire::Writer writer = raw.begin(kvtree::kGet, 1);
+    writer.u8(0);
+    writer.text("/oper/mpls_vpn/gl/scalars");
+    ASSERT_EQ(told_by_then.size() < 3 ? raw.send() : kStatusOk, kStatusOk);
+    const std::size_t before = told().size();
+    if (event_wait(&context) == 0) event_dispatch(&context);
+    most = std::max(most, told().size() - before);
+    wire::Message answer;
+    while (raw.receive(&answer, std::chrono::milliseconds(0)) == kStatusOk)
+      told_by_then.push_back(told().size());
+  }
+  EXPECT_LE(most, 64U);
+  ASSERT_GE(told_by_then.size(), 3U);
+  EXPECT_LT(told_by_then[2], 1000U);
+}
+
+// A client whose requests are answered while the event loop is stepped here.
+class SteppedClient : public ClientCommit {
+ protected:
+  void SetUp() override {
+    client.close();
+    ASSERT_EQ(raw.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
+  }
+  wire::Writer Begin(std::uint16_t type, std::uint32_t request) { return raw.begin(type, request); }
+  void SendSet(std::uint32_t request, std::string_view path) {
+    wire::Writer writer = raw.begin(kvtree::kSet, request);
+    writer.text(path);
+    writer.u8(kvtree::kTextValue);
+    writer.text("x");
+    ASSERT_EQ(raw.send(), kStatusOk);
+  }
+  void SendGet(std::uint32_t request) {
+    wire::Writer writer = raw.begin(kvtree::kGet, request);
+    writer.u8(0);
+    writer.text("/oper/mpls_vpn/gl/scalars");
+    ASSERT_EQ(raw.send(), kStatusOk);
+  }
+  // The number of the request that is answered next.
+  std::uint32_t NextAnswer() {
+    std::array<unsigned char, 1024> buffer;
+    EventContext context{manager, buffer.data(), buffer.size(), 0};
+    wire::Message answer;
+    for (int turns = 0; turns < 1000; ++turns) {
+      if (raw.receive(&answer, std::chrono::milliseconds(0)) == kStatusOk) return answer.request;
+      if (event_wait(&context) == 0) event_dispatch(&context);
+    }
+    return 0;
+  }
+  wire::ClientSocket raw;
+};
+
+TEST_F(SteppedClient, IsAnsweredWhenTheSubscribersHaveBeenTold) {
+  Subscribe("/cfg/", kKvEventSet);
+  SendSet(1, "/cfg/a");
+  EXPECT_EQ(NextAnswer(), 1U);
+  EXPECT_THAT(told(), SizeIs(1));
+  wire::Writer writer = raw.begin(kvtree::kStage, 2);
+  writer.u8(kvtree::kFlagFirst);
+  writer.u32(1000);
+  for (int i = 0; i < 1000; ++i) {
+    writer.text("/cfg/b" + std::to_string(i));
+    ASSERT_TRUE(kvtree::write_optional_value(&writer, SetTo("/cfg/b", "x").value));
+  }
+  ASSERT_EQ(raw.send(), kStatusOk);
+  EXPECT_EQ(NextAnswer(), 2U);
+  raw.begin(kvtree::kCommit, 3).text("why");
+  ASSERT_EQ(raw.send(), kStatusOk);
+  EXPECT_EQ(NextAnswer(), 3U);
+  EXPECT_THAT(told(), SizeIs(1001));
+}
+
+TEST_F(SteppedClient, RequestsBehindAChangeAreAnsweredBehindIt) {
+  SendSet(1, "/cfg/a");
+  SendGet(2);
+  SendSet(3, "/cfg/b");
+  SendGet(4);
+  for (std::uint32_t request = 1; request <= 4; ++request) EXPECT_EQ(NextAnswer(), request);
+}
+
+TEST_F(SteppedClient, ThatGoesBeforeItsAnswerDisturbsNobody) {
+  Subscribe("/cfg/", kKvEventSet);
+  SendSet(1, "/cfg/a");
+  raw.close();
+  while (event_run_pending(manager)) {
+  }
+  EXPECT_THAT(told(), SizeIs(1)) << "the change was asked for";
+  ASSERT_EQ(raw.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
+  SendGet(2);
+  EXPECT_EQ(NextAnswer(), 2U);
+}
+
+TEST_F(ClientCommit, ClosedClientAnswersSo) {
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusNotConnected);
+  EXPECT_EQ(client.history(1).status, kStatusNotConnected);
+  EXPECT_EQ(client.commit_changes("1", 1).status, kStatusNotConnected);
+}
+
+}  // namespace

@@ -1,0 +1,152 @@
+// A client's requests about the configuration: nodes, commits and their history; see client.h.
+//
+// A commit goes out as messages that the server collects, each within what one request may have, and one that
+// makes it. The first of them says that it is the first, so what an earlier commit left behind is forgotten.
+#include "platform/store/client/client_connection.h"
+#include "platform/store/configuration/value_codec.h"
+
+namespace kvtree {
+
+namespace {
+
+constexpr std::size_t kStagedPerMessage = 24U << 10;  // octets; one more change always fits
+
+bool read_node(wire::Reader* reader, Node* node) {
+  node->path = reader->text();
+  node->owner = reader->text();
+  return read_value(reader, &node->value);
+}
+
+bool read_commit(wire::Reader* reader, KvConfigCommit* commit) {
+  commit->id = reader->text();
+  commit->time = reader->u64();
+  commit->owner = reader->text();
+  commit->comment = reader->text();
+  commit->changes = reader->u32();
+  return reader->ok();
+}
+
+bool read_change(wire::Reader* reader, KvConfigCommitChange* change) {
+  change->path = reader->text();
+  change->owner_before = reader->text();
+  if (!read_optional_value(reader, &change->before)) return false;
+  change->owner_after = reader->text();
+  return read_optional_value(reader, &change->after);
+}
+
+// The answer of a counted list. False when it is not one.
+template <typename Item>
+bool read_all(wire::Reader* reader, std::vector<Item>* items, bool (*read)(wire::Reader*, Item*)) {
+  const std::uint32_t count = reader->u32();
+  for (std::uint32_t i = 0; i < count && reader->ok(); ++i) {
+    if (!read(reader, &items->emplace_back())) break;
+  }
+  if (reader->finished() && items->size() == count) return true;
+  items->clear();
+  return false;
+}
+
+template <typename Item>
+Status ask_list(Client::Connection* connection, std::uint16_t type, std::vector<Item>* items,
+                bool (*read)(wire::Reader*, Item*)) {
+  wire::OctetSpan payload;
+  wire::Reader reader(payload);
+  if (const Status status = connection->ask(type, &payload, &reader)) return status;
+  return read_all(&reader, items, read) ? kStatusOk : connection->fail(kStatusBadMessage);
+}
+
+// One message of changes from *next on, which goes behind the last one that is in it.
+Status stage_some(Client::Connection* connection, const std::vector<KvConfigChange>& changes,
+                  std::size_t* next) {
+  wire::Writer writer = connection->begin(kStage);
+  writer.u8(*next == 0 ? kFlagFirst : std::uint8_t{0});
+  const std::size_t count_place = writer.size();
+  writer.u32(0);
+  std::uint32_t count = 0;
+  for (; *next < changes.size() && writer.size() < kStagedPerMessage; ++*next, ++count) {
+    writer.text(changes[*next].path);
+    if (!write_optional_value(&writer, changes[*next].value)) return kStatusInvalid;
+  }
+  writer.patch_u32(count_place, count);
+  return connection->ask_status(kStage);
+}
+
+}  // namespace
+
+NodesResult Client::nodes(std::string_view path, std::uint32_t max_nodes, std::string_view after,
+                          std::string_view owner) {
+  NodesResult result;
+  wire::Writer writer = connection_->begin(kNodes);
+  writer.u32(max_nodes);
+  writer.text(path);
+  writer.text(after);
+  writer.text(owner);
+  result.status = ask_list(connection_.get(), kNodes, &result.nodes, read_node);
+  return result;
+}
+
+CommitResult Client::commit(const std::vector<KvConfigChange>& changes, std::string_view comment) {
+  CommitResult result;
+  result.status = changes.size() > kMaxStagedChanges ? kStatusMessageTooLarge : kStatusOk;
+  std::size_t next = 0;
+  while (result.status == kStatusOk && (next == 0 || next < changes.size())) {
+    result.status = stage_some(connection_.get(), changes, &next);
+    if (changes.empty()) break;
+  }
+  if (result.status != kStatusOk) return result;
+  connection_->begin(kCommit).text(comment);
+  wire::OctetSpan payload;
+  result.status = connection_->exchange(kCommit, &payload);
+  if (result.status != kStatusOk) return result;
+  wire::Reader reader(payload);
+  result.status = reader.u32();
+  result.id = reader.text();
+  result.mistake = reader.text();
+  if (!reader.finished()) {
+    result = {};
+    result.status = connection_->fail(kStatusBadMessage);
+  }
+  return result;
+}
+
+HistoryResult Client::history(std::uint32_t maximum, std::string_view before) {
+  HistoryResult result;
+  wire::Writer writer = connection_->begin(kHistory);
+  writer.u32(maximum);
+  writer.text(before);
+  result.status = ask_list(connection_.get(), kHistory, &result.commits, read_commit);
+  return result;
+}
+
+CommitChangesResult Client::commit_changes(std::string_view id, std::uint32_t maximum, std::uint32_t first) {
+  CommitChangesResult result;
+  wire::Writer writer = connection_->begin(kCommitChanges);
+  writer.text(id);
+  writer.u32(first);
+  writer.u32(maximum);
+  result.status = ask_list(connection_.get(), kCommitChanges, &result.changes, read_change);
+  return result;
+}
+
+Status Client::set_text(std::string_view path, std::string_view text) {
+  wire::Writer writer = connection_->begin(kSet);
+  writer.text(path);
+  writer.u8(kTextValue);
+  writer.text(text);
+  return connection_->ask_status(kSet);
+}
+
+Status Client::set_number(std::string_view path, std::int64_t number) {
+  wire::Writer writer = connection_->begin(kSet);
+  writer.text(path);
+  writer.u8(kNumberValue);
+  writer.u64(static_cast<std::uint64_t>(number));
+  return connection_->ask_status(kSet);
+}
+
+Status Client::remove(std::string_view path) {
+  connection_->begin(kDelete).text(path);
+  return connection_->ask_status(kDelete);
+}
+
+}  // namespace kvtree

@@ -1,0 +1,86 @@
+// A client's connection; see client_connection.h.
+//
+// What comes instead of an answer is a notification, or it means that the two sides are out of step: then the
+// connection is closed, because what is read from it could not be trusted. A server that sends more
+// notifications than the windows allow is out of step too.
+#include "platform/store/client/client_connection.h"
+
+#include <algorithm>
+
+namespace kvtree {
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr std::size_t kMaxRequest = wire::Limits{}.max_payload;  // what the server takes
+constexpr std::size_t kMaxPending = kMaxSubscriptions * kNotificationWindow;
+
+// A change is answered when everybody has been told, which takes a second or two for tens of thousands.
+constexpr int kChangeTimes = 30;
+
+milliseconds time_left(SteadyClock::time_point deadline) {
+  return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(deadline - SteadyClock::now()));
+}
+
+bool read_notification(const wire::Message& message, NotificationResult* notification) {
+  wire::Reader reader(message.payload);
+  notification->subscription = reader.u32();
+  notification->sequence = reader.u64();
+  notification->lost_before = reader.u64();
+  notification->path = reader.text();
+  notification->item_name = reader.text();
+  notification->values[0] = reader.u32();
+  notification->values[1] = reader.u32();
+  notification->record = to_octets(reader.octets());
+  notification->status = kStatusOk;
+  return reader.finished();
+}
+
+}  // namespace
+
+Status Client::Connection::fail(Status status) {
+  socket.close();
+  return status;
+}
+
+Status Client::Connection::keep(const wire::Message& message) {
+  NotificationResult notification;
+  if (pending.size() >= kMaxPending || !read_notification(message, &notification))
+    return fail(kStatusBadMessage);
+  pending.push_back(std::move(notification));
+  return kStatusOk;
+}
+
+Status Client::Connection::exchange(std::uint16_t type, wire::OctetSpan* payload) {
+  if (!socket.connected()) return kStatusNotConnected;
+  if (socket.frame_size() > kMaxRequest) return kStatusMessageTooLarge;
+  const SteadyClock::time_point deadline =
+      SteadyClock::now() + (is_change(type) ? kChangeTimes : 1) * timeout;
+  if (const Status status = socket.send()) return status;
+  wire::Message message;
+  do {
+    if (const Status status = socket.receive(&message, time_left(deadline))) return fail(status);
+    if (message.type == kNotification && keep(message) != kStatusOk) return kStatusBadMessage;
+  } while (message.type == kNotification);
+  if (message.type != (type | kAnswer) || message.request != last_request) return fail(kStatusBadMessage);
+  *payload = message.payload;
+  return kStatusOk;
+}
+
+Status Client::Connection::ask(std::uint16_t type, wire::OctetSpan* payload, wire::Reader* reader) {
+  if (const Status status = exchange(type, payload)) return status;
+  *reader = wire::Reader(*payload);
+  const Status status = reader->u32();
+  return reader->ok() ? status : fail(kStatusBadMessage);
+}
+
+Status Client::Connection::ask_status(std::uint16_t type) {
+  wire::OctetSpan payload;
+  wire::Reader reader(payload);
+  if (const Status status = ask(type, &payload, &reader)) return status;
+  return reader.finished() ? kStatusOk : fail(kStatusBadMessage);
+}
+
+}  // namespace kvtree

@@ -1,0 +1,40 @@
+// One connection of a client: requests and their answers. Not for other folders.
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <set>
+#include <string>
+
+#include "platform/core/wire/wire.h"
+#include "platform/store/client/client.h"
+#include "platform/store/server/protocol.h"
+
+namespace kvtree {
+
+inline Octets to_octets(wire::OctetSpan span) {
+  return {span.begin(), span.end()};
+}
+
+struct Client::Connection {
+  std::string path;
+  std::chrono::milliseconds timeout;
+  wire::ClientSocket socket{kMaxAnswer + 1024};
+  std::uint32_t last_request = 0;
+  std::deque<NotificationResult> pending;  // bounded by the windows of the subscriptions
+  std::set<std::uint32_t> plain;           // subscriptions without a name
+
+  wire::Writer begin(std::uint16_t type) { return socket.begin(type, ++last_request); }
+  // Closes and answers the status.
+  Status fail(Status status);
+  // Keeps a notification that came.
+  Status keep(const wire::Message& message);
+  // Sends what begin() began and waits for its answer; the payload is valid until the next call.
+  Status exchange(std::uint16_t type, wire::OctetSpan* payload);
+  // The same; the answer's status, which is its first word, with the reader behind it.
+  Status ask(std::uint16_t type, wire::OctetSpan* payload, wire::Reader* reader);
+  // The same for an answer that is a status and nothing else.
+  Status ask_status(std::uint16_t type);
+};
+
+}  // namespace kvtree

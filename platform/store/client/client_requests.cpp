@@ -1,0 +1,146 @@
+// Client of the data store; see client.h.
+//
+// A call is one message out and, usually, one read in. Its answer carries its request number; a notification
+// may come before it and is kept. Anything else means that the two sides are out of step: the connection is
+// closed, because what is read from it could not be trusted.
+#include "platform/store/client/client.h"
+
+#include "platform/core/files/directories.h"
+#include "platform/store/client/client_connection.h"
+
+namespace kvtree {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr char kMainManager[] = "/dev/mpls/vpn/main";
+
+std::uint8_t flags(bool structured) {
+  return structured ? kFlagStructured : std::uint8_t{0};
+}
+
+ListResult list_items(Client::Connection* connection, std::uint16_t type, std::string_view path,
+                      std::uint32_t max_items, bool structured) {
+  ListResult result;
+  wire::Writer writer = connection->begin(type);
+  writer.u8(flags(structured));
+  writer.u32(max_items);
+  writer.text(path);
+  wire::OctetSpan payload;
+  wire::Reader reader(payload);
+  result.status = connection->ask(type, &payload, &reader);
+  if (result.status != kStatusOk) return result;
+  const std::uint32_t count = reader.u32();
+  for (std::uint32_t i = 0; i < count && reader.ok(); ++i) {
+    ListItem item;
+    item.kind = reader.u32();
+    item.key = reader.text();
+    if (type == kDatalist) item.record = to_octets(reader.octets());
+    result.items.push_back(std::move(item));
+  }
+  if (reader.finished()) return result;
+  result.items.clear();
+  result.status = connection->fail(kStatusBadMessage);
+  return result;
+}
+
+}  // namespace
+
+Client::Client(std::string socket_path, milliseconds timeout) : connection_(std::make_unique<Connection>()) {
+  connection_->path = std::move(socket_path);
+  connection_->timeout = timeout;
+}
+
+Client::~Client() = default;
+
+std::string Client::default_socket() {
+  return event_manager_socket(kMainManager);
+}
+
+Status Client::connect() {
+  connection_->pending.clear();
+  connection_->plain.clear();
+  return connection_->socket.connect(connection_->path, connection_->timeout);
+}
+
+void Client::close() {
+  connection_->socket.close();
+}
+bool Client::connected() const {
+  return connection_->socket.connected();
+}
+int Client::fd() const {
+  return connection_->socket.fd();
+}
+
+GetResult Client::get(std::string_view path, bool structured) {
+  GetResult result;
+  wire::Writer writer = connection_->begin(kGet);
+  writer.u8(flags(structured));
+  writer.text(path);
+  wire::OctetSpan payload;
+  wire::Reader reader(payload);
+  result.status = connection_->ask(kGet, &payload, &reader);
+  if (result.status != kStatusOk) return result;
+  reader.u32();  // the kind: always an encoded record
+  result.record = to_octets(reader.octets());
+  if (!reader.finished()) {
+    result.record.clear();
+    result.status = connection_->fail(kStatusBadMessage);
+  }
+  return result;
+}
+
+ListResult Client::list(std::string_view path, std::uint32_t max_items, bool structured) {
+  return list_items(connection_.get(), kList, path, max_items, structured);
+}
+
+ListResult Client::datalist(std::string_view path, std::uint32_t max_items, bool structured) {
+  return list_items(connection_.get(), kDatalist, path, max_items, structured);
+}
+
+WalkResult Client::walk(std::string_view path, std::uint32_t max_rows, bool structured) {
+  WalkResult result;
+  wire::Writer writer = connection_->begin(kWalk);
+  writer.u8(flags(structured));
+  writer.u32(max_rows);
+  writer.text(path);
+  wire::OctetSpan payload;
+  wire::Reader reader(payload);
+  result.status = connection_->ask(kWalk, &payload, &reader);
+  if (result.status != kStatusOk) return result;
+  result.end = reader.u8() != 0;
+  const std::uint32_t count = reader.u32();
+  for (std::uint32_t i = 0; i < count && reader.ok(); ++i) result.rows.push_back(to_octets(reader.octets()));
+  if (!reader.finished()) {
+    result.rows.clear();
+    result.end = false;
+    result.status = connection_->fail(kStatusBadMessage);
+  }
+  return result;
+}
+
+ActionResult Client::action(const std::vector<std::string>& words) {
+  ActionResult result;
+  if (words.size() > kMaxActionWords) {
+    result.status = kStatusMessageTooLarge;
+    return result;
+  }
+  wire::Writer writer = connection_->begin(kAction);
+  writer.u16(static_cast<std::uint16_t>(words.size()));
+  for (const std::string& word : words) writer.text(word);
+  wire::OctetSpan payload;
+  result.status = connection_->exchange(kAction, &payload);
+  if (result.status != kStatusOk) return result;
+  wire::Reader reader(payload);
+  result.status = reader.u32();
+  result.text = reader.text();
+  if (!reader.finished()) {
+    result.text.clear();
+    result.status = connection_->fail(kStatusBadMessage);
+  }
+  return result;
+}
+
+}  // namespace kvtree

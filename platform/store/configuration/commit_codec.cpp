@@ -1,0 +1,103 @@
+// See commit_codec.h.
+#include "platform/store/configuration/commit_codec.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "platform/store/configuration/value_codec.h"
+#include "platform/store/server/protocol.h"
+
+namespace kvtree {
+
+namespace {
+
+using wire::Reader;
+using wire::Writer;
+
+constexpr std::uint8_t kNothingTold = 0;
+constexpr std::uint8_t kOwnInForce = 1;
+constexpr std::uint8_t kOtherInForce = 2;
+
+// By owner: its number in the file. The number of an owner never changes, whatever owners precede it in
+// precedence; a new owner takes the next free number.
+constexpr std::array<std::uint8_t, kConfigOwners.size()> kOwnerNumbers = {0, 1, 2, 4, 3};
+constexpr std::uint8_t kNobody = 0xff;
+
+std::uint8_t number_of(std::size_t owner) {
+  return owner == kNoOwner ? kNobody : kOwnerNumbers[owner];
+}
+
+// kNoOwner for kNobody and for a number of no owner.
+std::size_t owner_of(std::uint8_t number) {
+  return static_cast<std::size_t>(std::ranges::find(kOwnerNumbers, number) - kOwnerNumbers.begin());
+}
+
+// A plan has only values that a configuration may have, so nothing can be refused here.
+void write_shared(Writer* writer, const SharedValue& value) {
+  if (value == nullptr) {
+    writer->u8(kNoValue);
+  } else {
+    static_cast<void>(write_value(writer, *value));
+  }
+}
+
+void write_owned(Writer* writer, std::size_t owner, const SharedValue& value) {
+  writer->u8(number_of(owner));
+  write_shared(writer, value);
+}
+
+bool read_shared(Reader* reader, SharedValue* shared) {
+  std::optional<KvValue> value;
+  if (!read_optional_value(reader, &value)) return false;
+  if (value) *shared = std::make_shared<const KvValue>(std::move(*value));
+  return true;
+}
+
+// An owner stands beside a value, and only there.
+bool read_owned(Reader* reader, std::size_t* owner, SharedValue* shared) {
+  const std::uint8_t number = reader->u8();
+  *owner = owner_of(number);
+  if (!read_shared(reader, shared) || (*owner == kNoOwner && number != kNobody)) return false;
+  return (number == kNobody) == (*shared == nullptr);
+}
+
+bool read_change(Reader* reader, std::size_t owner, PlannedChange* change) {
+  change->path = reader->text();
+  if (!read_shared(reader, &change->value)) return false;
+  const std::uint8_t what = reader->u8();
+  if (what == kNothingTold) return reader->ok();
+  change->tells = true;
+  if (!read_owned(reader, &change->owner_before, &change->before)) return false;
+  if (what == kOtherInForce) return read_owned(reader, &change->owner_after, &change->after) && reader->ok();
+  change->owner_after = owner;
+  change->after = change->value;
+  return what == kOwnInForce && change->after != nullptr && reader->ok();
+}
+
+}  // namespace
+
+void write_commit(const CommitPlan& plan, wire::Octets* octets) {
+  Writer writer(octets);
+  for (const PlannedChange& change : plan.changes) {
+    const bool own = change.owner_after == plan.owner;
+    writer.text(change.path);
+    write_shared(&writer, change.value);
+    writer.u8(!change.tells ? kNothingTold : own ? kOwnInForce : kOtherInForce);
+    if (!change.tells) continue;
+    write_owned(&writer, change.owner_before, change.before);
+    if (!own) write_owned(&writer, change.owner_after, change.after);
+  }
+}
+
+bool read_commit(wire::OctetSpan octets, std::size_t owner, const std::function<void(PlannedChange)>& visit) {
+  Reader reader(octets);
+  while (reader.left() > 0) {
+    PlannedChange change;
+    if (!read_change(&reader, owner, &change)) return false;
+    visit(std::move(change));
+  }
+  return true;
+}
+
+}  // namespace kvtree

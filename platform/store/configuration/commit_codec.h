@@ -1,0 +1,21 @@
+// The changes of a commit in octets, as the database keeps them. Not for other folders.
+//
+// A change is its path, then what its owner holds from then on (a value or none), then a u8: 0 when the
+// effective value did not change; 1 when the owner's value became effective, and the previous owner with its
+// value follows; 2 when the next owner with its value follows, too. Owners are u8 numbers that never change
+// (kOwnerNumbers), or 0xff for none. Reading copes with octets from a damaged file.
+#pragma once
+
+#include <functional>
+
+#include "platform/core/wire/wire.h"
+#include "platform/store/configuration/config_tree.h"
+
+namespace kvtree {
+
+void write_commit(const CommitPlan& plan, wire::Octets* octets);
+// Every change of the owner's commit in order; false for octets that are no commit, with the changes up to
+// there visited.
+bool read_commit(wire::OctetSpan octets, std::size_t owner, const std::function<void(PlannedChange)>& visit);
+
+}  // namespace kvtree

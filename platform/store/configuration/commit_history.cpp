@@ -1,0 +1,81 @@
+// The history of commits, read from the database: see node_store.h.
+#include <charconv>
+#include <utility>
+
+#include "platform/core/base/log.h"
+#include "platform/store/configuration/commit_codec.h"
+#include "platform/store/configuration/node_store.h"
+
+namespace kvtree {
+
+namespace {
+
+KvConfigCommit column_commit(const Statement& statement) {
+  KvConfigCommit commit;
+  commit.id = std::to_string(sqlite3_column_int64(statement.get(), 0));
+  commit.time = static_cast<std::uint64_t>(sqlite3_column_int64(statement.get(), 1));
+  commit.owner = column_text(statement, 2);
+  commit.comment = column_text(statement, 3);
+  commit.changes = static_cast<std::uint32_t>(sqlite3_column_int64(statement.get(), 4));
+  return commit;
+}
+
+}  // namespace
+
+// The commit's number; kStatusNoSuchRow for one that the history does not have. "007" is no id.
+Status NodeStore::find_commit(std::string_view id, std::int64_t* number) const {
+  const auto [stopped, error] = std::from_chars(id.data(), id.data() + id.size(), *number);
+  if (error != std::errc() || stopped != id.data() + id.size() || std::to_string(*number) != id)
+    return kStatusNoSuchRow;
+  const Statement statement = prepare(database_.get(), "SELECT 1 FROM log WHERE id = ? AND changes > 0");
+  sqlite3_bind_int64(statement.get(), 1, *number);
+  const int code = sqlite3_step(statement.get());
+  if (code == SQLITE_ROW) return kStatusOk;
+  return code == SQLITE_DONE ? kStatusNoSuchRow : fail("a commit cannot be found");
+}
+
+Status NodeStore::history(std::uint32_t maximum, std::string_view before,
+                          std::vector<KvConfigCommit>* commits) const {
+  std::int64_t end = INT64_MAX;
+  if (!before.empty()) {
+    if (const Status status = find_commit(before, &end)) return status;
+  }
+  const Statement statement = prepare(database_.get(),
+                                      "SELECT id, time, owner, comment, changes FROM log WHERE changes > 0 "
+                                      "AND id < ? ORDER BY id DESC LIMIT ?");
+  sqlite3_bind_int64(statement.get(), 1, end);
+  sqlite3_bind_int64(statement.get(), 2, maximum);
+  int code = SQLITE_ROW;
+  while ((code = sqlite3_step(statement.get())) == SQLITE_ROW) commits->push_back(column_commit(statement));
+  if (code == SQLITE_DONE) return kStatusOk;
+  commits->clear();
+  return fail("the history cannot be read");
+}
+
+Status NodeStore::changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) const {
+  std::int64_t number = 0;
+  if (const Status status = find_commit(id, &number)) return status;
+  std::vector<KvConfigCommitChange> sets;
+  const Status status = visit_content(number, [&](PlannedChange change) {
+    if (change.tells) (change.after == nullptr ? *changes : sets).push_back(to_public(std::move(change)));
+  });
+  changes->insert(changes->end(), std::make_move_iterator(sets.begin()), std::make_move_iterator(sets.end()));
+  if (status != kStatusOk) changes->clear();
+  return status;
+}
+
+Status NodeStore::visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const {
+  const Statement statement =
+      prepare(database_.get(), "SELECT content.octets, owner FROM content JOIN log USING (id) WHERE id = ?");
+  sqlite3_bind_int64(statement.get(), 1, id);
+  const int code = sqlite3_step(statement.get());
+  if (code != SQLITE_ROW && code != SQLITE_DONE) return fail("a commit cannot be read");
+  const auto* octets = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement.get(), 0));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement.get(), 0));
+  const std::size_t owner = find_owner(column_text(statement, 1));
+  if (code == SQLITE_ROW && owner != kNoOwner && read_commit({octets, size}, owner, visit)) return kStatusOk;
+  log_line("configuration: the contents of commit %lld cannot be read", static_cast<long long>(id));
+  return kStatusIo;
+}
+
+}  // namespace kvtree

@@ -1,0 +1,448 @@
+// Tests of what is kept of commits: the database, its folding, the history, power cuts, a former version.
+#include <algorithm>
+
+#include "platform/store/configuration/test_configuration.h"
+#include "platform/store/server/store.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class ConfigHistory : public ConfigTest {
+ protected:
+  void Make(std::string_view owner, const std::vector<KvConfigChange>& changes, std::string_view comment) {
+    ASSERT_EQ(kvtree_config_commit(owner, changes, comment, &id, &mistake), kStatusOk) << mistake;
+  }
+};
+
+TEST_F(ConfigHistory, CommitsAreListedNewestFirstWithTheirTime) {
+  ManualClock clock(5'000'000'000);
+  Make("cli", {SetTo("/cfg/a", "1")}, "first");
+  clock.advance(1'000'000'001);
+  Make("file", {SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")}, "second");
+  EXPECT_THAT(History(), ElementsAre("2 file 2 second", "1 cli 1 first"));
+  EXPECT_EQ(id, "2");
+  std::vector<KvConfigCommit> commits;
+  ASSERT_EQ(kvtree_config_history(1, "", &commits), kStatusOk);
+  ASSERT_THAT(commits, SizeIs(1));
+  EXPECT_EQ(commits[0].time, 6'000'000'001U);
+}
+
+TEST_F(ConfigHistory, ListGoesOnBehindACommit) {
+  for (const char* text : {"1", "2", "3"}) Make("cli", {SetTo("/cfg/a", text)}, text);
+  EXPECT_THAT(History(2), ElementsAre("3 cli 1 3", "2 cli 1 2"));
+  EXPECT_THAT(History(2, "2"), ElementsAre("1 cli 1 1"));
+  EXPECT_THAT(History(2, "1"), IsEmpty());
+}
+
+TEST_F(ConfigHistory, ChangesSayWhatWasInForceBeforeAndAfterAndWhose) {
+  Make("file", {SetTo("/cfg/a", "file"), SetTo("/cfg/b", "file")}, "");
+  Make("cli", {SetTo("/cfg/new", "cli"), {"/cfg/a", TupleValue({1, 2})}, SetTo("/cfg/b", "file")}, "");
+  EXPECT_THAT(Changes(id),
+              ElementsAre("/cfg/new: none () -> cli (cli)", "/cfg/a: file (file) -> (1 2) (cli)"));
+  Make("cli", {LetGo("/cfg/a"), LetGo("/cfg/b"), LetGo("/cfg/new")}, "");
+  EXPECT_THAT(Changes(id),
+              ElementsAre("/cfg/new: cli (cli) -> none ()", "/cfg/a: (1 2) (cli) -> file (file)"));
+}
+
+TEST_F(ConfigHistory, WhatIsNoCommitsIdIsNoSuchRow) {
+  Make("cli", {SetTo("/cfg/a", "1")}, "");
+  std::vector<KvConfigCommit> commits;
+  std::vector<KvConfigCommitChange> changes;
+  for (const char* wrong : {"0", "2", "-1", "01", "1 ", "x", "99999999999999999999", "-2"}) {
+    EXPECT_EQ(kvtree_config_history(1, wrong, &commits), kStatusNoSuchRow) << wrong;
+    EXPECT_EQ(kvtree_config_changes(wrong, &changes), kStatusNoSuchRow) << wrong;
+  }
+  EXPECT_EQ(kvtree_config_changes("", &changes), kStatusNoSuchRow);
+}
+
+TEST_F(ConfigHistory, LongCommentIsCut) {
+  Make("cli", {SetTo("/cfg/a", "1")}, std::string(kMaxCommitComment + 1, 'c'));
+  EXPECT_THAT(History(), ElementsAre("1 cli 1 " + std::string(kMaxCommitComment, 'c')));
+}
+
+TEST_F(ConfigHistory, OldestCommitsMakeRoom) {
+  for (std::size_t i = 0; i < kMaxCommits + 2; ++i) Make("cli", {SetTo("/cfg/a", std::to_string(i))}, "");
+  EXPECT_THAT(History(5000), SizeIs(kMaxCommits));
+  EXPECT_THAT(History(5000).back(), HasSubstr("3 cli"));
+  std::vector<KvConfigCommitChange> changes;
+  EXPECT_EQ(kvtree_config_changes("2", &changes), kStatusNoSuchRow);
+}
+
+TEST_F(ConfigHistory, LargeCommitsMakeRoomByTheirSize) {
+  const std::string text(kMaxConfigText, 'x');
+  std::size_t made = 0;
+  for (; made < 5; ++made) {
+    std::vector<KvConfigChange> changes = Many(250, text);
+    for (KvConfigChange& change : changes) change.value->text[0] = static_cast<char>('a' + made);
+    Make("cli", changes, "");
+  }
+  const std::size_t kept = History().size();
+  EXPECT_EQ(kept, 4U);  // of 16 MB each; the first had 8
+  EXPECT_THAT(History().front(), HasSubstr(std::to_string(made) + " cli 250"));
+}
+
+// --- Over the end of a process
+
+TEST_F(ConfigHistory, EveryOwnersNodesAndTheHistoryOutliveTheProcess) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("file", {SetTo("/cfg/a", "file"), {"/cfg/n", KvValue{}}, {"/cfg/t", TupleValue({7, -7})}}, "f");
+  Make("cli", {{"/cfg/a", NumberValue(-3)}}, "c");
+  Restart();
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=#-3", "/cfg/n=.", "/cfg/t=(7 -7)"));
+  EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file", "/cfg/n=.", "/cfg/t=(7 -7)"));
+  EXPECT_THAT(History(), ElementsAre("2 cli 1 c", "1 file 3 f"));
+  EXPECT_THAT(Changes("2"), ElementsAre("/cfg/a: file (file) -> #-3 (cli)"));
+  Make("cli", {LetGo("/cfg/a")}, "");
+  EXPECT_EQ(id, "3");
+  Restart();
+  EXPECT_THAT(InForce("/cfg/a"), ElementsAre("/cfg/a=file"));
+}
+
+TEST_F(ConfigHistory, WhatNobodyWasToldOfOutlivesTheProcessToo) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  Make("file", {SetTo("/cfg/a", "y")}, "");
+  EXPECT_EQ(id, "");
+  Restart();
+  EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=y"));
+  EXPECT_THAT(History(), ElementsAre("1 cli 1 "));
+}
+
+TEST_F(ConfigHistory, CommitThatCannotBeWrittenChangesNothing) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  for (const char* point : {"configuration_write", "configuration_commit"}) {
+    const ScopedFault fault(point, kStatusIo);
+    EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "y"), SetTo("/cfg/b", "y")}, "", &id, &mistake),
+              kStatusIo);
+    EXPECT_THAT(mistake, HasSubstr("it could not be kept"));
+    EXPECT_EQ(id, "");
+    EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x"));
+  }
+  Make("cli", {SetTo("/cfg/c", "z")}, "");  // the transaction was ended
+  Restart();
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x", "/cfg/c=z"));
+  EXPECT_THAT(History(), SizeIs(2));
+}
+
+// Whichever of the commit's statements it is.
+TEST_F(ConfigHistory, ReasonOfTheDatabaseIsTold) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("cli", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");
+  for (const char* place : {"INSERT ON log", "INSERT ON content", "INSERT ON node", "DELETE ON node"}) {
+    Execute(std::string("CREATE TRIGGER refusing BEFORE ") + place +
+            " BEGIN SELECT RAISE(ABORT, 'no room left'); END");
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(Refused("cli", {SetTo("/cfg/a", "y"), LetGo("/cfg/b")}, kStatusIo),
+              "it could not be kept: no room left")
+        << place;
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                HasSubstr("a commit cannot be written: no room left"));
+    Execute("DROP TRIGGER refusing");
+  }
+  Make("cli", {SetTo("/cfg/a", "y")}, "");
+}
+
+TEST_F(ConfigHistory, CommitIsInForceAfterAPowerCutBehindTheDatabase) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("file", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");
+  fault_arm("configuration_apply", kStatusIo);
+  EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "y"), SetTo("/cfg/c", "y")}, "", &id), kStatusIo);
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x", "/cfg/b=x"));
+  Restart();
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=y", "/cfg/b=x", "/cfg/c=y"));
+  EXPECT_THAT(Changes("2"), SizeIs(2));
+}
+
+TEST_F(ConfigHistory, DatabaseInMemoryThatCannotBeOpenedIsAFailure) {
+  fault_arm("configuration_open", kStatusNoMemory, 1, 0);
+  EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, "", &id, &mistake), kStatusNoMemory);
+  EXPECT_THAT(InForce(), IsEmpty());
+}
+
+TEST_F(ConfigHistory, ConfigurationIsKeptFromTheFirstCommitOrNotAtAll) {
+  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  EXPECT_EQ(Keep(), kStatusExists);
+}
+
+TEST_F(ConfigHistory, FormerVersionsNodesBelongToTheCommandLine) {
+  Execute(
+      "CREATE TABLE node(path TEXT PRIMARY KEY NOT NULL, value NOT NULL) WITHOUT ROWID;"
+      "INSERT INTO node VALUES ('/cfg/n', -5), ('/cfg/t', 'text');"
+      "PRAGMA application_id = 1297498958; PRAGMA user_version = 1;");
+  fault_arm("configuration_migrate", kStatusIo);
+  EXPECT_EQ(Keep(), kStatusIo);
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_THAT(Owned("cli"), ElementsAre("/cfg/n=#-5", "/cfg/t=text"));
+  Make("cli", {LetGo("/cfg/n")}, "");
+  Restart();
+  EXPECT_THAT(Owned("cli"), ElementsAre("/cfg/t=text"));
+}
+
+TEST_F(ConfigHistory, RowOfAnUnknownOwnerIsLeftOutAndLogged) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  kvtree_reset();
+  Execute(
+      "INSERT INTO node VALUES ('/cfg/a', 'nobody', 1, 0), ('/oper/a', 'cli', 1, 0), ('/cfg/b', 'cli', 1, "
+      "0)");
+  ::testing::internal::CaptureStderr();
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("/cfg/a of \"nobody\" is not understood"));
+  EXPECT_THAT(InForce("/"), ElementsAre("/cfg/b=#1"));
+}
+
+TEST_F(ConfigHistory, DamagedContentsAreAFailureOfReading) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  Execute("UPDATE content SET octets = x'05000000'");
+  std::vector<KvConfigCommitChange> changes;
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(kvtree_config_changes("1", &changes), kStatusIo);
+  EXPECT_THAT(changes, IsEmpty());
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("the contents of commit 1 cannot be read"));
+  Execute("DELETE FROM content");
+  EXPECT_EQ(kvtree_config_changes("1", &changes), kStatusIo);
+  Execute("DROP TABLE log");
+  std::vector<KvConfigCommit> commits;
+  EXPECT_EQ(kvtree_config_history(1, "", &commits), kStatusIo);
+  EXPECT_EQ(kvtree_config_history(1, "1", &commits), kStatusIo);
+  EXPECT_EQ(kvtree_config_changes("1", &changes), kStatusIo);
+}
+
+// The octets are those of a process that knew four owners: the numbers in a file never change their meaning.
+TEST_F(ConfigHistory, CommitsOfAnEarlierProcessKeepTheirOwners) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("kernel", {SetTo("/cfg/a", "k")}, "");
+  Make("file", {SetTo("/cfg/a", "f")}, "");
+  Execute("UPDATE content SET octets = x'060000002f6366672f61010100000066010301010000006b' WHERE id = 2");
+  EXPECT_THAT(Changes("2"), ElementsAre("/cfg/a: k (kernel) -> f (file)"));
+}
+
+TEST_F(ConfigHistory, NodesOfASecondVersionAreKeptAsTheyAre) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("file", {SetTo("/cfg/a", "file")}, "f");
+  Make("cli", {SetTo("/cfg/a", "cli")}, "c");
+  kvtree_reset();
+  Execute("ALTER TABLE node DROP COLUMN told; PRAGMA user_version = 2;");
+  fault_arm("configuration_migrate", kStatusIo);
+  EXPECT_EQ(Keep(), kStatusIo);
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=cli"));
+  EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file"));
+  EXPECT_THAT(History(), ElementsAre("2 cli 1 c", "1 file 1 f"));
+}
+
+// --- The order in which nodes were last told
+
+class ConfigOrder : public ConfigHistory {
+ protected:
+  void SetUp() override { ASSERT_EQ(Keep(), kStatusOk); }
+  // What a subscriber that comes now is told, and one of the next process: the same.
+  std::vector<std::string> Replayed() {
+    const std::vector<std::string> now = RegisterAndTake();
+    Restart();
+    EXPECT_EQ(RegisterAndTake(), now);
+    return now;
+  }
+
+ private:
+  std::vector<std::string> RegisterAndTake() {
+    TakeTold();
+    Subscribe("/cfg", kKvEventSet);
+    return TakeTold();
+  }
+};
+
+TEST_F(ConfigOrder, IsThatOfTheCommitsAndOfTheChangesInThem) {
+  Make("cli", {SetTo("/cfg/d", "1"), SetTo("/cfg/c", "1")}, "");
+  Make("file", {SetTo("/cfg/b", "1"), SetTo("/cfg/a", "1")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("d 2 1", "c 2 1", "b 2 1", "a 2 1"));
+}
+
+TEST_F(ConfigOrder, NodeThatIsSetAgainIsTheLast) {
+  Make("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")}, "");
+  Make("cli", {SetTo("/cfg/b", "2")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("a 2 1", "c 2 1", "b 2 2"));
+}
+
+TEST_F(ConfigOrder, NodeThatComesAgainIsTheLast) {
+  Make("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1")}, "");
+  Make("cli", {LetGo("/cfg/a")}, "");
+  Make("cli", {SetTo("/cfg/a", "1")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("b 2 1", "a 2 1"));
+}
+
+TEST_F(ConfigOrder, OthersValueThatComesIntoForceIsTheLast) {
+  Make("file", {SetTo("/cfg/a", "file"), SetTo("/cfg/b", "file")}, "");
+  Make("cli", {SetTo("/cfg/a", "cli")}, "");
+  Make("cli", {SetTo("/cfg/c", "cli")}, "");
+  Make("cli", {LetGo("/cfg/a")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("b 2 file", "c 2 cli", "a 2 file"));
+}
+
+TEST_F(ConfigOrder, WhatNobodyWasToldOfMovesNothing) {
+  for (const char* path : {"/cfg/c", "/cfg/b", "/cfg/a"}) Make("cli", {SetTo(path, "1")}, "");
+  Make("file", {SetTo("/cfg/b", "1")}, "");
+  Make("frr", {SetTo("/cfg/b", "other")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("c 2 1", "b 2 1", "a 2 1"));
+  Make("cli", {LetGo("/cfg/b")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("c 2 1", "b 2 1", "a 2 1"));
+}
+
+TEST_F(ConfigOrder, IsThatOfALargeCommitToo) {
+  std::vector<KvConfigChange> changes = Many(1200, "x");
+  std::ranges::reverse(changes);
+  Make("file", changes, "");
+  Make("cli", {SetTo("/cfg/many/000600", "y")}, "");
+  const std::vector<std::string> replayed = Replayed();
+  ASSERT_THAT(replayed, SizeIs(1200));
+  EXPECT_EQ(replayed.front(), "001199 2 x");
+  EXPECT_EQ(replayed[1198], "000000 2 x");
+  EXPECT_EQ(replayed.back(), "000600 2 y");
+}
+
+TEST_F(ConfigOrder, IsThatOfTheProcessItselfToo) {
+  for (const char* path : {"/oper/b", "/oper/a", "/oper/c", "/oper/b"})
+    ASSERT_EQ(SetText(path, "x"), kStatusOk);
+  Subscribe("/oper", kKvEventSet);
+  EXPECT_THAT(TakeTold(), ElementsAre("a 2 x", "c 2 x", "b 2 x"));
+}
+
+// --- Folding
+
+class ConfigFolding : public ConfigHistory {
+ protected:
+  ConfigFolding() {
+    EXPECT_EQ(Keep(), kStatusOk);
+    EXPECT_EQ(kvtree_serve(manager), kStatusOk);
+  }
+  ~ConfigFolding() override { kvtree_stop_serving(manager); }
+  static bool Unfolded() { return kvtree::store().kept->has_unfolded(); }
+  std::int64_t Rows(const char* table) const {
+    sqlite3* database = nullptr;
+    EXPECT_EQ(sqlite3_open(File().c_str(), &database), SQLITE_OK);
+    sqlite3_stmt* statement = nullptr;
+    const std::string sql = std::string("SELECT count(*) FROM ") + table;
+    EXPECT_EQ(sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr), SQLITE_OK);
+    EXPECT_EQ(sqlite3_step(statement), SQLITE_ROW);
+    const std::int64_t rows = sqlite3_column_int64(statement, 0);
+    sqlite3_finalize(statement);
+    sqlite3_close(database);
+    return rows;
+  }
+  void RunAll() const {
+    while (event_run_pending(manager)) {
+    }
+  }
+};
+
+TEST_F(ConfigFolding, SmallCommitHasItsRowsAtOnce) {
+  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  EXPECT_FALSE(Unfolded());
+  EXPECT_EQ(Rows("node"), 1);
+}
+
+TEST_F(ConfigFolding, LargeCommitsRowsFollowInTheEventLoop) {
+  Make("file", Many(1200, "x"), "");
+  EXPECT_TRUE(Unfolded());
+  EXPECT_EQ(Rows("node"), 0);
+  RunAll();
+  EXPECT_FALSE(Unfolded());
+  EXPECT_EQ(Rows("node"), 1200);
+  EXPECT_EQ(Rows("log WHERE folded = 1"), 1);
+}
+
+TEST_F(ConfigFolding, LargeCommitOfAProcessThatEndsIsThereInTheNext) {
+  Make("file", Many(1200, "x"), "");
+  Make("file", {SetTo("/cfg/many/000000", "newer"), LetGo("/cfg/many/000001")}, "");
+  EXPECT_TRUE(Unfolded());
+  Restart();
+  EXPECT_FALSE(Unfolded());
+  EXPECT_THAT(InForce(), SizeIs(1199));
+  EXPECT_THAT(InForce("/cfg/many/000000"), ElementsAre("/cfg/many/000000=newer"));
+  EXPECT_EQ(Rows("node"), 1199);
+}
+
+TEST_F(ConfigFolding, ProcessThatEndsWithinFoldingLosesNothing) {
+  Make("file", Many(1200, "x"), "");
+  Make("file", Many(1200, "y"), "");
+  EXPECT_TRUE(kvtree::store().kept->fold_some(700));
+  EXPECT_EQ(Rows("node"), 700);
+  Restart();
+  EXPECT_THAT(InForce(), SizeIs(1200));
+  EXPECT_THAT(InForce("/cfg/many/000000"), ElementsAre("/cfg/many/000000=y"));
+  EXPECT_THAT(History(), SizeIs(2));
+}
+
+TEST_F(ConfigFolding, LaterSmallCommitIsFoldedAfterwards) {
+  Make("file", Many(600, "x"), "");
+  Make("file", {SetTo("/cfg/many/000000", "newer")}, "");
+  RunAll();
+  Restart();
+  EXPECT_THAT(InForce("/cfg/many/000000"), ElementsAre("/cfg/many/000000=newer"));
+}
+
+TEST_F(ConfigFolding, LargeCommitThatToldNobodyLeavesNoRecord) {
+  Make("cli", Many(600, "x"), "");
+  RunAll();
+  Make("file", Many(600, "y"), "");
+  EXPECT_EQ(id, "");
+  EXPECT_EQ(Rows("log"), 2);
+  RunAll();
+  EXPECT_EQ(Rows("log"), 1);
+  EXPECT_EQ(Rows("content"), 1);
+  EXPECT_EQ(Rows("node"), 1200);
+  EXPECT_THAT(History(), SizeIs(1));
+}
+
+TEST_F(ConfigFolding, FailedFoldingIsDoneAfterTheNextCommit) {
+  Make("cli", Many(600, "x"), "");
+  fault_arm("configuration_fold", kStatusIo);
+  ::testing::internal::CaptureStderr();
+  RunAll();
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("a commit cannot be folded"));
+  EXPECT_TRUE(Unfolded());
+  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  RunAll();
+  EXPECT_FALSE(Unfolded());
+  EXPECT_EQ(Rows("node"), 601);
+}
+
+TEST_F(ConfigFolding, FoldingThatFailsAtTheStartIsAFailure) {
+  Make("cli", Many(600, "x"), "");
+  kvtree_reset();
+  fault_arm("configuration_fold", kStatusIo);
+  EXPECT_EQ(Keep(), kStatusIo);
+  EXPECT_EQ(Keep(), kStatusOk);
+}
+
+TEST_F(ConfigFolding, UnfoldedCommitThatCannotBeReadIsAFailureOfTheStart) {
+  Make("cli", Many(600, "x"), "");
+  kvtree_reset();
+  Execute("UPDATE log SET owner = 'nobody'");
+  EXPECT_EQ(Keep(), kStatusIo);
+  Execute("UPDATE log SET owner = 'cli'; UPDATE content SET octets = x'01'");
+  EXPECT_EQ(Keep(), kStatusIo);
+}
+
+TEST_F(ConfigFolding, WithoutAServerItIsDoneAtOnce) {
+  kvtree_stop_serving(manager);
+  Make("cli", Many(1200, "x"), "");
+  EXPECT_FALSE(Unfolded());
+  EXPECT_EQ(Rows("node"), 1200);
+}
+
+TEST_F(ConfigFolding, EndOfTheStoreEndsIt) {
+  Make("cli", Many(1200, "x"), "");
+  kvtree_reset();
+  RunAll();
+  EXPECT_EQ(Rows("node"), 0);
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_EQ(Rows("node"), 1200);
+}
+
+}  // namespace

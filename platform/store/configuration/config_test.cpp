@@ -1,0 +1,326 @@
+// Tests of commits: who holds what, what is in force, what subscribers are told.
+#include "platform/store/configuration/test_configuration.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class ConfigCommit : public ConfigTest {
+ protected:
+  ConfigCommit() { Subscribe("/cfg/", kKvEventCreated | kKvEventSet | kKvEventDeleted); }
+};
+
+TEST_F(ConfigCommit, CommandLineWinsOverFileOverRoutingSuite) {
+  EXPECT_THAT(Commit("frr", {SetTo("/cfg/a", "frr")}), ElementsAre("a 3 frr"));
+  EXPECT_THAT(Commit("cli", {SetTo("/cfg/a", "cli")}), ElementsAre("a 2 cli"));
+  EXPECT_THAT(Commit("file", {SetTo("/cfg/a", "file")}), IsEmpty());
+  EXPECT_EQ(id, "");
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=cli"));
+  EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file"));
+}
+
+TEST_F(ConfigCommit, WhatTheSuiteDerivesIsBelowWhatIsConfiguredInItAndAboveTheKernel) {
+  EXPECT_THAT(Commit("kernel", {SetTo("/cfg/a", "kernel")}), ElementsAre("a 3 kernel"));
+  EXPECT_THAT(Commit("frr-derived", {SetTo("/cfg/a", "derived")}), ElementsAre("a 2 derived"));
+  EXPECT_THAT(Commit("frr", {SetTo("/cfg/a", "frr")}), ElementsAre("a 2 frr"));
+  EXPECT_THAT(Commit("frr", {LetGo("/cfg/a")}), ElementsAre("a 2 derived"));
+}
+
+TEST_F(ConfigCommit, EveryOwnerHasAnOrigin) {
+  std::vector<std::string> origins;
+  for (const std::string_view owner : kConfigOwners) origins.emplace_back(kvtree_config_origin(owner));
+  EXPECT_THAT(origins, ElementsAre("operator", "router file", "configured", "derived", "kernel"));
+  EXPECT_EQ(kvtree_config_origin(""), "");
+}
+
+TEST_F(ConfigCommit, ObserverLearnsWhatChangesInForceAndWhoHoldsIt) {
+  std::vector<std::string> seen;
+  auto handle = kvtree_config_observe("/cfg/a/", [&](const std::vector<KvConfigCommitChange>& changes) {
+    for (const KvConfigCommitChange& change : changes) {
+      seen.push_back(change.path + " " + Describe(change.before) + "(" + change.owner_before + ") " +
+                     Describe(change.after) + "(" + change.owner_after + ")");
+    }
+  });
+  const auto take = [&] { return std::exchange(seen, {}); };
+  Commit("frr", {SetTo("/cfg/a/x", "1"), SetTo("/cfg/b", "1")});
+  EXPECT_THAT(take(), ElementsAre("/cfg/a/x none() 1(frr)"));
+  Commit("cli", {SetTo("/cfg/a/x", "1")});
+  Commit("file", {SetTo("/cfg/a/x", "2")});
+  EXPECT_THAT(take(), IsEmpty()) << "the same value, and one that is covered";
+  Commit("cli", {LetGo("/cfg/a/x")});
+  EXPECT_THAT(take(), ElementsAre("/cfg/a/x 1(cli) 2(file)"));
+  EXPECT_EQ(kvtree_config_retell({"/cfg/a/x"}), kStatusOk);
+  EXPECT_THAT(take(), IsEmpty()) << "told again is no change";
+  handle.reset();
+  Commit("file", {SetTo("/cfg/a/x", "3")});
+  EXPECT_THAT(take(), IsEmpty());
+}
+
+TEST_F(ConfigCommit, NodeIsFoundWithWhoHoldsIt) {
+  EXPECT_FALSE(kvtree_config_find("/cfg/a"));
+  Commit("frr", {SetTo("/cfg/a", "x")});
+  Commit("file", {SetTo("/cfg/a", "y")});
+  const auto found = kvtree_config_find("/cfg/a");
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->value.text, "y");
+  EXPECT_EQ(found->owner, "file");
+}
+
+TEST_F(ConfigCommit, LettingGoRevealsTheNext) {
+  for (const char* owner : {"frr", "file", "cli"}) Commit(owner, {SetTo("/cfg/a", owner)});
+  EXPECT_THAT(Commit("cli", {LetGo("/cfg/a")}), ElementsAre("a 2 file"));
+  EXPECT_THAT(Commit("frr", {LetGo("/cfg/a")}), IsEmpty());
+  EXPECT_THAT(Commit("file", {LetGo("/cfg/a")}), ElementsAre("a 4 none"));
+  EXPECT_THAT(InForce(), IsEmpty());
+}
+
+TEST_F(ConfigCommit, SameValueTellsNobody) {
+  Commit("file", {SetTo("/cfg/a", "x")});
+  EXPECT_THAT(Commit("file", {SetTo("/cfg/a", "x")}), IsEmpty());
+  EXPECT_THAT(Commit("cli", {SetTo("/cfg/a", "x")}), IsEmpty());
+  EXPECT_EQ(id, "");
+  EXPECT_THAT(Owned("cli"), ElementsAre("/cfg/a=x"));
+  EXPECT_THAT(Commit("file", {LetGo("/cfg/a")}), IsEmpty());
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x"));
+  EXPECT_THAT(History(), ElementsAre("1 file 1 "));
+}
+
+TEST_F(ConfigCommit, DeletionsAreToldBeforeSets) {
+  Commit("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")});
+  EXPECT_THAT(Commit("cli", {SetTo("/cfg/z", "2"), LetGo("/cfg/c"), SetTo("/cfg/b", "2"), LetGo("/cfg/a")}),
+              ElementsAre("c 4 none", "a 4 none", "z 3 2", "b 2 2"));
+}
+
+TEST_F(ConfigCommit, EveryTypeOfValueIsHeld) {
+  Commit("file", {{"/cfg/none", KvValue{}},
+                  {"/cfg/number", NumberValue(INT64_MIN)},
+                  {"/cfg/text", TextValue("")},
+                  {"/cfg/tuple", TupleValue({5, -1})},
+                  {"/cfg/tuple-empty", TupleValue({})}});
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/none=.", "/cfg/number=#" + std::to_string(INT64_MIN),
+                                     "/cfg/text=", "/cfg/tuple=(5 -1)", "/cfg/tuple-empty=()"));
+}
+
+TEST_F(ConfigCommit, ValuesDifferByTypeToo) {
+  Commit("cli", {{"/cfg/a", NumberValue(0)}});
+  EXPECT_THAT(Commit("cli", {{"/cfg/a", KvValue{}}}), ElementsAre("a 2 "));
+  EXPECT_THAT(Commit("cli", {{"/cfg/a", TupleValue({0})}}), ElementsAre("a 2 "));
+  EXPECT_THAT(Commit("cli", {{"/cfg/a", TupleValue({0})}}), IsEmpty());
+}
+
+// Each of these stands behind a change that alone would be made.
+TEST_F(ConfigCommit, MistakeChangesNothing) {
+  KvValue record;
+  record.type = KvValueType::kRecord;
+  const auto refused = [&](KvConfigChange change, Status status) {
+    return Refused("cli", {SetTo("/cfg/good", "x"), std::move(change)}, status);
+  };
+  EXPECT_EQ(refused(LetGo("/cfg/a"), kStatusNoSuchRow), "/cfg/a: cli does not hold it");
+  EXPECT_EQ(refused(SetTo("/cfg/good", "y"), kStatusInvalid), "/cfg/good: it is changed twice");
+  EXPECT_EQ(refused({"/cfg/a", record}, kStatusInvalid), "/cfg/a: a configuration has no records");
+  for (const char* path : {"/oper/a", "/cfg", "/cfg/", "/cfg/a/", "/", "", "cfg/a"}) {
+    EXPECT_EQ(refused(SetTo(path, "x"), kStatusUnknownPath), std::string(path) + ": it is not below /cfg/");
+  }
+  const std::string long_path = "/cfg/" + std::string(kKvMaxPath - 4, 'a');
+  EXPECT_THAT(refused(SetTo(long_path, "x"), kStatusMessageTooLarge), HasSubstr(": the path is too long"));
+  EXPECT_THAT(refused(SetTo(std::string("/cfg/\0", 6), "x"), kStatusBadKey), HasSubstr("an octet 0"));
+  EXPECT_EQ(refused(SetTo("/cfg/a", std::string(kMaxConfigText + 1, 'x')), kStatusMessageTooLarge),
+            "/cfg/a: its text is too long");
+  EXPECT_EQ(
+      refused({"/cfg/a", TupleValue(std::vector<std::int64_t>(kMaxConfigTuple + 1))}, kStatusMessageTooLarge),
+      "/cfg/a: it has too many numbers");
+  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(History(), IsEmpty());
+}
+
+TEST_F(ConfigCommit, LongestTextPathAndTupleAreTaken) {
+  const std::string path = "/cfg/" + std::string(kKvMaxPath - 5, 'a');
+  Commit("cli", {SetTo(path, std::string(kMaxConfigText, 'x')),
+                 {"/cfg/tuple", TupleValue(std::vector<std::int64_t>(kMaxConfigTuple))}});
+  EXPECT_EQ(InForce().size(), 2U);
+}
+
+TEST_F(ConfigCommit, UnknownOwnersHoldNothing) {
+  EXPECT_EQ(Refused("root", {SetTo("/cfg/a", "x")}, kStatusInvalid), "nobody is called \"root\"");
+  EXPECT_EQ(Refused("", {SetTo("/cfg/a", "x")}, kStatusInvalid), "nobody is called \"\"");
+  EXPECT_THAT(Owned("root"), IsEmpty());
+}
+
+TEST_F(ConfigCommit, LettingGoOfWhatAnotherOwnerHoldsIsAMistake) {
+  Commit("file", {SetTo("/cfg/a", "x")});
+  EXPECT_EQ(Refused("cli", {LetGo("/cfg/a")}, kStatusNoSuchRow), "/cfg/a: cli does not hold it");
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x"));
+}
+
+TEST_F(ConfigCommit, CommitWithTooManyChangesIsRefused) {
+  EXPECT_EQ(Refused("cli", Many(kMaxConfigChanges + 1, "x"), kStatusMessageTooLarge),
+            "a commit has at most 100000 changes");
+}
+
+TEST_F(ConfigCommit, EmptyCommitIsNone) {
+  EXPECT_THAT(Commit("cli", {}), IsEmpty());
+  EXPECT_THAT(History(), IsEmpty());
+}
+
+TEST_F(ConfigCommit, CallerMayLeaveOutIdAndMistake) {
+  EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, ""), kStatusOk);
+  EXPECT_EQ(kvtree_config_commit("cli", {LetGo("/cfg/b")}, ""), kStatusNoSuchRow);
+  EXPECT_EQ(kvtree_config_replace("cli", {"/cfg/"}, {}, ""), kStatusOk);
+}
+
+TEST_F(ConfigCommit, SubscriberThatComesLaterIsToldWhatIsInForce) {
+  Commit("file", {SetTo("/cfg/x/a", "file"), SetTo("/cfg/x/b", "file")});
+  Commit("cli", {SetTo("/cfg/x/a", "cli")});
+  Subscribe("/cfg/x/", kKvEventSet);
+  EXPECT_THAT(TakeTold(), ElementsAre("b 2 file", "a 2 cli"));
+}
+
+class ConfigReplace : public ConfigCommit {
+ protected:
+  std::vector<std::string> Replace(const std::vector<std::string>& scopes,
+                                   const std::vector<KvConfigNode>& nodes) {
+    EXPECT_EQ(kvtree_config_replace("file", scopes, nodes, "reload", &id, &mistake), kStatusOk) << mistake;
+    Run();
+    return TakeTold();
+  }
+};
+
+TEST_F(ConfigReplace, OnlyTheDifferenceIsTold) {
+  Commit("file",
+         {SetTo("/cfg/s/a", "1"), SetTo("/cfg/s/b", "1"), SetTo("/cfg/s/c", "1"), SetTo("/cfg/t/a", "1")});
+  EXPECT_THAT(
+      Replace({"/cfg/s/"},
+              {{"/cfg/s/a", TextValue("1")}, {"/cfg/s/b", TextValue("2")}, {"/cfg/s/d", TextValue("1")}}),
+      ElementsAre("c 4 none", "b 2 2", "d 3 1"));
+  EXPECT_THAT(Owned("file"), ElementsAre("/cfg/s/a=1", "/cfg/s/b=2", "/cfg/s/d=1", "/cfg/t/a=1"));
+  EXPECT_THAT(History(), ElementsAre("2 file 3 reload", "1 file 4 "));
+}
+
+TEST_F(ConfigReplace, SameNodesAreNoCommit) {
+  Commit("file", {SetTo("/cfg/s/a", "1")});
+  EXPECT_THAT(Replace({"/cfg/s/"}, {{"/cfg/s/a", TextValue("1")}}), IsEmpty());
+  EXPECT_EQ(id, "");
+  EXPECT_EQ(History().size(), 1U);
+}
+
+TEST_F(ConfigReplace, OthersKeepWhatTheyHold) {
+  Commit("cli", {SetTo("/cfg/s/a", "cli")});
+  Commit("file", {SetTo("/cfg/s/a", "file")});
+  EXPECT_THAT(Replace({"/cfg/"}, {}), IsEmpty());
+  EXPECT_THAT(Owned("cli"), ElementsAre("/cfg/s/a=cli"));
+  EXPECT_THAT(Owned("file"), IsEmpty());
+}
+
+TEST_F(ConfigReplace, LastOfTwoNodesWithOnePathCounts) {
+  EXPECT_THAT(Replace({"/cfg/s/"}, {{"/cfg/s/a", TextValue("1")}, {"/cfg/s/a", TextValue("2")}}),
+              ElementsAre("a 3 2"));
+}
+
+TEST_F(ConfigReplace, ScopesMayOverlap) {
+  Commit("file", {SetTo("/cfg/s/a", "1")});
+  EXPECT_THAT(Replace({"/cfg/", "/cfg/s/"}, {}), ElementsAre("a 4 none"));
+}
+
+TEST_F(ConfigReplace, NodeOutsideTheScopesIsAMistake) {
+  EXPECT_EQ(kvtree_config_replace("file", {"/cfg/s/"}, {{"/cfg/t", TextValue("1")}}, "", &id, &mistake),
+            kStatusInvalid);
+  EXPECT_EQ(mistake, "/cfg/t: it is in none of the parts that are replaced");
+  for (const char* scope : {"/cfg", "/oper/", "", "/cfg/s"}) {
+    EXPECT_EQ(kvtree_config_replace("file", {scope}, {}, "", &id, &mistake), kStatusUnknownPath);
+    EXPECT_EQ(mistake, std::string(scope) + ": it is not part of the configuration");
+  }
+  EXPECT_THAT(InForce(), IsEmpty());
+}
+
+class ConfigRetell : public ConfigCommit {};
+
+TEST_F(ConfigRetell, DeletionsThenSetsAreToldAndNothingChanges) {
+  Commit("file", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "2")});
+  Commit("cli", {SetTo("/cfg/b", "3")});
+  ASSERT_EQ(kvtree_config_retell({"/cfg/b", "/cfg/gone", "/cfg/a"}), kStatusOk);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("b 4 none", "a 4 none", "b 3 3", "a 3 1"));
+  EXPECT_EQ(History().size(), 2U);
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=1", "/cfg/b=3"));
+}
+
+// What is between is noted in the order in which the subscriber is told.
+TEST_F(ConfigRetell, EachIsToldWithWhatIsBetween) {
+  Commit("file", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "2")});
+  const auto note = [](const char* what) { return [what] { told().emplace_back(what); }; };
+  ASSERT_EQ(kvtree_config_commit("file", {SetTo("/cfg/c", "before")}, ""), kStatusOk);
+  ASSERT_EQ(
+      kvtree_config_retell_each({"/cfg/b", "/cfg/gone", "/cfg/a"}, manager, note("deletion"), note("set")),
+      kStatusOk);
+  ASSERT_EQ(kvtree_config_commit("file", {LetGo("/cfg/b")}, ""), kStatusOk);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("c 3 before", "deletion", "b 4 none", "set", "b 3 2", "deletion",
+                                      "a 4 none", "set", "a 3 1", "b 4 none"));
+  EXPECT_EQ(History().size(), 3U);
+}
+
+TEST_F(ConfigRetell, NodeIsToldAsItIsInForceOrAsDeleted) {
+  Commit("file", {SetTo("/cfg/a", "1")});
+  Commit("cli", {SetTo("/cfg/a", "2")});
+  ASSERT_EQ(kvtree_config_tell("/cfg/a"), kStatusOk);
+  ASSERT_EQ(kvtree_config_tell("/cfg/none"), kStatusOk);
+  EXPECT_EQ(kvtree_config_tell("/oper/a"), kStatusUnknownPath);
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("a 3 2", "none 4 none"));
+  EXPECT_EQ(History().size(), 2U);
+  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=2"));
+}
+
+TEST_F(ConfigRetell, EachNeedsAManagerAndBothFunctions) {
+  const auto nothing = [] {};
+  EXPECT_EQ(kvtree_config_retell_each({}, nullptr, nothing, nothing), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_retell_each({}, manager, nullptr, nothing), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_retell_each({}, manager, nothing, nullptr), kStatusInvalid);
+}
+
+class ConfigCounted : public ConfigCommit, public ::testing::WithParamInterface<std::string_view> {
+ protected:
+  const std::string item_ = std::string(GetParam()) + "red/item";
+};
+
+TEST_P(ConfigCounted, OtherValueOfANodeThatIsThereIsToldToNobody) {
+  EXPECT_THAT(Commit("frr", {{item_, NumberValue(1)}}), ElementsAre("item 3 "));
+  EXPECT_THAT(Commit("cli", {SetTo(item_, "text")}), IsEmpty());
+  EXPECT_THAT(Commit("cli", {SetTo(item_, "other")}), IsEmpty());
+  EXPECT_THAT(InForce(), ElementsAre(item_ + "=other"));
+  EXPECT_THAT(Changes(id), ElementsAre(item_ + ": text (cli) -> other (cli)"));
+  Subscribe("/cfg/", kKvEventSet);
+  EXPECT_THAT(TakeTold(), ElementsAre("item 2 other")) << "who comes later reads what is in force";
+  EXPECT_THAT(Commit("cli", {LetGo(item_)}), IsEmpty());
+  EXPECT_THAT(InForce(), ElementsAre(item_ + "=#1"));
+  EXPECT_THAT(Commit("frr", {LetGo(item_)}), ElementsAre("item 4 none"));
+}
+
+INSTANTIATE_TEST_SUITE_P(EachScope, ConfigCounted, ::testing::ValuesIn(kConfigCountedScopes),
+                         [](const auto& scope) { return "Number" + std::to_string(scope.index); });
+
+TEST_F(ConfigCommit, EveryOperationCanFail) {
+  std::vector<KvConfigCommit> commits;
+  std::vector<KvConfigCommitChange> changes;
+  for (const char* point :
+       {"kvtree_config_commit", "kvtree_config_replace", "kvtree_config_retell", "kvtree_config_retell_each",
+        "kvtree_config_tell", "kvtree_config_history", "kvtree_config_changes"}) {
+    fault_arm(point, kStatusNoMemory);
+  }
+  EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, "", &id, &mistake), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_replace("cli", {}, {}, "", &id, &mistake), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_retell({}), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_tell("/cfg/a"), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_retell_each(
+                {}, manager, [] {}, [] {}),
+            kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_history(1, "", &commits), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_changes("1", &changes), kStatusNoMemory);
+  EXPECT_THAT(InForce(), IsEmpty());
+}
+
+}  // namespace

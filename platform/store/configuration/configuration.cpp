@@ -1,0 +1,179 @@
+// What clients ask about the configuration, and its single changes: nodes, the history of commits, sets and
+// deletions. Whole commits are in staged_commits.cpp.
+//
+// An answer that would become too long has what fits, at least one item; the client asks again from there.
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/value_codec.h"
+#include "platform/store/server/protocol.h"
+#include "platform/store/server/server.h"
+
+namespace kvtree {
+
+namespace {
+
+using wire::Reader;
+using wire::Writer;
+
+constexpr std::uint32_t kMaxChangesOfAnAnswer = 10000;
+
+// A status of success, a count, and items until there are enough of them.
+class ListAnswer {
+ public:
+  ListAnswer(wire::Octets* answer, std::uint32_t maximum) : writer_(answer), maximum_(maximum) {
+    writer_.u32(kStatusOk);
+    count_place_ = writer_.size();
+    writer_.u32(0);
+  }
+  bool full() const { return count_ == maximum_ || writer_.size() - count_place_ > kMaxAnswer / 2; }
+  // For one item; REQUIRES !full().
+  Writer* begin() {
+    start_ = writer_.size();
+    return &writer_;
+  }
+  void keep() { writer_.patch_u32(count_place_, ++count_); }
+  void drop() { writer_.truncate(start_); }
+
+ private:
+  Writer writer_;
+  std::uint32_t maximum_;
+  std::uint32_t count_ = 0;
+  std::size_t count_place_ = 0;
+  std::size_t start_ = 0;
+};
+
+Status commit_one(const wire::Connection* from, std::string_view path, std::optional<KvValue> value) {
+  if (from == nullptr || !from->may_change()) return kStatusAccess;
+  return kvtree_config_commit(kConfigOwnerCli, {{std::string(path), std::move(value)}}, {});
+}
+
+// Whose configuration the node is; nobody's when the process itself set it. The values are compared, as a
+// node keeps the former owner's when the next one's is the same: nobody is told of that.
+std::string_view owner_of(const std::string& path, const SharedValue& value) {
+  const auto found = store().configuration.find(path);
+  if (found == store().configuration.end()) return {};
+  const std::size_t owner = found->second.in_force();
+  const bool is_owned = owner != kNoOwner && *found->second.values[owner] == *value;
+  return is_owned ? owner_name(owner) : std::string_view();
+}
+
+// A value that no configuration has (a record) is left out.
+void add_node(ListAnswer* list, const std::string& path, std::string_view owner, const KvValue& value) {
+  Writer* writer = list->begin();
+  writer->text(path);
+  writer->text(owner);
+  if (write_value(writer, value)) {
+    list->keep();
+  } else {
+    list->drop();
+  }
+}
+
+void add_nodes(ListAnswer* list, std::string_view path, std::string_view after) {
+  const auto& nodes = store().nodes;
+  auto node = after < path ? nodes.lower_bound(path) : nodes.upper_bound(after);
+  for (; node != nodes.end() && node->first.starts_with(path) && !list->full(); ++node)
+    add_node(list, node->first, owner_of(node->first, node->second.value), *node->second.value);
+}
+
+void add_owned(ListAnswer* list, std::string_view path, std::string_view after, std::size_t owner) {
+  const ConfigTree& tree = store().configuration;
+  auto node = after < path ? tree.lower_bound(path) : tree.upper_bound(after);
+  for (; node != tree.end() && node->first.starts_with(path) && !list->full(); ++node) {
+    const SharedValue& value = node->second.values[owner];
+    if (value != nullptr) add_node(list, node->first, owner_name(owner), *value);
+  }
+}
+
+void add_commit(ListAnswer* list, const KvConfigCommit& commit) {
+  Writer* writer = list->begin();
+  writer->text(commit.id);
+  writer->u64(commit.time);
+  writer->text(commit.owner);
+  writer->text(commit.comment);
+  writer->u32(commit.changes);
+  list->keep();
+}
+
+void add_change(ListAnswer* list, const KvConfigCommitChange& change) {
+  Writer* writer = list->begin();
+  writer->text(change.path);
+  writer->text(change.owner_before);
+  const bool before = write_optional_value(writer, change.before);
+  writer->text(change.owner_after);
+  if (before && write_optional_value(writer, change.after)) {
+    list->keep();
+  } else {
+    list->drop();
+  }
+}
+
+bool answer_failure(wire::Octets* answer, Status status) {
+  Writer(answer).u32(status);
+  return true;
+}
+
+}  // namespace
+
+bool answer_set(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  const std::string_view path = request->text();
+  KvValue value;
+  if (!read_value(request, &value) || !request->finished()) return false;
+  Writer(answer).u32(commit_one(from, path, std::move(value)));
+  return true;
+}
+
+bool answer_delete(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  const std::string_view path = request->text();
+  if (!request->finished()) return false;
+  Writer(answer).u32(commit_one(from, path, std::nullopt));
+  return true;
+}
+
+bool answer_nodes(wire::Connection*, Reader* request, wire::Octets* answer) {
+  const std::uint32_t maximum = std::min(request->u32(), kKvMaxListItems);
+  const std::string_view path = request->text();
+  const std::string_view after = request->text();
+  const std::string_view owner = request->text();
+  if (!request->finished()) return false;
+  if (const Status status = check_path(path)) return answer_failure(answer, status);
+  const std::size_t number = find_owner(owner);
+  if (!owner.empty() && number == kNoOwner) return answer_failure(answer, kStatusInvalid);
+  ListAnswer list(answer, maximum);
+  if (owner.empty()) {
+    add_nodes(&list, path, after);
+  } else {
+    add_owned(&list, path, after, number);
+  }
+  return true;
+}
+
+bool answer_history(wire::Connection*, Reader* request, wire::Octets* answer) {
+  const std::uint32_t maximum = std::min(request->u32(), kKvMaxListItems);
+  const std::string_view before = request->text();
+  if (!request->finished()) return false;
+  std::vector<KvConfigCommit> commits;
+  if (const Status status = kvtree_config_history(maximum, before, &commits))
+    return answer_failure(answer, status);
+  ListAnswer list(answer, maximum);
+  for (auto commit = commits.begin(); commit != commits.end() && !list.full(); ++commit)
+    add_commit(&list, *commit);
+  return true;
+}
+
+bool answer_commit_changes(wire::Connection*, Reader* request, wire::Octets* answer) {
+  const std::string_view id = request->text();
+  const std::uint32_t first = request->u32();
+  const std::uint32_t maximum = std::min(request->u32(), kMaxChangesOfAnAnswer);
+  if (!request->finished()) return false;
+  std::vector<KvConfigCommitChange> changes;
+  if (const Status status = kvtree_config_changes(id, &changes)) return answer_failure(answer, status);
+  ListAnswer list(answer, maximum);
+  for (std::size_t i = first; i < changes.size() && !list.full(); ++i) add_change(&list, changes[i]);
+  return true;
+}
+
+}  // namespace kvtree

@@ -1,0 +1,233 @@
+// Tests of the configuration: changes by clients, the database, what a new process finds.
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "platform/store/configuration/test_configuration.h"
+#include "platform/store/server/test_served_store.h"
+
+namespace {
+
+using kvtree::Client;
+using kvtree::Node;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+const std::string kTraps = "/cfg/gl/snmp/enable/traps/";
+
+class Configuration : public ServedStore {
+ protected:
+  std::string File() const { return directory.path() + "/configuration.db"; }
+  Status Keep() const { return kvtree_keep_configuration(directory.path()); }
+  // The process ends and another one begins.
+  void Restart() {
+    Stop();
+    kvtree_stop_serving(manager);
+    kvtree_reset();
+    client.close();
+    ASSERT_EQ(Keep(), kStatusOk);
+    ASSERT_EQ(kvtree_serve(manager), kStatusOk);
+  }
+  // "path=value" of all nodes.
+  std::vector<std::string> Nodes(const std::string& path = "/") {
+    std::vector<std::string> all;
+    const kvtree::NodesResult result = client.nodes(path, 1000);
+    EXPECT_EQ(result.status, kStatusOk);
+    for (const Node& node : result.nodes) {
+      all.push_back(node.path + "=" + Describe(node.value));
+    }
+    return all;
+  }
+  void Write(const std::string& octets) const { std::ofstream(File(), std::ios::binary) << octets; }
+  std::string Read(const std::string& file) const {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  void Execute(const char* sql) const {
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open(File().c_str(), &database), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(database);
+  }
+  // A file with these contents is kept as it is, beside a new one that works.
+  void ExpectSetAside() {
+    const std::string contents = Read(File());
+    ::testing::internal::CaptureStderr();
+    ASSERT_EQ(Keep(), kStatusOk);
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr(File() + ".unusable.1"));
+    EXPECT_EQ(Read(File() + ".unusable.1"), contents);
+    StartAndConnect();
+    EXPECT_THAT(Nodes(), IsEmpty());
+    EXPECT_EQ(client.set_number("/cfg/a", 1), kStatusOk);
+    Restart();
+    StartAndConnect();
+    EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1"));
+  }
+};
+
+TEST_F(Configuration, ChangesOfClientsAreToldToSubscribers) {
+  ASSERT_EQ(client.connect(), kStatusOk);
+  Subscribe(kTraps.c_str(), kKvEventSet | kKvEventDeleted);
+  Start();
+  ASSERT_EQ(client.set_text(kTraps + "all", "on"), kStatusOk);
+  ASSERT_EQ(client.set_text(kTraps + "all", "still"), kStatusOk);
+  ASSERT_EQ(client.remove(kTraps + "all"), kStatusOk);
+  Stop();
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("all 2 on", "all 2 still", "all 4 none"));
+}
+
+TEST_F(Configuration, NodesAreListedInOrderBelowAPath) {
+  StartAndConnect();
+  ASSERT_EQ(client.set_number("/cfg/b", -5), kStatusOk);
+  ASSERT_EQ(client.set_text("/cfg/a/y", ""), kStatusOk);
+  ASSERT_EQ(client.set_text("/cfg/a/x", "text"), kStatusOk);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a/x=text", "/cfg/a/y=", "/cfg/b=#-5"));
+  EXPECT_THAT(Nodes("/cfg/a/"), ElementsAre("/cfg/a/x=text", "/cfg/a/y="));
+  EXPECT_THAT(Nodes("/cfg/c"), IsEmpty());
+  EXPECT_EQ(client.nodes("cfg", 1).status, kStatusUnknownPath);
+}
+
+TEST_F(Configuration, LongListsGoOnBehindTheLastNode) {
+  StartAndConnect();
+  for (const char* path : {"/cfg/a", "/cfg/b", "/cfg/c"}) ASSERT_EQ(client.set_number(path, 1), kStatusOk);
+  const kvtree::NodesResult first = client.nodes("/cfg/", 2);
+  ASSERT_EQ(first.nodes.size(), 2U);
+  const kvtree::NodesResult rest = client.nodes("/cfg/", 2, first.nodes[1].path);
+  ASSERT_EQ(rest.nodes.size(), 1U);
+  EXPECT_EQ(rest.nodes[0].path, "/cfg/c");
+  EXPECT_THAT(client.nodes("/cfg/", 2, "/cfg/c").nodes, IsEmpty());
+}
+
+TEST_F(Configuration, OnlyNodesBelowCfgAreTheClients) {
+  StartAndConnect();
+  for (const char* path : {"/oper/a", "/cfg", "/cfg/", "/cfg/a/", "/", "cfg/a"}) {
+    EXPECT_EQ(client.set_number(path, 1), kStatusUnknownPath) << path;
+    EXPECT_EQ(client.remove(path), kStatusUnknownPath) << path;
+  }
+  EXPECT_EQ(client.remove("/cfg/a"), kStatusNoSuchRow);
+  EXPECT_THAT(Nodes(), IsEmpty());
+}
+
+// A request without a connection has no peer who could have the right.
+TEST_F(Configuration, PeerWithoutTheRightChangesNothing) {
+  ASSERT_EQ(SetText("/cfg/a", "x"), kStatusOk);
+  wire::Octets path;
+  wire::Writer(&path).text("/cfg/a");
+  wire::Octets set = path;
+  wire::Writer(&set).u8(kvtree::kTextValue);
+  wire::Writer(&set).text("y");
+  for (const auto& [type, payload] : {std::pair(kvtree::kSet, set), std::pair(kvtree::kDelete, path)}) {
+    wire::Octets answer;
+    ASSERT_TRUE(kvtree::answer_message(nullptr, {type, 1, payload}, &answer));
+    EXPECT_EQ(wire::Reader(answer).u32(), kStatusAccess);
+  }
+  StartAndConnect();
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x"));
+}
+
+TEST_F(Configuration, OutlivesTheProcessAndIsReplayed) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  StartAndConnect();
+  ASSERT_EQ(client.set_text(kTraps + "vrf-up", "on"), kStatusOk);
+  ASSERT_EQ(client.set_number(kTraps + "time", INT64_MIN), kStatusOk);
+  ASSERT_EQ(client.set_text(kTraps + "gone", "x"), kStatusOk);
+  ASSERT_EQ(client.remove(kTraps + "gone"), kStatusOk);
+  ASSERT_EQ(client.set_text(kTraps + "vrf-up", "octets \xff%/"), kStatusOk);
+  Restart();
+  Subscribe(kTraps.c_str(), kKvEventCreated | kKvEventSet);
+  EXPECT_THAT(TakeTold(), ElementsAre("time 3 ", "vrf-up 3 octets \xff%/"));
+  StartAndConnect();
+  EXPECT_THAT(Nodes(),
+              ElementsAre(kTraps + "time=#" + std::to_string(INT64_MIN), kTraps + "vrf-up=octets \xff%/"));
+}
+
+TEST_F(Configuration, NodesOfTheProcessItselfAreNotKept) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/own", "x"), kStatusOk);
+  Restart();
+  StartAndConnect();
+  EXPECT_THAT(Nodes(), IsEmpty());
+}
+
+TEST_F(Configuration, ChangeThatCannotBeKeptIsNotMade) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  StartAndConnect();
+  ASSERT_EQ(client.set_number("/cfg/a", 1), kStatusOk);
+  fault_arm("configuration_write", kStatusIo, 1, 2);
+  EXPECT_EQ(client.set_number("/cfg/a", 2), kStatusIo);
+  EXPECT_EQ(client.remove("/cfg/a"), kStatusIo);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1"));
+}
+
+TEST_F(Configuration, WriteThatTheDatabaseRefusesIsAnswered) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Execute("DROP TABLE node");
+  StartAndConnect();
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(client.set_number("/cfg/a", 2), kStatusIo);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr("a commit cannot be written: no such table"));
+  EXPECT_THAT(Nodes(), IsEmpty());
+}
+
+TEST_F(Configuration, FileThatIsNoDatabaseIsSetAside) {
+  Write("this is not a database, but it may be somebody's only copy of something");
+  ExpectSetAside();
+}
+
+TEST_F(Configuration, TruncatedDatabaseIsSetAside) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  kvtree::store().kept.reset();
+  std::filesystem::resize_file(File(), std::filesystem::file_size(File()) / 2);
+  ExpectSetAside();
+}
+
+TEST_F(Configuration, DamagedDatabaseIsSetAside) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  kvtree::store().kept.reset();
+  std::string octets = Read(File());
+  octets.replace(4096, 200, 200, '\x55');
+  Write(octets);
+  ExpectSetAside();
+}
+
+TEST_F(Configuration, DatabaseOfANewerVersionIsSetAside) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  kvtree::store().kept.reset();
+  Execute("PRAGMA user_version = 4");
+  ExpectSetAside();
+}
+
+TEST_F(Configuration, ForeignDatabaseIsSetAside) {
+  Execute("CREATE TABLE other(x)");
+  ExpectSetAside();
+}
+
+TEST_F(Configuration, SetAsideFilesAreNeverOverwritten) {
+  Write("first");
+  ASSERT_EQ(Keep(), kStatusOk);
+  kvtree::store().kept.reset();
+  Write("second");
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_EQ(Read(File() + ".unusable.1"), "first");
+  EXPECT_EQ(Read(File() + ".unusable.2"), "second");
+}
+
+TEST_F(Configuration, DirectoryThatIsNotThereIsAFailure) {
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(kvtree_keep_configuration(directory.path() + "/nowhere"), kStatusIo);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr("cannot be opened: unable to open database file"));
+  for (const char* point : {"kvtree_keep_configuration", "configuration_open", "configuration_read"}) {
+    fault_arm(point, kStatusAccess);
+    EXPECT_EQ(Keep(), kStatusAccess) << point;
+  }
+  EXPECT_EQ(Keep(), kStatusOk);
+  EXPECT_EQ(Keep(), kStatusExists);
+}
+
+}  // namespace

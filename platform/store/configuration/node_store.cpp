@@ -1,0 +1,330 @@
+// See node_store.h: reading what is kept, writing commits, and folding. The history is read in
+// commit_history.cpp.
+//
+// What a transaction changes of the counts is computed on a copy, which takes effect with the transaction.
+#include "platform/store/configuration/node_store.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "platform/store/configuration/commit_codec.h"
+#include "platform/store/configuration/configuration_database.h"
+
+namespace kvtree {
+
+namespace {
+
+constexpr std::size_t kFoldedAtOnce = 256;  // changes of a commit whose rows are in its own transaction
+
+// Commits follow each other by their ids, and the changes of one by their places in it.
+constexpr int kPlaceBits = 20;
+static_assert(kMaxConfigChanges <= std::size_t{1} << kPlaceBits);
+
+void bind_tuple(const Statement& statement, int place, const std::vector<std::int64_t>& tuple,
+                wire::Octets* octets) {
+  for (const std::int64_t number : tuple) wire::Writer(octets).u64(static_cast<std::uint64_t>(number));
+  bind_blob(statement, place, octets->data(), octets->size());
+}
+
+// The octets must live until the statement has run.
+void bind_value(const Statement& statement, int place, const KvValue& value, wire::Octets* octets) {
+  switch (value.type) {
+    case KvValueType::kText:
+      return bind_text(statement, place, value.text);
+    case KvValueType::kNumber:
+      sqlite3_bind_int64(statement.get(), place, value.number);
+      return;
+    case KvValueType::kTuple:
+      return bind_tuple(statement, place, value.tuple, octets);
+    case KvValueType::kNone:
+    case KvValueType::kRecord:  // no plan has one
+      sqlite3_bind_null(statement.get(), place);
+      return;
+  }
+}
+
+KvValue column_tuple(const Statement& statement, int column) {
+  const auto* octets = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement.get(), column));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement.get(), column));
+  KvValue value;
+  value.type = KvValueType::kTuple;
+  wire::Reader reader({octets, size});
+  while (reader.left() >= sizeof(std::int64_t))
+    value.tuple.push_back(static_cast<std::int64_t>(reader.u64()));
+  return value;
+}
+
+KvValue column_value(const Statement& statement, int column) {
+  KvValue value;
+  switch (sqlite3_column_type(statement.get(), column)) {
+    case SQLITE_NULL:
+      break;
+    case SQLITE_INTEGER:
+      value.type = KvValueType::kNumber;
+      value.number = sqlite3_column_int64(statement.get(), column);
+      break;
+    case SQLITE_BLOB:
+      return column_tuple(statement, column);
+    default:
+      value.type = KvValueType::kText;
+      value.text = column_text(statement, column);
+  }
+  return value;
+}
+
+}  // namespace
+
+// --- Opening
+
+Status NodeStore::open(const std::string& directory, std::shared_ptr<NodeStore>* store) {
+  Database database;
+  if (const Status status = open_configuration(directory, &database)) return status;
+  return start(std::move(database), store);
+}
+
+Status NodeStore::open_in_memory(std::shared_ptr<NodeStore>* store) {
+  Database database;
+  if (const Status status = open_configuration_in_memory(&database)) return status;
+  return start(std::move(database), store);
+}
+
+Status NodeStore::start(Database database, std::shared_ptr<NodeStore>* store) {
+  const std::shared_ptr<NodeStore> made(new NodeStore(std::move(database)));
+  if (const Status status = made->read_size()) return status;
+  if (const Status status = made->read_unfolded()) return status;
+  while (made->fold_some(kFoldedAtOnce)) {
+  }
+  if (made->has_unfolded()) return kStatusIo;
+  *store = made;
+  return kStatusOk;
+}
+
+Status NodeStore::read_size() {
+  const Statement statement =
+      prepare(database_.get(), "SELECT count(*), coalesce(sum(octets), 0) FROM log WHERE changes > 0");
+  if (sqlite3_step(statement.get()) != SQLITE_ROW) return fail("the history cannot be read");
+  size_ = {static_cast<std::size_t>(sqlite3_column_int64(statement.get(), 0)),
+           static_cast<std::size_t>(sqlite3_column_int64(statement.get(), 1))};
+  return kStatusOk;
+}
+
+Status NodeStore::read_unfolded() {
+  const Statement statement =
+      prepare(database_.get(), "SELECT id, owner FROM log WHERE folded = 0 ORDER BY id");
+  int code = SQLITE_ROW;
+  while ((code = sqlite3_step(statement.get())) == SQLITE_ROW) {
+    const std::int64_t id = sqlite3_column_int64(statement.get(), 0);
+    SharedPlan plan;
+    if (const Status status = read_plan(id, column_text(statement, 1), &plan)) return status;
+    unfolded_.push_back({id, std::move(plan)});
+  }
+  return code == SQLITE_DONE ? kStatusOk : fail("the commits cannot be read");
+}
+
+Status NodeStore::read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const {
+  const auto read = std::make_shared<CommitPlan>();
+  read->owner = find_owner(owner);  // reading the contents fails for nobody
+  const Status status = visit_content(id, [&](PlannedChange change) {
+    if (change.tells) ++read->telling;
+    read->changes.push_back(std::move(change));
+  });
+  *plan = read;
+  return status;
+}
+
+Status NodeStore::for_each(const Visitor& visit) const {
+  if (const Status status = fault_check("configuration_read")) return status;
+  const Statement statement =
+      prepare(database_.get(), "SELECT owner, path, value, told FROM node ORDER BY path, owner");
+  int code = SQLITE_ROW;
+  while ((code = sqlite3_step(statement.get())) == SQLITE_ROW)
+    visit(column_text(statement, 0), column_text(statement, 1), column_value(statement, 2),
+          static_cast<std::uint64_t>(sqlite3_column_int64(statement.get(), 3)));
+  return code == SQLITE_DONE ? kStatusOk : fail("the nodes cannot be read");
+}
+
+// --- Writing
+
+Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::string* id) {
+  write_error_.clear();
+  if (const Status status = fault_check("configuration_write")) return status;
+  const bool folded = unfolded_.empty() && plan->changes.size() <= kFoldedAtOnce;
+  std::int64_t number = 0;
+  Size size = size_;
+  bool written = execute("BEGIN IMMEDIATE") && write_all(*plan, head, folded, &number, &size);
+  if (written) {
+    if (const Status status = fault_check("configuration_commit")) {
+      roll_back();
+      return status;
+    }
+    written = execute("COMMIT");
+  }
+  if (!written) {
+    log_line("configuration: a commit cannot be written: %s", write_error_.c_str());
+    roll_back();
+    return kStatusIo;
+  }
+  size_ = size;
+  if (!folded) unfolded_.push_back({number, plan});
+  if (plan->telling > 0) *id = std::to_string(number);
+  return kStatusOk;
+}
+
+bool NodeStore::write_all(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id,
+                          Size* size) {
+  const bool logged = !folded || plan.telling > 0;
+  if (logged && !write_log(plan, head, folded, id, size)) return false;
+  if (folded && !write_rows(*id, plan, 0, plan.changes.size())) return false;
+  return forget_oldest(size);
+}
+
+bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id,
+                          Size* size) {
+  wire::Octets octets;
+  write_commit(plan, &octets);
+  const Statement log =
+      prepare(database_.get(),
+              "INSERT INTO log(time, owner, comment, changes, octets, folded) VALUES (?, ?, ?, ?, ?, ?)");
+  sqlite3_bind_int64(log.get(), 1, static_cast<std::int64_t>(head.time));
+  bind_text(log, 2, owner_name(plan.owner));
+  bind_text(log, 3, head.comment);
+  sqlite3_bind_int64(log.get(), 4, static_cast<std::int64_t>(plan.telling));
+  sqlite3_bind_int64(log.get(), 5, static_cast<std::int64_t>(octets.size()));
+  sqlite3_bind_int(log.get(), 6, folded ? 1 : 0);
+  if (!run(log)) return false;
+  *id = sqlite3_last_insert_rowid(database_.get());
+  const Statement content = prepare(database_.get(), "INSERT INTO content(id, octets) VALUES (?, ?)");
+  sqlite3_bind_int64(content.get(), 1, *id);
+  bind_blob(content, 2, octets.data(), octets.size());
+  if (plan.telling > 0) {
+    ++size->commits;
+    size->octets += octets.size();
+  }
+  return run(content);
+}
+
+struct NodeStore::RowStatements {
+  Statement put;
+  Statement erase;
+  Statement tell;
+};
+
+bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t first, std::size_t end) {
+  const RowStatements statements{
+      prepare(database_.get(),
+              "INSERT INTO node(path, owner, value, told) "
+              "VALUES (?1, ?2, ?3, coalesce((SELECT max(told) FROM node WHERE path = ?1), 0)) "
+              "ON CONFLICT DO UPDATE SET value = excluded.value"),
+      prepare(database_.get(), "DELETE FROM node WHERE path = ? AND owner = ?"),
+      prepare(database_.get(), "UPDATE node SET told = ? WHERE path = ?")};
+  for (std::size_t i = first; i < end; ++i) {
+    const std::int64_t told = (id << kPlaceBits) + static_cast<std::int64_t>(i);
+    if (!write_row(statements, owner_name(plan.owner), plan.changes[i], told)) return false;
+  }
+  return true;
+}
+
+// When a node was told stands in the rows of all who hold it: any of them may let go of it without a word.
+bool NodeStore::write_row(const RowStatements& statements, std::string_view owner,
+                          const PlannedChange& change, std::int64_t told) {
+  const Statement& statement = change.value == nullptr ? statements.erase : statements.put;
+  wire::Octets octets;
+  sqlite3_reset(statement.get());
+  bind_text(statement, 1, change.path);
+  bind_text(statement, 2, owner);
+  if (change.value != nullptr) bind_value(statement, 3, *change.value, &octets);
+  if (!run(statement)) return false;
+  if (!change.tells || change.after == nullptr) return true;
+  sqlite3_reset(statements.tell.get());
+  sqlite3_bind_int64(statements.tell.get(), 1, told);
+  bind_text(statements.tell, 2, change.path);
+  return run(statements.tell);
+}
+
+// The oldest commits make room; one that is not folded is still needed.
+bool NodeStore::forget_oldest(Size* size) {
+  while (size->commits > kMaxCommits || (size->octets > kMaxHistoryOctets && size->commits > 1)) {
+    const Statement oldest =
+        prepare(database_.get(), "SELECT id, octets, folded FROM log WHERE changes > 0 ORDER BY id LIMIT 1");
+    if (sqlite3_step(oldest.get()) != SQLITE_ROW) return false;
+    if (sqlite3_column_int(oldest.get(), 2) == 0) return true;
+    if (!forget(sqlite3_column_int64(oldest.get(), 0))) return false;
+    --size->commits;
+    size->octets -= static_cast<std::size_t>(sqlite3_column_int64(oldest.get(), 1));
+  }
+  return true;
+}
+
+bool NodeStore::forget(std::int64_t id) {
+  for (const char* sql : {"DELETE FROM content WHERE id = ?", "DELETE FROM log WHERE id = ?"}) {
+    const Statement statement = prepare(database_.get(), sql);
+    sqlite3_bind_int64(statement.get(), 1, id);
+    if (!run(statement)) return false;
+  }
+  return true;
+}
+
+// --- Folding
+
+bool NodeStore::fold_some(std::size_t rows) {
+  if (unfolded_.empty()) return false;
+  Unfolded& oldest = unfolded_.front();
+  const std::size_t end = std::min(oldest.plan->changes.size(), oldest.next + rows);
+  if (!fold_batch(oldest, end)) return false;
+  oldest.next = end;
+  if (end == oldest.plan->changes.size()) unfolded_.pop_front();
+  return !unfolded_.empty();
+}
+
+bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
+  if (const Status status = fault_check("configuration_fold")) {
+    log_line("configuration: a commit cannot be folded: %s", err_text(status));
+    return false;
+  }
+  const bool is_last = end == unfolded.plan->changes.size();
+  const bool folded = execute("BEGIN IMMEDIATE") &&
+                      write_rows(unfolded.id, *unfolded.plan, unfolded.next, end) &&
+                      (!is_last || finish_fold(unfolded)) && execute("COMMIT");
+  if (folded) return true;
+  log_line("configuration: a commit cannot be folded: %s", write_error_.c_str());
+  roll_back();
+  return false;
+}
+
+// A commit that changed nothing in force was kept for its rows alone.
+bool NodeStore::finish_fold(const Unfolded& unfolded) {
+  if (unfolded.plan->telling == 0) return forget(unfolded.id);
+  const Statement statement = prepare(database_.get(), "UPDATE log SET folded = 1 WHERE id = ?");
+  sqlite3_bind_int64(statement.get(), 1, unfolded.id);
+  return run(statement);
+}
+
+// --- Helpers
+
+// The reason is noted at once: other statements that end meanwhile would take it away.
+bool NodeStore::run(const Statement& statement) {
+  if (sqlite3_step(statement.get()) == SQLITE_DONE) return true;
+  write_error_ = sqlite3_errmsg(database_.get());
+  return false;
+}
+
+bool NodeStore::execute(const char* sql) {
+  if (sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  write_error_ = sqlite3_errmsg(database_.get());
+  return false;
+}
+
+// SQLite may have rolled back by itself.
+void NodeStore::roll_back() {
+  if (sqlite3_get_autocommit(database_.get()) == 0 && !execute("ROLLBACK"))
+    static_cast<void>(fail("a commit cannot be taken back"));
+}
+
+Status NodeStore::fail(const char* what) const {
+  log_line("configuration: %s: %s", what, sqlite3_errmsg(database_.get()));
+  return kStatusIo;
+}
+
+}  // namespace kvtree

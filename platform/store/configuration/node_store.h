@@ -1,0 +1,100 @@
+// The configuration on disk: what owners hold, and the history of commits, in
+// STATE_DIRECTORY/configuration.db (SQLite, configuration_database.h). Not for other folders.
+//
+// A commit is one transaction, on the disk when write() returns. That of a large commit has the commit's
+// record only, which is quickly written; its nodes' rows are brought up to date afterwards by fold_some(), a
+// bounded number at a time, in the order of the commits, and before anything is read when the file is opened
+// again. A small commit that finds nothing to be folded has its rows in the same transaction.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/store/configuration/config_tree.h"
+#include "platform/store/configuration/sqlite_statement.h"
+
+namespace kvtree {
+
+struct CommitHead {
+  std::uint64_t time = 0;  // nanoseconds since 1970
+  std::string_view comment;
+};
+
+class NodeStore {
+ public:
+  // open_configuration(), and everything folded.
+  [[nodiscard]] static Status open(const std::string& directory, std::shared_ptr<NodeStore>* store);
+  [[nodiscard]] static Status open_in_memory(std::shared_ptr<NodeStore>* store);
+  NodeStore(const NodeStore&) = delete;
+  NodeStore& operator=(const NodeStore&) = delete;
+
+  // What is folded, in the order of the paths. `told` says when subscribers were last told of the path,
+  // the same for all its owners: later is larger. Fault point "configuration_read".
+  using Visitor =
+      std::function<void(std::string_view owner, std::string_view path, KvValue value, std::uint64_t told)>;
+  [[nodiscard]] Status for_each(const Visitor& visit) const;
+  // kStatusIo, logged, when it could not be written; then nothing changed. *id is the commit's when something
+  // in force changes. Fault points "configuration_write" before and "configuration_commit" at the end of the
+  // transaction.
+  using SharedPlan = std::shared_ptr<const CommitPlan>;
+  [[nodiscard]] Status write(const SharedPlan& plan, const CommitHead& head, std::string* id);
+
+  // Why the last commit could not be written, in the database's words; may be empty.
+  const std::string& write_error() const { return write_error_; }
+
+  bool has_unfolded() const { return !unfolded_.empty(); }
+  // Brings at most so many rows up to date. True when there is more to do; false at the end, and after a
+  // failure (logged; what is left is done after the next commit, or when the file is opened again). Fault
+  // point "configuration_fold".
+  bool fold_some(std::size_t rows);
+
+  // config.h; fault points are the callers'.
+  [[nodiscard]] Status history(std::uint32_t maximum, std::string_view before,
+                               std::vector<KvConfigCommit>* commits) const;
+  [[nodiscard]] Status changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) const;
+
+ private:
+  struct Unfolded {
+    std::int64_t id;
+    SharedPlan plan;
+    std::size_t next = 0;  // the first change that is not folded
+  };
+  // The history's size.
+  struct Size {
+    std::size_t commits = 0;
+    std::size_t octets = 0;  // of the commits' contents
+  };
+
+  explicit NodeStore(Database database) : database_(std::move(database)) {}
+  static Status start(Database database, std::shared_ptr<NodeStore>* store);
+  Status read_size();
+  Status read_unfolded();
+  Status read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const;
+  Status visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const;
+  bool write_all(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Size* size);
+  bool write_log(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Size* size);
+  bool write_rows(std::int64_t id, const CommitPlan& plan, std::size_t first, std::size_t end);
+  struct RowStatements;
+  bool write_row(const RowStatements& statements, std::string_view owner, const PlannedChange& change,
+                 std::int64_t told);
+  bool fold_batch(const Unfolded& unfolded, std::size_t end);
+  bool finish_fold(const Unfolded& unfolded);
+  bool forget_oldest(Size* size);
+  bool forget(std::int64_t id);
+  bool run(const Statement& statement);  // one that answers no rows
+  bool execute(const char* sql);
+  void roll_back();
+  Status fail(const char* what) const;
+  Status find_commit(std::string_view id, std::int64_t* number) const;
+
+  Database database_;
+  std::deque<Unfolded> unfolded_;
+  Size size_;
+  std::string write_error_;
+};
+
+}  // namespace kvtree

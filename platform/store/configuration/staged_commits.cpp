@@ -1,0 +1,83 @@
+// Commits of clients, which come in several messages: kStage collects a client's changes, kCommit makes them
+// as one commit of the owner "cli".
+//
+// What is collected belongs to the connection and goes with it. It is bounded in changes and octets, and only
+// a peer who may change anything collects at all.
+#include <utility>
+
+#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/value_codec.h"
+#include "platform/store/server/protocol.h"
+#include "platform/store/server/server.h"
+
+namespace kvtree {
+
+namespace {
+
+using wire::Reader;
+using wire::Writer;
+
+bool read_changes(Reader* request, std::vector<KvConfigChange>* changes) {
+  const std::uint32_t count = request->u32();
+  for (std::uint32_t i = 0; i < count && request->ok(); ++i) {
+    KvConfigChange change;
+    change.path = request->text();
+    if (!read_optional_value(request, &change.value)) return false;
+    changes->push_back(std::move(change));
+  }
+  return request->finished();
+}
+
+// The server of a peer who may change the configuration.
+Status check_peer(wire::Connection* from, StoreServer** server) {
+  if (from == nullptr || !from->may_change()) return kStatusAccess;
+  *server = server_of(from);
+  return *server == nullptr ? kStatusNotConnected : kStatusOk;
+}
+
+Status stage(wire::Connection* from, bool first, std::size_t octets, std::vector<KvConfigChange> changes) {
+  StoreServer* server = nullptr;
+  if (const Status status = check_peer(from, &server)) return status;
+  StagedCommit& staged = server->staged[from->id()];
+  if (first) staged = {};
+  staged.octets += octets;
+  if (staged.changes.size() + changes.size() > kMaxStagedChanges || staged.octets > kMaxStagedOctets) {
+    server->staged.erase(from->id());
+    return kStatusMessageTooLarge;
+  }
+  staged.changes.insert(staged.changes.end(), std::make_move_iterator(changes.begin()),
+                        std::make_move_iterator(changes.end()));
+  return kStatusOk;
+}
+
+}  // namespace
+
+bool answer_stage(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  const std::size_t octets = request->left();
+  const std::uint8_t flags = request->u8();
+  std::vector<KvConfigChange> changes;
+  if ((flags & ~kFlagFirst) != 0 || !read_changes(request, &changes)) return false;
+  Writer(answer).u32(stage(from, (flags & kFlagFirst) != 0, octets, std::move(changes)));
+  return true;
+}
+
+bool answer_commit(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  const std::string_view comment = request->text();
+  if (!request->finished()) return false;
+  std::string id;
+  std::string mistake;
+  StoreServer* server = nullptr;
+  Status status = check_peer(from, &server);
+  if (status == kStatusOk) {
+    const StagedCommit staged = std::exchange(server->staged[from->id()], {});
+    server->staged.erase(from->id());
+    status = kvtree_config_commit(kConfigOwnerCli, staged.changes, comment, &id, &mistake);
+  }
+  Writer writer(answer);
+  writer.u32(status);
+  writer.text(id);
+  writer.text(mistake);
+  return true;
+}
+
+}  // namespace kvtree

@@ -1,0 +1,140 @@
+// For tests of commits: owners that commit, a subscriber that notes what it is told, a database that outlives
+// the process.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/core/base/clock.h"
+#include "platform/store/configuration/config.h"
+#include "platform/store/server/test_store.h"
+
+inline KvValue TextValue(const std::string& text) {
+  KvValue value;
+  value.type = KvValueType::kText;
+  value.text = text;
+  return value;
+}
+
+inline KvValue NumberValue(std::int64_t number) {
+  KvValue value;
+  value.type = KvValueType::kNumber;
+  value.number = number;
+  return value;
+}
+
+inline KvValue TupleValue(std::vector<std::int64_t> numbers) {
+  KvValue value;
+  value.type = KvValueType::kTuple;
+  value.tuple = std::move(numbers);
+  return value;
+}
+
+inline KvConfigChange SetTo(const std::string& path, const std::string& text) {
+  return {path, TextValue(text)};
+}
+inline KvConfigChange LetGo(const std::string& path) {
+  return {path, std::nullopt};
+}
+
+// "text", "#5", "(1 2)", "." for a node without a value, "none" for no node.
+inline std::string Describe(const std::optional<KvValue>& value) {
+  if (!value) return "none";
+  switch (value->type) {
+    case KvValueType::kText:
+      return value->text;
+    case KvValueType::kNumber:
+      return "#" + std::to_string(value->number);
+    case KvValueType::kTuple: {
+      std::string text;
+      for (const std::int64_t number : value->tuple)
+        text += (text.empty() ? "" : " ") + std::to_string(number);
+      return "(" + text + ")";
+    }
+    default:
+      return ".";
+  }
+}
+
+class ConfigTest : public StoreTest {
+ protected:
+  std::string File() const { return directory.path() + "/configuration.db"; }
+  Status Keep() const { return kvtree_keep_configuration(directory.path()); }
+  // The process ends and another one begins.
+  void Restart() const {
+    kvtree_reset();
+    ASSERT_EQ(Keep(), kStatusOk);
+  }
+  // What the subscriber is told of a commit that is made.
+  std::vector<std::string> Commit(std::string_view owner, const std::vector<KvConfigChange>& changes) {
+    EXPECT_EQ(kvtree_config_commit(owner, changes, "", &id, &mistake), kStatusOk) << mistake;
+    Run();
+    return TakeTold();
+  }
+  // The status and the mistake of one that is refused.
+  std::string Refused(std::string_view owner, const std::vector<KvConfigChange>& changes, Status status) {
+    EXPECT_EQ(kvtree_config_commit(owner, changes, "", &id, &mistake), status);
+    EXPECT_EQ(id, "");
+    Run();
+    EXPECT_THAT(TakeTold(), ::testing::IsEmpty());
+    return mistake;
+  }
+  // "path=value" of what is in force, or of what an owner holds.
+  static std::vector<std::string> InForce(std::string_view path = "/cfg/") {
+    std::vector<std::string> all;
+    kvtree_config_in_force(
+        path, [&](const KvConfigNode& node) { all.push_back(node.path + "=" + Describe(node.value)); });
+    return all;
+  }
+  static std::vector<std::string> Owned(std::string_view owner, std::string_view path = "/cfg/") {
+    std::vector<std::string> all;
+    kvtree_config_owned(owner, path, [&](const KvConfigNode& node) {
+      all.push_back(node.path + "=" + Describe(node.value));
+    });
+    return all;
+  }
+  // "id owner changes comment", newest first.
+  static std::vector<std::string> History(std::uint32_t maximum = 100, std::string_view before = {}) {
+    std::vector<KvConfigCommit> commits;
+    EXPECT_EQ(kvtree_config_history(maximum, before, &commits), kStatusOk);
+    std::vector<std::string> all;
+    for (const KvConfigCommit& commit : commits) {
+      all.push_back(commit.id + " " + commit.owner + " " + std::to_string(commit.changes) + " " +
+                    commit.comment);
+    }
+    return all;
+  }
+  // "path: before (owner) -> after (owner)".
+  static std::vector<std::string> Changes(std::string_view id) {
+    std::vector<KvConfigCommitChange> changes;
+    EXPECT_EQ(kvtree_config_changes(id, &changes), kStatusOk);
+    std::vector<std::string> all;
+    for (const KvConfigCommitChange& change : changes) {
+      all.push_back(change.path + ": " + Describe(change.before) + " (" + change.owner_before + ") -> " +
+                    Describe(change.after) + " (" + change.owner_after + ")");
+    }
+    return all;
+  }
+  void Execute(const std::string& sql) const {
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open(File().c_str(), &database), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(database);
+    sqlite3_close(database);
+  }
+  // Changes of so many nodes, "/cfg/many/000000" on.
+  static std::vector<KvConfigChange> Many(std::size_t count, const std::string& text) {
+    std::vector<KvConfigChange> changes;
+    for (std::size_t i = 0; i < count; ++i) {
+      std::string number = std::to_string(i);
+      number.insert(0, 6 - number.size(), '0');
+      changes.push_back(SetTo("/cfg/many/" + number, text));
+    }
+    return changes;
+  }
+
+  std::string id;
+  std::string mistake;
+};

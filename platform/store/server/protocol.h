@@ -1,0 +1,81 @@
+// The messages between the data store and its clients, as types and payloads of platform/core/wire frames.
+//
+//   type            request                               answer (type | kAnswer), after a 32-bit status
+//   kGet            flags u8, path text                   kind u32, record octets
+//   kList           flags u8, maximum u32, path text      count u32, count x {kind u32, key text}
+//   kDatalist       flags u8, maximum u32, path text      count u32, count x {kind u32, key text, record
+//                                                         octets}
+//   kWalk           flags u8, maximum u32, path text      end u8, count u32, count x {record octets}
+//   kAction         count u16, count x {word text}        text
+//   kSubscribe      path text, name text (may be empty)   subscription u32, instance u64
+//   kSet            path text, value                      nothing
+//   kDelete         path text                             nothing
+//   kNodes          maximum u32, path text, after text,   count u32, count x {path text, owner text, value}
+//                   owner text (may be empty)
+//   kStage          flags u8, count u32, count x {path    nothing
+//                   text, value or none}
+//   kCommit         comment text                          id text, mistake text
+//   kHistory        maximum u32, before text              count u32, count x {id text, time u64, owner text,
+//                                                         comment text, changes u32}
+//   kCommitChanges  id text, first u32, maximum u32       count u32, count x {path text, owner before text,
+//                                                         value before or none, owner after text, value
+//                                                         after or none}
+//   kAcknowledge    subscription u32, sequence u64        has no answer
+//
+// A value is a type u8 (0 nothing but that it is there, 1 text, 2 number, 3 tuple), then nothing, a text, a
+// number of 64 bits, or a count u16 and as many such numbers; the type kNoValue stands for none. kStage
+// collects the changes of the client's next commit, a deletion being a change without a value; with
+// kFlagFirst it forgets what was collected before. kCommit uses what was collected, whatever becomes of it.
+//
+// An answer whose status is not 0 has nothing after it, but for kAction's and kCommit's, whose texts are
+// always there. kNotification comes unasked, with request 0: subscription u32, sequence u64, lost before it
+// u64, path text, item name text, two values u32, record octets. At most kNotificationWindow of a
+// subscription are sent before the first of them is acknowledged. Other flags than those named, other types,
+// acknowledgements of what was not subscribed to and octets left over make a message malformed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kvtree {
+
+inline constexpr std::uint16_t kGet = 1;
+inline constexpr std::uint16_t kList = 2;
+inline constexpr std::uint16_t kDatalist = 3;
+inline constexpr std::uint16_t kWalk = 4;
+inline constexpr std::uint16_t kAction = 5;
+inline constexpr std::uint16_t kSubscribe = 6;
+inline constexpr std::uint16_t kSet = 7;
+inline constexpr std::uint16_t kDelete = 8;
+inline constexpr std::uint16_t kNodes = 9;
+inline constexpr std::uint16_t kAcknowledge = 0xa;
+inline constexpr std::uint16_t kStage = 0xb;
+inline constexpr std::uint16_t kCommit = 0xc;
+inline constexpr std::uint16_t kHistory = 0xd;
+inline constexpr std::uint16_t kCommitChanges = 0xe;
+inline constexpr std::uint16_t kNotification = 0x10;
+inline constexpr std::uint16_t kAnswer = 0x8000;
+
+// Changes of the configuration: answered when the subscribers have been told.
+inline constexpr bool is_change(std::uint16_t type) {
+  return type == kSet || type == kDelete || type == kCommit;
+}
+
+inline constexpr std::uint8_t kFlagStructured = 0x1;  // kGet, kList, kDatalist, kWalk
+inline constexpr std::uint8_t kFlagFirst = 0x1;       // kStage
+
+inline constexpr std::uint8_t kNothingValue = 0;
+inline constexpr std::uint8_t kTextValue = 1;
+inline constexpr std::uint8_t kNumberValue = 2;
+inline constexpr std::uint8_t kTupleValue = 3;
+inline constexpr std::uint8_t kNoValue = 0xff;
+
+inline constexpr std::size_t kMaxAnswer = 4U << 20;  // octets of an answer's payload
+inline constexpr std::size_t kMaxActionWords = 256;
+inline constexpr std::size_t kMaxStagedChanges = 50000;     // of one client's commit
+inline constexpr std::size_t kMaxStagedOctets = 16U << 20;  // of its messages
+inline constexpr std::size_t kMaxSubscriptions = 16;        // of one client
+inline constexpr std::size_t kNotificationWindow = 64;
+inline constexpr std::size_t kPlainQueue = 1024;  // notifications that wait for a subscriber without a name
+
+}  // namespace kvtree

@@ -1,0 +1,168 @@
+// Requests from within the process, and actions. The server answers its clients through the same functions.
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+#include "platform/core/base/fault.h"
+#include "platform/store/server/store.h"
+
+namespace kvtree {
+
+namespace {
+
+Status ask_guard(std::string_view path) {
+  const auto& guards = store().guards;
+  const auto guard = std::find_if(guards.begin(), guards.end(),
+                                  [&](const auto& each) { return path.starts_with(each.first); });
+  return guard == guards.end() ? kStatusOk : guard->second();
+}
+
+// The provider of a request's path, which is checked here once.
+Status resolve(std::string_view path, const Provider** provider, std::string_view* relative) {
+  if (const Status status = check_path(path)) return status;
+  *provider = find_provider(path, relative);
+  return *provider == nullptr ? kStatusUnknownPath : ask_guard(path);
+}
+
+template <typename Function, typename Reply>
+Status ask_provider(const char* fault_point, std::string_view path, bool structured, Reply* reply,
+                    Function KvProviderFunctions::*function) {
+  if (const Status status = fault_check(fault_point)) return status;
+  const Provider* provider = nullptr;
+  std::string_view relative;
+  if (const Status status = resolve(path, &provider, &relative)) return status;
+  const Function call = provider->functions.*function;
+  if (call == nullptr) return kStatusNoHandler;
+  const KvRequest request{relative, structured};
+  return call(&request, reply);
+}
+
+const KvWalkRule* find_rule(const KvProviderFunctions& functions, std::string_view relative) {
+  const std::string_view first = relative.substr(0, relative.find('/'));
+  for (std::size_t i = 0; i < functions.walk_rule_count; ++i) {
+    if (first == functions.walk_rules[i].first_component) return &functions.walk_rules[i];
+  }
+  return nullptr;
+}
+
+// A reply whose data is freed.
+struct OwnedReply : KvReply {
+  OwnedReply() : KvReply{} {}
+  ~OwnedReply() { std::free(data); }
+  void clear() {
+    std::free(data);
+    static_cast<KvReply&>(*this) = {};
+  }
+  OwnedReply(const OwnedReply&) = delete;
+  OwnedReply& operator=(const OwnedReply&) = delete;
+};
+
+// The row at *path, or where the rule sends the read; *path is where it was found.
+Status read_row(const KvProviderFunctions& functions, const KvWalkRule& rule, bool structured,
+                std::string* path, OwnedReply* reply) {
+  for (unsigned redirects = 0;; ++redirects) {
+    const KvRequest request{*path, structured};
+    const Status status = functions.get(&request, reply);
+    if (status != kStatusOk && status != kStatusNoSuchRow) return status;
+    std::string instead;
+    const KvReply* row = status == kStatusOk ? reply : nullptr;
+    if (rule.redirect == nullptr || redirects == kKvMaxRedirects || !rule.redirect(*path, row, &instead)) {
+      return status;
+    }
+    if (instead.size() > kKvMaxPath) return kStatusMessageTooLarge;
+    reply->clear();
+    *path = std::move(instead);
+  }
+}
+
+bool keep_row(void* argument, const KvReply& row) {
+  static_cast<std::vector<std::vector<std::uint8_t>>*>(argument)->emplace_back(row.data,
+                                                                               row.data + row.length);
+  return true;
+}
+
+}  // namespace
+
+Status walk_rows(std::string_view path, bool structured, std::uint32_t max_rows, RowSink sink, void* argument,
+                 bool* end) {
+  *end = false;
+  if (const Status status = fault_check("kvtree_walk")) return status;
+  if (max_rows == 0) return kStatusInvalid;
+  const Provider* provider = nullptr;
+  std::string_view relative;
+  if (const Status status = resolve(path, &provider, &relative)) return status;
+  const KvWalkRule* rule = find_rule(provider->functions, relative);
+  if (rule == nullptr || provider->functions.get == nullptr) return kStatusNoHandler;
+  const KvProviderFunctions functions = provider->functions;
+  std::string next(relative);
+  for (std::uint32_t row = 0; row < std::min(max_rows, kKvMaxListItems); ++row) {
+    OwnedReply reply;
+    const Status status = read_row(functions, *rule, structured, &next, &reply);
+    if (status == kStatusNoSuchRow && row > 0) {
+      *end = true;
+      return kStatusOk;
+    }
+    if (status != kStatusOk) return status;
+    if (!sink(argument, reply)) return row == 0 ? kStatusMessageTooLarge : kStatusOk;
+    const Status following = rule->following(&reply, &next);
+    if (following == kStatusEndOfList) {
+      *end = true;
+      return kStatusOk;
+    }
+    if (following != kStatusOk) return following;
+    if (next.size() > kKvMaxPath) return kStatusMessageTooLarge;
+  }
+  return kStatusOk;
+}
+
+}  // namespace kvtree
+
+Status kvtree_get(std::string_view path, bool structured, KvReply* reply) {
+  return kvtree::ask_provider("kvtree_get", path, structured, reply, &KvProviderFunctions::get);
+}
+
+Status kvtree_list(std::string_view path, bool structured, KvListReply* reply) {
+  return kvtree::ask_provider("kvtree_list", path, structured, reply, &KvProviderFunctions::list);
+}
+
+Status kvtree_datalist(std::string_view path, bool structured, KvListReply* reply) {
+  return kvtree::ask_provider("kvtree_datalist", path, structured, reply, &KvProviderFunctions::datalist);
+}
+
+Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
+                   std::vector<std::vector<std::uint8_t>>* rows, bool* end) {
+  rows->clear();
+  const Status status = kvtree::walk_rows(path, structured, max_rows, kvtree::keep_row, rows, end);
+  if (status != kStatusOk) rows->clear();
+  return status;
+}
+
+void kvtree_guard(std::string_view path, Status (*check)()) {
+  auto& guards = kvtree::store().guards;
+  if (check == nullptr) {
+    guards.erase(std::string(path));
+  } else {
+    guards.insert_or_assign(std::string(path), check);
+  }
+}
+
+Status kvtree_register_action(const char* name, KvAction action, void* argument) {
+  if (const Status status = fault_check("kvtree_register_action")) return status;
+  if (name == nullptr || *name == '\0' || action == nullptr) return kStatusInvalid;
+  const bool added = kvtree::store().actions.emplace(name, kvtree::Action{action, argument}).second;
+  return added ? kStatusOk : kStatusExists;
+}
+
+void kvtree_unregister_action(const char* name) {
+  if (name != nullptr) kvtree::store().actions.erase(name);
+}
+
+Status kvtree_run_action(const KvActionContext& context, const std::vector<std::string>& words,
+                         std::string* text) {
+  if (const Status status = fault_check("kvtree_run_action")) return status;
+  if (words.empty()) return kStatusInvalid;
+  const auto found = kvtree::store().actions.find(words[0]);
+  if (found == kvtree::store().actions.end()) return kStatusUnknownPath;
+  const kvtree::Action action = found->second;  // the action may take itself away
+  return action.function(context, words, text, action.argument);
+}

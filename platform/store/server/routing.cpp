@@ -1,0 +1,112 @@
+// Routing: a request or a notification, a routing table, the handler that is called.
+//
+// Compiled tables are kept for as long as the process lives, by the table's routes. The patterns' addresses
+// are compared on every use (a dozen words), so that a table that was put where an earlier one had been is
+// noticed.
+#include <algorithm>
+#include <memory>
+
+#include "platform/core/base/fault.h"
+#include "platform/store/server/store.h"
+#include "platform/store/tree/matcher.h"
+
+std::uint32_t backend_scan_in_progress = 0;
+
+namespace kvtree {
+
+namespace {
+
+struct CachedTable {
+  const KvRoute* routes;
+  std::vector<const char*> patterns;
+  CompiledTable compiled;
+
+  bool is(const KvRoutingTable& table) const {
+    if (table.routes != routes || table.count != patterns.size()) return false;
+    for (std::size_t i = 0; i < table.count; ++i) {
+      if (table.routes[i].pattern != patterns[i]) return false;
+    }
+    return true;
+  }
+};
+
+std::vector<std::unique_ptr<CachedTable>>& cached_tables() {
+  static std::vector<std::unique_ptr<CachedTable>> tables;
+  return tables;
+}
+
+const CompiledTable& compiled_table(const KvRoutingTable& table) {
+  std::vector<std::unique_ptr<CachedTable>>& tables = cached_tables();
+  for (const std::unique_ptr<CachedTable>& cached : tables) {
+    if (cached->is(table)) return cached->compiled;
+  }
+  std::erase_if(tables, [&](const auto& cached) { return cached->routes == table.routes; });
+  auto made = std::make_unique<CachedTable>();
+  made->routes = table.routes;
+  for (std::size_t i = 0; i < table.count; ++i) made->patterns.push_back(table.routes[i].pattern);
+  made->compiled = compile_table(table);
+  tables.push_back(std::move(made));
+  return tables.back()->compiled;
+}
+
+// The handler entry that fits, with the arguments in *match.
+Status route_path(const KvRoutingTable& table, std::string_view path, bool structured, PathMatch* match,
+                  const KvHandlerEntry** entry) {
+  const CompiledTable& compiled = compiled_table(table);
+  if (!compiled.valid) return kStatusInvalid;
+  if (const Status status = match_path(compiled, path, structured, match)) return status;
+  *entry = &table.routes[match->route].handlers;
+  match->args.form = ((*entry)->mode & kKvModeNext) != 0 ? 1 : 0;
+  if (structured) match->args.form += 2;
+  return kStatusOk;
+}
+
+template <typename Handler, typename Reply>
+Status call_handler(const char* fault_point, const KvRequest* request, const KvRoutingTable* table,
+                    Reply* reply, Handler KvHandlerEntry::*handler) {
+  if (const Status status = fault_check(fault_point)) return status;
+  PathMatch match;
+  const KvHandlerEntry* entry = nullptr;
+  if (const Status status = route_path(*table, request->path, request->structured, &match, &entry))
+    return status;
+  if (entry->*handler == nullptr) return kStatusNoHandler;
+  return (entry->*handler)(reply, &match.args);
+}
+
+}  // namespace
+
+void forget_compiled_tables() {
+  cached_tables().clear();
+}
+
+}  // namespace kvtree
+
+Status kvtree_match_get(const KvRequest* request, const KvRoutingTable* table, KvReply* reply) {
+  return kvtree::call_handler("kvtree_match_get", request, table, reply, &KvHandlerEntry::get);
+}
+
+Status kvtree_match_list(const KvRequest* request, const KvRoutingTable* table, KvListReply* reply) {
+  return kvtree::call_handler("kvtree_match_list", request, table, reply, &KvHandlerEntry::list);
+}
+
+Status kvtree_match_datalist(const KvRequest* request, const KvRoutingTable* table, KvListReply* reply) {
+  return kvtree::call_handler("kvtree_match_datalist", request, table, reply, &KvHandlerEntry::datalist);
+}
+
+void kvtree_match_notify(const KvNotification* notification, const KvRoutingTable* table) {
+  kvtree::PathMatch match;
+  const KvHandlerEntry* entry = nullptr;
+  if (kvtree::route_path(*table, notification->path, false, &match, &entry) != kStatusOk) return;
+  if (entry->notify == nullptr) return;
+  KvNotifyInfo info = notification->info;
+  info.scan = backend_scan_in_progress;
+  entry->notify(&info, &match.args);
+}
+
+const KvNotifyInfo* kvtree_notify_info(const KvNotification* notification) {
+  return &notification->info;
+}
+
+std::string_view kvtree_notify_path(const KvNotification* notification) {
+  return notification->path;
+}

@@ -1,0 +1,293 @@
+// The server: clients' messages in, answers out. Subscriptions are in subscriptions.cpp, the
+// configuration in configuration.cpp and staged_commits.cpp.
+//
+// A message is answered inside its handler, so answers leave in the order of the requests; platform/core/wire
+// bounds what a client may send and leave unread, and closes those that break the framing. An answer's
+// payload is built in a buffer that the server keeps, so a request costs no allocation here beyond the
+// provider's own record.
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "platform/core/base/fault.h"
+#include "platform/store/server/protocol.h"
+#include "platform/store/server/server.h"
+#include "platform/store/tree/lists.h"
+
+namespace kvtree {
+
+namespace {
+
+using wire::OctetSpan;
+using wire::Reader;
+using wire::Writer;
+
+constexpr std::size_t kKeptAnswer = 1U << 20;  // a larger buffer is given back
+
+// --- Answers
+
+// An answer begins with its status; a failure has nothing else.
+void answer_status(wire::Octets* answer, Status status) {
+  Writer(answer).u32(status);
+}
+
+bool read_flags(Reader* request, bool* structured) {
+  const std::uint8_t flags = request->u8();
+  *structured = (flags & kFlagStructured) != 0;
+  return (flags & ~kFlagStructured) == 0;
+}
+
+bool answer_get(wire::Connection*, Reader* request, wire::Octets* answer) {
+  bool structured = false;
+  if (!read_flags(request, &structured)) return false;
+  const std::string_view path = request->text();
+  if (!request->finished()) return false;
+  KvReply reply{};
+  Status status = kvtree_get(path, structured, &reply);
+  const std::unique_ptr<std::uint8_t, decltype(&std::free)> owned(reply.data, &std::free);
+  if (status == kStatusOk && reply.length + 64 > kMaxAnswer) status = kStatusMessageTooLarge;
+  answer_status(answer, status);
+  if (status != kStatusOk) return true;
+  Writer writer(answer);
+  writer.u32(reply.kind);
+  writer.octets({reply.data, reply.length});
+  return true;
+}
+
+struct OwnedListReply : KvListReply {
+  explicit OwnedListReply(std::uint32_t maximum) : KvListReply{maximum, 0, nullptr, nullptr} {}
+  ~OwnedListReply() {
+    kvtree_list_free(list);
+    kvtree_datalist_free(datalist);
+  }
+  OwnedListReply(const OwnedListReply&) = delete;
+  OwnedListReply& operator=(const OwnedListReply&) = delete;
+};
+
+void write_item(Writer* writer, const KvListItem& item) {
+  writer->u32(item.kind);
+  writer->text(item.key);
+}
+
+void write_item(Writer* writer, const KvDatalistItem& item) {
+  writer->u32(item.kind);
+  writer->text(item.key);
+  writer->octets(item.value);
+}
+
+// The items behind a status of success; when they are too many or too large, a failure and nothing else.
+template <typename Items>
+void answer_items(wire::Octets* answer, const Items& items) {
+  const std::size_t start = answer->size();
+  Writer writer(answer);
+  writer.u32(kStatusOk);
+  writer.u32(static_cast<std::uint32_t>(items.size()));
+  bool fits = items.size() <= kKvMaxListItems;
+  for (auto item = items.begin(); fits && item != items.end(); ++item) {
+    write_item(&writer, *item);
+    fits = answer->size() - start <= kMaxAnswer;
+  }
+  if (fits) return;
+  writer.truncate(start);
+  writer.u32(kStatusMessageTooLarge);
+}
+
+bool read_bounded_request(Reader* request, bool* structured, std::uint32_t* maximum, std::string_view* path) {
+  if (!read_flags(request, structured)) return false;
+  *maximum = std::min(request->u32(), kKvMaxListItems);
+  *path = request->text();
+  return request->finished();
+}
+
+bool answer_list(wire::Connection*, Reader* request, wire::Octets* answer) {
+  bool structured = false;
+  std::uint32_t maximum = 0;
+  std::string_view path;
+  if (!read_bounded_request(request, &structured, &maximum, &path)) return false;
+  OwnedListReply reply(maximum);
+  const Status status = kvtree_list(path, structured, &reply);
+  if (status != kStatusOk) {
+    answer_status(answer, status);
+  } else {
+    static const KvList no_items;
+    answer_items(answer, (reply.list == nullptr ? &no_items : reply.list)->items);
+  }
+  return true;
+}
+
+bool answer_datalist(wire::Connection*, Reader* request, wire::Octets* answer) {
+  bool structured = false;
+  std::uint32_t maximum = 0;
+  std::string_view path;
+  if (!read_bounded_request(request, &structured, &maximum, &path)) return false;
+  OwnedListReply reply(maximum);
+  const Status status = kvtree_datalist(path, structured, &reply);
+  if (status != kStatusOk) {
+    answer_status(answer, status);
+  } else {
+    static const KvDatalist no_items;
+    answer_items(answer, (reply.datalist == nullptr ? &no_items : reply.datalist)->items);
+  }
+  return true;
+}
+
+struct WalkAnswer {
+  wire::Octets* answer;
+  std::size_t start;
+  std::uint32_t rows;
+};
+
+// A row that has no room any more is read again by the client's next walk.
+bool add_row(void* argument, const KvReply& row) {
+  auto* walk = static_cast<WalkAnswer*>(argument);
+  if (walk->answer->size() - walk->start + sizeof(std::uint32_t) + row.length > kMaxAnswer) return false;
+  Writer(walk->answer).octets({row.data, row.length});
+  ++walk->rows;
+  return true;
+}
+
+bool answer_walk(wire::Connection*, Reader* request, wire::Octets* answer) {
+  bool structured = false;
+  std::uint32_t maximum = 0;
+  std::string_view path;
+  if (!read_bounded_request(request, &structured, &maximum, &path)) return false;
+  Writer writer(answer);
+  WalkAnswer walk{answer, answer->size(), 0};
+  writer.u32(kStatusOk);
+  const std::size_t end_place = writer.size();
+  writer.u8(0);
+  writer.u32(0);
+  bool end = false;
+  const Status status = walk_rows(path, structured, maximum, add_row, &walk, &end);
+  if (status != kStatusOk) {
+    writer.truncate(walk.start);
+    writer.u32(status);
+    return true;
+  }
+  (*answer)[end_place] = end ? 1 : 0;
+  writer.patch_u32(end_place + 1, walk.rows);
+  return true;
+}
+
+bool answer_action(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  const std::size_t count = request->u16();
+  if (count > kMaxActionWords) return false;
+  std::vector<std::string> words;
+  for (std::size_t i = 0; i < count && request->ok(); ++i) words.emplace_back(request->text());
+  if (!request->finished()) return false;
+  std::string text;
+  Status status = kvtree_run_action({from != nullptr && from->may_change()}, words, &text);
+  if (text.size() + 64 > kMaxAnswer) {
+    status = kStatusMessageTooLarge;
+    text.clear();
+  }
+  Writer writer(answer);
+  writer.u32(status);
+  writer.text(text);
+  return true;
+}
+
+struct MessageHandler {
+  std::uint16_t type;
+  bool (*answer)(wire::Connection*, Reader*, wire::Octets*);
+};
+
+constexpr MessageHandler kHandlers[] = {
+    {kGet, answer_get},
+    {kList, answer_list},
+    {kDatalist, answer_datalist},
+    {kWalk, answer_walk},
+    {kAction, answer_action},
+    {kSubscribe, answer_subscribe},
+    {kSet, answer_set},
+    {kDelete, answer_delete},
+    {kNodes, answer_nodes},
+    {kStage, answer_stage},
+    {kCommit, answer_commit},
+    {kHistory, answer_history},
+    {kCommitChanges, answer_commit_changes},
+};
+
+}  // namespace
+
+// --- Serving
+
+// Never destroyed: at the end of the process the managers may have gone already.
+std::map<EventManager*, std::unique_ptr<StoreServer>>& servers() {
+  static auto* all = new std::map<EventManager*, std::unique_ptr<StoreServer>>;
+  return *all;
+}
+
+StoreServer* server_of(const wire::Connection* connection) {
+  for (const auto& [manager, each] : servers()) {
+    if (each->server.find(connection->id()) == connection) return each.get();
+  }
+  return nullptr;
+}
+
+StoreServer::StoreServer(EventManager* on)
+    : manager(on),
+      server(
+          on, "kvtree", wire::Limits{},
+          [this](wire::Connection& from, const wire::Message& message) { return handle(from, message); },
+          [this](wire::Connection& gone) { forget(gone.id()); }) {}
+
+// Behind what the change posted to its subscribers: who is answered finds the change in what they show, and a
+// process that dies afterwards has lost nothing of what they derived from it.
+void StoreServer::answer_when_told(wire::Connection& from, const wire::Message& message,
+                                   const wire::Octets& payload) {
+  from.hold();
+  event_post(manager,
+             [weak = from.weak_from_this(), type = static_cast<std::uint16_t>(message.type | kAnswer),
+              request = message.request, payload] {
+               const std::shared_ptr<wire::Connection> waiting = weak.lock();
+               if (waiting == nullptr || !waiting->open()) return;
+               waiting->send(type, request, payload);
+               waiting->release();
+             });
+}
+
+bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
+  if (message.type == kAcknowledge) {
+    if (!take_acknowledgement(this, from, message)) return false;
+    send_notifications(this, from.id());
+    return true;
+  }
+  // Taken out while it is used: an action may run the event loop, and with it this function.
+  wire::Octets payload = std::move(answer);
+  payload.clear();
+  const bool well_formed = answer_message(&from, message, &payload);
+  if (well_formed && is_change(message.type)) {
+    answer_when_told(from, message, payload);
+  } else if (well_formed) {
+    from.send(message.type | kAnswer, message.request, payload);
+  }
+  if (payload.capacity() <= kKeptAnswer) answer = std::move(payload);
+  if (well_formed && message.type == kSubscribe) send_notifications(this, from.id());
+  return well_formed;
+}
+
+bool answer_message(wire::Connection* from, const wire::Message& message, wire::Octets* answer) {
+  Reader request(message.payload);
+  for (const MessageHandler& handler : kHandlers) {
+    if (handler.type == message.type) return handler.answer(from, &request, answer);
+  }
+  return false;
+}
+
+}  // namespace kvtree
+
+Status kvtree_serve(EventManager* manager) {
+  if (const Status status = fault_check("kvtree_serve")) return status;
+  if (manager == nullptr) return kStatusInvalid;
+  auto& all = kvtree::servers();
+  if (all.contains(manager)) return kStatusExists;
+  auto made = std::make_unique<kvtree::StoreServer>(manager);
+  made->server.start();
+  all.emplace(manager, std::move(made));
+  return kStatusOk;
+}
+
+void kvtree_stop_serving(EventManager* manager) {
+  kvtree::servers().erase(manager);
+}

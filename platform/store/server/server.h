@@ -1,0 +1,61 @@
+// The data store's server with its clients' subscriptions. Not for other folders.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/core/wire/wire.h"
+#include "platform/store/server/notification_queue.h"
+#include "platform/store/server/store.h"
+
+namespace kvtree {
+
+struct Subscription {
+  std::uint32_t number;  // of its client, from 1
+  std::string path;
+  std::shared_ptr<NotificationQueue> queue;
+};
+
+// What a client collected for its next commit.
+struct StagedCommit {
+  std::vector<KvConfigChange> changes;
+  std::size_t octets = 0;
+};
+
+struct StoreServer {
+  explicit StoreServer(EventManager* on);
+  bool handle(wire::Connection& from, const wire::Message& message);
+  void forget(std::uint64_t client);
+  void answer_when_told(wire::Connection& from, const wire::Message& message, const wire::Octets& payload);
+
+  EventManager* manager;
+  wire::Octets answer;
+  std::unordered_map<std::uint64_t, std::vector<Subscription>> subscriptions;  // by client
+  std::unordered_map<std::uint64_t, StagedCommit> staged;                      // by client
+  wire::Server server;
+};
+
+std::map<EventManager*, std::unique_ptr<StoreServer>>& servers();
+// The server of this client's connection, or null.
+StoreServer* server_of(const wire::Connection* connection);
+
+// Requests of subscribers (subscriptions.cpp).
+bool answer_subscribe(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+// An acknowledgement has no answer. False when it is malformed.
+bool take_acknowledgement(StoreServer* server, const wire::Connection& from, const wire::Message& message);
+// Sends a client what its subscriptions' windows have room for. The client may be gone afterwards.
+void send_notifications(StoreServer* server, std::uint64_t client);
+
+// Requests that concern the configuration (configuration.cpp, staged_commits.cpp).
+bool answer_set(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_delete(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_nodes(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_history(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_commit_changes(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_stage(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_commit(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+
+}  // namespace kvtree

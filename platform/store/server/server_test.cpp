@@ -1,0 +1,390 @@
+// Tests of the server and its client: every request over a socket, clients that misbehave.
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "platform/core/files/directories.h"
+#include "platform/core/wire/wire.h"
+#include "platform/store/client/client.h"
+#include "platform/store/server/protocol.h"
+#include "platform/store/server/store.h"
+#include "platform/store/server/test_served_store.h"
+
+namespace {
+
+using kvtree::Client;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using namespace std::chrono_literals;
+
+TEST_F(ServedStore, GetAnswersTheRecord) {
+  StartAndConnect();
+  const kvtree::GetResult result = client.get(kSubtree + "interface/red/7");
+  EXPECT_EQ(result.status, kStatusOk);
+  EXPECT_EQ(Text(result.record), "get/0 'red' 7");
+  EXPECT_EQ(Text(client.get(kSubtree + "interface-next/red/7", true).record), "get/3 'red' 7");
+}
+
+TEST_F(ServedStore, FailuresAreAnsweredAndTheConnectionGoesOn) {
+  StartAndConnect();
+  EXPECT_EQ(client.get(kSubtree + "nowhere").status, kStatusUnknownPath);
+  EXPECT_EQ(client.get(kSubtree + "interface/red/x").status, kStatusBadKey);
+  EXPECT_EQ(client.get(kSubtree + "vrf-detail/red").status, kStatusNoHandler);
+  EXPECT_EQ(client.get("/" + std::string(kKvMaxPath, 'a')).status, kStatusMessageTooLarge);
+  EXPECT_EQ(client.walk(kSubtree + "scalars", 1).status, kStatusNoHandler);
+  EXPECT_EQ(client.list(kSubtree + "scalars", 1).status, kStatusNoHandler);
+  EXPECT_EQ(client.datalist(kSubtree + "scalars", 1).status, kStatusNoHandler);
+  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
+  EXPECT_TRUE(client.connected());
+}
+
+TEST_F(ServedStore, ListsAndDatalistsCarryKeysKindsAndRecords) {
+  StartAndConnect();
+  const kvtree::ListResult list = client.list(kSubtree + "vrf-detail/red", 10);
+  ASSERT_EQ(list.status, kStatusOk);
+  ASSERT_EQ(list.items.size(), 2U);
+  EXPECT_EQ(list.items[1].key, "vrf1");
+  EXPECT_EQ(list.items[1].kind, 3U);
+  EXPECT_THAT(list.items[1].record, IsEmpty());
+  const kvtree::ListResult datalist = client.datalist(kSubtree + "vrf-detail/red", 10);
+  ASSERT_EQ(datalist.status, kStatusOk);
+  ASSERT_EQ(datalist.items.size(), 2U);
+  EXPECT_EQ(datalist.items[0].key, "vrf0");
+  EXPECT_EQ(datalist.items[0].kind, 7U);
+  EXPECT_EQ(Text(datalist.items[0].record), "vvv");
+}
+
+TEST_F(ServedStore, MaximumOfAListIsBounded) {
+  StartAndConnect();
+  EXPECT_EQ(client.list(kSubtree + "vrf-detail/red", 0).status, kStatusOk);
+  EXPECT_EQ(TestProvider::last_max_items, 0U);
+  EXPECT_EQ(client.datalist(kSubtree + "vrf-detail/red", 0xffffffff).status, kStatusOk);
+  EXPECT_EQ(TestProvider::last_max_items, kKvMaxListItems);
+}
+
+TEST_F(ServedStore, ListsThatAreTooLongOrTooLargeAreRefused) {
+  TestProvider::items_to_list = kKvMaxListItems;
+  StartAndConnect();
+  EXPECT_EQ(client.list(kSubtree + "vrf-detail/red", 5000).items.size(), kKvMaxListItems);
+  TestProvider::items_to_list = kKvMaxListItems + 1;
+  EXPECT_EQ(client.list(kSubtree + "vrf-detail/red", 5000).status, kStatusMessageTooLarge);
+  TestProvider::items_to_list = 5;
+  TestProvider::value_size = 1U << 20;
+  EXPECT_EQ(client.datalist(kSubtree + "vrf-detail/red", 5000).status, kStatusMessageTooLarge);
+  TestProvider::items_to_list = 3;
+  EXPECT_EQ(client.datalist(kSubtree + "vrf-detail/red", 5000).items.size(), 3U);
+}
+
+TEST_F(ServedStore, ListCreationThatFailsIsAnswered) {
+  fault_arm("kvtree_list_create", kStatusNoMemory);
+  StartAndConnect();
+  EXPECT_EQ(client.list(kSubtree + "vrf-detail/red", 1).status, kStatusNoMemory);
+}
+
+TEST_F(ServedStore, WalkFetchesRowsInBatchesToTheEnd) {
+  StartAndConnect();
+  std::uint32_t next = 1;
+  for (bool end = false; !end;) {
+    const kvtree::WalkResult result = client.walk(kSubtree + "rows-next/" + std::to_string(next), 999);
+    ASSERT_EQ(result.status, kStatusOk);
+    ASSERT_FALSE(result.rows.empty());
+    for (const kvtree::Octets& row : result.rows) ASSERT_EQ(Text(row), std::to_string(next++));
+    end = result.end;
+  }
+  EXPECT_EQ(next, kRowCount + 1);
+}
+
+TEST_F(ServedStore, WalkStopsBeforeARowThatDoesNotFit) {
+  TestProvider::row_size = 1U << 20;
+  StartAndConnect();
+  const kvtree::WalkResult result = client.walk(kSubtree + "rows-next/1", 100);
+  EXPECT_EQ(result.status, kStatusOk);
+  EXPECT_EQ(result.rows.size(), 3U);
+  EXPECT_FALSE(result.end);
+}
+
+TEST_F(ServedStore, RecordThatFitsNoAnswerIsRefused) {
+  TestProvider::row_size = kvtree::kMaxAnswer;
+  StartAndConnect();
+  EXPECT_EQ(client.walk(kSubtree + "rows-next/1", 100).status, kStatusMessageTooLarge);
+  EXPECT_EQ(client.get(kSubtree + "rows-next/1").status, kStatusMessageTooLarge);
+  EXPECT_TRUE(client.connected());
+}
+
+TEST_F(ServedStore, WalkThatFailsOnTheWayHasNoRows) {
+  TestProvider::failing_row = 3;
+  StartAndConnect();
+  const kvtree::WalkResult result = client.walk(kSubtree + "rows-next/1", 100);
+  EXPECT_EQ(result.status, kStatusIo);
+  EXPECT_THAT(result.rows, IsEmpty());
+  EXPECT_FALSE(result.end);
+}
+
+TEST_F(ServedStore, ActionsSeeThePeersRightsAndAnswerTextWithEveryStatus) {
+  StartAndConnect();
+  const kvtree::ActionResult done = client.action({"act", "", "go"});
+  EXPECT_EQ(done.status, kStatusOk);
+  EXPECT_EQ(done.text, "may:go");
+  const kvtree::ActionResult refused = client.action({"act", "fail"});
+  EXPECT_EQ(refused.status, kStatusAccess);
+  EXPECT_EQ(refused.text, "may:fail");
+  EXPECT_EQ(client.action({"unknown"}).status, kStatusUnknownPath);
+  EXPECT_EQ(client.action({}).status, kStatusInvalid);
+  EXPECT_EQ(client.action({"long"}).status, kStatusMessageTooLarge);
+}
+
+TEST_F(ServedStore, RequestThatTheServerWouldRefuseIsNotSent) {
+  StartAndConnect();
+  EXPECT_EQ(client.action({"act", std::string(70000, 'x')}).status, kStatusMessageTooLarge);
+  EXPECT_EQ(client.action(std::vector<std::string>(257, "x")).status, kStatusMessageTooLarge);
+  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
+}
+
+TEST_F(ServedStore, TwoClientsAreServedSideBySide) {
+  StartAndConnect();
+  Client other(Client::default_socket(), 5000ms);
+  ASSERT_EQ(other.connect(), kStatusOk);
+  for (int i = 0; i < 100; ++i) {
+    const std::string key = std::to_string(i);
+    ASSERT_EQ(Text(client.get(kSubtree + "interface/red/" + key).record), "get/0 'red' " + key);
+    ASSERT_EQ(Text(other.get(kSubtree + "interface/blue/" + key).record), "get/0 'blue' " + key);
+  }
+}
+
+TEST_F(ServedStore, ThousandPipelinedRequestsAreAnsweredInOrder) {
+  Start();
+  wire::ClientSocket socket;
+  ASSERT_EQ(socket.connect(Client::default_socket(), 5000ms), kStatusOk);
+  std::thread sender([&] {
+    for (std::uint32_t i = 0; i < 1000; ++i) {
+      wire::Writer writer = socket.begin(kvtree::kGet, i);
+      writer.u8(0);
+      writer.text(kSubtree + "interface/red/" + std::to_string(i));
+      ASSERT_EQ(socket.send(), kStatusOk);
+    }
+  });
+  sender.join();
+  for (std::uint32_t i = 0; i < 1000; ++i) {
+    wire::Message message;
+    ASSERT_EQ(socket.receive(&message), kStatusOk);
+    ASSERT_EQ(message.request, i);
+    ASSERT_EQ(message.type, kvtree::kGet | kvtree::kAnswer);
+    wire::Reader reader(message.payload);
+    ASSERT_EQ(reader.u32(), kStatusOk);
+    EXPECT_EQ(reader.u32(), kKvKindRecord);
+    const wire::OctetSpan record = reader.octets();
+    EXPECT_EQ(std::string(record.begin(), record.end()), "get/0 'red' " + std::to_string(i));
+  }
+}
+
+TEST_F(ServedStore, ClientThatNeverReadsDoesNotDelayOthers) {
+  TestProvider::row_size = 1000;
+  StartAndConnect();
+  wire::ClientSocket silent;
+  ASSERT_EQ(silent.connect(Client::default_socket(), 5000ms), kStatusOk);
+  for (std::uint32_t i = 0; i < 100; ++i) {
+    wire::Writer writer = silent.begin(kvtree::kWalk, i);
+    writer.u8(0);
+    writer.u32(1000);
+    writer.text(kSubtree + "rows-next/1");
+    ASSERT_EQ(silent.send(), kStatusOk);
+  }
+  for (int i = 0; i < 10; ++i) ASSERT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
+}
+
+TEST_F(ServedStore, ClientThatVanishesWithinARequestDisturbsNobody) {
+  StartAndConnect();
+  const int fd = ConnectRaw();
+  ASSERT_EQ(write(fd, "MVPN\1\0", 6), 6);
+  close(fd);
+  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
+}
+
+// A payload for a message of this type.
+struct MalformedRequest {
+  const char* name;
+  std::uint16_t type;
+  wire::Octets payload;
+};
+
+std::vector<MalformedRequest> malformed_requests() {
+  wire::Octets left_over;
+  wire::Writer writer(&left_over);
+  writer.u8(0);
+  writer.text("/a");
+  writer.u8(0);
+  wire::Octets unknown_flag;
+  writer = wire::Writer(&unknown_flag);
+  writer.u8(2);
+  writer.text("/a");
+  wire::Octets too_many_words;
+  writer = wire::Writer(&too_many_words);
+  writer.u16(kvtree::kMaxActionWords + 1);
+  for (std::size_t i = 0; i <= kvtree::kMaxActionWords; ++i) writer.text("");
+  return {
+      {"unknown type", 99, {}},
+      {"empty get", kvtree::kGet, {}},
+      {"get with a length beyond its end", kvtree::kGet, {0, 0xff, 0xff, 0xff, 0xff, 'x'}},
+      {"get with octets left over", kvtree::kGet, left_over},
+      {"get with an unknown flag", kvtree::kGet, unknown_flag},
+      {"empty list", kvtree::kList, {}},
+      {"empty datalist", kvtree::kDatalist, {0}},
+      {"walk without a path", kvtree::kWalk, {0, 1, 0, 0, 0}},
+      {"action with fewer words than it says", kvtree::kAction, {2, 0, 1, 0, 0, 0, 'a'}},
+      {"action with too many words", kvtree::kAction, too_many_words},
+      {"empty subscription", kvtree::kSubscribe, {}},
+      {"acknowledgement of nothing", kvtree::kAcknowledge, {1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0}},
+      {"empty acknowledgement", kvtree::kAcknowledge, {}},
+      {"set of an unknown type", kvtree::kSet, {1, 0, 0, 0, '/', 9}},
+      {"empty deletion", kvtree::kDelete, {}},
+      {"empty nodes", kvtree::kNodes, {0, 0}},
+  };
+}
+
+TEST_F(ServedStore, MalformedRequestsCloseThatClientOnly) {
+  StartAndConnect();
+  for (const MalformedRequest& bad : malformed_requests()) {
+    SCOPED_TRACE(bad.name);
+    wire::ClientSocket socket;
+    ASSERT_EQ(socket.connect(Client::default_socket(), 5000ms), kStatusOk);
+    wire::Octets frame;
+    wire::begin_frame(&frame, bad.type, 1);
+    frame.insert(frame.end(), bad.payload.begin(), bad.payload.end());
+    wire::finish_frame(&frame, 0);
+    ASSERT_EQ(write(socket.fd(), frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
+    wire::Message message;
+    EXPECT_EQ(socket.receive(&message), kStatusNotConnected);
+    EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
+  }
+}
+
+TEST_F(ServedStore, MalformedRequestIsLogged) {
+  const int fd = ConnectRaw();
+  wire::Octets frame;
+  wire::begin_frame(&frame, 99, 1);
+  ASSERT_EQ(write(fd, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
+  ::testing::internal::CaptureStderr();
+  Run();
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr("kvtree: client 1 closed: a malformed request"));
+  close(fd);
+}
+
+TEST_F(ServedStore, ServingTwiceOnOneManagerIsRefused) {
+  EXPECT_EQ(kvtree_serve(manager), kStatusExists);
+  EXPECT_EQ(kvtree_serve(nullptr), kStatusInvalid);
+  fault_arm("kvtree_serve", kStatusIo);
+  EXPECT_EQ(kvtree_serve(manager), kStatusIo);
+}
+
+// --- Clients
+
+TEST_F(ServedStore, ClientWithoutAConnectionSaysSo) {
+  EXPECT_FALSE(client.connected());
+  EXPECT_EQ(client.fd(), -1);
+  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusNotConnected);
+  EXPECT_EQ(client.list(kSubtree, 1).status, kStatusNotConnected);
+  EXPECT_EQ(client.walk(kSubtree, 1).status, kStatusNotConnected);
+  EXPECT_EQ(client.action({"act"}).status, kStatusNotConnected);
+  EXPECT_EQ(client.subscribe(kSubtree).status, kStatusNotConnected);
+  EXPECT_EQ(client.acknowledge(1, 1), kStatusNotConnected);
+  EXPECT_EQ(client.nodes("/cfg/", 1).status, kStatusNotConnected);
+  EXPECT_EQ(client.set_text("/cfg/a", ""), kStatusNotConnected);
+  EXPECT_EQ(client.remove("/cfg/a"), kStatusNotConnected);
+  EXPECT_EQ(client.next_notification(1ms).status, kStatusNotConnected);
+  Client nobody(directory.path() + "/nobody");
+  EXPECT_EQ(nobody.connect(), kStatusNotConnected);
+}
+
+TEST_F(ServedStore, TimeoutClosesTheClientAndItConnectsAgain) {
+  Client hasty(Client::default_socket(), 20ms);
+  ASSERT_EQ(hasty.connect(), kStatusOk);
+  EXPECT_EQ(hasty.get(kSubtree + "scalars").status, kStatusTimedOut);  // nobody runs the loop
+  EXPECT_FALSE(hasty.connected());
+  Start();
+  Client patient(Client::default_socket(), 5000ms);
+  ASSERT_EQ(patient.connect(), kStatusOk);
+  EXPECT_EQ(patient.get(kSubtree + "scalars").status, kStatusOk);
+}
+
+TEST_F(ServedStore, ServerThatStopsIsNotConnected) {
+  ASSERT_EQ(client.connect(), kStatusOk);
+  Run();
+  kvtree_stop_serving(manager);
+  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusNotConnected);
+  EXPECT_FALSE(client.connected());
+}
+
+// A server that answers every connection with these octets.
+class LyingServer : public StoreTest {
+ protected:
+  // An answer to the first request of a client.
+  static wire::Octets Answer(std::uint16_t type, const wire::Octets& payload, std::uint32_t request = 1) {
+    wire::Octets frame;
+    wire::begin_frame(&frame, type, request);
+    frame.insert(frame.end(), payload.begin(), payload.end());
+    wire::finish_frame(&frame, 0);
+    return frame;
+  }
+  void ConnectTo(const wire::Octets& octets) {
+    event_set_acceptor(manager, [octets](int fd) {
+      EXPECT_EQ(write(fd, octets.data(), octets.size()), static_cast<ssize_t>(octets.size()));
+      fds().push_back(fd);
+    });
+    ASSERT_EQ(client.connect(), kStatusOk);
+    Run();
+  }
+  ~LyingServer() override {
+    for (const int fd : fds()) close(fd);
+    fds().clear();
+  }
+  static std::vector<int>& fds() {
+    static std::vector<int> all;
+    return all;
+  }
+  Client client{Client::default_socket(), 5000ms};
+};
+
+TEST_F(LyingServer, MalformedAnswersCloseTheClient) {
+  const wire::Octets ok{0, 0, 0, 0};
+  const auto with = [&](wire::Octets rest) {
+    rest.insert(rest.begin(), ok.begin(), ok.end());
+    return rest;
+  };
+  ConnectTo(Answer(kvtree::kGet | kvtree::kAnswer, ok));
+  EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
+  EXPECT_FALSE(client.connected());
+  ConnectTo(Answer(kvtree::kGet | kvtree::kAnswer, {0, 0}, 2));
+  EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
+  ConnectTo(Answer(kvtree::kList | kvtree::kAnswer, with({0xff, 0xff, 0xff, 0xff}), 3));
+  EXPECT_EQ(client.list("/a", 1).status, kStatusBadMessage);
+  ConnectTo(Answer(kvtree::kWalk | kvtree::kAnswer, with({1, 0xff, 0xff, 0xff, 0xff}), 4));
+  const kvtree::WalkResult walk = client.walk("/a", 1);
+  EXPECT_EQ(walk.status, kStatusBadMessage);
+  EXPECT_FALSE(walk.end);
+  ConnectTo(Answer(kvtree::kAction | kvtree::kAnswer, ok, 5));
+  EXPECT_EQ(client.action({"a"}).status, kStatusBadMessage);
+  ConnectTo(Answer(kvtree::kNotification, {1}, 0));
+  EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
+  EXPECT_FALSE(client.connected());
+}
+
+TEST_F(LyingServer, AnswerToAnotherRequestClosesTheClient) {
+  ConnectTo(Answer(kvtree::kGet | kvtree::kAnswer, {0, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0}, 9));
+  EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
+  EXPECT_FALSE(client.connected());
+  ConnectTo(Answer(kvtree::kList | kvtree::kAnswer, {0, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0}, 2));
+  EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
+}
+
+TEST_F(LyingServer, AnotherVersionIsAVersionMismatch) {
+  wire::Octets frame = Answer(wire::kTypeVersionMismatch, {}, 0);
+  frame[4] = wire::kVersion + 1;
+  ConnectTo(frame);
+  EXPECT_EQ(client.get("/a").status, kStatusVersionMismatch);
+  EXPECT_FALSE(client.connected());
+}
+
+}  // namespace

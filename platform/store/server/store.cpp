@@ -1,0 +1,237 @@
+// Connections, providers, subscriptions and nodes.
+//
+// A set or a deletion changes the tree at once and is queued for each subscriber; a function posted on their
+// event manager delivers it, so subscribers see changes one after the other and never inside the call that
+// made one. kvtree_deliver empties queues earlier, and the posted functions find nothing to deliver then.
+// What is posted holds the registrations weakly: after an unbind nothing more is delivered. What exists is
+// delivered inside the registering call, in the order in which it was last set, so that where one node takes
+// the place of another the later one has it then, too; and from a copy of the list, because an entry may
+// change the tree.
+#include "platform/store/server/store.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/core/base/fault.h"
+
+namespace kvtree {
+
+namespace {
+
+// The subscribers of one manager that have the change of this number in their queues.
+struct Telling {
+  std::uint64_t number;
+  EventManager* manager;
+  std::vector<std::weak_ptr<KvRegistration>> to;
+};
+
+std::string with_slash(std::string_view path) {
+  std::string text(path);
+  if (!text.ends_with('/')) text.push_back('/');
+  return text;
+}
+
+// The registrations' path is relative to the connection's.
+std::string registered_prefix(const KvConnection& connection, const char* path) {
+  return path == nullptr || *path == '\0' ? connection.path : with_slash(connection.path + path);
+}
+
+void deliver(const KvRegistration& registration, const KvUntold& change) {
+  const std::size_t item = change.path.rfind('/') + 1;
+  const KvNotification notification{std::string_view(change.path).substr(registration.prefix.size()),
+                                    {change.path.c_str() + item, change.events, change.value.get()}};
+  if (registration.entry) registration.entry(&notification);
+}
+
+// Delivers what is queued for the subscriber up to the change of this number; an entry may end the
+// subscription meanwhile.
+void deliver_up_to(std::uint64_t number, const std::weak_ptr<KvRegistration>& to) {
+  for (;;) {
+    const std::shared_ptr<KvRegistration> still = to.lock();
+    if (still == nullptr || still->untold.empty() || still->untold.front().number > number) return;
+    const KvUntold change = std::move(still->untold.front());
+    still->untold.pop_front();
+    deliver(*still, change);
+  }
+}
+
+void tell(const Telling& telling) {
+  for (const auto& subscriber : telling.to) deliver_up_to(telling.number, subscriber);
+}
+
+void replay(const KvRegistration& registration) {
+  const std::uint32_t events = (kKvEventCreated | kKvEventSet) & registration.events;
+  if (events == 0) return;
+  std::vector<KvUntold> existing;
+  const auto& nodes = store().nodes;
+  for (auto node = nodes.lower_bound(registration.prefix);
+       node != nodes.end() && node->first.starts_with(registration.prefix); ++node) {
+    existing.push_back({node->second.told, node->first, node->second.value, events});
+  }
+  std::ranges::sort(existing, {}, &KvUntold::number);
+  for (const KvUntold& change : existing) deliver(registration, change);
+}
+
+Status check_node_path(std::string_view path) {
+  if (path.size() < 2 || check_path(path) != kStatusOk) return kStatusInvalid;
+  return kStatusOk;
+}
+
+}  // namespace
+
+void tell_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
+                      std::uint32_t events) {
+  const std::uint64_t number = ++store().changes;
+  std::vector<std::shared_ptr<Telling>> tellings;  // one a manager, of which there are one or two
+  for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
+    const std::uint32_t wanted = events & registration->events;
+    if (wanted == 0 || !path.starts_with(registration->prefix)) continue;
+    const auto same_manager = [&](const auto& each) { return each->manager == registration->manager; };
+    auto telling = std::find_if(tellings.begin(), tellings.end(), same_manager);
+    if (telling == tellings.end()) {
+      tellings.push_back(std::make_shared<Telling>(Telling{number, registration->manager, {}}));
+      telling = std::prev(tellings.end());
+    }
+    registration->untold.push_back({number, path, value, wanted});
+    (*telling)->to.emplace_back(registration);
+  }
+  for (std::shared_ptr<Telling>& telling : tellings) {
+    EventManager* manager = telling->manager;
+    event_post(manager, [telling = std::move(telling)] { tell(*telling); });
+  }
+}
+
+Nodes::iterator put_node(const std::string& path, std::shared_ptr<const KvValue> value,
+                         Nodes::const_iterator place, bool is_quiet) {
+  const std::size_t before = store().nodes.size();
+  const auto node = store().nodes.insert_or_assign(place, path, StoredNode{std::move(value), ++store().told});
+  const bool created = store().nodes.size() > before;
+  if (!is_quiet)
+    tell_subscribers(path, node->second.value, created ? kKvEventCreated | kKvEventSet : kKvEventSet);
+  return node;
+}
+
+void erase_node(const std::string& path) {
+  if (store().nodes.erase(path) > 0) tell_subscribers(path, nullptr, kKvEventDeleted);
+}
+
+Store& store() {
+  static Store the_store;
+  return the_store;
+}
+
+bool is_bound(const KvConnection* connection) {
+  const auto& all = store().connections;
+  return connection != nullptr &&
+         std::any_of(all.begin(), all.end(), [&](const auto& each) { return each.get() == connection; });
+}
+
+Status register_notification(KvConnection* connection, const char* path, std::uint32_t events,
+                             std::function<void(const KvNotification*)> entry, EventManager* manager,
+                             KvRegistration** registration) {
+  if (const Status status = fault_check("kvtree_register_notification")) return status;
+  if (!is_bound(connection) || manager == nullptr) return kStatusInvalid;
+  const auto made = std::make_shared<KvRegistration>(
+      KvRegistration{connection, registered_prefix(*connection, path), events, std::move(entry), manager});
+  if (registration != nullptr) *registration = made.get();
+  store().registrations.push_back(made);
+  replay(*made);
+  return kStatusOk;
+}
+
+const Provider* find_provider(std::string_view path, std::string_view* relative) {
+  const Provider* best = nullptr;
+  for (const Provider& provider : store().providers) {
+    if (!path.starts_with(provider.prefix)) continue;
+    if (best == nullptr || provider.prefix.size() > best->prefix.size()) best = &provider;
+  }
+  if (best != nullptr) *relative = path.substr(best->prefix.size());
+  return best;
+}
+
+}  // namespace kvtree
+
+using kvtree::store;
+
+// The store is linked into the program that runs.
+const char* kvtree_library_path() {
+  const char* overridden = std::getenv("MPLS_VPN_MIB_KVTREE_LIBRARY");
+  return overridden != nullptr && *overridden != '\0' ? overridden : "/proc/self/exe";
+}
+
+Status kvtree_bind(KvConnection** connection, const char* path, std::uint32_t mode) {
+  if (const Status status = fault_check("kvtree_bind")) return status;
+  if (connection == nullptr || path == nullptr || mode > kKvBindProvider) return kStatusInvalid;
+  if (kvtree::check_path(path) != kStatusOk) return kStatusInvalid;
+  auto made = std::make_unique<KvConnection>(KvConnection{kvtree::with_slash(path), mode});
+  *connection = made.get();
+  store().connections.push_back(std::move(made));
+  return kStatusOk;
+}
+
+Status kvtree_unbind(KvConnection* connection) {
+  if (const Status status = fault_check("kvtree_unbind")) return status;
+  if (!kvtree::is_bound(connection)) return kStatusInvalid;
+  const auto of_connection = [&](const auto& each) { return each.connection == connection; };
+  std::erase_if(store().registrations, [&](const auto& each) { return of_connection(*each); });
+  std::erase_if(store().providers, of_connection);
+  std::erase_if(store().connections, [&](const auto& each) { return each.get() == connection; });
+  return kStatusOk;
+}
+
+Status kvtree_init_prov_functions(KvProviderFunctions* functions) {
+  if (const Status status = fault_check("kvtree_init_prov_functions")) return status;
+  if (functions == nullptr) return kStatusInvalid;
+  *functions = {};
+  return kStatusOk;
+}
+
+Status kvtree_register_prov2(KvConnection* connection, const char* path, EventManager* manager,
+                             const KvProviderFunctions* functions, std::uint32_t /*first*/,
+                             std::uint32_t /*second*/) {
+  if (const Status status = fault_check("kvtree_register_prov2")) return status;
+  if (!kvtree::is_bound(connection) || connection->mode != kKvBindProvider) return kStatusInvalid;
+  if (manager == nullptr || functions == nullptr) return kStatusInvalid;
+  kvtree::Provider provider{connection, kvtree::registered_prefix(*connection, path), *functions};
+  for (const kvtree::Provider& other : store().providers) {
+    if (other.prefix == provider.prefix) return kStatusExists;
+  }
+  store().providers.push_back(std::move(provider));
+  return kStatusOk;
+}
+
+Status kvtree_register_notification(KvConnection* connection, const char* path, std::uint32_t events,
+                                    KvNotificationEntry entry, EventManager* manager, std::uint32_t /*first*/,
+                                    std::uint32_t /*second*/, std::uint32_t /*third*/,
+                                    KvRegistration** registration) {
+  return kvtree::register_notification(connection, path, events, entry, manager, registration);
+}
+
+Status kvtree_set(std::string_view path, KvValue value) {
+  if (const Status status = fault_check("kvtree_set")) return status;
+  if (const Status status = kvtree::check_node_path(path)) return status;
+  kvtree::put_node(std::string(path), std::make_shared<const KvValue>(std::move(value)), store().nodes.end());
+  return kStatusOk;
+}
+
+Status kvtree_delete(std::string_view path) {
+  if (const Status status = fault_check("kvtree_delete")) return status;
+  if (const Status status = kvtree::check_node_path(path)) return status;
+  if (!store().nodes.contains(path)) return kStatusNoSuchRow;
+  kvtree::erase_node(std::string(path));
+  return kStatusOk;
+}
+
+void kvtree_deliver(std::string_view path) {
+  std::vector<std::weak_ptr<KvRegistration>> below;
+  for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
+    if (registration->prefix.starts_with(path)) below.emplace_back(registration);
+  }
+  for (const auto& subscriber : below) kvtree::deliver_up_to(store().changes, subscriber);
+}
+
+void kvtree_reset() {
+  store() = {};
+  kvtree::forget_compiled_tables();
+}

@@ -1,0 +1,137 @@
+// What the source files of the data store share. Not for other folders.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/core/wire/wire.h"
+#include "platform/store/configuration/config_tree.h"
+#include "platform/store/configuration/node_store.h"
+#include "platform/store/server/notification_queue.h"
+#include "platform/store/tree/key_text.h"
+#include "platform/store/tree/kvtree.h"
+
+// One request, below the provider's bind point.
+struct KvRequest {
+  std::string_view path;
+  bool structured;
+};
+
+// One change, below the subscriber's bind point. The texts live as long as the call that is given it.
+struct KvNotification {
+  std::string_view path;
+  KvNotifyInfo info;
+};
+
+struct KvConnection {
+  std::string path;  // ends in '/'
+  std::uint32_t mode;
+};
+
+// A change that was not delivered to a subscriber yet.
+struct KvUntold {
+  std::uint64_t number;  // in the order of the changes
+  std::string path;
+  std::shared_ptr<const KvValue> value;  // null for a deletion
+  std::uint32_t events;
+};
+
+struct KvRegistration {
+  const KvConnection* connection;
+  std::string prefix;  // ends in '/'
+  std::uint32_t events;
+  std::function<void(const KvNotification*)> entry;  // none: a missing handler
+  EventManager* manager;
+  std::deque<KvUntold> untold = {};
+};
+
+namespace kvtree {
+
+struct Provider {
+  const KvConnection* connection;
+  std::string prefix;  // ends in '/'
+  KvProviderFunctions functions;
+};
+
+struct Action {
+  KvAction function;
+  void* argument;
+};
+
+// The notifications kept for a named subscriber.
+struct RetainedQueue {
+  std::string path;
+  std::string name;
+  std::shared_ptr<NotificationQueue> queue;
+};
+
+// An observer of commits.
+struct ConfigObserver {
+  std::string path;
+  KvConfigObserver function;
+};
+
+struct StoredNode {
+  std::shared_ptr<const KvValue> value;
+  std::uint64_t told = 0;  // when it was last set: Store::told at that time
+};
+
+using Nodes = std::map<std::string, StoredNode, std::less<>>;
+
+// Everything that the process's data store holds. Notifications under way keep weak references to
+// registrations.
+struct Store {
+  std::vector<std::unique_ptr<KvConnection>> connections;
+  std::vector<std::shared_ptr<KvRegistration>> registrations;
+  std::vector<Provider> providers;
+  Nodes nodes;
+  std::uint64_t told = 0;     // how many times a node was set
+  std::uint64_t changes = 0;  // how many were queued for subscribers
+  std::vector<std::weak_ptr<const ConfigObserver>> observers;
+  ConfigTree configuration;  // what is in force of it is in `nodes`, too
+  std::map<std::string, Action, std::less<>> actions;
+  std::map<std::string, Status (*)(), std::less<>> guards;  // by the beginning of the paths
+  std::vector<RetainedQueue> retained;
+  std::shared_ptr<NodeStore> kept;  // null until it is needed
+  bool folding = false;             // a step of folding is posted
+};
+
+Store& store();
+
+// Sets a node and tells it, unless it `is_quiet`.
+// `place` is a hint: the node goes right before it if that keeps the order.
+Nodes::iterator put_node(const std::string& path, std::shared_ptr<const KvValue> value,
+                         Nodes::const_iterator place, bool is_quiet = false);
+// Deletes a node that is there and tells it.
+void erase_node(const std::string& path);
+// Posts a change (no value: a deletion) to whoever subscribed to one of these events of this path.
+void tell_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
+                      std::uint32_t events);
+
+// kvtree_register_notification for any function, and its fault point.
+[[nodiscard]] Status register_notification(KvConnection* connection, const char* path, std::uint32_t events,
+                                           std::function<void(const KvNotification*)> entry,
+                                           EventManager* manager, KvRegistration** registration);
+
+// The provider of this path (the longest prefix), or null; *relative is what stands below it.
+const Provider* find_provider(std::string_view path, std::string_view* relative);
+
+// The batched walk, row by row. The sink takes a row or answers false when there is no room for it.
+using RowSink = bool (*)(void* argument, const KvReply& row);
+Status walk_rows(std::string_view path, bool structured, std::uint32_t max_rows, RowSink sink, void* argument,
+                 bool* end);
+
+void forget_compiled_tables();
+
+bool is_bound(const KvConnection* connection);
+
+// The answer to one client's message: appends the answer's payload. False for a malformed request. The
+// connection is null where there is none (then nothing may be changed or subscribed to).
+bool answer_message(wire::Connection* from, const wire::Message& message, wire::Octets* answer);
+
+}  // namespace kvtree

@@ -1,0 +1,585 @@
+// Tests of binding, providers, subscriptions, nodes, lists, key texts and requests from within the process.
+#include "platform/store/server/store.h"
+
+#include <fstream>
+
+#include "platform/store/server/test_store.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// --- Key texts
+
+TEST(KeyText, EverythingButTheNamedOctetsIsEscaped) {
+  EXPECT_EQ(kvtree_encode_text("AZaz09_.:-"), "AZaz09_.:-");
+  EXPECT_EQ(kvtree_encode_text("a/b c%"), "a%2Fb%20c%25");
+  EXPECT_EQ(kvtree_encode_text("\xff"), "%FF");
+  EXPECT_EQ(kvtree_encode_text(""), "");
+  EXPECT_EQ(kvtree_encode_text("-"), "%2D");
+  EXPECT_EQ(kvtree_encode_text("--"), "--");
+}
+
+TEST(KeyText, EveryTextComesBack) {
+  std::string text;
+  for (int octet = 1; octet < 256; ++octet) text.push_back(static_cast<char>(octet));
+  for (const std::string& each : {text, std::string("-"), std::string(), std::string("red")}) {
+    char* encoded = nullptr;
+    char* decoded = nullptr;
+    ASSERT_EQ(kvtree_string_encode(each.c_str(), &encoded), kStatusOk);
+    ASSERT_EQ(kvtree_string_decode(encoded, &decoded), kStatusOk);
+    EXPECT_EQ(decoded, each);
+    std::free(encoded);
+    std::free(decoded);
+  }
+}
+
+TEST(KeyText, MalformedEscapesAreBadKeys) {
+  for (const char* encoded : {"%", "%4", "%4x", "a%00b"}) {
+    char* decoded = nullptr;
+    EXPECT_EQ(kvtree_string_decode(encoded, &decoded), kStatusBadKey) << encoded;
+    std::free(decoded);
+  }
+}
+
+TEST(KeyText, LowerCaseEscapesAreRead) {
+  char* decoded = nullptr;
+  ASSERT_EQ(kvtree_string_decode("%2f", &decoded), kStatusOk);
+  EXPECT_STREQ(decoded, "/");
+  std::free(decoded);
+}
+
+TEST(KeyText, MissingArgumentsAndFaultPointsFail) {
+  char* out = nullptr;
+  EXPECT_EQ(kvtree_string_encode(nullptr, &out), kStatusInvalid);
+  EXPECT_EQ(kvtree_string_decode(nullptr, &out), kStatusInvalid);
+  EXPECT_EQ(kvtree_string_encode("a", nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_string_decode("a", nullptr), kStatusInvalid);
+  {
+    const ScopedFault fault("kvtree_string_encode", kStatusNoMemory);
+    EXPECT_EQ(kvtree_string_encode("a", &out), kStatusNoMemory);
+  }
+  const ScopedFault fault("kvtree_string_decode", kStatusNoMemory);
+  EXPECT_EQ(kvtree_string_decode("a", &out), kStatusNoMemory);
+  EXPECT_EQ(out, nullptr);
+}
+
+// --- Lists
+
+TEST(Lists, DatalistIsReadInOrderAndAgain) {
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(kvtree_datalist_create(&list), kStatusOk);
+  ASSERT_EQ(kvtree_datalist_add(list, "red", 7, 0, "abc", 3), kStatusOk);
+  ASSERT_EQ(kvtree_datalist_add(list, "blue", 7, 0, nullptr, 0), kStatusOk);
+  for (int round = 0; round < 2; ++round) {
+    const char* key = nullptr;
+    const void* value = nullptr;
+    std::size_t length = 0;
+    ASSERT_EQ(kvtree_datalist_start(list), kStatusOk);
+    ASSERT_EQ(kvtree_datalist_next(list, &key, &value, &length), kStatusOk);
+    EXPECT_STREQ(key, "red");
+    EXPECT_EQ(std::string(static_cast<const char*>(value), length), "abc");
+    ASSERT_EQ(kvtree_datalist_next(list, &key, nullptr, &length), kStatusOk);
+    EXPECT_STREQ(key, "blue");
+    EXPECT_EQ(length, 0U);
+    EXPECT_EQ(kvtree_datalist_next(list, nullptr, nullptr, nullptr), kStatusEndOfList);
+  }
+  kvtree_datalist_free(list);
+}
+
+TEST(Lists, ItemStaysValidWhileTheListGrows) {
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(kvtree_datalist_create(&list), kStatusOk);
+  ASSERT_EQ(kvtree_datalist_add(list, "a short key", 7, 0, "value", 5), kStatusOk);
+  const char* key = nullptr;
+  const void* value = nullptr;
+  ASSERT_EQ(kvtree_datalist_next(list, &key, &value, nullptr), kStatusOk);
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(kvtree_datalist_add(list, "more", 7, 0, "m", 1), kStatusOk);
+  EXPECT_STREQ(key, "a short key");
+  EXPECT_EQ(std::memcmp(value, "value", 5), 0);
+  kvtree_datalist_free(list);
+}
+
+TEST(Lists, MissingArgumentsAreRefused) {
+  EXPECT_EQ(kvtree_list_create(nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_datalist_create(nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_list_add(nullptr, "a", 3, 0), kStatusInvalid);
+  EXPECT_EQ(kvtree_datalist_add(nullptr, "a", 7, 0, nullptr, 0), kStatusInvalid);
+  EXPECT_EQ(kvtree_datalist_start(nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_datalist_next(nullptr, nullptr, nullptr, nullptr), kStatusInvalid);
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(kvtree_datalist_create(&list), kStatusOk);
+  EXPECT_EQ(kvtree_datalist_add(list, nullptr, 7, 0, nullptr, 0), kStatusInvalid);
+  EXPECT_EQ(kvtree_datalist_add(list, "a", 7, 0, nullptr, 1), kStatusInvalid);
+  kvtree_datalist_free(list);
+  kvtree_list_free(nullptr);
+  kvtree_datalist_free(nullptr);
+}
+
+TEST(Lists, EachOperationFailsAtItsFaultPoint) {
+  KvList* list = nullptr;
+  KvDatalist* datalist = nullptr;
+  ASSERT_EQ(kvtree_list_create(&list), kStatusOk);
+  ASSERT_EQ(kvtree_datalist_create(&datalist), kStatusOk);
+  for (const char* name : {"kvtree_list_create", "kvtree_list_add", "kvtree_datalist_create",
+                           "kvtree_datalist_add", "kvtree_datalist_start", "kvtree_datalist_next"}) {
+    SCOPED_TRACE(name);
+    const ScopedFault fault(name, kStatusIo, 1, 0);
+    KvList* other = nullptr;
+    KvDatalist* other_datalist = nullptr;
+    const std::string_view point(name);
+    EXPECT_EQ(kvtree_list_create(&other), point == "kvtree_list_create" ? kStatusIo : kStatusOk);
+    EXPECT_EQ(kvtree_list_add(list, "a", 3, 0), point == "kvtree_list_add" ? kStatusIo : kStatusOk);
+    EXPECT_EQ(kvtree_datalist_create(&other_datalist),
+              point == "kvtree_datalist_create" ? kStatusIo : kStatusOk);
+    EXPECT_EQ(kvtree_datalist_add(datalist, "a", 7, 0, "x", 1),
+              point == "kvtree_datalist_add" ? kStatusIo : kStatusOk);
+    EXPECT_EQ(kvtree_datalist_start(datalist), point == "kvtree_datalist_start" ? kStatusIo : kStatusOk);
+    EXPECT_EQ(kvtree_datalist_next(datalist, nullptr, nullptr, nullptr),
+              point == "kvtree_datalist_next" ? kStatusIo : kStatusOk);
+    kvtree_list_free(other);
+    kvtree_datalist_free(other_datalist);
+  }
+  kvtree_list_free(list);
+  kvtree_datalist_free(datalist);
+}
+
+// --- Binding
+
+using Binding = StoreTest;
+
+TEST_F(Binding, BadPathsAndModesAreRefused) {
+  KvConnection* connection = nullptr;
+  for (const char* path : {static_cast<const char*>(nullptr), "", "cfg/gl"}) {
+    EXPECT_EQ(kvtree_bind(&connection, path, 0), kStatusInvalid);
+  }
+  EXPECT_EQ(kvtree_bind(&connection, ("/" + std::string(kKvMaxPath, 'a')).c_str(), 0), kStatusInvalid);
+  EXPECT_EQ(kvtree_bind(&connection, "/cfg/", 2), kStatusInvalid);
+  EXPECT_EQ(kvtree_bind(nullptr, "/cfg/", 0), kStatusInvalid);
+  EXPECT_EQ(connection, nullptr);
+}
+
+TEST_F(Binding, UnbindOfWhatIsNotBoundIsRefused) {
+  EXPECT_EQ(kvtree_unbind(nullptr), kStatusInvalid);
+  KvConnection* connection = Bind("/cfg/");
+  EXPECT_EQ(kvtree_unbind(connection), kStatusOk);
+  EXPECT_EQ(kvtree_unbind(connection), kStatusInvalid);
+}
+
+TEST_F(Binding, EachOperationFailsAtItsFaultPoint) {
+  KvConnection* connection = Bind("/cfg/");
+  KvConnection* other = nullptr;
+  KvProviderFunctions functions{};
+  fault_arm("kvtree_bind", kStatusIo);
+  fault_arm("kvtree_unbind", kStatusIo);
+  fault_arm("kvtree_init_prov_functions", kStatusIo);
+  fault_arm("kvtree_register_prov2", kStatusIo);
+  fault_arm("kvtree_register_notification", kStatusIo);
+  fault_arm("kvtree_set", kStatusIo);
+  fault_arm("kvtree_delete", kStatusIo);
+  fault_arm("kvtree_prov_notify", kStatusIo);
+  EXPECT_EQ(kvtree_bind(&other, "/cfg/", 0), kStatusIo);
+  EXPECT_EQ(kvtree_unbind(connection), kStatusIo);
+  EXPECT_EQ(kvtree_init_prov_functions(&functions), kStatusIo);
+  EXPECT_EQ(kvtree_register_prov2(connection, "", manager, &functions, 0, 1), kStatusIo);
+  EXPECT_EQ(kvtree_register_notification(connection, "", 7, note, manager, 0, 0, 4, nullptr), kStatusIo);
+  EXPECT_EQ(kvtree_set("/cfg/a", {}), kStatusIo);
+  EXPECT_EQ(kvtree_delete("/cfg/a"), kStatusIo);
+  EXPECT_EQ(kvtree_prov_notify(connection, nullptr), kStatusIo);
+  EXPECT_EQ(kvtree_unbind(connection), kStatusOk);
+}
+
+TEST_F(Binding, LibraryPathIsReadableAndCanBeOverridden) {
+  EXPECT_TRUE(std::ifstream(kvtree_library_path()).good());
+  setenv("MPLS_VPN_MIB_KVTREE_LIBRARY", "/no/such/library", 1);
+  EXPECT_STREQ(kvtree_library_path(), "/no/such/library");
+  unsetenv("MPLS_VPN_MIB_KVTREE_LIBRARY");
+}
+
+// --- Subscriptions
+
+using Subscriptions = StoreTest;
+
+TEST_F(Subscriptions, WhatExistsIsReplayedWhileRegistering) {
+  ASSERT_EQ(SetText("/cfg/gl/vmap/b", "two"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/gl/vmap/a", "one"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/gl/vmap2/c", "other subtree"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/gl/a", "other subtree"), kStatusOk);
+  Subscribe("/cfg/gl/vmap/", 7);
+  EXPECT_THAT(TakeTold(), ElementsAre("b 3 two", "a 3 one"));
+  Run();
+  EXPECT_THAT(TakeTold(), IsEmpty());
+}
+
+TEST_F(Subscriptions, ChangesComeThroughTheEventLoopInOrder) {
+  Subscribe("/cfg/gl/vmap/", 7);
+  ASSERT_EQ(SetText("/cfg/gl/vmap/a", "one"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/gl/vmap/a", "two"), kStatusOk);
+  ASSERT_EQ(kvtree_delete("/cfg/gl/vmap/a"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/gl/vmap/a", "three"), kStatusOk);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("a 3 one", "a 2 two", "a 4 none", "a 3 three"));
+}
+
+TEST_F(Subscriptions, SettingTheSameValueIsAChangeToo) {
+  Subscribe("/oper/rib_threshold/", 3);
+  ASSERT_EQ(SetText("/oper/rib_threshold/red/mid", "x"), kStatusOk);
+  ASSERT_EQ(SetText("/oper/rib_threshold/red/mid", "x"), kStatusOk);
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("mid 3 x", "mid 2 x"));
+}
+
+TEST_F(Subscriptions, EventMaskChoosesWhatIsTold) {
+  Subscribe("/cfg/", kKvEventCreated);
+  ASSERT_EQ(SetText("/cfg/a", "one"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/a", "two"), kStatusOk);
+  ASSERT_EQ(kvtree_delete("/cfg/a"), kStatusOk);
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("a 1 one"));
+  Subscribe("/cfg2/", kKvEventDeleted);
+  ASSERT_EQ(SetText("/cfg2/a", "one"), kStatusOk);
+  ASSERT_EQ(kvtree_delete("/cfg2/a"), kStatusOk);
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("a 4 none"));
+}
+
+TEST_F(Subscriptions, MaskWithoutSetsReplaysNothing) {
+  ASSERT_EQ(SetText("/cfg/a", "one"), kStatusOk);
+  Subscribe("/cfg/", kKvEventDeleted);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+}
+
+TEST_F(Subscriptions, EachSubscriberIsTold) {
+  Subscribe("/cfg/", 7);
+  Subscribe("/cfg/gl", 7);  // a missing slash is added
+  ASSERT_EQ(SetText("/cfg/gl/a", "one"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/glx", "two"), kStatusOk);
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("a 3 one", "a 3 one", "glx 3 two"));
+}
+
+TEST_F(Subscriptions, NothingIsDeliveredAfterTheUnbind) {
+  KvConnection* connection = Bind("/cfg/");
+  ASSERT_EQ(kvtree_register_notification(connection, "", 7, note, manager, 0, 0, 4, nullptr), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/a", "one"), kStatusOk);  // under way
+  ASSERT_EQ(kvtree_unbind(connection), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/a", "two"), kStatusOk);
+  Run();
+  EXPECT_THAT(TakeTold(), IsEmpty());
+}
+
+TEST_F(Subscriptions, MissingEntryDropsNotifications) {
+  ASSERT_EQ(SetText("/cfg/a", "one"), kStatusOk);
+  ASSERT_EQ(kvtree_register_notification(Bind("/cfg/"), "", 7, nullptr, manager, 0, 0, 4, nullptr),
+            kStatusOk);
+  ASSERT_EQ(SetText("/cfg/a", "two"), kStatusOk);
+  Run();
+  EXPECT_THAT(TakeTold(), IsEmpty());
+}
+
+TEST_F(Subscriptions, RegistrationPathIsBelowTheBindPoint) {
+  ASSERT_EQ(kvtree_register_notification(Bind("/cfg/"), "gl/vmap", 7, note, manager, 0, 0, 4, nullptr),
+            kStatusOk);
+  ASSERT_EQ(SetText("/cfg/gl/vmap/a", "one"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/gl/b", "two"), kStatusOk);
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("a 3 one"));
+}
+
+TEST_F(Subscriptions, NotificationTellsItsPathBelowTheBindPoint) {
+  static std::string path;
+  const auto entry = [](const KvNotification* notification) { path = kvtree_notify_path(notification); };
+  ASSERT_EQ(kvtree_register_notification(Bind("/cfg/gl/"), "", 7, entry, manager, 0, 0, 4, nullptr),
+            kStatusOk);
+  ASSERT_EQ(SetText("/cfg/gl/vmap/a", "one"), kStatusOk);
+  Run();
+  EXPECT_EQ(path, "vmap/a");
+}
+
+TEST_F(Subscriptions, EntryMayChangeTheTreeDuringTheReplay) {
+  ASSERT_EQ(SetText("/cfg/a", "one"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/b", "two"), kStatusOk);
+  const auto entry = [](const KvNotification* notification) {
+    note(notification);
+    if (kvtree_notify_info(notification)->whichevent != kKvEventDeleted) {
+      EXPECT_EQ(kvtree_delete("/cfg/" + std::string(kvtree_notify_info(notification)->item_name)), kStatusOk);
+    }
+  };
+  ASSERT_EQ(kvtree_register_notification(Bind("/cfg/"), "", 7, entry, manager, 0, 0, 4, nullptr), kStatusOk);
+  EXPECT_THAT(TakeTold(), ElementsAre("a 3 one", "b 3 two"));
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("a 4 none", "b 4 none"));
+}
+
+TEST_F(Subscriptions, WhatIsQueuedBelowAPathIsDeliveredOnRequest) {
+  Subscribe("/oper/a/", 7);
+  Subscribe("/cfg/", 7);
+  ASSERT_EQ(SetText("/oper/a/x", "one"), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/x", "other path"), kStatusOk);
+  ASSERT_EQ(kvtree_delete("/oper/a/x"), kStatusOk);
+  kvtree_deliver("/oper/a/");
+  EXPECT_THAT(TakeTold(), ElementsAre("x 3 one", "x 4 none"));
+  ASSERT_EQ(SetText("/oper/a/x", "two"), kStatusOk);
+  EXPECT_THAT(TakeTold(), IsEmpty());
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("x 3 other path", "x 3 two"));
+  kvtree_deliver("/oper/a/");
+  EXPECT_THAT(TakeTold(), IsEmpty());
+}
+
+TEST_F(Subscriptions, EntryMayUnbindWhileItsQueueIsDelivered) {
+  static KvConnection* connection = nullptr;
+  connection = Bind("/oper/");
+  const auto entry = [](const KvNotification* notification) {
+    note(notification);
+    EXPECT_EQ(kvtree_unbind(connection), kStatusOk);
+  };
+  ASSERT_EQ(kvtree_register_notification(connection, "", 7, entry, manager, 0, 0, 4, nullptr), kStatusOk);
+  ASSERT_EQ(SetText("/oper/x", "one"), kStatusOk);
+  ASSERT_EQ(SetText("/oper/x", "two"), kStatusOk);
+  kvtree_deliver("/oper/");
+  Run();
+  EXPECT_THAT(TakeTold(), ElementsAre("x 3 one"));
+}
+
+TEST_F(Subscriptions, BadArgumentsAreRefused) {
+  EXPECT_EQ(kvtree_register_notification(nullptr, "", 7, note, manager, 0, 0, 4, nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_register_notification(Bind("/cfg/"), "", 7, note, nullptr, 0, 0, 4, nullptr),
+            kStatusInvalid);
+  EXPECT_EQ(kvtree_set("cfg", {}), kStatusInvalid);
+  EXPECT_EQ(kvtree_set("/", {}), kStatusInvalid);
+  EXPECT_EQ(kvtree_set(std::string_view("/a\0b", 4), {}), kStatusInvalid);
+  EXPECT_EQ(kvtree_set("/" + std::string(kKvMaxPath, 'a'), {}), kStatusInvalid);
+  EXPECT_EQ(kvtree_delete("cfg"), kStatusInvalid);
+  EXPECT_EQ(kvtree_delete("/cfg/none"), kStatusNoSuchRow);
+}
+
+// --- Requests
+
+class Requests : public StoreTest {
+ protected:
+  Requests() { Provide(); }
+  static std::string Get(std::string_view path, bool structured = false) {
+    KvReply reply{};
+    const Status status = kvtree_get(path, structured, &reply);
+    std::string text = status == kStatusOk ? text_of(reply) : err_text(status);
+    std::free(reply.data);
+    return text;
+  }
+  Status Walk(std::string_view path, std::uint32_t max_rows) {
+    rows.clear();
+    std::vector<std::vector<std::uint8_t>> encoded;
+    const Status status = kvtree_walk(path, false, max_rows, &encoded, &end);
+    for (const auto& row : encoded) rows.emplace_back(row.begin(), row.end());
+    return status;
+  }
+  std::vector<std::string> rows;
+  bool end = false;
+};
+
+TEST_F(Requests, ReachTheProviderBelowItsBindPoint) {
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), "get/0 'red' 7");
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface-next/red/7", true), "get/3 'red' 7");
+}
+
+TEST_F(Requests, GuardedPathsAreAnsweredByTheGuardWhileItFails) {
+  static Status answer = kStatusOk;
+  answer = kStatusIo;
+  kvtree_guard("/oper/mpls_vpn/gl/interface", [] { return answer; });
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), err_text(kStatusIo));
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface-next/red/7"), err_text(kStatusIo));
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/interface-next/red/7", 3), kStatusIo);
+  KvListReply lists = {10, 0, nullptr, nullptr};
+  EXPECT_EQ(kvtree_list("/oper/mpls_vpn/gl/interface/red/7", false, &lists), kStatusIo);
+  EXPECT_EQ(kvtree_datalist("/oper/mpls_vpn/gl/interface/red/7", false, &lists), kStatusIo);
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/scalars"), "get/0");
+  answer = kStatusOk;
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), "get/0 'red' 7");
+}
+
+TEST_F(Requests, GuardMayEndItself) {
+  kvtree_guard("/oper/mpls_vpn/gl/interface", [] {
+    kvtree_guard("/oper/mpls_vpn/gl/interface", nullptr);
+    return kStatusIo;
+  });
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), err_text(kStatusIo));
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), "get/0 'red' 7");
+}
+
+TEST_F(Requests, PathsOfNobodyAreUnknown) {
+  for (const char* path : {"", "/", "/oper", "/oper/mpls_vpn/gl", "/cfg/a", "oper/mpls_vpn/gl/scalars"}) {
+    EXPECT_EQ(Get(path), err_text(kStatusUnknownPath)) << path;
+  }
+}
+
+TEST_F(Requests, OverlongPathsAndNulsAreRefused) {
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/vrf/" + std::string(kKvMaxPath, 'a')), err_text(kStatusMessageTooLarge));
+  EXPECT_EQ(Get(std::string_view("/oper/mpls_vpn/gl/interface/a\0b/1", 33)), err_text(kStatusBadKey));
+}
+
+TEST_F(Requests, MostSpecificProviderAnswers) {
+  KvConnection* special = nullptr;
+  ASSERT_EQ(kvtree_bind(&special, "/oper/mpls_vpn/gl/special", kKvBindProvider), kStatusOk);
+  KvProviderFunctions functions{};
+  functions.get = [](const KvRequest* request, KvReply* reply) {
+    put_text(reply, "special " + std::string(request->path));
+    return kStatusOk;
+  };
+  ASSERT_EQ(kvtree_register_prov2(special, "", manager, &functions, 0, 1), kStatusOk);
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/special/a"), "special a");
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/scalars"), "get/0");
+  ASSERT_EQ(kvtree_unbind(special), kStatusOk);
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/special/a"), err_text(kStatusUnknownPath));
+}
+
+TEST_F(Requests, ProviderRegistrationIsChecked) {
+  KvProviderFunctions functions{};
+  EXPECT_EQ(kvtree_register_prov2(provider, "", manager, &functions, 0, 1), kStatusExists);
+  EXPECT_EQ(kvtree_register_prov2(nullptr, "", manager, &functions, 0, 1), kStatusInvalid);
+  EXPECT_EQ(kvtree_register_prov2(Bind("/oper/other/"), "", manager, &functions, 0, 1), kStatusInvalid);
+  EXPECT_EQ(kvtree_register_prov2(provider, "below", nullptr, &functions, 0, 1), kStatusInvalid);
+  EXPECT_EQ(kvtree_register_prov2(provider, "below", manager, nullptr, 0, 1), kStatusInvalid);
+}
+
+TEST_F(Requests, ProviderWithoutAFunctionHasNoHandler) {
+  KvProviderFunctions functions{};
+  ASSERT_EQ(kvtree_register_prov2(provider, "empty", manager, &functions, 0, 1), kStatusOk);
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/empty/a"), err_text(kStatusNoHandler));
+  KvListReply reply{};
+  EXPECT_EQ(kvtree_list("/oper/mpls_vpn/gl/empty/a", false, &reply), kStatusNoHandler);
+  EXPECT_EQ(kvtree_datalist("/oper/mpls_vpn/gl/empty/a", false, &reply), kStatusNoHandler);
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/empty/a", 1), kStatusNoHandler);
+}
+
+TEST_F(Requests, ListsCarryTheMaximumToTheHandler) {
+  KvListReply reply{7, 0, nullptr, nullptr};
+  ASSERT_EQ(kvtree_list("/oper/mpls_vpn/gl/vrf-detail/red", false, &reply), kStatusOk);
+  EXPECT_EQ(TestProvider::last_max_items, 7U);
+  EXPECT_EQ(reply.count, 2U);
+  kvtree_list_free(reply.list);
+}
+
+TEST_F(Requests, WalkReadsRowsUntilTheMaximum) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/5", 3), kStatusOk);
+  EXPECT_THAT(rows, ElementsAre("5", "6", "7"));
+  EXPECT_FALSE(end);
+}
+
+TEST_F(Requests, WalkEndsWithTheLastRow) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/2499", 10), kStatusOk);
+  EXPECT_THAT(rows, ElementsAre("2499", "2500"));
+  EXPECT_TRUE(end);
+}
+
+TEST_F(Requests, WalkEndsWhereTheRuleSaysSo) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/short-next/1", 3), kStatusOk);
+  EXPECT_THAT(rows, ElementsAre("1", "2", "3"));
+  EXPECT_TRUE(end);
+}
+
+TEST_F(Requests, WalkThatFindsNoFirstRowIsNoSuchRow) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/2501", 10), kStatusNoSuchRow);
+  EXPECT_THAT(rows, IsEmpty());
+}
+
+TEST_F(Requests, WalkThatFailsOnTheWayAnswersTheFailureAndNoRows) {
+  TestProvider::failing_row = 7;
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/5", 10), kStatusIo);
+  EXPECT_THAT(rows, IsEmpty());
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/broken-next/1", 10), kStatusBadEncoding);
+}
+
+TEST_F(Requests, WalkReadsWhereTheRuleSendsItInstead) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/gap-next/2", 3), kStatusOk);
+  EXPECT_THAT(rows, ElementsAre("2", "4", "5"));
+  EXPECT_THAT(TestProvider::redirected_from,
+              ElementsAre("gap-next/2", "gap-next/3", "gap-next/4", "gap-next/5"));
+}
+
+TEST_F(Requests, RuleIsAskedWhenThereIsNoRowToo) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/gap-next/9999", 1), kStatusOk);
+  EXPECT_THAT(rows, ElementsAre("2500"));
+}
+
+TEST_F(Requests, RuleIsNotAskedAboutAFailure) {
+  TestProvider::failing_row = 5;
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/gap-next/5", 1), kStatusIo);
+  EXPECT_THAT(TestProvider::redirected_from, IsEmpty());
+}
+
+TEST_F(Requests, RedirectsOfOneRowAreBoundedAndThenTheAnswerCounts) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/lost-next/1", 1), kStatusOk);
+  EXPECT_THAT(rows, ElementsAre("7"));
+  EXPECT_EQ(TestProvider::redirected_from.size(), kKvMaxRedirects);
+}
+
+TEST_F(Requests, RedirectToAnOverlongPathIsRefused) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/lost-next/9", 1), kStatusMessageTooLarge);
+  EXPECT_THAT(rows, IsEmpty());
+}
+
+TEST_F(Requests, WalkIsBoundedWhateverIsAskedFor) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/1", 1000000), kStatusOk);
+  EXPECT_EQ(rows.size(), kKvMaxListItems);
+  EXPECT_FALSE(end);
+}
+
+TEST_F(Requests, WalkNeedsARuleAMaximumAndAKnownPath) {
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/scalars", 1), kStatusNoHandler);
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/1", 0), kStatusInvalid);
+  EXPECT_EQ(Walk("/nowhere/rows-next/1", 1), kStatusUnknownPath);
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/x", 1), kStatusBadKey);
+}
+
+TEST_F(Requests, EachOperationFailsAtItsFaultPoint) {
+  fault_arm("kvtree_get", kStatusIo);
+  fault_arm("kvtree_list", kStatusIo);
+  fault_arm("kvtree_datalist", kStatusIo);
+  fault_arm("kvtree_walk", kStatusIo);
+  KvListReply reply{};
+  EXPECT_EQ(Get("/oper/mpls_vpn/gl/scalars"), err_text(kStatusIo));
+  EXPECT_EQ(kvtree_list("/oper/mpls_vpn/gl/vrf-detail/a", false, &reply), kStatusIo);
+  EXPECT_EQ(kvtree_datalist("/oper/mpls_vpn/gl/vrf-detail/a", false, &reply), kStatusIo);
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/1", 1), kStatusIo);
+}
+
+// --- Actions
+
+using Actions = StoreTest;
+
+Status echo_action(const KvActionContext& context, const std::vector<std::string>& words, std::string* text,
+                   void* argument) {
+  *text = *static_cast<std::string*>(argument) + (context.may_change ? " may" : " may not");
+  for (const std::string& word : words) *text += " " + word;
+  return context.may_change ? kStatusOk : kStatusAccess;
+}
+
+TEST_F(Actions, RunWithTheirWordsAndArgument) {
+  std::string argument = "here";
+  std::string text;
+  ASSERT_EQ(kvtree_register_action("router", echo_action, &argument), kStatusOk);
+  EXPECT_EQ(kvtree_run_action({true}, {"router", "up", "ge0"}, &text), kStatusOk);
+  EXPECT_EQ(text, "here may router up ge0");
+  EXPECT_EQ(kvtree_run_action({false}, {"router"}, &text), kStatusAccess);
+  kvtree_unregister_action("router");
+  EXPECT_EQ(kvtree_run_action({true}, {"router"}, &text), kStatusUnknownPath);
+}
+
+TEST_F(Actions, RegistrationAndWordsAreChecked) {
+  std::string text;
+  EXPECT_EQ(kvtree_register_action(nullptr, echo_action, nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_register_action("", echo_action, nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_register_action("a", nullptr, nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_register_action("a", echo_action, nullptr), kStatusOk);
+  EXPECT_EQ(kvtree_register_action("a", echo_action, nullptr), kStatusExists);
+  EXPECT_EQ(kvtree_run_action({true}, {}, &text), kStatusInvalid);
+  kvtree_unregister_action(nullptr);
+  fault_arm("kvtree_register_action", kStatusIo);
+  EXPECT_EQ(kvtree_register_action("b", echo_action, nullptr), kStatusIo);
+  fault_arm("kvtree_run_action", kStatusIo);
+  EXPECT_EQ(kvtree_run_action({true}, {"a"}, &text), kStatusIo);
+}
+
+}  // namespace

@@ -1,0 +1,200 @@
+// Provider notifications: from kvtree_prov_notify through a queue for each subscriber to the subscribers.
+//
+// A subscription has a queue (notification_queue.h). That of a plain subscription lives as long as its
+// client; those of named subscribers are made by kvtree_retain_notifications and live in the store, whether
+// or not their subscriber is there. A client is sent as much as its queues' windows allow, when something
+// comes and when it acknowledges, so what waits is always in a queue, where it is counted, and never in a
+// socket's buffer.
+//
+// Sending may close a client, and with it its subscriptions: they are looked up anew after every message.
+#include <algorithm>
+
+#include "platform/core/base/fault.h"
+#include "platform/store/server/protocol.h"
+#include "platform/store/server/server.h"
+
+namespace kvtree {
+
+namespace {
+
+using wire::Reader;
+using wire::Writer;
+
+struct Place {
+  StoreServer* server;
+  std::uint64_t client;
+};
+
+// The clients that are subscribed to this queue: one at most, but for a plain queue that nobody else has.
+const Place* find_subscriber(const NotificationQueue* queue, Place* place) {
+  for (const auto& [manager, each] : servers()) {
+    for (const auto& [client, subscriptions] : each->subscriptions) {
+      for (const Subscription& subscription : subscriptions) {
+        if (subscription.queue.get() != queue) continue;
+        *place = {each.get(), client};
+        return place;
+      }
+    }
+  }
+  return nullptr;
+}
+
+// The queue for a new subscription, taken from whoever had it.
+Status find_queue(const wire::Connection& from, std::string_view path, std::string_view name,
+                  std::shared_ptr<NotificationQueue>* queue) {
+  if (name.empty()) {
+    *queue = std::make_shared<NotificationQueue>(
+        "a subscriber of " + std::string(path) + " (client " + std::to_string(from.id()) + ")", kPlainQueue);
+    return kStatusOk;
+  }
+  if (!from.may_change()) return kStatusAccess;
+  for (const RetainedQueue& retained : store().retained) {
+    if (retained.path == path && retained.name == name) *queue = retained.queue;
+  }
+  if (*queue == nullptr) return kStatusNoSuchRow;
+  Place former{};
+  if (find_subscriber(queue->get(), &former) == nullptr) return kStatusOk;
+  wire::Connection* connection = former.server->server.find(former.client);
+  if (connection == &from) return kStatusExists;
+  if (connection != nullptr) connection->close("another client subscribed by the same name");
+  return kStatusOk;
+}
+
+Status subscribe(wire::Connection* from, std::string_view path, std::string_view name,
+                 const Subscription** subscription) {
+  StoreServer* server = from == nullptr ? nullptr : server_of(from);
+  if (server == nullptr) return kStatusNotConnected;
+  if (const Status status = check_path(path)) return status;
+  if (server->subscriptions[from->id()].size() >= kMaxSubscriptions) return kStatusTooManyRequests;
+  std::shared_ptr<NotificationQueue> queue;
+  if (const Status status = find_queue(*from, path, name, &queue)) return status;
+  std::vector<Subscription>& all = server->subscriptions[from->id()];
+  all.push_back({static_cast<std::uint32_t>(all.size() + 1), std::string(path), std::move(queue)});
+  *subscription = &all.back();
+  return kStatusOk;
+}
+
+void send_one(wire::Connection* client, const Subscription& subscription,
+              const QueuedNotification& notification) {
+  wire::Octets payload;
+  Writer writer(&payload);
+  writer.u32(subscription.number);
+  writer.u64(notification.sequence);
+  writer.u64(notification.lost_before);
+  payload.insert(payload.end(), notification.content->begin(), notification.content->end());
+  client->send(kNotification, 0, payload);
+}
+
+// One message of the first subscription that has one; false when none has.
+bool send_next(StoreServer* server, std::uint64_t client) {
+  const auto found = server->subscriptions.find(client);
+  wire::Connection* connection = server->server.find(client);
+  if (found == server->subscriptions.end() || connection == nullptr) return false;
+  for (const Subscription& subscription : found->second) {
+    const QueuedNotification* notification = subscription.queue->next();
+    if (notification == nullptr) continue;
+    send_one(connection, subscription, *notification);
+    return true;
+  }
+  return false;
+}
+
+std::shared_ptr<const wire::Octets> make_content(const KvConnection& provider,
+                                                 const KvProviderNotification& notification) {
+  auto content = std::make_shared<wire::Octets>();
+  Writer writer(content.get());
+  writer.text(provider.path);
+  writer.text(notification.item_name);
+  writer.u32(notification.first);
+  writer.u32(notification.second);
+  writer.octets({notification.data, notification.length});
+  return content;
+}
+
+void push_to_queues(const std::string& provider, const std::shared_ptr<const wire::Octets>& content) {
+  for (const RetainedQueue& retained : store().retained) {
+    if (provider.starts_with(retained.path)) retained.queue->push(content);
+  }
+  for (const auto& [manager, each] : servers()) {
+    for (const auto& [client, subscriptions] : each->subscriptions) {
+      for (const Subscription& subscription : subscriptions) {
+        const bool plain =
+            std::none_of(store().retained.begin(), store().retained.end(),
+                         [&](const auto& retained) { return retained.queue == subscription.queue; });
+        if (plain && provider.starts_with(subscription.path)) subscription.queue->push(content);
+      }
+    }
+  }
+}
+
+void send_to_all() {
+  for (const auto& [manager, each] : servers()) {
+    std::vector<std::uint64_t> clients;
+    for (const auto& [client, subscriptions] : each->subscriptions) clients.push_back(client);
+    for (const std::uint64_t client : clients) send_notifications(each.get(), client);
+  }
+}
+
+}  // namespace
+
+void StoreServer::forget(std::uint64_t client) {
+  staged.erase(client);
+  const auto found = subscriptions.find(client);
+  if (found == subscriptions.end()) return;
+  for (const Subscription& subscription : found->second) subscription.queue->rewind();
+  subscriptions.erase(found);
+}
+
+bool answer_subscribe(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  const std::string_view path = request->text();
+  const std::string_view name = request->text();
+  if (!request->finished()) return false;
+  const Subscription* subscription = nullptr;
+  const Status status = subscribe(from, path, name, &subscription);
+  Writer writer(answer);
+  writer.u32(status);
+  if (status != kStatusOk) return true;
+  writer.u32(subscription->number);
+  writer.u64(subscription->queue->instance());
+  return true;
+}
+
+bool take_acknowledgement(StoreServer* server, const wire::Connection& from, const wire::Message& message) {
+  Reader reader(message.payload);
+  const std::uint32_t number = reader.u32();
+  const std::uint64_t sequence = reader.u64();
+  if (!reader.finished()) return false;
+  const auto found = server->subscriptions.find(from.id());
+  if (found == server->subscriptions.end() || number == 0 || number > found->second.size()) return false;
+  found->second[number - 1].queue->acknowledge(sequence);
+  return true;
+}
+
+void send_notifications(StoreServer* server, std::uint64_t client) {
+  while (send_next(server, client)) {
+  }
+}
+
+}  // namespace kvtree
+
+Status kvtree_retain_notifications(std::string_view path, std::string_view name, std::size_t limit) {
+  if (const Status status = fault_check("kvtree_retain_notifications")) return status;
+  if (kvtree::check_path(path) != kStatusOk || name.empty() || limit < 2) return kStatusInvalid;
+  for (const kvtree::RetainedQueue& other : kvtree::store().retained) {
+    if (other.path == path && other.name == name) return kStatusExists;
+  }
+  const std::string subscriber = "\"" + std::string(name) + "\" of " + std::string(path);
+  kvtree::store().retained.push_back(
+      {std::string(path), std::string(name), std::make_shared<kvtree::NotificationQueue>(subscriber, limit)});
+  return kStatusOk;
+}
+
+Status kvtree_prov_notify(KvConnection* connection, const KvProviderNotification* notification) {
+  if (const Status status = fault_check("kvtree_prov_notify")) return status;
+  if (!kvtree::is_bound(connection) || connection->mode != kKvBindProvider) return kStatusInvalid;
+  if (notification == nullptr || notification->item_name == nullptr) return kStatusInvalid;
+  if (notification->data == nullptr && notification->length != 0) return kStatusInvalid;
+  kvtree::push_to_queues(connection->path, kvtree::make_content(*connection, *notification));
+  kvtree::send_to_all();
+  return kStatusOk;
+}

@@ -1,0 +1,82 @@
+// For the data store's tests: the store with a provider, served by a thread of its own, and a client of it.
+#pragma once
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/store/client/client.h"
+#include "platform/store/server/protocol.h"
+#include "platform/store/server/store.h"
+#include "platform/store/server/test_store.h"
+
+inline const std::string kSubtree = "/oper/mpls_vpn/gl/";
+
+inline std::string Text(const kvtree::Octets& octets) {
+  return {octets.begin(), octets.end()};
+}
+
+inline Status fixed_action(const KvActionContext& context, const std::vector<std::string>& words,
+                           std::string* text, void*) {
+  *text = std::string(context.may_change ? "may:" : "may not:") + words.back();
+  return words.back() == "fail" ? kStatusAccess : kStatusOk;
+}
+
+inline Status long_action(const KvActionContext&, const std::vector<std::string>&, std::string* text, void*) {
+  text->assign(kvtree::kMaxAnswer, 'x');
+  return kStatusOk;
+}
+
+// The store, served by a thread of its own, so that blocking clients can be used.
+class ServedStore : public StoreTest {
+ protected:
+  ServedStore() {
+    Provide();
+    EXPECT_EQ(kvtree_register_action("act", fixed_action, nullptr), kStatusOk);
+    EXPECT_EQ(kvtree_register_action("long", long_action, nullptr), kStatusOk);
+    EXPECT_EQ(kvtree_serve(manager), kStatusOk);
+  }
+  ~ServedStore() override {
+    Stop();
+    kvtree_stop_serving(manager);
+  }
+  void Start() {
+    stopping = false;
+    thread = std::thread([this] {
+      std::array<unsigned char, 1024> buffer;
+      EventContext context{manager, buffer.data(), buffer.size(), 0};
+      while (!stopping) {
+        if (event_wait(&context) == 0) event_dispatch(&context);
+      }
+    });
+  }
+  void Stop() {
+    if (!thread.joinable()) return;
+    event_post(manager, [this] { stopping = true; });
+    thread.join();
+  }
+  // Runs a function on the store's thread, after what was posted before.
+  void OnStore(std::function<void()> function) { event_post(manager, std::move(function)); }
+  void StartAndConnect() {
+    Start();
+    ASSERT_EQ(client.connect(), kStatusOk);
+  }
+  int ConnectRaw() const {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, kvtree::Client::default_socket().c_str(), sizeof address.sun_path - 1);
+    EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    return fd;
+  }
+
+  kvtree::Client client{kvtree::Client::default_socket(), std::chrono::milliseconds(5000)};
+  std::thread thread;
+  bool stopping = false;
+};

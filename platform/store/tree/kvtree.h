@@ -1,0 +1,306 @@
+// Hierarchical, path-keyed data store, the providers' and subscribers' side. (client.h is the other side of
+// the socket.)
+//
+// Paths are components separated by '/'. A key component is written in its kind's text form (below). A
+// provider registers get, list and datalist functions for a subtree; a subscriber registers for the changes
+// below a path and is told what exists before the registering call returns. Both usually hand what they
+// receive to the path matcher (kvtree_match_*), which finds the first pattern of a routing table that fits,
+// decodes the key components and calls the handler.
+//
+// Key components. `s` text: every octet but [A-Za-z0-9_.:-] as %XX; a text "-" alone as %2D; an empty
+// component is the empty text. `n` unsigned decimal number. `i` interface name (as `s`). `ip4` dotted quad.
+// `ad` IPv4 or IPv6 address. `x` any text, kept as it stands. The component "-" is an absent key, and so is
+// every key component that the path ends before (a path may end early only where all the rest of the pattern
+// are keys).
+//
+// Forms: an entry with the mode kKvModeNext is form 1, any other form 0; a structured (XML) request adds 2.
+// In forms 2 and 3 text keys are handed over encoded, for the handler to decode with kvtree_string_decode.
+//
+// Main thread only. Every operation that can fail is a fault point of its own name.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+
+// --- What handlers receive -----------------------------------------------------------------------
+
+inline constexpr std::size_t kKvMaxArguments = 16;
+inline constexpr std::size_t kKvMaxPath = 1024;         // octets of a path
+inline constexpr std::uint32_t kKvMaxListItems = 1024;  // items of one list, datalist or walk answer
+
+struct KvArgument {
+  const char* text;             // s, i, x, ip4, ad: the terminated text; null for n
+  const std::uint32_t* number;  // n, and ip4 as a number in host order; null for texts
+};
+
+// The argument block of one request or notification. Bit n of absent_mask: argument n is absent; set for
+// every n from the number of the pattern's keys on.
+struct RequestArgs {
+  std::uint32_t absent_mask;
+  std::uint32_t form;
+  std::uint32_t count;  // key components in the pattern
+  KvArgument arg[kKvMaxArguments];
+};
+
+inline bool kvtree_absent(const RequestArgs* args, unsigned n) {
+  return (args->absent_mask >> n & 1U) != 0;
+}
+
+inline constexpr std::uint32_t kKvKindRecord = 7;  // an encoded record
+
+struct KvReply {
+  std::uint32_t kind;
+  std::uint8_t* data;  // malloc'ed; the data store frees it
+  std::size_t length;
+};
+
+// Lists hold keys, datalists keys and values. Item kinds are passed through to readers.
+struct KvList;
+struct KvDatalist;
+[[nodiscard]] Status kvtree_list_create(KvList** list);
+[[nodiscard]] Status kvtree_list_add(KvList* list, const char* key, std::uint32_t kind, std::uint32_t flags);
+void kvtree_list_free(KvList* list);
+[[nodiscard]] Status kvtree_datalist_create(KvDatalist** list);
+[[nodiscard]] Status kvtree_datalist_add(KvDatalist* list, const char* key, std::uint32_t kind,
+                                         std::uint32_t flags, const void* value, std::size_t length);
+// Positions before the first item; kStatusInvalid for null.
+[[nodiscard]] Status kvtree_datalist_start(KvDatalist* list);
+// The next item, valid until the list is freed; kStatusEndOfList after the last. Out arguments may be null.
+[[nodiscard]] Status kvtree_datalist_next(KvDatalist* list, const char** key, const void** value,
+                                          std::size_t* length);
+// The item where a reader that starts over and checks each item would stop: the first with this key, or the
+// first without a value if that stands before it. Constant time after the first call. kStatusEndOfList when
+// there is neither.
+[[nodiscard]] Status kvtree_datalist_find(KvDatalist* list, const char* wanted, const char** key,
+                                          const void** value, std::size_t* length);
+void kvtree_datalist_free(KvDatalist* list);
+
+struct KvListReply {
+  std::uint32_t max_items;  // the most items that the caller accepts
+  std::uint32_t count;      // items placed
+  KvList* list;             // set by list handlers; the data store frees it
+  KvDatalist* datalist;     // set by datalist handlers
+};
+
+enum class KvValueType : std::uint32_t { kNone = 0, kText = 1, kNumber = 2, kTuple = 3, kRecord = 7 };
+
+struct KvValue {
+  KvValueType type = KvValueType::kNone;
+  std::string text;
+  std::int64_t number = 0;
+  std::vector<std::int64_t> tuple;
+  std::vector<std::uint8_t> record;
+  bool operator==(const KvValue&) const = default;
+};
+
+inline constexpr std::uint32_t kKvEventCreated = 0x1;
+inline constexpr std::uint32_t kKvEventSet = 0x2;
+inline constexpr std::uint32_t kKvEventDeleted = 0x4;
+
+struct KvNotifyInfo {
+  const char* item_name;     // the last component of the path
+  std::uint32_t whichevent;  // kKvEvent bits
+  const KvValue* value;      // null for deletions
+  std::uint32_t scan = 0;    // backend_scan_in_progress when the notification was handed over by the matcher
+};
+
+using KvGetHandler = Status (*)(KvReply*, const RequestArgs*);
+using KvListHandler = Status (*)(KvListReply*, const RequestArgs*);
+using KvNotifyHandler = void (*)(const KvNotifyInfo*, const RequestArgs*);
+
+// --- Routing tables and the path matcher ---------------------------------------------------------
+
+inline constexpr std::uint32_t kKvModeNext = 0x100;  // the entry is asked for the row after the key
+
+struct KvHandlerEntry {
+  std::uint32_t mode = 0;
+  KvNotifyHandler notify = nullptr;
+  KvGetHandler get = nullptr;
+  KvListHandler list = nullptr;
+  KvListHandler datalist = nullptr;
+};
+
+// One pattern: literal components as they stand, key components as <s>, <n>, <i>, <ip4>, <ad>, <x>; for
+// example "interface-next/<s>/<n>"; <*> is a key that nobody reads: any text, and no argument. Patterns are
+// tried in table order; where two share their beginning, a literal that fits is tried before a key, and a
+// branch that fails further down is given up for the next one.
+struct KvRoute {
+  const char* pattern;
+  KvHandlerEntry handlers;
+};
+
+struct KvRoutingTable {
+  const KvRoute* routes;
+  std::size_t count;
+};
+
+// 1 while a subscriber is registering for what exists already; set by the daemon, shown to handlers in the
+// matcher's notifications (KvNotifyInfo::scan).
+extern std::uint32_t backend_scan_in_progress;
+
+struct KvRequest;       // one get, list or datalist request, below the provider's bind point
+struct KvNotification;  // one change, below the subscriber's bind point
+
+// kStatusUnknownPath, kStatusBadKey (no pattern fits and one would have, had a key decoded),
+// kStatusNoHandler, kStatusInvalid for a table with a malformed pattern (logged), or what the handler
+// answers. A table is compiled when it is first used; it and its patterns must outlive its use.
+[[nodiscard]] Status kvtree_match_get(const KvRequest* request, const KvRoutingTable* table, KvReply* reply);
+[[nodiscard]] Status kvtree_match_list(const KvRequest* request, const KvRoutingTable* table,
+                                       KvListReply* reply);
+[[nodiscard]] Status kvtree_match_datalist(const KvRequest* request, const KvRoutingTable* table,
+                                           KvListReply* reply);
+// A notification that fits no pattern, or whose entry has no handler, is dropped.
+void kvtree_match_notify(const KvNotification* notification, const KvRoutingTable* table);
+// The notification as a handler without a routing table needs it.
+const KvNotifyInfo* kvtree_notify_info(const KvNotification* notification);
+// The node's path below the subscriber's bind point, during the call.
+std::string_view kvtree_notify_path(const KvNotification* notification);
+
+// --- Binding, providers, subscriptions -----------------------------------------------------------
+
+struct KvConnection;
+struct KvRegistration;
+
+inline constexpr std::uint32_t kKvBindConfiguration = 0;
+inline constexpr std::uint32_t kKvBindProvider = 1;
+
+// The file that holds the data store's code (MPLS_VPN_MIB_KVTREE_LIBRARY overrides it): callers check that it
+// can be read before they use the store.
+const char* kvtree_library_path();
+
+[[nodiscard]] Status kvtree_bind(KvConnection** connection, const char* path, std::uint32_t mode);
+// Ends the connection and every registration made on it.
+[[nodiscard]] Status kvtree_unbind(KvConnection* connection);
+
+using KvProviderGet = Status (*)(const KvRequest*, KvReply*);
+using KvProviderList = Status (*)(const KvRequest*, KvListReply*);
+
+// How a batched walk goes on: forms the path (below the bind point) of the read that follows the row just
+// read at `path`. kStatusEndOfList when no row can follow. The rule stands beside the path that it belongs
+// to.
+//
+// Some "next" reads do not answer the row that follows: they may pass over rows, or repeat one. `redirect`,
+// where a path has it, is shown each answer (`row` is null for "no such row") before it counts. True: the
+// read at *path is to be made instead. After kKvMaxRedirects the answer counts whatever it is.
+struct KvWalkRule {
+  const char* first_component;  // "interface-next"
+  Status (*following)(const KvReply* row, std::string* path);
+  bool (*redirect)(std::string_view asked, const KvReply* row, std::string* path) = nullptr;
+};
+inline constexpr unsigned kKvMaxRedirects = 4;  // for one row
+
+struct KvProviderFunctions {
+  KvProviderGet get;
+  KvProviderList list;
+  KvProviderList datalist;
+  const KvWalkRule* walk_rules;
+  std::size_t walk_rule_count;
+};
+
+[[nodiscard]] Status kvtree_init_prov_functions(KvProviderFunctions* functions);  // clears the block
+[[nodiscard]] Status kvtree_register_prov2(KvConnection* connection, const char* path, EventManager* manager,
+                                           const KvProviderFunctions* functions, std::uint32_t first,
+                                           std::uint32_t second);
+using KvNotificationEntry = void (*)(const KvNotification*);
+// Replays what exists below the path (event kKvEventCreated | kKvEventSet) before it returns. A null entry is
+// a missing handler: the notifications are dropped. `events` has the kKvEvent bits wanted.
+[[nodiscard]] Status kvtree_register_notification(KvConnection* connection, const char* path,
+                                                  std::uint32_t events, KvNotificationEntry entry,
+                                                  EventManager* manager, std::uint32_t first,
+                                                  std::uint32_t second, std::uint32_t third,
+                                                  KvRegistration** registration);
+
+// --- Nodes ---------------------------------------------------------------------------------------
+
+// Sets (creates) or deletes one node of the tree; subscribers are told through their event manager, in order.
+// kStatusInvalid for a bad path. kvtree_delete: kStatusNoSuchRow for a node that is not there.
+// A set of a node that is new carries kKvEventCreated | kKvEventSet, every other set kKvEventSet; a
+// subscriber is told the bits that it asked for, and nothing when none is left.
+[[nodiscard]] Status kvtree_set(std::string_view path, KvValue value);
+[[nodiscard]] Status kvtree_delete(std::string_view path);
+// Delivers now, in order, what is queued for the subscribers whose path is this one or below it: for a change
+// after which a subscriber could not find any more what an earlier notification speaks of.
+void kvtree_deliver(std::string_view path);
+
+// What a provider tells on its own (a trap): sent to every client that watches a path of which the provider's
+// bind path is below or equal.
+struct KvProviderNotification {
+  const char* item_name;
+  std::uint32_t first;   // passed through
+  std::uint32_t second;  // passed through; the kind of the data
+  std::uint8_t reserved[12];
+  const std::uint8_t* data;
+  std::size_t length;
+};
+// kStatusInvalid for a null or non-provider connection or a missing item name. It does not wait for anybody.
+[[nodiscard]] Status kvtree_prov_notify(KvConnection* connection, const KvProviderNotification* notification);
+// From here on the notifications of the providers below the path are kept for the subscriber of this name, in
+// order, until it acknowledges them, whether or not it is there. Beyond `limit` the oldest are lost; the loss
+// is logged and told to the subscriber with the next one. kStatusExists when they are kept already,
+// kStatusInvalid for a bad path, no name or a limit below 2.
+[[nodiscard]] Status kvtree_retain_notifications(std::string_view path, std::string_view name,
+                                                 std::size_t limit);
+// Sets the nodes that earlier processes kept in the directory's configuration.db, and from here on keeps
+// there what is committed (config.h). Call before subscribers register and before the first commit
+// (kStatusExists). kStatusIo (logged) when the database cannot be used; one whose contents are unusable is
+// set aside and is no failure.
+[[nodiscard]] Status kvtree_keep_configuration(const std::string& directory);
+
+// --- Key texts -----------------------------------------------------------------------------------
+
+std::string kvtree_encode_text(std::string_view text);
+// C forms for handlers: *out is malloc'ed; on failure it may still be set and must be freed.
+[[nodiscard]] Status kvtree_string_encode(const char* text, char** out);
+// kStatusBadKey for a malformed escape or an escaped NUL.
+[[nodiscard]] Status kvtree_string_decode(const char* encoded, char** out);
+
+// --- In-process requests and the server ----------------------------------------------------------
+
+// Answers as the server does for a client's request on this (whole) path. The caller frees reply->data,
+// lists.
+[[nodiscard]] Status kvtree_get(std::string_view path, bool structured, KvReply* reply);
+[[nodiscard]] Status kvtree_list(std::string_view path, bool structured, KvListReply* reply);
+[[nodiscard]] Status kvtree_datalist(std::string_view path, bool structured, KvListReply* reply);
+// Rows from `path` on, by the walk rule of its first component below the provider. *end is set when no row
+// follows the last one. kStatusOk with rows so far when a later read fails with kStatusNoSuchRow; any other
+// failure, and every failure of the first read, is answered as it stands and without rows. kStatusNoHandler
+// without a rule, kStatusInvalid for a maximum of 0. At most kKvMaxListItems rows.
+[[nodiscard]] Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
+                                 std::vector<std::vector<std::uint8_t>>* rows, bool* end);
+
+// From here on the check runs before every request for a path that begins with this; a status other than
+// kStatusOk is the answer. For providers that have no other way to say that they cannot answer. The check may
+// end itself. Null ends it.
+void kvtree_guard(std::string_view path, Status (*check)());
+
+// Actions: commands of the process's own (not of the daemon) that change something, such as those of a source
+// ("router/..."). Words in, text (shown to the person) out.
+struct KvActionContext {
+  bool may_change;  // the peer is root, the process's own user, or in the administrators' group
+};
+using KvAction = Status (*)(const KvActionContext&, const std::vector<std::string>& words, std::string* text,
+                            void* argument);
+// kStatusExists for a name that is taken, kStatusInvalid for an empty name or no action.
+[[nodiscard]] Status kvtree_register_action(const char* name, KvAction action, void* argument);
+void kvtree_unregister_action(const char* name);
+
+// kStatusUnknownPath for an action that nobody registered, kStatusInvalid without words, or what the action
+// answers.
+[[nodiscard]] Status kvtree_run_action(const KvActionContext& context, const std::vector<std::string>& words,
+                                       std::string* text);
+
+// Serves clients on the manager's named socket. Limits: 64 clients, 64 KiB a request, 4 MiB an answer. A
+// client with 256 answers or 1 MiB of them unread is not read any more until it takes them; with 16 MiB
+// unread (answers and notifications) it is closed. Answers come in the order of the requests. kStatusExists
+// when it serves there already. Stop before the manager goes.
+[[nodiscard]] Status kvtree_serve(EventManager* manager);
+void kvtree_stop_serving(EventManager* manager);
+// Forgets connections, registrations, providers, nodes, actions and compiled tables; serving goes on. For
+// tests that start the daemon again.
+void kvtree_reset();

@@ -1,0 +1,259 @@
+// Compiling and matching of path patterns; see matcher.h.
+//
+// Matching goes down the tree and comes back where a branch fails (at most one level a component, so the
+// recursion is bounded by kMaxComponents). Where the path has ended, only keys are gone down, each absent.
+// Nothing is allocated: key texts are decoded into the match's own buffer, whose use is rolled back with the
+// branch.
+#include "platform/store/tree/matcher.h"
+
+#include <arpa/inet.h>
+
+#include <charconv>
+#include <cstring>
+
+#include "platform/core/base/log.h"
+#include "platform/store/tree/key_text.h"
+
+namespace kvtree {
+
+namespace {
+
+struct KindName {
+  std::string_view name;
+  NodeKind kind;
+};
+
+constexpr KindName kKindNames[] = {
+    {"<s>", NodeKind::kText},   {"<n>", NodeKind::kNumber},   {"<i>", NodeKind::kInterface},
+    {"<ip4>", NodeKind::kIpv4}, {"<ad>", NodeKind::kAddress}, {"<x>", NodeKind::kAny},
+    {"<*>", NodeKind::kPassed},
+};
+
+constexpr std::string_view kAbsentKey = "-";
+
+// Takes the first component off `rest`; false when there is none. `more` is false after the last one.
+bool take_component(std::string_view* rest, bool* more, std::string_view* component) {
+  if (!*more) return false;
+  const std::size_t slash = rest->find('/');
+  *component = rest->substr(0, slash);
+  *more = slash != std::string_view::npos;
+  *rest = *more ? rest->substr(slash + 1) : std::string_view{};
+  return true;
+}
+
+// --- Compiling
+
+// False for a key of an unknown kind.
+bool parse_component(std::string_view text, PatternNode* node) {
+  if (!text.starts_with('<')) {
+    node->literal = text;
+    return !text.empty();
+  }
+  for (const KindName& known : kKindNames) {
+    if (known.name == text) {
+      node->kind = known.kind;
+      return true;
+    }
+  }
+  return false;
+}
+
+// The child of `parent` that is like `wanted`: found, or put behind the last sibling that goes before it.
+int child_like(std::vector<PatternNode>* nodes, int parent, const PatternNode& wanted) {
+  const auto at = [nodes](int index) -> PatternNode& { return (*nodes)[static_cast<std::size_t>(index)]; };
+  int before = kNoNode;
+  for (int child = at(parent).child; child != kNoNode; child = at(child).sibling) {
+    if (at(child).kind == wanted.kind && at(child).literal == wanted.literal) return child;
+    if (wanted.kind != NodeKind::kLiteral || at(child).kind == NodeKind::kLiteral) before = child;
+  }
+  const int made = static_cast<int>(nodes->size());
+  nodes->push_back(wanted);
+  int& link = before == kNoNode ? at(parent).child : at(before).sibling;
+  at(made).sibling = link;
+  link = made;
+  return made;
+}
+
+bool add_pattern(CompiledTable* compiled, std::string_view pattern, int route) {
+  int node = 0;
+  unsigned keys = 0;
+  std::size_t components = 0;
+  std::string_view rest = pattern;
+  std::string_view component;
+  for (bool more = true; take_component(&rest, &more, &component);) {
+    PatternNode wanted;
+    if (++components > kMaxComponents || !parse_component(component, &wanted)) return false;
+    const bool is_argument = wanted.kind != NodeKind::kLiteral && wanted.kind != NodeKind::kPassed;
+    if (is_argument && ++keys > kKvMaxArguments) return false;
+    node = child_like(&compiled->nodes, node, wanted);
+  }
+  compiled->key_count.push_back(keys);
+  PatternNode& last = compiled->nodes[static_cast<std::size_t>(node)];
+  if (last.route == kNoNode) last.route = route;  // of two equal patterns the first counts
+  return true;
+}
+
+// --- Matching
+
+class Matching {
+ public:
+  Matching(const CompiledTable& table, bool encoded, PathMatch* match)
+      : nodes_(table.nodes), encoded_(encoded), match_(match) {}
+
+  // False when the path has more components than any pattern may have.
+  bool split(std::string_view path) {
+    std::string_view component;
+    for (bool more = !path.empty(); take_component(&path, &more, &component);) {
+      if (count_ == components_.size()) return false;
+      components_[count_++] = component;
+    }
+    return true;
+  }
+
+  // The route that fits from the children of `parent` on, or kNoNode.
+  int find(int parent, std::size_t component, unsigned keys) {
+    for (int child = node(parent).child; child != kNoNode; child = node(child).sibling) {
+      const int route = try_node(child, component, keys);
+      if (route != kNoNode) return route;
+    }
+    return kNoNode;
+  }
+
+  bool bad_key() const { return bad_key_; }
+
+ private:
+  const PatternNode& node(int index) const { return nodes_[static_cast<std::size_t>(index)]; }
+
+  int try_node(int index, std::size_t component, unsigned keys) {
+    const PatternNode& here = node(index);
+    const bool ended = component == count_;
+    if (here.kind == NodeKind::kLiteral) {
+      if (ended || here.literal != components_[component]) return kNoNode;
+      return below(index, component + 1, keys);
+    }
+    if (here.kind == NodeKind::kPassed) return below(index, ended ? component : component + 1, keys);
+    const std::size_t texts_used = texts_used_;
+    int route = kNoNode;
+    if (ended || components_[component] == kAbsentKey) {
+      set_absent(keys);
+      route = below(index, ended ? component : component + 1, keys + 1);
+    } else if (decode_key(here.kind, components_[component], keys)) {
+      route = below(index, component + 1, keys + 1);
+    } else if (below(index, component + 1, keys + 1) != kNoNode) {
+      bad_key_ = true;
+    }
+    if (route == kNoNode) texts_used_ = texts_used;
+    return route;
+  }
+
+  int below(int index, std::size_t component, unsigned keys) {
+    if (component == count_ && node(index).route != kNoNode) return node(index).route;
+    return find(index, component, keys);
+  }
+
+  void set_absent(unsigned key) {
+    match_->args.absent_mask |= 1U << key;
+    match_->args.arg[key] = {nullptr, nullptr};
+  }
+
+  bool decode_key(NodeKind kind, std::string_view text, unsigned key) {
+    match_->args.absent_mask &= ~(1U << key);
+    switch (kind) {
+      case NodeKind::kNumber:
+        return decode_number(text, key);
+      case NodeKind::kIpv4:
+        return decode_ipv4(text, key);
+      case NodeKind::kAddress:
+        return decode_address(text, key);
+      case NodeKind::kAny:
+        return keep_text(text, key);
+      default:
+        return encoded_ ? keep_text(text, key) : decode_escaped(text, key);
+    }
+  }
+
+  bool decode_number(std::string_view text, unsigned key) {
+    std::uint32_t* number = &match_->numbers[key];
+    const char* end = text.data() + text.size();
+    const auto [stopped, error] = std::from_chars(text.data(), end, *number);
+    match_->args.arg[key] = {nullptr, number};
+    return error == std::errc() && stopped == end;
+  }
+
+  bool decode_ipv4(std::string_view text, unsigned key) {
+    keep_text(text, key);
+    in_addr address{};
+    if (inet_pton(AF_INET, match_->args.arg[key].text, &address) != 1) return false;
+    match_->numbers[key] = ntohl(address.s_addr);
+    match_->args.arg[key].number = &match_->numbers[key];
+    return true;
+  }
+
+  bool decode_address(std::string_view text, unsigned key) {
+    keep_text(text, key);
+    const char* kept = match_->args.arg[key].text;
+    in6_addr address{};
+    return inet_pton(AF_INET, kept, &address) == 1 || inet_pton(AF_INET6, kept, &address) == 1;
+  }
+
+  bool keep_text(std::string_view text, unsigned key) {
+    char* place = match_->texts.data() + texts_used_;
+    std::memcpy(place, text.data(), text.size());
+    return close_text(place, text.size(), key);
+  }
+
+  bool decode_escaped(std::string_view text, unsigned key) {
+    char* place = match_->texts.data() + texts_used_;
+    std::size_t length = 0;
+    return decode_text(text, place, &length) == kStatusOk && close_text(place, length, key);
+  }
+
+  bool close_text(char* place, std::size_t length, unsigned key) {
+    place[length] = '\0';
+    texts_used_ += length + 1;
+    match_->args.arg[key] = {place, nullptr};
+    return true;
+  }
+
+  const std::vector<PatternNode>& nodes_;
+  bool encoded_;
+  PathMatch* match_;
+  std::array<std::string_view, kMaxComponents> components_;
+  std::size_t count_ = 0;
+  std::size_t texts_used_ = 0;
+  bool bad_key_ = false;
+};
+
+// Behind the last key every argument is absent, whatever branches that were given up left there.
+void clear_unused_arguments(RequestArgs* args) {
+  args->absent_mask |= ~0U << args->count;
+  for (std::size_t i = args->count; i < kKvMaxArguments; ++i) args->arg[i] = {nullptr, nullptr};
+}
+
+}  // namespace
+
+CompiledTable compile_table(const KvRoutingTable& table) {
+  CompiledTable compiled;
+  compiled.nodes.emplace_back();
+  for (std::size_t i = 0; i < table.count; ++i) {
+    const char* pattern = table.routes[i].pattern;
+    if (pattern == nullptr || !add_pattern(&compiled, pattern, static_cast<int>(i))) {
+      log_line("kvtree: malformed path pattern \"%s\"", pattern == nullptr ? "(none)" : pattern);
+      return compiled;
+    }
+  }
+  compiled.valid = true;
+  return compiled;
+}
+
+Status match_path(const CompiledTable& table, std::string_view path, bool encoded, PathMatch* match) {
+  Matching matching(table, encoded, match);
+  if (!matching.split(path)) return kStatusUnknownPath;
+  match->route = matching.find(0, 0, 0);
+  if (match->route == kNoNode) return matching.bad_key() ? kStatusBadKey : kStatusUnknownPath;
+  match->args.count = table.key_count[static_cast<std::size_t>(match->route)];
+  clear_unused_arguments(&match->args);
+  return kStatusOk;
+}
+
+}  // namespace kvtree

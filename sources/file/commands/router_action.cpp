@@ -1,0 +1,60 @@
+// See router_action.h. Checks what all commands have in common (known, allowed, number of arguments) and
+// hands over.
+#include "sources/file/commands/router_action.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "sources/file/commands/router_commands.h"
+
+namespace {
+
+const RouterCommand* find_command(const std::string& word) {
+  const auto& commands = router_commands();
+  const auto found = std::find_if(commands.begin(), commands.end(),
+                                  [&](const RouterCommand& command) { return word == command.word; });
+  return found == commands.end() ? nullptr : &*found;
+}
+
+std::string usage(const RouterCommand& command) {
+  std::string text = std::string("router ") + command.word;
+  if (*command.arguments != '\0') text += std::string(" ") + command.arguments;
+  return text;
+}
+
+std::string help() {
+  std::string text =
+      "The router comes from a file. These commands change it until the file is loaded again.\n";
+  for (const RouterCommand& command : router_commands()) {
+    text += "\n  " + usage(command) + "\n      " + command.help;
+  }
+  return text;
+}
+
+}  // namespace
+
+RouterAction::RouterAction(router::Router* model, std::function<Status(std::string*)> reload)
+    : model_(model), reload_(std::move(reload)) {}
+
+Status RouterAction::run(bool may_change, const std::vector<std::string>& words, std::string* text) {
+  text->clear();
+  if (words.size() < 2 || words[1] == "help") {
+    *text = help();
+    return kStatusOk;
+  }
+  const RouterCommand* command = find_command(words[1]);
+  if (command == nullptr) {
+    *text = "unknown command \"" + words[1] + "\"; \"router help\" lists them";
+    return kStatusInvalid;
+  }
+  if (command->changes && !may_change) {
+    *text = "changing the router is for root and the administrators' group";
+    return kStatusAccess;
+  }
+  const std::vector<std::string> arguments(words.begin() + 2, words.end());
+  if (arguments.size() < command->least_arguments || arguments.size() > command->most_arguments) {
+    *text = "usage: " + usage(*command);
+    return kStatusInvalid;
+  }
+  return command->run({model_, reload_, arguments, text});
+}

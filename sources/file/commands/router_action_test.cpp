@@ -1,0 +1,258 @@
+// The commands of the action "router".
+#include "sources/file/commands/router_action.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <stdexcept>
+
+#include "platform/core/base/fault.h"
+#include "sources/file/commands/router_commands.h"
+#include "sources/file/reader/router_file.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class RouterCommands : public ::testing::Test {
+ protected:
+  // Splits at blanks; '_' inside a word stands for one.
+  Status Say(const std::string& line, bool may_change = true) {
+    std::vector<std::string> words = {"router"};
+    std::istringstream stream(line);
+    for (std::string word; stream >> word;) {
+      std::replace(word.begin(), word.end(), '_', ' ');
+      words.push_back(word);
+    }
+    return action_.run(may_change, words, &text_);
+  }
+  void Do(const std::string& line) { ASSERT_EQ(Say(line), kStatusOk) << line << ": " << text_; }
+  const router::Interface& InterfaceNamed(const std::string& name) {
+    const router::Interface* interface = router_.find_interface_by_name(name);
+    if (interface == nullptr) throw std::runtime_error("no interface " + name);
+    return *interface;
+  }
+
+  router::Router router_;
+  int reloads_ = 0;
+  RouterAction action_{&router_, [this](std::string* text) {
+                         ++reloads_;
+                         *text = "loaded";
+                         return kStatusOk;
+                       }};
+  std::string text_;
+};
+
+TEST_F(RouterCommands, HelpListsEveryCommand) {
+  Do("");
+  for (const RouterCommand& command : router_commands()) EXPECT_THAT(text_, HasSubstr(command.word));
+  EXPECT_THAT(text_, HasSubstr("until the file is loaded again"));
+  const std::string without_words = text_;
+  Do("help");
+  EXPECT_EQ(text_, without_words);
+}
+
+TEST_F(RouterCommands, UnknownCommandIsRefused) {
+  EXPECT_EQ(Say("reboot"), kStatusInvalid);
+  EXPECT_EQ(text_, "unknown command \"reboot\"; \"router help\" lists them");
+}
+
+TEST_F(RouterCommands, EveryChangingCommandNeedsTheRight) {
+  for (const RouterCommand& command : router_commands()) {
+    if (std::string(command.word) == "show") continue;
+    EXPECT_EQ(Say(command.word, false), kStatusAccess) << command.word;
+    EXPECT_EQ(text_, "changing the router is for root and the administrators' group");
+  }
+  EXPECT_EQ(reloads_, 0);
+}
+
+TEST_F(RouterCommands, ShowIsForEverybody) {
+  EXPECT_EQ(Say("show", false), kStatusOk);
+}
+
+TEST_F(RouterCommands, WrongNumberOfWordsShowsTheUsage) {
+  EXPECT_EQ(Say("join ge0"), kStatusInvalid);
+  EXPECT_EQ(text_, "usage: router join NAME VRF");
+  EXPECT_EQ(Say("reload now"), kStatusInvalid);
+  EXPECT_EQ(text_, "usage: router reload");
+}
+
+TEST_F(RouterCommands, AddedVrfHasWhatWasSaid) {
+  Do("add-vrf red id 7 table 10 rd 65000:1 description the_red_one big");
+  EXPECT_EQ(text_, "VRF red created with id 7");
+  const router::Vrf* red = router_.find_vrf("red");
+  ASSERT_NE(red, nullptr);
+  EXPECT_EQ(red->id, 7U);
+  EXPECT_EQ(red->ipv4_table, 10U);
+  EXPECT_EQ(red->ipv6_table, 10U);
+  EXPECT_EQ(red->rd, "65000:1");
+  EXPECT_EQ(red->description, "the red one");
+  EXPECT_EQ(red->flags, router::kVrfFlagBig);
+}
+
+TEST_F(RouterCommands, VrfWithoutAnIdGetsItsTablesOrTheNextFreeOne) {
+  Do("add-vrf first");
+  EXPECT_EQ(router_.find_vrf("first")->id, 2U);
+  EXPECT_EQ(router_.find_vrf("first")->ipv4_table, 2U);
+  Do("add-vrf second table 50");
+  EXPECT_EQ(router_.find_vrf("second")->id, 50U);
+  Do("add-vrf third");
+  EXPECT_EQ(router_.find_vrf("third")->id, 51U);
+}
+
+TEST_F(RouterCommands, BadWordsOfAVrfAreNamed) {
+  EXPECT_EQ(Say("add-vrf red id 1"), kStatusInvalid);
+  EXPECT_EQ(text_, "\"1\" is not a valid id");
+  EXPECT_EQ(Say("add-vrf red id"), kStatusInvalid);
+  EXPECT_EQ(text_, "\"id\" takes a value");
+  EXPECT_EQ(Say("add-vrf red rd 5"), kStatusInvalid);
+  EXPECT_EQ(text_, "\"5\" is not a valid rd");
+  EXPECT_EQ(Say("add-vrf red small"), kStatusInvalid);
+  EXPECT_EQ(text_, "unknown word \"small\"");
+  EXPECT_EQ(Say("add-vrf " + std::string(32, 'v')), kStatusInvalid);
+  EXPECT_EQ(Say("add-vrf red description " + std::string(256, 'd')), kStatusInvalid);
+  EXPECT_EQ(router_.vrf_count(), 0U);
+}
+
+TEST_F(RouterCommands, WhatTheModelRefusesIsSaid) {
+  Do("add-vrf red id 7");
+  EXPECT_EQ(Say("add-vrf red id 8"), kStatusExists);
+  EXPECT_EQ(text_, "refused: File exists");
+  EXPECT_EQ(Say("add-vrf default"), kStatusInvalid);
+  EXPECT_EQ(Say("delete-vrf blue"), kStatusNoSuchRow);
+  EXPECT_EQ(text_, "refused: No such file or directory");
+}
+
+TEST_F(RouterCommands, DeletedVrfKeepsItsMembersNamingIt) {
+  Do("add-vrf red");
+  Do("add-interface ge0 index 1 vrf red");
+  Do("delete-vrf red");
+  EXPECT_EQ(router_.find_vrf("red"), nullptr);
+  EXPECT_EQ(InterfaceNamed("ge0").vrf, "red");
+}
+
+TEST_F(RouterCommands, ReferenceComesAndGoes) {
+  Do("reference later");
+  EXPECT_TRUE(router_.is_referenced("later"));
+  Do("unreference later");
+  EXPECT_FALSE(router_.is_referenced("later"));
+  EXPECT_EQ(Say("unreference later"), kStatusNoSuchRow);
+}
+
+TEST_F(RouterCommands, AddedInterfaceHasWhatWasSaid) {
+  Do("add-interface ge0 index 5 down vrf red address 10.0.0.1/24 address 2001:db8::1/64 description to_red");
+  const router::Interface& ge0 = InterfaceNamed("ge0");
+  EXPECT_EQ(ge0.index, 5U);
+  EXPECT_FALSE(ge0.up);
+  EXPECT_EQ(ge0.vrf, "red");
+  EXPECT_EQ(ge0.addresses.size(), 2U);
+  EXPECT_EQ(ge0.description, "to red");
+  Do("add-interface ge1 index 6");
+  EXPECT_TRUE(InterfaceNamed("ge1").up);
+  Do("add-interface ge2 index 7 down up");
+  EXPECT_TRUE(InterfaceNamed("ge2").up);
+}
+
+TEST_F(RouterCommands, BadWordsOfAnInterfaceAreNamed) {
+  EXPECT_EQ(Say("add-interface ge0"), kStatusInvalid);
+  EXPECT_EQ(text_, "an interface needs an index");
+  EXPECT_EQ(Say("add-interface ge0 index 2147483648"), kStatusInvalid);
+  EXPECT_EQ(Say("add-interface ge0 index 1 address 10.0.0"), kStatusInvalid);
+  EXPECT_EQ(text_, "\"10.0.0\" is not a valid address");
+  EXPECT_EQ(Say("add-interface ge0 index 1 vrf " + std::string(32, 'v')), kStatusInvalid);
+  EXPECT_EQ(Say("add-interface " + std::string(64, 'i') + " index 1"), kStatusInvalid);
+  EXPECT_EQ(router_.interface_count(), 0U);
+}
+
+TEST_F(RouterCommands, InterfaceGoesUpDownAndAway) {
+  Do("add-interface ge0 index 5");
+  Do("down ge0");
+  EXPECT_EQ(text_, "interface ge0 is down");
+  EXPECT_FALSE(InterfaceNamed("ge0").up);
+  Do("up ge0");
+  EXPECT_TRUE(InterfaceNamed("ge0").up);
+  Do("delete-interface ge0");
+  EXPECT_EQ(text_, "interface ge0 removed");
+  EXPECT_EQ(router_.interface_count(), 0U);
+}
+
+TEST_F(RouterCommands, InterfaceJoinsMovesAndLeaves) {
+  Do("add-interface ge0 index 5");
+  Do("join ge0 red");
+  EXPECT_EQ(text_, "interface ge0 is in VRF red");
+  EXPECT_EQ(InterfaceNamed("ge0").vrf, "red");
+  Do("move ge0 blue");
+  EXPECT_EQ(InterfaceNamed("ge0").vrf, "blue");
+  Do("leave ge0");
+  EXPECT_EQ(text_, "interface ge0 is in no VRF");
+  EXPECT_EQ(InterfaceNamed("ge0").vrf, "default");
+}
+
+TEST_F(RouterCommands, AddressesComeAndGo) {
+  Do("add-interface ge0 index 5 address 10.0.0.1/24");
+  Do("add-address ge0 10.0.1.1/24");
+  EXPECT_EQ(InterfaceNamed("ge0").addresses.size(), 2U);
+  EXPECT_EQ(Say("add-address ge0 10.0.1.1/30"), kStatusExists);
+  Do("delete-address ge0 10.0.0.1");
+  ASSERT_EQ(InterfaceNamed("ge0").addresses.size(), 1U);
+  EXPECT_EQ(router::format_address(InterfaceNamed("ge0").addresses[0]), "10.0.1.1/24");
+  EXPECT_EQ(Say("delete-address ge0 10.0.0.1"), kStatusNoSuchRow);
+  EXPECT_EQ(Say("add-address ge0 10.0.1"), kStatusInvalid);
+  EXPECT_EQ(Say("delete-address ge0 10.0.1"), kStatusInvalid);
+}
+
+TEST_F(RouterCommands, UnknownInterfaceIsNamed) {
+  for (const char* command : {"delete-interface ge9", "up ge9", "down ge9", "join ge9 red", "leave ge9",
+                              "add-address ge9 10.0.0.1", "delete-address ge9 10.0.0.1"}) {
+    EXPECT_EQ(Say(command), kStatusNoSuchRow) << command;
+    EXPECT_EQ(text_, "there is no interface \"ge9\"") << command;
+  }
+}
+
+TEST_F(RouterCommands, ReloadAsksTheSource) {
+  Do("reload");
+  EXPECT_EQ(reloads_, 1);
+  EXPECT_EQ(text_, "loaded");
+}
+
+TEST_F(RouterCommands, ShowSaysEverything) {
+  Do("add-vrf red id 7 rd 1:1 big description the_red_one");
+  Do("reference later");
+  Do("add-interface ge0 index 5 vrf red address 10.0.0.1/24");
+  Do("add-interface ge1 index 6 vrf gone down description spare");
+  Do("show");
+  EXPECT_EQ(text_,
+            "1 VRF, 2 interfaces\n"
+            "vrf red id 7 ipv4-table 7 ipv6-table 7 rd 1:1 big description \"the red one\"\n"
+            "vrf later referenced\n"
+            "interface ge0 index 5 up vrf red 10.0.0.1/24\n"
+            "interface ge1 index 6 down vrf gone (no such VRF) description \"spare\"");
+}
+
+TEST_F(RouterCommands, ShowOfANameSaysOnlyThat) {
+  Do("add-vrf red id 7");
+  Do("add-vrf blue id 8");
+  Do("reference later");
+  Do("add-interface ge0 index 5 vrf red");
+  Do("add-interface ge1 index 6 vrf blue");
+  Do("show red");
+  EXPECT_EQ(text_, "vrf red id 7 ipv4-table 7 ipv6-table 7\ninterface ge0 index 5 up vrf red");
+  Do("show ge1");
+  EXPECT_EQ(text_, "interface ge1 index 6 up vrf blue");
+  Do("show later");
+  EXPECT_EQ(text_, "vrf later referenced");
+  EXPECT_EQ(Say("show nothing"), kStatusNoSuchRow);
+  EXPECT_EQ(text_, "there is no VRF and no interface \"nothing\"");
+}
+
+TEST_F(RouterCommands, ShowOfALargeRouterIsBounded) {
+  for (std::uint32_t number = 2; number < 1203; ++number) Do("add-vrf v" + std::to_string(number));
+  Do("show");
+  EXPECT_THAT(text_, HasSubstr("vrf v1001 "));
+  EXPECT_THAT(text_, Not(HasSubstr("vrf v1002 ")));
+  EXPECT_THAT(text_, HasSubstr("... and 201 more VRFs"));
+}
+
+}  // namespace

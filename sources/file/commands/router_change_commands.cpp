@@ -1,0 +1,270 @@
+// The commands of the action "router" that change the model. Each checks its words, makes one change and says
+// what it did; whether the change can be made is the model's to decide, so that a command cannot do what a
+// source could not.
+#include "sources/file/commands/router_commands.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+
+#include "sources/file/commands/router_words.h"
+#include "sources/file/reader/router_file.h"
+
+namespace {
+
+using router::Address;
+using router::Interface;
+using router::kDefaultVrf;
+using router::Vrf;
+using router_words::apply_options;
+using router_words::Option;
+using router_words::parse_number;
+using router_words::quoted;
+using router_words::refuse;
+using router_words::report;
+
+Status unknown_interface(const RouterCommandContext& context, const std::string& name) {
+  *context.text = "there is no interface " + quoted(name);
+  return kStatusNoSuchRow;
+}
+
+bool is_description(const std::string& text) {
+  const auto is_control = [](char octet) {
+    return static_cast<unsigned char>(octet) < 0x20 || octet == 0x7f;
+  };
+  return text.size() <= router_file::kDescriptionMax && std::none_of(text.begin(), text.end(), is_control);
+}
+
+constexpr std::uint32_t kNumberMax = std::numeric_limits<std::uint32_t>::max();
+
+constexpr Option<Vrf> kVrfOptions[] = {
+    {"id", true,
+     [](const std::string& value, Vrf* vrf) {
+       return parse_number(value, router_file::kFirstVrfId, kNumberMax, &vrf->id);
+     }},
+    {"table", true,
+     [](const std::string& value, Vrf* vrf) {
+       if (!parse_number(value, 1, kNumberMax, &vrf->ipv4_table)) return false;
+       vrf->ipv6_table = vrf->ipv4_table;
+       return true;
+     }},
+    {"rd", true,
+     [](const std::string& value, Vrf* vrf) {
+       vrf->rd = value;
+       return router_file::valid_route_distinguisher(value);
+     }},
+    {"description", true,
+     [](const std::string& value, Vrf* vrf) {
+       vrf->description = value;
+       return is_description(value);
+     }},
+    {"big", false,
+     [](const std::string&, Vrf* vrf) {
+       vrf->flags |= router::kVrfFlagBig;
+       return true;
+     }},
+};
+
+constexpr Option<Interface> kInterfaceOptions[] = {
+    {"index", true,
+     [](const std::string& value, Interface* interface) {
+       return parse_number(value, 1, router_file::kIndexMax, &interface->index);
+     }},
+    {"vrf", true,
+     [](const std::string& value, Interface* interface) {
+       interface->vrf = value;
+       return router::valid_vrf_name(value);
+     }},
+    {"address", true,
+     [](const std::string& value, Interface* interface) {
+       return router::parse_address(value, &interface->addresses.emplace_back());
+     }},
+    {"description", true,
+     [](const std::string& value, Interface* interface) {
+       interface->description = value;
+       return is_description(value);
+     }},
+    {"up", false,
+     [](const std::string&, Interface* interface) {
+       interface->up = true;
+       return true;
+     }},
+    {"down", false,
+     [](const std::string&, Interface* interface) {
+       interface->up = false;
+       return true;
+     }},
+};
+
+// --- VRFs
+
+// One above the largest in use; 0 when there is none.
+std::uint32_t free_vrf_id(const router::Router& model) {
+  std::uint32_t largest = router_file::kFirstVrfId - 1;
+  model.for_each_vrf([&](const Vrf& vrf) { largest = std::max(largest, vrf.id); });
+  return largest + 1;
+}
+
+void complete_vrf(const router::Router& model, Vrf* vrf) {
+  if (vrf->id == 0 && vrf->ipv4_table >= router_file::kFirstVrfId) vrf->id = vrf->ipv4_table;
+  if (vrf->id == 0) vrf->id = free_vrf_id(model);
+  if (vrf->ipv4_table == 0) vrf->ipv4_table = vrf->ipv6_table = vrf->id;
+}
+
+Status add_vrf(const RouterCommandContext& context) {
+  Vrf vrf;
+  vrf.name = context.arguments[0];
+  if (!router::valid_vrf_name(vrf.name)) return refuse(context, quoted(vrf.name) + " is not a VRF name");
+  if (const Status status = apply_options(context, 1, kVrfOptions, &vrf)) return status;
+  complete_vrf(*context.model, &vrf);
+  return report(context, context.model->create_vrf(vrf),
+                "VRF " + vrf.name + " created with id " + std::to_string(vrf.id));
+}
+
+Status delete_vrf(const RouterCommandContext& context) {
+  const std::string& name = context.arguments[0];
+  return report(context, context.model->delete_vrf(name), "VRF " + name + " deleted");
+}
+
+Status reference_vrf(const RouterCommandContext& context) {
+  const std::string& name = context.arguments[0];
+  return report(context, context.model->reference_vrf(name), "VRF " + name + " is named");
+}
+
+Status unreference_vrf(const RouterCommandContext& context) {
+  const std::string& name = context.arguments[0];
+  return report(context, context.model->unreference_vrf(name), "VRF " + name + " is not named any more");
+}
+
+// --- Interfaces
+
+Status add_interface(const RouterCommandContext& context) {
+  Interface interface;
+  interface.name = context.arguments[0];
+  interface.up = true;
+  if (!router::valid_interface_name(interface.name)) {
+    return refuse(context, quoted(interface.name) + " is not an interface name");
+  }
+  if (const Status status = apply_options(context, 1, kInterfaceOptions, &interface)) return status;
+  if (interface.index == 0) return refuse(context, "an interface needs an index");
+  return report(context, context.model->add_interface(interface), "interface " + interface.name + " added");
+}
+
+Status delete_interface(const RouterCommandContext& context) {
+  const std::string name = context.arguments[0];
+  const Interface* interface = context.model->find_interface_by_name(name);
+  if (interface == nullptr) return unknown_interface(context, name);
+  return report(context, context.model->remove_interface(interface->handle),
+                "interface " + name + " removed");
+}
+
+// Makes `change` in a copy of the named interface and gives it to the model.
+template <typename Change>
+Status change_interface(const RouterCommandContext& context, const std::string& done, Change change) {
+  const Interface* interface = context.model->find_interface_by_name(context.arguments[0]);
+  if (interface == nullptr) return unknown_interface(context, context.arguments[0]);
+  Interface changed = *interface;
+  if (const Status status = change(&changed)) return status;
+  return report(context, context.model->change_interface(changed), "interface " + changed.name + done);
+}
+
+Status set_state(const RouterCommandContext& context, bool up) {
+  return change_interface(context, up ? " is up" : " is down", [up](Interface* interface) {
+    interface->up = up;
+    return kStatusOk;
+  });
+}
+
+Status interface_up(const RouterCommandContext& context) {
+  return set_state(context, true);
+}
+Status interface_down(const RouterCommandContext& context) {
+  return set_state(context, false);
+}
+
+Status move_interface(const RouterCommandContext& context, const std::string& vrf) {
+  const std::string& name = context.arguments[0];
+  const Interface* interface = context.model->find_interface_by_name(name);
+  if (interface == nullptr) return unknown_interface(context, name);
+  const std::string done =
+      vrf == kDefaultVrf ? "interface " + name + " is in no VRF" : "interface " + name + " is in VRF " + vrf;
+  return report(context, context.model->move_interface(interface->handle, vrf), done);
+}
+
+Status join_vrf(const RouterCommandContext& context) {
+  return move_interface(context, context.arguments[1]);
+}
+Status leave_vrf(const RouterCommandContext& context) {
+  return move_interface(context, std::string(kDefaultVrf));
+}
+
+auto find_address(Interface* interface, const Address& address) {
+  return std::find_if(interface->addresses.begin(), interface->addresses.end(), [&](const Address& other) {
+    return other.family == address.family && other.octets == address.octets;
+  });
+}
+
+Status add_address(const RouterCommandContext& context) {
+  const std::string& text = context.arguments[1];
+  return change_interface(context, " has address " + text, [&](Interface* interface) {
+    Address address;
+    if (!router::parse_address(text, &address)) return refuse(context, quoted(text) + " is not an address");
+    if (find_address(interface, address) != interface->addresses.end()) {
+      *context.text = "interface " + interface->name + " has this address already";
+      return kStatusExists;
+    }
+    interface->addresses.push_back(address);
+    return kStatusOk;
+  });
+}
+
+Status delete_address(const RouterCommandContext& context) {
+  const std::string& text = context.arguments[1];
+  return change_interface(context, " has no address " + text + " any more", [&](Interface* interface) {
+    Address address;
+    if (!router::parse_address(text, &address)) return refuse(context, quoted(text) + " is not an address");
+    const auto found = find_address(interface, address);
+    if (found == interface->addresses.end()) {
+      *context.text = "interface " + interface->name + " has no such address";
+      return kStatusNoSuchRow;
+    }
+    interface->addresses.erase(found);
+    return kStatusOk;
+  });
+}
+
+Status reload(const RouterCommandContext& context) {
+  return context.reload(context.text);
+}
+
+}  // namespace
+
+const std::vector<RouterCommand>& router_commands() {
+  static const std::vector<RouterCommand> commands = {
+      {"show", "[NAME]", "the router, one VRF with its interfaces, or one interface", false, 0, 1,
+       router_show},
+      {"add-vrf", "NAME [id N] [table N] [rd RD] [description TEXT] [big]",
+       "creates a VRF; without an id it gets its table's number or the next free one", true, 1,
+       kAnyNumberOfArguments, add_vrf},
+      {"delete-vrf", "NAME", "deletes a VRF; its interfaces go on naming it", true, 1, 1, delete_vrf},
+      {"reference", "NAME", "names a VRF without creating it", true, 1, 1, reference_vrf},
+      {"unreference", "NAME", "takes that back", true, 1, 1, unreference_vrf},
+      {"add-interface", "NAME index N [vrf VRF] [up|down] [address A]... [description TEXT]",
+       "adds an interface; it is up when nothing is said", true, 1, kAnyNumberOfArguments, add_interface},
+      {"delete-interface", "NAME", "removes an interface", true, 1, 1, delete_interface},
+      {"up", "NAME", "the interface comes up", true, 1, 1, interface_up},
+      {"down", "NAME", "the interface goes down", true, 1, 1, interface_down},
+      {"join", "NAME VRF", "the interface joins the VRF and leaves the one it was in", true, 2, 2, join_vrf},
+      {"move", "NAME VRF", "the same as join", true, 2, 2, join_vrf},
+      {"leave", "NAME", "the interface leaves its VRF", true, 1, 1, leave_vrf},
+      {"add-address", "NAME ADDRESS[/LENGTH]", "adds an address after those the interface has", true, 2, 2,
+       add_address},
+      {"delete-address", "NAME ADDRESS", "takes an address away", true, 2, 2, delete_address},
+      {"add-route", "VRF PREFIX [via ADDRESS] [interface NAME] [type T] [protocol P] [metric N] [label N]...",
+       "adds a path, or replaces the one with this prefix and next hop", true, 2, kAnyNumberOfArguments,
+       router_add_route},
+      {"delete-route", "VRF PREFIX [via ADDRESS]", "takes a path away", true, 2, 4, router_delete_route},
+      {"reload", "", "loads the file again; what these commands changed is lost", true, 0, 0, reload},
+  };
+  return commands;
+}

@@ -1,0 +1,63 @@
+// Reading the words of a command of the action "router", and its answers; for the files that implement
+// commands.
+#pragma once
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "sources/file/commands/router_commands.h"
+#include "sources/file/reader/quoted.h"
+
+namespace router_words {
+
+using router_file::quoted;
+
+inline Status refuse(const RouterCommandContext& context, const std::string& why) {
+  *context.text = why;
+  return kStatusInvalid;
+}
+
+// The answer of a change that the model was asked for: `done`, or what was refused and why.
+inline Status report(const RouterCommandContext& context, Status status, const std::string& done) {
+  *context.text = status == kStatusOk ? done : "refused: " + std::string(err_text(status));
+  return status;
+}
+
+inline bool parse_number(const std::string& text, std::uint32_t least, std::uint32_t most,
+                         std::uint32_t* number) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
+  return error == std::errc() && end == text.data() + text.size() && *number >= least && *number <= most;
+}
+
+// A word after the name: a keyword, with its value where it takes one.
+template <typename T>
+struct Option {
+  const char* keyword;
+  bool takes_value;
+  bool (*apply)(const std::string& value, T* into);  // false: the value is not valid
+};
+
+// 0, or kStatusInvalid with the reason in the answer.
+template <typename T, std::size_t kCount>
+Status apply_options(const RouterCommandContext& context, std::size_t first,
+                     const Option<T> (&options)[kCount], T* into) {
+  const std::vector<std::string>& words = context.arguments;
+  for (std::size_t at = first; at < words.size(); ++at) {
+    const std::string& keyword = words[at];
+    const auto* option =
+        std::find_if(std::begin(options), std::end(options),
+                     [&](const Option<T>& candidate) { return keyword == candidate.keyword; });
+    if (option == std::end(options)) return refuse(context, "unknown word " + quoted(keyword));
+    if (option->takes_value && ++at == words.size())
+      return refuse(context, quoted(keyword) + " takes a value");
+    if (!option->apply(words[at], into))
+      return refuse(context, quoted(words[at]) + " is not a valid " + keyword);
+  }
+  return kStatusOk;
+}
+
+}  // namespace router_words

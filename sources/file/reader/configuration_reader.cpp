@@ -1,0 +1,377 @@
+// See configuration_reader.h. The keys follow the words of the command line ("rt import", "threshold"), in
+// maps and lists; `both` and a route target without a family are several nodes, everything else is one.
+#include "sources/file/reader/configuration_reader.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "sources/file/reader/quoted.h"
+
+namespace router_file {
+
+namespace {
+
+using vrf_config::Direction;
+using vrf_config::Family;
+using vrf_config::Target;
+
+constexpr Family kFamilies[] = {Family::kIpv4, Family::kIpv6};
+const std::vector<std::string_view> kFamilyWords = {"ipv4", "ipv6"};
+const std::vector<std::string_view> kDirectionWords = {"import", "export"};
+
+Family family_of(const router::Address& address) {
+  return address.family == router::Family::kIpv4 ? Family::kIpv4 : Family::kIpv6;
+}
+
+template <typename MakeNode>
+void add(const YAML::Node& value, ConfiguredItems* items, MakeNode node) {
+  items->push_back({value.Mark(), std::move(node), std::nullopt});
+}
+
+std::string read_interface_name(const YAML::Node& value) {
+  std::string name = read_line(value, "an interface's name", router::kInterfaceNameMax);
+  if (!router::valid_interface_name(name)) refuse(value.Mark(), quoted(name) + " is not an interface name");
+  return name;
+}
+
+using OnInterface = std::function<void(const YAML::Node& value, const std::string& name)>;
+
+void read_interface_names(const YAML::Node& value, const OnInterface& on_interface) {
+  read_sequence(value, "interfaces",
+                [&](const YAML::Node& item) { on_interface(item, read_interface_name(item)); });
+}
+
+std::uint32_t read_as_number(const YAML::Node& value) {
+  return read_number(value, "an AS number", 1, UINT32_MAX);
+}
+
+// --- Route targets
+
+Target read_target(const YAML::Node& value) {
+  const std::string text = read_text(value, "a route target");
+  const std::optional<Target> target = vrf_config::parse_target(text);
+  if (!target)
+    refuse(value.Mark(), quoted(text) + " is not a route target such as 65000:100 or 192.0.2.1:100");
+  return *target;
+}
+
+void add_target(const YAML::Node& value, Direction direction, std::optional<Family> family,
+                ConfiguredItems* items) {
+  const Target target = read_target(value);
+  for (const Family each : kFamilies) {
+    if (family && *family != each) continue;
+    const auto node = [=](const std::string& vrf) {
+      return vrf_config::route_target(vrf, each, direction, target);
+    };
+    items->push_back({value.Mark(), node, family ? std::nullopt : std::optional(each)});
+  }
+}
+
+// `place`: import, export or both.
+void read_targets(const YAML::Node& value, std::size_t place, std::optional<Family> family,
+                  ConfiguredItems* items) {
+  read_sequence(value, "route targets", [&](const YAML::Node& item) {
+    if (place != 1) add_target(item, Direction::kImport, family, items);
+    if (place != 0) add_target(item, Direction::kExport, family, items);
+  });
+}
+
+// --- BGP neighbors
+
+struct Neighbor {
+  std::string name;
+  std::vector<Family> families;
+  YAML::Mark mark = YAML::Mark::null_mark();
+};
+
+// Names of interfaces may have dots and slashes, too.
+bool is_neighbor(const std::string& text) {
+  router::Address address;
+  if (router::parse_address(text, &address)) return text.find('/') == std::string::npos;
+  const bool like_an_address =
+      text.find(':') != std::string::npos || text.find_first_not_of("0123456789.") == std::string::npos;
+  return !like_an_address && router::valid_interface_name(text);
+}
+
+void read_neighbor_name(const YAML::Node& value, Neighbor* neighbor) {
+  neighbor->name = read_line(value, "a neighbor", router::kInterfaceNameMax);
+  neighbor->mark = value.Mark();
+  if (!is_neighbor(neighbor->name)) {
+    refuse(value.Mark(), quoted(neighbor->name) + " is neither an address nor the name of a neighbor");
+  }
+}
+
+constexpr Key<Neighbor> kNeighborKeys[] = {
+    {"neighbor", read_neighbor_name},
+    {"families",
+     [](const YAML::Node& value, Neighbor* neighbor) {
+       read_sequence(value, "families", [&](const YAML::Node& item) {
+         neighbor->families.push_back(kFamilies[read_choice(item, "a family", kFamilyWords)]);
+       });
+       if (neighbor->families.empty()) refuse(value.Mark(), "a neighbor has one family at least");
+     }},
+};
+
+Neighbor read_neighbor(const YAML::Node& item) {
+  Neighbor neighbor;
+  if (item.IsScalar()) {
+    read_neighbor_name(item, &neighbor);
+  } else {
+    read_map(item, "a neighbor", kNeighborKeys, &neighbor);
+  }
+  if (neighbor.name.empty()) refuse(item.Mark(), "a neighbor needs its address or name as neighbor");
+  router::Address address;
+  if (neighbor.families.empty()) {
+    const bool is_address = router::parse_address(neighbor.name, &address);
+    neighbor.families.push_back(is_address ? family_of(address) : Family::kIpv4);
+  }
+  return neighbor;
+}
+
+struct Bgp {
+  std::uint32_t as_number = 0;
+  std::vector<Neighbor> neighbors;
+};
+
+constexpr Key<Bgp> kBgpKeys[] = {
+    {"as", [](const YAML::Node& value, Bgp* bgp) { bgp->as_number = read_as_number(value); }},
+    {"neighbors",
+     [](const YAML::Node& value, Bgp* bgp) {
+       read_sequence(value, "neighbors",
+                     [&](const YAML::Node& item) { bgp->neighbors.push_back(read_neighbor(item)); });
+     }},
+};
+
+// --- OSPF, RIP, EIGRP
+
+// An instance of a protocol with the interfaces that it runs on.
+struct Instance {
+  std::string process;
+  std::optional<std::uint32_t> number;  // area or AS
+  std::vector<std::pair<YAML::Node, std::string>> interfaces;
+};
+
+void read_instance_interfaces(const YAML::Node& value, Instance* instance) {
+  read_interface_names(value, [&](const YAML::Node& item, const std::string& name) {
+    instance->interfaces.emplace_back(item, name);
+  });
+}
+
+void read_area(const YAML::Node& value, Instance* instance) {
+  const std::string text = read_text(value, "an area");
+  instance->number = vrf_config::parse_area(text);
+  if (!instance->number) refuse(value.Mark(), quoted(text) + " is not an area such as 0 or 0.0.0.10");
+}
+
+constexpr Key<Instance> kOspfKeys[] = {
+    {"process",
+     [](const YAML::Node& value, Instance* instance) {
+       instance->process = read_line(value, "an OSPF process", kProcessNameMax);
+     }},
+    {"area", read_area},
+    {"interfaces", read_instance_interfaces},
+};
+
+constexpr Key<Instance> kRipKeys[] = {{"interfaces", read_instance_interfaces}};
+
+constexpr Key<Instance> kEigrpKeys[] = {
+    {"as", [](const YAML::Node& value, Instance* instance) { instance->number = read_as_number(value); }},
+    {"interfaces", read_instance_interfaces},
+};
+
+// --- Static routes
+
+struct StaticEntry {
+  vrf_config::StaticRoute route;
+  router::Address prefix;
+  std::optional<router::Address> next_hop;
+  YAML::Mark next_hop_mark = YAML::Mark::null_mark();
+};
+
+constexpr Key<StaticEntry> kStaticKeys[] = {
+    {"prefix",
+     [](const YAML::Node& value, StaticEntry* entry) {
+       entry->route.prefix = read_text(value, "a prefix");
+       const bool has_length = entry->route.prefix.find('/') != std::string::npos;
+       if (!has_length || !router::parse_address(entry->route.prefix, &entry->prefix)) {
+         refuse(value.Mark(),
+                quoted(entry->route.prefix) + " is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
+       }
+       entry->route.family = family_of(entry->prefix);
+     }},
+    {"interface", [](const YAML::Node& value,
+                     StaticEntry* entry) { entry->route.interface = read_interface_name(value); }},
+    {"next_hop",
+     [](const YAML::Node& value, StaticEntry* entry) {
+       entry->route.next_hop = read_text(value, "a next hop");
+       entry->next_hop_mark = value.Mark();
+       const bool plain = entry->route.next_hop.find('/') == std::string::npos;
+       if (!plain || !router::parse_address(entry->route.next_hop, &entry->next_hop.emplace())) {
+         refuse(value.Mark(), quoted(entry->route.next_hop) + " is not an address");
+       }
+     }},
+};
+
+void read_static_route(const YAML::Node& item, ConfiguredItems* items) {
+  StaticEntry entry;
+  read_map(item, "a static route", kStaticKeys, &entry);
+  if (entry.route.prefix.empty()) refuse(item.Mark(), "a static route needs a prefix");
+  if (entry.route.interface.empty() && !entry.next_hop) {
+    refuse(item.Mark(), "a static route needs an interface or a next hop");
+  }
+  if (entry.next_hop && entry.next_hop->family != entry.prefix.family) {
+    refuse(entry.next_hop_mark, "the next hop is not of the family of " + entry.route.prefix);
+  }
+  add(item, items,
+      [route = entry.route](const std::string& vrf) { return vrf_config::static_route(vrf, route); });
+}
+
+// --- Thresholds
+
+struct Threshold {
+  std::uint32_t maximum = 0;
+  std::uint32_t mid = 0;
+};
+
+constexpr Key<Threshold> kThresholdKeys[] = {
+    {"maximum",
+     [](const YAML::Node& value, Threshold* threshold) {
+       threshold->maximum = read_number(value, "a maximum of routes", 1, UINT32_MAX);
+     }},
+    {"mid",
+     [](const YAML::Node& value, Threshold* threshold) {
+       threshold->mid = read_number(value, "a mid threshold", 1, UINT32_MAX);
+     }},
+};
+
+}  // namespace
+
+void read_route_targets(const YAML::Node& value, ConfiguredItems* items) {
+  const std::vector<std::string_view> lists = {"import", "export", "both"};
+  std::vector<std::string_view> keys = lists;
+  keys.insert(keys.end(), kFamilyWords.begin(), kFamilyWords.end());
+  read_keys(value, "route_targets", keys, [&](std::size_t place, const YAML::Node& below) {
+    if (place < lists.size()) return read_targets(below, place, std::nullopt, items);
+    const Family family = kFamilies[place - lists.size()];
+    read_keys(below, kFamilyWords[place - lists.size()], lists,
+              [&](std::size_t list, const YAML::Node& each) { read_targets(each, list, family, items); });
+  });
+}
+
+void read_policies(const YAML::Node& value, ConfiguredItems* items) {
+  read_keys(value, "policies", kDirectionWords, [&](std::size_t place, const YAML::Node& below) {
+    const Direction direction = place == 0 ? Direction::kImport : Direction::kExport;
+    read_keys(below, kDirectionWords[place], kFamilyWords, [&](std::size_t family, const YAML::Node& each) {
+      const std::string policy = read_line(each, "a route policy", kPolicyNameMax);
+      if (policy.empty()) refuse(each.Mark(), "a route policy has a name");
+      add(each, items, [=](const std::string& vrf) {
+        return vrf_config::route_policy(vrf, kFamilies[family], direction, policy);
+      });
+    });
+  });
+}
+
+void read_thresholds(const YAML::Node& value, ConfiguredItems* items) {
+  read_keys(value, "thresholds", kFamilyWords, [&](std::size_t family, const YAML::Node& below) {
+    Threshold threshold;
+    read_map(below, "a threshold", kThresholdKeys, &threshold);
+    if (threshold.maximum == 0) refuse(below.Mark(), "a threshold needs a maximum");
+    if (threshold.mid > threshold.maximum) refuse(below.Mark(), "the mid threshold is more than the maximum");
+    add(below, items, [=](const std::string& vrf) {
+      return vrf_config::route_threshold(vrf, kFamilies[family], threshold.maximum, threshold.mid);
+    });
+  });
+}
+
+void read_bgp(const YAML::Node& value, ConfiguredItems* items) {
+  Bgp bgp;
+  read_map(value, "bgp", kBgpKeys, &bgp);
+  if (bgp.as_number == 0) refuse(value.Mark(), "bgp needs its AS number as as");
+  for (const Neighbor& neighbor : bgp.neighbors) {
+    for (const Family family : neighbor.families) {
+      const auto node = [as = bgp.as_number, name = neighbor.name, family](const std::string& vrf) {
+        return vrf_config::bgp_neighbour(vrf, as, name, family);
+      };
+      items->push_back({neighbor.mark, node, std::nullopt});
+    }
+  }
+}
+
+void read_ospf(const YAML::Node& value, ConfiguredItems* items) {
+  read_sequence(value, "OSPF areas", [&](const YAML::Node& item) {
+    Instance ospf;
+    read_map(item, "an OSPF area", kOspfKeys, &ospf);
+    if (ospf.process.empty() || !ospf.number) refuse(item.Mark(), "an OSPF area needs a process and an area");
+    for (const auto& [place, name] : ospf.interfaces) {
+      add(place, items,
+          [process = ospf.process, area = *ospf.number, interface = name](const std::string& vrf) {
+            return vrf_config::ospf_interface(vrf, process, area, interface);
+          });
+    }
+  });
+}
+
+void read_rip(const YAML::Node& value, ConfiguredItems* items) {
+  Instance rip;
+  read_map(value, "rip", kRipKeys, &rip);
+  for (const auto& [place, name] : rip.interfaces) {
+    add(place, items,
+        [interface = name](const std::string& vrf) { return vrf_config::rip_interface(vrf, interface); });
+  }
+}
+
+void read_eigrp(const YAML::Node& value, ConfiguredItems* items) {
+  read_sequence(value, "EIGRP instances", [&](const YAML::Node& item) {
+    Instance eigrp;
+    read_map(item, "an EIGRP instance", kEigrpKeys, &eigrp);
+    if (!eigrp.number) refuse(item.Mark(), "an EIGRP instance needs its AS number as as");
+    for (const auto& [place, name] : eigrp.interfaces) {
+      add(place, items, [as = *eigrp.number, interface = name](const std::string& vrf) {
+        return vrf_config::eigrp_interface(vrf, as, interface);
+      });
+    }
+  });
+}
+
+void read_static_routes(const YAML::Node& value, ConfiguredItems* items) {
+  read_sequence(value, "static routes", [&](const YAML::Node& item) { read_static_route(item, items); });
+}
+
+void read_as_format(const YAML::Node& value, std::vector<KvConfigNode>* nodes) {
+  const auto& formats = vrf_config::kAsFormats;
+  const std::size_t place = read_choice(value, "a format of AS numbers", {formats.begin(), formats.end()});
+  nodes->push_back(vrf_config::as_format(formats.at(place)));
+}
+
+// A switch is on while its item is there, whatever the item's value.
+void read_traps(const YAML::Node& value, std::vector<KvConfigNode>* nodes) {
+  std::vector<std::string_view> keys(vrf_config::kTrapItems.begin(), vrf_config::kTrapItems.end());
+  keys.push_back(vrf_config::kTrapAll);
+  keys.push_back(vrf_config::kTrapReissueTime);
+  read_keys(value, "traps", keys, [&](std::size_t place, const YAML::Node& each) {
+    const std::string_view item = keys[place];
+    if (item == vrf_config::kTrapReissueTime) {
+      const auto most = static_cast<std::uint32_t>(vrf_config::kLongestReissue);
+      nodes->push_back(vrf_config::trap_switch(item, read_number(each, "the reissue time", 0, most)));
+    } else if (read_switch(each, item)) {
+      nodes->push_back(vrf_config::trap_switch(item, 1));
+    }
+  });
+}
+
+void ConfigurationCollector::add(const router::Vrf& vrf, bool only_named, const ConfiguredItems& items) {
+  for (const ConfiguredItem& item : items) {
+    const std::uint32_t table = item.with_table_of == Family::kIpv6 ? vrf.ipv6_table : vrf.ipv4_table;
+    const bool counts = !item.with_table_of || only_named || table != 0;
+    if (counts) add_node(item, vrf.name);
+  }
+}
+
+void ConfigurationCollector::add_node(const ConfiguredItem& item, const std::string& vrf) {
+  KvConfigNode node = item.node(vrf);
+  const auto [former, is_new] = lines_.try_emplace(node.path, item.mark.line + 1);
+  if (!is_new) refuse(item.mark, "this is written already, in line " + std::to_string(former->second));
+  nodes_.push_back(std::move(node));
+}
+
+}  // namespace router_file

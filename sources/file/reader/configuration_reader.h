@@ -1,0 +1,60 @@
+// The configuration in a router file: what stands in a VRF's keys (route targets, policies, thresholds,
+// protocols) and under `traps`, read into nodes of the configuration tree. What is wrong is thrown as a
+// Misreading.
+//
+// A VRF's keys may come before its name, so an item is read into a function that makes its node once the name
+// is known.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/config/vrf_config.h"
+#include "platform/router/model/router.h"
+#include "sources/file/reader/yaml_reader.h"
+
+namespace router_file {
+
+inline constexpr std::size_t kPolicyNameMax = 255;  // octets
+inline constexpr std::size_t kProcessNameMax = 63;
+
+struct ConfiguredItem {
+  YAML::Mark mark;
+  std::function<KvConfigNode(const std::string& vrf)> node;
+  std::optional<vrf_config::Family>
+      with_table_of;  // counts only where the VRF can have routes of this family
+};
+using ConfiguredItems = std::vector<ConfiguredItem>;
+
+// The values of a VRF's keys.
+void read_route_targets(const YAML::Node& value, ConfiguredItems* items);
+void read_policies(const YAML::Node& value, ConfiguredItems* items);
+void read_thresholds(const YAML::Node& value, ConfiguredItems* items);
+void read_bgp(const YAML::Node& value, ConfiguredItems* items);
+void read_ospf(const YAML::Node& value, ConfiguredItems* items);
+void read_rip(const YAML::Node& value, ConfiguredItems* items);
+void read_eigrp(const YAML::Node& value, ConfiguredItems* items);
+void read_static_routes(const YAML::Node& value, ConfiguredItems* items);
+// The value of `as_format`: how AS numbers of four octets are shown.
+void read_as_format(const YAML::Node& value, std::vector<KvConfigNode>* nodes);
+// The value of `traps`: switches that are on, and the reissue time.
+void read_traps(const YAML::Node& value, std::vector<KvConfigNode>* nodes);
+
+// Collects the nodes of all VRFs; an item that was there already is a mistake.
+class ConfigurationCollector {
+ public:
+  // A VRF that is only named can have routes of either family.
+  void add(const router::Vrf& vrf, bool only_named, const ConfiguredItems& items);
+  std::vector<KvConfigNode> take() { return std::move(nodes_); }
+
+ private:
+  void add_node(const ConfiguredItem& item, const std::string& vrf);
+
+  std::vector<KvConfigNode> nodes_;
+  std::map<std::string, int, std::less<>> lines_;  // by path
+};
+
+}  // namespace router_file

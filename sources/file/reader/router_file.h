@@ -1,0 +1,83 @@
+// The router file: VRFs, interfaces and memberships written in YAML, read into plain lists and checked
+// completely.
+//
+// Grammar (every key but the ones marked * may be left out):
+//   vrfs:          list of  name*, id, table, tables, description, rd, big, state, routes, route_targets,
+//                  policies, thresholds, bgp, ospf, rip, eigrp, static
+//   interfaces:    list of  name*, index*, description, state, addresses, vrf
+//   generate:      vrfs*, interfaces_per_vrf*, first_id, first_index, routes_per_vrf
+//   routes:        list of  prefix*, next_hop, next_hops, interface, type, protocol, metric, metrics,
+//   next_hop_as,
+//                  labels, generate
+//   as_format:     asplain, asdot or asdot+: how AS numbers of four octets are shown
+//   traps:         switches (vrf-up, ..., all) and notif-reissue-time
+//   route_targets: import, export, both, and ipv4 and ipv6 with the same three
+//   policies:      import, export, each with ipv4, ipv6
+//   thresholds:    ipv4, ipv6, each with maximum*, mid
+//   bgp:           as*, neighbors: list of addresses or of  neighbor*, families
+//   ospf:          list of  process*, area*, interfaces
+//   rip:           interfaces
+//   eigrp:         list of  as*, interfaces
+//   static:        list of  prefix*, interface, next_hop
+//
+// A VRF's `table` is the routing table of both unicast families; `tables` names one for each of ipv4, ipv6,
+// ipv4-multicast and ipv6-multicast instead, and a family that is not named has none. `id` is the table's
+// number when it is left out, and the table is the id's. `state: referenced` makes a VRF that is only named.
+// An interface's `vrf` may name a VRF that does not exist. `generate` adds that many VRFs with that many
+// interfaces each.
+//
+// A route needs a next hop, an interface or a type; several next hops are several paths. `generate: N` makes
+// it N routes, with consecutive prefixes from `prefix` (or 1.0.0.0/24) on; `routes` may be one such map
+// instead of a list.
+//
+// Configuration. A VRF's description, route targets, policies, thresholds and protocols, the route
+// distinguisher of a VRF that is only named, `as_format` and `traps` are nodes of the configuration tree. A
+// VRF that is only named may have all of it. A route target without a family is for those that the VRF has a
+// table of. A description is the router's, too (what "router show" says of the VRF); an empty one is none.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/router/model/router.h"
+#include "platform/store/configuration/config.h"
+#include "sources/file/reader/route_groups.h"
+
+namespace router_file {
+
+inline constexpr std::size_t kFileSizeMax = 64U << 20;  // octets of a router file
+inline constexpr std::size_t kDescriptionMax = 255;     // octets (SnmpAdminString)
+inline constexpr std::uint32_t kFirstVrfId = 2;         // 1 is the id of "default"
+inline constexpr std::uint32_t kIndexMax = 0x7fffffff;  // InterfaceIndex (RFC 2863)
+inline constexpr std::uint32_t kGeneratedVrfsMax = 100'000;
+inline constexpr std::uint32_t kGeneratedInterfacesPerVrfMax = 1000;
+inline constexpr std::uint32_t kGeneratedInterfacesMax = 1'000'000;
+
+struct RouterFile {
+  std::vector<router::Vrf> vrfs;
+  std::vector<std::string> references;        // VRFs that are only named
+  std::vector<router::Interface> interfaces;  // handles are 0
+  std::vector<RouteGroup> routes;             // written ones first
+  std::vector<KvConfigNode> configuration;    // each path once
+};
+
+// Where and why a text is no router file. Lines and columns count from 1.
+struct Mistake {
+  int line = 0;
+  int column = 0;
+  std::string what;
+};
+
+// False and *mistake, with *file as it was, for a text with a mistake: YAML that does not parse, unknown
+// keys, wrong types, duplicates, bad names, addresses and route distinguishers, numbers out of range.
+[[nodiscard]] bool parse(const std::string& text, RouterFile* file, Mistake* mistake);
+
+// A route distinguisher in one of its display forms (RFC 4364 section 4.2): "ASN:NUMBER", with four octets
+// for the number after a two-octet ASN and two after a four-octet one (plain or in asdot), or
+// "A.B.C.D:NUMBER" with two octets.
+bool valid_route_distinguisher(std::string_view text);
+
+}  // namespace router_file

@@ -1,0 +1,235 @@
+// Configuration in a router file: what becomes which node, and what is a mistake.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/config/vrf_config.h"
+#include "sources/file/reader/router_file.h"
+
+namespace router_file {
+namespace {
+
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAreArray;
+using vrf_config::Direction;
+using vrf_config::Family;
+using vrf_config::Target;
+
+constexpr Target kTarget = {Target::Type::kTwoOctetAs, 65000, 100};
+
+std::string TextOf(const KvConfigNode& node) {
+  std::string text = node.path + " = " + node.value.text + " " + std::to_string(node.value.number);
+  for (const std::int64_t each : node.value.tuple) text += " " + std::to_string(each);
+  return text;
+}
+
+std::vector<std::string> TextsOf(const std::vector<KvConfigNode>& nodes) {
+  std::vector<std::string> texts;
+  for (const KvConfigNode& node : nodes) texts.push_back(TextOf(node));
+  return texts;
+}
+
+std::vector<std::string> NodesIn(const std::string& text) {
+  RouterFile file;
+  Mistake mistake;
+  EXPECT_TRUE(parse(text, &file, &mistake)) << mistake.line << ":" << mistake.column << ": " << mistake.what;
+  return TextsOf(file.configuration);
+}
+std::vector<std::string> NodesOfRed(const std::string& keys) {
+  return NodesIn("vrfs: [{name: red, id: 10, " + keys + "}]");
+}
+
+void ExpectNodes(const std::vector<std::string>& found, const std::vector<KvConfigNode>& expected) {
+  EXPECT_THAT(found, UnorderedElementsAreArray(TextsOf(expected)));
+}
+
+std::string MistakeIn(const std::string& text) {
+  RouterFile file;
+  Mistake mistake;
+  EXPECT_FALSE(parse(text, &file, &mistake)) << text;
+  EXPECT_THAT(file.configuration, IsEmpty());
+  return std::to_string(mistake.line) + ":" + std::to_string(mistake.column) + ": " + mistake.what;
+}
+std::string MistakeInRed(const std::string& keys) {
+  return MistakeIn("vrfs:\n  - {name: red, id: 10, " + keys + "}\n");
+}
+
+TEST(RouterFileConfiguration, DescriptionIsTheRoutersAndAnItem) {
+  ExpectNodes(NodesOfRed("description: Red Rail"), {vrf_config::description("red", "Red Rail")});
+  EXPECT_THAT(NodesOfRed("description: ''"), IsEmpty());
+}
+
+TEST(RouterFileConfiguration, KeysMayStandBeforeTheName) {
+  ExpectNodes(NodesIn("vrfs: [{description: d, rip: {interfaces: [ge0]}, id: 10, name: red}]"),
+              {vrf_config::description("red", "d"), vrf_config::rip_interface("red", "ge0")});
+}
+
+TEST(RouterFileConfiguration, RouteTargetIsOfBothFamiliesUnlessOneIsSaid) {
+  ExpectNodes(NodesOfRed("route_targets: {import: [65000:100]}"),
+              {vrf_config::route_target("red", Family::kIpv4, Direction::kImport, kTarget),
+               vrf_config::route_target("red", Family::kIpv6, Direction::kImport, kTarget)});
+  ExpectNodes(NodesOfRed("route_targets: {ipv6: {export: [65000:100]}}"),
+              {vrf_config::route_target("red", Family::kIpv6, Direction::kExport, kTarget)});
+}
+
+TEST(RouterFileConfiguration, RouteTargetWithoutFamilyIsForTheTablesOfTheVrf) {
+  ExpectNodes(NodesIn("vrfs: [{name: red, tables: {ipv6: 10}, route_targets: {import: [65000:100]}}]"),
+              {vrf_config::route_target("red", Family::kIpv6, Direction::kImport, kTarget)});
+}
+
+TEST(RouterFileConfiguration, BothIsImportAndExport) {
+  ExpectNodes(NodesOfRed("route_targets: {ipv4: {both: [65000:100]}}"),
+              {vrf_config::route_target("red", Family::kIpv4, Direction::kImport, kTarget),
+               vrf_config::route_target("red", Family::kIpv4, Direction::kExport, kTarget)});
+}
+
+TEST(RouterFileConfiguration, RouteTargetsHaveThreeForms) {
+  const Target address = {Target::Type::kIpv4Address, 0xc0000201, 7};
+  const Target four_octets = {Target::Type::kFourOctetAs, 4'200'000'000, 30};
+  ExpectNodes(NodesOfRed("route_targets: {ipv4: {import: [192.0.2.1:7, 4200000000:30]}}"),
+              {vrf_config::route_target("red", Family::kIpv4, Direction::kImport, address),
+               vrf_config::route_target("red", Family::kIpv4, Direction::kImport, four_octets)});
+}
+
+TEST(RouterFileConfiguration, PoliciesAreOfADirectionAndAFamily) {
+  ExpectNodes(NodesOfRed("policies: {import: {ipv4: IN4, ipv6: IN6}, export: {ipv6: OUT6}}"),
+              {vrf_config::route_policy("red", Family::kIpv4, Direction::kImport, "IN4"),
+               vrf_config::route_policy("red", Family::kIpv6, Direction::kImport, "IN6"),
+               vrf_config::route_policy("red", Family::kIpv6, Direction::kExport, "OUT6")});
+}
+
+TEST(RouterFileConfiguration, ThresholdsAreAMaximumAndAMid) {
+  ExpectNodes(NodesOfRed("thresholds: {ipv4: {maximum: 1000, mid: 800}, ipv6: {maximum: 50}}"),
+              {vrf_config::route_threshold("red", Family::kIpv4, 1000, 800),
+               vrf_config::route_threshold("red", Family::kIpv6, 50, 0)});
+}
+
+TEST(RouterFileConfiguration, NeighborIsOfItsOwnFamilyUnlessOthersAreSaid) {
+  ExpectNodes(NodesOfRed("bgp: {as: 65010, neighbors: [10.0.0.2, '2001:db8::2', ge0, "
+                         "{neighbor: 10.0.0.3, families: [ipv4, ipv6]}]}"),
+              {vrf_config::bgp_neighbour("red", 65010, "10.0.0.2", Family::kIpv4),
+               vrf_config::bgp_neighbour("red", 65010, "2001:db8::2", Family::kIpv6),
+               vrf_config::bgp_neighbour("red", 65010, "ge0", Family::kIpv4),
+               vrf_config::bgp_neighbour("red", 65010, "10.0.0.3", Family::kIpv4),
+               vrf_config::bgp_neighbour("red", 65010, "10.0.0.3", Family::kIpv6)});
+}
+
+TEST(RouterFileConfiguration, ProtocolsRunOnInterfaces) {
+  ExpectNodes(NodesOfRed("ospf: [{process: 1, area: 0.0.1.0, interfaces: [ge0]}, "
+                         "{process: 1, area: 7, interfaces: [ge1]}], rip: {interfaces: [ge0, ge1]}, "
+                         "eigrp: [{as: 90, interfaces: [ge2.100]}]"),
+              {vrf_config::ospf_interface("red", "1", 256, "ge0"),
+               vrf_config::ospf_interface("red", "1", 7, "ge1"), vrf_config::rip_interface("red", "ge0"),
+               vrf_config::rip_interface("red", "ge1"), vrf_config::eigrp_interface("red", 90, "ge2.100")});
+}
+
+TEST(RouterFileConfiguration, StaticRoutesGoToAnInterfaceOrANextHop) {
+  ExpectNodes(NodesOfRed("static: [{prefix: 10.1.0.0/16, next_hop: 10.0.0.2, interface: ge0}, "
+                         "{prefix: '2001:db8:1::/48', next_hop: '2001:db8::2'}]"),
+              {vrf_config::static_route("red", {Family::kIpv4, "10.1.0.0/16", "ge0", "10.0.0.2"}),
+               vrf_config::static_route("red", {Family::kIpv6, "2001:db8:1::/48", "", "2001:db8::2"})});
+}
+
+TEST(RouterFileConfiguration, VrfThatIsOnlyNamedMayHaveAllOfIt) {
+  const Target rd = {Target::Type::kFourOctetAs, 4'200'000'000, 1};
+  ExpectNodes(
+      NodesIn("vrfs: [{name: later, state: referenced, description: soon, rd: 4200000000:1, "
+              "route_targets: {export: [65000:100]}, bgp: {as: 1, neighbors: [10.0.0.2]}}]"),
+      {vrf_config::description("later", "soon"), vrf_config::route_distinguisher("later", Family::kIpv4, rd),
+       vrf_config::route_target("later", Family::kIpv4, Direction::kExport, kTarget),
+       vrf_config::route_target("later", Family::kIpv6, Direction::kExport, kTarget),
+       vrf_config::bgp_neighbour("later", 1, "10.0.0.2", Family::kIpv4)});
+}
+
+TEST(RouterFileConfiguration, RouteDistinguisherOfACreatedVrfIsTheRouters) {
+  RouterFile file;
+  Mistake mistake;
+  ASSERT_TRUE(parse("vrfs: [{name: red, id: 10, rd: 65000:1}]", &file, &mistake));
+  EXPECT_EQ(file.vrfs.at(0).rd, "65000:1");
+  EXPECT_THAT(file.configuration, IsEmpty());
+}
+
+TEST(RouterFileConfiguration, TrapSwitchIsThereWhenItIsOn) {
+  ExpectNodes(NodesIn("traps: {vrf-up: true, vrf-down: false, all: true, notif-reissue-time: 5}"),
+              {vrf_config::trap_switch("vrf-up", 1), vrf_config::trap_switch("all", 1),
+               vrf_config::trap_switch("notif-reissue-time", 5)});
+}
+
+TEST(RouterFileConfiguration, FormatOfAsNumbersIsOneOfThree) {
+  for (const std::string format : {"asplain", "asdot", "asdot+"}) {
+    ExpectNodes(NodesIn("as_format: " + format), {vrf_config::as_format(format)});
+  }
+  EXPECT_EQ(MistakeIn("traps: {}\nas_format: dotted\n"),
+            "2:12: a format of AS numbers is one of asplain, asdot, asdot+, not \"dotted\"");
+  EXPECT_THAT(MistakeIn("as_format: {}\n"), testing::StartsWith("1:12: "));
+}
+
+TEST(RouterFileConfigurationMistake, KeysOfEveryMapAreKnown) {
+  EXPECT_EQ(MistakeInRed("route_targets: {in: []}"),
+            "2:41: route_targets has no key \"in\"; the keys are import, export, both, ipv4, ipv6");
+  EXPECT_EQ(MistakeInRed("route_targets: {ipv4: {ipv6: []}}"),
+            "2:48: ipv4 has no key \"ipv6\"; the keys are import, export, both");
+  EXPECT_EQ(MistakeInRed("policies: {both: {}}"),
+            "2:36: policies has no key \"both\"; the keys are import, export");
+  EXPECT_EQ(MistakeInRed("policies: {import: {ip: X}}"),
+            "2:45: import has no key \"ip\"; the keys are ipv4, ipv6");
+  EXPECT_EQ(MistakeInRed("thresholds: {maximum: 1}"),
+            "2:38: thresholds has no key \"maximum\"; the keys are ipv4, ipv6");
+  EXPECT_EQ(MistakeIn("traps: {vrfup: true}\n"),
+            "1:9: traps has no key \"vrfup\"; the keys are vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc, "
+            "ilg-lbl-exc, max-thresh-clr, all, notif-reissue-time");
+}
+
+TEST(RouterFileConfigurationMistake, NumbersAreInRange) {
+  EXPECT_EQ(MistakeInRed("bgp: {as: 0}"), "2:35: an AS number is a number from 1 to 4294967295, not \"0\"");
+  EXPECT_EQ(MistakeInRed("thresholds: {ipv4: {maximum: 4294967296}}"),
+            "2:54: a maximum of routes is a number from 1 to 4294967295, not \"4294967296\"");
+  EXPECT_EQ(MistakeIn("traps: {notif-reissue-time: 2147483648}\n"),
+            "1:29: the reissue time is a number from 0 to 2147483647, not \"2147483648\"");
+}
+
+TEST(RouterFileConfigurationMistake, TextsHaveTheirForm) {
+  EXPECT_EQ(MistakeInRed("route_targets: {import: [65000]}"),
+            "2:50: \"65000\" is not a route target such as 65000:100 or 192.0.2.1:100");
+  EXPECT_EQ(MistakeInRed("bgp: {as: 1, neighbors: [10.0.0]}"),
+            "2:50: \"10.0.0\" is neither an address nor the name of a neighbor");
+  EXPECT_EQ(MistakeInRed("bgp: {as: 1, neighbors: [10.0.0.0/8]}"),
+            "2:50: \"10.0.0.0/8\" is neither an address nor the name of a neighbor");
+  EXPECT_EQ(MistakeInRed("ospf: [{process: 1, area: backbone}]"),
+            "2:51: \"backbone\" is not an area such as 0 or 0.0.0.10");
+  EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.1, interface: ge0}]"),
+            "2:43: \"10.0.0.1\" is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
+  EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.0/8, next_hop: ge0}]"), "2:65: \"ge0\" is not an address");
+  EXPECT_EQ(MistakeInRed("policies: {import: {ipv4: ''}}"), "2:51: a route policy has a name");
+}
+
+TEST(RouterFileConfigurationMistake, WhatIsNeededIsSaid) {
+  EXPECT_EQ(MistakeInRed("bgp: {neighbors: []}"), "2:30: bgp needs its AS number as as");
+  EXPECT_EQ(MistakeInRed("bgp: {as: 1, neighbors: [{families: [ipv4]}]}"),
+            "2:50: a neighbor needs its address or name as neighbor");
+  EXPECT_EQ(MistakeInRed("bgp: {as: 1, neighbors: [{neighbor: ge0, families: []}]}"),
+            "2:76: a neighbor has one family at least");
+  EXPECT_EQ(MistakeInRed("ospf: [{process: 1, interfaces: [ge0]}]"),
+            "2:32: an OSPF area needs a process and an area");
+  EXPECT_EQ(MistakeInRed("eigrp: [{interfaces: [ge0]}]"),
+            "2:33: an EIGRP instance needs its AS number as as");
+  EXPECT_EQ(MistakeInRed("thresholds: {ipv4: {mid: 5}}"), "2:44: a threshold needs a maximum");
+  EXPECT_EQ(MistakeInRed("static: [{interface: ge0}]"), "2:34: a static route needs a prefix");
+  EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.0/8}]"),
+            "2:34: a static route needs an interface or a next hop");
+}
+
+TEST(RouterFileConfigurationMistake, ValuesFitEachOther) {
+  EXPECT_EQ(MistakeInRed("thresholds: {ipv4: {maximum: 5, mid: 6}}"),
+            "2:44: the mid threshold is more than the maximum");
+  EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.0/8, next_hop: '2001:db8::1'}]"),
+            "2:65: the next hop is not of the family of 10.0.0.0/8");
+}
+
+TEST(RouterFileConfigurationMistake, ItemWrittenTwiceIsRefused) {
+  EXPECT_EQ(MistakeInRed("route_targets: {ipv4: {import: [65000:1], both: [65000:1]}}"),
+            "2:74: this is written already, in line 2");
+  EXPECT_EQ(MistakeInRed("rip: {interfaces: [ge0, ge0]}"), "2:49: this is written already, in line 2");
+}
+
+}  // namespace
+}  // namespace router_file

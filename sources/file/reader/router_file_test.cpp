@@ -1,0 +1,215 @@
+// What a router file may say, and what it means.
+#include "sources/file/reader/router_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "sources/file/reader/generator.h"
+
+namespace router_file {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+RouterFile Read(const std::string& text) {
+  RouterFile file;
+  Mistake mistake;
+  EXPECT_TRUE(parse(text, &file, &mistake)) << mistake.line << ":" << mistake.column << ": " << mistake.what;
+  return file;
+}
+
+std::vector<std::string> AddressesOf(const router::Interface& interface) {
+  std::vector<std::string> texts;
+  for (const router::Address& address : interface.addresses) texts.push_back(router::format_address(address));
+  return texts;
+}
+
+TEST(RouterFile, VrfCarriesEverythingThatIsWritten) {
+  const RouterFile file = Read(
+      "vrfs:\n"
+      "  - name: red\n"
+      "    id: 7\n"
+      "    table: 10\n"
+      "    description: the red customer\n"
+      "    rd: 65000:100\n"
+      "    big: true\n"
+      "    state: created\n");
+  ASSERT_THAT(file.vrfs, SizeIs(1));
+  const router::Vrf& red = file.vrfs[0];
+  EXPECT_EQ(red.name, "red");
+  EXPECT_EQ(red.id, 7U);
+  EXPECT_EQ(red.ipv4_table, 10U);
+  EXPECT_EQ(red.ipv6_table, 10U);
+  EXPECT_EQ(red.ipv4_multicast_table, 0U);
+  EXPECT_EQ(red.ipv6_multicast_table, 0U);
+  EXPECT_EQ(red.description, "the red customer");
+  EXPECT_EQ(red.rd, "65000:100");
+  EXPECT_EQ(red.flags, router::kVrfFlagBig);
+  EXPECT_THAT(file.references, IsEmpty());
+}
+
+TEST(RouterFile, IdIsTheTablesNumberWhenLeftOut) {
+  const router::Vrf vrf = Read("vrfs: [{name: red, table: 10}]").vrfs.at(0);
+  EXPECT_EQ(vrf.id, 10U);
+  EXPECT_EQ(vrf.ipv4_table, 10U);
+}
+
+TEST(RouterFile, TableIsTheIdsNumberWhenLeftOut) {
+  const router::Vrf vrf = Read("vrfs: [{name: red, id: 10}]").vrfs.at(0);
+  EXPECT_EQ(vrf.ipv4_table, 10U);
+  EXPECT_EQ(vrf.ipv6_table, 10U);
+  EXPECT_EQ(vrf.flags, 0U);
+}
+
+TEST(RouterFile, TablesNameEachFamilyAndTheOthersHaveNone) {
+  const router::Vrf vrf =
+      Read("vrfs: [{name: red, id: 5, tables: {ipv6: 11, ipv4-multicast: 12, ipv6-multicast: 13}}]")
+          .vrfs.at(0);
+  EXPECT_EQ(vrf.id, 5U);
+  EXPECT_EQ(vrf.ipv4_table, 0U);
+  EXPECT_EQ(vrf.ipv6_table, 11U);
+  EXPECT_EQ(vrf.ipv4_multicast_table, 12U);
+  EXPECT_EQ(vrf.ipv6_multicast_table, 13U);
+}
+
+TEST(RouterFile, IdIsTheFirstOfTheTablesWhenLeftOut) {
+  EXPECT_EQ(Read("vrfs: [{name: red, tables: {ipv6: 11}}]").vrfs.at(0).id, 11U);
+}
+
+TEST(RouterFile, EmptyTablesGiveAVrfWithoutTables) {
+  const router::Vrf vrf = Read("vrfs: [{name: red, id: 5, tables: {}}]").vrfs.at(0);
+  EXPECT_EQ(vrf.ipv4_table, 0U);
+  EXPECT_EQ(vrf.ipv6_table, 0U);
+}
+
+TEST(RouterFile, TwoVrfsMayShareATable) {
+  EXPECT_THAT(Read("vrfs: [{name: a, id: 2, table: 9}, {name: b, id: 3, table: 9}]").vrfs, SizeIs(2));
+}
+
+TEST(RouterFile, VrfThatIsOnlyNamedIsAReference) {
+  const RouterFile file = Read("vrfs: [{name: later, state: referenced}]");
+  EXPECT_THAT(file.references, ElementsAre("later"));
+  EXPECT_THAT(file.vrfs, IsEmpty());
+}
+
+TEST(RouterFile, InterfaceCarriesEverythingThatIsWritten) {
+  const RouterFile file = Read(
+      "interfaces:\n"
+      "  - name: ge0\n"
+      "    index: 11\n"
+      "    description: to the red customer\n"
+      "    state: down\n"
+      "    addresses: [10.0.0.1/24, '2001:db8::1/64', 10.0.1.1]\n"
+      "    vrf: red\n");
+  ASSERT_THAT(file.interfaces, SizeIs(1));
+  const router::Interface& ge0 = file.interfaces[0];
+  EXPECT_EQ(ge0.name, "ge0");
+  EXPECT_EQ(ge0.index, 11U);
+  EXPECT_EQ(ge0.description, "to the red customer");
+  EXPECT_FALSE(ge0.up);
+  EXPECT_EQ(ge0.vrf, "red");
+  EXPECT_THAT(AddressesOf(ge0), ElementsAre("10.0.0.1/24", "2001:db8::1/64", "10.0.1.1/32"));
+}
+
+TEST(RouterFile, InterfaceIsUpAndInNoVrfWhenNothingIsSaid) {
+  const router::Interface ge0 = Read("interfaces: [{name: ge0, index: 1}]").interfaces.at(0);
+  EXPECT_TRUE(ge0.up);
+  EXPECT_EQ(ge0.vrf, "default");
+  EXPECT_THAT(ge0.addresses, IsEmpty());
+}
+
+TEST(RouterFile, InterfaceMayNameAVrfThatDoesNotExist) {
+  EXPECT_EQ(Read("interfaces: [{name: ge0, index: 1, vrf: nowhere}]").interfaces.at(0).vrf, "nowhere");
+}
+
+TEST(RouterFile, NamesThatLookLikeNumbersAreTexts) {
+  EXPECT_EQ(Read("vrfs: [{name: 100, id: 2}]").vrfs.at(0).name, "100");
+}
+
+TEST(RouterFile, NamesMayHaveTheGreatestLength) {
+  EXPECT_EQ(Read("vrfs: [{name: " + std::string(31, 'v') + ", id: 2}]").vrfs.at(0).name.size(), 31U);
+  EXPECT_EQ(Read("interfaces: [{name: " + std::string(63, 'i') + ", index: 2}]").interfaces.at(0).name.size(),
+            63U);
+}
+
+TEST(RouterFile, RangesIncludeTheirEnds) {
+  EXPECT_EQ(Read("interfaces: [{name: a, index: 2147483647}]").interfaces.at(0).index, 2147483647U);
+  EXPECT_EQ(Read("vrfs: [{name: a, id: 4294967295}]").vrfs.at(0).id, 4294967295U);
+  EXPECT_EQ(Read("vrfs: [{name: a, id: 2}]").vrfs.at(0).id, 2U);
+}
+
+TEST(RouterFile, EmptySectionsAreAnEmptyRouter) {
+  const RouterFile file = Read("vrfs:\ninterfaces: []\n");
+  EXPECT_THAT(file.vrfs, IsEmpty());
+  EXPECT_THAT(file.interfaces, IsEmpty());
+}
+
+TEST(RouterFile, AnchorsSpareRepetition) {
+  const RouterFile file =
+      Read("vrfs: [{name: a, id: 2, description: &d same}, {name: b, id: 3, description: *d}]");
+  EXPECT_EQ(file.vrfs.at(1).description, "same");
+}
+
+TEST(RouteDistinguisher, ThreeFormsAreKnown) {
+  for (const char* text : {"0:0", "65535:4294967295", "65536:65535", "4200000000:7", "10.1.1.1:65535",
+                           "64086.59904:7", "0.65000:7"}) {
+    EXPECT_TRUE(valid_route_distinguisher(text)) << text;
+  }
+}
+
+TEST(RouteDistinguisher, EverythingElseIsRefused) {
+  for (const char* text :
+       {"", ":", "65000", "65000:", ":1", "65536:65536", "65535:4294967296", "4294967296:1", "10.1.1.1:65536",
+        "10.1.1:1", "10.1.1.1/32:1", "-1:1", "1:+1", "1:1 ", "1:1:1", "a:1"}) {
+    EXPECT_FALSE(valid_route_distinguisher(text)) << text;
+  }
+}
+
+TEST(GeneratedRouter, NamesNumbersAndAddressesFollowFromTheCounters) {
+  const RouterFile file = Read("generate: {vrfs: 2, interfaces_per_vrf: 3}");
+  ASSERT_THAT(file.vrfs, SizeIs(2));
+  ASSERT_THAT(file.interfaces, SizeIs(6));
+  EXPECT_EQ(file.vrfs[1].name, "customer-00002");
+  EXPECT_EQ(file.vrfs[1].id, 100002U);
+  EXPECT_EQ(file.vrfs[1].ipv6_table, 100002U);
+  EXPECT_EQ(file.vrfs[1].rd, "65000:2");
+  const router::Interface& last = file.interfaces[5];
+  EXPECT_EQ(last.name, "cust00002.3");
+  EXPECT_EQ(last.index, 100006U);
+  EXPECT_EQ(last.vrf, "customer-00002");
+  EXPECT_TRUE(last.up);
+  EXPECT_THAT(AddressesOf(last), ElementsAre("10.0.0.21/30", "2001:db8:0:5::1/64"));
+}
+
+TEST(GeneratedRouter, StartsWhereItIsTold) {
+  const RouterFile file = Read("generate: {vrfs: 1, interfaces_per_vrf: 1, first_id: 50, first_index: 60}");
+  EXPECT_EQ(file.vrfs.at(0).id, 50U);
+  EXPECT_EQ(file.interfaces.at(0).index, 60U);
+}
+
+TEST(GeneratedRouter, StandsBesideWhatIsWritten) {
+  const RouterFile file = Read("vrfs: [{name: red, id: 2}]\ngenerate: {vrfs: 1, interfaces_per_vrf: 0}");
+  ASSERT_THAT(file.vrfs, SizeIs(2));
+  EXPECT_EQ(file.vrfs[0].name, "red");
+}
+
+TEST(GeneratedRouter, ManyVrfsHaveDistinctValidNamesAndAddresses) {
+  const RouterFile file = Read("generate: {vrfs: 100000, interfaces_per_vrf: 1}");
+  std::set<std::string> names;
+  std::set<router::Address> addresses;
+  for (const router::Vrf& vrf : file.vrfs) EXPECT_TRUE(router::valid_vrf_name(vrf.name));
+  for (const router::Interface& interface : file.interfaces) {
+    names.insert(interface.name);
+    addresses.insert(interface.addresses.begin(), interface.addresses.end());
+  }
+  EXPECT_EQ(names.size(), 100'000U);
+  EXPECT_EQ(addresses.size(), 200'000U);
+  EXPECT_EQ(file.interfaces.back().addresses[0].octets[0], 10);
+}
+
+}  // namespace
+}  // namespace router_file

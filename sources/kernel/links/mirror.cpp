@@ -1,0 +1,221 @@
+// The mirror's bookkeeping (see mirror.h).
+//
+// Names. Events that were queued before a dump was read tell of the past, so for a moment two links may claim
+// one name. The later message is right about its own link; the earlier owner stays without a name until it is
+// heard of again. Nothing else may depend on names here.
+//
+// IPv4 order. The kernel keeps an interface's primary addresses before the secondary ones, a new primary
+// behind the last one whose scope is not wider (RT_SCOPE values grow as the scope narrows), a new secondary
+// at the very end. Inserting by the same rule keeps the live order equal to that of a dump. A message about
+// an address that is known and keeps its rank leaves its place alone: lifetimes and renames repeat addresses.
+//
+// Limits: as many links and addresses as the kernel has; a look-up by name is one hash, everything else a
+// tree.
+#include "sources/kernel/links/mirror.h"
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+namespace kernel {
+namespace {
+
+using AddressList = std::vector<LinkAddress>;
+
+bool is_ipv4(const LinkAddress& address) {
+  return address.address.family == router::Family::kIpv4;
+}
+
+AddressList::iterator place_of(AddressList* list, const LinkAddress& address) {
+  if (!is_ipv4(address) || address.secondary) {
+    return list->end();
+  }
+  auto place = list->begin();
+  for (auto each = list->begin(); each != list->end(); ++each) {
+    if (is_ipv4(*each) && !each->secondary && address.scope <= each->scope) {
+      place = std::next(each);
+    }
+  }
+  return place;
+}
+
+bool ipv6_before(const LinkAddress& left, const LinkAddress& right) {
+  return std::tie(left.scope, left.address.octets, left.address.prefix_length) <
+         std::tie(right.scope, right.address.octets, right.address.prefix_length);
+}
+
+void append_once(std::vector<router::Address>* list, const router::Address& address) {
+  if (std::find(list->begin(), list->end(), address) == list->end()) {
+    list->push_back(address);
+  }
+}
+
+}  // namespace
+
+void Mirror::apply(const Event& event) {
+  if (const auto* seen = std::get_if<LinkSeen>(&event)) {
+    see_link(seen->link);
+  } else if (const auto* gone = std::get_if<LinkGone>(&event)) {
+    lose_link(gone->index);
+  } else if (const auto* address = std::get_if<AddressSeen>(&event)) {
+    see_address(address->address);
+  } else if (const auto* lost = std::get_if<AddressGone>(&event)) {
+    lose_address(lost->address);
+  }
+}
+
+void Mirror::claim_name(const Link& link) {
+  if (link.name.empty()) {
+    nameless_.insert(link.index);
+    return;
+  }
+  nameless_.erase(link.index);
+  const auto [owner, fresh] = index_by_name_.try_emplace(link.name, link.index);
+  if (fresh || owner->second == link.index) {
+    return;
+  }
+  links_[owner->second].name.clear();
+  nameless_.insert(owner->second);
+  touch(owner->second);
+  owner->second = link.index;
+}
+
+void Mirror::release_name(const Link& link) {
+  nameless_.erase(link.index);
+  const auto owner = index_by_name_.find(link.name);
+  if (owner != index_by_name_.end() && owner->second == link.index) {
+    index_by_name_.erase(owner);
+  }
+}
+
+void Mirror::see_link(const Link& link) {
+  const auto known = links_.find(link.index);
+  if (known != links_.end() && known->second == link) {
+    return;
+  }
+  if (known != links_.end() && known->second.name != link.name) {
+    release_name(known->second);
+  }
+  links_[link.index] = link;
+  claim_name(link);
+  touch(link.index);
+}
+
+void Mirror::lose_link(std::uint32_t index) {
+  addresses_.erase(index);
+  const auto known = links_.find(index);
+  if (known == links_.end()) {
+    return;
+  }
+  release_name(known->second);
+  links_.erase(known);
+  changes_.gone.insert(index);
+  changes_.touched.erase(index);
+}
+
+void Mirror::see_address(const LinkAddress& address) {
+  AddressList& list = addresses_[address.index];
+  const auto known = std::find_if(list.begin(), list.end(),
+                                  [&](const LinkAddress& each) { return each.same_address(address); });
+  if (known != list.end()) {
+    if (*known == address) {
+      return;
+    }
+    list.erase(known);
+  }
+  list.insert(place_of(&list, address), address);
+  touch(address.index);
+}
+
+void Mirror::lose_address(const LinkAddress& address) {
+  const auto list = addresses_.find(address.index);
+  if (list == addresses_.end()) {
+    return;
+  }
+  const auto is_it = [&](const LinkAddress& each) { return each.same_address(address); };
+  if (std::erase_if(list->second, is_it) == 0) {
+    return;
+  }
+  if (list->second.empty()) {
+    addresses_.erase(list);
+  }
+  touch(address.index);
+}
+
+void Mirror::replace(Mirror dump) {
+  for (const auto& [index, link] : links_) {
+    if (!dump.links_.contains(index)) {
+      changes_.gone.insert(index);
+      changes_.touched.erase(index);
+    }
+  }
+  for (const auto& [index, link] : dump.links_) {
+    const auto known = links_.find(index);
+    if (known == links_.end() || known->second != link || addresses(index) != dump.addresses(index)) {
+      touch(index);
+    }
+  }
+  links_ = std::move(dump.links_);
+  index_by_name_ = std::move(dump.index_by_name_);
+  nameless_ = std::move(dump.nameless_);
+  addresses_ = std::move(dump.addresses_);
+}
+
+void Mirror::merge(const Mirror& dump) {
+  for (const auto& [index, link] : dump.links_) {
+    see_link(link);
+  }
+  for (const auto& [index, list] : dump.addresses_) {
+    for (const LinkAddress& address : list) {
+      see_address(address);
+    }
+  }
+}
+
+const Link* Mirror::find(std::uint32_t index) const {
+  const auto known = links_.find(index);
+  return known == links_.end() ? nullptr : &known->second;
+}
+
+std::vector<router::Address> Mirror::addresses(std::uint32_t index) const {
+  std::vector<router::Address> result;
+  const auto known = addresses_.find(index);
+  if (known == addresses_.end()) {
+    return result;
+  }
+  std::vector<LinkAddress> ipv6;
+  for (const LinkAddress& address : known->second) {
+    if (!address.usable) {
+      continue;
+    }
+    if (is_ipv4(address)) {
+      append_once(&result, address.address);
+    } else {
+      ipv6.push_back(address);
+    }
+  }
+  std::sort(ipv6.begin(), ipv6.end(), ipv6_before);
+  for (const LinkAddress& address : ipv6) {
+    append_once(&result, address.address);
+  }
+  return result;
+}
+
+std::vector<router::Ipv4Detail> Mirror::ipv4_details(std::uint32_t index) const {
+  std::vector<router::Ipv4Detail> result;
+  const auto known = addresses_.find(index);
+  if (known == addresses_.end()) return result;
+  for (const LinkAddress& address : known->second) {
+    if (!address.usable || !is_ipv4(address)) continue;
+    router::Address peer = address.address;
+    peer.octets = address.peer;
+    result.push_back({address.address, peer, address.secondary});
+  }
+  return result;
+}
+
+Changes Mirror::take_changes() {
+  return std::exchange(changes_, Changes{});
+}
+
+}  // namespace kernel

@@ -1,0 +1,267 @@
+// Tests of the mirror: order of addresses, names in doubt, what counts as changed.
+#include "sources/kernel/links/mirror.h"
+
+#include <gmock/gmock.h>
+
+#include "sources/kernel/test_support.h"
+
+namespace kernel {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class KernelMirror : public ::testing::Test {
+ protected:
+  static Link MakeLink(std::uint32_t index, const std::string& name) {
+    Link link;
+    link.index = index;
+    link.name = name;
+    return link;
+  }
+  static LinkAddress MakeAddress(std::uint32_t index, const std::string& text, std::uint8_t scope = 0,
+                                 bool secondary = false) {
+    LinkAddress address;
+    address.index = index;
+    EXPECT_TRUE(router::parse_address(text, &address.address)) << text;
+    address.peer = address.address.octets;
+    address.scope = scope;
+    address.secondary = secondary;
+    return address;
+  }
+  void See(std::uint32_t index, const std::string& name) { mirror_.apply(LinkSeen{MakeLink(index, name)}); }
+  void Lose(std::uint32_t index) { mirror_.apply(LinkGone{index}); }
+  void Add(const LinkAddress& address) { mirror_.apply(AddressSeen{address}); }
+  void Remove(const LinkAddress& address) { mirror_.apply(AddressGone{address}); }
+  std::vector<std::string> Addresses(std::uint32_t index) const {
+    std::vector<std::string> texts;
+    for (const router::Address& address : mirror_.addresses(index)) texts.push_back(format_address(address));
+    return texts;
+  }
+  std::string NameOf(std::uint32_t index) const { return mirror_.find(index)->name; }
+  void ExpectChanges(const std::set<std::uint32_t>& gone, const std::set<std::uint32_t>& touched) {
+    const Changes changes = mirror_.take_changes();
+    EXPECT_EQ(changes.gone, gone);
+    EXPECT_EQ(changes.touched, touched);
+  }
+
+  Mirror mirror_;
+};
+
+TEST_F(KernelMirror, RepeatedLinkIsNoChange) {
+  See(5, "d0");
+  ExpectChanges({}, {5});
+  See(5, "d0");
+  EXPECT_FALSE(mirror_.changed());
+}
+
+TEST_F(KernelMirror, DeletedLinkTakesItsAddressesAlong) {
+  See(5, "d0");
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  Lose(5);
+  EXPECT_EQ(mirror_.find(5), nullptr);
+  EXPECT_THAT(Addresses(5), IsEmpty());
+  ExpectChanges({5}, {});
+}
+
+TEST_F(KernelMirror, IndexUsedAgainIsBothGoneAndThere) {
+  See(5, "d0");
+  (void)mirror_.take_changes();
+  Lose(5);
+  See(5, "d0");
+  ExpectChanges({5}, {5});
+}
+
+TEST_F(KernelMirror, DeletionOfAnUnknownLinkIsNoChange) {
+  Lose(77);
+  EXPECT_FALSE(mirror_.changed());
+}
+
+TEST_F(KernelMirror, AddressMayComeBeforeItsLink) {
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  See(5, "d0");
+  EXPECT_THAT(Addresses(5), ElementsAre("10.0.0.1/24"));
+}
+
+TEST_F(KernelMirror, RemovedAddressIsGone) {
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  Add(MakeAddress(5, "10.0.1.1/24"));
+  (void)mirror_.take_changes();
+  Remove(MakeAddress(5, "10.0.0.1/24"));
+  EXPECT_THAT(Addresses(5), ElementsAre("10.0.1.1/24"));
+  ExpectChanges({}, {5});
+  Remove(MakeAddress(5, "10.0.1.1/24"));
+  EXPECT_THAT(Addresses(5), IsEmpty());
+}
+
+TEST_F(KernelMirror, RemovalOfAnUnknownAddressIsNoChange) {
+  Remove(MakeAddress(5, "10.0.0.1/24"));
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  (void)mirror_.take_changes();
+  Remove(MakeAddress(5, "10.0.0.1/25"));
+  EXPECT_FALSE(mirror_.changed());
+}
+
+TEST_F(KernelMirror, Ipv4PrimariesComeInOrderOfAddition) {
+  Add(MakeAddress(5, "10.9.0.1/24"));
+  Add(MakeAddress(5, "10.1.0.1/24"));
+  EXPECT_THAT(Addresses(5), ElementsAre("10.9.0.1/24", "10.1.0.1/24"));
+}
+
+TEST_F(KernelMirror, Ipv4SecondariesComeAfterEveryPrimary) {
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  Add(MakeAddress(5, "10.0.0.2/24", 0, true));
+  Add(MakeAddress(5, "10.1.0.1/24"));
+  EXPECT_THAT(Addresses(5), ElementsAre("10.0.0.1/24", "10.1.0.1/24", "10.0.0.2/24"));
+}
+
+TEST_F(KernelMirror, PromotedSecondaryMovesBehindThePrimaries) {
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  Add(MakeAddress(5, "10.0.0.2/24", 0, true));
+  Add(MakeAddress(5, "10.0.0.3/24", 0, true));
+  Add(MakeAddress(5, "10.1.0.1/24"));
+  Remove(MakeAddress(5, "10.0.0.1/24"));
+  Add(MakeAddress(5, "10.0.0.2/24"));
+  EXPECT_THAT(Addresses(5), ElementsAre("10.1.0.1/24", "10.0.0.2/24", "10.0.0.3/24"));
+}
+
+TEST_F(KernelMirror, NarrowScopeComesBeforeGlobalAsInTheKernel) {
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  Add(MakeAddress(5, "169.254.0.1/16", RT_SCOPE_LINK));
+  EXPECT_THAT(Addresses(5), ElementsAre("169.254.0.1/16", "10.0.0.1/24"));
+}
+
+TEST_F(KernelMirror, RepeatedAddressKeepsItsPlace) {
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  Add(MakeAddress(5, "10.1.0.1/24"));
+  (void)mirror_.take_changes();
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  EXPECT_THAT(Addresses(5), ElementsAre("10.0.0.1/24", "10.1.0.1/24"));
+  EXPECT_FALSE(mirror_.changed());
+}
+
+TEST_F(KernelMirror, Ipv6OrderDoesNotDependOnWhoCameFirst) {
+  Add(MakeAddress(5, "fe80::1/64", RT_SCOPE_LINK));
+  Add(MakeAddress(5, "2001:db8::2/64"));
+  Add(MakeAddress(5, "2001:db8::1/128"));
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  EXPECT_THAT(Addresses(5), ElementsAre("10.0.0.1/24", "2001:db8::1/128", "2001:db8::2/64", "fe80::1/64"));
+}
+
+TEST_F(KernelMirror, UnusableAddressIsNotShown) {
+  LinkAddress tentative = MakeAddress(5, "2001:db8::1/64");
+  tentative.usable = false;
+  Add(tentative);
+  EXPECT_THAT(Addresses(5), IsEmpty());
+  Add(MakeAddress(5, "2001:db8::1/64"));
+  EXPECT_THAT(Addresses(5), ElementsAre("2001:db8::1/64"));
+  Add(tentative);
+  EXPECT_THAT(Addresses(5), IsEmpty());
+}
+
+TEST_F(KernelMirror, Ipv4DetailsHaveEveryPeerAndWhatIsSecondary) {
+  LinkAddress peer = MakeAddress(5, "10.0.0.1/32");
+  peer.peer[3] = 2;
+  LinkAddress unusable = MakeAddress(5, "10.9.0.1/24");
+  unusable.usable = false;
+  Add(MakeAddress(5, "10.0.0.1/32"));
+  Add(peer);
+  Add(unusable);
+  Add(MakeAddress(5, "2001:db8::1/64"));
+  Add(MakeAddress(5, "10.1.0.2/24", 0, true));
+  std::vector<std::string> texts;
+  for (const router::Ipv4Detail& detail : mirror_.ipv4_details(5)) {
+    texts.push_back(format_address(detail.address) + " " + format_address(detail.peer) +
+                    (detail.secondary ? " secondary" : ""));
+  }
+  EXPECT_THAT(texts, ElementsAre("10.0.0.1/32 10.0.0.1/32", "10.0.0.1/32 10.0.0.2/32",
+                                 "10.1.0.2/24 10.1.0.2/24 secondary"));
+  EXPECT_THAT(mirror_.ipv4_details(6), IsEmpty());
+}
+
+TEST_F(KernelMirror, SameLocalAddressToTwoPeersIsShownOnce) {
+  LinkAddress first = MakeAddress(5, "10.0.0.1/32");
+  first.peer[3] = 2;
+  LinkAddress second = MakeAddress(5, "10.0.0.1/32");
+  second.peer[3] = 3;
+  Add(first);
+  Add(second);
+  EXPECT_THAT(Addresses(5), ElementsAre("10.0.0.1/32"));
+  Remove(first);
+  EXPECT_THAT(Addresses(5), ElementsAre("10.0.0.1/32"));
+  Remove(second);
+  EXPECT_THAT(Addresses(5), IsEmpty());
+}
+
+TEST_F(KernelMirror, NameClaimedByALaterLinkIsTakenFromTheFormer) {
+  See(5, "d0");
+  See(6, "d0");
+  EXPECT_EQ(NameOf(5), "");
+  EXPECT_EQ(NameOf(6), "d0");
+  EXPECT_TRUE(mirror_.names_in_doubt());
+  See(5, "d1");
+  EXPECT_EQ(NameOf(5), "d1");
+  EXPECT_FALSE(mirror_.names_in_doubt());
+}
+
+TEST_F(KernelMirror, DoubtEndsWhenTheNamelessLinkGoes) {
+  See(5, "d0");
+  See(6, "d0");
+  Lose(5);
+  EXPECT_FALSE(mirror_.names_in_doubt());
+  EXPECT_EQ(NameOf(6), "d0");
+}
+
+TEST_F(KernelMirror, SwapThroughAThirdNameLeavesNoDoubt) {
+  See(5, "a");
+  See(6, "b");
+  See(5, "tmp");
+  See(6, "a");
+  See(5, "b");
+  EXPECT_EQ(NameOf(5), "b");
+  EXPECT_EQ(NameOf(6), "a");
+  EXPECT_FALSE(mirror_.names_in_doubt());
+}
+
+TEST_F(KernelMirror, FreedNameCanBeTakenAgain) {
+  See(5, "a");
+  See(5, "b");
+  See(6, "a");
+  EXPECT_EQ(NameOf(5), "b");
+  EXPECT_FALSE(mirror_.names_in_doubt());
+}
+
+TEST_F(KernelMirror, UndisturbedDumpReplacesAndMarksOnlyDifferences) {
+  See(5, "same");
+  See(6, "renamed");
+  See(7, "deleted");
+  See(8, "readdressed");
+  (void)mirror_.take_changes();
+  Mirror dump;
+  dump.apply(LinkSeen{MakeLink(5, "same")});
+  dump.apply(LinkSeen{MakeLink(6, "new name")});
+  dump.apply(LinkSeen{MakeLink(8, "readdressed")});
+  dump.apply(AddressSeen{MakeAddress(8, "10.0.0.1/24")});
+  dump.apply(LinkSeen{MakeLink(9, "created")});
+  mirror_.replace(std::move(dump));
+  ExpectChanges({7}, {6, 8, 9});
+  EXPECT_EQ(mirror_.find(7), nullptr);
+  EXPECT_EQ(NameOf(9), "created");
+}
+
+TEST_F(KernelMirror, DisturbedDumpTakesNothingAway) {
+  See(5, "missed");
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  (void)mirror_.take_changes();
+  Mirror dump;
+  dump.apply(LinkSeen{MakeLink(6, "seen")});
+  dump.apply(AddressSeen{MakeAddress(6, "10.0.1.1/24")});
+  mirror_.merge(dump);
+  EXPECT_EQ(NameOf(5), "missed");
+  EXPECT_THAT(Addresses(5), ElementsAre("10.0.0.1/24"));
+  EXPECT_THAT(Addresses(6), ElementsAre("10.0.1.1/24"));
+  ExpectChanges({}, {6});
+}
+
+}  // namespace
+}  // namespace kernel

@@ -1,0 +1,448 @@
+// Tests of the reconciler: what the model is told, and in which order. The listener itself checks that
+// nothing joins a VRF before it exists and that no VRF is deleted with interfaces in it.
+#include "sources/kernel/links/reconcile.h"
+
+#include <gmock/gmock.h>
+
+#include "platform/core/base/fault.h"
+#include "sources/kernel/test_support.h"
+
+namespace kernel {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class KernelModel : public ::testing::Test {
+ protected:
+  void AddVrf(const std::string& name, std::uint32_t index, std::uint32_t table) {
+    Link link;
+    link.index = index;
+    link.name = name;
+    link.is_vrf = true;
+    link.vrf_table = table;
+    mirror_.apply(LinkSeen{link});
+  }
+  void AddLink(const std::string& name, std::uint32_t index, std::uint32_t master = 0, bool up = false) {
+    Link link;
+    link.index = index;
+    link.name = name;
+    link.vrf_master = master;
+    link.up = up;
+    mirror_.apply(LinkSeen{link});
+  }
+  template <typename Change>
+  void Alter(std::uint32_t index, Change change) {
+    Link link = *mirror_.find(index);
+    change(&link);
+    mirror_.apply(LinkSeen{link});
+  }
+  void Enslave(std::uint32_t index, std::uint32_t master) {
+    Alter(index, [=](Link* link) { link->vrf_master = master; });
+  }
+  void Rename(std::uint32_t index, const std::string& name) {
+    Alter(index, [&](Link* link) { link->name = name; });
+  }
+  void SetAlias(std::uint32_t index, const std::string& alias) {
+    Alter(index, [&](Link* link) { link->alias = alias; });
+  }
+  void SetState(std::uint32_t index, bool up) {
+    Alter(index, [=](Link* link) { link->up = up; });
+  }
+  void Delete(std::uint32_t index) { mirror_.apply(LinkGone{index}); }
+  void AddAddress(std::uint32_t index, const std::string& text) {
+    LinkAddress address;
+    address.index = index;
+    ASSERT_TRUE(router::parse_address(text, &address.address));
+    mirror_.apply(AddressSeen{address});
+  }
+  // Lets the model follow; what it told is the result.
+  std::vector<std::string> Settle() {
+    reconciler_.run(mirror_, mirror_.take_changes());
+    return listener_.TakeLines();
+  }
+  std::uint32_t VrfId(const std::string& name) const {
+    const router::Vrf* vrf = model_.find_vrf(name);
+    return vrf == nullptr ? 0 : vrf->id;
+  }
+  std::uint32_t HandleOf(const std::string& name) const {
+    const router::Interface* interface = model_.find_interface_by_name(name);
+    return interface == nullptr ? 0 : interface->handle;
+  }
+
+  router::Router model_;
+  Listener listener_{&model_};
+  Mirror mirror_;
+  Reconciler reconciler_{&model_};
+};
+
+TEST_F(KernelModel, VrfDeviceIsAVrfAndNoInterface) {
+  AddVrf("red", 2, 10);
+  SetAlias(2, "a customer");
+  EXPECT_THAT(Settle(), ElementsAre("created red"));
+  const router::Vrf* red = model_.find_vrf("red");
+  ASSERT_NE(red, nullptr);
+  EXPECT_EQ(red->id, 10U);
+  EXPECT_EQ(red->ipv4_table, 10U);
+  EXPECT_EQ(red->ipv6_table, 10U);
+  EXPECT_EQ(red->ipv4_multicast_table, 0U);
+  EXPECT_EQ(red->description, "a customer");
+  EXPECT_EQ(model_.interface_count(), 0U);
+}
+
+TEST_F(KernelModel, InterfaceInNoVrfBelongsToDefault) {
+  AddLink("lo", 1, 0, true);
+  EXPECT_THAT(Settle(), ElementsAre("added lo in default up"));
+}
+
+TEST_F(KernelModel, InterfaceCarriesIndexAliasStateAndAddresses) {
+  AddLink("d0", 5, 0, true);
+  SetAlias(5, "to the customer");
+  AddAddress(5, "10.0.0.1/24");
+  AddAddress(5, "2001:db8::1/64");
+  Settle();
+  EXPECT_THAT(Describe(model_),
+              ElementsAre("5 d0 in default up 'to the customer' 10.0.0.1/24 2001:db8::1/64"));
+}
+
+TEST_F(KernelModel, VrfIsCreatedBeforeItsInterfacesWhateverTheirIndexes) {
+  AddLink("d0", 5, 7);
+  AddVrf("red", 7, 10);
+  EXPECT_THAT(Settle(), ElementsAre("created red", "added d0 in red down"));
+}
+
+TEST_F(KernelModel, InterfaceWhoseMasterIsNotYetKnownJoinsLater) {
+  AddLink("d0", 5, 7);
+  EXPECT_THAT(Settle(), ElementsAre("added d0 in default down"));
+  AddVrf("red", 7, 10);
+  EXPECT_THAT(Settle(), ElementsAre("created red", "moved d0 from default to red"));
+}
+
+TEST_F(KernelModel, MasterThatIsNoVrfDeviceIsNoMembership) {
+  AddLink("br0", 7);
+  AddLink("d0", 5, 7);
+  Settle();
+  EXPECT_EQ(model_.find_interface_by_name("d0")->vrf, "default");
+}
+
+TEST_F(KernelModel, EnslavingOfALinkThatIsUpIsOneMove) {
+  AddVrf("red", 2, 10);
+  AddLink("d0", 5, 0, true);
+  Settle();
+  Enslave(5, 2);
+  SetState(5, false);
+  SetState(5, true);
+  EXPECT_THAT(Settle(), ElementsAre("moved d0 from default to red"));
+}
+
+TEST_F(KernelModel, MoveBetweenVrfsIsOneMove) {
+  AddVrf("red", 2, 10);
+  AddVrf("blue", 3, 20);
+  AddLink("d0", 5, 2, true);
+  Settle();
+  Enslave(5, 0);
+  SetState(5, false);
+  SetState(5, true);
+  Enslave(5, 3);
+  SetState(5, false);
+  SetState(5, true);
+  EXPECT_THAT(Settle(), ElementsAre("moved d0 from red to blue"));
+}
+
+TEST_F(KernelModel, ReleasedInterfaceReturnsToDefault) {
+  AddVrf("red", 2, 10);
+  AddLink("d0", 5, 2);
+  Settle();
+  Enslave(5, 0);
+  EXPECT_THAT(Settle(), ElementsAre("moved d0 from red to default"));
+}
+
+TEST_F(KernelModel, DeletedInterfaceGoesFromTheVrfItWasIn) {
+  AddVrf("red", 2, 10);
+  AddLink("d0", 5, 2, true);
+  Settle();
+  SetState(5, false);
+  Delete(5);
+  EXPECT_THAT(Settle(), ElementsAre("removed d0 in red"));
+}
+
+TEST_F(KernelModel, DeletedVrfIsLeftByItsInterfacesFirst) {
+  AddVrf("red", 2, 10);
+  AddLink("d0", 5, 2);
+  AddLink("d1", 6, 2);
+  Settle();
+  Enslave(5, 0);
+  Enslave(6, 0);
+  Delete(2);
+  EXPECT_THAT(Settle(),
+              ElementsAre("moved d0 from red to default", "moved d1 from red to default", "deleted red"));
+}
+
+TEST_F(KernelModel, InterfaceAndVrfDeletedTogetherGoInThatOrder) {
+  AddVrf("red", 2, 10);
+  AddLink("d0", 5, 2);
+  Settle();
+  Delete(2);
+  Delete(5);
+  EXPECT_THAT(Settle(), ElementsAre("removed d0 in red", "deleted red"));
+}
+
+TEST_F(KernelModel, RenamedVrfIsDeletedAndCreatedAndItsInterfacesMove) {
+  AddVrf("red", 2, 10);
+  AddLink("d0", 5, 2, true);
+  Settle();
+  Rename(2, "crimson");
+  EXPECT_THAT(Settle(), ElementsAre("moved d0 from red to default", "deleted red", "created crimson",
+                                    "moved d0 from default to crimson"));
+  EXPECT_EQ(VrfId("crimson"), 10U);
+}
+
+TEST_F(KernelModel, TwoVrfsSwapTheirNames) {
+  AddVrf("red", 2, 10);
+  AddVrf("blue", 3, 20);
+  AddLink("d0", 5, 2);
+  Settle();
+  Rename(2, "tmp");
+  Rename(3, "red");
+  Rename(2, "blue");
+  Settle();
+  EXPECT_EQ(VrfId("red"), 20U);
+  EXPECT_EQ(VrfId("blue"), 10U);
+  EXPECT_EQ(model_.find_interface_by_name("d0")->vrf, "blue");
+}
+
+TEST_F(KernelModel, VrfDeletedAndMadeAgainInOneBatchIsANewVrf) {
+  AddVrf("red", 2, 10);
+  AddLink("d0", 5, 2);
+  Settle();
+  Enslave(5, 0);
+  Delete(2);
+  AddVrf("red", 12, 10);
+  Enslave(5, 12);
+  EXPECT_THAT(Settle(), ElementsAre("moved d0 from red to default", "deleted red", "created red",
+                                    "moved d0 from default to red"));
+}
+
+TEST_F(KernelModel, VrfMadeAgainUnderTheSameIndexIsANewVrf) {
+  AddVrf("red", 2, 10);
+  Settle();
+  Delete(2);
+  AddVrf("red", 2, 10);
+  EXPECT_THAT(Settle(), ElementsAre("deleted red", "created red"));
+}
+
+TEST_F(KernelModel, VrfOfAnotherTableUnderTheSameIndexIsANewVrf) {
+  AddVrf("red", 2, 10);
+  Settle();
+  AddVrf("red", 2, 11);
+  EXPECT_THAT(Settle(), ElementsAre("deleted red", "created red"));
+  EXPECT_EQ(VrfId("red"), 11U);
+}
+
+TEST_F(KernelModel, InterfaceMadeAgainUnderTheSameIndexHasANewHandle) {
+  AddLink("d0", 5);
+  Settle();
+  const std::uint32_t before = HandleOf("d0");
+  Delete(5);
+  AddLink("d0", 5);
+  EXPECT_THAT(Settle(), ElementsAre("removed d0 in default", "added d0 in default down"));
+  EXPECT_NE(HandleOf("d0"), before);
+}
+
+TEST_F(KernelModel, IndexThatBecomesAVrfIsNoInterfaceAnyMore) {
+  AddLink("d0", 5);
+  Settle();
+  AddVrf("red", 5, 10);
+  EXPECT_THAT(Settle(), ElementsAre("removed d0 in default", "created red"));
+  AddLink("d0", 5);
+  EXPECT_THAT(Settle(), ElementsAre("deleted red", "added d0 in default down"));
+}
+
+TEST_F(KernelModel, RenamedInterfaceKeepsItsHandle) {
+  AddLink("d0", 5);
+  Settle();
+  const std::uint32_t handle = HandleOf("d0");
+  Rename(5, "d9");
+  EXPECT_THAT(Settle(), ElementsAre("renamed d0 to d9"));
+  EXPECT_EQ(HandleOf("d9"), handle);
+}
+
+TEST_F(KernelModel, TwoInterfacesSwapTheirNames) {
+  AddLink("a", 5);
+  AddLink("b", 6);
+  Settle();
+  const std::uint32_t first = HandleOf("a");
+  const std::uint32_t second = HandleOf("b");
+  Rename(5, "tmp");
+  Rename(6, "a");
+  Rename(5, "b");
+  Settle();
+  EXPECT_EQ(HandleOf("b"), first);
+  EXPECT_EQ(HandleOf("a"), second);
+  EXPECT_EQ(reconciler_.refused(), 0U);
+}
+
+TEST_F(KernelModel, ThreeInterfacesRotateTheirNames) {
+  AddLink("a", 5);
+  AddLink("b", 6);
+  AddLink("c", 7);
+  Settle();
+  Rename(5, "tmp");
+  Rename(7, "a");
+  Rename(6, "c");
+  Rename(5, "b");
+  Settle();
+  EXPECT_THAT(Describe(model_),
+              ElementsAre("5 b in default down '' ", "6 c in default down '' ", "7 a in default down '' "));
+  EXPECT_EQ(reconciler_.refused(), 0U);
+}
+
+TEST_F(KernelModel, NameFreedByARenameIsTakenByANewInterfaceInOneBatch) {
+  AddLink("d0", 5);
+  Settle();
+  Rename(5, "old");
+  AddLink("d0", 6);
+  Settle();
+  EXPECT_THAT(Describe(model_), ElementsAre("5 old in default down '' ", "6 d0 in default down '' "));
+  EXPECT_EQ(reconciler_.refused(), 0U);
+}
+
+TEST_F(KernelModel, NameFreedByADeletionIsTakenInOneBatch) {
+  AddLink("d0", 6);
+  Settle();
+  Delete(6);
+  AddLink("d0", 5);
+  EXPECT_THAT(Settle(), ElementsAre("removed d0 in default", "added d0 in default down"));
+}
+
+TEST_F(KernelModel, InterfaceWhoseNameIsInDoubtStandsAsideUntilItIsKnown) {
+  AddLink("d0", 5);
+  Settle();
+  const std::uint32_t handle = HandleOf("d0");
+  AddLink("d0", 6);
+  EXPECT_THAT(Settle(), ElementsAre("renamed d0 to :5", "added d0 in default down"));
+  Rename(5, "d1");
+  EXPECT_THAT(Settle(), ElementsAre("renamed :5 to d1"));
+  EXPECT_EQ(HandleOf("d1"), handle);
+}
+
+TEST_F(KernelModel, SecondVrfOnOneTableGetsAnIdOfItsOwn) {
+  AddVrf("red", 2, 10);
+  AddVrf("dup", 9, 10);
+  AddVrf("third", 11, 10);
+  Settle();
+  EXPECT_EQ(VrfId("red"), 10U);
+  EXPECT_EQ(VrfId("dup"), 0x8000000aU);
+  EXPECT_EQ(VrfId("third"), 0x8000000bU);
+  EXPECT_EQ(model_.find_vrf("dup")->ipv4_table, 10U);
+  EXPECT_EQ(model_.find_vrf("third")->ipv6_table, 10U);
+}
+
+TEST_F(KernelModel, LowerIndexGetsTheTableAsItsIdWhateverTheOrderOfNews) {
+  AddVrf("dup", 9, 10);
+  AddVrf("red", 2, 10);
+  Settle();
+  EXPECT_EQ(VrfId("red"), 10U);
+  EXPECT_EQ(VrfId("dup"), 0x8000000aU);
+}
+
+TEST_F(KernelModel, SecondVrfKeepsItsIdWhenTheFirstGoes) {
+  AddVrf("red", 2, 10);
+  AddVrf("dup", 9, 10);
+  Settle();
+  Delete(2);
+  SetAlias(9, "alone");
+  EXPECT_THAT(Settle(), ElementsAre("deleted red", "described dup 'alone'"));
+  EXPECT_EQ(VrfId("dup"), 0x8000000aU);
+}
+
+TEST_F(KernelModel, TableOfTheDefaultVrfsIdDoesNotClash) {
+  AddVrf("one", 2, 1);
+  Settle();
+  EXPECT_EQ(VrfId("one"), 0x80000001U);
+  EXPECT_EQ(model_.find_vrf("one")->ipv4_table, 1U);
+}
+
+TEST_F(KernelModel, IdOfTheHighestTableIsNeverZero) {
+  AddVrf("red", 2, 0xffffffff);
+  AddVrf("dup", 3, 0xffffffff);
+  Settle();
+  EXPECT_EQ(VrfId("red"), 0xffffffffU);
+  EXPECT_EQ(VrfId("dup"), 2U);  // 0 is no id and 1 is that of "default"
+}
+
+TEST_F(KernelModel, AliasOfAVrfIsItsDescriptionAndKeepsWhatIsNotTheKernels) {
+  AddVrf("red", 2, 10);
+  Settle();
+  router::Vrf configured = *model_.find_vrf("red");
+  configured.rd = "65000:1";
+  configured.flags = router::kVrfFlagBig;
+  ASSERT_EQ(model_.change_vrf(configured), kStatusOk);
+  listener_.TakeLines();
+  SetAlias(2, "new");
+  EXPECT_THAT(Settle(), ElementsAre("described red 'new'"));
+  EXPECT_EQ(model_.find_vrf("red")->rd, "65000:1");
+  EXPECT_EQ(model_.find_vrf("red")->flags, router::kVrfFlagBig);
+}
+
+TEST_F(KernelModel, VrfDeviceCalledDefaultIsRefusedAndItsInterfacesStayInDefault) {
+  AddVrf("default", 2, 10);
+  AddLink("d0", 5, 2);
+  EXPECT_THAT(Settle(), ElementsAre("added d0 in default down"));
+  EXPECT_EQ(reconciler_.refused(), 1U);
+  EXPECT_EQ(model_.vrf_count(), 0U);
+}
+
+TEST_F(KernelModel, NothingIsToldWhenNothingDiffers) {
+  AddVrf("red", 2, 10);
+  AddLink("d0", 5, 2, true);
+  Settle();
+  mirror_.touch(2);
+  mirror_.touch(5);
+  EXPECT_THAT(Settle(), IsEmpty());
+}
+
+// What the model refuses for the moment is done by a later run, without a new event.
+class KernelModelRefusing : public KernelModel, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(KernelModelRefusing, RefusedStepIsMadeUpForByTheNextRun) {
+  AddVrf("red", 2, 10);
+  AddVrf("old", 3, 20);
+  AddLink("d0", 5, 2, true);
+  AddLink("d1", 6, 3);
+  AddLink("d2", 7);
+  AddLink("a", 8);
+  AddLink("b", 9);
+  Settle();
+  Enslave(6, 0);
+  Delete(3);
+  Delete(7);
+  AddVrf("new", 10, 30);
+  Enslave(5, 10);
+  SetAlias(2, "described");
+  Rename(8, "tmp");
+  Rename(9, "a");
+  Rename(8, "b");
+  AddLink("fresh", 11, 10);
+  {
+    const ScopedFault fault(GetParam(), kStatusNoMemory, 1, 1);
+    Settle();
+    EXPECT_EQ(fault_reached(GetParam()) >= 1, true) << GetParam();
+  }
+  EXPECT_GE(reconciler_.refused(), 1U);
+  Settle();
+  Settle();
+  EXPECT_THAT(Describe(model_),
+              ElementsAre("vrf new id 30 tables 30 30 ''", "vrf red id 10 tables 10 10 'described'",
+                          "5 d0 in new up '' ", "6 d1 in default down '' ", "8 b in default down '' ",
+                          "9 a in default down '' ", "11 fresh in new down '' "));
+}
+
+INSTANTIATE_TEST_SUITE_P(Steps, KernelModelRefusing,
+                         ::testing::Values("router_create_vrf", "router_change_vrf", "router_delete_vrf",
+                                           "router_add_interface", "router_change_interface",
+                                           "router_remove_interface", "router_move_interface"),
+                         [](const auto& step) { return std::string(step.param); });
+
+}  // namespace
+}  // namespace kernel

@@ -1,0 +1,91 @@
+// See vrf_descriptions.h. An empty description is none. What a commit could not change is tried again with
+// the next change.
+#include "sources/kernel/links/vrf_descriptions.h"
+
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "platform/config/vrf_config.h"
+#include "platform/core/base/log.h"
+#include "platform/store/configuration/config.h"
+
+namespace {
+
+constexpr char kComment[] = "descriptions of VRF devices";
+
+std::string why(Status status, const std::string& mistake) {
+  return mistake.empty() ? err_text(status) : mistake;
+}
+
+Status replace(const std::vector<KvConfigNode>& nodes, std::string* error) {
+  std::string mistake;
+  const Status status = kvtree_config_replace(kConfigOwnerKernel, {std::string(vrf_config::kVrfScope)}, nodes,
+                                              kComment, nullptr, &mistake);
+  if (status) *error = "cannot keep the descriptions of VRFs: " + why(status, mistake);
+  return status;
+}
+
+}  // namespace
+
+VrfDescriptions::~VrfDescriptions() {
+  if (manager_ != nullptr) model_->stop_observing(this);
+  if (timer_ != 0) event_timer_cancel(manager_, timer_);
+}
+
+Status VrfDescriptions::load(std::string* error) {
+  std::map<std::string, std::string> found;
+  model_->for_each_vrf([&](const router::Vrf& vrf) {
+    if (vrf.name != router::kDefaultVrf && !vrf.description.empty()) found[vrf.name] = vrf.description;
+  });
+  std::vector<KvConfigNode> nodes;
+  for (const auto& [vrf, text] : found) nodes.push_back(vrf_config::description(vrf, text));
+  const Status status = replace(nodes, error);
+  if (status == kStatusOk) held_ = std::move(found);
+  return status;
+}
+
+void VrfDescriptions::start(EventManager* manager) {
+  manager_ = manager;
+  model_->observe(router::ObserverRank::kOther, this);
+}
+
+Status VrfDescriptions::forget(std::string* error) {
+  return replace({}, error);
+}
+
+void VrfDescriptions::changed(const std::string& vrf) {
+  if (vrf == router::kDefaultVrf) return;
+  changed_.insert(vrf);
+  if (timer_ == 0) timer_ = event_timer_start(manager_, 0, [this] { commit(); });
+}
+
+void VrfDescriptions::commit() {
+  timer_ = 0;
+  std::vector<KvConfigChange> changes;
+  std::map<std::string, std::string> next = held_;
+  for (const std::string& name : changed_) {
+    const router::Vrf* vrf = model_->find_vrf(name);
+    const std::string text = vrf == nullptr ? std::string() : vrf->description;
+    const auto held = held_.find(name);
+    if (text == (held == held_.end() ? std::string() : held->second)) continue;
+    const KvConfigNode node = vrf_config::description(name, text);
+    if (text.empty()) {
+      changes.push_back({node.path, std::nullopt});
+      next.erase(name);
+    } else {
+      changes.push_back({node.path, node.value});
+      next[name] = text;
+    }
+  }
+  std::string mistake;
+  const Status status = changes.empty()
+                            ? kStatusOk
+                            : kvtree_config_commit(kConfigOwnerKernel, changes, kComment, nullptr, &mistake);
+  if (status != kStatusOk) {
+    log_line("descriptions of VRFs: %s", why(status, mistake).c_str());
+    return;
+  }
+  held_ = std::move(next);
+  changed_.clear();
+}

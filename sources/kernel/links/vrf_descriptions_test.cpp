@@ -1,0 +1,140 @@
+// Descriptions that the router itself has for its VRFs, as the configuration of last resort.
+#include "sources/kernel/links/vrf_descriptions.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "platform/config/test_support.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/router/model/vrf_test_support.h"
+#include "platform/store/configuration/config.h"
+#include "platform/store/tree/kvtree.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using vrf_config::commit_count;
+using vrf_config::words_in_force;
+
+class RouterDescriptions : public ::testing::Test {
+ protected:
+  RouterDescriptions() : manager_(event_manager_create("/dev/mpls/vpn/main", 0)) {}
+  ~RouterDescriptions() override {
+    fault_disarm_all();
+    descriptions_.reset();
+    kvtree_reset();
+    event_manager_destroy(manager_);
+  }
+
+  void AddVrf(const std::string& name, std::uint32_t id, const std::string& text) {
+    router::Vrf vrf;
+    vrf.name = name;
+    vrf.id = id;
+    vrf.description = text;
+    ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
+  }
+  void Describe(const std::string& name, const std::string& text) {
+    router::ChangeVrf(&router_, name, &router::Vrf::description, text);
+  }
+  void Start() {
+    ASSERT_EQ(descriptions_->load(&error_), kStatusOk) << error_;
+    descriptions_->start(manager_);
+  }
+  void Run() {
+    while (event_run_pending(manager_)) {
+    }
+  }
+
+  TestRunDirectory directory_;
+  EventManager* manager_;
+  router::Router router_;
+  std::unique_ptr<VrfDescriptions> descriptions_ = std::make_unique<VrfDescriptions>(&router_);
+  std::string error_;
+};
+
+TEST_F(RouterDescriptions, WhatTheRouterSaysIsInForce) {
+  AddVrf("red", 10, "Red");
+  AddVrf("blue", 20, "");
+  Start();
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red description Red"));
+}
+
+TEST_F(RouterDescriptions, ChangesFollowAsOneCommit) {
+  AddVrf("red", 10, "Red");
+  Start();
+  Describe("red", "redder");
+  AddVrf("blue", 20, "Blue");
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red description Red")) << "not from inside the change";
+  Run();
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf blue description Blue", "vrf red description redder"));
+  EXPECT_EQ(commit_count(), 2U);
+  Describe("blue", "");
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  Run();
+  EXPECT_THAT(words_in_force(), IsEmpty());
+}
+
+TEST_F(RouterDescriptions, ChangeThatIsTakenBackIsNoCommit) {
+  AddVrf("red", 10, "Red");
+  Start();
+  Describe("red", "other");
+  Describe("red", "Red");
+  Run();
+  EXPECT_EQ(commit_count(), 1U);
+}
+
+TEST_F(RouterDescriptions, EveryOtherOwnerIsInForceBeforeIt) {
+  AddVrf("red", 10, "Red");
+  Start();
+  const KvConfigNode node = vrf_config::description("red", "configured");
+  for (const std::string_view owner : {kConfigOwnerCli, kConfigOwnerFile, kConfigOwnerFrr}) {
+    ASSERT_EQ(kvtree_config_commit(owner, {{node.path, node.value}}, ""), kStatusOk);
+    EXPECT_THAT(words_in_force(), ElementsAre("vrf red description configured")) << owner;
+    ASSERT_EQ(kvtree_config_commit(owner, {{node.path, std::nullopt}}, ""), kStatusOk);
+    EXPECT_THAT(words_in_force(), ElementsAre("vrf red description Red")) << owner;
+  }
+}
+
+TEST_F(RouterDescriptions, FailedCommitIsMadeUpForByTheNextChange) {
+  AddVrf("red", 10, "Red");
+  AddVrf("blue", 20, "");
+  Start();
+  fault_arm("kvtree_config_commit", kStatusIo);
+  Describe("red", "redder");
+  Run();
+  EXPECT_EQ(fault_reached("kvtree_config_commit"), 1U);
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red description Red"));
+  Describe("blue", "Blue");
+  Run();
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf blue description Blue", "vrf red description redder"));
+}
+
+TEST_F(RouterDescriptions, FailedLoadIsTold) {
+  AddVrf("red", 10, "Red");
+  const ScopedFault fault("kvtree_config_replace", kStatusIo);
+  EXPECT_EQ(descriptions_->load(&error_), kStatusIo);
+  EXPECT_EQ(error_, std::string("cannot keep the descriptions of VRFs: ") + err_text(kStatusIo));
+}
+
+TEST_F(RouterDescriptions, NextProcessHoldsWhatItsRouterSays) {
+  AddVrf("red", 10, "Red");
+  Start();
+  descriptions_ = std::make_unique<VrfDescriptions>(&router_);
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  Start();
+  EXPECT_THAT(words_in_force(), IsEmpty());
+}
+
+TEST_F(RouterDescriptions, AreForgottenWhereNobodySaysAny) {
+  AddVrf("red", 10, "Red");
+  Start();
+  ASSERT_EQ(VrfDescriptions::forget(&error_), kStatusOk) << error_;
+  EXPECT_THAT(words_in_force(), IsEmpty());
+}
+
+}  // namespace

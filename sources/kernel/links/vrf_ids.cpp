@@ -1,0 +1,92 @@
+#include "sources/kernel/links/vrf_ids.h"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <utility>
+
+#include "platform/core/base/log.h"
+#include "platform/core/files/replace_file.h"
+
+namespace kernel {
+namespace {
+
+constexpr std::uint32_t kSecondVrfOfTable = 0x80000000;
+constexpr const char* kHeading = "# mpls_vpn_mib VRF ids: id, table, name";
+
+}  // namespace
+
+VrfIds::VrfIds(std::string path) : path_(std::move(path)) {
+  if (!path_.empty()) read();
+}
+
+std::uint32_t VrfIds::choose(const router::Router& model, const std::string& name,
+                             std::uint32_t table) const {
+  const auto known = known_.find(name);
+  const bool has_its_id =
+      known != known_.end() && (starting_ ? known->second.table == table : is_reserved(model, name));
+  if (has_its_id && model.find_vrf_by_id(known->second.id) == nullptr) return known->second.id;
+  if (is_free(model, table)) return table;
+  std::uint32_t id = table | kSecondVrfOfTable;
+  while (!is_free(model, id)) ++id;
+  return id;
+}
+
+bool VrfIds::is_free(const router::Router& model, std::uint32_t id) const {
+  const auto holds_it = [&](const auto& each) {
+    return each.second.id == id && (starting_ || is_reserved(model, each.first));
+  };
+  return id != 0 && model.find_vrf_by_id(id) == nullptr &&
+         std::none_of(known_.begin(), known_.end(), holds_it);
+}
+
+bool VrfIds::is_reserved(const router::Router& model, const std::string& name) const {
+  return model.is_referenced(name) && model.find_vrf(name) == nullptr;
+}
+
+void VrfIds::keep(const router::Router& model) {
+  if (std::exchange(stale_, false)) {
+    Names names = names_of(model);
+    unwritten_ = unwritten_ || names != known_;
+    known_ = std::move(names);
+  }
+  if (!path_.empty() && unwritten_) write();
+}
+
+VrfIds::Names VrfIds::names_of(const router::Router& model) const {
+  Names names;
+  model.for_each_vrf([&](const router::Vrf& vrf) {
+    if (vrf.name != router::kDefaultVrf) names[vrf.name] = Known{vrf.ipv4_table, vrf.id};
+  });
+  for (const auto& [name, known] : known_) {
+    if (is_reserved(model, name)) names.emplace(name, known);
+  }
+  return names;
+}
+
+// Lines that another release or a damage left are passed over.
+void VrfIds::read() {
+  std::ifstream file(path_);
+  for (std::string line; std::getline(file, line);) {
+    std::istringstream words(line);
+    std::string name;
+    Known known;
+    if (words >> known.id >> known.table >> name && known.id != 0) known_[name] = known;
+  }
+}
+
+void VrfIds::write() {
+  std::string text = std::string(kHeading) + '\n';
+  for (const auto& [name, known] : known_) {
+    text += std::to_string(known.id) + ' ' + std::to_string(known.table) + ' ' + name + '\n';
+  }
+  const Status status = replace_file(path_, text);
+  unwritten_ = status != kStatusOk;
+  if (unwritten_ && !failure_logged_) {
+    log_line("kernel: %s: %s; VRFs that share a table may exchange their times when the daemon restarts",
+             path_.c_str(), err_text(status));
+  }
+  failure_logged_ = unwritten_;
+}
+
+}  // namespace kernel

@@ -1,0 +1,180 @@
+// Tests of the ids of VRFs over restarts of the daemon.
+#include "sources/kernel/links/vrf_ids.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "platform/core/base/fault.h"
+#include "platform/core/files/temporary_directory.h"
+#include "sources/kernel/links/reconcile.h"
+
+namespace kernel {
+namespace {
+
+using ::testing::ElementsAre;
+
+class VrfIdsTest : public ::testing::Test {
+ protected:
+  struct Run {
+    explicit Run(const std::string& file) : reconciler(&model, file) {}
+    router::Router model;
+    Reconciler reconciler;
+  };
+
+  VrfIdsTest() { Restart(); }
+  void Restart() {
+    run_ = std::make_unique<Run>(file_);
+    Mirror found;
+    found.replace(std::exchange(mirror_, {}));
+    mirror_ = std::move(found);
+    Settle();
+  }
+  void Settle() { run_->reconciler.run(mirror_, mirror_.take_changes()); }
+
+  // The daemon does not see it before Settle() or Restart().
+  void AddUnseen(const std::string& name, std::uint32_t index, std::uint32_t table) {
+    Link link;
+    link.index = index;
+    link.name = name;
+    link.is_vrf = true;
+    link.vrf_table = table;
+    mirror_.apply(LinkSeen{link});
+  }
+  void Add(const std::string& name, std::uint32_t index, std::uint32_t table) {
+    AddUnseen(name, index, table);
+    Settle();
+  }
+  void DeleteUnseen(std::uint32_t index) { mirror_.apply(LinkGone{index}); }
+  std::vector<std::uint32_t> Ids(const std::vector<std::string>& names) const {
+    std::vector<std::uint32_t> ids;
+    for (const std::string& name : names) {
+      const router::Vrf* vrf = run_->model.find_vrf(name);
+      ids.push_back(vrf == nullptr ? 0 : vrf->id);
+    }
+    return ids;
+  }
+
+  TemporaryDirectory folder_;
+  std::string file_ = folder_.path() + "/vrf_ids";
+  Mirror mirror_;
+  std::unique_ptr<Run> run_;
+};
+
+TEST_F(VrfIdsTest, VrfsOfOneTableKeepTheirIdsWhicheverHasTheLowerIndex) {
+  Add("red", 9, 10);
+  Add("low", 2, 10);
+  Add("high", 30, 10);
+  ASSERT_THAT(Ids({"red", "low", "high"}), ElementsAre(10, 0x8000000a, 0x8000000b));
+  Restart();
+  EXPECT_THAT(Ids({"red", "low", "high"}), ElementsAre(10, 0x8000000a, 0x8000000b));
+  Restart();
+  EXPECT_THAT(Ids({"red", "low", "high"}), ElementsAre(10, 0x8000000a, 0x8000000b));
+}
+
+TEST_F(VrfIdsTest, SecondVrfKeepsItsIdWhenTheFirstIsDeletedBeforeTheRestart) {
+  Add("red", 2, 10);
+  Add("dup", 9, 10);
+  DeleteUnseen(2);
+  Settle();
+  Restart();
+  EXPECT_THAT(Ids({"dup"}), ElementsAre(0x8000000a));
+}
+
+TEST_F(VrfIdsTest, SecondVrfKeepsItsIdWhenTheFirstIsDeletedMeanwhile) {
+  Add("red", 2, 10);
+  Add("dup", 9, 10);
+  DeleteUnseen(2);
+  Restart();
+  EXPECT_THAT(Ids({"dup"}), ElementsAre(0x8000000a));
+}
+
+TEST_F(VrfIdsTest, VrfThatTookATableMeanwhileHasNotTheIdOfTheFormerOne) {
+  Add("red", 2, 10);
+  DeleteUnseen(2);
+  AddUnseen("new", 2, 10);
+  Restart();
+  EXPECT_THAT(Ids({"new"}), ElementsAre(0x8000000a));
+}
+
+TEST_F(VrfIdsTest, VrfOfTheSameNameWithAnotherTableHasNotTheIdOfTheFormerOne) {
+  Add("red", 2, 10);
+  DeleteUnseen(2);
+  AddUnseen("red", 2, 20);
+  AddUnseen("new", 3, 10);
+  Restart();
+  EXPECT_THAT(Ids({"red", "new"}), ElementsAre(20, 0x8000000a));
+}
+
+TEST_F(VrfIdsTest, IdOfAVrfThatIsNotFoundIsFreeAfterTheStart) {
+  Add("red", 2, 10);
+  DeleteUnseen(2);
+  Restart();
+  Add("new", 3, 10);
+  EXPECT_THAT(Ids({"new"}), ElementsAre(10));
+}
+
+// The record of a VRF that is configured outlives it, and so does what the checkpoint holds under the VRF's
+// id.
+TEST_F(VrfIdsTest, ConfiguredVrfThatIsMadeAgainWithAnotherTableKeepsItsId) {
+  Add("red", 2, 10);
+  ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
+  DeleteUnseen(2);
+  Add("red", 3, 20);
+  Add("new", 4, 10);
+  EXPECT_THAT(Ids({"red", "new"}), ElementsAre(10, 0x8000000a));
+}
+
+TEST_F(VrfIdsTest, IdOfAConfiguredVrfThatWasDeletedIsNotGivenToAnother) {
+  Add("red", 2, 10);
+  ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
+  DeleteUnseen(2);
+  Add("new", 4, 10);
+  EXPECT_THAT(Ids({"new"}), ElementsAre(0x8000000a));
+  Add("red", 3, 20);
+  EXPECT_THAT(Ids({"red"}), ElementsAre(10));
+}
+
+TEST_F(VrfIdsTest, IdOfAConfiguredVrfThatWasDeletedIsNotGivenToAnotherThatCameMeanwhile) {
+  Add("red", 2, 10);
+  ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
+  DeleteUnseen(2);
+  Settle();
+  AddUnseen("new", 4, 10);
+  Restart();
+  EXPECT_THAT(Ids({"new"}), ElementsAre(0x8000000a));
+}
+
+TEST_F(VrfIdsTest, IdOfADeletedVrfIsFreeWhenItIsNoLongerConfigured) {
+  Add("red", 2, 10);
+  ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
+  DeleteUnseen(2);
+  Settle();
+  ASSERT_EQ(run_->model.unreference_vrf("red"), kStatusOk);
+  Add("new", 4, 10);
+  EXPECT_THAT(Ids({"new"}), ElementsAre(10));
+}
+
+TEST_F(VrfIdsTest, WithoutTheFileTheLowerIndexHasTheTable) {
+  Add("red", 9, 10);
+  Add("low", 2, 10);
+  std::ofstream(file_, std::ios::trunc) << "no id\n0 10 low\n7\n";
+  Restart();
+  EXPECT_THAT(Ids({"red", "low"}), ElementsAre(0x8000000a, 10));
+}
+
+TEST_F(VrfIdsTest, FileThatCannotBeWrittenIsWrittenByALaterRun) {
+  Add("red", 9, 10);
+  {
+    const ScopedFault fault("replace_file", ENOSPC, 1, 0);
+    Add("low", 2, 10);
+  }
+  Settle();
+  Restart();
+  EXPECT_THAT(Ids({"red", "low"}), ElementsAre(10, 0x8000000a));
+}
+
+}  // namespace
+}  // namespace kernel

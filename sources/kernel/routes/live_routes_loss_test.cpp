@@ -1,0 +1,249 @@
+// Routes of a real kernel when something goes wrong: overruns, disturbed and failing readings, sockets that
+// fail, rows that the store refuses, VRFs that go in the middle of a reading; and that readings are bounded.
+#include <filesystem>
+#include <iterator>
+
+#include "sources/kernel/routes/live_routes_test_support.h"
+
+namespace kernel {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+std::ptrdiff_t OpenDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+// What happens to blue is behind the overrun: no event of it arrives.
+TEST_F(LiveRoutes, OverrunOfRouteEventsLosesNothing) {
+  MakeVrf("blue", 20);
+  StartWithRed({.receive_buffer = 4096});
+  AddManyRoutes(2000);
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 20");
+  Ip("route del 11.0.7.0/24 table 10");
+  EXPECT_EQ(SettledRows().size(), 1999U);
+  EXPECT_EQ(Rows(kBlue4).size(), 1U);
+  EXPECT_GE(Counters().losses, 1U);
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");  // and life goes on
+  EXPECT_EQ(SettledRows().size(), 2000U);
+}
+
+TEST_F(LiveRoutes, RoutesDeletedInAnOverrunAreGone) {
+  AddManyRoutes(2000);
+  StartWithRed({.receive_buffer = 4096});
+  ASSERT_EQ(Rows().size(), 2000U);
+  Ip("route flush table 10");
+  EXPECT_THAT(SettledRows(), IsEmpty());
+  EXPECT_GE(Counters().losses, 1U);
+}
+
+TEST_F(LiveRoutes, LargeTableIsReadInBoundedSteps) {
+  AddManyRoutes(3000);
+  MakeVrf("red", 10);
+  Start({.batch = 8});  // one datagram a turn
+  std::size_t largest = 0;
+  unsigned turns = 0;
+  for (std::size_t before = 0; Rows().size() < 3000; before = Rows().size(), ++turns) {
+    ASSERT_TRUE(Turn());
+    largest = std::max(largest, Rows().size() - before);
+  }
+  EXPECT_LT(largest, 1000U);
+  EXPECT_GT(turns, 5U);
+}
+
+TEST_F(LiveRoutes, EventsDuringAReadingOfRoutesAreNotLost) {
+  AddManyRoutes(3000);
+  MakeVrf("red", 10);
+  Start({.batch = 8});
+  ASSERT_TRUE(TurnUntil([this] { return Rows().size() > 300; }));
+  ASSERT_LT(Rows().size(), 3000U);
+  Batch("route del 11.0.0.0/24 table 10\nroute add 11.0.0.0/25 via 10.0.0.2 table 10\n");
+  Settle();
+  EXPECT_EQ(Rows().size(), 3000U);
+  EXPECT_EQ(Rows().front(), "11.0.0.0/25 via 10.0.0.2");
+}
+
+TEST_F(LiveRoutes, TableThatTakesLongRestsFourTimesAsLong) {
+  AddManyRoutes(3000);
+  MakeVrf("red", 10);
+  Start({.batch = 8});
+  ASSERT_TRUE(TurnUntil([this] { return Rows().size() > 300; }));
+  clock_.advance(kNanosecondsPerSecond);  // so slow is it
+  ASSERT_TRUE(TurnUntil([this] { return Rows().size() == 3000; }));
+  event_run_pending(manager_);
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  event_run_pending(manager_);
+  clock_.advance(3 * kNanosecondsPerSecond);
+  event_run_pending(manager_);
+  EXPECT_EQ(Rows().size(), 3000U);
+  EXPECT_FALSE(source_->settled());
+  clock_.advance(kNanosecondsPerSecond + kSettle);
+  EXPECT_EQ(SettledRows().size(), 3001U);
+}
+
+TEST_F(LiveRoutes, DisturbedReadingOfATableTakesNothingAwayAndIsRepeated) {
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  StartWithRed();
+  const ScopedFault fault("netlink_route_dump_disturbed", EINTR, 1, 1);
+  Batch("route del 192.168.1.0/24 table 10\nroute add 192.168.2.0/24 via 10.0.0.2 table 10\n");
+  event_run_pending(manager_);
+  clock_.advance(kSettle);
+  event_run_pending(manager_);
+  EXPECT_EQ(Rows().size(), 2U);  // added, and nothing taken away
+  EXPECT_EQ(Counters().disturbed_readings, 1U);
+  EXPECT_FALSE(source_->settled());
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.2.0/24 via 10.0.0.2"));
+}
+
+TEST_F(LiveRoutes, ReadingsThatAreAlwaysDisturbedAreBelievedInTheEnd) {
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  StartWithRed();
+  const ScopedFault fault("netlink_route_dump_disturbed", EINTR, 1, 0);
+  Ip("route del 192.168.1.0/24 table 10");
+  EXPECT_THAT(SettledRows(), IsEmpty());
+  EXPECT_EQ(Counters().disturbed_readings, 4U);
+}
+
+class LiveRoutesFailing : public LiveRoutes, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(LiveRoutesFailing, ReadingIsTriedAgainAfterAWhile) {
+  StartWithRed();
+  const std::uint64_t failures = Counters().failures;
+  const ScopedFault fault(GetParam(), EMFILE, 1, 3);
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  event_run_pending(manager_);
+  clock_.advance(kSettle);
+  event_run_pending(manager_);
+  EXPECT_EQ(Counters().failures, failures + 1);  // and not three at once
+  EXPECT_THAT(Rows(), IsEmpty());
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
+  EXPECT_EQ(Counters().failures, failures + 3);
+}
+
+TEST_P(LiveRoutesFailing, ObjectsAreReadInTheEnd) {
+  Batch("nexthop add id 1 via 10.0.0.2 dev v0\nroute add 192.168.1.0/24 nhid 1 table 10\n");
+  ObjectsOnly();
+  const ScopedFault fault(GetParam(), EMFILE, 1, 1);  // the objects are read first
+  MakeVrf("red", 10);
+  Start();
+  event_run_pending(manager_);
+  EXPECT_GE(Counters().unresolved, 1U);
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Steps, LiveRoutesFailing,
+                         ::testing::Values("netlink_route_dump_open", "netlink_route_dump_request",
+                                           "netlink_route_dump_receive"),
+                         [](const auto& each) { return std::string(each.param); });
+
+TEST_F(LiveRoutes, DisturbedReadingOfObjectsIsRepeated) {
+  Batch("nexthop add id 1 via 10.0.0.2 dev v0\nroute add 192.168.1.0/24 nhid 1 table 10\n");
+  ObjectsOnly();
+  const ScopedFault fault("netlink_route_dump_disturbed", EINTR, 1, 1);
+  MakeVrf("red", 10);
+  Start();
+  event_run_pending(manager_);
+  EXPECT_THAT(Rows(), IsEmpty());
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
+}
+
+TEST_F(LiveRoutes, FailedEventSocketIsReplacedAndNothingIsLost) {
+  StartWithRed();
+  {
+    const ScopedFault fault("netlink_route_receive", EBADF, 1, 1);
+    AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+    event_run_pending(manager_);
+  }
+  EXPECT_FALSE(source_->settled());
+  const ScopedFault again("netlink_route_open", EMFILE, 1, 2);
+  EXPECT_EQ(SettledRows().size(), 1U);
+  EXPECT_EQ(Counters().failures, 3U);
+  AddRoute("192.168.2.0/24 via 10.0.0.2 table 10");
+  EXPECT_EQ(SettledRows().size(), 2U);
+}
+
+TEST_F(LiveRoutes, StartThatCannotListenForRoutesIsReported) {
+  for (const char* point : {"netlink_route_open", "netlink_route_join"}) {
+    router::Router model;
+    KernelSource source(&model);
+    std::string error;
+    ASSERT_EQ(source.load(&error), kStatusOk);
+    const ScopedFault fault(point, EMFILE);
+    EXPECT_EQ(source.start(manager_), static_cast<Status>(EMFILE)) << point;
+  }
+}
+
+TEST_F(LiveRoutes, RefusedRowIsTriedAgainAndNothingIsTakenAwayMeanwhile) {
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  StartWithRed();
+  const ScopedFault fault("route_store_put", ENOMEM, 1, 2);
+  AddRoute("192.168.2.0/24 via 10.0.0.2 table 10");
+  event_run_pending(manager_);
+  clock_.advance(kSettle);
+  event_run_pending(manager_);
+  EXPECT_EQ(Rows().size(), 1U);
+  EXPECT_EQ(SettledRows().size(), 2U);
+  EXPECT_EQ(Counters().refused, 2U);
+}
+
+TEST_F(LiveRoutes, RowThatTheStoreCannotTakeIsLeftOut) {
+  StartWithRed();
+  const ScopedFault fault("route_store_put", kStatusInvalid, 1, 1);
+  Batch("route add 192.168.1.0/24 via 10.0.0.2 table 10\nroute add 192.168.2.0/24 via 10.0.0.2 table 10\n");
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.2.0/24 via 10.0.0.2"));
+  EXPECT_EQ(Counters().disturbed_readings, 0U);
+}
+
+TEST_F(LiveRoutes, VrfThatGoesInTheMiddleOfItsReadingIsLeftAlone) {
+  AddManyRoutes(3000);
+  MakeVrf("red", 10);
+  MakeVrf("blue", 20);
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 20");
+  Start({.batch = 8});
+  ASSERT_TRUE(TurnUntil([this] { return Rows().size() > 300; }));
+  DeleteVrf("red");
+  EXPECT_THAT(SettledRows(), IsEmpty());
+  EXPECT_EQ(Rows(kBlue4).size(), 1U);
+  EXPECT_EQ(Counters().refused, 0U);  // the reading has ended
+}
+
+TEST_F(LiveRoutes, VrfMadeAgainInTheMiddleOfItsReadingIsReadFromTheBeginning) {
+  AddManyRoutes(3000);
+  MakeVrf("red", 10);
+  Start({.batch = 8});
+  ASSERT_TRUE(TurnUntil([this] { return Rows().size() > 300; }));
+  DeleteVrf("red");
+  MakeVrf("red", 10);
+  EXPECT_EQ(SettledRows().size(), 3000U);
+}
+
+TEST_F(LiveRoutes, VrfThatGoesInTheMiddleOfTheSweepIsLeftAlone) {
+  AddManyRoutes(16000);  // four steps
+  StartWithRed({.batch = 512});
+  ASSERT_EQ(model_.routes().total(), 16000U);
+  Ip("route flush table 10");
+  event_run_pending(manager_);
+  clock_.advance(kSettle);
+  ASSERT_TRUE(TurnUntil([this] { return model_.routes().total() < 16000; }));
+  ASSERT_GT(model_.routes().total(), 0U);
+  DeleteVrf("red");
+  MakeVrf("red", 10);
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  EXPECT_EQ(SettledRows().size(), 1U);
+}
+
+TEST_F(LiveRoutes, SourceThatEndsInTheMiddleOfAReadingOfRoutesLeavesNothingBehind) {
+  AddManyRoutes(3000);
+  const std::ptrdiff_t before = OpenDescriptors();
+  MakeVrf("red", 10);
+  Start({.batch = 8});
+  ASSERT_TRUE(TurnUntil([this] { return Rows().size() > 300; }));
+  source_.reset();
+  EXPECT_EQ(OpenDescriptors(), before);
+  event_run_pending(manager_);
+  EXPECT_LT(Rows().size(), 3000U);
+}
+
+}  // namespace
+}  // namespace kernel

@@ -1,0 +1,316 @@
+// Routes of a real kernel: what is there, what changes, what the kernel does not tell of, VRFs that come and
+// go, next-hop objects.
+#include <net/if.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "platform/router/model/vrf_test_support.h"
+#include "sources/kernel/routes/live_routes_test_support.h"
+
+namespace kernel {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+TEST_F(LiveRoutes, RoutesThatExistAreReadAfterTheStart) {
+  Batch(
+      "route add unreachable default metric 4278198272 table 10\n"
+      "route add 192.168.1.0/24 via 10.0.0.2 metric 50 proto bgp table 10\n"
+      "route add 192.168.2.0/24 dev w0 table 10\n"
+      "route add blackhole 192.168.3.0/24 table 10\n"
+      "route add 192.168.4.0/24 table 10 nexthop via 10.0.0.2 nexthop via 10.1.0.2\n"
+      "route add local 192.168.5.1/32 dev v0 table 10\n"
+      "route add 2001:db8:1::/48 via 2001:db8:10::2 table 10\n"
+      "route add blackhole 2001:db8:2::/48 table 10\n"
+      "route add fe80::/64 dev v0 table 10\n"
+      "route add 192.168.9.0/24 via 10.0.0.2 table 20\n");
+  StartWithRed();
+  EXPECT_THAT(Rows(),
+              ElementsAre("0.0.0.0/0", "192.168.1.0/24 via 10.0.0.2", "192.168.2.0/24", "192.168.3.0/24",
+                          "192.168.4.0/24 via 10.0.0.2", "192.168.4.0/24 via 10.1.0.2"));
+  EXPECT_THAT(Rows(kRed6), ElementsAre("2001:db8:1::/48 via 2001:db8:10::2", "2001:db8:2::/48"));
+  const router::Route row = Row("192.168.1.0/24", "10.0.0.2");
+  EXPECT_EQ(row.interface_index, if_nametoindex("v0"));
+  EXPECT_EQ(row.protocol, router::RouteProtocol::kBgp);
+  EXPECT_EQ(row.metrics[0], 50);
+  EXPECT_EQ(model_.routes().total(), 8U);
+}
+
+TEST_F(LiveRoutes, AddedReplacedAndDeletedRoutesAreFollowed) {
+  StartWithRed();
+  EXPECT_THAT(Rows(), IsEmpty());
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  AddRoute("2001:db8:1::/48 via 2001:db8:10::2 table 10");
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
+  EXPECT_THAT(Rows(kRed6), ElementsAre("2001:db8:1::/48 via 2001:db8:10::2"));
+  Ip("route replace 192.168.1.0/24 via 10.1.0.2 table 10");
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.1.0.2"));
+  Ip("route del 192.168.1.0/24 table 10");
+  Ip("-6 route del 2001:db8:1::/48 table 10");
+  EXPECT_THAT(SettledRows(), IsEmpty());
+  EXPECT_THAT(Rows(kRed6), IsEmpty());
+}
+
+struct ClosePipe {
+  void operator()(FILE* pipe) const { pclose(pipe); }
+};
+
+// Newer versions of ip(8) have an object for it.
+std::string encapsulation_of(const nlohmann::json& route) {
+  if (!route.contains("encap")) return {};
+  const nlohmann::json& encapsulation = route["encap"];
+  return encapsulation.is_object() ? encapsulation["encap_type"] : encapsulation;
+}
+
+// What ip(8) says of a table's routes, in the form of Described().
+std::vector<std::string> SaidByIp(const std::string& family) {
+  const std::unique_ptr<FILE, ClosePipe> pipe(
+      popen(("ip -j -d " + family + " route show table 10").c_str(), "r"));
+  std::vector<std::string> lines;
+  for (const auto& route : nlohmann::json::parse(pipe.get())) {
+    const bool is_remote =
+        route.contains("gateway") || route.contains("via") || encapsulation_of(route) == "seg6";
+    const std::string gateway = route.value("gateway", "");
+    lines.push_back(route["dst"].get<std::string>() + (gateway.empty() ? "" : " via " + gateway) + " dev " +
+                    route["dev"].get<std::string>() + (is_remote ? " remote" : " local"));
+  }
+  std::ranges::sort(lines);
+  return lines;
+}
+
+TEST_F(LiveRoutes, RoutesBehindSegmentsAreRemoteWithTheirNextHopAndNoLabel) {
+  if (!TryIp("-6 route add 2001:db8:1::/48 encap seg6 mode encap segs fd00::1 dev v0 table 10"))
+    GTEST_SKIP() << "SKIPPED: this kernel has no segment routing (CONFIG_IPV6_SEG6_LWTUNNEL)";
+  Batch(
+      "route add 2001:db8:2::/48 encap seg6 mode encap segs fd00::1,fd00::2 via 2001:db8:10::2 table 10\n"
+      "route add 2001:db8:3::/48 encap seg6 mode inline segs fd00::1 via 2001:db8:11::2 table 10\n"
+      "route add fd00:1::/64 encap seg6local action End.DT6 table 10 dev v0 table 10\n"
+      "route add 10.7.0.0/16 encap seg6 mode encap segs fd00::1 via 10.0.0.2 table 10\n"
+      "route add 10.8.0.0/16 encap seg6 mode encap segs fd00::1 via inet6 2001:db8:10::2 dev v0 table 10\n"
+      "route add 10.9.0.0/16 encap seg6 mode encap segs fd00::1 dev v0 table 10\n"
+      "route add 10.10.0.0/16 dev v0 table 10\n");
+  StartWithRed();
+  ASSERT_EQ(SaidByIp("-4").size(), 4U);
+  ASSERT_EQ(SaidByIp("-6").size(), 4U);
+  EXPECT_EQ(Described(kRed4), SaidByIp("-4"));
+  EXPECT_EQ(Described(kRed6), SaidByIp("-6"));
+}
+
+TEST_F(LiveRoutes, BurstIsReadOnce) {
+  StartWithRed();
+  const std::uint64_t before = Counters().tables_read;
+  AddManyRoutes(500);
+  EXPECT_EQ(SettledRows().size(), 500U);
+  EXPECT_LE(Counters().tables_read, before + 2);
+}
+
+TEST_F(LiveRoutes, OtherTablesAreNoConcern) {
+  StartWithRed();
+  const std::uint64_t before = Counters().tables_read;
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 77");
+  AddRoute("192.168.2.0/24 via 10.0.0.2");
+  Settle();
+  EXPECT_EQ(Counters().tables_read, before);
+  EXPECT_EQ(model_.routes().total(), 0U);
+}
+
+TEST_F(LiveRoutes, RowThatStaysKeepsItsAge) {
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  StartWithRed();
+  clock_.advance(100 * kNanosecondsPerSecond);
+  AddRoute("192.168.2.0/24 via 10.0.0.2 table 10");
+  Settle();
+  clock_.advance(10 * kNanosecondsPerSecond);
+  EXPECT_EQ(AgeOf("192.168.1.0/24", "10.0.0.2"), 110U);
+  EXPECT_EQ(AgeOf("192.168.2.0/24", "10.0.0.2"), 10U);
+  Ip("route replace 192.168.1.0/24 via 10.0.0.2 proto bgp table 10");
+  Settle();
+  EXPECT_EQ(AgeOf("192.168.1.0/24", "10.0.0.2"), 0U);
+}
+
+// Two routes to one prefix through one next hop are one row: the better one.
+TEST_F(LiveRoutes, RouteOfTheLowerMetricIsTheRowAndKeepsItsAge) {
+  AddRoute("192.168.1.0/24 via 10.0.0.2 metric 20 table 10");
+  AddRoute("192.168.1.0/24 via 10.0.0.2 metric 10 table 10");
+  StartWithRed();
+  EXPECT_THAT(Rows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
+  EXPECT_EQ(Row("192.168.1.0/24", "10.0.0.2").metrics[0], 10);
+  clock_.advance(5 * kNanosecondsPerSecond);
+  AddRoute("192.168.2.0/24 via 10.0.0.2 table 10");
+  Settle();
+  EXPECT_EQ(AgeOf("192.168.1.0/24", "10.0.0.2"), 5U);
+  Ip("route del 192.168.1.0/24 via 10.0.0.2 metric 10 table 10");
+  Settle();
+  EXPECT_EQ(Row("192.168.1.0/24", "10.0.0.2").metrics[0], 20);
+}
+
+TEST_F(LiveRoutes, RoutesDroppedSilentlyWithTheirLinkGo) {
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  AddRoute("192.168.2.0/24 via 10.1.0.2 table 10");
+  StartWithRed();
+  const std::uint64_t before = Counters().tables_read;
+  Ip("link set v0 down");
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.2.0/24 via 10.1.0.2"));
+  EXPECT_GT(Counters().tables_read, before);
+}
+
+// The link's operational state stays as it is: only its flags tell.
+TEST_F(LiveRoutes, RoutesDroppedWithALinkThatHadNoCarrierGo) {
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  Ip("link set v1 down");
+  StartWithRed();
+  ASSERT_THAT(Rows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
+  ASSERT_TRUE(EventuallyTrue([this] { return !IsUp("v0"); }));
+  Ip("link set v0 down");
+  EXPECT_THAT(SettledRows(), IsEmpty());
+}
+
+TEST_F(LiveRoutes, RoutesOfADeletedLinkGo) {
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  StartWithRed();
+  Ip("link del v0");
+  EXPECT_THAT(SettledRows(), IsEmpty());
+}
+
+TEST_F(LiveRoutes, DeadPathOfAMultipathRouteGoesAndComesBack) {
+  AddRoute("192.168.1.0/24 table 10 nexthop via 10.0.0.2 dev v0 nexthop via 10.1.0.2 dev w0");
+  AddRoute("2001:db8:1::/48 table 10 nexthop via 2001:db8:10::2 dev v0 nexthop via 2001:db8:11::2 dev w0");
+  StartWithRed();
+  EXPECT_EQ(Rows().size() + Rows(kRed6).size(), 4U);
+  Ip("link set v0 down");
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.1.0.2"));
+  EXPECT_THAT(Rows(kRed6), ElementsAre("2001:db8:1::/48 via 2001:db8:11::2"));
+  Ip("link set v0 up");
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2", "192.168.1.0/24 via 10.1.0.2"));
+}
+
+TEST_F(LiveRoutes, PathWithoutACarrierGoesWhereTheKernelIsToldToIgnoreIt) {
+  ASSERT_EQ(Shell("sysctl -qw net.ipv4.conf.all.ignore_routes_with_linkdown=1 "
+                  "net.ipv4.conf.v0.ignore_routes_with_linkdown=1"),
+            0);
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  StartWithRed();
+  ASSERT_EQ(Rows().size(), 1U);
+  Ip("link set v1 down");
+  EXPECT_TRUE(EventuallyTrue([this] { return Rows().empty(); }));  // the carrier follows in the background
+  Ip("link set v1 up");
+  EXPECT_TRUE(EventuallyTrue([this] { return Rows().size() == 1; }));
+}
+
+TEST_F(LiveRoutes, EveryTableIsReadAgainAtIntervals) {
+  StartWithRed({.route_reread = 600 * kNanosecondsPerSecond});
+  const std::uint64_t before = Counters().tables_read;
+  clock_.advance(400 * kNanosecondsPerSecond);
+  Settle();
+  EXPECT_EQ(Counters().tables_read, before);
+  for (int step = 0; step < 16; ++step) {
+    clock_.advance(40 * kNanosecondsPerSecond);
+    Settle();
+  }
+  EXPECT_GE(Counters().tables_read, before + 2);  // IPv4 and IPv6
+  EXPECT_LE(Counters().tables_read, before + 4);
+}
+
+TEST_F(LiveRoutes, VrfThatComesIsReadAndOneThatGoesTakesItsRoutesAlong) {
+  AddRoute("unreachable default table 20");
+  StartWithRed();
+  EXPECT_THAT(Rows(kBlue4), IsEmpty());
+  MakeVrf("blue", 20);
+  EXPECT_THAT(SettledRows(kBlue4), ElementsAre("0.0.0.0/0"));
+  DeleteVrf("blue");
+  EXPECT_EQ(model_.routes().total(), 0U);
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 20");  // the table is nobody's now
+  EXPECT_THAT(SettledRows(kBlue4), IsEmpty());
+}
+
+TEST_F(LiveRoutes, TableOfTwoVrfsStaysWithTheSecond) {
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  StartWithRed();
+  MakeVrf("twin", 10);
+  DeleteVrf("red");
+  EXPECT_EQ(SettledRows().size(), 1U);
+  AddRoute("192.168.2.0/24 via 10.0.0.2 table 10");
+  EXPECT_EQ(SettledRows().size(), 2U);
+}
+
+TEST_F(LiveRoutes, VrfThatChangesItsTableHasTheRoutesOfTheOther) {
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  AddRoute("192.168.2.0/24 via 10.0.0.2 table 20");
+  StartWithRed();
+  router::ChangeVrf(&model_, "red", &router::Vrf::ipv4_table, 20U);
+  EXPECT_THAT(SettledRows(kBlue4), ElementsAre("192.168.2.0/24 via 10.0.0.2"));
+  EXPECT_THAT(Rows(), IsEmpty());
+}
+
+// With the sysctl off a route says nothing but the object's number.
+class LiveNextHopObjects : public LiveRoutes {
+ protected:
+  void SetUp() override {
+    LiveRoutes::SetUp();
+    if (IsSkipped()) return;
+    ObjectsOnly();
+    Batch(
+        "nexthop add id 1 via 10.0.0.2 dev v0\nnexthop add id 2 via 10.1.0.2 dev w0\n"
+        "nexthop add id 3 group 1/2\nnexthop add id 4 blackhole\n"
+        "route add 192.168.1.0/24 nhid 1 table 10\nroute add 192.168.2.0/24 nhid 2 table 10\n"
+        "route add 192.168.3.0/24 nhid 3 table 10\nroute add 192.168.4.0/24 nhid 4 table 10\n");
+  }
+};
+
+TEST_F(LiveNextHopObjects, RoutesAreResolved) {
+  StartWithRed();
+  EXPECT_THAT(Rows(),
+              ElementsAre("192.168.1.0/24 via 10.0.0.2", "192.168.2.0/24 via 10.1.0.2",
+                          "192.168.3.0/24 via 10.0.0.2", "192.168.3.0/24 via 10.1.0.2", "192.168.4.0/24"));
+  EXPECT_EQ(Row("192.168.4.0/24").type, router::RouteType::kBlackhole);
+  EXPECT_EQ(Counters().unresolved, 0U);
+}
+
+TEST_F(LiveNextHopObjects, ObjectOfALaterRouteIsKnown) {
+  StartWithRed();
+  Batch("nexthop add id 9 via 10.0.0.9 dev v0\nroute add 192.168.9.0/24 nhid 9 table 10\n");
+  Settle();
+  EXPECT_EQ(Row("192.168.9.0/24", "10.0.0.9").interface_index, if_nametoindex("v0"));
+  EXPECT_EQ(Counters().unresolved, 0U);
+}
+
+TEST_F(LiveNextHopObjects, ReplacedObjectChangesItsRoutesAndThoseOfItsGroups) {
+  StartWithRed();
+  Ip("nexthop replace id 1 via 10.0.0.7 dev v0");
+  EXPECT_THAT(SettledRows(),
+              ElementsAre("192.168.1.0/24 via 10.0.0.7", "192.168.2.0/24 via 10.1.0.2",
+                          "192.168.3.0/24 via 10.0.0.7", "192.168.3.0/24 via 10.1.0.2", "192.168.4.0/24"));
+}
+
+TEST_F(LiveNextHopObjects, DeletedObjectTakesItsRoutesAlong) {
+  Batch("nexthop add id 5 via 10.0.0.5 dev v0\nroute add 192.168.5.0/24 nhid 5 table 10\n");
+  StartWithRed();
+  ASSERT_EQ(Rows().size(), 6U);
+  Ip("nexthop del id 5");  // in no group, so nothing else tells of it
+  EXPECT_EQ(SettledRows().size(), 5U);
+  Ip("nexthop del id 2");
+  EXPECT_THAT(SettledRows(),
+              ElementsAre("192.168.1.0/24 via 10.0.0.2", "192.168.3.0/24 via 10.0.0.2", "192.168.4.0/24"));
+}
+
+TEST_F(LiveNextHopObjects, ObjectsDroppedSilentlyWithTheirLinkTakeTheirRoutesAlong) {
+  StartWithRed();
+  Ip("link set v0 down");
+  EXPECT_THAT(SettledRows(),
+              ElementsAre("192.168.2.0/24 via 10.1.0.2", "192.168.3.0/24 via 10.1.0.2", "192.168.4.0/24"));
+}
+
+TEST_F(LiveNextHopObjects, RoutesThatCarryTheirPathsNeedNoObjects) {
+  ASSERT_EQ(Shell("sysctl -qw net.ipv4.nexthop_compat_mode=1"), 0);
+  const ScopedFault fault("netlink_route_dump_open", EMFILE, 1, 1);  // the objects' dump comes first
+  StartWithRed();
+  EXPECT_EQ(Rows().size(), 5U);
+  EXPECT_EQ(Counters().unresolved, 0U);
+}
+
+}  // namespace
+}  // namespace kernel

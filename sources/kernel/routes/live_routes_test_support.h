@@ -1,0 +1,104 @@
+// For the tests of routes against a real kernel: tables 10 and 20 of a namespace, which need no VRF devices,
+// stand for the tables of the VRFs red and blue that the test puts into the model itself.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <net/if.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <vector>
+
+#include "sources/kernel/live_kernel_test_support.h"
+#include "sources/kernel/routes/route_messages_test_support.h"
+
+namespace kernel {
+
+inline constexpr router::RouteTableId kBlue4{router::Family::kIpv4, 20};
+
+class LiveRoutes : public LiveKernel {
+ protected:
+  void SetUp() override {
+    LiveKernel::SetUp();
+    if (IsSkipped()) return;
+    AddVeth("v0", "v1");
+    AddVeth("w0", "w1");
+    Batch(
+        "link set v0 up\nlink set v1 up\nlink set w0 up\nlink set w1 up\n"
+        "addr add 10.0.0.1/24 dev v0\naddr add 10.1.0.1/24 dev w0\n"
+        "addr add 2001:db8:10::1/64 dev v0 nodad\naddr add 2001:db8:11::1/64 dev w0 nodad\n");
+  }
+  void MakeVrf(const std::string& name, std::uint32_t table) {
+    router::Vrf vrf;
+    vrf.name = name;
+    vrf.id = next_id_++;
+    vrf.ipv4_table = vrf.ipv6_table = table;
+    ASSERT_EQ(model_.create_vrf(vrf), kStatusOk);
+  }
+  void DeleteVrf(const std::string& name) { ASSERT_EQ(model_.delete_vrf(name), kStatusOk); }
+  void StartWithRed(const KernelSourceSettings& settings = {}) {
+    MakeVrf("red", 10);
+    Start(settings);
+    Settle();
+  }
+  static void AddRoute(const std::string& route) { Ip("route add " + route); }
+  // Routes 10.x.y.0/24 of table 10.
+  static void AddManyRoutes(int count) {
+    std::string lines;
+    for (int each = 0; each < count; ++each) {
+      lines += "route add 11." + std::to_string(each / 250) + "." + std::to_string(each % 250) +
+               ".0/24 via 10.0.0.2 table 10\n";
+    }
+    Batch(lines);
+  }
+  static void ObjectsOnly() { ASSERT_EQ(Shell("sysctl -qw net.ipv4.nexthop_compat_mode=0"), 0); }
+
+  std::vector<std::string> Rows(router::RouteTableId table = kRed4) const {
+    return router::Walk(model_.routes(), table);
+  }
+  std::vector<std::string> SettledRows(router::RouteTableId table = kRed4) {
+    Settle();
+    return Rows(table);
+  }
+  router::Route Row(const std::string& prefix, const std::string& next_hop = "") const {
+    router::Route row;
+    EXPECT_TRUE(model_.routes().find(kRed4, router::MakeKey(prefix, next_hop), &row)) << prefix;
+    return row;
+  }
+  // "10.0.0.0/24 via 10.0.0.2 dev v0 remote" of each row, with the labels if there are any.
+  std::vector<std::string> Described(router::RouteTableId table) const {
+    std::vector<std::string> lines;
+    router::Route row;
+    for (bool more = model_.routes().find_first(table, &row); more;
+         more = model_.routes().find_next(table, row.key, &row)) {
+      std::array<char, IF_NAMESIZE> device{};
+      std::string line =
+          router::Text(table.family, row.key) + " dev " +
+          (if_indextoname(row.interface_index, device.data()) != nullptr ? device.data() : "-") +
+          (row.type == router::RouteType::kRemote ? " remote" : " local");
+      for (const std::uint32_t label : row.labels) line += " label " + std::to_string(label);
+      lines.push_back(std::move(line));
+    }
+    std::ranges::sort(lines);
+    return lines;
+  }
+  std::uint32_t AgeOf(const std::string& prefix, const std::string& next_hop = "") const {
+    return router::route_age(Row(prefix, next_hop));
+  }
+  KernelRouteCounters Counters() const { return source_->counters().routes; }
+  // Turns of the loop until `condition` holds, without the clock; false when nothing is left to do.
+  template <class Condition>
+  bool TurnUntil(Condition condition) {
+    for (int turn = 0; turn < 10'000; ++turn) {
+      if (condition()) return true;
+      if (!Turn()) return false;
+    }
+    return false;
+  }
+
+ private:
+  std::uint32_t next_id_ = 100;
+};
+
+}  // namespace kernel

@@ -1,0 +1,120 @@
+// The routes of the model's VRFs, kept as the kernel has them.
+//
+// From start() on every table that a VRF of the model has is read into the route store, in bounded steps, and
+// read again whenever something happened that may have changed it, and at long intervals. Observes the model
+// for VRFs that come and go. Main thread only. The model must outlive the follower, which must go before the
+// event manager.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+#include "platform/router/model/router.h"
+#include "sources/kernel/netlink/netlink_socket.h"
+#include "sources/kernel/routes/route_rows.h"
+#include "sources/kernel/routes/table_reading.h"
+#include "sources/kernel/settings.h"
+
+namespace kernel {
+
+class RouteFollower final : public router::Observer {
+ public:
+  RouteFollower(router::Router* model, const KernelSourceSettings& settings);
+  ~RouteFollower() override;
+  RouteFollower(const RouteFollower&) = delete;
+  RouteFollower& operator=(const RouteFollower&) = delete;
+
+  // Begins to listen. Fault points "netlink_route_open", "netlink_route_join".
+  [[nodiscard]] Status start(EventManager* manager);
+  void stop();
+
+  const KernelRouteCounters& counters() const { return counters_; }
+  // True when the store has everything that the kernel had told when its messages were last read.
+  bool settled() const;
+
+  void vrf_created(const router::Vrf& vrf) override;
+  void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
+  void vrf_deleted(const router::Vrf& vrf) override;
+
+ private:
+  enum class Phase { kIdle, kObjects, kTable, kSweep };
+  struct Table {
+    RouteUsage usage;
+    std::uint64_t not_before = 0;  // clock_monotonic(): the next reading at the earliest
+    std::uint64_t due = 0;         // ... at the latest
+    unsigned doubts = 0;           // readings in a row that were in doubt
+  };
+  using Tables = std::map<router::RouteTableId, Table>;
+
+  Status open_events();
+  void read_events();
+  void take_event(const RouteEvent& event);
+  void events_failed();
+  void reopen_events();
+
+  void add_tables(const router::Vrf& vrf);
+  void drop_tables(const router::Vrf& vrf);
+  void mark_everything();
+  void mark_dependants();
+  void mark_overdue();
+  bool hangs_on_changes(const RouteUsage& usage) const;
+
+  void wake(std::uint64_t delay);
+  void turn();
+  bool begin_something();
+  Tables::iterator next_dirty(std::uint64_t now, std::uint64_t* earliest);
+  void come_back_to(Tables::iterator table, std::uint64_t delay);
+
+  void begin_objects();
+  void continue_objects();
+  void finish_objects();
+  void objects_failed(Status status);
+  void begin_table(Tables::iterator table);
+  void continue_table();
+  void finish_table();
+  void settle_table(Tables::iterator table);
+  void table_failed(Status status);
+  void sweep();
+  void become_idle();
+  void abandon_reading();
+  void tell_failure(const char* what, Status status);
+  unsigned dump_batch() const;
+
+  router::Router* model_;
+  const KernelSourceSettings settings_;
+  NetlinkSocket events_{NetlinkSocket::kDumpBuffer, kRouteEventFaultPoints};
+  NextHopObjects objects_;
+  NextHopObjects objects_seen_;  // by the running reading of the objects
+  RouteDump objects_dump_;
+  TableReading reading_;
+  std::vector<RouteEvent> scratch_;  // of one datagram, or of one step
+
+  Tables tables_;
+  std::set<router::RouteTableId> dirty_;      // those of tables_ that are to be read
+  std::map<std::uint32_t, LinkFacts> links_;  // as heard since the start
+  std::set<std::uint32_t> changed_links_;     // since the tables that hang on them were last looked for
+  std::set<std::uint32_t> changed_objects_;   // the same; with the groups that have them
+  bool everything_dirty_ = false;
+  bool objects_dirty_ = false;
+  std::uint64_t objects_not_before_ = 0;
+  unsigned objects_doubts_ = 0;
+  bool objects_disturbed_ = false;  // one changed while they were read
+
+  Phase phase_ = Phase::kIdle;
+  std::uint64_t reading_began_ = 0;
+  bool drained_ = true;  // the event queue was empty when last read
+  EventManager* manager_ = nullptr;
+  EventTimerId turn_timer_ = 0;
+  std::uint64_t turn_due_ = 0;  // clock_monotonic()
+  EventTimerId reread_timer_ = 0;
+  EventTimerId reopen_timer_ = 0;
+  bool loss_told_ = false;  // losses and failures are logged once a series
+  bool failure_told_ = false;
+  KernelRouteCounters counters_;
+};
+
+}  // namespace kernel

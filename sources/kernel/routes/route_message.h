@@ -1,0 +1,91 @@
+// rtnetlink datagrams about routes and next hops as plain facts.
+//
+// Pure functions over octets, as in netlink_parse.h: no socket, no state, every length checked. Formats:
+// linux/rtnetlink.h, linux/nexthop.h, linux/lwtunnel.h, linux/mpls_iptunnel.h; label stack entries as in
+// RFC 3032 section 2.1.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <variant>
+#include <vector>
+
+#include "platform/router/model/route_store.h"
+#include "platform/router/model/router.h"
+#include "sources/kernel/netlink/netlink_message.h"
+#include "sources/kernel/netlink/netlink_parse.h"
+
+namespace kernel {
+
+// One way on from a route.
+struct RoutePath {
+  std::uint32_t interface_index = 0;  // 0: none
+  bool has_gateway = false;
+  router::Family gateway_family = router::Family::kIpv4;
+  router::RouteAddress gateway{};     // all zero without a gateway
+  std::vector<std::uint32_t> labels;  // pushed, outermost first
+  bool tunnel = false;                // encapsulated for another router: labels, segments, an IP tunnel
+  bool dead = false;                  // present, but the kernel does not use it (RTNH_F_DEAD)
+  bool operator==(const RoutePath&) const = default;
+};
+
+struct KernelRoute {
+  router::Family family = router::Family::kIpv4;
+  std::uint32_t table = 0;  // never 0
+  router::RouteAddress destination{};
+  std::uint8_t prefix_length = 0;
+  std::uint8_t type = 0;              // RTN_UNICAST ...
+  std::uint8_t protocol = 0;          // RTPROT_...
+  std::uint32_t priority = 0;         // the kernel's metric
+  std::uint32_t next_hop_object = 0;  // 0: none
+  bool cached = false;                // RTM_F_CLONED: an exception to a route and none itself
+  std::vector<RoutePath> paths;       // none: see the object, or a type that discards
+  bool operator==(const KernelRoute&) const = default;
+};
+
+// A next-hop object (ip-nexthop(8)): one path, or a group of other objects.
+struct NextHopObject {
+  std::uint32_t id = 0;  // never 0
+  bool discards = false;
+  RoutePath path;
+  std::vector<std::uint32_t> members;  // not empty: a group
+  bool operator==(const NextHopObject&) const = default;
+};
+
+struct RouteSeen {
+  KernelRoute route;
+};
+struct RouteGone {
+  router::RouteTableId table;
+};
+struct NextHopSeen {
+  NextHopObject object;
+};
+struct NextHopGone {
+  std::uint32_t id = 0;
+};
+// What of a link decides over routes: the kernel drops routes without a word when it changes.
+struct LinkFacts {
+  std::uint32_t index = 0;
+  std::uint32_t flags = 0;   // IFF_UP, IFF_RUNNING, IFF_LOWER_UP; the others are 0
+  std::uint32_t master = 0;  // any kind of master
+  bool operator==(const LinkFacts&) const = default;
+};
+struct LinkFactsGone {
+  std::uint32_t index = 0;
+};
+
+// With its last IPv4 address an interface loses its IPv4 routes, in every table, without a word.
+struct Ipv4AddressLost {
+  std::uint32_t index = 0;  // of the interface
+};
+
+using RouteEvent = std::variant<RouteSeen, RouteGone, NextHopSeen, NextHopGone, LinkFacts, LinkFactsGone,
+                                Ipv4AddressLost, DumpDone, RequestFailed>;
+
+// As parse_datagram(): appends what the datagram says. Anything but IPv4 and IPv6 routes, next-hop objects,
+// links and removed IPv4 addresses is left out silently. REQUIRES: octets aligned to 4
+ParseReport parse_route_datagram(std::span<const std::uint8_t> datagram, std::vector<RouteEvent>* events);
+
+}  // namespace kernel

@@ -1,0 +1,365 @@
+// Tests of the decoder of routes and next-hop objects: what a message means, what is no concern of ours, what
+// is malformed.
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+#include "sources/kernel/routes/route_messages_test_support.h"
+
+namespace kernel {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr std::array<std::uint8_t, 4> kDiscarding{RTN_BLACKHOLE, RTN_UNREACHABLE, RTN_PROHIBIT, RTN_THROW};
+
+template <class What, class Message>
+What One(const Message& message) {
+  const std::vector<RouteEvent> events = ParseRoutes(Encode(message));
+  if (events.size() != 1 || !std::holds_alternative<What>(events[0])) {
+    ADD_FAILURE() << "not one such event but " << events.size() << " events";
+    return {};
+  }
+  return std::get<What>(events[0]);
+}
+KernelRoute OneRoute(const RouteMessage& message) {
+  return One<RouteSeen>(message).route;
+}
+NextHopObject OneObject(const ObjectMessage& message) {
+  return One<NextHopSeen>(message).object;
+}
+RoutePath OnePath(const RouteMessage& message) {
+  const KernelRoute route = OneRoute(message);
+  EXPECT_EQ(route.paths.size(), 1U);
+  return route.paths.empty() ? RoutePath{} : route.paths[0];
+}
+router::RouteAddress Octets16(const std::string& text) {
+  return router::MakeAddress(text).octets;
+}
+
+void ExpectMalformed(const Octets& datagram) {
+  ParseReport report;
+  EXPECT_TRUE(ParseRoutes(datagram, &report).empty());
+  EXPECT_EQ(report.malformed, 1U);
+}
+void ExpectIgnored(const Octets& datagram) {
+  ParseReport report;
+  EXPECT_TRUE(ParseRoutes(datagram, &report).empty());
+  EXPECT_EQ(report.malformed, 0U);
+}
+
+TEST(KernelRoutes, PrefixTableProtocolAndPriority) {
+  const KernelRoute route = OneRoute({.prefix = "10.1.2.0/23",
+                                      .table = 1000,
+                                      .protocol = RTPROT_BGP,
+                                      .priority = 4278198272,
+                                      .hop = {.interface_index = 5, .gateway = "10.0.0.2"}});
+  EXPECT_EQ(route.family, router::Family::kIpv4);
+  EXPECT_EQ(route.table, 1000U);
+  EXPECT_EQ(route.destination, Octets16("10.1.2.0"));
+  EXPECT_EQ(route.prefix_length, 23);
+  EXPECT_EQ(route.protocol, RTPROT_BGP);
+  EXPECT_EQ(route.type, RTN_UNICAST);
+  EXPECT_EQ(route.priority, 4278198272U);
+  EXPECT_FALSE(route.cached);
+  ASSERT_EQ(route.paths.size(), 1U);
+  EXPECT_EQ(route.paths[0].interface_index, 5U);
+  EXPECT_TRUE(route.paths[0].has_gateway);
+  EXPECT_EQ(route.paths[0].gateway, Octets16("10.0.0.2"));
+}
+
+TEST(KernelRoutes, TableOfTheHeaderCountsWhereThereIsNoOther) {
+  EXPECT_EQ(OneRoute({.table = {}, .short_table = 77, .hop = {.interface_index = 5}}).table, 77U);
+}
+
+TEST(KernelRoutes, TableAbove255IsNotTheHeaders) {
+  EXPECT_EQ(OneRoute({.table = 70000, .hop = {.interface_index = 5}}).table, 70000U);
+}
+
+TEST(KernelRoutes, DefaultRouteHasNoDestination) {
+  const KernelRoute route = OneRoute({.prefix = "0.0.0.0/0", .hop = {.interface_index = 5}});
+  EXPECT_EQ(route.prefix_length, 0);
+  EXPECT_EQ(route.destination, router::RouteAddress{});
+}
+
+TEST(KernelRoutes, AbsentPriorityIsZero) {
+  EXPECT_EQ(OneRoute({.hop = {.interface_index = 5}}).priority, 0U);
+}
+
+TEST(KernelRoutes, Ipv6Route) {
+  const KernelRoute route =
+      OneRoute({.prefix = "2001:db8:1::/48", .hop = {.interface_index = 6, .gateway = "fe80::1"}});
+  EXPECT_EQ(route.family, router::Family::kIpv6);
+  EXPECT_EQ(route.destination, Octets16("2001:db8:1::"));
+  ASSERT_EQ(route.paths.size(), 1U);
+  EXPECT_EQ(route.paths[0].gateway_family, router::Family::kIpv6);
+  EXPECT_EQ(route.paths[0].gateway, Octets16("fe80::1"));
+}
+
+TEST(KernelRoutes, DirectRouteHasNoGateway) {
+  const RoutePath path = OnePath({.hop = {.interface_index = 5}});
+  EXPECT_FALSE(path.has_gateway);
+  EXPECT_EQ(path.interface_index, 5U);
+}
+
+TEST(KernelRoutes, GatewayOfTheOtherFamilyIsInVia) {
+  const RoutePath path = OnePath({.hop = {.interface_index = 5, .via = "2001:db8::2"}});
+  EXPECT_TRUE(path.has_gateway);
+  EXPECT_EQ(path.gateway_family, router::Family::kIpv6);
+  EXPECT_EQ(path.gateway, Octets16("2001:db8::2"));
+}
+
+TEST(KernelRoutes, DiscardingRouteHasNoPathThoughIpv6NamesTheLoopback) {
+  for (const std::uint8_t type : kDiscarding) {
+    const KernelRoute route =
+        OneRoute({.prefix = "2001:db8::/32", .type = type, .hop = {.interface_index = 1}});
+    EXPECT_EQ(route.type, type);
+    EXPECT_THAT(route.paths, IsEmpty());
+  }
+}
+
+TEST(KernelRoutes, MultipathRouteHasAPathForEveryHop) {
+  const KernelRoute route =
+      OneRoute({.hops = {{.interface_index = 5, .gateway = "10.0.0.2"},
+                         {.interface_index = 6, .labels = {201}, .flags = RTNH_F_DEAD | RTNH_F_LINKDOWN}}});
+  ASSERT_EQ(route.paths.size(), 2U);
+  EXPECT_EQ(route.paths[0].interface_index, 5U);
+  EXPECT_EQ(route.paths[0].gateway, Octets16("10.0.0.2"));
+  EXPECT_FALSE(route.paths[0].dead);
+  EXPECT_EQ(route.paths[1].interface_index, 6U);
+  EXPECT_FALSE(route.paths[1].has_gateway);
+  EXPECT_THAT(route.paths[1].labels, ElementsAre(201U));
+  EXPECT_TRUE(route.paths[1].dead);
+}
+
+TEST(KernelRoutes, HopWhoseCarrierIsLostIsNotDead) {
+  EXPECT_FALSE(OnePath({.hops = {{.interface_index = 5, .flags = RTNH_F_LINKDOWN}}}).dead);
+}
+
+TEST(KernelRoutes, SinglePathIsDeadByTheRoutesFlags) {
+  EXPECT_TRUE(OnePath({.hop = {.interface_index = 5, .flags = RTNH_F_DEAD}}).dead);
+}
+
+TEST(KernelRoutes, LabelsOutermostFirst) {
+  const HopMessage hop{.interface_index = 9, .gateway = "10.99.0.2", .labels = {1002, 16, 0xfffff}};
+  EXPECT_THAT(OnePath({.hop = hop}).labels, ElementsAre(1002U, 16U, 0xfffffU));
+}
+
+TEST(KernelRoutes, LabelsAreReadWhateverTheOrderOfTheAttributes) {
+  EXPECT_THAT(OnePath({.hop = {.interface_index = 9, .labels = {300}, .type_behind = true}}).labels,
+              ElementsAre(300U));
+}
+
+TEST(KernelRoutes, OtherEncapsulationsHaveNoLabels) {
+  const HopMessage hop{.interface_index = 9, .labels = {300}, .encap_type = LWTUNNEL_ENCAP_SEG6};
+  EXPECT_THAT(OnePath({.hop = hop}).labels, IsEmpty());
+}
+
+TEST(KernelRoutes, EncapsulationThatLeadsToAnotherRouterIsATunnel) {
+  const auto is_tunnel = [](std::uint16_t type) {
+    return OnePath({.hop = {.interface_index = 9, .labels = {300}, .encap_type = type}}).tunnel;
+  };
+  for (const std::uint16_t type :
+       {LWTUNNEL_ENCAP_MPLS, LWTUNNEL_ENCAP_IP, LWTUNNEL_ENCAP_IP6, LWTUNNEL_ENCAP_SEG6})
+    EXPECT_TRUE(is_tunnel(type)) << type;
+  for (const std::uint16_t type : {LWTUNNEL_ENCAP_NONE, LWTUNNEL_ENCAP_BPF, LWTUNNEL_ENCAP_SEG6_LOCAL})
+    EXPECT_FALSE(is_tunnel(type)) << type;
+}
+
+TEST(KernelRoutes, MplsWithoutALabelStackIsMalformed) {
+  ExpectMalformed(Encode(RouteMessage{.hop = {.interface_index = 9, .encap_type = LWTUNNEL_ENCAP_MPLS}}));
+}
+
+TEST(KernelRoutes, RouteByObjectAloneHasNoPath) {
+  const KernelRoute route = OneRoute({.object = 42});
+  EXPECT_EQ(route.next_hop_object, 42U);
+  EXPECT_THAT(route.paths, IsEmpty());
+}
+
+TEST(KernelRoutes, RouteByObjectMayCarryThePathsToo) {
+  const KernelRoute route = OneRoute({.object = 42, .hop = {.interface_index = 5}});
+  EXPECT_EQ(route.next_hop_object, 42U);
+  EXPECT_EQ(route.paths.size(), 1U);
+}
+
+TEST(KernelRoutes, CachedExceptionIsMarked) {
+  EXPECT_TRUE(OneRoute({.flags = RTM_F_CLONED, .hop = {.interface_index = 5}}).cached);
+}
+
+TEST(KernelRoutes, DeletionNamesTheTable) {
+  EXPECT_EQ(One<RouteGone>(RouteMessage{.message_type = RTM_DELROUTE, .hop = {.interface_index = 5}}).table,
+            kRed4);
+  EXPECT_EQ(One<RouteGone>(RouteMessage{.message_type = RTM_DELROUTE, .prefix = "2001:db8::/32"}).table,
+            kRed6);
+}
+
+TEST(KernelRoutes, LabelRoutesAreIgnored) {
+  Octets datagram = Encode(RouteMessage{.hop = {.interface_index = 5}});
+  datagram[sizeof(nlmsghdr)] = AF_MPLS;
+  ExpectIgnored(datagram);
+}
+
+TEST(KernelRoutes, ContradictionsAreMalformed) {
+  ExpectMalformed(Encode(RouteMessage{.table = 0, .hop = {.interface_index = 5}}));
+  ExpectMalformed(Encode(RouteMessage{.hop = {.interface_index = 5}, .without_destination = true}));
+  ExpectMalformed(Encode(RouteMessage{.prefix = "10.0.0.1/24", .hop = {.interface_index = 5}}));
+  ExpectMalformed(Encode(RouteMessage{.prefix = "10.0.0.255/31", .hop = {.interface_index = 5}}));
+  ExpectMalformed(Encode(RouteMessage{.hop = {.interface_index = 0x80000000}}));
+  ExpectMalformed(Encode(RouteMessage{.hop = {.gateway = "2001:db8::1"}}));  // an address too long
+  Octets datagram = Encode(RouteMessage{.prefix = "10.0.0.0/32", .hop = {.interface_index = 5}});
+  datagram[sizeof(nlmsghdr) + 1] = 33;
+  ExpectMalformed(datagram);
+}
+
+// The length of a hop, in the middle of RTA_MULTIPATH.
+TEST(KernelRoutes, HopsOfImpossibleLengthAreMalformed) {
+  const Octets whole = Encode(RouteMessage{.hops = {{.interface_index = 5}, {.interface_index = 6}}});
+  const std::size_t second = whole.size() - sizeof(rtnexthop);
+  for (const int length : {0, 7, 9, 255}) {
+    Octets datagram = whole;
+    datagram[second] = static_cast<std::uint8_t>(length);
+    ExpectMalformed(datagram);
+  }
+}
+
+TEST(KernelRoutes, HeaderOnlyMessagesAreMalformed) {
+  for (const std::uint16_t type :
+       {RTM_NEWROUTE, RTM_DELROUTE, RTM_NEWNEXTHOP, RTM_DELNEXTHOP, RTM_NEWLINK, RTM_DELLINK}) {
+    MessageBuffer buffer;
+    const nlmsghdr* message = buffer.Begin(type, 0);
+    ExpectMalformed(buffer.Take(message));
+  }
+}
+
+TEST(KernelNextHops, ObjectWithGatewayAndLabels) {
+  const NextHopObject object =
+      OneObject({.id = 5, .hop = {.interface_index = 9, .gateway = "10.0.0.2", .labels = {100, 200}}});
+  EXPECT_EQ(object.id, 5U);
+  EXPECT_EQ(object.path.interface_index, 9U);
+  EXPECT_EQ(object.path.gateway, Octets16("10.0.0.2"));
+  EXPECT_THAT(object.path.labels, ElementsAre(100U, 200U));
+  EXPECT_FALSE(object.discards);
+  EXPECT_THAT(object.members, IsEmpty());
+}
+
+TEST(KernelNextHops, Ipv6ObjectHasAnIpv6Gateway) {
+  const NextHopObject object =
+      OneObject({.family = AF_INET6, .id = 5, .hop = {.interface_index = 9, .gateway = "fe80::2"}});
+  EXPECT_EQ(object.path.gateway_family, router::Family::kIpv6);
+  EXPECT_EQ(object.path.gateway, Octets16("fe80::2"));
+}
+
+TEST(KernelNextHops, GroupBlackholeAndDead) {
+  EXPECT_THAT(OneObject({.id = 7, .members = {5, 6}}).members, ElementsAre(5U, 6U));
+  EXPECT_TRUE(OneObject({.id = 8, .blackhole = true}).discards);
+  EXPECT_TRUE(OneObject({.id = 9, .hop = {.interface_index = 5, .flags = RTNH_F_DEAD}}).path.dead);
+}
+
+TEST(KernelNextHops, DeletionNamesTheObject) {
+  EXPECT_EQ(One<NextHopGone>(ObjectMessage{.message_type = RTM_DELNEXTHOP, .id = 5}).id, 5U);
+}
+
+TEST(KernelNextHops, ObjectWithoutIdIsMalformed) {
+  ExpectMalformed(Encode(ObjectMessage{.hop = {.interface_index = 5}}));
+}
+
+TEST(KernelNextHops, GroupOfOddLengthIsMalformed) {
+  Octets datagram = Encode(ObjectMessage{.id = 7, .members = {5}});
+  nlattr group{};
+  std::memcpy(&group, datagram.data() + datagram.size() - 12, sizeof group);
+  ASSERT_EQ(group.nla_type, NHA_GROUP);
+  group.nla_len = 11;
+  std::memcpy(datagram.data() + datagram.size() - 12, &group, sizeof group);
+  ExpectMalformed(datagram);
+}
+
+TEST(KernelLinkFacts, FlagsThatDecideOverRoutesAndTheMaster) {
+  const auto facts = One<LinkFacts>(
+      LinkMessage{.index = 5, .flags = kUpAndRunning | IFF_BROADCAST, .name = "d0", .master = 2});
+  EXPECT_EQ(facts, (LinkFacts{5, kUpAndRunning, 2}));
+}
+
+TEST(KernelLinkFacts, DeletionNamesTheIndexAndTheBridgesViewIsIgnored) {
+  EXPECT_EQ(One<LinkFactsGone>(LinkMessage{.type = RTM_DELLINK, .index = 5}).index, 5U);
+  ExpectIgnored(Encode(LinkMessage{.type = RTM_DELLINK, .family = AF_BRIDGE, .index = 5}));
+}
+
+TEST(KernelLinkFacts, RemovedIpv4AddressNamesItsInterface) {
+  const auto removed = [](int family) {
+    MessageBuffer buffer;
+    nlmsghdr* message = buffer.Begin(RTM_DELADDR, 0);
+    auto* header = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg)));
+    header->ifa_family = static_cast<std::uint8_t>(family);
+    header->ifa_index = 5;
+    return buffer.Take(message);
+  };
+  ParseReport report;
+  const std::vector<RouteEvent> events = ParseRoutes(removed(AF_INET), &report);
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(std::get<Ipv4AddressLost>(events[0]).index, 5U);
+  ExpectIgnored(removed(AF_INET6));
+}
+
+TEST(KernelRouteDatagrams, EndAndRefusalOfADump) {
+  MessageBuffer buffer;
+  nlmsghdr* message = buffer.Begin(NLMSG_DONE, NLM_F_DUMP_INTR);
+  ParseReport report;
+  std::vector<RouteEvent> events = ParseRoutes(buffer.Take(message), &report);
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_TRUE(std::holds_alternative<DumpDone>(events[0]));
+  EXPECT_TRUE(report.interrupted);
+
+  message = buffer.Begin(NLMSG_ERROR, 0);
+  static_cast<nlmsgerr*>(mnl_nlmsg_put_extra_header(message, sizeof(nlmsgerr)))->error = -ENOENT;
+  events = ParseRoutes(buffer.Take(message));
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(std::get<RequestFailed>(events[0]).error, ENOENT);
+}
+
+TEST(KernelRouteDatagrams, OverrunMessageIsALoss) {
+  MessageBuffer buffer;
+  const auto events = ParseRoutes(buffer.Take(buffer.Begin(NLMSG_OVERRUN, 0)));
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(std::get<RequestFailed>(events[0]).error, ENOBUFS);
+}
+
+TEST(KernelRouteDatagrams, AddressesAreIgnored) {
+  ExpectIgnored(Encode(AddressMessage{.index = 5, .address = "10.0.0.1"}));
+}
+
+// Each cut has a buffer of its own size, so that a sanitizer sees any octet read behind it.
+TEST(KernelRouteDatagrams, EveryCutOfARecordingIsSurvived) {
+  for (const char* name : {"dump-route.raw", "dump-route6.raw"}) {
+    const Octets whole = ReadRecording(name).at(0);
+    const std::size_t complete = ParseRoutes(whole).size();
+    ASSERT_GT(complete, 1U);
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+      const Octets cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+      EXPECT_LT(ParseRoutes(cut).size(), complete);
+    }
+  }
+}
+
+// Nothing of a message is believed without a check: each octet of it in turn takes values at the ends of its
+// range.
+TEST(KernelRouteDatagrams, EveryOctetMayBeWrong) {
+  const std::vector<Octets> messages{
+      Encode(RouteMessage{.hop = {.interface_index = 5, .via = "2001:db8::2", .labels = {100, 200}}}),
+      Encode(RouteMessage{
+          .hops = {{.interface_index = 5, .gateway = "10.0.0.2"}, {.interface_index = 6, .labels = {7}}}}),
+      Encode(ObjectMessage{.id = 7, .members = {5, 6}}),
+      Encode(ObjectMessage{.id = 5, .hop = {.interface_index = 9, .labels = {7}}})};
+  for (const Octets& message : messages) {
+    for (std::size_t at = 0; at < message.size(); ++at) {
+      for (const int value : {0x00, 0x01, 0x03, 0x7f, 0x80, 0xff}) {
+        Octets wrong(message);
+        wrong[at] = static_cast<std::uint8_t>(value);
+        EXPECT_LE(ParseRoutes(wrong).size(), 1U) << at;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kernel

@@ -1,0 +1,204 @@
+// See route_rows.h. Types and protocols as RFC 4292 and IANAipRouteProtocol have them.
+//
+// A next hop of the other family (an IPv4 prefix behind an IPv6 gateway) does not fit into a row's index: the
+// row is remote with the next hop zero, its interface says the rest.
+#include "sources/kernel/routes/route_rows.h"
+
+#include <linux/rtnetlink.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+namespace kernel {
+namespace {
+
+using router::RouteProtocol;
+using router::RouteType;
+
+struct ProtocolName {
+  std::uint8_t kernel;
+  RouteProtocol row;
+};
+
+// What is not listed is kOther. RTPROT_ values of routing daemons are as registered in rtnetlink.h and, for
+// 190 and 196 (RIPng and static routes of a routing suite), as that suite has them in
+// /etc/iproute2/rt_protos.d.
+constexpr RouteProtocol kDhcp{19};
+constexpr std::array kProtocols{ProtocolName{RTPROT_REDIRECT, RouteProtocol::kIcmp},
+                                ProtocolName{RTPROT_KERNEL, RouteProtocol::kLocal},
+                                ProtocolName{RTPROT_BOOT, RouteProtocol::kNetmgmt},
+                                ProtocolName{RTPROT_STATIC, RouteProtocol::kNetmgmt},
+                                ProtocolName{RTPROT_DHCP, kDhcp},
+                                ProtocolName{RTPROT_BGP, RouteProtocol::kBgp},
+                                ProtocolName{RTPROT_ISIS, RouteProtocol::kIsIs},
+                                ProtocolName{RTPROT_OSPF, RouteProtocol::kOspf},
+                                ProtocolName{RTPROT_RIP, RouteProtocol::kRip},
+                                ProtocolName{190, RouteProtocol::kRip},
+                                ProtocolName{RTPROT_EIGRP, RouteProtocol::kEigrp},
+                                ProtocolName{196, RouteProtocol::kNetmgmt}};
+
+RouteProtocol protocol_of(std::uint8_t kernel) {
+  const auto* found = std::find_if(kProtocols.begin(), kProtocols.end(),
+                                   [kernel](const ProtocolName& each) { return each.kernel == kernel; });
+  return found == kProtocols.end() ? RouteProtocol::kOther : found->row;
+}
+
+// Of a route that packets do not leave by.
+RouteType discard_type(std::uint8_t type) {
+  switch (type) {
+    case RTN_BLACKHOLE:
+      return RouteType::kBlackhole;
+    case RTN_UNREACHABLE:
+    case RTN_PROHIBIT:
+      return RouteType::kReject;
+    default:
+      return RouteType::kOther;  // RTN_THROW: the search goes on in the next table
+  }
+}
+
+bool is_link_local_or_multicast(const KernelRoute& route) {
+  const auto& octets = route.destination;
+  if (route.family == router::Family::kIpv4) {
+    return route.prefix_length >= 4 && (octets[0] & 0xf0) == 0xe0;
+  }
+  const bool link_local = route.prefix_length >= 10 && octets[0] == 0xfe && (octets[1] & 0xc0) == 0x80;
+  return link_local || (route.prefix_length >= 8 && octets[0] == 0xff);
+}
+
+router::Route row_of(const KernelRoute& route) {
+  router::Route row;
+  row.key.destination = route.destination;
+  row.key.prefix_length = route.prefix_length;
+  row.protocol = protocol_of(route.protocol);
+  constexpr std::uint32_t kLargest = std::numeric_limits<std::int32_t>::max();
+  row.metrics[0] = static_cast<std::int32_t>(std::min(route.priority, kLargest));
+  return row;
+}
+
+void append_path(const KernelRoute& route, const RoutePath& path, std::vector<router::Route>* rows) {
+  if (path.dead) {
+    return;
+  }
+  router::Route row = row_of(route);
+  row.type = path.has_gateway || path.tunnel ? RouteType::kRemote : RouteType::kLocal;
+  if (path.has_gateway && path.gateway_family == route.family) {
+    row.key.next_hop = path.gateway;
+  }
+  row.interface_index = path.interface_index;
+  row.labels = path.labels;
+  rows->push_back(std::move(row));
+}
+
+void append_discard(const KernelRoute& route, std::uint8_t type, std::vector<router::Route>* rows) {
+  router::Route row = row_of(route);
+  row.type = discard_type(type);
+  rows->push_back(std::move(row));
+}
+
+void append_object(const KernelRoute& route, const NextHopObject& object, std::vector<router::Route>* rows) {
+  if (object.discards) {
+    append_discard(route, RTN_BLACKHOLE, rows);
+  } else {
+    append_path(route, object.path, rows);
+  }
+}
+
+// Groups have no groups as members.
+bool append_by_object(const KernelRoute& route, const NextHopObjects& objects,
+                      std::vector<router::Route>* rows) {
+  const NextHopObject* named = objects.find(route.next_hop_object);
+  if (named == nullptr) {
+    return false;
+  }
+  std::vector<const NextHopObject*> members;
+  for (const std::uint32_t id : named->members) {
+    members.push_back(objects.find(id));
+  }
+  if (std::find(members.begin(), members.end(), nullptr) != members.end()) {
+    return false;
+  }
+  if (members.empty()) {
+    members.push_back(named);
+  }
+  for (const NextHopObject* each : members) {
+    append_object(route, *each, rows);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool NextHopObjects::see(const NextHopObject& object) {
+  const auto [present, is_new] = objects_.try_emplace(object.id, object);
+  if (!is_new && present->second == object) {
+    return false;
+  }
+  present->second = object;
+  return true;
+}
+
+const NextHopObject* NextHopObjects::find(std::uint32_t id) const {
+  const auto found = objects_.find(id);
+  return found == objects_.end() ? nullptr : &found->second;
+}
+
+std::set<std::uint32_t> NextHopObjects::users(std::uint32_t id) const {
+  std::set<std::uint32_t> ids{id};
+  for (const auto& [each, object] : objects_) {
+    if (std::find(object.members.begin(), object.members.end(), id) != object.members.end()) {
+      ids.insert(each);
+    }
+  }
+  return ids;
+}
+
+void NextHopObjects::add_differences(const NextHopObjects& other, std::set<std::uint32_t>* ids) const {
+  for (const auto& [id, object] : objects_) {
+    const NextHopObject* counterpart = other.find(id);
+    const auto is_in = [ids](std::uint32_t member) { return ids->contains(member); };
+    if (counterpart == nullptr || !(*counterpart == object) ||
+        std::any_of(object.members.begin(), object.members.end(), is_in)) {
+      ids->insert(id);
+    }
+  }
+}
+
+// Twice: the first pass finds what differs, the second the groups that came before their members.
+std::set<std::uint32_t> NextHopObjects::differences(const NextHopObjects& other) const {
+  std::set<std::uint32_t> ids;
+  for (int pass = 0; pass < 2; ++pass) {
+    add_differences(other, &ids);
+    other.add_differences(*this, &ids);
+  }
+  return ids;
+}
+
+bool is_shown(const KernelRoute& route) {
+  switch (route.type) {
+    case RTN_UNICAST:
+    case RTN_BLACKHOLE:
+    case RTN_UNREACHABLE:
+    case RTN_PROHIBIT:
+    case RTN_THROW:
+      return !route.cached && !is_link_local_or_multicast(route);
+    default:
+      return false;
+  }
+}
+
+bool append_rows(const KernelRoute& route, const NextHopObjects& objects, std::vector<router::Route>* rows) {
+  if (route.type != RTN_UNICAST) {
+    append_discard(route, route.type, rows);
+    return true;
+  }
+  if (route.paths.empty() && route.next_hop_object != 0) {
+    return append_by_object(route, objects, rows);
+  }
+  for (const RoutePath& path : route.paths) {
+    append_path(route, path, rows);
+  }
+  return true;
+}
+
+}  // namespace kernel

@@ -1,0 +1,331 @@
+// Tests of rows: which routes appear and as what, next-hop objects, and two recorded dumps of a router.
+#include "sources/kernel/routes/route_rows.h"
+
+#include <gmock/gmock.h>
+
+#include "sources/kernel/routes/route_messages_test_support.h"
+
+namespace kernel {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+KernelRoute Route(const std::string& prefix, std::vector<RoutePath> paths = {}) {
+  const router::Address destination = router::MakeAddress(prefix);
+  KernelRoute route;
+  route.family = destination.family;
+  route.table = 10;
+  route.destination = destination.octets;
+  route.prefix_length = destination.prefix_length;
+  route.type = RTN_UNICAST;
+  route.protocol = RTPROT_STATIC;
+  route.paths = std::move(paths);
+  return route;
+}
+
+RoutePath Path(std::uint32_t interface_index, const std::string& gateway = "") {
+  RoutePath path;
+  path.interface_index = interface_index;
+  if (!gateway.empty()) {
+    const router::Address address = router::MakeAddress(gateway);
+    path.has_gateway = true;
+    path.gateway_family = address.family;
+    path.gateway = address.octets;
+  }
+  return path;
+}
+
+NextHopObject Object(std::uint32_t id, const RoutePath& path) {
+  NextHopObject object;
+  object.id = id;
+  object.path = path;
+  return object;
+}
+NextHopObject Group(std::uint32_t id, std::vector<std::uint32_t> members) {
+  NextHopObject object;
+  object.id = id;
+  object.members = std::move(members);
+  return object;
+}
+
+std::vector<std::string> Rows(const KernelRoute& route, const NextHopObjects& objects = {}) {
+  std::vector<router::Route> rows;
+  EXPECT_TRUE(append_rows(route, objects, &rows));
+  std::vector<std::string> texts;
+  for (const router::Route& row : rows) texts.push_back(RowText(route.family, row));
+  return texts;
+}
+std::string OneRow(const KernelRoute& route) {
+  const std::vector<std::string> rows = Rows(route);
+  EXPECT_EQ(rows.size(), 1U);
+  return rows.empty() ? "" : rows[0];
+}
+unsigned ProtocolOf(std::uint8_t kernel) {
+  KernelRoute route = Route("10.0.0.0/24", {Path(5)});
+  route.protocol = kernel;
+  std::vector<router::Route> rows;
+  EXPECT_TRUE(append_rows(route, {}, &rows));
+  return static_cast<unsigned>(rows.at(0).protocol);
+}
+
+TEST(KernelRows, RouteWithAGatewayIsRemoteAndWithoutLocal) {
+  EXPECT_EQ(OneRow(Route("10.0.0.0/24", {Path(5, "10.9.0.2")})),
+            "10.0.0.0/24 via 10.9.0.2 if 5 remote proto 3 metric 0");
+  EXPECT_EQ(OneRow(Route("10.0.0.0/24", {Path(5)})), "10.0.0.0/24 if 5 local proto 3 metric 0");
+  EXPECT_EQ(OneRow(Route("2001:db8::/32", {Path(5, "fe80::2")})),
+            "2001:db8::/32 via fe80::2 if 5 remote proto 3 metric 0");
+}
+
+TEST(KernelRows, DiscardingTypes) {
+  const auto text = [](std::uint8_t type) {
+    KernelRoute route = Route("0.0.0.0/0");
+    route.type = type;
+    return OneRow(route);
+  };
+  EXPECT_EQ(text(RTN_BLACKHOLE), "0.0.0.0/0 if 0 blackhole proto 3 metric 0");
+  EXPECT_EQ(text(RTN_UNREACHABLE), "0.0.0.0/0 if 0 reject proto 3 metric 0");
+  EXPECT_EQ(text(RTN_PROHIBIT), "0.0.0.0/0 if 0 reject proto 3 metric 0");
+  EXPECT_EQ(text(RTN_THROW), "0.0.0.0/0 if 0 other proto 3 metric 0");
+}
+
+TEST(KernelRows, LocalBroadcastMulticastAndLinkLocalRowsAreLeftOut) {
+  for (const std::uint8_t type : {RTN_LOCAL, RTN_BROADCAST, RTN_ANYCAST, RTN_MULTICAST, RTN_UNSPEC}) {
+    KernelRoute route = Route("10.0.0.1/32", {Path(5)});
+    route.type = type;
+    EXPECT_FALSE(is_shown(route)) << unsigned{type};
+  }
+  for (const char* prefix :
+       {"fe80::/64", "fe80::/10", "febf::/16", "ff00::/8", "ff02::1/128", "224.0.0.0/4", "239.1.0.0/16"}) {
+    EXPECT_FALSE(is_shown(Route(prefix, {Path(5)}))) << prefix;
+  }
+  for (const char* prefix : {"::/0", "fe00::/9", "fec0::/10", "fe80::/9", "0.0.0.0/0", "128.0.0.0/1",
+                             "224.0.0.0/3", "169.254.0.0/16", "2001:db8::/32"}) {
+    EXPECT_TRUE(is_shown(Route(prefix, {Path(5)}))) << prefix;
+  }
+}
+
+TEST(KernelRows, CachedExceptionsAreLeftOut) {
+  KernelRoute route = Route("10.0.0.1/32", {Path(5)});
+  route.cached = true;
+  EXPECT_FALSE(is_shown(route));
+}
+
+TEST(KernelRows, ProtocolsAsRfc4292NamesThem) {
+  const std::map<unsigned, unsigned> expected{{RTPROT_UNSPEC, 1},
+                                              {RTPROT_REDIRECT, 4},
+                                              {RTPROT_KERNEL, 2},
+                                              {RTPROT_BOOT, 3},
+                                              {RTPROT_STATIC, 3},
+                                              {RTPROT_RA, 1},
+                                              {11, 1},
+                                              {RTPROT_DHCP, 19},
+                                              {186, 14},
+                                              {187, 9},
+                                              {188, 13},
+                                              {189, 8},
+                                              {190, 8},
+                                              {192, 16},
+                                              {193, 1},
+                                              {196, 3},
+                                              {255, 1}};
+  for (const auto& [kernel, row] : expected) {
+    EXPECT_EQ(ProtocolOf(static_cast<std::uint8_t>(kernel)), row) << kernel;
+  }
+}
+
+TEST(KernelRows, PriorityIsTheFirstMetricUpToWhatAMetricHolds) {
+  KernelRoute route = Route("10.0.0.0/24", {Path(5)});
+  route.priority = 2147483647;
+  EXPECT_EQ(OneRow(route), "10.0.0.0/24 if 5 local proto 3 metric 2147483647");
+  route.priority = 4278198272;
+  EXPECT_EQ(OneRow(route), "10.0.0.0/24 if 5 local proto 3 metric 2147483647");
+  std::vector<router::Route> rows;
+  ASSERT_TRUE(append_rows(route, {}, &rows));
+  EXPECT_THAT(rows.at(0).metrics, ElementsAre(2147483647, -1, -1, -1, -1));
+}
+
+TEST(KernelRows, EveryPathInUseIsARow) {
+  RoutePath dead = Path(7, "10.9.0.4");
+  dead.dead = true;
+  RoutePath labelled = Path(6, "10.9.0.3");
+  labelled.labels = {100, 200};
+  EXPECT_THAT(Rows(Route("10.0.0.0/24", {Path(5, "10.9.0.2"), labelled, dead})),
+              ElementsAre("10.0.0.0/24 via 10.9.0.2 if 5 remote proto 3 metric 0",
+                          "10.0.0.0/24 via 10.9.0.3 if 6 remote proto 3 metric 0 labels 100,200"));
+}
+
+TEST(KernelRows, Ipv4PrefixBehindAnIpv6GatewayIsRemoteWithoutANextHop) {
+  EXPECT_EQ(OneRow(Route("10.0.0.0/24", {Path(5, "2001:db8::2")})),
+            "10.0.0.0/24 if 5 remote proto 3 metric 0");
+}
+
+TEST(KernelRows, ObjectsGiveThePaths) {
+  NextHopObjects objects;
+  EXPECT_TRUE(objects.see(Object(5, Path(9, "10.9.0.2"))));
+  EXPECT_TRUE(objects.see(Object(6, Path(8, "10.9.0.3"))));
+  EXPECT_TRUE(objects.see(Group(7, {5, 6})));
+  KernelRoute route = Route("10.0.0.0/24");
+  route.next_hop_object = 5;
+  EXPECT_THAT(Rows(route, objects), ElementsAre("10.0.0.0/24 via 10.9.0.2 if 9 remote proto 3 metric 0"));
+  route.next_hop_object = 7;
+  EXPECT_THAT(Rows(route, objects), ElementsAre("10.0.0.0/24 via 10.9.0.2 if 9 remote proto 3 metric 0",
+                                                "10.0.0.0/24 via 10.9.0.3 if 8 remote proto 3 metric 0"));
+}
+
+TEST(KernelRows, ObjectThatDiscardsMakesABlackhole) {
+  NextHopObject hole;
+  hole.id = 5;
+  hole.discards = true;
+  NextHopObjects objects;
+  objects.see(hole);
+  KernelRoute route = Route("10.0.0.0/24");
+  route.next_hop_object = 5;
+  EXPECT_THAT(Rows(route, objects), ElementsAre("10.0.0.0/24 if 0 blackhole proto 3 metric 0"));
+}
+
+TEST(KernelRows, UnknownObjectOrMemberGivesNoRowAndSaysSo) {
+  NextHopObjects objects;
+  objects.see(Object(5, Path(9)));
+  objects.see(Group(7, {5, 6}));
+  KernelRoute route = Route("10.0.0.0/24");
+  std::vector<router::Route> rows;
+  for (const std::uint32_t unknown : {4U, 7U}) {
+    route.next_hop_object = unknown;
+    EXPECT_FALSE(append_rows(route, objects, &rows));
+    EXPECT_THAT(rows, IsEmpty());
+  }
+}
+
+TEST(KernelRows, PathsOfTheRouteItselfNeedNoObject) {
+  KernelRoute route = Route("10.0.0.0/24", {Path(5)});
+  route.next_hop_object = 99;
+  EXPECT_THAT(Rows(route), ElementsAre("10.0.0.0/24 if 5 local proto 3 metric 0"));
+}
+
+TEST(KernelNextHopObjects, ChangeIsToldOnceAndLossOnce) {
+  NextHopObjects objects;
+  EXPECT_TRUE(objects.empty());
+  EXPECT_TRUE(objects.see(Object(5, Path(9))));
+  EXPECT_FALSE(objects.see(Object(5, Path(9))));
+  EXPECT_TRUE(objects.see(Object(5, Path(8))));
+  EXPECT_EQ(objects.find(5)->path.interface_index, 8U);
+  EXPECT_TRUE(objects.lose(5));
+  EXPECT_FALSE(objects.lose(5));
+  EXPECT_EQ(objects.find(5), nullptr);
+}
+
+TEST(KernelNextHopObjects, UsersAreTheObjectAndItsGroups) {
+  NextHopObjects objects;
+  for (const NextHopObject& each :
+       {Object(5, Path(9)), Object(6, Path(8)), Group(7, {5, 6}), Group(3, {6})}) {
+    objects.see(each);
+  }
+  EXPECT_THAT(objects.users(5), ElementsAre(5U, 7U));
+  EXPECT_THAT(objects.users(6), ElementsAre(3U, 6U, 7U));
+  EXPECT_THAT(objects.users(99), ElementsAre(99U));
+}
+
+TEST(KernelNextHopObjects, DifferencesIncludeGroupsOfWhatDiffers) {
+  NextHopObjects before;
+  NextHopObjects now;
+  for (NextHopObjects* each : {&before, &now}) {
+    each->see(Object(6, Path(8)));
+    each->see(Group(2, {5}));
+    each->see(Group(3, {6}));
+  }
+  before.see(Object(5, Path(9)));
+  now.see(Object(5, Path(10)));
+  before.see(Object(20, Path(9)));
+  now.see(Object(21, Path(9)));
+  EXPECT_THAT(before.differences(now), ElementsAre(2U, 5U, 20U, 21U));
+  EXPECT_THAT(now.differences(now), IsEmpty());
+}
+
+// Every route of the recorded router's table 10, as its store would have it.
+class RecordedTable : public ::testing::Test {
+ protected:
+  void Offer(const std::string& recording, router::RouteTableId table) {
+    store_.open(table);
+    for (const Octets& datagram : ReadRecording(recording)) {
+      ParseReport report;
+      for (const RouteEvent& event : ParseRoutes(datagram, &report)) {
+        const auto* seen = std::get_if<RouteSeen>(&event);
+        if (seen == nullptr || seen->route.table != table.table || !is_shown(seen->route)) continue;
+        std::vector<router::Route> rows;
+        EXPECT_TRUE(append_rows(seen->route, {}, &rows));
+        for (const router::Route& row : rows) EXPECT_EQ(store_.offer(table, row), kStatusOk);
+      }
+      EXPECT_EQ(report.malformed, 0U);
+    }
+  }
+  router::RouteStore store_;
+};
+
+TEST_F(RecordedTable, Ipv4RoutesOfEveryKind) {
+  Offer("dump-route.raw", kRed4);
+  EXPECT_THAT(
+      TableText(store_, kRed4),
+      ElementsAre("0.0.0.0/0 via 10.0.0.2 if 5 remote proto 3 metric 2147483647",
+                  "10.0.0.0/24 if 5 local proto 2 metric 0", "10.1.0.0/24 if 6 local proto 2 metric 0",
+                  "10.9.0.0/16 via 10.99.0.2 if 9 remote proto 14 metric 0 labels 200",
+                  "10.10.0.0/16 via 10.99.0.2 if 9 remote proto 14 metric 0 labels 300,200",
+                  "10.11.0.0/16 via 10.99.0.2 if 9 remote proto 14 metric 0 labels 201",
+                  "10.11.0.0/16 via 10.99.0.3 if 9 remote proto 14 metric 0 labels 202",
+                  "172.31.0.0/16 if 7 local proto 3 metric 0",
+                  "192.168.1.0/24 via 10.0.0.2 if 5 remote proto 3 metric 0",
+                  "192.168.2.0/24 via 10.0.0.2 if 5 remote proto 3 metric 50",
+                  "192.168.3.0/24 if 6 local proto 3 metric 0",
+                  "192.168.4.0/24 if 0 blackhole proto 3 metric 0",
+                  "192.168.5.0/24 if 0 reject proto 3 metric 0",
+                  "192.168.6.0/24 if 0 reject proto 3 metric 0", "192.168.7.0/24 if 0 other proto 3 metric 0",
+                  "192.168.8.0/24 via 10.0.0.2 if 5 remote proto 3 metric 0",
+                  "192.168.8.0/24 via 10.1.0.2 if 6 remote proto 3 metric 0",
+                  "192.168.9.0/24 via 10.0.0.2 if 5 remote proto 3 metric 10",
+                  "192.168.9.0/24 via 10.1.0.2 if 6 remote proto 3 metric 0",
+                  "192.168.10.0/24 via 10.0.0.2 if 5 remote proto 14 metric 20",
+                  "192.168.11.0/24 via 10.0.0.2 if 5 remote proto 13 metric 20",
+                  "192.168.12.0/24 via 10.0.0.2 if 5 remote proto 8 metric 20",
+                  "192.168.13.0/24 via 10.0.0.2 if 5 remote proto 16 metric 20",
+                  "192.168.14.0/24 via 10.0.0.2 if 5 remote proto 3 metric 0",
+                  "192.168.15.0/24 via 10.0.0.2 if 5 remote proto 3 metric 0",
+                  "192.168.16.0/24 via 10.0.0.2 if 5 remote proto 3 metric 0",
+                  "192.168.16.0/24 via 10.1.0.2 if 6 remote proto 3 metric 0",
+                  "192.168.17.0/24 if 5 remote proto 3 metric 0"));
+}
+
+TEST_F(RecordedTable, Ipv6RoutesOfEveryKind) {
+  Offer("dump-route6.raw", kRed6);
+  EXPECT_THAT(
+      TableText(store_, kRed6),
+      ElementsAre("2001:db8:10::/64 if 5 local proto 2 metric 256",
+                  "2001:db8:11::/64 if 6 local proto 2 metric 256",
+                  "2001:db8:aaaa::/48 via 2001:db8:10::2 if 5 remote proto 3 metric 30",
+                  "2001:db8:bbbb::/48 if 0 blackhole proto 3 metric 1024",
+                  "2001:db8:cccc::/48 via 2001:db8:10::2 if 5 remote proto 3 metric 1024",
+                  "2001:db8:cccc::/48 via 2001:db8:11::2 if 6 remote proto 3 metric 1024",
+                  "2001:db8:dddd::/48 via 2001:db8:10::2 if 5 remote proto 3 metric 1024",
+                  "2001:db8:eeee::/48 via 2001:db8:99::2 if 9 remote proto 3 metric 1024 labels 203"));
+}
+
+// The life of that router: every event of a route is understood, and the guard route of a VRF that is gone is
+// never told as deleted.
+TEST_F(RecordedTable, EveryEventOfTheRoutersLifeIsUnderstood) {
+  std::map<router::RouteTableId, int> seen;
+  int gone = 0;
+  for (const Octets& datagram : ReadRecording("events.raw")) {
+    ParseReport report;
+    for (const RouteEvent& event : ParseRoutes(datagram, &report)) {
+      if (const auto* route = std::get_if<RouteSeen>(&event))
+        ++seen[{route->route.family, route->route.table}];
+      gone += std::holds_alternative<RouteGone>(event) ? 1 : 0;
+    }
+    EXPECT_EQ(report.malformed, 0U);
+  }
+  EXPECT_GT(seen[kRed4], 20);
+  EXPECT_GT(seen[kRed6], 5);
+  EXPECT_GT(gone, 10);
+}
+
+}  // namespace
+}  // namespace kernel
