@@ -30,7 +30,7 @@ locked() {
 }
 
 # install_packages NAME...: installs what is missing, and nothing when nothing is. Services that a package brings
-# are kept from starting on this machine: everything here starts its own.
+# are not started on this machine: everything here starts its own.
 install_packages() {
     [ -n "$(missing_packages "$@")" ] || return 0
     [ "$(id -u)" = 0 ] || fail "root is needed to install: apt-get install $(missing_packages "$@" | tr '\n' ' ')"
@@ -136,7 +136,7 @@ debian_root() {
 # frr10_root: prints the root with version 10 of the routing suite, for MPLS_TEST_FRR10_ROOT.
 frr10_root() { debian_root trixie frr iproute2 procps python3-minimal; }
 
-# A root is built beside its place and moved there when it is complete: an interrupted build leaves none behind.
+# A root is built beside its place and moved there when it is complete: an interrupted build leaves none after.
 make_debian_root() {
     local release=$1 folder=$2 packages
     shift 2
