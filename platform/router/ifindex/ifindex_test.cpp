@@ -59,7 +59,7 @@ TEST_F(Ifindex, IndexIsFoundByName) {
   EXPECT_EQ(index, 7U);
 }
 
-TEST_F(Ifindex, UnknownNameIsNoSuchRowAndWritesNothing) {
+TEST_F(Ifindex, UnknownNameFailsAndWritesNothing) {
   std::uint32_t index = 99;
   EXPECT_EQ(ifname_to_index("ge0", &index), kStatusNoSuchRow);
   EXPECT_EQ(ifname_to_index("", &index), kStatusNoSuchRow);

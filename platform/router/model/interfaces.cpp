@@ -58,11 +58,11 @@ Status Router::add_interface(const Interface& interface, std::uint32_t* handle) 
   do {
     ++state_->last_handle;
   } while (state_->last_handle == 0 || state_->interfaces.contains(state_->last_handle));
-  Interface& kept = state_->interfaces.emplace(state_->last_handle, interface).first->second;
-  kept.handle = state_->last_handle;
-  enter(*state_, &kept);
-  if (handle != nullptr) *handle = kept.handle;
-  state_->tell_up([&kept](Observer& observer) { observer.interface_added(kept); });
+  Interface& stored = state_->interfaces.emplace(state_->last_handle, interface).first->second;
+  stored.handle = state_->last_handle;
+  enter(*state_, &stored);
+  if (handle != nullptr) *handle = stored.handle;
+  state_->notify_records_first([&stored](Observer& observer) { observer.interface_added(stored); });
   return kStatusOk;
 }
 
@@ -71,18 +71,18 @@ Status Router::change_interface(const Interface& interface) {
   const auto found = state_->interfaces.find(interface.handle);
   if (found == state_->interfaces.end()) return kStatusNoSuchRow;
   if (!valid_interface(interface)) return kStatusInvalid;
-  Interface& kept = found->second;
-  if (name_or_index_taken(*state_, interface, &kept)) return kStatusExists;
+  Interface& stored = found->second;
+  if (name_or_index_taken(*state_, interface, &stored)) return kStatusExists;
   Interface next = interface;
-  next.vrf = kept.vrf;
-  if (next == kept) return kStatusOk;
-  const bool is_renamed = next.name != kept.name || next.index != kept.index;
-  if (is_renamed) state_->tell_names_change();
-  take_out(*state_, kept);
-  const Interface before = std::exchange(kept, std::move(next));
-  enter(*state_, &kept);
-  state_->tell_up([&](Observer& observer) { observer.interface_changed(before, kept); });
-  if (is_renamed) state_->tell_names_change();
+  next.vrf = stored.vrf;
+  if (next == stored) return kStatusOk;
+  const bool is_renamed = next.name != stored.name || next.index != stored.index;
+  if (is_renamed) state_->notify_names_change();
+  take_out(*state_, stored);
+  const Interface before = std::exchange(stored, std::move(next));
+  enter(*state_, &stored);
+  state_->notify_records_first([&](Observer& observer) { observer.interface_changed(before, stored); });
+  if (is_renamed) state_->notify_names_change();
   return kStatusOk;
 }
 
@@ -92,7 +92,7 @@ Status Router::remove_interface(std::uint32_t handle) {
   if (found == state_->interfaces.end()) return kStatusNoSuchRow;
   take_out(*state_, found->second);
   const auto taken = state_->interfaces.extract(found);
-  state_->tell_down([&taken](Observer& observer) { observer.interface_removed(taken.mapped()); });
+  state_->notify_records_last([&taken](Observer& observer) { observer.interface_removed(taken.mapped()); });
   return kStatusOk;
 }
 
@@ -101,10 +101,10 @@ Status Router::move_interface(std::uint32_t handle, std::string_view vrf) {
   const auto found = state_->interfaces.find(handle);
   if (found == state_->interfaces.end()) return kStatusNoSuchRow;
   if (!valid_vrf_name(vrf)) return kStatusInvalid;
-  Interface& kept = found->second;
-  if (kept.vrf == vrf) return kStatusOk;
-  const std::string from = std::exchange(kept.vrf, std::string(vrf));
-  state_->tell_down([&](Observer& observer) { observer.interface_moved(kept, from); });
+  Interface& stored = found->second;
+  if (stored.vrf == vrf) return kStatusOk;
+  const std::string from = std::exchange(stored.vrf, std::string(vrf));
+  state_->notify_records_last([&](Observer& observer) { observer.interface_moved(stored, from); });
   return kStatusOk;
 }
 

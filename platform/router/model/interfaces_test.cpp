@@ -19,7 +19,7 @@ TEST_F(RouterModel, AddedInterfaceIsFoundByHandleNameAndIndex) {
   EXPECT_EQ(router_.find_interface_by_name("ge0"), interface);
   EXPECT_EQ(router_.find_interface_by_index(7), interface);
   EXPECT_EQ(router_.interface_count(), 1U);
-  EXPECT_THAT(Heard(), ElementsAre("records: added ge0 in red", "members: added ge0 in red",
+  EXPECT_THAT(Lines(), ElementsAre("records: added ge0 in red", "members: added ge0 in red",
                                    "other: added ge0 in red"));
 }
 
@@ -59,11 +59,11 @@ TEST_F(RouterModel, RenamedInterfaceKeepsItsHandleAndMembership) {
   EXPECT_EQ(router_.find_interface_by_name("ge9"), router_.find_interface(handle));
   EXPECT_EQ(router_.find_interface_by_index(9), router_.find_interface(handle));
   EXPECT_EQ(router_.find_interface(handle)->vrf, "red") << "membership moves by move_interface only";
-  EXPECT_THAT(Heard(), ElementsAre("records: changed ge0 to ge9 up", "members: changed ge0 to ge9 up",
+  EXPECT_THAT(Lines(), ElementsAre("records: changed ge0 to ge9 up", "members: changed ge0 to ge9 up",
                                    "other: changed ge0 to ge9 up"));
   Forget();
   EXPECT_EQ(router_.change_interface(next), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre()) << "nothing differed";
+  EXPECT_THAT(Lines(), ElementsAre()) << "nothing differed";
 }
 
 TEST_F(RouterModel, ChangeToATakenNameOrIndexIsRefused) {
@@ -82,11 +82,11 @@ TEST_F(RouterModel, ChangeToATakenNameOrIndexIsRefused) {
   EXPECT_EQ(router_.find_interface_by_name("ge1")->index, 8U);
 }
 
-TEST_F(RouterModel, RemovalIsToldInReverseRankOrderWithTheMembership) {
+TEST_F(RouterModel, RemovalIsNotifiedInReverseRankOrderWithTheMembership) {
   const std::uint32_t handle = AddInterface("ge0", 7, "red");
   Forget();
   EXPECT_EQ(router_.remove_interface(handle), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre("other: removed ge0 in red", "members: removed ge0 in red",
+  EXPECT_THAT(Lines(), ElementsAre("other: removed ge0 in red", "members: removed ge0 in red",
                                    "records: removed ge0 in red"));
   EXPECT_EQ(router_.find_interface(handle), nullptr);
   EXPECT_EQ(router_.find_interface_by_name("ge0"), nullptr);
@@ -104,11 +104,11 @@ TEST_F(RouterModel, MoveNamesTheVrfThatWasLeft) {
   const std::uint32_t handle = AddInterface("ge0", 7, "red");
   Forget();
   EXPECT_EQ(router_.move_interface(handle, "blue"), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre("other: moved ge0 from red to blue", "members: moved ge0 from red to blue",
+  EXPECT_THAT(Lines(), ElementsAre("other: moved ge0 from red to blue", "members: moved ge0 from red to blue",
                                    "records: moved ge0 from red to blue"));
   Forget();
   EXPECT_EQ(router_.move_interface(handle, "blue"), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre()) << "it was there already";
+  EXPECT_THAT(Lines(), ElementsAre()) << "it was there already";
   EXPECT_EQ(router_.move_interface(handle, ""), kStatusInvalid);
   EXPECT_EQ(router_.move_interface(99, "red"), kStatusNoSuchRow);
 }
@@ -144,7 +144,7 @@ TEST_F(RouterModel, FailedInterfaceChangeLeavesTheModelAsItWas) {
   EXPECT_EQ(router_.move_interface(handle, "blue"), kStatusIo);
   EXPECT_EQ(router_.remove_interface(handle), kStatusIo);
   fault_disarm_all();
-  EXPECT_THAT(Heard(), ElementsAre());
+  EXPECT_THAT(Lines(), ElementsAre());
   EXPECT_EQ(*router_.find_interface(handle), before);
   EXPECT_EQ(router_.interface_count(), 1U);
 }

@@ -1,7 +1,8 @@
-// What few routes have (further metrics, a next-hop AS, labels), kept once for all routes that have the same.
+// Attributes that only few routes have: further metrics, a next-hop AS, labels. Routes with equal attributes
+// share one set.
 //
-// A route's row holds the number of its set instead of the set. Sets are counted: a set lives while a row
-// names it, its number is used again afterwards. Number 0 is the set without anything and is not counted.
+// A route's row has the number of its set. Sets are reference-counted: the number of a set that no row refers
+// to is reused. Number 0 is the empty set and is not counted.
 #pragma once
 
 #include <array>

@@ -5,15 +5,16 @@
 // are several rows. Rows are ordered by destination, prefix length and next hop, all unsigned in network
 // order, which is the order of inetCidrRouteTable's and mplsL3VpnVrfRteTable's indexes (RFC 4292, RFC 4382
 // section 4.1). Two paths of one prefix with the same next hop (another priority, another interface) are one
-// row to the MIB: the store keeps one and the sources decide which; offer() decides by the lower metric.
+// row to the MIB: the store has one of them and the sources decide which; offer() decides by the lower
+// metric.
 //
-// There are no iterators: a reader keeps the key of the row it read last and asks for the following one, so
-// every change in between is safe. Reads and changes cost O(log n), counts are kept. A row costs about 40
-// octets (IPv4) or 80 (IPv6); what few routes have (metrics 2 to 5, a next-hop AS, labels) is kept once for
-// all routes that have the same.
+// There are no iterators: a reader remembers the key of the row it read last and asks for the next one, so
+// every change in between is safe. Reads and changes cost O(log n); counts cost nothing. A row takes about 40
+// octets (IPv4) or 80 (IPv6); routes with equal rare attributes (metrics 2 to 5, a next-hop AS, labels) share
+// one copy of them.
 //
-// Main thread only. Changes are not told one by one: Router::flush_route_changes() tells which tables
-// changed.
+// Main thread only. Router::flush_route_changes() notifies observers of the tables that changed, not of each
+// route.
 #pragma once
 
 #include <array>
@@ -123,10 +124,10 @@ class RouteStore {
   std::size_t total() const;                    // over all tables
   bool is_open(RouteTableId table) const;
 
-  // Rows of a table that is closed or cleared are gone for every reader at once, but giving their memory back
-  // takes a tenth of a second for a million of them. With a hook, which is called when there is something to
-  // give back, the owner of the loop does it by calling release_some() (at most `rows` rows, > 0) until it
-  // returns false; without one (null) it is done on the spot.
+  // Closing or clearing a table removes its rows for every reader at once; freeing the memory of a million
+  // rows takes a tenth of a second. With a hook, the store calls the hook and the owner of the event loop
+  // frees the rows by calling release_some() (at most `rows` rows, > 0) until it returns false. Without a
+  // hook (null) the store frees them at once.
   void defer_releases(std::function<void()> hook);
   [[nodiscard]] bool release_some(std::size_t rows);
 

@@ -104,9 +104,9 @@ TEST_F(RouteStoreRows, OrderIsThatOfAMapOverManyRandomRoutes) {
       route.key.prefix_length = static_cast<std::uint8_t>(8 * used);
       route.interface_index = number;
       if (random() % 4 == 0 && !expected.empty()) {
-        const auto gone = std::next(expected.begin(), static_cast<long>(random() % expected.size()));
-        ASSERT_EQ(store_.erase(table, gone->first), kStatusOk);
-        expected.erase(gone);
+        const auto victim = std::next(expected.begin(), static_cast<long>(random() % expected.size()));
+        ASSERT_EQ(store_.erase(table, victim->first), kStatusOk);
+        expected.erase(victim);
       }
       ASSERT_EQ(store_.put(table, route), kStatusOk);
       expected[route.key] = number;
@@ -210,7 +210,7 @@ TEST_F(RouteStoreRows, WalkByKeysSurvivesChangesInBetween) {
   for (const char* prefix : {"10.0.0.0/8", "11.0.0.0/8", "13.0.0.0/8"}) Put(prefix);
   Route route;
   ASSERT_TRUE(store_.find_first(kRed, &route));
-  ASSERT_EQ(store_.erase(kRed, route.key), kStatusOk);  // the row that the walk stands on
+  ASSERT_EQ(store_.erase(kRed, route.key), kStatusOk);  // the current row of the walk
   ASSERT_EQ(store_.erase(kRed, MakeKey("11.0.0.0/8")), kStatusOk);
   Put("12.0.0.0/8");
   ASSERT_TRUE(store_.find_next(kRed, route.key, &route));
@@ -256,7 +256,7 @@ TEST_F(RouteStoreRows, ClearEmptiesOneTable) {
   EXPECT_EQ(store_.total(), 1U);
 }
 
-TEST_F(RouteStoreRows, CountsAreKept) {
+TEST_F(RouteStoreRows, CountsFollowTheRows) {
   EXPECT_EQ(store_.count(kRed), 0U);
   for (unsigned octet = 1; octet <= 200; ++octet) Put(std::to_string(octet) + ".0.0.0/8");
   EXPECT_EQ(store_.count(kRed), 200U);
@@ -338,8 +338,8 @@ TEST_F(RouteStoreRows, RefreshEndsInBoundedSteps) {
   Put("4.0.0.0/8");
   EXPECT_TRUE(store_.end_refresh(kRed, 3));
   EXPECT_EQ(store_.count(kRed), 7U);
-  Put("1.0.0.0/8");  // behind the step
-  Put("9.0.0.0/8");  // before it
+  Put("1.0.0.0/8");  // before the current row
+  Put("9.0.0.0/8");  // after it
   EXPECT_EQ(EndRefresh(3), 5U);
   EXPECT_EQ(pauses_, 2);
   EXPECT_THAT(Walk(store_, kRed), ElementsAre("1.0.0.0/8", "4.0.0.0/8", "9.0.0.0/8"));
@@ -501,14 +501,14 @@ TEST_F(RouteStoreRows, EveryKindOfChangeMarksItsTable) {
 
 // --- Memory of dropped tables
 
-TEST_F(RouteStoreRows, DroppedRowsAreGoneAtOnceAndReleasedInSteps) {
+TEST_F(RouteStoreRows, DroppedRowsAreRemovedAtOnceAndFreedInSteps) {
   int calls = 0;
   store_.defer_releases([&] { ++calls; });
   for (unsigned octet = 1; octet <= 10; ++octet) Put(std::to_string(octet) + ".0.0.0/8");
   store_.clear(kRed);
   store_.close(kBlue);
   EXPECT_EQ(store_.count(kRed), 0U);
-  EXPECT_EQ(calls, 1) << "told once while something waits";
+  EXPECT_EQ(calls, 1) << "called once while rows are pending";
   Put("1.0.0.0/8");
   int steps = 1;
   while (store_.release_some(3)) ++steps;

@@ -1,13 +1,13 @@
-// See route_table.h. A table is a B-tree of rows that hold addresses as words in host order, 28 octets for
+// A table is a B-tree of rows that hold addresses as words in host order, 28 octets for
 // IPv4 and 52 for IPv6, so that comparing is a matter of integers and a million routes fit in a few tens of
 // megabytes.
 //
 // A row holds its key, so the tree hands rows out as constants; what does not belong to the key is mutable
 // and changes in place.
 //
-// A refresh is a generation of eight bits: begin_refresh() counts it up, put() stamps rows with it,
-// end_refresh() takes away the rows of any other generation. A row that was last given 256 refreshes ago, all
-// of them abandoned, counts as given and goes with the refresh after.
+// A refresh is a generation of eight bits: begin_refresh() increments it, put() stamps rows with it,
+// end_refresh() removes the rows of any other generation. A row whose stamp is exactly 256 abandoned
+// refreshes old survives one refresh too many.
 #include "platform/router/model/route_table.h"
 
 #include <absl/container/btree_set.h>
@@ -183,7 +183,7 @@ class Table final : public RouteTable {
  private:
   using Rows = absl::btree_set<Row<kWords>, RowLess>;
 
-  // `row` holds its attributes; what is not kept of the two is released.
+  // `row` has its attributes; the attributes of the row that is not stored are released.
   RouteChange replace(const Row<kWords>& present, const Row<kWords>& row, bool keep_better) {
     const bool given_already = present.generation == generation_;
     present.generation = generation_;

@@ -1,8 +1,7 @@
-// See route_store.h. The store finds the table and checks what comes from sources; the rows are in
-// route_table.cpp.
+// The route store finds the table and validates the routes of the sources; route_table.cpp stores the rows.
 //
-// Tables sit in an ordered map by family and number, so that changes are told in one order. A table is opened
-// once for every VRF that has it.
+// Tables are ordered by family and number, so that notifications have a fixed order. A table is opened once
+// for every VRF that has it.
 #include "platform/router/model/route_store.h"
 
 #include <deque>
@@ -91,10 +90,10 @@ void RouteStore::begin_refresh(RouteTableId table) {
 bool RouteStore::end_refresh(RouteTableId table, std::size_t limit, std::size_t* erased) {
   State::OpenTable* found = state_->find(table);
   if (found == nullptr) return false;
-  std::size_t gone = 0;
-  const bool more = found->rows->end_refresh(limit, &gone);
-  if (gone > 0) state_->changed.insert(table);
-  if (erased != nullptr) *erased += gone;
+  std::size_t removed = 0;
+  const bool more = found->rows->end_refresh(limit, &removed);
+  if (removed > 0) state_->changed.insert(table);
+  if (erased != nullptr) *erased += removed;
   return more;
 }
 

@@ -2,16 +2,16 @@
 // (a file, the kernel) feeds it; services observe it.
 //
 // Names: a VRF name has 1 to 31 octets (the bound of RFC 4382's MplsL3VpnName) without NUL, an interface name
-// 1 to
-// 63. "default" is the routing context of every interface that is in no VRF; it always exists, with id 1.
+// 1 to 63. "default" is the routing context of every interface that is in no VRF; it always exists, with id
+// 1.
+//
 // Identity: a VRF's id and table ids are the source's and stable across restarts; an interface's handle is
 // the model's own and stable while the interface exists; its index is the host's ifIndex.
 //
 // A membership may name a VRF that does not exist (yet); deleting a VRF leaves the memberships that name it.
-// Every change is checked first, made completely or not at all, and told to every observer before the call
-// returns. Observers and visitors must not change the model from inside a call: it refuses with
-// kStatusDeadlock. Main thread only. Every change is a fault point, "router_" and its name
-// ("router_create_vrf").
+// Every change is validated first and made completely or not at all; every observer is notified before the
+// call returns. A change that an observer or visitor attempts from inside a call fails with kStatusDeadlock.
+// Main thread only. Every change is a fault point, "router_" and its name ("router_create_vrf").
 #pragma once
 
 #include <array>
@@ -77,18 +77,19 @@ struct Interface {
   bool operator==(const Interface&) const = default;
 };
 
-// Who names a VRF. A VRF is referenced while anybody names it.
+// The holders of references to a VRF name. A name is referenced while it has at least one holder.
 enum class ReferenceHolder : std::uint8_t {
-  kSource = 0x1,         // the router itself says that there is such a VRF, though it is not created
-  kConfiguration = 0x2,  // it has configuration
+  kSource = 0x1,         // the router has the VRF, but it is not created
+  kConfiguration = 0x2,  // the VRF has configuration
 };
 
-// What is told of a change. `before` is the state before it; references are valid during the call only.
+// Notifications of changes. `before` is the state before the change; references are valid during the call
+// only.
 class Observer {
  public:
   virtual ~Observer() = default;
-  // Before a VRF is created, changed or deleted: the model and what services derived from it are as they
-  // were. `next`: what the VRF will be; null when it is to be deleted.
+  // Before a VRF is created, changed or deleted; the model and all that services derived from it are
+  // unchanged. `next` is the VRF after the change; null for a deletion.
   virtual void vrf_changing(const std::string& /*name*/, const Vrf* /*next*/) {}
   virtual void vrf_created(const Vrf&) {}
   virtual void vrf_changed(const Vrf& /*before*/, const Vrf& /*now*/) {}
@@ -106,8 +107,8 @@ class Observer {
   virtual void routes_changed(RouteTableId) {}         // once a batch for each table that changed
 };
 
-// Observers are told in this order on creation and additions, in the reverse order on deletions, removals and
-// moves, so that a record exists before a membership names it and goes after it.
+// Observers are notified in this order of creations and additions, and in the reverse order of deletions,
+// removals and moves: a record exists before a membership names it and is deleted after it.
 enum class ObserverRank : int { kRecords = 0, kMembership = 1, kOther = 2 };
 
 class Router {
@@ -126,12 +127,12 @@ class Router {
   // No notification when nothing differs.
   [[nodiscard]] Status change_vrf(const Vrf& vrf);
   [[nodiscard]] Status delete_vrf(std::string_view name);
-  // A VRF that is named by configuration only: services hold a forward reference for it. Ends when it is
-  // taken back; a reference to a VRF that exists is allowed and outlives it (observers hear of references to
-  // VRFs that do not exist only: a VRF deleted under a reference is told as vrf_deleted, and is_referenced()
-  // says the rest). Each holder names a VRF once: kStatusExists for a second time, kStatusNoSuchRow for
-  // taking back what it does not hold, kStatusInvalid for a bad name or "default". Observers hear of the
-  // first and of the last holder.
+  // References a VRF name, whether or not the VRF exists; services have a forward reference for a referenced
+  // VRF that does not exist. Each holder references a name at most once: kStatusExists for the second
+  // reference, kStatusNoSuchRow for releasing a reference that the holder does not have, kStatusInvalid for a
+  // bad name or "default". Observers are notified of the first holder and of the last one, and only while the
+  // VRF does not exist; the deletion of a referenced VRF is a plain vrf_deleted, and is_referenced() still
+  // returns true.
   [[nodiscard]] Status reference_vrf(std::string_view name,
                                      ReferenceHolder holder = ReferenceHolder::kSource);
   [[nodiscard]] Status unreference_vrf(std::string_view name,
@@ -150,32 +151,30 @@ class Router {
 
   const Vrf* find_vrf(std::string_view name) const;
   const Vrf* find_vrf_by_id(std::uint32_t id) const;
-  bool is_referenced(std::string_view name) const;  // by anybody
+  bool is_referenced(std::string_view name) const;  // by any holder
   bool is_referenced(std::string_view name, ReferenceHolder holder) const;
   const Interface* find_interface(std::uint32_t handle) const;
   const Interface* find_interface_by_name(std::string_view name) const;
   const Interface* find_interface_by_index(std::uint32_t index) const;
 
-  // How many changes the observers were told of. While they are told, it is the number of that change: what
-  // several services queue because of one change, or of an earlier and a later one, can be put in order by
-  // it.
+  // The number of changes so far; during a notification it includes the change that is being notified.
   std::uint64_t changes() const;
 
   std::size_t vrf_count() const;  // without "default"
   std::size_t interface_count() const;
   // In name order (ShorterFirst); "default" is included in for_each_vrf.
   void for_each_vrf(const std::function<void(const Vrf&)>& visit) const;
-  void for_each_reference(const std::function<void(const std::string&)>& visit) const;  // of anybody
+  void for_each_reference(const std::function<void(const std::string&)>& visit) const;  // by any holder
   // In handle order (the order of addition).
   void for_each_interface(const std::function<void(const Interface&)>& visit) const;
 
-  // The unicast tables of the VRFs. A table is open while a VRF has it: it opens (empty) before observers
-  // hear of the VRF and is closed, and its routes gone, before they hear of the deletion or the other table
-  // id.
+  // The unicast tables of the VRFs. A table is open while a VRF has it. It is opened, empty, before observers
+  // are notified of the VRF; it is closed and its routes are removed before observers are notified of the
+  // deletion or of another table id.
   RouteStore& routes();
   const RouteStore& routes() const;
-  // Tells every observer, once a table, which tables' routes changed since the last call. Sources call it at
-  // the end of each batch.
+  // Notifies every observer once of each table whose routes changed since the last call. Sources call it
+  // after each batch.
   void flush_route_changes();
 
  private:

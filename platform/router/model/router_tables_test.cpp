@@ -1,4 +1,4 @@
-// The routing tables of the model's VRFs, and what observers hear of routes.
+// The routing tables of the model's VRFs, and the notifications of route changes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -23,15 +23,15 @@ class TableListener : public Observer {
   TableListener& operator=(const TableListener&) = delete;
 
   void routes_changed(RouteTableId table) override {
-    heard_.push_back(table);
+    notified_.push_back(table);
     refusal_ = router_->delete_vrf("red");
   }
-  void vrf_created(const Vrf& vrf) override { open_when_told_ = IsOpen(vrf); }
-  void vrf_deleted(const Vrf& vrf) override { open_when_told_ = IsOpen(vrf); }
+  void vrf_created(const Vrf& vrf) override { open_when_notified_ = IsOpen(vrf); }
+  void vrf_deleted(const Vrf& vrf) override { open_when_notified_ = IsOpen(vrf); }
 
-  std::vector<RouteTableId> heard_;
+  std::vector<RouteTableId> notified_;
   Status refusal_ = kStatusOk;
-  bool open_when_told_ = false;
+  bool open_when_notified_ = false;
 
  private:
   bool IsOpen(const Vrf& vrf) const { return router_->routes().is_open({Family::kIpv4, vrf.ipv4_table}); }
@@ -60,7 +60,7 @@ TEST_F(RoutingTables, OpenWithTheirVrf) {
   AddVrf("red", 10, 10, 10);
   EXPECT_TRUE(router_.routes().is_open(kTen));
   EXPECT_TRUE(router_.routes().is_open(kTen6));
-  EXPECT_TRUE(listener.open_when_told_);
+  EXPECT_TRUE(listener.open_when_notified_);
 }
 
 TEST_F(RoutingTables, FamilyWithoutATableHasNone) {
@@ -69,13 +69,13 @@ TEST_F(RoutingTables, FamilyWithoutATableHasNone) {
   EXPECT_FALSE(router_.routes().is_open(kTen6));
 }
 
-TEST_F(RoutingTables, GoWithTheirVrfBeforeItsDeletionIsTold) {
+TEST_F(RoutingTables, AreClosedBeforeTheDeletionOfTheirVrfIsNotified) {
   TableListener listener(&router_);
   AddVrf("red", 10, 10, 10);
   AddRoute(kTen, "10.0.0.0/8");
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
   EXPECT_FALSE(router_.routes().is_open(kTen));
-  EXPECT_FALSE(listener.open_when_told_);
+  EXPECT_FALSE(listener.open_when_notified_);
   EXPECT_EQ(router_.routes().total(), 0U);
 }
 
@@ -107,18 +107,18 @@ TEST_F(RoutingTables, RefusedVrfOpensNothing) {
   EXPECT_FALSE(router_.routes().is_open(kTwenty));
 }
 
-TEST_F(RoutingTables, ChangesAreToldOnceATableAndBatch) {
+TEST_F(RoutingTables, ChangesAreNotifiedOncePerTableAndBatch) {
   TableListener listener(&router_);
   AddVrf("red", 10, 10, 10);
   AddVrf("blue", 20, 20, 0);
   AddRoute(kTen, "10.0.0.0/8");
   AddRoute(kTen, "11.0.0.0/8");
   AddRoute(kTwenty, "11.0.0.0/8");
-  EXPECT_THAT(listener.heard_, IsEmpty());
+  EXPECT_THAT(listener.notified_, IsEmpty());
   router_.flush_route_changes();
-  EXPECT_THAT(listener.heard_, ElementsAre(kTen, kTwenty));
+  EXPECT_THAT(listener.notified_, ElementsAre(kTen, kTwenty));
   router_.flush_route_changes();
-  EXPECT_EQ(listener.heard_.size(), 2U);
+  EXPECT_EQ(listener.notified_.size(), 2U);
 }
 
 TEST_F(RoutingTables, ObserversOfRoutesMayNotChangeTheModel) {

@@ -22,7 +22,7 @@ TEST_F(RouterModel, CreatedVrfIsFoundByNameAndId) {
   EXPECT_EQ(router_.find_vrf("red")->id, 10U);
   EXPECT_EQ(router_.find_vrf_by_id(10)->name, "red");
   EXPECT_EQ(router_.vrf_count(), 1U);
-  EXPECT_THAT(Heard(), ElementsAre("records: created red", "members: created red", "other: created red"));
+  EXPECT_THAT(Lines(), ElementsAre("records: created red", "members: created red", "other: created red"));
 }
 
 TEST_F(RouterModel, TakenNamesAndIdsAreRefused) {
@@ -52,10 +52,10 @@ TEST_F(RouterModel, ChangeReplacesEverythingButNameAndId) {
   EXPECT_EQ(router_.find_vrf("red")->id, 10U);
   EXPECT_EQ(router_.find_vrf("red")->ipv4_table, 1010U);
   EXPECT_EQ(router_.find_vrf("red")->rd, "65000:1");
-  EXPECT_THAT(Heard(), ElementsAre("records: changed red", "members: changed red", "other: changed red"));
+  EXPECT_THAT(Lines(), ElementsAre("records: changed red", "members: changed red", "other: changed red"));
   Forget();
   EXPECT_EQ(router_.change_vrf(next), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre()) << "nothing differed";
+  EXPECT_THAT(Lines(), ElementsAre()) << "nothing differed";
 }
 
 TEST_F(RouterModel, DefaultVrfMayChangeButNotGo) {
@@ -68,11 +68,11 @@ TEST_F(RouterModel, DefaultVrfMayChangeButNotGo) {
   EXPECT_EQ(router_.change_vrf(MakeVrf("", 10)), kStatusInvalid);
 }
 
-TEST_F(RouterModel, DeletionIsToldInReverseRankOrder) {
+TEST_F(RouterModel, ObserversAreNotifiedOfADeletionInReverseRankOrder) {
   AddVrf("red", 10);
   Forget();
   EXPECT_EQ(router_.delete_vrf("red"), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre("other: deleted red", "members: deleted red", "records: deleted red"));
+  EXPECT_THAT(Lines(), ElementsAre("other: deleted red", "members: deleted red", "records: deleted red"));
   EXPECT_EQ(router_.find_vrf("red"), nullptr);
   EXPECT_EQ(router_.find_vrf_by_id(10), nullptr);
   EXPECT_EQ(router_.delete_vrf("red"), kStatusNoSuchRow);
@@ -80,24 +80,24 @@ TEST_F(RouterModel, DeletionIsToldInReverseRankOrder) {
 
 TEST_F(RouterModel, ReferenceOutlivesTheVrf) {
   EXPECT_EQ(router_.reference_vrf("red"), kStatusOk);
-  EXPECT_THAT(Heard(),
+  EXPECT_THAT(Lines(),
               ElementsAre("records: referenced red", "members: referenced red", "other: referenced red"));
   AddVrf("red", 10);
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
   EXPECT_TRUE(router_.is_referenced("red"));
   Forget();
   EXPECT_EQ(router_.unreference_vrf("red"), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre("other: unreferenced red", "members: unreferenced red",
+  EXPECT_THAT(Lines(), ElementsAre("other: unreferenced red", "members: unreferenced red",
                                    "records: unreferenced red"));
   EXPECT_FALSE(router_.is_referenced("red"));
 }
 
-TEST_F(RouterModel, ReferenceToAnExistingVrfIsNotTold) {
+TEST_F(RouterModel, ReferenceToAnExistingVrfIsNotNotified) {
   AddVrf("red", 10);
   Forget();
   EXPECT_EQ(router_.reference_vrf("red"), kStatusOk);
   EXPECT_EQ(router_.unreference_vrf("red"), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre());
+  EXPECT_THAT(Lines(), ElementsAre());
 }
 
 TEST_F(RouterModel, ReferenceLastsWhileAnyHolderNamesTheVrf) {
@@ -107,12 +107,12 @@ TEST_F(RouterModel, ReferenceLastsWhileAnyHolderNamesTheVrf) {
   EXPECT_EQ(router_.reference_vrf("red", ReferenceHolder::kConfiguration), kStatusOk);
   EXPECT_EQ(router_.reference_vrf("red", ReferenceHolder::kConfiguration), kStatusExists);
   EXPECT_EQ(router_.unreference_vrf("red", ReferenceHolder::kSource), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre()) << "it is named as before";
+  EXPECT_THAT(Lines(), ElementsAre()) << "it is named as before";
   EXPECT_TRUE(router_.is_referenced("red"));
   EXPECT_FALSE(router_.is_referenced("red", ReferenceHolder::kSource));
   EXPECT_EQ(router_.unreference_vrf("red", ReferenceHolder::kSource), kStatusNoSuchRow);
   EXPECT_EQ(router_.unreference_vrf("red", ReferenceHolder::kConfiguration), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre("other: unreferenced red", "members: unreferenced red",
+  EXPECT_THAT(Lines(), ElementsAre("other: unreferenced red", "members: unreferenced red",
                                    "records: unreferenced red"));
   EXPECT_FALSE(router_.is_referenced("red"));
 }
@@ -163,10 +163,10 @@ TEST_F(RouterModel, ChangesFromInsideANotificationAreRefused) {
   router_.stop_observing(&meddler);
 }
 
-TEST_F(RouterModel, ObserverThatStoppedHearsNothing) {
+TEST_F(RouterModel, ObserverThatStoppedIsNotNotified) {
   router_.stop_observing(&members_);
   AddVrf("red", 10);
-  EXPECT_THAT(Heard(), ElementsAre("records: created red", "other: created red"));
+  EXPECT_THAT(Lines(), ElementsAre("records: created red", "other: created red"));
 }
 
 TEST_F(RouterModel, FailedVrfChangeLeavesTheModelAsItWas) {
@@ -184,7 +184,7 @@ TEST_F(RouterModel, FailedVrfChangeLeavesTheModelAsItWas) {
   EXPECT_EQ(router_.reference_vrf("red"), kStatusIo);
   EXPECT_EQ(router_.unreference_vrf("red"), kStatusIo);
   fault_disarm_all();
-  EXPECT_THAT(Heard(), ElementsAre());
+  EXPECT_THAT(Lines(), ElementsAre());
   EXPECT_EQ(*router_.find_vrf("red"), MakeVrf("red", 10));
   EXPECT_EQ(router_.vrf_count(), 1U);
 }

@@ -24,7 +24,7 @@ struct Router::State {
 
   RouteStore routes;
 
-  std::vector<std::pair<ObserverRank, Observer*>> observers;  // by rank, then in the order they came
+  std::vector<std::pair<ObserverRank, Observer*>> observers;  // by rank, then in order of registration
   unsigned busy = 0;                                          // > 0 while observers or visitors run
   std::uint64_t changes = 0;
 
@@ -46,26 +46,26 @@ struct Router::State {
     State* state_;
   };
 
-  template <typename Tell>
-  void tell_up(Tell tell) {  // records first
+  template <typename Notify>
+  void notify_records_first(Notify notify) {
     const Busy guard(this);
     ++changes;
-    for (const auto& [rank, observer] : observers) tell(*observer);
+    for (const auto& [rank, observer] : observers) notify(*observer);
   }
 
-  template <typename Tell>
-  void tell_down(Tell tell) {  // records last
+  template <typename Notify>
+  void notify_records_last(Notify notify) {
     const Busy guard(this);
     ++changes;
-    for (auto entry = observers.rbegin(); entry != observers.rend(); ++entry) tell(*entry->second);
+    for (auto entry = observers.rbegin(); entry != observers.rend(); ++entry) notify(*entry->second);
   }
 
-  void tell_before(const std::string& name, const Vrf* next) {
+  void notify_before_change(const std::string& name, const Vrf* next) {
     const Busy guard(this);
     for (const auto& [rank, observer] : observers) observer->vrf_changing(name, next);
   }
 
-  void tell_names_change() {
+  void notify_names_change() {
     const Busy guard(this);
     for (const auto& [rank, observer] : observers) observer->names_change();
   }

@@ -10,7 +10,7 @@
 
 namespace router {
 
-// Writes one line for everything it is told.
+// Writes one line for each notification.
 class Listener : public Observer {
  public:
   Listener(std::string name, std::vector<std::string>* lines) : name_(std::move(name)), lines_(lines) {}
@@ -69,7 +69,7 @@ class RouterModel : public ::testing::Test {
     return handle;
   }
 
-  const std::vector<std::string>& Heard() const { return lines_; }
+  const std::vector<std::string>& Lines() const { return lines_; }
   void Forget() { lines_.clear(); }
 
   std::vector<std::string> lines_;

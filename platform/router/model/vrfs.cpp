@@ -1,10 +1,10 @@
 // The router model: VRFs, references to VRFs, and the observers.
 //
-// A change has three steps: check everything that can refuse it, change the maps, tell the observers. No step
-// after the first can fail, so an observer never sees half a change. Observers also hear of a VRF's change
-// before the second step, while they can still find what it takes away. Observers are kept sorted by rank;
-// additions are told in that order and everything that takes away in the reverse one (a record service learns
-// of a VRF before the membership service announces it, and drops it afterwards).
+// A change has three steps: validate it, change the maps, notify the observers. Only the first step can fail,
+// so an observer never sees half a change. Observers are also notified of a VRF's change before the second
+// step, while they can still look up what the change removes. Observers are sorted by rank; additions are
+// notified in that order, removals in the reverse order: the record service adds the record of a VRF before
+// the membership service announces the VRF, and deletes it afterwards.
 //
 // "default" is an ordinary entry of the VRF map that is made in the constructor and cannot be created,
 // deleted or referenced. References are a set of names beside the VRFs: a name may be in both.
@@ -49,8 +49,8 @@ Router::Router() : state_(std::make_unique<State>()) {
   Vrf fallback;
   fallback.name = kDefaultVrf;
   fallback.id = kDefaultVrfId;
-  Vrf& kept = state_->vrfs.emplace(fallback.name, fallback).first->second;
-  state_->vrfs_by_id.emplace(kept.id, &kept);
+  Vrf& stored = state_->vrfs.emplace(fallback.name, fallback).first->second;
+  state_->vrfs_by_id.emplace(stored.id, &stored);
 }
 
 Router::~Router() = default;
@@ -69,11 +69,11 @@ Status Router::create_vrf(const Vrf& vrf) {
   if (Status status = state_->may_change("router_create_vrf")) return status;
   if (!valid_vrf_name(vrf.name) || vrf.id == 0 || vrf.name == kDefaultVrf) return kStatusInvalid;
   if (state_->vrfs.contains(vrf.name) || state_->vrfs_by_id.contains(vrf.id)) return kStatusExists;
-  state_->tell_before(vrf.name, &vrf);
-  Vrf& kept = state_->vrfs.emplace(vrf.name, vrf).first->second;
-  state_->vrfs_by_id.emplace(kept.id, &kept);
-  open_tables(kept, &state_->routes);
-  state_->tell_up([&kept](Observer& observer) { observer.vrf_created(kept); });
+  state_->notify_before_change(vrf.name, &vrf);
+  Vrf& stored = state_->vrfs.emplace(vrf.name, vrf).first->second;
+  state_->vrfs_by_id.emplace(stored.id, &stored);
+  open_tables(stored, &state_->routes);
+  state_->notify_records_first([&stored](Observer& observer) { observer.vrf_created(stored); });
   return kStatusOk;
 }
 
@@ -85,12 +85,12 @@ Status Router::change_vrf(const Vrf& vrf) {
   Vrf next = vrf;
   next.id = found->second.id;
   if (next == found->second) return kStatusOk;
-  state_->tell_before(next.name, &next);
+  state_->notify_before_change(next.name, &next);
   const Vrf before = std::exchange(found->second, std::move(next));
   const Vrf& now = found->second;
   open_tables(now, &state_->routes);  // first: a table that stays keeps its routes
   close_tables(before, &state_->routes);
-  state_->tell_up([&](Observer& observer) { observer.vrf_changed(before, now); });
+  state_->notify_records_first([&](Observer& observer) { observer.vrf_changed(before, now); });
   return kStatusOk;
 }
 
@@ -99,11 +99,11 @@ Status Router::delete_vrf(std::string_view name) {
   if (name == kDefaultVrf) return kStatusInvalid;
   const auto found = state_->vrfs.find(name);
   if (found == state_->vrfs.end()) return kStatusNoSuchRow;
-  state_->tell_before(found->first, nullptr);
+  state_->notify_before_change(found->first, nullptr);
   state_->vrfs_by_id.erase(found->second.id);
   const auto taken = state_->vrfs.extract(found);
   close_tables(taken.mapped(), &state_->routes);
-  state_->tell_down([&taken](Observer& observer) { observer.vrf_deleted(taken.mapped()); });
+  state_->notify_records_last([&taken](Observer& observer) { observer.vrf_deleted(taken.mapped()); });
   return kStatusOk;
 }
 
@@ -114,7 +114,8 @@ Status Router::reference_vrf(std::string_view name, ReferenceHolder holder) {
   const auto [entry, is_first] = state_->references.try_emplace(std::string(name), std::uint8_t{0});
   entry->second = static_cast<std::uint8_t>(entry->second | static_cast<std::uint8_t>(holder));
   if (is_first && !state_->vrfs.contains(name)) {
-    state_->tell_up([&kept = entry->first](Observer& observer) { observer.vrf_referenced(kept); });
+    state_->notify_records_first(
+        [&stored = entry->first](Observer& observer) { observer.vrf_referenced(stored); });
   }
   return kStatusOk;
 }
@@ -127,7 +128,7 @@ Status Router::unreference_vrf(std::string_view name, ReferenceHolder holder) {
   if (found->second != 0) return kStatusOk;
   const auto taken = state_->references.extract(found);
   if (!state_->vrfs.contains(taken.key())) {
-    state_->tell_down([&taken](Observer& observer) { observer.vrf_unreferenced(taken.key()); });
+    state_->notify_records_last([&taken](Observer& observer) { observer.vrf_unreferenced(taken.key()); });
   }
   return kStatusOk;
 }
@@ -178,7 +179,7 @@ const RouteStore& Router::routes() const {
 
 void Router::flush_route_changes() {
   state_->routes.take_changed([this](RouteTableId table) {
-    state_->tell_up([table](Observer& observer) { observer.routes_changed(table); });
+    state_->notify_records_first([table](Observer& observer) { observer.routes_changed(table); });
   });
 }
 

@@ -1,8 +1,8 @@
 // Interface-manager control client: the name of an interface by its handle.
 //
-// A control server is bound once and answers until it forgets its clients (qic_server_restart, as an
-// interface manager that restarts does); then kStatusStaleConnection comes back and the caller binds again.
-// Main thread.
+// A control server is bound once and answers until it forgets its clients, as an interface manager does that
+// restarts (qic_server_restart). From then on calls fail with kStatusStaleConnection and the caller binds
+// again. Main thread.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@
 
 struct QicControlServer;
 
-// The router model that the service answers from; null takes it away. Called once by the process.
+// The router model that the service answers from; null detaches it. Called once by the process.
 void qic_attach(router::Router* model);
 // Fault point "qic_control_server_bind". kStatusUnavailable without a model.
 [[nodiscard]] Status qic_control_server_bind(std::uint32_t request_type, std::uint32_t version,
@@ -22,7 +22,7 @@ void qic_attach(router::Router* model);
 // "qic_control_server_unbind".
 [[nodiscard]] Status qic_control_server_unbind(QicControlServer* server);
 // Writes the terminated name, on success only. kStatusNoSuchRow for an unknown handle, kStatusInvalid when it
-// does not fit, kStatusStaleConnection as said above, kStatusUnavailable without a model. Fault point
+// does not fit, kStatusStaleConnection after a restart, kStatusUnavailable without a model. Fault point
 // "qic_s_interface_name".
 [[nodiscard]] Status qic_s_interface_name(QicControlServer* server, std::uint32_t interface_handle,
                                           char* name, std::size_t size);

@@ -51,7 +51,7 @@ TEST_F(Qic, NameIsFoundByHandle) {
   EXPECT_STREQ(name_.data(), "ge0");
 }
 
-TEST_F(Qic, UnknownHandleIsNoSuchRow) {
+TEST_F(Qic, UnknownHandleFails) {
   ASSERT_EQ(Bind(), kStatusOk);
   EXPECT_EQ(NameOf(99), kStatusNoSuchRow);
   EXPECT_STREQ(name_.data(), "before");

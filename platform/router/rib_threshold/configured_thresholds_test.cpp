@@ -32,60 +32,60 @@ class ConfiguredThresholds : public RibThresholdTest {
 
 TEST_F(ConfiguredThresholds, ThresholdBelowTheNumberIsExceededAtOnce) {
   Configure("red", 4, 3);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/3",
-                                  "red.ipv4.unicast exceeds maximum 10: 5/4"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/3",
+                                      "red.ipv4.unicast exceeds maximum 10: 5/4"));
 }
 
 TEST_F(ConfiguredThresholds, RaisedMaximumIsClearedAtOnce) {
   Configure("red", 4, 3);
-  Told();
+  Reported();
   Configure("red", 8, 6);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/8"));
-  EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/8"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/8"));
+  EXPECT_THAT(Published(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/8"));
 }
 
-TEST_F(ConfiguredThresholds, ChangeThatIsStillExceededIsNotTold) {
+TEST_F(ConfiguredThresholds, ChangedThresholdThatIsStillExceededIsNotReported) {
   Configure("red", 4, 3);
-  Told();
+  Reported();
   Configure("red", 5, 2);
   Configure("red", 1, 1);
   Configure("red", 1, 1);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
 TEST_F(ConfiguredThresholds, RaisedMidIsArmedAgain) {
   Configure("red", 0, 3);
-  Told();
+  Reported();
   Configure("red", 0, 7);
-  EXPECT_THAT(Standing(), IsEmpty());
+  EXPECT_THAT(Published(), IsEmpty());
   SetRoutes(10, 8);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 8/7"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 8/7"));
 }
 
 TEST_F(ConfiguredThresholds, ThresholdTakenAwayWhileExceededIsCleared) {
   Configure("red", 4, 3);
-  Told();
+  Reported();
   Unconfigure("red");
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
-  EXPECT_THAT(Standing(), IsEmpty());
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
+  EXPECT_THAT(Published(), IsEmpty());
   SetRoutes(10, 20);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
 TEST_F(ConfiguredThresholds, MaximumOfZeroWhileExceededIsCleared) {
   Configure("red", 4, 3);
-  Told();
+  Reported();
   Configure("red", 0, 3);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
 }
 
-TEST_F(ConfiguredThresholds, ThresholdOfAVrfThatComesLaterIsKept) {
+TEST_F(ConfiguredThresholds, ThresholdAppliesToAVrfThatIsCreatedLater) {
   Configure("blue", 2, 1);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
   AddVrf("blue", 20);
   SetRoutes(20, 2);
-  EXPECT_THAT(Told(), ElementsAre("blue.ipv4.unicast exceeds mid 20: 2/1",
-                                  "blue.ipv4.unicast exceeds maximum 20: 2/2"));
+  EXPECT_THAT(Reported(), ElementsAre("blue.ipv4.unicast exceeds mid 20: 2/1",
+                                      "blue.ipv4.unicast exceeds maximum 20: 2/2"));
 }
 
 TEST_F(ConfiguredThresholds, UnicastTablesOfTheTwoFamiliesOnly) {
@@ -94,24 +94,24 @@ TEST_F(ConfiguredThresholds, UnicastTablesOfTheTwoFamiliesOnly) {
   SetPair(LimitPath(0, 1), 1, 1);
   SetPair(LimitPath(1, 1, "other"), 1, 1);
   SetRoutes(10, 6);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
 TEST_F(ConfiguredThresholds, DefaultIsNotWatched) {
   ChangeTables("default", 254, 254);
   SetPair(LimitPath(1, 1, "default", "default"), 1, 1);
   SetRoutes(254, 3);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
 TEST_F(ConfiguredThresholds, LargeThresholdsAreUnsigned) {
   Configure("red", 4294967295, 3000000000);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
-TEST_F(ConfiguredThresholds, LimitThatIsNoPairIsLoggedAndIsNoThreshold) {
+TEST_F(ConfiguredThresholds, LimitThatIsNotAPairIsLoggedAndIgnored) {
   Configure("red", 4, 3);
-  Told();
+  Reported();
   KvValue text;
   text.type = KvValueType::kText;
   text.text = "a hundred";
@@ -120,36 +120,36 @@ TEST_F(ConfiguredThresholds, LimitThatIsNoPairIsLoggedAndIsNoThreshold) {
   Run();
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               HasSubstr("route thresholds: a limit that is not a pair of numbers: "));
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
 }
 
 // --- Starting
 
-TEST_F(ConfiguredThresholds, StartJudgesWhatItFindsBeforeAnybodySubscribes) {
+TEST_F(ConfiguredThresholds, StartPublishesExceededThresholdsForLaterSubscribers) {
   Configure("red", 4, 3);
   rib_threshold_detach();
-  EXPECT_THAT(Standing(), IsEmpty());
+  EXPECT_THAT(Published(), IsEmpty());
   Attach();
-  EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/3",
-                                      "red.ipv4.unicast exceeds maximum 10: 5/4"));
+  EXPECT_THAT(Published(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/3",
+                                       "red.ipv4.unicast exceeds maximum 10: 5/4"));
 }
 
-TEST_F(ConfiguredThresholds, StartBelowTheThresholdsTellsNothing) {
+TEST_F(ConfiguredThresholds, StartBelowTheThresholdsReportsNothing) {
   Configure("red", 9, 6);
   rib_threshold_detach();
   Attach();
-  EXPECT_THAT(Standing(), IsEmpty());
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Published(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
-TEST_F(ConfiguredThresholds, DetachedServiceHearsNothing) {
+TEST_F(ConfiguredThresholds, DetachedServiceIgnoresChanges) {
   Configure("red", 4, 3);
-  Told();
+  Reported();
   rib_threshold_detach();
   SetRoutes(10, 1);
   Configure("red", 1, 1);
   AddVrf("blue", 20);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
 TEST_F(ConfiguredThresholds, AttachingTwiceAndToNothingIsRefused) {
@@ -162,14 +162,14 @@ TEST_F(ConfiguredThresholds, AttachingTwiceAndToNothingIsRefused) {
 
 TEST_F(ConfiguredThresholds, FailedAttachingLeavesNothingAttached) {
   Configure("red", 4, 3);
-  Told();
+  Reported();
   rib_threshold_detach();
   for (const char* point : {"rib_threshold_attach", "kvtree_bind", "kvtree_register_notification"}) {
     const ScopedFault fault(point, kStatusIo);
     EXPECT_EQ(rib_threshold_attach(&router_, manager_), kStatusIo) << point;
   }
   SetRoutes(10, 8);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
   Attach();
 }
 

@@ -1,8 +1,8 @@
-// The watches of all VRFs: fed by the configuration, judged when routes or VRFs change.
+// The watches of all VRFs: fed by the configuration, evaluated when routes or VRFs change.
 //
-// Watches are kept by VRF name, because thresholds may be configured before the VRF exists. A changed table
-// is found by its number, which leads to the VRFs that have it. There is one instance, made by attaching;
-// the data store's handlers have no argument and find it there.
+// Watches are indexed by VRF name, because thresholds may be configured before the VRF exists. A changed
+// table is found by its number, which maps to the VRFs that have it. Attaching makes the only instance; the
+// handlers of the data store have no argument and find it in service().
 #include "platform/router/rib_threshold/rib_threshold.h"
 
 #include <algorithm>
@@ -49,7 +49,7 @@ class Service : public router::Observer {
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
   void vrf_deleted(const router::Vrf& vrf) override;
   void vrf_unreferenced(const std::string& name) override { drop_if_unused(name); }
-  void routes_changed(router::RouteTableId table) override { judge_owner(table.table); }
+  void routes_changed(router::RouteTableId table) override { evaluate_owner(table.table); }
 
  private:
   using Names = std::set<std::string, router::ShorterFirst>;
@@ -60,9 +60,9 @@ class Service : public router::Observer {
   const std::string* owner_after(std::uint32_t table, const std::string& changing,
                                  const router::Vrf* next) const;
   bool keeps_a_table(const std::string& vrf, const std::string& changing, const router::Vrf* next) const;
-  void judge(const std::string& vrf);
-  void judge_sharing(const router::Vrf& vrf);
-  void judge_owner(std::uint32_t table);
+  void evaluate(const std::string& vrf);
+  void evaluate_sharing(const router::Vrf& vrf);
+  void evaluate_owner(std::uint32_t table);
   void drop_if_unused(const std::string& vrf);
 
   router::Router* model_;
@@ -88,7 +88,7 @@ Service::~Service() {
 
 // --- The configuration
 
-// The thresholds of a set; none for a deletion and for a value that is no pair.
+// The thresholds of a set; none for a deletion and for a value that is not a pair.
 Thresholds thresholds_of(const KvNotifyInfo& info) {
   Thresholds thresholds;
   if ((info.whichevent & (kKvEventCreated | kKvEventSet)) == 0) return thresholds;
@@ -125,7 +125,7 @@ Status Service::subscribe(EventManager* manager) {
 void Service::configure(const std::string& vrf, std::size_t family, const Thresholds& thresholds) {
   const auto watch = watches_.try_emplace(vrf, vrf).first;
   watch->second.configure(family, thresholds);
-  judge(vrf);
+  evaluate(vrf);
   drop_if_unused(vrf);
 }
 
@@ -187,35 +187,35 @@ bool Service::keeps_a_table(const std::string& vrf, const std::string& changing,
 
 void Service::vrf_created(const router::Vrf& vrf) {
   add_tables(vrf);
-  judge_sharing(vrf);
+  evaluate_sharing(vrf);
 }
 
 void Service::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
   remove_tables(before);
   add_tables(now);
-  judge_sharing(before);
-  judge_sharing(now);
+  evaluate_sharing(before);
+  evaluate_sharing(now);
 }
 
 void Service::vrf_deleted(const router::Vrf& vrf) {
   remove_tables(vrf);
-  judge_sharing(vrf);
+  evaluate_sharing(vrf);
   drop_if_unused(vrf.name);
 }
 
 // The VRF, and those that share a table with it: whom the table is watched for may be another now.
-void Service::judge_sharing(const router::Vrf& vrf) {
-  judge(vrf.name);
+void Service::evaluate_sharing(const router::Vrf& vrf) {
+  evaluate(vrf.name);
   for (const auto table : kTableOf) {
     const auto found = vrfs_of_table_.find(vrf.*table);
     if (found == vrfs_of_table_.end()) continue;
-    for (const std::string& name : found->second) judge(name);
+    for (const std::string& name : found->second) evaluate(name);
   }
 }
 
-void Service::judge_owner(std::uint32_t table) {
+void Service::evaluate_owner(std::uint32_t table) {
   const auto found = vrfs_of_table_.find(table);
-  if (found != vrfs_of_table_.end()) judge(*found->second.begin());
+  if (found != vrfs_of_table_.end()) evaluate(*found->second.begin());
 }
 
 bool Service::owns(std::uint32_t table, const std::string& vrf) const {
@@ -223,9 +223,9 @@ bool Service::owns(std::uint32_t table, const std::string& vrf) const {
   return found != vrfs_of_table_.end() && *found->second.begin() == vrf;
 }
 
-// --- Judging
+// --- Evaluation
 
-void Service::judge(const std::string& vrf) {
+void Service::evaluate(const std::string& vrf) {
   const auto watch = watches_.find(vrf);
   if (watch == watches_.end()) return;
   std::array<TableNow, kFamilies> now{};
@@ -237,15 +237,16 @@ void Service::judge(const std::string& vrf) {
     const std::size_t routes = model_->routes().count({kFamilyOf[family], table});
     now[family] = {table, static_cast<std::uint32_t>(std::min(routes, kMost))};
   }
-  watch->second.judge(now);
+  watch->second.evaluate(now);
 }
 
-// A VRF's record outlives the VRF while configuration names it, and what it was told with it.
+// While configuration names a deleted VRF its record remains, and with it a maximum that is reported as
+// exceeded: the watch remains until the clearing is published.
 void Service::drop_if_unused(const std::string& vrf) {
   const auto watch = watches_.find(vrf);
   if (watch == watches_.end() || watch->second.has_thresholds()) return;
   const bool has_record = model_->find_vrf(vrf) != nullptr || model_->is_referenced(vrf);
-  if (watch->second.owes_clearing() && has_record) return;
+  if (watch->second.has_pending_clearing() && has_record) return;
   watch->second.forget_tables();
   watches_.erase(watch);
 }

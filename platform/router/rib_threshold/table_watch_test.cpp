@@ -17,7 +17,7 @@ class WatchedTables : public RibThresholdTest {
   }
   void Exceed() {
     SetRoutes(10, 5);
-    Told();
+    Reported();
   }
   // The clearing is not published.
   void FailToDeleteVrf(const std::string& name) {
@@ -31,54 +31,54 @@ class WatchedTables : public RibThresholdTest {
 TEST_F(WatchedTables, DeletedVrfIsClearedAndTakesItsNodesAway) {
   Exceed();
   DeleteVrf("red");
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
-  EXPECT_THAT(Standing(), IsEmpty());
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
+  EXPECT_THAT(Published(), IsEmpty());
 }
 
-TEST_F(WatchedTables, DeletedVrfIsToldBeforeTheModelHasNoTableOfIt) {
+TEST_F(WatchedTables, DeletedVrfIsClearedWhileTheModelStillHasItsTable) {
   SetRoutesInBatch(10, 5);
   router_.flush_route_changes();  // not published yet
   DeleteVrf("red");
-  EXPECT_THAT(ToldSoFar(),
+  EXPECT_THAT(ReportedSoFar(),
               ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2", "red.ipv4.unicast exceeds maximum 10: 5/4",
                           "red.ipv4.unicast clears maximum 10: 0/4"));
-  EXPECT_THAT(Told(), IsEmpty()) << "once";
+  EXPECT_THAT(Reported(), IsEmpty()) << "once";
 }
 
-TEST_F(WatchedTables, VrfThatComesBackIsWatchedAgain) {
+TEST_F(WatchedTables, VrfCreatedAgainIsWatchedAgain) {
   Exceed();
   DeleteVrf("red");
-  Told();
+  Reported();
   AddVrf("red", 10);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
   SetRoutes(10, 5);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
-                                  "red.ipv4.unicast exceeds maximum 10: 5/4"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
+                                      "red.ipv4.unicast exceeds maximum 10: 5/4"));
 }
 
-TEST_F(WatchedTables, VrfThatWasBelowComesBackSilently) {
+TEST_F(WatchedTables, VrfDeletedBelowItsMaximumIsNotReportedWhenCreatedAgain) {
   SetRoutes(10, 3);
-  Told();
+  Reported();
   DeleteVrf("red");
   AddVrf("red", 10);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
-// What is announced of a VRF is kept in its record, which stays while configuration names the VRF.
-TEST_F(WatchedTables, DeletionThatCannotBeToldIsToldWhenTheVrfComesBack) {
+// The record of a deleted VRF remains while configuration names the VRF, and with it the reported state.
+TEST_F(WatchedTables, FailedClearingOfADeletedVrfIsRetriedWhenItIsCreatedAgain) {
   ASSERT_EQ(router_.reference_vrf("red"), kStatusOk);
   Exceed();
   FailToDeleteVrf("red");
   AddVrf("red", 10);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
 }
 
-TEST_F(WatchedTables, DeletionThatCannotBeToldIsForgottenWithTheRecord) {
+TEST_F(WatchedTables, FailedClearingOfADeletedVrfIsDroppedWithItsRecord) {
   Exceed();
   FailToDeleteVrf("red");
   Unconfigure("red");
   AddVrf("red", 10);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
 TEST_F(WatchedTables, LastReferenceThatEndsForgetsTheVrf) {
@@ -88,31 +88,31 @@ TEST_F(WatchedTables, LastReferenceThatEndsForgetsTheVrf) {
   Unconfigure("red");
   ASSERT_EQ(router_.unreference_vrf("red"), kStatusOk);
   AddVrf("red", 10);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
-TEST_F(WatchedTables, OtherTableIsJudgedForItself) {
+TEST_F(WatchedTables, OtherTableIsEvaluatedForItself) {
   Exceed();
   ChangeTables("red", 11, 11);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 11: 0/4"));
-  EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast clears maximum 11: 0/4"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 11: 0/4"));
+  EXPECT_THAT(Published(), ElementsAre("red.ipv4.unicast clears maximum 11: 0/4"));
   SetRoutes(11, 3);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 11: 3/2"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 11: 3/2"));
 }
 
 TEST_F(WatchedTables, FamilyThatLosesItsTableIsClearedByTheOther) {
   Exceed();
   ChangeTables("red", 0, 10);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv6.unicast clears maximum 10: 0/0"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv6.unicast clears maximum 10: 0/0"));
 }
 
 TEST_F(WatchedTables, VrfThatLosesBothTablesIsCleared) {
   Exceed();
   ChangeTables("red", 0, 0);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
-  EXPECT_THAT(Standing(), IsEmpty());
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
+  EXPECT_THAT(Published(), IsEmpty());
   ChangeTables("red", 12, 0);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
 TEST_F(WatchedTables, VrfThatLosesTheTableOfItsLastCrossingIsClearedByTheOther) {
@@ -120,58 +120,58 @@ TEST_F(WatchedTables, VrfThatLosesTheTableOfItsLastCrossingIsClearedByTheOther) 
   SetRoutes(10, 3, Family::kIpv6);
   Exceed();
   ChangeTables("red", 0, 10);
-  EXPECT_THAT(Told(), IsEmpty()) << "IPv6 is still at its maximum";
+  EXPECT_THAT(Reported(), IsEmpty()) << "IPv6 is still at its maximum";
   DeleteVrf("red");
-  EXPECT_THAT(Told(), ElementsAre("red.ipv6.unicast clears maximum 10: 0/3"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv6.unicast clears maximum 10: 0/3"));
 }
 
 TEST_F(WatchedTables, TableThatIsWatchedForAnotherVrfFromNowOnIsCleared) {
   Exceed();
   AddVrf("b", 10);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
   ChangeTables("b", 11, 11);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
-                                  "red.ipv4.unicast exceeds maximum 10: 5/4"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
+                                      "red.ipv4.unicast exceeds maximum 10: 5/4"));
   ChangeTables("b", 11, 10);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
 }
 
 TEST_F(WatchedTables, SharedTableIsWatchedForTheFirstVrfInNameOrder) {
   AddVrf("blue", 10);
   Configure("blue", 1, 0);
   SetRoutes(10, 3);
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast exceeds mid 10: 3/2")) << "shorter names are first";
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 3/2")) << "shorter names are first";
   Configure("blue", 2, 1);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
-TEST_F(WatchedTables, SharedTableGoesToTheNextVrfWhenTheFirstIsDeleted) {
+TEST_F(WatchedTables, SharedTableIsWatchedForTheNextVrfWhenTheFirstIsDeleted) {
   AddVrf("blue", 10);
   Configure("blue", 1, 0);
   Exceed();
   DeleteVrf("red");
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4",
-                                  "blue.ipv4.unicast exceeds maximum 10: 5/1"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4",
+                                      "blue.ipv4.unicast exceeds maximum 10: 5/1"));
   AddVrf("red", 10);
-  EXPECT_THAT(Told(),
+  EXPECT_THAT(Reported(),
               ElementsAre("blue.ipv4.unicast clears maximum 10: 0/1", "red.ipv4.unicast exceeds mid 10: 5/2",
                           "red.ipv4.unicast exceeds maximum 10: 5/4"));
-  EXPECT_THAT(Standing(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
-                                      "red.ipv4.unicast exceeds maximum 10: 5/4"));
+  EXPECT_THAT(Published(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
+                                       "red.ipv4.unicast exceeds maximum 10: 5/4"));
 }
 
 TEST_F(WatchedTables, ClearedStoreIsBelow) {
   Exceed();
   router_.routes().clear({router::Family::kIpv4, 10});
   router_.flush_route_changes();
-  EXPECT_THAT(Told(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
+  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
 }
 
 TEST_F(WatchedTables, NamesOfAnyOctetsAreKeys) {
   AddVrf("a/b %", 30);
   Configure("a/b %", 1, 0);
   SetRoutes(30, 1);
-  EXPECT_THAT(Told(), ElementsAre("a/b %.ipv4.unicast exceeds maximum 30: 1/1"));
+  EXPECT_THAT(Reported(), ElementsAre("a/b %.ipv4.unicast exceeds maximum 30: 1/1"));
 }
 
 }  // namespace

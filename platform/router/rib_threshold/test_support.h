@@ -1,8 +1,8 @@
 // For tests: a router whose VRFs have thresholds, and a subscriber of the threshold events.
 //
-// Told() is what the subscriber heard since it was last asked, one line an event: the table, what it says,
-// "table: routes/threshold" ("red.ipv4.unicast exceeds maximum 10: 5/5"). Standing() is the same of the nodes
-// that stand.
+// Reported() returns the events since its last call, one line each: the name of the table, what happened,
+// "table: routes/threshold" ("red.ipv4.unicast exceeds maximum 10: 5/5"). Published() returns such a line for
+// each node that is in the data store.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -31,7 +31,7 @@ class RibThresholdTest : public testing::Test {
  protected:
   RibThresholdTest() {
     kvtree_reset();
-    told().clear();
+    reported().clear();
     manager_ = event_manager_create("/dev/test/main", 0);
   }
   ~RibThresholdTest() override {
@@ -41,7 +41,7 @@ class RibThresholdTest : public testing::Test {
     event_manager_destroy(manager_);
   }
   void Attach() { ASSERT_EQ(rib_threshold_attach(&router_, manager_), kStatusOk); }
-  void Subscribe() { Register(note_told); }
+  void Subscribe() { Register(note_reported); }
   // Attached, with a subscriber.
   void Start() {
     Attach();
@@ -96,16 +96,18 @@ class RibThresholdTest : public testing::Test {
   }
   void Run() const { event_run_pending(manager_); }
 
-  std::vector<std::string> Told() {
+  std::vector<std::string> Reported() {
     Run();
-    return ToldSoFar();
+    return ReportedSoFar();
   }
-  std::vector<std::string> ToldSoFar() { return std::exchange(told(), {}); }  // without the event loop
-  std::vector<std::string> Standing() {
-    standing().clear();
-    KvConnection* connection = Register(note_standing);
+  std::vector<std::string> ReportedSoFar() {
+    return std::exchange(reported(), {});
+  }  // without the event loop
+  std::vector<std::string> Published() {
+    published().clear();
+    KvConnection* connection = Register(note_published);
     EXPECT_EQ(kvtree_unbind(connection), kStatusOk);
-    return standing();
+    return published();
   }
 
   TestRunDirectory directory_;
@@ -113,19 +115,19 @@ class RibThresholdTest : public testing::Test {
   router::Router router_;
 
  private:
-  static std::vector<std::string>& told() {
+  static std::vector<std::string>& reported() {
     static std::vector<std::string> lines;
     return lines;
   }
-  static std::vector<std::string>& standing() {
+  static std::vector<std::string>& published() {
     static std::vector<std::string> lines;
     return lines;
   }
-  static void note_told(const KvNotification* notification) {
-    kvtree_match_notify(notification, &kToldTable);
+  static void note_reported(const KvNotification* notification) {
+    kvtree_match_notify(notification, &kReportedTable);
   }
-  static void note_standing(const KvNotification* notification) {
-    kvtree_match_notify(notification, &kStandingTable);
+  static void note_published(const KvNotification* notification) {
+    kvtree_match_notify(notification, &kPublishedTable);
   }
   static std::string LineOf(const KvNotifyInfo& info, const RequestArgs& args) {
     const std::vector<std::uint8_t>& octets = info.value->record;
@@ -144,19 +146,20 @@ class RibThresholdTest : public testing::Test {
   static std::string Numbers(std::uint32_t table, std::uint32_t routes, std::uint32_t threshold) {
     return std::to_string(table) + ": " + std::to_string(routes) + "/" + std::to_string(threshold);
   }
-  static void hear(const KvNotifyInfo* info, const RequestArgs* args) {
-    told().push_back(LineOf(*info, *args));
+  static void report(const KvNotifyInfo* info, const RequestArgs* args) {
+    reported().push_back(LineOf(*info, *args));
   }
-  static void see(const KvNotifyInfo* info, const RequestArgs* args) {
-    standing().push_back(LineOf(*info, *args));
+  static void find(const KvNotifyInfo* info, const RequestArgs* args) {
+    published().push_back(LineOf(*info, *args));
   }
-  static inline const KvRoute kToldRoutes[] = {{"<s>/mid-thresh-exc", {0, hear, nullptr, nullptr, nullptr}},
-                                               {"<s>/max-thresh-exc", {0, hear, nullptr, nullptr, nullptr}}};
-  static inline const KvRoutingTable kToldTable{kToldRoutes, std::size(kToldRoutes)};
-  static inline const KvRoute kStandingRoutes[] = {
-      {"<s>/mid-thresh-exc", {0, see, nullptr, nullptr, nullptr}},
-      {"<s>/max-thresh-exc", {0, see, nullptr, nullptr, nullptr}}};
-  static inline const KvRoutingTable kStandingTable{kStandingRoutes, std::size(kStandingRoutes)};
+  static inline const KvRoute kReportedRoutes[] = {
+      {"<s>/mid-thresh-exc", {0, report, nullptr, nullptr, nullptr}},
+      {"<s>/max-thresh-exc", {0, report, nullptr, nullptr, nullptr}}};
+  static inline const KvRoutingTable kReportedTable{kReportedRoutes, std::size(kReportedRoutes)};
+  static inline const KvRoute kPublishedRoutes[] = {
+      {"<s>/mid-thresh-exc", {0, find, nullptr, nullptr, nullptr}},
+      {"<s>/max-thresh-exc", {0, find, nullptr, nullptr, nullptr}}};
+  static inline const KvRoutingTable kPublishedTable{kPublishedRoutes, std::size(kPublishedRoutes)};
 
   KvConnection* Register(KvNotificationEntry entry) {
     KvConnection* connection = nullptr;

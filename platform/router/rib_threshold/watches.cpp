@@ -1,6 +1,7 @@
-// Judging one VRF's tables and publishing what crossed: see watches.h.
+// Evaluation one VRF's tables and publishing what crossed: see watches.h.
 //
-// What is said is noted only when it was published, so an event that failed is said at the next judgement.
+// A crossing is recorded only after it was published, so an event that failed is retried at the next
+// evaluation.
 #include "platform/router/rib_threshold/watches.h"
 
 #include <algorithm>
@@ -53,7 +54,7 @@ void forget(TableWatch* watch) {
   watch->maximum_exceeded = false;
 }
 
-void judge_mid(TableWatch* watch, const TableNow& now) {
+void evaluate_mid(TableWatch* watch, const TableNow& now) {
   const std::uint32_t mid = watch->configured.mid;
   const bool above = mid != 0 && (watch->mid_exceeded ? now.routes >= mid : now.routes > mid);
   if (above == watch->mid_exceeded) return;
@@ -66,7 +67,7 @@ void judge_mid(TableWatch* watch, const TableNow& now) {
 }
 
 // True when it is not as it was. The clearing is settle()'s.
-bool judge_maximum(TableWatch* watch, const TableNow& now) {
+bool evaluate_maximum(TableWatch* watch, const TableNow& now) {
   const bool above = watch->configured.maximum != 0 && now.routes >= watch->configured.maximum;
   if (above == watch->maximum_exceeded) return false;
   if (!above) withdraw(*watch, kMaximumItem);  // it is no longer true
@@ -80,39 +81,39 @@ VrfWatch::VrfWatch(const std::string& vrf) {
   for (std::size_t family = 0; family < kFamilies; ++family) tables_[family].name = vrf + kSuffixes[family];
 }
 
-void VrfWatch::judge(const std::array<TableNow, kFamilies>& now) {
+void VrfWatch::evaluate(const std::array<TableNow, kFamilies>& now) {
   for (std::size_t family = 0; family < kFamilies; ++family) {
     TableWatch& watch = tables_[family];
     if (watch.table != now[family].table) forget(&watch);
     watch.table = now[family].table;
     if (watch.table == 0) continue;
-    judge_mid(&watch, now[family]);
-    if (!judge_maximum(&watch, now[family])) continue;
+    evaluate_mid(&watch, now[family]);
+    if (!evaluate_maximum(&watch, now[family])) continue;
     crossed_last_ = family;
-    told_exceeded_ |= watch.maximum_exceeded;
+    reported_exceeded_ |= watch.maximum_exceeded;
   }
   settle(now);
 }
 
 void VrfWatch::settle(const std::array<TableNow, kFamilies>& now) {
   const auto at_maximum = [](const TableWatch& watch) { return watch.maximum_exceeded; };
-  if (told_exceeded_ && std::none_of(tables_.begin(), tables_.end(), at_maximum)) tell_cleared(now);
+  if (reported_exceeded_ && std::none_of(tables_.begin(), tables_.end(), at_maximum)) report_cleared(now);
 }
 
 void VrfWatch::clear_before_loss() {
-  if (!told_exceeded_) return;
+  if (!reported_exceeded_) return;
   std::array<TableNow, kFamilies> emptied{};
   for (std::size_t family = 0; family < kFamilies; ++family) emptied[family].table = tables_[family].table;
-  tell_cleared(emptied);
+  report_cleared(emptied);
 }
 
-// Published for the table that fell below; when the VRF does not have it any more, for the other one, by
-// whose number the VRF is known, too. Without any table it waits for one.
-void VrfWatch::tell_cleared(const std::array<TableNow, kFamilies>& now) {
+// Published for the table that crossed last; if the VRF no longer has it, for the other one, whose number
+// identifies the VRF, too. Without any table the clearing remains pending.
+void VrfWatch::report_cleared(const std::array<TableNow, kFamilies>& now) {
   const std::size_t other = kFamilies - 1 - crossed_last_;
-  const std::size_t teller = now[crossed_last_].table != 0 ? crossed_last_ : other;
-  if (now[teller].table == 0) return;
-  told_exceeded_ = !publish_maximum(tables_[teller], now[teller], true);
+  const std::size_t reporting = now[crossed_last_].table != 0 ? crossed_last_ : other;
+  if (now[reporting].table == 0) return;
+  reported_exceeded_ = !publish_maximum(tables_[reporting], now[reporting], true);
 }
 
 void VrfWatch::forget_tables() {

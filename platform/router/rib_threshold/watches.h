@@ -1,8 +1,8 @@
-// What is said of the tables of one VRF: the thresholds, what was said last, and the judgement of a new
-// number of routes. The rules are in rib_threshold.h.
+// The watch of one VRF: its thresholds, what was reported last, and the evaluation of a new number of routes.
+// The rules are in rib_threshold.h.
 //
-// A VRF has a watch for each family. What subscribers keep of the maximum is one flag for the whole VRF, so
-// the clearing is the VRF's, too: it is said when the last of its tables falls below.
+// A VRF has a watch for each family. Subscribers store one flag for the maximum of the whole VRF, so the
+// clearing is also the VRF's: it is reported when the last of its tables falls below the maximum.
 #pragma once
 
 #include <array>
@@ -26,8 +26,8 @@ struct TableNow {
 struct TableWatch {
   std::string name;  // "red.ipv4.unicast"
   Thresholds configured;
-  std::uint32_t table = 0;        // the one that was judged last
-  bool mid_exceeded = false;      // as said last
+  std::uint32_t table = 0;        // at the last evaluation
+  bool mid_exceeded = false;      // as reported last
   bool maximum_exceeded = false;  // likewise
 };
 
@@ -42,23 +42,23 @@ class VrfWatch {
   void configure(std::size_t family, const Thresholds& thresholds) {
     tables_[family].configured = thresholds;
   }
-  // Says what crossed since the last judgement.
-  void judge(const std::array<TableNow, kFamilies>& now);
-  // Before the last table is taken away: says that the maximum is cleared, under the number of a table that
-  // is still there.
+  // Reports the crossings since the last call.
+  void evaluate(const std::array<TableNow, kFamilies>& now);
+  // Before the last table is removed: reports the maximum as cleared, with the number of a table that the VRF
+  // still has.
   void clear_before_loss();
-  // Takes the nodes away and keeps the thresholds.
+  // Withdraws the nodes; the thresholds remain.
   void forget_tables();
   bool has_thresholds() const;
-  bool owes_clearing() const { return told_exceeded_; }
+  bool has_pending_clearing() const { return reported_exceeded_; }
 
  private:
   void settle(const std::array<TableNow, kFamilies>& now);
-  void tell_cleared(const std::array<TableNow, kFamilies>& now);
+  void report_cleared(const std::array<TableNow, kFamilies>& now);
 
   std::array<TableWatch, kFamilies> tables_;
-  bool told_exceeded_ = false;    // a maximum was said to be exceeded, and no clearing since
-  std::size_t crossed_last_ = 0;  // the family whose table crossed its maximum last, either way
+  bool reported_exceeded_ = false;  // a maximum was reported as exceeded and not cleared since
+  std::size_t crossed_last_ = 0;    // the family whose table crossed its maximum last, either way
 };
 
 }  // namespace rib_threshold

@@ -78,8 +78,8 @@ class VpnEvents : public ::testing::Test {
   }
   // One commit of the lines; "-" before one deletes.
   static void Make(std::string_view owner, const std::vector<std::string>& lines) {
-    std::string mistake;
-    EXPECT_EQ(kvtree_config_commit(owner, Changes(lines), "", nullptr, &mistake), kStatusOk) << mistake;
+    std::string error;
+    EXPECT_EQ(kvtree_config_commit(owner, Changes(lines), "", nullptr, &error), kStatusOk) << error;
   }
   std::vector<std::string> Commit(std::string_view owner, const std::vector<std::string>& lines) {
     Make(owner, lines);
@@ -210,7 +210,7 @@ TEST_F(VpnEvents, RdOfTheRouterFileIsTheSameInEveryForm) {
 }
 
 // A router file that creates a VRF which was only named moves its RD from the configuration to the model.
-TEST_F(VpnEvents, RdThatMovesBetweenConfigurationAndModelAtOnceIsNoChange) {
+TEST_F(VpnEvents, RdThatMovesBetweenConfigurationAndModelIsNotReported) {
   Make("file", {"vrf red rd 65000:1"});
   Attach();
   Make("file", {"- vrf red rd 65000:1"});
@@ -221,7 +221,7 @@ TEST_F(VpnEvents, RdThatMovesBetweenConfigurationAndModelAtOnceIsNoChange) {
   EXPECT_THAT(Reported(), ElementsAre("red rd 65000:1(file) -> 65000:2(file)"));
 }
 
-TEST_F(VpnEvents, VrfDeletedAndCreatedAtOnceIsNoChange) {
+TEST_F(VpnEvents, VrfDeletedAndCreatedInOneBatchIsNotReported) {
   AddVrf("65000:1");
   Attach();
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
@@ -270,7 +270,7 @@ TEST_F(VpnEvents, ValueThatPassesFromOneOwnerToAnotherAtOnceIsOneChange) {
                           "red import 1 65000:1(frr-derived) -> none", "red import 1 none -> 65000:3(frr)"));
 }
 
-TEST_F(VpnEvents, EveryCommitOfOneTurnIsReported) {
+TEST_F(VpnEvents, EveryCommitOfOneBatchIsReported) {
   Attach();
   Make("cli", {"vrf red rd 65000:1"});
   Make("cli", {"vrf red rd 65000:2"});
@@ -294,7 +294,7 @@ TEST_F(VpnEvents, RestartReportsNothing) {
   EXPECT_THAT(Reported(), IsEmpty());
 }
 
-TEST_F(VpnEvents, AnotherFormatOfAsNumbersIsNoChangeButShowsInTheNext) {
+TEST_F(VpnEvents, AnotherFormatOfAsNumbersIsNotReportedButUsedInTheNextReport) {
   Attach();
   ASSERT_EQ(bgp_util_asn_format_init_notify(manager_), kStatusOk);
   Commit("cli", {"vrf red rd 65538:1", "vrf red rt import 65538:1 ipv4"});
