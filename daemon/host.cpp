@@ -19,6 +19,7 @@
 // Everything here runs on the main thread. The model and the source live until the process ends.
 #include "daemon/host.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -28,6 +29,7 @@
 
 #include "daemon/route_modules.h"
 #include "daemon/settings.h"
+#include "daemon/sources.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/core/chkpt/chkpt.h"
@@ -46,11 +48,7 @@
 #include "platform/router/vpn_events/vpn_events.h"
 #include "platform/router/vtab/vtab.h"
 #include "platform/store/tree/kvtree.h"
-#include "sources/file/file_configuration.h"
-#include "sources/file/file_source.h"
 #include "sources/frr/frr_source.h"
-#include "sources/kernel/kernel_source.h"
-#include "sources/kernel/links/vrf_descriptions.h"
 
 namespace daemon_host {
 
@@ -64,10 +62,7 @@ constexpr std::size_t kTrapQueue = 4096;    // traps that wait for it while it o
 
 struct Host {
   router::Router model;
-  std::unique_ptr<FileSource> file;
-  std::unique_ptr<KernelSource> kernel;
-  std::unique_ptr<VrfDescriptions> descriptions;  // with the kernel
-  std::unique_ptr<FrrSource> frr;                 // when the routing suite is followed
+  Sources sources;  // the model's own, then the routing suite when it is followed
 };
 
 Host& host() {
@@ -75,18 +70,23 @@ Host& host() {
   return *instance;
 }
 
-bool load_source(const Settings& settings, std::string* error) {
-  if (settings.source == SourceKind::kFile) {
-    host().file = std::make_unique<FileSource>(&host().model, settings.router_file);
-    return VrfDescriptions::forget(error) == kStatusOk && host().file->load(error) == kStatusOk;
+// Adds the sources and loads them. What other kinds of source configured once must not stay effective.
+bool load_router(const Settings& settings, std::string* error) {
+  for (const SourceKind& kind : source_kinds()) {
+    if (&kind != settings.source && kind.release(error) != kStatusOk) return false;
   }
-  std::string commit;
-  if (replace_file_configuration({}, "there is no router file", &commit, error) != kStatusOk) return false;
-  KernelSourceSettings kernel;
-  kernel.vrf_ids = state_directory() + "/vrf_ids";
-  host().kernel = std::make_unique<KernelSource>(&host().model, kernel);
-  host().descriptions = std::make_unique<VrfDescriptions>(&host().model);
-  return host().kernel->load(error) == kStatusOk && host().descriptions->load(error) == kStatusOk;
+  settings.source->add(&host().model, settings.router_file, &host().sources);
+  return std::ranges::all_of(host().sources,
+                             [error](const auto& source) { return source->load(error) == kStatusOk; });
+}
+
+bool load_routing_suite(const Settings& settings, std::string* error) {
+  if (settings.frr_shell.empty()) return FrrSource::release(error) == kStatusOk;
+  FrrSource::Options options;
+  options.shell = settings.frr_shell;
+  options.wanted = settings.frr_wanted;
+  host().sources.push_back(std::make_unique<FrrSource>(&host().model, options));
+  return host().sources.back()->load(error) == kStatusOk;
 }
 
 void attach_services() {
@@ -100,20 +100,14 @@ void attach_services() {
   router::route_access_attach(model);
 }
 
-Status start_source(EventManager* manager) {
-  if (host().descriptions) host().descriptions->start(manager);
-  const Status status = host().file ? host().file->start(manager) : host().kernel->start(manager);
-  return status != kStatusOk || !host().frr ? status : host().frr->start(manager);
-}
-
-// What is followed no more must not stay in force for ever.
-Status follow_suite(const Settings& settings) {
-  if (settings.frr_shell.empty()) return FrrSource::forget();
-  FrrSource::Options options;
-  options.shell = settings.frr_shell;
-  options.wanted = settings.frr_wanted;
-  host().frr = std::make_unique<FrrSource>(&host().model, options);
-  return kStatusOk;
+// Does not return when a source cannot be started: the model would stay as it is for ever.
+void start_sources(EventManager* manager) {
+  for (const auto& source : host().sources) {
+    if (const Status status = source->start(manager)) {
+      log_line("mpls_vpn_mib: cannot follow changes of %s: %s", source->describe().c_str(), err_text(status));
+      std::exit(1);
+    }
+  }
 }
 
 // The memory of a dropped routing table is given back in steps, with requests in between.
@@ -145,10 +139,7 @@ void start_on_main_manager(EventManager* manager) {
     log_line("mpls_vpn_mib: cannot report changes of route distinguishers: %s", err_text(status));
     std::exit(1);
   }
-  if (const Status status = start_source(manager)) {
-    log_line("mpls_vpn_mib: cannot follow the router's changes: %s", err_text(status));
-    std::exit(1);
-  }
+  start_sources(manager);
 }
 
 bool arm_faults() {
@@ -193,17 +184,14 @@ int start_host() {
   if (!read_settings(config_directory(), &settings, &error)) return refuse(error);
   if (!settings.notice.empty()) log_line("mpls_vpn_mib: %s", settings.notice.c_str());
   if (!prepare_store()) return 1;
-  if (!load_source(settings, &error)) return refuse(error);
-  if (const Status status = follow_suite(settings)) {
-    return refuse(std::string("cannot let go of the routing suite's configuration: ") + err_text(status));
-  }
+  if (!load_router(settings, &error) || !load_routing_suite(settings, &error)) return refuse(error);
   attach_services();
   // Nobody is told of a time that a crash could take back. The store logs what it could not commit, and goes
   // on.
   wire::set_output_barrier([] { (void)chkpt_flush(); });
   event_manager_on_create(start_on_main_manager);
   log_line("mpls_vpn_mib: %zu VRFs and %zu interfaces loaded from %s", host().model.vrf_count(),
-           host().model.interface_count(), host().file ? settings.router_file.c_str() : "the kernel");
+           host().model.interface_count(), host().sources.front()->describe().c_str());
   return 0;
 }
 

@@ -25,12 +25,9 @@ std::string scalar(const YAML::Node& node, const char* key) {
 
 void take_source(const YAML::Node& node, Settings* settings) {
   const std::string source = scalar(node, "source");
-  if (source == "kernel") {
-    settings->source = SourceKind::kKernel;
-  } else if (source == "file") {
-    settings->source = SourceKind::kFile;
-  } else {
-    throw Mistake{node.Mark(), "'source' is 'kernel' or 'file', not '" + source + "'"};
+  settings->source = find_source_kind(source);
+  if (settings->source == nullptr) {
+    throw Mistake{node.Mark(), "'source' is " + source_words() + ", not '" + source + "'"};
   }
 }
 
@@ -46,10 +43,10 @@ std::vector<std::string> split_words(const std::string& text) {
   return words;
 }
 
-void take_frr(const YAML::Node& node, SourceKind source, Settings* settings) {
+void take_frr(const YAML::Node& node, Settings* settings) {
   const std::string frr = node ? scalar(node, "frr") : "auto";
   settings->frr_wanted = frr != "auto" && frr != "false";
-  if (frr == "true" || (frr == "auto" && source == SourceKind::kKernel)) {
+  if (frr == "true" || (frr == "auto" && settings->source->follows_routing_suite)) {
     settings->frr_shell = {kFrrShell};
   } else if (frr.substr(0, 1) == "/") {
     settings->frr_shell = split_words(frr);
@@ -59,7 +56,7 @@ void take_frr(const YAML::Node& node, SourceKind source, Settings* settings) {
 }
 
 void take_settings(const YAML::Node& root, const std::filesystem::path& folder, Settings* settings) {
-  if (root.IsNull()) return take_frr(YAML::Node(YAML::NodeType::Undefined), settings->source, settings);
+  if (root.IsNull()) return take_frr(YAML::Node(YAML::NodeType::Undefined), settings);
   if (!root.IsMap()) throw Mistake{root.Mark(), "expected 'key: value' lines"};
   for (const auto& entry : root) {
     const auto key = entry.first.as<std::string>();
@@ -71,10 +68,10 @@ void take_settings(const YAML::Node& root, const std::filesystem::path& folder, 
       throw Mistake{entry.first.Mark(), "unknown key '" + key + "'"};
     }
   }
-  if (settings->source == SourceKind::kFile && settings->router_file.empty()) {
-    throw Mistake{root.Mark(), "'source: file' needs a 'router_file'"};
+  if (settings->source->needs_router_file && settings->router_file.empty()) {
+    throw Mistake{root.Mark(), "'source: " + std::string(settings->source->word) + "' needs a 'router_file'"};
   }
-  take_frr(root["frr"], settings->source, settings);
+  take_frr(root["frr"], settings);
 }
 
 // Whether the file is there. A missing folder is probably a wrong name in the environment.

@@ -9,13 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "daemon/sources.h"
+
 namespace daemon_host {
 
-enum class SourceKind { kKernel, kFile };
-
 struct Settings {
-  SourceKind source = SourceKind::kKernel;
-  std::string router_file;  // absolute, or relative to the working directory; empty with the kernel
+  const SourceKind* source = &source_kinds().front();
+  std::string
+      router_file;  // absolute, or relative to the working directory; empty unless the source needs one
   std::vector<std::string> frr_shell;  // the routing suite's shell and its arguments; empty: not followed
   bool frr_wanted = false;             // by name, not by default: a suite that cannot be followed is logged
   std::string notice;                  // what the operator should know; empty for nothing

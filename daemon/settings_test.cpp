@@ -30,7 +30,7 @@ class SettingsFile : public ::testing::Test {
 
 TEST_F(SettingsFile, MissingFileMeansTheKernel) {
   ASSERT_TRUE(Read());
-  EXPECT_EQ(settings_.source, SourceKind::kKernel);
+  EXPECT_EQ(settings_.source->word, "kernel");
 }
 
 TEST_F(SettingsFile, MissingFolderIsNoticed) {
@@ -38,7 +38,7 @@ TEST_F(SettingsFile, MissingFolderIsNoticed) {
   EXPECT_EQ(settings_.notice, "") << "a missing file alone is usual";
   const std::string folder = folder_.path() + "/none";
   ASSERT_TRUE(read_settings(folder, &settings_, &error_));
-  EXPECT_EQ(settings_.source, SourceKind::kKernel);
+  EXPECT_EQ(settings_.source->word, "kernel");
   EXPECT_EQ(settings_.notice.substr(0, folder.size() + 2), folder + ": ");
   EXPECT_NE(settings_.notice.find("configuration directory does not exist"), std::string::npos);
 }
@@ -53,13 +53,13 @@ TEST_F(SettingsFile, FolderThatCannotBeSearchedIsAFailure) {
 TEST_F(SettingsFile, EmptyFileMeansTheKernel) {
   Write("");
   ASSERT_TRUE(Read()) << error_;
-  EXPECT_EQ(settings_.source, SourceKind::kKernel);
+  EXPECT_EQ(settings_.source->word, "kernel");
 }
 
 TEST_F(SettingsFile, RouterFileIsRelativeToTheSettings) {
   Write("source: file\nrouter_file: router.yaml\n");
   ASSERT_TRUE(Read()) << error_;
-  EXPECT_EQ(settings_.source, SourceKind::kFile);
+  EXPECT_EQ(settings_.source->word, "file");
   EXPECT_EQ(settings_.router_file, folder_.path() + "/router.yaml");
 }
 

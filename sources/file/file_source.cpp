@@ -61,6 +61,11 @@ FileSource::~FileSource() {
   if (watch_) kvtree_unregister_action(kActionName);
 }
 
+Status FileSource::release(std::string* error) {
+  std::string commit;
+  return replace_file_configuration({}, "there is no router file", &commit, error);
+}
+
 Status FileSource::load(std::string* error) {
   router_file::Changes changes;
   return load_into_model(&changes, error);

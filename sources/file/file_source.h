@@ -18,24 +18,26 @@
 #include "sources/file/file_reader.h"
 #include "sources/file/folder_watch.h"
 #include "sources/file/route_feeder.h"
+#include "sources/source.h"
 
-class FileSource {
+class FileSource : public Source {
  public:
   // The model must outlive the source, and nothing else may feed it.
   FileSource(router::Router* model, std::string path);
-  ~FileSource();
-  FileSource(const FileSource&) = delete;
-  FileSource& operator=(const FileSource&) = delete;
+  ~FileSource() override;
 
   // Reads the file and brings the configuration (file_configuration.h) and the model to it, with all routes
   // that are written out; generated ones follow in steps on the manager's loop once the source is started. In
   // *error, on failure: "FILE:LINE:COLUMN: what" for a mistake in the file (kStatusInvalid), "FILE: what" for
   // a file that cannot be read (its errno) or a change that the data store or the model refuses. Fault point
   // "file_source_load".
-  [[nodiscard]] Status load(std::string* error);
+  [[nodiscard]] Status load(std::string* error) override;
   // From here the file is watched and the action is there. The manager must outlive the source. kStatusExists
   // when it was started before. Fault point "file_source_start".
-  [[nodiscard]] Status start(EventManager* manager);
+  [[nodiscard]] Status start(EventManager* manager) override;
+  std::string describe() const override { return path_; }
+  // For a router that has no file: removes what an earlier one configured.
+  [[nodiscard]] static Status release(std::string* error);
   // Whether a change of the file that was noticed is still being read.
   bool is_reading() const { return reader_ != nullptr && reader_->is_reading(); }
 

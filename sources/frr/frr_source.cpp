@@ -115,7 +115,6 @@ Status FrrSource::start(EventManager* manager) {
   if (const Status status = fault_check("frr_source_start")) return status;
   if (manager_ != nullptr) return kStatusExists;
   manager_ = manager;
-  take_known();
   for (const auto& follower : followers_) ask_later(*follower, 0);
   return kStatusOk;
 }
@@ -125,13 +124,16 @@ std::size_t FrrSource::awaited_answers() const {
   return static_cast<std::size_t>(std::count_if(followers_.begin(), followers_.end(), awaits));
 }
 
-Status FrrSource::forget() {
+Status FrrSource::release(std::string* error) {
   constexpr char kComment[] = "the routing suite is not followed";
-  const Status status = kvtree_config_replace(kConfigOwnerFrrDerived, derived_scopes(), {}, kComment);
-  return status ? status : kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), {}, kComment);
+  Status status = kvtree_config_replace(kConfigOwnerFrrDerived, derived_scopes(), {}, kComment);
+  if (!status) status = kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), {}, kComment);
+  if (status)
+    *error = std::string("cannot remove the configuration of the routing suite: ") + err_text(status);
+  return status;
 }
 
-void FrrSource::take_known() {
+Status FrrSource::load(std::string* /*error*/) {
   for (const std::string& scope : frr::config_scopes()) {
     kvtree_config_owned(kConfigOwnerFrr, scope, [this](const KvConfigNode& node) {
       held_.push_back(node);
@@ -142,6 +144,7 @@ void FrrSource::take_known() {
   kvtree_config_owned(kConfigOwnerFrrDerived, vrf_config::kVrfScope,
                       [this](const KvConfigNode& node) { derived_.push_back(node); });
   std::sort(derived_.begin(), derived_.end(), by_path);
+  return kStatusOk;
 }
 
 void FrrSource::ask_later(Follower& follower, std::uint64_t nanoseconds) {

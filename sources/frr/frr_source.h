@@ -29,8 +29,9 @@
 #include "platform/router/model/router.h"
 #include "sources/frr/config_nodes.h"
 #include "sources/frr/conversation.h"
+#include "sources/source.h"
 
-class FrrSource {
+class FrrSource : public Source {
  public:
   struct Options {
     std::vector<std::string> shell{"/usr/bin/vtysh"};  // with arguments before "-d PROGRAM"
@@ -45,24 +46,24 @@ class FrrSource {
 
   // The router must outlive the source.
   FrrSource(const router::Router* router, Options options);
-  ~FrrSource();
-  FrrSource(const FrrSource&) = delete;
-  FrrSource& operator=(const FrrSource&) = delete;
+  ~FrrSource() override;
 
-  // What the suite held when it was last heard is taken from the tree, and the asking starts. The manager
-  // must outlive the source. kStatusExists when it was started before. Fault point "frr_source_start".
-  [[nodiscard]] Status start(EventManager* manager);
+  // Takes from the tree what the suite configured in the daemon's earlier lives.
+  [[nodiscard]] Status load(std::string* error) override;
+  // Starts to ask. The manager must outlive the source. kStatusExists when it was started before. Fault point
+  // "frr_source_start".
+  [[nodiscard]] Status start(EventManager* manager) override;
+  std::string describe() const override { return "the routing suite"; }
 
   // How many programs were asked and have not answered yet.
   std::size_t awaited_answers() const;
 
-  // For routers that do not follow the suite (any more): lets go of what it held.
-  [[nodiscard]] static Status forget();
+  // For a router that does not follow the suite: removes what the suite configured.
+  [[nodiscard]] static Status release(std::string* error);
 
  private:
   struct Follower;
 
-  void take_known();
   void ask(Follower& follower);
   void ask_later(Follower& follower, std::uint64_t nanoseconds);
   void ask_silent_again();

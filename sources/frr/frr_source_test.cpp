@@ -68,6 +68,7 @@ class FrrSourceTest : public ::testing::Test {
   void Start() { Start(Options()); }
   void Start(const FrrSource::Options& options) {
     source = std::make_unique<FrrSource>(&router, options);
+    ASSERT_EQ(source->load(&error), kStatusOk) << error;
     ASSERT_EQ(source->start(manager), kStatusOk);
   }
   void Restart() {
@@ -130,6 +131,7 @@ class FrrSourceTest : public ::testing::Test {
   router::Router router;
   std::unique_ptr<FrrSource> source;
   std::size_t silent_programs = 0;
+  std::string error;
 };
 
 TEST_F(FrrSourceTest, ConfigurationComesIntoTheTree) {
@@ -377,8 +379,7 @@ TEST_F(DerivedItemsOfTheSuite, TooManyVpnRoutesDoNotKeepTheConfigurationFromBein
   suite.Show("show bgp ipv4 vpn rd 10.9.3.1:5 json",
              "{" + std::string(options.limits.answer_size, ' ') + "}");
   suite.Configure("bgpd", bgp_red("  rd vpn export 65000:10\n  rt vpn export 10.9.3.1:5\n"));
-  source = std::make_unique<FrrSource>(&router, options);
-  ASSERT_EQ(source->start(manager), kStatusOk);
+  Start(options);
   for (int time = 0; time < 3; ++time) Hear("bgpd");
   EXPECT_THAT(Held(), UnorderedElementsAre(kRd10Words, "vrf red rt export 10.9.3.1:5 ipv4"));
 }
@@ -392,7 +393,7 @@ TEST_F(DerivedItemsOfTheSuite, AreWrittenLaterWhenThatFailed) {
   Hear("bgpd");
   EXPECT_THAT(HeldDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
   source.reset();
-  EXPECT_EQ(FrrSource::forget(), kStatusOk);
+  EXPECT_EQ(FrrSource::release(&error), kStatusOk) << error;
   EXPECT_THAT(HeldDerived(), IsEmpty());
 }
 
@@ -540,11 +541,20 @@ TEST_F(FrrSourceTest, LostProgramIsAskedSoonerWhenAnotherOneIsBack) {
   EXPECT_LE(clock_monotonic() - before, 4 * options.interval);
 }
 
-TEST_F(FrrSourceTest, ForgettingLetsGoOfEverything) {
+TEST_F(FrrSourceTest, ReleaseRemovesEverything) {
   StartWith("bgpd", bgp_red(kRd10));
   source.reset();
-  EXPECT_EQ(FrrSource::forget(), kStatusOk);
+  EXPECT_EQ(FrrSource::release(&error), kStatusOk) << error;
   EXPECT_THAT(Held(), IsEmpty());
+}
+
+TEST_F(FrrSourceTest, ReleaseThatFailsIsReported) {
+  StartWith("bgpd", bgp_red(kRd10));
+  source.reset();
+  const ScopedFault fault("kvtree_config_replace", kStatusIo);
+  EXPECT_EQ(FrrSource::release(&error), kStatusIo);
+  EXPECT_EQ(error,
+            std::string("cannot remove the configuration of the routing suite: ") + err_text(kStatusIo));
 }
 
 TEST_F(FrrSourceTest, StartHasItsFaultPointAndHappensOnce) {
@@ -610,7 +620,7 @@ TEST_F(RecordedSuite, EveryVersionIsFollowedAlike) {
   const std::vector<std::string> before = Held();
   EXPECT_THAT(before, IsSupersetOf({std::string(kRd10Words)}));
   source.reset();
-  ASSERT_EQ(FrrSource::forget(), kStatusOk);
+  ASSERT_EQ(FrrSource::release(&error), kStatusOk) << error;
   StartWithVersion("10.3");
   EXPECT_EQ(Held(), before);
 }

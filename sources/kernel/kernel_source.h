@@ -18,20 +18,20 @@
 #include "platform/core/evm/evm.h"
 #include "platform/router/model/router.h"
 #include "sources/kernel/settings.h"
+#include "sources/source.h"
 
-class KernelSource {
+class KernelSource : public Source {
  public:
   explicit KernelSource(router::Router* model, const KernelSourceSettings& settings = {});
-  ~KernelSource();
-  KernelSource(const KernelSource&) = delete;
-  KernelSource& operator=(const KernelSource&) = delete;
+  ~KernelSource() override;
 
   // Begins to listen, then reads all links and addresses and applies them as a difference; blocks for as long
   // as the kernel takes (not longer than 2 s without an answer). Failing, it leaves the model as it was and
   // says why in *error. kStatusTimedOut, or the system's error. May be called again.
-  [[nodiscard]] Status load(std::string* error);
+  [[nodiscard]] Status load(std::string* error) override;
   // REQUIRES: load() succeeded.
-  [[nodiscard]] Status start(EventManager* manager);
+  [[nodiscard]] Status start(EventManager* manager) override;
+  std::string describe() const override { return "the kernel"; }
 
   KernelSourceCounters counters() const;
   // True when everything that was received has reached the model and no reading is under way.

@@ -45,12 +45,13 @@ Status VrfDescriptions::load(std::string* error) {
   return status;
 }
 
-void VrfDescriptions::start(EventManager* manager) {
+Status VrfDescriptions::start(EventManager* manager) {
   manager_ = manager;
   model_->observe(router::ObserverRank::kOther, this);
+  return kStatusOk;
 }
 
-Status VrfDescriptions::forget(std::string* error) {
+Status VrfDescriptions::release(std::string* error) {
   return replace({}, error);
 }
 

@@ -11,22 +11,22 @@
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 #include "platform/router/model/router.h"
+#include "sources/source.h"
 
-class VrfDescriptions : public router::Observer {
+class VrfDescriptions : public Source, public router::Observer {
  public:
   // The model must outlive it.
   explicit VrfDescriptions(router::Router* model) : model_(model) {}
   ~VrfDescriptions() override;
-  VrfDescriptions(const VrfDescriptions&) = delete;
-  VrfDescriptions& operator=(const VrfDescriptions&) = delete;
 
   // Makes the model's descriptions all that the owner holds. The data store's status; *error says why.
-  [[nodiscard]] Status load(std::string* error);
+  [[nodiscard]] Status load(std::string* error) override;
   // From here changes of the model follow, those of a turn of the loop as one commit. The manager must
   // outlive it.
-  void start(EventManager* manager);
+  [[nodiscard]] Status start(EventManager* manager) override;
+  std::string describe() const override { return "the descriptions of VRF devices"; }
   // Lets go of everything: for a process whose router says nothing of the kind.
-  [[nodiscard]] static Status forget(std::string* error);
+  [[nodiscard]] static Status release(std::string* error);
 
   void vrf_created(const router::Vrf& vrf) override { changed(vrf.name); }
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override {

@@ -43,7 +43,7 @@ class RouterDescriptions : public ::testing::Test {
   }
   void Start() {
     ASSERT_EQ(descriptions_->load(&error_), kStatusOk) << error_;
-    descriptions_->start(manager_);
+    ASSERT_EQ(descriptions_->start(manager_), kStatusOk);
   }
   void Run() {
     while (event_run_pending(manager_)) {
@@ -133,7 +133,7 @@ TEST_F(RouterDescriptions, NextProcessHoldsWhatItsRouterSays) {
 TEST_F(RouterDescriptions, AreForgottenWhereNobodySaysAny) {
   AddVrf("red", 10, "Red");
   Start();
-  ASSERT_EQ(VrfDescriptions::forget(&error_), kStatusOk) << error_;
+  ASSERT_EQ(VrfDescriptions::release(&error_), kStatusOk) << error_;
   EXPECT_THAT(words_in_force(), IsEmpty());
 }
 

@@ -1,0 +1,27 @@
+// What the daemon starts to learn about the router: a source of the router model, or one that only writes
+// configuration, such as the routing suite beside a kernel.
+//
+// The daemon constructs a source, loads it before it serves any client, and starts it on its main event
+// manager. Main thread. A source lives as long as the process; in tests it is destroyed before the event
+// manager.
+#pragma once
+
+#include <string>
+
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+
+class Source {
+ public:
+  Source() = default;
+  virtual ~Source() = default;
+  Source(const Source&) = delete;
+  Source& operator=(const Source&) = delete;
+
+  // Reads everything there is and applies it; may block. On failure *error states what is wrong and where.
+  [[nodiscard]] virtual Status load(std::string* error) = 0;
+  // Follows changes from here on. REQUIRES: load() succeeded.
+  [[nodiscard]] virtual Status start(EventManager* manager) = 0;
+  // What is read, for messages: "the kernel", the path of a file.
+  virtual std::string describe() const = 0;
+};
