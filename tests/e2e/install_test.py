@@ -5,11 +5,12 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import tempfile
 import unittest
 
-from system import BIN, SLOW, System, wait_until
+from system import BIN, ROOT, SCALARS, SLOW, System, wait_until
 
 ROUTER = """\
 vrfs: [{name: red, table: 10, routes: [{prefix: 10.1.0.0/16, type: blackhole, protocol: static}]}]
@@ -51,6 +52,15 @@ def output_of(*command):
 
 def sections(file):
     return set(re.findall(r"^ +\[ *\d+\] (\S+)", output_of("readelf", "-SW", file), re.MULTILINE))
+
+
+class RouterWithSnmpd(System):
+    """The system with the package's own snmpd.conf, to which the project's file is added."""
+
+    def snmpd_settings(self):
+        package = pathlib.Path("/etc/snmp/snmpd.conf").read_text()
+        lines = [line for line in package.splitlines() if not re.match(r"agentaddress|includeDir", line, re.IGNORECASE)]
+        return "\n".join(lines) + "\n" + (ROOT / "packaging/snmpd.conf").read_text()
 
 
 class Installed(unittest.TestCase):
@@ -98,6 +108,28 @@ class Installed(unittest.TestCase):
         for service in self.root.rglob("*.service"):
             program = re.search(r"^ExecStart=(\S+)", service.read_text(), re.MULTILINE)[1]
             self.assertTrue((self.root / program.lstrip("/")).is_file(), program)
+
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "SKIPPED: no systemd-analyze")
+    def test_services_are_valid_to_systemd(self):
+        targets = pathlib.Path("/usr/lib/systemd/system")
+        for target in targets.glob("*.target"):
+            shutil.copy(target, self.root / "usr/lib/systemd/system", follow_symlinks=False)
+        self.addCleanup(lambda: [target.unlink() for target in (self.root / "usr/lib/systemd/system").glob("*.target")])
+        result = subprocess.run(["systemd-analyze", "verify", f"--root={self.root}", "mpls_vpn_mib.service",
+                                 "mpls_vpn_snmp.service"], capture_output=True, text=True, timeout=60, check=False)
+        self.assertEqual((result.returncode, result.stdout + result.stderr), (0, ""))
+
+    def test_manager_reads_the_mib_through_the_packages_snmpd_with_the_lines_to_add(self):
+        with RouterWithSnmpd(ROUTER) as lab:
+            lab.start_daemon()
+            lab.start_snmpd()
+            lab.spawn("agent", str(self.root / "usr/sbin/mpls_vpn_snmp"), "--agentx-socket", str(lab.agentx))
+
+            def configured_vrfs(community):
+                return lab.snmp("get", SCALARS + ".1.0", options=("-c", community)).stdout.split()[1:]
+
+            wait_until("the sub-agent", lambda: configured_vrfs("l3vpn") == ["1"])
+            self.assertNotEqual(configured_vrfs("public"), ["1"])  # the package's view does not have the MIB
 
     def test_installed_daemon_counts_routes_with_the_installed_modules(self):
         with System(ROUTER) as lab:

@@ -103,8 +103,8 @@ class System:
         for _ in range(20):
             self.port = self.port or random.randint(20000, 32000)
             conf = self.folder / "snmpd.conf"
-            conf.write_text(f"agentAddress udp:127.0.0.1:{self.port}\nrocommunity public\nrwcommunity private\n"
-                            f"master agentx\nagentXSocket {self.agentx}\n" + self.trap_sink())
+            conf.write_text(f"agentAddress udp:127.0.0.1:{self.port}\nagentXSocket {self.agentx}\n" + self.snmpd_settings() +
+                            self.trap_sink())
             process = self.spawn("snmpd", "snmpd", "-f", "-Lo", "-C", "-c", str(conf), "-p", str(self.folder / "snmpd.pid"))
             deadline = time.monotonic() + 5 * SLOW
             while process.poll() is None and time.monotonic() < deadline:
@@ -114,6 +114,9 @@ class System:
             self.kill("snmpd")
             self.port = 0
         raise AssertionError("snmpd did not start: " + self.log("snmpd"))
+
+    def snmpd_settings(self):
+        return "rocommunity public\nrwcommunity private\nmaster agentx\n"
 
     def trap_sink(self):
         return f"trap2sink 127.0.0.1:{self.trap_port} public\n" if self.trap_port else ""
