@@ -72,7 +72,7 @@ TEST_F(ConfiguredVrfs, InterfaceThatJoinsAfterItsConfigurationIsCounted) {
   EXPECT_EQ(OfInterface("red"), kEach);
 }
 
-TEST_F(ConfiguredVrfs, InterfaceThatComesBackHasItsCountsBack) {
+TEST_F(ConfiguredVrfs, InterfaceThatRejoinsHasItsCountsAgain) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Run();
@@ -86,7 +86,7 @@ TEST_F(ConfiguredVrfs, InterfaceThatComesBackHasItsCountsBack) {
   }
 }
 
-TEST_F(ConfiguredVrfs, InterfaceThatFlapsWithinOneTurnIsCountedOnce) {
+TEST_F(ConfiguredVrfs, InterfaceThatFlapsWithinOneBatchIsCountedOnce) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Configure(Protocols("red"));
@@ -129,7 +129,7 @@ TEST_F(ConfiguredVrfs, CountsAreExactAfterFlaps) {
   EXPECT_EQ(OfInterface("red"), kNothing);
 }
 
-TEST_F(ConfiguredVrfs, ConfigurationAndJoinInOneTurnAreCountedOnce) {
+TEST_F(ConfiguredVrfs, ConfigurationAndJoinInOneBatchAreCountedOnce) {
   AddVrf("red");
   AddInterface("ge0");
   Run();
@@ -160,7 +160,7 @@ TEST_F(ConfiguredVrfs, NeighborOfAVrfThatIsCreatedLaterIsCounted) {
   EXPECT_EQ(OfVrf("red"), "0000010");
 }
 
-TEST_F(ConfiguredVrfs, VrfDeletedAndCreatedAgainComesBackWithItsConfiguration) {
+TEST_F(ConfiguredVrfs, VrfDeletedAndCreatedAgainHasItsConfigurationAgain) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Run();
@@ -169,7 +169,7 @@ TEST_F(ConfiguredVrfs, VrfDeletedAndCreatedAgainComesBackWithItsConfiguration) {
              vrf_config::route_threshold("red", Family::kIpv4, 100, 80),
              vrf_config::route_policy("red", Family::kIpv4, vrf_config::Direction::kImport, "IN"),
              vrf_config::route_target("red", Family::kIpv4, vrf_config::Direction::kImport, kTarget)});
-  // As the kernel does it: the members leave before the device goes, and are put back by hand.
+  // Like the kernel: the members leave before the device is removed, and an operator adds them again.
   Leave("ge0");
   DeleteVrf("red");
   Run();
@@ -188,7 +188,7 @@ TEST_F(ConfiguredVrfs, VrfDeletedAndCreatedAgainComesBackWithItsConfiguration) {
   EXPECT_EQ(OfInterface("red"), kEach);
 }
 
-TEST_F(ConfiguredVrfs, VrfThatLosesItsConfigurationWhileItIsAwayIsForgotten) {
+TEST_F(ConfiguredVrfs, VrfThatLosesItsConfigurationWhileDeletedIsForgotten) {
   const KvConfigNode text = vrf_config::description("red", "Red Rail");
   AddVrf("red");
   Run();
@@ -202,7 +202,7 @@ TEST_F(ConfiguredVrfs, VrfThatLosesItsConfigurationWhileItIsAwayIsForgotten) {
   EXPECT_EQ(AttributesOf("red")->description, nullptr);
 }
 
-TEST_F(ConfiguredVrfs, RetellingMovesNoTimes) {
+TEST_F(ConfiguredVrfs, ReplayChangesNoTimes) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Run();

@@ -1,20 +1,19 @@
-// Start-up of the process in front of the daemon's own:
+// Start-up of the process, before the daemon's own:
 //
-//   1. fault points from the environment (for tests of whole processes);
-//   2. the run and the state directory, made when they are missing;
-//   3. platform.yaml; a mistake ends the process with status 1;
-//   4. the configuration that owners held in earlier lives, so that it is replayed to whoever registers for
-//   it, and the queue in which traps wait for the SNMP sub-agent;
-//   5. the source's first load, into the router model and, what differs, into the configuration; a failure
-//   ends the process: a daemon that would come up with an empty model makes management systems delete every
-//   VRF they know. Whoever is not the source holds nothing: what a router file configured once would stay in
-//   force for ever;
-//   6. the services are given the model;
-//   7. from here nothing leaves for a client before the checkpoint is on disk;
-//   8. when the daemon makes its main event manager: the data store's server and the source's live part start
-//   on it, the route modules are looked for, the VRFs that have configuration are named in the model (before
-//   the daemon hears of what they have), the routing tables are watched against their thresholds, and changes
-//   of RDs and route targets are reported from here on.
+//   1. Fault points from the environment, for tests of whole processes.
+//   2. The run and the state directory, created when missing.
+//   3. platform.yaml; an error ends the process with status 1.
+//   4. The stored configuration of all owners, which is replayed to subscribers, and the queue in which traps
+//      wait for the SNMP sub-agent.
+//   5. The first load of the source into the router model and, where it differs, into the configuration. A
+//      failure ends the process: a daemon with an empty model makes management systems delete every VRF.
+//      Configuration of a source that is not in use is removed, or it would be effective for ever.
+//   6. The services get the model.
+//   7. The output barrier: no answer leaves for a client before the checkpoint is on disk.
+//   8. When the daemon creates its main event manager: the data store's server and the source start on it,
+//      the route modules are loaded, the VRFs that configuration names are referenced in the model (before
+//      the daemon reads their configuration), the routing tables are watched, and changes of RDs and route
+//      targets are reported.
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
 #include "daemon/host.h"
@@ -110,7 +109,7 @@ void start_sources(EventManager* manager) {
   }
 }
 
-// The memory of a dropped routing table is given back in steps, with requests in between.
+// The memory of a dropped routing table is freed in steps, with requests in between.
 void release_routes(EventManager* manager) {
   if (host().model.routes().release_some(kRoutesPerRelease)) {
     event_timer_start(manager, 0, [manager] { release_routes(manager); });
@@ -159,14 +158,15 @@ bool make_directory(const std::string& directory) {
 
 // A daemon without its configuration would be silent where its operator switched traps on.
 bool prepare_store() {
-  const Status kept = kvtree_keep_configuration(state_directory());
-  if (kept != kStatusOk) {
-    log_line("mpls_vpn_mib: no configuration in %s: %s", state_directory().c_str(), err_text(kept));
+  const Status opened = kvtree_keep_configuration(state_directory());
+  if (opened != kStatusOk) {
+    log_line("mpls_vpn_mib: cannot open the configuration in %s: %s", state_directory().c_str(),
+             err_text(opened));
     return false;
   }
   const Status retained = kvtree_retain_notifications(kProviderPath, kTrapSubscriber, kTrapQueue);
   if (retained == kStatusOk) return true;
-  log_line("mpls_vpn_mib: no queue for traps: %s", err_text(retained));
+  log_line("mpls_vpn_mib: cannot create the queue of traps: %s", err_text(retained));
   return false;
 }
 
@@ -186,8 +186,7 @@ int start_host() {
   if (!prepare_store()) return 1;
   if (!load_router(settings, &error) || !load_routing_suite(settings, &error)) return refuse(error);
   attach_services();
-  // Nobody is told of a time that a crash could take back. The store logs what it could not commit, and goes
-  // on.
+  // Clients never see a time that a crash could undo. The store logs a commit that failed and continues.
   wire::set_output_barrier([] { (void)chkpt_flush(); });
   event_manager_on_create(start_on_main_manager);
   log_line("mpls_vpn_mib: %zu VRFs and %zu interfaces loaded from %s", host().model.vrf_count(),

@@ -7,7 +7,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
 
 int main(int argc, char** argv) {
-  // A reader that goes away is an error of the write, not the end of the process.
+  // Writing to a closed connection fails with EPIPE instead of ending the process.
   signal(SIGPIPE, SIG_IGN);
   if (const int status = daemon_host::start_host()) return status;
   return mpls_vpn_mib_main(argc, argv);

@@ -1,5 +1,5 @@
-// Reads platform.yaml. Every mistake is reported with its place; nothing is guessed, because a daemon that
-// runs on another source than its operator meant shows a management system the wrong router.
+// Reads platform.yaml. Every error is reported with its position. Nothing is guessed: a daemon that reads
+// another source than its operator meant shows a management system the wrong router.
 #include "daemon/settings.h"
 
 #include <yaml-cpp/yaml.h>
@@ -13,13 +13,13 @@ namespace {
 
 constexpr char kFrrShell[] = "/usr/bin/vtysh";
 
-struct Mistake {
+struct SettingError {
   YAML::Mark mark;
   std::string what;
 };
 
 std::string scalar(const YAML::Node& node, const char* key) {
-  if (!node.IsScalar()) throw Mistake{node.Mark(), std::string("'") + key + "' takes one word"};
+  if (!node.IsScalar()) throw SettingError{node.Mark(), std::string("'") + key + "' takes one word"};
   return node.as<std::string>();
 }
 
@@ -27,7 +27,7 @@ void take_source(const YAML::Node& node, Settings* settings) {
   const std::string source = scalar(node, "source");
   settings->source = find_source_kind(source);
   if (settings->source == nullptr) {
-    throw Mistake{node.Mark(), "'source' is " + source_words() + ", not '" + source + "'"};
+    throw SettingError{node.Mark(), "'source' is " + source_words() + ", not '" + source + "'"};
   }
 }
 
@@ -51,13 +51,14 @@ void take_frr(const YAML::Node& node, Settings* settings) {
   } else if (frr.substr(0, 1) == "/") {
     settings->frr_shell = split_words(frr);
   } else if (frr != "auto" && frr != "false") {
-    throw Mistake{node.Mark(), "'frr' is 'auto', 'true', 'false' or the path of a shell, not '" + frr + "'"};
+    throw SettingError{node.Mark(),
+                       "'frr' is 'auto', 'true', 'false' or the path of a shell, not '" + frr + "'"};
   }
 }
 
 void take_settings(const YAML::Node& root, const std::filesystem::path& folder, Settings* settings) {
   if (root.IsNull()) return take_frr(YAML::Node(YAML::NodeType::Undefined), settings);
-  if (!root.IsMap()) throw Mistake{root.Mark(), "expected 'key: value' lines"};
+  if (!root.IsMap()) throw SettingError{root.Mark(), "expected 'key: value' lines"};
   for (const auto& entry : root) {
     const auto key = entry.first.as<std::string>();
     if (key == "source") {
@@ -65,11 +66,12 @@ void take_settings(const YAML::Node& root, const std::filesystem::path& folder, 
     } else if (key == "router_file") {
       take_router_file(entry.second, folder, settings);
     } else if (key != "frr") {  // what it means depends on the source
-      throw Mistake{entry.first.Mark(), "unknown key '" + key + "'"};
+      throw SettingError{entry.first.Mark(), "unknown key '" + key + "'"};
     }
   }
   if (settings->source->needs_router_file && settings->router_file.empty()) {
-    throw Mistake{root.Mark(), "'source: " + std::string(settings->source->word) + "' needs a 'router_file'"};
+    throw SettingError{root.Mark(),
+                       "'source: " + std::string(settings->source->word) + "' needs a 'router_file'"};
   }
   take_frr(root["frr"], settings);
 }
@@ -97,8 +99,8 @@ bool read_settings(const std::string& config_directory, Settings* settings, std:
   try {
     const bool exists = find_file(folder, file, &read);
     take_settings(exists ? YAML::LoadFile(file) : YAML::Node(), folder, &read);
-  } catch (const Mistake& mistake) {
-    *error = describe(file, mistake.mark, mistake.what);
+  } catch (const SettingError& invalid) {
+    *error = describe(file, invalid.mark, invalid.what);
     return false;
   } catch (const std::filesystem::filesystem_error& failure) {
     *error = file + ": " + failure.code().message();

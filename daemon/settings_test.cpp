@@ -1,4 +1,4 @@
-// platform.yaml: defaults, both sources, and every mistake with its place.
+// platform.yaml: defaults, both sources, and every error with its position.
 #include "daemon/settings.h"
 
 #include <gtest/gtest.h>
@@ -69,7 +69,7 @@ TEST_F(SettingsFile, AbsoluteRouterFileStays) {
   EXPECT_EQ(settings_.router_file, "/tmp/x.yaml");
 }
 
-TEST_F(SettingsFile, RoutingSuiteIsFollowedWithTheKernelUnlessToldOtherwise) {
+TEST_F(SettingsFile, RoutingSuiteIsFollowedWithTheKernelByDefault) {
   using Words = std::vector<std::string>;
   ASSERT_TRUE(Read());
   EXPECT_EQ(settings_.frr_shell, Words{"/usr/bin/vtysh"}) << "without a file";
@@ -111,13 +111,13 @@ TEST_F(SettingsFile, RoutingSuiteIsWantedWhenItIsNamed) {
   EXPECT_FALSE(wanted(""));
 }
 
-TEST_F(SettingsFile, RoutingSuiteIsNoRelativePath) {
+TEST_F(SettingsFile, RelativePathOfTheRoutingSuiteIsRejected) {
   EXPECT_EQ(Refusal("frr: vtysh\n"),
             "platform.yaml:1:6: 'frr' is 'auto', 'true', 'false' or the path of a shell, not 'vtysh'");
   EXPECT_EQ(Refusal("frr: [a]\n"), "platform.yaml:1:6: 'frr' takes one word");
 }
 
-TEST_F(SettingsFile, MistakesNameTheirPlace) {
+TEST_F(SettingsFile, ErrorsNameTheirPosition) {
   EXPECT_EQ(Refusal("source: kernel\nrouters: x\n"), "platform.yaml:2:1: unknown key 'routers'");
   EXPECT_EQ(Refusal("source: disk\n"), "platform.yaml:1:9: 'source' is 'kernel' or 'file', not 'disk'");
   EXPECT_EQ(Refusal("source: file\n"), "platform.yaml:1:1: 'source: file' needs a 'router_file'");
@@ -126,11 +126,11 @@ TEST_F(SettingsFile, MistakesNameTheirPlace) {
   EXPECT_EQ(Refusal("a: b: c\n").substr(0, 18), "platform.yaml:1:5:");
 }
 
-TEST_F(SettingsFile, RefusedFileLeavesTheSettingsAlone) {
-  settings_.router_file = "kept";
+TEST_F(SettingsFile, RejectedFileLeavesTheSettingsUnchanged) {
+  settings_.router_file = "router.yaml";
   Write("source: disk\n");
   EXPECT_FALSE(Read());
-  EXPECT_EQ(settings_.router_file, "kept");
+  EXPECT_EQ(settings_.router_file, "router.yaml");
 }
 
 }  // namespace

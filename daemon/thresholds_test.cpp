@@ -144,7 +144,7 @@ TEST_F(Thresholds, ChangedThresholdsAreJudgedAtOnce) {
   EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
 }
 
-TEST_F(Thresholds, ProcessThatStartsAboveTheMaximumKnowsItAndTellsItOnce) {
+TEST_F(Thresholds, ProcessThatStartsAboveTheMaximumReportsItOnce) {
   SetNumber("notif-reissue-time", 1);
   SetRoutes(4);
   Traps();
@@ -158,7 +158,7 @@ TEST_F(Thresholds, ProcessThatStartsAboveTheMaximumKnowsItAndTellsItOnce) {
   EXPECT_THAT(Traps(), ElementsAre(Cleared("high=4 routes=3")));
 }
 
-TEST_F(Thresholds, ProcessThatStartsBelowTellsNothing) {
+TEST_F(Thresholds, ProcessThatStartsBelowReportsNothing) {
   SetRoutes(1);
   RestartProcess();
   EXPECT_THAT(Traps(), IsEmpty());
@@ -181,7 +181,7 @@ void Thresholds::ExpectSilence() {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-// Its record stays, because configuration names the VRF.
+// Its record remains, because configuration names the VRF.
 TEST_F(Thresholds, VrfThatIsDeletedAboveItsMaximumIsCleared) {
   NameVrf("red");
   SetNumber("notif-reissue-time", 1);
@@ -201,7 +201,7 @@ TEST_F(Thresholds, VrfThatIsDeletedAboveItsMaximumIsCleared) {
   EXPECT_THAT(Traps(), ElementsAre(Mid("mid=2 routes=4"), Exceeded("high=4 routes=4")));
 }
 
-TEST_F(Thresholds, VrfThatIsDeletedBeforeTheDaemonIsToldOfTheMaximumIsClearedInOrder) {
+TEST_F(Thresholds, VrfDeletedBeforeTheMaximumIsDeliveredIsClearedInOrder) {
   NameVrf("red");
   SetNumber("notif-reissue-time", 1);
   PutRoutes(4);
@@ -211,7 +211,7 @@ TEST_F(Thresholds, VrfThatIsDeletedBeforeTheDaemonIsToldOfTheMaximumIsClearedInO
   ExpectSilence();
 }
 
-TEST_F(Thresholds, TableThatAnotherVrfTakesOverTellsNothingOfThatVrf) {
+TEST_F(Thresholds, TableTakenOverByAnotherVrfIsNotReportedForThatVrf) {
   NameVrf("red");
   SetNumber("notif-reissue-time", 1);
   PutRoutes(4);

@@ -1,16 +1,16 @@
-// See asn_format.h (RFC 5396).
+// The AS number format of route targets (RFC 5396).
 //
-// Whoever keeps the texts of route targets keeps them in the format of the time when it was told of them, and
-// finds them again by their text. So a change of the format is told as a deletion and a set of each route
-// target that it concerns, and the format that they are extracted in changes to and fro in between: all of it
-// is posted in one go on the manager, behind what was told in the old format and before what will be told in
-// the new one. A reader in between misses one route target at most. Route targets of two octets, addresses
-// and small AS numbers read the same in every format and are not told.
+// Subscribers store the texts of route targets and look them up by text. So a change of the format is
+// reported as a deletion of each affected route target with its old text and a set with its new text; the
+// format that bgp_vpn_extract_rt() uses switches back and forth in between. All of this is posted on the
+// manager at once, after everything that was reported in the old format and before everything that will be
+// reported in the new one, so that a reader in between misses at most one route target. Two-octet AS numbers,
+// addresses and small AS numbers have the same text in every format and are not reported.
 //
-// Route targets that are not in the configuration tree are not found here. They are told in the manager's
-// batches with requests in between, but found and posted in one turn of the loop, as a commit is: a third of
-// a second for 100,000 of them. In steps, what others change in between would have to be told in the one
-// format or the other by how far the steps have come.
+// Only route targets of the configuration tree are found here. They are delivered in the manager's batches,
+// with requests in between, but collected and posted in one iteration of the loop, like a commit: a third of
+// a second for 100,000 of them. If they were posted in steps, the format of a change that arrives in between
+// would depend on the progress.
 #include "platform/router/bgp_vpn/asn_format.h"
 
 #include <algorithm>
@@ -37,8 +37,8 @@ std::string format_path() {
   return vrf_config::as_format({}).path;
 }
 
-// The paths of the route targets that read differently.
-std::vector<std::string> concerned_route_targets(BgpAsnFormat from, BgpAsnFormat to) {
+// The paths of the route targets whose text differs.
+std::vector<std::string> affected_route_targets(BgpAsnFormat from, BgpAsnFormat to) {
   std::vector<std::string> paths;
   kvtree_config_in_force(vrf_config::kVrfScope, [&](const KvConfigNode& node) {
     const std::optional<vrf_config::Target> target = vrf_config::route_target_of(node.path);
@@ -50,7 +50,7 @@ std::vector<std::string> concerned_route_targets(BgpAsnFormat from, BgpAsnFormat
 }  // namespace
 
 BgpAsnFormat configured_format() {
-  const std::string text = text_in_force(format_path());
+  const std::string text = effective_text(format_path());
   if (text.empty()) return BgpAsnFormat::kAsplain;
   const auto& all = vrf_config::kAsFormats;
   const auto found = std::find(all.begin(), all.end(), text);
@@ -59,7 +59,7 @@ BgpAsnFormat configured_format() {
   return BgpAsnFormat::kAsplain;
 }
 
-// What exists is told before this returns, and is no change.
+// The replay of what exists is not a change.
 Status ConfiguredFormat::start(EventManager* manager, const std::function<void()>& changed) {
   const auto is_replaying = std::make_shared<bool>(true);
   const auto take = [is_replaying, changed](const KvNotification* notification) {
@@ -80,10 +80,10 @@ void set_route_target_format(BgpAsnFormat format) {
   target_format = format;
 }
 
-Status retell_route_targets(EventManager* manager, BgpAsnFormat from, BgpAsnFormat to,
+Status replay_route_targets(EventManager* manager, BgpAsnFormat from, BgpAsnFormat to,
                             const std::function<void(BgpAsnFormat)>& use) {
   return kvtree_config_retell_each(
-      concerned_route_targets(from, to), manager, [use, from] { use(from); }, [use, to] { use(to); });
+      affected_route_targets(from, to), manager, [use, from] { use(from); }, [use, to] { use(to); });
 }
 
 }  // namespace bgp_vpn

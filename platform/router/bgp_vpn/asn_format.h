@@ -1,5 +1,5 @@
-// The AS number format: what is written in it, what is configured, and the telling of a change. Not for other
-// folders. Main thread.
+// The AS number format: texts in a format, the configured format, and the notification of a change. Private
+// to this folder. Main thread.
 #pragma once
 
 #include <functional>
@@ -16,10 +16,10 @@ namespace bgp_vpn {
 // The configured format; asplain when there is none.
 BgpAsnFormat configured_format();
 
-// Says when to look at configured_format() again.
+// Reports changes of configured_format().
 class ConfiguredFormat {
  public:
-  // `changed` is called on the manager's loop. The data store's failures; nothing is followed then.
+  // `changed` is called on the manager's loop. On a failure of the data store nothing is followed.
   [[nodiscard]] Status start(EventManager* manager, const std::function<void()>& changed);
   void stop() { nodes_.stop(); }
 
@@ -33,10 +33,10 @@ std::string format_target(const vrf_config::Target& target, BgpAsnFormat format)
 // The format that route targets are extracted in.
 BgpAsnFormat route_target_format();
 void set_route_target_format(BgpAsnFormat format);
-// Tells every route target in force that reads differently in the two formats as deleted and set on this
-// manager, and has the format that goes with it used before each. `from` is the format of all that was posted
-// there so far.
-[[nodiscard]] Status retell_route_targets(EventManager* manager, BgpAsnFormat from, BgpAsnFormat to,
+// Posts a deletion and a set on this manager for every effective route target whose text differs between the
+// two formats, and calls `use` with the matching format before each. `from` is the format of everything
+// posted there so far.
+[[nodiscard]] Status replay_route_targets(EventManager* manager, BgpAsnFormat from, BgpAsnFormat to,
                                           const std::function<void(BgpAsnFormat)>& use);
 
 }  // namespace bgp_vpn

@@ -36,54 +36,54 @@ TEST_F(BgpVpn, RdThatDoesNotFitIsInvalid) {
   EXPECT_STREQ(text.data(), "65000:100");
 }
 
-TEST_F(BgpVpn, ChangesAreToldOnTheLoop) {
+TEST_F(BgpVpn, ChangesAreReportedOnTheLoop) {
   AddVrf("red", "65000:1");
   Register();
   ChangeRd("red", "65000:2");
-  EXPECT_THAT(told(), ElementsAre()) << "before the loop ran";
+  EXPECT_THAT(reported(), ElementsAre()) << "before the loop ran";
   ChangeRd("red", "");
   Run();
-  EXPECT_THAT(told(), ElementsAre("set red 65000:2", "deletion red -"));
+  EXPECT_THAT(reported(), ElementsAre("set red 65000:2", "deletion red -"));
 }
 
-TEST_F(BgpVpn, WhatExistsIsToldBeforeTheRegistrationReturns) {
+TEST_F(BgpVpn, ExistingRdsAreReportedBeforeTheRegistrationReturns) {
   AddVrf("red", "65000:1");
   AddVrf("none", "");
   AddVrf("blue", "4200000000:1");
   bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
   ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusOk);
-  EXPECT_THAT(told(), UnorderedElementsAre("set red 65000:1", "set blue 64086.59904:1"));
+  EXPECT_THAT(reported(), UnorderedElementsAre("set red 65000:1", "set blue 64086.59904:1"));
 }
 
-TEST_F(BgpVpn, RdOfACreationIsToldOnTheLoop) {
+TEST_F(BgpVpn, RdOfACreatedVrfIsReportedOnTheLoop) {
   Register();
   AddVrf("red", "65000:1");
   AddVrf("none", "");
-  EXPECT_THAT(told(), ElementsAre()) << "before the loop ran";
+  EXPECT_THAT(reported(), ElementsAre()) << "before the loop ran";
   Run();
-  EXPECT_THAT(told(), ElementsAre("set red 65000:1"));
+  EXPECT_THAT(reported(), ElementsAre("set red 65000:1"));
 }
 
-TEST_F(BgpVpn, OtherChangesAreNotTold) {
+TEST_F(BgpVpn, OtherChangesAreNotReported) {
   AddVrf("red", "65000:1");
   Register();
   router::ChangeVrf(&router_, "red", &router::Vrf::description, "other");
   Run();
-  EXPECT_THAT(told(), ElementsAre());
+  EXPECT_THAT(reported(), ElementsAre());
 }
 
-TEST_F(BgpVpn, EndedRegistrationHearsNothingMore) {
+TEST_F(BgpVpn, EndedRegistrationGetsNoMoreReports) {
   AddVrf("red", "65000:1");
   Register();
   ChangeRd("red", "65000:2");
   bgp_vpn_rd_unregister_cb();
   Register();
   Run();
-  EXPECT_THAT(told(), ElementsAre()) << "what was posted for the registration that ended";
+  EXPECT_THAT(reported(), ElementsAre()) << "posted for the registration that ended";
   EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusExists);
 }
 
-TEST_F(BgpVpn, FormatChangesTakeEffectOnTheLoopAndAreTold) {
+TEST_F(BgpVpn, FormatChangesTakeEffectOnTheLoopAndAreReported) {
   AddVrf("red", "4200000000:30");
   AddVrf("blue", "65000:1");
   Register();
@@ -94,7 +94,7 @@ TEST_F(BgpVpn, FormatChangesTakeEffectOnTheLoopAndAreTold) {
   EXPECT_EQ(Rd("red"), "64086.59904:30");
   EXPECT_EQ(Rd("blue"), "65000:1");
   Run();
-  EXPECT_THAT(told(), ElementsAre("set red 64086.59904:30"));
+  EXPECT_THAT(reported(), ElementsAre("set red 64086.59904:30"));
 }
 
 TEST_F(BgpVpn, FormatWithoutNotificationsTakesEffectAtOnce) {
@@ -127,7 +127,7 @@ TEST_F(BgpVpn, EveryOperationHasItsFaultPoint) {
   EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusIo);
   EXPECT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusIo);
   fault_disarm_all();
-  Register();  // the refused registration left no callback behind
+  Register();  // the refused registration left no callback
 }
 
 TEST(RdText, AsNumbersAreWrittenInTheFormat) {
@@ -147,7 +147,7 @@ TEST(RdText, SmallAsNumbersKeepTheTextOfTheirType) {
   }
 }
 
-TEST(RdText, AddressesAndOtherTextsStayAsTheyStand) {
+TEST(RdText, AddressesAndOtherTextsAreUnchanged) {
   for (const char* text :
        {"10.0.0.1:5", "", "red", ":1", "4294967296:1", "70000:70000", "1.65536:1", "1.:1", ".1:1", "-1:1"}) {
     EXPECT_EQ(bgp_util_format_rd(text, BgpAsnFormat::kAsdotPlus), text);

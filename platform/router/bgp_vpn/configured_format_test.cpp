@@ -1,5 +1,4 @@
-// The AS number format of the configuration: what subscribers of route targets and the RD callback are told
-// when it changes.
+// The configured AS number format: what subscribers of route targets and the RD callback get when it changes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -22,10 +21,10 @@ using ::testing::IsEmpty;
 using vrf_config::Direction;
 using vrf_config::Family;
 
-// Keeps route targets by their text, as whoever shows them does.
+// Stores route targets by their text, as subscribers do.
 struct TargetTable {
   std::multiset<std::string> rows;
-  std::vector<std::string> told;  // "+text" and "-text"
+  std::vector<std::string> reports;  // "+text" and "-text"
   std::size_t fewest = SIZE_MAX;
   std::size_t misses = 0;  // deletions of what was not there
 
@@ -41,11 +40,11 @@ struct TargetTable {
     const std::string row = std::string(args->arg[0].text) + " " + text.data();
     if ((info->whichevent & kKvEventDeleted) == 0) {
       rows.insert(row);
-      told.push_back("+" + row);
+      reports.push_back("+" + row);
     } else {
       const auto found = rows.find(row);
       found == rows.end() ? static_cast<void>(++misses) : static_cast<void>(rows.erase(found));
-      told.push_back("-" + row);
+      reports.push_back("-" + row);
     }
     fewest = std::min(fewest, rows.size());
   }
@@ -93,13 +92,13 @@ class ConfiguredFormat : public RdTest {
   }
   static KvConfigChange NoTarget(const std::string& text) { return {Target(text).path, std::nullopt}; }
   static std::vector<std::string> Rows() { return {table().rows.begin(), table().rows.end()}; }
-  static std::vector<std::string> TakeToldTargets() { return std::exchange(table().told, {}); }
+  static std::vector<std::string> TakeTargetReports() { return std::exchange(table().reports, {}); }
 
   KvConnection* connection_ = nullptr;
   std::array<char, 1024> buffer_{};
 };
 
-TEST_F(ConfiguredFormat, IsInForceWhenTheFollowingBegins) {
+TEST_F(ConfiguredFormat, IsEffectiveWhenFollowingStarts) {
   Post({Format("asdot")});
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
   Follow();
@@ -115,28 +114,28 @@ TEST_F(ConfiguredFormat, WithoutOneIsAsplain) {
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
 }
 
-TEST_F(ConfiguredFormat, ChangeTellsRouteTargetsAsDeletedInTheOldAndSetInTheNewFormat) {
+TEST_F(ConfiguredFormat, ChangeReportsRouteTargetsAsDeletedInTheOldAndSetInTheNewFormat) {
   Follow();
   Subscribe();
   Commit({Target("4200000000:30"), Target("65536:1", "blue")});
-  TakeToldTargets();
+  TakeTargetReports();
   Commit({Format("asdot")});
-  EXPECT_THAT(TakeToldTargets(),
+  EXPECT_THAT(TakeTargetReports(),
               ElementsAre("-blue 65536:1", "+blue 1.0:1", "-red 4200000000:30", "+red 64086.59904:30"));
   Commit({NoFormat()});
   EXPECT_THAT(Rows(), ElementsAre("blue 65536:1", "red 4200000000:30"));
   EXPECT_EQ(table().misses, 0U);
 }
 
-TEST_F(ConfiguredFormat, RouteTargetsThatReadTheSameAreNotTold) {
+TEST_F(ConfiguredFormat, RouteTargetsWithTheSameTextAreNotReported) {
   Follow();
   Subscribe();
   Commit({Target("65000:100"), Target("0.65000:100"), Target("10.0.0.1:5"), Target("65535:4294967295")});
-  TakeToldTargets();
+  TakeTargetReports();
   Commit({Format("asdot")});
   Commit({Format("asdot+")});
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsdotPlus);
-  EXPECT_THAT(TakeToldTargets(), IsEmpty());
+  EXPECT_THAT(TakeTargetReports(), IsEmpty());
   EXPECT_THAT(Rows(),
               ElementsAre("red 0.65000:100", "red 10.0.0.1:5", "red 65000:100", "red 65535:4294967295"));
 }
@@ -154,7 +153,7 @@ TEST_F(ConfiguredFormat, OneRouteTargetAtMostIsMissingMeanwhile) {
   EXPECT_EQ(table().misses, 0U);
 }
 
-// Each of these waits behind the change of the format, in the tree at once.
+// Each of these changes the tree at once and is delivered after the change of the format.
 TEST_F(ConfiguredFormat, WhatChangesMeanwhileIsNeitherLostNorDoubled) {
   Follow();
   Subscribe();
@@ -187,7 +186,7 @@ TEST_F(ConfiguredFormat, ChangesOnTheWayFollowEachOther) {
   EXPECT_EQ(table().misses, 0U);
 }
 
-TEST_F(ConfiguredFormat, RdsAreToldInTheNewFormat) {
+TEST_F(ConfiguredFormat, RdsAreReportedInTheNewFormat) {
   const KvConfigNode rd =
       vrf_config::route_distinguisher("red", Family::kIpv4, vrf_config::parse_target("4200000000:1").value());
   const KvConfigNode small =
@@ -196,12 +195,12 @@ TEST_F(ConfiguredFormat, RdsAreToldInTheNewFormat) {
   Follow();
   Register();
   Commit({Format("asdot")});
-  EXPECT_THAT(TakeTold(), ElementsAre("set red 64086.59904:1"));
+  EXPECT_THAT(TakeReported(), ElementsAre("set red 64086.59904:1"));
   Commit({NoFormat()});
-  EXPECT_THAT(TakeTold(), ElementsAre("set red 4200000000:1"));
+  EXPECT_THAT(TakeReported(), ElementsAre("set red 4200000000:1"));
 }
 
-TEST_F(ConfiguredFormat, LowerOwnersComesIntoForceWhenTheHigherLetsGo) {
+TEST_F(ConfiguredFormat, FormatOfALowerOwnerTakesEffectWhenTheHigherReleasesIts) {
   Follow();
   Commit({Format("asdot")}, kConfigOwnerFile);
   Commit({Format("asplain")});
@@ -232,7 +231,7 @@ TEST_F(ConfiguredFormat, OtherItemsAreNoFormat) {
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
 }
 
-TEST_F(ConfiguredFormat, StaysWhenTheRouteTargetsCannotBeTold) {
+TEST_F(ConfiguredFormat, IsUnchangedWhenTheRouteTargetsCannotBeReported) {
   Follow();
   Subscribe();
   Commit({Target("65536:1")});
@@ -247,7 +246,7 @@ TEST_F(ConfiguredFormat, StaysWhenTheRouteTargetsCannotBeTold) {
   EXPECT_THAT(Rows(), ElementsAre("red 1.0:1"));
 }
 
-TEST_F(ConfiguredFormat, EndedFollowingHearsNothingMore) {
+TEST_F(ConfiguredFormat, StoppedFollowingIgnoresChanges) {
   Follow();
   Subscribe();
   Commit({Target("65536:1")});

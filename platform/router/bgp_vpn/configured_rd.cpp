@@ -1,5 +1,5 @@
-// See configured_rd.h. The tree itself is asked for the RD, so that it is there to be got before anybody
-// registers; notifications only say when to look again.
+// The RD is read from the tree itself, so that it is available before the first subscription; notifications
+// only trigger another look-up.
 #include "platform/router/bgp_vpn/configured_rd.h"
 
 #include <optional>
@@ -9,7 +9,7 @@
 
 namespace bgp_vpn {
 
-std::string text_in_force(const std::string& path) {
+std::string effective_text(const std::string& path) {
   std::string text;
   kvtree_config_in_force(path, [&](const KvConfigNode& node) {
     if (node.path == path && node.value.type == KvValueType::kText) text = node.value.text;
@@ -19,7 +19,7 @@ std::string text_in_force(const std::string& path) {
 
 std::string configured_rd(std::string_view vrf) {
   for (const vrf_config::Family family : vrf_config::kFamiliesOfTargets) {
-    std::string rd = text_in_force(vrf_config::route_distinguisher(vrf, family, {}).path);
+    std::string rd = effective_text(vrf_config::route_distinguisher(vrf, family, {}).path);
     if (!rd.empty()) return rd;
   }
   return {};
@@ -43,27 +43,27 @@ Status ConfiguredRds::start(EventManager* manager, Changed changed) {
 void ConfiguredRds::stop() {
   nodes_.stop();
   changed_ = nullptr;
-  told_.clear();
+  known_.clear();
 }
 
 void ConfiguredRds::take_notification(std::string_view path) {
   const std::optional<std::string> vrf = vrf_config::vrf_of(std::string(vrf_config::kVrfScope).append(path));
-  if (vrf) take_in(*vrf);
+  if (vrf) update(*vrf);
 }
 
-std::string ConfiguredRds::told(const std::string& vrf) const {
-  const auto found = told_.find(vrf);
-  return found == told_.end() ? std::string() : found->second;
+std::string ConfiguredRds::known(const std::string& vrf) const {
+  const auto found = known_.find(vrf);
+  return found == known_.end() ? std::string() : found->second;
 }
 
-void ConfiguredRds::take_in(const std::string& vrf) {
-  const std::string before = told(vrf);
+void ConfiguredRds::update(const std::string& vrf) {
+  const std::string before = known(vrf);
   const std::string now = configured_rd(vrf);
   if (now == before) return;
   if (now.empty()) {
-    told_.erase(vrf);
+    known_.erase(vrf);
   } else {
-    told_[vrf] = now;
+    known_[vrf] = now;
   }
   if (changed_) changed_(vrf, before);
 }

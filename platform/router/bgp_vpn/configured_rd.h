@@ -1,5 +1,5 @@
-// Route distinguishers of the configuration tree: looked up, and followed while somebody wants to be told.
-// Not for other folders. Main thread.
+// Route distinguishers of the configuration tree: look-ups, and changes while there is a subscriber. Private
+// to this folder. Main thread.
 #pragma once
 
 #include <functional>
@@ -16,29 +16,30 @@ namespace bgp_vpn {
 // The RD that is configured for the VRF now, of its lowest address family that has one; empty for none.
 std::string configured_rd(std::string_view vrf);
 
-// The text of the node of exactly this path that is in force; empty for none, and for another type.
-std::string text_in_force(const std::string& path);
+// The effective text of the node of exactly this path; empty when there is none or when it has another type.
+std::string effective_text(const std::string& path);
 
-// What the notifications of the tree have told so far, by VRF.
+// The RDs as of the notifications delivered so far, by VRF.
 class ConfiguredRds {
  public:
   using Changed = std::function<void(const std::string& vrf, const std::string& before)>;
 
-  // Takes in what exists without telling it; from then on `changed` is called on the manager's loop when
-  // another RD is configured than was told before. The data store's failures; nothing is followed then.
+  // Reads the RDs that exist without reporting them. From then on `changed` is called on the manager's loop
+  // when the configured RD differs from the last known one. On a failure of the data store nothing is
+  // followed.
   [[nodiscard]] Status start(EventManager* manager, Changed changed);
   void stop();
-  // As far as it was told; empty for none.
-  std::string told(const std::string& vrf) const;
-  const std::map<std::string, std::string>& all() const { return told_; }
+  // As of the last notification; empty for none.
+  std::string known(const std::string& vrf) const;
+  const std::map<std::string, std::string>& all() const { return known_; }
 
  private:
   void take_notification(std::string_view path);
-  void take_in(const std::string& vrf);
+  void update(const std::string& vrf);
 
   FollowedNodes nodes_;
-  Changed changed_;  // none while what exists is told
-  std::map<std::string, std::string> told_;
+  Changed changed_;  // none during the replay of what exists
+  std::map<std::string, std::string> known_;
 };
 
 }  // namespace bgp_vpn

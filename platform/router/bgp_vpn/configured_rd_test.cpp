@@ -1,4 +1,4 @@
-// Route distinguishers of the configuration: what counts beside the router model, and what is told.
+// Configured route distinguishers: which one is effective, and what is reported.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -69,77 +69,77 @@ TEST_F(ConfiguredRd, OfAnOddNameIsFound) {
   EXPECT_EQ(Rd("a b/c%"), "65000:8");
 }
 
-TEST_F(ConfiguredRd, IsShownInTheFormatInForce) {
+TEST_F(ConfiguredRd, IsShownInTheEffectiveFormat) {
   Configure("red", "4200000000:30");
   bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
   EXPECT_EQ(Rd("red"), "64086.59904:30");
 }
 
-TEST_F(ConfiguredRd, WhatExistsIsToldBeforeTheRegistrationReturns) {
+TEST_F(ConfiguredRd, ExistingRdsAreReportedBeforeTheRegistrationReturns) {
   AddVrf("red", "65000:1");
   Configure("red", "65000:2");
   Configure("named", "65000:4");
   ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusOk);
-  EXPECT_THAT(std::exchange(told(), {}), ElementsAre("set named 65000:4", "set red 65000:2"));
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(std::exchange(reported(), {}), ElementsAre("set named 65000:4", "set red 65000:2"));
+  EXPECT_THAT(TakeReported(), IsEmpty());
   Configure("red", "65000:3");
-  EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:3"));
+  EXPECT_THAT(TakeReported(), ElementsAre("set red 65000:3"));
 }
 
-TEST_F(ConfiguredRd, CreatedVrfIsToldWhatIsConfiguredForIt) {
+TEST_F(ConfiguredRd, ConfiguredRdOfACreatedVrfIsReported) {
   Configure("later", "65000:7");
   Register();
   AddVrf("later", "65000:1");
-  EXPECT_THAT(TakeTold(), ElementsAre("set later 65000:7"));
+  EXPECT_THAT(TakeReported(), ElementsAre("set later 65000:7"));
 }
 
-TEST_F(ConfiguredRd, ChangesAreToldOnTheLoopAndFallBackToTheModel) {
+TEST_F(ConfiguredRd, ChangesAreReportedOnTheLoopAndFallBackToTheModel) {
   AddVrf("red", "65000:1");
   Register();
   Configure("red", "65000:2");
-  EXPECT_THAT(told(), IsEmpty()) << "before the loop ran";
-  EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:2"));
+  EXPECT_THAT(reported(), IsEmpty()) << "before the loop ran";
+  EXPECT_THAT(TakeReported(), ElementsAre("set red 65000:2"));
   Remove("red");
-  EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:1"));
+  EXPECT_THAT(TakeReported(), ElementsAre("set red 65000:1"));
 }
 
-TEST_F(ConfiguredRd, LastOneThatGoesIsADeletion) {
+TEST_F(ConfiguredRd, RemovingTheLastOneReportsADeletion) {
   Register();
   Configure("named", "65000:2");
   Remove("named");
   Configure("named", "65000:3");
   Remove("named");
-  EXPECT_THAT(TakeTold(), IsEmpty()) << "what came and went before the loop ran";
+  EXPECT_THAT(TakeReported(), IsEmpty()) << "set and removed before the loop ran";
   Configure("named", "65000:4");
-  EXPECT_THAT(TakeTold(), ElementsAre("set named 65000:4"));
+  EXPECT_THAT(TakeReported(), ElementsAre("set named 65000:4"));
   Remove("named");
-  EXPECT_THAT(TakeTold(), ElementsAre("deletion named -"));
+  EXPECT_THAT(TakeReported(), ElementsAre("deletion named -"));
 }
 
-TEST_F(ConfiguredRd, ChangeThatAnswersTheSameIsNotTold) {
+TEST_F(ConfiguredRd, ChangeWithoutEffectIsNotReported) {
   AddVrf("red", "65000:1");
   Register();
   Configure("red", "65000:1");
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReported(), IsEmpty());
   Configure("red", "65000:9", Family::kIpv6);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReported(), IsEmpty());
   Configure("red", "65000:1", Family::kIpv4, kConfigOwnerFile);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReported(), IsEmpty());
   Remove("red", Family::kIpv6);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReported(), IsEmpty());
 }
 
-TEST_F(ConfiguredRd, ModelsChangeUnderAConfiguredRdIsNotTold) {
+TEST_F(ConfiguredRd, ChangeOfTheModelBelowAConfiguredRdIsNotReported) {
   AddVrf("red", "65000:1");
   Configure("red", "65000:2");
   Register();
   ChangeRd("red", "65000:3");
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReported(), IsEmpty());
   Remove("red");
-  EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:3"));
+  EXPECT_THAT(TakeReported(), ElementsAre("set red 65000:3"));
 }
 
-TEST_F(ConfiguredRd, OtherItemsAreNotTold) {
+TEST_F(ConfiguredRd, OtherItemsAreNotReported) {
   AddVrf("red", "65000:1");
   Register();
   const KvConfigNode description = vrf_config::description("red", "rd");
@@ -148,35 +148,35 @@ TEST_F(ConfiguredRd, OtherItemsAreNotTold) {
   text.type = KvValueType::kText;
   text.text = "65000:5";
   ASSERT_EQ(kvtree_config_commit("cli", {{"/cfg/gl/vmap/other/rd", text}}, ""), kStatusOk);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReported(), IsEmpty());
 }
 
-TEST_F(ConfiguredRd, ValueThatIsNoTextIsNone) {
+TEST_F(ConfiguredRd, ValueThatIsNotATextIsIgnored) {
   KvConfigNode node = Node("red", Family::kIpv4, "65000:1");
   node.value = {};
   ASSERT_EQ(kvtree_config_commit("cli", {{node.path, node.value}}, ""), kStatusOk);
   EXPECT_EQ(Rd("red"), err_text(kStatusNoSuchRow));
 }
 
-TEST_F(ConfiguredRd, FormatChangeIsToldOnceForEveryVrf) {
+TEST_F(ConfiguredRd, FormatChangeIsReportedOnceForEveryVrf) {
   AddVrf("blue", "4200000000:1");
   AddVrf("red", "4200000000:2");
   Configure("red", "4200000000:3");
   Configure("named", "4200000000:4");
   Register();
   bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
-  EXPECT_THAT(TakeTold(),
+  EXPECT_THAT(TakeReported(),
               ElementsAre("set blue 64086.59904:1", "set named 64086.59904:4", "set red 64086.59904:3"));
 }
 
-TEST_F(ConfiguredRd, EndedRegistrationHearsNothingMore) {
+TEST_F(ConfiguredRd, EndedRegistrationGetsNoMoreReports) {
   Register();
   Configure("red", "65000:2");
   bgp_vpn_rd_unregister_cb();
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReported(), IsEmpty());
   Register();
   Configure("red", "65000:3");
-  EXPECT_THAT(TakeTold(), ElementsAre("set red 65000:3"));
+  EXPECT_THAT(TakeReported(), ElementsAre("set red 65000:3"));
 }
 
 TEST_F(ConfiguredRd, FailedSubscriptionLeavesNoCallback) {
@@ -185,7 +185,7 @@ TEST_F(ConfiguredRd, FailedSubscriptionLeavesNoCallback) {
     EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusNoMemory) << point;
   }
   Configure("red", "65000:2");
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReported(), IsEmpty());
   Register();
 }
 
@@ -196,7 +196,7 @@ TEST_F(ConfiguredRd, FailedEndOfTheSubscriptionIsLogged) {
   bgp_vpn_rd_unregister_cb();
   EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("/cfg/gl/vmap/ is still followed"));
   Configure("red", "65000:2");
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReported(), IsEmpty());
 }
 
 }  // namespace

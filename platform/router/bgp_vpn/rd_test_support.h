@@ -1,5 +1,5 @@
 // For tests of route distinguishers: a router model whose VRFs have them, an empty configuration, and a
-// callback that notes what it is told.
+// callback that records its calls.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@
 class RdTest : public ::testing::Test {
  protected:
   RdTest() : manager_(event_manager_create("/dev/test/main", 0), event_manager_destroy) {
-    told().clear();
+    reported().clear();
     kvtree_reset();
     bgp_vpn_attach(&router_);
   }
@@ -48,23 +48,24 @@ class RdTest : public ::testing::Test {
   }
 
   // "set red 65000:1", "deletion red -".
-  static std::vector<std::string>& told() {
+  static std::vector<std::string>& reported() {
     static std::vector<std::string> all;
     return all;
   }
   static void Note(std::uint32_t set, const char* vrf, const char* rd) {
-    told().push_back(std::string(set != 0 ? "set " : "deletion ") + vrf + " " + (rd == nullptr ? "-" : rd));
+    reported().push_back(std::string(set != 0 ? "set " : "deletion ") + vrf + " " +
+                         (rd == nullptr ? "-" : rd));
   }
-  // Without what is told at once.
+  // Without the reports that the registration makes.
   void Register() const {
-    const std::vector<std::string> before = told();
+    const std::vector<std::string> before = reported();
     ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusOk);
-    told() = before;
+    reported() = before;
   }
   void Run() const { event_run_pending(manager_.get()); }
-  std::vector<std::string> TakeTold() const {
+  std::vector<std::string> TakeReported() const {
     Run();
-    return std::exchange(told(), {});
+    return std::exchange(reported(), {});
   }
 
   TestRunDirectory directory_;

@@ -1,8 +1,8 @@
 // Route targets as text (RFC 4364 section 4.3.1, RFC 4360 sections 3.1 and 3.2, RFC 5668) from the keys of a
 // configuration path.
 //
-// Only the keys of the route target's own type are looked at; a number that does not fit its field of the
-// eight octets is refused, not cut. Nothing is kept.
+// Only the keys of the route target's own type are read. A number that does not fit its field of the eight
+// octets is rejected, not truncated.
 #include <cstring>
 
 #include "platform/core/base/fault.h"

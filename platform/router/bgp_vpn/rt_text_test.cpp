@@ -77,7 +77,7 @@ TEST_F(RouteTargetText, FourOctetAsHasANumberOf16Bits) {
   EXPECT_EQ(Extract({2, 64086, 59904, 65536, nullptr, {}}), kInvalid);
 }
 
-TEST_F(RouteTargetText, SmallAsNumberInFourOctetsIsToldFromOneInTwo) {
+TEST_F(RouteTargetText, SmallAsNumberInFourOctetsDiffersFromOneInTwo) {
   EXPECT_EQ(Extract({0, 0, 65000, 100, nullptr, {}}), "65000:100");
   EXPECT_EQ(Extract({2, 0, 65000, 100, nullptr, {}}), "0.65000:100");
   EXPECT_EQ(Extract({2, 1, 0, 100, nullptr, {}}), "65536:100");

@@ -1,13 +1,13 @@
 // The BGP VPN library: route distinguishers from the configuration and the router model, their change
 // callback, and the AS number format.
 //
-// A VRF's RD is the configured one, else the model's. Text is made when it is asked for, in the format in
-// force. While there is a callback the library follows the configuration and observes the model for changed
-// RDs, and tells what is there at the registration and every change of the RD that counts: the model's are
-// posted on the manager of the registration with the texts of the time of the change, those of the
-// configuration come through the same manager. A change of the AS number format is posted likewise, behind
-// the telling of the route targets that it concerns (asn_format.cpp). A generation number lets posted calls
-// of an ended registration fall flat.
+// A VRF's RD is the configured one, else the model's. Texts are made on demand, in the effective format.
+// While there is a callback, the library follows the configuration and observes the model. It reports the
+// existing RDs at the registration and every later change of an effective RD: changes of the model are posted
+// on the manager of the registration, with their texts at the time of the change; changes of the
+// configuration arrive on the same manager. A change of the AS number format is posted after the
+// notifications of the affected route targets (asn_format.cpp). Posted calls carry a generation number, and
+// those of an ended registration do nothing.
 #include "platform/router/bgp_vpn/bgp_vpn.h"
 
 #include <cstring>
@@ -33,7 +33,7 @@ class Library : public router::Observer {
   void end_notifications();
 
   router::Router* model = nullptr;
-  BgpAsnFormat format = BgpAsnFormat::kAsplain;  // in force
+  BgpAsnFormat format = BgpAsnFormat::kAsplain;  // effective
   EventManager* callback_manager = nullptr;
   BgpVpnRdCallback callback = nullptr;
   std::uint64_t generation = 0;
@@ -42,11 +42,11 @@ class Library : public router::Observer {
   std::map<std::string, std::string> all_rds() const;
   void configuration_changed(const std::string& vrf, const std::string& before);
   void post_rd(const std::string& vrf, const std::string& rd);
-  void tell(const std::string& vrf, const std::string& text) const;
+  void report(const std::string& vrf, const std::string& text) const;
   Status post_format(BgpAsnFormat wanted);
   void change_format(BgpAsnFormat next);
 
-  BgpAsnFormat wanted_format_ = BgpAsnFormat::kAsplain;  // in force when all that is posted was done
+  BgpAsnFormat wanted_format_ = BgpAsnFormat::kAsplain;  // effective after everything posted so far
   EventManager* format_manager_ = nullptr;
   bgp_vpn::ConfiguredFormat configured_format_;
   bgp_vpn::ConfiguredRds configured_;
@@ -68,7 +68,7 @@ std::string Library::model_rd(const std::string& vrf) const {
   return found == nullptr ? std::string() : found->rd;
 }
 
-// The RD that counts of every VRF that has one, as far as it was told.
+// The effective RD of every VRF that has one, as of the last notification.
 std::map<std::string, std::string> Library::all_rds() const {
   std::map<std::string, std::string> all = configured_.all();
   if (model == nullptr) return all;
@@ -78,34 +78,34 @@ std::map<std::string, std::string> Library::all_rds() const {
   return all;
 }
 
-void Library::tell(const std::string& vrf, const std::string& text) const {
+void Library::report(const std::string& vrf, const std::string& text) const {
   callback(text.empty() ? 0 : 1, vrf.c_str(), text.empty() ? nullptr : text.c_str());
 }
 
 void Library::post_rd(const std::string& vrf, const std::string& rd) {
   if (callback == nullptr) return;
   event_post(callback_manager, [this, posted = generation, vrf, text = bgp_util_format_rd(rd, format)] {
-    if (posted == generation) tell(vrf, text);
+    if (posted == generation) report(vrf, text);
   });
 }
 
 void Library::configuration_changed(const std::string& vrf, const std::string& before) {
   const std::string from_model = model_rd(vrf);
-  const std::string now = configured_.told(vrf);
+  const std::string now = configured_.known(vrf);
   const std::string& rd = now.empty() ? from_model : now;
-  if (rd != (before.empty() ? from_model : before)) tell(vrf, bgp_util_format_rd(rd, format));
+  if (rd != (before.empty() ? from_model : before)) report(vrf, bgp_util_format_rd(rd, format));
 }
 
-// Its RD is told behind the records and memberships of the new VRF, which are told first.
+// Posted, so that the record and the memberships of the new VRF are reported before its RD.
 void Library::vrf_created(const router::Vrf& vrf) {
-  const std::string& configured = configured_.told(vrf.name);
+  const std::string& configured = configured_.known(vrf.name);
   const std::string& rd = configured.empty() ? vrf.rd : configured;
   if (!rd.empty()) post_rd(vrf.name, rd);
 }
 
-// A change of the model counts where nothing is configured.
+// A configured RD overrides that of the model.
 void Library::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
-  if (before.rd != now.rd && configured_.told(now.name).empty()) post_rd(now.name, now.rd);
+  if (before.rd != now.rd && configured_.known(now.name).empty()) post_rd(now.name, now.rd);
 }
 
 void Library::change_format(BgpAsnFormat next) {
@@ -117,7 +117,7 @@ void Library::change_format(BgpAsnFormat next) {
   }
 }
 
-// A change that waits is followed by the next one, so each begins where the one before it ends.
+// Pending changes are applied in order, so each one starts from the format of the one before.
 void Library::want_format(BgpAsnFormat wanted) {
   if (wanted == wanted_format_) return;
   if (format_manager_ != nullptr) {
@@ -135,7 +135,7 @@ Status Library::post_format(BgpAsnFormat wanted) {
     if (posted == generation) bgp_vpn::set_route_target_format(used);
   };
   if (const Status status =
-          bgp_vpn::retell_route_targets(format_manager_, wanted_format_, wanted, use_for_targets))
+          bgp_vpn::replay_route_targets(format_manager_, wanted_format_, wanted, use_for_targets))
     return status;
   event_post(format_manager_, [this, wanted, posted = generation] {
     if (posted == generation) change_format(wanted);
@@ -160,7 +160,7 @@ Status Library::follow(EventManager* manager, BgpVpnRdCallback wanted) {
   if (status != kStatusOk) return status;
   callback_manager = manager;
   callback = wanted;
-  for (const auto& [vrf, rd] : all_rds()) tell(vrf, bgp_util_format_rd(rd, format));
+  for (const auto& [vrf, rd] : all_rds()) report(vrf, bgp_util_format_rd(rd, format));
   return kStatusOk;
 }
 

@@ -1,13 +1,11 @@
-// See config_references.h.
-//
-// Notifications of the configuration say which VRFs have items. The items of protocols are kept by VRF and
-// interface, because they are announced again; of the others (below kVrfScope, where the items of a VRF are
-// together) it is enough to know that there is one. A deletion counts only if the item is not effective when
-// it is delivered, because items that are announced again are deleted first. Whether a VRF still has items is
-// looked up in the tree, once for all the deletions of one pass of the event loop.
+// Notifications of the configuration say which VRFs have items. Items of protocols are stored by VRF and
+// interface, because they are replayed; of the other items (below kVrfScope, where the items of a VRF are
+// together) only the existence matters. A deletion counts only if the item is not effective when it is
+// delivered, because a replay deletes items first. Whether a VRF still has items is looked up in the tree,
+// once for all the deletions of one iteration of the event loop.
 //
 // Joins and creations of VRFs wait until the membership service has delivered everything before them, which
-// is known by the order of its events (vmap.h); until then a timer without delay checks in each pass of the
+// the order of its events shows (vmap.h); until then a timer without delay checks in each iteration of the
 // loop.
 #include "platform/router/config_references/config_references.h"
 
@@ -42,7 +40,7 @@ struct VrfItems {
 };
 
 struct Join {
-  std::uint64_t turn;  // what is older was told
+  std::uint64_t turn;  // everything older must be delivered first
   std::string vrf;
   std::string interface;  // empty: the VRF itself was created
 };
@@ -54,11 +52,11 @@ class Follower : public router::Observer {
 
   Status start();
 
-  // Whether items are or were counted under this name since the membership service was last quiet.
+  // Whether items are counted under this name, or were since the membership service last had nothing pending.
   bool is_name_of_items(const std::string& vrf, const std::string& interface) const;
 
   void vrf_created(const router::Vrf& vrf) override {
-    if (model_->is_referenced(vrf.name)) retell_for(vrf.name, {});
+    if (model_->is_referenced(vrf.name)) replay_for(vrf.name, {});
   }
   void interface_added(const router::Interface& interface) override { joined(interface); }
   void interface_moved(const router::Interface& now, const std::string&) override { joined(now); }
@@ -77,23 +75,23 @@ class Follower : public router::Observer {
   void check(const std::string& vrf);
 
   void joined(const router::Interface& interface);
-  void retell_for(const std::string& vrf, const std::string& interface);
-  void retell_later();
-  void retell_some();
+  void replay_for(const std::string& vrf, const std::string& interface);
+  void replay_later();
+  void replay_some();
   void add_items(const Join& join, std::set<std::string>* paths) const;
-  void tell_description(const std::string& vrf) const;
+  void replay_description(const std::string& vrf) const;
 
   router::Router* model_;
   EventManager* manager_;
   FollowedNodes configuration_;
   std::unordered_map<std::string, VrfItems> vrfs_;
   std::set<std::string> unsure_;  // VRFs that lost an item
-  // VRFs with names of interfaces that have no items any more. Two interfaces may be known by one name while
-  // renames are under way, and then the last deletion may have been counted for the other one.
+  // VRFs with the names of interfaces whose last item was deleted. During renames two interfaces may have the
+  // same known name, and then the last deletion may have been counted for the other one.
   std::set<std::pair<std::string, std::string>> former_names_;
   std::deque<Join> joins_;
   EventTimerId checking_ = 0;
-  EventTimerId retelling_ = 0;
+  EventTimerId replaying_ = 0;
 };
 
 std::unique_ptr<Follower>& follower() {
@@ -101,7 +99,7 @@ std::unique_ptr<Follower>& follower() {
   return the_follower;
 }
 
-bool is_in_force(const std::string& path) {
+bool is_effective(const std::string& path) {
   bool found = false;
   kvtree_config_in_force(path, [&](const KvConfigNode& node) { found = found || node.path == path; });
   return found;
@@ -122,7 +120,7 @@ Follower::~Follower() {
   vmap_on_rename(nullptr);
   model_->stop_observing(this);
   if (checking_ != 0) event_timer_cancel(manager_, checking_);
-  if (retelling_ != 0) event_timer_cancel(manager_, retelling_);
+  if (replaying_ != 0) event_timer_cancel(manager_, replaying_);
   for (const auto& [vrf, items] : vrfs_) {
     if (items.is_referenced) static_cast<void>(model_->unreference_vrf(vrf, ReferenceHolder::kConfiguration));
   }
@@ -168,7 +166,7 @@ void Follower::item_deleted(const std::string& path, const std::string& vrf) {
   const auto found = vrfs_.find(vrf);
   if (found == vrfs_.end()) return;
   if (!path.starts_with(vrf_config::kVrfScope)) {
-    if (is_in_force(path)) return;
+    if (is_effective(path)) return;
     auto& protocols = found->second.protocols;
     const auto on_interface = protocols.find(vrf_config::interface_of(path).value_or(""));
     if (on_interface == protocols.end()) return;
@@ -181,13 +179,13 @@ void Follower::item_deleted(const std::string& path, const std::string& vrf) {
   check_later(vrf);
 }
 
-// A reference that was refused is tried again with the VRF's next item.
+// A refused reference is retried at the VRF's next item.
 void Follower::refer(const std::string& vrf, VrfItems* items) {
   if (items->is_referenced) return;
   const Status status = model_->reference_vrf(vrf, ReferenceHolder::kConfiguration);
   items->is_referenced = status == kStatusOk;
   if (status != kStatusOk) {
-    log_line("configuration of VRF %s: its name cannot be kept: %s", vrf.c_str(), err_text(status));
+    log_line("configuration of VRF %s: its name cannot be referenced: %s", vrf.c_str(), err_text(status));
   }
 }
 
@@ -222,28 +220,27 @@ void Follower::check(const std::string& vrf) {
 }
 
 void Follower::joined(const router::Interface& interface) {
-  if (interface.vrf != router::kDefaultVrf) retell_for(interface.vrf, interface.name);
+  if (interface.vrf != router::kDefaultVrf) replay_for(interface.vrf, interface.name);
 }
 
-// The membership service's events of this change have the order of the change's number.
-void Follower::retell_for(const std::string& vrf, const std::string& interface) {
+void Follower::replay_for(const std::string& vrf, const std::string& interface) {
   joins_.push_back({vmap_turn(model_->changes() + 1, VmapPhase::kWentDown), vrf, interface});
-  retell_later();
+  replay_later();
 }
 
-void Follower::retell_later() {
-  if (retelling_ == 0) retelling_ = event_timer_start(manager_, 0, [this] { retell_some(); });
+void Follower::replay_later() {
+  if (replaying_ == 0) replaying_ = event_timer_start(manager_, 0, [this] { replay_some(); });
 }
 
-// Each item once, however often its interface came: an item set twice would be counted twice.
-void Follower::retell_some() {
-  retelling_ = 0;
+// Each item once, however often its interface joined: an item that is set twice is counted twice.
+void Follower::replay_some() {
+  replaying_ = 0;
   std::set<std::string> paths;
   const std::uint64_t oldest = vmap_oldest_turn();
   for (std::size_t count = 0; count < kJoinsPerStep && !joins_.empty(); ++count) {
     if (joins_.front().turn > oldest) break;
     if (joins_.front().interface.empty()) {
-      tell_description(joins_.front().vrf);
+      replay_description(joins_.front().vrf);
     } else {
       add_items(joins_.front(), &paths);
     }
@@ -253,10 +250,10 @@ void Follower::retell_some() {
     if (const Status status = kvtree_config_retell({paths.begin(), paths.end()}))
       log_line("configuration of VRFs: its items cannot be announced again: %s", err_text(status));
   }
-  if (!joins_.empty()) retell_later();
+  if (!joins_.empty()) replay_later();
 }
 
-void Follower::tell_description(const std::string& vrf) const {
+void Follower::replay_description(const std::string& vrf) const {
   if (model_->find_vrf(vrf) == nullptr) return;  // deleted again
   if (const Status status = kvtree_config_tell(vrf_config::description(vrf, {}).path))
     log_line("configuration of VRF %s: its description cannot be announced again: %s", vrf.c_str(),

@@ -1,22 +1,21 @@
-// What the platform does for VRFs because they have configuration.
+// What the platform does for VRFs that have configuration.
 //
-// References. A VRF that effective configuration names is referenced in the router model (by the holder
-// "configuration") from its first item to its last, created or not: the record service then keeps its record,
-// with what its client learned from the configuration, while an operator takes the VRF's device down and up.
+// References. A VRF that effective configuration names is referenced in the router model (holder
+// "configuration") from its first item to its last, created or not: the record service retains its record,
+// with what its client learned from the configuration, while an operator removes and adds the VRF's device.
 //
-// Items announced again. A client that counts a protocol's configuration on the interfaces of a VRF cannot
-// count for an interface that is not there, and loses its counts with one that leaves. When an interface has
-// joined a VRF (or has another name or index), and the membership service has delivered that, the
-// configuration of protocols on the interface is announced again to its subscribers.
+// Replay of items. A client that counts a protocol's configuration on the interfaces of a VRF cannot count
+// for an interface that is not there, and loses the counts of an interface that leaves. When an interface has
+// joined a VRF (or has another name or index) and the membership service has delivered that, the
+// configuration of protocols on the interface is replayed to its subscribers.
 //
-// Names. What such a client counted under the former name of an interface that is renamed in its VRF must not
-// stay. When items were configured under that name, the membership service announces the interface as having
-// left before it announces it under the new name. What is configured under the new name is then announced
-// again.
+// Renames. What such a client counted under the former name of an interface must be removed. When items were
+// configured under that name, the membership service announces that the interface left before it announces
+// the new name. Then the configuration under the new name is replayed.
 //
-// Times. A VRF that is created while something names it takes over the record, with the time of its last
-// change. That time must not be before the creation of the VRF. So the VRF's description, or that it has
-// none, is announced once more after the membership service has delivered the creation.
+// Times. A VRF that is created while configuration names it takes over the existing record, with the time of
+// its last change, which must not be before the creation of the VRF. So the VRF's description, or its
+// absence, is announced once more after the membership service has delivered the creation.
 //
 // One for the process; main thread.
 #pragma once
@@ -25,10 +24,10 @@
 #include "platform/core/evm/evm.h"
 #include "platform/router/model/router.h"
 
-// Follows the configuration from here on; what is in force is taken in before it returns. Call it before
-// those who count subscribe: subscribers are told in the order of their registrations, and a VRF's record
-// must be there before its items are counted. Model and manager must outlive it. kStatusExists when it was
-// started before, or the data store's status. Fault point of its own name.
+// Follows the configuration; effective items are read before it returns. Call it before the clients that
+// count subscribe: subscribers are notified in the order of their registrations, and the record of a VRF must
+// exist before its items are counted. Model and manager must outlive it. kStatusExists when it was started
+// before, or the data store's status. Fault point of its own name.
 [[nodiscard]] Status config_references_start(router::Router* model, EventManager* manager);
-// Takes its references back.
+// Releases its references.
 void config_references_stop();

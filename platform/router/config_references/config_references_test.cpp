@@ -1,4 +1,5 @@
-// VRFs named by their configuration, and protocols' items told again to those who count them on interfaces.
+// VRFs referenced by their configuration, and the replay of protocols' items to clients that count them on
+// interfaces.
 #include "platform/router/config_references/config_references.h"
 
 #include <gmock/gmock.h>
@@ -22,17 +23,17 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using vrf_config::Family;
 
-std::vector<std::string>& told() {
+std::vector<std::string>& reported() {
   static std::vector<std::string> lines;
   return lines;
 }
 
 void note_item(const KvNotification* notification) {
   const bool deleted = kvtree_notify_info(notification)->whichevent == kKvEventDeleted;
-  told().push_back((deleted ? "-" : "+") + std::string(kvtree_notify_path(notification)));
+  reported().push_back((deleted ? "-" : "+") + std::string(kvtree_notify_path(notification)));
 }
 void note_interface(VmapMemberDatabase*, VmapEvent kind, const VmapIntfItem* item) {
-  told().push_back(std::string(kind == VmapEvent::kUpdate ? "joined " : "left ") + item->vrf_name);
+  reported().push_back(std::string(kind == VmapEvent::kUpdate ? "joined " : "left ") + item->vrf_name);
 }
 
 class ConfigReferences : public testing::Test {
@@ -40,7 +41,7 @@ class ConfigReferences : public testing::Test {
   ConfigReferences() : manager_(event_manager_create("/dev/mpls/vpn/main", 0)) {
     vtab_attach(&router_);
     vmap_attach(&router_);
-    told().clear();
+    reported().clear();
   }
   ~ConfigReferences() override {
     fault_disarm_all();
@@ -105,9 +106,9 @@ class ConfigReferences : public testing::Test {
     ASSERT_EQ(vmap_c_mdb_init(client_, 0, &database), kStatusOk);
     ASSERT_EQ(vmap_c_mdb_add_intf_all(database, note_interface, 1), kStatusOk);
     ASSERT_EQ(vmap_c_notif_reg(database, &fd, &count), kStatusOk);
-    told().clear();
+    reported().clear();
   }
-  static std::vector<std::string> Told() { return std::exchange(told(), {}); }
+  static std::vector<std::string> Reported() { return std::exchange(reported(), {}); }
 
   TestRunDirectory directory_;
   EventManager* manager_;
@@ -156,7 +157,7 @@ TEST_F(ConfigReferences, EveryKindOfItemNamesItsVrf) {
   }
 }
 
-TEST_F(ConfigReferences, WhatIsInForceAlreadyIsTakenInAtTheStart) {
+TEST_F(ConfigReferences, EffectiveItemsAreReadAtTheStart) {
   Set(kRedRip);
   EXPECT_FALSE(IsReferenced("red"));
   Start();
@@ -215,7 +216,7 @@ TEST_F(ConfigReferences, RefusedReferenceIsTriedAgainWithTheNextItem) {
   EXPECT_TRUE(IsReferenced("red"));
 }
 
-TEST_F(ConfigReferences, ReferenceThatCannotBeGivenUpGoesWithTheNextDeletion) {
+TEST_F(ConfigReferences, ReferenceThatCannotBeReleasedIsReleasedAtTheNextDeletion) {
   Start();
   Set(kRedText);
   fault_arm("router_unreference_vrf", kStatusNoMemory);
@@ -243,7 +244,7 @@ TEST_F(ConfigReferences, VrfDeletedUnderItsConfigurationKeepsItsRecord) {
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), nullptr);
 }
 
-TEST_F(ConfigReferences, RecordIsThereBeforeALaterSubscriberIsTold) {
+TEST_F(ConfigReferences, RecordExistsBeforeALaterSubscriberIsNotified) {
   Start();
   static bool had_record;
   had_record = false;
@@ -285,49 +286,49 @@ TEST_F(ConfigReferences, StartsOnceAndAFailedStartLeavesNothing) {
   EXPECT_TRUE(IsReferenced("red"));
 }
 
-TEST_F(ConfigReferences, ItemsOfAnInterfaceThatJoinsAreToldAgainAfterTheJoin) {
+TEST_F(ConfigReferences, ItemsOfAnInterfaceAreReplayedAfterItJoined) {
   Start();
   Listen();
   Set(kRedRip);
-  EXPECT_THAT(Told(), ElementsAre("+" + kRipPath));
+  EXPECT_THAT(Reported(), ElementsAre("+" + kRipPath));
   const std::uint32_t handle = AddInterface("ge0", "red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   ASSERT_EQ(router_.move_interface(handle, "default"), kStatusOk);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("left red"));
+  EXPECT_THAT(Reported(), ElementsAre("left red"));
   ASSERT_EQ(router_.move_interface(handle, "red"), kStatusOk);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
-  EXPECT_TRUE(IsReferenced("red")) << "a retelling ends nothing";
+  EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  EXPECT_TRUE(IsReferenced("red")) << "a replay keeps the reference";
 }
 
-TEST_F(ConfigReferences, OnlyItemsOfTheInterfaceInItsVrfAreToldAgain) {
+TEST_F(ConfigReferences, OnlyItemsOfTheInterfaceInItsVrfAreReplayed) {
   Start();
   Listen();
   Set(kRedRip);
   Set(vrf_config::rip_interface("red", "ge1"));
   Set(vrf_config::rip_interface("blue", "ge0"));
-  Told();
+  Reported();
   AddInterface("ge0", "red");
   AddInterface("ge5", "red");
   AddInterface("ge1", "default");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("joined red", "joined red", "-" + kRipPath, "+" + kRipPath));
+  EXPECT_THAT(Reported(), ElementsAre("joined red", "joined red", "-" + kRipPath, "+" + kRipPath));
 }
 
-TEST_F(ConfigReferences, ManyJoinsAreAllToldAfterTheyHappened) {
+TEST_F(ConfigReferences, ItemsOfManyJoinsAreReplayedAfterTheirJoins) {
   Start();
   Listen();
   for (int number = 0; number < 250; ++number) {
     Set(vrf_config::rip_interface("red", "ge" + std::to_string(number)));
   }
-  Told();
+  Reported();
   for (int number = 0; number < 250; ++number) AddInterface("ge" + std::to_string(number), "red");
   Run();
   std::size_t joined = 0;
   std::size_t set = 0;
-  for (const std::string& line : Told()) {
+  for (const std::string& line : Reported()) {
     joined += line == "joined red" ? 1 : 0;
     set += line[0] == '+' ? 1 : 0;
     EXPECT_LE(set, joined);
@@ -336,26 +337,26 @@ TEST_F(ConfigReferences, ManyJoinsAreAllToldAfterTheyHappened) {
   EXPECT_EQ(set, 250U);
 }
 
-TEST_F(ConfigReferences, InterfaceUnderAnotherNameOrIndexIsToldOf) {
+TEST_F(ConfigReferences, ItemsOfAnInterfaceAreReplayedAfterItsNameOrIndexChanged) {
   Start();
   Listen();
   Set(kRedRip);
   const std::uint32_t handle = AddInterface("new", "red");
   Run();
-  Told();
+  Reported();
   router::Interface changed = *router_.find_interface(handle);
   changed.name = "ge0";
   ASSERT_EQ(router_.change_interface(changed), kStatusOk);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   changed.index = 99;
   ASSERT_EQ(router_.change_interface(changed), kStatusOk);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   changed.up = true;
   ASSERT_EQ(router_.change_interface(changed), kStatusOk);
   Run();
-  EXPECT_THAT(Told(), IsEmpty()) << "it is where it was";
+  EXPECT_THAT(Reported(), IsEmpty()) << "name, index and VRF are the same";
 }
 
 TEST_F(ConfigReferences, InterfaceLeavesWithTheNameUnderWhichItHadItems) {
@@ -364,7 +365,7 @@ TEST_F(ConfigReferences, InterfaceLeavesWithTheNameUnderWhichItHadItems) {
   Set(kRedRip);
   const std::uint32_t handle = AddInterface("ge0", "red");
   Run();
-  Told();
+  Reported();
   const auto rename = [&](const std::string& name) {
     router::Interface changed = *router_.find_interface(handle);
     changed.name = name;
@@ -372,37 +373,37 @@ TEST_F(ConfigReferences, InterfaceLeavesWithTheNameUnderWhichItHadItems) {
     Run();
   };
   rename("ge1");
-  EXPECT_THAT(Told(), ElementsAre("left red", "joined red"));
+  EXPECT_THAT(Reported(), ElementsAre("left red", "joined red"));
   rename("ge0");
-  EXPECT_THAT(Told(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   Delete(kRedRip);
-  Told();
+  Reported();
   rename("ge1");
-  EXPECT_THAT(Told(), ElementsAre("joined red")) << "nothing is counted under its former name";
+  EXPECT_THAT(Reported(), ElementsAre("joined red")) << "nothing is counted under its former name";
 }
 
-// What came with the record of before could be older than the VRF.
-TEST_F(ConfigReferences, VrfCreatedUnderItsNameIsToldItsDescription) {
+// The time in the retained record could be before the creation of the VRF.
+TEST_F(ConfigReferences, DescriptionIsReplayedWhenAVrfIsCreatedUnderAReferencedName) {
   Start();
   ListenTo(vrf_config::kVrfScope);
   Set(kRedBgp);
-  Told();
+  Reported();
   AddVrf("red", 10);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-" + kTextPath));
+  EXPECT_THAT(Reported(), ElementsAre("-" + kTextPath));
   Set(kRedText);
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
   Run();
-  Told();
+  Reported();
   AddVrf("red", 10);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+" + kTextPath));
+  EXPECT_THAT(Reported(), ElementsAre("+" + kTextPath));
   AddVrf("blue", 20);
   Run();
-  EXPECT_THAT(Told(), IsEmpty()) << "nothing names it";
+  EXPECT_THAT(Reported(), IsEmpty()) << "nothing names it";
 }
 
-TEST_F(ConfigReferences, DescriptionThatCannotBeToldIsToldAtTheNextCreation) {
+TEST_F(ConfigReferences, DescriptionThatCannotBeReplayedIsReplayedAtTheNextCreation) {
   Start();
   ListenTo(vrf_config::kVrfScope);
   Set(kRedBgp);
@@ -410,47 +411,47 @@ TEST_F(ConfigReferences, DescriptionThatCannotBeToldIsToldAtTheNextCreation) {
   AddVrf("red", 10);
   Run();
   EXPECT_EQ(fault_reached("kvtree_config_tell"), 1U);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
   AddVrf("red", 10);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-" + kTextPath));
+  EXPECT_THAT(Reported(), ElementsAre("-" + kTextPath));
 }
 
-TEST_F(ConfigReferences, VrfThatIsDeletedAgainIsToldNothing) {
+TEST_F(ConfigReferences, NothingIsReplayedForAVrfThatIsDeletedAgain) {
   Start();
   ListenTo(vrf_config::kVrfScope);
   Set(kRedBgp);
   AddVrf("red", 10);
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Reported(), IsEmpty());
 }
 
-TEST_F(ConfigReferences, ItemDeletedBeforeItsTurnIsNotToldAgain) {
+TEST_F(ConfigReferences, ItemDeletedBeforeItsReplayIsNotReplayed) {
   Start();
   Listen();
   Set(kRedRip);
-  Told();
+  Reported();
   AddInterface("ge0", "red");
   Delete(kRedRip);
-  EXPECT_THAT(Told(), testing::UnorderedElementsAre("joined red", "-" + kRipPath));
+  EXPECT_THAT(Reported(), testing::UnorderedElementsAre("joined red", "-" + kRipPath));
 }
 
-TEST_F(ConfigReferences, FailedRetellingIsMadeUpForByTheNextJoin) {
+TEST_F(ConfigReferences, FailedReplayIsRetriedAtTheNextJoin) {
   Start();
   Listen();
   Set(kRedRip);
-  Told();
+  Reported();
   fault_arm("kvtree_config_retell", kStatusNoMemory);
   const std::uint32_t handle = AddInterface("ge0", "red");
   Run();
   EXPECT_EQ(fault_reached("kvtree_config_retell"), 1U);
-  EXPECT_THAT(Told(), ElementsAre("joined red"));
+  EXPECT_THAT(Reported(), ElementsAre("joined red"));
   ASSERT_EQ(router_.move_interface(handle, "blue"), kStatusOk);
   ASSERT_EQ(router_.move_interface(handle, "red"), kStatusOk);
   Run();
-  EXPECT_THAT(Told(), testing::IsSupersetOf({"-" + kRipPath, "+" + kRipPath}));
+  EXPECT_THAT(Reported(), testing::IsSupersetOf({"-" + kRipPath, "+" + kRipPath}));
 }
 
 }  // namespace
