@@ -7,10 +7,9 @@
 #include "platform/core/base/status.h"
 #include "platform/store/configuration/config.h"
 
-// Makes the nodes all that the owner "file" holds of VRFs, their protocols, the format of AS numbers and the
-// trap switches, as one commit of the difference. *id is the commit's, empty when nothing in force changed;
-// the statuses and *mistake are kvtree_config_replace's. What is there already is not written again. Main
-// thread.
+// Replaces what the owner "file" sets of VRFs, their protocols, the format of AS numbers and the trap
+// switches by these nodes, as one commit of the difference. *id is the commit's, empty when no effective
+// value changed. The statuses and *error are those of kvtree_config_replace(). Main thread.
 [[nodiscard]] Status replace_file_configuration(const std::vector<KvConfigNode>& nodes,
                                                 const std::string& comment, std::string* id,
-                                                std::string* mistake);
+                                                std::string* error);

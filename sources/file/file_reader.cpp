@@ -1,5 +1,5 @@
-// See file_reader.h. The thread ends with its read; it is joined before the next one starts and when the
-// reader goes. A result that is posted when the reader is gone finds that its weak pointer is.
+// The thread ends with its read. It is joined before the next one starts and when the reader is destroyed. A
+// result that is posted after that finds its weak pointer expired.
 #include "sources/file/file_reader.h"
 
 #include <csignal>
@@ -30,7 +30,7 @@ Status read_text(const std::string& path, std::string* text) {
   return std::ferror(file.get()) != 0 ? kStatusIo : kStatusOk;
 }
 
-// Signals are for the threads of the process that wait for them.
+// Other threads of the process wait for signals.
 void block_signals() {
   sigset_t all;
   sigfillset(&all);
@@ -47,11 +47,11 @@ Reading read(const std::string& path) {
     reading.error = path + ": " + err_text(reading.status);
     return reading;
   }
-  Mistake mistake;
-  if (parse(text, &reading.file, &mistake)) return reading;
+  ParseError error;
+  if (parse(text, &reading.file, &error)) return reading;
   reading.status = kStatusInvalid;
   reading.error =
-      path + ":" + std::to_string(mistake.line) + ":" + std::to_string(mistake.column) + ": " + mistake.what;
+      path + ":" + std::to_string(error.line) + ":" + std::to_string(error.column) + ": " + error.what;
   return reading;
 }
 

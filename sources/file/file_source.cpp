@@ -1,15 +1,14 @@
-// See file_source.h. A load reads, parses and checks the whole file before it touches the model. The first
-// load and the action's are waited for; what the watch notices is read on a thread of its own
-// (file_reader.h), as a router with 100,000 interfaces written out (10 MB) takes the YAML parser about three
-// seconds. Bringing the model to what was read takes the loop a fraction of that.
+// A load reads, parses and checks the whole file before it changes the model. The first load and the action's
+// are synchronous. A changed file is read in a thread (file_reader.h), because the YAML parser takes about
+// three seconds for a router with 100,000 written interfaces (10 MB); applying the result takes a fraction of
+// that.
 //
-// The configuration that the file has comes first, as one commit: either all of it is taken or the load ends
-// with nothing changed, and a VRF is named by its configuration before it is created. The data store holds
-// what the file's last load committed; only the difference is a change, after a restart, too.
+// The configuration is committed first, as one commit, so a refused commit leaves everything unchanged and a
+// VRF is named by its configuration before it is created. The data store remembers what the last load
+// committed, so only differences are changes, also after a restart.
 //
-// Routes come after everything else, in the feeder's steps: the first step of a load takes all that are
-// written out, the following ones run on the loop, a few milliseconds each, with whatever else there is to do
-// in between.
+// Routes are added last, in the feeder's steps: the first step of a load adds all written ones, the following
+// steps run on the loop, a few milliseconds each, between other work.
 #include "sources/file/file_source.h"
 
 #include <algorithm>
@@ -27,16 +26,16 @@ namespace {
 constexpr char kActionName[] = "router";
 constexpr std::size_t kRowsPerStep = 1000;  // about a millisecond
 
-constexpr char kTriedAgain[] = " (it is tried again)";
+constexpr char kRetried[] = " (it is tried again)";
 constexpr std::uint64_t kFirstRetry = kNanosecondsPerSecond;
 constexpr std::uint64_t kLongestRetry = 60 * kNanosecondsPerSecond;
 
-// Whether only another file can help, which the watch notices.
-bool is_of_the_file(Status status) {
+// Whether a retry is useless until the file changes, which the watch notices.
+bool is_file_error(Status status) {
   return status == kStatusInvalid || status == kStatusNoSuchRow || status == kStatusMessageTooLarge;
 }
 
-// How many rows the first step of a load takes: what is written out, and a step's share.
+// The rows of the first step of a load: all written ones and a step's share.
 std::size_t rows_at_once(const std::vector<router_file::RouteGroup>& groups) {
   const auto is_written = [](const router_file::RouteGroup& group) { return group.count == 1; };
   return static_cast<std::size_t>(std::count_if(groups.begin(), groups.end(), is_written)) + kRowsPerStep;
@@ -72,21 +71,21 @@ Status FileSource::load(std::string* error) {
 }
 
 Status FileSource::load_into_model(router_file::Changes* changes, std::string* error) {
-  if (reader_) reader_->forget();  // what is read now is newer
+  if (reader_) reader_->forget();  // this load is newer
   router_file::Reading reading = router_file::read(path_);
   return take(&reading, changes, error);
 }
 
 Status FileSource::take_configuration(const router_file::RouterFile& file, std::string* error) {
-  std::string mistake;
+  std::string reason;
   const Status status =
-      replace_file_configuration(file.configuration, "router file " + path_, &commit_, &mistake);
-  if (status && mistake.empty()) mistake = err_text(status);
-  if (status) *error = path_ + ": cannot change the configuration: " + mistake;
+      replace_file_configuration(file.configuration, "router file " + path_, &commit_, &reason);
+  if (status && reason.empty()) reason = err_text(status);
+  if (status) *error = path_ + ": cannot change the configuration: " + reason;
   return status;
 }
 
-// Brings the configuration and the model to what was read.
+// Applies the file to the configuration and the model.
 Status FileSource::take(router_file::Reading* reading, router_file::Changes* changes, std::string* error) {
   if (const Status status = fault_check("file_source_load")) {
     *error = path_ + ": " + err_text(status);
@@ -113,7 +112,7 @@ Status FileSource::take(router_file::Reading* reading, router_file::Changes* cha
   return kStatusOk;
 }
 
-// Sets the timer of the next step, if there is one to do and a loop to do it on.
+// Schedules the next step if rows are left and the source is started.
 void FileSource::feed_later() {
   if (manager_ == nullptr || feeding_ != 0 || feeder_.is_done()) return;
   feeding_ = event_timer_start(manager_, 0, [this] { feed(); });
@@ -122,7 +121,7 @@ void FileSource::feed_later() {
 void FileSource::feed() {
   feeding_ = 0;
   if (const Status status = feeder_.step(kRowsPerStep)) {
-    tell_failure(status, path_ + ": cannot add a route: " + err_text(status));
+    log_failure(status, path_ + ": cannot add a route: " + err_text(status));
     retry_if_useful(status);
   } else if (feeder_.is_done()) {
     log_line("%s: %s", path_.c_str(), router_file::changes_text({}, feeder_.changes()).c_str());
@@ -139,7 +138,7 @@ Status FileSource::start(EventManager* manager) {
   watch_ = std::move(watch);
   manager_ = manager;
   reader_ = std::make_unique<router_file::BackgroundReader>(
-      manager, path_, [this](router_file::Reading reading) { was_read(std::move(reading)); });
+      manager, path_, [this](router_file::Reading reading) { apply_changed_file(std::move(reading)); });
   feed_later();
   return kStatusOk;
 }
@@ -149,8 +148,8 @@ Status FileSource::reload(std::string* text) {
   const Status status = load_into_model(&changes, text);
   if (status == kStatusOk) {
     *text = loaded_text(changes);
-  } else if (!is_of_the_file(status)) {
-    *text += kTriedAgain;
+  } else if (!is_file_error(status)) {
+    *text += kRetried;
   }
   retry_if_useful(status);
   return status;
@@ -160,12 +159,12 @@ void FileSource::stop_retrying() {
   if (retrying_ != 0) event_timer_cancel(manager_, std::exchange(retrying_, 0));
 }
 
-// After every load once the source is started.
+// Called after every load once the source is started.
 void FileSource::retry_if_useful(Status status) {
   stop_retrying();
-  if (status == kStatusOk || is_of_the_file(status)) {
+  if (status == kStatusOk || is_file_error(status)) {
     retry_after_ = 0;
-    told_failure_.clear();
+    logged_failure_.clear();
     return;
   }
   retry_after_ = retry_after_ == 0 ? kFirstRetry : std::min(2 * retry_after_, kLongestRetry);
@@ -175,15 +174,15 @@ void FileSource::retry_if_useful(Status status) {
   });
 }
 
-// Once for attempts that fail in the same way.
-void FileSource::tell_failure(Status status, const std::string& error) {
-  if (error == told_failure_) return;
-  if (is_of_the_file(status)) {
+// Logs a failure once while retries fail in the same way.
+void FileSource::log_failure(Status status, const std::string& error) {
+  if (error == logged_failure_) return;
+  if (is_file_error(status)) {
     log_line("%s%s", error.c_str(), status == kStatusInvalid ? " (nothing was changed)" : "");
     return;
   }
-  log_line("%s%s", error.c_str(), kTriedAgain);
-  told_failure_ = error;
+  log_line("%s%s", error.c_str(), kRetried);
+  logged_failure_ = error;
 }
 
 std::string FileSource::loaded_text(const router_file::Changes& changes) const {
@@ -196,14 +195,14 @@ std::string FileSource::loaded_text(const router_file::Changes& changes) const {
   return path_ + " loaded: " + what;
 }
 
-void FileSource::was_read(router_file::Reading reading) {
+void FileSource::apply_changed_file(router_file::Reading reading) {
   router_file::Changes changes;
   std::string error;
   const Status status = take(&reading, &changes, &error);
   if (status == kStatusOk) {
     log_line("%s", loaded_text(changes).c_str());
   } else {
-    tell_failure(status, error);
+    log_failure(status, error);
   }
   retry_if_useful(status);
 }

@@ -1,4 +1,4 @@
-// The configuration of a file that is alive: one commit a load, of what differs.
+// The configuration of a router file: each load commits the difference.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -33,7 +33,7 @@ class ConfigurationOnDisk : public ::testing::Test {
   }
 
   void Keep() const { ASSERT_EQ(kvtree_keep_configuration(directory_.path()), kStatusOk); }
-  // The process ends and another one begins.
+  // As a new process.
   void Restart() {
     source_.reset();
     kvtree_reset();
@@ -56,7 +56,7 @@ class ConfigurationOnDisk : public ::testing::Test {
 
 constexpr char kRed[] = "vrfs: [{name: red, id: 10, description: Red, rip: {interfaces: [ge0]}}]\n";
 
-TEST_F(ConfigurationOnDisk, LoadMakesItTheConfigurationInForce) {
+TEST_F(ConfigurationOnDisk, LoadMakesItEffective) {
   LoadWell(kRed);
   EXPECT_THAT(words_in_force(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
   std::vector<KvConfigCommit> commits;
@@ -72,12 +72,12 @@ TEST_F(ConfigurationOnDisk, NextLoadChangesWhatDiffers) {
   EXPECT_THAT(words_in_force(), ElementsAre("traps vrf-up", "vrf red description Red"));
   EXPECT_EQ(commit_count(), 2U);
   LoadWell("vrfs: [{name: red, id: 10, description: Red, big: true}]\ntraps: {vrf-up: true}\n");
-  EXPECT_EQ(commit_count(), 2U) << "it is the router that changed";
+  EXPECT_EQ(commit_count(), 2U) << "only the router changed";
   LoadWell("vrfs: []\n");
   EXPECT_THAT(words_in_force(), IsEmpty());
 }
 
-TEST_F(ConfigurationOnDisk, FormatOfAsNumbersComesAndGoesWithItsKey) {
+TEST_F(ConfigurationOnDisk, FormatOfAsNumbersFollowsItsKey) {
   LoadWell("vrfs: []\nas_format: asdot\n");
   EXPECT_THAT(words_in_force(), ElementsAre("bgp as-format asdot"));
   LoadWell("vrfs: []\nas_format: asdot+\n");
@@ -86,7 +86,7 @@ TEST_F(ConfigurationOnDisk, FormatOfAsNumbersComesAndGoesWithItsKey) {
   EXPECT_THAT(words_in_force(), IsEmpty());
 }
 
-TEST_F(ConfigurationOnDisk, MistakeInTheFileChangesNothing) {
+TEST_F(ConfigurationOnDisk, ErrorInTheFileChangesNothing) {
   LoadWell(kRed);
   EXPECT_EQ(Load("vrfs: [{name: red, id: 10, description: New, rip: {interfaces: ge0}}]\n"), kStatusInvalid);
   EXPECT_EQ(error_, path_ + ":1:64: interfaces are written as a list");
@@ -94,7 +94,7 @@ TEST_F(ConfigurationOnDisk, MistakeInTheFileChangesNothing) {
   EXPECT_EQ(commit_count(), 1U);
 }
 
-TEST_F(ConfigurationOnDisk, ConfigurationThatCannotBeKeptEndsTheLoadWithNothingChanged) {
+TEST_F(ConfigurationOnDisk, CommitThatFailsEndsTheLoadWithoutAChange) {
   LoadWell(kRed);
   const ScopedFault fault("kvtree_config_replace", kStatusIo);
   EXPECT_EQ(Load("vrfs: [{name: blue, id: 20, description: Blue}]\n"), kStatusIo);
@@ -104,16 +104,16 @@ TEST_F(ConfigurationOnDisk, ConfigurationThatCannotBeKeptEndsTheLoadWithNothingC
   EXPECT_EQ(router_->find_vrf("blue"), nullptr);
 }
 
-TEST_F(ConfigurationOnDisk, SameFileAfterARestartIsNoChange) {
+TEST_F(ConfigurationOnDisk, SameFileAfterARestartMakesNoCommit) {
   LoadWell(kRed);
   Restart();
   EXPECT_THAT(words_in_force(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"))
-      << "as it was";
+      << "before the load";
   LoadWell(kRed);
   EXPECT_EQ(commit_count(), 1U);
 }
 
-TEST_F(ConfigurationOnDisk, WhatTheCommandLineSaysIsInForce) {
+TEST_F(ConfigurationOnDisk, CommandLineOverridesTheFile) {
   const KvConfigNode said = vrf_config::description("red", "by hand");
   ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{said.path, said.value}}, ""), kStatusOk);
   LoadWell(kRed);
@@ -122,7 +122,7 @@ TEST_F(ConfigurationOnDisk, WhatTheCommandLineSaysIsInForce) {
   EXPECT_THAT(words_in_force(), ElementsAre("vrf red rip interface ge0", "vrf red description Red"));
 }
 
-TEST_F(ConfigurationOnDisk, ReloadSaysWhatChanged) {
+TEST_F(ConfigurationOnDisk, ReloadReportsWhatChanged) {
   LoadWell("vrfs: [{name: red, id: 10}]\n");
   EventManager* const manager = event_manager_create("/dev/mpls/vpn/main", 0);
   ASSERT_EQ(source_->start(manager), kStatusOk);
@@ -139,13 +139,10 @@ TEST_F(ConfigurationOnDisk, ReloadSaysWhatChanged) {
   event_manager_destroy(manager);
 }
 
-TEST_F(ConfigurationOnDisk, WithoutAFileNothingOfItStays) {
+TEST_F(ConfigurationOnDisk, ReleaseRemovesEverything) {
   LoadWell(kRed);
-  std::string id;
-  std::string mistake;
-  ASSERT_EQ(replace_file_configuration({}, "", &id, &mistake), kStatusOk) << mistake;
+  ASSERT_EQ(FileSource::release(&error_), kStatusOk) << error_;
   EXPECT_THAT(words_in_force(), IsEmpty());
-  EXPECT_NE(id, "");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Routes of a file that is alive: written ones at once, generated ones on the loop, ages through reloads.
+// Routes of a router file: written ones are added at once, generated ones on the loop; reloads keep ages.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -19,9 +19,9 @@ namespace {
 using ::testing::EndsWith;
 
 constexpr char kMainManager[] = "/dev/mpls/vpn/main";
-constexpr std::uint64_t kEventBound = 5 * kNanosecondsPerSecond;  // for what is known to come
+constexpr std::uint64_t kEventBound = 5 * kNanosecondsPerSecond;  // for expected events
 constexpr router::RouteTableId kRed{router::Family::kIpv4, 10};
-constexpr std::size_t kStep = 1000;  // what is handled before other work gets its turn
+constexpr std::size_t kStep = 1000;  // rows of one step
 
 class RoutesOnDisk : public ::testing::Test {
  protected:
@@ -32,7 +32,7 @@ class RoutesOnDisk : public ::testing::Test {
     kvtree_reset();
   }
 
-  // VRF red with a default route and so many generated ones.
+  // VRF red with a default route and generated ones.
   static std::string Red(std::size_t generated) {
     return "vrfs: [{name: red, id: 10, routes: [{generate: " + std::to_string(generated) +
            "}, {prefix: 0.0.0.0/0, type: blackhole}]}]\n";
@@ -73,14 +73,14 @@ class RoutesOnDisk : public ::testing::Test {
   std::string answer_;
 };
 
-TEST_F(RoutesOnDisk, WrittenRoutesAreThereAfterTheLoad) {
+TEST_F(RoutesOnDisk, WrittenRoutesArePresentAfterTheLoad) {
   LoadAtStart(Red(100000));
   router::Route route;
   EXPECT_TRUE(router_.routes().find(kRed, router::MakeKey("0.0.0.0/0"), &route));
   EXPECT_LE(Count(), kStep + 1);
 }
 
-TEST_F(RoutesOnDisk, AllWrittenRoutesAreTakenAtOnce) {
+TEST_F(RoutesOnDisk, AllWrittenRoutesAreAddedAtOnce) {
   std::string routes;
   for (int number = 0; number < 5000; ++number) {
     routes += "{prefix: 10." + std::to_string(number / 250) + "." + std::to_string(number % 250) +
@@ -90,14 +90,14 @@ TEST_F(RoutesOnDisk, AllWrittenRoutesAreTakenAtOnce) {
   EXPECT_EQ(Count(), 5000U);
 }
 
-TEST_F(RoutesOnDisk, GeneratedRoutesComeOnTheLoop) {
+TEST_F(RoutesOnDisk, GeneratedRoutesAreAddedOnTheLoop) {
   LoadAtStart(Red(100000));
   Start();
   RunAll();
   EXPECT_EQ(Count(), 100001U);
 }
 
-TEST_F(RoutesOnDisk, OtherWorkHasItsTurnBetweenBoundedSteps) {
+TEST_F(RoutesOnDisk, OtherWorkRunsBetweenBoundedSteps) {
   LoadAtStart(Red(20000));
   Start();
   std::vector<std::size_t> seen = {Count()};
@@ -126,7 +126,7 @@ TEST_F(RoutesOnDisk, ReloadAppliesTheDifferenceAndKeepsAges) {
   EXPECT_EQ(Age("1.23.0.0/24"), 0U);
 }
 
-TEST_F(RoutesOnDisk, ReloadSaysWhatChangedAndWhatFollows) {
+TEST_F(RoutesOnDisk, ReloadReportsWhatChangedAndWhatFollows) {
   LoadAtStart(Red(0));
   Start();
   ASSERT_EQ(Reload(Red(3)), kStatusOk) << answer_;
@@ -137,7 +137,7 @@ TEST_F(RoutesOnDisk, ReloadSaysWhatChangedAndWhatFollows) {
   EXPECT_EQ(Count(), 5001U);
 }
 
-TEST_F(RoutesOnDisk, ReloadInTheMiddleBeginsAnew) {
+TEST_F(RoutesOnDisk, ReloadDuringAFeedStartsANewOne) {
   LoadAtStart(Red(100000));
   Start();
   ASSERT_EQ(Reload(Red(10)), kStatusOk) << answer_;
@@ -145,7 +145,7 @@ TEST_F(RoutesOnDisk, ReloadInTheMiddleBeginsAnew) {
   EXPECT_EQ(Count(), 11U);
 }
 
-TEST_F(RoutesOnDisk, MistakeLeavesTheRunningFeedAlone) {
+TEST_F(RoutesOnDisk, InvalidFileDoesNotDisturbTheRunningFeed) {
   LoadAtStart(Red(10000));
   Start();
   EXPECT_EQ(Reload("vrfs: [{name: red, id: 10, routes: [{prefix: 10.0.0.0/8}]}]\n"), kStatusInvalid);
@@ -173,7 +173,7 @@ TEST_F(RoutesOnDisk, RouteRefusedOnTheLoopEndsTheFeedAndIsLogged) {
   EXPECT_EQ(Count(), before);
 }
 
-TEST_F(RoutesOnDisk, EndOfTheSourceEndsTheFeed) {
+TEST_F(RoutesOnDisk, DestroyedSourceEndsTheFeed) {
   LoadAtStart(Red(100000));
   Start();
   source_.reset();
@@ -182,7 +182,7 @@ TEST_F(RoutesOnDisk, EndOfTheSourceEndsTheFeed) {
   EXPECT_EQ(Count(), before);
 }
 
-TEST_F(RoutesOnDisk, InterfaceIndexIsTheFilesOwn) {
+TEST_F(RoutesOnDisk, InterfaceIndexIsThatOfTheFile) {
   LoadAtStart(
       "vrfs: [{name: red, id: 10, routes: [{prefix: 10.0.0.0/8, interface: ge1}]}]\n"
       "interfaces: [{name: ge1, index: 77}]\n");

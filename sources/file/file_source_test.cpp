@@ -1,4 +1,4 @@
-// The source alive: loading, noticing that the file changed, and the action "router" through the data store.
+// The file source on an event loop: loads, reacts to changes of the file, and serves the action "router".
 #include "sources/file/file_source.h"
 
 #include <gmock/gmock.h>
@@ -25,7 +25,7 @@ namespace {
 using ::testing::HasSubstr;
 
 constexpr char kMainManager[] = "/dev/mpls/vpn/main";
-constexpr std::uint64_t kEventBound = 5 * kNanosecondsPerSecond;  // for what is known to come
+constexpr std::uint64_t kEventBound = 5 * kNanosecondsPerSecond;  // for expected events
 constexpr char kRed[] = "vrfs: [{name: red, id: 10}]\n";
 constexpr char kBlue[] = "vrfs: [{name: blue, id: 20}]\n";
 
@@ -59,14 +59,14 @@ class RouterOnDisk : public ::testing::Test {
     ASSERT_EQ(source_->start(manager_), kStatusOk);
   }
   bool Has(const char* vrf) const { return router_.find_vrf(vrf) != nullptr; }
-  // Dispatches what comes until the VRF is there, within the bound.
+  // Runs the loop until the VRF exists or an event takes too long.
   bool Appears(const char* vrf) {
     while (!Has(vrf) && event_run_pending(manager_, kEventBound)) {
     }
     return Has(vrf);
   }
 
-  // Dispatches what comes until no read is under way, within the bound.
+  // Runs the loop until no read is in progress or an event takes too long.
   bool ReadEnds() {
     while (source_->is_reading() && event_run_pending(manager_, kEventBound)) {
     }
@@ -104,7 +104,7 @@ TEST_F(RouterOnDisk, FileBeyondTheBoundIsRefused) {
   EXPECT_EQ(Load(), kStatusMessageTooLarge);
 }
 
-TEST_F(RouterOnDisk, MistakeIsReportedWithItsPlaceAndChangesNothing) {
+TEST_F(RouterOnDisk, InvalidFileIsReportedWithThePositionAndChangesNothing) {
   Write(kRed);
   ASSERT_EQ(Load(), kStatusOk);
   Write("vrfs:\n  - {name: blue, id: 20}\n  - {name: green, id: x}\n");
@@ -157,14 +157,14 @@ TEST_F(RouterOnDisk, FileThatIsBeingWrittenIsNotLoaded) {
 
 TEST_F(RouterOnDisk, OtherFilesOfTheFolderAreIgnored) {
   StartWith(kRed);
-  router::Vrf kept;
-  kept.name = "kept";
-  kept.id = 99;
-  ASSERT_EQ(router_.create_vrf(kept), kStatusOk);
+  router::Vrf added;
+  added.name = "added";
+  added.id = 99;
+  ASSERT_EQ(router_.create_vrf(added), kStatusOk);
   std::ofstream(folder_ + "/etc/router.yaml.swp") << kBlue;
   event_run_pending(manager_);
   EXPECT_FALSE(source_->is_reading());
-  EXPECT_TRUE(Has("kept"));
+  EXPECT_TRUE(Has("added")) << "a load would remove it";
 }
 
 TEST_F(RouterOnDisk, RemovedFileChangesNothing) {
@@ -175,18 +175,18 @@ TEST_F(RouterOnDisk, RemovedFileChangesNothing) {
   EXPECT_TRUE(Has("red"));
 }
 
-TEST_F(RouterOnDisk, MistakeInAChangedFileIsLoggedAndChangesNothing) {
+TEST_F(RouterOnDisk, ErrorInAChangedFileIsLoggedAndChangesNothing) {
   StartWith(kRed);
   testing::internal::CaptureStderr();
   Write("vrfs: [{name: red}]\n");
-  EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // it is noticed, and perhaps read already
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // the change is noticed, possibly already read
   EXPECT_TRUE(ReadEnds());
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               HasSubstr(path_ + ":1:8: the VRF \"red\" needs an id or a table (nothing was changed)"));
   EXPECT_TRUE(Has("red"));
 }
 
-// A file that takes as long to read as the test wants: a pipe in its place.
+// A pipe in place of the file, which is read when the test writes it.
 class SlowFile {
  public:
   explicit SlowFile(const std::string& path) : writers_end_(path + ".pipe") {
@@ -195,7 +195,7 @@ class SlowFile {
     std::filesystem::rename(path + ".new", path);
   }
   ~SlowFile() { std::filesystem::remove(writers_end_); }
-  // Returns when somebody has begun to read it.
+  // Returns when the reader has opened it.
   void AwaitReader() { end_.open(writers_end_); }
   void Finish(const char* text) {
     end_ << text;
@@ -207,7 +207,7 @@ class SlowFile {
   std::ofstream end_;
 };
 
-TEST_F(RouterOnDisk, LoopGoesOnWhileTheFileIsRead) {
+TEST_F(RouterOnDisk, LoopRunsWhileTheFileIsRead) {
   StartWith(kRed);
   SlowFile slow(path_);
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));
@@ -235,7 +235,7 @@ TEST_F(RouterOnDisk, ChangeDuringAReadIsReadAlone) {
   }
 }
 
-TEST_F(RouterOnDisk, ReadThatALoadHasOvertakenIsDropped) {
+TEST_F(RouterOnDisk, ReadIsDroppedWhenALoadIsNewer) {
   StartWith(kRed);
   SlowFile slow(path_);
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));
@@ -250,7 +250,7 @@ TEST_F(RouterOnDisk, ReadThatALoadHasOvertakenIsDropped) {
   }
 }
 
-TEST_F(RouterOnDisk, ReadThatIsForgottenIsNotDoneAgain) {
+TEST_F(RouterOnDisk, ForgottenReadIsNotRepeated) {
   manager_ = event_manager_create(kMainManager, 0);
   router_file::BackgroundReader reader(manager_, path_, [](const router_file::Reading&) { ADD_FAILURE(); });
   Write(kRed);
@@ -260,12 +260,12 @@ TEST_F(RouterOnDisk, ReadThatIsForgottenIsNotDoneAgain) {
   reader.start();
   reader.forget();
   slow.Finish(kBlue);
-  EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // the end of the first read
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // the first read ends
   EXPECT_FALSE(reader.is_reading());
-  if (reader.is_reading()) slow.AwaitReader();  // else the reader would wait for ever
+  if (reader.is_reading()) slow.AwaitReader();  // otherwise its destructor would block
 }
 
-TEST_F(RouterOnDisk, SourceThatEndsWaitsForItsRead) {
+TEST_F(RouterOnDisk, DestroyedSourceWaitsForItsRead) {
   StartWith(kRed);
   SlowFile slow(path_);
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));
@@ -292,11 +292,11 @@ TEST_F(RouterOnDisk, ChangeThatNoThreadCanReadIsLoggedAndTheNextOneIsRead) {
   EXPECT_TRUE(Appears("blue"));
 }
 
-// With a clock that stands still, so that nothing is tried again before the test says so.
+// With a manual clock: retries happen when the test advances it.
 class RouterOnAFullDisk : public RouterOnDisk {
  protected:
   static constexpr Status kDiskFull = 28;  // ENOSPC
-  // The change is noticed and read, and cannot be made.
+  // The change is read and its commit fails.
   void FailTo(const std::function<void()>& change) {
     change();
     while (fault_reached("kvtree_config_replace") == reached_ && event_run_pending(manager_, kEventBound)) {
@@ -315,7 +315,7 @@ class RouterOnAFullDisk : public RouterOnDisk {
   std::uint64_t reached_ = 0;
 };
 
-TEST_F(RouterOnAFullDisk, ChangeIsTriedAgainUntilItSucceeds) {
+TEST_F(RouterOnAFullDisk, ChangeIsRetriedUntilItSucceeds) {
   StartWith(kRed);
   testing::internal::CaptureStderr();
   {
@@ -336,20 +336,20 @@ TEST_F(RouterOnAFullDisk, ChangeIsTriedAgainUntilItSucceeds) {
   EXPECT_FALSE(source_->is_reading());
 }
 
-TEST_F(RouterOnAFullDisk, AttemptsComeOnceAMinuteInTheEnd) {
+TEST_F(RouterOnAFullDisk, RetryIntervalGrowsToAMinute) {
   StartWith(kRed);
   const ScopedFault fault("kvtree_config_replace", kDiskFull, 1, 100);
   FailTo([this] { Replace(kBlue); });
   for (const std::uint64_t seconds : {1U, 2U, 4U, 8U, 16U, 32U, 60U, 60U, 60U}) FailForSeconds(seconds);
 }
 
-TEST_F(RouterOnAFullDisk, FileThatChangesMeanwhileTakesThePlaceOfTheAttempt) {
+TEST_F(RouterOnAFullDisk, NewFileReplacesTheRetry) {
   StartWith(kRed);
   {
     const ScopedFault fault("kvtree_config_replace", kDiskFull, 1, 100);
     FailTo([this] { Replace(kBlue); });
   }
-  Replace("vrfs: [{name: green}]\n");  // a mistake
+  Replace("vrfs: [{name: green}]\n");  // invalid
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));
   EXPECT_TRUE(ReadEnds());
   Pass(1000);
@@ -357,7 +357,7 @@ TEST_F(RouterOnAFullDisk, FileThatChangesMeanwhileTakesThePlaceOfTheAttempt) {
   EXPECT_TRUE(Has("red"));
 }
 
-TEST_F(RouterOnAFullDisk, LoadThatSucceedsEndsTheAttempts) {
+TEST_F(RouterOnAFullDisk, SuccessfulLoadEndsTheRetries) {
   StartWith(kRed);
   {
     const ScopedFault fault("kvtree_config_replace", kDiskFull, 1, 100);
@@ -370,7 +370,7 @@ TEST_F(RouterOnAFullDisk, LoadThatSucceedsEndsTheAttempts) {
   EXPECT_FALSE(source_->is_reading());
 }
 
-TEST_F(RouterOnAFullDisk, FailureOfTheOperatorsReloadIsTriedAgainToo) {
+TEST_F(RouterOnAFullDisk, FailedReloadByTheOperatorIsRetriedToo) {
   StartWith(kRed);
   std::string text;
   ASSERT_EQ(kvtree_run_action({true}, {"router", "delete-vrf", "red"}, &text), kStatusOk) << text;
@@ -384,7 +384,7 @@ TEST_F(RouterOnAFullDisk, FailureOfTheOperatorsReloadIsTriedAgainToo) {
   EXPECT_TRUE(Appears("red"));
 }
 
-TEST_F(RouterOnDisk, FolderThatGoesAwayIsLogged) {
+TEST_F(RouterOnDisk, RemovedFolderIsLogged) {
   StartWith(kRed);
   testing::internal::CaptureStderr();
   std::filesystem::remove_all(folder_ + "/etc");
@@ -394,7 +394,7 @@ TEST_F(RouterOnDisk, FolderThatGoesAwayIsLogged) {
   EXPECT_TRUE(Has("red"));
 }
 
-TEST_F(RouterOnDisk, StartFailuresLeaveNothingBehind) {
+TEST_F(RouterOnDisk, FailedStartCanBeRepeated) {
   Write(kRed);
   manager_ = event_manager_create(kMainManager, 0);
   ASSERT_NE(manager_, nullptr);
@@ -423,7 +423,7 @@ TEST_F(RouterOnDisk, ActionEndsWithTheSource) {
   EXPECT_EQ(kvtree_register_action("router", another, nullptr), kStatusOk);
 }
 
-// The action as the command line reaches it: over the socket.
+// The action over the data store's socket, as the command line uses it.
 class RouterOverTheSocket : public RouterOnDisk {
  protected:
   void Serve() {
@@ -454,7 +454,7 @@ TEST_F(RouterOverTheSocket, ShowIsAnswered) {
   EXPECT_EQ(result.text, "1 VRF, 0 interfaces\nvrf red id 10 ipv4-table 10 ipv6-table 10");
 }
 
-TEST_F(RouterOverTheSocket, RefusalCarriesItsReason) {
+TEST_F(RouterOverTheSocket, RefusalHasItsReason) {
   Serve();
   const kvtree::ActionResult result = Ask({"router", "up", "ge9"});
   EXPECT_EQ(result.status, kStatusNoSuchRow);
@@ -471,7 +471,7 @@ TEST_F(RouterOverTheSocket, ChangesLastUntilTheFileIsLoadedAgain) {
   EXPECT_FALSE(Has("green"));
 }
 
-TEST_F(RouterOverTheSocket, ReloadOfAMistakeSaysWhere) {
+TEST_F(RouterOverTheSocket, ReloadOfAnInvalidFileReportsThePosition) {
   Serve();
   Write("vrfs: red\n");
   event_run_pending(manager_, kEventBound);

@@ -1,4 +1,3 @@
-// See folder_watch.h.
 #include "sources/file/folder_watch.h"
 
 #include <sys/epoll.h>
@@ -17,15 +16,15 @@ namespace {
 
 constexpr std::uint32_t kMask = IN_CLOSE_WRITE | IN_MOVED_TO | IN_ONLYDIR;
 
-// What one batch of events says.
+// The result of one batch of events.
 struct Verdict {
   bool changed = false;
-  bool folder_gone = false;
+  bool folder_removed = false;
 };
 
 void judge(const inotify_event& event, const char* name, const std::string& file, Verdict* verdict) {
   if ((event.mask & IN_Q_OVERFLOW) != 0) verdict->changed = true;
-  if ((event.mask & IN_IGNORED) != 0) verdict->folder_gone = true;
+  if ((event.mask & IN_IGNORED) != 0) verdict->folder_removed = true;
   if (event.len != 0 && file == name) verdict->changed = true;
 }
 
@@ -77,7 +76,8 @@ void FolderWatch::read_events() {
   for (ssize_t length = 0; (length = read(fd_, buffer, sizeof buffer)) > 0;) {
     judge_all(buffer, static_cast<std::size_t>(length), name_, &verdict);
   }
-  if (verdict.folder_gone)
-    log_line("%s is gone: changes of %s are not noticed any more", folder_.c_str(), name_.c_str());
+  if (verdict.folder_removed)
+    log_line("%s was removed: changes of %s are not noticed any more until a restart", folder_.c_str(),
+             name_.c_str());
   if (verdict.changed) on_change_();
 }

@@ -1,8 +1,8 @@
-// Notices that a file was written or replaced, by inotify on its folder: editors write a new file and rename
-// it over the old one, which a watch on the file itself would lose.
+// Notices that a file was written or replaced. Watches its folder with inotify, because editors write a new
+// file and rename it over the old one, which a watch on the file itself would miss.
 //
 // A file counts as changed when a writer closes it or when it is moved into place, not while it is being
-// written. Nothing is said when it goes away. Main thread.
+// written, and not when it is removed. Main thread.
 #pragma once
 
 #include <functional>
@@ -13,13 +13,13 @@
 
 class FolderWatch {
  public:
-  // `on_change` runs on the manager's loop, once for all changes that are known together.
+  // `on_change` runs on the manager's loop, once for all changes that are read together.
   FolderWatch(const std::string& file, std::function<void()> on_change);
   ~FolderWatch();
   FolderWatch(const FolderWatch&) = delete;
   FolderWatch& operator=(const FolderWatch&) = delete;
 
-  // The manager must outlive the watch. errno of the system's call. Fault point "folder_watch_start".
+  // The manager must outlive the watch. The errno of the system call. Fault point "folder_watch_start".
   [[nodiscard]] Status start(EventManager* manager);
 
  private:

@@ -19,8 +19,8 @@ class Reconciled : public ::testing::Test {
 
   Status Try(const std::string& text) {
     RouterFile file;
-    Mistake mistake;
-    EXPECT_TRUE(parse(text, &file, &mistake)) << mistake.what;
+    ParseError error;
+    EXPECT_TRUE(parse(text, &file, &error)) << error.what;
     heard_.clear();
     return reconcile(file, &router_, &changes_, &error_);
   }

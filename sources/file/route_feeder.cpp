@@ -1,5 +1,4 @@
-// See route_feeder.h. Groups come written first, so one short step shows what a person wrote and the
-// generated rest follows.
+// Written groups precede generated ones, so one short step adds all routes that a person wrote.
 #include "sources/file/route_feeder.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
-// Feeds the routes of a router file to the model in bounded steps, so that the process answers while a
-// million of them come in.
+// Feeds the routes of a router file to the model in bounded steps, so that the process answers requests while
+// a million routes are added.
 //
-// A feed is a refresh of every open table: first the groups in their order, then what no group gave goes.
-// Rows that are as they were keep their age. Main thread.
+// A feed refreshes every open table: it adds the groups in their order, then removes the rows that no group
+// contained. Unchanged rows keep their age. Main thread.
 #pragma once
 
 #include <cstddef>
@@ -19,12 +19,12 @@ class RouteFeeder {
  public:
   explicit RouteFeeder(router::Router* model) : model_(model) {}
 
-  // Begins a feed; the one before, if it is not done, is abandoned.
+  // Begins a feed and abandons the previous one if it is not done.
   void begin(std::vector<RouteGroup> groups);
   bool is_done() const { return stage_ == Stage::kDone; }
-  // Handles about `rows` rows (> 0) and tells the observers. A table that is gone since the feed began takes
-  // no rows, and that is no failure. A row that the store refuses otherwise ends the feed with its status;
-  // what is there stays.
+  // Handles about `rows` rows (> 0) and notifies the observers. Skips a table that was closed since the feed
+  // began. A row that the store refuses for another reason ends the feed with its status and without
+  // removals.
   [[nodiscard]] Status step(std::size_t rows);
   // What the feed has done so far.
   const RouteChanges& changes() const { return changes_; }

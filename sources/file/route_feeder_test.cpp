@@ -1,4 +1,4 @@
-// The routes of a file on their way into the model, step by step.
+// The routes of a file are added to the model in steps.
 #include "sources/file/route_feeder.h"
 
 #include <gmock/gmock.h>
@@ -34,7 +34,7 @@ class FedRoutes : public ::testing::Test, public router::Observer {
     vrf.id = vrf.ipv4_table = vrf.ipv6_table = id;
     EXPECT_EQ(router_.create_vrf(vrf), kStatusOk);
   }
-  void routes_changed(RouteTableId table) override { told_.push_back(table); }
+  void routes_changed(RouteTableId table) override { notified_.push_back(table); }
 
   static RouteGroup Group(RouteTableId table, const std::string& prefix, std::uint32_t count = 1) {
     RouteGroup group{table, router::MakeRoute(prefix), count};
@@ -51,7 +51,7 @@ class FedRoutes : public ::testing::Test, public router::Observer {
   ManualClock clock_{1'700'000'000 * kNanosecondsPerSecond};
   router::Router router_;
   RouteFeeder feeder_{&router_};
-  std::vector<RouteTableId> told_;
+  std::vector<RouteTableId> notified_;
 };
 
 TEST_F(FedRoutes, GroupBecomesItsRows) {
@@ -72,22 +72,22 @@ TEST_F(FedRoutes, EveryStepIsBounded) {
   EXPECT_FALSE(feeder_.is_done());
 }
 
-TEST_F(FedRoutes, StepsTellWhichTablesChanged) {
+TEST_F(FedRoutes, StepsNotifyOfTheTablesThatChanged) {
   feeder_.begin({Group(kRed, "10.0.0.0/24", 15), Group(kBlue, "10.0.0.0/24", 10)});
   Step(10);
-  EXPECT_THAT(told_, ElementsAre(kRed));
+  EXPECT_THAT(notified_, ElementsAre(kRed));
   Step(10);
-  EXPECT_THAT(told_, ElementsAre(kRed, kRed, kBlue));
+  EXPECT_THAT(notified_, ElementsAre(kRed, kRed, kBlue));
 }
 
-TEST_F(FedRoutes, SameRoutesAgainKeepTheirAgeAndAreToldToNobody) {
+TEST_F(FedRoutes, SameRoutesAgainKeepTheirAgeAndNotifyNoObserver) {
   const std::vector<RouteGroup> groups = {Group(kRed, "10.0.0.0/24", 300)};
   FeedAll(groups);
-  told_.clear();
+  notified_.clear();
   clock_.advance(60 * kNanosecondsPerSecond);
   FeedAll(groups);
   EXPECT_EQ(Changes(), "nothing changed");
-  EXPECT_THAT(told_, IsEmpty());
+  EXPECT_THAT(notified_, IsEmpty());
   router::Route route;
   ASSERT_TRUE(router_.routes().find(kRed, router::MakeKey("10.0.7.0/24"), &route));
   EXPECT_EQ(router::route_age(route), 60U);
@@ -103,7 +103,7 @@ TEST_F(FedRoutes, OnlyTheDifferenceIsChanged) {
   EXPECT_EQ(Count(kBlue), 0U);
 }
 
-TEST_F(FedRoutes, RemovalComesInBoundedStepsToo) {
+TEST_F(FedRoutes, RemovalIsInBoundedStepsToo) {
   FeedAll({Group(kRed, "10.0.0.0/24", 1000), Group(kBlue, "10.0.0.0/24", 1000)});
   feeder_.begin({});
   Step(100);
@@ -126,7 +126,7 @@ TEST_F(FedRoutes, NewFeedAbandonsTheOneBefore) {
   EXPECT_THAT(router::Walk(router_.routes(), kRed), ElementsAre("10.0.1.0/24", "10.0.2.0/24"));
 }
 
-TEST_F(FedRoutes, VrfThatGoesMeanwhileIsPassedOver) {
+TEST_F(FedRoutes, VrfDeletedDuringTheFeedIsSkipped) {
   feeder_.begin({Group(kRed, "10.0.0.0/24", 50), Group(kBlue, "10.0.0.0/24", 5)});
   Step(20);
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
@@ -134,7 +134,7 @@ TEST_F(FedRoutes, VrfThatGoesMeanwhileIsPassedOver) {
   EXPECT_EQ(Count(kBlue), 5U);
 }
 
-TEST_F(FedRoutes, RefusedRowEndsTheFeedAndTakesNothingAway) {
+TEST_F(FedRoutes, RefusedRowEndsTheFeedWithoutRemovals) {
   FeedAll({Group(kRed, "10.0.0.0/24", 3)});
   feeder_.begin({Group(kRed, "11.0.0.0/24", 3)});
   const ScopedFault fault("route_store_put", kStatusNoMemory, 2);

@@ -1,5 +1,4 @@
-// See router_action.h. Checks what all commands have in common (known, allowed, number of arguments) and
-// hands over.
+// Checks what all commands have in common (known, permitted, number of arguments) and calls the command.
 #include "sources/file/commands/router_action.h"
 
 #include <algorithm>
@@ -24,7 +23,7 @@ std::string usage(const RouterCommand& command) {
 
 std::string help() {
   std::string text =
-      "The router comes from a file. These commands change it until the file is loaded again.\n";
+      "The router is read from a file. These commands change it until the file is loaded again.\n";
   for (const RouterCommand& command : router_commands()) {
     text += "\n  " + usage(command) + "\n      " + command.help;
   }

@@ -1,8 +1,7 @@
-// The action "router": an operator's changes of a router that comes from a file, one command at a time.
+// The action "router": an operator's changes to a router that is read from a file, one command at a time.
 //
-// Changes are made in the model and last until the file is loaded the next time. Commands that change
-// something need the right to (KvActionContext). Texts are for people, without a trailing line break. Main
-// thread.
+// Commands change the model until the file is loaded again, and need permission to (KvActionContext). Texts
+// are for people, without a trailing line break. Main thread.
 #pragma once
 
 #include <functional>
@@ -14,12 +13,12 @@
 
 class RouterAction {
  public:
-  // `reload` loads the file again and says in its argument what came of it.
+  // `reload` loads the file again and writes the result to its argument.
   RouterAction(router::Router* model, std::function<Status(std::string*)> reload);
 
   // words[0] is the action's name, words[1] the command; without a command the help is the answer.
   // kStatusAccess when the peer may not change, kStatusInvalid for an unknown command or bad arguments, else
-  // the model's answer; *text says in every case what happened.
+  // the model's answer; *text always has the result.
   Status run(bool may_change, const std::vector<std::string>& words, std::string* text);
 
  private:

@@ -18,7 +18,7 @@ using ::testing::Not;
 
 class RouterCommands : public ::testing::Test {
  protected:
-  // Splits at blanks; '_' inside a word stands for one.
+  // Splits at blanks; '_' inside a word becomes a blank.
   Status Say(const std::string& line, bool may_change = true) {
     std::vector<std::string> words = {"router"};
     std::istringstream stream(line);
@@ -59,7 +59,7 @@ TEST_F(RouterCommands, UnknownCommandIsRefused) {
   EXPECT_EQ(text_, "unknown command \"reboot\"; \"router help\" lists them");
 }
 
-TEST_F(RouterCommands, EveryChangingCommandNeedsTheRight) {
+TEST_F(RouterCommands, EveryCommandThatChangesNeedsPermission) {
   for (const RouterCommand& command : router_commands()) {
     if (std::string(command.word) == "show") continue;
     EXPECT_EQ(Say(command.word, false), kStatusAccess) << command.word;
@@ -68,7 +68,7 @@ TEST_F(RouterCommands, EveryChangingCommandNeedsTheRight) {
   EXPECT_EQ(reloads_, 0);
 }
 
-TEST_F(RouterCommands, ShowIsForEverybody) {
+TEST_F(RouterCommands, ShowNeedsNoPermission) {
   EXPECT_EQ(Say("show", false), kStatusOk);
 }
 
@@ -79,7 +79,7 @@ TEST_F(RouterCommands, WrongNumberOfWordsShowsTheUsage) {
   EXPECT_EQ(text_, "usage: router reload");
 }
 
-TEST_F(RouterCommands, AddedVrfHasWhatWasSaid) {
+TEST_F(RouterCommands, AddedVrfHasTheGivenValues) {
   Do("add-vrf red id 7 table 10 rd 65000:1 description the_red_one big");
   EXPECT_EQ(text_, "VRF red created with id 7");
   const router::Vrf* red = router_.find_vrf("red");
@@ -116,7 +116,7 @@ TEST_F(RouterCommands, BadWordsOfAVrfAreNamed) {
   EXPECT_EQ(router_.vrf_count(), 0U);
 }
 
-TEST_F(RouterCommands, WhatTheModelRefusesIsSaid) {
+TEST_F(RouterCommands, RefusalByTheModelIsReported) {
   Do("add-vrf red id 7");
   EXPECT_EQ(Say("add-vrf red id 8"), kStatusExists);
   EXPECT_EQ(text_, "refused: File exists");
@@ -125,7 +125,7 @@ TEST_F(RouterCommands, WhatTheModelRefusesIsSaid) {
   EXPECT_EQ(text_, "refused: No such file or directory");
 }
 
-TEST_F(RouterCommands, DeletedVrfKeepsItsMembersNamingIt) {
+TEST_F(RouterCommands, MembersOfADeletedVrfStillNameIt) {
   Do("add-vrf red");
   Do("add-interface ge0 index 1 vrf red");
   Do("delete-vrf red");
@@ -133,7 +133,7 @@ TEST_F(RouterCommands, DeletedVrfKeepsItsMembersNamingIt) {
   EXPECT_EQ(InterfaceNamed("ge0").vrf, "red");
 }
 
-TEST_F(RouterCommands, ReferenceComesAndGoes) {
+TEST_F(RouterCommands, ReferenceIsAddedAndRemoved) {
   Do("reference later");
   EXPECT_TRUE(router_.is_referenced("later"));
   Do("unreference later");
@@ -141,7 +141,7 @@ TEST_F(RouterCommands, ReferenceComesAndGoes) {
   EXPECT_EQ(Say("unreference later"), kStatusNoSuchRow);
 }
 
-TEST_F(RouterCommands, AddedInterfaceHasWhatWasSaid) {
+TEST_F(RouterCommands, AddedInterfaceHasTheGivenValues) {
   Do("add-interface ge0 index 5 down vrf red address 10.0.0.1/24 address 2001:db8::1/64 description to_red");
   const router::Interface& ge0 = InterfaceNamed("ge0");
   EXPECT_EQ(ge0.index, 5U);
@@ -166,7 +166,7 @@ TEST_F(RouterCommands, BadWordsOfAnInterfaceAreNamed) {
   EXPECT_EQ(router_.interface_count(), 0U);
 }
 
-TEST_F(RouterCommands, InterfaceGoesUpDownAndAway) {
+TEST_F(RouterCommands, InterfaceIsSetDownUpAndDeleted) {
   Do("add-interface ge0 index 5");
   Do("down ge0");
   EXPECT_EQ(text_, "interface ge0 is down");
@@ -190,7 +190,7 @@ TEST_F(RouterCommands, InterfaceJoinsMovesAndLeaves) {
   EXPECT_EQ(InterfaceNamed("ge0").vrf, "default");
 }
 
-TEST_F(RouterCommands, AddressesComeAndGo) {
+TEST_F(RouterCommands, AddressesAreAddedAndRemoved) {
   Do("add-interface ge0 index 5 address 10.0.0.1/24");
   Do("add-address ge0 10.0.1.1/24");
   EXPECT_EQ(InterfaceNamed("ge0").addresses.size(), 2U);
@@ -217,21 +217,21 @@ TEST_F(RouterCommands, ReloadAsksTheSource) {
   EXPECT_EQ(text_, "loaded");
 }
 
-TEST_F(RouterCommands, ShowSaysEverything) {
+TEST_F(RouterCommands, ShowListsEverything) {
   Do("add-vrf red id 7 rd 1:1 big description the_red_one");
   Do("reference later");
   Do("add-interface ge0 index 5 vrf red address 10.0.0.1/24");
-  Do("add-interface ge1 index 6 vrf gone down description spare");
+  Do("add-interface ge1 index 6 vrf deleted down description spare");
   Do("show");
   EXPECT_EQ(text_,
             "1 VRF, 2 interfaces\n"
             "vrf red id 7 ipv4-table 7 ipv6-table 7 rd 1:1 big description \"the red one\"\n"
             "vrf later referenced\n"
             "interface ge0 index 5 up vrf red 10.0.0.1/24\n"
-            "interface ge1 index 6 down vrf gone (no such VRF) description \"spare\"");
+            "interface ge1 index 6 down vrf deleted (no such VRF) description \"spare\"");
 }
 
-TEST_F(RouterCommands, ShowOfANameSaysOnlyThat) {
+TEST_F(RouterCommands, ShowOfANameIsLimitedToIt) {
   Do("add-vrf red id 7");
   Do("add-vrf blue id 8");
   Do("reference later");

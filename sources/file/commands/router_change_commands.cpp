@@ -1,6 +1,5 @@
-// The commands of the action "router" that change the model. Each checks its words, makes one change and says
-// what it did; whether the change can be made is the model's to decide, so that a command cannot do what a
-// source could not.
+// The commands of the action "router" that change the model. Each checks its words, makes one change and
+// reports it. The model accepts or refuses the change, so a command cannot do what a source cannot do.
 #include "sources/file/commands/router_commands.h"
 
 #include <algorithm>
@@ -246,24 +245,24 @@ const std::vector<RouterCommand>& router_commands() {
       {"add-vrf", "NAME [id N] [table N] [rd RD] [description TEXT] [big]",
        "creates a VRF; without an id it gets its table's number or the next free one", true, 1,
        kAnyNumberOfArguments, add_vrf},
-      {"delete-vrf", "NAME", "deletes a VRF; its interfaces go on naming it", true, 1, 1, delete_vrf},
+      {"delete-vrf", "NAME", "deletes a VRF; its interfaces still name it", true, 1, 1, delete_vrf},
       {"reference", "NAME", "names a VRF without creating it", true, 1, 1, reference_vrf},
-      {"unreference", "NAME", "takes that back", true, 1, 1, unreference_vrf},
+      {"unreference", "NAME", "removes the reference", true, 1, 1, unreference_vrf},
       {"add-interface", "NAME index N [vrf VRF] [up|down] [address A]... [description TEXT]",
-       "adds an interface; it is up when nothing is said", true, 1, kAnyNumberOfArguments, add_interface},
+       "adds an interface; it is up unless `down` is given", true, 1, kAnyNumberOfArguments, add_interface},
       {"delete-interface", "NAME", "removes an interface", true, 1, 1, delete_interface},
-      {"up", "NAME", "the interface comes up", true, 1, 1, interface_up},
-      {"down", "NAME", "the interface goes down", true, 1, 1, interface_down},
-      {"join", "NAME VRF", "the interface joins the VRF and leaves the one it was in", true, 2, 2, join_vrf},
+      {"up", "NAME", "sets the interface up", true, 1, 1, interface_up},
+      {"down", "NAME", "sets the interface down", true, 1, 1, interface_down},
+      {"join", "NAME VRF", "moves the interface to the VRF", true, 2, 2, join_vrf},
       {"move", "NAME VRF", "the same as join", true, 2, 2, join_vrf},
       {"leave", "NAME", "the interface leaves its VRF", true, 1, 1, leave_vrf},
       {"add-address", "NAME ADDRESS[/LENGTH]", "adds an address after those the interface has", true, 2, 2,
        add_address},
-      {"delete-address", "NAME ADDRESS", "takes an address away", true, 2, 2, delete_address},
+      {"delete-address", "NAME ADDRESS", "removes an address", true, 2, 2, delete_address},
       {"add-route", "VRF PREFIX [via ADDRESS] [interface NAME] [type T] [protocol P] [metric N] [label N]...",
        "adds a path, or replaces the one with this prefix and next hop", true, 2, kAnyNumberOfArguments,
        router_add_route},
-      {"delete-route", "VRF PREFIX [via ADDRESS]", "takes a path away", true, 2, 4, router_delete_route},
+      {"delete-route", "VRF PREFIX [via ADDRESS]", "removes a path", true, 2, 4, router_delete_route},
       {"reload", "", "loads the file again; what these commands changed is lost", true, 0, 0, reload},
   };
   return commands;

@@ -1,5 +1,5 @@
-// The commands "add-route" and "delete-route" of the action "router". What a route may be is the store's to
-// decide; what is not said follows from what is, as in a router file.
+// The commands "add-route" and "delete-route" of the action "router". The store decides which routes
+// are valid; what is left out has the same defaults as in a router file.
 #include <optional>
 
 #include "sources/file/commands/router_commands.h"
@@ -140,5 +140,5 @@ Status router_delete_route(const RouterCommandContext& context) {
   const Status status = context.model->routes().erase(table, key_of(path));
   context.model->flush_route_changes();
   return router_words::report(context, status,
-                              text_of(context, path) + " is gone from VRF " + context.arguments[0]);
+                              text_of(context, path) + " removed from VRF " + context.arguments[0]);
 }

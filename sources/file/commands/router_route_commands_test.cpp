@@ -1,4 +1,4 @@
-// Routes by command: added, replaced, taken away and shown.
+// Routes are added, replaced, removed and shown by command.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -41,7 +41,7 @@ class RouteCommands : public ::testing::Test {
   std::string text_;
 };
 
-TEST_F(RouteCommands, PathIsAddedAndSaid) {
+TEST_F(RouteCommands, PathIsAddedAndReported) {
   Do("add-route red 10.1.0.0/16 via 192.0.2.1");
   EXPECT_EQ(text_, "route 10.1.0.0/16 via 192.0.2.1 is in VRF red");
   Do("add-route red 2001:db8::/32 interface ge1");
@@ -88,16 +88,16 @@ TEST_F(RouteCommands, PathOfTheSameNextHopIsReplaced) {
   EXPECT_EQ(Rows().size(), 1U);
 }
 
-TEST_F(RouteCommands, PathIsTakenAway) {
+TEST_F(RouteCommands, PathIsRemoved) {
   Do("add-route red 10.1.0.0/16 via 192.0.2.1");
   Do("add-route red 10.1.0.0/16 via 192.0.2.2");
   Do("delete-route red 10.1.0.0/16 via 192.0.2.1");
-  EXPECT_EQ(text_, "route 10.1.0.0/16 via 192.0.2.1 is gone from VRF red");
+  EXPECT_EQ(text_, "route 10.1.0.0/16 via 192.0.2.1 removed from VRF red");
   EXPECT_THAT(Rows(), ElementsAre("10.1.0.0/16 via 192.0.2.2"));
   EXPECT_EQ(Say("delete-route red 10.1.0.0/16"), kStatusNoSuchRow);
 }
 
-TEST_F(RouteCommands, ObserversHearOfEachChange) {
+TEST_F(RouteCommands, ObserversAreNotifiedOfEachChange) {
   struct Listener : router::Observer {
     void routes_changed(router::RouteTableId) override { ++changes; }
     int changes = 0;
@@ -109,7 +109,7 @@ TEST_F(RouteCommands, ObserversHearOfEachChange) {
   router_.stop_observing(&listener);
 }
 
-TEST_F(RouteCommands, WhatIsNoRouteIsRefused) {
+TEST_F(RouteCommands, InvalidRoutesAreRefused) {
   const auto refusal = [&](const std::string& words) {
     EXPECT_NE(Say("add-route " + words), kStatusOk);
     return text_;

@@ -1,4 +1,4 @@
-// Reading the words of a command of the action "router", and its answers; for the files that implement
+// Reads the words of a command of the action "router" and writes its answers, for the files that implement
 // commands.
 #pragma once
 

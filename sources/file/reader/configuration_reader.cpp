@@ -1,5 +1,5 @@
-// See configuration_reader.h. The keys follow the words of the command line ("rt import", "threshold"), in
-// maps and lists; `both` and a route target without a family are several nodes, everything else is one.
+// The keys follow the words of the command line ("rt import", "threshold"), as maps and lists. `both` and a
+// route target without a family make several nodes, every other item makes one.
 #include "sources/file/reader/configuration_reader.h"
 
 #include <algorithm>
@@ -84,7 +84,7 @@ struct Neighbor {
   YAML::Mark mark = YAML::Mark::null_mark();
 };
 
-// Names of interfaces may have dots and slashes, too.
+// Interface names may contain dots and slashes, too.
 bool is_neighbor(const std::string& text) {
   router::Address address;
   if (router::parse_address(text, &address)) return text.find('/') == std::string::npos;

@@ -1,9 +1,8 @@
-// The configuration in a router file: what stands in a VRF's keys (route targets, policies, thresholds,
-// protocols) and under `traps`, read into nodes of the configuration tree. What is wrong is thrown as a
-// Misreading.
+// Reads the configuration in a router file (a VRF's route targets, policies, thresholds and protocols, and
+// `traps`) into nodes of the configuration tree. Throws Misreading for what is invalid.
 //
-// A VRF's keys may come before its name, so an item is read into a function that makes its node once the name
-// is known.
+// A VRF's keys may precede its name, so an item is read into a function that makes its node once the name is
+// known.
 #pragma once
 
 #include <functional>
@@ -24,8 +23,8 @@ inline constexpr std::size_t kProcessNameMax = 63;
 struct ConfiguredItem {
   YAML::Mark mark;
   std::function<KvConfigNode(const std::string& vrf)> node;
-  std::optional<vrf_config::Family>
-      with_table_of;  // counts only where the VRF can have routes of this family
+  // The item counts only where the VRF can have routes of this family.
+  std::optional<vrf_config::Family> with_table_of;
 };
 using ConfiguredItems = std::vector<ConfiguredItem>;
 
@@ -43,7 +42,7 @@ void read_as_format(const YAML::Node& value, std::vector<KvConfigNode>* nodes);
 // The value of `traps`: switches that are on, and the reissue time.
 void read_traps(const YAML::Node& value, std::vector<KvConfigNode>* nodes);
 
-// Collects the nodes of all VRFs; an item that was there already is a mistake.
+// Collects the nodes of all VRFs. An item that is written twice is an error.
 class ConfigurationCollector {
  public:
   // A VRF that is only named can have routes of either family.

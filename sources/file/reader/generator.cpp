@@ -1,5 +1,5 @@
-// See generator.h. Names, numbers and addresses follow from the two counters alone, so that the same file
-// makes the same router every time and checkpointed identities fit.
+// Names, numbers and addresses derive from the two counters only: the same file always makes the same router,
+// and saved times stay with their VRFs.
 #include "sources/file/reader/generator.h"
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Generated routers, for trying out what scale does.
+// Generates large routers for tests of scale.
 //
 // VRF number v (from 1) is "customer-0000v" with id and table first_id + v - 1 and RD 65000:v; its interface
 // number i is "custV.i" with index first_index + n, 10.0.0.0/8 cut into /30s and 2001:db8::/32 cut into /64s,

@@ -1,4 +1,4 @@
-// Texts of the user in messages.
+// Quotes the user's texts in messages.
 #pragma once
 
 #include <string>

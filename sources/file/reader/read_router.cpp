@@ -1,7 +1,6 @@
-// See router_file.h. Reading happens in two passes: the keys of each entry, one after the other, go into an
-// entry that remembers where its identifying values stand; then the entries are checked against each other
-// (names, ids and indexes are each used once) and become the lists. Whatever is wrong is thrown as a
-// Misreading and leaves parse() as a Mistake, so that there is one door out.
+// The first pass reads the keys of each entry and remembers the position of its identifying values. The
+// second pass checks the entries against each other (a name, id or index is used once) and makes the lists.
+// Both throw Misreading, which parse() turns into a ParseError.
 //
 // Generated entries are checked against the written ones too; a clash is reported at the `generate` key.
 #include "sources/file/reader/router_file.h"
@@ -324,7 +323,7 @@ constexpr Key<Document> kDocumentKeys[] = {
 
 // --- The entries against each other
 
-// Values that may be used once. A line of 0 stands for "generated".
+// Values that may be used once. Line 0 means "generated".
 template <typename T>
 class Once {
  public:
@@ -433,20 +432,20 @@ RouterFile read_document(const std::string& text) {
   return file;
 }
 
-void set_mistake(const YAML::Mark& mark, const std::string& what, Mistake* mistake) {
-  *mistake = Mistake{mark.is_null() ? 1 : mark.line + 1, mark.is_null() ? 1 : mark.column + 1, what};
+void set_error(const YAML::Mark& mark, const std::string& what, ParseError* error) {
+  *error = ParseError{mark.is_null() ? 1 : mark.line + 1, mark.is_null() ? 1 : mark.column + 1, what};
 }
 
 }  // namespace
 
-bool parse(const std::string& text, RouterFile* file, Mistake* mistake) {
+bool parse(const std::string& text, RouterFile* file, ParseError* error) {
   try {
     *file = read_document(text);
     return true;
   } catch (const Misreading& misreading) {
-    set_mistake(misreading.mark(), misreading.what(), mistake);
+    set_error(misreading.mark(), misreading.what(), error);
   } catch (const YAML::Exception& exception) {
-    set_mistake(exception.mark, exception.msg, mistake);
+    set_error(exception.mark, exception.msg, error);
   }
   return false;
 }

@@ -1,5 +1,5 @@
-// Routes against each other (route_reader.h): a row of a table is written once, generated groups keep clear
-// of written rows and of each other, and what is generated is bounded.
+// Checks routes against each other: a row of a table is written once, generated groups overlap neither
+// written rows nor each other, and the number of generated routes is bounded.
 //
 // Two groups meet when they have prefix length and next hop in common and their ranges of prefixes overlap;
 // prefixes of one length are in the order of their octets.

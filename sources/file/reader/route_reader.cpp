@@ -1,5 +1,4 @@
-// See route_reader.h. This file reads one entry after the other; route_collector.cpp has what concerns
-// several.
+// Reads one entry at a time; route_collector.cpp checks entries against each other.
 #include "sources/file/reader/route_reader.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// The `routes` of a VRF in a router file: reading each entry by itself, then checking the entries against
-// each other and making groups of them. What is wrong is thrown as a Misreading.
+// The `routes` of a VRF in a router file: reads each entry, checks the entries against each other and makes
+// groups of them. Throws Misreading for what is invalid.
 #pragma once
 
 #include <array>

@@ -7,8 +7,7 @@
 //   interfaces:    list of  name*, index*, description, state, addresses, vrf
 //   generate:      vrfs*, interfaces_per_vrf*, first_id, first_index, routes_per_vrf
 //   routes:        list of  prefix*, next_hop, next_hops, interface, type, protocol, metric, metrics,
-//   next_hop_as,
-//                  labels, generate
+//                  next_hop_as, labels, generate
 //   as_format:     asplain, asdot or asdot+: how AS numbers of four octets are shown
 //   traps:         switches (vrf-up, ..., all) and notif-reissue-time
 //   route_targets: import, export, both, and ipv4 and ipv6 with the same three
@@ -64,16 +63,16 @@ struct RouterFile {
   std::vector<KvConfigNode> configuration;    // each path once
 };
 
-// Where and why a text is no router file. Lines and columns count from 1.
-struct Mistake {
+// Where and why a text is not a router file. Lines and columns count from 1.
+struct ParseError {
   int line = 0;
   int column = 0;
   std::string what;
 };
 
-// False and *mistake, with *file as it was, for a text with a mistake: YAML that does not parse, unknown
-// keys, wrong types, duplicates, bad names, addresses and route distinguishers, numbers out of range.
-[[nodiscard]] bool parse(const std::string& text, RouterFile* file, Mistake* mistake);
+// False, with *error set and *file unchanged, for an invalid text: YAML that does not parse, unknown keys,
+// wrong types, duplicates, bad names, addresses and route distinguishers, numbers out of range.
+[[nodiscard]] bool parse(const std::string& text, RouterFile* file, ParseError* error);
 
 // A route distinguisher in one of its display forms (RFC 4364 section 4.2): "ASN:NUMBER", with four octets
 // for the number after a two-octet ASN and two after a four-octet one (plain or in asdot), or

@@ -1,4 +1,4 @@
-// Configuration in a router file: what becomes which node, and what is a mistake.
+// Configuration in a router file: which keys make which nodes, and what is refused.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -30,8 +30,8 @@ std::vector<std::string> TextsOf(const std::vector<KvConfigNode>& nodes) {
 
 std::vector<std::string> NodesIn(const std::string& text) {
   RouterFile file;
-  Mistake mistake;
-  EXPECT_TRUE(parse(text, &file, &mistake)) << mistake.line << ":" << mistake.column << ": " << mistake.what;
+  ParseError error;
+  EXPECT_TRUE(parse(text, &file, &error)) << error.line << ":" << error.column << ": " << error.what;
   return TextsOf(file.configuration);
 }
 std::vector<std::string> NodesOfRed(const std::string& keys) {
@@ -42,15 +42,15 @@ void ExpectNodes(const std::vector<std::string>& found, const std::vector<KvConf
   EXPECT_THAT(found, UnorderedElementsAreArray(TextsOf(expected)));
 }
 
-std::string MistakeIn(const std::string& text) {
+std::string ErrorIn(const std::string& text) {
   RouterFile file;
-  Mistake mistake;
-  EXPECT_FALSE(parse(text, &file, &mistake)) << text;
+  ParseError error;
+  EXPECT_FALSE(parse(text, &file, &error)) << text;
   EXPECT_THAT(file.configuration, IsEmpty());
-  return std::to_string(mistake.line) + ":" + std::to_string(mistake.column) + ": " + mistake.what;
+  return std::to_string(error.line) + ":" + std::to_string(error.column) + ": " + error.what;
 }
-std::string MistakeInRed(const std::string& keys) {
-  return MistakeIn("vrfs:\n  - {name: red, id: 10, " + keys + "}\n");
+std::string ErrorInRed(const std::string& keys) {
+  return ErrorIn("vrfs:\n  - {name: red, id: 10, " + keys + "}\n");
 }
 
 TEST(RouterFileConfiguration, DescriptionIsTheRoutersAndAnItem) {
@@ -58,12 +58,12 @@ TEST(RouterFileConfiguration, DescriptionIsTheRoutersAndAnItem) {
   EXPECT_THAT(NodesOfRed("description: ''"), IsEmpty());
 }
 
-TEST(RouterFileConfiguration, KeysMayStandBeforeTheName) {
+TEST(RouterFileConfiguration, KeysMayPrecedeTheName) {
   ExpectNodes(NodesIn("vrfs: [{description: d, rip: {interfaces: [ge0]}, id: 10, name: red}]"),
               {vrf_config::description("red", "d"), vrf_config::rip_interface("red", "ge0")});
 }
 
-TEST(RouterFileConfiguration, RouteTargetIsOfBothFamiliesUnlessOneIsSaid) {
+TEST(RouterFileConfiguration, RouteTargetIsOfBothFamiliesByDefault) {
   ExpectNodes(NodesOfRed("route_targets: {import: [65000:100]}"),
               {vrf_config::route_target("red", Family::kIpv4, Direction::kImport, kTarget),
                vrf_config::route_target("red", Family::kIpv6, Direction::kImport, kTarget)});
@@ -103,7 +103,7 @@ TEST(RouterFileConfiguration, ThresholdsAreAMaximumAndAMid) {
                vrf_config::route_threshold("red", Family::kIpv6, 50, 0)});
 }
 
-TEST(RouterFileConfiguration, NeighborIsOfItsOwnFamilyUnlessOthersAreSaid) {
+TEST(RouterFileConfiguration, NeighborIsOfItsOwnFamilyByDefault) {
   ExpectNodes(NodesOfRed("bgp: {as: 65010, neighbors: [10.0.0.2, '2001:db8::2', ge0, "
                          "{neighbor: 10.0.0.3, families: [ipv4, ipv6]}]}"),
               {vrf_config::bgp_neighbour("red", 65010, "10.0.0.2", Family::kIpv4),
@@ -142,13 +142,13 @@ TEST(RouterFileConfiguration, VrfThatIsOnlyNamedMayHaveAllOfIt) {
 
 TEST(RouterFileConfiguration, RouteDistinguisherOfACreatedVrfIsTheRouters) {
   RouterFile file;
-  Mistake mistake;
-  ASSERT_TRUE(parse("vrfs: [{name: red, id: 10, rd: 65000:1}]", &file, &mistake));
+  ParseError error;
+  ASSERT_TRUE(parse("vrfs: [{name: red, id: 10, rd: 65000:1}]", &file, &error));
   EXPECT_EQ(file.vrfs.at(0).rd, "65000:1");
   EXPECT_THAT(file.configuration, IsEmpty());
 }
 
-TEST(RouterFileConfiguration, TrapSwitchIsThereWhenItIsOn) {
+TEST(RouterFileConfiguration, TrapSwitchIsPresentWhenItIsOn) {
   ExpectNodes(NodesIn("traps: {vrf-up: true, vrf-down: false, all: true, notif-reissue-time: 5}"),
               {vrf_config::trap_switch("vrf-up", 1), vrf_config::trap_switch("all", 1),
                vrf_config::trap_switch("notif-reissue-time", 5)});
@@ -158,77 +158,76 @@ TEST(RouterFileConfiguration, FormatOfAsNumbersIsOneOfThree) {
   for (const std::string format : {"asplain", "asdot", "asdot+"}) {
     ExpectNodes(NodesIn("as_format: " + format), {vrf_config::as_format(format)});
   }
-  EXPECT_EQ(MistakeIn("traps: {}\nas_format: dotted\n"),
+  EXPECT_EQ(ErrorIn("traps: {}\nas_format: dotted\n"),
             "2:12: a format of AS numbers is one of asplain, asdot, asdot+, not \"dotted\"");
-  EXPECT_THAT(MistakeIn("as_format: {}\n"), testing::StartsWith("1:12: "));
+  EXPECT_THAT(ErrorIn("as_format: {}\n"), testing::StartsWith("1:12: "));
 }
 
-TEST(RouterFileConfigurationMistake, KeysOfEveryMapAreKnown) {
-  EXPECT_EQ(MistakeInRed("route_targets: {in: []}"),
+TEST(RouterFileConfigurationError, KeysOfEveryMapAreKnown) {
+  EXPECT_EQ(ErrorInRed("route_targets: {in: []}"),
             "2:41: route_targets has no key \"in\"; the keys are import, export, both, ipv4, ipv6");
-  EXPECT_EQ(MistakeInRed("route_targets: {ipv4: {ipv6: []}}"),
+  EXPECT_EQ(ErrorInRed("route_targets: {ipv4: {ipv6: []}}"),
             "2:48: ipv4 has no key \"ipv6\"; the keys are import, export, both");
-  EXPECT_EQ(MistakeInRed("policies: {both: {}}"),
+  EXPECT_EQ(ErrorInRed("policies: {both: {}}"),
             "2:36: policies has no key \"both\"; the keys are import, export");
-  EXPECT_EQ(MistakeInRed("policies: {import: {ip: X}}"),
+  EXPECT_EQ(ErrorInRed("policies: {import: {ip: X}}"),
             "2:45: import has no key \"ip\"; the keys are ipv4, ipv6");
-  EXPECT_EQ(MistakeInRed("thresholds: {maximum: 1}"),
+  EXPECT_EQ(ErrorInRed("thresholds: {maximum: 1}"),
             "2:38: thresholds has no key \"maximum\"; the keys are ipv4, ipv6");
-  EXPECT_EQ(MistakeIn("traps: {vrfup: true}\n"),
+  EXPECT_EQ(ErrorIn("traps: {vrfup: true}\n"),
             "1:9: traps has no key \"vrfup\"; the keys are vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc, "
             "ilg-lbl-exc, max-thresh-clr, all, notif-reissue-time");
 }
 
-TEST(RouterFileConfigurationMistake, NumbersAreInRange) {
-  EXPECT_EQ(MistakeInRed("bgp: {as: 0}"), "2:35: an AS number is a number from 1 to 4294967295, not \"0\"");
-  EXPECT_EQ(MistakeInRed("thresholds: {ipv4: {maximum: 4294967296}}"),
+TEST(RouterFileConfigurationError, NumbersAreInRange) {
+  EXPECT_EQ(ErrorInRed("bgp: {as: 0}"), "2:35: an AS number is a number from 1 to 4294967295, not \"0\"");
+  EXPECT_EQ(ErrorInRed("thresholds: {ipv4: {maximum: 4294967296}}"),
             "2:54: a maximum of routes is a number from 1 to 4294967295, not \"4294967296\"");
-  EXPECT_EQ(MistakeIn("traps: {notif-reissue-time: 2147483648}\n"),
+  EXPECT_EQ(ErrorIn("traps: {notif-reissue-time: 2147483648}\n"),
             "1:29: the reissue time is a number from 0 to 2147483647, not \"2147483648\"");
 }
 
-TEST(RouterFileConfigurationMistake, TextsHaveTheirForm) {
-  EXPECT_EQ(MistakeInRed("route_targets: {import: [65000]}"),
+TEST(RouterFileConfigurationError, MalformedTextsAreRefused) {
+  EXPECT_EQ(ErrorInRed("route_targets: {import: [65000]}"),
             "2:50: \"65000\" is not a route target such as 65000:100 or 192.0.2.1:100");
-  EXPECT_EQ(MistakeInRed("bgp: {as: 1, neighbors: [10.0.0]}"),
+  EXPECT_EQ(ErrorInRed("bgp: {as: 1, neighbors: [10.0.0]}"),
             "2:50: \"10.0.0\" is neither an address nor the name of a neighbor");
-  EXPECT_EQ(MistakeInRed("bgp: {as: 1, neighbors: [10.0.0.0/8]}"),
+  EXPECT_EQ(ErrorInRed("bgp: {as: 1, neighbors: [10.0.0.0/8]}"),
             "2:50: \"10.0.0.0/8\" is neither an address nor the name of a neighbor");
-  EXPECT_EQ(MistakeInRed("ospf: [{process: 1, area: backbone}]"),
+  EXPECT_EQ(ErrorInRed("ospf: [{process: 1, area: backbone}]"),
             "2:51: \"backbone\" is not an area such as 0 or 0.0.0.10");
-  EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.1, interface: ge0}]"),
+  EXPECT_EQ(ErrorInRed("static: [{prefix: 10.0.0.1, interface: ge0}]"),
             "2:43: \"10.0.0.1\" is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
-  EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.0/8, next_hop: ge0}]"), "2:65: \"ge0\" is not an address");
-  EXPECT_EQ(MistakeInRed("policies: {import: {ipv4: ''}}"), "2:51: a route policy has a name");
+  EXPECT_EQ(ErrorInRed("static: [{prefix: 10.0.0.0/8, next_hop: ge0}]"), "2:65: \"ge0\" is not an address");
+  EXPECT_EQ(ErrorInRed("policies: {import: {ipv4: ''}}"), "2:51: a route policy has a name");
 }
 
-TEST(RouterFileConfigurationMistake, WhatIsNeededIsSaid) {
-  EXPECT_EQ(MistakeInRed("bgp: {neighbors: []}"), "2:30: bgp needs its AS number as as");
-  EXPECT_EQ(MistakeInRed("bgp: {as: 1, neighbors: [{families: [ipv4]}]}"),
+TEST(RouterFileConfigurationError, MissingKeysAreNamed) {
+  EXPECT_EQ(ErrorInRed("bgp: {neighbors: []}"), "2:30: bgp needs its AS number as as");
+  EXPECT_EQ(ErrorInRed("bgp: {as: 1, neighbors: [{families: [ipv4]}]}"),
             "2:50: a neighbor needs its address or name as neighbor");
-  EXPECT_EQ(MistakeInRed("bgp: {as: 1, neighbors: [{neighbor: ge0, families: []}]}"),
+  EXPECT_EQ(ErrorInRed("bgp: {as: 1, neighbors: [{neighbor: ge0, families: []}]}"),
             "2:76: a neighbor has one family at least");
-  EXPECT_EQ(MistakeInRed("ospf: [{process: 1, interfaces: [ge0]}]"),
+  EXPECT_EQ(ErrorInRed("ospf: [{process: 1, interfaces: [ge0]}]"),
             "2:32: an OSPF area needs a process and an area");
-  EXPECT_EQ(MistakeInRed("eigrp: [{interfaces: [ge0]}]"),
-            "2:33: an EIGRP instance needs its AS number as as");
-  EXPECT_EQ(MistakeInRed("thresholds: {ipv4: {mid: 5}}"), "2:44: a threshold needs a maximum");
-  EXPECT_EQ(MistakeInRed("static: [{interface: ge0}]"), "2:34: a static route needs a prefix");
-  EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.0/8}]"),
+  EXPECT_EQ(ErrorInRed("eigrp: [{interfaces: [ge0]}]"), "2:33: an EIGRP instance needs its AS number as as");
+  EXPECT_EQ(ErrorInRed("thresholds: {ipv4: {mid: 5}}"), "2:44: a threshold needs a maximum");
+  EXPECT_EQ(ErrorInRed("static: [{interface: ge0}]"), "2:34: a static route needs a prefix");
+  EXPECT_EQ(ErrorInRed("static: [{prefix: 10.0.0.0/8}]"),
             "2:34: a static route needs an interface or a next hop");
 }
 
-TEST(RouterFileConfigurationMistake, ValuesFitEachOther) {
-  EXPECT_EQ(MistakeInRed("thresholds: {ipv4: {maximum: 5, mid: 6}}"),
+TEST(RouterFileConfigurationError, ValuesFitEachOther) {
+  EXPECT_EQ(ErrorInRed("thresholds: {ipv4: {maximum: 5, mid: 6}}"),
             "2:44: the mid threshold is more than the maximum");
-  EXPECT_EQ(MistakeInRed("static: [{prefix: 10.0.0.0/8, next_hop: '2001:db8::1'}]"),
+  EXPECT_EQ(ErrorInRed("static: [{prefix: 10.0.0.0/8, next_hop: '2001:db8::1'}]"),
             "2:65: the next hop is not of the family of 10.0.0.0/8");
 }
 
-TEST(RouterFileConfigurationMistake, ItemWrittenTwiceIsRefused) {
-  EXPECT_EQ(MistakeInRed("route_targets: {ipv4: {import: [65000:1], both: [65000:1]}}"),
+TEST(RouterFileConfigurationError, ItemWrittenTwiceIsRefused) {
+  EXPECT_EQ(ErrorInRed("route_targets: {ipv4: {import: [65000:1], both: [65000:1]}}"),
             "2:74: this is written already, in line 2");
-  EXPECT_EQ(MistakeInRed("rip: {interfaces: [ge0, ge0]}"), "2:49: this is written already, in line 2");
+  EXPECT_EQ(ErrorInRed("rip: {interfaces: [ge0, ge0]}"), "2:49: this is written already, in line 2");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Routes in a router file: what is written becomes groups, and every mistake is reported with its place.
+// Routes in a router file: entries become groups, and every error is reported with its position.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -19,14 +19,13 @@ using ::testing::IsEmpty;
 
 RouterFile Read(const std::string& text) {
   RouterFile file;
-  Mistake mistake;
-  EXPECT_TRUE(parse(text, &file, &mistake))
-      << mistake.line << ":" << mistake.column << ": " << mistake.what << "\n"
-      << text;
+  ParseError error;
+  EXPECT_TRUE(parse(text, &file, &error)) << error.line << ":" << error.column << ": " << error.what << "\n"
+                                          << text;
   return file;
 }
 
-// The routes of VRF red (tables 10) with interface ge1 (index 11); `routes` stands in line 2 from column 11.
+// The routes of VRF red (tables 10) with interface ge1 (index 11); `routes` starts at line 2, column 11.
 std::string RedWith(const std::string& routes) {
   return "vrfs: [{name: red, table: 10, routes:\n          " + routes +
          "}]\ninterfaces: [{name: ge1, index: 11}]\n";
@@ -40,17 +39,17 @@ router::Route OneRoute(const std::string& route) {
   return groups.empty() ? router::Route{} : groups[0].first;
 }
 
-std::string MistakeIn(const std::string& text) {
+std::string ErrorIn(const std::string& text) {
   RouterFile file;
-  Mistake mistake;
-  EXPECT_FALSE(parse(text, &file, &mistake)) << text;
-  return std::to_string(mistake.line) + ":" + std::to_string(mistake.column) + ": " + mistake.what;
+  ParseError error;
+  EXPECT_FALSE(parse(text, &file, &error)) << text;
+  return std::to_string(error.line) + ":" + std::to_string(error.column) + ": " + error.what;
 }
-std::string MistakeInRoutes(const std::string& routes) {
-  return MistakeIn(RedWith(routes));
+std::string ErrorInRoutes(const std::string& routes) {
+  return ErrorIn(RedWith(routes));
 }
-std::string MistakeInRoute(const std::string& route) {
-  return MistakeInRoutes("[{" + route + "}]");
+std::string ErrorInRoute(const std::string& route) {
+  return ErrorInRoutes("[{" + route + "}]");
 }
 
 std::vector<std::string> Texts(const std::vector<RouteGroup>& groups) {
@@ -142,19 +141,19 @@ TEST(RoutesInAFile, FamilyIsThePrefixesAndItsTableTheVrfs) {
   EXPECT_EQ(groups[1].table, (router::RouteTableId{Family::kIpv4, 10}));
 }
 
-TEST(RoutesInAFile, EmptyListIsNoRoutes) {
+TEST(RoutesInAFile, EmptyListHasNoRoutes) {
   EXPECT_THAT(Routes("[]"), IsEmpty());
   EXPECT_THAT(Routes("{generate: 0}"), IsEmpty());
 }
 
-TEST(RoutesInAFile, GeneratorNeedsNothingButItsNumber) {
+TEST(RoutesInAFile, GeneratorNeedsOnlyItsNumber) {
   const std::vector<RouteGroup> groups = Routes("{generate: 100000}");
   EXPECT_THAT(Texts(groups), ElementsAre("1.0.0.0/24 via 192.0.2.1 x 100000"));
   EXPECT_EQ(groups[0].first.protocol, RouteProtocol::kBgp);
   EXPECT_EQ(groups[0].first.type, RouteType::kRemote);
 }
 
-TEST(RoutesInAFile, GeneratorStartsWhereItIsTold) {
+TEST(RoutesInAFile, GeneratorStartsAtTheGivenPrefix) {
   EXPECT_THAT(Texts(Routes("[{generate: 5, prefix: \"2001:db8::/48\"}, "
                            "{generate: 7, prefix: 10.0.0.0/32, interface: ge1}, "
                            "{generate: 9, prefix: 20.0.0.0/8, next_hops: [192.0.2.1, 192.0.2.2]}]")),
@@ -162,7 +161,7 @@ TEST(RoutesInAFile, GeneratorStartsWhereItIsTold) {
                           "2001:db8::/48 via 2001:db8::1 x 5"));
 }
 
-TEST(RoutesInAFile, WrittenOnesComeBeforeGeneratedOnes) {
+TEST(RoutesInAFile, WrittenOnesPrecedeGeneratedOnes) {
   EXPECT_THAT(Texts(Routes("[{generate: 5}, {prefix: 10.0.0.0/8, type: reject}]")),
               ElementsAre("10.0.0.0/8", "1.0.0.0/24 via 192.0.2.1 x 5"));
 }
@@ -218,128 +217,127 @@ TEST(ConsecutivePrefixes, EndWithTheAddressSpace) {
   EXPECT_TRUE(ends("ffff::/16", 1));
 }
 
-// --- Mistakes
+// --- Errors
 
-TEST(RoutesMistake, UnknownKeysAndWordsAreRefused) {
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, via: 192.0.2.1"),
+TEST(RoutesError, UnknownKeysAndWordsAreRefused) {
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, via: 192.0.2.1"),
             "2:33: a route has no key \"via\"; the keys are prefix, next_hop, next_hops, interface, type, "
             "protocol, "
             "metric, metrics, next_hop_as, labels, generate");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, type: throw"),
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, type: throw"),
             "2:39: a route's type is one of other, reject, local, remote, blackhole, not \"throw\"");
-  EXPECT_THAT(MistakeInRoute("prefix: 10.0.0.0/8, type: reject, protocol: babel"),
+  EXPECT_THAT(ErrorInRoute("prefix: 10.0.0.0/8, type: reject, protocol: babel"),
               ::testing::StartsWith("2:57: a route's protocol is one of other, local, netmgmt, "));
 }
 
-TEST(RoutesMistake, BadPrefixesAreRefused) {
+TEST(RoutesError, BadPrefixesAreRefused) {
   for (const char* prefix :
        {"10.0.0.0", "10.0.0.0/33", "10.0.0/8", "ten", "10.0.0.0/8/8", "2001:db8::g/32"}) {
-    EXPECT_EQ(MistakeInRoute("type: reject, prefix: \"" + std::string(prefix) + "\""),
+    EXPECT_EQ(ErrorInRoute("type: reject, prefix: \"" + std::string(prefix) + "\""),
               "2:35: \"" + std::string(prefix) + "\" is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
   }
 }
 
-TEST(RoutesMistake, BitsBeyondThePrefixLengthAreRefused) {
-  EXPECT_EQ(MistakeInRoute("prefix: 10.1.0.1/16, type: reject"),
+TEST(RoutesError, BitsBeyondThePrefixLengthAreRefused) {
+  EXPECT_EQ(ErrorInRoute("prefix: 10.1.0.1/16, type: reject"),
             "2:21: \"10.1.0.1/16\" has bits beyond its prefix length");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.1.0.0/15, type: reject"),
+  EXPECT_EQ(ErrorInRoute("prefix: 10.1.0.0/15, type: reject"),
             "2:21: \"10.1.0.0/15\" has bits beyond its prefix length");
-  EXPECT_EQ(MistakeInRoute("prefix: \"::1/127\", type: reject"),
+  EXPECT_EQ(ErrorInRoute("prefix: \"::1/127\", type: reject"),
             "2:21: \"::1/127\" has bits beyond its prefix length");
-  EXPECT_EQ(MistakeInRoute("prefix: 128.0.0.0/0, type: reject"),
+  EXPECT_EQ(ErrorInRoute("prefix: 128.0.0.0/0, type: reject"),
             "2:21: \"128.0.0.0/0\" has bits beyond its prefix length");
 }
 
-TEST(RoutesMistake, BadNextHopsAreRefused) {
+TEST(RoutesError, BadNextHopsAreRefused) {
   for (const char* next_hop : {"192.0.2", "192.0.2.1/32", "0.0.0.0", "::"}) {
-    EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, next_hop: \"" + std::string(next_hop) + "\""),
+    EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, next_hop: \"" + std::string(next_hop) + "\""),
               "2:43: \"" + std::string(next_hop) + "\" is not a next hop such as 192.0.2.1 or 2001:db8::1");
   }
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, next_hops: [192.0.2.1, 192.0.2.1]"),
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, next_hops: [192.0.2.1, 192.0.2.1]"),
             "2:56: the next hop \"192.0.2.1\" is written twice");
 }
 
-TEST(RoutesMistake, NextHopOfTheOtherFamilyIsRefused) {
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, next_hops: [192.0.2.1, \"fe80::1\"]"),
+TEST(RoutesError, NextHopOfTheOtherFamilyIsRefused) {
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, next_hops: [192.0.2.1, \"fe80::1\"]"),
             "2:56: the next hop is not of the family of 10.0.0.0/8");
 }
 
-TEST(RoutesMistake, FamilyWithoutATableIsRefused) {
-  EXPECT_EQ(MistakeIn("vrfs:\n  - name: red\n    tables: {ipv4: 10}\n    routes:\n"
-                      "      - {prefix: \"2001:db8::/32\", type: reject}\n"),
+TEST(RoutesError, FamilyWithoutATableIsRefused) {
+  EXPECT_EQ(ErrorIn("vrfs:\n  - name: red\n    tables: {ipv4: 10}\n    routes:\n"
+                    "      - {prefix: \"2001:db8::/32\", type: reject}\n"),
             "5:18: the VRF \"red\" has no IPv6 table");
-  EXPECT_EQ(MistakeIn("vrfs:\n  - name: red\n    tables: {ipv6: 10}\n    routes: {generate: 1}\n"),
+  EXPECT_EQ(ErrorIn("vrfs:\n  - name: red\n    tables: {ipv6: 10}\n    routes: {generate: 1}\n"),
             "4:13: the VRF \"red\" has no IPv4 table");
 }
 
-TEST(RoutesMistake, IncompleteRoutesAreRefused) {
-  EXPECT_EQ(MistakeInRoute("type: reject"), "2:12: a route needs a prefix");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8"), "2:12: a route needs a next_hop, an interface or a type");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, type: remote"), "2:12: a remote route needs a next_hop");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, type: local, next_hop: 192.0.2.1"),
+TEST(RoutesError, IncompleteRoutesAreRefused) {
+  EXPECT_EQ(ErrorInRoute("type: reject"), "2:12: a route needs a prefix");
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8"), "2:12: a route needs a next_hop, an interface or a type");
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, type: remote"), "2:12: a remote route needs a next_hop");
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, type: local, next_hop: 192.0.2.1"),
             "2:12: a local route has no next hop");
 }
 
-TEST(RoutesMistake, UnknownInterfaceIsRefused) {
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, interface: ge2"),
+TEST(RoutesError, UnknownInterfaceIsRefused) {
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, interface: ge2"),
             "2:44: there is no interface \"ge2\" in this file");
 }
 
-TEST(RoutesMistake, LabelsAreBounded) {
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, next_hop: 192.0.2.1, labels: [1048576]"),
+TEST(RoutesError, LabelsAreBounded) {
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, next_hop: 192.0.2.1, labels: [1048576]"),
             "2:63: a label is a number from 0 to 1048575, not \"1048576\"");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, interface: ge1, labels: [16]"),
-            "2:12: labels need a next_hop");
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, interface: ge1, labels: [16]"), "2:12: labels need a next_hop");
   std::string labels = "16";
   for (int number = 2; number <= 17; ++number) labels += ",16";
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, next_hop: 192.0.2.1, labels: [" + labels + "]"),
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, next_hop: 192.0.2.1, labels: [" + labels + "]"),
             "2:111: a route has at most 16 labels");
 }
 
-TEST(RoutesMistake, NumbersOutOfRangeAreRefused) {
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, type: reject, metric: 2147483648"),
+TEST(RoutesError, NumbersOutOfRangeAreRefused) {
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, type: reject, metric: 2147483648"),
             "2:55: a metric is a number from 0 to 2147483647, not \"2147483648\"");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, type: reject, metric: -2"),
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, type: reject, metric: -2"),
             "2:55: a metric is a number from 0 to 2147483647, not \"-2\"");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, type: reject, metrics: [1, 2, 3, 4, 5, 6]"),
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, type: reject, metrics: [1, 2, 3, 4, 5, 6]"),
             "2:72: a route has at most five metrics");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, type: reject, next_hop_as: 4294967296"),
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, type: reject, next_hop_as: 4294967296"),
             "2:60: a next hop's AS is a number from 0 to 4294967295, not \"4294967296\"");
 }
 
-TEST(RoutesMistake, KeysThatExcludeEachOtherAreRefused) {
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, next_hop: 192.0.2.1, next_hops: [192.0.2.2]"),
+TEST(RoutesError, KeysThatExcludeEachOtherAreRefused) {
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, next_hop: 192.0.2.1, next_hops: [192.0.2.2]"),
             "2:65: a route has next_hop or next_hops, not both");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, next_hops: [192.0.2.1], next_hop: 192.0.2.2"),
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, next_hops: [192.0.2.1], next_hop: 192.0.2.2"),
             "2:67: a route has next_hop or next_hops, not both");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, type: reject, metric: 1, metrics: [1]"),
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, type: reject, metric: 1, metrics: [1]"),
             "2:67: a route has a metric or metrics, not both");
-  EXPECT_EQ(MistakeInRoute("prefix: 10.0.0.0/8, type: reject, metrics: [1], metric: 1"),
+  EXPECT_EQ(ErrorInRoute("prefix: 10.0.0.0/8, type: reject, metrics: [1], metric: 1"),
             "2:69: a route has a metric or metrics, not both");
 }
 
-TEST(RoutesMistake, TooManyNextHopsAreRefused) {
+TEST(RoutesError, TooManyNextHopsAreRefused) {
   std::string next_hops = "10.0.0.1";
   for (int number = 2; number <= 129; ++number) next_hops += ", 10.0.0." + std::to_string(number);
-  EXPECT_THAT(MistakeInRoute("prefix: 10.0.0.0/8, next_hops: [" + next_hops + "]"),
+  EXPECT_THAT(ErrorInRoute("prefix: 10.0.0.0/8, next_hops: [" + next_hops + "]"),
               ::testing::EndsWith(": a route has at most 128 next hops"));
 }
 
-TEST(RoutesMistake, RouteWrittenTwiceNamesTheLineOfTheFirst) {
-  EXPECT_EQ(MistakeInRoutes("[{prefix: 10.0.0.0/8, next_hop: 192.0.2.1},\n {prefix: 10.0.0.0/8, next_hops: "
-                            "[192.0.2.2, 192.0.2.1]}]"),
+TEST(RoutesError, RouteWrittenTwiceNamesTheLineOfTheFirst) {
+  EXPECT_EQ(ErrorInRoutes("[{prefix: 10.0.0.0/8, next_hop: 192.0.2.1},\n {prefix: 10.0.0.0/8, next_hops: "
+                          "[192.0.2.2, 192.0.2.1]}]"),
             "3:11: the route 10.0.0.0/8 is written in line 2 already, with the same next hop");
 }
 
-TEST(RoutesMistake, RouteOfASharedTableIsWrittenOnce) {
-  EXPECT_EQ(MistakeIn("vrfs:\n"
-                      "  - {name: red, id: 2, table: 10, routes: [{prefix: 10.0.0.0/8, type: reject}]}\n"
-                      "  - {name: blue, id: 3, table: 10, routes: [{prefix: 10.0.0.0/8, type: reject}]}\n"),
+TEST(RoutesError, RouteOfASharedTableIsWrittenOnce) {
+  EXPECT_EQ(ErrorIn("vrfs:\n"
+                    "  - {name: red, id: 2, table: 10, routes: [{prefix: 10.0.0.0/8, type: reject}]}\n"
+                    "  - {name: blue, id: 3, table: 10, routes: [{prefix: 10.0.0.0/8, type: reject}]}\n"),
             "3:54: the route 10.0.0.0/8 is written in line 2 already, with the same next hop");
 }
 
-TEST(RoutesMistake, GeneratedRoutesClashWithWrittenOnes) {
-  EXPECT_EQ(MistakeInRoutes("[{generate: 300},\n {prefix: 1.0.255.0/24, next_hop: 192.0.2.1}]"),
+TEST(RoutesError, GeneratedRoutesClashWithWrittenOnes) {
+  EXPECT_EQ(ErrorInRoutes("[{generate: 300},\n {prefix: 1.0.255.0/24, next_hop: 192.0.2.1}]"),
             "2:12: the generated route 1.0.255.0/24 is written in line 3");
   EXPECT_EQ(
       Routes("[{generate: 300}, {prefix: 1.1.44.0/24, next_hop: 192.0.2.1}, "
@@ -348,35 +346,35 @@ TEST(RoutesMistake, GeneratedRoutesClashWithWrittenOnes) {
       4U);
 }
 
-TEST(RoutesMistake, GeneratedRoutesClashWithEachOther) {
-  EXPECT_EQ(MistakeInRoutes("[{generate: 300}, {generate: 2, prefix: 1.1.43.0/24}]"),
+TEST(RoutesError, GeneratedRoutesClashWithEachOther) {
+  EXPECT_EQ(ErrorInRoutes("[{generate: 300}, {generate: 2, prefix: 1.1.43.0/24}]"),
             "2:51: the routes from 1.1.43.0/24 on are generated twice");
   EXPECT_EQ(Routes("[{generate: 300}, {generate: 2, prefix: 1.1.44.0/24}]").size(), 2U);
 }
 
-TEST(RoutesMistake, GeneratorIsBounded) {
-  EXPECT_EQ(MistakeInRoutes("{generate: 2000001}"),
+TEST(RoutesError, GeneratorIsBounded) {
+  EXPECT_EQ(ErrorInRoutes("{generate: 2000001}"),
             "2:22: the number of generated routes is a number from 0 to 2000000, not \"2000001\"");
-  EXPECT_EQ(MistakeInRoutes("[{generate: 1000001}, {generate: 1000000, prefix: 100.0.0.0/24}]"),
+  EXPECT_EQ(ErrorInRoutes("[{generate: 1000001}, {generate: 1000000, prefix: 100.0.0.0/24}]"),
             "2:61: the file generates more than 2000000 routes");
-  EXPECT_EQ(MistakeInRoutes("{generate: 257, prefix: 255.255.0.0/24}"),
+  EXPECT_EQ(ErrorInRoutes("{generate: 257, prefix: 255.255.0.0/24}"),
             "2:35: there are not 257 prefixes from 255.255.0.0/24 on");
-  EXPECT_EQ(MistakeIn("generate: {vrfs: 100, interfaces_per_vrf: 0, routes_per_vrf: 20001}\n"),
+  EXPECT_EQ(ErrorIn("generate: {vrfs: 100, interfaces_per_vrf: 0, routes_per_vrf: 20001}\n"),
             "1:11: the file generates more than 2000000 routes");
   std::string groups;
   for (int octet = 1; octet <= 17; ++octet)
     groups += "{generate: 1, prefix: " + std::to_string(octet) + ".0.0.0/8},";
-  EXPECT_THAT(MistakeInRoutes("[" + groups + "]"),
+  EXPECT_THAT(ErrorInRoutes("[" + groups + "]"),
               ::testing::EndsWith(": a table has at most 16 generated groups"));
 }
 
-TEST(RoutesMistake, OneMapWithoutGenerateIsRefused) {
-  EXPECT_EQ(MistakeInRoutes("{prefix: 10.0.0.0/8, type: reject}"),
+TEST(RoutesError, OneMapWithoutGenerateIsRefused) {
+  EXPECT_EQ(ErrorInRoutes("{prefix: 10.0.0.0/8, type: reject}"),
             "2:11: routes are written as a list, or as one map with generate");
 }
 
-TEST(RoutesMistake, VrfThatIsOnlyNamedHasNoRoutes) {
-  EXPECT_EQ(MistakeIn("vrfs: [{name: red, state: referenced, routes: []}]\n"),
+TEST(RoutesError, VrfThatIsOnlyNamedHasNoRoutes) {
+  EXPECT_EQ(ErrorIn("vrfs: [{name: red, state: referenced, routes: []}]\n"),
             "1:8: the VRF \"red\" is only named: it has configuration, but no id, no tables and no routes");
 }
 

@@ -1,4 +1,4 @@
-// What a router file may say, and what it means.
+// What a router file can contain and what it means.
 #include "sources/file/reader/router_file.h"
 
 #include <gmock/gmock.h>
@@ -17,8 +17,8 @@ using ::testing::SizeIs;
 
 RouterFile Read(const std::string& text) {
   RouterFile file;
-  Mistake mistake;
-  EXPECT_TRUE(parse(text, &file, &mistake)) << mistake.line << ":" << mistake.column << ": " << mistake.what;
+  ParseError error;
+  EXPECT_TRUE(parse(text, &file, &error)) << error.line << ":" << error.column << ": " << error.what;
   return file;
 }
 
@@ -115,7 +115,7 @@ TEST(RouterFile, InterfaceCarriesEverythingThatIsWritten) {
   EXPECT_THAT(AddressesOf(ge0), ElementsAre("10.0.0.1/24", "2001:db8::1/64", "10.0.1.1/32"));
 }
 
-TEST(RouterFile, InterfaceIsUpAndInNoVrfWhenNothingIsSaid) {
+TEST(RouterFile, InterfaceIsUpAndInNoVrfByDefault) {
   const router::Interface ge0 = Read("interfaces: [{name: ge0, index: 1}]").interfaces.at(0);
   EXPECT_TRUE(ge0.up);
   EXPECT_EQ(ge0.vrf, "default");
@@ -185,13 +185,13 @@ TEST(GeneratedRouter, NamesNumbersAndAddressesFollowFromTheCounters) {
   EXPECT_THAT(AddressesOf(last), ElementsAre("10.0.0.21/30", "2001:db8:0:5::1/64"));
 }
 
-TEST(GeneratedRouter, StartsWhereItIsTold) {
+TEST(GeneratedRouter, StartsAtTheGivenNumbers) {
   const RouterFile file = Read("generate: {vrfs: 1, interfaces_per_vrf: 1, first_id: 50, first_index: 60}");
   EXPECT_EQ(file.vrfs.at(0).id, 50U);
   EXPECT_EQ(file.interfaces.at(0).index, 60U);
 }
 
-TEST(GeneratedRouter, StandsBesideWhatIsWritten) {
+TEST(GeneratedRouter, IsAddedToWrittenEntries) {
   const RouterFile file = Read("vrfs: [{name: red, id: 2}]\ngenerate: {vrfs: 1, interfaces_per_vrf: 0}");
   ASSERT_THAT(file.vrfs, SizeIs(2));
   EXPECT_EQ(file.vrfs[0].name, "red");

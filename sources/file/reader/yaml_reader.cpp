@@ -1,4 +1,4 @@
-// See yaml_reader.h. yaml-cpp keeps both of two equal keys in a map and finds keys by linear search, so maps
+// yaml-cpp keeps both of two equal keys in a map and finds keys by linear search, so maps
 // are walked once, in the order of the text, and each key is looked up in the reader's own table.
 #include "sources/file/reader/yaml_reader.h"
 

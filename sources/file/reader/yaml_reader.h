@@ -1,7 +1,7 @@
-// Reading a YAML document strictly: every value has one type, every key is known and written once, and
-// whatever is wrong is reported with the place where it stands.
+// Reads a YAML document strictly: every value has one type, every key is known and written once, and every
+// error is reported with its position.
 //
-// The functions throw Misreading; it does not leave this folder (read_router.cpp turns it into a Mistake).
+// The functions throw Misreading, which read_router.cpp turns into a ParseError.
 #pragma once
 
 #include <yaml-cpp/yaml.h>
@@ -27,7 +27,7 @@ class Misreading : public std::runtime_error {
 
 [[noreturn]] void refuse(const YAML::Mark& mark, const std::string& what);
 
-// One key of a map and how its value goes into a T.
+// One key of a map and the function that reads its value into a T.
 template <typename T>
 struct Key {
   const char* name;

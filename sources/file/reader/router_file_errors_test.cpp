@@ -1,0 +1,210 @@
+// Every error in a router file is reported with its position, and nothing of the file is used.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "sources/file/reader/router_file.h"
+
+namespace router_file {
+namespace {
+
+// "LINE:COLUMN: what" of an invalid text.
+std::string ErrorIn(const std::string& text) {
+  RouterFile file;
+  file.references = {"unchanged"};
+  ParseError error;
+  EXPECT_FALSE(parse(text, &file, &error)) << text;
+  EXPECT_EQ(file.references, std::vector<std::string>{"unchanged"})
+      << "a refused text leaves the lists alone";
+  return std::to_string(error.line) + ":" + std::to_string(error.column) + ": " + error.what;
+}
+
+std::string ErrorInVrf(const std::string& keys) {
+  return ErrorIn("vrfs:\n  - {" + keys + "}\n");
+}
+std::string ErrorInInterface(const std::string& keys) {
+  return ErrorIn("interfaces:\n  - {" + keys + "}\n");
+}
+
+TEST(RouterFileError, BrokenYamlIsReportedWhereTheParserStopped) {
+  EXPECT_EQ(ErrorIn("vrfs: [\n  {name: red\n"), "3:1: end of map flow not found");
+}
+
+TEST(RouterFileError, EmptyFileIsRefused) {
+  const std::string expected = "1:1: the file is empty; a router without anything is written \"vrfs: []\"";
+  EXPECT_EQ(ErrorIn(""), expected);
+  EXPECT_EQ(ErrorIn("# only a comment\n"), expected);
+  EXPECT_EQ(ErrorIn("~\n"), expected);
+}
+
+TEST(RouterFileError, SecondDocumentIsRefused) {
+  EXPECT_EQ(ErrorIn("vrfs: []\n---\nvrfs: []\n"), "3:1: a router file is one document");
+}
+
+TEST(RouterFileError, UnknownKeysAreRefusedEverywhere) {
+  EXPECT_EQ(
+      ErrorIn("vrf: []\n"),
+      "1:1: a router file has no key \"vrf\"; the keys are vrfs, interfaces, generate, as_format, traps");
+  EXPECT_EQ(
+      ErrorInVrf("name: red, colour: red"),
+      "2:17: a VRF has no key \"colour\"; the keys are name, id, table, tables, description, rd, big, state, "
+      "routes, route_targets, policies, thresholds, bgp, ospf, rip, eigrp, static");
+  EXPECT_EQ(ErrorInVrf("name: red, tables: {ipv5: 1}"),
+            "2:26: tables has no key \"ipv5\"; the keys are ipv4, ipv6, ipv4-multicast, ipv6-multicast");
+  EXPECT_EQ(
+      ErrorInInterface("name: ge0, mtu: 9000"),
+      "2:17: an interface has no key \"mtu\"; the keys are name, index, description, state, addresses, vrf");
+  EXPECT_EQ(ErrorIn("generate: {interfaces: 1}\n"),
+            "1:12: generate has no key \"interfaces\"; the keys are vrfs, interfaces_per_vrf, first_id, "
+            "first_index, routes_per_vrf");
+}
+
+TEST(RouterFileError, KeyWrittenTwiceIsRefused) {
+  EXPECT_EQ(ErrorInVrf("name: red, id: 2, id: 3"), "2:24: the key \"id\" is written twice");
+}
+
+TEST(RouterFileError, KeyThatIsNotAWordIsRefused) {
+  EXPECT_EQ(ErrorIn("? [a]\n: b\n"), "1:3: a key of a router file is one word");
+}
+
+TEST(RouterFileError, WrongTypesAreRefused) {
+  EXPECT_EQ(ErrorIn("- a\n"),
+            "1:1: a router file is written as keys with values; the keys are vrfs, interfaces, generate, "
+            "as_format, traps");
+  EXPECT_EQ(ErrorIn("vrfs: red\n"), "1:7: VRFs are written as a list");
+  EXPECT_EQ(ErrorIn("vrfs: {name: red}\n"), "1:7: VRFs are written as a list");
+  EXPECT_EQ(ErrorInVrf("name: [red]"), "2:12: a VRF's name is a text");
+  EXPECT_EQ(ErrorInVrf("name:"), "2:11: a VRF's name is a text");
+  EXPECT_EQ(ErrorInVrf("name: red, id: [1]"), "2:21: a VRF's id is a number from 2 to 4294967295");
+  EXPECT_EQ(ErrorInVrf("name: red, id: '7'"), "2:21: a VRF's id is a number from 2 to 4294967295");
+  EXPECT_EQ(ErrorInVrf("name: red, big: yes"), "2:22: big is true or false, not \"yes\"");
+  EXPECT_EQ(ErrorInInterface("name: ge0, addresses: 10.0.0.1/24"), "2:28: addresses are written as a list");
+}
+
+TEST(RouterFileError, NumbersOutOfRangeAreRefused) {
+  EXPECT_EQ(ErrorInVrf("name: red, id: 1"), "2:21: a VRF's id is a number from 2 to 4294967295, not \"1\"");
+  EXPECT_EQ(ErrorInVrf("name: red, id: 4294967296"),
+            "2:21: a VRF's id is a number from 2 to 4294967295, not \"4294967296\"");
+  EXPECT_EQ(ErrorInVrf("name: red, id: 0x10"),
+            "2:21: a VRF's id is a number from 2 to 4294967295, not \"0x10\"");
+  EXPECT_EQ(ErrorInVrf("name: red, table: 0"), "2:24: a table is a number from 1 to 4294967295, not \"0\"");
+  EXPECT_EQ(ErrorInInterface("name: ge0, index: 0"),
+            "2:24: an interface's index is a number from 1 to 2147483647, not \"0\"");
+  EXPECT_EQ(ErrorInInterface("name: ge0, index: -1"),
+            "2:24: an interface's index is a number from 1 to 2147483647, not \"-1\"");
+  EXPECT_EQ(ErrorInInterface("name: ge0, index: 2147483648"),
+            "2:24: an interface's index is a number from 1 to 2147483647, not \"2147483648\"");
+}
+
+TEST(RouterFileError, NamesTooLongOrEmptyAreRefused) {
+  EXPECT_EQ(ErrorInVrf("name: " + std::string(32, 'v') + ", id: 2"),
+            "2:12: a VRF's name has 32 octets, more than 31");
+  EXPECT_EQ(ErrorInVrf("name: '', id: 2"), "2:12: \"\" is not a VRF name");
+  EXPECT_EQ(ErrorInVrf("name: \"a\\0b\", id: 2"),
+            "2:12: a VRF's name is one line without control characters");
+  EXPECT_EQ(ErrorInInterface("name: " + std::string(64, 'i') + ", index: 2"),
+            "2:12: an interface's name has 64 octets, more than 63");
+  EXPECT_EQ(ErrorInInterface("name: ge0, index: 2, vrf: " + std::string(32, 'v')),
+            "2:32: a VRF's name has 32 octets, more than 31");
+}
+
+TEST(RouterFileError, DescriptionIsOneBoundedLine) {
+  EXPECT_EQ(ErrorInVrf("name: red, id: 2, description: \"a\\nb\""),
+            "2:37: a description is one line without control characters");
+  EXPECT_EQ(ErrorInVrf("name: red, id: 2, description: " + std::string(256, 'd')),
+            "2:37: a description has 256 octets, more than 255");
+}
+
+TEST(RouterFileError, DefaultVrfCannotBeWritten) {
+  EXPECT_EQ(ErrorInVrf("name: default, id: 2"), "2:12: the VRF \"default\" exists always");
+}
+
+TEST(RouterFileError, MissingKeysAreNamed) {
+  EXPECT_EQ(ErrorInVrf("id: 2"), "2:5: a VRF needs a name");
+  EXPECT_EQ(ErrorInVrf("name: red"), "2:5: the VRF \"red\" needs an id or a table");
+  EXPECT_EQ(ErrorInVrf("name: red, tables: {}"), "2:5: the VRF \"red\" needs an id or a table");
+  EXPECT_EQ(ErrorInInterface("index: 2"), "2:5: an interface needs a name");
+  EXPECT_EQ(ErrorInInterface("name: ge0"), "2:5: the interface \"ge0\" needs an index");
+  EXPECT_EQ(ErrorIn("generate: {vrfs: 1}\n"), "1:11: generate needs vrfs and interfaces_per_vrf");
+}
+
+TEST(RouterFileError, TableOneNeedsAnId) {
+  EXPECT_EQ(ErrorInVrf("name: red, table: 1"),
+            "2:24: table 1 gives no id (1 is the id of \"default\"): write an id");
+}
+
+TEST(RouterFileError, TableAndTablesExcludeEachOther) {
+  EXPECT_EQ(ErrorInVrf("name: red, table: 2, tables: {ipv4: 2}"),
+            "2:35: a VRF has a table or tables, not both");
+  EXPECT_EQ(ErrorInVrf("name: red, tables: {ipv4: 2}, table: 2"),
+            "2:43: a VRF has a table or tables, not both");
+}
+
+TEST(RouterFileError, ReferencedVrfHasNoIdentity) {
+  for (const char* key : {"id: 2", "table: 2", "tables: {}", "big: false"}) {
+    EXPECT_EQ(
+        ErrorInVrf("name: later, state: referenced, " + std::string(key)),
+        "2:5: the VRF \"later\" is only named: it has configuration, but no id, no tables and no routes");
+  }
+}
+
+TEST(RouterFileError, UnknownStatesAreRefused) {
+  EXPECT_EQ(ErrorInVrf("name: red, state: deleted"),
+            "2:24: a VRF's state is one of created, referenced, not \"deleted\"");
+  EXPECT_EQ(ErrorInInterface("name: ge0, state: UP"),
+            "2:24: an interface's state is one of down, up, not \"UP\"");
+}
+
+TEST(RouterFileError, BadRouteDistinguisherIsRefused) {
+  EXPECT_EQ(ErrorInVrf("name: red, rd: '65000'"),
+            "2:21: \"65000\" is not a route distinguisher such as 65000:100 or 192.0.2.1:100");
+}
+
+TEST(RouterFileError, BadAddressesAreRefused) {
+  for (const char* text : {"10.0.0.1/33", "10.0.0/24", "2001:db8::1/129", "ge1"}) {
+    EXPECT_EQ(ErrorInInterface("name: ge0, addresses: ['" + std::string(text) + "']"),
+              "2:29: \"" + std::string(text) + "\" is not an address such as 192.0.2.1/24 or 2001:db8::1/64");
+  }
+}
+
+TEST(RouterFileError, AddressWrittenTwiceIsRefused) {
+  EXPECT_EQ(ErrorInInterface("name: ge0, addresses: [10.0.0.1/24, 10.0.0.1/30]"),
+            "2:42: the address \"10.0.0.1/30\" is written twice");
+}
+
+TEST(RouterFileError, DuplicatesNameTheLineOfTheFirst) {
+  EXPECT_EQ(ErrorIn("vrfs:\n- {name: red, id: 2}\n- {id: 3, name: red}\n"),
+            "3:17: the VRF name \"red\" is used already, in line 2");
+  EXPECT_EQ(ErrorIn("vrfs:\n- {name: red, id: 2}\n- {name: red, state: referenced}\n"),
+            "3:10: the VRF name \"red\" is used already, in line 2");
+  EXPECT_EQ(ErrorIn("vrfs:\n- {name: a, id: 2}\n- {name: b, table: 2}\n"),
+            "3:20: the VRF id 2 is used already, in line 2");
+  EXPECT_EQ(ErrorIn("interfaces:\n- {name: a, index: 2}\n- {name: a, index: 3}\n"),
+            "3:10: the interface name \"a\" is used already, in line 2");
+  EXPECT_EQ(ErrorIn("interfaces:\n- {name: a, index: 2}\n- {name: b, index: 2}\n"),
+            "3:20: the interface index 2 is used already, in line 2");
+}
+
+TEST(RouterFileError, GeneratedEntriesClashWithWrittenOnes) {
+  EXPECT_EQ(ErrorIn("vrfs: [{name: customer-00001, id: 2}]\ngenerate: {vrfs: 1, interfaces_per_vrf: 0}\n"),
+            "2:11: the VRF name \"customer-00001\" is used already, in line 1");
+  EXPECT_EQ(ErrorIn("interfaces: [{name: a, index: 9}]\n"
+                    "generate: {vrfs: 1, interfaces_per_vrf: 1, first_index: 9}\n"),
+            "2:11: the interface index 9 is used already, in line 1");
+}
+
+TEST(RouterFileError, GeneratorIsBounded) {
+  EXPECT_EQ(ErrorIn("generate: {vrfs: 100001, interfaces_per_vrf: 1}\n"),
+            "1:18: the number of generated VRFs is a number from 0 to 100000, not \"100001\"");
+  EXPECT_EQ(ErrorIn("generate: {vrfs: 100000, interfaces_per_vrf: 11}\n"),
+            "1:11: generate makes 1100000 interfaces, more than 1000000");
+  EXPECT_EQ(ErrorIn("generate: {vrfs: 1, interfaces_per_vrf: 2, first_index: 2147483647}\n"),
+            "1:11: generate passes the largest index");
+}
+
+TEST(RouterFileError, DeepNestingIsRefusedWithoutACrash) {
+  EXPECT_NE(ErrorIn(std::string(100'000, '[')), "");
+}
+
+}  // namespace
+}  // namespace router_file
