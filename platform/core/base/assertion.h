@@ -1,5 +1,4 @@
-// Broken invariants. The daemon cannot go on when one does not hold: the message goes to standard error and
-// the process aborts.
+// Broken invariants: the message is written to standard error and the process aborts.
 #pragma once
 
 // Prints "FILE: LINE CONDITION -- assertion failed" and aborts.

@@ -56,7 +56,7 @@ TEST(FaultPoint, MalformedTextArmsNothing) {
   }
 }
 
-TEST(Clock, ManualClockStandsStillUntilAdvanced) {
+TEST(Clock, ManualClockIsFrozenUntilAdvanced) {
   ManualClock clock(5 * kNanosecondsPerSecond);
   EXPECT_EQ(clock_stamp(), 5 * kNanosecondsPerSecond);
   clock.advance(kNanosecondsPerSecond);

@@ -12,8 +12,8 @@ std::uint64_t clock_stamp();
 // Nanoseconds since an arbitrary point of this boot. Any thread.
 std::uint64_t clock_monotonic();
 
-// While it lives, both clocks stand still at what it was given and move only by advance().
-// One at a time; create and destroy it while no other thread reads a clock.
+// Freezes both clocks at the given stamp while the object exists; only advance() moves them. At most one at a
+// time; create and destroy it while no other thread reads a clock.
 class ManualClock {
  public:
   explicit ManualClock(std::uint64_t stamp_ns);

@@ -1,4 +1,4 @@
-// The armed fault points: a short list behind a mutex, looked at only while something is armed.
+// The armed fault points: a short list guarded by a mutex, read only while something is armed.
 #include "platform/core/base/fault.h"
 
 #include <charconv>

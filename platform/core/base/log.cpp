@@ -1,4 +1,3 @@
-// See log.h.
 #include "platform/core/base/log.h"
 
 #include <algorithm>

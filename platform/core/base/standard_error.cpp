@@ -1,20 +1,18 @@
-// See standard_error.h.
-//
-// Descriptor 2 is shared with whoever started the process, so it must not be made non-blocking. Instead each
-// kind of file gets the write that cannot wait:
+// Descriptor 2 is shared with the parent process, so it must not be made non-blocking. Each kind of file gets
+// a write that does not block:
 //
 //   socket              send(2) with MSG_DONTWAIT
-//   pipe, terminal      write(2) through a non-blocking description of our own, opened for this line by
-//                       way of /proc/self/fd/2. Where it cannot be opened (no rights, no /proc) poll(2) says
-//                       whether there is room; that leaves a gap for another writer of the same pipe, and a
-//                       terminal is writable as soon as it has room for one octet.
-//   everything else     a plain write: files do not wait for a reader
+//   pipe, terminal      write(2) through a non-blocking descriptor of our own, opened for this line through
+//                       /proc/self/fd/2. If that fails (no permission, no /proc), poll(2) checks for room;
+//                       another writer of the same pipe may then win the race, and a terminal is writable as
+//                       soon as it has room for one octet.
+//   everything else     a plain write: files have no reader to wait for
 //
-// A pipe takes a line or nothing. A terminal or a socket may take its beginning; the rest counts as a lost
-// line, and a line break comes before whatever is written next.
+// A pipe takes a line or nothing. A terminal or a socket may take the beginning of a line; the line then
+// counts as lost, and the next write starts with a line break.
 //
-// One mutex guards the count and keeps the lines in order; it is held over system calls that do not wait. The
-// count is told with the next line: nothing here wakes up by itself.
+// One mutex guards the count and the order of the lines; it is held only over system calls that do not block.
+// The next line reports the count: nothing here wakes up by itself.
 #include "platform/core/base/standard_error.h"
 
 #include <fcntl.h>
@@ -46,7 +44,7 @@ int open_own_description() {
 ssize_t write_to_reader(std::string_view text) {
   pollfd wanted = {STDERR_FILENO, POLLOUT, 0};
   if (poll(&wanted, 1, 0) < 0) return -1;
-  if ((wanted.revents & ~POLLOUT) != 0) return -1;  // nobody reads: a write would raise SIGPIPE
+  if ((wanted.revents & ~POLLOUT) != 0) return -1;  // no reader: a write would raise SIGPIPE
   const int own = open_own_description();
   if (own < 0) return wanted.revents == POLLOUT ? write(STDERR_FILENO, text.data(), text.size()) : -1;
   const ssize_t written = write(own, text.data(), text.size());
@@ -72,7 +70,7 @@ bool put(std::string_view text) {
   return !torn;
 }
 
-bool tell_lost() {
+bool report_lost() {
   std::array<char, 64> text{};
   const int length = std::snprintf(text.data(), text.size(), "standard error: %llu line%s lost\n",
                                    static_cast<unsigned long long>(lost), lost == 1 ? " was" : "s were");
@@ -94,7 +92,7 @@ bool put_line(std::string_view line) {
 void write_error_line(std::string_view line) {
   const int callers_errno = errno;
   const std::lock_guard lock(output_mutex);
-  const bool clear = (!torn || put("\n")) && (lost == 0 || tell_lost());
+  const bool clear = (!torn || put("\n")) && (lost == 0 || report_lost());
   if (!clear || !put_line(line)) ++lost;
   errno = callers_errno;
 }

@@ -1,4 +1,4 @@
-// Lines on standard error when its reader is slow, stands still or is gone: pipes, sockets, terminals, files.
+// Lines on standard error when its reader is slow, blocked or closed: pipes, sockets, terminals, files.
 #include "platform/core/base/standard_error.h"
 
 #include <fcntl.h>
@@ -38,7 +38,7 @@ class StandardError : public testing::Test {
     close(saved_);
     StopReading();
   }
-  // Standard error takes everything, and what was lost before is told and forgotten.
+  // Makes standard error take everything; the first line reports and clears the count of lost lines.
   static void WriteToNull() {
     Become(open("/dev/null", O_WRONLY | O_CLOEXEC));
     write_error_line("");
@@ -86,7 +86,7 @@ class StandardError : public testing::Test {
     if (reader_ >= 0) close(reader_);
     reader_ = -1;
   }
-  // What has come to the reader. A terminal hands its octets over with a little delay.
+  // What the reader has received. A terminal passes its octets on with a short delay.
   std::string Received() const {
     std::string all;
     pollfd wanted = {reader_, POLLIN, 0};
@@ -115,8 +115,8 @@ class StandardError : public testing::Test {
     for (int line = 0; line < lines; ++line) text += "line " + std::to_string(line) + "\n";
     return text;
   }
-  // After the reader has read, what was lost is told before the next line.
-  void ExpectGoesOnAfterReading() {
+  // Once the reader has read, the next line is preceded by the count of lost lines.
+  void ExpectRecoveryAfterReading() {
     const int written = WriteUntilLost();
     EXPECT_EQ(lost_error_lines(), 3U);
     EXPECT_EQ(Received(), Numbered(written));
@@ -138,18 +138,18 @@ TEST_F(StandardError, LineIsWrittenWithItsBreak) {
   EXPECT_EQ(Received(), "one\n\n");
 }
 
-TEST_F(StandardError, FullPipeLosesLinesAndTellsHowMany) {
+TEST_F(StandardError, FullPipeLosesLinesAndReportsHowMany) {
   WriteToPipe();
-  ExpectGoesOnAfterReading();
+  ExpectRecoveryAfterReading();
 }
 
-TEST_F(StandardError, FullSocketLosesLinesAndTellsHowMany) {
+TEST_F(StandardError, FullSocketLosesLinesAndReportsHowMany) {
   WriteToSocket();
-  ExpectGoesOnAfterReading();
+  ExpectRecoveryAfterReading();
 }
 
 // A terminal takes as much of a line as it has room for.
-TEST_F(StandardError, FullTerminalLosesLinesAndTellsHowMany) {
+TEST_F(StandardError, FullTerminalLosesLinesAndReportsHowMany) {
   WriteToTerminal();
   const int written = WriteUntilLost();
   EXPECT_GE(lost_error_lines(), 3U);
@@ -165,7 +165,7 @@ TEST_F(StandardError, FullTerminalLosesLinesAndTellsHowMany) {
   EXPECT_EQ(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0);
 }
 
-TEST_F(StandardError, OneLostLineIsToldOfInTheSingular) {
+TEST_F(StandardError, OneLostLineIsReportedInTheSingular) {
   WriteToPipe();
   StopReading();
   write_error_line("lost");
@@ -175,10 +175,10 @@ TEST_F(StandardError, OneLostLineIsToldOfInTheSingular) {
 }
 
 // Without a signal, whose default would end the process.
-TEST_F(StandardError, ReaderThatIsGoneEndsNobody) {
+TEST_F(StandardError, ClosedReaderDoesNotEndTheProcess) {
   WriteToPipe();
   StopReading();
-  write_error_line("nobody reads this");
+  write_error_line("without a reader");
   EXPECT_EQ(lost_error_lines(), 1U);
   WriteToSocket();
   StopReading();
@@ -204,7 +204,7 @@ TEST_F(StandardError, LongLineIsCutToWhatAPipeTakesAtOnce) {
   EXPECT_EQ(Received(), std::string(PIPE_BUF - 1, 'x') + "\n");
 }
 
-TEST_F(StandardError, FileIsContinuedWhereItStands) {
+TEST_F(StandardError, FileIsWrittenFromItsCurrentOffset) {
   const TemporaryDirectory directory;
   const int file = open((directory.path() + "/file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   ASSERT_GE(file, 0);
@@ -221,7 +221,7 @@ TEST_F(StandardError, FileIsContinuedWhereItStands) {
 TEST_F(StandardError, PipeThatCannotBeOpenedAnewIsWrittenToWhileItHasRoom) {
   const ScopedFault fault("standard_error_open", kStatusAccess, 1, 0);
   WriteToPipe();
-  ExpectGoesOnAfterReading();
+  ExpectRecoveryAfterReading();
   EXPECT_GT(fault_reached("standard_error_open"), 0U);
 }
 
@@ -235,7 +235,7 @@ TEST_F(StandardError, LogLinesDoNotWait) {
 
 using StandardErrorDeathTest = StandardError;
 
-// A process that must end does so, even if nobody reads why.
+// The process ends even if its last message cannot be written.
 TEST_F(StandardErrorDeathTest, BrokenInvariantAbortsWithAFullPipe) {
   EXPECT_EXIT(
       {

@@ -270,7 +270,7 @@ TEST_F(CheckpointTest, RecordsMayBeDeletedDuringAnIteration) {
   EXPECT_THAT(Rows(), IsEmpty());
 }
 
-TEST_F(CheckpointTest, IterationCopiesWhatTheBuffersTakeAndTellsTheTrueSizes) {
+TEST_F(CheckpointTest, IterationCopiesWhatTheBuffersTakeAndSetsTheTrueSizes) {
   Start();
   Put("key1", "long data");
   ChkptIterator* iterator = nullptr;
@@ -301,7 +301,7 @@ TEST_F(CheckpointTest, FlushCommitsAtOnceAndOnlyWhatIsNew) {
   EXPECT_EQ(CommitsInLog(), before + 1);
 }
 
-TEST_F(CheckpointTest, ChangesOfOneTurnShareATransactionThatTheStoreCommitsItself) {
+TEST_F(CheckpointTest, ChangesOfOneIterationShareATransactionThatTheStoreCommitsItself) {
   Start();
   const std::size_t before = CommitsInLog();
   for (int i = 0; i < 10; ++i) Put("key" + std::to_string(i), "one");
@@ -337,7 +337,7 @@ TEST_F(CheckpointTest, WithoutAStoreThereIsNothingToFlushOrEnd) {
 
 // --- Failures
 
-TEST_F(CheckpointTest, ChangesThatCannotBeWrittenAreKeptAndWrittenLater) {
+TEST_F(CheckpointTest, ChangesThatCannotBeWrittenAreRetainedAndWrittenLater) {
   ManualClock clock(1000);
   Start();
   Put("key1", "one");
@@ -348,7 +348,7 @@ TEST_F(CheckpointTest, ChangesThatCannotBeWrittenAreKeptAndWrittenLater) {
   CaptureStderr();
   EXPECT_EQ(chkpt_flush(), static_cast<Status>(ENOSPC));
   EXPECT_THAT(GetCapturedStderr(), HasSubstr("No space left on device"));
-  // Later operations say so; a save and a delete are kept all the same.
+  // Later operations return the failure; a save and a delete are still retained.
   EXPECT_EQ(Save(Map("key1"), "again"), static_cast<Status>(ENOSPC));
   EXPECT_EQ(chkpt_delete(table, Map("key2")), static_cast<Status>(ENOSPC));
   std::uint64_t object_id = 0;

@@ -1,8 +1,7 @@
-// Tests of what a power cut and the death of the process leave behind.
+// What a power cut or the death of the process leaves of the database.
 //
-// A power cut leaves any beginning of the log; it is played by opening copies whose log or file is cut at
-// every boundary. Death is real: a child that writes and tells what it has committed is killed at some
-// moment.
+// A power cut leaves any prefix of the log; the tests open copies whose log or file is cut at every boundary.
+// Death is real: a child writes, reports each commit, and is killed at some moment.
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -146,16 +145,17 @@ TEST_F(CheckpointCrashTest, FirstStartCutAnywhereStartsAgain) {
 
 class CheckpointKillTest : public CheckpointCrashTest {
  protected:
-  // The child: goes on from what is there, one record a commit, and tells each number once it is committed.
-  [[noreturn]] void WriteForEver(int tell) {
+  // The child: continues after the stored records, one record per commit, and reports each number once it is
+  // committed.
+  [[noreturn]] void WriteForEver(int report_fd) {
     Start();
     for (auto n = static_cast<std::uint32_t>(Rows().size());; ++n) {
       Put(Nth(n).key, Nth(n).data);
       if (chkpt_flush() != kStatusOk) _exit(1);
-      if (write(tell, &n, sizeof n) != static_cast<ssize_t>(sizeof n)) _exit(1);
+      if (write(report_fd, &n, sizeof n) != static_cast<ssize_t>(sizeof n)) _exit(1);
     }
   }
-  // Kills the child when it has told `after` numbers; how many commits were told of in all.
+  // Kills the child after it has reported `after` numbers; returns how many commits it reported in all.
   std::size_t RunAndKill(unsigned after) {
     int ends[2];
     EXPECT_EQ(pipe(ends), 0);
@@ -163,28 +163,28 @@ class CheckpointKillTest : public CheckpointCrashTest {
     if (child == 0) WriteForEver(ends[1]);
     close(ends[1]);
     std::uint32_t last = 0;
-    unsigned told = 0;
+    unsigned reported = 0;
     while (read(ends[0], &last, sizeof last) == static_cast<ssize_t>(sizeof last)) {
-      if (++told == after) kill(child, SIGKILL);
+      if (++reported == after) kill(child, SIGKILL);
     }
     close(ends[0]);
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-    EXPECT_GE(told, after);
+    EXPECT_GE(reported, after);
     return last + 1;
   }
 };
 
-TEST_F(CheckpointKillTest, WhatAKilledProcessHadToldOfIsThere) {
+TEST_F(CheckpointKillTest, CommitsReportedBeforeTheKillAreStored) {
   std::mt19937 random(6);
   std::size_t before = 0;
   for (int round = 0; round < 12; ++round) {
-    const std::size_t told = RunAndKill(1 + static_cast<unsigned>(random() % 120));
-    EXPECT_GT(told, before);
+    const std::size_t reported = RunAndKill(1 + static_cast<unsigned>(random() % 120));
+    EXPECT_GT(reported, before);
     EXPECT_TRUE(Start());
     const std::vector<Row> rows = Rows();
-    EXPECT_GE(rows.size(), told);
+    EXPECT_GE(rows.size(), reported);
     EXPECT_EQ(rows, FirstRows(rows.size()));
     EXPECT_FALSE(Exists(Aside()));
     before = rows.size();

@@ -41,12 +41,12 @@ class CheckpointDamageTest : public CheckpointTest {
     EXPECT_TRUE(Restart());
     EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "new"}));
   }
-  // chkpt_init's status in a process that may not go around permissions.
+  // chkpt_init's status in a process that is subject to permissions.
   Status InitUnprivileged() {
     const pid_t child = fork();
     if (child == 0) {
-      constexpr uid_t kNobody = 65534;
-      if (geteuid() == 0 && setresuid(kNobody, kNobody, kNobody) != 0) _exit(255);
+      constexpr uid_t kUnprivileged = 65534;
+      if (geteuid() == 0 && setresuid(kUnprivileged, kUnprivileged, kUnprivileged) != 0) _exit(255);
       _exit(static_cast<int>(chkpt_init(&application, manager)));
     }
     int status = 0;
@@ -56,17 +56,17 @@ class CheckpointDamageTest : public CheckpointTest {
   }
 };
 
-TEST_F(CheckpointDamageTest, FileThatIsNoDatabaseIsSetAside) {
+TEST_F(CheckpointDamageTest, FileThatIsNotADatabaseIsSetAside) {
   WriteFile(File(), std::string(10000, 'x'));
   ExpectSetAside("file is not a database");
 }
 
-TEST_F(CheckpointDamageTest, DatabaseOfSomebodyElseIsSetAside) {
+TEST_F(CheckpointDamageTest, ForeignDatabaseIsSetAside) {
   Sql("CREATE TABLE precious(a); INSERT INTO precious VALUES(1)");
   ExpectSetAside("it is not a checkpoint database");
 }
 
-TEST_F(CheckpointDamageTest, DatabaseOfSomebodyElseWithoutTablesButWithANumberIsSetAside) {
+TEST_F(CheckpointDamageTest, ForeignDatabaseWithOnlyAnApplicationIdIsSetAside) {
   Sql("PRAGMA application_id=77");
   ExpectSetAside("it is not a checkpoint database");
 }
@@ -116,12 +116,12 @@ TEST_F(CheckpointDamageTest, LogWithoutItsDatabaseIsSetAside) {
   UseStateDirectory(directory.path() + "/missing");
   std::filesystem::create_directory(state);
   WriteFile(Log(), log);
-  ExpectSetAside("its log stands without it");
+  ExpectSetAside("its write-ahead log exists without it");
   UseStateDirectory(directory.path() + "/empty");
   std::filesystem::create_directory(state);
   WriteFile(Log(), log);
   WriteFile(File(), "");
-  ExpectSetAside("its log stands without it");
+  ExpectSetAside("its write-ahead log exists without it");
 }
 
 TEST_F(CheckpointDamageTest, EachUnusableDatabaseGetsANameOfItsOwn) {

@@ -6,7 +6,7 @@
 
 namespace chkpt {
 
-void Database::fold_log_on_close() {
+void Database::checkpoint_log_on_close() {
   sqlite3_db_config(connection_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
 }
 

@@ -1,12 +1,11 @@
-// The checkpoint database file: its tables, opening it safely, and the writes of one transaction. Not for
-// other folders.
+// The checkpoint database file: its tables, opening it safely, and the writes of one transaction. Only for
+// this folder.
 //
 //   application   number, name, starts (how often a process opened the database for it)
 //   record_table  an application's tables with their descriptors
 //   record        object id, table, key, data
 //
-// The file is locked for as long as it is open, so that two processes cannot both believe to own its
-// contents.
+// The file is locked while it is open, so that no two processes use it.
 #pragma once
 
 #include <cstdint>
@@ -34,28 +33,29 @@ struct StoredRecord {
   std::string data;
 };
 
-// What a database held when it was opened.
+// The contents of a database when it was opened.
 struct Contents {
   std::map<std::uint32_t, std::string> applications;  // names by number
   std::vector<StoredTable> tables;
   std::map<std::uint64_t, std::vector<StoredRecord>> records;  // by table row, in object-id order
-  std::uint64_t last_object_id = 0;                            // the highest ever given out
+  std::uint64_t last_object_id = 0;                            // the highest ever assigned
 };
 
 class Database {
  public:
-  // Opens STATE_DIRECTORY/checkpoint.db, making directory and file where they are missing. What cannot be
-  // used is set aside and a new file made. On failure the file is as it was, and the log says what failed.
+  // Opens STATE_DIRECTORY/checkpoint.db and creates directory and file if they are missing. An unusable
+  // database is renamed and a new one created. On failure the file is unchanged and the log states the
+  // reason.
   [[nodiscard]] static Status open(const std::string& directory, std::unique_ptr<Database>* database,
                                    Contents* contents);
-  // Folds the log into the file, which every close does when this was called before it.
-  void fold_log_on_close();
+  // From now on closing writes the log back into the file.
+  void checkpoint_log_on_close();
 
   // A transaction. A failed operation fails the transaction: call roll_back().
   [[nodiscard]] Status begin();
   [[nodiscard]] Status commit();
   void roll_back();
-  // Also counts the start, so that it always writes something.
+  // Also counts the start, so that every start writes a row.
   [[nodiscard]] Status put_application(std::uint32_t number, std::string_view name);
   [[nodiscard]] Status put_table(StoredTable* table);  // sets the row
   [[nodiscard]] Status insert_record(std::uint64_t table_row, const StoredRecord& record);

@@ -1,18 +1,18 @@
 // Opening the checkpoint database.
 //
-// Opening looks before it writes. Nothing is changed in a file until it is known to be ours (application id),
-// of this version (user version), sound (quick_check) and readable in full; whatever is wrong with its
-// contents makes it unusable, and it is renamed with its log to checkpoint.db.unusable.N. SQLite would throw
-// a log away that it finds beside an empty or missing file: that is looked for before SQLite opens anything.
-// Closing must not fold the log into a damaged file either, so folding is off until the database is in use.
+// A file is not changed before it is known to be ours (application id), of this version (user version), sound
+// (quick_check) and readable in full. A file with invalid contents is renamed with its log to
+// checkpoint.db.unusable.N. SQLite would delete a log next to an empty or missing file, so that case is
+// checked before SQLite opens anything. Closing must not write the log back into a damaged file either, so
+// that is disabled until the database is in use.
 //
-// What is wrong with the system (no permission, read-only, full, locked by another process) is a failure of
-// the open and leaves the file alone. Every open writes one row, so that a full or read-only disk shows at
-// start-up and not at the first change.
+// Errors of the system (no permission, read-only, full, locked by another process) fail the open and leave
+// the file alone. Every open writes one row, so that a full or read-only disk fails the start and not the
+// first change.
 //
-// WAL with synchronous=NORMAL: a commit is one write to the log, safe from the death of the process; a power
-// cut may lose the last commits, never their order. One process at a time: exclusive locking, which also does
-// without the shared-memory file.
+// WAL with synchronous=NORMAL: a commit is one write to the log and survives the death of the process; a
+// power cut may lose the last commits, never their order. Exclusive locking admits one process at a time and
+// needs no shared-memory file.
 #include "platform/core/chkpt/database.h"
 
 #include <fcntl.h>
@@ -32,7 +32,7 @@ namespace chkpt {
 
 namespace {
 
-constexpr std::int64_t kApplicationId = 0x4d564350;  // in the file's header, so that tools can tell it
+constexpr std::int64_t kApplicationId = 0x4d564350;  // identifies the file to tools
 constexpr std::int64_t kVersion = 1;
 constexpr mode_t kDirectoryMode = 0755;
 constexpr int kMaxSetAside = 1000;
@@ -54,8 +54,7 @@ constexpr char kSchema[] =
     " key BLOB NOT NULL, data BLOB NOT NULL);"
     "COMMIT";
 
-// 0 or errno. SQLite tells a directory that may not be written from a missing one no better than by its last
-// attempt, so it is asked here.
+// Returns 0 or errno. SQLite does not distinguish an unwritable directory from a missing one, so this does.
 int make_directory(const std::string& directory) {
   if (mkdir(directory.c_str(), kDirectoryMode) != 0 && errno != EEXIST) return errno;
   return faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) != 0 ? errno : 0;
@@ -66,7 +65,7 @@ off_t file_size(const std::string& path) {
   return stat(path.c_str(), &status) == 0 ? status.st_size : -1;
 }
 
-// Renames the database with what belongs to it. The name it got, or empty and errno.
+// Renames the database and its companion files. Returns the new name, or an empty one and errno.
 std::string set_aside(const std::string& path) {
   std::string aside;
   for (int n = 1; n <= kMaxSetAside; ++n) {
@@ -77,8 +76,8 @@ std::string set_aside(const std::string& path) {
       return {};
     }
   }
-  // The log last: were the process to die in between, a log alone is known for damage, but a database without
-  // its log would be taken for whole.
+  // The log last: if the process dies in between, a log alone is detected as damage, but a database without
+  // its log would look complete.
   for (const char* suffix : {"", "-journal", "-shm", "-wal"}) {
     if (rename((path + suffix).c_str(), (aside + suffix).c_str()) != 0 && errno != ENOENT) return {};
   }
@@ -93,7 +92,8 @@ class Opening {
   explicit Opening(std::string path) : path_(std::move(path)), database_(std::make_unique<Database>()) {}
 
   bool open(Contents* contents) {
-    if (file_size(path_) <= 0 && file_size(path_ + "-wal") > 0) return damaged("its log stands without it");
+    if (file_size(path_) <= 0 && file_size(path_ + "-wal") > 0)
+      return damaged("its write-ahead log exists without it");
     return connect() && identify() && (blank_ ? create() : check() && load(contents) && write_ahead()) &&
            prepare();
   }
@@ -125,7 +125,7 @@ class Opening {
         path_.c_str(), &made, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_EXRESCODE, nullptr);
     database_->connection_.reset(made);
     if (!passed(code)) return false;
-    // A file that may not be written is opened for reading without a word.
+    // SQLite opens a file without write permission read-only and reports no error.
     if (sqlite3_db_readonly(made, "main") == 1) {
       status = access(path_.c_str(), W_OK) != 0 ? static_cast<Status>(errno) : Status{EROFS};
       return false;
@@ -161,7 +161,7 @@ class Opening {
     return false;
   }
 
-  // SQLITE_ERROR of our own statements on a new file cannot be the contents' fault.
+  // SQLITE_ERROR of our own statements on a new file cannot be an error of the contents.
   bool create() {
     if (write_ahead() && passed(run(connection(), kSchema))) return true;
     if (status == kStatusOk) status = kStatusIo;
@@ -173,10 +173,10 @@ class Opening {
     Statement query;
     if (!passed(query.prepare(connection(), "PRAGMA quick_check(1)")) || !passed(query.step())) return false;
     const std::string answer = query.octets(0);
-    return answer == "ok" || damaged(answer.substr(answer.rfind('\n') + 1));  // the last line says it
+    return answer == "ok" || damaged(answer.substr(answer.rfind('\n') + 1));  // the last line has the reason
   }
 
-  // Hands every row to `take`, which says whether it makes sense.
+  // Passes every row to `take`, which returns whether the row is valid.
   template <typename Take>
   bool for_each_row(const char* sql, Take take) {
     Statement query;
@@ -226,7 +226,7 @@ class Opening {
     };
     if (!for_each_row("SELECT object_id, table_row, key, data FROM record ORDER BY object_id", take))
       return false;
-    // What was deleted counts too: an object id is never given out twice.
+    // Deleted records count too: an object id is never reused.
     return for_each_row("SELECT seq FROM sqlite_sequence WHERE name = 'record'", [contents](Statement& row) {
       contents->last_object_id =
           std::max(contents->last_object_id, static_cast<std::uint64_t>(row.integer(0)));

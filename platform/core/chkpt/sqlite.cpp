@@ -1,5 +1,5 @@
-// See sqlite.h. Binding fails only for places that a statement does not have, which is a mistake of this
-// folder, so it is not reported; stepping reports what can go wrong at run time.
+// Binding fails only for parameters that a statement does not have, a programming error, so the result is not
+// checked; stepping reports run-time errors.
 #include "platform/core/chkpt/sqlite.h"
 
 #include <cerrno>

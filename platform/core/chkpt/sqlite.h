@@ -1,5 +1,4 @@
-// SQLite in the manner of this project: a connection and prepared statements that clean up after themselves,
-// and its result codes as statuses. Not for other folders.
+// SQLite: a connection and prepared statements that release themselves, and its result codes as statuses.
 #pragma once
 
 #include <sqlite3.h>
@@ -18,18 +17,18 @@ struct ConnectionClose {
 };
 using Connection = std::unique_ptr<sqlite3, ConnectionClose>;
 
-// The status of an extended result code of this connection: the system's own error where there is one behind
-// it, else the errno value that says it best. SQLITE_OK, SQLITE_ROW and SQLITE_DONE are kStatusOk.
+// The status of an extended result code of this connection: the operating system's error if it is known,
+// otherwise the closest errno value. SQLITE_OK, SQLITE_ROW and SQLITE_DONE are kStatusOk.
 Status status_of(sqlite3* connection, int code);
-// The code says that the file's contents are at fault, not the system.
+// Whether the code reports damaged contents of the file, rather than an error of the system.
 bool is_damage(int code);
-// Runs statements without values; SQLite's extended code.
+// Executes statements without parameters; returns SQLite's extended code.
 int run(sqlite3* connection, const char* sql);
 
 // A prepared statement. Use: reset, bind by number from 1, step.
 class Statement {
  public:
-  // SQLite's extended code. An SQL error here means that the database has not the expected tables.
+  // Returns SQLite's extended code. An SQL error here means that the database lacks the expected tables.
   int prepare(sqlite3* connection, const char* sql);
   void reset() { sqlite3_reset(statement_.get()); }
   int step() { return sqlite3_step(statement_.get()); }
@@ -41,7 +40,7 @@ class Statement {
   std::int64_t integer(int column) { return sqlite3_column_int64(statement_.get(), column); }
   bool is_blob(int column) { return sqlite3_column_type(statement_.get(), column) == SQLITE_BLOB; }
   std::string octets(int column);  // of a blob or a text
-  // A statement that writes one row or none: resets, and SQLITE_OK or the extended code.
+  // For a statement that writes one row or none: steps and resets. Returns SQLITE_OK or the extended code.
   int finish();
 
  private:

@@ -1,16 +1,14 @@
-// The checkpoint store: tables in memory, written behind to the database.
+// The checkpoint store: tables in memory, written to the database afterwards.
 //
-// A table has its records by object id and the object ids by key. Changing one marks it (`unwritten`), and a
-// deleted record that the database has goes to `gone`; a flush writes all of them in one transaction and
-// takes the marks away only after the commit. A flush that fails has thus lost nothing and is repeated as a
-// whole, and a record that changes five times in a turn is written once.
+// A table has its records by object id and the object ids by key. A change marks the record (`unwritten`); a
+// deleted record that the database has is added to `deleted`. A flush writes all of them in one transaction
+// and clears the marks only after the commit, so that a failed flush loses nothing and is repeated as a
+// whole, and a record that changes several times in between is written once.
 //
-// The first change of a turn posts a flush; output asks for it earlier. After a failure neither of them
-// tries: one timer does, every second, because what fails usually fails for a while and each try costs the
-// whole transaction.
+// The first change posts a flush; output requests it earlier. After a failure only a timer tries again, every
+// second, because such failures usually last and each attempt costs the whole transaction.
 //
-// One store in the process, main thread only. Table handles are owned by the store, iterators by their
-// callers.
+// One store per process, main thread only. The store owns the table handles, callers own their iterators.
 #include "platform/core/chkpt/chkpt.h"
 
 #include <algorithm>
@@ -31,8 +29,8 @@ struct ChkptTable {
   struct Record {
     std::string key;
     std::string data;
-    bool stored = false;     // the database has it
-    bool unwritten = false;  // the database has not what it holds now
+    bool stored = false;     // the database has the record
+    bool unwritten = false;  // the database lacks the current data
   };
 
   std::uint32_t table_id = 0;
@@ -44,7 +42,7 @@ struct ChkptTable {
 
 struct ChkptIterator {
   ChkptTable* table;
-  std::uint64_t last;  // object id of the record that was given last
+  std::uint64_t last;  // object id of the last record returned
 };
 
 namespace {
@@ -64,7 +62,7 @@ struct Store {
   std::vector<std::unique_ptr<ChkptTable>> tables;
   std::uint64_t next_object_id = 1;
   std::vector<RecordRef> unwritten;
-  std::vector<std::uint64_t> gone;
+  std::vector<std::uint64_t> deleted;
   bool flush_posted = false;
   Status failure = kStatusOk;  // of the last commit
   EventTimerId retry = 0;
@@ -75,7 +73,7 @@ std::unique_ptr<Store>& the_store() {
   return store;
 }
 
-// --- Writing behind
+// --- Writing
 
 Status write_record(Store* store, const RecordRef& ref) {
   const auto found = ref.table->records.find(ref.object_id);
@@ -87,7 +85,7 @@ Status write_record(Store* store, const RecordRef& ref) {
 
 // Within a transaction.
 Status write_changes(Store* store) {
-  for (const std::uint64_t object_id : store->gone) {
+  for (const std::uint64_t object_id : store->deleted) {
     if (const Status status = store->database->delete_record(object_id)) return status;
   }
   for (const RecordRef& ref : store->unwritten) {
@@ -113,30 +111,30 @@ void forget_changes(Store* store) {
     found->second.unwritten = false;
   }
   store->unwritten.clear();
-  store->gone.clear();
+  store->deleted.clear();
 }
 
 void try_again_later(Store* store);
 
 Status flush(Store* store) {
-  if (store->unwritten.empty() && store->gone.empty()) {
+  if (store->unwritten.empty() && store->deleted.empty()) {
     store->failure = kStatusOk;
     return kStatusOk;
   }
-  // Neighbours in the file are written together.
+  // Sorted, so that neighbors in the file are written together.
   std::sort(store->unwritten.begin(), store->unwritten.end(),
             [](const RecordRef& a, const RecordRef& b) { return a.object_id < b.object_id; });
   const Status status = write_transaction(store);
   if (status != kStatusOk) {
     if (status != store->failure) {
-      log_line("chkpt: %zu changes cannot be written and are kept: %s",
-               store->unwritten.size() + store->gone.size(), err_text(status));
+      log_line("chkpt: %zu changes cannot be written and are retained: %s",
+               store->unwritten.size() + store->deleted.size(), err_text(status));
     }
     store->failure = status;
     try_again_later(store);
     return status;
   }
-  if (store->failure != kStatusOk) log_line("chkpt: the changes that were kept are written");
+  if (store->failure != kStatusOk) log_line("chkpt: the retained changes are written");
   store->failure = kStatusOk;
   forget_changes(store);
   return kStatusOk;
@@ -155,7 +153,7 @@ void post_flush(Store* store) {
   if (store->flush_posted || store->failure != kStatusOk) return;
   store->flush_posted = true;
   event_post(store->manager, [store] {
-    // The store may have ended meanwhile, or be another.
+    // The store may have ended meanwhile, or be another one.
     Store* const present = the_store().get();
     if (present == nullptr || present != store) return;
     present->flush_posted = false;
@@ -197,7 +195,7 @@ chkpt::StoredTable* find_stored(Store* store, std::uint32_t table_id) {
   return nullptr;
 }
 
-// Runs `write` in a transaction of its own.
+// Runs `write` in a transaction.
 template <typename Write>
 Status transact(chkpt::Database* database, Write write) {
   Status status = database->begin();
@@ -207,7 +205,7 @@ Status transact(chkpt::Database* database, Write write) {
   return status;
 }
 
-// Gives the table its row and the records that the database has.
+// Sets the table's row and adds the records of the database.
 Status restore_table(Store* store, ChkptTable* table, bool* had_contents) {
   chkpt::StoredTable* const known = find_stored(store, table->table_id);
   chkpt::StoredTable stored = known != nullptr ? *known : chkpt::StoredTable{};
@@ -272,7 +270,7 @@ Status chkpt_init(const ChkptApplication* application, EventManager* manager) {
     log_line("chkpt: the database cannot be written: %s", err_text(status));
     return status;
   }
-  store->database->fold_log_on_close();
+  store->database->checkpoint_log_on_close();
   the_store() = std::move(store);
   return kStatusOk;
 }
@@ -342,7 +340,7 @@ Status chkpt_delete(ChkptTable* table, std::uint64_t object_id) {
   const auto found = table->records.find(object_id);
   if (found == table->records.end()) return kStatusNoSuchRow;
   if (found->second.stored) {
-    store->gone.push_back(object_id);
+    store->deleted.push_back(object_id);
     post_flush(store);
   }
   table->object_ids.erase(found->second.key);
@@ -394,7 +392,7 @@ void chkpt_end() {
   Store* const store = the_store().get();
   if (store == nullptr) return;
   if (const Status status = flush(store)) {
-    log_line("chkpt: %zu changes are lost: %s", store->unwritten.size() + store->gone.size(),
+    log_line("chkpt: %zu changes are lost: %s", store->unwritten.size() + store->deleted.size(),
              err_text(status));
   }
   event_timer_cancel(store->manager, store->retry);

@@ -6,9 +6,9 @@
 // to every watcher.
 //
 // Thread: flags are switched on the thread of that event manager and read without a lock from every thread
-// (the enabled word is atomic); debug_printf may be called from every thread and never blocks on a slow
-// watcher (what does not fit into a watcher's bounded queue is counted, and the count is told to it) nor on
-// a slow reader of standard error (standard_error.h).
+// (the enabled word is atomic). Any thread may call debug_printf, which never blocks on a slow watcher
+// (prints that exceed a watcher's bounded queue are counted, and the count is sent to it) nor on a slow
+// reader of standard error (standard_error.h).
 #pragma once
 
 #include <atomic>
@@ -45,5 +45,5 @@ inline bool debug_enabled(const DebugFlag& flag) {
 // One print of that flag, whether or not it is on: callers test first. A line break is added when the text
 // has none.
 [[gnu::format(printf, 2, 3)]] void debug_printf(const DebugFlag& flag, const char* format, ...);
-// While set, every print also goes to *lines, one a line. For tests; null ends it.
+// While set, every print also appends a line to *lines. For tests; null ends it.
 void debug_capture(std::string* lines);

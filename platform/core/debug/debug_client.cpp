@@ -1,5 +1,5 @@
-// The client of the debug service. Requests are answered in order, but prints come in between once the client
-// watches: those that arrive while an answer is awaited are kept, in a bounded queue, for next_line().
+// The client of the debug service. Requests are answered in order, but once the client watches, prints arrive
+// in between: those that arrive while an answer is awaited are stored, in a bounded queue, for next_line().
 #include "platform/core/debug/debug_client.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@ using namespace debug_detail;
 
 namespace {
 
-constexpr std::size_t kKeptLines = 4096;
+constexpr std::size_t kMostQueuedLines = 4096;
 
 using Clock = std::chrono::steady_clock;
 
@@ -45,25 +45,25 @@ bool read_flags(wire::Reader* in, std::vector<DebugFlagState>* flags) {
 
 struct DebugClient::Connection {
   wire::ClientSocket socket{kMaxMessage};
-  std::deque<DebugLine> kept;
+  std::deque<DebugLine> queued;
   std::uint32_t request = 0;
   bool watching = false;
 
-  bool keep_print(const wire::Message& message) {
+  bool queue_print(const wire::Message& message) {
     DebugLine line;
-    if (kept.size() >= kKeptLines || !read_print(message, &line)) return false;
-    kept.push_back(std::move(line));
+    if (queued.size() >= kMostQueuedLines || !read_print(message, &line)) return false;
+    queued.push_back(std::move(line));
     return true;
   }
 
-  // Sends what the caller wrote and waits for its answer, whose payload then stands in *answer.
+  // Sends the written request and receives its answer into *answer.
   Status exchange(std::uint16_t type, std::chrono::milliseconds timeout, wire::Message* answer) {
     if (Status s = socket.send()) return s;
     const auto deadline = Clock::now() + timeout;
     for (;;) {
       if (Status s = socket.receive(answer, until(deadline))) return s;
       if (answer->type == kTypePrint) {
-        if (!keep_print(*answer)) return kStatusBadMessage;
+        if (!queue_print(*answer)) return kStatusBadMessage;
       } else {
         return answer->type == type && answer->request == request ? kStatusOk : kStatusBadMessage;
       }
@@ -129,9 +129,9 @@ Status DebugClient::watch() {
 Status DebugClient::next_line(std::chrono::milliseconds timeout, DebugLine* line) {
   if (!connected()) return kStatusNotConnected;
   if (!connection_->watching) return kStatusInvalid;
-  if (!connection_->kept.empty()) {
-    *line = std::move(connection_->kept.front());
-    connection_->kept.pop_front();
+  if (!connection_->queued.empty()) {
+    *line = std::move(connection_->queued.front());
+    connection_->queued.pop_front();
     return kStatusOk;
   }
   wire::Message message;

@@ -1,8 +1,8 @@
 // Client of the debug facility (debug.h) over the event manager's Unix socket: lists the flags of a running
 // daemon, switches them and watches its prints. Blocking calls with a bound, for the command line.
 //
-// One DebugClient is one connection, used from one thread. kStatusNotConnected when there is no connection,
-// nobody serves the socket, or the daemon went away; kStatusTimedOut from connect, list, set or watch closes
+// One DebugClient is one connection, used from one thread. kStatusNotConnected without a connection, if no
+// process serves the socket, or if the daemon ended. kStatusTimedOut from connect, list, set or watch closes
 // the connection (a late answer must not be taken for the next request's). A call on a closed client does not
 // connect by itself.
 #pragma once
@@ -25,8 +25,8 @@ struct DebugFlagState {
 struct DebugLine {
   std::string flag;  // command name of the flag that the print belongs to
   std::string text;  // without the line break
-  // Prints that this watcher missed just before this one, being too slow. When no print follows them, the
-  // count comes alone, with an empty flag and text.
+  // Prints that this watcher missed before this one because it was too slow. If no print follows them, the
+  // count arrives alone, with an empty flag and text.
   std::uint64_t dropped = 0;
 };
 
@@ -44,8 +44,8 @@ class DebugClient {
   [[nodiscard]] Status connect();
   void close();
   bool connected() const;
-  // -1 without a connection. Readable means: a watched print has come, or the peer closed; but a print may
-  // also wait in this object after list, set or watch, so next_line() with no timeout comes before a poll.
+  // -1 without a connection. Readable means: a print has arrived, or the peer closed. Prints may also be
+  // queued in this object after list, set or watch, so call next_line() without a timeout before polling.
   int fd() const;
 
   // Every flag of every name space, in registration order.
@@ -55,7 +55,7 @@ class DebugClient {
   [[nodiscard]] Status set(std::string_view name, bool on);
   // From here prints are sent to this connection; several calls are as one.
   [[nodiscard]] Status watch();
-  // The next print. kStatusTimedOut when none came in time, with the connection still open; kStatusInvalid
+  // The next print. kStatusTimedOut if none arrived in time, with the connection still open; kStatusInvalid
   // before watch().
   [[nodiscard]] Status next_line(std::chrono::milliseconds timeout, DebugLine* line);
 

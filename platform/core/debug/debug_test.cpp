@@ -187,7 +187,7 @@ TEST_F(DebugTest, AllSwitchesEveryFlag) {
   EXPECT_TRUE(On().empty());
 }
 
-TEST_F(DebugTest, UnknownFlagIsNoSuchRow) {
+TEST_F(DebugTest, UnknownFlagHasNoSuchRow) {
   Register();
   DebugClient client(DebugClient::default_socket());
   Connect(&client);
@@ -219,13 +219,13 @@ TEST_F(DebugTest, CleanUpSwitchesTheFlagsOffAndEndsTheService) {
   EXPECT_FALSE(client.connected());
 }
 
-TEST_F(DebugTest, PrintGoesToTheCaptureOneALine) {
+TEST_F(DebugTest, CaptureReceivesEachPrintAsOneLine) {
   debug_printf(flags_[0], "Completed %s", "init");
   debug_printf(flags_[0], "%s: Cannot find matching WAVL node\n", "delete");
   EXPECT_EQ(prints_, "Completed init\ndelete: Cannot find matching WAVL node\n");
 }
 
-TEST_F(DebugTest, PrintGoesToStandardErrorAsOneLine) {
+TEST_F(DebugTest, StandardErrorReceivesEachPrintAsOneLine) {
   testing::internal::CaptureStderr();
   debug_printf(flags_[0], "Completed init\n");
   debug_printf(flags_[0], "next");
@@ -273,7 +273,7 @@ TEST_F(DebugTest, NextLineTimesOutWithTheConnectionOpen) {
   EXPECT_TRUE(client.connected());
 }
 
-TEST_F(DebugTest, PrintsThatComeBeforeAnAnswerAreKeptForNextLine) {
+TEST_F(DebugTest, PrintsBeforeAnAnswerAreStoredForNextLine) {
   Register();
   DebugClient client(DebugClient::default_socket());
   Watch(&client);
@@ -300,8 +300,8 @@ TEST_F(DebugTest, PrintOfAnUnregisteredFlagReachesNoWatcher) {
   EXPECT_EQ(prints_, "alone\n");
 }
 
-TEST_F(DebugTest, NobodyToConnectToIsNotConnected) {
-  DebugClient client(directory_.path() + "/nobody");
+TEST_F(DebugTest, MissingServerIsNotConnected) {
+  DebugClient client(directory_.path() + "/absent");
   std::vector<DebugFlagState> flags;
   EXPECT_EQ(client.list(&flags), kStatusNotConnected);
   EXPECT_EQ(client.set("all", true), kStatusNotConnected);
@@ -310,13 +310,13 @@ TEST_F(DebugTest, NobodyToConnectToIsNotConnected) {
   EXPECT_FALSE(client.connected());
 }
 
-TEST_F(DebugTest, WatcherThatVanishesDisturbsNobody) {
+TEST_F(DebugTest, WatcherThatVanishesDisturbsNoOther) {
   Register();
   DebugClient stays(DebugClient::default_socket());
   Watch(&stays);
   {
-    DebugClient goes(DebugClient::default_socket());
-    Watch(&goes);
+    DebugClient vanishes(DebugClient::default_socket());
+    Watch(&vanishes);
   }
   for (int i = 0; i < 3; ++i) debug_printf(flags_[0], "%d", i);
   event_run_pending(manager_);
@@ -330,10 +330,10 @@ TEST_F(DebugTest, WatcherThatVanishesDisturbsNobody) {
 struct Tally {
   std::uint64_t lines = 0;
   std::uint64_t dropped = 0;
-  bool told_alone = false;
+  bool count_alone = false;
 };
 
-TEST_F(DebugTest, SlowWatcherMissesPrintsAndIsToldHowMany) {
+TEST_F(DebugTest, SlowWatcherMissesPrintsAndReceivesTheirCount) {
   Register();
   DebugClient slow(DebugClient::default_socket());
   Watch(&slow);
@@ -350,7 +350,7 @@ TEST_F(DebugTest, SlowWatcherMissesPrintsAndIsToldHowMany) {
     while (tally.lines + tally.dropped < kPrints && slow.next_line(2s, &line) == kStatusOk) {
       tally.dropped += line.dropped;
       if (line.flag.empty()) {
-        tally.told_alone = true;
+        tally.count_alone = true;
       } else {
         ++tally.lines;
       }
@@ -358,7 +358,7 @@ TEST_F(DebugTest, SlowWatcherMissesPrintsAndIsToldHowMany) {
   });
   EXPECT_GT(tally.dropped, 0U);
   EXPECT_GT(tally.lines, 1000U);
-  EXPECT_TRUE(tally.told_alone);
+  EXPECT_TRUE(tally.count_alone);
   EXPECT_EQ(tally.lines + tally.dropped, kPrints);
 }
 

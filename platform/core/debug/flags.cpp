@@ -1,8 +1,8 @@
 // Flags and prints: the half of the debug facility that the daemon calls. The registry of name spaces is
 // registry.cpp, the service on the socket service.cpp.
 //
-// A print goes to standard error, to a test's capture, and to the flag's service when somebody watches there;
-// none of them is waited for. A flag that is registered nowhere prints to standard error only.
+// A print is written to standard error, to a test's capture, and to the flag's service if it has a watcher;
+// it waits for none of them. A flag that is not registered prints to standard error only.
 #include "platform/core/debug/debug.h"
 
 #include <algorithm>

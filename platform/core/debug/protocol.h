@@ -4,8 +4,8 @@
 //   list   -                        status, count, then name space, command name and 0 or 1 of each flag
 //   set    command name, 0 or 1     status
 //   watch  -                        status
-// Unasked, to a watcher: print (request 0): prints dropped before this one (64 bits), command name, text. A
-// print with an empty command name tells of dropped prints alone.
+// Notification to a watcher: print (request 0): prints dropped before this one (64 bits), command name, text.
+// A print with an empty command name reports dropped prints alone.
 #pragma once
 
 #include <cstddef>

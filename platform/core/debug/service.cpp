@@ -1,10 +1,10 @@
 // The debug service.
 //
-// The daemon registers its flags from one thread while the manager's own thread is already in its loop, so
-// everything that touches the manager's clients is posted there. A print takes the queue's mutex for a push;
-// the first print of a batch posts the delivery. A watcher that does not read has kWatcherOctets of prints
-// queued and misses the rest; it is told how many with the next print that fits, or, when none follows, by a
-// timer once it has read again.
+// The daemon registers its flags from one thread while the manager's own thread already runs its loop, so
+// everything that touches the manager's clients is posted there. A print holds the queue's mutex for a push;
+// the first print of a batch posts the delivery. A watcher that does not read has at most kWatcherOctets of
+// prints queued and misses the rest; the next print that fits carries their number, or, if none follows, a
+// timer sends it once the watcher has read again.
 #include "platform/core/debug/service.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@
 namespace debug_detail {
 namespace {
 
-constexpr std::uint64_t kTellingInterval = 100 * kNanosecondsPerMillisecond;
+constexpr std::uint64_t kReportInterval = 100 * kNanosecondsPerMillisecond;
 
 void answer_status(wire::Connection& client, const wire::Message& message, Status status) {
   wire::Writer out = client.begin(message.type, message.request);
@@ -82,8 +82,8 @@ void Service::start() {
 }
 
 void Service::stop() {
-  event_timer_cancel(manager_, telling_);
-  telling_ = 0;
+  event_timer_cancel(manager_, report_timer_);
+  report_timer_ = 0;
   server_.reset();
 }
 
@@ -141,15 +141,15 @@ void Service::deliver() {
   server_->for_each([&](wire::Connection& client) {
     const std::uint64_t id = client.id();
     for (const Print& print : prints) {
-      // Looked up each time: the client is closed, and forgotten, when a send finds it gone.
+      // Looked up each time: a send to a lost client closes and removes it.
       const auto watcher = watchers_.find(id);
       if (watcher == watchers_.end()) return;
       deliver_to(client, watcher->second, print);
     }
-    // What the queue had no room for came after everything that was in it.
+    // Prints that exceeded the queue are newer than those in it.
     if (const auto watcher = watchers_.find(id); watcher != watchers_.end()) watcher->second += dropped;
   });
-  schedule_telling();
+  schedule_report();
 }
 
 void Service::deliver_to(wire::Connection& client, std::uint64_t& dropped, const Print& print) {
@@ -161,22 +161,22 @@ void Service::deliver_to(wire::Connection& client, std::uint64_t& dropped, const
   send_print(client, before, print.flag, print.text);
 }
 
-void Service::tell_dropped() {
-  telling_ = 0;
+void Service::report_dropped() {
+  report_timer_ = 0;
   server_->for_each([this](wire::Connection& client) {
     const auto watcher = watchers_.find(client.id());
     if (watcher == watchers_.end() || watcher->second == 0 || client.queued() != 0) return;
     const std::uint64_t dropped = std::exchange(watcher->second, 0);
     send_print(client, dropped, {}, {});
   });
-  schedule_telling();
+  schedule_report();
 }
 
-void Service::schedule_telling() {
-  const bool untold =
+void Service::schedule_report() {
+  const bool unreported =
       std::any_of(watchers_.begin(), watchers_.end(), [](const auto& one) { return one.second != 0; });
-  if (!untold || telling_ != 0) return;
-  telling_ = event_timer_start(manager_, kTellingInterval, [this] { tell_dropped(); });
+  if (!unreported || report_timer_ != 0) return;
+  report_timer_ = event_timer_start(manager_, kReportInterval, [this] { report_dropped(); });
 }
 
 }  // namespace debug_detail

@@ -44,8 +44,8 @@ class Service : public std::enable_shared_from_this<Service> {
   void answer_list(wire::Connection& client, std::uint32_t request);
   void deliver();
   void deliver_to(wire::Connection& client, std::uint64_t& dropped, const Print& print);
-  void tell_dropped();
-  void schedule_telling();
+  void report_dropped();
+  void schedule_report();
 
   EventManager* manager_;
   std::mutex mutex_;  // guards the queue below
@@ -54,8 +54,8 @@ class Service : public std::enable_shared_from_this<Service> {
   bool delivery_posted_ = false;
   std::atomic<std::thread::id> thread_{};  // the manager's, once begun
   std::atomic<unsigned> watcher_count_{0};
-  std::map<std::uint64_t, std::uint64_t> watchers_;  // client id, prints dropped and not yet told
-  EventTimerId telling_ = 0;
+  std::map<std::uint64_t, std::uint64_t> watchers_;  // client id; prints dropped and not yet reported
+  EventTimerId report_timer_ = 0;
   std::unique_ptr<wire::Server> server_;
 };
 

@@ -1,10 +1,10 @@
 // Error messages to the system log (syslog(3), RFC 5424 severities) and to standard error.
 //
-// Under a service manager standard error is the journal, which has the message from the system log already:
-// the environment names the journal's stream by device and inode, and when that is our standard error nothing
-// is printed there. Lines are bounded; a longer text is cut. A fault that every request meets again must not
-// fill the log, so repeated lines are counted. Any thread: each post builds its line on its own stack, the
-// capture and the counts are behind a mutex each.
+// Under a service manager standard error is the journal, which already has the message from the system log:
+// if the environment names standard error as the journal's stream (device and inode), nothing is printed
+// there. Long texts are cut. Repeated lines are counted, so that an error that recurs with every request does
+// not fill the log. Any thread: each post builds its line on its own stack; one mutex guards the capture,
+// another the counts.
 #include "platform/core/errmsg/errmsg.h"
 
 #include <sys/stat.h>

@@ -18,12 +18,12 @@ struct ErrmsgRecord {
 
 inline constexpr std::uint64_t kErrmsgQuietTime = 600ULL * 1'000'000'000;  // nanoseconds
 
-// Writes "%FACILITY-CATEGORY-SEVERITY-MNEMONIC : text" to the system log and, where standard error is no
+// Writes "%FACILITY-CATEGORY-SEVERITY-MNEMONIC : text" to the system log and, unless standard error is the
 // journal, to standard error. A line that was written less than kErrmsgQuietTime ago is counted instead; when
 // it is written again, "last message repeated N times" follows it. Any thread.
 void errmsg_post(const ErrmsgRecord* record, ...);
-// Opens the system log: identity (must live on), options and facility as openlog(3) takes them. What was
-// written before does not count as repeated.
+// Opens the system log: identity (must remain valid), options and facility as for openlog(3). Earlier lines
+// no longer count as repeated.
 void errmsg_open(const char* identity, int options, int facility);
-// While set, every post also goes to *lines, one a line. For tests; null ends it.
+// While set, every post also appends a line to *lines. For tests; null ends it.
 void errmsg_capture(std::string* lines);

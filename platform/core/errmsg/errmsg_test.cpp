@@ -1,5 +1,5 @@
-// Error messages: their line, where it goes, and what the system log is told. The program has its own
-// syslog(3) and openlog(3), which the linker prefers to the library's.
+// Error messages: the line, its destinations, and what reaches the system log. The test program defines
+// syslog(3) and openlog(3) itself; the linker prefers them to the library's.
 #include "platform/core/errmsg/errmsg.h"
 
 #include <gtest/gtest.h>
@@ -113,7 +113,7 @@ TEST_F(ErrmsgTest, OpeningPassesIdentityOptionsAndFacility) {
   EXPECT_EQ(system_log().facility, 24);
 }
 
-TEST_F(ErrmsgTest, StandardErrorGetsTheLineWhereItIsNoJournal) {
+TEST_F(ErrmsgTest, StandardErrorGetsTheLineUnlessItIsTheJournal) {
   EXPECT_EQ(StandardErrorOf(kInit), "%MPLS_VPN_MIB-OS-3-ERR_INIT : one : two\n");
   setenv("JOURNAL_STREAM", "1:2", 1);
   clock_.advance(kErrmsgQuietTime);
@@ -159,7 +159,7 @@ TEST_F(ErrmsgTest, LongLineIsCut) {
   EXPECT_EQ(system_log().text.size(), 1023U);
 }
 
-TEST_F(ErrmsgTest, MissingRecordIsNoMessage) {
+TEST_F(ErrmsgTest, MissingRecordPostsNothing) {
   errmsg_post(nullptr);
   EXPECT_EQ(system_log().priority, -1);
   EXPECT_EQ(lines_, "");

@@ -1,12 +1,12 @@
 // Asynchronous events of a manager: numbered, raised from any thread, run once for any number of raises.
 //
-// The table of attachments is guarded by a mutex of its own, because a raise may come from any thread. A
-// raise marks the event and posts one run; raises of a marked event do nothing more. The run takes the mark
-// away before it calls the handler, so that a raise during the handler is not lost.
+// A mutex guards the table of attachments, because any thread may raise an event. A raise marks the event and
+// posts one run; further raises of a marked event have no effect. The run clears the mark before it calls the
+// handler, so that a raise during the handler is not lost.
 //
-// Neither mutex is held while a handler runs, and a handler may detach its own event: the run shares the
-// handler's ownership until it returns. A posted run knows the attachment it belongs to, which is how a run
-// of an event that was detached meanwhile finds nothing to do.
+// No mutex is held while a handler runs, and a handler may detach its own event: the run shares ownership of
+// the handler until it returns. A posted run stores the attachment that it belongs to, so it does nothing if
+// the event was detached meanwhile.
 #include <cerrno>
 
 #include "platform/core/base/fault.h"
@@ -16,7 +16,7 @@ namespace {
 
 using Handler = std::shared_ptr<const std::function<void()>>;
 
-// The handler to run for this attachment, whose mark is taken away; null when it is gone.
+// Clears the mark of this attachment and returns its handler; null if the event was detached.
 Handler take_raised(EventManager* manager, std::uint32_t code, std::uint64_t attachment) {
   const std::lock_guard lock(manager->async_mutex);
   const auto found = manager->async_events.find(code);

@@ -1,9 +1,9 @@
 // Managed connections: opened by a handler, watched for their end, opened again with back-off.
 //
-// The descriptor that the open handler gives stays its owner's, who may watch it for data on the same
-// manager. So a duplicate is watched here, for hang-up and errors only: epoll tells the two apart. The
-// duplicate is closed before the close handler runs, or the peer would not see the end that the handler
-// makes.
+// The descriptor that the open handler returns belongs to the handler's owner, who may watch it for data on
+// the same manager. The manager therefore watches a duplicate, for hang-up and errors only; epoll
+// distinguishes the two. The duplicate is closed before the close handler runs; otherwise the peer would not
+// see the handler's close.
 //
 // States: closed (no descriptor, no timer), waiting (a timer for the next try), open (a descriptor).
 #include <fcntl.h>
@@ -27,7 +27,7 @@ constexpr std::uint64_t kLongestRetry = 5 * kNanosecondsPerSecond;
 }  // namespace
 
 struct EventConn {
-  EventManager* manager;  // null once it is gone
+  EventManager* manager;  // null once it is destroyed
   EventConnOpen open;
   void* handle;
   std::uint32_t options;
@@ -134,7 +134,7 @@ Status event_conn_notify(EventConn* connection, std::uint32_t mask, EventConnClo
 Status event_conn_open(EventConn* connection) {
   if (connection->manager == nullptr) return kStatusInvalid;
   if (const Status status = fault_check("event_conn_open")) {
-    // The promise that goes with this answer is kept.
+    // kStatusConnectionRetry promises another attempt.
     if (status == kStatusConnectionRetry) schedule_open(connection);
     return status;
   }

@@ -2,7 +2,7 @@
 // something between them.
 //
 // A manager has a name such as "/dev/mpls/vpn/main" and listens on the Unix socket of that name
-// (event_manager_socket()); accepted connections go to the acceptor that a service sets. Behind it: one epoll
+// (event_manager_socket()); a service sets the acceptor of its connections. The manager uses one epoll
 // instance, one eventfd for posted functions and a sorted list of one-shot timers.
 //
 // Thread: everything of a manager belongs to the thread that waits on it, except event_post and
@@ -27,28 +27,28 @@ struct EventContext {
   std::uint32_t collected;  // written by event_wait, consumed by event_dispatch
 };
 
-// Null and errno on failure: EINVAL for a bad name, EADDRINUSE when a live process serves the socket (a stale
-// one is replaced; a file that is no socket is left alone, ENOTSOCK), or the system's. The socket is made
-// with mode 0660. The flags are the platform's word for the kind of manager; all values are taken and there
-// is one kind. Fault point "event_manager_create" (its status becomes errno).
+// Returns null and sets errno on failure: EINVAL for an invalid name, EADDRINUSE if a live process serves the
+// socket (a stale socket is replaced), ENOTSOCK if another kind of file has the name (it is left alone), or
+// the system's error. The socket has mode 0660. All values of the flags are accepted; there is one kind of
+// manager. Fault point "event_manager_create" (its status becomes errno).
 EventManager* event_manager_create(const char* name, std::uint32_t flags);
-// Takes the socket away. Not from inside a handler. Managed connections of the manager stay the callers' to
-// destroy, before or after. Null is allowed.
+// Removes the socket. Not from within a handler. The callers still destroy their managed connections, before
+// or after. Null is allowed.
 void event_manager_destroy(EventManager* manager);
 // Called for every manager right after it was made, on the creating thread; how the process puts its services
 // on the main manager. Null ends it.
 void event_manager_on_create(std::function<void(EventManager*)> hook);
 const char* event_manager_name(const EventManager* manager);
 
-// Blocks until there is something to dispatch. 0, or -1 with errno: EINTR, EINVAL for a buffer that does not
-// hold one event. The number of events that one wait collects is bounded by the buffer; the others come with
-// the next. Fault point "event_wait" (its status becomes errno).
+// Blocks until there is something to dispatch. Returns 0, or -1 with errno: EINTR, or EINVAL for a buffer
+// that cannot hold one event. The buffer bounds the number of events that one wait collects; the next wait
+// collects the rest. Fault point "event_wait" (its status becomes errno).
 int event_wait(EventContext* context);
-// The same with a bound of real time: -1 and ETIMEDOUT when nothing happened in time.
+// The same with a limit in real time: -1 and ETIMEDOUT if nothing happened.
 int event_wait_for(EventContext* context, std::uint64_t nanoseconds);
 void event_dispatch(EventContext* context);
-// Waits for up to `nanoseconds` for a first event and dispatches until nothing is left to do at once. True
-// when anything was dispatched. For tests and small programs.
+// Waits for up to `nanoseconds` for a first event and dispatches until nothing is pending. Returns true iff
+// anything was dispatched. For tests and small programs.
 bool event_run_pending(EventManager* manager, std::uint64_t nanoseconds = 0);
 
 // Descriptors, level-triggered; `events` are EPOLLIN, EPOLLOUT, ... kStatusExists for one that is there
@@ -63,16 +63,15 @@ void event_fd_remove(EventManager* manager, int fd);  // does not close; unknown
 // run in bounded batches, so that descriptors are served in between.
 void event_post(EventManager* manager, std::function<void()> function);
 
-// Asynchronous events: a number and its handler. Raising is for any thread and coalesces: however often an
+// Asynchronous events: a number and its handler. Any thread may raise one. Raises coalesce: however often an
 // event is raised before its handler runs, the handler runs once, on the manager's thread inside
-// event_dispatch, and what was written before a raise is seen by the run that follows it. Raised by its own
-// handler it runs again in a later turn.
-// 0, or -1 with errno: EEXIST for a code in use, EINVAL without a handler. Fault point "event_async_attach"
-// (its status becomes errno).
+// event_dispatch, and sees everything that was written before the raise. If the handler raises its own event,
+// it runs again in a later batch. Returns 0, or -1 with errno: EEXIST for a code in use, EINVAL without a
+// handler. Fault point "event_async_attach" (its status becomes errno).
 [[nodiscard]] int event_async_attach(EventManager* manager, std::uint32_t code,
                                      std::function<void()> handler);
-// The handler does not run any more, not even for what was raised before; a later attachment of the code does
-// not inherit it. A handler may detach itself. Codes that are not attached are ignored.
+// The handler no longer runs, not even for earlier raises; a later attachment of the code does not inherit
+// them. A handler may detach itself. Codes that are not attached are ignored.
 void event_async_detach(EventManager* manager, std::uint32_t code);
 // Any thread, while the manager lives. Ignored for codes that are not attached.
 void event_async_raise(EventManager* manager, std::uint32_t code);

@@ -79,7 +79,7 @@ TEST_F(EventManagerTest, BoundedWaitEndsWithEtimedout) {
   EXPECT_EQ(errno, ETIMEDOUT);
 }
 
-TEST_F(EventManagerTest, BoundedWaitComesBackThoughTheClockStandsStill) {
+TEST_F(EventManagerTest, BoundedWaitReturnsWhileTheClockIsFrozen) {
   const ManualClock clock(1000);
   event_timer_start(manager, kMillisecond, [] { ADD_FAILURE() << "the clock did not move"; });
   EventContext context = Context();
@@ -96,7 +96,7 @@ TEST_F(EventManagerTest, BufferTooSmallForAnEventIsRefused) {
   EXPECT_EQ(errno, EINVAL);
 }
 
-TEST_F(EventManagerTest, WhatDoesNotFitIntoTheBufferComesWithTheNextWait) {
+TEST_F(EventManagerTest, NextWaitCollectsWhatDidNotFitIntoTheBuffer) {
   std::vector<std::unique_ptr<Pipe>> pipes;
   int calls = 0;
   for (int i = 0; i < 5; ++i) {

@@ -1,11 +1,11 @@
 // The listening Unix socket of an event manager.
 //
-// Its file outlives a process that was killed, so a file that is there already is tried: when nobody answers
-// it is stale and replaced, when somebody does the name is taken. Look and replacement happen under a lock on
-// the run directory, or two processes that start together would each take the other's new socket for a stale
-// one. The lock is the kernel's and ends with the process that holds it.
+// The file of the socket outlives a process that was killed. If the file exists, the manager connects to it:
+// with no answer the socket is stale and is replaced, otherwise the name is in use. Check and replacement
+// happen under a lock on the run directory; otherwise two processes that start together could each take the
+// other's new socket for a stale one. The kernel releases the lock when the process ends.
 //
-// On the way out the file is removed only while it is still the one that was made here.
+// Closing removes the file only if it is still the one that this manager created.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -57,7 +57,7 @@ int new_socket() {
   return socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
 }
 
-// 0 when the name is free, now or after a stale socket was removed; else errno.
+// Returns 0 if the name is free, possibly after the removal of a stale socket; otherwise errno.
 int clear_name(const sockaddr_un& address) {
   struct stat status {};
   if (lstat(address.sun_path, &status) != 0) return errno == ENOENT ? 0 : errno;
@@ -65,13 +65,13 @@ int clear_name(const sockaddr_un& address) {
   const Descriptor probe(new_socket());
   if (probe.get() < 0) return errno;
   if (connect(probe.get(), generic(address), sizeof address) == 0) return EADDRINUSE;
-  if (errno == EAGAIN) return EADDRINUSE;  // somebody serves it and is busy
+  if (errno == EAGAIN) return EADDRINUSE;  // a busy process serves it
   if (errno != ECONNREFUSED) return errno;
   return unlink(address.sun_path) == 0 ? 0 : errno;
 }
 
-// The socket's own mode is what its file gets (less the umask), so that it is never open wider than it will
-// be.
+// The file inherits the socket's mode (less the umask), so that it is never accessible to more users than
+// intended.
 int bind_and_listen(int fd, const sockaddr_un& address) {
   if (fchmod(fd, kSocketMode) != 0) return errno;
   if (bind(fd, generic(address), sizeof address) != 0) return errno;
@@ -89,9 +89,9 @@ int remember_file(EventListener* listener) {
   return 0;
 }
 
-// Out of descriptors, the waiting connection would wake the loop for ever: it is taken with the spare one and
-// closed.
-void turn_away(EventListener* listener) {
+// Without free descriptors the waiting connection would wake the loop forever: it is accepted with the spare
+// descriptor and closed.
+void refuse_connection(EventListener* listener) {
   log_line("evm: %s: a connection was turned away: %s", listener->path.c_str(), std::strerror(errno));
   if (listener->spare_fd >= 0) close(listener->spare_fd);
   const int fd = accept4(listener->fd, nullptr, nullptr, SOCK_CLOEXEC);
@@ -137,7 +137,7 @@ void event_listener_accept(EventManager* manager) {
   for (int i = 0; i < kAcceptBatch; ++i) {
     const int fd = accept4(manager->listener.fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0) {
-      if (errno == EMFILE || errno == ENFILE) turn_away(&manager->listener);
+      if (errno == EMFILE || errno == ENFILE) refuse_connection(&manager->listener);
       return;
     }
     if (manager->acceptor) {

@@ -80,7 +80,7 @@ TEST_F(EventManagerTest, StaleSocketIsReplaced) {
   event_manager_destroy(other);
 }
 
-TEST_F(EventManagerTest, FileThatIsNoSocketIsLeftAlone) {
+TEST_F(EventManagerTest, FileThatIsNotASocketIsLeftAlone) {
   const std::string path = directory.path() + "/dev.file";
   std::ofstream(path) << "precious";
   EXPECT_EQ(event_manager_create("/dev/file", kFlags), nullptr);
@@ -136,7 +136,7 @@ TEST_F(EventManagerTest, CreateHookSeesEveryManager) {
 
 // --- Accepting
 
-TEST_F(EventManagerTest, AcceptedConnectionGoesToTheAcceptor) {
+TEST_F(EventManagerTest, AcceptorReceivesTheConnection) {
   int accepted = -1;
   event_set_acceptor(manager, [&](int fd) { accepted = fd; });
   const int client = ConnectTo(SocketPath());

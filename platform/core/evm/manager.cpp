@@ -1,21 +1,21 @@
 // The event loop: waiting, dispatching, descriptors, posted functions and timers.
 //
-// A wait collects epoll events into the caller's buffer and nothing else; a dispatch runs the handlers of
-// what was collected, then the timers that are due. Between the two the caller may do what it likes, remove
-// descriptors included: each event carries the descriptor and the generation of its registration, and an
-// event whose generation is not that of the slot any more is dropped.
+// A wait only collects epoll events into the caller's buffer; a dispatch runs their handlers, then the timers
+// that are due. Between the two the caller may do anything, including removing descriptors: each event
+// carries the descriptor and the generation of its registration, and an event of an older generation is
+// dropped.
 //
 // A handler may remove itself or add others while it runs. Slots are therefore heap objects of their own (the
 // table that holds them may grow) and a removed slot is only retired: it is freed when the outermost dispatch
 // has ended.
 //
 // Posted functions and the listening socket are ordinary descriptors of the loop. A post writes the eventfd
-// only when the queue was empty; a batch that leaves something writes it again, so that other descriptors
-// have their turn in between. The queue's mutex is the only lock here and is never held while a function
-// runs.
+// only if the queue was empty; a batch that leaves functions in the queue writes it again, so that other
+// descriptors are served in between. The queue's mutex is the only lock here and is never held while a
+// function runs.
 //
-// Timers are kept by deadline on the monotonic clock of platform/core/base/clock.h, which tests replace; the
-// bound of event_wait_for is real time, so that a test whose clock stands still comes back.
+// Timers are ordered by deadline on the monotonic clock of platform/core/base/clock.h, which tests replace.
+// The limit of event_wait_for is real time, so that a test with a frozen clock still returns.
 #include "platform/core/evm/evm.h"
 
 #include <sys/epoll.h>
@@ -163,9 +163,9 @@ std::function<void()> take_posted(EventManager* manager) {
 
 void run_posted(EventManager* manager) {
   std::uint64_t count = 0;
-  // Nothing to read means that another turn took the count already; the queue tells what is left.
+  // Nothing to read: an earlier batch has taken the count already. The queue has the current number.
   [[maybe_unused]] const ssize_t got = read(manager->wake_fd, &count, sizeof count);
-  // What the functions of this batch post waits for the next turn.
+  // Functions that this batch posts run in the next one.
   std::size_t batch = posted_count(manager);
   for (batch = std::min(batch, kPostedBatch); batch > 0; --batch) take_posted(manager)();
   const std::lock_guard lock(manager->posted_mutex);

@@ -15,14 +15,14 @@
 
 #include "platform/core/evm/evm.h"
 
-// A watched descriptor. The generation tells a new registration of the same number from an old one, whose
-// events may still be waiting in a receive context.
+// A watched descriptor. The generation distinguishes a new registration of the same number from an old one,
+// whose events may still wait in a receive context.
 struct EventSlot {
   EventFdHandler handler;
   std::uint32_t generation = 0;
 };
 
-// An attached asynchronous event. The attachment's number tells it from a later one of the same code.
+// An attached asynchronous event. The attachment number distinguishes it from a later one of the same code.
 struct EventAsync {
   std::shared_ptr<const std::function<void()>> handler;  // shared with the run under way
   std::uint64_t attachment = 0;
@@ -67,12 +67,12 @@ struct EventManager {
   std::set<EventConn*> connections;
 };
 
-// Opens the manager's socket. 0 or an errno value; nothing is left behind on failure.
+// Opens the manager's socket. Returns 0 or an errno value; a failure leaves no socket and no descriptor.
 int event_listener_open(const std::string& manager_name, EventListener* listener);
 void event_listener_close(EventListener* listener);
 // Hands the waiting connections to the manager's acceptor, at most a batch.
 void event_listener_accept(EventManager* manager);
-// Cuts the ties of every managed connection to a manager that goes.
+// Detaches every managed connection from a manager that is being destroyed.
 void event_conn_orphan_all(EventManager* manager);
 // event_fd_add without its fault point.
 Status event_slot_add(EventManager* manager, int fd, std::uint32_t events, EventFdHandler handler);

@@ -1,4 +1,3 @@
-// See directories.h.
 #include "platform/core/files/directories.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// See temporary_directory.h. The name is mkdtemp's: unique and for this user only. A process that is killed,
-// or ends by _exit, leaves its directory behind.
+// mkdtemp makes the name unique and the directory private. A process that is killed or calls _exit does not
+// remove its directory.
 #include "platform/core/files/temporary_directory.h"
 
 #include <stdlib.h>

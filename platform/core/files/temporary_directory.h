@@ -1,14 +1,14 @@
-// A directory of one's own for tests and benchmarks, in TMPDIR (/tmp where it is unset), that goes with the
-// object: sockets, databases and settings of programs that run side by side.
+// A private directory for tests and benchmarks in TMPDIR (/tmp if unset), removed with the object: programs
+// that run side by side place their sockets, databases and settings there.
 #pragma once
 
 #include <string>
 
 class TemporaryDirectory {
  public:
-  // Throws std::runtime_error, with the name and the reason, when there can be none.
+  // Throws std::runtime_error with the name and the reason if the directory cannot be created.
   TemporaryDirectory();
-  // Removes it with what is in it; a failure goes to the log, and what is left stays.
+  // Removes the directory and its content. A failure is logged, and the rest remains.
   ~TemporaryDirectory();
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;

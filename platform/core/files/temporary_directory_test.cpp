@@ -53,14 +53,14 @@ TEST(TemporaryDirectory, EachIsAnother) {
   EXPECT_NE(one.path(), other.path());
 }
 
-TEST(TemporaryDirectory, StandsWhereTheEnvironmentSays) {
+TEST(TemporaryDirectory, IsCreatedWhereTheEnvironmentSays) {
   const TemporaryDirectory place;
   const ScopedPlace scoped(place.path());
   const TemporaryDirectory directory;
   EXPECT_EQ(fs::path(directory.path()).parent_path(), place.path());
 }
 
-TEST(TemporaryDirectory, GoesWithWhatIsInIt) {
+TEST(TemporaryDirectory, IsRemovedWithItsContent) {
   std::string path;
   {
     const TemporaryDirectory directory;
@@ -72,7 +72,7 @@ TEST(TemporaryDirectory, GoesWithWhatIsInIt) {
   EXPECT_FALSE(fs::exists(path));
 }
 
-TEST(TemporaryDirectory, ThatWasRemovedBeforeIsNoFailure) {
+TEST(TemporaryDirectory, RemovedEarlierIsNotAFailure) {
   testing::internal::CaptureStderr();
   {
     const TemporaryDirectory directory;
@@ -87,7 +87,7 @@ TEST(TemporaryDirectory, FailureToMakeItIsThrownWithItsReason) {
     const ScopedPlace missing(place.path() + "/missing");
     EXPECT_THAT(Make, ThrowsMessage<std::runtime_error>(HasSubstr(place.path() + "/missing")));
   }
-  const ScopedPlace takes_none("/proc");  // of the kernel, whoever asks
+  const ScopedPlace takes_none("/proc");  // the kernel refuses this to every user
   EXPECT_THAT(Make, ThrowsMessage<std::runtime_error>(EndsWith(": No such file or directory")));
 }
 

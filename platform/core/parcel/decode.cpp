@@ -1,10 +1,10 @@
 // Decoding into a caller's record, and the release of what a record points to.
 //
-// The octets come from a peer. A record begins with exactly the octets that its plan's prefix says, or it is
-// another type's. A count is held against the octets that are left (every element takes at least its plan's
-// encoded_size) before memory for the elements is asked for, so memory is never more than a small multiple of
-// the message. The record is zero from the beginning and filled field by field; whatever fails, the release
-// of a half-filled record is the release of a record. Any thread; nothing is kept.
+// The octets come from a peer. A record of this type begins with exactly the octets of its plan's prefix. A
+// count is compared with the remaining octets (every element takes at least its plan's encoded_size) before
+// memory for the elements is allocated, so that memory stays within a small multiple of the message. The
+// record is zeroed first and filled field by field; a partly filled record is released like any record. Any
+// thread; no state is stored.
 #include <cstdlib>
 #include <cstring>
 

@@ -1,8 +1,8 @@
 // Encoding: one pass over the record by its plan, into a buffer that doubles.
 //
-// The record is the caller's own memory and trusted to have its description's layout; counts without elements
-// are refused all the same, because a half-filled record is the mistake that is easiest made. The result
-// never exceeds kParcelMaxSize. Any thread; nothing is kept.
+// The record is the caller's own memory and is trusted to have the layout of its description. Counts without
+// elements are still refused, because a partly filled record is the most likely error. The result never
+// exceeds kParcelMaxSize. Any thread; no state is stored.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>

@@ -1,10 +1,11 @@
 // Printing of an encoded record of any type as JSON (RFC 8259), without its compiled-in layout.
 //
-// The record names its type; the annotated schema comes from this process's registry or, for a reader without
-// it, from the registry file, and must have the hash that the record carries. The text is written while the
-// octets are read, so nothing is allocated by what a count says; names repeat for every element, so the text
-// has a bound of its own. Enumerations print as numbers (their members are their readers' business), octet
-// strings as hexadecimal digits.
+// The record names its type. The annotated schema is taken from this process's registry or, for a reader
+// without
+// it, from the registry file; its hash must equal the one in the record. The text is written while the
+// are read, so no count causes an allocation; the text has its own limit, because names repeat for every
+// element. Enumerations are printed as numbers (only their readers know the names), octet strings as
+// hexadecimal digits.
 #include "platform/core/parcel/json.h"
 
 #include <array>

@@ -9,8 +9,8 @@
 
 namespace parcel_detail {
 
-// The fields from where the cursor stands, behind the prefix, to the end. kStatusBadDescription for a text
-// that is no schema, kStatusBadEncoding, kStatusMessageTooLarge; *json is set on success alone.
+// Prints the fields from the cursor, which is after the prefix, to the end. kStatusBadDescription for a text
+// that is not a schema, kStatusBadEncoding, kStatusMessageTooLarge; *json is set only on success.
 [[nodiscard]] Status print_record(std::string_view annotated_schema, Cursor in, std::string* json);
 
 }  // namespace parcel_detail

@@ -6,7 +6,7 @@
 // unsigned 8, b boolean (4 octets), e enumeration (4 octets, "[type]e" in the annotated form), y octet string
 // (two 8-octet slots: length, reference), a($n) counted array of structure n (two 8-octet slots: count,
 // reference to the elements), <max>a(C) counted array of at most <max> octets. The structure whose number
-// stands first in the schema text is the top structure.
+// is first in the schema text is the top structure.
 //
 // The encoded form begins with a format octet, the type name, both version numbers and the annotated schema's
 // 32-bit hash; integers are little-endian; a text is its length plus one (0 for null) and its octets.

@@ -1,5 +1,5 @@
-// Encoding and decoding: round trips of every field kind, what is refused, what an exhausted heap leaves
-// behind, and octets that are no record.
+// Encoding and decoding: round trips of every kind of field, refused input, exhausted memory, and octets that
+// are not a record.
 #include "platform/core/parcel/parcel.h"
 
 #include <gtest/gtest.h>
@@ -230,7 +230,7 @@ TEST_F(ParcelTest, OctetArrayBeyondItsBoundIsRefusedBothWays) {
   EXPECT_EQ(EncodeStatus(), kStatusMessageTooLarge);
   record_.pointer.count = 4;
   Octets octets = Encode();
-  // The count stands before its four octets and the last text's length; a fifth octet makes the rest fit.
+  // The count is before its four octets and the last text's length; a fifth octet makes the rest fit.
   octets[octets.size() - 12] = 5;
   octets.insert(octets.end() - 4, 0);
   EXPECT_EQ(Decode(octets), kStatusBadEncoding);
@@ -297,7 +297,7 @@ TEST_F(ParcelTest, FaultPointsFailTheirOperations) {
   EXPECT_STREQ(record_.text, "text");
 }
 
-TEST_F(ParcelTest, EveryExhaustedAllocationOfDecodingLeavesNothingBehind) {
+TEST_F(ParcelTest, EveryExhaustedAllocationOfDecodingLeavesNoMemory) {
   FillEverything();
   const Octets octets = Encode();
   unsigned failures = 0;

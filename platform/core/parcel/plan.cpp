@@ -1,13 +1,12 @@
-// Checks descriptions and keeps their plans.
+// Checks descriptions and caches their plans.
 //
-// A description says the same thing three times (annotated schema, compact schema, layout table); it is good
-// when the three agree and the layout is the natural one: fields in order, each at its own alignment, the
+// A description states the same three times (annotated schema, compact schema, layout table). It is valid if
+// the three agree and the layout is the natural one: fields in order, each at its own alignment, the
 // structure padded to the largest alignment in it.
 //
-// Plans are kept per thread, so that no lock is taken, and found by the description's address. What stands at
-// that address is compared with what the plan was made from, because a test or a reader may build another
-// description in the same place; the comparison costs some tens of nanoseconds. A thread keeps at most
-// kMaxPlans plans.
+// Each thread has its own cache, so that no lock is needed; the key is the description's address. A cached
+// plan is compared with the description at that address, because a test or a reader may build another
+// description there; the comparison costs some tens of nanoseconds. A thread caches at most kMaxPlans plans.
 #include "platform/core/parcel/plan.h"
 
 #include <algorithm>
@@ -118,7 +117,7 @@ std::vector<std::uint8_t> make_prefix(const ParcelDescription& description) {
   return prefix;
 }
 
-// Names are words: they stand in a line of the registry and in JSON.
+// Type names have no spaces: they are written to a line of the registry and to JSON.
 bool is_type_name(std::string_view name) {
   return !name.empty() && name.size() <= kMaxTypeName &&
          std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c < 0x7f; });
@@ -146,7 +145,7 @@ Status make_plan(const ParcelDescription* description, Plan* plan) {
 }
 
 // A plan and a copy of everything that it was made from.
-struct KeptPlan {
+struct CachedPlan {
   std::string type_name;
   std::string annotated_schema;
   std::string compact_schema;
@@ -156,9 +155,9 @@ struct KeptPlan {
   Plan plan;
 };
 
-bool layout_is(const ParcelLayout& layout, const std::vector<std::uint32_t>& kept) {
-  const std::uint32_t* at = kept.data();
-  const std::uint32_t* const end = at + kept.size();
+bool layout_is(const ParcelLayout& layout, const std::vector<std::uint32_t>& cached) {
+  const std::uint32_t* at = cached.data();
+  const std::uint32_t* const end = at + cached.size();
   for (std::uint32_t i = 0; i < layout.structure_count; ++i) {
     const ParcelStructLayout& one = layout.structures[i];
     if (static_cast<std::size_t>(end - at) < one.offset_count + std::size_t{2}) return false;
@@ -180,33 +179,33 @@ std::vector<std::uint32_t> copy_layout(const ParcelLayout& layout) {
   return copy;
 }
 
-bool made_from(const KeptPlan& kept, const ParcelDescription& description) {
-  return is_complete(&description) && kept.version == description.version &&
-         kept.reader_version == description.reader_version && kept.type_name == description.type_name &&
-         kept.annotated_schema == description.annotated_schema &&
-         kept.compact_schema == description.compact_schema && layout_is(*description.layout, kept.layout);
+bool made_from(const CachedPlan& cached, const ParcelDescription& description) {
+  return is_complete(&description) && cached.version == description.version &&
+         cached.reader_version == description.reader_version && cached.type_name == description.type_name &&
+         cached.annotated_schema == description.annotated_schema &&
+         cached.compact_schema == description.compact_schema && layout_is(*description.layout, cached.layout);
 }
 
-using KeptPlans = std::unordered_map<const ParcelDescription*, KeptPlan>;
+using PlanCache = std::unordered_map<const ParcelDescription*, CachedPlan>;
 
-const Plan* keep_plan(KeptPlans* plans, const ParcelDescription* description) {
+const Plan* cache_plan(PlanCache* plans, const ParcelDescription* description) {
   Plan plan;
   if (make_plan(description, &plan) != kStatusOk) return nullptr;
   if (plans->size() >= kMaxPlans) plans->clear();
-  KeptPlan kept{description->type_name, description->annotated_schema, description->compact_schema,
-                description->version,   description->reader_version,   copy_layout(*description->layout),
-                std::move(plan)};
-  return &plans->insert_or_assign(description, std::move(kept)).first->second.plan;
+  CachedPlan cached{description->type_name, description->annotated_schema, description->compact_schema,
+                    description->version,   description->reader_version,   copy_layout(*description->layout),
+                    std::move(plan)};
+  return &plans->insert_or_assign(description, std::move(cached)).first->second.plan;
 }
 
 }  // namespace
 
 const Plan* plan_for(const ParcelDescription* description) {
-  thread_local KeptPlans plans;
+  thread_local PlanCache plans;
   if (description == nullptr) return nullptr;
   const auto found = plans.find(description);
   if (found != plans.end() && made_from(found->second, *description)) return &found->second.plan;
-  return keep_plan(&plans, description);
+  return cache_plan(&plans, description);
 }
 
 }  // namespace parcel_detail

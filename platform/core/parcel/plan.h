@@ -1,5 +1,5 @@
 // What encoding, decoding and releasing of one record type need: every field with its place in memory, and
-// the octets with which an encoded record of the type begins. Made once from a description and kept.
+// the octets with which an encoded record of the type begins. Made once from a description and cached.
 #pragma once
 
 #include <cstdint>

@@ -1,9 +1,9 @@
 // Registration of descriptions in batches, and the process's own registry.
 //
-// A batch collects; closing it compares what it collected with the registry file, replaces the file when
-// anything is new, and only then makes the descriptions known to the process. So a batch is registered as a
-// whole or not at all, and a definition that differs from the file's is told exactly once: afterwards the
-// file holds the new one.
+// A batch collects definitions. Closing it compares them with the registry file, replaces the file if any of
+// them is new, and only then makes the descriptions known to the process. A batch is therefore registered as
+// a whole or not at all, and a definition that differs from the file's is reported exactly once: afterwards
+// the file has the new one.
 //
 // The process's registry holds the caller's descriptions themselves, which must stay where they are (they are
 // constants). Main thread only.

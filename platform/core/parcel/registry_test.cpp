@@ -91,7 +91,7 @@ TEST_F(RegistryTest, AbortedBatchRegistersNothing) {
   EXPECT_FALSE(fs::exists(File()));
 }
 
-TEST_F(RegistryTest, SameDefinitionAgainIsNoChange) {
+TEST_F(RegistryTest, SameDefinitionAgainIsNotAChange) {
   ASSERT_EQ(Register({&kRow}), kStatusOk);
   const auto written = fs::last_write_time(File());
   parcel_registry_reset();
@@ -99,7 +99,7 @@ TEST_F(RegistryTest, SameDefinitionAgainIsNoChange) {
   EXPECT_EQ(fs::last_write_time(File()), written);
 }
 
-TEST_F(RegistryTest, ChangedDefinitionIsToldOnceAndReplaced) {
+TEST_F(RegistryTest, ChangedDefinitionIsReportedOnceAndReplaced) {
   ASSERT_EQ(Register({&kRow}), kStatusOk);
   ParcelDescription changed = kRow;
   changed.version = 2;
@@ -248,7 +248,7 @@ TEST_F(RegistryTest, JsonTextsAreEscapedAndAlwaysUnicode) {
             std::string::npos);
 }
 
-TEST_F(RegistryTest, JsonOfAnUnknownTypeIsNoSuchRow) {
+TEST_F(RegistryTest, JsonOfAnUnknownTypeHasNoSuchRow) {
   const test_records::Row row{};
   EXPECT_EQ(JsonStatus(Encode(kRow, &row)), kStatusNoSuchRow);
 }

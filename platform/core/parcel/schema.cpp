@@ -1,5 +1,5 @@
-// The parser of schema texts: one pass over the text by recursive descent, then the references between
-// structures are resolved from numbers to places and checked for cycles. Nothing is kept between calls.
+// The parser of schema texts: one pass over the text by recursive descent; then the references between
+// structures are resolved from numbers to positions and checked for cycles. No state between calls.
 #include "platform/core/parcel/schema.h"
 
 #include <algorithm>

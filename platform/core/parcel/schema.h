@@ -51,7 +51,7 @@ struct Schema {
   std::vector<SchemaStructure> structures;  // the top structure first; never empty once parsed
 };
 
-// kStatusBadDescription when the text is no schema.
+// kStatusBadDescription for a text that is not a schema.
 [[nodiscard]] Status parse_schema(std::string_view text, Schema* schema);
 
 // FNV-1a, 32 bits: what an encoded record carries of its annotated schema.

@@ -121,7 +121,7 @@ TEST_F(DescriptionTest, WrongNumberOfOffsetsIsRefused) {
   EXPECT_EQ(Check(), kStatusBadDescription);
 }
 
-TEST_F(DescriptionTest, TopStructureMustStandFirst) {
+TEST_F(DescriptionTest, TopStructureMustBeFirst) {
   std::swap(structures_[0], structures_[1]);
   EXPECT_EQ(Check(), kStatusBadDescription);
 }

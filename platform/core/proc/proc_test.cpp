@@ -37,7 +37,7 @@ class ProcTest : public testing::Test {
     setenv("NOTIFY_SOCKET", path.c_str(), 1);
   }
 
-  std::string Heard() const {
+  std::string Received() const {
     char text[128];
     const ssize_t length = recv(socket_, text, sizeof text, 0);
     return length < 0 ? std::string() : std::string(text, static_cast<std::size_t>(length));
@@ -47,10 +47,10 @@ class ProcTest : public testing::Test {
   int socket_ = -1;
 };
 
-TEST_F(ProcTest, ReadinessIsToldToTheServiceManager) {
+TEST_F(ProcTest, ReadinessIsNotifiedToTheServiceManager) {
   ListenAsServiceManager();
   EXPECT_EQ(proc_ready(), kStatusOk);
-  EXPECT_EQ(Heard(), "READY=1");
+  EXPECT_EQ(Received(), "READY=1");
 }
 
 TEST_F(ProcTest, WithoutAServiceManagerReadinessSucceeds) {
@@ -58,7 +58,7 @@ TEST_F(ProcTest, WithoutAServiceManagerReadinessSucceeds) {
 }
 
 TEST_F(ProcTest, ServiceManagerThatCannotBeReachedIsItsErrno) {
-  setenv("NOTIFY_SOCKET", (directory_.path() + "/nobody").c_str(), 1);
+  setenv("NOTIFY_SOCKET", (directory_.path() + "/absent").c_str(), 1);
   EXPECT_EQ(proc_ready(), static_cast<Status>(ENOENT));
 }
 
@@ -67,7 +67,7 @@ TEST_F(ProcTest, FaultPointsFailTheOperations) {
   const ScopedFault ready("proc_ready", kStatusIo);
   const ScopedFault readable("proc_file_readable", kStatusAccess);
   EXPECT_EQ(proc_ready(), kStatusIo);
-  EXPECT_EQ(Heard(), "");
+  EXPECT_EQ(Received(), "");
   EXPECT_EQ(proc_file_readable(directory_.path().c_str()), kStatusAccess);
 }
 

@@ -1,13 +1,12 @@
 // Managed timers on an event manager.
 //
-// A tree keeps its running leaves ordered by deadline and starting order, and one timer of the event manager
-// set to the first of them. When it fires, every leaf that is due moves to the expired ones, which have the
-// same order, and the tree raises its asynchronous event once. Stopping the first leaf leaves the manager's
-// timer as it is set: it then fires for nobody and is set anew, which costs less than setting it at every
-// stop.
+// A tree orders its running leaves by deadline, then by start, and sets one timer of the event manager to the
+// first of them. When the timer fires, every leaf that is due moves to the expired leaves, in the same order,
+// and the tree raises its asynchronous event once. Stopping the first leaf does not change the manager's
+// timer: it fires without effect and is set again, which costs less than setting it at every stop.
 //
 // The tree owns its parents and a parent its leaves; the maps of running and expired leaves only point to
-// them, and a leaf leaves its map before it goes. Everything belongs to the manager's thread.
+// them, and a leaf leaves its map before it is destroyed. Everything belongs to the manager's thread.
 #include "platform/core/timer/timer.h"
 
 #include <cerrno>

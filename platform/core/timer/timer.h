@@ -22,7 +22,7 @@ struct TimerTree;
 struct TimerParent;
 struct TimerLeaf;
 
-// How a tree tells of expiry: the asynchronous event `code` of a manager.
+// Where a tree announces expiry: the asynchronous event `code` of a manager.
 struct TimerSignal {
   EventManager* manager;
   std::uint32_t code;
@@ -36,7 +36,7 @@ struct TimerSignal {
 // Fault points "timer_tree_new", "timer_parent_new", "timer_leaf_new" (their status becomes errno).
 TimerTree* timer_tree_new(const TimerSignal* signal);
 TimerParent* timer_parent_new(TimerTree* tree);
-// `context` is the caller's, to tell leaves apart; it is never looked at.
+// `context` identifies the leaf to the caller; the tree never reads it.
 TimerLeaf* timer_leaf_new(TimerParent* parent, void* context);
 
 // Frees what is below it too. Null is allowed.

@@ -28,7 +28,7 @@ struct Entry {
   Word stamp;
   Word thread_and_record;  // thread in the lower half
   Word code;
-  std::array<Word, kTextWords> text;  // terminated within; words behind that are left from earlier records
+  std::array<Word, kTextWords> text;  // terminated; the words after that are of earlier records
 };
 static_assert(sizeof(Entry) == 256);
 
@@ -43,7 +43,7 @@ struct Header {
   std::uint64_t opened;   // clock_stamp()
   std::array<char, 72> name;
   Word last_sequence;
-  Word lost;  // records given up because their place was still being written by a thread a whole ring behind
+  Word lost;  // records dropped because a thread a whole ring earlier was still writing to their entry
 };
 static_assert(sizeof(Header) == 128);
 

@@ -14,7 +14,7 @@
 struct TraceBuffer;
 
 inline constexpr std::size_t kTraceNameMax = 64;
-inline constexpr std::size_t kTraceTextMax = 223;  // octets of text kept of one entry
+inline constexpr std::size_t kTraceTextMax = 223;  // octets of text stored for one entry
 inline constexpr char kTraceCutMark[] = "...";     // the end of a text that was longer
 
 struct TraceEntry {
@@ -26,9 +26,9 @@ struct TraceEntry {
   std::string text;
 };
 
-// Opens (and empties) a buffer of `size` entries. `further`, `reserved1`, `reserved2` are kept in the header
-// for readers. Names over kTraceNameMax: kStatusInvalid; a directory or file that cannot be made: its errno.
-// Fault point "trace_open".
+// Opens (and empties) a buffer of `size` entries. `further`, `reserved1`, `reserved2` are stored in the
+// header for readers. kStatusInvalid for a name longer than kTraceNameMax; the system's errno for a directory
+// or file that cannot be created. Fault point "trace_open".
 [[nodiscard]] Status trace_open(const char* name, std::uint32_t size, std::uint32_t further,
                                 std::uint32_t reserved1, std::uint32_t reserved2, TraceBuffer** buffer);
 // Unmaps; the file stays for readers. Null is allowed.
@@ -36,8 +36,8 @@ void trace_close(TraceBuffer* buffer);
 // Never fails; a null buffer is allowed and drops the record. Any thread.
 [[gnu::format(printf, 4, 5)]] void trace_write(TraceBuffer* buffer, std::uint32_t record, Status code,
                                                const char* format, ...);
-// All entries that are whole, oldest first. kStatusNoSuchRow for an unknown buffer, kStatusBadMessage for a
-// file that is no trace buffer.
+// All complete entries, oldest first. kStatusNoSuchRow for an unknown buffer, kStatusBadMessage for a file
+// that is not a trace buffer.
 [[nodiscard]] Status trace_read(const std::string& run_directory, const std::string& name,
                                 std::vector<TraceEntry>* entries);
 // The names of the buffers below this run directory, sorted.

@@ -1,7 +1,7 @@
 // The reading side of trace buffers: any process, while the writer runs or after it died.
 //
-// The file is mapped read-only and believed only as far as its size goes: the header must say what this build
-// writes, and the size must be that of the entries it announces. An entry counts when its state was the same,
+// The file is mapped read-only and is not trusted: the header must have the values that this build writes,
+// and the size of the file must match the number of entries. An entry is complete if its state was the same,
 // and even, before and after it was copied.
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -59,7 +59,7 @@ class Mapping {
   Mapping(const Mapping&) = delete;
   Mapping& operator=(const Mapping&) = delete;
 
-  // Null when the file is no trace buffer.
+  // Null if the file is not a trace buffer.
   const Header* header() const {
     if (data_ == MAP_FAILED) return nullptr;
     const auto* header = static_cast<const Header*>(data_);

@@ -145,9 +145,9 @@ TEST_F(TraceTest, NullBufferDropsTheRecord) {
 TEST_F(TraceTest, FileStaysAfterClosing) {
   TraceBuffer* buffer = nullptr;
   ASSERT_EQ(trace_open("stays", 4, 0, 0, 0, &buffer), kStatusOk);
-  trace_write(buffer, 1, 0, "kept");
+  trace_write(buffer, 1, 0, "retained");
   trace_close(buffer);
-  EXPECT_EQ(Read("stays").at(0).text, "kept");
+  EXPECT_EQ(Read("stays").at(0).text, "retained");
 }
 
 TEST_F(TraceTest, RecordsOutliveAProcessThatWasKilled) {
@@ -226,14 +226,14 @@ TEST_F(TraceTest, FaultPointFailsTheOpening) {
   EXPECT_FALSE(fs::exists(File("name")));
 }
 
-TEST_F(TraceTest, UnknownBufferIsNoSuchRow) {
-  EXPECT_EQ(ReadStatus("nobody"), kStatusNoSuchRow);
+TEST_F(TraceTest, UnknownBufferHasNoSuchRow) {
+  EXPECT_EQ(ReadStatus("absent"), kStatusNoSuchRow);
   EXPECT_EQ(ReadStatus(""), kStatusNoSuchRow);
   EXPECT_EQ(ReadStatus("../secret"), kStatusNoSuchRow);
-  EXPECT_EQ(trace_read(directory_.path(), "nobody", nullptr), kStatusInvalid);
+  EXPECT_EQ(trace_read(directory_.path(), "absent", nullptr), kStatusInvalid);
 }
 
-TEST_F(TraceTest, FileThatIsNoTraceBufferIsABadMessage) {
+TEST_F(TraceTest, FileThatIsNotATraceBufferIsABadMessage) {
   trace_write(Open("buffer", 4), 1, 0, "x");
   std::ofstream(File("text")) << std::string(4096, 'x');
   std::ofstream(File("empty")).flush();

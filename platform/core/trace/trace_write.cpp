@@ -1,12 +1,12 @@
 // The writing side of trace buffers.
 //
-// Opening builds the whole file beside its place and renames it there: readers that still have the former
-// file mapped keep it, and nobody sees a half-made header. Its space is reserved, because a full file system
-// must fail the opening and not kill a writer later.
+// Opening builds the complete file under another name and renames it: readers that still map the former file
+// retain it, and no reader sees a partial header. Its space is reserved, because a full file system must fail
+// the opening and not end a writer later.
 //
-// A write takes the next sequence number, claims the entry that belongs to it and fills it: no lock, no
-// system call but for the first record of a thread (its thread id). Two writers meet in one entry only when
-// one of them stands still for a whole turn of the ring; then the later record is given up and counted.
+// A write takes the next sequence number, claims the entry that belongs to it and fills it: no lock, and no
+// system call except for the first record of a thread (its thread id). Two writers meet in one entry only if
+// one of them is suspended while the ring is filled once; the later record is then dropped and counted.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>

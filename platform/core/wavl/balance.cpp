@@ -1,6 +1,6 @@
 // Rank repairs of the weak-AVL tree.
 //
-// Rules kept: the rank difference between a parent and each child (a missing child has rank -1) is 1 or 2,
+// Invariants: the rank difference between a parent and each child (a missing child has rank -1) is 1 or 2,
 // and a leaf has rank 0. An insertion can leave one 0-child, a deletion one 3-child or one leaf of rank 1.
 // Promotions and demotions move the violation towards the root; the first rotation ends it. So an operation
 // makes at most one single or one double rotation, and over any sequence of operations the number of rank

@@ -1,11 +1,10 @@
 // The weak-AVL tree's operations on nodes: searching, linking, stepping and walking. Rank repairs are in
 // balance.cpp, the invariant checker in check.cpp.
 //
-// A node is its array of links: link t of a node lies t links behind the node's address, and back. A link
-// knows only its own thread's relatives, so that one record can be in several orderings, or in some of them
-// only.
+// A node is an array of links: link t is at offset t from the node's address. A link refers only to relatives
+// of its own thread, so that a record can be in any number of orderings.
 //
-// Searches descend once and remember the best candidate; nothing recurses, nothing allocates. Not
+// Searches descend once and remember the best candidate; there is no recursion and no allocation. Not
 // thread-safe.
 #include "platform/core/wavl/wavl.h"
 

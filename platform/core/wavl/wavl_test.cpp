@@ -178,8 +178,8 @@ TEST_F(WavlTest, GreaterEqualFindsTheKeyOrItsSuccessor) {
 TEST_F(WavlTest, CursorSurvivesTheDeletionOfOtherNodes) {
   InsertIndexes(1, 9);
   Item* cursor = items_[4].get();
-  for (const std::size_t gone : {3U, 5U, 0U, 7U}) {
-    ASSERT_EQ(wavl_delete_all(&tree_, items_[gone].get()), kStatusOk);
+  for (const std::size_t removed : {3U, 5U, 0U, 7U}) {
+    ASSERT_EQ(wavl_delete_all(&tree_, items_[removed].get()), kStatusOk);
   }
   EXPECT_EQ(wavl_next(&tree_, kByIndex, cursor), items_[6].get());
   EXPECT_EQ(wavl_previous(&tree_, kByIndex, cursor), items_[2].get());

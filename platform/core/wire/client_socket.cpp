@@ -1,8 +1,8 @@
 // The blocking end of a connection, with deadlines.
 //
-// The usual exchange is one send and one receive and makes exactly these two calls: the socket carries the
-// timeout itself (SO_SNDTIMEO, SO_RCVTIMEO). Only what comes in pieces, or has another bound, is polled for
-// with the time that is left.
+// The usual exchange takes exactly two system calls, one send and one receive: the socket itself has the
+// timeout (SO_SNDTIMEO, SO_RCVTIMEO). Only messages that arrive in pieces, or that have another limit, are
+// polled for with the remaining time.
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>

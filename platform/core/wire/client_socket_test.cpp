@@ -77,9 +77,9 @@ TEST_F(ClientSocketTest, AnswerBeyondTheClientsBoundClosesIt) {
   EXPECT_FALSE(client.connected());
 }
 
-TEST_F(ClientSocketTest, NobodyThereIsNotConnected) {
+TEST_F(ClientSocketTest, MissingServerIsNotConnected) {
   ClientSocket client;
-  EXPECT_EQ(client.connect(directory.path() + "/nobody", 100ms), kStatusNotConnected);
+  EXPECT_EQ(client.connect(directory.path() + "/absent", 100ms), kStatusNotConnected);
   EXPECT_FALSE(client.connected());
   Message message;
   EXPECT_EQ(client.send(), kStatusNotConnected);
@@ -92,7 +92,7 @@ TEST_F(ClientSocketTest, PathTooLongIsRefused) {
 }
 
 TEST_F(ClientSocketTest, SilentServerTimesOutAndLeavesTheSocketOpen) {
-  ClientSocket client;  // nobody runs the server's loop
+  ClientSocket client;  // the server's loop does not run
   ASSERT_EQ(client.connect(path, 20ms), kStatusOk);
   client.begin(kEcho, 1);
   ASSERT_EQ(client.send(), kStatusOk);
@@ -112,7 +112,7 @@ TEST_F(ClientSocketTest, SendToAServerThatDoesNotReadTimesOut) {
   EXPECT_FALSE(client.connected());
 }
 
-TEST_F(ClientSocketTest, ServerThatGoesAwayIsNotConnected) {
+TEST_F(ClientSocketTest, ServerThatClosesIsNotConnected) {
   ClientSocket client;
   ASSERT_EQ(client.connect(path, 5000ms), kStatusOk);
   Step();
@@ -160,7 +160,7 @@ TEST(PeerTest, OwnUserMayChange) {
   ::close(pair[1]);
 }
 
-TEST(PeerTest, WhatIsNoSocketMayNot) {
+TEST(PeerTest, OtherDescriptorsMayNot) {
   EXPECT_FALSE(peer_may_change(STDERR_FILENO));
 }
 

@@ -8,7 +8,7 @@
 namespace wire {
 namespace {
 
-TEST(Payload, EveryKindOfValueComesBack) {
+TEST(Payload, EveryKindOfValueIsReadBack) {
   Octets octets;
   Writer writer(&octets);
   writer.u8(0xfe);
@@ -97,7 +97,7 @@ TEST(FrameTest, EveryTruncationAsksForMore) {
   }
 }
 
-TEST(FrameTest, BadMagicVersionAndSizeAreTold) {
+TEST(FrameTest, BadMagicVersionAndSizeAreDetected) {
   Message message;
   std::size_t used = 0;
   Octets bad_magic = Frame(kEcho, 1, {});

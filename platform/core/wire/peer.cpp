@@ -33,7 +33,7 @@ std::optional<gid_t> administrators_gid() {
   return found->gr_gid;
 }
 
-// The supplementary groups of the peer; empty when the kernel does not tell.
+// The supplementary groups of the peer; empty if the kernel does not report them.
 std::vector<gid_t> peer_groups(int fd) {
   std::vector<gid_t> groups(64);
   for (int attempt = 0; attempt < 2; ++attempt) {

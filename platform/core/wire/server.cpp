@@ -1,15 +1,16 @@
 // Clients of a named socket, on an event manager.
 //
-// A turn of a client is: one read of what has come, its whole messages handled (a bounded number of them),
-// one write of what they queued. A request that arrives alone therefore costs a wait, a read and a write.
+// A client is served in batches: one read, its complete messages handled (up to a limit), one write of what
+// they queued. A request that arrives alone therefore costs a wait, a read and a write.
 //
-// Back-pressure: a client that has too much queued is neither handled nor read until it took its answers; the
-// socket's own buffer then stops the client. What is sent unasked is not held back by that, so beyond a
-// second limit the client is closed. Whole messages that a turn left behind are continued from a posted
-// function, after everybody else had a turn.
+// Back-pressure: a client with too much queued is neither handled nor read until it takes its answers; the
+// socket's own buffer then stops the client. Notifications are not held back by that, so beyond a second
+// limit the client is closed. A posted function continues with the complete messages that a batch left, after
+// every other client has been served.
 //
-// A client that ends the connection, breaks the framing, or goes over a limit is closed with a logged reason;
-// its Connection lives on until the call it is in has returned (shared_from_this), and nobody else notices.
+// A client that ends the connection, breaks the framing or exceeds a limit is closed with a logged reason.
+// Its Connection lives until the call that it is in has returned (shared_from_this); other clients are not
+// affected.
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -26,7 +27,7 @@ namespace wire {
 namespace {
 
 constexpr std::size_t kFirstRequestBuffer = 16U << 10;
-constexpr std::size_t kKeptBuffer = 1U << 20;  // a larger output buffer is given back when it is empty
+constexpr std::size_t kRetainedBuffer = 1U << 20;  // a larger output buffer is freed once it is empty
 
 std::function<void()>& output_barrier() {
   thread_local std::function<void()> barrier;  // each server belongs to one thread, and so does what it shows
@@ -120,7 +121,7 @@ void Connection::on_event(std::uint32_t events) {
 // Handles whole messages up to the turn's bound and writes what they queued.
 void Connection::proceed() {
   handling_ = true;
-  for (std::size_t i = 0; i < server_->limits_.messages_per_turn && !paused(); ++i) {
+  for (std::size_t i = 0; i < server_->limits_.messages_per_batch && !paused(); ++i) {
     if (!handle_next()) break;
   }
   handling_ = false;
@@ -153,7 +154,7 @@ bool Connection::fill() {
   if (in_.empty()) in_.resize(kFirstRequestBuffer);
   Message message;
   std::size_t needed = 0;
-  // The header was checked when its octets came; here it only says how much room the message takes.
+  // The header was checked on arrival; here it only gives the room that the message takes.
   const Status status =
       parse_frame(OctetSpan(in_).first(in_end_), server_->limits_.max_payload, &message, &needed);
   if (status == kStatusNotConnected && needed > in_.size()) in_.resize(needed);
@@ -177,7 +178,7 @@ bool Connection::has_message() const {
   return parse_frame(data, server_->limits_.max_payload, &message, &used) != kStatusNotConnected;
 }
 
-// True when a message was handled and the connection is still there for the next.
+// Returns true iff a message was handled and the connection is still open for the next.
 bool Connection::handle_next() {
   Message message;
   std::size_t used = 0;
@@ -197,7 +198,7 @@ bool Connection::handle_next() {
   return open();
 }
 
-// A peer of another version is told so in a header that every version understands.
+// The header of this answer is the same in every version, so that the peer understands it.
 void Connection::refuse(Status status) {
   if (status == kStatusVersionMismatch) {
     send(kTypeVersionMismatch, 0, {});
@@ -217,11 +218,11 @@ void Connection::write_queue() {
     out_start_ += static_cast<std::size_t>(sent);
   }
   if (queued() > 0) {
-    if (out_start_ < kKeptBuffer) return;
+    if (out_start_ < kRetainedBuffer) return;
     out_.erase(out_.begin(), out_.begin() + static_cast<std::ptrdiff_t>(out_start_));
   } else {
     out_.clear();
-    if (out_.capacity() > kKeptBuffer) out_.shrink_to_fit();
+    if (out_.capacity() > kRetainedBuffer) out_.shrink_to_fit();
     unsent_messages_ = 0;
   }
   out_start_ = 0;

@@ -22,7 +22,7 @@ TEST_F(WireServerTest, AnswersAMessage) {
   ExpectEcho(ConnectRaw());
 }
 
-TEST_F(WireServerTest, MessageThatComesOctetByOctetIsAnswered) {
+TEST_F(WireServerTest, MessageThatArrivesOctetByOctetIsAnswered) {
   const int client = ConnectRaw();
   const Octets frame = Frame(kEcho, 9, {1, 2, 3, 4, 5});
   for (const std::uint8_t octet : frame) {
@@ -88,7 +88,7 @@ struct BadStream {
   const char* reason;
 };
 
-TEST_F(WireServerTest, BrokenStreamsCloseThatClientWithALoggedReasonAndDisturbNobodyElse) {
+TEST_F(WireServerTest, BrokenStreamClosesOnlyItsClientWithALoggedReason) {
   Octets bad_magic = Frame(kEcho, 1, {});
   bad_magic[3] = 0;
   Octets oversized = Frame(kEcho, 1, {});
@@ -120,7 +120,7 @@ TEST_F(WireServerTest, AnnouncedSizeBeyondTheBoundIsRefusedBeforeItsOctetsCome) 
   EXPECT_EQ(handled, 0);
 }
 
-TEST_F(WireServerTest, PeerOfAnotherVersionIsToldAndClosed) {
+TEST_F(WireServerTest, PeerOfAnotherVersionIsNotifiedAndClosed) {
   const int client = ConnectRaw();
   Octets frame = Frame(kEcho, 1, {});
   frame[4] = kVersion + 1;
@@ -155,7 +155,7 @@ TEST_F(WireServerTest, CleanDisconnectIsNotLogged) {
   EXPECT_EQ(closed, 1);
 }
 
-TEST_F(WireServerTest, ClientThatVanishesAfterItsRequestDisturbsNobody) {
+TEST_F(WireServerTest, ClientThatVanishesAfterItsRequestDisturbsNoOtherClient) {
   const int good = ConnectRaw();
   std::array<int, 2> pair{-1, -1};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair.data()), 0);
@@ -201,7 +201,7 @@ TEST_F(WireServerTest, ClientThatNeverReadsIsPausedAndTheOthersServed) {
 TEST_F(WireServerTest, NumberOfWaitingAnswersIsBoundedToo) {
   Limits limits;
   limits.pause_messages = 10;
-  limits.messages_per_turn = 1000;
+  limits.messages_per_batch = 1000;
   MakeServer(limits);
   const int client = ConnectRaw();
   Octets payload;
@@ -229,7 +229,7 @@ TEST_F(WireServerTest, ReaderThatTakesNoUnaskedMessagesIsClosedBeyondTheBound) {
   static_cast<void>(client);
 }
 
-TEST_F(WireServerTest, UnaskedMessageGoesOutAtOnce) {
+TEST_F(WireServerTest, NotificationIsSentAtOnce) {
   const int client = ConnectRaw();
   server->find(1)->send(kEcho, 0, Octets{4});
   EXPECT_EQ(ReadAll(client), Frame(kEcho, 0, {4}));
@@ -291,7 +291,7 @@ TEST_F(WireServerTest, HandlerMayCloseAnotherClient) {
   server = nullptr;
   server = std::make_unique<Server>(manager, "kill", Limits{}, [&](Connection& from, const Message&) {
     server->for_each([&](Connection& other) {
-      if (&other != &from) other.close("told to");
+      if (&other != &from) other.close("by another client");
     });
     return true;
   });
@@ -317,7 +317,7 @@ TEST_F(WireServerTest, HeldClientIsServedAgainWhenItIsReleased) {
   EXPECT_EQ(ReadAll(client), Frame(kEcho, 1, {}));
   Write(client, Frame(kEcho, 4, {}));
   Step();
-  EXPECT_EQ(handled, 2) << "what comes meanwhile waits";
+  EXPECT_EQ(handled, 2) << "messages that arrive meanwhile wait";
   ReleaseHeld();
   for (int turn = 0; turn < 5; ++turn) Step();
   Octets expected = Frame(kHeld, 0, {});
@@ -393,7 +393,7 @@ TEST_F(OutputBarrierTest, BarrierDoesNotRunWithoutOutput) {
 
 TEST_F(OutputBarrierTest, BarrierOfAnotherThreadDoesNotRunHere) {
   const int client = ConnectRaw();
-  std::thread([] { set_output_barrier([] { ADD_FAILURE() << "that thread serves nobody"; }); }).join();
+  std::thread([] { set_output_barrier([] { ADD_FAILURE() << "that thread has no server"; }); }).join();
   ExpectEcho(client);
 }
 

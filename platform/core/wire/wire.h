@@ -8,9 +8,9 @@
 //          8  request   32 bits, chosen by the client and repeated in the answer; 0 in unasked messages
 //         12  length    32 bits, octets of the payload
 //
-// The header's layout is the same in every version, so that a mismatch can be told. Every octet of a peer is
-// untrusted: the length is checked against a limit before anything is allocated for it, and payloads are read
-// through a Reader that cannot run over.
+// The layout of the header is the same in every version, so that a peer can detect and report a mismatch.
+// Every octet from a peer is untrusted: the length is checked against a limit before memory is allocated, and
+// payloads are read through a Reader, which never reads past the end.
 //
 // Thread: a Server and its Connections belong to the thread of their event manager; a ClientSocket to one
 // thread.
@@ -36,7 +36,7 @@ using Octets = std::vector<std::uint8_t>;
 using OctetSpan = std::span<const std::uint8_t>;
 
 inline constexpr std::size_t kHeaderSize = 16;
-inline constexpr std::uint32_t kMagic = 0x4e50564d;  // "MVPN" as it stands on the wire
+inline constexpr std::uint32_t kMagic = 0x4e50564d;  // "MVPN" on the wire
 inline constexpr std::uint16_t kVersion = 2;
 inline constexpr std::uint16_t kTypeVersionMismatch = 0xffff;
 
@@ -110,7 +110,7 @@ struct Limits {
   std::size_t pause_octets = 1U << 20;   // a client with more unsent octets than this is not read any more,
   std::size_t pause_messages = 256;      // nor one with more unsent messages than this
   std::size_t close_octets = 16U << 20;  // a client with more unsent octets than this is closed
-  std::size_t messages_per_turn = 64;    // of one client, before the others have their turn
+  std::size_t messages_per_batch = 64;   // of one client, before the others are served
 };
 
 class Server;
@@ -125,27 +125,27 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  std::uint64_t id() const { return id_; }  // never used twice by one server
+  std::uint64_t id() const { return id_; }  // a server never reuses it
   bool open() const { return fd_ >= 0; }
   std::size_t queued() const { return out_.size() - out_start_; }  // unsent octets
   // The peer is root, the process's own user or an administrator (peer_may_change below).
   bool may_change() const;
 
-  // Queues one message. What is queued while a message of this client is handled goes out with one write
-  // after it; otherwise it goes out at once as far as the peer takes it. Beyond close_octets the client is
-  // closed.
+  // Queues one message. Messages that are queued while a message of this client is handled leave with one
+  // write after it; others are written at once, as far as the peer accepts them. Beyond close_octets the
+  // client is closed.
   void send(std::uint16_t type, std::uint32_t request, OctetSpan payload);
   // The same without a copy: `Writer w = begin(...)`, write the payload, finish(). Nothing else may be sent
   // in between.
   Writer begin(std::uint16_t type, std::uint32_t request);
   void finish();
-  // Handles no further message of this client until release(): for an answer that has to wait for something,
-  // as answers are given in the order of the requests. Within a message handler; what comes is kept
-  // meanwhile.
+  // Handles no further message of this client until release(): for an answer that has to wait, because
+  // answers are sent in the order of the requests. Only within a message handler; messages that arrive
+  // meanwhile are buffered.
   void hold() { held_ = true; }
   void release();
-  // Closes; the reason is logged, null for an end that is nobody's fault. What was not sent yet is lost.
-  // Harmless when it is closed already.
+  // Closes the connection and logs the reason; null for a normal end. Unsent messages are lost. No effect on
+  // a closed connection.
   void close(const char* reason);
 
  private:
@@ -165,10 +165,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
   int fd_;
   std::uint64_t id_;
   std::uint32_t watched_ = 0;   // epoll events asked for
-  bool handling_ = false;       // what is queued now goes out after the messages at hand
-  bool continuing_ = false;     // a posted continuation is under way
+  bool handling_ = false;       // queued messages leave after the message at hand
+  bool continuing_ = false;     // a continuation is posted
   bool peer_finished_ = false;  // the peer will send nothing more
-  bool held_ = false;           // an answer is to come before anything else
+  bool held_ = false;           // an answer must be sent first
   Octets in_;
   std::size_t in_start_ = 0;
   std::size_t in_end_ = 0;
@@ -178,9 +178,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::size_t unsent_messages_ = 0;  // since the queue was last empty
 };
 
-// Sets what the calling thread does before octets leave for any client of any server, once for each write to
-// a socket: what a client could conclude from an answer has to be safe before the answer leaves. The servers
-// of another thread's event manager are not concerned. It must neither send nor close. Null takes it away.
+// Sets what the calling thread runs before octets leave for any client of any server, once per write to a
+// socket: whatever a client could conclude from an answer must be stored before the answer leaves. Servers of
+// another thread's event manager are not affected. The function must neither send nor close. Null removes it.
 void set_output_barrier(std::function<void()> barrier);
 
 // Serves clients on the named socket of an event manager, which must outlive it.
@@ -188,7 +188,8 @@ class Server {
  public:
   // False closes the client ("malformed request"). The handler may close any client.
   using MessageHandler = std::function<bool(Connection&, const Message&)>;
-  // Told once for each client that goes; why is logged. The server's end tells it too, so it must not throw.
+  // Called once for each client that ends; the reason is logged. The destructor of the server calls it too,
+  // so it must not throw.
   using CloseHandler = std::function<void(Connection&)>;
 
   // The name appears in log lines ("kvtree: client 3 closed: ...").
@@ -203,7 +204,7 @@ class Server {
   // Takes over a connected socket as if it had been accepted; closes it when there are too many clients.
   void adopt(int fd);
   std::size_t client_count() const { return clients_.size(); }
-  Connection* find(std::uint64_t id) const;                      // null when it is gone
+  Connection* find(std::uint64_t id) const;                      // null for an ended connection
   void for_each(const std::function<void(Connection&)>& visit);  // the visitor may close any client
   const Limits& limits() const { return limits_; }
 
@@ -235,8 +236,8 @@ class ClientSocket {
   ClientSocket(const ClientSocket&) = delete;
   ClientSocket& operator=(const ClientSocket&) = delete;
 
-  // Connects; the timeout is also the default bound of every later send and receive. kStatusNotConnected when
-  // nobody serves the socket, kStatusTimedOut, kStatusAccess, or the system's errno.
+  // Connects; the timeout is also the default limit of every later send and receive. kStatusNotConnected if
+  // no process serves the socket, kStatusTimedOut, kStatusAccess, or the system's errno.
   [[nodiscard]] Status connect(const std::string& path, std::chrono::milliseconds timeout);
   void close();
   bool connected() const { return fd_ >= 0; }
@@ -249,7 +250,7 @@ class ClientSocket {
   // Any failure closes the socket: kStatusTimedOut, kStatusNotConnected.
   [[nodiscard]] Status send();
   // The next message, of any request; the payload is valid until the next receive. kStatusTimedOut leaves the
-  // socket open (what was received in part is kept); every other failure closes it: kStatusNotConnected,
+  // socket open and partial input buffered; every other failure closes it: kStatusNotConnected,
   // kStatusBadMessage, kStatusVersionMismatch, kStatusMessageTooLarge.
   [[nodiscard]] Status receive(Message* message);
   [[nodiscard]] Status receive(Message* message, std::chrono::milliseconds timeout);
