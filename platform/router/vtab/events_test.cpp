@@ -377,7 +377,7 @@ TEST_F(Records, InterfaceRecordInAccessOutlivesItsInterface) {
   SetLink("ge0", true);
   IfAccess access;
   ASSERT_EQ(access.Begin("ge0", "red"), kStatusOk);
-  EXPECT_EQ(access.ipv4, kVtabCameUp);
+  EXPECT_EQ(access.ipv4, kVtabChangedUp);
   IfAccess second;
   SetLink("ge0", false);
   EXPECT_EQ(second.Begin("ge0", "red"), kStatusDeadlock);

@@ -22,7 +22,7 @@ std::uint32_t family_state(const router::Interface& interface, router::Family fa
 
 std::uint32_t change_of_family(std::uint32_t before, std::uint32_t now) {
   if (before == now) return kVtabNoChange;
-  return now == kVtabStateUp ? kVtabCameUp : kVtabWentDown;
+  return now == kVtabStateUp ? kVtabChangedUp : kVtabChangedDown;
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ struct IfChange {
   std::uint32_t ipv4 = kVtabNoChange;
   std::uint32_t ipv6 = kVtabNoChange;
   bool is_one() const { return ipv4 != kVtabNoChange || ipv6 != kVtabNoChange; }
-  bool has_up() const { return ipv4 == kVtabCameUp || ipv6 == kVtabCameUp; }
+  bool has_up() const { return ipv4 == kVtabChangedUp || ipv6 == kVtabChangedUp; }
 };
 
 IfChange change_between(const IfState& before, const IfState& now);

@@ -69,8 +69,8 @@ inline constexpr std::uint32_t kVtabEventUpdate = 3;
 
 // Change codes of an interface's two protocol states (IPv4 first).
 inline constexpr std::uint32_t kVtabNoChange = 0;
-inline constexpr std::uint32_t kVtabCameUp = 1;
-inline constexpr std::uint32_t kVtabWentDown = 2;
+inline constexpr std::uint32_t kVtabChangedUp = 1;
+inline constexpr std::uint32_t kVtabChangedDown = 2;
 
 void vtab_attach(router::Router* model);  // called once by the process; null takes the model away
 

@@ -118,7 +118,7 @@ TEST_F(Cfgmgr, ItemsComponentsArePlainTexts) {
 
 TEST_F(Cfgmgr, FoundDeletionHasNoValueAndLongTextsAreCut) {
   Commit("cli", {SetTo("/cfg/a", "long"), SetTo("/cfg/b", "x")});
-  Commit("cli", {LetGo("/cfg/b")});
+  Commit("cli", {Withdraw("/cfg/b")});
   CreateTarget();
   ASSERT_EQ(Load("2", "2"), kStatusOk);
   EXPECT_EQ(Find("b"), ".");

@@ -46,7 +46,7 @@ TEST_F(ClientCommit, ChangesAreOneCommitOfTheCommandLine) {
   EXPECT_EQ(result.mistake, "");
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/e=. (cli)", "/cfg/f=file (file)", "/cfg/n=#5 (cli)",
                                    "/cfg/t=(1 -2) (cli)", "/cfg/x= (cli)"));
-  EXPECT_EQ(client.commit({LetGo("/cfg/t")}, "").status, kStatusOk);
+  EXPECT_EQ(client.commit({Withdraw("/cfg/t")}, "").status, kStatusOk);
   EXPECT_THAT(Nodes("/cfg/t"), IsEmpty());
 }
 
@@ -56,13 +56,13 @@ TEST_F(ClientCommit, OwnerOfTheSameValueIsTheOneInForce) {
   StartAndConnect();
   EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (cli)"));
-  EXPECT_EQ(client.commit({LetGo("/cfg/a")}, "").status, kStatusOk);
+  EXPECT_EQ(client.commit({Withdraw("/cfg/a")}, "").status, kStatusOk);
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (file)"));
 }
 
 TEST_F(ClientCommit, MistakeIsToldAndNothingChanges) {
   StartAndConnect();
-  const kvtree::CommitResult result = client.commit({SetTo("/cfg/a", "x"), LetGo("/cfg/b")}, "");
+  const kvtree::CommitResult result = client.commit({SetTo("/cfg/a", "x"), Withdraw("/cfg/b")}, "");
   EXPECT_EQ(result.status, kStatusNoSuchRow);
   EXPECT_EQ(result.mistake, "/cfg/b: cli does not hold it");
   EXPECT_EQ(result.id, "");
@@ -232,7 +232,7 @@ TEST_F(ClientCommit, HistoryAndChangesAreReadInParts) {
   StartAndConnect();
   ASSERT_EQ(client.commit({SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")}, "one").status,
             kStatusOk);
-  ASSERT_EQ(client.commit({SetTo("/cfg/a", "2"), LetGo("/cfg/c")}, "two").status, kStatusOk);
+  ASSERT_EQ(client.commit({SetTo("/cfg/a", "2"), Withdraw("/cfg/c")}, "two").status, kStatusOk);
   kvtree::HistoryResult history = client.history(1);
   ASSERT_THAT(history.commits, SizeIs(1));
   EXPECT_EQ(history.commits[0].id, "2");

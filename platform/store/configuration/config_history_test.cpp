@@ -43,7 +43,7 @@ TEST_F(ConfigHistory, ChangesSayWhatWasInForceBeforeAndAfterAndWhose) {
   Make("cli", {SetTo("/cfg/new", "cli"), {"/cfg/a", TupleValue({1, 2})}, SetTo("/cfg/b", "file")}, "");
   EXPECT_THAT(Changes(id),
               ElementsAre("/cfg/new: none () -> cli (cli)", "/cfg/a: file (file) -> (1 2) (cli)"));
-  Make("cli", {LetGo("/cfg/a"), LetGo("/cfg/b"), LetGo("/cfg/new")}, "");
+  Make("cli", {Withdraw("/cfg/a"), Withdraw("/cfg/b"), Withdraw("/cfg/new")}, "");
   EXPECT_THAT(Changes(id),
               ElementsAre("/cfg/new: cli (cli) -> none ()", "/cfg/a: (1 2) (cli) -> file (file)"));
 }
@@ -96,7 +96,7 @@ TEST_F(ConfigHistory, EveryOwnersNodesAndTheHistoryOutliveTheProcess) {
   EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file", "/cfg/n=.", "/cfg/t=(7 -7)"));
   EXPECT_THAT(History(), ElementsAre("2 cli 1 c", "1 file 3 f"));
   EXPECT_THAT(Changes("2"), ElementsAre("/cfg/a: file (file) -> #-3 (cli)"));
-  Make("cli", {LetGo("/cfg/a")}, "");
+  Make("cli", {Withdraw("/cfg/a")}, "");
   EXPECT_EQ(id, "3");
   Restart();
   EXPECT_THAT(InForce("/cfg/a"), ElementsAre("/cfg/a=file"));
@@ -137,7 +137,7 @@ TEST_F(ConfigHistory, ReasonOfTheDatabaseIsTold) {
     Execute(std::string("CREATE TRIGGER refusing BEFORE ") + place +
             " BEGIN SELECT RAISE(ABORT, 'no room left'); END");
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(Refused("cli", {SetTo("/cfg/a", "y"), LetGo("/cfg/b")}, kStatusIo),
+    EXPECT_EQ(Refused("cli", {SetTo("/cfg/a", "y"), Withdraw("/cfg/b")}, kStatusIo),
               "it could not be kept: no room left")
         << place;
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
@@ -178,7 +178,7 @@ TEST_F(ConfigHistory, FormerVersionsNodesBelongToTheCommandLine) {
   EXPECT_EQ(Keep(), kStatusIo);
   ASSERT_EQ(Keep(), kStatusOk);
   EXPECT_THAT(Owned("cli"), ElementsAre("/cfg/n=#-5", "/cfg/t=text"));
-  Make("cli", {LetGo("/cfg/n")}, "");
+  Make("cli", {Withdraw("/cfg/n")}, "");
   Restart();
   EXPECT_THAT(Owned("cli"), ElementsAre("/cfg/t=text"));
 }
@@ -271,7 +271,7 @@ TEST_F(ConfigOrder, NodeThatIsSetAgainIsTheLast) {
 
 TEST_F(ConfigOrder, NodeThatComesAgainIsTheLast) {
   Make("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1")}, "");
-  Make("cli", {LetGo("/cfg/a")}, "");
+  Make("cli", {Withdraw("/cfg/a")}, "");
   Make("cli", {SetTo("/cfg/a", "1")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("b 2 1", "a 2 1"));
 }
@@ -280,7 +280,7 @@ TEST_F(ConfigOrder, OthersValueThatComesIntoForceIsTheLast) {
   Make("file", {SetTo("/cfg/a", "file"), SetTo("/cfg/b", "file")}, "");
   Make("cli", {SetTo("/cfg/a", "cli")}, "");
   Make("cli", {SetTo("/cfg/c", "cli")}, "");
-  Make("cli", {LetGo("/cfg/a")}, "");
+  Make("cli", {Withdraw("/cfg/a")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("b 2 file", "c 2 cli", "a 2 file"));
 }
 
@@ -289,7 +289,7 @@ TEST_F(ConfigOrder, WhatNobodyWasToldOfMovesNothing) {
   Make("file", {SetTo("/cfg/b", "1")}, "");
   Make("frr", {SetTo("/cfg/b", "other")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("c 2 1", "b 2 1", "a 2 1"));
-  Make("cli", {LetGo("/cfg/b")}, "");
+  Make("cli", {Withdraw("/cfg/b")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("c 2 1", "b 2 1", "a 2 1"));
 }
 
@@ -358,7 +358,7 @@ TEST_F(ConfigFolding, LargeCommitsRowsFollowInTheEventLoop) {
 
 TEST_F(ConfigFolding, LargeCommitOfAProcessThatEndsIsThereInTheNext) {
   Make("file", Many(1200, "x"), "");
-  Make("file", {SetTo("/cfg/many/000000", "newer"), LetGo("/cfg/many/000001")}, "");
+  Make("file", {SetTo("/cfg/many/000000", "newer"), Withdraw("/cfg/many/000001")}, "");
   EXPECT_TRUE(Unfolded());
   Restart();
   EXPECT_FALSE(Unfolded());

@@ -25,7 +25,7 @@ TEST_F(ConfigCommit, WhatTheSuiteDerivesIsBelowWhatIsConfiguredInItAndAboveTheKe
   EXPECT_THAT(Commit("kernel", {SetTo("/cfg/a", "kernel")}), ElementsAre("a 3 kernel"));
   EXPECT_THAT(Commit("frr-derived", {SetTo("/cfg/a", "derived")}), ElementsAre("a 2 derived"));
   EXPECT_THAT(Commit("frr", {SetTo("/cfg/a", "frr")}), ElementsAre("a 2 frr"));
-  EXPECT_THAT(Commit("frr", {LetGo("/cfg/a")}), ElementsAre("a 2 derived"));
+  EXPECT_THAT(Commit("frr", {Withdraw("/cfg/a")}), ElementsAre("a 2 derived"));
 }
 
 TEST_F(ConfigCommit, EveryOwnerHasAnOrigin) {
@@ -49,7 +49,7 @@ TEST_F(ConfigCommit, ObserverLearnsWhatChangesInForceAndWhoHoldsIt) {
   Commit("cli", {SetTo("/cfg/a/x", "1")});
   Commit("file", {SetTo("/cfg/a/x", "2")});
   EXPECT_THAT(take(), IsEmpty()) << "the same value, and one that is covered";
-  Commit("cli", {LetGo("/cfg/a/x")});
+  Commit("cli", {Withdraw("/cfg/a/x")});
   EXPECT_THAT(take(), ElementsAre("/cfg/a/x 1(cli) 2(file)"));
   EXPECT_EQ(kvtree_config_retell({"/cfg/a/x"}), kStatusOk);
   EXPECT_THAT(take(), IsEmpty()) << "told again is no change";
@@ -70,9 +70,9 @@ TEST_F(ConfigCommit, NodeIsFoundWithWhoHoldsIt) {
 
 TEST_F(ConfigCommit, LettingGoRevealsTheNext) {
   for (const char* owner : {"frr", "file", "cli"}) Commit(owner, {SetTo("/cfg/a", owner)});
-  EXPECT_THAT(Commit("cli", {LetGo("/cfg/a")}), ElementsAre("a 2 file"));
-  EXPECT_THAT(Commit("frr", {LetGo("/cfg/a")}), IsEmpty());
-  EXPECT_THAT(Commit("file", {LetGo("/cfg/a")}), ElementsAre("a 4 none"));
+  EXPECT_THAT(Commit("cli", {Withdraw("/cfg/a")}), ElementsAre("a 2 file"));
+  EXPECT_THAT(Commit("frr", {Withdraw("/cfg/a")}), IsEmpty());
+  EXPECT_THAT(Commit("file", {Withdraw("/cfg/a")}), ElementsAre("a 4 none"));
   EXPECT_THAT(InForce(), IsEmpty());
 }
 
@@ -82,15 +82,16 @@ TEST_F(ConfigCommit, SameValueTellsNobody) {
   EXPECT_THAT(Commit("cli", {SetTo("/cfg/a", "x")}), IsEmpty());
   EXPECT_EQ(id, "");
   EXPECT_THAT(Owned("cli"), ElementsAre("/cfg/a=x"));
-  EXPECT_THAT(Commit("file", {LetGo("/cfg/a")}), IsEmpty());
+  EXPECT_THAT(Commit("file", {Withdraw("/cfg/a")}), IsEmpty());
   EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x"));
   EXPECT_THAT(History(), ElementsAre("1 file 1 "));
 }
 
 TEST_F(ConfigCommit, DeletionsAreToldBeforeSets) {
   Commit("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")});
-  EXPECT_THAT(Commit("cli", {SetTo("/cfg/z", "2"), LetGo("/cfg/c"), SetTo("/cfg/b", "2"), LetGo("/cfg/a")}),
-              ElementsAre("c 4 none", "a 4 none", "z 3 2", "b 2 2"));
+  EXPECT_THAT(
+      Commit("cli", {SetTo("/cfg/z", "2"), Withdraw("/cfg/c"), SetTo("/cfg/b", "2"), Withdraw("/cfg/a")}),
+      ElementsAre("c 4 none", "a 4 none", "z 3 2", "b 2 2"));
 }
 
 TEST_F(ConfigCommit, EveryTypeOfValueIsHeld) {
@@ -117,7 +118,7 @@ TEST_F(ConfigCommit, MistakeChangesNothing) {
   const auto refused = [&](KvConfigChange change, Status status) {
     return Refused("cli", {SetTo("/cfg/good", "x"), std::move(change)}, status);
   };
-  EXPECT_EQ(refused(LetGo("/cfg/a"), kStatusNoSuchRow), "/cfg/a: cli does not hold it");
+  EXPECT_EQ(refused(Withdraw("/cfg/a"), kStatusNoSuchRow), "/cfg/a: cli does not hold it");
   EXPECT_EQ(refused(SetTo("/cfg/good", "y"), kStatusInvalid), "/cfg/good: it is changed twice");
   EXPECT_EQ(refused({"/cfg/a", record}, kStatusInvalid), "/cfg/a: a configuration has no records");
   for (const char* path : {"/oper/a", "/cfg", "/cfg/", "/cfg/a/", "/", "", "cfg/a"}) {
@@ -150,7 +151,7 @@ TEST_F(ConfigCommit, UnknownOwnersHoldNothing) {
 
 TEST_F(ConfigCommit, LettingGoOfWhatAnotherOwnerHoldsIsAMistake) {
   Commit("file", {SetTo("/cfg/a", "x")});
-  EXPECT_EQ(Refused("cli", {LetGo("/cfg/a")}, kStatusNoSuchRow), "/cfg/a: cli does not hold it");
+  EXPECT_EQ(Refused("cli", {Withdraw("/cfg/a")}, kStatusNoSuchRow), "/cfg/a: cli does not hold it");
   EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x"));
 }
 
@@ -166,7 +167,7 @@ TEST_F(ConfigCommit, EmptyCommitIsNone) {
 
 TEST_F(ConfigCommit, CallerMayLeaveOutIdAndMistake) {
   EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, ""), kStatusOk);
-  EXPECT_EQ(kvtree_config_commit("cli", {LetGo("/cfg/b")}, ""), kStatusNoSuchRow);
+  EXPECT_EQ(kvtree_config_commit("cli", {Withdraw("/cfg/b")}, ""), kStatusNoSuchRow);
   EXPECT_EQ(kvtree_config_replace("cli", {"/cfg/"}, {}, ""), kStatusOk);
 }
 
@@ -255,7 +256,7 @@ TEST_F(ConfigRetell, EachIsToldWithWhatIsBetween) {
   ASSERT_EQ(
       kvtree_config_retell_each({"/cfg/b", "/cfg/gone", "/cfg/a"}, manager, note("deletion"), note("set")),
       kStatusOk);
-  ASSERT_EQ(kvtree_config_commit("file", {LetGo("/cfg/b")}, ""), kStatusOk);
+  ASSERT_EQ(kvtree_config_commit("file", {Withdraw("/cfg/b")}, ""), kStatusOk);
   EXPECT_THAT(TakeTold(), IsEmpty());
   Run();
   EXPECT_THAT(TakeTold(), ElementsAre("c 3 before", "deletion", "b 4 none", "set", "b 3 2", "deletion",
@@ -295,9 +296,9 @@ TEST_P(ConfigCounted, OtherValueOfANodeThatIsThereIsToldToNobody) {
   EXPECT_THAT(Changes(id), ElementsAre(item_ + ": text (cli) -> other (cli)"));
   Subscribe("/cfg/", kKvEventSet);
   EXPECT_THAT(TakeTold(), ElementsAre("item 2 other")) << "who comes later reads what is in force";
-  EXPECT_THAT(Commit("cli", {LetGo(item_)}), IsEmpty());
+  EXPECT_THAT(Commit("cli", {Withdraw(item_)}), IsEmpty());
   EXPECT_THAT(InForce(), ElementsAre(item_ + "=#1"));
-  EXPECT_THAT(Commit("frr", {LetGo(item_)}), ElementsAre("item 4 none"));
+  EXPECT_THAT(Commit("frr", {Withdraw(item_)}), ElementsAre("item 4 none"));
 }
 
 INSTANTIATE_TEST_SUITE_P(EachScope, ConfigCounted, ::testing::ValuesIn(kConfigCountedScopes),

@@ -35,7 +35,7 @@ inline KvValue TupleValue(std::vector<std::int64_t> numbers) {
 inline KvConfigChange SetTo(const std::string& path, const std::string& text) {
   return {path, TextValue(text)};
 }
-inline KvConfigChange LetGo(const std::string& path) {
+inline KvConfigChange Withdraw(const std::string& path) {
   return {path, std::nullopt};
 }
 

@@ -211,8 +211,8 @@ Status vrf_cb(const char* vrf_name) {
 }
 
 IfChange mpls_vpn_mib_if_change(std::uint32_t first_code, std::uint32_t second_code) {
-  if (first_code == kVtabCameUp || second_code == kVtabCameUp) return IfChange::kUp;
-  if (first_code == kVtabWentDown || second_code == kVtabWentDown) return IfChange::kDown;
+  if (first_code == kVtabChangedUp || second_code == kVtabChangedUp) return IfChange::kUp;
+  if (first_code == kVtabChangedDown || second_code == kVtabChangedDown) return IfChange::kDown;
   return IfChange::kNone;
 }
 

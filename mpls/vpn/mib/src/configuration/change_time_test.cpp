@@ -89,7 +89,7 @@ TEST_F(ConfigurationTime, IsThatOfTheCommitNearerTheEndOfTheHistory) {
 TEST_F(ConfigurationTime, IsThatOfADeletionToo) {
   CommitVrf("red", "1");
   clock.advance(kNanosecondsPerSecond);
-  Commit("cli", {LetGo("/cfg/gl/vmap/vrf/red/ord_a/vmap/ord_k/vmap/descr")});
+  Commit("cli", {Withdraw("/cfg/gl/vmap/vrf/red/ord_a/vmap/ord_k/vmap/descr")});
   EXPECT_EQ(Seconds("red"), "02");
 }
 
