@@ -49,7 +49,7 @@ const router::Router& sample_router() {
 
 void check_nodes(std::string_view text) {
   const frr::RunningConfig config = frr::parse_running_config(text);
-  for (const frr::Mistake& mistake : config.mistakes) require(mistake.line > 0 && !mistake.what.empty());
+  for (const frr::LineError& error : config.errors) require(error.line > 0 && !error.what.empty());
   for (const frr::Program& program : frr::kPrograms) {
     const frr::Nodes nodes = program.nodes(config, sample_router());
     require(is_in_order(nodes));

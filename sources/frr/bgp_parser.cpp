@@ -1,13 +1,13 @@
-// The stanzas of BGP instances in VRFs: what they say of VPNs, and their neighbours with the address families
-// that these are active in.
+// The stanzas of BGP instances in VRFs: their VPN items and their neighbours with the active address
+// families.
 //
-// A neighbour is active in an address family when it says so itself, else when its group does, else by the
-// instance's default (IPv4 unless "no bgp default ipv4-unicast"). A neighbour that is shut down is configured
-// all the same. Labelled unicast and multicast count as their address family. A group with a range of
-// addresses to listen on counts as a neighbour: its members are known only while they are connected.
+// Whether a neighbour is active in an address family is set by its own line, or else by its group's, or else
+// by the instance's default (IPv4 unless "no bgp default ipv4-unicast"). A neighbour that is shut down is
+// still configured. Labelled unicast and multicast count as their address family. A group with a range of
+// addresses to listen on counts as a neighbour, because its members are known only while they are connected.
 //
-// Of the default VRF's instance counts what is about VRFs: the notation of AS numbers, whether it imports
-// from a VRF, and whether it follows VNIs.
+// Of the default VRF's instance only these matter: the notation of AS numbers, whether it imports from a VRF,
+// and whether it advertises VNIs.
 #include <optional>
 #include <utility>
 
@@ -27,10 +27,10 @@ VpnFamily& family(Parser& parser) {
   return instance(parser).families[static_cast<std::size_t>(parser.family)];
 }
 
-// Null, and a mistake, for a word that is neither an address nor a name.
+// Null, with an error, for a word that is neither an address nor a name.
 BgpNeighbour* neighbour(Parser& parser, std::string_view name) {
   if (!router::valid_interface_name(name)) {
-    parser.mistake("no neighbour has such a name");
+    parser.error("invalid neighbour name");
     return nullptr;
   }
   auto& neighbours = instance(parser).neighbours;
@@ -88,13 +88,13 @@ void take_activation(Parser& parser, const Words& words) {
 
 void take_rd(Parser& parser, const Words& words) {
   const auto rd = parse_suite_target(words[3]);
-  if (!rd) return parser.mistake("'" + std::string(words[3]) + "' is not a route distinguisher");
+  if (!rd) return parser.error("'" + std::string(words[3]) + "' is not a route distinguisher");
   family(parser).rd = *rd;
 }
 
 void take_evpn_rd(Parser& parser, const Words& words) {
   const auto rd = parse_suite_target(words[1]);
-  if (!rd) return parser.mistake("'" + std::string(words[1]) + "' is not a route distinguisher");
+  if (!rd) return parser.error("'" + std::string(words[1]) + "' is not a route distinguisher");
   instance(parser).families[kEvpn].rd = *rd;
 }
 
@@ -104,7 +104,7 @@ void take_evpn_targets(Parser& parser, const Words& words) {
   for (std::size_t i = 2; i < words.size(); ++i) {
     if (words[i] == "auto") continue;
     const auto target = parse_suite_target(words[i]);
-    if (!target) return parser.mistake("'" + std::string(words[i]) + "' is not a route target");
+    if (!target) return parser.error("'" + std::string(words[i]) + "' is not a route target");
     if (words[1] != "export") evpn.imports.push_back(*target);
     if (words[1] != "import") evpn.exports.push_back(*target);
   }
@@ -118,12 +118,12 @@ void take_vnis(Parser& parser, const Words&) {
   parser.config.has_evpn = true;
 }
 
-// All of the line or none of it: a list with a hole would look like another list.
+// Takes all of the line or nothing: an incomplete list would be a different list.
 void take_targets(Parser& parser, const Words& words) {
   std::vector<vrf_config::Target> targets;
   for (std::size_t i = 3; i < words.size(); ++i) {
     const auto target = parse_suite_target(words[i]);
-    if (!target) return parser.mistake("'" + std::string(words[i]) + "' is not a route target");
+    if (!target) return parser.error("'" + std::string(words[i]) + "' is not a route target");
     targets.push_back(*target);
   }
   if (words[2] != "export") family(parser).imports = targets;
@@ -132,12 +132,12 @@ void take_targets(Parser& parser, const Words& words) {
 
 // "import vrf route-map NAME": the policy of routes from the VRFs that are imported by name.
 void take_policy_of_names(Parser& parser, const Words& words) {
-  if (words[3].size() > kTextMax) return parser.mistake("the route map's name is too long");
+  if (words[3].size() > kTextMax) return parser.error("the route map's name is too long");
   family(parser).import_policy = words[3];
 }
 
 void take_policy(Parser& parser, const Words& words) {
-  if (words[3].size() > kTextMax) return parser.mistake("the route map's name is too long");
+  if (words[3].size() > kTextMax) return parser.error("the route map's name is too long");
   (words[2] == "import" ? family(parser).import_policy : family(parser).export_policy) = words[3];
 }
 
@@ -196,7 +196,7 @@ void open_bgp(Parser& parser, const Words& words) {
   if (!is_vpn(parser, words[4])) return;
   const std::optional<std::uint32_t> as_number = vrf_config::parse_as_number(words[2]);
   if (!as_number) {
-    return parser.mistake("'" + std::string(words[2]) + "' is not an AS number");
+    return parser.error("'" + std::string(words[2]) + "' is not an AS number");
   }
   parser.stanza = Stanza::kBgp;
   BgpInstance opened;
@@ -205,7 +205,7 @@ void open_bgp(Parser& parser, const Words& words) {
   parser.config.bgp.push_back(std::move(opened));
 }
 
-// "router bgp AS as-notation NOTATION"; plain when nothing is said.
+// "router bgp AS as-notation NOTATION"; plain by default.
 void open_default_bgp(Parser& parser, const Words& words) {
   parser.stanza = Stanza::kDefaultBgp;
   if (words.size() == 5) parser.config.as_notation = words[4];

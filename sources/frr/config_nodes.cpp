@@ -1,13 +1,11 @@
-// See config_nodes.h.
+// A VRF has a description in the MIB, but not in the suite. There, the VRF's device has one, as an interface
+// with the name of the VRF ("interface red / description ..."), which is used.
 //
-// A VRF has one description in the MIB and none in the suite; the device of a VRF has one, however, as an
-// interface that is named like the VRF ("interface red / description ..."), and that is taken.
-//
-// OSPF is enabled on an interface by a `network` line that holds its address, or by its own `ip ospf area`,
-// in both cases only if its VRF has the process. A network holds the addresses under its own mask, whatever
-// prefix length the interface has: 10.0.0.1/24 is in 10.0.0.0/30, and in 10.0.0.1/32. Where several networks
-// hold an address, the most specific one gives the area. The protocols differ in the addresses that they look
-// at (NetworkRule).
+// OSPF is enabled on an interface by a `network` line that contains its address, or by its own `ip ospf
+// area`, in both cases only if its VRF has the process. A network contains the addresses under its own mask,
+// whatever prefix length the interface has: 10.0.0.1/24 is in 10.0.0.0/30, and in 10.0.0.1/32. If several
+// networks contain an address, the most specific one sets the area. The protocols differ in the addresses
+// that they compare (NetworkRule).
 #include "sources/frr/config_nodes.h"
 
 #include <algorithm>
@@ -41,7 +39,7 @@ bool is_of_device(std::string_view path) {
          (ends_with(path, kDescriptionEnd) || ends_with(path, kVniEnd));
 }
 
-// Of two nodes with one path the later stays.
+// Of two nodes with the same path, keeps the later one.
 Nodes sorted(Nodes nodes) {
   std::stable_sort(nodes.begin(), nodes.end(), [](const KvConfigNode& left, const KvConfigNode& right) {
     return left.path < right.path;
@@ -143,10 +141,10 @@ bool is_within(const router::Address& address, const router::Address& network) {
   return address.family == network.family && shares_bits(address, network, network.prefix_length);
 }
 
-// Which of an interface's addresses a protocol looks at; observed of versions 8.4.4 and 10.3.
+// Which of an interface's addresses a protocol compares, as observed with versions 8.4.4 and 10.3.
 struct NetworkRule {
-  bool by_peer;    // at the peer of an address that has one, not at the address
-  bool secondary;  // at secondary addresses, too
+  bool by_peer;    // the peer of an address that has one, instead of the address
+  bool secondary;  // secondary addresses, too
 };
 
 constexpr NetworkRule kOspfRule{true, false};
@@ -196,7 +194,7 @@ void visit_members(const std::vector<IgpProcess>& processes, const router::Route
   }
 }
 
-// The areas that the interface itself is in, then what the networks say.
+// The areas that the interface configures; if none, the area of its network.
 std::set<std::uint32_t> areas_of(const RunningConfig& config, const IgpProcess& process,
                                  const router::Interface& interface) {
   std::set<std::uint32_t> areas;

@@ -1,10 +1,10 @@
-// The configuration nodes that each of the routing suite's programs stands for.
+// The configuration nodes that each program of the routing suite provides.
 //
-// A program's nodes are made of its own running configuration only, so that what one does not say now can
-// stay what it was while the others are followed. Several programs can own a node: since the suite has a
-// management program, mgmtd, it prints what another program printed in earlier versions. Which interfaces
-// OSPF, RIP and EIGRP are enabled on is decided by the router's addresses and memberships, which the
-// configuration does not have. Stateless; main thread, because of the router.
+// A program's nodes derive from its own running configuration only, so they can stay unchanged while it does
+// not answer and others do. Several programs can own a node: where the suite has the management program
+// mgmtd, it prints what other programs print in earlier versions. The interfaces on which OSPF, RIP and EIGRP
+// are enabled follow from the router's addresses and memberships, which are not in the configuration.
+// Stateless; main thread, because of the router.
 #pragma once
 
 #include <array>

@@ -42,7 +42,7 @@ class ConfigNodes : public ::testing::Test {
     }
     ASSERT_EQ(router.add_interface(added), kStatusOk);
   }
-  // What the kernel says of an address of the last interface.
+  // An address of the last interface, as the kernel has it.
   void SetDetail(const std::string& address, const std::string& peer, bool secondary) {
     router::Interface interface = *router.find_interface_by_index(last_index);
     router::Ipv4Detail detail;
@@ -116,7 +116,7 @@ TEST_F(ConfigNodes, TargetThatIsNamedTwiceIsOneNode) {
       1U);
 }
 
-TEST_F(ConfigNodes, NeighbourIsActiveByItself) {
+TEST_F(ConfigNodes, NeighbourIsActiveByItsOwnLine) {
   EXPECT_THAT(Say("bgpd",
                   "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n address-family ipv4 unicast\n"
                   "  no neighbor 10.0.0.1 activate\n exit-address-family\n address-family ipv6 unicast\n"
@@ -133,7 +133,7 @@ TEST_F(ConfigNodes, NeighbourIsActiveByDefaultInIpv4) {
       IsEmpty());
 }
 
-TEST_F(ConfigNodes, NeighbourFollowsItsGroupAndTheGroupIsNone) {
+TEST_F(ConfigNodes, NeighbourFollowsItsGroupWhichIsNotANeighbour) {
   EXPECT_THAT(
       Say("bgpd",
           "router bgp 1 vrf red\n no bgp default ipv4-unicast\n neighbor CE peer-group\n"
@@ -186,7 +186,7 @@ TEST_F(ConfigNodes, VniIsOfItsVrf) {
               UnorderedElementsAre(vrf_config::vni("red", 100), vrf_config::vni("blue", 200)));
 }
 
-TEST_F(ConfigNodes, DescriptionOfAVrfDeviceIsTheVrfs) {
+TEST_F(ConfigNodes, DescriptionOfAVrfDeviceIsThatOfTheVrf) {
   AddVrf("red");
   EXPECT_THAT(
       Say("zebra",
@@ -204,7 +204,7 @@ TEST_F(ConfigNodes, OspfIsEnabledByNetworks) {
 }
 
 // Seen in both versions of the suite: an interface with 10.2.0.1/24 runs OSPF under "network 10.2.0.1/32".
-TEST_F(ConfigNodes, NetworkHoldsTheAddressesUnderItsOwnMask) {
+TEST_F(ConfigNodes, NetworkContainsTheAddressesUnderItsOwnMask) {
   AddInterface("blue1", "blue", {"10.2.0.1/24", "2001:db8:2::1/64"});
   for (const char* network : {"10.2.0.1/32", "10.2.0.0/30", "10.2.0.0/16", "0.0.0.0/0"}) {
     const std::string line = std::string(" network ") + network;
@@ -221,14 +221,14 @@ TEST_F(ConfigNodes, NetworkHoldsTheAddressesUnderItsOwnMask) {
 }
 
 // The suite's own answers for such pairs: tests/kernel/system_networks.py.
-TEST_F(ConfigNodes, NetworkTakesInTheAddressOrThePeerAsTheProtocolDoes) {
+TEST_F(ConfigNodes, NetworkContainsTheAddressOrThePeerDependingOnTheProtocol) {
   AddInterface("blue1", "blue", {"10.4.0.1/32"});
   SetDetail("10.4.0.1/32", "10.5.0.1/32", false);
   EXPECT_EQ(EnabledBy("10.4.0.1/32"), "ripd eigrpd ");
   EXPECT_EQ(EnabledBy("10.5.0.0/16"), "ospfd ");
 }
 
-TEST_F(ConfigNodes, NetworkTakesInSecondaryAddressesOfRipOnly) {
+TEST_F(ConfigNodes, NetworkContainsSecondaryAddressesForRipOnly) {
   AddInterface("blue1", "blue", {"10.8.0.1/24", "10.8.0.2/24"});
   SetDetail("10.8.0.1/24", "10.8.0.1/24", false);
   SetDetail("10.8.0.2/24", "10.8.0.2/24", true);
@@ -236,7 +236,7 @@ TEST_F(ConfigNodes, NetworkTakesInSecondaryAddressesOfRipOnly) {
   EXPECT_EQ(EnabledBy("10.8.0.2/32"), "ripd ");
 }
 
-TEST_F(ConfigNodes, MostSpecificNetworkGivesTheArea) {
+TEST_F(ConfigNodes, MostSpecificNetworkSetsTheArea) {
   AddInterface("blue1", "blue", {"10.2.0.1/30"});
   EXPECT_THAT(Say("ospfd",
                   "router ospf vrf blue\n network 10.0.0.0/8 area 1\n network 10.2.0.0/24 area 2\n"
@@ -254,7 +254,7 @@ TEST_F(ConfigNodes, OspfAreaOfAnInterfaceNeedsTheProcessOfItsVrf) {
               ElementsAre(vrf_config::ospf_interface("blue", "1", 9, "blue1")));
 }
 
-TEST_F(ConfigNodes, OwnAreaOfAnInterfaceGoesBeforeNetworks) {
+TEST_F(ConfigNodes, AreaOfAnInterfaceOverridesNetworks) {
   AddInterface("blue1", "blue", {"10.2.0.1/30"});
   EXPECT_THAT(
       Say("ospfd",
@@ -313,7 +313,7 @@ constexpr char kEverything[] =
     "interface red1\n ipv6 ospf6 area 0\nrouter ospf6 vrf red\nrouter ripng vrf red\n network red1\n"
     "router bgp 65000 as-notation dot\n";
 
-TEST_F(ConfigNodes, ProgramSaysNothingOfTheOthers) {
+TEST_F(ConfigNodes, ProgramProvidesNoNodesOfOthers) {
   AddVrf("red");
   AddInterface("red1", "red", {"10.1.0.1/30"});
   for (const Program& speaker : frr::kPrograms) {
@@ -327,7 +327,7 @@ TEST_F(ConfigNodes, ProgramSaysNothingOfTheOthers) {
   }
 }
 
-TEST_F(ConfigNodes, ManagementProgramSaysWhatTheFourProgramsSay) {
+TEST_F(ConfigNodes, ManagementProgramProvidesTheNodesOfFourPrograms) {
   AddVrf("red");
   AddInterface("red1", "red", {"10.1.0.1/30"});
   std::vector<std::string> expected;

@@ -1,10 +1,10 @@
-// See conversation.h. A question is some lines: for the configuration, for what further commands show, for
-// the programs that the shell is connected to, and a word that it does not know. The word in what it prints,
-// as an echo or in an error message, marks the end, whatever the prompt is. Other such words are sent before,
-// between and after the further commands.
+// A question has a line for the configuration, one for each further command, one for the programs that the
+// shell is connected to, and a word that the shell does not know. That word in the output, as an echo or in
+// an error message, marks the end, whatever the prompt is. Similar words are sent before, between and after
+// the further commands.
 //
-// The shell is in a process group of its own, so that it goes with whatever it started; it ends by itself
-// when this process does, because its input ends.
+// The shell has a process group of its own, so that it is killed with its children. It ends by itself with
+// this process, because its input ends.
 #include "sources/frr/conversation.h"
 
 #include <fcntl.h>
@@ -31,7 +31,7 @@ namespace {
 constexpr std::string_view kConfigurationStart = "\nCurrent configuration:\n";
 constexpr std::string_view kConfigurationEnd = "\nend\n";
 
-// The spawn's arguments, released whatever happens.
+// Owns the arguments of posix_spawn().
 struct SpawnPlan {
   posix_spawn_file_actions_t actions;
   posix_spawnattr_t attributes;
@@ -47,7 +47,7 @@ struct SpawnPlan {
   SpawnPlan& operator=(const SpawnPlan&) = delete;
 };
 
-// The socket as standard input, output and error; no blocked signals; a group of its own.
+// The socket as standard input, output and error; no blocked signals; a new process group.
 int plan_spawn(SpawnPlan* plan, int fd) {
   for (int standard = 0; standard < 3; ++standard) {
     if (const int error = posix_spawn_file_actions_adddup2(&plan->actions, fd, standard)) return error;
@@ -64,7 +64,7 @@ int plan_spawn(SpawnPlan* plan, int fd) {
                                   POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
 }
 
-// This process's environment without what would page, translate or remember.
+// This process's environment, but without a pager, translations and a history file.
 std::vector<std::string> shell_environment() {
   constexpr std::array<std::string_view, 4> kSet{"VTYSH_PAGER=cat", "VTYSH_HISTFILE=/dev/null", "TERM=dumb",
                                                  "LC_ALL=C"};
@@ -121,8 +121,8 @@ bool is_connected(std::string_view text, std::string_view program) {
   });
 }
 
-// The shell's own words about its connection. Between the programs' lines only at the start of a line: a
-// description may say the same.
+// A warning of the shell about its connection. Among the programs' lines, only one at the start of a line
+// counts, because a description may contain the same text.
 bool is_warning(std::string_view line) {
   return line.find("Warning: closing connection") == 0 || line.find("Warning: connecting to") == 0;
 }
@@ -132,7 +132,7 @@ bool has_warning(std::string_view text) {
          text.find("Warning: connecting to") != std::string_view::npos;
 }
 
-// What the shell said last that is no prompt, for the log.
+// The last line before the prompt, for the log.
 std::string last_words(std::string_view text) {
   constexpr std::size_t kShown = 120;
   while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.remove_suffix(1);
@@ -150,8 +150,7 @@ Answer not_whole(std::string reason) {
   return answer;
 }
 
-// Cuts the text between the words before and after each command out of the whole. False when one of the words
-// is missing.
+// Takes the output of each command out of the text. False when one of the marks is missing.
 bool take_parts(std::string_view* text, std::size_t commands, std::vector<std::string>* shown) {
   for (std::size_t part = 0; part <= commands; ++part) {
     const std::string mark = part_mark(part);
@@ -164,7 +163,7 @@ bool take_parts(std::string_view* text, std::size_t commands, std::vector<std::s
   return true;
 }
 
-// A shell ends with the same last line whether the suite has no such program or it does not run.
+// The last line of a shell is the same whether the suite has no such program or the program does not run.
 Answer ended(std::string_view text, const std::string& program) {
   const std::string no_such = "Error: no daemons match name " + program + "!";
   Answer answer = not_whole("the shell ended: " + last_words(text));
@@ -184,13 +183,13 @@ Answer read_shell_output(std::string_view text, std::string_view program, std::s
   start += kConfigurationStart.size();
   const std::size_t end = text.find(kConfigurationEnd, start - 1);
   if (end == std::string_view::npos) return not_whole("its configuration has no end");
-  std::string_view behind = text.substr(end + kConfigurationEnd.size());
+  std::string_view rest = text.substr(end + kConfigurationEnd.size());
   Answer answer;
-  if (commands > 0 && !take_parts(&behind, commands, &answer.shown)) {
+  if (commands > 0 && !take_parts(&rest, commands, &answer.shown)) {
     return not_whole("a command's answer is missing");
   }
-  if (!is_connected(behind, program)) return not_whole("the shell has no connection to it");
-  if (any_line(text, is_warning) || has_warning(text.substr(0, start)) || has_warning(behind)) {
+  if (!is_connected(rest, program)) return not_whole("the shell has no connection to it");
+  if (any_line(text, is_warning) || has_warning(text.substr(0, start)) || has_warning(rest)) {
     return not_whole("the shell lost its connection to it");
   }
   answer.whole = true;
@@ -208,9 +207,10 @@ Conversation::~Conversation() {
   reap(true);
 }
 
-Status Conversation::ask(EventManager* manager, Heard heard, const std::vector<std::string>& commands) {
+Status Conversation::ask(EventManager* manager, OnAnswer on_answer,
+                         const std::vector<std::string>& commands) {
   if (const Status status = fault_check("frr_conversation_ask")) return status;
-  if (heard_) return kStatusExists;
+  if (on_answer_) return kStatusExists;
   manager_ = manager;
   reap(false);
   if (fd_ < 0) {
@@ -220,7 +220,7 @@ Status Conversation::ask(EventManager* manager, Heard heard, const std::vector<s
     end();
     return status;
   }
-  heard_ = std::move(heard);
+  on_answer_ = std::move(on_answer);
   patience_ = event_timer_start(manager_, patience_now_, [this] { run_out(); });
   return kStatusOk;
 }
@@ -243,12 +243,12 @@ Status Conversation::start_shell() {
   return status;
 }
 
-// A shell that takes nothing more does not answer either.
+// A shell that does not accept all of the question will not answer either.
 Status Conversation::send_question(const std::vector<std::string>& commands) {
   mark_ = "mpls-vpn-mib-" + std::to_string(getpid()) + "-" + std::to_string(++questions_);
   commands_ = commands.size();
-  // With a pager each command would start a process. Of a shell that does not know these words, the
-  // environment has a pager that does not wait.
+  // With a pager, each command would start a process. A shell that does not know this command uses the pager
+  // from its environment, which does not wait.
   std::string question = answered_ ? "" : "no terminal paginate\n";
   question += "show running-config\n";
   for (std::size_t part = 0; part < commands_; ++part) {
@@ -262,14 +262,14 @@ Status Conversation::send_question(const std::vector<std::string>& commands) {
   return static_cast<std::size_t>(sent) == question.size() ? kStatusOk : kStatusIo;
 }
 
-// Level-triggered: what does not fit into one read comes with the next turn of the loop, after others.
+// Level-triggered: the next iteration of the loop reads what does not fit.
 void Conversation::read_answer() {
   constexpr std::size_t kPiece = 64U << 10;
   std::array<char, kPiece> piece;
   const ssize_t length = recv(fd_, piece.data(), piece.size(), MSG_DONTWAIT);
   if (length < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (length <= 0) return finish(ended(received_, program_));
-  if (!heard_) return;  // said between questions: of no interest
+  if (!on_answer_) return;  // output between questions
   const std::size_t known = received_.size() - std::min(received_.size(), mark_.size());
   received_.append(piece.data(), static_cast<std::size_t>(length));
   const std::size_t mark = received_.find(mark_, known);
@@ -289,9 +289,9 @@ void Conversation::finish(Answer answer) {
   answer.first = !answered_;
   answered_ = answer.whole;
   if (answered_) patience_now_ = limits_.patience;
-  const Heard heard = std::exchange(heard_, nullptr);
+  const OnAnswer on_answer = std::exchange(on_answer_, nullptr);
   if (!answer.whole) end();
-  if (heard) heard(answer);
+  if (on_answer) on_answer(answer);
 }
 
 void Conversation::run_out() {
@@ -302,7 +302,7 @@ void Conversation::run_out() {
 void Conversation::end() {
   if (patience_ != 0) event_timer_cancel(manager_, patience_);
   patience_ = 0;
-  heard_ = nullptr;
+  on_answer_ = nullptr;
   if (fd_ >= 0) {
     event_fd_remove(manager_, fd_);
     close(fd_);
@@ -317,8 +317,8 @@ void Conversation::end() {
 }
 
 void Conversation::reap(bool wait) {
-  const auto is_gone = [wait](pid_t pid) { return waitpid(pid, nullptr, wait ? 0 : WNOHANG) != 0; };
-  ended_.erase(std::remove_if(ended_.begin(), ended_.end(), is_gone), ended_.end());
+  const auto is_reaped = [wait](pid_t pid) { return waitpid(pid, nullptr, wait ? 0 : WNOHANG) != 0; };
+  ended_.erase(std::remove_if(ended_.begin(), ended_.end(), is_reaped), ended_.end());
 }
 
 }  // namespace frr

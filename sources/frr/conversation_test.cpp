@@ -18,7 +18,7 @@ using frr::Answer;
 using frr::Conversation;
 using testing::HasSubstr;
 
-constexpr std::uint64_t kTurn = 20 * kNanosecondsPerMillisecond;
+constexpr std::uint64_t kPollInterval = 20 * kNanosecondsPerMillisecond;
 constexpr auto kBound = std::chrono::seconds(20);
 
 constexpr char kWhole[] =
@@ -38,7 +38,7 @@ std::string with(std::string text, const std::string& before, const std::string&
   return text.insert(at, part);
 }
 
-TEST(ShellOutput, ConfigurationIsWhatStandsBetweenItsHeadAndItsEnd) {
+TEST(ShellOutput, ConfigurationIsBetweenItsHeadAndItsEnd) {
   const Answer answer = frr::read_shell_output(kWhole, "bgpd");
   EXPECT_TRUE(answer.whole) << answer.reason;
   EXPECT_EQ(answer.configuration, "!\nrouter bgp 65000 vrf red\nexit\n!\n");
@@ -51,16 +51,16 @@ TEST(ShellOutput, ConfigurationMayBeEmpty) {
   EXPECT_EQ(answer.configuration, "");
 }
 
-TEST(ShellOutput, AnswerWithoutAConfigurationIsNotWhole) {
+TEST(ShellOutput, AnswerWithoutAConfigurationIsIncomplete) {
   EXPECT_FALSE(frr::read_shell_output(without(kWhole, "Current configuration:"), "bgpd").whole);
   EXPECT_FALSE(frr::read_shell_output("", "bgpd").whole);
 }
 
-TEST(ShellOutput, ConfigurationWithoutItsEndIsNotWhole) {
+TEST(ShellOutput, ConfigurationWithoutItsEndIsIncomplete) {
   EXPECT_FALSE(frr::read_shell_output(without(kWhole, "end\n"), "bgpd").whole);
 }
 
-TEST(ShellOutput, ConfigurationOfAProgramThatIsNotConnectedIsNotWhole) {
+TEST(ShellOutput, ConfigurationOfAProgramThatIsNotConnectedIsIncomplete) {
   EXPECT_FALSE(frr::read_shell_output(without(kWhole, " bgpd"), "bgpd").whole);
   EXPECT_FALSE(frr::read_shell_output(kWhole, "bgp").whole);
   EXPECT_FALSE(frr::read_shell_output(kWhole, "ospfd").whole);
@@ -71,7 +71,7 @@ TEST(ShellOutput, ProgramThatIsNamedInItsConfigurationOnlyIsNotConnected) {
   EXPECT_FALSE(frr::read_shell_output(text, "bgpd").whole);
 }
 
-TEST(ShellOutput, ConnectionThatWasLostOrMendedMakesItNotWhole) {
+TEST(ShellOutput, LostOrReconnectedConnectionMakesItIncomplete) {
   for (const char* before : {"Building", "Current", "router", "exit", " zebra"}) {
     EXPECT_FALSE(
         frr::read_shell_output(with(kWhole, before, "Warning: connecting to bgpd...success!\n"), "bgpd")
@@ -107,7 +107,7 @@ TEST(ShellOutput, FurtherCommandsHaveTheirParts) {
   EXPECT_EQ(answer.configuration, "!\nrouter bgp 65000 vrf red\nexit\n!\n");
 }
 
-TEST(ShellOutput, AnswerWithoutAPartIsNotWhole) {
+TEST(ShellOutput, AnswerWithoutAPartIsIncomplete) {
   const std::string whole = with_parts({"{}", "{}"});
   EXPECT_TRUE(frr::read_shell_output(whole, "bgpd", 2).whole);
   EXPECT_FALSE(frr::read_shell_output(whole, "bgpd", 3).whole);
@@ -137,18 +137,19 @@ class ConversationTest : public ::testing::Test {
     conversation = std::make_unique<Conversation>(suite.shell(), "bgpd", limits);
   }
   Status Ask(const std::vector<std::string>& commands = {}) {
-    heard.reset();
-    const auto hear = [this](const Answer& answer) {
-      EXPECT_FALSE(heard.has_value()) << "told twice";
-      heard = answer;
+    received.reset();
+    const auto on_answer = [this](const Answer& answer) {
+      EXPECT_FALSE(received.has_value()) << "two answers";
+      received = answer;
     };
-    return conversation->ask(manager, hear, commands);
+    return conversation->ask(manager, on_answer, commands);
   }
   Answer Await() {
     const auto deadline = std::chrono::steady_clock::now() + kBound;
-    while (!heard && std::chrono::steady_clock::now() < deadline) event_run_pending(manager, kTurn);
-    EXPECT_TRUE(heard.has_value()) << "nothing heard";
-    return heard.value_or(Answer{});
+    while (!received && std::chrono::steady_clock::now() < deadline)
+      event_run_pending(manager, kPollInterval);
+    EXPECT_TRUE(received.has_value()) << "no answer";
+    return received.value_or(Answer{});
   }
   Answer AskAndAwait() {
     EXPECT_EQ(Ask(), kStatusOk);
@@ -157,11 +158,11 @@ class ConversationTest : public ::testing::Test {
 
   FakeSuite suite;
   EventManager* manager = nullptr;
-  std::optional<Answer> heard;
+  std::optional<Answer> received;
   std::unique_ptr<Conversation> conversation;
 };
 
-TEST_F(ConversationTest, RunningConfigurationIsHeard) {
+TEST_F(ConversationTest, AnswerHasTheRunningConfiguration) {
   const Answer answer = AskAndAwait();
   EXPECT_TRUE(answer.whole) << answer.reason;
   EXPECT_THAT(answer.configuration, HasSubstr("router bgp 65000 vrf red\nexit\n"));
@@ -177,7 +178,7 @@ TEST_F(ConversationTest, FurtherCommandsAreShownWithTheConfiguration) {
   EXPECT_THAT(AskAndAwait().shown, testing::IsEmpty());
 }
 
-TEST_F(ConversationTest, ShellIsKeptBetweenQuestions) {
+TEST_F(ConversationTest, ShellRunsOnBetweenQuestions) {
   EXPECT_TRUE(AskAndAwait().first);
   suite.Configure("bgpd", "router bgp 65000 vrf blue\nexit\n");
   const Answer second = AskAndAwait();
@@ -186,7 +187,7 @@ TEST_F(ConversationTest, ShellIsKeptBetweenQuestions) {
   EXPECT_EQ(suite.Started("bgpd"), 1U);
 }
 
-TEST_F(ConversationTest, LargeConfigurationIsHeardWhole) {
+TEST_F(ConversationTest, LargeConfigurationIsComplete) {
   std::string large;
   while (large.size() < 1'000'000)
     large += "router bgp 65000 vrf v" + std::to_string(large.size()) + "\nexit\n";
@@ -194,9 +195,9 @@ TEST_F(ConversationTest, LargeConfigurationIsHeardWhole) {
   EXPECT_THAT(AskAndAwait().configuration, HasSubstr(large));
 }
 
-TEST_F(ConversationTest, NothingIsHeardFromInsideTheQuestion) {
+TEST_F(ConversationTest, AnswerIsNeverDeliveredFromInsideTheQuestion) {
   ASSERT_EQ(Ask(), kStatusOk);
-  EXPECT_FALSE(heard.has_value());
+  EXPECT_FALSE(received.has_value());
 }
 
 TEST_F(ConversationTest, SecondQuestionWaitsForTheAnswer) {
@@ -205,13 +206,13 @@ TEST_F(ConversationTest, SecondQuestionWaitsForTheAnswer) {
   EXPECT_TRUE(Await().whole);
 }
 
-TEST_F(ConversationTest, MissingShellIsTold) {
+TEST_F(ConversationTest, MissingShellIsAnError) {
   conversation = std::make_unique<Conversation>(std::vector<std::string>{"/nowhere/vtysh"}, "bgpd",
                                                 Conversation::Limits{});
   EXPECT_EQ(Ask(), static_cast<Status>(ENOENT));
 }
 
-TEST_F(ConversationTest, FileThatIsNoProgramIsTold) {
+TEST_F(ConversationTest, FileThatIsNotExecutableIsAnError) {
   conversation =
       std::make_unique<Conversation>(std::vector<std::string>{"sources"}, "bgpd", Conversation::Limits{});
   EXPECT_EQ(Ask(), static_cast<Status>(EACCES));
@@ -236,15 +237,15 @@ TEST_F(ConversationTest, ProgramThatTheSuiteDoesNotHaveIsUnknown) {
   EXPECT_FALSE(AskAndAwait().unknown) << "not running is not unknown";
 }
 
-TEST_F(ConversationTest, ProgramThatWentAwayIsNoEmptyConfiguration) {
+TEST_F(ConversationTest, EndedProgramIsNotAnEmptyConfiguration) {
   ASSERT_TRUE(AskAndAwait().whole);
-  suite.Become("bgpd", "gone");
+  suite.Become("bgpd", "ended");
   EXPECT_FALSE(AskAndAwait().whole);
 }
 
-TEST_F(ConversationTest, MendedConnectionStartsANewShell) {
+TEST_F(ConversationTest, ReconnectedShellIsReplaced) {
   ASSERT_TRUE(AskAndAwait().whole);
-  suite.Become("bgpd", "mended");
+  suite.Become("bgpd", "reconnected");
   EXPECT_FALSE(AskAndAwait().whole);
   suite.Become("bgpd", "ok");
   const Answer answer = AskAndAwait();
@@ -253,7 +254,7 @@ TEST_F(ConversationTest, MendedConnectionStartsANewShell) {
   EXPECT_EQ(suite.Started("bgpd"), 2U);
 }
 
-TEST_F(ConversationTest, AnswersThatAreNotWholeAreRefused) {
+TEST_F(ConversationTest, IncompleteAnswersAreRefused) {
   for (const char* state : {"ending", "garbage", "cut"}) {
     suite.Become("bgpd", state);
     const Answer answer = AskAndAwait();
@@ -262,40 +263,40 @@ TEST_F(ConversationTest, AnswersThatAreNotWholeAreRefused) {
   }
 }
 
-TEST_F(ConversationTest, SilentShellIsGivenUpInTime) {
+TEST_F(ConversationTest, SilentShellTimesOut) {
   ManualClock clock(kNanosecondsPerSecond);
   suite.Become("bgpd", "silent");
   ASSERT_EQ(Ask(), kStatusOk);
   event_run_pending(manager);
-  EXPECT_FALSE(heard.has_value());
+  EXPECT_FALSE(received.has_value());
   clock.advance(Conversation::Limits{}.patience);
   EXPECT_EQ(Await().reason, "no answer in time");
 }
 
-// On a busy machine the start of a shell alone may take longer than the patience: with the same patience
-// again it would never answer.
-TEST_F(ConversationTest, ShellIsGivenTwiceTheTimeAfterAnAnswerThatWasNotInTime) {
+// On a busy machine the start of a shell alone may take longer than the timeout: with a fixed timeout it
+// would never answer.
+TEST_F(ConversationTest, TimeoutDoublesAfterEachTimeout) {
   ManualClock clock(kNanosecondsPerSecond);
-  const auto is_heard_after = [&](std::uint64_t nanoseconds) {
+  const auto times_out_after = [&](std::uint64_t nanoseconds) {
     suite.Become("bgpd", "silent");
     EXPECT_EQ(Ask(), kStatusOk);
     clock.advance(nanoseconds - 1);
     event_run_pending(manager);
-    EXPECT_FALSE(heard.has_value()) << nanoseconds;
+    EXPECT_FALSE(received.has_value()) << nanoseconds;
     clock.advance(1);
     EXPECT_EQ(Await().reason, "no answer in time");
   };
   const Conversation::Limits limits;
   for (std::uint64_t patience = limits.patience; patience < limits.longest_patience; patience *= 2) {
-    is_heard_after(patience);
+    times_out_after(patience);
   }
-  for (int i = 0; i < 2; ++i) is_heard_after(limits.longest_patience);
+  for (int i = 0; i < 2; ++i) times_out_after(limits.longest_patience);
   suite.Become("bgpd", "ok");
   EXPECT_TRUE(AskAndAwait().whole);
-  is_heard_after(limits.patience);
+  times_out_after(limits.patience);
 }
 
-TEST_F(ConversationTest, AnswerThatIsTooLargeIsGivenUp) {
+TEST_F(ConversationTest, AnswerThatIsTooLargeIsDropped) {
   Conversation::Limits limits;
   limits.answer_size = 100'000;
   Open(limits);
@@ -303,7 +304,7 @@ TEST_F(ConversationTest, AnswerThatIsTooLargeIsGivenUp) {
   EXPECT_EQ(AskAndAwait().reason, "its answer is too large");
 }
 
-TEST_F(ConversationTest, EndedShellsAreWaitedFor) {
+TEST_F(ConversationTest, EndedShellsAreReaped) {
   suite.Become("bgpd", "absent");
   AskAndAwait();
   suite.Become("bgpd", "silent");
@@ -314,11 +315,11 @@ TEST_F(ConversationTest, EndedShellsAreWaitedFor) {
   EXPECT_EQ(errno, ECHILD);
 }
 
-TEST_F(ConversationTest, EndedConversationIsNotHeard) {
+TEST_F(ConversationTest, EndedConversationDropsThePendingAnswer) {
   ASSERT_EQ(Ask(), kStatusOk);
   conversation->end();
-  event_run_pending(manager, kTurn);
-  EXPECT_FALSE(heard.has_value());
+  event_run_pending(manager, kPollInterval);
+  EXPECT_FALSE(received.has_value());
   EXPECT_TRUE(AskAndAwait().whole);
 }
 

@@ -1,4 +1,3 @@
-// See derived.h. Each command has a reader; what the readers find is collected in one place.
 #include "sources/frr/derived.h"
 
 #include <algorithm>
@@ -44,13 +43,13 @@ bool is_vpn_name(const std::string& vrf) {
   return vrf != router::kDefaultVrf && router::valid_vrf_name(vrf);
 }
 
-// "none" and "n/a" stand for nothing.
+// "none" and "n/a" mean that there is none.
 std::optional<Target> read_target(const std::string& text, const std::string& vrf, Collected* collected) {
   if (text.empty() || text == "none" || text == "n/a") return std::nullopt;
   const std::optional<Target> target = parse_suite_target(text);
   if (!target) {
-    collected->derived.mistakes.push_back("VRF " + vrf + ": '" + text +
-                                          "' is not a derived RD or route target");
+    collected->derived.errors.push_back("VRF " + vrf + ": '" + text +
+                                        "' is not a derived RD or route target");
   }
   return target;
 }
@@ -179,7 +178,7 @@ std::vector<Question> questions_of(const RunningConfig& config, bool exports) {
   return questions;
 }
 
-// The JSON among what the shell prints around it; an empty object when there is none.
+// The JSON in the shell's output; an empty object when there is none.
 Json json_in(std::string_view text) {
   const std::size_t start = text.find('{');
   if (start == std::string_view::npos) return Json::object();
@@ -191,7 +190,7 @@ bool by_path(const KvConfigNode& left, const KvConfigNode& right) {
   return left.path < right.path;
 }
 
-// What is configured is not derived, unless it is not effective.
+// A configured item is not derived, unless it is ineffective.
 void remove_configured(const std::vector<KvConfigNode>& configured, Derived* derived) {
   std::sort(derived->ineffective.begin(), derived->ineffective.end());
   std::erase_if(derived->nodes, [&](const KvConfigNode& node) {

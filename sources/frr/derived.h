@@ -1,13 +1,13 @@
-// RDs and route targets that the routing suite derives itself: they are effective, and its running
-// configuration does not have them.
+// RDs and route targets that the routing suite derives itself. They are effective, but not in its running
+// configuration.
 //
-// The suite derives them from router IDs, for VRFs that another one imports by name ("import vrf red") and
-// for VRFs with a VNI in EVPN, as far as none are configured. It changes them without a command when a router
-// ID changes. From 10 on it then exports routes with a derived RD also where its running configuration still
-// has the configured one; its table of VPN routes shows which RD is effective.
+// The suite derives them from router IDs, for VRFs that another VRF imports by name ("import vrf red") and
+// for VRFs with a VNI in EVPN, unless they are configured. It changes them without a command when a router ID
+// changes. Version 10 then exports routes with a derived RD even where its running configuration still has
+// the configured one; its table of VPN routes shows the effective RD.
 //
-// So a program that says that it derives something is asked further commands, and what these print, in JSON,
-// is read here. Stateless; any thread.
+// So when a program's configuration makes it derive items, further commands are sent, and this module reads
+// their JSON output. Stateless; any thread.
 #pragma once
 
 #include <optional>
@@ -29,11 +29,11 @@ std::vector<std::string> derived_commands(const RunningConfig& config, bool expo
 struct Derived {
   std::vector<KvConfigNode> nodes{};       // sorted by path, each path once; none that is configured as well
   std::vector<std::string> ineffective{};  // paths of configured nodes for which a derived one is effective
-  std::vector<std::string> mistakes{};     // what could not be understood and is left out
+  std::vector<std::string> errors{};       // what was invalid and is left out
 };
 
-// From what each of the commands printed; a text without JSON shows nothing, as 8.4 prints none of an RD that
-// it does not know. None when JSON cannot be read: then nothing is known. `configured` are the nodes of the
+// Reads the output of each of the commands. Output without JSON has no items: 8.4 prints none for an RD that
+// it does not know. None when JSON is invalid: then nothing is known. `configured` are the nodes of the
 // configuration, sorted by path.
 std::optional<Derived> derive(const RunningConfig& config, bool exports,
                               const std::vector<std::string>& texts,

@@ -1,4 +1,4 @@
-// What the suite derives, from recorded answers of versions 8.4.4 and 10.3, which print the same.
+// Derived items, from recorded answers of versions 8.4.4 and 10.3, which print the same.
 #include "sources/frr/derived.h"
 
 #include <gmock/gmock.h>
@@ -111,7 +111,7 @@ class DerivedItems : public ::testing::Test {
   }
 };
 
-TEST_F(DerivedItems, AreAskedForOnlyWhenThereCanBeSome) {
+TEST_F(DerivedItems, AreAskedForOnlyWhenTheSuiteDerivesSome) {
   EXPECT_THAT(Commands("router bgp 65000 vrf red\n address-family ipv4 unicast\n  rd vpn export 65000:1\n"
                        "  rt vpn both 65000:1\n  import vpn\n"),
               IsEmpty());
@@ -136,7 +136,7 @@ TEST_F(DerivedItems, OfEvpnAreThoseOfTheVrfWithTheVni) {
                                    "vrf red rt import 65000:100 evpn", "vrf red rt export 65000:100 evpn"));
 }
 
-TEST_F(DerivedItems, WhatIsConfiguredIsNotDerived) {
+TEST_F(DerivedItems, ConfiguredItemsAreNotDerived) {
   EXPECT_THAT(Words(std::string(kFollowsVnis) + "router bgp 65000 vrf red\n address-family l2vpn evpn\n"
                                                 "  route-target import 65000:500\n",
                     {kVrfs, kVnis}),
@@ -178,7 +178,7 @@ TEST_F(DerivedItems, ExportTargetThatIsNotOfTheRouterIdIsNotDerived) {
   EXPECT_THAT(frr::derived_commands(frr::parse_running_config(kGreen), false), IsEmpty());
 }
 
-TEST_F(DerivedItems, RdOfAnotherRoutersRoutesIsNotTheVrfs) {
+TEST_F(DerivedItems, RdOfAnotherRouterIsNotThatOfTheVrf) {
   std::string other = kExports;
   other.replace(other.find("\"green\""), 7, "\"white\"");
   for (const std::string& shown : {other, std::string(R"({"routes":{"routeDistinguishers":{}}})")}) {
@@ -212,12 +212,12 @@ TEST_F(DerivedItems, JsonOfAnotherFormHasNone) {
   }
 }
 
-TEST_F(DerivedItems, BadItemsAreMistakes) {
+TEST_F(DerivedItems, InvalidItemsAreErrors) {
   const auto derived =
       Derive(kImports, {R"({"vrfs":{"red":{"importRts":"1:1 x","routeDistinguisher":"none"}}})", kNoLeaks});
   ASSERT_TRUE(derived.has_value());
   EXPECT_EQ(derived->nodes.size(), 1U);
-  EXPECT_THAT(derived->mistakes, ElementsAre(HasSubstr("'x' is not a derived RD")));
+  EXPECT_THAT(derived->errors, ElementsAre(HasSubstr("'x' is not a derived RD")));
 }
 
 }  // namespace

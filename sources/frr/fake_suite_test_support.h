@@ -1,5 +1,5 @@
-// For tests: a routing suite made of texts. fake_vtysh is its shell; what its programs say and how they are
-// stands in a folder of the test's own.
+// For tests: a simulated routing suite. fake_vtysh is its shell; a temporary folder has the configuration and
+// the state of its programs.
 #pragma once
 
 #include <filesystem>
@@ -23,7 +23,7 @@ class FakeSuite {
     Write(program + ".state", state);
   }
   void Show(const std::string& command, const std::string& text) const { Write(command, text); }
-  // What each program of this version printed of one and the same configuration: sources/frr/recorded.
+  // What each program of this version printed of the same configuration: sources/frr/recorded.
   void Install(const std::string& version) const {
     Become("mgmtd", "unknown");
     for (const auto& file : std::filesystem::directory_iterator("sources/frr/recorded/" + version)) {
@@ -38,7 +38,7 @@ class FakeSuite {
   std::size_t Started(const std::string& program) const { return Lines(program + ".started"); }
 
  private:
-  // Moved into place: the shell never reads a half of it.
+  // Moved into place, so that the shell never reads an incomplete file.
   void Write(const std::string& name, const std::string& text) const {
     const std::string file = folder_.path() + "/" + name;
     std::ofstream(file + ".new") << text;

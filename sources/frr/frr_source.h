@@ -1,20 +1,21 @@
-// The VPN configuration of the routing suite FRR on this router, kept in the configuration tree under the
-// owner "frr", and the RDs and route targets that the suite derives itself (derived.h), under the owner
+// Follows the VPN configuration of the routing suite FRR on this router into the configuration tree, under
+// the owner "frr", and the RDs and route targets that the suite derives itself (derived.h), under the owner
 // "frr-derived".
 //
-// Each program of the suite (config_nodes.h) is asked for its running configuration once in an interval, by a
-// conversation of its own. The tree holds what any of them says. A program that does not answer keeps its
-// last known configuration, over restarts of this process too: it is in the tree.
+// Each program of the suite (config_nodes.h) is asked for its running configuration once per interval, in a
+// conversation of its own. The tree contains the nodes of all of them. The last known configuration of a
+// program that does not answer stays in the tree, also across restarts of this process.
 //
-// A program that has just been started has no configuration yet, or a part of it: the suite loads it
-// afterwards, when all of its programs are up. So what a new conversation leaves out is not believed until it
-// has said everything that was known before, or the same for a while: shorter when it says something, longer
-// when it says nothing at all. What it adds or changes counts at once. A restart of the suite is no change of
-// configuration.
+// A program that has just been started has no configuration, or only a part: the suite loads it later, when
+// all programs run. So after the start of a conversation nothing is removed until the program has settled,
+// which means that it has reported everything that was known before, or has reported the same for a while (a
+// longer while if that is nothing). Additions and changes apply at once. Restarting the suite does not change
+// the configuration.
 //
-// An upgrade of the suite can move an item from one program to another. So what was left out after a gap is
-// removed only when every program that could still say it is believed: mgmtd, where the suite has it, and the
-// earlier program, if it answers. Outside of a gap, what a program no longer says is removed at once.
+// An upgrade of the suite can move an item from one program to another. So an item that is missing after a
+// gap is removed only when every program that could still report it has settled: mgmtd, where the suite has
+// it, and the earlier program, if it answers. Without a gap, an item that a program no longer reports is
+// removed at once.
 //
 // Main thread. Nothing blocks: see conversation.h.
 #pragma once
@@ -35,12 +36,12 @@ class FrrSource : public Source {
  public:
   struct Options {
     std::vector<std::string> shell{"/usr/bin/vtysh"};  // with arguments before "-d PROGRAM"
-    bool wanted = false;                               // a suite that cannot be followed is logged
+    bool wanted = false;                               // log a suite that cannot be followed
     std::uint64_t interval = 1'000'000'000;            // nanoseconds between an answer and the next question
-    std::uint64_t settling = 10'000'000'000;           // how long it must say the same
+    std::uint64_t settling = 10'000'000'000;           // how long it must report the same
     std::uint64_t settling_empty = 60'000'000'000;     // ... when that is nothing
     std::uint64_t longest_pause = 15'000'000'000;      // of a program that never answered
-    std::uint64_t longest_pause_of_lost = 4'000'000'000;  // of one that does not answer any more
+    std::uint64_t longest_pause_of_lost = 4'000'000'000;  // of one that stopped answering
     frr::Conversation::Limits limits{};
   };
 
@@ -55,8 +56,8 @@ class FrrSource : public Source {
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the routing suite"; }
 
-  // How many programs were asked and have not answered yet.
-  std::size_t awaited_answers() const;
+  // How many questions are not answered yet.
+  std::size_t pending_answers() const;
 
   // For a router that does not follow the suite: removes what the suite configured.
   [[nodiscard]] static Status release(std::string* error);
@@ -66,20 +67,20 @@ class FrrSource : public Source {
 
   void ask(Follower& follower);
   void ask_later(Follower& follower, std::uint64_t nanoseconds);
-  void ask_silent_again();
-  void hear(Follower& follower, const frr::Answer& answer);
-  void lose(Follower& follower, const std::string& reason, bool unknown);
+  void ask_lost_programs();
+  void on_answer(Follower& follower, const frr::Answer& answer);
+  void on_loss(Follower& follower, const std::string& reason, bool unknown);
   void log_loss(Follower& follower, const std::string& reason);
   bool take(Follower& follower, const frr::Answer& answer);
   static void parse(Follower& follower, const frr::Answer& answer);
-  void begin(Follower& follower);
+  void begin_settling(Follower& follower);
   void settle(Follower& follower);
-  bool misses_nothing(const Follower& follower) const;
-  bool said_long_enough(const Follower& follower) const;
-  void derive(Follower& follower, frr::Nodes* said);
-  frr::Nodes said(bool by_lost_programs) const;
-  bool is_awaited(std::string_view path) const;
-  void follow(const Follower& follower, const frr::Nodes& removed);
+  bool is_complete(const Follower& follower) const;
+  bool is_stable(const Follower& follower) const;
+  void derive(Follower& follower, frr::Nodes* nodes);
+  frr::Nodes reported(bool by_lost_programs) const;
+  bool may_be_reported(std::string_view path) const;
+  void update_tree(const Follower& follower, const frr::Nodes& removed);
   void commit(const Follower& follower, frr::Nodes nodes);
   void commit_derived(frr::Nodes nodes);
   std::uint64_t pause_after(const Follower& follower, std::uint64_t took) const;
@@ -88,10 +89,10 @@ class FrrSource : public Source {
   Options options_;
   EventManager* manager_ = nullptr;
   std::array<std::unique_ptr<Follower>, frr::kProgramCount> followers_;
-  Follower* management_ = nullptr;  // of mgmtd; one of them
-  frr::Nodes held_{};               // what the tree should have
-  bool written_ = true;             // the tree has it
-  bool absence_said_ = false;
-  frr::Nodes derived_{};         // what the tree should have as derived
-  bool derived_written_ = true;  // the tree has it
+  Follower* management_ = nullptr;  // the one of mgmtd
+  frr::Nodes wanted_{};             // what the tree should contain
+  bool written_ = true;             // the tree contains it
+  bool absence_logged_ = false;
+  frr::Nodes derived_{};         // what the tree should contain as derived
+  bool derived_written_ = true;  // the tree contains it
 };

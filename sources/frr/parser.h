@@ -1,7 +1,7 @@
-// What the source files of the running configuration's parser share. Not for others.
+// Internals that the source files of the running configuration's parser share.
 //
-// A line is matched, word by word, against the table of its stanza; the first row that fits takes it. The
-// handlers get the line's words and put what they say into the records that the stanza has opened.
+// Each line is matched, word by word, against the table of its stanza. The handler of the first matching row
+// gets the line's words and writes to the records that the stanza has opened.
 #pragma once
 
 #include <cstdint>
@@ -28,12 +28,12 @@ struct Parser {
   std::string vrf{};             // of a `vrf` stanza
   std::string interface {};      // of an `interface` stanza
   int family = -1;               // of an `address-family`: 0 IPv4, 1 IPv6; -1: outside, or of another family
-  bool in_family = false;        // inside of any address family
-  bool unicast = false;          // inside of a unicast one, which has the VPN items
-  bool evpn = false;             // inside of that of EVPN
+  bool in_family = false;        // in any address family
+  bool unicast = false;          // in a unicast one, which has the VPN items
+  bool evpn = false;             // in that of EVPN
   std::string_view line_text{};  // the whole line, without its indentation
 
-  void mistake(const std::string& what) { config.mistakes.push_back({line, what}); }
+  void error(const std::string& what) { config.errors.push_back({line, what}); }
 };
 
 // A row of a stanza's table. In the pattern "*" is any word and "..." at the end any number of further ones.
@@ -43,9 +43,9 @@ struct LineRule {
 };
 
 Words split_words(std::string_view text);
-// The first rule whose pattern fits takes the line; false when none does.
+// Calls the first rule whose pattern matches; false when none does.
 bool take_line(std::span<const LineRule> rules, Parser& parser, const Words& words);
-// False for the default VRF, and after a mistake for what cannot be a VRF's name.
+// False for the default VRF and, with an error, for an invalid VRF name.
 bool is_vpn(Parser& parser, std::string_view vrf);
 // A whole decimal number up to the limit.
 bool parse_number(std::string_view text, std::uint32_t limit, std::uint32_t* number);

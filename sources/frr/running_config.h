@@ -1,12 +1,12 @@
-// What a routing suite's running configuration says of layer-3 VPNs: the text that `show running-config`
-// prints, made into records.
+// Parses the layer-3 VPN items of a routing suite's running configuration, as `show running-config` prints
+// it, into records.
 //
 // The text is a list of stanzas. A line in the first column opens one ("router bgp 65000 vrf red"), indented
-// lines belong to it, and BGP has address families as stanzas of a second depth. Lines that say nothing of
-// VPNs are skipped; a line that does and cannot be understood is a mistake with its number and a reason, and
-// what it would have said is left out. What concerns the default VRF is left out as well: it is no VPN.
+// lines belong to it, and BGP has address families as nested stanzas. Lines that do not concern VPNs are
+// skipped. An invalid line that does is left out and reported with its number and a reason. Items of the
+// default VRF are left out, because it is not a VPN.
 //
-// Text of another router is untrusted: every text is accepted, none makes more than a few records a word.
+// The text is untrusted: every text is accepted, and none makes more than a few records per word.
 // Stateless; any thread.
 #pragma once
 
@@ -23,10 +23,10 @@
 
 namespace frr {
 
-struct Mistake {
+struct LineError {
   std::size_t line = 0;  // from 1
   std::string what;
-  bool operator==(const Mistake&) const = default;
+  bool operator==(const LineError&) const = default;
 };
 
 // `address-family ipv4|ipv6 unicast` and `l2vpn evpn` of a VRF's BGP instance (RFC 4364 sections 4.2 and
@@ -43,7 +43,7 @@ struct BgpNeighbour {
   std::string group{};
   bool is_group = false;
   bool listens = false;  // a group that takes connections from a range of addresses (`bgp listen range`)
-  // By family: said to be active or not; none: it is as its group, or as the instance's default.
+  // By family: configured as active or not; none: as its group or the instance's default.
   std::array<std::optional<bool>, 2> active{};
 };
 
@@ -64,7 +64,7 @@ struct Network {
 };
 
 // A process of OSPF, RIP, RIPng or EIGRP in a VRF. It is enabled on interfaces whose address is in one of the
-// networks, and on those that are named.
+// networks, and on named interfaces.
 struct IgpProcess {
   std::string vrf;
   std::string process;  // OSPF: the instance, "1" when there is one only; EIGRP: the AS number; else empty
@@ -100,9 +100,9 @@ struct RunningConfig {
   std::map<std::string, std::uint32_t, std::less<>> vnis{};  // by VRF
   std::string as_notation{};                                 // of the default instance of BGP: "dot"
   bool imports_by_name = false;                              // some VRF has `import vrf`
-  bool has_evpn = false;                                     // BGP follows the VNIs of the router
+  bool has_evpn = false;                                     // BGP advertises the VNIs of the router
   std::map<std::string, InterfaceConfig, std::less<>> interfaces{};
-  std::vector<Mistake> mistakes{};
+  std::vector<LineError> errors{};
 };
 
 RunningConfig parse_running_config(std::string_view text);

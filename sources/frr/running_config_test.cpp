@@ -6,7 +6,7 @@
 namespace {
 
 using frr::BgpInstance;
-using frr::Mistake;
+using frr::LineError;
 using frr::parse_running_config;
 using frr::RunningConfig;
 using testing::ElementsAre;
@@ -23,7 +23,7 @@ std::string family_of(const std::string& family, const std::string& lines) {
 
 BgpInstance only_instance(const std::string& text) {
   const RunningConfig config = parse_running_config(text);
-  EXPECT_THAT(config.mistakes, IsEmpty());
+  EXPECT_THAT(config.errors, IsEmpty());
   EXPECT_THAT(config.bgp, SizeIs(1));
   return config.bgp.empty() ? BgpInstance{} : config.bgp[0];
 }
@@ -34,13 +34,13 @@ std::vector<std::string> texts(const std::vector<Target>& targets) {
   return list;
 }
 
-Mistake only_mistake(const std::string& text) {
+LineError only_error(const std::string& text) {
   const RunningConfig config = parse_running_config(text);
-  EXPECT_THAT(config.mistakes, SizeIs(1));
-  return config.mistakes.empty() ? Mistake{} : config.mistakes[0];
+  EXPECT_THAT(config.errors, SizeIs(1));
+  return config.errors.empty() ? LineError{} : config.errors[0];
 }
 
-// --- BGP: what concerns VPNs ---
+// --- BGP: VPN items ---
 
 TEST(BgpOfAVrf, InstanceHasItsVrfAndAsNumber) {
   const BgpInstance instance = only_instance("router bgp 65000 vrf red\nexit\n");
@@ -53,12 +53,12 @@ TEST(BgpOfAVrf, AsNumberMayBeOfFourOctetsAndInTwoNotations) {
   EXPECT_EQ(only_instance("router bgp 1.10 vrf red as-notation dot\n").as_number, 65546U);
 }
 
-TEST(BgpOfAVrf, InstancesOfTheDefaultVrfAndOfViewsAreNoVpns) {
+TEST(BgpOfAVrf, InstancesOfTheDefaultVrfAndOfViewsAreNotVpns) {
   const RunningConfig config = parse_running_config(
       "router bgp 65000\n neighbor 10.0.0.1 remote-as 1\n address-family ipv4 unicast\n  rd vpn export 1:1\n"
       "router bgp 65000 vrf default\nrouter bgp 65000 view red\n");
   EXPECT_THAT(config.bgp, IsEmpty());
-  EXPECT_THAT(config.mistakes, IsEmpty());
+  EXPECT_THAT(config.errors, IsEmpty());
 }
 
 TEST(BgpOfAVrf, RouteDistinguisherIsOfAnAddressFamily) {
@@ -71,7 +71,7 @@ TEST(BgpOfAVrf, RouteDistinguisherIsOfAnAddressFamily) {
   EXPECT_EQ(vrf_config::target_text(*instance.families[1].rd), "10.0.0.1:6");
 }
 
-TEST(BgpOfAVrf, LineMayHoldSeveralRouteTargets) {
+TEST(BgpOfAVrf, LineMayHaveSeveralRouteTargets) {
   const BgpInstance instance =
       only_instance(family_of("ipv4 unicast", "  rt vpn import 65000:10 10.0.0.1:99 4200000000:30\n"));
   EXPECT_THAT(texts(instance.families[0].imports), ElementsAre("65000:10", "10.0.0.1:99", "4200000000:30"));
@@ -106,7 +106,7 @@ TEST(BgpOfAVrf, VpnItemsCountInUnicastOnly) {
   }
 }
 
-TEST(BgpOfAVrf, LinesBehindItsFamilyAreOfTheInstance) {
+TEST(BgpOfAVrf, LinesAfterItsFamilyAreOfTheInstance) {
   const BgpInstance instance =
       only_instance(family_of("ipv4 unicast", "") + "route-map RM permit 10\n  rd vpn export 65000:10\n");
   EXPECT_FALSE(instance.families[0].rd);
@@ -120,16 +120,16 @@ TEST(BgpOfAVrf, NextStanzaEndsAFamilyThatWasNotClosed) {
   EXPECT_THAT(config.bgp[1].neighbours, SizeIs(1));
 }
 
-TEST(BgpOfAVrf, WhatCannotBeUnderstoodIsAMistakeWithItsLine) {
-  EXPECT_EQ(only_mistake(family_of("ipv4 unicast", "  rd vpn export red\n")),
-            (Mistake{4, "'red' is not a route distinguisher"}));
-  EXPECT_EQ(only_mistake(family_of("ipv4 unicast", "  rt vpn both 65000:1 65000\n")),
-            (Mistake{4, "'65000' is not a route target"}));
-  EXPECT_EQ(only_mistake("!\nrouter bgp 4294967296 vrf red\n"),
-            (Mistake{2, "'4294967296' is not an AS number"}));
+TEST(BgpOfAVrf, InvalidItemIsAnErrorWithItsLine) {
+  EXPECT_EQ(only_error(family_of("ipv4 unicast", "  rd vpn export red\n")),
+            (LineError{4, "'red' is not a route distinguisher"}));
+  EXPECT_EQ(only_error(family_of("ipv4 unicast", "  rt vpn both 65000:1 65000\n")),
+            (LineError{4, "'65000' is not a route target"}));
+  EXPECT_EQ(only_error("!\nrouter bgp 4294967296 vrf red\n"),
+            (LineError{2, "'4294967296' is not an AS number"}));
 }
 
-TEST(BgpOfAVrf, ListWithAMistakeIsLeftOutWhole) {
+TEST(BgpOfAVrf, ListWithAnInvalidItemIsLeftOut) {
   const RunningConfig config = parse_running_config(
       family_of("ipv4 unicast", "  rt vpn both 65000:1 65000\n  rd vpn export 65000:2\n"));
   EXPECT_THAT(config.bgp[0].families[0].imports, IsEmpty());
@@ -149,7 +149,7 @@ TEST(BgpOfAVrf, EvpnHasAnRdAndListsOfTargets) {
   EXPECT_FALSE(instance.families[0].rd);
 }
 
-TEST(BgpOfAVrf, EvpnOfTheDefaultVrfIsNoVpn) {
+TEST(BgpOfAVrf, EvpnOfTheDefaultVrfIsNotAVpn) {
   const RunningConfig config = parse_running_config(
       "router bgp 65000\n address-family l2vpn evpn\n  advertise-all-vni\n  vni 100\n   rd 1:1\n"
       "   route-target import 1:1\n  exit-vni\n exit-address-family\nexit\n");
@@ -183,11 +183,11 @@ TEST(BgpOfAVrf, NumbersOfTwoOctetsMayBeInAsdot) {
   EXPECT_EQ(vrf_config::target_text(instance.families[2].rd.value()), "65546:9");
 }
 
-TEST(BgpOfAVrf, BadItemsOfEvpnAreMistakes) {
-  EXPECT_EQ(only_mistake(family_of("l2vpn evpn", "  rd x\n")),
-            (Mistake{4, "'x' is not a route distinguisher"}));
-  EXPECT_EQ(only_mistake(family_of("l2vpn evpn", "  route-target both 1\n")),
-            (Mistake{4, "'1' is not a route target"}));
+TEST(BgpOfAVrf, InvalidItemsOfEvpnAreErrors) {
+  EXPECT_EQ(only_error(family_of("l2vpn evpn", "  rd x\n")),
+            (LineError{4, "'x' is not a route distinguisher"}));
+  EXPECT_EQ(only_error(family_of("l2vpn evpn", "  route-target both 1\n")),
+            (LineError{4, "'1' is not a route target"}));
 }
 
 // --- BGP: neighbours ---
@@ -221,7 +221,7 @@ TEST(BgpNeighbours, ActivationIsPerFamily) {
   EXPECT_EQ(instance.neighbours.at("10.0.0.1").active[1], std::optional(true));
 }
 
-TEST(BgpNeighbours, DefaultIsIpv4UnlessItSaysSo) {
+TEST(BgpNeighbours, DefaultIsIpv4UnlessConfigured) {
   EXPECT_THAT(only_instance("router bgp 1 vrf red\n").default_active, ElementsAre(true, false));
   EXPECT_THAT(only_instance("router bgp 1 vrf red\n no bgp default ipv4-unicast\n bgp default ipv6-unicast\n")
                   .default_active,
@@ -234,7 +234,7 @@ TEST(InteriorProtocols, OspfHasNetworksWithAreas) {
   const RunningConfig config = parse_running_config(
       "router ospf vrf blue\n ospf router-id 10.2.0.1\n network 10.2.0.0/30 area 0\n"
       " network 10.0.0.0/8 area 0.0.1.2\nexit\nrouter ospf 7 vrf red\n");
-  EXPECT_THAT(config.mistakes, IsEmpty());
+  EXPECT_THAT(config.errors, IsEmpty());
   ASSERT_THAT(config.ospf, SizeIs(2));
   EXPECT_EQ(config.ospf[0].vrf, "blue");
   EXPECT_EQ(config.ospf[0].process, "1");
@@ -249,7 +249,7 @@ TEST(InteriorProtocols, OspfHasNetworksWithAreas) {
 TEST(InteriorProtocols, InterfacesNameTheirOspfAreas) {
   const RunningConfig config = parse_running_config(
       "interface blue1 vrf blue\n ip ospf dead-interval 4\n ip ospf area 0.0.0.5\n ip ospf 7 area 6\nexit\n");
-  EXPECT_THAT(config.mistakes, IsEmpty());
+  EXPECT_THAT(config.errors, IsEmpty());
   const auto& areas = config.interfaces.at("blue1").ospf;
   ASSERT_THAT(areas, SizeIs(2));
   EXPECT_EQ(areas[0].process, "1");
@@ -281,7 +281,7 @@ TEST(InteriorProtocols, Ospf6HasItsAreasOnInterfaces) {
   const RunningConfig config = parse_running_config(
       "interface red1\n ipv6 ospf6 area 0.0.1.2\n ipv6 ospf6 passive\nexit\nrouter ospf6 vrf red\n"
       " ospf6 router-id 10.1.0.1\nexit\n");
-  EXPECT_THAT(config.mistakes, IsEmpty());
+  EXPECT_THAT(config.errors, IsEmpty());
   EXPECT_EQ(config.interfaces.at("red1").ospf6_area, std::optional<std::uint32_t>(0x0102));
   EXPECT_THAT(config.interfaces.at("red1").ospf, IsEmpty());
   ASSERT_THAT(config.ospf6, SizeIs(1));
@@ -308,33 +308,33 @@ TEST(InteriorProtocols, DefaultVrfIsLeftOut) {
   EXPECT_THAT(config.ripng, IsEmpty());
   EXPECT_THAT(config.ospf6, IsEmpty());
   EXPECT_THAT(config.vnis, IsEmpty());
-  EXPECT_THAT(config.mistakes, IsEmpty());
+  EXPECT_THAT(config.errors, IsEmpty());
 }
 
-TEST(InteriorProtocols, BadNetworksAndAreasAreMistakes) {
-  EXPECT_EQ(only_mistake("router ospf vrf a\n network 10.0.0.0 area 0\n").line, 2U);
-  EXPECT_EQ(only_mistake("router ospf vrf a\n network 10.0.0.0/8 area x\n").line, 2U);
-  EXPECT_EQ(only_mistake("router rip vrf a\n network 10.0.0.0/33\n"),
-            (Mistake{2, "'10.0.0.0/33' is not an IPv4 network"}));
-  EXPECT_EQ(only_mistake("router ripng vrf a\n network 10.0.0.0/8\n"),
-            (Mistake{2, "'10.0.0.0/8' is not an IPv6 network"}));
-  EXPECT_EQ(only_mistake("interface a\n ipv6 ospf6 area x\n"), (Mistake{2, "'x' is not an area"}));
-  EXPECT_EQ(only_mistake("vrf a\n vni 16777216\n"), (Mistake{2, "'16777216' is not a VNI"}));
-  EXPECT_EQ(only_mistake("router eigrp 1 vrf a\n network 2001:db8::/32\n").line, 2U);
-  EXPECT_EQ(only_mistake("router eigrp 65536 vrf a\n"), (Mistake{1, "'65536' is not an AS number"}));
-  EXPECT_EQ(only_mistake("interface a\n ip ospf area 1.2.3\n"), (Mistake{2, "'1.2.3' is not an area"}));
+TEST(InteriorProtocols, InvalidNetworksAndAreasAreErrors) {
+  EXPECT_EQ(only_error("router ospf vrf a\n network 10.0.0.0 area 0\n").line, 2U);
+  EXPECT_EQ(only_error("router ospf vrf a\n network 10.0.0.0/8 area x\n").line, 2U);
+  EXPECT_EQ(only_error("router rip vrf a\n network 10.0.0.0/33\n"),
+            (LineError{2, "'10.0.0.0/33' is not an IPv4 network"}));
+  EXPECT_EQ(only_error("router ripng vrf a\n network 10.0.0.0/8\n"),
+            (LineError{2, "'10.0.0.0/8' is not an IPv6 network"}));
+  EXPECT_EQ(only_error("interface a\n ipv6 ospf6 area x\n"), (LineError{2, "'x' is not an area"}));
+  EXPECT_EQ(only_error("vrf a\n vni 16777216\n"), (LineError{2, "'16777216' is not a VNI"}));
+  EXPECT_EQ(only_error("router eigrp 1 vrf a\n network 2001:db8::/32\n").line, 2U);
+  EXPECT_EQ(only_error("router eigrp 65536 vrf a\n"), (LineError{1, "'65536' is not an AS number"}));
+  EXPECT_EQ(only_error("interface a\n ip ospf area 1.2.3\n"), (LineError{2, "'1.2.3' is not an area"}));
 }
 
 TEST(InteriorProtocols, InstancesOfOspfAreNumbers) {
-  EXPECT_EQ(only_mistake("router ospf x vrf a\n network 10.0.0.0/8 area 0\n"),
-            (Mistake{1, "'x' is not an instance of OSPF"}));
-  EXPECT_EQ(only_mistake("router ospf 65536 vrf a\n").line, 1U);
-  EXPECT_EQ(only_mistake("interface a\n ip ospf x area 0\n"), (Mistake{2, "'x' is not an instance of OSPF"}));
+  EXPECT_EQ(only_error("router ospf x vrf a\n network 10.0.0.0/8 area 0\n"),
+            (LineError{1, "'x' is not an instance of OSPF"}));
+  EXPECT_EQ(only_error("router ospf 65536 vrf a\n").line, 1U);
+  EXPECT_EQ(only_error("interface a\n ip ospf x area 0\n"), (LineError{2, "'x' is not an instance of OSPF"}));
 }
 
 // --- Interfaces, static routes ---
 
-TEST(Descriptions, AreKeptAsTheyStand) {
+TEST(Descriptions, AreStoredVerbatim) {
   const RunningConfig config =
       parse_running_config("interface red\n description VRF  red, of customer 7\nexit\n");
   EXPECT_EQ(config.interfaces.at("red").description, "VRF  red, of customer 7");
@@ -342,7 +342,7 @@ TEST(Descriptions, AreKeptAsTheyStand) {
 
 vrf_config::StaticRoute only_route(const std::string& line) {
   const RunningConfig config = parse_running_config("vrf red\n " + line + "\nexit-vrf\n");
-  EXPECT_THAT(config.mistakes, IsEmpty()) << line;
+  EXPECT_THAT(config.errors, IsEmpty()) << line;
   EXPECT_THAT(config.statics, SizeIs(1)) << line;
   if (config.statics.empty()) return {};
   EXPECT_EQ(config.statics[0].vrf, "red");
@@ -363,7 +363,7 @@ TEST(StaticRoutes, MayHaveANextHopAnInterfaceOrBoth) {
   EXPECT_EQ(both.interface, "red1");
 }
 
-TEST(StaticRoutes, ItemsBehindTheNextHopAreNoInterface) {
+TEST(StaticRoutes, ItemsAfterTheNextHopAreNotAnInterface) {
   for (const char* item : {"200", "tag 77 200", "label 16", "onlink", "color 3", "table 7", "bfd"}) {
     EXPECT_EQ(only_route(std::string("ip route 192.168.50.0/24 10.1.0.2 ") + item).interface, "") << item;
   }
@@ -382,7 +382,7 @@ TEST(StaticRoutes, InterfaceOfAnotherVrfIsLeftOut) {
   EXPECT_EQ(only_route("ip route 192.168.50.0/24 blue1 nexthop-vrf blue").interface, "");
 }
 
-TEST(StaticRoutes, Ipv6SourceIsNoNextHop) {
+TEST(StaticRoutes, Ipv6SourceIsNotANextHop) {
   EXPECT_EQ(only_route("ipv6 route 2001:db8:50::/48 from 2001:db8:1::/48 fe80::1 red1").next_hop, "fe80::1");
 }
 
@@ -392,34 +392,34 @@ TEST(StaticRoutes, DefaultVrfIsLeftOut) {
       IsEmpty());
 }
 
-TEST(StaticRoutes, BadOnesAreMistakes) {
+TEST(StaticRoutes, InvalidOnesAreErrors) {
   for (const char* line : {"ip route 10.0.0.0 10.1.0.2", "ip route 2001:db8::/32 fe80::1",
                            "ip route 10.0.0.0/8", "ipv6 route 10.0.0.0/8 Null0", "ip route"}) {
-    EXPECT_THAT(only_mistake(std::string("vrf red\n ") + line + "\n").what, HasSubstr(line)) << line;
+    EXPECT_THAT(only_error(std::string("vrf red\n ") + line + "\n").what, HasSubstr(line)) << line;
   }
 }
 
 // --- Names ---
 
-TEST(RunningConfigNames, NamesThatAreTooLongAreMistakes) {
+TEST(RunningConfigNames, NamesThatAreTooLongAreErrors) {
   const std::string vrf(32, 'v');
   const std::string interface(64, 'i');
   for (const std::string& text : {"router bgp 1 vrf " + vrf, "router ospf vrf " + vrf,
                                   "router rip vrf " + vrf, "router eigrp 1 vrf " + vrf, "vrf " + vrf}) {
-    EXPECT_EQ(only_mistake(text), (Mistake{1, "no VRF has such a name"})) << text;
+    EXPECT_EQ(only_error(text), (LineError{1, "invalid VRF name"})) << text;
   }
-  EXPECT_EQ(only_mistake("interface " + interface).what, "no interface has such a name");
-  EXPECT_EQ(only_mistake("vrf red\n ip route 10.0.0.0/8 " + interface).what, "no interface has such a name");
-  EXPECT_EQ(only_mistake("router rip vrf red\n network " + interface).line, 2U);
-  EXPECT_EQ(only_mistake("router bgp 1 vrf red\n neighbor " + interface + " remote-as 1").what,
-            "no neighbour has such a name");
-  EXPECT_EQ(only_mistake(family_of("ipv4 unicast", "  neighbor " + interface + " activate\n")).line, 4U);
+  EXPECT_EQ(only_error("interface " + interface).what, "invalid interface name");
+  EXPECT_EQ(only_error("vrf red\n ip route 10.0.0.0/8 " + interface).what, "invalid interface name");
+  EXPECT_EQ(only_error("router rip vrf red\n network " + interface).line, 2U);
+  EXPECT_EQ(only_error("router bgp 1 vrf red\n neighbor " + interface + " remote-as 1").what,
+            "invalid neighbour name");
+  EXPECT_EQ(only_error(family_of("ipv4 unicast", "  neighbor " + interface + " activate\n")).line, 4U);
 }
 
-TEST(RunningConfigNames, TextsThatAreTooLongAreMistakes) {
+TEST(RunningConfigNames, TextsThatAreTooLongAreErrors) {
   const std::string text(256, 't');
-  EXPECT_EQ(only_mistake("interface red\n description " + text).what, "the description is too long");
-  EXPECT_EQ(only_mistake(family_of("ipv4 unicast", "  route-map vpn import " + text + "\n")).what,
+  EXPECT_EQ(only_error("interface red\n description " + text).what, "the description is too long");
+  EXPECT_EQ(only_error(family_of("ipv4 unicast", "  route-map vpn import " + text + "\n")).what,
             "the route map's name is too long");
   EXPECT_EQ(
       parse_running_config("interface red\n description " + text.substr(1)).interfaces.at("red").description,
@@ -437,7 +437,7 @@ TEST(RunningConfigText, OtherLinesAreSkipped) {
   const RunningConfig config = parse_running_config(
       "!\nfrr version 8.4.4\nhostname vm\nroute-map RM permit 10\n set extcommunity rt 1:1\nexit\nend\n\n "
       "\n");
-  EXPECT_THAT(config.mistakes, IsEmpty());
+  EXPECT_THAT(config.errors, IsEmpty());
   EXPECT_THAT(config.bgp, IsEmpty());
 }
 
@@ -449,7 +449,7 @@ TEST(RunningConfigText, LinesMayEndWithCarriageReturnsAndTheLastWithNothing) {
 }
 
 TEST(RunningConfigText, IndentedLinesBeforeAnyStanzaAreSkipped) {
-  EXPECT_THAT(parse_running_config("  rd vpn export x\n network x area y\n").mistakes, IsEmpty());
+  EXPECT_THAT(parse_running_config("  rd vpn export x\n network x area y\n").errors, IsEmpty());
 }
 
 }  // namespace

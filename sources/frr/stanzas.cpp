@@ -1,8 +1,8 @@
-// See running_config.h. The stanzas' heads, and the lines of OSPF, RIP, EIGRP, interfaces and VRFs; BGP and
-// static routes have files of their own (parser.h says what is shared).
+// The heads of stanzas, and the lines of OSPF, RIP, EIGRP, interfaces and VRFs. bgp_parser.cpp and
+// static_parser.cpp have the rest; parser.h has what they share.
 //
-// Only the first column tells where a stanza ends: the suite closes some with "exit", others with
-// "exit-vrf", older ones with "!" alone. So any line in the first column ends what was open.
+// Any line in the first column ends the open stanza: the suite closes some with "exit", others with
+// "exit-vrf", and in older versions with "!" only.
 #include "sources/frr/running_config.h"
 
 #include <algorithm>
@@ -41,12 +41,12 @@ bool matches(std::string_view pattern, const Words& words) {
 
 // --- Heads of stanzas ---
 
-// "router ospf [INSTANCE] vrf NAME": the instance stands in words[2] when there is one.
+// "router ospf [INSTANCE] vrf NAME": words[2] is the instance, if there is one.
 void open_ospf(Parser& parser, const Words& words) {
   std::uint32_t process = kOnlyProcess;
   if (!is_vpn(parser, words.back())) return;
   if (words.size() == 5 && !parse_number(words[2], kMostProcesses, &process)) {
-    return parser.mistake("'" + std::string(words[2]) + "' is not an instance of OSPF");
+    return parser.error("'" + std::string(words[2]) + "' is not an instance of OSPF");
   }
   parser.stanza = Stanza::kOspf;
   parser.config.ospf.push_back({std::string(words.back()), std::to_string(process)});
@@ -72,7 +72,7 @@ void open_eigrp(Parser& parser, const Words& words) {
   std::uint32_t as_number = 0;
   if (!is_vpn(parser, words[4])) return;
   if (!parse_number(words[2], 65535, &as_number)) {
-    return parser.mistake("'" + std::string(words[2]) + "' is not an AS number");
+    return parser.error("'" + std::string(words[2]) + "' is not an AS number");
   }
   parser.stanza = Stanza::kEigrp;
   parser.config.eigrp.push_back({std::string(words[4]), std::to_string(as_number)});
@@ -84,9 +84,9 @@ void open_vrf(Parser& parser, const Words& words) {
   parser.vrf = words[1];
 }
 
-// Some versions add the interface's VRF; the router knows it better.
+// Some versions add the interface's VRF, which the router model already has.
 void open_interface(Parser& parser, const Words& words) {
-  if (!router::valid_interface_name(words[1])) return parser.mistake("no interface has such a name");
+  if (!router::valid_interface_name(words[1])) return parser.error("invalid interface name");
   parser.stanza = Stanza::kInterface;
   parser.interface = words[1];
 }
@@ -117,7 +117,7 @@ void take_ospf_network(Parser& parser, const Words& words) {
   Network network;
   const std::optional<std::uint32_t> area = vrf_config::parse_area(words[3]);
   if (!parse_network(words[1], &network.prefix) || !area) {
-    return parser.mistake("no network and area: '" + std::string(parser.line_text) + "'");
+    return parser.error("'" + std::string(parser.line_text) + "' is not 'network PREFIX area AREA'");
   }
   network.area = *area;
   parser.config.ospf.back().networks.push_back(network);
@@ -132,7 +132,7 @@ void take_network_or_name(Parser& parser, std::string_view word, router::Family 
     process->interfaces.emplace_back(word);
   } else {
     const char* wanted = family == router::Family::kIpv4 ? "IPv4" : "IPv6";
-    parser.mistake("'" + std::string(word) + "' is not an " + wanted + " network");
+    parser.error("'" + std::string(word) + "' is not an " + wanted + " network");
   }
 }
 
@@ -147,14 +147,14 @@ void take_ripng_network(Parser& parser, const Words& words) {
 void take_eigrp_network(Parser& parser, const Words& words) {
   Network network;
   if (!parse_network(words[1], &network.prefix)) {
-    return parser.mistake("'" + std::string(words[1]) + "' is not an IPv4 network");
+    return parser.error("'" + std::string(words[1]) + "' is not an IPv4 network");
   }
   parser.config.eigrp.back().networks.push_back(network);
 }
 
 void take_ospf_area(Parser& parser, std::uint32_t process, std::string_view text) {
   const std::optional<std::uint32_t> area = vrf_config::parse_area(text);
-  if (!area) return parser.mistake("'" + std::string(text) + "' is not an area");
+  if (!area) return parser.error("'" + std::string(text) + "' is not an area");
   parser.config.interfaces[parser.interface].ospf.push_back({std::to_string(process), *area});
 }
 
@@ -165,29 +165,29 @@ void take_interface_area(Parser& parser, const Words& words) {
 void take_interface_instance_area(Parser& parser, const Words& words) {
   std::uint32_t process = 0;
   if (!parse_number(words[2], kMostProcesses, &process)) {
-    return parser.mistake("'" + std::string(words[2]) + "' is not an instance of OSPF");
+    return parser.error("'" + std::string(words[2]) + "' is not an instance of OSPF");
   }
   take_ospf_area(parser, process, words[4]);
 }
 
 void take_interface_area6(Parser& parser, const Words& words) {
   const std::optional<std::uint32_t> area = vrf_config::parse_area(words[3]);
-  if (!area) return parser.mistake("'" + std::string(words[3]) + "' is not an area");
+  if (!area) return parser.error("'" + std::string(words[3]) + "' is not an area");
   parser.config.interfaces[parser.interface].ospf6_area = *area;
 }
 
 void take_vni(Parser& parser, const Words& words) {
   std::uint32_t number = 0;
   if (!parse_number(words[1], vrf_config::kGreatestVni, &number) || number == 0) {
-    return parser.mistake("'" + std::string(words[1]) + "' is not a VNI");
+    return parser.error("'" + std::string(words[1]) + "' is not a VNI");
   }
   parser.config.vnis[parser.vrf] = number;
 }
 
-// The rest of the line as it stands: a description may have blanks of its own.
+// The rest of the line verbatim: a description may contain blanks.
 void take_description(Parser& parser, const Words&) {
   constexpr std::string_view kWord = "description ";
-  if (parser.line_text.size() > kWord.size() + kTextMax) return parser.mistake("the description is too long");
+  if (parser.line_text.size() > kWord.size() + kTextMax) return parser.error("the description is too long");
   parser.config.interfaces[parser.interface].description = parser.line_text.substr(kWord.size());
 }
 
@@ -200,7 +200,7 @@ constexpr LineRule kVrfLines[] = {
     {"ipv6 route ...", take_static_route},
     {"vni * ...", take_vni},
 };
-// An area may be for one of the interface's addresses, which comes behind it.
+// An area may be followed by one of the interface's addresses, to which it applies.
 constexpr LineRule kInterfaceLines[] = {
     {"ip ospf area * ...", take_interface_area},
     {"ip ospf * area * ...", take_interface_instance_area},
@@ -275,7 +275,7 @@ bool take_line(std::span<const LineRule> rules, Parser& parser, const Words& wor
 bool is_vpn(Parser& parser, std::string_view vrf) {
   if (vrf == router::kDefaultVrf) return false;
   if (router::valid_vrf_name(vrf)) return true;
-  parser.mistake("no VRF has such a name");
+  parser.error("invalid VRF name");
   return false;
 }
 

@@ -1,9 +1,9 @@
 // Static routes of VRFs: "ip route PREFIX [NEXTHOP] [INTERFACE | blackhole | reject | Null0] ITEM...".
 //
-// Behind the prefix stand an address, an interface or both, then items in any order; some of them are a word
-// with a value, the distance is a number alone. A route that is dropped (blackhole, reject, Null0) has
-// neither next hop nor interface. Through an interface of another VRF ("nexthop-vrf") the route is no matter
-// of this VRF's interfaces, so the interface is left out.
+// An address, an interface or both follow the prefix, then items in any order: a word, some with a value, or
+// the distance, which is a number. A route that discards packets (blackhole, reject, Null0) has neither next
+// hop nor interface. The interface of a route through another VRF ("nexthop-vrf") is left out, because it is
+// not one of this VRF.
 #include <algorithm>
 #include <array>
 
@@ -27,14 +27,14 @@ bool is_address(std::string_view word) {
   return word.find('/') == std::string_view::npos && router::parse_address(word, &address);
 }
 
-// An interface's name may be a number, but the suite writes an interface before everything else, so a number
-// behind a next hop is the distance.
+// An interface's name may be a number, but the suite writes the interface first, so a number after a next hop
+// is the distance.
 bool is_item(std::string_view word) {
   std::uint32_t distance = 0;
   return is_one_of(kItems, word) || is_one_of(kDropped, word) || parse_number(word, 255, &distance);
 }
 
-// Where the next hop starts: an IPv6 route may be for packets of a source ("from PREFIX") only.
+// Where the next hop starts: an IPv6 route may be limited to packets of a source ("from PREFIX").
 std::size_t first_of_next_hop(const Words& words) {
   return words.size() > 4 && words[3] == "from" ? 5 : 3;
 }
@@ -59,13 +59,13 @@ void take_static_route(Parser& parser, const Words& words) {
   const router::Family wanted = ipv4 ? router::Family::kIpv4 : router::Family::kIpv6;
   if (words.size() < 4 || words[2].find('/') == std::string_view::npos ||
       !router::parse_address(words[2], &prefix) || prefix.family != wanted) {
-    return parser.mistake("no static route: '" + std::string(parser.line_text) + "'");
+    return parser.error("invalid static route: '" + std::string(parser.line_text) + "'");
   }
   route.family = ipv4 ? vrf_config::Family::kIpv4 : vrf_config::Family::kIpv6;
   route.prefix = words[2];
   take_next_hop(words, &route);
   if (!route.interface.empty() && !router::valid_interface_name(route.interface)) {
-    return parser.mistake("no interface has such a name");
+    return parser.error("invalid interface name");
   }
   parser.config.statics.push_back({parser.vrf, std::move(route)});
 }
