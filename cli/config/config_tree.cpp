@@ -133,8 +133,8 @@ std::string make_commit(const Session& session, kvtree::Client& client, const st
   }
   if (result.status) {
     const Failure failure = request_failure(session, "config " + printable(what), result.status);
-    if (result.mistake.empty()) throw failure;
-    throw Failure(failure.exit_status(), fmt::format("{}: {}", failure.what(), printable(result.mistake)));
+    if (result.error.empty()) throw failure;
+    throw Failure(failure.exit_status(), fmt::format("{}: {}", failure.what(), printable(result.error)));
   }
   return std::move(result.id);
 }

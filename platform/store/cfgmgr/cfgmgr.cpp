@@ -1,4 +1,4 @@
-// See cfgmgr.h. Nothing is kept here: every call reads the data store's history anew.
+// No state: every call reads the data store's history again.
 #include "platform/store/cfgmgr/cfgmgr.h"
 
 #include <algorithm>

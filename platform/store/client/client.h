@@ -50,7 +50,7 @@ struct ActionResult {
 struct SubscribeResult {
   Status status = kStatusNotConnected;
   std::uint32_t subscription = 0;  // its number in this client
-  // Sequence numbers go on where they were while this stays the same; another one starts them anew.
+  // Sequence numbers continue while this stays the same; with another one they start again.
   std::uint64_t instance = 0;
 };
 
@@ -58,7 +58,7 @@ struct SubscribeResult {
 struct Node {
   std::string path;
   KvValue value;
-  std::string owner;  // empty for a node that is no configuration
+  std::string owner;  // empty for a node that is not configuration
 };
 
 struct NodesResult {
@@ -68,8 +68,8 @@ struct NodesResult {
 
 struct CommitResult {
   Status status = kStatusNotConnected;
-  std::string id;       // empty when nothing in force changed
-  std::string mistake;  // what is wrong, when the commit was refused
+  std::string id;     // empty if no effective value changed
+  std::string error;  // why the commit was refused
 };
 
 struct HistoryResult {
@@ -79,15 +79,15 @@ struct HistoryResult {
 
 struct CommitChangesResult {
   Status status = kStatusNotConnected;
-  std::vector<KvConfigCommitChange> changes;  // in the order in which subscribers were told
+  std::vector<KvConfigCommitChange> changes;  // in the order of the subscribers' notifications
 };
 
 struct NotificationResult {
   Status status = kStatusNotConnected;
   std::uint32_t subscription = 0;
   std::uint64_t sequence = 0;     // increasing within a subscription
-  std::uint64_t lost_before = 0;  // so many are missing between the one before and this one
-  std::string path;               // of the provider that tells it
+  std::uint64_t lost_before = 0;  // notifications lost between the previous one and this one
+  std::string path;               // of the provider that sent it
   std::string item_name;
   std::uint32_t values[2] = {0, 0};
   Octets record;
@@ -107,13 +107,13 @@ class Client {
   // The main socket of the daemon in this run directory (base/directories.h).
   static std::string default_socket();
 
-  // Closes a connection that is there and makes a new one. kStatusNotConnected when nobody serves the socket,
+  // Closes an existing connection and opens a new one. kStatusNotConnected if no process serves the socket,
   // kStatusTimedOut, kStatusAccess, or the system's errno.
   [[nodiscard]] Status connect();
   void close();
   bool connected() const;
-  // -1 when closed. Outside of a call readable means that the peer closed it (or broke the protocol), or, on
-  // a client that subscribed, that a notification came.
+  // -1 when closed. Outside of a call readable means that the peer closed it (or broke the protocol), or, for
+  // a subscribed client, that a notification arrived.
   int fd() const;
 
   GetResult get(std::string_view path, bool structured = false);
@@ -122,37 +122,37 @@ class Client {
   WalkResult walk(std::string_view path, std::uint32_t max_rows, bool structured = false);
   ActionResult action(const std::vector<std::string>& words);  // words[0] is the action's name
 
-  // From here the notifications of every provider whose bind path begins with `path` are sent to this client.
-  // Without a name they are kept while the client is connected, the latest 1024. With the name of a
-  // subscriber for whom the daemon keeps them, what that one has not acknowledged comes first, and this
-  // client takes its place: kStatusNoSuchRow for an unknown name, kStatusAccess for who may not change
-  // anything.
+  // From now on the notifications of every provider whose bind path begins with `path` are sent to this
+  // client. Without a name the latest 1024 are retained while the client is connected. With the name of a
+  // subscriber for whom the daemon retains them, its unacknowledged notifications are sent first, and this
+  // client replaces the former one: kStatusNoSuchRow for an unknown name, kStatusAccess for a client that may
+  // not change anything.
   [[nodiscard]] SubscribeResult subscribe(std::string_view path, std::string_view name = {});
-  // The oldest notification not yet taken. kStatusTimedOut (the connection stays open) when none comes in
+  // The oldest notification not yet taken. kStatusTimedOut (the connection stays open) if none arrives in
   // time. Taking one acknowledges it, unless its subscription has a name.
   NotificationResult next_notification(std::chrono::milliseconds timeout);
-  bool has_notification() const;  // one is kept already; the descriptor does not tell
-  // Done with all of this subscription up to the sequence number. The daemon sends 64 before it waits for
+  bool has_notification() const;  // one is queued already, without the descriptor being readable
+  // Acknowledges all of this subscription up to the sequence number. The daemon sends 64 before it waits for
   // this.
   [[nodiscard]] Status acknowledge(std::uint32_t subscription, std::uint64_t sequence);
 
-  // The nodes whose path begins with `path`, in order, from the one behind `after` on: what is in force, or,
-  // with an owner, what that one holds. An answer may have fewer than `max_nodes` though more follow: ask
-  // again behind the last until none comes. kStatusInvalid for an owner that is not known.
+  // The nodes whose path begins with `path`, in order, from the one after `after` on: the effective values,
+  // or, with an owner, those that it sets. An answer may have fewer than `max_nodes` although more follow:
+  // continue after the last until an answer is empty. kStatusInvalid for an unknown owner.
   NodesResult nodes(std::string_view path, std::uint32_t max_nodes, std::string_view after = {},
                     std::string_view owner = {});
   // Makes the changes as one commit of the owner "cli": all or none (kvtree_config_commit). At most
   // kMaxStagedChanges (kStatusMessageTooLarge). kStatusAccess; the other statuses are those of the commit.
   CommitResult commit(const std::vector<KvConfigChange>& changes, std::string_view comment);
   // The commits, newest first, from the one before the commit `before` on; an answer may have fewer than
-  // `maximum`, as above. kStatusNoSuchRow for a `before` that is no commit's id.
+  // `maximum`, as above. kStatusNoSuchRow if `before` is not the id of a commit.
   HistoryResult history(std::uint32_t maximum, std::string_view before = {});
   // The changes of one commit from number `first` (from 0) on, likewise. kStatusNoSuchRow for a commit that
   // is not in the history (any more).
   CommitChangesResult commit_changes(std::string_view id, std::uint32_t maximum, std::uint32_t first = 0);
   // Sets or deletes a node of the configuration, below /cfg/: a commit of the owner "cli" with one change.
   // kStatusAccess, kStatusUnknownPath elsewhere, kStatusNoSuchRow for the deletion of a node that "cli" does
-  // not hold, kStatusIo when it could not be kept.
+  // not set, kStatusIo if it cannot be stored.
   [[nodiscard]] Status set_text(std::string_view path, std::string_view text);
   [[nodiscard]] Status set_number(std::string_view path, std::int64_t number);
   [[nodiscard]] Status remove(std::string_view path);

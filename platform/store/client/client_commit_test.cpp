@@ -43,15 +43,15 @@ TEST_F(ClientCommit, ChangesAreOneCommitOfTheCommandLine) {
                                                     "why");
   EXPECT_EQ(result.status, kStatusOk);
   EXPECT_EQ(result.id, "2");
-  EXPECT_EQ(result.mistake, "");
+  EXPECT_EQ(result.error, "");
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/e=. (cli)", "/cfg/f=file (file)", "/cfg/n=#5 (cli)",
                                    "/cfg/t=(1 -2) (cli)", "/cfg/x= (cli)"));
   EXPECT_EQ(client.commit({Withdraw("/cfg/t")}, "").status, kStatusOk);
   EXPECT_THAT(Nodes("/cfg/t"), IsEmpty());
 }
 
-// The value in force stays while its owner changes, in both directions.
-TEST_F(ClientCommit, OwnerOfTheSameValueIsTheOneInForce) {
+// The effective value does not change while its owner changes, in both directions.
+TEST_F(ClientCommit, OwnerOfTheSameValueIsTheEffectiveOne) {
   OwnerCommits("file", {SetTo("/cfg/a", "x")});
   StartAndConnect();
   EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
@@ -60,11 +60,11 @@ TEST_F(ClientCommit, OwnerOfTheSameValueIsTheOneInForce) {
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (file)"));
 }
 
-TEST_F(ClientCommit, MistakeIsToldAndNothingChanges) {
+TEST_F(ClientCommit, ErrorIsReportedAndNothingChanges) {
   StartAndConnect();
   const kvtree::CommitResult result = client.commit({SetTo("/cfg/a", "x"), Withdraw("/cfg/b")}, "");
   EXPECT_EQ(result.status, kStatusNoSuchRow);
-  EXPECT_EQ(result.mistake, "/cfg/b: cli does not hold it");
+  EXPECT_EQ(result.error, "/cfg/b: cli does not set it");
   EXPECT_EQ(result.id, "");
   EXPECT_THAT(Nodes(), IsEmpty());
   EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
@@ -117,8 +117,8 @@ TEST_F(ClientCommit, LongestChangesFitIntoMessages) {
   EXPECT_EQ(client.nodes("/cfg/", 10).nodes.size(), 4U);
 }
 
-// What a client left behind is not in the next one's commit, nor in its own next.
-TEST_F(ClientCommit, StagedChangesGoWithTheConnectionAndWithTheNextFirstMessage) {
+// A commit contains neither changes that another client staged nor those that this client staged earlier.
+TEST_F(ClientCommit, StagedChangesEndWithTheConnectionAndWithTheNextFirstMessage) {
   StartAndConnect();
   wire::ClientSocket raw;
   ASSERT_EQ(raw.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
@@ -161,7 +161,7 @@ TEST_F(ClientCommit, PeerWithoutTheRightNeitherStagesNorCommits) {
   }
 }
 
-TEST_F(ClientCommit, MalformedMessagesAreTold) {
+TEST_F(ClientCommit, MalformedMessagesAreReported) {
   const auto refused = [](std::uint16_t type, const std::function<void(wire::Writer*)>& write) {
     wire::Octets payload;
     wire::Writer writer(&payload);
@@ -221,7 +221,7 @@ TEST_F(ClientCommit, NodesOfAnOwnerAreListed) {
               ElementsAre("/cfg/a=file (file)", "/cfg/b=file (file)", "/cfg/c=file (file)"));
   EXPECT_THAT(Nodes("/cfg/b", "cli"), ElementsAre("/cfg/b=cli (cli)"));
   EXPECT_THAT(Nodes("/", "frr"), IsEmpty());
-  EXPECT_EQ(client.nodes("/", 1, {}, "nobody").status, kStatusInvalid);
+  EXPECT_EQ(client.nodes("/", 1, {}, "unknown").status, kStatusInvalid);
   const kvtree::NodesResult rest = client.nodes("/cfg/", 1, "/cfg/a", "file");
   ASSERT_THAT(rest.nodes, SizeIs(1));
   EXPECT_EQ(rest.nodes[0].path, "/cfg/b");
@@ -261,30 +261,30 @@ TEST_F(ClientCommit, RequestsAreServedBetweenTheNotificationsOfALargeCommit) {
   Subscribe("/cfg/", kKvEventSet);
   client.close();
   ASSERT_EQ(kvtree_config_commit("file", Many(20000), ""), kStatusOk);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReceived(), IsEmpty());
   wire::ClientSocket raw;
-  // The event loop is stepped here: accepting, then a request after each turn.
+  // The event loop is stepped here: accepting, then one request per step.
   ASSERT_EQ(raw.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
   std::array<unsigned char, 1024> buffer;
   EventContext context{manager, buffer.data(), buffer.size(), 0};
-  std::vector<std::size_t> told_by_then;
+  std::vector<std::size_t> received_at_answer;
   std::size_t most = 0;
-  for (std::size_t turns = 0; told().size() < 20000; ++turns) {
-    ASSERT_LT(turns, 100000U);
+  for (std::size_t steps = 0; received().size() < 20000; ++steps) {
+    ASSERT_LT(steps, 100000U);
     wire::Writer writer = raw.begin(kvtree::kGet, 1);
     writer.u8(0);
     writer.text("/oper/mpls_vpn/gl/scalars");
-    ASSERT_EQ(told_by_then.size() < 3 ? raw.send() : kStatusOk, kStatusOk);
-    const std::size_t before = told().size();
+    ASSERT_EQ(received_at_answer.size() < 3 ? raw.send() : kStatusOk, kStatusOk);
+    const std::size_t before = received().size();
     if (event_wait(&context) == 0) event_dispatch(&context);
-    most = std::max(most, told().size() - before);
+    most = std::max(most, received().size() - before);
     wire::Message answer;
     while (raw.receive(&answer, std::chrono::milliseconds(0)) == kStatusOk)
-      told_by_then.push_back(told().size());
+      received_at_answer.push_back(received().size());
   }
   EXPECT_LE(most, 64U);
-  ASSERT_GE(told_by_then.size(), 3U);
-  EXPECT_LT(told_by_then[2], 1000U);
+  ASSERT_GE(received_at_answer.size(), 3U);
+  EXPECT_LT(received_at_answer[2], 1000U);
 }
 
 // A client whose requests are answered while the event loop is stepped here.
@@ -313,7 +313,7 @@ class SteppedClient : public ClientCommit {
     std::array<unsigned char, 1024> buffer;
     EventContext context{manager, buffer.data(), buffer.size(), 0};
     wire::Message answer;
-    for (int turns = 0; turns < 1000; ++turns) {
+    for (int steps = 0; steps < 1000; ++steps) {
       if (raw.receive(&answer, std::chrono::milliseconds(0)) == kStatusOk) return answer.request;
       if (event_wait(&context) == 0) event_dispatch(&context);
     }
@@ -322,11 +322,11 @@ class SteppedClient : public ClientCommit {
   wire::ClientSocket raw;
 };
 
-TEST_F(SteppedClient, IsAnsweredWhenTheSubscribersHaveBeenTold) {
+TEST_F(SteppedClient, IsAnsweredAfterTheSubscribersAreNotified) {
   Subscribe("/cfg/", kKvEventSet);
   SendSet(1, "/cfg/a");
   EXPECT_EQ(NextAnswer(), 1U);
-  EXPECT_THAT(told(), SizeIs(1));
+  EXPECT_THAT(received(), SizeIs(1));
   wire::Writer writer = raw.begin(kvtree::kStage, 2);
   writer.u8(kvtree::kFlagFirst);
   writer.u32(1000);
@@ -339,10 +339,10 @@ TEST_F(SteppedClient, IsAnsweredWhenTheSubscribersHaveBeenTold) {
   raw.begin(kvtree::kCommit, 3).text("why");
   ASSERT_EQ(raw.send(), kStatusOk);
   EXPECT_EQ(NextAnswer(), 3U);
-  EXPECT_THAT(told(), SizeIs(1001));
+  EXPECT_THAT(received(), SizeIs(1001));
 }
 
-TEST_F(SteppedClient, RequestsBehindAChangeAreAnsweredBehindIt) {
+TEST_F(SteppedClient, RequestsAfterAChangeAreAnsweredAfterIt) {
   SendSet(1, "/cfg/a");
   SendGet(2);
   SendSet(3, "/cfg/b");
@@ -350,13 +350,13 @@ TEST_F(SteppedClient, RequestsBehindAChangeAreAnsweredBehindIt) {
   for (std::uint32_t request = 1; request <= 4; ++request) EXPECT_EQ(NextAnswer(), request);
 }
 
-TEST_F(SteppedClient, ThatGoesBeforeItsAnswerDisturbsNobody) {
+TEST_F(SteppedClient, ThatClosesBeforeItsAnswerDisturbsNoOtherClient) {
   Subscribe("/cfg/", kKvEventSet);
   SendSet(1, "/cfg/a");
   raw.close();
   while (event_run_pending(manager)) {
   }
-  EXPECT_THAT(told(), SizeIs(1)) << "the change was asked for";
+  EXPECT_THAT(received(), SizeIs(1)) << "the change was requested";
   ASSERT_EQ(raw.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
   SendGet(2);
   EXPECT_EQ(NextAnswer(), 2U);

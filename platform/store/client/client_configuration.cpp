@@ -1,7 +1,7 @@
 // A client's requests about the configuration: nodes, commits and their history; see client.h.
 //
-// A commit goes out as messages that the server collects, each within what one request may have, and one that
-// makes it. The first of them says that it is the first, so what an earlier commit left behind is forgotten.
+// A commit is sent as messages that the server collects, each within the size of a request, and one that
+// executes it. The first message carries a flag that discards what an earlier commit left.
 #include "platform/store/client/client_connection.h"
 #include "platform/store/configuration/value_codec.h"
 
@@ -55,7 +55,7 @@ Status ask_list(Client::Connection* connection, std::uint16_t type, std::vector<
   return read_all(&reader, items, read) ? kStatusOk : connection->fail(kStatusBadMessage);
 }
 
-// One message of changes from *next on, which goes behind the last one that is in it.
+// One message of changes from *next on; sets *next to the first change that is not in it.
 Status stage_some(Client::Connection* connection, const std::vector<KvConfigChange>& changes,
                   std::size_t* next) {
   wire::Writer writer = connection->begin(kStage);
@@ -101,7 +101,7 @@ CommitResult Client::commit(const std::vector<KvConfigChange>& changes, std::str
   wire::Reader reader(payload);
   result.status = reader.u32();
   result.id = reader.text();
-  result.mistake = reader.text();
+  result.error = reader.text();
   if (!reader.finished()) {
     result = {};
     result.status = connection_->fail(kStatusBadMessage);

@@ -1,8 +1,8 @@
 // A client's connection; see client_connection.h.
 //
-// What comes instead of an answer is a notification, or it means that the two sides are out of step: then the
-// connection is closed, because what is read from it could not be trusted. A server that sends more
-// notifications than the windows allow is out of step too.
+// A message that is not the expected answer is a notification; anything else means that client and server are
+// out of step. The connection is then closed, because later messages could not be trusted. A server that
+// sends more notifications than the windows allow is out of step too.
 #include "platform/store/client/client_connection.h"
 
 #include <algorithm>
@@ -17,7 +17,7 @@ using std::chrono::milliseconds;
 constexpr std::size_t kMaxRequest = wire::Limits{}.max_payload;  // what the server takes
 constexpr std::size_t kMaxPending = kMaxSubscriptions * kNotificationWindow;
 
-// A change is answered when everybody has been told, which takes a second or two for tens of thousands.
+// A change is answered after all subscribers are notified: a second or two for tens of thousands of changes.
 constexpr int kChangeTimes = 30;
 
 milliseconds time_left(SteadyClock::time_point deadline) {
@@ -45,7 +45,7 @@ Status Client::Connection::fail(Status status) {
   return status;
 }
 
-Status Client::Connection::keep(const wire::Message& message) {
+Status Client::Connection::queue_notification(const wire::Message& message) {
   NotificationResult notification;
   if (pending.size() >= kMaxPending || !read_notification(message, &notification))
     return fail(kStatusBadMessage);
@@ -62,7 +62,7 @@ Status Client::Connection::exchange(std::uint16_t type, wire::OctetSpan* payload
   wire::Message message;
   do {
     if (const Status status = socket.receive(&message, time_left(deadline))) return fail(status);
-    if (message.type == kNotification && keep(message) != kStatusOk) return kStatusBadMessage;
+    if (message.type == kNotification && queue_notification(message) != kStatusOk) return kStatusBadMessage;
   } while (message.type == kNotification);
   if (message.type != (type | kAnswer) || message.request != last_request) return fail(kStatusBadMessage);
   *payload = message.payload;

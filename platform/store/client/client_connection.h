@@ -25,13 +25,13 @@ struct Client::Connection {
   std::set<std::uint32_t> plain;           // subscriptions without a name
 
   wire::Writer begin(std::uint16_t type) { return socket.begin(type, ++last_request); }
-  // Closes and answers the status.
+  // Closes the connection and returns the status.
   Status fail(Status status);
-  // Keeps a notification that came.
-  Status keep(const wire::Message& message);
+  // Queues a notification.
+  Status queue_notification(const wire::Message& message);
   // Sends what begin() began and waits for its answer; the payload is valid until the next call.
   Status exchange(std::uint16_t type, wire::OctetSpan* payload);
-  // The same; the answer's status, which is its first word, with the reader behind it.
+  // The same; returns the answer's status, its first word. The reader is after it.
   Status ask(std::uint16_t type, wire::OctetSpan* payload, wire::Reader* reader);
   // The same for an answer that is a status and nothing else.
   Status ask_status(std::uint16_t type);

@@ -29,8 +29,8 @@ NotificationResult Client::next_notification(std::chrono::milliseconds timeout) 
     wire::Message message;
     result.status = connection_->socket.receive(&message, timeout);
     if (result.status != kStatusOk) return result;
-    result.status =
-        message.type == kNotification ? connection_->keep(message) : connection_->fail(kStatusBadMessage);
+    result.status = message.type == kNotification ? connection_->queue_notification(message)
+                                                  : connection_->fail(kStatusBadMessage);
     if (result.status != kStatusOk) return result;
   }
   result = std::move(pending.front());

@@ -1,8 +1,8 @@
 // Client of the data store; see client.h.
 //
-// A call is one message out and, usually, one read in. Its answer carries its request number; a notification
-// may come before it and is kept. Anything else means that the two sides are out of step: the connection is
-// closed, because what is read from it could not be trusted.
+// A call sends one message and usually needs one read. The answer carries the request's number; notifications
+// that arrive before it are queued. Anything else means that client and server are out of step: the
+// connection is closed, because later messages could not be trusted.
 #include "platform/store/client/client.h"
 
 #include "platform/core/files/directories.h"

@@ -1,4 +1,3 @@
-// See change_set.h.
 #include "platform/store/configuration/change_set.h"
 
 #include <algorithm>

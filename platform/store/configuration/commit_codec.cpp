@@ -1,4 +1,3 @@
-// See commit_codec.h.
 #include "platform/store/configuration/commit_codec.h"
 
 #include <algorithm>

@@ -29,9 +29,9 @@ namespace {
 constexpr std::size_t kRowsPerFold = 500;
 
 void fold_later(EventManager* manager) {
-  event_post(manager, [manager, weak = std::weak_ptr(store().kept)] {
+  event_post(manager, [manager, weak = std::weak_ptr(store().node_store)] {
     const std::shared_ptr<NodeStore> kept = weak.lock();
-    if (kept == nullptr || kept != store().kept) return;
+    if (kept == nullptr || kept != store().node_store) return;
     if (kept->fold_some(kRowsPerFold)) {
       fold_later(manager);
     } else {
@@ -41,9 +41,9 @@ void fold_later(EventManager* manager) {
 }
 
 void fold() {
-  if (!store().kept->has_unfolded()) return;
+  if (!store().node_store->has_unfolded()) return;
   if (servers().empty()) {
-    while (store().kept->fold_some(kRowsPerFold)) {
+    while (store().node_store->fold_some(kRowsPerFold)) {
     }
   } else if (!std::exchange(store().folding, true)) {
     fold_later(servers().begin()->first);
@@ -51,10 +51,10 @@ void fold() {
 }
 
 Status open_database(NodeStore** kept) {
-  if (store().kept == nullptr) {
-    if (const Status status = NodeStore::open_in_memory(&store().kept)) return status;
+  if (store().node_store == nullptr) {
+    if (const Status status = NodeStore::open_in_memory(&store().node_store)) return status;
   }
-  *kept = store().kept.get();
+  *kept = store().node_store.get();
   return kStatusOk;
 }
 
@@ -112,8 +112,8 @@ Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, st
 
 // The database says more than a status: "database or disk is full".
 std::string why_not_kept(Status status) {
-  const bool is_told = store().kept != nullptr && !store().kept->write_error().empty();
-  return is_told ? store().kept->write_error() : err_text(status);
+  const bool is_told = store().node_store != nullptr && !store().node_store->write_error().empty();
+  return is_told ? store().node_store->write_error() : err_text(status);
 }
 
 using Proposal = std::vector<ProposedChange>;
@@ -215,12 +215,12 @@ Places places_in_force(const std::vector<std::string>& paths) {
 }
 
 void tell_deletion(ConfigTree::const_iterator place) {
-  tell_subscribers(place->first, nullptr, kKvEventDeleted);
+  notify_subscribers(place->first, nullptr, kKvEventDeleted);
 }
 
 void tell_set(ConfigTree::const_iterator place) {
   const OwnedNode& node = place->second;
-  tell_subscribers(place->first, node.values[node.in_force()], kKvEventCreated | kKvEventSet);
+  notify_subscribers(place->first, node.values[node.in_force()], kKvEventCreated | kKvEventSet);
 }
 
 using ToldPlaces = std::vector<std::pair<std::uint64_t, ConfigTree::const_iterator>>;
@@ -329,7 +329,7 @@ Status kvtree_config_tell(const std::string& path) {
   if (place != store().configuration.end()) {
     kvtree::tell_set(place);
   } else {
-    kvtree::tell_subscribers(path, nullptr, kKvEventDeleted);
+    kvtree::notify_subscribers(path, nullptr, kKvEventDeleted);
   }
   return kStatusOk;
 }
@@ -369,7 +369,7 @@ Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChan
 
 Status kvtree_keep_configuration(const std::string& directory) {
   if (const Status status = fault_check("kvtree_keep_configuration")) return status;
-  if (store().kept != nullptr) return kStatusExists;
+  if (store().node_store != nullptr) return kStatusExists;
   std::shared_ptr<kvtree::NodeStore> kept;
   if (const Status status = kvtree::NodeStore::open(directory, &kept)) return status;
   kvtree::ConfigTree tree;
@@ -380,6 +380,6 @@ Status kvtree_keep_configuration(const std::string& directory) {
     kvtree::put_node(place->first, node.values[node.in_force()], store().nodes.end());
   }
   store().configuration = std::move(tree);
-  store().kept = std::move(kept);
+  store().node_store = std::move(kept);
   return kStatusOk;
 }

@@ -251,9 +251,9 @@ class ConfigOrder : public ConfigHistory {
 
  private:
   std::vector<std::string> RegisterAndTake() {
-    TakeTold();
+    TakeReceived();
     Subscribe("/cfg", kKvEventSet);
-    return TakeTold();
+    return TakeReceived();
   }
 };
 
@@ -309,7 +309,7 @@ TEST_F(ConfigOrder, IsThatOfTheProcessItselfToo) {
   for (const char* path : {"/oper/b", "/oper/a", "/oper/c", "/oper/b"})
     ASSERT_EQ(SetText(path, "x"), kStatusOk);
   Subscribe("/oper", kKvEventSet);
-  EXPECT_THAT(TakeTold(), ElementsAre("a 2 x", "c 2 x", "b 2 x"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("a 2 x", "c 2 x", "b 2 x"));
 }
 
 // --- Folding
@@ -321,7 +321,7 @@ class ConfigFolding : public ConfigHistory {
     EXPECT_EQ(kvtree_serve(manager), kStatusOk);
   }
   ~ConfigFolding() override { kvtree_stop_serving(manager); }
-  static bool Unfolded() { return kvtree::store().kept->has_unfolded(); }
+  static bool Unfolded() { return kvtree::store().node_store->has_unfolded(); }
   std::int64_t Rows(const char* table) const {
     sqlite3* database = nullptr;
     EXPECT_EQ(sqlite3_open(File().c_str(), &database), SQLITE_OK);
@@ -370,7 +370,7 @@ TEST_F(ConfigFolding, LargeCommitOfAProcessThatEndsIsThereInTheNext) {
 TEST_F(ConfigFolding, ProcessThatEndsWithinFoldingLosesNothing) {
   Make("file", Many(1200, "x"), "");
   Make("file", Many(1200, "y"), "");
-  EXPECT_TRUE(kvtree::store().kept->fold_some(700));
+  EXPECT_TRUE(kvtree::store().node_store->fold_some(700));
   EXPECT_EQ(Rows("node"), 700);
   Restart();
   EXPECT_THAT(InForce(), SizeIs(1200));

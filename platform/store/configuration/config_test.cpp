@@ -118,7 +118,7 @@ TEST_F(ConfigCommit, MistakeChangesNothing) {
   const auto refused = [&](KvConfigChange change, Status status) {
     return Refused("cli", {SetTo("/cfg/good", "x"), std::move(change)}, status);
   };
-  EXPECT_EQ(refused(Withdraw("/cfg/a"), kStatusNoSuchRow), "/cfg/a: cli does not hold it");
+  EXPECT_EQ(refused(Withdraw("/cfg/a"), kStatusNoSuchRow), "/cfg/a: cli does not set it");
   EXPECT_EQ(refused(SetTo("/cfg/good", "y"), kStatusInvalid), "/cfg/good: it is changed twice");
   EXPECT_EQ(refused({"/cfg/a", record}, kStatusInvalid), "/cfg/a: a configuration has no records");
   for (const char* path : {"/oper/a", "/cfg", "/cfg/", "/cfg/a/", "/", "", "cfg/a"}) {
@@ -151,7 +151,7 @@ TEST_F(ConfigCommit, UnknownOwnersHoldNothing) {
 
 TEST_F(ConfigCommit, LettingGoOfWhatAnotherOwnerHoldsIsAMistake) {
   Commit("file", {SetTo("/cfg/a", "x")});
-  EXPECT_EQ(Refused("cli", {Withdraw("/cfg/a")}, kStatusNoSuchRow), "/cfg/a: cli does not hold it");
+  EXPECT_EQ(Refused("cli", {Withdraw("/cfg/a")}, kStatusNoSuchRow), "/cfg/a: cli does not set it");
   EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x"));
 }
 
@@ -175,7 +175,7 @@ TEST_F(ConfigCommit, SubscriberThatComesLaterIsToldWhatIsInForce) {
   Commit("file", {SetTo("/cfg/x/a", "file"), SetTo("/cfg/x/b", "file")});
   Commit("cli", {SetTo("/cfg/x/a", "cli")});
   Subscribe("/cfg/x/", kKvEventSet);
-  EXPECT_THAT(TakeTold(), ElementsAre("b 2 file", "a 2 cli"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("b 2 file", "a 2 cli"));
 }
 
 class ConfigReplace : public ConfigCommit {
@@ -184,7 +184,7 @@ class ConfigReplace : public ConfigCommit {
                                    const std::vector<KvConfigNode>& nodes) {
     EXPECT_EQ(kvtree_config_replace("file", scopes, nodes, "reload", &id, &mistake), kStatusOk) << mistake;
     Run();
-    return TakeTold();
+    return TakeReceived();
   }
 };
 
@@ -241,9 +241,9 @@ TEST_F(ConfigRetell, DeletionsThenSetsAreToldAndNothingChanges) {
   Commit("file", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "2")});
   Commit("cli", {SetTo("/cfg/b", "3")});
   ASSERT_EQ(kvtree_config_retell({"/cfg/b", "/cfg/gone", "/cfg/a"}), kStatusOk);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReceived(), IsEmpty());
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("b 4 none", "a 4 none", "b 3 3", "a 3 1"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("b 4 none", "a 4 none", "b 3 3", "a 3 1"));
   EXPECT_EQ(History().size(), 2U);
   EXPECT_THAT(InForce(), ElementsAre("/cfg/a=1", "/cfg/b=3"));
 }
@@ -251,16 +251,16 @@ TEST_F(ConfigRetell, DeletionsThenSetsAreToldAndNothingChanges) {
 // What is between is noted in the order in which the subscriber is told.
 TEST_F(ConfigRetell, EachIsToldWithWhatIsBetween) {
   Commit("file", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "2")});
-  const auto note = [](const char* what) { return [what] { told().emplace_back(what); }; };
+  const auto note = [](const char* what) { return [what] { received().emplace_back(what); }; };
   ASSERT_EQ(kvtree_config_commit("file", {SetTo("/cfg/c", "before")}, ""), kStatusOk);
   ASSERT_EQ(
       kvtree_config_retell_each({"/cfg/b", "/cfg/gone", "/cfg/a"}, manager, note("deletion"), note("set")),
       kStatusOk);
   ASSERT_EQ(kvtree_config_commit("file", {Withdraw("/cfg/b")}, ""), kStatusOk);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReceived(), IsEmpty());
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("c 3 before", "deletion", "b 4 none", "set", "b 3 2", "deletion",
-                                      "a 4 none", "set", "a 3 1", "b 4 none"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("c 3 before", "deletion", "b 4 none", "set", "b 3 2", "deletion",
+                                          "a 4 none", "set", "a 3 1", "b 4 none"));
   EXPECT_EQ(History().size(), 3U);
 }
 
@@ -271,7 +271,7 @@ TEST_F(ConfigRetell, NodeIsToldAsItIsInForceOrAsDeleted) {
   ASSERT_EQ(kvtree_config_tell("/cfg/none"), kStatusOk);
   EXPECT_EQ(kvtree_config_tell("/oper/a"), kStatusUnknownPath);
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("a 3 2", "none 4 none"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("a 3 2", "none 4 none"));
   EXPECT_EQ(History().size(), 2U);
   EXPECT_THAT(InForce(), ElementsAre("/cfg/a=2"));
 }
@@ -295,7 +295,7 @@ TEST_P(ConfigCounted, OtherValueOfANodeThatIsThereIsToldToNobody) {
   EXPECT_THAT(InForce(), ElementsAre(item_ + "=other"));
   EXPECT_THAT(Changes(id), ElementsAre(item_ + ": text (cli) -> other (cli)"));
   Subscribe("/cfg/", kKvEventSet);
-  EXPECT_THAT(TakeTold(), ElementsAre("item 2 other")) << "who comes later reads what is in force";
+  EXPECT_THAT(TakeReceived(), ElementsAre("item 2 other")) << "who comes later reads what is in force";
   EXPECT_THAT(Commit("cli", {Withdraw(item_)}), IsEmpty());
   EXPECT_THAT(InForce(), ElementsAre(item_ + "=#1"));
   EXPECT_THAT(Commit("frr", {Withdraw(item_)}), ElementsAre("item 4 none"));

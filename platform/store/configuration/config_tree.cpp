@@ -1,4 +1,3 @@
-// See config_tree.h.
 #include "platform/store/configuration/config_tree.h"
 
 #include <algorithm>
@@ -122,7 +121,7 @@ Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, 
   const OwnedNode* node = cursor->find(change.path);
   const SharedValue held = node == nullptr ? nullptr : node->values[plan->owner];
   if (change.value == nullptr && held == nullptr) {
-    *mistake = std::string(owner_name(plan->owner)) + " does not hold it";
+    *mistake = std::string(owner_name(plan->owner)) + " does not set it";
     return kStatusNoSuchRow;
   }
   if (change.value != nullptr && held != nullptr && *change.value == *held) return kStatusOk;

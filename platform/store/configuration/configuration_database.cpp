@@ -1,4 +1,3 @@
-// See configuration_database.h.
 //
 // A rollback journal and full synchronisation, as the configuration changes seldom and must not be lost.
 // Whether a file is ours is told by its application id, whether we understand it by its version; both, and a

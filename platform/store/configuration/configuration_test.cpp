@@ -77,7 +77,7 @@ TEST_F(Configuration, ChangesOfClientsAreToldToSubscribers) {
   ASSERT_EQ(client.remove(kTraps + "all"), kStatusOk);
   Stop();
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("all 2 on", "all 2 still", "all 4 none"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("all 2 on", "all 2 still", "all 4 none"));
 }
 
 TEST_F(Configuration, NodesAreListedInOrderBelowAPath) {
@@ -139,7 +139,7 @@ TEST_F(Configuration, OutlivesTheProcessAndIsReplayed) {
   ASSERT_EQ(client.set_text(kTraps + "vrf-up", "octets \xff%/"), kStatusOk);
   Restart();
   Subscribe(kTraps.c_str(), kKvEventCreated | kKvEventSet);
-  EXPECT_THAT(TakeTold(), ElementsAre("time 3 ", "vrf-up 3 octets \xff%/"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("time 3 ", "vrf-up 3 octets \xff%/"));
   StartAndConnect();
   EXPECT_THAT(Nodes(),
               ElementsAre(kTraps + "time=#" + std::to_string(INT64_MIN), kTraps + "vrf-up=octets \xff%/"));
@@ -181,14 +181,14 @@ TEST_F(Configuration, FileThatIsNoDatabaseIsSetAside) {
 
 TEST_F(Configuration, TruncatedDatabaseIsSetAside) {
   ASSERT_EQ(Keep(), kStatusOk);
-  kvtree::store().kept.reset();
+  kvtree::store().node_store.reset();
   std::filesystem::resize_file(File(), std::filesystem::file_size(File()) / 2);
   ExpectSetAside();
 }
 
 TEST_F(Configuration, DamagedDatabaseIsSetAside) {
   ASSERT_EQ(Keep(), kStatusOk);
-  kvtree::store().kept.reset();
+  kvtree::store().node_store.reset();
   std::string octets = Read(File());
   octets.replace(4096, 200, 200, '\x55');
   Write(octets);
@@ -197,7 +197,7 @@ TEST_F(Configuration, DamagedDatabaseIsSetAside) {
 
 TEST_F(Configuration, DatabaseOfANewerVersionIsSetAside) {
   ASSERT_EQ(Keep(), kStatusOk);
-  kvtree::store().kept.reset();
+  kvtree::store().node_store.reset();
   Execute("PRAGMA user_version = 4");
   ExpectSetAside();
 }
@@ -210,7 +210,7 @@ TEST_F(Configuration, ForeignDatabaseIsSetAside) {
 TEST_F(Configuration, SetAsideFilesAreNeverOverwritten) {
   Write("first");
   ASSERT_EQ(Keep(), kStatusOk);
-  kvtree::store().kept.reset();
+  kvtree::store().node_store.reset();
   Write("second");
   ASSERT_EQ(Keep(), kStatusOk);
   EXPECT_EQ(Read(File() + ".unusable.1"), "first");

@@ -71,14 +71,14 @@ class ConfigTest : public StoreTest {
   std::vector<std::string> Commit(std::string_view owner, const std::vector<KvConfigChange>& changes) {
     EXPECT_EQ(kvtree_config_commit(owner, changes, "", &id, &mistake), kStatusOk) << mistake;
     Run();
-    return TakeTold();
+    return TakeReceived();
   }
   // The status and the mistake of one that is refused.
   std::string Refused(std::string_view owner, const std::vector<KvConfigChange>& changes, Status status) {
     EXPECT_EQ(kvtree_config_commit(owner, changes, "", &id, &mistake), status);
     EXPECT_EQ(id, "");
     Run();
-    EXPECT_THAT(TakeTold(), ::testing::IsEmpty());
+    EXPECT_THAT(TakeReceived(), ::testing::IsEmpty());
     return mistake;
   }
   // "path=value" of what is in force, or of what an owner holds.

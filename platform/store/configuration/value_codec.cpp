@@ -1,4 +1,3 @@
-// See value_codec.h.
 #include "platform/store/configuration/value_codec.h"
 
 #include "platform/store/configuration/config.h"

@@ -1,5 +1,5 @@
-// See followed_nodes.h. A registration knows its function weakly: when its connection cannot be ended, which
-// is logged, it tells nobody.
+// A registration refers to its function weakly: if its connection cannot be ended, which is logged, the
+// function is no longer called.
 #include "platform/store/server/followed_nodes.h"
 
 #include <utility>
@@ -13,16 +13,16 @@ constexpr std::uint32_t kAllEvents = kKvEventCreated | kKvEventSet | kKvEventDel
 
 }  // namespace
 
-Status FollowedNodes::follow(std::string_view path, EventManager* manager, Told told) {
-  Followed added{std::string(path), nullptr, std::make_shared<const Told>(std::move(told))};
+Status FollowedNodes::follow(std::string_view path, EventManager* manager, Handler handler) {
+  Followed added{std::string(path), nullptr, std::make_shared<const Handler>(std::move(handler))};
   if (const Status status = kvtree_bind(&added.connection, added.path.c_str(), kKvBindConfiguration)) {
     return status;
   }
-  const auto tell = [weak = std::weak_ptr(added.told)](const KvNotification* notification) {
-    if (const std::shared_ptr<const Told> still = weak.lock()) (*still)(notification);
+  const auto notify = [weak = std::weak_ptr(added.handler)](const KvNotification* notification) {
+    if (const std::shared_ptr<const Handler> live = weak.lock()) (*live)(notification);
   };
   const Status status =
-      kvtree::register_notification(added.connection, "", kAllEvents, tell, manager, nullptr);
+      kvtree::register_notification(added.connection, "", kAllEvents, notify, manager, nullptr);
   if (status == kStatusOk) {
     followed_.push_back(std::move(added));
   } else {

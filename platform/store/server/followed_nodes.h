@@ -1,4 +1,4 @@
-// Nodes of the data store that somebody follows for as long as it lives: a connection and a registration for
+// Nodes of the data store that an object follows during its lifetime: a connection and a registration for
 // each path, which end together.
 #pragma once
 
@@ -15,26 +15,26 @@
 // Main thread; the manager must outlive it.
 class FollowedNodes {
  public:
-  using Told = std::function<void(const KvNotification* notification)>;
+  using Handler = std::function<void(const KvNotification* notification)>;
 
   FollowedNodes() = default;
   ~FollowedNodes() { stop(); }
   FollowedNodes(const FollowedNodes&) = delete;
   FollowedNodes& operator=(const FollowedNodes&) = delete;
 
-  // Follows the nodes below the path, too: `told` is called for each that exists before this returns, and
-  // from then on, on the manager's loop, for every creation, set and deletion; with paths below this one
-  // (kvtree_notify_path). What kvtree_bind and kvtree_register_notification answer; the path is not followed
-  // then.
-  [[nodiscard]] Status follow(std::string_view path, EventManager* manager, Told told);
-  // Nothing is told any more. It may be called from inside `told`.
+  // Also follows the nodes below the path. The handler is called for each existing node before this returns,
+  // and from then on, on the manager's loop, for every creation, set and deletion, with paths below this one
+  // (kvtree_notify_path). On failure returns the status of kvtree_bind or kvtree_register_notification; the
+  // path is then not followed.
+  [[nodiscard]] Status follow(std::string_view path, EventManager* manager, Handler handler);
+  // The handlers are no longer called. May be called from within a handler.
   void stop();
 
  private:
   struct Followed {
     std::string path;
     KvConnection* connection;
-    std::shared_ptr<const Told> told;
+    std::shared_ptr<const Handler> handler;
   };
   static void end(const Followed& followed);
 

@@ -20,33 +20,33 @@ class FollowedNodesTest : public StoreTest {
   void Note(const KvNotification* notification) {
     const KvNotifyInfo* info = kvtree_notify_info(notification);
     const std::string value = info->value == nullptr ? "-" : info->value->text;
-    heard.push_back(std::string(kvtree_notify_path(notification)) + " " + value);
-    if (stops_when_told) followed->stop();
+    received.push_back(std::string(kvtree_notify_path(notification)) + " " + value);
+    if (stops_when_notified) followed->stop();
   }
-  std::vector<std::string> Heard() {
+  std::vector<std::string> Received() {
     Run();
-    return std::exchange(heard, {});
+    return std::exchange(received, {});
   }
 
   std::optional<FollowedNodes> followed{std::in_place};
-  std::vector<std::string> heard;
-  bool stops_when_told = false;
+  std::vector<std::string> received;
+  bool stops_when_notified = false;
 };
 
-TEST_F(FollowedNodesTest, WhatExistsIsToldBeforeFollowingReturns) {
+TEST_F(FollowedNodesTest, ExistingNodesAreNotifiedBeforeFollowReturns) {
   ASSERT_EQ(SetText("/cfg/gl/a/b", "1"), kStatusOk);
   ASSERT_EQ(Follow("/cfg/gl/"), kStatusOk);
-  EXPECT_THAT(heard, ElementsAre("a/b 1"));
+  EXPECT_THAT(received, ElementsAre("a/b 1"));
 }
 
-TEST_F(FollowedNodesTest, ChangesAreToldOnTheLoop) {
+TEST_F(FollowedNodesTest, ChangesAreNotifiedOnTheLoop) {
   ASSERT_EQ(Follow("/cfg/gl/"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/a", "1"), kStatusOk);
-  EXPECT_THAT(heard, IsEmpty());
+  EXPECT_THAT(received, IsEmpty());
   ASSERT_EQ(SetText("/cfg/gl/a", "2"), kStatusOk);
   ASSERT_EQ(kvtree_delete("/cfg/gl/a"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/other", "3"), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre("a 1", "a 2", "a -"));
+  EXPECT_THAT(Received(), ElementsAre("a 1", "a 2", "a -"));
 }
 
 TEST_F(FollowedNodesTest, SeveralPathsAreFollowedTogether) {
@@ -54,26 +54,26 @@ TEST_F(FollowedNodesTest, SeveralPathsAreFollowedTogether) {
   ASSERT_EQ(Follow("/oper/"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/a", "1"), kStatusOk);
   ASSERT_EQ(SetText("/oper/b", "2"), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre("a 1", "b 2"));
+  EXPECT_THAT(Received(), ElementsAre("a 1", "b 2"));
   followed->stop();
   ASSERT_EQ(SetText("/cfg/gl/a", "3"), kStatusOk);
   ASSERT_EQ(SetText("/oper/b", "4"), kStatusOk);
-  EXPECT_THAT(Heard(), IsEmpty());
+  EXPECT_THAT(Received(), IsEmpty());
 }
 
-TEST_F(FollowedNodesTest, WhatIsUnderWayIsNotToldAfterItsEnd) {
+TEST_F(FollowedNodesTest, PendingChangeIsNotNotifiedAfterTheEnd) {
   ASSERT_EQ(Follow("/cfg/gl/"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/a", "1"), kStatusOk);
   followed.reset();
-  EXPECT_THAT(Heard(), IsEmpty());
+  EXPECT_THAT(Received(), IsEmpty());
 }
 
-TEST_F(FollowedNodesTest, FollowerMayStopWhenItIsTold) {
+TEST_F(FollowedNodesTest, HandlerMayStopFollowing) {
   ASSERT_EQ(Follow("/cfg/gl/"), kStatusOk);
-  stops_when_told = true;
+  stops_when_notified = true;
   ASSERT_EQ(SetText("/cfg/gl/a", "1"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/a", "2"), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre("a 1"));
+  EXPECT_THAT(Received(), ElementsAre("a 1"));
 }
 
 TEST_F(FollowedNodesTest, PathThatCannotBeFollowedLeavesTheOthersFollowed) {
@@ -84,11 +84,11 @@ TEST_F(FollowedNodesTest, PathThatCannotBeFollowedLeavesTheOthersFollowed) {
   }
   ASSERT_EQ(SetText("/oper/a", "1"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/a", "2"), kStatusOk);
-  EXPECT_THAT(Heard(), ElementsAre("a 2"));
+  EXPECT_THAT(Received(), ElementsAre("a 2"));
 }
 
-// The data store goes on telling; there is nobody to be told.
-TEST_F(FollowedNodesTest, EndThatFailsIsLoggedAndTellsNobody) {
+// The data store keeps the registration, but the handler is no longer called.
+TEST_F(FollowedNodesTest, FailedEndIsLoggedAndNotifiesNoFollower) {
   ASSERT_EQ(Follow("/cfg/gl/"), kStatusOk);
   {
     const ScopedFault fault("kvtree_unbind", kStatusIo);
@@ -97,7 +97,7 @@ TEST_F(FollowedNodesTest, EndThatFailsIsLoggedAndTellsNobody) {
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("/cfg/gl/ is still followed: "));
   }
   ASSERT_EQ(SetText("/cfg/gl/a", "1"), kStatusOk);
-  EXPECT_THAT(Heard(), IsEmpty());
+  EXPECT_THAT(Received(), IsEmpty());
 }
 
 }  // namespace

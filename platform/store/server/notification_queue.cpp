@@ -1,5 +1,5 @@
-// See notification_queue.h. The window is at most half of the limit, so that a full queue always has
-// something that is not on its way, and something behind it that can tell the loss.
+// The window is at most half of the limit, so that a full queue always has an unsent notification to drop and
+// another one after it to report the loss.
 #include "platform/store/server/notification_queue.h"
 
 #include <algorithm>

@@ -14,7 +14,7 @@
 //                   owner text (may be empty)
 //   kStage          flags u8, count u32, count x {path    nothing
 //                   text, value or none}
-//   kCommit         comment text                          id text, mistake text
+//   kCommit         comment text                          id text, error text
 //   kHistory        maximum u32, before text              count u32, count x {id text, time u64, owner text,
 //                                                         comment text, changes u32}
 //   kCommitChanges  id text, first u32, maximum u32       count u32, count x {path text, owner before text,
@@ -22,16 +22,16 @@
 //                                                         after or none}
 //   kAcknowledge    subscription u32, sequence u64        has no answer
 //
-// A value is a type u8 (0 nothing but that it is there, 1 text, 2 number, 3 tuple), then nothing, a text, a
-// number of 64 bits, or a count u16 and as many such numbers; the type kNoValue stands for none. kStage
-// collects the changes of the client's next commit, a deletion being a change without a value; with
-// kFlagFirst it forgets what was collected before. kCommit uses what was collected, whatever becomes of it.
+// A value is a type u8 (0 present without a value, 1 text, 2 number, 3 tuple), then nothing, a text, a number
+// of 64 bits, or a count u16 and as many such numbers; the type kNoValue represents none. kStage collects the
+// changes of the client's next commit, a deletion being a change without a value; with kFlagFirst it first
+// discards what was collected. kCommit consumes what was collected, whatever its result.
 //
-// An answer whose status is not 0 has nothing after it, but for kAction's and kCommit's, whose texts are
-// always there. kNotification comes unasked, with request 0: subscription u32, sequence u64, lost before it
-// u64, path text, item name text, two values u32, record octets. At most kNotificationWindow of a
+// An answer whose status is not 0 has nothing after it, except those of kAction and kCommit, which always
+// have their texts. kNotification is sent unasked, with request 0: subscription u32, sequence u64, lost
+// before it u64, path text, item name text, two values u32, record octets. At most kNotificationWindow of a
 // subscription are sent before the first of them is acknowledged. Other flags than those named, other types,
-// acknowledgements of what was not subscribed to and octets left over make a message malformed.
+// acknowledgements without a subscription and extra octets make a message malformed.
 #pragma once
 
 #include <cstddef>
@@ -56,7 +56,7 @@ inline constexpr std::uint16_t kCommitChanges = 0xe;
 inline constexpr std::uint16_t kNotification = 0x10;
 inline constexpr std::uint16_t kAnswer = 0x8000;
 
-// Changes of the configuration: answered when the subscribers have been told.
+// Changes of the configuration: answered after the subscribers are notified.
 inline constexpr bool is_change(std::uint16_t type) {
   return type == kSet || type == kDelete || type == kCommit;
 }

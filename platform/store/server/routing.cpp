@@ -1,8 +1,7 @@
 // Routing: a request or a notification, a routing table, the handler that is called.
 //
-// Compiled tables are kept for as long as the process lives, by the table's routes. The patterns' addresses
-// are compared on every use (a dozen words), so that a table that was put where an earlier one had been is
-// noticed.
+// Compiled tables are cached for the life of the process, by the address of the table's routes. Every use
+// compares the patterns' addresses (a dozen words), so that another table at the same address is detected.
 #include <algorithm>
 #include <memory>
 

@@ -22,7 +22,7 @@ using wire::OctetSpan;
 using wire::Reader;
 using wire::Writer;
 
-constexpr std::size_t kKeptAnswer = 1U << 20;  // a larger buffer is given back
+constexpr std::size_t kRetainedAnswer = 1U << 20;  // a larger buffer is freed
 
 // --- Answers
 
@@ -75,7 +75,7 @@ void write_item(Writer* writer, const KvDatalistItem& item) {
   writer->octets(item.value);
 }
 
-// The items behind a status of success; when they are too many or too large, a failure and nothing else.
+// The items after a successful status; if they are too many or too large, only a failure.
 template <typename Items>
 void answer_items(wire::Octets* answer, const Items& items) {
   const std::size_t start = answer->size();
@@ -212,7 +212,7 @@ constexpr MessageHandler kHandlers[] = {
 
 // --- Serving
 
-// Never destroyed: at the end of the process the managers may have gone already.
+// Never destroyed: the managers may be destroyed earlier at the end of the process.
 std::map<EventManager*, std::unique_ptr<StoreServer>>& servers() {
   static auto* all = new std::map<EventManager*, std::unique_ptr<StoreServer>>;
   return *all;
@@ -230,12 +230,12 @@ StoreServer::StoreServer(EventManager* on)
       server(
           on, "kvtree", wire::Limits{},
           [this](wire::Connection& from, const wire::Message& message) { return handle(from, message); },
-          [this](wire::Connection& gone) { forget(gone.id()); }) {}
+          [this](wire::Connection& ended) { forget(ended.id()); }) {}
 
-// Behind what the change posted to its subscribers: who is answered finds the change in what they show, and a
-// process that dies afterwards has lost nothing of what they derived from it.
-void StoreServer::answer_when_told(wire::Connection& from, const wire::Message& message,
-                                   const wire::Octets& payload) {
+// After the notifications that the change posted to its subscribers: a client that receives the answer sees
+// the change in the subscribers' state, and a process that dies afterwards has lost nothing of that state.
+void StoreServer::answer_after_delivery(wire::Connection& from, const wire::Message& message,
+                                        const wire::Octets& payload) {
   from.hold();
   event_post(manager,
              [weak = from.weak_from_this(), type = static_cast<std::uint16_t>(message.type | kAnswer),
@@ -258,11 +258,11 @@ bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
   payload.clear();
   const bool well_formed = answer_message(&from, message, &payload);
   if (well_formed && is_change(message.type)) {
-    answer_when_told(from, message, payload);
+    answer_after_delivery(from, message, payload);
   } else if (well_formed) {
     from.send(message.type | kAnswer, message.request, payload);
   }
-  if (payload.capacity() <= kKeptAnswer) answer = std::move(payload);
+  if (payload.capacity() <= kRetainedAnswer) answer = std::move(payload);
   if (well_formed && message.type == kSubscribe) send_notifications(this, from.id());
   return well_formed;
 }

@@ -19,7 +19,7 @@ struct Subscription {
   std::shared_ptr<NotificationQueue> queue;
 };
 
-// What a client collected for its next commit.
+// The changes that a client has staged for its next commit.
 struct StagedCommit {
   std::vector<KvConfigChange> changes;
   std::size_t octets = 0;
@@ -29,7 +29,8 @@ struct StoreServer {
   explicit StoreServer(EventManager* on);
   bool handle(wire::Connection& from, const wire::Message& message);
   void forget(std::uint64_t client);
-  void answer_when_told(wire::Connection& from, const wire::Message& message, const wire::Octets& payload);
+  void answer_after_delivery(wire::Connection& from, const wire::Message& message,
+                             const wire::Octets& payload);
 
   EventManager* manager;
   wire::Octets answer;
@@ -46,7 +47,7 @@ StoreServer* server_of(const wire::Connection* connection);
 bool answer_subscribe(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 // An acknowledgement has no answer. False when it is malformed.
 bool take_acknowledgement(StoreServer* server, const wire::Connection& from, const wire::Message& message);
-// Sends a client what its subscriptions' windows have room for. The client may be gone afterwards.
+// Sends a client what its subscriptions' windows have room for. This may end the client's connection.
 void send_notifications(StoreServer* server, std::uint64_t client);
 
 // Requests that concern the configuration (configuration.cpp, staged_commits.cpp).

@@ -27,7 +27,7 @@ TEST_F(ServedStore, GetAnswersTheRecord) {
   EXPECT_EQ(Text(client.get(kSubtree + "interface-next/red/7", true).record), "get/3 'red' 7");
 }
 
-TEST_F(ServedStore, FailuresAreAnsweredAndTheConnectionGoesOn) {
+TEST_F(ServedStore, FailuresAreAnsweredAndTheConnectionStaysOpen) {
   StartAndConnect();
   EXPECT_EQ(client.get(kSubtree + "nowhere").status, kStatusUnknownPath);
   EXPECT_EQ(client.get(kSubtree + "interface/red/x").status, kStatusBadKey);
@@ -194,7 +194,7 @@ TEST_F(ServedStore, ClientThatNeverReadsDoesNotDelayOthers) {
   for (int i = 0; i < 10; ++i) ASSERT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
 }
 
-TEST_F(ServedStore, ClientThatVanishesWithinARequestDisturbsNobody) {
+TEST_F(ServedStore, ClientThatVanishesWithinARequestDisturbsNoOtherClient) {
   StartAndConnect();
   const int fd = ConnectRaw();
   ASSERT_EQ(write(fd, "MVPN\1\0", 6), 6);
@@ -294,14 +294,14 @@ TEST_F(ServedStore, ClientWithoutAConnectionSaysSo) {
   EXPECT_EQ(client.set_text("/cfg/a", ""), kStatusNotConnected);
   EXPECT_EQ(client.remove("/cfg/a"), kStatusNotConnected);
   EXPECT_EQ(client.next_notification(1ms).status, kStatusNotConnected);
-  Client nobody(directory.path() + "/nobody");
-  EXPECT_EQ(nobody.connect(), kStatusNotConnected);
+  Client unserved(directory.path() + "/absent");
+  EXPECT_EQ(unserved.connect(), kStatusNotConnected);
 }
 
 TEST_F(ServedStore, TimeoutClosesTheClientAndItConnectsAgain) {
   Client hasty(Client::default_socket(), 20ms);
   ASSERT_EQ(hasty.connect(), kStatusOk);
-  EXPECT_EQ(hasty.get(kSubtree + "scalars").status, kStatusTimedOut);  // nobody runs the loop
+  EXPECT_EQ(hasty.get(kSubtree + "scalars").status, kStatusTimedOut);  // the loop does not run
   EXPECT_FALSE(hasty.connected());
   Start();
   Client patient(Client::default_socket(), 5000ms);

@@ -19,8 +19,8 @@ namespace kvtree {
 
 namespace {
 
-// The subscribers of one manager that have the change of this number in their queues.
-struct Telling {
+// A change and the subscribers of one manager that have it in their queues.
+struct Delivery {
   std::uint64_t number;
   EventManager* manager;
   std::vector<std::weak_ptr<KvRegistration>> to;
@@ -37,40 +37,40 @@ std::string registered_prefix(const KvConnection& connection, const char* path) 
   return path == nullptr || *path == '\0' ? connection.path : with_slash(connection.path + path);
 }
 
-void deliver(const KvRegistration& registration, const KvUntold& change) {
+void deliver(const KvRegistration& registration, const KvPendingChange& change) {
   const std::size_t item = change.path.rfind('/') + 1;
   const KvNotification notification{std::string_view(change.path).substr(registration.prefix.size()),
                                     {change.path.c_str() + item, change.events, change.value.get()}};
   if (registration.entry) registration.entry(&notification);
 }
 
-// Delivers what is queued for the subscriber up to the change of this number; an entry may end the
-// subscription meanwhile.
+// Delivers the subscriber's queue up to the change of this number; an entry may end the subscription
+// meanwhile.
 void deliver_up_to(std::uint64_t number, const std::weak_ptr<KvRegistration>& to) {
   for (;;) {
     const std::shared_ptr<KvRegistration> still = to.lock();
-    if (still == nullptr || still->untold.empty() || still->untold.front().number > number) return;
-    const KvUntold change = std::move(still->untold.front());
-    still->untold.pop_front();
+    if (still == nullptr || still->pending.empty() || still->pending.front().number > number) return;
+    const KvPendingChange change = std::move(still->pending.front());
+    still->pending.pop_front();
     deliver(*still, change);
   }
 }
 
-void tell(const Telling& telling) {
-  for (const auto& subscriber : telling.to) deliver_up_to(telling.number, subscriber);
+void run_delivery(const Delivery& delivery) {
+  for (const auto& subscriber : delivery.to) deliver_up_to(delivery.number, subscriber);
 }
 
 void replay(const KvRegistration& registration) {
   const std::uint32_t events = (kKvEventCreated | kKvEventSet) & registration.events;
   if (events == 0) return;
-  std::vector<KvUntold> existing;
+  std::vector<KvPendingChange> existing;
   const auto& nodes = store().nodes;
   for (auto node = nodes.lower_bound(registration.prefix);
        node != nodes.end() && node->first.starts_with(registration.prefix); ++node) {
-    existing.push_back({node->second.told, node->first, node->second.value, events});
+    existing.push_back({node->second.set_number, node->first, node->second.value, events});
   }
-  std::ranges::sort(existing, {}, &KvUntold::number);
-  for (const KvUntold& change : existing) deliver(registration, change);
+  std::ranges::sort(existing, {}, &KvPendingChange::number);
+  for (const KvPendingChange& change : existing) deliver(registration, change);
 }
 
 Status check_node_path(std::string_view path) {
@@ -80,40 +80,40 @@ Status check_node_path(std::string_view path) {
 
 }  // namespace
 
-void tell_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
-                      std::uint32_t events) {
+void notify_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
+                        std::uint32_t events) {
   const std::uint64_t number = ++store().changes;
-  std::vector<std::shared_ptr<Telling>> tellings;  // one a manager, of which there are one or two
+  std::vector<std::shared_ptr<Delivery>> deliveries;  // one per manager, of which there are one or two
   for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
     const std::uint32_t wanted = events & registration->events;
     if (wanted == 0 || !path.starts_with(registration->prefix)) continue;
     const auto same_manager = [&](const auto& each) { return each->manager == registration->manager; };
-    auto telling = std::find_if(tellings.begin(), tellings.end(), same_manager);
-    if (telling == tellings.end()) {
-      tellings.push_back(std::make_shared<Telling>(Telling{number, registration->manager, {}}));
-      telling = std::prev(tellings.end());
+    auto delivery = std::find_if(deliveries.begin(), deliveries.end(), same_manager);
+    if (delivery == deliveries.end()) {
+      deliveries.push_back(std::make_shared<Delivery>(Delivery{number, registration->manager, {}}));
+      delivery = std::prev(deliveries.end());
     }
-    registration->untold.push_back({number, path, value, wanted});
-    (*telling)->to.emplace_back(registration);
+    registration->pending.push_back({number, path, value, wanted});
+    (*delivery)->to.emplace_back(registration);
   }
-  for (std::shared_ptr<Telling>& telling : tellings) {
-    EventManager* manager = telling->manager;
-    event_post(manager, [telling = std::move(telling)] { tell(*telling); });
+  for (std::shared_ptr<Delivery>& delivery : deliveries) {
+    EventManager* manager = delivery->manager;
+    event_post(manager, [delivery = std::move(delivery)] { run_delivery(*delivery); });
   }
 }
 
 Nodes::iterator put_node(const std::string& path, std::shared_ptr<const KvValue> value,
                          Nodes::const_iterator place, bool is_quiet) {
   const std::size_t before = store().nodes.size();
-  const auto node = store().nodes.insert_or_assign(place, path, StoredNode{std::move(value), ++store().told});
+  const auto node = store().nodes.insert_or_assign(place, path, StoredNode{std::move(value), ++store().sets});
   const bool created = store().nodes.size() > before;
   if (!is_quiet)
-    tell_subscribers(path, node->second.value, created ? kKvEventCreated | kKvEventSet : kKvEventSet);
+    notify_subscribers(path, node->second.value, created ? kKvEventCreated | kKvEventSet : kKvEventSet);
   return node;
 }
 
 void erase_node(const std::string& path) {
-  if (store().nodes.erase(path) > 0) tell_subscribers(path, nullptr, kKvEventDeleted);
+  if (store().nodes.erase(path) > 0) notify_subscribers(path, nullptr, kKvEventDeleted);
 }
 
 Store& store() {

@@ -22,7 +22,7 @@ struct KvRequest {
   bool structured;
 };
 
-// One change, below the subscriber's bind point. The texts live as long as the call that is given it.
+// One change, below the subscriber's bind point. The texts are valid during the call.
 struct KvNotification {
   std::string_view path;
   KvNotifyInfo info;
@@ -33,8 +33,8 @@ struct KvConnection {
   std::uint32_t mode;
 };
 
-// A change that was not delivered to a subscriber yet.
-struct KvUntold {
+// A change that has not been delivered to a subscriber yet.
+struct KvPendingChange {
   std::uint64_t number;  // in the order of the changes
   std::string path;
   std::shared_ptr<const KvValue> value;  // null for a deletion
@@ -47,7 +47,7 @@ struct KvRegistration {
   std::uint32_t events;
   std::function<void(const KvNotification*)> entry;  // none: a missing handler
   EventManager* manager;
-  std::deque<KvUntold> untold = {};
+  std::deque<KvPendingChange> pending = {};
 };
 
 namespace kvtree {
@@ -63,7 +63,7 @@ struct Action {
   void* argument;
 };
 
-// The notifications kept for a named subscriber.
+// The notifications retained for a named subscriber.
 struct RetainedQueue {
   std::string path;
   std::string name;
@@ -78,50 +78,49 @@ struct ConfigObserver {
 
 struct StoredNode {
   std::shared_ptr<const KvValue> value;
-  std::uint64_t told = 0;  // when it was last set: Store::told at that time
+  std::uint64_t set_number = 0;  // of its last set, counted by Store::sets
 };
 
 using Nodes = std::map<std::string, StoredNode, std::less<>>;
 
-// Everything that the process's data store holds. Notifications under way keep weak references to
-// registrations.
+// The state of the process's data store. Pending deliveries have weak references to registrations.
 struct Store {
   std::vector<std::unique_ptr<KvConnection>> connections;
   std::vector<std::shared_ptr<KvRegistration>> registrations;
   std::vector<Provider> providers;
   Nodes nodes;
-  std::uint64_t told = 0;     // how many times a node was set
+  std::uint64_t sets = 0;     // how many times a node was set
   std::uint64_t changes = 0;  // how many were queued for subscribers
   std::vector<std::weak_ptr<const ConfigObserver>> observers;
-  ConfigTree configuration;  // what is in force of it is in `nodes`, too
+  ConfigTree configuration;  // its effective values are in `nodes`, too
   std::map<std::string, Action, std::less<>> actions;
   std::map<std::string, Status (*)(), std::less<>> guards;  // by the beginning of the paths
   std::vector<RetainedQueue> retained;
-  std::shared_ptr<NodeStore> kept;  // null until it is needed
-  bool folding = false;             // a step of folding is posted
+  std::shared_ptr<NodeStore> node_store;  // null until it is needed
+  bool folding = false;                   // a step of folding is posted
 };
 
 Store& store();
 
-// Sets a node and tells it, unless it `is_quiet`.
-// `place` is a hint: the node goes right before it if that keeps the order.
+// Sets a node and notifies its subscribers, unless it `is_quiet`. `place` is a hint: the node is inserted
+// right before it if that preserves the order.
 Nodes::iterator put_node(const std::string& path, std::shared_ptr<const KvValue> value,
                          Nodes::const_iterator place, bool is_quiet = false);
-// Deletes a node that is there and tells it.
+// Deletes an existing node and notifies its subscribers.
 void erase_node(const std::string& path);
-// Posts a change (no value: a deletion) to whoever subscribed to one of these events of this path.
-void tell_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
-                      std::uint32_t events);
+// Posts a change (no value: a deletion) to the subscribers of one of these events of this path.
+void notify_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
+                        std::uint32_t events);
 
 // kvtree_register_notification for any function, and its fault point.
 [[nodiscard]] Status register_notification(KvConnection* connection, const char* path, std::uint32_t events,
                                            std::function<void(const KvNotification*)> entry,
                                            EventManager* manager, KvRegistration** registration);
 
-// The provider of this path (the longest prefix), or null; *relative is what stands below it.
+// The provider of this path (the longest prefix), or null; *relative is the rest of the path.
 const Provider* find_provider(std::string_view path, std::string_view* relative);
 
-// The batched walk, row by row. The sink takes a row or answers false when there is no room for it.
+// The batched walk, row by row. The sink returns false if it has no room for the row.
 using RowSink = bool (*)(void* argument, const KvReply& row);
 Status walk_rows(std::string_view path, bool structured, std::uint32_t max_rows, RowSink sink, void* argument,
                  bool* end);

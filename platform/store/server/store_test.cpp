@@ -21,7 +21,7 @@ TEST(KeyText, EverythingButTheNamedOctetsIsEscaped) {
   EXPECT_EQ(kvtree_encode_text("--"), "--");
 }
 
-TEST(KeyText, EveryTextComesBack) {
+TEST(KeyText, EveryTextIsDecodedToItself) {
   std::string text;
   for (int octet = 1; octet < 256; ++octet) text.push_back(static_cast<char>(octet));
   for (const std::string& each : {text, std::string("-"), std::string(), std::string("red")}) {
@@ -207,9 +207,9 @@ TEST_F(Subscriptions, WhatExistsIsReplayedWhileRegistering) {
   ASSERT_EQ(SetText("/cfg/gl/vmap2/c", "other subtree"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/a", "other subtree"), kStatusOk);
   Subscribe("/cfg/gl/vmap/", 7);
-  EXPECT_THAT(TakeTold(), ElementsAre("b 3 two", "a 3 one"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("b 3 two", "a 3 one"));
   Run();
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReceived(), IsEmpty());
 }
 
 TEST_F(Subscriptions, ChangesComeThroughTheEventLoopInOrder) {
@@ -218,9 +218,9 @@ TEST_F(Subscriptions, ChangesComeThroughTheEventLoopInOrder) {
   ASSERT_EQ(SetText("/cfg/gl/vmap/a", "two"), kStatusOk);
   ASSERT_EQ(kvtree_delete("/cfg/gl/vmap/a"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/vmap/a", "three"), kStatusOk);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReceived(), IsEmpty());
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("a 3 one", "a 2 two", "a 4 none", "a 3 three"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("a 3 one", "a 2 two", "a 4 none", "a 3 three"));
 }
 
 TEST_F(Subscriptions, SettingTheSameValueIsAChangeToo) {
@@ -228,36 +228,36 @@ TEST_F(Subscriptions, SettingTheSameValueIsAChangeToo) {
   ASSERT_EQ(SetText("/oper/rib_threshold/red/mid", "x"), kStatusOk);
   ASSERT_EQ(SetText("/oper/rib_threshold/red/mid", "x"), kStatusOk);
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("mid 3 x", "mid 2 x"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("mid 3 x", "mid 2 x"));
 }
 
-TEST_F(Subscriptions, EventMaskChoosesWhatIsTold) {
+TEST_F(Subscriptions, EventMaskSelectsTheNotifications) {
   Subscribe("/cfg/", kKvEventCreated);
   ASSERT_EQ(SetText("/cfg/a", "one"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/a", "two"), kStatusOk);
   ASSERT_EQ(kvtree_delete("/cfg/a"), kStatusOk);
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("a 1 one"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("a 1 one"));
   Subscribe("/cfg2/", kKvEventDeleted);
   ASSERT_EQ(SetText("/cfg2/a", "one"), kStatusOk);
   ASSERT_EQ(kvtree_delete("/cfg2/a"), kStatusOk);
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("a 4 none"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("a 4 none"));
 }
 
 TEST_F(Subscriptions, MaskWithoutSetsReplaysNothing) {
   ASSERT_EQ(SetText("/cfg/a", "one"), kStatusOk);
   Subscribe("/cfg/", kKvEventDeleted);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReceived(), IsEmpty());
 }
 
-TEST_F(Subscriptions, EachSubscriberIsTold) {
+TEST_F(Subscriptions, EachSubscriberIsNotified) {
   Subscribe("/cfg/", 7);
   Subscribe("/cfg/gl", 7);  // a missing slash is added
   ASSERT_EQ(SetText("/cfg/gl/a", "one"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/glx", "two"), kStatusOk);
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("a 3 one", "a 3 one", "glx 3 two"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("a 3 one", "a 3 one", "glx 3 two"));
 }
 
 TEST_F(Subscriptions, NothingIsDeliveredAfterTheUnbind) {
@@ -267,7 +267,7 @@ TEST_F(Subscriptions, NothingIsDeliveredAfterTheUnbind) {
   ASSERT_EQ(kvtree_unbind(connection), kStatusOk);
   ASSERT_EQ(SetText("/cfg/a", "two"), kStatusOk);
   Run();
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReceived(), IsEmpty());
 }
 
 TEST_F(Subscriptions, MissingEntryDropsNotifications) {
@@ -276,7 +276,7 @@ TEST_F(Subscriptions, MissingEntryDropsNotifications) {
             kStatusOk);
   ASSERT_EQ(SetText("/cfg/a", "two"), kStatusOk);
   Run();
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReceived(), IsEmpty());
 }
 
 TEST_F(Subscriptions, RegistrationPathIsBelowTheBindPoint) {
@@ -285,10 +285,10 @@ TEST_F(Subscriptions, RegistrationPathIsBelowTheBindPoint) {
   ASSERT_EQ(SetText("/cfg/gl/vmap/a", "one"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/b", "two"), kStatusOk);
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("a 3 one"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("a 3 one"));
 }
 
-TEST_F(Subscriptions, NotificationTellsItsPathBelowTheBindPoint) {
+TEST_F(Subscriptions, NotificationHasItsPathBelowTheBindPoint) {
   static std::string path;
   const auto entry = [](const KvNotification* notification) { path = kvtree_notify_path(notification); };
   ASSERT_EQ(kvtree_register_notification(Bind("/cfg/gl/"), "", 7, entry, manager, 0, 0, 4, nullptr),
@@ -308,9 +308,9 @@ TEST_F(Subscriptions, EntryMayChangeTheTreeDuringTheReplay) {
     }
   };
   ASSERT_EQ(kvtree_register_notification(Bind("/cfg/"), "", 7, entry, manager, 0, 0, 4, nullptr), kStatusOk);
-  EXPECT_THAT(TakeTold(), ElementsAre("a 3 one", "b 3 two"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("a 3 one", "b 3 two"));
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("a 4 none", "b 4 none"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("a 4 none", "b 4 none"));
 }
 
 TEST_F(Subscriptions, WhatIsQueuedBelowAPathIsDeliveredOnRequest) {
@@ -320,13 +320,13 @@ TEST_F(Subscriptions, WhatIsQueuedBelowAPathIsDeliveredOnRequest) {
   ASSERT_EQ(SetText("/cfg/x", "other path"), kStatusOk);
   ASSERT_EQ(kvtree_delete("/oper/a/x"), kStatusOk);
   kvtree_deliver("/oper/a/");
-  EXPECT_THAT(TakeTold(), ElementsAre("x 3 one", "x 4 none"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("x 3 one", "x 4 none"));
   ASSERT_EQ(SetText("/oper/a/x", "two"), kStatusOk);
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReceived(), IsEmpty());
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("x 3 other path", "x 3 two"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("x 3 other path", "x 3 two"));
   kvtree_deliver("/oper/a/");
-  EXPECT_THAT(TakeTold(), IsEmpty());
+  EXPECT_THAT(TakeReceived(), IsEmpty());
 }
 
 TEST_F(Subscriptions, EntryMayUnbindWhileItsQueueIsDelivered) {
@@ -341,7 +341,7 @@ TEST_F(Subscriptions, EntryMayUnbindWhileItsQueueIsDelivered) {
   ASSERT_EQ(SetText("/oper/x", "two"), kStatusOk);
   kvtree_deliver("/oper/");
   Run();
-  EXPECT_THAT(TakeTold(), ElementsAre("x 3 one"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("x 3 one"));
 }
 
 TEST_F(Subscriptions, BadArgumentsAreRefused) {
@@ -408,7 +408,7 @@ TEST_F(Requests, GuardMayEndItself) {
   EXPECT_EQ(Get("/oper/mpls_vpn/gl/interface/red/7"), "get/0 'red' 7");
 }
 
-TEST_F(Requests, PathsOfNobodyAreUnknown) {
+TEST_F(Requests, PathsWithoutAProviderAreUnknown) {
   for (const char* path : {"", "/", "/oper", "/oper/mpls_vpn/gl", "/cfg/a", "oper/mpls_vpn/gl/scalars"}) {
     EXPECT_EQ(Get(path), err_text(kStatusUnknownPath)) << path;
   }
@@ -479,7 +479,7 @@ TEST_F(Requests, WalkEndsWhereTheRuleSaysSo) {
   EXPECT_TRUE(end);
 }
 
-TEST_F(Requests, WalkThatFindsNoFirstRowIsNoSuchRow) {
+TEST_F(Requests, WalkWithoutAFirstRowHasNoSuchRow) {
   EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/2501", 10), kStatusNoSuchRow);
   EXPECT_THAT(rows, IsEmpty());
 }

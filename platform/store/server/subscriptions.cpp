@@ -1,10 +1,10 @@
 // Provider notifications: from kvtree_prov_notify through a queue for each subscriber to the subscribers.
 //
-// A subscription has a queue (notification_queue.h). That of a plain subscription lives as long as its
-// client; those of named subscribers are made by kvtree_retain_notifications and live in the store, whether
-// or not their subscriber is there. A client is sent as much as its queues' windows allow, when something
-// comes and when it acknowledges, so what waits is always in a queue, where it is counted, and never in a
-// socket's buffer.
+// A subscription has a queue (notification_queue.h). A plain subscription's queue lives as long as its
+// client; kvtree_retain_notifications creates those of named subscribers, which live in the store whether or
+// not the subscriber is connected. A client is sent as much as its queues' windows allow, on arrival of a
+// notification and on acknowledgement, so that waiting notifications are always in a queue, where they are
+// counted, and never in a socket's buffer.
 //
 // Sending may close a client, and with it its subscriptions: they are looked up anew after every message.
 #include <algorithm>
@@ -25,7 +25,7 @@ struct Place {
   std::uint64_t client;
 };
 
-// The clients that are subscribed to this queue: one at most, but for a plain queue that nobody else has.
+// The client that is subscribed to this queue, or null.
 const Place* find_subscriber(const NotificationQueue* queue, Place* place) {
   for (const auto& [manager, each] : servers()) {
     for (const auto& [client, subscriptions] : each->subscriptions) {
@@ -39,7 +39,7 @@ const Place* find_subscriber(const NotificationQueue* queue, Place* place) {
   return nullptr;
 }
 
-// The queue for a new subscription, taken from whoever had it.
+// The queue for a new subscription; a former subscriber of the same name is closed.
 Status find_queue(const wire::Connection& from, std::string_view path, std::string_view name,
                   std::shared_ptr<NotificationQueue>* queue) {
   if (name.empty()) {

@@ -25,7 +25,7 @@ class Queue : public ::testing::Test {
   void Push(std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) queue.push(std::make_shared<const wire::Octets>());
   }
-  // "sequence", or "sequence-lost" behind a loss, of all that may be sent.
+  // "sequence", or "sequence-lost" after a loss, of everything that may be sent.
   std::vector<std::string> SendAll() {
     std::vector<std::string> sent;
     while (const QueuedNotification* next = queue.next()) {
@@ -62,7 +62,7 @@ TEST_F(Queue, DoesNotForgetWhatWasNotSent) {
   EXPECT_THAT(SendAll(), ElementsAre("3"));
 }
 
-TEST_F(Queue, LosesTheOldestAndTellsHowManyAreMissing) {
+TEST_F(Queue, DropsTheOldestAndReportsHowManyAreMissing) {
   Push(7);
   EXPECT_THAT(SendAll(), ElementsAre("4-3", "5"));
   queue.acknowledge(5);
@@ -122,24 +122,24 @@ class Subscribers : public ServedStore {
   static bool HasNothing(Client& from) { return from.next_notification(1ms).status == kStatusTimedOut; }
 };
 
-TEST_F(Subscribers, AreToldWhatTheProviderTells) {
+TEST_F(Subscribers, ReceiveWhatTheProviderNotifies) {
   StartAndConnect();
   const SubscribeResult subscribed = client.subscribe("/oper/mpls_vpn/");
   ASSERT_EQ(subscribed.status, kStatusOk);
   Notify("one");
-  const NotificationResult told = client.next_notification(5000ms);
-  ASSERT_EQ(told.status, kStatusOk);
-  EXPECT_EQ(told.subscription, subscribed.subscription);
-  EXPECT_EQ(told.sequence, 1U);
-  EXPECT_EQ(told.lost_before, 0U);
-  EXPECT_EQ(told.path, kSubtree);
-  EXPECT_EQ(told.item_name, "trap_msg");
-  EXPECT_EQ(told.values[0], 2U);
-  EXPECT_EQ(told.values[1], 7U);
-  EXPECT_EQ(Text(told.record), "one");
+  const NotificationResult received = client.next_notification(5000ms);
+  ASSERT_EQ(received.status, kStatusOk);
+  EXPECT_EQ(received.subscription, subscribed.subscription);
+  EXPECT_EQ(received.sequence, 1U);
+  EXPECT_EQ(received.lost_before, 0U);
+  EXPECT_EQ(received.path, kSubtree);
+  EXPECT_EQ(received.item_name, "trap_msg");
+  EXPECT_EQ(received.values[0], 2U);
+  EXPECT_EQ(received.values[1], 7U);
+  EXPECT_EQ(Text(received.record), "one");
 }
 
-TEST_F(Subscribers, KeepWhatComesWhileACallWaits) {
+TEST_F(Subscribers, QueueWhatArrivesWhileACallWaits) {
   StartAndConnect();
   ASSERT_EQ(client.subscribe(kSubtree).status, kStatusOk);
   Notify("one");
@@ -160,17 +160,17 @@ TEST_F(Subscribers, TakeLongSequencesInOrder) {
   EXPECT_TRUE(HasNothing(client));
 }
 
-TEST_F(Subscribers, ThatAreSlowLoseTheOldestAndAreToldHowMany) {
+TEST_F(Subscribers, ThatAreSlowLoseTheOldestAndReceiveTheirNumber) {
   StartAndConnect();
   ASSERT_EQ(client.subscribe(kSubtree).status, kStatusOk);
   NotifyNumbers(1, kPlainQueue + 10);
   for (std::size_t i = 1; i <= kNotificationWindow; ++i) ASSERT_EQ(Next(client), std::to_string(i));
-  const NotificationResult behind = client.next_notification(5000ms);
-  EXPECT_EQ(Text(behind.record), std::to_string(kNotificationWindow + 11));
-  EXPECT_EQ(behind.lost_before, 10U);
+  const NotificationResult after_loss = client.next_notification(5000ms);
+  EXPECT_EQ(Text(after_loss.record), std::to_string(kNotificationWindow + 11));
+  EXPECT_EQ(after_loss.lost_before, 10U);
 }
 
-TEST_F(Subscribers, OfOtherPathsAndClientsThatDoNotSubscribeAreToldNothing) {
+TEST_F(Subscribers, OfOtherPathsAndUnsubscribedClientsReceiveNothing) {
   StartAndConnect();
   Client other(Client::default_socket(), 5000ms);
   ASSERT_EQ(other.connect(), kStatusOk);
@@ -203,7 +203,7 @@ TEST_F(Subscribers, BadNotificationsAreRefused) {
 
 // --- Subscribers with a name
 
-TEST_F(Subscribers, WithANameGetWhatCameWhileTheyWereAway) {
+TEST_F(Subscribers, WithANameReceiveWhatArrivedWhileTheyWereAway) {
   Retain();
   StartAndConnect();
   NotifyNumbers(1, 3);
@@ -243,7 +243,7 @@ TEST_F(Subscribers, WithANameGetNoMoreThanTheWindowUnacknowledged) {
   EXPECT_EQ(Next(client), std::to_string(kNotificationWindow + 1));
 }
 
-TEST_F(Subscribers, WithANameAreToldWhatTheirQueueLost) {
+TEST_F(Subscribers, WithANameReceiveTheNumberThatTheirQueueLost) {
   Retain(4);
   StartAndConnect();
   NotifyNumbers(1, 7);

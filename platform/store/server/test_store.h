@@ -1,5 +1,5 @@
-// For the data store's tests: an event manager in a directory of its own, a provider whose answers tell what
-// it was asked, and a subscriber that notes what it is told.
+// For the data store's tests: an event manager in its own directory, a provider whose answers repeat the
+// request, and a subscriber that records its notifications.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -43,7 +43,7 @@ inline void put_text(KvReply* reply, const std::string& text) {
   std::memcpy(reply->data, text.c_str(), text.size() + 1);
 }
 
-// Rows "1" to kRowCount, behind "rows-next/<n>": the first whose number is not smaller than the key.
+// Rows "1" to kRowCount, at "rows-next/<n>": the first whose number is not smaller than the key.
 inline constexpr std::uint32_t kRowCount = 2500;
 
 struct TestProvider {
@@ -166,7 +166,7 @@ class StoreTest : public ::testing::Test {
   StoreTest() {
     kvtree_reset();
     TestProvider::reset();
-    told().clear();
+    received().clear();
     manager = event_manager_create("/dev/mpls/vpn/main", 0);
   }
   ~StoreTest() override {
@@ -202,16 +202,16 @@ class StoreTest : public ::testing::Test {
   }
   void Run() const { event_run_pending(manager); }
 
-  // What the subscribers were told: "item events value".
-  static std::vector<std::string>& told() {
+  // The notifications received: "item events value".
+  static std::vector<std::string>& received() {
     static std::vector<std::string> all;
     return all;
   }
-  static std::vector<std::string> TakeTold() { return std::exchange(told(), {}); }
+  static std::vector<std::string> TakeReceived() { return std::exchange(received(), {}); }
   static void note(const KvNotification* notification) {
     const KvNotifyInfo* info = kvtree_notify_info(notification);
-    told().push_back(std::string(info->item_name) + " " + std::to_string(info->whichevent) + " " +
-                     (info->value == nullptr ? "none" : info->value->text));
+    received().push_back(std::string(info->item_name) + " " + std::to_string(info->whichevent) + " " +
+                         (info->value == nullptr ? "none" : info->value->text));
   }
 
   TestRunDirectory directory;

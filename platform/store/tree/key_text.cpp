@@ -1,5 +1,5 @@
-// Key texts: how a text stands in a path component. Octets outside [A-Za-z0-9_.:-] are written %XX, so that a
-// component never holds a '/', and a text that is "-" alone as %2D, because the component "-" means "absent".
+// Key texts: the text form of a path component. Octets outside [A-Za-z0-9_.:-] are written %XX, so that a
+// component never contains a '/', and the text "-" is written %2D, because the component "-" means "absent".
 //
 // Decoding is lenient about octets that need no escape to be read back; it refuses a malformed escape and an
 // escaped NUL, which no terminated text can hold.
@@ -14,12 +14,12 @@ namespace {
 
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 
-bool stands_for_itself(char octet) {
+bool is_unescaped(char octet) {
   return (octet >= 'A' && octet <= 'Z') || (octet >= 'a' && octet <= 'z') || (octet >= '0' && octet <= '9') ||
          octet == '_' || octet == '.' || octet == ':' || octet == '-';
 }
 
-// -1 for what is no hexadecimal digit.
+// -1 for a character that is not a hexadecimal digit.
 int hex_value(char digit) {
   if (digit >= '0' && digit <= '9') return digit - '0';
   if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
@@ -63,7 +63,7 @@ std::string kvtree_encode_text(std::string_view text) {
   std::string encoded;
   encoded.reserve(text.size());
   for (const char octet : text) {
-    if (stands_for_itself(octet)) {
+    if (is_unescaped(octet)) {
       encoded.push_back(octet);
       continue;
     }

@@ -3,15 +3,15 @@
 //
 // Paths are components separated by '/'. A key component is written in its kind's text form (below). A
 // provider registers get, list and datalist functions for a subtree; a subscriber registers for the changes
-// below a path and is told what exists before the registering call returns. Both usually hand what they
-// receive to the path matcher (kvtree_match_*), which finds the first pattern of a routing table that fits,
-// decodes the key components and calls the handler.
+// below a path and is notified of the existing nodes before the registering call returns. Both usually pass
+// what they receive to the path matcher (kvtree_match_*), which finds the first matching pattern of a routing
+// table, decodes the key components and calls the handler.
 //
-// Key components. `s` text: every octet but [A-Za-z0-9_.:-] as %XX; a text "-" alone as %2D; an empty
-// component is the empty text. `n` unsigned decimal number. `i` interface name (as `s`). `ip4` dotted quad.
-// `ad` IPv4 or IPv6 address. `x` any text, kept as it stands. The component "-" is an absent key, and so is
-// every key component that the path ends before (a path may end early only where all the rest of the pattern
-// are keys).
+// Key components. `s` text: every octet but [A-Za-z0-9_.:-] as %XX; the text "-" as %2D; an empty component
+// is the empty text. `n` unsigned decimal number. `i` interface name (as `s`). `ip4` dotted quad. `ad` IPv4
+// or IPv6 address. `x` any text, not decoded. The component "-" is an absent key, and so is every key
+// component after the end of the path (a path may end early only where the rest of the pattern consists of
+// keys).
 //
 // Forms: an entry with the mode kKvModeNext is form 1, any other form 0; a structured (XML) request adds 2.
 // In forms 2 and 3 text keys are handed over encoded, for the handler to decode with kvtree_string_decode.
@@ -74,9 +74,9 @@ void kvtree_list_free(KvList* list);
 // The next item, valid until the list is freed; kStatusEndOfList after the last. Out arguments may be null.
 [[nodiscard]] Status kvtree_datalist_next(KvDatalist* list, const char** key, const void** value,
                                           std::size_t* length);
-// The item where a reader that starts over and checks each item would stop: the first with this key, or the
-// first without a value if that stands before it. Constant time after the first call. kStatusEndOfList when
-// there is neither.
+// The item where a reader that starts from the beginning and checks each item would stop: the first with this
+// key, or the first without a value if that is earlier. Constant time after the first call. kStatusEndOfList
+// if there is neither.
 [[nodiscard]] Status kvtree_datalist_find(KvDatalist* list, const char* wanted, const char** key,
                                           const void** value, std::size_t* length);
 void kvtree_datalist_free(KvDatalist* list);
@@ -126,10 +126,10 @@ struct KvHandlerEntry {
   KvListHandler datalist = nullptr;
 };
 
-// One pattern: literal components as they stand, key components as <s>, <n>, <i>, <ip4>, <ad>, <x>; for
-// example "interface-next/<s>/<n>"; <*> is a key that nobody reads: any text, and no argument. Patterns are
-// tried in table order; where two share their beginning, a literal that fits is tried before a key, and a
-// branch that fails further down is given up for the next one.
+// One pattern: literal components as they are, key components as <s>, <n>, <i>, <ip4>, <ad>, <x>; for example
+// "interface-next/<s>/<n>"; <*> is a key that no handler reads: any text, and no argument. Patterns are tried
+// in table order; where two share their beginning, a matching literal is tried before a key, and a branch
+// that fails later is abandoned for the next one.
 struct KvRoute {
   const char* pattern;
   KvHandlerEntry handlers;
@@ -181,9 +181,8 @@ const char* kvtree_library_path();
 using KvProviderGet = Status (*)(const KvRequest*, KvReply*);
 using KvProviderList = Status (*)(const KvRequest*, KvListReply*);
 
-// How a batched walk goes on: forms the path (below the bind point) of the read that follows the row just
-// read at `path`. kStatusEndOfList when no row can follow. The rule stands beside the path that it belongs
-// to.
+// How a batched walk continues: forms the path (below the bind point) of the read that follows the row just
+// read at `path`. kStatusEndOfList if no row can follow. The rule is in the table next to its path.
 //
 // Some "next" reads do not answer the row that follows: they may pass over rows, or repeat one. `redirect`,
 // where a path has it, is shown each answer (`row` is null for "no such row") before it counts. True: the
@@ -218,18 +217,18 @@ using KvNotificationEntry = void (*)(const KvNotification*);
 
 // --- Nodes ---------------------------------------------------------------------------------------
 
-// Sets (creates) or deletes one node of the tree; subscribers are told through their event manager, in order.
-// kStatusInvalid for a bad path. kvtree_delete: kStatusNoSuchRow for a node that is not there.
-// A set of a node that is new carries kKvEventCreated | kKvEventSet, every other set kKvEventSet; a
-// subscriber is told the bits that it asked for, and nothing when none is left.
+// Sets (creates) or deletes one node of the tree; subscribers are notified through their event manager, in
+// order. kStatusInvalid for an invalid path. kvtree_delete: kStatusNoSuchRow for a missing node. The first
+// set of a node carries kKvEventCreated | kKvEventSet, every other set kKvEventSet; a subscriber receives the
+// bits that it registered for, and no notification if none is left.
 [[nodiscard]] Status kvtree_set(std::string_view path, KvValue value);
 [[nodiscard]] Status kvtree_delete(std::string_view path);
-// Delivers now, in order, what is queued for the subscribers whose path is this one or below it: for a change
-// after which a subscriber could not find any more what an earlier notification speaks of.
+// Delivers the pending notifications of the subscribers whose path is this one or below it now, in order: for
+// a change after which a subscriber could no longer find what an earlier notification refers to.
 void kvtree_deliver(std::string_view path);
 
-// What a provider tells on its own (a trap): sent to every client that watches a path of which the provider's
-// bind path is below or equal.
+// A notification that a provider originates (a trap): sent to every client that watches a path of which the
+// provider's bind path is below or equal.
 struct KvProviderNotification {
   const char* item_name;
   std::uint32_t first;   // passed through
@@ -238,18 +237,18 @@ struct KvProviderNotification {
   const std::uint8_t* data;
   std::size_t length;
 };
-// kStatusInvalid for a null or non-provider connection or a missing item name. It does not wait for anybody.
+// kStatusInvalid for a null or non-provider connection or a missing item name. Does not wait for subscribers.
 [[nodiscard]] Status kvtree_prov_notify(KvConnection* connection, const KvProviderNotification* notification);
-// From here on the notifications of the providers below the path are kept for the subscriber of this name, in
-// order, until it acknowledges them, whether or not it is there. Beyond `limit` the oldest are lost; the loss
-// is logged and told to the subscriber with the next one. kStatusExists when they are kept already,
-// kStatusInvalid for a bad path, no name or a limit below 2.
+// From now on the notifications of the providers below the path are retained for the subscriber of this name,
+// in order, until it acknowledges them, even while it is not connected. Beyond `limit` the oldest are lost;
+// the loss is logged and reported to the subscriber with the next one. kStatusExists if they are retained
+// already, kStatusInvalid for an invalid path, no name or a limit below 2.
 [[nodiscard]] Status kvtree_retain_notifications(std::string_view path, std::string_view name,
                                                  std::size_t limit);
-// Sets the nodes that earlier processes kept in the directory's configuration.db, and from here on keeps
-// there what is committed (config.h). Call before subscribers register and before the first commit
-// (kStatusExists). kStatusIo (logged) when the database cannot be used; one whose contents are unusable is
-// set aside and is no failure.
+// Sets the nodes that earlier processes stored in the directory's configuration.db, and from now on stores
+// commits there (config.h). Call before subscribers register and before the first commit (kStatusExists).
+// kStatusIo (logged) if the database cannot be used; a database with unusable contents is renamed, which is
+// not a failure.
 [[nodiscard]] Status kvtree_keep_configuration(const std::string& directory);
 
 // --- Key texts -----------------------------------------------------------------------------------
@@ -267,20 +266,20 @@ std::string kvtree_encode_text(std::string_view text);
 [[nodiscard]] Status kvtree_get(std::string_view path, bool structured, KvReply* reply);
 [[nodiscard]] Status kvtree_list(std::string_view path, bool structured, KvListReply* reply);
 [[nodiscard]] Status kvtree_datalist(std::string_view path, bool structured, KvListReply* reply);
-// Rows from `path` on, by the walk rule of its first component below the provider. *end is set when no row
-// follows the last one. kStatusOk with rows so far when a later read fails with kStatusNoSuchRow; any other
-// failure, and every failure of the first read, is answered as it stands and without rows. kStatusNoHandler
-// without a rule, kStatusInvalid for a maximum of 0. At most kKvMaxListItems rows.
+// Rows from `path` on, by the walk rule of its first component below the provider. *end is set if no row
+// follows the last one. kStatusOk with the rows so far if a later read fails with kStatusNoSuchRow; any other
+// failure, and every failure of the first read, is returned without rows. kStatusNoHandler without a rule,
+// kStatusInvalid for a maximum of 0. At most kKvMaxListItems rows.
 [[nodiscard]] Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
                                  std::vector<std::vector<std::uint8_t>>* rows, bool* end);
 
-// From here on the check runs before every request for a path that begins with this; a status other than
-// kStatusOk is the answer. For providers that have no other way to say that they cannot answer. The check may
-// end itself. Null ends it.
+// From now on the check runs before every request for a path with this beginning; a status other than
+// kStatusOk is the answer. For providers that have no other way to report that they cannot answer. The check
+// may remove itself. Null removes it.
 void kvtree_guard(std::string_view path, Status (*check)());
 
-// Actions: commands of the process's own (not of the daemon) that change something, such as those of a source
-// ("router/..."). Words in, text (shown to the person) out.
+// Actions: commands of the process itself (not of the daemon) that change something, such as those of a
+// source ("router/..."). They take words and return text for the user.
 struct KvActionContext {
   bool may_change;  // the peer is root, the process's own user, or in the administrators' group
 };
@@ -290,17 +289,16 @@ using KvAction = Status (*)(const KvActionContext&, const std::vector<std::strin
 [[nodiscard]] Status kvtree_register_action(const char* name, KvAction action, void* argument);
 void kvtree_unregister_action(const char* name);
 
-// kStatusUnknownPath for an action that nobody registered, kStatusInvalid without words, or what the action
-// answers.
+// kStatusUnknownPath for an unregistered action, kStatusInvalid without words, or the action's status.
 [[nodiscard]] Status kvtree_run_action(const KvActionContext& context, const std::vector<std::string>& words,
                                        std::string* text);
 
-// Serves clients on the manager's named socket. Limits: 64 clients, 64 KiB a request, 4 MiB an answer. A
-// client with 256 answers or 1 MiB of them unread is not read any more until it takes them; with 16 MiB
-// unread (answers and notifications) it is closed. Answers come in the order of the requests. kStatusExists
-// when it serves there already. Stop before the manager goes.
+// Serves clients on the manager's named socket. Limits: 64 clients, 64 KiB per request, 4 MiB per answer. The
+// server stops reading a client with 256 answers or 1 MiB of answers unread until it takes them, and closes
+// one with 16 MiB unread (answers and notifications). Answers are sent in the order of the requests.
+// kStatusExists if the manager is served already. Stop before the manager is destroyed.
 [[nodiscard]] Status kvtree_serve(EventManager* manager);
 void kvtree_stop_serving(EventManager* manager);
-// Forgets connections, registrations, providers, nodes, actions and compiled tables; serving goes on. For
-// tests that start the daemon again.
+// Removes connections, registrations, providers, nodes, actions and compiled tables; serving continues. For
+// tests that restart the daemon.
 void kvtree_reset();

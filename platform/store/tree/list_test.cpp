@@ -44,7 +44,7 @@ class DatalistFind : public testing::Test {
   }
 };
 
-TEST_F(DatalistFind, FindsItsKeyWhereverTheReadingStands) {
+TEST_F(DatalistFind, FindsItsKeyWhateverTheReadingPosition) {
   Add("a", "1");
   Add("b", "2");
   Add("c", "3");
@@ -52,7 +52,7 @@ TEST_F(DatalistFind, FindsItsKeyWhereverTheReadingStands) {
   EXPECT_EQ(Find("a"), "a=1");
 }
 
-TEST_F(DatalistFind, ReadingGoesOnBehindWhatWasFound) {
+TEST_F(DatalistFind, ReadingContinuesAfterTheItemFound) {
   Add("a", "1");
   Add("b", "2");
   Add("c", "3");
@@ -77,7 +77,7 @@ TEST_F(DatalistFind, ItemWithoutAValueBeforeTheKeyIsFoundInItsPlace) {
   EXPECT_EQ(Find("b"), "b=");
 }
 
-TEST_F(DatalistFind, ItemWithoutAValueBehindTheKeyIsNotSeen) {
+TEST_F(DatalistFind, ItemWithoutAValueAfterTheKeyIsNotSeen) {
   Add("a", "1");
   Add("b", "");
   EXPECT_EQ(Find("a"), "a=1");
@@ -126,7 +126,7 @@ TEST_F(DatalistFind, AllValuesAreTakenBackAtOnce) {
   EXPECT_EQ(Next(), "b=");
 }
 
-TEST(Datalist, OwnerHearsOfTheEndOfItsListOnce) {
+TEST(Datalist, OwnerIsNotifiedOfTheEndOfItsListOnce) {
   KvDatalist* list = nullptr;
   ASSERT_EQ(kvtree_datalist_create(&list), kStatusOk);
   std::vector<KvDatalist*> freed;

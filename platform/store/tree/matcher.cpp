@@ -1,9 +1,8 @@
 // Compiling and matching of path patterns; see matcher.h.
 //
-// Matching goes down the tree and comes back where a branch fails (at most one level a component, so the
-// recursion is bounded by kMaxComponents). Where the path has ended, only keys are gone down, each absent.
-// Nothing is allocated: key texts are decoded into the match's own buffer, whose use is rolled back with the
-// branch.
+// Matching descends the tree and returns where a branch fails (at most one level per component, so
+// kMaxComponents bounds the recursion). After the end of the path it descends only keys, each absent. Nothing
+// is allocated: key texts are decoded into the match's own buffer, whose use is rolled back with the branch.
 #include "platform/store/tree/matcher.h"
 
 #include <arpa/inet.h>
@@ -58,7 +57,7 @@ bool parse_component(std::string_view text, PatternNode* node) {
   return false;
 }
 
-// The child of `parent` that is like `wanted`: found, or put behind the last sibling that goes before it.
+// Returns the child of `parent` that equals `wanted`, inserting it after the last sibling that precedes it.
 int child_like(std::vector<PatternNode>* nodes, int parent, const PatternNode& wanted) {
   const auto at = [nodes](int index) -> PatternNode& { return (*nodes)[static_cast<std::size_t>(index)]; };
   int before = kNoNode;
@@ -191,9 +190,9 @@ class Matching {
 
   bool decode_address(std::string_view text, unsigned key) {
     keep_text(text, key);
-    const char* kept = match_->args.arg[key].text;
+    const char* decoded = match_->args.arg[key].text;
     in6_addr address{};
-    return inet_pton(AF_INET, kept, &address) == 1 || inet_pton(AF_INET6, kept, &address) == 1;
+    return inet_pton(AF_INET, decoded, &address) == 1 || inet_pton(AF_INET6, decoded, &address) == 1;
   }
 
   bool keep_text(std::string_view text, unsigned key) {
@@ -224,7 +223,7 @@ class Matching {
   bool bad_key_ = false;
 };
 
-// Behind the last key every argument is absent, whatever branches that were given up left there.
+// After the last key every argument is absent, whatever abandoned branches left there.
 void clear_unused_arguments(RequestArgs* args) {
   args->absent_mask |= ~0U << args->count;
   for (std::size_t i = args->count; i < kKvMaxArguments; ++i) args->arg[i] = {nullptr, nullptr};

@@ -1,8 +1,8 @@
 // The path matcher: routing tables compiled into node trees, and a path matched against one.
 //
 // A node is a literal component or a key of some kind, with its first child (the next component) and its
-// sibling (an alternative at the same depth). Siblings stand in the order in which they are tried: literals
-// first, each in the order of the table. A node that ends a pattern names its route.
+// sibling (an alternative at the same depth). Siblings are in the order in which they are tried: literals
+// first, each group in the order of the table. A node that ends a pattern names its route.
 #pragma once
 
 #include <array>

@@ -111,11 +111,11 @@ TEST(PathMatcher, AddressKeysAreIpv4OrIpv6) {
   EXPECT_EQ(Match({"a/<ad>"}, "a/here"), kBadKey);
 }
 
-TEST(PathMatcher, AnyKeysAreKeptAsTheyStand) {
+TEST(PathMatcher, AnyKeysAreNotDecoded) {
   EXPECT_EQ(Match({"x/<x>"}, "x/a%zz b"), "0:/0 'a%zz b'");
 }
 
-TEST(PathMatcher, KeysThatNobodyReadsAreNoArguments) {
+TEST(PathMatcher, UnreadKeysAreNotArguments) {
   EXPECT_EQ(Match({"af/<s>/<*>/if/<i>"}, "af/red/a%zz b/if/ge0"), "0:/0 'red' 'ge0'");
   EXPECT_EQ(Match({"af/<s>/<*>/if/<i>"}, "af/red/-/if/ge0"), "0:/0 'red' 'ge0'");
   EXPECT_EQ(Match({"af/<s>/<*>/if/<i>"}, "af/red/if/ge0"), kUnknown);
@@ -161,7 +161,7 @@ TEST(PathMatcher, ArgumentsOfAGivenUpBranchLeaveNoTrace) {
   PathMatch match;
   ASSERT_EQ(match_path(table, "a/q/-", false, &match), kStatusOk);
   EXPECT_EQ(match.args.count, 1U);
-  EXPECT_EQ(match.args.absent_mask, ~1U) << "behind the last key everything is absent";
+  EXPECT_EQ(match.args.absent_mask, ~1U) << "every key after the last is absent";
   EXPECT_EQ(match.args.arg[1].text, nullptr);
   EXPECT_EQ(match.args.arg[1].number, nullptr);
 }
@@ -241,7 +241,7 @@ class Routing : public StoreTest {
   }
 };
 
-TEST_F(Routing, FormsTellNextAndStructuredRequests) {
+TEST_F(Routing, FormsDistinguishNextAndStructuredRequests) {
   std::string text;
   EXPECT_EQ(Get("interface/a%20b/1", false, &text), kStatusOk);
   EXPECT_EQ(text, "get/0 'a b' 1");
@@ -259,7 +259,7 @@ TEST_F(Routing, HandlersAnswerIsPassedOn) {
   EXPECT_EQ(Get("scalars", false, &text), kStatusNoSuchRow);
 }
 
-TEST_F(Routing, MissingHandlerUnknownPathAndBadKeyAreTold) {
+TEST_F(Routing, MissingHandlerUnknownPathAndBadKeyAreReported) {
   std::string text;
   EXPECT_EQ(Get("vrf-detail/red", false, &text), kStatusNoHandler);
   EXPECT_EQ(Get("nowhere", false, &text), kStatusUnknownPath);

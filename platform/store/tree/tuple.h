@@ -14,8 +14,8 @@
 // point "tuple_pack".
 [[nodiscard]] Status tuple_pack(KvValue* value, const char* format,
                                 std::initializer_list<std::int64_t> numbers);
-// Places the tuple's numbers. kStatusInvalid, with nothing placed, for a null value, one that is no tuple,
-// and whenever format, places and tuple are not of one length or a number has more than 32 bits. Fault point
-// "tuple_unpack".
+// Extracts the tuple's numbers into places. kStatusInvalid, with no place written, for a null value, a value
+// that is not a tuple, lengths of format, places and tuple that differ, or a number of more than 32 bits.
+// Fault point "tuple_unpack".
 [[nodiscard]] Status tuple_unpack(const KvValue* value, const char* format,
                                   std::initializer_list<std::uint32_t*> places);
