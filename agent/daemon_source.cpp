@@ -1,6 +1,6 @@
-// See daemon_source.h. A call's failure is one of two kinds. The connection is lost or its answers cannot be
-// trusted any more: it is closed and made anew later. Or the daemon said no (a row that does not exist, a
-// path that it does not serve yet): the connection is as good as before.
+// A call fails in one of two ways. The connection is lost or its answers cannot be trusted any more: it is
+// closed and opened again later. Or the daemon refused (a row that does not exist, a path that it does not
+// serve yet): the connection remains.
 #include "agent/daemon_source.h"
 
 #include <utility>
@@ -55,7 +55,7 @@ void DaemonSource::probe(std::string_view path) {
   if (had_data_ || clock_monotonic() < retry_at_) return;
   begin_request();
   const Status status = get(path).status;
-  // The daemon is there but does not serve the path yet.
+  // The daemon answers but does not serve the path yet.
   if (status != kStatusOk && client_.connected()) retry_at_ = clock_monotonic() + limits_.retry_ns;
 }
 

@@ -1,10 +1,10 @@
-// The daemon as a row source: one client connection, kept up without ever holding up a request.
+// The daemon as a row source: one client connection that never blocks a request for long.
 //
 // Bounds: no call takes longer than call_timeout. One request PDU may spend request_budget on the daemon
-// before its next call is refused, so that no PDU is held up for longer than the sum of the two. While the
-// daemon is away calls fail at once; one attempt to connect is made every retry_interval. A daemon that let a
-// call run into its time-out is left alone for silence, so that one that hangs costs a manager no more than a
-// part of its time.
+// before its next call is refused, so that a PDU takes at most the sum of the two. While the daemon is away
+// calls fail at once; one attempt to connect is made every retry_interval. After a call has timed out the
+// daemon is not asked for the time `silence`, so that a daemon that hangs costs a manager only part of its
+// time.
 #pragma once
 
 #include <chrono>
@@ -32,14 +32,14 @@ class DaemonSource : public tables::RowSource {
   kvtree::GetResult get(std::string_view path) override;
   kvtree::WalkResult walk(std::string_view path, std::uint32_t max_rows) override;
 
-  // A new request PDU begins: its budget with it.
+  // Starts a new request PDU and its budget.
   void begin_request();
   // True once the daemon has answered with data; stays true.
   bool had_data() const { return had_data_; }
-  // Until there was data: reads the path when an attempt is due.
+  // Until the daemon has answered with data: reads the path when an attempt is due.
   void probe(std::string_view path);
 
-  int fd() const { return client_.fd(); }  // -1: none; readable means the daemon is gone
+  int fd() const { return client_.fd(); }  // -1: none; readable means that the daemon closed it
   void handle_readable();
   // Connects when that is due.
   void step();

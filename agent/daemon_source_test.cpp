@@ -1,4 +1,4 @@
-// The connection to the daemon: bounded calls, rate-limited attempts, one line a transition.
+// The connection to the daemon: bounded calls, rate-limited attempts, one log line per transition.
 #include "agent/daemon_source.h"
 
 #include <gtest/gtest.h>
@@ -66,7 +66,7 @@ TEST_F(DaemonSourceTest, AwayDaemonFailsAtOnceAndIsTriedAtTheInterval) {
                      ": answers again\n");
 }
 
-TEST_F(DaemonSourceTest, ComesBackAfterTheDaemonWasKilled) {
+TEST_F(DaemonSourceTest, ReconnectsAfterTheDaemonWasKilled) {
   daemon_.Start(1);
   EXPECT_EQ(source_.get(kScalars).status, kStatusOk);
   for (int i = 0; i < 2; ++i) {

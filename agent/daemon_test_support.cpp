@@ -1,5 +1,5 @@
-// See daemon_test_support.h. The child registers a provider as the daemon does, with the same paths and the
-// same walk rule, over a table that is computed.
+// The child registers a provider like the daemon's, with the same paths and the same walk rule, over a
+// computed table.
 #include "agent/daemon_test_support.h"
 
 #include <gtest/gtest.h>
@@ -76,7 +76,7 @@ bool register_provider(EventManager* manager) {
          kvtree_register_prov2(provider_connection, "", manager, &functions, 0, 1) == kStatusOk;
 }
 
-// "trap TYPE VRF IFINDEX COUNT": so many traps, with current routes counting from 1 to tell them apart.
+// "trap TYPE VRF IFINDEX COUNT": raises COUNT traps, whose current routes count from 1 and so identify them.
 Status raise_traps(const KvActionContext&, const std::vector<std::string>& words, std::string*, void*) {
   std::string vrf = words.at(2);
   mpls_vpn_mib_trap trap{};
@@ -97,7 +97,7 @@ Status raise_traps(const KvActionContext&, const std::vector<std::string>& words
   return kStatusOk;
 }
 
-// A notification that is no trap record.
+// Sends a notification that is not a trap record.
 Status raise_nonsense(const KvActionContext&, const std::vector<std::string>&, std::string*, void*) {
   const std::uint8_t data[] = {1, 2, 3};
   const KvProviderNotification notification{"trap_msg", 2, kKvKindRecord, {}, data, sizeof data};

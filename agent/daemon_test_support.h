@@ -1,6 +1,5 @@
 // A data store in a process of its own, serving scalars and `rows` interfaces of the VRF "RED" on a socket in
-// a directory of its own: what a sub-agent under test connects to. It can be killed, stopped and started
-// again.
+// a directory of its own: the daemon of a sub-agent under test. It can be killed, stopped and started again.
 #pragma once
 
 #include <sys/types.h>
@@ -13,7 +12,7 @@
 
 namespace agent_test {
 
-inline constexpr std::uint32_t kTrapLimit = 200;  // traps kept for a sub-agent that is away
+inline constexpr std::uint32_t kTrapLimit = 200;  // traps retained for a sub-agent that is away
 
 class DaemonProcess {
  public:
@@ -29,7 +28,7 @@ class DaemonProcess {
   void GoOn();
   // So many traps of this type, whose numbers of current routes count from 1.
   void RaiseTraps(std::uint32_t type, const std::string& vrf, std::uint32_t index, std::uint32_t count = 1);
-  void RaiseNonsense();  // a notification that is no trap
+  void RaiseNonsense();  // a notification that is not a trap
   const std::string& socket() const { return socket_; }
 
  private:

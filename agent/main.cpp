@@ -1,8 +1,8 @@
 // mpls_vpn_snmp: serves MPLS-L3VPN-STD-MIB (RFC 4382) to SNMP managers, as a sub-agent of the host's master
-// agent, from what the daemon knows. See docs/architecture.md for its place; sub_agent.h for what it does.
+// agent, from the daemon's data.
 //
-// Ends with status 0 on SIGTERM or SIGINT, after taking leave of the master agent; with 1 when it cannot
-// start.
+// Ends with status 0 on SIGTERM or SIGINT, after closing the session with the master agent; with 1 when it
+// cannot start.
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -54,7 +54,7 @@ agent::SubAgentOptions to_options(const CommandLine& line) {
   return options;
 }
 
-// A descriptor that becomes readable when the process is asked to end; -1 with errno.
+// A descriptor that becomes readable when the process is asked to terminate; -1 with errno.
 int open_end_signals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -93,7 +93,7 @@ int parse_and_run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A reader of standard error that goes away is an error of the write, not the end of the process.
+  // A closed standard error is an error of the write, not the end of the process.
   signal(SIGPIPE, SIG_IGN);
   try {
     return parse_and_run(argc, argv);

@@ -1,12 +1,9 @@
-// See responder.h.
+// No state per variable: a range is read, answered and written before the next one is read. GETBULK finds the
+// names from which a repetition continues in the response it has just written, so that its memory does not
+// grow with the number of ranges. An error response contains no variables: those already written are removed.
 //
-// Nothing is kept per variable: a range is read, answered and written before the next one is looked at.
-// GETBULK finds the names from which a repetition goes on in the response it has just written, so that its
-// memory does not grow with the number of ranges. Responses of an error hold no variables: they are cut off
-// again.
-//
-// Everything is read-only. A TestSet is refused (notWritable), so no CommitSet should follow; should one come
-// it has failed, and an UndoSet has nothing to undo.
+// Everything is read-only. A TestSet is refused (notWritable), so no CommitSet should follow; if one arrives
+// it fails, and an UndoSet has nothing to undo.
 #include "agent/responder.h"
 
 namespace agent {
@@ -178,7 +175,7 @@ Responder::Outcome Responder::answer_bulk(Reader* reader, Writer* writer) {
   return {};
 }
 
-// One repetition. False when every range has come to its end.
+// One repetition. False when every range has ended.
 bool Responder::repeat(Reader ranges, std::size_t* previous, Writer* writer, Outcome* outcome) {
   const std::size_t begin = writer->position();
   std::size_t read_from = *previous;

@@ -1,5 +1,5 @@
 // Between the protocol and the tables: each request PDU of a master agent becomes questions to the MIB, and
-// their answers one response PDU, written straight into the session's output (RFC 2741 section 7.2).
+// the answers become one response PDU, written straight into the session's output (RFC 2741 section 7.2).
 #pragma once
 
 #include "agent/agentx/pdu.h"
@@ -12,8 +12,8 @@ class Responder {
   // The MIB must outlive it.
   explicit Responder(tables::Mib& mib) : mib_(&mib) {}
 
-  // Appends the response. Anything may stand in the payload; what cannot be read is answered with parseError,
-  // what the daemon cannot say with genErr for the variable concerned. A CleanupSet has no response.
+  // Appends the response. The payload is untrusted: it answers parseError for one that cannot be decoded, and
+  // genErr for a variable for which the daemon has no answer. A CleanupSet has no response.
   void answer(const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer);
 
  private:

@@ -1,4 +1,4 @@
-// Requests of a master agent and the responses to them, octet for octet through the codec.
+// Requests of a master agent and the responses to them, octet by octet through the codec.
 #include "agent/responder.h"
 
 #include <gtest/gtest.h>
@@ -267,7 +267,7 @@ TEST_F(ResponderTest, BulkWithoutRepetitionsAnswersOnlyTheNonRepeaters) {
   EXPECT_EQ(Bulk(5, 3, {{scalar(1), {}}, {scalar(2), {}}}).variables.size(), 2U);
 }
 
-TEST_F(ResponderTest, DaemonGoneInTheMiddleOfABulkIsAnErrorAndNotAShortTable) {
+TEST_F(ResponderTest, DaemonLostInTheMiddleOfABulkIsAnErrorAndNotAShortTable) {
   for (std::uint32_t i = 1; i <= 1000; ++i) daemon_.AddInterface("RED", i);
   daemon_.fail_after = 2;
   const Reply reply = Bulk(0, 500, {{if_conf(2), {}}});

@@ -1,9 +1,7 @@
-// See sub_agent.h.
-//
-// Registration waits for the first record that the daemon gave: a manager that finds an empty table concludes
-// that there are no VRFs. From then on the subtree stays registered, and is registered again at once when the
-// master agent comes back, whether or not the daemon is there at that moment: an error says "ask again", a
-// missing subtree says "there is nothing".
+// Registration waits for the first record from the daemon: a manager that finds an empty table concludes that
+// there are no VRFs. From then on the subtree stays registered. After a restart of the master agent it is
+// registered again at once, with or without the daemon: a manager that gets an error asks again, one that
+// finds no subtree concludes that the objects do not exist.
 #include "agent/sub_agent.h"
 
 #include <poll.h>
@@ -87,7 +85,7 @@ bool SubAgent::run_once(int wake_fd, int max_wait_ms) {
     if (errno != EINTR) log_line("poll: %s", std::strerror(errno));
     return false;
   }
-  // The daemon first: a request that comes at the same time must not be sent into a closed connection.
+  // The daemon first: a request that arrives at the same time must not be sent into a closed connection.
   if (watched[1].revents != 0) daemon_.handle_readable();
   if (watched[3].revents != 0) traps_.handle_readable();
   if (watched[0].revents != 0) session_.handle(watched[0].revents);

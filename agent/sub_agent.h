@@ -19,7 +19,7 @@ struct SubAgentOptions {
   std::string agentx_socket;
   std::string daemon_socket;
   std::uint64_t row_age_ns = kNanosecondsPerSecond;
-  bool verbose = false;  // a line for each request
+  bool verbose = false;  // a log line for each request
   DaemonLimits daemon_limits;
   // How to reach the master agent; by default the Unix socket agentx_socket.
   std::function<int()> connect_master;
@@ -29,8 +29,8 @@ class SubAgent {
  public:
   explicit SubAgent(const SubAgentOptions& options);
 
-  // Waits for the next event, at most until the next thing is due or for max_wait_ms (-1: no bound), and
-  // handles it. True when wake_fd (-1: none) became readable.
+  // Waits for the next event, at most until something is due or for max_wait_ms (-1: no bound), and handles
+  // it. True when wake_fd (-1: none) became readable.
   bool run_once(int wake_fd, int max_wait_ms);
   bool registered() const { return session_.registered(); }
   void shut_down() { session_.shut_down(); }

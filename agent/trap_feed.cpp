@@ -1,6 +1,6 @@
-// See trap_feed.h. Sequence numbers belong to one instance of the daemon's queue: after a subscription to the
-// same instance what was had already is passed over, after one to another instance the numbers begin anew and
-// what is here of the former one is not acknowledged to anybody.
+// Sequence numbers belong to one instance of the daemon's queue. After a new subscription to the same
+// instance, traps received before are skipped. After one to another instance the numbers start again, and the
+// traps of the former one are sent but not acknowledged.
 #include "agent/trap_feed.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kProviderPath = "/oper/mpls_vpn/gl/";
 constexpr const char* kName = "snmp";
-constexpr std::uint64_t kAcknowledgeAfter = 16;  // a part of the window in which the daemon sends ahead
+constexpr std::uint64_t kAcknowledgeAfter = 16;  // a fraction of the window that the daemon sends in advance
 
 }  // namespace
 
@@ -104,8 +104,7 @@ void TrapFeed::lose_connection(Status status) {
   const bool refused = status == kStatusAccess || status == kStatusNoSuchRow;
   if (!refused || status == announced_) return;
   announced_ = status;
-  log_line("traps: the daemon at %s does not give them to this process: %s", socket_path_.c_str(),
-           err_text(status));
+  log_line("traps: the daemon at %s refused the subscription: %s", socket_path_.c_str(), err_text(status));
 }
 
 void TrapFeed::send() {
@@ -118,12 +117,12 @@ void TrapFeed::send() {
   drop_done();
 }
 
-// False when the session takes no more.
+// False when the session accepts no more.
 bool TrapFeed::send_one(Trap* trap) {
   std::vector<std::uint8_t> variables;
   agentx::Writer trial(&variables);
   if (const Status status = write_trap(trap->record, &trial)) {
-    log_line("traps: one cannot be sent: %s", err_text(status));
+    log_line("traps: cannot send one: %s", err_text(status));
     trap->done = true;
     return true;
   }
@@ -149,7 +148,7 @@ void TrapFeed::drop_done() {
 
 void TrapFeed::acknowledge() {
   if (!client_.connected() || done_ == acknowledged_) return;
-  // A daemon that is told of each would be woken for each.
+  // An acknowledgement wakes the daemon: send one for several traps.
   if (!traps_.empty() && done_ - acknowledged_ < kAcknowledgeAfter) return;
   if (const Status status = client_.acknowledge(subscription_, done_)) {
     lose_connection(status);

@@ -1,12 +1,12 @@
-// The way of a trap: from the daemon, which keeps it until it is acknowledged, to the master agent, which
-// answers when it has it.
+// The path of a trap: from the daemon, which retains it until it is acknowledged, to the master agent, which
+// answers its Notify.
 //
-// A trap is acknowledged to the daemon only when the master answered its Notify. What a master that went away
-// had not answered is sent to the next one, in the same order; so no trap is lost and none overtakes another,
-// but one whose answer was lost comes twice. The daemon sends a window of traps ahead; those it had sent
-// before it went away stay here and go out first.
+// A trap is acknowledged to the daemon only after the master has answered its Notify. Traps that a master
+// left unanswered are sent to the next one, in the same order. So no trap is lost and none overtakes another,
+// but one whose answer was lost is sent twice. The daemon sends a window of traps in advance; if it
+// disconnects, those received before stay here and are sent first.
 //
-// A session that is not registered subscribes to nothing: of two sub-agents the one that the master refused
+// A session that is not registered does not subscribe: of two sub-agents, the one that the master refused
 // must not take the traps of the other. One thread.
 #pragma once
 
@@ -29,21 +29,21 @@ class TrapFeed {
   void handle_readable();
   // The master's answer to the Notify in this packet.
   void take_answer(std::uint32_t packet, std::uint16_t error);
-  // Subscribes when that is due, sends what can be sent, acknowledges what is done.
+  // Subscribes when that is due, sends what can be sent, acknowledges what was answered.
   void step();
   // When step() is next needed, by clock_monotonic().
   std::uint64_t deadline() const;
 
   std::size_t waiting() const { return traps_.size(); }
-  std::uint64_t lost() const { return lost_; }  // told by the daemon, or beyond kMaxTraps
-  // Of daemons that ended one after the other while no master was there.
+  std::uint64_t lost() const { return lost_; }  // reported by the daemon, or beyond kMaxTraps
+  // For traps of several daemon instances that ended while there was no master.
   static constexpr std::size_t kMaxTraps = 4096;
 
  private:
   struct Trap {
     std::uint64_t instance = 0;
     std::uint64_t sequence = 0;
-    std::uint32_t packet = 0;  // of its Notify; 0: not under way
+    std::uint32_t packet = 0;  // of its Notify; 0: not sent
     bool done = false;
     kvtree::Octets record;
   };
@@ -65,12 +65,12 @@ class TrapFeed {
   kvtree::Client client_;
   std::uint64_t retry_at_ = 0;
   Status announced_ = kStatusOk;  // the refusal that was logged last
-  std::uint32_t losses_ = 0;      // of the session, as far as they are taken into account
+  std::uint32_t losses_ = 0;      // of the session, as far as processed
   std::uint32_t subscription_ = 0;
   std::uint64_t instance_ = 0;      // of the daemon's queue
   std::uint64_t received_ = 0;      // the highest sequence number of this instance
   std::uint64_t done_ = 0;          // the highest that the master has
-  std::uint64_t acknowledged_ = 0;  // the highest that the daemon was told of on this connection
+  std::uint64_t acknowledged_ = 0;  // the highest acknowledged on this connection
   std::uint64_t lost_ = 0;
   std::deque<Trap> traps_;
 };

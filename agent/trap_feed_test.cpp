@@ -1,4 +1,4 @@
-// Traps on their way from the daemon to the master agent, with each of the three going away.
+// Traps on their way from the daemon to the master agent, while each of the three processes ends.
 #include "agent/trap_feed.h"
 
 #include <gmock/gmock.h>
@@ -36,7 +36,7 @@ class TrapFeedTest : public agent_test::SubAgentTest {
     Run();
     EXPECT_EQ(notifies_.size(), count);
   }
-  // The traps' numbers of current routes, which tell them apart.
+  // The traps' numbers of current routes, which identify them.
   std::vector<unsigned long> Numbers() const {
     std::vector<unsigned long> numbers;
     for (const std::string& text : notifies_) {
@@ -65,7 +65,7 @@ TEST_F(TrapFeedTest, TrapBecomesANotificationWithItsObjects) {
             "1.3.6.1.2.1.10.166.11.1.2.1.1.5.3.82.69.68.7=1 1.3.6.1.2.1.10.166.11.1.2.2.1.6.3.82.69.68=1");
 }
 
-TEST_F(TrapFeedTest, TrapsRaisedBeforeTheSubAgentCameAreSentInOrder) {
+TEST_F(TrapFeedTest, TrapsRaisedBeforeTheSubAgentStartedAreSentInOrder) {
   daemon_.Start(5);
   daemon_.RaiseTraps(2, "RED", 0, kTrapLimit);
   RunUntilRegistered();
@@ -195,7 +195,7 @@ TEST_F(TrapFeedTest, RefusedAndUnreadableTrapsDoNotHoldUpTheOthers) {
   EXPECT_THAT(Numbers(), ElementsAre(1, 1, 2));
   const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_THAT(log, HasSubstr("traps: the master agent refused one: processingError\n"));
-  EXPECT_THAT(log, HasSubstr("traps: one cannot be sent: "));
+  EXPECT_THAT(log, HasSubstr("traps: cannot send one: "));
 }
 
 TEST_F(TrapFeedTest, MasterThatDoesNotKnowTheSessionIsOpenedAgain) {

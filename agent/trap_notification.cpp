@@ -1,4 +1,4 @@
-// See trap_notification.h. sysUpTime.0 is left to the master agent, which puts its own in front.
+// sysUpTime.0 is left to the master agent, which puts its own first.
 #include "agent/trap_notification.h"
 
 #include <array>
@@ -21,7 +21,7 @@ const oid::Oid kL3vpn{1, 3, 6, 1, 2, 1, 10, 166, 11};
 struct Object {
   std::array<std::uint32_t, 5> column;  // below mplsL3VpnMIB
   ValueType type;
-  bool of_interface;  // the index has the ifIndex behind the VRF's name
+  bool of_interface;  // the index has the ifIndex after the VRF's name
   std::uint32_t (*value)(const mpls_vpn_mib_trap&);
 };
 

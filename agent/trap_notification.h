@@ -9,8 +9,8 @@
 
 namespace agent {
 
-// Appends the variables. kStatusBadEncoding when the octets are no trap record, kStatusInvalid when the trap
-// is of an unknown type or its VRF has a name that no index can hold; then nothing is appended.
+// Appends the variables. kStatusBadEncoding when the octets are not a trap record, kStatusInvalid when the
+// trap is of an unknown type or its VRF has a name that does not fit an index; then nothing is appended.
 [[nodiscard]] Status write_trap(const kvtree::Octets& record, agentx::Writer* writer);
 
 }  // namespace agent

@@ -1,4 +1,4 @@
-// Every trap type as a master agent gets it, and records that are none.
+// Every trap type as a master agent receives it, and records that are not traps.
 #include "agent/trap_notification.h"
 
 #include <gmock/gmock.h>
@@ -79,7 +79,7 @@ TEST(TrapNotification, NamesOfAnyOctetsAreIndexes) {
   EXPECT_EQ(variables(encoded(4, ""))[1], "1.2.6.1.1.0 65 5");
 }
 
-TEST(TrapNotification, WhatIsNoTrapIsRefusedAndNothingIsWritten) {
+TEST(TrapNotification, RecordThatIsNotATrapIsRefusedAndNothingIsWritten) {
   std::vector<std::uint8_t> octets;
   agentx::Writer writer(&octets);
   EXPECT_EQ(agent::write_trap({1, 2, 3}, &writer), kStatusBadEncoding);

@@ -1,16 +1,16 @@
-// What the routing table's MIB modules give: "mib/libipv4_forwardmib.dll" and "mib/libipv6_forwardmib.dll"
-// below the library directory, each with the two symbols declared here.
+// The interface of the routing table's MIB modules "mib/libipv4_forwardmib.dll" and
+// "mib/libipv6_forwardmib.dll" below the library directory, each with the two symbols declared here.
 //
 // Reads are those of inetCidrRouteTable (RFC 4292) in one routing table. Kind kForwardmibExact answers the
 // row of exactly this destination, mask and next hop. Kind kForwardmibNext answers the first row greater than
 // them, by destination, prefix length and next hop, each unsigned in network order; the all-zero key is the
 // start and answers the table's first row, even when that row's key is all zero itself (a default route
-// without next hop; many VRFs have one). A mask that is no prefix mask has no rows. A route without next hop
-// (type 3, local) is asked for with an all-zero next hop.
+// without next hop; many VRFs have one). A mask that is not a prefix mask has no rows. A route without next
+// hop (type 3, local) is requested with an all-zero next hop.
 //
-// A route is newly allocated and the caller's: it releases first what hangs on it, then the route. No answer
-// means no such row, or no memory: then errno is ENOMEM. A caller that must tell them apart sets errno to 0
-// before. Main thread only, as the route store behind it.
+// A route is newly allocated; the caller releases first its members, then the route. Null means no such row,
+// or no memory: then errno is ENOMEM. A caller that must distinguish them sets errno to 0 before the call.
+// Main thread only, like the route store.
 //
 // The modules hold no state. They reach the routes of the process that loads them through the function table
 // that platform/router/model/route_access.h declares; a process that does not export it cannot load them.
@@ -72,8 +72,7 @@ struct ForwardmibIpv6Route {
 };
 
 // "ribmib_find_route" of the IPv4 module; addresses and mask in network order. The zeros are the PDU's
-// context, the policy and the interface, which this table does not select by: other values make no
-// difference.
+// context, the policy and the interface, which this table ignores.
 using ForwardmibFindIpv4Route = ForwardmibIpv4Route* (*)(std::uint32_t zero1, std::uint32_t kind,
                                                          std::uint32_t table_id, std::uint32_t zero2,
                                                          std::uint32_t destination, std::uint32_t mask,
@@ -84,10 +83,10 @@ using ForwardmibFindIpv6Route = ForwardmibIpv6Route* (*)(std::uint32_t zero1, st
                                                          const std::uint8_t* destination,
                                                          const std::uint8_t* mask, std::uint32_t zero3,
                                                          const std::uint8_t* next_hop);
-// "ribmib_total_active_routes": how many rows the table has; a kept count.
+// "ribmib_total_active_routes": the number of rows of the table, from a counter.
 using ForwardmibTotalActiveRoutes = std::uint32_t (*)(std::uint32_t table_id);
 
-// What the modules allocate is the C heap's. Null is allowed.
+// The modules allocate from the C heap. Null is allowed.
 inline void forwardmib_release_oid(ForwardmibOid* oid) {
   std::free(oid);
 }

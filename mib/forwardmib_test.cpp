@@ -182,21 +182,21 @@ TEST_F(ForwardModules, NextReadOfTheAllZeroKeyAnswersTheAllZeroRow) {
   EXPECT_EQ(Next("0.0.0.0", 0, "0.0.0.1"), "10.0.0.0/8");
 }
 
-TEST_F(ForwardModules, NextReadOfADefaultRouteWithANextHopGoesOn) {
+TEST_F(ForwardModules, NextReadOfADefaultRouteWithANextHopContinues) {
   Put("0.0.0.0/0", "192.0.2.1");
   Put("10.0.0.0/8");
   EXPECT_EQ(Next("0.0.0.0", 0), "0.0.0.0/0 via 192.0.2.1");
   EXPECT_EQ(Next("0.0.0.0", 0, "192.0.2.1"), "10.0.0.0/8");
 }
 
-TEST_F(ForwardModules, NextReadPastAllNextHopsOfAPrefixGoesToTheFollowingPrefix) {
+TEST_F(ForwardModules, NextReadPastAllNextHopsOfAPrefixAnswersTheFollowingPrefix) {
   Put("10.0.0.0/8", "192.0.2.1");
   Put("10.0.0.0/8", "192.0.2.2");
   Put("11.0.0.0/8", "192.0.2.1");
   EXPECT_EQ(Next("10.0.0.0", 8, "255.255.255.255"), "11.0.0.0/8 via 192.0.2.1");
 }
 
-TEST_F(ForwardModules, MaskThatIsNoPrefixMaskHasNoRows) {
+TEST_F(ForwardModules, MaskThatIsNotAPrefixMaskHasNoRows) {
   Put("0.0.0.0/0", "192.0.2.1");
   Put("10.0.0.0/8");
   EXPECT_EQ(Read(kForwardmibNext, "0.0.0.0", Number("255.0.255.0")), "");
@@ -341,7 +341,7 @@ TEST_F(ForwardModules, FaultPointEndsAReadWithoutARow) {
   EXPECT_EQ(Exact("10.0.0.0", 8), "10.0.0.0/8");
 }
 
-TEST_F(ForwardModules, MemoryExhaustionAtAnyAllocationIsNoRow) {
+TEST_F(ForwardModules, MemoryExhaustionAtAnyAllocationAnswersNoRow) {
   Put("10.0.0.0/8");
   Put("2001:db8::/32", "fe80::1");
   for (std::uint32_t first = 1; first <= 2; ++first) {
@@ -374,7 +374,7 @@ TEST_F(ForwardModules, ProcessServesOneVersionOfItsTable) {
   EXPECT_EQ(mpls_vpn_mib_route_access(0), nullptr);
 }
 
-TEST_F(ForwardModules, CountIsThatOfTheMomentAndNotKept) {
+TEST_F(ForwardModules, CountIsCurrentAndNotCached) {
   const Module module("libipv4_forwardmib.dll");
   const auto total = module.Symbol<ForwardmibTotalActiveRoutes>(kForwardmibTotalActiveRoutesSymbol);
   EXPECT_EQ(total(kTable), 0U);

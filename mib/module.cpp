@@ -1,5 +1,5 @@
-// See module.h. The process's function table is asked for at every read: the answer is a constant of the
-// executable, and a module that remembered nothing cannot remember wrongly.
+// The process's function table is requested at every read: it is a constant of the executable, so caching it
+// would gain nothing.
 #include "mib/module.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// What the two modules share; each has its own copy, since only their two symbols leave them.
+// Shared by the two modules; each has its own copy, since each exports only its two symbols.
 #pragma once
 
 #include <cstddef>

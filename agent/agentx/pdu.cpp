@@ -1,8 +1,6 @@
-// See pdu.h: reading. pdu_write.cpp is the other half.
-//
-// Every octet comes from a socket. Lengths are compared with what is left before anything is taken; a name
-// longer than SNMP allows is refused and not cut. Reserved octets are not looked at (RFC 2741 section 6.1
-// leaves them to later versions).
+// Reading of PDUs. Every octet is received from a socket: a length is compared with the octets that are left
+// before anything is read, and a name longer than SNMP allows is refused rather than truncated. Reserved
+// octets are ignored (RFC 2741 section 6.1 leaves them to later versions).
 #include "agent/agentx/pdu.h"
 
 #include <array>
@@ -111,7 +109,7 @@ bool Reader::name(oid::Oid* value, bool* include) {
   const std::uint32_t prefix = head[1];
   if (include != nullptr) *include = head[2] != 0;
   value->clear();
-  // A prefix octet other than 0 stands for 1.3.6.1.PREFIX (section 5.1).
+  // A prefix octet other than 0 means 1.3.6.1.PREFIX (section 5.1).
   if (prefix != 0 && !(value->append(oid::kInternet) && value->append(prefix))) return false;
   Bytes numbers;
   if (count > oid::kMaxSubIdentifiers - value->size() || !take(count * 4, &numbers)) {

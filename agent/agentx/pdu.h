@@ -1,8 +1,8 @@
 // AgentX protocol data units (RFC 2741 section 6): reading and writing them in place.
 //
-// Reader takes octets of either byte order and never looks beyond them; Writer appends to a caller's buffer,
-// always in network byte order. Neither allocates for a variable: a Reader's octet strings are views into its
-// input, names are read into an Oid of the caller's, and a Writer's buffer grows to what it once needed.
+// Reader decodes either byte order and never reads beyond its input; Writer appends to a caller's buffer,
+// always in network byte order. Neither allocates per variable: a Reader's octet strings are views into its
+// input, names are read into the caller's Oid, and a Writer's buffer retains its capacity.
 #pragma once
 
 #include <cstddef>
@@ -81,7 +81,7 @@ inline constexpr std::uint8_t kVersion = 1;
 inline constexpr std::uint8_t kFlagNonDefaultContext = 0x08;
 inline constexpr std::uint8_t kFlagNetworkByteOrder = 0x10;
 inline constexpr std::size_t kHeaderSize = 20;
-// No request is longer: 64 KiB of SNMP message, each octet of a name becoming four, twice (start and end).
+// The longest request: 64 KiB of SNMP message, each octet of a name becoming four, twice (start and end).
 inline constexpr std::uint32_t kMaxPayload = 1U << 20;
 
 struct Header {
@@ -103,7 +103,7 @@ HeaderState read_header(Bytes input, Header* header);
 struct SearchRange {
   oid::Oid start;
   oid::Oid end;          // empty: no end
-  bool include = false;  // the start itself is wanted too
+  bool include = false;  // the range includes its start
 };
 
 struct Response {
@@ -112,7 +112,7 @@ struct Response {
   std::uint16_t index = 0;
 };
 
-// A value as it was read; text and name are set for those types only.
+// A decoded value; text and name are set for their types only.
 struct Value {
   ValueType type = ValueType::kNull;
   std::uint64_t number = 0;
@@ -120,7 +120,7 @@ struct Value {
   oid::Oid name;
 };
 
-// Reads a payload from its front. The first failure makes every later read fail.
+// Reads a payload from the front. After a failure every later read fails.
 class Reader {
  public:
   Reader(Bytes payload, bool network_order) : rest_(payload), network_order_(network_order) {}
@@ -132,8 +132,7 @@ class Reader {
   [[nodiscard]] bool number16(std::uint16_t* value);
   [[nodiscard]] bool number32(std::uint32_t* value);
   [[nodiscard]] bool number64(std::uint64_t* value);
-  // False for more than 128 sub-identifiers, counted with those the prefix octet stands for. `include` may be
-  // null.
+  // False for more than 128 sub-identifiers, including those of the prefix octet. `include` may be null.
   [[nodiscard]] bool name(oid::Oid* value, bool* include);
   [[nodiscard]] bool octets(Bytes* value);
   [[nodiscard]] bool search_range(SearchRange* range);
@@ -170,7 +169,7 @@ class Writer {
 
   std::size_t position() const { return output_->size(); }
   void truncate(std::size_t position) { output_->resize(position); }
-  // Octets that another writer made, as they are.
+  // Octets that another writer encoded, unchanged.
   void raw(Bytes written) { output_->insert(output_->end(), written.begin(), written.end()); }
   // Overwrites two octets written before.
   void patch16(std::size_t position, std::uint16_t value);
@@ -183,7 +182,7 @@ class Writer {
   std::size_t begin_ = 0;
 };
 
-// The PDUs that a sub-agent sends of its own accord. Timeout 0 leaves it to the master.
+// The PDUs that a sub-agent initiates. Timeout 0 leaves it to the master.
 void write_open(Writer* writer, std::uint32_t packet, oid::View id, std::string_view description);
 void write_close(Writer* writer, std::uint32_t session, std::uint32_t packet, CloseReason reason);
 void write_register(Writer* writer, std::uint32_t session, std::uint32_t packet, oid::View subtree);

@@ -1,4 +1,4 @@
-// The AgentX codec: what is written is read back, in either byte order; nothing malformed is read.
+// The AgentX codec: what is written is read back, in either byte order; malformed input is refused.
 #include "agent/agentx/pdu.h"
 
 #include <gtest/gtest.h>
@@ -64,7 +64,7 @@ TEST(PduHeader, WrongVersionOddLengthAndExcessiveLengthAreBroken) {
   EXPECT_EQ(read_header(excessive, &header), HeaderState::kBroken);
 }
 
-TEST(PduName, InternetPrefixIsCompressedAndComesBack) {
+TEST(PduName, InternetPrefixIsCompressedAndRestored) {
   Octets output;
   Writer writer(&output);
   writer.name(kColumn.view(), Oid{3, 82, 69, 68, 7}.view(), true);
@@ -80,7 +80,7 @@ TEST(PduName, InternetPrefixIsCompressedAndComesBack) {
   EXPECT_TRUE(reader.at_end());
 }
 
-TEST(PduName, WhatThePrefixCannotStandForIsWrittenOut) {
+TEST(PduName, NameThatThePrefixCannotReplaceIsWrittenInFull) {
   for (const Oid& name : {Oid{}, Oid{1}, Oid{1, 3, 6, 1}, Oid{1, 3, 6, 1, 0, 9}, Oid{1, 3, 6, 1, 256},
                           Oid{1, 3, 6, 1, 257}, Oid{2, 3, 6, 1, 2}}) {
     Octets output;

@@ -1,5 +1,5 @@
-// See pdu.h: writing. Numbers go straight into the output buffer; what a PDU does not know before its end
-// (its length, an error found half-way) is patched or cut off afterwards.
+// Writing of PDUs, straight into the output buffer. Fields that are known only at the end of a PDU (its
+// length, an error) are patched, and half-written variables removed.
 #include <algorithm>
 #include <array>
 
@@ -18,8 +18,7 @@ void store32(std::uint8_t* to, std::uint32_t value) {
   to[3] = static_cast<std::uint8_t>(value);
 }
 
-// The prefix octet of a name; 0, which stands for no prefix, when the name does not begin
-// with 1.3.6.1.(1..255).
+// The prefix octet of a name; 0 (no prefix) when the name does not begin with 1.3.6.1.(1..255).
 std::uint8_t prefix_of(oid::View name) {
   if (name.size() < kCompressed || !oid::starts_with(name, oid::kInternet) || name[4] > 255) return 0;
   return static_cast<std::uint8_t>(name[4]);

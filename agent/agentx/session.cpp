@@ -1,14 +1,11 @@
-// See session.h.
+// States: closed -> opening (Open sent) -> open -> registering (Register sent) -> registered. A failure in
+// any of them returns the session to closed: it closes the socket and tries again after retry_ns. Only the
+// permission to register survives a connection. The loss and the return are logged once each.
 //
-// States: closed -> opening (Open sent) -> open -> registering (Register sent) -> registered. Whatever goes
-// wrong in any of them leads back to closed, with the socket gone and a new attempt after retry_ns; nothing
-// is kept from one connection to the next but the right to register. The loss and the return are said once
-// each.
-//
-// At most one request of our own is under way (awaited_packet_), and beside it a bounded number of
-// notifications, which the master answers in their order. Octets of the master are bounded before they are
-// kept: a header that promises more than kMaxPayload ends the connection, and while the master does not take
-// our answers (kMaxOutput) its requests are not read.
+// At most one request of the session's own is outstanding (awaited_packet_), besides a bounded number of
+// notifications, which the master answers in order. Input is bounded before it is stored: a header that
+// announces more than kMaxPayload ends the connection, and while the master does not read answers
+// (kMaxOutput) its requests are not read.
 #include "agent/agentx/session.h"
 
 #include <fcntl.h>
@@ -31,7 +28,7 @@ namespace {
 constexpr std::size_t kReadChunk = 64U << 10U;
 constexpr std::size_t kMaxOutput = 4U << 20U;
 constexpr std::int64_t kNanosecondsPerTick = 10'000'000;  // of sysUpTime
-// Two replies differ by their way through queues; more than this is a clock that was set.
+// Two replies differ by their queueing delay; a greater difference means that a clock was set.
 constexpr std::int64_t kUpTimeTolerance = 2 * std::int64_t{kNanosecondsPerSecond};
 
 bool would_block(int error) {
@@ -58,7 +55,7 @@ short Session::events() const {
 
 std::uint64_t Session::deadline() const {
   if (fd_ < 0) return retry_at_;
-  const std::uint64_t due = awaited_packet_ != 0 ? awaited_until_ : heard_at_ + options_.ping_ns;
+  const std::uint64_t due = awaited_packet_ != 0 ? awaited_until_ : received_at_ + options_.ping_ns;
   return notifies_.empty() ? due : std::min(due, notified_until_);
 }
 
@@ -70,7 +67,7 @@ void Session::step() {
   if (fd_ < 0 || awaited_packet_ != 0) return;
   if (state_ == State::kOpen && may_register_) {
     send_register();
-  } else if (now >= heard_at_ + options_.ping_ns) {
+  } else if (now >= received_at_ + options_.ping_ns) {
     Writer writer(&output_);
     write_ping(&writer, session_, next_packet_);
     expect_reply();
@@ -105,7 +102,7 @@ void Session::connect() {
     lose(std::strerror(errno));
     return;
   }
-  heard_at_ = clock_monotonic();
+  received_at_ = clock_monotonic();
   send_open();
 }
 
@@ -145,7 +142,7 @@ void Session::receive() {
   const int error = errno;
   if (count > 0) {
     received_ += static_cast<std::size_t>(count);
-    heard_at_ = clock_monotonic();
+    received_at_ = clock_monotonic();
   } else if (count == 0) {
     lose("it closed the connection");
   } else if (!would_block(error)) {
@@ -153,7 +150,7 @@ void Session::receive() {
   }
 }
 
-// All PDUs that have come are answered by one write, unless the answers do not fit into what may wait.
+// Answers all PDUs that have arrived with one write, unless the answers exceed the output limit.
 void Session::answer_input() {
   bool more = true;
   while (more && fd_ >= 0 && output_.size() < kMaxOutput) {
@@ -162,7 +159,7 @@ void Session::answer_input() {
   }
 }
 
-// Takes whole PDUs; what is left stays for the next time. True when it stopped because of the waiting output.
+// Consumes whole PDUs and leaves an incomplete one. True when it stopped because of the output limit.
 bool Session::consume() {
   std::size_t at = 0;
   bool full = false;
@@ -171,7 +168,7 @@ bool Session::consume() {
     Header header;
     const HeaderState state = read_header(rest, &header);
     if (state == HeaderState::kBroken) {
-      lose("it sent octets that are no AgentX");
+      lose("it sent octets that are not AgentX");
       return false;
     }
     if (state == HeaderState::kIncomplete || rest.size() - kHeaderSize < header.payload) break;
@@ -224,7 +221,7 @@ void Session::take_response(const Header& header, Bytes payload) {
     take_notified(header, payload);
     return;
   }
-  if (header.packet != awaited_packet_ || awaited_packet_ == 0) return;  // a reply to nothing that was asked
+  if (header.packet != awaited_packet_ || awaited_packet_ == 0) return;  // a reply without a request
   Reader reader(payload, (header.flags & kFlagNetworkByteOrder) != 0);
   Response response;
   if (!reader.response(&response)) {
@@ -252,7 +249,7 @@ void Session::take_reply(std::uint16_t error) {
     return;
   }
   if (state_ == State::kOpening) {
-    state_ = State::kOpen;  // step() goes on from here
+    state_ = State::kOpen;  // step() continues from here
   } else if (state_ == State::kRegistering) {
     state_ = State::kRegistered;
     announced_lost_ = false;

@@ -1,9 +1,9 @@
 // One AgentX session over a stream socket, never blocking: connect, open, register, keep alive, and start
 // again when any of that fails (RFC 2741 sections 7.1 and 7.2).
 //
-// Owned by one thread, driven by its event loop: poll fd() for events(), hand what came to handle(), and call
-// step() when deadline() has passed or something was handled. Requests go to the handler, which appends the
-// response to the session's output buffer; all that one reading brought is answered by one writing.
+// Owned by one thread and driven by its event loop: poll fd() for events(), pass the result to handle(), and
+// call step() after every handle() and when deadline() has passed. The handler of requests appends the
+// response to the session's output buffer; all requests of one read are answered with one write.
 #pragma once
 
 #include <cstddef>
@@ -27,18 +27,17 @@ struct SessionOptions {
   oid::Oid id;  // may be empty
   std::string description;
   oid::Oid subtree;
-  // Between two attempts to connect. A manager takes a gap for the end of every VRF: keep it short.
+  // Between two attempts to connect. A manager takes a gap for the deletion of every VRF: keep it short.
   std::uint64_t retry_ns = 300 * kNanosecondsPerMillisecond;
-  // Without a word from the master for this long, it is asked whether the session is still there.
+  // After this time without a message from the master, the session sends a ping.
   std::uint64_t ping_ns = 10 * kNanosecondsPerSecond;
-  // A master can be busy for ten seconds with a large routing table of its own; one that is dead closes the
-  // socket.
+  // A master can be busy for ten seconds with a large routing table of its own; a dead one closes the socket.
   std::uint64_t reply_ns = 30 * kNanosecondsPerSecond;
 };
 
 class Session {
  public:
-  // Called for each PDU that asks for something; appends the response, if the PDU has one.
+  // Called for each request PDU; appends the response, if the PDU has one.
   using Handler = std::function<void(const Header&, Bytes payload, Writer*)>;
 
   // Called when the master has answered a Notify, with its packet number and the error.
@@ -49,20 +48,19 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  // From now on the subtree is registered, at once and after every re-opening. Until then the session is only
+  // Allows registration of the subtree, at once and after every new session. Until then the session is only
   // open.
   void allow_registration();
-  // Queues a Notify with the variables that `write` appends, for flush_notifies() to send; its packet number,
-  // or 0 and nothing is queued when the subtree is not registered or kMaxNotifies of them are not answered
-  // yet.
+  // Queues a Notify with the variables that `write` appends, for flush_notifies() to send. Its packet number;
+  // 0, with nothing queued, while the subtree is not registered or kMaxNotifies of them are unanswered.
   std::uint32_t notify(const std::function<void(Writer*)>& write);
   void flush_notifies();
   static constexpr std::size_t kMaxNotifies = 16;
-  // How often a session was lost: what was not answered before it counted up never will be.
+  // The number of lost sessions. What was unanswered when it increased remains unanswered.
   std::uint32_t losses() const { return losses_; }
-  // When the master's sysUpTime was 0, in nanoseconds since 1970, as its replies tell. It stays the same for
-  // the life of a session, so that time stamps do, unless the wall clock is set or sysUpTime wraps. None
-  // before the first reply of a session.
+  // When the master's sysUpTime was 0, in nanoseconds since 1970, according to its replies. Constant for the
+  // life of a session, so that time stamps are, unless the wall clock is set or sysUpTime wraps. None before
+  // the first reply of a session.
   std::optional<std::int64_t> up_time_zero() const { return up_time_zero_; }
 
   bool registered() const { return state_ == State::kRegistered; }
@@ -70,11 +68,11 @@ class Session {
 
   int fd() const { return fd_; }  // -1: none
   short events() const;           // for poll()
-  void handle(short revents);     // what poll() found
-  void step();                    // what is due by now
+  void handle(short revents);     // the result of poll()
+  void step();                    // does what is due
   // When step() is next needed, by clock_monotonic().
   std::uint64_t deadline() const;
-  // Takes leave of the master: unregisters and closes, as far as that goes without waiting.
+  // Unregisters and closes, as far as that is possible without blocking.
   void shut_down();
 
  private:
@@ -112,11 +110,11 @@ class Session {
   std::uint32_t losses_ = 0;
   std::optional<std::int64_t> up_time_zero_;
   std::uint64_t retry_at_ = 0;
-  std::uint64_t heard_at_ = 0;
-  std::vector<std::uint8_t> input_;  // of which the first received_ octets came from the master
+  std::uint64_t received_at_ = 0;
+  std::vector<std::uint8_t> input_;  // the first received_ octets are the master's
   std::size_t received_ = 0;
   std::vector<std::uint8_t> output_;
-  std::size_t sent_ = 0;  // octets of output_ that are gone
+  std::size_t sent_ = 0;  // octets of output_ that were sent
 };
 
 // A connected, non-blocking socket to a Unix socket address, or -1 with errno. For SessionOptions::connect.

@@ -1,5 +1,5 @@
-// The session against a master agent that the test plays at the other end of a socket pair, with the clock in
-// hand.
+// The session against a master agent that the test plays at the other end of a socket pair, with an injected
+// clock.
 #include "agent/agentx/session.h"
 
 #include <fcntl.h>
@@ -144,7 +144,7 @@ class SessionTest : public testing::Test {
       if (session_.fd() < 0 || poll(&watched, 1, 0) <= 0) return;
       session_.handle(watched.revents);
     }
-    ADD_FAILURE() << "the session never comes to rest";
+    ADD_FAILURE() << "the session is never idle";
   }
 
   void Open() {
@@ -166,7 +166,7 @@ class SessionTest : public testing::Test {
     ASSERT_TRUE(session_.registered());
   }
 
-  // The session came back: Open and Register were sent again.
+  // The session returned: Open and Register were sent again.
   void ExpectReturn() {
     clock_.advance(500 * kNanosecondsPerMillisecond);
     Pump();
@@ -225,7 +225,7 @@ TEST_F(SessionTest, MasterThatIsNotThereIsTriedAgainAtTheInterval) {
   EXPECT_EQ(session_.deadline(), clock_monotonic() + 300 * kNanosecondsPerMillisecond);
 }
 
-TEST_F(SessionTest, ComesBackByItselfAfterTheMasterWentAway) {
+TEST_F(SessionTest, ReconnectsByItselfAfterTheMasterClosed) {
   Register();
   for (int i = 0; i < 3; ++i) {
     testing::internal::CaptureStderr();
@@ -529,7 +529,7 @@ TEST_F(SessionTest, NotifyIsSentOnlyWhileRegistered) {
   EXPECT_EQ(master_.Next().header.type, PduType{0});
 }
 
-TEST_F(SessionTest, NotifyCarriesItsVariablesAndTheAnswerIsTold) {
+TEST_F(SessionTest, NotifyCarriesItsVariablesAndTheAnswerIsReported) {
   Register();
   const std::uint32_t packet = session_.notify([](Writer* writer) { writer->number32(5); });
   session_.flush_notifies();

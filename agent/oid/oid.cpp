@@ -1,5 +1,5 @@
-// See oid.h. Everything here runs once or more for each variable of a request: plain loops over contiguous
-// numbers, no allocation but in to_text(), which is for messages.
+// Each function runs at least once per variable of a request: plain loops over contiguous numbers, no
+// allocation except in to_text(), which is for messages.
 #include "agent/oid/oid.h"
 
 #include <algorithm>

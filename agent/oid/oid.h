@@ -1,8 +1,8 @@
 // Object identifiers as the sub-agent handles them: a bounded array of sub-identifiers and views into such
 // arrays.
 //
-// An Oid is 516 octets on the stack and never allocates; a View does not own what it shows. RFC 2578
-// section 3.5: at most 128 sub-identifiers, each an unsigned 32-bit number.
+// An Oid is 516 octets on the stack and never allocates; a View does not own its numbers. RFC 2578 section
+// 3.5: at most 128 sub-identifiers, each an unsigned 32-bit number.
 #pragma once
 
 #include <array>
@@ -48,7 +48,7 @@ class Oid {
 
 // Lexicographic order of whole identifiers (RFC 3416 section 4.2.2).
 std::strong_ordering compare(View left, View right);
-// The same for the concatenation of head and tail, which is never built.
+// The same for the concatenation of head and tail, without building it.
 std::strong_ordering compare(View head, View tail, View right);
 bool starts_with(View whole, View prefix);
 // "1.3.6.1"; "" for none.

@@ -9,7 +9,7 @@ namespace {
 
 using oid::Oid;
 
-TEST(Oid, ShorterComesBeforeItsExtension) {
+TEST(Oid, ShorterPrecedesItsExtension) {
   EXPECT_TRUE(oid::compare(Oid{1, 3}.view(), Oid{1, 3, 0}.view()) < 0);
   EXPECT_TRUE(oid::compare(Oid{1, 3, 0}.view(), Oid{1, 3}.view()) > 0);
   EXPECT_TRUE(oid::compare(Oid{}.view(), Oid{0}.view()) < 0);

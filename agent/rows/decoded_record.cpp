@@ -1,4 +1,3 @@
-// See decoded_record.h.
 #include "agent/rows/decoded_record.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// What the row sets share for taking the daemon's records apart.
+// Decoding of the daemon's records, shared by the row sets.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace tables {
 
-// A record decoded with the daemon's own description, whose texts are released with it.
+// A record decoded with the daemon's own description; the destructor releases its texts.
 template <typename Record>
 class Decoded {
  public:
@@ -37,7 +37,7 @@ inline std::string_view text_or_empty(const char* text) {
   return text == nullptr ? std::string_view() : text;
 }
 
-// Integer32 values as their 32 bits.
+// An Integer32 value as its 32 bits.
 inline void add_signed(Window* window, std::int32_t number) {
   window->add_number(static_cast<std::uint32_t>(number));
 }
@@ -45,8 +45,8 @@ inline void add_signed(Window* window, std::int32_t number) {
 inline constexpr std::size_t kDescriptionMax = 255;    // SnmpAdminString (RFC 3411 section 5)
 inline constexpr std::size_t kDistinguisherMax = 256;  // MplsL3VpnRouteDistinguisher (RFC 4382)
 
-// A text that people read: on one line, because managers cut or refuse more (control characters become
-// blanks), and of at most `most` octets, cut between characters of UTF-8. Absent is empty.
+// A text for people: on one line, because managers truncate or refuse more (control characters become
+// blanks), and of at most `most` octets, truncated between characters of UTF-8. Null becomes the empty text.
 void add_text(Window* window, const char* text, std::size_t most);
 
 }  // namespace tables

@@ -1,13 +1,13 @@
-// See index.h. An index is taken apart position by position: what is in front of a position decides which
-// numbers may stand there. The same walk over the positions checks an instance and finds the successor of one
-// that is not an index:
+// An index is parsed position by position: the numbers before a position decide which numbers it allows. One
+// walk over the positions both checks an instance and finds the successor of an instance that is not an
+// index:
 //
-//   - as long as the instance's numbers are allowed, they are kept;
-//   - a number below what is allowed, or the instance's end, is followed by the smallest index that begins
-//   so;
-//   - a number between two that are allowed is taken for the greater of them;
-//   - above what is allowed, or past a whole index, the last number that can grow grows to the next one that
-//     is allowed, and the smallest index with that beginning follows.
+//   - numbers that are allowed remain;
+//   - a number below the allowed range, or the instance's end, is followed by the smallest index that begins
+//     like this;
+//   - a number between two allowed ones becomes the greater of them;
+//   - above the allowed range, or past a complete index, the last number that can increase becomes the next
+//     allowed one, and the smallest index with that beginning follows.
 #include "agent/rows/index.h"
 
 #include <array>
@@ -20,7 +20,7 @@ namespace {
 constexpr std::uint32_t kLowestNameOctet = 1;
 constexpr std::uint32_t kHighestOctet = 255;
 
-// The numbers that a position can hold: from lowest to highest in steps of `step` (0 or 1: every one).
+// The numbers that a position allows: from lowest to highest in steps of `step` (0 or 1: every one).
 struct Range {
   std::uint32_t lowest;
   std::uint32_t highest;
@@ -31,7 +31,7 @@ struct Range {
   }
 };
 
-// Where in the shape the next sub-identifier falls.
+// The position in the shape of the next sub-identifier.
 class Position {
  public:
   explicit Position(IndexShape shape) : shape_(shape) {}
@@ -85,7 +85,7 @@ class Position {
   std::uint32_t octets_left_ = 0;
   std::uint32_t lowest_octet_ = 0;
   std::uint32_t family_ = kAddressIpv4;
-  std::uint32_t address_type_ = kAddressUnknown;  // of the address that comes next
+  std::uint32_t address_type_ = kAddressUnknown;  // of the next address
 };
 
 bool fill_smallest(Position position, oid::Oid* index) {
@@ -97,8 +97,7 @@ bool fill_smallest(Position position, oid::Oid* index) {
   return true;
 }
 
-// The smallest index whose number at this position is above `number`, which falls between two that are
-// allowed.
+// The smallest index whose number at this position is above `number`, which is between two allowed ones.
 bool fill_from(Position position, std::uint32_t number, oid::Oid* index) {
   const Range allowed = position.allowed();
   const std::uint32_t above = number - (number - allowed.lowest) % allowed.step + allowed.step;
@@ -131,7 +130,7 @@ bool first_index(IndexShape shape, oid::View instance, bool after, oid::Oid* ind
   index->clear();
   Position position(shape);
   for (const std::uint32_t number : instance) {
-    if (position.complete()) return grow_last(shape, index);  // longer than an index: behind it
+    if (position.complete()) return grow_last(shape, index);  // longer than an index: after it
     const Range allowed = position.allowed();
     if (number > allowed.highest) return grow_last(shape, index);
     if (number < allowed.lowest) return fill_smallest(position, index);

@@ -1,9 +1,9 @@
-// Row indexes: from an instance part of an OID, whatever a manager sent, to the first row that could follow
-// it, and on to the key by which the daemon is asked.
+// Row indexes: from the instance part of an OID, valid or not, to the first row that can follow it, and to
+// the key of a request to the daemon.
 //
-// An index is kept as it stands in the OID (its sub-identifiers); their order as numbers is the order of the
-// MIB and, because names carry their length in front, also the daemon's order of names: shorter first, then
-// by octets (RFC 2578 section 7.7, RFC 4382 section 6).
+// An index is stored as its sub-identifiers. Their numerical order is the order of the MIB and, because the
+// length precedes a name, also the daemon's order of names: shorter first, then by octets (RFC 2578 section
+// 7.7, RFC 4382 section 6).
 #pragma once
 
 #include <cstddef>
@@ -18,11 +18,11 @@ namespace tables {
 
 inline constexpr std::uint32_t kMaxNameLength = 31;  // MplsL3VpnName: SIZE (0..31)
 
-// InetAddressType (RFC 4001) of what an address part can hold.
+// InetAddressType (RFC 4001), as far as an address part supports it.
 inline constexpr std::uint32_t kAddressUnknown = 0;
 inline constexpr std::uint32_t kAddressIpv4 = 1;
 inline constexpr std::uint32_t kAddressIpv6 = 2;
-// Octets of an address of this type; 0 for a type that has none.
+// Octets of an address of this type; 0 for a type without addresses.
 inline constexpr std::uint32_t address_size(std::uint32_t type) {
   return type == kAddressIpv4 ? 4 : type == kAddressIpv6 ? 16 : 0;
 }
@@ -30,7 +30,7 @@ inline constexpr std::uint32_t address_size(std::uint32_t type) {
 enum class PartKind : std::uint8_t {
   kName,          // a length of 0 to 31, then as many octets; the daemon's names hold no zero octet
   kNumber,        // one sub-identifier from lowest to highest
-  kAddressType,   // ipv4 or ipv6: the address family of all the parts behind it
+  kAddressType,   // ipv4 or ipv6: the address family of all later parts
   kNextHopType,   // unknown, or the family
   kAddress,       // an address of the type before it: its length, then its octets
   kPrefixLength,  // up to the family's number of bits
@@ -42,11 +42,11 @@ struct IndexPart {
   std::uint32_t highest = 0xffffffff;
 };
 
-// The parts of an index in INDEX clause order. The array must live on.
+// The parts of an index in INDEX clause order. The array must remain live.
 using IndexShape = std::span<const IndexPart>;
 
-// The smallest index of this shape that is not before `instance` (after it, when `after` is set). The
-// instance may be cut short, too long, or hold numbers that no index can have. False when no index follows.
+// The smallest index of this shape that is not before `instance` (after it, with `after`). The instance may
+// be truncated, too long, or contain invalid numbers. False when no index follows.
 [[nodiscard]] bool first_index(IndexShape shape, oid::View instance, bool after, oid::Oid* index);
 
 // True when the instance is exactly one index of this shape.

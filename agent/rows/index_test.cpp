@@ -1,4 +1,4 @@
-// Row indexes: whatever stands behind a column's OID, the first index that can follow it is found.
+// Row indexes: for any instance part of an OID, the first index that can follow it is found.
 #include "agent/rows/index.h"
 
 #include <gtest/gtest.h>
@@ -146,9 +146,9 @@ TEST(Index, NoIndexLiesBetweenAnInstanceAndWhatIsFoundForIt) {
     }
     for (int probe = 0; probe < 20; ++probe) {
       const Oid index = random_index(&random);
-      const bool behind = after ? oid::compare(index.view(), instance.view()) > 0
-                                : oid::compare(index.view(), instance.view()) >= 0;
-      ASSERT_EQ(behind, any && oid::compare(index.view(), found.view()) >= 0)
+      const bool follows = after ? oid::compare(index.view(), instance.view()) > 0
+                                 : oid::compare(index.view(), instance.view()) >= 0;
+      ASSERT_EQ(follows, any && oid::compare(index.view(), found.view()) >= 0)
           << oid::to_text(instance.view()) << " then " << oid::to_text(index.view());
     }
   }
@@ -179,19 +179,19 @@ TEST(RouteIndex, PartialInstanceIsFollowedByTheSmallestIndexThatBeginsSo) {
   EXPECT_EQ(route_at_or_after("1.97.2"), "1.97.2.16" + kZeros + ".0" + kNoHop);
 }
 
-TEST(RouteIndex, AfterNoNextHopComesTheFirstNextHopOfTheFamily) {
+TEST(RouteIndex, FirstNextHopOfTheFamilyFollowsNoNextHop) {
   EXPECT_EQ(route_at_or_after(kTen + kNoHop, true), kTen + ".2.0.0.1.4.0.0.0.0");
   EXPECT_EQ(route_at_or_after("1.97.2.16" + kZeros + ".64" + kNoHop, true),
             "1.97.2.16" + kZeros + ".64.2.0.0.2.16" + kZeros);
 }
 
-TEST(RouteIndex, AfterTheLastNextHopComesTheNextPrefixLengthThenTheNextDestination) {
+TEST(RouteIndex, NextPrefixLengthThenNextDestinationFollowsTheLastNextHop) {
   EXPECT_EQ(route_at_or_after(kTen + ".2.0.0.1.4.255.255.255.255", true), "1.97.1.4.10.0.0.0.9" + kNoHop);
   EXPECT_EQ(route_at_or_after("1.97.1.4.10.0.0.255.32.2.0.0.1.4.255.255.255.255", true),
             "1.97.1.4.10.0.1.0.0" + kNoHop);
 }
 
-TEST(RouteIndex, AfterTheLastIpv4IndexComesTheFirstIpv6Index) {
+TEST(RouteIndex, FirstIpv6IndexFollowsTheLastIpv4Index) {
   EXPECT_EQ(route_at_or_after("1.97.1.4.255.255.255.255.32.2.0.0.1.4.255.255.255.255", true),
             "1.97.2.16" + kZeros + ".0" + kNoHop);
 }
@@ -265,9 +265,9 @@ TEST(RouteIndex, NoIndexLiesBetweenAnInstanceAndWhatIsFoundForIt) {
     for (int probe = 0; probe < 20; ++probe) {
       const Oid index = random_route_index(&random);
       ASSERT_TRUE(tables::is_index(tables::kRouteIndex, index.view())) << oid::to_text(index.view());
-      const bool behind = after ? oid::compare(index.view(), instance.view()) > 0
-                                : oid::compare(index.view(), instance.view()) >= 0;
-      ASSERT_EQ(behind, any && oid::compare(index.view(), found.view()) >= 0)
+      const bool follows = after ? oid::compare(index.view(), instance.view()) > 0
+                                 : oid::compare(index.view(), instance.view()) >= 0;
+      ASSERT_EQ(follows, any && oid::compare(index.view(), found.view()) >= 0)
           << oid::to_text(instance.view()) << " then " << oid::to_text(index.view());
     }
   }
@@ -292,22 +292,22 @@ TEST(RoutePath, OfTheFirstIndexOfAVrfIsTheStart) {
       << "to the daemon, no next hop and 0.0.0.0 are one";
 }
 
-TEST(RoutePath, AsksBehindTheNextHopBefore) {
+TEST(RoutePath, BeginsAfterThePrecedingNextHop) {
   EXPECT_EQ(route_path(kTen + ".2.0.0.1.4.192.0.2.0"), "/a/1/8/1/0a000000/c00001ff");
   EXPECT_EQ(route_path("1.97.1.4.0.0.0.0.0.2.0.0.1.4.0.0.0.1"), "/a/1/0/1/00000000/00000000")
       << "the key of the default route without next hop, and not the start";
 }
 
-TEST(RoutePath, AsksBehindThePrefixLengthBefore) {
+TEST(RoutePath, BeginsAfterThePrecedingPrefixLength) {
   EXPECT_EQ(route_path(kTen + kNoHop), "/a/1/7/1/0a000000/ffffffff");
   EXPECT_EQ(route_path(kTen + ".2.0.0.1.4.0.0.0.0"), "/a/1/7/1/0a000000/ffffffff");
 }
 
-TEST(RoutePath, AsksBehindTheDestinationBefore) {
+TEST(RoutePath, BeginsAfterThePrecedingDestination) {
   EXPECT_EQ(route_path("1.97.1.4.10.0.0.0.0" + kNoHop), "/a/1/32/1/09ffffff/ffffffff");
 }
 
-TEST(RoutePath, OfTheFirstIpv6IndexAsksBehindTheLastIpv4Key) {
+TEST(RoutePath, OfTheFirstIpv6IndexBeginsAfterTheLastIpv4Key) {
   EXPECT_EQ(route_path("1.97.2.16" + kZeros + ".0" + kNoHop), "/a/1/32/1/ffffffff/ffffffff");
   EXPECT_EQ(route_path("1.97.2.16" + kZeros + ".0.2.0.0.2.16" + kZeros), "/a/1/32/1/ffffffff/ffffffff");
 }

@@ -1,11 +1,9 @@
-// See row_cache.h.
+// Why OIDs never decrease or repeat: a look-up is answered from one window only. Its rows are in strictly
+// increasing order, and the answer is the first row at or after an index that is greater than the manager's.
+// A row that is added or removed between two windows may be missed, but never makes a walk step back.
 //
-// Why OIDs never go backwards or repeat: a look-up is answered from one window only, which holds rows in
-// strictly increasing order, with the first row at or after an index that is itself greater than what the
-// manager has. What appears or vanishes between two windows is seen or not, but moves nobody back.
-//
-// Why a GET finds what a GETNEXT found: windows never overlap (a new one drops those it touches), so an older
-// window cannot deny a row that a newer one has shown.
+// Why a GET finds what a GETNEXT found: windows never overlap (a new one replaces those it overlaps), so an
+// older window cannot deny a row that a newer one has shown.
 #include "agent/rows/row_cache.h"
 
 #include <algorithm>
@@ -63,7 +61,7 @@ RowCache::Slot* RowCache::fetch(oid::View index, std::uint32_t rows_wanted, std:
   return slot;
 }
 
-// A table that is known only in part must not be shown as a whole one: whatever goes wrong, nothing is kept.
+// A table that was read only in part must not look complete: any failure discards the window.
 bool RowCache::read(oid::View index, std::uint32_t rows_wanted, Window* window) {
   window->discard();
   kvtree::WalkResult result;

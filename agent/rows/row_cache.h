@@ -1,8 +1,8 @@
-// Read-ahead: a few windows of a row set, each filled in one round trip and good for a short time.
+// Read-ahead: a few windows of a row set, each filled in one round trip and valid for a short time.
 //
-// A manager walks column by column or row by row, several managers at different places; each finds the window
-// that it reads from as long as there are no more of them than windows. Memory is bounded by windows times
-// rows whatever the size of the table, and nothing is fetched that nobody asked for.
+// A manager walks by column or by row, and several managers walk different places; each finds its window as
+// long as there are no more of them than windows. Memory is bounded by windows times rows, whatever the size
+// of the table, and rows are read only for a request.
 #pragma once
 
 #include <array>
@@ -16,7 +16,7 @@
 namespace tables {
 
 inline constexpr std::size_t kWindows = 4;
-inline constexpr std::uint32_t kWalkRows = 128;  // fetched for a GETNEXT
+inline constexpr std::uint32_t kWalkRows = 128;  // read for a GETNEXT
 inline constexpr std::uint32_t kExactRows =
     16;  // fetched for a GET: most are for one row, few for its neighbours
 
@@ -31,19 +31,19 @@ struct RowRef {
 enum class Lookup {
   kRow,
   kEnd,     // there is no row at or after the index
-  kFailed,  // the source could not say
+  kFailed,  // the source has no answer
 };
 
 class RowCache {
  public:
-  // Rows are served until they are `age` old; with age 0 every look-up asks the source. Both references must
+  // Rows are valid until they are `age` old; with age 0 every look-up asks the source. Both references must
   // outlive the cache.
   RowCache(const RowSet& set, RowSource& source, std::uint64_t age_ns);
 
   const RowSet& set() const { return *set_; }
   // The first row at or after the index. *row stays valid until the next look-up.
   Lookup first_at_or_after(oid::View index, std::uint32_t rows_wanted, RowRef* row);
-  // Forgets what it holds.
+  // Discards all windows.
   void discard();
 
  private:

@@ -1,5 +1,5 @@
-// Read-ahead windows: one round trip for many rows, bounded age, and what happens when rows come, go or
-// cannot be read.
+// Read-ahead windows: one round trip for many rows, bounded age, and rows that are added, removed or cannot
+// be read.
 #include "agent/rows/row_cache.h"
 
 #include <gtest/gtest.h>
@@ -130,7 +130,7 @@ TEST_F(RowCacheTest, OlderWindowDoesNotDenyARowThatANewerOneShowed) {
   EXPECT_EQ(daemon_.reads, 2);
 }
 
-TEST_F(RowCacheTest, FailedReadIsNotAnEndAndIsNotKept) {
+TEST_F(RowCacheTest, FailedReadIsNotAnEndAndIsNotCached) {
   AddInterfaces("a", 1, 300);
   daemon_.status = kStatusTimedOut;
   EXPECT_EQ(Find("1.97.1"), "failed");

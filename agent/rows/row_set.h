@@ -1,8 +1,8 @@
-// A row set is what one kind of walk delivers: records of one type, with an index and a fixed number of
-// values. One row set can feed several MIB tables (a table that AUGMENTS another has its rows).
+// A row set is the result of one kind of walk: records of one type, with an index and a fixed number of
+// values. Several MIB tables can share a row set (a table that AUGMENTS another has its rows).
 //
-// A window is a run of consecutive rows as they were at one moment, taken apart once and kept in three arenas
-// that are reused, so that filling a window again allocates nothing.
+// A window is a run of consecutive rows as of one moment, decoded once into three arenas that are reused, so
+// that filling a window again allocates nothing.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@
 
 namespace tables {
 
-// One column's value of one row. Numbers as their 32 bits; octets is only set for octet strings.
+// The value of one column in one row. Numbers as their 32 bits; `octets` is set for octet strings only.
 struct Cell {
   std::uint32_t number = 0;
   std::span<const std::uint8_t> octets;
@@ -29,9 +29,8 @@ class Window;
 
 enum class Taken {
   kRow,      // the row was added
-  kNoIndex,  // this and all later rows have no index in the MIB (their names are too long): the rows end
-             // before it
-  kBad,      // the record is not what the row set says
+  kNoIndex,  // this and all later rows have names too long for an index of the MIB: the rows end before it
+  kBad,      // the record does not match the row set
 };
 
 struct RowSet {
@@ -42,9 +41,9 @@ struct RowSet {
   std::size_t slots;  // values in each row
   // Adds one row to the window: index parts in order, then values for the slots in order.
   Taken (*take)(const kvtree::Octets& record, Window* window);
-  // The path components behind `path` that ask for the rows at or after an index.
+  // The path components after `path` that request the rows at or after an index.
   std::string (*key)(IndexShape shape, oid::View index) = index_path;
-  std::size_t early_rows = 0;  // so many rows before the index may come first
+  std::size_t early_rows = 0;  // this many rows before the index may be first
 };
 
 class Window {
@@ -52,8 +51,8 @@ class Window {
   explicit Window(const RowSet& set) : set_(&set) {}
 
   // --- Filling ---
-  // Takes the records apart. False, and the window is empty and covers nothing, when one of them is bad, out
-  // of order or before `from` (after the set's early rows). `end`: no row follows.
+  // Decodes the records. False, and the window is empty and covers nothing, when one of them is bad, out of
+  // order or before `from` (after the set's early rows). `end`: no row follows.
   [[nodiscard]] bool fill(oid::View from, const std::vector<kvtree::Octets>& records, bool end);
   void discard();
   // For RowSet::take. add_name: false for a name that no index can hold.
@@ -63,9 +62,9 @@ class Window {
   void add_octets(std::span<const std::uint8_t> octets);
 
   // --- Looking up ---
-  // True when what is known settles which row is the first at or after this index.
+  // True when the window decides which row is the first at or after this index.
   bool covers(oid::View index) const;
-  // True when some index is covered by both.
+  // True when both cover some index.
   bool overlaps(const Window& other) const;
   // Number of the first row at or after the index; size() when there is none.
   std::size_t first_at_or_after(oid::View index) const;
@@ -91,7 +90,7 @@ class Window {
   const RowSet* set_;
   bool filled_ = false;
   bool end_ = false;  // covers everything after `from_`
-  oid::Oid from_;     // the first index that is covered
+  oid::Oid from_;     // the first covered index
   std::vector<Row> rows_;
   std::vector<std::uint32_t> indexes_;
   std::vector<Value> values_;

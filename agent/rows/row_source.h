@@ -1,4 +1,4 @@
-// Where rows come from: the daemon, in the running sub-agent; anything a test likes.
+// Where rows are read from: the daemon, in the running sub-agent; test doubles elsewhere.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 namespace tables {
 
-// Paths are whole paths of the data store. Every call ends within a bound that the implementation states, and
-// fails with a status when it has no answer; a failure says nothing about which rows exist.
+// Paths are full paths of the data store. Every call ends within a bound that the implementation states, and
+// fails with a status when it has no answer; a failure says nothing about the rows that exist.
 class RowSource {
  public:
   virtual ~RowSource() = default;

@@ -1,8 +1,7 @@
-// See row_set.h. A window covers the indexes from the one it was asked for up to its last row, or to the end
-// of the table when no row followed; between two rows of it there is, as of its moment, no other row.
+// A window covers the indexes from the requested one up to its last row, or to the end of the table when no
+// row followed. As of its moment there is no other row between two of its rows.
 //
-// The order is checked while filling: a look-up is a binary search, and the promise that OIDs strictly
-// increase rests on it.
+// Filling checks the order: a look-up is a binary search, and strictly increasing OIDs depend on it.
 #include <algorithm>
 #include <compare>
 

@@ -1,9 +1,8 @@
-// See l3vpn_tables.h. Here: the seven scalars and mplsL3VpnIfConfTable; the other tables have files of their
-// own.
+// The seven scalars and mplsL3VpnIfConfTable; the other tables have files of their own.
 //
-// Each record is decoded with the daemon's own description and its values are put into the row's slots, in
-// the order of the slot enumerations below; columns name the slot they show. Where the MIB has an object for
-// which the daemon keeps nothing, the value is the MIB's own for "not known".
+// Each record is decoded with the daemon's own description and its values are stored in the row's slots, in
+// the order of the slot enumerations below; a column names its slot. For an object that the daemon does not
+// track, the value is the MIB's own for "not known".
 #include "agent/tables/l3vpn_tables.h"
 
 #include <array>

@@ -1,5 +1,5 @@
-// The tables of MPLS-L3VPN-STD-MIB (RFC 4382). Each is a description: its row set (which walk, what index,
-// how a record is taken apart) and its columns.
+// The tables of MPLS-L3VPN-STD-MIB (RFC 4382). Each is a description: its row set (which walk, which index,
+// how to decode a record) and its columns.
 #pragma once
 
 #include <span>
@@ -9,12 +9,12 @@
 
 namespace tables {
 
-// mplsL3VpnObjects, 1.3.6.1.2.1.10.166.11.1: what is registered with the master agent.
+// mplsL3VpnObjects, 1.3.6.1.2.1.10.166.11.1: the subtree to register with the master agent.
 oid::View l3vpn_subtree();
 // Every accessible object of the module.
 std::span<const Table> l3vpn_tables();
 
-// Its parts, each of a file of its own.
+// Parts of the module, one file each.
 std::span<const Table> vrf_tables();  // and what augments it: security and performance
 std::span<const Table> route_target_tables();
 std::span<const Table> route_tables();

@@ -78,7 +78,7 @@ TEST_F(L3vpnTablesTest, NumberOfRoutesFailsWhileRoutesCannotBeRead) {
   EXPECT_EQ(Shown(cell(kPerformance, 2, "red")), "0 counter");
   EXPECT_EQ(Next(cell(kPerformance, 3, "red")), oid::to_text(cell(kPerformance, 4, "red").view()));
   daemon_.route_status = kStatusNoSuchRow;
-  EXPECT_EQ(Get(cell(kPerformance, 3, "red")), Answer::kFailed) << "kept for as long as the row is";
+  EXPECT_EQ(Get(cell(kPerformance, 3, "red")), Answer::kFailed) << "cached as long as the row";
   clock_.advance(kNanosecondsPerSecond);
   EXPECT_EQ(Shown(cell(kPerformance, 3, "red")), "0 gauge");
 }
@@ -180,7 +180,7 @@ TEST_F(L3vpnTablesTest, RouteTargetRowHasItsFourColumns) {
   EXPECT_EQ(Text(cell(kRt, 5, "red", "2.2")), "");
 }
 
-TEST_F(L3vpnTablesTest, RouteTargetOfAnotherTypeOrNumberIsNoInstance) {
+TEST_F(L3vpnTablesTest, RouteTargetOfAnotherTypeOrNumberIsNotAnInstance) {
   daemon_.AddRouteTarget("red", 1, "65000:1");
   daemon_.AddRouteTarget("reds", 1, "65000:1");
   for (const char* rest : {"", "1", "0.1", "1.0", "1.2", "1.3", "1.4", "2.1", "4294967295.1", "1.1.0"}) {

@@ -1,8 +1,6 @@
-// See mib.h.
-//
-// A GETNEXT is turned into "the first row at or after this index" by index.h, for whatever instance part was
-// sent; a GET is the same question with a comparison behind it, because the daemon's exact read of an
-// interface refuses the VRFs it knows. What cannot be an index at all is answered without the daemon.
+// index.h turns a GETNEXT, with whatever instance part, into "the first row at or after this index". A GET is
+// the same question followed by a comparison, because the daemon's exact read of an interface refuses the
+// VRFs it knows. An instance that cannot be an index is answered without the daemon.
 #include "agent/tables/mib.h"
 
 #include <algorithm>
@@ -13,7 +11,7 @@
 namespace tables {
 namespace {
 
-// In hundredths of a second. Second 0 stands for "never".
+// In hundredths of a second. Second 0 means "never".
 std::uint32_t time_stamp(std::uint32_t seconds, const std::optional<std::int64_t>& up_time_zero) {
   if (seconds == 0 || !up_time_zero) return 0;
   const std::int64_t ns = std::int64_t{seconds} * std::int64_t{kNanosecondsPerSecond} - *up_time_zero;
@@ -60,7 +58,7 @@ void Mib::discard() {
   for (const std::unique_ptr<ReadablePath>& readable : readable_paths_) readable->discard();
 }
 
-// Position of the object that the name is in, or of the first object after the name.
+// Position of the object that contains the name, or of the first object after the name.
 std::size_t Mib::first_object_from(oid::View name) const {
   const auto after = std::partition_point(objects_.begin(), objects_.end(), [&](const Object& object) {
     return std::is_lteq(oid::compare(object.name.view(), name));
@@ -117,7 +115,7 @@ Cell Mib::cell_of(const Object& object, const RowRef& row) const {
   return cell;
 }
 
-// kNoSuchInstance: this object has no such instance, go on with the next object.
+// kNoSuchInstance: this object has no such instance; continue with the next object.
 Answer Mib::next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable) {
   oid::Oid index;
   if (!first_index(object.rows->set().index, instance, after, &index)) return Answer::kNoSuchInstance;

@@ -1,5 +1,5 @@
-// The module's accessible objects in OID order, and the two questions a management protocol has: the value of
-// exactly this variable, and the next variable there is. Knows of no protocol; answers are views that stay
+// The module's accessible objects in OID order, and the two questions of a management protocol: the value of
+// exactly this variable, and the next variable. Independent of the protocol; answers are views that stay
 // valid until the next question.
 //
 // A scalar is a column of a table with one row, whose index is the single sub-identifier 0.
@@ -20,15 +20,15 @@
 
 namespace tables {
 
-// A time stamp (RFC 2579) is kept in rows as seconds since 1970 and shown as TimeTicks: what sysUpTime was at
-// that moment.
+// Rows have a time stamp (RFC 2579) as seconds since 1970; it is shown as TimeTicks, the value of sysUpTime
+// at that moment.
 enum class Syntax : std::uint8_t { kInteger, kUnsigned, kGauge, kCounter, kTimeStamp, kOctets };
 
 struct Column {
   std::uint32_t number;
   Syntax syntax;
   std::size_t slot;  // of the row set's rows
-  // When set: the values are known only while a read of this path finds a record or no such row.
+  // If set: the values are known only while a read of this path finds a record or no such row.
   const char* known_while = nullptr;
 };
 
@@ -44,7 +44,7 @@ enum class Answer {
   kNoSuchObject,
   kNoSuchInstance,
   kEnd,     // no variable follows (or none before the range's end)
-  kFailed,  // the daemon could not say; nothing may be concluded
+  kFailed,  // the daemon has no answer; nothing may be concluded
 };
 
 struct Variable {
@@ -56,15 +56,15 @@ struct Variable {
 
 class Mib {
  public:
-  // The descriptions and the source must outlive it. Tables may come in any order.
+  // The descriptions and the source must outlive it. Tables may be in any order.
   Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age_ns);
 
   Answer get(oid::View name, Variable* variable);
   // The first variable after `start` (at or after it, with `include`) and before `end` (empty: no end).
   Answer next(oid::View start, bool include, oid::View end, Variable* variable);
   void discard();
-  // When the sysUpTime that time stamps are shown in was 0: nanoseconds since 1970. What happened before, and
-  // what happens while it is not known, has the time stamp 0.
+  // When the sysUpTime that time stamps refer to was 0: nanoseconds since 1970. Events before it, and all
+  // events while it is not known, have the time stamp 0.
   void set_up_time_zero(std::optional<std::int64_t> zero_ns) { up_time_zero_ = zero_ns; }
 
  private:
@@ -84,8 +84,8 @@ class Mib {
   Cell cell_of(const Object& object, const RowRef& row) const;
   Answer next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable);
 
-  std::vector<std::unique_ptr<RowCache>> caches_;  // one a row set, whatever the number of tables on it
-  std::vector<std::unique_ptr<ReadablePath>> readable_paths_;  // one for each path
+  std::vector<std::unique_ptr<RowCache>> caches_;  // one per row set, whatever its number of tables
+  std::vector<std::unique_ptr<ReadablePath>> readable_paths_;  // one per path
   std::optional<std::int64_t> up_time_zero_;
   std::vector<Object> objects_;  // sorted by name; no name begins with another
 };

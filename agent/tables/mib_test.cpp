@@ -1,5 +1,4 @@
-// The module as a manager sees it: scalars and the interface table, GET and GETNEXT, over a daemon made of a
-// list.
+// The module as a manager sees it: scalars and the interface table, GET and GETNEXT, over a simulated daemon.
 #include "agent/tables/mib.h"
 
 #include <gtest/gtest.h>
@@ -59,7 +58,7 @@ TEST_F(MibTest, InterfaceRowHasItsFourColumns) {
   EXPECT_EQ(Number(if_conf(5, "RED", 300000)), 1U);
 }
 
-TEST_F(MibTest, WalkGoesThroughScalarsThenColumnsInNameLengthOrder) {
+TEST_F(MibTest, WalkVisitsScalarsThenColumnsInNameLengthOrder) {
   AddMembers();
   std::vector<std::string> expected;
   for (std::uint32_t number = 1; number <= 7; ++number) expected.push_back(Text(scalar(number)));
@@ -85,7 +84,7 @@ TEST_F(MibTest, GetFindsWhatGetNextFinds) {
   for (const Oid& name : names) EXPECT_EQ(Get(name), Answer::kValue) << Text(name);
 }
 
-TEST_F(MibTest, GetNextFromAnywhereFindsTheFirstNameBehindIt) {
+TEST_F(MibTest, GetNextFromAnywhereFindsTheFollowingName) {
   AddMembers();
   const std::vector<Oid> names = Walk();
   std::mt19937 random(6);
@@ -166,7 +165,7 @@ TEST_F(MibTest, AwayDaemonIsAFailureAndNeverAMissingRow) {
   EXPECT_EQ(Next(if_conf(5, "LONG", 15)), "failed");
 }
 
-TEST_F(MibTest, TableIsNeverCutWhenTheDaemonGoesInTheMiddle) {
+TEST_F(MibTest, TableIsNeverTruncatedWhenTheDaemonDisconnectsInTheMiddle) {
   for (std::uint32_t i = 1; i <= 1000; ++i) daemon_.AddInterface("RED", i);
   daemon_.fail_after = 4;  // the scalars and three windows
   Oid at = parse_oid("1.3.6.1.2.1.10.166.11");
@@ -203,7 +202,7 @@ TEST_F(MibTest, RowsComingAndGoingBetweenWindowsNeverTurnAWalkBack) {
   EXPECT_GT(steps, 500);
 }
 
-TEST_F(MibTest, RowFoundByGetNextOfAVanishedNameIsTheOneBehindIt) {
+TEST_F(MibTest, GetNextOfARemovedRowsNameFindsTheFollowingRow) {
   AddMembers();
   EXPECT_EQ(Next(if_conf(2)), Text(if_conf(2, "IP", 14)));
   daemon_.RemoveInterface("IP", 14);

@@ -1,4 +1,3 @@
-// See readable_path.h.
 #include "agent/tables/readable_path.h"
 
 #include <utility>

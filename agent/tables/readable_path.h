@@ -1,5 +1,5 @@
-// Whether the daemon can answer reads of a path at all. Asked when a value depends on it; the answer is kept
-// for as long as rows are.
+// Whether the daemon can answer reads of a path at all. Asked when a value depends on it; the answer is
+// cached as long as rows are.
 #pragma once
 
 #include <cstdint>

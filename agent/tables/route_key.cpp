@@ -1,6 +1,5 @@
-// See route_key.h. Before the first IPv6 key comes the last IPv4 one, since the daemon goes on from a VRF's
-// IPv4 routes with its IPv6 routes; before the first IPv4 key there is none, and the walk's start stands for
-// it.
+// The key before the first IPv6 key is the last IPv4 one, since the daemon continues from a VRF's IPv4 routes
+// with its IPv6 routes. The first IPv4 key has no predecessor; the walk's start is used instead.
 #include "agent/tables/route_key.h"
 
 #include <array>
@@ -42,7 +41,7 @@ Octets octets_of(oid::View numbers) {
   return octets;
 }
 
-// The number that the octets are, less one. False, and all octets are the highest, when it was 0.
+// Subtracts one from the octets as a number. False, and all octets become the highest, when it was 0.
 bool decrement(Octets* octets) {
   for (std::size_t i = octets->size(); i-- > 0;) {
     if ((*octets)[i] != 0) {
@@ -83,7 +82,7 @@ std::string hexadecimal(const Octets& octets) {
   return text;
 }
 
-// REQUIRES: `parts` is what stands behind the name in an index.
+// REQUIRES: `parts` are the numbers after the name in an index.
 Key key_of(oid::View parts) {
   Key key;
   key.type = parts[0];

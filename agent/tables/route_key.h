@@ -1,4 +1,4 @@
-// The index of a route and the key by which the daemon is asked for it.
+// The index of a route and the key of a request to the daemon for it.
 //
 // mplsL3VpnVrfRteEntry's index (RFC 4382): the VRF's name, then as in inetCidrRouteTable (RFC 4292) the
 // destination's type, the destination, the prefix length, the policy, the next hop's type and the next hop.
@@ -15,8 +15,8 @@ namespace tables {
 
 extern const IndexShape kRouteIndex;
 
-// The parts of an index behind the VRF's name; addresses in network order, `next_hop` empty for none. False
-// when they are no route's.
+// The parts of an index after the VRF's name; addresses in network order, `next_hop` empty for none. False
+// when they are not a route's.
 struct RouteIndex {
   std::uint32_t destination_type = 0;
   std::span<const std::uint8_t> destination;
@@ -29,10 +29,10 @@ struct RouteIndex {
 // The path components from which the daemon's walk begins with the first route at or after the index, or with
 // one before it.
 //
-// The daemon walks from the row behind a key of destination, prefix length and next hop, so it is asked with
-// the greatest key that is smaller. To it, "no next hop" and the next hop 0.0.0.0 are one key, and to the MIB
-// two indexes, of which the one without comes first: asked for 0.0.0.0, the walk may begin with the row
-// without next hop, one row early.
+// The daemon's walk begins after a key of destination, prefix length and next hop, so the request has the
+// greatest key that is smaller. The daemon has one key for "no next hop" and the next hop 0.0.0.0, the MIB
+// has two indexes, the one without next hop first: a request for 0.0.0.0 may begin one row early, with the
+// row without next hop.
 std::string route_path(IndexShape shape, oid::View index);
 inline constexpr std::size_t kRouteEarlyRows = 1;
 

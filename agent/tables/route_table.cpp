@@ -61,7 +61,7 @@ Taken take_route(const kvtree::Octets& octets, Window* window) {
   return Taken::kRow;
 }
 
-// The index is a constant of another file: made when first asked for.
+// The index is a constant of another file, so the set is built on first use.
 const RowSet& routes() {
   static const RowSet set = {"mplsL3VpnVrfRteTable",
                              "/oper/mpls_vpn/gl/route-next",

@@ -1,4 +1,4 @@
-// Routes as a manager sees them, over a daemon made of lists that answers from behind a key, as the real one.
+// Routes as a manager sees them, over a simulated daemon whose walk begins after a key, as the real one's.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -109,7 +109,7 @@ TEST_F(RouteTableTest, WalkThatLeavesIpv6RoutesShowsTheNextVrfsIpv4Routes) {
 }
 
 TEST_F(RouteTableTest, LocalRouteIsNotShownAgainAtTheBeginningOfAWindow) {
-  // The 128th row is a local route, so that the next window is asked for behind it.
+  // The 128th row is a local route, so that the next window begins after it.
   for (int i = 1; i <= 127; ++i) daemon_.AddRoute("a", "10.0." + std::to_string(i) + ".0/24", "192.0.2.1");
   daemon_.AddRoute("a", "10.1.0.0/24", "", 3);
   daemon_.AddRoute("a", "10.1.0.0/24", "192.0.2.1");
@@ -127,7 +127,7 @@ TEST_F(RouteTableTest, LocalRouteAsTheOnlyOneOfAWindowIsTheEnd) {
 }
 
 TEST_F(RouteTableTest, EarlyRowIsOneAtMostAndOnlyOfRoutes) {
-  const Oid start = cell(kRoute, 7, "a", "1.4.10.1.0.0.24.2.0.0.0.0");  // behind it
+  const Oid start = cell(kRoute, 7, "a", "1.4.10.1.0.0.24.2.0.0.0.0");  // after it
   const auto row = [](const char* prefix, const char* next_hop) {
     return FakeDaemon::RouteRecord(route_key("a", prefix, next_hop), *next_hop == 0 ? 3 : 4, {0});
   };
@@ -143,7 +143,7 @@ TEST_F(RouteTableTest, EarlyRowIsOneAtMostAndOnlyOfRoutes) {
   EXPECT_EQ(Next(start), "failed") << "out of order";
 }
 
-TEST_F(RouteTableTest, RecordThatIsNoRouteOfTheMibFailsTheWindow) {
+TEST_F(RouteTableTest, RecordThatIsNotARouteOfTheMibFailsTheWindow) {
   auto key = route_key("a", "10.1.0.0/24", "192.0.2.1");
   for (const auto& spoil : std::vector<void (*)(agent_test::RouteKey*)>{
            [](auto* broken) { broken->type = 3; }, [](auto* broken) { broken->type = 2; },
@@ -200,7 +200,7 @@ TEST_F(RouteTableTest, GetFindsWhatGetNextFoundInEveryTable) {
   }
 }
 
-TEST_F(RouteTableTest, GetNextFromAnywhereFindsTheFirstNameBehindItInEveryTable) {
+TEST_F(RouteTableTest, GetNextFromAnywhereFindsTheFollowingNameInEveryTable) {
   AddEverything();
   AddRandomRoutes(80);
   const std::vector<Oid> names = Walk();
@@ -256,7 +256,7 @@ TEST_F(RouteTableTest, RowsThatStayAreShownExactlyOnceWhileOthersComeAndGo) {
   }
 }
 
-TEST_F(RouteTableTest, WalkGoesOnBehindAVrfThatWasDeleted) {
+TEST_F(RouteTableTest, WalkContinuesAfterAVrfThatWasDeleted) {
   AddEverything();
   EXPECT_EQ(Next(cell(kRoute, 7, "red")),
             oid::to_text(cell(kRoute, 7, "red", "1.4.0.0.0.0.0.2.0.0.1.4.0.0.0.0").view()));

@@ -1,4 +1,3 @@
-// See tables_test_support.h.
 #include "agent/tables/tables_test_support.h"
 
 #include <arpa/inet.h>

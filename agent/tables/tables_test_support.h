@@ -1,5 +1,5 @@
-// What tests of the sub-agent share: a daemon made of lists of rows, which answers reads as the data store
-// does and can be made to fail, and names for OIDs.
+// For tests of the sub-agent: a simulated daemon with lists of rows, which answers reads as the data store
+// does and can fail, and names for OIDs.
 #pragma once
 
 #include <compare>

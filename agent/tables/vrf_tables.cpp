@@ -1,8 +1,8 @@
 // mplsL3VpnVrfTable, mplsL3VpnVrfSecTable and mplsL3VpnVrfPerfTable (RFC 4382): the last two augment the
 // first, so all three are columns over the same rows, read once.
 //
-// The router has one configured maximum of routes: it is the high threshold and the maximum. What the daemon
-// keeps nothing about: the VPN id is empty.
+// The router has one configured maximum of routes, which is both the high threshold and the maximum. The
+// daemon has no VPN ids: the column is empty.
 #include <array>
 
 #include "agent/rows/decoded_record.h"

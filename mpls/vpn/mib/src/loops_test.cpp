@@ -1,4 +1,4 @@
-// One turn of each event loop.
+// One iteration of each event loop.
 #include <cerrno>
 
 #include "mpls/vpn/mib/src/checkpoint/checkpoint.h"

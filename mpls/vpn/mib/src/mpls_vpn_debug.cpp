@@ -1,12 +1,12 @@
 // The debug areas of the daemon and their registration with the platform's debug facility.
 //
-// One flag block an area lies in one array, because the facility registers an array as a whole: the command
-// line then lists, switches and watches "start", "prov", ... under the name space "/debug/mpls_vpn/". The
-// table below gives each block its command name; its order is that of MplsVpnDebugArea.
+// The facility registers an array of flag blocks as a whole, so there is one array with one block per area.
+// The command line lists, switches and watches "start", "prov", ... under the name space "/debug/mpls_vpn/".
+// The table below gives each block its command name, in the order of MplsVpnDebugArea.
 //
-// Ownership: everything here is static. Threads: mpls_vpn_debug_init runs once on the main thread; from then
-// on the facility writes the enabled words on the thread that serves the debug event manager, and every
-// thread reads them.
+// Ownership: everything is static. Threads: mpls_vpn_debug_init runs once on the main thread. Afterwards the
+// facility writes the enabled words on the thread that serves the debug event manager, and every thread reads
+// them.
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 
 #include <array>

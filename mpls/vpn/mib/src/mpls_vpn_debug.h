@@ -1,17 +1,14 @@
-// Debug prints: ten areas that an operator switches on one by one, and the convention by which all code
-// prints.
+// Debug prints: ten areas, which an operator switches on one by one.
 //
-// A print names its area and costs one load of that area's enabled word while the area is off; its arguments
-// are not evaluated then. The platform changes an enabled word on the "debug and show" thread; it is read
-// without a lock from every thread.
+// While an area is off, a print costs one load of its enabled word and does not evaluate its arguments. The
+// platform writes the enabled words on the "debug and show" thread; every thread reads them without a lock.
 #pragma once
 
 #include "platform/core/base/status.h"
 #include "platform/core/debug/debug.h"
 #include "platform/core/evm/evm.h"
 
-// Areas, in the order of the flag blocks. What each governs stands beside its command name in
-// mpls_vpn_debug.cpp.
+// Areas, in the order of the flag blocks. mpls_vpn_debug.cpp lists what each area prints.
 enum MplsVpnDebugArea : unsigned { START, PROV, VTAB, RIB, DBASE, CFGMGR, CHKPT, ERR, TRAPS, VMAP };
 inline constexpr unsigned kMplsVpnDebugAreas = 10;
 

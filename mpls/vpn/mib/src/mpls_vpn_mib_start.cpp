@@ -1,14 +1,15 @@
 // Start-up, in a fixed order.
 //
-// Each step is a function that answers 0 or the exit status; the first that fails ends the process. Until the
-// trace buffers are open and the second thread serves the debug flags, failures are posted as error messages;
-// afterwards they are printed under ERR and traced. Readiness is told once the databases and the
-// record-service registration exist, before the provider registration: whoever waits for the daemon does not
-// wait for the replay of what is configured.
+// Each step returns 0 or the exit status; the first that fails ends the process. Until the trace buffers are
+// open and the second thread serves the debug flags, failures are posted as error messages; afterwards they
+// are printed under ERR and traced. The process reports readiness once the databases and the record-service
+// registration exist, before it registers as provider: a service that waits for the daemon does not wait for
+// the replay of the configuration.
 //
-// Threads: "main" runs every handler, "debug and show" the debug flags, so that these can be switched while a
-// handler is busy. Two real-time signals are blocked before the second thread is made, so that both inherit
-// it. There is no orderly end: the loops run until the process is killed, and state is kept current on disk.
+// Threads: "main" runs every handler. "debug and show" serves the debug flags, so that an operator can switch
+// them while a handler is busy. Two real-time signals are blocked before the second thread is created, which
+// inherits the mask. There is no orderly shutdown: the loops run until the process is killed, and the
+// checkpoint on disk is always current.
 #include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
 
 #include <pthread.h>
@@ -61,7 +62,7 @@ void open_system_log(const char* program) {
 int create_event_managers() {
   main_evm = event_manager_create("/dev/mpls/vpn/main", kManagerFlags);
   if (main_evm == nullptr) {
-    // The first text is an argument of the message: its own conversion is logged as it stands.
+    // The first text is an argument of the message: its conversion is logged literally.
     mpls_vpn_errmsg_init("error in event_manager_create for main_evm: %s\n",
                          err_text(static_cast<Status>(errno)));
     return kStartFailed;

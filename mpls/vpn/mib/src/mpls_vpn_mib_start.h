@@ -15,7 +15,7 @@ int mpls_vpn_mib_main(int argc, char** argv);
 // Start routine of the second thread. Never returns.
 void* debug_show_thread(void* arg);
 
-// One turn of each loop: waits for an event and dispatches it, or reports why the wait failed.
+// One iteration of each loop: waits for an event and dispatches it, or reports why the wait failed.
 void main_event_step(EventContext* context);
 void debug_show_step(EventContext* context);
 

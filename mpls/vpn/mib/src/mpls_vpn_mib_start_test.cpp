@@ -10,7 +10,7 @@ using testing::Not;
 
 // --- Failures that are posted
 
-TEST_F(Daemon, WithoutAMainManagerEndsWithTheTextsAsTheyStand) {
+TEST_F(Daemon, WithoutAMainManagerEndsWithTheTextsLiterally) {
   fault_arm("event_manager_create", EADDRINUSE, 1);
   ExpectExit(1);
   EXPECT_THAT(Said(),

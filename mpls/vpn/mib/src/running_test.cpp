@@ -1,4 +1,4 @@
-// A daemon that came up: what it restored, its debug flags, its threads, and when it said that it was ready.
+// A daemon that started: what it restored, its debug flags, its threads, and when it reported readiness.
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -55,7 +55,7 @@ using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
 
-// --- A daemon that came up
+// --- A daemon that started
 
 TEST_F(Daemon, CompletesInitAndServesRequests) {
   StartAndWaitUntilUp();
@@ -102,7 +102,7 @@ TEST_F(Daemon, FailedRestoreEndsItWithItsOwnCode) {
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains("main: mpls_vpn_mib_chkpt_restore"));
 }
 
-// The system keeps eight bits of an exit status; nobody may take a failed restore for success.
+// The system keeps eight bits of an exit status; a failed restore must not look like success.
 TEST_F(Daemon, FailedRestoreWhoseCodeWouldLookLikeSuccessEndsItWithStatus1) {
   static_assert((kStatusChkptMapping & 0xff) == 0);
   RunOnce();
@@ -146,7 +146,7 @@ TEST_F(Daemon, SaysNothingOfItsStartWhileTheAreaIsOff) {
 }
 
 TEST_F(Daemon, StartsOverARegistryWithOtherDefinitions) {
-  LeaveOtherVersionBehind(kMibInterfaceParcel, "mpls_vpn_mib.parcel");
+  RegisterOtherVersion(kMibInterfaceParcel, "mpls_vpn_mib.parcel");
   StartAndWaitUntilUp();
   EXPECT_THAT(Said(), HasSubstr("Parcel definition(s) changed from what is found in registry!"));
 }
@@ -169,7 +169,7 @@ class DebugCommands : public Daemon {
       const Status status = client.connect();
       return status != kStatusOk ? status : client.get("/oper/mpls_vpn/gl/scalars").status;
     });
-    // Nobody can write to the pipe before the main thread reads it.
+    // The main thread must open the pipe before a writer can.
     ASSERT_TRUE(WaitUntil([this] {
       hold_ = open(hold_file().c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
       return hold_ >= 0;
@@ -256,7 +256,7 @@ TEST_F(Threads, AreNamedMainAndDebugAndShow) {
   EXPECT_THAT(thread_files(pid_, "comm"), IsSupersetOf({"main\n", "debug and show\n"}));
 }
 
-// Bit n - 1 stands for signal n.
+// Bit n - 1 is signal n.
 std::uint64_t blocked_signals(const std::string& status) {
   const std::string label = "SigBlk:\t";
   const std::size_t at = status.find(label);
@@ -301,7 +301,7 @@ class Readiness : public Daemon {
     Daemon::TearDown();
     close(socket_);
   }
-  std::string Heard() const {
+  std::string Received() const {
     char text[64];
     const ssize_t length = recv(socket_, text, sizeof text, 0);
     return length < 0 ? "" : std::string(text, static_cast<std::size_t>(length));
@@ -311,16 +311,16 @@ class Readiness : public Daemon {
   int socket_ = -1;
 };
 
-TEST_F(Readiness, IsToldBeforeTheProviderRegistration) {
+TEST_F(Readiness, IsReportedBeforeTheProviderRegistration) {
   fault_arm("ifindex_initialize_evm", kStatusIo);  // its first step
   ExpectExit(1);
-  EXPECT_THAT(Heard(), HasSubstr("READY=1"));
+  EXPECT_THAT(Received(), HasSubstr("READY=1"));
 }
 
-TEST_F(Readiness, IsNotToldBeforeTheRecordServiceIsThere) {
+TEST_F(Readiness, IsNotReportedBeforeTheRecordServiceIsRegistered) {
   fault_arm("vtab_reg_if_attributes", kStatusIo);  // its last step
   ExpectExit(1);
-  EXPECT_THAT(Heard(), IsEmpty());
+  EXPECT_THAT(Received(), IsEmpty());
 }
 
 }  // namespace

@@ -53,8 +53,8 @@ inline void serve_main_manager(EventManager* manager) {
   if (kvtree_serve(manager) != kStatusOk) _exit(70);
 }
 
-// Holds the main thread up: while this named pipe is there, whoever is about to answer a request waits until
-// a writer has opened and closed it.
+// While this named pipe exists, the main thread waits before each answer until a writer has opened and closed
+// the pipe.
 inline std::string hold_file() {
   return run_directory() + "/hold";
 }
@@ -124,7 +124,7 @@ class Daemon : public testing::Test {
     Start();
     int status = 0;
     const bool ended = WaitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; });
-    EXPECT_TRUE(ended) << "the daemon came up";
+    EXPECT_TRUE(ended) << "the daemon started";
     if (ended) pid_ = 0;
     return status;
   }
@@ -153,8 +153,8 @@ class Daemon : public testing::Test {
       return std::find(texts.begin(), texts.end(), "Completed init") != texts.end();
     })) << Said();
   }
-  // Starts, waits for an answer, which nobody gives before the checkpoint is on disk, and ends. What it
-  // traced goes too.
+  // Starts the daemon, waits for its first answer, which follows the checkpoint's commit, and ends it.
+  // Deletes its trace buffers.
   void RunOnce() {
     StartAndWaitUntilUp();
     {
@@ -169,7 +169,7 @@ class Daemon : public testing::Test {
     ASSERT_THAT(trace_names(run_directory()), testing::IsEmpty());
   }
   // The registry as a daemon with another version of the description leaves it.
-  static void LeaveOtherVersionBehind(const ParcelDescription& description, const char* set_name) {
+  static void RegisterOtherVersion(const ParcelDescription& description, const char* set_name) {
     ParcelDescription other = description;
     other.version = description.version + 1;
     ParcelBatch* batch = nullptr;
@@ -180,7 +180,7 @@ class Daemon : public testing::Test {
   }
   std::string Log() const { return directory_.path() + "/log"; }
   std::string Said() const { return read_file(Log()); }
-  // What a trace buffer holds, also of a process that is gone. A buffer that is not there holds nothing.
+  // The records of a trace buffer, also of a process that ended; none for a buffer that does not exist.
   static std::vector<std::string> Traced(const std::string& buffer, Status* last_code = nullptr) {
     std::vector<TraceEntry> entries;
     if (trace_read(run_directory(), buffer, &entries) != kStatusOk) return {};

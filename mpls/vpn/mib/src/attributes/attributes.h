@@ -1,5 +1,5 @@
-// The attribute block: the daemon's private part of every VRF record of the record service. Read and written
-// on the main thread, without a lock.
+// The attribute block: the daemon's private part of every VRF record in the record service. Main thread only;
+// no lock.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@
 
 inline constexpr unsigned kMplsVpnFamilies = 2;  // element 0 IPv4, element 1 IPv6
 
-// What the daemon knows of a VRF beyond its membership. The record service hands the block over zero-filled
-// and keeps it as long as the record. The texts are heap copies; code that replaces one frees the old copy.
+// What the daemon stores about a VRF beyond its membership. The record service creates the block zero-filled
+// and retains it as long as the record. Texts are heap copies; code that replaces one frees the old copy.
 // Times are seconds since 1970-01-01 00:00:00 UTC.
 struct mpls_vpn_vrf_attr {
   char* rd;           // route distinguisher, may be null
@@ -30,7 +30,7 @@ struct mpls_vpn_vrf_attr {
   char* flowspec_export_route_policy[kMplsVpnFamilies];
 };
 
-// The block of a record. REQUIRES: record is not null, and was made after mpls_vpn_mib_vtab_init.
+// The block of a record. REQUIRES: record is not null and was created after mpls_vpn_mib_vtab_init.
 inline mpls_vpn_vrf_attr* mpls_vpn_vrf_attributes(const VtabVrfRecord* record) {
   return static_cast<mpls_vpn_vrf_attr*>(record->attributes);
 }

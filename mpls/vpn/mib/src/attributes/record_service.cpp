@@ -1,15 +1,13 @@
-// The daemon as a client of the record service. See record_service.h.
+// The daemon as a client of the record service.
 //
-// Registration announces the size of the attribute block and names the two callbacks. A VRF record comes into
-// being through the service or, when configuration names a VRF that the service does not hold yet, through
-// get_vrf_record; its vrf_id is 0 until the VRF is created, and what was configured meanwhile is kept in its
-// block.
+// Registration announces the size of the attribute block and names the two callbacks. The service creates a
+// VRF record; when configuration names a VRF that the service does not have yet, get_vrf_record creates it.
+// The record's vrf_id is 0 until the VRF is created, and its block stores what is configured meanwhile.
 //
-// A callback begins the access of its record, takes the database mutex inside it, and gives both back in
-// reverse. On the deletion of a VRF the block's texts are freed; the record with its numbers is the service's
-// to discard.
+// A callback begins the access of its record, takes the database mutex inside it, and releases both in
+// reverse order. When a VRF is deleted the block's texts are freed; the service discards the record.
 //
-// Everything on the main thread. The last-changed time is what mplsL3VpnVrfConfLastChanged (RFC 4382) shows.
+// Main thread only. mplsL3VpnVrfConfLastChanged (RFC 4382) is the last-changed time.
 #include "mpls/vpn/mib/src/attributes/record_service.h"
 
 #include <cstring>
@@ -76,7 +74,8 @@ void delete_checkpoint(const VtabVrfRecord* record) {
   if (rc != kStatusOk) mpls_vpn_report_failure(ERR, rc, "Could not delete VRF from checkpoint VRF");
 }
 
-// A VRF that is deleted while configuration names it goes back to a forward reference, without a deletion.
+// A VRF that is deleted while configuration names it becomes a forward reference again; no delete event
+// follows.
 bool became_forward_reference(const VtabVrfRecord* record) {
   return record->vrf_id == 0 && mpls_vpn_vrf_attributes(record)->chkpt_objid != 0;
 }
@@ -114,7 +113,7 @@ void handle_if_event(const char* if_name, const char* vrf_name, std::uint32_t fi
   const IfChange change = mpls_vpn_mib_if_change(first_code, second_code);
   if (change == IfChange::kNone) return;
   mpls_vpn_trace(kTraceVtab, kStatusOk, "interface %s of VRF %s %s", if_name, vrf_name,
-                 change == IfChange::kUp ? "came up" : "went down");
+                 change == IfChange::kUp ? "is up" : "is down");
   if (change == IfChange::kUp) {
     mpls_vpn_mib_trap_vrf_up(vrf_name, if_name, nullptr);
   } else {

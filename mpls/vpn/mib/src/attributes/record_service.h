@@ -1,8 +1,7 @@
-// The daemon as a client of the record service: the private attribute block in every VRF record, records
-// found or made by name, the time stamps, and the two callbacks.
+// The daemon as a client of the record service: the private attribute block in every VRF record, look-up and
+// creation of records by name, time stamps, and the two callbacks.
 //
-// Threads: everything on the main thread. The callbacks hold the record's access first and mpls_vpn_mutex
-// inside it.
+// Main thread only. The callbacks hold the record's access and take mpls_vpn_mutex inside it.
 #pragma once
 
 #include <cstdint>
@@ -15,19 +14,19 @@
 // service's own.
 [[nodiscard]] Status mpls_vpn_mib_vtab_init(EventManager* evm);
 
-// The VRF's record, made (as a forward reference, vrf_id 0) if there is none. Null when the record service's
-// database cannot be locked, unlocked again, or gives no record.
+// The VRF's record; creates it as a forward reference (vrf_id 0) if there is none. Null when the record
+// service's database cannot be locked or unlocked, or when the service creates no record.
 VtabVrfRecord* get_vrf_record(const char* vrf_name);
 
-// Stores the time of the platform clock in `field`, a time field of the record's block, and saves the VRF's
-// checkpoint record. Does nothing during the initial scan of a later run: the times of before hold.
-// REQUIRES: both not null.
+// Stores the platform clock's time in `field`, a time field of the record's block, and saves the VRF's
+// checkpoint record. Does nothing during the initial scan of a later run: the checkpointed times remain
+// valid. REQUIRES: both are not null.
 void update_timestamp(const VtabVrfRecord* record, std::uint32_t* field);
-// The same for conf_last_changed_time of the VRF, if the record service knows it. Makes no record.
+// The same for conf_last_changed_time of the VRF, if the record service has it. Creates no record.
 void update_vrf_last_changed(const char* vrf_name);
 
-// Which way an interface went, from the change codes of its two protocol states. One that came up with either
-// state is up, also when the other went down.
+// The direction of an interface event, from the change codes of its two protocol states. Up in either state
+// outweighs down in the other.
 enum class IfChange { kNone, kUp, kDown };
 IfChange mpls_vpn_mib_if_change(std::uint32_t first_code, std::uint32_t second_code);
 

@@ -204,7 +204,7 @@ TEST_F(VrfRecords, RecordOfAnUnknownVrfIsMadeAsAForwardReference) {
   EXPECT_EQ(get_vrf_record("green"), record);
 }
 
-TEST_F(VrfRecords, AttributesOfAForwardReferenceAreKeptWhenTheVrfIsCreated) {
+TEST_F(VrfRecords, AttributesOfAForwardReferenceRemainWhenTheVrfIsCreated) {
   VtabVrfRecord* record = get_vrf_record("green");
   ASSERT_NE(record, nullptr);
   text_replace(&mpls_vpn_vrf_attributes(record)->description, "customer");
@@ -386,7 +386,7 @@ TEST_F(RecordCallbacks, VrfCallbackThatCannotLockEndsTheAccess) {
   EXPECT_THAT(Prints(), ElementsAre("VTAB: VRF Callback event delete"));
 }
 
-TEST_F(RecordCallbacks, VrfCallbackGoesOnWhenItCannotUnlock) {
+TEST_F(RecordCallbacks, VrfCallbackContinuesWhenItCannotUnlock) {
   AddVrf("red");
   OnlyArea(DBASE);
   {
@@ -424,8 +424,8 @@ TEST_F(RecordCallbacks, InterfaceOfAVrfWhoseNameBeginsLikeDefaultIsNotIgnored) {
   LinkUp("ge1");
   Run();
   EXPECT_TRUE(Printed("VTAB: Interface ge0 Callback, vrf = default1"));
-  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge0 of VRF default1 came up"));
-  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge1 of VRF defaul came up"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge0 of VRF default1 is up"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge1 of VRF defaul is up"));
 }
 
 TEST_F(RecordCallbacks, InterfaceThatChangesIsSaidAndItsDirectionTraced) {
@@ -441,12 +441,12 @@ TEST_F(RecordCallbacks, InterfaceThatChangesIsSaidAndItsDirectionTraced) {
   Run();
   EXPECT_EQ(TimesPrinted("VTAB: Interface ge0 Callback, vrf = red"), 2U);
   const std::vector<std::string> traced = Traced("mpls_vpn/vtab");
-  EXPECT_THAT(traced, Contains("interface ge0 of VRF red came up").Times(1));
-  EXPECT_THAT(traced, Contains("interface ge0 of VRF red went down").Times(1));
+  EXPECT_THAT(traced, Contains("interface ge0 of VRF red is up").Times(1));
+  EXPECT_THAT(traced, Contains("interface ge0 of VRF red is down").Times(1));
   EXPECT_THAT(traced, Contains("callback of interface ge0").Times(2));
 }
 
-TEST_F(RecordCallbacks, FamilyThatCameUpCountsForMoreThanTheOneThatWentDown) {
+TEST_F(RecordCallbacks, FamilyThatIsUpOutweighsTheOneThatIsDown) {
   AddVrf("red");
   AddInterface("ge0", "red");
   AddAddress("ge0", "10.0.0.1/24");
@@ -455,11 +455,11 @@ TEST_F(RecordCallbacks, FamilyThatCameUpCountsForMoreThanTheOneThatWentDown) {
   SetOnlyAddress("ge0", "2001:db8::1/64");
   Run();
   const std::vector<std::string> traced = Traced("mpls_vpn/vtab");
-  EXPECT_THAT(traced, Contains("interface ge0 of VRF red came up").Times(2));
-  EXPECT_THAT(traced, Not(Contains("interface ge0 of VRF red went down")));
+  EXPECT_THAT(traced, Contains("interface ge0 of VRF red is up").Times(2));
+  EXPECT_THAT(traced, Not(Contains("interface ge0 of VRF red is down")));
 }
 
-TEST_F(RecordCallbacks, InterfaceOfWhichNothingIsToBeToldHasNoRecord) {
+TEST_F(RecordCallbacks, InterfaceWithoutAChangeToReportHasNoRecord) {
   OnlyArea(ERR);
   fault_arm("vtab_unlock_end_access_if_record", kStatusIo, 1, 0);
   EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
@@ -489,11 +489,11 @@ TEST_F(RecordCallbacks, InterfaceCallbackThatCannotLockEndsTheAccess) {
   }
   EXPECT_THAT(Prints(), ElementsAre("Error (if_cb): pthread mutex lock failed"));
   EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
-  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge0 of VRF red went down"));
-  EXPECT_THAT(Traced("mpls_vpn/vtab"), Not(Contains("interface ge0 of VRF red came up")));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge0 of VRF red is down"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Not(Contains("interface ge0 of VRF red is up")));
 }
 
-TEST_F(RecordCallbacks, InterfaceCallbackGoesOnWhenItCannotUnlock) {
+TEST_F(RecordCallbacks, InterfaceCallbackContinuesWhenItCannotUnlock) {
   AddVrf("red");
   AddInterface("ge0", "red");
   AddAddress("ge0", "10.0.0.1/24");
@@ -521,7 +521,7 @@ TEST_F(RecordCallbacks, InterfaceCallbackAnswersTheFailedEndOfItsAccess) {
             Failure("if_cb", "Error received from vtab_lock_end_access_if_record", kStatusIo));
 }
 
-TEST(InterfaceChange, OneStateThatCameUpCountsAsUp) {
+TEST(InterfaceChange, OneStateUpCountsAsUp) {
   EXPECT_EQ(mpls_vpn_mib_if_change(1, 0), IfChange::kUp);
   EXPECT_EQ(mpls_vpn_mib_if_change(0, 1), IfChange::kUp);
   EXPECT_EQ(mpls_vpn_mib_if_change(2, 1), IfChange::kUp);

@@ -1,15 +1,15 @@
-// Checkpoint records of VRFs. See checkpoint.h.
+// Checkpoint records of VRFs.
 //
-// A record is eight octets, the two times in seconds; its key is the VRF's id, which is stable across
-// restarts where names can change. The object id that the store gave a record is kept in the VRF's attribute
-// block, so that a deletion needs no look-up; a save looks it up by key, so that it finds the record of the
-// run before.
+// A record is eight octets, the two times in seconds. Its key is the VRF's id, which is stable across
+// restarts where names can change. The VRF's attribute block stores the object id that the store gave the
+// record, so that a deletion needs no look-up; a save looks the record up by key and so finds the one of an
+// earlier run.
 //
-// Written whenever a time changes; the store commits before anything leaves the process that could show the
-// new times. A first run is one that finds no records. During the initial scan of a later run nothing is
-// saved: what is announced then existed before, and its times are in the store.
+// A record is written whenever a time changes; the store commits before anything that could show the new
+// times leaves the process. A run that finds no records is a first run. During the initial scan of a later
+// run nothing is saved: what is announced then existed before, and its times are in the store.
 //
-// Main thread. O(1) a save, O(records) a restore.
+// Main thread. O(1) per save, O(records) per restore.
 #include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
@@ -42,7 +42,7 @@ std::uint32_t shown_id(std::uint64_t object_id) {
   return static_cast<std::uint32_t>(object_id);
 }
 
-Status told(const char* function, const char* what, Status rc) {
+Status reported(const char* function, const char* what, Status rc) {
   if (rc != kStatusOk) mpls_vpn_error(function, what, rc);
   return rc;
 }
@@ -52,7 +52,7 @@ Status told(const char* function, const char* what, Status rc) {
 Status create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes) {
   std::uint64_t object_id = 0;
   const Status rc =
-      told(kAdd, "chkpt_create", chkpt_create(creation_times, &vrf_id, sizeof vrf_id, &object_id));
+      reported(kAdd, "chkpt_create", chkpt_create(creation_times, &vrf_id, sizeof vrf_id, &object_id));
   if (rc != kStatusOk) return rc;
   attributes->chkpt_objid = object_id;
   mpls_vpn_debug(CHKPT, "Created new chkpt ObjId = 0x%x", shown_id(object_id));
@@ -64,7 +64,7 @@ Status find_or_create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes
   const Status rc = chkpt_mapkey(creation_times, &vrf_id, sizeof vrf_id, &object_id);
   if (rc == kStatusChkptKeyNotFound) return create_record(vrf_id, attributes);
   if (rc == kStatusOk) attributes->chkpt_objid = object_id;
-  return told(kAdd, "chkpt_mapkey", rc);
+  return reported(kAdd, "chkpt_mapkey", rc);
 }
 
 // --- Restoring
@@ -72,7 +72,7 @@ Status find_or_create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes
 struct RecordRead {
   std::uint32_t vrf_id;
   VrfTimes times;
-  std::size_t size;         // of the record's data, whatever was asked for
+  std::size_t size;         // of the record's data, which may differ from sizeof times
   std::uint64_t object_id;  // 0: there is no further record
 };
 
@@ -80,9 +80,9 @@ Status read_next(ChkptIterator* iterator, RecordRead* record) {
   *record = {};
   std::size_t key_size = sizeof record->vrf_id;
   record->size = sizeof record->times;
-  return told(kRestoreVrf, "chkpt_iterate_next",
-              chkpt_iterate_next(iterator, &record->vrf_id, &key_size, &record->times, &record->size,
-                                 &record->object_id));
+  return reported(kRestoreVrf, "chkpt_iterate_next",
+                  chkpt_iterate_next(iterator, &record->vrf_id, &key_size, &record->times, &record->size,
+                                     &record->object_id));
 }
 
 bool restore_vrf_data(const RecordRead& read) {
@@ -127,7 +127,7 @@ void restore_records(ChkptIterator* iterator, Counts* counts) {
     if (is_usable(read)) {
       ++counts->good;
     } else {
-      (void)told(kRestoreVrf, "chkpt_delete", chkpt_delete(creation_times, read.object_id));
+      (void)reported(kRestoreVrf, "chkpt_delete", chkpt_delete(creation_times, read.object_id));
     }
   }
 }
@@ -135,11 +135,12 @@ void restore_records(ChkptIterator* iterator, Counts* counts) {
 Status restore_vrfs() {
   mpls_vpn_debug(CHKPT, "Restoring VRF data from chkpt");
   ChkptIterator* iterator = nullptr;
-  const Status rc = told(kRestoreVrf, "chkpt_iterate_start", chkpt_iterate_start(creation_times, &iterator));
+  const Status rc =
+      reported(kRestoreVrf, "chkpt_iterate_start", chkpt_iterate_start(creation_times, &iterator));
   if (rc != kStatusOk) return rc;
   Counts counts{};
   restore_records(iterator, &counts);
-  (void)told(kRestoreVrf, "chkpt_iterate_end", chkpt_iterate_end(iterator));
+  (void)reported(kRestoreVrf, "chkpt_iterate_end", chkpt_iterate_end(iterator));
   mpls_vpn_report(CHKPT, kTraceChkpt,
                   "Checkpoint found a total of %d records. Good records = %d, stale record = %d.",
                   shown(counts.total), shown(counts.good), shown(counts.total - counts.good));
@@ -151,8 +152,8 @@ bool is_stored(std::uint32_t vrf_id) {
   return chkpt_mapkey(creation_times, &vrf_id, sizeof vrf_id, &object_id) == kStatusOk;
 }
 
-// "default" and VRFs that the membership service has not announced yet have no creation time. After a restore
-// that failed on its way there are records that no block knows of.
+// "default" and VRFs that the membership service has not announced yet have no creation time. After a partial
+// restore the store has records whose object ids no block has.
 bool is_without_record(const VtabVrfRecord* record) {
   const mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
   if (record->vrf_id == 0 || attributes->chkpt_objid != 0 || attributes->creation_time == 0) return false;
@@ -165,13 +166,13 @@ Status mpls_vpn_mib_chkpt_init(EventManager* evm) {
   mpls_vpn_debug(START, "Chkpt init");
   ChkptApplication application;
   chkpt_application_init(&application, kApplicationNumber, "mpls_vpn");
-  Status rc = told(kChkptInit, "chkpt_init", chkpt_init(&application, evm));
+  Status rc = reported(kChkptInit, "chkpt_init", chkpt_init(&application, evm));
   if (rc != kStatusOk) return rc;
   ChkptTableDescriptor descriptor;
   chkpt_table_init(&descriptor, 1, 1, sizeof(VrfTimes), 1, 0);
   bool had_contents = false;
-  rc = told(kChkptInit, "chkpt_register",
-            chkpt_register(&descriptor, kTableId, &creation_times, &had_contents));
+  rc = reported(kChkptInit, "chkpt_register",
+                chkpt_register(&descriptor, kTableId, &creation_times, &had_contents));
   if (rc != kStatusOk) return rc;
   first_run = had_contents ? 0 : 1;
   mpls_vpn_report(CHKPT, kTraceChkpt, "First run =%d", static_cast<int>(first_run));
@@ -191,7 +192,8 @@ Status mpls_vpn_mib_chkpt_vrf_save(std::uint32_t vrf_id, const VtabVrfRecord* re
   const Status rc = find_or_create_record(vrf_id, attributes);
   if (rc != kStatusOk) return rc;
   const VrfTimes times = {attributes->creation_time, attributes->conf_last_changed_time};
-  return told(kAdd, "chkpt_save", chkpt_save(creation_times, attributes->chkpt_objid, &times, sizeof times));
+  return reported(kAdd, "chkpt_save",
+                  chkpt_save(creation_times, attributes->chkpt_objid, &times, sizeof times));
 }
 
 Status mpls_vpn_mib_chkpt_vrf_delete(const VtabVrfRecord* record) {
@@ -204,14 +206,14 @@ Status mpls_vpn_mib_chkpt_vrf_delete(const VtabVrfRecord* record) {
     mpls_vpn_report_failure(ERR, kStatusNoSuchRow, "Attempt to delete from checkpoint with NULL objid");
     return kStatusOk;
   }
-  const Status rc = told(kDelete, "chkpt_delete", chkpt_delete(creation_times, attributes->chkpt_objid));
+  const Status rc = reported(kDelete, "chkpt_delete", chkpt_delete(creation_times, attributes->chkpt_objid));
   if (rc == kStatusOk) attributes->chkpt_objid = 0;
   return rc;
 }
 
 Status mpls_vpn_mib_chkpt_restore() {
   mpls_vpn_debug(START, "Restoring data from chkpt...");
-  const Status rc = told(__func__, kRestoreVrf, restore_vrfs());
+  const Status rc = reported(__func__, kRestoreVrf, restore_vrfs());
   if (rc == kStatusOk) mpls_vpn_debug(START, "...Restored data from chkpt");
   return rc;
 }

@@ -124,7 +124,7 @@ using CheckpointRestore = VrfCheckpoint;
 
 // --- Init
 
-TEST_F(CheckpointInit, FirstRunIsToldFromALaterOne) {
+TEST_F(CheckpointInit, FirstRunDiffersFromALaterOne) {
   EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 1U);
   AddVrf("red");
   Connect();
@@ -166,7 +166,7 @@ TEST_F(CheckpointInit, IsSaidAtStart) {
   EXPECT_THAT(Prints(), ElementsAre("Chkpt init"));
 }
 
-TEST_F(CheckpointInit, FailedStepIsToldAndReturned) {
+TEST_F(CheckpointInit, FailedStepIsReportedAndReturned) {
   for (const char* step : {"chkpt_init", "chkpt_register"}) {
     mpls_vpn_mib_chkpt_end();
     ListenForErrors();
@@ -285,7 +285,7 @@ TEST_F(CheckpointSave, FailedMappingSavesNothing) {
   }
 }
 
-TEST_F(CheckpointSave, FailedCreationIsToldAndTheVrfHasNoRecord) {
+TEST_F(CheckpointSave, FailedCreationIsReportedAndTheVrfHasNoRecord) {
   AddVrf("red");
   ListenForErrors();
   fault_arm("chkpt_create", kStatusIo);
@@ -299,7 +299,7 @@ TEST_F(CheckpointSave, FailedCreationIsToldAndTheVrfHasNoRecord) {
   EXPECT_NE(mpls_vpn_mib_get_vrf_node(true, "red"), nullptr);
 }
 
-TEST_F(CheckpointSave, FailedSaveIsTold) {
+TEST_F(CheckpointSave, FailedSaveIsReported) {
   AddVrf("red");
   Connect();
   ListenForErrors();
@@ -340,7 +340,7 @@ TEST_F(CheckpointDelete, DeletedVrfLosesItsRecord) {
   EXPECT_THAT(Stored(), ElementsAre(std::to_string(blue) + ": +0, none"));
 }
 
-TEST_F(CheckpointDelete, VrfThatWasNeverSavedIsToldAndNoFailure) {
+TEST_F(CheckpointDelete, VrfThatWasNeverSavedIsReportedWithoutFailure) {
   AddVrf("red");
   ListenForErrors();
   EXPECT_EQ(Delete("red"), kStatusOk);
@@ -348,7 +348,7 @@ TEST_F(CheckpointDelete, VrfThatWasNeverSavedIsToldAndNoFailure) {
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains("Attempt to delete from checkpoint with NULL objid"));
 }
 
-TEST_F(CheckpointDelete, FailureIsToldAndReturnedAndTheRecordKept) {
+TEST_F(CheckpointDelete, FailureIsReportedAndReturnedAndTheRecordRetained) {
   AddVrf("red");
   Connect();
   const std::uint64_t object_id = AttributesOf("red")->chkpt_objid;
@@ -434,7 +434,7 @@ TEST_F(CheckpointRestore, IsSaid) {
   EXPECT_THAT(Prints(), ElementsAre("Restoring data from chkpt...", "...Restored data from chkpt"));
 }
 
-TEST_F(CheckpointRestore, RecordOfAVrfThatIsGoneIsDeletedAndCountedAsStale) {
+TEST_F(CheckpointRestore, RecordOfADeletedVrfIsDeletedAndCountedAsStale) {
   const std::uint32_t red = AddVrf("red");
   const std::uint32_t blue = AddVrf("blue");
   Connect();
@@ -461,7 +461,7 @@ TEST_F(CheckpointRestore, RecordOfAnotherSizeIsDeletedAndCountedAsStale) {
   EXPECT_THAT(Stored(), ElementsAre(std::to_string(red) + ": +0, none"));
 }
 
-TEST_F(CheckpointRestore, RecordOfAnotherSizeThatCannotBeDeletedIsTold) {
+TEST_F(CheckpointRestore, RecordOfAnotherSizeThatCannotBeDeletedIsReported) {
   ListenForErrors();
   fault_arm("chkpt_delete", kStatusIo);
   RestartDaemon([this] { Write(900, "short"); });
@@ -469,7 +469,7 @@ TEST_F(CheckpointRestore, RecordOfAnotherSizeThatCannotBeDeletedIsTold) {
               ElementsAre("'VRF' rec_size mismatch, 5/8", Failure(kRestoreVrf, "chkpt_delete", kStatusIo)));
 }
 
-TEST_F(CheckpointRestore, FailedStartOfTheIterationIsToldTwiceAndReturned) {
+TEST_F(CheckpointRestore, FailedStartOfTheIterationIsReportedTwiceAndReturned) {
   ListenForErrors();
   const ScopedFault fault("chkpt_iterate_start", kStatusIo);
   EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusIo);
@@ -490,7 +490,7 @@ TEST_F(CheckpointRestore, FailedFetchEndsTheLoopAndNotTheStart) {
   EXPECT_EQ(Prints().back(), "Checkpoint found a total of 1 records. Good records = 1, stale record = 0.");
 }
 
-TEST_F(CheckpointRestore, FailedEndOfTheIterationIsToldAndNotReturned) {
+TEST_F(CheckpointRestore, FailedEndOfTheIterationIsReportedAndNotReturned) {
   ListenForErrors();
   const ScopedFault fault("chkpt_iterate_end", kStatusIo);
   EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusOk);
@@ -525,7 +525,7 @@ TEST_F(CheckpointRestore, VrfCreatedAfterTheScanOfALaterRunIsSaved) {
               ElementsAre(std::to_string(red) + ": +0, none", std::to_string(blue) + ": +30, none"));
 }
 
-TEST_F(CheckpointRestore, VrfThatCameWhileTheDaemonWasDownKeepsItsFirstTimeFromThenOn) {
+TEST_F(CheckpointRestore, VrfCreatedWhileTheDaemonWasDownKeepsItsFirstTimeFromThenOn) {
   const std::uint32_t red = AddVrf("red");
   Connect();
   std::uint32_t id = 0;
@@ -539,7 +539,7 @@ TEST_F(CheckpointRestore, VrfThatCameWhileTheDaemonWasDownKeepsItsFirstTimeFromT
   EXPECT_EQ(TimesOf("late"), "+20, none");
 }
 
-TEST_F(CheckpointRestore, VrfsThatCameAfterARunWithoutVrfsAreSavedWhenTheyAreAnnounced) {
+TEST_F(CheckpointRestore, VrfsCreatedAfterARunWithoutVrfsAreSavedWhenTheyAreAnnounced) {
   Connect();
   std::uint32_t id = 0;
   RestartDaemon([&] {
@@ -573,7 +573,7 @@ TEST_F(CheckpointRestore, RecordsThatAFailedFetchLeftUnreadKeepTheirTimes) {
   EXPECT_THAT(Stored(), ElementsAre(std::to_string(red) + ": +0, none", std::to_string(blue) + ": +0, none"));
 }
 
-TEST_F(CheckpointRestore, MissingRecordThatCannotBeSavedIsTold) {
+TEST_F(CheckpointRestore, MissingRecordThatCannotBeSavedIsReported) {
   AddVrf("red");
   Connect();
   ListenForErrors();

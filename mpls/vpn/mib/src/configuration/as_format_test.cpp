@@ -1,4 +1,4 @@
-// The format of AS numbers as it changes: what becomes of the texts that the daemon keeps.
+// Changes of the AS number format: the stored texts follow them.
 #include "mpls/vpn/mib/src/configuration/vrf_config_test_support.h"
 #include "platform/config/vrf_config.h"
 #include "platform/store/configuration/config.h"

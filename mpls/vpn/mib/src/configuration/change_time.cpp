@@ -1,9 +1,8 @@
-// When the configuration of a VRF last changed: the newest commits are loaded one by one, newest first, until
-// one has a change of the VRF's item.
+// Searches the newest commits, newest first: loads each one and looks for a change of the VRF's item.
 //
-// A utility of its own: the times that the MIB shows are those of the attribute record. The commits and the
-// target are the platform's and are given back on every way out; the timestamp belongs to the list of commits
-// and leaves as a copy. Main thread.
+// The MIB's times come from the attribute record, not from here. The commits and the target are the
+// platform's and are released on every return path; the timestamp belongs to the list of commits and is
+// returned as a copy. Main thread.
 #include "mpls/vpn/mib/src/configuration/change_time.h"
 
 #include <cstdint>

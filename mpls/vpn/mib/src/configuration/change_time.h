@@ -1,8 +1,8 @@
 // When the configuration of a VRF last changed, from the history of configuration commits. Main thread.
 #pragma once
 
-// The timestamp (UTC, "2026-11-21T10:27:09Z") of the newest of the last 15 commits that changed something of
-// the VRF's configuration, as a copy that the caller frees. Null when none did and after every failure, which
-// is reported: the caller cannot tell them apart. A name with which "gl/vmap/vrf/NAME" has more than 41
-// octets is looked for by the first of them; one with a '/' is taken for a path below another VRF's item.
+// The timestamp (UTC, "2026-11-21T10:27:09Z") of the newest of the last 15 commits that changed the VRF's
+// configuration, as a copy that the caller frees. Null if no commit did, and after a failure, which is
+// reported; the result does not distinguish the two. The search uses the first 41 octets of
+// "gl/vmap/vrf/NAME"; a name with a '/' is taken for a path below another VRF's item.
 [[nodiscard]] char* mpls_vpn_mib_cgfmgr_get_time(const char* vrf_name);

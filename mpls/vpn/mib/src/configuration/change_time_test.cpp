@@ -193,14 +193,14 @@ TEST_F(ConfigurationTime, FailedLoadIsTracedAndNotTakenForNotFound) {
       testing::Each(testing::Field(&TraceEntry::text, testing::Not(testing::HasSubstr("not found")))));
 }
 
-TEST_F(ConfigurationTime, FailedSearchOfACommitGoesOnToTheNext) {
+TEST_F(ConfigurationTime, FailedSearchOfACommitContinuesWithTheNext) {
   CommitVrf("red", "1");
   CommitVrf("red", "2");
   fault_arm("kvtree_event_find", kStatusIo);
   EXPECT_EQ(Seconds("red"), "01");
 }
 
-TEST_F(ConfigurationTime, FailedClearingIsReportedAndTheWalkGoesOn) {
+TEST_F(ConfigurationTime, FailedClearingIsReportedAndTheWalkContinues) {
   CommitVrf("red", "1");
   CommitVrf("blue", "1");
   fault_arm("cfgmgr_target_clear", kStatusNoMemory);
@@ -209,7 +209,7 @@ TEST_F(ConfigurationTime, FailedClearingIsReportedAndTheWalkGoesOn) {
   ExpectErrorTraced("Failed to clear cfgmgr target", kStatusNoMemory);
 }
 
-// The commit that has the item is cleared as well, after it was told.
+// The commit that has the item is cleared too, after it was found.
 TEST_F(ConfigurationTime, FailedClearingAfterTheLastCommitIsReportedAndTheTimeAnswered) {
   CommitVrf("red", "1");
   fault_arm("cfgmgr_target_clear", kStatusNoMemory);

@@ -1,8 +1,8 @@
-// For tests: the daemon registered with the data store, and its configuration as whoever configures the
-// router changes it: nodes set and deleted on whole paths.
+// For tests: the daemon registered with the data store, and configuration changes as nodes set and deleted by
+// full path.
 //
 // Configured<Base> registers in SetUp (Register() again after a restart, which replays what is set). Set...()
-// and Delete() change one node and deliver what follows.
+// and Delete() change one node and deliver the notifications that follow.
 #pragma once
 
 #include <cstdlib>

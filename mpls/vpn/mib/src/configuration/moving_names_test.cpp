@@ -179,7 +179,7 @@ TEST_F(MovingNames, RenameRaisesNoNotificationAndKeepsTheRow) {
 }
 
 // An interface of this name would not have been entered, so one that gets it leaves: its VRF is down.
-TEST_F(MovingNames, InterfaceThatGetsASubscribersNameLeavesAndComesBackUnderAnother) {
+TEST_F(MovingNames, InterfaceThatGetsASubscribersNameLeavesAndReturnsUnderAnother) {
   AddInterface("old", "red");
   AddAddress("old", "10.0.0.1/24");
   LinkUp("old");
@@ -213,7 +213,7 @@ TEST_F(MovingNames, RenameWithoutConfigurationDoesNotTouchTheVrf) {
   EXPECT_EQ(ChangedAt("red"), changed);
 }
 
-// A VRF that comes back under its name, and what the daemon knows of its times.
+// A VRF that is created again under its name, and its times in the daemon.
 class VrfMadeAgain : public MovingNames {
  protected:
   void MakeGreenAgain() {

@@ -1,4 +1,3 @@
-// See notify_args.h.
 #include "mpls/vpn/mib/src/configuration/notify_args.h"
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"

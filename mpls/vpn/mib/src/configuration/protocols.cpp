@@ -1,11 +1,11 @@
 // Counts of configured routing protocols.
 //
-// The handlers differ in where their path has the names and in what they count, so they are rows of a table.
-// Interface counts are changed under the database mutex, as the membership callbacks change the interface
-// database; VRF counts are the main thread's own.
+// The handlers differ in the positions of the names in their path and in what they count, so they are rows of
+// a table. Interface counts change under the database mutex, since the membership callbacks change the
+// interface database; VRF counts belong to the main thread.
 //
-// A count knows nothing of what it counted: an interface that leaves its VRF loses it, and comes back with
-// none. A removal then finds the count at 0, which is reported and changes nothing.
+// A count is only a number: an interface that leaves its VRF loses it and rejoins with 0. A later removal
+// then finds the count at 0, which is reported and changes nothing.
 #include "mpls/vpn/mib/src/configuration/protocols.h"
 
 #include <cstring>

@@ -1,10 +1,10 @@
 // Which routing protocols distribute routes over a VRF's interfaces (mplsL3VpnIfVpnRouteDistProtocol,
 // RFC 4382), counted from their configuration.
 //
-// Each configured item counts one; a protocol is in force while its count is not 0. Counts stand in the
-// interface's node, or in the VRF's attribute block for what is not bound to one interface, and stay between
-// 0 and 0xffffffff. What is configured for an interface or a VRF that is not there is not counted, and stays
-// so. Main thread.
+// Each configured item counts one; a protocol is effective while its count is not 0. Counts are in the
+// interface's node, or in the VRF's attribute block for items that are not bound to one interface, and stay
+// between 0 and 0xffffffff. An item for an interface or a VRF that does not exist is not counted, not even
+// when the interface or VRF is created later. Main thread.
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,8 @@
 // Routing protocols on the interfaces of VRFs: from nodes of the data store to the bits of the MIB's row.
 //
-// The handlers alone. In the process, the configuration references keep the record of a VRF that has
-// configuration and repeat the notifications of an interface that comes or of an item that is set again;
-// daemon/configured_vrfs_test.cpp has what is counted then.
+// The handlers alone. In the process, the configuration references retain the record of a VRF that has
+// configuration and repeat the notifications when an interface is added or an item is set again;
+// daemon/configured_vrfs_test.cpp covers what is counted then.
 #include "mpls/vpn/mib/src/configuration/protocols.h"
 
 #include <utility>
@@ -289,7 +289,7 @@ TEST_F(Protocols, VrfWhoseNameOnlyBeginsLikeDefaultIsCounted) {
   EXPECT_EQ(OfVrf(kProtocolBgp, "defaul"), 1U);
 }
 
-TEST_F(Protocols, InvalidProtocolIsTold) {
+TEST_F(Protocols, InvalidProtocolIsReported) {
   OnlyArea(ERR);
   set_vrf_protocol("red", 7, 0);
   set_interface_protocol("ge0", "red", 8, 0);
@@ -305,7 +305,7 @@ TEST_F(Protocols, LargestProtocolIsCounted) {
   EXPECT_EQ(OfVrf(6), 1U);
 }
 
-TEST_F(Protocols, HandlersAloneDoNotCountAnInterfaceThatComesLater) {
+TEST_F(Protocols, HandlersAloneDoNotCountAnInterfaceThatIsAddedLater) {
   SetText(rip_path("red", "ge1"), "");
   EXPECT_EQ(All(), 0U);
   AddInterface("ge1", "red");
@@ -324,7 +324,7 @@ TEST_F(Protocols, InterfaceOfAnotherVrfIsUnknown) {
   EXPECT_EQ(All(), 0U);
 }
 
-TEST_F(Protocols, HandlersAloneDoNotCountAVrfThatComesLater) {
+TEST_F(Protocols, HandlersAloneDoNotCountAVrfThatIsCreatedLater) {
   OnlyArea(ERR);
   SetText(bgp_path("blue"), "");
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("blue"), nullptr);
@@ -348,7 +348,7 @@ TEST_F(Protocols, InterfaceIsNotCountedWhenTheMutexCannotBeTaken) {
   EXPECT_EQ(OfInterface(kProtocolRip), 0U);
 }
 
-TEST_F(Protocols, FailedUnlockIsToldAndTheCountStands) {
+TEST_F(Protocols, FailedUnlockIsReportedAndTheCountIsChanged) {
   OnlyArea(DBASE);
   {
     const ScopedFault fault("pthread_mutex_unlock", kStatusIo);
@@ -409,7 +409,7 @@ TEST_P(ProtocolArguments, VrfNameIsLookedForFirst) {
   EXPECT_EQ(All(), 0U);
 }
 
-TEST_P(ProtocolArguments, InterfaceNameThatIsNullIsTold) {
+TEST_P(ProtocolArguments, InterfaceNameThatIsNullIsReported) {
   if (GetParam().interface < 0) return;
   const auto argument = static_cast<unsigned>(GetParam().interface);
   OnlyArea(ERR);

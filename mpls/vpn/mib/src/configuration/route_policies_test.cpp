@@ -81,7 +81,7 @@ TEST_F(RoutePolicies, RecordThatCannotBeMadeDropsTheChange) {
   EXPECT_THAT(Prints(), IsEmpty());
 }
 
-TEST_F(RoutePolicies, TextThatCannotBeCopiedIsToldAndTheFormerOneIsGone) {
+TEST_F(RoutePolicies, TextThatCannotBeCopiedIsReportedAndTheFormerOneIsRemoved) {
   SetText(export_policy_path("red"), "customers");
   ClearPrints();
   const ScopedFault fault("text_copy", kStatusNoMemory);
@@ -120,7 +120,7 @@ TEST_F(RoutePolicies, RemovalOfNoPolicyIsSaidAllTheSame) {
   EXPECT_THAT(Prints(), ElementsAre("Export route policy (null) removed from VRF red, AFI = 1, SAFI = 1"));
 }
 
-TEST_F(RoutePolicies, SetForAnUnknownVrfIsKeptAndRemovalMakesNoRecord) {
+TEST_F(RoutePolicies, SetForAnUnknownVrfIsStoredAndRemovalMakesNoRecord) {
   SetText(import_policy_path("blue"), "customers");
   EXPECT_EQ(PoliciesOf("blue")[0], "customers");
   const Arguments args = Arguments(0, 3).Text(0, "green").Number(1, 1).Number(2, 1);
@@ -150,7 +150,7 @@ TEST_F(RoutePolicies, SetCountsBeforeDeletion) {
   EXPECT_EQ(PoliciesOf("red")[0], "customers");
 }
 
-TEST_F(RoutePolicies, MissingArgumentsAreToldEach) {
+TEST_F(RoutePolicies, EachMissingArgumentIsReported) {
   OnlyArea(ERR);
   const char* const end = " in mpls_vpn_mib_route_policy_notify, line [0-9]+";
   mpls_vpn_mib_import_policy_notify(&kSet, Arguments(0, 3).Number(1, 1).Number(2, 1).Block());

@@ -1,12 +1,12 @@
 // Threshold events of the routing table.
 //
-// An event is an encoded record that names a routing table by its id, which leads to the VRF. The number of
-// routes is kept in the VRF's attribute block; while the maximum is exceeded, a flag there makes the re-issue
-// timer raise the notification again (mplsL3VpnVrfConfRteMxThrshTime, RFC 4382), with the threshold that is
-// configured, where the first one carries the threshold of the event.
+// An event is an encoded record with a routing table's id, which leads to the VRF. The VRF's attribute block
+// stores the number of routes. While the maximum is exceeded, a flag in the block makes the re-issue timer
+// raise the notification again (mplsL3VpnVrfConfRteMxThrshTime, RFC 4382). The first notification carries the
+// event's threshold, the repeated ones the configured threshold.
 //
-// The routing table is believed: a threshold that is cleared without having been exceeded is cleared all the
-// same. Main thread; no lock.
+// The routing table is authoritative: a clear event is applied even if the threshold was not exceeded before.
+// Main thread; no lock.
 #include "mpls/vpn/mib/src/configuration/threshold_events.h"
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
@@ -17,7 +17,8 @@
 
 namespace {
 
-// *record: the item's record, decoded. False, told, when it has none of this description.
+// Decodes the item's record into *record. False, after a report, when the item has no record of this
+// description.
 bool decode_item(const KvNotifyInfo* info, const ParcelDescription& description, const char* handler,
                  void* record) {
   const KvValue* item = info == nullptr ? nullptr : info->value;

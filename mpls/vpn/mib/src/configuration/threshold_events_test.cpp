@@ -37,13 +37,13 @@ class ThresholdEvents : public Configured<TrapTest> {
   std::uint32_t table_ = 0;
 };
 
-TEST_F(ThresholdEvents, MidThresholdCrossedIsKeptAndTold) {
+TEST_F(ThresholdEvents, MidThresholdCrossedIsStoredAndRaisesANotification) {
   MidExceeded(table_, 81, 80);
   EXPECT_EQ(AttributesOf("red")->curr_num_routes, 81U);
   EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnVrfRouteMidThreshExceeded red mid=80 routes=81"));
 }
 
-TEST_F(ThresholdEvents, MaximumThresholdCrossedIsKeptFlaggedAndTold) {
+TEST_F(ThresholdEvents, MaximumThresholdCrossedIsStoredAndFlaggedAndRaisesANotification) {
   Maximum(kExceeded, table_, 101, 100);
   EXPECT_EQ(AttributesOf("red")->curr_num_routes, 101U);
   EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 1U);
@@ -67,7 +67,7 @@ TEST_F(ThresholdEvents, AnythingButZeroIsCleared) {
   EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnNumVrfRouteMaxThreshCleared red high=100 routes=99"));
 }
 
-TEST_F(ThresholdEvents, ClearWithoutTheFlagIsToldAllTheSame) {
+TEST_F(ThresholdEvents, ClearWithoutTheFlagStillRaisesANotification) {
   Maximum(kCleared, table_, 99, 100);
   EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
   EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnNumVrfRouteMaxThreshCleared red high=100 routes=99"));
@@ -116,7 +116,7 @@ TEST_F(ThresholdEvents, ReissueTimerRepeatsTheMaximumWithTheConfiguredThresholdU
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(ThresholdEvents, DeletedEventIsNotTold) {
+TEST_F(ThresholdEvents, DeletedEventRaisesNoNotification) {
   Maximum(kExceeded, table_, 101, 100);
   Traps();
   ClearPrints();
@@ -142,7 +142,7 @@ TEST_F(ThresholdEvents, BothFamiliesOfAVrfAreFoundByTheirTables) {
 
 // --- What is not an event
 
-TEST_F(ThresholdEvents, ItemThatIsNoRecordIsTold) {
+TEST_F(ThresholdEvents, ItemThatIsNotARecordIsReported) {
   OnlyArea(ERR);
   SetText(kMid, "81");
   SetText(kMax, "101");
@@ -155,7 +155,7 @@ TEST_F(ThresholdEvents, ItemThatIsNoRecordIsTold) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(ThresholdEvents, MissingItemIsTold) {
+TEST_F(ThresholdEvents, MissingItemIsReported) {
   const RequestArgs args{};
   const KvNotifyInfo empty{"mid-thresh-exc", kKvEventSet, nullptr};
   OnlyArea(ERR);
@@ -181,7 +181,7 @@ TEST_F(ThresholdEvents, RecordOfAnotherTypeDoesNotDecode) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(ThresholdEvents, FailedDecodingIsToldAndChangesNothing) {
+TEST_F(ThresholdEvents, FailedDecodingIsReportedAndChangesNothing) {
   OnlyArea(ERR);
   {
     const ScopedFault fault("parcel_decode", kStatusIo, 1, 2);
@@ -200,7 +200,7 @@ TEST_F(ThresholdEvents, FailedDecodingIsToldAndChangesNothing) {
   EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
 }
 
-TEST_F(ThresholdEvents, FailedReleaseIsToldAfterTheEventWasTaken) {
+TEST_F(ThresholdEvents, FailedReleaseIsReportedAfterTheEventWasApplied) {
   OnlyArea(ERR);
   Disable(kTrapAll);  // notifications release records of their own
   {

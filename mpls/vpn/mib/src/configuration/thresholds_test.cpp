@@ -82,7 +82,7 @@ TEST_F(RouteThresholds, DeletionStoresNoThresholds) {
   EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_thresh_notify"));
 }
 
-TEST_F(RouteThresholds, SetOnAVrfThatDoesNotExistIsKeptForIt) {
+TEST_F(RouteThresholds, SetOnAVrfThatDoesNotExistIsStoredForIt) {
   SetPair(limit_path("blue", 1, 1), 100, 80);
   ASSERT_NE(vtab_get_vrf_record_by_vrf_name("blue"), nullptr);
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("blue")->vrf_id, 0U);
@@ -115,7 +115,7 @@ TEST_F(RouteThresholds, SetCountsBeforeDeletionAndNeitherIsNothing) {
   EXPECT_EQ(ChangedAt("red"), 0U);
 }
 
-TEST_F(RouteThresholds, TupleThatDoesNotUnpackIsToldAndLeavesNoThresholds) {
+TEST_F(RouteThresholds, TupleThatDoesNotUnpackIsReportedAndLeavesNoThresholds) {
   SetPair(limit_path("red", 1, 1), 100, 80);
   OnlyArea(ERR);
   ClearPrints();
@@ -143,7 +143,7 @@ TEST_F(RouteThresholds, RecordThatCannotBeMadeDropsTheChange) {
   EXPECT_TRUE(Printed("Error in get_vrf_record: Unable to lock VTAB database: Input/output error"));
 }
 
-TEST_F(RouteThresholds, MissingArgumentsAreToldEach) {
+TEST_F(RouteThresholds, EachMissingArgumentIsReported) {
   KvValue value;
   ASSERT_EQ(tuple_pack(&value, "%d%d", {7, 5}), kStatusOk);
   const KvNotifyInfo set{"table-prefix-limit", kKvEventSet, &value};

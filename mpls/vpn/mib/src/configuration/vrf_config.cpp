@@ -1,8 +1,8 @@
 // Handlers of VRF configuration.
 //
-// A notification is a path and, when something was set, a value. The path's arguments say which VRF it is
-// about; the VRF's record is found, or made for a set, and its attribute block changed. Texts in the block
-// are heap copies (text_replace). Main thread; attribute blocks and the route-target database need no lock.
+// A notification is a path and, for a set, a value. The path's arguments name the VRF. The handler looks up
+// the VRF's record, or creates it for a set, and changes its attribute block. Texts in the block are heap
+// copies (text_replace). Main thread; attribute blocks and the route-target database need no lock.
 #include "mpls/vpn/mib/src/configuration/vrf_config.h"
 
 #include <array>
@@ -23,14 +23,15 @@ void stamp_change(const VtabVrfRecord* record) {
   update_timestamp(record, &mpls_vpn_vrf_attributes(record)->conf_last_changed_time);
 }
 
-// Null for a set without a value, or with one that is no text.
+// Null for a set without a value, or with a value that is not a text.
 const char* text_of(const KvNotifyInfo* info) {
   const bool is_text = info->value != nullptr && info->value->type == KvValueType::kText;
   return is_text ? info->value->text.c_str() : nullptr;
 }
 
-// The slot's text becomes a copy of `text`; none is left when it cannot be copied, which is told.
-bool keep_text(char** slot, const char* text, const char* handler) {
+// Replaces the slot's text with a copy of `text`. False, after a report, without memory: the slot is then
+// empty.
+bool store_text(char** slot, const char* text, const char* handler) {
   text_replace(slot, text);
   if (text == nullptr || *slot != nullptr) return true;
   mpls_vpn_error(handler, "text_copy failed", kStatusNoMemory);
@@ -68,7 +69,7 @@ bool extract_target(const RequestArgs* args, RouteTarget* target) {
   return rc == kStatusOk;
 }
 
-// The database says why; one that is there already, as after a replay, is no harm.
+// The database reports a failure; an entry that exists already, as after a replay, is harmless.
 void insert_target(const RouteTarget& target) {
   const RtNode* node = mpls_vpn_mib_create_rt_wavl_node(target.vrf_name, target.type, target.value.data(),
                                                         target.afi, target.safi);
@@ -103,7 +104,7 @@ void set_policy(const KvNotifyInfo* info, const FamilyArguments& family, std::ui
   char** slot = record == nullptr ? nullptr : policy_slot(record, direction, family.afi);
   if (slot == nullptr) return;
   const char* policy = text_of(info);
-  if (!keep_text(slot, policy, "mpls_vpn_mib_route_policy_notify") || policy == nullptr) return;
+  if (!store_text(slot, policy, "mpls_vpn_mib_route_policy_notify") || policy == nullptr) return;
   mpls_vpn_debug(VTAB, "%s route policy %s configured for VRF %s, AFI = %u, SAFI = %u",
                  kDirections[direction], policy, family.vrf_name, family.afi, family.safi);
   trace_policy(family, direction);
@@ -130,7 +131,7 @@ bool is_unicast(const FamilyArguments& family) {
   return (family.afi == kAfiIpv4 || family.afi == kAfiIpv6) && family.safi == kSafiUnicast;
 }
 
-// A tuple that does not unpack leaves no thresholds.
+// The default thresholds (none) for a tuple that does not unpack.
 Thresholds thresholds_of(const KvNotifyInfo* info, const char* handler) {
   Thresholds thresholds{};
   const Status rc = tuple_unpack(info->value, "%d%d", {&thresholds.high, &thresholds.mid});
@@ -180,7 +181,7 @@ void mpls_vpn_mib_rd_notify(std::uint32_t set, const char* vrf_name, const char*
       mpls_vpn_shown(vrf_name), mpls_vpn_shown(rd));
   const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
   if (record == nullptr) return;
-  static_cast<void>(keep_text(&mpls_vpn_vrf_attributes(record)->rd, rd, __func__));
+  static_cast<void>(store_text(&mpls_vpn_vrf_attributes(record)->rd, rd, __func__));
   stamp_change(record);
 }
 
@@ -216,7 +217,7 @@ void mpls_vpn_mib_vrf_descr_notify(const KvNotifyInfo* info, const RequestArgs* 
     record = vtab_get_vrf_record_by_vrf_name(vrf_name);
   }
   if (record == nullptr) return;
-  static_cast<void>(keep_text(&mpls_vpn_vrf_attributes(record)->description, description, __func__));
+  static_cast<void>(store_text(&mpls_vpn_vrf_attributes(record)->description, description, __func__));
   stamp_change(record);
 }
 

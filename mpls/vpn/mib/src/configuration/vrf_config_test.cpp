@@ -15,7 +15,7 @@ using testing::Not;
 
 class RouteTargets : public VrfConfiguration {};
 
-TEST_F(RouteTargets, ImportAndExportAreKeptByTypeAndStampTheChange) {
+TEST_F(RouteTargets, ImportAndExportAreStoredByTypeAndStampTheChange) {
   OnlyArea(VTAB);
   SetText(import_path("red"), "");
   EXPECT_EQ(ChangedAt("red"), Now());
@@ -53,7 +53,7 @@ TEST_F(RouteTargets, DeletionForAnUnknownVrfMakesNoRecord) {
   EXPECT_FALSE(IsKnown("blue"));
 }
 
-TEST_F(RouteTargets, DuplicateIsToldAndStillStampsTheChange) {
+TEST_F(RouteTargets, DuplicateIsReportedAndStillStampsTheChange) {
   SetText(import_path("red"), "");
   PassSeconds(3);
   OnlyArea(VTAB);
@@ -66,7 +66,7 @@ TEST_F(RouteTargets, DuplicateIsToldAndStillStampsTheChange) {
   EXPECT_EQ(ChangedAt("red"), Now());
 }
 
-TEST_F(RouteTargets, NodeThatCannotBeMadeIsToldAndTheRecordIsStamped) {
+TEST_F(RouteTargets, NodeThatCannotBeMadeIsReportedAndTheRecordIsStamped) {
   const ScopedFault fault("calloc_tagged:RT node", kStatusNoMemory);
   SetText(import_path("blue"), "");
   EXPECT_TRUE(Printed("Could not insert RT in the WAVL tree"));
@@ -74,7 +74,7 @@ TEST_F(RouteTargets, NodeThatCannotBeMadeIsToldAndTheRecordIsStamped) {
   ExpectForwardReferenceStampedButNotCheckpointed("blue");
 }
 
-TEST_F(RouteTargets, DeletionOfWhatIsNotThereIsToldAndStampsTheChange) {
+TEST_F(RouteTargets, DeletionOfAnAbsentEntryIsReportedAndStampsTheChange) {
   SetText(import_path("red"), "");
   ASSERT_EQ(mpls_vpn_mib_delete_rt_wavl_node("red", kRtImport, "65000:100", 1, 1), 1);
   PassSeconds(3);
@@ -87,7 +87,7 @@ TEST_F(RouteTargets, DeletionOfWhatIsNotThereIsToldAndStampsTheChange) {
   EXPECT_EQ(ChangedAt("red"), Now());
 }
 
-TEST_F(RouteTargets, TargetThatIsNoneIsToldAndChangesNothing) {
+TEST_F(RouteTargets, InvalidTargetIsReportedAndChangesNothing) {
   OnlyArea(ERR);
   SetText(bgp_path("red") + "/ord_c/import-rt/7/0/65000/100/0.0.0.0/0/0", "");
   EXPECT_THAT(Prints(), ElementsAre("Error in rt_notify: Cannot extract RT: Invalid argument"));
@@ -98,7 +98,7 @@ TEST_F(RouteTargets, TargetThatIsNoneIsToldAndChangesNothing) {
   EXPECT_EQ(ChangedAt("red"), 0U);
 }
 
-TEST_F(RouteTargets, FailedExtractionIsToldAndMakesNoRecord) {
+TEST_F(RouteTargets, FailedExtractionIsReportedAndMakesNoRecord) {
   OnlyArea(ERR);
   const ScopedFault fault("bgp_vpn_extract_rt", kStatusIo);
   SetText(import_path("blue"), "");
@@ -126,7 +126,7 @@ TEST_F(RouteTargets, SetCountsBeforeDeletion) {
   EXPECT_THAT(TargetsOf("red"), ElementsAre("import 65000:100 1/1"));
 }
 
-TEST_F(RouteTargets, MissingVrfNameIsTold) {
+TEST_F(RouteTargets, MissingVrfNameIsReported) {
   OnlyArea(ERR);
   rt_notify(&kSet, Arguments(0, 10).Block(), kRtImport);
   rt_notify(&kSet, Arguments(0, 10).Text(0, nullptr).Block(), kRtExport);
@@ -153,7 +153,7 @@ TEST_F(RouteTargets, TheyOutliveTheirVrf) {
 
 class RouteDistinguishers : public VrfConfiguration {};
 
-TEST_F(RouteDistinguishers, SetInTheRouterIsKeptAndStamped) {
+TEST_F(RouteDistinguishers, SetInTheRouterIsStoredAndStamped) {
   OnlyArea(VTAB);
   ChangeRd("red", "65000:1");
   EXPECT_EQ(RdOf("red"), "65000:1");
@@ -195,7 +195,7 @@ TEST_F(RouteDistinguishers, ForwardReferenceKeepsItAndIsStampedWithoutACheckpoin
   ExpectForwardReferenceStampedButNotCheckpointed("blue");
 }
 
-TEST_F(RouteDistinguishers, TextThatCannotBeCopiedIsToldAndTheFormerOneIsGone) {
+TEST_F(RouteDistinguishers, TextThatCannotBeCopiedIsReportedAndTheFormerOneIsRemoved) {
   mpls_vpn_mib_rd_notify(1, "red", "65000:1");
   PassSeconds(3);
   OnlyArea(ERR);
@@ -228,7 +228,7 @@ TEST_F(RdRegistration, WhatIsThereIsKnownAtOnceAndARestartMovesNothing) {
   EXPECT_STREQ(AttributesOf("blue")->rd, "65000:200") << "and of a VRF that is created later";
 }
 
-TEST_F(RdRegistration, FailureIsToldAndStartUpGoesOn) {
+TEST_F(RdRegistration, FailureIsReportedAndStartUpContinues) {
   OnlyArea(ERR);
   ClearPrints();
   const ScopedFault fault("bgp_vpn_rd_register_cb", kStatusIo);
@@ -238,14 +238,14 @@ TEST_F(RdRegistration, FailureIsToldAndStartUpGoesOn) {
   EXPECT_THAT(Traced("mpls_vpn/error"),
               Contains("mpls_vpn_mib_prov_init: Failed to register RD callback fn"));
   EXPECT_EQ(backend_scan_in_progress, 0U);
-  EXPECT_NE(parcel_find("mpls_vpn_vrf"), nullptr) << "what comes after it";
+  EXPECT_NE(parcel_find("mpls_vpn_vrf"), nullptr) << "registered after it";
 }
 
 // --- Description
 
 class Descriptions : public VrfConfiguration {};
 
-TEST_F(Descriptions, SetIsKeptAndStamped) {
+TEST_F(Descriptions, SetIsStoredAndStamped) {
   OnlyArea(VTAB);
   SetText(description_path("red"), "the red customer");
   EXPECT_EQ(DescriptionOf("red"), "the red customer");
@@ -268,7 +268,7 @@ TEST_F(Descriptions, SetWithoutAValueClears) {
   EXPECT_EQ(DescriptionOf("red"), "(null)");
 }
 
-TEST_F(Descriptions, SetForAnUnknownVrfIsKeptUntilItIsCreated) {
+TEST_F(Descriptions, SetForAnUnknownVrfIsStoredUntilItIsCreated) {
   SetText(description_path("blue"), "the blue customer");
   ExpectForwardReferenceStampedButNotCheckpointed("blue");
   AddVrf("blue");
@@ -303,7 +303,7 @@ TEST_F(Descriptions, RecordThatCannotBeMadeDropsTheChange) {
               ElementsAre("Error in get_vrf_record: Unable to lock VTAB database: Input/output error"));
 }
 
-TEST_F(Descriptions, TextThatCannotBeCopiedIsToldAndTheFormerOneIsGone) {
+TEST_F(Descriptions, TextThatCannotBeCopiedIsReportedAndTheFormerOneIsRemoved) {
   SetText(description_path("red"), "the red customer");
   PassSeconds(3);
   OnlyArea(ERR);
@@ -324,20 +324,20 @@ TEST_F(Descriptions, NameOfTheVrfIsDecoded) {
   EXPECT_EQ(DescriptionOf("a b/c"), "odd");
 }
 
-TEST_F(Descriptions, NameThatNoVrfCanHaveIsToldAndMakesNoRecord) {
+TEST_F(Descriptions, NameThatNoVrfCanHaveIsReportedAndMakesNoRecord) {
   OnlyArea(ERR);
   const std::string too_long(router::kVrfNameMax + 1, 'v');
-  SetText(description_path(""), "nobody");
-  SetText(description_path(too_long), "nobody");
+  SetText(description_path(""), "unused");
+  SetText(description_path(too_long), "unused");
   const std::string line = "vtab_create_vrf_record() returned NULL record";
   EXPECT_THAT(Prints(), ElementsAre(line, line));
   EXPECT_FALSE(IsKnown(""));
   EXPECT_FALSE(IsKnown(too_long.c_str()));
 }
 
-TEST_F(Descriptions, MissingVrfNameIsTold) {
+TEST_F(Descriptions, MissingVrfNameIsReported) {
   OnlyArea(ERR);
-  SetText(description_path("-"), "nobody");
+  SetText(description_path("-"), "unused");
   mpls_vpn_mib_vrf_descr_notify(&kSet, Arguments(0, 1).Text(0, nullptr).Block());
   EXPECT_THAT(
       Prints(),
@@ -350,7 +350,7 @@ TEST_F(Descriptions, MissingVrfNameIsTold) {
 
 // --- Replay
 
-TEST_F(VrfConfiguration, EverythingComesBackWithTheReplayOfALaterRunUnstamped) {
+TEST_F(VrfConfiguration, ReplayOfALaterRunRestoresEverythingUnstamped) {
   SetText(import_path("red"), "");
   SetText(export_path("red"), "");
   SetText(import_policy_path("red"), "customers");

@@ -1,5 +1,5 @@
-// For tests: VRF configuration as nodes of the data store, and what it leaves in the VRF's attribute block
-// and in the route-target database. VRF "red" exists, as if it had never been changed.
+// For tests: VRF configuration as nodes of the data store, the VRF's attribute block and the route-target
+// database. VRF "red" exists and has never been changed.
 #pragma once
 
 #include <string>

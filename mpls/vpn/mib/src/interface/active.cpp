@@ -1,8 +1,9 @@
-// The active-interface test: a VRF is operationally up while one of its interfaces is active (RFC 4382,
-// mplsL3VpnVrfOperStatus), and an interface is active when it can carry packets of a family: the protocol is
-// up on it and it has an address. IPv4 decides first; IPv6 is looked at only when IPv4 does not suffice.
+// The active-interface test. A VRF is operationally up while one of its interfaces is active (RFC 4382,
+// mplsL3VpnVrfOperStatus); an interface is active when it can carry packets of a family, that is when the
+// protocol is up on it and it has an address. IPv4 decides first; IPv6 is tested only if IPv4 does not
+// suffice.
 //
-// No state; main thread. Only the first IPv6 address is looked at.
+// Main thread. Only the first IPv6 address is tested.
 #include "mpls/vpn/mib/src/interface/active.h"
 
 #include <algorithm>

@@ -92,7 +92,7 @@ TEST_F(ActiveInterface, Ipv6DecidesWhenIpv4IsDown) {
   EXPECT_FALSE(IsActiveWithStates(2, 4));
 }
 
-TEST_F(ActiveInterface, FailingAddressLookUpIsNoAddress) {
+TEST_F(ActiveInterface, FailingAddressLookUpCountsAsNoAddress) {
   LinkUp("ge0");
   AddAddress("ge0", "192.0.2.1/24");
   Run();

@@ -1,10 +1,10 @@
-// The interface index by name, through a list of all indexes that is fetched once.
+// The interface index by name, through a list of all indexes that is fetched at most once per process.
 //
-// When the daemon starts, every interface joins its VRF at once. The first index that the service gives makes
-// this file fetch the whole list; the joins that follow read it. The first lookup that does not find its name
-// (a new interface), or that reaches an entry without a value (the service clears the entry of an interface
-// that is removed, renamed or has another index), drops the list for good: from then on every lookup asks the
-// service. So the list is fetched at most once in the life of the process.
+// When the daemon starts, every interface joins its VRF at once. The first index that the service returns
+// makes this file fetch the whole list; the joins that follow read it. The list is discarded for good at the
+// first look-up that does not find its name (a new interface), or that reaches an entry without a value (the
+// service clears the entry of an interface that is removed, renamed or has another index). From then on every
+// look-up asks the service.
 //
 // Main thread, outside the database mutex.
 #include <cstring>
@@ -26,8 +26,8 @@ void drop_list() {
   index_list = nullptr;
 }
 
-// Where reading from the start for this name ends: at its entry, or sooner at one that makes no sense. False
-// then, and when the list ends before. A sequential read of each look-up would make start-up quadratic.
+// Reads the list up to the entry of this name. False at an entry without a value, and at the end of the list.
+// Reading sequentially, and not from the start at each look-up, keeps start-up from being quadratic.
 bool read_until(const char* if_name, std::uint32_t* if_index) {
   const char* name = nullptr;
   const void* value = nullptr;
@@ -38,7 +38,7 @@ bool read_until(const char* if_name, std::uint32_t* if_index) {
   return true;
 }
 
-// True with the index when the held list has the name; otherwise the list is gone.
+// True with the index if the list has the name; otherwise the list is discarded.
 bool find_in_list(const char* if_name, std::uint32_t* if_index) {
   const Status rc = kvtree_datalist_start(index_list);
   if (rc != kStatusOk) {

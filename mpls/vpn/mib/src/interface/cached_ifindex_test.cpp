@@ -71,13 +71,13 @@ TEST_F(CachedIfindex, ListThatCannotBeStartedIsDropped) {
   EXPECT_EQ(fault_reached("ifname_to_index"), 2U);
   ClearPrints();
   mpls_vpn_cached_ifname_to_index("ge1");
-  EXPECT_EQ(fault_reached("ifname_to_index"), 3U) << "the list is gone";
+  EXPECT_EQ(fault_reached("ifname_to_index"), 3U) << "the list is discarded";
   EXPECT_THAT(Prints(), IsEmpty());
 }
 
 TEST_F(CachedIfindex, ListWithAnEntryWithoutAValueIsDroppedByTheLookupThatReachesIt) {
   AddInterface("ge2");
-  for (const char* name : {"ge1", "ge2"}) {  // the entry itself, and one behind it
+  for (const char* name : {"ge1", "ge2"}) {  // the entry itself, and a later one
     mpls_vpn_mib_membership_end();           // a new list
     fault_arm("ifindex_list_entry", kStatusIo, 2);
     mpls_vpn_cached_ifname_to_index("ge0");
@@ -87,7 +87,7 @@ TEST_F(CachedIfindex, ListWithAnEntryWithoutAValueIsDroppedByTheLookupThatReache
     EXPECT_EQ(mpls_vpn_cached_ifname_to_index(name), IndexOf(name));
     EXPECT_EQ(fault_reached("ifname_to_index"), 1U) << name;
     EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge0"), IndexOf("ge0"));
-    EXPECT_EQ(fault_reached("ifname_to_index"), 2U) << "the list is gone";
+    EXPECT_EQ(fault_reached("ifname_to_index"), 2U) << "the list is discarded";
   }
 }
 
@@ -123,7 +123,7 @@ TEST_F(CachedIfindex, InterfaceWhoseIndexChangesHasItsNewIndex) {
   EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge1"), 77U);
 }
 
-TEST_F(CachedIfindex, InterfaceThatIsGoneHasNoIndex) {
+TEST_F(CachedIfindex, RemovedInterfaceHasNoIndex) {
   mpls_vpn_cached_ifname_to_index("ge0");
   RemoveInterface("ge1");
   EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge1"), 0U);
@@ -135,7 +135,7 @@ TEST_F(CachedIfindex, LookupThatReachesAChangedInterfaceDropsTheListForGood) {
   Rename("ge1", "renamed");
   fault_arm("ifname_to_index", kStatusIo, 1'000'000);  // counts from here
   EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge0"), IndexOf("ge0"));
-  EXPECT_EQ(fault_reached("ifname_to_index"), 0U) << "ge0 stands before the changed entry";
+  EXPECT_EQ(fault_reached("ifname_to_index"), 0U) << "ge0 precedes the changed entry";
   EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge2"), IndexOf("ge2"));
   EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge0"), IndexOf("ge0"));
   EXPECT_EQ(fault_reached("ifname_to_index"), 2U);

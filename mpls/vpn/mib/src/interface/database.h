@@ -1,15 +1,15 @@
 // Interface database: one node for every interface that the membership service placed in a VRF.
 //
 // One set of nodes in two orderings: by (VRF name, interface index), the index order of the MIB's interface
-// table (mplsL3VpnIfConfTable, RFC 4382), and by interface handle, under which membership events arrive. An
-// interface may be known by handle before its index or name can be resolved: such a node is in the handle
-// ordering only (no index) or lacks its name, and the database is DIRTY until the repair pass completes it.
-// Every lookup begins with that pass, which does nothing while the database is clean.
+// table (mplsL3VpnIfConfTable, RFC 4382), and by interface handle, the key of membership events. An interface
+// may be known by handle before its index or name can be resolved. Its node is then in the handle ordering
+// only (no index) or lacks its name, and the database is DIRTY until the repair pass completes the node.
+// Every look-up begins with that pass, which does nothing while the database is clean.
 //
 // Ownership: nodes belong to the database; a node and its two texts stay valid until the node is deleted.
-// Nodes in the VRF ordering are deleted by joins and leaves only, never by a lookup, so that they can serve
-// as cursors and their names as keys; a node found by handle that has no index yet may go with the next
-// lookup.
+// Only joins and leaves delete nodes of the VRF ordering, look-ups never do, so such a node can serve as a
+// cursor and its name as a key. A node found by handle that has no index yet may be deleted by the next
+// look-up.
 //
 // Threads: changed under mpls_vpn_mutex, read without it, all on the main thread.
 #pragma once
@@ -35,7 +35,7 @@ struct IfNode {
   std::uint32_t vrf_up_trap_sent;    // 0 or 1
 };
 
-// Makes the empty database. The tree's status. Once, at start-up, before the membership connection opens.
+// Creates the empty database. The tree's status. Once, at start-up, before the membership connection opens.
 [[nodiscard]] Status mpls_vpn_mib_if_dbase_init();
 // Frees every node and makes the database clean and empty. For tests that start the daemon again.
 void mpls_vpn_mib_if_dbase_end();
@@ -76,11 +76,11 @@ IfNode* mpls_vpn_mib_if_dbase_next(const IfNode* node);
 
 // --- Diagnostics
 
-// Prints every node of the VRF ordering as it stands; no repair.
+// Prints every node of the VRF ordering; no repair.
 void mpls_vpn_mib_if_dbase_walk();
 // 0, or kStatusInvalidNode when the VRF name or the interface name is missing.
 [[nodiscard]] Status mpls_vpn_mib_if_node_validate(const IfNode* node);
-// Always 1 (go on walking).
+// Always 1 (the walk continues).
 int mpls_vpn_mib_if_node_print(const IfNode* node);
 
 // --- Repair
@@ -97,5 +97,5 @@ bool mpls_vpn_mib_if_dbase_is_dirty();
 
 // The interface's name from the interface manager, or null. The text is valid until the next call.
 const char* mpls_vpn_get_interface_name(std::uint32_t if_handle);
-// Gives the interface manager's connection back. For tests that start the daemon again.
+// Releases the interface manager's connection. For tests that start the daemon again.
 void mpls_vpn_interface_name_end();

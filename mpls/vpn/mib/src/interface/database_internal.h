@@ -1,4 +1,4 @@
-// What the three sources of the interface database share. Not for other files.
+// Shared by the sources of the interface database. Not for other files.
 #pragma once
 
 #include "mpls/vpn/mib/src/interface/database.h"

@@ -74,7 +74,7 @@ TEST_F(IfDatabase, NodeWithoutIndexIsKnownByHandleOnlyAndSetsDirty) {
   EXPECT_EQ(mpls_vpn_mib_get_if(false, "red", 0), nullptr);
 }
 
-TEST_F(IfDatabase, NodeWithIndexButWithoutNameIsKeptAndDoesNotSetDirty) {
+TEST_F(IfDatabase, NodeWithIndexButWithoutNameIsStoredAndDoesNotSetDirty) {
   const IfNode* node = CreateIf("red", 7, nullptr, 0x10);
   ASSERT_NE(node, nullptr);
   EXPECT_FALSE(mpls_vpn_mib_if_dbase_is_dirty());
@@ -222,7 +222,7 @@ TEST_F(IfDatabase, WalkPrintsEveryNodeOfTheVrfOrdering) {
                   "End walk"));
 }
 
-TEST_F(IfDatabase, PrintOfANodeAlwaysGoesOn) {
+TEST_F(IfDatabase, PrintOfANodeAlwaysContinuesTheWalk) {
   IfNode node{};
   node.if_handle = 0x9;
   EXPECT_EQ(mpls_vpn_mib_if_node_print(&node), 1);

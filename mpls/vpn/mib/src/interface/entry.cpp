@@ -1,11 +1,10 @@
 // Answers for the VRF interface table.
 //
-// A row is made from an interface-database node and, for the routing protocols, from the VRF's attribute
-// block: the column is a BITS value (RFC 2578, section 7.1.4) in which protocol k is bit k, counted from the
-// most significant bit of the octet; a protocol counts when it is enabled on the interface or in the whole
-// VRF.
+// A row is built from an interface-database node and, for the routing protocols, from the VRF's attribute
+// block. The column is a BITS value (RFC 2578, section 7.1.4): protocol k is bit k, counted from the most
+// significant bit of the octet, and is set when it is enabled on the interface or in the whole VRF.
 //
-// Main thread; nothing is kept between requests. The row owns its texts until it is encoded.
+// Main thread. The row owns its texts until it is encoded.
 #include "mpls/vpn/mib/src/interface/entry.h"
 
 #include <cstdlib>
@@ -101,7 +100,7 @@ Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node) {
 }
 
 Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args) {
-  // An empty name is an argument like any other: the key before all others, where a walk of the table begins.
+  // An empty name is valid: it is the smallest key, with which a walk of the table begins.
   if (kvtree_absent(args, 0)) return refuse_missing_argument(0);
   if (kvtree_absent(args, 1)) return refuse_missing_argument(1);
   const char* vrf_name = args->arg[0].text;

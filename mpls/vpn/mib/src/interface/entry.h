@@ -15,7 +15,7 @@
 // of those are read by "next" alone. Main thread.
 Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args);
 
-// The row of a node. Texts are heap copies; a text that the node lacks is reported and stays null.
-// kStatusNoMemory, reported, with nothing in the row, when a text cannot be copied: a row without its VRF
-// name would send a reader that goes on from it back to the beginning of the table.
+// The row of a node. Texts are heap copies; a text that the node lacks is reported and stays null. When a
+// text cannot be copied: kStatusNoMemory, reported, and an empty row. A row without its VRF name would send a
+// reader that continues from it to the beginning of the table.
 [[nodiscard]] Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node);

@@ -69,7 +69,7 @@ TEST_F(InterfaceRow, NextReadAnswersTheKeyItself) {
   EXPECT_EQ(Key(), "red/1");
 }
 
-TEST_F(InterfaceRow, NextReadGoesOnWithTheFollowingKey) {
+TEST_F(InterfaceRow, NextReadAnswersTheFollowingKey) {
   AddVrf("red");
   AddVrf("blue");
   AddInterface("ge0", "red");
@@ -89,7 +89,7 @@ TEST_F(InterfaceRow, NextReadOrdersShorterNamesFirst) {
   EXPECT_EQ(Key(), "vrf9/2");
 }
 
-TEST_F(InterfaceRow, NextReadPastEveryEntryIsNoSuchRow) {
+TEST_F(InterfaceRow, NextReadPastEveryEntryAnswersNoSuchRow) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Connect();
@@ -109,7 +109,7 @@ TEST_F(InterfaceRow, NextReadSkipsInterfacesOfVrfsThatDoNotExist) {
   EXPECT_EQ(Key(), "reds/2");
 }
 
-TEST_F(InterfaceRow, ExactReadOfInterfaceInKnownVrfIsNoSuchRow) {
+TEST_F(InterfaceRow, ExactReadOfInterfaceInKnownVrfAnswersNoSuchRow) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Connect();
@@ -191,7 +191,7 @@ TEST_F(InterfaceRow, InterfaceOfAnInvalidVrfIsSaidByTheProvider) {
   });
 }
 
-TEST_F(InterfaceRow, ExactReadInDefaultIsNoSuchRowWithoutAWord) {
+TEST_F(InterfaceRow, ExactReadInDefaultAnswersNoSuchRowWithoutAPrint) {
   AddInterface("ge0");
   Connect();
   CreateIf("default", 7, "ge0", 900);
@@ -201,7 +201,7 @@ TEST_F(InterfaceRow, ExactReadInDefaultIsNoSuchRowWithoutAWord) {
                                     "<vrf name = default, if_index = 7>"));
 }
 
-TEST_F(InterfaceRow, ExactReadInAVrfWithoutARecordIsNoSuchRow) {
+TEST_F(InterfaceRow, ExactReadInAVrfWithoutARecordAnswersNoSuchRow) {
   CreateIf("far", 7, "ge0", 900);
   OnlyProviderAndErrors();
   EXPECT_EQ(Read(kExact, "far", 7), kStatusNoSuchRow);
@@ -211,7 +211,7 @@ TEST_F(InterfaceRow, ExactReadInAVrfWithoutARecordIsNoSuchRow) {
   EXPECT_EQ(code, kStatusNoSuchRow);
 }
 
-TEST_F(InterfaceRow, ExactReadInAForwardReferenceIsNoSuchRow) {
+TEST_F(InterfaceRow, ExactReadInAForwardReferenceAnswersNoSuchRow) {
   NameVrf("later");
   Run();
   ASSERT_NE(vtab_get_vrf_record_by_vrf_name("later"), nullptr);
@@ -279,14 +279,14 @@ TEST_F(RowFilling, ProtocolsOfAForwardReferenceCountToo) {
   EXPECT_EQ(row_.protocol, 0x04);
 }
 
-TEST_F(RowFilling, WithoutAVrfRecordTheInterfacesProtocolsStand) {
+TEST_F(RowFilling, WithoutAVrfRecordTheInterfacesProtocolsRemain) {
   IfNode* node = CreateIf("far", 7, "ge0", 900);
   node->protocol_count[0] = 1;
   Fill(*node);
   EXPECT_EQ(row_.protocol, 0x80);
 }
 
-TEST_F(RowFilling, MissingNamesAreToldAndStayEmpty) {
+TEST_F(RowFilling, MissingNamesAreReportedAndStayEmpty) {
   IfNode node{};
   node.if_index = 9;
   OnlyArea(ERR);
@@ -326,7 +326,7 @@ TEST_F(RowEncoding, FailureLeavesTheReplyAndSpendsTheRecord) {
                                     "Message exceeds the size bound"));
 }
 
-TEST_F(RowEncoding, FailedReleaseIsToldAndTheAnswerStands) {
+TEST_F(RowEncoding, FailedReleaseIsReportedAndTheAnswerIsSent) {
   FillRow();
   OnlyArea(ERR);
   ClearPrints();

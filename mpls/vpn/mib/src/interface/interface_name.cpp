@@ -1,8 +1,8 @@
 // The name of an interface, asked from the interface manager by handle.
 //
-// One connection and one name buffer for the process, both of the main thread. An interface manager that
-// restarts forgets its clients; the answer "stale connection" is met by binding again, as often as it comes.
-// A bind that succeeds is fresh, so that the loop ends.
+// One connection and one name buffer for the process, both of the main thread. A restarted interface manager
+// does not know its clients and answers "stale connection"; each such answer makes this file bind again. A
+// successful bind is never stale, so the loop ends.
 #include <array>
 
 #include "mpls/vpn/mib/src/interface/database.h"

@@ -1,11 +1,10 @@
-// Lookups of the interface database. Each runs the repair pass once, then reads the tree as it stands; the
-// helpers in the anonymous namespace run no repair, so that a walk over a database that cannot be repaired
-// costs one pass and not one for each of its steps.
+// Look-ups of the interface database. Each runs the repair pass once and then reads the tree without further
+// repair: the helpers in the anonymous namespace never repair, so that a walk over a database that cannot be
+// repaired costs one pass and not one per step.
 //
-// Two kinds of answer go together here. Interfaces of one VRF are a run of nodes with the same name in the
-// VRF ordering, from (name, 0) on. A VRF is "invalid" when it has such a run but the record service has no
-// record of the name, or only a forward reference (vrf_id 0): its interfaces are in no row of the MIB's
-// tables.
+// Interfaces of one VRF are a run of nodes with the same name in the VRF ordering, from (name, 0) on. A VRF
+// is "invalid" if it has such a run but the record service has no record of the name, or only a forward
+// reference (vrf_id 0): its interfaces are in no row of the MIB's tables.
 //
 // Main thread, without the database mutex (or, inside a join or leave, with it: then nothing is repaired).
 #include <cstring>
@@ -56,7 +55,7 @@ IfNode* report_found(const char* function, IfNode* node) {
   return node;
 }
 
-// True, after saying so, when the walk of `function` must end at this node.
+// True, after a print, when the walk of `function` must end at this node.
 bool ends_walk(const IfNode* node, const char* function) {
   if (mpls_vpn_mib_if_node_validate(node) == kStatusOk) return false;
   mpls_vpn_report_failure(DBASE, kStatusInvalidNode, "Invalid node found by %s", function);
@@ -64,7 +63,7 @@ bool ends_walk(const IfNode* node, const char* function) {
 }
 
 // mpls_vpn_mib_get_if without the repair.
-IfNode* get_if_as_it_stands(bool exact, const char* vrf_name, std::uint32_t if_index) {
+IfNode* get_if_unrepaired(bool exact, const char* vrf_name, std::uint32_t if_index) {
   static constexpr const char* kFunction = "mpls_vpn_mib_get_if";
   IfNode* node = search_by_vrf(exact, vrf_name, if_index);
   if (node == nullptr) {
@@ -110,7 +109,7 @@ IfNode* find_in_vrf(const char* function, const char* vrf_name, Matches matches)
 
 IfNode* mpls_vpn_mib_get_if(bool exact, const char* vrf_name, std::uint32_t if_index) {
   mpls_vpn_mib_clean_if_dbase();
-  return get_if_as_it_stands(exact, vrf_name, if_index);
+  return get_if_unrepaired(exact, vrf_name, if_index);
 }
 
 IfNode* mpls_vpn_mib_get_if_by_handle(bool exact, std::uint32_t if_handle) {
@@ -148,7 +147,7 @@ const char* mpls_vpn_mib_get_first_invalid_vrf() {
 
 const char* mpls_vpn_mib_get_next_invalid_vrf(const char* vrf_name) {
   mpls_vpn_mib_clean_if_dbase();
-  const IfNode* node = get_if_as_it_stands(false, vrf_name, 0);
+  const IfNode* node = get_if_unrepaired(false, vrf_name, 0);
   while (node != nullptr && is_of_vrf(node, vrf_name)) node = successor(node);
   const char* found = invalid_vrf_from(node, __func__);
   if (found == nullptr || mpls_vpn_name_compare(found, vrf_name) == kWavlEqual) return nullptr;
@@ -158,8 +157,7 @@ const char* mpls_vpn_mib_get_next_invalid_vrf(const char* vrf_name) {
 
 IfNode* mpls_vpn_mib_get_next_valid_intf(const char* vrf_name, std::uint32_t if_index) {
   mpls_vpn_mib_clean_if_dbase();
-  for (IfNode* node = get_if_as_it_stands(false, vrf_name, if_index); node != nullptr;
-       node = successor(node)) {
+  for (IfNode* node = get_if_unrepaired(false, vrf_name, if_index); node != nullptr; node = successor(node)) {
     if (ends_walk(node, __func__)) return nullptr;
     if (has_complete_record(node->vrf_name)) return node;
   }

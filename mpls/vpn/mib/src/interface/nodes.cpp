@@ -1,13 +1,11 @@
-// The interface database's tree, its state, and the making and freeing of nodes. Lookups are in
-// lookup.cpp, the repair pass in repair.cpp, the interface manager's names in
-// interface_name.cpp.
+// The interface database's tree, its state, and the creation and release of nodes. lookup.cpp has the
+// look-ups, repair.cpp the repair pass, interface_name.cpp the interface manager's names.
 //
-// A node carries the links of both orderings, so that linking never allocates. It is in the handle ordering
-// from its creation to its end, and in the VRF ordering from the moment it has an index. The rows of
+// A node contains the links of both orderings, so linking never allocates. It is in the handle ordering from
+// its creation to its deletion, and in the VRF ordering from the moment it has an index. The rows of
 // mplsL3VpnIfConfTable (RFC 4382) are the nodes of the VRF ordering whose VRF has a complete record.
 //
-// Everything here runs on the main thread with the database mutex held; only the print and the validity test
-// need no lock.
+// Main thread, with the database mutex held; the print and the validity test need no lock.
 #include "mpls/vpn/mib/src/interface/database.h"
 
 #include <cstdlib>
@@ -90,8 +88,8 @@ bool link_by_vrf(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   return false;
 }
 
-// Takes the node out of the VRF ordering again and frees it. One that cannot be taken out stays: a node too
-// many does no harm, a linked node that is freed does.
+// Removes the node from the VRF ordering and frees it. A node that cannot be unlinked is not freed: a leaked
+// node is harmless, a linked node that is freed is not.
 void discard_half_linked(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   const Status rc = wavl_delete(&mpls_vpn_mib_if_dbase, kIfByVrf, node);
   if (rc != kStatusOk && rc != kStatusNoSuchRow) {  // a node without an index is not there
@@ -101,7 +99,7 @@ void discard_half_linked(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   mpls_vpn_mib_free_if_node(node);
 }
 
-// False when the handle is another node's: the node is discarded then.
+// False when another node has the handle; this node is then discarded.
 bool link_by_handle(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   const Status rc = wavl_insert(&mpls_vpn_mib_if_dbase, kIfByHandle, node);
   if (rc == kStatusOk) return true;

@@ -1,15 +1,15 @@
 // The repair pass of the interface database: completes the nodes that were stored before their name or index
 // could be resolved.
 //
-// The pass walks the handle ordering, which holds every node, under the database mutex. It is lazy: lookups
-// call it, it does nothing while the database is clean, and it leaves the database DIRTY when something stays
-// unresolved, so that the next lookup tries again. Walking everything for one unresolved interface is
-// accepted: it completes the node as soon as the platform knows the interface.
+// The pass walks the handle ordering, which has every node, under the database mutex. Look-ups call it; it
+// does nothing while the database is clean. It leaves the database DIRTY when something stays unresolved, so
+// that the next look-up tries again. A walk over all nodes for one unresolved interface is acceptable: it
+// completes the node as soon as the platform knows the interface.
 //
-// A caller that holds the mutex (a join or leave) cannot run it: the lock fails, is reported, and nothing is
-// repaired until a lookup comes without the mutex. A join must see the nodes as they stand.
+// A caller that holds the mutex (a join or leave) cannot run the pass: the lock fails, which is reported, and
+// the next look-up without the mutex repairs. A join must see the nodes unrepaired.
 //
-// The one destructive step: a node whose (VRF, index) is another node's already is deleted. Main thread.
+// One step deletes: a node whose (VRF, index) belongs to another node already. Main thread.
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/report.h"
@@ -29,7 +29,7 @@ void resolve_name(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   mpls_vpn_mib_if_dbase_set_dirty(true);
 }
 
-// 1, or 0 when the place in the VRF ordering is taken: the node is gone then.
+// 1. Or 0 when another node has its place in the VRF ordering: this node is then deleted.
 int link_resolved_node(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   const Status rc = wavl_insert(&mpls_vpn_mib_if_dbase, kIfByVrf, node);
   if (rc == kStatusOk) return 1;

@@ -88,7 +88,7 @@ TEST_F(IfRepair, NameWithoutAnIndexKeepsTheDatabaseDirty) {
   EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
 }
 
-TEST_F(IfRepair, IndexZeroIsNoIndex) {
+TEST_F(IfRepair, IndexZeroMeansUnresolved) {
   index_answer = [](std::uint32_t* index) {
     *index = 0;
     return kStatusOk;
@@ -237,7 +237,7 @@ TEST_F(IfRepair, MutexThatCannotBeTakenRepairsNothing) {
   EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
 }
 
-TEST_F(IfRepair, LookupUnderTheMutexFindsNodesAsTheyStand) {
+TEST_F(IfRepair, LookupUnderTheMutexFindsNodesUnrepaired) {
   const std::uint32_t handle = AddInterface("ge0");
   IfNode* node = CreateIf("red", 0, nullptr, handle);
   ClearPrints();

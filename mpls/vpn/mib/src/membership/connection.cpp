@@ -1,12 +1,12 @@
-// See connection.h. The managed connection to the membership service and its callbacks.
+// The managed connection to the membership service and its callbacks.
 //
 // Open: bind, build a member database with subscriptions to all interfaces and all VRFs, register. A step
-// that fails undoes those before it in reverse order and answers -1; the event manager tries again. Close:
-// unbind, which also releases the member database. Our databases are not emptied by a closed connection: the
-// next open subscribes to everything again, and what is announced once more changes nothing.
+// that fails undoes those before it in reverse order and returns -1; the event manager tries again. Close:
+// unbind, which also releases the member database. A closed connection does not empty the daemon's databases:
+// the next open subscribes to everything again, and a repeated announcement changes nothing.
 //
-// Items that are not for this daemon are ignored by their flags; the VRF "default" is the routing context of
-// interfaces in no VRF and no VPN.
+// Flags mark the items that this daemon ignores. The VRF "default" is the routing context of interfaces in no
+// VRF and is not a VPN.
 #include "mpls/vpn/mib/src/membership/connection.h"
 
 #include <cstring>
@@ -30,7 +30,7 @@ int library_callback(void* /*argument*/) {
   return 1;
 }
 
-// Reports a step that failed; passes its status on.
+// Reports a failed step; returns its status.
 Status checked(const char* function, const char* step, Status rc) {
   if (rc != kStatusOk) mpls_vpn_error(function, step, rc);
   return rc;

@@ -85,7 +85,7 @@ TEST_F(MembershipConnection, LiveJoinsComeFortyAtATime) {
   Connect();
   for (int n = 1; n <= 41; ++n) AddInterface("ge" + std::to_string(n), "red");
   ASSERT_EQ(Nodes(), 0U);
-  std::vector<std::uint32_t> seen;  // by something else whose turn comes after each delivery
+  std::vector<std::uint32_t> seen;  // noted by another event, which is dispatched after each delivery
   std::function<void()> look = [&] {
     seen.push_back(Nodes());
     if (seen.size() < 2) event_post(manager_, look);
@@ -106,7 +106,7 @@ TEST_F(MembershipConnection, FailedStepOfTheRegistrationIsItsResult) {
   }
 }
 
-TEST_F(MembershipConnection, ServiceThatIsNotThereYetIsNoFailure) {
+TEST_F(MembershipConnection, ServiceThatIsNotThereYetDoesNotFailTheRegistration) {
   vmap_service_stop();
   EXPECT_EQ(mpls_vpn_mib_vmap_register_for_notification(manager_), kStatusOk);
   EXPECT_THAT(Prints(),
@@ -134,10 +134,10 @@ TEST_F(MembershipConnection, DroppedConnectionKeepsTheDatabasesAndIsOpenedAgain)
   Run();
   EXPECT_THAT(Vrfs(), ElementsAre("red", "blue"));
   EXPECT_EQ(Nodes(), 1U);
-  EXPECT_EQ(AttributesOf("red")->conf_last_changed_time, changed) << "a repeated join is no change";
+  EXPECT_EQ(AttributesOf("red")->conf_last_changed_time, changed) << "a repeated join changes nothing";
 }
 
-TEST_F(MembershipConnection, WhatWentWhileTheConnectionWasDownIsGoneAfterItsReturn) {
+TEST_F(MembershipConnection, WhatWasRemovedWhileTheConnectionWasDownIsRemovedAfterItsReturn) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Connect();

@@ -38,7 +38,7 @@ TEST_F(InterfaceLeave, FlagOfAnEarlierTrapIsShown) {
 
 TEST_F(InterfaceLeave, InterfaceWithoutARecordMakesNoTrapDecision) {
   AddVrf("red");
-  CreateIf("red", 77, "ghost", 0x77);
+  CreateIf("red", 77, "stale", 0x77);
   ClearPrints();
   mpls_vpn_mib_if2vrf_del(0x77, "red");
   EXPECT_EQ(Nodes(), 0U);
@@ -166,7 +166,7 @@ TEST_F(VrfLife, EachThingIsSaidByItsArea) {
               [] { mpls_vpn_mib_vrf_complete_missing(nullptr); });
 }
 
-// The record comes before the node, and the node before the checkpoint, which has the new time.
+// The record is created before the node, and the node before the checkpoint, which has the new time.
 TEST_F(VrfLife, StepsOfACreationAreInTheirOrder) {
   VrfCreated("green", 0, 0);
   EXPECT_THAT(PrintsOf({"VMAP:", "Create VTAB record"}),

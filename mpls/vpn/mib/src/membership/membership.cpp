@@ -1,16 +1,15 @@
-// See membership.h. What joins, leaves and VRF events do to the databases.
+// Handlers of the membership service's events: joins, leaves and VRF events, applied to the databases.
 //
-// A join resolves name and index before it takes the mutex, and then compares three things: the node that
-// holds the (VRF, index), the node that holds the handle, and what was announced. One node for both keys is
-// where it belongs; any other node in the way is deleted, its VRF touched, and a new node made. An interface
-// whose name or index cannot be resolved is entered by handle only and completed later by the repair pass.
-// Interfaces with a subscriber's name (".ip" or ".pppoe" in it) are never entered.
+// A join resolves name and index before it takes the mutex. It then compares three things: the node with that
+// (VRF, index), the node with that handle, and the announcement. If both keys lead to one node, the interface
+// is already in place. Any other node found is in conflict: it is deleted, its VRF touched, and a new node
+// created. An interface whose name or index cannot be resolved is entered by handle only; the repair pass
+// completes it later. Interfaces with a subscriber's name (".ip" or ".pppoe" in it) are never entered.
 //
-// The lookups made here run under the mutex, so that they never repair (see
-// mpls/vpn/mib/src/support/mutex.h).
+// Look-ups made here run under the mutex and therefore never repair (support/mutex.h).
 //
-// A VRF created again (the connection came back) finds its node there; its creation time is stamped anew.
-// Times: mplsL3VpnVrfCreationTime and mplsL3VpnVrfConfLastChanged of RFC 4382. Main thread.
+// A VRF that is announced again, after the connection was lost, has a node already; its creation time is
+// stamped anew. Times: mplsL3VpnVrfCreationTime and mplsL3VpnVrfConfLastChanged of RFC 4382. Main thread.
 #include "mpls/vpn/mib/src/membership/membership.h"
 
 #include <array>
@@ -56,7 +55,7 @@ void refresh_name(IfNode* node, const Joining& joining) {
     return;
   }
   char* name = text_copy(joining.if_name.data());
-  if (name == nullptr) {  // a node without a name would end every walk of its VRF; the old name does not
+  if (name == nullptr) {  // a node without a name would end every walk of its VRF, so retain the old one
     mpls_vpn_error("mpls_vpn_mib_if2vrf_add", "text_copy failed", kStatusNoMemory);
     return;
   }
@@ -72,7 +71,7 @@ bool delete_node_in_the_way(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   return false;
 }
 
-// The (VRF, index) is another handle's.
+// Deletes the node of another handle that has the joining interface's (VRF, index).
 bool clear_key(IfNode* node, const Joining& joining) MPLS_REQUIRES(mpls_vpn_mutex) {
   update_vrf_last_changed(node->vrf_name);
   mpls_vpn_report(VMAP, kTraceVmap,
@@ -81,7 +80,7 @@ bool clear_key(IfNode* node, const Joining& joining) MPLS_REQUIRES(mpls_vpn_mute
   return delete_node_in_the_way(node);
 }
 
-// The handle is in another place.
+// Deletes the node that has the joining interface's handle in another place.
 bool clear_handle(IfNode* node, const Joining& joining) MPLS_REQUIRES(mpls_vpn_mutex) {
   update_vrf_last_changed(node->vrf_name);
   mpls_vpn_report(
@@ -114,8 +113,8 @@ void consider_vrf_down(const IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   }
 }
 
-// What is announced while the daemon starts again has its times in the checkpoint, from where they are
-// restored.
+// The times of a VRF that is announced while the daemon starts again are in the checkpoint, which is restored
+// afterwards.
 void checkpoint_created_vrf(std::uint32_t vrf_id, const VtabVrfRecord* record) {
   if (backend_scan_in_progress != 0 && mpls_vpn_mib_chkpt_first_run() == 0) return;
   if (vrf_id == 0) return;

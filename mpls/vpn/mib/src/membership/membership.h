@@ -1,5 +1,4 @@
-// What the membership service's events do to the databases: interfaces join and leave VRFs, VRFs are created
-// and deleted.
+// Handlers of the membership service's events: interfaces join and leave VRFs, VRFs are created and deleted.
 //
 // Every change of the interface database happens under mpls_vpn_mutex. A VRF is touched (its last-changed
 // time is stamped) whenever an interface enters it, leaves it or is displaced from it. Main thread only.
@@ -21,12 +20,11 @@ void mpls_vpn_mib_vrf_created(const char* vrf_name, std::uint32_t vrf_id, std::u
     MPLS_REQUIRES(mpls_vpn_mutex);
 void mpls_vpn_mib_vrf_deleted(const char* vrf_name, std::uint32_t vrf_id) MPLS_REQUIRES(mpls_vpn_mutex);
 
-// Fetches the route distinguisher when the record has none; request handlers call it before they report a
-// VRF.
+// Fetches the route distinguisher if the record has none. Request handlers call it before they report a VRF.
 void mpls_vpn_mib_vrf_complete_missing(VtabVrfRecord* record);
 
 // The interface's ifIndex, or 0. The first success fetches the list of all indexes, once in the life of the
-// process, and later calls read it until one misses.
+// process; later calls read the list until one finds no entry.
 std::uint32_t mpls_vpn_cached_ifname_to_index(const char* if_name);
-// Drops that list and lets it be fetched again. For tests that start the daemon again.
+// Discards that list and allows another fetch. For tests that start the daemon again.
 void mpls_vpn_mib_membership_end();

@@ -1,4 +1,4 @@
-// For tests of what the membership service's events do to the databases.
+// For tests of the membership service's event handlers.
 #pragma once
 
 #include <string>

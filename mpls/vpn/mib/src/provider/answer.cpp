@@ -1,7 +1,5 @@
-// The one road from a filled record to a reply.
-//
-// A get handler fills a record with heap copies of texts and hands it over here; the record is spent
-// afterwards. The encoded buffer belongs to the reply, that is to the data store. No state; main thread.
+// A get handler fills a record with heap copies of texts and passes it on; it must not use the record
+// afterwards. The reply, that is the data store, owns the encoded buffer. Main thread.
 #include "mpls/vpn/mib/src/provider/answer.h"
 
 #include "mpls/vpn/mib/src/support/trace.h"

@@ -1,8 +1,8 @@
 // Connections to the data store, and the provider's own.
 //
-// Each function first checks that the data store's library is installed, until it was found once: a data
-// store that is not installed is distinguished from one that refuses. kStatusUnavailable when its file cannot
-// be read. Main thread only.
+// Each function first checks that the data store's library is installed, until it was found once, so that a
+// missing data store differs from one that refuses. kStatusUnavailable when its file cannot be read. Main
+// thread only.
 #pragma once
 
 #include <cstdint>
@@ -19,5 +19,5 @@ extern KvConnection* prov_kvtree_conn_h;
 // Unbinds and sets the connection to null. A failure is printed under the name `function`.
 void mpls_vpn_mib_unbind(KvConnection** connection, const char* function);
 
-// Forgets that the library was found. For tests that start the daemon again.
+// Makes the next call look for the library again. For tests that start the daemon again.
 void mpls_vpn_mib_forget_data_store();

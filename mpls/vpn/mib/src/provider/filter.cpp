@@ -1,9 +1,9 @@
-// Decoding of request arguments, and the tests by which a VRF is let into an answer.
+// Decoding of request arguments, and the tests that admit a VRF to an answer.
 //
-// The path matcher hands over an argument block and the form of the path that matched; a form says whether
-// AFI and SAFI are taken and whether the VRF name is still encoded as a path component. A filter is on the
-// handler's stack: it borrows the plain name of the request and owns a decoded one. AFI and SAFI numbers are
-// those of RFC 4760.
+// The path matcher passes an argument block and the form of the matched path; a form says whether AFI and
+// SAFI apply and whether the VRF name is still encoded as a path component. A filter is on the handler's
+// stack: it borrows the plain name of the request and owns a decoded one. AFI and SAFI numbers are those of
+// RFC 4760.
 //
 // Main thread; reads the record service's tables and the VRF database, changes nothing.
 #include "mpls/vpn/mib/src/provider/filter.h"

@@ -35,5 +35,5 @@ void release_filter_vrf_name(VrfFilter* filter);
 // without an AFI matches by common bits: 3 is unicast or multicast.
 bool vrf_matches_afi_safi(const char* vrf_name, const VrfFilter* filter);
 
-// The VRF's node when the VRF database holds it complete, else null.
+// The VRF's node if the VRF database has it and it is complete, else null.
 const VrfNode* vrf_in_database(const char* vrf_name);

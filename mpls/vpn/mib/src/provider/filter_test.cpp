@@ -138,7 +138,7 @@ TEST_F(RequestFilter, NameThatDoesNotDecodeLeavesANamelessFilter) {
                                     "BGEN ARG 1 afi = 1", "Filter flags are 0x1"));
 }
 
-TEST_F(RequestFilter, DecoderThatFailsForAnotherReasonIsToldTheSameWay) {
+TEST_F(RequestFilter, DecoderThatFailsForAnotherReasonIsReportedTheSameWay) {
   const ScopedFault fault("kvtree_string_decode", kStatusNoMemory);
   Decode(Arguments(2).Name("red"));
   EXPECT_EQ(filter_.flags, 0U);
@@ -216,7 +216,7 @@ TEST_F(RequestFilter, AfiAloneMatchesEveryTableOfIt) {
   AddVrfWithTables("red", 3, 0);
   EXPECT_TRUE(Matches("red", kFilterAfi, 1, 9));
   EXPECT_FALSE(Matches("red", kFilterAfi, 2, 9));
-  // The walk goes on after the first hit.
+  // The walk continues after the first hit.
   EXPECT_THAT(Prints(),
               ElementsAre("VRF record found with afi = IPv4 ", "VRF record found with afi = IPv4 "));
 }
@@ -235,7 +235,7 @@ TEST_F(RequestFilter, SafiOf3MatchesAVrfWithOnlyOneOfThem) {
   EXPECT_FALSE(Matches("red", kFilterSafi, 0, 1));
 }
 
-TEST_F(RequestFilter, CombinedSafiOf3IsNoTablesSafi) {
+TEST_F(RequestFilter, CombinedSafiOf3EqualsNoTablesSafi) {
   AddVrfWithTables("red", 3, 0);
   EXPECT_FALSE(Matches("red", kFilterAfi | kFilterSafi, 1, 3));
 }

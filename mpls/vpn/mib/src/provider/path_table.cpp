@@ -2,13 +2,13 @@
 //
 // A row is a path pattern below the bind point, the mode word of its entry, and the handlers of the
 // operations that the path serves. Key components: <s> text, <n> number, <i> interface, <ip4> IPv4 form, <ad>
-// address, <x> any, <*> one that is no argument: the handlers of EIGRP and static routes know the interface
-// as argument 3 and 7. A path without a handler for an operation does not serve it; a notification without a
-// handler is dropped. Keys at the end of a pattern may be missing from a path, which is how the filter of
-// "vrf-detail-filter" is optional.
+// address, <x> any, <*> a component that is not passed on: the handlers of EIGRP and static routes expect the
+// interface as argument 3 and 7. A path without a handler for an operation does not serve it; a notification
+// without a handler is dropped. A path may omit keys at the end of a pattern, which makes the filter of
+// "vrf-detail-filter" optional.
 //
-// In the VRF table the rows that require the table name "default" stand beside one that takes any table name;
-// the literal is tried first. Constant data.
+// In the VRF table, rows with the literal table name "default" accompany a row with any table name; the
+// literal is tried first. Constant data.
 #include "mpls/vpn/mib/src/provider/path_table.h"
 
 #include <iterator>

@@ -1,12 +1,11 @@
 // Registration with the data store.
 //
-// Requests come in by three entry points (get, list, datalist) and notifications by one a subscription; each
-// hands what it receives to the path matcher with its routing table (path_table.cpp). The
-// subscriptions are a table: path, wanted events, entry point, and the texts by which operators know its
-// failures.
+// There are three entry points for requests (get, list, datalist) and one per subscription for notifications;
+// each passes its input to the path matcher with its routing table (path_table.cpp). The subscriptions are a
+// table: path, events, entry point, and the fixed texts of its failures.
 //
-// Ownership: connections are kept for the life of the process; a connection whose registration failed is
-// unbound. Main thread, before the event loop runs, so that no handler can run but those of the replay.
+// Ownership: connections stay open for the life of the process; a connection whose registration failed is
+// unbound. Main thread, before the event loop runs, so that only the replay calls handlers.
 #include "mpls/vpn/mib/src/provider/provider.h"
 
 #include <array>
@@ -76,7 +75,7 @@ void notify_by(const KvNotification* notification) {
   kvtree_match_notify(notification, &routes);
 }
 
-// The items below this subscription are told apart by their names alone.
+// The item's name alone identifies it.
 void notify_traps(const KvNotification* notification) {
   traps_notify(kvtree_notify_info(notification));
 }
@@ -167,7 +166,7 @@ Status connect_membership(EventManager* evm) {
   return rc;
 }
 
-// The one registration that start-up can do without: changed route distinguishers are not seen then.
+// Optional: start-up continues without it, and changed route distinguishers are then not noticed.
 void register_rd_callback(EventManager* evm) {
   const Status rc = bgp_vpn_rd_register_cb(evm, mpls_vpn_mib_rd_notify);
   if (rc != kStatusOk) mpls_vpn_error("mpls_vpn_mib_prov_init", "Failed to register RD callback fn", rc);
@@ -193,7 +192,7 @@ constexpr DescriptionSet kDescriptionSets[] = {
     {mpls_vpn_parcel_register, "Failed to register mpls_vpn.parcel Parcels"},
 };
 
-// A registry that knows other versions is told about, not feared: our own descriptions are what is encoded.
+// A registry with other versions is reported only: records are encoded by the daemon's own descriptions.
 Status register_descriptions() {
   for (const DescriptionSet& set : kDescriptionSets) {
     const Status rc = set.register_set();

@@ -1,5 +1,5 @@
-// The daemon's place in the data store: provider of "/oper/mpls_vpn/gl/", subscriber of the configuration
-// that it tracks.
+// The daemon's registration with the data store: provider of "/oper/mpls_vpn/gl/", subscriber of the
+// configuration that it tracks.
 #pragma once
 
 #include "platform/core/base/status.h"
@@ -11,6 +11,6 @@
 // cannot be read. Once, on the main thread, after every database exists.
 [[nodiscard]] Status mpls_vpn_mib_prov_init(EventManager* evm);
 
-// Unbinds everything and forgets that the data store's library was found. For tests that start the daemon
+// Unbinds everything and resets the check for the data store's library. For tests that start the daemon
 // again.
 void mpls_vpn_mib_prov_end();

@@ -1,4 +1,5 @@
-// Registration with the data store: what is registered in which order, and what each failure says and leaves.
+// Registration with the data store: what is registered in which order, and the report and effect of each
+// failure.
 #include "mpls/vpn/mib/src/provider/provider.h"
 
 #include <filesystem>
@@ -95,7 +96,7 @@ class Provider : public DaemonTest {
     return mpls_vpn_mib_prov_init(manager_);
   }
   // Registers, with only the prints of failures.
-  Status RegisterTellingErrors() {
+  Status RegisterShowingErrors() {
     OnlyArea(ERR);
     return Register();
   }
@@ -181,7 +182,7 @@ TEST_F(Provider, ConfigurationThatFitsNoPatternIsDropped) {
 
 // --- Routing
 
-TEST_F(Provider, PathsThatItDoesNotKnowAreToldFromThoseItDoesNotServe) {
+TEST_F(Provider, UnknownPathsDifferFromPathsThatAreNotServed) {
   ASSERT_EQ(Register(), kStatusOk);
   EXPECT_EQ(Get("nonsense"), kStatusUnknownPath);
   KvListReply list{};
@@ -270,7 +271,7 @@ TEST_F(Provider, LibraryIsLookedForUntilItIsFound) {
 
 TEST_F(Provider, FailedInterfaceIndexServiceEndsRegistrationFirst) {
   fault_arm("ifindex_initialize_evm", kStatusIo);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusIo);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
   EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_prov_init: ifindex_initialize_evm failed: "
                                     "Input/output error"));
   EXPECT_EQ(backend_scan_in_progress, 0U);
@@ -279,7 +280,7 @@ TEST_F(Provider, FailedInterfaceIndexServiceEndsRegistrationFirst) {
 
 TEST_F(Provider, FailedProviderBindIsReturnedAndTraced) {
   fault_arm("kvtree_bind", kStatusIo);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusIo);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
   EXPECT_THAT(Prints(), IsEmpty());
   Status code = kStatusOk;
   EXPECT_THAT(Traced("mpls_vpn/prov", &code), ElementsAre("register_prov_server: Input/output error"));
@@ -292,7 +293,7 @@ TEST_F(Provider, FailedProviderBindIsReturnedAndTraced) {
 
 TEST_F(Provider, FailedFunctionBlockUnbindsTheProvider) {
   fault_arm("kvtree_init_prov_functions", kStatusNoMemory);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusNoMemory);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusNoMemory);
   EXPECT_THAT(Prints(), ElementsAre("Error in register_prov_server: Failed to init prov functions: "
                                     "Cannot allocate memory"));
   EXPECT_THAT(store_calls, ElementsAre("bind \"/oper/mpls_vpn/gl/\" 1", "unbind \"\""));
@@ -302,23 +303,23 @@ TEST_F(Provider, FailedFunctionBlockUnbindsTheProvider) {
 TEST_F(Provider, FailedUnbindAfterAFailedFunctionBlockIsReported) {
   fault_arm("kvtree_init_prov_functions", kStatusNoMemory);
   fault_arm("kvtree_unbind", kStatusInvalid);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusNoMemory);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusNoMemory);
   EXPECT_THAT(Prints(), Contains("Error in register_prov_server: kvtree_unbind failed: Invalid argument"));
 }
 
 TEST_F(Provider, FailedProviderRegistrationUnbinds) {
   fault_arm("kvtree_register_prov2", kStatusIo);
   fault_arm("kvtree_unbind", kStatusIo, 2);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusIo);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
   EXPECT_EQ(fault_reached("kvtree_unbind"), 1U);
   EXPECT_THAT(Prints(), ElementsAre("Error in register_prov_server: Failed in kvtree_register_prov2: "
                                     "Input/output error"));
 }
 
-TEST_F(Provider, FailedUnbindOfTheProviderIsTold) {
+TEST_F(Provider, FailedUnbindOfTheProviderIsReported) {
   fault_arm("kvtree_register_prov2", kStatusIo);
   fault_arm("kvtree_unbind", kStatusInvalid);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusIo);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
   EXPECT_THAT(Prints(), Contains("Error in register_prov_server: kvtree_unbind failed: Invalid argument"));
 }
 
@@ -334,7 +335,7 @@ TEST_F(Provider, FailedMembershipConnectionEndsRegistrationBeforeTheSubscription
   EXPECT_EQ(code, kStatusIo);
 }
 
-TEST_F(Provider, MembershipServiceThatIsNotThereYetIsNoFailure) {
+TEST_F(Provider, MembershipServiceThatIsNotThereYetDoesNotFailTheRegistration) {
   vmap_service_stop();
   EXPECT_EQ(Register(), kStatusOk);
 }
@@ -376,28 +377,28 @@ class SubscriptionFailure : public Provider, public testing::WithParamInterface<
   }
 };
 
-TEST_P(SubscriptionFailure, FailedBindIsToldInItsOwnWords) {
+TEST_P(SubscriptionFailure, FailedBindIsReportedWithItsOwnText) {
   fault_arm("kvtree_bind", kStatusIo, GetParam() + 2);  // the provider's bind is the first
   fault_arm("kvtree_unbind", kStatusIo, 2);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusIo);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
   EXPECT_THAT(Prints(), ElementsAreArray(Said({error_line(Texts().function, Texts().bind)})));
   EXPECT_EQ(fault_reached("kvtree_unbind"), 0U);
   EXPECT_EQ(backend_scan_in_progress, 1U);
 }
 
-TEST_P(SubscriptionFailure, FailedSubscriptionIsToldAndUnbound) {
+TEST_P(SubscriptionFailure, FailedSubscriptionIsReportedAndUnbound) {
   fault_arm("kvtree_register_notification", kStatusIo, GetParam() + 1);
   fault_arm("kvtree_unbind", kStatusIo, 2);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusIo);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
   EXPECT_THAT(Prints(),
               ElementsAreArray(Said({error_line(Texts().function, "kvtree_register_notification failed")})));
   EXPECT_EQ(fault_reached("kvtree_unbind"), 1U);
 }
 
-TEST_P(SubscriptionFailure, FailedUnbindIsToldBetweenTheTwo) {
+TEST_P(SubscriptionFailure, FailedUnbindIsReportedBetweenTheTwo) {
   fault_arm("kvtree_register_notification", kStatusIo, GetParam() + 1);
   fault_arm("kvtree_unbind", kStatusIo);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusIo);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
   EXPECT_THAT(Prints(),
               ElementsAreArray(Said({error_line(Texts().function, "kvtree_register_notification failed"),
                                      error_line(Texts().function, "kvtree_unbind failed")})));
@@ -424,7 +425,7 @@ TEST_F(Provider, ScanFlagIsDownAfterTheLastSubscription) {
 
 TEST_F(Provider, FailedRegistrationOfTheMibsDescriptionsIsFatal) {
   fault_arm("parcel_batch_open", kStatusIo, 1);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusIo);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
   EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_prov_init: Failed to register mpls_vpn_mib.parcel "
                                     "Parcels: Input/output error"));
   EXPECT_EQ(backend_scan_in_progress, 0U);
@@ -432,12 +433,12 @@ TEST_F(Provider, FailedRegistrationOfTheMibsDescriptionsIsFatal) {
 
 TEST_F(Provider, FailedRegistrationOfTheShowDescriptionsIsFatal) {
   fault_arm("parcel_batch_open", kStatusIo, 2);
-  EXPECT_EQ(RegisterTellingErrors(), kStatusIo);
+  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
   EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_prov_init: Failed to register mpls_vpn.parcel "
                                     "Parcels: Input/output error"));
 }
 
-void leave_other_version_behind(const ParcelDescription& description, const char* set_name) {
+void register_other_version(const ParcelDescription& description, const char* set_name) {
   ParcelDescription other = description;
   other.version = 7;
   ParcelBatch* batch = nullptr;
@@ -447,10 +448,10 @@ void leave_other_version_behind(const ParcelDescription& description, const char
   parcel_registry_reset();
 }
 
-TEST_F(Provider, RegistryWithOtherVersionsIsToldAndRegistrationGoesOn) {
-  leave_other_version_behind(kMibVrfParcel, "mpls_vpn_mib.parcel");
-  leave_other_version_behind(kShowVrfParcel, "mpls_vpn.parcel");
-  EXPECT_EQ(RegisterTellingErrors(), kStatusOk);
+TEST_F(Provider, RegistryWithOtherVersionsIsReportedAndRegistrationContinues) {
+  register_other_version(kMibVrfParcel, "mpls_vpn_mib.parcel");
+  register_other_version(kShowVrfParcel, "mpls_vpn.parcel");
+  EXPECT_EQ(RegisterShowingErrors(), kStatusOk);
   const char line[] =
       "Error in mpls_vpn_mib_prov_init: Parcel definition(s) changed from what is found in registry!: "
       "Record definition differs from the registry";

@@ -57,7 +57,7 @@ class Arguments {
   std::array<std::uint32_t, kKvMaxArguments> numbers_{};
 };
 
-// A record decoded from a reply; released when it goes.
+// A record decoded from a reply; its destructor releases it.
 template <typename Record>
 class Decoded {
  public:

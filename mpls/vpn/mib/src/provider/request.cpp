@@ -1,4 +1,3 @@
-// See request.h. No state; main thread.
 #include "mpls/vpn/mib/src/provider/request.h"
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
@@ -23,5 +22,5 @@ bool prov_copy_text(char** field, const char* text, const char* function) {
 }
 
 void prov_copy_inner_text(char** field, const char* text, const char* function) {
-  (void)prov_copy_text(field, text, function);  // reported is all that can be done about it
+  (void)prov_copy_text(field, text, function);  // reported; the field stays empty
 }

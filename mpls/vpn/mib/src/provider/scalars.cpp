@@ -1,12 +1,12 @@
-// The scalars: counted afresh for every request from the record service's VRF records and the interface
-// database.
+// The scalars, counted for every request from the record service's VRF records and the interface database.
 //
-// configuredVrfs counts complete VRF records (no forward references, not "default") that the VRF database
-// holds. connectedInterfaces and activeVrfs come from one walk over the interface database, whose primary
-// order keeps the interfaces of a VRF together, so that a VRF is counted once for its first active interface.
-// The walk sees nodes without an interface name too: they are connected, but have no record to be active by.
+// configuredVrfs counts complete VRF records (no forward references, not "default") that are also in the VRF
+// database. connectedInterfaces and activeVrfs are counted in one walk over the interface database, whose
+// primary order groups the interfaces of a VRF, so that a VRF is counted once, for its first active
+// interface. Nodes without an interface name are in the walk too: they are connected, but have no record and
+// are not active.
 //
-// Main thread; O(VRFs + interfaces) a request. The interface database is repaired first.
+// Main thread; O(VRFs + interfaces) per request. The interface database is repaired first.
 #include "mpls/vpn/mib/src/provider/scalars.h"
 
 #include <cstring>
@@ -42,7 +42,7 @@ bool is_in_complete_vrf(const IfNode* node) {
   return record != nullptr && record->vrf_id != 0;
 }
 
-// The interface's record, or null; says which.
+// The interface's record, or null; prints which.
 const VtabIfRecord* find_if_record(const IfNode* node) {
   const VtabIfRecord* record = node->if_name == nullptr ? nullptr : vtab_get_if_record(node->if_name);
   const char* name = node->if_name == nullptr ? "(null)" : node->if_name;
@@ -76,7 +76,7 @@ void fill_scalars_parcel(mpls_vpn_mib_scalars* scalars) {
   mpls_vpn_debug(PROV, "Entering function %s", "fill_scalars_parcel");
   *scalars = {};
   scalars->configuredVrfs = count_configured_vrfs();
-  (void)mpls_vpn_mib_clean_if_dbase();  // what could not be repaired is counted as it stands
+  (void)mpls_vpn_mib_clean_if_dbase();  // nodes that could not be repaired are counted too
   count_interfaces(scalars);
   scalars->notificationEnable = static_cast<std::int32_t>(mpls_vpn_mib_trap_info[kTrapAll].enabled);
   scalars->maxThresholdNotifTime = notif_reissue_time;

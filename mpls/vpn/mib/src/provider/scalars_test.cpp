@@ -82,7 +82,7 @@ TEST_F(Scalars, ForwardReferenceIsNotConfiguredEvenWhenTheDatabaseHoldsIt) {
   EXPECT_EQ(Read().configuredVrfs, 0U);
 }
 
-TEST_F(Scalars, VrfsThatTheMembershipServiceToldOfAreConfigured) {
+TEST_F(Scalars, VrfsThatTheMembershipServiceAnnouncedAreConfigured) {
   AddVrf("red");
   AddVrf("blue");
   Connect();
@@ -153,12 +153,12 @@ TEST_F(Scalars, InterfacesOfAVrfThatIsOnlyNamedAreNotConnected) {
 TEST_F(Scalars, InterfaceWithoutARecordIsConnectedButMakesNothingActive) {
   AddVrf("red");
   Connect();
-  CreateIf("red", 77, "gone", 900);
+  CreateIf("red", 77, "absent", 900);
   OnlyArea(DBASE);
   const mpls_vpn_mib_scalars scalars = Read();
   EXPECT_EQ(scalars.connectedInterfaces, 1U);
   EXPECT_EQ(scalars.activeVrfs, 0U);
-  EXPECT_TRUE(Printed("VTAB does not have record for interface gone in VRF red"));
+  EXPECT_TRUE(Printed("VTAB does not have record for interface absent in VRF red"));
 }
 
 TEST_F(Scalars, InterfaceWithARecordIsSaidToHaveOne) {
@@ -199,7 +199,7 @@ TEST_F(Scalars, InterfaceThatCannotBeRepairedIsTriedByTheHandlerToo) {
   EXPECT_EQ(TimesPrinted("Start cleaning interface database..."), 2U);
 }
 
-TEST_F(Scalars, NotificationSettingsAreCopiedAsTheyStand) {
+TEST_F(Scalars, NotificationSettingsAreCopiedUnchanged) {
   Connect();
   mpls_vpn_mib_trap_info[kTrapAll].enabled = 1;
   notif_reissue_time = 300;

@@ -1,5 +1,5 @@
-// The eight subscriptions, one item each: what a set, a deletion and a replay leave in the attribute block,
-// in the MIB and in the show record, for a VRF that exists, one that does not yet, and "default".
+// The eight subscriptions, one item each: the effect of a set, a deletion and a replay on the attribute
+// block, the MIB and the show record, for a VRF that exists, one that does not yet, and "default".
 #include <ostream>
 #include <utility>
 
@@ -15,7 +15,7 @@ enum class Value { kText, kPair, kMaximumEvent };
 // yet are those while the item is set.
 struct Item {
   const char* name;
-  const char* path;  // VRF and INTERFACE stand for the names
+  const char* path;  // VRF and INTERFACE are placeholders of the names
   Value value;
   const char* existing;
   const char* forward;  // before the VRF is created
@@ -36,7 +36,7 @@ constexpr Item kItems[] = {
      "block: description=text mib: show:",
      "block: description=text mib: description=text show: description=text",
      "block: description=text mib: show:", kNothing},
-    // Rows of route targets stand as long as their configuration, whatever becomes of the VRF.
+    // Rows of route targets exist as long as their configuration, with or without the VRF.
     {"ImportRouteTarget",
      "/cfg/gl/vmap/vrf/VRF/ord_z/afi_safi/1/1/default/ord_b/bgp/ord_c/import-rt/0/0/65000/100/0.0.0.0/0/0",
      Value::kText, "block: rt=65000:100 mib: rt=65000:100 show: rt=65000:100",
@@ -65,7 +65,7 @@ constexpr Item kItems[] = {
      "/cfg/gl/static/router/ord_v/VRF/address/ipv4/unicast/ord_c/topology/route/198.51.100.0/24/a/b/nexthop/"
      "INTERFACE/192.0.2.9",
      Value::kText, "block: if-protocol=5 mib: protocols=4 show:", kNothing, kNothing, kNothing, kNothing},
-    // The event names the VRF's table, which "default" has none of here. The deletion is not told.
+    // The event names the VRF's table; "default" has none here. The deletion raises no notification.
     {"ThresholdEvent", "/oper/rib_threshold/VRF/max-thresh-exc", Value::kMaximumEvent,
      "block: routes=101 exceeded=1 mib: show:", kNothing, kNothing, kNothing,
      "block: routes=101 exceeded=1 mib: show:"},

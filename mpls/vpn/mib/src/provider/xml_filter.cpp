@@ -1,6 +1,6 @@
-// See xml_filter.h. Policies come from the VRF's attribute block, route targets from their
-// database; AFI and SAFI are those of RFC 4760. Of the tables met, the first two unicast ones count, or the
-// first unicast one of the family that is asked for: a VRF has one of each.
+// Policies are in the VRF's attribute block, route targets in their database; AFI and SAFI are those of RFC
+// 4760. Of the tables met, the first two unicast ones count, or the first unicast one of the requested
+// family: a VRF has one per family.
 #include "mpls/vpn/mib/src/provider/xml_filter.h"
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"

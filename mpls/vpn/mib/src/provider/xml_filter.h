@@ -6,9 +6,9 @@
 
 #include "platform/router/vtab/vtab.h"
 
-// Number of tables to put into the show record: 0 (none at all), 1 or 2. *afi_index is the address family
-// that is asked for (0 all, 1 IPv4, 2 IPv6) and becomes the one to show: with one table of all, that table's.
-// Main thread. REQUIRES: record is not null.
+// Number of tables to put into the show record: 0, 1 or 2. *afi_index is the requested address family (0 all,
+// 1 IPv4, 2 IPv6) and on return the one to show: if one of all tables passes, that table's. Main thread.
+// REQUIRES: record is not null.
 std::uint32_t mpls_vpn_mib_prov_xml_filter(const VtabVrfRecord* record, std::uint32_t* afi_index);
 
 // True, with *afi the table's AFI (1 or 2), when the table is worth showing. False for a missing record or

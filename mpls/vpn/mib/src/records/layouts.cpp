@@ -7,7 +7,7 @@
 // states them as numbers.
 //
 // Readers in other processes compare schemas and version numbers; a change here is a change of the wire form.
-// Everything is constant data. RFC 4382 section 5 gives the objects behind the fields.
+// Everything is constant data. RFC 4382 section 5 defines the objects.
 #include <cstddef>
 #include <iterator>
 

@@ -12,7 +12,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/files/temporary_directory.h"
 
-// --wrap in the build file puts these in the place of the registry's, which keeps neither the order nor the
+// --wrap in the build file puts these in the place of the registry's, which records neither the order nor the
 // batches that were given up.
 Status real_register(ParcelBatch* batch, const ParcelDescription* description) __asm__(
     "__real__Z15parcel_registerP11ParcelBatchPK17ParcelDescription");
@@ -272,7 +272,7 @@ TEST_F(Registry, FailedClosingIsReturned) {
   EXPECT_EQ(aborted_batches, 0U) << "closing releases the batch, whatever it answers";
 }
 
-// Registers a "mpls_vpn_mib_scalars" of another version, as an earlier release would have left behind.
+// Registers a "mpls_vpn_mib_scalars" of another version, as an earlier release would have registered.
 void register_older_scalars() {
   ParcelDescription older = kMibScalarsParcel;
   older.version = 7;
@@ -283,7 +283,7 @@ void register_older_scalars() {
   parcel_registry_reset();
 }
 
-TEST_F(Registry, AnotherVersionInTheRegistryIsToldAndReplaced) {
+TEST_F(Registry, AnotherVersionInTheRegistryIsReportedAndReplaced) {
   register_older_scalars();
   EXPECT_EQ(mpls_vpn_mib_parcel_register(), kStatusDefinitionChanged);
   EXPECT_EQ(parcel_find("mpls_vpn_mib_scalars"), &kMibScalarsParcel);

@@ -1,8 +1,3 @@
-// Registration of a set of record descriptions: all of them or none.
-//
-// The registry takes descriptions in batches so that readers never see half a set. Who opens a batch ends it:
-// it is closed when every description went in, and aborted at the first that did not. Main thread, at
-// start-up.
 #include "mpls/vpn/mib/src/records/registration.h"
 
 Status mpls_vpn_parcel_register_set(const char* set_name, const ParcelDescription* const* set,

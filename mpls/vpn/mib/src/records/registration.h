@@ -5,8 +5,8 @@
 
 #include "platform/core/parcel/parcel.h"
 
-// Opens a batch, registers the descriptions in order and closes it. The first failure aborts the batch and is
-// returned; a failed opening is returned as it is. Closing may answer kStatusDefinitionChanged, which is
-// passed on.
+// Opens a batch, registers the descriptions in order and closes it, so that readers never see half a set. The
+// first failure aborts the batch and is returned. kStatusDefinitionChanged of the closing call is returned
+// too.
 [[nodiscard]] Status mpls_vpn_parcel_register_set(const char* set_name, const ParcelDescription* const* set,
                                                   std::size_t count);

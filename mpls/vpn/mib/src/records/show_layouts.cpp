@@ -1,10 +1,9 @@
-// Descriptions of the show form of a VRF: the VRF with its interfaces and, an address family each, its route
-// targets and route policies.
+// The show form of a VRF: the VRF with its interfaces and, per address family, its route targets and route
+// policies.
 //
 // The records nest: a description lists its top structure first and then every structure below it, in schema
-// text and layout alike. The enumerations' member names belong to the description library that readers use;
-// in memory they are numbers (route-target type 1 import, 2 export; AFI and SAFI as in RFC 4760). Constant
-// data.
+// text and layout alike. Enumerations are numbers in memory; their member names belong to the description
+// library of the readers. Constant data.
 #include <cstddef>
 #include <iterator>
 

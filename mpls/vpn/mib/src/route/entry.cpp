@@ -1,11 +1,11 @@
-// Answers for the VRF route table: which VRF, which of its tables; the row itself comes from the look-up of
-// the address family.
+// Answers for the VRF route table: selects the VRF and its tables; the look-up of the address family fills
+// the row.
 //
-// The daemon keeps no routes. A read goes to the tables of one VRF in the record service's order, IPv4 before
-// IPv6, and a next read on to the following VRFs of the VRF database.
+// The daemon stores no routes. A read visits the tables of one VRF in the record service's order, IPv4 before
+// IPv6; a next read continues with the following VRFs of the VRF database.
 //
-// The key of a next read, with its address types, is for the first VRF; every following one is read from its
-// first route, which may be of either family.
+// The key of a next read, with its address types, applies to the first VRF; every following one is read from
+// its first route, which may be of either family.
 #include "mpls/vpn/mib/src/route/entry.h"
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
@@ -53,7 +53,7 @@ void report_table(const VtabTableRecord* table) {
 using TableLookup = Status (*)(mpls_vpn_mib_route*, std::uint32_t, bool, const RouteKeyText&);
 
 // The first table of the family that has the route. Without memory the search ends: a row of a later table
-// would come before one that could not be shown.
+// would otherwise precede one that could not be shown.
 Status find_in_tables(mpls_vpn_mib_route* row, bool exact, const VtabVrfRecord* record, std::uint32_t afi,
                       const RouteKeyText& key, TableLookup look_up) {
   const char* vrf_name = record->vrf_name;
@@ -98,8 +98,8 @@ RouteKeyText key_of(const RequestArgs* args) {
 }
 
 // An exact read of an IPv4 key that no IPv4 table has ends in the all-zero key of the IPv6 tables. A default
-// route found there is not the row that was asked for, and an SNMP Get that answered it would tell of an IPv4
-// route that is not there; a batched walk, too, asks exactly whether a row exists.
+// route found there is not the requested row: an SNMP Get would show an IPv4 route that does not exist, and a
+// batched walk would take the row for an existing one.
 bool is_of_family(const mpls_vpn_mib_route& row, const RouteKeyText& key) {
   return (row.destType == 2) == asks_ipv6(key);
 }

@@ -25,8 +25,8 @@ struct RouteKeyText {
 // other form for exactly this one.
 //
 // A next read looks in the first VRF whose name is not smaller, then in the VRFs after it from their first
-// route. 0 with a mpls_vpn_mib_route record, kStatusNoSuchRow,
-// kStatusArgumentMissing, kStatusNoMemory, or the encoding's status.
+// route. 0 with a mpls_vpn_mib_route record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or
+// the encoding's status.
 Status mpls_vpn_mib_prov_get_route(KvReply* reply, const RequestArgs* args);
 
 // One VRF: its IPv4 tables with the key, then its IPv6 tables from the all-zero key; the IPv6 tables alone,
@@ -35,10 +35,9 @@ Status mpls_vpn_mib_prov_get_route(KvReply* reply, const RequestArgs* args);
 [[nodiscard]] Status mpls_vpn_mib_find_route_in_vrf(mpls_vpn_mib_route* row, bool exact,
                                                     const VtabVrfRecord* record, const RouteKeyText& key);
 
-// One table. 0 with the row filled but for its VRF name; kStatusNoSuchRow (no route, no module, or a text
-// that is no address); kStatusNoMemory. On failure there is nothing in the row. Fault points
-// "calloc_tagged:route dest", "calloc_tagged:route next hop", "calloc_tagged:XC Pointer" (a row without the
-// pointer is a row).
+// One table. 0 with the row filled except for its VRF name; kStatusNoSuchRow (no route, no module, or a text
+// that is not an address); kStatusNoMemory. On failure the row is empty. Fault points "calloc_tagged:route
+// dest", "calloc_tagged:route next hop", "calloc_tagged:XC Pointer" (the row is valid without the pointer).
 [[nodiscard]] Status mpls_vpn_mib_rib_ipv4_route(mpls_vpn_mib_route* row, std::uint32_t table_id, bool exact,
                                                  const RouteKeyText& key);
 [[nodiscard]] Status mpls_vpn_mib_rib_ipv6_route(mpls_vpn_mib_route* row, std::uint32_t table_id, bool exact,

@@ -1,5 +1,4 @@
-// Rows of the route table: arguments, VRFs and tables. What a row shows is in
-// lookup_test.cpp.
+// Rows of the route table: arguments, VRFs and tables. lookup_test.cpp covers the content of a row.
 #include "mpls/vpn/mib/src/route/row_test_support.h"
 
 namespace {
@@ -29,7 +28,7 @@ TEST_F(RouteRow, FirstMissingArgumentIsRefused) {
   }
 }
 
-TEST_F(RouteRow, RequestIsToldInFull) {
+TEST_F(RouteRow, RequestIsPrintedInFull) {
   OnlyArea(PROV);
   Next({"red", 1, 24, 0, "0a000000", "c0000201"});
   EXPECT_THAT(Prints(),
@@ -111,7 +110,7 @@ TEST_F(RouteRow, ExactReadOfAnAbsentIpv4RouteIsNotTheIpv6DefaultRoute) {
   EXPECT_EQ(Exact({"red", 2, 0, 0, "0", "0"}), "red ::/0");
 }
 
-TEST_F(RouteRow, VrfWithoutARecordIsNoSuchRow) {
+TEST_F(RouteRow, VrfWithoutARecordAnswersNoSuchRow) {
   if (!mpls_vpn_mutex_lock("test", ERR)) FAIL();
   mpls_vpn_mib_create_vrf_wavl_node("odd", nullptr);
   mpls_vpn_mutex_unlock("test", ERR);
@@ -124,7 +123,7 @@ TEST_F(RouteRow, VrfWithoutARecordEndsTheSearchOfTheFollowingVrfs) {
   Run();
   HoldInDatabase("b", nullptr);
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  EXPECT_EQ(Next({"a"}), kNone) << "what lies behind it cannot be told apart from what is in it";
+  EXPECT_EQ(Next({"a"}), kNone) << "rows after it look like rows in it";
   EXPECT_EQ(Next({"c"}), "red 10.0.0.0/8 via 192.0.2.1");
 }
 
@@ -177,7 +176,7 @@ TEST_F(RouteRow, TablesOfAFamilyAreTriedInOrderWithTheSameKey) {
             "four 2001:db9::/32 via fe80::1");
 }
 
-TEST_F(RouteRow, MulticastTablesAreToldAsSuch) {
+TEST_F(RouteRow, MulticastTablesArePrintedAsSuch) {
   AddVrfWithTables("four", true, true, true, true);
   OnlyArea(RIB);
   Next({"four"});
@@ -206,7 +205,7 @@ TEST_F(RouteRow, EitherIpv6TypeAsksTheIpv6TablesAlone) {
   EXPECT_EQ(Next({"red", 3, 0, 0}), "red 10.0.0.0/8 via 192.0.2.1");
 }
 
-TEST_F(RouteRow, TablesAreToldAsTheyAreTried) {
+TEST_F(RouteRow, TablesArePrintedAsTheyAreTried) {
   OnlyArea(RIB);
   const std::string id = Hex(router_.find_vrf("red")->id);
   Next({});
@@ -217,7 +216,7 @@ TEST_F(RouteRow, TablesAreToldAsTheyAreTried) {
 
 // --- Modules
 
-TEST_F(RouteRow, MissingModuleIsNoSuchRow) {
+TEST_F(RouteRow, MissingModuleAnswersNoSuchRow) {
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   ASSERT_EQ(setenv("MPLS_VPN_MIB_LIB_DIR", run_directory().c_str(), 1), 0);
   EXPECT_EQ(Next({}), kNone);

@@ -1,8 +1,8 @@
 // IPv4 routes of one table, and the label cross-connect that forwards each (mplsL3VpnVrfRteXCPointer).
 //
-// Addresses go to the module and come from it in network order, so their octets in memory are the text's
-// order. The module's route is released here; its texts and octets are copied into the row. The cross-connect
-// is optional: a label database that fails costs the row its pointer and nothing else.
+// The module takes and returns addresses in network order, so their octets in memory are in the text's order.
+// This file releases the module's route after copying its texts and octets into the row. The cross-connect is
+// optional: if the label database fails, only the row's pointer is missing.
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -70,7 +70,7 @@ bool is_given(const char* text) {
   return *text != '\0' && std::strcmp(text, kNoAddressText) != 0;
 }
 
-// What follows the other paths of the prefix is asked for with the greatest next hop.
+// Skips the other paths of the prefix: asks with the greatest next hop.
 void pass_over_next_hops(const RouteKeyText& key, bool exact, Search* search) {
   if (key.next_hop_type != 0 || exact || key.prefix_length == 0 || !is_given(route_text(key.dest))) return;
   std::memset(search->next_hop, 0xff, kSize);
@@ -101,7 +101,7 @@ OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) 
                                                        number_of(mask), 0, number_of(search.next_hop)));
 }
 
-// Null with *rc when there is none.
+// Null, with *rc set, without a route.
 OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
   OwnedRoute route = ask_module(table_id, exact, search);
   if (route == nullptr) {

@@ -1,5 +1,5 @@
-// IPv6 routes of one table. As for IPv4, with 16-octet addresses; next-hop AS and metric 5 are the route's
-// own, and no label database is asked: its requests know IPv4 routes only.
+// IPv6 routes of one table: as for IPv4, with 16-octet addresses. Next-hop AS and metric 5 are the route's
+// own, and the label database is not asked: its requests cover IPv4 routes only.
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -50,7 +50,7 @@ bool fits(const RouteKeyText& key) {
   return false;
 }
 
-// What follows the other paths of the prefix is asked for with a next hop behind those that are in use.
+// Skips the other paths of the prefix: asks with a next hop greater than those in use.
 void pass_over_next_hops(const RouteKeyText& key, bool exact, Search* search) {
   if (exact || key.next_hop_type != 0 || key.prefix_length == 0) return;
   if (std::strcmp(route_text(key.dest), kNoAddressText) == 0) return;
@@ -81,7 +81,7 @@ OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) 
                                                        search.next_hop));
 }
 
-// Null with *rc when there is none.
+// Null, with *rc set, without a route.
 OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
   OwnedRoute route = ask_module(table_id, exact, search);
   if (route != nullptr) return route;

@@ -1,4 +1,4 @@
-// The look-ups of one table, IPv4 and IPv6: how a key is read, and what the row shows.
+// The look-ups of one table, IPv4 and IPv6: how a key is decoded, and what the row shows.
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -59,24 +59,24 @@ TEST_F(RouteRow, NegativeInterfaceIndexIsShownAsZero) {
   }
 }
 
-TEST_F(RouteRow, Ipv4LookupIsToldAndTraced) {
+TEST_F(RouteRow, Ipv4LookupIsPrintedAndTraced) {
   Route route = MakeRoute("10.1.0.0/16", "192.0.2.1");
   route.interface_index = 7;
   AddRoute("red", route);
   OnlyArea(RIB);
   Next({"red", 1, 8, 1, "0a000000", "0"});
   const std::string id = Hex(router_.find_vrf("red")->id);
-  const std::vector<std::string> told = {
+  const std::vector<std::string> expected = {
       "Looking for ipv4 route with dest = 0a000000, mask = 8, next hop = 0, next hop type: 1",
       "Found route with dest = 10.1.0.0, ifindex = 7, mask = 0xffff0000, nexthop = 192.0.2.1, type = 4, "
       "proto = 1",
       "Invoking LFX with dest = 10.1.0.0, mask = 16, table id = " + id,
       "No XC returned by LSR MIB for this route"};
-  EXPECT_THAT(Traced("mpls_vpn/rib"), testing::ElementsAreArray(told));
-  for (const std::string& line : told) EXPECT_TRUE(Printed(line)) << line;
+  EXPECT_THAT(Traced("mpls_vpn/rib"), testing::ElementsAreArray(expected));
+  for (const std::string& line : expected) EXPECT_TRUE(Printed(line)) << line;
 }
 
-TEST_F(RouteRow, AbsentIpv4RouteIsToldAndTraced) {
+TEST_F(RouteRow, AbsentIpv4RouteIsPrintedAndTraced) {
   OnlyArea(RIB);
   EXPECT_EQ(Next({}), kNone);
   EXPECT_TRUE(Printed("No ipv4 route found"));
@@ -123,9 +123,9 @@ TEST_F(RouteRow, OverlongTextIsInNoTableOfItsFamily) {
   EXPECT_THAT(Traced("mpls_vpn/rib"), Contains("mpls_vpn_mib_rib_ipv6_route: an address text is too long"));
 }
 
-// No IPv4 table has it, so that a next read goes on with the first IPv6 route, as after the last IPv4 one; an
+// No IPv4 table has it, so a next read continues with the first IPv6 route, as after the last IPv4 one; an
 // exact read finds nothing.
-TEST_F(RouteRow, RequestWithAnOverlongIpv4TextGoesOnWithIpv6) {
+TEST_F(RouteRow, RequestWithAnOverlongIpv4TextContinuesWithIpv6) {
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   AddRoute("red", "2001:db8::/32", "fe80::1");
   const Key destination = {"red", 1, 0, 1, "0a00000000", "0"};
@@ -158,7 +158,7 @@ TEST_F(RouteRow, ShortTextLeavesTheLastOctetsZero) {
   EXPECT_EQ(Exact({"red", 1, 8, 1, "0a", "c0000201"}), "red 10.0.0.0/8 via 192.0.2.1");
 }
 
-TEST_F(RouteRow, PrefixLengthThatNoAddressHasIsBehindTheLongestPrefix) {
+TEST_F(RouteRow, PrefixLengthThatNoAddressHasOrdersAfterTheLongestPrefix) {
   AddRoute("red", "10.0.0.0/32", "192.0.2.1");
   AddRoute("red", "10.0.0.1/32", "192.0.2.1");
   EXPECT_EQ(Exact({"red", 1, 33, 1, "0a000000", "c0000201"}), kNone);
@@ -234,7 +234,7 @@ TEST_F(RouteRow, PointerWithoutMemoryLeavesTheRow) {
   }
 }
 
-TEST_F(RouteRow, AddressWithoutMemoryIsNoMemory) {
+TEST_F(RouteRow, AddressWithoutMemoryAnswersNoMemory) {
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   AddRoute("red", "2001:db8::/32", "fe80::1");
   OnlyArea(ERR);
@@ -251,7 +251,7 @@ TEST_F(RouteRow, AddressWithoutMemoryIsNoMemory) {
   }
 }
 
-TEST_F(RouteRow, ModuleWithoutMemoryIsNoMemory) {
+TEST_F(RouteRow, ModuleWithoutMemoryAnswersNoMemory) {
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   AddRoute("red", "2001:db8::/32", "fe80::1");
   OnlyArea(ERR);
@@ -287,7 +287,7 @@ TEST_F(RouteRow, OldErrorNumberIsNotTakenForTheModules) {
   EXPECT_EQ(mpls_vpn_mib_rib_ipv6_route(&row, table, false, {2, "0", 0, 2, "0"}), kStatusNoSuchRow);
 }
 
-TEST_F(RouteRow, NameWithoutMemoryIsNoMemory) {
+TEST_F(RouteRow, NameWithoutMemoryAnswersNoMemory) {
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   const ScopedFault fault("text_copy", kStatusNoMemory);
   EXPECT_EQ(Read(kNextRead, {}), kStatusNoMemory);
@@ -348,7 +348,7 @@ TEST_F(RouteRow, Ipv6RouteShowsItsFields) {
   EXPECT_EQ(Octets(row->xcPointer), "0.") << "no label database is asked";
 }
 
-TEST_F(RouteRow, Ipv6LookupIsToldAndTraced) {
+TEST_F(RouteRow, Ipv6LookupIsPrintedAndTraced) {
   Route route = MakeRoute("2001:db8::/32", "fe80::1");
   route.interface_index = 7;
   AddRoute("red", route, Family::kIpv6);
@@ -356,11 +356,11 @@ TEST_F(RouteRow, Ipv6LookupIsToldAndTraced) {
   OnlyArea(RIB);
   Next({"red", 2, 16, 2, "2001", "0"});
   const std::string id = Hex(router_.find_vrf("red")->id);
-  const std::vector<std::string> told = {
+  const std::vector<std::string> expected = {
       "rib_ipv6_route(" + id + ",NEXT,dest type:2, dest:2001, pfxLen:16, next hop type:2, next hop:0)",
       "rib_ipv6_route: found(2,32,2,7,4,1,9)"};
-  EXPECT_THAT(Traced("mpls_vpn/rib"), testing::ElementsAreArray(told));
-  for (const std::string& line : told) EXPECT_TRUE(Printed(line)) << line;
+  EXPECT_THAT(Traced("mpls_vpn/rib"), testing::ElementsAreArray(expected));
+  for (const std::string& line : expected) EXPECT_TRUE(Printed(line)) << line;
 }
 
 TEST_F(RouteRow, AbsentIpv6TextsAreShownAsNull) {

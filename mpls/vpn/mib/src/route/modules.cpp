@@ -1,5 +1,5 @@
-// See modules.h. One record a module: its file, its handle and the two symbols. They are
-// set by whichever request comes first; a daemon without the modules serves everything but routes, and each
+// The loader of the routing table's modules: one record per module with its file, its handle and its two
+// symbols, set by the first request. A daemon without the modules serves everything but routes, and each
 // request tries again.
 #include "mpls/vpn/mib/src/route/modules.h"
 
@@ -41,7 +41,7 @@ RouteModule ipv6_module = {"mib/libipv6_forwardmib.dll",
                            nullptr,
                            {}};
 
-// The loader's reason for its latest failure on this thread, behind the path that it usually begins with.
+// The loader's reason for its latest failure on this thread, without the path that it usually begins with.
 std::string loader_failure(const std::string& path) {
   const char* text = dlerror();
   const std::string reason = text == nullptr ? "no reason is known" : text;
@@ -83,7 +83,7 @@ bool find_symbols(RouteModule* module) {
     return false;
   }
   if (!find_symbol(module, kForwardmibTotalActiveRoutesSymbol, &module->total_active_routes)) {
-    // Deliberate: file and symbol in this order, which is how log filters know the message.
+    // Deliberate: file and symbol in this order; log filters match the message.
     errmsg_post(&ERR_DLL_SYMBOL_ERROR, module->file, kForwardmibTotalActiveRoutesSymbol);
     return false;
   }

@@ -1,5 +1,5 @@
 // The routing table's MIB modules, "mib/libipv4_forwardmib.dll" and "mib/libipv6_forwardmib.dll" below the
-// library directory: loaded when they are first needed, kept for the life of the process.
+// library directory: loaded at first use, never unloaded while the process runs.
 //
 // Main thread. Fault points "dlopen" and "dlsym".
 #pragma once
@@ -10,16 +10,16 @@
 
 #include "mib/forwardmib.h"
 
-// True when the module and both its symbols are at hand. A failure is posted as an error message; the next
+// True when the module is loaded with both its symbols. A failure is posted as an error message; the next
 // call tries again what is missing.
 bool mpls_vpn_mib_rib_ipv4_route_load_dll();
 bool mpls_vpn_mib_rib_ipv6_route_load_dll();
 
-// Why the latest attempt to load each module failed: its path below the library directory, whole, and the
-// loader's reason. None of a module that is loaded or was not asked for yet.
+// Why the latest attempt to load each module failed: its whole path below the library directory, and the
+// loader's reason. No entry for a module that is loaded or was not requested yet.
 std::vector<std::string> mpls_vpn_mib_route_module_failures();
 
-// "ribmib_find_route" of each. REQUIRES: its loading answered true.
+// "ribmib_find_route" of each. REQUIRES: the module was loaded successfully.
 ForwardmibFindIpv4Route mpls_vpn_mib_rib_ipv4_find_route();
 ForwardmibFindIpv6Route mpls_vpn_mib_rib_ipv6_find_route();
 

@@ -73,7 +73,7 @@ class RouteModules : public RouteTablesTest, public testing::WithParamInterface<
     EXPECT_TRUE(family().load());
     EXPECT_EQ(posted_, "");
   }
-  void IsNoModule(const std::string& file) {
+  void ExpectNotAModule(const std::string& file) {
     EXPECT_FALSE(family().load());
     EXPECT_EQ(posted_, "%MPLS_VPN_MIB-OS-3-ERR_DLL_LOAD : Cannot load DLL: " + File() + " \n");
     RecoversWithTheRightModule(file);
@@ -88,7 +88,7 @@ TEST_P(RouteModules, LoadingSaysThatItSucceeded) {
   EXPECT_EQ(posted_, "");
 }
 
-TEST_P(RouteModules, ModuleIsOpenedOnceAndItsSymbolsAreKept) {
+TEST_P(RouteModules, ModuleIsOpenedOnceAndItsSymbolsAreRetained) {
   fault_arm("dlopen", kStatusIo, 9);
   fault_arm("dlsym", kStatusIo, 9);
   EXPECT_TRUE(family().load());
@@ -115,7 +115,7 @@ TEST_P(RouteModules, MissingFileIsPostedAndTriedAgain) {
 TEST_P(RouteModules, FileThatCannotBeReadIsPostedAndTriedAgain) {
   const std::string file = FileOfTheTest();
   std::filesystem::create_directory(file);
-  IsNoModule(file);
+  ExpectNotAModule(file);
 }
 
 TEST_P(RouteModules, FileOfAnotherMachineIsPostedAndTriedAgain) {
@@ -126,7 +126,7 @@ TEST_P(RouteModules, FileOfAnotherMachineIsPostedAndTriedAgain) {
   module.put(static_cast<char>(EM_SPARC)).put(0);
   module.close();
   ASSERT_TRUE(module.good());
-  IsNoModule(file);
+  ExpectNotAModule(file);
 }
 
 TEST_P(RouteModules, FileWithoutTheSymbolsIsPostedAndTriedAgain) {

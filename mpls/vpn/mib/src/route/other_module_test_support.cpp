@@ -1,4 +1,4 @@
-// For tests: a module that can be opened and is none of the routing table's: it has neither of their symbols.
+// For tests: a loadable module that is not one of the routing table's: it has neither of their symbols.
 extern "C" int mpls_vpn_other_module();
 
 extern "C" int mpls_vpn_other_module() {

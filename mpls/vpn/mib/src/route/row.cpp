@@ -1,4 +1,3 @@
-// See row.h. No state; main thread.
 #include "mpls/vpn/mib/src/route/row.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// What the IPv4 and the IPv6 route look-ups share. Not for other files.
+// Shared by the IPv4 and the IPv6 route look-ups. Not for other files. Main thread.
 #pragma once
 
 #include <cstddef>
@@ -10,31 +10,32 @@
 inline constexpr char kNoAddressText[] = "0";
 inline constexpr std::uint32_t kRouteTypeLocal = 3;  // inetCidrRouteType (RFC 4292): without next hop
 
-// The text as prints show it, and as it is read: null is the empty text.
+// The text for prints and for decoding: the empty text for null.
 const char* route_text(const char* text);
 
-// Reads digit pairs into `octets` (all zero before): at most as many as the text has; "0" and the empty text
-// read none. False, reported under the function's name, when a pair is none. REQUIRES: the text has no more
-// than 2 * size characters.
+// Decodes digit pairs into `octets`, which the caller zeroes: at most as many as the text has; none for "0"
+// and the empty text. False, reported under the function's name, for a pair that is not hexadecimal.
+// REQUIRES: the text has no more than 2 * size characters.
 bool route_read_address(const char* text, std::uint8_t* octets, const char* function);
 
 // Sets the first `length` bits of `size` zeroed octets. REQUIRES: length <= 8 * size.
 void route_set_mask(std::uint8_t* octets, std::size_t size, std::uint32_t length);
 
-// A key with a prefix length that no address has: no row has it. False for an exact read; a next read goes on
-// behind the longest prefix of the destination, the length becomes that one's and the next hop the greatest.
+// Handles a prefix length greater than an address has. False for an exact read: there is no such row. A next
+// read continues after the longest prefix of the destination: the length becomes the longest, the next hop
+// the greatest.
 bool route_fit_length(bool exact, std::size_t size, std::uint32_t* prefix_length, std::uint8_t* next_hop);
 
-// *field becomes a heap copy of the octets; of none, empty. False without memory.
+// Stores a heap copy of the octets in *field; an empty one for none. False without memory.
 [[nodiscard]] bool route_copy_octets(ParcelOctets* field, const std::uint8_t* octets, std::size_t length,
                                      const char* tag);
-// Why a module gave no route, from the errno it left: kStatusNoMemory, reported under the function's name, or
-// kStatusNoSuchRow. To a walk these differ: after "no such row" it goes on behind the table.
+// Why a module returned no route, from the errno it set: kStatusNoMemory, reported under the function's name,
+// or kStatusNoSuchRow. Only after the latter does a walk continue after the table.
 Status route_refuse_unanswered(int module_errno, const char* function);
 // Frees what the look-up put into the row and clears it; reported under the function's name. kStatusNoMemory.
 Status route_refuse_unfilled(mpls_vpn_mib_route* row, const char* function);
 
-// The cross-connect's index, or a single octet 0 for none (length 0). Without memory the pointer stays empty,
-// which is reported.
+// Stores the cross-connect's index, or a single octet 0 for none (length 0). Without memory the pointer stays
+// empty, which is reported.
 void route_set_xc_pointer(mpls_vpn_mib_route* row, const std::uint8_t* index, std::size_t length,
                           const char* function);

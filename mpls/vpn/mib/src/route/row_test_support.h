@@ -58,8 +58,8 @@ class RouteRow : public RouteTablesTest {
   // The last `count` records of the error buffer, and the code of the very last.
   std::vector<std::string> LastTraced(std::size_t count, Status* code) const {
     std::vector<std::string> records = Traced("mpls_vpn/error", code);
-    const std::size_t kept = std::min(count, records.size());
-    records.erase(records.begin(), records.end() - static_cast<std::ptrdiff_t>(kept));
+    const std::size_t size = std::min(count, records.size());
+    records.erase(records.begin(), records.end() - static_cast<std::ptrdiff_t>(size));
     return records;
   }
   Reply reply_;

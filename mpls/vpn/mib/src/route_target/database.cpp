@@ -1,8 +1,8 @@
-// See database.h. One tree with one ordering, all state is in its nodes. Searching for a VRF's
-// first entry is logarithmic; everything by number steps from there, since VRFs have few route targets.
+// One tree with one ordering; all state is in its nodes. The search for a VRF's first entry is logarithmic;
+// access by number steps from there, since VRFs have few route targets.
 //
-// A search key borrows its texts from the caller and is only read. Failures are printed under the databases'
-// flag and leave the tree as it was.
+// A search key borrows its texts from the caller. Failures are printed under the databases' flag and leave
+// the tree unchanged.
 #include "mpls/vpn/mib/src/route_target/database.h"
 
 #include <cstdlib>
@@ -114,7 +114,7 @@ const RtNode* report_found(const RtNode* node, std::uint32_t index) {
   return node;
 }
 
-// The VRF has no route targets: the walk goes on with the one that follows.
+// The VRF has no route targets: the walk continues with the following VRF.
 const RtNode* enter_following_vrf(const RtNode* node, std::uint32_t* index) {
   *index = 1;
   mpls_vpn_debug(DBASE, "Found RT in VRF = %s, index = %d, type = %d, value = %s, afi/safi = %u/%u\n",
@@ -122,7 +122,7 @@ const RtNode* enter_following_vrf(const RtNode* node, std::uint32_t* index) {
   return node;
 }
 
-// Whatever VRFs the steps lead through.
+// Steps across VRFs.
 const RtNode* node_at(const RtNode* first, std::uint32_t index) {
   const RtNode* node = first;
   for (std::uint32_t position = 1; node != nullptr && position < index; ++position) node = successor(node);

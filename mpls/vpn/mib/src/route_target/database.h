@@ -3,11 +3,11 @@
 //
 // Key order: VRF name (shorter names first, then by octets), type, AFI, SAFI, value (shorter texts first).
 // Within a VRF the entries are numbered 1, 2, 3, ... in that order, whatever their type; the running number
-// is mplsL3VpnVrfRTIndex. It is counted, not stored: a route target that comes or goes renumbers those behind
+// is mplsL3VpnVrfRTIndex. It is counted, not stored: adding or removing a route target renumbers those after
 // it.
 //
-// Entries come and go with their configuration alone. A VRF that does not exist, or not any more, has the
-// route targets that are configured for it.
+// Entries are added and removed with their configuration alone. A VRF that does not exist, or no longer
+// exists, has the route targets that are configured for it.
 //
 // Ownership: nodes and their texts belong to the database; a node is valid until the next change of the
 // configuration. Threads: main thread only, no lock.
@@ -30,7 +30,7 @@ struct RtNode {
   char* value;         // owned; the route target as text, "65000:100"
 };
 
-// Makes the empty database. The tree's status. Once, at start-up, before the configuration is replayed.
+// Creates the empty database. The tree's status. Once, at start-up, before the configuration is replayed.
 [[nodiscard]] Status mpls_vpn_mib_rt_dbase_init();
 // Frees every node. For tests that start the daemon again.
 void mpls_vpn_mib_rt_dbase_end();

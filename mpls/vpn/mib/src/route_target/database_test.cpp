@@ -105,7 +105,7 @@ TEST_F(RtDatabase, CreatingTheSameTwiceFailsTheSecondTimeAndLeavesOneNode) {
   EXPECT_EQ(EntriesOf("red").size(), 1U);
 }
 
-TEST_F(RtDatabase, EveryFieldOfTheKeyTellsEntriesApart) {
+TEST_F(RtDatabase, EveryFieldOfTheKeyDistinguishesEntries) {
   ASSERT_NE(Add("red", kRtImport, "1:1"), nullptr);
   EXPECT_NE(Add("reds", kRtImport, "1:1"), nullptr);
   EXPECT_NE(Add("red", kRtExport, "1:1"), nullptr);
@@ -124,7 +124,7 @@ TEST_F(RtDatabase, TextsAreCopied) {
   EXPECT_EQ(Text(node), "red 1 1/1 1:1");
 }
 
-TEST_F(RtDatabase, CreationWithoutMemoryIsToldAndChangesNothing) {
+TEST_F(RtDatabase, CreationWithoutMemoryIsReportedAndChangesNothing) {
   const char* const points[] = {"calloc_tagged:RT node", "text_copy", "text_copy"};
   for (std::uint32_t i = 0; i < 3; ++i) {
     const ScopedFault fault(points[i], kStatusNoMemory, i == 2 ? 2 : 1);
@@ -138,7 +138,7 @@ TEST_F(RtDatabase, CreationWithoutMemoryIsToldAndChangesNothing) {
   EXPECT_THAT(EntriesOf("red"), IsEmpty());
 }
 
-TEST_F(RtDatabase, InsertThatTheTreeRefusesIsTold) {
+TEST_F(RtDatabase, InsertThatTheTreeRefusesIsReported) {
   const ScopedFault fault("wavl_insert", kStatusIo);
   EXPECT_EQ(Add("red", kRtImport, "1:1"), nullptr);
   EXPECT_TRUE(Printed("Error (mpls_vpn_mib_create_rt_wavl_node): Cannot insert node into WAVL tree"));
@@ -156,7 +156,7 @@ TEST_F(RtDatabase, DeletionTakesTheEqualEntryAndNoOther) {
   EXPECT_THAT(EntriesOf("red"), ElementsAre("red 1 1/1 1:2"));
 }
 
-TEST_F(RtDatabase, DeletingWhatIsNotThereIsTold) {
+TEST_F(RtDatabase, DeletingAnAbsentEntryIsReported) {
   Add("red", kRtImport, "1:1");
   ClearPrints();
   EXPECT_EQ(Remove("red", kRtExport, "1:1"), 0);
@@ -169,7 +169,7 @@ TEST_F(RtDatabase, DeletingWhatIsNotThereIsTold) {
   EXPECT_EQ(EntriesOf("red").size(), 1U);
 }
 
-TEST_F(RtDatabase, DeletionThatTheTreeRefusesIsToldAndLeavesTheEntry) {
+TEST_F(RtDatabase, DeletionThatTheTreeRefusesIsReportedAndLeavesTheEntry) {
   Add("red", kRtImport, "1:1");
   {
     const ScopedFault fault("wavl_delete", kStatusIo);
@@ -379,7 +379,7 @@ TEST_F(RtDatabase, StoppedWalkIsTraced) {
   EXPECT_THAT(Traced("mpls_vpn/error"), ElementsAre("the walk of the route-target database was stopped"));
 }
 
-TEST_F(RtDatabase, InitialisationIsToldAndTraced) {
+TEST_F(RtDatabase, InitialisationIsPrintedAndTraced) {
   mpls_vpn_mib_rt_dbase_end();
   ClearPrints();
   ASSERT_EQ(mpls_vpn_mib_rt_dbase_init(), kStatusOk);

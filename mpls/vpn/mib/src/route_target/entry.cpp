@@ -1,8 +1,8 @@
-// Answers for the VRF route-target table: a row is a node of the route-target database and the number under
-// which it was found. RFC 4382 has no column for the address family of a route target; the description says
+// Answers for the VRF route-target table: a row is a node of the route-target database and its number within
+// the VRF. RFC 4382 has no column for the address family of a route target; the description column contains
 // it.
 //
-// Main thread; nothing is kept between requests. The row owns its texts until it is encoded.
+// Main thread. The row owns its texts until it is encoded.
 #include "mpls/vpn/mib/src/route_target/entry.h"
 
 #include <cstdlib>
@@ -39,7 +39,7 @@ const char* family_text(std::uint32_t afi, std::uint32_t safi) {
   return nullptr;
 }
 
-// A row without its VRF or without its route target would be taken for one that has none: better no row.
+// Without its VRF or its route target a row would be misread: answer none.
 Status refuse_unfilled(mpls_vpn_mib_rt* row) {
   std::free(row->rt);
   std::free(row->description);
@@ -69,7 +69,7 @@ Status mpls_vpn_mib_prov_get_rt(KvReply* reply, const RequestArgs* args) {
   const char* vrf_name = args->arg[0].text;
   std::uint32_t index = *args->arg[1].number;
   const auto type = static_cast<std::int32_t>(*args->arg[2].number);
-  // The missing blank is deliberate: log filters match on the text as it has always been.
+  // The missing blank is deliberate: log filters match the text.
   mpls_vpn_debug(PROV, "Entering function %s with vrfName = %saux index = %u, RT type = %d", kRtHandler,
                  vrf_name, index, type);
   const RtNode* node = mpls_vpn_mib_get_rt(args->form != kFormNameAfiSafi, vrf_name, &index, type);

@@ -58,7 +58,7 @@ TEST_F(RtRow, ExactReadNeedsTheNumberAndTheType) {
   EXPECT_EQ(Read(kExact, "red", 2, kRtImport), kStatusNoSuchRow);
 }
 
-TEST_F(RtRow, ExactReadOfANumberThatTheVrfDoesNotHaveIsNoSuchRow) {
+TEST_F(RtRow, ExactReadOfANumberThatTheVrfDoesNotHaveAnswersNoSuchRow) {
   Add("red", kRtImport, "1:1");
   Add("reds", kRtImport, "1:1");
   OnlyProviderAndErrors();
@@ -123,7 +123,7 @@ TEST_F(RtRow, HasTheConstants) {
   EXPECT_EQ(row->storageType, 5);
 }
 
-TEST_F(RtRow, MissingTextsAreToldAndStayEmpty) {
+TEST_F(RtRow, MissingTextsAreReportedAndStayEmpty) {
   RtNode node{};
   node.type = kRtExport;
   OnlyArea(ERR);

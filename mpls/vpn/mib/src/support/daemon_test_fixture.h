@@ -202,7 +202,7 @@ class DaemonTest : public testing::Test {
     mpls_vpn_mutex_unlock("DeleteIf", ERR);
     return deleted;
   }
-  // The database mutex, for tests about holding it; the analysis is not told.
+  // The database mutex, for tests in which it is held. The thread-safety analysis ignores these two.
   static void TakeMutex() MPLS_NO_THREAD_SAFETY_ANALYSIS {
     EXPECT_TRUE(mpls_vpn_mutex_lock("TakeMutex", ERR));
   }

@@ -1,8 +1,5 @@
-// The records of the daemon's error messages.
-//
-// Operators and log filters match on these texts, so they stay as they have always been, spelling and
-// trailing blank included. The message number is the record's position in the facility's catalogue. Constant
-// data; any thread may post.
+// Operators and log filters match these texts, so the misspelling and the trailing blank are part of them.
+// The last member is the message's number in the facility's catalogue.
 #include "mpls/vpn/mib/src/support/errmsg.h"
 
 const ErrmsgRecord ERR_DLL_LOAD = {"MPLS_VPN_MIB", "OS", 3, "ERR_DLL_LOAD", "Cannot load DLL: %s ", 0};

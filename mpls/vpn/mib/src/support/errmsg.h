@@ -1,5 +1,5 @@
-// Messages for the system log, for the time when trace buffers and debug flags are not at hand, and for the
-// loadable modules of the routing table.
+// Messages for the system log: from start-up, before trace buffers and debug flags exist, and from the loader
+// of the routing table's modules. Any thread may post.
 #pragma once
 
 #include "platform/core/errmsg/errmsg.h"

@@ -1,6 +1,6 @@
-// See mutex.h. A pthread mutex that is robust and error-checking, made before main runs and never
-// destroyed. The analysis does not know pthread calls, so the two functions below stand outside it; their
-// declarations tell it what they do.
+// A pthread mutex that is robust and error-checking, created before main runs and never destroyed. The
+// analysis does not know pthread calls, so it skips the two functions below; their declarations state what
+// they acquire and release.
 #include "mpls/vpn/mib/src/support/mutex.h"
 
 #include <pthread.h>

@@ -1,14 +1,14 @@
 // The database mutex: one process-wide lock around every change of the interface and VRF databases and of the
 // interface nodes' counters.
 //
-// Robust: a thread that dies with it leaves it to the next. Error-checking: a thread that holds it cannot
-// take it again and is told so instead of waiting for itself. Lookups inside a join rely on that: the repair
-// pass they start fails to lock and leaves the databases alone.
+// Robust: when a thread dies with it, the next one can take it. Error-checking: a thread that holds it and
+// locks it again gets an error instead of a deadlock. Look-ups inside a join rely on that: their repair pass
+// fails to lock and leaves the databases unchanged.
 //
 // Lock order: the record service's per-record access first, then this mutex.
 //
-// Readers on the main thread do not take it: every writer runs on that thread too. A function that changes a
-// database says MPLS_REQUIRES(mpls_vpn_mutex), and clang checks its callers.
+// Readers on the main thread do not take it, because every writer runs on that thread too. A function that
+// changes a database is declared MPLS_REQUIRES(mpls_vpn_mutex), and clang checks its callers.
 #pragma once
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
@@ -26,5 +26,5 @@ extern MplsVpnMutex mpls_vpn_mutex;
     MPLS_TRY_ACQUIRE(true, mpls_vpn_mutex);
 
 // A failure (fault point "pthread_mutex_unlock": the mutex stays held) prints
-// "Error (%s): pthread mutex unlock failed" and is traced; the caller goes on.
+// "Error (%s): pthread mutex unlock failed" and is traced; the caller continues.
 void mpls_vpn_mutex_unlock(const char* function, MplsVpnDebugArea area) MPLS_RELEASE(mpls_vpn_mutex);

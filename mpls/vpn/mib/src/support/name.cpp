@@ -1,5 +1,3 @@
-// See name.h. No state; every function may be called from every thread. Texts that are handed out
-// are the C heap's, because the records that keep them are plain.
 #include "mpls/vpn/mib/src/support/name.h"
 
 #include <algorithm>

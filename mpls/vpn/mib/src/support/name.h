@@ -1,5 +1,6 @@
-// Value helpers shared by databases and provider: the name order, a text's place in a table, and conversions
-// between an SNMP agent's octet strings and object identifiers and plain text (RFC 2578 section 7.7).
+// Value helpers of databases and provider: the name order, the index of a text in a table, and conversions
+// between an SNMP agent's octet strings and object identifiers and plain text (RFC 2578 section 7.7). Any
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -34,8 +35,9 @@ struct ObjectIdentifier {
 // is written then.
 void mpls_vpn_octets_to_text(const OctetString* octets, char* buffer, std::int32_t size);
 
-// *text: a terminated heap copy that the caller frees. kStatusInvalid for a missing argument or an octet
-// string that is no printable text, kStatusNoMemory; *text is null then. Fault point "octet_string_print".
+// Stores a terminated heap copy in *text, which the caller frees. On failure *text is null: kStatusInvalid
+// for a missing argument or for octets that are not printable text, kStatusNoMemory. Fault point
+// "octet_string_print".
 [[nodiscard]] Status mpls_vpn_octets_to_new_text(const OctetString* octets, char** text);
 
 // The length-prefixed index form of a text: "ab" is 2.97.98; the empty text is the empty identifier.

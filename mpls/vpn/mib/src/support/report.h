@@ -1,5 +1,5 @@
-// What the databases and the membership handlers say, in one line each: a print under its area's debug flag
-// and, in the same words, a record in a trace buffer. Arguments are evaluated twice.
+// Reports of databases and membership handlers: a print under the area's debug flag and a trace record with
+// the same text. Arguments are evaluated twice.
 #pragma once
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"

@@ -1,5 +1,4 @@
-// The lock map in the declarations: clang's thread-safety attributes, which -Wthread-safety checks; nothing
-// for other compilers.
+// Clang's thread-safety attributes, which -Wthread-safety checks; empty for other compilers.
 #pragma once
 
 #if defined(__clang__)

@@ -1,12 +1,11 @@
-// The daemon's eight trace buffers and the one way in which it reports failures.
+// The daemon's eight trace buffers and its one way to report failures.
 //
-// The table is the registration record of the buffers as well as their owner: it holds what is handed to the
-// trace facility and, once open, the buffer. Entries are opened in table order; each entry's index must be
-// its position, which stops the opening at an entry that was put in the wrong place. When all are open, entry
-// 0's index becomes the number of buffers: that is how a second call sees that there is nothing to do.
+// The table describes each buffer to the trace facility and owns it once it is open. Buffers are opened in
+// table order; an entry whose index is not its position ends the opening. When all buffers are open, the
+// index of entry 0 becomes their number, which is how a second call finds that there is nothing to do.
 //
 // Threads: opened on the main thread before the second thread starts; written from both.
-// Limits: each buffer is a ring of its size; an error older than the ring is forgotten.
+// Limits: a buffer is a ring; old records are overwritten.
 #include "mpls/vpn/mib/src/support/trace.h"
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"

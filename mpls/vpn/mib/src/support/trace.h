@@ -1,6 +1,5 @@
-// Trace buffers of the daemon: always-on records, one buffer an area, and the convention for failures.
-//
-// Records may be written from the first line of main on: a buffer that is not open drops them. Any thread.
+// Trace buffers of the daemon: records that are always written, one buffer per area, and the report of a
+// failure. A buffer that is not open drops its records, so any code may write at any time. Any thread.
 #pragma once
 
 #include <cstdint>

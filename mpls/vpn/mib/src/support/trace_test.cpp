@@ -85,7 +85,7 @@ TEST_F(TraceBuffers, TableHasTheEightBuffersInOrder) {
   }
 }
 
-TEST_F(TraceBuffers, ParametersReachTheTraceFacilityAsTheyStand) {
+TEST_F(TraceBuffers, ParametersReachTheTraceFacilityUnchanged) {
   ASSERT_EQ(mpls_vpn_trace_init(), kStatusOk);
   for (const MplsVpnTraceEntry& entry : mpls_vpn_ltrace_buffer_tbl) {
     const std::unique_ptr<trace_detail::Header> header = HeaderOf(entry.name);

@@ -8,7 +8,7 @@
 inline constexpr unsigned kTrapOidLength = 11;
 
 struct MplsVpnTrapInfo {
-  const char* notification;           // empty for rows that are no notification
+  const char* notification;           // empty for the two rows without a notification
   std::uint32_t oid[kTrapOidLength];  // all zero for those rows
   const char* item_name;              // of the configuration item that switches the row
   std::uint32_t enabled;              // 0 or 1
@@ -23,7 +23,7 @@ enum MplsVpnTrapRow : std::uint32_t {
   kTrapIllegalLabels,
   kTrapMaxThreshCleared,
   kTrapAll,               // the master switch
-  kTrapNotifReissueTime,  // no switch: its item is a time
+  kTrapNotifReissueTime,  // not a switch: its item is a time
 };
 inline constexpr unsigned kMplsVpnTrapRows = 8;
 

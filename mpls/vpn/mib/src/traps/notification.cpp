@@ -1,9 +1,8 @@
-// A notification is a record on its way to the SNMP agent: encoded like every answer and sent on the
-// provider's connection, which delivers it to the subscribed clients and retains it for the SNMP sub-agent
-// until that one has acknowledged it.
+// Encodes a notification like every answer and sends it on the provider's connection. The data store delivers
+// it to the subscribed clients and retains it for the SNMP sub-agent until the sub-agent has acknowledged it.
 //
-// Ownership: the record's copy of the VRF name and the encoded buffer live until the notification is sent.
-// Nothing here waits.
+// The record's copy of the VRF name and the encoded buffer live until the notification is sent. Sending does
+// not block.
 #include "mpls/vpn/mib/src/traps/notification.h"
 
 #include <cstdlib>

@@ -1,15 +1,14 @@
-// The decisions behind the notifications.
+// Decides whether a notification is raised.
 //
-// Up and down of a VRF are decided from what is counted at the moment of the decision, so the order in which
-// a caller updates things matters: an interface that came up is considered before its record shows it up, one
-// that went down after its record shows it down, one that joins after it was entered, one that leaves before
-// it is taken out. docs/traps.md shows what follows for whoever watches.
+// Up and down of a VRF are decided from what is counted at that moment, so the order of a caller's updates
+// matters. An interface is considered before its record shows it up, after its record shows it down, after
+// its node was entered (a join), and before its node is removed (a leave). docs/traps.md shows the effect on
+// what a manager sees.
 //
 // Two flags in the interface's node keep an interface from raising the same notification twice: considering a
-// down clears the flag of the up, and the other way round. They are not touched while the notification is
-// switched off.
+// down clears the flag of the up, and vice versa. They do not change while the notification is switched off.
 //
-// Main thread, with the database mutex held for up and down; the lookups made here therefore never repair.
+// Main thread, with the database mutex held for up and down; look-ups made here therefore never repair.
 #include "mpls/vpn/mib/src/traps/procedures.h"
 
 #include "mpls/vpn/mib/src/records/layouts.h"
@@ -23,13 +22,13 @@ namespace {
 constexpr std::int32_t kVrfOperUp = 1;    // mplsL3VpnVrfOperStatus
 constexpr std::int32_t kVrfOperDown = 2;  // the same
 
-// Says that the procedure runs. True when its notification is wanted.
+// Prints the procedure's name. True when its notification is enabled.
 bool enter(const char* procedure, MplsVpnTrapRow row) {
   mpls_vpn_debug(TRAPS, "Entering %s", procedure);
   return mpls_vpn_mib_trap_info[kTrapAll].enabled != 0 || mpls_vpn_mib_trap_info[row].enabled != 0;
 }
 
-// True when no interface of the VRF is active; `notification` is then about to be raised.
+// True when no interface of the VRF is active, so that `notification` is due.
 bool is_without_active_interface(const char* vrf_name, const char* notification) {
   std::uint32_t associated = 0;
   std::uint32_t active = 0;

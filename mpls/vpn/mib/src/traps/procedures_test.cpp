@@ -93,7 +93,7 @@ TEST_F(VrfTraps, UpIsRaisedOnceForAnInterfaceUntilADownIsConsidered) {
   EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("interface ge0 raised up for VRF red already"));
 }
 
-TEST_F(VrfTraps, InterfaceThatWentDownAndComesBackRaisesUpAgain) {
+TEST_F(VrfTraps, InterfaceThatIsDownAndUpAgainRaisesUpAgain) {
   Up("ge0");
   Down("ge0");
   Up("ge0");
@@ -111,7 +111,7 @@ TEST_F(VrfTraps, UpClearsTheFlagOfTheDownEvenWhenNothingIsRaised) {
   ExpectFlags("ge0", 1, 0);
 }
 
-TEST_F(VrfTraps, UpOfAnUnknownInterfaceIsTold) {
+TEST_F(VrfTraps, UpOfAnUnknownInterfaceIsReported) {
   OnlyArea(TRAPS);
   Up("ge7");
   EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_up", "Cannot find interface node"));

@@ -1,7 +1,6 @@
-// Random changes of interfaces, several in one moment: the notifications of every VRF alternate, and the last
-// one is the VRF's state. What one moment brings is delivered after all of it has happened, so a decision
-// must not be taken in by what comes behind it: names that others have since, interfaces that are removed or
-// in another VRF.
+// Random changes of interfaces, several at a time: the notifications of every VRF alternate, and the last one
+// is the VRF's state. Changes of one moment are delivered after all of them happened, so later ones must not
+// affect a decision: a name that another interface has since, an interface that is removed or in another VRF.
 #include <map>
 #include <random>
 #include <sstream>

@@ -1,11 +1,11 @@
-// The re-issue timer (mplsL3VpnVrfConfRteMxThrshTime, RFC 4382: how long to wait before the maximum-threshold
+// The re-issue timer (mplsL3VpnVrfConfRteMxThrshTime, RFC 4382: the time after which the maximum-threshold
 // notification is issued again while the VRF stays above its maximum).
 //
-// One interval holds for all VRFs, so one leaf timer is enough: its expiry raises an asynchronous event of
-// the main event manager, whose routine walks all VRFs and starts the leaf again. It is periodic by that
-// restart only, so an interval begins when the round before it is done.
+// One interval applies to all VRFs, so one leaf timer is enough. Its expiry raises an asynchronous event of
+// the main event manager; the event's routine walks all VRFs and restarts the leaf. The restart makes it
+// periodic, so an interval begins when the previous round is complete.
 //
-// The parts are made and taken away together. Main thread; O(VRFs) a round.
+// The parts are created and released together. Main thread; O(VRFs) per round.
 #include "mpls/vpn/mib/src/traps/reissue_timer.h"
 
 #include <cerrno>
@@ -53,7 +53,7 @@ bool create_leaf(EventManager* /*evm*/) {
   return reissue.leaf != nullptr;
 }
 
-// Each answers false with errno.
+// Each step returns false with errno set.
 struct InitStep {
   bool (*run)(EventManager*);
   const char* failure;
@@ -70,8 +70,7 @@ bool start_leaf(const char* function) {
   return rc == kStatusOk;
 }
 
-// The record service makes no record without memory for its block, so that the report is only for a service
-// that breaks this.
+// The record service creates no record without a block; the report covers a service that breaks this.
 void reissue_for(const VtabVrfRecord* record) {
   if (record->attributes == nullptr) {
     mpls_vpn_report_failure(ERR, kStatusNoVrfRecord, "Found a NULL vrf record");

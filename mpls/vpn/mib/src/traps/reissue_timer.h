@@ -9,13 +9,13 @@
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 
-// Makes the timer, stopped. 0, or the errno of the step that failed, with what was made before taken away.
-// Once, at start-up.
+// Creates the timer, stopped. 0, or the errno of the step that failed, after releasing what was created
+// before it. Once, at start-up.
 [[nodiscard]] Status mpls_vpn_mib_timer_init(EventManager* evm);
-// Starts, or starts again, with an interval in seconds. REQUIRES: the timer was made.
+// Starts or restarts the timer with an interval in seconds. REQUIRES: the timer exists.
 void mpls_vpn_mib_timer_start(std::uint32_t seconds);
 void mpls_vpn_mib_timer_stop();
-// Takes the timer away, whatever of it is there.
+// Releases the timer, complete or partial.
 void mpls_vpn_mib_timer_deinit();
 // The routine of the asynchronous event that expiry raises.
 void mpls_vpn_mib_timer_wakeup();

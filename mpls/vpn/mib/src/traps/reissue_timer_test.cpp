@@ -47,7 +47,7 @@ TEST_F(ReissueTimer, InitIsSaid) {
   EXPECT_THAT(Prints(), ElementsAre("Timers initialized"));
 }
 
-TEST_P(ReissueTimerInit, FailedStepIsToldAndWhatWasMadeIsTakenAway) {
+TEST_P(ReissueTimerInit, FailedStepIsReportedAndWhatWasCreatedIsReleased) {
   mpls_vpn_mib_timer_deinit();
   mpls_vpn_debug_flags[START].enabled.store(0);
   ClearPrints();
@@ -179,7 +179,7 @@ TEST_F(ReissueTimer, StopEndsTheRounds) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(ReissueTimer, WakeUpThatComesAfterAStopDoesNotRestart) {
+TEST_F(ReissueTimer, WakeUpAfterAStopDoesNotRestart) {
   OnlyArea(TRAPS);
   mpls_vpn_mib_timer_start(10);
   mpls_vpn_mib_timer_stop();
@@ -202,7 +202,7 @@ TEST_F(ReissueTimer, SecondStartCountsFromItsOwnTime) {
   EXPECT_EQ(Traps().size(), 1U);
 }
 
-TEST_F(ReissueTimer, StartThatFailsIsTold) {
+TEST_F(ReissueTimer, StartThatFailsIsReported) {
   OnlyArea(ERR);
   const ScopedFault fault("timer_leaf_start", kStatusIo);
   mpls_vpn_mib_timer_start(60);
@@ -210,7 +210,7 @@ TEST_F(ReissueTimer, StartThatFailsIsTold) {
               ElementsAre("Error in mpls_vpn_mib_timer_start: timer_leaf_start: Input/output error"));
 }
 
-TEST_F(ReissueTimer, RestartThatFailsIsToldAndNotSaidToHaveHappened) {
+TEST_F(ReissueTimer, RestartThatFailsIsReportedAndNotPrintedAsDone) {
   mpls_vpn_mib_timer_start(10);
   ClearPrints();
   {

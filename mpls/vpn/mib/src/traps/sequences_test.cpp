@@ -1,5 +1,5 @@
 // Which sequences of events raise VRF-up and VRF-down: the cases of RFC 4382 (section 6, mplsL3VpnVrfUp and
-// mplsL3VpnVrfDown), and where this system differs. docs/traps.md says the same for operators.
+// mplsL3VpnVrfDown), and where this system differs. docs/traps.md describes the same for operators.
 #include "mpls/vpn/mib/src/traps/procedures.h"
 #include "mpls/vpn/mib/src/traps/trap_test_support.h"
 
@@ -57,7 +57,7 @@ class TrapSequence : public TrapTest {
 
 // --- The cases of the RFC
 
-TEST_F(TrapSequence, OnlyInterfaceOfAVrfComesUpAndGoesDown) {
+TEST_F(TrapSequence, OnlyInterfaceOfAVrfIsUpAndThenDown) {
   const std::uint32_t ge0 = Add("ge0", "red");
   ComeUp("ge0");
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
@@ -67,7 +67,7 @@ TEST_F(TrapSequence, OnlyInterfaceOfAVrfComesUpAndGoesDown) {
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
 }
 
-TEST_F(TrapSequence, FirstInterfaceThatJoinsAVrfAndThenComesUp) {
+TEST_F(TrapSequence, FirstInterfaceThatJoinsAVrfAndIsUpAfterwards) {
   const std::uint32_t ge0 = Add("ge0", "default");
   Join("ge0", "red");
   Run();
@@ -84,7 +84,7 @@ TEST_F(TrapSequence, TwoInterfacesComeUpOneAfterTheOtherAndOnlyTheFirstRaisesUp)
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
 }
 
-TEST_F(TrapSequence, LastOfSeveralThatGoesDownRaisesDown) {
+TEST_F(TrapSequence, LastOfSeveralInterfacesDownRaisesDown) {
   Add("ge0", "red");
   const std::uint32_t ge1 = Add("ge1", "red");
   Add("ge2", "red");  // never up
@@ -266,7 +266,7 @@ TEST_F(TrapSequence, InterfacesThatComeUpTogetherRaiseOneUpOfTheFirst) {
 }
 
 // A host renames an interface only while it is down, and may leave it down: one change says both.
-TEST_F(TrapSequence, LastActiveInterfaceThatIsRenamedAndGoesDownAtOnceRaisesDown) {
+TEST_F(TrapSequence, LastActiveInterfaceThatIsRenamedAndDownAtOnceRaisesDown) {
   const std::uint32_t ge0 = Add("ge0", "red");
   ComeUp("ge0");
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
@@ -274,14 +274,14 @@ TEST_F(TrapSequence, LastActiveInterfaceThatIsRenamedAndGoesDownAtOnceRaisesDown
   EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
 }
 
-TEST_F(TrapSequence, InterfaceThatIsRenamedAndComesUpAtOnceRaisesUp) {
+TEST_F(TrapSequence, InterfaceThatIsRenamedAndUpAtOnceRaisesUp) {
   const std::uint32_t ge0 = Add("ge0", "red");
   RenameAndSetLink("ge0", "ge9", true);
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
 }
 
 // Names that are swapped are freed under a name in between, which no client may have seen.
-TEST_F(TrapSequence, InterfaceThatIsRenamedTwiceAndGoesDownInOneMomentRaisesDown) {
+TEST_F(TrapSequence, InterfaceThatIsRenamedTwiceAndDownInOneMomentRaisesDown) {
   const std::uint32_t ge0 = Add("ge0", "red");
   ComeUp("ge0");
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
@@ -322,7 +322,7 @@ TEST_F(TrapSequence, InterfacesThatGoDownAndAreMadeAgainInOneMomentRaiseOneDown)
   EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
 }
 
-TEST_F(TrapSequence, FirstAddressOfALinkThatIsUpRaisesUpAndTheLastThatGoesRaisesDown) {
+TEST_F(TrapSequence, FirstAddressOfALinkThatIsUpRaisesUpAndRemovalOfTheLastRaisesDown) {
   AddInterface("ge0", "red");
   LinkUp("ge0");
   Run();

@@ -1,4 +1,4 @@
-// The table of info.cpp stores the switches, and lists the items that are known here.
+// The switches are members of the table in info.cpp, which also lists the known items.
 #include "mpls/vpn/mib/src/traps/switches.h"
 
 #include <cstring>
@@ -14,7 +14,7 @@ bool is_deleted(const KvNotifyInfo* info) {
   return (info->whichevent & kKvEventDeleted) != 0;
 }
 
-// A value that is not a number of 32 bits counts as 0.
+// 0 for a value that is not a 32-bit number.
 std::int32_t number_of(const KvValue* value) {
   using Limits = std::numeric_limits<std::int32_t>;
   if (value == nullptr || value->type != KvValueType::kNumber) return 0;

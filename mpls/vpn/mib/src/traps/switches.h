@@ -4,8 +4,8 @@
 
 #include "platform/store/tree/kvtree.h"
 
-// An item below "/cfg/gl/snmp/enable/traps/l3vpnmib/" was added, set or deleted. The presence of a switch's
-// item turns it on, whatever its value; the value of "notif-reissue-time" is seconds (signed 32 bits), and
-// anything but a positive number ends the re-issuing. An unknown item is printed under ERR and traced. Main
+// An item below "/cfg/gl/snmp/enable/traps/l3vpnmib/" was added, set or deleted. A switch is on while its
+// item exists, whatever the item's value. The value of "notif-reissue-time" is seconds (signed 32 bits);
+// anything but a positive number stops the re-issuing. An unknown item is printed under ERR and traced. Main
 // thread only.
 void traps_notify(const KvNotifyInfo* info);

@@ -66,16 +66,16 @@ class TrapTest : public DaemonTest {
   std::vector<std::string> Traps() {
     std::vector<std::string> lines;
     for (;;) {
-      kvtree::NotificationResult told = client_->next_notification(std::chrono::milliseconds(0));
-      if (told.status != kStatusOk) {
-        EXPECT_EQ(told.status, kStatusTimedOut);
+      kvtree::NotificationResult received = client_->next_notification(std::chrono::milliseconds(0));
+      if (received.status != kStatusOk) {
+        EXPECT_EQ(received.status, kStatusTimedOut);
         return lines;
       }
-      EXPECT_EQ(told.path, "/oper/mpls_vpn/gl/");
-      EXPECT_EQ(told.item_name, "trap_msg");
-      EXPECT_EQ(told.values[0], 2U);
-      EXPECT_EQ(told.values[1], 7U);
-      lines.push_back(LineOf(told.record));
+      EXPECT_EQ(received.path, "/oper/mpls_vpn/gl/");
+      EXPECT_EQ(received.item_name, "trap_msg");
+      EXPECT_EQ(received.values[0], 2U);
+      EXPECT_EQ(received.values[1], 7U);
+      lines.push_back(LineOf(received.record));
     }
   }
 

@@ -1,4 +1,4 @@
-// The switches of the notifications, and the road of one to a watching client.
+// The switches of the notifications, and the delivery of one to a watching client.
 #include <fstream>
 
 #include "mpls/vpn/mib/src/provider/provider.h"
@@ -80,7 +80,7 @@ TEST_F(TrapSwitches, EachItemSwitchesItsOwnRow) {
   }
 }
 
-TEST_F(TrapSwitches, SayWhatTheyWereTold) {
+TEST_F(TrapSwitches, PrintTheItemAndTheEventBits) {
   OnlyArea(TRAPS);
   Set("vrf-up");
   Delete("vrf-up");
@@ -123,7 +123,7 @@ TEST_F(TrapSwitches, DeletionOfAllLeavesTheTrapsThatAreEnabledOneByOne) {
                                    "mplsL3VpnNumVrfRouteMaxThreshCleared red high=100 routes=99"));
 }
 
-TEST_F(TrapSwitches, UnknownItemChangesNothingAndIsTold) {
+TEST_F(TrapSwitches, UnknownItemChangesNothingAndIsReported) {
   Set("vrf-up");
   OnlyArea(ERR);
   ClearPrints();
@@ -137,12 +137,12 @@ TEST_F(TrapSwitches, UnknownItemChangesNothingAndIsTold) {
   OnlyArea(TRAPS);
   ClearPrints();
   Set("vrf-u");
-  EXPECT_EQ(Prints().back(), "Enabling trap vrf-u") << "what it was told comes first";
+  EXPECT_EQ(Prints().back(), "Enabling trap vrf-u") << "the item is printed first";
 }
 
 // --- The re-issue time
 
-TEST_F(TrapSwitches, ReissueTimeIsKeptAndStartsTheTimer) {
+TEST_F(TrapSwitches, ReissueTimeIsStoredAndStartsTheTimer) {
   OnlyArea(TRAPS);
   Set("notif-reissue-time", Number(60));
   EXPECT_EQ(notif_reissue_time, 60U);
@@ -174,7 +174,7 @@ TEST_F(TrapSwitches, ReissueTimeThatIsZeroOrNegativeStopsTheTimerAsItsDeletionDo
   EXPECT_FALSE(Printed("Timer wakeup"));
 }
 
-TEST_F(TrapSwitches, ReissueTimeThatIsNoNumberOfThirtyTwoBitsIsNone) {
+TEST_F(TrapSwitches, ReissueTimeThatIsNotA32BitNumberStopsTheTimer) {
   KvValue text;
   text.type = KvValueType::kText;
   text.number = 60;
@@ -221,7 +221,7 @@ TEST_F(TrapGeneration, BeforeTheProviderConnectionExistsItIsDropped) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(TrapGeneration, FailedEncodingIsToldAndNothingSent) {
+TEST_F(TrapGeneration, FailedEncodingIsReportedAndNothingIsSent) {
   OnlyArea(ERR);
   const ScopedFault fault("parcel_encode", kStatusNoMemory);
   generate();
@@ -233,7 +233,7 @@ TEST_F(TrapGeneration, FailedEncodingIsToldAndNothingSent) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(TrapGeneration, FailedNotificationIsTold) {
+TEST_F(TrapGeneration, FailedNotificationIsReported) {
   mpls_vpn_debug_flags[TRAPS].enabled.store(0);
   const ScopedFault fault("kvtree_prov_notify", kStatusIo);
   generate();
@@ -246,11 +246,11 @@ TEST_F(TrapGeneration, FailedNotificationIsTold) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(TrapGeneration, FailedReleaseIsToldAfterTheTrapWasSent) {
+TEST_F(TrapGeneration, FailedReleaseIsReportedAfterTheTrapWasSent) {
   OnlyArea(ERR);
   {
     const ScopedFault fault("parcel_free_indirections", kStatusIo);
-    generate(nullptr);  // without a text there is nothing that could stay behind
+    generate(nullptr);  // without a text nothing remains to release
   }
   EXPECT_THAT(Prints(), ElementsAre("Error in generate_trap_notification: parcel_free_indirections: "
                                     "Input/output error"));
@@ -258,7 +258,7 @@ TEST_F(TrapGeneration, FailedReleaseIsToldAfterTheTrapWasSent) {
   EXPECT_EQ(Traps().size(), 1U);
 }
 
-TEST_F(TrapGeneration, WithoutAWatcherItIsSentToNobody) {
+TEST_F(TrapGeneration, WithoutAWatcherNothingIsSent) {
   kvtree_stop_serving(manager_);
   OnlyArea(ERR);
   generate();
@@ -311,7 +311,7 @@ TEST_F(TrapConfiguration, IsFollowed) {
   EXPECT_EQ(notif_reissue_time, 0U);
 }
 
-TEST_F(TrapConfiguration, ThatExistsAtStartUpIsInForceAfterRegistration) {
+TEST_F(TrapConfiguration, ThatExistsAtStartUpIsEffectiveAfterRegistration) {
   Configure("all");
   Configure("notif-reissue-time", 45);
   EXPECT_EQ(mpls_vpn_mib_trap_info[kTrapAll].enabled, 0U);

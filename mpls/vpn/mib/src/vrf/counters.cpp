@@ -1,10 +1,10 @@
-// The counts behind a VRF's operational status (mplsL3VpnVrfOperStatus, RFC 4382: up while at least one of
-// its interfaces is active). Nothing is cached: the VRF's row and the decisions about its up and down
-// notifications count afresh.
+// Interface counts of a VRF, from which its operational status follows (mplsL3VpnVrfOperStatus, RFC 4382: up
+// while at least one interface is active). Nothing is cached: the VRF's row and the decisions about its up
+// and down notifications count anew.
 //
-// Membership comes from the interface database and the state of an interface from its record, so the two can
-// differ for the moment in which an interface is known here and not there. Main thread; no locks: when the
-// caller holds the database mutex, the repair of a dirty database is left to the next lookup.
+// Membership is read from the interface database and the state of an interface from its record; the two can
+// differ for a moment, while one has the interface and the other does not. Main thread; no locks: if the
+// caller holds the database mutex, the next look-up repairs a dirty database.
 #include "mpls/vpn/mib/src/vrf/counters.h"
 
 #include <cstring>
@@ -41,7 +41,7 @@ void fill_vrf_counters(const char* vrf_name, const char* skip_if_name, std::uint
                        std::uint32_t* active) {
   *associated = 0;
   *active = 0;
-  (void)mpls_vpn_mib_clean_if_dbase();  // what could not be repaired is counted as it stands
+  (void)mpls_vpn_mib_clean_if_dbase();  // nodes that could not be repaired are counted too
   for (const IfNode* node = mpls_vpn_mib_get_first_if_of_vrf(vrf_name); node != nullptr;
        node = mpls_vpn_mib_get_next_if_of_vrf(node, vrf_name)) {
     if (is_skipped(node, skip_if_name)) continue;

@@ -82,7 +82,7 @@ TEST_F(VrfCounters, InterfaceWithoutARecordIsAssociatedOnly) {
   EXPECT_EQ(code, kStatusNoSuchRow);
 }
 
-TEST_F(VrfCounters, NamelessInterfaceBehindAnotherIsAssociatedOnly) {
+TEST_F(VrfCounters, NamelessInterfaceAfterAnotherIsAssociatedOnly) {
   AddActive("ge0", "red", "192.0.2.1/24");
   CreateIf("red", 77, nullptr, 0x77);
   ExpectCounts(2, 1, "ge1");
@@ -106,7 +106,7 @@ TEST_F(VrfCounters, InterfaceThatCannotBeRepairedIsTriedByTheCountingToo) {
   EXPECT_EQ(TimesPrinted("Start cleaning interface database..."), 2U);
 }
 
-TEST_F(VrfCounters, HeldMutexCountsTheDatabaseAsItStands) {
+TEST_F(VrfCounters, HeldMutexCountsTheDatabaseUnrepaired) {
   AddActive("ge0", "red", "192.0.2.1/24");
   CreateIf("red", 0, nullptr, 0x99);
   TakeMutex();

@@ -1,7 +1,6 @@
-// See database.h. One tree with one ordering; the database holds nothing but its nodes. The
-// operations take no lock: writers are the membership handlers, which hold the database mutex, and readers
-// are on the same thread. VRFs that have interfaces here without being announced are the interface database's
-// to find.
+// One tree with one ordering; all state is in its nodes. The operations take no lock: writers are the
+// membership handlers, which hold the database mutex, and readers run on the same thread. VRFs that have
+// interfaces without having been announced are found by the interface database.
 #include "mpls/vpn/mib/src/vrf/database.h"
 
 #include <cstdlib>

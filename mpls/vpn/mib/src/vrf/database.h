@@ -18,7 +18,7 @@ struct VrfNode {
   VtabVrfRecord* vrf_rec;  // the record service's
 };
 
-// Makes the empty database. The tree's status. Once, at start-up.
+// Creates the empty database. The tree's status. Once, at start-up.
 [[nodiscard]] Status mpls_vpn_mib_vrf_dbase_init();
 // Frees every node. For tests that start the daemon again.
 void mpls_vpn_mib_vrf_dbase_end();

@@ -200,7 +200,7 @@ TEST_F(VrfDatabase, NameIsTestedBeforeTheRecord) {
   EXPECT_THAT(Prints(), ElementsAre("Invalid node: vrf_name is NULL"));
 }
 
-TEST_F(VrfDatabase, PrintShowsValidAndInvalidNodesAndGoesOn) {
+TEST_F(VrfDatabase, PrintShowsValidAndInvalidNodesAndContinues) {
   CreateWith("red", nullptr);
   Create("blue");
   mpls_vpn_mib_vrf_dbase_print();

@@ -1,10 +1,10 @@
-// Answers for the VRF table. A row is made from the VRF's record and attribute block, the counts of its
-// interfaces, and the route counts of its two unicast tables, all as they are at this moment.
+// Answers for the VRF table. A row is built from the VRF's record and attribute block, the counts of its
+// interfaces, and the route counts of its two unicast tables, all read at this moment.
 //
-// A VRF is up while it has an active interface, and its administrative status mirrors that on purpose: there
-// is nothing to switch. The daemon counts no label violations and no added, deleted or dropped routes.
+// A VRF is up while it has an active interface. Its administrative status mirrors that deliberately: a VRF
+// cannot be switched off. The daemon counts no label violations and no added, deleted or dropped routes.
 //
-// Main thread; nothing is kept between requests. The row owns its texts until it is encoded.
+// Main thread. The row owns its texts until it is encoded.
 #include "mpls/vpn/mib/src/vrf/entry.h"
 
 #include <cstdint>
@@ -30,7 +30,7 @@ constexpr std::int32_t kStatusDown = 2;  // the same
 constexpr char kVrfHandler[] = "mpls_vpn_mib_prov_get_vrf";
 constexpr char kVrfFill[] = "fill_vrf_parcel";
 
-// A forward reference can be here for the moment between a VRF's deletion and the news of it.
+// A node can refer to a forward reference between the VRF's deletion and its notification.
 bool is_row(const VrfNode* node) {
   return node->vrf_rec->vrf_id != 0 && std::strcmp(node->vrf_name, kDefaultVrfName) != 0;
 }
@@ -91,7 +91,7 @@ Status mpls_vpn_mib_prov_get_vrf(KvReply* reply, const RequestArgs* args) {
   mpls_vpn_mib_vrf row;
   fill_vrf_parcel(&row, node->vrf_rec);
   if (row.name != nullptr) return prov_encode_parcel(reply, &row, &kMibVrfParcel);
-  // A reader that goes on from the row needs its name.
+  // A reader needs the row's name to continue from it.
   const Status rc = parcel_free_indirections(&kMibVrfParcel, &row);
   if (rc != kStatusOk) mpls_vpn_error(kVrfHandler, "parcel_free_indirections", rc);
   return kStatusNoMemory;

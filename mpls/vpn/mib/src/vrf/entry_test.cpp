@@ -79,7 +79,7 @@ TEST_F(VrfRow, ExactReadAnswersForwardReferencesAndDefaultWhileTheyAreInTheDatab
   EXPECT_EQ(Answer(kExact, "default"), "default");
 }
 
-TEST_F(VrfRow, NodeWithoutARecordIsNoSuchRow) {
+TEST_F(VrfRow, NodeWithoutARecordAnswersNoSuchRow) {
   AddVrf("zebra");
   Connect();
   HoldInDatabase("odd", nullptr);
@@ -87,7 +87,7 @@ TEST_F(VrfRow, NodeWithoutARecordIsNoSuchRow) {
   EXPECT_EQ(Answer(kNext, "odd"), "none");
 }
 
-TEST_F(VrfRow, NodeWithoutARecordBehindAForwardReferenceIsNoSuchRow) {
+TEST_F(VrfRow, NodeWithoutARecordAfterAForwardReferenceAnswersNoSuchRow) {
   NameVrf("early");
   Connect();
   HoldInDatabase("early", vtab_get_vrf_record_by_vrf_name("early"));
@@ -95,7 +95,7 @@ TEST_F(VrfRow, NodeWithoutARecordBehindAForwardReferenceIsNoSuchRow) {
   EXPECT_EQ(Answer(kNext, "early"), "none");
 }
 
-TEST_F(VrfRow, HandlerTellsWhatItDoes) {
+TEST_F(VrfRow, HandlerPrintsWhatItDoes) {
   AddVrf("red");
   Connect();
   OnlyArea(PROV);
@@ -217,7 +217,7 @@ TEST_F(VrfRow, RoutesOfBothUnicastTablesAreCounted) {
   EXPECT_EQ(row->currNumRoutes, 3U);
 }
 
-TEST_F(VrfRow, WithoutTheModulesTheRowStandsAndCountsNoRoutes) {
+TEST_F(VrfRow, WithoutTheModulesTheRowIsAnsweredAndCountsNoRoutes) {
   AddVrf("red");
   Connect();
   AddRoute("red", "10.0.0.0/8");
@@ -243,7 +243,7 @@ TEST_F(VrfRow, MissingRecordIsReportedAndLeavesARowThatIsEncodedAsCleared) {
   EXPECT_EQ(decoded->discTime, 0U);
 }
 
-TEST_F(VrfRow, NameWithoutMemoryIsNoMemory) {
+TEST_F(VrfRow, NameWithoutMemoryAnswersNoMemory) {
   AddVrf("red");
   Connect();
   const ScopedFault fault("text_copy", kStatusNoMemory);

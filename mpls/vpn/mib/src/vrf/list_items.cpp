@@ -1,5 +1,5 @@
-// See list_items.h. Item kinds are passed on to readers: 3 for a name, 7 for a record. An
-// encoded record and an encoded key live until their item is added: the data store copies both.
+// Readers see the item kinds: 3 for a name, 7 for a record. An encoded record or key is freed once its item
+// is added: the data store copies both.
 #include "mpls/vpn/mib/src/vrf/list_items.h"
 
 #include <cstdlib>

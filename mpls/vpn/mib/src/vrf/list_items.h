@@ -1,4 +1,4 @@
-// What the lists of VRFs and of invalid VRFs share. Not for other files.
+// Shared by the lists of VRFs and of invalid VRFs. Not for other files.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include "platform/core/base/status.h"
 #include "platform/store/tree/kvtree.h"
 
-// One kind of answer; the texts are those by which operators know its failures.
+// One kind of answer, with the fixed texts of its failures.
 struct VrfListKind {
   const char* function;
   const char* creation_failed;
@@ -15,13 +15,13 @@ struct VrfListKind {
   bool is_datalist;
 };
 
-// Makes the reply's empty list or datalist, or reports why not.
+// Creates the reply's empty list or datalist. A failure is reported and returned.
 Status create_vrf_list(const VrfListKind& kind, KvListReply* reply);
 
 // These add one item. False, reported, when it could not be added.
 bool add_vrf_list_item(const VrfListKind& kind, KvListReply* reply, const char* key);
-// Encodes and spends the show record; one without its name is no item. With is_xml the key is the encoded
-// name.
+// Encodes and releases the show record; a record without its name is not added. With is_xml the key is the
+// encoded name.
 bool add_vrf_datalist_item(const VrfListKind& kind, KvListReply* reply, const char* vrf_name,
                            mpls_vpn_vrf* show, bool is_xml);
 

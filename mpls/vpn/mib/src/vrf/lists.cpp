@@ -1,5 +1,5 @@
-// The list and the datalist of the VRFs that exist: one walk over the record service's VRFs, in which the two
-// differ by where they begin, by what an item holds, and by a word in what they report.
+// The list and the datalist of existing VRFs: one walk over the record service's VRFs. The two differ in
+// where they begin, in the content of an item, and in a word of their reports.
 //
 // The limit is tested after an item was added, so that a maximum of 0 yields one item.
 #include "mpls/vpn/mib/src/vrf/lists.h"
@@ -32,8 +32,8 @@ struct VrfWalk {
 
 enum class Step { kGoOn, kEnd };
 
-// The first VRF whose name is greater, whether or not there is one of this name.
-VtabVrfRecord* first_behind(const char* vrf_name) {
+// The first VRF whose name is greater; a VRF of this name need not exist.
+VtabVrfRecord* first_after(const char* vrf_name) {
   VtabVrfRecord key{};
   const std::size_t length = std::strlen(vrf_name);
   if (length >= sizeof key.vrf_name) return nullptr;  // longer than any: the last of all
@@ -44,12 +44,12 @@ VtabVrfRecord* first_behind(const char* vrf_name) {
 VtabVrfRecord* first_record(const VrfWalk& walk, std::uint32_t form) {
   if (form > kFormEncodedNameAfiSafi) return nullptr;
   if (!walk.is_named) return vtab_get_first_vrf_record();
-  const bool from_behind = walk.kind.is_datalist && (form == kFormName || form == kFormEncodedName);
-  if (from_behind) return first_behind(walk.filter.vrf_name);
+  const bool from_next = walk.kind.is_datalist && (form == kFormName || form == kFormEncodedName);
+  if (from_next) return first_after(walk.filter.vrf_name);
   return vtab_get_vrf_record_by_vrf_name(walk.filter.vrf_name);
 }
 
-// Why a VRF is no item. The datalist leaves a trace of the first two.
+// Whether a VRF is left out; prints why. The datalist traces the first two reasons.
 bool is_ignored(const VrfWalk& walk, const VtabVrfRecord* record) {
   if (std::strcmp(record->vrf_name, kDefaultVrfName) == 0) {
     mpls_vpn_debug(PROV, "Ignoring default VRF");

@@ -108,7 +108,7 @@ TEST_F(VrfLists, WithoutANameAllVrfsAreListedInOrder) {
   }
 }
 
-TEST_F(VrfLists, NamedListBeginsAtTheVrfAndNamedDatalistBehindIt) {
+TEST_F(VrfLists, NamedListBeginsAtTheVrfAndNamedDatalistAfterIt) {
   AddVrfs({"a", "b", "c"});
   EXPECT_THAT(List(Named(kName, "b")), ElementsAre("b", "c"));
   EXPECT_THAT(Datalist(Named(kName, "b")), ElementsAre("c"));
@@ -116,7 +116,7 @@ TEST_F(VrfLists, NamedListBeginsAtTheVrfAndNamedDatalistBehindIt) {
   EXPECT_THAT(Datalist(Named(kEncodedName, "b")), ElementsAre("c"));
 }
 
-TEST_F(VrfLists, NameThatIsNotThereBeginsADatalistBehindItAndNoList) {
+TEST_F(VrfLists, AbsentNameBeginsADatalistAfterItAndNoList) {
   AddVrfs({"a", "c"});
   EXPECT_THAT(List(Named(kName, "b")), IsEmpty());
   EXPECT_THAT(Datalist(Named(kName, "b")), ElementsAre("c"));
@@ -142,7 +142,7 @@ TEST_F(VrfLists, NamedVrfThatFailsTheFilterEndsTheWalk) {
   EXPECT_FALSE(Printed("VRF does not match AFI SAFI filter"));
 }
 
-TEST_F(VrfLists, UnnamedWalkGoesOnPastVrfsThatFailTheFilter) {
+TEST_F(VrfLists, UnnamedWalkContinuesPastVrfsThatFailTheFilter) {
   AddVrfWithTables("a", true, true);
   AddVrfWithTables("b", true, false);
   AddVrfWithTables("c", true, true);
@@ -178,7 +178,7 @@ TEST_F(VrfLists, DefaultAndForwardReferencesAndUnknownVrfsAreIgnored) {
   EXPECT_TRUE(Printed("Ignoring default VRF"));
   EXPECT_THAT(Traced("mpls_vpn/prov"), Contains("Ignoring default VRF"));
   EXPECT_THAT(Traced("mpls_vpn/prov"), Contains("Ignoring VRF FWD REF later"));
-  EXPECT_THAT(List(Named(kName, "default")), ElementsAre("customers")) << "the walk goes on behind it";
+  EXPECT_THAT(List(Named(kName, "default")), ElementsAre("customers")) << "the walk continues after it";
 }
 
 TEST_F(VrfLists, VrfThatTheDatabaseDoesNotHoldIsIgnored) {
@@ -193,7 +193,7 @@ TEST_F(VrfLists, VrfThatTheDatabaseDoesNotHoldIsIgnored) {
 
 // --- How many
 
-TEST_F(VrfLists, MaximumOfOneIsOneNameAndTold) {
+TEST_F(VrfLists, MaximumOfOneYieldsOneNameAndIsReported) {
   AddVrfs({"a", "b"});
   EXPECT_THAT(List(Unnamed(kName), 1), ElementsAre("a"));
   EXPECT_TRUE(Printed("Reached max 1 1"));
@@ -347,7 +347,7 @@ TEST_F(VrfLists, KeyThatCannotBeEncodedLeavesTheVrfOut) {
   EXPECT_EQ(code, kStatusNoMemory);
 }
 
-TEST_F(VrfLists, NamedVrfThatIsNoItemDoesNotEndTheWalk) {
+TEST_F(VrfLists, NamedVrfThatIsLeftOutDoesNotEndTheWalk) {
   NameVrf("a");
   AddVrfs({"b", "c"});
   for (const std::uint32_t form : {kNameAfiSafi, kEncodedNameAfiSafi}) {
@@ -399,7 +399,7 @@ TEST_F(VrfLists, InvalidVrfsAreListedWithoutTheValidOnes) {
   EXPECT_EQ(Item(1), "away 1 0");
 }
 
-TEST_F(VrfLists, NamedInvalidWalkBeginsBehindTheName) {
+TEST_F(VrfLists, NamedInvalidWalkBeginsAfterTheName) {
   AddInterface("ge1", "far");
   AddInterface("ge2", "away");
   EXPECT_THAT(ListInvalid(Named(kName, "far")), ElementsAre("away"));
@@ -423,11 +423,11 @@ TEST_F(VrfLists, NamesOfInvalidVrfsAreNeverEncoded) {
   EXPECT_THAT(DatalistInvalid(Unnamed(kEncodedName)), ElementsAre("a/b"));
 }
 
-TEST_F(VrfLists, EncodedNameOfAnInvalidVrfIsComparedAsItStands) {
+TEST_F(VrfLists, EncodedNameOfAnInvalidVrfIsComparedLiterally) {
   AddInterface("ge1", "a/b");
   AddInterface("ge2", "zzzz");
   EXPECT_THAT(DatalistInvalid(Named(kName, "a/b")), ElementsAre("zzzz"));
-  EXPECT_THAT(DatalistInvalid(Named(kEncodedName, "a%2Fb")), IsEmpty()) << "five octets: behind both";
+  EXPECT_THAT(DatalistInvalid(Named(kEncodedName, "a%2Fb")), IsEmpty()) << "five octets: after both";
   EXPECT_THAT(ListInvalid(Named(kEncodedName, "a%2Fb")), IsEmpty());
   EXPECT_THAT(DatalistInvalid(Named(kEncodedName, "a/b")), ElementsAre("zzzz"));
 }

@@ -1,7 +1,7 @@
 // The show handlers and the show record as a whole; interface names and tables have files of their own.
 //
 // The VRF "default" is the routing context of interfaces in no VRF: its record lists those interfaces and has
-// no tables. Main thread; nothing is kept between requests.
+// no tables. Main thread.
 #include "mpls/vpn/mib/src/vrf/show.h"
 
 #include <cstring>
@@ -32,7 +32,7 @@ void add_selected_tables(ParcelArray* tables, const VtabVrfRecord* record, std::
   add_tables(tables, record, afi_index, second_selector, slots_of(afi_index));
 }
 
-// The VRF's record, or why there is nothing to show.
+// Stores the VRF's record in *record, or returns why there is nothing to show.
 Status find_shown(const char* vrf_name, VtabVrfRecord** record) {
   if (vrf_in_database(vrf_name) == nullptr) {
     mpls_vpn_debug(PROV, "Ignoring VRFs not present in DB");
@@ -61,7 +61,7 @@ Status refuse(mpls_vpn_vrf* show, Status why, const char* handler) {
   return why;
 }
 
-// A record without its name cannot be told from any other.
+// Refuses a record without its name: a reader could not identify it.
 Status encode_named(KvReply* reply, mpls_vpn_vrf* show, const char* handler) {
   if (show->VRFName == nullptr) return refuse(show, kStatusNoMemory, handler);
   return prov_encode_parcel(reply, show, &kShowVrfParcel);

@@ -24,8 +24,8 @@ Status mpls_vpn_mib_prov_get_vrf_show(KvReply* reply, const RequestArgs* args);
 Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args);
 
 // All fill functions clear the record first and put heap copies into it, which parcel_free_indirections
-// releases. Without memory the array or the text concerned is left out, which is reported and traced: the
-// record stands without it, unless it is the VRF's name. A missing argument is reported and fills nothing.
+// releases. An array or text that finds no memory is left out, which is reported and traced; the record
+// remains usable unless the VRF's name is missing. A missing argument is reported and fills nothing.
 
 // afi_index: 0 all address families, 1 IPv4, 2 IPv6. second_selector: 2 (multicast) takes no table of a given
 // address family.

@@ -1,9 +1,9 @@
 // The interface names of a show record.
 //
-// Names are kept with "_" where the interface's name has "/", and are turned back here. The interfaces of a
-// VRF are its nodes in the interface database; those of no VRF are in the record service alone. Both are
-// counted first and then walked again. The walk of a VRF's nodes repairs the database as it goes, which may
-// bring nodes that were not counted: at most as many names as were counted are taken.
+// Stored names have "_" where the interface's name has "/"; this file restores the "/". The interfaces of a
+// VRF are its nodes in the interface database; those of no VRF are only in the record service. Both are
+// counted first and then walked. The walk of a VRF's nodes repairs the database on the way and may find nodes
+// that were not counted: at most the counted number of names is stored.
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -76,7 +76,7 @@ void add_default_vrf_ifs(ParcelArray* interfaces) {
 
 std::uint32_t add_ifs(ParcelArray* interfaces, const char* vrf_name) {
   *interfaces = {};
-  (void)mpls_vpn_mib_clean_if_dbase();  // what could not be repaired is shown as it stands
+  (void)mpls_vpn_mib_clean_if_dbase();  // nodes that could not be repaired are shown too
   const std::uint32_t count = count_ifs(vrf_name);
   if (count == 0) return 0;
   mpls_vpn_interfaces* slots = new_slots(count, "If in VRF", __func__);

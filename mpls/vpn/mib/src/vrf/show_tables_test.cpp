@@ -17,7 +17,7 @@ TEST_F(VrfShow, MulticastTablesAreNotShown) {
   ASSERT_EQ(Show("red"), kStatusOk);
   EXPECT_THAT(ShownTables(), ElementsAre("1/1 - -", "2/1 - -"));
   EXPECT_TRUE(Printed("add_tables table count: 4"));
-  EXPECT_TRUE(Printed("Adding table red.ipv4.multicast, afi = 1, safi = 2")) << "told of every table met";
+  EXPECT_TRUE(Printed("Adding table red.ipv4.multicast, afi = 1, safi = 2")) << "printed for every table met";
 }
 
 TEST_F(VrfShow, GivenFamilyShowsItsTableOnly) {
@@ -86,7 +86,7 @@ TEST_F(VrfShow, TablesWithoutMemoryAreLeftOut) {
   const ScopedFault fault("calloc_tagged:Table in VRF", kStatusNoMemory);
   ASSERT_EQ(Show("red"), kStatusOk);
   EXPECT_THAT(ShownTables(), IsEmpty());
-  ExpectNoArrayTold("add_tables");
+  ExpectNoArrayReported("add_tables");
 }
 
 TEST_F(VrfShow, TableHasTheRouteTargetsOfItsFamilyInOrder) {
@@ -110,10 +110,10 @@ TEST_F(VrfShow, RouteTargetsWithoutMemoryAreLeftOut) {
   const ScopedFault fault("calloc_tagged:RT in VRF", kStatusNoMemory);
   ASSERT_EQ(Show("red"), kStatusOk);
   EXPECT_THAT(ShownTables(), ElementsAre("1/1 - -", "2/1 - -"));
-  ExpectNoArrayTold("add_rts");
+  ExpectNoArrayReported("add_rts");
 }
 
-TEST_F(VrfShow, RouteTargetWithoutAValueIsTold) {
+TEST_F(VrfShow, RouteTargetWithoutAValueIsReported) {
   RtNode node{};
   node.type = kRtExport;
   node.afi = 2;

@@ -34,7 +34,7 @@ TEST_F(VrfShow, ShowsTheVrf) {
   EXPECT_THAT(TablesOf(*show.operator->()), ElementsAre("1/1 - -", "2/1 - -"));
 }
 
-TEST_F(VrfShow, HandlerTellsWhetherTheFormIsStructured) {
+TEST_F(VrfShow, HandlerPrintsWhetherTheFormIsStructured) {
   Connect();
   OnlyArea(PROV);
   EXPECT_EQ(Show("red"), kStatusNoSuchRow);
@@ -53,7 +53,7 @@ TEST_F(VrfShow, VrfThatTheRecordServiceDoesNotKnowHasAStatusOfItsOwn) {
   EXPECT_TRUE(Printed("No VRF found"));
 }
 
-TEST_F(VrfShow, ForwardReferenceIsNoSuchRow) {
+TEST_F(VrfShow, ForwardReferenceAnswersNoSuchRow) {
   NameVrf("later");
   Connect();
   HoldInDatabase("later", vtab_get_vrf_record_by_vrf_name("later"));
@@ -71,7 +71,7 @@ TEST_F(VrfShow, MissingRouteDistinguisherIsFetched) {
   EXPECT_STREQ(show->RouteDistinguisher, "65000:100");
 }
 
-TEST_F(VrfShow, MissingRecordIsToldAndFillsNothing) {
+TEST_F(VrfShow, MissingRecordIsReportedAndFillsNothing) {
   OnlyArea(ERR);
   mpls_vpn_vrf show;
   fill_show_vrf_parcel(&show, nullptr, 0, 0, false);
@@ -88,7 +88,7 @@ TEST_F(VrfShow, OnlyABigVrfIsShownAsOne) {
   EXPECT_EQ(show->isBigVrf, 0U);
 }
 
-TEST_F(VrfShow, HandlerTellsWhatItDoes) {
+TEST_F(VrfShow, HandlerPrintsWhatItDoes) {
   AddVrf("red", 0, "65000:1");
   AddRouteTarget("red", kRtImport, "1:1");
   Connect();
@@ -124,7 +124,7 @@ TEST_F(VrfShow, NameIsTakenAsGivenInEveryForm) {
   }
 }
 
-TEST_F(VrfShow, TextWithoutMemoryIsLeftOutAndTheRequestStands) {
+TEST_F(VrfShow, TextWithoutMemoryIsLeftOutAndTheRequestSucceeds) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Connect();
@@ -149,11 +149,11 @@ TEST_F(VrfShow, TextWithoutMemoryIsLeftOutAndTheRequestStands) {
     const ScopedFault fault("text_copy", kStatusNoMemory, ++copy);
     ASSERT_EQ(Show("red"), kStatusOk) << copy;
     EXPECT_EQ(ShownInFull(), shown) << copy;
-    ExpectNoCopyTold(function);
+    ExpectNoCopyReported(function);
   }
 }
 
-TEST_F(VrfShow, RecordWithoutItsNameIsNoMemory) {
+TEST_F(VrfShow, RecordWithoutItsNameAnswersNoMemory) {
   AddVrf("red", 0, "65000:1");
   AddInterface("ge0", "red");
   AddInterface("ge1", "far");
@@ -163,11 +163,11 @@ TEST_F(VrfShow, RecordWithoutItsNameIsNoMemory) {
   fault_arm("text_copy", kStatusNoMemory);
   EXPECT_EQ(Show("red"), kStatusNoMemory);
   EXPECT_EQ(reply_.Get().data, nullptr);
-  ExpectNoCopyTold("fill_show_vrf_parcel");
+  ExpectNoCopyReported("fill_show_vrf_parcel");
   fault_arm("text_copy", kStatusNoMemory);
   EXPECT_EQ(ShowInvalid("far"), kStatusNoMemory);
   EXPECT_EQ(reply_.Get().data, nullptr);
-  ExpectNoCopyTold("fill_vrf_invalid_parcel");
+  ExpectNoCopyReported("fill_vrf_invalid_parcel");
 }
 
 // --- Interfaces
@@ -213,7 +213,7 @@ TEST_F(VrfShow, InterfacesWithoutMemoryAreLeftOut) {
   const ScopedFault fault("calloc_tagged:If in VRF", kStatusNoMemory);
   ASSERT_EQ(Show("red"), kStatusOk);
   EXPECT_THAT(ShownInterfaces(), IsEmpty());
-  ExpectNoArrayTold("add_ifs");
+  ExpectNoArrayReported("add_ifs");
 }
 
 TEST_F(VrfShow, DefaultVrfListsTheInterfacesInNoVrfAndHasNoTables) {
@@ -247,7 +247,7 @@ TEST_F(VrfShow, InterfacesOfDefaultWithoutMemoryAreLeftOut) {
   const ScopedFault fault("calloc_tagged:Def if in VRF", kStatusNoMemory);
   ASSERT_EQ(Show("default"), kStatusOk);
   EXPECT_THAT(ShownInterfaces(), IsEmpty());
-  ExpectNoArrayTold("add_default_vrf_ifs");
+  ExpectNoArrayReported("add_default_vrf_ifs");
 }
 
 // --- Invalid VRFs
@@ -280,20 +280,20 @@ TEST_F(VrfShow, VrfThatExistsIsNotInvalid) {
                                     "VRF red found, but it is not invalid"));
 }
 
-TEST_F(VrfShow, InvalidVrfWithoutInterfacesIsNoSuchRow) {
+TEST_F(VrfShow, InvalidVrfWithoutInterfacesAnswersNoSuchRow) {
   Connect();
   EXPECT_EQ(ShowInvalid("far"), kStatusNoSuchRow);
   EXPECT_TRUE(Printed("Requested VRF far invalid, but found no ifs"));
 }
 
-TEST_F(VrfShow, InvalidVrfWhoseInterfacesFindNoMemoryIsNoSuchRow) {
+TEST_F(VrfShow, InvalidVrfWhoseInterfacesFindNoMemoryAnswersNoSuchRow) {
   AddInterface("ge0", "far");
   Connect();
   Run();
   const ScopedFault fault("calloc_tagged:If in VRF", kStatusNoMemory);
   EXPECT_EQ(ShowInvalid("far"), kStatusNoSuchRow);
   EXPECT_TRUE(Printed("Requested VRF far invalid, but found no ifs"));
-  ExpectNoArrayTold("add_ifs");
+  ExpectNoArrayReported("add_ifs");
 }
 
 TEST_F(VrfShow, InterfaceOfAnInvalidVrfWithoutMemoryForItsNameIsShownEmpty) {

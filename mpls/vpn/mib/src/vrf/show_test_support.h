@@ -36,7 +36,7 @@ class VrfShow : public RouteTablesTest {
     return text;
   }
   // Printed, and traced last with the code of exhausted memory.
-  void ExpectNoMemoryTold(const std::string& printed, const std::string& traced) {
+  void ExpectNoMemoryReported(const std::string& printed, const std::string& traced) {
     EXPECT_TRUE(Printed(printed)) << printed;
     Status code = kStatusOk;
     const std::vector<std::string> records = Traced("mpls_vpn/error", &code);
@@ -44,13 +44,13 @@ class VrfShow : public RouteTablesTest {
     EXPECT_EQ(records.back(), traced);
     EXPECT_EQ(code, kStatusNoMemory);
   }
-  void ExpectNoArrayTold(const std::string& function) {
-    ExpectNoMemoryTold("Cannot allocate memory in function " + function,
-                       "Cannot allocate memory in function " + function);
+  void ExpectNoArrayReported(const std::string& function) {
+    ExpectNoMemoryReported("Cannot allocate memory in function " + function,
+                           "Cannot allocate memory in function " + function);
   }
-  void ExpectNoCopyTold(const std::string& function) {
-    ExpectNoMemoryTold("Error in " + function + ": text_copy failed: " + err_text(kStatusNoMemory),
-                       function + ": text_copy failed");
+  void ExpectNoCopyReported(const std::string& function) {
+    ExpectNoMemoryReported("Error in " + function + ": text_copy failed: " + err_text(kStatusNoMemory),
+                           function + ": text_copy failed");
   }
   static std::vector<std::string> InterfacesOf(const mpls_vpn_vrf& show) {
     const auto* entries = static_cast<const mpls_vpn_interfaces*>(show.Interfaces.elements);

@@ -1,4 +1,4 @@
-// What the walk rules share. Not for other files.
+// Shared by the walk rules. Not for other files.
 #pragma once
 
 #include <cstddef>

@@ -4,24 +4,24 @@
 // smaller. No entry has type 3, so (VRF, number, 3) is the key between a row and the one that follows it,
 // which may be the first of another VRF.
 //
-// Numbers are counted on past a VRF's last entry. A read that asks for a number that the VRF does not have
-// (any more) therefore answers an entry somewhere in the following VRFs, under a number that is not its own,
-// or none at all: it is redirected to the start of the VRFs that follow the one it named.
+// Numbers continue past a VRF's last entry. A read of a number that the VRF does not have (any more)
+// therefore answers an entry somewhere in the following VRFs, under a number that is not its own, or none: it
+// is redirected to the start of the VRFs that follow the one it named.
 #include "mpls/vpn/mib/src/walk/internal.h"
 #include "mpls/vpn/mib/src/walk/walk.h"
 
 namespace {
 
 constexpr std::size_t kRtComponents = 4;  // rt-next, VRF, number, type
-constexpr char kStart[] = "0";            // the number that stands for the VRF's first entry
+constexpr char kStart[] = "0";            // the number of a read of the VRF's first entry
 constexpr char kAfterEveryType[] = "3";
 
 std::string rt_next_path(const std::string& vrf_name, const std::string& number, const char* type) {
   return "rt-next/" + kvtree_encode_text(vrf_name) + "/" + number + "/" + type;
 }
 
-// False for a row that cannot be read: it stands, and the walk fails with it instead of passing over the rest
-// of the VRF.
+// False for a row that cannot be decoded: the answer is accepted, and the walk fails with it instead of
+// skipping the rest of the VRF.
 bool is_of_another_vrf(const KvReply* row, const std::string& vrf_name) {
   DecodedRow<mpls_vpn_mib_rt> decoded(&kMibRtParcel);
   return decoded.decode(row) == kStatusOk && decoded.row.vrfName != nullptr &&

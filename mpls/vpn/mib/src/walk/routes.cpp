@@ -7,12 +7,12 @@
 // next hop is followed by its key with the address family's next-hop type and an all-zero next hop.
 //
 // The default route without next hop. Its key is all zero, and an all-zero key is the start of a table: the
-// read answers that row again. The only key that could stand between is the default route by way of 0.0.0.1
-// (or ::1), which is read exactly; when it is no row, the walk goes on after it.
+// read answers that row again. The only key that could be in between is the default route by way of 0.0.0.1
+// (or ::1), which is read exactly; if there is no such row, the walk continues after it.
 //
-// A VRF that was deleted meanwhile. The read takes the following VRF for it, with the given key, and passes
-// over rows. An answer from another VRF, and no answer, is redirected to the start of the VRFs that follow. A
-// read of a start is complete and is not redirected.
+// A VRF that was deleted meanwhile. The read uses the following VRF instead, with the given key, and skips
+// rows. An answer from another VRF, and no answer, is redirected to the start of the VRFs that follow. A read
+// of a start is complete and is not redirected.
 #include <algorithm>
 
 #include "mpls/vpn/mib/src/walk/internal.h"
@@ -49,7 +49,7 @@ bool is_start(const AskedRoute& asked) {
          asked.destination() == kNoAddress && asked.next_hop() == kNoAddress;
 }
 
-// Digits of an address of this type; 0 for a type that is none.
+// Digits of an address of this type; 0 for an invalid type.
 std::size_t digits_of(std::string_view type) {
   if (type == "1") return 8;
   return type == "2" ? 32 : 0;

@@ -1,4 +1,4 @@
-// The walk rules of VRFs, route targets and routes: the path after a row, and answers that are not taken.
+// The walk rules of VRFs, route targets and routes: the path after a row, and the answers that are replaced.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -30,11 +30,11 @@ class Rule : public testing::Test {
     const Status rc = rule(row, &path);
     return rc == kStatusOk ? path : err_text(rc);
   }
-  // The path to read instead, or "stands".
+  // The path to read instead, or "accepted".
   std::string Answer(bool (*rule)(std::string_view, const KvReply*, std::string*), const char* asked,
                      const KvReply* row) {
     std::string path;
-    return rule(asked, row, &path) ? path : "stands";
+    return rule(asked, row, &path) ? path : "accepted";
   }
   const KvReply* Truncated(const KvReply* row) {
     truncated_ = {row->kind, row->data, row->length - 1};
@@ -100,8 +100,8 @@ TEST_F(RtRule, RowWithoutANameEndsTheWalk) {
   EXPECT_EQ(After(rt_following_path, Truncated(Row("red", 7))), kBad);
 }
 
-TEST_F(RtRule, AnswerOfTheVrfThatWasAskedStands) {
-  EXPECT_EQ(Redirected("rt-next/a%2Fb/7/3", Row("a/b", 8)), "stands");
+TEST_F(RtRule, AnswerOfTheRequestedVrfIsAccepted) {
+  EXPECT_EQ(Redirected("rt-next/a%2Fb/7/3", Row("a/b", 8)), "accepted");
 }
 
 TEST_F(RtRule, AnswerOfAnotherVrfIsReadFromTheStartOfTheFollowingVrfs) {
@@ -112,21 +112,21 @@ TEST_F(RtRule, NoAnswerIsReadFromTheStartOfTheFollowingVrfs) {
   EXPECT_EQ(Redirected("rt-next/red/7/3", nullptr), "rt-next/ree/0/0");
 }
 
-TEST_F(RtRule, AnswerToAStartStands) {
-  EXPECT_EQ(Redirected("rt-next/red/0/0", Row("reds", 1)), "stands");
-  EXPECT_EQ(Redirected("rt-next/red/0/0", nullptr), "stands");
+TEST_F(RtRule, AnswerToAStartIsAccepted) {
+  EXPECT_EQ(Redirected("rt-next/red/0/0", Row("reds", 1)), "accepted");
+  EXPECT_EQ(Redirected("rt-next/red/0/0", nullptr), "accepted");
 }
 
-TEST_F(RtRule, PathsOfAnotherShapeStand) {
-  EXPECT_EQ(Redirected("rt-next/red/7", nullptr), "stands");
-  EXPECT_EQ(Redirected("rt-next/re%2/7/3", nullptr), "stands");
+TEST_F(RtRule, AnswersToPathsOfAnotherShapeAreAccepted) {
+  EXPECT_EQ(Redirected("rt-next/red/7", nullptr), "accepted");
+  EXPECT_EQ(Redirected("rt-next/re%2/7/3", nullptr), "accepted");
   EXPECT_EQ(Redirected(("rt-next/" + kvtree_encode_text(std::string(63, '\xff')) + "/7/3").c_str(), nullptr),
-            "stands");
+            "accepted");
 }
 
-TEST_F(RtRule, RowsThatCannotBeReadStand) {
-  EXPECT_EQ(Redirected("rt-next/red/7/3", Truncated(Row("red", 8))), "stands");
-  EXPECT_EQ(Redirected("rt-next/red/7/3", Row(nullptr, 8)), "stands");
+TEST_F(RtRule, RowsThatCannotBeDecodedAreAccepted) {
+  EXPECT_EQ(Redirected("rt-next/red/7/3", Truncated(Row("red", 8))), "accepted");
+  EXPECT_EQ(Redirected("rt-next/red/7/3", Row(nullptr, 8)), "accepted");
 }
 
 // --- Routes
@@ -186,8 +186,8 @@ TEST_F(RouteRule, RowWithoutItsKeyEndsTheWalk) {
   EXPECT_EQ(Following(Truncated(SomeRow("red"))), kBad);
 }
 
-TEST_F(RouteRule, AnswerOfTheVrfThatWasAskedStands) {
-  EXPECT_EQ(Redirected("route-next/red/1/8/1/09000000/00000000", SomeRow("red")), "stands");
+TEST_F(RouteRule, AnswerOfTheRequestedVrfIsAccepted) {
+  EXPECT_EQ(Redirected("route-next/red/1/8/1/09000000/00000000", SomeRow("red")), "accepted");
 }
 
 TEST_F(RouteRule, AnswerOfAnotherVrfIsReadFromTheStartOfTheFollowingVrfs) {
@@ -199,13 +199,13 @@ TEST_F(RouteRule, NoAnswerIsReadFromTheStartOfTheFollowingVrfs) {
   EXPECT_EQ(Redirected("route-next/red/1/8/1/0a000000/00000000", nullptr), "route-next/ree/1/0/1/0/0");
 }
 
-TEST_F(RouteRule, AnswerToAStartStands) {
-  EXPECT_EQ(Redirected("route-next/red/1/0/1/0/0", SomeRow("reds")), "stands");
-  EXPECT_EQ(Redirected("route-next/red/1/0/1/0/0", nullptr), "stands");
-  EXPECT_EQ(Redirected("route-next/red/1/0/1/0/0", DefaultRow("red")), "stands");
+TEST_F(RouteRule, AnswerToAStartIsAccepted) {
+  EXPECT_EQ(Redirected("route-next/red/1/0/1/0/0", SomeRow("reds")), "accepted");
+  EXPECT_EQ(Redirected("route-next/red/1/0/1/0/0", nullptr), "accepted");
+  EXPECT_EQ(Redirected("route-next/red/1/0/1/0/0", DefaultRow("red")), "accepted");
 }
 
-TEST_F(RouteRule, StartOfOneFamilyIsNoStart) {
+TEST_F(RouteRule, StartOfOneFamilyIsNotAStart) {
   EXPECT_EQ(Redirected("route-next/red/2/0/2/0/0", nullptr), "route-next/ree/1/0/1/0/0");
   EXPECT_EQ(Redirected("route-next/red/1/0/2/0/0", nullptr), "route-next/ree/1/0/1/0/0");
 }
@@ -222,28 +222,28 @@ TEST_F(RouteRule, DefaultRouteAnsweredToItsOwnKeyIsFollowedByAProbe) {
             "route/red/2/0/2/" + zeros + "/" + std::string(31, '0') + "1");
 }
 
-TEST_F(RouteRule, OtherAnswersToTheKeyOfTheDefaultRouteStand) {
+TEST_F(RouteRule, OtherAnswersToTheKeyOfTheDefaultRouteAreAccepted) {
   const std::string asked = "route-next/red/1/0/1/00000000/00000000";
-  EXPECT_EQ(Redirected(asked, SomeRow("red")), "stands");
-  EXPECT_EQ(Redirected(asked, Row("red", 1, {0, 0, 0, 0}, 0, {0, 0, 0, 1})), "stands");
-  EXPECT_EQ(Redirected(asked, Row("red", 1, {0, 0, 0, 0}, 8, {})), "stands");
-  EXPECT_EQ(Redirected(asked, Row("red", 2, no_address6, 0, {})), "stands") << "the IPv6 routes begin here";
+  EXPECT_EQ(Redirected(asked, SomeRow("red")), "accepted");
+  EXPECT_EQ(Redirected(asked, Row("red", 1, {0, 0, 0, 0}, 0, {0, 0, 0, 1})), "accepted");
+  EXPECT_EQ(Redirected(asked, Row("red", 1, {0, 0, 0, 0}, 8, {})), "accepted");
+  EXPECT_EQ(Redirected(asked, Row("red", 2, no_address6, 0, {})), "accepted") << "the IPv6 routes begin here";
 }
 
-TEST_F(RouteRule, ProbeThatFindsNoRowGoesOnAfterItsKey) {
+TEST_F(RouteRule, ProbeThatFindsNoRowContinuesAfterItsKey) {
   EXPECT_EQ(Redirected("route/a%2Fb/1/0/1/00000000/00000001", nullptr),
             "route-next/a%2Fb/1/0/1/00000000/00000001");
   EXPECT_EQ(Redirected("route/red/1/0/1/00000000/00000001", Row("red", 1, {0, 0, 0, 0}, 0, {0, 0, 0, 1})),
-            "stands");
+            "accepted");
 }
 
-TEST_F(RouteRule, PathsOfAnotherShapeStand) {
-  EXPECT_EQ(Redirected("route-next/red/1/0/1/0", nullptr), "stands");
-  EXPECT_EQ(Redirected("route-next/re%2/1/8/1/0a000000/0", nullptr), "stands");
-  EXPECT_EQ(Redirected("route-next/red/1/8/1/0a000000/0", Truncated(SomeRow("reds"))), "stands");
+TEST_F(RouteRule, AnswersToPathsOfAnotherShapeAreAccepted) {
+  EXPECT_EQ(Redirected("route-next/red/1/0/1/0", nullptr), "accepted");
+  EXPECT_EQ(Redirected("route-next/re%2/1/8/1/0a000000/0", nullptr), "accepted");
+  EXPECT_EQ(Redirected("route-next/red/1/8/1/0a000000/0", Truncated(SomeRow("reds"))), "accepted");
   EXPECT_EQ(
       Redirected("route-next/" + kvtree_encode_text(std::string(63, '\xff')) + "/1/8/1/0a000000/0", nullptr),
-      "stands");
+      "accepted");
 }
 
 TEST_F(RouteRule, TableOfRulesNamesThePathsThatAreWalked) {

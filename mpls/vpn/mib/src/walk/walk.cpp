@@ -69,7 +69,7 @@ Status interface_following_path(const KvReply* row, std::string* path) {
   DecodedRow<mpls_vpn_mib_interface> decoded(&kMibInterfaceParcel);
   const Status rc = decoded.decode(row);
   if (rc != kStatusOk) return rc;
-  if (decoded.row.vrfName == nullptr) return kStatusBadEncoding;  // nothing to go on from
+  if (decoded.row.vrfName == nullptr) return kStatusBadEncoding;  // no key to continue from
   const std::string vrf_name = decoded.row.vrfName;
   const auto if_index = static_cast<std::uint32_t>(decoded.row.ifConfIndex);
   if (if_index < kLastIfIndex) {

@@ -1,4 +1,4 @@
-// How a batched walk over the daemon's rows goes on.
+// How a batched walk over the daemon's rows continues.
 //
 // A walk shows the rows of one table in the MIB's order, each once. Its path names the key to begin at:
 //
@@ -14,9 +14,9 @@
 // The last form with every digit 0 is the key of a default route without next hop, and not the table's start.
 //
 // A limit: a VRF with several tables of one family (unicast and multicast) has one order of keys for each,
-// and a key does not say whose it is. A read takes the first table that has a greater key, so that of the
-// later tables only the rows behind the last key of the earlier ones are shown. The MIB has no index for the
-// table, and the router model keeps routes of unicast tables only.
+// and a key does not say which. A read takes the first table that has a greater key, so that of the later
+// tables only the rows after the last key of the earlier ones are shown. The MIB has no index for the table,
+// and the router model has routes of unicast tables only.
 #pragma once
 
 #include <cstddef>
@@ -36,7 +36,7 @@ Status vrf_following_path(const KvReply* row, std::string* path);
 Status rt_following_path(const KvReply* row, std::string* path);
 Status route_following_path(const KvReply* row, std::string* path);
 
-// Where the answer to `asked` is not the row that the walk must show: true, and the path to read instead.
+// True when the answer to `asked` is not the row that the walk must show; *path is the path to read instead.
 bool rt_redirect(std::string_view asked, const KvReply* row, std::string* path);
 bool route_redirect(std::string_view asked, const KvReply* row, std::string* path);
 

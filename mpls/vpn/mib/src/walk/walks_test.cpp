@@ -164,7 +164,7 @@ class RouteWalks : public Walks {
   }
 };
 
-TEST_F(RouteWalks, Ipv4RowsStandBeforeIpv6RowsInEachVrf) {
+TEST_F(RouteWalks, Ipv4RowsPrecedeIpv6RowsInEachVrf) {
   AddVrf("red");
   AddVrf("blue");
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
@@ -219,7 +219,7 @@ TEST_F(RouteWalks, LocalDefaultRouteIsShownOnceToo) {
   ExpectRoutes("route-next//1/0/1/0/0", {"red 0.0.0.0/0", "red 0.0.0.0/0 via 192.0.2.1"});
 }
 
-TEST_F(RouteWalks, SmallestNextHopBehindTheDefaultRouteIsNotLost) {
+TEST_F(RouteWalks, SmallestNextHopAfterTheDefaultRouteIsNotLost) {
   AddVrf("red");
   AddRejectedDefault("red", "0.0.0.0/0");
   AddRoute("red", "0.0.0.0/0", "0.0.0.1");
@@ -232,7 +232,7 @@ TEST_F(RouteWalks, SmallestNextHopBehindTheDefaultRouteIsNotLost) {
                 "red ::/0 via ::1", "red ::/0 via ::2"});
 }
 
-TEST_F(RouteWalks, PathsBehindARowWithoutNextHopAreNotPassedOver) {
+TEST_F(RouteWalks, PathsAfterARowWithoutNextHopAreNotSkipped) {
   AddVrf("red");
   AddRoute("red", "10.0.0.0/8");
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
@@ -336,7 +336,7 @@ TEST_F(RouteWalks, WalkFromAKeyOfAVrfThatIsNotThereShowsTheFollowingVrfsWhole) {
   ExpectRoutes("route-next/red/2/0/2/0/0", all);
 }
 
-TEST_F(RouteWalks, WalkBeginsBehindTheKeyThatIsGiven) {
+TEST_F(RouteWalks, WalkBeginsAfterTheGivenKey) {
   AddVrf("red");
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   AddRoute("red", "10.0.0.0/8", "192.0.2.2");
@@ -362,7 +362,7 @@ TEST_F(RouteWalks, RowsThatStayAreShownOnceWhileOthersComeAndGo) {
     for (std::vector<std::uint8_t>& row : rows) shown.push_back(Text(routes_, &row));
     const KvReply last = {kKvKindRecord, rows.back().data(), rows.back().size()};
     ASSERT_EQ(route_following_path(&last, &path), kStatusOk);
-    // The odd ones go, some of them just when the walk stands on them; new ones come before and behind it.
+    // Odd rows are removed, some of them while the walk is at them; new rows are added before and after it.
     if (turn < 10) RemoveRoute("red", "10." + std::to_string(2 * turn + 1) + ".0.0/16", "192.0.2.1");
     AddRoute("red", "9." + std::to_string(turn) + ".0.0/16", "192.0.2.1");
   }
@@ -413,7 +413,7 @@ TEST_F(RouteWalks, Ipv6WalkThatRunsOutOfMemoryFailsInsteadOfLosingRows) {
   }
 }
 
-TEST_F(RouteWalks, LaterTablesOfAFamilyShowOnlyWhatLiesBehindTheEarlierOnes) {
+TEST_F(RouteWalks, LaterTablesOfAFamilyShowOnlyRowsAfterTheEarlierOnes) {
   AddVrfWithTables("four", true, false, true, false);
   AddRoute("four", "10.0.0.0/8", "192.0.2.1");
   AddMulticastRoute("four", "9.0.0.0/8", "192.0.2.1");
