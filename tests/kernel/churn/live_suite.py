@@ -19,6 +19,7 @@ import suite as suites
 PROGRAMS = ("zebra", "staticd", "bgpd", "ospfd", "ripd")
 PROTOCOL_PROGRAMS = ("staticd", "ospfd", "ripd")
 TARGETS = ("65000:1", "65000:99", "192.0.2.1:7", "4200000000:30")
+LOADS = 5
 LEARNING = 1.0  # s in which a program that starts gets VRFs and interfaces from zebra; it may miss some in what it loads before
 IMPORT, EXPORT = 1, 2
 BGP, OSPF, RIP, STATIC = 1, 2, 3, 5
@@ -53,6 +54,17 @@ def base_configuration():
     return "\n".join(lines) + "\n"
 
 
+def stanza_lines(configuration):
+    """{(stanza, line)} of interfaces' descriptions, RIP and VRFs."""
+    found, stanza = set(), ""
+    for line in configuration.splitlines():
+        if not line.startswith(" "):
+            stanza = line if line.startswith(("interface ", "router rip", "vrf ")) else ""
+        elif stanza and (not stanza.startswith("interface ") or line.startswith(" description ")):
+            found.add((stanza, line.strip()))
+    return found
+
+
 class QuickSuite(suites.Suite):
     def answers(self, program):
         """Without a shell, which takes half a second."""
@@ -67,11 +79,13 @@ class LiveSuite:
         self.suite = QuickSuite(release, None, PROGRAMS, base_configuration())
         self.dead = set()
         self.ended = 0
-        self.suite.start()
-        self.suite.load()
-        self.shell = Shell(self.suite.shell_words())
+        self.lost_lines = set()     # {(stanza, line)} that mgmtd left out of the last load
+        self.incomplete_loads = []  # the same of each, for those who look for a reason
         self.ask, self.ask_json, self.ask_each = (getattr(Programs(self.suite.run), name)
                                                   for name in ("ask", "ask_json", "ask_each"))
+        self.suite.start()
+        self.load()
+        self.shell = Shell(self.suite.shell_words())
 
     def close(self):
         self.shell.close()
@@ -106,7 +120,27 @@ class LiveSuite:
         self.suite.start(*programs)
         if not self.dead:
             time.sleep(LEARNING)
+            self.load()
+
+    def load(self):
+        """mgmtd may leave out lines that the other programs apply; another load mostly completes it."""
+        for _ in range(LOADS):
             self.suite.load()
+            if "mgmtd" not in self.suite.programs:
+                return
+            saved = (self.suite.etc / "frr.conf").read_text()
+            self.lost_lines = stanza_lines(saved) - self.lines_of_mgmtd()
+            if not self.lost_lines:
+                return
+            self.incomplete_loads.append(sorted(self.lost_lines))
+            time.sleep(LEARNING)
+
+    def lines_of_mgmtd(self):
+        return stanza_lines(self.ask("mgmtd", "show running-config"))
+
+    def lost_stanzas(self):
+        """Those whose programs apply lines that no program of the suite shows in its configuration."""
+        return {stanza for stanza, _ in self.lost_lines - self.lines_of_mgmtd()} if self.lost_lines else set()
 
     def restart(self, *programs):
         """For what they miss or forget. Of a VRF that was made again, RIP does not run and staticd does not print the static routes
@@ -135,7 +169,9 @@ class LiveSuite:
         asked = ("show running-config", "show bgp vrfs", "show bgp ipv4 vpn", "show bgp ipv6 vpn", "show ip ospf vrf all interface",
                  "show ip route vrf all", "show ipv6 route vrf all", "show interface vrf all")
         asked += tuple(f"show ip rip vrf {vrf} status" for vrf in linux.Kernel().vrfs())
-        return [(command, self.suite.shell("-c", command).stdout) for command in asked]
+        return ([("lines that loads left out of mgmtd", "\n".join(map(str, self.incomplete_loads)))] +
+                [(command, self.suite.shell("-c", command).stdout) for command in asked] +
+                [(f"{program}: show running-config", self.ask(program, "show running-config")) for program in self.suite.programs])
 
     def state(self, kernel, places):
         """`places`: {VRF: its place}."""
@@ -178,7 +214,7 @@ class LiveSuite:
                 for word in path.get("extendedCommunity", {}).get("string", "").split()}
 
     def read_protocols(self, state, kernel):
-        ospf = self.ask_json("ospfd", "show ip ospf vrf all interface json")
+        lost, ospf = self.lost_stanzas(), self.ask_json("ospfd", "show ip ospf vrf all interface json")
         neighbors, all_static = self.vrfs_with_neighbors(), self.static_routes()
         for vrf in kernel.vrfs():
             rip, static = self.rip_interfaces(vrf), all_static.get(vrf, set())
@@ -189,8 +225,9 @@ class LiveSuite:
                 stated = {protocol for protocol, runs in (
                     (BGP, vrf in neighbors), (RIP, name in rip), (STATIC, name in static or None in static),
                     (OSPF, ospf.get(vrf, {}).get("interfaces", {}).get(name, {}).get("ospfEnabled"))) if runs}
-                state.protocols[vrf, name] = stated
-                state.may_be[vrf, name] = self.not_stated(kernel, link, vrf)
+                unsure = {protocol for protocol, stanza in ((RIP, f"router rip vrf {vrf}"), (STATIC, f"vrf {vrf}")) if stanza in lost}
+                state.protocols[vrf, name] = stated - unsure
+                state.may_be[vrf, name] = self.not_stated(kernel, link, vrf) | unsure
 
     @staticmethod
     def not_stated(kernel, link, vrf):
@@ -222,7 +259,9 @@ class LiveSuite:
 
     def read_descriptions(self, state, kernel):
         shown = self.ask_json("zebra", "show interface vrf all json")
+        lost = self.lost_stanzas()
         state.descriptions = {vrf: shown.get(vrf, {}).get("description", "") for vrf in kernel.vrfs()}
+        state.unsure_descriptions = {vrf for vrf in kernel.vrfs() if f"interface {vrf}" in lost}
 
 
 def out_of(hop):

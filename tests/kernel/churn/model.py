@@ -41,6 +41,7 @@ class Suite:
     protocols: dict = dataclasses.field(default_factory=dict)     # (VRF, interface name): numbers
     may_be: dict = dataclasses.field(default_factory=dict)        # the same: not stated, but not excluded either
     descriptions: dict = dataclasses.field(default_factory=dict)  # VRF: text
+    unsure_descriptions: set = dataclasses.field(default_factory=set)  # VRFs whose description a program of the suite has lost
 
 
 def name_index(name):
@@ -91,7 +92,10 @@ class Model:
         return target[0] in self.vrfs and (target[0], target[2]) not in self.suite.untold
 
     def description(self, vrf):
-        return self.suite.descriptions.get(vrf) or self.vrfs[vrf].get("ifalias", "")
+        texts = [self.suite.descriptions.get(vrf, ""), self.vrfs[vrf].get("ifalias", "")]
+        if vrf in self.suite.unsure_descriptions:
+            return Check(f"one of {texts}", lambda seen: seen.decode() in texts)
+        return (texts[0] or texts[1]).encode()
 
     # --- the MIB ---
 
@@ -114,7 +118,7 @@ class Model:
         active = self.active_interfaces(vrf)
         state = UP if active else DOWN
         no_threshold = 0
-        columns = {2: b"", 3: self.description(vrf).encode(), 4: self.distinguisher(vrf), 5: number("created"),
+        columns = {2: b"", 3: self.description(vrf), 4: self.distinguisher(vrf), 5: number("created"),
                    6: state, 7: active, 8: len(self.interfaces_of(vrf)), 9: no_threshold, 10: no_threshold, 11: no_threshold, 12: number("changed"),
                    13: ACTIVE, 14: state, 15: READ_ONLY}
         index = name_index(vrf)

@@ -3,6 +3,7 @@ import ctypes
 import itertools
 import pathlib
 import random
+import re
 import subprocess
 import time
 
@@ -65,6 +66,7 @@ class Rig:
         self.watches, self.daemon_starts = 0, 0
         self.repeats = 0  # batches in which a notification may come twice, because an agent was killed
         self.failed_lines, self.lines = 0, 0
+        self.refused = []  # commands, with ip(8)'s reason
         self.start_daemon()
         self.system.start_snmpd()
         self.start_agent()
@@ -165,6 +167,8 @@ class Rig:
                                capture_output=True, check=False)
         self.lines += len(lines)
         self.failed_lines += shown.stderr.count("Command failed")
+        for match in re.finditer(r"(.*)\nCommand failed -:(\d+)", shown.stderr):
+            self.refused.append(f"{lines[int(match[2]) - 1]}: {match[1]}")
 
     def wait_settled(self):
         wait_until("the kernel to settle", lambda: Kernel().is_settled(), 30)
@@ -183,6 +187,7 @@ class Rig:
         said += [(" ".join(("mplsvpn", *words)), self.system.cli(*words).stdout)
                  for words in (("config", "show"), ("show", "vrf", "detail"), ("show", "interfaces"), ("show", "route-targets"))]
         said += [(path.name, path.read_text(errors="replace")) for path in sorted(self.system.folder.glob("*.log"))]
+        said.append(("commands that the kernel refused", "\n".join(self.refused)))
         said += self.live.describe() if self.live else []
         return "".join(f"=== {what}\n{text}\n" for what, text in said)
 
