@@ -88,6 +88,9 @@ struct ConfigShowRequest {
 // Lines that config_load reads back; the trap switches alone as a table.
 void config_show(const Session& session, const ConfigShowRequest& request);
 
+// The words that may follow these, one a line.
+void config_words(const Session& session, const std::vector<std::string>& words);
+
 struct ConfigEditRequest {
   std::vector<std::string> words;  // of set and delete
   bool candidate = false;          // collects it for config_commit

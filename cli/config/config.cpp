@@ -76,8 +76,9 @@ Failure no_candidate() {
 
 void config_set(const Session& session, const ConfigEditRequest& request) {
   const auto parsed = vrf_config::parse_words(request.words);
-  if (const auto* mistake = std::get_if<vrf_config::Mistake>(&parsed))
-    throw Failure(kExitUsage, printable(mistake->text));
+  if (const auto* error = std::get_if<vrf_config::WordError>(&parsed)) {
+    throw Failure(kExitUsage, printable(error->text));
+  }
   const ConfigEdit edit{true, request.words, ""};
   make(session, {edit}, request, edit_line(edit), Answer::kNothing);
 }

@@ -1,5 +1,6 @@
-// See config_command_line.h.
 #include "cli/config/config_command_line.h"
+
+#include "platform/config/vrf_config.h"
 
 namespace cli {
 
@@ -7,29 +8,9 @@ namespace {
 
 using Command = std::function<void(const Session&)>;
 
-constexpr char kItemWords[] =
-    "Words:\n"
-    "  vrf NAME description TEXT\n"
-    "  vrf NAME rd RD [ipv4|ipv6|evpn]                   ipv4 when left out\n"
-    "  vrf NAME rt import|export|both RT [ipv4|ipv6|evpn]\n"
-    "                                                    ipv4 and ipv6 when left out\n"
-    "  vrf NAME policy import|export ipv4|ipv6 POLICY\n"
-    "  vrf NAME threshold ipv4|ipv6 MAX MID              routes; MID warns before\n"
-    "  vrf NAME vni NUMBER                               of the VRF's routes in EVPN\n"
-    "  vrf NAME bgp AS neighbor ADDRESS|NAME ipv4|ipv6\n"
-    "  vrf NAME ospf PROCESS area AREA interface INTERFACE\n"
-    "  vrf NAME rip interface INTERFACE\n"
-    "  vrf NAME ripng interface INTERFACE\n"
-    "  vrf NAME eigrp AS interface INTERFACE\n"
-    "  vrf NAME static PREFIX [interface INTERFACE] [via ADDRESS]\n"
-    "  bgp as-format asplain|asdot|asdot+                how AS numbers above 65535 are shown\n"
-    "  traps ITEM                                        vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc,\n"
-    "                                                    ilg-lbl-exc, max-thresh-clr, or all of them\n"
-    "  traps notif-reissue-time SECONDS                  after which max-thresh-exc is sent again\n"
-    "\n"
-    "Changing is for root and the administrators' group; what is set outlives the daemon. What the command "
-    "line\n"
-    "sets goes before what a router file or a routing suite says of the same item.\n"
+constexpr char kChanging[] =
+    "Changes are for root and the administrators' group, and outlive the daemon. What the command line sets\n"
+    "overrides what a router file or a routing suite sets for the same item.\n"
     "\n";
 
 constexpr char kExamples[] =
@@ -45,6 +26,10 @@ constexpr char kExamples[] =
     "  mplsvpn config history 12\n"
     "  mplsvpn config rollback 11";
 
+std::string config_footer() {
+  return "Words:\n" + vrf_config::words_help() + "\n" + kChanging + kExamples;
+}
+
 struct Builder {
   CLI::App* config;
   ConfigOptions* options;
@@ -52,7 +37,7 @@ struct Builder {
 
   CLI::App* add(const char* name, const char* description, const Command& action) const {
     CLI::App* app = config->add_subcommand(name, description);
-    app->footer(std::string(kItemWords) + kExamples);
+    app->footer(config_footer());
     app->callback([target = command, action] { *target = action; });
     return app;
   }
@@ -113,6 +98,14 @@ void add_candidate_commands(const Builder& builder) {
   builder.add("discard", "Drops the candidate", config_discard);
 }
 
+void add_words(const Builder& builder) {
+  ConfigOptions* options = builder.options;
+  CLI::App* app =
+      builder.add("words", "Shows which words may follow; what you choose is in upper case",
+                  [options](const Session& session) { config_words(session, options->show.words); });
+  app->add_option("WORDS", options->show.words, "The beginning of an item; none: every first word");
+}
+
 void add_history(const Builder& builder) {
   ConfigOptions* options = builder.options;
   CLI::App* history = builder.add(
@@ -136,7 +129,7 @@ void add_config(CLI::App& app, ConfigOptions* options, Command* command) {
   CLI::App* config = app.add_subcommand(
       "config", "Shows and changes the configuration: VRFs, AS number format, trap switches");
   config->require_subcommand(1);
-  config->footer(std::string(kItemWords) + kExamples);
+  config->footer(config_footer());
   const Builder builder{config, options, command};
   add_show(builder);
   add_edit(builder, "set", "Sets an item", config_set);
@@ -144,6 +137,7 @@ void add_config(CLI::App& app, ConfigOptions* options, Command* command) {
   add_load(builder);
   add_candidate_commands(builder);
   add_history(builder);
+  add_words(builder);
 }
 
 }  // namespace cli

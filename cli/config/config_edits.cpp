@@ -16,7 +16,7 @@ namespace cli {
 
 namespace {
 
-using vrf_config::Mistake;
+using vrf_config::WordError;
 using vrf_config::Words;
 
 constexpr std::size_t kLeastToDelete = 2;  // "vrf red", "traps all"
@@ -33,7 +33,7 @@ Failure line_failure(const std::string& place, const std::string& reason) {
 
 std::optional<ConfigEdit> parse_edit(std::string_view line, const std::string& place) {
   auto split = vrf_config::split_words(line);
-  if (const auto* mistake = std::get_if<Mistake>(&split)) throw line_failure(place, mistake->text);
+  if (const auto* error = std::get_if<WordError>(&split)) throw line_failure(place, error->text);
   Words& words = std::get<Words>(split);
   if (words.empty()) return std::nullopt;
   const std::string verb = words.front();
@@ -81,7 +81,7 @@ void check_deletion(const Words& words) {
   check_beginning(words);
   if (words.size() >= kLeastToDelete) return;
   const auto parsed = vrf_config::parse_words(words);
-  throw Failure(kExitUsage, printable(std::get<Mistake>(parsed).text));
+  throw Failure(kExitUsage, printable(std::get<WordError>(parsed).text));
 }
 
 std::string edit_line(const ConfigEdit& edit) {
@@ -114,8 +114,7 @@ void WorkingCopy::apply(const ConfigEdit& edit) {
 
 void WorkingCopy::set(const Words& words) {
   const auto parsed = vrf_config::parse_words(words);
-  if (const auto* mistake = std::get_if<Mistake>(&parsed))
-    throw Failure(kExitUsage, printable(mistake->text));
+  if (const auto* error = std::get_if<WordError>(&parsed)) throw Failure(kExitUsage, printable(error->text));
   for (const KvConfigNode& node : std::get<std::vector<KvConfigNode>>(parsed)) {
     items_[node.path] = {node.value, vrf_config::word_list_of(node)};
   }

@@ -90,6 +90,16 @@ void show_traps(const Session& session, const std::vector<Shown>& all) {
 
 }  // namespace
 
+void config_words(const Session& session, const std::vector<std::string>& words) {
+  check_beginning(words);
+  const std::vector<std::string> following = vrf_config::words_after(words);
+  if (session.json) {
+    session.out << json_line(following) << '\n';
+  } else {
+    for (const std::string& word : following) fmt::print(session.out, "{}\n", word);
+  }
+}
+
 void config_show(const Session& session, const ConfigShowRequest& request) {
   check_beginning(request.words);
   const auto client = connect_to_daemon(session);

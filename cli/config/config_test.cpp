@@ -74,9 +74,8 @@ TEST_F(TrapSwitches, UnknownItemNamesTheKnownOnes) {
   for (const char* verb : {"show", "set", "delete"}) {
     EXPECT_EQ(Run({"config", verb, "traps", "vrf-sideways"}), kExitUsage);
     EXPECT_EQ(Err(),
-              "mplsvpn: there is no item \"vrf-sideways\"; the items of traps are vrf-up, vrf-down, "
-              "mid-thresh-exc, "
-              "max-thresh-exc, ilg-lbl-exc, max-thresh-clr, all and notif-reissue-time\n");
+              "mplsvpn: unknown word \"vrf-sideways\"; expected vrf-up, vrf-down, mid-thresh-exc, "
+              "max-thresh-exc, ilg-lbl-exc, max-thresh-clr, all or notif-reissue-time\n");
   }
 }
 

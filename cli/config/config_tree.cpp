@@ -111,8 +111,8 @@ bool begins_with(const Words& words, const Words& beginning) {
 
 void check_beginning(const Words& words) {
   const auto parsed = vrf_config::parse_words(words);
-  const auto* mistake = std::get_if<vrf_config::Mistake>(&parsed);
-  if (mistake != nullptr && !mistake->is_incomplete) throw Failure(kExitUsage, printable(mistake->text));
+  const auto* error = std::get_if<vrf_config::WordError>(&parsed);
+  if (error != nullptr && !error->is_incomplete) throw Failure(kExitUsage, printable(error->text));
 }
 
 void print_changes(const Session& session, const std::vector<KvConfigCommitChange>& changes) {

@@ -34,7 +34,8 @@ TEST_F(Configuration, ShowTakesTheBeginningOfWhatIsWanted) {
   EXPECT_EQ(Done("show vrf red rt import"),
             "set vrf red rt import 65000:100 ipv4\nset vrf red rt import 65000:100 ipv6\n");
   EXPECT_EQ(Done("show vrf blue"), "");
-  EXPECT_THAT(Refused("show vrf red colour", kExitUsage), HasSubstr("a VRF has no \"colour\""));
+  EXPECT_THAT(Refused("show vrf red colour", kExitUsage),
+              HasSubstr("unknown word \"colour\"; expected description, rd"));
   EXPECT_THAT(Refused("show --owner nobody", kExitUsage), HasSubstr("there is no owner \"nobody\""));
 }
 
@@ -62,7 +63,7 @@ TEST_F(Configuration, FormatOfAsNumbersIsSetShownAndDeleted) {
   Done("set bgp as-format asdot+");
   EXPECT_THAT(Refused("delete bgp as-format asplain"), HasSubstr("is not set, but bgp as-format asdot+"));
   EXPECT_THAT(Refused("set bgp as-format dotted", kExitUsage),
-              HasSubstr("\"dotted\" is not asplain, asdot or asdot+"));
+              HasSubstr("unknown word \"dotted\"; expected asplain, asdot or asdot+"));
   Done("delete bgp as-format");
   EXPECT_EQ(Done("show bgp"), "");
 }
@@ -140,12 +141,15 @@ TEST_F(Configuration, DeletionOfBothFamiliesTakesTheOneThatIsThere) {
 
 TEST_F(Configuration, DeletionNeedsAName) {
   Done("set vrf red description x");
-  EXPECT_EQ(Refused("delete vrf", kExitUsage), "mplsvpn: the VRF is missing behind \"vrf\"\n");
-  EXPECT_EQ(Refused("delete traps", kExitUsage), "mplsvpn: the item is missing behind \"traps\"\n");
-  EXPECT_EQ(Refused("delete bgp", kExitUsage), "mplsvpn: \"as-format\" is missing behind \"bgp\"\n");
-  EXPECT_EQ(Refused("delete vrf red colour", kExitUsage),
-            "mplsvpn: a VRF has no \"colour\", but description, rd, rt, policy, threshold, vni, bgp, ospf, "
-            "rip, ripng, eigrp, static\n");
+  EXPECT_EQ(Refused("delete vrf", kExitUsage), "mplsvpn: the VRF is missing after \"vrf\"\n");
+  EXPECT_EQ(Refused("delete traps", kExitUsage),
+            "mplsvpn: vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc, ilg-lbl-exc, max-thresh-clr, all or "
+            "notif-reissue-time is missing after \"traps\"\n");
+  EXPECT_EQ(Refused("delete bgp", kExitUsage), "mplsvpn: as-format is missing after \"bgp\"\n");
+  EXPECT_EQ(
+      Refused("delete vrf red colour", kExitUsage),
+      "mplsvpn: unknown word \"colour\"; expected description, rd, rt, policy, threshold, vni, bgp, ospf, "
+      "rip, ripng, eigrp or static\n");
 }
 
 TEST_F(Configuration, DeletionOfWhatIsNotSetFails) {
@@ -167,10 +171,20 @@ TEST_F(Configuration, WhatAnotherOwnerHoldsIsNotDeleted) {
   EXPECT_EQ(Done("show"), "set vrf red rip interface ge0\n");
 }
 
+TEST_F(Configuration, WordsThatMayFollowAreShownWithoutADaemon) {
+  EXPECT_EQ(Run({"config", "words", "vrf", "red", "rt"}), kExitOk);
+  EXPECT_EQ(Out(), "import\nexport\nboth\n");
+  EXPECT_EQ(Run({"--json", "config", "words", "vrf"}), kExitOk);
+  EXPECT_EQ(Out(), "[\"NAME\"]\n");
+  EXPECT_EQ(Run({"config", "words", "vrf", "red", "colour"}), kExitUsage);
+}
+
 TEST_F(Configuration, WrongWordsChangeNothing) {
   EXPECT_EQ(Refused("set vrf red rt import 65000", kExitUsage),
             "mplsvpn: \"65000\" is not a route target (65000:1, 10.0.0.1:1)\n");
-  EXPECT_EQ(Refused("set vrf red", kExitUsage), "mplsvpn: what of the VRF is missing behind \"red\"\n");
+  EXPECT_EQ(Refused("set vrf red", kExitUsage),
+            "mplsvpn: description, rd, rt, policy, threshold, vni, bgp, ospf, rip, ripng, "
+            "eigrp or static is missing after \"red\"\n");
   EXPECT_EQ(Done("show"), "");
 }
 
@@ -239,9 +253,10 @@ TEST_F(Configuration, ByteOrderMarkBeforeAFilesFirstLineIsPassedOver) {
   EXPECT_EQ(Done("show"), "set vrf red description one\n");
 }
 
-TEST_F(Configuration, MistakeInAFileIsToldWithItsLineAndChangesNothing) {
+TEST_F(Configuration, ErrorInAFileIsReportedWithItsLineAndChangesNothing) {
   const std::string file = Write("set vrf red rd 65000:1\n\nset vrf red rt in 1:1\n");
-  EXPECT_EQ(Refused("load " + file), "mplsvpn: " + file + ":3: \"in\" is not import, export or both\n");
+  EXPECT_EQ(Refused("load " + file),
+            "mplsvpn: " + file + ":3: unknown word \"in\"; expected import, export or both\n");
   Write("set vrf red rd 65000:1\ndelete vrf blue\n");
   EXPECT_EQ(Refused("load " + file), "mplsvpn: " + file + ":2: vrf blue is not set\n");
   Write("add vrf red rd 65000:1\n");
@@ -257,7 +272,7 @@ TEST_F(Configuration, DashLoadsTheStandardInput) {
   const int input = dup(STDIN_FILENO);
   ASSERT_GE(input, 0);
   ASSERT_NE(std::freopen(file.c_str(), "r", stdin), nullptr);
-  EXPECT_THAT(Refused("load -"), HasSubstr("mplsvpn: -:2: a VRF has no \"colour\""));
+  EXPECT_THAT(Refused("load -"), HasSubstr("mplsvpn: -:2: unknown word \"colour\""));
   Write("set vrf red rd 65000:1\n");
   EXPECT_THAT(Done("load -"), HasSubstr("commit "));
   ASSERT_EQ(dup2(input, STDIN_FILENO), STDIN_FILENO);

@@ -1,4 +1,3 @@
-// See addresses.h. The system's own conversions do the reading and writing of addresses.
 #include "platform/config/addresses.h"
 
 #include <arpa/inet.h>
@@ -78,8 +77,8 @@ std::optional<Prefix> parse_prefix(std::string_view text) {
 void clear_host_bits(Prefix* prefix) {
   for (unsigned octet = 0; octet < prefix->address.octets.size(); ++octet) {
     const unsigned first_bit = octet * 8;
-    const unsigned kept = prefix->length > first_bit ? std::min(prefix->length - first_bit, 8U) : 0;
-    prefix->address.octets.at(octet) &= static_cast<std::uint8_t>(0xff00U >> kept);
+    const unsigned prefix_bits = prefix->length > first_bit ? std::min(prefix->length - first_bit, 8U) : 0;
+    prefix->address.octets.at(octet) &= static_cast<std::uint8_t>(0xff00U >> prefix_bits);
   }
 }
 

@@ -1,5 +1,5 @@
-// Each builder's node against the patterns by which the daemon takes it, and by the library that reads route
-// targets out of paths.
+// Each builder's node against the patterns by which the daemon matches it, and against the library that reads
+// route targets from paths.
 #include <gmock/gmock.h>
 
 #include <iterator>
@@ -227,7 +227,7 @@ TEST_F(Builders, OneAddressIsOneItemHoweverItIsSpelt) {
             static_route("red", {Family::kIpv4, "10.0.0.0/12", "", ""}).path);
 }
 
-TEST_F(Builders, TrapSwitchesStandBelowTheirPath) {
+TEST_F(Builders, TrapSwitchesAreBelowTheirPath) {
   EXPECT_EQ(shown(trap_switch("vrf-up", 1)), "/cfg/gl/snmp/enable/traps/l3vpnmib/vrf-up = 1");
   EXPECT_EQ(shown(trap_switch(kTrapReissueTime, 60)),
             "/cfg/gl/snmp/enable/traps/l3vpnmib/notif-reissue-time = 60");

@@ -1,4 +1,4 @@
-// Words on one line: quoted where they have to be. No octet that could steer a terminal stands unescaped.
+// Words on one line, quoted where necessary. An octet that could control a terminal is always escaped.
 #include <algorithm>
 #include <array>
 
@@ -49,49 +49,48 @@ struct Line {
   bool at_end() const { return rest.empty() || rest.front() == '#'; }
 };
 
-std::optional<Mistake> take_hexadecimal(Line* line, std::string* word) {
-  const Mistake mistake{"\\x takes two hexadecimal digits, not 00"};
-  if (line->rest.size() < 2) return mistake;
+std::optional<WordError> take_hexadecimal(Line* line, std::string* word) {
+  const WordError error{"\\x takes two hexadecimal digits, not 00"};
+  if (line->rest.size() < 2) return error;
   const std::size_t upper = kDigits.find(line->take());
   const std::size_t lower = kDigits.find(line->take());
-  if (upper == std::string_view::npos || lower == std::string_view::npos || upper + lower == 0)
-    return mistake;
+  if (upper == std::string_view::npos || lower == std::string_view::npos || upper + lower == 0) return error;
   word->push_back(static_cast<char>(upper << 4 | lower));
   return std::nullopt;
 }
 
-std::optional<Mistake> take_escaped(Line* line, std::string* word) {
-  if (line->rest.empty()) return Mistake{"the quotes do not end"};
+std::optional<WordError> take_escaped(Line* line, std::string* word) {
+  if (line->rest.empty()) return WordError{"the quotes do not end"};
   const char octet = line->take();
   if (octet == 'x') return take_hexadecimal(line, word);
-  if (octet != '"' && octet != '\\') return Mistake{"a backslash is before \", \\ or xNN only"};
+  if (octet != '"' && octet != '\\') return WordError{"a backslash is before \", \\ or xNN only"};
   word->push_back(octet);
   return std::nullopt;
 }
 
-std::optional<Mistake> take_quoted(Line* line, std::string* word) {
+std::optional<WordError> take_quoted(Line* line, std::string* word) {
   line->take();
   while (!line->rest.empty()) {
     const char octet = line->take();
     if (octet == '"') {
       const bool ends = line->rest.empty() || kBlanks.find(line->rest.front()) != std::string_view::npos;
-      return ends ? std::nullopt : std::optional(Mistake{"a blank is missing behind the quotes"});
+      return ends ? std::nullopt : std::optional(WordError{"a blank is missing after the quotes"});
     }
     if (octet != '\\') {
       word->push_back(octet);
-    } else if (std::optional<Mistake> mistake = take_escaped(line, word)) {
-      return mistake;
+    } else if (std::optional<WordError> error = take_escaped(line, word)) {
+      return error;
     }
   }
-  return Mistake{"the quotes do not end"};
+  return WordError{"the quotes do not end"};
 }
 
-std::optional<Mistake> take_plain(Line* line, std::string* word) {
+std::optional<WordError> take_plain(Line* line, std::string* word) {
   const std::size_t length = std::min(line->rest.find_first_of(kBlanks), line->rest.size());
   *word = line->rest.substr(0, length);
   line->rest.remove_prefix(length);
   if (word->find_first_of("\"\\") == std::string::npos) return std::nullopt;
-  return Mistake{"a word with a quote or a backslash in it stands in quotes"};
+  return WordError{"a word with a quote or a backslash needs double quotes around it"};
 }
 
 }  // namespace
@@ -105,15 +104,15 @@ std::string join_words(const Words& words) {
   return line;
 }
 
-std::variant<Words, Mistake> split_words(std::string_view text) {
+std::variant<Words, WordError> split_words(std::string_view text) {
   Line line{text};
   Words words;
   for (line.skip_blanks(); !line.at_end(); line.skip_blanks()) {
     std::string word;
-    std::optional<Mistake> mistake =
+    std::optional<WordError> error =
         line.rest.front() == '"' ? take_quoted(&line, &word) : take_plain(&line, &word);
-    if (mistake) return std::move(*mistake);
-    if (word.find('\0') != std::string::npos) return Mistake{"an octet is 0"};
+    if (error) return std::move(*error);
+    if (word.find('\0') != std::string::npos) return WordError{"an octet is 0"};
     words.push_back(std::move(word));
   }
   return words;

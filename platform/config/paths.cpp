@@ -1,112 +1,194 @@
-// See paths.h. The patterns are those of the daemon's routing tables, with a '*' for each of their keys; a
-// literal that a builder puts where the daemon takes any text is a key here, too.
+// The patterns of items.cpp, taken apart once.
 #include "platform/config/paths.h"
 
-#include <cstdlib>
-#include <memory>
+#include <algorithm>
 
+#include "platform/config/path_keys.h"
 #include "platform/config/vrf_config.h"
-#include "platform/store/tree/kvtree.h"
 
 namespace vrf_config {
 
 namespace {
 
-constexpr std::size_t kNoKey = SIZE_MAX;
+struct Part {
+  std::string_view literal;  // empty: a key
+  bool is_any = false;       // the literal is written, but any component is accepted
+  const Key* key = nullptr;
+  std::size_t first = 0;  // the key's first component
+};
 
 struct Pattern {
-  Kind kind;
-  std::string_view scope;
-  std::string_view rest;
-  std::size_t vrf;
-  std::size_t interface = kNoKey;
+  const Item* item;
+  std::vector<Part> parts;
+  std::size_t size = 0;  // components
 };
 
-#define VRF_TABLE "vrf/*/ord_z/afi_safi/*/*/*/"
-#define TARGET "*/*/*/*/*/*/*"
-constexpr Pattern kPatterns[] = {
-    {Kind::kDescription, kVrfScope, "vrf/*/ord_a/vmap/ord_k/vmap/descr", 0},
-    {Kind::kRouteDistinguisher, kVrfScope, VRF_TABLE "ord_b/bgp/ord_a/rd", 0},
-    {Kind::kImportTarget, kVrfScope, VRF_TABLE "ord_b/bgp/ord_c/import-rt/" TARGET, 0},
-    {Kind::kExportTarget, kVrfScope, VRF_TABLE "ord_b/bgp/ord_e/export-rt/" TARGET, 0},
-    {Kind::kImportPolicy, kVrfScope, VRF_TABLE "ord_b/bgp/ord_b/import-policy", 0},
-    {Kind::kExportPolicy, kVrfScope, VRF_TABLE "ord_b/bgp/ord_d/export-policy", 0},
-    {Kind::kThreshold, kVrfScope, VRF_TABLE "ord_e/rib/table-prefix-limit", 0},
-    {Kind::kVni, kVrfScope, "vrf/*/ord_a/vmap/ord_l/evpn/vni", 0},
-    {Kind::kBgp, kBgpScope, "*/*/*/*/*/nbr/*/prov/*/*/*/*", 4},
-    {Kind::kRip, kRipScope, "*/ord_t/if/*/ord_d/enabled", 0, 1},
-    {Kind::kOspf, kOspfScope, "*/*/*/ord_v/area/*/*/ord_i/name_scope/*/ord_A/running", 2, 5},
-    {Kind::kEigrp, kEigrpScope, "*/*/*/ord_m/af/*/ord_t/if/*/ord_a/enabled", 1, 4},
-    {Kind::kStatic, kStaticScope, "*/address/*/*/ord_c/*/route/*/*/*/*/nexthop/*/*", 0, 8},
-    {Kind::kAsFormat, kBgpCommonScope, "as-format", kNoKey},
-    {Kind::kTrap, kTrapScope, "*", kNoKey},
-};
-#undef VRF_TABLE
-#undef TARGET
-
-std::string_view take_component(std::string_view* rest) {
-  const std::size_t slash = rest->find('/');
-  const std::string_view component = rest->substr(0, slash);
-  rest->remove_prefix(slash == std::string_view::npos ? rest->size() : slash + 1);
-  return component;
+Part part_of(std::string_view text) {
+  if (!text.starts_with('<')) return {text};
+  text = text.substr(1, text.size() - 2);
+  if (text.starts_with('=')) return {text.substr(1), true};
+  return {{}, false, find_key(text)};
 }
 
-// False when the components differ in a literal or in number.
-bool fits(const Pattern& pattern, std::string_view path, std::vector<std::string_view>* keys) {
-  if (path.substr(0, pattern.scope.size()) != pattern.scope) return false;
-  path.remove_prefix(pattern.scope.size());
-  std::string_view wanted = pattern.rest;
-  while (!wanted.empty() && !path.empty()) {
-    const std::string_view literal = take_component(&wanted);
-    const std::string_view component = take_component(&path);
-    if (literal == "*") {
-      keys->push_back(component);
-    } else if (literal != component) {
-      return false;
-    }
+std::vector<std::string_view> split_path(std::string_view path) {
+  std::vector<std::string_view> components;
+  while (!path.empty()) {
+    const std::size_t length = std::min(path.find('/'), path.size());
+    components.push_back(path.substr(0, length));
+    path.remove_prefix(std::min(length + 1, path.size()));
   }
-  return wanted.empty() && path.empty();
+  return components;
 }
 
-std::optional<std::size_t> place(std::size_t key) {
-  return key == kNoKey ? std::nullopt : std::optional(key);
+Pattern pattern_of(const Item& item) {
+  Pattern pattern{&item, {}};
+  for (const std::string_view text : split_path(item.path)) {
+    Part part = part_of(text);
+    part.first = pattern.size;
+    pattern.size += part.key == nullptr ? 1 : part.key->size;
+    pattern.parts.push_back(part);
+  }
+  return pattern;
 }
 
-std::optional<std::string> named_key(std::string_view path, std::optional<std::size_t> ParsedPath::*which) {
+const std::vector<Pattern>& patterns() {
+  static const std::vector<Pattern> all = [] {
+    std::vector<Pattern> made;
+    for (const Item& item : all_items()) made.push_back(pattern_of(item));
+    return made;
+  }();
+  return all;
+}
+
+const Pattern& pattern_for(const Item& item) {
+  return patterns()[static_cast<std::size_t>(&item - all_items().data())];
+}
+
+bool part_fits(const Part& part, std::string_view component) {
+  if (part.key == nullptr) return part.is_any || part.literal == component;
+  return part.key->accepts == nullptr || part.key->accepts(component);
+}
+
+bool pattern_fits(const Pattern& pattern, const std::vector<std::string_view>& components) {
+  return pattern.size == components.size() &&
+         std::all_of(pattern.parts.begin(), pattern.parts.end(),
+                     [&](const Part& part) { return part_fits(part, components[part.first]); });
+}
+
+Components components_of(const ParsedPath& path, const Part& part) {
+  return Components(path.components).subspan(part.first, part.key->size);
+}
+
+// The field that the path's keys of these names have; none when there is no such key, or it cannot be read.
+std::optional<std::string> named_key(std::string_view path, std::string_view name,
+                                     std::string Fields::*field) {
   const std::optional<ParsedPath> parsed = parse_path(path);
-  if (!parsed || !((*parsed).*which)) return std::nullopt;
-  return decode_key(parsed->keys.at(*((*parsed).*which)));
+  if (!parsed) return std::nullopt;
+  for (const Part& part : pattern_for(*parsed->item).parts) {
+    if (part.key == nullptr || !part.key->name.ends_with(name)) continue;
+    Fields fields;
+    if (!part.key->read(components_of(*parsed, part), &fields) || (fields.*field).empty())
+      return std::nullopt;
+    return fields.*field;
+  }
+  return std::nullopt;
+}
+
+bool read_number(std::int64_t value, std::uint32_t* number) {
+  *number = static_cast<std::uint32_t>(value);
+  return value == *number;
 }
 
 }  // namespace
 
+std::string path_of(const Item& item, const Fields& fields) {
+  std::string path(item.scope);
+  for (const Part& part : pattern_for(item).parts) {
+    if (part.first != 0) path += '/';
+    path += part.key == nullptr ? std::string(part.literal) : part.key->write(fields);
+  }
+  return path;
+}
+
+KvConfigNode node_of(const Item& item, const Fields& fields) {
+  KvConfigNode node{path_of(item, fields), {}};
+  switch (item.value) {
+    case ValueForm::kText:
+      node.value.type = KvValueType::kText;
+      node.value.text = fields.text;
+      break;
+    case ValueForm::kNumbers:
+      node.value.type = KvValueType::kTuple;
+      node.value.tuple = {fields.number, fields.mid};
+      break;
+    case ValueForm::kPresent:
+    case ValueForm::kNumber:
+      node.value.type = KvValueType::kNumber;
+      node.value.number = item.value == ValueForm::kPresent ? 1 : fields.number;
+      break;
+  }
+  return node;
+}
+
+bool read_value(const Item& item, const KvValue& value, Fields* fields) {
+  switch (item.value) {
+    case ValueForm::kPresent:
+      return true;
+    case ValueForm::kText:
+      fields->text = value.text;
+      return value.type == KvValueType::kText;
+    case ValueForm::kNumber:
+      return value.type == KvValueType::kNumber && read_number(value.number, &fields->number);
+    case ValueForm::kNumbers:
+      return value.type == KvValueType::kTuple && value.tuple.size() == 2 &&
+             read_number(value.tuple[0], &fields->number) && read_number(value.tuple[1], &fields->mid);
+  }
+  return false;
+}
+
 std::optional<ParsedPath> parse_path(std::string_view path) {
-  for (const Pattern& pattern : kPatterns) {
-    ParsedPath parsed;
-    if (!fits(pattern, path, &parsed.keys)) continue;
-    parsed.kind = pattern.kind;
-    parsed.vrf = place(pattern.vrf);
-    parsed.interface = place(pattern.interface);
+  ParsedPath parsed;
+  std::string_view scope;  // of the components
+  for (const Pattern& pattern : patterns()) {
+    if (!path.starts_with(pattern.item->scope)) continue;
+    if (scope != pattern.item->scope) {
+      scope = pattern.item->scope;
+      parsed.components = split_path(path.substr(scope.size()));
+    }
+    if (!pattern_fits(pattern, parsed.components)) continue;
+    parsed.item = pattern.item;
     return parsed;
   }
   return std::nullopt;
 }
 
-std::optional<std::string> decode_key(std::string_view key) {
-  if (key.empty() || key == "-") return std::nullopt;
-  char* text = nullptr;
-  const Status status = kvtree_string_decode(std::string(key).c_str(), &text);
-  const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
-  if (status || text == nullptr) return std::nullopt;
-  return text;
+std::optional<Fields> fields_of(const ParsedPath& path) {
+  Fields fields;
+  fields.direction = path.item->direction;
+  for (const Part& part : pattern_for(*path.item).parts) {
+    if (part.key != nullptr && !part.key->read(components_of(path, part), &fields)) return std::nullopt;
+  }
+  return fields;
+}
+
+std::optional<Fields> exact_fields_of(std::string_view path) {
+  const std::optional<ParsedPath> parsed = parse_path(path);
+  if (!parsed) return std::nullopt;
+  std::optional<Fields> fields = fields_of(*parsed);
+  return fields && path_of(*parsed->item, *fields) == path ? std::move(fields) : std::nullopt;
 }
 
 std::optional<std::string> vrf_of(std::string_view path) {
-  return named_key(path, &ParsedPath::vrf);
+  return named_key(path, "vrf", &Fields::vrf);
+}
+
+bool is_ripng(std::string_view path) {
+  const std::optional<ParsedPath> parsed = parse_path(path);
+  return parsed && parsed->item->kind == Kind::kRipng;
 }
 
 std::optional<std::string> interface_of(std::string_view path) {
-  return named_key(path, &ParsedPath::interface);
+  return named_key(path, "interface", &Fields::interface);
 }
 
 }  // namespace vrf_config

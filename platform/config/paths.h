@@ -1,4 +1,4 @@
-// What a configuration path is about, and the keys in it. Not for other folders.
+// Nodes of configuration items: written from an item's fields, and read. Not for other folders.
 #pragma once
 
 #include <optional>
@@ -6,41 +6,26 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/config/vrf_config.h"
+#include "platform/config/items.h"
 
 namespace vrf_config {
 
-enum class Kind {
-  kDescription,
-  kRouteDistinguisher,
-  kImportTarget,
-  kExportTarget,
-  kImportPolicy,
-  kExportPolicy,
-  kThreshold,
-  kVni,
-  kBgp,
-  kRip,
-  kOspf,
-  kEigrp,
-  kStatic,
-  kAsFormat,
-  kTrap,
-};
+std::string path_of(const Item& item, const Fields& fields);
+// The item's node, with the value that the fields have.
+KvConfigNode node_of(const Item& item, const Fields& fields);
+// The fields that the value of an item has; false for a value of another form.
+bool read_value(const Item& item, const KvValue& value, Fields* fields);
 
-// A path taken apart. Keys are in the path's order, as they stand in it; valid while the path is.
+// A path that fits an item's pattern. Valid while the path is.
 struct ParsedPath {
-  Kind kind = Kind::kDescription;
-  std::vector<std::string_view> keys;
-  std::optional<std::size_t> vrf;        // the key that has the VRF's name
-  std::optional<std::size_t> interface;  // likewise
+  const Item* item = nullptr;
+  std::vector<std::string_view> components;  // without those of the scope
 };
 std::optional<ParsedPath> parse_path(std::string_view path);
 
-// The route target of a path of kind kImportTarget or kExportTarget; none for keys that make none.
-std::optional<Target> target_at(const ParsedPath& path);
-
-// The text of a key; none for "-", which is a key left out, and for one that does not decode.
-std::optional<std::string> decode_key(std::string_view key);
+// What the path says; none when a key cannot be read.
+std::optional<Fields> fields_of(const ParsedPath& path);
+// The same if the item with these fields has this very path: subscribers accept more paths than are written.
+std::optional<Fields> exact_fields_of(std::string_view path);
 
 }  // namespace vrf_config

@@ -1,6 +1,6 @@
-// Texts of route targets and route distinguishers: ADMINISTRATOR:NUMBER, of 48 bits together (RFC 4364
-// section 4.2). What stands before the colon tells the type: a dotted quad, an AS number of up to 65535, a
-// greater one, or one in asdot (RFC 5396), which is of four octets whatever it is.
+// Texts of route targets and route distinguishers: ADMINISTRATOR:NUMBER, 48 bits together (RFC 4364 section
+// 4.2). The administrator determines the type: an IPv4 address, an AS number up to 65535, a greater AS
+// number, or one in asdot notation (RFC 5396), which always has four octets.
 #include "platform/config/addresses.h"
 #include "platform/config/paths.h"
 #include "platform/config/vrf_config.h"
@@ -32,79 +32,24 @@ std::optional<Target> parse_administrator(std::string_view text) {
   return address ? std::optional(Target{Target::Type::kIpv4Address, *address, 0}) : std::nullopt;
 }
 
-// The keys of a route target in its path.
-constexpr std::size_t kTypeKey = 4;
-constexpr std::size_t kUpperKey = 5;
-constexpr std::size_t kLowerKey = 6;
-constexpr std::size_t kAsNumberKey = 7;  // assigned by the AS
-constexpr std::size_t kAddressKey = 8;
-constexpr std::size_t kAddressNumberKey = 9;  // assigned by the address's owner
-
-std::optional<Target> address_target_at(const ParsedPath& path) {
-  const std::optional<std::uint32_t> address = parse_dotted_quad(path.keys.at(kAddressKey));
-  const std::optional<std::uint32_t> assigned = parse_number(path.keys.at(kAddressNumberKey), kMost16);
-  if (!address || !assigned) return std::nullopt;
-  return Target{Target::Type::kIpv4Address, *address, *assigned};
-}
-
-std::optional<Target> as_target_at(const ParsedPath& path, Target::Type type) {
-  const bool is_short = type == Target::Type::kTwoOctetAs;
-  const std::optional<std::uint32_t> upper = parse_number(path.keys.at(kUpperKey), is_short ? 0 : kMost16);
-  const std::optional<std::uint32_t> lower = parse_number(path.keys.at(kLowerKey), kMost16);
-  const std::optional<std::uint32_t> assigned =
-      parse_number(path.keys.at(kAsNumberKey), is_short ? UINT32_MAX : kMost16);
-  if (!upper || !lower || !assigned) return std::nullopt;
-  return Target{type, *upper << 16 | *lower, *assigned};
-}
-
 }  // namespace
-
-std::optional<Target> target_at(const ParsedPath& path) {
-  const std::optional<std::uint32_t> type = parse_number(path.keys.at(kTypeKey), 2);
-  if (!type) return std::nullopt;
-  if (Target::Type{*type} == Target::Type::kIpv4Address) return address_target_at(path);
-  return as_target_at(path, Target::Type{*type});
-}
 
 std::optional<Target> route_target_of(std::string_view path) {
   if (path.find("-rt/") == std::string_view::npos) return std::nullopt;  // spares most paths the rest
   const std::optional<ParsedPath> parsed = parse_path(path);
   const bool is_target =
-      parsed && (parsed->kind == Kind::kImportTarget || parsed->kind == Kind::kExportTarget);
-  return is_target ? target_at(*parsed) : std::nullopt;
+      parsed && (parsed->item->kind == Kind::kImportTarget || parsed->item->kind == Kind::kExportTarget);
+  if (!is_target) return std::nullopt;
+  const std::optional<Fields> fields = fields_of(*parsed);
+  return fields ? std::optional(fields->target) : std::nullopt;
 }
-
-namespace {
-
-// The item of this kind and family, if it is what the path says: another SAFI or spelling is another path.
-std::optional<TargetPath> same_path(const ParsedPath& parsed, std::string_view path, Family family) {
-  const std::optional<std::string> vrf = decode_key(parsed.keys.at(*parsed.vrf));
-  if (!vrf) return std::nullopt;
-  TargetPath item{*vrf, family, std::nullopt, {}};
-  if (parsed.kind == Kind::kRouteDistinguisher) {
-    return route_distinguisher(*vrf, family, {}).path == path ? std::optional(item) : std::nullopt;
-  }
-  const std::optional<Target> target = target_at(parsed);
-  if (!target) return std::nullopt;
-  item.direction = parsed.kind == Kind::kImportTarget ? Direction::kImport : Direction::kExport;
-  item.target = *target;
-  return route_target(*vrf, family, *item.direction, *target).path == path ? std::optional(item)
-                                                                           : std::nullopt;
-}
-
-}  // namespace
 
 std::optional<TargetPath> target_path_of(std::string_view path) {
-  if (path.find("-rt/") == std::string_view::npos && !path.ends_with("/rd")) return std::nullopt;
-  const std::optional<ParsedPath> parsed = parse_path(path);
-  const bool is_wanted =
-      parsed && (parsed->kind == Kind::kImportTarget || parsed->kind == Kind::kExportTarget ||
-                 parsed->kind == Kind::kRouteDistinguisher);
-  if (!is_wanted) return std::nullopt;
-  for (const Family family : kFamiliesOfTargets) {
-    if (auto item = same_path(*parsed, path, family)) return item;
-  }
-  return std::nullopt;
+  const bool is_target = path.find("-rt/") != std::string_view::npos;
+  if (!is_target && !path.ends_with("/rd")) return std::nullopt;
+  std::optional<Fields> fields = exact_fields_of(path);
+  if (!fields) return std::nullopt;
+  return TargetPath{std::move(fields->vrf), fields->family, fields->direction, fields->target};
 }
 
 std::optional<std::uint32_t> parse_as_number(std::string_view text) {

@@ -1,5 +1,5 @@
-// For the tests of configuration: nodes as texts, words read or refused, and what the data store holds, in
-// words.
+// For tests of configuration: nodes as texts, words that are parsed or rejected, and the contents of the data
+// store in words.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -41,8 +41,8 @@ inline std::vector<std::string> shown(const std::vector<KvConfigNode>& nodes) {
 
 inline Words split(std::string_view line) {
   const auto result = split_words(line);
-  if (const auto* mistake = std::get_if<Mistake>(&result)) {
-    ADD_FAILURE() << line << ": " << mistake->text;
+  if (const auto* error = std::get_if<WordError>(&result)) {
+    ADD_FAILURE() << line << ": " << error->text;
     return {};
   }
   return std::get<Words>(result);
@@ -50,27 +50,27 @@ inline Words split(std::string_view line) {
 
 inline std::vector<KvConfigNode> read(std::string_view line) {
   const auto result = parse_words(split(line));
-  if (const auto* mistake = std::get_if<Mistake>(&result)) {
-    ADD_FAILURE() << line << ": " << mistake->text;
+  if (const auto* error = std::get_if<WordError>(&result)) {
+    ADD_FAILURE() << line << ": " << error->text;
     return {};
   }
   return std::get<std::vector<KvConfigNode>>(result);
 }
 
-// What is wrong with the line; empty when nothing is.
-inline std::string mistake_in(std::string_view line) {
+// The error in the line; empty for none.
+inline std::string error_in(std::string_view line) {
   const auto result = parse_words(split(line));
-  const auto* mistake = std::get_if<Mistake>(&result);
-  return mistake == nullptr ? "" : mistake->text;
+  const auto* error = std::get_if<WordError>(&result);
+  return error == nullptr ? "" : error->text;
 }
 
-inline std::string split_mistake(std::string_view line) {
+inline std::string split_error(std::string_view line) {
   const auto result = split_words(line);
-  const auto* mistake = std::get_if<Mistake>(&result);
-  return mistake == nullptr ? "" : mistake->text;
+  const auto* error = std::get_if<WordError>(&result);
+  return error == nullptr ? "" : error->text;
 }
 
-// The words of a node, or its path where it is none of these items.
+// The words of a node; its path if words cannot express it.
 inline std::string words_or_path(const KvConfigNode& node) {
   return words_of(node).value_or(node.path);
 }
@@ -87,7 +87,7 @@ inline std::vector<std::string> words_owned(std::string_view owner) {
   return all;
 }
 
-// So many commits there were, up to a hundred.
+// The number of commits in the history, up to a hundred.
 inline std::size_t commit_count() {
   std::vector<KvConfigCommit> commits;
   EXPECT_EQ(kvtree_config_history(100, {}, &commits), kStatusOk);

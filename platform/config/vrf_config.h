@@ -1,8 +1,8 @@
-// The configuration of VRFs as nodes of the configuration tree: what people and sources say (a description, a
-// route target, a neighbour) made into the paths and values that the daemon subscribes to, and back.
+// The configuration of VRFs as nodes of the configuration tree: converts what users and sources configure (a
+// description, a route target, a neighbor) to the paths and values that the daemon subscribes to, and back.
 //
-// The paths' fixed words are the routing platform's; the daemon's routing tables have the same patterns.
-// Stateless; any thread.
+// items.cpp has the table of items; the daemon's routing tables have the same path patterns. Stateless; any
+// thread.
 #pragma once
 
 #include <array>
@@ -17,23 +17,25 @@
 
 namespace vrf_config {
 
-// Where configuration of a kind stands; sources use these as the scopes of what they replace.
+// Paths below which the items are. A source replaces its own nodes in such a scope.
 inline constexpr std::string_view kVrfScope = "/cfg/gl/vmap/";
 inline constexpr std::string_view kTrapScope = "/cfg/gl/snmp/enable/traps/l3vpnmib/";
 inline constexpr std::string_view kBgpCommonScope = "/cfg/gl/bgp-common/";  // of all VRFs
-inline constexpr std::string_view kBgpScope = kConfigCountedScopes[0];
-inline constexpr std::string_view kRipScope = kConfigCountedScopes[1];
-inline constexpr std::string_view kOspfScope = kConfigCountedScopes[2];
-inline constexpr std::string_view kEigrpScope = kConfigCountedScopes[3];
-inline constexpr std::string_view kStaticScope = kConfigCountedScopes[4];
+inline constexpr std::string_view kBgpScope = "/cfg/gl/ip-bgp/";
+inline constexpr std::string_view kRipScope = "/cfg/gl/rip/ord_B/";
+inline constexpr std::string_view kOspfScope = "/cfg/gl/ipv4-ospf/proc/";
+inline constexpr std::string_view kEigrpScope = "/cfg/gl/eigrp/proc/";
+inline constexpr std::string_view kStaticScope = "/cfg/gl/static/router/ord_v/";
 // All configuration that names a VRF.
-inline constexpr std::array<std::string_view, 6> kScopesOfVrfs = {kVrfScope,  kBgpScope,   kRipScope,
-                                                                  kOspfScope, kEigrpScope, kStaticScope};
+std::vector<std::string_view> scopes_of_vrfs();
+// Configuration whose subscribers count items: only the presence of a node counts for them, not its value.
+std::vector<std::string_view> counted_scopes();
 
 // Address family numbers (IANA). EVPN (RFC 7432) has RDs and route targets only.
 enum class Family : std::uint32_t { kIpv4 = 1, kIpv6 = 2, kEvpn = 25 };
 inline constexpr std::array<Family, 3> kFamiliesOfTargets = {Family::kIpv4, Family::kIpv6, Family::kEvpn};
 const char* family_word(Family family);  // "ipv4"; empty for another number
+std::optional<Family> parse_family(std::string_view word);
 enum class Direction { kImport, kExport };
 
 // A route target or route distinguisher (RFC 4364 section 4.2; RFC 4360 sections 3.1, 3.2; RFC 5668).
@@ -47,15 +49,15 @@ struct Target {
 // "65000:100", "10.0.0.1:5", "4200000000:30", "64086.59904:30" (asdot: a four-octet AS). An AS number above
 // 65535 makes a four-octet type. None for anything else, and for a number that does not fit.
 std::optional<Target> parse_target(std::string_view text);
-std::string target_text(
-    const Target& target);  // asplain, but "0.65000:30" for a small AS number in four octets
+// In asplain, but "0.65000:30" for a small AS number in four octets.
+std::string target_text(const Target& target);
 
 // "65000", or "1.10" for 65546 (asplain and asdot, RFC 5396).
 std::optional<std::uint32_t> parse_as_number(std::string_view text);
-// An OSPF area: a number, or a dotted quad for it.
+// An OSPF area: a number or a dotted quad.
 std::optional<std::uint32_t> parse_area(std::string_view text);
 
-// What a path of a route distinguisher or a route target is about; none for a path of another kind.
+// The contents of the path of a route distinguisher or route target; none for a path of another kind.
 struct TargetPath {
   std::string vrf;
   Family family = Family::kIpv4;
@@ -64,7 +66,7 @@ struct TargetPath {
 };
 std::optional<TargetPath> target_path_of(std::string_view path);
 
-// The route target that a configuration path is; none for a path of another kind.
+// The route target in a path; none for a path of another kind.
 std::optional<Target> route_target_of(std::string_view path);
 
 KvConfigNode description(std::string_view vrf, std::string_view text);
@@ -80,22 +82,21 @@ KvConfigNode vni(std::string_view vrf, std::uint32_t number);
 inline constexpr std::uint32_t kGreatestVni = 0xffffff;
 
 // A neighbour's address family in a VRF's BGP instance. `neighbour` is an IPv4 or IPv6 address, or the name
-// of an interface (unnumbered) or a group. Addresses are written in their shortest form in the path, here and
-// in static routes, so that a neighbour is one item however it was spelt.
+// of an interface (unnumbered) or a group. Here and in static routes the path has addresses in their shortest
+// form, so that one neighbour is one item in every spelling.
 KvConfigNode bgp_neighbour(std::string_view vrf, std::uint32_t as_number, std::string_view neighbour,
                            Family family);
 KvConfigNode rip_interface(std::string_view vrf, std::string_view interface);
-// RIPng is counted as RIP, in the same place. The paths there have no key that could tell the two apart, and
-// both may be enabled on one interface, so the name of RIPng's interface is written with all of its octets
-// escaped.
+// RIPng counts as RIP and has the same paths, which have no key for the protocol. Both may be enabled on one
+// interface, so the name of a RIPng interface is written with all its octets escaped.
 KvConfigNode ripng_interface(std::string_view vrf, std::string_view interface);
 bool is_ripng(std::string_view path);
-// `process` as the suite names it ("1"); the area is 32 bits.
+// `process` is the suite's name of it ("1").
 KvConfigNode ospf_interface(std::string_view vrf, std::string_view process, std::uint32_t area,
                             std::string_view interface);
 KvConfigNode eigrp_interface(std::string_view vrf, std::uint32_t as_number, std::string_view interface);
-// A static route; interface and next hop may be empty (then it counts for the VRF as a whole, or the
-// interface decides). Bits of the prefix beyond its length do not count.
+// A static route. Interface and next hop may be empty: without an interface it counts for the whole VRF. Host
+// bits of the prefix are ignored.
 struct StaticRoute {
   Family family = Family::kIpv4;
   std::string prefix;  // "10.1.0.0/16"
@@ -103,59 +104,45 @@ struct StaticRoute {
   std::string next_hop;
 };
 KvConfigNode static_route(std::string_view vrf, const StaticRoute& route);
-// How AS numbers of four octets are shown (RFC 5396): one of kAsFormats.
+// How AS numbers of four octets are shown (RFC 5396); one of kAsFormats.
 KvConfigNode as_format(std::string_view format);
 inline constexpr std::array<std::string_view, 3> kAsFormats = {"asplain", "asdot", "asdot+"};
 // "vrf-up" and the like (number 1), and "notif-reissue-time" (seconds).
 KvConfigNode trap_switch(std::string_view item, std::int64_t value);
 
-// The items of trap_switch, by trap type (RFC 4382 section 6), and those beside them.
+// The items of trap_switch: by trap type (RFC 4382 section 6), the master switch and the re-issue time.
 inline constexpr std::array<std::string_view, 6> kTrapItems = {
     "vrf-up", "vrf-down", "mid-thresh-exc", "max-thresh-exc", "ilg-lbl-exc", "max-thresh-clr"};
 inline constexpr std::string_view kTrapAll = "all";
 inline constexpr std::string_view kTrapReissueTime = "notif-reissue-time";
-inline constexpr std::int64_t kLongestReissue = INT32_MAX;  // what the daemon keeps it in
+inline constexpr std::int64_t kLongestReissue = INT32_MAX;  // the daemon stores 31 bits
 
-// --- Words ----------------------------------------------------------------------------------------
-//
-//   vrf NAME description TEXT...
-//   vrf NAME rd RD [ipv4|ipv6|evpn]                   ipv4 when left out
-//   vrf NAME rt import|export|both RT [ipv4|ipv6|evpn]
-//                                                     ipv4 and ipv6 when left out
-//   vrf NAME policy import|export ipv4|ipv6 POLICY
-//   vrf NAME threshold ipv4|ipv6 MAX MID
-//   vrf NAME vni NUMBER
-//   vrf NAME bgp AS neighbor ADDRESS|NAME ipv4|ipv6
-//   vrf NAME ospf PROCESS area AREA interface INTERFACE
-//   vrf NAME rip interface INTERFACE
-//   vrf NAME ripng interface INTERFACE
-//   vrf NAME eigrp AS interface INTERFACE
-//   vrf NAME static PREFIX [interface INTERFACE] [via ADDRESS]
-//   bgp as-format asplain|asdot|asdot+
-//   traps ITEM
-//   traps notif-reissue-time SECONDS
+// --- Words: one line of words is an item; items.cpp has their syntax ---
 
 using Words = std::vector<std::string>;
-struct Mistake {
-  std::string text;            // for people: what is wrong with which word
-  bool is_incomplete = false;  // nothing is wrong so far: words are missing at the end
+struct WordError {
+  std::string text;            // for users: what is wrong with which word
+  bool is_incomplete = false;  // the words are correct so far: more have to follow
 };
 
-// The nodes that the words stand for: one, or those of both families and directions.
-std::variant<std::vector<KvConfigNode>, Mistake> parse_words(const Words& words);
-// "vrf-up, vrf-down, ..., all and notif-reissue-time"
-std::string trap_items();
-// What a node says, in words that parse back to this node alone ("vrf red rt import 65000:100 ipv4"); none
-// for what words cannot say: a path of another kind, a name that is too long, a value of another type.
+// The nodes that the words configure: one, or those of both families and directions.
+std::variant<std::vector<KvConfigNode>, WordError> parse_words(const Words& words);
+// What may follow the words: literals, and in upper case the names of what users choose ("NAME"). Empty when
+// nothing may follow or a word is wrong.
+std::vector<std::string> words_after(const Words& words);
+// The syntax of all items, a line each, for help texts.
+std::string words_help();
+// What a node configures, in words that parse to this node alone ("vrf red rt import 65000:100 ipv4"); none
+// for what words cannot express: a path of another kind, a name that is too long, a value of another type.
 std::optional<Words> word_list_of(const KvConfigNode& node);
 // The same on one line.
 std::optional<std::string> words_of(const KvConfigNode& node);
 
-// Words on one line, and back. Words are set apart by blanks. One that is empty, or has blanks, quotes,
-// backslashes, a '#' or octets that are not printable ASCII or UTF-8, stands in double quotes, within which
-// \" \\ and \xNN are understood. A '#' outside of quotes begins a comment where a word may begin.
+// Converts words to a line and back. Blanks separate words. A word that is empty, or that has blanks, quotes,
+// backslashes, a '#' or octets that are not printable ASCII or UTF-8, is in double quotes, in which \" \\ and
+// \xNN are escapes. Outside of quotes a '#' at the beginning of a word begins a comment.
 std::string join_words(const Words& words);
-std::variant<Words, Mistake> split_words(std::string_view line);
+std::variant<Words, WordError> split_words(std::string_view line);
 
 // The VRF that a configuration path names; none for a path of another kind, or of no VRF.
 std::optional<std::string> vrf_of(std::string_view path);

@@ -69,7 +69,7 @@ TEST(ConfigurationWords, RipAndRipngOfAnInterfaceAreTwoItems) {
   EXPECT_FALSE(is_ripng(eigrp_interface("red", 1, "ge0").path));
 }
 
-TEST(ConfigurationWords, EveryNodeSaysWhatReadsBackAsItself) {
+TEST(ConfigurationWords, WordsOfANodeParseToTheSameNode) {
   for (const char* line : {
            "vrf red description \"Customer Red\"",
            "vrf red description \"\"",
@@ -117,7 +117,7 @@ TEST(ConfigurationWords, EveryNodeSaysWhatReadsBackAsItself) {
   }
 }
 
-TEST(ConfigurationWords, NodesThatWordsCannotSayHaveNone) {
+TEST(ConfigurationWords, NodesThatWordsCannotExpressHaveNone) {
   KvConfigNode node = route_policy("red", Family::kIpv4, Direction::kImport, "in");
   node.value.type = KvValueType::kNumber;
   EXPECT_EQ(words_of(node), std::nullopt);
@@ -143,53 +143,58 @@ TEST(ConfigurationWords, NodesThatWordsCannotSayHaveNone) {
   }
 }
 
-TEST(ConfigurationWords, MistakesNameTheWord) {
-  EXPECT_EQ(mistake_in(""), "vrf, bgp or traps is missing");
-  EXPECT_EQ(mistake_in("router red"), "there is no configuration of \"router\"");
-  EXPECT_EQ(mistake_in("vrf"), "the VRF is missing behind \"vrf\"");
-  EXPECT_EQ(mistake_in("vrf red"), "what of the VRF is missing behind \"red\"");
+TEST(ConfigurationWords, ErrorsNameTheWordAndWhatIsExpected) {
+  EXPECT_EQ(error_in(""), "vrf, bgp or traps is missing");
+  EXPECT_EQ(error_in("router red"), "unknown word \"router\"; expected vrf, bgp or traps");
+  EXPECT_EQ(error_in("vrf"), "the VRF is missing after \"vrf\"");
+  EXPECT_EQ(error_in("vrf red"),
+            "description, rd, rt, policy, threshold, vni, bgp, ospf, rip, ripng, eigrp or static is missing "
+            "after \"red\"");
   EXPECT_EQ(
-      mistake_in("vrf red colour blue"),
-      "a VRF has no \"colour\", but description, rd, rt, policy, threshold, vni, bgp, ospf, rip, ripng, "
-      "eigrp, static");
-  EXPECT_EQ(mistake_in("vrf red rt in 1:1"), "\"in\" is not import, export or both");
-  EXPECT_EQ(mistake_in("vrf red rt import 1"), "\"1\" is not a route target (65000:1, 10.0.0.1:1)");
-  EXPECT_EQ(mistake_in("vrf red rt import 1:1 ipv5"), "\"ipv5\" is not ipv4, ipv6 or evpn");
-  EXPECT_EQ(mistake_in("vrf red policy import evpn in"), "\"evpn\" is not ipv4 or ipv6");
-  EXPECT_EQ(mistake_in("vrf red vni 0"), "\"0\" is not a VNI (1 to 16777215)");
-  EXPECT_EQ(mistake_in("vrf red vni 16777216"), "\"16777216\" is not a VNI (1 to 16777215)");
-  EXPECT_EQ(mistake_in("vrf red rt import 1:1 ipv4 now"), "\"now\" is one word too many");
-  EXPECT_EQ(mistake_in("vrf red rd"), "a route distinguisher (65000:1, 10.0.0.1:1) is missing behind \"rd\"");
-  EXPECT_EQ(mistake_in("vrf red description"), "the text is missing behind \"description\"");
-  EXPECT_EQ(mistake_in("vrf red policy both ipv4 x"), "\"both\" is not import or export");
-  EXPECT_EQ(mistake_in("vrf red threshold ipv4 10 20"), "the mid threshold 20 is above the maximum of 10");
-  EXPECT_EQ(mistake_in("vrf red threshold ipv4 4294967296 1"), "\"4294967296\" is not the maximum of routes");
-  EXPECT_EQ(mistake_in("vrf red bgp 0 neighbor x ipv4"), "\"0\" is not an AS number");
-  EXPECT_EQ(mistake_in("vrf red bgp 1 neighbour x ipv4"), "\"neighbor\" is expected, not \"neighbour\"");
-  EXPECT_EQ(mistake_in("vrf red ospf 1 area x interface ge0"), "\"x\" is not an area (0, 0.0.0.0)");
-  EXPECT_EQ(mistake_in("vrf red rip interface"), "the interface is missing behind \"interface\"");
-  EXPECT_EQ(mistake_in("vrf red rip interface \"\""), "the interface is empty");
-  EXPECT_EQ(mistake_in("vrf red static 10.1.0.0"), "\"10.1.0.0\" is not a prefix (10.1.0.0/16)");
-  EXPECT_EQ(mistake_in("vrf red static 10.1.0.0/33"), "\"10.1.0.0/33\" is not a prefix (10.1.0.0/16)");
-  EXPECT_EQ(mistake_in("vrf red static 10.1.0.1/16"), "10.1.0.1/16 has bits set beyond its length");
-  EXPECT_EQ(mistake_in("vrf red static 10.1.0.0/16 via ge0"), "\"ge0\" is not an address");
-  EXPECT_EQ(mistake_in("vrf red static 10.1.0.0/16 10.0.0.1"), "\"10.0.0.1\" is one word too many");
-  EXPECT_EQ(mistake_in("bgp 65000"), "\"as-format\" is expected, not \"65000\"");
-  EXPECT_EQ(mistake_in("bgp as-format"), "asplain, asdot or asdot+ is missing behind \"as-format\"");
-  EXPECT_EQ(mistake_in("bgp as-format dot"), "\"dot\" is not asplain, asdot or asdot+");
-  EXPECT_EQ(mistake_in("bgp as-format asdot now"), "\"now\" is one word too many");
-  EXPECT_EQ(mistake_in("traps sideways"),
-            "there is no item \"sideways\"; the items of traps are vrf-up, vrf-down, mid-thresh-exc, "
-            "max-thresh-exc, ilg-lbl-exc, max-thresh-clr, all and notif-reissue-time");
-  EXPECT_EQ(mistake_in("traps vrf-up off"), "\"off\" is one word too many");
-  EXPECT_EQ(mistake_in("traps notif-reissue-time 2147483648"),
+      error_in("vrf red colour blue"),
+      "unknown word \"colour\"; expected description, rd, rt, policy, threshold, vni, bgp, ospf, rip, ripng, "
+      "eigrp or static");
+  EXPECT_EQ(error_in("vrf red rt in 1:1"), "unknown word \"in\"; expected import, export or both");
+  EXPECT_EQ(error_in("vrf red rt import 1"), "\"1\" is not a route target (65000:1, 10.0.0.1:1)");
+  EXPECT_EQ(error_in("vrf red rt import 1:1 ipv5"), "unknown word \"ipv5\"; expected ipv4, ipv6 or evpn");
+  EXPECT_EQ(error_in("vrf red policy import evpn in"), "unknown word \"evpn\"; expected ipv4 or ipv6");
+  EXPECT_EQ(error_in("vrf red vni 0"), "\"0\" is not a VNI (1 to 16777215)");
+  EXPECT_EQ(error_in("vrf red vni 16777216"), "\"16777216\" is not a VNI (1 to 16777215)");
+  EXPECT_EQ(error_in("vrf red rt import 1:1 ipv4 now"), "\"now\" is one word too many");
+  EXPECT_EQ(error_in("vrf red rd"), "a route distinguisher (65000:1, 10.0.0.1:1) is missing after \"rd\"");
+  EXPECT_EQ(error_in("vrf red description"), "the text is missing after \"description\"");
+  EXPECT_EQ(error_in("vrf red policy both ipv4 x"), "unknown word \"both\"; expected import or export");
+  EXPECT_EQ(error_in("vrf red threshold ipv4 10 20"), "the mid threshold 20 is above the maximum of 10");
+  EXPECT_EQ(error_in("vrf red threshold ipv4 4294967296 1"), "\"4294967296\" is not the maximum of routes");
+  EXPECT_EQ(error_in("vrf red bgp 0 neighbor x ipv4"), "\"0\" is not an AS number");
+  EXPECT_EQ(error_in("vrf red bgp 1 neighbour x ipv4"), "unknown word \"neighbour\"; expected neighbor");
+  EXPECT_EQ(error_in("vrf red ospf 1 area x interface ge0"), "\"x\" is not an area (0, 0.0.0.0)");
+  EXPECT_EQ(error_in("vrf red rip interface"), "the interface is missing after \"interface\"");
+  EXPECT_EQ(error_in("vrf red rip interface \"\""), "the interface is empty");
+  EXPECT_EQ(error_in("vrf red static 10.1.0.0"), "\"10.1.0.0\" is not a prefix (10.1.0.0/16)");
+  EXPECT_EQ(error_in("vrf red static 10.1.0.0/33"), "\"10.1.0.0/33\" is not a prefix (10.1.0.0/16)");
+  EXPECT_EQ(error_in("vrf red static 10.1.0.1/16"),
+            "10.1.0.1/16 has host bits set; did you mean 10.1.0.0/16?");
+  EXPECT_EQ(error_in("vrf red static 10.1.0.0/16 via ge0"), "\"ge0\" is not an address");
+  EXPECT_EQ(error_in("vrf red static 10.1.0.0/16 10.0.0.1"),
+            "unknown word \"10.0.0.1\"; expected interface or via");
+  EXPECT_EQ(error_in("bgp 65000"), "unknown word \"65000\"; expected as-format");
+  EXPECT_EQ(error_in("bgp as-format"), "asplain, asdot or asdot+ is missing after \"as-format\"");
+  EXPECT_EQ(error_in("bgp as-format dot"), "unknown word \"dot\"; expected asplain, asdot or asdot+");
+  EXPECT_EQ(error_in("bgp as-format asdot now"), "\"now\" is one word too many");
+  EXPECT_EQ(
+      error_in("traps sideways"),
+      "unknown word \"sideways\"; expected vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc, ilg-lbl-exc, "
+      "max-thresh-clr, all or notif-reissue-time");
+  EXPECT_EQ(error_in("traps vrf-up off"), "\"off\" is one word too many");
+  EXPECT_EQ(error_in("traps notif-reissue-time 2147483648"),
             "\"2147483648\" is not seconds, 0 to 2147483647");
 }
 
-TEST(ConfigurationWords, WordsThatEndTooEarlyAreTold) {
+TEST(ConfigurationWords, WordsThatEndTooEarlyAreIncomplete) {
   const auto is_incomplete = [](const char* line) {
     const auto result = parse_words(split(line));
-    return std::holds_alternative<Mistake>(result) && std::get<Mistake>(result).is_incomplete;
+    return std::holds_alternative<WordError>(result) && std::get<WordError>(result).is_incomplete;
   };
   for (const char* line : {"", "vrf", "vrf red", "vrf red rt", "vrf red rt import", "vrf red rip interface",
                            "bgp", "bgp as-format", "traps"}) {
@@ -201,17 +206,40 @@ TEST(ConfigurationWords, WordsThatEndTooEarlyAreTold) {
   }
 }
 
+TEST(ConfigurationWords, WordsThatMayFollowAreKnown) {
+  EXPECT_THAT(words_after({}), ElementsAre("vrf", "bgp", "traps"));
+  EXPECT_THAT(words_after({"vrf"}), ElementsAre("NAME"));
+  EXPECT_THAT(words_after({"vrf", "red"}),
+              ElementsAre("description", "rd", "rt", "policy", "threshold", "vni", "bgp", "ospf", "rip",
+                          "ripng", "eigrp", "static"));
+  EXPECT_THAT(words_after(split("vrf red rt")), ElementsAre("import", "export", "both"));
+  EXPECT_THAT(words_after(split("vrf red rt both")), ElementsAre("RT"));
+  EXPECT_THAT(words_after(split("vrf red rt both 1:1")), ElementsAre("ipv4", "ipv6", "evpn"));
+  EXPECT_THAT(words_after(split("vrf red policy import")), ElementsAre("ipv4", "ipv6"));
+  EXPECT_THAT(words_after(split("vrf red bgp 1")), ElementsAre("neighbor"));
+  EXPECT_THAT(words_after(split("vrf red static 10.0.0.0/8")), ElementsAre("interface", "via"));
+  EXPECT_THAT(words_after(split("vrf red static 10.0.0.0/8 interface")), ElementsAre("INTERFACE"));
+  EXPECT_THAT(words_after(split("vrf red static 10.0.0.0/8 interface ge0")), ElementsAre("via"));
+  EXPECT_THAT(words_after({"bgp", "as-format"}), ElementsAre("asplain", "asdot", "asdot+"));
+  EXPECT_THAT(words_after({"traps"}),
+              ElementsAre("vrf-up", "vrf-down", "mid-thresh-exc", "max-thresh-exc", "ilg-lbl-exc",
+                          "max-thresh-clr", "all", "notif-reissue-time"));
+  for (const char* line :
+       {"traps all", "router", "vrf red rt in", "vrf red rt both 1:1 ipv4", "vrf red rt both 1"}) {
+    EXPECT_TRUE(words_after(split(line)).empty()) << line;
+  }
+}
+
 TEST(ConfigurationWords, NamesAreBounded) {
   const std::string longest(31, 'a');
   const std::string longest_interface(63, 'i');
-  EXPECT_EQ(mistake_in("vrf " + longest + " rip interface " + longest_interface), "");
-  EXPECT_EQ(mistake_in("vrf " + longest + "a rip interface ge0"), "the VRF is longer than 31 octets");
-  EXPECT_EQ(mistake_in("vrf red rip interface " + longest_interface + "i"),
+  EXPECT_EQ(error_in("vrf " + longest + " rip interface " + longest_interface), "");
+  EXPECT_EQ(error_in("vrf " + longest + "a rip interface ge0"), "the VRF is longer than 31 octets");
+  EXPECT_EQ(error_in("vrf red rip interface " + longest_interface + "i"),
             "the interface is longer than 63 octets");
-  EXPECT_EQ(mistake_in("vrf \"\" rip interface ge0"), "the VRF is empty");
-  EXPECT_EQ(mistake_in("vrf red description " + std::string(255, 'x')), "");
-  EXPECT_EQ(mistake_in("vrf red description " + std::string(256, 'x')),
-            "a description has at most 255 octets");
+  EXPECT_EQ(error_in("vrf \"\" rip interface ge0"), "the VRF is empty");
+  EXPECT_EQ(error_in("vrf red description " + std::string(255, 'x')), "");
+  EXPECT_EQ(error_in("vrf red description " + std::string(256, 'x')), "a description has at most 255 octets");
 }
 
 TEST(ConfigurationWords, LineIsSplitAtBlanksAndQuotes) {
@@ -223,22 +251,22 @@ TEST(ConfigurationWords, LineIsSplitAtBlanksAndQuotes) {
   EXPECT_TRUE(split("  # only this").empty());
 }
 
-TEST(ConfigurationWords, OctetsThatAreNoPrintableUtf8AreEscaped) {
+TEST(ConfigurationWords, OctetsThatAreNotPrintableUtf8AreEscaped) {
   EXPECT_EQ(join_words({"caf\xc3\xa9", "caf\xe9", "\xc2\x9b", "\x01"}),
             "caf\xc3\xa9 \"caf\\xe9\" \"\\xc2\\x9b\" \"\\x01\"");
   EXPECT_THAT(split("\"caf\\xe9\" \"\\xc2\\x9b\""), ElementsAre("caf\xe9", "\xc2\x9b"));
 }
 
-TEST(ConfigurationWords, BrokenQuotesAreMistakes) {
-  EXPECT_EQ(split_mistake("vrf \"red"), "the quotes do not end");
-  EXPECT_EQ(split_mistake("vrf \"red\\"), "the quotes do not end");
-  EXPECT_EQ(split_mistake("vrf \"red\"blue"), "a blank is missing behind the quotes");
-  EXPECT_THAT(split_mistake("vrf re\"d"), HasSubstr("stands in quotes"));
-  EXPECT_THAT(split_mistake("vrf \"\\n\""), HasSubstr("a backslash is before"));
+TEST(ConfigurationWords, BrokenQuotesAreErrors) {
+  EXPECT_EQ(split_error("vrf \"red"), "the quotes do not end");
+  EXPECT_EQ(split_error("vrf \"red\\"), "the quotes do not end");
+  EXPECT_EQ(split_error("vrf \"red\"blue"), "a blank is missing after the quotes");
+  EXPECT_THAT(split_error("vrf re\"d"), HasSubstr("needs double quotes"));
+  EXPECT_THAT(split_error("vrf \"\\n\""), HasSubstr("a backslash is before"));
   for (const char* escape : {"\"\\x0\"", "\"\\x00\"", "\"\\xgg\"", "\"\\x"}) {
-    EXPECT_THAT(split_mistake(escape), HasSubstr("hexadecimal")) << escape;
+    EXPECT_THAT(split_error(escape), HasSubstr("hexadecimal")) << escape;
   }
-  EXPECT_EQ(split_mistake(std::string_view("a\0b", 3)), "an octet is 0");
+  EXPECT_EQ(split_error(std::string_view("a\0b", 3)), "an octet is 0");
 }
 
 TEST(ConfigurationPaths, NameTheirVrf) {
@@ -249,7 +277,7 @@ TEST(ConfigurationPaths, NameTheirVrf) {
   EXPECT_EQ(vrf_of(ospf_interface("red", "1", 0, "ge0").path), "red");
   EXPECT_EQ(vrf_of(eigrp_interface("red", 1, "ge0").path), "red");
   EXPECT_EQ(vrf_of(static_route("red", {Family::kIpv4, "10.0.0.0/8", "", ""}).path), "red");
-  // Another table than "default" is no item of words, but of this VRF.
+  // Words cannot express another table than "default", but its path belongs to the VRF.
   EXPECT_EQ(vrf_of("/cfg/gl/vmap/vrf/red/ord_z/afi_safi/1/2/other/ord_e/rib/table-prefix-limit"), "red");
   EXPECT_EQ(vrf_of(as_format("asdot").path), std::nullopt);
   EXPECT_EQ(vrf_of(trap_switch("vrf-up", 1).path), std::nullopt);

@@ -329,7 +329,8 @@ const std::array<Program, kProgramCount> kPrograms{{
 
 const std::vector<std::string>& config_scopes() {
   static const std::vector<std::string> scopes = [] {
-    std::vector<std::string> all(vrf_config::kScopesOfVrfs.begin(), vrf_config::kScopesOfVrfs.end());
+    const std::vector<std::string_view> of_vrfs = vrf_config::scopes_of_vrfs();
+    std::vector<std::string> all(of_vrfs.begin(), of_vrfs.end());
     all.emplace_back(vrf_config::kBgpCommonScope);
     return all;
   }();

@@ -127,7 +127,7 @@ Follower::~Follower() {
 }
 
 Status Follower::start() {
-  for (const std::string_view scope : vrf_config::kScopesOfVrfs) {
+  for (const std::string_view scope : vrf_config::scopes_of_vrfs()) {
     if (const Status status = follow(scope)) return status;
   }
   model_->observe(router::ObserverRank::kOther, this);

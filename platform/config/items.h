@@ -1,0 +1,84 @@
+// The table of configuration items. An item is a node of the configuration tree that users write as a line of
+// words: "vrf red rt import 65000:1 ipv4". From a row of the table derive
+//   - the path of a node, and how a path is read (paths.h);
+//   - how words are read, which words may follow, and the words of a node (words.cpp);
+//   - the help text, and the scopes in which items are counted or name a VRF.
+// A new item is a new row, with a builder in builders.cpp if a source sets it. Constant data.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "platform/config/vrf_config.h"
+
+namespace vrf_config {
+
+enum class Kind {
+  kDescription,
+  kRouteDistinguisher,
+  kImportTarget,
+  kExportTarget,
+  kImportPolicy,
+  kExportPolicy,
+  kThreshold,
+  kVni,
+  kBgp,
+  kOspf,
+  kRip,
+  kRipng,
+  kEigrp,
+  kStatic,
+  kAsFormat,
+  kTrap,
+  kReissueTime,
+};
+
+// The value of an item's node.
+enum class ValueForm {
+  kPresent,  // 1: only the presence of the node counts
+  kText,
+  kNumber,
+  kNumbers,
+};
+
+// What an item says, in its path, its value and its words. Each item uses some members.
+struct Fields {
+  std::string vrf;
+  Family family = Family::kIpv4;
+  std::optional<Direction> direction;
+  Target target;  // or a route distinguisher
+  std::uint32_t as_number = 0;
+  std::string neighbor;  // an address, or the name of an interface or a group
+  std::string process;
+  std::uint32_t area = 0;
+  std::string interface;
+  std::string prefix;
+  std::string next_hop;
+  std::string text;          // a description, a policy, a format, a trap
+  std::uint32_t number = 0;  // a maximum, a VNI, seconds
+  std::uint32_t mid = 0;
+};
+
+struct Item {
+  Kind kind;
+  std::string_view scope;
+  // Below the scope. <key> is a key (paths.cpp); <=text> is a key that is always written as this text, though
+  // the subscribers accept any.
+  std::string_view path;
+  bool is_counted;  // see counted_scopes()
+  ValueForm value;
+  // Literals and fields (word_types.cpp), the optional ones in brackets. Items with the same words differ in
+  // their direction.
+  std::string_view words;
+  std::span<const Family> default_families;  // when the words name no family
+  std::optional<Direction> direction;
+  std::string_view help;
+};
+
+std::span<const Item> all_items();
+const Item& item_of(Kind kind);
+
+}  // namespace vrf_config

@@ -1,0 +1,112 @@
+// Each row of the table is complete: its keys and words are known, and its words give its own node.
+#include "platform/config/items.h"
+
+#include <gmock/gmock.h>
+
+#include <set>
+
+#include "platform/config/grammar.h"
+#include "platform/config/path_keys.h"
+#include "platform/config/paths.h"
+#include "platform/config/test_support.h"
+
+namespace vrf_config {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::UnorderedElementsAreArray;
+
+// A word for each place of an item's words.
+std::string example_word(std::string_view name) {
+  if (name == "RD" || name == "RT") return "65000:1";
+  if (name == "MAX" || name == "MID" || name == "NUMBER" || name == "AS" || name == "SECONDS") {
+    return "7";
+  }
+  if (name == "AREA") return "0.0.0.7";
+  if (name == "PREFIX") return "10.0.0.0/8";
+  return name == "ADDRESS" ? "192.0.2.1" : "name";
+}
+
+Words example_words(const Elements& elements) {
+  Words words;
+  for (const Element& element : elements) {
+    if (element.type == nullptr) {
+      words.emplace_back(element.literal);
+    } else {
+      const std::vector<std::string> choices = choices_of(*element.type);
+      words.push_back(choices.empty() ? example_word(element.literal) : choices.front());
+    }
+  }
+  return words;
+}
+
+// The words of an item, with those of its optional words or without.
+Words example_of(const Syntax& syntax, bool with_optional) {
+  Words words = example_words(syntax.required);
+  for (const Elements& elements : syntax.optional) {
+    const Words more = example_words(elements);
+    if (with_optional) words.insert(words.end(), more.begin(), more.end());
+  }
+  return words;
+}
+
+TEST(Items, HaveKindsOfTheirOwn) {
+  std::set<Kind> kinds;
+  for (const Item& item : all_items()) EXPECT_TRUE(kinds.insert(item.kind).second) << item.words;
+  for (const Kind kind : kinds) EXPECT_EQ(item_of(kind).kind, kind);
+}
+
+TEST(Items, HaveKeysThatAreKnown) {
+  for (const Item& item : all_items()) {
+    for (std::size_t at = item.path.find('<'); at != std::string_view::npos;
+         at = item.path.find('<', at + 1)) {
+      const std::string_view name = item.path.substr(at + 1, item.path.find('>', at) - at - 1);
+      EXPECT_TRUE(name.starts_with('=') || find_key(name) != nullptr) << item.path << ": " << name;
+    }
+  }
+}
+
+// Words in upper case are not literals.
+TEST(Items, HaveWordsThatAreKnown) {
+  for (const Syntax& syntax : all_syntaxes()) {
+    for (const Element& element : syntax.required) {
+      const bool is_literal =
+          element.literal.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ|") == std::string_view::npos;
+      EXPECT_EQ(element.type == nullptr, is_literal) << syntax.words << ": " << element.literal;
+    }
+  }
+}
+
+TEST(Items, AreReadFromTheirWordsAndWrittenAsThem) {
+  std::set<Kind> seen;
+  for (const Syntax& syntax : all_syntaxes()) {
+    for (const bool with_optional : {false, true}) {
+      const Words words = example_of(syntax, with_optional);
+      const auto nodes = read(join_words(words));
+      ASSERT_FALSE(nodes.empty()) << join_words(words);
+      const std::optional<ParsedPath> path = parse_path(nodes.front().path);
+      ASSERT_TRUE(path.has_value()) << nodes.front().path;
+      EXPECT_EQ(syntax_of(*path->item).words, syntax.words) << nodes.front().path;
+      EXPECT_TRUE(exact_fields_of(nodes.front().path).has_value()) << nodes.front().path;
+      if (with_optional) {
+        EXPECT_EQ(word_list_of(nodes.front()), words);
+      }
+      seen.insert(path->item->kind);
+    }
+  }
+  EXPECT_TRUE(seen.contains(Kind::kImportTarget));
+  EXPECT_EQ(seen.size(), all_syntaxes().size());
+}
+
+TEST(Items, AreAllInTheHelp) {
+  const std::string help = words_help();
+  for (const Item& item : all_items()) EXPECT_THAT(help, HasSubstr("  " + std::string(item.words)));
+  for (const std::string_view trap : kTrapItems) EXPECT_THAT(help, HasSubstr(std::string(trap)));
+}
+
+TEST(Items, CountInTheScopesInWhichTheStoreCounts) {
+  EXPECT_THAT(counted_scopes(), UnorderedElementsAreArray(kConfigCountedScopes));
+}
+
+}  // namespace
+}  // namespace vrf_config
