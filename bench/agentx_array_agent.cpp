@@ -1,7 +1,6 @@
 // A trivial AgentX sub-agent (RFC 2741) that answers the interface table's four columns from a sorted array:
-// the floor that the real sub-agent is measured against. It has no daemon behind it, no windows and no error
-// handling worth the name; it speaks only what one master on the same machine sends to it (Get, GetNext,
-// Response).
+// the floor for the real sub-agent. It has no daemon, no windows and almost no error handling; it knows only
+// what a master agent on the same machine sends (Get, GetNext, Response).
 //
 //   agentx_array_agent SOCKET VRFS INTERFACES_PER_VRF
 #include <sys/socket.h>

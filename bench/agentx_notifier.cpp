@@ -1,6 +1,5 @@
-// A trivial AgentX notifier: opens a session and sends the same VRF-down notification so many times, as fast
-// as the master agent answers within a window. What traps through the daemon and the sub-agent are compared
-// with.
+// A trivial AgentX notifier: opens a session and sends the same VRF-down notification COUNT times, as fast as
+// the master agent answers within a window. The floor for traps through the daemon and the sub-agent.
 //
 //   agentx_notifier SOCKET COUNT WINDOW
 #include <poll.h>

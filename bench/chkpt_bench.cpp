@@ -2,9 +2,9 @@
 //
 // Saves: 10,000 records, each mapped and saved as the daemon does, committed in transactions of several
 // sizes; the floor is one prepared UPDATE a row in the same transactions on a database with the same rows and
-// settings. The two take turns and the median ratio counts. All records at once is also the longest that one
-// request can wait for a commit. Start-up: opening, checking and reading all records, against selecting them
-// with SQLite.
+// settings. The two run alternately; the result is the median ratio. All records at once is also the longest
+// time that a request can wait for a commit. Start-up: opening, checking and reading all records, against
+// selecting them with SQLite.
 //
 //   chkpt_bench [--brief]
 #include <sqlite3.h>

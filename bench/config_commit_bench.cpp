@@ -4,11 +4,11 @@
 //   config_commit_bench [--brief]
 //
 // The daemon runs in-process, with its checkpoint flushed before answers leave, as in the whole program. A
-// thread asks for the scalars over the socket, one request after the other, from before the commit until its
-// last notification; the longest answer counts, and so does the longest turn of the event loop, in which the
-// commit itself is one. The commit is made by a source (one call) and by a client (over the socket). The
-// floor is bare delivery: the same nodes, set one by one in the tree without owners, database and history.
-// Each way is measured in a process of its own; the median of three counts.
+// thread reads the scalars over the socket, one request after the other, from before the commit until its
+// last notification. The results are its longest answer and the longest iteration of the event loop,
+// including the commit. A source makes the commit (one call), then a client (over the socket). The floor is
+// bare delivery: the same nodes, set one by one in the tree without owners, database and history. Each way is
+// measured in a process of its own; the result is the median of three.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -37,7 +37,7 @@ double seconds_since(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-// Of this thread: what a turn costs when nobody else has the processor.
+// Of this thread: the duration of an iteration without other processes.
 double cpu_seconds() {
   timespec now{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
@@ -45,11 +45,11 @@ double cpu_seconds() {
 }
 
 struct Result {
-  double making = 0;          // seconds until the commit is made
-  double delivering = 0;      // from its beginning until the last notification was handled
-  double longest_turn = 0;    // seconds
-  double longest_cpu = 0;     // of a turn, seconds of this thread
-  double longest_answer = 0;  // seconds
+  double making = 0;             // seconds until the commit is made
+  double delivering = 0;         // from its beginning until the last notification was handled
+  double longest_iteration = 0;  // seconds
+  double longest_cpu = 0;        // of an iteration, seconds of this thread
+  double longest_answer = 0;     // seconds
   double octets_per_node = 0;
   double octets_per_repetition = 0;  // of growth per node, each time that all is deleted and set again
 };
@@ -83,9 +83,9 @@ class Bench {
     const double start_cpu = cpu_seconds();
     make(this);
     result.making = seconds_since(start);
-    note_turn(during_ ? result.making : 0, during_ ? cpu_seconds() - start_cpu : 0);
+    note_iteration(during_ ? result.making : 0, during_ ? cpu_seconds() - start_cpu : 0);
     run();
-    result.longest_turn = longest_turn_;
+    result.longest_iteration = longest_iteration_;
     result.longest_cpu = longest_cpu_;
     result.delivering = seconds_since(start);
     result.longest_answer = end_asking();
@@ -93,7 +93,7 @@ class Bench {
     return result;
   }
   double growth_of_repetition() {
-    // Nobody asks any more, so the loop runs dry: the rows have been brought to their places, too.
+    // No client sends requests any more, so the loop empties its queue, rows to be folded included.
     const auto repeat = [this] {
       DaemonInProcess::check(kvtree_config_replace("file", {"/cfg/"}, {}, ""), "replace");
       daemon_.run_pending();
@@ -121,7 +121,7 @@ class Bench {
       DaemonInProcess::check(connection.commit(changes, "bench").status, "commit");
       done = true;
     });
-    while (!done) turn(std::chrono::milliseconds(1));
+    while (!done) iterate(std::chrono::milliseconds(1));
     client.join();
   }
   void bare() {
@@ -130,26 +130,26 @@ class Bench {
   }
 
  private:
-  bool turn(std::chrono::nanoseconds wait) {
+  bool iterate(std::chrono::nanoseconds wait) {
     unsigned char buffer[1024];
     EventContext context{daemon_.manager, buffer, sizeof buffer, 0};
     if (event_wait_for(&context, static_cast<std::uint64_t>(wait.count())) != 0) return false;
     const auto start = Clock::now();
     const double start_cpu = cpu_seconds();
     event_dispatch(&context);
-    note_turn(seconds_since(start), cpu_seconds() - start_cpu);
+    note_iteration(seconds_since(start), cpu_seconds() - start_cpu);
     return true;
   }
-  void note_turn(double seconds, double cpu) {
-    longest_turn_ = std::max(longest_turn_, seconds);
+  void note_iteration(double seconds, double cpu) {
+    longest_iteration_ = std::max(longest_iteration_, seconds);
     longest_cpu_ = std::max(longest_cpu_, cpu);
   }
-  // Until everything that is posted has run, while the other thread goes on asking: what is posted from here
-  // runs behind all of it.
+  // Until everything that is posted has run, while the other thread continues to send requests: what is
+  // posted here runs after all of it.
   void run() {
     bool finished = false;
     event_post(daemon_.manager, [&finished] { finished = true; });
-    while (!finished) turn(std::chrono::milliseconds(1));
+    while (!finished) iterate(std::chrono::milliseconds(1));
   }
   void begin_asking() {
     asking_ = true;
@@ -163,8 +163,8 @@ class Bench {
         ++answers_;
       }
     });
-    while (answers_ < 100) turn(std::chrono::milliseconds(1));
-    longest_turn_ = longest_cpu_ = 0;
+    while (answers_ < 100) iterate(std::chrono::milliseconds(1));
+    longest_iteration_ = longest_cpu_ = 0;
     longest_answer_ = 0;
   }
   double end_asking() {
@@ -174,7 +174,7 @@ class Bench {
       asker_.join();
       joined = true;
     });
-    while (!joined) turn(std::chrono::milliseconds(1));
+    while (!joined) iterate(std::chrono::milliseconds(1));
     joiner.join();
     return longest_answer_;
   }
@@ -186,7 +186,7 @@ class Bench {
   std::atomic<bool> asking_{false};
   std::atomic<double> longest_answer_{0};
   std::atomic<unsigned> answers_{0};
-  double longest_turn_ = 0;
+  double longest_iteration_ = 0;
   double longest_cpu_ = 0;
   bool during_ = false;  // the commit was made in one call of this thread
 };
@@ -216,12 +216,12 @@ int main(int argc, char** argv) {
   const unsigned repetitions = brief ? 1 : 3;
   const Result bare = median_of(repetitions, vrfs, &Bench::bare);
   std::printf("%-16s %10s %10s %14s %10s %12s %12s %12s %14s\n", "", "notif./s", "to bare", "made after ms",
-              "turn ms", "turn CPU ms", "answer ms", "octets/node", "growth/node");
+              "loop ms", "loop CPU ms", "answer ms", "octets/node", "growth/node");
   bool within = true;
   const auto print = [&](const char* name, const Result& result) {
     std::printf("%-16s %10.0f %10.2f %14.1f %10.1f %12.1f %12.1f %12.0f %14.1f\n", name,
                 2 * vrfs / result.delivering, bare.delivering / result.delivering, result.making * 1e3,
-                result.longest_turn * 1e3, result.longest_cpu * 1e3, result.longest_answer * 1e3,
+                result.longest_iteration * 1e3, result.longest_cpu * 1e3, result.longest_answer * 1e3,
                 result.octets_per_node, result.octets_per_repetition);
     within = within && result.longest_answer <= kWaitBound;
   };
@@ -230,9 +230,10 @@ int main(int argc, char** argv) {
   print("client", median_of(repetitions, vrfs, &Bench::as_client));
   std::printf(
       "to bare: notifications per second against the same nodes set one by one without owners, database and "
-      "history.\nturn, answer: longest turn of the event loop (with the commit's own) and longest answer "
+      "history.\nloop, answer: longest iteration of the event loop (with that of the commit) and longest "
+      "answer "
       "(aim: at most %.0f ms: %s).\ngrowth: resident memory a node, each time that all is deleted and set "
       "again.\n",
-      kWaitBound * 1e3, within ? "kept" : "not kept");
+      kWaitBound * 1e3, within ? "met" : "not met");
   return 0;
 }

@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <type_traits>
 
-// What `measure()` returns in a child process; throws when the child fails, which says why on standard error.
+// Returns the result of `measure()` in a child process; throws if the child fails, which prints the reason.
 // The child ends without the caller's destructors: `measure` cleans up what it makes.
 template <typename Measure>
 std::invoke_result_t<Measure> in_child(const Measure& measure) {

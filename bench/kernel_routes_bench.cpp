@@ -1,9 +1,9 @@
-// The routes of a kernel's table into the route store: a first reading and one that finds everything as it
-// was, against bare reading of the same dump in the same run; and the longest turn of the event loop
-// meanwhile, which is how long a request waits.
+// Reads the routes of a kernel's table into the route store, first into an empty one and then without
+// changes, against bare reading of the same dump in the same run. The longest iteration of the event loop
+// meanwhile is how long a request waits.
 //
-// In a network namespace of its own, with routes to made-up prefixes through a veth; needs the privilege to
-// make one.
+// Runs in a network namespace of its own, with routes to made-up prefixes through a veth, and needs the
+// privilege to create them.
 //
 //   kernel_routes_bench [--brief]
 #include <libmnl/libmnl.h>
@@ -39,7 +39,7 @@ constexpr std::size_t kBufferSize = 64 * kRoutesPerSend;
 
 struct Figures {
   double seconds = 0;
-  double longest_turn_ms = 0;
+  double longest_iteration_ms = 0;
 };
 
 double seconds_since(Clock::time_point start) {
@@ -108,9 +108,9 @@ double read_bare() {
   return seconds_since(start);
 }
 
-// Turns until `done`; the longest of them.
+// Runs the loop until `done`.
 template <class Done>
-Figures turn_until(EventManager* manager, Done done) {
+Figures run_until(EventManager* manager, Done done) {
   std::array<unsigned char, 1024> buffer{};
   EventContext context{manager, buffer.data(), buffer.size(), 0};
   Figures figures;
@@ -118,17 +118,17 @@ Figures turn_until(EventManager* manager, Done done) {
   while (!done()) {
     if (event_wait_for(&context, 10 * kNanosecondsPerSecond) != 0)
       throw std::runtime_error("nothing happens");
-    const Clock::time_point turn = Clock::now();
+    const Clock::time_point iteration = Clock::now();
     event_dispatch(&context);
-    figures.longest_turn_ms = std::max(figures.longest_turn_ms, 1e3 * seconds_since(turn));
+    figures.longest_iteration_ms = std::max(figures.longest_iteration_ms, 1e3 * seconds_since(iteration));
   }
   figures.seconds = seconds_since(start);
   return figures;
 }
 
 void print(const char* name, const Figures& figures, double floor) {
-  std::printf("%-28s %7.3f s  %5.2f of bare reading  longest turn %6.2f ms\n", name, figures.seconds,
-              figures.seconds / floor, figures.longest_turn_ms);
+  std::printf("%-28s %7.3f s  %5.2f of bare reading  longest iteration %6.2f ms\n", name, figures.seconds,
+              figures.seconds / floor, figures.longest_iteration_ms);
 }
 
 void measure(std::uint32_t count, EventManager* manager) {
@@ -147,15 +147,15 @@ void measure(std::uint32_t count, EventManager* manager) {
       source.start(manager) != kStatusOk) {
     throw std::runtime_error("start: " + error);
   }
-  print("first reading", turn_until(manager, [&] { return source.settled(); }), floor);
+  print("first reading", run_until(manager, [&] { return source.settled(); }), floor);
   if (model.routes().count(kTable) != count) throw std::runtime_error("routes are missing");
   run("ip route add blackhole 192.168.1.0/24 table 10");
   print("one more, rest included",
-        turn_until(manager, [&] { return model.routes().count(kTable) == count + 1 && source.settled(); }),
+        run_until(manager, [&] { return model.routes().count(kTable) == count + 1 && source.settled(); }),
         floor);
   run("ip link set v0 down");
   print("lost with their link",
-        turn_until(manager, [&] { return model.routes().count(kTable) == 1 && source.settled(); }), floor);
+        run_until(manager, [&] { return model.routes().count(kTable) == 1 && source.settled(); }), floor);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // Provider answers per second: in-process, and over the socket against a bare ping-pong of the same sizes
-// over the same kind of socket. Client and server share one CPU; the two take turns and the median ratio
-// counts.
+// over the same kind of socket. Client and server share one CPU; the two run alternately, and the result is
+// the median ratio.
 //
 //   provider_bench [--brief]
 #include <sched.h>

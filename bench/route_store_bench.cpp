@@ -1,7 +1,7 @@
-// The route store: resident octets a route, and what a get-next costs in a small and in a large table,
+// The route store: resident octets per route, and the time of a get-next in a small and in a large table,
 // against std::map (memory) and a sorted vector (get-next) of the same rows in the same run.
 //
-// Every figure comes from a process of its own, so that one table's memory is not another's. Get-next is the
+// Every figure is measured in a process of its own, so that tables do not share memory. Get-next is the
 // walk of an SNMP manager: each read asks for the row after the key of the one before.
 //
 //   route_store_bench [--brief]
@@ -29,7 +29,7 @@ using router::Route;
 using router::RouteKey;
 
 struct Figures {
-  double octets = 0;      // resident, a row
+  double octets = 0;      // resident, per row
   double walk_ns = 0;     // a get-next of a walk in order
   double clear_ms = 0;    // dropping the table
   double release_ms = 0;  // the longest step of giving its memory back
@@ -40,7 +40,7 @@ double seconds_since(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-// What is freed but kept for the next allocation is not a route's.
+// Memory that is freed but not returned to the system is not counted.
 double trimmed_octets() {
   malloc_trim(0);
   return resident_octets();

@@ -6,10 +6,10 @@ the same prefixes from a router file.
   route_table_bench.py BIN_DIRECTORY BENCH_DIRECTORY [--brief]        (as root, for the namespace)
 
 Shown for each number of routes:
-  first row     seconds until the first row is there, when nobody has asked before
-  rows/s        of one column, GETBULK 50, table warm; the median of turns that alternate
-  octets/route  what the processes that hold the routes have grown by
-  silence       longest time in which snmpd did not answer a GET of sysUpTime while the first row was waited for and the
+  first row     seconds until the first row is answered, without requests before
+  rows/s        of one column, GETBULK 50, table warm; the median of alternating rounds
+  octets/route  growth of the processes that store the routes
+  silence       longest time in which snmpd did not answer a GET of sysUpTime, from the request of the first row until the
                 column was walked once"""
 import ipaddress
 import json
@@ -83,7 +83,7 @@ def resident(process):
     for line in pathlib.Path(f"/proc/{process.pid}/status").read_text().splitlines():
         if line.startswith("VmRSS:"):
             return int(line.split()[1]) * 1024
-    raise SystemExit(f"process {process.pid} is gone")
+    raise SystemExit(f"process {process.pid} has ended")
 
 
 def prefixes(count):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Varbinds per second of the interface table through a stock snmpd: the real sub-agent against two trivial ones with
 the same index shape, one that speaks AgentX from a sorted array and one on net-snmp's agent library. All processes
-share one CPU; the three take turns, and the medians of the pairwise ratios count.
+share one CPU; the three run alternately, and the results are the medians of the pairwise ratios.
 
   snmp_bench.py BIN_DIRECTORY BENCH_DIRECTORY [--brief]"""
 import os
@@ -45,7 +45,7 @@ def run_trivial(system, program):
         env=system.environment, capture_output=True, check=False).stdout, 30)
     rate = measure(system)
     system.kill("trivial")
-    wait_until("the table gone", lambda: system.get_value(SCALARS + ".1.0") is None)
+    wait_until("the table removed", lambda: system.get_value(SCALARS + ".1.0") is None)
     return rate
 
 
@@ -53,7 +53,7 @@ def run_real(system):
     system.start_agent()
     rate = measure(system)
     system.kill("agent")
-    wait_until("the table gone", lambda: system.get_value(SCALARS + ".1.0") is None)
+    wait_until("the table removed", lambda: system.get_value(SCALARS + ".1.0") is None)
     return rate
 
 

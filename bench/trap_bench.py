@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Traps per second through a stock snmpd: those of a full queue of the daemon, told by the sub-agent, against a trivial
-AgentX notifier that makes them up. All processes share one CPU; the two take turns, and the median of the pairwise ratios
-counts. The time is that between the first and the last datagram.
+"""Traps per second through a stock snmpd: a full queue of the daemon, sent by the sub-agent, against a trivial AgentX
+notifier. All processes share one CPU; the two run alternately, and the result is the median of the pairwise ratios. The
+time is that between the first and the last datagram.
 
   trap_bench.py BIN_DIRECTORY BENCH_DIRECTORY [--brief]"""
 import os

@@ -1,9 +1,9 @@
 // Fuzz target: octets from a master agent's socket, through the codec, the session and the responder.
 //
-// The input is what a master writes after the session is open. Every response that comes back must itself be
-// AgentX that the codec reads, a name in it must not come before the one asked for, and the next PDU must be
-// found where the last one ended; anything else aborts. The tables stand on a source of a few rows:
-// interfaces and one route, and neither VRFs nor route targets.
+// The input is what a master writes after the session is open. Every response must be AgentX that the codec
+// reads, must not name an object before the requested one, and must end where the next PDU starts; otherwise
+// the target aborts. The tables read from a source with a few rows: interfaces and one route, no VRFs and no
+// route targets.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -69,7 +69,7 @@ class Rows : public tables::RowSource {
   }
 
  private:
-  // 10.0.0.0/8 in RED, to who asks from the beginning.
+  // 10.0.0.0/8 in RED, for a read from the start.
   static kvtree::WalkResult routes(std::string_view path) {
     if (!path.ends_with("//1/0/1/0/0")) return {kStatusNoSuchRow, {}, true};
     std::uint8_t destination[] = {10, 0, 0, 0};

@@ -1,9 +1,9 @@
 // Texts into the reader of the routing suite's answers and the parser of its running configuration.
 //
-// The whole input is a configuration; whatever it holds must become nodes that the tree takes: below a scope,
-// not longer than a path may be for words of an ordinary length, of one program only, in order. The input
-// with what the shell prints around it must be read as the same configuration or refused. As an answer to the
-// commands that show what the suite derives, the input must become such nodes as well, or be refused.
+// The input is a configuration. Its items must become nodes that the tree accepts: below a scope, within the
+// length of a path for words of ordinary length, of one program only, in order. The input within the output
+// of the shell must be read as the same configuration or refused. As an answer to the commands that show what
+// the suite derives, it must become such nodes as well or be refused.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

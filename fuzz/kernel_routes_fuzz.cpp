@@ -1,9 +1,8 @@
-// Fuzzing of what the kernel source makes of received route and next-hop messages: decoder, next-hop objects,
-// rows and store in one piece.
+// Received route and next-hop messages through the kernel source: decoder, next-hop objects, rows and store.
 //
 // The input is a recording as in tests/data/netlink: datagrams, each after its length in four octets, most
-// significant first. Whatever the octets are, every row must be one that the store takes, except for label
-// stacks deeper than the store's.
+// significant first. For all octets, every row must be one that the store accepts, except for label stacks
+// deeper than the store's.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -49,7 +48,7 @@ void apply(const kernel::RouteEvent& event, Routes* routes) {
   }
 }
 
-// A copy of its own size, so that a sanitizer sees what is read behind its end.
+// A copy of exactly its size, so that a sanitizer finds reads beyond its end.
 void feed(std::vector<std::uint8_t> datagram, Routes* routes) {
   std::vector<kernel::RouteEvent> events;
   kernel::parse_route_datagram(datagram, &events);

@@ -2,8 +2,8 @@
 //
 // The first octet chooses: bit 0 a structured request, bit 1 a pattern of the input's own (up to the first
 // line break) instead of the built-in table. What matches must have arguments that can be read: present ones
-// with a text or a number, absent ones with neither, nothing behind the last. A text that decodes must
-// survive encoding.
+// with a text or a number, absent ones with neither, none after the last. A text that decodes must encode
+// to the same text.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>

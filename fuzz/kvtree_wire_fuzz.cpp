@@ -15,7 +15,7 @@
 
 namespace {
 
-// A provider whose rows are "1" to "50", behind "rows/<n>", and whose other answers are short.
+// A provider whose rows are "1" to "50", after "rows/<n>", and whose other answers are short.
 Status get(const KvRequest* request, KvReply* reply);
 Status list(const KvRequest* request, KvListReply* reply);
 Status datalist(const KvRequest* request, KvListReply* reply);
@@ -77,7 +77,7 @@ Status datalist(const KvRequest* request, KvListReply* reply) {
 }
 
 Status echo(const KvActionContext& context, const std::vector<std::string>& words, std::string* text, void*) {
-  if (context.may_change) std::abort();  // there is no peer that could have the right
+  if (context.may_change) std::abort();  // there is no peer with this permission
   for (const std::string& word : words) *text += word;
   return kStatusOk;
 }
@@ -90,7 +90,7 @@ bool set_up() {
   KvConnection* connection = nullptr;
   require(kvtree_bind(&connection, "/oper/", kKvBindProvider) == kStatusOk);
   const KvProviderFunctions functions{get, list, datalist, kRules, 1};
-  // The manager is only kept: nothing is posted here.
+  // The manager is only stored: nothing is posted here.
   auto* manager = reinterpret_cast<EventManager*>(&connection);
   require(kvtree_register_prov2(connection, "", manager, &functions, 0, 1) == kStatusOk);
   KvValue tuple;
@@ -143,7 +143,7 @@ void check_success(std::uint16_t type, wire::Reader* answer) {
       check_nodes(answer);
       break;
     case kvtree::kHistory:
-      require(answer->u32() == 0);  // nobody could commit
+      require(answer->u32() == 0);  // without permission there is no commit
       break;
     default:
       std::abort();  // changing and watching need a connection, and there are no other types
@@ -184,7 +184,7 @@ void handle_stream(wire::OctetSpan stream) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const bool ready = set_up();
   if (!ready || size == 0) return 0;
-  // A copy of its own size, so that a sanitizer sees what is read behind its end.
+  // A copy of exactly its size, so that a sanitizer finds reads beyond its end.
   const wire::Octets input(data + 1, data + size);
   if (data[0] == 0) {
     handle_stream(input);

@@ -1,10 +1,8 @@
-// Fuzzing of what the kernel source makes of received octets: decoder, mirror, reconciler and model in one
-// piece.
+// Received octets through the kernel source: decoder, mirror, reconciler and model.
 //
 // The input is a recording: datagrams, each after its length in four octets, most significant first, as in
-// tests/data/netlink, whose files are the seeds. After every datagram the model follows. The kernel is
-// trusted not to be malicious, but not to be of the version that was known here, and the socket may be spoken
-// to by others.
+// tests/data/netlink, whose files are the seeds. The model follows after every datagram. The kernel is
+// not malicious, but it may be of any version, and others may send to the socket.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +15,7 @@
 
 namespace {
 
-// A copy of its own size, so that a sanitizer sees what is read behind its end.
+// A copy of exactly its size, so that a sanitizer finds reads beyond its end.
 void feed(std::vector<std::uint8_t> datagram, kernel::Mirror* mirror) {
   std::vector<kernel::Event> events;
   kernel::parse_datagram(datagram, &events);
@@ -30,7 +28,7 @@ std::size_t length_at(const std::uint8_t* data) {
   return (std::size_t{data[0]} << 24) | (std::size_t{data[1]} << 16) | (std::size_t{data[2]} << 8) | data[3];
 }
 
-// Names are settled: every link of the model is one of the mirror's, under its own index.
+// Every link of the model is a link of the mirror, with the same index.
 void check(const kernel::Mirror& mirror, const router::Router& model) {
   model.for_each_interface([&](const router::Interface& each) {
     const kernel::Link* link = mirror.find(each.index);

@@ -2,7 +2,7 @@
 // by a schema, and schema texts themselves. The first octet chooses; input that decodes must encode to the
 // same octets again.
 //
-// Inputs are given the right beginning (type name, versions, hash), which no fuzzer would guess.
+// Inputs get the right start (type name, versions, hash), which no fuzzer would guess.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -24,7 +24,7 @@ using Octets = std::vector<std::uint8_t>;
   std::abort();
 }
 
-// What every encoded record of the description begins with: a cleared record, without its fields.
+// The start of every encoded record of the description: a cleared record without its fields.
 template <typename Record>
 Octets beginning(const ParcelDescription& description) {
   constexpr std::size_t kTypeNameAt = 5;
@@ -90,6 +90,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       parse(rest, size);
       break;
   }
-  // Any octets at all may be asked for their type.
+  // The type of any octets may be requested.
   return parcel_type_name(rest, size).size() > size ? 1 : 0;
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Bad input of every kind: a clear error each time, and the system goes on."""
+"""Invalid input of every kind causes a clear error, and the system continues to work."""
 
 import fcntl
 import os
@@ -47,7 +47,7 @@ class BadInput(unittest.TestCase):
                     while peer.recv(4096):
                         pass
             except (BrokenPipeError, ConnectionResetError):
-                return  # closed by the other side, as it should be
+                return  # the peer closed the connection, as it should
 
     def sockets(self):
         run = self.system.folder / "run"
@@ -60,19 +60,19 @@ class BadInput(unittest.TestCase):
                 self.send(path, octets, half_close=True)
             wait_until("a logged reason", lambda start=before: len(self.system.log("daemon")) > start)
 
-    def test_truncated_request_disturbs_nobody(self):
-        """A request cut at every length, taken from what the command line really sends."""
+    def test_truncated_request_affects_no_other_client(self):
+        """A request that the command line really sends, truncated at every length."""
         request = self.recorded_request()
         self.assertGreater(len(request), 20)
         for length in range(1, len(request)):
             self.send(self.sockets()[0], request[:length], half_close=True)
 
-    def test_garbage_on_the_master_agents_socket_leaves_the_sub_agent_alone(self):
+    def test_garbage_on_the_master_agents_socket_does_not_affect_the_sub_agent(self):
         for octets in GARBAGE[1:]:
             self.send(self.system.agentx, octets, half_close=False)
 
     def recorded_request(self):
-        """What `mplsvpn show scalars` writes first, seen by a listener in the daemon's place."""
+        """The first request of `mplsvpn show scalars`, received by a listener in place of the daemon."""
         run = self.system.folder / "fake"
         run.mkdir(exist_ok=True)
         path = run / "dev.mpls.vpn.main"
@@ -102,10 +102,10 @@ class BadInput(unittest.TestCase):
         self.assertEqual(bad_number.returncode, 1)
         self.assertIn("does not decode", bad_number.stderr)
         known = self.system.cli("get", "/oper/mpls_vpn/gl/interface/red/11")
-        self.assertEqual(known.returncode, 1, "an exact read of a VRF that the database holds has no row")
-        gone = self.system.cli("get", "/oper/mpls_vpn/gl/vrf/nothing")
-        self.assertEqual(gone.returncode, 1)
-        self.assertIn("no such row", gone.stderr)
+        self.assertEqual(known.returncode, 1, "an exact read in a VRF of the database has no row")
+        absent = self.system.cli("get", "/oper/mpls_vpn/gl/vrf/nothing")
+        self.assertEqual(absent.returncode, 1)
+        self.assertIn("no such row", absent.stderr)
         no_list = self.system.cli("list", "/oper/mpls_vpn/gl/interface/red/11")
         self.assertEqual(no_list.returncode, 1)
         self.assertIn("does not serve this operation", no_list.stderr)
@@ -125,7 +125,7 @@ class BadInput(unittest.TestCase):
             self.assertIn(result.returncode, (1, 2), words)
             self.assertNotEqual(result.stdout + result.stderr, "", words)
 
-    def test_daemon_not_there_is_said_plainly(self):
+    def test_missing_daemon_has_an_exit_status_of_its_own(self):
         environment = dict(self.system.environment, MPLS_VPN_MIB_RUN_DIR=str(self.system.folder / "no-such"))
         result = subprocess.run([BIN / "mplsvpn", "show", "scalars"], env=environment, capture_output=True, text=True,
                                 check=False)
@@ -133,7 +133,7 @@ class BadInput(unittest.TestCase):
         self.assertIn("not", result.stderr)
 
 class LostReaders(unittest.TestCase):
-    """Whoever reads standard error or standard output stops reading or goes away."""
+    """The reader of standard error or standard output stops reading or closes the pipe."""
 
     def setUp(self):
         self.system = System(ROUTER)
@@ -159,7 +159,7 @@ class LostReaders(unittest.TestCase):
         ignored = int(status.split("SigIgn:")[1].split()[0], 16)
         self.assertTrue(ignored & 1 << (signal.SIGPIPE - 1), status)
 
-    def test_daemon_goes_on_when_the_reader_of_its_standard_error_is_gone(self):
+    def test_daemon_continues_when_the_reader_of_its_standard_error_has_closed(self):
         process, reader = self.start_printing_daemon()
         self.assert_ignores_broken_pipes(process)
         os.close(reader)
@@ -167,18 +167,18 @@ class LostReaders(unittest.TestCase):
             self.system.cli("show", "scalars", check=True)
         self.assertIsNone(process.poll())
 
-    def test_daemon_goes_on_when_nobody_reads_its_standard_error(self):
+    def test_daemon_continues_when_its_standard_error_is_not_read(self):
         process, reader = self.start_printing_daemon(pipe_size=4096)
         self.addCleanup(os.close, reader)
         os.set_blocking(reader, False)
-        for _ in range(30):  # several times what the pipe holds
+        for _ in range(30):  # several times the capacity of the pipe
             self.system.cli("show", "scalars", check=True)
         os.read(reader, 1 << 16)
         self.system.cli("show", "scalars", check=True)
         self.assertRegex(os.read(reader, 1 << 16), rb"standard error: [1-9][0-9]* lines were lost\n")
         self.assertIsNone(process.poll())
 
-    def test_sub_agent_goes_on_when_the_reader_of_its_standard_error_is_gone(self):
+    def test_sub_agent_continues_when_the_reader_of_its_standard_error_has_closed(self):
         self.system.start_daemon()
         self.system.start_snmpd()
         process, reader = self.start("agent", str(BIN / "mpls_vpn_snmp"), "--verbose", "--agentx-socket",
@@ -189,7 +189,7 @@ class LostReaders(unittest.TestCase):
         self.assertEqual(self.system.get_value(f"{IF_CONF}.1.5.3.114.101.100.11"), "1")
         self.assertIsNone(process.poll())
 
-    def test_command_line_ends_quietly_when_the_reader_of_its_output_is_gone(self):
+    def test_command_line_ends_quietly_when_the_reader_of_its_output_has_closed(self):
         self.system.start_daemon()
         reader, writer = os.pipe()
         os.close(reader)
@@ -210,12 +210,12 @@ class BadStart(unittest.TestCase):
         process = system.spawn("daemon", str(BIN / "mpls_vpn_mib"))
         return process.wait(timeout=60), system.log("daemon")
 
-    def test_broken_router_file_ends_the_start_with_its_place(self):
+    def test_invalid_router_file_ends_the_start_with_line_and_column(self):
         status, log = self.start("vrfs:\n  - {name: red, table: ten}\n")
         self.assertEqual(status, 1)
         self.assertIn("router.yaml:2:24:", log)
 
-    def test_broken_settings_end_the_start_with_their_place(self):
+    def test_invalid_settings_end_the_start_with_line_and_column(self):
         status, log = self.start(ROUTER, settings="sauce: file\n")
         self.assertEqual(status, 1)
         self.assertIn("platform.yaml:1:1: unknown key 'sauce'", log)
@@ -241,14 +241,14 @@ class BadStart(unittest.TestCase):
         for fault, message in self.START_UP_FAILURES.items():
             self.assertIn(message, self.start_failing(fault), fault)
 
-    def test_failed_bind_has_status_one_and_the_provider_names_its_own(self):
-        """What serves the daemon binds before it does: each of these binds ends the start in its own words."""
+    def test_failed_bind_has_status_one_and_names_the_step(self):
+        """The services bind before the provider does; each failed bind ends the start with a message of its own."""
         for first in range(1, 40):
             log = self.start_failing(f"kvtree_bind=5@{first}+0")
             if "Error in main: error in PROV" in log:
                 return
             self.assertIn("mpls_vpn_mib: cannot ", log)
-        self.fail("no bind is the provider's")
+        self.fail("no failed bind was that of the provider")
 
 if __name__ == "__main__":
     unittest.main()

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Changes of route distinguishers and route targets on a whole daemon: a "mplsvpn watch" writes down what it is told while
-the router file, an operator and the routing suite change them. The suite is a shell that prints what the test gives it."""
+"""Changes of route distinguishers and route targets with a whole daemon: "mplsvpn watch" records them while the router file,
+an operator and the routing suite change them. The suite is a shell that prints what the test gives it."""
 import json
 import pathlib
 import shlex
@@ -42,7 +42,7 @@ class Changes(unittest.TestCase):
         for family in ("ipv4", "ipv6"):
             self.show(family, "{}")
         self.system.start_daemon()
-        wait_until("what the suite has", lambda: "65000:20" in self.held("frr"), 30)
+        wait_until("what the suite has", lambda: "65000:20" in self.owned_by("frr"), 30)
         self.watch()
 
     def configure(self, text):
@@ -52,11 +52,11 @@ class Changes(unittest.TestCase):
         self.write(f"show bgp vrf all {family} unicast route-leak json", '{"vrfs":' + vrfs + "}")
 
     def write(self, name, text):
-        """Moved into place: the shell never reads a half of it."""
+        """Renamed into place: the shell never reads a partial file."""
         (self.suite / "new").write_text(text)
         (self.suite / "new").rename(self.suite / name)
 
-    def held(self, owner):
+    def owned_by(self, owner):
         return self.system.cli("config", "show", "--owner", owner).stdout
 
     def watch(self):
@@ -69,7 +69,7 @@ class Changes(unittest.TestCase):
                 if line.startswith("{") and line.endswith("\n")]
 
     def shows(self, *expected):
-        """Exactly these lines come, in any order: "rd red 65000:1 operator -> none"."""
+        """Exactly these lines are printed, in any order: "rd red 65000:1 operator -> none"."""
         wait_until(str(expected), lambda: len(self.lines()) >= self.seen + len(expected), 30)
         new = [self.text(line) for line in self.lines()[self.seen:]]
         self.assertEqual(sorted(new), sorted(expected))
@@ -100,7 +100,7 @@ class Changes(unittest.TestCase):
         self.shows("rd red 65000:11 router file -> 65000:99 operator")
         self.config("set", "vrf", "red", "rt", "export", "65000:10", "ipv4")  # the value that is effective
         self.config("delete", "vrf", "red", "rt", "export", "65000:10", "ipv4")
-        red["rd"] = "65000:12"  # covered
+        red["rd"] = "65000:12"  # overridden
         self.reload()
         self.config("delete", "vrf", "red", "rd")
         self.shows("rd red 65000:99 operator -> 65000:12 router file")
@@ -116,8 +116,8 @@ class Changes(unittest.TestCase):
         self.config("delete", "vrf", "blue", "rd", "65000:21")
         self.derive("10.0.0.1:2", "10.0.0.1:3")
         self.configure(IMPORTING)
-        wait_until("what is derived", lambda: "10.0.0.1:3" in self.held("frr-derived"), 30)
-        wait_until("what is configured", lambda: "65000:20" not in self.held("frr"), 60)
+        wait_until("what is derived", lambda: "10.0.0.1:3" in self.owned_by("frr-derived"), 30)
+        wait_until("what is configured", lambda: "65000:20" not in self.owned_by("frr"), 60)
         self.shows("rd blue 65000:21 configured -> 10.0.0.1:2 derived",
                    "rt import blue ipv4 none -> 10.0.0.1:3 derived",
                    "rt import blue ipv4 65000:20 configured -> none",
@@ -140,7 +140,7 @@ class Changes(unittest.TestCase):
         self.watch()
         asked = self.suite / "bgpd.asked"
         before = len(asked.read_text())
-        wait_until("the suite has been heard", lambda: len(asked.read_text()) > before + 3, 30)
+        wait_until("answers of the suite", lambda: len(asked.read_text()) > before + 3, 30)
         self.config("delete", "vrf", "red", "rd", "65000:99")
         self.shows("rd red 65000:99 operator -> 65000:10 router file")
 

@@ -1,18 +1,17 @@
 #!/usr/bin/env python3
-"""kill -9 of the daemon at random moments, over and over, while VRFs come and go and interfaces move between them: the
-times of a VRF (mplsL3VpnVrfCreationTime and mplsL3VpnVrfConfLastChanged) are never lost.
+"""The daemon is killed at random moments while VRFs are created and deleted and interfaces move between them: the times of
+a VRF (mplsL3VpnVrfCreationTime and mplsL3VpnVrfConfLastChanged) are never lost.
 
-What the daemon may not forget is what it has shown: a change counts from the moment a client has seen it, before that it
-may or may not survive. So a VRF is "unsure" while an edit that touches it is on its way, and every other VRF must come
-back with exactly the times that it was last shown with. Besides that a reader asks for rows at any moment; whatever it was
-shown of a VRF, the record on disk is not older.
+A change must survive once a client has read it; before that it may or may not. So a VRF is "unsure" while an edit that
+affects it is in progress, and every other VRF must have exactly the times that were read last. A second thread reads rows
+all the time; the record on disk is never older than the row that it read.
 
-Each round: the router file is edited and loaded (churn), rows are read (reader), the daemon is killed, a copy of the
-checkpoint database is compared with what was shown; sometimes the router changes while the daemon is away, sometimes the
-next daemon is killed while it starts; then the daemon starts, and its rows, its records and its count of records restored
-and of stale ones are compared with the records found.
+Each round edits and loads the router file (Churn), reads rows (Reader), kills the daemon and compares a copy of the checkpoint
+database with the rows that were read. Sometimes the router changes while the daemon is down, sometimes the next daemon is
+killed while it starts. Then the daemon starts; its rows, its records and its counts of restored and stale records are
+compared with the records found.
 
-  MPLS_TEST_CHECKPOINT_ROUNDS   how often it is killed: 40 times in every test run, 200 times in .ci/run
+  MPLS_TEST_CHECKPOINT_ROUNDS   number of rounds: 40 in every test run, 200 in .ci/run
   MPLS_TEST_SEED                the seed that a failed run printed
 """
 import collections
@@ -36,14 +35,14 @@ ROUNDS = int(os.environ.get("MPLS_TEST_CHECKPOINT_ROUNDS", "40"))
 SEED = int(os.environ.get("MPLS_TEST_SEED") or random.SystemRandom().randrange(1 << 32))
 LONGEST_LIFE = 0.1  # seconds from the first answer to the kill
 VRFS, INTERFACES, FIRST_ID = 60, 120, 100
-GONE = (ConnectionError, FileNotFoundError)
+DISCONNECTED = (ConnectionError, FileNotFoundError)
 
 Times = collections.namedtuple("Times", "created changed")
 Edit = collections.namedtuple("Edit", "made deleted moved")  # names of VRFs
 
 
 class Router:
-    """The router as its file has it. A name's id stays the same, also when the VRF is deleted and made again."""
+    """The router as its file describes it. A name has the same id when the VRF is deleted and created again."""
 
     def __init__(self, rng):
         self.rng = rng
@@ -69,7 +68,7 @@ class Router:
         return "\n".join(lines) + "\n"
 
     def edit(self):
-        """Some changes, of which no two touch the same VRF."""
+        """Some changes; no two of them affect the same VRF."""
         edit, free = Edit(set(), set(), set()), {f"vrf{number}" for number in range(VRFS)}
         for _ in range(self.rng.randint(1, 5)):
             self.rng.choice((self.make, self.delete, self.move, self.move))(edit, free)
@@ -92,7 +91,7 @@ class Router:
         self.vrfs.discard(name)
         edit.deleted.add(name)
         free.discard(name)
-        if self.rng.random() < 0.5:  # else its interfaces go on naming it
+        if self.rng.random() < 0.5:  # otherwise its interfaces still name it
             self.vrf_of = {interface: None if vrf == name else vrf for interface, vrf in self.vrf_of.items()}
 
     def move(self, edit, free):
@@ -109,39 +108,39 @@ class Router:
 
 
 class Shown:
-    """What clients have been shown of the VRFs' times, and what an edit on its way may have changed since."""
+    """The times of VRFs that clients have read, and the edit in progress that may have changed them since."""
 
     def __init__(self):
         self.lock = threading.Lock()
         self.times = {}                         # name: Times
-        self.least = {}                         # name: the latest last-changed time that the reader was shown
-        self.lives = collections.Counter()      # name: how often it was made or deleted
-        self.on_its_way = Edit(set(), set(), set())
+        self.least = {}                         # name: the latest last-changed time that was read
+        self.lives = collections.Counter()      # name: how often it was created or deleted
+        self.in_progress = Edit(set(), set(), set())
         self.samples = 0
 
     def begin(self, edit):
         with self.lock:
-            self.on_its_way = edit
+            self.in_progress = edit
             for name in edit.made | edit.deleted:
                 self.lives[name] += 1
                 self.least.pop(name, None)
 
     def end(self, times):
-        """The edit on its way is done; these are the times of what it touched, None for what was removed."""
+        """The edit is complete; these are the times of the VRFs that it affected, None for deleted ones."""
         with self.lock:
             for name, shown in times.items():
                 if shown is None:
                     self.times.pop(name, None)
                 else:
                     self.times[name] = shown
-            self.on_its_way = Edit(set(), set(), set())
+            self.in_progress = Edit(set(), set(), set())
 
     def life(self, name):
         with self.lock:
-            return None if name in self.on_its_way.made | self.on_its_way.deleted else self.lives[name]
+            return None if name in self.in_progress.made | self.in_progress.deleted else self.lives[name]
 
     def sample(self, name, life, times):
-        """The reader was shown this of the VRF, which had this life before."""
+        """The reader read these times of the VRF, whose life before was this one."""
         with self.lock:
             if life is not None and self.lives[name] == life:
                 self.least[name] = max(self.least.get(name, 0), times.changed)
@@ -149,19 +148,19 @@ class Shown:
 
 
 class Churn(threading.Thread):
-    """Edits the router until the daemon is gone. Its own mistakes are kept for the main thread."""
+    """Edits the router until the daemon ends. Errors are stored for the main thread."""
 
     def __init__(self, test):
         super().__init__()
-        self.test, self.edits, self.mistake = test, 0, None
+        self.test, self.edits, self.error = test, 0, None
 
     def run(self):
         try:
-            with contextlib.suppress(*GONE), Client(self.test.socket, 30 * SLOW) as client:
+            with contextlib.suppress(*DISCONNECTED), Client(self.test.socket, 30 * SLOW) as client:
                 while True:
                     self.change(client)
-        except Exception as mistake:  # pylint: disable=broad-except
-            self.mistake = mistake
+        except Exception as error:  # pylint: disable=broad-except
+            self.error = error
 
     def change(self, client):
         test = self.test
@@ -169,15 +168,15 @@ class Churn(threading.Thread):
         test.shown.begin(edit)
         test.write_router()
         client.action("router", "reload")
-        test.shown.end({**{name: self.gone(client, name) for name in edit.deleted},
+        test.shown.end({**{name: self.deleted(client, name) for name in edit.deleted},
                         **{name: self.settled(client, name) for name in edit.made | edit.moved}})
         self.edits += 1
 
-    def gone(self, client, name):
-        wait_until(f"{name} is gone", lambda: client.vrf_row(name) is None, every=0)
+    def deleted(self, client, name):
+        wait_until(f"{name} is deleted", lambda: client.vrf_row(name) is None, every=0)
 
     def settled(self, client, name):
-        """The VRF's times, once it has the interfaces that the file gives it."""
+        """The VRF's times as soon as it has the interfaces of the file."""
         members = self.test.router.members(name)
 
         def row():
@@ -188,24 +187,24 @@ class Churn(threading.Thread):
 
 
 class Reader(threading.Thread):
-    """Reads rows until the daemon is gone."""
+    """Reads rows until the daemon ends."""
 
     def __init__(self, test, seed):
         super().__init__()
-        self.test, self.rng, self.mistake = test, random.Random(seed), None
+        self.test, self.rng, self.error = test, random.Random(seed), None
 
     def run(self):
         shown = self.test.shown
         try:
-            with contextlib.suppress(*GONE), Client(self.test.socket, 30 * SLOW) as client:
+            with contextlib.suppress(*DISCONNECTED), Client(self.test.socket, 30 * SLOW) as client:
                 while True:
                     name = f"vrf{self.rng.randrange(VRFS)}"
                     life = shown.life(name)
                     row = client.vrf_row(name)
                     if row:
                         shown.sample(name, life, times_of(row))
-        except Exception as mistake:  # pylint: disable=broad-except
-            self.mistake = mistake
+        except Exception as error:  # pylint: disable=broad-except
+            self.error = error
 
 
 def times_of(row):
@@ -230,7 +229,7 @@ class Checkpoint(unittest.TestCase):
         new.write_text(self.router.text())
         new.rename(self.system.router_file)
 
-    # --- The daemon's life ---
+    # --- Starts and kills ---
 
     def spawn(self):
         self.socket.unlink(missing_ok=True)
@@ -240,27 +239,27 @@ class Checkpoint(unittest.TestCase):
         """The times of all VRFs, as soon as the daemon answers."""
         def connect():
             self.assertIsNone(self.system.processes["daemon"].poll(), self.system.log("daemon"))
-            with contextlib.suppress(*GONE):
+            with contextlib.suppress(*DISCONNECTED):
                 return Client(self.socket, 30 * SLOW)
 
         with wait_until("daemon", connect, 30, every=0.001) as client:
             return {name: times_of(client.vrf_row(name)) for name in self.router.vrfs}
 
     def live(self):
-        """Churn and readings until the daemon is killed in the middle of them."""
+        """Edits and reads until the daemon is killed."""
         threads = [Churn(self), Reader(self, self.rng.random())]
         for thread in threads:
             thread.start()
-        time.sleep(self.rng.uniform(0, LONGEST_LIFE * SLOW))  # the random moment, not a wait for something
+        time.sleep(self.rng.uniform(0, LONGEST_LIFE * SLOW))  # a random moment, not a wait for an event
         self.system.kill("daemon")
         for thread in threads:
             thread.join()
-            if thread.mistake:
-                raise thread.mistake
+            if thread.error:
+                raise thread.error
         self.counts["edits"] += threads[0].edits
 
     def records(self):
-        """{id: Times} in a copy of the database: opening the original would tidy up for the next daemon."""
+        """{id: Times} in a copy of the database: opening the original would checkpoint its log before the next daemon does."""
         with tempfile.TemporaryDirectory(dir=self.system.folder) as folder:
             for name in ("checkpoint.db", "checkpoint.db-wal"):
                 with contextlib.suppress(FileNotFoundError):
@@ -272,17 +271,17 @@ class Checkpoint(unittest.TestCase):
         return found
 
     def restored(self):
-        """(total, good, stale) as the daemon that runs counted them."""
+        """(total, good, stale) as counted by the running daemon."""
         texts = [entry["text"] for entry in self.system.cli_json("trace", "chkpt", "--last", "300")]
         counted = [re.fullmatch(r"Checkpoint found a total of (\d+) records. Good records = (\d+), stale record = (\d+)\.", text)
                    for text in texts]
         return [tuple(int(number) for number in match.groups()) for match in counted if match][-1]
 
-    # --- What must hold ---
+    # --- Checks ---
 
     def check_death(self, records, died):
-        """Nothing that was shown is missing from the records."""
-        edit, known = self.shown.on_its_way, self.shown.times
+        """No time that was read is missing from the records."""
+        edit, known = self.shown.in_progress, self.shown.times
         unsure = edit.made | edit.deleted | edit.moved
         sure = {name: times for name, times in known.items() if name not in unsure}
         self.assertEqual({name: records.get(self.router.id_of(name)) for name in sure}, sure)
@@ -293,32 +292,32 @@ class Checkpoint(unittest.TestCase):
         for name, changed in self.shown.least.items():
             if name not in edit.made | edit.deleted:
                 self.assertGreaterEqual(records[self.router.id_of(name)].changed, changed, name)
-        self.counts["killed with an edit on its way"] += bool(unsure)
+        self.counts["killed during an edit"] += bool(unsure)
         self.counts["survivors"] += len(sure)
 
     def check_start(self, records, started, rows):
-        """The records found are what the VRFs have now; the daemon counted them right and left none that is stale."""
+        """The VRFs have the times of the records found; the daemon counted the records and deleted the stale ones."""
         ids = self.router.ids()
         good = {name: records[self.router.id_of(name)] for name in rows if self.router.id_of(name) in records}
         self.assertEqual({name: rows[name] for name in good}, good)
         for name in rows.keys() - good.keys():
-            self.assertGreaterEqual(rows[name].created, started, f"{name} was made while the daemon was away")
+            self.assertGreaterEqual(rows[name].created, started, f"{name} was created while the daemon was down")
         self.assertEqual(self.restored(), (len(records), len(good), len(records) - len(good)))
         self.assertEqual(self.records(), {self.router.id_of(name): times for name, times in rows.items()})
         self.counts["stale records"] += len(records.keys() - ids)
-        self.counts["made while the daemon was away"] += len(rows) - len(good)
+        self.counts["created while the daemon was down"] += len(rows) - len(good)
 
     def check_early_death(self, before):
-        """A daemon that was killed while it started lost no record of a VRF that is there, and changed none."""
+        """A daemon killed during its start lost and changed no record of an existing VRF."""
         records = self.records()
-        kept = {vrf_id: times for vrf_id, times in before.items() if vrf_id in self.router.ids()}
-        self.assertEqual({vrf_id: records.get(vrf_id) for vrf_id in kept}, kept)
+        existing = {vrf_id: times for vrf_id, times in before.items() if vrf_id in self.router.ids()}
+        self.assertEqual({vrf_id: records.get(vrf_id) for vrf_id in existing}, existing)
         self.counts["killed at start-up"] += 1
         return records
 
     def start_and_kill(self, records):
         self.spawn()
-        time.sleep(self.rng.uniform(0, 0.04 * SLOW))  # a random moment again
+        time.sleep(self.rng.uniform(0, 0.04 * SLOW))  # a random moment
         self.system.kill("daemon")
         return self.check_early_death(records)
 
@@ -335,8 +334,8 @@ class Checkpoint(unittest.TestCase):
                 for _ in range(3):
                     self.router.edit()
                 self.write_router()
-            elif self.shown.on_its_way != Edit(set(), set(), set()):
-                self.write_router()  # the edit on its way may not have got as far as the file
+            elif self.shown.in_progress != Edit(set(), set(), set()):
+                self.write_router()  # the edit in progress may not have reached the file
             while self.rng.random() < 0.25:
                 records = self.start_and_kill(records)
             self.spawn()
@@ -349,7 +348,7 @@ class Checkpoint(unittest.TestCase):
         print(f"{time.monotonic() - began:.1f} s, " + ", ".join(f"{count} {what}" for what, count in sorted(self.counts.items())))
         for what in ("edits", "rows read meanwhile", "survivors"):
             self.assertGreater(self.counts[what], ROUNDS // 4, what)
-        for what in ("killed with an edit on its way", "killed at start-up", "stale records", "made while the daemon was away"):
+        for what in ("killed during an edit", "killed at start-up", "stale records", "created while the daemon was down"):
             self.assertGreater(self.counts[what], 0, what)
 
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""A VRF's configuration from the router file and the command line to the MIB: what changes is in the next walk, what
-does not stays through kills, and a VRF or an interface that was away comes back with all of it."""
+"""A VRF's configuration from the router file and the command line to the MIB: a change is in the next walk, all else
+survives kills, and a VRF or an interface that is created again has its configuration again."""
 import copy
 import json
 import subprocess
@@ -48,7 +48,7 @@ class Configuration(unittest.TestCase):
         self.system.cli("router", "reload", check=True)
 
     def vrf(self, name, *columns):
-        """Cells of the VRF's row, from a walk: what the next management walk sees."""
+        """Columns of the VRF's row, from a walk."""
         rows = dict(self.system.walk(dotted(VRF_ENTRY), options=RAW))
         return [rows.get(VRF_ENTRY + (column,) + name_index(name)) for column in columns]
 
@@ -68,7 +68,7 @@ class Configuration(unittest.TestCase):
         def is_so():
             try:
                 found[:] = [read()]
-            except AssertionError as error:  # a walk that failed: the sub-agent has not found the daemon yet
+            except AssertionError as error:  # a failed walk: the sub-agent is not connected to the daemon yet
                 found[:] = [error]
             return found == [expected]
 
@@ -87,7 +87,7 @@ class Configuration(unittest.TestCase):
         wait_until("another second", lambda: now() > start + 1)
 
     def everything(self):
-        """What must not move: all cells of VRFs, route targets and interfaces but the relative times."""
+        """What must not change: all columns of VRFs, route targets and interfaces except the relative times."""
         def is_time(oid):
             return oid[:len(VRF_ENTRY) + 1] in (VRF_ENTRY + (5,), VRF_ENTRY + (12,))
         rows = self.system.walk(dotted(oid_tuple(L3VPN) + (1, 2)), options=RAW)
@@ -110,7 +110,7 @@ class Configuration(unittest.TestCase):
                      ['"Red Rail, sold"', '"65000:11"', "150", "200"])
         self.becomes("protocols", lambda: self.protocols("red", 11), bits(1, 2, 3))
         after = self.times()
-        self.assertEqual(after["red"][0], before["red"][0], "the creation is what it was")
+        self.assertEqual(after["red"][0], before["red"][0], "the creation time is unchanged")
         self.assertGreater(after["red"][1], before["red"][1])
         self.assertEqual(after["blue"], before["blue"])
 
@@ -122,14 +122,14 @@ class Configuration(unittest.TestCase):
         self.becomes("protocols", lambda: self.protocols("red", 11), bits())
         self.assertEqual(self.times(), before)
 
-    def test_configuration_that_goes_leaves_nothing(self):
+    def test_removed_configuration_leaves_nothing(self):
         for key in ("description", "route_targets", "thresholds"):
             del self.red[key]
         self.reload()
         self.becomes("route targets", lambda: self.targets("red"), [])
         self.becomes("row", lambda: self.vrf("red", DESCRIPTION, MID, HIGH), ['""', "0", "0"])
 
-    def test_mistake_changes_nothing(self):
+    def test_invalid_file_changes_nothing(self):
         before = self.everything(), self.times()
         self.red["description"] = "new"
         self.red["route_targets"] = {"import": ["none"]}
@@ -141,7 +141,7 @@ class Configuration(unittest.TestCase):
 
     # --- The command line ---
 
-    def test_command_line_is_in_force_before_the_file(self):
+    def test_command_line_overrides_the_file(self):
         set_red = ("config", "set", "vrf", "red")
         self.system.cli(*set_red, "description", "by", "hand", check=True)
         self.system.cli(*set_red, "rt", "import", "65000:99", "ipv4", check=True)
@@ -155,7 +155,7 @@ class Configuration(unittest.TestCase):
 
     # --- The format of AS numbers ---
 
-    def test_format_of_as_numbers_is_followed_without_a_restart_and_kept_over_one(self):
+    def test_format_of_as_numbers_applies_without_a_restart_and_survives_one(self):
         small = ["65000:100", "0.65000:100"]
         plain, dotted = "4200000000:30", "64086.59904:30"
         self.red["rd"] = "4200000000:1"
@@ -200,7 +200,7 @@ class Configuration(unittest.TestCase):
         self.reload()
         self.becomes("asplain", lambda: self.targets("red"), ["1 4200000000:30"])
 
-    # --- What was away ---
+    # --- Restarts ---
 
     def check_restart(self):
         before = self.everything(), self.times()
@@ -209,19 +209,19 @@ class Configuration(unittest.TestCase):
         self.becomes("everything", self.everything, before[0])
         self.assertEqual(self.times(), before[1])
 
-    def test_kill_and_restart_move_nothing(self):
+    def test_kill_and_restart_change_nothing(self):
         for _ in range(2):
             self.pass_a_second()
             self.check_restart()
 
-    def test_file_that_changed_while_the_daemon_was_away_is_in_force_after_it(self):
+    def test_file_changed_while_the_daemon_was_down_is_effective_afterwards(self):
         self.system.kill("daemon")
         self.red["description"] = "meanwhile"
         self.system.router_file.write_text(json.dumps(self.router))
         self.system.start_daemon()
         self.becomes("description", lambda: self.vrf("red", DESCRIPTION), ['"meanwhile"'])
 
-    def test_vrf_that_was_away_comes_back_with_its_configuration(self):
+    def test_vrf_that_is_created_again_has_its_configuration(self):
         before = self.everything()
         table = self.red.pop("table")
         self.red["state"] = "referenced"
@@ -232,7 +232,7 @@ class Configuration(unittest.TestCase):
         self.reload()
         self.becomes("everything", self.everything, before)
 
-    def test_interface_that_was_away_comes_back_with_its_protocols(self):
+    def test_interface_that_returns_to_its_vrf_has_its_protocols(self):
         red, blue = bits(1, 2), bits(3)
         self.assertEqual(self.protocols("red", 11), red)
         self.system.cli("router", "move", "ge0", "blue", check=True)

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""What `cmake --install` makes of a build is a system that runs: everything is where the service files and the programs
-look for it, and routes are counted, which takes the modules. Debug information is in files of its own."""
+"""`cmake --install` installs a system that runs: programs, modules and service files are where they are expected, and routes
+are counted, which needs the modules. Debug information is in files of its own."""
 import json
 import os
 import pathlib

@@ -51,18 +51,18 @@ class Live(unittest.TestCase):
         self.router("up", "ge0")
         wait_until("red active again", lambda: active() == "1", 5)
 
-    def test_deleted_vrf_loses_its_rows_and_comes_back(self):
+    def test_vrf_that_is_deleted_and_created_again(self):
         self.router("delete-vrf", "red")
         self.shows([])
         self.router("add-vrf", "red")
         self.shows([("red", 11)])
 
-    def test_changed_file_is_taken_and_a_mistake_changes_nothing(self):
+    def test_changed_file_is_applied_and_an_invalid_one_changes_nothing(self):
         system = self.system
         system.router_file.write_text(ROUTER.replace("{name: ge1, index: 12, ", "{name: ge1, index: 12, vrf: red, "))
         self.shows([("red", 11), ("red", 12)])
         system.router_file.write_text(ROUTER.replace("index: 12", "index: twelve"))
-        wait_until("the mistake's place in the log", lambda: "router.yaml:6:24:" in system.log("daemon"), 5)
+        wait_until("line and column in the log", lambda: "router.yaml:6:24:" in system.log("daemon"), 5)
         self.shows([("red", 11), ("red", 12)])
         result = system.cli("router", "reload")
         self.assertNotEqual(result.returncode, 0)
@@ -83,11 +83,11 @@ class Live(unittest.TestCase):
         self.system.router_file.write_text(ROUTER.replace("{name: ge1, index: 12, ", "{name: ge1, index: 12, vrf: red, "))
         self.shows([("red", 11), ("red", 12)])
         self.assertEqual(times(), created)
-        # A VRF without an RD has this record whenever it changes.
+        # Each change of a VRF without an RD writes this record.
         for line in errors()[len(written):].splitlines():
             self.assertIn("bgp_vpn_rd_get failed", line)
 
-    def test_interfaces_with_another_index_or_name_are_shown_as_the_file_has_them(self):
+    def test_interfaces_with_another_index_or_name_are_shown_as_in_the_file(self):
         def follow(**indexes):
             lines = "".join(f"  - {{name: {name}, index: {index}, vrf: red}}\n" for name, index in indexes.items())
             self.system.router_file.write_text(f"vrfs:\n  - {{name: red, table: 10}}\ninterfaces:\n{lines}")

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The progress of a build as scripts/lib.sh shows it: rewritten in place on a terminal, a line from time to time elsewhere,
-and a log that holds everything."""
+"""The progress of a build as scripts/lib.sh shows it: rewritten in place on a terminal, otherwise a line at intervals, and a
+log with everything."""
 import os
 import pathlib
 import pty
@@ -44,19 +44,19 @@ class Progress(unittest.TestCase):
         shown = self.shown("[1/20] Building a.o\n[2/20] Building b.o\n")
         self.assertEqual(set(shown.splitlines()), {"[1/20]", "[2/20]"})
 
-    def test_nothing_is_shown_before_its_time(self):
+    def test_nothing_is_shown_before_the_interval_has_passed(self):
         self.assertEqual(self.shown("[1/20] Building a.o\n[20/20] Linking\n", NEVER), "")
 
-    def test_text_of_the_compiler_is_no_step(self):
+    def test_text_of_the_compiler_is_not_a_step(self):
         shown = self.shown("[3/20] Building a.o\na.cpp: error: [7/8] in the middle\n[x/8]\n 1 | [9/9]\n")
         self.assertEqual(set(shown.splitlines()), {"[3/20]"})
 
-    def test_log_holds_every_line(self):
+    def test_log_has_every_line(self):
         text = "[1/2] Building a.o\na.cpp:1:1: error:\tno \\ such * thing  \n\n[2/2] Linking\n"
         self.shown(text, NEVER)
         self.assertEqual(self.log.read_text(), text)
 
-    def test_log_holds_a_last_line_that_does_not_end(self):
+    def test_log_has_a_last_line_without_newline(self):
         self.shown("[1/2] Building a.o\nninja: interrupted", NEVER)
         self.assertEqual(self.log.read_text(), "[1/2] Building a.o\nninja: interrupted\n")
 
@@ -72,7 +72,7 @@ class Progress(unittest.TestCase):
         self.assertEqual([process.stdout.readline() for _ in range(2)], [b"[4/9]\n", b"[4/9]\n"])
         process.communicate(timeout=BOUND)
 
-    def test_line_that_comes_in_parts_is_one_step(self):
+    def test_line_that_arrives_in_parts_is_one_step(self):
         process = self.start("1")
         process.stdin.write(b"[1/9] a\n[2")
         process.stdin.flush()

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""kill -9 of each process in turn, under a permanent walk: each comes back by itself, OIDs always increase and no
-row is ever half there."""
+"""Each process is killed in turn during a continuous walk: the system recovers by itself, OIDs always increase, and no row
+lacks a column."""
 import threading
 import time
 import unittest
@@ -8,15 +8,15 @@ import unittest
 from system import IF_CONF, SLOW, System, check_increasing, expected_if_conf, oid_tuple, parse_walk, wait_until
 
 ROUTER = "generate: {vrfs: 30, interfaces_per_vrf: 10}\n"
-BACK_WITHIN = 2.0  # seconds after the restart of whatever was killed
+RECOVERED_WITHIN = 2.0  # seconds after the restart of the killed process
 
 
 class Walker(threading.Thread):
-    """Walks for ever; keeps every mistake it saw and what the last whole walk showed."""
+    """Walks until it is stopped; records every error and counts complete walks."""
 
     def __init__(self, system):
         super().__init__()
-        self.system, self.mistakes, self.good, self.stop = system, [], 0, threading.Event()
+        self.system, self.errors, self.good, self.stop = system, [], 0, threading.Event()
 
     def run(self):
         while not self.stop.is_set():
@@ -32,12 +32,12 @@ class Walker(threading.Thread):
                 if result.returncode == 0 and rows and same_agent:
                     self.check_whole(rows)
                     self.good += 1
-            except AssertionError as mistake:
-                self.mistakes.append(str(mistake))
+            except AssertionError as error:
+                self.errors.append(str(error))
 
     @staticmethod
     def check_whole(rows):
-        """A walk that ended without an error shows every column of every row it shows."""
+        """A walk that ended without an error has every column of every row."""
         start = len(oid_tuple(IF_CONF)) + 2
         columns = {}
         for oid, _ in rows:
@@ -68,21 +68,21 @@ class Restart(unittest.TestCase):
         result = self.system.snmp("bulkwalk", IF_CONF, timeout=1, options=("-Cr20",))
         return result.returncode == 0 and parse_walk(result.stdout) == self.expected
 
-    def comes_back(self, what):
+    def expect_recovery(self, what):
         start = time.monotonic()
-        wait_until(f"whole table after the restart of {what}", self.whole, BACK_WITHIN)
-        print(f"{what}: whole table {time.monotonic() - start:.2f} s after its restart (bound {BACK_WITHIN * SLOW:g} s)")
+        wait_until(f"whole table after the restart of {what}", self.whole, RECOVERED_WITHIN)
+        print(f"{what}: whole table {time.monotonic() - start:.2f} s after its restart (bound {RECOVERED_WITHIN * SLOW:g} s)")
 
     def check_walker(self):
         good = self.walker.good
-        wait_until("walks go on", lambda: self.walker.good > good + 1)
-        self.assertEqual(self.walker.mistakes, [])
+        wait_until("walks continue", lambda: self.walker.good > good + 1)
+        self.assertEqual(self.walker.errors, [])
 
     def test_sub_agent_killed(self):
         for _ in range(3):
             self.system.kill("agent")
             self.system.spawn("agent", *self.agent_command())
-            self.comes_back("the sub-agent")
+            self.expect_recovery("the sub-agent")
         self.check_walker()
 
     def test_snmpd_killed(self):
@@ -90,28 +90,28 @@ class Restart(unittest.TestCase):
             self.system.kill("snmpd")
             self.system.agentx.unlink(missing_ok=True)
             self.system.start_snmpd()
-            self.comes_back("snmpd")
+            self.expect_recovery("snmpd")
         self.check_walker()
 
     def test_daemon_killed(self):
         for _ in range(3):
             self.system.kill("daemon")
-            self.daemon_away_answers_general_error()
+            self.expect_general_error()
             self.system.start_daemon()
-            self.comes_back("the daemon")
+            self.expect_recovery("the daemon")
         self.check_walker()
         log = self.system.log("agent")
-        self.assertLess(log.count("\n"), 40, "a transition is said once, not at every attempt:\n" + log)
+        self.assertLess(log.count("\n"), 40, "a transition is logged once, not at every attempt:\n" + log)
 
-    def daemon_away_answers_general_error(self):
-        """No empty table: what a walk gets is an error."""
+    def expect_general_error(self):
+        """A walk without the daemon gets an error, not an empty table."""
         time_bound = time.monotonic() + 3 * SLOW
         while time.monotonic() < time_bound:
             result = self.system.snmp("walk", IF_CONF, timeout=3)
             if "genErr" in result.stderr + result.stdout or "general failure" in result.stderr + result.stdout:
                 return
             self.assertIn(result.returncode, (0, 1, 2))
-        self.fail("the walk never answered an error while the daemon was away")
+        self.fail("no walk got an error while the daemon was down")
 
     def agent_command(self):
         from system import BIN

@@ -30,8 +30,8 @@ class WithoutRouteModules(unittest.TestCase):
         return self.system.log("daemon").splitlines()
 
     def test_start_names_each_missing_file_once_with_the_loaders_reason(self):
-        told = [line for line in self.log_lines() if "requests for routes fail" in line]
-        self.assertEqual(told, ["mpls_vpn_mib: requests for routes fail, because a module cannot be loaded: "
+        logged = [line for line in self.log_lines() if "requests for routes fail" in line]
+        self.assertEqual(logged, ["mpls_vpn_mib: requests for routes fail, because a module cannot be loaded: "
                                 f"{self.modules}/{name}: cannot open shared object file: No such file or directory"
                                 for name in MODULES])
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Large routing tables: the first row is there while they are still being loaded, no question waits, and a row of a
-million costs what a row of a thousand does."""
+"""Large routing tables: rows are served while the tables are still being loaded, no request waits, and a row of a table with
+a million routes costs as much as one of a thousand."""
 import ipaddress
 import json
 import statistics
@@ -13,9 +13,9 @@ from system import L3VPN, SLOW, System, name_index, oid_tuple, wait_until
 ROUTE_INDEX = oid_tuple(L3VPN + ".1.4.1.1.7")  # mplsL3VpnVrfRteInetCidrIfIndex
 NUMBER = oid_tuple(L3VPN + ".1.3.1.1.3")       # mplsL3VpnVrfPerfCurrNumRoutes
 FIRST_ROW = 0.010   # seconds, while the load runs
-NO_STALL = 0.500    # seconds in which every question of a walk is answered
+NO_STALL = 0.500    # seconds, the longest answer of a walk
 SAMPLE = 20000      # rows
-ALWAYS_ASK = ("--row-age", "0")  # no row is served twice: every question goes to the daemon
+ALWAYS_ASK = ("--row-age", "0")  # no read-ahead rows: every request is sent to the daemon
 
 
 def many_routes(count):
@@ -45,17 +45,17 @@ class RouteScale(unittest.TestCase):
         return int.from_bytes(content, "big") if tag != 0x81 else 0
 
     def first_rows_during_load(self, client, is_loading):
-        """Times of first rows that came, in full, before the load had ended."""
+        """Times of first rows whose answers were complete before the load ended."""
         times = []
         while is_loading():
             name, _, _ = client.get_next(ROUTE_INDEX)
             if name[:len(ROUTE_INDEX)] == ROUTE_INDEX:
                 times.append(client.seconds)
             time.sleep(0.01)
-        return times[:-1]  # the last one may be later than the load
+        return times[:-1]  # the last one may be after the load
 
     def check_first_rows(self, times):
-        self.assertGreater(len(times), 5, "the load was over before it could be watched")
+        self.assertGreater(len(times), 5, "the load ended before it could be measured")
         median, longest = statistics.median(times), max(times)
         print(f"first row during the load: {len(times)} times, median {median * 1000:.1f} ms, longest {longest * 1000:.1f} ms")
         self.assertLess(median, FIRST_ROW * SLOW)
@@ -78,12 +78,12 @@ class RouteScale(unittest.TestCase):
         self.check_first_rows(self.first_rows_during_load(client, lambda: self.number(client, last_vrf) < per_vrf))
         self.assertEqual(self.number(client, "red"), count)
         system.kill("agent")
-        system.start_agent()  # which reads ahead
+        system.start_agent()  # reads ahead
         last = ipaddress.ip_address("20.0.0.0") + count
         for where, start in (("beginning", None), ("middle", last - count // 2), ("end", last - SAMPLE)):
             rows, _ = self.timed_walk(client, f"{SAMPLE} rows at the {where}", start and route_oid(start), SAMPLE)
             self.assertGreaterEqual(rows, SAMPLE - 1)
-        rows, _ = self.timed_walk(client, "all VRFs behind the large one", route_oid(last), None)
+        rows, _ = self.timed_walk(client, "all VRFs after the large one", route_oid(last), None)
         self.assertEqual(rows, vrfs * per_vrf)
 
     def timed_walk(self, client, what, start, most):
@@ -100,7 +100,7 @@ class RouteScale(unittest.TestCase):
         _, client = self.start(router)
         wait_until("the routes", lambda: self.number(client, "red") == 1_000_000 and self.number(client, "few") == 1000, 60)
         few, many = [], []
-        for _ in range(20):  # by turns, and the shortest of each: what the machine does besides only makes it longer
+        for _ in range(20):  # alternately, and the shortest of each: other load only adds to it
             few.append(self.seconds_per_row(client, route_oid("20.0.0.0", vrf="few"), 900))
             many.append(self.seconds_per_row(client, route_oid("20.7.0.0"), 900))
         ratio = min(many) / min(few)

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""mplsvpn shows the whole MIB: every VRF and route of a router file, value by value; filters, both request forms, and
-ten thousand VRFs steadily and in bounded memory."""
+"""mplsvpn shows the whole MIB: every VRF and route of a router file, value by value; filters, both forms of requests; and
+ten thousand VRFs, steadily and in bounded memory."""
 import ipaddress
 import json
 import os
@@ -53,7 +53,7 @@ def is_active(interface):
 
 
 def paths_of(vrf):
-    """The rows that a VRF's routes make, in the MIB's order."""
+    """The rows of a VRF's routes in the order of the MIB."""
     rows = []
     for route in VRFS[vrf].get("routes", []):
         prefix = ipaddress.ip_network(route["prefix"])
@@ -69,7 +69,7 @@ def expected_route(vrf, next_hop, route):
     family = {4: 1, 6: 2}[prefix.version]
     metrics = (route.get("metrics", []) + [-1] * 5)[:5]
     if prefix.version == 4:
-        metrics[4] = metrics[3]  # of an IPv4 route the fifth is the fourth again
+        metrics[4] = metrics[3]  # the fifth metric of an IPv4 route repeats the fourth
     index = {interface["name"]: interface["index"] for interface in ROUTER["interfaces"]}.get(route.get("interface"), 0)
     own = {interface["index"]: interface["name"] for interface in interfaces_of(vrf)}
     nothing = "" if kind == TYPES["local"] else {4: "0.0.0.0", 6: "::"}[prefix.version]
@@ -128,7 +128,7 @@ class SmallRouter(unittest.TestCase):
                       "currNumRoutes": len(paths_of(vrf["name"])), "storageType": 5, "rowStatus": 1}
             self.assertEqual({key: vrf[key] for key in wanted}, wanted, vrf["name"])
             self.assertTrue(self.started <= vrf["creationTime"] <= time.time())
-            if vrf["name"] == "all":  # nothing came behind its creation
+            if vrf["name"] == "all":  # its creation was its last change
                 self.assertEqual((vrf["confLastChanged"], vrf["confLastChangedText"]), (0, "-"))
             else:
                 self.assertTrue(vrf["creationTime"] <= vrf["confLastChanged"] <= time.time())
@@ -154,7 +154,7 @@ class SmallRouter(unittest.TestCase):
         self.refused(1, "VRF green has no ipv6 table", "show", "vrf", "green", "ipv6")
         self.refused(1, "VRF red has no multicast table", "show", "vrf", "red", "detail", "multicast")
 
-    def test_text_lines_up(self):
+    def test_text_is_in_columns(self):
         for words in (("show", "vrf"), ("show", "routes", "red"), ("show", "vrf", "invalid")):
             titles, *rows = self.system.cli(*words, check=True).stdout.splitlines()
             self.assertTrue(rows)
@@ -163,7 +163,7 @@ class SmallRouter(unittest.TestCase):
                 for row in rows if at > 0 else []:
                     self.assertRegex(row[at - 1:], "^ [^ ]", row)
 
-    def test_invalid_vrfs_are_told_from_unknown_ones(self):
+    def test_invalid_vrfs_are_distinguished_from_unknown_ones(self):
         self.assertEqual(self.system.cli_json("show", "vrf", "invalid"), [{"name": "orange", "interfaces": ["ge6"]}])
         self.refused(1, "VRF orange is invalid", "show", "vrf", "orange")
         self.refused(1, "VRF orange is invalid", "show", "routes", "orange")
@@ -220,7 +220,7 @@ class SmallRouter(unittest.TestCase):
 
 
 class Changes(unittest.TestCase):
-    def test_what_changes_is_shown(self):
+    def test_changes_are_shown(self):
         system = System(json.dumps(ROUTER))
         self.addCleanup(system.__exit__, None)
         system.start_daemon()
@@ -233,7 +233,7 @@ class Changes(unittest.TestCase):
         route = system.cli_json("show", "routes", "cyan", "10.60.1.2")[0]
         self.assertEqual((route["prefix"], route["nextHop"], route["interfaceName"]), ("10.60.0.0/16", "10.10.1.2", "ge1"))
         system.cli("router", "delete-vrf", "cyan", check=True)
-        wait_until("the VRF is gone", lambda: system.cli("show", "vrf", "cyan").returncode == 1)
+        wait_until("the VRF is deleted", lambda: system.cli("show", "vrf", "cyan").returncode == 1)
         system.kill("daemon")
         for words in (("show", "vrf"), ("show", "vrf", "detail"), ("show", "vrf", "invalid"), ("show", "routes", "red"),
                       ("show", "route-targets"), ("list", "vrf-detail"), ("datalist", "vrf-detail")):
@@ -243,8 +243,8 @@ class Changes(unittest.TestCase):
 
 
 def watched(system, *words):
-    """(lines, longest silence in s, peak memory in kB) of a command that is read as it prints."""
-    # An address-sanitized build keeps what was freed, to find its users; here what the command itself needs counts.
+    """(lines, longest pause in s, peak memory in kB) of a command whose output is read while it prints."""
+    # An address-sanitized build retains freed memory, to find uses of it; it is not counted here.
     options = ":".join(filter(None, [os.environ.get("ASAN_OPTIONS"), "quarantine_size_mb=1", "thread_local_quarantine_size_kb=64"]))
     environment = dict(system.environment, ASAN_OPTIONS=options)
     with subprocess.Popen([str(BIN / "mplsvpn"), *words], env=environment, stdout=subprocess.PIPE) as process:
@@ -297,7 +297,7 @@ class Large(unittest.TestCase):
         self.assertLess(many_memory, memory + 1024)
         self.assertLess(silence, 3 * SLOW)
 
-    def test_reader_that_goes_away_ends_it(self):
+    def test_closed_output_ends_it(self):
         system = System("generate: {vrfs: 5000, interfaces_per_vrf: 1}\n")
         self.addCleanup(system.__exit__, None)
         system.start_daemon()

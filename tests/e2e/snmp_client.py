@@ -1,4 +1,4 @@
-"""An SNMPv2c client for measuring: one socket, one question at a time, no process to start. RFC 3416, BER of X.690."""
+"""An SNMPv2c client for measurements: one socket, one request at a time, no process to start. RFC 3416, BER of X.690."""
 import socket
 import time
 
@@ -53,7 +53,7 @@ def parts(content):
 
 class SnmpClient:
     """Each answer is a list of (oid, tag, content); `seconds` is how long the last one took. TimeoutError after
-    `timeout` seconds; nothing is sent twice."""
+    `timeout` seconds; requests are not repeated."""
 
     def __init__(self, port, timeout=120):
         self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
@@ -64,7 +64,7 @@ class SnmpClient:
     def close(self):
         self.socket.close()
 
-    def ask(self, kind, oid, second=0, third=0):
+    def request(self, kind, oid, second=0, third=0):
         self.number += 1
         bind = tlv(0x30, tlv(0x30, encode_oid(oid) + tlv(5, b"")))
         pdu = tlv(kind, integer(self.number) + integer(second) + integer(third) + bind)
@@ -76,7 +76,7 @@ class SnmpClient:
             _, _, (_, pdu) = parts(answer)
             (_, number), (_, error), _, (_, binds) = parts(pdu)
             if int.from_bytes(number, "big") == self.number:
-                break  # and not the answer to a question that was given up
+                break  # and not the late answer to an abandoned request
         self.seconds = time.monotonic() - start
         if error != b"\x00":
             raise RuntimeError(f"error status {int.from_bytes(error, 'big')}")
@@ -87,16 +87,16 @@ class SnmpClient:
         return found
 
     def get(self, oid):
-        return self.ask(GET, oid)[0]
+        return self.request(GET, oid)[0]
 
     def get_next(self, oid):
-        return self.ask(GET_NEXT, oid)[0]
+        return self.request(GET_NEXT, oid)[0]
 
     def get_bulk(self, oid, rows):
-        return self.ask(GET_BULK, oid, 0, rows)
+        return self.request(GET_BULK, oid, 0, rows)
 
     def walk(self, root, start=None, rows=50, most=None):
-        """(rows below the root behind `start`, longest time of an answer); `most` ends it early."""
+        """(number of rows below the root after `start`, longest time of an answer); ends after `most` rows."""
         oid, count, longest = start or root, 0, 0.0
         while most is None or count < most:
             answer = self.get_bulk(oid, rows)

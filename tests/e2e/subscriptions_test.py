@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Every kind of configuration that the daemon subscribes to, from the command line to the MIB and what mplsvpn shows: set,
-set to something else, deleted and replayed after a kill, on a VRF that exists, on one that is created later, and on
-"default". ITEMS says what each item does; every item has a VRF of its own, so that all go through a phase at once and
-no other VRF's cells or times may move."""
+"""Every kind of configuration that the daemon subscribes to, from the command line to the MIB and to what mplsvpn shows: set,
+set to another value, deleted, and replayed after a kill; on an existing VRF, on one that is created later, and on "default".
+ITEMS states what each item changes. Every item has a VRF of its own, so that all items are tested at once and a change of
+another VRF's columns or times is an error."""
 import json
 import subprocess
 import typing
@@ -20,11 +20,11 @@ NOTHING = {"description": "", "rd": "", "mid": 0, "high": 0, "targets": [], "pol
 
 class Item(typing.NamedTuple):
     name: str
-    is_stamped: bool  # its changes are changes of the VRF's configuration: the last-changed time says when
-    steps: list  # (words behind "config set|delete vrf NAME", what the VRF shows then beyond NOTHING), ...
+    is_stamped: bool  # a change sets the VRF's time of last change
+    steps: list  # (words after "config set|delete vrf NAME", what the VRF shows then besides NOTHING), ...
 
     def shows(self, done):
-        """What the VRF shows after so many steps."""
+        """What the VRF shows after this number of steps."""
         return NOTHING | (self.steps[done - 1][1] if done else {})
 
 
@@ -32,7 +32,7 @@ def both(*names):
     return {"a": set(names), "b": set(names)}
 
 
-# {a} and {b} are the VRF's interfaces. Each item has four steps, two that set and two that delete.
+# {a} and {b} are the VRF's interfaces. Each item has four steps: two set, two delete.
 ITEMS = [
     Item("description", True, [
         ("set description Red Rail", {"description": "Red Rail"}),
@@ -127,7 +127,7 @@ def dotted(oid):
 
 
 def name_and_rest(index):
-    """A VRF's name and the sub-identifiers behind it."""
+    """A VRF's name and the sub-identifiers after it."""
     length = index[0]
     return bytes(index[1:1 + length]).decode(), index[1 + length:]
 
@@ -175,8 +175,8 @@ def router_of(there):
 
 
 def expected_of(configured, done, there):
-    """What must be shown when these VRFs' items have done so many steps, and the VRFs `there` exist: route targets wait
-    for no VRF."""
+    """What must be shown when these VRFs' items have done `done` steps and the VRFs `there` exist. Route targets are rows even
+    without their VRF."""
     shows = {vrf.name: vrf.item.shows(done) for vrf in configured}
     return {
         "rows": {vrf.name: {key: shows[vrf.name][key] for key in ("description", "rd", "mid", "high")} for vrf in there},
@@ -210,7 +210,7 @@ class Subscriptions(unittest.TestCase):
         self.do("router", "add-interface", interface["name"], "index", str(interface["index"]), "vrf", interface["vrf"],
                 "address", interface["addresses"][0])
 
-    # --- What is seen ---
+    # --- Reading ---
 
     def in_the_mib(self):
         rows = self.system.walk(dotted(oid_tuple(L3VPN) + (1, 2)), options=RAW)
@@ -233,7 +233,7 @@ class Subscriptions(unittest.TestCase):
         return found
 
     def shown(self):
-        """By the commands for people, as scripts read them."""
+        """What "mplsvpn show" prints as JSON."""
         details = self.system.cli_json("show", "vrf", "detail")
         interfaces = self.system.cli_json("show", "interfaces")
         targets = {}
@@ -255,7 +255,7 @@ class Subscriptions(unittest.TestCase):
             "protocols": {row["ifConfIndex"]: set(row["protocolNames"]) for row in interfaces}}
 
     def raw(self):
-        """The daemon's records themselves; an attribute that is not set is null there."""
+        """The daemon's records; an attribute that is not set is null."""
         records = {item["key"]: item["record"] for item in self.system.cli_json("datalist", "vrf-detail")}
         rows, targets, policies = {}, {}, {}
         for name, record in records.items():
@@ -285,8 +285,8 @@ class Subscriptions(unittest.TestCase):
             try:
                 found[:] = [read()]
             except (AssertionError, KeyError) as error:
-                # A walk that failed, as the sub-agent has not found the daemon yet, or one in whose middle a row went:
-                # its first columns are there and its last are not.
+                # The walk failed because the sub-agent is not connected yet, or a row was removed during the walk: it has
+                # its first columns and lacks its last.
                 found[:] = [error]
             return found == [expected]
 
@@ -298,7 +298,7 @@ class Subscriptions(unittest.TestCase):
             self.assertEqual(found[0], expected, what)
 
     def check(self, what, configured, done, there):
-        """All that is seen, everywhere, is this."""
+        """Every way of reading shows the expected state."""
         expected = expected_of(configured, done, there)
         self.becomes(f"{what}: mplsvpn", self.shown, expected)
         existing = {vrf.name for vrf in there}
@@ -309,7 +309,7 @@ class Subscriptions(unittest.TestCase):
                                     for index, names in expected["protocols"].items()}}
         self.becomes(f"{what}: MIB", self.in_the_mib, in_the_mib)
 
-    # --- The life of an item ---
+    # --- Items ---
 
     def test_vrf_that_exists(self):
         have = vrfs("have", 100)
@@ -327,7 +327,7 @@ class Subscriptions(unittest.TestCase):
                 self.assertEqual(after[vrf.name][0], before[vrf.name][0], "created once")
             pass_a_second()
             if step < 2:
-                self.take_step(step, have)  # the same again changes nothing
+                self.take_step(step, have)  # the same value again changes nothing
                 self.check(f"step {step + 1}, again", have, step + 1, have)
                 self.assertEqual(self.times(), after)
             self.restart()
@@ -342,7 +342,7 @@ class Subscriptions(unittest.TestCase):
             self.check(f"step {step + 1}", later, step + 1, [])
             self.restart()
             self.check(f"step {step + 1}, after a kill", later, step + 1, [])
-        for vrf in later:  # one interface is there before the VRF, the other comes after it
+        for vrf in later:  # one interface exists before the VRF, the other is added after it
             first, second = vrf.interfaces()
             self.add_interface(first)
             self.do("router", "add-vrf", vrf.name, "table", str(vrf.number))
@@ -360,7 +360,7 @@ class Subscriptions(unittest.TestCase):
             self.take_step(step, later)
             self.check(f"step {step + 1}", later, step + 1, later)
 
-    def test_vrf_that_goes_before_its_configuration(self):
+    def test_vrf_that_is_deleted_before_its_configuration(self):
         have = vrfs("have", 100)
         self.start(have)
         for step in range(2):
@@ -403,7 +403,7 @@ class Subscriptions(unittest.TestCase):
     # --- The default VRF ---
 
     def cells(self):
-        """All cells but ages and those of route targets."""
+        """All columns except ages and those of route targets."""
         left_out = (VRF_ENTRY + (5,), VRF_ENTRY + (12,))
         return [(oid, value) for oid, value in self.system.walk(options=RAW)
                 if oid[:len(RT_ENTRY)] != RT_ENTRY and oid[:len(VRF_ENTRY) + 1] not in left_out]
@@ -422,7 +422,7 @@ class Subscriptions(unittest.TestCase):
         for vrf in default:
             for step in range(STEPS):
                 self.take_step(step, [vrf])
-                # Route targets are numbered whoever their VRF is; those of "default" are rows, too.
+                # The route targets of "default" are rows, too.
                 targets = [text for _, _, text in vrf.item.shows(step + 1)["targets"]]
                 self.becomes(f"targets of {vrf.item.name}, step {step + 1}", self.target_texts, targets)
                 self.assertEqual(self.shown_but_targets(), nothing, (vrf.item.name, step))
@@ -444,10 +444,10 @@ class Subscriptions(unittest.TestCase):
 
 UP, DOWN, MID_EXCEEDED, MAX_EXCEEDED, CLEARED = 1, 2, 3, 4, 6  # of mplsL3VpnNotifications
 ALL = (UP, DOWN, MID_EXCEEDED, MAX_EXCEEDED, CLEARED)
-# What an exercise raises while the item is there.
+# What an exercise raises while the item is set.
 SWITCHES = {"vrf-up": (UP,), "vrf-down": (DOWN,), "mid-thresh-exc": (MID_EXCEEDED,), "max-thresh-exc": (MAX_EXCEEDED,),
             "max-thresh-clr": (CLEARED,), "ilg-lbl-exc": (), "all": ALL}
-STAGES = ("set", "again", "killed", "deleted")  # each with a VRF of its own, whose interface raised nothing yet
+STAGES = ("set", "again", "killed", "deleted")  # each with a VRF of its own, whose interface has raised nothing yet
 
 
 class Switches(unittest.TestCase):
@@ -472,35 +472,35 @@ class Switches(unittest.TestCase):
         self.system.cli(*words, check=True)
 
     def exercise(self, vrf, raises):
-        """The VRF goes up and down, its routes past its thresholds and back; these traps come, in this order."""
+        """Brings the VRF up and down, its routes above its thresholds and back, which raises these traps in this order."""
         self.do("router", "up", vrf + "a")
         self.do("router", "down", vrf + "a")
         if vrf == "default":
-            return  # of no VRF: neither are its routes in a router file
+            return  # not a VRF, and a router file has no routes of it
         for verb, number in (("add", 1), ("add", 2), ("add", 3), ("delete", 3), ("delete", 2), ("delete", 1)):
             self.do("router", f"{verb}-route", vrf, f"10.{number}.0.0/16", "via", "10.0.0.2")
         self.expected += [(number, vrf) for number in raises]
 
     def exercise_later(self, vrf, raises):
-        """The same on a VRF that is created now, its thresholds configured long ago."""
+        """The same on a VRF that is created now and whose thresholds were configured before."""
         self.do("router", "add-vrf", vrf)
         self.do("router", "add-interface", vrf + "a", "index", str(1000 + len(self.expected)), "vrf", vrf, "down", "address",
                 "10.0.0.1/24")
         self.exercise(vrf, raises)
 
-    def came(self):
-        """(notification, VRF) of every trap so far."""
+    def received(self):
+        """(notification, VRF) of every trap received."""
         found = []
         for number, variables in self.system.traps():
             index = variables[0][0][5:] if number not in (UP, DOWN) else variables[0][0][5:-1]
             found.append((number, name_and_rest(index)[0]))
         return found
 
-    def all_came(self):
+    def check_received(self):
         try:
-            wait_until("traps", lambda: len(self.came()) >= len(self.expected))
+            wait_until("traps", lambda: len(self.received()) >= len(self.expected))
         finally:
-            self.assertEqual(self.came(), self.expected)
+            self.assertEqual(self.received(), self.expected)
 
     def scalars(self):
         shown = self.system.cli_json("show", "scalars")
@@ -524,7 +524,7 @@ class Switches(unittest.TestCase):
             self.exercise("default", ())
             self.do("config", "set", "traps", item)
             self.exercise(f"again{number}", raises)
-            self.all_came()
+            self.check_received()
             self.system.kill("daemon")
             self.system.start_daemon()
             self.scalars_become(enabled, 0)
@@ -532,10 +532,10 @@ class Switches(unittest.TestCase):
             self.do("config", "delete", "traps", item)
             self.scalars_become(0, 0)
             self.exercise(f"deleted{number}", ())
-            self.all_came()
+            self.check_received()
         self.do("config", "set", "traps", "all")
-        self.exercise("last", ALL)  # what came before them is all that was on its way
-        self.all_came()
+        self.exercise("last", ALL)  # received in order: no other trap was on its way
+        self.check_received()
 
     def test_reissue_time(self):
         for words, seconds in ((("set", "5"), 5), (("set", "7"), 7), (("delete",), 0)):
@@ -546,25 +546,25 @@ class Switches(unittest.TestCase):
             self.scalars_become(0, seconds)
 
     def test_threshold_events(self):
-        """Crossed, crossed back, replayed to a process that starts above, and ended with the VRF's thresholds."""
+        """Thresholds are crossed in both directions, found exceeded by a new process, and deleted."""
         self.do("config", "set", "traps", "all")
         router = json.loads(self.system.router_file.read_text())
         above = [{"generate": 5, "prefix": "20.0.0.0/24", "next_hop": "10.0.0.2"}]
         router["vrfs"] = [{"name": "set0", "table": 100, "routes": above}, {"name": "later0", "table": 99, "routes": above}]
         self.system.router_file.write_text(json.dumps(router))
         self.do("router", "reload")
-        told = [(MID_EXCEEDED, "set0"), (MAX_EXCEEDED, "set0"), (MID_EXCEEDED, "later0"), (MAX_EXCEEDED, "later0")]
-        self.expected = sorted(told)
-        wait_until("both", lambda: len(self.came()) >= 4)
-        self.assertEqual(sorted(self.came()), sorted(told))
+        raised = [(MID_EXCEEDED, "set0"), (MAX_EXCEEDED, "set0"), (MID_EXCEEDED, "later0"), (MAX_EXCEEDED, "later0")]
+        self.expected = sorted(raised)
+        wait_until("both", lambda: len(self.received()) >= 4)
+        self.assertEqual(sorted(self.received()), sorted(raised))
         self.system.kill("daemon")
         self.system.start_daemon()
-        wait_until("both again", lambda: len(self.came()) >= 8)
-        self.assertEqual(sorted(self.came()[4:]), sorted(told))
+        wait_until("both again", lambda: len(self.received()) >= 8)
+        self.assertEqual(sorted(self.received()[4:]), sorted(raised))
         rows = {row["name"]: (row["currNumRoutes"], row["midThresh"], row["highThresh"])
                 for row in self.system.cli_json("show", "vrf")}
         self.assertEqual(rows, {"set0": (5, 1, 3), "later0": (5, 1, 3)})
-        self.expected = self.came()
+        self.expected = self.received()
         for vrf in ("set0", "later0"):
             self.do("config", "set", "vrf", vrf, "threshold", "ipv4", "10", "7")
             self.do("config", "set", "vrf", vrf, "threshold", "ipv4", "5", "4")
@@ -572,7 +572,7 @@ class Switches(unittest.TestCase):
             self.expected += [(CLEARED, vrf), (MID_EXCEEDED, vrf), (MAX_EXCEEDED, vrf), (CLEARED, vrf)]
         self.do("router", "up", "set0a")
         self.expected.append((UP, "set0"))
-        self.all_came()
+        self.check_received()
 
 
 if __name__ == "__main__":

@@ -1,5 +1,5 @@
-"""A whole running system for end-to-end tests: the daemon, a stock snmpd and the sub-agent, each a real process in
-a temporary directory, on a loopback port and Unix sockets of its own. Only processes started here are ended."""
+"""A whole system for end-to-end tests: the daemon, a stock snmpd and the sub-agent, each a real process in a temporary
+directory, with a loopback port and Unix sockets of its own. Only processes started here are ended."""
 import contextlib
 import json
 import os
@@ -21,7 +21,7 @@ SLOW = float(os.environ.get("MPLS_TEST_SLOW", "1"))  # sanitizer builds take lon
 
 
 def wait_until(what, condition, seconds=10.0, every=0.02):
-    """Polls until the condition holds; what it returned then, or an AssertionError."""
+    """Polls until the condition is true and returns its value; AssertionError after that time."""
     deadline = time.monotonic() + seconds * SLOW
     while True:
         result = condition()
@@ -57,7 +57,7 @@ class System:
             SNMP_PERSISTENT_DIR=str(self.folder / "snmp"), MIBS="", MIBDIRS=str(self.folder), **(environment or {}))
         self.processes = {}
         self.port = 0
-        self.trap_port = 0  # of snmptrapd; snmpd sends there when it is set
+        self.trap_port = 0  # of snmptrapd; when set, snmpd sends traps there
         self.agentx = self.folder / "agentx"
 
     def __enter__(self):
@@ -122,7 +122,7 @@ class System:
         return f"trap2sink 127.0.0.1:{self.trap_port} public\n" if self.trap_port else ""
 
     def start_trapd(self):
-        """A stock snmptrapd that logs every notification on a line. Before start_snmpd, which is told of it."""
+        """Starts a stock snmptrapd that logs each notification on a line. Call it before start_snmpd, whose snmpd sends there."""
         conf = self.folder / "snmptrapd.conf"
         conf.write_text("disableAuthorization yes\n")
         for _ in range(20):
@@ -145,7 +145,7 @@ class System:
             if not line.startswith("TRAP\t"):
                 continue
             variables = [part.split(" ", 1) for part in line.split("\t")[1:] if " " in part]
-            trap = oid_tuple(variables[1][1])  # behind sysUpTime.0
+            trap = oid_tuple(variables[1][1])  # after sysUpTime.0
             if trap[:len(root) + 1] != root + (0,):
                 continue
             found.append((trap[-1], [(oid_tuple(name)[len(root):], value.strip()) for name, value in variables[2:]]))
@@ -182,7 +182,7 @@ class System:
         return subprocess.run(command, env=self.environment, capture_output=True, text=True, check=False)
 
     def get_value(self, oid):
-        """The value's text, or None when the agent has no such object or does not answer."""
+        """The value as text; None if the agent has no such object or does not answer."""
         result = self.snmp("get", oid, timeout=2)
         if result.returncode != 0 or "No Such" in result.stdout:
             return None
@@ -215,14 +215,14 @@ def check_increasing(rows):
 
 
 def bits(*numbers):
-    """A BITS value of one octet as the tools show it: a character, or hexadecimal where there is none."""
+    """A BITS value of one octet as the tools print it: a character if it is printable, else hexadecimal."""
     octet = sum(0x80 >> number for number in numbers)
     return f'"{chr(octet)}"' if 0x20 <= octet < 0x7f else f'"{octet:02X} "'
 
 
 def expected_if_conf(members, protocols=None):
-    """The interface table for {(vrf, ifIndex)}: the rows that a whole walk of it must show, in order. `protocols` has
-    the numbers of the protocols (MplsL3VpnIfVpnRouteDistProtocol) of those that have any."""
+    """The rows of the interface table for {(vrf, ifIndex)} in the order of a walk. `protocols` has the numbers of the
+    protocols (MplsL3VpnIfVpnRouteDistProtocol) of interfaces that have any."""
     base = oid_tuple(IF_CONF) + (1,)
     keys = sorted((name_index(vrf) + (index,), bits(*(protocols or {}).get((vrf, index), ()))) for vrf, index in members)
     columns = {2: "2", 3: None, 4: "5", 5: "1"}

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Route thresholds from the configuration and the router's tables to a stock snmptrapd and the VRF table."""
+"""Route thresholds, from the configuration and the router's tables to a stock snmptrapd and the VRF table."""
 import time
 import unittest
 
@@ -25,7 +25,7 @@ MID_COLUMN, HIGH_COLUMN, MAX_ROUTES_COLUMN = 9, 10, 11
 
 
 def threshold_trap(number, vrf, routes, threshold):
-    """What snmptrapd shows: the number of routes and the threshold, each of this VRF's row."""
+    """What snmptrapd prints: the number of routes and the threshold, both with the index of this VRF."""
     name = name_index(vrf)
     column = MID_COLUMN if number == MID else HIGH_COLUMN
     return (number, [((1, 3, 1, 1, 3) + name, str(routes)), ((1, 2, 2, 1, column) + name, str(threshold))])
@@ -49,11 +49,11 @@ class Thresholds(TrapCase):
         for number in numbers:
             self.router("delete-route", vrf, f"10.{number}.0.0/16", "via", "10.0.0.2")
 
-    def nothing_else_comes(self):
-        """A trap raised now is the next one to arrive: nothing was on its way before it."""
+    def expect_no_other(self):
+        """A trap that is raised now is the next one to arrive."""
         self.router("down", "ge0")
         self.router("up", "ge0")
-        seen = wait_until("the traps behind", lambda: [trap for trap in self.system.traps() if trap[0] == 1], 15)
+        seen = wait_until("the next traps", lambda: [trap for trap in self.system.traps() if trap[0] == 1], 15)
         self.assertEqual(len(seen), 1)
         self.assertEqual([trap for trap in self.system.traps() if trap[0] not in (1, 2)], self.expected)
 
@@ -66,54 +66,54 @@ class Thresholds(TrapCase):
         self.limit("red", 4, 2)
         self.add_routes("red", 1, 2)
         self.add_routes("red", 3)
-        self.comes(threshold_trap(MID, "red", 3, 2))
+        self.expect(threshold_trap(MID, "red", 3, 2))
         self.add_routes("red", 4)
-        self.comes(threshold_trap(MAXIMUM, "red", 4, 4))
+        self.expect(threshold_trap(MAXIMUM, "red", 4, 4))
         self.add_routes("red", 5, 6)
         self.delete_routes("red", 6, 5)
         self.delete_routes("red", 4)
-        self.comes(threshold_trap(CLEARED, "red", 3, 4))
+        self.expect(threshold_trap(CLEARED, "red", 3, 4))
         self.delete_routes("red", 3, 2)
         self.add_routes("red", 2, 3)
-        self.comes(threshold_trap(MID, "red", 3, 2))
-        self.nothing_else_comes()
+        self.expect(threshold_trap(MID, "red", 3, 2))
+        self.expect_no_other()
 
-    def told_of(self, vrf):
+    def traps_of(self, vrf):
         """The traps about this VRF, in order."""
         name = name_index(vrf)
         return [trap for trap in self.system.traps() if trap[1][0][0][-len(name):] == name]
 
-    def test_maximum_is_told_again_every_second_until_it_is_cleared(self):
+    def test_maximum_is_raised_again_every_second_until_it_is_cleared(self):
         self.config("set", "traps", "notif-reissue-time", "1")
         for vrf in ("red", "blue"):
             self.limit(vrf, 2, 0)
         began = time.monotonic()
         for vrf in ("red", "blue"):
             self.add_routes(vrf, 1, 2)
-        wait_until("three again", lambda: min(len(self.told_of(vrf)) for vrf in ("red", "blue")) >= 4, 20)
-        self.assertGreaterEqual(time.monotonic() - began, 2.0, "three intervals, of which the first had begun before")
+        wait_until("three again", lambda: min(len(self.traps_of(vrf)) for vrf in ("red", "blue")) >= 4, 20)
+        self.assertGreaterEqual(time.monotonic() - began, 2.0, "three intervals; the first had started before")
         self.delete_routes("red", 2)
-        wait_until("the clearing", lambda: self.told_of("red")[-1][0] == CLEARED, 15)
-        rounds = len(self.told_of("blue"))  # blue is still above: its traps are the clock by which red is silent
-        wait_until("three more of blue", lambda: len(self.told_of("blue")) >= rounds + 3, 20)
+        wait_until("the clearing", lambda: self.traps_of("red")[-1][0] == CLEARED, 15)
+        rounds = len(self.traps_of("blue"))  # blue is still above: its traps measure the time in which red sends none
+        wait_until("three more of blue", lambda: len(self.traps_of("blue")) >= rounds + 3, 20)
         again = threshold_trap(MAXIMUM, "red", 2, 2)
-        *before, last = self.told_of("red")
+        *before, last = self.traps_of("red")
         self.assertEqual(before, [again] * len(before))
         self.assertEqual(last, threshold_trap(CLEARED, "red", 1, 2))
 
-    def test_vrf_deleted_above_its_maximum_is_cleared_and_not_told_again(self):
+    def test_vrf_deleted_above_its_maximum_is_cleared_and_not_raised_again(self):
         self.config("set", "traps", "notif-reissue-time", "1")
         for vrf in ("red", "blue"):
             self.limit(vrf, 2, 0)
             self.add_routes(vrf, 1, 2)
-        wait_until("both above", lambda: min(len(self.told_of(vrf)) for vrf in ("red", "blue")) >= 1, 15)
+        wait_until("both above", lambda: min(len(self.traps_of(vrf)) for vrf in ("red", "blue")) >= 1, 15)
         self.router("delete-vrf", "red")
-        wait_until("the clearing", lambda: self.told_of("red")[-1][0] == CLEARED, 15)
+        wait_until("the clearing", lambda: self.traps_of("red")[-1][0] == CLEARED, 15)
         self.config("delete", "vrf", "red", "threshold", "ipv4")
-        told, rounds = len(self.told_of("red")), len(self.told_of("blue"))
-        wait_until("three more of blue", lambda: len(self.told_of("blue")) >= rounds + 3, 20)
-        self.assertEqual(len(self.told_of("red")), told)
-        self.assertEqual(self.told_of("red")[-1], threshold_trap(CLEARED, "red", 0, 2))
+        sent, rounds = len(self.traps_of("red")), len(self.traps_of("blue"))
+        wait_until("three more of blue", lambda: len(self.traps_of("blue")) >= rounds + 3, 20)
+        self.assertEqual(len(self.traps_of("red")), sent)
+        self.assertEqual(self.traps_of("red")[-1], threshold_trap(CLEARED, "red", 0, 2))
 
     def test_details_show_the_thresholds_of_the_family_that_is_still_watched(self):
         self.limit("red", 400, 300, "ipv4")
@@ -134,19 +134,19 @@ class Thresholds(TrapCase):
         self.config("delete", "vrf", "red", "threshold", "ipv4")
         wait_until("no thresholds of red", lambda: self.thresholds_in_the_mib("red") == (0, 0, 0))
 
-    def test_change_of_a_threshold_is_judged_at_once(self):
+    def test_changed_threshold_takes_effect_at_once(self):
         self.add_routes("red", 1, 2, 3)
         self.limit("red", 3, 2)
-        self.comes(threshold_trap(MID, "red", 3, 2), threshold_trap(MAXIMUM, "red", 3, 3))
+        self.expect(threshold_trap(MID, "red", 3, 2), threshold_trap(MAXIMUM, "red", 3, 3))
         self.limit("red", 10, 5)
-        self.comes(threshold_trap(CLEARED, "red", 3, 10))
+        self.expect(threshold_trap(CLEARED, "red", 3, 10))
         self.limit("red", 1, 0)
-        self.comes(threshold_trap(MAXIMUM, "red", 3, 1))
+        self.expect(threshold_trap(MAXIMUM, "red", 3, 1))
         self.config("delete", "vrf", "red", "threshold", "ipv4")
-        self.comes(threshold_trap(CLEARED, "red", 3, 0))
-        self.nothing_else_comes()
+        self.expect(threshold_trap(CLEARED, "red", 3, 0))
+        self.expect_no_other()
 
-    def test_many_routes_at_once_are_one_crossing_each(self):
+    def test_many_routes_at_once_cross_each_threshold_once(self):
         self.limit("red", 50000, 30000)
         self.system.router_file.write_text(GENERATED.format(routes=60000))
         self.router("reload")
@@ -162,9 +162,9 @@ class Thresholds(TrapCase):
         self.assertEqual(cleared, CLEARED)
         self.assertLess(int(values[0][1]), 50000)
         self.expected = self.system.traps()
-        self.nothing_else_comes()
+        self.expect_no_other()
 
-    def test_daemon_that_starts_above_the_maximum_knows_it(self):
+    def test_daemon_that_starts_above_the_maximum_raises_it(self):
         self.limit("red", 50, 30)
         self.config("set", "traps", "notif-reissue-time", "1")
         self.system.router_file.write_text(GENERATED.format(routes=60))
@@ -184,7 +184,7 @@ class Thresholds(TrapCase):
 
 
 class Start(unittest.TestCase):
-    def test_daemon_that_cannot_watch_the_tables_ends_and_says_why(self):
+    def test_daemon_that_cannot_watch_the_tables_ends_with_the_reason(self):
         with System(ROUTER, environment={"MPLS_VPN_MIB_FAULTS": "rib_threshold_attach=5"}) as system:
             process = system.spawn("daemon", str(BIN / "mpls_vpn_mib"))
             self.assertEqual(process.wait(timeout=20 * SLOW), 1)

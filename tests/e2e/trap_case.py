@@ -1,11 +1,11 @@
-"""Tests whose steps raise traps: what a stock snmptrapd received must be, from the start, what was expected so far."""
+"""Tests whose steps raise traps. From the start on, a stock snmptrapd must have received exactly the expected traps."""
 import unittest
 
 from system import System, wait_until
 
 
 class TrapCase(unittest.TestCase):
-    ROUTER = ""  # of the class: the router file to begin with
+    ROUTER = ""  # the router file that a subclass starts with
 
     def setUp(self):
         self.system = System(self.ROUTER)
@@ -20,15 +20,15 @@ class TrapCase(unittest.TestCase):
     def router(self, *words):
         self.system.cli("router", *words, check=True)
 
-    def came(self):
-        """All that is expected has come, and nothing else."""
+    def all_received(self):
+        """All expected traps were received, and no others."""
         return self.system.traps() == self.expected
 
-    def comes(self, *traps):
-        """These traps and no others come next, in this order."""
+    def expect(self, *traps):
+        """These traps and no others are received next, in this order."""
         self.expected += traps
         try:
-            wait_until(f"{len(self.expected)} traps", self.came, 15)
+            wait_until(f"{len(self.expected)} traps", self.all_received, 15)
         except AssertionError:
             self.assertEqual(self.system.traps(), self.expected)
             raise

@@ -1,4 +1,4 @@
-"""Where snmpd can send more traps at once than a stock snmptrapd keeps up with: counted in the order received."""
+"""A receiver for more traps at once than a stock snmptrapd can process: counts them in the order received."""
 import socket
 import threading
 import time

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Traps from the router's changes to a stock snmptrapd: each switch, every kind of change, restarts of every process on
-the way, and a queue that overflows."""
+"""Traps from the router's changes to a stock snmptrapd: each switch, every kind of change, restarts of each process in
+between, and a queue that overflows."""
 import json
 import subprocess
 import unittest
@@ -20,11 +20,11 @@ interfaces:
   - {name: ge2, index: 13, state: up, addresses: [10.0.2.1/24]}
 """
 UP, DOWN = 1, 2
-QUEUE = 4096  # traps that the daemon keeps for the sub-agent
+QUEUE = 4096  # traps that the daemon stores for the sub-agent
 
 
 def vrf_trap(number, vrf, index):
-    """What snmptrapd shows of a VRF that went up or down with this interface."""
+    """What snmptrapd prints when this interface brings the VRF up or down."""
     name = name_index(vrf)
     return (number, [((1, 2, 1, 1, 5) + name + (index,), "1"), ((1, 2, 2, 1, 6) + name, str(number))])
 
@@ -42,13 +42,13 @@ class Traps(TrapCase):
             self.router("up", "ge0")
             self.expected += [vrf_trap(DOWN, "red", 11), vrf_trap(UP, "red", 11)]
 
-    def ends(self, name):
-        """Kills a process on the way. What it had not heard an answer to may come a second time, before anything new."""
+    def kill_between(self, name):
+        """Kills a process between the daemon and snmptrapd. Unacknowledged traps may be repeated before new ones."""
         self.system.kill(name)
         self.repeated_from = len(self.expected)
 
-    def came(self):
-        """All that is expected has come, each once, but for what an ended process may have sent before it ended."""
+    def all_received(self):
+        """All expected traps were received once each, except those that a killed process may have sent before."""
         received, end = self.system.traps(), self.repeated_from
         for repeated in range(end + 1):
             if received == self.expected[:end] + self.expected[end - repeated:end] + self.expected[end:]:
@@ -56,69 +56,69 @@ class Traps(TrapCase):
                 return True
         return False
 
-    def nothing_else_comes(self):
-        """A trap raised now is the next one to arrive: nothing was on its way before it."""
+    def expect_no_other(self):
+        """A trap that is raised now is the next one to arrive."""
         self.config("set", "traps", "all")
         self.flap()
-        self.comes()
+        self.expect()
 
     def test_up_down_join_leave_and_move(self):
         self.config("set", "traps", "all")
         self.router("down", "ge0")
-        self.comes(vrf_trap(DOWN, "red", 11))
+        self.expect(vrf_trap(DOWN, "red", 11))
         self.router("up", "ge1")
-        self.comes(vrf_trap(UP, "red", 12))
-        self.router("up", "ge0")  # the second one up says nothing
+        self.expect(vrf_trap(UP, "red", 12))
+        self.router("up", "ge0")  # the second active interface raises nothing
         self.router("down", "ge1")
         self.router("move", "ge2", "blue")
-        self.comes(vrf_trap(UP, "blue", 13))
+        self.expect(vrf_trap(UP, "blue", 13))
         self.router("move", "ge2", "red")
-        self.comes(vrf_trap(DOWN, "blue", 13))
+        self.expect(vrf_trap(DOWN, "blue", 13))
         self.router("leave", "ge2")
         self.router("leave", "ge0")
-        self.comes(vrf_trap(DOWN, "red", 11))
+        self.expect(vrf_trap(DOWN, "red", 11))
         self.router("move", "ge0", "red")
-        self.comes(vrf_trap(UP, "red", 11))
+        self.expect(vrf_trap(UP, "red", 11))
 
-    def test_flapping_interface_is_told_each_time_in_order(self):
+    def test_flapping_interface_raises_each_trap_in_order(self):
         self.config("set", "traps", "all")
         self.flap(20)
-        self.comes()
+        self.expect()
 
     def test_each_switch_alone(self):
         self.config("set", "traps", "vrf-up")
         self.router("down", "ge0")
         self.router("up", "ge0")
-        self.comes(vrf_trap(UP, "red", 11))
+        self.expect(vrf_trap(UP, "red", 11))
         self.config("delete", "traps", "vrf-up")
         self.config("set", "traps", "vrf-down")
         self.router("down", "ge0")
         self.router("up", "ge0")
-        self.comes(vrf_trap(DOWN, "red", 11))
-        # An up that is not told is not considered either: the interface may tell no second down before the next up.
+        self.expect(vrf_trap(DOWN, "red", 11))
+        # A disabled up is not considered: the interface raises no second down before the next up.
         self.config("set", "traps", "all")
         self.config("delete", "traps", "vrf-down")
         self.router("down", "ge0")
         self.router("up", "ge0")
-        self.comes(vrf_trap(UP, "red", 11))
+        self.expect(vrf_trap(UP, "red", 11))
         self.config("delete", "traps", "all")
         self.router("down", "ge0")
         self.router("up", "ge0")
         self.config("set", "traps", "vrf-up")
         self.config("set", "traps", "vrf-down")
         self.flap()
-        self.comes()
+        self.expect()
 
-    def test_without_a_switch_nothing_is_told(self):
+    def test_without_a_switch_no_trap_is_sent(self):
         self.router("down", "ge0")
         self.router("up", "ge0")
         for item in ("mid-thresh-exc", "max-thresh-exc", "ilg-lbl-exc", "max-thresh-clr"):
             self.config("set", "traps", item)
         self.router("down", "ge0")
         self.router("up", "ge0")
-        self.nothing_else_comes()
+        self.expect_no_other()
 
-    def test_switches_survive_the_daemon(self):
+    def test_switches_survive_a_restart_of_the_daemon(self):
         self.config("set", "traps", "vrf-down")
         self.config("set", "traps", "notif-reissue-time", "60")
         self.system.kill("daemon")
@@ -128,30 +128,30 @@ class Traps(TrapCase):
         self.system.wait_registered()
         self.assertEqual(self.system.cli_json("show", "scalars")["maxThresholdNotifTime"], 60)
         self.router("down", "ge0")
-        self.comes(vrf_trap(DOWN, "red", 11))
+        self.expect(vrf_trap(DOWN, "red", 11))
 
-    def test_order_is_kept_while_snmpd_is_away(self):
+    def test_traps_stay_in_order_while_snmpd_is_down(self):
         self.config("set", "traps", "all")
         self.flap(3)
-        self.comes()
-        self.ends("snmpd")
+        self.expect()
+        self.kill_between("snmpd")
         self.flap(10)
         self.system.agentx.unlink(missing_ok=True)
         self.system.start_snmpd()
-        self.comes()
+        self.expect()
         self.flap(2)
-        self.comes()
+        self.expect()
 
-    def test_order_is_kept_while_the_sub_agent_is_away(self):
+    def test_traps_stay_in_order_while_the_sub_agent_is_down(self):
         self.config("set", "traps", "all")
         for _ in range(3):
-            self.ends("agent")
+            self.kill_between("agent")
             self.flap(5)
             self.system.start_agent()
             self.flap(1)
-            self.comes()
+            self.expect()
 
-    def test_full_queue_loses_the_oldest_and_says_how_many(self):
+    def test_full_queue_drops_the_oldest_and_reports_how_many(self):
         sink = TrapSink()
         self.system.kill("snmpd")
         self.system.agentx.unlink(missing_ok=True)
@@ -167,13 +167,13 @@ class Traps(TrapCase):
         self.assertIn("50 notifications were lost while the queue was full", self.system.log("daemon"))
 
     def flap_quickly(self, pairs):
-        """Over one connection: thousands of processes would take minutes."""
+        """Uses one connection: thousands of processes would take minutes."""
         with Client(self.system.folder / "run/dev.mpls.vpn.main") as client:
             for _ in range(pairs):
                 client.action("router", "down", "ge0")
                 client.action("router", "up", "ge0")
 
-    def test_watch_shows_what_is_told(self):
+    def test_watch_shows_the_traps_that_are_sent(self):
         self.config("set", "traps", "all")
         for options, check in (([], self.check_text), (["--json"], self.check_json)):
             watch = subprocess.Popen([str(BIN / "mplsvpn"), *options, "watch", "--count", "2", "--timeout", str(20 * SLOW)],

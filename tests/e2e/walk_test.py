@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The scalars and the interface table as stock SNMP tools see them, cell by cell against the router file."""
+"""The scalars and the interface table as stock SNMP tools read them, value by value against the router file."""
 import random
 import unittest
 
@@ -61,7 +61,7 @@ class Walk(unittest.TestCase):
         expected = self.expected()
         randomly = random.Random(7)
         starts = [oid for oid, _ in expected[:-1]]
-        for oid, _ in expected:  # cut anywhere, and one past or before a component
+        for oid, _ in expected:  # truncated anywhere, and with each component one larger or smaller
             cut = randomly.randint(len(oid_tuple(L3VPN)), len(oid))
             starts.append(oid[:cut])
             place = randomly.randint(len(oid_tuple(L3VPN)), len(oid) - 1)
@@ -92,7 +92,7 @@ class Walk(unittest.TestCase):
         self.assertIn("No Such Instance", self.system.snmp("get", f"{SCALARS}.1.1").stdout)
         self.assertIn("No Such", self.system.snmp("get", f"{SCALARS}.8.0").stdout)
 
-    def test_set_is_refused_and_the_walk_goes_on(self):
+    def test_set_is_refused_and_the_walk_continues(self):
         system = self.system
         result = system.snmp("set", f"{SCALARS}.4.0", "i", "1", options=("-c", "private"))
         self.assertNotEqual(result.returncode, 0)

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Every table of the module as stock SNMP tools see it, cell by cell against the router file."""
+"""Every table of the MIB module as stock SNMP tools read it, value by value against the router file."""
 import ipaddress
 import itertools
 import json
@@ -15,12 +15,12 @@ LONGEST = "a-much-longer-name-of-31-octets"
 VRF_ENTRY, RT_ENTRY, SEC_ENTRY, PERF_ENTRY, ROUTE_ENTRY = (
     oid_tuple(L3VPN) + tail for tail in ((1, 2, 2, 1), (1, 2, 3, 1), (1, 2, 6, 1), (1, 3, 1, 1), (1, 4, 1, 1)))
 RAW = ("-Ot", "--hexOutputLength=0")  # time stamps as numbers, octets on one line
-ANY = "*"  # cells that are looked at by tests of their own
+ANY = "*"  # values that tests of their own check
 
-# JSON is YAML: the router is kept as data, from which the tests compute what a walk must show.
+# JSON is YAML: the router is data, from which the tests compute what a walk must show.
 ROUTER = {
     "vrfs": [
-        # What Linux has in many VRFs: a default that goes nowhere, without a next hop, as the very first route.
+        # As in many Linux VRFs: a default route of type unreachable, without next hop, as the very first route.
         {"name": "red", "table": 10, "description": "Red Rail", "rd": "65000:100",
          "route_targets": {"both": ["65000:100"], "import": ["65000:99", "192.0.2.1:7"], "ipv6": {"export": ["4200000000:6"]}},
          "thresholds": {"ipv4": {"maximum": 4000000000, "mid": 80}}, "bgp": {"as": 65000, "neighbors": ["10.0.0.2"]},
@@ -41,7 +41,7 @@ ROUTER = {
              "metrics": [1, 2, 3, 4, 5], "next_hop_as": 65010},
             {"prefix": "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff/128", "next_hop": "ffff::1", "interface": "ge0"},
         ]},
-        # In the order of names: one with IPv4 only behind one that ends with IPv6, one without, one with IPv6 only.
+        # In the order of names: IPv4 only (after a VRF whose last routes are IPv6), no routes, IPv6 only.
         {"name": "blue", "table": 20, "rd": "10.1.1.1:55", "description": "B\u00fcro",
          "static": [{"prefix": "10.0.0.0/8", "next_hop": "10.0.0.1"}], "routes": [
             {"prefix": "0.0.0.0/0", "type": "local", "interface": "ge3"},
@@ -98,7 +98,7 @@ def route_type(hop, route):
 
 
 def route_targets(vrf):
-    """(type, family, text) of each, in the order in which they are numbered."""
+    """(type, family, text) of each, in the order of their numbers."""
     configured = vrf.get("route_targets", {})
     found = set()
     for family, word in ((1, "ipv4"), (2, "ipv6")):
@@ -127,7 +127,7 @@ def route_index(name, network, hop, kind):
 
 
 def route_cells(network, hop, route):
-    """{column: value}; as the module says for IPv4, no next-hop AS and metric 4 as metric 5."""
+    """{column: value}; an IPv4 route has no next-hop AS, and metric 5 repeats metric 4."""
     metrics = (route.get("metrics", [route["metric"]] if "metric" in route else []) + [-1] * 5)[:5]
     next_hop_as = route.get("next_hop_as", 0)
     if network.version == 4:
@@ -167,7 +167,7 @@ def expected():
         for network, hop, route in paths(vrf):
             kind = route_type(hop, route)
             routes[route_index(name, network, hop, kind)] = route_cells(network, hop, route)
-    # Route targets do not wait for their VRF.
+    # Route targets are rows even without their VRF.
     for vrf in ROUTER["vrfs"]:
         for number, (kind, family, text) in enumerate(route_targets(vrf), 1):
             targets[name_index(vrf["name"]) + (number, kind)] = {
@@ -179,7 +179,7 @@ def expected():
 
 
 def masked(rows, like):
-    """The rows, with ANY where it stands in the rows that they are compared with."""
+    """The rows, with ANY in place of the values that are ANY in the rows to compare with."""
     return [(oid, ANY if other[1] == ANY else value) for (oid, value), other in itertools.zip_longest(
         rows, like, fillvalue=(None, None))]
 
@@ -332,7 +332,7 @@ class TimeStamps(unittest.TestCase):
         self.assertEqual(creation_again, creation)
         self.assertTrue(creation < changed <= up_time)
         self.assertEqual(self.ticks(12, vrf="old")[1], 0)
-        # A master that starts anew counts anew.
+        # A new master starts at 0 again.
         system.kill("snmpd")
         wait_until("yet another second", lambda: subprocess.run(
             ["date", "+%s"], capture_output=True, text=True, check=True).stdout.strip()
@@ -356,7 +356,7 @@ class Changes(unittest.TestCase):
             oid = dotted(PERF_ENTRY + (3,) + name_index(vrf))
             wait_until("the routes", lambda oid=oid: int(self.system.get_value(oid)) >= self.ROUTES)
 
-    def test_rows_that_stay_are_shown_exactly_once_while_others_come_and_go(self):
+    def test_unchanged_rows_are_shown_exactly_once_while_others_are_added_and_deleted(self):
         system = self.system
         column = dotted(ROUTE_ENTRY + (7,))
         stay = {oid for oid, _ in system.walk(column)}

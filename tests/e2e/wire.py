@@ -14,7 +14,7 @@ VRF_ROW = (("name", "s"), ("description", "s"), ("rd", "s"), ("creationTime", "D
 
 
 class Client:
-    """A connection that the daemon ends is a ConnectionError."""
+    """Raises ConnectionError when the daemon closes the connection."""
 
     def __init__(self, path, timeout=30):
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
@@ -42,7 +42,7 @@ class Client:
         return octets
 
     def ask(self, kind, payload):
-        """(status, what follows it in the answer)."""
+        """(status, the rest of the answer)."""
         self.request += 1
         self.socket.sendall(struct.pack("<4sHHII", MAGIC, VERSION, kind, self.request, len(payload)) + payload)
         magic, _, answered, request, length = struct.unpack("<4sHHII", self.read(16))
@@ -51,7 +51,7 @@ class Client:
         return struct.unpack("<I", answer[:4])[0], answer[4:]
 
     def action(self, *words):
-        """The text that the action answers; an AssertionError when it fails."""
+        """The text that the action returns; an AssertionError if it fails."""
         payload = struct.pack("<H", len(words)) + b"".join(text(word) for word in words)
         status, answer = self.ask(ACTION, payload)
         answered = answer[4:4 + struct.unpack("<I", answer[:4])[0]].decode()
@@ -64,7 +64,7 @@ class Client:
         if status == NO_SUCH_ROW:
             return None
         assert status == 0, f"{path}: {status:#x}"
-        return answer[8:]  # behind its kind and its length
+        return answer[8:]  # after kind and length
 
     def vrf_row(self, name):
         """{field: value} of the VRF's row; None when there is none."""

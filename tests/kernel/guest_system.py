@@ -1,7 +1,7 @@
-"""For the system_*.py tests: the whole system in the guest.
+"""The whole system in the guest, for the system_*.py tests.
 
-Stands before the imports from tests/e2e: it takes BIN_DIRECTORY from the command line, which system.py looks for in the
-environment when it is imported.
+Import it before modules of tests/e2e: it takes BIN_DIRECTORY from the command line and puts it into the environment, where
+system.py reads it when it is imported.
 """
 import os
 import pathlib
@@ -15,8 +15,8 @@ from system import System  # noqa: E402
 
 
 class GuestSystemTest(unittest.TestCase):
-    """One system that follows the kernel, for all the tests of a class."""
-    frr = None  # what `frr:` is in platform.yaml; None leaves it out
+    """One system, with the kernel as source, for all tests of a class."""
+    frr = None  # value of `frr:` in platform.yaml; None: without it
 
     @classmethod
     def setUpClass(cls):

@@ -1,14 +1,14 @@
 // kernel_model_dump [--reread-ms=N] [--receive-buffer=OCTETS] [--count-routes]
 //
-// Keeps a router model up to date from the live kernel and prints it: one JSON object a line for every line
-// read from standard input, when everything that the kernel had said by then has reached the model; ends with
-// the input. A test changes the kernel, writes a line, and compares what comes back.
+// Follows the live kernel with a router model. For each line of standard input it prints the model as one
+// line of JSON, when every change that the kernel announced before is in the model; ends with the input. A
+// test changes the kernel, writes a line, and compares the answer.
 //
 //   {"vrfs": [{"name", "id", "table", "description"}],
 //    "interfaces": [{"name", "index", "vrf", "up", "description", "addresses": ["10.0.0.1/24"]}],
 //    "routes": {"red": [{"prefix", "next_hop", "index", "type", "protocol", "metric", "labels": [100]}]},
 //                                               with --count-routes their number instead of the list
-//    "changes": ["moved d0 from default to red"],    what the model told since the previous line
+//    "changes": ["moved d0 from default to red"],    notified by the model since the previous line
 //    "losses", "dumps", "refused", "route_losses", "tables_read": counters of the source}
 //
 // One thread. RUN_DIRECTORY (MPLS_VPN_MIB_RUN_DIR) must exist: the event manager has its socket there.
@@ -34,7 +34,7 @@ namespace {
 
 using nlohmann::json;
 
-// Longer than the source takes to settle, and a turn of the loop in any case.
+// Longer than the settle time of the source.
 constexpr std::uint64_t kPatience = 50 * kNanosecondsPerMillisecond;
 
 class ChangeList : public router::Observer {

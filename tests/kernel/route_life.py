@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""route_life.py PROGRAM: the routes of VRFs on a real kernel, step by step. Runs in the guest (see uml-run), as root.
+"""route_life.py PROGRAM: routes of VRFs on a real kernel, step by step. Runs in the guest (see uml-run), as root.
 
-PROGRAM is kernel_model_dump. After every step its rows must be what ip(8) shows of every VRF's tables. Nothing sleeps:
-the kernel's own pace is polled, with a bound.
+PROGRAM is kernel_model_dump. After every step its rows must be those that ip(8) shows of every VRF's tables. The test polls
+with a bound.
 """
 import ipaddress
 import json
@@ -17,7 +17,7 @@ from vrf_life import BOUND, Guest, batch, ip, ip_json
 
 # inetCidrRouteType and IANAipRouteProtocol
 OTHER, REJECT, LOCAL, REMOTE, BLACKHOLE = 1, 2, 3, 4, 5
-# With -N ip(8) writes numbers: the names in rt_protos differ from one release to the next.
+# With -N ip(8) prints numbers: the names in rt_protos differ between releases.
 UNICAST = "1"
 DISCARDING = {"6": BLACKHOLE, "7": REJECT, "8": REJECT, "9": OTHER}
 PROTOCOLS = {"2": 2, "3": 3, "4": 3, "16": 19, "186": 14, "187": 9, "188": 13, "189": 8, "190": 8, "192": 16, "196": 3}
@@ -25,7 +25,7 @@ LARGEST_METRIC = 2 ** 31 - 1
 
 
 def route_object(pairs):
-    """ip(8) writes the labels of a route as a second "dst"."""
+    """ip(8) prints the labels of a route as a second "dst"."""
     result = {}
     for name, value in pairs:
         result["labels" if name == "dst" and "dst" in result else name] = value
@@ -43,7 +43,7 @@ def next_hop_objects():
 
 
 def paths_of(route, objects):
-    """The paths of a route, from itself or from the object that it names."""
+    """The paths of a route: its own, or those of the next-hop object that it names."""
     if "nexthops" in route:
         return [dict(hop, labels=hop.get("dst", "")) for hop in route["nexthops"]]
     if "nhid" not in route or "dev" in route:
@@ -83,7 +83,7 @@ def rows_of(route, family, objects, indexes):
 
 
 def kernel_routes():
-    """The rows that the model should have, for every VRF."""
+    """The expected rows of every VRF."""
     indexes = {link["ifname"]: link["ifindex"] for link in ip_json("link", "show")}
     objects = next_hop_objects()
     result = {}
@@ -147,7 +147,7 @@ class RouteGuest(Guest):
 class RouteLife(RouteGuest):
     """Step by step."""
 
-    def test_routes_over_an_interface_elsewhere_go_with_its_last_address(self):
+    def test_routes_over_an_interface_of_another_vrf_are_removed_with_its_last_address(self):
         self.routes("link add e0 type dummy", "link set e0 up", "addr add 10.50.0.1/24 dev e0",
                     "route add 192.168.1.0/24 via 10.50.0.2 dev e0 onlink vrf red")
         self.routes("addr del 10.50.0.1/24 dev e0")
@@ -196,10 +196,10 @@ class RouteLife(RouteGuest):
         self.assertEqual(rows["10.10.0.0/16", "10.99.0.2"][3], [1002, 16])
         self.assertEqual(rows["10.11.0.0/16", "10.99.0.3"][3], [202])
         self.routes("route replace 10.9.0.0/16 encap mpls 300 via 10.99.0.2 dev d4 proto bgp vrf red")
-        rows = self.routes("link set d4 down")["red"]  # outside every VRF, and routes of red hang on it
+        rows = self.routes("link set d4 down")["red"]  # in no VRF, and routes of red depend on it
         self.assertNotIn(("10.9.0.0/16", "10.99.0.2"), rows)
 
-    def test_link_down_loses_routes_silently(self):
+    def test_link_down_removes_routes_without_events(self):
         self.routes("route add 192.168.1.0/24 via 10.0.0.2 vrf red", "route add 192.168.2.0/24 via 10.1.0.2 vrf red",
                     "route add 2001:db8:aaaa::/48 via 2001:db8:10::2 vrf red",
                     "route add 192.168.8.0/24 vrf red nexthop via 10.0.0.2 nexthop via 10.1.0.2",
@@ -213,7 +213,7 @@ class RouteLife(RouteGuest):
         self.assertIn(("192.168.8.0/24", "10.0.0.2"), rows)
         self.routes("link set d0 down", "link set d1 down", "link set d1 up", "link set d0 up")
 
-    def test_interface_that_moves_leaves_the_routes_behind(self):
+    def test_interface_that_moves_leaves_its_routes_in_the_old_table(self):
         self.routes("route add 192.168.1.0/24 via 10.0.0.2 vrf red", "route add 192.168.2.0/24 via 10.1.0.2 vrf red")
         rows = self.routes("link set d0 master blue")
         self.assertNotIn(("192.168.1.0/24", "10.0.0.2"), rows["red"])
@@ -221,7 +221,7 @@ class RouteLife(RouteGuest):
         self.routes("link set d0 nomaster")
         self.routes("link del d1")
 
-    def test_deleted_vrf_takes_its_rows_along_and_a_new_one_finds_what_stayed(self):
+    def test_deleted_vrf_loses_its_rows_and_a_new_one_has_the_remaining_routes(self):
         self.routes("route add unreachable default metric 4278198272 vrf red",
                     "route add 192.168.1.0/24 via 10.0.0.2 vrf red")
         self.assertNotIn("red", self.routes("link del red"))
@@ -257,7 +257,7 @@ class RouteLife(RouteGuest):
 
 
 class RouteOverrun(RouteGuest):
-    """Through a socket that has no room for a burst."""
+    """Through a socket that is too small for a burst."""
     arguments = ("--receive-buffer=1",)
 
     def test_many_routes_overrun_and_nothing_is_lost(self):
@@ -280,7 +280,7 @@ class ManyRoutes(RouteGuest):
             pass
         self.assertEqual(self.model.ask()["routes"]["red"], count)
 
-    def test_twenty_thousand_routes_are_lost_with_their_link(self):
+    def test_twenty_thousand_routes_are_removed_with_their_link(self):
         before = self.model.ask()["routes"]["red"]
         batch([f"route add 172.{16 + number // 62500}.{number // 250 % 250}.{number % 250}/32 via 10.0.0.2 vrf red"
                for number in range(20000)])

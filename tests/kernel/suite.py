@@ -1,14 +1,14 @@
 """The routing suite FRR for tests in the guest: this machine's, or another release's in a Debian root folder.
 
-    release = suite.find(10)                # raises NotInstalled, with the reason, when there is none
+    release = suite.find(10)                # raises NotInstalled with the reason
     pe1 = suite.Suite(release, None, ("zebra", "bgpd"), "router bgp ...")
     pe1.start()
     pe1.load()
     pe1.ask("bgpd", "show version")
 
 A suite of another release runs under chroot in its root folder. The environment variable MPLS_TEST_FRR10_ROOT (of
-version 10; MPLS_TEST_FRR8_ROOT of version 8) has the folder; scripts/test sets it. The guest's own layer of memory is
-above the folder, so nothing is written to it.
+version 10; MPLS_TEST_FRR8_ROOT of version 8) names the folder; scripts/test sets it. The guest writes into memory only, so
+nothing is written to the folder.
 """
 import contextlib
 import json
@@ -29,7 +29,7 @@ PATIENCE = 30.0  # seconds for a program to answer, or to end
 
 
 class NotInstalled(Exception):
-    """No suite of the version that was asked for; the text is the reason."""
+    """There is no suite of the required version; the text is the reason."""
 
 
 def run(*words, text=None):
@@ -52,7 +52,7 @@ def wait_for(what, condition):
 
 
 class Release:
-    """An installed suite: this machine's without a root folder."""
+    """An installed suite: that of this machine if it has no root folder."""
 
     def __init__(self, root=None):
         self.root = root
@@ -63,14 +63,14 @@ class Release:
         self.has_mgmtd = self.path(f"{PROGRAMS}/mgmtd").exists()
 
     def words(self, *words):
-        """The command, as it is called from outside of the root folder."""
+        """The command as it is called from outside the root folder."""
         return ("/usr/sbin/chroot", self.root, *words) if self.root else words
 
     def path(self, inside):
         return pathlib.Path(f"{self.root or ''}{inside}")
 
     def prepare(self):
-        """Mounts what the suite's programs need in the root folder; once in a guest."""
+        """Mounts what the suite's programs need in the root folder; once per guest."""
         if not self.root or self.path("/proc/self").exists():
             return
         for kind in ("proc", "sysfs", "devtmpfs"):
@@ -78,7 +78,7 @@ class Release:
 
 
 def find(major):
-    """The suite of this major version: this machine's, or the one of the root folder that the environment names."""
+    """The suite of this major version: that of this machine, or of the root folder that the environment names."""
     reasons = []
     variable = f"MPLS_TEST_FRR{major}_ROOT"
     for root in (None, os.environ.get(variable)):
@@ -98,7 +98,7 @@ def find(major):
 
 
 def find_or_skip(test, major):
-    """For a test's main program: ends it as skipped, with the reason, when the suite is not there."""
+    """For the main program of a test: ends it as skipped, with the reason, if the suite is not installed."""
     try:
         return find(major)
     except NotInstalled as missing:
@@ -109,8 +109,8 @@ def find_or_skip(test, major):
 class Suite:
     """A running suite in a network namespace; None is this one.
 
-    In a namespace it has a path space of the same name, so that suites do not meet in the file system. `programs` are
-    started in their order; mgmtd, where the release has one, is started before them.
+    In a namespace it has a path space of the same name, so that suites use different files. `programs` are started in this
+    order; mgmtd, if the release has it, before them.
     """
 
     def __init__(self, release, namespace, programs, config):
@@ -139,7 +139,7 @@ class Suite:
             wait_for(program, lambda name=program: self.answers(name))
 
     def start_program(self, program):
-        """Some programs keep the standard output that they are started with: a pipe would never end."""
+        """Some programs do not close their standard output: a pipe would never end."""
         words = (*self.inside, *self.release.words(f"{PROGRAMS}/{program}", "-d", *self.path_space, "-P", "0"))
         with tempfile.TemporaryFile("w+") as said:
             status = subprocess.run(words, stdin=subprocess.DEVNULL, stdout=said, stderr=said, check=False).returncode
@@ -178,13 +178,13 @@ class Suite:
         os.kill(self.pid(program), signal.SIGCONT)
 
     def shell_words(self, *words):
-        """The suite's shell as a command, for `frr:` in platform.yaml and for calls."""
+        """The suite's shell as a command, for `frr:` in platform.yaml and for tests."""
         return (*self.release.words(SHELL), *self.path_space, *words)
 
     def shell(self, *words):
         return subprocess.run(self.shell_words(*words), capture_output=True, text=True, check=False)
 
-    # --- questions go to a program itself, changes to a kept session of the shell ---
+    # --- Commands that show are sent to a program itself, changes to a session of the shell ---
 
     def ask_json(self, program, command):
         return json.loads(self.ask(program, command) or "{}")
@@ -194,7 +194,7 @@ class Suite:
         return "".join(self.ask(program, "show running-config") for program in self.programs)
 
     def configure(self, *lines):
-        """As in a session of the shell: every line is for each program that knows it."""
+        """As in a session of the shell: each line is sent to every program that knows it."""
         for line in ("configure terminal", *lines, "end"):
             self.command(line)
 
@@ -205,12 +205,12 @@ class Suite:
         assert "%" not in refused, f"{line}: {refused}"
 
     def end_session(self):
-        """A session would mend its connections to programs that were started again with its next command."""
+        """Otherwise the session's next command would reconnect it to restarted programs."""
         if self.session is not None:
             self.session.close()
         self.session = None
 
-    # --- which interfaces a protocol runs on, by the suite's operational commands: {VRF: {interface}} ---
+    # --- Interfaces on which a protocol runs, by the suite's operational commands: {VRF: {interface}} ---
 
     def ospf_interfaces(self):
         shown = self.ask_json("ospfd", "show ip ospf vrf all interface json")

@@ -1,5 +1,5 @@
-"""Ways to talk to the suite without a process for each command: a kept session of its shell, for changes, and the sockets
-through which the shell asks the programs, which take a fiftieth of the shell's time. A shell starts in half a second here."""
+"""Sends commands to the suite without a process for each: a session of its shell, for changes, and the sockets through which
+the shell reads from the programs, which take a fiftieth of the shell's time. A shell takes half a second to start here."""
 import json
 import os
 import re
@@ -37,7 +37,7 @@ class Shell:
 
 
 class Programs:
-    """Commands go to a program's socket with an octet of zero behind; the answer ends with three and a status."""
+    """A command to a program's socket ends with a zero octet; the answer ends with three of them and a status."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -65,7 +65,7 @@ class Programs:
         return documents[0] if documents else {}
 
     def ask_each(self, program, command):
-        """The entries of all the documents of an answer."""
+        """The entries of all documents of an answer."""
         return [entry for document in self.documents(self.ask(program, command)) for entry in document.items()]
 
     @staticmethod

@@ -1,6 +1,6 @@
-"""For the tests with the routing suite: this machine as a router with the suite of RELEASE, and the whole system beside it.
+"""For tests with the routing suite: this machine is a router with the suite of RELEASE and the whole system.
 
-The suite's programs print what is expected; items of the MIB are asked for over SNMP, their origins on the command line.
+The output of the suite's programs is the expected result; the MIB is read over SNMP, origins on the command line.
 """
 import json
 import re
@@ -19,7 +19,7 @@ DIRECTIONS = {1: "import", 2: "export"}
 
 
 class SuiteSystemTest(GuestSystemTest):
-    """`prepare` makes the router's devices, before the suite's programs are started with their configuration."""
+    """`prepare` creates the router's devices before the suite's programs are started with their configuration."""
     release = None
     programs = ()
     config = "hostname pe1\n"
@@ -28,7 +28,7 @@ class SuiteSystemTest(GuestSystemTest):
 
     @classmethod
     def prepare(cls):
-        """For a test to say."""
+        """Overridden by tests."""
 
     @classmethod
     def setUpClass(cls):
@@ -47,7 +47,7 @@ class SuiteSystemTest(GuestSystemTest):
         print(cls.system.log("daemon"), flush=True)
         super().tearDownClass()
 
-    # --- what the suite says ---
+    # --- The suite ---
 
     def section(self, vrf):
         """The lines of the VRF's instance in the running configuration of BGP, as words."""
@@ -59,7 +59,7 @@ class SuiteSystemTest(GuestSystemTest):
         said = re.findall(rf"frr: {program} (answers|does not answer)", self.system.log("daemon"))
         return said[-1:] == ["does not answer"]
 
-    # --- what the MIB says ---
+    # --- The MIB ---
 
     def rows(self, table):
         """{(column, index): value}."""
@@ -71,7 +71,7 @@ class SuiteSystemTest(GuestSystemTest):
         return (self.system.get_value(".".join(map(str, ENTRIES["vrf"] + (4,) + name_index(vrf)))) or "").strip('"')
 
     def mib_rds(self):
-        """{VRF: RD} of those that have one."""
+        """{VRF: RD} of VRFs that have one."""
         name_of = {name_index(name): name for name in self.vrfs}
         return {name_of[index]: value for (column, index), value in self.rows("vrf").items() if column == 4 and value}
 
@@ -89,7 +89,7 @@ class SuiteSystemTest(GuestSystemTest):
         return self.system.cli("config", "show", "--owner", owner).stdout
 
     def watch_changes(self):
-        """Starts to write down what `mplsvpn watch changes` shows; `changes` has it."""
+        """Starts `mplsvpn watch changes`; `changes` returns its output."""
         self.system.spawn("watch", str(BIN / "mplsvpn"), "--json", "watch", "changes")
         self.addCleanup(self.end_watch)
         wait_until("watch", lambda: "watching for" in self.system.log("watch"))
@@ -102,7 +102,7 @@ class SuiteSystemTest(GuestSystemTest):
         return [json.loads(line) for line in self.system.log("watch").splitlines(keepends=True)
                 if line.startswith("{") and line.endswith("\n")]
 
-    # --- both ---
+    # --- Both ---
 
     def assert_becomes_equal(self, mib_shows, suite_shows, seconds=10.0):
         seen = {}

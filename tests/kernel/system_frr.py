@@ -4,8 +4,8 @@ version (see suite.py). Runs in the guest (see uml-run), as root.
 
 This namespace is the first provider edge router, PE1, with the routing suite, the daemon and the SNMP agents; "p" and
 "pe2" are namespaces: a router that switches labels, and the second edge router with a suite of its own. After every
-step RDs, route targets, policies, protocols of interfaces and routes in the MIB must equal what the suite's own
-commands show, and times of changes may have moved only where something changed.
+step RDs, route targets, policies, protocols of interfaces and routes in the MIB must equal the output of the suite's own
+commands, and the times of last change may differ only for VRFs that changed.
 """
 import ipaddress
 import json
@@ -62,7 +62,7 @@ route add 10.255.0.2/32 via 10.12.2.1
 route add 2001:db8:ff::1/128 via 2001:db8:c1::1
 route add 2001:db8:ff::2/128 via 2001:db8:c2::1
 """
-# The middle router takes the outer label off: the edge routers are next to it on both sides.
+# The middle router removes the outer label: it is the penultimate hop of both edge routers.
 P_LABELS = """
 route add 1001 via inet 10.12.1.1
 route add 1002 via inet 10.12.2.1
@@ -207,7 +207,7 @@ def prepare_routers():
 
 
 class Edge(SuiteSystemTest):
-    """PE1: what its suite shows, and what its MIB shows."""
+    """PE1: its suite against its MIB."""
     programs = PE1_PROGRAMS
     config = PE1_CONFIG
     vrfs = VRFS
@@ -219,7 +219,7 @@ class Edge(SuiteSystemTest):
         other.start()
         other.load()
 
-    # --- the suite's side ---
+    # --- The suite ---
 
     def configured(self):
         """{"rd": {(VRF, family)}, "rt": {...}, "policy": {...}} of the running configuration."""
@@ -272,7 +272,7 @@ class Edge(SuiteSystemTest):
         return found
 
     def installed(self):
-        """{(VRF, prefix)} of the routes that the suite has put into, or found in, the kernel.
+        """{(VRF, prefix)} of the routes that the suite has installed in the kernel or found there.
 
         Without the addresses of the router itself, which version 10 shows as routes and the MIB does not.
         """
@@ -292,7 +292,7 @@ class Edge(SuiteSystemTest):
                 "interfaces": [row for row in expected_if_conf(protocols, {key: tuple(value) for key, value in protocols.items()})
                                if row[0][len(oid_tuple(IF_CONF)) + 1] == 3]}
 
-    # --- the MIB's side ---
+    # --- The MIB ---
 
     def policies(self):
         """{VRF: (import, export)} of IPv4 unicast."""
@@ -317,7 +317,7 @@ class Edge(SuiteSystemTest):
                 "routes": {(vrf, prefix) for vrf, prefix in routes if not prefix.is_link_local and not prefix.is_multicast},
                 "interfaces": self.system.walk(".".join(map(str, column)))}
 
-    # --- steps ---
+    # --- Steps ---
 
     def assert_equal_to_suite(self, seconds=10.0):
         self.assert_becomes_equal(self.mib_shows, self.suite_shows, seconds)
@@ -326,7 +326,7 @@ class Edge(SuiteSystemTest):
         return {("red", ipaddress.ip_network(prefix)) for prefix in ("10.21.0.0/24", "2001:db8:21::/64")} <= self.installed()
 
     def step(self, what, action, shows, moved):
-        """Does it and waits until `shows()`; then everything agrees, and only the times of `moved` have moved."""
+        """Does it and waits until `shows()`; then everything agrees, and only the times of `moved` have changed."""
         before = self.changed()
         wait_until("a later second", lambda: time.time() > max(before.values()) + 1.1)
         action()
@@ -364,7 +364,7 @@ class Edge(SuiteSystemTest):
         self.configure_step("route targets less", (*red4, "rt vpn import 65000:10"),
                             lambda: self.target_texts("red") == {"65000:10"}, {"red"})
         self.configure_step("no export policy", (*red4, "no route-map vpn export RM-OUT"),
-                            lambda: self.policies()["red"] == ("RM-IN", ""), set())  # policies stamp no time
+                            lambda: self.policies()["red"] == ("RM-IN", ""), set())  # policies do not set the time
         self.configure_step("a VRF that only the suite has", ("router bgp 65000 vrf azure", "address-family ipv4 unicast",
                                                               "rd vpn export 65000:40", "rt vpn both 65000:40"),
                             lambda: self.target_texts("azure") == {"65000:40"}, set())

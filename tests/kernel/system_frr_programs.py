@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""system_frr_programs.py BIN_DIRECTORY VERSION: programs of the routing suite of that major version (see suite.py) that end,
-hang and come back one at a time. Runs in the guest (see uml-run), as root.
+"""system_frr_programs.py BIN_DIRECTORY VERSION: programs of the routing suite of that major version (see suite.py) end, hang
+and are restarted one at a time. Runs in the guest (see uml-run), as root.
 
-Items of a program that does not answer must stay in the MIB, without a commit in between, and those of the others must be
+The items of a program that does not answer must stay in the MIB without any commit, and those of the others must be
 followed. Protocols must stay on interfaces that are down.
 """
 import signal
@@ -85,7 +85,7 @@ class OneOfManyTest(SuiteSystemTest):
                       f"addr add 10.{number}.0.1/24 dev {name}"]
         batch("\n".join(lines))
 
-    # --- the suite's side ---
+    # --- The suite ---
 
     def suite_items(self, suite):
         """({VRF: RD}, {(VRF, direction, family, target)})."""
@@ -93,7 +93,7 @@ class OneOfManyTest(SuiteSystemTest):
         rds = {vrf: leaks[vrf]["routeDistinguisher"] for vrf in VRFS if vrf in leaks}
         targets = {(vrf, direction, "ipv4", text) for vrf in rds for direction, key in (("import", "importRts"), ("export", "exportRts"))
                    for text in leaks[vrf][key].split()}
-        targets.add(("red", "import", "ipv4", "65000:10"))  # no command shows what a VRF imports that does not import by name
+        targets.add(("red", "import", "ipv4", "65000:10"))  # no command shows the imports of a VRF that does not import by name
         for vrf, rd, texts in exported_routes(suite):
             rds[vrf] = rd
             targets.update((vrf, "export", "ipv4", text) for text in texts.split())
@@ -115,14 +115,14 @@ class OneOfManyTest(SuiteSystemTest):
         except OSError:
             return False
 
-    # --- the MIB's side ---
+    # --- The MIB ---
 
     def protocols(self):
         return {row["name"]: set(row["protocolNames"]) - {"none"} for row in self.system.cli_json("show", "interfaces")
                 if row["name"] in MEMBERS}
 
     def state(self):
-        """What must not move: tables of configuration with their times, who holds what, and every commit there was."""
+        """What must not change: tables of configuration with their times, the owner of each item, and the commits."""
         return {"mib": self.system.walk(f"{L3VPN}.1.2"), "items": self.system.cli("config", "show", "--owners", check=True).stdout,
                 "commits": self.system.cli("config", "history", check=True).stdout}
 
@@ -139,7 +139,7 @@ class Programs(OneOfManyTest):
         self.assert_becomes_equal(lambda: (self.mib_rds(), self.mib_targets()), lambda: self.suite_items(self.suite))
         self.assertEqual(self.mib_rds().keys(), {"red", "gold"})
 
-    def test_2_items_stay_while_one_program_is_away(self):
+    def test_2_items_stay_while_one_program_is_down(self):
         for program in (*(("mgmtd",) if self.release.has_mgmtd else ()), "zebra", "bgpd"):
             with self.subTest(program):
                 before = self.state()
@@ -175,7 +175,7 @@ class Programs(OneOfManyTest):
         wait_until("bgpd to be followed", lambda: self.rd("red") == "65000:11", 30)
 
     def configure_ospf(self, *lines):
-        """The shell of one program: a session with all of them would wait for the one that hangs."""
+        """Uses the shell of one program: a session with all of them would wait for the hanging one."""
         done = subprocess.run([*self.suite.shell_words("-d", "ospfd"), *(word for line in (
             "configure terminal", "router ospf vrf red", *lines) for word in ("-c", line))], capture_output=True, text=True, check=True)
         self.assertNotIn("%", done.stdout)
@@ -184,7 +184,7 @@ class Programs(OneOfManyTest):
         return "".join(line for line in self.owned("frr").splitlines() if " ospf 1 " in line)
 
     def test_4_protocols_stay_on_interfaces_that_are_down(self):
-        """What the suite shows then differs between protocols, whatever is configured; the MIB has what is configured."""
+        """The suite shows different protocols differently then; the MIB shows what is configured."""
         before = self.protocols()
         for name in MEMBERS:
             run("ip", "link", "set", name, "down")

@@ -2,7 +2,7 @@
 """system_frr_upgrade.py BIN_DIRECTORY: the routing suite of version 8 is replaced by version 10 with the same configuration
 while the daemon follows it (see suite.py). Runs in the guest (see uml-run), as root.
 
-Nothing in the MIB may move but what the suite itself derives anew, not even for a moment: no commit, no time.
+Nothing in the MIB may change except what the suite derives again, not even for a moment: no commit, no time.
 """
 import pathlib
 import shlex

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""system_frr_vpn.py BIN_DIRECTORY VERSION: what a VRF gets from a routing suite of that major version (see suite.py)
-beside configured RDs and route targets. Runs in the guest (see uml-run), as root.
+"""system_frr_vpn.py BIN_DIRECTORY VERSION: what a VRF gets from a routing suite of that major version (see suite.py) besides
+configured RDs and route targets. Runs in the guest (see uml-run), as root.
 
-VRFs import each other by name, export VPN routes, and have a VNI; the RDs and route targets that the suite derives must
-be in the MIB, and change with a router ID as the suite's own commands show it. So must the protocols of interfaces:
+VRFs import each other by name, export VPN routes, and have a VNI. The RDs and route targets that the suite derives must be
+in the MIB and change with the router ID as the suite's own commands show. So must the protocols of interfaces:
 OSPFv3, RIPng, BGP with neighbors of a listen range and on an interface.
 """
 import json
@@ -16,9 +16,9 @@ from system import wait_until
 VRFS = {"red": 10, "blue": 20, "green": 30, "gold": 40, "gray": 50}
 MEMBERS = {"red1": "red", "red2": "red", "blue1": "blue", "green1": "green", "gold1": "gold", "gray1": "gray"}
 PROGRAMS = ("zebra", "staticd", "bgpd", "ospf6d", "ripngd", "isisd")
-FAMILIES = ("ipv4", "ipv6", "evpn")  # the RD of the first that has one is the VRF's
+FAMILIES = ("ipv4", "ipv6", "evpn")  # the VRF's RD is that of the first family that has one
 
-# The bridge of a VXLAN makes the VNI of its VRF one of layer 3.
+# With the bridge of a VXLAN the VNI of its VRF is a layer-3 VNI.
 VNIS = "".join(f"""
 link add br{vni} type bridge
 link set br{vni} master {vrf} addrgenmode none
@@ -157,7 +157,7 @@ class Vpns(SuiteSystemTest):
     vrfs = VRFS
     prepare = staticmethod(prepare_router)
 
-    # --- what the suite shows ---
+    # --- The suite ---
 
     def leaks(self):
         """(family, VRF, RD, import targets, export targets) of VRFs that import by name or are imported."""
@@ -191,7 +191,7 @@ class Vpns(SuiteSystemTest):
             add(vrf, "ipv4", rd, (), texts.split())
         for vrf, rd, imports, exports in self.evpn():
             add(vrf, "evpn", rd, imports, exports)
-        add("green", "ipv4", "", ("65000:30",), ())  # no command shows what a VRF imports that does not import by name
+        add("green", "ipv4", "", ("65000:30",), ())  # no command shows the imports of a VRF that does not import by name
         return {vrf: min(families.items(), key=lambda item: FAMILIES.index(item[0]))[1]
                 for vrf, families in rds.items()}, targets
 
@@ -224,7 +224,7 @@ class Vpns(SuiteSystemTest):
                 found[name].add("bgp")
         return found
 
-    # --- what the MIB shows ---
+    # --- The MIB ---
 
     def mib_items(self):
         return self.mib_rds(), self.mib_targets()
@@ -257,8 +257,8 @@ class Vpns(SuiteSystemTest):
             yield what, (change["oldValue"], change["oldOrigin"]), (change["newValue"], change["newOrigin"])
 
     def assert_reported(self, *states):
-        """The changes are those from each state to the next one, each once. Of route targets that come and go together any
-        two may be one change."""
+        """The changes lead from each state to the next one, each once. Of route targets that are added and removed together
+        any two may be one change."""
         expected = sorted(line for before, after in zip(states, states[1:]) for line in differences(before, after))
 
         def reported():
@@ -272,7 +272,7 @@ class Vpns(SuiteSystemTest):
         for what, old, new in self.reported():
             self.assertTrue(what[1] != "rd" or (old[0] and new[0]), f"{what}: {old} -> {new}")
 
-    # --- the tests ---
+    # --- Tests ---
 
     def test_1_the_mib_has_what_the_suite_derives(self):
         wait_until("the VNIs", lambda: len(list(self.evpn())) == 2, 30)
@@ -307,10 +307,10 @@ class Vpns(SuiteSystemTest):
     def test_4_router_ids_change_what_is_derived_and_each_change_is_reported(self):
         was = self.suite_origins()
         self.watch_changes()
-        self.system.cli("config", "set", "vrf", "gold", "rd", "65000:77", "evpn", check=True)  # covers the suite's
+        self.system.cli("config", "set", "vrf", "gold", "rd", "65000:77", "evpn", check=True)  # overrides the suite's
         covered = {**was, ("gold", "rd", ""): {("65000:77", "operator")}}
         self.assertEqual(self.details(), covered)
-        self.suite.configure("ip router-id 10.8.2.1 vrf blue")  # of zebra: changes the instance, and nothing that is derived
+        self.suite.configure("ip router-id 10.8.2.1 vrf blue")  # of zebra: changes the instance, but nothing derived
         wait_until("the instance", lambda: self.router_id("blue") == "10.8.2.1")
         self.assertEqual(self.suite_origins(), was)
         self.suite.configure(*ROUTER_IDS)

@@ -1,10 +1,9 @@
 #!/usr/bin/env python3
-"""system_identity.py BIN_DIRECTORY: members of VRFs that change what they are known by. Runs in the guest (see uml-run),
-as root.
+"""system_identity.py BIN_DIRECTORY: members of VRFs whose names and indexes change. Runs in the guest (see uml-run), as root.
 
-Members are deleted and made again under their name, swap names and take over indexes. After every step the SNMP walk
-and the command line must equal what `ip -j link` shows: the daemon reads interface indexes from a list that it fetched
-when it started, and must not use what the list says of an interface that has changed since.
+Members are deleted and created again under their name, swap names and take over indexes. After every step the SNMP walk and
+the command line must equal `ip -j link`: the daemon reads interface indexes from a list that it fetched at its start, and
+must not use an entry of an interface that has changed since.
 """
 import subprocess
 import time
@@ -21,7 +20,7 @@ def index_of(name):
 
 class ChangedMembers(KernelWalk):
     def setUp(self):
-        """A daemon that starts beside the VRFs red and blue with members: its list of indexes holds all of them."""
+        """Starts the daemon when the VRFs red and blue have members: all of them are in its list of indexes."""
         self.addCleanup(self.delete_links)
         self.items = {}  # protocols configured, by VRF and name of the interface
         batch(["link add red type vrf table 10", "link set red up",
@@ -37,7 +36,7 @@ class ChangedMembers(KernelWalk):
             if link["ifname"] != "lo":
                 subprocess.run(["ip", "link", "del", link["ifname"]], check=True)
 
-    def test_member_made_again_under_its_name_has_its_new_index(self):
+    def test_member_created_again_under_its_name_has_its_new_index(self):
         old = index_of("d2")
         self.step("link del d2", "link add d2 type dummy", "link set d2 master red")
         self.assertNotEqual(index_of("d2"), old)
@@ -45,12 +44,12 @@ class ChangedMembers(KernelWalk):
         self.assertEqual({name for vrf, name in ((key[0], name) for key, name in members().items()) if vrf == "red"},
                          {"d1", "d2", "d4", "d9"})
 
-    def test_member_made_again_and_the_one_that_takes_its_old_index_in_one_step(self):
+    def test_member_created_again_and_another_with_its_old_index_in_one_step(self):
         old = index_of("d2")
         self.step("link del d2", "link add d2 type dummy", "link set d2 master red",
                   f"link add d9 index {old} type dummy", "link set d9 master red")
 
-    def test_member_made_again_under_another_index_in_another_vrf(self):
+    def test_member_created_again_under_another_index_in_another_vrf(self):
         self.step("link del d3", "link add d3 index 777 type dummy", "link set d3 master red")
         self.step("link del d1", "link add d1 index 778 type dummy", "link set d1 master blue")
 
@@ -58,7 +57,7 @@ class ChangedMembers(KernelWalk):
         self.step("link set d1 name aside", "link set d2 name d1", "link set aside name d2")
         self.step("link set d1 nomaster", "link set d1 master blue")
 
-    def test_member_that_gets_a_subscribers_name_is_no_row_until_it_has_another(self):
+    def test_member_with_a_subscribers_name_has_no_row_until_it_is_renamed(self):
         self.step("link set d1 name d1.ip", "link set d3 name x.pppoe3")
         self.step("link set d1.ip name d1.ipsub", "link set d2 name d1")
         self.step("link set d1.ipsub name back", "link set x.pppoe3 nomaster")
@@ -69,12 +68,12 @@ class ChangedMembers(KernelWalk):
         self.step("link del d1", "link del d2", f"link add d1 index {second} type dummy",
                   f"link add d2 index {first} type dummy", "link set d1 master red", "link set d2 master red")
 
-    def test_names_go_round_while_a_member_is_made_again(self):
+    def test_names_rotate_while_a_member_is_created_again(self):
         old = index_of("d4")
         self.step("link del d4", "link set d2 name d4", "link set d1 name d2",
                   f"link add d1 index {old} type dummy", "link set d1 master red")
 
-    # --- VRFs, whose times are kept over a restart of the daemon ---
+    # --- Times of VRFs over a restart of the daemon ---
 
     def times(self):
         return {row["name"]: (row["creationTime"], row["confLastChanged"]) for row in self.system.cli_json("show", "vrf")}
@@ -87,7 +86,7 @@ class ChangedMembers(KernelWalk):
         self.step()
 
     def second_vrf(self, name, table, index):
-        """A VRF beside red and blue, with times of its own."""
+        """A VRF besides red and blue, with times of its own."""
         later = int(time.time()) + 1
         while time.time() < later:
             time.sleep(0.05)
@@ -112,13 +111,13 @@ class ChangedMembers(KernelWalk):
         self.assertGreaterEqual(self.times()["new"][0], began)
         self.assertEqual(self.times()["red"], before["red"])
 
-    # --- protocols, which are configured for names ---
+    # --- Protocols, which are configured for names ---
 
     WORDS = {2: "ospf 1 area 0.0.0.0 interface {}", 3: "rip interface {}", 5: "static 198.51.100.0/24 interface {}",
              6: "eigrp 100 interface {}"}  # by the number of MplsL3VpnIfVpnRouteDistProtocol
 
     def protocols(self):
-        """By present name and VRF, which the kernel says, from what the test configured."""
+        """What the test configured for the present names and VRFs of the kernel's interfaces."""
         return {key: numbers for key, name in members().items() if (numbers := self.items.get((key[0], name)))}
 
     def configure(self, verb, vrf, name, *numbers):
@@ -145,7 +144,7 @@ class ChangedMembers(KernelWalk):
         self.configure("delete", "red", "new", 3)
         self.step("link set other name d1")
 
-    def test_protocols_stay_with_the_name_when_members_swap_names_or_are_made_again(self):
+    def test_protocols_stay_with_the_name_when_members_swap_names_or_are_created_again(self):
         self.configure("set", "red", "d1", 2, 5)
         self.configure("set", "red", "d2", 3)
         self.configure("set", "blue", "d1", 6)

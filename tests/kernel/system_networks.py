@@ -2,8 +2,8 @@
 """system_networks.py BIN_DIRECTORY VERSION: which interfaces a `network` line enables a protocol on, with the routing
 suite of that major version (see suite.py). Runs in the guest (see uml-run), as root.
 
-The expected result of every line is what the suite's own commands show. Each line comes with one for a marker
-interface, so that the MIB can only agree when it has followed the line.
+The expected result of each line is the output of the suite's own commands. Each line is configured together with one for a
+marker interface, so that the MIB can only agree when it has followed the line.
 """
 import pathlib
 import time
@@ -19,7 +19,7 @@ ADDRESSES = {
     "unnumbered": ["10.0.3.1/32"],
     "peer": ["10.0.4.1 peer 10.0.5.1/32"],
     "peernet": ["10.0.6.1 peer 10.0.7.1/24"],
-    "second": ["10.0.8.1/24", "10.0.8.2/24", "10.0.9.1/24"],  # the second one is secondary to the first
+    "second": ["10.0.8.1/24", "10.0.8.2/24", "10.0.9.1/24"],  # the second address is a secondary one
     "longer": ["10.0.10.1/24", "10.0.10.200/25"],
     "none": [],
 }
@@ -28,7 +28,7 @@ NETWORKS = (
     "10.0.0.1/32 10.0.0.0/30 10.0.0.0/24 10.0.0.77/24 10.0.0.128/25 10.0.0.0/16 10.0.2.0/32 10.0.2.1/32 10.0.2.0/31 "
     "10.0.3.1/32 10.0.3.0/24 10.0.4.1/32 10.0.5.1/32 10.0.5.0/24 10.0.6.0/24 10.0.7.0/24 10.0.8.1/32 10.0.8.2/32 "
     "10.0.9.0/24 10.0.10.200/32 10.0.10.0/25 10.9.0.0/16 0.0.0.0/0").split()
-# Lines of EIGRP, each in addition to those before it: what it once left, it does not run on again in version 8.
+# Lines of EIGRP, each in addition to those before it: in version 8 EIGRP does not run again on an interface that it left.
 EIGRP_NETWORKS = (
     "10.0.0.128/25 10.0.0.0/30 10.0.2.1/32 10.0.2.0/32 10.0.3.77/24 10.0.5.1/32 10.0.4.1/32 10.0.8.2/32 10.0.9.0/24 "
     "0.0.0.0/0").split()
@@ -44,7 +44,7 @@ def eigrp_marker(number):
 
 
 def shells_of(daemon):
-    """{process: hundredths of a second that processes it started have used} of the suite's shells that the daemon asks."""
+    """{process: hundredths of a second that its child processes have used} of the suite's shells that the daemon started."""
     found = {}
     for path in pathlib.Path("/proc").glob("[0-9]*/stat"):
         name, _, rest = path.read_text().partition(" (")[2].rpartition(") ")
@@ -74,7 +74,7 @@ class Networks(SuiteSystemTest):
         return {row["name"] for row in self.system.cli_json("show", "interfaces") if protocol in row["protocolNames"]}
 
     def assert_followed(self, line, marked, protocols):
-        """`protocols`: {the MIB's name: what the suite shows, as a function}."""
+        """`protocols`: {name in the MIB: function that returns what the suite shows}."""
         for protocol, shown in protocols.items():
             wait_until(f"{protocol} of the suite on {marked}", lambda shown=shown: marked in shown())
             seen = {}
@@ -101,16 +101,16 @@ class Networks(SuiteSystemTest):
                 self.suite.configure("router ospf vrf red", *("no " + each for each in ospf), "exit",
                                      "router rip vrf red", *("no " + each for each in rip))
 
-    def test_a_question_starts_no_process(self):
-        """A pager for every command would cost ten times what the shell itself does."""
+    def test_reading_from_the_suite_starts_no_process(self):
+        """A pager for each command would use ten times the shell's own time."""
         daemon = self.system.processes["daemon"].pid
         wait_until("the daemon's shells", lambda: len(shells_of(daemon)) >= len(self.suite.programs))
         time.sleep(2)
-        before = shells_of(daemon)  # for what a shell starts once
+        before = shells_of(daemon)  # for a process that a shell starts once
         time.sleep(4)
         after = {shell: used for shell, used in shells_of(daemon).items() if shell in before}
         self.assertGreaterEqual(len(after), len(self.suite.programs))
-        # A shell of a program that does not run is replaced now and then: a new one has not started that yet.
+        # The shell of a program that does not run is replaced at times: a new one has not started that process yet.
         asked = [shell for shell in after if before[shell] > 0]
         self.assertNotEqual(asked, [])
         self.assertEqual({shell: after[shell] for shell in asked}, {shell: before[shell] for shell in asked})

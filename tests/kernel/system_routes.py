@@ -2,8 +2,8 @@
 """system_routes.py BIN_DIRECTORY: the routes of VRFs, through the whole system, on a real kernel. Runs in the guest (see
 uml-run), as root.
 
-After every step the walk of the route table, cell by cell, the number of routes of every VRF and the command line must
-be what `ip -j route show vrf` says.
+After every step the walk of the route table, value by value, the number of routes of every VRF and the command line must
+equal `ip -j route show vrf`.
 """
 import ipaddress
 import os
@@ -52,7 +52,7 @@ def seen_cells(walked):
     for oid, value in walked:
         column = oid[len(ROUTE_ENTRY)]
         if column == METRIC and value in ("0", NO_METRIC):
-            value = "0 or -1"  # for ip(8) a metric of 0 and none are one
+            value = "0 or -1"  # ip(8) prints no metric for 0
         if column == POINTER and value != '"00 "':
             value = "labels"
         if column in (INTERFACE, TYPE, PROTOCOL, METRIC, POINTER, STATUS):
@@ -66,7 +66,7 @@ def no_hop_is_empty(address):
 
 class RoutesOnAKernel(GuestSystemTest):
     def difference(self):
-        """What the system shows that the kernel has not, or the other way round; empty when they agree."""
+        """Rows that only the system or only the kernel has; empty when they agree."""
         routes = kernel_routes()
         expected, seen = expected_cells(routes), seen_cells(self.system.walk(".".join(map(str, ROUTE_ENTRY)), options=RAW))
         found = [(".".join(map(str, oid[len(ROUTE_ENTRY):])), expected.get(oid), seen.get(oid))

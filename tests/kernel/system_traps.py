@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """system_traps.py BIN_DIRECTORY: traps of VRFs on a real kernel. Runs in the guest (see uml-run), as root.
 
-The daemon follows the kernel and a "mplsvpn watch" writes down what it tells; after every step these are exactly the
-traps expected so far. What the kernel does behind a step (addresses that IPv6 takes away with the link, makes again and
-finds to be unique seconds later) must add none. That none is on its way is shown by an interface in a VRF apart, which is
-taken down and up then: the kernel tells its changes in order, and so does the daemon.
+The daemon follows the kernel, and "mplsvpn watch" records its traps. After every step these are exactly the traps expected
+so far. What the kernel does after a step (IPv6 addresses that it removes with the link, adds again and finds to be unique
+seconds later) must add none. To show that none is on its way, an interface in a separate VRF is then set down and up: the
+kernel announces changes in order, and so does the daemon.
 """
 import json
 import pathlib
@@ -31,7 +31,7 @@ def addresses(name, family):
 
 
 def has_usable_ipv6(name):
-    """True when the interface has IPv6 addresses and all of them are known to be unique."""
+    """True if the interface has IPv6 addresses and all of them are known to be unique."""
     found = addresses(name, "inet6")
     return bool(found) and not any(tentative for _, tentative in found)
 
@@ -46,20 +46,20 @@ class TrapsOnAKernel(unittest.TestCase):
         wait_until("watch", lambda: "watching for traps" in self.system.log("watch"))
         self.index, self.expected = {}, []
         self.ip(*APART, *VRFS)
-        self.comes("Up apart a0")
+        self.expect("Up apart a0")
 
     def clean(self):
         self.system.__exit__(None)
         for name in links():
-            if name != "lo":  # half of a pair goes with the other half
+            if name != "lo":  # one end of a pair is deleted with the other
                 subprocess.run(["ip", "link", "del", name], stderr=subprocess.DEVNULL, check=False)
 
     def ip(self, *commands):
-        """The commands in one process, so close together that the daemon may see only where they end."""
+        """Runs the commands in one process, so close together that the daemon may see only their combined result."""
         batch(commands)
         self.index.update({name: link["ifindex"] for name, link in links().items()})
 
-    def told(self):
+    def traps(self):
         lines = [line for line in self.system.log("watch").splitlines(keepends=True) if line.startswith("{")]
         traps = [json.loads(line) for line in lines if line.endswith("\n")]
         self.assertEqual([trap["lostBefore"] for trap in traps], [0] * len(traps))
@@ -70,22 +70,22 @@ class TrapsOnAKernel(unittest.TestCase):
         kind, vrf, interface = text.split()
         return (f"mplsL3VpnVrf{kind}", vrf, self.index[interface])
 
-    def comes(self, *traps):
-        """These traps and no others come next, in this order."""
+    def expect(self, *traps):
+        """These traps and no others are received next, in this order."""
         self.expected += [self.trap(text) for text in traps]
-        wait_until(f"{len(self.expected)} traps", lambda: len(self.told()) >= len(self.expected))
-        self.assertEqual(self.told(), self.expected)
+        wait_until(f"{len(self.expected)} traps", lambda: len(self.traps()) >= len(self.expected))
+        self.assertEqual(self.traps(), self.expected)
 
     def step(self, *commands, traps=()):
-        """The commands raise these traps and no others, nor does what the kernel does by itself behind them."""
+        """The commands raise these traps and no others, and the kernel's own actions afterwards raise none."""
         self.ip(*commands)
-        self.comes(*traps)
+        self.expect(*traps)
         wait_until("the kernel is done", lambda: not any(
             each.get("tentative") for link in links().values() for each in link["addr_info"] if "UP" in link["flags"]))
         self.ip("link set a0 down")
-        self.comes("Down apart a0")
+        self.expect("Down apart a0")
         self.ip("link set a0 up")
-        self.comes("Up apart a0")
+        self.expect("Up apart a0")
         if commands:
             print("; ".join(commands) + ": " + (", ".join(traps) or "nothing"))
 
@@ -95,38 +95,38 @@ class TrapsOnAKernel(unittest.TestCase):
 
     # --- Up and down ---
 
-    def test_last_active_interface_with_ipv4_goes_down_and_up(self):
+    def test_last_active_interface_with_ipv4_is_set_down_and_up(self):
         self.step("link add d0 type dummy", "link set d0 addrgenmode none", "addr add 10.0.0.1/24 dev d0",
                   "link set d0 master red")
         self.step("link set d0 up", traps=["Up red d0"])
         for _ in range(3):
             self.flap()
 
-    def test_last_active_interface_with_both_families_goes_down_and_up(self):
+    def test_last_active_interface_with_both_families_is_set_down_and_up(self):
         self.step("link add d0 type veth peer name p0", "link set p0 up", "link set d0 master red",
                   "addr add 10.0.0.1/24 dev d0", "link set d0 up", "addr add 2001:db8::1/64 dev d0", traps=["Up red d0"])
         self.assertTrue(has_usable_ipv6("d0"))
         self.step("link set d0 down", traps=["Down red d0"])
         self.assertEqual(addresses("d0", "inet6"), [], "the kernel takes them away with the link")
         self.assertEqual(addresses("d0", "inet"), [("10.0.0.1", False)])
-        # IPv4 makes the VRF active at once; the link-local address, seconds later, adds nothing.
+        # IPv4 makes the VRF active at once; the link-local address, seconds later, raises nothing.
         self.step("link set d0 up", traps=["Up red d0"])
         self.assertTrue(has_usable_ipv6("d0"))
 
-    def test_last_active_interface_with_only_a_link_local_address_goes_down_and_up(self):
+    def test_last_active_interface_with_only_a_link_local_address_is_set_down_and_up(self):
         self.step("link add d0 type veth peer name p0", "link set p0 up", "link set d0 master red", "link set d0 up",
                   traps=["Up red d0"])
         self.flap()
         self.assertTrue(has_usable_ipv6("d0"))
 
-    def test_ipv6_addresses_that_the_kernel_keeps_raise_one_up_only(self):
+    def test_ipv6_addresses_that_the_kernel_retains_raise_one_up_only(self):
         self.step("link add d0 type veth peer name p0", "link set p0 up", "link set d0 master red", "link set d0 up",
                   "addr add 2001:db8::1/64 dev d0", traps=["Up red d0"])
         pathlib.Path("/proc/sys/net/ipv6/conf/d0/keep_addr_on_down").write_text("1")
         self.flap()
         self.assertEqual(len(addresses("d0", "inet6")), 2)
 
-    def test_carrier_that_goes_and_comes_back(self):
+    def test_carrier_that_is_lost_and_returns(self):
         self.step("link add d0 type veth peer name p0", "link set d0 master red", "addr add 10.0.0.1/24 dev d0",
                   "link set d0 up")
         self.step("link set p0 up", traps=["Up red d0"])
@@ -134,7 +134,7 @@ class TrapsOnAKernel(unittest.TestCase):
             self.step("link set p0 down", traps=["Down red d0"])
             self.step("link set p0 up", traps=["Up red d0"])
 
-    def test_only_the_last_of_several_that_goes_down_and_the_first_that_comes_up_are_told(self):
+    def test_of_several_interfaces_only_the_last_down_and_the_first_up_are_notified(self):
         self.step("link add d0 type dummy", "addr add 10.0.0.1/24 dev d0", "link set d0 master red",
                   "link add d1 type dummy", "addr add 10.0.1.1/24 dev d1", "link set d1 master red")
         self.step("link set d0 up", traps=["Up red d0"])
@@ -144,17 +144,17 @@ class TrapsOnAKernel(unittest.TestCase):
         self.step("link set d1 up", traps=["Up red d1"])
         self.step("link set d0 up")
 
-    def test_several_that_go_down_and_come_up_in_one_moment_are_told_once(self):
-        """Which of them is told is not fixed: the moment may end between the commands."""
+    def test_several_interfaces_set_down_and_up_at_once_raise_one_trap_each_way(self):
+        """Which interface the trap names is not fixed: the daemon may see a state between the commands."""
         self.step("link add d0 type dummy", "addr add 10.0.0.1/24 dev d0", "link set d0 master red",
                   "link add d1 type dummy", "addr add 10.0.1.1/24 dev d1", "link set d1 master red")
         for state, kind in (("up", "Up"), ("down", "Down"), ("up", "Up")):
             known = len(self.expected)
             self.ip(f"link set d1 {state}", f"link set d0 {state}")
-            wait_until("a trap", lambda: len(self.told()) > known)
-            told = self.told()[known]
-            self.assertIn(told, (self.trap(f"{kind} red d0"), self.trap(f"{kind} red d1")))
-            self.expected.append(told)
+            wait_until("a trap", lambda: len(self.traps()) > known)
+            trap = self.traps()[known]
+            self.assertIn(trap, (self.trap(f"{kind} red d0"), self.trap(f"{kind} red d1")))
+            self.expected.append(trap)
             self.step()
 
     # --- Joining, moving, leaving ---
@@ -188,7 +188,7 @@ class TrapsOnAKernel(unittest.TestCase):
         self.step("link set d0 master red")
         self.step("link set d0 master blue")
 
-    def test_first_address_and_the_last_that_goes(self):
+    def test_first_and_last_address(self):
         self.step("link add d0 type dummy", "link set d0 addrgenmode none", "link set d0 master red", "link set d0 up")
         self.step("addr add 10.0.0.1/24 dev d0", traps=["Up red d0"])
         self.step("addr add 10.0.1.1/24 dev d0")

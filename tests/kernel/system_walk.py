@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """system_walk.py BIN_DIRECTORY: the whole system on a real kernel. Runs in the guest (see uml-run), as root.
 
-Daemon, stock snmpd, sub-agent and command line follow the kernel through the life of three VRFs; after every step the
-SNMP walk and the command line must equal what `ip -j link` shows.
+Daemon, stock snmpd, sub-agent and command line follow the kernel while three VRFs are created, used and deleted; after every
+step the SNMP walk and the command line must equal `ip -j link`.
 """
 import subprocess
 import unittest
@@ -13,7 +13,7 @@ from vrf_life import batch, ip_json
 
 
 def members():
-    """{(VRF, ifIndex): interface name} as the kernel has it; interfaces of subscribers are not in the MIB."""
+    """{(VRF, ifIndex): interface name} of the kernel; interfaces of subscribers are not in the MIB."""
     return {(link["master"], link["ifindex"]): link["ifname"] for link in ip_json("link", "show")
             if link.get("linkinfo", {}).get("info_slave_kind") == "vrf"
             and ".ip" not in link["ifname"] and ".pppoe" not in link["ifname"]}
@@ -36,14 +36,14 @@ def active_vrfs():
 
 
 class KernelWalk(GuestSystemTest):
-    """The system beside a kernel whose links change step by step; no tests of its own."""
+    """The system on a kernel whose links change step by step; no tests of its own."""
 
     def protocols(self):
-        """The protocols of the members that have any, as expected_if_conf() takes them."""
+        """The protocols of members that have any, in the form of expected_if_conf()."""
         return {}
 
     def shown(self):
-        """What the walk and the command line show; None while they differ from each other."""
+        """What the walk and the command line show; None while they differ."""
         rows = self.system.cli_json("show", "interfaces")
         listed = {(row["vrfName"], row["ifConfIndex"]): row["name"] for row in rows}
         return listed if self.system.walk(IF_CONF) == expected_if_conf(listed, self.protocols()) else None
@@ -95,7 +95,7 @@ class SystemOnAKernel(KernelWalk):
         wait_until(f"{vrf}: {text!r}", lambda: shown() == [text] and self.system.get_value(oid) == f'"{text}"', 10)
         print(f"{vrf}: {text!r}")
 
-    def test_alias_describes_a_vrf_until_somebody_configures_it(self):
+    def test_alias_describes_a_vrf_until_a_description_is_configured(self):
         description = ("vrf", "described", "description")
         self.step("link add described type vrf table 40", "link set described up")
         self.is_described("described", "")

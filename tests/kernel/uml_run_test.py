@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""uml-run: which end of a guest is a failure and which one means that this machine cannot boot a guest; the preload that lets
-a guest kernel keep a part of the processor's extended state. Most tests put a linux.uml of their own into PATH."""
+"""uml-run: which ends of a guest are failures and which mean that this machine cannot boot a guest; the preload that lets a
+guest kernel save a part of the processor's extended state. Most tests put a linux.uml of their own into PATH."""
 import os
 import pathlib
 import shutil
@@ -63,7 +63,7 @@ class Ends(Folder):
         run = self.guest("echo 'uml-init: started'; echo output > $scratch/output; echo 3 > $scratch/status")
         self.assertEqual((run.returncode, run.stdout), (3, "output\n"), run.stderr)
 
-    def test_time_that_is_over_is_a_failure(self):
+    def test_expired_time_is_a_failure(self):
         for script in ("sleep 30", "echo 'uml-init: started'; sleep 30"):
             run = self.guest(script, "-t", "1")
             self.assertEqual(run.returncode, 124, run.stderr)
@@ -81,7 +81,7 @@ class Ends(Folder):
 
 class Preload(Folder):
     def loaded(self, octets, **environment):
-        """What linux.uml is started with on a processor with so many octets of extended state."""
+        """The preload with which linux.uml is started on a processor with so many octets of extended state."""
         self.program("python3", f"echo {octets}\n")
         self.program("linux.uml", FAKE + "echo \"${LD_PRELOAD##*/}\" > $scratch/output; echo 0 > $scratch/status\n")
         return self.run_guest(**environment)
@@ -112,7 +112,7 @@ class Preload(Folder):
 
 
 class RoundTrip(Folder):
-    """On the real kernel, with a buffer that is smaller than this machine's extended state."""
+    """Real kernel, with a buffer that is smaller than this machine's extended state."""
 
     def compiled(self, name, *options):
         made = self.folder / pathlib.Path(name).stem

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""vrf_life.py PROGRAM: the life of VRFs on a real kernel, step by step. Runs in the guest (see uml-run), as root.
+"""vrf_life.py PROGRAM: VRFs on a real kernel, step by step. Runs in the guest (see uml-run), as root.
 
-PROGRAM is kernel_model_dump. After every step its model must equal what ip(8) shows of the kernel; some steps also say
-what the model must have told. Nothing sleeps: what the kernel does in the background is polled, with a bound.
+PROGRAM is kernel_model_dump. After every step its model must equal what ip(8) shows; some steps also state the changes of
+which the model must have notified its observers. The test polls with a bound.
 """
 import json
 import os
@@ -17,18 +17,18 @@ PROGRAM = ""
 
 
 def ip(*arguments):
-    """One ip(8) command, given as a text or as words."""
+    """Runs one ip(8) command, given as a text or as words."""
     words = arguments[0].split() if len(arguments) == 1 else list(arguments)
     subprocess.run(["ip", *words], check=True)
 
 
 def batch(lines):
-    """Many ip(8) commands in one process."""
+    """Runs many ip(8) commands in one process."""
     subprocess.run(["ip", "-batch", "-"], input="\n".join(lines) + "\n", text=True, check=True)
 
 
 def ip_json(*words):
-    """What ip(8) shows, without the empty objects that stand for what it was not asked about."""
+    """What ip(8) prints, without the empty objects that it prints for all else."""
     shown = subprocess.run(["ip", "-j", "-d", *words], check=True, capture_output=True).stdout
     return [each for each in json.loads(shown) if each]
 
@@ -40,7 +40,7 @@ def is_up(link):
 
 
 def addresses_of(link):
-    """IPv4 in the kernel's order; IPv6 sorted, because there the model's order is its own."""
+    """IPv4 in the kernel's order; IPv6 sorted, because its order in the model differs."""
     usable = [each for each in link["addr_info"]
               if "local" in each and not each.get("tentative") and not each.get("dadfailed")]
     text = [f'{each["local"]}/{each["prefixlen"]}' for each in usable if each["family"] == "inet"]
@@ -48,7 +48,7 @@ def addresses_of(link):
 
 
 def kernel_state():
-    """(VRFs, interfaces) as the model should have them; ids are left out."""
+    """The expected (VRFs, interfaces) of the model, without ids."""
     links = ip_json("addr", "show")
     kind = {link["ifname"]: link.get("linkinfo", {}).get("info_kind") for link in links}
     vrfs, interfaces = {}, {}
@@ -110,7 +110,7 @@ class Model:
 
 
 class Guest(unittest.TestCase):
-    """The program beside an empty router; no tests of its own."""
+    """The program on a router without VRFs; no tests of its own."""
     maxDiff = None
     arguments = ("--reread-ms=30000",)
 
@@ -122,13 +122,13 @@ class Guest(unittest.TestCase):
 
     def clean(self):
         status = self.model.end()
-        for link in ip_json("link", "show"):  # half of a pair goes with the other half
+        for link in ip_json("link", "show"):  # one end of a pair is deleted with the other
             if link["ifname"] != "lo":
                 subprocess.run(["ip", "link", "del", link["ifname"]], stderr=subprocess.DEVNULL)
         self.assertEqual(status, 0)
 
     def expect_same(self, step):
-        """The model equals the kernel, within the bound; what it told on the way is the result."""
+        """Waits until the model equals the kernel; returns the changes of which it notified its observers."""
         deadline = time.monotonic() + BOUND
         while True:
             before = kernel_state()
@@ -152,7 +152,7 @@ class Guest(unittest.TestCase):
 
 
 class VrfLife(Guest):
-    """Step by step."""
+    """One step after the other."""
 
     def test_three_vrfs_are_created_and_deleted(self):
         self.assertEqual(self.make_three_vrfs(), ["created red", "created blue", "created green"])
@@ -198,7 +198,7 @@ class VrfLife(Guest):
                   "link add d1 type dummy", "link set d1 master blue")
         self.step("link set d0 name tmp", "link set d1 name d0", "link set tmp name d1")
 
-    def test_renamed_vrf_takes_its_interfaces_along(self):
+    def test_renamed_vrf_retains_its_interfaces(self):
         self.make_three_vrfs()
         self.step("link add d0 type dummy", "link set d0 master blue")
         self.step("link set blue down")
@@ -214,14 +214,14 @@ class VrfLife(Guest):
                   "link set tmp name blue")
         self.assertEqual(self.vrf_ids(), {"blue": 10, "red": 20, "green": 30})
 
-    def test_deleted_vrf_is_left_by_its_interfaces(self):
+    def test_interfaces_leave_a_deleted_vrf(self):
         self.make_three_vrfs()
         self.step("link add d0 type dummy", "link set d0 master red", "link set d0 up",
                   "link add d1 type dummy", "link set d1 master red")
         self.assertEqual(self.step("link del red"), ["moved d0 from red to default", "moved d1 from red to default",
                                                      "deleted red"])
 
-    def test_vrf_made_again_is_a_new_one(self):
+    def test_vrf_created_again_is_a_new_one(self):
         self.make_three_vrfs()
         self.step("link add d0 type dummy", "link set d0 master red")
         changes = self.step("link del red", "link add red type vrf table 11", "link set d0 master red")
@@ -229,19 +229,19 @@ class VrfLife(Guest):
         self.assertEqual(changes[-1], "moved d0 from default to red")
         self.assertEqual(self.vrf_ids()["red"], 11)
 
-    def test_deleted_interface_goes_from_its_vrf(self):
+    def test_deleted_interface_is_removed_from_its_vrf(self):
         self.make_three_vrfs()
         self.step("link add d0 type dummy", "link set d0 master red", "link set d0 up")
         self.assertEqual(self.step("link del d0"), ["removed d0 in red"])
 
-    def test_interface_moved_to_another_namespace_is_gone(self):
+    def test_interface_moved_to_another_namespace_is_removed(self):
         self.make_three_vrfs()
         self.step("link add d0 type dummy", "link set d0 master red")
         ip("netns add other")
         self.addCleanup(ip, "netns del other")
         self.assertEqual(self.step("link set d0 netns other"), ["removed d0 in red"])
 
-    def test_interface_made_in_a_vrf_is_never_seen_outside(self):
+    def test_interface_created_in_a_vrf_is_never_seen_outside(self):
         self.make_three_vrfs()
         self.assertEqual(self.step("link add d0 master red type dummy"), ["added d0 in red"])
 
@@ -268,7 +268,7 @@ class VrfLife(Guest):
         changes = self.step("link set d0 nomaster")
         self.assertEqual([change for change in changes if "d0" in change and "moved" in change], [])
 
-    def test_two_hundred_vrfs_come_and_go(self):
+    def test_two_hundred_vrfs_are_created_and_deleted(self):
         lines = []
         for number in range(200):
             lines += [f"link add vrf{number} type vrf table {1000 + number}",
@@ -279,7 +279,7 @@ class VrfLife(Guest):
 
 
 class Overrun(Guest):
-    """Through a socket that has no room for a burst."""
+    """Through a socket that is too small for a burst."""
     arguments = ("--receive-buffer=1",)
 
     def test_many_moves_overrun_and_nothing_is_lost(self):
@@ -291,7 +291,7 @@ class Overrun(Guest):
         self.step(*lines)
         self.assertGreater(self.model.ask()["losses"], 0)
 
-    def test_vrfs_and_interfaces_deleted_in_an_overrun_leave_no_ghost(self):
+    def test_vrfs_and_interfaces_deleted_in_an_overrun_leave_no_stale_entry(self):
         lines, undo = [], []
         for number in range(60):
             lines += [f"link add vrf{number} type vrf table {1000 + number}",
@@ -304,7 +304,7 @@ class Overrun(Guest):
 
 
 class Reading(Guest):
-    """What the kernel does not tell, with a short interval between readings."""
+    """Changes that the kernel does not announce, with a short interval between readings."""
     arguments = ("--reread-ms=200",)
 
     def test_alias_of_a_vrf_and_of_an_interface_that_are_down(self):

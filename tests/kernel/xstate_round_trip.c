@@ -1,10 +1,10 @@
 /* xstate_round_trip: a tracer whose buffer holds the x87, SSE and AVX registers alone changes one register of
  * its child.
  *
- * Prints "accepted" when the kernel took what was written back and the child then saw the new value, kept the
- * rest of the buffer's registers and found the registers outside it in their initial state; "refused" when
- * the kernel did not take it. Status 77 where the buffer already holds everything, 1 when a register has
- * another value. */
+ * Prints "accepted" if the kernel accepted the written buffer and the child then had the new value, the old
+ * values of the buffer's other registers and the initial state of the registers outside it; "refused" if the
+ * kernel refused the buffer. Status 77 if the buffer already has the whole state, 1 if a register has another
+ * value. */
 #define _GNU_SOURCE
 #include <elf.h>
 #include <errno.h>

@@ -82,7 +82,7 @@ std::vector<std::string> SaidByIp(const std::string& family) {
   return lines;
 }
 
-TEST_F(LiveRoutes, RoutesBehindSegmentsAreRemoteWithTheirNextHopAndNoLabel) {
+TEST_F(LiveRoutes, RoutesWithSegmentsAreRemoteWithTheirNextHopAndNoLabel) {
   if (!TryIp("-6 route add 2001:db8:1::/48 encap seg6 mode encap segs fd00::1 dev v0 table 10"))
     GTEST_SKIP() << "SKIPPED: this kernel has no segment routing (CONFIG_IPV6_SEG6_LWTUNNEL)";
   Batch(

@@ -1,20 +1,20 @@
-"""The changes of RDs and route targets that "mplsvpn watch" shows: each must begin where the last one ended, and together
-they must lead from what was shown after one batch to what is shown after the next."""
+"""The changes of RDs and route targets that "mplsvpn watch" shows: the old value of each must be the new value of the one before,
+and together they must lead from the values shown after one batch to those shown after the next."""
 
 KINDS = {"rt import": 1, "rt export": 2}
 FAMILIES = {"ipv4": 4, "ipv6": 6}
-ORIGINS = {None, "configured"}  # all comes from the configuration of the suite
+ORIGINS = {None, "configured"}  # the configuration of the suite is the only owner
 
 
 class Changes:
-    """Of one daemon since it started."""
+    """The changes of one daemon since its start."""
 
     def __init__(self):
-        self.rds = {}         # VRF: text, "" when there is none; as far as known
+        self.rds = {}         # VRF: text, "" for none; as far as known
         self.targets = None   # (VRF, import 1 or export 2, family, text); None: not known yet
 
     def errors(self, events, rds, targets):
-        """`events` since the last accept(); `rds` {VRF: RD} and `targets` as they are shown now."""
+        """`events` since the last accept(); `rds` {VRF: RD} and `targets` as shown now."""
         known, present, found = dict(self.rds), set(self.targets or ()), []
         for event in events:
             found += self.follow(event, known, present)
@@ -48,7 +48,7 @@ class Changes:
 
     @staticmethod
     def follow_rd(vrf, event, rds):
-        """That of a family is shown only while it is not the VRF's, so that its changes are no chain."""
+        """The RD of a family is shown only while it differs from the VRF's, so its changes need not be a chain."""
         if event["family"] is not None:
             return []
         before, rds[vrf] = rds.get(vrf), event["newValue"] or ""

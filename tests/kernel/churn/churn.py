@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Random operations on a real kernel, and after each batch the whole MIB compared with what ip(8) says. Runs in the guest
-(see uml-run), as root; scripts/churn calls it.
+"""Random operations on a real kernel; after each batch the whole MIB is compared with ip(8). Runs in the guest (see uml-run),
+as root; scripts/churn calls it.
 
 Every seed has a network namespace and a system of its own: daemon, snmpd, sub-agent. Operations create, delete, rename
 and move VRFs, interfaces, addresses and routes, and kill processes. After each batch the MIB over SNMP, the command line's
 JSON and the notifications received must be those of a model that is computed from "ip -j" alone. On a mismatch the seed
-and a shortened sequence of operations that still has one are printed, and the exit status is 1.
+and a shortened sequence of operations that still causes one are printed, and the exit status is 1.
 """
 import argparse
 import itertools
@@ -37,7 +37,7 @@ def parse_arguments():
 
 
 def random_batches(world, operations, deadline):
-    """Batches until there were so many operations, or the time is over."""
+    """Batches until the number of operations is reached or the time has expired."""
     done = 0
     while done < operations and time.monotonic() < deadline:
         batch = world.batch()
@@ -46,7 +46,7 @@ def random_batches(world, operations, deadline):
 
 
 def say(text):
-    """To the standard output, which comes when the guest has ended, and to a log that can be read before."""
+    """Prints to standard output, which is shown when the guest has ended, and to a log that can be read before."""
     print(text, flush=True)
     with open(OUT / "log", "a") as log:
         log.write(text.rstrip("\n") + "\n")
@@ -122,7 +122,7 @@ def main():
     os.environ["MPLS_TEST_BIN"] = os.path.abspath(arguments.programs)
     os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms in the guest
     subprocess.run(["modprobe", "-a", "ipv6", "vrf", "dummy", "veth", "bridge", "mpls_router", "mpls_iptunnel"], check=True)
-    pathlib.Path("/proc/sys/kernel/hostname").write_text("churn")  # the suite's shell says it
+    pathlib.Path("/proc/sys/kernel/hostname").write_text("churn")  # the suite's shell prints it
     from replay import Settings
     settings = Settings(find_suite(arguments.suite))
     if arguments.replay:

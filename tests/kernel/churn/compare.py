@@ -1,4 +1,4 @@
-"""Waits until the system shows what the model says, and says what differs when it does not."""
+"""Waits until the system agrees with the model, and reports the differences if it does not."""
 import itertools
 import random
 import time
@@ -11,11 +11,11 @@ from system import SLOW
 
 MOST_SHOWN = 12
 ROUTE_VIEWS = 2
-# Seconds before each look, which takes a second of the guest's only processor. The daemon asks the suite once in a second.
+# Seconds before each comparison, which takes a second of the guest's only processor. The daemon reads from the suite each second.
 PAUSES = (0.1, 0.2, 0.5, 1.0)
 SUITE_PAUSES = (1.2, 1.0, 1.5, 2.0)
-# Programs of the suite that may have missed something, and seconds, times SLOW, until they are restarted. What a program no
-# longer has after that stays in the MIB for 10 s.
+# Programs of the suite that may have missed an event, and seconds, times SLOW, until they are restarted. Items that a program
+# no longer has then stay in the MIB for 10 s.
 RESTARTS = ((3.0, PROTOCOL_PROGRAMS), (12.0, ("zebra",)))
 PROTOCOLS_COLUMN = "1.2.1.1.3 "
 FAMILIES = {b"IPv4 Unicast": 4, b"IPv6 Unicast": 6}
@@ -30,14 +30,14 @@ def cell_errors(expected, seen):
 
 def target_errors(model, cells):
     """The route target table: rows numbered from 1 in each VRF, in an order that is not fixed. Those of VRFs that are only
-    configured are not judged."""
+    configured are not compared."""
     rows = {}
     for (column, index), value in cells.items():
         if column[:4] == TARGET and vrf_of(index) in model.vrfs:
             rows.setdefault(index, {})[column[4]] = value
     seen = {(vrf_of(index), index[-1], FAMILIES.get(row.get(5)), row.get(4, b"").decode())
-            for index, row in rows.items()}  # a row may come while it is walked
-    seen = set(filter(model.is_told, seen))
+            for index, row in rows.items()}  # a row may be added during the walk
+    seen = set(filter(model.is_stated, seen))
     expected = model.suite.targets
     numbers = sorted((vrf_of(index), index[-2]) for index in rows)
     counted = [(vrf, number) for vrf, group in itertools.groupby(numbers, lambda each: each[0])
@@ -71,7 +71,7 @@ def view_errors(model, command_line, targets, vrfs):
     members = {key: link["ifname"] for key, link in model.members.items()}
     for what, expected, seen in (("show scalars", scalars, command_line.scalars()),
                                  ("show interfaces", members, command_line.interfaces()),
-                                 ("show route-targets", model.suite.targets, set(filter(model.is_told, targets)))):
+                                 ("show route-targets", model.suite.targets, set(filter(model.is_stated, targets)))):
         if expected != seen:
             found.append(f"{what}: expected {expected}, shown {seen}")
     for vrf in vrfs:
@@ -82,7 +82,7 @@ def view_errors(model, command_line, targets, vrfs):
 
 
 class Comparison:
-    """Of one system over its batches."""
+    """One system over its batches."""
 
     def __init__(self, rig, times):
         self.rig, self.times = rig, times
@@ -92,7 +92,7 @@ class Comparison:
         self.stated = self.unstated = 0  # families of VRFs whose route targets the suite states, or not
 
     def errors(self, touched, began, restarted, bound):
-        """Polls until everything agrees; what differed at last otherwise."""
+        """Polls until everything agrees; returns the last differences otherwise."""
         deadline = time.monotonic() + bound * SLOW
         restarts = [(time.monotonic() + after * SLOW, programs) for after, programs in RESTARTS if self.rig.live]
         pauses = SUITE_PAUSES if self.rig.live else PAUSES
@@ -121,7 +121,7 @@ class Comparison:
         return found or self.rig.trap_errors(self.model.active_vrfs()) or self.other_errors(cells)
 
     def other_errors(self, cells):
-        """Changes are those of what is shown, because the suite does not state all of it."""
+        """Changes are compared with the values shown, because the suite does not state all of them."""
         events = self.rig.new_changes()
         targets = self.rig.command_line.targets()
         found = view_errors(self.model, self.rig.command_line, targets, self.some_vrfs())
@@ -131,14 +131,14 @@ class Comparison:
         return found or self.rig.changes.errors(events, shown_rds(cells), targets)
 
     def some_vrfs(self):
-        """Others in every batch."""
+        """Different ones in every batch."""
         names = sorted(self.model.vrfs)
         return random.Random(self.batches).sample(names, min(ROUTE_VIEWS, len(names)))
 
     def final_errors(self, touched, began, restarted):
         self.batches += 1
         self.stated += len({(vrf, family) for vrf, _, family, _ in self.model.suite.targets})
-        self.unstated += len(self.model.suite.untold)
+        self.unstated += len(self.model.suite.unexported)
         self.rig.accept_traps()
         self.rig.accept_changes(*self.seen)
         return self.times.errors(self.model, self.rig.command_line.vrfs(), touched, began, restarted)

@@ -4,7 +4,7 @@ import subprocess
 
 
 def route_object(pairs):
-    """ip(8) writes the labels of a route as a second "dst"."""
+    """ip(8) prints the labels of a route as a second "dst"."""
     result = {}
     for name, value in pairs:
         result["labels" if name == "dst" and "dst" in result else name] = value
@@ -12,7 +12,7 @@ def route_object(pairs):
 
 
 def read(commands, *options):
-    """What ip(8) shows for each of the commands, from one process: it costs more than what it shows."""
+    """The output of ip(8) for each command, from one process: starting it costs more than the commands."""
     shown = subprocess.run(["ip", "-j", "-d", "-N", *options, "-batch", "-"], input="\n".join(commands) + "\n", check=True,
                            capture_output=True, text=True).stdout
     decoder, results, at = json.JSONDecoder(object_pairs_hook=route_object), [], 0
@@ -23,7 +23,7 @@ def read(commands, *options):
 
 
 class Kernel:
-    """One reading. Two readings are equal when nothing that ip(8) shows of it has changed."""
+    """One reading. Two readings are equal if ip(8) shows no difference."""
 
     def __init__(self):
         self.links, objects = read(("addr show", "nexthop show"))
@@ -50,7 +50,7 @@ class Kernel:
                 if link.get("linkinfo", {}).get("info_slave_kind") == "vrf"}
 
     def is_settled(self):
-        """False while the kernel still checks an IPv6 address for being unique."""
+        """False while the kernel still checks whether an IPv6 address is unique."""
         return not any(address.get("tentative") and not address.get("dadfailed")
                        for link in self.links if is_up(link) for address in link["addr_info"])
 
@@ -60,7 +60,7 @@ def kind(link):
 
 
 def is_up(link):
-    """ifOperStatus up(1). A link that has no notion of an operational state is up when it is switched on and has a
+    """ifOperStatus up(1). A link without an operational state is up if it is administratively up and has a
     carrier."""
     if link["operstate"] == "UNKNOWN":
         return "UP" in link["flags"] and "LOWER_UP" in link["flags"]
@@ -68,7 +68,7 @@ def is_up(link):
 
 
 def is_active(link):
-    """Up, with an address that can be used."""
+    """Up, with a usable address."""
     return is_up(link) and any("local" in address and not address.get("tentative") and not address.get("dadfailed")
                                for address in link["addr_info"])
 

@@ -1,7 +1,7 @@
-"""The routing suite beside the system: runs it, configures it, and reads what its operational commands state.
+"""The routing suite on the router: runs it, configures it, and reads what its operational commands state.
 
-RDs and route targets of a VRF are what the suite does with them. RD and exported targets are those of its route in the VPN
-table. For every route target of the pool the suite has a probe, a BGP instance without a VRF device that exports it alone:
+RDs and route targets of a VRF are taken from what the suite does with them. RD and exported targets are those of its route in
+the VPN table. For every route target of the pool the suite has a probe, a BGP instance without a VRF device that exports it alone:
 a VRF that has the probe's route imports it.
 """
 import itertools
@@ -27,7 +27,7 @@ FAMILIES = {4: "ipv4", 6: "ipv6"}
 
 
 def route_of(version, place):
-    """The route by which the suite's VPN table tells a BGP instance; a probe's place is above 200."""
+    """The route by which the suite's VPN table identifies a BGP instance; a probe's place is above 200."""
     return f"10.200.{place}.0/24" if version == 4 else f"2001:db8:200:{place:x}::/64"
 
 
@@ -67,7 +67,7 @@ def stanza_lines(configuration):
 
 class QuickSuite(suites.Suite):
     def answers(self, program):
-        """Without a shell, which takes half a second."""
+        """Uses no shell, which takes half a second."""
         try:
             return bool(Programs(self.run).ask(program, "show version"))
         except OSError:
@@ -93,10 +93,10 @@ class LiveSuite:
             if program not in self.dead:
                 self.suite.signal(program, 9)
 
-    # --- operations ---
+    # --- Operations ---
 
     def configure(self, line):
-        """Commands between " / "; those that the suite refuses change nothing."""
+        """Commands separated by " / "; those that the suite refuses change nothing."""
         self.shell.ask("configure terminal")
         for command in line.split(" / "):
             self.shell.ask(command)
@@ -104,13 +104,13 @@ class LiveSuite:
 
     def kill(self, program):
         if not self.dead:
-            self.shell.ask("write memory")  # what a supervisor loads again
+            self.shell.ask("write memory")  # loaded again by a supervisor
         if program in self.suite.programs and program not in self.dead:
             self.dead.add(program)
             self.suite.signal(program, 9)
 
     def start(self, program):
-        """As the suite's supervisor does, with zebra all others start again: what they had sent it, it has no more."""
+        """Like the suite's supervisor: with zebra all others are restarted, because it has lost what they had sent."""
         if program not in self.dead:
             return
         programs = self.suite.programs if program == "zebra" else (program,)
@@ -143,15 +143,15 @@ class LiveSuite:
         return {stanza for stanza, _ in self.lost_lines - self.lines_of_mgmtd()} if self.lost_lines else set()
 
     def restart(self, *programs):
-        """For what they miss or forget. Of a VRF that was made again, RIP does not run and staticd does not print the static routes
-        that it has; OSPF and RIP may not run on an interface that comes into a VRF with an address; and of an interface that
-        was made again, zebra may not know the addresses."""
+        """Restarts programs that miss or forget something. In a VRF that was created again RIP does not run, and staticd does
+        not print the static routes that it has; OSPF and RIP may not run on an interface that joins a VRF with an address;
+        and zebra may not know the addresses of an interface that was created again."""
         for program in programs:
             self.kill(program)
         self.start_all()
 
     def notice_ended(self):
-        """Programs that ended by themselves are started again, as a supervisor does."""
+        """Restarts programs that ended by themselves, as a supervisor does."""
         for program in self.suite.programs:
             if program not in self.dead and not pathlib.Path(f"/proc/{self.suite.pid(program)}").exists():
                 self.dead.add(program)
@@ -162,10 +162,10 @@ class LiveSuite:
         for program in self.suite.programs:
             self.start(program)
 
-    # --- what the suite states ---
+    # --- What the suite states ---
 
     def describe(self):
-        """[(command, answer)] for whoever looks for the reason of a mismatch."""
+        """[(command, answer)] for the analysis of a mismatch."""
         asked = ("show running-config", "show bgp vrfs", "show bgp ipv4 vpn", "show bgp ipv6 vpn", "show ip ospf vrf all interface",
                  "show ip route vrf all", "show ipv6 route vrf all", "show interface vrf all")
         asked += tuple(f"show ip rip vrf {vrf} status" for vrf in linux.Kernel().vrfs())
@@ -182,7 +182,7 @@ class LiveSuite:
         return state
 
     def read_vpn(self, state, kernel, places):
-        """Of VRFs that the kernel has: a BGP instance without a device imports nothing."""
+        """Of VRFs of the kernel: a BGP instance without a device imports nothing."""
         instances = self.ask_json("bgpd", "show bgp vrfs json").get("vrfs", {})
         for version, family in FAMILIES.items():
             rds = self.distinguishers(family)
@@ -190,7 +190,7 @@ class LiveSuite:
             for vrf in kernel.vrfs():
                 own = tables.get(vrf, {}).get("routes", {})
                 if vrf not in rds:
-                    state.untold.update({(vrf, version)} if vrf in instances else ())
+                    state.unexported.update({(vrf, version)} if vrf in instances else ())
                     if vrf not in state.rds and route_of(version, places[vrf]) in own:
                         state.unsure_rds.add(vrf)
                     continue
@@ -199,7 +199,7 @@ class LiveSuite:
                 state.targets.update((vrf, EXPORT, version, target) for target in exported)
                 state.targets.update((vrf, IMPORT, version, target) for target in TARGETS
                                      if route_of(version, probe_place(target)) in own)
-        # A later version forgets the networks of an instance whose VRF comes after it.
+        # Version 10 forgets the networks of an instance that is configured before its VRF is created.
         state.unsure_rds.update(vrf for vrf in kernel.vrfs() if vrf in instances and vrf not in state.rds)
 
     def distinguishers(self, family):
@@ -231,8 +231,8 @@ class LiveSuite:
 
     @staticmethod
     def not_stated(kernel, link, vrf):
-        """Of an interface that is down, or in a VRF that is down, the suite does not say whether a protocol is enabled on it, nor
-        that a static route names it; nor is RIP stated of one without an address."""
+        """The suite does not state which protocols are enabled on an interface that is down or in a VRF that is down, nor that
+        a static route names it; nor does it state RIP on an interface without an address."""
         if not linux.is_up(link) or not linux.is_up(kernel.vrfs()[vrf]):
             return {OSPF, RIP, STATIC}
         return set() if linux.has_ipv4(link) else {RIP}
@@ -270,6 +270,6 @@ def out_of(hop):
 
 
 def wait_for_probes(live):
-    """The first leak takes the suite a moment; nothing is compared before."""
+    """The first leak takes the suite a moment; the comparison starts after it."""
     names = {f"probe{probe_place(target)}" for target in TARGETS}
     wait_until("the suite's probes", lambda: names <= set(live.distinguishers("ipv4")), 20)

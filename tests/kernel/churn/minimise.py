@@ -18,23 +18,23 @@ class Minimiser:
         try:
             errors = in_child(self.seed, batches, self.settings.of_attempt(batches))["errors"]
         except RuntimeError:
-            return False  # it could not begin
+            return False  # it could not start
         if errors:
             self.errors = errors
         return bool(errors)
 
     def reduce(self, batches):
-        """The shortest found that still has a mismatch; None when the whole has none any more."""
+        """The shortest sequence found that still has a mismatch; None if the whole sequence has none any more."""
         batches = self.suffix(batches)
         if batches is None:
             return None
-        batches = self.thin(batches, lambda kept: kept)
+        batches = self.thin(batches, lambda left: left)
         flat = [(number, operation) for number, batch in enumerate(batches) for operation in batch]
         flat = self.thin(flat, regroup)
         return regroup(self.thin([(number, [step]) for number, operation in flat for step in operation], regroup))
 
     def suffix(self, batches):
-        """The last batches are often enough."""
+        """The last batches often suffice."""
         count = 1
         while count < len(batches):
             if self.fails(batches[-count:]):
@@ -43,7 +43,7 @@ class Minimiser:
         return batches if self.fails(batches) else None
 
     def thin(self, items, build):
-        """Takes parts of ever smaller size away while what is left fails."""
+        """Removes smaller and smaller parts while the rest fails."""
         size = len(items) // 2
         while size:
             at = 0

@@ -1,4 +1,4 @@
-"""What the whole MIB must show, computed from ip(8)'s reading of the kernel and from what the suite's commands say.
+"""What the whole MIB must show, computed from ip(8)'s view of the kernel and from the output of the suite's commands.
 
 Cells are {(table and column, index): value}; a value is an integer, octets or a Check.
 """
@@ -20,7 +20,7 @@ LABELS_AT = 14  # in a cross-connect index: how many labels, then three octets f
 
 @dataclasses.dataclass
 class Check:
-    """A value that is not fixed: any for which `holds`."""
+    """A value that is not fixed: any for which `holds` is true."""
     text: str
     holds: object
 
@@ -36,7 +36,7 @@ class Suite:
     """What the routing suite states; empty without one."""
     rds: dict = dataclasses.field(default_factory=dict)           # VRF: text
     targets: set = dataclasses.field(default_factory=set)         # (VRF, import 1 or export 2, family 4 or 6, text)
-    untold: set = dataclasses.field(default_factory=set)          # (VRF, family) of which the suite exports nothing
+    unexported: set = dataclasses.field(default_factory=set)      # (VRF, family) of which the suite exports nothing
     unsure_rds: set = dataclasses.field(default_factory=set)      # VRFs that have an RD that the suite does not state
     protocols: dict = dataclasses.field(default_factory=dict)     # (VRF, interface name): numbers
     may_be: dict = dataclasses.field(default_factory=dict)        # the same: not stated, but not excluded either
@@ -57,7 +57,7 @@ def bits(numbers):
 
 
 def protocols_of(suite, vrf, name):
-    """Exactly those that the suite states, with any of those that it does not exclude."""
+    """Exactly those that the suite states, and any of those that it does not exclude."""
     stated = suite.protocols.get((vrf, name), set())
     possible = suite.may_be.get((vrf, name), set())
     if not possible - stated:
@@ -87,9 +87,9 @@ class Model:
             return Check("any RD", lambda seen: isinstance(seen, bytes))
         return self.suite.rds.get(vrf, "").encode()
 
-    def is_told(self, target):
+    def is_stated(self, target):
         """Whether the suite states the route targets of the row's VRF and family."""
-        return target[0] in self.vrfs and (target[0], target[2]) not in self.suite.untold
+        return target[0] in self.vrfs and (target[0], target[2]) not in self.suite.unexported
 
     def description(self, vrf):
         texts = [self.suite.descriptions.get(vrf, ""), self.vrfs[vrf].get("ifalias", "")]
@@ -97,7 +97,7 @@ class Model:
             return Check(f"one of {texts}", lambda seen: seen.decode() in texts)
         return (texts[0] or texts[1]).encode()
 
-    # --- the MIB ---
+    # --- The MIB ---
 
     def cells(self):
         cells = self.scalars()
@@ -131,14 +131,14 @@ class Model:
         return row_cells(ROUTE, columns, route_index(vrf, key, row))
 
     def cross_connect(self, vrf, prefix):
-        """It is found by prefix: that of the first path with labels, in the order of next hops. IPv6 has none."""
+        """Found by prefix: that of the first path with labels, in the order of next hops. IPv6 has none."""
         paths = sorted((hop.packed if hop else b"", row["labels"]) for (network, hop), row in self.routes[vrf].items()
                        if network == prefix and row["labels"])
         if not paths or prefix.version == 6:
             return NO_CROSS_CONNECT
         return Check(f"cross-connect with labels {paths[0][1]}", lambda seen: labels_in(seen) == paths[0][1][:3])
 
-    # --- other views ---
+    # --- Other views ---
 
     def route_keys(self, vrf):
         return {(str(prefix), "" if hop is None else str(hop)) for prefix, hop in self.routes[vrf]}

@@ -5,20 +5,20 @@ PREFIXES = {4: ("0.0.0.0/0", "10.9.0.0/16", "10.9.1.0/24", "192.168.1.0/24", "19
 TYPES = ("unicast", "unicast", "unicast", "blackhole", "unreachable", "prohibit", "throw")
 METRICS = ("", "", " metric 10", " metric 20", " metric 4278198272")
 PROTOCOLS = ("", "", " proto static", " proto 186", " proto 188", " proto 189", " proto 16", " proto 196", " proto 77")
-# A suite that starts takes routes with the numbers of its own protocols for its own.
+# A suite that starts treats routes with the numbers of its protocols as its own.
 NOT_OF_A_SUITE = ("", "", " proto static", " proto 16", " proto 77")
 VERBS = ("add", "add", "append", "replace", "replace", "del")
 
 
 class RandomRoutes:
-    """What World draws of routes; uses its choices, VRFs and interfaces."""
+    """Random routes for World; uses its choices, VRFs and interfaces."""
 
     def gateway(self, version):
         host = self.random.randrange(2, 5)
         return f"10.{self.random.randrange(3)}.0.{host}" if version == 4 else f"2001:db8:{self.random.randrange(3)}::{host}"
 
     def path(self, version):
-        """A path over any interface; over none of the VRF's, too, as VPN routes have it."""
+        """A path over any interface, also one outside the VRF, as VPN routes have."""
         name = self.pick(self.interfaces)
         if name is None:
             return None
@@ -47,7 +47,7 @@ class RandomRoutes:
         verb = self.random.choice(VERBS)
         if verb == "del" and self.chance(50):
             return [f"route del {target}"]
-        # ip(8) wants labels behind the prefix and a path's other words behind those
+        # ip(8) expects labels after the prefix, and a path's other words after those
         return [f"route {verb} {kind} {target}" + (f" {path}" if kind == "unicast" else "")]
 
     def change_multipath(self):
@@ -59,7 +59,7 @@ class RandomRoutes:
         return [f"route {self.random.choice(('add', 'replace'))} {target} {hops}"]
 
     def change_object(self):
-        """A next-hop object or a group of them, made, replaced or deleted."""
+        """Creates, replaces or deletes a next-hop object or a group."""
         number = self.random.randrange(1, 9)
         if self.chance(25):
             return [f"nexthop del id {number}"]

@@ -1,5 +1,5 @@
 """Seeded random edits of the suite's configuration: BGP instances with RD and route targets, neighbors, OSPF, RIP, static
-routes, descriptions. What is configured of a VRF or an interface stays when that is deleted, and vice versa."""
+routes, descriptions. The configuration of a VRF or an interface stays when the VRF or interface is deleted, and vice versa."""
 from live_suite import FAMILIES, PROGRAMS, TARGETS, instance
 
 PREFIXES = ("10.0.0.0/8", "10.0.0.0/24", "10.1.0.0/16", "10.2.0.0/24", "10.1.0.1/32", "0.0.0.0/0")
@@ -7,7 +7,7 @@ STATIC = {4: ("172.16.1.0/24", "172.16.2.0/24"), 6: ("2001:db8:5::/48", "2001:db
 
 
 class RandomSuite:
-    """What World draws of the suite; uses its choices."""
+    """Random configuration of the suite for World; uses its choices."""
 
     def place_of(self, vrf):
         return self.vrf_names.index(vrf) + 1

@@ -18,7 +18,7 @@ PLACES = {name: place for place, name in enumerate(VRF_NAMES, 1)}
 
 
 class Run:
-    """What came of it. `errors` is empty when every batch ended with agreement."""
+    """The result. `errors` is empty if the system agreed after every batch."""
 
     def __init__(self):
         self.batches, self.errors = [], []
@@ -28,14 +28,14 @@ class Run:
 
 
 class Settings:
-    """Of all runs: the suite's release (None: without a suite), and how long a batch may disagree."""
+    """For all runs: the suite's release (None: without a suite), and how long a batch may disagree."""
 
     def __init__(self, release=None):
         self.release = release
         self.bound = SUITE_BOUND if release else BOUND
 
     def of_attempt(self, batches):
-        """For a sequence that is expected to disagree. What a killed program left out counts for a while."""
+        """For a sequence that is expected to disagree. Items of a killed program stay for a while."""
         attempt = Settings(self.release)
         kills = any(step.startswith("kill") for batch in batches for operation in batch for step in operation)
         attempt.bound = self.bound if kills and self.release else self.bound / 10
@@ -62,7 +62,7 @@ def run_batches(seed, batches, settings, report):
 
 
 def save_description(seed, rig):
-    """Beside the sequence of operations; that of the whole one, not of attempts to shorten it."""
+    """Saved with the sequence of operations; that of the whole sequence, not of attempts to shorten it."""
     path = OUT / f"churn-{seed}-system"
     if not path.exists():
         path.write_text(rig.describe())
@@ -79,7 +79,7 @@ def run_batch(rig, comparison, batch, bound):
 
 
 def touched_vrfs(batch):
-    """Names under which a VRF may have been made, deleted or renamed."""
+    """Names of VRFs that may have been created, deleted or renamed."""
     words = [step.split() for operation in batch for step in operation]
     return {name for line in words if line[1:3] in (["link", "add"], ["link", "del"]) or "name" in line
             for name in (line[3], line[-1])}

@@ -17,7 +17,7 @@ from traps import Sink, States, order_errors, watched
 
 OWN_PROCESSES = ("snmpd", "daemon", "agent")
 CLONE_NEWNET = 0x40000000
-QUIET = 0.4  # s without a trap: what a daemon published before it was killed has been sent on
+QUIET = 0.4  # s without a trap: all that a daemon published before it was killed has been sent
 
 SETTINGS = {  # name in /proc/sys/net: the values to draw from
     "ipv4/nexthop_compat_mode": (1, 1, 0),
@@ -35,7 +35,7 @@ def enter_new_namespace():
 
 
 def draw_settings(seed):
-    """How this kernel works is drawn, too: each of these changes what it announces."""
+    """Random settings of the kernel, each of which changes what it announces."""
     draw = random.Random(f"settings {seed}")
     for name, values in SETTINGS.items():
         value = draw.choice(values)
@@ -64,7 +64,7 @@ class Rig:
         self.system = ChurnSystem(self.sink, " ".join(self.live.suite.shell_words()) if self.live else "false")
         self.command_line = CommandLine(self.system)
         self.watches, self.daemon_starts = 0, 0
-        self.repeats = 0  # batches in which a notification may come twice, because an agent was killed
+        self.repeats = 0  # batches in which a notification may be sent twice, because an agent was killed
         self.failed_lines, self.lines = 0, 0
         self.refused = []  # commands, with ip(8)'s reason
         self.start_daemon()
@@ -77,7 +77,7 @@ class Rig:
         if self.live:
             self.live.close()
 
-    # --- processes ---
+    # --- Processes ---
 
     def start_daemon(self):
         self.wait_settled()
@@ -98,7 +98,7 @@ class Rig:
         if self.live and process in self.live.suite.programs:
             self.live.start(process)
         elif process not in self.system.processes:
-            for needed in ("daemon", "snmpd") if process == "agent" else ():  # its start ends with an answer
+            for needed in ("daemon", "snmpd") if process == "agent" else ():  # it is started when it has answered
                 self.start(needed)
             {"daemon": self.start_daemon, "snmpd": self.system.start_snmpd, "agent": self.start_agent}[process]()
 
@@ -122,7 +122,7 @@ class Rig:
         return []
 
     def kill_daemon(self):
-        """What it had published is final then; the last of that may be lost with it."""
+        """Its notifications are final then; the last of them may be lost."""
         self.start_all()
         self.system.kill("daemon")
         self.wait_quiet()
@@ -138,7 +138,7 @@ class Rig:
             known = len(self.sink.traps)
             time.sleep(QUIET)
 
-    # --- operations ---
+    # --- Operations ---
 
     def apply(self, operations):
         """[errors]"""
@@ -173,13 +173,13 @@ class Rig:
     def wait_settled(self):
         wait_until("the kernel to settle", lambda: Kernel().is_settled(), 30)
 
-    # --- what is outside the MIB ---
+    # --- Outside the MIB ---
 
     def suite_says(self, kernel):
         return self.live.state(kernel, self.places) if self.live else Suite()
 
     def describe(self):
-        """What whoever looks for the reason of a mismatch wants to see."""
+        """Information for the analysis of a mismatch."""
         commands = [("ip", "-d", "addr", "show"), ("ip", "-4", "route", "show", "table", "all"),
                     ("ip", "-6", "route", "show", "table", "all"), ("ip", "nexthop", "show")]
         shown = [subprocess.run(words, capture_output=True, text=True, check=False) for words in commands]
@@ -191,7 +191,7 @@ class Rig:
         said += self.live.describe() if self.live else []
         return "".join(f"=== {what}\n{text}\n" for what, text in said)
 
-    # --- traps ---
+    # --- Traps ---
 
     def published(self):
         """(traps, changes)"""
@@ -214,7 +214,7 @@ class Rig:
         self.accepted_received += len(received)
         self.repeats = max(0, self.repeats - 1)
 
-    # --- changes of RDs and route targets ---
+    # --- Changes of RDs and route targets ---
 
     def new_changes(self):
         return self.published()[1][self.accepted_changes:]

@@ -5,7 +5,7 @@ OTHER, REJECT, LOCAL, REMOTE, BLACKHOLE = 1, 2, 3, 4, 5  # inetCidrRouteType
 LARGEST_INTEGER = 2 ** 31 - 1
 NO_HOP = None
 
-# rtm_type as ip -N writes it: unicast is 1
+# rtm_type as ip -N prints it: unicast is 1
 UNICAST = "1"
 DISCARDING = {"6": BLACKHOLE, "7": REJECT, "8": REJECT, "9": OTHER}
 # rtm_protocol to IANAipRouteProtocol
@@ -69,7 +69,7 @@ def rows_of(route, version, kernel, index):
 
 
 def table_rows(kernel, table):
-    """{(prefix, next hop): columns}: of routes that share an index the one that the kernel prefers."""
+    """{(prefix, next hop): columns}; of routes with one index the one that the kernel prefers."""
     index = {link["ifname"]: link["ifindex"] for link in kernel.links}
     rows = {}
     for version, routes in kernel.routes.items():

@@ -39,7 +39,7 @@ def is_no_hop(row):
 
 
 class CommandLine:
-    """The command line's view, each table as keys and values that a model can be compared with."""
+    """The command line's view: each table as keys and values to compare with the model."""
 
     def __init__(self, system):
         self.system = system

@@ -9,8 +9,8 @@ class Times:
         self.known = {}  # VRF: Known
 
     def errors(self, model, shown, touched, began, restarted):
-        """`touched`: VRFs that may have been made again; `began`: the batch, in seconds of the clock; `restarted`: the
-        daemon was away for a part of it, so that a VRF with the name and the table of a former one is that one to it."""
+        """`touched`: VRFs that may have been created again; `began`: start of the batch, in seconds of the clock; `restarted`:
+        the daemon was down for a part of it, and treats a VRF with the name and table of a former one as that one."""
         found, now = [], {}
         for vrf, row in shown.items():
             link = model.vrfs[vrf]

@@ -1,8 +1,7 @@
 """The notifications that snmpd sent, and the rules that they must keep.
 
-For every VRF ups and downs alternate, and at the end of a batch the last one is the VRF's state. Whatever the daemon
-published, as "mplsvpn watch" shows it, has arrived in the same order: exactly once, and where an agent was killed
-meanwhile at least once.
+For every VRF ups and downs alternate, and at the end of a batch the last one is the VRF's state. Everything that the daemon
+published, as "mplsvpn watch" shows it, arrives in the same order: exactly once, or at least once if an agent was killed.
 """
 import json
 import socket
@@ -39,7 +38,7 @@ def decode_trap(datagram):
     _, _, (_, pdu) = parts(message)
     _, _, _, (_, binds) = parts(pdu)
     variables = [tuple(parts(bind)) for _, bind in parts(binds)]
-    trap = decode_oid(variables[1][1][1])  # behind sysUpTime
+    trap = decode_oid(variables[1][1][1])  # after sysUpTime
     if trap[:len(ROOT) + 1] != ROOT + (0,) or trap[-1] not in (VRF_UP, VRF_DOWN):
         return None
     name = decode_oid(variables[2][0][1])
@@ -49,7 +48,7 @@ def decode_trap(datagram):
 
 
 def watched(log):
-    """What "mplsvpn --json watch" wrote: (the same of its traps, changes of RDs and route targets)."""
+    """The output of "mplsvpn --json watch": (traps in the same form, changes of RDs and route targets)."""
     lines = [line for line in log.splitlines(keepends=True) if line.startswith("{")]
     events = [json.loads(line) for line in lines if line.endswith("\n")]
     traps = [event for event in events if event.get("notification") in STATE_OF]
@@ -58,7 +57,7 @@ def watched(log):
 
 
 def order_errors(received, published, may_repeat):
-    """What the sink has and the daemon did not publish there, or the other way round."""
+    """Notifications that only the sink or only the daemon has."""
     place = 0
     for trap in received:
         if place < len(published) and trap == published[place]:
@@ -69,10 +68,10 @@ def order_errors(received, published, may_repeat):
 
 
 class States:
-    """The state of every VRF as its notifications state it."""
+    """The state of every VRF according to its notifications."""
 
     def __init__(self, up):
-        """A daemon that starts announces nothing of what it finds."""
+        """A daemon raises no notification for the state at its start."""
         self.up = set(up)
 
     def follow(self, published):

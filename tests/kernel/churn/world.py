@@ -1,7 +1,7 @@
 """Seeded random operations on VRFs, interfaces, addresses and routes.
 
-An operation is a list of steps, each a line: "ip ...", "mpls ..." (ip -f mpls), "kill PROCESS", "start PROCESS". The world keeps what the operations intend, so that most of them succeed; whether one did is the kernel's to say,
-and any subset of them can be applied, too.
+An operation is a list of steps, each a line: "ip ...", "mpls ..." (ip -f mpls), "kill PROCESS", "start PROCESS". The world
+records what the operations intend, so that most of them succeed; any subset of them can be applied, too.
 """
 import random
 
@@ -12,9 +12,9 @@ VRF_NAMES = ("red", "blue", "green", "v9", "v10", "a.b", "Az", "x", "cust-long-n
 INTERFACE_NAMES = ("d0", "d1", "d2", "d3", "d4", "ge10", "ge9", "p-4_7", "eth0.100", "longest-name-15")
 TABLES = (10, 20, 30, 255000, 1001, 1002, 4000000000)
 FIRST_INDEX = 101
-# Its programs disagree then about which VRF or interface has the name.
+# Otherwise its programs disagree about which VRF or interface has the name.
 NOT_FOLLOWED_BY_THE_SUITE = ("rename_vrf", "swap_vrfs", "swap_interfaces")
-OWN_TOOLS = ("mpls", "kill", "start", "suite")  # the rest is for ip(8)
+OWN_TOOLS = ("mpls", "kill", "start", "suite")  # all others are commands of ip(8)
 
 
 class World(RandomRoutes, RandomSuite):
@@ -34,7 +34,7 @@ class World(RandomRoutes, RandomSuite):
         self.dead = []        # processes that were killed and not started again
         self.instances = {}   # BGP instances of the suite: {VRF name: address families}
 
-    # --- choices ---
+    # --- Choices ---
 
     def chance(self, percent):
         return self.random.randrange(100) < percent
@@ -44,7 +44,7 @@ class World(RandomRoutes, RandomSuite):
         return self.random.choice(choices) if choices else None
 
     def new_index(self):
-        """A new one, or one that was another link's."""
+        """A new index, or that of a former link."""
         if self.free_indexes and self.chance(50):
             return self.free_indexes.pop(self.random.randrange(len(self.free_indexes)))
         self.next_index += 1
@@ -84,7 +84,7 @@ class World(RandomRoutes, RandomSuite):
         return [f"link del {name}"]
 
     def recreate_vrf(self):
-        """Under its name again: with another table, another index, its members or none."""
+        """Deletes and creates a VRF: with another table, another index, with its members or without."""
         name = self.pick(self.vrfs)
         if name is None:
             return None
@@ -167,7 +167,7 @@ class World(RandomRoutes, RandomSuite):
         return [f"link del {name}"]
 
     def recreate_interface(self):
-        """Under its old name, its old index or both, at once."""
+        """Deletes and creates an interface under its old name, its old index or both."""
         name = self.pick(self.interfaces)
         if name is None:
             return None
@@ -197,7 +197,7 @@ class World(RandomRoutes, RandomSuite):
         return lines + [f"link set {name} up" for name in (one, two) if self.interfaces[name]["up"]]
 
     def swap_indexes(self):
-        """Two interfaces are made again, each with the other's index."""
+        """Creates two interfaces again, each with the other's index."""
         if len(self.interfaces) < 2:
             return None
         one, two = self.random.sample(sorted(self.interfaces), 2)
@@ -230,7 +230,7 @@ class World(RandomRoutes, RandomSuite):
         return name and ([f"link set {name} down", f"link set {name} up"] * self.random.choice((1, 1, 3)))
 
     def set_carrier(self):
-        """Of a dummy; a veth pair's other end is taken down instead."""
+        """Changes the carrier of a dummy; for a veth pair sets the other end down."""
         name = self.pick(self.interfaces)
         if name is None:
             return None
