@@ -211,7 +211,7 @@ TEST_F(ConfiguredVrfs, ReplayChangesNoTimes) {
   PassSeconds(60);
   std::vector<std::string> paths;
   for (const KvConfigNode& node : Protocols("red")) paths.push_back(node.path);
-  EXPECT_EQ(kvtree_config_retell(paths), kStatusOk);
+  EXPECT_EQ(kvtree_config_replay(paths), kStatusOk);
   Run();
   EXPECT_EQ(OfInterface("red"), kEach);
   EXPECT_EQ(ChangedAt("red"), before);

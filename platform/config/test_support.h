@@ -77,7 +77,7 @@ inline std::string words_or_path(const KvConfigNode& node) {
 
 inline std::vector<std::string> words_in_force() {
   std::vector<std::string> all;
-  kvtree_config_in_force("/cfg/", [&](const KvConfigNode& node) { all.push_back(words_or_path(node)); });
+  kvtree_config_effective("/cfg/", [&](const KvConfigNode& node) { all.push_back(words_or_path(node)); });
   return all;
 }
 

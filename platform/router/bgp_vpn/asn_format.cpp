@@ -40,7 +40,7 @@ std::string format_path() {
 // The paths of the route targets whose text differs.
 std::vector<std::string> affected_route_targets(BgpAsnFormat from, BgpAsnFormat to) {
   std::vector<std::string> paths;
-  kvtree_config_in_force(vrf_config::kVrfScope, [&](const KvConfigNode& node) {
+  kvtree_config_effective(vrf_config::kVrfScope, [&](const KvConfigNode& node) {
     const std::optional<vrf_config::Target> target = vrf_config::route_target_of(node.path);
     if (target && format_target(*target, from) != format_target(*target, to)) paths.push_back(node.path);
   });
@@ -82,7 +82,7 @@ void set_route_target_format(BgpAsnFormat format) {
 
 Status replay_route_targets(EventManager* manager, BgpAsnFormat from, BgpAsnFormat to,
                             const std::function<void(BgpAsnFormat)>& use) {
-  return kvtree_config_retell_each(
+  return kvtree_config_replay_each(
       affected_route_targets(from, to), manager, [use, from] { use(from); }, [use, to] { use(to); });
 }
 

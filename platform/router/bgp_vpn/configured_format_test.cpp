@@ -235,7 +235,7 @@ TEST_F(ConfiguredFormat, IsUnchangedWhenTheRouteTargetsCannotBeReported) {
   Follow();
   Subscribe();
   Commit({Target("65536:1")});
-  fault_arm("kvtree_config_retell_each", kStatusNoMemory);
+  fault_arm("kvtree_config_replay_each", kStatusNoMemory);
   ::testing::internal::CaptureStderr();
   Commit({Format("asdot")});
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),

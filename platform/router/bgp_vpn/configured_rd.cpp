@@ -11,7 +11,7 @@ namespace bgp_vpn {
 
 std::string effective_text(const std::string& path) {
   std::string text;
-  kvtree_config_in_force(path, [&](const KvConfigNode& node) {
+  kvtree_config_effective(path, [&](const KvConfigNode& node) {
     if (node.path == path && node.value.type == KvValueType::kText) text = node.value.text;
   });
   return text;

@@ -101,14 +101,14 @@ std::unique_ptr<Follower>& follower() {
 
 bool is_effective(const std::string& path) {
   bool found = false;
-  kvtree_config_in_force(path, [&](const KvConfigNode& node) { found = found || node.path == path; });
+  kvtree_config_effective(path, [&](const KvConfigNode& node) { found = found || node.path == path; });
   return found;
 }
 
 bool has_own_items(const std::string& vrf) {
   bool found = false;
   const std::string place = std::string(vrf_config::kVrfScope) + "vrf/" + kvtree_encode_text(vrf) + "/";
-  kvtree_config_in_force(place, [&](const KvConfigNode&) { found = true; });
+  kvtree_config_effective(place, [&](const KvConfigNode&) { found = true; });
   return found;
 }
 
@@ -247,7 +247,7 @@ void Follower::replay_some() {
     joins_.pop_front();
   }
   if (!paths.empty()) {
-    if (const Status status = kvtree_config_retell({paths.begin(), paths.end()}))
+    if (const Status status = kvtree_config_replay({paths.begin(), paths.end()}))
       log_line("configuration of VRFs: its items cannot be announced again: %s", err_text(status));
   }
   if (!joins_.empty()) replay_later();
@@ -255,7 +255,7 @@ void Follower::replay_some() {
 
 void Follower::replay_description(const std::string& vrf) const {
   if (model_->find_vrf(vrf) == nullptr) return;  // deleted again
-  if (const Status status = kvtree_config_tell(vrf_config::description(vrf, {}).path))
+  if (const Status status = kvtree_config_announce(vrf_config::description(vrf, {}).path))
     log_line("configuration of VRF %s: its description cannot be announced again: %s", vrf.c_str(),
              err_text(status));
 }

@@ -407,10 +407,10 @@ TEST_F(ConfigReferences, DescriptionThatCannotBeReplayedIsReplayedAtTheNextCreat
   Start();
   ListenTo(vrf_config::kVrfScope);
   Set(kRedBgp);
-  fault_arm("kvtree_config_tell", kStatusNoMemory);
+  fault_arm("kvtree_config_announce", kStatusNoMemory);
   AddVrf("red", 10);
   Run();
-  EXPECT_EQ(fault_reached("kvtree_config_tell"), 1U);
+  EXPECT_EQ(fault_reached("kvtree_config_announce"), 1U);
   EXPECT_THAT(Reported(), IsEmpty());
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
   AddVrf("red", 10);
@@ -443,10 +443,10 @@ TEST_F(ConfigReferences, FailedReplayIsRetriedAtTheNextJoin) {
   Listen();
   Set(kRedRip);
   Reported();
-  fault_arm("kvtree_config_retell", kStatusNoMemory);
+  fault_arm("kvtree_config_replay", kStatusNoMemory);
   const std::uint32_t handle = AddInterface("ge0", "red");
   Run();
-  EXPECT_EQ(fault_reached("kvtree_config_retell"), 1U);
+  EXPECT_EQ(fault_reached("kvtree_config_replay"), 1U);
   EXPECT_THAT(Reported(), ElementsAre("joined red"));
   ASSERT_EQ(router_.move_interface(handle, "blue"), kStatusOk);
   ASSERT_EQ(router_.move_interface(handle, "red"), kStatusOk);

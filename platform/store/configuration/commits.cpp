@@ -294,17 +294,17 @@ void kvtree_config_owned(std::string_view owner, std::string_view path,
   });
 }
 
-void kvtree_config_in_force(std::string_view path, const std::function<void(const KvConfigNode&)>& visit) {
+void kvtree_config_effective(std::string_view path, const std::function<void(const KvConfigNode&)>& visit) {
   kvtree::visit_below(store().configuration, path, [&](const std::string& place, const auto& node) {
     visit({place, *node.values[node.in_force()]});
   });
 }
 
-std::optional<KvConfigHeld> kvtree_config_find(std::string_view path) {
+std::optional<KvConfigEffective> kvtree_config_find(std::string_view path) {
   const auto found = store().configuration.find(path);
   if (found == store().configuration.end()) return std::nullopt;
   const std::size_t owner = found->second.in_force();
-  return KvConfigHeld{*found->second.values[owner], kvtree::owner_name(owner)};
+  return KvConfigEffective{*found->second.values[owner], kvtree::owner_name(owner)};
 }
 
 std::shared_ptr<const void> kvtree_config_observe(std::string_view path, KvConfigObserver observer) {
@@ -314,16 +314,16 @@ std::shared_ptr<const void> kvtree_config_observe(std::string_view path, KvConfi
   return added;
 }
 
-Status kvtree_config_retell(const std::vector<std::string>& paths) {
-  if (const Status status = fault_check("kvtree_config_retell")) return status;
+Status kvtree_config_replay(const std::vector<std::string>& paths) {
+  if (const Status status = fault_check("kvtree_config_replay")) return status;
   const kvtree::Places places = kvtree::places_in_force(paths);
   for (const auto& place : places) kvtree::tell_deletion(place);
   for (const auto& place : places) kvtree::tell_set(place);
   return kStatusOk;
 }
 
-Status kvtree_config_tell(const std::string& path) {
-  if (const Status status = fault_check("kvtree_config_tell")) return status;
+Status kvtree_config_announce(const std::string& path) {
+  if (const Status status = fault_check("kvtree_config_announce")) return status;
   if (const Status status = kvtree::check_configuration_path(path)) return status;
   const auto place = store().configuration.find(path);
   if (place != store().configuration.end()) {
@@ -334,10 +334,10 @@ Status kvtree_config_tell(const std::string& path) {
   return kStatusOk;
 }
 
-Status kvtree_config_retell_each(const std::vector<std::string>& paths, EventManager* manager,
+Status kvtree_config_replay_each(const std::vector<std::string>& paths, EventManager* manager,
                                  const std::function<void()>& before_deletion,
                                  const std::function<void()>& before_set) {
-  if (const Status status = fault_check("kvtree_config_retell_each")) return status;
+  if (const Status status = fault_check("kvtree_config_replay_each")) return status;
   if (manager == nullptr || !before_deletion || !before_set) return kStatusInvalid;
   const auto deletion = std::make_shared<const std::function<void()>>(before_deletion);
   const auto set = std::make_shared<const std::function<void()>>(before_set);

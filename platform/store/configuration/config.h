@@ -108,14 +108,14 @@ void kvtree_config_owned(std::string_view owner, std::string_view path,
                          const std::function<void(const KvConfigNode&)>& visit);
 
 // The effective nodes below the path, in the order of the paths.
-void kvtree_config_in_force(std::string_view path, const std::function<void(const KvConfigNode&)>& visit);
+void kvtree_config_effective(std::string_view path, const std::function<void(const KvConfigNode&)>& visit);
 
 // The effective value of the path and its owner; none when no owner holds one.
-struct KvConfigHeld {
+struct KvConfigEffective {
   KvValue value;
   std::string_view owner;
 };
-std::optional<KvConfigHeld> kvtree_config_find(std::string_view path);
+std::optional<KvConfigEffective> kvtree_config_find(std::string_view path);
 
 // While the result lives, `observer` is called in every commit that changes effective nodes below the path,
 // with these changes, when they are made. Unlike a subscriber it gets the owner of each value, and is not
@@ -136,16 +136,16 @@ using KvConfigObserver = std::function<void(const std::vector<KvConfigCommitChan
 // Announces these nodes (those of them that are effective) to their subscribers as if each had been deleted
 // and set again, first all deletions, then all sets: for handlers that lost what they derived from them.
 // Nothing changes and the history has no entry.
-[[nodiscard]] Status kvtree_config_retell(const std::vector<std::string>& paths);
+[[nodiscard]] Status kvtree_config_replay(const std::vector<std::string>& paths);
 
 // Announces the effective value of this node to its subscribers as set, or, when there is none, as deleted.
 // Nothing changes and the history has no entry. kStatusUnknownPath for a path that is not below /cfg/.
-[[nodiscard]] Status kvtree_config_tell(const std::string& path);
+[[nodiscard]] Status kvtree_config_announce(const std::string& path);
 
-// kvtree_config_retell one node after the other, for handlers whose reading of a node depends on a setting
+// kvtree_config_replay one node after the other, for handlers whose reading of a node depends on a setting
 // that changes: `before_deletion` is called before each deletion and `before_set` before each set. That order
 // holds for the subscribers on this manager; nothing new is delivered in between. Everything is in the
 // manager's queue when the call returns.
-[[nodiscard]] Status kvtree_config_retell_each(const std::vector<std::string>& paths, EventManager* manager,
+[[nodiscard]] Status kvtree_config_replay_each(const std::vector<std::string>& paths, EventManager* manager,
                                                const std::function<void()>& before_deletion,
                                                const std::function<void()>& before_set);

@@ -51,7 +51,7 @@ TEST_F(ConfigCommit, ObserverLearnsWhatChangesInForceAndWhoHoldsIt) {
   EXPECT_THAT(take(), IsEmpty()) << "the same value, and one that is covered";
   Commit("cli", {Withdraw("/cfg/a/x")});
   EXPECT_THAT(take(), ElementsAre("/cfg/a/x 1(cli) 2(file)"));
-  EXPECT_EQ(kvtree_config_retell({"/cfg/a/x"}), kStatusOk);
+  EXPECT_EQ(kvtree_config_replay({"/cfg/a/x"}), kStatusOk);
   EXPECT_THAT(take(), IsEmpty()) << "told again is no change";
   handle.reset();
   Commit("file", {SetTo("/cfg/a/x", "3")});
@@ -240,7 +240,7 @@ class ConfigRetell : public ConfigCommit {};
 TEST_F(ConfigRetell, DeletionsThenSetsAreToldAndNothingChanges) {
   Commit("file", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "2")});
   Commit("cli", {SetTo("/cfg/b", "3")});
-  ASSERT_EQ(kvtree_config_retell({"/cfg/b", "/cfg/gone", "/cfg/a"}), kStatusOk);
+  ASSERT_EQ(kvtree_config_replay({"/cfg/b", "/cfg/gone", "/cfg/a"}), kStatusOk);
   EXPECT_THAT(TakeReceived(), IsEmpty());
   Run();
   EXPECT_THAT(TakeReceived(), ElementsAre("b 4 none", "a 4 none", "b 3 3", "a 3 1"));
@@ -254,7 +254,7 @@ TEST_F(ConfigRetell, EachIsToldWithWhatIsBetween) {
   const auto note = [](const char* what) { return [what] { received().emplace_back(what); }; };
   ASSERT_EQ(kvtree_config_commit("file", {SetTo("/cfg/c", "before")}, ""), kStatusOk);
   ASSERT_EQ(
-      kvtree_config_retell_each({"/cfg/b", "/cfg/gone", "/cfg/a"}, manager, note("deletion"), note("set")),
+      kvtree_config_replay_each({"/cfg/b", "/cfg/gone", "/cfg/a"}, manager, note("deletion"), note("set")),
       kStatusOk);
   ASSERT_EQ(kvtree_config_commit("file", {Withdraw("/cfg/b")}, ""), kStatusOk);
   EXPECT_THAT(TakeReceived(), IsEmpty());
@@ -267,9 +267,9 @@ TEST_F(ConfigRetell, EachIsToldWithWhatIsBetween) {
 TEST_F(ConfigRetell, NodeIsToldAsItIsInForceOrAsDeleted) {
   Commit("file", {SetTo("/cfg/a", "1")});
   Commit("cli", {SetTo("/cfg/a", "2")});
-  ASSERT_EQ(kvtree_config_tell("/cfg/a"), kStatusOk);
-  ASSERT_EQ(kvtree_config_tell("/cfg/none"), kStatusOk);
-  EXPECT_EQ(kvtree_config_tell("/oper/a"), kStatusUnknownPath);
+  ASSERT_EQ(kvtree_config_announce("/cfg/a"), kStatusOk);
+  ASSERT_EQ(kvtree_config_announce("/cfg/none"), kStatusOk);
+  EXPECT_EQ(kvtree_config_announce("/oper/a"), kStatusUnknownPath);
   Run();
   EXPECT_THAT(TakeReceived(), ElementsAre("a 3 2", "none 4 none"));
   EXPECT_EQ(History().size(), 2U);
@@ -278,9 +278,9 @@ TEST_F(ConfigRetell, NodeIsToldAsItIsInForceOrAsDeleted) {
 
 TEST_F(ConfigRetell, EachNeedsAManagerAndBothFunctions) {
   const auto nothing = [] {};
-  EXPECT_EQ(kvtree_config_retell_each({}, nullptr, nothing, nothing), kStatusInvalid);
-  EXPECT_EQ(kvtree_config_retell_each({}, manager, nullptr, nothing), kStatusInvalid);
-  EXPECT_EQ(kvtree_config_retell_each({}, manager, nothing, nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_replay_each({}, nullptr, nothing, nothing), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_replay_each({}, manager, nullptr, nothing), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_replay_each({}, manager, nothing, nullptr), kStatusInvalid);
 }
 
 class ConfigCounted : public ConfigCommit, public ::testing::WithParamInterface<std::string_view> {
@@ -308,15 +308,15 @@ TEST_F(ConfigCommit, EveryOperationCanFail) {
   std::vector<KvConfigCommit> commits;
   std::vector<KvConfigCommitChange> changes;
   for (const char* point :
-       {"kvtree_config_commit", "kvtree_config_replace", "kvtree_config_retell", "kvtree_config_retell_each",
-        "kvtree_config_tell", "kvtree_config_history", "kvtree_config_changes"}) {
+       {"kvtree_config_commit", "kvtree_config_replace", "kvtree_config_replay", "kvtree_config_replay_each",
+        "kvtree_config_announce", "kvtree_config_history", "kvtree_config_changes"}) {
     fault_arm(point, kStatusNoMemory);
   }
   EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, "", &id, &mistake), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_replace("cli", {}, {}, "", &id, &mistake), kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_retell({}), kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_tell("/cfg/a"), kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_retell_each(
+  EXPECT_EQ(kvtree_config_replay({}), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_announce("/cfg/a"), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_replay_each(
                 {}, manager, [] {}, [] {}),
             kStatusNoMemory);
   EXPECT_EQ(kvtree_config_history(1, "", &commits), kStatusNoMemory);

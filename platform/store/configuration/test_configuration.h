@@ -84,7 +84,7 @@ class ConfigTest : public StoreTest {
   // "path=value" of what is in force, or of what an owner holds.
   static std::vector<std::string> InForce(std::string_view path = "/cfg/") {
     std::vector<std::string> all;
-    kvtree_config_in_force(
+    kvtree_config_effective(
         path, [&](const KvConfigNode& node) { all.push_back(node.path + "=" + Describe(node.value)); });
     return all;
   }

@@ -61,8 +61,8 @@ class MovingNames : public Configured<DaemonTest> {
   void DeleteItem(unsigned kind, const std::string& name) { Commit(item_of(kind, "red", name), false); }
   static bool IsConfigured(const KvConfigNode& item) {
     bool found = false;
-    kvtree_config_in_force(item.path,
-                           [&](const KvConfigNode& node) { found = found || node.path == item.path; });
+    kvtree_config_effective(item.path,
+                            [&](const KvConfigNode& node) { found = found || node.path == item.path; });
     return found;
   }
   void SwapNames(const std::string& one, const std::string& other) {
