@@ -202,10 +202,7 @@ Status vrf_cb(const char* vrf_name) {
     mpls_vpn_report_failure(ERR, kStatusNoVrfRecord, "VRF Callback vrf_rec is NULL!!!");
     return kStatusOk;
   }
-  if (mpls_vpn_mutex_lock(__func__, DBASE)) {
-    handle_vrf_event(record, event);
-    mpls_vpn_mutex_unlock(__func__, DBASE);
-  }
+  if (const MplsVpnLock lock{__func__, DBASE}) handle_vrf_event(record, event);
   return end_vrf_access(record);
 }
 
@@ -234,9 +231,6 @@ Status if_cb(const char* if_name, const char* vrf_name) {
     mpls_vpn_report_failure(ERR, kStatusNoSuchRow, "Could not find IF record %d", kRecordNotFound);
     return kStatusOk;
   }
-  if (mpls_vpn_mutex_lock(__func__, DBASE)) {
-    handle_if_event(if_name, vrf_name, first_code, second_code);
-    mpls_vpn_mutex_unlock(__func__, DBASE);
-  }
+  if (const MplsVpnLock lock{__func__, DBASE}) handle_if_event(if_name, vrf_name, first_code, second_code);
   return end_if_access(vrf_name, record);
 }

@@ -109,10 +109,10 @@ void set_vrf_protocol(const char* vrf_name, std::uint32_t protocol, std::uint32_
 void set_interface_protocol(const char* if_name, const char* vrf_name, std::uint32_t protocol,
                             std::uint32_t is_delete) {
   if (!is_counted(vrf_name, protocol)) return;
-  if (!mpls_vpn_mutex_lock(__func__, DBASE)) return;
+  const MplsVpnLock lock(__func__, DBASE);
+  if (!lock) return;
   IfNode* node = mpls_vpn_mib_get_if_by_vrf_and_name(vrf_name, if_name);
   if (node != nullptr) count_on_interface(node, protocol, is_delete);
-  mpls_vpn_mutex_unlock(__func__, DBASE);
 }
 
 void mpls_vpn_mib_bgp_nbr_af_notify(const KvNotifyInfo* info, const RequestArgs* args) {

@@ -136,22 +136,20 @@ void mpls_vpn_mib_free_if_node(IfNode* node) {
 }
 
 Status mpls_vpn_mib_if_dbase_init() {
-  Status rc = kStatusOk;
-  if (!mpls_vpn_mutex_lock(__func__, ERR, &rc)) return rc;
+  const MplsVpnLock lock(__func__, ERR);
+  if (!lock) return lock.status();
   const WavlCompare compare[] = {compare_by_vrf, compare_by_handle};
-  rc = wavl_init(&mpls_vpn_mib_if_dbase, 2, compare);
-  mpls_vpn_mutex_unlock(__func__, ERR);
-  return rc;
+  return wavl_init(&mpls_vpn_mib_if_dbase, 2, compare);
 }
 
 void mpls_vpn_mib_if_dbase_end() {
-  if (!mpls_vpn_mutex_lock(__func__, ERR)) return;
+  const MplsVpnLock lock(__func__, ERR);
+  if (!lock) return;
   while (void* node = wavl_first(&mpls_vpn_mib_if_dbase, kIfByHandle)) {
     if (wavl_delete_all(&mpls_vpn_mib_if_dbase, node) != kStatusOk) break;
     mpls_vpn_mib_free_if_node(static_cast<IfNode*>(node));
   }
   mpls_vpn_mib_if_dbase_set_dirty(false);
-  mpls_vpn_mutex_unlock(__func__, ERR);
 }
 
 IfNode* mpls_vpn_mib_create_if_wavl_node(const char* vrf_name, std::uint32_t if_index, const char* if_name,

@@ -87,9 +87,12 @@ int mpls_vpn_mib_clean_if_dbase_walker(IfNode* node) {
 int mpls_vpn_mib_clean_if_dbase() {
   if (!mpls_vpn_mib_if_dbase_is_dirty()) return 1;
   mpls_vpn_debug(DBASE, "Start cleaning interface database...");
-  if (!mpls_vpn_mutex_lock(__func__, ERR)) return 0;
-  const int result = walk_all_nodes();
-  mpls_vpn_mutex_unlock(__func__, ERR);
+  int result = 0;
+  {
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) return 0;
+    result = walk_all_nodes();
+  }
   mpls_vpn_debug(DBASE, "Done cleaning interface database. State is %s.",
                  mpls_vpn_mib_if_dbase_is_dirty() ? "DIRTY" : "clean");
   return result;

@@ -132,13 +132,13 @@ void vrf_reg_cb_func(VmapMemberDatabase* /*database*/, VmapEvent event, const Vm
                   "VMAP Callback VRF %s CB: vrf_name: '%s', vrf_id: 0x%x, vr_id: 0x%x, flags: 0x%x, attr: %p",
                   event_text(event), item->vrf_name, item->vrf_id, item->vr_id, item->flags, item->attr);
   if (!is_for_us(item)) return;
-  if (!mpls_vpn_mutex_lock(__func__, ERR)) return;
+  const MplsVpnLock lock(__func__, ERR);
+  if (!lock) return;
   if (event == VmapEvent::kUpdate) {
     mpls_vpn_mib_vrf_created(item->vrf_name, item->vrf_id, item->flags);
   } else {
     mpls_vpn_mib_vrf_deleted(item->vrf_name, item->vrf_id);
   }
-  mpls_vpn_mutex_unlock(__func__, ERR);
 }
 
 void intf_reg_cb_func(VmapMemberDatabase* /*database*/, VmapEvent event, const VmapIntfItem* item) {

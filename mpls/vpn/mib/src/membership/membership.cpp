@@ -170,17 +170,17 @@ void mpls_vpn_mib_if2vrf_add(std::uint32_t if_handle, const char* vrf_name) {
     if (vmap_is_subscribers_name(joining.if_name.data())) return;
     joining.if_index = mpls_vpn_cached_ifname_to_index(joining.if_name.data());
   }
-  if (!mpls_vpn_mutex_lock(__func__, ERR)) return;
+  const MplsVpnLock lock(__func__, ERR);
+  if (!lock) return;
   enter_interface(joining);
-  mpls_vpn_mutex_unlock(__func__, ERR);
 }
 
 void mpls_vpn_mib_if2vrf_del(std::uint32_t if_handle, const char* vrf_name) {
   if (if_handle == 0 || vrf_name == nullptr) return;
   mpls_vpn_report(VMAP, kTraceVmap, "VMAP: interface 0x%x has been removed from vrf %s", if_handle, vrf_name);
-  if (!mpls_vpn_mutex_lock(__func__, ERR)) return;
+  const MplsVpnLock lock(__func__, ERR);
+  if (!lock) return;
   remove_interface(if_handle, vrf_name);
-  mpls_vpn_mutex_unlock(__func__, ERR);
 }
 
 void mpls_vpn_mib_vrf_created(const char* vrf_name, std::uint32_t vrf_id, std::uint32_t flags) {

@@ -27,19 +27,13 @@ class Membership : public DaemonTest {
     return mpls_vpn_mib_get_if(true, vrf, IndexOf(interface));
   }
   void VrfCreated(const char* name, std::uint32_t id, std::uint32_t flags) {
-    if (!mpls_vpn_mutex_lock("VrfCreated", ERR)) {
-      ADD_FAILURE();
-      return;
-    }
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) FAIL();
     mpls_vpn_mib_vrf_created(name, id, flags);
-    mpls_vpn_mutex_unlock("VrfCreated", ERR);
   }
   void VrfDeleted(const char* name, std::uint32_t id) {
-    if (!mpls_vpn_mutex_lock("VrfDeleted", ERR)) {
-      ADD_FAILURE();
-      return;
-    }
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) FAIL();
     mpls_vpn_mib_vrf_deleted(name, id);
-    mpls_vpn_mutex_unlock("VrfDeleted", ERR);
   }
 };

@@ -262,10 +262,11 @@ TEST_F(RequestFilter, VrfThatOnlyTheRecordServiceKnowsIsNotInTheDatabase) {
 }
 
 TEST_F(RequestFilter, VrfWhoseNodeHasNoRecordIsNotInTheDatabase) {
-  if (!mpls_vpn_mutex_lock("test", ERR)) FAIL();
-  const VrfNode* node = mpls_vpn_mib_create_vrf_wavl_node("red", nullptr);
-  mpls_vpn_mutex_unlock("test", ERR);
-  ASSERT_NE(node, nullptr);
+  {
+    const MplsVpnLock lock("test", ERR);
+    if (!lock) FAIL();
+    ASSERT_NE(mpls_vpn_mib_create_vrf_wavl_node("red", nullptr), nullptr);
+  }
   EXPECT_EQ(vrf_in_database("red"), nullptr);
   EXPECT_FALSE(Printed("Found VRF red"));
 }

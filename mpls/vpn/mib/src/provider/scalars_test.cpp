@@ -21,13 +21,13 @@ class Scalars : public DaemonTest {
     AddAddress(name, "192.0.2.1/24");
     LinkUp(name);
   }
-  // Into the VRF database, whatever the membership service would say.
+  // Adds the VRF to the VRF database, without the membership service.
   void HoldInDatabase(const char* vrf) {
     VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf);
     ASSERT_NE(record, nullptr) << vrf;
-    if (!mpls_vpn_mutex_lock("HoldInDatabase", ERR)) FAIL() << vrf;
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) FAIL() << vrf;
     const VrfNode* node = mpls_vpn_mib_create_vrf_wavl_node(vrf, record);
-    mpls_vpn_mutex_unlock("HoldInDatabase", ERR);
     EXPECT_NE(node, nullptr) << vrf;
   }
   mpls_vpn_mib_scalars Read() {

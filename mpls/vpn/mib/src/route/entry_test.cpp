@@ -111,9 +111,11 @@ TEST_F(RouteRow, ExactReadOfAnAbsentIpv4RouteIsNotTheIpv6DefaultRoute) {
 }
 
 TEST_F(RouteRow, VrfWithoutARecordAnswersNoSuchRow) {
-  if (!mpls_vpn_mutex_lock("test", ERR)) FAIL();
-  mpls_vpn_mib_create_vrf_wavl_node("odd", nullptr);
-  mpls_vpn_mutex_unlock("test", ERR);
+  {
+    const MplsVpnLock lock("test", ERR);
+    if (!lock) FAIL();
+    mpls_vpn_mib_create_vrf_wavl_node("odd", nullptr);
+  }
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   EXPECT_EQ(Next({"odd"}), kNone);
 }

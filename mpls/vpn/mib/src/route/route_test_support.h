@@ -51,11 +51,11 @@ class RouteTablesTest : public DaemonTest {
                              std::uint32_t safi = 1) {
     ASSERT_NE(mpls_vpn_mib_create_rt_wavl_node(vrf, type, value, afi, safi), nullptr);
   }
-  // Into the VRF database, whatever the membership service would say.
+  // Adds the VRF to the VRF database, without the membership service.
   static void HoldInDatabase(const char* vrf, VtabVrfRecord* record) {
-    if (!mpls_vpn_mutex_lock("HoldInDatabase", ERR)) FAIL();
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) FAIL() << vrf;
     const VrfNode* node = mpls_vpn_mib_create_vrf_wavl_node(vrf, record);
-    mpls_vpn_mutex_unlock("HoldInDatabase", ERR);
     ASSERT_NE(node, nullptr) << vrf;
   }
 

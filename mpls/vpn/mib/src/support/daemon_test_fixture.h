@@ -191,22 +191,18 @@ class DaemonTest : public testing::Test {
   }
   // Straight into the interface database, without the membership service.
   IfNode* CreateIf(const char* vrf, std::uint32_t index, const char* name, std::uint32_t handle) {
-    if (!mpls_vpn_mutex_lock("CreateIf", ERR)) return nullptr;
-    IfNode* node = mpls_vpn_mib_create_if_wavl_node(vrf, index, name, handle);
-    mpls_vpn_mutex_unlock("CreateIf", ERR);
-    return node;
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) return nullptr;
+    return mpls_vpn_mib_create_if_wavl_node(vrf, index, name, handle);
   }
   int DeleteIf(IfNode* node) {
-    if (!mpls_vpn_mutex_lock("DeleteIf", ERR)) return -1;
-    const int deleted = mpls_vpn_mib_delete_if_wavl_node(node);
-    mpls_vpn_mutex_unlock("DeleteIf", ERR);
-    return deleted;
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) return -1;
+    return mpls_vpn_mib_delete_if_wavl_node(node);
   }
   // The database mutex, for tests in which it is held. The thread-safety analysis ignores these two.
-  static void TakeMutex() MPLS_NO_THREAD_SAFETY_ANALYSIS {
-    EXPECT_TRUE(mpls_vpn_mutex_lock("TakeMutex", ERR));
-  }
-  static void ReleaseMutex() MPLS_NO_THREAD_SAFETY_ANALYSIS { mpls_vpn_mutex_unlock("ReleaseMutex", ERR); }
+  static void TakeMutex() MPLS_NO_THREAD_SAFETY_ANALYSIS { EXPECT_EQ(mpls_vpn_mutex.lock(), kStatusOk); }
+  static void ReleaseMutex() MPLS_NO_THREAD_SAFETY_ANALYSIS { EXPECT_EQ(mpls_vpn_mutex.unlock(), kStatusOk); }
   mpls_vpn_vrf_attr* AttributesOf(const char* vrf) {
     VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf);
     EXPECT_NE(record, nullptr) << vrf;

@@ -11,20 +11,53 @@
 // changes a database is declared MPLS_REQUIRES(mpls_vpn_mutex), and clang checks its callers.
 #pragma once
 
+#include <pthread.h>
+
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/support/thread_safety.h"
 
-class MPLS_CAPABILITY("mutex") MplsVpnMutex;
+// The mutex itself. Code takes it with MplsVpnLock; only tests call lock() and unlock().
+class MPLS_CAPABILITY("mutex") MplsVpnMutex {
+ public:
+  MplsVpnMutex();
+  MplsVpnMutex(const MplsVpnMutex&) = delete;
+  MplsVpnMutex& operator=(const MplsVpnMutex&) = delete;
+
+  // kStatusDeadlock when this thread holds it, or the code of the fault point "pthread_mutex_lock". A mutex
+  // whose owner died is made consistent and taken; when that fails (fault point "pthread_mutex_consistent")
+  // the process aborts.
+  [[nodiscard]] Status lock() MPLS_TRY_ACQUIRE(false);
+  // On failure (fault point "pthread_mutex_unlock") the mutex remains held.
+  [[nodiscard]] Status unlock() MPLS_RELEASE();
+
+ private:
+  pthread_mutex_t mutex_;
+};
+
 extern MplsVpnMutex mpls_vpn_mutex;
 
-// True with the mutex held. False, after the print "Error (%s): pthread mutex lock failed" (the caller's
-// name, under `area`) and an error trace record, when it could not be taken: kStatusDeadlock because this
-// thread holds it, or what the fault point "pthread_mutex_lock" says; `why`, if not null, receives that
-// status. A mutex whose owner died is made consistent and taken; when that fails (fault point
-// "pthread_mutex_consistent") the process aborts.
-[[nodiscard]] bool mpls_vpn_mutex_lock(const char* function, MplsVpnDebugArea area, Status* why = nullptr)
-    MPLS_TRY_ACQUIRE(true, mpls_vpn_mutex);
+// Holds the mutex for its scope:
+//
+//   const MplsVpnLock lock(__func__, ERR);
+//   if (!lock) return;
+//
+// A failure prints "Error (%s): pthread mutex lock failed" or "Error (%s): pthread mutex unlock failed" (the
+// name `function`, under `area`) and writes an error trace record; after a failed unlock the caller
+// continues.
+class MPLS_SCOPED_CAPABILITY MplsVpnLock {
+ public:
+  MplsVpnLock(const char* function, MplsVpnDebugArea area) MPLS_EXCLUDES(mpls_vpn_mutex);
+  ~MplsVpnLock() MPLS_RELEASE();
+  MplsVpnLock(const MplsVpnLock&) = delete;
+  MplsVpnLock& operator=(const MplsVpnLock&) = delete;
 
-// A failure (fault point "pthread_mutex_unlock": the mutex stays held) prints
-// "Error (%s): pthread mutex unlock failed" and is traced; the caller continues.
-void mpls_vpn_mutex_unlock(const char* function, MplsVpnDebugArea area) MPLS_RELEASE(mpls_vpn_mutex);
+  // True when the mutex is held.
+  explicit operator bool() const MPLS_TRY_ACQUIRE(true) { return status_ == kStatusOk; }
+  // Why it is not held.
+  Status status() const { return status_; }
+
+ private:
+  const char* function_;
+  MplsVpnDebugArea area_;
+  Status status_;
+};

@@ -10,6 +10,7 @@
 #define MPLS_CAPABILITY(name) MPLS_THREAD_ATTRIBUTE(capability(name))
 #define MPLS_SCOPED_CAPABILITY MPLS_THREAD_ATTRIBUTE(scoped_lockable)
 #define MPLS_GUARDED_BY(mutex) MPLS_THREAD_ATTRIBUTE(guarded_by(mutex))
+#define MPLS_EXCLUDES(...) MPLS_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define MPLS_REQUIRES(...) MPLS_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define MPLS_TRY_ACQUIRE(...) MPLS_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 #define MPLS_RELEASE(...) MPLS_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))

@@ -45,20 +45,14 @@ class TrapTest : public DaemonTest {
 
   // The procedures, called as their callers call them: with the mutex held.
   static void ConsiderUp(const char* vrf, const char* name, IfNode* node = nullptr) {
-    if (!mpls_vpn_mutex_lock("ConsiderUp", ERR)) {
-      ADD_FAILURE();
-      return;
-    }
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) FAIL();
     mpls_vpn_mib_trap_vrf_up(vrf, name, node);
-    mpls_vpn_mutex_unlock("ConsiderUp", ERR);
   }
   static void ConsiderDown(const char* vrf, const char* name) {
-    if (!mpls_vpn_mutex_lock("ConsiderDown", ERR)) {
-      ADD_FAILURE();
-      return;
-    }
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) FAIL();
     mpls_vpn_mib_trap_vrf_down(vrf, name);
-    mpls_vpn_mutex_unlock("ConsiderDown", ERR);
   }
 
   // What the watching client was sent since it was last asked, one line a notification: its name, the VRF and

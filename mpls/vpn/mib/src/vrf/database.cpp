@@ -80,12 +80,12 @@ Status mpls_vpn_mib_vrf_dbase_init() MPLS_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 void mpls_vpn_mib_vrf_dbase_end() {
-  if (!mpls_vpn_mutex_lock(__func__, ERR)) return;
+  const MplsVpnLock lock(__func__, ERR);
+  if (!lock) return;
   while (auto* node = static_cast<VrfNode*>(wavl_first(&mpls_vpn_mib_vrf_dbase, kByName))) {
     if (!unlink_node(node, __func__)) break;
     free_vrf_node(node);
   }
-  mpls_vpn_mutex_unlock(__func__, ERR);
 }
 
 VrfNode* mpls_vpn_mib_create_vrf_wavl_node(const char* vrf_name, VtabVrfRecord* vrf_rec) {

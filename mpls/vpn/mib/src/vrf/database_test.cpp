@@ -15,22 +15,19 @@ class VrfDatabase : public DaemonTest {
  protected:
   VrfNode* Create(const char* name) { return CreateWith(name, &record_); }
   VrfNode* CreateWith(const char* name, VtabVrfRecord* record) {
-    if (!mpls_vpn_mutex_lock("Create", ERR)) return nullptr;
-    VrfNode* node = mpls_vpn_mib_create_vrf_wavl_node(name, record);
-    mpls_vpn_mutex_unlock("Create", ERR);
-    return node;
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) return nullptr;
+    return mpls_vpn_mib_create_vrf_wavl_node(name, record);
   }
   int Delete(VrfNode* node) {
-    if (!mpls_vpn_mutex_lock("Delete", ERR)) return -1;
-    const int deleted = mpls_vpn_mib_delete_vrf_wavl_node(node);
-    mpls_vpn_mutex_unlock("Delete", ERR);
-    return deleted;
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) return -1;
+    return mpls_vpn_mib_delete_vrf_wavl_node(node);
   }
   int DeleteByName(const char* name) {
-    if (!mpls_vpn_mutex_lock("Delete", ERR)) return -1;
-    const int deleted = mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name(name);
-    mpls_vpn_mutex_unlock("Delete", ERR);
-    return deleted;
+    const MplsVpnLock lock(__func__, ERR);
+    if (!lock) return -1;
+    return mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name(name);
   }
   static std::vector<std::string> Names() {
     std::vector<std::string> names;

@@ -184,9 +184,11 @@ TEST_F(VrfLists, DefaultAndForwardReferencesAndUnknownVrfsAreIgnored) {
 TEST_F(VrfLists, VrfThatTheDatabaseDoesNotHoldIsIgnored) {
   AddVrf("red");
   Run();
-  if (!mpls_vpn_mutex_lock("test", ERR)) FAIL();
-  mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name("red");
-  mpls_vpn_mutex_unlock("test", ERR);
+  {
+    const MplsVpnLock lock("test", ERR);
+    if (!lock) FAIL();
+    mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name("red");
+  }
   EXPECT_THAT(List(Unnamed(kName)), IsEmpty());
   EXPECT_TRUE(Printed("Ignoring VRFs not present in DB"));
 }
