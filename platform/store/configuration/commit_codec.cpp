@@ -14,20 +14,20 @@ namespace {
 using wire::Reader;
 using wire::Writer;
 
-constexpr std::uint8_t kNothingTold = 0;
-constexpr std::uint8_t kOwnInForce = 1;
-constexpr std::uint8_t kOtherInForce = 2;
+constexpr std::uint8_t kNotEffective = 0;
+constexpr std::uint8_t kOwnEffective = 1;
+constexpr std::uint8_t kOtherEffective = 2;
 
 // By owner: its number in the file. The number of an owner never changes, whatever owners precede it in
 // precedence; a new owner takes the next free number.
 constexpr std::array<std::uint8_t, kConfigOwners.size()> kOwnerNumbers = {0, 1, 2, 4, 3};
-constexpr std::uint8_t kNobody = 0xff;
+constexpr std::uint8_t kNoOwnerNumber = 0xff;
 
 std::uint8_t number_of(std::size_t owner) {
-  return owner == kNoOwner ? kNobody : kOwnerNumbers[owner];
+  return owner == kNoOwner ? kNoOwnerNumber : kOwnerNumbers[owner];
 }
 
-// kNoOwner for kNobody and for a number of no owner.
+// kNoOwner for kNoOwnerNumber and for a number of no owner.
 std::size_t owner_of(std::uint8_t number) {
   return static_cast<std::size_t>(std::ranges::find(kOwnerNumbers, number) - kOwnerNumbers.begin());
 }
@@ -53,25 +53,26 @@ bool read_shared(Reader* reader, SharedValue* shared) {
   return true;
 }
 
-// An owner stands beside a value, and only there.
+// An owner is encoded with every value, and only with one.
 bool read_owned(Reader* reader, std::size_t* owner, SharedValue* shared) {
   const std::uint8_t number = reader->u8();
   *owner = owner_of(number);
-  if (!read_shared(reader, shared) || (*owner == kNoOwner && number != kNobody)) return false;
-  return (number == kNobody) == (*shared == nullptr);
+  if (!read_shared(reader, shared) || (*owner == kNoOwner && number != kNoOwnerNumber)) return false;
+  return (number == kNoOwnerNumber) == (*shared == nullptr);
 }
 
 bool read_change(Reader* reader, std::size_t owner, PlannedChange* change) {
   change->path = reader->text();
   if (!read_shared(reader, &change->value)) return false;
   const std::uint8_t what = reader->u8();
-  if (what == kNothingTold) return reader->ok();
-  change->tells = true;
+  if (what == kNotEffective) return reader->ok();
+  change->is_effective = true;
   if (!read_owned(reader, &change->owner_before, &change->before)) return false;
-  if (what == kOtherInForce) return read_owned(reader, &change->owner_after, &change->after) && reader->ok();
+  if (what == kOtherEffective)
+    return read_owned(reader, &change->owner_after, &change->after) && reader->ok();
   change->owner_after = owner;
   change->after = change->value;
-  return what == kOwnInForce && change->after != nullptr && reader->ok();
+  return what == kOwnEffective && change->after != nullptr && reader->ok();
 }
 
 }  // namespace
@@ -82,8 +83,8 @@ void write_commit(const CommitPlan& plan, wire::Octets* octets) {
     const bool own = change.owner_after == plan.owner;
     writer.text(change.path);
     write_shared(&writer, change.value);
-    writer.u8(!change.tells ? kNothingTold : own ? kOwnInForce : kOtherInForce);
-    if (!change.tells) continue;
+    writer.u8(!change.is_effective ? kNotEffective : own ? kOwnEffective : kOtherEffective);
+    if (!change.is_effective) continue;
     write_owned(&writer, change.owner_before, change.before);
     if (!own) write_owned(&writer, change.owner_after, change.after);
   }

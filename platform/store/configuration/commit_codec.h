@@ -14,8 +14,8 @@
 namespace kvtree {
 
 void write_commit(const CommitPlan& plan, wire::Octets* octets);
-// Every change of the owner's commit in order; false for octets that are no commit, with the changes up to
-// there visited.
+// Visits every change of the owner's commit in order; returns false for octets that are not a commit, after
+// the changes before the error.
 bool read_commit(wire::OctetSpan octets, std::size_t owner, const std::function<void(PlannedChange)>& visit);
 
 }  // namespace kvtree

@@ -22,7 +22,7 @@ KvConfigCommit column_commit(const Statement& statement) {
 
 }  // namespace
 
-// The commit's number; kStatusNoSuchRow for one that the history does not have. "007" is no id.
+// The number of the commit; kStatusNoSuchRow if the history does not have it. "007" is not an id.
 Status NodeStore::find_commit(std::string_view id, std::int64_t* number) const {
   const auto [stopped, error] = std::from_chars(id.data(), id.data() + id.size(), *number);
   if (error != std::errc() || stopped != id.data() + id.size() || std::to_string(*number) != id)
@@ -57,7 +57,8 @@ Status NodeStore::changes(std::string_view id, std::vector<KvConfigCommitChange>
   if (const Status status = find_commit(id, &number)) return status;
   std::vector<KvConfigCommitChange> sets;
   const Status status = visit_content(number, [&](PlannedChange change) {
-    if (change.tells) (change.after == nullptr ? *changes : sets).push_back(to_public(std::move(change)));
+    if (change.is_effective)
+      (change.after == nullptr ? *changes : sets).push_back(to_public(std::move(change)));
   });
   changes->insert(changes->end(), std::make_move_iterator(sets.begin()), std::make_move_iterator(sets.end()));
   if (status != kStatusOk) changes->clear();

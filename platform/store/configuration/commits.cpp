@@ -1,14 +1,14 @@
 // Commits: see config.h.
 //
-// A commit is planned (config_tree.h), written to the database in one transaction (node_store.h), made in the
-// tree and told to the subscribers, in this order: nothing that the daemon acted on is forgotten by a
-// restart, and what a power cut leaves in the database alone is in force after it. Telling posts a function a
-// change and subscriber on the subscriber's event manager, which runs them in bounded batches with requests
-// in between.
+// A commit is planned (config_tree.h), written to the database in one transaction (node_store.h), applied to
+// the tree and notified to the subscribers, in this order: a restart forgets nothing that the daemon acted
+// on, and a commit that a power cut leaves in the database alone is effective afterwards. A notification
+// posts a function per change and subscriber on the subscriber's event manager, which runs them in bounded
+// batches with requests in between.
 //
-// A large commit's rows are brought to their places in the database afterwards (NodeStore::fold_some), step
-// by step on the event manager that serves requests; without one, at once. Without a directory the database
-// is in memory, so there is one way of doing things.
+// The rows of a large commit are written to the database afterwards (NodeStore::fold_some), step by step on
+// the event manager that serves requests, or at once without one. Without a directory the database is in
+// memory, so there is one code path.
 #include "platform/store/configuration/config.h"
 
 #include <algorithm>
@@ -30,9 +30,9 @@ constexpr std::size_t kRowsPerFold = 500;
 
 void fold_later(EventManager* manager) {
   event_post(manager, [manager, weak = std::weak_ptr(store().node_store)] {
-    const std::shared_ptr<NodeStore> kept = weak.lock();
-    if (kept == nullptr || kept != store().node_store) return;
-    if (kept->fold_some(kRowsPerFold)) {
+    const std::shared_ptr<NodeStore> node_store = weak.lock();
+    if (node_store == nullptr || node_store != store().node_store) return;
+    if (node_store->fold_some(kRowsPerFold)) {
       fold_later(manager);
     } else {
       store().folding = false;
@@ -50,11 +50,11 @@ void fold() {
   }
 }
 
-Status open_database(NodeStore** kept) {
+Status open_database(NodeStore** node_store) {
   if (store().node_store == nullptr) {
     if (const Status status = NodeStore::open_in_memory(&store().node_store)) return status;
   }
-  *kept = store().node_store.get();
+  *node_store = store().node_store.get();
   return kStatusOk;
 }
 
@@ -63,72 +63,72 @@ bool is_counted(std::string_view path) {
                      [path](std::string_view scope) { return path.starts_with(scope); });
 }
 
-// Deletions first: where one item replaces another, its place is free when it comes.
-void make_in_tree(const CommitPlan& plan) {
+// Deletions first: where one item replaces another, the place of the new item is free when it is added.
+void apply_to_nodes(const CommitPlan& plan) {
   for (const PlannedChange& change : plan.changes) {
-    if (change.tells && change.after == nullptr) erase_node(change.path);
+    if (change.is_effective && change.after == nullptr) erase_node(change.path);
   }
   auto place = store().nodes.end();
   for (const PlannedChange& change : plan.changes) {
-    if (!change.tells || change.after == nullptr) continue;
+    if (!change.is_effective || change.after == nullptr) continue;
     const bool is_quiet = change.before != nullptr && is_counted(change.path);
     place = std::next(put_node(change.path, change.after, place, is_quiet));
   }
 }
 
-void tell_observer(const ConfigObserver& observer, const CommitPlan& plan) {
+void notify_observer(const ConfigObserver& observer, const CommitPlan& plan) {
   std::vector<KvConfigCommitChange> changes;
   for (const PlannedChange& change : plan.changes) {
-    if (change.tells && change.path.starts_with(observer.path)) changes.push_back(to_public(change));
+    if (change.is_effective && change.path.starts_with(observer.path)) changes.push_back(to_public(change));
   }
   if (!changes.empty()) observer.function(changes);
 }
 
-void tell_observers(const CommitPlan& plan) {
+void notify_observers(const CommitPlan& plan) {
   auto& observers = store().observers;
   std::erase_if(observers, [](const auto& observer) { return observer.expired(); });
-  const auto present = observers;  // one that is called may end itself
-  for (const auto& weak : present) {
-    if (const auto observer = weak.lock()) tell_observer(*observer, plan);
+  const auto current = observers;  // an observer may end itself
+  for (const auto& weak : current) {
+    if (const auto observer = weak.lock()) notify_observer(*observer, plan);
   }
 }
 
 Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, std::string* id) {
   if (plan->changes.empty()) return kStatusOk;
-  NodeStore* kept = nullptr;
-  if (const Status status = open_database(&kept)) return status;
+  NodeStore* node_store = nullptr;
+  if (const Status status = open_database(&node_store)) return status;
   const CommitHead head{clock_stamp(), comment.substr(0, kMaxCommitComment)};
-  if (const Status status = kept->write(plan, head, id)) return status;
+  if (const Status status = node_store->write(plan, head, id)) return status;
   if (const Status status = fault_check("configuration_apply")) {
-    log_line("configuration: a commit was kept but not made: %s", err_text(status));
+    log_line("configuration: a commit was stored but not applied: %s", err_text(status));
     return status;
   }
   apply_plan(&store().configuration, *plan);
-  make_in_tree(*plan);
-  tell_observers(*plan);
+  apply_to_nodes(*plan);
+  notify_observers(*plan);
   fold();
   return kStatusOk;
 }
 
-// The database says more than a status: "database or disk is full".
-std::string why_not_kept(Status status) {
-  const bool is_told = store().node_store != nullptr && !store().node_store->write_error().empty();
-  return is_told ? store().node_store->write_error() : err_text(status);
+// The database has a better reason than the status: "database or disk is full".
+std::string why_not_stored(Status status) {
+  const bool has_reason = store().node_store != nullptr && !store().node_store->write_error().empty();
+  return has_reason ? store().node_store->write_error() : err_text(status);
 }
 
 using Proposal = std::vector<ProposedChange>;
 
 Status commit(std::string_view owner, const Proposal& changes, std::string_view comment, std::string* id,
-              std::string* mistake) {
+              std::string* error) {
   const auto plan = std::make_shared<CommitPlan>();
-  if (const Status status = plan_commit(store().configuration, owner, changes, plan.get(), mistake))
+  if (const Status status = plan_commit(store().configuration, owner, changes, plan.get(), error))
     return status;
   const Status status = carry_out(plan, comment, id);
-  if (status != kStatusOk) *mistake = "it could not be kept: " + why_not_kept(status);
+  if (status != kStatusOk) *error = "it could not be stored: " + why_not_stored(status);
   return status;
 }
 
-// The nodes below a path, from the first on: visit(path, node).
+// Visits the nodes below a path in order: visit(path, node).
 template <typename Visit>
 void visit_below(const ConfigTree& tree, std::string_view path, const Visit& visit) {
   auto node = tree.lower_bound(path);
@@ -142,10 +142,10 @@ bool is_below(std::string_view path, const std::vector<std::string>& scopes) {
   return false;
 }
 
-Status check_scopes(const std::vector<std::string>& scopes, std::string* mistake) {
+Status check_scopes(const std::vector<std::string>& scopes, std::string* error) {
   for (const std::string& scope : scopes) {
     if (scope.starts_with("/cfg/") && scope.ends_with('/')) continue;
-    *mistake = scope + ": it is not part of the configuration";
+    *error = scope + ": it is not part of the configuration";
     return kStatusUnknownPath;
   }
   return kStatusOk;
@@ -161,13 +161,13 @@ std::vector<std::string> outermost(std::vector<std::string> scopes) {
   return outer;
 }
 
-// What is asked for, in the order of the paths, each once: of two nodes with one path the last counts.
+// The requested nodes in the order of the paths, each once: of two nodes with one path the last counts.
 Status propose_wanted(const std::vector<std::string>& scopes, const std::vector<KvConfigNode>& nodes,
-                      Proposal* wanted, std::string* mistake) {
+                      Proposal* wanted, std::string* error) {
   wanted->reserve(nodes.size());
   for (const KvConfigNode& node : nodes) {
     if (!is_below(node.path, scopes)) {
-      *mistake = node.path + ": it is in none of the parts that are replaced";
+      *error = node.path + ": it is outside of the replaced parts";
       return kStatusInvalid;
     }
     wanted->push_back({node.path, &node.value});
@@ -179,9 +179,9 @@ Status propose_wanted(const std::vector<std::string>& scopes, const std::vector<
   return kStatusOk;
 }
 
-// What the owner holds below the scope and is not wanted any more.
-void propose_letting_go(std::size_t owner, const std::string& scope, const Proposal& wanted,
-                        Proposal* unwanted) {
+// The owner's values below the scope that are no longer wanted.
+void propose_withdrawals(std::size_t owner, const std::string& scope, const Proposal& wanted,
+                         Proposal* unwanted) {
   auto next = wanted.begin();  // both are in the order of the paths
   visit_below(store().configuration, scope, [&](const std::string& path, const OwnedNode& node) {
     if (node.values[owner] == nullptr) return;
@@ -190,14 +190,14 @@ void propose_letting_go(std::size_t owner, const std::string& scope, const Propo
   });
 }
 
-// What of these parts of the tree is not wanted any more, then what is wanted.
+// The values of these parts that are no longer wanted, then the wanted ones.
 Status propose_replacement(std::size_t owner, const std::vector<std::string>& scopes,
-                           const std::vector<KvConfigNode>& nodes, Proposal* changes, std::string* mistake) {
-  if (const Status status = check_scopes(scopes, mistake)) return status;
+                           const std::vector<KvConfigNode>& nodes, Proposal* changes, std::string* error) {
+  if (const Status status = check_scopes(scopes, error)) return status;
   Proposal wanted;
-  if (const Status status = propose_wanted(scopes, nodes, &wanted, mistake)) return status;
+  if (const Status status = propose_wanted(scopes, nodes, &wanted, error)) return status;
   for (const std::string& scope : outermost(scopes)) {
-    if (owner != kNoOwner) propose_letting_go(owner, scope, wanted, changes);
+    if (owner != kNoOwner) propose_withdrawals(owner, scope, wanted, changes);
   }
   changes->insert(changes->end(), wanted.begin(), wanted.end());
   return kStatusOk;
@@ -205,7 +205,7 @@ Status propose_replacement(std::size_t owner, const std::vector<std::string>& sc
 
 using Places = std::vector<ConfigTree::const_iterator>;
 
-Places places_in_force(const std::vector<std::string>& paths) {
+Places effective_places(const std::vector<std::string>& paths) {
   Places places;
   for (const std::string& path : paths) {
     const auto node = store().configuration.find(path);
@@ -214,47 +214,47 @@ Places places_in_force(const std::vector<std::string>& paths) {
   return places;
 }
 
-void tell_deletion(ConfigTree::const_iterator place) {
+void notify_deletion(ConfigTree::const_iterator place) {
   notify_subscribers(place->first, nullptr, kKvEventDeleted);
 }
 
-void tell_set(ConfigTree::const_iterator place) {
+void notify_set(ConfigTree::const_iterator place) {
   const OwnedNode& node = place->second;
-  notify_subscribers(place->first, node.values[node.in_force()], kKvEventCreated | kKvEventSet);
+  notify_subscribers(place->first, node.values[node.effective_owner()], kKvEventCreated | kKvEventSet);
 }
 
-using ToldPlaces = std::vector<std::pair<std::uint64_t, ConfigTree::const_iterator>>;
+using NotifiedPlaces = std::vector<std::pair<std::uint64_t, ConfigTree::const_iterator>>;
 
-// What the database has, and its places in the order in which they were last told.
-Status read_kept(const NodeStore& kept, ConfigTree* tree, ToldPlaces* places) {
-  const Status status =
-      kept.for_each([&](std::string_view owner, std::string_view path, KvValue value, std::uint64_t told) {
+// Reads the stored values, and their places in the order of their last notification.
+Status read_stored(const NodeStore& node_store, ConfigTree* tree, NotifiedPlaces* places) {
+  const Status status = node_store.for_each(
+      [&](std::string_view owner, std::string_view path, KvValue value, std::uint64_t notified) {
         const std::size_t number = find_owner(owner);
         if (number == kNoOwner || check_configuration_path(path) != kStatusOk) {
-          log_line("configuration: %.*s of \"%.*s\" is not understood and is left out",
-                   static_cast<int>(path.size()), path.data(), static_cast<int>(owner.size()), owner.data());
+          log_line("configuration: %.*s of \"%.*s\" is unknown and is skipped", static_cast<int>(path.size()),
+                   path.data(), static_cast<int>(owner.size()), owner.data());
           return;
         }
         const auto place = tree->try_emplace(tree->end(), std::string(path));
         place->second.values[number] = std::make_shared<const KvValue>(std::move(value));
-        if (places->empty() || places->back().second != place) places->emplace_back(told, place);
+        if (places->empty() || places->back().second != place) places->emplace_back(notified, place);
       });
   std::ranges::stable_sort(*places, {}, [](const auto& each) { return each.first; });
   return status;
 }
 
-// A caller that wants no id or mistake gets one of its own.
+// A caller that passes no id or error gets one here.
 struct Answers {
-  Answers(std::string* wanted_id, std::string* wanted_mistake)
+  Answers(std::string* wanted_id, std::string* wanted_error)
       : id(wanted_id == nullptr ? &own_id : wanted_id),
-        mistake(wanted_mistake == nullptr ? &own_mistake : wanted_mistake) {
+        error(wanted_error == nullptr ? &own_error : wanted_error) {
     id->clear();
-    mistake->clear();
+    error->clear();
   }
   std::string own_id;
-  std::string own_mistake;
+  std::string own_error;
   std::string* id;
-  std::string* mistake;
+  std::string* error;
 };
 
 }  // namespace
@@ -264,25 +264,25 @@ struct Answers {
 using kvtree::store;
 
 Status kvtree_config_commit(std::string_view owner, const std::vector<KvConfigChange>& changes,
-                            std::string_view comment, std::string* id, std::string* mistake) {
-  const kvtree::Answers answers(id, mistake);
+                            std::string_view comment, std::string* id, std::string* error) {
+  const kvtree::Answers answers(id, error);
   if (const Status status = fault_check("kvtree_config_commit")) return status;
   kvtree::Proposal proposal;
   proposal.reserve(changes.size());
   for (const auto& [path, value] : changes) proposal.push_back({path, value ? &*value : nullptr});
-  return kvtree::commit(owner, proposal, comment, answers.id, answers.mistake);
+  return kvtree::commit(owner, proposal, comment, answers.id, answers.error);
 }
 
 Status kvtree_config_replace(std::string_view owner, const std::vector<std::string>& scopes,
                              const std::vector<KvConfigNode>& nodes, std::string_view comment,
-                             std::string* id, std::string* mistake) {
-  const kvtree::Answers answers(id, mistake);
+                             std::string* id, std::string* error) {
+  const kvtree::Answers answers(id, error);
   if (const Status status = fault_check("kvtree_config_replace")) return status;
   kvtree::Proposal changes;
   if (const Status status =
-          kvtree::propose_replacement(kvtree::find_owner(owner), scopes, nodes, &changes, answers.mistake))
+          kvtree::propose_replacement(kvtree::find_owner(owner), scopes, nodes, &changes, answers.error))
     return status;
-  return kvtree::commit(owner, changes, comment, answers.id, answers.mistake);
+  return kvtree::commit(owner, changes, comment, answers.id, answers.error);
 }
 
 void kvtree_config_owned(std::string_view owner, std::string_view path,
@@ -296,14 +296,14 @@ void kvtree_config_owned(std::string_view owner, std::string_view path,
 
 void kvtree_config_effective(std::string_view path, const std::function<void(const KvConfigNode&)>& visit) {
   kvtree::visit_below(store().configuration, path, [&](const std::string& place, const auto& node) {
-    visit({place, *node.values[node.in_force()]});
+    visit({place, *node.values[node.effective_owner()]});
   });
 }
 
 std::optional<KvConfigEffective> kvtree_config_find(std::string_view path) {
   const auto found = store().configuration.find(path);
   if (found == store().configuration.end()) return std::nullopt;
-  const std::size_t owner = found->second.in_force();
+  const std::size_t owner = found->second.effective_owner();
   return KvConfigEffective{*found->second.values[owner], kvtree::owner_name(owner)};
 }
 
@@ -316,9 +316,9 @@ std::shared_ptr<const void> kvtree_config_observe(std::string_view path, KvConfi
 
 Status kvtree_config_replay(const std::vector<std::string>& paths) {
   if (const Status status = fault_check("kvtree_config_replay")) return status;
-  const kvtree::Places places = kvtree::places_in_force(paths);
-  for (const auto& place : places) kvtree::tell_deletion(place);
-  for (const auto& place : places) kvtree::tell_set(place);
+  const kvtree::Places places = kvtree::effective_places(paths);
+  for (const auto& place : places) kvtree::notify_deletion(place);
+  for (const auto& place : places) kvtree::notify_set(place);
   return kStatusOk;
 }
 
@@ -327,7 +327,7 @@ Status kvtree_config_announce(const std::string& path) {
   if (const Status status = kvtree::check_configuration_path(path)) return status;
   const auto place = store().configuration.find(path);
   if (place != store().configuration.end()) {
-    kvtree::tell_set(place);
+    kvtree::notify_set(place);
   } else {
     kvtree::notify_subscribers(path, nullptr, kKvEventDeleted);
   }
@@ -341,11 +341,11 @@ Status kvtree_config_replay_each(const std::vector<std::string>& paths, EventMan
   if (manager == nullptr || !before_deletion || !before_set) return kStatusInvalid;
   const auto deletion = std::make_shared<const std::function<void()>>(before_deletion);
   const auto set = std::make_shared<const std::function<void()>>(before_set);
-  for (const auto& place : kvtree::places_in_force(paths)) {
+  for (const auto& place : kvtree::effective_places(paths)) {
     event_post(manager, [deletion] { (*deletion)(); });
-    kvtree::tell_deletion(place);
+    kvtree::notify_deletion(place);
     event_post(manager, [set] { (*set)(); });
-    kvtree::tell_set(place);
+    kvtree::notify_set(place);
   }
   return kStatusOk;
 }
@@ -354,32 +354,32 @@ Status kvtree_config_history(std::uint32_t maximum, std::string_view before,
                              std::vector<KvConfigCommit>* commits) {
   commits->clear();
   if (const Status status = fault_check("kvtree_config_history")) return status;
-  kvtree::NodeStore* kept = nullptr;
-  if (const Status status = kvtree::open_database(&kept)) return status;
-  return kept->history(maximum, before, commits);
+  kvtree::NodeStore* node_store = nullptr;
+  if (const Status status = kvtree::open_database(&node_store)) return status;
+  return node_store->history(maximum, before, commits);
 }
 
 Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) {
   changes->clear();
   if (const Status status = fault_check("kvtree_config_changes")) return status;
-  kvtree::NodeStore* kept = nullptr;
-  if (const Status status = kvtree::open_database(&kept)) return status;
-  return kept->changes(id, changes);
+  kvtree::NodeStore* node_store = nullptr;
+  if (const Status status = kvtree::open_database(&node_store)) return status;
+  return node_store->changes(id, changes);
 }
 
 Status kvtree_keep_configuration(const std::string& directory) {
   if (const Status status = fault_check("kvtree_keep_configuration")) return status;
   if (store().node_store != nullptr) return kStatusExists;
-  std::shared_ptr<kvtree::NodeStore> kept;
-  if (const Status status = kvtree::NodeStore::open(directory, &kept)) return status;
+  std::shared_ptr<kvtree::NodeStore> node_store;
+  if (const Status status = kvtree::NodeStore::open(directory, &node_store)) return status;
   kvtree::ConfigTree tree;
-  kvtree::ToldPlaces places;
-  if (const Status status = kvtree::read_kept(*kept, &tree, &places)) return status;
-  for (const auto& [told, place] : places) {
+  kvtree::NotifiedPlaces places;
+  if (const Status status = kvtree::read_stored(*node_store, &tree, &places)) return status;
+  for (const auto& [notified, place] : places) {
     const kvtree::OwnedNode& node = place->second;
-    kvtree::put_node(place->first, node.values[node.in_force()], store().nodes.end());
+    kvtree::put_node(place->first, node.values[node.effective_owner()], store().nodes.end());
   }
   store().configuration = std::move(tree);
-  store().node_store = std::move(kept);
+  store().node_store = std::move(node_store);
   return kStatusOk;
 }

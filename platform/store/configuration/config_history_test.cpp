@@ -1,4 +1,4 @@
-// Tests of what is kept of commits: the database, its folding, the history, power cuts, a former version.
+// Tests of stored commits: the database, its folding, the history, power cuts, former versions.
 #include <algorithm>
 
 #include "platform/store/configuration/test_configuration.h"
@@ -14,7 +14,7 @@ using ::testing::SizeIs;
 class ConfigHistory : public ConfigTest {
  protected:
   void Make(std::string_view owner, const std::vector<KvConfigChange>& changes, std::string_view comment) {
-    ASSERT_EQ(kvtree_config_commit(owner, changes, comment, &id, &mistake), kStatusOk) << mistake;
+    ASSERT_EQ(kvtree_config_commit(owner, changes, comment, &id, &error), kStatusOk) << error;
   }
 };
 
@@ -31,14 +31,14 @@ TEST_F(ConfigHistory, CommitsAreListedNewestFirstWithTheirTime) {
   EXPECT_EQ(commits[0].time, 6'000'000'001U);
 }
 
-TEST_F(ConfigHistory, ListGoesOnBehindACommit) {
+TEST_F(ConfigHistory, ListContinuesAfterACommit) {
   for (const char* text : {"1", "2", "3"}) Make("cli", {SetTo("/cfg/a", text)}, text);
   EXPECT_THAT(History(2), ElementsAre("3 cli 1 3", "2 cli 1 2"));
   EXPECT_THAT(History(2, "2"), ElementsAre("1 cli 1 1"));
   EXPECT_THAT(History(2, "1"), IsEmpty());
 }
 
-TEST_F(ConfigHistory, ChangesSayWhatWasInForceBeforeAndAfterAndWhose) {
+TEST_F(ConfigHistory, ChangesHaveTheEffectiveValuesAndOwnersBeforeAndAfter) {
   Make("file", {SetTo("/cfg/a", "file"), SetTo("/cfg/b", "file")}, "");
   Make("cli", {SetTo("/cfg/new", "cli"), {"/cfg/a", TupleValue({1, 2})}, SetTo("/cfg/b", "file")}, "");
   EXPECT_THAT(Changes(id),
@@ -48,7 +48,7 @@ TEST_F(ConfigHistory, ChangesSayWhatWasInForceBeforeAndAfterAndWhose) {
               ElementsAre("/cfg/new: cli (cli) -> none ()", "/cfg/a: (1 2) (cli) -> file (file)"));
 }
 
-TEST_F(ConfigHistory, WhatIsNoCommitsIdIsNoSuchRow) {
+TEST_F(ConfigHistory, InvalidCommitIdHasNoSuchRow) {
   Make("cli", {SetTo("/cfg/a", "1")}, "");
   std::vector<KvConfigCommit> commits;
   std::vector<KvConfigCommitChange> changes;
@@ -80,8 +80,8 @@ TEST_F(ConfigHistory, LargeCommitsMakeRoomByTheirSize) {
     for (KvConfigChange& change : changes) change.value->text[0] = static_cast<char>('a' + made);
     Make("cli", changes, "");
   }
-  const std::size_t kept = History().size();
-  EXPECT_EQ(kept, 4U);  // of 16 MB each; the first had 8
+  const std::size_t listed = History().size();
+  EXPECT_EQ(listed, 4U);  // of 16 MB each; the first had 8
   EXPECT_THAT(History().front(), HasSubstr(std::to_string(made) + " cli 250"));
 }
 
@@ -92,17 +92,17 @@ TEST_F(ConfigHistory, EveryOwnersNodesAndTheHistoryOutliveTheProcess) {
   Make("file", {SetTo("/cfg/a", "file"), {"/cfg/n", KvValue{}}, {"/cfg/t", TupleValue({7, -7})}}, "f");
   Make("cli", {{"/cfg/a", NumberValue(-3)}}, "c");
   Restart();
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=#-3", "/cfg/n=.", "/cfg/t=(7 -7)"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=#-3", "/cfg/n=.", "/cfg/t=(7 -7)"));
   EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file", "/cfg/n=.", "/cfg/t=(7 -7)"));
   EXPECT_THAT(History(), ElementsAre("2 cli 1 c", "1 file 3 f"));
   EXPECT_THAT(Changes("2"), ElementsAre("/cfg/a: file (file) -> #-3 (cli)"));
   Make("cli", {Withdraw("/cfg/a")}, "");
   EXPECT_EQ(id, "3");
   Restart();
-  EXPECT_THAT(InForce("/cfg/a"), ElementsAre("/cfg/a=file"));
+  EXPECT_THAT(Effective("/cfg/a"), ElementsAre("/cfg/a=file"));
 }
 
-TEST_F(ConfigHistory, WhatNobodyWasToldOfOutlivesTheProcessToo) {
+TEST_F(ConfigHistory, ValuesThatWereNeverEffectiveOutliveTheProcessToo) {
   ASSERT_EQ(Keep(), kStatusOk);
   Make("cli", {SetTo("/cfg/a", "x")}, "");
   Make("file", {SetTo("/cfg/a", "y")}, "");
@@ -117,20 +117,20 @@ TEST_F(ConfigHistory, CommitThatCannotBeWrittenChangesNothing) {
   Make("cli", {SetTo("/cfg/a", "x")}, "");
   for (const char* point : {"configuration_write", "configuration_commit"}) {
     const ScopedFault fault(point, kStatusIo);
-    EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "y"), SetTo("/cfg/b", "y")}, "", &id, &mistake),
+    EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "y"), SetTo("/cfg/b", "y")}, "", &id, &error),
               kStatusIo);
-    EXPECT_THAT(mistake, HasSubstr("it could not be kept"));
+    EXPECT_THAT(error, HasSubstr("it could not be stored"));
     EXPECT_EQ(id, "");
-    EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x"));
+    EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x"));
   }
   Make("cli", {SetTo("/cfg/c", "z")}, "");  // the transaction was ended
   Restart();
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x", "/cfg/c=z"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x", "/cfg/c=z"));
   EXPECT_THAT(History(), SizeIs(2));
 }
 
 // Whichever of the commit's statements it is.
-TEST_F(ConfigHistory, ReasonOfTheDatabaseIsTold) {
+TEST_F(ConfigHistory, ReasonOfTheDatabaseIsReported) {
   ASSERT_EQ(Keep(), kStatusOk);
   Make("cli", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");
   for (const char* place : {"INSERT ON log", "INSERT ON content", "INSERT ON node", "DELETE ON node"}) {
@@ -138,7 +138,7 @@ TEST_F(ConfigHistory, ReasonOfTheDatabaseIsTold) {
             " BEGIN SELECT RAISE(ABORT, 'no room left'); END");
     ::testing::internal::CaptureStderr();
     EXPECT_EQ(Refused("cli", {SetTo("/cfg/a", "y"), Withdraw("/cfg/b")}, kStatusIo),
-              "it could not be kept: no room left")
+              "it could not be stored: no room left")
         << place;
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 HasSubstr("a commit cannot be written: no room left"));
@@ -147,24 +147,24 @@ TEST_F(ConfigHistory, ReasonOfTheDatabaseIsTold) {
   Make("cli", {SetTo("/cfg/a", "y")}, "");
 }
 
-TEST_F(ConfigHistory, CommitIsInForceAfterAPowerCutBehindTheDatabase) {
+TEST_F(ConfigHistory, CommitIsEffectiveAfterAPowerCutThatFollowsItsWrite) {
   ASSERT_EQ(Keep(), kStatusOk);
   Make("file", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");
   fault_arm("configuration_apply", kStatusIo);
   EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "y"), SetTo("/cfg/c", "y")}, "", &id), kStatusIo);
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x", "/cfg/b=x"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x", "/cfg/b=x"));
   Restart();
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=y", "/cfg/b=x", "/cfg/c=y"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=y", "/cfg/b=x", "/cfg/c=y"));
   EXPECT_THAT(Changes("2"), SizeIs(2));
 }
 
 TEST_F(ConfigHistory, DatabaseInMemoryThatCannotBeOpenedIsAFailure) {
   fault_arm("configuration_open", kStatusNoMemory, 1, 0);
-  EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, "", &id, &mistake), kStatusNoMemory);
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, "", &id, &error), kStatusNoMemory);
+  EXPECT_THAT(Effective(), IsEmpty());
 }
 
-TEST_F(ConfigHistory, ConfigurationIsKeptFromTheFirstCommitOrNotAtAll) {
+TEST_F(ConfigHistory, ConfigurationIsStoredFromTheFirstCommitOrNotAtAll) {
   Make("cli", {SetTo("/cfg/a", "x")}, "");
   EXPECT_EQ(Keep(), kStatusExists);
 }
@@ -187,12 +187,12 @@ TEST_F(ConfigHistory, RowOfAnUnknownOwnerIsLeftOutAndLogged) {
   ASSERT_EQ(Keep(), kStatusOk);
   kvtree_reset();
   Execute(
-      "INSERT INTO node VALUES ('/cfg/a', 'nobody', 1, 0), ('/oper/a', 'cli', 1, 0), ('/cfg/b', 'cli', 1, "
+      "INSERT INTO node VALUES ('/cfg/a', 'stranger', 1, 0), ('/oper/a', 'cli', 1, 0), ('/cfg/b', 'cli', 1, "
       "0)");
   ::testing::internal::CaptureStderr();
   ASSERT_EQ(Keep(), kStatusOk);
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("/cfg/a of \"nobody\" is not understood"));
-  EXPECT_THAT(InForce("/"), ElementsAre("/cfg/b=#1"));
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("/cfg/a of \"stranger\" is unknown"));
+  EXPECT_THAT(Effective("/"), ElementsAre("/cfg/b=#1"));
 }
 
 TEST_F(ConfigHistory, DamagedContentsAreAFailureOfReading) {
@@ -222,7 +222,7 @@ TEST_F(ConfigHistory, CommitsOfAnEarlierProcessKeepTheirOwners) {
   EXPECT_THAT(Changes("2"), ElementsAre("/cfg/a: k (kernel) -> f (file)"));
 }
 
-TEST_F(ConfigHistory, NodesOfASecondVersionAreKeptAsTheyAre) {
+TEST_F(ConfigHistory, NodesOfASecondVersionAreUnchanged) {
   ASSERT_EQ(Keep(), kStatusOk);
   Make("file", {SetTo("/cfg/a", "file")}, "f");
   Make("cli", {SetTo("/cfg/a", "cli")}, "c");
@@ -231,17 +231,17 @@ TEST_F(ConfigHistory, NodesOfASecondVersionAreKeptAsTheyAre) {
   fault_arm("configuration_migrate", kStatusIo);
   EXPECT_EQ(Keep(), kStatusIo);
   ASSERT_EQ(Keep(), kStatusOk);
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=cli"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=cli"));
   EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file"));
   EXPECT_THAT(History(), ElementsAre("2 cli 1 c", "1 file 1 f"));
 }
 
-// --- The order in which nodes were last told
+// --- The order of the last notifications
 
 class ConfigOrder : public ConfigHistory {
  protected:
   void SetUp() override { ASSERT_EQ(Keep(), kStatusOk); }
-  // What a subscriber that comes now is told, and one of the next process: the same.
+  // The replay to a subscriber that registers now, which is the same in the next process.
   std::vector<std::string> Replayed() {
     const std::vector<std::string> now = RegisterAndTake();
     Restart();
@@ -269,14 +269,14 @@ TEST_F(ConfigOrder, NodeThatIsSetAgainIsTheLast) {
   EXPECT_THAT(Replayed(), ElementsAre("a 2 1", "c 2 1", "b 2 2"));
 }
 
-TEST_F(ConfigOrder, NodeThatComesAgainIsTheLast) {
+TEST_F(ConfigOrder, NodeThatIsCreatedAgainIsTheLast) {
   Make("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1")}, "");
   Make("cli", {Withdraw("/cfg/a")}, "");
   Make("cli", {SetTo("/cfg/a", "1")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("b 2 1", "a 2 1"));
 }
 
-TEST_F(ConfigOrder, OthersValueThatComesIntoForceIsTheLast) {
+TEST_F(ConfigOrder, ValueThatBecomesEffectiveIsTheLast) {
   Make("file", {SetTo("/cfg/a", "file"), SetTo("/cfg/b", "file")}, "");
   Make("cli", {SetTo("/cfg/a", "cli")}, "");
   Make("cli", {SetTo("/cfg/c", "cli")}, "");
@@ -284,7 +284,7 @@ TEST_F(ConfigOrder, OthersValueThatComesIntoForceIsTheLast) {
   EXPECT_THAT(Replayed(), ElementsAre("b 2 file", "c 2 cli", "a 2 file"));
 }
 
-TEST_F(ConfigOrder, WhatNobodyWasToldOfMovesNothing) {
+TEST_F(ConfigOrder, ChangesWithoutNotificationDoNotChangeTheOrder) {
   for (const char* path : {"/cfg/c", "/cfg/b", "/cfg/a"}) Make("cli", {SetTo(path, "1")}, "");
   Make("file", {SetTo("/cfg/b", "1")}, "");
   Make("frr", {SetTo("/cfg/b", "other")}, "");
@@ -362,8 +362,8 @@ TEST_F(ConfigFolding, LargeCommitOfAProcessThatEndsIsThereInTheNext) {
   EXPECT_TRUE(Unfolded());
   Restart();
   EXPECT_FALSE(Unfolded());
-  EXPECT_THAT(InForce(), SizeIs(1199));
-  EXPECT_THAT(InForce("/cfg/many/000000"), ElementsAre("/cfg/many/000000=newer"));
+  EXPECT_THAT(Effective(), SizeIs(1199));
+  EXPECT_THAT(Effective("/cfg/many/000000"), ElementsAre("/cfg/many/000000=newer"));
   EXPECT_EQ(Rows("node"), 1199);
 }
 
@@ -373,8 +373,8 @@ TEST_F(ConfigFolding, ProcessThatEndsWithinFoldingLosesNothing) {
   EXPECT_TRUE(kvtree::store().node_store->fold_some(700));
   EXPECT_EQ(Rows("node"), 700);
   Restart();
-  EXPECT_THAT(InForce(), SizeIs(1200));
-  EXPECT_THAT(InForce("/cfg/many/000000"), ElementsAre("/cfg/many/000000=y"));
+  EXPECT_THAT(Effective(), SizeIs(1200));
+  EXPECT_THAT(Effective("/cfg/many/000000"), ElementsAre("/cfg/many/000000=y"));
   EXPECT_THAT(History(), SizeIs(2));
 }
 
@@ -383,10 +383,10 @@ TEST_F(ConfigFolding, LaterSmallCommitIsFoldedAfterwards) {
   Make("file", {SetTo("/cfg/many/000000", "newer")}, "");
   RunAll();
   Restart();
-  EXPECT_THAT(InForce("/cfg/many/000000"), ElementsAre("/cfg/many/000000=newer"));
+  EXPECT_THAT(Effective("/cfg/many/000000"), ElementsAre("/cfg/many/000000=newer"));
 }
 
-TEST_F(ConfigFolding, LargeCommitThatToldNobodyLeavesNoRecord) {
+TEST_F(ConfigFolding, LargeCommitWithoutNotificationLeavesNoRecord) {
   Make("cli", Many(600, "x"), "");
   RunAll();
   Make("file", Many(600, "y"), "");
@@ -423,7 +423,7 @@ TEST_F(ConfigFolding, FoldingThatFailsAtTheStartIsAFailure) {
 TEST_F(ConfigFolding, UnfoldedCommitThatCannotBeReadIsAFailureOfTheStart) {
   Make("cli", Many(600, "x"), "");
   kvtree_reset();
-  Execute("UPDATE log SET owner = 'nobody'");
+  Execute("UPDATE log SET owner = 'stranger'");
   EXPECT_EQ(Keep(), kStatusIo);
   Execute("UPDATE log SET owner = 'cli'; UPDATE content SET octets = x'01'");
   EXPECT_EQ(Keep(), kStatusIo);

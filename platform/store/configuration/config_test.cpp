@@ -1,4 +1,4 @@
-// Tests of commits: who holds what, what is in force, what subscribers are told.
+// Tests of commits: owners, effective values, notifications.
 #include "platform/store/configuration/test_configuration.h"
 
 namespace {
@@ -17,7 +17,7 @@ TEST_F(ConfigCommit, CommandLineWinsOverFileOverRoutingSuite) {
   EXPECT_THAT(Commit("cli", {SetTo("/cfg/a", "cli")}), ElementsAre("a 2 cli"));
   EXPECT_THAT(Commit("file", {SetTo("/cfg/a", "file")}), IsEmpty());
   EXPECT_EQ(id, "");
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=cli"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=cli"));
   EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file"));
 }
 
@@ -35,7 +35,7 @@ TEST_F(ConfigCommit, EveryOwnerHasAnOrigin) {
   EXPECT_EQ(kvtree_config_origin(""), "");
 }
 
-TEST_F(ConfigCommit, ObserverLearnsWhatChangesInForceAndWhoHoldsIt) {
+TEST_F(ConfigCommit, ObserverReceivesEffectiveChangesWithTheirOwners) {
   std::vector<std::string> seen;
   auto handle = kvtree_config_observe("/cfg/a/", [&](const std::vector<KvConfigCommitChange>& changes) {
     for (const KvConfigCommitChange& change : changes) {
@@ -52,7 +52,7 @@ TEST_F(ConfigCommit, ObserverLearnsWhatChangesInForceAndWhoHoldsIt) {
   Commit("cli", {Withdraw("/cfg/a/x")});
   EXPECT_THAT(take(), ElementsAre("/cfg/a/x 1(cli) 2(file)"));
   EXPECT_EQ(kvtree_config_replay({"/cfg/a/x"}), kStatusOk);
-  EXPECT_THAT(take(), IsEmpty()) << "told again is no change";
+  EXPECT_THAT(take(), IsEmpty()) << "a replay is not a change";
   handle.reset();
   Commit("file", {SetTo("/cfg/a/x", "3")});
   EXPECT_THAT(take(), IsEmpty());
@@ -68,26 +68,26 @@ TEST_F(ConfigCommit, NodeIsFoundWithWhoHoldsIt) {
   EXPECT_EQ(found->owner, "file");
 }
 
-TEST_F(ConfigCommit, LettingGoRevealsTheNext) {
+TEST_F(ConfigCommit, WithdrawalMakesTheNextValueEffective) {
   for (const char* owner : {"frr", "file", "cli"}) Commit(owner, {SetTo("/cfg/a", owner)});
   EXPECT_THAT(Commit("cli", {Withdraw("/cfg/a")}), ElementsAre("a 2 file"));
   EXPECT_THAT(Commit("frr", {Withdraw("/cfg/a")}), IsEmpty());
   EXPECT_THAT(Commit("file", {Withdraw("/cfg/a")}), ElementsAre("a 4 none"));
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(Effective(), IsEmpty());
 }
 
-TEST_F(ConfigCommit, SameValueTellsNobody) {
+TEST_F(ConfigCommit, SameValueNotifiesNoSubscriber) {
   Commit("file", {SetTo("/cfg/a", "x")});
   EXPECT_THAT(Commit("file", {SetTo("/cfg/a", "x")}), IsEmpty());
   EXPECT_THAT(Commit("cli", {SetTo("/cfg/a", "x")}), IsEmpty());
   EXPECT_EQ(id, "");
   EXPECT_THAT(Owned("cli"), ElementsAre("/cfg/a=x"));
   EXPECT_THAT(Commit("file", {Withdraw("/cfg/a")}), IsEmpty());
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x"));
   EXPECT_THAT(History(), ElementsAre("1 file 1 "));
 }
 
-TEST_F(ConfigCommit, DeletionsAreToldBeforeSets) {
+TEST_F(ConfigCommit, DeletionsAreNotifiedBeforeSets) {
   Commit("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")});
   EXPECT_THAT(
       Commit("cli", {SetTo("/cfg/z", "2"), Withdraw("/cfg/c"), SetTo("/cfg/b", "2"), Withdraw("/cfg/a")}),
@@ -100,8 +100,8 @@ TEST_F(ConfigCommit, EveryTypeOfValueIsHeld) {
                   {"/cfg/text", TextValue("")},
                   {"/cfg/tuple", TupleValue({5, -1})},
                   {"/cfg/tuple-empty", TupleValue({})}});
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/none=.", "/cfg/number=#" + std::to_string(INT64_MIN),
-                                     "/cfg/text=", "/cfg/tuple=(5 -1)", "/cfg/tuple-empty=()"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/none=.", "/cfg/number=#" + std::to_string(INT64_MIN),
+                                       "/cfg/text=", "/cfg/tuple=(5 -1)", "/cfg/tuple-empty=()"));
 }
 
 TEST_F(ConfigCommit, ValuesDifferByTypeToo) {
@@ -111,8 +111,8 @@ TEST_F(ConfigCommit, ValuesDifferByTypeToo) {
   EXPECT_THAT(Commit("cli", {{"/cfg/a", TupleValue({0})}}), IsEmpty());
 }
 
-// Each of these stands behind a change that alone would be made.
-TEST_F(ConfigCommit, MistakeChangesNothing) {
+// Each of these follows a change that alone would be made.
+TEST_F(ConfigCommit, InvalidChangeChangesNothing) {
   KvValue record;
   record.type = KvValueType::kRecord;
   const auto refused = [&](KvConfigChange change, Status status) {
@@ -132,7 +132,7 @@ TEST_F(ConfigCommit, MistakeChangesNothing) {
   EXPECT_EQ(
       refused({"/cfg/a", TupleValue(std::vector<std::int64_t>(kMaxConfigTuple + 1))}, kStatusMessageTooLarge),
       "/cfg/a: it has too many numbers");
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(Effective(), IsEmpty());
   EXPECT_THAT(History(), IsEmpty());
 }
 
@@ -140,19 +140,19 @@ TEST_F(ConfigCommit, LongestTextPathAndTupleAreTaken) {
   const std::string path = "/cfg/" + std::string(kKvMaxPath - 5, 'a');
   Commit("cli", {SetTo(path, std::string(kMaxConfigText, 'x')),
                  {"/cfg/tuple", TupleValue(std::vector<std::int64_t>(kMaxConfigTuple))}});
-  EXPECT_EQ(InForce().size(), 2U);
+  EXPECT_EQ(Effective().size(), 2U);
 }
 
 TEST_F(ConfigCommit, UnknownOwnersHoldNothing) {
-  EXPECT_EQ(Refused("root", {SetTo("/cfg/a", "x")}, kStatusInvalid), "nobody is called \"root\"");
-  EXPECT_EQ(Refused("", {SetTo("/cfg/a", "x")}, kStatusInvalid), "nobody is called \"\"");
+  EXPECT_EQ(Refused("root", {SetTo("/cfg/a", "x")}, kStatusInvalid), "unknown owner \"root\"");
+  EXPECT_EQ(Refused("", {SetTo("/cfg/a", "x")}, kStatusInvalid), "unknown owner \"\"");
   EXPECT_THAT(Owned("root"), IsEmpty());
 }
 
-TEST_F(ConfigCommit, LettingGoOfWhatAnotherOwnerHoldsIsAMistake) {
+TEST_F(ConfigCommit, WithdrawalOfAnotherOwnersValueIsInvalid) {
   Commit("file", {SetTo("/cfg/a", "x")});
   EXPECT_EQ(Refused("cli", {Withdraw("/cfg/a")}, kStatusNoSuchRow), "/cfg/a: cli does not set it");
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=x"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x"));
 }
 
 TEST_F(ConfigCommit, CommitWithTooManyChangesIsRefused) {
@@ -165,13 +165,13 @@ TEST_F(ConfigCommit, EmptyCommitIsNone) {
   EXPECT_THAT(History(), IsEmpty());
 }
 
-TEST_F(ConfigCommit, CallerMayLeaveOutIdAndMistake) {
+TEST_F(ConfigCommit, CallerMayOmitIdAndError) {
   EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, ""), kStatusOk);
   EXPECT_EQ(kvtree_config_commit("cli", {Withdraw("/cfg/b")}, ""), kStatusNoSuchRow);
   EXPECT_EQ(kvtree_config_replace("cli", {"/cfg/"}, {}, ""), kStatusOk);
 }
 
-TEST_F(ConfigCommit, SubscriberThatComesLaterIsToldWhatIsInForce) {
+TEST_F(ConfigCommit, LaterSubscriberReceivesTheEffectiveValues) {
   Commit("file", {SetTo("/cfg/x/a", "file"), SetTo("/cfg/x/b", "file")});
   Commit("cli", {SetTo("/cfg/x/a", "cli")});
   Subscribe("/cfg/x/", kKvEventSet);
@@ -182,13 +182,13 @@ class ConfigReplace : public ConfigCommit {
  protected:
   std::vector<std::string> Replace(const std::vector<std::string>& scopes,
                                    const std::vector<KvConfigNode>& nodes) {
-    EXPECT_EQ(kvtree_config_replace("file", scopes, nodes, "reload", &id, &mistake), kStatusOk) << mistake;
+    EXPECT_EQ(kvtree_config_replace("file", scopes, nodes, "reload", &id, &error), kStatusOk) << error;
     Run();
     return TakeReceived();
   }
 };
 
-TEST_F(ConfigReplace, OnlyTheDifferenceIsTold) {
+TEST_F(ConfigReplace, OnlyTheDifferenceIsNotified) {
   Commit("file",
          {SetTo("/cfg/s/a", "1"), SetTo("/cfg/s/b", "1"), SetTo("/cfg/s/c", "1"), SetTo("/cfg/t/a", "1")});
   EXPECT_THAT(
@@ -225,36 +225,36 @@ TEST_F(ConfigReplace, ScopesMayOverlap) {
 }
 
 TEST_F(ConfigReplace, NodeOutsideTheScopesIsAMistake) {
-  EXPECT_EQ(kvtree_config_replace("file", {"/cfg/s/"}, {{"/cfg/t", TextValue("1")}}, "", &id, &mistake),
+  EXPECT_EQ(kvtree_config_replace("file", {"/cfg/s/"}, {{"/cfg/t", TextValue("1")}}, "", &id, &error),
             kStatusInvalid);
-  EXPECT_EQ(mistake, "/cfg/t: it is in none of the parts that are replaced");
+  EXPECT_EQ(error, "/cfg/t: it is outside of the replaced parts");
   for (const char* scope : {"/cfg", "/oper/", "", "/cfg/s"}) {
-    EXPECT_EQ(kvtree_config_replace("file", {scope}, {}, "", &id, &mistake), kStatusUnknownPath);
-    EXPECT_EQ(mistake, std::string(scope) + ": it is not part of the configuration");
+    EXPECT_EQ(kvtree_config_replace("file", {scope}, {}, "", &id, &error), kStatusUnknownPath);
+    EXPECT_EQ(error, std::string(scope) + ": it is not part of the configuration");
   }
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(Effective(), IsEmpty());
 }
 
-class ConfigRetell : public ConfigCommit {};
+class ConfigReplay : public ConfigCommit {};
 
-TEST_F(ConfigRetell, DeletionsThenSetsAreToldAndNothingChanges) {
+TEST_F(ConfigReplay, DeletionsThenSetsAreNotifiedAndNothingChanges) {
   Commit("file", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "2")});
   Commit("cli", {SetTo("/cfg/b", "3")});
-  ASSERT_EQ(kvtree_config_replay({"/cfg/b", "/cfg/gone", "/cfg/a"}), kStatusOk);
+  ASSERT_EQ(kvtree_config_replay({"/cfg/b", "/cfg/absent", "/cfg/a"}), kStatusOk);
   EXPECT_THAT(TakeReceived(), IsEmpty());
   Run();
   EXPECT_THAT(TakeReceived(), ElementsAre("b 4 none", "a 4 none", "b 3 3", "a 3 1"));
   EXPECT_EQ(History().size(), 2U);
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=1", "/cfg/b=3"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=1", "/cfg/b=3"));
 }
 
-// What is between is noted in the order in which the subscriber is told.
-TEST_F(ConfigRetell, EachIsToldWithWhatIsBetween) {
+// The functions and the notifications are recorded in one order.
+TEST_F(ConfigReplay, EachIsNotifiedAfterItsFunction) {
   Commit("file", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "2")});
   const auto note = [](const char* what) { return [what] { received().emplace_back(what); }; };
   ASSERT_EQ(kvtree_config_commit("file", {SetTo("/cfg/c", "before")}, ""), kStatusOk);
   ASSERT_EQ(
-      kvtree_config_replay_each({"/cfg/b", "/cfg/gone", "/cfg/a"}, manager, note("deletion"), note("set")),
+      kvtree_config_replay_each({"/cfg/b", "/cfg/absent", "/cfg/a"}, manager, note("deletion"), note("set")),
       kStatusOk);
   ASSERT_EQ(kvtree_config_commit("file", {Withdraw("/cfg/b")}, ""), kStatusOk);
   EXPECT_THAT(TakeReceived(), IsEmpty());
@@ -264,7 +264,7 @@ TEST_F(ConfigRetell, EachIsToldWithWhatIsBetween) {
   EXPECT_EQ(History().size(), 3U);
 }
 
-TEST_F(ConfigRetell, NodeIsToldAsItIsInForceOrAsDeleted) {
+TEST_F(ConfigReplay, NodeIsAnnouncedAsSetOrAsDeleted) {
   Commit("file", {SetTo("/cfg/a", "1")});
   Commit("cli", {SetTo("/cfg/a", "2")});
   ASSERT_EQ(kvtree_config_announce("/cfg/a"), kStatusOk);
@@ -273,10 +273,10 @@ TEST_F(ConfigRetell, NodeIsToldAsItIsInForceOrAsDeleted) {
   Run();
   EXPECT_THAT(TakeReceived(), ElementsAre("a 3 2", "none 4 none"));
   EXPECT_EQ(History().size(), 2U);
-  EXPECT_THAT(InForce(), ElementsAre("/cfg/a=2"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=2"));
 }
 
-TEST_F(ConfigRetell, EachNeedsAManagerAndBothFunctions) {
+TEST_F(ConfigReplay, EachNeedsAManagerAndBothFunctions) {
   const auto nothing = [] {};
   EXPECT_EQ(kvtree_config_replay_each({}, nullptr, nothing, nothing), kStatusInvalid);
   EXPECT_EQ(kvtree_config_replay_each({}, manager, nullptr, nothing), kStatusInvalid);
@@ -288,16 +288,17 @@ class ConfigCounted : public ConfigCommit, public ::testing::WithParamInterface<
   const std::string item_ = std::string(GetParam()) + "red/item";
 };
 
-TEST_P(ConfigCounted, OtherValueOfANodeThatIsThereIsToldToNobody) {
+TEST_P(ConfigCounted, ChangedValueOfAnExistingNodeIsNotNotified) {
   EXPECT_THAT(Commit("frr", {{item_, NumberValue(1)}}), ElementsAre("item 3 "));
   EXPECT_THAT(Commit("cli", {SetTo(item_, "text")}), IsEmpty());
   EXPECT_THAT(Commit("cli", {SetTo(item_, "other")}), IsEmpty());
-  EXPECT_THAT(InForce(), ElementsAre(item_ + "=other"));
+  EXPECT_THAT(Effective(), ElementsAre(item_ + "=other"));
   EXPECT_THAT(Changes(id), ElementsAre(item_ + ": text (cli) -> other (cli)"));
   Subscribe("/cfg/", kKvEventSet);
-  EXPECT_THAT(TakeReceived(), ElementsAre("item 2 other")) << "who comes later reads what is in force";
+  EXPECT_THAT(TakeReceived(), ElementsAre("item 2 other"))
+      << "a later subscriber receives the effective value";
   EXPECT_THAT(Commit("cli", {Withdraw(item_)}), IsEmpty());
-  EXPECT_THAT(InForce(), ElementsAre(item_ + "=#1"));
+  EXPECT_THAT(Effective(), ElementsAre(item_ + "=#1"));
   EXPECT_THAT(Commit("frr", {Withdraw(item_)}), ElementsAre("item 4 none"));
 }
 
@@ -312,8 +313,8 @@ TEST_F(ConfigCommit, EveryOperationCanFail) {
         "kvtree_config_announce", "kvtree_config_history", "kvtree_config_changes"}) {
     fault_arm(point, kStatusNoMemory);
   }
-  EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, "", &id, &mistake), kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_replace("cli", {}, {}, "", &id, &mistake), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, "", &id, &error), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_replace("cli", {}, {}, "", &id, &error), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_replay({}), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_announce("/cfg/a"), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_replay_each(
@@ -321,7 +322,7 @@ TEST_F(ConfigCommit, EveryOperationCanFail) {
             kStatusNoMemory);
   EXPECT_EQ(kvtree_config_history(1, "", &commits), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_changes("1", &changes), kStatusNoMemory);
-  EXPECT_THAT(InForce(), IsEmpty());
+  EXPECT_THAT(Effective(), IsEmpty());
 }
 
 }  // namespace

@@ -17,23 +17,23 @@ constexpr std::string_view kConfiguration = "/cfg/";
 constexpr std::array<std::string_view, kConfigOwners.size()> kOrigins = {"operator", "router file",
                                                                          "configured", "derived", "kernel"};
 
-Status check_value(const KvValue& value, std::string* mistake) {
+Status check_value(const KvValue& value, std::string* error) {
   switch (value.type) {
     case KvValueType::kNone:
     case KvValueType::kNumber:
       return kStatusOk;
     case KvValueType::kText:
       if (value.text.size() <= kMaxConfigText) return kStatusOk;
-      *mistake = "its text is too long";
+      *error = "its text is too long";
       return kStatusMessageTooLarge;
     case KvValueType::kTuple:
       if (value.tuple.size() <= kMaxConfigTuple) return kStatusOk;
-      *mistake = "it has too many numbers";
+      *error = "it has too many numbers";
       return kStatusMessageTooLarge;
     case KvValueType::kRecord:
       break;
   }
-  *mistake = "a configuration has no records";
+  *error = "a configuration has no records";
   return kStatusInvalid;
 }
 
@@ -42,37 +42,37 @@ bool same_or_both_none(const SharedValue& one, const SharedValue& other) {
   return *one == *other;
 }
 
-// What becomes of a node; `node` is null for one that nobody holds.
+// Plans the change of one node; `node` is null for one that no owner sets.
 PlannedChange plan_change(const OwnedNode* node, std::size_t owner, const ProposedChange& change) {
-  static const OwnedNode kNobodys;
-  const OwnedNode& now = node == nullptr ? kNobodys : *node;
+  static const OwnedNode kUnset;
+  const OwnedNode& now = node == nullptr ? kUnset : *node;
   PlannedChange planned;
   planned.path = change.path;
   if (change.value != nullptr) planned.value = std::make_shared<const KvValue>(*change.value);
-  planned.owner_before = now.in_force();
+  planned.owner_before = now.effective_owner();
   if (planned.owner_before != kNoOwner) planned.before = now.values[planned.owner_before];
-  planned.owner_after = now.in_force_after(owner, planned.value != nullptr);
+  planned.owner_after = now.effective_owner_after(owner, planned.value != nullptr);
   if (planned.owner_after == owner) {
     planned.after = planned.value;
   } else if (planned.owner_after != kNoOwner) {
     planned.after = now.values[planned.owner_after];
   }
-  planned.tells = !same_or_both_none(planned.before, planned.after);
+  planned.is_effective = !same_or_both_none(planned.before, planned.after);
   return planned;
 }
 
-Status check_change(const ProposedChange& change, std::string* mistake) {
+Status check_change(const ProposedChange& change, std::string* error) {
   if (const Status status = check_configuration_path(change.path)) {
-    *mistake = "it is not below /cfg/";
-    if (status == kStatusMessageTooLarge) *mistake = "the path is too long";
-    if (status == kStatusBadKey) *mistake = "the path has an octet 0";
+    *error = "it is not below /cfg/";
+    if (status == kStatusMessageTooLarge) *error = "the path is too long";
+    if (status == kStatusBadKey) *error = "the path has an octet 0";
     return status;
   }
-  return change.value != nullptr ? check_value(*change.value, mistake) : kStatusOk;
+  return change.value != nullptr ? check_value(*change.value, error) : kStatusOk;
 }
 
-// Finds places in a tree that are asked for mostly in the order of the paths: what follows the place that was
-// asked for last is found without a search.
+// Finds places in a tree, mostly in the order of the paths: the place after the previous one is found without
+// a search.
 class Cursor {
  public:
   explicit Cursor(const ConfigTree& tree) : tree_(tree), at_(tree.begin()) {}
@@ -83,18 +83,18 @@ class Cursor {
   }
 
  private:
-  // Whether nothing before at_ is the path or behind it, and nothing from at_ on before it.
+  // Whether everything before at_ precedes the path, and nothing from at_ on does.
   bool is_place_of(std::string_view path) {
     if (at_ != tree_.end() && at_->first < path) ++at_;
-    const bool is_behind = at_ == tree_.begin() || std::prev(at_)->first < path;
-    return is_behind && (at_ == tree_.end() || at_->first >= path);
+    const bool is_after = at_ == tree_.begin() || std::prev(at_)->first < path;
+    return is_after && (at_ == tree_.end() || at_->first >= path);
   }
 
   const ConfigTree& tree_;
   ConfigTree::const_iterator at_;
 };
 
-// The paths of a commit. Those that come in their order need no set to be told apart.
+// The paths of a commit. Paths in ascending order are compared without a set.
 class Seen {
  public:
   bool is_new(std::string_view path) {
@@ -108,25 +108,25 @@ class Seen {
 
  private:
   std::vector<std::string_view> ordered_;
-  std::unordered_set<std::string_view> unordered_;  // all of them, once one came out of order
+  std::unordered_set<std::string_view> unordered_;  // all of them, once one was out of order
 };
 
 std::optional<KvValue> copy(const SharedValue& value) {
   return value == nullptr ? std::nullopt : std::optional<KvValue>(*value);
 }
 
-// Appends what the change comes to.
-Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, std::string* mistake) {
-  if (const Status status = check_change(change, mistake)) return status;
+// Appends the planned change.
+Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, std::string* error) {
+  if (const Status status = check_change(change, error)) return status;
   const OwnedNode* node = cursor->find(change.path);
   const SharedValue held = node == nullptr ? nullptr : node->values[plan->owner];
   if (change.value == nullptr && held == nullptr) {
-    *mistake = std::string(owner_name(plan->owner)) + " does not set it";
+    *error = std::string(owner_name(plan->owner)) + " does not set it";
     return kStatusNoSuchRow;
   }
   if (change.value != nullptr && held != nullptr && *change.value == *held) return kStatusOk;
   plan->changes.push_back(plan_change(node, plan->owner, change));
-  if (plan->changes.back().tells) ++plan->telling;
+  if (plan->changes.back().is_effective) ++plan->effective_changes;
   return kStatusOk;
 }
 
@@ -141,15 +141,15 @@ std::string_view owner_name(std::size_t owner) {
   return owner < kConfigOwners.size() ? kConfigOwners[owner] : std::string_view();
 }
 
-std::size_t OwnedNode::in_force() const {
+std::size_t OwnedNode::effective_owner() const {
   return static_cast<std::size_t>(
       std::find_if(values.begin(), values.end(), [](const SharedValue& each) { return each != nullptr; }) -
       values.begin());
 }
 
-std::size_t OwnedNode::in_force_after(std::size_t owner, bool holds) const {
+std::size_t OwnedNode::effective_owner_after(std::size_t owner, bool sets) const {
   std::size_t first = 0;
-  while (first < values.size() && !(first == owner ? holds : values[first] != nullptr)) ++first;
+  while (first < values.size() && !(first == owner ? sets : values[first] != nullptr)) ++first;
   return first;
 }
 
@@ -166,45 +166,45 @@ Status check_configuration_path(std::string_view path) {
 }
 
 Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<ProposedChange>& changes,
-                   CommitPlan* plan, std::string* mistake) {
+                   CommitPlan* plan, std::string* error) {
   *plan = {};
   plan->owner = find_owner(owner);
   if (plan->owner == kNoOwner) {
-    *mistake = "nobody is called \"" + std::string(owner) + "\"";
+    *error = "unknown owner \"" + std::string(owner) + "\"";
     return kStatusInvalid;
   }
   if (changes.size() > kMaxConfigChanges) {
-    *mistake = "a commit has at most " + std::to_string(kMaxConfigChanges) + " changes";
+    *error = "a commit has at most " + std::to_string(kMaxConfigChanges) + " changes";
     return kStatusMessageTooLarge;
   }
   Seen seen;
   Cursor cursor(tree);
   plan->changes.reserve(changes.size());
   for (const ProposedChange& change : changes) {
-    Status status = plan_one(&cursor, change, plan, mistake);
+    Status status = plan_one(&cursor, change, plan, error);
     if (status == kStatusOk && !seen.is_new(change.path)) {
-      *mistake = "it is changed twice";
+      *error = "it is changed twice";
       status = kStatusInvalid;
     }
     if (status == kStatusOk) continue;
-    *mistake = std::string(change.path) + ": " + *mistake;
+    *error = std::string(change.path) + ": " + *error;
     return status;
   }
   return kStatusOk;
 }
 
 void apply_plan(ConfigTree* tree, const CommitPlan& plan) {
-  auto behind = tree->begin();  // the place last changed: the next change is mostly there
+  auto next = tree->begin();  // after the last change: usually the place of the next one
   for (const PlannedChange& change : plan.changes) {
     if (change.value != nullptr) {
-      const auto node = tree->try_emplace(behind, change.path);
+      const auto node = tree->try_emplace(next, change.path);
       node->second.values[plan.owner] = change.value;
-      behind = std::next(node);
+      next = std::next(node);
       continue;
     }
     const auto node = tree->find(change.path);
     node->second.values[plan.owner] = nullptr;
-    behind = node->second.in_force() == kNoOwner ? tree->erase(node) : std::next(node);
+    next = node->second.effective_owner() == kNoOwner ? tree->erase(node) : std::next(node);
   }
 }
 

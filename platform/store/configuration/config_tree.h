@@ -1,8 +1,8 @@
-// What each owner holds of the configuration, and what follows from a commit. Not for other folders.
+// The values that owners set, and the planning of commits. Only for this folder.
 //
-// The tree keeps a value an owner for every path that somebody holds; the first of them is in force. A commit
-// is planned against it without changing anything, so that a mistake leaves no trace; the plan is what is
-// written to the database, and afterwards made here and in the store's nodes.
+// The tree has a value per owner for every path that an owner sets; the first of them is effective. A commit
+// is planned without changing anything, so that an invalid one leaves no trace; the plan is written to the
+// database and then applied here and to the store's nodes.
 #pragma once
 
 #include <array>
@@ -28,47 +28,47 @@ using SharedValue = std::shared_ptr<const KvValue>;
 
 struct OwnedNode {
   std::array<SharedValue, kConfigOwners.size()> values;
-  // Whose value is in force; kNoOwner when nobody holds the node.
-  std::size_t in_force() const;
-  // The same when the owner holds the node, or does not.
-  std::size_t in_force_after(std::size_t owner, bool holds) const;
+  // The owner whose value is effective; kNoOwner if none sets the node.
+  std::size_t effective_owner() const;
+  // The same once the owner sets the node, or does not.
+  std::size_t effective_owner_after(std::size_t owner, bool sets) const;
 };
 
 using ConfigTree = std::map<std::string, OwnedNode, std::less<>>;
 
-// What an owner asks for. Path and value are the caller's and outlive the planning.
+// A requested change. Path and value are the caller's and outlive the planning.
 struct ProposedChange {
   std::string_view path;
-  const KvValue* value;  // null: the owner lets go
+  const KvValue* value;  // null: the owner withdraws its value
 };
 
-// What an owner holds from now on, and what was and will be in force.
+// The owner's new value, and the effective values before and after.
 struct PlannedChange {
   std::string path;
-  SharedValue value;  // null: the owner lets go
+  SharedValue value;  // null: the owner withdraws its value
   SharedValue before;
   SharedValue after;
   std::size_t owner_before = kNoOwner;
   std::size_t owner_after = kNoOwner;
-  bool tells = false;  // before and after are not the same (kConfigCountedScopes: not told for all that)
+  bool is_effective = false;  // before and after differ; notified, except in kConfigCountedScopes
 };
 
 struct CommitPlan {
   std::size_t owner = kNoOwner;
-  std::vector<PlannedChange> changes;  // only those that change what the owner holds
-  std::size_t telling = 0;             // of them
+  std::vector<PlannedChange> changes;  // only those that change the owner's values
+  std::size_t effective_changes = 0;   // of them
 };
 
-// "/cfg/..." and not a folder; kStatusOk or what is wrong with the path.
+// kStatusOk for "/cfg/..." that is not a folder; otherwise what is wrong with the path.
 Status check_configuration_path(std::string_view path);
 
-// As readers of the history and observers know it.
+// For readers of the history and for observers.
 KvConfigCommitChange to_public(PlannedChange change);
 
-// Checks the changes and plans them. A failure and its *mistake are those of kvtree_config_commit.
+// Checks the changes and plans them. Status and *error are those of kvtree_config_commit.
 Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<ProposedChange>& changes,
-                   CommitPlan* plan, std::string* mistake);
-// Makes the plan's changes of what the owner holds.
+                   CommitPlan* plan, std::string* error);
+// Applies the plan to the owner's values.
 void apply_plan(ConfigTree* tree, const CommitPlan& plan);
 
 }  // namespace kvtree

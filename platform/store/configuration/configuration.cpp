@@ -1,7 +1,7 @@
-// What clients ask about the configuration, and its single changes: nodes, the history of commits, sets and
+// Clients' queries of the configuration, and their single changes: nodes, the history of commits, sets and
 // deletions. Whole commits are in staged_commits.cpp.
 //
-// An answer that would become too long has what fits, at least one item; the client asks again from there.
+// An answer that would be too long has the items that fit, at least one; the client continues after them.
 #include <algorithm>
 #include <optional>
 #include <utility>
@@ -20,7 +20,7 @@ using wire::Writer;
 
 constexpr std::uint32_t kMaxChangesOfAnAnswer = 10000;
 
-// A status of success, a count, and items until there are enough of them.
+// A successful status, a count, and items up to a limit.
 class ListAnswer {
  public:
   ListAnswer(wire::Octets* answer, std::uint32_t maximum) : writer_(answer), maximum_(maximum) {
@@ -50,17 +50,17 @@ Status commit_one(const wire::Connection* from, std::string_view path, std::opti
   return kvtree_config_commit(kConfigOwnerCli, {{std::string(path), std::move(value)}}, {});
 }
 
-// Whose configuration the node is; nobody's when the process itself set it. The values are compared, as a
-// node keeps the former owner's when the next one's is the same: nobody is told of that.
+// The owner of the node's value; empty if the process itself set it. The values are compared, because a node
+// has the former owner's value while the next one's is the same: no notification announces that.
 std::string_view owner_of(const std::string& path, const SharedValue& value) {
   const auto found = store().configuration.find(path);
   if (found == store().configuration.end()) return {};
-  const std::size_t owner = found->second.in_force();
+  const std::size_t owner = found->second.effective_owner();
   const bool is_owned = owner != kNoOwner && *found->second.values[owner] == *value;
   return is_owned ? owner_name(owner) : std::string_view();
 }
 
-// A value that no configuration has (a record) is left out.
+// Skips a value that the configuration cannot have (a record).
 void add_node(ListAnswer* list, const std::string& path, std::string_view owner, const KvValue& value) {
   Writer* writer = list->begin();
   writer->text(path);

@@ -1,15 +1,13 @@
+// A rollback journal with full synchronization, because the configuration changes rarely and must not be
+// lost. The application id identifies our files, the version their format; both, and a check of the whole
+// file, precede any reading or writing. The values of version 1 (one per path) belonged to the command line;
+// version 2 did not have the order of notifications. A migration is one transaction.
 //
-// A rollback journal and full synchronisation, as the configuration changes seldom and must not be lost.
-// Whether a file is ours is told by its application id, whether we understand it by its version; both, and a
-// check of the whole file, come before anything is read from it or written to it. What version 1 held (one
-// value a path) belonged to the command line; version 2 did not say when a node was told. All of a migration
-// is one transaction.
-//
-// Tables. node: a value an owner and path; a number is an INTEGER, a text a TEXT, a tuple a BLOB of
-// little-endian 64-bit numbers, a node without a value a NULL; `told`, the same in all rows of a path, grows
-// with every commit that tells its subscribers of it. log: the commits, with the number of nodes
-// whose value in force changed (0 stands for those that are there only until they are folded) and whether the
-// rows of `node` have it (folded). content: what a commit changed, encoded by commit_codec.h.
+// Tables. node: a value per owner and path; a number is an INTEGER, a text a TEXT, a tuple a BLOB of
+// little-endian 64-bit numbers, a node without a value a NULL; `told`, the same in all rows of a path,
+// increases with every commit that notifies its subscribers. log: the commits, with the number of nodes whose
+// effective value changed (0 for those that exist only until they are folded) and whether the rows of `node`
+// include it (folded). content: the changes of a commit, encoded by commit_codec.h.
 #include "platform/store/configuration/configuration_database.h"
 
 #include <unistd.h>
@@ -54,7 +52,7 @@ constexpr char kProbe[] =
 constexpr char kFirstProbe[] = "SELECT path, value FROM node";
 constexpr char kSecondProbe[] = "SELECT path, owner, value FROM node";
 
-// The one number that a statement answers; the SQLite code.
+// Reads the only number of a statement's result; returns the SQLite code.
 int ask_number(sqlite3* database, const char* sql, int* number) {
   const Statement statement = prepare(database, sql);
   if (statement == nullptr) return sqlite3_errcode(database);
@@ -79,13 +77,12 @@ int migrate(sqlite3* database, int version) {
   const int code =
       sqlite3_exec(database, is_first ? kMigrateFirst : kMigrateSecond, nullptr, nullptr, nullptr);
   if (code == SQLITE_OK && is_first)
-    log_line("configuration: what version 1 held belongs to the command line from here");
-  return code;  // closing it takes back what was not committed
+    log_line("configuration: the values of version 1 now belong to the command line");
+  return code;  // closing the database rolls an incomplete migration back
 }
 
-// SQLITE_OK for a database that is ours, whole and of this version, which an empty file is made into and a
-// former version brought to. SQLITE_NOTADB, SQLITE_CORRUPT and SQLITE_MISMATCH are for files whose contents
-// cannot be used.
+// SQLITE_OK for a complete database of ours of this version; an empty file is initialized and a former
+// version migrated. SQLITE_NOTADB, SQLITE_CORRUPT and SQLITE_MISMATCH are for files with unusable contents.
 int check_or_make(sqlite3* database) {
   int id = 0;
   int version = 0;
@@ -108,7 +105,7 @@ bool is_unusable(int code) {
   return primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT || primary == SQLITE_MISMATCH;
 }
 
-// An error number, or 0.
+// Returns errno or 0.
 int set_aside(const std::string& file) {
   std::string aside;
   for (int n = 1; aside.empty() || access(aside.c_str(), F_OK) == 0; ++n)
@@ -117,7 +114,7 @@ int set_aside(const std::string& file) {
   // A journal belongs to the file that it was written for; applied to a new one it would destroy that.
   if (std::rename((file + "-journal").c_str(), (aside + "-journal").c_str()) != 0 && errno != ENOENT)
     return errno;
-  log_line("configuration: %s cannot be used and is kept as %s; starting with an empty one", file.c_str(),
+  log_line("configuration: %s cannot be used and is stored as %s; starting with an empty one", file.c_str(),
            aside.c_str());
   return 0;
 }

@@ -1,5 +1,5 @@
-// The configuration's database file: opened, checked, made, and brought to this version. Not for other
-// folders.
+// The configuration's database file: opened, checked, created, and migrated to this version. Only for this
+// folder.
 #pragma once
 
 #include <string>
@@ -9,12 +9,12 @@
 
 namespace kvtree {
 
-// Opens or makes DIRECTORY/configuration.db. A file that is no such database, is damaged or is of a newer
-// version is renamed to configuration.db.unusable.N beside the new, empty one, and the log says so. kStatusIo
-// (logged) when the directory or the file cannot be used for another reason. Fault points
-// "configuration_open", "configuration_migrate".
+// Opens or creates DIRECTORY/configuration.db. A foreign or damaged file, or one of a newer version, is
+// renamed to configuration.db.unusable.N next to the new, empty one, and logged. kStatusIo (logged) if the
+// directory or the file cannot be used for another reason. Fault points "configuration_open",
+// "configuration_migrate".
 [[nodiscard]] Status open_configuration(const std::string& directory, Database* database);
-// One that lives as long as it is open. Fault point "configuration_open".
+// A database in memory, which exists while it is open. Fault point "configuration_open".
 [[nodiscard]] Status open_configuration_in_memory(Database* database);
 
 }  // namespace kvtree

@@ -52,7 +52,7 @@ class Configuration : public ServedStore {
     EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK);
     sqlite3_close(database);
   }
-  // A file with these contents is kept as it is, beside a new one that works.
+  // A file with these contents is left unchanged next to a new one that works.
   void ExpectSetAside() {
     const std::string contents = Read(File());
     ::testing::internal::CaptureStderr();
@@ -68,7 +68,7 @@ class Configuration : public ServedStore {
   }
 };
 
-TEST_F(Configuration, ChangesOfClientsAreToldToSubscribers) {
+TEST_F(Configuration, ChangesOfClientsAreNotifiedToSubscribers) {
   ASSERT_EQ(client.connect(), kStatusOk);
   Subscribe(kTraps.c_str(), kKvEventSet | kKvEventDeleted);
   Start();
@@ -91,7 +91,7 @@ TEST_F(Configuration, NodesAreListedInOrderBelowAPath) {
   EXPECT_EQ(client.nodes("cfg", 1).status, kStatusUnknownPath);
 }
 
-TEST_F(Configuration, LongListsGoOnBehindTheLastNode) {
+TEST_F(Configuration, LongListsContinueAfterTheLastNode) {
   StartAndConnect();
   for (const char* path : {"/cfg/a", "/cfg/b", "/cfg/c"}) ASSERT_EQ(client.set_number(path, 1), kStatusOk);
   const kvtree::NodesResult first = client.nodes("/cfg/", 2);
@@ -134,8 +134,8 @@ TEST_F(Configuration, OutlivesTheProcessAndIsReplayed) {
   StartAndConnect();
   ASSERT_EQ(client.set_text(kTraps + "vrf-up", "on"), kStatusOk);
   ASSERT_EQ(client.set_number(kTraps + "time", INT64_MIN), kStatusOk);
-  ASSERT_EQ(client.set_text(kTraps + "gone", "x"), kStatusOk);
-  ASSERT_EQ(client.remove(kTraps + "gone"), kStatusOk);
+  ASSERT_EQ(client.set_text(kTraps + "deleted", "x"), kStatusOk);
+  ASSERT_EQ(client.remove(kTraps + "deleted"), kStatusOk);
   ASSERT_EQ(client.set_text(kTraps + "vrf-up", "octets \xff%/"), kStatusOk);
   Restart();
   Subscribe(kTraps.c_str(), kKvEventCreated | kKvEventSet);
@@ -145,7 +145,7 @@ TEST_F(Configuration, OutlivesTheProcessAndIsReplayed) {
               ElementsAre(kTraps + "time=#" + std::to_string(INT64_MIN), kTraps + "vrf-up=octets \xff%/"));
 }
 
-TEST_F(Configuration, NodesOfTheProcessItselfAreNotKept) {
+TEST_F(Configuration, NodesOfTheProcessItselfAreNotStored) {
   ASSERT_EQ(Keep(), kStatusOk);
   ASSERT_EQ(SetText("/cfg/own", "x"), kStatusOk);
   Restart();
@@ -153,7 +153,7 @@ TEST_F(Configuration, NodesOfTheProcessItselfAreNotKept) {
   EXPECT_THAT(Nodes(), IsEmpty());
 }
 
-TEST_F(Configuration, ChangeThatCannotBeKeptIsNotMade) {
+TEST_F(Configuration, ChangeThatCannotBeStoredIsNotMade) {
   ASSERT_EQ(Keep(), kStatusOk);
   StartAndConnect();
   ASSERT_EQ(client.set_number("/cfg/a", 1), kStatusOk);
@@ -174,8 +174,8 @@ TEST_F(Configuration, WriteThatTheDatabaseRefusesIsAnswered) {
   EXPECT_THAT(Nodes(), IsEmpty());
 }
 
-TEST_F(Configuration, FileThatIsNoDatabaseIsSetAside) {
-  Write("this is not a database, but it may be somebody's only copy of something");
+TEST_F(Configuration, FileThatIsNotADatabaseIsSetAside) {
+  Write("this is not a database, but it may be the only copy of something");
   ExpectSetAside();
 }
 

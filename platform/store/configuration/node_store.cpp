@@ -1,7 +1,6 @@
-// See node_store.h: reading what is kept, writing commits, and folding. The history is read in
-// commit_history.cpp.
+// Reading the stored values, writing commits, and folding. commit_history.cpp reads the history.
 //
-// What a transaction changes of the counts is computed on a copy, which takes effect with the transaction.
+// The counts that a transaction changes are computed on a copy, which takes effect with the transaction.
 #include "platform/store/configuration/node_store.h"
 
 #include <algorithm>
@@ -125,9 +124,9 @@ Status NodeStore::read_unfolded() {
 
 Status NodeStore::read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const {
   const auto read = std::make_shared<CommitPlan>();
-  read->owner = find_owner(owner);  // reading the contents fails for nobody
+  read->owner = find_owner(owner);  // reading the contents fails for an unknown owner
   const Status status = visit_content(id, [&](PlannedChange change) {
-    if (change.tells) ++read->telling;
+    if (change.is_effective) ++read->effective_changes;
     read->changes.push_back(std::move(change));
   });
   *plan = read;
@@ -168,13 +167,13 @@ Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::str
   }
   size_ = size;
   if (!folded) unfolded_.push_back({number, plan});
-  if (plan->telling > 0) *id = std::to_string(number);
+  if (plan->effective_changes > 0) *id = std::to_string(number);
   return kStatusOk;
 }
 
 bool NodeStore::write_all(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id,
                           Size* size) {
-  const bool logged = !folded || plan.telling > 0;
+  const bool logged = !folded || plan.effective_changes > 0;
   if (logged && !write_log(plan, head, folded, id, size)) return false;
   if (folded && !write_rows(*id, plan, 0, plan.changes.size())) return false;
   return forget_oldest(size);
@@ -190,7 +189,7 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
   sqlite3_bind_int64(log.get(), 1, static_cast<std::int64_t>(head.time));
   bind_text(log, 2, owner_name(plan.owner));
   bind_text(log, 3, head.comment);
-  sqlite3_bind_int64(log.get(), 4, static_cast<std::int64_t>(plan.telling));
+  sqlite3_bind_int64(log.get(), 4, static_cast<std::int64_t>(plan.effective_changes));
   sqlite3_bind_int64(log.get(), 5, static_cast<std::int64_t>(octets.size()));
   sqlite3_bind_int(log.get(), 6, folded ? 1 : 0);
   if (!run(log)) return false;
@@ -198,7 +197,7 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
   const Statement content = prepare(database_.get(), "INSERT INTO content(id, octets) VALUES (?, ?)");
   sqlite3_bind_int64(content.get(), 1, *id);
   bind_blob(content, 2, octets.data(), octets.size());
-  if (plan.telling > 0) {
+  if (plan.effective_changes > 0) {
     ++size->commits;
     size->octets += octets.size();
   }
@@ -208,7 +207,7 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
 struct NodeStore::RowStatements {
   Statement put;
   Statement erase;
-  Statement tell;
+  Statement notify;
 };
 
 bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t first, std::size_t end) {
@@ -220,15 +219,15 @@ bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t 
       prepare(database_.get(), "DELETE FROM node WHERE path = ? AND owner = ?"),
       prepare(database_.get(), "UPDATE node SET told = ? WHERE path = ?")};
   for (std::size_t i = first; i < end; ++i) {
-    const std::int64_t told = (id << kPlaceBits) + static_cast<std::int64_t>(i);
-    if (!write_row(statements, owner_name(plan.owner), plan.changes[i], told)) return false;
+    const std::int64_t notified = (id << kPlaceBits) + static_cast<std::int64_t>(i);
+    if (!write_row(statements, owner_name(plan.owner), plan.changes[i], notified)) return false;
   }
   return true;
 }
 
-// When a node was told stands in the rows of all who hold it: any of them may let go of it without a word.
+// Every owner's row has the number of the last notification: any owner may withdraw its value unnoticed.
 bool NodeStore::write_row(const RowStatements& statements, std::string_view owner,
-                          const PlannedChange& change, std::int64_t told) {
+                          const PlannedChange& change, std::int64_t notified) {
   const Statement& statement = change.value == nullptr ? statements.erase : statements.put;
   wire::Octets octets;
   sqlite3_reset(statement.get());
@@ -236,14 +235,14 @@ bool NodeStore::write_row(const RowStatements& statements, std::string_view owne
   bind_text(statement, 2, owner);
   if (change.value != nullptr) bind_value(statement, 3, *change.value, &octets);
   if (!run(statement)) return false;
-  if (!change.tells || change.after == nullptr) return true;
-  sqlite3_reset(statements.tell.get());
-  sqlite3_bind_int64(statements.tell.get(), 1, told);
-  bind_text(statements.tell, 2, change.path);
-  return run(statements.tell);
+  if (!change.is_effective || change.after == nullptr) return true;
+  sqlite3_reset(statements.notify.get());
+  sqlite3_bind_int64(statements.notify.get(), 1, notified);
+  bind_text(statements.notify, 2, change.path);
+  return run(statements.notify);
 }
 
-// The oldest commits make room; one that is not folded is still needed.
+// Removes the oldest commits beyond the limits; a commit that is not folded is still needed.
 bool NodeStore::forget_oldest(Size* size) {
   while (size->commits > kMaxCommits || (size->octets > kMaxHistoryOctets && size->commits > 1)) {
     const Statement oldest =
@@ -293,9 +292,9 @@ bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
   return false;
 }
 
-// A commit that changed nothing in force was kept for its rows alone.
+// The record of a commit without effective changes was needed for its rows only.
 bool NodeStore::finish_fold(const Unfolded& unfolded) {
-  if (unfolded.plan->telling == 0) return forget(unfolded.id);
+  if (unfolded.plan->effective_changes == 0) return forget(unfolded.id);
   const Statement statement = prepare(database_.get(), "UPDATE log SET folded = 1 WHERE id = ?");
   sqlite3_bind_int64(statement.get(), 1, unfolded.id);
   return run(statement);
@@ -303,7 +302,7 @@ bool NodeStore::finish_fold(const Unfolded& unfolded) {
 
 // --- Helpers
 
-// The reason is noted at once: other statements that end meanwhile would take it away.
+// Copies the reason at once: the end of another statement would overwrite it.
 bool NodeStore::run(const Statement& statement) {
   if (sqlite3_step(statement.get()) == SQLITE_DONE) return true;
   write_error_ = sqlite3_errmsg(database_.get());
@@ -319,7 +318,7 @@ bool NodeStore::execute(const char* sql) {
 // SQLite may have rolled back by itself.
 void NodeStore::roll_back() {
   if (sqlite3_get_autocommit(database_.get()) == 0 && !execute("ROLLBACK"))
-    static_cast<void>(fail("a commit cannot be taken back"));
+    static_cast<void>(fail("a commit cannot be rolled back"));
 }
 
 Status NodeStore::fail(const char* what) const {

@@ -1,4 +1,4 @@
-// SQLite's handles as owned objects, for the files that hold the configuration. Not for other folders.
+// SQLite's handles as owned objects, for the files of the configuration. Only for this folder.
 #pragma once
 
 #include <sqlite3.h>
@@ -18,17 +18,17 @@ struct FinalizeStatement {
 };
 using Statement = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
 
-// Null, with the code in the database, for a statement that it does not take. Every sqlite3_* function below
-// answers SQLITE_MISUSE for null, so a failure may be looked at after the last of them.
+// Returns null, with the code in the database, for an invalid statement. Every sqlite3_* function below
+// returns SQLITE_MISUSE for null, so a failure may be checked after the last of them.
 inline Statement prepare(sqlite3* database, const char* sql) {
   sqlite3_stmt* statement = nullptr;
   sqlite3_prepare_v2(database, sql, -1, &statement, nullptr);
   return Statement(statement);
 }
 
-// The text must stay as it is until the statement has run.
+// The text must not change until the statement has run.
 inline void bind_text(const Statement& statement, int place, std::string_view text) {
-  // SQLite takes a null pointer for NULL, and an empty view may have one.
+  // SQLite treats a null pointer as NULL, and an empty view may have one.
   const char* octets = text.data() == nullptr ? "" : text.data();
   sqlite3_bind_text64(statement.get(), place, octets, text.size(), SQLITE_STATIC, SQLITE_UTF8);
 }

@@ -1,8 +1,8 @@
-// Commits of clients, which come in several messages: kStage collects a client's changes, kCommit makes them
-// as one commit of the owner "cli".
+// Commits of clients, which arrive in several messages: kStage collects a client's changes, kCommit commits
+// them for the owner "cli".
 //
-// What is collected belongs to the connection and goes with it. It is bounded in changes and octets, and only
-// a peer who may change anything collects at all.
+// Collected changes belong to the connection and end with it. Their number and size are limited, and only a
+// peer that may change the configuration can collect any.
 #include <utility>
 
 #include "platform/store/configuration/config.h"
@@ -65,18 +65,18 @@ bool answer_commit(wire::Connection* from, Reader* request, wire::Octets* answer
   const std::string_view comment = request->text();
   if (!request->finished()) return false;
   std::string id;
-  std::string mistake;
+  std::string error;
   StoreServer* server = nullptr;
   Status status = check_peer(from, &server);
   if (status == kStatusOk) {
     const StagedCommit staged = std::exchange(server->staged[from->id()], {});
     server->staged.erase(from->id());
-    status = kvtree_config_commit(kConfigOwnerCli, staged.changes, comment, &id, &mistake);
+    status = kvtree_config_commit(kConfigOwnerCli, staged.changes, comment, &id, &error);
   }
   Writer writer(answer);
   writer.u32(status);
   writer.text(id);
-  writer.text(mistake);
+  writer.text(error);
   return true;
 }
 

@@ -1,5 +1,5 @@
-// For tests of commits: owners that commit, a subscriber that notes what it is told, a database that outlives
-// the process.
+// For tests of commits: owners that commit, a subscriber that records its notifications, a database that
+// outlives the process.
 #pragma once
 
 #include <sqlite3.h>
@@ -62,27 +62,27 @@ class ConfigTest : public StoreTest {
  protected:
   std::string File() const { return directory.path() + "/configuration.db"; }
   Status Keep() const { return kvtree_keep_configuration(directory.path()); }
-  // The process ends and another one begins.
+  // Ends the process and starts another one.
   void Restart() const {
     kvtree_reset();
     ASSERT_EQ(Keep(), kStatusOk);
   }
-  // What the subscriber is told of a commit that is made.
+  // Makes a commit and returns the subscriber's notifications.
   std::vector<std::string> Commit(std::string_view owner, const std::vector<KvConfigChange>& changes) {
-    EXPECT_EQ(kvtree_config_commit(owner, changes, "", &id, &mistake), kStatusOk) << mistake;
+    EXPECT_EQ(kvtree_config_commit(owner, changes, "", &id, &error), kStatusOk) << error;
     Run();
     return TakeReceived();
   }
-  // The status and the mistake of one that is refused.
+  // Makes a commit that is refused with the status; returns the error.
   std::string Refused(std::string_view owner, const std::vector<KvConfigChange>& changes, Status status) {
-    EXPECT_EQ(kvtree_config_commit(owner, changes, "", &id, &mistake), status);
+    EXPECT_EQ(kvtree_config_commit(owner, changes, "", &id, &error), status);
     EXPECT_EQ(id, "");
     Run();
     EXPECT_THAT(TakeReceived(), ::testing::IsEmpty());
-    return mistake;
+    return error;
   }
-  // "path=value" of what is in force, or of what an owner holds.
-  static std::vector<std::string> InForce(std::string_view path = "/cfg/") {
+  // "path=value" of the effective values, or of those that an owner sets.
+  static std::vector<std::string> Effective(std::string_view path = "/cfg/") {
     std::vector<std::string> all;
     kvtree_config_effective(
         path, [&](const KvConfigNode& node) { all.push_back(node.path + "=" + Describe(node.value)); });
@@ -136,5 +136,5 @@ class ConfigTest : public StoreTest {
   }
 
   std::string id;
-  std::string mistake;
+  std::string error;
 };

@@ -11,11 +11,12 @@
 
 namespace kvtree {
 
-// False, with nothing written, for a value that no configuration has (a record, a tuple that is too long).
+// Returns false and writes nothing for a value that the configuration cannot have (a record, an overlong
+// tuple).
 bool write_value(wire::Writer* writer, const KvValue& value);
-// The same, with none as a value of its own.
+// The same, with an encoding for no value.
 bool write_optional_value(wire::Writer* writer, const std::optional<KvValue>& value);
-// False for octets that are no value; what was read is then of no use.
+// Returns false for octets that are not a value; *value is then unspecified.
 bool read_value(wire::Reader* reader, KvValue* value);
 bool read_optional_value(wire::Reader* reader, std::optional<KvValue>* value);
 
