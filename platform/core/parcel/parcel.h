@@ -1,5 +1,6 @@
 // Self-describing record encoding: plain in-memory records to octets and back, driven by a description that
-// gives the schema text and the record's layout in memory.
+// gives the schema text and the record's layout in memory. description.h generates descriptions from field
+// tables.
 //
 // A schema is a list of numbered structures "$1={name}D{other}s;$2=...;" (annotated) or "$1=Ds;" (compact).
 // Type codes: s text (one pointer to a terminated string, null allowed), d signed 32, D unsigned 32, C

@@ -22,31 +22,6 @@ namespace {
 constexpr std::size_t kMaxPlans = 256;
 constexpr std::size_t kMaxTypeName = 255;
 
-struct Slots {
-  std::uint32_t width;  // octets of one slot, also its alignment
-  std::uint32_t count;
-  std::uint32_t encoded_size;  // least octets on the wire
-};
-
-constexpr Slots slots_of(FieldKind kind) {
-  switch (kind) {
-    case FieldKind::kText:
-      return {8, 1, 4};
-    case FieldKind::kOctet:
-      return {1, 1, 1};
-    case FieldKind::kOctets:
-    case FieldKind::kStructures:
-    case FieldKind::kOctetArray:
-      return {8, 2, 4};
-    default:
-      return {4, 1, 4};
-  }
-}
-
-constexpr std::uint32_t align(std::uint32_t offset, std::uint32_t width) {
-  return (offset + width - 1) / width * width;
-}
-
 bool names_and_types_agree(const SchemaField& annotated, const SchemaField& compact) {
   if (annotated.name.empty() || !compact.name.empty() || !compact.enumeration.empty()) return false;
   return annotated.kind == compact.kind && annotated.nested == compact.nested && annotated.max == compact.max;
@@ -73,17 +48,17 @@ std::optional<PlanStructure> plan_structure(const SchemaStructure& structure,
   std::uint32_t alignment = 1;
   std::uint32_t slot = 0;
   for (const SchemaField& field : structure.fields) {
-    const Slots slots = slots_of(field.kind);
-    plan.fields.push_back({field.kind, align(end, slots.width), field.nested, field.max});
+    const FieldSlots slots = slots_of(field.kind);
+    plan.fields.push_back({field.kind, align_slot(end, slots.width), field.nested, field.max});
     plan.encoded_size += slots.encoded_size;
     alignment = std::max(alignment, slots.width);
     for (std::uint32_t i = 0; i < slots.count; ++i, ++slot) {
-      const std::uint32_t offset = align(end, slots.width);
+      const std::uint32_t offset = align_slot(end, slots.width);
       if (slot >= layout.offset_count || layout.offsets[slot] != offset) return std::nullopt;
       end = offset + slots.width;
     }
   }
-  if (slot != layout.offset_count || layout.size != align(end, alignment)) return std::nullopt;
+  if (slot != layout.offset_count || layout.size != align_slot(end, alignment)) return std::nullopt;
   return plan;
 }
 

@@ -65,13 +65,9 @@ class Parser {
   }
 
   bool scalar(SchemaField* field) {
-    static constexpr std::string_view kCodes = "sdDCbey";
-    static constexpr FieldKind kKinds[] = {FieldKind::kText,  FieldKind::kSigned,  FieldKind::kUnsigned,
-                                           FieldKind::kOctet, FieldKind::kBoolean, FieldKind::kEnumeration,
-                                           FieldKind::kOctets};
-    const std::size_t code = rest_.empty() ? std::string_view::npos : kCodes.find(rest_.front());
+    const std::size_t code = rest_.empty() ? std::string_view::npos : kFieldCodes.find(rest_.front());
     if (code == std::string_view::npos) return false;
-    field->kind = kKinds[code];
+    field->kind = static_cast<FieldKind>(code);
     rest_.remove_prefix(1);
     return true;
   }

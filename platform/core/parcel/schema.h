@@ -15,24 +15,13 @@
 #include <vector>
 
 #include "platform/core/base/status.h"
+#include "platform/core/parcel/field_kind.h"
 
 namespace parcel_detail {
 
 inline constexpr std::size_t kMaxSchemaText = 16U << 10;  // octets
 inline constexpr std::size_t kMaxStructures = 64;
 inline constexpr unsigned kMaxNesting = 8;  // levels of structures
-
-enum class FieldKind : std::uint8_t {
-  kText,         // s
-  kSigned,       // d
-  kUnsigned,     // D
-  kOctet,        // C
-  kBoolean,      // b
-  kEnumeration,  // e
-  kOctets,       // y
-  kStructures,   // a($n)
-  kOctetArray,   // <max>a(C)
-};
 
 struct SchemaField {
   FieldKind kind = FieldKind::kText;

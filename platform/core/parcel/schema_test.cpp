@@ -13,8 +13,6 @@ namespace {
 
 using namespace parcel_detail;
 using test_records::kEverything;
-using test_records::kEverythingOffsets;
-using test_records::kEverythingStructures;
 
 Schema parsed(const char* text) {
   Schema schema;
@@ -86,10 +84,12 @@ class DescriptionTest : public testing::Test {
     return parcel_check_description(&description);
   }
 
-  std::vector<std::uint32_t> offsets_{std::begin(kEverythingOffsets), std::end(kEverythingOffsets)};
-  ParcelStructLayout structures_[3] = {{7, 88, offsets_.data(), static_cast<std::uint32_t>(offsets_.size())},
-                                       kEverythingStructures[1],
-                                       kEverythingStructures[2]};
+  // The nested structures are not in the order of the schema text, which is allowed.
+  const ParcelStructLayout* generated_ = kEverything.layout->structures;
+  std::vector<std::uint32_t> offsets_{generated_[0].offsets,
+                                      generated_[0].offsets + generated_[0].offset_count};
+  ParcelStructLayout structures_[3] = {
+      {7, 88, offsets_.data(), static_cast<std::uint32_t>(offsets_.size())}, generated_[2], generated_[1]};
   ParcelLayout layout_{};
 };
 

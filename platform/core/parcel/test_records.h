@@ -1,9 +1,10 @@
 // For the tests of this folder: records of every field kind with their descriptions.
 #pragma once
 
-#include <cstddef>
-#include <iterator>
+#include <array>
 
+#include "platform/core/parcel/description.h"
+#include "platform/core/parcel/field_table.h"
 #include "platform/core/parcel/parcel.h"
 
 namespace test_records {
@@ -32,26 +33,34 @@ struct Everything {
   char* last;
 };
 
-inline constexpr std::uint32_t kLeafOffsets[] = {0, 8};
-inline constexpr std::uint32_t kBranchOffsets[] = {0, 8, 16, 24};
-inline constexpr std::uint32_t kEverythingOffsets[] = {0, 8, 12, 16, 20, 24, 32, 40, 48, 56, 64, 72, 80};
-inline constexpr ParcelStructLayout kEverythingStructures[] = {
-    {7, sizeof(Everything), kEverythingOffsets, std::size(kEverythingOffsets)},
-    {2, sizeof(Branch), kBranchOffsets, std::size(kBranchOffsets)},
-    {1, sizeof(Leaf), kLeafOffsets, std::size(kLeafOffsets)}};
-inline constexpr ParcelLayout kEverythingLayout = {kEverythingStructures, 3};
-inline constexpr ParcelDescription kEverything = {
-    1,
-    "test_everything",
-    3,
-    2,
-    "none",
-    &kEverythingLayout,
-    "$7={text}s{number}d{count}D{octet}C{flag}b{enumeration}[kind]e{octets}y{branches}a($2){pointer}4a(C){"
-    "last}s;"
-    "$1={kind}[kind]e{value}s;$2={family}D{leaves}a($1){policy}s;",
-    "$7=sdDCbeya($2)4a(C)s;$1=es;$2=Da($1)s;"};
-static_assert(offsetof(Everything, last) == 80 && sizeof(Everything) == 88);
+inline constexpr std::array kLeafFields = {
+    PARCEL_FIELD(Leaf, kind, parcel_enumeration("kind")),
+    PARCEL_FIELD(Leaf, value),
+};
+inline constexpr auto kLeaf = parcel_structure<Leaf>(1, kLeafFields);
+
+inline constexpr std::array kBranchFields = {
+    PARCEL_FIELD(Branch, family),
+    PARCEL_FIELD(Branch, leaves, parcel_array_of(kLeaf)),
+    PARCEL_FIELD(Branch, policy),
+};
+inline constexpr auto kBranch = parcel_structure<Branch>(2, kBranchFields);
+
+inline constexpr std::array kEverythingFields = {
+    PARCEL_FIELD(Everything, text),
+    PARCEL_FIELD(Everything, number),
+    PARCEL_FIELD(Everything, count),
+    PARCEL_FIELD(Everything, octet),
+    PARCEL_FIELD(Everything, flag, kParcelBoolean),
+    PARCEL_FIELD(Everything, enumeration, parcel_enumeration("kind")),
+    PARCEL_FIELD(Everything, octets),
+    PARCEL_FIELD(Everything, branches, parcel_array_of(kBranch)),
+    PARCEL_FIELD(Everything, pointer, parcel_octet_array(4)),
+    PARCEL_FIELD(Everything, last),
+};
+inline constexpr auto kEverythingStructure = parcel_structure<Everything>(7, kEverythingFields);
+inline constexpr ParcelDescription kEverything =
+    parcel_description<kEverythingStructure, kLeaf, kBranch>("test_everything", 3, 2, "none");
 
 // A row of the common shape: seven fields, two texts.
 struct Row {
@@ -63,18 +72,12 @@ struct Row {
   std::int32_t status;
   char* vrf;
 };
-inline constexpr std::uint32_t kRowOffsets[] = {0, 8, 12, 16, 20, 24, 32};
-inline constexpr ParcelStructLayout kRowStructures[] = {
-    {1, sizeof(Row), kRowOffsets, std::size(kRowOffsets)}};
-inline constexpr ParcelLayout kRowLayout = {kRowStructures, 1};
-inline constexpr ParcelDescription kRow = {
-    1,
-    "test_row",
-    1,
-    0,
-    "none",
-    &kRowLayout,
-    "$1={name}s{index}d{classification}d{protocol}C{storage}d{status}d{vrf}s;",
-    "$1=sddCdds;"};
+inline constexpr std::array kRowFields = {
+    PARCEL_FIELD(Row, name),     PARCEL_FIELD(Row, index),   PARCEL_FIELD(Row, classification),
+    PARCEL_FIELD(Row, protocol), PARCEL_FIELD(Row, storage), PARCEL_FIELD(Row, status),
+    PARCEL_FIELD(Row, vrf),
+};
+inline constexpr auto kRowStructure = parcel_structure<Row>(1, kRowFields);
+inline constexpr ParcelDescription kRow = parcel_description<kRowStructure>("test_row", 1, 0, "none");
 
 }  // namespace test_records

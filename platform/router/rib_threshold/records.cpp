@@ -1,10 +1,12 @@
-// Descriptions and encoding of the threshold events: see records.h. Stateless; any thread.
+// Field tables and encoding of the threshold events. Any thread.
 #include "platform/router/rib_threshold/records.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdlib>
-#include <iterator>
 #include <memory>
+
+#include "platform/core/parcel/description.h"
 
 namespace rib_threshold {
 
@@ -12,17 +14,20 @@ namespace {
 
 constexpr char kLibrary[] = "rib_show_desc.dll";  // defines the types for readers
 
-constexpr std::uint32_t kMidOffsets[] = {offsetof(MidThreshold, ext_table_id),
-                                         offsetof(MidThreshold, ext_curr_num_routes),
-                                         offsetof(MidThreshold, ext_conf_mid_threshold)};
-constexpr std::uint32_t kMaximumOffsets[] = {
-    offsetof(MaximumThreshold, ext_clear), offsetof(MaximumThreshold, ext_table_id),
-    offsetof(MaximumThreshold, ext_curr_num_routes), offsetof(MaximumThreshold, ext_conf_max_threshold)};
-constexpr ParcelStructLayout kMidStructs[] = {{1, sizeof(MidThreshold), kMidOffsets, std::size(kMidOffsets)}};
-constexpr ParcelStructLayout kMaximumStructs[] = {
-    {2, sizeof(MaximumThreshold), kMaximumOffsets, std::size(kMaximumOffsets)}};
-constexpr ParcelLayout kMidLayout = {kMidStructs, std::size(kMidStructs)};
-constexpr ParcelLayout kMaximumLayout = {kMaximumStructs, std::size(kMaximumStructs)};
+constexpr std::array kMidFields = {
+    PARCEL_FIELD(MidThreshold, ext_table_id),
+    PARCEL_FIELD(MidThreshold, ext_curr_num_routes),
+    PARCEL_FIELD(MidThreshold, ext_conf_mid_threshold),
+};
+constexpr auto kMid = parcel_structure<MidThreshold>(1, kMidFields);
+
+constexpr std::array kMaximumFields = {
+    PARCEL_FIELD(MaximumThreshold, ext_clear, kParcelBoolean),
+    PARCEL_FIELD(MaximumThreshold, ext_table_id),
+    PARCEL_FIELD(MaximumThreshold, ext_curr_num_routes),
+    PARCEL_FIELD(MaximumThreshold, ext_conf_max_threshold),
+};
+constexpr auto kMaximum = parcel_structure<MaximumThreshold>(2, kMaximumFields);
 
 struct Freed {
   void operator()(std::uint8_t* octets) const { std::free(octets); }
@@ -40,25 +45,10 @@ Status encode_record(const ParcelDescription& description, const void* record, K
 
 }  // namespace
 
-const ParcelDescription kMidThresholdParcel = {
-    1,
-    "rib_prov_midthresh_exceed",
-    0,
-    1,
-    kLibrary,
-    &kMidLayout,
-    "$1={ext_table_id}D{ext_curr_num_routes}D{ext_conf_mid_threshold}D;",
-    "$1=DDD;"};
-
-const ParcelDescription kMaximumThresholdParcel = {
-    1,
-    "rib_prov_maxthresh",
-    0,
-    1,
-    kLibrary,
-    &kMaximumLayout,
-    "$2={ext_clear}b{ext_table_id}D{ext_curr_num_routes}D{ext_conf_max_threshold}D;",
-    "$2=bDDD;"};
+constinit const ParcelDescription kMidThresholdParcel =
+    parcel_description<kMid>("rib_prov_midthresh_exceed", 0, 1, kLibrary);
+constinit const ParcelDescription kMaximumThresholdParcel =
+    parcel_description<kMaximum>("rib_prov_maxthresh", 0, 1, kLibrary);
 
 Status encode(const MidThreshold& record, KvValue* value) {
   return encode_record(kMidThresholdParcel, &record, value);

@@ -1,34 +1,31 @@
-// See records.h. Constant data.
+// The field tables of the changes. Constant data.
 #include "platform/router/vpn_events/records.h"
 
-#include <iterator>
+#include <array>
+
+#include "platform/core/parcel/description.h"
 
 namespace vpn_events {
 
 namespace {
 
-constexpr std::uint32_t kChangesOffsets[] = {offsetof(VpnChanges, first), offsetof(VpnChanges, changes.count),
-                                             offsetof(VpnChanges, changes.elements)};
-constexpr std::uint32_t kChangeOffsets[] = {offsetof(VpnChange, vrf),       offsetof(VpnChange, item),
-                                            offsetof(VpnChange, family),    offsetof(VpnChange, old_value),
-                                            offsetof(VpnChange, old_owner), offsetof(VpnChange, new_value),
-                                            offsetof(VpnChange, new_owner)};
-constexpr ParcelStructLayout kStructs[] = {
-    {1, sizeof(VpnChanges), kChangesOffsets, std::size(kChangesOffsets)},
-    {2, sizeof(VpnChange), kChangeOffsets, std::size(kChangeOffsets)}};
-constexpr ParcelLayout kLayout = {kStructs, std::size(kStructs)};
+constexpr std::array kChangeFields = {
+    PARCEL_FIELD(VpnChange, vrf),       PARCEL_FIELD(VpnChange, item),
+    PARCEL_FIELD(VpnChange, family),    PARCEL_FIELD(VpnChange, old_value),
+    PARCEL_FIELD(VpnChange, old_owner), PARCEL_FIELD(VpnChange, new_value),
+    PARCEL_FIELD(VpnChange, new_owner),
+};
+constexpr auto kChange = parcel_structure<VpnChange>(2, kChangeFields);
+
+constexpr std::array kChangesFields = {
+    PARCEL_FIELD(VpnChanges, first),
+    PARCEL_FIELD(VpnChanges, changes, parcel_array_of(kChange)),
+};
+constexpr auto kChanges = parcel_structure<VpnChanges>(1, kChangesFields);
 
 }  // namespace
 
-const ParcelDescription kVpnChangesParcel = {
-    1,
-    "vpn_changes",
-    1,
-    1,
-    "vpn_changes_desc.dll",
-    &kLayout,
-    "$1={first}D{changes}a($2);"
-    "$2={vrf}s{item}D{family}D{old_value}s{old_owner}s{new_value}s{new_owner}s;",
-    "$1=Da($2);$2=sDDssss;"};
+constinit const ParcelDescription kVpnChangesParcel =
+    parcel_description<kChanges, kChange>("vpn_changes", 1, 1, "vpn_changes_desc.dll");
 
 }  // namespace vpn_events

@@ -1,10 +1,10 @@
 // The records of the daemon: every answer that it gives, every trap that it raises, and the two events of the
 // routing-table process that it reads. Shared with the readers of those answers.
 //
-// Members carry the names of their schemas and lie at the offsets that the descriptions state (natural
-// alignment, 64-bit pointers). Texts, octets and arrays are on the C heap and belong to the record:
-// parcel_free_indirections() releases them. Meanings and values are those of RFC 4382, section 5, unless
-// said.
+// Members carry the names of their schemas. To add a member, add it here and in the field table of its record
+// (layouts.cpp, show_layouts.cpp). Texts, octets and arrays are on the C heap and belong to the record:
+// parcel_free_indirections() releases them. Meanings and values are those of RFC 4382, section 5, unless a
+// comment states others.
 #pragma once
 
 #include <cstdint>
@@ -100,8 +100,8 @@ static_assert(sizeof(mpls_vpn_mib_route) == 120);
 inline constexpr std::size_t kRouteXcPointerMax = 24;
 
 struct mpls_vpn_mib_trap {
-  std::uint32_t
-      trapType;  // 0 VRF up, 1 VRF down, 2 mid, 3 maximum threshold, 4 illegal labels, 5 maximum cleared
+  // 0 VRF up, 1 VRF down, 2 mid threshold, 3 maximum threshold, 4 illegal labels, 5 maximum cleared.
+  std::uint32_t trapType;
   char* vrfName;
   std::int32_t ifConfIndex;
   std::int32_t vrfOperStatus;
