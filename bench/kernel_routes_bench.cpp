@@ -27,7 +27,7 @@
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "sources/kernel/kernel_source.h"
-#include "sources/kernel/netlink/netlink_socket.h"
+#include "sources/kernel/netlink/socket.h"
 
 namespace {
 
@@ -93,8 +93,7 @@ void add_routes(std::uint32_t count) {
 // The dump with nothing done to it.
 double read_bare() {
   kernel::NetlinkSocket socket;
-  if (socket.open() != kStatusOk || socket.set_strict() != kStatusOk ||
-      socket.request_routes(kTable) != kStatusOk) {
+  if (socket.open() != kStatusOk || socket.send(kernel::request_routes(kTable)) != kStatusOk) {
     throw std::runtime_error("netlink dump");
   }
   const Clock::time_point start = Clock::now();

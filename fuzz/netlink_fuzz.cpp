@@ -9,16 +9,16 @@
 #include <cstdlib>
 #include <vector>
 
+#include "sources/kernel/links/link_message.h"
 #include "sources/kernel/links/mirror.h"
 #include "sources/kernel/links/reconcile.h"
-#include "sources/kernel/netlink/netlink_parse.h"
 
 namespace {
 
 // A copy of exactly its size, so that a sanitizer finds reads beyond its end.
 void feed(std::vector<std::uint8_t> datagram, kernel::Mirror* mirror) {
   std::vector<kernel::Event> events;
-  kernel::parse_datagram(datagram, &events);
+  kernel::parse_link_datagram(datagram, &events);
   for (const kernel::Event& event : events) {
     mirror->apply(event);
   }

@@ -37,8 +37,9 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "sources/kernel/links/link_dump.h"
 #include "sources/kernel/links/reconcile.h"
-#include "sources/kernel/netlink/dump.h"
+#include "sources/kernel/netlink/listener.h"
 #include "sources/kernel/routes/route_follower.h"
 
 namespace {
@@ -47,43 +48,44 @@ constexpr unsigned kLoadAttempts = 5;
 constexpr int kLoadPatienceMs = 2000;  // without an answer, per datagram and attempt
 constexpr unsigned kMaxPostponements = 10;
 
+const std::vector<int> kLinkGroups{RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR};
+
 }  // namespace
 
-struct KernelSource::State {
+struct KernelSource::State : kernel::EventListener::Client {
   State(router::Router* model, const KernelSourceSettings& wanted)
-      : settings(wanted), reconciler(model, wanted.vrf_ids), routes(model, wanted) {}
-  ~State() { stop(); }
+      : settings(wanted),
+        events(this, {kLinkGroups, wanted.receive_buffer, wanted.batch, wanted.retry, {}}),
+        reconciler(model, wanted.vrf_ids),
+        routes(model, wanted) {}
+  ~State() override { stop(); }
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
-  Status open_events();
   Status load_once(std::string* error);
   void reconcile();
 
-  Status listen();
   void stop();
-  void read_events();
-  void take_event_datagram(std::span<const std::uint8_t> datagram);
-  void events_failed();
-  void reopen_events();
+  void on_datagram(std::span<const std::uint8_t> datagram) override;
+  void on_events_lost() override;
+  void on_listener_failure(kernel::EventListener::Failure failure, Status status) override;
   void schedule_settling();
   void settle();
 
-  void lost_events();
   void schedule_reread(std::uint64_t delay);
   void begin_dump();
   void continue_dump();
   void end_dump();
   void dump_failed(Status status);
   void finish_dump();
-  void adopt_dump(kernel::Dump* finished);
+  void adopt_dump(kernel::LinkDump* finished);
   unsigned dump_batch() const { return std::max(1U, settings.batch / 8); }
 
   const KernelSourceSettings settings;
-  kernel::NetlinkSocket events;
+  kernel::EventListener events;
   kernel::Mirror mirror;
   kernel::Reconciler reconciler;
-  kernel::Dump dump;
+  kernel::LinkDump dump;
   kernel::RouteFollower routes;
   std::vector<kernel::Event> log;      // events since the running dump began
   std::vector<kernel::Event> scratch;  // of one datagram
@@ -91,10 +93,8 @@ struct KernelSource::State {
   EventManager* manager = nullptr;
   EventTimerId settle_timer = 0;
   EventTimerId reread_timer = 0;
-  EventTimerId reopen_timer = 0;
   std::uint64_t last_dump_began = 0;  // clock_monotonic()
   unsigned postponements = 0;
-  bool drained = true;        // the event queue was empty when last read
   bool mirror_stale = false;  // events were lost and no dump that began afterwards has been completed
   bool reread_soon = false;   // something during the running dump asks for another one
   bool loss_told = false;     // losses and failures are logged once a series
@@ -102,24 +102,8 @@ struct KernelSource::State {
   KernelSourceCounters counters;
 };
 
-Status KernelSource::State::open_events() {
-  Status status = events.open();
-  if (status == kStatusOk) {
-    status = events.set_receive_buffer(settings.receive_buffer);
-  }
-  for (const int group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR}) {
-    if (status == kStatusOk) {
-      status = events.join(group);
-    }
-  }
-  if (status != kStatusOk) {
-    events.close();
-  }
-  return status;
-}
-
 Status KernelSource::State::load_once(std::string* error) {
-  kernel::Dump once;
+  kernel::LinkDump once;
   if (Status status = once.begin()) {
     *error = std::string("rtnetlink request: ") + err_text(status);
     return status;
@@ -150,13 +134,9 @@ void KernelSource::State::reconcile() {
   postponements = 0;
   reconciler.run(mirror, mirror.take_changes());
   counters.refused = reconciler.refused();
-  if (mirror.names_in_doubt() && !dump.running()) {
+  if (mirror.names_in_doubt() && !dump.is_open()) {
     schedule_reread(settings.retry);
   }
-}
-
-Status KernelSource::State::listen() {
-  return event_fd_add(manager, events.fd(), EPOLLIN, [this](int, std::uint32_t) { read_events(); });
 }
 
 void KernelSource::State::stop() {
@@ -164,13 +144,11 @@ void KernelSource::State::stop() {
     return;
   }
   routes.stop();
-  if (events.is_open()) {
-    event_fd_remove(manager, events.fd());
-  }
-  if (dump.running()) {
+  events.stop();
+  if (dump.is_open()) {
     end_dump();
   }
-  for (const EventTimerId timer : {settle_timer, reread_timer, reopen_timer}) {
+  for (const EventTimerId timer : {settle_timer, reread_timer}) {
     if (timer != 0) {
       event_timer_cancel(manager, timer);
     }
@@ -178,72 +156,34 @@ void KernelSource::State::stop() {
   manager = nullptr;
 }
 
-void KernelSource::State::read_events() {
-  drained = false;
-  for (unsigned count = 0; count < settings.batch && !drained && events.is_open(); ++count) {
-    std::span<const std::uint8_t> datagram;
-    switch (events.receive(&datagram)) {
-      case kernel::Received::kDatagram:
-        take_event_datagram(datagram);
-        break;
-      case kernel::Received::kNothing:
-        drained = true;
-        break;
-      case kernel::Received::kLost:
-        lost_events();
-        break;
-      case kernel::Received::kFailed:
-        events_failed();
-        break;
+void KernelSource::State::on_datagram(std::span<const std::uint8_t> datagram) {
+  ++counters.datagrams;
+  scratch.clear();
+  counters.malformed += kernel::parse_link_datagram(datagram, &scratch).malformed;
+  for (kernel::Event& event : scratch) {
+    mirror.apply(event);
+    if (dump.is_open()) {
+      log.push_back(std::move(event));
     }
+  }
+  if (log.size() > settings.log) {
+    log.clear();
+    on_events_lost();
   }
   if (mirror.changed()) {
     schedule_settling();
   }
 }
 
-void KernelSource::State::take_event_datagram(std::span<const std::uint8_t> datagram) {
-  ++counters.datagrams;
-  scratch.clear();
-  counters.malformed += kernel::parse_datagram(datagram, &scratch).malformed;
-  for (kernel::Event& event : scratch) {
-    mirror.apply(event);
-    if (dump.running()) {
-      log.push_back(std::move(event));
-    }
-  }
-  if (log.size() > settings.log) {
-    log.clear();
-    lost_events();
-  }
-}
-
-// A socket that fails to receive is replaced; what it would have told is read again.
-void KernelSource::State::events_failed() {
+// Everything is read again when the socket has been replaced.
+void KernelSource::State::on_listener_failure(kernel::EventListener::Failure failure, Status status) {
   ++counters.failures;
-  log_line("kernel: receiving events: %s", err_text(static_cast<Status>(errno)));
-  event_fd_remove(manager, events.fd());
-  events.close();
   mirror_stale = true;
-  reopen_timer = event_timer_start(manager, settings.retry, [this] { reopen_events(); });
-}
-
-void KernelSource::State::reopen_events() {
-  reopen_timer = 0;
-  Status status = open_events();
-  if (status == kStatusOk) {
-    status = listen();
+  if (failure == kernel::EventListener::Failure::kReceiving) {
+    log_line("kernel: receiving events: %s", err_text(status));
+  } else if (!std::exchange(failure_told, true)) {
+    log_line("kernel: listening for events: %s", err_text(status));
   }
-  if (status != kStatusOk) {
-    ++counters.failures;
-    if (!std::exchange(failure_told, true)) {
-      log_line("kernel: listening for events: %s", err_text(status));
-    }
-    events.close();
-    reopen_timer = event_timer_start(manager, settings.retry, [this] { reopen_events(); });
-    return;
-  }
-  lost_events();
 }
 
 void KernelSource::State::schedule_settling() {
@@ -254,10 +194,8 @@ void KernelSource::State::schedule_settling() {
 
 void KernelSource::State::settle() {
   settle_timer = 0;
-  if (events.is_open()) {
-    read_events();  // what has arrived meanwhile is of the same burst
-  }
-  if ((!drained || mirror_stale) && postponements < kMaxPostponements) {
+  events.read();  // what has arrived meanwhile is of the same burst
+  if ((!events.drained() || mirror_stale) && postponements < kMaxPostponements) {
     ++postponements;
     schedule_settling();
     return;
@@ -268,10 +206,10 @@ void KernelSource::State::settle() {
   reconcile();
 }
 
-void KernelSource::State::lost_events() {
+void KernelSource::State::on_events_lost() {
   ++counters.losses;
   mirror_stale = true;
-  if (dump.running()) {
+  if (dump.is_open()) {
     reread_soon = true;
     return;
   }
@@ -347,7 +285,7 @@ void KernelSource::State::finish_dump() {
   }
 }
 
-void KernelSource::State::adopt_dump(kernel::Dump* finished) {
+void KernelSource::State::adopt_dump(kernel::LinkDump* finished) {
   ++counters.dumps;
   counters.malformed += finished->malformed();
   kernel::Mirror seen = finished->take();
@@ -373,12 +311,12 @@ KernelSource::~KernelSource() = default;
 
 Status KernelSource::load(std::string* error) {
   if (!state_->events.is_open()) {
-    if (Status status = state_->open_events()) {
+    if (Status status = state_->events.open()) {
       *error = std::string("rtnetlink socket: ") + err_text(status);
       return status;
     }
   }
-  if (state_->dump.running()) {  // its log must not serve two readings
+  if (state_->dump.is_open()) {  // its log must not serve two readings
     state_->end_dump();
     state_->schedule_reread(state_->settings.reread);
   }
@@ -397,12 +335,10 @@ Status KernelSource::load(std::string* error) {
 
 Status KernelSource::start(EventManager* manager) {
   state_->manager = manager;
-  if (Status status = state_->listen()) {
-    state_->manager = nullptr;
-    return status;
-  }
-  if (Status status = state_->routes.start(manager)) {
-    event_fd_remove(manager, state_->events.fd());
+  Status status = state_->events.watch(manager);
+  if (status == kStatusOk) status = state_->routes.start(manager);
+  if (status != kStatusOk) {
+    state_->events.unwatch();
     state_->manager = nullptr;
     return status;
   }
@@ -418,6 +354,6 @@ KernelSourceCounters KernelSource::counters() const {
 
 bool KernelSource::settled() const {
   const State& state = *state_;
-  return state.drained && !state.mirror.changed() && !state.dump.running() && !state.mirror_stale &&
+  return state.events.drained() && !state.mirror.changed() && !state.dump.is_open() && !state.mirror_stale &&
          state.routes.settled();
 }

@@ -7,7 +7,7 @@
 
 #include "sources/kernel/kernel_source.h"
 #include "sources/kernel/live_kernel_test_support.h"
-#include "sources/kernel/netlink/netlink_socket.h"
+#include "sources/kernel/netlink/socket.h"
 
 namespace kernel {
 namespace {
@@ -330,18 +330,18 @@ TEST_F(LiveSocket, DatagramOfAnotherProcessIsNotBelieved) {
   close(forger);
   std::span<const std::uint8_t> datagram;
   EXPECT_EQ(socket.receive(&datagram), Received::kNothing);
-  ASSERT_EQ(socket.request_links(), kStatusOk);
+  ASSERT_EQ(socket.send(request_links()), kStatusOk);
   EXPECT_EQ(ReceiveWaiting(&socket, &datagram), Received::kDatagram);  // the kernel is
 }
 
 TEST_F(LiveSocket, DatagramLargerThanTheBufferIsALossAndTheBufferGrows) {
-  NetlinkSocket socket(64);
+  NetlinkSocket socket({}, 64);
   ASSERT_EQ(socket.open(), kStatusOk);
-  ASSERT_EQ(socket.request_links(), kStatusOk);
+  ASSERT_EQ(socket.send(request_links()), kStatusOk);
   std::span<const std::uint8_t> datagram;
   EXPECT_EQ(ReceiveWaiting(&socket, &datagram), Received::kLost);
   ASSERT_EQ(ReceiveWaiting(&socket, &datagram), Received::kDatagram);  // the end of the dump
-  ASSERT_EQ(socket.request_links(), kStatusOk);
+  ASSERT_EQ(socket.send(request_links()), kStatusOk);
   ASSERT_EQ(ReceiveWaiting(&socket, &datagram), Received::kDatagram);
   EXPECT_GT(datagram.size(), 64U);
 }

@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "platform/router/model/router.h"
-#include "sources/kernel/netlink/netlink_parse.h"
+#include "sources/kernel/links/link_message.h"
 
 namespace kernel {
 
@@ -130,7 +130,7 @@ inline Octets Encode(const AddressMessage& address) {
 
 inline std::vector<Event> Parse(const Octets& datagram, ParseReport* report = nullptr) {
   std::vector<Event> events;
-  const ParseReport result = parse_datagram(datagram, &events);
+  const ParseReport result = parse_link_datagram(datagram, &events);
   if (report != nullptr) *report = result;
   return events;
 }

@@ -55,11 +55,11 @@ void append_once(std::vector<router::Address>* list, const router::Address& addr
 void Mirror::apply(const Event& event) {
   if (const auto* seen = std::get_if<LinkSeen>(&event)) {
     see_link(seen->link);
-  } else if (const auto* gone = std::get_if<LinkGone>(&event)) {
+  } else if (const auto* gone = std::get_if<LinkRemoved>(&event)) {
     lose_link(gone->index);
   } else if (const auto* address = std::get_if<AddressSeen>(&event)) {
     see_address(address->address);
-  } else if (const auto* lost = std::get_if<AddressGone>(&event)) {
+  } else if (const auto* lost = std::get_if<AddressRemoved>(&event)) {
     lose_address(lost->address);
   }
 }

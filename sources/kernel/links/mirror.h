@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "platform/router/model/router.h"
-#include "sources/kernel/netlink/netlink_parse.h"
+#include "sources/kernel/links/link_message.h"
 
 namespace kernel {
 

@@ -30,9 +30,9 @@ class KernelMirror : public ::testing::Test {
     return address;
   }
   void See(std::uint32_t index, const std::string& name) { mirror_.apply(LinkSeen{MakeLink(index, name)}); }
-  void Lose(std::uint32_t index) { mirror_.apply(LinkGone{index}); }
+  void Lose(std::uint32_t index) { mirror_.apply(LinkRemoved{index}); }
   void Add(const LinkAddress& address) { mirror_.apply(AddressSeen{address}); }
-  void Remove(const LinkAddress& address) { mirror_.apply(AddressGone{address}); }
+  void Remove(const LinkAddress& address) { mirror_.apply(AddressRemoved{address}); }
   std::vector<std::string> Addresses(std::uint32_t index) const {
     std::vector<std::string> texts;
     for (const router::Address& address : mirror_.addresses(index)) texts.push_back(format_address(address));

@@ -49,7 +49,7 @@ class KernelModel : public ::testing::Test {
   void SetState(std::uint32_t index, bool up) {
     Alter(index, [=](Link* link) { link->up = up; });
   }
-  void Delete(std::uint32_t index) { mirror_.apply(LinkGone{index}); }
+  void Delete(std::uint32_t index) { mirror_.apply(LinkRemoved{index}); }
   void AddAddress(std::uint32_t index, const std::string& text) {
     LinkAddress address;
     address.index = index;

@@ -47,7 +47,7 @@ class VrfIdsTest : public ::testing::Test {
     AddUnseen(name, index, table);
     Settle();
   }
-  void DeleteUnseen(std::uint32_t index) { mirror_.apply(LinkGone{index}); }
+  void DeleteUnseen(std::uint32_t index) { mirror_.apply(LinkRemoved{index}); }
   std::vector<std::uint32_t> Ids(const std::vector<std::string>& names) const {
     std::vector<std::uint32_t> ids;
     for (const std::string& name : names) {

@@ -1,9 +1,8 @@
-// The dump's two phases (see dump.h).
-//
-// The kernel answers a dump in datagrams of many messages, each written when the previous one was read: a
-// dump is no picture of one instant. When the list it walks has changed in between it sets NLM_F_DUMP_INTR on
-// what follows. The result is handed out all the same, marked as disturbed; what is done with it is the
-// caller's decision.
+// The kernel answers a dump in datagrams of many messages and writes each when the previous one was read, so
+// a dump is not a snapshot. When the list that it walks has changed since the walk began, it sets
+// NLM_F_DUMP_INTR on the following messages. (It does so for links, addresses, IPv6 routes and next-hop
+// objects; it walks an IPv4 table by prefix, and every change of it is an event.) The content is delivered
+// all the same and marked as disturbed; the caller decides how to use it.
 #include "sources/kernel/netlink/dump.h"
 
 #include <cerrno>
@@ -13,34 +12,24 @@
 
 namespace kernel {
 
-Status Dump::begin() {
-  seen_ = Mirror{};
-  phase_ = Phase::kLinks;
-  disturbed_ = fault_check("netlink_dump_disturbed") != kStatusOk;
+Status Dump::begin(std::vector<DumpRequest> requests) {
+  requests_ = std::move(requests);
+  request_ = 0;
+  disturbed_ = fault_check(faults_.disturbed) != kStatusOk;
   malformed_ = 0;
   error_ = socket_.open();
-  if (error_ == kStatusOk) {
-    error_ = socket_.request_links();
-  }
-  running_ = error_ == kStatusOk;
-  if (!running_) {
-    socket_.close();
-  }
+  if (error_ == kStatusOk) error_ = socket_.send(requests_.front());
+  if (error_ != kStatusOk) socket_.close();
   return error_;
 }
 
-void Dump::close() {
-  running_ = false;
-  socket_.close();
-}
-
-Dump::Progress Dump::step(unsigned datagrams) {
+Dump::Progress Dump::step(unsigned datagrams, const MessageReader& read) {
   for (unsigned count = 0; count < datagrams; ++count) {
     std::span<const std::uint8_t> datagram;
     Progress progress = Progress::kMore;
     switch (socket_.receive(&datagram)) {
       case Received::kDatagram:
-        progress = read(datagram);
+        progress = read_datagram(datagram, read);
         break;
       case Received::kNothing:
         return Progress::kWaiting;
@@ -49,52 +38,42 @@ Dump::Progress Dump::step(unsigned datagrams) {
       case Received::kFailed:
         return fail(static_cast<Status>(errno));
     }
-    if (progress != Progress::kMore) {
-      return progress;
-    }
+    if (progress != Progress::kMore) return progress;
   }
   return Progress::kMore;
 }
 
-Dump::Progress Dump::read(std::span<const std::uint8_t> datagram) {
-  if (fault_check("netlink_dump_gap") != kStatusOk) {
+Dump::Progress Dump::read_datagram(std::span<const std::uint8_t> datagram, const MessageReader& read) {
+  using Kind = DumpControl::Kind;
+  if (fault_check(faults_.gap) != kStatusOk) {
     disturbed_ = true;
     return Progress::kMore;
   }
-  events_.clear();
-  const ParseReport report = parse_datagram(datagram, &events_);
+  DumpControl end;
+  const ParseReport report = for_each_message(datagram, [&](const nlmsghdr* message) {
+    if (end.kind != Kind::kNone) return true;  // no content follows the end
+    const DumpControl control = read_dump_control(message);
+    if (control.kind == Kind::kNone) return read(message);
+    if (control.kind == Kind::kMalformed) return false;
+    end = control;
+    return true;
+  });
   malformed_ += report.malformed;
   disturbed_ = disturbed_ || report.interrupted;
-  for (const Event& event : events_) {
-    if (std::holds_alternative<DumpDone>(event)) {
-      return end_of_phase();
-    }
-    if (const auto* refused = std::get_if<RequestFailed>(&event)) {
-      return fail(static_cast<Status>(refused->error));
-    }
-    seen_.apply(event);
-  }
-  return Progress::kMore;
+  if (end.kind == Kind::kNone) return Progress::kMore;
+  const bool lacks = requests_[request_].may_lack && (end.error == ENOENT || end.error == EOPNOTSUPP);
+  return end.kind == Kind::kDone || lacks ? end_of_request() : fail(static_cast<Status>(end.error));
 }
 
-Dump::Progress Dump::end_of_phase() {
-  if (phase_ == Phase::kAddresses) {
-    running_ = false;
-    return Progress::kComplete;
-  }
-  phase_ = Phase::kAddresses;
-  const Status status = socket_.request_addresses();
+Dump::Progress Dump::end_of_request() {
+  if (++request_ == requests_.size()) return Progress::kComplete;
+  const Status status = socket_.send(requests_[request_]);
   return status == kStatusOk ? Progress::kMore : fail(status);
 }
 
 Dump::Progress Dump::fail(Status error) {
   error_ = error;
-  running_ = false;
   return Progress::kFailed;
-}
-
-Mirror Dump::take() {
-  return std::exchange(seen_, Mirror{});
 }
 
 }  // namespace kernel

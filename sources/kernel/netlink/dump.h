@@ -1,12 +1,15 @@
-// One reading of all links and then all addresses, in bounded steps.
+// Reads everything of one or more kinds from the kernel, in bounded steps.
 //
-// Each dump has a socket of its own, so that giving one up leaves no answers behind that the next would take
-// for its own. Main thread only.
+// Each dump has a socket of its own, so that a dump that is abandoned leaves no answers which the next one
+// would take for its own. Main thread only.
 #pragma once
 
+#include <vector>
+
 #include "platform/core/base/status.h"
-#include "sources/kernel/links/mirror.h"
-#include "sources/kernel/netlink/netlink_socket.h"
+#include "sources/kernel/netlink/message.h"
+#include "sources/kernel/netlink/request.h"
+#include "sources/kernel/netlink/socket.h"
 
 namespace kernel {
 
@@ -14,39 +17,40 @@ class Dump {
  public:
   enum class Progress {
     kMore,      // the step's bound was reached; there is more to read at once
-    kWaiting,   // the kernel's next answer is not there yet
-    kComplete,  // take() has the result
-    kFailed,    // error() says why
+    kWaiting,   // the kernel's next answer has not arrived
+    kComplete,  // everything was read
+    kFailed,    // error() has the reason
   };
 
-  // Opens the socket and asks for the links. A failure leaves it closed. REQUIRES: closed, or never begun
-  [[nodiscard]] Status begin();
-  // Reads up to `datagrams` datagrams (of up to 32 kB). Complete and failed end the dump.
-  // REQUIRES: running()
-  Progress step(unsigned datagrams);
-  // Closes the socket, which the end of the dump does not do: the descriptor may still be watched.
-  void close();
+  explicit Dump(const NetlinkFaultPoints& faults = {}) : socket_(faults), faults_(faults) {}
 
-  bool running() const { return running_; }
-  int fd() const { return socket_.fd(); }  // REQUIRES: begun and not closed
+  // Opens the socket and sends the first request; each of the others follows when the one before is complete.
+  // A failure leaves the socket closed. REQUIRES: closed, at least one request.
+  [[nodiscard]] Status begin(std::vector<DumpRequest> requests);
+  // Reads up to `datagrams` datagrams (of up to 32 kB) and calls `read` for each message of their content.
+  // REQUIRES: begun, and neither complete nor failed.
+  Progress step(unsigned datagrams, const MessageReader& read);
+  // Closes the socket, which the end of the dump does not do: the descriptor may still be watched.
+  void close() { socket_.close(); }
+
+  bool is_open() const { return socket_.is_open(); }
+  int fd() const { return socket_.fd(); }  // REQUIRES: open
   Status error() const { return error_; }
-  // True when something changed while the kernel was being read: links or addresses that exist may be
-  // missing. Fault point "netlink_dump_disturbed" makes it so.
+  // True when something changed while the kernel was being read: objects that exist may be missing. Fault
+  // point
+  // "..._dump_disturbed" simulates it; "..._dump_gap" drops a datagram as well.
   bool disturbed() const { return disturbed_; }
   unsigned malformed() const { return malformed_; }
-  Mirror take();
 
  private:
-  enum class Phase { kLinks, kAddresses };
-  Progress read(std::span<const std::uint8_t> datagram);
-  Progress end_of_phase();
+  Progress read_datagram(std::span<const std::uint8_t> datagram, const MessageReader& read);
+  Progress end_of_request();
   Progress fail(Status error);
 
   NetlinkSocket socket_;
-  Phase phase_ = Phase::kLinks;
-  Mirror seen_;
-  std::vector<Event> events_;
-  bool running_ = false;
+  NetlinkFaultPoints faults_;
+  std::vector<DumpRequest> requests_;
+  std::size_t request_ = 0;  // the one that is being answered
   bool disturbed_ = false;
   unsigned malformed_ = 0;
   Status error_ = kStatusOk;

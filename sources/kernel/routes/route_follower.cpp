@@ -21,11 +21,9 @@
 #include "sources/kernel/routes/route_follower.h"
 
 #include <linux/rtnetlink.h>
-#include <sys/epoll.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <utility>
 
 #include "platform/core/base/clock.h"
@@ -34,8 +32,8 @@
 namespace kernel {
 namespace {
 
-constexpr std::array kGroups{RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE,
-                             RTNLGRP_NEXTHOP};
+constexpr std::array kRouteGroups{RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE,
+                                  RTNLGRP_NEXTHOP};
 constexpr std::uint64_t kLooksAnInterval = 16;  // for tables that are due
 
 std::array<router::RouteTableId, 2> tables_of(const router::Vrf& vrf) {
@@ -52,18 +50,27 @@ bool intersects(const std::set<std::uint32_t>& changed, const Container& used) {
 }  // namespace
 
 RouteFollower::RouteFollower(router::Router* model, const KernelSourceSettings& settings)
-    : model_(model), settings_(settings), reading_(model, &objects_) {}
+    : model_(model),
+      settings_(settings),
+      events_(this, {{kRouteGroups.begin(), kRouteGroups.end()},
+                     settings.receive_buffer,
+                     settings.batch,
+                     settings.retry,
+                     kRouteEventFaultPoints}),
+      reading_(model, &objects_) {}
 
 RouteFollower::~RouteFollower() {
   stop();
 }
 
 Status RouteFollower::start(EventManager* manager) {
-  manager_ = manager;
-  if (Status status = open_events()) {
-    manager_ = nullptr;
+  Status status = events_.open();
+  if (status == kStatusOk) status = events_.watch(manager);
+  if (status != kStatusOk) {
+    events_.stop();
     return status;
   }
+  manager_ = manager;
   model_->observe(router::ObserverRank::kOther, this);
   model_->for_each_vrf([this](const router::Vrf& vrf) { add_tables(vrf); });
   objects_dirty_ = true;
@@ -79,11 +86,8 @@ void RouteFollower::stop() {
   }
   model_->stop_observing(this);
   abandon_reading();
-  if (events_.is_open()) {
-    event_fd_remove(manager_, events_.fd());
-    events_.close();
-  }
-  for (EventTimerId* timer : {&turn_timer_, &reread_timer_, &reopen_timer_}) {
+  events_.stop();
+  for (EventTimerId* timer : {&turn_timer_, &reread_timer_}) {
     if (*timer != 0) {
       event_timer_cancel(manager_, std::exchange(*timer, 0));
     }
@@ -92,54 +96,27 @@ void RouteFollower::stop() {
 }
 
 bool RouteFollower::settled() const {
-  return drained_ && phase_ == Phase::kIdle && dirty_.empty() && !everything_dirty_ && !objects_dirty_ &&
-         changed_links_.empty() && changed_objects_.empty() && (manager_ == nullptr || events_.is_open());
+  return events_.drained() && phase_ == Phase::kIdle && dirty_.empty() && !everything_dirty_ &&
+         !objects_dirty_ && changed_links_.empty() && changed_objects_.empty() &&
+         (manager_ == nullptr || events_.is_open());
 }
 
-// Leaves the socket closed on failure.
-Status RouteFollower::open_events() {
-  Status status = events_.open();
-  if (status == kStatusOk) {
-    status = events_.set_receive_buffer(settings_.receive_buffer);
-  }
-  for (const int group : kGroups) {
-    if (status == kStatusOk) {
-      status = events_.join(group);
-    }
-  }
-  if (status == kStatusOk) {
-    status = event_fd_add(manager_, events_.fd(), EPOLLIN, [this](int, std::uint32_t) { read_events(); });
-  }
-  if (status != kStatusOk) {
-    events_.close();
-  }
-  return status;
+void RouteFollower::on_datagram(std::span<const std::uint8_t> datagram) {
+  ++counters_.datagrams;
+  scratch_.clear();
+  counters_.malformed += parse_route_datagram(datagram, &scratch_).malformed;
+  for (const RouteEvent& event : scratch_) take_event(event);
 }
 
-void RouteFollower::read_events() {
-  drained_ = false;
-  for (unsigned count = 0; count < settings_.batch && !drained_ && events_.is_open(); ++count) {
-    std::span<const std::uint8_t> datagram;
-    switch (events_.receive(&datagram)) {
-      case Received::kDatagram:
-        ++counters_.datagrams;
-        scratch_.clear();
-        counters_.malformed += parse_route_datagram(datagram, &scratch_).malformed;
-        std::for_each(scratch_.begin(), scratch_.end(),
-                      [this](const RouteEvent& event) { take_event(event); });
-        break;
-      case Received::kNothing:
-        drained_ = true;
-        break;
-      case Received::kLost:
-        ++counters_.losses;
-        mark_everything();
-        break;
-      case Received::kFailed:
-        events_failed();
-        break;
-    }
-  }
+void RouteFollower::on_events_lost() {
+  ++counters_.losses;
+  mark_everything();
+}
+
+void RouteFollower::on_listener_failure(EventListener::Failure failure, Status status) {
+  ++counters_.failures;
+  tell_failure(failure == EventListener::Failure::kReceiving ? "receiving events" : "listening for events",
+               status);
 }
 
 void RouteFollower::take_event(const RouteEvent& event) {
@@ -175,28 +152,6 @@ void RouteFollower::take_event(const RouteEvent& event) {
     objects_.lose(lost_object->id);
   }
   wake(settings_.settle);
-}
-
-// A socket that fails to receive is replaced; what it would have told is read.
-void RouteFollower::events_failed() {
-  ++counters_.failures;
-  tell_failure("receiving events", static_cast<Status>(errno));
-  event_fd_remove(manager_, events_.fd());
-  events_.close();
-  drained_ = true;
-  reopen_timer_ = event_timer_start(manager_, settings_.retry, [this] { reopen_events(); });
-}
-
-void RouteFollower::reopen_events() {
-  reopen_timer_ = 0;
-  if (Status status = open_events()) {
-    ++counters_.failures;
-    tell_failure("listening for events", status);
-    reopen_timer_ = event_timer_start(manager_, settings_.retry, [this] { reopen_events(); });
-    return;
-  }
-  ++counters_.losses;
-  mark_everything();
 }
 
 void RouteFollower::vrf_created(const router::Vrf& vrf) {

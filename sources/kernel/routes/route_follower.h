@@ -14,14 +14,14 @@
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 #include "platform/router/model/router.h"
-#include "sources/kernel/netlink/netlink_socket.h"
+#include "sources/kernel/netlink/listener.h"
 #include "sources/kernel/routes/route_rows.h"
 #include "sources/kernel/routes/table_reading.h"
 #include "sources/kernel/settings.h"
 
 namespace kernel {
 
-class RouteFollower final : public router::Observer {
+class RouteFollower final : public router::Observer, private EventListener::Client {
  public:
   RouteFollower(router::Router* model, const KernelSourceSettings& settings);
   ~RouteFollower() override;
@@ -50,11 +50,10 @@ class RouteFollower final : public router::Observer {
   };
   using Tables = std::map<router::RouteTableId, Table>;
 
-  Status open_events();
-  void read_events();
+  void on_datagram(std::span<const std::uint8_t> datagram) override;
+  void on_events_lost() override;
+  void on_listener_failure(EventListener::Failure failure, Status status) override;
   void take_event(const RouteEvent& event);
-  void events_failed();
-  void reopen_events();
 
   void add_tables(const router::Vrf& vrf);
   void drop_tables(const router::Vrf& vrf);
@@ -71,6 +70,7 @@ class RouteFollower final : public router::Observer {
 
   void begin_objects();
   void continue_objects();
+  bool read_object(const nlmsghdr* message);
   void finish_objects();
   void objects_failed(Status status);
   void begin_table(Tables::iterator table);
@@ -86,12 +86,12 @@ class RouteFollower final : public router::Observer {
 
   router::Router* model_;
   const KernelSourceSettings settings_;
-  NetlinkSocket events_{NetlinkSocket::kDumpBuffer, kRouteEventFaultPoints};
+  EventListener events_;
   NextHopObjects objects_;
   NextHopObjects objects_seen_;  // by the running reading of the objects
-  RouteDump objects_dump_;
+  Dump objects_dump_{kRouteDumpFaultPoints};
   TableReading reading_;
-  std::vector<RouteEvent> scratch_;  // of one datagram, or of one step
+  std::vector<RouteEvent> scratch_;  // of one datagram or message
 
   Tables tables_;
   std::set<router::RouteTableId> dirty_;      // those of tables_ that are to be read
@@ -106,12 +106,10 @@ class RouteFollower final : public router::Observer {
 
   Phase phase_ = Phase::kIdle;
   std::uint64_t reading_began_ = 0;
-  bool drained_ = true;  // the event queue was empty when last read
   EventManager* manager_ = nullptr;
   EventTimerId turn_timer_ = 0;
   std::uint64_t turn_due_ = 0;  // clock_monotonic()
   EventTimerId reread_timer_ = 0;
-  EventTimerId reopen_timer_ = 0;
   bool loss_told_ = false;  // losses and failures are logged once a series
   bool failure_told_ = false;
   KernelRouteCounters counters_;

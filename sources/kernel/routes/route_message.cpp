@@ -336,7 +336,7 @@ int read_link_master(const nlattr* attribute, void* data) {
 }
 
 // Messages of the bridge family are about ports and not about links.
-bool parse_link(const nlmsghdr* message, std::vector<RouteEvent>* events) {
+bool parse_link_facts(const nlmsghdr* message, std::vector<RouteEvent>* events) {
   if (mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) {
     return false;
   }
@@ -359,7 +359,7 @@ bool parse_link(const nlmsghdr* message, std::vector<RouteEvent>* events) {
   return true;
 }
 
-bool parse_lost_address(const nlmsghdr* message, std::vector<RouteEvent>* events) {
+bool parse_removed_address(const nlmsghdr* message, std::vector<RouteEvent>* events) {
   if (mnl_nlmsg_get_payload_len(message) < sizeof(ifaddrmsg)) {
     return false;
   }
@@ -370,19 +370,9 @@ bool parse_lost_address(const nlmsghdr* message, std::vector<RouteEvent>* events
   return true;
 }
 
-bool parse_end(const nlmsghdr* message, std::vector<RouteEvent>* events) {
-  int error = 0;
-  const bool is_done = message->nlmsg_type == NLMSG_DONE;
-  const bool good = is_done ? read_dump_end(message, &error) : read_error(message, &error);
-  if (error != 0) {
-    events->emplace_back(RequestFailed{error});
-  } else if (is_done) {
-    events->emplace_back(DumpDone{});
-  }
-  return good;
-}
+}  // namespace
 
-bool parse_message(const nlmsghdr* message, std::vector<RouteEvent>* events) {
+bool parse_route_message(const nlmsghdr* message, std::vector<RouteEvent>* events) {
   switch (message->nlmsg_type) {
     case RTM_NEWROUTE:
     case RTM_DELROUTE:
@@ -392,25 +382,17 @@ bool parse_message(const nlmsghdr* message, std::vector<RouteEvent>* events) {
       return parse_next_hop(message, events);
     case RTM_NEWLINK:
     case RTM_DELLINK:
-      return parse_link(message, events);
+      return parse_link_facts(message, events);
     case RTM_DELADDR:
-      return parse_lost_address(message, events);
-    case NLMSG_DONE:
-    case NLMSG_ERROR:
-      return parse_end(message, events);
-    case NLMSG_OVERRUN:
-      events->emplace_back(RequestFailed{ENOBUFS});
-      return true;
+      return parse_removed_address(message, events);
     default:
       return true;
   }
 }
 
-}  // namespace
-
 ParseReport parse_route_datagram(std::span<const std::uint8_t> datagram, std::vector<RouteEvent>* events) {
   return for_each_message(datagram,
-                          [events](const nlmsghdr* message) { return parse_message(message, events); });
+                          [events](const nlmsghdr* message) { return parse_route_message(message, events); });
 }
 
 }  // namespace kernel

@@ -13,8 +13,7 @@
 
 #include "platform/router/model/route_store.h"
 #include "platform/router/model/router.h"
-#include "sources/kernel/netlink/netlink_message.h"
-#include "sources/kernel/netlink/netlink_parse.h"
+#include "sources/kernel/netlink/message.h"
 
 namespace kernel {
 
@@ -81,11 +80,13 @@ struct Ipv4AddressLost {
   std::uint32_t index = 0;  // of the interface
 };
 
-using RouteEvent = std::variant<RouteSeen, RouteGone, NextHopSeen, NextHopGone, LinkFacts, LinkFactsGone,
-                                Ipv4AddressLost, DumpDone, RequestFailed>;
+using RouteEvent =
+    std::variant<RouteSeen, RouteGone, NextHopSeen, NextHopGone, LinkFacts, LinkFactsGone, Ipv4AddressLost>;
 
-// As parse_datagram(): appends what the datagram says. Anything but IPv4 and IPv6 routes, next-hop objects,
-// links and removed IPv4 addresses is left out silently. REQUIRES: octets aligned to 4
+// Appends the message's event to *events. Adds none for anything but IPv4 and IPv6 routes, next-hop objects,
+// links and removed IPv4 addresses. False when it is malformed.
+bool parse_route_message(const nlmsghdr* message, std::vector<RouteEvent>* events);
+// The same for each message of a datagram. REQUIRES: as for_each_message().
 ParseReport parse_route_datagram(std::span<const std::uint8_t> datagram, std::vector<RouteEvent>* events);
 
 }  // namespace kernel

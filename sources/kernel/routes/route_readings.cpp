@@ -61,9 +61,7 @@ void RouteFollower::turn() {
     sweep();
     return;
   }
-  if (events_.is_open()) {
-    read_events();
-  }
+  events_.read();
   mark_dependants();
   if (begin_something() && turn_timer_ != 0) {
     event_timer_cancel(manager_, std::exchange(turn_timer_, 0));
@@ -129,7 +127,7 @@ void RouteFollower::begin_objects() {
   objects_dirty_ = false;
   objects_disturbed_ = false;
   objects_seen_ = NextHopObjects{};
-  Status status = objects_dump_.begin_next_hops();
+  Status status = objects_dump_.begin({request_next_hops()});
   if (status == kStatusOk) {
     status = event_fd_add(manager_, objects_dump_.fd(), EPOLLIN,
                           [this](int, std::uint32_t) { continue_objects(); });
@@ -142,19 +140,23 @@ void RouteFollower::begin_objects() {
   phase_ = Phase::kObjects;
 }
 
-void RouteFollower::continue_objects() {
+bool RouteFollower::read_object(const nlmsghdr* message) {
   scratch_.clear();
-  const RouteDump::Progress progress = objects_dump_.step(dump_batch(), &scratch_);
+  const bool good = parse_route_message(message, &scratch_);
   for (const RouteEvent& event : scratch_) {
-    if (const auto* seen = std::get_if<NextHopSeen>(&event)) {
-      objects_seen_.see(seen->object);
-    }
+    if (const auto* seen = std::get_if<NextHopSeen>(&event)) objects_seen_.see(seen->object);
   }
-  if (progress == RouteDump::Progress::kMore || progress == RouteDump::Progress::kWaiting) {
+  return good;
+}
+
+void RouteFollower::continue_objects() {
+  const Dump::Progress progress =
+      objects_dump_.step(dump_batch(), [this](const nlmsghdr* message) { return read_object(message); });
+  if (progress == Dump::Progress::kMore || progress == Dump::Progress::kWaiting) {
     return;
   }
   abandon_reading();
-  if (progress == RouteDump::Progress::kFailed) {
+  if (progress == Dump::Progress::kFailed) {
     objects_failed(objects_dump_.error());
   } else {
     finish_objects();
@@ -199,12 +201,12 @@ void RouteFollower::begin_table(Tables::iterator table) {
 }
 
 void RouteFollower::continue_table() {
-  const RouteDump::Progress progress = reading_.step(dump_batch());
-  if (progress == RouteDump::Progress::kMore || progress == RouteDump::Progress::kWaiting) {
+  const Dump::Progress progress = reading_.step(dump_batch());
+  if (progress == Dump::Progress::kMore || progress == Dump::Progress::kWaiting) {
     return;
   }
   abandon_reading();
-  if (progress == RouteDump::Progress::kFailed) {
+  if (progress == Dump::Progress::kFailed) {
     table_failed(reading_.error());
   } else {
     finish_table();

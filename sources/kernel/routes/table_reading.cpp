@@ -24,19 +24,23 @@ Status TableReading::begin(router::RouteTableId table) {
   put_off_ = false;
   refused_ = 0;
   unresolved_ = 0;
-  if (Status status = dump_.begin_table(table)) return status;
+  if (Status status = dump_.begin({request_routes(table)})) return status;
   model_->routes().begin_refresh(table);
   return kStatusOk;
 }
 
-RouteDump::Progress TableReading::step(unsigned datagrams) {
+bool TableReading::read(const nlmsghdr* message) {
   events_.clear();
-  const RouteDump::Progress progress = dump_.step(datagrams, &events_);
+  const bool good = parse_route_message(message, &events_);
   for (const RouteEvent& event : events_) {
-    if (const auto* seen = std::get_if<RouteSeen>(&event)) {
-      take(seen->route);
-    }
+    if (const auto* seen = std::get_if<RouteSeen>(&event)) take(seen->route);
   }
+  return good;
+}
+
+Dump::Progress TableReading::step(unsigned datagrams) {
+  const Dump::Progress progress =
+      dump_.step(datagrams, [this](const nlmsghdr* message) { return read(message); });
   if (std::exchange(changed_, false)) {
     model_->flush_route_changes();
   }

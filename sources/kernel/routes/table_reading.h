@@ -11,7 +11,8 @@
 #include <vector>
 
 #include "platform/router/model/router.h"
-#include "sources/kernel/routes/route_dump.h"
+#include "sources/kernel/netlink/dump.h"
+#include "sources/kernel/routes/route_message.h"
 #include "sources/kernel/routes/route_rows.h"
 
 namespace kernel {
@@ -27,10 +28,11 @@ class TableReading {
  public:
   TableReading(router::Router* model, const NextHopObjects* objects) : model_(model), objects_(objects) {}
 
-  // REQUIRES: the one before was closed. The errors of RouteDump::begin_table().
+  // REQUIRES: the one before was closed. The errors of Dump::begin(). Fault points
+  // "netlink_route_dump_open", "..._request", "..._receive".
   [[nodiscard]] Status begin(router::RouteTableId table);
   // Reads up to `datagrams` datagrams and tells the observers.
-  RouteDump::Progress step(unsigned datagrams);
+  Dump::Progress step(unsigned datagrams);
   // Visits up to `rows` rows; true when there is more to do.
   bool sweep(std::size_t rows);
   void close() { dump_.close(); }  // the sweep may follow
@@ -47,16 +49,17 @@ class TableReading {
   const RouteUsage& usage() const { return usage_; }
 
  private:
+  bool read(const nlmsghdr* message);
   void take(const KernelRoute& route);
   void refuse(Status status);
   void note_usage(const KernelRoute& route);
 
   router::Router* model_;
   const NextHopObjects* objects_;
-  RouteDump dump_;
+  Dump dump_{kRouteDumpFaultPoints};
   router::RouteTableId table_{router::Family::kIpv4, 0};
   RouteUsage usage_;
-  std::vector<RouteEvent> events_;   // of one step
+  std::vector<RouteEvent> events_;   // of one message
   std::vector<router::Route> rows_;  // of one route
   bool changed_ = false;             // something of the store, since the observers were told
   bool put_off_ = false;             // a row was refused that may be taken another time

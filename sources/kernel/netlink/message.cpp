@@ -1,12 +1,11 @@
-// The walk over messages and attributes (see netlink_message.h).
-//
-// libmnl reads attributes up to the aligned end of a message and believes the lengths in their headers as far
-// as the message goes; the lengths of messages are checked here, those of an attribute's content by the
-// readers below. Any thread.
-#include "sources/kernel/netlink/netlink_message.h"
+// libmnl reads attributes up to the aligned end of a message and trusts the lengths in their headers within
+// the message. The lengths of messages are checked here, those of an attribute's content by the readers
+// below. Any thread.
+#include "sources/kernel/netlink/message.h"
 
 #include <linux/netlink.h>
 
+#include <cerrno>
 #include <cstring>
 
 namespace kernel {
@@ -14,14 +13,29 @@ namespace {
 
 constexpr int kErrnoEnd = 4096;  // the kernel's error numbers are below
 
-int errno_of(std::int32_t code) {
-  return code < 0 && code > -kErrnoEnd ? -code : 0;
+DumpControl control_of(std::int32_t code, DumpControl::Kind without_error) {
+  if (code >= 0 || code <= -kErrnoEnd) return {without_error};
+  return {DumpControl::Kind::kFailed, -code};
+}
+
+// The end of a dump has an errno, too, if the kernel had to abandon it.
+DumpControl read_done(const nlmsghdr* message) {
+  std::int32_t code = 0;
+  if (mnl_nlmsg_get_payload_len(message) >= sizeof code) {
+    std::memcpy(&code, mnl_nlmsg_get_payload(message), sizeof code);
+  }
+  return control_of(code, DumpControl::Kind::kDone);
+}
+
+DumpControl read_error(const nlmsghdr* message) {
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(nlmsgerr)) return {DumpControl::Kind::kMalformed};
+  const auto* error = static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(message));
+  return control_of(error->error, DumpControl::Kind::kNone);
 }
 
 }  // namespace
 
-ParseReport for_each_message(std::span<const std::uint8_t> datagram,
-                             const std::function<bool(const nlmsghdr*)>& read) {
+ParseReport for_each_message(std::span<const std::uint8_t> datagram, const MessageReader& read) {
   ParseReport report;
   std::size_t offset = 0;
   while (datagram.size() - offset >= sizeof(nlmsghdr)) {
@@ -32,8 +46,8 @@ ParseReport for_each_message(std::span<const std::uint8_t> datagram,
       ++report.malformed;
       return report;
     }
-    // libmnl reads attributes up to the aligned end of a message, so the padding has to be there too.
-    // (Aligning comes after the bound: in 32 bits a length close to the largest number aligns to 0.)
+    // libmnl reads attributes up to the aligned end of a message, so the padding must be present too.
+    // (Align after the bound check: in 32 bits a length close to the maximum aligns to 0.)
     const std::size_t length = NLMSG_ALIGN(static_cast<std::size_t>(message->nlmsg_len));
     if (length > rest) {
       ++report.malformed;
@@ -51,22 +65,17 @@ ParseReport for_each_message(std::span<const std::uint8_t> datagram,
   return report;
 }
 
-// The end of a dump carries an errno too when the kernel had to give it up.
-bool read_dump_end(const nlmsghdr* message, int* error) {
-  std::int32_t code = 0;
-  if (mnl_nlmsg_get_payload_len(message) >= sizeof code) {
-    std::memcpy(&code, mnl_nlmsg_get_payload(message), sizeof code);
+DumpControl read_dump_control(const nlmsghdr* message) {
+  switch (message->nlmsg_type) {
+    case NLMSG_DONE:
+      return read_done(message);
+    case NLMSG_ERROR:
+      return read_error(message);
+    case NLMSG_OVERRUN:
+      return {DumpControl::Kind::kFailed, ENOBUFS};
+    default:
+      return {};
   }
-  *error = errno_of(code);
-  return true;
-}
-
-bool read_error(const nlmsghdr* message, int* error) {
-  if (mnl_nlmsg_get_payload_len(message) < sizeof(nlmsgerr)) {
-    return false;
-  }
-  *error = errno_of(static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(message))->error);
-  return true;
 }
 
 bool read_u32(const nlattr* attribute, std::uint32_t* value) {

@@ -1,8 +1,7 @@
-// rtnetlink datagrams as plain facts: "this link is so", "that address is gone".
+// Decodes rtnetlink messages about links and addresses.
 //
-// Pure functions over octets: no socket, no state, every length checked, so that recordings and a fuzzer go
-// through the very code that the live socket uses. Formats: linux/netlink.h, linux/rtnetlink.h,
-// linux/if_link.h, linux/if_addr.h.
+// Pure functions over octets: no socket, no state, every length checked. Recordings and a fuzzer run the same
+// code as the live socket. Formats: linux/netlink.h, linux/rtnetlink.h, linux/if_link.h, linux/if_addr.h.
 #pragma once
 
 #include <array>
@@ -14,7 +13,7 @@
 #include <vector>
 
 #include "platform/router/model/router.h"
-#include "sources/kernel/netlink/netlink_message.h"
+#include "sources/kernel/netlink/message.h"
 
 namespace kernel {
 
@@ -22,7 +21,7 @@ inline constexpr std::size_t kLinkNameMax = 15;  // IFNAMSIZ without the termina
 
 struct Link {
   std::uint32_t index = 0;       // ifIndex, 1 to 2147483647
-  std::string name;              // 1 to 15 octets; empty in a mirror while it is in doubt
+  std::string name;              // 1 to 15 octets; empty in a mirror while it is ambiguous
   std::string alias;             // up to 255 octets, any
   bool is_vrf = false;           // a VRF device
   std::uint32_t vrf_table = 0;   // its routing table, never 0 for a VRF device
@@ -34,8 +33,8 @@ struct Link {
 struct LinkAddress {
   std::uint32_t index = 0;  // the link's
   router::Address address;  // the local address
-  std::array<std::uint8_t, 16>
-      peer{};              // IFA_ADDRESS: the far end of a point-to-point address, else the address itself
+  // IFA_ADDRESS: the far end of a point-to-point address, otherwise the address itself.
+  std::array<std::uint8_t, 16> peer{};
   std::uint8_t scope = 0;  // RT_SCOPE_UNIVERSE 0 ... RT_SCOPE_HOST 254
   bool secondary = false;  // IPv4 only: not the first of its subnet
   bool usable = true;      // false: duplicate, or not yet known to be unique
@@ -48,26 +47,22 @@ struct LinkAddress {
 struct LinkSeen {
   Link link;
 };
-struct LinkGone {
+struct LinkRemoved {
   std::uint32_t index = 0;
 };
 struct AddressSeen {
   LinkAddress address;
 };
-struct AddressGone {
+struct AddressRemoved {
   LinkAddress address;
 };
-struct DumpDone {};     // the last message of a dump
-struct RequestFailed {  // the kernel refused a request, or ended a dump early
-  int error = 0;        // errno
-};
 
-using Event = std::variant<LinkSeen, LinkGone, AddressSeen, AddressGone, DumpDone, RequestFailed>;
+using Event = std::variant<LinkSeen, LinkRemoved, AddressSeen, AddressRemoved>;
 
-// Appends what the datagram says to *events, in order. Messages that are of no interest (other types, the
-// bridge's view of its ports, wireless reports) are left out silently; malformed ones are counted and left
-// out, and the rest of the datagram behind a broken message header is given up. REQUIRES: the octets begin at
-// an address aligned to 4, as every receive buffer does.
-ParseReport parse_datagram(std::span<const std::uint8_t> datagram, std::vector<Event>* events);
+// Appends the message's event to *events. Adds none for messages about other objects: other types, the
+// bridge's view of its ports, wireless reports. False when it is malformed.
+bool parse_link_message(const nlmsghdr* message, std::vector<Event>* events);
+// The same for each message of a datagram. REQUIRES: as for_each_message().
+ParseReport parse_link_datagram(std::span<const std::uint8_t> datagram, std::vector<Event>* events);
 
 }  // namespace kernel

@@ -1,11 +1,7 @@
-// Decoding of rtnetlink messages (see netlink_parse.h).
-//
-// What the kernel says and how it is read:
+// How the kernel's messages are interpreted:
 //   - A VRF is a link whose IFLA_INFO_KIND is "vrf"; IFLA_VRF_TABLE is its routing table. A port of a VRF has
-//   an
-//     IFLA_MASTER and the IFLA_INFO_SLAVE_KIND "vrf": ports of bridges, bonds and teams have a master too.
-//   - The operational state (RFC 2863, section 3.1.14) is IFLA_OPERSTATE, which the kernel leaves at UNKNOWN
-//   for
+//     an IFLA_MASTER and the IFLA_INFO_SLAVE_KIND "vrf": ports of bridges, bonds and teams have a master too.
+//   - The operational state (RFC 2863, section 3.1.14) is IFLA_OPERSTATE. The kernel leaves it at UNKNOWN for
 //     drivers that do not manage it (loopback, dummy): there, up means administratively up with a carrier.
 //   - A bridge announces its ports with messages of family AF_BRIDGE, the deletion of a port with RTM_DELLINK
 //     among them; the link lives on, so only AF_UNSPEC counts.
@@ -14,15 +10,13 @@
 //   - IPv4 addresses have IFA_LOCAL; IPv6 ones only with a peer. IFA_FLAGS, where present, has the 32 bits of
 //     which the header's ifa_flags are the first eight.
 // Everything read is copied; nothing points into the datagram afterwards. Any thread.
-#include "sources/kernel/netlink/netlink_parse.h"
+#include "sources/kernel/links/link_message.h"
 
-#include <libmnl/libmnl.h>
 #include <linux/if_addr.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 
-#include <cerrno>
 #include <cstring>
 #include <string_view>
 
@@ -32,7 +26,7 @@ namespace {
 constexpr std::uint8_t kOperUnknown = 0;  // IF_OPER_UNKNOWN
 constexpr std::uint8_t kOperUp = 6;       // IF_OPER_UP
 
-// What the attributes of one link message gave, before it is judged as a whole.
+// The attributes of a link message, before it is checked as a whole.
 struct LinkDraft {
   Link link;
   std::uint8_t operstate = kOperUnknown;
@@ -49,7 +43,7 @@ struct AddressDraft {
   bool has_address = false;
 };
 
-// Attribute texts carry their NUL, but the length is what is believed.
+// Attribute texts have their NUL, but only the length is trusted.
 std::string_view text_of(const nlattr* attribute) {
   const auto* text = static_cast<const char*>(mnl_attr_get_payload(attribute));
   return {text, strnlen(text, mnl_attr_get_payload_len(attribute))};
@@ -141,7 +135,7 @@ bool parse_link(const nlmsghdr* message, std::vector<Event>* events) {
   LinkDraft draft;
   draft.link.index = static_cast<std::uint32_t>(header->ifi_index);
   if (message->nlmsg_type == RTM_DELLINK) {
-    events->emplace_back(LinkGone{draft.link.index});
+    events->emplace_back(LinkRemoved{draft.link.index});
     return true;
   }
   if (mnl_attr_parse(message, sizeof(ifinfomsg), read_link_attribute, &draft) != MNL_CB_OK) {
@@ -201,7 +195,7 @@ bool complete_address(AddressDraft* draft) {
   if (!draft->has_address) {
     address.peer = draft->local;
   }
-  // The bit of "secondary" says "temporary" in IPv6.
+  // In IPv6 the bit of "secondary" means "temporary".
   address.secondary =
       address.address.family == router::Family::kIpv4 && (draft->flags & IFA_F_SECONDARY) != 0;
   address.usable = usable(draft->flags);
@@ -223,34 +217,16 @@ bool parse_address_message(const nlmsghdr* message, std::vector<Event>* events) 
     return false;
   }
   if (message->nlmsg_type == RTM_DELADDR) {
-    events->emplace_back(AddressGone{draft.address});
+    events->emplace_back(AddressRemoved{draft.address});
   } else {
     events->emplace_back(AddressSeen{draft.address});
   }
   return true;
 }
 
-bool parse_dump_end(const nlmsghdr* message, std::vector<Event>* events) {
-  int error = 0;
-  const bool good = read_dump_end(message, &error);
-  if (error != 0) {
-    events->emplace_back(RequestFailed{error});
-  } else {
-    events->emplace_back(DumpDone{});
-  }
-  return good;
-}
+}  // namespace
 
-bool parse_error(const nlmsghdr* message, std::vector<Event>* events) {
-  int error = 0;
-  const bool good = read_error(message, &error);
-  if (error != 0) {
-    events->emplace_back(RequestFailed{error});
-  }
-  return good;  // 0 acknowledges
-}
-
-bool parse_message(const nlmsghdr* message, std::vector<Event>* events) {
+bool parse_link_message(const nlmsghdr* message, std::vector<Event>* events) {
   switch (message->nlmsg_type) {
     case RTM_NEWLINK:
     case RTM_DELLINK:
@@ -258,23 +234,14 @@ bool parse_message(const nlmsghdr* message, std::vector<Event>* events) {
     case RTM_NEWADDR:
     case RTM_DELADDR:
       return parse_address_message(message, events);
-    case NLMSG_DONE:
-      return parse_dump_end(message, events);
-    case NLMSG_ERROR:
-      return parse_error(message, events);
-    case NLMSG_OVERRUN:
-      events->emplace_back(RequestFailed{ENOBUFS});
-      return true;
     default:
       return true;
   }
 }
 
-}  // namespace
-
-ParseReport parse_datagram(std::span<const std::uint8_t> datagram, std::vector<Event>* events) {
+ParseReport parse_link_datagram(std::span<const std::uint8_t> datagram, std::vector<Event>* events) {
   return for_each_message(datagram,
-                          [events](const nlmsghdr* message) { return parse_message(message, events); });
+                          [events](const nlmsghdr* message) { return parse_link_message(message, events); });
 }
 
 }  // namespace kernel

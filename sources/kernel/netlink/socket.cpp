@@ -1,34 +1,26 @@
-// libmnl with ownership and without its pitfalls (see netlink_socket.h).
+// libmnl with ownership, and without its pitfalls.
 //
-// Receiving is done with recvmsg(2) and not with mnl_socket_recvfrom(), which does not tell who sent a
-// datagram: another process with the right to may send to our port, and a forged deletion would be believed.
+// Receives with recvmsg(2) instead of mnl_socket_recvfrom(), which does not return the sender: another
+// process with the privilege may send to our port, and a forged deletion would be accepted.
 //
-// The receive buffer starts at libmnl's dump size (32 kB, the largest datagram that a dump makes). A link
-// message can be longer still on cards with many virtual functions; MSG_TRUNC then reports the true length,
-// the buffer grows to it (at most kBufferMax) and the message counts as lost, which has everything read
-// again.
-#include "sources/kernel/netlink/netlink_socket.h"
+// The receive buffer starts at libmnl's dump size (32 kB, the largest datagram of a dump). A link message can
+// be longer on cards with many virtual functions. Then MSG_TRUNC reports the true length, the buffer grows to
+// it (at most kBufferMax), and the message counts as lost, which makes the caller read everything again.
+#include "sources/kernel/netlink/socket.h"
 
 #include <libmnl/libmnl.h>
-#include <linux/if_link.h>
-#include <linux/nexthop.h>
-#include <linux/rtnetlink.h>
+#include <linux/netlink.h>
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 
 #include "platform/core/base/fault.h"
-#include "platform/router/model/router.h"
 
 namespace kernel {
 namespace {
 
 constexpr std::size_t kBufferMax = 1 << 20;
-
-// Aligned for the message that is put into it.
-struct alignas(nlmsghdr) RequestBuffer : std::array<std::uint8_t, 128> {};
 
 Status last_error() {
   return static_cast<Status>(errno);
@@ -73,54 +65,15 @@ Status NetlinkSocket::set_receive_buffer(std::size_t octets) {
   return last_error();
 }
 
-Status NetlinkSocket::set_strict() {
+// Without NETLINK_GET_STRICT_CHK the kernel ignores filters in requests.
+Status NetlinkSocket::send(DumpRequest request) {
   int on = 1;
-  const bool done = mnl_socket_setsockopt(socket_.get(), NETLINK_GET_STRICT_CHK, &on, sizeof on) == 0;
-  return done ? kStatusOk : last_error();
-}
-
-// Where nothing else is said the header behind the netlink header stays zero: every family.
-Status NetlinkSocket::request_links() {
-  RequestBuffer octets{};
-  nlmsghdr* message = begin_request(RTM_GETLINK, octets);
-  mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg));
-  mnl_attr_put_u32(message, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
-  return send(message);
-}
-
-Status NetlinkSocket::request_addresses() {
-  RequestBuffer octets{};
-  nlmsghdr* message = begin_request(RTM_GETADDR, octets);
-  mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg));
-  return send(message);
-}
-
-Status NetlinkSocket::request_routes(router::RouteTableId table) {
-  RequestBuffer octets{};
-  nlmsghdr* message = begin_request(RTM_GETROUTE, octets);
-  auto* header = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(rtmsg)));
-  header->rtm_family = table.family == router::Family::kIpv4 ? AF_INET : AF_INET6;
-  mnl_attr_put_u32(message, RTA_TABLE, table.table);
-  return send(message);
-}
-
-Status NetlinkSocket::request_next_hops() {
-  RequestBuffer octets{};
-  nlmsghdr* message = begin_request(RTM_GETNEXTHOP, octets);
-  mnl_nlmsg_put_extra_header(message, sizeof(nhmsg));
-  return send(message);
-}
-
-nlmsghdr* NetlinkSocket::begin_request(std::uint16_t type, std::span<std::uint8_t> octets) {
-  nlmsghdr* message = mnl_nlmsg_put_header(octets.data());
-  message->nlmsg_type = type;
-  message->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-  message->nlmsg_seq = ++sequence_;
-  return message;
-}
-
-Status NetlinkSocket::send(const nlmsghdr* message) {
+  if (request.strict && mnl_socket_setsockopt(socket_.get(), NETLINK_GET_STRICT_CHK, &on, sizeof on) != 0) {
+    return last_error();
+  }
   if (Status status = fault_check(faults_.request)) return status;
+  nlmsghdr* message = request.message();
+  message->nlmsg_seq = ++sequence_;
   return mnl_socket_sendto(socket_.get(), message, message->nlmsg_len) < 0 ? last_error() : kStatusOk;
 }
 
