@@ -11,7 +11,7 @@ endif()
 set(MPLS_SANITIZE "" CACHE STRING "Sanitizers: address,undefined or thread or undefined")
 option(MPLS_COVERAGE "Instrument for coverage reports" OFF)
 option(MPLS_FUZZ "Build the fuzz targets (clang only)" OFF)
-# Off in the clang preset, which so finds a source that lacks an include.
+# Off in the clang preset, which thus finds missing includes.
 option(MPLS_UNITY "Compile the sources of a library together, a few units a library" ON)
 
 # Line tables are enough for backtraces; full debug information costs a third of the build. The debug preset has it.
@@ -19,7 +19,7 @@ foreach(language C CXX)
   set(CMAKE_${language}_FLAGS_RELWITHDEBINFO "-O2 -g1 -DNDEBUG")
 endforeach()
 
-# Without this sloppiness ccache does not cache what uses a precompiled header.
+# Otherwise ccache does not cache sources that use a precompiled header.
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
   set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros "${CCACHE_PROGRAM}")

@@ -1,7 +1,7 @@
 # add_component(folder): adds the folder.
-# mpls_library(name SOURCES ... DEPS ... [ALONE ...]), mpls_program(name SOURCES ... DEPS ...): a library or a program. Most of
-# the time of a compilation is that of its headers, so up to 20 sources of a library are compiled as one unit; those after
-# ALONE, which repeat names of others, are not.
+# mpls_library(name SOURCES ... DEPS ... [ALONE ...]), mpls_program(name SOURCES ... DEPS ...): a library or a program. Headers
+# take most of the compilation time, so up to 20 sources of a library are compiled as one unit, except those after ALONE, which
+# repeat names of others.
 # mpls_test(name SOURCES ... DEPS ... [LABELS ...] [TIMEOUT s]): a GoogleTest program, one CTest entry.
 include(CMakeParseArguments)
 
@@ -48,8 +48,8 @@ function(mpls_test name)
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
 endfunction()
 
-# mpls_wrap(test SYMBOL...): calls of these functions from other libraries reach the test's own __wrap_SYMBOL, which can note
-# what a caller asks for and pass it on to __real_SYMBOL.
+# mpls_wrap(test SYMBOL...): calls of these functions from other libraries reach the test's own __wrap_SYMBOL, which can
+# record the arguments and call __real_SYMBOL.
 function(mpls_wrap name)
   if(TARGET ${name})
     list(TRANSFORM ARGN PREPEND "LINKER:--wrap=" OUTPUT_VARIABLE options)
@@ -57,7 +57,7 @@ function(mpls_wrap name)
   endif()
 endfunction()
 
-# mpls_fuzz(name SOURCES ... DEPS ...): a libFuzzer target; nothing unless the fuzz preset is on.
+# mpls_fuzz(name SOURCES ... DEPS ...): a libFuzzer target, in the fuzz preset only.
 function(mpls_fuzz name)
   if(NOT MPLS_FUZZ)
     return()

@@ -1,6 +1,6 @@
-# Headers that most tests include, parsed once. Standard and test headers only, so that a change of the project's own headers
-# rebuilds what includes them and no more. Libraries have none: under optimisation g++ 12 warns falsely of std::string
-# that a precompiled header includes.
+# Headers that most tests include, parsed once. Standard and test headers only, so that a change of a project header rebuilds
+# only the files that include it. Libraries have none: with optimization g++ 12 emits false warnings about std::string of a
+# precompiled header.
 #
 # mpls_test_options(target): test code runs for milliseconds, so it is compiled without optimisation, and in the release
 # build without debug information.

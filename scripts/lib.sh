@@ -2,13 +2,13 @@
 # shellcheck shell=bash
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root" || exit 1
-# Clones of this repository share what the compiler cache holds.
+# Clones of this repository share the entries of the compiler cache.
 export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 
 say() { printf '\n== %s\n' "$*"; }
 fail() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
-# Packages by what they are for. All but the compilers of packages_clang have the same names in Debian 12 and 13.
+# Packages by purpose. All but those of packages_clang have the same names in Debian 12 and 13.
 packages_build=(g++ cmake ninja-build pkg-config libmnl-dev libyaml-cpp-dev libabsl-dev libsqlite3-dev libcli11-dev libfmt-dev
     nlohmann-json3-dev libsystemd-dev)
 packages_run=(snmpd snmp snmptrapd iproute2 procps)
@@ -17,8 +17,8 @@ packages_guest=(user-mode-linux kmod frr)
 packages_root=(mmdebstrap)
 packages_clang=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)
 
-# locked FILE COMMAND...: runs the command while no other script of this machine holds the same file, so that two demos
-# started at once neither configure one build folder together nor call the package manager together.
+# locked FILE COMMAND...: runs the command while it has a lock on the file, so that two demos that are started at once neither
+# configure the same build folder nor call the package manager at the same time.
 locked() {
     local file=$1 handle status=0
     shift
@@ -29,8 +29,8 @@ locked() {
     return $status
 }
 
-# install_packages NAME...: installs what is missing, and nothing when nothing is. Services that a package brings
-# are not started on this machine: everything here starts its own.
+# install_packages NAME...: installs the missing packages. Their services are not started on this machine: the scripts and
+# tests start their own.
 install_packages() {
     [ -n "$(missing_packages "$@")" ] || return 0
     [ "$(id -u)" = 0 ] || fail "root is needed to install: apt-get install $(missing_packages "$@" | tr '\n' ' ')"
@@ -120,8 +120,8 @@ show_step() {
     fi
 }
 
-# debian_root RELEASE PACKAGE...: prints the folder of a Debian root of that release with these packages, made by
-# mmdebstrap when it is missing. Roots stay in the cache folder (MPLS_ROOTS), one per release and package list.
+# debian_root RELEASE PACKAGE...: prints the folder of a Debian root of that release with these packages; mmdebstrap creates it
+# if it is missing. Roots stay in the cache folder (MPLS_ROOTS), one per release and package list.
 debian_root() {
     local release=$1 roots name
     shift
@@ -136,7 +136,7 @@ debian_root() {
 # frr10_root: prints the root with version 10 of the routing suite, for MPLS_TEST_FRR10_ROOT.
 frr10_root() { debian_root trixie frr iproute2 procps python3-minimal; }
 
-# A root is built beside its place and moved there when it is complete: an interrupted build leaves none after.
+# A root is built in another folder and renamed when it is complete: an interrupted build leaves no root.
 make_debian_root() {
     local release=$1 folder=$2 packages
     shift 2
