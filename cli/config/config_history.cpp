@@ -14,7 +14,7 @@
 #include "cli/config/config_edits.h"
 #include "cli/config/config_history.h"
 #include "cli/config/config_tree.h"
-#include "cli/output/table.h"
+#include "cli/output/row_writer.h"
 #include "cli/output/times.h"
 #include "platform/core/base/clock.h"
 
@@ -61,30 +61,28 @@ std::vector<KvConfigCommitChange> read_changes(const Session& session, kvtree::C
 std::string time_of(const KvConfigCommit& commit) {
   return local_time_text(static_cast<std::uint32_t>(commit.time / kNanosecondsPerSecond));
 }
-
-Json commit_json(const KvConfigCommit& commit) {
-  return {{"id", commit.id},
-          {"time", commit.time / kNanosecondsPerSecond},
-          {"owner", commit.owner},
-          {"changes", commit.changes},
-          {"comment", commit.comment}};
+Json seconds_of(const KvConfigCommit& commit) {
+  return commit.time / kNanosecondsPerSecond;
 }
 
+using CommitColumns = Columns<KvConfigCommit>;
+
+constexpr Column<KvConfigCommit> kCommitColumns[] = {
+    CommitColumns::member<&KvConfigCommit::id>("id").number(1, "COMMIT"),
+    CommitColumns::value("time", seconds_of).cell(2, "TIME", time_of),
+    CommitColumns::member<&KvConfigCommit::owner>("owner").cell(3, "OWNER"),
+    CommitColumns::member<&KvConfigCommit::changes>("changes").number(4, "CHANGES"),
+    CommitColumns::member<&KvConfigCommit::comment>("comment").escaped(5, "COMMENT"),
+};
+
 void show_commits(const Session& session, kvtree::Client& client, std::uint32_t most) {
-  JsonList list(session.out);
-  Table table(
-      session.out,
-      {{"COMMIT", true}, {"TIME"}, {"OWNER"}, {"CHANGES", true}, {"COMMENT", false, Backslashes::kKept}});
+  RowWriter<KvConfigCommit> writer(session, kCommitColumns);
   visit_commits(session, client, [&, left = most](const KvConfigCommit& commit) mutable {
     if (left-- == 0) return false;
-    if (session.json) {
-      list.add(commit_json(commit));
-    } else {
-      table.add({commit.id, time_of(commit), commit.owner, std::to_string(commit.changes), commit.comment});
-    }
+    writer.add(commit);
     return true;
   });
-  session.json ? list.end() : table.flush();
+  writer.end();
 }
 
 // Ids are numbers without leading zeros.

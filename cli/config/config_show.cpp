@@ -9,7 +9,7 @@
 
 #include "cli/commands.h"
 #include "cli/config/config_tree.h"
-#include "cli/output/table.h"
+#include "cli/output/row_writer.h"
 
 namespace cli {
 
@@ -44,48 +44,52 @@ std::vector<Shown> shown_nodes(ConfigNodes nodes, const Words& beginning) {
   return all;
 }
 
-Json shown_json(const Shown& shown) {
-  return {{"words", shown.words ? Json(vrf_config::join_words(*shown.words)) : Json()},
-          {"owner", shown.node.owner},
-          {"path", shown.path},
-          {"value", value_json(shown.node.value)}};
+Json shown_words(const Shown& shown) {
+  return shown.words ? Json(vrf_config::join_words(*shown.words)) : Json();
+}
+std::string shown_text(const Shown& shown) {
+  return node_text(shown.path, shown.node.value);
+}
+Json shown_value(const Shown& shown) {
+  return value_json(shown.node.value);
+}
+std::string shown_value_text(const Shown& shown) {
+  return value_text(shown.node.value);
+}
+Json trap_item(const Shown& shown) {
+  return shown.path.substr(vrf_config::kTrapScope.size());
 }
 
-void print_json(const Session& session, const std::vector<Shown>& all) {
-  JsonList list(session.out);
-  for (const Shown& shown : all) list.add(shown_json(shown));
-  list.end();
-}
+using ShownColumns = Columns<Shown>;
 
-void print_owners(const Session& session, const std::vector<Shown>& all) {
-  Table table(session.out, {{"OWNER"}, {"CONFIGURATION", false, Backslashes::kKept}});
-  for (const Shown& shown : all) table.add({shown.node.owner, node_text(shown.path, shown.node.value)});
-  table.flush();
+constexpr Column<Shown> kShownColumns[] = {
+    ShownColumns::value("words", shown_words).escaped(2, "CONFIGURATION", shown_text),
+    ShownColumns::value("owner", [](const Shown& shown) -> Json { return shown.node.owner; })
+        .cell(1, "OWNER"),
+    ShownColumns::value("path", [](const Shown& shown) -> Json { return shown.path; }),
+    ShownColumns::value("value", shown_value),
+};
+constexpr Column<Shown> kTrapColumns[] = {
+    ShownColumns::value("item", trap_item).cell(1, "ITEM"),
+    ShownColumns::value("value", shown_value).cell(2, "VALUE", shown_value_text),
+};
+
+void write_rows(const Session& session, std::span<const Column<Shown>> columns,
+                const std::vector<Shown>& all) {
+  RowWriter<Shown> writer(session, columns);
+  for (const Shown& shown : all) writer.add(shown);
+  writer.end();
 }
 
 void print_lines(const Session& session, const std::vector<Shown>& all) {
   for (const Shown& shown : all) {
-    fmt::print(session.out, "{} {}\n", shown.words ? "set" : "#", node_text(shown.path, shown.node.value));
+    fmt::print(session.out, "{} {}\n", shown.words ? "set" : "#", shown_text(shown));
   }
 }
 
 bool asks_for_traps(const ConfigShowRequest& request) {
   return !request.words.empty() && request.words.front() == "traps" && !request.owners &&
          request.owner.empty();
-}
-
-void show_traps(const Session& session, const std::vector<Shown>& all) {
-  JsonList list(session.out);
-  Table table(session.out, {{"ITEM"}, {"VALUE"}});
-  for (const Shown& shown : all) {
-    const std::string item = shown.path.substr(vrf_config::kTrapScope.size());
-    if (session.json) {
-      list.add({{"item", item}, {"value", value_json(shown.node.value)}});
-    } else {
-      table.add({item, value_text(shown.node.value)});
-    }
-  }
-  session.json ? list.end() : table.flush();
 }
 
 }  // namespace
@@ -104,9 +108,9 @@ void config_show(const Session& session, const ConfigShowRequest& request) {
   check_beginning(request.words);
   const auto client = connect_to_daemon(session);
   const std::vector<Shown> all = shown_nodes(read_config(session, *client, request.owner), request.words);
-  if (asks_for_traps(request)) return show_traps(session, all);
-  if (session.json) return print_json(session, all);
-  request.owners ? print_owners(session, all) : print_lines(session, all);
+  if (asks_for_traps(request)) return write_rows(session, kTrapColumns, all);
+  if (session.json || request.owners) return write_rows(session, kShownColumns, all);
+  print_lines(session, all);
 }
 
 }  // namespace cli

@@ -7,8 +7,7 @@
 #include <chrono>
 
 #include "cli/commands.h"
-#include "cli/output/json_list.h"
-#include "cli/output/table.h"
+#include "cli/output/row_writer.h"
 #include "cli/output/times.h"
 
 namespace cli {
@@ -21,20 +20,21 @@ void check(const Session& session, const std::string& what, Status status) {
   if (status) throw request_failure(session, what, status);
 }
 
+using FlagColumns = Columns<DebugFlagState>;
+
+constexpr Column<DebugFlagState> kFlagColumns[] = {
+    FlagColumns::member<&DebugFlagState::name>("area").cell(1, "AREA"),
+    FlagColumns::member<&DebugFlagState::on>("on").cell(
+        2, "STATE", [](const DebugFlagState& flag) -> std::string { return flag.on ? "on" : "off"; }),
+    FlagColumns::member<&DebugFlagState::name_space>("nameSpace").cell(3, "NAME SPACE"),
+};
+
 void list_flags(const Session& session, DebugClient& client) {
   std::vector<DebugFlagState> flags;
   check(session, "debug list", client.list(&flags));
-  if (session.json) {
-    JsonList list(session.out);
-    for (const DebugFlagState& flag : flags) {
-      list.add({{"area", flag.name}, {"on", flag.on}, {"nameSpace", flag.name_space}});
-    }
-    list.end();
-    return;
-  }
-  Table table(session.out, {{"AREA"}, {"STATE"}, {"NAME SPACE"}});
-  for (const DebugFlagState& flag : flags) table.add({flag.name, flag.on ? "on" : "off", flag.name_space});
-  table.flush();
+  RowWriter<DebugFlagState> writer(session, kFlagColumns);
+  for (const DebugFlagState& flag : flags) writer.add(flag);
+  writer.end();
 }
 
 void switch_flag(const Session& session, DebugClient& client, const std::string& area, bool on) {

@@ -9,8 +9,7 @@
 #include <ctime>
 
 #include "cli/commands.h"
-#include "cli/output/json_list.h"
-#include "cli/output/table.h"
+#include "cli/output/row_writer.h"
 #include "platform/core/base/clock.h"
 
 namespace cli {
@@ -34,22 +33,29 @@ std::vector<TraceEntry> read_buffer(const Session& session, const std::string& n
   return entries;
 }
 
+struct BufferRow {
+  std::string name;
+  std::size_t entries;
+  std::string last;  // empty without entries
+};
+using BufferColumns = Columns<BufferRow>;
+
+constexpr Column<BufferRow> kBufferColumns[] = {
+    BufferColumns::member<&BufferRow::name>("buffer").cell(1, "BUFFER"),
+    BufferColumns::member<&BufferRow::entries>("entries").number(2, "ENTRIES"),
+    BufferColumns::member<&BufferRow::last>("last").cell(3, "LAST"),
+};
+
 void list_buffers(const Session& session, const std::vector<std::string>& names) {
-  JsonList list(session.out);
-  Table table(session.out, {{"BUFFER"}, {"ENTRIES", true}, {"LAST"}});
+  RowWriter<BufferRow> writer(session, kBufferColumns);
   for (const std::string& name : names) {
     const std::vector<TraceEntry> entries = read_buffer(session, name);
-    const std::string last = entries.empty() ? "" : time_text(entries.back().stamp);
-    if (session.json) {
-      list.add({{"buffer", name}, {"entries", entries.size()}, {"last", last}});
-    } else {
-      table.add({name, std::to_string(entries.size()), last});
-    }
+    writer.add({name, entries.size(), entries.empty() ? "" : time_text(entries.back().stamp)});
   }
-  session.json ? list.end() : table.flush();
+  writer.end();
 }
 
-// "prov" stands for "mpls_vpn/prov".
+// "prov" is short for "mpls_vpn/prov".
 std::string whole_name(const Session& session, const std::vector<std::string>& names,
                        const std::string& buffer) {
   for (const std::string& name : {buffer, kUsualPrefix + buffer}) {

@@ -6,8 +6,10 @@
 #include <sstream>
 
 #include "cli/output/address.h"
+#include "cli/output/details.h"
 #include "cli/output/json_list.h"
 #include "cli/output/names.h"
+#include "cli/output/row_writer.h"
 #include "cli/output/table.h"
 #include "cli/output/times.h"
 #include "platform/core/base/clock.h"
@@ -81,10 +83,64 @@ TEST(Table, OctetsThatAreNotUtf8AreShownAsNumbers) {
 
 TEST(Table, ColumnOfQuotedTextsKeepsItsBackslashes) {
   std::ostringstream out;
-  Table table(out, {{"NAME"}, {"WORDS", false, Backslashes::kKept}});
+  Table table(out, {{"NAME"}, {"WORDS", false, Backslashes::kUnchanged}});
   table.add({"a\\b", "\"a\\\\b\"\n"});
   table.flush();
   EXPECT_EQ(out.str(), "NAME  WORDS\na\\\\b  \"a\\\\b\"\\x0a\n");
+}
+
+struct Port {
+  char* name;
+  std::int32_t state;
+};
+
+std::string state_name(std::int32_t state) {
+  return state == 1 ? "up" : "down";
+}
+
+Lines state_lines(const Port& port) {
+  return {state_name(port.state), "second line"};
+}
+
+constexpr Column<Port> kPortColumns[] = {
+    Columns<Port>::named<&Port::state, state_name>("state").cell(2, "STATE").line(1, "state", state_lines),
+    Columns<Port>::member<&Port::name>("name").cell(1, "PORT", member_or_dash<&Port::name, Port>),
+    Columns<Port>::text_only().words(2, "words", [](const Port&) { return Lines(20, "12345"); }),
+    Columns<Port>::text_only().line(3, "nothing", [](const Port&) { return Lines(); }),
+};
+
+class ColumnsOutput : public ::testing::Test {
+ protected:
+  std::string Written(bool json) {
+    std::ostringstream out;
+    const Session session{out, out, json, "", "", ""};
+    RowWriter<Port> writer(session, kPortColumns);
+    writer.add({name_, 1});
+    writer.add({nullptr, 2});
+    writer.flush();
+    writer.end();
+    return out.str();
+  }
+  char name_[4] = "ge0";
+};
+
+TEST_F(ColumnsOutput, TableHasTheCellsInTheirPlaces) {
+  EXPECT_EQ(Written(false), "PORT  STATE\nge0   up\n-     down\n");
+}
+
+TEST_F(ColumnsOutput, JsonHasTheKeysInTheOrderOfTheColumnsWithTheNames) {
+  EXPECT_EQ(Written(true),
+            "[\n{\"state\":1,\"stateName\":\"up\",\"name\":\"ge0\"},\n"
+            "{\"state\":2,\"stateName\":\"down\",\"name\":\"\"}\n]\n");
+}
+
+TEST_F(ColumnsOutput, DetailsHaveTheLinesBelowEachOtherAndFillLinesWithWords) {
+  std::ostringstream out;
+  print_details<Port>(out, {2, 12}, kPortColumns, {name_, 1});
+  const std::string row =
+      "12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345";
+  EXPECT_EQ(out.str(), "  state     up\n            second line\n  words     " + row + "\n            " +
+                           "12345 12345 12345 12345 12345 12345\n  nothing   -\n");
 }
 
 TEST(JsonList, ItemsAreOneALine) {

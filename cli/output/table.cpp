@@ -1,4 +1,3 @@
-// See table.h.
 #include "cli/output/table.h"
 
 #include <fmt/format.h>
@@ -12,8 +11,8 @@
 
 namespace cli {
 
-Table::Table(std::ostream& out, std::vector<Column> columns) : out_(out), columns_(std::move(columns)) {
-  for (const Column& column : columns_) widths_.push_back(std::strlen(column.title));
+Table::Table(std::ostream& out, std::vector<TableColumn> columns) : out_(out), columns_(std::move(columns)) {
+  for (const TableColumn& column : columns_) widths_.push_back(std::strlen(column.title));
 }
 
 void Table::add(const std::vector<std::string>& cells) {
@@ -29,7 +28,7 @@ void Table::add(const std::vector<std::string>& cells) {
 void Table::flush() {
   if (titles_due_) {
     std::vector<std::string> titles;
-    for (const Column& column : columns_) titles.emplace_back(column.title);
+    for (const TableColumn& column : columns_) titles.emplace_back(column.title);
     print(titles);
     titles_due_ = false;
   }

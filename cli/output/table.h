@@ -1,6 +1,5 @@
-// Text tables that are printed as rows come: a column is as wide as its widest cell so far. Rows are held
-// back until flush(), so that a batch lines up; when a later batch needs a wider column, the titles are
-// printed again above it.
+// Text tables, printed in batches: a column is as wide as its widest cell so far. Rows wait for flush(), so
+// that a batch is aligned. When a later batch needs a wider column, the titles are printed again above it.
 #pragma once
 
 #include <cstddef>
@@ -11,36 +10,36 @@
 
 namespace cli {
 
-// Names have theirs doubled, which tells "\x0a" from an octet that is shown so. Texts that are quoted
-// already, such as words of the configuration, keep them.
-enum class Backslashes { kDoubled, kKept };
+// Backslashes of names are doubled, so that "\x0a" in a name differs from an escaped octet. Texts that are
+// quoted already, such as words of the configuration, are unchanged.
+enum class Backslashes { kDoubled, kUnchanged };
 
-struct Column {
-  const char* title;
+struct TableColumn {
+  const char* title = "";
   bool is_number = false;  // right-aligned
   Backslashes backslashes = Backslashes::kDoubled;
 };
 
 class Table {
  public:
-  Table(std::ostream& out, std::vector<Column> columns);
+  Table(std::ostream& out, std::vector<TableColumn> columns);
   // As many cells as columns; octets that are not printable are shown as \xNN.
   void add(const std::vector<std::string>& cells);
-  // Prints what was added since the last time, with the titles where they are due.
+  // Prints the new rows, after the titles if a column became wider or there were none yet.
   void flush();
 
  private:
   void print(const std::vector<std::string>& cells);
 
   std::ostream& out_;
-  std::vector<Column> columns_;
+  std::vector<TableColumn> columns_;
   std::vector<std::size_t> widths_;
   std::vector<std::vector<std::string>> rows_;
   bool titles_due_ = true;
 };
 
 // The text with control characters, octets that are not UTF-8, and backslashes escaped, so that no name can
-// steer a terminal.
+// control a terminal.
 std::string printable(std::string_view text, Backslashes backslashes = Backslashes::kDoubled);
 
 }  // namespace cli

@@ -1,7 +1,7 @@
-// "show interfaces": the VRF interface table, printed as its batches come.
+// "show interfaces": the VRF interface table, printed batch by batch.
 #include "cli/commands.h"
 #include "cli/output/names.h"
-#include "cli/output/table.h"
+#include "cli/output/row_writer.h"
 #include "cli/show/tables.h"
 
 namespace cli {
@@ -26,46 +26,31 @@ std::string joined(const std::vector<std::string>& names) {
   return text.empty() ? "-" : text;
 }
 
-Json row_json(const mpls_vpn_mib_interface& row) {
-  return {{"vrfName", text_or_empty(row.vrfName)},
-          {"ifConfIndex", row.ifConfIndex},
-          {"name", text_or_empty(row.name)},
-          {"vpnClassification", row.vpnClassification},
-          {"vpnClassificationName", classification_name(row.vpnClassification)},
-          {"protocol", row.protocol},
-          {"protocolNames", protocol_names(row.protocol)},
-          {"storageType", row.storageType},
-          {"storageTypeName", storage_type_name(row.storageType)},
-          {"rowStatus", row.rowStatus},
-          {"rowStatusName", row_status_name(row.rowStatus)}};
-}
+using InterfaceRow = mpls_vpn_mib_interface;
+using InterfaceColumns = Columns<InterfaceRow>;
 
-void show_interfaces_as_json(const Session& session, const std::string& vrf) {
-  JsonList list(session.out);
-  const auto show = [&list](const mpls_vpn_mib_interface& row) {
-    list.add(row_json(row));
-    return true;
-  };
-  walk_interfaces(session, vrf, {show});
-  list.end();
-}
-
-void show_interfaces_as_table(const Session& session, const std::string& vrf) {
-  Table table(session.out,
-              {{"VRF"}, {"INDEX", true}, {"INTERFACE"}, {"PROTOCOLS"}, {"CLASS"}, {"STORAGE"}, {"STATUS"}});
-  const auto show = [&table](const mpls_vpn_mib_interface& row) {
-    table.add({text_or_empty(row.vrfName), std::to_string(row.ifConfIndex), text_or_empty(row.name),
-               joined(protocol_names(row.protocol)), classification_name(row.vpnClassification),
-               storage_type_name(row.storageType), row_status_name(row.rowStatus)});
-    return true;
-  };
-  walk_interfaces(session, vrf, {show, [&table] { table.flush(); }});
-}
+constexpr Column<InterfaceRow> kInterfaceColumns[] = {
+    InterfaceColumns::member<&InterfaceRow::vrfName>("vrfName").cell(1, "VRF"),
+    InterfaceColumns::member<&InterfaceRow::ifConfIndex>("ifConfIndex").number(2, "INDEX"),
+    InterfaceColumns::member<&InterfaceRow::name>("name").cell(3, "INTERFACE"),
+    InterfaceColumns::named<&InterfaceRow::vpnClassification, classification_name>("vpnClassification")
+        .cell(5, "CLASS"),
+    InterfaceColumns::named<&InterfaceRow::protocol, protocol_names>("protocol", "Names")
+        .cell(4, "PROTOCOLS", [](const InterfaceRow& row) { return joined(protocol_names(row.protocol)); }),
+    InterfaceColumns::named<&InterfaceRow::storageType, storage_type_name>("storageType").cell(6, "STORAGE"),
+    InterfaceColumns::named<&InterfaceRow::rowStatus, row_status_name>("rowStatus").cell(7, "STATUS"),
+};
 
 }  // namespace
 
 void show_interfaces(const Session& session, const std::string& vrf) {
-  session.json ? show_interfaces_as_json(session, vrf) : show_interfaces_as_table(session, vrf);
+  RowWriter<InterfaceRow> writer(session, kInterfaceColumns);
+  const auto show = [&writer](const InterfaceRow& row) {
+    writer.add(row);
+    return true;
+  };
+  walk_interfaces(session, vrf, {show, [&writer] { writer.flush(); }});
+  writer.end();
 }
 
 }  // namespace cli

@@ -1,7 +1,7 @@
-// "show route-targets": the VRF route target table, printed as its batches come.
+// "show route-targets": the VRF route target table, printed batch by batch.
 #include "cli/commands.h"
 #include "cli/output/names.h"
-#include "cli/output/table.h"
+#include "cli/output/row_writer.h"
 #include "cli/show/tables.h"
 
 namespace cli {
@@ -10,8 +10,8 @@ namespace {
 
 using RouteTargetSink = RowSink<mpls_vpn_mib_rt>;
 
-// All rows, or those of one VRF. Route targets may be configured for a VRF that is not there, so only a VRF
-// of which nothing is known is a failure.
+// All rows, or those of one VRF. Route targets may be configured for a VRF that does not exist, so only an
+// unknown VRF without route targets is a failure.
 void walk_route_targets(const Session& session, const std::string& vrf, const RouteTargetSink& sink) {
   const auto client = connect_to_daemon(session);
   bool is_known = vrf.empty();
@@ -29,43 +29,31 @@ void walk_route_targets(const Session& session, const std::string& vrf, const Ro
       .run(first_route_target_path(vrf));
 }
 
-Json row_json(const mpls_vpn_mib_rt& row) {
-  return {{"vrfName", text_or_empty(row.vrfName)},
-          {"index", row.index},
-          {"type", row.type},
-          {"typeName", route_target_type_name(row.type)},
-          {"rt", text_or_empty(row.rt)},
-          {"description", text_or_empty(row.description)},
-          {"storageType", row.storageType},
-          {"storageTypeName", storage_type_name(row.storageType)},
-          {"rowStatus", row.rowStatus},
-          {"rowStatusName", row_status_name(row.rowStatus)}};
-}
+using TargetRow = mpls_vpn_mib_rt;
+using TargetColumns = Columns<TargetRow>;
 
-void show_route_targets_as_json(const Session& session, const std::string& vrf) {
-  JsonList list(session.out);
-  const auto show = [&list](const mpls_vpn_mib_rt& row) {
-    list.add(row_json(row));
-    return true;
-  };
-  walk_route_targets(session, vrf, {show});
-  list.end();
-}
-
-void show_route_targets_as_table(const Session& session, const std::string& vrf) {
-  Table table(session.out, {{"VRF"}, {"INDEX", true}, {"TYPE"}, {"ROUTE TARGET"}, {"FAMILY"}});
-  const auto show = [&table](const mpls_vpn_mib_rt& row) {
-    table.add({text_or_empty(row.vrfName), std::to_string(row.index), route_target_type_name(row.type),
-               text_or_dash(row.rt), text_or_dash(row.description)});
-    return true;
-  };
-  walk_route_targets(session, vrf, {show, [&table] { table.flush(); }});
-}
+constexpr Column<TargetRow> kTargetColumns[] = {
+    TargetColumns::member<&TargetRow::vrfName>("vrfName").cell(1, "VRF"),
+    TargetColumns::member<&TargetRow::index>("index").number(2, "INDEX"),
+    TargetColumns::named<&TargetRow::type, route_target_type_name>("type").cell(3, "TYPE"),
+    TargetColumns::member<&TargetRow::rt>("rt").cell(4, "ROUTE TARGET",
+                                                     member_or_dash<&TargetRow::rt, TargetRow>),
+    TargetColumns::member<&TargetRow::description>("description")
+        .cell(5, "FAMILY", member_or_dash<&TargetRow::description, TargetRow>),
+    TargetColumns::named<&TargetRow::storageType, storage_type_name>("storageType"),
+    TargetColumns::named<&TargetRow::rowStatus, row_status_name>("rowStatus"),
+};
 
 }  // namespace
 
 void show_route_targets(const Session& session, const std::string& vrf) {
-  session.json ? show_route_targets_as_json(session, vrf) : show_route_targets_as_table(session, vrf);
+  RowWriter<TargetRow> writer(session, kTargetColumns);
+  const auto show = [&writer](const TargetRow& row) {
+    writer.add(row);
+    return true;
+  };
+  walk_route_targets(session, vrf, {show, [&writer] { writer.flush(); }});
+  writer.end();
 }
 
 }  // namespace cli

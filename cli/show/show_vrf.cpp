@@ -1,9 +1,7 @@
-// "show vrf": a line a VRF from the rows of the VRF table, printed as its batches come; and "show vrf
-// invalid". A filter by address family is one more request a VRF: a row does not tell its tables.
+// "show vrf": a line for each row of the VRF table, printed batch by batch; and "show vrf invalid". A filter
+// by address family takes one more request for each VRF, as a row does not contain its tables.
 #include "cli/datalist_pages.h"
-#include "cli/output/names.h"
-#include "cli/output/table.h"
-#include "cli/output/times.h"
+#include "cli/output/row_writer.h"
 #include "cli/vrf/show_vrf_detail.h"
 #include "cli/vrf/vrf_lookup.h"
 #include "cli/vrf/vrf_report.h"
@@ -19,7 +17,9 @@ void walk_named_vrf(const Session& session, kvtree::Client& client, const VrfReq
                     const VrfSink& sink) {
   const auto octets = find_vrf_row(session, client, request.name);
   if (!octets) require_vrf(session, client, request.name);
-  if (!octets) throw Failure(kExitFailed, "VRF " + printable(request.name) + " came just now; ask again");
+  if (!octets)
+    throw Failure(kExitFailed,
+                  "VRF " + printable(request.name) + " was created just now; repeat the command");
   if (!passes_filter(session, client, request.name, request)) throw not_in_family(request);
   const VrfRow row(session, provider_path("vrf", request.name), kMibVrfParcel, *octets);
   sink.row(*row);
@@ -40,36 +40,16 @@ void walk_vrfs(const Session& session, kvtree::Client& client, const VrfRequest&
                        : walk_named_vrf(session, client, request, sink);
 }
 
-void show_vrfs_as_json(const Session& session, const VrfRequest& request) {
+void show_vrfs(const Session& session, const VrfRequest& request) {
   const auto client = connect_to_daemon(session);
   const bool is_counted = are_routes_counted(*client);
-  JsonList list(session.out);
+  RowWriter<VrfView> writer(session, vrf_row_columns());
   const auto add = [&](const mpls_vpn_mib_vrf& row) {
-    list.add(vrf_row_json(row, is_counted));
+    writer.add({row, is_counted});
     return true;
   };
-  walk_vrfs(session, *client, request, {add});
-  list.end();
-}
-
-void show_vrfs_as_table(const Session& session, const VrfRequest& request) {
-  const auto client = connect_to_daemon(session);
-  const bool is_counted = are_routes_counted(*client);
-  Table table(session.out, {{"VRF"},
-                            {"RD"},
-                            {"STATE"},
-                            {"INTERFACES", true},
-                            {"ACTIVE", true},
-                            {"ROUTES", true},
-                            {"CHANGED", true},
-                            {"DESCRIPTION"}});
-  const auto add = [&](const mpls_vpn_mib_vrf& row) {
-    table.add({text_or_empty(row.name), text_or_dash(row.rd), vrf_status_name(row.operStatus),
-               std::to_string(row.associatedInterfaces), std::to_string(row.activeInterfaces),
-               route_count(row, is_counted), age_text(row.confLastChanged), text_or_dash(row.description)});
-    return true;
-  };
-  walk_vrfs(session, *client, request, {add, [&table] { table.flush(); }});
+  walk_vrfs(session, *client, request, {add, [&writer] { writer.flush(); }});
+  writer.end();
 }
 
 // --- Invalid VRFs -------------------------------------------------------------------------------
@@ -90,35 +70,43 @@ void for_each_invalid_vrf(const Session& session, const InvalidVrf& take,
   }
 }
 
-void show_invalid_as_json(const Session& session) {
-  JsonList list(session.out);
-  const auto add = [&list](const std::string& name, const std::vector<std::string>& interfaces) {
-    list.add({{"name", name}, {"interfaces", interfaces}});
-  };
-  for_each_invalid_vrf(session, add, [] {});
-  list.end();
+// A JSON object for each VRF; a line of a table for each interface, so that VRFs with many stay aligned.
+struct InvalidView {
+  const std::string& name;
+  const std::vector<std::string>& interfaces;
+  std::string interface;  // of this line
+};
+
+std::string invalid_interface(const InvalidView& vrf) {
+  return vrf.interface;
 }
 
-// A line an interface, so that a VRF of many still lines up.
-void show_invalid_as_table(const Session& session) {
-  Table table(session.out, {{"VRF"}, {"INTERFACE"}});
-  const auto add = [&table](const std::string& name, const std::vector<std::string>& interfaces) {
-    for (const std::string& interface : interfaces) table.add({name, interface});
-    if (interfaces.empty()) table.add({name, "-"});
+constexpr Column<InvalidView> kInvalidColumns[] = {
+    Columns<InvalidView>::value("name", [](const InvalidView& vrf) -> Json { return vrf.name; })
+        .cell(1, "VRF"),
+    Columns<InvalidView>::value("interfaces", [](const InvalidView& vrf) -> Json { return vrf.interfaces; })
+        .cell(2, "INTERFACE", invalid_interface),
+};
+
+void show_invalid(const Session& session) {
+  RowWriter<InvalidView> writer(session, kInvalidColumns);
+  const auto add = [&](const std::string& name, const std::vector<std::string>& interfaces) {
+    if (session.json || interfaces.empty()) return writer.add({name, interfaces, "-"});
+    for (const std::string& interface : interfaces) writer.add({name, interfaces, interface});
   };
-  for_each_invalid_vrf(session, add, [&table] { table.flush(); });
-  table.flush();  // the titles, when there is none
+  for_each_invalid_vrf(session, add, [&writer] { writer.flush(); });
+  writer.end();
 }
 
 }  // namespace
 
 void show_vrf(const Session& session, const VrfRequest& request) {
   if (request.is_invalid) {
-    session.json ? show_invalid_as_json(session) : show_invalid_as_table(session);
+    show_invalid(session);
   } else if (request.detail || request.structured) {
     show_vrf_detail(session, request);
   } else {
-    session.json ? show_vrfs_as_json(session, request) : show_vrfs_as_table(session, request);
+    show_vrfs(session, request);
   }
 }
 

@@ -28,7 +28,6 @@ using Rows = std::map<std::string, std::unique_ptr<VrfRow>>;
 class Details {
  public:
   Details(const Session& session, kvtree::Client& client, const VrfRequest& request)
-
       : session_(session),
         client_(client),
         request_(request),
@@ -42,13 +41,15 @@ class Details {
     const std::span<const kvtree::Node> nodes = nodes_.of(name);
     const VrfOrigins origins(name, nodes);
     const EvpnTable evpn(session_, client_, name, origins, request_);
-    const VrfDetail vrf{row,     *shown,       are_routes_counted_, thresholds_among(nodes, name, request_),
-                        origins, evpn.tables()};
+    VrfDetails details{*shown, thresholds_among(nodes, name, request_), origins,
+                       wanted_tables(*shown, request_)};
+    details.tables.insert(details.tables.end(), evpn.tables().begin(), evpn.tables().end());
+    const VrfView vrf{row, are_routes_counted_, &details};
     if (session_.json) {
-      list_.add(vrf_json(vrf, request_));
+      list_.add(vrf_json(vrf));
     } else {
       if (!is_first_) session_.out << '\n';
-      print_vrf(session_.out, vrf, request_);
+      print_vrf(session_.out, vrf);
     }
     is_first_ = false;
   }

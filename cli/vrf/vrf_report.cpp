@@ -1,22 +1,22 @@
-// See vrf_report.h.
 #include "cli/vrf/vrf_report.h"
 
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
-#include <span>
-
+#include "cli/output/details.h"
 #include "cli/output/names.h"
 #include "cli/output/record.h"
-#include "cli/output/table.h"
 #include "cli/output/times.h"
 
 namespace cli {
 
 namespace {
 
-constexpr std::size_t kLineWidth = 100;
-constexpr std::size_t kTitleWidth = 22;  // with the indentation
+using vrf_config::Direction;
+
+constexpr std::size_t kLabelWidth = 22;  // with the indentation
+constexpr std::uint32_t kImport = 1;     // RouteTargetType
+constexpr std::uint32_t kExport = 2;
 
 template <typename T>
 std::span<const T> elements(const ParcelArray& array) {
@@ -27,207 +27,262 @@ std::string printable_or_dash(const char* text) {
   return printable(text_or_dash(text));
 }
 
-// SAFIs are compared by their bits, as the daemon's filter does: that of flow rules counts as unicast.
+// --- Address families -----------------------------------------------------------------------------
+
+struct FamilyView {
+  const mpls_vpn_afi_safi& row;
+  const VrfOrigins& origins;
+};
+
+// SAFIs are compared by their bits, as in the daemon's filter: that of flow rules counts as unicast.
 bool is_wanted(const mpls_vpn_afi_safi& table, const VrfRequest& request) {
   return (request.afi == 0 || table.AFName == request.afi) &&
          (request.safi == 0 || (table.SAFName & request.safi) != 0);
 }
 
-using vrf_config::Direction;
-
-// Items are configured for unicast and EVPN alone: a table of another SAFI has none of its own.
+// Only unicast and EVPN have configuration items.
 bool has_items(const mpls_vpn_afi_safi& table) {
   constexpr std::uint32_t kUnicast = 1;
   return table.SAFName == kUnicast || table.AFName == static_cast<std::uint32_t>(vrf_config::Family::kEvpn);
 }
 
-std::string target_origin(const VrfOrigins& origins, const mpls_vpn_afi_safi& table,
-                          const mpls_vpn_rt& target) {
-  constexpr std::uint32_t kImport = 1;
-  if (!has_items(table)) return {};
-  return origins.of_target(table.AFName,
-                           target.RouteTargetType == kImport ? Direction::kImport : Direction::kExport,
-                           text_or_empty(target.RouteTargetValue));
+std::string target_origin(const FamilyView& family, const mpls_vpn_rt& target) {
+  if (!has_items(family.row)) return {};
+  const bool is_import = target.RouteTargetType == kImport;
+  return family.origins.of_target(family.row.AFName, is_import ? Direction::kImport : Direction::kExport,
+                                  text_or_empty(target.RouteTargetValue));
 }
 
-std::string policy_origin(const VrfOrigins& origins, const mpls_vpn_afi_safi& table, Direction direction) {
-  return has_items(table) ? origins.of_policy(table.AFName, direction) : std::string();
+template <Direction kDirection>
+std::string policy_origin(const FamilyView& family) {
+  return has_items(family.row) ? family.origins.of_policy(family.row.AFName, kDirection) : std::string();
+}
+template <Direction kDirection>
+Json policy_origin_json(const FamilyView& family) {
+  return text_or_null(policy_origin<kDirection>(family));
+}
+template <Direction kDirection>
+Lines policy_line(const FamilyView& family) {
+  const mpls_vpn_afi_safi& table = family.row;
+  const char* policy = kDirection == Direction::kImport ? table.ImportRoutePolicy : table.ExportRoutePolicy;
+  return {with_origin(printable_or_dash(policy), policy_origin<kDirection>(family))};
 }
 
-Json route_targets_json(const mpls_vpn_afi_safi& table, const VrfOrigins& origins) {
+Json targets_json(const FamilyView& family) {
   Json targets = Json::array();
-  for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(table.RouteTarget)) {
+  for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(family.row.RouteTarget)) {
     targets.push_back(
         {{"type", target.RouteTargetType},
          {"typeName", route_target_type_name(static_cast<std::int32_t>(target.RouteTargetType))},
          {"value", text_or_empty(target.RouteTargetValue)},
-         {"origin", text_or_null(target_origin(origins, table, target))}});
+         {"origin", text_or_null(target_origin(family, target))}});
   }
   return targets;
 }
 
-std::vector<mpls_vpn_afi_safi> wanted_tables(const VrfDetail& vrf, const VrfRequest& request) {
-  std::vector<mpls_vpn_afi_safi> tables;
-  for (const mpls_vpn_afi_safi& table : elements<mpls_vpn_afi_safi>(vrf.shown.AF)) {
-    if (is_wanted(table, request)) tables.push_back(table);
+template <std::uint32_t kType>
+Lines target_words(const FamilyView& family) {
+  Lines words;
+  for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(family.row.RouteTarget)) {
+    if (target.RouteTargetType != kType) continue;
+    words.push_back(with_origin(printable_or_dash(target.RouteTargetValue), target_origin(family, target)));
   }
-  tables.insert(tables.end(), vrf.further.begin(), vrf.further.end());
-  return tables;
+  return words;
 }
 
-Json tables_json(const VrfDetail& vrf, const VrfRequest& request) {
-  const VrfOrigins& origins = vrf.origins;
-  Json tables = Json::array();
-  for (const mpls_vpn_afi_safi& table : wanted_tables(vrf, request)) {
-    tables.push_back(
-        {{"afi", table.AFName},
-         {"afiName", afi_name(table.AFName)},
-         {"safi", table.SAFName},
-         {"safiName", safi_name(table.SAFName)},
-         {"routeTargets", route_targets_json(table, origins)},
-         {"importRoutePolicy", text_or_empty(table.ImportRoutePolicy)},
-         {"importRoutePolicyOrigin", text_or_null(policy_origin(origins, table, Direction::kImport))},
-         {"exportRoutePolicy", text_or_empty(table.ExportRoutePolicy)},
-         {"exportRoutePolicyOrigin", text_or_null(policy_origin(origins, table, Direction::kExport))}});
+using FamilyTable = mpls_vpn_afi_safi;
+using FamilyColumns = Columns<FamilyView>;
+
+constexpr Column<FamilyView> kFamilyColumns[] = {
+    FamilyColumns::named<&FamilyTable::AFName, afi_name>("afi"),
+    FamilyColumns::named<&FamilyTable::SAFName, safi_name>("safi"),
+    FamilyColumns::value("routeTargets", targets_json).words(1, "import targets", target_words<kImport>),
+    FamilyColumns::text_only().words(2, "export targets", target_words<kExport>),
+    FamilyColumns::member<&FamilyTable::ImportRoutePolicy>("importRoutePolicy")
+        .with("Origin", policy_origin_json<Direction::kImport>)
+        .line(3, "import policy", policy_line<Direction::kImport>),
+    FamilyColumns::member<&FamilyTable::ExportRoutePolicy>("exportRoutePolicy")
+        .with("Origin", policy_origin_json<Direction::kExport>)
+        .line(4, "export policy", policy_line<Direction::kExport>),
+};
+
+Json families_json(const VrfView& vrf) {
+  Json families = Json::array();
+  for (const mpls_vpn_afi_safi& table : vrf.details->tables) {
+    families.push_back(row_json<FamilyView>(kFamilyColumns, {table, vrf.details->origins}));
   }
-  return tables;
+  return families;
 }
 
-void print_line(std::ostream& out, const std::string& title, const std::string& value) {
-  fmt::print(out, "{:<{}}{}\n", title, kTitleWidth, value);
+// --- VRFs -----------------------------------------------------------------------------------------
+
+using Vrf = mpls_vpn_mib_vrf;
+using VrfColumns = Columns<VrfView>;
+
+template <std::uint32_t Vrf::*kTime>
+Lines time_line(const VrfView& vrf) {
+  const std::uint32_t seconds = vrf.row.*kTime;
+  if (seconds == 0) return {"-"};
+  return {fmt::format("{} ({} ago)", local_time_text(seconds), age_text(seconds))};
 }
 
-// Words that do not fit on the line go on below its value.
-void print_words(std::ostream& out, const std::string& title, const std::vector<std::string>& words) {
-  std::string line;
-  std::string line_title = title;
-  for (const std::string& word : words) {
-    if (!line.empty() && kTitleWidth + line.size() + 1 + word.size() > kLineWidth) {
-      print_line(out, line_title, line);
-      line.clear();
-      line_title.clear();
-    }
-    line += (line.empty() ? "" : " ") + word;
-  }
-  print_line(out, line_title, line.empty() ? "-" : line);
+std::string changed_age(const VrfView& vrf) {
+  return age_text(vrf.row.confLastChanged);
 }
 
-std::vector<std::string> target_values(const mpls_vpn_afi_safi& table, std::uint32_t type,
-                                       const VrfOrigins& origins) {
-  std::vector<std::string> values;
-  for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(table.RouteTarget)) {
-    if (target.RouteTargetType == type)
-      values.push_back(
-          with_origin(printable_or_dash(target.RouteTargetValue), target_origin(origins, table, target)));
-  }
-  return values;
+Lines description_line(const VrfView& vrf) {
+  return {with_origin(printable_or_dash(vrf.row.description), vrf.details->origins.of_description())};
+}
+Json description_origin(const VrfView& vrf) {
+  return text_or_null(vrf.details->origins.of_description());
 }
 
-void print_table(std::ostream& out, const mpls_vpn_afi_safi& table, const VrfOrigins& origins) {
-  constexpr std::uint32_t kImport = 1;
-  constexpr std::uint32_t kExport = 2;
-  fmt::print(out, "  {} {}\n", afi_name(table.AFName), safi_name(table.SAFName));
-  print_words(out, "    import targets", target_values(table, kImport, origins));
-  print_words(out, "    export targets", target_values(table, kExport, origins));
-  print_line(out, "    import policy",
-             with_origin(printable_or_dash(table.ImportRoutePolicy),
-                         policy_origin(origins, table, Direction::kImport)));
-  print_line(out, "    export policy",
-             with_origin(printable_or_dash(table.ExportRoutePolicy),
-                         policy_origin(origins, table, Direction::kExport)));
+std::string rd_origin_text(const VrfView& vrf) {
+  return vrf.details->origins.of_rd(text_or_empty(vrf.row.rd));
+}
+Lines rd_line(const VrfView& vrf) {
+  return {with_origin(printable_or_dash(vrf.row.rd), rd_origin_text(vrf))};
+}
+Json rd_origin(const VrfView& vrf) {
+  return text_or_null(rd_origin_text(vrf));
 }
 
-std::string time_line(std::uint32_t seconds) {
-  if (seconds == 0) return "-";
-  return fmt::format("{} ({} ago)", local_time_text(seconds), age_text(seconds));
+Json vni_json(const VrfView& vrf) {
+  const auto vni = vrf.details->origins.vni();
+  return vni ? Json(*vni) : Json();
+}
+Json vni_origin(const VrfView& vrf) {
+  return text_or_null(vrf.details->origins.of_vni());
+}
+Lines vni_line(const VrfView& vrf) {
+  const auto vni = vrf.details->origins.vni();
+  return {with_origin(vni ? std::to_string(*vni) : "-", vrf.details->origins.of_vni())};
 }
 
-std::string threshold(std::int64_t routes) {
+Lines state_line(const VrfView& vrf) {
+  return {fmt::format("{}, administratively {}", vrf_status_name(vrf.row.operStatus),
+                      vrf_status_name(vrf.row.adminStatus))};
+}
+
+Json routes_json(const VrfView& vrf) {
+  return vrf.are_routes_counted ? Json(vrf.row.currNumRoutes) : Json();
+}
+std::string routes_text(const VrfView& vrf) {
+  return vrf.are_routes_counted ? std::to_string(vrf.row.currNumRoutes) : "unknown";
+}
+Lines routes_line(const VrfView& vrf) {
+  return {fmt::format("{} now, {} added, {} deleted, {} dropped", routes_text(vrf), vrf.row.routesAdded,
+                      vrf.row.routesDeleted, vrf.row.routesDropped)};
+}
+
+std::string threshold_text(std::int64_t routes) {
   return routes == 0 ? "none" : std::to_string(routes);
 }
 
-// A line for each family that has any.
-void print_thresholds(std::ostream& out, const std::vector<FamilyThresholds>& thresholds,
-                      const VrfOrigins& origins) {
-  std::string title = "  route thresholds";
-  if (thresholds.empty()) print_line(out, title, "none");
-  for (const FamilyThresholds& family : thresholds) {
-    print_line(out, title,
-               with_origin(fmt::format("{} mid {}, high {}", afi_name(family.afi), threshold(family.mid),
-                                       threshold(family.high)),
-                           origins.of_threshold(family.afi)));
-    title.clear();
+// One line for each family that has thresholds.
+Lines threshold_lines(const VrfView& vrf) {
+  Lines lines;
+  for (const FamilyThresholds& family : vrf.details->thresholds) {
+    lines.push_back(with_origin(fmt::format("{} mid {}, high {}", afi_name(family.afi),
+                                            threshold_text(family.mid), threshold_text(family.high)),
+                                vrf.details->origins.of_threshold(family.afi)));
   }
+  return lines.empty() ? Lines{"none"} : lines;
 }
-
-Json thresholds_json(const std::vector<FamilyThresholds>& thresholds, const VrfOrigins& origins) {
+Json thresholds_json(const VrfView& vrf) {
   Json list = Json::array();
-  for (const FamilyThresholds& family : thresholds) {
+  for (const FamilyThresholds& family : vrf.details->thresholds) {
     list.push_back({{"afi", family.afi},
                     {"afiName", afi_name(family.afi)},
                     {"midThresh", family.mid},
                     {"highThresh", family.high},
-                    {"origin", text_or_null(origins.of_threshold(family.afi))}});
+                    {"origin", text_or_null(vrf.details->origins.of_threshold(family.afi))}});
   }
   return list;
 }
 
-std::string vni_text(const VrfOrigins& origins) {
-  return origins.vni() ? std::to_string(*origins.vni()) : "-";
+Lines illegal_labels_line(const VrfView& vrf) {
+  return {std::to_string(vrf.row.illegalLabelViolations)};
 }
 
-void print_row(std::ostream& out, const VrfDetail& vrf) {
-  const mpls_vpn_mib_vrf& row = vrf.row;
-  const VrfOrigins& origins = vrf.origins;
-  print_line(out, "  description", with_origin(printable_or_dash(row.description), origins.of_description()));
-  print_line(out, "  route distinguisher",
-             with_origin(printable_or_dash(row.rd), origins.of_rd(text_or_empty(row.rd))));
-  print_line(out, "  vni", with_origin(vni_text(origins), origins.of_vni()));
-  print_line(out, "  state",
-             fmt::format("{}, administratively {}", vrf_status_name(row.operStatus),
-                         vrf_status_name(row.adminStatus)));
-  print_line(out, "  created", time_line(row.creationTime));
-  print_line(out, "  last changed", time_line(row.confLastChanged));
-  print_line(out, "  routes",
-             fmt::format("{} now, {} added, {} deleted, {} dropped", route_count(row, vrf.are_routes_counted),
-                         row.routesAdded, row.routesDeleted, row.routesDropped));
-  print_thresholds(out, vrf.thresholds, origins);
-  print_line(out, "  illegal labels", std::to_string(row.illegalLabelViolations));
+Json big_json(const VrfView& vrf) {
+  return vrf.details->shown.isBigVrf != 0;
 }
+Lines big_line(const VrfView& vrf) {
+  return {vrf.details->shown.isBigVrf != 0 ? "yes" : "no"};
+}
+
+Lines interface_counts_line(const VrfView& vrf) {
+  return {fmt::format("{}, {} active", vrf.row.associatedInterfaces, vrf.row.activeInterfaces)};
+}
+Json interfaces_json(const VrfView& vrf) {
+  return interface_names(vrf.details->shown);
+}
+Lines interface_words(const VrfView& vrf) {
+  Lines words = interface_names(vrf.details->shown);
+  for (std::string& name : words) name = printable(name);
+  return words;
+}
+
+constexpr Column<VrfView> kVrfColumns[] = {
+    VrfColumns::member<&Vrf::name>("name").cell(1, "VRF"),
+    VrfColumns::member<&Vrf::description>("description")
+        .cell(8, "DESCRIPTION", member_or_dash<&Vrf::description, VrfView>)
+        .line(1, "description", description_line),
+    VrfColumns::member<&Vrf::rd>("rd")
+        .cell(2, "RD", member_or_dash<&Vrf::rd, VrfView>)
+        .line(2, "route distinguisher", rd_line),
+    VrfColumns::named<&Vrf::creationTime, local_time_text>("creationTime", "Text")
+        .line(5, "created", time_line<&Vrf::creationTime>),
+    VrfColumns::named<&Vrf::operStatus, vrf_status_name>("operStatus")
+        .cell(3, "STATE")
+        .line(4, "state", state_line),
+    VrfColumns::member<&Vrf::activeInterfaces>("activeInterfaces").number(5, "ACTIVE"),
+    VrfColumns::member<&Vrf::associatedInterfaces>("associatedInterfaces")
+        .number(4, "INTERFACES")
+        .line(11, "interface counts", interface_counts_line),
+    VrfColumns::member<&Vrf::midThresh>("midThresh"),
+    VrfColumns::member<&Vrf::highThresh>("highThresh"),
+    VrfColumns::named<&Vrf::confLastChanged, local_time_text>("confLastChanged", "Text")
+        .number(7, "CHANGED", changed_age)
+        .line(6, "last changed", time_line<&Vrf::confLastChanged>),
+    VrfColumns::named<&Vrf::rowStatus, row_status_name>("rowStatus"),
+    VrfColumns::named<&Vrf::adminStatus, vrf_status_name>("adminStatus"),
+    VrfColumns::named<&Vrf::storageType, storage_type_name>("storageType"),
+    VrfColumns::member<&Vrf::illegalLabelViolations>("illegalLabelViolations")
+        .line(9, "illegal labels", illegal_labels_line),
+    VrfColumns::member<&Vrf::discontinuityTime>("discontinuityTime"),
+    VrfColumns::member<&Vrf::routesAdded>("routesAdded"),
+    VrfColumns::member<&Vrf::routesDeleted>("routesDeleted"),
+    VrfColumns::value("currNumRoutes", routes_json)
+        .number(6, "ROUTES", routes_text)
+        .line(7, "routes", routes_line),
+    VrfColumns::member<&Vrf::routesDropped>("routesDropped"),
+    VrfColumns::member<&Vrf::discTime>("discTime"),
+    // From here on of details alone.
+    VrfColumns::value("descriptionOrigin", description_origin),
+    VrfColumns::value("rdOrigin", rd_origin),
+    VrfColumns::value("vni", vni_json).with("Origin", vni_origin).line(3, "vni", vni_line),
+    VrfColumns::value("routeThresholds", thresholds_json).line(8, "route thresholds", threshold_lines),
+    VrfColumns::value("isBigVrf", big_json).line(10, "big", big_line),
+    VrfColumns::value("interfaces", interfaces_json).words(12, "interfaces", interface_words),
+    VrfColumns::value("addressFamilies", families_json),
+};
+constexpr std::size_t kVrfRowColumns = 20;
+static_assert(std::string_view(kVrfColumns[kVrfRowColumns].key) == "descriptionOrigin");
 
 }  // namespace
 
-std::string route_count(const mpls_vpn_mib_vrf& row, bool are_routes_counted) {
-  return are_routes_counted ? std::to_string(row.currNumRoutes) : "unknown";
+std::span<const Column<VrfView>> vrf_row_columns() {
+  return std::span(kVrfColumns).first<kVrfRowColumns>();
 }
 
-Json vrf_row_json(const mpls_vpn_mib_vrf& row, bool are_routes_counted) {
-  return {{"name", text_or_empty(row.name)},
-          {"description", text_or_empty(row.description)},
-          {"rd", text_or_empty(row.rd)},
-          {"creationTime", row.creationTime},
-          {"creationTimeText", local_time_text(row.creationTime)},
-          {"operStatus", row.operStatus},
-          {"operStatusName", vrf_status_name(row.operStatus)},
-          {"activeInterfaces", row.activeInterfaces},
-          {"associatedInterfaces", row.associatedInterfaces},
-          {"midThresh", row.midThresh},
-          {"highThresh", row.highThresh},
-          {"confLastChanged", row.confLastChanged},
-          {"confLastChangedText", local_time_text(row.confLastChanged)},
-          {"rowStatus", row.rowStatus},
-          {"rowStatusName", row_status_name(row.rowStatus)},
-          {"adminStatus", row.adminStatus},
-          {"adminStatusName", vrf_status_name(row.adminStatus)},
-          {"storageType", row.storageType},
-          {"storageTypeName", storage_type_name(row.storageType)},
-          {"illegalLabelViolations", row.illegalLabelViolations},
-          {"discontinuityTime", row.discontinuityTime},
-          {"routesAdded", row.routesAdded},
-          {"routesDeleted", row.routesDeleted},
-          {"currNumRoutes", are_routes_counted ? Json(row.currNumRoutes) : Json()},
-          {"routesDropped", row.routesDropped},
-          {"discTime", row.discTime}};
+std::vector<mpls_vpn_afi_safi> wanted_tables(const mpls_vpn_vrf& shown, const VrfRequest& request) {
+  std::vector<mpls_vpn_afi_safi> tables;
+  for (const mpls_vpn_afi_safi& table : elements<mpls_vpn_afi_safi>(shown.AF)) {
+    if (is_wanted(table, request)) tables.push_back(table);
+  }
+  return tables;
 }
 
 std::vector<std::string> interface_names(const mpls_vpn_vrf& shown) {
@@ -238,31 +293,17 @@ std::vector<std::string> interface_names(const mpls_vpn_vrf& shown) {
   return names;
 }
 
-Json vrf_json(const VrfDetail& vrf, const VrfRequest& request) {
-  Json json = vrf_row_json(vrf.row, vrf.are_routes_counted);
-  json["descriptionOrigin"] = text_or_null(vrf.origins.of_description());
-  json["rdOrigin"] = text_or_null(vrf.origins.of_rd(text_or_empty(vrf.row.rd)));
-  json["vni"] = vrf.origins.vni() ? Json(*vrf.origins.vni()) : Json();
-  json["vniOrigin"] = text_or_null(vrf.origins.of_vni());
-  json["routeThresholds"] = thresholds_json(vrf.thresholds, vrf.origins);
-  json["isBigVrf"] = vrf.shown.isBigVrf != 0;
-  json["interfaces"] = interface_names(vrf.shown);
-  json["addressFamilies"] = tables_json(vrf, request);
-  return json;
+Json vrf_json(const VrfView& vrf) {
+  return row_json<VrfView>(kVrfColumns, vrf);
 }
 
-void print_vrf(std::ostream& out, const VrfDetail& vrf, const VrfRequest& request) {
-  const mpls_vpn_mib_vrf& row = vrf.row;
-  const mpls_vpn_vrf& shown = vrf.shown;
-  fmt::print(out, "VRF {}\n", printable_or_dash(row.name));
-  print_row(out, vrf);
-  print_line(out, "  big", shown.isBigVrf != 0 ? "yes" : "no");
-  std::vector<std::string> names = interface_names(shown);
-  for (std::string& name : names) name = printable(name);
-  print_line(out, "  interface counts",
-             fmt::format("{}, {} active", row.associatedInterfaces, row.activeInterfaces));
-  print_words(out, "  interfaces", names);
-  for (const mpls_vpn_afi_safi& table : wanted_tables(vrf, request)) print_table(out, table, vrf.origins);
+void print_vrf(std::ostream& out, const VrfView& vrf) {
+  fmt::print(out, "VRF {}\n", printable_or_dash(vrf.row.name));
+  print_details<VrfView>(out, {2, kLabelWidth}, kVrfColumns, vrf);
+  for (const mpls_vpn_afi_safi& table : vrf.details->tables) {
+    fmt::print(out, "  {} {}\n", afi_name(table.AFName), safi_name(table.SAFName));
+    print_details<FamilyView>(out, {4, kLabelWidth}, kFamilyColumns, {table, vrf.details->origins});
+  }
 }
 
 }  // namespace cli
