@@ -25,6 +25,7 @@ class Decoded {
   Decoded& operator=(const Decoded&) = delete;
 
   bool good() const { return good_; }
+  const Record& operator*() const { return record_; }
   const Record* operator->() const { return &record_; }
 
  private:
@@ -35,11 +36,6 @@ class Decoded {
 
 inline std::string_view text_or_empty(const char* text) {
   return text == nullptr ? std::string_view() : text;
-}
-
-// An Integer32 value as its 32 bits.
-inline void add_signed(Window* window, std::int32_t number) {
-  window->add_number(static_cast<std::uint32_t>(number));
 }
 
 inline constexpr std::size_t kDescriptionMax = 255;    // SnmpAdminString (RFC 3411 section 5)

@@ -1,7 +1,7 @@
 // mplsL3VpnVrfRteTable (RFC 4382): the routes of the VRFs, IPv4 before IPv6.
 #include <array>
 
-#include "agent/rows/decoded_record.h"
+#include "agent/tables/columns.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "agent/tables/route_key.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
@@ -9,29 +9,23 @@
 namespace tables {
 namespace {
 
-enum RouteSlot : std::size_t {
-  kIfIndex,
-  kType,
-  kProtocol,
-  kAge,
-  kNextHopAs,
-  kMetric1,
-  kMetric2,
-  kMetric3,
-  kMetric4,
-  kMetric5,
-  kXcPointer,
-  kStatus,
-  kRouteSlots,
-};
+using Route = mpls_vpn_mib_route;
 
 std::span<const std::uint8_t> view(const ParcelOctets& octets) {
   return {octets.octets, octets.length};
 }
 
+Taken add_route_index(const Route& record, Window* window) {
+  if (!window->add_name(text_or_empty(record.vrfName))) return Taken::kNoIndex;
+  const RouteIndex index = {static_cast<std::uint32_t>(record.destType), view(record.dest), record.mask,
+                            static_cast<std::uint32_t>(record.nextHopType), view(record.nextHop)};
+  return add_route_index(index, window) ? Taken::kRow : Taken::kBad;
+}
+
 // MplsIndexType has at least one octet; a single zero is "no label stack".
-void add_cross_connect(const ParcelArray& octets, Window* window) {
+void cross_connect(const Route& record, Window* window) {
   static constexpr std::array<std::uint8_t, 1> kNone = {0};
+  const ParcelArray& octets = record.xcPointer;
   if (octets.count == 0) {
     window->add_octets(kNone);
   } else {
@@ -39,57 +33,40 @@ void add_cross_connect(const ParcelArray& octets, Window* window) {
   }
 }
 
-Taken take_route(const kvtree::Octets& octets, Window* window) {
-  const Decoded<mpls_vpn_mib_route> record(kMibRouteParcel, octets);
-  if (!record.good()) return Taken::kBad;
-  if (!window->add_name(text_or_empty(record->vrfName))) return Taken::kNoIndex;
-  const RouteIndex index = {static_cast<std::uint32_t>(record->destType), view(record->dest), record->mask,
-                            static_cast<std::uint32_t>(record->nextHopType), view(record->nextHop)};
-  if (!add_route_index(index, window)) return Taken::kBad;
-  add_signed(window, record->ifIndex);
-  add_signed(window, record->type);
-  add_signed(window, record->proto);
-  window->add_number(record->age);
-  window->add_number(record->nextHopAS);
-  add_signed(window, record->metric1);
-  add_signed(window, record->metric2);
-  add_signed(window, record->metric3);
-  add_signed(window, record->metric4);
-  add_signed(window, record->metric5);
-  add_cross_connect(record->xcPointer, window);
-  add_signed(window, record->rowStatus);
-  return Taken::kRow;
-}
+// Columns 1 to 6 are the index and not accessible.
+constexpr RecordColumn<Route> kRouteColumns[] = {
+    {7, Syntax::kInteger, number<&Route::ifIndex>},
+    {8, Syntax::kInteger, number<&Route::type>},
+    {9, Syntax::kInteger, number<&Route::proto>},
+    {10, Syntax::kGauge, number<&Route::age>},
+    {11, Syntax::kUnsigned, number<&Route::nextHopAS>},
+    {12, Syntax::kInteger, number<&Route::metric1>},
+    {13, Syntax::kInteger, number<&Route::metric2>},
+    {14, Syntax::kInteger, number<&Route::metric3>},
+    {15, Syntax::kInteger, number<&Route::metric4>},
+    {16, Syntax::kInteger, number<&Route::metric5>},
+    {17, Syntax::kOctets, cross_connect},
+    {18, Syntax::kInteger, number<&Route::rowStatus>},
+};
+using RouteRows = RecordRows<Route, kMibRouteParcel, add_route_index, kRouteColumns>;
 
 // The index is a constant of another file, so the set is built on first use.
 const RowSet& routes() {
-  static const RowSet set = {"mplsL3VpnVrfRteTable",
-                             "/oper/mpls_vpn/gl/route-next",
-                             false,
-                             kRouteIndex,
-                             kRouteSlots,
-                             take_route,
-                             route_path,
-                             kRouteEarlyRows};
+  static const RowSet set = [] {
+    RowSet rows = RouteRows::walked("mplsL3VpnVrfRteTable", "/oper/mpls_vpn/gl/route-next", kRouteIndex);
+    rows.key = route_path;
+    rows.early_rows = kRouteEarlyRows;
+    return rows;
+  }();
   return set;
 }
-
-// Columns 1 to 6 are the index and not accessible.
-constexpr std::array kRouteColumns = {
-    Column{7, Syntax::kInteger, kIfIndex},     Column{8, Syntax::kInteger, kType},
-    Column{9, Syntax::kInteger, kProtocol},    Column{10, Syntax::kGauge, kAge},
-    Column{11, Syntax::kUnsigned, kNextHopAs}, Column{12, Syntax::kInteger, kMetric1},
-    Column{13, Syntax::kInteger, kMetric2},    Column{14, Syntax::kInteger, kMetric3},
-    Column{15, Syntax::kInteger, kMetric4},    Column{16, Syntax::kInteger, kMetric5},
-    Column{17, Syntax::kOctets, kXcPointer},   Column{18, Syntax::kInteger, kStatus},
-};
 
 constexpr std::array<std::uint32_t, 13> kRouteEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 4, 1, 1};
 
 }  // namespace
 
 std::span<const Table> route_tables() {
-  static const std::array tables = {Table{kRouteEntry, &routes(), kRouteColumns}};
+  static const std::array tables = {Table{kRouteEntry, &routes(), RouteRows::columns<0>()}};
   return tables;
 }
 

@@ -1,7 +1,7 @@
 // mplsL3VpnVrfRTTable (RFC 4382): the route targets of the VRFs, numbered from 1 in each.
 #include <array>
 
-#include "agent/rows/decoded_record.h"
+#include "agent/tables/columns.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 
@@ -11,24 +11,12 @@ namespace {
 constexpr std::uint32_t kImport = 1;  // MplsL3VpnRtType
 constexpr std::uint32_t kBoth = 3;
 
-enum RouteTargetSlot : std::size_t {
-  kRouteTarget,
-  kRouteTargetDescription,
-  kRouteTargetRowStatus,
-  kRouteTargetStorageType,
-  kRouteTargetSlots
-};
+using RouteTarget = mpls_vpn_mib_rt;
 
-Taken take_route_target(const kvtree::Octets& octets, Window* window) {
-  const Decoded<mpls_vpn_mib_rt> record(kMibRtParcel, octets);
-  if (!record.good()) return Taken::kBad;
-  if (!window->add_name(text_or_empty(record->vrfName))) return Taken::kNoIndex;
-  window->add_index(record->index);
-  window->add_index(static_cast<std::uint32_t>(record->type));
-  add_text(window, record->rt, kDistinguisherMax);
-  add_text(window, record->description, kDescriptionMax);
-  add_signed(window, record->rowStatus);
-  add_signed(window, record->storageType);
+Taken add_route_target_index(const RouteTarget& record, Window* window) {
+  if (!window->add_name(text_or_empty(record.vrfName))) return Taken::kNoIndex;
+  window->add_index(record.index);
+  window->add_index(static_cast<std::uint32_t>(record.type));
   return Taken::kRow;
 }
 
@@ -36,19 +24,21 @@ constexpr std::array kRouteTargetIndex = {IndexPart{PartKind::kName},
                                           IndexPart{PartKind::kNumber, 1, 0xffffffff},
                                           IndexPart{PartKind::kNumber, kImport, kBoth}};
 
-const RowSet kRouteTargets = {"mplsL3VpnVrfRTTable", "/oper/mpls_vpn/gl/rt-next", false,
-                              kRouteTargetIndex,     kRouteTargetSlots,           take_route_target};
-
 // Columns 2 and 3, number and type, are not accessible; there is no column 1.
-constexpr std::array kRouteTargetColumns = {
-    Column{4, Syntax::kOctets, kRouteTarget},
-    Column{5, Syntax::kOctets, kRouteTargetDescription},
-    Column{6, Syntax::kInteger, kRouteTargetRowStatus},
-    Column{7, Syntax::kInteger, kRouteTargetStorageType},
+constexpr RecordColumn<RouteTarget> kRouteTargetColumns[] = {
+    {4, Syntax::kOctets, text<&RouteTarget::rt, kDistinguisherMax>},
+    {5, Syntax::kOctets, text<&RouteTarget::description, kDescriptionMax>},
+    {6, Syntax::kInteger, number<&RouteTarget::rowStatus>},
+    {7, Syntax::kInteger, number<&RouteTarget::storageType>},
 };
+using RouteTargetRows = RecordRows<RouteTarget, kMibRtParcel, add_route_target_index, kRouteTargetColumns>;
+
+const RowSet kRouteTargets =
+    RouteTargetRows::walked("mplsL3VpnVrfRTTable", "/oper/mpls_vpn/gl/rt-next", kRouteTargetIndex);
 
 constexpr std::array<std::uint32_t, 13> kRouteTargetEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 3, 1};
-const std::array kRouteTargetTables = {Table{kRouteTargetEntry, &kRouteTargets, kRouteTargetColumns}};
+const std::array kRouteTargetTables = {
+    Table{kRouteTargetEntry, &kRouteTargets, RouteTargetRows::columns<0>()}};
 
 }  // namespace
 
