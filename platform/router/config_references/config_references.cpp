@@ -4,9 +4,8 @@
 // delivered, because a replay deletes items first. Whether a VRF still has items is looked up in the tree,
 // once for all the deletions of one iteration of the event loop.
 //
-// Joins and creations of VRFs wait until the membership service has delivered everything before them, which
-// the order of its events shows (vmap.h); until then a timer without delay checks in each iteration of the
-// loop.
+// Joins and creations of VRFs are notifications of the change feed, after those of the services, so that an
+// item is replayed after its interface was announced. A timer without delay replays them in bounded steps.
 #include "platform/router/config_references/config_references.h"
 
 #include <deque>
@@ -22,6 +21,7 @@
 #include "platform/config/vrf_config.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/router/feed/feed.h"
 #include "platform/router/vmap/vmap.h"
 #include "platform/store/configuration/config.h"
 #include "platform/store/server/followed_nodes.h"
@@ -40,23 +40,24 @@ struct VrfItems {
 };
 
 struct Join {
-  std::uint64_t turn;  // everything older must be delivered first
   std::string vrf;
   std::string interface;  // empty: the VRF itself was created
 };
 
 class Follower : public router::Observer {
  public:
-  Follower(router::Router* model, EventManager* manager) : model_(model), manager_(manager) {}
+  Follower(router::Router* model, EventManager* manager)
+      : model_(model), manager_(manager), receiver_{manager} {}
   ~Follower() override;
 
   Status start();
+  void replay_later(Join join);
 
-  // Whether items are counted under this name, or were since the membership service last had nothing pending.
+  // Whether items are counted under this name, or were since the change feed was last empty.
   bool is_name_of_items(const std::string& vrf, const std::string& interface) const;
 
   void vrf_created(const router::Vrf& vrf) override {
-    if (model_->is_referenced(vrf.name)) replay_for(vrf.name, {});
+    if (model_->is_referenced(vrf.name)) append({vrf.name, {}});
   }
   void interface_added(const router::Interface& interface) override { joined(interface); }
   void interface_moved(const router::Interface& now, const std::string&) override { joined(now); }
@@ -75,14 +76,15 @@ class Follower : public router::Observer {
   void check(const std::string& vrf);
 
   void joined(const router::Interface& interface);
-  void replay_for(const std::string& vrf, const std::string& interface);
-  void replay_later();
+  void append(Join join);
+  void start_replay();
   void replay_some();
   void add_items(const Join& join, std::set<std::string>* paths) const;
   void replay_description(const std::string& vrf) const;
 
   router::Router* model_;
   EventManager* manager_;
+  feed::Receiver receiver_;
   FollowedNodes configuration_;
   std::unordered_map<std::string, VrfItems> vrfs_;
   std::set<std::string> unsure_;  // VRFs that lost an item
@@ -118,6 +120,7 @@ bool must_end(const char* vrf_name, const char* if_name) {
 
 Follower::~Follower() {
   vmap_on_rename(nullptr);
+  feed::drop(&receiver_);
   model_->stop_observing(this);
   if (checking_ != 0) event_timer_cancel(manager_, checking_);
   if (replaying_ != 0) event_timer_cancel(manager_, replaying_);
@@ -197,7 +200,7 @@ void Follower::check_later(const std::string& vrf) {
 void Follower::check_unsure() {
   checking_ = 0;
   for (const std::string& vrf : std::exchange(unsure_, {})) check(vrf);
-  if (vmap_oldest_turn() == kVmapNoTurn) former_names_.clear();
+  if (feed::is_empty()) former_names_.clear();
 }
 
 bool Follower::is_name_of_items(const std::string& vrf, const std::string& interface) const {
@@ -220,15 +223,30 @@ void Follower::check(const std::string& vrf) {
 }
 
 void Follower::joined(const router::Interface& interface) {
-  if (interface.vrf != router::kDefaultVrf) replay_for(interface.vrf, interface.name);
+  if (interface.vrf != router::kDefaultVrf) append({interface.vrf, interface.name});
 }
 
-void Follower::replay_for(const std::string& vrf, const std::string& interface) {
-  joins_.push_back({vmap_turn(model_->changes() + 1, VmapPhase::kWentDown), vrf, interface});
-  replay_later();
+class JoinDelivered : public feed::Notification {
+ public:
+  JoinDelivered(Follower* follower, Join join) : follower_(follower), join_(std::move(join)) {}
+  void deliver() override { follower_->replay_later(std::move(join_)); }
+
+ private:
+  Follower* follower_;
+  Join join_;
+};
+
+void Follower::append(Join join) {
+  feed::append(model_->changes(), feed::Phase::kFollowUp, &receiver_,
+               std::make_unique<JoinDelivered>(this, std::move(join)));
 }
 
-void Follower::replay_later() {
+void Follower::replay_later(Join join) {
+  joins_.push_back(std::move(join));
+  start_replay();
+}
+
+void Follower::start_replay() {
   if (replaying_ == 0) replaying_ = event_timer_start(manager_, 0, [this] { replay_some(); });
 }
 
@@ -236,9 +254,7 @@ void Follower::replay_later() {
 void Follower::replay_some() {
   replaying_ = 0;
   std::set<std::string> paths;
-  const std::uint64_t oldest = vmap_oldest_turn();
   for (std::size_t count = 0; count < kJoinsPerStep && !joins_.empty(); ++count) {
-    if (joins_.front().turn > oldest) break;
     if (joins_.front().interface.empty()) {
       replay_description(joins_.front().vrf);
     } else {
@@ -250,7 +266,7 @@ void Follower::replay_some() {
     if (const Status status = kvtree_config_replay({paths.begin(), paths.end()}))
       log_line("configuration of VRFs: its items cannot be announced again: %s", err_text(status));
   }
-  if (!joins_.empty()) replay_later();
+  if (!joins_.empty()) start_replay();
 }
 
 void Follower::replay_description(const std::string& vrf) const {

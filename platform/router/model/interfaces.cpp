@@ -76,13 +76,11 @@ Status Router::change_interface(const Interface& interface) {
   Interface next = interface;
   next.vrf = stored.vrf;
   if (next == stored) return kStatusOk;
-  const bool is_renamed = next.name != stored.name || next.index != stored.index;
-  if (is_renamed) state_->notify_names_change();
+  state_->notify_before_change([&](Observer& observer) { observer.interface_changing(stored, next); });
   take_out(*state_, stored);
   const Interface before = std::exchange(stored, std::move(next));
   enter(*state_, &stored);
   state_->notify_records_first([&](Observer& observer) { observer.interface_changed(before, stored); });
-  if (is_renamed) state_->notify_names_change();
   return kStatusOk;
 }
 

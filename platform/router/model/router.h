@@ -96,10 +96,9 @@ class Observer {
   virtual void vrf_deleted(const Vrf&) {}
   virtual void vrf_referenced(const std::string& /*name*/) {}    // named by configuration and not created
   virtual void vrf_unreferenced(const std::string& /*name*/) {}  // no longer named, and not created either
-  // Before and after an interface gets another name or index: what is still to be delivered to clients refers
-  // to those that it has, and clients ask for them. So it is delivered now.
-  virtual void names_change() {}
-  virtual void interface_added(const Interface&) {}  // already with its membership
+  virtual void interface_added(const Interface&) {}              // already with its membership
+  // Before an interface changes, as vrf_changing.
+  virtual void interface_changing(const Interface& /*now*/, const Interface& /*next*/) {}
   virtual void interface_changed(const Interface& /*before*/, const Interface& /*now*/) {
   }  // not the membership
   virtual void interface_moved(const Interface& /*now*/, const std::string& /*from*/) {}  // the membership
@@ -109,7 +108,7 @@ class Observer {
 
 // Observers are notified in this order of creations and additions, and in the reverse order of deletions,
 // removals and moves: a record exists before a membership names it and is deleted after it.
-enum class ObserverRank : int { kRecords = 0, kMembership = 1, kOther = 2 };
+enum class ObserverRank : int { kRecords = 0, kMembership = 1, kOther = 2, kFeed = 3 };
 
 class Router {
  public:

@@ -60,14 +60,10 @@ struct Router::State {
     for (auto entry = observers.rbegin(); entry != observers.rend(); ++entry) notify(*entry->second);
   }
 
-  void notify_before_change(const std::string& name, const Vrf* next) {
+  template <typename Notify>
+  void notify_before_change(Notify notify) {
     const Busy guard(this);
-    for (const auto& [rank, observer] : observers) observer->vrf_changing(name, next);
-  }
-
-  void notify_names_change() {
-    const Busy guard(this);
-    for (const auto& [rank, observer] : observers) observer->names_change();
+    for (const auto& [rank, observer] : observers) notify(*observer);
   }
 
   template <typename Map, typename Visit>

@@ -69,7 +69,7 @@ Status Router::create_vrf(const Vrf& vrf) {
   if (Status status = state_->may_change("router_create_vrf")) return status;
   if (!valid_vrf_name(vrf.name) || vrf.id == 0 || vrf.name == kDefaultVrf) return kStatusInvalid;
   if (state_->vrfs.contains(vrf.name) || state_->vrfs_by_id.contains(vrf.id)) return kStatusExists;
-  state_->notify_before_change(vrf.name, &vrf);
+  state_->notify_before_change([&vrf](Observer& observer) { observer.vrf_changing(vrf.name, &vrf); });
   Vrf& stored = state_->vrfs.emplace(vrf.name, vrf).first->second;
   state_->vrfs_by_id.emplace(stored.id, &stored);
   open_tables(stored, &state_->routes);
@@ -85,7 +85,7 @@ Status Router::change_vrf(const Vrf& vrf) {
   Vrf next = vrf;
   next.id = found->second.id;
   if (next == found->second) return kStatusOk;
-  state_->notify_before_change(next.name, &next);
+  state_->notify_before_change([&next](Observer& observer) { observer.vrf_changing(next.name, &next); });
   const Vrf before = std::exchange(found->second, std::move(next));
   const Vrf& now = found->second;
   open_tables(now, &state_->routes);  // first: a table that stays keeps its routes
@@ -99,7 +99,8 @@ Status Router::delete_vrf(std::string_view name) {
   if (name == kDefaultVrf) return kStatusInvalid;
   const auto found = state_->vrfs.find(name);
   if (found == state_->vrfs.end()) return kStatusNoSuchRow;
-  state_->notify_before_change(found->first, nullptr);
+  state_->notify_before_change(
+      [&name = found->first](Observer& observer) { observer.vrf_changing(name, nullptr); });
   state_->vrfs_by_id.erase(found->second.id);
   const auto taken = state_->vrfs.extract(found);
   close_tables(taken.mapped(), &state_->routes);

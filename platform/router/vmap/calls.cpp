@@ -1,13 +1,12 @@
 // The membership service's client operations: connections, member databases, registration, and the service's
-// own end of it.
+// own end of a connection.
 //
 // A connection is a pair of connected sockets: the client watches one end with its event manager, the service
-// keeps the other and closes it to hang up. Nothing is ever written to it; events go through the event
-// manager (see delivery.cpp). A connection that the service dropped leaves the client's end open until the
-// client unbinds, or binds again.
+// closes the other to hang up. No data is sent through it; events are delivered by the change feed. When the
+// service has closed a connection, the client's end stays open until the client unbinds or binds again.
 //
-// The service owns the clients, a client owns its databases; the handles given out are borrowed. All of it
-// belongs to the main thread.
+// The service owns the clients, a client owns its databases; callers borrow the handles. Everything belongs
+// to the main thread.
 #include "platform/router/vmap/vmap.h"
 
 #include <sys/socket.h>
@@ -33,8 +32,8 @@ void close_end(int* end) {
   *end = -1;
 }
 
-// The service's side goes, and with it what was registered.
-void drop_connection(VmapClient* client) {
+// Closes the service's end and ends what was registered.
+void close_connection(VmapClient* client) {
   vmap::end_registration(client);
   close_end(&client->service_end);
 }
@@ -44,8 +43,10 @@ void release_client_side(VmapClient* client) {
   close_end(&client->client_end);
 }
 
-// Hangs up on every client. A library callback may end its client, so they are found again by number.
-void drop_all_connections() {
+}  // namespace
+
+// A library callback may end its client, so clients are found again by number.
+void vmap::close_all_connections() {
   std::vector<std::uint64_t> ids;
   for (const auto& client : service().clients) {
     if (is_connected(*client)) ids.push_back(client->id);
@@ -53,17 +54,15 @@ void drop_all_connections() {
   for (const std::uint64_t id : ids) {
     for (const auto& client : service().clients) {
       if (client->id != id) continue;
-      drop_connection(client.get());
+      close_connection(client.get());
       client->callback(client.get());
       break;
     }
   }
 }
 
-}  // namespace
-
 void vmap_attach(router::Router* model) {
-  if (model == nullptr) drop_all_connections();
+  if (model == nullptr) vmap::close_all_connections();
   service().attach(model);
 }
 
@@ -76,7 +75,7 @@ Status vmap_c_lib_init(const char* client_name, EventManager* manager, VmapLibra
   auto made = std::make_unique<VmapClient>();
   made->id = ++service().last_client;
   made->name = client_name;
-  made->manager = manager;
+  made->receiver.manager = manager;
   made->callback = callback;
   *client = made.get();
   service().clients.push_back(std::move(made));
@@ -90,13 +89,14 @@ void vmap_c_lib_end(VmapClient* client) {
   if (found == clients.end()) return;
   const std::unique_ptr<VmapClient> ended = std::move(*found);
   clients.erase(found);
-  drop_connection(ended.get());
+  close_connection(ended.get());
   release_client_side(ended.get());
-  for (const auto& [name, told] : ended->told.vrfs) vmap::tell_deletion_hook(name);
+  feed::recover(&ended->receiver);
 }
 
 Status vmap_c_bind(VmapClient* client, int* fd) {
   if (Status status = fault_check("vmap_c_bind")) return status;
+  if (Status status = fault_check("vmap_service")) return status;
   if (client == nullptr || fd == nullptr) return kStatusInvalid;
   if (!service().is_available()) return kStatusUnavailable;
   if (is_connected(*client)) return kStatusExists;
@@ -104,7 +104,7 @@ Status vmap_c_bind(VmapClient* client, int* fd) {
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
     return static_cast<Status>(errno);
   }
-  release_client_side(client);  // what a dropped connection left behind
+  release_client_side(client);  // of a connection that the service closed
   client->client_end = ends[0];
   client->service_end = ends[1];
   *fd = client->client_end;
@@ -115,7 +115,7 @@ Status vmap_c_unbind(VmapClient* client) {
   if (Status status = fault_check("vmap_c_unbind")) return status;
   if (client == nullptr) return kStatusInvalid;
   if (client->client_end == -1) return kStatusNotConnected;
-  drop_connection(client);
+  close_connection(client);
   release_client_side(client);
   return kStatusOk;
 }
@@ -143,7 +143,7 @@ Status vmap_c_mdb_add_intf_all(VmapMemberDatabase* database, VmapIntfCallback ca
   if (Status status = fault_check("vmap_c_mdb_add_intf_all")) return status;
   if (database == nullptr || callback == nullptr) return kStatusInvalid;
   database->intf_callback = callback;
-  database->batch = batch == 0 ? vmap::kDefaultBatch : batch;
+  database->batch = batch == 0 ? feed::kDefaultBatch : batch;
   return kStatusOk;
 }
 
@@ -161,6 +161,7 @@ Status vmap_c_notif_reg(VmapMemberDatabase* database, int* fd, std::uint32_t* nu
   if (!is_connected(*client)) return kStatusNotConnected;
   if (client->registered != nullptr) return kStatusExists;
   client->registered = database;
+  client->receiver.batch = database->batch;
   ++client->registration;
   *fd = client->client_end;
   const std::uint64_t id = client->id;
@@ -169,44 +170,10 @@ Status vmap_c_notif_reg(VmapMemberDatabase* database, int* fd, std::uint32_t* nu
   return vmap::is_registered(id, registration) ? kStatusOk : kStatusNotConnected;
 }
 
-void vmap_service_stop() {
-  service().running = false;
-  drop_all_connections();
-}
-
-void vmap_service_start() {
-  service().running = true;
-}
-
-bool vmap_owes_vrf_deletion(const char* vrf_name) {
-  const std::uint64_t living = service().incarnation_of(vrf_name);
-  return std::any_of(service().clients.begin(), service().clients.end(), [&](const auto& client) {
-    const auto told = client->told.vrfs.find(std::string_view(vrf_name));
-    return told != client->told.vrfs.end() && told->second.incarnation != living;
-  });
-}
-
-std::uint64_t vmap_oldest_turn() {
-  const VmapClient* client = vmap::oldest_waiting();
-  return client == nullptr ? kVmapNoTurn : client->queue.front().turn;
-}
-
-void vmap_deliver_oldest() {
-  if (VmapClient* client = vmap::oldest_waiting()) vmap::deliver_front(client);
-}
-
-void vmap_wait_for(std::uint64_t (*oldest_elsewhere)()) {
-  service().oldest_elsewhere = oldest_elsewhere;
-}
-
-void vmap_on_rename(bool (*must_end)(const char* vrf_name, const char* if_name)) {
-  service().name_must_end = must_end;
+void vmap_on_rename(bool (*must_leave)(const char* vrf_name, const char* if_name)) {
+  service().must_leave_on_rename = must_leave;
 }
 
 bool vmap_is_subscribers_name(const char* if_name) {
   return std::strstr(if_name, ".ip") != nullptr || std::strstr(if_name, ".pppoe") != nullptr;
-}
-
-void vmap_on_vrf_deletion_told(void (*hook)(const char* vrf_name)) {
-  service().deletion_told = hook;
 }

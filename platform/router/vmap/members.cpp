@@ -1,5 +1,4 @@
-// Membership lists in joining order: see members.h. Both lists are kept by the same two functions, told by a
-// pointer to the links which of a node's two pairs they are to use.
+// Both lists are linked by the same two functions; a pointer to member selects the pair of links.
 #include "platform/router/vmap/members.h"
 
 namespace vmap {

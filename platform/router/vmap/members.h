@@ -1,11 +1,9 @@
-// Which interfaces are in which VRF, in the order they joined: the membership service's own picture of the
-// model.
+// Which interfaces are in which VRF, in the order they joined: the membership service's copy of the model.
 //
-// One node an interface that is in a VRF, linked into two lists: all members, and the members of its VRF.
-// Joining appends to both, so the lists are in joining order and every change costs the same whatever their
-// length. The links never own: the nodes live in the table of handles, the VRF entries in the table of names,
-// which keeps an entry while it has members. The name itself is shared with queued events and with what
-// clients were told.
+// An interface that is in a VRF has one node, linked into two lists: all members, and the members of its VRF.
+// Joining appends to both, so the lists are in joining order and every change has constant cost. The links do
+// not own: the nodes live in the table of handles, the VRF entries in the table of names, which has an entry
+// while the VRF has members. The name is shared with pending notifications and with what was announced.
 #pragma once
 
 #include <cstdint>
@@ -48,13 +46,13 @@ class Members {
  public:
   // REQUIRES: the interface is in no VRF.
   void join(std::uint32_t handle, const std::string& vrf);
-  // Nothing happens for an interface that is in no VRF.
+  // Ignored for an interface that is in no VRF.
   void leave(std::uint32_t handle);
   void clear();
 
   const Member* find(std::uint32_t handle) const;
   const Member* first() const { return all_.first; }
-  // The first member of the VRF (go on with of_vrf.after), or null.
+  // The first member of the VRF (the next one is of_vrf.after), or null.
   const Member* first_of(std::string_view vrf) const;
 
  private:

@@ -1,14 +1,11 @@
 // The membership service as an observer of the router model: turns the model's changes into events for every
 // registered client.
 //
-// Every event is made here, complete, at the time of the change; the queues of the clients only carry it. The
-// VRF "default" is no VRF to this service: its interfaces are in no VRF.
-//
-// The observer rank "membership" puts this service after the record service when something is created, and
-// before it when something goes: when the record service asks vmap_owes_vrf_deletion() in its own
-// notification of a deletion, the incarnation is gone from here already, which is what makes the answer
-// right.
+// Every event is complete: it is made here, at the time of the change, and the feed only delivers it. The VRF
+// "default" is not a VRF to this service: its interfaces are in no VRF.
 #include "platform/router/vmap/service.h"
+
+#include "platform/core/base/fault.h"
 
 namespace vmap {
 namespace {
@@ -76,11 +73,12 @@ Event Service::interface_event(VmapEvent kind, const Member& member) const {
   return event;
 }
 
-void Service::announce(Event event) {
-  event.turn =
-      vmap_turn(model_->changes(), event.kind == VmapEvent::kDelete ? VmapPhase::kLeft : VmapPhase::kJoined);
+void Service::announce(const Event& event) {
+  if (fault_check("vmap_service") != kStatusOk) return close_all_connections();
+  const feed::Phase phase = event.kind == VmapEvent::kDelete ? feed::Phase::kLeft : feed::Phase::kJoined;
   for (const auto& client : clients) {
-    if (client->registered != nullptr) enqueue(client.get(), event);
+    if (client->registered == nullptr) continue;
+    feed::append(model_->changes(), phase, &client->receiver, notification_of(client.get(), event));
   }
 }
 

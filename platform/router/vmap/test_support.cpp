@@ -1,5 +1,4 @@
-// See test_support.h. The callbacks carry no argument of the client's, so their lines go to a vector of the
-// program.
+// The callbacks have no argument of the client's, so their lines are in a vector of the program.
 #include "platform/router/vmap/test_support.h"
 
 #include <poll.h>
@@ -26,7 +25,7 @@ Membership::Membership() : manager_(event_manager_create("/dev/test/main", 0), e
 Membership::~Membership() {
   EndClient();
   vmap_attach(nullptr);
-  vmap_service_start();
+  fault_disarm_all();
 }
 
 void Membership::EndClient() {
@@ -85,12 +84,18 @@ bool Membership::HasHungUp() const {
   return poll(&entry, 1, 0) == 1 && (entry.revents & POLLHUP) != 0;
 }
 
-std::vector<std::string> Membership::Told() {
+void Membership::LoseConnection() {
+  fault_arm("vmap_service", kStatusUnavailable, 1, 0);
+  AddVrf("trigger", 99);
+  DeleteVrf("trigger");
+}
+
+std::vector<std::string> Membership::Calls() {
   return std::exchange(lines, {});
 }
 
 int Membership::NoteDrop(void* /*client*/) {
-  lines.push_back("dropped");
+  lines.push_back("closed");
   return 1;
 }
 

@@ -1,5 +1,5 @@
 // For the membership service's tests: a router, an event loop that is stepped, and a client that writes a
-// line for everything it is told.
+// line for every call.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/model/router.h"
 #include "platform/router/vmap/vmap.h"
@@ -38,8 +39,11 @@ class Membership : public ::testing::Test {
   void EndClient();
   void Run() { event_run_pending(manager_.get()); }
   bool HasHungUp() const;
-  // What the callbacks were told since the last call: "+vrf red 10", "-if 1 red 10", ...
-  std::vector<std::string> Told();
+  // The service fails at a change, and until RestoreService() it refuses to bind.
+  void LoseConnection();
+  static void RestoreService() { fault_disarm_all(); }
+  // The calls of the callbacks since the last one: "+vrf red 10", "-if 1 red 10", ...
+  std::vector<std::string> Calls();
 
   static int NoteDrop(void* client);
   static void NoteVrf(VmapMemberDatabase* database, VmapEvent kind, const VmapVrfItem* item);

@@ -25,8 +25,8 @@ TEST_F(Membership, RegistrationReplaysVrfsByNameThenInterfacesInTheOrderTheyJoin
   Move("ge1", "default");
   Move("ge1", "vrf9");
   Connect();
-  EXPECT_THAT(Told(), ElementsAre("+vrf vrf9 9 flags 2", "+vrf vrf10 10", "+if 3 vrf10 10", "+if 1 vrf9 9",
-                                  "+if 2 vrf9 9"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf vrf9 9 flags 2", "+vrf vrf10 10", "+if 3 vrf10 10", "+if 1 vrf9 9",
+                                   "+if 2 vrf9 9"));
   EXPECT_EQ(num_results_, 5U);
 }
 
@@ -38,16 +38,16 @@ TEST_F(Membership, NothingThatOnlyConcernsTheDefaultVrfIsAnnounced) {
   Remove("ge0");
   router::ChangeVrf(&router_, "default", &router::Vrf::flags, router::kVrfFlagBig);
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
 }
 
-TEST_F(Membership, VrfsThatAreOnlyNamedAreNotAnnounced) {
+TEST_F(Membership, VrfsThatAreOnlyReferencedAreNotAnnounced) {
   ASSERT_EQ(router_.reference_vrf("red"), kStatusOk);
   Connect();
   ASSERT_EQ(router_.reference_vrf("blue"), kStatusOk);
   ASSERT_EQ(router_.unreference_vrf("blue"), kStatusOk);
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
 }
 
 TEST_F(Membership, VrfWhoseNameMerelyBeginsWithDefaultIsAnnounced) {
@@ -55,22 +55,22 @@ TEST_F(Membership, VrfWhoseNameMerelyBeginsWithDefaultIsAnnounced) {
   AddVrf("default1", 5);
   AddInterface("ge0", "default1");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+vrf default1 5", "+if 1 default1 5"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf default1 5", "+if 1 default1 5"));
 }
 
-TEST_F(Membership, LiveChangesComeThroughTheLoopInTheOrderTheyHappened) {
+TEST_F(Membership, LiveChangesAreDeliveredByTheLoopInTheirOrder) {
   Connect();
   AddVrf("red", 10);
   AddInterface("ge0", "red");
-  EXPECT_THAT(Told(), IsEmpty()) << "before the loop ran";
+  EXPECT_THAT(Calls(), IsEmpty()) << "before the loop ran";
   Run();
   Remove("ge0");
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+vrf red 10", "+if 1 red 10", "-if 1 red 10", "-vrf red 10"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf red 10", "+if 1 red 10", "-if 1 red 10", "-vrf red 10"));
 }
 
-TEST_F(Membership, EventSaysWhatWasTrueWhenTheChangeHappened) {
+TEST_F(Membership, EventHasTheContentsOfTheTimeOfTheChange) {
   Connect();
   AddInterface("ge0", "red");
   AddVrf("red", 10);
@@ -78,8 +78,8 @@ TEST_F(Membership, EventSaysWhatWasTrueWhenTheChangeHappened) {
   DeleteVrf("red");
   Move("ge0", "blue");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+vrf red 10", "+if 1 red 10", "-vrf red 10", "-if 1 red 0",
-                                  "+if 1 blue 0"));
+  EXPECT_THAT(Calls(), ElementsAre("+if 1 red 0", "+vrf red 10", "+if 1 red 10", "-vrf red 10", "-if 1 red 0",
+                                   "+if 1 blue 0"));
 }
 
 TEST_F(Membership, MoveIsADeleteForTheOldVrfThenAnUpdateForTheNewOne) {
@@ -87,73 +87,73 @@ TEST_F(Membership, MoveIsADeleteForTheOldVrfThenAnUpdateForTheNewOne) {
   AddVrf("blue", 20);
   AddInterface("ge0", "red");
   Connect();
-  Told();
+  Calls();
   Move("ge0", "blue");
   Run();
   Move("ge0", "default");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 blue 20", "-if 1 blue 20"));
+  EXPECT_THAT(Calls(), ElementsAre("-if 1 red 10", "+if 1 blue 20", "-if 1 blue 20"));
 }
 
-TEST_F(Membership, MembershipThatHasEndedAgainUntoldIsNotAnnounced) {
+TEST_F(Membership, MembershipThatEndedBeforeItsDeliveryIsNotAnnounced) {
   AddVrf("red", 10);
   AddVrf("blue", 20);
   AddInterface("ge0", "red");
   Connect();
-  Told();
+  Calls();
   AddInterface("ge1", "red");
   Remove("ge1");
   Move("ge0", "blue");
   Move("ge0", "red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 red 10"));
+  EXPECT_THAT(Calls(), ElementsAre("-if 1 red 10", "+if 1 red 10"));
 }
 
 TEST_F(Membership, MembersAreAnnouncedAgainWhenTheirVrfIsCreatedOrDeleted) {
   AddInterface("ge0", "red");
   AddInterface("ge1", "blue");
   Connect();
-  EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+if 2 blue 0"));
+  EXPECT_THAT(Calls(), ElementsAre("+if 1 red 0", "+if 2 blue 0"));
   AddVrf("red", 10);
   Run();
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+vrf red 10", "+if 1 red 10", "-vrf red 10", "+if 1 red 0"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf red 10", "+if 1 red 10", "-vrf red 10", "+if 1 red 0"));
 }
 
-TEST_F(Membership, VrfThatHasGoneAgainUntoldIsNotAnnounced) {
+TEST_F(Membership, VrfDeletedBeforeItsDeliveryIsNotAnnounced) {
   AddInterface("ge0", "red");
   Connect();
-  Told();
+  Calls();
   AddVrf("red", 10);
   DeleteVrf("red");
   AddVrf("red", 11);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+if 1 red 10", "+if 1 red 0", "+vrf red 11", "+if 1 red 11"));
+  EXPECT_THAT(Calls(), ElementsAre("+if 1 red 10", "+if 1 red 0", "+vrf red 11", "+if 1 red 11"));
   DeleteVrf("red");
   AddVrf("red", 12);
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-vrf red 11", "+if 1 red 0", "+if 1 red 12", "+if 1 red 0"));
+  EXPECT_THAT(Calls(), ElementsAre("-vrf red 11", "+if 1 red 0", "+if 1 red 12", "+if 1 red 0"));
 }
 
 TEST_F(Membership, RenamedInterfaceIsAnnouncedAgainOtherChangesAreNot) {
   AddInterface("ge0", "red");
   Connect();
-  Told();
+  Calls();
   router::Interface interface = *router_.find_interface_by_name("ge0");
   interface.up = true;
   ASSERT_EQ(router_.change_interface(interface), kStatusOk);
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
   interface.index = 99;
   ASSERT_EQ(router_.change_interface(interface), kStatusOk);
   Rename("ge0", "ge9");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+if 1 red 0", "+if 1 red 0"));
+  EXPECT_THAT(Calls(), ElementsAre("+if 1 red 0", "+if 1 red 0"));
 }
 
-TEST_F(Membership, RenamedInterfaceLeavesFirstWhenWhatIsKeptUnderItsFormerNameMustEnd) {
+TEST_F(Membership, RenamedInterfaceLeavesFirstWhenItsFormerNameIsInUse) {
   static std::vector<std::string> asked;
   asked.clear();
   vmap_on_rename([](const char* vrf_name, const char* if_name) {
@@ -163,17 +163,17 @@ TEST_F(Membership, RenamedInterfaceLeavesFirstWhenWhatIsKeptUnderItsFormerNameMu
   AddVrf("red", 10);
   AddInterface("ge0", "red");
   Connect();
-  Told();
+  Calls();
   Rename("ge0", "ge1");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 red 10"));
+  EXPECT_THAT(Calls(), ElementsAre("-if 1 red 10", "+if 1 red 10"));
   Rename("ge1", "ge0");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+if 1 red 10"));
+  EXPECT_THAT(Calls(), ElementsAre("+if 1 red 10"));
   Rename("ge0", "aside");
   Rename("aside", "ge0");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+if 1 red 10", "+if 1 red 10")) << "it has its former name again";
+  EXPECT_THAT(Calls(), ElementsAre("+if 1 red 10", "+if 1 red 10")) << "it has its former name again";
   EXPECT_THAT(asked, ElementsAre("ge0 in red", "ge1 in red"));
   vmap_on_rename(nullptr);
 }
@@ -182,17 +182,17 @@ TEST_F(Membership, InterfaceThatGetsASubscribersNameLeavesFirst) {
   AddVrf("red", 10);
   AddInterface("ge0", "red");
   Connect();
-  Told();
+  Calls();
   for (const char* name : {"ge0.ip7", "x.pppoe", "be1.ipsub.3"}) {
     Rename("ge0", name);
     Run();
-    EXPECT_THAT(Told(), ElementsAre("-if 1 red 10", "+if 1 red 10")) << name;
+    EXPECT_THAT(Calls(), ElementsAre("-if 1 red 10", "+if 1 red 10")) << name;
     Rename(name, "other.ip");
     Run();
-    EXPECT_THAT(Told(), ElementsAre("+if 1 red 10")) << name;
+    EXPECT_THAT(Calls(), ElementsAre("+if 1 red 10")) << name;
     Rename("other.ip", "ge0");
     Run();
-    EXPECT_THAT(Told(), ElementsAre("+if 1 red 10")) << name;
+    EXPECT_THAT(Calls(), ElementsAre("+if 1 red 10")) << name;
   }
 }
 
@@ -201,88 +201,88 @@ TEST_F(Membership, UnbindFromInsideTheLeaveOfARenamedInterfaceEndsTheDelivery) {
   AddInterface("ge0", "red");
   Bind();
   ASSERT_EQ(vmap_c_mdb_init(client_, 2, &database_), kStatusOk);
-  static std::vector<VmapEvent> told;
-  told.clear();
+  static std::vector<VmapEvent> kinds;
+  kinds.clear();
   const auto unbind_on_leave = [](VmapMemberDatabase* database, VmapEvent kind, const VmapIntfItem*) {
-    told.push_back(kind);
+    kinds.push_back(kind);
     if (kind == VmapEvent::kDelete) vmap_c_mdb_free(database);
   };
   ASSERT_EQ(vmap_c_mdb_add_intf_all(database_, unbind_on_leave, 40), kStatusOk);
   ASSERT_EQ(vmap_c_notif_reg(database_, &fd_, &num_results_), kStatusOk);
   Rename("ge0", "ge1");
   Run();
-  EXPECT_THAT(told, ElementsAre(VmapEvent::kUpdate, VmapEvent::kDelete));
+  EXPECT_THAT(kinds, ElementsAre(VmapEvent::kUpdate, VmapEvent::kDelete));
   vmap_on_rename(nullptr);
 }
 
-// A second creation would make a client begin the VRF anew.
-TEST_F(Membership, VrfIsNotAnnouncedAgainWhateverBecomesOfItsDetails) {
+// A client treats a second creation as a new VRF.
+TEST_F(Membership, ChangedDetailsOfAVrfAreNotAnnounced) {
   AddVrf("red", 10);
   Connect();
-  Told();
+  Calls();
   router::Vrf vrf = *router_.find_vrf("red");
   vrf.description = "other";
   vrf.ipv4_table = 7;
   ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
   SetFlags("red", router::kVrfFlagBig);
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
 }
 
-TEST_F(Membership, CreationSaysTheFlagsThatTheVrfHasWhenItIsDelivered) {
+TEST_F(Membership, CreationHasTheFlagsOfTheTimeOfItsDelivery) {
   Connect();
   AddVrf("red", 10);
   SetFlags("red", router::kVrfFlagBig);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+vrf red 10 flags 2"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf red 10 flags 2"));
 }
 
-TEST_F(Membership, VrfThatClientsAreToIgnoreFromNowOnIsDeletedForThemAndCreatedWhenTheyMaySeeItAgain) {
+TEST_F(Membership, VrfThatClientsMustIgnoreIsDeletedAndCreatedForThem) {
   AddVrf("red", 10);
   AddInterface("ge0", "red");
   Connect();
-  Told();
+  Calls();
   SetFlags("red", 0x8);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-vrf red 10", "+vrf red 10 flags 8"));
+  EXPECT_THAT(Calls(), ElementsAre("-vrf red 10", "+vrf red 10 flags 8"));
   SetFlags("red", 0);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-vrf red 10 flags 8", "+vrf red 10"));
+  EXPECT_THAT(Calls(), ElementsAre("-vrf red 10 flags 8", "+vrf red 10"));
   SetFlags("red", 0x8);
   SetFlags("red", 0);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-vrf red 10", "+vrf red 10", "-vrf red 10", "+vrf red 10"));
+  EXPECT_THAT(Calls(), ElementsAre("-vrf red 10", "+vrf red 10", "-vrf red 10", "+vrf red 10"));
 }
 
-TEST_F(Membership, DeletionHasTheFlagsThatTheClientWasToldLast) {
+TEST_F(Membership, DeletionHasTheFlagsThatWereDeliveredLast) {
   AddVrf("red", 10);
   AddVrf("blue", 20, 0x8);
   Connect();
-  Told();
+  Calls();
   SetFlags("red", router::kVrfFlagBig);
   DeleteVrf("red");
   DeleteVrf("blue");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-vrf red 10", "-vrf blue 20 flags 8"));
+  EXPECT_THAT(Calls(), ElementsAre("-vrf red 10", "-vrf blue 20 flags 8"));
 }
 
-TEST_F(Membership, VrfChangedToBeIgnoredAndDeletedBeforeAnythingIsDeliveredIsDeletedForItsClients) {
+TEST_F(Membership, VrfIgnoredAndDeletedBeforeTheDeliveryIsDeletedForItsClients) {
   AddVrf("red", 10);
   Connect();
-  Told();
+  Calls();
   SetFlags("red", 0x8);
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-vrf red 10"));
+  EXPECT_THAT(Calls(), ElementsAre("-vrf red 10"));
 }
 
 TEST_F(Membership, BatchesLetTheLoopServeOthersInBetween) {
   Connect();
   for (int n = 0; n < 100; ++n) AddInterface("if" + std::to_string(n), "red");
-  std::vector<std::size_t> seen;  // how many items had been delivered when something else had its turn
+  std::vector<std::size_t> seen;  // items delivered before something else ran
   std::size_t delivered = 0;
   std::function<void()> look = [&] {
-    delivered += Told().size();
+    delivered += Calls().size();
     seen.push_back(delivered);
     if (seen.size() < 4) event_post(manager_.get(), look);
   };
@@ -291,7 +291,7 @@ TEST_F(Membership, BatchesLetTheLoopServeOthersInBetween) {
   EXPECT_THAT(seen, ElementsAre(40U, 80U, 100U, 100U));
 }
 
-TEST_F(Membership, ClientWithoutASubscriptionIsToldTheOtherKindOnly) {
+TEST_F(Membership, ClientGetsOnlyWhatItSubscribedTo) {
   AddVrf("red", 10);
   AddInterface("ge0", "red");
   Bind();
@@ -302,22 +302,22 @@ TEST_F(Membership, ClientWithoutASubscriptionIsToldTheOtherKindOnly) {
   Remove("ge0");
   AddVrf("blue", 20);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+vrf red 10", "+vrf blue 20"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf red 10", "+vrf blue 20"));
 }
 
-TEST_F(Membership, TwoClientsAreBothTold) {
+TEST_F(Membership, EveryClientIsNotified) {
   Connect();
   VmapClient* const first = client_;
   ASSERT_EQ(vmap_c_lib_init("second", manager_.get(), &NoteDrop, &client_), kStatusOk);
   Connect();
   AddVrf("red", 10);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+vrf red 10", "+vrf red 10"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf red 10", "+vrf red 10"));
   EndClient();
   client_ = first;
   AddVrf("blue", 20);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+vrf blue 20"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf blue 20"));
 }
 
 TEST_F(Membership, UnbindFromInsideACallbackEndsTheReplay) {
@@ -334,23 +334,23 @@ TEST_F(Membership, UnbindFromInsideACallbackEndsTheReplay) {
                                    }),
             kStatusOk);
   EXPECT_EQ(vmap_c_notif_reg(database_, &fd_, &num_results_), kStatusNotConnected);
-  EXPECT_THAT(Told(), ElementsAre("+vrf red 10"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf red 10"));
 }
 
-TEST_F(Membership, EndedClientHearsNothingMore) {
+TEST_F(Membership, EndedClientIsNotNotified) {
   Connect();
   AddVrf("red", 10);
   EndClient();
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
 }
 
-TEST_F(Membership, FreedMemberDatabaseHearsNothingMore) {
+TEST_F(Membership, FreedMemberDatabaseIsNotNotified) {
   Connect();
   AddVrf("red", 10);
   vmap_c_mdb_free(database_);
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
 }
 
 TEST_F(Membership, ConnectionsAreMadeAndEndedInOrder) {
@@ -365,7 +365,7 @@ TEST_F(Membership, ConnectionsAreMadeAndEndedInOrder) {
   EXPECT_EQ(vmap_c_unbind(client_), kStatusNotConnected);
 }
 
-TEST_F(Membership, WithoutAModelNobodyCanBind) {
+TEST_F(Membership, BindFailsWithoutAModel) {
   vmap_attach(nullptr);
   EXPECT_EQ(vmap_c_bind(client_, &fd_), kStatusUnavailable);
 }
@@ -400,7 +400,7 @@ TEST_F(Membership, EveryOperationHasItsFaultPoint) {
   fault_disarm_all();
   AddVrf("red", 10);
   Connect();
-  EXPECT_THAT(Told(), ElementsAre("+vrf red 10"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf red 10"));
 }
 
 TEST_F(Membership, TenThousandVrfsWithTenInterfacesEachAreAnnouncedOnce) {
@@ -412,10 +412,10 @@ TEST_F(Membership, TenThousandVrfsWithTenInterfacesEachAreAnnouncedOnce) {
   }
   Connect();
   EXPECT_EQ(num_results_, kVrfs + kInterfaces);
-  EXPECT_THAT(Told(), SizeIs(kVrfs + kInterfaces));
+  EXPECT_THAT(Calls(), SizeIs(kVrfs + kInterfaces));
   for (std::uint32_t n = 0; n < kVrfs; ++n) Move("if" + std::to_string(n), "vrf0");
   Run();
-  EXPECT_THAT(Told(), SizeIs(2 * (kVrfs - 1)));
+  EXPECT_THAT(Calls(), SizeIs(2 * (kVrfs - 1)));
 }
 
 }  // namespace

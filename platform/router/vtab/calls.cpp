@@ -1,12 +1,12 @@
-// The record service's operations: registration, look-ups, locks and accesses. The records and the events
-// behind them are kept by vtab::Service.
+// The record service's operations: registration, look-ups, locks and accesses.
 //
-// Look-ups cost a few comparisons whatever the number of records, and so does going on from one record to the
-// next: the position is found again by the record's key, so a walk survives changes between its steps.
+// A look-up costs a few comparisons whatever the number of records, and so does the step from one record to
+// the next: it looks the record's key up again, so a walk survives changes between its steps.
 #include "platform/router/vtab/vtab.h"
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/router/vtab/notifications.h"
 #include "platform/router/vtab/service.h"
 
 namespace {
@@ -143,12 +143,15 @@ Status vtab_lock_begin_access_vrf_record(const char* vrf_name, VtabVrfRecord** r
   *record = nullptr;
   *event = 0;
   *reserved = 0;
-  vtab::Event* oldest = service().oldest_vrf_event(vrf_name);
+  const auto matches = [vrf_name](const vtab::VrfEvent& each) {
+    return !each.was_taken && std::string_view(vrf_name) == each.node->vrf_name;
+  };
+  auto* const oldest = feed::find_oldest<vtab::VrfEvent>(matches);
   if (oldest == nullptr) return kStatusOk;
   if (oldest->node->in_access) return kStatusDeadlock;
   oldest->was_taken = true;
   oldest->node->in_access = true;
-  service().vrf_in_callback = oldest->node;
+  service().client.vrf_in_callback = oldest->node;
   *record = oldest->node;
   *event = oldest->code;
   return kStatusOk;
@@ -158,10 +161,8 @@ Status vtab_unlock_end_access_vrf_record(VtabVrfRecord* record) {
   if (Status status = fault_check("vtab_unlock_end_access_vrf_record")) return status;
   VrfNode* const node = node_of(record);
   if (node == nullptr || !node->in_access) return kStatusInvalid;
-  node->in_access = false;
-  if (service().vrf_in_callback == node) service().vrf_in_callback = nullptr;
-  const std::string name = node->vrf_name;
-  service().release(name.c_str());
+  if (service().client.vrf_in_callback == node) service().client.vrf_in_callback = nullptr;
+  service().vrfs.end_access(node);
   return kStatusOk;
 }
 
@@ -175,15 +176,18 @@ Status vtab_lock_begin_access_if_record(const char* if_name, const char* vrf_nam
   *record = nullptr;
   *ipv4_change = *ipv6_change = kVtabNoChange;
   *reserved1 = *reserved2 = 0;
-  vtab::Event* oldest = service().oldest_if_event(if_name, vrf_name);
+  const auto matches = [&](const vtab::StateEvent& event) {
+    return !event.was_taken && event.node->known_name == if_name && event.vrf_name == vrf_name;
+  };
+  auto* const oldest = feed::find_oldest<vtab::StateEvent>(matches);
   if (oldest == nullptr) return kStatusOk;
-  IfNode* const node = oldest->interface;
+  IfNode* const node = oldest->node;
   if (node->in_access) return kStatusDeadlock;
   oldest->was_taken = true;
   *ipv4_change = oldest->change.ipv4;
   *ipv6_change = oldest->change.ipv6;
   node->in_access = true;
-  service().interface_in_callback = node;
+  service().client.interface_in_callback = node;
   *record = node;
   return kStatusOk;
 }
@@ -192,7 +196,7 @@ Status vtab_unlock_end_access_if_record(const char* vrf_name, VtabIfRecord* reco
   if (Status status = fault_check("vtab_unlock_end_access_if_record")) return status;
   IfNode* const node = static_cast<IfNode*>(record);
   if (vrf_name == nullptr || node == nullptr || !node->in_access) return kStatusInvalid;
-  if (service().interface_in_callback == node) service().interface_in_callback = nullptr;
+  if (service().client.interface_in_callback == node) service().client.interface_in_callback = nullptr;
   node->in_access = false;
   service().interfaces.release(node);
   return kStatusOk;

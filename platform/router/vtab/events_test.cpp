@@ -36,7 +36,7 @@ struct IfAccess {
   Status End(const char* vrf) const { return vtab_unlock_end_access_if_record(vrf, record); }
 };
 
-TEST_F(Records, WhatExistedBeforeTheRegistrationIsNotTold) {
+TEST_F(Records, RecordsThatExistAtTheRegistrationAreNotReported) {
   AddVrf("red", 10);
   ASSERT_EQ(vtab_init("test", manager_.get(), 0, sizeof(TestAttributes), 1, 3), kStatusOk);
   ASSERT_EQ(vtab_specify_vrf_callback(&note_vrf), kStatusOk);
@@ -44,13 +44,13 @@ TEST_F(Records, WhatExistedBeforeTheRegistrationIsNotTold) {
   ASSERT_EQ(vtab_reg_vrf_attributes("all", 3, 0x87, "default", 1), kStatusOk);
   AddVrf("tan", 30);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf tan 30 event 1"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf tan 30 event 1"));
 }
 
-TEST_F(Records, CreationChangeAndDeletionAreTold) {
+TEST_F(Records, CreationChangeAndDeletionAreReported) {
   StartClient();
   AddVrf("red", 10);
-  EXPECT_THAT(Told(), IsEmpty()) << "before the loop ran";
+  EXPECT_THAT(Calls(), IsEmpty()) << "before the loop ran";
   Run();
   router::Vrf vrf = *router_.find_vrf("red");
   vrf.ipv4_table = 7;
@@ -60,10 +60,10 @@ TEST_F(Records, CreationChangeAndDeletionAreTold) {
   Run();
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 3", "vrf red 10 event 2"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 3", "vrf red 10 event 2"));
 }
 
-TEST_F(Records, ForwardReferencesAreToldAsCreatedUpdatedAndDeleted) {
+TEST_F(Records, ForwardReferencesAreReportedAsCreatedUpdatedAndDeleted) {
   StartClient();
   Reference("red");
   Run();
@@ -73,23 +73,23 @@ TEST_F(Records, ForwardReferencesAreToldAsCreatedUpdatedAndDeleted) {
   Run();
   Unreference("red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red 0 event 1", "vrf red 10 event 3", "vrf red 0 event 3",
-                                  "vrf red 0 event 2"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red 0 event 1", "vrf red 10 event 3", "vrf red 0 event 3",
+                                   "vrf red 0 event 2"));
   EXPECT_EQ(removed_count(), 0U);
 }
 
-TEST_F(Records, RecordThatTheClientMadeIsNotToldToItUntilItIsComplete) {
+TEST_F(Records, RecordThatTheClientMadeIsReportedWhenItIsComplete) {
   StartClient();
   ASSERT_NE(vtab_create_vrf_record("red"), nullptr);
   Reference("red");
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
   AddVrf("red", 10);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 3"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 3"));
 }
 
-TEST_F(Records, DeletedRecordIsFoundByNoLookUpWhileItsCallbackIsStillToCome) {
+TEST_F(Records, DeletedRecordIsFoundByNoLookUpBeforeItsCallback) {
   AddVrf("red", 10, 1010);
   StartClient();
   VtabVrfRecord* record = Find("red");
@@ -100,10 +100,10 @@ TEST_F(Records, DeletedRecordIsFoundByNoLookUpWhileItsCallbackIsStillToCome) {
   EXPECT_EQ(vtab_get_vrf_record_by_table_id(1010), nullptr);
   EXPECT_THAT(VrfWalk(), ElementsAre("default=1"));
   EXPECT_THAT(TableWalk("red"), IsEmpty());
-  EXPECT_EQ(AttributesOf(record)->number, 42U) << "but it is still there";
+  EXPECT_EQ(AttributesOf(record)->number, 42U) << "but it is not freed yet";
   EXPECT_EQ(removed_count(), 1U);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 2"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 2"));
   EXPECT_EQ(removed_count(), 0U);
 }
 
@@ -119,12 +119,12 @@ TEST_F(Records, VrfDeletedAndCreatedAgainBeforeTheCallbacksHasTwoRecords) {
   EXPECT_EQ(AttributesOf(now)->number, 0U);
   EXPECT_EQ(AttributesOf(former)->number, 42U);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 2", "vrf red 11 event 1"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 2", "vrf red 11 event 1"));
   EXPECT_EQ(removed_count(), 0U);
   EXPECT_EQ(Find("red"), now);
 }
 
-TEST_F(Records, EventsOfARecordAreAllDeliveredBeforeItGoes) {
+TEST_F(Records, EventsOfARecordAreAllDeliveredBeforeItIsFreed) {
   StartClient();
   AddVrf("red", 10);
   router::Vrf vrf = *router_.find_vrf("red");
@@ -132,18 +132,17 @@ TEST_F(Records, EventsOfARecordAreAllDeliveredBeforeItGoes) {
   ChangeVrf(vrf);
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 3", "vrf red 10 event 2"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 3", "vrf red 10 event 2"));
   EXPECT_EQ(removed_count(), 0U);
 }
 
-TEST_F(Records, RecordIsReleasedAtOnceWhenNobodyListens) {
+TEST_F(Records, RecordIsFreedAtOnceWithoutAClient) {
   AddVrf("red", 10);
   DeleteVrf("red");
   EXPECT_EQ(removed_count(), 0U);
 }
 
-// A membership client that was told of every VRF and member, and notes it among the lines of the record
-// events.
+// A membership client of all VRFs and interfaces, which writes its lines among those of the record events.
 class RecordsAndMembership : public Records {
  protected:
   RecordsAndMembership() {
@@ -153,7 +152,7 @@ class RecordsAndMembership : public Records {
   }
   ~RecordsAndMembership() override {
     vmap_c_lib_end(membership_);
-    vmap_service_start();
+    fault_disarm_all();
   }
   void Connect() {
     VmapMemberDatabase* database = nullptr;
@@ -163,6 +162,7 @@ class RecordsAndMembership : public Records {
     ASSERT_EQ(vmap_c_mdb_init(membership_, 2, &database), kStatusOk);
     const auto note_vrf_item = [](VmapMemberDatabase*, VmapEvent kind, const VmapVrfItem* item) {
       note_line(std::string(kind == VmapEvent::kUpdate ? "+vrf " : "-vrf ") + item->vrf_name);
+      if (kind == VmapEvent::kDelete) removed_at_deletion_ = removed_count();
     };
     const auto note_member = [](VmapMemberDatabase*, VmapEvent kind, const VmapIntfItem* item) {
       note_line(std::string(kind == VmapEvent::kUpdate ? "+if in " : "-if in ") + item->vrf_name);
@@ -171,28 +171,56 @@ class RecordsAndMembership : public Records {
     ASSERT_EQ(vmap_c_mdb_add_vrf_all(database, note_vrf_item), kStatusOk);
     ASSERT_EQ(vmap_c_notif_reg(database, &fd, &count), kStatusOk);
   }
+  void LoseMembership() {  // a failure of the service at a change
+    fault_arm("vmap_service", kStatusUnavailable, 1, 0);
+    AddInterface("trigger", 99, "none");
+    Remove("trigger");
+    Run();
+    Calls();
+  }
   VmapClient* membership_ = nullptr;
+  static inline std::size_t removed_at_deletion_ = 0;
 };
 
-TEST_F(RecordsAndMembership, RecordOutlivesItsCallbackWhileTheMembershipClientIsOwedTheNews) {
+TEST_F(RecordsAndMembership, RecordIsValidUntilALostMembershipClientIsSynchronized) {
   AddVrf("red", 10);
   StartClient();
   Connect();
   VtabVrfRecord* record = Find("red");
-  vmap_service_stop();
-  Told();
+  LoseMembership();
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 2"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 2"));
   EXPECT_EQ(removed_count(), 1U);
   EXPECT_STREQ(record->vrf_name, "red") << "the membership client may still hold it";
   EXPECT_EQ(Find("red"), nullptr);
-  vmap_service_start();
+  fault_disarm_all();
   Connect();
   EXPECT_EQ(removed_count(), 0U);
 }
 
-TEST_F(RecordsAndMembership, RecordGoesWhenBothHaveBeenTold) {
+TEST_F(RecordsAndMembership, RecordIsValidWhileTheMembershipCallbackForItsDeletionRuns) {
+  AddVrf("red", 10);
+  Connect();
+  DeleteVrf("red");
+  AddVrf("red", 11);
+  EXPECT_EQ(removed_count(), 1U) << "the former one, although there is no record client";
+  Run();
+  EXPECT_EQ(removed_at_deletion_, 1U);
+  EXPECT_EQ(removed_count(), 0U);
+}
+
+TEST_F(RecordsAndMembership, RecordThatWasNotAnnouncedIsFreedWithTheEventsBeforeIt) {
+  Connect();
+  AddVrf("red", 10);
+  DeleteVrf("red");
+  EXPECT_EQ(removed_count(), 1U);
+  Run();
+  EXPECT_EQ(removed_count(), 0U);
+  EXPECT_THAT(Calls(), IsEmpty());
+}
+
+TEST_F(RecordsAndMembership, RecordIsFreedWhenBothClientsWereNotified) {
   AddVrf("red", 10);
   StartClient();
   Connect();
@@ -202,11 +230,11 @@ TEST_F(RecordsAndMembership, RecordGoesWhenBothHaveBeenTold) {
   EXPECT_EQ(removed_count(), 0U);
 }
 
-TEST_F(RecordsAndMembership, RecordGoesWhenTheMembershipClientEnds) {
+TEST_F(RecordsAndMembership, RecordIsFreedWhenTheLostMembershipClientEnds) {
   AddVrf("red", 10);
   StartClient();
   Connect();
-  vmap_service_stop();
+  LoseMembership();
   DeleteVrf("red");
   Run();
   EXPECT_EQ(removed_count(), 1U);
@@ -215,7 +243,7 @@ TEST_F(RecordsAndMembership, RecordGoesWhenTheMembershipClientEnds) {
   EXPECT_EQ(removed_count(), 0U);
 }
 
-TEST_F(RecordsAndMembership, VrfThatComesAndGoesLeavesNoRecordsBehind) {
+TEST_F(RecordsAndMembership, VrfCreatedAndDeletedManyTimesLeavesNoRecords) {
   StartClient();
   Connect();
   for (std::uint32_t n = 2; n < 100; ++n) {
@@ -228,32 +256,43 @@ TEST_F(RecordsAndMembership, VrfThatComesAndGoesLeavesNoRecordsBehind) {
   EXPECT_EQ(removed_count(), 0U);
 }
 
-TEST_F(RecordsAndMembership, RecordOfAVrfIsGoneBeforeItsIdIsAnnouncedForAnother) {
+TEST_F(RecordsAndMembership, RecordOfAVrfIsDeletedBeforeItsIdIsAnnouncedForAnother) {
   AddVrf("red", 10);
   StartClient();
   Connect();
-  Told();
+  Calls();
   DeleteVrf("red");
   AddVrf("blue", 10);
   AddVrf("red", 11);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("-vrf red", "vrf red 10 event 2", "vrf blue 10 event 1", "+vrf blue",
-                                  "vrf red 11 event 1", "+vrf red"));
+  EXPECT_THAT(Calls(), ElementsAre("-vrf red", "vrf red 10 event 2", "vrf blue 10 event 1", "+vrf blue",
+                                   "vrf red 11 event 1", "+vrf red"));
 }
 
-TEST_F(RecordsAndMembership, InterfaceGoesDownBeforeItLeavesAndComesUpAfterItHasJoined) {
+TEST_F(RecordsAndMembership, MembersOfADeletedVrfAreAnnouncedAfterTheDeletionOfItsRecord) {
+  AddVrf("red", 10);
+  AddInterface("ge0", 7, "red");
+  StartClient();
+  Connect();
+  Calls();
+  DeleteVrf("red");
+  Run();
+  EXPECT_THAT(Calls(), ElementsAre("-vrf red", "vrf red 10 event 2", "+if in red"));
+}
+
+TEST_F(RecordsAndMembership, InterfaceIsDownBeforeItLeavesAndUpAfterItHasJoined) {
   AddUsableInterface("ge0", 7, "red");
   SetLink("ge0", true);
   StartClient();
   Connect();
-  Told();
+  Calls();
   Move("ge0", "blue");
   Run();
   Remove("ge0");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record ge0", "-if in red", "+if in blue",
-                                  "if ge0 in blue changes 1 1 record ge0",
-                                  "if ge0 in blue changes 2 2 record ge0", "-if in blue"));
+  EXPECT_THAT(Calls(), ElementsAre("if ge0 in red changes 2 2 record ge0", "-if in red", "+if in blue",
+                                   "if ge0 in blue changes 1 1 record ge0",
+                                   "if ge0 in blue changes 2 2 record ge0", "-if in blue"));
 }
 
 TEST_F(RecordsAndMembership, OrderOfTheChangesHoldsOverManyBatches) {
@@ -271,19 +310,19 @@ TEST_F(RecordsAndMembership, OrderOfTheChangesHoldsOverManyBatches) {
     expected.push_back("+if in " + name);
   }
   Run();
-  EXPECT_EQ(Told(), expected);
+  EXPECT_EQ(Calls(), expected);
 }
 
-TEST_F(RecordsAndMembership, MembershipGoesOnWhenTheRecordClientEndsBetweenItsEvents) {
+TEST_F(RecordsAndMembership, MembershipIsDeliveredAfterTheRecordClientEnded) {
   StartClient();
   Connect();
   AddVrf("red", 10);
   vtab_end_client();
   Run();
-  EXPECT_THAT(Told(), ElementsAre("+vrf red"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf red"));
 }
 
-TEST_F(Records, RegistrationIsKeptAsItCame) {
+TEST_F(Records, RegistrationIsStoredUnchanged) {
   StartClient();
   const Client& client = service().client;
   EXPECT_EQ(client.name, "test");
@@ -295,14 +334,14 @@ TEST_F(Records, RegistrationIsKeptAsItCame) {
   EXPECT_THAT(client.if_numbers, ElementsAre(3U, 1U, 0x221U, 0U));
 }
 
-TEST_F(Records, RecordInAccessIsNotReleased) {
+TEST_F(Records, RecordInAccessIsNotFreed) {
   StartClient();
   AddVrf("red", 10);
   VrfAccess access;
   ASSERT_EQ(access.Begin("red"), kStatusOk);
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red refused 35")) << "the deletion; the creation was taken";
+  EXPECT_THAT(Calls(), ElementsAre("vrf red refused 35")) << "the deletion; the creation was taken";
   EXPECT_EQ(removed_count(), 1U);
   EXPECT_EQ(access.End(), kStatusOk);
   EXPECT_EQ(removed_count(), 0U);
@@ -320,7 +359,7 @@ TEST_F(Records, AccessOutsideACallbackTakesTheOldestEvent) {
   ASSERT_EQ(access.End(), kStatusOk);
   EXPECT_EQ(access.End(), kStatusInvalid);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 2"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 2"));
 }
 
 TEST_F(Records, AccessWithoutAnEventGivesNoRecord) {
@@ -338,13 +377,13 @@ TEST_F(Records, AccessWithoutAnEventGivesNoRecord) {
   EXPECT_EQ(interface.End("red"), kStatusInvalid);
 }
 
-TEST_F(Records, EventWhoseAccessFailedIsOverAndItsRecordGoes) {
+TEST_F(Records, EventWhoseAccessFailedIsOverAndItsRecordIsFreed) {
   AddVrf("red", 10);
   StartClient();
   DeleteVrf("red");
   const ScopedFault fault("vtab_lock_begin_access_vrf_record", kStatusIo);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red refused 5"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red refused 5"));
   EXPECT_EQ(removed_count(), 0U);
 }
 
@@ -356,7 +395,7 @@ TEST_F(Records, VrfAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
     const ScopedFault fault("vtab_unlock_end_access_vrf_record", kStatusIo);
     Run();
   }
-  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 2"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 2"));
   EXPECT_EQ(removed_count(), 0U);
 }
 
@@ -367,7 +406,7 @@ TEST_F(Records, InterfaceAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
   SetLink("ge0", false);
   const ScopedFault fault("vtab_unlock_end_access_if_record", kStatusIo);
   Run();
-  EXPECT_THAT(Told(),
+  EXPECT_THAT(Calls(),
               ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0"));
 }
 
@@ -396,7 +435,7 @@ TEST_F(Records, FailedInterfaceAccessIsReportedToTheCallback) {
   SetLink("ge0", true);
   const ScopedFault fault("vtab_lock_begin_access_if_record", kStatusIo);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("if ge0 refused 5"));
+  EXPECT_THAT(Calls(), ElementsAre("if ge0 refused 5"));
 }
 
 TEST_F(Records, VrfAndInterfaceEventsKeepTheOrderOfTheChanges) {
@@ -406,8 +445,8 @@ TEST_F(Records, VrfAndInterfaceEventsKeepTheOrderOfTheChanges) {
   SetLink("ge0", true);
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf red 10 event 1", "if ge0 in red changes 1 1 record ge0",
-                                  "vrf red 10 event 2"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 1", "if ge0 in red changes 1 1 record ge0",
+                                   "vrf red 10 event 2"));
 }
 
 TEST_F(Records, EventBatchesLetTheLoopServeOthersInBetween) {
@@ -416,7 +455,7 @@ TEST_F(Records, EventBatchesLetTheLoopServeOthersInBetween) {
   std::vector<std::size_t> seen;
   std::size_t delivered = 0;
   std::function<void()> look = [&] {
-    delivered += Told().size();
+    delivered += Calls().size();
     seen.push_back(delivered);
     if (seen.size() < 4) event_post(manager_.get(), look);
   };
@@ -438,11 +477,11 @@ TEST_F(Records, EndedClientTakesItsBlocksReferencesAndEventsWithIt) {
   EXPECT_THAT(VrfWalk(), ElementsAre("red=10", "tan=0", "default=1"));
   EXPECT_EQ(Find("red")->attributes, nullptr);
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
   StartClient();
   AddVrf("blue", 20);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("vrf blue 20 event 1"));
+  EXPECT_THAT(Calls(), ElementsAre("vrf blue 20 event 1"));
   EXPECT_EQ(vtab_lock_dbase("test"), kStatusOk);
 }
 

@@ -1,13 +1,13 @@
 // The interface records, by index and by name.
 //
-// A node never moves while its interface exists, whatever its name and index become: the map's node is taken
-// out and put back under the new key. The record of an interface that was removed can be found by its name
-// until all its events are delivered.
+// A node never moves while its interface exists, whatever its name and index become: the map's node is
+// extracted and inserted under the new key. The record of a removed interface can be found by its name until
+// all its notifications are delivered.
 //
 // Name, VRF and index of a record are the interface's own at once. Its states and addresses, and the record
-// that a look-up by name finds, are those that were delivered to the client: they wait in the queue of events
-// (events.cpp). So a name has a list of holders, in the order in which they took it; the first is the one
-// that the client knows by it.
+// that a look-up by name finds, are those that were delivered to the client: they change when the
+// notification is delivered (notifications.cpp). So a name has a list of holders, in the order in which they
+// took it; the first is the one that the client knows by it.
 #pragma once
 
 #include <cstdint>
@@ -21,8 +21,7 @@
 
 namespace vtab {
 
-// What an interface can carry: an address family is up on it while the link is up and it has an address of
-// it.
+// The state of each address family: up while the link is up and the interface has an address of the family.
 struct IfState {
   std::uint32_t ipv4 = kVtabStateDown;
   std::uint32_t ipv6 = kVtabStateDown;
@@ -46,8 +45,8 @@ struct IfNode : VtabIfRecord {
 
   std::vector<router::Address> addresses;
   std::string known_name;                 // under which the client knows it
-  std::vector<std::string> former_names;  // held until the client knows the present one
-  std::uint32_t queued_events = 0;
+  std::vector<std::string> former_names;  // until the client knows the present one
+  std::uint32_t pending = 0;              // undelivered notifications
   bool in_access = false;
   bool is_removed = false;
 };
@@ -64,14 +63,14 @@ class IfRecords {
 
   // Down and without addresses.
   IfNode* add(const router::Interface& interface);
-  // A former name is held until the new one is known. REQUIRES: `old_index` is the index under which the
-  // interface was added or last changed.
+  // The former name remains until the client knows the new one. REQUIRES: `old_index` is the index under
+  // which the interface was added or last changed.
   IfNode* change(std::uint32_t old_index, const router::Interface& now);
   // The client knows the interface by its present name.
   void know_name(IfNode* node);
-  // Off the walk; released when nothing holds it. The node of the index.
+  // Removes the interface from the walk; release() frees its node. The node of the index.
   IfNode* remove(std::uint32_t index);
-  // Frees a removed node that has no event left and is not accessed.
+  // Frees a removed node without pending notifications that is not being accessed.
   void release(IfNode* node);
   void clear();
 

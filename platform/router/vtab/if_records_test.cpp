@@ -68,9 +68,9 @@ TEST_F(Records, WhatIsPendingIsDeliveredBeforeAnInterfaceGetsAnotherName) {
   AddUsableInterface("ge0", 7, "red");
   StartClient();
   SetLink("ge0", true);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
   Rename("ge0", "ge1", 7);
-  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 1 1 record ge0"));
+  EXPECT_THAT(Calls(), ElementsAre("if ge0 in red changes 1 1 record ge0"));
   EXPECT_EQ(vtab_get_if_record("ge0"), nullptr);
   EXPECT_EQ(StatesOf("ge1"), "up up");
 }
@@ -132,15 +132,15 @@ TEST_F(Records, AddressLookUpsHaveTheirFaultPointsAndRefuseNull) {
 
 // --- events ---
 
-TEST_F(Records, StateChangesAreToldForBothFamilies) {
+TEST_F(Records, StateChangesAreReportedForBothFamilies) {
   AddUsableInterface("ge0", 7, "red");
   StartClient();
   SetLink("ge0", true);
-  EXPECT_THAT(Told(), IsEmpty()) << "before the loop ran";
+  EXPECT_THAT(Calls(), IsEmpty()) << "before the loop ran";
   Run();
   SetLink("ge0", false);
   Run();
-  EXPECT_THAT(Told(),
+  EXPECT_THAT(Calls(),
               ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0"));
 }
 
@@ -152,12 +152,12 @@ TEST_F(Records, AddressOfALinkThatIsUpBringsItsFamilyUpAndTheLastOneTakesItDown)
   AddAddress("ge0", "10.1.2.4/24");
   AddAddress("ge0", "fe80::1/64");
   Run();
-  EXPECT_THAT(Told(),
+  EXPECT_THAT(Calls(),
               ElementsAre("if ge0 in red changes 1 0 record ge0", "if ge0 in red changes 0 1 record ge0"));
   EXPECT_EQ(StatesOf("ge0"), "up up");
   RemoveAddresses("ge0");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record ge0"));
+  EXPECT_THAT(Calls(), ElementsAre("if ge0 in red changes 2 2 record ge0"));
 }
 
 TEST_F(Records, FamiliesMayChangeInOppositeWaysAtOnce) {
@@ -169,20 +169,20 @@ TEST_F(Records, FamiliesMayChangeInOppositeWaysAtOnce) {
   ASSERT_TRUE(router::parse_address("fe80::1/64", interface.addresses.data()));
   ASSERT_EQ(router_.change_interface(interface), kStatusOk);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 1 record ge0"));
+  EXPECT_THAT(Calls(), ElementsAre("if ge0 in red changes 2 1 record ge0"));
 }
 
-TEST_F(Records, ChangesWithoutAStateAreNotTold) {
+TEST_F(Records, ChangesWithoutAStateAreNotReported) {
   AddInterface("ge0", 7, "red");
   StartClient();
   AddAddress("ge0", "10.1.2.3/24");
   Rename("ge0", "ge1", 8);
   Move("ge1", "blue");
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
 }
 
-TEST_F(Records, InterfaceAddedWhileUpIsToldAsComeUp) {
+TEST_F(Records, InterfaceAddedWhileUpIsReportedAsUp) {
   StartClient();
   router::Interface interface;
   interface.name = "ge0";
@@ -193,16 +193,16 @@ TEST_F(Records, InterfaceAddedWhileUpIsToldAsComeUp) {
   ASSERT_EQ(router_.add_interface(interface), kStatusOk);
   EXPECT_EQ(StatesOf("ge0"), "down down");
   Run();
-  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 1 0 record ge0"));
+  EXPECT_THAT(Calls(), ElementsAre("if ge0 in red changes 1 0 record ge0"));
   EXPECT_EQ(StatesOf("ge0"), "up down");
 }
 
-TEST_F(Records, EveryChangeIsToldInOrderEvenWhenTheyCancelOut) {
+TEST_F(Records, ChangesThatCancelOutAreAllReportedInOrder) {
   AddUsableInterface("ge0", 7, "red");
   StartClient();
   for (const bool up : {true, false, true}) SetLink("ge0", up);
   Run();
-  EXPECT_THAT(Told(),
+  EXPECT_THAT(Calls(),
               ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0",
                           "if ge0 in red changes 1 1 record ge0"));
   EXPECT_EQ(StatesOf("ge0"), "up up");
@@ -221,7 +221,7 @@ Status see_states(const char* if_name, const char* /*vrf_name*/) {
   return kStatusOk;
 }
 
-TEST_F(Records, InterfaceThatComesUpIsSeenUpAfterItsCallbackAndOneThatGoesDownIsSeenDownInIt) {
+TEST_F(Records, LookUpsShowUpAfterTheCallbackAndDownInsideIt) {
   seen_states.clear();
   AddUsableInterface("ge0", 7, "red");
   AddUsableInterface("ge1", 8, "red");
@@ -263,7 +263,7 @@ TEST_F(Records, AddressWaitsForTheEventsBeforeIt) {
   EXPECT_EQ(vtab_get_if_next_ipv6_address(record, &cursor, words), kStatusOk);
 }
 
-TEST_F(Records, InterfaceRemovedWhileUpIsToldAsDownWithItsRecord) {
+TEST_F(Records, InterfaceRemovedWhileUpIsReportedAsDownWithItsRecord) {
   AddUsableInterface("ge0", 7, "red");
   AddInterface("ge1", 8, "red");
   SetLink("ge0", true);
@@ -271,10 +271,10 @@ TEST_F(Records, InterfaceRemovedWhileUpIsToldAsDownWithItsRecord) {
   Remove("ge0");
   Remove("ge1");
   EXPECT_THAT(InterfaceWalk(), IsEmpty());
-  EXPECT_NE(vtab_get_if_record("ge0"), nullptr) << "until the client was told";
-  EXPECT_EQ(vtab_get_if_record("ge1"), nullptr) << "of which nothing is to be told";
+  EXPECT_NE(vtab_get_if_record("ge0"), nullptr) << "until the client was notified";
+  EXPECT_EQ(vtab_get_if_record("ge1"), nullptr) << "nothing is pending for it";
   Run();
-  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record ge0"));
+  EXPECT_THAT(Calls(), ElementsAre("if ge0 in red changes 2 2 record ge0"));
   EXPECT_EQ(vtab_get_if_record("ge0"), nullptr);
 }
 
@@ -286,18 +286,18 @@ TEST_F(Records, NameOfARemovedInterfaceBelongsToItsSuccessorWhenTheRemovalIsDeli
   AddInterface("ge0", 9, "red");
   EXPECT_EQ(vtab_get_if_record("ge0")->if_index, 7U);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("if ge0 in red changes 2 2 record ge0"));
+  EXPECT_THAT(Calls(), ElementsAre("if ge0 in red changes 2 2 record ge0"));
   EXPECT_EQ(vtab_get_if_record("ge0")->if_index, 9U);
 }
 
-TEST_F(Records, InterfaceThatMovesWhileUpGoesDownInTheOneVrfAndComesUpInTheOther) {
+TEST_F(Records, InterfaceMovedWhileUpIsReportedDownInTheFormerVrfAndUpInTheNewOne) {
   AddUsableInterface("ge0", 7, "red");
   SetLink("ge0", true);
   StartClient();
   Move("ge0", "blue");
-  EXPECT_EQ(StatesOf("ge0"), "up up") << "nothing told yet";
+  EXPECT_EQ(StatesOf("ge0"), "up up") << "nothing is delivered yet";
   Run();
-  EXPECT_THAT(Told(),
+  EXPECT_THAT(Calls(),
               ElementsAre("if ge0 in red changes 2 2 record ge0", "if ge0 in blue changes 1 1 record ge0"));
   EXPECT_EQ(StatesOf("ge0"), "up up");
 }
@@ -311,17 +311,17 @@ TEST_F(Records, EventOfAnInterfaceThatHasMovedHasItsRecord) {
   SetLink("ge1", true);
   Rename("ge1", "ge9", 8);
   Run();
-  EXPECT_THAT(Told(),
+  EXPECT_THAT(Calls(),
               ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0",
                           "if ge0 in blue changes 1 1 record ge0", "if ge1 in red changes 1 1 record ge1"));
 }
 
-TEST_F(Records, InterfacesOfTheDefaultVrfAreToldToo) {
+TEST_F(Records, InterfacesOfTheDefaultVrfAreReported) {
   AddUsableInterface("ge0", 7);
   StartClient();
   SetLink("ge0", true);
   Run();
-  EXPECT_THAT(Told(), ElementsAre("if ge0 in default changes 1 1 record ge0"));
+  EXPECT_THAT(Calls(), ElementsAre("if ge0 in default changes 1 1 record ge0"));
 }
 
 TEST_F(Records, ClientThatEndsLeavesTheStatesAsTheyAre) {
@@ -345,11 +345,11 @@ TEST_F(Records, AHundredThousandInterfacesComeUpAndGo) {
   StartClient();
   for (std::uint32_t n = 1; n <= kMany; ++n) SetLink("if" + std::to_string(n), true);
   Run();
-  EXPECT_EQ(Told().size(), kMany);
+  EXPECT_EQ(Calls().size(), kMany);
   for (std::uint32_t n = 1; n <= kMany; ++n) Remove("if" + std::to_string(n));
   EXPECT_THAT(InterfaceWalk(), IsEmpty());
   Run();
-  EXPECT_EQ(Told().size(), kMany);
+  EXPECT_EQ(Calls().size(), kMany);
 }
 
 }  // namespace

@@ -1,43 +1,36 @@
-// The record service as an observer of the router model: keeps the records in step with it and queues the
-// client's events. events.cpp delivers them.
+// The record service as an observer of the router model: updates the records and appends the client's
+// notifications to the change feed.
 //
-// What happens to a VRF's record:
-//   named by configuration, or by the client     a forward reference is made (event "create", but not to the
-//   client
-//                                                that made it itself)
-//   VRF created                                  record made ("create"), or the forward reference completed
-//   in
-//                                                place ("update")
-//   VRF deleted, configuration still names it    a forward reference again, same record, same block
-//   ("update"):
-//                                                the client keeps what it knows from configuration
-//   VRF deleted, or its last reference taken     off the look-ups at once ("delete"), freed when its events
-//   are back                                         delivered, no access is open and no membership client is
-//   still to
-//                                                be told
-// The client's wish for a record (vtab_create_vrf_record) is no reference: it does not outlive the VRF.
+// What happens to the record of a VRF:
 //
-// A record that could not be made for want of memory is missing, and said to be on the log; the client's own
-// creation of it makes it later, complete.
+//   Named by configuration or by the client: a forward reference is made (event "create", but not for the
+//   client that made it itself).
+//
+//   VRF created: the record is made ("create"), or the forward reference becomes complete in place
+//   ("update").
+//
+//   VRF deleted while configuration names it: a forward reference again, the same record with the same block
+//   ("update"). The client retains what it knows from configuration.
+//
+//   VRF deleted, or its last reference released: look-ups no longer find the record ("delete"). It is freed
+//   when the feed has delivered everything up to its deletion and no access is open.
+//
+// A record that the client asked for (vtab_create_vrf_record) is not a reference: it is deleted with the VRF.
+//
+// A record that could not be made for lack of memory is missing, which is logged; the client's own creation
+// of it makes it later, complete.
 #include "platform/router/vtab/service.h"
 
 #include "platform/core/base/log.h"
 #include "platform/router/vmap/vmap.h"
+#include "platform/router/vtab/notifications.h"
 
 namespace vtab {
 namespace {
 
-void release_name(const char* vrf_name) {
-  service().release(vrf_name);
-}
-
 bool is_entered_or_left_by_name(const router::Interface& before, const router::Interface& now) {
   return now.vrf != router::kDefaultVrf &&
          vmap_is_subscribers_name(before.name.c_str()) != vmap_is_subscribers_name(now.name.c_str());
-}
-
-std::uint64_t turn_of_service() {
-  return service().oldest_turn();
 }
 
 }  // namespace
@@ -50,13 +43,12 @@ Service& service() {
 void Service::attach(router::Router* model) {
   if (model_ != nullptr) {
     model_->stop_observing(this);
-    forget_events();
+    drop_notifications();
     vrfs.clear();
     interfaces.clear();
   }
   model_ = model;
-  vmap_on_vrf_deletion_told(model == nullptr ? nullptr : &release_name);
-  vmap_wait_for(model == nullptr ? nullptr : &turn_of_service);
+  feed::attach(model);
   if (model == nullptr) return;
   model->for_each_vrf([this](const router::Vrf& vrf) { vrf_created(vrf); });
   model->for_each_reference([this](const std::string& name) { find_or_add(name); });
@@ -83,7 +75,7 @@ void Service::vrf_created(const router::Vrf& vrf) {
   if (node == nullptr) node = find_or_add(vrf.name);
   if (node == nullptr) return;
   vrfs.complete(node, vrf);
-  queue_vrf_event(node, code);
+  append_vrf_event(node, code);
 }
 
 void Service::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
@@ -93,7 +85,7 @@ void Service::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
   VrfNode* node = vrfs.find(now.name);
   if (node == nullptr || !tables_differ) return;
   vrfs.complete(node, now);
-  queue_vrf_event(node, kVtabEventUpdate);
+  append_vrf_event(node, kVtabEventUpdate);
 }
 
 void Service::vrf_deleted(const router::Vrf& vrf) {
@@ -101,12 +93,12 @@ void Service::vrf_deleted(const router::Vrf& vrf) {
   if (node == nullptr) return;
   if (!model_->is_referenced(vrf.name)) return delete_record(node);
   vrfs.make_forward_reference(node);
-  queue_vrf_event(node, kVtabEventUpdate);
+  append_vrf_event(node, kVtabEventUpdate);
 }
 
 void Service::vrf_referenced(const std::string& name) {
   if (vrfs.find(name) != nullptr) return;
-  if (VrfNode* node = find_or_add(name)) queue_vrf_event(node, kVtabEventCreate);
+  if (VrfNode* node = find_or_add(name)) append_vrf_event(node, kVtabEventCreate);
 }
 
 void Service::vrf_unreferenced(const std::string& name) {
@@ -114,50 +106,39 @@ void Service::vrf_unreferenced(const std::string& name) {
 }
 
 void Service::delete_record(VrfNode* node) {
-  const std::string name = node->vrf_name;
-  vrfs.remove(node);
-  queue_vrf_event(node, kVtabEventDelete);
-  release(name.c_str());
+  const std::uint64_t deletion = vrfs.remove(node);
+  append_vrf_event(node, kVtabEventDelete);
+  feed::run_after_pending([deletion] { service().vrfs.release(deletion); });
 }
 
-void Service::release(const char* vrf_name) {
-  if (vmap_owes_vrf_deletion(vrf_name)) return;
-  vrfs.release_removed(vrf_name,
-                       [](const VrfNode& node) { return node.queued_events == 0 && !node.in_access; });
-}
-
-// What is known of an interface follows the events: a state that is told, or that comes after one that is
-// still to be told, waits for its turn. Nobody is told and nobody waits: it shows at once.
-void Service::take_over(IfNode* node, const router::Interface& interface, const IfChange& change) {
-  const bool must_wait = client.has_if_events && (change.is_one() || node->queued_events > 0);
+// The record shows what the client was notified of: a change of state, and any change after an undelivered
+// one, waits for its delivery. Without a client it shows at once.
+void Service::update_state(IfNode* node, const router::Interface& interface, const IfChange& change) {
+  const bool must_wait = client.has_if_events && (change.is_one() || node->pending > 0);
   if (!must_wait) return show(node, state_of(interface));
-  queue_if_event(node, interface.vrf, change, state_of(interface));
+  append_state(node, interface.vrf, change, state_of(interface));
 }
 
 void Service::interface_added(const router::Interface& interface) {
-  take_over(interfaces.add(interface), interface, change_between({}, state_of(interface)));
+  update_state(interfaces.add(interface), interface, change_between({}, state_of(interface)));
 }
 
-// What went down is delivered under the former name, what came up under the new one.
+// A change to down is delivered under the former name, a change to up under the new one.
 void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
   IfNode* const node = interfaces.change(before.index, now);
   if (is_entered_or_left_by_name(before, now)) return interface_reentered(node, before, now);
   const IfChange change = change_between(state_of(before), state_of(now));
   const bool is_renamed = before.name != now.name;
-  if (is_renamed && change.has_up()) tell_name(node);
-  take_over(node, now, change);
-  if (is_renamed && !change.has_up()) tell_name(node);
+  if (is_renamed && change.has_up()) append_rename(node);
+  update_state(node, now, change);
+  if (is_renamed && !change.has_up()) append_rename(node);
 }
 
-// The client asks for the present name when the membership service announces a change of it, just after this.
-void Service::tell_name(IfNode* node) {
+// The client looks up the present name when the membership service announces it, right after this.
+void Service::append_rename(IfNode* node) {
   if (!client.has_if_events) return interfaces.know_name(node);
-  ++node->queued_events;
-  Event event;
-  event.turn = vmap_turn(model_->changes(), VmapPhase::kRecord);
-  event.interface = node;
-  event.is_rename = true;
-  queue(std::move(event));
+  feed::append(model_->changes(), feed::Phase::kRecord, &receiver_,
+               std::make_unique<Rename>(&interfaces, node));
 }
 
 // Clients of the MIB see an interface join its VRF when it loses a subscriber's name, and leave when it gets
@@ -167,50 +148,40 @@ void Service::interface_reentered(IfNode* node, const router::Interface& before,
   const IfState was = state_of(before);
   const IfState down{kVtabStateDown, kVtabStateDown, was.addresses};
   const IfChange went_down = change_between(was, down);
-  if (client.has_if_events && went_down.is_one()) queue_if_event(node, now.vrf, went_down, down);
-  tell_name(node);
-  take_over(node, now, change_between(down, state_of(now)));
+  if (client.has_if_events && went_down.is_one()) append_state(node, now.vrf, went_down, down);
+  append_rename(node);
+  update_state(node, now, change_between(down, state_of(now)));
 }
 
-// A host takes an interface down and up again to put it into another VRF, though only the outcome may be
-// seen.
+// A host takes an interface down and up again to move it to another VRF, though the model may have the
+// outcome only.
 void Service::interface_moved(const router::Interface& now, const std::string& from) {
   IfNode* const node = interfaces.change(now.index, now);
   const IfState state = state_of(now);
   const IfState down{kVtabStateDown, kVtabStateDown, state.addresses};
   const IfChange went_down = change_between(state, down);
   if (!client.has_if_events || !went_down.is_one()) return;
-  queue_if_event(node, from, went_down, down);
-  queue_if_event(node, now.vrf, change_between(down, state), state);
+  append_state(node, from, went_down, down);
+  append_state(node, now.vrf, change_between(down, state), state);
 }
 
 void Service::interface_removed(const router::Interface& interface) {
   IfNode* const node = interfaces.remove(interface.index);
   const IfChange went_down = change_between(state_of(interface), {});
-  if (client.has_if_events && went_down.is_one()) queue_if_event(node, interface.vrf, went_down, {});
+  if (client.has_if_events && went_down.is_one()) append_state(node, interface.vrf, went_down, {});
   interfaces.release(node);
 }
 
-void Service::queue_vrf_event(VrfNode* node, std::uint32_t code) {
+void Service::append_vrf_event(VrfNode* node, std::uint32_t code) {
   if (!client.has_vrf_events) return;
-  ++node->queued_events;
-  Event event;
-  event.is_vrf = true;
-  event.turn = vmap_turn(model_->changes(), VmapPhase::kRecord);
-  event.node = node;
-  event.code = code;
-  queue(std::move(event));
+  feed::append(model_->changes(), feed::Phase::kRecord, &receiver_,
+               std::make_unique<VrfEvent>(&client, node, code));
 }
 
-void Service::queue_if_event(IfNode* node, const std::string& vrf_name, const IfChange& change, IfState to) {
-  ++node->queued_events;
-  Event event;
-  event.turn = vmap_turn(model_->changes(), change.has_up() ? VmapPhase::kCameUp : VmapPhase::kWentDown);
-  event.interface = node;
-  event.vrf_name = vrf_name;
-  event.change = change;
-  event.to = std::move(to);
-  queue(std::move(event));
+void Service::append_state(IfNode* node, const std::string& vrf_name, const IfChange& change, IfState to) {
+  const feed::Phase phase = change.has_up() ? feed::Phase::kUp : feed::Phase::kDown;
+  feed::append(model_->changes(), phase, &receiver_,
+               std::make_unique<StateEvent>(&client, &interfaces, node, vrf_name, change, std::move(to)));
 }
 
 Status Service::start_client(const char* name, EventManager* manager, std::size_t attribute_size) {
@@ -220,17 +191,25 @@ Status Service::start_client(const char* name, EventManager* manager, std::size_
   client.name = name;
   client.manager = manager;
   client.attribute_size = attribute_size;
+  receiver_.manager = manager;
   return kStatusOk;
 }
 
+void Service::drop_notifications() {
+  if (client.vrf_in_callback != nullptr) client.vrf_in_callback->in_access = false;
+  if (client.interface_in_callback != nullptr) client.interface_in_callback->in_access = false;
+  client.begin_callback();
+  feed::drop(&receiver_);
+}
+
 void Service::end_client() {
+  drop_notifications();
   client = {};
-  forget_events();
   vrfs.release_all_removed();
   for (VrfNode* node = vrfs.first(); node != nullptr;) {
     VrfNode* const next = vrfs.after(node->vrf_name);
-    const bool is_clients_own = model_ == nullptr || !model_->is_referenced(node->vrf_name);
-    if (node->vrf_id == 0 && is_clients_own) vrfs.remove(node);
+    const bool is_of_client = model_ == nullptr || !model_->is_referenced(node->vrf_name);
+    if (node->vrf_id == 0 && is_of_client) vrfs.remove(node);
     node = next;
   }
   vrfs.release_all_removed();

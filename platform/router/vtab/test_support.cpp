@@ -1,5 +1,4 @@
-// See test_support.h. The callbacks carry no argument of the client's, so their lines go to a vector of the
-// program.
+// The callbacks have no argument of the client's, so their lines are in a vector of the program.
 #include "platform/router/vtab/test_support.h"
 
 #include <utility>
@@ -90,7 +89,7 @@ void Records::StartClient() {
   ASSERT_EQ(vtab_reg_if_attributes("all-if", "all", 3, 1, "default", 0x221, 0), kStatusOk);
 }
 
-std::vector<std::string> Records::Told() {
+std::vector<std::string> Records::Calls() {
   return std::exchange(lines, {});
 }
 

@@ -45,7 +45,7 @@ class Records : public ::testing::Test {
   // --- the client ---
   void StartClient();
   void Run() { event_run_pending(manager_.get()); }
-  static std::vector<std::string> Told();                // since the last call
+  static std::vector<std::string> Calls();               // since the last call
   static std::string StatesOf(const std::string& name);  // "up down": IPv4, IPv6
   static VtabVrfRecord* Find(const std::string& name) {
     return vtab_get_vrf_record_by_vrf_name(name.c_str());

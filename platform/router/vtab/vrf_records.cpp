@@ -1,5 +1,5 @@
-// The VRF and table records: see vrf_records.h. The attribute block is the one piece of memory whose shortage
-// is reported (it is the client's, and of the client's size); it is freed with its node.
+// The attribute block is the one piece of memory whose shortage is reported: it is the client's, and of the
+// client's size. It is freed with its node.
 #include "platform/router/vtab/vrf_records.h"
 
 #include <algorithm>
@@ -101,13 +101,27 @@ void VrfRecords::make_forward_reference(VrfNode* node) {
   set_tables(node, router::Vrf{});
 }
 
-void VrfRecords::remove(VrfNode* node) {
+std::uint64_t VrfRecords::remove(VrfNode* node) {
   const std::uint32_t id = node->vrf_id;
   if (id != 0) make_forward_reference(node);
-  node->vrf_id = id;  // the client's callback for the deletion still wants to know which VRF it was
+  node->vrf_id = id;  // the client's callback for the deletion reads it
+  node->deletion = ++last_deletion_;
   const auto found = by_name_.find(std::string_view(node->vrf_name));
-  removed_.emplace(found->first, std::move(found->second));
+  removed_.emplace(node->deletion, std::move(found->second));
   by_name_.erase(found);
+  return last_deletion_;
+}
+
+void VrfRecords::release(std::uint64_t deletion) {
+  const auto found = removed_.find(deletion);
+  if (found == removed_.end()) return;
+  found->second->is_unused = true;
+  if (!found->second->in_access) removed_.erase(found);
+}
+
+void VrfRecords::end_access(VrfNode* node) {
+  node->in_access = false;
+  if (node->is_unused) removed_.erase(node->deletion);
 }
 
 void VrfRecords::clear() {

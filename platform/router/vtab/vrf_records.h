@@ -1,12 +1,12 @@
 // The VRF and table records, and the ways to look them up.
 //
 // A node is the record that clients see and what the service needs besides. It lives in one of two places:
-// among the records that look-ups find, or, from its deletion until nobody can hold its address any more,
-// among the deleted ones. Nodes never move: a forward reference becomes a VRF, or a VRF a forward reference,
-// in place.
+// among the records that look-ups find, or, from its deletion until no client can use it any more, among the
+// deleted ones. Nodes never move: a forward reference becomes a VRF, or a VRF a forward reference, in place.
 //
 // A VRF has at most one table of an address family and subsequent address family, so the table records are
-// four fixed places in the node; a place whose table_id is 0 is empty, and a cursor into the node stays good.
+// four fixed places in the node; a place whose table_id is 0 is empty, and a cursor into the node stays
+// valid.
 #pragma once
 
 #include <array>
@@ -26,8 +26,9 @@ namespace vtab {
 
 struct VrfNode : VtabVrfRecord {
   std::array<VtabTableRecord, 4> tables{};  // by AFI, then SAFI
-  std::uint32_t queued_events = 0;          // undelivered ones that are about this record
   bool in_access = false;                   // between the client's begin-access and end-access
+  std::uint64_t deletion = 0;               // its number; 0 while look-ups find the record
+  bool is_unused = false;                   // no client but one in access uses the deleted record
 
   VrfNode() : VtabVrfRecord{} {}
   ~VrfNode();  // frees the attribute block
@@ -43,24 +44,22 @@ class VrfRecords {
   VrfNode* first() const;
   VrfNode* after(std::string_view name) const;
 
-  // A forward reference. REQUIRES: none of that name is there. Null when there is no memory for the block.
+  // Adds a forward reference. REQUIRES: there is no record of that name. Null when there is no memory for the
+  // block.
   VrfNode* add(std::string_view name, std::size_t attribute_size);
-  void complete(VrfNode* node, const router::Vrf& vrf);  // also takes over changed table ids
+  void complete(VrfNode* node, const router::Vrf& vrf);  // also for changed table ids
   void make_forward_reference(VrfNode* node);
-  // Takes the node away from the look-ups.
-  void remove(VrfNode* node);
-  // Frees the removed nodes of this name that `may_go` allows.
-  template <typename MayGo>
-  void release_removed(std::string_view name, MayGo may_go) {
-    const auto [begin, end] = removed_.equal_range(name);
-    for (auto entry = begin; entry != end;) entry = may_go(*entry->second) ? removed_.erase(entry) : ++entry;
-  }
+  // Hides the record from the look-ups. The number of the deletion.
+  std::uint64_t remove(VrfNode* node);
+  // Frees a removed node that no client uses, when its access ends. Ignored for one that is freed already.
+  void release(std::uint64_t deletion);
+  void end_access(VrfNode* node);
   void release_all_removed() { removed_.clear(); }
   std::size_t removed_count() const { return removed_.size(); }
   void clear();
 
-  // Gives every node a block of this size, or takes the blocks away (0). False, with none left, without
-  // memory.
+  // Gives every node a block of this size, or frees the blocks (0). Without memory it returns false, and no
+  // node has a block.
   bool allot_attributes(std::size_t attribute_size);
 
  private:
@@ -80,7 +79,8 @@ class VrfRecords {
   std::map<std::string, std::unique_ptr<VrfNode>, router::ShorterFirst> by_name_;
   std::unordered_map<std::uint32_t, VrfNode*> by_id_;
   std::set<std::pair<std::uint32_t, VrfNode*>, ByTableThenName> by_table_;
-  std::multimap<std::string, std::unique_ptr<VrfNode>, router::ShorterFirst> removed_;
+  std::unordered_map<std::uint64_t, std::unique_ptr<VrfNode>> removed_;  // by number of the deletion
+  std::uint64_t last_deletion_ = 0;
 };
 
 // Copies a name that is known to fit, with its terminator.

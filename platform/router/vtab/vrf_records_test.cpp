@@ -47,7 +47,7 @@ TEST_F(Records, VrfRecordsAreWalkedShorterNamesFirst) {
   EXPECT_THAT(VrfWalk(), ElementsAre("red=7", "tan=0", "blue=8", "vrf9=9", "vrf10=10", "default=1"));
 }
 
-TEST_F(Records, WalkGoesOnFromARecordThatWasDeleted) {
+TEST_F(Records, WalkContinuesFromADeletedRecord) {
   AddVrf("red", 10);
   AddVrf("blue", 20);
   StartClient();
@@ -212,7 +212,7 @@ TEST_F(Records, RecordThatGotNoMemoryIsMadeCompleteWhenTheClientAsksForIt) {
   EXPECT_EQ(record->vrf_id, 10U);
   EXPECT_EQ(record->ipv4_table_id, 1010U);
   Run();
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(Calls(), IsEmpty());
 }
 
 TEST_F(Records, CreationHasItsFaultPointAndItsMemory) {
@@ -254,14 +254,14 @@ TEST_F(Records, TenThousandVrfsAreWalkedInOrderAndGo) {
   StartClient();
   for (std::uint32_t n = 0; n < kMany; ++n) AddVrf("vrf" + std::to_string(n), n + 2, n + 2);
   Run();
-  EXPECT_EQ(Told().size(), kMany);
+  EXPECT_EQ(Calls().size(), kMany);
   EXPECT_EQ(VrfWalk().size(), kMany + 1);
   EXPECT_STREQ(vtab_get_first_vrf_record()->vrf_name, "vrf0");
   EXPECT_EQ(vtab_get_vrf_record_by_table_id(5002), Find("vrf5000"));
   for (std::uint32_t n = 0; n < kMany; ++n) DeleteVrf("vrf" + std::to_string(n));
   EXPECT_THAT(VrfWalk(), ElementsAre("default=1"));
   Run();
-  EXPECT_EQ(Told().size(), kMany);
+  EXPECT_EQ(Calls().size(), kMany);
 }
 
 }  // namespace

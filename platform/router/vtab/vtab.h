@@ -1,31 +1,32 @@
 // Record service: the VRF, interface and routing-table records of the router, with a client's private
 // attribute block in every VRF record.
 //
-// Records are the service's: it makes them from the router model, keeps them while they exist and hands out
-// pointers. A VRF record pointer stays valid until the client's VRF callback for its deletion has ended its
-// access; a record is never released while the membership service still owes a client the news of the VRF's
-// deletion. From the deletion on no lookup finds it. A record whose vrf_id is 0 is a forward reference: the
-// VRF is named (by a client through vtab_create_vrf_record, or by configuration) but not created; the record
-// becomes complete, in place and with its attribute block, when the VRF is created.
+// The service owns the records: it makes them from the router model and hands out pointers. A VRF record
+// pointer is valid until the client's VRF callback for the deletion has ended its access, and until every
+// membership client was notified of the VRF's deletion. From the deletion on no look-up finds the record. A
+// record whose vrf_id is 0 is a forward reference: the VRF is named (by a client through
+// vtab_create_vrf_record, or by configuration) but not created; the record becomes complete, in place and
+// with its attribute block, when the VRF is created.
 //
 // Iteration order of VRF records: shorter names first, then by octets. Of interface records: by index. Of
 // table records: by AFI, SAFI, table id.
 //
-// Events. A VRF record that the service makes is reported as created, one that becomes complete, a forward
-// reference again, or has other table ids as updated. A VRF deleted while configuration still names it
-// (Router::is_referenced) keeps its record and block as a forward reference: that is an update, not a
-// deletion.
+// Events. A VRF record is reported as created when the service makes it, and as updated when it becomes
+// complete, becomes a forward reference again, or gets other table ids. A VRF that is deleted while
+// configuration names it (Router::is_referenced) retains its record and block as a forward reference: that is
+// an update, not a deletion.
 //
 // A family of an interface is up while the interface is operationally up and has an address of that family.
-// An interface is reported when that changes for a family, be it for the link or for an address; when it is
-// added and up, or removed while up; and when it changes its VRF while up, as gone down in the one and come
-// up in the other. While the callback runs, the interface is down for the look-ups in every family that was
-// down before or is down now; only when one family goes down and the other comes up at once, it is shown as
-// it was before. It can be found, even if it was removed: states and addresses follow the events, only name,
-// VRF and index do not wait. Membership events (platform/router/vmap/vmap.h) and these come in one order.
+// An interface is reported when this changes for a family, because of the link or of an address; when it is
+// added and up, or removed while up; and when it changes its VRF while up, as down in the former VRF and up
+// in the new one. While the callback runs, look-ups show every family as down that was down before or is down
+// now; only when one family goes down while the other comes up, they show the state before. The record can be
+// found, even if the interface was removed: states and addresses change with the delivery of the events, but
+// name, VRF and index change at once. These events and those of the membership service are in one order
+// (platform/router/feed).
 //
-// Thread: everything on the main thread; callbacks are delivered by the event manager given to vtab_init, in
-// the order of the changes, in bounded batches. One client a process. kStatusInvalid for null arguments.
+// Thread: everything on the main thread. Callbacks are called by the event manager given to vtab_init, in the
+// order of the changes, in bounded batches. One client per process. kStatusInvalid for null arguments.
 #pragma once
 
 #include <cstddef>
@@ -72,20 +73,20 @@ inline constexpr std::uint32_t kVtabNoChange = 0;
 inline constexpr std::uint32_t kVtabChangedUp = 1;
 inline constexpr std::uint32_t kVtabChangedDown = 2;
 
-void vtab_attach(router::Router* model);  // called once by the process; null takes the model away
+void vtab_attach(router::Router* model);  // called once by the process; null detaches
 
 using VtabIfCallback = Status (*)(const char* if_name, const char* vrf_name);
 using VtabVrfCallback = Status (*)(const char* vrf_name);
 
 // Fault points are named after the operations. The attribute block's memory is "calloc_tagged:vtab
-// attributes". kStatusExists while there is a client, kStatusNoMemory. The numbers are accepted as they come.
+// attributes". kStatusExists while there is a client, kStatusNoMemory. All numbers are accepted.
 [[nodiscard]] Status vtab_init(const char* client, EventManager* manager, std::uint32_t reserved,
                                std::size_t attribute_size, std::uint32_t first, std::uint32_t second);
 // These four: kStatusInvalid without a client.
 [[nodiscard]] Status vtab_specify_if_callback(VtabIfCallback callback);
 [[nodiscard]] Status vtab_specify_vrf_callback(VtabVrfCallback callback);
-// From here VRF events are queued for the client. What exists is there to be looked up, and is not reported
-// as created.
+// From here on the client gets VRF events. Records that exist can be looked up and are not reported as
+// created.
 [[nodiscard]] Status vtab_reg_vrf_attributes(const char* scope, std::uint32_t first, std::uint32_t second,
                                              const char* default_vrf, std::uint32_t third);
 [[nodiscard]] Status vtab_reg_if_attributes(const char* scope, const char* vrf_scope, std::uint32_t first,
@@ -100,20 +101,21 @@ VtabVrfRecord* vtab_get_next_vrf_record(const VtabVrfRecord* record);
 // A forward-reference record, or the existing record; null for a bad name, memory, or a fault point.
 // The record is not reported to the client that made it.
 VtabVrfRecord* vtab_create_vrf_record(const char* vrf_name);
-// For the caller's own pairing of look-up and creation; no operation asks for it. kStatusDeadlock when it is
-// held. A lock whose release failed is given up all the same, so that one failure does not end all creation.
+// For callers that look up and create; no operation needs it. kStatusDeadlock when it is held. A failed
+// release releases the lock all the same, so that one failure does not prevent every later creation.
 [[nodiscard]] Status vtab_lock_dbase(const char* holder);
 [[nodiscard]] Status vtab_unlock_dbase();
 
-// Begins the access that a VRF callback must make: gives the record the oldest undelivered event of that name
-// is about (null when none is), and the event. Ending the access of a deletion ends the record's life when
-// the callback returns (or later, as said above). kStatusDeadlock while the record is being accessed; ending
-// what was not begun is kStatusInvalid. An access that a callback leaves open is closed for it.
+// Begins the access that a VRF callback must make: returns the record of the oldest undelivered event of that
+// name (null without one) and the event. Ending the access of a deletion ends the record's life when the
+// callback returns, or later, as described above. kStatusDeadlock while the record is being accessed;
+// kStatusInvalid for ending an access that was not begun. An access that a callback leaves open is closed
+// after it.
 [[nodiscard]] Status vtab_lock_begin_access_vrf_record(const char* vrf_name, VtabVrfRecord** record,
                                                        std::uint32_t* event, std::uint32_t* reserved);
 [[nodiscard]] Status vtab_unlock_end_access_vrf_record(VtabVrfRecord* record);
-// The same for an interface callback, with the change codes of the event. The record may have another name or
-// VRF by now. Null, with both codes kVtabNoChange, when no event of that interface and VRF is undelivered.
+// The same for an interface callback, with the change codes of the event. The record may already have another
+// name or VRF. Null, with both codes kVtabNoChange, when no event of that interface and VRF is undelivered.
 [[nodiscard]] Status vtab_lock_begin_access_if_record(const char* if_name, const char* vrf_name,
                                                       VtabIfRecord** record, std::uint32_t* ipv4_change,
                                                       std::uint32_t* ipv6_change, std::uint32_t* reserved1,
@@ -134,5 +136,6 @@ const VtabTableRecord* vtab_get_first_table_record_by_vrf_name(const char* vrf_n
 const VtabTableRecord* vtab_get_next_table_record_by_vrf_name(const char* vrf_name,
                                                               const VtabTableRecord* record);
 
-// Ends the client: attribute blocks, callbacks and queued events go. For tests that start the daemon again.
+// Ends the client: frees the attribute blocks and drops callbacks and pending events. For tests that start
+// the daemon again.
 void vtab_end_client();

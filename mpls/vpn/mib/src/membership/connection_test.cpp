@@ -18,6 +18,13 @@ class MembershipConnection : public DaemonTest {
   std::string Failure(const char* function, const char* step, Status status) {
     return std::string("Error in ") + function + ": " + step + ": " + err_text(status);
   }
+  // The service fails at a change, and then refuses to bind until faults are disarmed.
+  void LoseConnection() {
+    fault_arm("vmap_service", kStatusUnavailable, 1, 0);
+    AddInterface("trigger", "none");
+    RemoveInterface("trigger");
+    Run();
+  }
   std::uint32_t Nodes() const { return wavl_size(mpls_vpn_mib_if_tree(), kIfByHandle); }
   static std::vector<std::string> Vrfs() {
     std::vector<std::string> names;
@@ -107,13 +114,13 @@ TEST_F(MembershipConnection, FailedStepOfTheRegistrationIsItsResult) {
 }
 
 TEST_F(MembershipConnection, ServiceThatIsNotThereYetDoesNotFailTheRegistration) {
-  vmap_service_stop();
+  fault_arm("vmap_service", kStatusUnavailable, 1, 0);
   EXPECT_EQ(mpls_vpn_mib_vmap_register_for_notification(manager_), kStatusOk);
   EXPECT_THAT(Prints(),
               ElementsAre(Failure("connection_manager_open_handler", "vmap_c_bind", kStatusUnavailable),
                           "retry connection open with VMAP"));
   AddVrf("red");
-  vmap_service_start();
+  fault_disarm_all();
   PassSeconds(1);
   Run();
   EXPECT_THAT(Vrfs(), ElementsAre("red"));
@@ -123,13 +130,12 @@ TEST_F(MembershipConnection, DroppedConnectionKeepsTheDatabasesAndIsOpenedAgain)
   AddVrf("red");
   AddInterface("ge0", "red");
   Connect();
-  vmap_service_stop();
-  Run();
+  LoseConnection();
   EXPECT_THAT(Vrfs(), ElementsAre("red"));
   EXPECT_EQ(Nodes(), 1U);
   const std::uint32_t changed = AttributesOf("red")->conf_last_changed_time;
   AddVrf("blue");
-  vmap_service_start();
+  fault_disarm_all();
   PassSeconds(1);
   Run();
   EXPECT_THAT(Vrfs(), ElementsAre("red", "blue"));
@@ -141,13 +147,12 @@ TEST_F(MembershipConnection, WhatWasRemovedWhileTheConnectionWasDownIsRemovedAft
   AddVrf("red");
   AddInterface("ge0", "red");
   Connect();
-  vmap_service_stop();
-  Run();
+  LoseConnection();
   RemoveInterface("ge0");
   DeleteVrf("red");
   Run();
   EXPECT_THAT(Vrfs(), ElementsAre("red"));
-  vmap_service_start();
+  fault_disarm_all();
   PassSeconds(1);
   Run();
   EXPECT_THAT(Vrfs(), IsEmpty());
@@ -157,8 +162,7 @@ TEST_F(MembershipConnection, WhatWasRemovedWhileTheConnectionWasDownIsRemovedAft
 TEST_F(MembershipConnection, CloseHandlerUnbinds) {
   Connect();
   fault_arm("vmap_c_unbind", kStatusIo, 2);  // counts
-  vmap_service_stop();
-  Run();
+  LoseConnection();
   EXPECT_EQ(fault_reached("vmap_c_unbind"), 1U);
 }
 
@@ -281,7 +285,7 @@ TEST_F(MembershipConnection, EachThingIsSaidByItsArea) {
   EXPECT_THAT(Prints(),
               Contains(MatchesRegex("In connection_manager_open_handler, connection established: .*")));
   mpls_vpn_mib_vmap_end();
-  vmap_service_stop();
+  fault_arm("vmap_service", kStatusUnavailable, 1, 0);
   ExpectUnder(VMAP, "retry connection open with VMAP", connect);
   ExpectUnder(ERR, Failure("connection_manager_open_handler", "vmap_c_bind", kStatusUnavailable), connect);
   ExpectUnder(ERR, Failure("connection_manager_close_handler", "vmap_close_handler", kStatusInvalid),

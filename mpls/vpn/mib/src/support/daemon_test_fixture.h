@@ -74,7 +74,6 @@ class DaemonTest : public testing::Test {
   void TearDown() override {
     fault_disarm_all();
     EndDatabases();
-    vmap_service_start();
     AttachServices(nullptr);
     mpls_vpn_trace_end();
     event_manager_destroy(manager_);
