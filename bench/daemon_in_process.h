@@ -14,6 +14,7 @@
 #include "mpls/vpn/mib/src/provider/provider.h"
 #include "mpls/vpn/mib/src/support/trace.h"
 #include "mpls/vpn/mib/src/vrf/database.h"
+#include "platform/config/owners.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
@@ -30,6 +31,7 @@ class DaemonInProcess {
   DaemonInProcess() {
     manager = event_manager_create("/dev/mpls/vpn/main", 0x70000004);
     check(manager == nullptr ? kStatusIo : kStatusOk, "event_manager_create");
+    check(vrf_config::register_configuration(), "register_configuration");
     vtab_attach(&router);
     vmap_attach(&router);
     qic_attach(&router);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cli/command_line_test_fixture.h"
+#include "platform/config/owners.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/evm.h"
@@ -20,6 +21,7 @@ class ServedCommandLine : public CommandLine {
   void SetUp() override {
     manager_ = event_manager_create("/dev/mpls/vpn/main", 0);
     ASSERT_NE(manager_, nullptr);
+    ASSERT_EQ(vrf_config::register_configuration(), kStatusOk);
     ASSERT_EQ(kvtree_bind(&provider_, "/oper/mpls_vpn/gl/", kKvBindProvider), kStatusOk);
     ASSERT_EQ(kvtree_serve(manager_), kStatusOk);
   }

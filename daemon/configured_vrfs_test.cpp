@@ -2,6 +2,7 @@
 // VRF's absence, and what it counts on interfaces that come and go.
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
 #include "mpls/vpn/mib/src/configuration/protocols.h"
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/config_references/config_references.h"
 #include "platform/store/configuration/config.h"

@@ -29,6 +29,7 @@
 #include "daemon/route_modules.h"
 #include "daemon/settings.h"
 #include "daemon/sources.h"
+#include "platform/config/owners.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/core/chkpt/chkpt.h"
@@ -158,6 +159,10 @@ bool make_directory(const std::string& directory) {
 
 // A daemon without its configuration would be silent where its operator switched traps on.
 bool prepare_store() {
+  if (const Status status = vrf_config::register_configuration()) {
+    log_line("mpls_vpn_mib: cannot register the owners of the configuration: %s", err_text(status));
+    return false;
+  }
   const Status opened = kvtree_keep_configuration(state_directory());
   if (opened != kStatusOk) {
     log_line("mpls_vpn_mib: cannot open the configuration in %s: %s", state_directory().c_str(),

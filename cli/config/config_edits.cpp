@@ -11,6 +11,7 @@
 #include <span>
 
 #include "cli/output/table.h"
+#include "platform/config/owners.h"
 
 namespace cli {
 

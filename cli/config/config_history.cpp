@@ -16,6 +16,7 @@
 #include "cli/config/config_tree.h"
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
+#include "platform/config/owners.h"
 #include "platform/core/base/clock.h"
 
 namespace cli {

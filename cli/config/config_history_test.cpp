@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "cli/config/config_test_fixture.h"
+#include "platform/config/owners.h"
 
 namespace cli {
 namespace {

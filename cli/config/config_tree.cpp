@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "cli/output/table.h"
+#include "platform/config/owners.h"
 
 namespace cli {
 

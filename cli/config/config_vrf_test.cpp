@@ -5,6 +5,7 @@
 
 #include "cli/config/config_edits.h"
 #include "cli/config/config_test_fixture.h"
+#include "platform/config/owners.h"
 
 namespace cli {
 namespace {

@@ -11,6 +11,7 @@
 #include "cli/output/record.h"
 #include "cli/output/table.h"
 #include "cli/output/times.h"
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/vpn_events/records.h"
 #include "platform/store/configuration/config.h"
@@ -44,7 +45,7 @@ std::string family_name(const VpnChange& change) {
 }
 
 std::string origin(const char* owner) {
-  return std::string(kvtree_config_origin(text_or_empty(owner)));
+  return std::string(vrf_config::origin(text_or_empty(owner)));
 }
 
 std::string value_and_origin(const char* value, const char* owner) {

@@ -9,6 +9,7 @@
 #include "cli/output/json_list.h"
 #include "cli/served_test_fixture.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/vpn_events/vpn_events.h"
 #include "platform/store/configuration/config.h"

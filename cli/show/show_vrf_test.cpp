@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "cli/show/show_test_fixture.h"
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/store/configuration/config.h"
 

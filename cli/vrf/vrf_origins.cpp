@@ -1,6 +1,7 @@
 // See vrf_origins.h. An item is found by the path that it has in the configuration.
 #include "cli/vrf/vrf_origins.h"
 
+#include "platform/config/owners.h"
 #include "platform/store/configuration/config.h"
 #include "platform/store/tree/kvtree.h"
 
@@ -25,7 +26,7 @@ VrfOrigins::VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nod
 
 std::string VrfOrigins::of(const KvConfigNode& item) const {
   const auto found = owners_.find(item.path);
-  return found == owners_.end() ? std::string() : std::string(kvtree_config_origin(found->second));
+  return found == owners_.end() ? std::string() : std::string(vrf_config::origin(found->second));
 }
 
 std::string VrfOrigins::of_description() const {
@@ -38,7 +39,7 @@ std::string VrfOrigins::of_rd(const std::string& rd) const {
     std::string origin = of(vrf_config::route_distinguisher(vrf_, family, {}));
     if (!origin.empty()) return origin;
   }
-  return std::string(kvtree_config_origin(kConfigOwnerFile));
+  return std::string(vrf_config::origin(kConfigOwnerFile));
 }
 
 std::string VrfOrigins::of_target(std::uint32_t afi, Direction direction, const std::string& target) const {

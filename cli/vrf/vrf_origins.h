@@ -12,7 +12,7 @@
 
 namespace cli {
 
-// Origins are the words of kvtree_config_origin(); empty for an item that is not there.
+// Origins are the words of vrf_config::origin(); empty for an item that is not there.
 class VrfOrigins {
  public:
   // `nodes`: the effective ones of this VRF.

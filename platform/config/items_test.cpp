@@ -6,15 +6,18 @@
 #include <set>
 
 #include "platform/config/grammar.h"
+#include "platform/config/owners.h"
 #include "platform/config/path_keys.h"
 #include "platform/config/paths.h"
 #include "platform/config/test_support.h"
+#include "platform/store/configuration/config_tree.h"
 
 namespace vrf_config {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::UnorderedElementsAreArray;
+using ::testing::SizeIs;
 
 // A word for each place of an item's words.
 std::string example_word(std::string_view name) {
@@ -104,8 +107,40 @@ TEST(Items, AreAllInTheHelp) {
   for (const std::string_view trap : kTrapItems) EXPECT_THAT(help, HasSubstr(std::string(trap)));
 }
 
-TEST(Items, CountInTheScopesInWhichTheStoreCounts) {
-  EXPECT_THAT(counted_scopes(), UnorderedElementsAreArray(kConfigCountedScopes));
+// --- Owners
+
+TEST(Owners, HaveOrigins) {
+  std::vector<std::string> origins;
+  for (const std::string_view owner : kConfigOwners) origins.emplace_back(origin(owner));
+  EXPECT_THAT(origins, ElementsAre("operator", "router file", "configured", "derived", "kernel"));
+  EXPECT_EQ(origin(""), "");
+}
+
+class RegisteredOwners : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    kvtree_reset();
+    ASSERT_EQ(register_configuration(), kStatusOk);
+  }
+};
+
+// Databases of earlier releases have these numbers.
+TEST_F(RegisteredOwners, HaveTheirNumbersInTheHistory) {
+  std::vector<int> numbers;
+  for (const std::string_view owner : kConfigOwners)
+    numbers.push_back(kvtree::owner_number(kvtree::find_owner(owner)));
+  EXPECT_THAT(numbers, ElementsAre(0, 1, 2, 4, 3));
+}
+
+TEST_F(RegisteredOwners, CommandLineMakesTheCommitsOfClients) {
+  EXPECT_EQ(kvtree::client_owner(), kConfigOwnerCli);
+}
+
+TEST_F(RegisteredOwners, RoutingProtocolsAreCounted) {
+  EXPECT_THAT(counted_scopes(), SizeIs(5));
+  for (const std::string_view scope : counted_scopes()) EXPECT_TRUE(kvtree::is_counted(scope)) << scope;
+  EXPECT_FALSE(kvtree::is_counted(kVrfScope));
+  EXPECT_FALSE(kvtree::is_counted(kTrapScope));
 }
 
 }  // namespace

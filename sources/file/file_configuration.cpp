@@ -1,5 +1,6 @@
 #include "sources/file/file_configuration.h"
 
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 
 Status replace_file_configuration(const std::vector<KvConfigNode>& nodes, const std::string& comment,

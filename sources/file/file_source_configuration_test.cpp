@@ -6,6 +6,7 @@
 #include <fstream>
 #include <memory>
 
+#include "platform/config/owners.h"
 #include "platform/config/test_support.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
@@ -25,6 +26,7 @@ class ConfigurationOnDisk : public ::testing::Test {
  protected:
   ConfigurationOnDisk() {
     std::filesystem::create_directories(std::filesystem::path(path_).parent_path());
+    EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
     Keep();
   }
   ~ConfigurationOnDisk() override {

@@ -13,6 +13,7 @@
 #include <memory>
 #include <thread>
 
+#include "platform/config/owners.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
@@ -32,6 +33,7 @@ constexpr char kBlue[] = "vrfs: [{name: blue, id: 20}]\n";
 class RouterOnDisk : public ::testing::Test {
  protected:
   RouterOnDisk() {
+    EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
     std::filesystem::create_directory(folder_ + "/etc");
     path_ = folder_ + "/etc/router.yaml";
     source_ = std::make_unique<FileSource>(&router_, path_);

@@ -11,6 +11,7 @@
 #include <optional>
 #include <utility>
 
+#include "platform/config/owners.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"

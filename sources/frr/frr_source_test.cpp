@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/config/owners.h"
 #include "sources/frr/frr_source_test_support.h"
 
 namespace {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/config/owners.h"
 #include "platform/config/test_support.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
@@ -33,6 +34,7 @@ class FrrSourceTest : public ::testing::Test {
  protected:
   FrrSourceTest() {
     manager = event_manager_create("/dev/mpls/vpn/main", 0);
+    EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
     EXPECT_EQ(kvtree_keep_configuration(directory.path()), kStatusOk);
     AddInterface("blue1", "10.2.0.1/30", "blue");
   }

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/bgp_vpn/rd_test_support.h"
 #include "platform/store/configuration/config.h"

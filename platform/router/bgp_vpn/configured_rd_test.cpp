@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/bgp_vpn/rd_test_support.h"
 

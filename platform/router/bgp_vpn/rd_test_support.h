@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/config/owners.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
@@ -21,6 +22,7 @@ class RdTest : public ::testing::Test {
   RdTest() : manager_(event_manager_create("/dev/test/main", 0), event_manager_destroy) {
     reported().clear();
     kvtree_reset();
+    EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
     bgp_vpn_attach(&router_);
   }
   ~RdTest() override {

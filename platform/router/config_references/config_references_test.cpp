@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
@@ -39,6 +40,7 @@ void note_interface(VmapMemberDatabase*, VmapEvent kind, const VmapIntfItem* ite
 class ConfigReferences : public testing::Test {
  protected:
   ConfigReferences() : manager_(event_manager_create("/dev/mpls/vpn/main", 0)) {
+    EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
     vtab_attach(&router_);
     vmap_attach(&router_);
     reported().clear();

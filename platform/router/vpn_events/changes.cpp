@@ -8,6 +8,7 @@
 #include <tuple>
 #include <utility>
 
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/model/router.h"
 

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
@@ -48,6 +49,7 @@ class VpnEvents : public ::testing::Test {
  protected:
   VpnEvents() {
     kvtree_reset();
+    EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
     manager_ = event_manager_create("/dev/test/main", 0);
     bgp_vpn_attach(&router_);
   }

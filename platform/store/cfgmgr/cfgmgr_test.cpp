@@ -51,7 +51,7 @@ class Cfgmgr : public ConfigTest {
 TEST_F(Cfgmgr, NewestCommitsAreListedOldestFirst) {
   ManualClock clock(1'795'256'829'000'000'000);
   for (const char* text : {"1", "2", "3"}) {
-    Commit("cli", {SetTo("/cfg/a", text)});
+    Commit("user", {SetTo("/cfg/a", text)});
     clock.advance(60 * kNanosecondsPerSecond);
   }
   EXPECT_THAT(ListCommits(2), ElementsAre("2 2026-11-21T10:28:09Z", "3 2026-11-21T10:29:09Z"));
@@ -67,7 +67,7 @@ TEST_F(Cfgmgr, EmptyHistoryIsAnEmptyList) {
 }
 
 TEST_F(Cfgmgr, ChangesOfARangeOfCommitsAreLoadedAndForgotten) {
-  for (const char* text : {"1", "2", "3"}) Commit("cli", {SetTo("/cfg/a", text)});
+  for (const char* text : {"1", "2", "3"}) Commit("user", {SetTo("/cfg/a", text)});
   CreateTarget();
   ASSERT_EQ(Load("2", "3"), kStatusOk);
   EXPECT_THAT(Loaded(), ElementsAre("/cfg/a=2", "/cfg/a=3"));
@@ -78,7 +78,7 @@ TEST_F(Cfgmgr, ChangesOfARangeOfCommitsAreLoadedAndForgotten) {
 }
 
 TEST_F(Cfgmgr, CommitsThatAreNotThereLoadNothing) {
-  for (const char* text : {"1", "2"}) Commit("cli", {SetTo("/cfg/a", text)});
+  for (const char* text : {"1", "2"}) Commit("user", {SetTo("/cfg/a", text)});
   CreateTarget();
   EXPECT_EQ(Load("3", "3"), kStatusNoSuchRow);
   EXPECT_EQ(Load("1", "3"), kStatusNoSuchRow);
@@ -88,7 +88,7 @@ TEST_F(Cfgmgr, CommitsThatAreNotThereLoadNothing) {
 }
 
 TEST_F(Cfgmgr, RangeThatCannotBeReadToItsEndLoadsNothing) {
-  for (const char* text : {"1", "2"}) Commit("cli", {SetTo("/cfg/a", text)});
+  for (const char* text : {"1", "2"}) Commit("user", {SetTo("/cfg/a", text)});
   CreateTarget();
   fault_arm("kvtree_config_changes", kStatusIo, 2);
   EXPECT_EQ(Load("1", "2"), kStatusIo);
@@ -96,7 +96,7 @@ TEST_F(Cfgmgr, RangeThatCannotBeReadToItsEndLoadsNothing) {
 }
 
 TEST_F(Cfgmgr, ItemIsFoundWithEverythingBelowIt) {
-  Commit("cli", {SetTo("/cfg/gl/vmap/vrf/red/descr", "d"), SetTo("/cfg/gl/vmap/vrf/blue", "b")});
+  Commit("user", {SetTo("/cfg/gl/vmap/vrf/red/descr", "d"), SetTo("/cfg/gl/vmap/vrf/blue", "b")});
   CreateTarget();
   ASSERT_EQ(Load("1", "1"), kStatusOk);
   EXPECT_EQ(Find("gl/vmap/vrf/red"), "d");
@@ -109,7 +109,7 @@ TEST_F(Cfgmgr, ItemIsFoundWithEverythingBelowIt) {
 }
 
 TEST_F(Cfgmgr, ItemsComponentsArePlainTexts) {
-  Commit("cli", {SetTo("/cfg/vrf/" + kvtree_encode_text("a b%") + "/descr", "d")});
+  Commit("user", {SetTo("/cfg/vrf/" + kvtree_encode_text("a b%") + "/descr", "d")});
   CreateTarget();
   ASSERT_EQ(Load("1", "1"), kStatusOk);
   EXPECT_EQ(Find("vrf/a b%"), "d");
@@ -117,8 +117,8 @@ TEST_F(Cfgmgr, ItemsComponentsArePlainTexts) {
 }
 
 TEST_F(Cfgmgr, FoundDeletionHasNoValueAndLongTextsAreCut) {
-  Commit("cli", {SetTo("/cfg/a", "long"), SetTo("/cfg/b", "x")});
-  Commit("cli", {Withdraw("/cfg/b")});
+  Commit("user", {SetTo("/cfg/a", "long"), SetTo("/cfg/b", "x")});
+  Commit("user", {Withdraw("/cfg/b")});
   CreateTarget();
   ASSERT_EQ(Load("2", "2"), kStatusOk);
   EXPECT_EQ(Find("b"), ".");
@@ -148,7 +148,7 @@ TEST_F(Cfgmgr, WrongArgumentsAreRefused) {
 }
 
 TEST_F(Cfgmgr, EveryOperationCanFail) {
-  Commit("cli", {SetTo("/cfg/a", "1")});
+  Commit("user", {SetTo("/cfg/a", "1")});
   std::uint32_t count = 1;
   CfgmgrCommit* commits = nullptr;
   for (const char* point :

@@ -141,7 +141,7 @@ class Client {
   // continue after the last until an answer is empty. kStatusInvalid for an unknown owner.
   NodesResult nodes(std::string_view path, std::uint32_t max_nodes, std::string_view after = {},
                     std::string_view owner = {});
-  // Makes the changes as one commit of the owner "cli": all or none (kvtree_config_commit). At most
+  // Makes the changes as one commit of the clients' owner: all or none (kvtree_config_commit). At most
   // kMaxStagedChanges (kStatusMessageTooLarge). kStatusAccess; the other statuses are those of the commit.
   CommitResult commit(const std::vector<KvConfigChange>& changes, std::string_view comment);
   // The commits, newest first, from the one before the commit `before` on; an answer may have fewer than
@@ -150,9 +150,9 @@ class Client {
   // The changes of one commit from number `first` (from 0) on, likewise. kStatusNoSuchRow for a commit that
   // is not in the history (any more).
   CommitChangesResult commit_changes(std::string_view id, std::uint32_t maximum, std::uint32_t first = 0);
-  // Sets or deletes a node of the configuration, below /cfg/: a commit of the owner "cli" with one change.
-  // kStatusAccess, kStatusUnknownPath elsewhere, kStatusNoSuchRow for the deletion of a node that "cli" does
-  // not set, kStatusIo if it cannot be stored.
+  // Sets or deletes a node of the configuration, below /cfg/: a commit of the clients' owner with one change.
+  // kStatusAccess, kStatusUnknownPath elsewhere, kStatusNoSuchRow for the deletion of a node that the owner
+  // does not set, kStatusIo if it cannot be stored.
   [[nodiscard]] Status set_text(std::string_view path, std::string_view text);
   [[nodiscard]] Status set_number(std::string_view path, std::int64_t number);
   [[nodiscard]] Status remove(std::string_view path);

@@ -34,7 +34,7 @@ class ClientCommit : public ServedStore {
 };
 
 TEST_F(ClientCommit, ChangesAreOneCommitOfTheCommandLine) {
-  OwnerCommits("file", {SetTo("/cfg/f", "file")});
+  OwnerCommits("script", {SetTo("/cfg/f", "script")});
   StartAndConnect();
   const kvtree::CommitResult result = client.commit({{"/cfg/t", TupleValue({1, -2})},
                                                      {"/cfg/n", NumberValue(5)},
@@ -44,27 +44,27 @@ TEST_F(ClientCommit, ChangesAreOneCommitOfTheCommandLine) {
   EXPECT_EQ(result.status, kStatusOk);
   EXPECT_EQ(result.id, "2");
   EXPECT_EQ(result.error, "");
-  EXPECT_THAT(Nodes(), ElementsAre("/cfg/e=. (cli)", "/cfg/f=file (file)", "/cfg/n=#5 (cli)",
-                                   "/cfg/t=(1 -2) (cli)", "/cfg/x= (cli)"));
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/e=. (user)", "/cfg/f=script (script)", "/cfg/n=#5 (user)",
+                                   "/cfg/t=(1 -2) (user)", "/cfg/x= (user)"));
   EXPECT_EQ(client.commit({Withdraw("/cfg/t")}, "").status, kStatusOk);
   EXPECT_THAT(Nodes("/cfg/t"), IsEmpty());
 }
 
 // The effective value does not change while its owner changes, in both directions.
 TEST_F(ClientCommit, OwnerOfTheSameValueIsTheEffectiveOne) {
-  OwnerCommits("file", {SetTo("/cfg/a", "x")});
+  OwnerCommits("script", {SetTo("/cfg/a", "x")});
   StartAndConnect();
   EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
-  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (cli)"));
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (user)"));
   EXPECT_EQ(client.commit({Withdraw("/cfg/a")}, "").status, kStatusOk);
-  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (file)"));
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (script)"));
 }
 
 TEST_F(ClientCommit, ErrorIsReportedAndNothingChanges) {
   StartAndConnect();
   const kvtree::CommitResult result = client.commit({SetTo("/cfg/a", "x"), Withdraw("/cfg/b")}, "");
   EXPECT_EQ(result.status, kStatusNoSuchRow);
-  EXPECT_EQ(result.error, "/cfg/b: cli does not set it");
+  EXPECT_EQ(result.error, "/cfg/b: user does not set it");
   EXPECT_EQ(result.id, "");
   EXPECT_THAT(Nodes(), IsEmpty());
   EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
@@ -95,7 +95,7 @@ TEST_F(ClientCommit, TooManyChangesAreRefusedOnBothSides) {
   EXPECT_EQ(client.commit(large, "").status, kStatusMessageTooLarge);
   EXPECT_THAT(Nodes(), IsEmpty());
   EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
-  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (cli)"));
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (user)"));
 }
 
 TEST_F(ClientCommit, ValueThatNoConfigurationHasIsRefusedByTheClient) {
@@ -137,12 +137,12 @@ TEST_F(ClientCommit, StagedChangesEndWithTheConnectionAndWithTheNextFirstMessage
   stage(kvtree::kFlagFirst, "/cfg/a");
   stage(0, "/cfg/b");
   EXPECT_EQ(client.commit({SetTo("/cfg/own", "x")}, "").status, kStatusOk);
-  EXPECT_THAT(Nodes(), ElementsAre("/cfg/own=x (cli)"));
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/own=x (user)"));
   raw.begin(kvtree::kCommit, 2).text("");
   ASSERT_EQ(raw.send(), kStatusOk);
   wire::Message answer;
   ASSERT_EQ(raw.receive(&answer), kStatusOk);
-  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1 (cli)", "/cfg/b=#1 (cli)", "/cfg/own=x (cli)"));
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1 (user)", "/cfg/b=#1 (user)", "/cfg/own=x (user)"));
 }
 
 // A request without a connection has no peer who could have the right.
@@ -211,18 +211,18 @@ TEST_F(ClientCommit, MalformedMessagesAreReported) {
 }
 
 TEST_F(ClientCommit, NodesOfAnOwnerAreListed) {
-  OwnerCommits("file", {SetTo("/cfg/a", "file"), SetTo("/cfg/b", "file"), SetTo("/cfg/c", "file")});
+  OwnerCommits("script", {SetTo("/cfg/a", "script"), SetTo("/cfg/b", "script"), SetTo("/cfg/c", "script")});
   ASSERT_EQ(SetText("/cfg/own", "process"), kStatusOk);
   StartAndConnect();
-  ASSERT_EQ(client.set_text("/cfg/b", "cli"), kStatusOk);
-  EXPECT_THAT(Nodes("/cfg/"), ElementsAre("/cfg/a=file (file)", "/cfg/b=cli (cli)", "/cfg/c=file (file)",
-                                          "/cfg/own=process ()"));
-  EXPECT_THAT(Nodes("/cfg/", "file"),
-              ElementsAre("/cfg/a=file (file)", "/cfg/b=file (file)", "/cfg/c=file (file)"));
-  EXPECT_THAT(Nodes("/cfg/b", "cli"), ElementsAre("/cfg/b=cli (cli)"));
-  EXPECT_THAT(Nodes("/", "frr"), IsEmpty());
+  ASSERT_EQ(client.set_text("/cfg/b", "user"), kStatusOk);
+  EXPECT_THAT(Nodes("/cfg/"), ElementsAre("/cfg/a=script (script)", "/cfg/b=user (user)",
+                                          "/cfg/c=script (script)", "/cfg/own=process ()"));
+  EXPECT_THAT(Nodes("/cfg/", "script"),
+              ElementsAre("/cfg/a=script (script)", "/cfg/b=script (script)", "/cfg/c=script (script)"));
+  EXPECT_THAT(Nodes("/cfg/b", "user"), ElementsAre("/cfg/b=user (user)"));
+  EXPECT_THAT(Nodes("/", "peer"), IsEmpty());
   EXPECT_EQ(client.nodes("/", 1, {}, "unknown").status, kStatusInvalid);
-  const kvtree::NodesResult rest = client.nodes("/cfg/", 1, "/cfg/a", "file");
+  const kvtree::NodesResult rest = client.nodes("/cfg/", 1, "/cfg/a", "script");
   ASSERT_THAT(rest.nodes, SizeIs(1));
   EXPECT_EQ(rest.nodes[0].path, "/cfg/b");
 }
@@ -237,7 +237,7 @@ TEST_F(ClientCommit, HistoryAndChangesAreReadInParts) {
   ASSERT_THAT(history.commits, SizeIs(1));
   EXPECT_EQ(history.commits[0].id, "2");
   EXPECT_EQ(history.commits[0].time, 7'000'000'000U);
-  EXPECT_EQ(history.commits[0].owner, "cli");
+  EXPECT_EQ(history.commits[0].owner, "user");
   EXPECT_EQ(history.commits[0].comment, "two");
   EXPECT_EQ(history.commits[0].changes, 2U);
   history = client.history(5, "2");
@@ -247,7 +247,7 @@ TEST_F(ClientCommit, HistoryAndChangesAreReadInParts) {
   ASSERT_THAT(changes.changes, SizeIs(2));
   EXPECT_EQ(changes.changes[0].path, "/cfg/c");
   EXPECT_EQ(changes.changes[0].after, std::nullopt);
-  EXPECT_EQ(changes.changes[1].owner_before, "cli");
+  EXPECT_EQ(changes.changes[1].owner_before, "user");
   EXPECT_EQ(Describe(changes.changes[1].before) + Describe(changes.changes[1].after), "12");
   changes = client.commit_changes("1", 1, 1);
   ASSERT_THAT(changes.changes, SizeIs(1));
@@ -260,7 +260,7 @@ TEST_F(ClientCommit, HistoryAndChangesAreReadInParts) {
 TEST_F(ClientCommit, RequestsAreServedBetweenTheNotificationsOfALargeCommit) {
   Subscribe("/cfg/", kKvEventSet);
   client.close();
-  ASSERT_EQ(kvtree_config_commit("file", Many(20000), ""), kStatusOk);
+  ASSERT_EQ(kvtree_config_commit("script", Many(20000), ""), kStatusOk);
   EXPECT_THAT(TakeReceived(), IsEmpty());
   wire::ClientSocket raw;
   // The event loop is stepped here: accepting, then one request per step.

@@ -1,7 +1,5 @@
 #include "platform/store/configuration/commit_codec.h"
 
-#include <algorithm>
-#include <array>
 #include <utility>
 
 #include "platform/store/configuration/value_codec.h"
@@ -18,20 +16,6 @@ constexpr std::uint8_t kNotEffective = 0;
 constexpr std::uint8_t kOwnEffective = 1;
 constexpr std::uint8_t kOtherEffective = 2;
 
-// By owner: its number in the file. The number of an owner never changes, whatever owners precede it in
-// precedence; a new owner takes the next free number.
-constexpr std::array<std::uint8_t, kConfigOwners.size()> kOwnerNumbers = {0, 1, 2, 4, 3};
-constexpr std::uint8_t kNoOwnerNumber = 0xff;
-
-std::uint8_t number_of(std::size_t owner) {
-  return owner == kNoOwner ? kNoOwnerNumber : kOwnerNumbers[owner];
-}
-
-// kNoOwner for kNoOwnerNumber and for a number of no owner.
-std::size_t owner_of(std::uint8_t number) {
-  return static_cast<std::size_t>(std::ranges::find(kOwnerNumbers, number) - kOwnerNumbers.begin());
-}
-
 // A plan has only values that a configuration may have, so nothing can be refused here.
 void write_shared(Writer* writer, const SharedValue& value) {
   if (value == nullptr) {
@@ -42,7 +26,7 @@ void write_shared(Writer* writer, const SharedValue& value) {
 }
 
 void write_owned(Writer* writer, std::size_t owner, const SharedValue& value) {
-  writer->u8(number_of(owner));
+  writer->u8(owner_number(owner));
   write_shared(writer, value);
 }
 
@@ -56,7 +40,7 @@ bool read_shared(Reader* reader, SharedValue* shared) {
 // An owner is encoded with every value, and only with one.
 bool read_owned(Reader* reader, std::size_t* owner, SharedValue* shared) {
   const std::uint8_t number = reader->u8();
-  *owner = owner_of(number);
+  *owner = find_owner_number(number);
   if (!read_shared(reader, shared) || (*owner == kNoOwner && number != kNoOwnerNumber)) return false;
   return (number == kNoOwnerNumber) == (*shared == nullptr);
 }

@@ -3,7 +3,7 @@
 // A change is its path, then what its owner holds from then on (a value or none), then a u8: 0 when the
 // effective value did not change; 1 when the owner's value became effective, and the previous owner with its
 // value follows; 2 when the next owner with its value follows, too. Owners are u8 numbers that never change
-// (kOwnerNumbers), or 0xff for none. Reading copes with octets from a damaged file.
+// (config.h), or 0xff for none. Reading copes with octets from a damaged file.
 #pragma once
 
 #include <functional>

@@ -58,11 +58,6 @@ Status open_database(NodeStore** node_store) {
   return kStatusOk;
 }
 
-bool is_counted(std::string_view path) {
-  return std::any_of(kConfigCountedScopes.begin(), kConfigCountedScopes.end(),
-                     [path](std::string_view scope) { return path.starts_with(scope); });
-}
-
 // Deletions first: where one item replaces another, the place of the new item is free when it is added.
 void apply_to_nodes(const CommitPlan& plan) {
   for (const PlannedChange& change : plan.changes) {

@@ -1,9 +1,9 @@
 // The configuration tree: the nodes below /cfg/ with their owners, changed by whole commits.
 //
-// Several owners (the command line, a router file, a routing suite) may set a node. The value of the owner
-// with the highest precedence is effective: kConfigOwners, first wins. When an owner withdraws its value, the
-// next one's becomes effective. Subscribers and kvtree's readers see effective values only; a commit that
-// changes none of them notifies no subscriber.
+// Several owners may set a node. The value of the owner
+// with the highest precedence is effective: the owners are registered in this order. When an owner withdraws
+// its value, the next one's becomes effective. Subscribers and kvtree's readers see effective values only; a
+// commit that changes none of them notifies no subscriber.
 //
 // A commit is all or nothing: it is checked as a whole, written to the state directory in one transaction,
 // then applied to the tree, and delivered to the subscribers on their event manager's loop in bounded batches
@@ -17,12 +17,12 @@
 // of its own name.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,24 +31,24 @@
 #include "platform/core/evm/evm.h"
 #include "platform/store/tree/kvtree.h"
 
-// Owners, highest precedence first.
-inline constexpr std::string_view kConfigOwnerCli = "cli";    // operators: the command line
-inline constexpr std::string_view kConfigOwnerFile = "file";  // the router file
-inline constexpr std::string_view kConfigOwnerFrr = "frr";    // what is configured in the routing suite
-inline constexpr std::string_view kConfigOwnerFrrDerived = "frr-derived";  // what the suite derives itself
-inline constexpr std::string_view kConfigOwnerKernel = "kernel";           // what the kernel reports
-inline constexpr std::array<std::string_view, 5> kConfigOwners = {
-    kConfigOwnerCli, kConfigOwnerFile, kConfigOwnerFrr, kConfigOwnerFrrDerived, kConfigOwnerKernel};
+// An owner. Its number identifies it in the stored history: it is never changed or reused.
+struct KvConfigOwner {
+  std::string_view name;
+  std::uint8_t number;
+  bool operator==(const KvConfigOwner&) const = default;
+};
+inline constexpr std::size_t kMaxConfigOwners = 6;
 
-// The origin of a value for users, by its owner. Empty for an unknown owner.
-std::string_view kvtree_config_origin(std::string_view owner);
+// Registers all owners, highest precedence first; commits of clients belong to the first one. The names must
+// outlive the process's use of the store. kStatusInvalid for too many owners, or for two with one name or
+// number; kStatusExists for other owners than before while nodes have values. kvtree_reset keeps them.
+[[nodiscard]] Status kvtree_config_register_owners(std::span<const KvConfigOwner> owners);
 
-// Parts of the configuration of routing protocols whose subscribers count items: the value of a node has no
-// meaning there, and a second set without a deletion would count an item twice. A commit that changes the
-// value of an existing node changes it for readers and in the history, but notifies no subscriber.
-inline constexpr std::array<std::string_view, 5> kConfigCountedScopes = {
-    "/cfg/gl/ip-bgp/", "/cfg/gl/rip/ord_B/", "/cfg/gl/ipv4-ospf/proc/", "/cfg/gl/eigrp/proc/",
-    "/cfg/gl/static/router/ord_v/"};
+// Registers all counted scopes: parts of the configuration whose subscribers count items. The value of a node
+// has no meaning there, and a second set without a deletion would count an item twice. A commit that changes
+// the value of an existing node changes it for readers and in the history, but notifies no subscriber.
+// kvtree_reset keeps them.
+void kvtree_config_register_counted_scopes(std::span<const std::string_view> scopes);
 
 struct KvConfigNode {
   std::string path;  // whole: "/cfg/..."

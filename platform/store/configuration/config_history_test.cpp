@@ -20,10 +20,10 @@ class ConfigHistory : public ConfigTest {
 
 TEST_F(ConfigHistory, CommitsAreListedNewestFirstWithTheirTime) {
   ManualClock clock(5'000'000'000);
-  Make("cli", {SetTo("/cfg/a", "1")}, "first");
+  Make("user", {SetTo("/cfg/a", "1")}, "first");
   clock.advance(1'000'000'001);
-  Make("file", {SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")}, "second");
-  EXPECT_THAT(History(), ElementsAre("2 file 2 second", "1 cli 1 first"));
+  Make("script", {SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")}, "second");
+  EXPECT_THAT(History(), ElementsAre("2 script 2 second", "1 user 1 first"));
   EXPECT_EQ(id, "2");
   std::vector<KvConfigCommit> commits;
   ASSERT_EQ(kvtree_config_history(1, "", &commits), kStatusOk);
@@ -32,24 +32,24 @@ TEST_F(ConfigHistory, CommitsAreListedNewestFirstWithTheirTime) {
 }
 
 TEST_F(ConfigHistory, ListContinuesAfterACommit) {
-  for (const char* text : {"1", "2", "3"}) Make("cli", {SetTo("/cfg/a", text)}, text);
-  EXPECT_THAT(History(2), ElementsAre("3 cli 1 3", "2 cli 1 2"));
-  EXPECT_THAT(History(2, "2"), ElementsAre("1 cli 1 1"));
+  for (const char* text : {"1", "2", "3"}) Make("user", {SetTo("/cfg/a", text)}, text);
+  EXPECT_THAT(History(2), ElementsAre("3 user 1 3", "2 user 1 2"));
+  EXPECT_THAT(History(2, "2"), ElementsAre("1 user 1 1"));
   EXPECT_THAT(History(2, "1"), IsEmpty());
 }
 
 TEST_F(ConfigHistory, ChangesHaveTheEffectiveValuesAndOwnersBeforeAndAfter) {
-  Make("file", {SetTo("/cfg/a", "file"), SetTo("/cfg/b", "file")}, "");
-  Make("cli", {SetTo("/cfg/new", "cli"), {"/cfg/a", TupleValue({1, 2})}, SetTo("/cfg/b", "file")}, "");
+  Make("script", {SetTo("/cfg/a", "script"), SetTo("/cfg/b", "script")}, "");
+  Make("user", {SetTo("/cfg/new", "user"), {"/cfg/a", TupleValue({1, 2})}, SetTo("/cfg/b", "script")}, "");
   EXPECT_THAT(Changes(id),
-              ElementsAre("/cfg/new: none () -> cli (cli)", "/cfg/a: file (file) -> (1 2) (cli)"));
-  Make("cli", {Withdraw("/cfg/a"), Withdraw("/cfg/b"), Withdraw("/cfg/new")}, "");
+              ElementsAre("/cfg/new: none () -> user (user)", "/cfg/a: script (script) -> (1 2) (user)"));
+  Make("user", {Withdraw("/cfg/a"), Withdraw("/cfg/b"), Withdraw("/cfg/new")}, "");
   EXPECT_THAT(Changes(id),
-              ElementsAre("/cfg/new: cli (cli) -> none ()", "/cfg/a: (1 2) (cli) -> file (file)"));
+              ElementsAre("/cfg/new: user (user) -> none ()", "/cfg/a: (1 2) (user) -> script (script)"));
 }
 
 TEST_F(ConfigHistory, InvalidCommitIdHasNoSuchRow) {
-  Make("cli", {SetTo("/cfg/a", "1")}, "");
+  Make("user", {SetTo("/cfg/a", "1")}, "");
   std::vector<KvConfigCommit> commits;
   std::vector<KvConfigCommitChange> changes;
   for (const char* wrong : {"0", "2", "-1", "01", "1 ", "x", "99999999999999999999", "-2"}) {
@@ -60,14 +60,14 @@ TEST_F(ConfigHistory, InvalidCommitIdHasNoSuchRow) {
 }
 
 TEST_F(ConfigHistory, LongCommentIsCut) {
-  Make("cli", {SetTo("/cfg/a", "1")}, std::string(kMaxCommitComment + 1, 'c'));
-  EXPECT_THAT(History(), ElementsAre("1 cli 1 " + std::string(kMaxCommitComment, 'c')));
+  Make("user", {SetTo("/cfg/a", "1")}, std::string(kMaxCommitComment + 1, 'c'));
+  EXPECT_THAT(History(), ElementsAre("1 user 1 " + std::string(kMaxCommitComment, 'c')));
 }
 
 TEST_F(ConfigHistory, OldestCommitsMakeRoom) {
-  for (std::size_t i = 0; i < kMaxCommits + 2; ++i) Make("cli", {SetTo("/cfg/a", std::to_string(i))}, "");
+  for (std::size_t i = 0; i < kMaxCommits + 2; ++i) Make("user", {SetTo("/cfg/a", std::to_string(i))}, "");
   EXPECT_THAT(History(5000), SizeIs(kMaxCommits));
-  EXPECT_THAT(History(5000).back(), HasSubstr("3 cli"));
+  EXPECT_THAT(History(5000).back(), HasSubstr("3 user"));
   std::vector<KvConfigCommitChange> changes;
   EXPECT_EQ(kvtree_config_changes("2", &changes), kStatusNoSuchRow);
 }
@@ -78,52 +78,52 @@ TEST_F(ConfigHistory, LargeCommitsMakeRoomByTheirSize) {
   for (; made < 5; ++made) {
     std::vector<KvConfigChange> changes = Many(250, text);
     for (KvConfigChange& change : changes) change.value->text[0] = static_cast<char>('a' + made);
-    Make("cli", changes, "");
+    Make("user", changes, "");
   }
   const std::size_t listed = History().size();
   EXPECT_EQ(listed, 4U);  // of 16 MB each; the first had 8
-  EXPECT_THAT(History().front(), HasSubstr(std::to_string(made) + " cli 250"));
+  EXPECT_THAT(History().front(), HasSubstr(std::to_string(made) + " user 250"));
 }
 
 // --- Over the end of a process
 
 TEST_F(ConfigHistory, EveryOwnersNodesAndTheHistoryOutliveTheProcess) {
   ASSERT_EQ(Keep(), kStatusOk);
-  Make("file", {SetTo("/cfg/a", "file"), {"/cfg/n", KvValue{}}, {"/cfg/t", TupleValue({7, -7})}}, "f");
-  Make("cli", {{"/cfg/a", NumberValue(-3)}}, "c");
+  Make("script", {SetTo("/cfg/a", "script"), {"/cfg/n", KvValue{}}, {"/cfg/t", TupleValue({7, -7})}}, "f");
+  Make("user", {{"/cfg/a", NumberValue(-3)}}, "c");
   Restart();
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=#-3", "/cfg/n=.", "/cfg/t=(7 -7)"));
-  EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file", "/cfg/n=.", "/cfg/t=(7 -7)"));
-  EXPECT_THAT(History(), ElementsAre("2 cli 1 c", "1 file 3 f"));
-  EXPECT_THAT(Changes("2"), ElementsAre("/cfg/a: file (file) -> #-3 (cli)"));
-  Make("cli", {Withdraw("/cfg/a")}, "");
+  EXPECT_THAT(Owned("script"), ElementsAre("/cfg/a=script", "/cfg/n=.", "/cfg/t=(7 -7)"));
+  EXPECT_THAT(History(), ElementsAre("2 user 1 c", "1 script 3 f"));
+  EXPECT_THAT(Changes("2"), ElementsAre("/cfg/a: script (script) -> #-3 (user)"));
+  Make("user", {Withdraw("/cfg/a")}, "");
   EXPECT_EQ(id, "3");
   Restart();
-  EXPECT_THAT(Effective("/cfg/a"), ElementsAre("/cfg/a=file"));
+  EXPECT_THAT(Effective("/cfg/a"), ElementsAre("/cfg/a=script"));
 }
 
 TEST_F(ConfigHistory, ValuesThatWereNeverEffectiveOutliveTheProcessToo) {
   ASSERT_EQ(Keep(), kStatusOk);
-  Make("cli", {SetTo("/cfg/a", "x")}, "");
-  Make("file", {SetTo("/cfg/a", "y")}, "");
+  Make("user", {SetTo("/cfg/a", "x")}, "");
+  Make("script", {SetTo("/cfg/a", "y")}, "");
   EXPECT_EQ(id, "");
   Restart();
-  EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=y"));
-  EXPECT_THAT(History(), ElementsAre("1 cli 1 "));
+  EXPECT_THAT(Owned("script"), ElementsAre("/cfg/a=y"));
+  EXPECT_THAT(History(), ElementsAre("1 user 1 "));
 }
 
 TEST_F(ConfigHistory, CommitThatCannotBeWrittenChangesNothing) {
   ASSERT_EQ(Keep(), kStatusOk);
-  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  Make("user", {SetTo("/cfg/a", "x")}, "");
   for (const char* point : {"configuration_write", "configuration_commit"}) {
     const ScopedFault fault(point, kStatusIo);
-    EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "y"), SetTo("/cfg/b", "y")}, "", &id, &error),
+    EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "y"), SetTo("/cfg/b", "y")}, "", &id, &error),
               kStatusIo);
     EXPECT_THAT(error, HasSubstr("it could not be stored"));
     EXPECT_EQ(id, "");
     EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x"));
   }
-  Make("cli", {SetTo("/cfg/c", "z")}, "");  // the transaction was ended
+  Make("user", {SetTo("/cfg/c", "z")}, "");  // the transaction was ended
   Restart();
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x", "/cfg/c=z"));
   EXPECT_THAT(History(), SizeIs(2));
@@ -132,26 +132,26 @@ TEST_F(ConfigHistory, CommitThatCannotBeWrittenChangesNothing) {
 // Whichever of the commit's statements it is.
 TEST_F(ConfigHistory, ReasonOfTheDatabaseIsReported) {
   ASSERT_EQ(Keep(), kStatusOk);
-  Make("cli", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");
+  Make("user", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");
   for (const char* place : {"INSERT ON log", "INSERT ON content", "INSERT ON node", "DELETE ON node"}) {
     Execute(std::string("CREATE TRIGGER refusing BEFORE ") + place +
             " BEGIN SELECT RAISE(ABORT, 'no room left'); END");
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(Refused("cli", {SetTo("/cfg/a", "y"), Withdraw("/cfg/b")}, kStatusIo),
+    EXPECT_EQ(Refused("user", {SetTo("/cfg/a", "y"), Withdraw("/cfg/b")}, kStatusIo),
               "it could not be stored: no room left")
         << place;
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 HasSubstr("a commit cannot be written: no room left"));
     Execute("DROP TRIGGER refusing");
   }
-  Make("cli", {SetTo("/cfg/a", "y")}, "");
+  Make("user", {SetTo("/cfg/a", "y")}, "");
 }
 
 TEST_F(ConfigHistory, CommitIsEffectiveAfterAPowerCutThatFollowsItsWrite) {
   ASSERT_EQ(Keep(), kStatusOk);
-  Make("file", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");
+  Make("script", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");
   fault_arm("configuration_apply", kStatusIo);
-  EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "y"), SetTo("/cfg/c", "y")}, "", &id), kStatusIo);
+  EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "y"), SetTo("/cfg/c", "y")}, "", &id), kStatusIo);
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x", "/cfg/b=x"));
   Restart();
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=y", "/cfg/b=x", "/cfg/c=y"));
@@ -160,16 +160,16 @@ TEST_F(ConfigHistory, CommitIsEffectiveAfterAPowerCutThatFollowsItsWrite) {
 
 TEST_F(ConfigHistory, DatabaseInMemoryThatCannotBeOpenedIsAFailure) {
   fault_arm("configuration_open", kStatusNoMemory, 1, 0);
-  EXPECT_EQ(kvtree_config_commit("cli", {SetTo("/cfg/a", "x")}, "", &id, &error), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "x")}, "", &id, &error), kStatusNoMemory);
   EXPECT_THAT(Effective(), IsEmpty());
 }
 
 TEST_F(ConfigHistory, ConfigurationIsStoredFromTheFirstCommitOrNotAtAll) {
-  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  Make("user", {SetTo("/cfg/a", "x")}, "");
   EXPECT_EQ(Keep(), kStatusExists);
 }
 
-TEST_F(ConfigHistory, FormerVersionsNodesBelongToTheCommandLine) {
+TEST_F(ConfigHistory, FormerVersionsNodesBelongToTheClientsOwner) {
   Execute(
       "CREATE TABLE node(path TEXT PRIMARY KEY NOT NULL, value NOT NULL) WITHOUT ROWID;"
       "INSERT INTO node VALUES ('/cfg/n', -5), ('/cfg/t', 'text');"
@@ -177,17 +177,18 @@ TEST_F(ConfigHistory, FormerVersionsNodesBelongToTheCommandLine) {
   fault_arm("configuration_migrate", kStatusIo);
   EXPECT_EQ(Keep(), kStatusIo);
   ASSERT_EQ(Keep(), kStatusOk);
-  EXPECT_THAT(Owned("cli"), ElementsAre("/cfg/n=#-5", "/cfg/t=text"));
-  Make("cli", {Withdraw("/cfg/n")}, "");
+  EXPECT_THAT(Owned("user"), ElementsAre("/cfg/n=#-5", "/cfg/t=text"));
+  Make("user", {Withdraw("/cfg/n")}, "");
   Restart();
-  EXPECT_THAT(Owned("cli"), ElementsAre("/cfg/t=text"));
+  EXPECT_THAT(Owned("user"), ElementsAre("/cfg/t=text"));
 }
 
 TEST_F(ConfigHistory, RowOfAnUnknownOwnerIsLeftOutAndLogged) {
   ASSERT_EQ(Keep(), kStatusOk);
   kvtree_reset();
   Execute(
-      "INSERT INTO node VALUES ('/cfg/a', 'stranger', 1, 0), ('/oper/a', 'cli', 1, 0), ('/cfg/b', 'cli', 1, "
+      "INSERT INTO node VALUES ('/cfg/a', 'stranger', 1, 0), ('/oper/a', 'user', 1, 0), ('/cfg/b', 'user', "
+      "1, "
       "0)");
   ::testing::internal::CaptureStderr();
   ASSERT_EQ(Keep(), kStatusOk);
@@ -197,7 +198,7 @@ TEST_F(ConfigHistory, RowOfAnUnknownOwnerIsLeftOutAndLogged) {
 
 TEST_F(ConfigHistory, DamagedContentsAreAFailureOfReading) {
   ASSERT_EQ(Keep(), kStatusOk);
-  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  Make("user", {SetTo("/cfg/a", "x")}, "");
   Execute("UPDATE content SET octets = x'05000000'");
   std::vector<KvConfigCommitChange> changes;
   ::testing::internal::CaptureStderr();
@@ -216,24 +217,24 @@ TEST_F(ConfigHistory, DamagedContentsAreAFailureOfReading) {
 // The octets are those of a process that knew four owners: the numbers in a file never change their meaning.
 TEST_F(ConfigHistory, CommitsOfAnEarlierProcessKeepTheirOwners) {
   ASSERT_EQ(Keep(), kStatusOk);
-  Make("kernel", {SetTo("/cfg/a", "k")}, "");
-  Make("file", {SetTo("/cfg/a", "f")}, "");
+  Make("system", {SetTo("/cfg/a", "k")}, "");
+  Make("script", {SetTo("/cfg/a", "f")}, "");
   Execute("UPDATE content SET octets = x'060000002f6366672f61010100000066010301010000006b' WHERE id = 2");
-  EXPECT_THAT(Changes("2"), ElementsAre("/cfg/a: k (kernel) -> f (file)"));
+  EXPECT_THAT(Changes("2"), ElementsAre("/cfg/a: k (system) -> f (script)"));
 }
 
 TEST_F(ConfigHistory, NodesOfASecondVersionAreUnchanged) {
   ASSERT_EQ(Keep(), kStatusOk);
-  Make("file", {SetTo("/cfg/a", "file")}, "f");
-  Make("cli", {SetTo("/cfg/a", "cli")}, "c");
+  Make("script", {SetTo("/cfg/a", "script")}, "f");
+  Make("user", {SetTo("/cfg/a", "user")}, "c");
   kvtree_reset();
   Execute("ALTER TABLE node DROP COLUMN told; PRAGMA user_version = 2;");
   fault_arm("configuration_migrate", kStatusIo);
   EXPECT_EQ(Keep(), kStatusIo);
   ASSERT_EQ(Keep(), kStatusOk);
-  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=cli"));
-  EXPECT_THAT(Owned("file"), ElementsAre("/cfg/a=file"));
-  EXPECT_THAT(History(), ElementsAre("2 cli 1 c", "1 file 1 f"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=user"));
+  EXPECT_THAT(Owned("script"), ElementsAre("/cfg/a=script"));
+  EXPECT_THAT(History(), ElementsAre("2 user 1 c", "1 script 1 f"));
 }
 
 // --- The order of the last notifications
@@ -258,46 +259,46 @@ class ConfigOrder : public ConfigHistory {
 };
 
 TEST_F(ConfigOrder, IsThatOfTheCommitsAndOfTheChangesInThem) {
-  Make("cli", {SetTo("/cfg/d", "1"), SetTo("/cfg/c", "1")}, "");
-  Make("file", {SetTo("/cfg/b", "1"), SetTo("/cfg/a", "1")}, "");
+  Make("user", {SetTo("/cfg/d", "1"), SetTo("/cfg/c", "1")}, "");
+  Make("script", {SetTo("/cfg/b", "1"), SetTo("/cfg/a", "1")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("d 2 1", "c 2 1", "b 2 1", "a 2 1"));
 }
 
 TEST_F(ConfigOrder, NodeThatIsSetAgainIsTheLast) {
-  Make("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")}, "");
-  Make("cli", {SetTo("/cfg/b", "2")}, "");
+  Make("user", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")}, "");
+  Make("user", {SetTo("/cfg/b", "2")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("a 2 1", "c 2 1", "b 2 2"));
 }
 
 TEST_F(ConfigOrder, NodeThatIsCreatedAgainIsTheLast) {
-  Make("cli", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1")}, "");
-  Make("cli", {Withdraw("/cfg/a")}, "");
-  Make("cli", {SetTo("/cfg/a", "1")}, "");
+  Make("user", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1")}, "");
+  Make("user", {Withdraw("/cfg/a")}, "");
+  Make("user", {SetTo("/cfg/a", "1")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("b 2 1", "a 2 1"));
 }
 
 TEST_F(ConfigOrder, ValueThatBecomesEffectiveIsTheLast) {
-  Make("file", {SetTo("/cfg/a", "file"), SetTo("/cfg/b", "file")}, "");
-  Make("cli", {SetTo("/cfg/a", "cli")}, "");
-  Make("cli", {SetTo("/cfg/c", "cli")}, "");
-  Make("cli", {Withdraw("/cfg/a")}, "");
-  EXPECT_THAT(Replayed(), ElementsAre("b 2 file", "c 2 cli", "a 2 file"));
+  Make("script", {SetTo("/cfg/a", "script"), SetTo("/cfg/b", "script")}, "");
+  Make("user", {SetTo("/cfg/a", "user")}, "");
+  Make("user", {SetTo("/cfg/c", "user")}, "");
+  Make("user", {Withdraw("/cfg/a")}, "");
+  EXPECT_THAT(Replayed(), ElementsAre("b 2 script", "c 2 user", "a 2 script"));
 }
 
 TEST_F(ConfigOrder, ChangesWithoutNotificationDoNotChangeTheOrder) {
-  for (const char* path : {"/cfg/c", "/cfg/b", "/cfg/a"}) Make("cli", {SetTo(path, "1")}, "");
-  Make("file", {SetTo("/cfg/b", "1")}, "");
-  Make("frr", {SetTo("/cfg/b", "other")}, "");
+  for (const char* path : {"/cfg/c", "/cfg/b", "/cfg/a"}) Make("user", {SetTo(path, "1")}, "");
+  Make("script", {SetTo("/cfg/b", "1")}, "");
+  Make("peer", {SetTo("/cfg/b", "other")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("c 2 1", "b 2 1", "a 2 1"));
-  Make("cli", {Withdraw("/cfg/b")}, "");
+  Make("user", {Withdraw("/cfg/b")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("c 2 1", "b 2 1", "a 2 1"));
 }
 
 TEST_F(ConfigOrder, IsThatOfALargeCommitToo) {
   std::vector<KvConfigChange> changes = Many(1200, "x");
   std::ranges::reverse(changes);
-  Make("file", changes, "");
-  Make("cli", {SetTo("/cfg/many/000600", "y")}, "");
+  Make("script", changes, "");
+  Make("user", {SetTo("/cfg/many/000600", "y")}, "");
   const std::vector<std::string> replayed = Replayed();
   ASSERT_THAT(replayed, SizeIs(1200));
   EXPECT_EQ(replayed.front(), "001199 2 x");
@@ -341,13 +342,13 @@ class ConfigFolding : public ConfigHistory {
 };
 
 TEST_F(ConfigFolding, SmallCommitHasItsRowsAtOnce) {
-  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  Make("user", {SetTo("/cfg/a", "x")}, "");
   EXPECT_FALSE(Unfolded());
   EXPECT_EQ(Rows("node"), 1);
 }
 
 TEST_F(ConfigFolding, LargeCommitsRowsFollowInTheEventLoop) {
-  Make("file", Many(1200, "x"), "");
+  Make("script", Many(1200, "x"), "");
   EXPECT_TRUE(Unfolded());
   EXPECT_EQ(Rows("node"), 0);
   RunAll();
@@ -357,8 +358,8 @@ TEST_F(ConfigFolding, LargeCommitsRowsFollowInTheEventLoop) {
 }
 
 TEST_F(ConfigFolding, LargeCommitOfAProcessThatEndsIsThereInTheNext) {
-  Make("file", Many(1200, "x"), "");
-  Make("file", {SetTo("/cfg/many/000000", "newer"), Withdraw("/cfg/many/000001")}, "");
+  Make("script", Many(1200, "x"), "");
+  Make("script", {SetTo("/cfg/many/000000", "newer"), Withdraw("/cfg/many/000001")}, "");
   EXPECT_TRUE(Unfolded());
   Restart();
   EXPECT_FALSE(Unfolded());
@@ -368,8 +369,8 @@ TEST_F(ConfigFolding, LargeCommitOfAProcessThatEndsIsThereInTheNext) {
 }
 
 TEST_F(ConfigFolding, ProcessThatEndsWithinFoldingLosesNothing) {
-  Make("file", Many(1200, "x"), "");
-  Make("file", Many(1200, "y"), "");
+  Make("script", Many(1200, "x"), "");
+  Make("script", Many(1200, "y"), "");
   EXPECT_TRUE(kvtree::store().node_store->fold_some(700));
   EXPECT_EQ(Rows("node"), 700);
   Restart();
@@ -379,17 +380,17 @@ TEST_F(ConfigFolding, ProcessThatEndsWithinFoldingLosesNothing) {
 }
 
 TEST_F(ConfigFolding, LaterSmallCommitIsFoldedAfterwards) {
-  Make("file", Many(600, "x"), "");
-  Make("file", {SetTo("/cfg/many/000000", "newer")}, "");
+  Make("script", Many(600, "x"), "");
+  Make("script", {SetTo("/cfg/many/000000", "newer")}, "");
   RunAll();
   Restart();
   EXPECT_THAT(Effective("/cfg/many/000000"), ElementsAre("/cfg/many/000000=newer"));
 }
 
 TEST_F(ConfigFolding, LargeCommitWithoutNotificationLeavesNoRecord) {
-  Make("cli", Many(600, "x"), "");
+  Make("user", Many(600, "x"), "");
   RunAll();
-  Make("file", Many(600, "y"), "");
+  Make("script", Many(600, "y"), "");
   EXPECT_EQ(id, "");
   EXPECT_EQ(Rows("log"), 2);
   RunAll();
@@ -400,20 +401,20 @@ TEST_F(ConfigFolding, LargeCommitWithoutNotificationLeavesNoRecord) {
 }
 
 TEST_F(ConfigFolding, FailedFoldingIsDoneAfterTheNextCommit) {
-  Make("cli", Many(600, "x"), "");
+  Make("user", Many(600, "x"), "");
   fault_arm("configuration_fold", kStatusIo);
   ::testing::internal::CaptureStderr();
   RunAll();
   EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("a commit cannot be folded"));
   EXPECT_TRUE(Unfolded());
-  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  Make("user", {SetTo("/cfg/a", "x")}, "");
   RunAll();
   EXPECT_FALSE(Unfolded());
   EXPECT_EQ(Rows("node"), 601);
 }
 
 TEST_F(ConfigFolding, FoldingThatFailsAtTheStartIsAFailure) {
-  Make("cli", Many(600, "x"), "");
+  Make("user", Many(600, "x"), "");
   kvtree_reset();
   fault_arm("configuration_fold", kStatusIo);
   EXPECT_EQ(Keep(), kStatusIo);
@@ -421,23 +422,23 @@ TEST_F(ConfigFolding, FoldingThatFailsAtTheStartIsAFailure) {
 }
 
 TEST_F(ConfigFolding, UnfoldedCommitThatCannotBeReadIsAFailureOfTheStart) {
-  Make("cli", Many(600, "x"), "");
+  Make("user", Many(600, "x"), "");
   kvtree_reset();
   Execute("UPDATE log SET owner = 'stranger'");
   EXPECT_EQ(Keep(), kStatusIo);
-  Execute("UPDATE log SET owner = 'cli'; UPDATE content SET octets = x'01'");
+  Execute("UPDATE log SET owner = 'user'; UPDATE content SET octets = x'01'");
   EXPECT_EQ(Keep(), kStatusIo);
 }
 
 TEST_F(ConfigFolding, WithoutAServerItIsDoneAtOnce) {
   kvtree_stop_serving(manager);
-  Make("cli", Many(1200, "x"), "");
+  Make("user", Many(1200, "x"), "");
   EXPECT_FALSE(Unfolded());
   EXPECT_EQ(Rows("node"), 1200);
 }
 
 TEST_F(ConfigFolding, EndOfTheStoreEndsIt) {
-  Make("cli", Many(1200, "x"), "");
+  Make("user", Many(1200, "x"), "");
   kvtree_reset();
   RunAll();
   EXPECT_EQ(Rows("node"), 0);

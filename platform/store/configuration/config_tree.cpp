@@ -1,7 +1,6 @@
 #include "platform/store/configuration/config_tree.h"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <unordered_set>
 
@@ -12,10 +11,6 @@ namespace kvtree {
 namespace {
 
 constexpr std::string_view kConfiguration = "/cfg/";
-
-// By owner.
-constexpr std::array<std::string_view, kConfigOwners.size()> kOrigins = {"operator", "router file",
-                                                                         "configured", "derived", "kernel"};
 
 Status check_value(const KvValue& value, std::string* error) {
   switch (value.type) {
@@ -132,15 +127,6 @@ Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, 
 
 }  // namespace
 
-std::size_t find_owner(std::string_view owner) {
-  return static_cast<std::size_t>(std::find(kConfigOwners.begin(), kConfigOwners.end(), owner) -
-                                  kConfigOwners.begin());
-}
-
-std::string_view owner_name(std::size_t owner) {
-  return owner < kConfigOwners.size() ? kConfigOwners[owner] : std::string_view();
-}
-
 std::size_t OwnedNode::effective_owner() const {
   return static_cast<std::size_t>(
       std::find_if(values.begin(), values.end(), [](const SharedValue& each) { return each != nullptr; }) -
@@ -209,8 +195,3 @@ void apply_plan(ConfigTree* tree, const CommitPlan& plan) {
 }
 
 }  // namespace kvtree
-
-std::string_view kvtree_config_origin(std::string_view owner) {
-  const std::size_t number = kvtree::find_owner(owner);
-  return number == kvtree::kNoOwner ? std::string_view() : kvtree::kOrigins[number];
-}

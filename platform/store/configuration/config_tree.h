@@ -17,17 +17,26 @@
 
 namespace kvtree {
 
-inline constexpr std::size_t kNoOwner = kConfigOwners.size();
+inline constexpr std::size_t kNoOwner = kMaxConfigOwners;
 
 // The owner's number, its precedence; kNoOwner for another text.
 std::size_t find_owner(std::string_view owner);
 // The owner's name; empty for kNoOwner.
 std::string_view owner_name(std::size_t owner);
+// The owner of clients' commits.
+std::string_view client_owner();
+// The owner's number in the history, and back; kNoOwnerNumber for kNoOwner.
+inline constexpr std::uint8_t kNoOwnerNumber = 0xff;
+std::uint8_t owner_number(std::size_t owner);
+std::size_t find_owner_number(std::uint8_t number);
+
+// Whether the path is in a counted scope.
+bool is_counted(std::string_view path);
 
 using SharedValue = std::shared_ptr<const KvValue>;
 
 struct OwnedNode {
-  std::array<SharedValue, kConfigOwners.size()> values;
+  std::array<SharedValue, kMaxConfigOwners> values;
   // The owner whose value is effective; kNoOwner if none sets the node.
   std::size_t effective_owner() const;
   // The same once the owner sets the node, or does not.
@@ -50,7 +59,7 @@ struct PlannedChange {
   SharedValue after;
   std::size_t owner_before = kNoOwner;
   std::size_t owner_after = kNoOwner;
-  bool is_effective = false;  // before and after differ; notified, except in kConfigCountedScopes
+  bool is_effective = false;  // before and after differ; notified, except in counted scopes
 };
 
 struct CommitPlan {

@@ -47,7 +47,7 @@ class ListAnswer {
 
 Status commit_one(const wire::Connection* from, std::string_view path, std::optional<KvValue> value) {
   if (from == nullptr || !from->may_change()) return kStatusAccess;
-  return kvtree_config_commit(kConfigOwnerCli, {{std::string(path), std::move(value)}}, {});
+  return kvtree_config_commit(client_owner(), {{std::string(path), std::move(value)}}, {});
 }
 
 // The owner of the node's value; empty if the process itself set it. The values are compared, because a node

@@ -1,7 +1,7 @@
 // A rollback journal with full synchronization, because the configuration changes rarely and must not be
 // lost. The application id identifies our files, the version their format; both, and a check of the whole
-// file, precede any reading or writing. The values of version 1 (one per path) belonged to the command line;
-// version 2 did not have the order of notifications. A migration is one transaction.
+// file, precede any reading or writing. The values of version 1 (one per path) belonged to the owner of
+// clients' commits; version 2 did not have the order of notifications. A migration is one transaction.
 //
 // Tables. node: a value per owner and path; a number is an INTEGER, a text a TEXT, a tuple a BLOB of
 // little-endian 64-bit numbers, a node without a value a NULL; `told`, the same in all rows of a path,
@@ -18,6 +18,7 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/store/configuration/config_tree.h"
 
 namespace kvtree {
 
@@ -36,10 +37,10 @@ static_assert(kApplicationId == 1297498958 && kVersion == 3);
   "CREATE TABLE content(id INTEGER PRIMARY KEY, octets BLOB NOT NULL);"
 #define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 3; COMMIT;"
 constexpr char kMake[] = "BEGIN;" MAKE_TABLES SET_VERSION;
-constexpr char kMigrateFirst[] =
-    "BEGIN; ALTER TABLE node RENAME TO former;" MAKE_TABLES
-    "INSERT INTO node(path, owner, value, told) SELECT path, 'cli', value, 0 FROM former; "
-    "DROP TABLE former;" SET_VERSION;
+constexpr char kMigrateFirst[] = "BEGIN; ALTER TABLE node RENAME TO former;" MAKE_TABLES;
+constexpr char kCopyFirst[] =
+    "INSERT INTO node(path, owner, value, told) SELECT path, ?, value, 0 FROM former";
+constexpr char kFinishFirst[] = "DROP TABLE former;" SET_VERSION;
 constexpr char kMigrateSecond[] =
     "BEGIN; ALTER TABLE node ADD COLUMN told INTEGER NOT NULL DEFAULT 0;" SET_VERSION;
 #undef MAKE_TABLES
@@ -70,15 +71,27 @@ int check_whole(sqlite3* database) {
   return column_text(statement, 0) == "ok" ? SQLITE_OK : SQLITE_CORRUPT;
 }
 
+int execute(sqlite3* database, const char* sql) {
+  return sqlite3_exec(database, sql, nullptr, nullptr, nullptr);
+}
+
+int migrate_first(sqlite3* database) {
+  if (const int code = execute(database, kMigrateFirst)) return code;
+  const Statement copy = prepare(database, kCopyFirst);
+  bind_text(copy, 1, client_owner());
+  if (const int code = sqlite3_step(copy.get()); code != SQLITE_DONE) return code;
+  if (const int code = execute(database, kFinishFirst)) return code;
+  log_line("configuration: the values of version 1 now belong to \"%s\"",
+           std::string(client_owner()).c_str());
+  return SQLITE_OK;
+}
+
+// A failure leaves an open transaction, which closing the database rolls back.
 int migrate(sqlite3* database, int version) {
   const bool is_first = version == 1;
   if (prepare(database, is_first ? kFirstProbe : kSecondProbe) == nullptr) return SQLITE_MISMATCH;
   if (fault_check("configuration_migrate") != kStatusOk) return SQLITE_IOERR;
-  const int code =
-      sqlite3_exec(database, is_first ? kMigrateFirst : kMigrateSecond, nullptr, nullptr, nullptr);
-  if (code == SQLITE_OK && is_first)
-    log_line("configuration: the values of version 1 now belong to the command line");
-  return code;  // closing the database rolls an incomplete migration back
+  return is_first ? migrate_first(database) : execute(database, kMigrateSecond);
 }
 
 // SQLITE_OK for a complete database of ours of this version; an empty file is initialized and a former
@@ -90,8 +103,7 @@ int check_or_make(sqlite3* database) {
   if (const int code = ask_number(database, "PRAGMA application_id", &id)) return code;
   if (const int code = ask_number(database, "PRAGMA user_version", &version)) return code;
   if (const int code = ask_number(database, "SELECT count(*) FROM sqlite_schema", &objects)) return code;
-  if (id == 0 && version == 0 && objects == 0)
-    return sqlite3_exec(database, kMake, nullptr, nullptr, nullptr);
+  if (id == 0 && version == 0 && objects == 0) return execute(database, kMake);
   if (id != kApplicationId || version < 1 || version > kVersion) return SQLITE_MISMATCH;
   if (const int code = check_whole(database)) return code;
   if (version < kVersion) {

@@ -1,5 +1,5 @@
 // Commits of clients, which arrive in several messages: kStage collects a client's changes, kCommit commits
-// them for the owner "cli".
+// them for the owner of clients' commits.
 //
 // Collected changes belong to the connection and end with it. Their number and size are limited, and only a
 // peer that may change the configuration can collect any.
@@ -71,7 +71,7 @@ bool answer_commit(wire::Connection* from, Reader* request, wire::Octets* answer
   if (status == kStatusOk) {
     const StagedCommit staged = std::exchange(server->staged[from->id()], {});
     server->staged.erase(from->id());
-    status = kvtree_config_commit(kConfigOwnerCli, staged.changes, comment, &id, &error);
+    status = kvtree_config_commit(client_owner(), staged.changes, comment, &id, &error);
   }
   Writer writer(answer);
   writer.u32(status);

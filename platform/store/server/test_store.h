@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -14,6 +15,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
+#include "platform/store/configuration/config.h"
 #include "platform/store/tree/kvtree.h"
 
 // "name(form) a=1 b=- ..." for one call.
@@ -161,10 +163,17 @@ struct TestProvider {
   }
 };
 
+// Owners and counted scopes of the tests.
+inline constexpr std::array<KvConfigOwner, 5> kTestOwners = {
+    {{"user", 0}, {"script", 1}, {"peer", 2}, {"peer-derived", 4}, {"system", 3}}};
+inline constexpr std::array<std::string_view, 2> kTestCountedScopes = {"/cfg/gl/counted/", "/cfg/items/of/"};
+
 class StoreTest : public ::testing::Test {
  protected:
   StoreTest() {
     kvtree_reset();
+    EXPECT_EQ(kvtree_config_register_owners(kTestOwners), kStatusOk);
+    kvtree_config_register_counted_scopes(kTestCountedScopes);
     TestProvider::reset();
     received().clear();
     manager = event_manager_create("/dev/mpls/vpn/main", 0);

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/core/base/log.h"
 #include "platform/store/configuration/config.h"

@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include "platform/config/owners.h"
 #include "platform/config/test_support.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
@@ -23,7 +24,9 @@ using vrf_config::words_in_force;
 
 class RouterDescriptions : public ::testing::Test {
  protected:
-  RouterDescriptions() : manager_(event_manager_create("/dev/mpls/vpn/main", 0)) {}
+  RouterDescriptions() : manager_(event_manager_create("/dev/mpls/vpn/main", 0)) {
+    EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
+  }
   ~RouterDescriptions() override {
     fault_disarm_all();
     descriptions_.reset();

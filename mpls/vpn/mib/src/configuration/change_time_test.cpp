@@ -33,7 +33,7 @@ class ConfigurationTime : public ConfigTest {
   // One second passes before each commit; the first is of 1970-01-01T00:00:01Z.
   void CommitVrf(const std::string& vrf, const std::string& text) {
     clock.advance(kNanosecondsPerSecond);
-    Commit("cli",
+    Commit("user",
            {SetTo("/cfg/gl/vmap/vrf/" + kvtree_encode_text(vrf) + "/ord_a/vmap/ord_k/vmap/descr", text)});
   }
   // "12" of "1970-01-01T00:00:12Z", or "none".
@@ -89,7 +89,7 @@ TEST_F(ConfigurationTime, IsThatOfTheCommitNearerTheEndOfTheHistory) {
 TEST_F(ConfigurationTime, IsThatOfADeletionToo) {
   CommitVrf("red", "1");
   clock.advance(kNanosecondsPerSecond);
-  Commit("cli", {Withdraw("/cfg/gl/vmap/vrf/red/ord_a/vmap/ord_k/vmap/descr")});
+  Commit("user", {Withdraw("/cfg/gl/vmap/vrf/red/ord_a/vmap/ord_k/vmap/descr")});
   EXPECT_EQ(Seconds("red"), "02");
 }
 

@@ -10,6 +10,7 @@
 #include "mpls/vpn/mib/src/configuration/protocols.h"
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/traps/info.h"
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/config_references/config_references.h"
 #include "platform/store/configuration/config.h"

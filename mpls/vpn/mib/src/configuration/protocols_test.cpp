@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
+#include "platform/config/owners.h"
 #include "platform/store/configuration/config.h"
 
 namespace {

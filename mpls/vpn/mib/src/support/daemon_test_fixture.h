@@ -27,6 +27,7 @@
 #include "mpls/vpn/mib/src/support/mutex.h"
 #include "mpls/vpn/mib/src/support/trace.h"
 #include "mpls/vpn/mib/src/vrf/database.h"
+#include "platform/config/owners.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/memory.h"
@@ -65,6 +66,7 @@ class DaemonTest : public testing::Test {
     debug_capture(&prints_);
     manager_ = event_manager_create("/dev/mpls/vpn/main", 0x70000004);
     ASSERT_NE(manager_, nullptr);
+    ASSERT_EQ(vrf_config::register_configuration(), kStatusOk);
     AttachServices(&router_);
     ASSERT_EQ(mpls_vpn_trace_init(), kStatusOk);
     StartDatabases();
