@@ -171,7 +171,8 @@ class LiveSuite:
         asked += tuple(f"show ip rip vrf {vrf} status" for vrf in linux.Kernel().vrfs())
         return ([("lines that loads left out of mgmtd", "\n".join(map(str, self.incomplete_loads)))] +
                 [(command, self.suite.shell("-c", command).stdout) for command in asked] +
-                [(f"{program}: show running-config", self.ask(program, "show running-config")) for program in self.suite.programs])
+                [(f"{program}: show running-config", self.ask(program, "show running-config")) for program in self.suite.programs
+                 if self.suite.answers(program)])
 
     def state(self, kernel, places):
         """`places`: {VRF: its place}."""

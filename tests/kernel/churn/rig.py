@@ -159,7 +159,9 @@ class Rig:
             for line in lines:
                 self.live.configure(line)
             return []
-        self.ip_batch(lines, ("-f", "mpls") if tool == "mpls" else ())
+        # After a flush that failed, ip(8) does not carry out what follows in its batch, and does not say so.
+        for _, group in itertools.groupby(lines, key=lambda line: line.startswith("route flush ")):
+            self.ip_batch(list(group), ("-f", "mpls") if tool == "mpls" else ())
         return []
 
     def ip_batch(self, lines, options):
