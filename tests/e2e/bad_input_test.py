@@ -10,7 +10,7 @@ import struct
 import subprocess
 import unittest
 
-from system import BIN, IF_CONF, System, expected_if_conf, wait_until
+from system import BIN, IF_CONF, SharedSystemTest, System, expected_if_conf, wait_until
 
 ROUTER = """
 vrfs:
@@ -20,16 +20,15 @@ interfaces:
 """
 GARBAGE = [b"", b"\x00", b"GET / HTTP/1.0\r\n\r\n", b"\xff" * 4096, bytes(range(256)) * 40,
            struct.pack("<IIII", 0xffffffff, 0xffffffff, 0xffffffff, 0xffffffff)]
+REFUSED = [("get", "nothing", "No such path"), ("get", "interface-next/red", "A path argument is missing"),
+           ("get", "interface-next/red/eleven", "does not decode"), ("get", "vrf/nothing", "no such row"),
+           ("get", "interface/red/11", "no such row"),  # an exact read in a VRF of the database has no row
+           ("list", "interface/red/11", "does not serve this operation"),
+           ("get", "interface-next/" + "a" * 5000 + "/1", ".")]
 
-class BadInput(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.system = System(ROUTER)
-        cls.system.start_all()
 
-    @classmethod
-    def tearDownClass(cls):
-        cls.system.__exit__(None)
+class BadInput(SharedSystemTest):
+    router = ROUTER
 
     def tearDown(self):
         for name, process in self.system.processes.items():
@@ -91,27 +90,12 @@ class BadInput(unittest.TestCase):
                 client.wait(timeout=20)
         return request
 
-    def test_unknown_path_and_missing_arguments_have_their_own_errors(self):
-        unknown = self.system.cli("get", "/oper/mpls_vpn/gl/nothing")
-        self.assertEqual(unknown.returncode, 1)
-        self.assertIn("No such path", unknown.stderr)
-        missing = self.system.cli("get", "/oper/mpls_vpn/gl/interface-next/red")
-        self.assertEqual(missing.returncode, 1)
-        self.assertIn("A path argument is missing", missing.stderr)
-        bad_number = self.system.cli("get", "/oper/mpls_vpn/gl/interface-next/red/eleven")
-        self.assertEqual(bad_number.returncode, 1)
-        self.assertIn("does not decode", bad_number.stderr)
-        known = self.system.cli("get", "/oper/mpls_vpn/gl/interface/red/11")
-        self.assertEqual(known.returncode, 1, "an exact read in a VRF of the database has no row")
-        absent = self.system.cli("get", "/oper/mpls_vpn/gl/vrf/nothing")
-        self.assertEqual(absent.returncode, 1)
-        self.assertIn("no such row", absent.stderr)
-        no_list = self.system.cli("list", "/oper/mpls_vpn/gl/interface/red/11")
-        self.assertEqual(no_list.returncode, 1)
-        self.assertIn("does not serve this operation", no_list.stderr)
-        long_path = self.system.cli("get", "/oper/mpls_vpn/gl/interface-next/" + "a" * 5000 + "/1")
-        self.assertEqual(long_path.returncode, 1)
-        self.assertNotEqual(long_path.stderr, "")
+    def test_each_request_that_cannot_be_answered_has_its_own_error(self):
+        for operation, path, error in REFUSED:
+            with self.subTest(path=path[:60]):
+                result = self.system.cli(operation, "/oper/mpls_vpn/gl/" + path)
+                self.assertEqual((result.returncode, result.stdout), (1, ""))
+                self.assertRegex(result.stderr, error)
 
     def test_absurd_indexes_over_snmp(self):
         for index in (".4294967295" * 100, ".31" + ".4294967295" * 31 + ".4294967295", ".3.114.101.100.4294967295.1.2.3"):
@@ -131,6 +115,7 @@ class BadInput(unittest.TestCase):
                                 check=False)
         self.assertEqual(result.returncode, 3)
         self.assertIn("not", result.stderr)
+
 
 class LostReaders(unittest.TestCase):
     """The reader of standard error or standard output stops reading or closes the pipe."""

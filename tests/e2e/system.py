@@ -11,6 +11,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 BIN = pathlib.Path(os.environ.get("MPLS_TEST_BIN", ROOT / "build/release/bin"))
@@ -195,6 +196,17 @@ class System:
         rows = parse_walk(result.stdout)
         check_increasing(rows)
         return rows
+
+
+class SharedSystemTest(unittest.TestCase):
+    """Tests that share one running system with the router of their class."""
+    router = "vrfs: []\ninterfaces: []\n"
+
+    @classmethod
+    def setUpClass(cls):
+        cls.system = System(cls.router)
+        cls.addClassCleanup(cls.system.__exit__, None)
+        cls.system.start_all()
 
 
 def parse_walk(text):

@@ -3,7 +3,7 @@
 import random
 import unittest
 
-from system import IF_CONF, L3VPN, SCALARS, System, expected_if_conf, name_index, oid_tuple
+from system import IF_CONF, L3VPN, SCALARS, SharedSystemTest, expected_if_conf, name_index, oid_tuple
 
 ROUTER = """
 vrfs:
@@ -28,15 +28,8 @@ MEMBERS = [("red", 11), ("red", 12), ("red", 300000), ("blue", 14), ("a-much-lon
 SCALAR_VALUES = {1: "4", 2: "2", 3: "5", 4: "2", 5: "0", 6: "0", 7: "0"}
 
 
-class Walk(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.system = System(ROUTER)
-        cls.system.start_all()
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.system.__exit__(None)
+class Walk(SharedSystemTest):
+    router = ROUTER
 
     def expected(self):
         scalars = [(oid_tuple(SCALARS) + (column, 0), value) for column, value in SCALAR_VALUES.items()]

@@ -8,8 +8,8 @@ import re
 import subprocess
 import unittest
 
-from system import (IF_CONF, L3VPN, ROOT, SCALARS, System, check_increasing, expected_if_conf, name_index, oid_tuple,
-                    parse_walk, wait_until)
+from system import (IF_CONF, L3VPN, ROOT, SCALARS, SharedSystemTest, System, check_increasing, expected_if_conf, name_index,
+                    oid_tuple, parse_walk, wait_until)
 
 LONGEST = "a-much-longer-name-of-31-octets"
 VRF_ENTRY, RT_ENTRY, SEC_ENTRY, PERF_ENTRY, ROUTE_ENTRY = (
@@ -188,19 +188,16 @@ def dotted(oid):
     return ".".join(map(str, oid))
 
 
-class WholeMib(unittest.TestCase):
+class WholeMib(SharedSystemTest):
+    router = json.dumps(ROUTER)
+
     @classmethod
     def setUpClass(cls):
-        cls.system = System(json.dumps(ROUTER))
-        cls.system.start_all()
+        super().setUpClass()
         cls.expected = expected()
         many = dotted(PERF_ENTRY + (3,) + name_index("many"))
         wait_until("the generated routes", lambda: cls.system.get_value(many) == "301")
         cls.walked = cls.system.walk(options=RAW)
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.system.__exit__(None)
 
     def value(self, oid):
         result = self.system.snmp("get", dotted(oid), options=RAW)
