@@ -45,9 +45,9 @@ class Position {
       case PartKind::kName:
         return {0, kMaxNameLength};
       case PartKind::kAddressType:
-        return {kAddressIpv4, kAddressIpv6};
+        return {kInetAddressIpv4, kInetAddressIpv6};
       case PartKind::kNextHopType:
-        return {kAddressUnknown, family_, family_};
+        return {kInetAddressUnknown, family_, family_};
       case PartKind::kAddress:
         return {address_size(address_type_), address_size(address_type_)};
       case PartKind::kPrefixLength:
@@ -84,8 +84,8 @@ class Position {
   std::size_t part_ = 0;
   std::uint32_t octets_left_ = 0;
   std::uint32_t lowest_octet_ = 0;
-  std::uint32_t family_ = kAddressIpv4;
-  std::uint32_t address_type_ = kAddressUnknown;  // of the next address
+  std::uint32_t family_ = kInetAddressIpv4;
+  std::uint32_t address_type_ = kInetAddressUnknown;  // of the next address
 };
 
 bool fill_smallest(Position position, oid::Oid* index) {

@@ -13,18 +13,15 @@
 #include <string_view>
 
 #include "agent/oid/oid.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 
 namespace tables {
 
 inline constexpr std::uint32_t kMaxNameLength = 31;  // MplsL3VpnName: SIZE (0..31)
 
-// InetAddressType (RFC 4001), as far as an address part supports it.
-inline constexpr std::uint32_t kAddressUnknown = 0;
-inline constexpr std::uint32_t kAddressIpv4 = 1;
-inline constexpr std::uint32_t kAddressIpv6 = 2;
-// Octets of an address of this type; 0 for a type without addresses.
+// Octets of an address of this InetAddressType; 0 for a type without addresses.
 inline constexpr std::uint32_t address_size(std::uint32_t type) {
-  return type == kAddressIpv4 ? 4 : type == kAddressIpv6 ? 16 : 0;
+  return type == kInetAddressIpv4 ? 4 : type == kInetAddressIpv6 ? 16 : 0;
 }
 
 enum class PartKind : std::uint8_t {

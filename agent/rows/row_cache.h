@@ -17,8 +17,8 @@ namespace tables {
 
 inline constexpr std::size_t kWindows = 4;
 inline constexpr std::uint32_t kWalkRows = 128;  // read for a GETNEXT
-inline constexpr std::uint32_t kExactRows =
-    16;  // fetched for a GET: most are for one row, few for its neighbours
+// Read for a GET: most are for one row, few for its neighbors.
+inline constexpr std::uint32_t kExactRows = 16;
 
 struct RowRef {
   const Window* window = nullptr;

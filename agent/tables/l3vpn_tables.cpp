@@ -13,9 +13,6 @@
 namespace tables {
 namespace {
 
-constexpr std::uint32_t kTruthTrue = 1;
-constexpr std::uint32_t kTruthFalse = 2;
-
 // --- Scalars (RFC 4382, mplsL3VpnScalars)
 
 using Scalars = mpls_vpn_mib_scalars;

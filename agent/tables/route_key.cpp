@@ -54,8 +54,8 @@ bool decrement(Octets* octets) {
 }
 
 Key last_ipv4_key() {
-  const std::uint32_t size = address_size(kAddressIpv4);
-  return {kAddressIpv4, Octets(size, kAllBits), 8 * size, Octets(size, kAllBits)};
+  const std::uint32_t size = address_size(kInetAddressIpv4);
+  return {kInetAddressIpv4, Octets(size, kAllBits), 8 * size, Octets(size, kAllBits)};
 }
 
 // The greatest key below this one. False for the smallest of all.
@@ -67,7 +67,7 @@ bool to_preceding(Key* key) {
   }
   key->prefix_length = 8 * address_size(key->type);
   if (decrement(&key->destination)) return true;
-  if (key->type == kAddressIpv4) return false;
+  if (key->type == kInetAddressIpv4) return false;
   *key = last_ipv4_key();
   return true;
 }

@@ -8,9 +8,6 @@
 namespace tables {
 namespace {
 
-constexpr std::uint32_t kImport = 1;  // MplsL3VpnRtType
-constexpr std::uint32_t kBoth = 3;
-
 using RouteTarget = mpls_vpn_mib_rt;
 
 Taken add_route_target_index(const RouteTarget& record, Window* window) {
@@ -22,7 +19,7 @@ Taken add_route_target_index(const RouteTarget& record, Window* window) {
 
 constexpr std::array kRouteTargetIndex = {IndexPart{PartKind::kName},
                                           IndexPart{PartKind::kNumber, 1, 0xffffffff},
-                                          IndexPart{PartKind::kNumber, kImport, kBoth}};
+                                          IndexPart{PartKind::kNumber, kRtImport, kRtBoth}};
 
 // Columns 2 and 3, number and type, are not accessible; there is no column 1.
 constexpr RecordColumn<RouteTarget> kRouteTargetColumns[] = {

@@ -14,6 +14,7 @@
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/mutex.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"

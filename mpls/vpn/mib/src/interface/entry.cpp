@@ -15,13 +15,12 @@
 #include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/provider/request.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/trace.h"
 #include "platform/router/vtab/vtab.h"
 
 namespace {
-
-constexpr std::int32_t kVpnClassificationEnterprise = 2;
 
 constexpr char kInterfaceHandler[] = "mpls_vpn_mib_prov_get_interface";
 constexpr char kInterfaceFill[] = "fill_interface_parcel";

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "mpls/vpn/mib/src/membership/membership.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
 

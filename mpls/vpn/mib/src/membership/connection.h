@@ -8,8 +8,8 @@
 #include "platform/core/evm/evm.h"
 #include "platform/router/vmap/vmap.h"
 
-inline constexpr std::uint32_t kVmapIntfFlagsIgnore =
-    0x2 | 0x4;  // interface items that are not for this daemon
+// Flags of interface items that this daemon ignores.
+inline constexpr std::uint32_t kVmapIntfFlagsIgnore = 0x2 | 0x4;
 
 // Opens the connection and replays what exists before it returns. 0 also when the service is not there yet:
 // the event manager keeps trying. Else the code of the step that failed. Once, at start-up.

@@ -17,6 +17,7 @@
 #include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/traps/info.h"
 #include "platform/router/vtab/vtab.h"

@@ -9,14 +9,11 @@
 
 #include <cstdint>
 
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/base/status.h"
 #include "platform/core/parcel/parcel.h"
 
 // --- Set "mpls_vpn_mib.parcel": rows of the MIB
-
-// What every row has: RFC 2579, StorageType and RowStatus.
-inline constexpr std::int32_t kStorageTypeReadOnly = 5;
-inline constexpr std::int32_t kRowStatusActive = 1;
 
 struct mpls_vpn_mib_scalars {
   std::uint32_t configuredVrfs;

@@ -12,6 +12,7 @@
 #include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/provider/request.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/route/row.h"
 #include "mpls/vpn/mib/src/support/families.h"
 #include "mpls/vpn/mib/src/support/trace.h"
@@ -23,7 +24,7 @@ constexpr char kRouteHandler[] = "mpls_vpn_mib_prov_get_route";
 constexpr char kSearchName[] = "mpls_vpn_mib_find_route_in_vrf";
 
 bool is_ipv6_type(std::int32_t type) {
-  return type == 2 || type == 4;  // ipv6, ipv6z
+  return type == kInetAddressIpv6 || type == kInetAddressIpv6z;
 }
 
 bool asks_ipv6(const RouteKeyText& key) {
@@ -101,7 +102,7 @@ RouteKeyText key_of(const RequestArgs* args) {
 // route found there is not the requested row: an SNMP Get would show an IPv4 route that does not exist, and a
 // batched walk would take the row for an existing one.
 bool is_of_family(const mpls_vpn_mib_route& row, const RouteKeyText& key) {
-  return (row.destType == 2) == asks_ipv6(key);
+  return (row.destType == kInetAddressIpv6) == asks_ipv6(key);
 }
 
 Status release_unasked(mpls_vpn_mib_route* row) {

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "mib/forwardmib.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/route/entry.h"
 #include "mpls/vpn/mib/src/route/modules.h"
 #include "mpls/vpn/mib/src/route/row.h"
@@ -19,7 +20,7 @@ namespace {
 
 constexpr char kIpv4Route[] = "mpls_vpn_mib_rib_ipv4_route";
 constexpr std::size_t kSize = 4;  // octets of an address
-constexpr std::int32_t kAddressType = 1;
+constexpr std::int32_t kAddressType = kInetAddressIpv4;
 
 struct ReleaseRoute {
   void operator()(ForwardmibIpv4Route* route) const {
@@ -123,7 +124,7 @@ OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, 
 void fill_numbers(mpls_vpn_mib_route* row, const ForwardmibIpv4Route& route) {
   row->destType = kAddressType;
   row->mask = static_cast<std::uint32_t>(__builtin_popcount(route.mask));
-  row->nextHopType = route.type == kRouteTypeLocal ? 0 : kAddressType;
+  row->nextHopType = route.type == kRouteTypeLocal ? kInetAddressUnknown : kAddressType;
   row->ifIndex = route.if_index < 0 ? 0 : route.if_index;
   row->type = static_cast<std::int32_t>(route.type);
   row->proto = static_cast<std::int32_t>(route.protocol);

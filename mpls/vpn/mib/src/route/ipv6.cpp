@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "mib/forwardmib.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/route/entry.h"
 #include "mpls/vpn/mib/src/route/modules.h"
 #include "mpls/vpn/mib/src/route/row.h"
@@ -14,7 +15,7 @@ namespace {
 
 constexpr char kIpv6Route[] = "mpls_vpn_mib_rib_ipv6_route";
 constexpr std::size_t kSize = 16;  // octets of an address
-constexpr std::int32_t kAddressType = 2;
+constexpr std::int32_t kAddressType = kInetAddressIpv6;
 
 struct ReleaseRoute {
   void operator()(ForwardmibIpv6Route* route) const {
@@ -95,7 +96,7 @@ OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, 
 void fill_numbers(mpls_vpn_mib_route* row, const ForwardmibIpv6Route& route) {
   row->destType = kAddressType;
   row->mask = route.prefix_length;
-  row->nextHopType = route.type == kRouteTypeLocal ? 0 : kAddressType;
+  row->nextHopType = route.type == kRouteTypeLocal ? kInetAddressUnknown : kAddressType;
   row->ifIndex = route.if_index < 0 ? 0 : route.if_index;
   row->type = static_cast<std::int32_t>(route.type);
   row->proto = static_cast<std::int32_t>(route.protocol);

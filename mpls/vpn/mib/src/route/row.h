@@ -8,7 +8,6 @@
 #include "platform/core/base/status.h"
 
 inline constexpr char kNoAddressText[] = "0";
-inline constexpr std::uint32_t kRouteTypeLocal = 3;  // inetCidrRouteType (RFC 4292): without next hop
 
 // The text for prints and for decoding: the empty text for null.
 const char* route_text(const char* text);

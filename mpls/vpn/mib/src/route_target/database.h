@@ -15,16 +15,14 @@
 
 #include <cstdint>
 
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/base/status.h"
 #include "platform/core/wavl/wavl.h"
-
-inline constexpr std::int32_t kRtImport = 1;  // MplsL3VpnRtType; 3, both, is never stored
-inline constexpr std::int32_t kRtExport = 2;
 
 struct RtNode {
   WavlLink link;
   char* vrf_name;      // owned
-  std::int32_t type;   // kRtImport or kRtExport
+  std::int32_t type;   // kRtImport or kRtExport; kRtBoth is never stored
   std::uint32_t afi;   // 1 IPv4, 2 IPv6
   std::uint32_t safi;  // 1 unicast, 2 multicast, as configured
   char* value;         // owned; the route target as text, "65000:100"

@@ -7,8 +7,6 @@
 
 #include "platform/core/base/status.h"
 
-inline constexpr char kDefaultVrfName[] = "default";  // the routing context of interfaces in no VRF
-
 // The key order of every name-keyed tree: a shorter name orders before a longer one whatever their octets,
 // names of equal length by octets (strcmp). This is the index order of the MIB's tables, where a name is
 // written with its length in front. A null name orders before any other; two null names are equal. kWavlLess

@@ -12,15 +12,13 @@
 #include "mpls/vpn/mib/src/traps/procedures.h"
 
 #include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/traps/info.h"
 #include "mpls/vpn/mib/src/traps/notification.h"
 #include "mpls/vpn/mib/src/vrf/counters.h"
 
 namespace {
-
-constexpr std::int32_t kVrfOperUp = 1;    // mplsL3VpnVrfOperStatus
-constexpr std::int32_t kVrfOperDown = 2;  // the same
 
 // Prints the procedure's name. True when its notification is enabled.
 bool enter(const char* procedure, MplsVpnTrapRow row) {
@@ -65,7 +63,7 @@ void mpls_vpn_mib_trap_vrf_up(const char* vrf_name, const char* if_name, IfNode*
     return;
   }
   if (!is_without_active_interface(vrf_name, "VRF-Up")) return;
-  raise_vrf_status(kTrapVrfUp, node, kVrfOperUp);
+  raise_vrf_status(kTrapVrfUp, node, kVrfOperStatusUp);
   node->vrf_up_trap_sent = 1;
 }
 
@@ -83,7 +81,7 @@ void mpls_vpn_mib_trap_vrf_down(const char* vrf_name, const char* if_name) {
     return;
   }
   if (!is_without_active_interface(vrf_name, "VRF-Down")) return;
-  raise_vrf_status(kTrapVrfDown, node, kVrfOperDown);
+  raise_vrf_status(kTrapVrfDown, node, kVrfOperStatusDown);
   node->vrf_down_trap_sent = 1;
 }
 

@@ -16,6 +16,7 @@
 #include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/provider/request.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/route/modules.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/trace.h"
@@ -23,9 +24,6 @@
 #include "mpls/vpn/mib/src/vrf/database.h"
 
 namespace {
-
-constexpr std::int32_t kStatusUp = 1;    // mplsL3VpnVrfOperStatus
-constexpr std::int32_t kStatusDown = 2;  // the same
 
 constexpr char kVrfHandler[] = "mpls_vpn_mib_prov_get_vrf";
 constexpr char kVrfFill[] = "fill_vrf_parcel";
@@ -53,7 +51,7 @@ void fill_texts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record, const mpls_v
 
 void fill_counts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
   fill_vrf_counters(record->vrf_name, nullptr, &row->associatedInterfaces, &row->activeInterfaces);
-  row->operStatus = row->activeInterfaces != 0 ? kStatusUp : kStatusDown;
+  row->operStatus = row->activeInterfaces != 0 ? kVrfOperStatusUp : kVrfOperStatusDown;
   row->adminStatus = row->operStatus;
   row->currNumRoutes = mpls_vpn_mib_ipv4_unicast_active_routes(record->ipv4_table_id) +
                        mpls_vpn_mib_ipv6_unicast_active_routes(record->ipv6_table_id);

@@ -8,6 +8,7 @@
 
 #include "mpls/vpn/mib/src/membership/membership.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/vrf/list_items.h"

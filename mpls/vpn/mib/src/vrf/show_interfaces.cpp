@@ -11,6 +11,7 @@
 
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/provider/request.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/vrf/show.h"
