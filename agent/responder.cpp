@@ -164,7 +164,7 @@ Responder::Outcome Responder::answer_bulk(Reader* reader, Writer* writer) {
     const Error error = write_next(range, writer, &end);
     if (error != Error::kNone) return {error, variable_number(count + 1)};
   }
-  std::size_t previous = 0;  // where the repetition before this one begins; 0: there is none
+  std::size_t previous = 0;  // where the repetition before this one begins; 0: none
   for (unsigned round = 0; round < max_repetitions && !reader->at_end(); ++round) {
     Outcome outcome;
     const bool more = repeat(*reader, &previous, writer, &outcome);

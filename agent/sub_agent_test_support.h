@@ -130,7 +130,7 @@ class SubAgentTest : public testing::Test {
     ASSERT_EQ(send(fd_, octets.data(), octets.size(), MSG_NOSIGNAL), static_cast<ssize_t>(octets.size()));
   }
 
-  // The sub-agent's answer to a request for these names; an error 65535 when there is none.
+  // The sub-agent's answer to a request for these names; error 65535 without one.
   Reply Ask(agentx::PduType type, const std::vector<oid::Oid>& names) {
     std::vector<std::uint8_t> output;
     agentx::Writer writer(&output);

@@ -25,7 +25,7 @@ inline constexpr std::uint32_t address_size(std::uint32_t type) {
 }
 
 enum class PartKind : std::uint8_t {
-  kName,          // a length of 0 to 31, then as many octets; the daemon's names hold no zero octet
+  kName,          // a length of 0 to 31, then as many octets; the daemon's names have no zero octet
   kNumber,        // one sub-identifier from lowest to highest
   kAddressType,   // ipv4 or ipv6: the address family of all later parts
   kNextHopType,   // unknown, or the family
@@ -49,7 +49,7 @@ using IndexShape = std::span<const IndexPart>;
 // True when the instance is exactly one index of this shape.
 [[nodiscard]] bool is_index(IndexShape shape, oid::View instance);
 
-// The path components of an index of names and numbers, each with a '/' in front: "/RED/7" for 3.82.69.68.7.
+// The path components of an index of names and numbers, each after a '/': "/RED/7" for 3.82.69.68.7.
 // REQUIRES: is_index(shape, index), and no part of another kind.
 std::string index_path(IndexShape shape, oid::View index);
 

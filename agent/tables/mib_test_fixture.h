@@ -1,4 +1,4 @@
-// The module over a daemon made of lists, and the questions of a manager.
+// The module over a simulated daemon, and the requests of a manager.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -37,7 +37,7 @@ struct ShorterFirst {
 struct FakeVrf {
   std::string description;
   std::string rd;
-  mpls_vpn_mib_vrf numbers{};  // its texts are not looked at
+  mpls_vpn_mib_vrf numbers{};  // its texts are ignored
 };
 
 // The daemon's order of routes; addresses as their octets, no next hop as zeros.
@@ -63,7 +63,7 @@ class FakeDaemon : public tables::RowSource {
   // Numbers of route targets count from 1 in each VRF.
   void AddRouteTarget(const std::string& vrf, std::int32_t type, const std::string& text,
                       const std::string& description = "");
-  // Routes of this type; 3 (local) has no next hop in its row, others have one, be it zeros.
+  // Routes of this type; 3 (local) has no next hop in its row; others have one, possibly zeros.
   void AddRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop,
                 std::int32_t type = 4, std::vector<std::uint8_t> cross_connect = {0});
   void RemoveRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop);

@@ -37,7 +37,7 @@ class Cursor {
     return true;
   }
 
-  // A text as it is encoded: *present is false for null, and then *text is empty. A text holds no NUL.
+  // A text as it is encoded: *present is false for null, and then *text is empty. A text contains no NUL.
   bool text(bool* present, std::string_view* text);
 
  private:

@@ -49,7 +49,7 @@ Status read_text(Cursor* in, std::uint8_t* slot) {
   return kStatusOk;
 }
 
-// y and arrays of octets lie in memory alike: a count, then the reference.
+// y and arrays of octets have the same form in memory: a count, then the reference.
 Status read_octets(Cursor* in, std::uint8_t* slot, std::uint32_t max) {
   std::uint32_t count = 0;
   const std::uint8_t* octets = nullptr;

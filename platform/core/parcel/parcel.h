@@ -71,7 +71,7 @@ inline constexpr std::size_t kParcelMaxSize = 1U << 20;  // octets of one encode
 struct ParcelBatch;
 [[nodiscard]] Status parcel_batch_open(const char* set_name, ParcelBatch** batch);
 [[nodiscard]] Status parcel_register(ParcelBatch* batch, const ParcelDescription* description);
-[[nodiscard]] Status parcel_batch_close(ParcelBatch* batch);  // releases the batch, whatever it answers
+[[nodiscard]] Status parcel_batch_close(ParcelBatch* batch);  // releases the batch, also on failure
 void parcel_batch_abort(ParcelBatch* batch);  // releases the batch; nothing of it is registered
 // The registered description of a type, or null.
 const ParcelDescription* parcel_find(const char* type_name);
@@ -94,7 +94,7 @@ void parcel_registry_reset();
 // Fault point "parcel_free_indirections" (nothing is released then).
 [[nodiscard]] Status parcel_free_indirections(const ParcelDescription* description, void* record);
 
-// The type name that an encoded record carries; empty when the octets are no record at all.
+// The type name that an encoded record carries; empty when the octets are not a record.
 std::string parcel_type_name(const std::uint8_t* data, std::size_t length);
 // Prints an encoded record of any type as JSON text, from the annotated schema in the registry file or of a
 // registered description. kStatusBadEncoding, kStatusNoSuchRow (type unknown).

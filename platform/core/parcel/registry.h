@@ -20,7 +20,7 @@ struct Definition {
   std::string set_name;
   std::string schema;  // annotated
 
-  // The set may change hands; the record form is what readers compare.
+  // The set may differ; readers compare the record form.
   bool same_record(const Definition& other) const {
     return version == other.version && reader_version == other.reader_version && schema == other.schema;
   }
@@ -28,7 +28,7 @@ struct Definition {
 
 using Definitions = std::map<std::string, Definition>;  // by type name
 
-// What the file holds; empty when there is none. Lines that are no definition are left out with a line in the
+// The file's definitions; none without a file. Lines that are not definitions are left out with a line in the
 // log.
 Definitions read_registry_file();
 // Replaces the file, making the run directory when it is missing. The system's errno.

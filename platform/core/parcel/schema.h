@@ -5,7 +5,7 @@
 //   field     := ["{" name "}"] type
 //   type      := "s" | "d" | "D" | "C" | "b" | ["[" name "]"] "e" | "y" | "a($" number ")" | number "a(C)"
 //
-// A text may come from a file, so it is trusted as little as a message: lengths, counts and nesting are
+// A text may be read from a file and is as untrusted as a message: lengths, counts and nesting are
 // bounded and a structure cannot contain itself.
 #pragma once
 

@@ -61,7 +61,7 @@ Status mpls_vpn_debug_init(EventManager* evm) {
 }
 
 Status mpls_vpn_debug_cleanup() {
-  // A name space that is not registered is as good as one taken away.
+  // A failure means that the name space is not registered, which is the intended state.
   (void)debug_cleanup(form_name_space().data());
   return kStatusOk;
 }

@@ -29,5 +29,5 @@ extern DebugFlag l3vpnmib_debug_flags;
 // the platform call that failed first. REQUIRES: evm is not null (the process aborts).
 [[nodiscard]] Status mpls_vpn_debug_init(EventManager* evm);
 
-// Takes the name space away again. Always 0. Start-up never calls it.
+// Removes the name space. Always 0. Start-up never calls it.
 Status mpls_vpn_debug_cleanup();

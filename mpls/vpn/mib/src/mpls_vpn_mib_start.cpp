@@ -51,7 +51,7 @@ EventManager* debug_evm = nullptr;
 // --- Log and event managers
 
 void open_system_log(const char* program) {
-  // Process id, console on failure, and the log opened at once, which on this system is a bit of its own.
+  // Process id, console on failure, and the log opened at once, a separate bit on this system.
   constexpr int kOptions = 19 | LOG_NDELAY;
   constexpr int kFacility = 24;
   static_assert((kOptions & (LOG_PID | LOG_CONS)) == (LOG_PID | LOG_CONS) && kFacility == LOG_DAEMON);

@@ -86,8 +86,8 @@ int mpls_vpn_mib_if_node_print(const IfNode* node);
 // --- Repair
 
 // Resolves what is missing in every node. 1 at once while the database is clean; else non-zero when all nodes
-// were visited, 0 when the walk stopped or the mutex could not be taken (a caller that holds it: nothing is
-// repaired).
+// were visited, 0 when the walk stopped or the mutex could not be taken (for a caller that holds it: nothing
+// is repaired).
 int mpls_vpn_mib_clean_if_dbase();
 // One node of that pass; 0 stops it.
 int mpls_vpn_mib_clean_if_dbase_walker(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex);

@@ -11,7 +11,7 @@
 // database; any other form the row of exactly these arguments.
 //
 // 0 with a mpls_vpn_mib_interface record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or the
-// encoding's status. An exact read answers kStatusNoSuchRow for every VRF that the VRF database holds: rows
+// encoding's status. An exact read answers kStatusNoSuchRow for every VRF in the VRF database: rows
 // of those are read by "next" alone. Main thread.
 Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args);
 

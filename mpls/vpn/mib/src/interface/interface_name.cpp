@@ -1,4 +1,4 @@
-// The name of an interface, asked from the interface manager by handle.
+// The name of an interface by handle, from the interface manager.
 //
 // One connection and one name buffer for the process, both of the main thread. A restarted interface manager
 // does not know its clients and answers "stale connection"; each such answer makes this file bind again. A

@@ -53,7 +53,7 @@ class Arguments {
   }
 
  private:
-  mutable RequestArgs block_;  // completed when it is handed over: until then the object may be copied
+  mutable RequestArgs block_;  // completed by the conversion, so that the object can be copied before
   std::array<std::uint32_t, kKvMaxArguments> numbers_{};
 };
 

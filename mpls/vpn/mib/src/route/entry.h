@@ -1,4 +1,4 @@
-// Rows of the VRF route table (RFC 4382, mplsL3VpnVrfRteTable), asked from the routing table's MIB modules.
+// Rows of the VRF route table (RFC 4382, mplsL3VpnVrfRteTable), read through the routing table's MIB modules.
 //
 // Destination and next hop of a request are texts of hexadecimal digit pairs, most significant octet first;
 // "0" is none. Main thread.
@@ -11,7 +11,7 @@
 #include "platform/router/vtab/vtab.h"
 #include "platform/store/tree/kvtree.h"
 
-// What a route read asks for.
+// The key of a route read.
 struct RouteKeyText {
   std::int32_t dest_type;  // InetAddressType (RFC 4001); 2 and 4 are the IPv6 ones
   const char* dest;        // null and the empty text read as all zero

@@ -30,7 +30,7 @@ class RouteTablesTest : public DaemonTest {
     unsetenv("MPLS_VPN_MIB_LIB_DIR");
   }
 
-  // A VRF with the next free id and a table of each kind that the id is followed by when asked for.
+  // A VRF with the next free id and the given tables, whose numbers derive from the id.
   void AddVrfWithTables(const std::string& name, bool ipv4, bool ipv6, bool ipv4_multicast = false,
                         bool ipv6_multicast = false) {
     router::Vrf vrf;

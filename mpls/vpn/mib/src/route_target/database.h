@@ -33,7 +33,7 @@ struct RtNode {
 // Frees every node. For tests that start the daemon again.
 void mpls_vpn_mib_rt_dbase_end();
 
-// The new node, or null with nothing changed: no memory, or an equal route target is there. Texts are copied.
+// The new node, or null with nothing changed: no memory, or an equal route target exists. Texts are copied.
 RtNode* mpls_vpn_mib_create_rt_wavl_node(const char* vrf_name, std::int32_t type, const char* value,
                                          std::uint32_t afi, std::uint32_t safi);
 // 1: found, unlinked and freed. 0: nothing changed.
@@ -47,7 +47,7 @@ int mpls_vpn_mib_delete_rt_wavl_node(const char* vrf_name, std::int32_t type, co
 // Next: the first entry whose (number, type) is not smaller; *index is its number. A VRF without entries
 // gives the first entry of the VRF that follows in the order. Numbers are counted on beyond the VRF's last
 // entry: such an answer is an entry of a following VRF, with the number counted so far, or 1 after a step
-// over its type; a reader that sees another VRF than it asked for asks for that one's start.
+// over its type; a reader that receives another VRF than it requested continues from that VRF's start.
 //
 // Null when there is none; *index may be changed then. O(index).
 const RtNode* mpls_vpn_mib_get_rt(bool exact, const char* vrf_name, std::uint32_t* index, std::int32_t type);

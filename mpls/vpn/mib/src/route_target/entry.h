@@ -9,7 +9,7 @@
 #include "platform/store/tree/kvtree.h"
 
 // Get handler of "rt" and "rt-next": argument 0 the VRF name, 1 the number within the VRF, 2 the type. Form 1
-// asks for the next row, any other form for exactly this one; mpls_vpn_mib_get_rt says what each finds.
+// asks for the next row, any other form for exactly this one; mpls_vpn_mib_get_rt defines both.
 //
 // 0 with a mpls_vpn_mib_rt record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or the
 // encoding's status. Main thread.

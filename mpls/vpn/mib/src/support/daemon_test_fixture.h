@@ -4,7 +4,7 @@
 // Each test has directories, an event manager, a clock and a router of its own. SetUp does what start-up does
 // up to the record service: trace buffers, databases, checkpoint (a first run), record service; Connect()
 // opens the membership connection; RestartDaemon() does all of it again on what the first run left. All debug
-// areas are on, and Prints() is what they said since the last ClearPrints(). Run() delivers what is pending.
+// areas are on, and Prints() is their output since the last ClearPrints(). Run() delivers what is pending.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -42,7 +42,7 @@
 #include "platform/router/vtab/vtab.h"
 #include "platform/store/tree/kvtree.h"
 
-// Lines that were said. The ends of an empty list are a failure of the test and the empty text.
+// Printed lines. front() and back() of an empty list fail the test and return the empty text.
 class SaidLines : public std::vector<std::string> {
  public:
   const std::string& front() const { return End(&vector::front); }
@@ -216,7 +216,7 @@ class DaemonTest : public testing::Test {
     clock_.advance(milliseconds * (kNanosecondsPerSecond / 1000));
   }
 
-  // --- What was said
+  // --- Prints and traces
   // -----------------------------------------------------------------------------------------
 
   SaidLines Prints() const {

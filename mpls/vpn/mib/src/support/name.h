@@ -9,7 +9,7 @@
 
 // The key order of every name-keyed tree: a shorter name orders before a longer one whatever their octets,
 // names of equal length by octets (strcmp). This is the index order of the MIB's tables, where a name is
-// written with its length in front. A null name orders before any other; two null names are equal. kWavlLess
+// written after its length. A null name orders before any other; two null names are equal. kWavlLess
 // (0), kWavlEqual (1) or kWavlGreater (2).
 std::uint32_t mpls_vpn_name_compare(const char* left, const char* right);
 

@@ -14,5 +14,5 @@
 #define MPLS_REQUIRES(...) MPLS_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define MPLS_TRY_ACQUIRE(...) MPLS_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 #define MPLS_RELEASE(...) MPLS_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
-// For a function whose locking the analysis cannot follow; say beside it why it is right.
+// For a function whose locking the analysis cannot follow; a comment beside it states why it is correct.
 #define MPLS_NO_THREAD_SAFETY_ANALYSIS MPLS_THREAD_ATTRIBUTE(no_thread_safety_analysis)

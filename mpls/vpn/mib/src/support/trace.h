@@ -20,7 +20,7 @@ enum MplsVpnTraceArea : unsigned {
 };
 inline constexpr unsigned kMplsVpnTraceAreas = 8;
 
-// What the number of a record says of it.
+// The numbers of records.
 inline constexpr std::uint32_t kTraceRecordEvent = 1;    // something happened or succeeded: code 0
 inline constexpr std::uint32_t kTraceRecordFailure = 2;  // something failed with this code
 
@@ -36,7 +36,7 @@ struct MplsVpnTraceEntry {
 
 extern MplsVpnTraceEntry mpls_vpn_ltrace_buffer_tbl[kMplsVpnTraceAreas];
 
-// mpls_vpn_trace(kTraceDbase, 0, "created %s", name): writes a record, whatever the debug flags say.
+// mpls_vpn_trace(kTraceDbase, 0, "created %s", name): writes a record, independently of the debug flags.
 #define mpls_vpn_trace(area, code, ...)                \
   trace_write(mpls_vpn_ltrace_buffer_tbl[area].buffer, \
               (code) == kStatusOk ? kTraceRecordEvent : kTraceRecordFailure, (code), __VA_ARGS__)

@@ -1,7 +1,7 @@
 // When a notification of RFC 4382 (section 6) is raised, and with which values.
 //
 // Each procedure does nothing unless its notification's own switch or the master switch is on. Main thread.
-// Texts must not be null unless said.
+// Texts are not null unless a comment permits it.
 #pragma once
 
 #include <cstdint>

@@ -55,8 +55,8 @@ class TrapTest : public DaemonTest {
     mpls_vpn_mib_trap_vrf_down(vrf, name);
   }
 
-  // What the watching client was sent since it was last asked, one line a notification: its name, the VRF and
-  // every number that is not 0 ("mplsL3VpnVrfUp red if=3 oper=1 row=1").
+  // The notifications that the watching client received since the last call, one line each: its name, the VRF
+  // and every number that is not 0 ("mplsL3VpnVrfUp red if=3 oper=1 row=1").
   std::vector<std::string> Traps() {
     std::vector<std::string> lines;
     for (;;) {

@@ -23,7 +23,7 @@ struct VrfNode {
 // Frees every node. For tests that start the daemon again.
 void mpls_vpn_mib_vrf_dbase_end();
 
-// The new node, or null with nothing changed: no memory, or a VRF of this name is there. The name is copied.
+// The new node, or null with nothing changed: no memory, or a VRF of this name exists. The name is copied.
 VrfNode* mpls_vpn_mib_create_vrf_wavl_node(const char* vrf_name, VtabVrfRecord* vrf_rec)
     MPLS_REQUIRES(mpls_vpn_mutex);
 // Unlinks only: node and name are the caller's from then on. 1, or 0 when it was not linked.

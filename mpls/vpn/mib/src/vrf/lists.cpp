@@ -27,7 +27,7 @@ struct VrfWalk {
   KvListReply* reply;
   VrfFilter filter;
   bool is_named;      // the request names a VRF
-  bool ends_at_item;  // ... and asks for it alone
+  bool ends_at_item;  // ... and no other
   bool is_xml;
 };
 

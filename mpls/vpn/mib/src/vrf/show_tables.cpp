@@ -60,7 +60,7 @@ void add_rts(ParcelArray* route_targets, const VtabTableRecord* table, const cha
   *route_targets = {filled, entries};
 }
 
-// What add_tables is asked for, and what it has placed.
+// The request to add_tables, and the tables placed so far.
 struct Selection {
   std::uint32_t afi_index;
   std::uint32_t second_selector;
