@@ -11,7 +11,7 @@
 
 #include "sources/kernel/links/link_message.h"
 #include "sources/kernel/links/mirror.h"
-#include "sources/kernel/links/reconcile.h"
+#include "sources/kernel/links/reconciler.h"
 
 namespace {
 

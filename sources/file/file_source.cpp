@@ -18,8 +18,8 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/store/tree/kvtree.h"
+#include "sources/file/apply_router.h"
 #include "sources/file/file_configuration.h"
-#include "sources/file/reconcile.h"
 
 namespace {
 
@@ -98,7 +98,7 @@ Status FileSource::take(router_file::Reading* reading, router_file::Changes* cha
   router_file::RouterFile& file = reading->file;
   if (const Status status = take_configuration(file, error)) return status;
   std::string refusal;
-  if (const Status status = router_file::reconcile(file, model_, changes, &refusal)) {
+  if (const Status status = router_file::apply_router(&file, model_, changes, &refusal)) {
     *error = path_ + ": " + refusal;
     return status;
   }

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "platform/core/base/status.h"
+#include "sources/file/apply_router.h"
 #include "sources/file/reader/route_groups.h"
-#include "sources/file/reconcile.h"
 
 namespace router_file {
 

@@ -38,7 +38,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "sources/kernel/links/link_dump.h"
-#include "sources/kernel/links/reconcile.h"
+#include "sources/kernel/links/reconciler.h"
 #include "sources/kernel/netlink/listener.h"
 #include "sources/kernel/routes/route_follower.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "sources/kernel/links/mirror.h"
-#include "sources/kernel/links/reconcile.h"
+#include "sources/kernel/links/reconciler.h"
 #include "sources/kernel/test_support.h"
 
 namespace kernel {

@@ -109,7 +109,7 @@ void Mirror::lose_link(std::uint32_t index) {
   }
   release_name(known->second);
   links_.erase(known);
-  changes_.gone.insert(index);
+  changes_.removed.insert(index);
   changes_.touched.erase(index);
 }
 
@@ -145,7 +145,7 @@ void Mirror::lose_address(const LinkAddress& address) {
 void Mirror::replace(Mirror dump) {
   for (const auto& [index, link] : links_) {
     if (!dump.links_.contains(index)) {
-      changes_.gone.insert(index);
+      changes_.removed.insert(index);
       changes_.touched.erase(index);
     }
   }

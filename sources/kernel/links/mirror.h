@@ -19,9 +19,9 @@ namespace kernel {
 
 // Links by index. One that was deleted and made anew under the same index is in both sets.
 struct Changes {
-  std::set<std::uint32_t> gone;
+  std::set<std::uint32_t> removed;
   std::set<std::uint32_t> touched;  // link or addresses new or different
-  bool empty() const { return gone.empty() && touched.empty(); }
+  bool empty() const { return removed.empty() && touched.empty(); }
 };
 
 class Mirror {

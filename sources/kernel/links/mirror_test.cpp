@@ -39,9 +39,9 @@ class KernelMirror : public ::testing::Test {
     return texts;
   }
   std::string NameOf(std::uint32_t index) const { return mirror_.find(index)->name; }
-  void ExpectChanges(const std::set<std::uint32_t>& gone, const std::set<std::uint32_t>& touched) {
+  void ExpectChanges(const std::set<std::uint32_t>& removed, const std::set<std::uint32_t>& touched) {
     const Changes changes = mirror_.take_changes();
-    EXPECT_EQ(changes.gone, gone);
+    EXPECT_EQ(changes.removed, removed);
     EXPECT_EQ(changes.touched, touched);
   }
 

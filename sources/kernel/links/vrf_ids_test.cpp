@@ -9,7 +9,7 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/files/temporary_directory.h"
-#include "sources/kernel/links/reconcile.h"
+#include "sources/kernel/links/reconciler.h"
 
 namespace kernel {
 namespace {

@@ -1,6 +1,6 @@
 // Tests of the reconciler: what the model is told, and in which order. The listener itself checks that
 // nothing joins a VRF before it exists and that no VRF is deleted with interfaces in it.
-#include "sources/kernel/links/reconcile.h"
+#include "sources/kernel/links/reconciler.h"
 
 #include <gmock/gmock.h>
 

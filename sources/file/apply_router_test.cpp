@@ -1,5 +1,5 @@
-// Bringing the model to what a file says: what observers hear, and in which order.
-#include "sources/file/reconcile.h"
+// The model is changed to a router file: which notifications observers receive, and in which order.
+#include "sources/file/apply_router.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,13 +21,13 @@ class Reconciled : public ::testing::Test {
     RouterFile file;
     ParseError error;
     EXPECT_TRUE(parse(text, &file, &error)) << error.what;
-    heard_.clear();
-    return reconcile(file, &router_, &changes_, &error_);
+    notifications_.clear();
+    return apply_router(&file, &router_, &changes_, &error_);
   }
   void Load(const std::string& text) { ASSERT_EQ(Try(text), kStatusOk) << error_; }
 
-  std::vector<std::string> heard_;
-  router::Listener listener_{"r", &heard_};
+  std::vector<std::string> notifications_;
+  router::Listener listener_{"r", &notifications_};
   router::Router router_;
   Changes changes_;
   std::string error_;
@@ -39,23 +39,23 @@ constexpr char kRedAndBlue[] =
 
 TEST_F(Reconciled, FirstLoadCreatesVrfsBeforeTheirInterfaces) {
   Load(kRedAndBlue);
-  EXPECT_THAT(heard_, ElementsAre("r: created red", "r: created blue", "r: added ge0 in red",
-                                  "r: added ge1 in blue"));
+  EXPECT_THAT(notifications_, ElementsAre("r: created red", "r: created blue", "r: added ge0 in red",
+                                          "r: added ge1 in blue"));
   EXPECT_EQ(changes_text(changes_), "2 VRFs created, 2 interfaces added");
 }
 
-TEST_F(Reconciled, SameFileAgainIsHeardByNobody) {
+TEST_F(Reconciled, SameFileAgainNotifiesNoObserver) {
   Load(kRedAndBlue);
   Load(kRedAndBlue);
-  EXPECT_THAT(heard_, IsEmpty());
+  EXPECT_THAT(notifications_, IsEmpty());
   EXPECT_EQ(changes_text(changes_), "nothing changed");
 }
 
-TEST_F(Reconciled, EmptyRouterTakesEverythingAway) {
+TEST_F(Reconciled, EmptyRouterRemovesEverything) {
   Load(kRedAndBlue);
   Load("vrfs: []");
-  EXPECT_THAT(heard_, ElementsAre("r: removed ge0 in red", "r: removed ge1 in blue", "r: deleted red",
-                                  "r: deleted blue"));
+  EXPECT_THAT(notifications_, ElementsAre("r: removed ge0 in red", "r: removed ge1 in blue", "r: deleted red",
+                                          "r: deleted blue"));
   EXPECT_EQ(changes_text(changes_), "2 VRFs deleted, 2 interfaces removed");
 }
 
@@ -64,7 +64,7 @@ TEST_F(Reconciled, OnlyWhatDiffersIsChanged) {
   Load(
       "vrfs: [{name: red, id: 10, description: new}, {name: blue, id: 20}]\n"
       "interfaces: [{name: ge0, index: 1, vrf: red}, {name: ge1, index: 2, vrf: blue, state: down}]\n");
-  EXPECT_THAT(heard_, ElementsAre("r: changed red", "r: changed ge1 to ge1 down"));
+  EXPECT_THAT(notifications_, ElementsAre("r: changed red", "r: changed ge1 to ge1 down"));
   EXPECT_EQ(router_.find_vrf("red")->description, "new");
   EXPECT_EQ(changes_text(changes_), "1 VRF changed, 1 interface changed");
 }
@@ -77,7 +77,7 @@ TEST_F(Reconciled, EveryDetailOfAVrfCounts) {
         "tables: {ipv4: 1}, description: d"}) {
     Load(plain);
     Load("vrfs: [{name: red, id: 10, " + std::string(other) + "}]");
-    EXPECT_THAT(heard_, ElementsAre("r: changed red")) << other;
+    EXPECT_THAT(notifications_, ElementsAre("r: changed red")) << other;
   }
 }
 
@@ -88,7 +88,7 @@ TEST_F(Reconciled, EveryDetailOfAnInterfaceCounts) {
         "addresses: [10.0.0.1/24, 10.0.1.1/25]", "description: d, addresses: [10.0.0.1/24, 10.0.1.1/24]"}) {
     Load(plain);
     Load("interfaces: [{name: ge0, index: 1, " + std::string(other) + "}]");
-    EXPECT_EQ(heard_.size(), 1U) << other;
+    EXPECT_EQ(notifications_.size(), 1U) << other;
   }
 }
 
@@ -97,7 +97,8 @@ TEST_F(Reconciled, MemberMovesBetweenVrfs) {
   Load(
       "vrfs: [{name: red, id: 10}, {name: blue, id: 20}]\n"
       "interfaces: [{name: ge0, index: 1, vrf: blue}, {name: ge1, index: 2}]\n");
-  EXPECT_THAT(heard_, ElementsAre("r: moved ge0 from red to blue", "r: moved ge1 from blue to default"));
+  EXPECT_THAT(notifications_,
+              ElementsAre("r: moved ge0 from red to blue", "r: moved ge1 from blue to default"));
   EXPECT_EQ(changes_text(changes_), "2 interfaces moved");
 }
 
@@ -106,7 +107,7 @@ TEST_F(Reconciled, MembersLeaveBeforeTheirVrfIsDeleted) {
   Load(
       "vrfs: [{name: blue, id: 20}]\n"
       "interfaces: [{name: ge0, index: 1}, {name: ge1, index: 2, vrf: blue}]\n");
-  EXPECT_THAT(heard_, ElementsAre("r: moved ge0 from red to default", "r: deleted red"));
+  EXPECT_THAT(notifications_, ElementsAre("r: moved ge0 from red to default", "r: deleted red"));
   EXPECT_EQ(changes_text(changes_), "1 VRF deleted, 1 interface moved");
 }
 
@@ -115,17 +116,17 @@ TEST_F(Reconciled, MembershipMayOutliveItsVrf) {
   Load(
       "vrfs: [{name: blue, id: 20}]\n"
       "interfaces: [{name: ge0, index: 1, vrf: red}, {name: ge1, index: 2, vrf: blue}]\n");
-  EXPECT_THAT(heard_, ElementsAre("r: deleted red"));
+  EXPECT_THAT(notifications_, ElementsAre("r: deleted red"));
   EXPECT_EQ(router_.find_interface_by_index(1)->vrf, "red");
 }
 
-TEST_F(Reconciled, RenamedVrfTakesItsIdAndMembersAlong) {
+TEST_F(Reconciled, RenamedVrfTransfersItsIdAndMembers) {
   Load(kRedAndBlue);
   Load(
       "vrfs: [{name: crimson, id: 10}, {name: blue, id: 20}]\n"
       "interfaces: [{name: ge0, index: 1, vrf: crimson}, {name: ge1, index: 2, vrf: blue}]\n");
-  EXPECT_THAT(heard_, ElementsAre("r: moved ge0 from red to default", "r: deleted red", "r: created crimson",
-                                  "r: moved ge0 from default to crimson"));
+  EXPECT_THAT(notifications_, ElementsAre("r: moved ge0 from red to default", "r: deleted red",
+                                          "r: created crimson", "r: moved ge0 from default to crimson"));
   EXPECT_EQ(changes_text(changes_), "1 VRF created, 1 VRF deleted, 1 interface moved");
 }
 
@@ -134,8 +135,8 @@ TEST_F(Reconciled, VrfWithANewIdIsAnotherVrf) {
   Load(
       "vrfs: [{name: red, id: 11}, {name: blue, id: 20}]\n"
       "interfaces: [{name: ge0, index: 1, vrf: red}, {name: ge1, index: 2, vrf: blue}]\n");
-  EXPECT_THAT(heard_, ElementsAre("r: moved ge0 from red to default", "r: deleted red", "r: created red",
-                                  "r: moved ge0 from default to red"));
+  EXPECT_THAT(notifications_, ElementsAre("r: moved ge0 from red to default", "r: deleted red",
+                                          "r: created red", "r: moved ge0 from default to red"));
 }
 
 TEST_F(Reconciled, VrfsMaySwapTheirIds) {
@@ -148,46 +149,56 @@ TEST_F(Reconciled, VrfsMaySwapTheirIds) {
 TEST_F(Reconciled, InterfaceWithANewNameIsRenamed) {
   Load("interfaces: [{name: ge0, index: 1}]");
   Load("interfaces: [{name: ge9, index: 1}]");
-  EXPECT_THAT(heard_, ElementsAre("r: changed ge0 to ge9 up"));
+  EXPECT_THAT(notifications_, ElementsAre("r: changed ge0 to ge9 up"));
 }
 
-TEST_F(Reconciled, InterfaceTakesTheNameOfOneThatGoes) {
+TEST_F(Reconciled, InterfaceTakesTheNameOfARemovedOne) {
   Load("interfaces: [{name: ge0, index: 1}, {name: ge1, index: 2}]");
   Load("interfaces: [{name: ge0, index: 2}]");
-  EXPECT_THAT(heard_, ElementsAre("r: removed ge0 in default", "r: changed ge1 to ge0 up"));
+  EXPECT_THAT(notifications_, ElementsAre("r: removed ge0 in default", "r: changed ge1 to ge0 up"));
 }
 
 TEST_F(Reconciled, InterfacesMaySwapTheirNames) {
   Load("interfaces: [{name: ge0, index: 1}, {name: ge1, index: 2}]");
+  const std::uint32_t handle = router_.find_interface_by_index(1)->handle;
   Load("interfaces: [{name: ge1, index: 1}, {name: ge0, index: 2}]");
   EXPECT_EQ(router_.find_interface_by_index(1)->name, "ge1");
+  EXPECT_EQ(router_.find_interface_by_index(1)->handle, handle);
   EXPECT_EQ(router_.find_interface_by_index(2)->name, "ge0");
   EXPECT_EQ(router_.interface_count(), 2U);
+  EXPECT_EQ(changes_text(changes_), "2 interfaces changed");
+}
+
+TEST_F(Reconciled, InterfaceTakesTheNameThatALaterOneGivesUp) {
+  Load("interfaces: [{name: ge0, index: 1}, {name: ge1, index: 2}]");
+  Load("interfaces: [{name: ge1, index: 1}, {name: ge2, index: 2}]");
+  EXPECT_EQ(router_.find_interface_by_index(1)->name, "ge1");
+  EXPECT_EQ(router_.find_interface_by_index(2)->name, "ge2");
 }
 
 TEST_F(Reconciled, InterfaceWithANewIndexIsAnotherInterface) {
   Load("interfaces: [{name: ge0, index: 1}]");
   Load("interfaces: [{name: ge0, index: 5}]");
-  EXPECT_THAT(heard_, ElementsAre("r: removed ge0 in default", "r: added ge0 in default"));
+  EXPECT_THAT(notifications_, ElementsAre("r: removed ge0 in default", "r: added ge0 in default"));
 }
 
 TEST_F(Reconciled, ReferencedVrfIsCompletedBeforeTheReferenceEnds) {
   Load("vrfs: [{name: later, state: referenced}]");
-  EXPECT_THAT(heard_, ElementsAre("r: referenced later"));
+  EXPECT_THAT(notifications_, ElementsAre("r: referenced later"));
   Load("vrfs: [{name: later, id: 9}]");
-  EXPECT_THAT(heard_, ElementsAre("r: created later"));
+  EXPECT_THAT(notifications_, ElementsAre("r: created later"));
   EXPECT_FALSE(router_.is_referenced("later"));
 }
 
-TEST_F(Reconciled, VrfGoesBackToAReferenceWithoutAGap) {
+TEST_F(Reconciled, VrfBecomesAReferenceWithoutAGap) {
   Load("vrfs: [{name: later, id: 9}]");
   Load("vrfs: [{name: later, state: referenced}]");
   EXPECT_TRUE(router_.is_referenced("later"));
   EXPECT_EQ(router_.find_vrf("later"), nullptr);
-  for (const std::string& line : heard_) EXPECT_NE(line, "r: unreferenced later");
+  for (const std::string& line : notifications_) EXPECT_NE(line, "r: unreferenced later");
 }
 
-TEST_F(Reconciled, ReferenceOfTheConfigurationIsNotTheFilesToEnd) {
+TEST_F(Reconciled, ReferenceOfTheConfigurationRemains) {
   ASSERT_EQ(router_.reference_vrf("later", router::ReferenceHolder::kConfiguration), kStatusOk);
   Load("vrfs: [{name: later, state: referenced}]");
   Load("vrfs: []");
@@ -198,26 +209,26 @@ TEST_F(Reconciled, ReferenceOfTheConfigurationIsNotTheFilesToEnd) {
 TEST_F(Reconciled, ReferenceEndsWithTheFile) {
   Load("vrfs: [{name: later, state: referenced}]");
   Load("vrfs: []");
-  EXPECT_THAT(heard_, ElementsAre("r: unreferenced later"));
+  EXPECT_THAT(notifications_, ElementsAre("r: unreferenced later"));
 }
 
-TEST_F(Reconciled, WhatOthersAddedGoes) {
+TEST_F(Reconciled, ObjectsAddedByOtherMeansAreRemoved) {
   router::Vrf stray;
   stray.name = "stray";
   stray.id = 99;
   ASSERT_EQ(router_.create_vrf(stray), kStatusOk);
   Load("vrfs: []");
-  EXPECT_THAT(heard_, ElementsAre("r: deleted stray"));
+  EXPECT_THAT(notifications_, ElementsAre("r: deleted stray"));
 }
 
-TEST_F(Reconciled, RefusedChangeIsNamedAndTheNextRunGoesOn) {
+TEST_F(Reconciled, RefusedChangeIsReportedAndTheNextRunContinues) {
   {
-    const ScopedFault fault("router_file_reconcile", kStatusNoMemory, 2);
+    const ScopedFault fault("reconcile", kStatusNoMemory, 2);
     EXPECT_EQ(Try(kRedAndBlue), kStatusNoMemory);
     EXPECT_EQ(error_, "cannot create VRF blue: Cannot allocate memory");
   }
   Load(kRedAndBlue);
-  EXPECT_THAT(heard_, ElementsAre("r: created blue", "r: added ge0 in red", "r: added ge1 in blue"));
+  EXPECT_THAT(notifications_, ElementsAre("r: created blue", "r: added ge0 in red", "r: added ge1 in blue"));
 }
 
 // Everything a file can do to a router at once: old and new text have each kind of change.
@@ -229,20 +240,20 @@ TEST_F(Reconciled, EachChangeThatTheModelRefusesEndsTheRun) {
       "vrfs: [{name: b, id: 20, rd: '1:1'}, {name: c, id: 30}, {name: begun, state: referenced}]\n"
       "interfaces: [{name: ge0, index: 1, vrf: b}, {name: ge1, index: 2, state: down}, {name: ge4, index: "
       "4}]\n";
-  constexpr const char* kRefused[] = {"cannot name VRF begun",
+  constexpr const char* kRefused[] = {"cannot reference VRF begun",
                                       "cannot remove interface ge2",
-                                      "cannot take out of its VRF interface ge0",
+                                      "cannot move interface ge0",
                                       "cannot delete VRF a",
                                       "cannot change VRF b",
                                       "cannot create VRF c",
-                                      "cannot end the naming of VRF ended",
+                                      "cannot end the reference to VRF ended",
                                       "cannot move interface ge0",
                                       "cannot change interface ge1",
                                       "cannot add interface ge4"};
   std::uint32_t change = 0;
   for (const char* refused : kRefused) {
     Load(kOld);
-    const ScopedFault fault("router_file_reconcile", kStatusIo, ++change);
+    const ScopedFault fault("reconcile", kStatusIo, ++change);
     EXPECT_EQ(Try(kNew), kStatusIo) << refused;
     EXPECT_EQ(error_, std::string(refused) + ": Input/output error");
   }
@@ -255,7 +266,7 @@ TEST_F(Reconciled, TenThousandVrfsWithTenInterfacesEach) {
   EXPECT_EQ(router_.vrf_count(), 10'000U);
   EXPECT_EQ(router_.interface_count(), 100'000U);
   Load("generate: {vrfs: 10000, interfaces_per_vrf: 10}");
-  EXPECT_THAT(heard_, IsEmpty());
+  EXPECT_THAT(notifications_, IsEmpty());
 }
 
 }  // namespace

@@ -1,0 +1,147 @@
+// What policies decide. The sources' tests cover the order of the changes.
+#include "sources/reconcile/reconcile.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/core/base/fault.h"
+#include "platform/router/model/test_support.h"
+
+namespace reconcile {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class Continuing : public Policy {
+ public:
+  Status on_refusal(const Refusal& refusal) override {
+    refusals.push_back(refusal.text());
+    return kStatusOk;
+  }
+  std::uint32_t choose_id(const router::Vrf& vrf) override { return vrf.ipv4_table; }
+  bool allows_missing_vrfs() const override { return missing_vrfs; }
+
+  std::vector<std::string> refusals;
+  bool missing_vrfs = true;
+};
+
+class Reconciliation : public ::testing::Test {
+ protected:
+  static WantedVrf Vrf(const std::string& name, std::uint32_t table, const std::string& replaces = "") {
+    WantedVrf wanted;
+    wanted.vrf.name = name;
+    wanted.vrf.ipv4_table = table;
+    wanted.replaces = replaces;
+    return wanted;
+  }
+  static router::Interface Interface(std::uint32_t index, const std::string& name,
+                                     const std::string& vrf = "default") {
+    router::Interface interface;
+    interface.index = index;
+    interface.name = name;
+    interface.vrf = vrf;
+    return interface;
+  }
+  void Run(const WantedRouter& wanted) {
+    policy_.refusals.clear();
+    ASSERT_EQ(run(wanted, &model_, &policy_, &changes_), kStatusOk);
+  }
+  std::string NameOf(std::uint32_t index) const { return model_.find_interface_by_index(index)->name; }
+
+  router::Router model_;
+  Continuing policy_;
+  Changes changes_;
+};
+
+TEST_F(Reconciliation, RefusedDeletionPreventsTheReplacementAndNothingElse) {
+  WantedRouter wanted;
+  wanted.vrfs = {Vrf("red", 10)};
+  wanted.interfaces = {Interface(5, "d0", "red")};
+  Run(wanted);
+  wanted.deleted_vrfs = {"red"};
+  wanted.vrfs = {Vrf("crimson", 10, "red"), Vrf("blue", 20)};
+  wanted.interfaces = {Interface(5, "d0", "crimson")};
+  {
+    const ScopedFault fault("router_delete_vrf", kStatusNoMemory);
+    Run(wanted);
+  }
+  EXPECT_THAT(policy_.refusals, ElementsAre("cannot delete VRF red: Cannot allocate memory",
+                                            "cannot create VRF crimson: File exists"));
+  EXPECT_NE(model_.find_vrf("red"), nullptr);
+  EXPECT_NE(model_.find_vrf("blue"), nullptr);
+  EXPECT_EQ(changes_.vrfs_created, 1U);
+  wanted.vrfs = {Vrf("crimson", 10, "red")};
+  Run(wanted);
+  EXPECT_THAT(policy_.refusals, IsEmpty());
+  EXPECT_EQ(model_.find_vrf("red"), nullptr);
+  EXPECT_EQ(model_.find_vrf("crimson")->id, 10U);
+}
+
+TEST_F(Reconciliation, MemberThatCannotLeavePreventsTheDeletion) {
+  WantedRouter wanted;
+  wanted.vrfs = {Vrf("red", 10)};
+  wanted.interfaces = {Interface(5, "d0", "red")};
+  Run(wanted);
+  wanted = {};
+  wanted.deleted_vrfs = {"red"};
+  wanted.interfaces = {Interface(5, "d0")};
+  const ScopedFault fault("router_move_interface", kStatusNoMemory, 1, 1);
+  Run(wanted);
+  EXPECT_THAT(policy_.refusals, ElementsAre("cannot move interface d0: Cannot allocate memory"));
+  EXPECT_NE(model_.find_vrf("red"), nullptr);
+}
+
+TEST_F(Reconciliation, PolicyDecidesOverMembershipsInMissingVrfs) {
+  WantedRouter wanted;
+  wanted.interfaces = {Interface(5, "d0", "red")};
+  Run(wanted);
+  EXPECT_EQ(model_.find_interface_by_index(5)->vrf, "red");
+  policy_.missing_vrfs = false;
+  Run(wanted);
+  EXPECT_EQ(model_.find_interface_by_index(5)->vrf, "default");
+  wanted.vrfs = {Vrf("red", 10)};
+  Run(wanted);
+  EXPECT_EQ(model_.find_interface_by_index(5)->vrf, "red");
+}
+
+TEST_F(Reconciliation, NamesRotateWithoutNewHandles) {
+  WantedRouter wanted;
+  wanted.interfaces = {Interface(5, "a"), Interface(6, "b"), Interface(7, "c")};
+  Run(wanted);
+  const std::uint32_t handle = model_.find_interface_by_name("a")->handle;
+  wanted.interfaces = {Interface(5, "b"), Interface(6, "c"), Interface(7, "a")};
+  Run(wanted);
+  EXPECT_THAT(policy_.refusals, IsEmpty());
+  EXPECT_THAT((std::vector<std::string>{NameOf(5), NameOf(6), NameOf(7)}), ElementsAre("b", "c", "a"));
+  EXPECT_EQ(model_.find_interface_by_name("b")->handle, handle);
+  EXPECT_EQ(changes_.interfaces_changed, 3U);
+}
+
+TEST_F(Reconciliation, ObjectsInNoListAreLeftUnchanged) {
+  WantedRouter wanted;
+  wanted.vrfs = {Vrf("red", 10)};
+  wanted.interfaces = {Interface(5, "d0", "red")};
+  Run(wanted);
+  std::vector<std::string> notifications;
+  router::Listener listener("r", &notifications);
+  model_.observe(router::ObserverRank::kOther, &listener);
+  Run({});
+  wanted.vrfs[0].vrf = *model_.find_vrf("red");
+  Run(wanted);
+  EXPECT_THAT(notifications, IsEmpty());
+  model_.stop_observing(&listener);
+}
+
+TEST_F(Reconciliation, ObjectThatIsRemovedAndWantedIsMadeAnew) {
+  WantedRouter wanted;
+  wanted.interfaces = {Interface(5, "d0")};
+  Run(wanted);
+  const std::uint32_t handle = model_.find_interface_by_index(5)->handle;
+  wanted.removed_interfaces = {5};
+  Run(wanted);
+  EXPECT_NE(model_.find_interface_by_index(5)->handle, handle);
+}
+
+}  // namespace
+}  // namespace reconcile
