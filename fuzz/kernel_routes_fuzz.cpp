@@ -39,12 +39,12 @@ void apply(const kernel::RouteEvent& event, Routes* routes) {
   if (const auto* seen = std::get_if<kernel::RouteSeen>(&event)) {
     offer(seen->route, routes);
   } else if (const auto* object = std::get_if<kernel::NextHopSeen>(&event)) {
-    routes->objects.see(object->object);
-  } else if (const auto* gone = std::get_if<kernel::NextHopGone>(&event)) {
-    if (!routes->objects.users(gone->id).contains(gone->id)) {
+    routes->objects.update(object->object);
+  } else if (const auto* removed = std::get_if<kernel::NextHopRemoved>(&event)) {
+    if (!routes->objects.users(removed->id).contains(removed->id)) {
       abort();
     }
-    routes->objects.lose(gone->id);
+    routes->objects.remove(removed->id);
   }
 }
 

@@ -1,26 +1,26 @@
-// The kernel source's life on the event loop (see kernel_source.h).
+// The event loop's part:
 //
 //   events --> mirror --(settle)--> reconciler --> router model
 //   dump  ---/                                              |
 //   route follower, on sockets of its own <-- its VRFs -----/
 //
-// Listening begins before the first dump, so nothing falls between the two; events that are older than the
-// dump are applied after it all the same. Each says how its object was at that time and the last one how it
-// is, so the mirror is right when the queue has been read to its end.
+// Listening begins before the first dump, so no event is missed between the two. Events that are older than
+// the dump are applied after it. Each describes its object at that time, and the last one its current state,
+// so the mirror is correct when the queue has been read to its end.
 //
-// Settling. One command is often several messages: a link that is up and enslaved is announced with its new
-// master, then as down, then as up; a move is a leave and a join of this kind. The mirror follows at once,
-// but the model is told when `settle` has passed since the first change and the queue is empty, so that
-// observers see one move and no flap that nobody made. A true flap shorter than that is not seen either; a
-// queue that does not run empty delays the model by at most kMaxPostponements periods.
+// Settling. One command often causes several messages: a link that is up and is enslaved is announced with
+// its new master, then as down, then as up; a move consists of a leave and a join of this kind. The mirror is
+// updated at once, but the model only when `settle` has passed since the first change and the queue is empty,
+// so that observers see one move and no flap. A real flap that is shorter is not seen either. A queue that
+// never becomes empty delays the model by at most kMaxPostponements periods.
 //
-// Losses. When the kernel could not queue an event (ENOBUFS) everything is read again, at once the first
-// time, then every `retry` while losses go on. Until that reading is complete the model waits, within the
-// same bound. A reading is done in small steps between other work; the events that arrive meanwhile go into
-// the mirror and into a log, which is applied to what was read before that replaces the mirror. A disturbed
-// reading only adds and corrects: what it did not see is taken away by the next undisturbed one.
+// Losses. When the kernel could not queue an event (ENOBUFS) everything is read again: at once the first
+// time, then every `retry` while events are being lost. The model waits for the complete dump, within the
+// same bound. A dump is read in small steps between other work. Events that arrive meanwhile are applied to
+// the mirror and stored in a log, which is applied to the dump before the dump replaces the mirror. A
+// disturbed dump only adds and updates; the next undisturbed one removes what no longer exists.
 //
-// Limits: a log that grows past the settings' bound counts as a loss.
+// Limits: a log that exceeds its bound counts as a loss.
 #include "sources/kernel/kernel_source.h"
 
 #include <linux/rtnetlink.h>
@@ -95,10 +95,10 @@ struct KernelSource::State : kernel::EventListener::Client {
   EventTimerId reread_timer = 0;
   std::uint64_t last_dump_began = 0;  // clock_monotonic()
   unsigned postponements = 0;
-  bool mirror_stale = false;  // events were lost and no dump that began afterwards has been completed
-  bool reread_soon = false;   // something during the running dump asks for another one
-  bool loss_told = false;     // losses and failures are logged once a series
-  bool failure_told = false;
+  bool mirror_stale = false;  // events were lost and no later dump is complete
+  bool reread_soon = false;   // the running dump must be repeated
+  bool loss_logged = false;   // once per series of losses
+  bool failure_logged = false;
   KernelSourceCounters counters;
 };
 
@@ -134,7 +134,7 @@ void KernelSource::State::reconcile() {
   postponements = 0;
   reconciler.run(mirror, mirror.take_changes());
   counters.refused = reconciler.refused();
-  if (mirror.names_in_doubt() && !dump.is_open()) {
+  if (mirror.has_ambiguous_names() && !dump.is_open()) {
     schedule_reread(settings.retry);
   }
 }
@@ -181,7 +181,7 @@ void KernelSource::State::on_listener_failure(kernel::EventListener::Failure fai
   mirror_stale = true;
   if (failure == kernel::EventListener::Failure::kReceiving) {
     log_line("kernel: receiving events: %s", err_text(status));
-  } else if (!std::exchange(failure_told, true)) {
+  } else if (!std::exchange(failure_logged, true)) {
     log_line("kernel: listening for events: %s", err_text(status));
   }
 }
@@ -194,7 +194,7 @@ void KernelSource::State::schedule_settling() {
 
 void KernelSource::State::settle() {
   settle_timer = 0;
-  events.read();  // what has arrived meanwhile is of the same burst
+  events.read();  // what has arrived meanwhile belongs to the same burst
   if ((!events.drained() || mirror_stale) && postponements < kMaxPostponements) {
     ++postponements;
     schedule_settling();
@@ -233,7 +233,7 @@ void KernelSource::State::begin_dump() {
   last_dump_began = clock_monotonic();
   reread_soon = false;
   log.clear();
-  if (mirror_stale && !std::exchange(loss_told, true)) {
+  if (mirror_stale && !std::exchange(loss_logged, true)) {
     log_line("kernel: events were lost (%llu times so far), reading all links and addresses",
              static_cast<unsigned long long>(counters.losses));
   }
@@ -270,7 +270,7 @@ void KernelSource::State::continue_dump() {
 
 void KernelSource::State::dump_failed(Status status) {
   ++counters.failures;
-  if (!std::exchange(failure_told, true)) {
+  if (!std::exchange(failure_logged, true)) {
     log_line("kernel: reading links and addresses: %s", err_text(status));
   }
   log.clear();
@@ -300,8 +300,8 @@ void KernelSource::State::adopt_dump(kernel::LinkDump* finished) {
   }
   mirror.replace(std::move(seen));
   mirror_stale = reread_soon;
-  failure_told = false;
-  loss_told = mirror_stale;
+  failure_logged = false;
+  loss_logged = mirror_stale;
 }
 
 KernelSource::KernelSource(router::Router* model, const KernelSourceSettings& settings)
@@ -316,7 +316,7 @@ Status KernelSource::load(std::string* error) {
       return status;
     }
   }
-  if (state_->dump.is_open()) {  // its log must not serve two readings
+  if (state_->dump.is_open()) {  // its log must not be applied to two dumps
     state_->end_dump();
     state_->schedule_reread(state_->settings.reread);
   }

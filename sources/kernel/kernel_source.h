@@ -2,13 +2,13 @@
 // IPv4 and IPv6 addresses, operational states and descriptions (the alias), and the routes of the VRFs'
 // tables, over rtnetlink.
 //
-// load() reads everything and puts it into the model; start() keeps it so from the event loop. What is lost
-// to an overrun is found by reading everything again, which is also done at intervals, because the kernel
-// does not tell of everything (the alias of a link that is down). Only differences reach the model. Routes
-// are read from start() on, table by table, in bounded steps.
+// load() reads everything into the model; start() follows changes from the event loop. After an overrun
+// everything is read again. The same happens at intervals, because the kernel does not announce every change
+// (the alias of a link that is down). Only differences reach the model. start() begins to read routes, table
+// by table, in bounded steps.
 //
-// Thread: the event manager's. The model must outlive the source, the source must go before the event
-// manager. The network namespace is the one of the thread that calls load().
+// Thread: the event manager's. The model must outlive the source, the source must be destroyed before the
+// event manager. The network namespace is the one of the thread that calls load().
 #pragma once
 
 #include <memory>
@@ -25,16 +25,16 @@ class KernelSource : public Source {
   explicit KernelSource(router::Router* model, const KernelSourceSettings& settings = {});
   ~KernelSource() override;
 
-  // Begins to listen, then reads all links and addresses and applies them as a difference; blocks for as long
-  // as the kernel takes (not longer than 2 s without an answer). Failing, it leaves the model as it was and
-  // says why in *error. kStatusTimedOut, or the system's error. May be called again.
+  // Begins to listen, then reads all links and addresses and applies the difference. Blocks while the kernel
+  // answers, but not longer than 2 s without an answer. A failure leaves the model unchanged and sets *error:
+  // kStatusTimedOut, or the system's error. May be called again.
   [[nodiscard]] Status load(std::string* error) override;
   // REQUIRES: load() succeeded.
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the kernel"; }
 
   KernelSourceCounters counters() const;
-  // True when everything that was received has reached the model and no reading is under way.
+  // True when everything that was received is in the model and nothing is being read.
   bool settled() const;
 
  private:

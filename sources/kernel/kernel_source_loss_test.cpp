@@ -1,6 +1,5 @@
-// The kernel source when something goes wrong: overruns, disturbed and failing readings, sockets that fail,
-// messages that are not the kernel's. Nothing may be lost, and nothing may be believed that the kernel did
-// not say.
+// The kernel source under failures: overruns, disturbed and failing dumps, sockets that fail, messages that
+// are not the kernel's. No change may be lost, and no forged message may be accepted.
 #include <sys/socket.h>
 
 #include <span>
@@ -75,25 +74,25 @@ TEST_F(LiveKernel, ChangesWhileTheLoopRunsAreFollowedThroughEveryOverrun) {
 
 TEST_F(LiveKernel, ManyLinksAreReadInBoundedSteps) {
   AddManyVeths(300);
-  Start({.batch = 8});  // one datagram of a dump a turn
+  Start({.batch = 8});  // one datagram of a dump per iteration
   EXPECT_EQ(model_.interface_count(), 601U);
   const std::uint64_t dumps = source_->counters().dumps;
   clock_.advance(30 * kNanosecondsPerSecond);
-  unsigned turns = 0;
+  unsigned iterations = 0;
   while (source_->counters().dumps == dumps) {
-    ASSERT_TRUE(Turn());
-    ++turns;
+    ASSERT_TRUE(RunOnce());
+    ++iterations;
   }
-  EXPECT_GT(turns, 10U);
+  EXPECT_GT(iterations, 10U);
   EXPECT_THAT(SettledLines(), IsEmpty());
 }
 
-TEST_F(LiveKernel, EventsDuringAReadingAreNotLost) {
+TEST_F(LiveKernel, EventsDuringADumpAreNotLost) {
   AddManyVeths(300);
   Start({.batch = 8});
   clock_.advance(30 * kNanosecondsPerSecond);
-  for (int turn = 0; turn < 3; ++turn) ASSERT_TRUE(Turn());
-  ASSERT_FALSE(source_->settled());  // in the middle of it
+  for (int iteration = 0; iteration < 3; ++iteration) ASSERT_TRUE(RunOnce());
+  ASSERT_FALSE(source_->settled());  // during the dump
   Batch(
       "link del a0\nlink set a1 name z1\nlink add n0 type veth peer name n1\naddr add 10.0.0.1/24 dev "
       "a299\n");
@@ -104,7 +103,7 @@ TEST_F(LiveKernel, EventsDuringAReadingAreNotLost) {
   ExpectModelEqualsKernel();
 }
 
-TEST_F(LiveKernel, LossesAskForReadingsAtTheRetryPaceOnly) {
+TEST_F(LiveKernel, LossesCauseDumpsAtTheRetryIntervalOnly) {
   AddVeth("v0", "v1");
   Start();
   const std::uint64_t before = source_->counters().dumps;
@@ -121,7 +120,7 @@ TEST_F(LiveKernel, LossesAskForReadingsAtTheRetryPaceOnly) {
   EXPECT_EQ(DescriptionOf("v0"), "loss19");
 }
 
-TEST_F(LiveKernel, DisturbedReadingIsRepeatedAndTakesNothingAway) {
+TEST_F(LiveKernel, DisturbedDumpIsRepeatedAndRemovesNothing) {
   AddVeth("v0", "v1");
   Start();
   const std::uint64_t before = source_->counters().dumps;
@@ -137,7 +136,7 @@ TEST_F(LiveKernel, DisturbedReadingIsRepeatedAndTakesNothingAway) {
   EXPECT_EQ(source_->counters().disturbed_dumps, 1U);
 }
 
-TEST_F(LiveKernel, LinksThatADisturbedReadingMissedStay) {
+TEST_F(LiveKernel, LinksMissingInADisturbedDumpStay) {
   AddVeth("v0", "v1");
   Start();
   const std::uint64_t before = source_->counters().dumps;
@@ -150,11 +149,11 @@ TEST_F(LiveKernel, LinksThatADisturbedReadingMissedStay) {
   EXPECT_EQ(source_->counters().dumps, before + 1);
   EXPECT_THAT(SettledLines(), IsEmpty());
   clock_.advance(100 * kNanosecondsPerMillisecond);
-  EXPECT_THAT(SettledLines(), IsEmpty());  // after the next reading too
+  EXPECT_THAT(SettledLines(), IsEmpty());  // after the next dump, too
   ExpectModelEqualsKernel();
 }
 
-TEST_F(LiveKernel, LoadRepeatsADisturbedReading) {
+TEST_F(LiveKernel, LoadRepeatsADisturbedDump) {
   source_ = std::make_unique<KernelSource>(&model_);
   const ScopedFault fault("netlink_dump_disturbed", EINTR, 1, 2);
   std::string error;
@@ -164,7 +163,7 @@ TEST_F(LiveKernel, LoadRepeatsADisturbedReading) {
   EXPECT_NE(Find("lo"), nullptr);
 }
 
-TEST_F(LiveKernel, LoadDisturbedForEverStillGivesWhatItSawAndReadsAgainSoon) {
+TEST_F(LiveKernel, LoadThatIsAlwaysDisturbedUsesWhatItReadAndRepeatsSoon) {
   source_ = std::make_unique<KernelSource>(&model_);
   fault_arm("netlink_dump_disturbed", EINTR, 1, 0);
   std::string error;
@@ -178,7 +177,7 @@ TEST_F(LiveKernel, LoadDisturbedForEverStillGivesWhatItSawAndReadsAgainSoon) {
   EXPECT_EQ(source_->counters().dumps, before + 1);
 }
 
-TEST_F(LiveKernel, FailedReadingIsTriedAgain) {
+TEST_F(LiveKernel, FailedDumpIsRetried) {
   AddVeth("v0", "v1");
   Start();
   Ip("link set v0 alias text");
@@ -196,7 +195,7 @@ TEST_F(LiveKernel, FailedReadingIsTriedAgain) {
   EXPECT_EQ(DescriptionOf("v0"), "text");
 }
 
-TEST_F(LiveKernel, FailedSocketIsReplacedAndNothingIsLost) {
+TEST_F(LiveKernel, FailedSocketIsReplacedWithoutALoss) {
   AddVeth("v0", "v1");
   Start();
   fault_arm("netlink_receive", EIO, 1, 1);
@@ -204,7 +203,7 @@ TEST_F(LiveKernel, FailedSocketIsReplacedAndNothingIsLost) {
   event_run_pending(manager_);
   fault_disarm_all();
   EXPECT_EQ(source_->counters().failures, 1U);
-  fault_arm("netlink_join", EACCES, 2, 1);  // and it does not work the first time
+  fault_arm("netlink_join", EACCES, 2, 1);  // the first attempt fails
   clock_.advance(100 * kNanosecondsPerMillisecond);
   event_run_pending(manager_);
   EXPECT_EQ(source_->counters().failures, 2U);
@@ -245,12 +244,12 @@ TEST_F(LiveKernel, StartThatFailsIsReported) {
   EXPECT_EQ(source_->start(manager_), static_cast<Status>(EMFILE));
 }
 
-TEST_F(LiveKernel, SourceThatEndsInTheMiddleOfAReadingLeavesNothingBehind) {
+TEST_F(LiveKernel, SourceDestroyedDuringADumpHasNoFurtherEffect) {
   Start();
   clock_.advance(30 * kNanosecondsPerSecond);
   {
-    const ScopedFault fault("netlink_receive", EAGAIN, 1, 0);  // the answer never comes
-    ASSERT_TRUE(Turn());
+    const ScopedFault fault("netlink_receive", EAGAIN, 1, 0);  // the answer never arrives
+    ASSERT_TRUE(RunOnce());
     EXPECT_FALSE(source_->settled());
     source_.reset();
   }
@@ -260,11 +259,11 @@ TEST_F(LiveKernel, SourceThatEndsInTheMiddleOfAReadingLeavesNothingBehind) {
   EXPECT_THAT(listener_.TakeLines(), IsEmpty());
 }
 
-TEST_F(LiveKernel, MoreEventsDuringAReadingThanAreKeptCountAsALoss) {
+TEST_F(LiveKernel, EventsBeyondTheLogCountAsALoss) {
   AddManyVeths(300);
   Start({.batch = 8, .log = 5});
   clock_.advance(30 * kNanosecondsPerSecond);
-  for (int turn = 0; turn < 3; ++turn) ASSERT_TRUE(Turn());
+  for (int iteration = 0; iteration < 3; ++iteration) ASSERT_TRUE(RunOnce());
   ASSERT_FALSE(source_->settled());
   Batch(
       "link del a0\nlink set a1 name z1\nlink add n0 type veth peer name n1\naddr add 10.0.0.1/24 dev "
@@ -274,7 +273,7 @@ TEST_F(LiveKernel, MoreEventsDuringAReadingThanAreKeptCountAsALoss) {
   ExpectModelEqualsKernel();
 }
 
-TEST_F(LiveKernel, ReadingsThatKeepFailingDelayTheModelByABoundOnly) {
+TEST_F(LiveKernel, FailingDumpsDelayTheModelByABoundOnly) {
   AddVeth("v0", "v1");
   Start();
   fault_arm("netlink_receive", ENOBUFS, 1, 1);
@@ -286,7 +285,7 @@ TEST_F(LiveKernel, ReadingsThatKeepFailingDelayTheModelByABoundOnly) {
     clock_.advance(kSettle);
   }
   fault_disarm_all();
-  EXPECT_GT(periods, 2U);  // it did wait for the reading
+  EXPECT_GT(periods, 2U);  // it waits for the dump
   EXPECT_LE(periods, 13U);
 }
 
@@ -302,7 +301,7 @@ TEST_F(LiveKernel, LoadGivesUpWhenTheKernelDoesNotAnswer) {
   EXPECT_EQ(model_.interface_count(), 0U);
 }
 
-// What the socket itself refuses to hand out.
+// What the socket itself filters.
 class LiveSocket : public LiveKernel {
  protected:
   static Received ReceiveWaiting(NetlinkSocket* socket, std::span<const std::uint8_t>* datagram) {
@@ -314,7 +313,7 @@ class LiveSocket : public LiveKernel {
   }
 };
 
-TEST_F(LiveSocket, DatagramOfAnotherProcessIsNotBelieved) {
+TEST_F(LiveSocket, DatagramOfAnotherProcessIsIgnored) {
   NetlinkSocket socket;
   ASSERT_EQ(socket.open(), kStatusOk);
   sockaddr_nl address{};
@@ -331,7 +330,7 @@ TEST_F(LiveSocket, DatagramOfAnotherProcessIsNotBelieved) {
   std::span<const std::uint8_t> datagram;
   EXPECT_EQ(socket.receive(&datagram), Received::kNothing);
   ASSERT_EQ(socket.send(request_links()), kStatusOk);
-  EXPECT_EQ(ReceiveWaiting(&socket, &datagram), Received::kDatagram);  // the kernel is
+  EXPECT_EQ(ReceiveWaiting(&socket, &datagram), Received::kDatagram);  // the kernel's is accepted
 }
 
 TEST_F(LiveSocket, DatagramLargerThanTheBufferIsALossAndTheBufferGrows) {

@@ -26,7 +26,7 @@ TEST_F(LiveKernel, LoadFindsWhatExists) {
   EXPECT_EQ(AddressesOf("v0"), "10.0.0.1/24");
 }
 
-TEST_F(LiveKernel, NothingFallsBetweenLoadAndStart) {
+TEST_F(LiveKernel, NoEventIsMissedBetweenLoadAndStart) {
   source_ = std::make_unique<KernelSource>(&model_);
   std::string error;
   ASSERT_EQ(source_->load(&error), kStatusOk) << error;
@@ -173,7 +173,7 @@ TEST_F(LiveKernel, Ipv6AddressCountsWhenItIsKnownToBeUnique) {
   EXPECT_TRUE(EventuallyTrue([&] { return AddressesOf("v0").find("2001:db8::1/64") != std::string::npos; }));
 }
 
-TEST_F(LiveKernel, AliasOfALinkThatIsUpComesAtOnce) {
+TEST_F(LiveKernel, AliasOfALinkThatIsUpIsFollowedAtOnce) {
   AddVeth("v0", "v1");
   Ip("link set v0 up");
   Start();
@@ -181,17 +181,17 @@ TEST_F(LiveKernel, AliasOfALinkThatIsUpComesAtOnce) {
   EXPECT_THAT(SettledLines(), Contains("v0 'new text'"));
 }
 
-TEST_F(LiveKernel, AliasOfALinkThatIsDownComesWithTheNextReading) {
+TEST_F(LiveKernel, AliasOfALinkThatIsDownIsFoundByTheNextDump) {
   AddVeth("v0", "v1");
   Start();
   Ip("link set v0 alias 'new text'");
   Settle();
-  EXPECT_EQ(DescriptionOf("v0"), "");  // the kernel did not tell
+  EXPECT_EQ(DescriptionOf("v0"), "");  // the kernel did not announce it
   clock_.advance(30 * kNanosecondsPerSecond);
   EXPECT_THAT(SettledLines(), ElementsAre("v0 'new text'"));
   Ip("link set v0 alias 'newer'");
   clock_.advance(30 * kNanosecondsPerSecond);
-  EXPECT_THAT(SettledLines(), ElementsAre("v0 'newer'"));  // and so on
+  EXPECT_THAT(SettledLines(), ElementsAre("v0 'newer'"));  // again at the next interval
 }
 
 TEST_F(LiveKernel, BridgeAndItsPortsStayInDefault) {

@@ -1,9 +1,9 @@
-// For the tests against a real kernel: every test in a new network namespace of its own, changed with ip(8).
+// For tests against a real kernel: each test has a network namespace of its own, which it changes with ip(8).
 //
-// The clock stands still and the event loop is stepped, so nothing waits, except where the kernel itself
-// works in the background (carrier, duplicate address detection): there a test polls, with a bound.
+// The clock is manual and the event loop is stepped, so nothing waits. Only where the kernel itself works in
+// the background (carrier, duplicate address detection) a test polls, with a bound.
 //
-// Where no namespace can be made (no privilege), every test is skipped and says so. Tests that need VRF
+// Without the privilege to create a namespace every test is skipped with a message. Tests that need VRF
 // devices are skipped on kernels without them; tests/kernel runs them in a guest that has them.
 #pragma once
 
@@ -33,7 +33,7 @@ namespace kernel {
 
 inline constexpr std::uint64_t kSettle = 20 * kNanosecondsPerMillisecond;
 
-// A user namespace gives the privilege where user namespaces are allowed.
+// A user namespace has the privilege where user namespaces are allowed.
 inline int EnterNewNamespace() {
   if (unshare(CLONE_NEWNET) == 0) return 0;
   if (unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0) return 0;
@@ -129,15 +129,15 @@ class LiveKernel : public ::testing::Test {
     Settle();
     return listener_.TakeLines();
   }
-  // One turn of the loop: what one wait collects.
-  bool Turn() {
+  // One iteration of the loop: what one wait collects.
+  bool RunOnce() {
     std::array<unsigned char, 1024> buffer{};
     EventContext context{manager_, buffer.data(), buffer.size(), 0};
     if (event_wait_for(&context, kNanosecondsPerSecond) != 0) return false;
     event_dispatch(&context);
     return true;
   }
-  // For what the kernel does in the background; up to 10 s of real time.
+  // Waits for background work of the kernel, up to 10 s of real time.
   bool EventuallyTrue(const std::function<bool()>& condition) {
     for (int attempt = 0; attempt < 1000; ++attempt) {
       Settle();
@@ -161,7 +161,7 @@ class LiveKernel : public ::testing::Test {
     return interface == nullptr ? "no interface" : Listener::Addresses(*interface);
   }
   bool IsUp(const std::string& name) const { return Find(name) != nullptr && Find(name)->up; }
-  // What a second source makes of the kernel that it reads only once.
+  // The model of a second source that reads the kernel once.
   static std::vector<std::string> FreshReading() {
     router::Router model;
     KernelSource source(&model);

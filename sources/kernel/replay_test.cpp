@@ -1,7 +1,6 @@
-// Recordings of a kernel with VRF devices, from the datagram to the model: a dump of a router with three
-// VRFs, and every event of that router's life, applied one datagram at a time and in bursts.
-//
-// tests/data/netlink/README.md says what was done while they were made.
+// Recordings of a kernel with VRF devices, from the datagram to the model: a dump of a router with three VRFs
+// and all of its events, applied one datagram at a time and in bursts. tests/data/netlink/README.md describes
+// them.
 #include <gmock/gmock.h>
 
 #include <map>
@@ -34,11 +33,11 @@ class Recording : public ::testing::Test {
   std::vector<std::string> Settle() {
     reconciler_.run(mirror_, mirror_.take_changes());
     EXPECT_EQ(reconciler_.refused(), 0U);
-    EXPECT_FALSE(mirror_.names_in_doubt());
+    EXPECT_FALSE(mirror_.has_ambiguous_names());
     return listener_.TakeLines();
   }
-  // What the model told of the step of this name, without the marks themselves. The recorded router wrote
-  // each step's name into the alias of lo, "mark: NAME", before the step; here the model follows once a step.
+  // The notifications of a step, without its mark. Before each step the recorded router set the alias of lo
+  // to "mark: NAME". The model is updated once per step.
   std::vector<std::string> StepLines(const std::string& name) {
     if (steps_.empty()) ReadSteps();
     EXPECT_TRUE(steps_.contains(name)) << name;
@@ -137,9 +136,8 @@ TEST_F(Recording, EventsLeadToTheFinalRouterWhateverTheBurst) {
   }
 }
 
-// Dump and events overlap in a real start: the events are replayed over a dump that is newer than most of
-// them.
-TEST_F(Recording, EventsOlderThanTheDumpDoNoHarm) {
+// As in a real start, where dump and events overlap: the events are replayed over a newer dump.
+TEST_F(Recording, EventsOlderThanTheDumpHaveNoEffect) {
   Feed("dump-link.raw");
   Feed("dump-addr.raw");
   Settle();
@@ -163,7 +161,7 @@ TEST_F(Recording, AdministrativeFlapIsSeen) {
               ElementsAre("d0 up", "d0 addresses 10.0.0.1/24 fe80::5c26:57ff:fe07:b5f9/64"));
 }
 
-TEST_F(Recording, CarrierOfThePeerIsSeenThoughNothingSaysThatItChanged) {
+TEST_F(Recording, CarrierOfThePeerIsFollowed) {
   EXPECT_THAT(StepLines("carrier lost ve0"), ElementsAre("ve0 down"));
   EXPECT_THAT(StepLines("carrier back ve0"), ElementsAre("ve0 up"));
   EXPECT_THAT(StepLines("carrier off dummy"), ElementsAre("d1 down"));
@@ -175,7 +173,7 @@ TEST_F(Recording, AliasIsTheDescription) {
   EXPECT_THAT(StepLines("alias removed d1"), ElementsAre("d1 ''"));
 }
 
-TEST_F(Recording, AlternativeNameIsNoChange) {
+TEST_F(Recording, AlternativeNameChangesNothing) {
   EXPECT_THAT(StepLines("altname"), IsEmpty());
 }
 
@@ -185,19 +183,19 @@ TEST_F(Recording, MoveBetweenVrfsIsOneMove) {
   EXPECT_THAT(StepLines("d2 back to blue"), Contains("moved d2 from default to blue"));
 }
 
-TEST_F(Recording, RenamedVrfTakesItsInterfacesAlong) {
+TEST_F(Recording, RenamedVrfTransfersItsInterfaces) {
   EXPECT_THAT(
       StepLines("rename vrf blue"),
       ElementsAre("moved d2 from blue to default", "moved d3 from blue to default", "deleted blue",
                   "created azure", "moved d2 from default to azure", "moved d3 from default to azure"));
 }
 
-TEST_F(Recording, StateOfAVrfDeviceIsNotTheModels) {
+TEST_F(Recording, StateOfAVrfDeviceIsNotInTheModel) {
   EXPECT_THAT(StepLines("vrf azure down"), IsEmpty());
   EXPECT_THAT(StepLines("vrf azure up"), IsEmpty());
 }
 
-TEST_F(Recording, DeletedInterfaceGoesFromItsVrfThoughTheDeletionNamesNoMaster) {
+TEST_F(Recording, DeletedInterfaceIsRemovedFromItsVrfThoughTheDeletionHasNoMaster) {
   EXPECT_THAT(StepLines("delete interface d4.100 in green"), ElementsAre("removed d4.100 in green"));
   EXPECT_THAT(StepLines("delete d0"), ElementsAre("removed d0 in red"));
 }
@@ -217,7 +215,7 @@ TEST_F(Recording, MoveToAnotherNamespaceIsADeletion) {
   EXPECT_THAT(StepLines("move interface to other netns"), ElementsAre("removed ve0 in green"));
 }
 
-TEST_F(Recording, RoutesAndLabelsAreNoConcern) {
+TEST_F(Recording, RoutesAndLabelsAreIgnored) {
   EXPECT_THAT(StepLines("add route"), IsEmpty());
   EXPECT_THAT(StepLines("mpls label change"), IsEmpty());
 }

@@ -1,5 +1,4 @@
-// For the tests of this folder: rtnetlink messages made to order, and a model that writes down what it is
-// told.
+// For the tests of this folder: encoded rtnetlink messages, and an observer that records notifications.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,7 +27,7 @@ inline constexpr std::uint32_t kUpAndRunning = IFF_UP | IFF_RUNNING | 0x10000;  
 
 using Octets = std::vector<std::uint8_t>;
 
-// One link message, attribute by attribute; what is not set is not sent.
+// One link message, attribute by attribute; attributes that are not set are left out.
 struct LinkMessage {
   std::uint16_t type = RTM_NEWLINK;
   std::uint16_t message_flags = 0;
@@ -135,7 +134,7 @@ inline std::vector<Event> Parse(const Octets& datagram, ParseReport* report = nu
   return events;
 }
 
-// A recording: datagrams as received, each after its length in four octets, most significant first.
+// A recording: datagrams as received, each preceded by its length in four octets, most significant first.
 inline std::vector<Octets> ReadRecording(const std::string& name) {
   std::ifstream file("tests/data/netlink/" + name, std::ios::binary);
   const Octets all((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
@@ -152,7 +151,7 @@ inline std::vector<Octets> ReadRecording(const std::string& name) {
   return datagrams;
 }
 
-// Writes one line for everything that the model tells, and checks what every observer may rely on.
+// Records one line per notification, and checks the order that every observer may rely on.
 class Listener : public router::Observer {
  public:
   explicit Listener(router::Router* model) : model_(model) {

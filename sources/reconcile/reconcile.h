@@ -69,7 +69,8 @@ struct Refusal {
 class Policy {
  public:
   virtual ~Policy() = default;
-  // kStatusOk goes on with the changes that do not depend on the refused one; any other status ends the run.
+  // kStatusOk continues with the changes that do not depend on the refused one; any other status ends the
+  // run.
   [[nodiscard]] virtual Status on_refusal(const Refusal& refusal) = 0;
   // The id of a VRF that is about to be created without one.
   virtual std::uint32_t choose_id(const router::Vrf& vrf) { return vrf.id; }

@@ -1,16 +1,11 @@
-// The mirror's bookkeeping (see mirror.h).
+// Names. Events that were queued before a dump describe earlier states, so two links may claim the same name
+// for a moment. The later message is correct about its own link; the earlier owner has no name until the next
+// message about it. Nothing else here depends on names.
 //
-// Names. Events that were queued before a dump was read tell of the past, so for a moment two links may claim
-// one name. The later message is right about its own link; the earlier owner stays without a name until it is
-// heard of again. Nothing else may depend on names here.
-//
-// IPv4 order. The kernel keeps an interface's primary addresses before the secondary ones, a new primary
-// behind the last one whose scope is not wider (RT_SCOPE values grow as the scope narrows), a new secondary
-// at the very end. Inserting by the same rule keeps the live order equal to that of a dump. A message about
-// an address that is known and keeps its rank leaves its place alone: lifetimes and renames repeat addresses.
-//
-// Limits: as many links and addresses as the kernel has; a look-up by name is one hash, everything else a
-// tree.
+// IPv4 order. The kernel lists an interface's primary addresses before the secondary ones. It inserts a new
+// primary after the last one whose scope is not wider (RT_SCOPE values grow as the scope narrows) and appends
+// a new secondary. The same rule here gives the order of a dump. A repeated message about an address of
+// unchanged rank does not move it: lifetimes and renames repeat addresses.
 #include "sources/kernel/links/mirror.h"
 
 #include <algorithm>
@@ -54,13 +49,13 @@ void append_once(std::vector<router::Address>* list, const router::Address& addr
 
 void Mirror::apply(const Event& event) {
   if (const auto* seen = std::get_if<LinkSeen>(&event)) {
-    see_link(seen->link);
-  } else if (const auto* gone = std::get_if<LinkRemoved>(&event)) {
-    lose_link(gone->index);
+    update_link(seen->link);
+  } else if (const auto* removed = std::get_if<LinkRemoved>(&event)) {
+    remove_link(removed->index);
   } else if (const auto* address = std::get_if<AddressSeen>(&event)) {
-    see_address(address->address);
-  } else if (const auto* lost = std::get_if<AddressRemoved>(&event)) {
-    lose_address(lost->address);
+    update_address(address->address);
+  } else if (const auto* old_address = std::get_if<AddressRemoved>(&event)) {
+    remove_address(old_address->address);
   }
 }
 
@@ -88,7 +83,7 @@ void Mirror::release_name(const Link& link) {
   }
 }
 
-void Mirror::see_link(const Link& link) {
+void Mirror::update_link(const Link& link) {
   const auto known = links_.find(link.index);
   if (known != links_.end() && known->second == link) {
     return;
@@ -101,7 +96,7 @@ void Mirror::see_link(const Link& link) {
   touch(link.index);
 }
 
-void Mirror::lose_link(std::uint32_t index) {
+void Mirror::remove_link(std::uint32_t index) {
   addresses_.erase(index);
   const auto known = links_.find(index);
   if (known == links_.end()) {
@@ -113,7 +108,7 @@ void Mirror::lose_link(std::uint32_t index) {
   changes_.touched.erase(index);
 }
 
-void Mirror::see_address(const LinkAddress& address) {
+void Mirror::update_address(const LinkAddress& address) {
   AddressList& list = addresses_[address.index];
   const auto known = std::find_if(list.begin(), list.end(),
                                   [&](const LinkAddress& each) { return each.same_address(address); });
@@ -127,7 +122,7 @@ void Mirror::see_address(const LinkAddress& address) {
   touch(address.index);
 }
 
-void Mirror::lose_address(const LinkAddress& address) {
+void Mirror::remove_address(const LinkAddress& address) {
   const auto list = addresses_.find(address.index);
   if (list == addresses_.end()) {
     return;
@@ -163,11 +158,11 @@ void Mirror::replace(Mirror dump) {
 
 void Mirror::merge(const Mirror& dump) {
   for (const auto& [index, link] : dump.links_) {
-    see_link(link);
+    update_link(link);
   }
   for (const auto& [index, list] : dump.addresses_) {
     for (const LinkAddress& address : list) {
-      see_address(address);
+      update_address(address);
     }
   }
 }

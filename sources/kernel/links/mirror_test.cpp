@@ -1,4 +1,4 @@
-// Tests of the mirror: order of addresses, names in doubt, what counts as changed.
+// The mirror: order of addresses, ambiguous names, what counts as a change.
 #include "sources/kernel/links/mirror.h"
 
 #include <gmock/gmock.h>
@@ -30,7 +30,7 @@ class KernelMirror : public ::testing::Test {
     return address;
   }
   void See(std::uint32_t index, const std::string& name) { mirror_.apply(LinkSeen{MakeLink(index, name)}); }
-  void Lose(std::uint32_t index) { mirror_.apply(LinkRemoved{index}); }
+  void Delete(std::uint32_t index) { mirror_.apply(LinkRemoved{index}); }
   void Add(const LinkAddress& address) { mirror_.apply(AddressSeen{address}); }
   void Remove(const LinkAddress& address) { mirror_.apply(AddressRemoved{address}); }
   std::vector<std::string> Addresses(std::uint32_t index) const {
@@ -48,42 +48,42 @@ class KernelMirror : public ::testing::Test {
   Mirror mirror_;
 };
 
-TEST_F(KernelMirror, RepeatedLinkIsNoChange) {
+TEST_F(KernelMirror, RepeatedLinkChangesNothing) {
   See(5, "d0");
   ExpectChanges({}, {5});
   See(5, "d0");
   EXPECT_FALSE(mirror_.changed());
 }
 
-TEST_F(KernelMirror, DeletedLinkTakesItsAddressesAlong) {
+TEST_F(KernelMirror, DeletedLinkLosesItsAddresses) {
   See(5, "d0");
   Add(MakeAddress(5, "10.0.0.1/24"));
-  Lose(5);
+  Delete(5);
   EXPECT_EQ(mirror_.find(5), nullptr);
   EXPECT_THAT(Addresses(5), IsEmpty());
   ExpectChanges({5}, {});
 }
 
-TEST_F(KernelMirror, IndexUsedAgainIsBothGoneAndThere) {
+TEST_F(KernelMirror, ReusedIndexIsBothRemovedAndTouched) {
   See(5, "d0");
   (void)mirror_.take_changes();
-  Lose(5);
+  Delete(5);
   See(5, "d0");
   ExpectChanges({5}, {5});
 }
 
-TEST_F(KernelMirror, DeletionOfAnUnknownLinkIsNoChange) {
-  Lose(77);
+TEST_F(KernelMirror, DeletionOfAnUnknownLinkChangesNothing) {
+  Delete(77);
   EXPECT_FALSE(mirror_.changed());
 }
 
-TEST_F(KernelMirror, AddressMayComeBeforeItsLink) {
+TEST_F(KernelMirror, AddressMayPrecedeItsLink) {
   Add(MakeAddress(5, "10.0.0.1/24"));
   See(5, "d0");
   EXPECT_THAT(Addresses(5), ElementsAre("10.0.0.1/24"));
 }
 
-TEST_F(KernelMirror, RemovedAddressIsGone) {
+TEST_F(KernelMirror, RemovedAddressIsNotListed) {
   Add(MakeAddress(5, "10.0.0.1/24"));
   Add(MakeAddress(5, "10.0.1.1/24"));
   (void)mirror_.take_changes();
@@ -94,7 +94,7 @@ TEST_F(KernelMirror, RemovedAddressIsGone) {
   EXPECT_THAT(Addresses(5), IsEmpty());
 }
 
-TEST_F(KernelMirror, RemovalOfAnUnknownAddressIsNoChange) {
+TEST_F(KernelMirror, RemovalOfAnUnknownAddressChangesNothing) {
   Remove(MakeAddress(5, "10.0.0.1/24"));
   Add(MakeAddress(5, "10.0.0.1/24"));
   (void)mirror_.take_changes();
@@ -102,20 +102,20 @@ TEST_F(KernelMirror, RemovalOfAnUnknownAddressIsNoChange) {
   EXPECT_FALSE(mirror_.changed());
 }
 
-TEST_F(KernelMirror, Ipv4PrimariesComeInOrderOfAddition) {
+TEST_F(KernelMirror, Ipv4PrimariesAreInOrderOfAddition) {
   Add(MakeAddress(5, "10.9.0.1/24"));
   Add(MakeAddress(5, "10.1.0.1/24"));
   EXPECT_THAT(Addresses(5), ElementsAre("10.9.0.1/24", "10.1.0.1/24"));
 }
 
-TEST_F(KernelMirror, Ipv4SecondariesComeAfterEveryPrimary) {
+TEST_F(KernelMirror, Ipv4SecondariesFollowEveryPrimary) {
   Add(MakeAddress(5, "10.0.0.1/24"));
   Add(MakeAddress(5, "10.0.0.2/24", 0, true));
   Add(MakeAddress(5, "10.1.0.1/24"));
   EXPECT_THAT(Addresses(5), ElementsAre("10.0.0.1/24", "10.1.0.1/24", "10.0.0.2/24"));
 }
 
-TEST_F(KernelMirror, PromotedSecondaryMovesBehindThePrimaries) {
+TEST_F(KernelMirror, PromotedSecondaryMovesAfterThePrimaries) {
   Add(MakeAddress(5, "10.0.0.1/24"));
   Add(MakeAddress(5, "10.0.0.2/24", 0, true));
   Add(MakeAddress(5, "10.0.0.3/24", 0, true));
@@ -125,7 +125,7 @@ TEST_F(KernelMirror, PromotedSecondaryMovesBehindThePrimaries) {
   EXPECT_THAT(Addresses(5), ElementsAre("10.1.0.1/24", "10.0.0.2/24", "10.0.0.3/24"));
 }
 
-TEST_F(KernelMirror, NarrowScopeComesBeforeGlobalAsInTheKernel) {
+TEST_F(KernelMirror, NarrowScopePrecedesGlobalAsInTheKernel) {
   Add(MakeAddress(5, "10.0.0.1/24"));
   Add(MakeAddress(5, "169.254.0.1/16", RT_SCOPE_LINK));
   EXPECT_THAT(Addresses(5), ElementsAre("169.254.0.1/16", "10.0.0.1/24"));
@@ -140,7 +140,7 @@ TEST_F(KernelMirror, RepeatedAddressKeepsItsPlace) {
   EXPECT_FALSE(mirror_.changed());
 }
 
-TEST_F(KernelMirror, Ipv6OrderDoesNotDependOnWhoCameFirst) {
+TEST_F(KernelMirror, Ipv6OrderIsIndependentOfHistory) {
   Add(MakeAddress(5, "fe80::1/64", RT_SCOPE_LINK));
   Add(MakeAddress(5, "2001:db8::2/64"));
   Add(MakeAddress(5, "2001:db8::1/128"));
@@ -198,21 +198,21 @@ TEST_F(KernelMirror, NameClaimedByALaterLinkIsTakenFromTheFormer) {
   See(6, "d0");
   EXPECT_EQ(NameOf(5), "");
   EXPECT_EQ(NameOf(6), "d0");
-  EXPECT_TRUE(mirror_.names_in_doubt());
+  EXPECT_TRUE(mirror_.has_ambiguous_names());
   See(5, "d1");
   EXPECT_EQ(NameOf(5), "d1");
-  EXPECT_FALSE(mirror_.names_in_doubt());
+  EXPECT_FALSE(mirror_.has_ambiguous_names());
 }
 
-TEST_F(KernelMirror, DoubtEndsWhenTheNamelessLinkGoes) {
+TEST_F(KernelMirror, NamesAreUnambiguousWhenTheNamelessLinkIsRemoved) {
   See(5, "d0");
   See(6, "d0");
-  Lose(5);
-  EXPECT_FALSE(mirror_.names_in_doubt());
+  Delete(5);
+  EXPECT_FALSE(mirror_.has_ambiguous_names());
   EXPECT_EQ(NameOf(6), "d0");
 }
 
-TEST_F(KernelMirror, SwapThroughAThirdNameLeavesNoDoubt) {
+TEST_F(KernelMirror, SwapThroughAThirdNameIsUnambiguous) {
   See(5, "a");
   See(6, "b");
   See(5, "tmp");
@@ -220,7 +220,7 @@ TEST_F(KernelMirror, SwapThroughAThirdNameLeavesNoDoubt) {
   See(5, "b");
   EXPECT_EQ(NameOf(5), "b");
   EXPECT_EQ(NameOf(6), "a");
-  EXPECT_FALSE(mirror_.names_in_doubt());
+  EXPECT_FALSE(mirror_.has_ambiguous_names());
 }
 
 TEST_F(KernelMirror, FreedNameCanBeTakenAgain) {
@@ -228,7 +228,7 @@ TEST_F(KernelMirror, FreedNameCanBeTakenAgain) {
   See(5, "b");
   See(6, "a");
   EXPECT_EQ(NameOf(5), "b");
-  EXPECT_FALSE(mirror_.names_in_doubt());
+  EXPECT_FALSE(mirror_.has_ambiguous_names());
 }
 
 TEST_F(KernelMirror, UndisturbedDumpReplacesAndMarksOnlyDifferences) {
@@ -249,7 +249,7 @@ TEST_F(KernelMirror, UndisturbedDumpReplacesAndMarksOnlyDifferences) {
   EXPECT_EQ(NameOf(9), "created");
 }
 
-TEST_F(KernelMirror, DisturbedDumpTakesNothingAway) {
+TEST_F(KernelMirror, DisturbedDumpRemovesNothing) {
   See(5, "missed");
   Add(MakeAddress(5, "10.0.0.1/24"));
   (void)mirror_.take_changes();

@@ -154,7 +154,7 @@ std::uint32_t Reconciler::choose_id(const router::Vrf& vrf) {
 void Reconciler::on_vrfs_done(const reconcile::Changes& changes) {
   if (changes.vrfs_created + changes.vrfs_deleted > 0) ids_.vrfs_changed();
   ids_.end_start();
-  ids_.keep(*model_);
+  ids_.save(*model_);
 }
 
 // The link of the refused change. A refused VRF is not counted as created or deleted.

@@ -1,5 +1,5 @@
-// Tests of the reconciler: what the model is told, and in which order. The listener itself checks that
-// nothing joins a VRF before it exists and that no VRF is deleted with interfaces in it.
+// Which changes the kernel's state makes in the model, and in which order. The listener also checks that no
+// interface joins a VRF before it exists and that no VRF is deleted with members.
 #include "sources/kernel/links/reconciler.h"
 
 #include <gmock/gmock.h>
@@ -56,7 +56,7 @@ class KernelModel : public ::testing::Test {
     ASSERT_TRUE(router::parse_address(text, &address.address));
     mirror_.apply(AddressSeen{address});
   }
-  // Lets the model follow; what it told is the result.
+  // Updates the model and returns its notifications.
   std::vector<std::string> Settle() {
     reconciler_.run(mirror_, mirror_.take_changes());
     return listener_.TakeLines();
@@ -76,7 +76,7 @@ class KernelModel : public ::testing::Test {
   Reconciler reconciler_{&model_};
 };
 
-TEST_F(KernelModel, VrfDeviceIsAVrfAndNoInterface) {
+TEST_F(KernelModel, VrfDeviceIsAVrfAndNotAnInterface) {
   AddVrf("red", 2, 10);
   SetAlias(2, "a customer");
   EXPECT_THAT(Settle(), ElementsAre("created red"));
@@ -95,7 +95,7 @@ TEST_F(KernelModel, InterfaceInNoVrfBelongsToDefault) {
   EXPECT_THAT(Settle(), ElementsAre("added lo in default up"));
 }
 
-TEST_F(KernelModel, InterfaceCarriesIndexAliasStateAndAddresses) {
+TEST_F(KernelModel, InterfaceHasIndexAliasStateAndAddresses) {
   AddLink("d0", 5, 0, true);
   SetAlias(5, "to the customer");
   AddAddress(5, "10.0.0.1/24");
@@ -118,7 +118,7 @@ TEST_F(KernelModel, InterfaceWhoseMasterIsNotYetKnownJoinsLater) {
   EXPECT_THAT(Settle(), ElementsAre("created red", "moved d0 from default to red"));
 }
 
-TEST_F(KernelModel, MasterThatIsNoVrfDeviceIsNoMembership) {
+TEST_F(KernelModel, MasterThatIsNotAVrfDeviceMakesNoMembership) {
   AddLink("br0", 7);
   AddLink("d0", 5, 7);
   Settle();
@@ -157,7 +157,7 @@ TEST_F(KernelModel, ReleasedInterfaceReturnsToDefault) {
   EXPECT_THAT(Settle(), ElementsAre("moved d0 from red to default"));
 }
 
-TEST_F(KernelModel, DeletedInterfaceGoesFromTheVrfItWasIn) {
+TEST_F(KernelModel, DeletedInterfaceIsRemovedFromItsVrf) {
   AddVrf("red", 2, 10);
   AddLink("d0", 5, 2, true);
   Settle();
@@ -178,7 +178,7 @@ TEST_F(KernelModel, DeletedVrfIsLeftByItsInterfacesFirst) {
               ElementsAre("moved d0 from red to default", "moved d1 from red to default", "deleted red"));
 }
 
-TEST_F(KernelModel, InterfaceAndVrfDeletedTogetherGoInThatOrder) {
+TEST_F(KernelModel, InterfaceAndVrfDeletedTogetherAreRemovedInThatOrder) {
   AddVrf("red", 2, 10);
   AddLink("d0", 5, 2);
   Settle();
@@ -223,7 +223,7 @@ TEST_F(KernelModel, VrfDeletedAndMadeAgainInOneBatchIsANewVrf) {
                                     "moved d0 from default to red"));
 }
 
-TEST_F(KernelModel, VrfMadeAgainUnderTheSameIndexIsANewVrf) {
+TEST_F(KernelModel, VrfCreatedAgainWithTheSameIndexIsANewVrf) {
   AddVrf("red", 2, 10);
   Settle();
   Delete(2);
@@ -249,7 +249,7 @@ TEST_F(KernelModel, InterfaceMadeAgainUnderTheSameIndexHasANewHandle) {
   EXPECT_NE(HandleOf("d0"), before);
 }
 
-TEST_F(KernelModel, IndexThatBecomesAVrfIsNoInterfaceAnyMore) {
+TEST_F(KernelModel, IndexThatBecomesAVrfIsNoLongerAnInterface) {
   AddLink("d0", 5);
   Settle();
   AddVrf("red", 5, 10);
@@ -315,7 +315,7 @@ TEST_F(KernelModel, NameFreedByADeletionIsTakenInOneBatch) {
   EXPECT_THAT(Settle(), ElementsAre("removed d0 in default", "added d0 in default down"));
 }
 
-TEST_F(KernelModel, InterfaceWhoseNameIsInDoubtStandsAsideUntilItIsKnown) {
+TEST_F(KernelModel, InterfaceWithAnAmbiguousNameHasATemporaryName) {
   AddLink("d0", 5);
   Settle();
   const std::uint32_t handle = HandleOf("d0");
@@ -338,7 +338,7 @@ TEST_F(KernelModel, SecondVrfOnOneTableGetsAnIdOfItsOwn) {
   EXPECT_EQ(model_.find_vrf("third")->ipv6_table, 10U);
 }
 
-TEST_F(KernelModel, LowerIndexGetsTheTableAsItsIdWhateverTheOrderOfNews) {
+TEST_F(KernelModel, LowerIndexGetsTheTableAsItsIdInAnyOrderOfEvents) {
   AddVrf("dup", 9, 10);
   AddVrf("red", 2, 10);
   Settle();
@@ -346,7 +346,7 @@ TEST_F(KernelModel, LowerIndexGetsTheTableAsItsIdWhateverTheOrderOfNews) {
   EXPECT_EQ(VrfId("dup"), 0x8000000aU);
 }
 
-TEST_F(KernelModel, SecondVrfKeepsItsIdWhenTheFirstGoes) {
+TEST_F(KernelModel, SecondVrfKeepsItsIdWhenTheFirstIsDeleted) {
   AddVrf("red", 2, 10);
   AddVrf("dup", 9, 10);
   Settle();
@@ -368,10 +368,10 @@ TEST_F(KernelModel, IdOfTheHighestTableIsNeverZero) {
   AddVrf("dup", 3, 0xffffffff);
   Settle();
   EXPECT_EQ(VrfId("red"), 0xffffffffU);
-  EXPECT_EQ(VrfId("dup"), 2U);  // 0 is no id and 1 is that of "default"
+  EXPECT_EQ(VrfId("dup"), 2U);  // 0 is not an id, and 1 is that of "default"
 }
 
-TEST_F(KernelModel, AliasOfAVrfIsItsDescriptionAndKeepsWhatIsNotTheKernels) {
+TEST_F(KernelModel, AliasOfAVrfIsItsDescriptionAndChangesNoOtherAttribute) {
   AddVrf("red", 2, 10);
   Settle();
   router::Vrf configured = *model_.find_vrf("red");
@@ -393,7 +393,7 @@ TEST_F(KernelModel, VrfDeviceCalledDefaultIsRefusedAndItsInterfacesStayInDefault
   EXPECT_EQ(model_.vrf_count(), 0U);
 }
 
-TEST_F(KernelModel, NothingIsToldWhenNothingDiffers) {
+TEST_F(KernelModel, UnchangedObjectsCauseNoNotification) {
   AddVrf("red", 2, 10);
   AddLink("d0", 5, 2, true);
   Settle();
@@ -402,10 +402,10 @@ TEST_F(KernelModel, NothingIsToldWhenNothingDiffers) {
   EXPECT_THAT(Settle(), IsEmpty());
 }
 
-// What the model refuses for the moment is done by a later run, without a new event.
+// A later run makes the changes that the model refused, without a new event.
 class KernelModelRefusing : public KernelModel, public ::testing::WithParamInterface<const char*> {};
 
-TEST_P(KernelModelRefusing, RefusedStepIsMadeUpForByTheNextRun) {
+TEST_P(KernelModelRefusing, RefusedChangeIsRetriedByTheNextRun) {
   AddVrf("red", 2, 10);
   AddVrf("old", 3, 20);
   AddLink("d0", 5, 2, true);

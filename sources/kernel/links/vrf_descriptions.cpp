@@ -1,5 +1,4 @@
-// See vrf_descriptions.h. An empty description is none. What a commit could not change is tried again with
-// the next change.
+// An empty description is not stored. A failed commit is retried with the next change.
 #include "sources/kernel/links/vrf_descriptions.h"
 
 #include <optional>
@@ -15,15 +14,15 @@ namespace {
 
 constexpr char kComment[] = "descriptions of VRF devices";
 
-std::string why(Status status, const std::string& mistake) {
-  return mistake.empty() ? err_text(status) : mistake;
+std::string why(Status status, const std::string& reason) {
+  return reason.empty() ? err_text(status) : reason;
 }
 
 Status replace(const std::vector<KvConfigNode>& nodes, std::string* error) {
-  std::string mistake;
+  std::string reason;
   const Status status = kvtree_config_replace(kConfigOwnerKernel, {std::string(vrf_config::kVrfScope)}, nodes,
-                                              kComment, nullptr, &mistake);
-  if (status) *error = "cannot keep the descriptions of VRFs: " + why(status, mistake);
+                                              kComment, nullptr, &reason);
+  if (status) *error = "cannot store the descriptions of VRFs: " + why(status, reason);
   return status;
 }
 
@@ -42,7 +41,7 @@ Status VrfDescriptions::load(std::string* error) {
   std::vector<KvConfigNode> nodes;
   for (const auto& [vrf, text] : found) nodes.push_back(vrf_config::description(vrf, text));
   const Status status = replace(nodes, error);
-  if (status == kStatusOk) held_ = std::move(found);
+  if (status == kStatusOk) stored_ = std::move(found);
   return status;
 }
 
@@ -65,12 +64,12 @@ void VrfDescriptions::changed(const std::string& vrf) {
 void VrfDescriptions::commit() {
   timer_ = 0;
   std::vector<KvConfigChange> changes;
-  std::map<std::string, std::string> next = held_;
+  std::map<std::string, std::string> next = stored_;
   for (const std::string& name : changed_) {
     const router::Vrf* vrf = model_->find_vrf(name);
     const std::string text = vrf == nullptr ? std::string() : vrf->description;
-    const auto held = held_.find(name);
-    if (text == (held == held_.end() ? std::string() : held->second)) continue;
+    const auto stored = stored_.find(name);
+    if (text == (stored == stored_.end() ? std::string() : stored->second)) continue;
     const KvConfigNode node = vrf_config::description(name, text);
     if (text.empty()) {
       changes.push_back({node.path, std::nullopt});
@@ -80,14 +79,14 @@ void VrfDescriptions::commit() {
       next[name] = text;
     }
   }
-  std::string mistake;
+  std::string reason;
   const Status status = changes.empty()
                             ? kStatusOk
-                            : kvtree_config_commit(kConfigOwnerKernel, changes, kComment, nullptr, &mistake);
+                            : kvtree_config_commit(kConfigOwnerKernel, changes, kComment, nullptr, &reason);
   if (status != kStatusOk) {
-    log_line("descriptions of VRFs: %s", why(status, mistake).c_str());
+    log_line("kernel: cannot store the descriptions of VRFs: %s", why(status, reason).c_str());
     return;
   }
-  held_ = std::move(next);
+  stored_ = std::move(next);
   changed_.clear();
 }

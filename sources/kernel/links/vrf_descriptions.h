@@ -1,5 +1,6 @@
-// What the router itself says of its VRFs (the alias of a kernel's VRF device) as their description in the
-// configuration, where nobody configures another: the owner "kernel" has the lowest precedence.
+// Makes the descriptions that the router itself has for its VRFs (the alias of a VRF device) their
+// description in the configuration. The owner "kernel" has the lowest precedence, so a configured description
+// overrides them.
 //
 // Main thread.
 #pragma once
@@ -19,13 +20,13 @@ class VrfDescriptions : public Source, public router::Observer {
   explicit VrfDescriptions(router::Router* model) : model_(model) {}
   ~VrfDescriptions() override;
 
-  // Makes the model's descriptions all that the owner holds. The data store's status; *error says why.
+  // Replaces what the owner sets by the model's descriptions. The data store's status.
   [[nodiscard]] Status load(std::string* error) override;
-  // From here changes of the model follow, those of a turn of the loop as one commit. The manager must
-  // outlive it.
+  // Follows changes of the model; those of one iteration of the loop are one commit. The manager must outlive
+  // it.
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the descriptions of VRF devices"; }
-  // Lets go of everything: for a process whose router says nothing of the kind.
+  // For a router without such descriptions: removes what the owner sets.
   [[nodiscard]] static Status release(std::string* error);
 
   void vrf_created(const router::Vrf& vrf) override { changed(vrf.name); }
@@ -42,5 +43,5 @@ class VrfDescriptions : public Source, public router::Observer {
   EventManager* manager_ = nullptr;
   EventTimerId timer_ = 0;
   std::set<std::string> changed_;
-  std::map<std::string, std::string> held_;  // by VRF
+  std::map<std::string, std::string> stored_;  // by VRF
 };

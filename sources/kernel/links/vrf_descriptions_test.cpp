@@ -1,4 +1,4 @@
-// Descriptions that the router itself has for its VRFs, as the configuration of last resort.
+// Descriptions that the router itself has for its VRFs, as configuration of the lowest precedence.
 #include "sources/kernel/links/vrf_descriptions.h"
 
 #include <gmock/gmock.h>
@@ -60,7 +60,7 @@ class RouterDescriptions : public ::testing::Test {
   std::string error_;
 };
 
-TEST_F(RouterDescriptions, WhatTheRouterSaysIsInForce) {
+TEST_F(RouterDescriptions, AreEffectiveByDefault) {
   AddVrf("red", 10, "Red");
   AddVrf("blue", 20, "");
   Start();
@@ -82,7 +82,7 @@ TEST_F(RouterDescriptions, ChangesFollowAsOneCommit) {
   EXPECT_THAT(words_in_force(), IsEmpty());
 }
 
-TEST_F(RouterDescriptions, ChangeThatIsTakenBackIsNoCommit) {
+TEST_F(RouterDescriptions, ChangeThatIsRevertedMakesNoCommit) {
   AddVrf("red", 10, "Red");
   Start();
   Describe("red", "other");
@@ -91,7 +91,7 @@ TEST_F(RouterDescriptions, ChangeThatIsTakenBackIsNoCommit) {
   EXPECT_EQ(commit_count(), 1U);
 }
 
-TEST_F(RouterDescriptions, EveryOtherOwnerIsInForceBeforeIt) {
+TEST_F(RouterDescriptions, EveryOtherOwnerOverridesThem) {
   AddVrf("red", 10, "Red");
   Start();
   const KvConfigNode node = vrf_config::description("red", "configured");
@@ -103,7 +103,7 @@ TEST_F(RouterDescriptions, EveryOtherOwnerIsInForceBeforeIt) {
   }
 }
 
-TEST_F(RouterDescriptions, FailedCommitIsMadeUpForByTheNextChange) {
+TEST_F(RouterDescriptions, FailedCommitIsRetriedWithTheNextChange) {
   AddVrf("red", 10, "Red");
   AddVrf("blue", 20, "");
   Start();
@@ -117,14 +117,14 @@ TEST_F(RouterDescriptions, FailedCommitIsMadeUpForByTheNextChange) {
   EXPECT_THAT(words_in_force(), ElementsAre("vrf blue description Blue", "vrf red description redder"));
 }
 
-TEST_F(RouterDescriptions, FailedLoadIsTold) {
+TEST_F(RouterDescriptions, FailedLoadIsReported) {
   AddVrf("red", 10, "Red");
   const ScopedFault fault("kvtree_config_replace", kStatusIo);
   EXPECT_EQ(descriptions_->load(&error_), kStatusIo);
-  EXPECT_EQ(error_, std::string("cannot keep the descriptions of VRFs: ") + err_text(kStatusIo));
+  EXPECT_EQ(error_, std::string("cannot store the descriptions of VRFs: ") + err_text(kStatusIo));
 }
 
-TEST_F(RouterDescriptions, NextProcessHoldsWhatItsRouterSays) {
+TEST_F(RouterDescriptions, NextProcessReplacesThem) {
   AddVrf("red", 10, "Red");
   Start();
   descriptions_ = std::make_unique<VrfDescriptions>(&router_);
@@ -133,7 +133,7 @@ TEST_F(RouterDescriptions, NextProcessHoldsWhatItsRouterSays) {
   EXPECT_THAT(words_in_force(), IsEmpty());
 }
 
-TEST_F(RouterDescriptions, AreForgottenWhereNobodySaysAny) {
+TEST_F(RouterDescriptions, ReleaseRemovesThem) {
   AddVrf("red", 10, "Red");
   Start();
   ASSERT_EQ(VrfDescriptions::release(&error_), kStatusOk) << error_;

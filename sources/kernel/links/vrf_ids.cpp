@@ -33,18 +33,17 @@ std::uint32_t VrfIds::choose(const router::Router& model, const std::string& nam
 }
 
 bool VrfIds::is_free(const router::Router& model, std::uint32_t id) const {
-  const auto holds_it = [&](const auto& each) {
+  const auto has_id = [&](const auto& each) {
     return each.second.id == id && (starting_ || is_reserved(model, each.first));
   };
-  return id != 0 && model.find_vrf_by_id(id) == nullptr &&
-         std::none_of(known_.begin(), known_.end(), holds_it);
+  return id != 0 && model.find_vrf_by_id(id) == nullptr && std::none_of(known_.begin(), known_.end(), has_id);
 }
 
 bool VrfIds::is_reserved(const router::Router& model, const std::string& name) const {
   return model.is_referenced(name) && model.find_vrf(name) == nullptr;
 }
 
-void VrfIds::keep(const router::Router& model) {
+void VrfIds::save(const router::Router& model) {
   if (std::exchange(stale_, false)) {
     Names names = names_of(model);
     unwritten_ = unwritten_ || names != known_;
@@ -64,7 +63,7 @@ VrfIds::Names VrfIds::names_of(const router::Router& model) const {
   return names;
 }
 
-// Lines that another release or a damage left are passed over.
+// Skips invalid lines, which another release or a damaged file may have.
 void VrfIds::read() {
   std::ifstream file(path_);
   for (std::string line; std::getline(file, line);) {

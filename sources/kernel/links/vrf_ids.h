@@ -1,13 +1,14 @@
-// The ids of VRFs, which name them in the checkpoint: a VRF has the same id after a restart of the daemon.
+// The ids of VRFs, which identify them in the checkpoint: a VRF has the same id after a restart of the
+// daemon.
 //
 // A VRF's id is its table number. A second VRF device on the same table (the kernel allows it) and one on
 // table 1 (the id of "default") get 0x80000000 | table, or the next free number from there on.
 //
-// A file keeps which VRF, by name and table, has which id. A VRF that is found again when the daemon starts
-// has its id again, whatever other VRFs came and went meanwhile; no other VRF gets that id, because it would
-// get the VRF's times, too. A VRF that is deleted while it is configured leaves its record, which still names
-// the id: the VRF gets it again, with whatever table, and no other VRF does. Without the file, of VRFs that
-// appear together the one with the lower ifIndex has the table as its id.
+// A file stores the id of each VRF by name and table. A VRF that still exists when the daemon starts gets its
+// id again, whichever other VRFs were created or deleted meanwhile. No other VRF gets that id, because it
+// would also get the VRF's times. A VRF that is deleted while it is configured leaves a record with its id:
+// when it is created again it gets this id, with any table, and no other VRF does. Without the file, of VRFs
+// that appear together the one with the lower ifIndex has the table as its id.
 #pragma once
 
 #include <cstdint>
@@ -20,18 +21,17 @@ namespace kernel {
 
 class VrfIds {
  public:
-  // `path`: the file; "": ids are not kept.
+  // `path`: the file; "": ids are not stored.
   explicit VrfIds(std::string path);
 
   std::uint32_t choose(const router::Router& model, const std::string& name, std::uint32_t table) const;
-  // All VRFs that were there at the start have been created: the ids of those that were not found are free
-  // again.
+  // All VRFs that existed at the start have been created: the ids of the others are free.
   void end_start() { starting_ = false; }
-  // A VRF was created or deleted: the next keep() looks.
+  // A VRF was created or deleted: the next save() compares.
   void vrfs_changed() { stale_ = true; }
-  // The file holds the VRFs of the model. A failure is logged once and tried again
-  // at every call.
-  void keep(const router::Router& model);
+  // Writes the VRFs of the model to the file if they changed. A failure is logged once and retried by every
+  // call.
+  void save(const router::Router& model);
 
  private:
   struct Known {

@@ -116,8 +116,7 @@ TEST_F(VrfIdsTest, IdOfAVrfThatIsNotFoundIsFreeAfterTheStart) {
   EXPECT_THAT(Ids({"new"}), ElementsAre(10));
 }
 
-// The record of a VRF that is configured outlives it, and so does what the checkpoint holds under the VRF's
-// id.
+// The record of a configured VRF outlives it, and so do the checkpoint's records under its id.
 TEST_F(VrfIdsTest, ConfiguredVrfThatIsMadeAgainWithAnotherTableKeepsItsId) {
   Add("red", 2, 10);
   ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
@@ -137,7 +136,7 @@ TEST_F(VrfIdsTest, IdOfAConfiguredVrfThatWasDeletedIsNotGivenToAnother) {
   EXPECT_THAT(Ids({"red"}), ElementsAre(10));
 }
 
-TEST_F(VrfIdsTest, IdOfAConfiguredVrfThatWasDeletedIsNotGivenToAnotherThatCameMeanwhile) {
+TEST_F(VrfIdsTest, IdOfAConfiguredVrfThatWasDeletedIsNotGivenToAnotherThatWasCreatedMeanwhile) {
   Add("red", 2, 10);
   ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
   DeleteUnseen(2);
@@ -165,7 +164,7 @@ TEST_F(VrfIdsTest, WithoutTheFileTheLowerIndexHasTheTable) {
   EXPECT_THAT(Ids({"red", "low"}), ElementsAre(0x8000000a, 10));
 }
 
-TEST_F(VrfIdsTest, FileThatCannotBeWrittenIsWrittenByALaterRun) {
+TEST_F(VrfIdsTest, FailedWriteIsRetriedByALaterRun) {
   Add("red", 9, 10);
   {
     const ScopedFault fault("replace_file", ENOSPC, 1, 0);

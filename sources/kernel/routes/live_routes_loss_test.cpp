@@ -1,5 +1,5 @@
-// Routes of a real kernel when something goes wrong: overruns, disturbed and failing readings, sockets that
-// fail, rows that the store refuses, VRFs that go in the middle of a reading; and that readings are bounded.
+// Routes of a real kernel under failures: overruns, disturbed and failing readings, sockets that fail, rows
+// that the store refuses, VRFs that are deleted during a reading. Steps of readings are bounded.
 #include <filesystem>
 #include <iterator>
 
@@ -15,7 +15,7 @@ std::ptrdiff_t OpenDescriptors() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-// What happens to blue is behind the overrun: no event of it arrives.
+// The change of blue follows the overrun, so its event does not arrive.
 TEST_F(LiveRoutes, OverrunOfRouteEventsLosesNothing) {
   MakeVrf("blue", 20);
   StartWithRed({.receive_buffer = 4096});
@@ -25,11 +25,11 @@ TEST_F(LiveRoutes, OverrunOfRouteEventsLosesNothing) {
   EXPECT_EQ(SettledRows().size(), 1999U);
   EXPECT_EQ(Rows(kBlue4).size(), 1U);
   EXPECT_GE(Counters().losses, 1U);
-  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");  // and life goes on
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");  // later events are followed
   EXPECT_EQ(SettledRows().size(), 2000U);
 }
 
-TEST_F(LiveRoutes, RoutesDeletedInAnOverrunAreGone) {
+TEST_F(LiveRoutes, RoutesDeletedInAnOverrunAreRemoved) {
   AddManyRoutes(2000);
   StartWithRed({.receive_buffer = 4096});
   ASSERT_EQ(Rows().size(), 2000U);
@@ -41,22 +41,22 @@ TEST_F(LiveRoutes, RoutesDeletedInAnOverrunAreGone) {
 TEST_F(LiveRoutes, LargeTableIsReadInBoundedSteps) {
   AddManyRoutes(3000);
   MakeVrf("red", 10);
-  Start({.batch = 8});  // one datagram a turn
+  Start({.batch = 8});  // one datagram per iteration
   std::size_t largest = 0;
-  unsigned turns = 0;
-  for (std::size_t before = 0; Rows().size() < 3000; before = Rows().size(), ++turns) {
-    ASSERT_TRUE(Turn());
+  unsigned iterations = 0;
+  for (std::size_t before = 0; Rows().size() < 3000; before = Rows().size(), ++iterations) {
+    ASSERT_TRUE(RunOnce());
     largest = std::max(largest, Rows().size() - before);
   }
   EXPECT_LT(largest, 1000U);
-  EXPECT_GT(turns, 5U);
+  EXPECT_GT(iterations, 5U);
 }
 
 TEST_F(LiveRoutes, EventsDuringAReadingOfRoutesAreNotLost) {
   AddManyRoutes(3000);
   MakeVrf("red", 10);
   Start({.batch = 8});
-  ASSERT_TRUE(TurnUntil([this] { return Rows().size() > 300; }));
+  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
   ASSERT_LT(Rows().size(), 3000U);
   Batch("route del 11.0.0.0/24 table 10\nroute add 11.0.0.0/25 via 10.0.0.2 table 10\n");
   Settle();
@@ -64,13 +64,13 @@ TEST_F(LiveRoutes, EventsDuringAReadingOfRoutesAreNotLost) {
   EXPECT_EQ(Rows().front(), "11.0.0.0/25 via 10.0.0.2");
 }
 
-TEST_F(LiveRoutes, TableThatTakesLongRestsFourTimesAsLong) {
+TEST_F(LiveRoutes, NextReadingWaitsFourTimesTheDurationOfTheLast) {
   AddManyRoutes(3000);
   MakeVrf("red", 10);
   Start({.batch = 8});
-  ASSERT_TRUE(TurnUntil([this] { return Rows().size() > 300; }));
-  clock_.advance(kNanosecondsPerSecond);  // so slow is it
-  ASSERT_TRUE(TurnUntil([this] { return Rows().size() == 3000; }));
+  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
+  clock_.advance(kNanosecondsPerSecond);  // the duration of the reading
+  ASSERT_TRUE(RunUntil([this] { return Rows().size() == 3000; }));
   event_run_pending(manager_);
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
   event_run_pending(manager_);
@@ -82,7 +82,7 @@ TEST_F(LiveRoutes, TableThatTakesLongRestsFourTimesAsLong) {
   EXPECT_EQ(SettledRows().size(), 3001U);
 }
 
-TEST_F(LiveRoutes, DisturbedReadingOfATableTakesNothingAwayAndIsRepeated) {
+TEST_F(LiveRoutes, DisturbedReadingOfATableRemovesNothingAndIsRepeated) {
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
   StartWithRed();
   const ScopedFault fault("netlink_route_dump_disturbed", EINTR, 1, 1);
@@ -90,13 +90,13 @@ TEST_F(LiveRoutes, DisturbedReadingOfATableTakesNothingAwayAndIsRepeated) {
   event_run_pending(manager_);
   clock_.advance(kSettle);
   event_run_pending(manager_);
-  EXPECT_EQ(Rows().size(), 2U);  // added, and nothing taken away
+  EXPECT_EQ(Rows().size(), 2U);  // added, nothing removed
   EXPECT_EQ(Counters().disturbed_readings, 1U);
   EXPECT_FALSE(source_->settled());
   EXPECT_THAT(SettledRows(), ElementsAre("192.168.2.0/24 via 10.0.0.2"));
 }
 
-TEST_F(LiveRoutes, ReadingsThatAreAlwaysDisturbedAreBelievedInTheEnd) {
+TEST_F(LiveRoutes, ReadingsThatAreAlwaysDisturbedRemoveInTheEnd) {
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
   StartWithRed();
   const ScopedFault fault("netlink_route_dump_disturbed", EINTR, 1, 0);
@@ -107,7 +107,7 @@ TEST_F(LiveRoutes, ReadingsThatAreAlwaysDisturbedAreBelievedInTheEnd) {
 
 class LiveRoutesFailing : public LiveRoutes, public ::testing::WithParamInterface<const char*> {};
 
-TEST_P(LiveRoutesFailing, ReadingIsTriedAgainAfterAWhile) {
+TEST_P(LiveRoutesFailing, FailedReadingIsRetriedLater) {
   StartWithRed();
   const std::uint64_t failures = Counters().failures;
   const ScopedFault fault(GetParam(), EMFILE, 1, 3);
@@ -115,7 +115,7 @@ TEST_P(LiveRoutesFailing, ReadingIsTriedAgainAfterAWhile) {
   event_run_pending(manager_);
   clock_.advance(kSettle);
   event_run_pending(manager_);
-  EXPECT_EQ(Counters().failures, failures + 1);  // and not three at once
+  EXPECT_EQ(Counters().failures, failures + 1);  // not three at once
   EXPECT_THAT(Rows(), IsEmpty());
   EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
   EXPECT_EQ(Counters().failures, failures + 3);
@@ -148,7 +148,7 @@ TEST_F(LiveRoutes, DisturbedReadingOfObjectsIsRepeated) {
   EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
 }
 
-TEST_F(LiveRoutes, FailedEventSocketIsReplacedAndNothingIsLost) {
+TEST_F(LiveRoutes, FailedEventSocketIsReplacedWithoutALoss) {
   StartWithRed();
   {
     const ScopedFault fault("netlink_route_receive", EBADF, 1, 1);
@@ -174,7 +174,7 @@ TEST_F(LiveRoutes, StartThatCannotListenForRoutesIsReported) {
   }
 }
 
-TEST_F(LiveRoutes, RefusedRowIsTriedAgainAndNothingIsTakenAwayMeanwhile) {
+TEST_F(LiveRoutes, RefusedRowIsRetriedAndNothingIsRemovedMeanwhile) {
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
   StartWithRed();
   const ScopedFault fault("route_store_put", ENOMEM, 1, 2);
@@ -187,7 +187,7 @@ TEST_F(LiveRoutes, RefusedRowIsTriedAgainAndNothingIsTakenAwayMeanwhile) {
   EXPECT_EQ(Counters().refused, 2U);
 }
 
-TEST_F(LiveRoutes, RowThatTheStoreCannotTakeIsLeftOut) {
+TEST_F(LiveRoutes, InvalidRowIsLeftOut) {
   StartWithRed();
   const ScopedFault fault("route_store_put", kStatusInvalid, 1, 1);
   Batch("route add 192.168.1.0/24 via 10.0.0.2 table 10\nroute add 192.168.2.0/24 via 10.0.0.2 table 10\n");
@@ -195,37 +195,37 @@ TEST_F(LiveRoutes, RowThatTheStoreCannotTakeIsLeftOut) {
   EXPECT_EQ(Counters().disturbed_readings, 0U);
 }
 
-TEST_F(LiveRoutes, VrfThatGoesInTheMiddleOfItsReadingIsLeftAlone) {
+TEST_F(LiveRoutes, VrfDeletedDuringItsReadingIsNotReadFurther) {
   AddManyRoutes(3000);
   MakeVrf("red", 10);
   MakeVrf("blue", 20);
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 20");
   Start({.batch = 8});
-  ASSERT_TRUE(TurnUntil([this] { return Rows().size() > 300; }));
+  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
   DeleteVrf("red");
   EXPECT_THAT(SettledRows(), IsEmpty());
   EXPECT_EQ(Rows(kBlue4).size(), 1U);
   EXPECT_EQ(Counters().refused, 0U);  // the reading has ended
 }
 
-TEST_F(LiveRoutes, VrfMadeAgainInTheMiddleOfItsReadingIsReadFromTheBeginning) {
+TEST_F(LiveRoutes, VrfCreatedAgainDuringItsReadingIsReadFromTheBeginning) {
   AddManyRoutes(3000);
   MakeVrf("red", 10);
   Start({.batch = 8});
-  ASSERT_TRUE(TurnUntil([this] { return Rows().size() > 300; }));
+  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
   DeleteVrf("red");
   MakeVrf("red", 10);
   EXPECT_EQ(SettledRows().size(), 3000U);
 }
 
-TEST_F(LiveRoutes, VrfThatGoesInTheMiddleOfTheSweepIsLeftAlone) {
+TEST_F(LiveRoutes, VrfDeletedDuringTheSweepIsNotSweptFurther) {
   AddManyRoutes(16000);  // four steps
   StartWithRed({.batch = 512});
   ASSERT_EQ(model_.routes().total(), 16000U);
   Ip("route flush table 10");
   event_run_pending(manager_);
   clock_.advance(kSettle);
-  ASSERT_TRUE(TurnUntil([this] { return model_.routes().total() < 16000; }));
+  ASSERT_TRUE(RunUntil([this] { return model_.routes().total() < 16000; }));
   ASSERT_GT(model_.routes().total(), 0U);
   DeleteVrf("red");
   MakeVrf("red", 10);
@@ -233,12 +233,12 @@ TEST_F(LiveRoutes, VrfThatGoesInTheMiddleOfTheSweepIsLeftAlone) {
   EXPECT_EQ(SettledRows().size(), 1U);
 }
 
-TEST_F(LiveRoutes, SourceThatEndsInTheMiddleOfAReadingOfRoutesLeavesNothingBehind) {
+TEST_F(LiveRoutes, SourceDestroyedDuringAReadingOfRoutesClosesItsSockets) {
   AddManyRoutes(3000);
   const std::ptrdiff_t before = OpenDescriptors();
   MakeVrf("red", 10);
   Start({.batch = 8});
-  ASSERT_TRUE(TurnUntil([this] { return Rows().size() > 300; }));
+  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
   source_.reset();
   EXPECT_EQ(OpenDescriptors(), before);
   event_run_pending(manager_);

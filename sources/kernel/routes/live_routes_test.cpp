@@ -1,5 +1,5 @@
-// Routes of a real kernel: what is there, what changes, what the kernel does not tell of, VRFs that come and
-// go, next-hop objects.
+// Routes of a real kernel: existing ones, changes, changes that the kernel does not announce, VRFs that are
+// created and deleted, next-hop objects.
 #include <net/if.h>
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-TEST_F(LiveRoutes, RoutesThatExistAreReadAfterTheStart) {
+TEST_F(LiveRoutes, ExistingRoutesAreReadAfterTheStart) {
   Batch(
       "route add unreachable default metric 4278198272 table 10\n"
       "route add 192.168.1.0/24 via 10.0.0.2 metric 50 proto bgp table 10\n"
@@ -59,14 +59,14 @@ struct ClosePipe {
   void operator()(FILE* pipe) const { pclose(pipe); }
 };
 
-// Newer versions of ip(8) have an object for it.
+// Newer versions of ip(8) print an object.
 std::string encapsulation_of(const nlohmann::json& route) {
   if (!route.contains("encap")) return {};
   const nlohmann::json& encapsulation = route["encap"];
   return encapsulation.is_object() ? encapsulation["encap_type"] : encapsulation;
 }
 
-// What ip(8) says of a table's routes, in the form of Described().
+// A table's routes as ip(8) prints them, in the form of Described().
 std::vector<std::string> SaidByIp(const std::string& family) {
   const std::unique_ptr<FILE, ClosePipe> pipe(
       popen(("ip -j -d " + family + " route show table 10").c_str(), "r"));
@@ -108,7 +108,7 @@ TEST_F(LiveRoutes, BurstIsReadOnce) {
   EXPECT_LE(Counters().tables_read, before + 2);
 }
 
-TEST_F(LiveRoutes, OtherTablesAreNoConcern) {
+TEST_F(LiveRoutes, OtherTablesAreIgnored) {
   StartWithRed();
   const std::uint64_t before = Counters().tables_read;
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 77");
@@ -118,7 +118,7 @@ TEST_F(LiveRoutes, OtherTablesAreNoConcern) {
   EXPECT_EQ(model_.routes().total(), 0U);
 }
 
-TEST_F(LiveRoutes, RowThatStaysKeepsItsAge) {
+TEST_F(LiveRoutes, UnchangedRowKeepsItsAge) {
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
   StartWithRed();
   clock_.advance(100 * kNanosecondsPerSecond);
@@ -148,7 +148,7 @@ TEST_F(LiveRoutes, RouteOfTheLowerMetricIsTheRowAndKeepsItsAge) {
   EXPECT_EQ(Row("192.168.1.0/24", "10.0.0.2").metrics[0], 20);
 }
 
-TEST_F(LiveRoutes, RoutesDroppedSilentlyWithTheirLinkGo) {
+TEST_F(LiveRoutes, RoutesOfALinkThatIsSetDownAreRemoved) {
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
   AddRoute("192.168.2.0/24 via 10.1.0.2 table 10");
   StartWithRed();
@@ -158,8 +158,8 @@ TEST_F(LiveRoutes, RoutesDroppedSilentlyWithTheirLinkGo) {
   EXPECT_GT(Counters().tables_read, before);
 }
 
-// The link's operational state stays as it is: only its flags tell.
-TEST_F(LiveRoutes, RoutesDroppedWithALinkThatHadNoCarrierGo) {
+// The link's operational state does not change, only its flags.
+TEST_F(LiveRoutes, RoutesOfALinkWithoutCarrierThatIsSetDownAreRemoved) {
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
   Ip("link set v1 down");
   StartWithRed();
@@ -169,14 +169,14 @@ TEST_F(LiveRoutes, RoutesDroppedWithALinkThatHadNoCarrierGo) {
   EXPECT_THAT(SettledRows(), IsEmpty());
 }
 
-TEST_F(LiveRoutes, RoutesOfADeletedLinkGo) {
+TEST_F(LiveRoutes, RoutesOfADeletedLinkAreRemoved) {
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
   StartWithRed();
   Ip("link del v0");
   EXPECT_THAT(SettledRows(), IsEmpty());
 }
 
-TEST_F(LiveRoutes, DeadPathOfAMultipathRouteGoesAndComesBack) {
+TEST_F(LiveRoutes, DeadPathOfAMultipathRouteIsRemovedUntilItIsAlive) {
   AddRoute("192.168.1.0/24 table 10 nexthop via 10.0.0.2 dev v0 nexthop via 10.1.0.2 dev w0");
   AddRoute("2001:db8:1::/48 table 10 nexthop via 2001:db8:10::2 dev v0 nexthop via 2001:db8:11::2 dev w0");
   StartWithRed();
@@ -188,7 +188,7 @@ TEST_F(LiveRoutes, DeadPathOfAMultipathRouteGoesAndComesBack) {
   EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2", "192.168.1.0/24 via 10.1.0.2"));
 }
 
-TEST_F(LiveRoutes, PathWithoutACarrierGoesWhereTheKernelIsToldToIgnoreIt) {
+TEST_F(LiveRoutes, PathWithoutCarrierIsRemovedIfTheKernelIgnoresIt) {
   ASSERT_EQ(Shell("sysctl -qw net.ipv4.conf.all.ignore_routes_with_linkdown=1 "
                   "net.ipv4.conf.v0.ignore_routes_with_linkdown=1"),
             0);
@@ -196,7 +196,8 @@ TEST_F(LiveRoutes, PathWithoutACarrierGoesWhereTheKernelIsToldToIgnoreIt) {
   StartWithRed();
   ASSERT_EQ(Rows().size(), 1U);
   Ip("link set v1 down");
-  EXPECT_TRUE(EventuallyTrue([this] { return Rows().empty(); }));  // the carrier follows in the background
+  EXPECT_TRUE(
+      EventuallyTrue([this] { return Rows().empty(); }));  // the kernel updates the carrier in the background
   Ip("link set v1 up");
   EXPECT_TRUE(EventuallyTrue([this] { return Rows().size() == 1; }));
 }
@@ -215,7 +216,7 @@ TEST_F(LiveRoutes, EveryTableIsReadAgainAtIntervals) {
   EXPECT_LE(Counters().tables_read, before + 4);
 }
 
-TEST_F(LiveRoutes, VrfThatComesIsReadAndOneThatGoesTakesItsRoutesAlong) {
+TEST_F(LiveRoutes, CreatedVrfIsReadAndADeletedOneLosesItsRoutes) {
   AddRoute("unreachable default table 20");
   StartWithRed();
   EXPECT_THAT(Rows(kBlue4), IsEmpty());
@@ -223,7 +224,7 @@ TEST_F(LiveRoutes, VrfThatComesIsReadAndOneThatGoesTakesItsRoutesAlong) {
   EXPECT_THAT(SettledRows(kBlue4), ElementsAre("0.0.0.0/0"));
   DeleteVrf("blue");
   EXPECT_EQ(model_.routes().total(), 0U);
-  AddRoute("192.168.1.0/24 via 10.0.0.2 table 20");  // the table is nobody's now
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 20");  // no VRF has the table now
   EXPECT_THAT(SettledRows(kBlue4), IsEmpty());
 }
 
@@ -246,7 +247,7 @@ TEST_F(LiveRoutes, VrfThatChangesItsTableHasTheRoutesOfTheOther) {
   EXPECT_THAT(Rows(), IsEmpty());
 }
 
-// With the sysctl off a route says nothing but the object's number.
+// With the sysctl off a route has only the object's number.
 class LiveNextHopObjects : public LiveRoutes {
  protected:
   void SetUp() override {
@@ -286,27 +287,27 @@ TEST_F(LiveNextHopObjects, ReplacedObjectChangesItsRoutesAndThoseOfItsGroups) {
                           "192.168.3.0/24 via 10.0.0.7", "192.168.3.0/24 via 10.1.0.2", "192.168.4.0/24"));
 }
 
-TEST_F(LiveNextHopObjects, DeletedObjectTakesItsRoutesAlong) {
+TEST_F(LiveNextHopObjects, RoutesOfADeletedObjectAreRemoved) {
   Batch("nexthop add id 5 via 10.0.0.5 dev v0\nroute add 192.168.5.0/24 nhid 5 table 10\n");
   StartWithRed();
   ASSERT_EQ(Rows().size(), 6U);
-  Ip("nexthop del id 5");  // in no group, so nothing else tells of it
+  Ip("nexthop del id 5");  // in no group, so no other event announces it
   EXPECT_EQ(SettledRows().size(), 5U);
   Ip("nexthop del id 2");
   EXPECT_THAT(SettledRows(),
               ElementsAre("192.168.1.0/24 via 10.0.0.2", "192.168.3.0/24 via 10.0.0.2", "192.168.4.0/24"));
 }
 
-TEST_F(LiveNextHopObjects, ObjectsDroppedSilentlyWithTheirLinkTakeTheirRoutesAlong) {
+TEST_F(LiveNextHopObjects, RoutesOfObjectsDeletedWithTheirLinkAreRemoved) {
   StartWithRed();
   Ip("link set v0 down");
   EXPECT_THAT(SettledRows(),
               ElementsAre("192.168.2.0/24 via 10.1.0.2", "192.168.3.0/24 via 10.1.0.2", "192.168.4.0/24"));
 }
 
-TEST_F(LiveNextHopObjects, RoutesThatCarryTheirPathsNeedNoObjects) {
+TEST_F(LiveNextHopObjects, RoutesWithTheirOwnPathsNeedNoObjects) {
   ASSERT_EQ(Shell("sysctl -qw net.ipv4.nexthop_compat_mode=1"), 0);
-  const ScopedFault fault("netlink_route_dump_open", EMFILE, 1, 1);  // the objects' dump comes first
+  const ScopedFault fault("netlink_route_dump_open", EMFILE, 1, 1);  // the objects are dumped first
   StartWithRed();
   EXPECT_EQ(Rows().size(), 5U);
   EXPECT_EQ(Counters().unresolved, 0U);

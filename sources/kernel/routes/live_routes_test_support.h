@@ -1,5 +1,5 @@
-// For the tests of routes against a real kernel: tables 10 and 20 of a namespace, which need no VRF devices,
-// stand for the tables of the VRFs red and blue that the test puts into the model itself.
+// For tests of routes against a real kernel: the tables 10 and 20 of a namespace, without VRF devices,
+// represent the tables of the VRFs red and blue, which the test adds to the model itself.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -87,12 +87,12 @@ class LiveRoutes : public LiveKernel {
     return router::route_age(Row(prefix, next_hop));
   }
   KernelRouteCounters Counters() const { return source_->counters().routes; }
-  // Turns of the loop until `condition` holds, without the clock; false when nothing is left to do.
+  // Runs the loop until the condition is true, without advancing the clock. False when nothing is left to do.
   template <class Condition>
-  bool TurnUntil(Condition condition) {
-    for (int turn = 0; turn < 10'000; ++turn) {
+  bool RunUntil(Condition condition) {
+    for (int iteration = 0; iteration < 10'000; ++iteration) {
       if (condition()) return true;
-      if (!Turn()) return false;
+      if (!RunOnce()) return false;
     }
     return false;
   }

@@ -1,23 +1,24 @@
-// What makes the tables dirty (see route_follower.h; route_readings.cpp has the readings).
+// Marks tables as dirty; route_readings.cpp reads them.
 //
 //   route, next-hop and link events --> dirty marks --(settle)--> a reading of each dirty table --> route
-//   store VRFs that come                  ---/
+//   store new VRFs -------------------------/
 //
-// Events are marks and nothing more. The kernel does not tell of the IPv4 routes that it drops when a link
-// goes down, of hops of a multipath route that die or come back, of next-hop objects that go with their link
-// and of what went with those; a count kept from events would be wrong from the first failure on. So every
-// reading notes which interfaces and objects its routes hang on, and a change of one of them makes the table
-// dirty as a route event does. Links are heard of on the same socket, so that they come in their order with
-// the routes. The events of one command arrive in one burst: the reading begins `settle` after the first.
+// Events only set marks. The kernel does not announce the IPv4 routes that it deletes when a link is set
+// down, hops of a multipath route that become dead or alive, next-hop objects that are deleted with their
+// link, and the routes of those objects. A table maintained from events would be wrong after the first
+// failure. So every reading records the interfaces and objects that its routes depend on, and a change of one
+// of them marks the table as a route event does. Links are followed on the same socket, so that their events
+// are in order with those of routes. The events of one command arrive in one burst: the reading begins
+// `settle` after the first.
 //
-// An overrun (ENOBUFS) makes everything dirty, objects included. Besides, every table is read again at an
-// interval, in which the tables are spread.
+// An overrun (ENOBUFS) marks everything, including objects. In addition, every table is read at an interval,
+// over which the tables are spread.
 //
-// A VRF that goes takes its tables with it: the model has closed them, whatever the kernel still keeps there
-// (routes without a device stay). A table that opens is dirty.
+// With a VRF its tables are dropped: the model has closed them, even if the kernel still has routes there
+// (those without a device). A table that is opened is marked.
 //
-// Limits: an IPv4 route that goes because its preferred source address was removed from another interface of
-// the VRF, on which it does not hang, is found at the interval only.
+// Limits: an IPv4 route that is deleted because its preferred source address was removed from another
+// interface of the VRF, on which it does not depend, is found at the interval only.
 #include "sources/kernel/routes/route_follower.h"
 
 #include <linux/rtnetlink.h>
@@ -34,7 +35,7 @@ namespace {
 
 constexpr std::array kRouteGroups{RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE,
                                   RTNLGRP_NEXTHOP};
-constexpr std::uint64_t kLooksAnInterval = 16;  // for tables that are due
+constexpr std::uint64_t kChecksPerInterval = 16;  // for tables that are due
 
 std::array<router::RouteTableId, 2> tables_of(const router::Vrf& vrf) {
   return {router::RouteTableId{router::Family::kIpv4, vrf.ipv4_table},
@@ -75,7 +76,7 @@ Status RouteFollower::start(EventManager* manager) {
   model_->for_each_vrf([this](const router::Vrf& vrf) { add_tables(vrf); });
   objects_dirty_ = true;
   reread_timer_ =
-      event_timer_start(manager_, settings_.route_reread / kLooksAnInterval, [this] { mark_overdue(); });
+      event_timer_start(manager_, settings_.route_reread / kChecksPerInterval, [this] { mark_overdue(); });
   wake(0);
   return kStatusOk;
 }
@@ -87,7 +88,7 @@ void RouteFollower::stop() {
   model_->stop_observing(this);
   abandon_reading();
   events_.stop();
-  for (EventTimerId* timer : {&turn_timer_, &reread_timer_}) {
+  for (EventTimerId* timer : {&step_timer_, &reread_timer_}) {
     if (*timer != 0) {
       event_timer_cancel(manager_, std::exchange(*timer, 0));
     }
@@ -115,8 +116,8 @@ void RouteFollower::on_events_lost() {
 
 void RouteFollower::on_listener_failure(EventListener::Failure failure, Status status) {
   ++counters_.failures;
-  tell_failure(failure == EventListener::Failure::kReceiving ? "receiving events" : "listening for events",
-               status);
+  log_failure(failure == EventListener::Failure::kReceiving ? "receiving events" : "listening for events",
+              status);
 }
 
 void RouteFollower::take_event(const RouteEvent& event) {
@@ -127,29 +128,29 @@ void RouteFollower::take_event(const RouteEvent& event) {
   };
   if (const auto* seen = std::get_if<RouteSeen>(&event)) {
     mark_table({seen->route.family, seen->route.table});
-  } else if (const auto* gone = std::get_if<RouteGone>(&event)) {
-    mark_table(gone->table);
+  } else if (const auto* removed = std::get_if<RouteRemoved>(&event)) {
+    mark_table(removed->table);
   } else if (const auto* link = std::get_if<LinkFacts>(&event)) {
     const auto [known, is_new] = links_.try_emplace(link->index, *link);
     if (is_new || std::exchange(known->second, *link) != *link) {
       changed_links_.insert(link->index);
     }
-  } else if (const auto* lost = std::get_if<LinkFactsGone>(&event)) {
-    links_.erase(lost->index);
-    changed_links_.insert(lost->index);
-  } else if (const auto* address = std::get_if<Ipv4AddressLost>(&event)) {
+  } else if (const auto* old_link = std::get_if<LinkFactsRemoved>(&event)) {
+    links_.erase(old_link->index);
+    changed_links_.insert(old_link->index);
+  } else if (const auto* address = std::get_if<Ipv4AddressRemoved>(&event)) {
     changed_links_.insert(address->index);
   } else if (const auto* object = std::get_if<NextHopSeen>(&event)) {
     objects_disturbed_ = true;
-    objects_seen_.see(object->object);
-    if (objects_.see(object->object)) {
+    objects_seen_.update(object->object);
+    if (objects_.update(object->object)) {
       changed_objects_.merge(objects_.users(object->object.id));
     }
-  } else if (const auto* lost_object = std::get_if<NextHopGone>(&event)) {
+  } else if (const auto* old_object = std::get_if<NextHopRemoved>(&event)) {
     objects_disturbed_ = true;
-    objects_seen_.lose(lost_object->id);
-    changed_objects_.merge(objects_.users(lost_object->id));
-    objects_.lose(lost_object->id);
+    objects_seen_.remove(old_object->id);
+    changed_objects_.merge(objects_.users(old_object->id));
+    objects_.remove(old_object->id);
   }
   wake(settings_.settle);
 }
@@ -176,7 +177,7 @@ void RouteFollower::add_tables(const router::Vrf& vrf) {
   wake(settings_.settle);
 }
 
-// Two VRFs may share a table; it stays open with the last of them.
+// Two VRFs may share a table, which stays open until both are deleted.
 void RouteFollower::drop_tables(const router::Vrf& vrf) {
   for (const router::RouteTableId table : tables_of(vrf)) {
     if (model_->routes().is_open(table)) {
@@ -193,7 +194,7 @@ void RouteFollower::drop_tables(const router::Vrf& vrf) {
 }
 
 void RouteFollower::mark_everything() {
-  if (!std::exchange(loss_told_, true)) {
+  if (!std::exchange(loss_logged_, true)) {
     log_line("kernel: events of routes were lost (%llu times so far), reading all tables",
              static_cast<unsigned long long>(counters_.losses));
   }
@@ -201,17 +202,17 @@ void RouteFollower::mark_everything() {
   wake(settings_.settle);
 }
 
-bool RouteFollower::hangs_on_changes(const RouteUsage& usage) const {
+bool RouteFollower::depends_on_changes(const RouteUsage& usage) const {
   return intersects(changed_links_, usage.interfaces) || intersects(changed_objects_, usage.objects);
 }
 
-// Objects may have gone with a link without a word.
+// The kernel may have deleted objects with a link without an event.
 void RouteFollower::mark_dependants() {
   if (everything_dirty_ || (!changed_links_.empty() && !objects_.empty())) {
     objects_dirty_ = true;
   }
   for (const auto& [id, table] : tables_) {
-    if (everything_dirty_ || hangs_on_changes(table.usage)) {
+    if (everything_dirty_ || depends_on_changes(table.usage)) {
       dirty_.insert(id);
     }
   }
@@ -222,7 +223,7 @@ void RouteFollower::mark_dependants() {
 
 void RouteFollower::mark_overdue() {
   reread_timer_ =
-      event_timer_start(manager_, settings_.route_reread / kLooksAnInterval, [this] { mark_overdue(); });
+      event_timer_start(manager_, settings_.route_reread / kChecksPerInterval, [this] { mark_overdue(); });
   const std::uint64_t now = clock_monotonic();
   for (const auto& [id, table] : tables_) {
     if (table.due <= now) {
@@ -233,8 +234,8 @@ void RouteFollower::mark_overdue() {
   wake(0);
 }
 
-void RouteFollower::tell_failure(const char* what, Status status) {
-  if (!std::exchange(failure_told_, true)) {
+void RouteFollower::log_failure(const char* what, Status status) {
+  if (!std::exchange(failure_logged_, true)) {
     log_line("kernel: routes: %s: %s", what, err_text(status));
   }
 }

@@ -1,9 +1,8 @@
-// The routes of the model's VRFs, kept as the kernel has them.
+// Follows the kernel's routes of the model's VRFs into the route store.
 //
-// From start() on every table that a VRF of the model has is read into the route store, in bounded steps, and
-// read again whenever something happened that may have changed it, and at long intervals. Observes the model
-// for VRFs that come and go. Main thread only. The model must outlive the follower, which must go before the
-// event manager.
+// From start() on, reads every table of a VRF of the model in bounded steps. Reads it again after each event
+// that may have changed it, and at long intervals. Observes the model for VRFs. Main thread only. The model
+// must outlive the follower, which must be destroyed before the event manager.
 #pragma once
 
 #include <cstdint>
@@ -33,7 +32,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void stop();
 
   const KernelRouteCounters& counters() const { return counters_; }
-  // True when the store has everything that the kernel had told when its messages were last read.
+  // True when the store has everything that the kernel had announced when its messages were last read.
   bool settled() const;
 
   void vrf_created(const router::Vrf& vrf) override;
@@ -46,7 +45,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
     RouteUsage usage;
     std::uint64_t not_before = 0;  // clock_monotonic(): the next reading at the earliest
     std::uint64_t due = 0;         // ... at the latest
-    unsigned doubts = 0;           // readings in a row that were in doubt
+    unsigned doubts = 0;           // consecutive readings that were in doubt
   };
   using Tables = std::map<router::RouteTableId, Table>;
 
@@ -60,13 +59,13 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void mark_everything();
   void mark_dependants();
   void mark_overdue();
-  bool hangs_on_changes(const RouteUsage& usage) const;
+  bool depends_on_changes(const RouteUsage& usage) const;
 
   void wake(std::uint64_t delay);
-  void turn();
+  void step();
   bool begin_something();
   Tables::iterator next_dirty(std::uint64_t now, std::uint64_t* earliest);
-  void come_back_to(Tables::iterator table, std::uint64_t delay);
+  void reread_later(Tables::iterator table, std::uint64_t delay);
 
   void begin_objects();
   void continue_objects();
@@ -81,7 +80,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void sweep();
   void become_idle();
   void abandon_reading();
-  void tell_failure(const char* what, Status status);
+  void log_failure(const char* what, Status status);
   unsigned dump_batch() const;
 
   router::Router* model_;
@@ -94,10 +93,10 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   std::vector<RouteEvent> scratch_;  // of one datagram or message
 
   Tables tables_;
-  std::set<router::RouteTableId> dirty_;      // those of tables_ that are to be read
-  std::map<std::uint32_t, LinkFacts> links_;  // as heard since the start
-  std::set<std::uint32_t> changed_links_;     // since the tables that hang on them were last looked for
-  std::set<std::uint32_t> changed_objects_;   // the same; with the groups that have them
+  std::set<router::RouteTableId> dirty_;      // those of tables_ that must be read
+  std::map<std::uint32_t, LinkFacts> links_;  // as announced since the start
+  std::set<std::uint32_t> changed_links_;     // since mark_dependants()
+  std::set<std::uint32_t> changed_objects_;   // the same, with their groups
   bool everything_dirty_ = false;
   bool objects_dirty_ = false;
   std::uint64_t objects_not_before_ = 0;
@@ -107,11 +106,11 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   Phase phase_ = Phase::kIdle;
   std::uint64_t reading_began_ = 0;
   EventManager* manager_ = nullptr;
-  EventTimerId turn_timer_ = 0;
-  std::uint64_t turn_due_ = 0;  // clock_monotonic()
+  EventTimerId step_timer_ = 0;
+  std::uint64_t step_due_ = 0;  // clock_monotonic()
   EventTimerId reread_timer_ = 0;
-  bool loss_told_ = false;  // losses and failures are logged once a series
-  bool failure_told_ = false;
+  bool loss_logged_ = false;  // once per series of losses
+  bool failure_logged_ = false;
   KernelRouteCounters counters_;
 };
 

@@ -1,16 +1,14 @@
-// Decoding of route and next-hop messages (see route_message.h).
-//
-// What the kernel says and how it is read:
+// How the kernel's messages are interpreted:
 //   - rtm_table has eight bits; RTA_TABLE, where present, has the number.
-//   - A route has its one path in RTA_OIF, RTA_GATEWAY or RTA_VIA (a gateway of the other family) and
-//   RTA_ENCAP,
-//     several in RTA_MULTIPATH, each with attributes of its own; or RTA_NH_ID names an object that has them.
-//     With the sysctl nexthop_compat_mode, which is the default, both are there: what the route itself says
-//     needs no look-up and counts. IPv6 gives a discarding route the loopback as its device.
-//   - RTA_ENCAP means MPLS labels where RTA_ENCAP_TYPE says so, whatever the order of the two; other
-//   encapsulations (SRv6, BPF, IP tunnels) have no labels. Some of them lead to another router.
-//   - IPv4 leaves RTA_PRIORITY out where it is 0.
-// Everything read is copied. Any thread.
+//   - A route with one path has it in RTA_OIF, RTA_GATEWAY or RTA_VIA (a gateway of the other family) and
+//     RTA_ENCAP. Several paths are in RTA_MULTIPATH, each with its own attributes; or RTA_NH_ID names an
+//     object that has them. With the sysctl nexthop_compat_mode, which is the default, both are present; then
+//     the route's own paths count. In IPv6 the device of a discarding route is the loopback.
+//   - RTA_ENCAP has MPLS labels if RTA_ENCAP_TYPE is MPLS, in either order. Other encapsulations (SRv6, BPF,
+//   IP
+//     tunnels) have no labels. Some of them lead to another router.
+//   - IPv4 omits RTA_PRIORITY if it is 0.
+// Everything is copied. Any thread.
 #include "sources/kernel/routes/route_message.h"
 
 #include <linux/lwtunnel.h>
@@ -30,7 +28,7 @@ namespace {
 constexpr std::uint32_t kLinkFlags = IFF_UP | IFF_RUNNING | kFlagLowerUp;
 constexpr unsigned kLabelShift = 12;  // of a label stack entry: label 20, class 3, bottom 1, time to live 8
 
-// What the attributes of one path gave, before it is judged as a whole.
+// The attributes of one path, before it is checked as a whole.
 struct PathDraft {
   RoutePath path;
   router::Family family = router::Family::kIpv4;
@@ -50,7 +48,7 @@ struct ObjectDraft {
   PathDraft path;
 };
 
-// Label stack entries in network order; nothing for an attribute that is no row of them.
+// Label stack entries in network order. False for an attribute of another form.
 bool read_labels(const nlattr* attribute, std::vector<std::uint32_t>* labels) {
   const std::size_t size = mnl_attr_get_payload_len(attribute);
   const auto* octets = static_cast<const std::uint8_t*>(mnl_attr_get_payload(attribute));
@@ -65,8 +63,8 @@ bool read_labels(const nlattr* attribute, std::vector<std::uint32_t>* labels) {
   return true;
 }
 
-// Only the MPLS encapsulation's destination is of interest. In the content of another kind the same number
-// may mean anything, so what cannot be read is not held against the message here but in finish_path().
+// Reads the destination of an MPLS encapsulation. In other encapsulations the same number may mean anything,
+// so finish_path() decides whether invalid content makes the message malformed.
 int read_encap_attribute(const nlattr* attribute, void* data) {
   auto* labels = static_cast<std::vector<std::uint32_t>*>(data);
   if (mnl_attr_get_type(attribute) == MPLS_IPTUNNEL_DST) {
@@ -133,14 +131,14 @@ int read_hop_attribute(const nlattr* attribute, void* data) {
   return verdict(read_path_attribute(attribute, static_cast<PathDraft*>(data)));
 }
 
-// Segments of SRv6 that end here (LWTUNNEL_ENCAP_SEG6_LOCAL), programs and translations send the packet to no
-// other router.
+// Segments of SRv6 that end here (LWTUNNEL_ENCAP_SEG6_LOCAL), programs and translations do not lead to
+// another router.
 bool is_tunnel(std::uint16_t encap_type) {
   return encap_type == LWTUNNEL_ENCAP_MPLS || encap_type == LWTUNNEL_ENCAP_IP ||
          encap_type == LWTUNNEL_ENCAP_IP6 || encap_type == LWTUNNEL_ENCAP_SEG6;
 }
 
-// An interface index beyond ifIndex's range is none that exists.
+// An interface index beyond the range of ifIndex is invalid.
 bool finish_path(PathDraft* draft) {
   if (draft->encap_type == LWTUNNEL_ENCAP_MPLS) {
     if (draft->labels.empty()) {
@@ -166,7 +164,7 @@ bool read_hop(const rtnexthop* hop, router::Family family, RoutePath* path) {
   return true;
 }
 
-// Hops follow one another, each with its length in front.
+// Hops follow one another, each preceded by its length.
 bool read_multipath(const nlattr* attribute, router::Family family, std::vector<RoutePath>* paths) {
   std::span<const std::uint8_t> rest(static_cast<const std::uint8_t*>(mnl_attr_get_payload(attribute)),
                                      mnl_attr_get_payload_len(attribute));
@@ -264,7 +262,7 @@ bool parse_route(const nlmsghdr* message, std::vector<RouteEvent>* events) {
     return false;
   }
   if (message->nlmsg_type == RTM_DELROUTE) {
-    events->emplace_back(RouteGone{{draft.route.family, draft.route.table}});
+    events->emplace_back(RouteRemoved{{draft.route.family, draft.route.table}});
   } else {
     events->emplace_back(RouteSeen{std::move(draft.route)});
   }
@@ -279,7 +277,7 @@ bool read_members(const nlattr* attribute, std::vector<std::uint32_t>* members) 
   const auto* octets = static_cast<const std::uint8_t*>(mnl_attr_get_payload(attribute));
   members->clear();
   for (std::size_t at = 0; at < size; at += sizeof(nexthop_grp)) {
-    std::memcpy(&members->emplace_back(), octets + at, sizeof(std::uint32_t));  // the id comes first
+    std::memcpy(&members->emplace_back(), octets + at, sizeof(std::uint32_t));  // the id is the first field
   }
   return true;
 }
@@ -321,7 +319,7 @@ bool parse_next_hop(const nlmsghdr* message, std::vector<RouteEvent>* events) {
     return false;
   }
   if (message->nlmsg_type == RTM_DELNEXTHOP) {
-    events->emplace_back(NextHopGone{draft.object.id});
+    events->emplace_back(NextHopRemoved{draft.object.id});
     return true;
   }
   draft.object.path = std::move(draft.path.path);
@@ -335,7 +333,7 @@ int read_link_master(const nlattr* attribute, void* data) {
                                                      : MNL_CB_OK;
 }
 
-// Messages of the bridge family are about ports and not about links.
+// Messages of the bridge family are about ports, not links.
 bool parse_link_facts(const nlmsghdr* message, std::vector<RouteEvent>* events) {
   if (mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) {
     return false;
@@ -352,7 +350,7 @@ bool parse_link_facts(const nlmsghdr* message, std::vector<RouteEvent>* events) 
     return false;
   }
   if (message->nlmsg_type == RTM_DELLINK) {
-    events->emplace_back(LinkFactsGone{link.index});
+    events->emplace_back(LinkFactsRemoved{link.index});
   } else {
     events->emplace_back(link);
   }
@@ -365,7 +363,7 @@ bool parse_removed_address(const nlmsghdr* message, std::vector<RouteEvent>* eve
   }
   const auto* header = static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(message));
   if (header->ifa_family == AF_INET) {
-    events->emplace_back(Ipv4AddressLost{header->ifa_index});
+    events->emplace_back(Ipv4AddressRemoved{header->ifa_index});
   }
   return true;
 }

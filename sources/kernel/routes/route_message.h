@@ -1,8 +1,8 @@
-// rtnetlink datagrams about routes and next hops as plain facts.
+// Decodes rtnetlink messages about routes and next hops, and those about links and addresses that affect
+// routes.
 //
-// Pure functions over octets, as in netlink_parse.h: no socket, no state, every length checked. Formats:
-// linux/rtnetlink.h, linux/nexthop.h, linux/lwtunnel.h, linux/mpls_iptunnel.h; label stack entries as in
-// RFC 3032 section 2.1.
+// Pure functions over octets: no socket, no state, every length checked. Formats: linux/rtnetlink.h,
+// linux/nexthop.h, linux/lwtunnel.h, linux/mpls_iptunnel.h; label stack entries as in RFC 3032 section 2.1.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@
 
 namespace kernel {
 
-// One way on from a route.
+// One path of a route.
 struct RoutePath {
   std::uint32_t interface_index = 0;  // 0: none
   bool has_gateway = false;
@@ -38,8 +38,8 @@ struct KernelRoute {
   std::uint8_t protocol = 0;          // RTPROT_...
   std::uint32_t priority = 0;         // the kernel's metric
   std::uint32_t next_hop_object = 0;  // 0: none
-  bool cached = false;                // RTM_F_CLONED: an exception to a route and none itself
-  std::vector<RoutePath> paths;       // none: see the object, or a type that discards
+  bool cached = false;                // RTM_F_CLONED: an exception to a route, not a route
+  std::vector<RoutePath> paths;       // empty: those of the object, or a type that discards
   bool operator==(const KernelRoute&) const = default;
 };
 
@@ -55,33 +55,33 @@ struct NextHopObject {
 struct RouteSeen {
   KernelRoute route;
 };
-struct RouteGone {
+struct RouteRemoved {
   router::RouteTableId table;
 };
 struct NextHopSeen {
   NextHopObject object;
 };
-struct NextHopGone {
+struct NextHopRemoved {
   std::uint32_t id = 0;
 };
-// What of a link decides over routes: the kernel drops routes without a word when it changes.
+// The attributes of a link that affect routes: the kernel deletes routes without an event when they change.
 struct LinkFacts {
   std::uint32_t index = 0;
   std::uint32_t flags = 0;   // IFF_UP, IFF_RUNNING, IFF_LOWER_UP; the others are 0
   std::uint32_t master = 0;  // any kind of master
   bool operator==(const LinkFacts&) const = default;
 };
-struct LinkFactsGone {
+struct LinkFactsRemoved {
   std::uint32_t index = 0;
 };
 
-// With its last IPv4 address an interface loses its IPv4 routes, in every table, without a word.
-struct Ipv4AddressLost {
+// With its last IPv4 address an interface loses its IPv4 routes, in every table, without an event.
+struct Ipv4AddressRemoved {
   std::uint32_t index = 0;  // of the interface
 };
 
-using RouteEvent =
-    std::variant<RouteSeen, RouteGone, NextHopSeen, NextHopGone, LinkFacts, LinkFactsGone, Ipv4AddressLost>;
+using RouteEvent = std::variant<RouteSeen, RouteRemoved, NextHopSeen, NextHopRemoved, LinkFacts,
+                                LinkFactsRemoved, Ipv4AddressRemoved>;
 
 // Appends the message's event to *events. Adds none for anything but IPv4 and IPv6 routes, next-hop objects,
 // links and removed IPv4 addresses. False when it is malformed.

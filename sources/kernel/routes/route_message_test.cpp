@@ -1,5 +1,4 @@
-// Tests of the decoder of routes and next-hop objects: what a message means, what is no concern of ours, what
-// is malformed.
+// Decoding of route and next-hop messages: what they mean, which are ignored, which are malformed.
 #include <gmock/gmock.h>
 
 #include "sources/kernel/routes/route_messages_test_support.h"
@@ -67,11 +66,11 @@ TEST(KernelRoutes, PrefixTableProtocolAndPriority) {
   EXPECT_EQ(route.paths[0].gateway, Octets16("10.0.0.2"));
 }
 
-TEST(KernelRoutes, TableOfTheHeaderCountsWhereThereIsNoOther) {
+TEST(KernelRoutes, TableOfTheHeaderIsTheDefault) {
   EXPECT_EQ(OneRoute({.table = {}, .short_table = 77, .hop = {.interface_index = 5}}).table, 77U);
 }
 
-TEST(KernelRoutes, TableAbove255IsNotTheHeaders) {
+TEST(KernelRoutes, TableAbove255IsNotInTheHeader) {
   EXPECT_EQ(OneRoute({.table = 70000, .hop = {.interface_index = 5}}).table, 70000U);
 }
 
@@ -145,7 +144,7 @@ TEST(KernelRoutes, LabelsOutermostFirst) {
 }
 
 TEST(KernelRoutes, LabelsAreReadWhateverTheOrderOfTheAttributes) {
-  EXPECT_THAT(OnePath({.hop = {.interface_index = 9, .labels = {300}, .type_behind = true}}).labels,
+  EXPECT_THAT(OnePath({.hop = {.interface_index = 9, .labels = {300}, .type_after = true}}).labels,
               ElementsAre(300U));
 }
 
@@ -175,7 +174,7 @@ TEST(KernelRoutes, RouteByObjectAloneHasNoPath) {
   EXPECT_THAT(route.paths, IsEmpty());
 }
 
-TEST(KernelRoutes, RouteByObjectMayCarryThePathsToo) {
+TEST(KernelRoutes, RouteByObjectMayHaveThePathsToo) {
   const KernelRoute route = OneRoute({.object = 42, .hop = {.interface_index = 5}});
   EXPECT_EQ(route.next_hop_object, 42U);
   EXPECT_EQ(route.paths.size(), 1U);
@@ -186,9 +185,10 @@ TEST(KernelRoutes, CachedExceptionIsMarked) {
 }
 
 TEST(KernelRoutes, DeletionNamesTheTable) {
-  EXPECT_EQ(One<RouteGone>(RouteMessage{.message_type = RTM_DELROUTE, .hop = {.interface_index = 5}}).table,
-            kRed4);
-  EXPECT_EQ(One<RouteGone>(RouteMessage{.message_type = RTM_DELROUTE, .prefix = "2001:db8::/32"}).table,
+  EXPECT_EQ(
+      One<RouteRemoved>(RouteMessage{.message_type = RTM_DELROUTE, .hop = {.interface_index = 5}}).table,
+      kRed4);
+  EXPECT_EQ(One<RouteRemoved>(RouteMessage{.message_type = RTM_DELROUTE, .prefix = "2001:db8::/32"}).table,
             kRed6);
 }
 
@@ -255,7 +255,7 @@ TEST(KernelNextHops, GroupBlackholeAndDead) {
 }
 
 TEST(KernelNextHops, DeletionNamesTheObject) {
-  EXPECT_EQ(One<NextHopGone>(ObjectMessage{.message_type = RTM_DELNEXTHOP, .id = 5}).id, 5U);
+  EXPECT_EQ(One<NextHopRemoved>(ObjectMessage{.message_type = RTM_DELNEXTHOP, .id = 5}).id, 5U);
 }
 
 TEST(KernelNextHops, ObjectWithoutIdIsMalformed) {
@@ -272,14 +272,14 @@ TEST(KernelNextHops, GroupOfOddLengthIsMalformed) {
   ExpectMalformed(datagram);
 }
 
-TEST(KernelLinkFacts, FlagsThatDecideOverRoutesAndTheMaster) {
+TEST(KernelLinkFacts, FlagsThatAffectRoutesAndTheMaster) {
   const auto facts = One<LinkFacts>(
       LinkMessage{.index = 5, .flags = kUpAndRunning | IFF_BROADCAST, .name = "d0", .master = 2});
   EXPECT_EQ(facts, (LinkFacts{5, kUpAndRunning, 2}));
 }
 
 TEST(KernelLinkFacts, DeletionNamesTheIndexAndTheBridgesViewIsIgnored) {
-  EXPECT_EQ(One<LinkFactsGone>(LinkMessage{.type = RTM_DELLINK, .index = 5}).index, 5U);
+  EXPECT_EQ(One<LinkFactsRemoved>(LinkMessage{.type = RTM_DELLINK, .index = 5}).index, 5U);
   ExpectIgnored(Encode(LinkMessage{.type = RTM_DELLINK, .family = AF_BRIDGE, .index = 5}));
 }
 
@@ -295,7 +295,7 @@ TEST(KernelLinkFacts, RemovedIpv4AddressNamesItsInterface) {
   ParseReport report;
   const std::vector<RouteEvent> events = ParseRoutes(removed(AF_INET), &report);
   ASSERT_EQ(events.size(), 1U);
-  EXPECT_EQ(std::get<Ipv4AddressLost>(events[0]).index, 5U);
+  EXPECT_EQ(std::get<Ipv4AddressRemoved>(events[0]).index, 5U);
   ExpectIgnored(removed(AF_INET6));
 }
 
@@ -310,8 +310,8 @@ TEST(KernelRouteDatagrams, AddressesAreIgnored) {
   ExpectIgnored(Encode(AddressMessage{.index = 5, .address = "10.0.0.1"}));
 }
 
-// Each cut has a buffer of its own size, so that a sanitizer sees any octet read behind it.
-TEST(KernelRouteDatagrams, EveryCutOfARecordingIsSurvived) {
+// Each part has a buffer of its own size, so that a sanitizer detects any read beyond it.
+TEST(KernelRouteDatagrams, EveryTruncationOfARecordingIsHandled) {
   for (const char* name : {"dump-route.raw", "dump-route6.raw"}) {
     const Octets whole = ReadRecording(name).at(0);
     const std::size_t complete = ParseRoutes(whole).size();
@@ -323,8 +323,7 @@ TEST(KernelRouteDatagrams, EveryCutOfARecordingIsSurvived) {
   }
 }
 
-// Nothing of a message is believed without a check: each octet of it in turn takes values at the ends of its
-// range.
+// Every field of a message is checked: each octet in succession takes values at the ends of its range.
 TEST(KernelRouteDatagrams, EveryOctetMayBeWrong) {
   const std::vector<Octets> messages{
       Encode(RouteMessage{.hop = {.interface_index = 5, .via = "2001:db8::2", .labels = {100, 200}}}),

@@ -1,4 +1,4 @@
-// For the tests of routes: rtnetlink route and next-hop messages made to order, and rows as texts.
+// For tests of routes: encoded rtnetlink route and next-hop messages, and rows as texts.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,14 +20,14 @@ namespace kernel {
 inline constexpr router::RouteTableId kRed4{router::Family::kIpv4, 10};
 inline constexpr router::RouteTableId kRed6{router::Family::kIpv6, 10};
 
-// One path; what is not set is not sent.
+// One path; attributes that are not set are left out.
 struct HopMessage {
   std::optional<std::uint32_t> interface_index{};
   std::string gateway{};  // of the route's own family
   std::string via{};      // RTA_VIA
   std::vector<std::uint32_t> labels{};
   std::optional<std::uint16_t> encap_type{};  // MPLS when there are labels
-  bool type_behind = false;                   // RTA_ENCAP before RTA_ENCAP_TYPE
+  bool type_after = false;                    // RTA_ENCAP before RTA_ENCAP_TYPE
   std::uint8_t flags = 0;                     // RTNH_F_...
 };
 
@@ -96,9 +96,9 @@ inline void PutHop(nlmsghdr* message, const HopMessage& hop, const HopAttributes
   if (!hop.via.empty()) PutVia(message, hop.via);
   const std::uint16_t type = hop.encap_type.value_or(LWTUNNEL_ENCAP_MPLS);
   const bool has_type = !hop.labels.empty() || hop.encap_type;
-  if (has_type && !hop.type_behind) mnl_attr_put_u16(message, numbers.encap_type, type);
+  if (has_type && !hop.type_after) mnl_attr_put_u16(message, numbers.encap_type, type);
   if (!hop.labels.empty()) PutLabels(message, numbers.encap, hop.labels);
-  if (has_type && hop.type_behind) mnl_attr_put_u16(message, numbers.encap_type, type);
+  if (has_type && hop.type_after) mnl_attr_put_u16(message, numbers.encap_type, type);
 }
 
 inline void PutMultipath(nlmsghdr* message, const std::vector<HopMessage>& hops) {

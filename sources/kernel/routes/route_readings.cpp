@@ -1,13 +1,12 @@
-// The order of the readings (see route_follower.h): one at a time, in turns of the event loop.
+// The readings of the route follower: one at a time, in steps on the event loop.
 //
-// Next-hop objects come before tables, because routes name them. Dirty tables take turns in the order of
-// their numbers. After a reading a table rests four times as long as the reading took, so that a table of a
-// million routes in which something happens all the time costs a fifth of the loop and no more.
+// Next-hop objects are read before tables, because routes name them. Dirty tables are read round robin in the
+// order of their numbers. After a reading a table is not read again for four times the duration of the
+// reading, so that a table of a million routes with permanent changes costs at most a fifth of the loop.
 //
-// A reading is in doubt when the kernel says that it was disturbed, when a route names an object that is not
-// known, or when the store refused a row. It adds and corrects but takes nothing away, and is repeated after
-// `retry`; after kDoubtsMax in a row it is believed all the same, because rows that are gone must not be
-// shown for ever.
+// A reading is in doubt when it was disturbed, when a route names an unknown object, or when the store
+// refused a row. It adds and updates but does not remove, and is repeated after `retry`. The kDoubtsMax-th
+// consecutive one does remove, because deleted routes must not be shown for ever.
 #include <sys/epoll.h>
 
 #include <algorithm>
@@ -21,11 +20,11 @@ namespace kernel {
 namespace {
 
 constexpr unsigned kDoubtsMax = 5;
-constexpr std::uint64_t kRest = 4;           // times the duration of a reading
+constexpr std::uint64_t kRest = 4;           // multiple of the duration of a reading
 constexpr std::size_t kRowsPerSweep = 5000;  // about a millisecond
-constexpr std::uint64_t kSpread = 64;        // places in the last quarter of the interval
+constexpr std::uint64_t kSpread = 64;        // slots in the last quarter of the interval
 
-// Tables that were read together are not due together.
+// Spreads tables that were read at the same time.
 std::uint64_t spread_of(router::RouteTableId table, std::uint64_t interval) {
   const std::uint64_t place = (table.table * 2ULL + static_cast<std::uint64_t>(table.family)) % kSpread;
   return interval / 4 * place / kSpread;
@@ -33,38 +32,38 @@ std::uint64_t spread_of(router::RouteTableId table, std::uint64_t interval) {
 
 }  // namespace
 
-// A datagram of 32 kB has some 480 routes, which take the store about a third of a millisecond.
+// A datagram of 32 kB has about 480 routes, which the store processes in a third of a millisecond.
 unsigned RouteFollower::dump_batch() const {
   return std::max(1U, settings_.batch / 16);
 }
 
-// While something is being read nothing has to be woken: its end is followed by a turn.
+// During a reading no timer is needed: a step follows its end.
 void RouteFollower::wake(std::uint64_t delay) {
   if (manager_ == nullptr || phase_ != Phase::kIdle) {
     return;
   }
   const std::uint64_t due = clock_monotonic() + delay;
-  if (turn_timer_ != 0 && turn_due_ <= due) {
+  if (step_timer_ != 0 && step_due_ <= due) {
     return;
   }
-  if (turn_timer_ != 0) {
-    event_timer_cancel(manager_, turn_timer_);
+  if (step_timer_ != 0) {
+    event_timer_cancel(manager_, step_timer_);
   }
-  turn_due_ = due;
-  turn_timer_ = event_timer_start(manager_, delay, [this] { turn(); });
+  step_due_ = due;
+  step_timer_ = event_timer_start(manager_, delay, [this] { step(); });
 }
 
-// What has been said by now is read first: the reading knows it already.
-void RouteFollower::turn() {
-  turn_timer_ = 0;
+// Waiting events are read first, because the reading will include their changes.
+void RouteFollower::step() {
+  step_timer_ = 0;
   if (phase_ == Phase::kSweep) {
     sweep();
     return;
   }
   events_.read();
   mark_dependants();
-  if (begin_something() && turn_timer_ != 0) {
-    event_timer_cancel(manager_, std::exchange(turn_timer_, 0));
+  if (begin_something() && step_timer_ != 0) {
+    event_timer_cancel(manager_, std::exchange(step_timer_, 0));
   }
 }
 
@@ -84,7 +83,7 @@ bool RouteFollower::begin_something() {
   return phase_ != Phase::kIdle;
 }
 
-// The first one behind the table that was read last.
+// The first one after the table that was read last.
 RouteFollower::Tables::iterator RouteFollower::next_dirty(std::uint64_t now, std::uint64_t* earliest) {
   auto place = dirty_.upper_bound(reading_.table());
   for (std::size_t count = 0; count < dirty_.size(); ++count, ++place) {
@@ -100,7 +99,7 @@ RouteFollower::Tables::iterator RouteFollower::next_dirty(std::uint64_t now, std
   return tables_.end();
 }
 
-void RouteFollower::come_back_to(Tables::iterator table, std::uint64_t delay) {
+void RouteFollower::reread_later(Tables::iterator table, std::uint64_t delay) {
   dirty_.insert(table->first);
   table->second.not_before = clock_monotonic() + delay;
 }
@@ -110,7 +109,7 @@ void RouteFollower::become_idle() {
   wake(0);
 }
 
-// Also the sweep, if there is one. The caller sees to the next turn.
+// Also ends a sweep. The caller schedules the next step.
 void RouteFollower::abandon_reading() {
   if (objects_dump_.is_open()) {
     event_fd_remove(manager_, objects_dump_.fd());
@@ -144,7 +143,7 @@ bool RouteFollower::read_object(const nlmsghdr* message) {
   scratch_.clear();
   const bool good = parse_route_message(message, &scratch_);
   for (const RouteEvent& event : scratch_) {
-    if (const auto* seen = std::get_if<NextHopSeen>(&event)) objects_seen_.see(seen->object);
+    if (const auto* seen = std::get_if<NextHopSeen>(&event)) objects_seen_.update(seen->object);
   }
   return good;
 }
@@ -179,10 +178,10 @@ void RouteFollower::finish_objects() {
 
 void RouteFollower::objects_failed(Status status) {
   ++counters_.failures;
-  tell_failure("reading next-hop objects", status);
+  log_failure("reading next-hop objects", status);
   objects_dirty_ = true;
   objects_not_before_ = clock_monotonic() + settings_.retry;
-  wake(0);  // the tables do not wait for the objects
+  wake(0);  // tables are read without the objects
 }
 
 void RouteFollower::begin_table(Tables::iterator table) {
@@ -215,10 +214,10 @@ void RouteFollower::continue_table() {
 
 void RouteFollower::table_failed(Status status) {
   ++counters_.failures;
-  tell_failure("reading a table", status);
+  log_failure("reading a table", status);
   if (const auto table = tables_.find(reading_.table()); table != tables_.end()) {
     table->second.usage.merge(reading_.usage());
-    come_back_to(table, settings_.retry);
+    reread_later(table, settings_.retry);
   }
   become_idle();
 }
@@ -233,7 +232,7 @@ void RouteFollower::finish_table() {
     ++counters_.disturbed_readings;
     objects_dirty_ = objects_dirty_ || reading_.unresolved() != 0;
     table->second.usage.merge(reading_.usage());
-    come_back_to(table, settings_.retry);
+    reread_later(table, settings_.retry);
     become_idle();
     return;
   }
@@ -245,8 +244,8 @@ void RouteFollower::finish_table() {
 
 void RouteFollower::sweep() {
   if (reading_.sweep(kRowsPerSweep)) {
-    turn_due_ = clock_monotonic();
-    turn_timer_ = event_timer_start(manager_, 0, [this] { turn(); });
+    step_due_ = clock_monotonic();
+    step_timer_ = event_timer_start(manager_, 0, [this] { step(); });
     return;
   }
   settle_table(tables_.find(reading_.table()));
@@ -257,8 +256,8 @@ void RouteFollower::settle_table(Tables::iterator table) {
   const std::uint64_t now = clock_monotonic();
   table->second.not_before = now + std::max(settings_.settle, kRest * (now - reading_began_));
   table->second.due = now + settings_.route_reread - spread_of(table->first, settings_.route_reread);
-  failure_told_ = false;
-  loss_told_ = loss_told_ && !dirty_.empty();
+  failure_logged_ = false;
+  loss_logged_ = loss_logged_ && !dirty_.empty();
 }
 
 }  // namespace kernel

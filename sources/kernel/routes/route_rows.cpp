@@ -1,7 +1,7 @@
-// See route_rows.h. Types and protocols as RFC 4292 and IANAipRouteProtocol have them.
+// Types and protocols as in RFC 4292 and IANAipRouteProtocol.
 //
-// A next hop of the other family (an IPv4 prefix behind an IPv6 gateway) does not fit into a row's index: the
-// row is remote with the next hop zero, its interface says the rest.
+// A next hop of the other family (an IPv4 prefix with an IPv6 gateway) does not fit into a row's index: the
+// row is remote, its next hop is zero, and it has the interface.
 #include "sources/kernel/routes/route_rows.h"
 
 #include <linux/rtnetlink.h>
@@ -21,9 +21,8 @@ struct ProtocolName {
   RouteProtocol row;
 };
 
-// What is not listed is kOther. RTPROT_ values of routing daemons are as registered in rtnetlink.h and, for
-// 190 and 196 (RIPng and static routes of a routing suite), as that suite has them in
-// /etc/iproute2/rt_protos.d.
+// Others are kOther. RTPROT_ values of routing daemons are registered in rtnetlink.h; 190 and 196 (RIPng and
+// static routes of a routing suite) are those of the suite in /etc/iproute2/rt_protos.d.
 constexpr RouteProtocol kDhcp{19};
 constexpr std::array kProtocols{ProtocolName{RTPROT_REDIRECT, RouteProtocol::kIcmp},
                                 ProtocolName{RTPROT_KERNEL, RouteProtocol::kLocal},
@@ -44,7 +43,7 @@ RouteProtocol protocol_of(std::uint8_t kernel) {
   return found == kProtocols.end() ? RouteProtocol::kOther : found->row;
 }
 
-// Of a route that packets do not leave by.
+// The type of a route that discards packets.
 RouteType discard_type(std::uint8_t type) {
   switch (type) {
     case RTN_BLACKHOLE:
@@ -53,7 +52,7 @@ RouteType discard_type(std::uint8_t type) {
     case RTN_PROHIBIT:
       return RouteType::kReject;
     default:
-      return RouteType::kOther;  // RTN_THROW: the search goes on in the next table
+      return RouteType::kOther;  // RTN_THROW: the search continues in the next table
   }
 }
 
@@ -104,7 +103,7 @@ void append_object(const KernelRoute& route, const NextHopObject& object, std::v
   }
 }
 
-// Groups have no groups as members.
+// The members of a group are not groups.
 bool append_by_object(const KernelRoute& route, const NextHopObjects& objects,
                       std::vector<router::Route>* rows) {
   const NextHopObject* named = objects.find(route.next_hop_object);
@@ -129,7 +128,7 @@ bool append_by_object(const KernelRoute& route, const NextHopObjects& objects,
 
 }  // namespace
 
-bool NextHopObjects::see(const NextHopObject& object) {
+bool NextHopObjects::update(const NextHopObject& object) {
   const auto [present, is_new] = objects_.try_emplace(object.id, object);
   if (!is_new && present->second == object) {
     return false;
@@ -164,7 +163,7 @@ void NextHopObjects::add_differences(const NextHopObjects& other, std::set<std::
   }
 }
 
-// Twice: the first pass finds what differs, the second the groups that came before their members.
+// The first pass finds the objects that differ, the second the groups that precede their members.
 std::set<std::uint32_t> NextHopObjects::differences(const NextHopObjects& other) const {
   std::set<std::uint32_t> ids;
   for (int pass = 0; pass < 2; ++pass) {

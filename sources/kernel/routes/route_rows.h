@@ -1,5 +1,5 @@
-// From the kernel's routes to rows of the route store; the kernel's next-hop objects, which routes may name
-// instead of having paths. docs/routes.md says which rows appear and how.
+// Makes rows of the route store from the kernel's routes. Keeps the kernel's next-hop objects, which routes
+// may name instead of having paths. docs/routes.md describes the rows.
 //
 // Main thread only.
 #pragma once
@@ -17,9 +17,9 @@ namespace kernel {
 class NextHopObjects {
  public:
   // True when the object is new or differs.
-  bool see(const NextHopObject& object);
-  // True when it was there.
-  bool lose(std::uint32_t id) { return objects_.erase(id) != 0; }
+  bool update(const NextHopObject& object);
+  // True when it existed.
+  bool remove(std::uint32_t id) { return objects_.erase(id) != 0; }
   bool empty() const { return objects_.empty(); }
   std::size_t size() const { return objects_.size(); }
   const NextHopObject* find(std::uint32_t id) const;  // valid until a change
@@ -33,12 +33,12 @@ class NextHopObjects {
   std::map<std::uint32_t, NextHopObject> objects_;
 };
 
-// False for what is no row of a routing table for management: local, broadcast, multicast and anycast
-// entries, IPv6 link-local prefixes, cached exceptions.
+// False for entries that are not rows of a routing table for management: local, broadcast, multicast and
+// anycast entries, IPv6 link-local prefixes, cached exceptions.
 bool is_shown(const KernelRoute& route);
 
-// Appends the rows of one route that is shown, one a path that is in use. False when the route names an
-// object that is not known (and has no paths of its own): nothing is appended.
+// Appends the rows of a route that is shown, one per path in use. False, without rows, when the route has no
+// paths of its own and names an unknown object.
 [[nodiscard]] bool append_rows(const KernelRoute& route, const NextHopObjects& objects,
                                std::vector<router::Route>* rows);
 

@@ -1,4 +1,4 @@
-// Tests of rows: which routes appear and as what, next-hop objects, and two recorded dumps of a router.
+// Which routes become rows and of which type, next-hop objects, and two recorded dumps of a router.
 #include "sources/kernel/routes/route_rows.h"
 
 #include <gmock/gmock.h>
@@ -134,7 +134,7 @@ TEST(KernelRows, ProtocolsAsRfc4292NamesThem) {
   }
 }
 
-TEST(KernelRows, PriorityIsTheFirstMetricUpToWhatAMetricHolds) {
+TEST(KernelRows, PriorityIsTheFirstMetricUpToItsMaximum) {
   KernelRoute route = Route("10.0.0.0/24", {Path(5)});
   route.priority = 2147483647;
   EXPECT_EQ(OneRow(route), "10.0.0.0/24 if 5 local proto 3 metric 2147483647");
@@ -155,16 +155,16 @@ TEST(KernelRows, EveryPathInUseIsARow) {
                           "10.0.0.0/24 via 10.9.0.3 if 6 remote proto 3 metric 0 labels 100,200"));
 }
 
-TEST(KernelRows, Ipv4PrefixBehindAnIpv6GatewayIsRemoteWithoutANextHop) {
+TEST(KernelRows, Ipv4PrefixWithAnIpv6GatewayIsRemoteWithoutANextHop) {
   EXPECT_EQ(OneRow(Route("10.0.0.0/24", {Path(5, "2001:db8::2")})),
             "10.0.0.0/24 if 5 remote proto 3 metric 0");
 }
 
 TEST(KernelRows, ObjectsGiveThePaths) {
   NextHopObjects objects;
-  EXPECT_TRUE(objects.see(Object(5, Path(9, "10.9.0.2"))));
-  EXPECT_TRUE(objects.see(Object(6, Path(8, "10.9.0.3"))));
-  EXPECT_TRUE(objects.see(Group(7, {5, 6})));
+  EXPECT_TRUE(objects.update(Object(5, Path(9, "10.9.0.2"))));
+  EXPECT_TRUE(objects.update(Object(6, Path(8, "10.9.0.3"))));
+  EXPECT_TRUE(objects.update(Group(7, {5, 6})));
   KernelRoute route = Route("10.0.0.0/24");
   route.next_hop_object = 5;
   EXPECT_THAT(Rows(route, objects), ElementsAre("10.0.0.0/24 via 10.9.0.2 if 9 remote proto 3 metric 0"));
@@ -178,16 +178,16 @@ TEST(KernelRows, ObjectThatDiscardsMakesABlackhole) {
   hole.id = 5;
   hole.discards = true;
   NextHopObjects objects;
-  objects.see(hole);
+  objects.update(hole);
   KernelRoute route = Route("10.0.0.0/24");
   route.next_hop_object = 5;
   EXPECT_THAT(Rows(route, objects), ElementsAre("10.0.0.0/24 if 0 blackhole proto 3 metric 0"));
 }
 
-TEST(KernelRows, UnknownObjectOrMemberGivesNoRowAndSaysSo) {
+TEST(KernelRows, UnknownObjectOrMemberGivesNoRowAndIsReported) {
   NextHopObjects objects;
-  objects.see(Object(5, Path(9)));
-  objects.see(Group(7, {5, 6}));
+  objects.update(Object(5, Path(9)));
+  objects.update(Group(7, {5, 6}));
   KernelRoute route = Route("10.0.0.0/24");
   std::vector<router::Route> rows;
   for (const std::uint32_t unknown : {4U, 7U}) {
@@ -203,15 +203,15 @@ TEST(KernelRows, PathsOfTheRouteItselfNeedNoObject) {
   EXPECT_THAT(Rows(route), ElementsAre("10.0.0.0/24 if 5 local proto 3 metric 0"));
 }
 
-TEST(KernelNextHopObjects, ChangeIsToldOnceAndLossOnce) {
+TEST(KernelNextHopObjects, ChangeAndRemovalAreReportedOnce) {
   NextHopObjects objects;
   EXPECT_TRUE(objects.empty());
-  EXPECT_TRUE(objects.see(Object(5, Path(9))));
-  EXPECT_FALSE(objects.see(Object(5, Path(9))));
-  EXPECT_TRUE(objects.see(Object(5, Path(8))));
+  EXPECT_TRUE(objects.update(Object(5, Path(9))));
+  EXPECT_FALSE(objects.update(Object(5, Path(9))));
+  EXPECT_TRUE(objects.update(Object(5, Path(8))));
   EXPECT_EQ(objects.find(5)->path.interface_index, 8U);
-  EXPECT_TRUE(objects.lose(5));
-  EXPECT_FALSE(objects.lose(5));
+  EXPECT_TRUE(objects.remove(5));
+  EXPECT_FALSE(objects.remove(5));
   EXPECT_EQ(objects.find(5), nullptr);
 }
 
@@ -219,7 +219,7 @@ TEST(KernelNextHopObjects, UsersAreTheObjectAndItsGroups) {
   NextHopObjects objects;
   for (const NextHopObject& each :
        {Object(5, Path(9)), Object(6, Path(8)), Group(7, {5, 6}), Group(3, {6})}) {
-    objects.see(each);
+    objects.update(each);
   }
   EXPECT_THAT(objects.users(5), ElementsAre(5U, 7U));
   EXPECT_THAT(objects.users(6), ElementsAre(3U, 6U, 7U));
@@ -230,14 +230,14 @@ TEST(KernelNextHopObjects, DifferencesIncludeGroupsOfWhatDiffers) {
   NextHopObjects before;
   NextHopObjects now;
   for (NextHopObjects* each : {&before, &now}) {
-    each->see(Object(6, Path(8)));
-    each->see(Group(2, {5}));
-    each->see(Group(3, {6}));
+    each->update(Object(6, Path(8)));
+    each->update(Group(2, {5}));
+    each->update(Group(3, {6}));
   }
-  before.see(Object(5, Path(9)));
-  now.see(Object(5, Path(10)));
-  before.see(Object(20, Path(9)));
-  now.see(Object(21, Path(9)));
+  before.update(Object(5, Path(9)));
+  now.update(Object(5, Path(10)));
+  before.update(Object(20, Path(9)));
+  now.update(Object(21, Path(9)));
   EXPECT_THAT(before.differences(now), ElementsAre(2U, 5U, 20U, 21U));
   EXPECT_THAT(now.differences(now), IsEmpty());
 }
@@ -308,23 +308,22 @@ TEST_F(RecordedTable, Ipv6RoutesOfEveryKind) {
                   "2001:db8:eeee::/48 via 2001:db8:99::2 if 9 remote proto 3 metric 1024 labels 203"));
 }
 
-// The life of that router: every event of a route is understood, and the guard route of a VRF that is gone is
-// never told as deleted.
-TEST_F(RecordedTable, EveryEventOfTheRoutersLifeIsUnderstood) {
+// All events of that router. The kernel never announces the deletion of the guard route of a deleted VRF.
+TEST_F(RecordedTable, EveryEventIsDecoded) {
   std::map<router::RouteTableId, int> seen;
-  int gone = 0;
+  int removed = 0;
   for (const Octets& datagram : ReadRecording("events.raw")) {
     ParseReport report;
     for (const RouteEvent& event : ParseRoutes(datagram, &report)) {
       if (const auto* route = std::get_if<RouteSeen>(&event))
         ++seen[{route->route.family, route->route.table}];
-      gone += std::holds_alternative<RouteGone>(event) ? 1 : 0;
+      removed += std::holds_alternative<RouteRemoved>(event) ? 1 : 0;
     }
     EXPECT_EQ(report.malformed, 0U);
   }
   EXPECT_GT(seen[kRed4], 20);
   EXPECT_GT(seen[kRed6], 5);
-  EXPECT_GT(gone, 10);
+  EXPECT_GT(removed, 10);
 }
 
 }  // namespace

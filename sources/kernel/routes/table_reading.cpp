@@ -1,10 +1,8 @@
-// See table_reading.h.
-//
 // Several routes of one prefix, or several paths, may be one row of the MIB (the same next hop over another
-// interface or with another priority). The store keeps the one with the lowest priority; the kernel sends the
-// routes of a prefix in that order, so the row does not change to and fro from one reading to the next.
-// Routes with an IPv4 type of service come first whatever their priority: beside a better one without, the
-// row's age starts again with every reading.
+// interface or with another priority). The store keeps the one with the lowest priority. The kernel sends the
+// routes of a prefix in that order, so the row does not alternate between readings. But it sends routes with
+// an IPv4 type of service first: beside a better route without one, the row's age restarts with every
+// reading.
 #include "sources/kernel/routes/table_reading.h"
 
 #include <utility>
@@ -21,7 +19,7 @@ void RouteUsage::merge(const RouteUsage& other) {
 Status TableReading::begin(router::RouteTableId table) {
   table_ = table;
   usage_ = RouteUsage{};
-  put_off_ = false;
+  deferred_ = false;
   refused_ = 0;
   unresolved_ = 0;
   if (Status status = dump_.begin({request_routes(table)})) return status;
@@ -56,7 +54,7 @@ bool TableReading::sweep(std::size_t rows) {
   return more;
 }
 
-// A kernel without IPv6 answers a request for IPv6 routes with those of every family.
+// A kernel without IPv6 answers a request for IPv6 routes with the routes of every family.
 void TableReading::take(const KernelRoute& route) {
   if (route.family != table_.family || route.table != table_.table || !is_shown(route)) {
     return;
@@ -76,11 +74,11 @@ void TableReading::take(const KernelRoute& route) {
   }
 }
 
-// An invalid row (more labels than the store takes) will not be valid the next time.
+// An invalid row (more labels than the store accepts) stays invalid, so it is not deferred.
 void TableReading::refuse(Status status) {
   ++refused_;
-  put_off_ = put_off_ || status != kStatusInvalid;
-  if (!std::exchange(refusal_told_, true)) {
+  deferred_ = deferred_ || status != kStatusInvalid;
+  if (!std::exchange(refusal_logged_, true)) {
     log_line("kernel: table %u: a route is refused: %s", table_.table, err_text(status));
   }
 }

@@ -1,8 +1,8 @@
-// Reading one routing table of the kernel into the route store.
+// Reads one routing table of the kernel into the route store.
 //
-// What is there now is offered to the store row by row; what is not there any more goes in a sweep at the
-// end, which is left out after a reading that may have missed something. Rows that stayed keep their age.
-// Main thread only. The model and the objects must outlive the reading.
+// Offers the rows of the dump to the store one by one. A sweep at the end removes the rows that the dump did
+// not have; it is skipped after a reading that may have missed some. Unchanged rows keep their age. Main
+// thread only. The model and the objects must outlive the reading.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,8 @@
 
 namespace kernel {
 
-// What the routes of a table hang on: when one of these changes, routes may have gone without a word.
+// What the routes of a table depend on: when one of these changes, the kernel may have deleted routes without
+// an event.
 struct RouteUsage {
   std::set<std::uint32_t> interfaces;
   std::unordered_set<std::uint32_t> objects;  // named by routes; not the members of groups
@@ -28,10 +29,10 @@ class TableReading {
  public:
   TableReading(router::Router* model, const NextHopObjects* objects) : model_(model), objects_(objects) {}
 
-  // REQUIRES: the one before was closed. The errors of Dump::begin(). Fault points
+  // REQUIRES: the previous one was closed. The errors of Dump::begin(). Fault points
   // "netlink_route_dump_open", "..._request", "..._receive".
   [[nodiscard]] Status begin(router::RouteTableId table);
-  // Reads up to `datagrams` datagrams and tells the observers.
+  // Reads up to `datagrams` datagrams and notifies the observers.
   Dump::Progress step(unsigned datagrams);
   // Visits up to `rows` rows; true when there is more to do.
   bool sweep(std::size_t rows);
@@ -41,8 +42,8 @@ class TableReading {
   bool is_open() const { return dump_.is_open(); }
   int fd() const { return dump_.fd(); }
   Status error() const { return dump_.error(); }
-  // The reading may have missed rows, or one could not be kept: nothing should be taken away on its account.
-  bool in_doubt() const { return dump_.disturbed() || put_off_ || unresolved_ != 0; }
+  // The reading may have missed rows, or a row could not be stored: it must not remove any.
+  bool in_doubt() const { return dump_.disturbed() || deferred_ || unresolved_ != 0; }
   unsigned malformed() const { return dump_.malformed(); }
   unsigned refused() const { return refused_; }
   unsigned unresolved() const { return unresolved_; }
@@ -61,9 +62,9 @@ class TableReading {
   RouteUsage usage_;
   std::vector<RouteEvent> events_;   // of one message
   std::vector<router::Route> rows_;  // of one route
-  bool changed_ = false;             // something of the store, since the observers were told
-  bool put_off_ = false;             // a row was refused that may be taken another time
-  bool refusal_told_ = false;
+  bool changed_ = false;             // the store, since the observers were notified
+  bool deferred_ = false;            // a row was refused that may be accepted later
+  bool refusal_logged_ = false;
   unsigned refused_ = 0;
   unsigned unresolved_ = 0;
 };
