@@ -1,4 +1,4 @@
-// See command_line.h. Words are checked completely before anything is asked of the daemon.
+// All words are checked before any request to the daemon.
 #include "cli/command_line.h"
 
 #include <fmt/format.h>
@@ -20,7 +20,7 @@ namespace cli {
 
 namespace {
 
-constexpr char kDescription[] = "Shows and steers mpls_vpn_mib, the daemon behind MPLS-L3VPN-STD-MIB.";
+constexpr char kDescription[] = "Shows and controls mpls_vpn_mib, the daemon of MPLS-L3VPN-STD-MIB.";
 
 constexpr char kFooter[] =
     "Examples:\n"
@@ -38,18 +38,17 @@ constexpr char kFooter[] =
     "  mplsvpn watch --count 1 --timeout 30\n"
     "  mplsvpn router down ge0\n"
     "\n"
-    "Exit status: 0 done, 1 the request failed, 2 wrong words, 3 the daemon is not there.\n"
-    "With --json an answer is one object on one line; a list is one array, which stays open when the list "
-    "was cut\n"
-    "short; watched prints and traps are one object a line.\n"
+    "Exit status: 0 done, 1 the request failed, 2 wrong words, 3 the daemon is not running.\n"
+    "With --json an answer is one object on one line, and a list is one array, which is not closed when the\n"
+    "list is truncated. Watched prints and traps are one object for each line.\n"
     "\n"
     "Environment: MPLS_VPN_MIB_RUN_DIR, the daemon's run directory (default /run/mpls_vpn_mib).";
 
 constexpr char kVrfFooter[] =
-    "Words: [NAME] [detail] [ipv4|ipv6] [unicast|multicast], or invalid. A family leaves out the VRFs that "
-    "have no\n"
-    "table of it. \"invalid\" shows the VRFs to which interfaces are bound but which are not there.\n"
-    "--structured asks as XML readers do: details, whose address families are those with route targets or "
+    "Words: [NAME] [detail] [ipv4|ipv6] [unicast|multicast], or invalid. With a family only VRFs that have "
+    "a\n"
+    "table of it are shown. \"invalid\" shows VRFs that do not exist, though interfaces are bound to them.\n"
+    "--structured reads details in the form for XML, with the address families that have route targets or\n"
     "policies.\n"
     "\n"
     "Examples:\n"
@@ -62,7 +61,8 @@ constexpr char kVrfFooter[] =
     "  mplsvpn --json show vrf | jq -r '.[] | select(.operStatusName == \"down\") | .name'";
 
 constexpr char kRoutesFooter[] =
-    "A PREFIX shows its routes, one a next hop; an address shows those of the longest prefix that holds it.\n"
+    "A PREFIX shows its routes, one for each next hop; an address shows those of the longest matching "
+    "prefix.\n"
     "An INTERFACE of another VRF is shown by its ifIndex, as #2. CROSS-CONNECT is the index of the route's\n"
     "labels in the label switching MIB.\n"
     "\n"
@@ -72,9 +72,9 @@ constexpr char kRoutesFooter[] =
     "  mplsvpn show routes red 2001:db8:21::7";
 
 constexpr char kPathFooter[] =
-    "A path stands below /oper/mpls_vpn/gl/ unless it begins with /. Keys are written as %XX where they are "
-    "not\n"
-    "letters, digits or one of _ . : -, and - alone is a key left out.\n"
+    "A path is below /oper/mpls_vpn/gl/ unless it begins with /. In keys write all octets but letters, "
+    "digits\n"
+    "and _ . : - as %XX. A key - is absent.\n"
     "\n"
     "Examples:\n"
     "  mplsvpn get scalars\n"
@@ -88,9 +88,9 @@ constexpr char kPathFooter[] =
     "  mplsvpn datalist vrf-invalid-detail";
 
 constexpr char kDebugFooter[] =
-    "Areas are listed by \"mplsvpn debug list\"; \"all\" is every one of them. Switching is for root and "
-    "the\n"
-    "administrators' group, listing and watching for everybody who may open the socket.\n"
+    "\"mplsvpn debug list\" lists the areas; \"all\" means each of them. Only root and the administrators' "
+    "group\n"
+    "may switch areas; every user who may open the socket may list and watch them.\n"
     "\n"
     "Examples:\n"
     "  mplsvpn debug\n"
@@ -99,9 +99,9 @@ constexpr char kDebugFooter[] =
     "  mplsvpn debug all off";
 
 constexpr char kWatchFooter[] =
-    "A change is shown with the value before and after and their origins: operator, router file, configured "
-    "or\n"
-    "derived (in the routing suite).\n"
+    "A change has the values before and after with their origins: operator, router file, configured or "
+    "derived\n"
+    "(in the routing suite).\n"
     "\n"
     "Examples:\n"
     "  mplsvpn watch\n"
@@ -109,9 +109,9 @@ constexpr char kWatchFooter[] =
     "  mplsvpn --json watch traps --count 1 --timeout 30";
 
 constexpr char kRouterFooter[] =
-    "The words are the daemon's own; options of mplsvpn stand before \"router\". Only a daemon whose router "
-    "comes from\n"
-    "a file has this command, and its changes last until that file is loaded again.\n"
+    "The daemon defines the words; write options of mplsvpn before \"router\". Only a daemon whose source is "
+    "a\n"
+    "router file has these commands. Their changes last until the file is loaded again.\n"
     "\n"
     "Examples:\n"
     "  mplsvpn router help\n"
@@ -121,10 +121,9 @@ constexpr char kRouterFooter[] =
 
 constexpr unsigned kLongestTimeout = 600'000;      // ms
 constexpr double kLongestWatching = 31'536'000;    // s, a year
-constexpr std::uint32_t kMostCount = 4294967295U;  // entries, prints or traps; 0 is no bound
+constexpr std::uint32_t kMostCount = 4294967295U;  // entries, prints or traps; 0: no limit
 
-// A time for which something is watched. (CLI::PositiveNumber takes "nan", and names its limits with all of
-// their 308 digits.)
+// The duration of a watch. CLI::PositiveNumber would accept "nan" and print its limits with 308 digits.
 CLI::Validator watching_time() {
   const auto check = [](const std::string& text) {
     double seconds = 0;
@@ -173,12 +172,12 @@ void add_general_options(CLI::App& app, Options* options) {
 }
 
 void add_structured(CLI::App* command, bool* structured) {
-  command->add_flag("--structured", *structured, "Asks in the structured (XML) form");
+  command->add_flag("--structured", *structured, "Requests the structured (XML) form");
 }
 
 void add_show_vrf(CLI::App& show, Options* options) {
   CLI::App* vrf = show.add_subcommand("vrf", "VRFs: states, interfaces, routes, route targets, policies");
-  vrf->add_option("WORDS", options->vrf_words, "A VRF, and what is wanted of it")->expected(0, 4);
+  vrf->add_option("WORDS", options->vrf_words, "A VRF and what to show of it")->expected(0, 4);
   vrf->add_option("--name", options->vrf, "The VRF, if its name is one of the words")->type_name("VRF");
   add_structured(vrf, &options->structured);
   vrf->footer(kVrfFooter);
@@ -229,7 +228,7 @@ using PathCommand = void (*)(const Session&, const PathRequest&);
 CLI::App* add_path_command(CLI::App& app, Options* options, PathCommand command, const char* name,
                            const char* description) {
   CLI::App* words = app.add_subcommand(name, description);
-  words->add_option("PATH", options->path.path, "Where it stands in the data store")->required();
+  words->add_option("PATH", options->path.path, "The path in the data store")->required();
   add_structured(words, &options->path.structured);
   words->footer(kPathFooter);
   words->callback([options, command] {
@@ -280,14 +279,14 @@ void add_trace(CLI::App& app, Options* options) {
 
 void add_watch(CLI::App& app, Options* options) {
   CLI::App* command = app.add_subcommand(
-      "watch", "Shows traps and changes of RDs and route targets as they come, until Ctrl-C");
+      "watch", "Shows traps and changes of RDs and route targets as they arrive, until Ctrl-C");
   command->add_option("WHAT", options->watched, "traps or changes; both when left out")
       ->check(CLI::IsMember({"traps", "changes"}));
-  // Its time-out is the watching's, not that of an answer.
+  // --timeout after the command limits the watch, not the wait for an answer.
   add_count(command, "--count", &options->watch.most_events, "Ends after N traps and changes");
   command
       ->add_option("--timeout", options->watch.seconds,
-                   "Ends after S seconds; a failure when fewer than --count came")
+                   "Ends after S seconds; fails if fewer than --count arrived")
       ->type_name("S")
       ->check(watching_time());
   command->footer(kWatchFooter);
@@ -299,8 +298,8 @@ void add_watch(CLI::App& app, Options* options) {
 }
 
 void add_router(CLI::App& app, Options* options) {
-  CLI::App* command = app.add_subcommand("router", "Shows and changes a router that comes from a file");
-  // The words are not ours: they may look like options, and none of them goes back to the general ones.
+  CLI::App* command = app.add_subcommand("router", "Shows and changes the router of a router file");
+  // Words that look like options belong to the daemon, too.
   command->prefix_command()->allow_extras()->fallthrough(false);
   command->footer(kRouterFooter);
   command->callback([options, command] {

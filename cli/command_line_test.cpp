@@ -20,7 +20,7 @@ TEST_F(CommandLine, HelpTeachesWithExamplesAndExitStatus) {
   for (const char* part : {"show", "get", "debug", "trace", "router", "--json", "--run-dir", "--socket",
                            "Examples:", "mplsvpn show interfaces red",
                            "Exit status: 0 done, 1 the request failed, 2 wrong words, "
-                           "3 the daemon is not there."}) {
+                           "3 the daemon is not running."}) {
     EXPECT_THAT(Out(), HasSubstr(part));
   }
   EXPECT_EQ(Err(), "");
@@ -33,13 +33,13 @@ TEST_F(CommandLine, EveryCommandHasItsOwnHelp) {
   }
 }
 
-TEST_F(CommandLine, VersionIsSaid) {
+TEST_F(CommandLine, VersionIsPrinted) {
   EXPECT_EQ(Run({"--version"}), kExitOk);
   EXPECT_NE(Out(), "");
 }
 
 TEST_F(CommandLine, WordsThatMakeNoCommandAreUsageErrors) {
-  const std::vector<std::vector<std::string>> mistakes = {
+  const std::vector<std::vector<std::string>> wrong = {
       {},
       {"nonsense"},
       {"show"},
@@ -57,7 +57,7 @@ TEST_F(CommandLine, WordsThatMakeNoCommandAreUsageErrors) {
       {"trace", "--last", "x"},
       {"router"},
   };
-  for (const auto& words : mistakes) {
+  for (const auto& words : wrong) {
     EXPECT_EQ(Run(words), kExitUsage) << ::testing::PrintToString(words);
     EXPECT_EQ(Out(), "") << ::testing::PrintToString(words);
     EXPECT_NE(Err(), "") << ::testing::PrintToString(words);
@@ -89,30 +89,30 @@ TEST_F(CommandLine, TimesAndCountsOfWatchingAreBounded) {
   }
 }
 
-TEST_F(CommandLine, DaemonThatIsNotThereIsSaidPlainly) {
+TEST_F(CommandLine, DaemonThatIsNotRunningIsReportedWithItsSocket) {
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"show", "scalars"}, {"show", "interfaces"}, {"get", "scalars"}, {"router", "show"}}) {
     EXPECT_EQ(Run(words), kExitNoDaemon);
     EXPECT_EQ(Out(), "");
-    EXPECT_THAT(Err(), StartsWith("mplsvpn: the daemon is not there: nobody answers on " + Directory() +
-                                  "/dev.mpls.vpn.main ("));
+    EXPECT_THAT(Err(), StartsWith("mplsvpn: mpls_vpn_mib is not running (nothing listens on " + Directory() +
+                                  "/dev.mpls.vpn.main); "));
     EXPECT_THAT(Err(),
-                HasSubstr("Is mpls_vpn_mib running? --run-dir or MPLS_VPN_MIB_RUN_DIR says where to look."));
+                HasSubstr("start it, or set its run directory with --run-dir or MPLS_VPN_MIB_RUN_DIR\n"));
   }
 }
 
-TEST_F(CommandLine, DebugOfADaemonThatIsNotThereNamesItsOwnSocket) {
+TEST_F(CommandLine, DebugOfADaemonThatIsNotRunningNamesItsOwnSocket) {
   for (const char* words : {"list", "watch"}) {
     EXPECT_EQ(Run({"debug", words}), kExitNoDaemon);
     EXPECT_THAT(Err(), HasSubstr(Directory() + "/dev.mpls.vpn.debug"));
   }
 }
 
-TEST_F(CommandLine, RunDirectoryAndSocketSayWhereToLook) {
+TEST_F(CommandLine, RunDirectoryAndSocketSelectTheDaemon) {
   EXPECT_EQ(Run({"--run-dir", "/nowhere/at/all", "show", "scalars"}), kExitNoDaemon);
-  EXPECT_THAT(Err(), HasSubstr("nobody answers on /nowhere/at/all/dev.mpls.vpn.main ("));
+  EXPECT_THAT(Err(), HasSubstr("nothing listens on /nowhere/at/all/dev.mpls.vpn.main)"));
   EXPECT_EQ(Run({"--socket", "/nowhere/socket", "show", "scalars"}), kExitNoDaemon);
-  EXPECT_THAT(Err(), HasSubstr("nobody answers on /nowhere/socket ("));
+  EXPECT_THAT(Err(), HasSubstr("nothing listens on /nowhere/socket)"));
 }
 
 TEST_F(CommandLine, OptionsMayFollowTheCommand) {

@@ -14,20 +14,20 @@ inline constexpr char kProviderPath[] = "/oper/mpls_vpn/gl/";
 
 // The scalar group.
 void show_scalars(const Session& session);
-// Rows of the VRF interface table, of one VRF when the name is not empty. Read and printed in batches.
+// Rows of the VRF interface table, of one VRF when the name is not empty.
 void show_interfaces(const Session& session, const std::string& vrf);
 
 struct VrfRequest {
   std::string name;         // empty: every VRF
-  bool is_invalid = false;  // the VRFs that interfaces name but that are not there
+  bool is_invalid = false;  // VRFs that do not exist, though interfaces are bound to them
   bool detail = false;
   std::uint32_t afi = 0;    // 1 ipv4, 2 ipv6; 0: both
   std::uint32_t safi = 0;   // 1 unicast, 2 multicast; 0: both
-  bool structured = false;  // asked in the structured (XML) form
+  bool structured = false;  // in the structured (XML) form
 };
-// The words behind "show vrf"; a name that is one of them is given by `name`. Failure(kExitUsage).
+// The words after "show vrf"; `name` is a name that is one of these words. Failure(kExitUsage).
 VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::string& name);
-// VRFs as a table, or each with everything that is known of it. Read and printed in batches.
+// VRFs as a table, or each with all its details.
 void show_vrf(const Session& session, const VrfRequest& request);
 // Rows of the VRF route target table, of one VRF when the name is not empty.
 void show_route_targets(const Session& session, const std::string& vrf);
@@ -36,7 +36,7 @@ struct RoutesRequest {
   std::string vrf;
   std::string prefix;  // or an address; empty: all routes
 };
-// Rows of the VRF route table. Failure(kExitUsage) for a text that is no prefix.
+// Rows of the VRF route table. Failure(kExitUsage) for a text that is not a prefix.
 void show_routes(const Session& session, const RoutesRequest& request);
 
 struct PathRequest {
@@ -44,7 +44,7 @@ struct PathRequest {
   bool structured = false;
   std::uint32_t most = 1024;  // items of a list
 };
-// One record of any type, the keys of a list, or its keys and records, as the data store answers them.
+// A record of any type, the keys of a list, or its keys and records, as the data store answers them.
 void get_record(const Session& session, const PathRequest& request);
 void get_list(const Session& session, const PathRequest& request);
 void get_datalist(const Session& session, const PathRequest& request);
@@ -55,7 +55,7 @@ struct DebugRequest {
   std::uint64_t most_prints = 0;   // ends the watching; 0: no bound
   double seconds = 0;              // ends the watching; 0: no bound
 };
-// Failure(kExitUsage) for words that make no request.
+// Failure(kExitUsage) for words that are not a request.
 void debug(const Session& session, const DebugRequest& request);
 
 struct TraceRequest {
@@ -65,7 +65,7 @@ struct TraceRequest {
 // Needs no daemon: the buffers are files.
 void trace(const Session& session, const TraceRequest& request);
 
-// The action "router" of a daemon whose router comes from a file.
+// The action "router" of a daemon whose source is a router file.
 void router(const Session& session, const std::vector<std::string>& words);
 
 struct WatchRequest {
@@ -74,18 +74,18 @@ struct WatchRequest {
   std::uint64_t most_events = 0;  // ends the watching; 0: no bound
   double seconds = 0;             // ends the watching; 0: no bound
 };
-// Prints the daemon's traps and the changes as they come. Failure(kExitFailed) when the time is over before
-// most_events have come.
+// Prints the daemon's traps and the changes as they arrive. Failure(kExitFailed) when the time is over before
+// most_events have arrived.
 void watch(const Session& session, const WatchRequest& request);
 
-// The configuration, in words as vrf_config::parse_words has them. Those that change something fail with
-// Failure(kExitUsage) for wrong words before they ask the daemon anything.
+// The configuration, in the words of vrf_config::parse_words. Wrong words are a Failure(kExitUsage) before
+// any request to the daemon.
 struct ConfigShowRequest {
   std::vector<std::string> words;  // the beginning of what is shown; none: everything
-  bool owners = false;             // tells who holds it
-  std::string owner;               // not empty: what this one holds, in force or not
+  bool owners = false;             // shows the owners
+  std::string owner;               // not empty: what this owner sets, effective or not
 };
-// Lines that config_load reads back; the trap switches alone as a table.
+// Lines for config_load; the trap switches as a table.
 void config_show(const Session& session, const ConfigShowRequest& request);
 
 // The words that may follow these, one a line.
@@ -99,13 +99,13 @@ struct ConfigEditRequest {
   std::string comment;             // of the commit; empty: the words, or what was loaded
 };
 void config_set(const Session& session, const ConfigEditRequest& request);
-// The items that the words stand for, or else all that begin with them.
+// The items that the words configure, or else all that begin with them.
 void config_delete(const Session& session, const ConfigEditRequest& request);
 // Lines "set WORDS" and "delete WORDS" as one commit.
 void config_load(const Session& session, const std::string& file, const ConfigEditRequest& request);
 
-// The candidate: made and dropped, dropped, or shown against what is in force. It is not made when the
-// command line changed one of its items otherwise since it was begun.
+// The candidate: committed and dropped, dropped, or compared with the effective configuration. It is not
+// committed if a later commit of the command line changed one of its items to another value.
 void config_commit(const Session& session, const ConfigEditRequest& request);
 void config_discard(const Session& session);
 void config_diff(const Session& session);

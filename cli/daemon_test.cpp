@@ -39,7 +39,7 @@ struct Answers {
   std::map<std::pair<std::string, std::uint32_t>, Row, ShorterFirst> rows;
   unsigned reads_until_failure = 0;  // 0: never
   Status failure = kStatusIo;
-  bool stands_still = false;  // answers the first row whatever the key
+  bool repeats = false;  // answers the first row whatever the key
 };
 Answers answers;
 
@@ -56,7 +56,7 @@ Status get_interface_next(KvReply* reply, const RequestArgs* args) {
   if (kvtree_absent(args, 0) || kvtree_absent(args, 1)) return kStatusArgumentMissing;
   if (answers.reads_until_failure != 0 && --answers.reads_until_failure == 0) return answers.failure;
   auto row = answers.rows.lower_bound({args->arg[0].text, *args->arg[1].number});
-  if (answers.stands_still) row = answers.rows.begin();
+  if (answers.repeats) row = answers.rows.begin();
   if (row == answers.rows.end()) return kStatusNoSuchRow;
   std::string vrf = row->first.first;
   mpls_vpn_mib_interface record{};
@@ -256,7 +256,7 @@ TEST_F(Daemon, OddVrfNamesTravelSafely) {
   }
 }
 
-TEST_F(Daemon, ListThatIsCutShortIsNoJson) {
+TEST_F(Daemon, TruncatedListIsNotValidJson) {
   for (std::uint32_t index = 1; index <= 1500; ++index) AddRow("red", index, "ge");
   answers.reads_until_failure = 700;
   EXPECT_EQ(Ask({"--json", "show", "interfaces"}), kExitFailed);
@@ -264,11 +264,11 @@ TEST_F(Daemon, ListThatIsCutShortIsNoJson) {
   EXPECT_THAT(Err(), HasSubstr("Input/output error"));
 }
 
-TEST_F(Daemon, TableThatStandsStillEnds) {
+TEST_F(Daemon, TableThatRepeatsARowEnds) {
   AddRow("red", 1, "ge0");
-  answers.stands_still = true;
+  answers.repeats = true;
   EXPECT_EQ(Ask({"show", "interfaces"}), kExitFailed);
-  EXPECT_THAT(Err(), HasSubstr("does not go on"));
+  EXPECT_THAT(Err(), HasSubstr("the daemon repeats a row of the interface table"));
 }
 
 TEST_F(Daemon, GetShowsARecordOfAnyType) {
@@ -291,7 +291,7 @@ TEST_F(Daemon, GetFailuresSayWhat) {
   EXPECT_EQ(Err(), "mplsvpn: /oper/mpls_vpn/gl/interface-next/red/0: no such row\n");
 }
 
-TEST_F(Daemon, GetOfATypeThatNobodyDescribesIsAFailure) {
+TEST_F(Daemon, GetOfATypeWithoutDescriptionIsAFailure) {
   parcel_registry_reset();
   std::filesystem::remove(Directory() + "/parcel.registry");
   EXPECT_EQ(Ask({"get", "wrong"}), kExitFailed);
@@ -322,15 +322,15 @@ TEST_F(Daemon, RouterRefusalIsShownAsItIs) {
 
 TEST_F(Daemon, DaemonWithoutTheActionSaysSo) {
   EXPECT_EQ(Ask({"router", "show"}), kExitFailed);
-  EXPECT_EQ(Err(), "mplsvpn: this daemon's router does not come from a file; there is nothing to command\n");
+  EXPECT_EQ(Err(), "mplsvpn: the daemon's source is not a router file, so there are no router commands\n");
 }
 
 TEST_F(Daemon, DaemonThatDoesNotAnswerIsGivenUp) {
-  EXPECT_EQ(Run({"--timeout", "50", "show", "scalars"}), kExitFailed);  // nobody dispatches
-  EXPECT_EQ(Err(), "mplsvpn: /oper/mpls_vpn/gl/scalars: no answer within 50 ms\n");
+  EXPECT_EQ(Run({"--timeout", "50", "show", "scalars"}), kExitFailed);  // the event loop does not run
+  EXPECT_EQ(Err(), "mplsvpn: /oper/mpls_vpn/gl/scalars: no answer within 50 ms; --timeout sets the limit\n");
 }
 
-TEST_F(Daemon, DaemonThatGoesAwayIsNotThere) {
+TEST_F(Daemon, DaemonThatStopsIsNotRunning) {
   std::atomic<bool> done = false;
   int exit_status = -1;
   std::thread command([&] {
@@ -341,7 +341,7 @@ TEST_F(Daemon, DaemonThatGoesAwayIsNotThere) {
   while (!done) event_run_pending(manager_, kNanosecondsPerMillisecond);
   command.join();
   EXPECT_EQ(exit_status, kExitNoDaemon);
-  EXPECT_THAT(Err(), HasSubstr("the daemon went away"));
+  EXPECT_THAT(Err(), HasSubstr("mpls_vpn_mib closed the connection"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// See datalist_pages.h. A page whose records exceed an answer is asked for again with half as many items; it
-// stays at that size, since what follows is most likely alike.
+// A page whose records exceed an answer is requested again with half as many items. The size is not increased
+// again, since later records are likely to be as large.
 #include "cli/datalist_pages.h"
 
 #include <utility>
@@ -40,7 +40,8 @@ std::vector<kvtree::ListItem> DatalistPages::next() {
   if (result.items.empty()) return {};
   const std::string& key = result.items.back().key;
   std::string last = structured_ ? key : kvtree_encode_text(key);  // the structured form's keys are encoded
-  if (last == last_key_) throw Failure(kExitFailed, path_ + " does not go on behind an item");
+  if (last == last_key_)
+    throw Failure(kExitFailed, path_ + ": the daemon repeats an item; the list is incomplete");
   last_key_ = std::move(last);
   return std::move(result.items);
 }

@@ -1,5 +1,5 @@
-// A long datalist, a page after the other: each goes on behind the last key of the one before, so that memory
-// does not grow with the list.
+// Reads a datalist in pages, so that memory does not grow with the list. Each page begins after the last key
+// of the previous one.
 #pragma once
 
 #include <string>
@@ -11,9 +11,9 @@ namespace cli {
 
 class DatalistPages {
  public:
-  // `path` has one key, which is left out for the first page. The session and the client must outlive it.
+  // The key of `path` is absent in the first page. The session and the client must outlive this.
   DatalistPages(const Session& session, kvtree::Client& client, std::string path, bool structured);
-  // The following items; empty behind the last. Throws Failure.
+  // The next items; empty at the end. Throws Failure.
   std::vector<kvtree::ListItem> next();
 
  private:
@@ -23,7 +23,7 @@ class DatalistPages {
   kvtree::Client& client_;
   const std::string path_;
   const bool structured_;
-  std::string last_key_;  // as it stands in a path
+  std::string last_key_;  // encoded for a path
   std::uint32_t page_;    // items asked for
   bool is_over_ = false;
 };

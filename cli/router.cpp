@@ -12,7 +12,7 @@ void router(const Session& session, const std::vector<std::string>& words) {
   action.insert(action.end(), words.begin(), words.end());
   const kvtree::ActionResult result = connect_to_daemon(session)->action(action);
   if (result.status == kStatusUnknownPath) {
-    throw Failure(kExitFailed, "this daemon's router does not come from a file; there is nothing to command");
+    throw Failure(kExitFailed, "the daemon's source is not a router file, so there are no router commands");
   }
   if (result.status) throw request_failure(session, "router " + words[0], result.status, result.text);
   if (session.json) {

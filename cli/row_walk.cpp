@@ -1,4 +1,3 @@
-// See row_walk.h.
 #include "cli/row_walk.h"
 
 namespace cli {

@@ -1,9 +1,9 @@
-// Walks of the daemon's tables in batches, each row handed over once, so that memory does not grow with a
-// table.
+// Walks of the daemon's tables in batches, so that memory does not grow with a table. Each row is delivered
+// once.
 //
-// A batch begins at the last row of the one before, or right behind it; a row that is there again is dropped.
-// Rows that come and go in between neither repeat nor hide others, and the order of the keys stays the
-// daemon's business.
+// A batch begins at the last row of the previous batch or right after it; a repeated row is dropped. Rows
+// that are added or deleted meanwhile neither repeat nor hide others. Only the daemon knows the order of the
+// keys.
 #pragma once
 
 #include <functional>
@@ -19,19 +19,19 @@ template <typename T>
 struct RowTable {
   const char* name;  // "interface table", in messages
   const ParcelDescription& description;
-  std::string (*path_at)(const T& row);  // of the read that begins at this row, or right behind it
+  std::string (*path_at)(const T& row);  // of the read that begins at this row or right after it
 };
 
-// Where rows go to, and what happens after each batch.
+// Receives the rows, and the end of each batch.
 template <typename T>
 struct RowSink {
-  std::function<bool(const T&)> row;  // false: this row and what follows is not wanted
+  std::function<bool(const T&)> row;  // false: ends the walk
   std::function<void()> batch_end = [] {};
 };
 
 inline constexpr std::uint32_t kRowBatch = 512;
 
-// At most so many rows; none, and `end`, when there are none. Throws Failure.
+// At most `most` rows; `end` when there are none. Throws Failure.
 kvtree::WalkResult fetch_rows(const Session& session, kvtree::Client& client, const std::string& path,
                               std::uint32_t most);
 
@@ -42,7 +42,7 @@ class RowWalk {
   RowWalk(const Session& session, kvtree::Client& client, const RowTable<T>& table, RowSink<T> sink)
       : session_(session), client_(client), table_(table), sink_(std::move(sink)) {}
 
-  // From this path on, until the end of the table, of the interest in it, or of the output.
+  // From this path to the end of the table, unless the sink or the output ends the walk.
   void run(std::string path, std::uint32_t batch = kRowBatch) {
     path_ = std::move(path);
     while (!is_over_ && session_.out) {
@@ -59,7 +59,8 @@ class RowWalk {
     }
     if (batch.end) is_over_ = true;
     if (!is_over_ && !is_further_)
-      throw Failure(kExitFailed, std::string("the ") + table_.name + " does not go on after a row");
+      throw Failure(kExitFailed, std::string("the daemon repeats a row of the ") + table_.name +
+                                     "; the output is incomplete");
   }
 
   void take_row(const kvtree::Octets& octets) {
@@ -77,7 +78,7 @@ class RowWalk {
   const RowTable<T>& table_;
   RowSink<T> sink_;
   std::string path_;         // where the next batch begins
-  bool has_last_ = false;    // path_ is that of a row that was handed over
+  bool has_last_ = false;    // path_ is that of a delivered row
   bool is_further_ = false;  // the batch had a row
   bool is_over_ = false;
 };

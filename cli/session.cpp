@@ -1,4 +1,3 @@
-// See session.h.
 #include "cli/session.h"
 
 #include <fmt/format.h>
@@ -13,19 +12,22 @@ std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session) {
 
 Failure no_daemon(const std::string& socket, Status status) {
   if (status == kStatusAccess) {
-    return {kExitNoDaemon, socket + " is closed to you: it is for root and the daemon's group"};
+    return {kExitNoDaemon, socket + ": permission denied; only root and the daemon's group may use it"};
   }
-  return {kExitNoDaemon,
-          fmt::format("the daemon is not there: nobody answers on {} ({}). Is mpls_vpn_mib running? "
-                      "--run-dir or MPLS_VPN_MIB_RUN_DIR says where to look.",
-                      socket, err_text(status))};
+  const std::string reason = status == kStatusNotConnected ? "" : std::string(": ") + err_text(status);
+  return {
+      kExitNoDaemon,
+      fmt::format("mpls_vpn_mib is not running (nothing listens on {}{}); start it, or set its run directory "
+                  "with --run-dir or MPLS_VPN_MIB_RUN_DIR",
+                  socket, reason)};
 }
 
 Failure request_failure(const Session& session, const std::string& what, Status status,
                         const std::string& reason) {
-  if (status == kStatusNotConnected) return {kExitNoDaemon, what + ": the daemon went away"};
+  if (status == kStatusNotConnected) return {kExitNoDaemon, what + ": mpls_vpn_mib closed the connection"};
   if (status == kStatusTimedOut) {
-    return {kExitFailed, fmt::format("{}: no answer within {} ms", what, session.timeout.count())};
+    return {kExitFailed, fmt::format("{}: no answer within {} ms; --timeout sets the limit", what,
+                                     session.timeout.count())};
   }
   if (!reason.empty()) return {kExitFailed, reason};
   if (status == kStatusNoSuchRow) return {kExitFailed, what + ": no such row"};

@@ -1,4 +1,5 @@
-// What every command of mplsvpn is given: where the daemon is, how to print, and how to fail.
+// What every command of mplsvpn receives: the daemon's sockets, the streams and options of the output,
+// failures.
 //
 // Commands throw Failure; run() (command_line.h) turns it into a line on standard error and the exit status.
 #pragma once
@@ -15,9 +16,9 @@
 namespace cli {
 
 inline constexpr int kExitOk = 0;
-inline constexpr int kExitFailed = 1;    // the daemon (or a file) refused what was asked
-inline constexpr int kExitUsage = 2;     // the words make no command
-inline constexpr int kExitNoDaemon = 3;  // the daemon is not there, or went away
+inline constexpr int kExitFailed = 1;    // the daemon or a file rejected the request
+inline constexpr int kExitUsage = 2;     // the words are not a command
+inline constexpr int kExitNoDaemon = 3;  // the daemon is not running, or stopped
 
 class Failure : public std::runtime_error {
  public:
@@ -42,11 +43,11 @@ struct Session {
 // A connected client, or Failure(kExitNoDaemon).
 std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session);
 
-// The Failure for a request that was answered with this status. `what` names the request; `reason`, when not
-// empty, takes the place of the status's own text.
+// The Failure for a request with this status. `what` names the request; `reason`, when not empty, replaces
+// the text of the status.
 Failure request_failure(const Session& session, const std::string& what, Status status,
                         const std::string& reason = std::string());
-// The Failure for a socket on which nobody answers.
+// The Failure for a socket that cannot be connected.
 Failure no_daemon(const std::string& socket, Status status);
 
 }  // namespace cli

@@ -1,5 +1,5 @@
-// "config set", "delete", "load", "commit", "discard" and "diff": edits, and what becomes of them. All are
-// checked before anything is asked to change, and made as one commit.
+// "config set", "delete", "load", "commit", "discard" and "diff". All edits are checked first, then made as
+// one commit.
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -18,9 +18,9 @@ namespace cli {
 namespace {
 
 constexpr char kStandardInput[] = "-";
-constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";  // with which some editors begin a file
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";  // which some editors write
 
-enum class Answer { kNothing, kCommit };  // what is printed after a commit
+enum class Answer { kNothing, kCommit };  // printed after a commit
 
 std::string read_file(const std::string& name) {
   const auto failure = [&name] {
@@ -69,7 +69,7 @@ void make(const Session& session, const std::vector<ConfigEdit>& edits, const Co
 }
 
 Failure no_candidate() {
-  return {kExitFailed, "there is no candidate: set, delete and load take --candidate"};
+  return {kExitFailed, "there is no candidate; begin one with set, delete or load --candidate"};
 }
 
 }  // namespace

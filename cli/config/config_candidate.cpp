@@ -1,5 +1,5 @@
-// See config_candidate.h. The file is emptied rather than removed, so that who waits for its lock holds the
-// file that the next one opens.
+// The file is truncated, not removed, so that a process that waits for its lock gets the file that the next
+// one opens.
 #include "cli/config/config_candidate.h"
 
 #include <fcntl.h>
@@ -24,7 +24,8 @@ std::filesystem::path state_home() {
   if (home != nullptr && *home == '/') return home;
   home = std::getenv("HOME");
   if (home != nullptr && *home == '/') return std::filesystem::path(home) / ".local/state";
-  throw Failure(kExitFailed, "a candidate needs a home: neither XDG_STATE_HOME nor HOME has a directory");
+  throw Failure(kExitFailed,
+                "the candidate cannot be stored: set XDG_STATE_HOME or HOME to an absolute path");
 }
 
 std::string candidate_path(const Session& session) {

@@ -1,6 +1,6 @@
-// The candidate: edits that a person collects before they are committed together. A file of its owner's own
-// for each daemon, below $XDG_STATE_HOME/mplsvpn (or ~/.local/state/mplsvpn), of lines as parse_edits reads
-// them, below a comment with the newest commit when it was begun; one without lines is none.
+// The candidate: edits that a user collects to commit them together. Each user has a file for each daemon,
+// below $XDG_STATE_HOME/mplsvpn or ~/.local/state/mplsvpn. It has a comment with the newest commit when it
+// was begun, then lines for parse_edits; without lines there is none.
 #pragma once
 
 #include <string>
@@ -11,8 +11,8 @@
 
 namespace cli {
 
-// The candidate of the session's daemon, locked for this process alone while this lives. Failure(kExitFailed)
-// when the file cannot be used.
+// The candidate for the session's daemon, locked for this process while the object exists.
+// Failure(kExitFailed) when the file cannot be used.
 class Candidate {
  public:
   explicit Candidate(const Session& session);
@@ -21,9 +21,9 @@ class Candidate {
   Candidate& operator=(const Candidate&) = delete;
 
   const std::vector<ConfigEdit>& edits() const { return edits_; }
-  // The newest commit when it was begun; empty when it was not told.
+  // The newest commit when it was begun; empty when unknown.
   const std::string& begun_after() const { return begun_after_; }
-  // The first edits begin it, after this commit.
+  // The first edits begin the candidate; `newest_commit` is its comment.
   void append(const std::vector<ConfigEdit>& edits, const std::string& newest_commit);
   void clear();
 

@@ -42,25 +42,25 @@ struct Builder {
     return app;
   }
   void add_comment(CLI::App* app) const {
-    app->add_option("--comment", options->edit.comment, "Kept with the commit")->type_name("TEXT");
+    app->add_option("--comment", options->edit.comment, "Stored with the commit")->type_name("TEXT");
   }
   void add_dry_run(CLI::App* app) const {
     app->add_flag("--dry-run", options->edit.dry_run, "Shows what would change, and changes nothing");
   }
   void add_candidate(CLI::App* app) const {
-    app->add_flag("--candidate", options->edit.candidate, "Keeps it for \"config commit\"")
+    app->add_flag("--candidate", options->edit.candidate, "Adds it to the candidate, for \"config commit\"")
         ->excludes(app->get_option("--dry-run"), app->get_option("--comment"));
   }
 };
 
 void add_show(const Builder& builder) {
   ConfigOptions* options = builder.options;
-  CLI::App* app = builder.add("show", "What is in force, as lines for \"config load\"",
+  CLI::App* app = builder.add("show", "Shows the effective configuration, as lines for \"config load\"",
                               [options](const Session& session) { config_show(session, options->show); });
-  app->add_option("WORDS", options->show.words, "The beginning of what is wanted; none: everything");
-  app->add_flag("--owners", options->show.owners, "Tells who holds each item");
+  app->add_option("WORDS", options->show.words, "The beginning of items; none: everything");
+  app->add_flag("--owners", options->show.owners, "Shows the owner of each item");
   app->add_option("--owner", options->show.owner,
-                  "What this owner holds, in force or not: cli, file, frr or kernel")
+                  "What this owner sets, effective or not: cli, file, frr or kernel")
       ->type_name("OWNER");
 }
 
@@ -79,9 +79,9 @@ void add_edit(const Builder& builder, const char* name, const char* description,
 void add_load(const Builder& builder) {
   ConfigOptions* options = builder.options;
   CLI::App* app =
-      builder.add("load", "Makes a file's lines, set WORDS and delete WORDS, as one commit",
+      builder.add("load", "Commits the lines of a file, set WORDS and delete WORDS, together",
                   [options](const Session& session) { config_load(session, options->file, options->edit); });
-  app->add_option("FILE", options->file, "Lines, and comments behind #; - is the standard input")->required();
+  app->add_option("FILE", options->file, "Lines, and comments after #; - is the standard input")->required();
   builder.add_comment(app);
   builder.add_dry_run(app);
   builder.add_candidate(app);
@@ -89,12 +89,13 @@ void add_load(const Builder& builder) {
 
 void add_candidate_commands(const Builder& builder) {
   ConfigOptions* options = builder.options;
-  builder.add("diff", "What the candidate would change", config_diff);
-  CLI::App* commit =
-      builder.add("commit", "Makes the candidate as one commit",
-                  [options](const Session& session) { config_commit(session, options->edit); });
+  builder.add("diff", "Shows what the candidate would change", config_diff);
+  CLI::App* commit = builder.add("commit", "Commits the candidate", [options](const Session& session) {
+    config_commit(session, options->edit);
+  });
   builder.add_comment(commit);
-  commit->add_flag("--force", options->edit.force, "Also over what was committed since it was begun");
+  commit->add_flag("--force", options->edit.force,
+                   "Overwrites what was committed since the candidate was begun");
   builder.add("discard", "Drops the candidate", config_discard);
 }
 
@@ -109,16 +110,16 @@ void add_words(const Builder& builder) {
 void add_history(const Builder& builder) {
   ConfigOptions* options = builder.options;
   CLI::App* history = builder.add(
-      "history", "The latest commits, or what one changed",
+      "history", "Shows the latest commits, or the changes of one",
       [options](const Session& session) { config_history(session, options->commit, options->most); });
   history->add_option("COMMIT", options->commit, "A commit's number");
   history->add_option("--max", options->most, "At most N commits (default 20)")
       ->type_name("N")
       ->check(CLI::Range(1U, UINT32_MAX).description(""));
   CLI::App* rollback = builder.add(
-      "rollback", "Undoes all that was committed after a commit, as one commit",
+      "rollback", "Undoes all later commits, as one commit",
       [options](const Session& session) { config_rollback(session, options->commit, options->edit); });
-  rollback->add_option("COMMIT", options->commit, "The commit to go back to")->required();
+  rollback->add_option("COMMIT", options->commit, "The commit to return to")->required();
   builder.add_comment(rollback);
   builder.add_dry_run(rollback);
 }

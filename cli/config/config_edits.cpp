@@ -1,8 +1,5 @@
-// See config_edits.h.
-//
-// A deletion takes its words at their word first: the items that they stand for, if one of them is there.
-// Otherwise they are the beginning of what is deleted, from a VRF's name on, so that "delete vrf red" is
-// everything that the command line holds of it.
+// A deletion deletes the items that its words configure, if one of them is set. Otherwise the words are the
+// beginning of what is deleted: "delete vrf red" is everything that the command line sets for the VRF.
 #include "cli/config/config_edits.h"
 
 #include <fmt/format.h>
@@ -39,33 +36,33 @@ std::optional<ConfigEdit> parse_edit(std::string_view line, const std::string& p
   if (words.empty()) return std::nullopt;
   const std::string verb = words.front();
   if (verb != "set" && verb != "delete") {
-    throw line_failure(place, fmt::format("a line begins with set or delete, not \"{}\"", printable(verb)));
+    throw line_failure(place, fmt::format("unknown word \"{}\"; expected set or delete", printable(verb)));
   }
   words.erase(words.begin());
   return ConfigEdit{verb == "set", std::move(words), place};
 }
 
-std::optional<KvConfigCommitChange> foresee_set(const KvConfigChange& change, const ConfigNodes& in_force) {
+std::optional<KvConfigCommitChange> foresee_set(const KvConfigChange& change, const ConfigNodes& effective) {
   KvConfigCommitChange foreseen;
   foreseen.path = change.path;
   foreseen.after = change.value;
   foreseen.owner_after = kConfigOwnerCli;
-  const auto found = in_force.find(change.path);
-  if (found == in_force.end()) return foreseen;
+  const auto found = effective.find(change.path);
+  if (found == effective.end()) return foreseen;
   foreseen.before = found->second.value;
   foreseen.owner_before = found->second.owner;
-  const bool is_kept = foreseen.owner_before == kConfigOwnerCli && *foreseen.before == *foreseen.after;
-  return is_kept ? std::nullopt : std::optional(foreseen);
+  const bool is_same = foreseen.owner_before == kConfigOwnerCli && *foreseen.before == *foreseen.after;
+  return is_same ? std::nullopt : std::optional(foreseen);
 }
 
-// What the owners below the command line hold, each whole: asking for each node would take a request a node.
+// All nodes of each owner below the command line: reading single nodes would take one request each.
 std::vector<ConfigNodes> read_lower(const Session& session, kvtree::Client& client) {
   std::vector<ConfigNodes> all;
   for (const std::string_view owner : kLowerOwners) all.push_back(read_config(session, client, owner));
   return all;
 }
 
-// What comes into force by the deletion.
+// The value that the deletion makes effective.
 void uncover(const std::vector<ConfigNodes>& lower, KvConfigCommitChange* deletion) {
   for (const ConfigNodes& nodes : lower) {
     const auto next = nodes.find(deletion->path);
@@ -134,8 +131,8 @@ void WorkingCopy::remove(const Words& words) {
                                          printable(owner)));
 }
 
-// Who else holds one of the nodes or, when the words are only the beginning of an item, an item that begins
-// with them; empty for nobody.
+// The other owner of one of the nodes or, when the words are only the beginning of an item, of an item that
+// begins with them; empty for none.
 std::string WorkingCopy::other_owner(const Words& words, const std::vector<KvConfigNode>* nodes) const {
   for (const auto& [path, node] : read_config(session_, client_)) {
     if (node.owner == kConfigOwnerCli) continue;
@@ -175,7 +172,7 @@ void WorkingCopy::read_held() {
   held_ = read_config(session_, client_, kConfigOwnerCli);
   is_read_ = true;
   for (const auto& [path, node] : held_) {
-    // What was set before stays.
+    // Earlier edits win.
     items_.try_emplace(path, Item{node.value, vrf_config::word_list_of({path, node.value})});
   }
 }
@@ -195,15 +192,15 @@ std::vector<KvConfigChange> WorkingCopy::changes() {
 std::vector<KvConfigCommitChange> foresee_changes(const Session& session, kvtree::Client& client,
                                                   const std::vector<KvConfigChange>& changes) {
   std::vector<KvConfigCommitChange> foreseen;
-  const ConfigNodes in_force = read_config(session, client);
+  const ConfigNodes effective = read_config(session, client);
   std::vector<ConfigNodes> lower;  // when there is a deletion
   for (const KvConfigChange& change : changes) {
     if (change.value) {
-      if (std::optional<KvConfigCommitChange> one = foresee_set(change, in_force)) foreseen.push_back(*one);
+      if (std::optional<KvConfigCommitChange> one = foresee_set(change, effective)) foreseen.push_back(*one);
       continue;
     }
-    const auto before = in_force.find(change.path);
-    if (before == in_force.end()) continue;  // somebody deleted it just now
+    const auto before = effective.find(change.path);
+    if (before == effective.end()) continue;  // already deleted
     KvConfigCommitChange one{change.path, before->second.value, std::nullopt, before->second.owner, ""};
     if (lower.empty()) lower = read_lower(session, client);
     uncover(lower, &one);

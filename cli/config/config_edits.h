@@ -1,5 +1,4 @@
-// What a person wants changed, as lines "set WORDS" and "delete WORDS", and the changes of nodes that come of
-// it.
+// Edits, as lines "set WORDS" and "delete WORDS", and the changes of nodes that they make.
 #pragma once
 
 #include <map>
@@ -18,24 +17,24 @@ struct ConfigEdit {
   vrf_config::Words words;
   std::string place;  // "FILE:7"; empty for the words of a command
 };
-std::string edit_line(const ConfigEdit& edit);  // as parse_edits reads it, without its end
-// The edits of a text, a line each; empty lines and comments are passed over. Failure(kExitFailed) names the
-// first line that is none.
+std::string edit_line(const ConfigEdit& edit);  // for parse_edits, without the line's end
+// The edits of a text, one a line, without empty lines and comments. Failure(kExitFailed) names the first
+// line that is not an edit.
 std::vector<ConfigEdit> parse_edits(std::string_view text, const std::string& name);
 
-// Failure(kExitUsage) unless the words are an item's, or the beginning of one's from a VRF's name or a trap's
-// item on.
+// Failure(kExitUsage) unless the words are an item or the beginning of one, with a VRF's name or a trap's
+// item.
 void check_deletion(const vrf_config::Words& words);
 
-// What the command line holds in the daemon, with edits made to it here. The daemon is asked when a deletion
-// needs it. The client must remain live while this is.
+// The command line's nodes with edits applied. Reads the daemon's nodes when a deletion needs them. The
+// client must outlive this.
 class WorkingCopy {
  public:
   WorkingCopy(const Session& session, kvtree::Client& client) : session_(session), client_(client) {}
 
-  // Edits in their order. Failure for the first that makes no sense, named by its place.
+  // In their order. The Failure of an edit names its place.
   void apply(const std::vector<ConfigEdit>& edits);
-  // What is to be committed: sets, and deletions of what the daemon has.
+  // For a commit: sets, and deletions of nodes in the daemon.
   std::vector<KvConfigChange> changes();
 
  private:
@@ -54,11 +53,12 @@ class WorkingCopy {
   const Session& session_;
   kvtree::Client& client_;
   bool is_read_ = false;
-  ConfigNodes held_;                   // in the daemon, when it was read
-  std::map<std::string, Item> items_;  // after the edits: everything held, or only what was set
+  ConfigNodes held_;  // in the daemon, when it was read
+  std::map<std::string, Item>
+      items_;  // after the edits; only those that were set, until the daemon's nodes are read
 };
 
-// What would change in force by these changes of the command line's nodes.
+// The effective changes that these changes of the command line's nodes would make.
 std::vector<KvConfigCommitChange> foresee_changes(const Session& session, kvtree::Client& client,
                                                   const std::vector<KvConfigChange>& changes);
 

@@ -1,8 +1,8 @@
 // "config history" and "config rollback".
 //
-// A rollback reads what every later commit changed, down to the oldest of them, whose "before" is what there
-// was. Of that, only what the command line held can come back by a commit of the command line: the rest
-// belongs to a router file or a routing suite, which would set it again.
+// A rollback reads the changes of all later commits; the oldest of these has the value to restore. It
+// restores only what the command line had set. The rest belongs to a router file or a routing suite, which
+// would set it again.
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
@@ -24,11 +24,14 @@ namespace cli {
 namespace {
 
 constexpr std::uint32_t kCommitsPage = 64;
-// As many as an answer may have: the daemon reads the whole commit for each.
+// The most in one answer, since the daemon reads the whole commit for each.
 constexpr std::uint32_t kChangesPage = 10000;
 
 Failure no_commit(const std::string& id) {
-  return {kExitFailed, fmt::format("there is no commit \"{}\" in the history", printable(id))};
+  return {
+      kExitFailed,
+      fmt::format("there is no commit \"{}\" in the history; \"mplsvpn config history\" lists the commits",
+                  printable(id))};
 }
 
 // Visits the commits, newest first, until the visitor answers false.
@@ -114,7 +117,7 @@ std::vector<std::string> later_commits(const Session& session, kvtree::Client& c
   return later;
 }
 
-// What was in force, by path, of all that the commits changed.
+// The effective values, by path, before the commits that changed them.
 struct Past {
   std::optional<KvValue> value;
   std::string owner;
@@ -123,7 +126,7 @@ std::map<std::string, Past> read_past(const Session& session, kvtree::Client& cl
                                       const std::vector<std::string>& later) {
   std::map<std::string, Past> past;
   for (const std::string& id : later) {
-    std::set<std::string> seen;  // the first change of a path in a commit has what was before the commit
+    std::set<std::string> seen;  // the first change of a path has the value before the commit
     for (KvConfigCommitChange& change : read_changes(session, client, id)) {
       if (!seen.insert(change.path).second) continue;
       past[change.path] = {std::move(change.before), std::move(change.owner_before)};
@@ -132,7 +135,7 @@ std::map<std::string, Past> read_past(const Session& session, kvtree::Client& cl
   return past;
 }
 
-// The command line held a node exactly when it was in force as its own: nobody goes before it.
+// The command line overrides every owner: it set a node if and only if its value was the effective one.
 std::vector<KvConfigChange> undoing_changes(const std::map<std::string, Past>& past,
                                             const ConfigNodes& held) {
   std::vector<KvConfigChange> changes;
@@ -154,9 +157,9 @@ bool is_as_before(const Past& before, const ConfigNodes& nodes, const std::strin
   return now->second.value == *before.value;
 }
 
-// Says of each of these nodes that is not as it was, and will not be by the changes, who is behind it.
-void tell_left_alone(const Session& session, const std::map<std::string, Past>& past, ConfigNodes nodes,
-                     const std::vector<KvConfigCommitChange>& changes) {
+// Reports each node that differs from its former value and that the changes do not restore, with its owner.
+void report_unchanged(const Session& session, const std::map<std::string, Past>& past, ConfigNodes nodes,
+                      const std::vector<KvConfigCommitChange>& changes) {
   for (const KvConfigCommitChange& change : changes) {
     nodes.erase(change.path);
     if (change.after) nodes[change.path] = {*change.after, change.owner_after};
@@ -165,8 +168,8 @@ void tell_left_alone(const Session& session, const std::map<std::string, Past>& 
     if (is_as_before(before, nodes, path)) continue;
     const auto now = nodes.find(path);
     const bool is_there = now != nodes.end();
-    fmt::print(session.err, "mplsvpn: left alone, as \"{}\" {}: {}\n",
-               printable(is_there ? now->second.owner : before.owner), is_there ? "holds it" : "took it away",
+    fmt::print(session.err, "mplsvpn: unchanged, as owner \"{}\" {}: {}\n",
+               printable(is_there ? now->second.owner : before.owner), is_there ? "sets it" : "deleted it",
                node_text(path, is_there ? now->second.value : *before.value));
   }
 }
@@ -212,7 +215,7 @@ void config_rollback(const Session& session, const std::string& id, const Config
   const auto past = read_past(session, *client, later_commits(session, *client, id));
   const auto changes = undoing_changes(past, read_config(session, *client, kConfigOwnerCli));
   const auto foreseen = foresee_changes(session, *client, changes);
-  tell_left_alone(session, past, read_config(session, *client), foreseen);
+  report_unchanged(session, past, read_config(session, *client), foreseen);
   if (request.dry_run) return print_changes(session, foreseen);
   const std::string what = "rollback " + id;
   const std::string& comment = request.comment.empty() ? what : request.comment;

@@ -1,4 +1,4 @@
-// What was committed, for those who change the configuration.
+// The history of commits, for commands that change the configuration.
 #pragma once
 
 #include <string>
@@ -12,9 +12,9 @@ namespace cli {
 // The newest commit's id; "0" when there is none.
 std::string newest_commit(const Session& session, kvtree::Client& client);
 
-// Failure(kExitFailed) when a later commit of the command line than this one gave a node of the changes
-// another value than they do. Only the history tells: commits that are not in it any more, or come while it
-// is read, are not seen. An empty id is passed over.
+// Failure(kExitFailed) if a commit of the command line after commit `id` set a node of the changes to another
+// value than they do. Commits that are no longer in the history, or are made while it is read, are not seen.
+// Nothing is checked for an empty id.
 void check_unchanged_since(const Session& session, kvtree::Client& client, const std::string& id,
                            const std::vector<KvConfigChange>& changes);
 

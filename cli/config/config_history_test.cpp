@@ -101,7 +101,7 @@ TEST_F(ConfigurationCandidate, IsMadeWhenOthersChangedOtherItems) {
   EXPECT_EQ(Done("show vrf red rd"), "set vrf red rd 65000:1 ipv4\n");
 }
 
-TEST_F(ConfigurationCandidate, IsMadeWhenSomebodyMadeTheSame) {
+TEST_F(ConfigurationCandidate, IsCommittedWhenAnotherCommitMadeTheSameChange) {
   Done("set --candidate vrf red rd 65000:1");
   Done("set vrf red rd 65000:2");
   Done("set vrf red rd 65000:1");
@@ -118,7 +118,7 @@ TEST_F(ConfigurationCandidate, IsBegunByItsFirstEdit) {
   Done("set vrf red rd 65000:11");
   Done("set --candidate vrf red rd 65000:20");
   Done("set --candidate traps all");
-  EXPECT_EQ(Done("commit"), "commit 12\n") << "no change came after the first edit";
+  EXPECT_EQ(Done("commit"), "commit 12\n") << "no other commit after the first edit";
   Done("set --candidate vrf red rd 65000:21");
   EXPECT_EQ(Done("commit"), "commit 13\n") << "and the next one is begun anew";
 }
@@ -138,7 +138,7 @@ TEST_F(ConfigurationCandidate, WithoutAPlaceIsAFailure) {
   const std::string home = std::getenv("HOME") == nullptr ? "" : std::getenv("HOME");
   unsetenv("XDG_STATE_HOME");
   unsetenv("HOME");
-  EXPECT_THAT(Refused("discard"), HasSubstr("a candidate needs a home"));
+  EXPECT_THAT(Refused("discard"), HasSubstr("the candidate cannot be stored: set XDG_STATE_HOME"));
   setenv("HOME", home.c_str(), 1);
 }
 
@@ -159,7 +159,7 @@ TEST_F(ConfigurationHistory, ListsCommitsNewestFirst) {
   EXPECT_THAT(Done("history --max 1"), HasSubstr("for Bob"));
 }
 
-TEST_F(ConfigurationHistory, CommentTellsASetFromADeletion) {
+TEST_F(ConfigurationHistory, CommentDistinguishesASetFromADeletion) {
   Done("set vrf red description one");
   Done("delete vrf red");
   const Json commits = DoneAsJson("history");
@@ -177,7 +177,7 @@ TEST_F(ConfigurationHistory, AtMostNoneIsRefused) {
   EXPECT_THAT(Err(), ContainsRegex("--max: Value 0 not in range (1 to 4294967295|\\[1 - 4294967295\\])"));
 }
 
-TEST_F(ConfigurationHistory, TellsWhatACommitChanged) {
+TEST_F(ConfigurationHistory, ShowsWhatACommitChanged) {
   Hold(kConfigOwnerFile, "vrf red description file");
   Done("set vrf red description cli");
   EXPECT_EQ(Done("history " + NewestCommit()),
@@ -189,7 +189,9 @@ TEST_F(ConfigurationHistory, TellsWhatACommitChanged) {
   EXPECT_EQ(changes[0]["ownerBefore"], nullptr);
   EXPECT_EQ(changes[0]["after"], 1);
   EXPECT_EQ(changes[0]["wordsAfter"], "vrf red rt import 65000:1 ipv4");
-  EXPECT_EQ(Refused("history 4711"), "mplsvpn: there is no commit \"4711\" in the history\n");
+  EXPECT_EQ(Refused("history 4711"),
+            "mplsvpn: there is no commit \"4711\" in the history; \"mplsvpn config history\" lists the "
+            "commits\n");
 }
 
 TEST_F(ConfigurationHistory, MoreThanOnePageOfCommitsAndChangesIsRead) {
@@ -208,7 +210,7 @@ TEST_F(ConfigurationHistory, MoreThanOnePageOfCommitsAndChangesIsRead) {
   EXPECT_EQ(DoneAsJson("history --max 1000").size(), 71U);
 }
 
-TEST_F(ConfigurationHistory, RollbackUndoesAllThatCameAfter) {
+TEST_F(ConfigurationHistory, RollbackUndoesAllLaterCommits) {
   Done("set vrf red description one");
   const std::string first = NewestCommit();
   const std::string shown = Done("show");
@@ -228,7 +230,9 @@ TEST_F(ConfigurationHistory, RollbackUndoesAllThatCameAfter) {
 TEST_F(ConfigurationHistory, RollbackToTheNewestChangesNothing) {
   Done("set vrf red description one");
   EXPECT_EQ(Done("rollback " + NewestCommit()), "no effective item changed\n");
-  EXPECT_EQ(Refused("rollback 4711"), "mplsvpn: there is no commit \"4711\" in the history\n");
+  EXPECT_EQ(Refused("rollback 4711"),
+            "mplsvpn: there is no commit \"4711\" in the history; \"mplsvpn config history\" lists the "
+            "commits\n");
 }
 
 TEST_F(ConfigurationHistory, RollbackLeavesWhatOthersHoldAloneAndSaysSo) {
@@ -238,9 +242,9 @@ TEST_F(ConfigurationHistory, RollbackLeavesWhatOthersHoldAloneAndSaysSo) {
   Done("set vrf red description cli");
   Hold(kConfigOwnerFrr, "vrf red rip interface ge0");
   Hold(kConfigOwnerFrr, "vrf red rip interface ge1");
-  LetGo(kConfigOwnerFrr, "vrf red rip interface ge1");
+  Withdraw(kConfigOwnerFrr, "vrf red rip interface ge1");
   Done("rollback " + first);
-  EXPECT_EQ(Err(), "mplsvpn: left alone, as \"frr\" holds it: vrf red rip interface ge0\n");
+  EXPECT_EQ(Err(), "mplsvpn: unchanged, as owner \"frr\" sets it: vrf red rip interface ge0\n");
   EXPECT_EQ(Done("show"), "set vrf red description file\nset vrf red rip interface ge0\nset traps all\n");
 }
 
@@ -248,9 +252,9 @@ TEST_F(ConfigurationHistory, RollbackSaysWhatAnotherOwnerTookAway) {
   Hold(kConfigOwnerFile, "vrf red description file");
   Done("set traps all");
   const std::string first = NewestCommit();
-  LetGo(kConfigOwnerFile, "vrf red description file");
+  Withdraw(kConfigOwnerFile, "vrf red description file");
   EXPECT_EQ(Done("rollback " + first), "no effective item changed\n");
-  EXPECT_EQ(Err(), "mplsvpn: left alone, as \"file\" took it away: vrf red description file\n");
+  EXPECT_EQ(Err(), "mplsvpn: unchanged, as owner \"file\" deleted it: vrf red description file\n");
 }
 
 TEST_F(ConfigurationHistory, FailedReadOfTheHistoryIsAFailure) {

@@ -1,5 +1,5 @@
-// "config show": the configuration as lines that "config load" reads back, or as a table with the owners. An
-// item that words cannot say is a comment among the lines.
+// "config show": the configuration as lines for "config load", or as a table with the owners. An item that
+// words cannot express is a comment among the lines.
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
@@ -19,13 +19,13 @@ using vrf_config::Words;
 
 struct Shown {
   std::string path;
-  std::string vrf;  // empty of what belongs to none
+  std::string vrf;  // empty for an item of no VRF
   ConfigNode node;
   std::optional<Words> words;
 };
 
-// What is shown first: of the VRFs in the order of their names, of each the VRF itself before its protocols.
-bool goes_before(const Shown& left, const Shown& right) {
+// VRFs in the order of their names, each with its own items before its protocols.
+bool is_shown_first(const Shown& left, const Shown& right) {
   const auto place = [](const Shown& shown) {
     return std::tuple(shown.vrf.empty(), std::string_view(shown.vrf),
                       !shown.path.starts_with(vrf_config::kVrfScope));
@@ -40,7 +40,7 @@ std::vector<Shown> shown_nodes(ConfigNodes nodes, const Words& beginning) {
     if (!beginning.empty() && !(words && begins_with(*words, beginning))) continue;
     all.push_back({path, vrf_config::vrf_of(path).value_or(""), std::move(node), std::move(words)});
   }
-  std::stable_sort(all.begin(), all.end(), goes_before);
+  std::stable_sort(all.begin(), all.end(), is_shown_first);
   return all;
 }
 

@@ -1,4 +1,4 @@
-// The trap switches by way of the data store.
+// The trap switches through the data store.
 #include <gmock/gmock.h>
 
 #include "cli/output/json_list.h"
@@ -11,7 +11,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-std::vector<std::string>& told() {
+std::vector<std::string>& notified() {
   static std::vector<std::string> all;
   return all;
 }
@@ -19,8 +19,8 @@ std::vector<std::string>& told() {
 void note(const KvNotification* notification) {
   const KvNotifyInfo* info = kvtree_notify_info(notification);
   const bool deleted = (info->whichevent & kKvEventDeleted) != 0;
-  told().push_back(std::string(info->item_name) +
-                   (deleted ? " deleted" : " " + std::to_string(info->value->number)));
+  notified().push_back(std::string(info->item_name) +
+                       (deleted ? " deleted" : " " + std::to_string(info->value->number)));
 }
 
 class TrapSwitches : public ServedCommandLine {
@@ -28,7 +28,7 @@ class TrapSwitches : public ServedCommandLine {
   // Listens where the daemon listens.
   void SetUp() override {
     ServedCommandLine::SetUp();
-    told().clear();
+    notified().clear();
     KvConnection* connection = nullptr;
     ASSERT_EQ(kvtree_bind(&connection, "/cfg/gl/snmp/enable/traps/l3vpnmib/", kKvBindConfiguration),
               kStatusOk);
@@ -43,14 +43,14 @@ TEST_F(TrapSwitches, SetAndDeleteReachTheDaemonsPath) {
   EXPECT_EQ(Out(), "");
   EXPECT_EQ(Ask({"config", "set", "traps", "notif-reissue-time", "60"}), kExitOk) << Err();
   EXPECT_EQ(Ask({"config", "delete", "traps", "vrf-up"}), kExitOk) << Err();
-  EXPECT_THAT(told(), ElementsAre("vrf-up 1", "notif-reissue-time 60", "vrf-up deleted"));
+  EXPECT_THAT(notified(), ElementsAre("vrf-up 1", "notif-reissue-time 60", "vrf-up deleted"));
 }
 
 TEST_F(TrapSwitches, EveryItemIsKnown) {
   for (const char* item :
        {"vrf-up", "vrf-down", "mid-thresh-exc", "max-thresh-exc", "ilg-lbl-exc", "max-thresh-clr", "all"}) {
     EXPECT_EQ(Ask({"config", "set", "traps", item}), kExitOk) << Err();
-    EXPECT_EQ(told().back(), std::string(item) + " 1");
+    EXPECT_EQ(notified().back(), std::string(item) + " 1");
   }
 }
 
@@ -95,7 +95,7 @@ TEST_F(TrapSwitches, WrongWordsAreUsage) {
     EXPECT_EQ(Run(words), kExitUsage) << words.back();
     EXPECT_NE(Err(), "");
   }
-  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_THAT(notified(), IsEmpty());
 }
 
 TEST_F(TrapSwitches, DeletionOfWhatIsNotSetFails) {
@@ -106,7 +106,9 @@ TEST_F(TrapSwitches, DeletionOfWhatIsNotSetFails) {
 TEST_F(TrapSwitches, RefusalOfTheDaemonIsAFailure) {
   fault_arm("kvtree_config_commit", kStatusAccess);
   EXPECT_EQ(Ask({"config", "set", "traps", "all"}), kExitFailed);
-  EXPECT_EQ(Err(), "mplsvpn: changing the configuration is for root and the administrators' group\n");
+  EXPECT_EQ(
+      Err(),
+      "mplsvpn: permission denied: only root and the administrators' group may change the configuration\n");
   fault_arm("kvtree_config_commit", kStatusIo);
   EXPECT_EQ(Ask({"config", "set", "traps", "all"}), kExitFailed);
   EXPECT_THAT(Err(), HasSubstr("config set traps all: Input/output error"));

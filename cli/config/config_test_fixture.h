@@ -1,5 +1,5 @@
-// mplsvpn's configuration commands against a served data store that keeps its configuration, with the
-// person's candidates in the test's own directory.
+// mplsvpn's configuration commands against a served data store that stores its configuration, with the
+// candidates in the test's directory.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -32,14 +32,14 @@ class Configuration : public ServedCommandLine {
     EXPECT_EQ(AskLine(line), kExitOk) << line << ": " << Err();
     return Out();
   }
-  // The same for what must fail; what was said.
+  // The same for what must fail; the error output.
   std::string Refused(const std::string& line, int exit_status = kExitFailed) {
     EXPECT_EQ(AskLine(line), exit_status) << line;
     EXPECT_EQ(Out(), "") << line;
     return Err();
   }
   Json DoneAsJson(const std::string& line) { return Json::parse(Done("--json " + line)); }
-  // What another owner says.
+  // Another owner sets an item.
   static void Hold(std::string_view owner, const std::string& line) {
     const auto parsed = vrf_config::parse_words(std::get<vrf_config::Words>(vrf_config::split_words(line)));
     std::vector<KvConfigChange> changes;
@@ -48,10 +48,10 @@ class Configuration : public ServedCommandLine {
     }
     ASSERT_EQ(kvtree_config_commit(owner, changes, "held"), kStatusOk);
   }
-  static void LetGo(std::string_view owner, const std::string& line) {
+  static void Withdraw(std::string_view owner, const std::string& line) {
     const auto parsed = vrf_config::parse_words(std::get<vrf_config::Words>(vrf_config::split_words(line)));
     const std::string& path = std::get<std::vector<KvConfigNode>>(parsed).front().path;
-    ASSERT_EQ(kvtree_config_commit(owner, {{path, std::nullopt}}, "let go"), kStatusOk);
+    ASSERT_EQ(kvtree_config_commit(owner, {{path, std::nullopt}}, "withdrawn"), kStatusOk);
   }
   std::string Write(const std::string& text) const {
     const std::string name = Directory() + "/red.conf";

@@ -1,4 +1,3 @@
-// See config_tree.h.
 #include "cli/config/config_tree.h"
 
 #include <fmt/format.h>
@@ -21,7 +20,8 @@ kvtree::NodesResult read_page(const Session& session, kvtree::Client& client, st
                               std::uint32_t most, std::string_view after, std::string_view owner) {
   kvtree::NodesResult page = client.nodes(path, most, after, owner);
   if (page.status == kStatusInvalid && !owner.empty()) {
-    throw Failure(kExitUsage, fmt::format("there is no owner \"{}\"", owner));
+    throw Failure(kExitUsage, fmt::format("unknown owner \"{}\"; expected {}", printable(owner),
+                                          fmt::join(kConfigOwners, ", ")));
   }
   if (page.status) throw request_failure(session, "config", page.status);
   return page;
@@ -130,7 +130,8 @@ std::string make_commit(const Session& session, kvtree::Client& client, const st
                         const std::vector<KvConfigChange>& changes, const std::string& comment) {
   kvtree::CommitResult result = client.commit(changes, comment);
   if (result.status == kStatusAccess) {
-    throw Failure(kExitFailed, "changing the configuration is for root and the administrators' group");
+    throw Failure(kExitFailed,
+                  "permission denied: only root and the administrators' group may change the configuration");
   }
   if (result.status) {
     const Failure failure = request_failure(session, "config " + printable(what), result.status);

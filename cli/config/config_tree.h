@@ -1,5 +1,4 @@
-// The daemon's configuration as this program reads and changes it: nodes by their path, lines that say what a
-// node says, and changes of what is in force.
+// The daemon's configuration: nodes by their path, their texts, and commits.
 #pragma once
 
 #include <map>
@@ -20,24 +19,24 @@ struct ConfigNode {
 };
 using ConfigNodes = std::map<std::string, ConfigNode>;  // by path
 
-// All of what is in force, or of what the owner holds.
+// All effective nodes, or all that an owner sets.
 ConfigNodes read_config(const Session& session, kvtree::Client& client, std::string_view owner = {});
 
 std::string value_text(const KvValue& value);
 Json value_json(const std::optional<KvValue>& value);  // null for none
-// What the node says, in words or, where words cannot say it, as "PATH = VALUE". Printable.
+// The node in words or, if words cannot express it, as "PATH = VALUE". Printable.
 std::string node_text(const std::string& path, const KvValue& value);
 
 // Whether a list of words begins with these.
 bool begins_with(const vrf_config::Words& words, const vrf_config::Words& beginning);
-// Failure(kExitUsage) unless the words are an item's, or the beginning of one's.
+// Failure(kExitUsage) unless the words are an item or the beginning of one.
 void check_beginning(const vrf_config::Words& words);
 
-// The changes, a line each side: "- " what was, "+ " what is, and "= " where only the owner changes. Owners
-// but "cli" are told.
+// The changes, one line for each side: "- " for the value before, "+ " for the value after, and "= " where
+// only the owner changes; with owners other than "cli".
 void print_changes(const Session& session, const std::vector<KvConfigCommitChange>& changes);
 
-// Makes the commit and answers its id; Failure when it is refused. `what` names it.
+// Makes the commit; its id. Failure when it is rejected. `what` names it in the message.
 std::string make_commit(const Session& session, kvtree::Client& client, const std::string& what,
                         const std::vector<KvConfigChange>& changes, const std::string& comment);
 // "commit 12", or that no effective item changed.

@@ -37,7 +37,8 @@ TEST_F(Configuration, ShowTakesTheBeginningOfWhatIsWanted) {
   EXPECT_EQ(Done("show vrf blue"), "");
   EXPECT_THAT(Refused("show vrf red colour", kExitUsage),
               HasSubstr("unknown word \"colour\"; expected description, rd"));
-  EXPECT_THAT(Refused("show --owner nobody", kExitUsage), HasSubstr("there is no owner \"nobody\""));
+  EXPECT_THAT(Refused("show --owner noone", kExitUsage),
+              HasSubstr("unknown owner \"noone\"; expected cli, file, "));
 }
 
 TEST_F(Configuration, WhatIsShownLoadsAgain) {
@@ -69,7 +70,7 @@ TEST_F(Configuration, FormatOfAsNumbersIsSetShownAndDeleted) {
   EXPECT_EQ(Done("show bgp"), "");
 }
 
-TEST_F(Configuration, OwnersAreTold) {
+TEST_F(Configuration, OwnersAreShown) {
   Hold(kConfigOwnerFile, "vrf red description file");
   Hold(kConfigOwnerFrr, "vrf red rip interface ge0");
   Done("set vrf red description cli");
@@ -85,7 +86,7 @@ TEST_F(Configuration, OwnersAreTold) {
   EXPECT_EQ(shown[0]["value"], "cli");
 }
 
-TEST_F(Configuration, OwnersAreToldBesideTheWordsAsTheyAreLoaded) {
+TEST_F(Configuration, OwnersAreShownBesideTheWordsThatCanBeLoaded) {
   Done("set vrf red description \"a\\\\b \\xe9\"");
   EXPECT_EQ(Done("show"), "set vrf red description \"a\\\\b \\xe9\"\n");
   EXPECT_EQ(Done("show --owners"), "OWNER  CONFIGURATION\ncli    vrf red description \"a\\\\b \\xe9\"\n");
@@ -220,13 +221,13 @@ TEST_F(Configuration, DeletionUncoversTheFirstOwnerBelow) {
   EXPECT_EQ(Done("delete --dry-run vrf green"), "- vrf green description cli\n");
 }
 
-TEST_F(Configuration, DeletionThatSomebodyMadeFirstIsForeseenAsNothing) {
+TEST_F(Configuration, DeletionOfADeletedNodeChangesNothing) {
   std::ostringstream out;
   std::ostringstream err;
   const Session session{out, err, false, kvtree::Client::default_socket(), "", "", std::chrono::seconds(10)};
   Serve([&session] {
     const auto client = connect_to_daemon(session);
-    EXPECT_TRUE(foresee_changes(session, *client, {{"/cfg/gone", std::nullopt}}).empty());
+    EXPECT_TRUE(foresee_changes(session, *client, {{"/cfg/deleted", std::nullopt}}).empty());
   });
 }
 
@@ -262,7 +263,7 @@ TEST_F(Configuration, ErrorInAFileIsReportedWithItsLineAndChangesNothing) {
   EXPECT_EQ(Refused("load " + file), "mplsvpn: " + file + ":2: vrf blue is not set\n");
   Write("add vrf red rd 65000:1\n");
   EXPECT_EQ(Refused("load " + file),
-            "mplsvpn: " + file + ":1: a line begins with set or delete, not \"add\"\n");
+            "mplsvpn: " + file + ":1: unknown word \"add\"; expected set or delete\n");
   Write("set vrf \"red\n");
   EXPECT_EQ(Refused("load " + file), "mplsvpn: " + file + ":1: the quotes do not end\n");
   EXPECT_EQ(Done("show"), "");
@@ -294,8 +295,9 @@ TEST_F(Configuration, RefusedCommitChangesNothing) {
               HasSubstr("config set vrf red rd 65000:1: Input/output error"));
   fault_arm("kvtree_config_commit", kStatusAccess);
   EXPECT_EQ(Refused("delete traps all"), "mplsvpn: traps all is not set\n");
-  EXPECT_EQ(Refused("set vrf red rd 65000:1"),
-            "mplsvpn: changing the configuration is for root and the administrators' group\n");
+  EXPECT_EQ(
+      Refused("set vrf red rd 65000:1"),
+      "mplsvpn: permission denied: only root and the administrators' group may change the configuration\n");
   EXPECT_EQ(Done("show"), "");
 }
 

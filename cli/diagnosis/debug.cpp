@@ -40,10 +40,11 @@ void list_flags(const Session& session, DebugClient& client) {
 void switch_flag(const Session& session, DebugClient& client, const std::string& area, bool on) {
   const Status status = client.set(area, on);
   if (status == kStatusNoSuchRow) {
-    throw Failure(kExitFailed, "there is no debug area \"" + area + "\"; \"mplsvpn debug list\" lists them");
+    throw Failure(kExitFailed, "unknown debug area \"" + area + "\"; \"mplsvpn debug list\" lists them");
   }
   if (status == kStatusAccess)
-    throw Failure(kExitFailed, "switching is for root and the administrators' group");
+    throw Failure(kExitFailed,
+                  "permission denied: only root and the administrators' group may switch debug areas");
   check(session, "debug " + area, status);
   if (session.json) {
     session.out << json_line({{"area", area}, {"on", on}}) << '\n';

@@ -92,7 +92,7 @@ TEST_F(DebugCommand, AllAreasAreSwitchedTogether) {
 
 TEST_F(DebugCommand, UnknownAreaIsNamed) {
   EXPECT_EQ(Ask({"debug", "nothing", "on"}), kExitFailed);
-  EXPECT_EQ(Err(), "mplsvpn: there is no debug area \"nothing\"; \"mplsvpn debug list\" lists them\n");
+  EXPECT_EQ(Err(), "mplsvpn: unknown debug area \"nothing\"; \"mplsvpn debug list\" lists them\n");
 }
 
 TEST_F(DebugCommand, PrintsAreWatchedAfterSwitching) {
@@ -111,7 +111,7 @@ TEST_F(DebugCommand, WatchingEndsWithItsTime) {
   EXPECT_EQ(Out(), "");
 }
 
-TEST_F(DebugCommand, DaemonThatGoesAwayEndsTheWatching) {
+TEST_F(DebugCommand, DaemonThatStopsEndsTheWatch) {
   std::atomic<bool> done = false;
   int exit_status = -1;
   std::thread command([&] {
@@ -124,7 +124,7 @@ TEST_F(DebugCommand, DaemonThatGoesAwayEndsTheWatching) {
   SetUp();
   command.join();
   EXPECT_EQ(exit_status, kExitNoDaemon);
-  EXPECT_THAT(Err(), HasSubstr("the daemon went away"));
+  EXPECT_THAT(Err(), HasSubstr("mpls_vpn_mib closed the connection"));
 }
 
 }  // namespace

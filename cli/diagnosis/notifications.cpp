@@ -1,4 +1,3 @@
-// See notifications.h.
 #include "cli/diagnosis/notifications.h"
 
 #include <fmt/format.h>

@@ -34,7 +34,7 @@ std::string indented(const Json& json) {
 // A list has no end mark of its own: as many items as asked for are most likely not all.
 void warn_of_cut(const Session& session, const PathRequest& request, std::size_t items) {
   if (items < request.most) return;
-  fmt::print(session.err, "mplsvpn: {} items were asked for (--max); there may be more\n", request.most);
+  fmt::print(session.err, "mplsvpn: --max limits the list to {} items; there may be more\n", request.most);
 }
 
 }  // namespace

@@ -91,7 +91,9 @@ void show_entries(const Session& session, const std::vector<TraceEntry>& entries
 
 void trace(const Session& session, const TraceRequest& request) {
   const std::vector<std::string> names = trace_names(session.run_directory);
-  if (names.empty()) throw Failure(kExitFailed, "there are no trace buffers in " + session.run_directory);
+  if (names.empty())
+    throw Failure(kExitFailed, "there are no trace buffers in " + session.run_directory +
+                                   "; --run-dir sets the daemon's run directory");
   if (request.buffer.empty()) {
     list_buffers(session, names);
     return;

@@ -98,10 +98,11 @@ TEST_F(TraceCommand, BufferThatIsNotThereIsNamed) {
 
 TEST_F(TraceCommand, DirectoryWithoutBuffersIsAFailure) {
   EXPECT_EQ(Run({"trace"}), kExitFailed);
-  EXPECT_EQ(Err(), "mplsvpn: there are no trace buffers in " + Directory() + "\n");
+  EXPECT_EQ(Err(), "mplsvpn: there are no trace buffers in " + Directory() +
+                       "; --run-dir sets the daemon's run directory\n");
 }
 
-TEST_F(TraceCommand, FileThatIsNoBufferIsNotListed) {
+TEST_F(TraceCommand, FileThatIsNotABufferIsNotListed) {
   Write("mpls_vpn/init", {});
   std::ofstream(Directory() + "/trace/mpls_vpn.other") << "no buffer";
   EXPECT_EQ(Run({"trace", "other"}), kExitFailed);

@@ -1,4 +1,3 @@
-// See vpn_changes.h.
 #include "cli/diagnosis/vpn_changes.h"
 
 #include <fmt/format.h>

@@ -1,5 +1,5 @@
-// "watch": the daemon's traps, and the changes of effective route distinguishers and route targets, as they
-// come, a line each.
+// "watch": one line for each trap of the daemon and each change of an effective route distinguisher or route
+// target.
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
@@ -26,7 +26,7 @@ std::string oper_status(std::int32_t value) {
   return value == 2 ? "down" : std::to_string(value);
 }
 
-// What the type of the trap is about; the other members of the record are 0.
+// The members of the record that the type of the trap uses; the others are 0.
 std::string details(const mpls_vpn_mib_trap& trap) {
   switch (trap.trapType) {
     case 0:
@@ -72,7 +72,7 @@ void print_trap(const Session& session, const kvtree::NotificationResult& notifi
   }
 }
 
-// How many lines were printed, of at most so many.
+// The number of printed lines, at most `most`.
 std::uint64_t print_notification(const Session& session, const kvtree::NotificationResult& notification,
                                  VpnChangePrinter* changes, std::uint64_t most) {
   std::uint64_t printed = 1;
@@ -90,7 +90,7 @@ const char* kinds(const WatchRequest& request) {
   return request.traps ? "traps" : "changes";
 }
 
-// The events printed.
+// The number of printed events.
 std::uint64_t print_events(const Session& session, const WatchRequest& request, kvtree::Client& client) {
   const Clock::time_point started = Clock::now();
   VpnChangePrinter changes(session);
@@ -120,7 +120,7 @@ void watch(const Session& session, const WatchRequest& request) {
   session.err.flush();
   const std::uint64_t events = print_events(session, request, *client);
   if (events >= request.most_events) return;
-  throw Failure(kExitFailed, fmt::format("{} of {} {} within {:g} s", events, request.most_events,
+  throw Failure(kExitFailed, fmt::format("received {} of {} {} within {:g} s", events, request.most_events,
                                          request.changes ? "events" : "traps", request.seconds));
 }
 

@@ -77,7 +77,7 @@ class Watch : public ServedCommandLine {
 
   std::string vrf_ = "red";
   std::vector<mpls_vpn_mib_trap> traps;
-  std::vector<std::function<void()>> changes;  // made behind the traps
+  std::vector<std::function<void()>> changes;  // made after the traps
 
  private:
   std::ostringstream out_;
@@ -129,7 +129,7 @@ TEST_F(Watch, FewerTrapsThanCountedAreAFailure) {
   traps = {{0, vrf_.data(), 7, 1, 1, 0, 0, 0, 0}};
   EXPECT_EQ(Ask({"watch", "--count", "2", "--timeout", "1"}), kExitFailed);
   EXPECT_EQ(Lines().size(), 1U);
-  EXPECT_THAT(Err(), EndsWith("mplsvpn: 1 of 2 events within 1 s\n"));
+  EXPECT_THAT(Err(), EndsWith("mplsvpn: received 1 of 2 events within 1 s\n"));
 }
 
 TEST_F(Watch, TimeoutAloneEndsIt) {

@@ -1,4 +1,3 @@
-// See address.h.
 #include "cli/output/address.h"
 
 #include <arpa/inet.h>
@@ -20,7 +19,7 @@ constexpr std::size_t kIpv4Size = 4;
 constexpr std::size_t kIpv6Size = 16;
 
 Failure bad_prefix(const std::string& text, const std::string& why) {
-  return {kExitUsage, "\"" + printable(text) + "\" is not a prefix: " + why};
+  return {kExitUsage, "\"" + printable(text) + "\" is not a prefix; " + why};
 }
 
 std::optional<std::vector<std::uint8_t>> parse_address(const std::string& text) {
@@ -58,7 +57,7 @@ Prefix Prefix::shortened(std::uint32_t to_length) const {
 Prefix parse_prefix(const std::string& text) {
   const std::size_t slash = text.find('/');
   const auto octets = parse_address(text.substr(0, slash));
-  if (!octets) throw bad_prefix(text, "ADDRESS/LENGTH or ADDRESS is wanted, IPv4 or IPv6");
+  if (!octets) throw bad_prefix(text, "expected ADDRESS/LENGTH or ADDRESS, IPv4 or IPv6");
   Prefix prefix;
   prefix.octets = *octets;
   prefix.type = octets->size() == kIpv4Size ? kIpv4 : kIpv6;
@@ -67,10 +66,10 @@ Prefix parse_prefix(const std::string& text) {
   if (prefix.is_address) return prefix;
   const auto length = parse_length(text.substr(slash + 1));
   if (!length || *length > prefix.bits())
-    throw bad_prefix(text, fmt::format("its length is not within 0 to {}", prefix.bits()));
+    throw bad_prefix(text, fmt::format("the length is from 0 to {}", prefix.bits()));
   Prefix whole = prefix.shortened(*length);
   if (whole.octets != prefix.octets)
-    throw bad_prefix(text, "it has bits behind its length; " + prefix_text(whole) + " is one");
+    throw Failure(kExitUsage, text + " has host bits set; did you mean " + prefix_text(whole) + "?");
   return whole;
 }
 

@@ -158,13 +158,13 @@ TEST(JsonList, EmptyListIsAnEmptyArray) {
   EXPECT_EQ(out.str(), "[]\n");
 }
 
-TEST(JsonList, ListThatWasCutIsNoJson) {
+TEST(JsonList, TruncatedListIsNotValidJson) {
   std::ostringstream out;
   JsonList(out).add({{"a", 1}});
   EXPECT_FALSE(Json::accept(out.str()));
 }
 
-TEST(JsonList, TextThatIsNoUtf8IsReplaced) {
+TEST(JsonList, TextThatIsNotUtf8IsReplaced) {
   EXPECT_EQ(json_line("a\xff"), "\"a\xef\xbf\xbd\"");
 }
 

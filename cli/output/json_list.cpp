@@ -1,4 +1,3 @@
-// See json_list.h.
 #include "cli/output/json_list.h"
 
 namespace cli {

@@ -9,12 +9,12 @@ namespace cli {
 
 using Json = nlohmann::ordered_json;
 
-// On one line. Octets that are no UTF-8 are replaced by U+FFFD.
+// On one line. Octets that are not UTF-8 are replaced by U+FFFD.
 std::string json_line(const Json& value);
 // The text, or null for an empty one.
 Json text_or_null(const std::string& text);
 
-// An array. Without end() it stays open, so that a list that was cut short cannot be taken for a whole one.
+// An array. Without end() it stays open: a truncated list is not valid JSON.
 class JsonList {
  public:
   explicit JsonList(std::ostream& out) : out_(out) {}

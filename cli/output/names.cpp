@@ -1,4 +1,3 @@
-// See names.h.
 #include "cli/output/names.h"
 
 #include <array>

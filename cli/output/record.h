@@ -1,4 +1,4 @@
-// A decoded record of the daemon with its texts, released when it goes.
+// A decoded record of the daemon, which owns its texts.
 #pragma once
 
 #include <string>
@@ -23,8 +23,8 @@ inline std::string text_or_dash(const char* text) {
 template <typename T>
 class Record {
  public:
-  // `path` names the request in the Failure for octets that are no such record. The description must outlive
-  // it.
+  // `path` names the request in the Failure for octets that are not such a record. The description must
+  // outlive it.
   Record(const Session& session, const std::string& path, const ParcelDescription& description,
          const kvtree::Octets& octets)
       : description_(description) {

@@ -1,4 +1,3 @@
-// See times.h.
 #include "cli/output/times.h"
 
 #include <fmt/chrono.h>

@@ -1,9 +1,7 @@
-// See route_lookup.h.
-//
-// Rows are in the order of destination, prefix length and next hop, so the routes of a prefix stand together.
-// A next read answers what is behind its key: the route without next hop, whose key is the smallest of its
-// prefix, is read exactly, the others behind that key. The longest match is one such lookup a length, from
-// the longest on: the daemon has no read for it, and a host's address is 33 or 129 of them at most.
+// Rows are in the order of destination, prefix length and next hop, so the routes of a prefix are adjacent.
+// The route without next hop has the smallest key of its prefix: an exact read finds it, next reads from this
+// key find the others. The daemon has no read for the longest match, so it takes one lookup for each length,
+// from the longest: at most 33 for an IPv4 address and 129 for an IPv6 address.
 #include "cli/show/route_lookup.h"
 
 #include <algorithm>
@@ -26,7 +24,7 @@ std::string prefix_path(const std::string& read, const std::string& vrf, const P
   return route_path(read, vrf, prefix.type, prefix.length, destination, std::string(destination.size(), '0'));
 }
 
-// The route without next hop. A read of one that is not there may be answered with another one.
+// The route without next hop. The answer for one that does not exist may be another route.
 bool find_route_without_next_hop(const Session& session, kvtree::Client& client, const std::string& vrf,
                                  const Prefix& prefix, const RouteSink& sink) {
   const std::string path = prefix_path("route", vrf, prefix);
@@ -46,7 +44,7 @@ bool find_routes_of_prefix(const Session& session, kvtree::Client& client, const
   bool found = has_first;
   const auto wanted = [&](const mpls_vpn_mib_route& row) {
     if (!is_of_prefix(row, vrf, prefix)) return false;
-    if (has_first && kRouteTable.path_at(row) == path) return true;  // the start of a table answers it again
+    if (has_first && kRouteTable.path_at(row) == path) return true;  // the first read answers it again
     found = true;
     return sink.row(row);
   };

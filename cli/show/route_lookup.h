@@ -14,8 +14,8 @@ using RouteSink = RowSink<mpls_vpn_mib_route>;
 void walk_routes(const Session& session, kvtree::Client& client, const std::string& vrf,
                  const RouteSink& sink);
 
-// The routes of this prefix, one a next hop; of an address, those of the longest prefix that holds it. False
-// when there are none.
+// The routes of this prefix, one for each next hop; of an address, those of the longest prefix that contains
+// it. False for none.
 bool find_routes(const Session& session, kvtree::Client& client, const std::string& vrf, const Prefix& prefix,
                  const RouteSink& sink);
 

@@ -135,32 +135,37 @@ TEST_F(ShowRoutes, PrefixWithoutARouteIsAFailure) {
   EXPECT_EQ(Err(), "mplsvpn: VRF red has no route to 2001:db8:22::1\n");
 }
 
-TEST_F(ShowRoutes, RouteOfAnotherVrfIsNoMatch) {
+TEST_F(ShowRoutes, RouteOfAnotherVrfDoesNotMatch) {
   AddRoute("blue", "0a000000", 8, "0a0a0a0a");
   EXPECT_EQ(Ask({"show", "routes", "red", "10.0.0.0/8"}), kExitFailed);
   EXPECT_EQ(Ask({"show", "routes", "red", "10.1.1.1"}), kExitFailed);
 }
 
 TEST_F(ShowRoutes, BadPrefixIsAUsageErrorThatSaysWhy) {
-  const std::vector<std::pair<std::string, std::string>> mistakes = {
-      {"10.1.0.0/8", "it has bits behind its length; 10.0.0.0/8 is one"},
-      {"2001:db8::1/64", "it has bits behind its length; 2001:db8::/64 is one"},
-      {"10.0.0.0/33", "its length is not within 0 to 32"},
-      {"::/129", "its length is not within 0 to 128"},
-      {"10.0.0.0/", "its length is not within 0 to 32"},
-      {"10.0.0.0/8x", "its length is not within 0 to 32"},
-      {"10.0.0.0/-1", "its length is not within 0 to 32"},
-      {"10.0.0", "ADDRESS/LENGTH or ADDRESS is wanted, IPv4 or IPv6"},
-      {"ge1", "ADDRESS/LENGTH or ADDRESS is wanted, IPv4 or IPv6"},
+  const std::vector<std::pair<std::string, std::string>> wrong = {
+      {"10.0.0.0/33", "the length is from 0 to 32"},
+      {"::/129", "the length is from 0 to 128"},
+      {"10.0.0.0/", "the length is from 0 to 32"},
+      {"10.0.0.0/8x", "the length is from 0 to 32"},
+      {"10.0.0.0/-1", "the length is from 0 to 32"},
+      {"10.0.0", "expected ADDRESS/LENGTH or ADDRESS, IPv4 or IPv6"},
+      {"ge1", "expected ADDRESS/LENGTH or ADDRESS, IPv4 or IPv6"},
   };
-  for (const auto& [prefix, why] : mistakes) {
+  for (const auto& [prefix, why] : wrong) {
     EXPECT_EQ(Ask({"show", "routes", "red", prefix}), kExitUsage);
     EXPECT_EQ(Out(), "");
-    EXPECT_EQ(Err(), "mplsvpn: \"" + prefix + "\" is not a prefix: " + why + "\n");
+    EXPECT_EQ(Err(), "mplsvpn: \"" + prefix + "\" is not a prefix; " + why + "\n");
   }
 }
 
-TEST_F(ShowRoutes, UnknownVrfIsSaidPlainly) {
+TEST_F(ShowRoutes, PrefixWithHostBitsIsAUsageErrorThatShowsTheRightPrefix) {
+  EXPECT_EQ(Ask({"show", "routes", "red", "10.1.0.0/8"}), kExitUsage);
+  EXPECT_EQ(Err(), "mplsvpn: 10.1.0.0/8 has host bits set; did you mean 10.0.0.0/8?\n");
+  EXPECT_EQ(Ask({"show", "routes", "red", "2001:db8::1/64"}), kExitUsage);
+  EXPECT_EQ(Err(), "mplsvpn: 2001:db8::1/64 has host bits set; did you mean 2001:db8::/64?\n");
+}
+
+TEST_F(ShowRoutes, UnknownVrfIsReported) {
   AddRoutesOfRed();
   EXPECT_EQ(Ask({"show", "routes", "green"}), kExitFailed);
   EXPECT_EQ(Err(), "mplsvpn: there is no VRF green\n");
@@ -303,7 +308,7 @@ TEST_F(RawCommand, StructuredFormIsReachedByEach) {
 TEST_F(RawCommand, ListThatIsCutSaysSo) {
   EXPECT_EQ(Ask({"list", "vrf-detail", "--max", "1"}), kExitOk);
   EXPECT_EQ(Out(), "a/b\n");
-  EXPECT_EQ(Err(), "mplsvpn: 1 items were asked for (--max); there may be more\n");
+  EXPECT_EQ(Err(), "mplsvpn: --max limits the list to 1 items; there may be more\n");
   EXPECT_EQ(Ask({"datalist", "vrf-detail", "--max", "2"}), kExitOk);
   EXPECT_THAT(Err(), HasSubstr("there may be more"));
 }

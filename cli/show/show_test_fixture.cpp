@@ -160,7 +160,7 @@ void note_list(const KvListReply* reply, const RequestArgs* args) {
   fake.largest_page = std::max(fake.largest_page, reply->max_items);
 }
 
-// From the VRF at or behind the name; with a filter that VRF alone.
+// From the VRF of this name or the next one; with a filter that VRF alone.
 Status list_details(KvListReply* reply, const RequestArgs* args) {
   note_list(reply, args);
   if (const Status status = kvtree_list_create(&reply->list)) return status;
@@ -180,7 +180,7 @@ Status datalist_details(KvListReply* reply, const RequestArgs* args) {
   if (const Status status = kvtree_datalist_create(&reply->datalist)) return status;
   if (reply->max_items > fake.most_items) return kStatusMessageTooLarge;
   const bool is_filter = args->count > 1;
-  const std::string name = fake.stands_still ? "" : name_of(args);
+  const std::string name = fake.repeats ? "" : name_of(args);
   auto vrf = is_filter || name.empty() ? fake.vrfs.lower_bound(name) : fake.vrfs.upper_bound(name);
   for (; vrf != fake.vrfs.end(); ++vrf) {
     if (is_filter && !kvtree_absent(args, 0) && vrf->first != name) break;
@@ -321,7 +321,7 @@ std::string hexadecimal_of(const std::uint8_t* octets, std::uint64_t length) {
   return text;
 }
 
-// Behind a default route without next hop is the default route by way of the smallest address.
+// The default route without next hop is followed by the default route with the smallest address.
 Status after_route(const KvReply* row, std::string* path) {
   mpls_vpn_mib_route record{};
   if (const Status status = parcel_decode(&kMibRouteParcel, row->data, row->length, &record)) return status;

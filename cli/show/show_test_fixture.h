@@ -1,5 +1,5 @@
 // mplsvpn against a provider of this process that answers VRFs, route targets and routes as the daemon does:
-// in its orders, with its lists that go on behind a name, and with its walk rules' outcome.
+// in its orders, with its lists that continue after a name, and with the results of its walk rules.
 #pragma once
 
 #include <compare>
@@ -76,8 +76,8 @@ struct FakeDaemon {
   std::map<FakeRouteKey, FakeRoute> routes;
 
   Status failure = kStatusOk;             // of every get
-  std::string hidden_row;                 // this VRF's MIB row is not there any more
-  bool stands_still = false;              // lists go on where they went on before
+  std::string hidden_row;                 // this VRF's MIB row is deleted
+  bool repeats = false;                   // lists repeat what they answered before
   std::uint32_t most_items = UINT32_MAX;  // a longer datalist is too large a message
   // What was asked.
   unsigned requests = 0;

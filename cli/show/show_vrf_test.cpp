@@ -124,16 +124,16 @@ TEST_F(ShowVrf, UnknownVrfIsSaidPlainly) {
   }
 }
 
-TEST_F(ShowVrf, InvalidVrfIsToldFromAnUnknownOne) {
+TEST_F(ShowVrf, InvalidVrfIsNotReportedAsUnknown) {
   fake.invalid["orange"] = {"ge6"};
   EXPECT_EQ(Ask({"show", "vrf", "orange"}), kExitFailed);
   EXPECT_EQ(
       Err(),
-      "mplsvpn: VRF orange is invalid: interfaces are bound to it, but it is not there (mplsvpn show vrf "
+      "mplsvpn: VRF orange is invalid: interfaces are bound to it, but it does not exist (mplsvpn show vrf "
       "invalid)\n");
 }
 
-TEST_F(ShowVrf, FailureOfTheDaemonIsNoUnknownVrf) {
+TEST_F(ShowVrf, FailureOfTheDaemonIsNotReportedAsAnUnknownVrf) {
   AddRed();
   fake.failure = kStatusIo;
   EXPECT_EQ(Ask({"show", "vrf", "red"}), kExitFailed);
@@ -169,17 +169,17 @@ TEST_F(ShowVrf, NameThatIsAWordIsGivenByItsOption) {
 }
 
 TEST_F(ShowVrf, WordsThatMakeNoRequestAreUsageErrors) {
-  const std::vector<std::vector<std::string>> mistakes = {{"red", "blue"},
-                                                          {"red", "ipv4", "ipv6"},
-                                                          {"unicast", "multicast"},
-                                                          {"detail", "detail"},
-                                                          {"detail", "red"},
-                                                          {"invalid", "detail"},
-                                                          {"red", "invalid"},
-                                                          {"invalid", "red"},
-                                                          {"red", "detail", "ipv4", "unicast", "ipv4"},
-                                                          {"invalid", "--name", "red"}};
-  for (std::vector<std::string> words : mistakes) {
+  const std::vector<std::vector<std::string>> wrong = {{"red", "blue"},
+                                                       {"red", "ipv4", "ipv6"},
+                                                       {"unicast", "multicast"},
+                                                       {"detail", "detail"},
+                                                       {"detail", "red"},
+                                                       {"invalid", "detail"},
+                                                       {"red", "invalid"},
+                                                       {"invalid", "red"},
+                                                       {"red", "detail", "ipv4", "unicast", "ipv4"},
+                                                       {"invalid", "--name", "red"}};
+  for (std::vector<std::string> words : wrong) {
     words.insert(words.begin(), {"show", "vrf"});
     EXPECT_EQ(Ask(words), kExitUsage) << ::testing::PrintToString(words);
     EXPECT_EQ(Out(), "");
@@ -436,14 +436,14 @@ TEST_F(ShowVrf, PageThatIsTooLargeIsHalved) {
   EXPECT_EQ(Out(), "");
 }
 
-TEST_F(ShowVrf, ListThatStandsStillEnds) {
+TEST_F(ShowVrf, ListThatRepeatsAnItemEnds) {
   AddMany(600);
-  fake.stands_still = true;
+  fake.repeats = true;
   EXPECT_EQ(Ask({"show", "vrf", "detail"}), kExitFailed);
-  EXPECT_THAT(Err(), HasSubstr("does not go on behind an item"));
+  EXPECT_THAT(Err(), HasSubstr("the daemon repeats an item; the list is incomplete"));
 }
 
-TEST_F(ShowVrf, VrfThatGoesInBetweenIsLeftOut) {
+TEST_F(ShowVrf, VrfThatIsDeletedMeanwhileIsLeftOut) {
   AddMany(3);
   fake.hidden_row = "v100002";
   EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "detail"})), ElementsAre("v100001", "v100003"));
@@ -476,7 +476,7 @@ TEST_F(ShowVrf, StructuredIsAskedInItsForms) {
   EXPECT_EQ(fake.last_form, 3U);
 }
 
-TEST_F(ShowVrf, StructuredPagesGoOnBehindOddNames) {
+TEST_F(ShowVrf, StructuredPagesContinueAfterOddNames) {
   for (unsigned number = 100; number < 400; ++number) fake.vrfs["a/" + std::to_string(number)];
   EXPECT_EQ(AskForJson({"show", "vrf", "--structured"}).size(), 300U);
 }

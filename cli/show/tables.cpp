@@ -1,4 +1,3 @@
-// See tables.h. Paths and their keys are described in mpls/vpn/mib/src/walk/walk.h.
 #include "cli/show/tables.h"
 
 #include <fmt/format.h>
@@ -73,7 +72,7 @@ std::string route_path(const std::string& read, const std::string& vrf, std::int
                      next_hop);
 }
 
-// The rows hold counts in any case. A read of a route fails without a module, whether or not the route
+// Rows have counts in any case. Without a module every read of a route fails, whether or not the route
 // exists.
 bool are_routes_counted(kvtree::Client& client) {
   const std::string path = route_path("route", "", kIpv4, 0, kNoAddress, kNoAddress);
@@ -88,7 +87,7 @@ void require_vrf(const Session& session, kvtree::Client& client, const std::stri
   const std::string shown = printable(vrf);
   if (client.get(provider_path("vrf-invalid-detail", vrf)).status == kStatusOk) {
     throw Failure(kExitFailed, "VRF " + shown +
-                                   " is invalid: interfaces are bound to it, but it is not there (mplsvpn "
+                                   " is invalid: interfaces are bound to it, but it does not exist (mplsvpn "
                                    "show vrf invalid)");
   }
   throw Failure(kExitFailed, "there is no VRF " + shown);

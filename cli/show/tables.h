@@ -1,4 +1,4 @@
-// The daemon's tables as the commands walk and print them.
+// The daemon's tables: their walks, paths and keys (mpls/vpn/mib/src/walk/walk.h).
 #pragma once
 
 #include <cstdint>
@@ -18,22 +18,22 @@ extern const RowTable<mpls_vpn_mib_route> kRouteTable;
 std::string provider_path(const std::string& first);
 std::string provider_path(const std::string& first, const std::string& vrf);
 
-// Reads that begin with the first row of a VRF (of all VRFs when the name is empty).
+// Paths of reads that begin with the first row of a VRF (of all VRFs when the name is empty).
 std::string first_interface_path(const std::string& vrf);
 std::string first_vrf_path(const std::string& vrf);
 std::string first_route_target_path(const std::string& vrf);
 std::string first_route_path(const std::string& vrf);
 
-// A route's key in a path: `read` is "route" (this one) or "route-next" (the first behind it). Addresses are
-// hexadecimal, all their digits; an all-zero next hop stands for none, too.
+// A route's key in a path. `read` is "route" (this one) or "route-next" (the first after it). Addresses are
+// hexadecimal with all digits; an all-zero next hop also means none.
 std::string route_path(const std::string& read, const std::string& vrf, std::int32_t type,
                        std::uint32_t length, const std::string& destination, const std::string& next_hop);
 
-// False while the daemon lacks a module of the routing table: the route counts of VRF rows are unknown then.
+// False while the daemon lacks a module of the routing table; the route counts of VRF rows are unknown then.
 bool are_routes_counted(kvtree::Client& client);
 
-// Failure when there is no such VRF; it tells an invalid one (interfaces name it, but it is not there) from
-// one of which nothing is known.
+// Failure for a VRF that does not exist. An invalid one, to which interfaces are bound, has a message of its
+// own.
 void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf);
 
 }  // namespace cli

@@ -1,10 +1,10 @@
-// "show vrf detail": the show records, which have interfaces, route targets and policies, joined with the
-// MIB's rows, which have states, times and counters, and with the configured thresholds of each family and
-// the origins of configured items.
+// "show vrf detail": show records (interfaces, route targets, policies) joined with MIB rows (states, times,
+// counters) and with the configured thresholds and origins.
 //
-// All VRFs: a page of show records, and the rows of the same names by one walk, since both are in one order;
-// a row that the walk has not got (VRFs come and go in between) is read by its name, and a VRF without a row
-// is gone. With a filter each VRF is asked for by its name: the filtered list cannot be gone on with.
+// All VRFs: a page of show records, then one walk for the rows of the same names, as both have one order. A
+// row that the walk did not find, because VRFs were added or deleted meanwhile, is read by name; a VRF
+// without a row is deleted and left out. With a filter each VRF is read by name: the filtered list has no
+// continuation.
 #include "cli/vrf/show_vrf_detail.h"
 
 #include <map>

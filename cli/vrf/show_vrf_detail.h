@@ -5,8 +5,8 @@
 
 namespace cli {
 
-// Everything that is known of one VRF or of each; Failure(kExitFailed) for one that is not there or does not
-// pass.
+// All details of one VRF or of each. Failure(kExitFailed) for one that does not exist or does not pass the
+// filter.
 void show_vrf_detail(const Session& session, const VrfRequest& request);
 
 }  // namespace cli

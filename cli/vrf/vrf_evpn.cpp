@@ -1,4 +1,4 @@
-// See vrf_evpn.h. The rows of the route target table name the families of unicast tables alone.
+// Rows of the route target table have a family only if it is unicast; the others are of EVPN.
 #include "cli/vrf/vrf_evpn.h"
 
 #include "cli/show/tables.h"

@@ -1,5 +1,4 @@
-// The route targets of a VRF in EVPN as one more table of its show record: that has the tables of the router
-// only.
+// The EVPN route targets of a VRF as one more table of its show record, which has only the router's tables.
 #pragma once
 
 #include <optional>
@@ -15,8 +14,8 @@ namespace cli {
 
 class EvpnTable {
  public:
-  // Asks for the route targets of a VRF that has some in EVPN, unless the request is for other tables;
-  // Failure when that fails.
+  // Reads the route targets if the VRF has some in EVPN and the request is not for other tables. Throws
+  // Failure.
   EvpnTable(const Session& session, kvtree::Client& client, const std::string& vrf, const VrfOrigins& origins,
             const VrfRequest& request);
   EvpnTable(const EvpnTable&) = delete;

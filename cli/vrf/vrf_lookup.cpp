@@ -1,8 +1,5 @@
-// See vrf_lookup.h.
-//
-// The daemon filters by the list below "vrf-detail-filter": with a name it answers that VRF alone, or none.
-// The plain read of a show record takes a name as it is; in the structured form names are encoded, and only
-// the filtered list decodes them, so that structured records are read by it in every case.
+// The list "vrf-detail-filter" with a name answers this VRF alone, or none. In the structured form names are
+// encoded and only this list decodes them, so structured records are always read by it.
 #include "cli/vrf/vrf_lookup.h"
 
 #include <fmt/format.h>
@@ -26,7 +23,7 @@ std::string filter_path(const std::string& name, const VrfRequest& request) {
 std::optional<kvtree::Octets> find_record(const Session& session, kvtree::Client& client,
                                           const std::string& path) {
   kvtree::GetResult result = client.get(path);
-  // The show record of a VRF that is just going is refused in its own way.
+  // The show record of a VRF that is being deleted has a status of its own.
   if (result.status == kStatusNoSuchRow || result.status == kStatusNoVrfRecord) return std::nullopt;
   if (result.status) throw request_failure(session, path, result.status);
   return std::move(result.record);

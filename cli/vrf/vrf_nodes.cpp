@@ -1,4 +1,3 @@
-// See vrf_nodes.h.
 #include "cli/vrf/vrf_nodes.h"
 
 #include <algorithm>
@@ -25,20 +24,20 @@ bool is_before(const kvtree::Node& node, const std::string& path) {
 
 std::span<const kvtree::Node> VrfNodes::of(const std::string& vrf) {
   const std::string first = nodes_of_vrfs() + kvtree_encode_text(vrf) + "/";
-  std::string behind = first;
-  ++behind.back();
+  std::string end = first;
+  ++end.back();
   if (page_ == 0 || first < from_ || (first > until_ && !is_end_)) move_to(first);
-  if (!is_end_ && until_ < behind) {
+  if (!is_end_ && until_ < end) {
     window_.erase(window_.begin(), std::lower_bound(window_.begin(), window_.end(), first, is_before));
     from_ = first;
     if (hits_ == 0) page_ = kFirstNodes;
     hits_ = 0;
-    while (!is_end_ && until_ < behind) read_more();
+    while (!is_end_ && until_ < end) read_more();
   } else {
     ++hits_;
   }
   const auto begin = std::lower_bound(window_.begin(), window_.end(), first, is_before);
-  return {begin, std::lower_bound(begin, window_.end(), behind, is_before)};
+  return {begin, std::lower_bound(begin, window_.end(), end, is_before)};
 }
 
 void VrfNodes::move_to(const std::string& first) {

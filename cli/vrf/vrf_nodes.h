@@ -1,8 +1,8 @@
-// What is configured of VRFs, for one VRF after the other.
+// The configuration of VRFs, one VRF after the other.
 //
-// Nodes are read ahead, since a request for each VRF would take longer than everything else that is shown of
-// it. The configuration has its own order of VRFs: the window grows while the VRFs that are asked for lie in
-// it, and begins small again where they do not. Memory is bounded by a window and the nodes of one VRF.
+// Nodes are read ahead, since a request for each VRF would take longer than all other requests for it. The
+// configuration has an order of its own: the window grows while it contains the requested VRFs, and is small
+// again when it does not. Memory is bounded by a window and the nodes of one VRF.
 #pragma once
 
 #include <cstdint>
@@ -28,12 +28,12 @@ class VrfNodes {
 
   const Session& session_;
   kvtree::Client& client_;
-  std::vector<kvtree::Node> window_;  // every node behind from_ up to until_
+  std::vector<kvtree::Node> window_;  // every node after from_ up to until_
   std::string from_;
   std::string until_;
   bool is_end_ = false;     // no node follows until_
   std::uint32_t page_ = 0;  // nodes that the next read asks for
-  std::uint32_t hits_ = 0;  // VRFs that were found in the window as it is
+  std::uint32_t hits_ = 0;  // VRFs found in this window
 };
 
 }  // namespace cli

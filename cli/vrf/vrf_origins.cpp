@@ -1,4 +1,3 @@
-// See vrf_origins.h. An item is found by the path that it has in the configuration.
 #include "cli/vrf/vrf_origins.h"
 
 #include "platform/config/owners.h"

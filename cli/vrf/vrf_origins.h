@@ -1,4 +1,4 @@
-// Where the configured items of a VRF come from, and the value of the one that no record has: the VNI.
+// The origins of a VRF's configured items, and the VNI, which no record has.
 #pragma once
 
 #include <cstdint>
@@ -12,14 +12,14 @@
 
 namespace cli {
 
-// Origins are the words of vrf_config::origin(); empty for an item that is not there.
+// Origins as vrf_config::origin() names them; empty for an item that is not configured.
 class VrfOrigins {
  public:
   // `nodes`: the effective ones of this VRF.
   VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nodes);
 
   std::string of_description() const;
-  // Of the RD that is shown, which the router file has where none is configured.
+  // An RD that is not configured is from the router file.
   std::string of_rd(const std::string& rd) const;
   std::string of_target(std::uint32_t afi, vrf_config::Direction direction, const std::string& target) const;
   std::string of_policy(std::uint32_t afi, vrf_config::Direction direction) const;

@@ -1,7 +1,7 @@
 // The route thresholds that are configured for a VRF's unicast tables, one pair for each address family.
 //
-// The MIB's row has one pair for both families, that of the family which was changed last: it shows none when
-// that one's were deleted, though the other family's are still watched.
+// The MIB row has one pair, that of the family that changed last. It shows none when these were deleted,
+// although the other family may still have thresholds.
 #pragma once
 
 #include <cstdint>

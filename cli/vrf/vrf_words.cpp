@@ -1,4 +1,4 @@
-// The words behind "show vrf": a name first, then what is wanted of it.
+// The words of "show vrf": a name first, then the details and families.
 #include <array>
 
 #include "cli/commands.h"
@@ -11,7 +11,7 @@ namespace {
 struct Word {
   const char* text;
   void (*take)(VrfRequest*);
-  bool (*is_taken)(const VrfRequest&);  // it, or the other one of its pair
+  bool (*is_taken)(const VrfRequest&);  // the word, or the alternative
 };
 
 constexpr std::array kVrfWords = {
@@ -30,7 +30,7 @@ constexpr std::array kVrfWords = {
 Failure usage(const std::string& what) {
   return {kExitUsage,
           what +
-              "; mplsvpn show vrf [NAME] [detail] [ipv4|ipv6] [unicast|multicast], or mplsvpn show "
+              "; usage: mplsvpn show vrf [NAME] [detail] [ipv4|ipv6] [unicast|multicast], or mplsvpn show "
               "vrf invalid"};
 }
 
@@ -44,8 +44,9 @@ const Word* find_word(const std::string& text) {
 void take_word(const std::string& text, VrfRequest* request) {
   const Word* word = find_word(text);
   if (word == nullptr)
-    throw usage("\"" + printable(text) + "\" is neither the first word nor one of the others");
-  if (word->is_taken(*request)) throw usage("\"" + text + "\" is one too many");
+    throw usage("unknown word \"" + printable(text) +
+                "\"; expected detail, ipv4, ipv6, unicast or multicast");
+  if (word->is_taken(*request)) throw usage("\"" + text + "\" repeats or contradicts an earlier word");
   word->take(request);
 }
 
@@ -55,7 +56,8 @@ VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::str
   VrfRequest request;
   request.name = name;
   request.is_invalid = !words.empty() && words[0] == "invalid";
-  if (request.is_invalid && (words.size() > 1 || !name.empty())) throw usage("\"invalid\" stands alone");
+  if (request.is_invalid && (words.size() > 1 || !name.empty()))
+    throw usage("\"invalid\" takes no other words");
   if (request.is_invalid) return request;
   for (const std::string& word : words) {
     const bool is_name = request.name.empty() && &word == &words[0] && find_word(word) == nullptr;
