@@ -1,5 +1,5 @@
-// Changes the router model to a router file: everything that the file does not name is removed, including what
-// was added by other means. Routes are not part of it: route_feeder.h.
+// Changes the router model to a router file: everything that the file does not name is removed, including
+// what was added by other means. Routes are not part of it: route_feeder.h.
 #pragma once
 
 #include <cstddef>
@@ -21,9 +21,10 @@ struct RouteChanges {
 };
 
 // Moves the VRFs and interfaces out of the file. REQUIRES: `file` was made by parse(). The first change that
-// the model refuses ends it, with its status and the reason in *error; earlier changes remain, and the next call
-// continues from there.
-[[nodiscard]] Status apply_router(RouterFile* file, router::Router* model, Changes* changes, std::string* error);
+// the model refuses ends it, with its status and the reason in *error; earlier changes remain, and the next
+// call continues from there.
+[[nodiscard]] Status apply_router(RouterFile* file, router::Router* model, Changes* changes,
+                                  std::string* error);
 
 inline constexpr char kNothingChanged[] = "nothing changed";
 // "2 VRFs created, 1 interface moved", or kNothingChanged.
