@@ -143,8 +143,8 @@ TEST_F(CheckpointDamageTest, DatabaseInUseIsRefusedAndLeftAlone) {
   MakeDatabase();
   sqlite3* raw = nullptr;
   ASSERT_EQ(sqlite3_open(File().c_str(), &raw), SQLITE_OK);
-  chkpt::Connection other(raw);
-  ASSERT_EQ(chkpt::run(raw, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE"), SQLITE_OK);
+  sqlite::Connection other(raw);
+  ASSERT_EQ(sqlite::run(raw, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE"), SQLITE_OK);
   EXPECT_EQ(chkpt_init(&application, manager), static_cast<Status>(EBUSY));
   other.reset();
   EXPECT_FALSE(Exists(Aside()));
@@ -158,8 +158,8 @@ TEST_F(CheckpointDamageTest, SecondProcessIsRefusedWhileTheFirstRuns) {
   ASSERT_EQ(chkpt_flush(), kStatusOk);
   sqlite3* raw = nullptr;
   ASSERT_EQ(sqlite3_open(File().c_str(), &raw), SQLITE_OK);
-  const chkpt::Connection other(raw);
-  EXPECT_EQ(chkpt::run(raw, "SELECT * FROM record"), SQLITE_BUSY);
+  const sqlite::Connection other(raw);
+  EXPECT_EQ(sqlite::run(raw, "SELECT * FROM record"), SQLITE_BUSY);
 }
 
 // --- Directories

@@ -12,7 +12,7 @@ void Database::checkpoint_log_on_close() {
 
 Status Database::result(int code) {
   if (code == SQLITE_OK) return kStatusOk;
-  return status_of(connection_.get(), sqlite3_extended_errcode(connection_.get()));
+  return sqlite::status_of(connection_.get(), sqlite3_extended_errcode(connection_.get()));
 }
 
 Status Database::begin() {
@@ -26,13 +26,13 @@ Status Database::commit() {
 // SQLite has rolled back by itself after some failures; what remains open is closed here.
 void Database::roll_back() {
   if (sqlite3_get_autocommit(connection_.get()) != 0) return;
-  if (run(connection_.get(), "ROLLBACK") != SQLITE_OK) {
+  if (sqlite::run(connection_.get(), "ROLLBACK") != SQLITE_OK) {
     log_line("chkpt: a transaction cannot be rolled back: %s", sqlite3_errmsg(connection_.get()));
   }
 }
 
 Status Database::put_application(std::uint32_t number, std::string_view name) {
-  Statement put;
+  sqlite::Statement put;
   const int code = put.prepare(connection_.get(),
                                "INSERT INTO application(number, name, starts) VALUES(?1, ?2, 1)"
                                " ON CONFLICT(number) DO UPDATE SET starts = starts + 1");
@@ -43,7 +43,7 @@ Status Database::put_application(std::uint32_t number, std::string_view name) {
 }
 
 Status Database::put_table(StoredTable* table) {
-  Statement put;
+  sqlite::Statement put;
   const int code = put.prepare(
       connection_.get(),
       "INSERT INTO record_table(application, table_id, key_kind, versioned, record_size, persistent, "

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "platform/core/chkpt/chkpt.h"
-#include "platform/core/chkpt/sqlite.h"
+#include "platform/core/sqlite/sqlite.h"
 
 namespace chkpt {
 
@@ -66,12 +66,12 @@ class Database {
   friend class Opening;
   Status result(int code);
 
-  Connection connection_;
-  Statement begin_;
-  Statement commit_;
-  Statement insert_;
-  Statement update_;
-  Statement delete_;
+  sqlite::Connection connection_;
+  sqlite::Statement begin_;
+  sqlite::Statement commit_;
+  sqlite::Statement insert_;
+  sqlite::Statement update_;
+  sqlite::Statement delete_;
 };
 
 }  // namespace chkpt

@@ -21,12 +21,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <optional>
 #include <set>
 #include <utility>
 
 #include "platform/core/base/log.h"
+#include "platform/core/sqlite/database_file.h"
 
 namespace chkpt {
 
@@ -35,7 +34,6 @@ namespace {
 constexpr std::int64_t kApplicationId = 0x4d564350;  // identifies the file to tools
 constexpr std::int64_t kVersion = 1;
 constexpr mode_t kDirectoryMode = 0755;
-constexpr int kMaxSetAside = 1000;
 
 constexpr char kSettings[] =
     "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF; PRAGMA synchronous=NORMAL";
@@ -60,28 +58,10 @@ int make_directory(const std::string& directory) {
   return faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) != 0 ? errno : 0;
 }
 
-off_t file_size(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? status.st_size : -1;
-}
-
-// Renames the database and its companion files. Returns the new name, or an empty one and errno.
-std::string set_aside(const std::string& path) {
-  std::string aside;
-  for (int n = 1; n <= kMaxSetAside; ++n) {
-    aside = path + ".unusable." + std::to_string(n);
-    if (file_size(aside) < 0 && file_size(aside + "-wal") < 0) break;
-    if (n == kMaxSetAside) {
-      errno = EEXIST;
-      return {};
-    }
-  }
-  // The log last: if the process dies in between, a log alone is detected as damage, but a database without
-  // its log would look complete.
-  for (const char* suffix : {"", "-journal", "-shm", "-wal"}) {
-    if (rename((path + suffix).c_str(), (aside + suffix).c_str()) != 0 && errno != ENOENT) return {};
-  }
-  return aside;
+// Whether the code reports damaged contents of the file, rather than an error of the system.
+bool is_damage(int code) {
+  const int primary = sqlite::primary(code);
+  return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || code == SQLITE_IOERR_SHORT_READ;
 }
 
 }  // namespace
@@ -92,7 +72,7 @@ class Opening {
   explicit Opening(std::string path) : path_(std::move(path)), database_(std::make_unique<Database>()) {}
 
   bool open(Contents* contents) {
-    if (file_size(path_) <= 0 && file_size(path_ + "-wal") > 0)
+    if (sqlite::file_size(path_) <= 0 && sqlite::file_size(path_ + "-wal") > 0)
       return damaged("its write-ahead log exists without it");
     return connect() && identify() && (blank_ ? create() : check() && load(contents) && write_ahead()) &&
            prepare();
@@ -110,50 +90,40 @@ class Opening {
   // True for success; else sets what failed.
   bool passed(int code) {
     if (code == SQLITE_OK || code == SQLITE_ROW || code == SQLITE_DONE) return true;
-    if (is_damage(code) || (code & 0xff) == SQLITE_ERROR) {
+    if (is_damage(code) || sqlite::primary(code) == SQLITE_ERROR) {
       unusable = connection() == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(connection());
     } else {
-      status = status_of(connection(), code);
+      status = sqlite::status_of(connection(), code);
     }
     return false;
   }
   sqlite3* connection() { return database_->connection_.get(); }
 
   bool connect() {
-    sqlite3* made = nullptr;
-    const int code = sqlite3_open_v2(
-        path_.c_str(), &made, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_EXRESCODE, nullptr);
-    database_->connection_.reset(made);
-    if (!passed(code)) return false;
+    if (!passed(sqlite::open(path_, &database_->connection_))) return false;
+    sqlite3* const made = connection();
     // SQLite opens a file without write permission read-only and reports no error.
     if (sqlite3_db_readonly(made, "main") == 1) {
       status = access(path_.c_str(), W_OK) != 0 ? static_cast<Status>(errno) : Status{EROFS};
       return false;
     }
     return passed(sqlite3_db_config(made, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr)) &&
-           passed(run(made, kSettings));
-  }
-
-  std::optional<std::int64_t> integer(const char* sql) {
-    Statement query;
-    if (!passed(query.prepare(connection(), sql)) || !passed(query.step())) return std::nullopt;
-    return query.integer(0);
+           passed(sqlite::run(made, kSettings));
   }
 
   bool identify() {
-    const auto application = integer("PRAGMA application_id");
-    const auto version = application ? integer("PRAGMA user_version") : std::nullopt;
-    const auto objects = version ? integer("SELECT count(*) FROM sqlite_schema") : std::nullopt;
-    if (!objects) return false;
-    blank_ = *application == 0 && *version == 0 && *objects == 0;
+    sqlite::Identity identity;
+    if (!passed(sqlite::read_identity(connection(), &identity))) return false;
+    blank_ = identity.is_blank();
     if (blank_) return true;
-    if (*application != kApplicationId) return damaged("it is not a checkpoint database");
-    if (*version == kVersion) return true;
-    return damaged("it is of version " + std::to_string(*version) + ", not " + std::to_string(kVersion));
+    if (identity.application != kApplicationId) return damaged("it is not a checkpoint database");
+    if (identity.version == kVersion) return true;
+    return damaged("it is of version " + std::to_string(identity.version) + ", not " +
+                   std::to_string(kVersion));
   }
 
   bool write_ahead() {
-    Statement query;
+    sqlite::Statement query;
     if (!passed(query.prepare(connection(), "PRAGMA journal_mode=WAL")) || !passed(query.step()))
       return false;
     if (query.octets(0) == "wal") return true;
@@ -163,23 +133,22 @@ class Opening {
 
   // SQLITE_ERROR of our own statements on a new file cannot be an error of the contents.
   bool create() {
-    if (write_ahead() && passed(run(connection(), kSchema))) return true;
+    if (write_ahead() && passed(sqlite::run(connection(), kSchema))) return true;
     if (status == kStatusOk) status = kStatusIo;
     unusable.clear();
     return false;
   }
 
   bool check() {
-    Statement query;
-    if (!passed(query.prepare(connection(), "PRAGMA quick_check(1)")) || !passed(query.step())) return false;
-    const std::string answer = query.octets(0);
-    return answer == "ok" || damaged(answer.substr(answer.rfind('\n') + 1));  // the last line has the reason
+    std::string damage;
+    if (!passed(sqlite::check_contents(connection(), &damage))) return false;
+    return damage.empty() || damaged(damage);
   }
 
   // Passes every row to `take`, which returns whether the row is valid.
   template <typename Take>
   bool for_each_row(const char* sql, Take take) {
-    Statement query;
+    sqlite::Statement query;
     if (!passed(query.prepare(connection(), sql))) return false;
     int code = query.step();
     for (; code == SQLITE_ROW; code = query.step()) {
@@ -192,14 +161,14 @@ class Opening {
 
   bool load_tables(Contents* contents) {
     return for_each_row("SELECT number, name FROM application",
-                        [contents](Statement& row) {
+                        [contents](sqlite::Statement& row) {
                           contents->applications[static_cast<std::uint32_t>(row.integer(0))] = row.octets(1);
                           return true;
                         }) &&
            for_each_row(
                "SELECT row, application, table_id, key_kind, versioned, record_size, persistent,"
                " reserved FROM record_table",
-               [contents](Statement& row) {
+               [contents](sqlite::Statement& row) {
                  const auto number = [&row](int column) {
                    return static_cast<std::uint32_t>(row.integer(column));
                  };
@@ -214,7 +183,7 @@ class Opening {
 
   bool load_records(Contents* contents) {
     std::set<std::pair<std::int64_t, std::string>> keys;
-    const auto take = [&](Statement& row) {
+    const auto take = [&](sqlite::Statement& row) {
       const auto records = contents->records.find(static_cast<std::uint64_t>(row.integer(1)));
       if (row.integer(0) <= 0 || records == contents->records.end() || !row.is_blob(2) || !row.is_blob(3))
         return false;
@@ -227,11 +196,12 @@ class Opening {
     if (!for_each_row("SELECT object_id, table_row, key, data FROM record ORDER BY object_id", take))
       return false;
     // Deleted records count too: an object id is never reused.
-    return for_each_row("SELECT seq FROM sqlite_sequence WHERE name = 'record'", [contents](Statement& row) {
-      contents->last_object_id =
-          std::max(contents->last_object_id, static_cast<std::uint64_t>(row.integer(0)));
-      return true;
-    });
+    return for_each_row("SELECT seq FROM sqlite_sequence WHERE name = 'record'",
+                        [contents](sqlite::Statement& row) {
+                          contents->last_object_id =
+                              std::max(contents->last_object_id, static_cast<std::uint64_t>(row.integer(0)));
+                          return true;
+                        });
   }
 
   bool prepare() {
@@ -254,7 +224,7 @@ namespace {
 // Sets the unusable file aside and opens a new one in its place.
 Status start_anew(const std::string& path, const std::string& why, std::unique_ptr<Database>* database,
                   Contents* contents) {
-  const std::string aside = set_aside(path);
+  const std::string aside = sqlite::set_aside(path);
   if (aside.empty()) {
     const auto status = static_cast<Status>(errno);
     log_line("chkpt: %s cannot be used (%s) nor set aside: %s", path.c_str(), why.c_str(), err_text(status));

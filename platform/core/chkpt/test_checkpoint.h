@@ -15,8 +15,8 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/chkpt/chkpt.h"
-#include "platform/core/chkpt/sqlite.h"
 #include "platform/core/evm/test_run_directory.h"
+#include "platform/core/sqlite/sqlite.h"
 
 struct Row {
   std::string key;
@@ -144,8 +144,8 @@ class CheckpointTest : public ::testing::Test {
   void Sql(const char* sql) const {
     sqlite3* raw = nullptr;
     ASSERT_EQ(sqlite3_open(File().c_str(), &raw), SQLITE_OK);
-    const chkpt::Connection connection(raw);
-    ASSERT_EQ(chkpt::run(raw, sql), SQLITE_OK) << sqlite3_errmsg(raw);
+    const sqlite::Connection connection(raw);
+    ASSERT_EQ(sqlite::run(raw, sql), SQLITE_OK) << sqlite3_errmsg(raw);
   }
 
   static constexpr std::uint32_t kTable = 100;

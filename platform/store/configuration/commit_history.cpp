@@ -10,13 +10,13 @@ namespace kvtree {
 
 namespace {
 
-KvConfigCommit column_commit(const Statement& statement) {
+KvConfigCommit column_commit(sqlite::Statement& statement) {
   KvConfigCommit commit;
-  commit.id = std::to_string(sqlite3_column_int64(statement.get(), 0));
-  commit.time = static_cast<std::uint64_t>(sqlite3_column_int64(statement.get(), 1));
-  commit.owner = column_text(statement, 2);
-  commit.comment = column_text(statement, 3);
-  commit.changes = static_cast<std::uint32_t>(sqlite3_column_int64(statement.get(), 4));
+  commit.id = std::to_string(statement.integer(0));
+  commit.time = static_cast<std::uint64_t>(statement.integer(1));
+  commit.owner = statement.text(2);
+  commit.comment = statement.text(3);
+  commit.changes = static_cast<std::uint32_t>(statement.integer(4));
   return commit;
 }
 
@@ -27,9 +27,9 @@ Status NodeStore::find_commit(std::string_view id, std::int64_t* number) const {
   const auto [stopped, error] = std::from_chars(id.data(), id.data() + id.size(), *number);
   if (error != std::errc() || stopped != id.data() + id.size() || std::to_string(*number) != id)
     return kStatusNoSuchRow;
-  const Statement statement = prepare(database_.get(), "SELECT 1 FROM log WHERE id = ? AND changes > 0");
-  sqlite3_bind_int64(statement.get(), 1, *number);
-  const int code = sqlite3_step(statement.get());
+  sqlite::Statement statement(database_.get(), "SELECT 1 FROM log WHERE id = ? AND changes > 0");
+  statement.bind(1, *number);
+  const int code = statement.step();
   if (code == SQLITE_ROW) return kStatusOk;
   return code == SQLITE_DONE ? kStatusNoSuchRow : fail("a commit cannot be found");
 }
@@ -40,13 +40,13 @@ Status NodeStore::history(std::uint32_t maximum, std::string_view before,
   if (!before.empty()) {
     if (const Status status = find_commit(before, &end)) return status;
   }
-  const Statement statement = prepare(database_.get(),
-                                      "SELECT id, time, owner, comment, changes FROM log WHERE changes > 0 "
-                                      "AND id < ? ORDER BY id DESC LIMIT ?");
-  sqlite3_bind_int64(statement.get(), 1, end);
-  sqlite3_bind_int64(statement.get(), 2, maximum);
+  sqlite::Statement statement(database_.get(),
+                              "SELECT id, time, owner, comment, changes FROM log WHERE changes > 0 "
+                              "AND id < ? ORDER BY id DESC LIMIT ?");
+  statement.bind(1, end);
+  statement.bind(2, maximum);
   int code = SQLITE_ROW;
-  while ((code = sqlite3_step(statement.get())) == SQLITE_ROW) commits->push_back(column_commit(statement));
+  while ((code = statement.step()) == SQLITE_ROW) commits->push_back(column_commit(statement));
   if (code == SQLITE_DONE) return kStatusOk;
   commits->clear();
   return fail("the history cannot be read");
@@ -66,15 +66,14 @@ Status NodeStore::changes(std::string_view id, std::vector<KvConfigCommitChange>
 }
 
 Status NodeStore::visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const {
-  const Statement statement =
-      prepare(database_.get(), "SELECT content.octets, owner FROM content JOIN log USING (id) WHERE id = ?");
-  sqlite3_bind_int64(statement.get(), 1, id);
-  const int code = sqlite3_step(statement.get());
+  sqlite::Statement statement(database_.get(),
+                              "SELECT content.octets, owner FROM content JOIN log USING (id) WHERE id = ?");
+  statement.bind(1, id);
+  const int code = statement.step();
   if (code != SQLITE_ROW && code != SQLITE_DONE) return fail("a commit cannot be read");
-  const auto* octets = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement.get(), 0));
-  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement.get(), 0));
-  const std::size_t owner = find_owner(column_text(statement, 1));
-  if (code == SQLITE_ROW && owner != kNoOwner && read_commit({octets, size}, owner, visit)) return kStatusOk;
+  const std::size_t owner = find_owner(statement.text(1));
+  if (code == SQLITE_ROW && owner != kNoOwner && read_commit(statement.blob(0), owner, visit))
+    return kStatusOk;
   log_line("configuration: the contents of commit %lld cannot be read", static_cast<long long>(id));
   return kStatusIo;
 }

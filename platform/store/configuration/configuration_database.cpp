@@ -10,14 +10,12 @@
 // include it (folded). content: the changes of a commit, encoded by commit_codec.h.
 #include "platform/store/configuration/configuration_database.h"
 
-#include <unistd.h>
-
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/core/sqlite/database_file.h"
 #include "platform/store/configuration/config_tree.h"
 
 namespace kvtree {
@@ -53,90 +51,50 @@ constexpr char kProbe[] =
 constexpr char kFirstProbe[] = "SELECT path, value FROM node";
 constexpr char kSecondProbe[] = "SELECT path, owner, value FROM node";
 
-// Reads the only number of a statement's result; returns the SQLite code.
-int ask_number(sqlite3* database, const char* sql, int* number) {
-  const Statement statement = prepare(database, sql);
-  if (statement == nullptr) return sqlite3_errcode(database);
-  const int code = sqlite3_step(statement.get());
-  if (code != SQLITE_ROW) return code == SQLITE_DONE ? SQLITE_CORRUPT : code;
-  *number = sqlite3_column_int(statement.get(), 0);
-  return SQLITE_OK;
-}
-
-int check_whole(sqlite3* database) {
-  const Statement statement = prepare(database, "PRAGMA quick_check(1)");
-  if (statement == nullptr) return sqlite3_errcode(database);
-  const int code = sqlite3_step(statement.get());
-  if (code != SQLITE_ROW) return code == SQLITE_DONE ? SQLITE_CORRUPT : code;
-  return column_text(statement, 0) == "ok" ? SQLITE_OK : SQLITE_CORRUPT;
-}
-
-int execute(sqlite3* database, const char* sql) {
-  return sqlite3_exec(database, sql, nullptr, nullptr, nullptr);
-}
-
 int migrate_first(sqlite3* database) {
-  if (const int code = execute(database, kMigrateFirst)) return code;
-  const Statement copy = prepare(database, kCopyFirst);
-  bind_text(copy, 1, client_owner());
-  if (const int code = sqlite3_step(copy.get()); code != SQLITE_DONE) return code;
-  if (const int code = execute(database, kFinishFirst)) return code;
+  if (const int code = sqlite::run(database, kMigrateFirst)) return code;
+  sqlite::Statement copy(database, kCopyFirst);
+  copy.bind_text(1, client_owner());
+  if (const int code = copy.finish()) return code;
+  if (const int code = sqlite::run(database, kFinishFirst)) return code;
   log_line("configuration: the values of version 1 now belong to \"%s\"",
            std::string(client_owner()).c_str());
   return SQLITE_OK;
 }
 
 // A failure leaves an open transaction, which closing the database rolls back.
-int migrate(sqlite3* database, int version) {
+int migrate(sqlite3* database, std::int64_t version) {
   const bool is_first = version == 1;
-  if (prepare(database, is_first ? kFirstProbe : kSecondProbe) == nullptr) return SQLITE_MISMATCH;
+  if (!sqlite::Statement(database, is_first ? kFirstProbe : kSecondProbe)) return SQLITE_MISMATCH;
   if (fault_check("configuration_migrate") != kStatusOk) return SQLITE_IOERR;
-  return is_first ? migrate_first(database) : execute(database, kMigrateSecond);
+  return is_first ? migrate_first(database) : sqlite::run(database, kMigrateSecond);
 }
 
 // SQLITE_OK for a complete database of ours of this version; an empty file is initialized and a former
 // version migrated. SQLITE_NOTADB, SQLITE_CORRUPT and SQLITE_MISMATCH are for files with unusable contents.
 int check_or_make(sqlite3* database) {
-  int id = 0;
-  int version = 0;
-  int objects = 0;
-  if (const int code = ask_number(database, "PRAGMA application_id", &id)) return code;
-  if (const int code = ask_number(database, "PRAGMA user_version", &version)) return code;
-  if (const int code = ask_number(database, "SELECT count(*) FROM sqlite_schema", &objects)) return code;
-  if (id == 0 && version == 0 && objects == 0) return execute(database, kMake);
-  if (id != kApplicationId || version < 1 || version > kVersion) return SQLITE_MISMATCH;
-  if (const int code = check_whole(database)) return code;
+  sqlite::Identity identity;
+  if (const int code = sqlite::read_identity(database, &identity)) return code;
+  if (identity.is_blank()) return sqlite::run(database, kMake);
+  const std::int64_t version = identity.version;
+  if (identity.application != kApplicationId || version < 1 || version > kVersion) return SQLITE_MISMATCH;
+  std::string damage;
+  if (const int code = sqlite::check_contents(database, &damage)) return code;
+  if (!damage.empty()) return SQLITE_CORRUPT;
   if (version < kVersion) {
     if (const int code = migrate(database, version)) return code;
   }
-  return prepare(database, kProbe) == nullptr ? SQLITE_MISMATCH : SQLITE_OK;
+  return sqlite::Statement(database, kProbe) ? SQLITE_OK : SQLITE_MISMATCH;
 }
 
 bool is_unusable(int code) {
-  const int primary = code & 0xff;
+  const int primary = sqlite::primary(code);
   return primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT || primary == SQLITE_MISMATCH;
 }
 
-// Returns errno or 0.
-int set_aside(const std::string& file) {
-  std::string aside;
-  for (int n = 1; aside.empty() || access(aside.c_str(), F_OK) == 0; ++n)
-    aside = file + ".unusable." + std::to_string(n);
-  if (std::rename(file.c_str(), aside.c_str()) != 0) return errno;
-  // A journal belongs to the file that it was written for; applied to a new one it would destroy that.
-  if (std::rename((file + "-journal").c_str(), (aside + "-journal").c_str()) != 0 && errno != ENOENT)
-    return errno;
-  log_line("configuration: %s cannot be used and is stored as %s; starting with an empty one", file.c_str(),
-           aside.c_str());
-  return 0;
-}
-
-int open_once(const std::string& file, Database* database) {
-  sqlite3* opened = nullptr;
-  const int code =
-      sqlite3_open_v2(file.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-  database->reset(opened);
-  return code != SQLITE_OK ? code : check_or_make(opened);
+int open_once(const std::string& file, sqlite::Connection* database) {
+  if (const int code = sqlite::open(file, database)) return code;
+  return check_or_make(database->get());
 }
 
 Status fail(const std::string& what, const char* why) {
@@ -146,20 +104,23 @@ Status fail(const std::string& what, const char* why) {
 
 }  // namespace
 
-Status open_configuration(const std::string& directory, Database* database) {
+Status open_configuration(const std::string& directory, sqlite::Connection* database) {
   if (const Status status = fault_check("configuration_open")) return status;
   const std::string file = directory + "/configuration.db";
   int code = open_once(file, database);
   if (is_unusable(code)) {
     database->reset();
-    if (const int error = set_aside(file)) return fail(file + " cannot be set aside", std::strerror(error));
+    const std::string aside = sqlite::set_aside(file);
+    if (aside.empty()) return fail(file + " cannot be set aside", std::strerror(errno));
+    log_line("configuration: %s cannot be used and is stored as %s; starting with an empty one", file.c_str(),
+             aside.c_str());
     code = open_once(file, database);
   }
   if (code != SQLITE_OK) return fail(file + " cannot be opened", sqlite3_errstr(code));
   return kStatusOk;
 }
 
-Status open_configuration_in_memory(Database* database) {
+Status open_configuration_in_memory(sqlite::Connection* database) {
   if (const Status status = fault_check("configuration_open")) return status;
   const int code = open_once(":memory:", database);
   return code == SQLITE_OK ? kStatusOk : fail("no database in memory", sqlite3_errstr(code));

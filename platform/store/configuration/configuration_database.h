@@ -5,7 +5,7 @@
 #include <string>
 
 #include "platform/core/base/status.h"
-#include "platform/store/configuration/sqlite_statement.h"
+#include "platform/core/sqlite/sqlite.h"
 
 namespace kvtree {
 
@@ -13,8 +13,8 @@ namespace kvtree {
 // renamed to configuration.db.unusable.N next to the new, empty one, and logged. kStatusIo (logged) if the
 // directory or the file cannot be used for another reason. Fault points "configuration_open",
 // "configuration_migrate".
-[[nodiscard]] Status open_configuration(const std::string& directory, Database* database);
+[[nodiscard]] Status open_configuration(const std::string& directory, sqlite::Connection* database);
 // A database in memory, which exists while it is open. Fault point "configuration_open".
-[[nodiscard]] Status open_configuration_in_memory(Database* database);
+[[nodiscard]] Status open_configuration_in_memory(sqlite::Connection* database);
 
 }  // namespace kvtree

@@ -21,54 +21,52 @@ constexpr std::size_t kFoldedAtOnce = 256;  // changes of a commit whose rows ar
 constexpr int kPlaceBits = 20;
 static_assert(kMaxConfigChanges <= std::size_t{1} << kPlaceBits);
 
-void bind_tuple(const Statement& statement, int place, const std::vector<std::int64_t>& tuple,
+void bind_tuple(sqlite::Statement& statement, int place, const std::vector<std::int64_t>& tuple,
                 wire::Octets* octets) {
   for (const std::int64_t number : tuple) wire::Writer(octets).u64(static_cast<std::uint64_t>(number));
-  bind_blob(statement, place, octets->data(), octets->size());
+  statement.bind_octets(place, *octets);
 }
 
 // The octets must live until the statement has run.
-void bind_value(const Statement& statement, int place, const KvValue& value, wire::Octets* octets) {
+void bind_value(sqlite::Statement& statement, int place, const KvValue& value, wire::Octets* octets) {
   switch (value.type) {
     case KvValueType::kText:
-      return bind_text(statement, place, value.text);
+      return statement.bind_text(place, value.text);
     case KvValueType::kNumber:
-      sqlite3_bind_int64(statement.get(), place, value.number);
+      statement.bind(place, value.number);
       return;
     case KvValueType::kTuple:
       return bind_tuple(statement, place, value.tuple, octets);
     case KvValueType::kNone:
     case KvValueType::kRecord:  // no plan has one
-      sqlite3_bind_null(statement.get(), place);
+      statement.bind_null(place);
       return;
   }
 }
 
-KvValue column_tuple(const Statement& statement, int column) {
-  const auto* octets = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement.get(), column));
-  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement.get(), column));
+KvValue column_tuple(sqlite::Statement& statement, int column) {
   KvValue value;
   value.type = KvValueType::kTuple;
-  wire::Reader reader({octets, size});
+  wire::Reader reader(statement.blob(column));
   while (reader.left() >= sizeof(std::int64_t))
     value.tuple.push_back(static_cast<std::int64_t>(reader.u64()));
   return value;
 }
 
-KvValue column_value(const Statement& statement, int column) {
+KvValue column_value(sqlite::Statement& statement, int column) {
   KvValue value;
-  switch (sqlite3_column_type(statement.get(), column)) {
+  switch (statement.type(column)) {
     case SQLITE_NULL:
       break;
     case SQLITE_INTEGER:
       value.type = KvValueType::kNumber;
-      value.number = sqlite3_column_int64(statement.get(), column);
+      value.number = statement.integer(column);
       break;
     case SQLITE_BLOB:
       return column_tuple(statement, column);
     default:
       value.type = KvValueType::kText;
-      value.text = column_text(statement, column);
+      value.text = statement.text(column);
   }
   return value;
 }
@@ -78,18 +76,18 @@ KvValue column_value(const Statement& statement, int column) {
 // --- Opening
 
 Status NodeStore::open(const std::string& directory, std::shared_ptr<NodeStore>* store) {
-  Database database;
+  sqlite::Connection database;
   if (const Status status = open_configuration(directory, &database)) return status;
   return start(std::move(database), store);
 }
 
 Status NodeStore::open_in_memory(std::shared_ptr<NodeStore>* store) {
-  Database database;
+  sqlite::Connection database;
   if (const Status status = open_configuration_in_memory(&database)) return status;
   return start(std::move(database), store);
 }
 
-Status NodeStore::start(Database database, std::shared_ptr<NodeStore>* store) {
+Status NodeStore::start(sqlite::Connection database, std::shared_ptr<NodeStore>* store) {
   const std::shared_ptr<NodeStore> made(new NodeStore(std::move(database)));
   if (const Status status = made->read_size()) return status;
   if (const Status status = made->read_unfolded()) return status;
@@ -101,22 +99,20 @@ Status NodeStore::start(Database database, std::shared_ptr<NodeStore>* store) {
 }
 
 Status NodeStore::read_size() {
-  const Statement statement =
-      prepare(database_.get(), "SELECT count(*), coalesce(sum(octets), 0) FROM log WHERE changes > 0");
-  if (sqlite3_step(statement.get()) != SQLITE_ROW) return fail("the history cannot be read");
-  size_ = {static_cast<std::size_t>(sqlite3_column_int64(statement.get(), 0)),
-           static_cast<std::size_t>(sqlite3_column_int64(statement.get(), 1))};
+  sqlite::Statement statement(database_.get(),
+                              "SELECT count(*), coalesce(sum(octets), 0) FROM log WHERE changes > 0");
+  if (statement.step() != SQLITE_ROW) return fail("the history cannot be read");
+  size_ = {static_cast<std::size_t>(statement.integer(0)), static_cast<std::size_t>(statement.integer(1))};
   return kStatusOk;
 }
 
 Status NodeStore::read_unfolded() {
-  const Statement statement =
-      prepare(database_.get(), "SELECT id, owner FROM log WHERE folded = 0 ORDER BY id");
+  sqlite::Statement statement(database_.get(), "SELECT id, owner FROM log WHERE folded = 0 ORDER BY id");
   int code = SQLITE_ROW;
-  while ((code = sqlite3_step(statement.get())) == SQLITE_ROW) {
-    const std::int64_t id = sqlite3_column_int64(statement.get(), 0);
+  while ((code = statement.step()) == SQLITE_ROW) {
+    const std::int64_t id = statement.integer(0);
     SharedPlan plan;
-    if (const Status status = read_plan(id, column_text(statement, 1), &plan)) return status;
+    if (const Status status = read_plan(id, statement.text(1), &plan)) return status;
     unfolded_.push_back({id, std::move(plan)});
   }
   return code == SQLITE_DONE ? kStatusOk : fail("the commits cannot be read");
@@ -135,12 +131,12 @@ Status NodeStore::read_plan(std::int64_t id, std::string_view owner, SharedPlan*
 
 Status NodeStore::for_each(const Visitor& visit) const {
   if (const Status status = fault_check("configuration_read")) return status;
-  const Statement statement =
-      prepare(database_.get(), "SELECT owner, path, value, told FROM node ORDER BY path, owner");
+  sqlite::Statement statement(database_.get(),
+                              "SELECT owner, path, value, told FROM node ORDER BY path, owner");
   int code = SQLITE_ROW;
-  while ((code = sqlite3_step(statement.get())) == SQLITE_ROW)
-    visit(column_text(statement, 0), column_text(statement, 1), column_value(statement, 2),
-          static_cast<std::uint64_t>(sqlite3_column_int64(statement.get(), 3)));
+  while ((code = statement.step()) == SQLITE_ROW)
+    visit(statement.text(0), statement.text(1), column_value(statement, 2),
+          static_cast<std::uint64_t>(statement.integer(3)));
   return code == SQLITE_DONE ? kStatusOk : fail("the nodes cannot be read");
 }
 
@@ -183,20 +179,20 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
                           Size* size) {
   wire::Octets octets;
   write_commit(plan, &octets);
-  const Statement log =
-      prepare(database_.get(),
-              "INSERT INTO log(time, owner, comment, changes, octets, folded) VALUES (?, ?, ?, ?, ?, ?)");
-  sqlite3_bind_int64(log.get(), 1, static_cast<std::int64_t>(head.time));
-  bind_text(log, 2, owner_name(plan.owner));
-  bind_text(log, 3, head.comment);
-  sqlite3_bind_int64(log.get(), 4, static_cast<std::int64_t>(plan.effective_changes));
-  sqlite3_bind_int64(log.get(), 5, static_cast<std::int64_t>(octets.size()));
-  sqlite3_bind_int(log.get(), 6, folded ? 1 : 0);
+  sqlite::Statement log(
+      database_.get(),
+      "INSERT INTO log(time, owner, comment, changes, octets, folded) VALUES (?, ?, ?, ?, ?, ?)");
+  log.bind(1, static_cast<std::int64_t>(head.time));
+  log.bind_text(2, owner_name(plan.owner));
+  log.bind_text(3, head.comment);
+  log.bind(4, static_cast<std::int64_t>(plan.effective_changes));
+  log.bind(5, static_cast<std::int64_t>(octets.size()));
+  log.bind(6, folded ? 1 : 0);
   if (!run(log)) return false;
   *id = sqlite3_last_insert_rowid(database_.get());
-  const Statement content = prepare(database_.get(), "INSERT INTO content(id, octets) VALUES (?, ?)");
-  sqlite3_bind_int64(content.get(), 1, *id);
-  bind_blob(content, 2, octets.data(), octets.size());
+  sqlite::Statement content(database_.get(), "INSERT INTO content(id, octets) VALUES (?, ?)");
+  content.bind(1, *id);
+  content.bind_octets(2, octets);
   if (plan.effective_changes > 0) {
     ++size->commits;
     size->octets += octets.size();
@@ -205,19 +201,19 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
 }
 
 struct NodeStore::RowStatements {
-  Statement put;
-  Statement erase;
-  Statement notify;
+  sqlite::Statement put;
+  sqlite::Statement erase;
+  sqlite::Statement notify;
 };
 
 bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t first, std::size_t end) {
-  const RowStatements statements{
-      prepare(database_.get(),
-              "INSERT INTO node(path, owner, value, told) "
-              "VALUES (?1, ?2, ?3, coalesce((SELECT max(told) FROM node WHERE path = ?1), 0)) "
-              "ON CONFLICT DO UPDATE SET value = excluded.value"),
-      prepare(database_.get(), "DELETE FROM node WHERE path = ? AND owner = ?"),
-      prepare(database_.get(), "UPDATE node SET told = ? WHERE path = ?")};
+  RowStatements statements{
+      sqlite::Statement(database_.get(),
+                        "INSERT INTO node(path, owner, value, told) "
+                        "VALUES (?1, ?2, ?3, coalesce((SELECT max(told) FROM node WHERE path = ?1), 0)) "
+                        "ON CONFLICT DO UPDATE SET value = excluded.value"),
+      sqlite::Statement(database_.get(), "DELETE FROM node WHERE path = ? AND owner = ?"),
+      sqlite::Statement(database_.get(), "UPDATE node SET told = ? WHERE path = ?")};
   for (std::size_t i = first; i < end; ++i) {
     const std::int64_t notified = (id << kPlaceBits) + static_cast<std::int64_t>(i);
     if (!write_row(statements, owner_name(plan.owner), plan.changes[i], notified)) return false;
@@ -226,40 +222,40 @@ bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t 
 }
 
 // Every owner's row has the number of the last notification: any owner may withdraw its value unnoticed.
-bool NodeStore::write_row(const RowStatements& statements, std::string_view owner,
-                          const PlannedChange& change, std::int64_t notified) {
-  const Statement& statement = change.value == nullptr ? statements.erase : statements.put;
+bool NodeStore::write_row(RowStatements& statements, std::string_view owner, const PlannedChange& change,
+                          std::int64_t notified) {
+  sqlite::Statement& statement = change.value == nullptr ? statements.erase : statements.put;
   wire::Octets octets;
-  sqlite3_reset(statement.get());
-  bind_text(statement, 1, change.path);
-  bind_text(statement, 2, owner);
+  statement.reset();
+  statement.bind_text(1, change.path);
+  statement.bind_text(2, owner);
   if (change.value != nullptr) bind_value(statement, 3, *change.value, &octets);
   if (!run(statement)) return false;
   if (!change.is_effective || change.after == nullptr) return true;
-  sqlite3_reset(statements.notify.get());
-  sqlite3_bind_int64(statements.notify.get(), 1, notified);
-  bind_text(statements.notify, 2, change.path);
+  statements.notify.reset();
+  statements.notify.bind(1, notified);
+  statements.notify.bind_text(2, change.path);
   return run(statements.notify);
 }
 
 // Removes the oldest commits beyond the limits; a commit that is not folded is still needed.
 bool NodeStore::forget_oldest(Size* size) {
   while (size->commits > kMaxCommits || (size->octets > kMaxHistoryOctets && size->commits > 1)) {
-    const Statement oldest =
-        prepare(database_.get(), "SELECT id, octets, folded FROM log WHERE changes > 0 ORDER BY id LIMIT 1");
-    if (sqlite3_step(oldest.get()) != SQLITE_ROW) return false;
-    if (sqlite3_column_int(oldest.get(), 2) == 0) return true;
-    if (!forget(sqlite3_column_int64(oldest.get(), 0))) return false;
+    sqlite::Statement oldest(database_.get(),
+                             "SELECT id, octets, folded FROM log WHERE changes > 0 ORDER BY id LIMIT 1");
+    if (oldest.step() != SQLITE_ROW) return false;
+    if (oldest.integer(2) == 0) return true;
+    if (!forget(oldest.integer(0))) return false;
     --size->commits;
-    size->octets -= static_cast<std::size_t>(sqlite3_column_int64(oldest.get(), 1));
+    size->octets -= static_cast<std::size_t>(oldest.integer(1));
   }
   return true;
 }
 
 bool NodeStore::forget(std::int64_t id) {
   for (const char* sql : {"DELETE FROM content WHERE id = ?", "DELETE FROM log WHERE id = ?"}) {
-    const Statement statement = prepare(database_.get(), sql);
-    sqlite3_bind_int64(statement.get(), 1, id);
+    sqlite::Statement statement(database_.get(), sql);
+    statement.bind(1, id);
     if (!run(statement)) return false;
   }
   return true;
@@ -295,22 +291,22 @@ bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
 // The record of a commit without effective changes was needed for its rows only.
 bool NodeStore::finish_fold(const Unfolded& unfolded) {
   if (unfolded.plan->effective_changes == 0) return forget(unfolded.id);
-  const Statement statement = prepare(database_.get(), "UPDATE log SET folded = 1 WHERE id = ?");
-  sqlite3_bind_int64(statement.get(), 1, unfolded.id);
+  sqlite::Statement statement(database_.get(), "UPDATE log SET folded = 1 WHERE id = ?");
+  statement.bind(1, unfolded.id);
   return run(statement);
 }
 
 // --- Helpers
 
 // Copies the reason at once: the end of another statement would overwrite it.
-bool NodeStore::run(const Statement& statement) {
-  if (sqlite3_step(statement.get()) == SQLITE_DONE) return true;
+bool NodeStore::run(sqlite::Statement& statement) {
+  if (statement.step() == SQLITE_DONE) return true;
   write_error_ = sqlite3_errmsg(database_.get());
   return false;
 }
 
 bool NodeStore::execute(const char* sql) {
-  if (sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  if (sqlite::run(database_.get(), sql) == SQLITE_OK) return true;
   write_error_ = sqlite3_errmsg(database_.get());
   return false;
 }

@@ -15,8 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/core/sqlite/sqlite.h"
 #include "platform/store/configuration/config_tree.h"
-#include "platform/store/configuration/sqlite_statement.h"
 
 namespace kvtree {
 
@@ -70,8 +70,8 @@ class NodeStore {
     std::size_t octets = 0;  // of the commits' contents
   };
 
-  explicit NodeStore(Database database) : database_(std::move(database)) {}
-  static Status start(Database database, std::shared_ptr<NodeStore>* store);
+  explicit NodeStore(sqlite::Connection database) : database_(std::move(database)) {}
+  static Status start(sqlite::Connection database, std::shared_ptr<NodeStore>* store);
   Status read_size();
   Status read_unfolded();
   Status read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const;
@@ -80,19 +80,19 @@ class NodeStore {
   bool write_log(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Size* size);
   bool write_rows(std::int64_t id, const CommitPlan& plan, std::size_t first, std::size_t end);
   struct RowStatements;
-  bool write_row(const RowStatements& statements, std::string_view owner, const PlannedChange& change,
+  bool write_row(RowStatements& statements, std::string_view owner, const PlannedChange& change,
                  std::int64_t notified);
   bool fold_batch(const Unfolded& unfolded, std::size_t end);
   bool finish_fold(const Unfolded& unfolded);
   bool forget_oldest(Size* size);
   bool forget(std::int64_t id);
-  bool run(const Statement& statement);  // for a statement without result rows
+  bool run(sqlite::Statement& statement);  // for a statement without result rows
   bool execute(const char* sql);
   void roll_back();
   Status fail(const char* what) const;
   Status find_commit(std::string_view id, std::int64_t* number) const;
 
-  Database database_;
+  sqlite::Connection database_;
   std::deque<Unfolded> unfolded_;
   Size size_;
   std::string write_error_;

@@ -1,0 +1,71 @@
+#include "platform/core/sqlite/database_file.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace sqlite {
+
+namespace {
+
+constexpr int kMaxSetAside = 1000;
+
+bool is_taken(const std::string& name) {
+  return file_size(name) >= 0 || file_size(name + "-wal") >= 0;
+}
+
+std::string free_name(const std::string& path) {
+  for (int n = 1; n <= kMaxSetAside; ++n) {
+    std::string name = path + ".unusable." + std::to_string(n);
+    if (!is_taken(name)) return name;
+  }
+  errno = EEXIST;
+  return {};
+}
+
+}  // namespace
+
+int read_integer(sqlite3* connection, const char* sql, std::int64_t* value) {
+  Statement query;
+  if (const int code = query.prepare(connection, sql)) return code;
+  const int code = query.step();
+  if (code != SQLITE_ROW) return code == SQLITE_DONE ? SQLITE_CORRUPT : code;
+  *value = query.integer(0);
+  return SQLITE_OK;
+}
+
+int read_identity(sqlite3* connection, Identity* identity) {
+  if (const int code = read_integer(connection, "PRAGMA application_id", &identity->application)) return code;
+  if (const int code = read_integer(connection, "PRAGMA user_version", &identity->version)) return code;
+  return read_integer(connection, "SELECT count(*) FROM sqlite_schema", &identity->objects);
+}
+
+int check_contents(sqlite3* connection, std::string* damage) {
+  Statement query;
+  if (const int code = query.prepare(connection, "PRAGMA quick_check(1)")) return code;
+  const int code = query.step();
+  if (code != SQLITE_ROW) return code == SQLITE_DONE ? SQLITE_CORRUPT : code;
+  const std::string answer = query.octets(0);
+  *damage = answer == "ok" ? "" : answer.substr(answer.rfind('\n') + 1);  // the last line has the reason
+  return SQLITE_OK;
+}
+
+std::int64_t file_size(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_size : -1;
+}
+
+// A journal or log belongs to its database; applied to a new one it would destroy that. The log is renamed
+// last: if the process dies in between, a log alone is detected as damage, but a database without its log
+// would look complete.
+std::string set_aside(const std::string& path) {
+  const std::string name = free_name(path);
+  if (name.empty()) return {};
+  for (const char* suffix : {"", "-journal", "-shm", "-wal"}) {
+    if (std::rename((path + suffix).c_str(), (name + suffix).c_str()) != 0 && errno != ENOENT) return {};
+  }
+  return name;
+}
+
+}  // namespace sqlite

@@ -1,0 +1,32 @@
+// What every database file of this system has: an identity, a check of its contents, and a place for a file
+// that cannot be used.
+#pragma once
+
+#include <string>
+
+#include "platform/core/sqlite/sqlite.h"
+
+namespace sqlite {
+
+// The first column of the statement's only row. SQLITE_OK or a code; SQLITE_CORRUPT without a row.
+int read_integer(sqlite3* connection, const char* sql, std::int64_t* value);
+
+struct Identity {
+  std::int64_t application = 0;
+  std::int64_t version = 0;
+  std::int64_t objects = 0;  // tables, indexes, ...
+  bool is_blank() const { return application == 0 && version == 0 && objects == 0; }
+};
+int read_identity(sqlite3* connection, Identity* identity);
+
+// Checks every page. *damage is empty for a sound database, otherwise the reason.
+int check_contents(sqlite3* connection, std::string* damage);
+
+// The size of the file, or -1.
+std::int64_t file_size(const std::string& path);
+
+// Renames a database that cannot be used, with its journal and log, to PATH.unusable.N. Returns the new name,
+// or an empty one and errno. The database must be closed.
+std::string set_aside(const std::string& path);
+
+}  // namespace sqlite

@@ -1,0 +1,104 @@
+// Binding fails only for parameters that a statement does not have, a programming error, so the result is not
+// checked; stepping reports run-time errors.
+#include "platform/core/sqlite/sqlite.h"
+
+#include <cerrno>
+
+namespace sqlite {
+
+namespace {
+
+struct CodeStatus {
+  int code;  // primary
+  Status status;
+};
+
+constexpr CodeStatus kStatuses[] = {
+    {SQLITE_OK, kStatusOk},
+    {SQLITE_ROW, kStatusOk},
+    {SQLITE_DONE, kStatusOk},
+    {SQLITE_FULL, ENOSPC},
+    {SQLITE_READONLY, EROFS},
+    {SQLITE_PERM, kStatusAccess},
+    {SQLITE_BUSY, EBUSY},
+    {SQLITE_LOCKED, EBUSY},
+    {SQLITE_NOMEM, kStatusNoMemory},
+    {SQLITE_TOOBIG, kStatusInvalid},
+    {SQLITE_CONSTRAINT, kStatusExists},
+};
+
+// SQLite treats a null pointer as NULL, and an empty view may have one.
+template <typename Octet>
+const Octet* not_null(const Octet* octets) {
+  static constexpr Octet kNone{};
+  return octets == nullptr ? &kNone : octets;
+}
+
+}  // namespace
+
+int open(const std::string& path, Connection* connection) {
+  sqlite3* opened = nullptr;
+  const int code = sqlite3_open_v2(
+      path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_EXRESCODE, nullptr);
+  connection->reset(opened);
+  return code;
+}
+
+int run(sqlite3* connection, const char* sql) {
+  return sqlite3_exec(connection, sql, nullptr, nullptr, nullptr);
+}
+
+Status status_of(sqlite3* connection, int code) {
+  if (primary(code) == SQLITE_IOERR || primary(code) == SQLITE_CANTOPEN) {
+    const int error = connection == nullptr ? 0 : sqlite3_system_errno(connection);
+    return error > 0 ? static_cast<Status>(error) : kStatusIo;
+  }
+  for (const CodeStatus& entry : kStatuses) {
+    if (entry.code == primary(code)) return entry.status;
+  }
+  return kStatusIo;
+}
+
+int Statement::prepare(sqlite3* connection, const char* sql) {
+  sqlite3_stmt* made = nullptr;
+  const int code = sqlite3_prepare_v3(connection, sql, -1, SQLITE_PREPARE_PERSISTENT, &made, nullptr);
+  statement_.reset(made);
+  return code;
+}
+
+int Statement::finish() {
+  const int code = step();
+  reset();
+  return code == SQLITE_DONE || code == SQLITE_ROW ? SQLITE_OK : code;
+}
+
+void Statement::bind_octets(int place, std::span<const std::uint8_t> octets) {
+  sqlite3_bind_blob64(statement_.get(), place, not_null(octets.data()), octets.size(), SQLITE_STATIC);
+}
+
+void Statement::bind_octets(int place, std::string_view octets) {
+  sqlite3_bind_blob64(statement_.get(), place, not_null(octets.data()), octets.size(), SQLITE_STATIC);
+}
+
+void Statement::bind_text(int place, std::string_view text) {
+  sqlite3_bind_text64(statement_.get(), place, not_null(text.data()), text.size(), SQLITE_STATIC,
+                      SQLITE_UTF8);
+}
+
+std::string_view Statement::text(int column) {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));
+  return {not_null(text), size};
+}
+
+std::span<const std::uint8_t> Statement::blob(int column) {
+  const auto* octets = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement_.get(), column));
+  return {octets, static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column))};
+}
+
+std::string Statement::octets(int column) {
+  const std::span<const std::uint8_t> octets = blob(column);
+  return {octets.begin(), octets.end()};
+}
+
+}  // namespace sqlite

@@ -1,0 +1,153 @@
+// Statements, statuses of result codes, and files that are set aside.
+#include "platform/core/sqlite/sqlite.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+
+#include "platform/core/files/temporary_directory.h"
+#include "platform/core/sqlite/database_file.h"
+
+namespace sqlite {
+namespace {
+
+class SqliteTest : public ::testing::Test {
+ protected:
+  void Open(const std::string& file = ":memory:") { ASSERT_EQ(open(file, &connection), SQLITE_OK); }
+  void Write(const std::string& suffix, const std::string& text) const {
+    std::ofstream(path + suffix) << text;
+  }
+  TemporaryDirectory directory;
+  std::string path = directory.path() + "/a.db";
+  Connection connection;
+};
+
+TEST_F(SqliteTest, ValuesAreReadBack) {
+  Open();
+  ASSERT_EQ(run(connection.get(), "CREATE TABLE t(a, b, c, d)"), SQLITE_OK);
+  Statement put(connection.get(), "INSERT INTO t VALUES (?, ?, ?, ?)");
+  put.bind(1, INT64_MIN);
+  put.bind_text(2, {});
+  put.bind_octets(3, std::string_view("\0x", 2));
+  put.bind_null(4);
+  ASSERT_EQ(put.finish(), SQLITE_OK);
+  Statement get(connection.get(), "SELECT a, b, c, d FROM t");
+  ASSERT_EQ(get.step(), SQLITE_ROW);
+  EXPECT_EQ(get.integer(0), INT64_MIN);
+  EXPECT_EQ(get.type(1), SQLITE_TEXT);
+  EXPECT_EQ(get.text(1), "");
+  EXPECT_TRUE(get.is_blob(2));
+  EXPECT_EQ(get.octets(2), std::string("\0x", 2));
+  EXPECT_EQ(get.blob(2).size(), 2U);
+  EXPECT_EQ(get.type(3), SQLITE_NULL);
+  EXPECT_EQ(get.step(), SQLITE_DONE);
+}
+
+TEST_F(SqliteTest, EmptyOctetsAreABlob) {
+  Open();
+  Statement type(connection.get(), "SELECT typeof(?), typeof(?)");
+  type.bind_octets(1, std::string_view());
+  type.bind_octets(2, std::span<const std::uint8_t>());
+  ASSERT_EQ(type.step(), SQLITE_ROW);
+  EXPECT_EQ(type.text(0), "blob");
+  EXPECT_EQ(type.text(1), "blob");
+}
+
+TEST_F(SqliteTest, StatementThatCannotBePreparedFails) {
+  Open();
+  Statement statement;
+  EXPECT_EQ(primary(statement.prepare(connection.get(), "SELECT x FROM missing")), SQLITE_ERROR);
+  EXPECT_FALSE(statement);
+  statement.bind(1, 5);
+  EXPECT_EQ(statement.step(), SQLITE_MISUSE);
+}
+
+TEST_F(SqliteTest, CodesBecomeTheSystemsErrors) {
+  EXPECT_EQ(status_of(nullptr, SQLITE_OK), kStatusOk);
+  EXPECT_EQ(status_of(nullptr, SQLITE_FULL), static_cast<Status>(ENOSPC));
+  EXPECT_EQ(status_of(nullptr, SQLITE_BUSY_SNAPSHOT), static_cast<Status>(EBUSY));
+  EXPECT_EQ(status_of(nullptr, SQLITE_CORRUPT), kStatusIo);
+  const int code = open(directory.path() + "/missing/a.db", &connection);
+  EXPECT_EQ(primary(code), SQLITE_CANTOPEN);
+  EXPECT_EQ(status_of(connection.get(), code), static_cast<Status>(ENOENT));
+}
+
+TEST_F(SqliteTest, SecondWriterIsBusy) {
+  Open(path);
+  Connection other;
+  ASSERT_EQ(open(path, &other), SQLITE_OK);
+  ASSERT_EQ(run(connection.get(), "CREATE TABLE t(a); BEGIN IMMEDIATE"), SQLITE_OK);
+  const int code = run(other.get(), "BEGIN IMMEDIATE");
+  EXPECT_EQ(status_of(other.get(), code), static_cast<Status>(EBUSY));
+}
+
+TEST_F(SqliteTest, IdentityOfANewFileIsBlank) {
+  Open(path);
+  Identity identity;
+  ASSERT_EQ(read_identity(connection.get(), &identity), SQLITE_OK);
+  EXPECT_TRUE(identity.is_blank());
+  ASSERT_EQ(run(connection.get(), "PRAGMA application_id = 7; PRAGMA user_version = 8; CREATE TABLE t(a)"),
+            SQLITE_OK);
+  ASSERT_EQ(read_identity(connection.get(), &identity), SQLITE_OK);
+  EXPECT_EQ(identity.application, 7);
+  EXPECT_EQ(identity.version, 8);
+  EXPECT_EQ(identity.objects, 1);
+}
+
+TEST_F(SqliteTest, ForeignFileHasNoIdentity) {
+  Write("", std::string(5000, 'x'));
+  Open(path);
+  Identity identity;
+  EXPECT_EQ(read_identity(connection.get(), &identity), SQLITE_NOTADB);
+}
+
+TEST_F(SqliteTest, OverwrittenPageIsFoundByTheCheck) {
+  Open(path);
+  ASSERT_EQ(
+      run(connection.get(), "CREATE TABLE t(a TEXT); CREATE INDEX i ON t(a); INSERT INTO t VALUES ('x')"),
+      SQLITE_OK);
+  std::string damage = "none";
+  ASSERT_EQ(check_contents(connection.get(), &damage), SQLITE_OK);
+  EXPECT_EQ(damage, "");
+  connection.reset();
+  std::FILE* file = std::fopen(path.c_str(), "r+");
+  ASSERT_NE(file, nullptr);
+  std::fseek(file, 2 * 4096, SEEK_SET);  // the index
+  std::fputs("\xee\xee\xee\xee\xee\xee\xee\xee", file);
+  std::fclose(file);
+  Open(path);
+  const int code = check_contents(connection.get(), &damage);
+  EXPECT_TRUE(code == SQLITE_CORRUPT || !damage.empty()) << code;
+}
+
+TEST_F(SqliteTest, UnusableFileIsSetAsideWithItsCompanions) {
+  Write("", "database");
+  Write("-journal", "journal");
+  Write("-wal", "log");
+  EXPECT_EQ(set_aside(path), path + ".unusable.1");
+  for (const char* suffix : {"", "-journal", "-wal"}) {
+    EXPECT_EQ(file_size(path + suffix), -1) << suffix;
+    EXPECT_GT(file_size(path + ".unusable.1" + suffix), 0) << suffix;
+  }
+}
+
+TEST_F(SqliteTest, NameThatIsInUseIsNotOverwritten) {
+  Write(".unusable.1", "earlier");
+  Write(".unusable.2-wal", "log of an earlier one");
+  Write("", "database");
+  EXPECT_EQ(set_aside(path), path + ".unusable.3");
+  EXPECT_EQ(file_size(path + ".unusable.1"), 7);
+}
+
+TEST_F(SqliteTest, FileThatCannotBeRenamedIsAnError) {
+  path = directory.path() + "/" + std::string(250, 'a');
+  Write("", "database");
+  EXPECT_EQ(set_aside(path), "");
+  EXPECT_EQ(errno, ENAMETOOLONG);
+  EXPECT_EQ(file_size(path), 8);
+}
+
+}  // namespace
+}  // namespace sqlite
