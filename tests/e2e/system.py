@@ -42,6 +42,12 @@ def name_index(name):
     return (len(name),) + tuple(name.encode())
 
 
+def name_and_rest(index):
+    """A VRF's name and the sub-identifiers after it."""
+    length = index[0]
+    return bytes(index[1:1 + length]).decode(), index[1 + length:]
+
+
 class System:
     def __init__(self, router="vrfs: []\ninterfaces: []\n", source="file", environment=None, frr=None):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="mpls_vpn_e2e."))
