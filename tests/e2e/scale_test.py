@@ -3,7 +3,7 @@
 import time
 import unittest
 
-from system import IF_CONF, SCALARS, SLOW, System, check_increasing, parse_walk
+from system import IF_CONF, SCALARS, System, check_increasing, parse_walk
 
 
 class Scale(unittest.TestCase):

@@ -8,7 +8,7 @@ import re
 import subprocess
 import unittest
 
-from system import (IF_CONF, L3VPN, ROOT, SCALARS, SharedSystemTest, System, check_increasing, expected_if_conf, name_index,
+from system import (L3VPN, ROOT, SCALARS, SharedSystemTest, System, check_increasing, expected_if_conf, name_index,
                     oid_tuple, parse_walk, wait_until)
 
 LONGEST = "a-much-longer-name-of-31-octets"

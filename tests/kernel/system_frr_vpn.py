@@ -6,9 +6,6 @@ VRFs import each other by name, export VPN routes, and have a VNI. The RDs and r
 in the MIB and change with the router ID as the suite's own commands show. So must the protocols of interfaces:
 OSPFv3, RIPng, BGP with neighbors of a listen range and on an interface.
 """
-import json
-import re
-
 from suite_system import SuiteSystemTest, exported_routes, main  # before system
 from suite import batch, run
 from system import wait_until
