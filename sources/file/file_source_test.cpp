@@ -223,7 +223,7 @@ TEST_F(RouterOnDisk, LoopRunsWhileTheFileIsRead) {
   EXPECT_TRUE(Appears("blue"));
 }
 
-TEST_F(RouterOnDisk, ChangeDuringAReadIsReadAlone) {
+TEST_F(RouterOnDisk, ChangeDuringAReadReplacesItsResult) {
   StartWith(kRed);
   SlowFile slow(path_);
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));

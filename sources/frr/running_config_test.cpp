@@ -426,7 +426,7 @@ TEST(RunningConfigNames, TextsThatAreTooLongAreErrors) {
       text.substr(1));
 }
 
-TEST(RunningConfigNames, LongestNamesAreTaken) {
+TEST(RunningConfigNames, LongestNamesAreAccepted) {
   EXPECT_EQ(only_instance("router bgp 1 vrf " + std::string(31, 'v')).vrf.size(), 31U);
   EXPECT_EQ(only_route("ip route 10.0.0.0/8 " + std::string(63, 'i')).interface.size(), 63U);
 }

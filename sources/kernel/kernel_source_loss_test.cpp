@@ -218,7 +218,7 @@ TEST_F(LiveKernel, FailedSocketIsReplacedWithoutALoss) {
 
 class LiveKernelLoad : public LiveKernel, public ::testing::WithParamInterface<const char*> {};
 
-TEST_P(LiveKernelLoad, FailureIsReportedAndLeavesTheModelAlone) {
+TEST_P(LiveKernelLoad, FailureIsReportedAndLeavesTheModelUnchanged) {
   source_ = std::make_unique<KernelSource>(&model_);
   std::string error;
   fault_arm(GetParam(), EMFILE, 1, 1);

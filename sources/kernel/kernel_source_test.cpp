@@ -59,7 +59,7 @@ TEST_F(LiveKernel, CreationAndDeletionAreFollowed) {
               testing::UnorderedElementsAre("removed v0 in default", "removed v1 in default"));
 }
 
-TEST_F(LiveKernel, CreationAndDeletionInOneBurstLeaveNoTrace) {
+TEST_F(LiveKernel, CreationAndDeletionInOneBurstCauseNoNotification) {
   Start();
   AddVeth("v0", "v1");
   Ip("link del v0");
@@ -89,7 +89,7 @@ TEST_F(LiveKernel, NameFreedAndTakenInOneBurst) {
   EXPECT_EQ(source_->counters().refused, 0U);
 }
 
-TEST_F(LiveKernel, DeletedAndMadeAgainInOneBurstIsANewInterface) {
+TEST_F(LiveKernel, DeletedAndCreatedInOneBurstIsANewInterface) {
   AddVeth("va", "vb");
   Start();
   const std::uint32_t before = HandleOf("va");

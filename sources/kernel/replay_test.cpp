@@ -105,7 +105,7 @@ TEST_F(Recording, AddressesReadBeforeTheirLinksGiveTheSameRouter) {
   EXPECT_EQ(Describe(model_), Describe(other));
 }
 
-TEST_F(Recording, EventsLeadToTheFinalRouterWhateverTheBurst) {
+TEST_F(Recording, EventsGiveTheFinalRouterInBurstsOfAnySize) {
   for (const Octets& datagram : ReadRecording("events.raw")) {
     Feed(datagram);
     Settle();

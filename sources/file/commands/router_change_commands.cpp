@@ -157,7 +157,7 @@ Status delete_interface(const RouterCommandContext& context) {
                 "interface " + name + " removed");
 }
 
-// Makes `change` in a copy of the named interface and gives it to the model.
+// Changes a copy of the named interface and passes it to the model.
 template <typename Change>
 Status change_interface(const RouterCommandContext& context, const std::string& done, Change change) {
   const Interface* interface = context.model->find_interface_by_name(context.arguments[0]);

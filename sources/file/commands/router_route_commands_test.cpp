@@ -50,7 +50,7 @@ TEST_F(RouteCommands, PathIsAddedAndReported) {
   EXPECT_THAT(Rows(kRed6), ElementsAre("2001:db8::/32"));
 }
 
-TEST_F(RouteCommands, EveryWordIsTaken) {
+TEST_F(RouteCommands, EveryWordIsAccepted) {
   Do("add-route red 10.1.0.0/16 via 192.0.2.1 interface ge1 type other protocol ospf metric 20 label 1002 "
      "label 16");
   clock_.advance(12 * kNanosecondsPerSecond);

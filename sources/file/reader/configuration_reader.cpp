@@ -343,7 +343,7 @@ void read_as_format(const YAML::Node& value, std::vector<KvConfigNode>* nodes) {
   nodes->push_back(vrf_config::as_format(formats.at(place)));
 }
 
-// A switch is on while its item is there, whatever the item's value.
+// A switch is on while its item exists, with any value.
 void read_traps(const YAML::Node& value, std::vector<KvConfigNode>* nodes) {
   std::vector<std::string_view> keys(vrf_config::kTrapItems.begin(), vrf_config::kTrapItems.end());
   keys.push_back(vrf_config::kTrapAll);

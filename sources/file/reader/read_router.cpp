@@ -104,7 +104,7 @@ void read_rd(const YAML::Node& value, VrfEntry* entry) {
   entry->rd_mark = value.Mark();
 }
 
-// An empty description is none.
+// An empty description means none.
 void read_description(const YAML::Node& value, VrfEntry* entry) {
   entry->vrf.description = read_line(value, "a description", kDescriptionMax);
   if (entry->vrf.description.empty()) return;
@@ -179,7 +179,7 @@ void complete_identity(const YAML::Node& item, VrfEntry* entry) {
   if (!entry->has_table && !entry->has_tables) vrf.ipv4_table = vrf.ipv6_table = vrf.id;
 }
 
-// The RD of a VRF that is not created is configuration; one that is created brings its own.
+// The RD of a referenced VRF is configuration; that of a created VRF is an attribute of the VRF.
 void complete_reference(const YAML::Node& item, VrfEntry* entry) {
   if (entry->has_details) {
     refuse(item.Mark(), "the VRF " + quoted(entry->vrf.name) +

@@ -1,7 +1,7 @@
 // Checks routes against each other: a row of a table is written once, generated groups overlap neither
 // written rows nor each other, and the number of generated routes is bounded.
 //
-// Two groups meet when they have prefix length and next hop in common and their ranges of prefixes overlap;
+// Two groups overlap when they have the same prefix length and next hop and their ranges of prefixes overlap;
 // prefixes of one length are in the order of their octets.
 #include <algorithm>
 #include <iterator>

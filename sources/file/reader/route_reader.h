@@ -48,7 +48,7 @@ std::string route_protocol_word(router::RouteProtocol protocol);
 
 // The value of `routes`: a list of routes, or one generator.
 void read_routes(const YAML::Node& value, std::vector<RouteEntry>* routes);
-// `count` made-up routes, as {generate: count} gives.
+// The routes of {generate: count}.
 RouteEntry generated_routes(std::uint32_t count, const YAML::Mark& mark);
 
 // Collects the groups of all VRFs. The interfaces must outlive it.
@@ -56,7 +56,7 @@ class RouteCollector {
  public:
   explicit RouteCollector(const std::vector<router::Interface>& interfaces);
   void add(const router::Vrf& vrf, const RouteEntry& entry);
-  // Checks what concerns generated groups, and gives all groups, written ones first.
+  // Checks the generated groups and returns all groups, written ones first.
   std::vector<RouteGroup> finish();
 
  private:

@@ -1,7 +1,6 @@
-// The router file: VRFs, interfaces and memberships written in YAML, read into plain lists and checked
-// completely.
+// Reads a router file: VRFs, interfaces and memberships in YAML, completely checked.
 //
-// Grammar (every key but the ones marked * may be left out):
+// Grammar (keys marked * are required):
 //   vrfs:          list of  name*, id, table, tables, description, rd, big, state, routes, route_targets,
 //                  policies, thresholds, bgp, ospf, rip, eigrp, static
 //   interfaces:    list of  name*, index*, description, state, addresses, vrf
@@ -19,20 +18,19 @@
 //   eigrp:         list of  as*, interfaces
 //   static:        list of  prefix*, interface, next_hop
 //
-// A VRF's `table` is the routing table of both unicast families; `tables` names one for each of ipv4, ipv6,
-// ipv4-multicast and ipv6-multicast instead, and a family that is not named has none. `id` is the table's
-// number when it is left out, and the table is the id's. `state: referenced` makes a VRF that is only named.
-// An interface's `vrf` may name a VRF that does not exist. `generate` adds that many VRFs with that many
-// interfaces each.
+// A VRF's `table` is the routing table of both unicast families. `tables` instead sets one for each of ipv4,
+// ipv6, ipv4-multicast and ipv6-multicast; families that it does not list have none. `id` and `table` are
+// each the default of the other. `state: referenced` makes a VRF that is only named. An interface's `vrf` may
+// name a VRF that does not exist. `generate` adds generated VRFs with interfaces.
 //
-// A route needs a next hop, an interface or a type; several next hops are several paths. `generate: N` makes
-// it N routes, with consecutive prefixes from `prefix` (or 1.0.0.0/24) on; `routes` may be one such map
-// instead of a list.
+// A route needs a next hop, an interface or a type; several next hops make several paths. `generate: N` makes
+// N routes with consecutive prefixes from `prefix` (or 1.0.0.0/24) on; `routes` may be one such map instead
+// of a list.
 //
 // Configuration. A VRF's description, route targets, policies, thresholds and protocols, the route
 // distinguisher of a VRF that is only named, `as_format` and `traps` are nodes of the configuration tree. A
-// VRF that is only named may have all of it. A route target without a family is for those that the VRF has a
-// table of. A description is the router's, too (what "router show" says of the VRF); an empty one is none.
+// VRF that is only named may have all of these. A route target without a family applies to the families of
+// the VRF's tables. A description is also stored in the model ("router show"); an empty one is none.
 #pragma once
 
 #include <cstddef>

@@ -61,7 +61,7 @@ std::vector<std::string> Texts(const std::vector<RouteGroup>& groups) {
   return texts;
 }
 
-TEST(RoutesInAFile, CarryEverythingThatIsWritten) {
+TEST(RoutesInAFile, HaveEveryWrittenAttribute) {
   const std::vector<RouteGroup> groups = Routes(
       "[{prefix: 10.1.0.0/16, next_hop: 192.0.2.1, interface: ge1, type: other, protocol: ospf, "
       "metrics: [1, 2, -1, 4], next_hop_as: 65001, labels: [16, 1048575]}]");
@@ -238,15 +238,15 @@ TEST(RoutesError, BadPrefixesAreRefused) {
   }
 }
 
-TEST(RoutesError, BitsBeyondThePrefixLengthAreRefused) {
+TEST(RoutesError, HostBitsAreRefusedWithTheIntendedPrefix) {
   EXPECT_EQ(ErrorInRoute("prefix: 10.1.0.1/16, type: reject"),
-            "2:21: \"10.1.0.1/16\" has bits beyond its prefix length");
+            "2:21: 10.1.0.1/16 has host bits set; did you mean 10.1.0.0/16?");
   EXPECT_EQ(ErrorInRoute("prefix: 10.1.0.0/15, type: reject"),
-            "2:21: \"10.1.0.0/15\" has bits beyond its prefix length");
+            "2:21: 10.1.0.0/15 has host bits set; did you mean 10.0.0.0/15?");
   EXPECT_EQ(ErrorInRoute("prefix: \"::1/127\", type: reject"),
-            "2:21: \"::1/127\" has bits beyond its prefix length");
+            "2:21: ::1/127 has host bits set; did you mean ::/127?");
   EXPECT_EQ(ErrorInRoute("prefix: 128.0.0.0/0, type: reject"),
-            "2:21: \"128.0.0.0/0\" has bits beyond its prefix length");
+            "2:21: 128.0.0.0/0 has host bits set; did you mean 0.0.0.0/0?");
 }
 
 TEST(RoutesError, BadNextHopsAreRefused) {

@@ -28,7 +28,7 @@ std::vector<std::string> AddressesOf(const router::Interface& interface) {
   return texts;
 }
 
-TEST(RouterFile, VrfCarriesEverythingThatIsWritten) {
+TEST(RouterFile, VrfHasEveryWrittenAttribute) {
   const RouterFile file = Read(
       "vrfs:\n"
       "  - name: red\n"
@@ -96,7 +96,7 @@ TEST(RouterFile, VrfThatIsOnlyNamedIsAReference) {
   EXPECT_THAT(file.vrfs, IsEmpty());
 }
 
-TEST(RouterFile, InterfaceCarriesEverythingThatIsWritten) {
+TEST(RouterFile, InterfaceHasEveryWrittenAttribute) {
   const RouterFile file = Read(
       "interfaces:\n"
       "  - name: ge0\n"

@@ -57,7 +57,7 @@ int read_vrf_attribute(const nlattr* attribute, void* data) {
   return MNL_CB_OK;
 }
 
-// The data of a kind is read on a second pass, when the kind is known whatever the order of the attributes.
+// The data of a kind is read in a second pass, when the kind is known in any order of the attributes.
 int read_link_kind(const nlattr* attribute, void* data) {
   auto* draft = static_cast<LinkDraft*>(data);
   switch (mnl_attr_get_type(attribute)) {

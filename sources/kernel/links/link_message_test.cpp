@@ -57,7 +57,7 @@ TEST(LinkMessages, VrfDeviceHasItsTable) {
   EXPECT_EQ(link.vrf_table, 1000U);
 }
 
-TEST(LinkMessages, VrfTableIsReadWhateverTheOrderOfKindAndData) {
+TEST(LinkMessages, VrfTableIsReadInAnyOrderOfKindAndData) {
   const Link link =
       OneLink({.index = 2, .name = "red", .kind = "vrf", .vrf_table = 7, .data_before_kind = true});
   EXPECT_TRUE(link.is_vrf);

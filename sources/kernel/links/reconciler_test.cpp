@@ -105,7 +105,7 @@ TEST_F(KernelModel, InterfaceHasIndexAliasStateAndAddresses) {
               ElementsAre("5 d0 in default up 'to the customer' 10.0.0.1/24 2001:db8::1/64"));
 }
 
-TEST_F(KernelModel, VrfIsCreatedBeforeItsInterfacesWhateverTheirIndexes) {
+TEST_F(KernelModel, VrfIsCreatedBeforeItsInterfacesWithAnyIndexes) {
   AddLink("d0", 5, 7);
   AddVrf("red", 7, 10);
   EXPECT_THAT(Settle(), ElementsAre("created red", "added d0 in red down"));
@@ -211,7 +211,7 @@ TEST_F(KernelModel, TwoVrfsSwapTheirNames) {
   EXPECT_EQ(model_.find_interface_by_name("d0")->vrf, "blue");
 }
 
-TEST_F(KernelModel, VrfDeletedAndMadeAgainInOneBatchIsANewVrf) {
+TEST_F(KernelModel, VrfDeletedAndCreatedInOneBatchIsANewVrf) {
   AddVrf("red", 2, 10);
   AddLink("d0", 5, 2);
   Settle();
@@ -239,7 +239,7 @@ TEST_F(KernelModel, VrfOfAnotherTableUnderTheSameIndexIsANewVrf) {
   EXPECT_EQ(VrfId("red"), 11U);
 }
 
-TEST_F(KernelModel, InterfaceMadeAgainUnderTheSameIndexHasANewHandle) {
+TEST_F(KernelModel, InterfaceCreatedAgainWithTheSameIndexHasANewHandle) {
   AddLink("d0", 5);
   Settle();
   const std::uint32_t before = HandleOf("d0");

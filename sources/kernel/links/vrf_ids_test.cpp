@@ -63,7 +63,7 @@ class VrfIdsTest : public ::testing::Test {
   std::unique_ptr<Run> run_;
 };
 
-TEST_F(VrfIdsTest, VrfsOfOneTableKeepTheirIdsWhicheverHasTheLowerIndex) {
+TEST_F(VrfIdsTest, VrfsOfOneTableKeepTheirIdsWithAnyIndexes) {
   Add("red", 9, 10);
   Add("low", 2, 10);
   Add("high", 30, 10);
@@ -91,7 +91,7 @@ TEST_F(VrfIdsTest, SecondVrfKeepsItsIdWhenTheFirstIsDeletedMeanwhile) {
   EXPECT_THAT(Ids({"dup"}), ElementsAre(0x8000000a));
 }
 
-TEST_F(VrfIdsTest, VrfThatTookATableMeanwhileHasNotTheIdOfTheFormerOne) {
+TEST_F(VrfIdsTest, VrfThatReusesATableDoesNotGetTheIdOfTheFormerOne) {
   Add("red", 2, 10);
   DeleteUnseen(2);
   AddUnseen("new", 2, 10);
@@ -99,7 +99,7 @@ TEST_F(VrfIdsTest, VrfThatTookATableMeanwhileHasNotTheIdOfTheFormerOne) {
   EXPECT_THAT(Ids({"new"}), ElementsAre(0x8000000a));
 }
 
-TEST_F(VrfIdsTest, VrfOfTheSameNameWithAnotherTableHasNotTheIdOfTheFormerOne) {
+TEST_F(VrfIdsTest, VrfOfTheSameNameWithAnotherTableDoesNotGetTheIdOfTheFormerOne) {
   Add("red", 2, 10);
   DeleteUnseen(2);
   AddUnseen("red", 2, 20);
@@ -117,7 +117,7 @@ TEST_F(VrfIdsTest, IdOfAVrfThatIsNotFoundIsFreeAfterTheStart) {
 }
 
 // The record of a configured VRF outlives it, and so do the checkpoint's records under its id.
-TEST_F(VrfIdsTest, ConfiguredVrfThatIsMadeAgainWithAnotherTableKeepsItsId) {
+TEST_F(VrfIdsTest, ConfiguredVrfCreatedAgainWithAnotherTableKeepsItsId) {
   Add("red", 2, 10);
   ASSERT_EQ(run_->model.reference_vrf("red"), kStatusOk);
   DeleteUnseen(2);

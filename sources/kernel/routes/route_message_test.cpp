@@ -143,7 +143,7 @@ TEST(KernelRoutes, LabelsOutermostFirst) {
   EXPECT_THAT(OnePath({.hop = hop}).labels, ElementsAre(1002U, 16U, 0xfffffU));
 }
 
-TEST(KernelRoutes, LabelsAreReadWhateverTheOrderOfTheAttributes) {
+TEST(KernelRoutes, LabelsAreReadInAnyOrderOfTheAttributes) {
   EXPECT_THAT(OnePath({.hop = {.interface_index = 9, .labels = {300}, .type_after = true}}).labels,
               ElementsAre(300U));
 }
