@@ -123,7 +123,7 @@ TEST_F(ResponderTest, GetAnswersValuesAndExceptionsInOrder) {
   EXPECT_EQ(reply.variables[3].type, ValueType::kOctetString);
 }
 
-TEST_F(ResponderTest, GetNextAnswersEndOfMibViewUnderTheNameAskedFor) {
+TEST_F(ResponderTest, GetNextAnswersEndOfMibViewUnderTheRequestedName) {
   const Reply reply =
       Ask(PduType::kGetNext,
           {{scalar(6), {}}, {scalar(7), {}}, {scalar(1), scalar(2)}, {scalar(1), scalar(2), true}});
@@ -151,7 +151,7 @@ TEST_F(ResponderTest, ManySearchRangesAreAnsweredInOneResponse) {
   EXPECT_EQ(daemon_.reads, 1);
 }
 
-TEST_F(ResponderTest, AwayDaemonIsGenErrWithTheVariablesNumberAndNoVariables) {
+TEST_F(ResponderTest, AwayDaemonAnswersGenErrWithTheVariablesNumberAndNoVariables) {
   daemon_.status = kStatusNotConnected;
   for (const PduType type : {PduType::kGet, PduType::kGetNext}) {
     const Reply reply = Ask(type, {{scalar(1), {}}, {scalar(2), {}}});

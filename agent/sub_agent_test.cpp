@@ -75,7 +75,7 @@ TEST_F(SubAgentTest, LossOfTheDaemonIsNoticedWithoutARequest) {
   EXPECT_NE(testing::internal::GetCapturedStderr().find("away"), std::string::npos);
 }
 
-TEST_F(SubAgentTest, RegistersAgainAfterTheMasterWentAway) {
+TEST_F(SubAgentTest, RegistersAgainAfterTheMasterClosed) {
   daemon_.Start(5);
   Run();
   ASSERT_TRUE(sub_agent_.registered());

@@ -211,7 +211,7 @@ TEST_F(TrapFeedTest, MasterThatDoesNotKnowTheSessionIsOpenedAgain) {
   EXPECT_THAT(Numbers(), ElementsAre(1));
 }
 
-TEST_F(TrapFeedTest, MasterThatNeverAnswersIsGivenUp) {
+TEST_F(TrapFeedTest, MasterThatNeverAnswersIsDisconnected) {
   answers_notifies_ = false;
   Come();
   daemon_.RaiseTraps(2, "RED", 0, 1);
@@ -221,7 +221,7 @@ TEST_F(TrapFeedTest, MasterThatNeverAnswersIsGivenUp) {
   EXPECT_FALSE(sub_agent_.registered());
 }
 
-TEST_F(TrapFeedTest, NothingIsSubscribedToBeforeTheMasterTookTheRegistration) {
+TEST_F(TrapFeedTest, NothingIsSubscribedBeforeTheMasterAcceptedTheRegistration) {
   daemon_.Start(5, true);
   Run();
   HangUp();

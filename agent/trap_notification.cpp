@@ -25,30 +25,21 @@ struct Object {
   std::uint32_t (*value)(const mpls_vpn_mib_trap&);
 };
 
+using Trap = mpls_vpn_mib_trap;
+
+template <auto kMember>
+std::uint32_t value(const Trap& trap) {
+  return static_cast<std::uint32_t>(trap.*kMember);
+}
+
 constexpr Object kIfConfRowStatus = {
-    {1, 2, 1, 1, 5}, ValueType::kInteger, true, [](const mpls_vpn_mib_trap& trap) {
-      return static_cast<std::uint32_t>(trap.ifConfRowStatus);
-    }};
-constexpr Object kVrfOperStatus = {
-    {1, 2, 2, 1, 6}, ValueType::kInteger, false, [](const mpls_vpn_mib_trap& trap) {
-      return static_cast<std::uint32_t>(trap.vrfOperStatus);
-    }};
-constexpr Object kMidRteThresh = {
-    {1, 2, 2, 1, 9}, ValueType::kGauge32, false, [](const mpls_vpn_mib_trap& trap) {
-      return trap.midThresh;
-    }};
-constexpr Object kHighRteThresh = {
-    {1, 2, 2, 1, 10}, ValueType::kGauge32, false, [](const mpls_vpn_mib_trap& trap) {
-      return trap.highThresh;
-    }};
+    {1, 2, 1, 1, 5}, ValueType::kInteger, true, value<&Trap::ifConfRowStatus>};
+constexpr Object kVrfOperStatus = {{1, 2, 2, 1, 6}, ValueType::kInteger, false, value<&Trap::vrfOperStatus>};
+constexpr Object kMidRteThresh = {{1, 2, 2, 1, 9}, ValueType::kGauge32, false, value<&Trap::midThresh>};
+constexpr Object kHighRteThresh = {{1, 2, 2, 1, 10}, ValueType::kGauge32, false, value<&Trap::highThresh>};
 constexpr Object kIllegalLblVltns = {
-    {1, 2, 6, 1, 1}, ValueType::kCounter32, false, [](const mpls_vpn_mib_trap& trap) {
-      return trap.illegalLabelViolations;
-    }};
-constexpr Object kCurrNumRoutes = {
-    {1, 3, 1, 1, 3}, ValueType::kGauge32, false, [](const mpls_vpn_mib_trap& trap) {
-      return trap.currNumRoutes;
-    }};
+    {1, 2, 6, 1, 1}, ValueType::kCounter32, false, value<&Trap::illegalLabelViolations>};
+constexpr Object kCurrNumRoutes = {{1, 3, 1, 1, 3}, ValueType::kGauge32, false, value<&Trap::currNumRoutes>};
 
 constexpr Object kStatusObjects[] = {kIfConfRowStatus, kVrfOperStatus};
 constexpr Object kMidObjects[] = {kCurrNumRoutes, kMidRteThresh};

@@ -118,7 +118,7 @@ TEST(PduName, LittleEndianSubIdentifiersAreRead) {
   EXPECT_EQ(value[1], 0x01020304U);
 }
 
-TEST(PduOctets, ArePaddedToFourAndCutBackWhenRead) {
+TEST(PduOctets, ArePaddedToFourAndTruncatedWhenRead) {
   for (std::size_t length = 0; length < 9; ++length) {
     Octets output;
     Writer writer(&output);

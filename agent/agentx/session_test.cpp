@@ -248,7 +248,7 @@ TEST_F(SessionTest, ClosePduOpensAgain) {
   ExpectReturn();
 }
 
-TEST_F(SessionTest, RefusedRegistrationIsTriedAgainAndSaidOnce) {
+TEST_F(SessionTest, RefusedRegistrationIsTriedAgainAndLoggedOnce) {
   Open();
   session_.allow_registration();
   testing::internal::CaptureStderr();
@@ -364,7 +364,7 @@ TEST_F(SessionTest, MasterThatForgotTheSessionIsOpenedAgain) {
   ExpectReturn();
 }
 
-TEST_F(SessionTest, BusyMasterIsGivenTimeAndADeadOneIsLeft) {
+TEST_F(SessionTest, BusyMasterHasTimeAndADeadOneIsDisconnected) {
   Register();
   clock_.advance(10 * kNanosecondsPerSecond);
   Pump();
@@ -504,7 +504,7 @@ TEST_F(SessionTest, RequestOfAnotherSessionIsNotOpen) {
   EXPECT_EQ(body.error, static_cast<std::uint16_t>(Error::kNotOpen));
 }
 
-TEST_F(SessionTest, ShutDownTakesLeave) {
+TEST_F(SessionTest, ShutDownUnregistersAndCloses) {
   Register();
   session_.shut_down();
   EXPECT_EQ(session_.fd(), -1);
@@ -556,7 +556,7 @@ TEST_F(SessionTest, NotifiesUnderWayAreBoundedAndForgottenWithTheSession) {
   EXPECT_NE(session_.notify([](Writer*) {}), 0U);
 }
 
-TEST_F(SessionTest, MasterThatDoesNotAnswerANotifyIsGivenUp) {
+TEST_F(SessionTest, MasterThatDoesNotAnswerANotifyIsDisconnected) {
   Register();
   EXPECT_NE(session_.notify([](Writer*) {}), 0U);
   clock_.advance(29 * kNanosecondsPerSecond);

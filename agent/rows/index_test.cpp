@@ -58,7 +58,7 @@ TEST(Index, LargestInterfaceIndexIsFollowedByTheNextName) {
   EXPECT_EQ(at_or_after({1, 255, kMost}, true), "2.1.1.0");
 }
 
-TEST(Index, OctetThatNoNameHoldsIsPassedOver) {
+TEST(Index, OctetThatNoNameContainsIsSkipped) {
   EXPECT_EQ(at_or_after({3, 0}), "3.1.1.1.0");
   EXPECT_EQ(at_or_after({3, 82, 0, 99, 99}), "3.82.1.1.0");
   EXPECT_EQ(at_or_after({3, 82, 256}), "3.83.1.1.0");
@@ -132,7 +132,7 @@ Oid random_index(std::mt19937* random) {
   return index;
 }
 
-TEST(Index, NoIndexLiesBetweenAnInstanceAndWhatIsFoundForIt) {
+TEST(Index, NoIndexIsBetweenAnInstanceAndTheIndexFoundForIt) {
   std::mt19937 random(20);
   for (int round = 0; round < 20000; ++round) {
     const bool after = random() % 2 == 0;
@@ -247,7 +247,7 @@ Oid random_route_index(std::mt19937* random) {
   return index;
 }
 
-TEST(RouteIndex, NoIndexLiesBetweenAnInstanceAndWhatIsFoundForIt) {
+TEST(RouteIndex, NoIndexIsBetweenAnInstanceAndTheIndexFoundForIt) {
   std::mt19937 random(21);
   for (int round = 0; round < 20000; ++round) {
     const bool after = random() % 2 == 0;

@@ -92,7 +92,7 @@ TEST_F(RowCacheTest, EmptyTableIsReadOnce) {
   EXPECT_EQ(daemon_.paths[0], "/oper/mpls_vpn/gl/interface-next//0");
 }
 
-TEST_F(RowCacheTest, NothingBeforeTheFirstIndexAskedForIsAssumed) {
+TEST_F(RowCacheTest, NothingBeforeTheFirstRequestedIndexIsAssumed) {
   AddInterfaces("a", 1, 10);
   EXPECT_EQ(Find("1.97.5"), "1.97.5");
   EXPECT_EQ(Find("1.97.4"), "1.97.4");
@@ -141,7 +141,7 @@ TEST_F(RowCacheTest, FailedReadIsNotAnEndAndIsNotCached) {
   EXPECT_EQ(Find("1.97.129"), "failed");
 }
 
-TEST_F(RowCacheTest, RecordOfAnotherTypeFailsTheWindowAndIsSaidOnce) {
+TEST_F(RowCacheTest, RecordOfAnotherTypeFailsTheWindowAndIsLoggedOnce) {
   testing::internal::CaptureStderr();
   kvtree::Octets broken = FakeDaemon::InterfaceRecord("a", 2, 0);
   broken.pop_back();
@@ -152,7 +152,7 @@ TEST_F(RowCacheTest, RecordOfAnotherTypeFailsTheWindowAndIsSaidOnce) {
             "mplsL3VpnIfConfTable: the daemon's answer is malformed or out of order\n");
 }
 
-TEST_F(RowCacheTest, RowsThatGoBackwardsRepeatOrComeTooEarlyFailTheWindow) {
+TEST_F(RowCacheTest, RowsThatDecreaseRepeatOrPrecedeTheIndexFailTheWindow) {
   const auto row = [](std::uint32_t index) { return FakeDaemon::InterfaceRecord("a", index, 0); };
   daemon_.AnswerWalksWith({row(6), row(5)}, true);
   EXPECT_EQ(Find("1.97.1"), "failed");
@@ -179,7 +179,7 @@ TEST_F(RowCacheTest, NamesLongerThanTheMibAllowsEndTheTable) {
   EXPECT_EQ(Find(longest + ".2"), "end");
 }
 
-TEST_F(RowCacheTest, WindowOfNothingButNamesTooLongIsTheEndThoughMoreRowsFollow) {
+TEST_F(RowCacheTest, WindowOfNamesTooLongIsTheEndThoughMoreRowsFollow) {
   daemon_.AnswerWalksWith({FakeDaemon::InterfaceRecord(std::string(32, 'l'), 1, 0)}, false);
   EXPECT_EQ(Find("0.0"), "end");
   EXPECT_EQ(Find("9.1.1.1.1.1.1.1.1.1.1"), "end");
@@ -193,7 +193,7 @@ TEST_F(RowCacheTest, AbsentVrfNameIsTheZeroLengthName) {
   EXPECT_EQ(Find("0.4"), "1.97.1");
 }
 
-TEST_F(RowCacheTest, AgeZeroAsksEveryTime) {
+TEST_F(RowCacheTest, AgeZeroReadsEveryTime) {
   RowCache cache(interfaces(), daemon_, 0);
   AddInterfaces("a", 1, 2);
   RowRef row;

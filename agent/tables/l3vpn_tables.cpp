@@ -65,9 +65,9 @@ using InterfaceRows = RecordRows<Interface, kMibInterfaceParcel, add_interface_i
 
 // --- The module
 
-constexpr std::array<std::uint32_t, 10> kObjects = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1};
-constexpr std::array<std::uint32_t, 11> kScalarGroup = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 1};
-constexpr std::array<std::uint32_t, 13> kInterfaceEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 1, 1};
+constexpr auto kObjects = l3vpn_oid();
+constexpr auto kScalarGroup = l3vpn_oid(1);
+constexpr auto kInterfaceEntry = l3vpn_oid(2, 1, 1);
 
 const RowSet kScalars = ScalarRows::single("mplsL3VpnScalars", "/oper/mpls_vpn/gl/scalars", kScalarIndex);
 const RowSet kInterfaces =

@@ -179,7 +179,7 @@ TEST_F(MibTest, TableIsNeverTruncatedWhenTheDaemonDisconnectsInTheMiddle) {
   EXPECT_EQ(found, 7 + 3 * 128);
 }
 
-TEST_F(MibTest, RowsComingAndGoingBetweenWindowsNeverTurnAWalkBack) {
+TEST_F(MibTest, RowsAddedAndRemovedBetweenWindowsNeverStepAWalkBack) {
   std::mt19937 random(9);
   for (std::uint32_t i = 1; i <= 2000; ++i) daemon_.AddInterface("RED", i);
   Oid at = if_conf(2);

@@ -61,7 +61,7 @@ const RowSet& routes() {
   return set;
 }
 
-constexpr std::array<std::uint32_t, 13> kRouteEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 4, 1, 1};
+constexpr auto kRouteEntry = l3vpn_oid(4, 1, 1);
 
 }  // namespace
 

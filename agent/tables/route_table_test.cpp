@@ -220,7 +220,7 @@ TEST_F(RouteTableTest, GetNextFromAnywhereFindsTheFollowingNameInEveryTable) {
   }
 }
 
-TEST_F(RouteTableTest, RowsThatStayAreShownExactlyOnceWhileOthersComeAndGo) {
+TEST_F(RouteTableTest, RowsThatRemainAreShownExactlyOnceWhileOthersAreAddedAndRemoved) {
   const auto add = [&](int i, bool local) {
     daemon_.AddRoute(i % 2 == 0 ? "a" : "bb",
                      "10." + std::to_string(i / 200) + "." + std::to_string(i % 200) + ".0/24",

@@ -33,7 +33,7 @@ using RouteTargetRows = RecordRows<RouteTarget, kMibRtParcel, add_route_target_i
 const RowSet kRouteTargets =
     RouteTargetRows::walked("mplsL3VpnVrfRTTable", "/oper/mpls_vpn/gl/rt-next", kRouteTargetIndex);
 
-constexpr std::array<std::uint32_t, 13> kRouteTargetEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 3, 1};
+constexpr auto kRouteTargetEntry = l3vpn_oid(2, 3, 1);
 const std::array kRouteTargetTables = {
     Table{kRouteTargetEntry, &kRouteTargets, RouteTargetRows::columns<0>()}};
 

@@ -55,9 +55,9 @@ using VrfRows =
 
 const RowSet kVrfs = VrfRows::walked("mplsL3VpnVrfTable", "/oper/mpls_vpn/gl/vrf-next", kVrfIndex);
 
-constexpr std::array<std::uint32_t, 13> kVrfEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 2, 1};
-constexpr std::array<std::uint32_t, 13> kSecurityEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 6, 1};
-constexpr std::array<std::uint32_t, 13> kPerformanceEntry = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 3, 1, 1};
+constexpr auto kVrfEntry = l3vpn_oid(2, 2, 1);
+constexpr auto kSecurityEntry = l3vpn_oid(2, 6, 1);
+constexpr auto kPerformanceEntry = l3vpn_oid(3, 1, 1);
 
 const std::array kVrfTables = {
     Table{kVrfEntry, &kVrfs, VrfRows::columns<0>()},

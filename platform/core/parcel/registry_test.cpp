@@ -174,7 +174,7 @@ TEST_F(RegistryTest, FileThatCannotBeReplacedFailsTheBatchAsAWhole) {
   EXPECT_EQ(parcel_find("test_row"), nullptr);
 }
 
-TEST_F(RegistryTest, MissingRunDirectoryIsMade) {
+TEST_F(RegistryTest, MissingRunDirectoryIsCreated) {
   fs::remove_all(directory_.path());
   EXPECT_EQ(Register({&kRow}), kStatusOk);
   EXPECT_TRUE(fs::exists(File()));

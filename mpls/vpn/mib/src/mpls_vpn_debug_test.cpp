@@ -65,14 +65,14 @@ TEST_F(DebugFlags, FailedRegistrationIsReturned) {
   EXPECT_EQ(mpls_vpn_debug_init(manager_), kStatusNoMemory);
 }
 
-TEST_F(DebugFlags, CleanupTakesTheNameSpaceAway) {
+TEST_F(DebugFlags, CleanupRemovesTheNameSpace) {
   ASSERT_EQ(mpls_vpn_debug_init(manager_), kStatusOk);
   EXPECT_EQ(mpls_vpn_debug_cleanup(), kStatusOk);
   EXPECT_EQ(debug_cleanup("/debug/mpls_vpn/"), kStatusNoSuchRow);
   EXPECT_EQ(mpls_vpn_debug_cleanup(), kStatusOk);
 }
 
-TEST_F(DebugFlags, PrintIsMadeOnlyWhileItsAreaIsOn) {
+TEST_F(DebugFlags, PrintAppearsOnlyWhileItsAreaIsOn) {
   mpls_vpn_debug(DBASE, "first");
   mpls_vpn_debug_flags[DBASE].enabled.store(1);
   mpls_vpn_debug(DBASE, "second %d", 2);

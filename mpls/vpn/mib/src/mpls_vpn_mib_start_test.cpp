@@ -13,7 +13,7 @@ using testing::Not;
 TEST_F(Daemon, WithoutAMainManagerEndsWithTheTextsLiterally) {
   fault_arm("event_manager_create", EADDRINUSE, 1);
   ExpectExit(1);
-  EXPECT_THAT(Said(),
+  EXPECT_THAT(Output(),
               HasSubstr("%MPLS_VPN_MIB-OS-3-ERR_INIT : error in event_manager_create for main_evm: %s\n"
                         " : Address already in use"));
 }
@@ -21,16 +21,16 @@ TEST_F(Daemon, WithoutAMainManagerEndsWithTheTextsLiterally) {
 TEST_F(Daemon, WithoutADebugManagerEnds) {
   fault_arm("event_manager_create", EADDRINUSE, 2);
   ExpectExit(1);
-  EXPECT_THAT(Said(), HasSubstr("%MPLS_VPN_MIB-OS-3-ERR_INIT : Event Manager creation failed for :  "
-                                "debug and show exiting..."));
+  EXPECT_THAT(Output(), HasSubstr("%MPLS_VPN_MIB-OS-3-ERR_INIT : Event Manager creation failed for :  "
+                                  "debug and show exiting..."));
   EXPECT_THAT(trace_names(run_directory()), IsEmpty());
 }
 
 TEST_F(Daemon, WithoutTraceBuffersEnds) {
   fault_arm("trace_open", kStatusIo, 8);
   ExpectExit(1);
-  EXPECT_THAT(Said(), HasSubstr("%MPLS_VPN_MIB-OS-3-ERR_TRACE_INIT : "
-                                "mpls vpn mib event tracing subsytem initialization failed"));
+  EXPECT_THAT(Output(), HasSubstr("%MPLS_VPN_MIB-OS-3-ERR_TRACE_INIT : "
+                                  "mpls vpn mib event tracing subsytem initialization failed"));
 }
 
 TEST_F(Daemon, WithoutItsSecondThreadEnds) {
@@ -38,8 +38,8 @@ TEST_F(Daemon, WithoutItsSecondThreadEnds) {
   ExpectExit(1);
   const std::string heading = "%MPLS_VPN_MIB-OS-3-ERR_INIT : ";
   const std::string reason = " : Resource temporarily unavailable\n";
-  EXPECT_THAT(Said(), HasSubstr(heading + "Failed to create the show and debug thread" + reason + heading +
-                                "Debug and show initialization failed exiting..." + reason));
+  EXPECT_THAT(Output(), HasSubstr(heading + "Failed to create the show and debug thread" + reason + heading +
+                                  "Debug and show initialization failed exiting..." + reason));
   Status code = kStatusOk;
   EXPECT_EQ(Traced("mpls_vpn/error", &code).size(), 2U);
   EXPECT_EQ(code, static_cast<Status>(EAGAIN));
@@ -48,8 +48,8 @@ TEST_F(Daemon, WithoutItsSecondThreadEnds) {
 TEST_F(Daemon, WithoutDebugFlagsEnds) {
   fault_arm("debug_register", kStatusIo);
   ExpectExit(1);
-  EXPECT_THAT(Said(), HasSubstr("%MPLS_VPN_MIB-OS-3-ERR_INIT : Debug initialization failed exiting... : "
-                                "Input/output error"));
+  EXPECT_THAT(Output(), HasSubstr("%MPLS_VPN_MIB-OS-3-ERR_INIT : Debug initialization failed exiting... : "
+                                  "Input/output error"));
   Status code = kStatusOk;
   Traced("mpls_vpn/error", &code);
   EXPECT_EQ(code, kStatusIo);
@@ -60,19 +60,19 @@ TEST_F(Daemon, WithoutDebugFlagsEnds) {
 TEST_F(Daemon, AbortsWhenTheFirstSignalIsRefused) {
   fault_arm("sigaddset", kStatusInvalid, 1);
   ExpectAbort();
-  EXPECT_THAT(Said(), testing::ContainsRegex("mpls_vpn_mib_start: [0-9]+ rc == 0 -- assertion failed"));
+  EXPECT_THAT(Output(), testing::ContainsRegex("mpls_vpn_mib_start: [0-9]+ rc == 0 -- assertion failed"));
 }
 
 TEST_F(Daemon, AbortsWhenTheSecondSignalIsRefused) {
   fault_arm("sigaddset", kStatusInvalid, 2);
   ExpectAbort();
-  EXPECT_THAT(Said(), testing::ContainsRegex("mpls_vpn_mib_start: [0-9]+ rc ==0 -- assertion failed"));
+  EXPECT_THAT(Output(), testing::ContainsRegex("mpls_vpn_mib_start: [0-9]+ rc ==0 -- assertion failed"));
 }
 
 TEST_F(Daemon, AbortsWhenSignalsCannotBeBlocked) {
   fault_arm("pthread_sigmask", kStatusInvalid);
   ExpectAbort();
-  EXPECT_THAT(Said(), testing::ContainsRegex("mpls_vpn_mib_start: [0-9]+ rc == 0 -- assertion failed"));
+  EXPECT_THAT(Output(), testing::ContainsRegex("mpls_vpn_mib_start: [0-9]+ rc == 0 -- assertion failed"));
 }
 
 // --- The order
@@ -117,7 +117,7 @@ class FailedStep : public Daemon, public testing::WithParamInterface<std::size_t
     }
   }
   void ExpectPrintedAndTraced(const std::string& what) {
-    EXPECT_THAT(Said(), HasSubstr("Error in main: " + what + ": Input/output error"));
+    EXPECT_THAT(Output(), HasSubstr("Error in main: " + what + ": Input/output error"));
     Status code = kStatusOk;
     EXPECT_THAT(Traced("mpls_vpn/error", &code), Contains("main: " + what));
     EXPECT_EQ(code, kStatusIo);
@@ -129,8 +129,8 @@ TEST_P(FailedStep, EndsTheDaemonBeforeAnyLaterStepCanFail) {
   ArmFromHere();
   // The restore ends with its own code, which is not 1.
   ExpectExit(std::string(Step().name) == "Restore" ? static_cast<int>(kStatusIo) : 1);
-  EXPECT_THAT(Said(), HasSubstr(Step().message));
-  EXPECT_THAT(Said(), Not(HasSubstr("Completed init")));
+  EXPECT_THAT(Output(), HasSubstr(Step().message));
+  EXPECT_THAT(Output(), Not(HasSubstr("Completed init")));
   if (Step().printed != nullptr) ExpectPrintedAndTraced(Step().printed);
 }
 
@@ -163,14 +163,14 @@ TEST_F(Daemon, FailureIsTracedAlsoWhileErrorsAreOff) {
   ASSERT_EQ(unsetenv("MPLS_VPN_MIB_DEBUG"), 0);
   fault_arm("proc_ready", kStatusIo);
   ExpectExit(1);
-  EXPECT_THAT(Said(), Not(HasSubstr("Error in")));
+  EXPECT_THAT(Output(), Not(HasSubstr("Error in")));
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains("main: proc_ready"));
 }
 
 TEST_F(Daemon, MissingDataStoreLibraryEndsIt) {
   ASSERT_EQ(setenv("MPLS_VPN_MIB_KVTREE_LIBRARY", (run_directory() + "/absent").c_str(), 1), 0);
   ExpectExit(1);
-  EXPECT_THAT(Said(), HasSubstr("Error in main: error in PROV: Data store library is not available"));
+  EXPECT_THAT(Output(), HasSubstr("Error in main: error in PROV: Data store library is not available"));
 }
 
 }  // namespace

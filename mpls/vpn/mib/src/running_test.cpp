@@ -59,7 +59,7 @@ using testing::Not;
 
 TEST_F(Daemon, CompletesInitAndServesRequests) {
   StartAndWaitUntilUp();
-  EXPECT_THAT(Said(), HasSubstr("Completed init"));
+  EXPECT_THAT(Output(), HasSubstr("Completed init"));
   kvtree::Client client(event_manager_socket("/dev/mpls/vpn/main"), std::chrono::seconds(20));
   ASSERT_EQ(client.connect(), kStatusOk);
   EXPECT_EQ(client.get("/oper/mpls_vpn/gl/scalars").status, kStatusOk);
@@ -68,17 +68,17 @@ TEST_F(Daemon, CompletesInitAndServesRequests) {
 
 TEST_F(Daemon, FirstStartDoesNotRestore) {
   StartAndWaitUntilUp();
-  EXPECT_THAT(Said(), HasSubstr("Chkpt init"));
-  EXPECT_THAT(Said(), Not(HasSubstr("Restoring data from chkpt...")));
+  EXPECT_THAT(Output(), HasSubstr("Chkpt init"));
+  EXPECT_THAT(Output(), Not(HasSubstr("Restoring data from chkpt...")));
 }
 
 TEST_F(Daemon, SecondStartRestoresTheTimesBeforeItCompletes) {
   RunOnce();
   StartAndWaitUntilUp();
-  const std::string said = Said();
-  const std::size_t restored = said.find("...Restored data from chkpt");
-  ASSERT_NE(restored, std::string::npos) << said;
-  EXPECT_LT(restored, said.find("Completed init"));
+  const std::string output = Output();
+  const std::size_t restored = output.find("...Restored data from chkpt");
+  ASSERT_NE(restored, std::string::npos) << output;
+  EXPECT_LT(restored, output.find("Completed init"));
   EXPECT_THAT(Traced("mpls_vpn/chkpt"),
               Contains("Checkpoint found a total of 1 records. Good records = 1, stale record = 0."));
 }
@@ -97,8 +97,8 @@ TEST_F(Daemon, FailedRestoreEndsItWithItsOwnCode) {
   RunOnce();
   fault_arm("chkpt_iterate_start", kStatusAccess);
   ExpectExit(static_cast<int>(kStatusAccess));
-  EXPECT_THAT(Said(), HasSubstr("Error in main: mpls_vpn_mib_chkpt_restore: Permission denied"));
-  EXPECT_THAT(Said(), Not(HasSubstr("Completed init")));
+  EXPECT_THAT(Output(), HasSubstr("Error in main: mpls_vpn_mib_chkpt_restore: Permission denied"));
+  EXPECT_THAT(Output(), Not(HasSubstr("Completed init")));
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains("main: mpls_vpn_mib_chkpt_restore"));
 }
 
@@ -139,16 +139,16 @@ TEST_F(Daemon, ReceivesIntoABufferOfItsOwnSizeInEachLoop) {
   EXPECT_EQ(buffer_of("debug"), "128");
 }
 
-TEST_F(Daemon, SaysNothingOfItsStartWhileTheAreaIsOff) {
+TEST_F(Daemon, PrintsNothingOfItsStartWhileTheAreaIsOff) {
   ASSERT_EQ(setenv("MPLS_VPN_MIB_DEBUG", "errors", 1), 0);
   StartAndWaitUntilUp();
-  EXPECT_EQ(Said(), "");
+  EXPECT_EQ(Output(), "");
 }
 
 TEST_F(Daemon, StartsOverARegistryWithOtherDefinitions) {
   RegisterOtherVersion(kMibInterfaceParcel, "mpls_vpn_mib.parcel");
   StartAndWaitUntilUp();
-  EXPECT_THAT(Said(), HasSubstr("Parcel definition(s) changed from what is found in registry!"));
+  EXPECT_THAT(Output(), HasSubstr("Parcel definition(s) changed from what is found in registry!"));
 }
 
 TEST_F(Daemon, StartsWithoutTheAsNumberFormat) {

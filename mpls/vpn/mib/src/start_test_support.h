@@ -130,12 +130,12 @@ class Daemon : public testing::Test {
   }
   void ExpectExit(int exit_status) {
     const int status = StartAndFail();
-    ASSERT_TRUE(WIFEXITED(status)) << Said();
-    EXPECT_EQ(WEXITSTATUS(status), exit_status) << Said();
+    ASSERT_TRUE(WIFEXITED(status)) << Output();
+    EXPECT_EQ(WEXITSTATUS(status), exit_status) << Output();
   }
   void ExpectAbort() {
     const int status = StartAndFail();
-    ASSERT_TRUE(WIFSIGNALED(status)) << Said();
+    ASSERT_TRUE(WIFSIGNALED(status)) << Output();
     EXPECT_EQ(WTERMSIG(status), SIGABRT);
   }
   static bool WaitUntil(const std::function<bool()>& condition) {
@@ -151,7 +151,7 @@ class Daemon : public testing::Test {
     ASSERT_TRUE(WaitUntil([] {
       const std::vector<std::string> texts = Traced("mpls_vpn/init");
       return std::find(texts.begin(), texts.end(), "Completed init") != texts.end();
-    })) << Said();
+    })) << Output();
   }
   // Starts the daemon, waits for its first answer, which follows the checkpoint's commit, and ends it.
   // Deletes its trace buffers.
@@ -179,7 +179,7 @@ class Daemon : public testing::Test {
     parcel_registry_reset();
   }
   std::string Log() const { return directory_.path() + "/log"; }
-  std::string Said() const { return read_file(Log()); }
+  std::string Output() const { return read_file(Log()); }
   // The records of a trace buffer, also of a process that ended; none for a buffer that does not exist.
   static std::vector<std::string> Traced(const std::string& buffer, Status* last_code = nullptr) {
     std::vector<TraceEntry> entries;

@@ -89,7 +89,7 @@ TEST(VrfAttributes, FieldsAreInTheirOrder) {
     EXPECT_LT(offsets[field - 1], offsets[field]);
 }
 
-TEST_F(RecordServiceRegistration, SaysWhenItBeginsAndEnds) {
+TEST_F(RecordServiceRegistration, PrintsItsBeginAndEnd) {
   EXPECT_EQ(RegisterAgain(), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre("Initializing VTAB...", "VTAB init done."));
   EXPECT_THAT(Traced("mpls_vpn/init"), Contains("VTAB init done."));
@@ -134,13 +134,13 @@ TEST_F(RecordServiceRegistration, FirstStepThatFailsEndsItWithItsCode) {
   }
 }
 
-TEST_F(RecordServiceRegistration, BeginAndEndAreSaidByStartUp) {
+TEST_F(RecordServiceRegistration, BeginAndEndArePrintedByStartUp) {
   for (const char* line : {"Initializing VTAB...", "VTAB init done."}) {
     ExpectUnder(START, line, [this] { EXPECT_EQ(RegisterAgain(), kStatusOk); });
   }
 }
 
-TEST_F(VrfRecords, EachThingIsSaidByItsArea) {
+TEST_F(VrfRecords, EachMessageIsPrintedUnderItsArea) {
   const auto create = [] {
     const ScopedFault fault("vtab_create_vrf_record", kStatusIo);
     EXPECT_EQ(get_vrf_record("green"), nullptr);
@@ -277,7 +277,7 @@ TEST_F(VrfRecords, LastChangedTimeOfAForwardReferenceIsStamped) {
   EXPECT_EQ(AttributesOf("green")->conf_last_changed_time, Now());
 }
 
-TEST_F(RecordCallbacks, CreationIsSaidAndChangesNothing) {
+TEST_F(RecordCallbacks, CreationIsPrintedAndChangesNothing) {
   OnlyArea(VTAB);
   AddVrf("red");
   Run();
@@ -319,7 +319,7 @@ TEST_F(RecordCallbacks, DeletionClearsTheTextsAndLeavesTheNumbers) {
   EXPECT_EQ(attributes->creation_time, 5U);
 }
 
-TEST_F(RecordCallbacks, UpdateToAVrfThatExistsIsSaidAndDoesNothingElse) {
+TEST_F(RecordCallbacks, UpdateToAVrfThatExistsIsPrintedAndDoesNothingElse) {
   NameVrf("green");
   Run();
   OnlyArea(VTAB);
@@ -405,7 +405,7 @@ TEST_F(RecordCallbacks, VrfCallbackAnswersTheFailedEndOfItsAccess) {
             Failure("vrf_cb", "Error received from vtab_lock_end_access_vrf_record", kStatusIo));
 }
 
-TEST_F(RecordCallbacks, InterfaceOfTheDefaultVrfIsIgnoredWithoutAWord) {
+TEST_F(RecordCallbacks, InterfaceOfTheDefaultVrfIsIgnoredWithoutAPrint) {
   fault_arm("vtab_lock_begin_access_if_record", kStatusIo, 1, 0);
   EXPECT_EQ(if_cb("ge0", "default"), kStatusOk);
   EXPECT_THAT(Prints(), IsEmpty());
@@ -428,7 +428,7 @@ TEST_F(RecordCallbacks, InterfaceOfAVrfWhoseNameBeginsLikeDefaultIsNotIgnored) {
   EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge1 of VRF defaul is up"));
 }
 
-TEST_F(RecordCallbacks, InterfaceThatChangesIsSaidAndItsDirectionTraced) {
+TEST_F(RecordCallbacks, InterfaceThatChangesIsPrintedAndItsDirectionTraced) {
   AddVrf("red");
   AddInterface("ge0", "red");
   AddAddress("ge0", "10.0.0.1/24");

@@ -158,7 +158,7 @@ TEST_F(CheckpointInit, RegistersItsTableWithTheValuesOfTheStore) {
   EXPECT_EQ(registered_table, 100U);
 }
 
-TEST_F(CheckpointInit, IsSaidAtStart) {
+TEST_F(CheckpointInit, IsPrintedAtStart) {
   mpls_vpn_mib_chkpt_end();
   OnlyArea(START);
   ClearPrints();
@@ -417,7 +417,7 @@ TEST_F(CheckpointRestore, TimesSurviveARestart) {
   EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +0, +5"));
 }
 
-TEST_F(CheckpointRestore, IsSaid) {
+TEST_F(CheckpointRestore, IsPrinted) {
   const std::uint32_t id = AddVrf("red");
   Connect();
   ClearPrints();

@@ -197,7 +197,7 @@ TEST_F(Protocols, HandlersCountEverySetAndOneDeletionLeavesTheBit) {
   EXPECT_EQ(Bits(), 0x10U);
 }
 
-TEST_F(Protocols, CountsAreSaid) {
+TEST_F(Protocols, CountsArePrinted) {
   OnlyArea(VTAB);
   set_interface_protocol("ge0", "red", kProtocolRip, 0);
   set_interface_protocol("ge0", "red", kProtocolRip, 1);
@@ -211,7 +211,7 @@ TEST_F(Protocols, CountsAreSaid) {
                                              Contains("VRF red: count of protocol 1 is now 1")));
 }
 
-TEST_F(Protocols, DeletionAtZeroStaysAtZeroAndIsSaidUnderVtabForAnInterface) {
+TEST_F(Protocols, DeletionAtZeroStaysAtZeroAndIsPrintedUnderVtabForAnInterface) {
   OnlyArea(VTAB);
   set_interface_protocol("ge0", "red", kProtocolRip, 1);
   EXPECT_THAT(Prints(), ElementsAre("Protocol 3 count for interface ge0 on VRF redis already 0"));
@@ -219,7 +219,7 @@ TEST_F(Protocols, DeletionAtZeroStaysAtZeroAndIsSaidUnderVtabForAnInterface) {
   EXPECT_EQ(OfInterface(kProtocolRip), 0U);
 }
 
-TEST_F(Protocols, DeletionAtZeroStaysAtZeroAndIsSaidUnderErrForAVrf) {
+TEST_F(Protocols, DeletionAtZeroStaysAtZeroAndIsPrintedUnderErrForAVrf) {
   OnlyArea(ERR);
   set_vrf_protocol("red", kProtocolBgp, 1);
   EXPECT_THAT(Prints(), ElementsAre("Protocol 1 count for VRF red is already 0"));
@@ -360,7 +360,7 @@ TEST_F(Protocols, FailedUnlockIsReportedAndTheCountIsChanged) {
   EXPECT_EQ(OfInterface(kProtocolRip), 1U);
 }
 
-TEST_F(Protocols, MutexIsGivenBackWhenTheInterfaceIsUnknown) {
+TEST_F(Protocols, MutexIsReleasedWhenTheInterfaceIsUnknown) {
   set_interface_protocol("ge9", "red", kProtocolRip, 0);
   TakeMutex();
   ReleaseMutex();

@@ -19,7 +19,7 @@ TEST_F(RoutePolicies, EachFamilyAndDirectionHasItsOwn) {
   EXPECT_THAT(PoliciesOf("red"), ElementsAre("in4", "in6", "out4", "out6"));
 }
 
-TEST_F(RoutePolicies, SetAndRemovalAreSaid) {
+TEST_F(RoutePolicies, SetAndRemovalArePrinted) {
   OnlyArea(VTAB);
   SetText(import_policy_path("red", 1, 1), "customers");
   SetText(export_policy_path("red", 2, 1), "transit");
@@ -114,7 +114,7 @@ TEST_F(RoutePolicies, SetWithoutAValueClearsTheSlotAndPrintsNothing) {
   EXPECT_THAT(Prints(), IsEmpty());
 }
 
-TEST_F(RoutePolicies, RemovalOfNoPolicyIsSaidAllTheSame) {
+TEST_F(RoutePolicies, RemovalOfAnAbsentPolicyIsPrintedToo) {
   const Arguments args = Arguments(0, 3).Text(0, "red").Number(1, 1).Number(2, 1);
   mpls_vpn_mib_export_policy_notify(&kDeleted, args.Block());
   EXPECT_THAT(Prints(), ElementsAre("Export route policy (null) removed from VRF red, AFI = 1, SAFI = 1"));

@@ -50,7 +50,7 @@ TEST_F(ThresholdEvents, MaximumThresholdCrossedIsStoredAndFlaggedAndRaisesANotif
   EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnVrfNumVrfRouteMaxThreshExceeded red high=100 routes=101"));
 }
 
-TEST_F(ThresholdEvents, MaximumThresholdClearedTakesTheFlagAway) {
+TEST_F(ThresholdEvents, MaximumThresholdClearedClearsTheFlag) {
   Maximum(kExceeded, table_, 101, 100);
   Traps();
   Maximum(kCleared, table_, 99, 100);
@@ -223,7 +223,7 @@ TEST_F(ThresholdEvents, RecordIsNotReleasedWhereNoVrfWasFound) {
   EXPECT_EQ(fault_reached("parcel_free_indirections"), 0U);
 }
 
-TEST_F(ThresholdEvents, OnlyTheMidEventSaysThatItIsEntered) {
+TEST_F(ThresholdEvents, OnlyTheMidEventPrintsItsEntry) {
   OnlyArea(PROV);
   MidExceeded(table_ + 1, 81, 80);
   EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_mid_thresh_exceeded_notify"));

@@ -50,7 +50,7 @@ TEST_F(RouteThresholds, LargeThresholdsAreUnsigned) {
       Printed("notify for threshold change on VRF red, high_tresh = 4294967295, mid_thresh = 3000000000 "));
 }
 
-TEST_F(RouteThresholds, AnyTableNameIsTaken) {
+TEST_F(RouteThresholds, AnyTableNameIsAccepted) {
   SetPair(limit_path("red", 1, 1, "other"), 100, 80);
   EXPECT_EQ(ThresholdsOf("red"), "100/80");
 }
@@ -100,7 +100,7 @@ TEST_F(RouteThresholds, DeletionMakesNoRecord) {
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("blue"), nullptr);
 }
 
-TEST_F(RouteThresholds, SetCountsBeforeDeletionAndNeitherIsNothing) {
+TEST_F(RouteThresholds, SetOutweighsDeletionAndNeitherChangesNothing) {
   KvValue value;
   ASSERT_EQ(tuple_pack(&value, "%d%d", {7, 5}), kStatusOk);
   const Arguments block = Arguments(0, 4).Text(0, "red").Number(1, 1).Number(2, 1).Text(3, "default");
@@ -177,7 +177,7 @@ class ThresholdReplay : public Configured<DaemonTest> {
   ThresholdReplay() { registers_at_once_ = false; }
 };
 
-TEST_F(ThresholdReplay, WhatIsConfiguredIsThereWhenAFirstRunHasRegistered) {
+TEST_F(ThresholdReplay, ConfigurationIsAppliedWhenAFirstRunHasRegistered) {
   AddVrf("red");
   SetPair(limit_path("red", 1, 1), 100, 80);
   PassSeconds(5);

@@ -182,7 +182,7 @@ TEST_F(RouteDistinguishers, DeletionThatPassesTheTextLeavesThatRdStored) {
   EXPECT_TRUE(Printed("notify for RD deletion on vrf red, RD = 65000:1"));
 }
 
-TEST_F(RouteDistinguishers, SetForAnUnknownVrfIsSaidAndMakesNoRecord) {
+TEST_F(RouteDistinguishers, SetForAnUnknownVrfIsPrintedAndMakesNoRecord) {
   mpls_vpn_mib_rd_notify(1, "blue", "65000:1");
   EXPECT_THAT(Prints(), ElementsAre("notify for RD set on vrf blue, RD = 65000:1"));
   EXPECT_FALSE(IsKnown("blue"));
@@ -213,7 +213,7 @@ class RdRegistration : public Configured<DaemonTest> {
   RdRegistration() { registers_at_once_ = false; }
 };
 
-TEST_F(RdRegistration, WhatIsThereIsKnownAtOnceAndARestartMovesNothing) {
+TEST_F(RdRegistration, ExistingDistinguishersAreKnownAtOnceAndARestartChangesNothing) {
   AddVrf("red", 0, "65000:100");
   Register();
   EXPECT_STREQ(AttributesOf("red")->rd, "65000:100");

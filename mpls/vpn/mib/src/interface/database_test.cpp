@@ -41,7 +41,7 @@ TEST_F(IfDatabase, NodeOwnsCopiesAndStartsWithNothingCounted) {
   for (const std::uint32_t count : node->protocol_count) EXPECT_EQ(count, 0U);
 }
 
-TEST_F(IfDatabase, CreationSaysWhatItIsGiven) {
+TEST_F(IfDatabase, CreationPrintsItsArguments) {
   CreateIf("red", 7, "ge0", 0x1f);
   CreateIf("red", 8, nullptr, 0x20);
   EXPECT_THAT(

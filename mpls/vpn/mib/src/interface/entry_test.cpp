@@ -184,7 +184,7 @@ TEST_F(InterfaceRow, FailedEncodingIsReturned) {
   EXPECT_EQ(reply_.Get().data, nullptr);
 }
 
-TEST_F(InterfaceRow, InterfaceOfAnInvalidVrfIsSaidByTheProvider) {
+TEST_F(InterfaceRow, InterfaceOfAnInvalidVrfIsPrintedUnderProv) {
   CreateIf("far", 7, "ge0", 900);
   ExpectUnder(PROV, "Interface is in an invalid VRF", [this] {
     mpls_vpn_mib_prov_get_interface(reply_.Place(), NameAndNumber(kExact).Name("far").Number(7).Block());

@@ -257,7 +257,7 @@ TEST_F(IfLookup, WalksThatBeginAtANodeWithoutNameFindNothing) {
   }
 }
 
-TEST_F(IfLookup, EverythingItSaysIsTheDatabases) {
+TEST_F(IfLookup, EverythingIsPrintedUnderDbase) {
   CreateIf("red", 7, "ge7", 0x70);
   CreateIf("vrf9", 3, "ge3", 0x30);
   CreateIf("vrf10", 4, nullptr, 0x40);

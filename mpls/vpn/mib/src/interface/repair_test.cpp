@@ -114,7 +114,7 @@ TEST_F(IfRepair, IndexOfAFailedLookupIsForgotten) {
   EXPECT_EQ(NodesByVrf(), 0U);
 }
 
-TEST_F(IfRepair, EachThingIsSaidByItsArea) {
+TEST_F(IfRepair, EachMessageIsPrintedUnderItsArea) {
   const std::uint32_t handle = AddInterface("ge0");
   const auto repair = [&] {
     if (IfNode* node = mpls_vpn_mib_get_if_by_handle(true, handle)) DeleteIf(node);
@@ -307,7 +307,7 @@ TEST_F(InterfaceName, ConnectionIsBoundOnce) {
   EXPECT_EQ(qic_last_binding().version, 2U);
 }
 
-TEST_F(InterfaceName, StaleConnectionIsBoundAgainAndAskedAgain) {
+TEST_F(InterfaceName, StaleConnectionIsBoundAndUsedAgain) {
   const std::uint32_t handle = AddInterface("ge0");
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
   qic_server_restart();

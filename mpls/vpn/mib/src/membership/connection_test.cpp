@@ -52,7 +52,7 @@ using MembershipItems = MembershipConnection;
 
 }  // namespace
 
-TEST_F(MembershipConnection, WhatExistsIsThereWhenRegistrationReturns) {
+TEST_F(MembershipConnection, WhatExistsIsInTheDatabasesWhenRegistrationReturns) {
   AddVrf("blue");
   AddVrf("red");
   AddInterface("ge0", "red");
@@ -257,7 +257,7 @@ TEST_F(MembershipOpen, UnbindThatFailsWhileUndoingIsTraced) {
   vmap_c_lib_end(client);
 }
 
-TEST_F(MembershipItems, EachThingIsSaidByItsArea) {
+TEST_F(MembershipItems, EachMessageIsPrintedUnderItsArea) {
   const std::string vrf = ", flags: 0x0, attr: (nil)";
   ExpectUnder(VMAP, "VMAP Callback VRF Update CB: vrf_name: 'red', vrf_id: 0x9, vr_id: 0x4" + vrf,
               [] { VrfEvent(VmapEvent::kUpdate, "red", 0); });
@@ -273,7 +273,7 @@ TEST_F(MembershipItems, EachThingIsSaidByItsArea) {
   });
 }
 
-TEST_F(MembershipConnection, EachThingIsSaidByItsArea) {
+TEST_F(MembershipConnection, EachMessageIsPrintedUnderItsArea) {
   const auto connect = [this] {
     mpls_vpn_mib_vmap_end();
     EXPECT_EQ(mpls_vpn_mib_vmap_register_for_notification(manager_), kStatusOk);

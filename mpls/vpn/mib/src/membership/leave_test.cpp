@@ -116,7 +116,7 @@ TEST_F(InterfaceLeave, UpInterfaceIsTracedAsLeavingWhileUp) {
   EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("interface ge0 leaves VRF red while up"));
 }
 
-TEST_F(InterfaceLeave, EachThingIsSaidByItsArea) {
+TEST_F(InterfaceLeave, EachMessageIsPrintedUnderItsArea) {
   AddVrf("red");
   const std::uint32_t handle = AddInterface("ge0", "red");
   Connect();
@@ -143,7 +143,7 @@ TEST_F(InterfaceLeave, EachThingIsSaidByItsArea) {
   ExpectUnder(ERR, "Error (mpls_vpn_mib_if2vrf_del): pthread mutex lock failed", locked);
 }
 
-TEST_F(VrfLife, EachThingIsSaidByItsArea) {
+TEST_F(VrfLife, EachMessageIsPrintedUnderItsArea) {
   AddVrf("red", 0, "65000:100");
   Run();
   const auto create = [this] { VrfCreated("red", 101, 0); };
@@ -285,7 +285,7 @@ TEST_F(VrfLife, DeletedVrfLosesItsNodeAndKeepsRecordAndInterfaces) {
   EXPECT_EQ(Nodes(), 1U);
 }
 
-TEST_F(VrfLife, DeletionOfAnUnknownVrfIsSaid) {
+TEST_F(VrfLife, DeletionOfAnUnknownVrfIsReported) {
   VrfDeleted("red", 101);
   EXPECT_EQ(Prints().back(), "Could not delete from VRF database");
 }

@@ -108,7 +108,7 @@ TEST_F(InterfaceJoin, SubscriberInterfacesAreNotResolved) {
   EXPECT_EQ(fault_reached("ifindex_get_index_list"), 0U);
 }
 
-TEST_F(InterfaceJoin, IsSaidBeforeTheNameIsLookedUp) {
+TEST_F(InterfaceJoin, IsPrintedBeforeTheNameIsLookedUp) {
   AddVrf("red");
   mpls_vpn_mib_if2vrf_add(0xdead, "red");
   EXPECT_THAT(PrintsOf({"VMAP: interface", "Error in mpls_vpn_get_interface_name"}),
@@ -150,7 +150,7 @@ TEST_F(InterfaceJoin, LongestNameThatARouterHasIsStoredWhole) {
 }
 
 // Each act is done twice, with the area alone on and alone off.
-TEST_F(InterfaceJoin, EachThingIsSaidByItsArea) {
+TEST_F(InterfaceJoin, EachMessageIsPrintedUnderItsArea) {
   AddVrf("red");
   AddVrf("blue");
   AddVrf("gray");

@@ -67,7 +67,7 @@ class RequestFilter : public DaemonTest {
   VrfFilter filter_{};
 };
 
-TEST_F(RequestFilter, Form0TakesThePlainName) {
+TEST_F(RequestFilter, Form0UsesThePlainName) {
   Decode(Arguments(0).Name("red").Afi(1).Safi(1));
   EXPECT_EQ(filter_.flags, kFilterVrfName);
   EXPECT_STREQ(filter_.vrf_name, "red");
@@ -81,7 +81,7 @@ TEST_F(RequestFilter, Form0WithoutNameYieldsNoFlags) {
   EXPECT_THAT(Prints(), ElementsAre("Filter flags are 0x0"));
 }
 
-TEST_F(RequestFilter, Form1TakesNameAfiAndSafi) {
+TEST_F(RequestFilter, Form1UsesNameAfiAndSafi) {
   Decode(Arguments(1).Name("red").Afi(2).Safi(1));
   EXPECT_EQ(filter_.flags, 0x7U);
   EXPECT_EQ(filter_.afi, 2U);
@@ -90,7 +90,7 @@ TEST_F(RequestFilter, Form1TakesNameAfiAndSafi) {
                                     "Filter flags are 0x7"));
 }
 
-TEST_F(RequestFilter, Form1TakesWhatIsThere) {
+TEST_F(RequestFilter, Form1UsesThePresentArguments) {
   Decode(Arguments(1).Safi(2));
   EXPECT_EQ(filter_.flags, kFilterSafi);
   EXPECT_EQ(filter_.safi, 2U);

@@ -143,7 +143,7 @@ TEST_F(Provider, BindsAndRegistersInOrderWithTheStoresOptions) {
                                        "bind \"/oper/rib_threshold/\" 0", "subscribe \"\" 3 0 0 4"));
 }
 
-TEST_F(Provider, RegistrationSaysWhenItBeginsAndEnds) {
+TEST_F(Provider, RegistrationPrintsItsBeginAndEnd) {
   OnlyArea(PROV);
   ASSERT_EQ(Register(), kStatusOk);
   const std::vector<std::string> prints = Prints();
@@ -370,8 +370,8 @@ std::string error_line(const std::string& function, const std::string& what) {
 class SubscriptionFailure : public Provider, public testing::WithParamInterface<std::uint32_t> {
  protected:
   const SubscriptionTexts& Texts() const { return kTexts[GetParam()]; }
-  // What is said when `what` failed under the subscription's own name.
-  std::vector<std::string> Said(std::vector<std::string> lines) const {
+  // The print when `what` failed, under the subscription's own name.
+  std::vector<std::string> Expected(std::vector<std::string> lines) const {
     if (Texts().summary != nullptr) lines.push_back(error_line("mpls_vpn_mib_prov_init", Texts().summary));
     return lines;
   }
@@ -381,7 +381,7 @@ TEST_P(SubscriptionFailure, FailedBindIsReportedWithItsOwnText) {
   fault_arm("kvtree_bind", kStatusIo, GetParam() + 2);  // the provider's bind is the first
   fault_arm("kvtree_unbind", kStatusIo, 2);
   EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
-  EXPECT_THAT(Prints(), ElementsAreArray(Said({error_line(Texts().function, Texts().bind)})));
+  EXPECT_THAT(Prints(), ElementsAreArray(Expected({error_line(Texts().function, Texts().bind)})));
   EXPECT_EQ(fault_reached("kvtree_unbind"), 0U);
   EXPECT_EQ(backend_scan_in_progress, 1U);
 }
@@ -390,8 +390,8 @@ TEST_P(SubscriptionFailure, FailedSubscriptionIsReportedAndUnbound) {
   fault_arm("kvtree_register_notification", kStatusIo, GetParam() + 1);
   fault_arm("kvtree_unbind", kStatusIo, 2);
   EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
-  EXPECT_THAT(Prints(),
-              ElementsAreArray(Said({error_line(Texts().function, "kvtree_register_notification failed")})));
+  EXPECT_THAT(Prints(), ElementsAreArray(
+                            Expected({error_line(Texts().function, "kvtree_register_notification failed")})));
   EXPECT_EQ(fault_reached("kvtree_unbind"), 1U);
 }
 
@@ -400,8 +400,8 @@ TEST_P(SubscriptionFailure, FailedUnbindIsReportedBetweenTheTwo) {
   fault_arm("kvtree_unbind", kStatusIo);
   EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
   EXPECT_THAT(Prints(),
-              ElementsAreArray(Said({error_line(Texts().function, "kvtree_register_notification failed"),
-                                     error_line(Texts().function, "kvtree_unbind failed")})));
+              ElementsAreArray(Expected({error_line(Texts().function, "kvtree_register_notification failed"),
+                                         error_line(Texts().function, "kvtree_unbind failed")})));
 }
 
 INSTANTIATE_TEST_SUITE_P(EachSubscription, SubscriptionFailure, testing::Range(0U, 8U));

@@ -161,7 +161,7 @@ TEST_F(Scalars, InterfaceWithoutARecordIsConnectedButMakesNothingActive) {
   EXPECT_TRUE(Printed("VTAB does not have record for interface absent in VRF red"));
 }
 
-TEST_F(Scalars, InterfaceWithARecordIsSaidToHaveOne) {
+TEST_F(Scalars, RecordOfAnInterfaceIsPrinted) {
   AddVrf("red");
   AddActiveInterface("ge0", "red");
   Connect();

@@ -218,7 +218,7 @@ class Registry : public testing::Test {
   const TemporaryDirectory directory_;
 };
 
-TEST_F(Registry, HoldsEveryRecordOfASetAfterItsRegistration) {
+TEST_F(Registry, HasEveryRecordOfASetAfterItsRegistration) {
   ASSERT_EQ(mpls_vpn_mib_parcel_register(), kStatusOk);
   for (const ParcelDescription* one : kMibSet) EXPECT_EQ(parcel_find(one->type_name), one);
   EXPECT_EQ(parcel_find("mpls_vpn_vrf"), nullptr);
@@ -226,7 +226,7 @@ TEST_F(Registry, HoldsEveryRecordOfASetAfterItsRegistration) {
   for (const ParcelDescription* one : kShowSet) EXPECT_EQ(parcel_find(one->type_name), one);
 }
 
-TEST_F(Registry, HoldsTheThresholdEventsOnlyWhenAsked) {
+TEST_F(Registry, HasTheThresholdEventsOnlyOnRequest) {
   ASSERT_EQ(mpls_vpn_mib_parcel_register(), kStatusOk);
   ASSERT_EQ(mpls_vpn_parcel_register(), kStatusOk);
   EXPECT_EQ(parcel_find("rib_prov_maxthresh"), nullptr);
@@ -234,7 +234,7 @@ TEST_F(Registry, HoldsTheThresholdEventsOnlyWhenAsked) {
   for (const ParcelDescription* one : kRibSet) EXPECT_EQ(parcel_find(one->type_name), one);
 }
 
-TEST_F(Registry, IsGivenEachSetInItsOrder) {
+TEST_F(Registry, ReceivesEachSetInItsOrder) {
   ASSERT_EQ(mpls_vpn_mib_parcel_register(), kStatusOk);
   EXPECT_THAT(registered_types,
               ElementsAre("mpls_vpn_mib_scalars", "mpls_vpn_mib_interface", "mpls_vpn_mib_vrf",

@@ -196,7 +196,7 @@ TEST_F(RouteRow, FailedEncodingIsAnswered) {
   EXPECT_EQ(reply_.Get().data, nullptr);
 }
 
-TEST_F(RouteRow, EitherIpv6TypeAsksTheIpv6TablesAlone) {
+TEST_F(RouteRow, EitherIpv6TypeReadsTheIpv6TablesAlone) {
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   AddRoute("red", "2001:db8::/32", "fe80::1");
   for (const std::uint32_t type : {2U, 4U}) {

@@ -81,7 +81,7 @@ class RouteModules : public RouteTablesTest, public testing::WithParamInterface<
   std::string posted_;
 };
 
-TEST_P(RouteModules, LoadingSaysThatItSucceeded) {
+TEST_P(RouteModules, SuccessfulLoadingIsPrinted) {
   EXPECT_TRUE(family().load());
   EXPECT_THAT(Prints(), ElementsAre(std::string(family().loading) + ": Successfully load " + family().name +
                                     " RIB dll"));

@@ -240,7 +240,7 @@ TEST_F(RtDatabase, ExactGetNeverAnswersAnotherVrf) {
   EXPECT_EQ(Exact("zzzzz", 1, kRtImport), "none");
 }
 
-TEST_F(RtDatabase, ExactGetOfNumberZeroAsksForTypeZeroWhichNoEntryHas) {
+TEST_F(RtDatabase, ExactGetOfNumberZeroFindsNothing) {
   Add("red", kRtImport, "1:1");
   EXPECT_EQ(Exact("red", 0, kRtImport), "none");
   EXPECT_EQ(index_, 1U);

@@ -61,7 +61,7 @@ TEST_F(VrfTraps, UpIsRaisedWhileNoInterfaceIsActive) {
                           "Entering function generate_trap_notification"));
 }
 
-TEST_F(VrfTraps, UpUsesTheNodeThatItIsGiven) {
+TEST_F(VrfTraps, UpUsesTheGivenNode) {
   Up("no such name", Node("ge1"));
   EXPECT_THAT(Traps(), ElementsAre(kUpOfGe1));
   ExpectFlags("ge1", 1, 0);

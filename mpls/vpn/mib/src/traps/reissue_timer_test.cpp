@@ -39,7 +39,7 @@ class ReissueTimerInit : public ReissueTimer, public testing::WithParamInterface
 
 }  // namespace
 
-TEST_F(ReissueTimer, InitIsSaid) {
+TEST_F(ReissueTimer, InitIsPrinted) {
   mpls_vpn_mib_timer_deinit();
   OnlyArea(START);
   ClearPrints();
@@ -159,7 +159,7 @@ TEST_F(ReissueTimer, SwitchIsLookedAtAnewEachInterval) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(ReissueTimer, RoundIsSaid) {
+TEST_F(ReissueTimer, RoundIsPrinted) {
   mpls_vpn_mib_timer_start(10);
   OnlyArea(TRAPS);
   ClearPrints();

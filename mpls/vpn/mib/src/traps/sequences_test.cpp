@@ -97,7 +97,7 @@ TEST_F(TrapSequence, LastOfSeveralInterfacesDownRaisesDown) {
   EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge1)));
 }
 
-TEST_F(TrapSequence, LastActiveInterfaceIsTakenOutOfTheVrf) {
+TEST_F(TrapSequence, LastActiveInterfaceIsRemovedFromTheVrf) {
   const std::uint32_t ge0 = Add("ge0", "red");
   Add("ge1", "red");
   ComeUp("ge0");
@@ -126,7 +126,7 @@ TEST_F(TrapSequence, InterfaceThatMovesBetweenVrfsThatStayUpRaisesNothing) {
 
 // --- Changes of who keeps the VRF up
 
-TEST_F(TrapSequence, InterfacesThatTakeTurnsRaiseOncePerTransitionOfTheVrf) {
+TEST_F(TrapSequence, InterfacesUpInAlternationRaiseOncePerTransitionOfTheVrf) {
   const std::uint32_t ge0 = Add("ge0", "red");
   const std::uint32_t ge1 = Add("ge1", "red");
   ComeUp("ge0");
@@ -180,7 +180,7 @@ TEST_F(TrapSequence, JoinOfAnActiveInterfaceCountsItAndRaisesNothingByItself) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(TrapSequence, JoinOfAnInterfaceThatIsDownAsksNothing) {
+TEST_F(TrapSequence, JoinOfAnInterfaceThatIsDownMakesNoDecision) {
   Add("ge0", "default");
   ClearPrints();
   mpls_vpn_mib_if2vrf_add(HandleOf("ge0"), "red");
@@ -210,7 +210,7 @@ TEST_F(TrapSequence, LeaveOfAnActiveInterfaceCountsItAndRaisesNothingByItself) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(TrapSequence, LeaveOfAnInterfaceThatRaisedDownAsksNothing) {
+TEST_F(TrapSequence, LeaveOfAnInterfaceThatRaisedDownMakesNoDecision) {
   Add("ge0", "red");
   ComeUp("ge0");
   mpls_vpn_mib_get_if_by_vrf_and_name("red", "ge0")->vrf_down_trap_sent = 1;
@@ -295,7 +295,7 @@ TEST_F(TrapSequence, InterfaceThatIsRenamedTwiceAndDownInOneMomentRaisesDown) {
 
 // Until an interface's departure is delivered, its name means that interface and no other that took the name
 // since.
-TEST_F(TrapSequence, NameThatAnotherInterfaceTakesAtOnceStillMeansTheOneThatLeft) {
+TEST_F(TrapSequence, NameThatAnotherInterfaceGetsAtOnceStillMeansTheOneThatLeft) {
   const std::uint32_t ge0 = Add("ge0", "red");
   Add("ge1", "default");
   ComeUp("ge0");
@@ -309,7 +309,7 @@ TEST_F(TrapSequence, NameThatAnotherInterfaceTakesAtOnceStillMeansTheOneThatLeft
   EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
 }
 
-TEST_F(TrapSequence, InterfacesThatGoDownAndAreMadeAgainInOneMomentRaiseOneDown) {
+TEST_F(TrapSequence, InterfacesThatAreDownAndCreatedAgainInOneMomentRaiseOneDown) {
   const std::uint32_t ge0 = Add("ge0", "red");
   Add("ge1", "red");
   ComeUp("ge0");

@@ -194,7 +194,7 @@ TEST_F(TrapGeneration, EveryFieldArrivesInItsPlace) {
   EXPECT_THAT(Traps(), ElementsAre(kGenerated));
 }
 
-TEST_F(TrapGeneration, IsSaid) {
+TEST_F(TrapGeneration, IsPrinted) {
   OnlyArea(TRAPS);
   generate();
   EXPECT_THAT(Prints(), ElementsAre("Entering function generate_trap_notification"));

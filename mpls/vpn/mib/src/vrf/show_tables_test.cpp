@@ -240,7 +240,7 @@ TEST_F(VrfShow, StructuredFormWithBothFamiliesHasAllTables) {
   EXPECT_TRUE(Printed("add_tables table count: 4"));
 }
 
-TEST_F(VrfShow, StructuredFormOfAGivenFamilyLooksAtItsTableOnly) {
+TEST_F(VrfShow, StructuredFormOfAGivenFamilyConsidersItsTableOnly) {
   AddVrf("red");
   Connect();
   AddRouteTarget("red", kRtImport, "6:6", 2, 1);

@@ -112,7 +112,7 @@ TEST_F(VrfShow, HandlerPrintsWhatItDoes) {
                           "Entering function fill_show_rt_parcel", "Found VRF red"));
 }
 
-TEST_F(VrfShow, NameIsTakenAsGivenInEveryForm) {
+TEST_F(VrfShow, NameIsUsedLiterallyInEveryForm) {
   AddVrf("a/b");
   AddInterface("ge0", "x/y");
   Connect();

@@ -74,7 +74,7 @@ TEST_F(Walks, VrfsAreShownOnceInOrder) {
   ExpectWalk(kVrfs, "vrf-next/vrf11", {});
 }
 
-TEST_F(Walks, VrfsThatStayAreShownOnceWhileOthersComeAndGo) {
+TEST_F(Walks, VrfsThatRemainAreShownOnceWhileOthersAreAddedAndRemoved) {
   for (const char* name : {"a", "c", "e", "g"}) AddVrf(name);
   Run();
   bool end = false;
@@ -348,7 +348,7 @@ TEST_F(RouteWalks, WalkBeginsAfterTheGivenKey) {
   ExpectRoutes("route-next/red/2/128/2/" + std::string(32, 'f') + "/" + std::string(32, 'f'), {});
 }
 
-TEST_F(RouteWalks, RowsThatStayAreShownOnceWhileOthersComeAndGo) {
+TEST_F(RouteWalks, RowsThatRemainAreShownOnceWhileOthersAreAddedAndRemoved) {
   AddVrf("red");
   AddRejectedDefault("red", "0.0.0.0/0");
   for (int i = 1; i <= 20; ++i) AddRoute("red", "10." + std::to_string(i) + ".0.0/16", "192.0.2.1");
