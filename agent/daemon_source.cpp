@@ -47,7 +47,7 @@ void DaemonSource::note(Status status) {
   }
   if (status != kStatusOk) return;
   had_data_ = true;
-  if (announced_away_) log_line("daemon at %s: answers again", socket_path_.c_str());
+  if (announced_away_) log_notice("", "daemon at %s: answers again", socket_path_.c_str());
   announced_away_ = false;
 }
 
@@ -82,8 +82,8 @@ void DaemonSource::lose(Status status) {
   retry_at_ = clock_monotonic() + pause;
   if (announced_away_) return;
   announced_away_ = true;
-  log_line("daemon at %s: away (%s); answering with errors until it is back", socket_path_.c_str(),
-           err_text(status));
+  log_warning("", "daemon at %s: away (%s); answering with errors until it is back", socket_path_.c_str(),
+              err_text(status));
 }
 
 }  // namespace agent

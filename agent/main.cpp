@@ -67,9 +67,10 @@ int open_end_signals() {
 int run(const CommandLine& line) {
   const int end_signals = open_end_signals();
   if (end_signals < 0) {
-    log_line("signalfd: %s", std::strerror(errno));
+    log_error("mpls_vpn_snmp", "signalfd: %s", std::strerror(errno));
     return EXIT_FAILURE;
   }
+  if (!line.verbose) log_limit(kLogLines, kLogInterval);
   agent::SubAgent sub_agent(to_options(line));
   while (!sub_agent.run_once(end_signals, -1)) {
   }
@@ -84,7 +85,7 @@ int parse_and_run(int argc, char** argv) {
   describe(&app, &line);
   CLI11_PARSE(app, argc, argv);
   if (!line.run_directory.empty() && setenv("MPLS_VPN_MIB_RUN_DIR", line.run_directory.c_str(), 1) != 0) {
-    log_line("setenv: %s", std::strerror(errno));
+    log_error("mpls_vpn_snmp", "setenv: %s", std::strerror(errno));
     return EXIT_FAILURE;
   }
   return run(line);
@@ -98,7 +99,7 @@ int main(int argc, char** argv) {
   try {
     return parse_and_run(argc, argv);
   } catch (const std::exception& failure) {
-    log_line("mpls_vpn_snmp: %s", failure.what());
+    log_error("mpls_vpn_snmp", "%s", failure.what());
     return EXIT_FAILURE;
   }
 }

@@ -51,7 +51,7 @@ void SubAgent::answer(const agentx::Header& request, agentx::Bytes payload, agen
   const std::size_t begin = writer->position();
   responder_.answer(request, payload, writer);
   if (!verbose_) return;
-  log_line("request %u type %u: %zu octets, answer %zu octets", request.packet,
+  log_info("", "request %u type %u: %zu octets, answer %zu octets", request.packet,
            static_cast<unsigned>(request.type), payload.size(), writer->position() - begin);
 }
 
@@ -82,7 +82,7 @@ bool SubAgent::run_once(int wake_fd, int max_wait_ms) {
                                    pollfd{daemon_.fd(), POLLIN, 0}, pollfd{wake_fd, POLLIN, 0},
                                    pollfd{traps_.fd(), POLLIN, 0}};
   if (poll(watched.data(), watched.size(), wait_ms(max_wait_ms)) < 0) {
-    if (errno != EINTR) log_line("poll: %s", std::strerror(errno));
+    if (errno != EINTR) log_error("mpls_vpn_snmp", "poll: %s", std::strerror(errno));
     return false;
   }
   // The daemon first: a request that arrives at the same time must not be sent into a closed connection.

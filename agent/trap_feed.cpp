@@ -94,8 +94,8 @@ void TrapFeed::keep(Trap trap) {
 
 void TrapFeed::note_lost(std::uint64_t count, const char* where) {
   lost_ += count;
-  log_line("traps: %llu lost because the queue of %s was full, %llu since the start",
-           static_cast<unsigned long long>(count), where, static_cast<unsigned long long>(lost_));
+  log_warning("traps", "%llu lost because the queue of %s was full, %llu since the start",
+              static_cast<unsigned long long>(count), where, static_cast<unsigned long long>(lost_));
 }
 
 void TrapFeed::lose_connection(Status status) {
@@ -104,7 +104,7 @@ void TrapFeed::lose_connection(Status status) {
   const bool refused = status == kStatusAccess || status == kStatusNoSuchRow;
   if (!refused || status == announced_) return;
   announced_ = status;
-  log_line("traps: the daemon at %s refused the subscription: %s", socket_path_.c_str(), err_text(status));
+  log_error("traps", "the daemon at %s refused the subscription: %s", socket_path_.c_str(), err_text(status));
 }
 
 void TrapFeed::send() {
@@ -122,7 +122,7 @@ bool TrapFeed::send_one(Trap* trap) {
   std::vector<std::uint8_t> variables;
   agentx::Writer trial(&variables);
   if (const Status status = write_trap(trap->record, &trial)) {
-    log_line("traps: cannot send one: %s", err_text(status));
+    log_error("traps", "cannot send one: %s", err_text(status));
     trap->done = true;
     return true;
   }
@@ -134,7 +134,7 @@ void TrapFeed::take_answer(std::uint32_t packet, std::uint16_t error) {
   const auto trap =
       std::find_if(traps_.begin(), traps_.end(), [&](const Trap& each) { return each.packet == packet; });
   if (trap == traps_.end()) return;
-  if (error != 0) log_line("traps: the master agent refused one: %s", agentx::error_text(error).c_str());
+  if (error != 0) log_warning("traps", "the master agent refused one: %s", agentx::error_text(error).c_str());
   trap->done = true;
   drop_done();
 }

@@ -104,7 +104,8 @@ void attach_services() {
 void start_sources(EventManager* manager) {
   for (const auto& source : host().sources) {
     if (const Status status = source->start(manager)) {
-      log_line("mpls_vpn_mib: cannot follow changes of %s: %s", source->describe().c_str(), err_text(status));
+      log_error("mpls_vpn_mib", "cannot follow changes of %s: %s", source->describe().c_str(),
+                err_text(status));
       std::exit(1);
     }
   }
@@ -121,22 +122,22 @@ void release_routes(EventManager* manager) {
 void start_on_main_manager(EventManager* manager) {
   if (std::string(event_manager_name(manager)) != kMainManager) return;
   if (const Status status = kvtree_serve(manager)) {
-    log_line("mpls_vpn_mib: cannot serve %s: %s", kMainManager, err_text(status));
+    log_error("mpls_vpn_mib", "cannot serve %s: %s", kMainManager, err_text(status));
     std::exit(1);
   }
   check_route_modules();
   host().model.routes().defer_releases(
       [manager] { event_timer_start(manager, 0, [manager] { release_routes(manager); }); });
   if (const Status status = config_references_start(&host().model, manager)) {
-    log_line("mpls_vpn_mib: cannot follow the configuration: %s", err_text(status));
+    log_error("mpls_vpn_mib", "cannot follow the configuration: %s", err_text(status));
     std::exit(1);
   }
   if (const Status status = rib_threshold_attach(&host().model, manager)) {
-    log_line("mpls_vpn_mib: cannot watch the route thresholds: %s", err_text(status));
+    log_error("mpls_vpn_mib", "cannot watch the route thresholds: %s", err_text(status));
     std::exit(1);
   }
   if (const Status status = vpn_events_attach(&host().model, manager)) {
-    log_line("mpls_vpn_mib: cannot report changes of route distinguishers: %s", err_text(status));
+    log_error("mpls_vpn_mib", "cannot report changes of route distinguishers: %s", err_text(status));
     std::exit(1);
   }
   start_sources(manager);
@@ -145,7 +146,7 @@ void start_on_main_manager(EventManager* manager) {
 bool arm_faults() {
   const char* faults = std::getenv("MPLS_VPN_MIB_FAULTS");
   if (faults == nullptr || fault_arm_from_text(faults) == kStatusOk) return true;
-  log_line("mpls_vpn_mib: MPLS_VPN_MIB_FAULTS does not parse: %s", faults);
+  log_warning("mpls_vpn_mib", "MPLS_VPN_MIB_FAULTS does not parse: %s", faults);
   return false;
 }
 
@@ -153,49 +154,50 @@ bool make_directory(const std::string& directory) {
   std::error_code failure;
   std::filesystem::create_directories(directory, failure);
   if (!failure) return true;
-  log_line("mpls_vpn_mib: cannot make %s: %s", directory.c_str(), failure.message().c_str());
+  log_error("mpls_vpn_mib", "cannot make %s: %s", directory.c_str(), failure.message().c_str());
   return false;
 }
 
 // A daemon without its configuration would be silent where its operator switched traps on.
 bool prepare_store() {
   if (const Status status = vrf_config::register_configuration()) {
-    log_line("mpls_vpn_mib: cannot register the owners of the configuration: %s", err_text(status));
+    log_error("mpls_vpn_mib", "cannot register the owners of the configuration: %s", err_text(status));
     return false;
   }
   const Status opened = kvtree_keep_configuration(state_directory());
   if (opened != kStatusOk) {
-    log_line("mpls_vpn_mib: cannot open the configuration in %s: %s", state_directory().c_str(),
-             err_text(opened));
+    log_error("mpls_vpn_mib", "cannot open the configuration in %s: %s", state_directory().c_str(),
+              err_text(opened));
     return false;
   }
   const Status retained = kvtree_retain_notifications(kProviderPath, kTrapSubscriber, kTrapQueue);
   if (retained == kStatusOk) return true;
-  log_line("mpls_vpn_mib: cannot create the queue of traps: %s", err_text(retained));
+  log_error("mpls_vpn_mib", "cannot create the queue of traps: %s", err_text(retained));
   return false;
 }
 
 int refuse(const std::string& error) {
-  log_line("mpls_vpn_mib: %s", error.c_str());
+  log_error("mpls_vpn_mib", "%s", error.c_str());
   return 1;
 }
 
 }  // namespace
 
 int start_host() {
+  log_limit(kLogLines, kLogInterval);
   if (!arm_faults() || !make_directory(run_directory()) || !make_directory(state_directory())) return 1;
   Settings settings;
   std::string error;
   if (!read_settings(config_directory(), &settings, &error)) return refuse(error);
-  if (!settings.notice.empty()) log_line("mpls_vpn_mib: %s", settings.notice.c_str());
+  if (!settings.notice.empty()) log_error("mpls_vpn_mib", "%s", settings.notice.c_str());
   if (!prepare_store()) return 1;
   if (!load_router(settings, &error) || !load_routing_suite(settings, &error)) return refuse(error);
   attach_services();
   // Clients never see a time that a crash could undo. The store logs a commit that failed and continues.
   wire::set_output_barrier([] { (void)chkpt_flush(); });
   event_manager_on_create(start_on_main_manager);
-  log_line("mpls_vpn_mib: %zu VRFs and %zu interfaces loaded from %s", host().model.vrf_count(),
-           host().model.interface_count(), host().sources.front()->describe().c_str());
+  log_notice("mpls_vpn_mib", "%zu VRFs and %zu interfaces loaded from %s", host().model.vrf_count(),
+             host().model.interface_count(), host().sources.front()->describe().c_str());
   return 0;
 }
 

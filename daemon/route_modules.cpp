@@ -22,7 +22,7 @@ bool load_both() {
 
 Status guard_routes() {
   if (!load_both()) return kStatusNoRouteModule;
-  log_line("mpls_vpn_mib: the route modules are loaded; routes are shown");
+  log_notice("mpls_vpn_mib", "the route modules are loaded; routes are shown");
   kvtree_guard(kRoutePaths, nullptr);
   return kStatusOk;
 }
@@ -32,8 +32,8 @@ Status guard_routes() {
 void check_route_modules() {
   if (load_both()) return;
   for (const std::string& failure : mpls_vpn_mib_route_module_failures()) {
-    log_line("mpls_vpn_mib: requests for routes fail, because a module cannot be loaded: %s",
-             failure.c_str());
+    log_error("mpls_vpn_mib", "requests for routes fail, because a module cannot be loaded: %s",
+              failure.c_str());
   }
   kvtree_guard(kRoutePaths, guard_routes);
 }

@@ -253,8 +253,8 @@ void Session::take_reply(std::uint16_t error) {
   } else if (state_ == State::kRegistering) {
     state_ = State::kRegistered;
     announced_lost_ = false;
-    log_line("master agent at %s: registered %s", options_.master.c_str(),
-             oid::to_text(options_.subtree.view()).c_str());
+    log_notice("", "master agent at %s: registered %s", options_.master.c_str(),
+               oid::to_text(options_.subtree.view()).c_str());
   }
 }
 
@@ -287,8 +287,8 @@ void Session::lose(const std::string& why) {
   retry_at_ = clock_monotonic() + options_.retry_ns;
   if (announced_lost_) return;
   announced_lost_ = true;
-  log_line("master agent at %s: away (%s); trying again until it is back", options_.master.c_str(),
-           why.c_str());
+  log_warning("", "master agent at %s: away (%s); trying again until it is back", options_.master.c_str(),
+              why.c_str());
 }
 
 void Session::shut_down() {

@@ -82,7 +82,7 @@ bool RowCache::read(oid::View index, std::uint32_t rows_wanted, Window* window) 
     complained_ = false;
     return true;
   }
-  if (!complained_) log_line("%s: the daemon's answer is malformed or out of order", set_->name);
+  if (!complained_) log_warning("", "%s: the daemon's answer is malformed or out of order", set_->name);
   complained_ = true;
   window->discard();
   return false;

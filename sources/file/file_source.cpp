@@ -124,7 +124,7 @@ void FileSource::feed() {
     log_failure(status, path_ + ": cannot add a route: " + err_text(status));
     retry_if_useful(status);
   } else if (feeder_.is_done()) {
-    log_line("%s: %s", path_.c_str(), router_file::changes_text({}, feeder_.changes()).c_str());
+    log_notice("", "%s: %s", path_.c_str(), router_file::changes_text({}, feeder_.changes()).c_str());
   }
   feed_later();
 }
@@ -178,10 +178,10 @@ void FileSource::retry_if_useful(Status status) {
 void FileSource::log_failure(Status status, const std::string& error) {
   if (error == logged_failure_) return;
   if (is_file_error(status)) {
-    log_line("%s%s", error.c_str(), status == kStatusInvalid ? " (nothing was changed)" : "");
+    log_error("", "%s%s", error.c_str(), status == kStatusInvalid ? " (nothing was changed)" : "");
     return;
   }
-  log_line("%s%s", error.c_str(), kRetried);
+  log_error("", "%s%s", error.c_str(), kRetried);
   logged_failure_ = error;
 }
 
@@ -200,7 +200,7 @@ void FileSource::apply_changed_file(router_file::Reading reading) {
   std::string error;
   const Status status = take(&reading, &changes, &error);
   if (status == kStatusOk) {
-    log_line("%s", loaded_text(changes).c_str());
+    log_notice("", "%s", loaded_text(changes).c_str());
   } else {
     log_failure(status, error);
   }

@@ -77,7 +77,7 @@ void FolderWatch::read_events() {
     judge_all(buffer, static_cast<std::size_t>(length), name_, &verdict);
   }
   if (verdict.folder_removed)
-    log_line("%s was removed: changes of %s are not noticed any more until a restart", folder_.c_str(),
-             name_.c_str());
+    log_warning("", "%s was removed: changes of %s are not noticed any more until a restart", folder_.c_str(),
+                name_.c_str());
   if (verdict.changed) on_change_();
 }

@@ -59,11 +59,11 @@ std::string joined(const std::vector<std::string>& words) {
 
 void log_errors(const Program& program, const std::vector<frr::LineError>& errors) {
   for (std::size_t i = 0; i < std::min(errors.size(), kErrorsLogged); ++i) {
-    log_line("frr: %s, line %zu of its running configuration: %s; the item is left out", program.name.data(),
-             errors[i].line, errors[i].what.c_str());
+    log_warning("frr", "%s, line %zu of its running configuration: %s; the item is left out",
+                program.name.data(), errors[i].line, errors[i].what.c_str());
   }
   if (errors.size() > kErrorsLogged) {
-    log_line("frr: %s: %zu more such lines", program.name.data(), errors.size() - kErrorsLogged);
+    log_warning("frr", "%s: %zu more such lines", program.name.data(), errors.size() - kErrorsLogged);
   }
 }
 
@@ -190,18 +190,18 @@ void FrrSource::on_loss(Follower& follower, const std::string& reason, bool unkn
 // Logs each loss once, and a suite without any program once: many routers run only a part of the suite.
 void FrrSource::log_loss(Follower& follower, const std::string& reason) {
   if (follower.answered && !follower.loss_logged) {
-    log_line("frr: %s does not answer (%s); its last known configuration stays", follower.program.name.data(),
-             reason.c_str());
+    log_warning("frr", "%s does not answer (%s); its last known configuration stays",
+                follower.program.name.data(), reason.c_str());
   }
   follower.loss_logged = follower.answered;
   const auto failed = [](const auto& each) { return each->failed; };
   if (!options_.wanted || absence_logged_ || !std::all_of(followers_.begin(), followers_.end(), failed))
     return;
   absence_logged_ = true;
-  log_line(
-      "frr: no program of the routing suite answers through '%s' (%s); start the suite or correct 'frr' in "
-      "platform.yaml",
-      joined(options_.shell).c_str(), reason.c_str());
+  log_error("frr",
+            "no program of the routing suite answers through '%s' (%s); start the suite or correct 'frr' in "
+            "platform.yaml",
+            joined(options_.shell).c_str(), reason.c_str());
 }
 
 std::uint64_t FrrSource::pause_after(const Follower& follower, std::uint64_t took) const {
@@ -212,7 +212,7 @@ std::uint64_t FrrSource::pause_after(const Follower& follower, std::uint64_t too
 // False when the configuration needs other commands than those that were asked with it. Then both are asked
 // again, so that derived items and the configuration that they derive from belong together.
 bool FrrSource::take(Follower& follower, const Answer& answer) {
-  if (!follower.answering) log_line("frr: %s answers", follower.program.name.data());
+  if (!follower.answering) log_notice("frr", "%s answers", follower.program.name.data());
   follower.answering = follower.answered = true;
   follower.unknown = follower.failed = follower.loss_logged = false;
   const bool same_text =
@@ -242,11 +242,12 @@ void FrrSource::derive(Follower& follower, Nodes* nodes) {
   std::optional<frr::Derived> derived =
       frr::derive(*follower.config, follower.exports, follower.shown, *nodes);
   if (!derived) {
-    log_line("frr: %s: cannot read its derived items; the previous ones stay", follower.program.name.data());
+    log_warning("frr", "%s: cannot read its derived items; the previous ones stay",
+                follower.program.name.data());
     return;
   }
   for (const std::string& error : derived->errors) {
-    log_line("frr: %s: %s; the item is left out", follower.program.name.data(), error.c_str());
+    log_warning("frr", "%s: %s; the item is left out", follower.program.name.data(), error.c_str());
   }
   std::erase_if(*nodes, [&derived](const KvConfigNode& node) {
     return std::binary_search(derived->ineffective.begin(), derived->ineffective.end(), node.path);
@@ -309,7 +310,7 @@ void FrrSource::commit_derived(Nodes nodes) {
   const Status status = kvtree_config_replace(kConfigOwnerFrrDerived, derived_scopes(), derived_,
                                               "derived by the routing suite", nullptr, &reason);
   if (status && derived_written_) {
-    log_line("frr: cannot write what the routing suite derives: %s: %s", err_text(status), reason.c_str());
+    log_error("frr", "cannot write what the routing suite derives: %s: %s", err_text(status), reason.c_str());
   }
   derived_written_ = !status;
 }
@@ -349,8 +350,8 @@ void FrrSource::commit(const Follower& follower, Nodes nodes) {
   const Status status =
       kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), wanted_, comment, nullptr, &reason);
   if (status && written_) {
-    log_line("frr: cannot write the configuration of %s: %s: %s", follower.program.name.data(),
-             err_text(status), reason.c_str());
+    log_error("frr", "cannot write the configuration of %s: %s: %s", follower.program.name.data(),
+              err_text(status), reason.c_str());
   }
   written_ = !status;
 }

@@ -180,9 +180,9 @@ void KernelSource::State::on_listener_failure(kernel::EventListener::Failure fai
   ++counters.failures;
   mirror_stale = true;
   if (failure == kernel::EventListener::Failure::kReceiving) {
-    log_line("kernel: receiving events: %s", err_text(status));
+    log_error("kernel", "receiving events: %s", err_text(status));
   } else if (!std::exchange(failure_logged, true)) {
-    log_line("kernel: listening for events: %s", err_text(status));
+    log_error("kernel", "listening for events: %s", err_text(status));
   }
 }
 
@@ -234,8 +234,8 @@ void KernelSource::State::begin_dump() {
   reread_soon = false;
   log.clear();
   if (mirror_stale && !std::exchange(loss_logged, true)) {
-    log_line("kernel: events were lost (%llu times so far), reading all links and addresses",
-             static_cast<unsigned long long>(counters.losses));
+    log_warning("kernel", "events were lost (%llu times so far), reading all links and addresses",
+                static_cast<unsigned long long>(counters.losses));
   }
   Status status = dump.begin();
   if (status == kStatusOk) {
@@ -271,7 +271,7 @@ void KernelSource::State::continue_dump() {
 void KernelSource::State::dump_failed(Status status) {
   ++counters.failures;
   if (!std::exchange(failure_logged, true)) {
-    log_line("kernel: reading links and addresses: %s", err_text(status));
+    log_error("kernel", "reading links and addresses: %s", err_text(status));
   }
   log.clear();
   schedule_reread(settings.retry);

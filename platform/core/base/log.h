@@ -1,6 +1,32 @@
-// The process's own log line on standard error (the journal, under a service manager), for what concerns the
-// process and not one of the daemon's debug areas: a client that was closed, a source that went away.
+// The process's log: lines on standard error (the journal, under a service manager) for what concerns the
+// process and not one of the daemon's debug areas: a client that was closed, a database that is unusable.
+//
+// A line is "MODULE: text"; where standard error is the journal it begins with the priority of its severity
+// ("<3>"), which the journal removes. Writing never blocks (standard_error.h). Any thread.
 #pragma once
 
-// One line, printf style; the line break is added. Never waits (standard_error.h). Any thread.
-[[gnu::format(printf, 1, 2)]] void log_line(const char* format, ...);
+#include <cstdint>
+
+// RFC 5424 section 6.2.1.
+enum class LogSeverity : std::uint8_t {
+  kError = 3,    // an operation failed: something is lost, or a user must act
+  kWarning = 4,  // something is refused or degraded, or will be tried again
+  kNotice = 5,   // a significant change: recovered, migrated, loaded
+  kInfo = 6,     // normal operation
+};
+
+// printf style, without a line break. The module may be empty if the text begins with what it concerns.
+[[gnu::format(printf, 2, 3)]] void log_error(const char* module, const char* format, ...);
+[[gnu::format(printf, 2, 3)]] void log_warning(const char* module, const char* format, ...);
+[[gnu::format(printf, 2, 3)]] void log_notice(const char* module, const char* format, ...);
+[[gnu::format(printf, 2, 3)]] void log_info(const char* module, const char* format, ...);
+[[gnu::format(printf, 1, 2)]] void log_line(const char* format, ...);  // log_info without a module
+
+// Limits floods: of the lines of one module with one format, at most `lines` are written in `interval`
+// nanoseconds. The rest are counted; the first line of any kind after the interval is preceded by one line
+// with the count and the last text. Without a call, and with 0 lines, there is no limit.
+void log_limit(unsigned lines, std::uint64_t interval);
+
+// The limit for programs that run for long: 100 lines in 10 seconds.
+inline constexpr unsigned kLogLines = 100;
+inline constexpr std::uint64_t kLogInterval = 10'000'000'000;

@@ -26,7 +26,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
+#include <string>
 
 #include "platform/core/base/fault.h"
 
@@ -100,4 +102,11 @@ void write_error_line(std::string_view line) {
 std::uint64_t lost_error_lines() {
   const std::lock_guard lock(output_mutex);
   return lost;
+}
+
+bool standard_error_is_journal() {
+  const char* stream = std::getenv("JOURNAL_STREAM");
+  struct stat status {};
+  if (stream == nullptr || fstat(STDERR_FILENO, &status) != 0) return false;
+  return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == stream;
 }

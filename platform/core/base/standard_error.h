@@ -14,3 +14,7 @@ void write_error_line(std::string_view line);
 
 // The number of dropped lines that no line has reported yet.
 std::uint64_t lost_error_lines();
+
+// Whether standard error is the journal's stream: the service manager states its device and inode in
+// JOURNAL_STREAM.
+bool standard_error_is_journal();

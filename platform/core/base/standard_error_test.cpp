@@ -227,9 +227,9 @@ TEST_F(StandardError, PipeThatCannotBeOpenedAnewIsWrittenToWhileItHasRoom) {
 
 TEST_F(StandardError, LogLinesDoNotWait) {
   WriteToPipe();
-  while (lost_error_lines() == 0) log_line("%s", std::string(499, 'x').c_str());
+  while (lost_error_lines() == 0) log_error("", "%s", std::string(499, 'x').c_str());
   EXPECT_EQ(Received().size() % 500, 0U);
-  log_line("next %d", 7);
+  log_error("", "next %d", 7);
   EXPECT_EQ(Received(), "standard error: 1 line was lost\nnext 7\n");
 }
 

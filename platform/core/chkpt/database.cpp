@@ -27,7 +27,7 @@ Status Database::commit() {
 void Database::roll_back() {
   if (sqlite3_get_autocommit(connection_.get()) != 0) return;
   if (sqlite::run(connection_.get(), "ROLLBACK") != SQLITE_OK) {
-    log_line("chkpt: a transaction cannot be rolled back: %s", sqlite3_errmsg(connection_.get()));
+    log_error("chkpt", "a transaction cannot be rolled back: %s", sqlite3_errmsg(connection_.get()));
   }
 }
 

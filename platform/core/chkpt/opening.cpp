@@ -227,17 +227,19 @@ Status start_anew(const std::string& path, const std::string& why, std::unique_p
   const std::string aside = sqlite::set_aside(path);
   if (aside.empty()) {
     const auto status = static_cast<Status>(errno);
-    log_line("chkpt: %s cannot be used (%s) nor set aside: %s", path.c_str(), why.c_str(), err_text(status));
+    log_error("chkpt", "%s cannot be used (%s) nor set aside: %s", path.c_str(), why.c_str(),
+              err_text(status));
     return status;
   }
-  log_line("chkpt: %s cannot be used (%s): it is set aside as %s", path.c_str(), why.c_str(), aside.c_str());
+  log_warning("chkpt", "%s cannot be used (%s): it is set aside as %s", path.c_str(), why.c_str(),
+              aside.c_str());
   Opening fresh(path);
   if (fresh.open(contents)) {
     *database = fresh.take();
     return kStatusOk;
   }
   const Status status = fresh.status == kStatusOk ? kStatusIo : fresh.status;
-  log_line("chkpt: %s: %s", path.c_str(), err_text(status));
+  log_error("chkpt", "%s: %s", path.c_str(), err_text(status));
   return status;
 }
 
@@ -246,7 +248,7 @@ Status start_anew(const std::string& path, const std::string& why, std::unique_p
 Status Database::open(const std::string& directory, std::unique_ptr<Database>* database, Contents* contents) {
   const std::string path = directory + "/checkpoint.db";
   if (const int error = make_directory(directory)) {
-    log_line("chkpt: %s: %s", directory.c_str(), err_text(static_cast<Status>(error)));
+    log_error("chkpt", "%s: %s", directory.c_str(), err_text(static_cast<Status>(error)));
     return static_cast<Status>(error);
   }
   std::string why;
@@ -257,7 +259,7 @@ Status Database::open(const std::string& directory, std::unique_ptr<Database>* d
       return kStatusOk;
     }
     if (opening.unusable.empty()) {
-      log_line("chkpt: %s: %s", path.c_str(), err_text(opening.status));
+      log_error("chkpt", "%s: %s", path.c_str(), err_text(opening.status));
       return opening.status;
     }
     why = opening.unusable;

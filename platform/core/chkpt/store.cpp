@@ -127,14 +127,14 @@ Status flush(Store* store) {
   const Status status = write_transaction(store);
   if (status != kStatusOk) {
     if (status != store->failure) {
-      log_line("chkpt: %zu changes cannot be written and are retained: %s",
-               store->unwritten.size() + store->deleted.size(), err_text(status));
+      log_error("chkpt", "%zu changes cannot be written and are retained: %s",
+                store->unwritten.size() + store->deleted.size(), err_text(status));
     }
     store->failure = status;
     try_again_later(store);
     return status;
   }
-  if (store->failure != kStatusOk) log_line("chkpt: the retained changes are written");
+  if (store->failure != kStatusOk) log_notice("chkpt", "the retained changes are written");
   store->failure = kStatusOk;
   forget_changes(store);
   return kStatusOk;
@@ -259,15 +259,15 @@ Status chkpt_init(const ChkptApplication* application, EventManager* manager) {
   store->next_object_id = store->contents.last_object_id + 1;
   const auto known = store->contents.applications.find(application->number);
   if (known != store->contents.applications.end() && known->second != application->name) {
-    log_line("chkpt: application %u is \"%s\", not \"%s\"", application->number, known->second.c_str(),
-             application->name);
+    log_error("chkpt", "application %u is \"%s\", not \"%s\"", application->number, known->second.c_str(),
+              application->name);
     return kStatusInvalid;
   }
   const Status status = transact(store->database.get(), [&] {
     return store->database->put_application(application->number, application->name);
   });
   if (status != kStatusOk) {
-    log_line("chkpt: the database cannot be written: %s", err_text(status));
+    log_error("chkpt", "the database cannot be written: %s", err_text(status));
     return status;
   }
   store->database->checkpoint_log_on_close();
@@ -392,8 +392,8 @@ void chkpt_end() {
   Store* const store = the_store().get();
   if (store == nullptr) return;
   if (const Status status = flush(store)) {
-    log_line("chkpt: %zu changes are lost: %s", store->unwritten.size() + store->deleted.size(),
-             err_text(status));
+    log_error("chkpt", "%zu changes are lost: %s", store->unwritten.size() + store->deleted.size(),
+              err_text(status));
   }
   event_timer_cancel(store->manager, store->retry);
   the_store().reset();

@@ -41,14 +41,6 @@ std::unordered_map<std::string, Written>& written_lines() {
 std::mutex capture_mutex;
 std::string* captured_lines = nullptr;
 
-// JOURNAL_STREAM is "device:inode" of the stream that the service manager connected.
-bool standard_error_is_journal() {
-  const char* stream = std::getenv("JOURNAL_STREAM");
-  struct stat status {};
-  if (stream == nullptr || fstat(STDERR_FILENO, &status) != 0) return false;
-  return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == stream;
-}
-
 // False when the line is a repetition, which is counted. *repeated: since it was written before.
 bool may_write(const char* line, unsigned* repeated) {
   const std::lock_guard lock(written_mutex);

@@ -68,7 +68,7 @@ void on_end(EventConn* connection) {
   if ((connection->mask & kEventConnOpened) != 0) schedule_open(connection);
   // Last, because the handler may destroy the connection.
   if (const Status status = run_close_handler(connection)) {
-    log_line("evm: close handler of a managed connection: %s", err_text(status));
+    log_error("evm", "close handler of a managed connection: %s", err_text(status));
   }
 }
 
@@ -96,9 +96,9 @@ Status try_open(EventConn* connection) {
   const int fd = connection->open(connection->handle, connection->manager);
   if (fd < 0) return open_failed(connection);
   if (const Status status = watch_descriptor(connection, fd)) {
-    log_line("evm: a managed connection cannot be watched: %s", err_text(status));
+    log_error("evm", "a managed connection cannot be watched: %s", err_text(status));
     if (const Status closed = run_close_handler(connection)) {
-      log_line("evm: close handler of a managed connection: %s", err_text(closed));
+      log_error("evm", "close handler of a managed connection: %s", err_text(closed));
     }
     return open_failed(connection);
   }

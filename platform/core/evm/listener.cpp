@@ -92,7 +92,7 @@ int remember_file(EventListener* listener) {
 // Without free descriptors the waiting connection would wake the loop forever: it is accepted with the spare
 // descriptor and closed.
 void refuse_connection(EventListener* listener) {
-  log_line("evm: %s: a connection was turned away: %s", listener->path.c_str(), std::strerror(errno));
+  log_warning("evm", "%s: a connection was turned away: %s", listener->path.c_str(), std::strerror(errno));
   if (listener->spare_fd >= 0) close(listener->spare_fd);
   const int fd = accept4(listener->fd, nullptr, nullptr, SOCK_CLOEXEC);
   if (fd >= 0) close(fd);

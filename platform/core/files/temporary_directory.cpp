@@ -37,5 +37,5 @@ TemporaryDirectory::TemporaryDirectory() : path_(make_directory()) {}
 
 TemporaryDirectory::~TemporaryDirectory() {
   const std::string failure = failed_removal(path_);
-  if (!failure.empty()) log_line("cannot remove %s: %s", path_.c_str(), failure.c_str());
+  if (!failure.empty()) log_error("files", "cannot remove %s: %s", path_.c_str(), failure.c_str());
 }

@@ -67,14 +67,14 @@ Definitions read_registry_file() {
   const std::uintmax_t size = std::filesystem::file_size(path, no_size);
   if (no_size) return definitions;
   if (size > kMaxFileSize) {
-    log_line("parcel: %s is too large to be a registry", path.c_str());
+    log_error("parcel", "%s is too large to be a registry", path.c_str());
     return definitions;
   }
   std::ifstream file(path);
   std::string line;
   for (unsigned number = 1; std::getline(file, line); ++number) {
     if (line.starts_with('#') || parse_line(line, &definitions)) continue;
-    log_line("parcel: %s:%u: not a record definition", path.c_str(), number);
+    log_warning("parcel", "%s:%u: not a record definition", path.c_str(), number);
   }
   return definitions;
 }

@@ -267,7 +267,7 @@ void Server::stop() {
 
 void Server::adopt(int fd) {
   if (clients_.size() >= limits_.max_clients) {
-    log_line("%s: a client was turned away: there are %zu already", name_.c_str(), clients_.size());
+    log_warning(name_.c_str(), "a client was turned away: there are %zu already", clients_.size());
     ::close(fd);
     return;
   }
@@ -278,7 +278,7 @@ void Server::adopt(int fd) {
   const Status status =
       event_fd_add(manager_, fd, EPOLLIN, [raw](int, std::uint32_t events) { raw->on_event(events); });
   if (status != kStatusOk) {
-    log_line("%s: a client cannot be watched: %s", name_.c_str(), err_text(status));
+    log_error(name_.c_str(), "a client cannot be watched: %s", err_text(status));
     return;  // the connection closes its descriptor
   }
   clients_.emplace(id, connection);
@@ -300,7 +300,7 @@ void Server::for_each(const std::function<void(Connection&)>& visit) {
 
 void Server::forget(Connection& connection, const char* reason) {
   if (reason != nullptr) {
-    log_line("%s: client %llu closed: %s", name_.c_str(), static_cast<unsigned long long>(connection.id()),
+    log_info(name_.c_str(), "client %llu closed: %s", static_cast<unsigned long long>(connection.id()),
              reason);
   }
   clients_.erase(connection.id());

@@ -55,7 +55,7 @@ BgpAsnFormat configured_format() {
   const auto& all = vrf_config::kAsFormats;
   const auto found = std::find(all.begin(), all.end(), text);
   if (found != all.end()) return kFormats[found - all.begin()];
-  log_line("bgp_vpn: \"%s\" is not a format of AS numbers: asplain is used", text.c_str());
+  log_warning("bgp_vpn", "\"%s\" is not a format of AS numbers: asplain is used", text.c_str());
   return BgpAsnFormat::kAsplain;
 }
 

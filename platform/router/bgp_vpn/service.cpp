@@ -122,7 +122,7 @@ void Library::want_format(BgpAsnFormat wanted) {
   if (wanted == wanted_format_) return;
   if (format_manager_ != nullptr) {
     if (const Status status = post_format(wanted)) {
-      log_line("bgp_vpn: the format of AS numbers stays as it was: %s", err_text(status));
+      log_error("bgp_vpn", "the format of AS numbers stays as it was: %s", err_text(status));
       return;
     }
   }

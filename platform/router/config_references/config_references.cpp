@@ -188,7 +188,7 @@ void Follower::refer(const std::string& vrf, VrfItems* items) {
   const Status status = model_->reference_vrf(vrf, ReferenceHolder::kConfiguration);
   items->is_referenced = status == kStatusOk;
   if (status != kStatusOk) {
-    log_line("configuration of VRF %s: its name cannot be referenced: %s", vrf.c_str(), err_text(status));
+    log_error("configuration", "VRF %s: its name cannot be referenced: %s", vrf.c_str(), err_text(status));
   }
 }
 
@@ -215,7 +215,7 @@ void Follower::check(const std::string& vrf) {
   if (items.has_own_items || !items.protocols.empty()) return;
   if (items.is_referenced) {
     if (const Status status = model_->unreference_vrf(vrf, ReferenceHolder::kConfiguration)) {
-      log_line("configuration of VRF %s: its name cannot be released: %s", vrf.c_str(), err_text(status));
+      log_error("configuration", "VRF %s: its name cannot be released: %s", vrf.c_str(), err_text(status));
       return;
     }
   }
@@ -264,7 +264,7 @@ void Follower::replay_some() {
   }
   if (!paths.empty()) {
     if (const Status status = kvtree_config_replay({paths.begin(), paths.end()}))
-      log_line("configuration of VRFs: its items cannot be announced again: %s", err_text(status));
+      log_error("configuration", "the items of VRFs cannot be announced again: %s", err_text(status));
   }
   if (!joins_.empty()) start_replay();
 }
@@ -272,8 +272,8 @@ void Follower::replay_some() {
 void Follower::replay_description(const std::string& vrf) const {
   if (model_->find_vrf(vrf) == nullptr) return;  // deleted again
   if (const Status status = kvtree_config_announce(vrf_config::description(vrf, {}).path))
-    log_line("configuration of VRF %s: its description cannot be announced again: %s", vrf.c_str(),
-             err_text(status));
+    log_error("configuration", "VRF %s: its description cannot be announced again: %s", vrf.c_str(),
+              err_text(status));
 }
 
 void Follower::add_items(const Join& join, std::set<std::string>* paths) const {

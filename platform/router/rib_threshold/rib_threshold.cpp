@@ -94,7 +94,7 @@ Thresholds thresholds_of(const KvNotifyInfo& info) {
   if ((info.whichevent & (kKvEventCreated | kKvEventSet)) == 0) return thresholds;
   const Status status = tuple_unpack(info.value, "%d%d", {&thresholds.maximum, &thresholds.mid});
   if (status == kStatusOk) return thresholds;
-  log_line("route thresholds: a limit that is not a pair of numbers: %s", err_text(status));
+  log_warning("route thresholds", "a limit that is not a pair of numbers: %s", err_text(status));
   return {};
 }
 

@@ -28,7 +28,7 @@ bool publish(const TableWatch& watch, const char* item, const Record& record) {
   Status status = encode(record, &value);
   if (status == kStatusOk) status = kvtree_set(node_path(watch, item), std::move(value));
   if (status != kStatusOk) {
-    log_line("route thresholds: cannot publish %s of %s: %s", item, watch.name.c_str(), err_text(status));
+    log_error("route thresholds", "cannot publish %s of %s: %s", item, watch.name.c_str(), err_text(status));
   }
   return status == kStatusOk;
 }
@@ -37,7 +37,7 @@ bool publish(const TableWatch& watch, const char* item, const Record& record) {
 void withdraw(const TableWatch& watch, const char* item) {
   const Status status = kvtree_delete(node_path(watch, item));
   if (status == kStatusOk || status == kStatusNoSuchRow) return;
-  log_line("route thresholds: cannot withdraw %s of %s: %s", item, watch.name.c_str(), err_text(status));
+  log_error("route thresholds", "cannot withdraw %s of %s: %s", item, watch.name.c_str(), err_text(status));
 }
 
 bool publish_maximum(const TableWatch& watch, const TableNow& now, bool cleared) {

@@ -66,7 +66,7 @@ Reporter::~Reporter() {
   model_->stop_observing(this);
   if (connection_ == nullptr) return;
   if (const Status status = kvtree_unbind(connection_))
-    log_line("vpn_events: %s is still provided: %s", kProviderPath, err_text(status));
+    log_error("vpn_events", "%s is still provided: %s", kProviderPath, err_text(status));
 }
 
 Status Reporter::start() {
@@ -125,7 +125,7 @@ void Reporter::send_all() {
     const std::span<Change> record =
         std::span(changes).subspan(at, std::min(kMostVpnChanges, changes.size() - at));
     if (const Status status = send(record))
-      log_line("vpn_events: %zu changes are not reported: %s", record.size(), err_text(status));
+      log_error("vpn_events", "%zu changes are not reported: %s", record.size(), err_text(status));
     sent_ += static_cast<std::uint32_t>(record.size());
   }
 }

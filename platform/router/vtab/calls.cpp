@@ -122,7 +122,7 @@ Status vtab_lock_dbase(const char* holder) {
   if (Status status = fault_check("vtab_lock_dbase")) return status;
   if (holder == nullptr || *holder == '\0') return kStatusInvalid;
   if (!service().lock_holder.empty()) {
-    log_line("record service: %s asks for the lock that %s holds", holder, service().lock_holder.c_str());
+    log_error("record service", "%s asks for the lock that %s holds", holder, service().lock_holder.c_str());
     return kStatusDeadlock;
   }
   service().lock_holder = holder;

@@ -13,11 +13,11 @@ void Client::begin_callback() {
 
 void Client::end_callback() {
   if (VrfNode* const node = std::exchange(vrf_in_callback, nullptr)) {
-    log_line("record service: the callback left the access to VRF %s open; closed", node->vrf_name);
+    log_warning("record service", "the callback left the access to VRF %s open; closed", node->vrf_name);
     node->in_access = false;
   }
   if (IfNode* const node = std::exchange(interface_in_callback, nullptr)) {
-    log_line("record service: the callback left the access to interface %s open; closed", node->if_name);
+    log_warning("record service", "the callback left the access to interface %s open; closed", node->if_name);
     node->in_access = false;
   }
 }

@@ -61,7 +61,7 @@ VrfNode* Service::find_or_add(std::string_view name) {
   if (node != nullptr) return node;
   node = vrfs.add(name, client.attribute_size);
   if (node == nullptr) {
-    log_line("record service: no memory for the record of VRF %s", std::string(name).c_str());
+    log_error("record service", "no memory for the record of VRF %s", std::string(name).c_str());
     return nullptr;
   }
   const router::Vrf* vrf = model_ == nullptr ? nullptr : model_->find_vrf(name);

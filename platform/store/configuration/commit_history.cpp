@@ -74,7 +74,7 @@ Status NodeStore::visit_content(std::int64_t id, const std::function<void(Planne
   const std::size_t owner = find_owner(statement.text(1));
   if (code == SQLITE_ROW && owner != kNoOwner && read_commit(statement.blob(0), owner, visit))
     return kStatusOk;
-  log_line("configuration: the contents of commit %lld cannot be read", static_cast<long long>(id));
+  log_error("configuration", "the contents of commit %lld cannot be read", static_cast<long long>(id));
   return kStatusIo;
 }
 

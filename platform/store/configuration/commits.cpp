@@ -95,7 +95,7 @@ Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, st
   const CommitHead head{clock_stamp(), comment.substr(0, kMaxCommitComment)};
   if (const Status status = node_store->write(plan, head, id)) return status;
   if (const Status status = fault_check("configuration_apply")) {
-    log_line("configuration: a commit was stored but not applied: %s", err_text(status));
+    log_error("configuration", "a commit was stored but not applied: %s", err_text(status));
     return status;
   }
   apply_plan(&store().configuration, *plan);
@@ -222,18 +222,18 @@ using NotifiedPlaces = std::vector<std::pair<std::uint64_t, ConfigTree::const_it
 
 // Reads the stored values, and their places in the order of their last notification.
 Status read_stored(const NodeStore& node_store, ConfigTree* tree, NotifiedPlaces* places) {
-  const Status status = node_store.for_each(
-      [&](std::string_view owner, std::string_view path, KvValue value, std::uint64_t notified) {
-        const std::size_t number = find_owner(owner);
-        if (number == kNoOwner || check_configuration_path(path) != kStatusOk) {
-          log_line("configuration: %.*s of \"%.*s\" is unknown and is skipped", static_cast<int>(path.size()),
-                   path.data(), static_cast<int>(owner.size()), owner.data());
-          return;
-        }
-        const auto place = tree->try_emplace(tree->end(), std::string(path));
-        place->second.values[number] = std::make_shared<const KvValue>(std::move(value));
-        if (places->empty() || places->back().second != place) places->emplace_back(notified, place);
-      });
+  const Status status = node_store.for_each([&](std::string_view owner, std::string_view path, KvValue value,
+                                                std::uint64_t notified) {
+    const std::size_t number = find_owner(owner);
+    if (number == kNoOwner || check_configuration_path(path) != kStatusOk) {
+      log_warning("configuration", "%.*s of \"%.*s\" is unknown and is skipped",
+                  static_cast<int>(path.size()), path.data(), static_cast<int>(owner.size()), owner.data());
+      return;
+    }
+    const auto place = tree->try_emplace(tree->end(), std::string(path));
+    place->second.values[number] = std::make_shared<const KvValue>(std::move(value));
+    if (places->empty() || places->back().second != place) places->emplace_back(notified, place);
+  });
   std::ranges::stable_sort(*places, {}, [](const auto& each) { return each.first; });
   return status;
 }

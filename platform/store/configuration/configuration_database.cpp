@@ -57,8 +57,8 @@ int migrate_first(sqlite3* database) {
   copy.bind_text(1, client_owner());
   if (const int code = copy.finish()) return code;
   if (const int code = sqlite::run(database, kFinishFirst)) return code;
-  log_line("configuration: the values of version 1 now belong to \"%s\"",
-           std::string(client_owner()).c_str());
+  log_notice("configuration", "the values of version 1 now belong to \"%s\"",
+             std::string(client_owner()).c_str());
   return SQLITE_OK;
 }
 
@@ -98,7 +98,7 @@ int open_once(const std::string& file, sqlite::Connection* database) {
 }
 
 Status fail(const std::string& what, const char* why) {
-  log_line("configuration: %s: %s", what.c_str(), why);
+  log_error("configuration", "%s: %s", what.c_str(), why);
   return kStatusIo;
 }
 
@@ -112,8 +112,8 @@ Status open_configuration(const std::string& directory, sqlite::Connection* data
     database->reset();
     const std::string aside = sqlite::set_aside(file);
     if (aside.empty()) return fail(file + " cannot be set aside", std::strerror(errno));
-    log_line("configuration: %s cannot be used and is stored as %s; starting with an empty one", file.c_str(),
-             aside.c_str());
+    log_warning("configuration", "%s cannot be used and is stored as %s; starting with an empty one",
+                file.c_str(), aside.c_str());
     code = open_once(file, database);
   }
   if (code != SQLITE_OK) return fail(file + " cannot be opened", sqlite3_errstr(code));

@@ -157,7 +157,7 @@ Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::str
     written = execute("COMMIT");
   }
   if (!written) {
-    log_line("configuration: a commit cannot be written: %s", write_error_.c_str());
+    log_error("configuration", "a commit cannot be written: %s", write_error_.c_str());
     roll_back();
     return kStatusIo;
   }
@@ -275,7 +275,7 @@ bool NodeStore::fold_some(std::size_t rows) {
 
 bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
   if (const Status status = fault_check("configuration_fold")) {
-    log_line("configuration: a commit cannot be folded: %s", err_text(status));
+    log_warning("configuration", "a commit cannot be folded: %s", err_text(status));
     return false;
   }
   const bool is_last = end == unfolded.plan->changes.size();
@@ -283,7 +283,7 @@ bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
                       write_rows(unfolded.id, *unfolded.plan, unfolded.next, end) &&
                       (!is_last || finish_fold(unfolded)) && execute("COMMIT");
   if (folded) return true;
-  log_line("configuration: a commit cannot be folded: %s", write_error_.c_str());
+  log_warning("configuration", "a commit cannot be folded: %s", write_error_.c_str());
   roll_back();
   return false;
 }
@@ -318,7 +318,7 @@ void NodeStore::roll_back() {
 }
 
 Status NodeStore::fail(const char* what) const {
-  log_line("configuration: %s: %s", what, sqlite3_errmsg(database_.get()));
+  log_error("configuration", "%s: %s", what, sqlite3_errmsg(database_.get()));
   return kStatusIo;
 }
 

@@ -37,6 +37,6 @@ void FollowedNodes::stop() {
 
 void FollowedNodes::end(const Followed& followed) {
   if (const Status status = kvtree_unbind(followed.connection)) {
-    log_line("%s is still followed: %s", followed.path.c_str(), err_text(status));
+    log_error("kvtree", "%s is still followed: %s", followed.path.c_str(), err_text(status));
   }
 }

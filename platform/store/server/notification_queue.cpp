@@ -33,8 +33,8 @@ void NotificationQueue::acknowledge(std::uint64_t sequence) {
     --sent_;
   }
   if (burst_ == 0 || entries_.size() >= limit_) return;
-  log_line("kvtree: %s: %llu notifications were lost while the queue was full", subscriber_.c_str(),
-           static_cast<unsigned long long>(burst_));
+  log_notice("kvtree", "%s: %llu notifications were lost while the queue was full", subscriber_.c_str(),
+             static_cast<unsigned long long>(burst_));
   burst_ = 0;
 }
 
@@ -43,8 +43,9 @@ void NotificationQueue::lose_one() {
   (lost + 1)->lost_before += lost->lost_before + 1;
   entries_.erase(lost);
   if (burst_++ > 0) return;
-  log_line("kvtree: %s: %zu notifications wait and there is no room for more; the oldest are lost from here",
-           subscriber_.c_str(), limit_);
+  log_warning("kvtree",
+              "%s: %zu notifications wait and there is no room for more; the oldest are lost from here",
+              subscriber_.c_str(), limit_);
 }
 
 }  // namespace kvtree

@@ -237,7 +237,7 @@ CompiledTable compile_table(const KvRoutingTable& table) {
   for (std::size_t i = 0; i < table.count; ++i) {
     const char* pattern = table.routes[i].pattern;
     if (pattern == nullptr || !add_pattern(&compiled, pattern, static_cast<int>(i))) {
-      log_line("kvtree: malformed path pattern \"%s\"", pattern == nullptr ? "(none)" : pattern);
+      log_error("kvtree", "malformed path pattern \"%s\"", pattern == nullptr ? "(none)" : pattern);
       return compiled;
     }
   }

@@ -179,7 +179,7 @@ Status Reconciler::on_refusal(const Refusal& refusal) {
     refused_now_.insert(vrf.mapped());
   }
   if (refused_now_.insert(index).second && !refused_before_.contains(index)) {
-    log_line("kernel: %s (ifIndex %u)", refusal.text().c_str(), index);
+    log_warning("kernel", "%s (ifIndex %u)", refusal.text().c_str(), index);
   }
   return kStatusOk;
 }

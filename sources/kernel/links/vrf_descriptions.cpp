@@ -84,7 +84,7 @@ void VrfDescriptions::commit() {
                             ? kStatusOk
                             : kvtree_config_commit(kConfigOwnerKernel, changes, kComment, nullptr, &reason);
   if (status != kStatusOk) {
-    log_line("kernel: cannot store the descriptions of VRFs: %s", why(status, reason).c_str());
+    log_error("kernel", "cannot store the descriptions of VRFs: %s", why(status, reason).c_str());
     return;
   }
   stored_ = std::move(next);

@@ -82,8 +82,8 @@ void VrfIds::write() {
   const Status status = replace_file(path_, text);
   unwritten_ = status != kStatusOk;
   if (unwritten_ && !failure_logged_) {
-    log_line("kernel: %s: %s; VRFs that share a table may exchange their times when the daemon restarts",
-             path_.c_str(), err_text(status));
+    log_warning("kernel", "%s: %s; VRFs that share a table may exchange their times when the daemon restarts",
+                path_.c_str(), err_text(status));
   }
   failure_logged_ = unwritten_;
 }

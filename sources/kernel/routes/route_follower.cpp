@@ -195,8 +195,8 @@ void RouteFollower::drop_tables(const router::Vrf& vrf) {
 
 void RouteFollower::mark_everything() {
   if (!std::exchange(loss_logged_, true)) {
-    log_line("kernel: events of routes were lost (%llu times so far), reading all tables",
-             static_cast<unsigned long long>(counters_.losses));
+    log_warning("kernel", "events of routes were lost (%llu times so far), reading all tables",
+                static_cast<unsigned long long>(counters_.losses));
   }
   everything_dirty_ = true;
   wake(settings_.settle);
@@ -236,7 +236,7 @@ void RouteFollower::mark_overdue() {
 
 void RouteFollower::log_failure(const char* what, Status status) {
   if (!std::exchange(failure_logged_, true)) {
-    log_line("kernel: routes: %s: %s", what, err_text(status));
+    log_error("kernel", "routes: %s: %s", what, err_text(status));
   }
 }
 

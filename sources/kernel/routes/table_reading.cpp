@@ -79,7 +79,7 @@ void TableReading::refuse(Status status) {
   ++refused_;
   deferred_ = deferred_ || status != kStatusInvalid;
   if (!std::exchange(refusal_logged_, true)) {
-    log_line("kernel: table %u: a route is refused: %s", table_.table, err_text(status));
+    log_warning("kernel", "table %u: a route is refused: %s", table_.table, err_text(status));
   }
 }
 
