@@ -17,12 +17,8 @@
 #include "platform/config/owners.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
-#include "platform/router/bgp_vpn/bgp_vpn.h"
-#include "platform/router/ifindex/ifindex.h"
 #include "platform/router/model/router.h"
-#include "platform/router/qic/qic.h"
-#include "platform/router/vmap/vmap.h"
-#include "platform/router/vtab/vtab.h"
+#include "platform/router/services/services.h"
 #include "platform/store/tree/kvtree.h"
 
 class DaemonInProcess {
@@ -32,11 +28,7 @@ class DaemonInProcess {
     manager = event_manager_create("/dev/mpls/vpn/main", 0x70000004);
     check(manager == nullptr ? kStatusIo : kStatusOk, "event_manager_create");
     check(vrf_config::register_configuration(), "register_configuration");
-    vtab_attach(&router);
-    vmap_attach(&router);
-    qic_attach(&router);
-    ifindex_attach(&router);
-    bgp_vpn_attach(&router);
+    router_services_attach(&router);
     check(mpls_vpn_trace_init(), "mpls_vpn_trace_init");
     check(mpls_vpn_mib_vrf_dbase_init(), "mpls_vpn_mib_vrf_dbase_init");
     check(mpls_vpn_mib_if_dbase_init(), "mpls_vpn_mib_if_dbase_init");

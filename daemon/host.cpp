@@ -36,17 +36,8 @@
 #include "platform/core/evm/evm.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/wire/wire.h"
-#include "platform/router/bgp_vpn/bgp_vpn.h"
-#include "platform/router/config_references/config_references.h"
-#include "platform/router/ifindex/ifindex.h"
-#include "platform/router/lfx/lfx.h"
-#include "platform/router/model/route_access.h"
 #include "platform/router/model/router.h"
-#include "platform/router/qic/qic.h"
-#include "platform/router/rib_threshold/rib_threshold.h"
-#include "platform/router/vmap/vmap.h"
-#include "platform/router/vpn_events/vpn_events.h"
-#include "platform/router/vtab/vtab.h"
+#include "platform/router/services/services.h"
 #include "platform/store/tree/kvtree.h"
 #include "sources/frr/frr_source.h"
 
@@ -55,7 +46,6 @@ namespace daemon_host {
 namespace {
 
 constexpr char kMainManager[] = "/dev/mpls/vpn/main";
-constexpr std::size_t kRoutesPerRelease = 2000;  // under a millisecond
 constexpr char kProviderPath[] = "/oper/mpls_vpn/gl/";
 constexpr char kTrapSubscriber[] = "snmp";  // the SNMP sub-agent
 constexpr std::size_t kTrapQueue = 4096;    // traps that wait for it while it or its master agent is away
@@ -89,17 +79,6 @@ bool load_routing_suite(const Settings& settings, std::string* error) {
   return host().sources.back()->load(error) == kStatusOk;
 }
 
-void attach_services() {
-  router::Router* model = &host().model;
-  vtab_attach(model);
-  vmap_attach(model);
-  qic_attach(model);
-  ifindex_attach(model);
-  bgp_vpn_attach(model);
-  lfx_attach(model);
-  router::route_access_attach(model);
-}
-
 // Does not return when a source cannot be started: the model would stay as it is for ever.
 void start_sources(EventManager* manager) {
   for (const auto& source : host().sources) {
@@ -111,13 +90,6 @@ void start_sources(EventManager* manager) {
   }
 }
 
-// The memory of a dropped routing table is freed in steps, with requests in between.
-void release_routes(EventManager* manager) {
-  if (host().model.routes().release_some(kRoutesPerRelease)) {
-    event_timer_start(manager, 0, [manager] { release_routes(manager); });
-  }
-}
-
 // A failure here is a failure to serve at all.
 void start_on_main_manager(EventManager* manager) {
   if (std::string(event_manager_name(manager)) != kMainManager) return;
@@ -126,18 +98,9 @@ void start_on_main_manager(EventManager* manager) {
     std::exit(1);
   }
   check_route_modules();
-  host().model.routes().defer_releases(
-      [manager] { event_timer_start(manager, 0, [manager] { release_routes(manager); }); });
-  if (const Status status = config_references_start(&host().model, manager)) {
-    log_error("mpls_vpn_mib", "cannot follow the configuration: %s", err_text(status));
-    std::exit(1);
-  }
-  if (const Status status = rib_threshold_attach(&host().model, manager)) {
-    log_error("mpls_vpn_mib", "cannot watch the route thresholds: %s", err_text(status));
-    std::exit(1);
-  }
-  if (const Status status = vpn_events_attach(&host().model, manager)) {
-    log_error("mpls_vpn_mib", "cannot report changes of route distinguishers: %s", err_text(status));
+  std::string error;
+  if (router_services_start(&host().model, manager, &error) != kStatusOk) {
+    log_error("mpls_vpn_mib", "%s", error.c_str());
     std::exit(1);
   }
   start_sources(manager);
@@ -192,7 +155,7 @@ int start_host() {
   if (!settings.notice.empty()) log_error("mpls_vpn_mib", "%s", settings.notice.c_str());
   if (!prepare_store()) return 1;
   if (!load_router(settings, &error) || !load_routing_suite(settings, &error)) return refuse(error);
-  attach_services();
+  router_services_attach(&host().model);
   // Clients never see a time that a crash could undo. The store logs a commit that failed and continues.
   wire::set_output_barrier([] { (void)chkpt_flush(); });
   event_manager_on_create(start_on_main_manager);

@@ -28,24 +28,12 @@
 #include "platform/core/parcel/parcel.h"
 #include "platform/core/trace/trace.h"
 #include "platform/core/wire/wire.h"
-#include "platform/router/bgp_vpn/bgp_vpn.h"
-#include "platform/router/ifindex/ifindex.h"
 #include "platform/router/model/router.h"
-#include "platform/router/qic/qic.h"
-#include "platform/router/vmap/vmap.h"
-#include "platform/router/vtab/vtab.h"
+#include "platform/router/services/services.h"
 #include "platform/store/client/client.h"
 #include "platform/store/tree/kvtree.h"
 
 inline constexpr auto kBound = std::chrono::seconds(60);
-
-inline void attach_services(router::Router* model) {
-  vtab_attach(model);
-  vmap_attach(model);
-  qic_attach(model);
-  ifindex_attach(model);
-  bgp_vpn_attach(model);
-}
 
 // Serves requests on the main manager, as the program around the daemon does.
 inline void serve_main_manager(EventManager* manager) {
@@ -76,7 +64,7 @@ inline void wait_while_held() {
   vrf.name = "red";
   vrf.id = vrf.ipv4_table = vrf.ipv6_table = 7;
   if (model.create_vrf(vrf) != kStatusOk) _exit(72);
-  attach_services(&model);
+  router_services_attach(&model);
   wire::set_output_barrier([] {
     wait_while_held();
     (void)chkpt_flush();  // the store logs its failures

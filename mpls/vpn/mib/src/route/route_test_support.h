@@ -10,7 +10,6 @@
 #include "mpls/vpn/mib/src/route/modules.h"
 #include "mpls/vpn/mib/src/walk/walk.h"
 #include "platform/router/lfx/lfx.h"
-#include "platform/router/model/route_access.h"
 #include "platform/router/model/route_test_support.h"
 
 class RouteTablesTest : public DaemonTest {
@@ -18,13 +17,9 @@ class RouteTablesTest : public DaemonTest {
   void SetUp() override {
     ASSERT_EQ(setenv("MPLS_VPN_MIB_LIB_DIR", MPLS_BUILD_LIB_DIR, 1), 0);
     DaemonTest::SetUp();
-    lfx_attach(&router_);
-    router::route_access_attach(&router_);
   }
   void TearDown() override {
     mpls_vpn_mib_route_modules_end();
-    router::route_access_attach(nullptr);
-    lfx_attach(nullptr);
     kvtree_reset();
     DaemonTest::TearDown();
     unsetenv("MPLS_VPN_MIB_LIB_DIR");

@@ -38,6 +38,7 @@
 #include "platform/router/ifindex/ifindex.h"
 #include "platform/router/model/router.h"
 #include "platform/router/qic/qic.h"
+#include "platform/router/services/services.h"
 #include "platform/router/vmap/vmap.h"
 #include "platform/router/vtab/vtab.h"
 #include "platform/store/tree/kvtree.h"
@@ -67,7 +68,7 @@ class DaemonTest : public testing::Test {
     manager_ = event_manager_create("/dev/mpls/vpn/main", 0x70000004);
     ASSERT_NE(manager_, nullptr);
     ASSERT_EQ(vrf_config::register_configuration(), kStatusOk);
-    AttachServices(&router_);
+    router_services_attach(&router_);
     ASSERT_EQ(mpls_vpn_trace_init(), kStatusOk);
     StartDatabases();
     ClearPrints();
@@ -76,7 +77,7 @@ class DaemonTest : public testing::Test {
   void TearDown() override {
     fault_disarm_all();
     EndDatabases();
-    AttachServices(nullptr);
+    router_services_attach(nullptr);
     mpls_vpn_trace_end();
     event_manager_destroy(manager_);
     debug_capture(nullptr);
@@ -265,13 +266,6 @@ class DaemonTest : public testing::Test {
   EventManager* manager_ = nullptr;
 
  private:
-  static void AttachServices(router::Router* model) {
-    vtab_attach(model);
-    vmap_attach(model);
-    qic_attach(model);
-    ifindex_attach(model);
-    bgp_vpn_attach(model);
-  }
   void StartDatabases() {
     ASSERT_EQ(mpls_vpn_mib_vrf_dbase_init(), kStatusOk);
     ASSERT_EQ(mpls_vpn_mib_if_dbase_init(), kStatusOk);
