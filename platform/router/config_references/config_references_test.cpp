@@ -12,6 +12,7 @@
 #include "platform/config/vrf_config.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
+#include "platform/router/model/router_test_support.h"
 #include "platform/router/vmap/vmap.h"
 #include "platform/router/vtab/vtab.h"
 #include "platform/store/configuration/config.h"
@@ -37,7 +38,7 @@ void note_interface(VmapMemberDatabase*, VmapEvent kind, const VmapIntfItem* ite
   reported().push_back(std::string(kind == VmapEvent::kUpdate ? "joined " : "left ") + item->vrf_name);
 }
 
-class ConfigReferences : public testing::Test {
+class ConfigReferences : public router::RouterTest {
  protected:
   ConfigReferences() : manager_(event_manager_create("/dev/mpls/vpn/main", 0)) {
     EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
@@ -73,20 +74,9 @@ class ConfigReferences : public testing::Test {
   bool IsReferenced(std::string_view vrf) const {
     return router_.is_referenced(vrf, ReferenceHolder::kConfiguration);
   }
-  void AddVrf(const std::string& name, std::uint32_t id) {
-    router::Vrf vrf;
-    vrf.name = name;
-    vrf.id = id;
-    ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
-  }
+  // With the next free index.
   std::uint32_t AddInterface(const std::string& name, const std::string& vrf) {
-    router::Interface interface;
-    interface.name = name;
-    interface.index = ++last_index_;
-    interface.vrf = vrf;
-    std::uint32_t handle = 0;
-    EXPECT_EQ(router_.add_interface(interface, &handle), kStatusOk);
-    return handle;
+    return RouterTest::AddInterface(name, ++last_index_, vrf);
   }
   // A subscriber that notes its notifications of the items below the scope.
   void ListenTo(std::string_view scope) {
@@ -114,7 +104,6 @@ class ConfigReferences : public testing::Test {
 
   TestRunDirectory directory_;
   EventManager* manager_;
-  router::Router router_;
   VmapClient* client_ = nullptr;
   std::uint32_t last_index_ = 0;
 };
@@ -185,7 +174,7 @@ TEST_F(ConfigReferences, ItemThatIsSetAgainAtOnceKeepsTheReference) {
   EXPECT_TRUE(IsReferenced("red"));
 }
 
-TEST_F(ConfigReferences, NameThatTheSourceGivesIsNotTakenBack) {
+TEST_F(ConfigReferences, ReferenceOfTheSourceIsNotReleased) {
   Start();
   ASSERT_EQ(router_.reference_vrf("red", ReferenceHolder::kSource), kStatusOk);
   Set(kRedText);
@@ -202,7 +191,7 @@ TEST_F(ConfigReferences, DefaultAndImpossibleNamesAreNotReferenced) {
   EXPECT_THAT(names, IsEmpty());
 }
 
-TEST_F(ConfigReferences, TrapSwitchesNameNoVrf) {
+TEST_F(ConfigReferences, TrapSwitchesReferenceNoVrf) {
   Start();
   Set(vrf_config::trap_switch("vrf-up", 1));
   EXPECT_FALSE(IsReferenced("vrf-up"));
@@ -260,7 +249,7 @@ TEST_F(ConfigReferences, RecordExistsBeforeALaterSubscriberIsNotified) {
   EXPECT_TRUE(had_record);
 }
 
-TEST_F(ConfigReferences, StoppingTakesTheReferencesBack) {
+TEST_F(ConfigReferences, StoppingReleasesTheReferences) {
   Start();
   Set(kRedText);
   config_references_stop();

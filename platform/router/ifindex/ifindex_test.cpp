@@ -9,20 +9,14 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
+#include "platform/router/model/router_test_support.h"
 
 namespace {
 
-class Ifindex : public ::testing::Test {
+class Ifindex : public router::RouterTest {
  protected:
   Ifindex() { ifindex_attach(&router_); }
   ~Ifindex() override { ifindex_attach(nullptr); }
-
-  void AddInterface(const std::string& name, std::uint32_t index) {
-    router::Interface interface;
-    interface.name = name;
-    interface.index = index;
-    ASSERT_EQ(router_.add_interface(interface), kStatusOk);
-  }
 
   // "ge0=7 ge1=5 "
   static std::string TextOf(KvDatalist* list) {
@@ -38,18 +32,6 @@ class Ifindex : public ::testing::Test {
     }
     return text;
   }
-
-  void Change(const std::string& name, const std::string& new_name, std::uint32_t new_index) {
-    router::Interface changed = *router_.find_interface_by_name(name);
-    changed.name = new_name;
-    changed.index = new_index;
-    ASSERT_EQ(router_.change_interface(changed), kStatusOk);
-  }
-  void Remove(const std::string& name) {
-    ASSERT_EQ(router_.remove_interface(router_.find_interface_by_name(name)->handle), kStatusOk);
-  }
-
-  router::Router router_;
 };
 
 TEST_F(Ifindex, IndexIsFoundByName) {
@@ -102,8 +84,8 @@ TEST_F(Ifindex, EntryOfAListIsWithoutAValueOnceItsInterfaceIsRemovedRenamedOrHas
   Remove("ge0");
   EXPECT_EQ(TextOf(list), "ge0= ge1=59 ge2=60 ge3=61 ");
   AddInterface("ge0", 7);
-  Change("ge1", "ge9", 59);
-  Change("ge2", "ge2", 8);
+  Rename("ge1", "ge9", 59);
+  Rename("ge2", "ge2", 8);
   EXPECT_EQ(TextOf(list), "ge0= ge1= ge2= ge3=61 ") << "no entry gets a new value";
   EXPECT_EQ(TextOf(other), TextOf(list));
   kvtree_datalist_free(list);

@@ -47,7 +47,7 @@ class RoutingTables : public RouterModel {
     return vrf;
   }
   void AddVrf(const std::string& name, std::uint32_t id, std::uint32_t ipv4, std::uint32_t ipv6) {
-    ASSERT_EQ(router_.create_vrf(WithTables(name, id, ipv4, ipv6)), kStatusOk);
+    RouterTest::AddVrf(WithTables(name, id, ipv4, ipv6));
   }
   void AddRoute(RouteTableId table, const std::string& prefix) {
     ASSERT_EQ(router_.routes().put(table, MakeRoute(prefix)), kStatusOk);
@@ -89,7 +89,7 @@ TEST_F(RoutingTables, SharedTableStaysWhileOneVrfHasIt) {
   EXPECT_FALSE(router_.routes().is_open(kTen));
 }
 
-TEST_F(RoutingTables, ChangedVrfKeepsTheTableThatItKeeps) {
+TEST_F(RoutingTables, UnchangedTableOfAChangedVrfRetainsItsRoutes) {
   AddVrf("red", 10, 10, 10);
   AddRoute(kTen, "10.0.0.0/8");
   AddRoute(kTen6, "2001:db8::/32");

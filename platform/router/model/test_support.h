@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/router/model/router.h"
+#include "platform/router/model/router_test_support.h"
 
 namespace router {
 
@@ -34,39 +34,12 @@ class Listener : public Observer {
   std::vector<std::string>* lines_;
 };
 
-class RouterModel : public ::testing::Test {
+class RouterModel : public RouterTest {
  protected:
   RouterModel() {  // in an order that is not that of the ranks
     router_.observe(ObserverRank::kOther, &other_);
     router_.observe(ObserverRank::kRecords, &records_);
     router_.observe(ObserverRank::kMembership, &members_);
-  }
-
-  static Vrf MakeVrf(const std::string& name, std::uint32_t id) {
-    Vrf vrf;
-    vrf.name = name;
-    vrf.id = id;
-    return vrf;
-  }
-
-  static Interface MakeInterface(const std::string& name, std::uint32_t index,
-                                 const std::string& vrf = "default") {
-    Interface interface;
-    interface.name = name;
-    interface.index = index;
-    interface.vrf = vrf;
-    return interface;
-  }
-
-  void AddVrf(const std::string& name, std::uint32_t id) {
-    ASSERT_EQ(router_.create_vrf(MakeVrf(name, id)), kStatusOk);
-  }
-
-  std::uint32_t AddInterface(const std::string& name, std::uint32_t index,
-                             const std::string& vrf = "default") {
-    std::uint32_t handle = 0;
-    EXPECT_EQ(router_.add_interface(MakeInterface(name, index, vrf), &handle), kStatusOk);
-    return handle;
   }
 
   const std::vector<std::string>& Lines() const { return lines_; }
@@ -76,7 +49,6 @@ class RouterModel : public ::testing::Test {
   Listener records_{"records", &lines_};
   Listener members_{"members", &lines_};
   Listener other_{"other", &lines_};
-  Router router_;
 };
 
 }  // namespace router

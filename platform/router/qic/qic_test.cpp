@@ -7,10 +7,11 @@
 #include <string>
 
 #include "platform/core/base/fault.h"
+#include "platform/router/model/router_test_support.h"
 
 namespace {
 
-class Qic : public ::testing::Test {
+class Qic : public router::RouterTest {
  protected:
   Qic() { qic_attach(&router_); }
   ~Qic() override {
@@ -20,13 +21,9 @@ class Qic : public ::testing::Test {
     qic_attach(nullptr);
   }
 
+  // With the next free index.
   std::uint32_t AddInterface(const std::string& name) {
-    router::Interface interface;
-    interface.name = name;
-    interface.index = ++last_index_;
-    std::uint32_t handle = 0;
-    EXPECT_EQ(router_.add_interface(interface, &handle), kStatusOk);
-    return handle;
+    return RouterTest::AddInterface(name, ++last_index_);
   }
   Status Bind() { return qic_control_server_bind(4, 2, &server_); }
   Status Rebind() {
@@ -38,7 +35,6 @@ class Qic : public ::testing::Test {
     return qic_s_interface_name(server_, handle, name_.data(), name_.size());
   }
 
-  router::Router router_;
   std::uint32_t last_index_ = 0;
   QicControlServer* server_ = nullptr;
   std::array<char, 8> name_{"before"};
@@ -98,7 +94,7 @@ TEST_F(Qic, WithoutAModelNothingCanBeBoundOrAsked) {
   EXPECT_EQ(NameOf(handle), kStatusUnavailable);
 }
 
-TEST_F(Qic, WhatIsNotBoundCannotBeUnbound) {
+TEST_F(Qic, UnboundServerCannotBeUnbound) {
   EXPECT_EQ(qic_control_server_unbind(nullptr), kStatusInvalid);
   ASSERT_EQ(Bind(), kStatusOk);
   EXPECT_EQ(qic_control_server_unbind(server_), kStatusOk);

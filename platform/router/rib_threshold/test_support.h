@@ -18,7 +18,7 @@
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/core/parcel/parcel.h"
 #include "platform/router/model/route_test_support.h"
-#include "platform/router/model/router.h"
+#include "platform/router/model/router_test_support.h"
 #include "platform/router/rib_threshold/records.h"
 #include "platform/router/rib_threshold/rib_threshold.h"
 #include "platform/store/tree/kvtree.h"
@@ -27,7 +27,7 @@ namespace rib_threshold {
 
 using vrf_config::Family;
 
-class RibThresholdTest : public testing::Test {
+class RibThresholdTest : public router::RouterTest {
  protected:
   RibThresholdTest() {
     kvtree_reset();
@@ -50,19 +50,16 @@ class RibThresholdTest : public testing::Test {
 
   // Both tables have the number, unless another is given for IPv6.
   void AddVrf(const std::string& name, std::uint32_t table, std::uint32_t ipv6_table = 0) {
-    router::Vrf vrf;
-    vrf.name = name;
-    vrf.id = ++last_id_;
+    router::Vrf vrf = MakeVrf(name, ++last_id_);
     vrf.ipv4_table = table;
     vrf.ipv6_table = ipv6_table == 0 ? table : ipv6_table;
-    ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
+    RouterTest::AddVrf(vrf);
   }
-  void DeleteVrf(const std::string& name) { ASSERT_EQ(router_.delete_vrf(name), kStatusOk); }
   void ChangeTables(const std::string& name, std::uint32_t ipv4, std::uint32_t ipv6) {
     router::Vrf vrf = *router_.find_vrf(name);
     vrf.ipv4_table = ipv4;
     vrf.ipv6_table = ipv6;
-    ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+    ChangeVrf(vrf);
   }
   void Configure(const std::string& vrf, std::uint32_t maximum, std::uint32_t mid,
                  Family family = Family::kIpv4) {
@@ -112,7 +109,6 @@ class RibThresholdTest : public testing::Test {
 
   TestRunDirectory directory_;
   EventManager* manager_ = nullptr;
-  router::Router router_;
 
  private:
   static std::vector<std::string>& reported() {

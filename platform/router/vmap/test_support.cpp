@@ -34,39 +34,15 @@ void Membership::EndClient() {
 }
 
 void Membership::AddVrf(const std::string& name, std::uint32_t id, std::uint32_t flags) {
-  router::Vrf vrf;
-  vrf.name = name;
-  vrf.id = id;
+  router::Vrf vrf = MakeVrf(name, id);
   vrf.flags = flags;
-  ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
+  RouterTest::AddVrf(vrf);
 }
 
 void Membership::SetFlags(const std::string& vrf, std::uint32_t flags) {
   router::Vrf changed = *router_.find_vrf(vrf);
   changed.flags = flags;
-  ASSERT_EQ(router_.change_vrf(changed), kStatusOk);
-}
-
-void Membership::AddInterface(const std::string& name, const std::string& vrf) {
-  router::Interface interface;
-  interface.name = name;
-  interface.index = ++last_index_;
-  interface.vrf = vrf;
-  ASSERT_EQ(router_.add_interface(interface), kStatusOk);
-}
-
-void Membership::Rename(const std::string& name, const std::string& next) {
-  router::Interface interface = *router_.find_interface_by_name(name);
-  interface.name = next;
-  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
-}
-
-void Membership::Move(const std::string& name, const std::string& vrf) {
-  ASSERT_EQ(router_.move_interface(HandleOf(name), vrf), kStatusOk);
-}
-
-void Membership::Remove(const std::string& name) {
-  ASSERT_EQ(router_.remove_interface(HandleOf(name)), kStatusOk);
+  ChangeVrf(changed);
 }
 
 void Membership::Connect() {

@@ -10,12 +10,12 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
-#include "platform/router/model/router.h"
+#include "platform/router/model/router_test_support.h"
 #include "platform/router/vmap/vmap.h"
 
 namespace vmap {
 
-class Membership : public ::testing::Test {
+class Membership : public router::RouterTest {
  protected:
   Membership();
   ~Membership() override;
@@ -23,13 +23,9 @@ class Membership : public ::testing::Test {
   // --- the router ---
   void AddVrf(const std::string& name, std::uint32_t id, std::uint32_t flags = 0);
   void SetFlags(const std::string& vrf, std::uint32_t flags);
-  void DeleteVrf(const std::string& name) { ASSERT_EQ(router_.delete_vrf(name), kStatusOk); }
-  void AddInterface(const std::string& name, const std::string& vrf);
-  void Rename(const std::string& name, const std::string& next);
-  void Move(const std::string& name, const std::string& vrf);
-  void Remove(const std::string& name);
-  std::uint32_t HandleOf(const std::string& name) const {
-    return router_.find_interface_by_name(name)->handle;
+  // With the next free index.
+  void AddInterface(const std::string& name, const std::string& vrf) {
+    RouterTest::AddInterface(name, ++last_index_, vrf);
   }
 
   // --- the client ---
@@ -51,7 +47,6 @@ class Membership : public ::testing::Test {
 
   TestRunDirectory directory_;
   std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
-  router::Router router_;
   std::uint32_t last_index_ = 0;
   VmapClient* client_ = nullptr;
   VmapMemberDatabase* database_ = nullptr;

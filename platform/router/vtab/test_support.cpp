@@ -26,20 +26,10 @@ Records::~Records() {
 
 void Records::AddVrf(const std::string& name, std::uint32_t id, std::uint32_t ipv4_table,
                      std::uint32_t ipv6_table) {
-  router::Vrf vrf;
-  vrf.name = name;
-  vrf.id = id;
+  router::Vrf vrf = MakeVrf(name, id);
   vrf.ipv4_table = ipv4_table;
   vrf.ipv6_table = ipv6_table;
-  ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
-}
-
-void Records::AddInterface(const std::string& name, std::uint32_t index, const std::string& vrf) {
-  router::Interface interface;
-  interface.name = name;
-  interface.index = index;
-  interface.vrf = vrf;
-  ASSERT_EQ(router_.add_interface(interface), kStatusOk);
+  RouterTest::AddVrf(vrf);
 }
 
 void Records::AddUsableInterface(const std::string& name, std::uint32_t index, const std::string& vrf) {
@@ -51,34 +41,19 @@ void Records::AddUsableInterface(const std::string& name, std::uint32_t index, c
 void Records::RemoveAddresses(const std::string& name) {
   router::Interface interface = Current(name);
   interface.addresses.clear();
-  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
+  ChangeInterface(interface);
 }
 
 void Records::AddAddress(const std::string& name, const std::string& address) {
   router::Interface interface = Current(name);
   ASSERT_TRUE(router::parse_address(address, &interface.addresses.emplace_back()));
-  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
+  ChangeInterface(interface);
 }
 
 void Records::SetLink(const std::string& name, bool up) {
   router::Interface interface = Current(name);
   interface.up = up;
-  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
-}
-
-void Records::Rename(const std::string& name, const std::string& next, std::uint32_t index) {
-  router::Interface interface = Current(name);
-  interface.name = next;
-  interface.index = index;
-  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
-}
-
-void Records::Move(const std::string& name, const std::string& vrf) {
-  ASSERT_EQ(router_.move_interface(Current(name).handle, vrf), kStatusOk);
-}
-
-void Records::Remove(const std::string& name) {
-  ASSERT_EQ(router_.remove_interface(Current(name).handle), kStatusOk);
+  ChangeInterface(interface);
 }
 
 void Records::StartClient() {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/core/evm/test_run_directory.h"
-#include "platform/router/model/router.h"
+#include "platform/router/model/router_test_support.h"
 #include "platform/router/vtab/vtab.h"
 
 namespace vtab {
@@ -19,7 +19,7 @@ struct TestAttributes {  // the client's block
   std::uint32_t number;
 };
 
-class Records : public ::testing::Test {
+class Records : public router::RouterTest {
  protected:
   Records();
   ~Records() override;
@@ -27,20 +27,13 @@ class Records : public ::testing::Test {
   // --- the router ---
   void AddVrf(const std::string& name, std::uint32_t id, std::uint32_t ipv4_table = 0,
               std::uint32_t ipv6_table = 0);
-  void ChangeVrf(const router::Vrf& vrf) { ASSERT_EQ(router_.change_vrf(vrf), kStatusOk); }
-  void DeleteVrf(const std::string& name) { ASSERT_EQ(router_.delete_vrf(name), kStatusOk); }
   void Reference(const std::string& name) { ASSERT_EQ(router_.reference_vrf(name), kStatusOk); }
   void Unreference(const std::string& name) { ASSERT_EQ(router_.unreference_vrf(name), kStatusOk); }
-  void AddInterface(const std::string& name, std::uint32_t index, const std::string& vrf = "default");
   // With an address of either family, so that its link decides.
   void AddUsableInterface(const std::string& name, std::uint32_t index, const std::string& vrf = "default");
   void AddAddress(const std::string& name, const std::string& address);
   void RemoveAddresses(const std::string& name);
   void SetLink(const std::string& name, bool up);
-  void Rename(const std::string& name, const std::string& next, std::uint32_t index);
-  void Move(const std::string& name, const std::string& vrf);
-  void Remove(const std::string& name);
-  router::Interface Current(const std::string& name) const { return *router_.find_interface_by_name(name); }
 
   // --- the client ---
   void StartClient();
@@ -59,7 +52,6 @@ class Records : public ::testing::Test {
 
   TestRunDirectory directory_;
   std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
-  router::Router router_;
 };
 
 void note_line(const std::string& line);  // among those of the callbacks
