@@ -33,7 +33,7 @@ TEST_F(SettingsFile, MissingFileMeansTheKernel) {
   EXPECT_EQ(settings_.source->word, "kernel");
 }
 
-TEST_F(SettingsFile, MissingFolderIsNoticed) {
+TEST_F(SettingsFile, MissingFolderIsReported) {
   ASSERT_TRUE(Read());
   EXPECT_EQ(settings_.notice, "") << "a missing file alone is usual";
   const std::string folder = folder_.path() + "/none";
@@ -63,7 +63,7 @@ TEST_F(SettingsFile, RouterFileIsRelativeToTheSettings) {
   EXPECT_EQ(settings_.router_file, folder_.path() + "/router.yaml");
 }
 
-TEST_F(SettingsFile, AbsoluteRouterFileStays) {
+TEST_F(SettingsFile, AbsoluteRouterFileIsUnchanged) {
   Write("router_file: /tmp/x.yaml\nsource: file\n");
   ASSERT_TRUE(Read()) << error_;
   EXPECT_EQ(settings_.router_file, "/tmp/x.yaml");

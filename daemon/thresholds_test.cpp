@@ -134,7 +134,7 @@ TEST_F(Thresholds, MaximumIsRaisedAgainWhileOneFamilyIsStillThere) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(Thresholds, ChangedThresholdsAreJudgedAtOnce) {
+TEST_F(Thresholds, ChangedThresholdsAreEvaluatedAtOnce) {
   SetRoutes(3);
   Traps();
   SetPair(LimitOf(1), 3, 2);

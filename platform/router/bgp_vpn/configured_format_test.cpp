@@ -109,7 +109,7 @@ TEST_F(ConfiguredFormat, IsEffectiveWhenFollowingStarts) {
   EXPECT_THAT(Rows(), ElementsAre("red 64086.59904:30"));
 }
 
-TEST_F(ConfiguredFormat, WithoutOneIsAsplain) {
+TEST_F(ConfiguredFormat, DefaultsToAsplain) {
   bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
   Follow();
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
@@ -155,7 +155,7 @@ TEST_F(ConfiguredFormat, OneRouteTargetAtMostIsMissingMeanwhile) {
 }
 
 // Each of these changes the tree at once and is delivered after the change of the format.
-TEST_F(ConfiguredFormat, WhatChangesMeanwhileIsNeitherLostNorDoubled) {
+TEST_F(ConfiguredFormat, ChangesMeanwhileAreReportedOnce) {
   Follow();
   Subscribe();
   Commit({Target("65536:1"), Target("65536:2"), Target("65536:3")});
@@ -169,7 +169,7 @@ TEST_F(ConfiguredFormat, WhatChangesMeanwhileIsNeitherLostNorDoubled) {
   EXPECT_EQ(table().misses, 0U);
 }
 
-TEST_F(ConfiguredFormat, ChangesOnTheWayFollowEachOther) {
+TEST_F(ConfiguredFormat, PendingChangesAreAppliedInOrder) {
   Follow();
   Subscribe();
   Commit({Target("65536:1")});
@@ -223,7 +223,7 @@ TEST_F(ConfiguredFormat, OtherTextsAreAsplainAndLogged) {
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
 }
 
-TEST_F(ConfiguredFormat, OtherItemsAreNoFormat) {
+TEST_F(ConfiguredFormat, OtherItemsAreIgnored) {
   Follow();
   KvValue text;
   text.type = KvValueType::kText;

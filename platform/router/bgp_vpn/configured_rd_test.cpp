@@ -57,7 +57,7 @@ TEST_F(ConfiguredRd, OfEvpnCountsWhenNoAddressFamilyHasOne) {
   EXPECT_EQ(Rd("red"), "65000:6");
 }
 
-TEST_F(ConfiguredRd, OfAVrfThatDoesNotExistIsThereToBeGot) {
+TEST_F(ConfiguredRd, OfAVrfThatDoesNotExistIsReturned) {
   Configure("later", "65000:7");
   EXPECT_EQ(Rd("later"), "65000:7");
   EXPECT_EQ(Rd("late"), err_text(kStatusNoSuchRow));

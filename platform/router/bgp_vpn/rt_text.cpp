@@ -11,14 +11,14 @@
 
 namespace {
 
-// Places in the path; bgp_vpn.h says what they hold.
+// Arguments of the path, see bgp_vpn.h.
 enum Key : unsigned { kAfi = 1, kSafi, kType, kAsHigh, kAsLow, kAsNumber, kAddress, kAddressNumber };
 
 constexpr std::uint32_t kTwoOctetAs = 0;
 constexpr std::uint32_t kIpv4Address = 1;
 constexpr std::uint32_t kFourOctetAs = 2;
 
-// One argument: its number, at most `largest`.
+// The number of an argument, at most `largest`.
 Status take_number(const RequestArgs* args, Key key, std::uint32_t largest, std::uint32_t* number) {
   if (kvtree_absent(args, key)) return kStatusArgumentMissing;
   if (args->arg[key].number == nullptr || *args->arg[key].number > largest) return kStatusInvalid;

@@ -1,4 +1,3 @@
-// See lfx.h. No state but the model: an index is computed from the route store when it is asked for.
 #include "platform/router/lfx/lfx.h"
 
 #include <algorithm>

@@ -1,9 +1,9 @@
 // Label switching database: which cross-connect (mplsXCTable, RFC 3813) forwards a route that leaves with
 // labels.
 //
-// The database is the route store's labelled routes. The index of a route's cross-connect is made of what
-// identifies the route and the label stack, so that it is stable, differs between routes and changes with the
-// labels. Numbers are in network order:
+// The database consists of the route store's labelled routes. The index of a cross-connect is composed of
+// what identifies the route and of the label stack, so that it is stable, unique per route and changes with
+// the labels. Numbers are in network order:
 //
 //   octet 0        1, the form of the index (a single octet of 0 would mean "none")
 //   octets 1-4     table identifier
@@ -13,8 +13,8 @@
 //   octet 14       number of labels
 //   from octet 15  the labels, outermost first, three octets each, at most three of them
 //
-// Of several paths of one prefix the first with labels counts, in the order of next hops: a request names no
-// next hop. Main thread only.
+// A request has no next hop: of several paths of one prefix, it gets the first with labels in the order of
+// next hops. Main thread only.
 #pragma once
 
 #include <cstddef>
@@ -33,10 +33,10 @@ struct LfxRequest {
   std::uint32_t prefix_length;
 };
 
-void lfx_attach(router::Router* model);  // called once by the process; null takes the model away
+void lfx_attach(router::Router* model);  // called once by the process; null detaches
 
-// Writes the index to `buffer` and its length to *length. kStatusNoCrossConnect when the route is not there
-// or leaves without labels, kStatusInvalid for null arguments, another kind or a size under 24,
+// Writes the index to `buffer` and its length to *length. kStatusNoCrossConnect when there is no such
+// route or it has no labels, kStatusInvalid for null arguments, another kind or a size under 24,
 // kStatusNotConnected before lfx_attach. Fault point "lfx_c_lsr_xc_idx".
 [[nodiscard]] Status lfx_c_lsr_xc_idx(std::uint8_t* buffer, std::size_t size, std::size_t* length,
                                       const LfxRequest* request);

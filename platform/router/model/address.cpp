@@ -1,7 +1,7 @@
-// Interface addresses as text: what people and router files write, and what shows them again.
+// Interface addresses as text, as users and router files write them.
 //
 // The system's own converters decide what an address is (inet_pton(3): no zone, no octal, no shortened IPv4),
-// the prefix length is one to three decimal digits. A text that is not wholly an address is refused.
+// the prefix length is one to three decimal digits. A text with anything else is rejected.
 #include "platform/router/model/address.h"
 
 #include <arpa/inet.h>

@@ -1,12 +1,11 @@
 // The router model: interfaces and which VRF they are in.
 //
-// Interfaces are keyed by a handle of the model's own that counts up and is never used twice before 2^32
-// additions; the ordered map of handles is therefore also the order of addition. Name and index are unique
-// and may change while the handle stays. Every operation costs a few look-ups, whatever the number of
-// interfaces: 100,000 are ordinary.
+// Interfaces are indexed by a handle that counts up and is reused only after 2^32 additions, so the order of
+// handles is the order of addition. Name and index are unique and may change; the handle does not. Every
+// operation costs a few look-ups, whatever the number of interfaces; 100,000 are ordinary.
 //
-// The membership is a VRF name in the interface: it may name a VRF that does not exist, and the model keeps
-// no list of members by VRF; observers that need one keep their own.
+// The membership is a VRF name in the interface. The VRF need not exist. The model has no lists of members by
+// VRF; observers that need them have their own.
 #include <algorithm>
 #include <utility>
 
@@ -29,7 +28,7 @@ Interface* find_in(const Map& map, const Key& key) {
   return found == map.end() ? nullptr : found->second;
 }
 
-// True when one of the two is held by an interface other than `self` (null: by any).
+// True when an interface other than `self` has one of the two (null: any interface).
 template <typename State>
 bool name_or_index_taken(const State& state, const Interface& wanted, const Interface* self) {
   const Interface* by_name = find_in(state.interfaces_by_name, std::string_view(wanted.name));

@@ -1,5 +1,5 @@
-// See route_access.h. route_access_attach() is here so that a process which attaches its model has the
-// exported function linked in.
+// route_access_attach() is in this file so that a process which attaches its model links the exported
+// function.
 #include "platform/router/model/route_access.h"
 
 #include "platform/core/base/fault.h"

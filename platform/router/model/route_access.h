@@ -1,7 +1,7 @@
 // The function table through which a loaded module reads the process's routes.
 //
 // A module calls mpls_vpn_mib_route_access(kRouteAccessVersion), which the executable exports
-// (ENABLE_EXPORTS), and gets the table of that version, or null when the process serves another one. Versions
+// (ENABLE_EXPORTS), and gets the table of that version, or null when the process has another one. Versions
 // exist because a module and the executable are separate files that may be of different builds.
 //
 // Main thread only; the process attaches its model first. Before that there are no routes.
@@ -27,7 +27,7 @@ struct RouteAccess {
   void* (*allocate)(std::size_t size);
 };
 
-void route_access_attach(Router* model);  // called once by the process; null takes the model away
+void route_access_attach(Router* model);  // called once by the process; null detaches
 
 }  // namespace router
 

@@ -1,6 +1,5 @@
-// See route_attributes.h. The sets are the keys of an ordered map, whose nodes do not move; a slot a number
-// finds them back. Most routers need a handful of sets, one with a label of its own for every route as many
-// as routes.
+// The sets are the keys of an ordered map, whose nodes do not move; an array maps numbers to nodes. Most
+// routers need a few sets; a router with a label per route needs as many as routes.
 #include "platform/router/model/route_attributes.h"
 
 namespace router {

@@ -36,7 +36,7 @@ inline constexpr std::int32_t kMetricUnused = -1;
 // inetCidrRouteType (RFC 4292).
 enum class RouteType : std::uint8_t { kOther = 1, kReject = 2, kLocal = 3, kRemote = 4, kBlackhole = 5 };
 
-// IANAipRouteProtocol; the values that sources of this system give. Every other value up to 255 may be cast.
+// IANAipRouteProtocol: the values that the sources use. Any other value up to 255 may be cast.
 enum class RouteProtocol : std::uint8_t {
   kOther = 1,
   kLocal = 2,    // connected
@@ -73,9 +73,9 @@ struct Route {
   std::array<std::int32_t, 5> metrics{kMetricUnused, kMetricUnused, kMetricUnused, kMetricUnused,
                                       kMetricUnused};
   std::uint32_t next_hop_as = 0;
-  std::vector<std::uint32_t> labels;  // what packets leave with, outermost first; empty for none
-  // Seconds of clock_monotonic() at the last change of anything above. The store's: ignored by put() and
-  // offer().
+  std::vector<std::uint32_t> labels;  // pushed on packets, outermost first; empty for none
+  // Seconds of clock_monotonic() at the last change of anything above. The store sets it; put() and offer()
+  // ignore it.
   std::uint32_t changed = 0;
 };
 
@@ -91,24 +91,23 @@ class RouteStore {
   RouteStore(const RouteStore&) = delete;
   RouteStore& operator=(const RouteStore&) = delete;
 
-  // Insert or replace by key. A row that is as it was keeps its age (kNone). kStatusNoSuchRow for a table
-  // that is not open, kStatusInvalid for a route that is none of its family (lengths, bits beyond the prefix
+  // Inserts or replaces by key. An unchanged row retains its age (kNone). kStatusNoSuchRow for a table that
+  // is not open, kStatusInvalid for a route that is invalid for its family (lengths, bits beyond the prefix
   // length, a local route with a next hop, metrics below -1, labels out of range or too many). Fault point
   // "route_store_put".
   [[nodiscard]] Status put(RouteTableId table, const Route& route, RouteChange* change = nullptr);
-  // As put(), but a row that was given since begin_refresh() already stays unless this one's first metric is
+  // As put(), but a row that was put since begin_refresh() is replaced only if this route's first metric is
   // lower. For dumps in which several paths are one row.
   [[nodiscard]] Status offer(RouteTableId table, const Route& route, RouteChange* change = nullptr);
-  // kStatusNoSuchRow when the table or the row is not there. Fault point "route_store_erase".
+  // kStatusNoSuchRow when there is no such table or row. Fault point "route_store_erase".
   [[nodiscard]] Status erase(RouteTableId table, const RouteKey& key);
-  // All rows; the table stays open.
+  // Removes all rows; the table remains open.
   void clear(RouteTableId table);
 
-  // Re-reading a whole table: begin_refresh(), put() or offer() all that is there now, then end_refresh()
-  // again and again until it returns false. Rows that were not given since begin_refresh() go; the others
-  // keep their age. Each end_refresh() visits at most `limit` rows (> 0), so that other work may come in
-  // between; rows put meanwhile stay. Beginning again abandons the refresh before. A table that is not open
-  // has nothing to do.
+  // Re-reads a whole table: begin_refresh(), put() or offer() every current route, then end_refresh() until
+  // it returns false. Rows that were not put since begin_refresh() are removed; the others retain their age.
+  // Each end_refresh() visits at most `limit` rows (> 0), so that other work runs in between; rows put
+  // meanwhile remain. A second begin_refresh() abandons the first. Ignored for a table that is not open.
   void begin_refresh(RouteTableId table);
   [[nodiscard]] bool end_refresh(RouteTableId table, std::size_t limit, std::size_t* erased = nullptr);
 
@@ -131,7 +130,8 @@ class RouteStore {
   void defer_releases(std::function<void()> hook);
   [[nodiscard]] bool release_some(std::size_t rows);
 
-  // The model's side: each open() is matched by one close(); the last one drops the rows. Table 0 is none.
+  // For the model: each open() is matched by one close(), and the last close() removes the rows. Table 0 is
+  // ignored.
   void open(RouteTableId table);
   void close(RouteTableId table);
   // Calls `visit` once for every open table whose rows changed since the last call.

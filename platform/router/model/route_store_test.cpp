@@ -69,7 +69,7 @@ class RouteStoreRows : public ::testing::Test {
   int pauses_ = 0;
 };
 
-TEST_F(RouteStoreRows, ComeInTheOrderOfDestinationPrefixLengthAndNextHop) {
+TEST_F(RouteStoreRows, AreOrderedByDestinationPrefixLengthAndNextHop) {
   for (const char* prefix : {"10.0.0.0/24", "200.0.0.0/8", "10.0.0.0/8", "9.255.255.0/24"}) Put(prefix);
   Put("10.0.0.0/8", "192.0.2.1");
   Put("10.0.0.0/8", "9.0.0.1");
@@ -79,7 +79,7 @@ TEST_F(RouteStoreRows, ComeInTheOrderOfDestinationPrefixLengthAndNextHop) {
                           "10.0.0.0/8 via 192.0.2.1", "10.0.0.0/24", "200.0.0.0/8"));
 }
 
-TEST_F(RouteStoreRows, OfIpv6ComeInTheOrderOfTheirOctets) {
+TEST_F(RouteStoreRows, OfIpv6AreOrderedByTheirOctets) {
   for (const char* prefix : {"fe80::/64", "2001:db8::/48", "2001:db8::/32", "2001:db8:0:1::/64", "::/0"}) {
     Put(kRed6, MakeRoute(prefix));
   }
@@ -160,14 +160,14 @@ TEST_F(RouteStoreRows, OneKeyIsOneRow) {
   EXPECT_EQ(Find(kRed, "10.0.0.0/8", "192.0.2.1").interface_index, 9U);
 }
 
-TEST_F(RouteStoreRows, RowThatIsAsItWasKeepsItsAge) {
+TEST_F(RouteStoreRows, UnchangedRowRetainsItsAge) {
   Put("10.0.0.0/8", "192.0.2.1");
   Wait(30);
   EXPECT_EQ(Put("10.0.0.0/8", "192.0.2.1"), RouteChange::kNone);
   EXPECT_EQ(Age("10.0.0.0/8", "192.0.2.1"), 30U);
 }
 
-TEST_F(RouteStoreRows, EveryDifferenceBeginsANewAge) {
+TEST_F(RouteStoreRows, EveryDifferenceResetsTheAge) {
   const Route first = MakeRoute("10.0.0.0/8", "192.0.2.1");
   const auto change_one = [&](auto change) {
     Put(kRed, first);
@@ -237,7 +237,7 @@ TEST_F(RouteStoreRows, KeysOfTheOtherFamilyFindNothing) {
   EXPECT_EQ(store_.erase(kRed, beyond), kStatusNoSuchRow);
 }
 
-TEST_F(RouteStoreRows, EraseTakesOneRow) {
+TEST_F(RouteStoreRows, EraseRemovesOneRow) {
   Put("10.0.0.0/8", "192.0.2.1");
   Put("10.0.0.0/8", "192.0.2.2");
   EXPECT_EQ(store_.erase(kRed, MakeKey("10.0.0.0/8", "192.0.2.1")), kStatusOk);
@@ -282,7 +282,7 @@ TEST_F(RouteStoreRows, LabelsOfOneRouteAreNotThoseOfAnother) {
   EXPECT_THAT(Find(kRed, "12.0.0.0/8", "192.0.2.1").labels, IsEmpty());
 }
 
-TEST_F(RouteStoreRows, SharedLabelsStayWhileOneRouteHasThem) {
+TEST_F(RouteStoreRows, SharedLabelsRemainWhileOneRouteHasThem) {
   Route first = MakeRoute("10.0.0.0/8", "192.0.2.1");
   first.labels = {100};
   Route second = MakeRoute("11.0.0.0/8", "192.0.2.1");
@@ -314,7 +314,7 @@ TEST_F(RouteStoreRows, FirstLabelledPathOfAPrefixIsFound) {
 
 // --- Refreshes
 
-TEST_F(RouteStoreRows, RefreshTakesAwayWhatWasNotGivenAgain) {
+TEST_F(RouteStoreRows, RefreshRemovesRowsThatWereNotPutAgain) {
   for (const char* prefix : {"10.0.0.0/8", "11.0.0.0/8", "12.0.0.0/8"}) Put(prefix);
   Wait(60);
   store_.begin_refresh(kRed);
@@ -345,7 +345,7 @@ TEST_F(RouteStoreRows, RefreshEndsInBoundedSteps) {
   EXPECT_THAT(Walk(store_, kRed), ElementsAre("1.0.0.0/8", "4.0.0.0/8", "9.0.0.0/8"));
 }
 
-TEST_F(RouteStoreRows, RefreshThatBeginsAgainAbandonsTheOneBefore) {
+TEST_F(RouteStoreRows, SecondRefreshAbandonsTheFirst) {
   for (const char* prefix : {"10.0.0.0/8", "11.0.0.0/8"}) Put(prefix);
   store_.begin_refresh(kRed);
   Put("10.0.0.0/8");
@@ -398,7 +398,7 @@ TEST_F(RouteStoreRows, TableThatIsNotOpenTakesNoRoute) {
   EXPECT_EQ(store_.erase({Family::kIpv4, 99}, MakeKey("10.0.0.0/8")), kStatusNoSuchRow);
 }
 
-TEST_F(RouteStoreRows, RouteThatIsNoneIsRefused) {
+TEST_F(RouteStoreRows, InvalidRouteIsRejected) {
   const Route good = MakeRoute("10.0.0.0/8", "192.0.2.1");
   const auto refused = [&](RouteTableId table, auto change) {
     Route bad = good;
@@ -459,7 +459,7 @@ TEST_F(RouteStoreRows, TableLivesUntilItsLastClose) {
   EXPECT_EQ(store_.count(kRed), 0U);
 }
 
-TEST_F(RouteStoreRows, TableZeroIsNone) {
+TEST_F(RouteStoreRows, TableZeroIsIgnored) {
   store_.open({Family::kIpv4, 0});
   EXPECT_FALSE(store_.is_open({Family::kIpv4, 0}));
   store_.close({Family::kIpv4, 0});
@@ -518,7 +518,7 @@ TEST_F(RouteStoreRows, DroppedRowsAreRemovedAtOnceAndFreedInSteps) {
   EXPECT_EQ(calls, 2);
 }
 
-TEST_F(RouteStoreRows, ReleasedRowsGiveBackTheirLabels) {
+TEST_F(RouteStoreRows, FreedRowsReleaseTheirLabels) {
   store_.defer_releases([] {});
   Route labelled = MakeRoute("10.0.0.0/8", "192.0.2.1");
   labelled.labels = {100};
@@ -530,7 +530,7 @@ TEST_F(RouteStoreRows, ReleasedRowsGiveBackTheirLabels) {
   EXPECT_THAT(Find(kRed, "11.0.0.0/8", "192.0.2.1").labels, ElementsAre(100));
 }
 
-TEST_F(RouteStoreRows, WithoutAHookNothingWaits) {
+TEST_F(RouteStoreRows, RowsAreFreedAtOnceWithoutAHook) {
   Put("10.0.0.0/8");
   store_.clear(kRed);
   EXPECT_FALSE(store_.release_some(100));

@@ -1,4 +1,4 @@
-// One routing table in its compact form; the route store's own.
+// One routing table in its compact form. Private to the route store.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace router {
 
-// The operations of RouteStore on one table, for routes that were checked (valid_route). The sets of
+// The operations of RouteStore on one table, for validated routes (valid_route). The sets of
 // attributes must outlive the table.
 class RouteTable {
  public:
@@ -17,7 +17,7 @@ class RouteTable {
   // `keep_better`: as RouteStore::offer().
   virtual RouteChange put(const Route& route, bool keep_better) = 0;
   virtual bool erase(const RouteKey& key) = 0;
-  // Takes away up to `limit` rows; true while there are more.
+  // Removes up to `limit` rows; true while there are more.
   virtual bool release_some(std::size_t limit) = 0;
   virtual void begin_refresh() = 0;
   virtual bool end_refresh(std::size_t limit, std::size_t* erased) = 0;
@@ -30,10 +30,10 @@ class RouteTable {
 
 std::unique_ptr<RouteTable> make_route_table(Family family, RouteAttributeSets* sets);
 
-// Whether the route is one that a table of the family can hold.
+// Whether a table of the family can store the route.
 bool valid_route(Family family, const Route& route);
 // Whether a key's lengths and unused octets are those of the family; bits beyond the prefix length are not
-// looked at.
+// checked.
 bool valid_route_key(Family family, const RouteKey& key);
 
 }  // namespace router

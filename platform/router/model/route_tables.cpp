@@ -25,8 +25,8 @@ struct RouteStore::State {
   RouteAttributeSets sets;  // outlives the tables
   std::map<RouteTableId, OpenTable> tables;
   std::set<RouteTableId> changed;                    // open tables, since the last take_changed()
-  std::deque<std::unique_ptr<RouteTable>> released;  // rows that no reader finds any more
-  std::function<void()> on_release;                  // null: released on the spot
+  std::deque<std::unique_ptr<RouteTable>> released;  // tables that no reader finds any more
+  std::function<void()> on_release;                  // null: freed at once
 
   OpenTable* find(RouteTableId id) {
     const auto found = tables.find(id);
@@ -34,7 +34,7 @@ struct RouteStore::State {
   }
 
   void release(std::unique_ptr<RouteTable> rows) {
-    if (!on_release) return;  // and `rows` ends here
+    if (!on_release) return;  // frees `rows`
     released.push_back(std::move(rows));
     if (released.size() == 1) on_release();
   }

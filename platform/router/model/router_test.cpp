@@ -58,7 +58,7 @@ TEST_F(RouterModel, ChangeReplacesEverythingButNameAndId) {
   EXPECT_THAT(Lines(), ElementsAre()) << "nothing differed";
 }
 
-TEST_F(RouterModel, DefaultVrfMayChangeButNotGo) {
+TEST_F(RouterModel, DefaultVrfMayChangeButNotBeDeleted) {
   Vrf next = MakeVrf("default", 0);
   next.ipv4_table = 254;
   EXPECT_EQ(router_.change_vrf(next), kStatusOk);
@@ -210,7 +210,7 @@ TEST(AddressText, LengthDefaultsToAHost) {
   EXPECT_EQ(address.prefix_length, 128);
 }
 
-TEST(AddressText, WhatIsNotWhollyAnAddressIsRefusedAndWritesNothing) {
+TEST(AddressText, InvalidTextIsRejectedAndWritesNothing) {
   Address address;
   ASSERT_TRUE(parse_address("192.0.2.1/7", &address));
   const Address before = address;

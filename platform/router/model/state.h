@@ -1,8 +1,8 @@
-// What a router::Router holds, shared by the sources that implement it.
+// The state of a router::Router, shared by the sources that implement it.
 //
-// VRFs and interfaces sit in the nodes of ordered maps, so that references stay good while others come and
-// go; the further look-ups point into them. The name index of interfaces borrows its keys from the interfaces
-// themselves: an entry is taken out before its name changes.
+// VRFs and interfaces are nodes of ordered maps, so references to them remain valid while others are added
+// and removed; the other look-ups point to these nodes. The name index of interfaces borrows its keys from
+// the interfaces: remove an entry before its name changes.
 #pragma once
 
 #include <utility>
@@ -15,7 +15,7 @@ namespace router {
 struct Router::State {
   std::map<std::string, Vrf, ShorterFirst> vrfs;  // with "default"
   std::unordered_map<std::uint32_t, Vrf*> vrfs_by_id;
-  std::map<std::string, std::uint8_t, ShorterFirst> references;  // the holders' bits, never none
+  std::map<std::string, std::uint8_t, ShorterFirst> references;  // the holders' bits, never 0
 
   std::map<std::uint32_t, Interface> interfaces;  // by handle
   std::unordered_map<std::string_view, Interface*> interfaces_by_name;
@@ -28,13 +28,13 @@ struct Router::State {
   unsigned busy = 0;                                          // > 0 while observers or visitors run
   std::uint64_t changes = 0;
 
-  // Every change begins with this: its fault point, and the refusal of changes from inside a notification.
+  // The start of every change: its fault point, and the refusal of changes inside a notification.
   Status may_change(const char* operation) const {
     if (Status status = fault_check(operation)) return status;
     return busy > 0 ? kStatusDeadlock : kStatusOk;
   }
 
-  // While it lives, changes are refused.
+  // Refuses changes while it exists.
   class Busy {
    public:
     explicit Busy(State* state) : state_(state) { ++state_->busy; }

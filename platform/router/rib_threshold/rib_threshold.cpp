@@ -146,8 +146,8 @@ void Service::remove_tables(const router::Vrf& vrf) {
   }
 }
 
-// A subscriber finds the VRF of an event by the number of its table. So what is queued, and the clearing of
-// VRFs that have no table of their own afterwards, is delivered while that number still leads to the VRF.
+// Subscribers find the VRF of an event by the number of its table. So all queued events, and the clearing of
+// VRFs that lose their last own table, are delivered before the change.
 void Service::vrf_changing(const std::string& name, const router::Vrf* next) {
   Names concerned{name};
   for (const auto table : kTableOf) {
@@ -203,7 +203,7 @@ void Service::vrf_deleted(const router::Vrf& vrf) {
   drop_if_unused(vrf.name);
 }
 
-// The VRF, and those that share a table with it: whom the table is watched for may be another now.
+// The VRF, and those that share a table with it: the table may now be watched for another VRF.
 void Service::evaluate_sharing(const router::Vrf& vrf) {
   evaluate(vrf.name);
   for (const auto table : kTableOf) {

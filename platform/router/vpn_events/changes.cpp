@@ -1,4 +1,3 @@
-// See changes.h.
 #include "platform/router/vpn_events/changes.h"
 
 #include <algorithm>
@@ -55,7 +54,7 @@ struct VrfChanges {
 };
 using ChangesByVrf = std::map<std::string, VrfChanges, router::ShorterFirst>;
 
-// The model has the text that the router file has, in any form.
+// The model has the text of the router file, in any form.
 Held held_by_model(const std::string& text) {
   if (text.empty()) return {};
   const std::optional<Target> rd = vrf_config::parse_target(text);
@@ -116,7 +115,7 @@ void add_target_changes(const Change& item, const TargetChanges& targets, std::v
   }
 }
 
-// A target that is there before and after is the same whatever its value.
+// A target that exists before and after is unchanged; its path is its value.
 void take_target(const TargetPath& path, const KvConfigCommitChange& change, VrfChanges* vrf) {
   TargetChanges& targets = vrf->targets[{*path.direction, path.family}];
   if (change.before && !change.after) targets.removed[path.target] = change.owner_before;

@@ -1,10 +1,10 @@
-// What a commit, or another RD in the router model, makes of the route distinguishers and route targets that
-// are effective. Not for other folders.
+// The changes of effective route distinguishers and route targets that a commit, or another RD in the router
+// model, causes. Private to this folder.
 //
-// The RD of a VRF is that of its lowest address family that has one, else that of the router model; a change
-// of it has the family 0. A family's own RD is reported by itself only where it is not the VRF's. Route
-// targets of one VRF, direction and family that one commit removes and adds are paired in their order, so
-// that a target that takes the place of another one is one change; the rest are removals or additions.
+// The RD of a VRF is that of its lowest address family that has one, else that of the router model; its
+// change has the family 0. A family's own RD is reported separately only where it differs from the VRF's.
+// Route targets of one VRF, direction and family that one commit removes and adds are paired in their order,
+// so that a replaced target is one change; the rest are removals or additions.
 #pragma once
 
 #include <functional>
@@ -17,7 +17,7 @@
 
 namespace vpn_events {
 
-// A value and who holds it; both empty for none.
+// A value and its owner; both empty for none.
 struct Held {
   std::string text;
   std::string owner;
@@ -33,10 +33,11 @@ struct Change {
 
 using ModelRd = std::function<std::string(const std::string& vrf)>;
 
-// Of a commit that has been made: VRF by VRF, RDs before route targets. RDs and targets are asplain.
+// The changes of a commit, after it was made: VRF by VRF, RDs before route targets. RDs and targets are
+// asplain.
 std::vector<Change> changes_of_commit(const std::vector<KvConfigCommitChange>& commit,
                                       const ModelRd& model_rd);
-// Of a VRF whose RD in the model changed.
+// The changes of a VRF whose RD in the model changed.
 std::vector<Change> changes_of_model(const std::string& vrf, const std::string& before,
                                      const std::string& now);
 

@@ -1,5 +1,5 @@
-// The record in which changes of route distinguishers and route targets reach their readers: a contract with
-// every process that decodes it.
+// The record that reports changes of route distinguishers and route targets: a contract with every process
+// that decodes it.
 #pragma once
 
 #include <cstddef>
@@ -9,13 +9,13 @@
 
 namespace vpn_events {
 
-// The provider whose notifications have the records.
+// The provider that sends the records as notifications.
 inline constexpr char kProviderPath[] = "/oper/vpn_changes/";
 inline constexpr char kItemName[] = "changes";
 
 enum class Item : std::uint32_t { kRouteDistinguisher = 1, kImportTarget = 2, kExportTarget = 3 };
 
-// A value that is not there is an empty text, and so is its owner; an owner is one of kConfigOwners.
+// A missing value is an empty text, and so is its owner; an owner is one of kConfigOwners.
 struct VpnChange {
   char* vrf;
   std::uint32_t item;
@@ -27,8 +27,8 @@ struct VpnChange {
 };
 static_assert(sizeof(VpnChange) == 48);
 
-// Changes are counted, modulo 2^32: `first` is the number of the first one here, so that a reader that missed
-// a record knows how many changes it missed.
+// Changes are numbered modulo 2^32. `first` is the number of the first one in this record, so that a reader
+// that missed a record knows how many changes it missed.
 struct VpnChanges {
   std::uint32_t first;
   ParcelArray changes;  // of VpnChange

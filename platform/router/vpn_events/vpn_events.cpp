@@ -1,4 +1,3 @@
-// See vpn_events.h.
 #include "platform/router/vpn_events/vpn_events.h"
 
 #include <algorithm>
@@ -50,11 +49,11 @@ class Reporter : public router::Observer {
   EventManager* manager_;
   KvConnection* connection_ = nullptr;
   std::shared_ptr<const void> observed_;
-  std::vector<Change> waiting_;
-  std::map<Place, std::size_t> taken_away_;  // which of them leave nothing
+  std::vector<Change> pending_;
+  std::map<Place, std::size_t> removed_;  // those that removed a value
   bool is_posted_ = false;
   std::uint32_t sent_ = 0;
-  std::shared_ptr<Reporter*> self_ = std::make_shared<Reporter*>(this);  // ends with it
+  std::shared_ptr<Reporter*> self_ = std::make_shared<Reporter*>(this);  // reset when it is destroyed
 };
 
 std::unique_ptr<Reporter>& reporter() {
@@ -90,26 +89,27 @@ void Reporter::take_model(const std::string& vrf, const std::string& before, con
   for (Change& change : changes_of_model(vrf, before, now)) keep(std::move(change));
 }
 
-// A VRF has one RD, so any value takes the place of one that was taken away; a route target only itself.
+// A VRF has one RD, so any new value replaces a removed one; a removed route target is replaced by itself
+// only.
 Reporter::Place Reporter::place_of(const Change& change, const Held& held) {
   const bool is_rd = change.item == Item::kRouteDistinguisher;
   return {change.vrf, change.item, change.family, is_rd ? std::string() : held.text};
 }
 
-// Merges the change into a waiting one that removed the value. True when it is not a change of its own.
+// Merges the change into a pending removal of the value. False when it is a change of its own.
 bool Reporter::merge(const Change& change) {
   if (!change.before.text.empty()) return false;
-  const auto found = taken_away_.find(place_of(change, change.after));
-  if (found == taken_away_.end()) return false;
-  waiting_[found->second].after = change.after;
-  taken_away_.erase(found);
+  const auto found = removed_.find(place_of(change, change.after));
+  if (found == removed_.end()) return false;
+  pending_[found->second].after = change.after;
+  removed_.erase(found);
   return true;
 }
 
 void Reporter::keep(Change change) {
   if (merge(change)) return;
-  if (change.after.text.empty()) taken_away_[place_of(change, change.before)] = waiting_.size();
-  waiting_.push_back(std::move(change));
+  if (change.after.text.empty()) removed_[place_of(change, change.before)] = pending_.size();
+  pending_.push_back(std::move(change));
   if (std::exchange(is_posted_, true)) return;
   event_post(manager_, [weak = std::weak_ptr(self_)] {
     if (const std::shared_ptr<Reporter*> self = weak.lock()) (*self)->send_all();
@@ -118,8 +118,8 @@ void Reporter::keep(Change change) {
 
 void Reporter::send_all() {
   is_posted_ = false;
-  taken_away_.clear();
-  std::vector<Change> changes = std::exchange(waiting_, {});
+  removed_.clear();
+  std::vector<Change> changes = std::exchange(pending_, {});
   std::erase_if(changes, [](const Change& change) { return change.before.text == change.after.text; });
   for (std::size_t at = 0; at < changes.size(); at += kMostVpnChanges) {
     const std::span<Change> record =

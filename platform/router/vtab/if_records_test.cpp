@@ -64,7 +64,7 @@ TEST_F(Records, RenamedInterfaceKeepsItsRecord) {
   EXPECT_THAT(InterfaceWalk(), ElementsAre("ge9=10", "ge1=20"));
 }
 
-TEST_F(Records, WhatIsPendingIsDeliveredBeforeAnInterfaceGetsAnotherName) {
+TEST_F(Records, PendingEventsAreDeliveredBeforeAnInterfaceIsRenamed) {
   AddUsableInterface("ge0", 7, "red");
   StartClient();
   SetLink("ge0", true);
@@ -336,7 +336,7 @@ TEST_F(Records, ClientThatEndsLeavesTheStatesAsTheyAre) {
   EXPECT_EQ(StatesOf("ge1"), "none");
 }
 
-TEST_F(Records, AHundredThousandInterfacesComeUpAndGo) {
+TEST_F(Records, AHundredThousandInterfacesAreReportedUpAndRemoved) {
   constexpr std::uint32_t kMany = 100'000;
   for (std::uint32_t n = 1; n <= kMany; ++n) {
     AddInterface("if" + std::to_string(n), n, "red");

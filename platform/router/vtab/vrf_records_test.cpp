@@ -29,7 +29,7 @@ TEST_F(Records, VrfIsFoundByNameIdAndTable) {
   EXPECT_EQ(vtab_get_vrf_record_by_table_id(2010), record);
 }
 
-TEST_F(Records, WhatIsNotThereIsNull) {
+TEST_F(Records, LookUpsOfMissingRecordsReturnNull) {
   ASSERT_NE(vtab_create_vrf_record("forward"), nullptr);
   EXPECT_EQ(Find("red"), nullptr);
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name(nullptr), nullptr);
@@ -144,7 +144,7 @@ TEST_F(Records, DeletedVrfThatConfigurationStillNamesKeepsItsRecordAndBlock) {
   EXPECT_THAT(TableWalk("red"), IsEmpty());
 }
 
-TEST_F(Records, ClientsWishForARecordDoesNotOutliveTheVrf) {
+TEST_F(Records, RecordThatTheClientMadeIsDeletedWithTheVrf) {
   ASSERT_NE(vtab_create_vrf_record("red"), nullptr);
   AddVrf("red", 10);
   DeleteVrf("red");
@@ -239,7 +239,7 @@ TEST_F(Records, DatabaseLockIsHeldOnce) {
   EXPECT_EQ(vtab_lock_dbase(nullptr), kStatusInvalid);
 }
 
-TEST_F(Records, LockWhoseReleaseFailedIsGivenUpAllTheSame) {
+TEST_F(Records, FailedReleaseOfTheLockReleasesIt) {
   const ScopedFault lock_fault("vtab_lock_dbase", kStatusIo);
   EXPECT_EQ(vtab_lock_dbase("first"), kStatusIo);
   EXPECT_EQ(vtab_lock_dbase("first"), kStatusOk);
@@ -249,7 +249,7 @@ TEST_F(Records, LockWhoseReleaseFailedIsGivenUpAllTheSame) {
   EXPECT_EQ(vtab_unlock_dbase(), kStatusOk);
 }
 
-TEST_F(Records, TenThousandVrfsAreWalkedInOrderAndGo) {
+TEST_F(Records, TenThousandVrfsAreWalkedInOrderAndDeleted) {
   constexpr std::uint32_t kMany = 10'000;
   StartClient();
   for (std::uint32_t n = 0; n < kMany; ++n) AddVrf("vrf" + std::to_string(n), n + 2, n + 2);
