@@ -1,4 +1,4 @@
-// See assertion.h. The message must not keep the process from ending, so it does not wait for its reader.
+// The message must not keep the process from ending, so writing it does not wait for a reader.
 #include "platform/core/base/assertion.h"
 
 #include <array>

@@ -18,7 +18,7 @@ struct ArmedPoint {
 };
 
 std::mutex points_mutex;
-// Never destroyed: a thread that outlives main still asks while the process ends.
+// Never destroyed: a thread that outlives main may still check while the process ends.
 std::vector<ArmedPoint>& points = *new std::vector<ArmedPoint>;
 
 ArmedPoint* find_point(std::string_view name) {

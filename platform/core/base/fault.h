@@ -4,7 +4,7 @@
 // name being the operation's own. Unarmed, a fault point costs one predictable branch. A fault point is armed
 // by a test (fault_arm) or, for whole processes, by the environment variable MPLS_VPN_MIB_FAULTS, a
 // comma-separated list of name=status[@first[+count]] (status in any C base; first counts from 1; count 0
-// means for ever), for example "kvtree_bind=0x40810200@3+1".
+// means forever), for example "kvtree_bind=0x40810200@3+1".
 //
 // Thread: arm and disarm before the threads under test run; checking is safe from every thread.
 #pragma once
@@ -34,7 +34,7 @@ void fault_arm(std::string_view name, Status status, std::uint32_t first = 1, st
 void fault_disarm_all();
 // How often the armed point was reached since it was armed; 0 for a name that is not armed.
 std::uint32_t fault_reached(std::string_view name);
-// Arms what MPLS_VPN_MIB_FAULTS lists. kStatusInvalid, with nothing armed, when the text does not parse.
+// Arms the points that MPLS_VPN_MIB_FAULTS lists. kStatusInvalid, with nothing armed, for an invalid list.
 [[nodiscard]] Status fault_arm_from_text(std::string_view text);
 
 // Arms in its constructor, disarms everything in its destructor.

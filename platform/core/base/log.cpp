@@ -120,13 +120,6 @@ void log_info(const char* module, const char* format, ...) {
   va_end(arguments);
 }
 
-void log_line(const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  log_text(LogSeverity::kInfo, "", format, arguments);
-  va_end(arguments);
-}
-
 void log_limit(unsigned lines, std::uint64_t interval) {
   LogLimiter& limits = limiter();
   const std::lock_guard lock(limits.mutex);

@@ -20,7 +20,6 @@ enum class LogSeverity : std::uint8_t {
 [[gnu::format(printf, 2, 3)]] void log_warning(const char* module, const char* format, ...);
 [[gnu::format(printf, 2, 3)]] void log_notice(const char* module, const char* format, ...);
 [[gnu::format(printf, 2, 3)]] void log_info(const char* module, const char* format, ...);
-[[gnu::format(printf, 1, 2)]] void log_line(const char* format, ...);  // log_info without a module
 
 // Limits floods: of the lines of one module with one format, at most `lines` are written in `interval`
 // nanoseconds. The rest are counted; the first line of any kind after the interval is preceded by one line

@@ -7,7 +7,7 @@
 
 #include <cstddef>
 
-// count * size zeroed octets, or null when memory is exhausted (or the fault point says so).
+// count * size zeroed octets, or null if memory is exhausted (or the fault point is armed).
 [[nodiscard]] void* calloc_tagged(std::size_t count, std::size_t size, const char* tag);
 
 // A heap copy of text; null for null or when memory is exhausted. The caller frees it.

@@ -2,7 +2,7 @@
 //
 // A status is an unsigned 32-bit number, 0 for success. Numbers below 4096 are the errno values of the
 // system; larger ones name a facility in the upper bits and are the codes that clients compare with. The
-// table in status.cpp is the complete list; err_text() turns any status into a text for people.
+// table in status.cpp is the complete list; err_text() returns a text for any status.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ inline constexpr Status kStatusNoMemory = 12;       // ENOMEM
 inline constexpr Status kStatusAccess = 13;         // EACCES: the peer may read but not change
 inline constexpr Status kStatusExists = 17;         // EEXIST
 inline constexpr Status kStatusInvalid = 22;        // EINVAL
-inline constexpr Status kStatusDeadlock = 35;       // EDEADLK: the thread holds this mutex already
+inline constexpr Status kStatusDeadlock = 35;       // EDEADLK: the thread has locked this mutex already
 inline constexpr Status kStatusTimedOut = 110;      // ETIMEDOUT
 inline constexpr Status kStatusNotConnected = 107;  // ENOTCONN
 
@@ -35,12 +35,12 @@ inline constexpr Status kStatusTooManyRequests =
     0x40819800;  // more requests in flight than one client may have
 // Record encoding.
 inline constexpr Status kStatusDefinitionChanged =
-    0x4081a000;  // the registry holds another version of a description
-inline constexpr Status kStatusBadEncoding = 0x4081a200;     // the octets are no record of this description
+    0x4081a000;                                           // the registry has another version of a description
+inline constexpr Status kStatusBadEncoding = 0x4081a200;  // the octets are not a record of this description
 inline constexpr Status kStatusBadDescription = 0x4081a400;  // schema text and layout table disagree
 // Record service, interface manager, event manager, databases.
-inline constexpr Status kStatusNoVrfRecord = 0x40828600;  // the record service holds no record of this name
-inline constexpr Status kStatusStaleConnection = 0x409a0c00;  // the interface manager forgot this connection
+inline constexpr Status kStatusNoVrfRecord = 0x40828600;      // the record service has no record of this name
+inline constexpr Status kStatusStaleConnection = 0x409a0c00;  // the interface manager lost this connection
 inline constexpr Status kStatusConnectionRetry =
     0x21200e00;  // the connection is not up yet; it will be retried
 inline constexpr Status kStatusNoCrossConnect = 0xa2d38002;  // no label cross-connect forwards the route

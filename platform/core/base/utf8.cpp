@@ -1,4 +1,4 @@
-// See utf8.h. The well-formed sequences are those of RFC 3629 section 4: no overlong forms, no surrogates.
+// The well-formed sequences are those of RFC 3629 section 4: no overlong forms, no surrogates.
 #include "platform/core/base/utf8.h"
 
 #include <cstdint>

@@ -6,8 +6,8 @@
 // changes of one iteration of the event loop share a transaction, which is committed before any output that
 // could reveal them: the process calls chkpt_flush() before every output (wire::set_output_barrier), and the
 // store itself calls it in the iteration after the first change. After a commit the records survive the death
-// of the process at any moment; a power cut may lose the last commits, but never an earlier one without a
-// later.
+// of the process at any moment; a power cut may lose the last commits, but never
+// an earlier commit while a later one survives.
 //
 // A database that cannot be used (corrupt, truncated, foreign, of another version) is never overwritten: it
 // is renamed with its log to checkpoint.db.unusable.N next to the new, empty one, and the log states the

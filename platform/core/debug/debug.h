@@ -31,19 +31,18 @@ struct DebugFlag {
 [[nodiscard]] Status debug_init_event(DebugFlag* flag, DebugFlag* flags, std::uint32_t index,
                                       std::uint32_t kind, const char* command_name, std::uint32_t value);
 // Serves the array under the name space on the manager's socket. Flags that MPLS_VPN_MIB_DEBUG names (comma
-// separated command names, or "all") are on from here. Fault point "debug_register".
-// kStatusExists for a name space that is there. May be called from any thread; so may debug_cleanup, before
-// the manager is destroyed.
+// separated command names, or "all") are switched on. kStatusExists for a name space that is registered
+// already. Any thread; debug_cleanup, too, before the manager is destroyed. Fault point "debug_register".
 [[nodiscard]] Status debug_register(const char* name_space, DebugFlag* flags, std::uint32_t count,
                                     EventManager* manager);
-// Ends it and switches its flags off. kStatusNoSuchRow for an unknown name space.
+// Ends the service of the name space and switches its flags off. kStatusNoSuchRow for an unknown name space.
 [[nodiscard]] Status debug_cleanup(const char* name_space);
 
 inline bool debug_enabled(const DebugFlag& flag) {
   return flag.enabled.load(std::memory_order_relaxed) != 0;
 }
-// One print of that flag, whether or not it is on: callers test first. A line break is added when the text
-// has none.
+// Prints for the flag, whether or not it is on: callers check first. A line break is added if the text has
+// none.
 [[gnu::format(printf, 2, 3)]] void debug_printf(const DebugFlag& flag, const char* format, ...);
 // While set, every print also appends a line to *lines. For tests; null ends it.
 void debug_capture(std::string* lines);

@@ -53,7 +53,7 @@ class DebugClient {
   // Switches one flag by its command name, or every flag ("all"). kStatusNoSuchRow for an unknown name,
   // kStatusAccess for a peer that may only read.
   [[nodiscard]] Status set(std::string_view name, bool on);
-  // From here prints are sent to this connection; several calls are as one.
+  // From now on prints are sent to this connection. Repeated calls have no effect.
   [[nodiscard]] Status watch();
   // The next print. kStatusTimedOut if none arrived in time, with the connection still open; kStatusInvalid
   // before watch().

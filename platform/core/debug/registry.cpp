@@ -1,4 +1,4 @@
-// See registry.h. A handful of name spaces: a vector is searched.
+// Few name spaces: a vector is searched.
 //
 // The registry is never destroyed: the thread of a debug event manager may still serve a client while the
 // process ends.

@@ -26,8 +26,8 @@ struct NameSpace {
 // Adds a name space; a manager's first one gets the given service, later ones share that. *service is the one
 // in use. kStatusExists.
 [[nodiscard]] Status add_name_space(NameSpace added, std::shared_ptr<Service>* service);
-// Takes a name space out and switches its flags off. *last is set to the service when nothing uses it any
-// more. kStatusNoSuchRow.
+// Removes a name space and switches its flags off. *last is set to the service if it was its last name
+// space. kStatusNoSuchRow.
 [[nodiscard]] Status remove_name_space(std::string_view name, std::shared_ptr<Service>* last);
 
 // The flags that this service serves.

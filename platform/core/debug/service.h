@@ -1,5 +1,5 @@
 // The debug service of one event manager: answers list, set and watch on the manager's socket and sends
-// prints to those who watch.
+// prints to its watchers.
 //
 // Thread: start, stop and everything that is private belong to the manager's thread; the rest may be called
 // from any. Prints from other threads wait in a bounded queue for the manager's thread.

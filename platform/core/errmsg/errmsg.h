@@ -1,5 +1,5 @@
 // Error-message facility: messages for the system log, each from a record that names facility, category,
-// severity and mnemonic. Used where trace buffers and debug flags are not yet (or not enough) at hand.
+// severity and mnemonic. Used before trace buffers and debug flags exist, and where they are not enough.
 #pragma once
 
 #include <cstdint>

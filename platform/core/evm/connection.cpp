@@ -85,7 +85,7 @@ Status watch_descriptor(EventConn* connection, int fd) {
   return kStatusOk;
 }
 
-// The answer to an open that failed: tried again later, or not.
+// The status of a failed open, which schedules another attempt if the option is set.
 Status open_failed(EventConn* connection) {
   if ((connection->options & kEventConnRetries) == 0) return kStatusNotConnected;
   schedule_open(connection);

@@ -1,5 +1,5 @@
-// Event manager: one event loop per manager. Waiting and dispatching are two calls, so that a thread can say
-// something between them.
+// Event manager: one event loop per manager. Waiting and dispatching are two calls, so that a thread can act
+// between them.
 //
 // A manager has a name such as "/dev/mpls/vpn/main" and listens on the Unix socket of that name
 // (event_manager_socket()); a service sets the acceptor of its connections. The manager uses one epoll
@@ -35,8 +35,8 @@ EventManager* event_manager_create(const char* name, std::uint32_t flags);
 // Removes the socket. Not from within a handler. The callers still destroy their managed connections, before
 // or after. Null is allowed.
 void event_manager_destroy(EventManager* manager);
-// Called for every manager right after it was made, on the creating thread; how the process puts its services
-// on the main manager. Null ends it.
+// Sets the function that is called for every new manager, on the creating thread: it starts the process's
+// services on the main manager. Null removes it.
 void event_manager_on_create(std::function<void(EventManager*)> hook);
 const char* event_manager_name(const EventManager* manager);
 
@@ -76,7 +76,7 @@ void event_async_detach(EventManager* manager, std::uint32_t code);
 // Any thread, while the manager lives. Ignored for codes that are not attached.
 void event_async_raise(EventManager* manager, std::uint32_t code);
 
-// One-shot timers on the monotonic clock. Id 0 is never given out.
+// One-shot timers on the monotonic clock. Id 0 is never used.
 using EventTimerId = std::uint64_t;
 EventTimerId event_timer_start(EventManager* manager, std::uint64_t nanoseconds,
                                std::function<void()> function);
@@ -90,7 +90,7 @@ void event_set_acceptor(EventManager* manager, std::function<void(int fd)> accep
 // doubling, at most 5 s; from 100 ms again after an open that succeeded).
 using EventConnOpen = int (*)(void* handle, EventManager* manager);  // descriptor, or -1
 using EventConnClose = Status (*)(void* handle);
-inline constexpr std::uint32_t kEventConnRetries = 2;      // the option "retry for ever"
+inline constexpr std::uint32_t kEventConnRetries = 2;      // the option "retry forever"
 inline constexpr std::uint32_t kEventConnOpened = 0x2000;  // mask: open again after the connection ended
 inline constexpr std::uint32_t kEventConnClosed = 0x4000;  // mask: call the close handler when it ended
 // Fault points "event_conn_create", "event_conn_notify", "event_conn_open".
@@ -99,10 +99,10 @@ inline constexpr std::uint32_t kEventConnClosed = 0x4000;  // mask: call the clo
 // Before it is called the mask is kEventConnOpened. kStatusInvalid for other bits, or for kEventConnClosed
 // without a handler.
 [[nodiscard]] Status event_conn_notify(EventConn* connection, std::uint32_t mask, EventConnClose close);
-// Tries the open handler at once: 0 when it gave a descriptor (or the connection is open already),
-// kStatusConnectionRetry when it did not and is tried again later, kStatusNotConnected when it did not and
-// the option to retry is not set. The descriptor stays the handler's: the manager watches it for hang-up and
-// errors only, calls the close handler once when they come, and schedules the next open.
+// Calls the open handler at once: 0 if it returned a descriptor (or the connection is open already),
+// kStatusConnectionRetry if it did not and will be called again, kStatusNotConnected if it did not and the
+// option to retry is not set. The descriptor belongs to the handler's owner: the manager watches it for
+// hang-up and errors only, then calls the close handler once and schedules the next open.
 [[nodiscard]] Status event_conn_open(EventConn* connection);
 bool event_conn_is_open(const EventConn* connection);
 // Stops watching and retrying. The close handler is not called: the descriptor is the caller's. Null is

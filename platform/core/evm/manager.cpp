@@ -126,7 +126,7 @@ int wait_for_events(EventContext* context, std::uint64_t bound) {
 void run_due_timers(EventManager* manager) {
   if (manager->timers.empty()) return;
   const std::uint64_t now = clock_monotonic();
-  // A timer that a timer starts waits for the next turn, even when it is due at once.
+  // A timer that a timer starts waits for the next dispatch, even if it is due at once.
   const EventTimerId first_new = manager->next_timer;
   auto next = manager->timers.begin();
   while (next != manager->timers.end() && next->first.first <= now) {
@@ -153,7 +153,7 @@ std::size_t posted_count(EventManager* manager) {
   return manager->posted.size();
 }
 
-// REQUIRES that there is one; only the manager's thread takes.
+// REQUIRES: the queue is not empty. Manager's thread only.
 std::function<void()> take_posted(EventManager* manager) {
   const std::lock_guard lock(manager->posted_mutex);
   std::function<void()> function = std::move(manager->posted.front());

@@ -1,4 +1,4 @@
-// What the source files of the event manager share. Not for other folders.
+// Shared by the source files of the event manager. Only for this folder.
 #pragma once
 
 #include <atomic>
@@ -32,7 +32,7 @@ struct EventAsync {
 // A listening socket and the name it has in the file system.
 struct EventListener {
   int fd = -1;
-  int spare_fd = -1;  // given up for a moment when the process is out of descriptors
+  int spare_fd = -1;  // closed for a moment if the process is out of descriptors
   std::string path;
   std::uint64_t device = 0;
   std::uint64_t inode = 0;

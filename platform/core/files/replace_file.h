@@ -6,6 +6,6 @@
 
 #include "platform/core/base/status.h"
 
-// The file has the text, or what it had before: the text is written to PATH.new, which then takes the name. A
-// power cut may undo it. The system's error; what was beside the file is removed then.
+// Replaces the file's content completely or not at all: the text is written to PATH.new, which is then
+// renamed. A power cut may undo it. Returns the system's error; PATH.new is removed then.
 [[nodiscard]] Status replace_file(const std::string& path, std::string_view text);

@@ -1,4 +1,4 @@
-// See cursor.h: the two reads that are more than a few instructions.
+// The two reads that take more than a few instructions.
 #include "platform/core/parcel/cursor.h"
 
 #include <cstring>

@@ -7,7 +7,7 @@
 
 namespace parcel_detail {
 
-// Every read says whether the octets were there; a failed read moves nothing.
+// Every read returns false if too few octets are left; a failed read does not move the cursor.
 class Cursor {
  public:
   Cursor(const std::uint8_t* data, std::size_t length) : at_(data), left_(length) {}

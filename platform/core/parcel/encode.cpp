@@ -52,7 +52,7 @@ class Buffer {
  private:
   Status grow(std::size_t count) {
     if (count > kParcelMaxSize || size_ + count > kParcelMaxSize) return kStatusMessageTooLarge;
-    // Never more than a record may have: a full buffer is what a record that is too large is noticed by.
+    // At most the largest size of a record: a record that fills the buffer is too large.
     const std::size_t capacity =
         std::min(kParcelMaxSize, std::max({kFirstCapacity, 2 * capacity_, size_ + count}));
     auto* octets = static_cast<std::uint8_t*>(calloc_tagged(capacity, 1, "parcel buffer"));

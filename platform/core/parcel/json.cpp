@@ -1,10 +1,9 @@
 // Printing of an encoded record of any type as JSON (RFC 8259), without its compiled-in layout.
 //
 // The record names its type. The annotated schema is taken from this process's registry or, for a reader
-// without
-// it, from the registry file; its hash must equal the one in the record. The text is written while the
-// are read, so no count causes an allocation; the text has its own limit, because names repeat for every
-// element. Enumerations are printed as numbers (only their readers know the names), octet strings as
+// without it, from the registry file; its hash must equal the one in the record. The text is written while
+// the octets are read, so no count causes an allocation; the text has its own limit, because names repeat for
+// every element. Enumerations are printed as numbers (only their readers know the names), octet strings as
 // hexadecimal digits.
 #include "platform/core/parcel/json.h"
 

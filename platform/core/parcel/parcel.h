@@ -75,7 +75,7 @@ struct ParcelBatch;
 void parcel_batch_abort(ParcelBatch* batch);  // releases the batch; nothing of it is registered
 // The registered description of a type, or null.
 const ParcelDescription* parcel_find(const char* type_name);
-// Forgets what this process registered (not the file). For tests.
+// Removes the registrations of this process (not of the file). For tests.
 void parcel_registry_reset();
 
 // kStatusBadDescription when schema texts and layout disagree (fields, offsets, alignment, size, nesting).

@@ -26,7 +26,7 @@ Status proc_ready() {
 
 void proc_name_thread(const char* name) {
   if (name == nullptr) return;
-  // Only a name that is too long can be refused.
+  // The only possible error is a name that is too long.
   pthread_setname_np(pthread_self(), std::string(name).substr(0, kMaxThreadName).c_str());
 }
 

@@ -26,7 +26,7 @@ using TimerQueue = std::map<TimerKey, TimerLeaf*>;
 
 constexpr std::uint64_t kNotSet = UINT64_MAX;
 
-// Owns by address, so that what is given back by pointer is found.
+// Owned by address, so that an object is found by its pointer.
 template <typename Node>
 using Owned = std::unordered_map<const Node*, std::unique_ptr<Node>>;
 
@@ -73,7 +73,7 @@ void expire(TimerTree* tree) {
   if (any) event_async_raise(tree->signal.manager, tree->signal.code);
 }
 
-// Sets the manager's timer when the first deadline is earlier than what it is set to.
+// Sets the manager's timer if the first deadline is earlier than its setting.
 void set_timer(TimerTree* tree) {
   if (tree->running.empty()) return;
   const std::uint64_t deadline = tree->running.begin()->first.first;
@@ -94,7 +94,7 @@ void leave_queues(TimerParent* parent) {
   for (const auto& [address, leaf] : parent->leaves) leave_queue(leaf.get());
 }
 
-// The fault point of an operation that makes something out of `base`: 0 or errno.
+// The fault point of an operation that creates an object below `base`: 0 or errno.
 int may_make(const char* name, const void* base) {
   if (const Status status = fault_check(name)) return static_cast<int>(status);
   return base == nullptr ? EINVAL : 0;

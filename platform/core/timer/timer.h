@@ -6,8 +6,8 @@
 // expiring a leaf cost O(log n) in the number of running leaves of the tree; a tree uses one timer of the
 // event manager.
 //
-// An event that was raised is not taken back: a leaf that expired and is stopped before the handler ran
-// leaves the handler with nothing to take.
+// A raised event is not withdrawn: if a leaf that expired is stopped before the handler runs, the handler
+// finds no expired leaf.
 //
 // Thread: the manager's, which must outlive the tree. The clock is clock_monotonic(), so a ManualClock moves
 // it.
@@ -45,12 +45,12 @@ void timer_parent_free(TimerParent* parent);
 void timer_leaf_free(TimerLeaf* leaf);
 
 // Starts to expire once, after that many seconds and nanoseconds from now; a running leaf starts again, an
-// expired one is not expired any more. kStatusInvalid without a leaf or for nanoseconds of a second and more.
+// expired one is no longer expired. kStatusInvalid without a leaf or for nanoseconds of a second and more.
 // Fault point "timer_leaf_start".
 [[nodiscard]] Status timer_leaf_start(TimerLeaf* leaf, std::uint32_t seconds, std::uint32_t nanoseconds);
 void timer_leaf_stop(TimerLeaf* leaf);  // null is allowed
 bool timer_leaf_running(const TimerLeaf* leaf);
 void* timer_leaf_context(const TimerLeaf* leaf);
-// The expired leaf that expired first (those of one instant in the order of their starts), which is stopped
-// by asking; null when there is none.
+// Returns the leaf that expired first (leaves of one instant in the order of their starts) and stops it; null
+// if no leaf is expired.
 TimerLeaf* timer_tree_take_expired(TimerTree* tree);

@@ -1,4 +1,4 @@
-// The file form of a trace buffer: what the writer and the readers have mapped.
+// The file format of a trace buffer, which the writer and the readers map.
 //
 // Every word that both sides touch is a lock-free atomic. An entry's state word is 0 while it was never
 // written, 2 * sequence - 1 while it is being written and 2 * sequence when it is whole. The writer stores

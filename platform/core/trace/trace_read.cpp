@@ -31,8 +31,8 @@ std::string file_name(const std::string& name) {
   return file;
 }
 
-// A file name that begins with '.' is a buffer being made; printable characters only, because names are
-// shown.
+// A file name that begins with '.' is a buffer that is being created. Printable characters only, because
+// names are displayed.
 bool is_buffer_name(const std::string& name) {
   return !name.empty() && name.size() <= kTraceNameMax && name[0] != '.' && name[0] != '/' &&
          std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c < 0x7f; });

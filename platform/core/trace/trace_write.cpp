@@ -48,7 +48,7 @@ std::uint32_t thread_id() {
 
 // A mapping of a new file of that size, or null and errno.
 void* map_new_file(const char* path, std::size_t size) {
-  unlink(path);  // left by a process that died while opening; when it stays, the next call says why
+  unlink(path);  // left by a process that died while opening; if it remains, the next call returns the reason
   const int fd = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0640);
   if (fd < 0) return nullptr;
   void* mapping = MAP_FAILED;
@@ -62,7 +62,7 @@ void* map_new_file(const char* path, std::size_t size) {
   return nullptr;
 }
 
-// What the caller of trace_open wants readers to know.
+// The information for readers that the caller of trace_open passes.
 struct Parameters {
   std::uint32_t size;
   std::uint32_t further;
@@ -80,7 +80,7 @@ TraceBuffer* prepare(void* mapping, const std::string& name, const Parameters& p
   header->process = static_cast<std::uint32_t>(getpid());
   header->opened = clock_stamp();
   name.copy(header->name.data(), header->name.size() - 1);
-  // The rest of a new file is zero octets, which is what never-written entries are.
+  // The rest of a new file is zero octets, the form of entries that were never written.
   auto* entries = static_cast<Entry*>(static_cast<void*>(header + 1));
   return new (std::nothrow) TraceBuffer{header, entries};
 }
@@ -111,7 +111,7 @@ Status open_buffer(const std::string& name, const Parameters& parameters, TraceB
   return status;
 }
 
-// Marks the entry as being written under this sequence; false when a newer or an unfinished record is in it.
+// Marks the entry as being written under this sequence; false if it has a newer or an unfinished record.
 bool claim(Entry* entry, std::uint64_t sequence) {
   std::uint64_t state = entry->state.load(std::memory_order_relaxed);
   const std::uint64_t writing = 2 * sequence - 1;

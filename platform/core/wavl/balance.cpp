@@ -25,7 +25,7 @@ bool is_leaf(const WavlLink* link) {
   return link->child[0] == nullptr && link->child[1] == nullptr;
 }
 
-// Puts `replacement` (null allowed) where `link` hangs; `link` keeps its own pointers.
+// Replaces `link` by `replacement` (null allowed) at its parent; the pointers of `link` do not change.
 void replace_at_parent(const Thread& thread, const WavlLink* link, WavlLink* replacement) {
   WavlLink* parent = link->parent;
   if (parent == nullptr) {
@@ -36,7 +36,7 @@ void replace_at_parent(const Thread& thread, const WavlLink* link, WavlLink* rep
   if (replacement != nullptr) replacement->parent = parent;
 }
 
-// Lifts `child` above its parent; ranks are the caller's business.
+// Rotates `child` above its parent; the caller updates the ranks.
 void rotate_up(const Thread& thread, WavlLink* child) {
   WavlLink* parent = child->parent;
   const unsigned side = side_of(parent, child);
@@ -94,7 +94,7 @@ void rotate_after_deletion(const Thread& thread, WavlLink* parent, WavlLink* sib
   rotate_up(thread, inner);
 }
 
-// `link` (null allowed) hangs below `parent`, where something of greater rank hung before.
+// `link` (null allowed) is a child of `parent` in place of one of greater rank.
 void repair_after_deletion(const Thread& thread, WavlLink* parent, const WavlLink* link) {
   if (parent != nullptr && is_leaf(parent) && parent->rank == 1) {
     parent->rank = 0;

@@ -1,6 +1,6 @@
-// The balance of a weak-AVL tree: joining and parting of one link and the rank repairs that follow (Haeupler,
-// Sen, Tarjan: Rank-Balanced Trees, ACM TALG 11(4), sections 3 and 4). Knows links and ranks only; keys,
-// threads and nodes are tree.cpp's.
+// The balance of a weak-AVL tree: inserting and removing one link, and the rank repairs that follow
+// (Haeupler, Sen, Tarjan: Rank-Balanced Trees, ACM TALG 11(4), sections 3 and 4). Uses links and ranks only;
+// tree.cpp handles keys, threads and nodes.
 #pragma once
 
 #include <cstdint>
@@ -20,10 +20,10 @@ inline int rank_of(const WavlLink* link) {
   return link == nullptr ? -1 : static_cast<int>(link->rank);
 }
 
-// Joins a link as a leaf at child `side` of parent (the root when parent is null) and restores the rank rule.
-// REQUIRES: that place is empty.
+// Inserts a link as a leaf at child `side` of parent (the root when parent is null) and restores the rank
+// rule. REQUIRES: that place is empty.
 void join_leaf(const Thread& thread, WavlLink* link, WavlLink* parent, unsigned side);
-// Takes a link out, restores the rank rule and clears the link. REQUIRES: it is in the thread.
+// Removes a link, restores the rank rule and clears the link. REQUIRES: it is in the thread.
 void take_out(const Thread& thread, WavlLink* link);
 
 }  // namespace wavl_detail

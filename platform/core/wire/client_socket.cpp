@@ -23,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kFirstAnswerBuffer = 64U << 10;
 
-// A bound of nothing would mean "for ever" to the socket.
+// The socket treats a timeout of zero as "forever".
 timeval socket_timeout(std::chrono::milliseconds timeout) {
   const auto bounded = std::max<std::int64_t>(timeout.count(), 1);
   timeval value{};
@@ -114,7 +114,7 @@ Status ClientSocket::receive(Message* message) {
 Status ClientSocket::receive(Message* message, std::chrono::milliseconds timeout) {
   if (fd_ < 0) return kStatusNotConnected;
   Clock::time_point deadline{};
-  // The socket's own timeout serves the first read when it is the one that was asked for.
+  // The first read uses the socket's own timeout if it is the requested one.
   bool block = timeout == timeout_;
   for (;;) {
     std::size_t used = 0;

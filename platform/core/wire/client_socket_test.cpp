@@ -1,4 +1,4 @@
-// Tests of the blocking client and of what the kernel says about a peer.
+// Tests of the blocking client and of what the kernel reports about a peer.
 #include "platform/core/wire/wire.h"
 
 #include <grp.h>

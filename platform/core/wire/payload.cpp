@@ -1,5 +1,5 @@
-// Payload and frame encoding. Integers are taken apart by shifts, so neither the host's byte order nor
-// alignment matters; compilers make single loads and stores of it.
+// Payload and frame encoding. Shifts encode integers, so neither the host's byte order nor alignment matters;
+// compilers make single loads and stores of them.
 #include <cstring>
 
 #include "platform/core/wire/wire.h"

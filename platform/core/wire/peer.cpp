@@ -1,5 +1,4 @@
-// Who is at the other end of a Unix socket: credentials come from the kernel, as they were when the peer
-// connected.
+// The peer of a Unix socket: the kernel reports its credentials as of its connect.
 #include <grp.h>
 #include <sys/socket.h>
 #include <unistd.h>

@@ -30,7 +30,7 @@ constexpr std::size_t kFirstRequestBuffer = 16U << 10;
 constexpr std::size_t kRetainedBuffer = 1U << 20;  // a larger output buffer is freed once it is empty
 
 std::function<void()>& output_barrier() {
-  thread_local std::function<void()> barrier;  // each server belongs to one thread, and so does what it shows
+  thread_local std::function<void()> barrier;  // each server belongs to one thread
   return barrier;
 }
 
@@ -118,7 +118,7 @@ void Connection::on_event(std::uint32_t events) {
   proceed();
 }
 
-// Handles whole messages up to the turn's bound and writes what they queued.
+// Handles complete messages up to the batch's limit and writes what they queued.
 void Connection::proceed() {
   handling_ = true;
   for (std::size_t i = 0; i < server_->limits_.messages_per_batch && !paused(); ++i) {
@@ -143,7 +143,7 @@ void Connection::proceed() {
   watch();
 }
 
-// One read. False when the connection was closed by it.
+// Reads once. False if that closed the connection.
 bool Connection::fill() {
   if (in_start_ > 0) {
     std::copy(in_.begin() + static_cast<std::ptrdiff_t>(in_start_),
@@ -228,7 +228,7 @@ void Connection::write_queue() {
   out_start_ = 0;
 }
 
-// Asks for input unless there is enough to do, and for room to write while something is queued.
+// Watches for input unless enough is pending, and for room to write while messages are queued.
 void Connection::watch() {
   const bool reads = !peer_finished_ && !paused() && !continuing_;
   const std::uint32_t wanted = (reads ? EPOLLIN : 0U) | (queued() > 0 ? EPOLLOUT : 0U);

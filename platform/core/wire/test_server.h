@@ -19,7 +19,7 @@ namespace wire {
 inline constexpr std::uint16_t kEcho = 7;
 inline constexpr std::uint16_t kMalformed = 8;
 inline constexpr std::uint16_t kHeld = 10;  // the client is held: ReleaseHeld() answers
-inline constexpr std::uint16_t kBig = 9;    // the answer has as many octets as the payload's first word says
+inline constexpr std::uint16_t kBig = 9;  // the answer has as many octets as the payload's first word states
 
 inline Octets Frame(std::uint16_t type, std::uint32_t request, const Octets& payload) {
   Octets frame;

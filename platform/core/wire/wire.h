@@ -1,11 +1,11 @@
-// Framed messages over Unix stream sockets: what the processes of this system speak to each other.
+// Framed messages over Unix stream sockets: the protocol between the processes of this system.
 //
 // A message is a header of kHeaderSize octets and a payload, every integer little-endian:
 //
 //   offset 0  magic     "MVPN"
 //          4  version   16 bits, kVersion
 //          6  type      16 bits, given by the service; 0xffff is the answer to a peer of another version
-//          8  request   32 bits, chosen by the client and repeated in the answer; 0 in unasked messages
+//          8  request   32 bits, chosen by the client and repeated in the answer; 0 in notifications
 //         12  length    32 bits, octets of the payload
 //
 // The layout of the header is the same in every version, so that a peer can detect and report a mismatch.
@@ -40,7 +40,7 @@ inline constexpr std::uint32_t kMagic = 0x4e50564d;  // "MVPN" on the wire
 inline constexpr std::uint16_t kVersion = 2;
 inline constexpr std::uint16_t kTypeVersionMismatch = 0xffff;
 
-// One message. The payload is valid only while the handler runs that was given it.
+// One message. The payload is valid only while its handler runs.
 struct Message {
   std::uint16_t type = 0;
   std::uint32_t request = 0;
@@ -67,8 +67,8 @@ class Writer {
   Octets* out_;
 };
 
-// Reads a payload. The first read beyond the end makes it fail for good: from then on every read gives 0 or
-// nothing. Texts and octets point into the payload.
+// Reads a payload. After the first read beyond the end every read fails and returns 0 or an empty view. Texts
+// and octets point into the payload.
 class Reader {
  public:
   explicit Reader(OctetSpan payload) : rest_(payload) {}
@@ -96,7 +96,7 @@ std::size_t begin_frame(Octets* out, std::uint16_t type, std::uint32_t request);
 void finish_frame(Octets* out, std::size_t frame);
 
 // Looks for one whole message at the beginning of `data`. kStatusOk: *message is there and *used octets
-// belong to it. kStatusNotConnected: more octets are needed, *used says how many the message has in all
+// belong to it. kStatusNotConnected: more octets are needed, *used is the size of the message
 // (kHeaderSize while its header is incomplete). kStatusBadMessage (magic), kStatusVersionMismatch,
 // kStatusMessageTooLarge.
 [[nodiscard]] Status parse_frame(OctetSpan data, std::size_t max_payload, Message* message,
@@ -107,7 +107,7 @@ void finish_frame(Octets* out, std::size_t frame);
 struct Limits {
   std::size_t max_clients = 64;
   std::size_t max_payload = 64U << 10;   // of one request
-  std::size_t pause_octets = 1U << 20;   // a client with more unsent octets than this is not read any more,
+  std::size_t pause_octets = 1U << 20;   // a client with more unsent octets than this is no longer read,
   std::size_t pause_messages = 256;      // nor one with more unsent messages than this
   std::size_t close_octets = 16U << 20;  // a client with more unsent octets than this is closed
   std::size_t messages_per_batch = 64;   // of one client, before the others are served
@@ -116,8 +116,8 @@ struct Limits {
 class Server;
 
 // One client. Owned by its Server; a reference is valid until the server's close handler has returned for it,
-// and inside a message handler until that handler returns. A client that ends its own sending side still gets
-// the answers to what it had sent.
+// and inside a message handler until that handler returns. A client that shuts down its sending side still
+// receives the answers to its requests.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   Connection(Server* server, int fd, std::uint64_t id);
@@ -167,7 +167,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::uint32_t watched_ = 0;   // epoll events asked for
   bool handling_ = false;       // queued messages leave after the message at hand
   bool continuing_ = false;     // a continuation is posted
-  bool peer_finished_ = false;  // the peer will send nothing more
+  bool peer_finished_ = false;  // the peer has shut down its sending side
   bool held_ = false;           // an answer must be sent first
   Octets in_;
   std::size_t in_start_ = 0;
@@ -243,8 +243,7 @@ class ClientSocket {
   bool connected() const { return fd_ >= 0; }
   int fd() const { return fd_; }
 
-  // The frame that is being built: begin(), write the payload, then send(). The buffer is used again and
-  // again.
+  // Builds a frame: begin(), write the payload, then send(). The buffer is reused.
   Writer begin(std::uint16_t type, std::uint32_t request);
   std::size_t frame_size() const { return out_.size(); }  // so far, with its header
   // Any failure closes the socket: kStatusTimedOut, kStatusNotConnected.

@@ -1,5 +1,5 @@
-// The history of configuration commits, as the daemon asks for it: a list of commits, and a target into which
-// the changes of some of them are loaded. It reads the data store's history
+// The history of configuration commits, in the form that the daemon uses: a list of commits, and a target
+// into which the changes of some of them are loaded. It reads the data store's history
 // (platform/store/configuration/config.h).
 //
 // Main thread. Every operation that answers a status is a fault point of its own name; the data store's
@@ -23,7 +23,7 @@ struct CfgmgrCommit {
 // Null is allowed.
 void cfgmgr_commit_list_free(CfgmgrCommit* commits, std::uint32_t count);
 
-// A place for changes. `client` and `label` name it (texts, not null), `comment` may be empty; the other
+// A container for changes. `client` and `label` name it (texts, not null), `comment` may be empty; the other
 // arguments are the platform's word for further properties, of which there is none: 0 (kStatusInvalid).
 // *changes is what is loaded; it lives as long as the target.
 struct CfgmgrTarget;
@@ -32,11 +32,11 @@ struct CfgmgrTarget;
                                           std::uint32_t second, std::uint32_t third, std::uint32_t fourth);
 // Adds the changes of the commits from the one to the other, both included, oldest first. The kind is 1, what
 // was committed; `room` is how many changes the caller expects, no limit. kStatusNoSuchRow, with nothing
-// added, for a commit that is not in the history (any more), kStatusInvalid for another kind.
+// added, for a commit that is not, or no longer, in the history, kStatusInvalid for another kind.
 [[nodiscard]] Status cfgmgr_target_load_changes(CfgmgrTarget* target, const char* first_commit,
                                                 const char* last_commit, std::uint32_t kind,
                                                 std::uint32_t room);
-// Forgets what was loaded. No flag is known.
+// Removes the loaded changes. There are no flags.
 [[nodiscard]] Status cfgmgr_target_clear(CfgmgrTarget* target, std::uint32_t flags);
 // A target whose destruction fails by its fault point is destroyed all the same.
 [[nodiscard]] Status cfgmgr_target_destroy(CfgmgrTarget* target);

@@ -148,7 +148,7 @@ class Client {
   // `maximum`, as above. kStatusNoSuchRow if `before` is not the id of a commit.
   HistoryResult history(std::uint32_t maximum, std::string_view before = {});
   // The changes of one commit from number `first` (from 0) on, likewise. kStatusNoSuchRow for a commit that
-  // is not in the history (any more).
+  // is not, or no longer, in the history.
   CommitChangesResult commit_changes(std::string_view id, std::uint32_t maximum, std::uint32_t first = 0);
   // Sets or deletes a node of the configuration, below /cfg/: a commit of the clients' owner with one change.
   // kStatusAccess, kStatusUnknownPath elsewhere, kStatusNoSuchRow for the deletion of a node that the owner

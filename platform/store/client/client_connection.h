@@ -1,4 +1,4 @@
-// One connection of a client: requests and their answers. Not for other folders.
+// One connection of a client: requests and their answers. Only for this folder.
 #pragma once
 
 #include <chrono>

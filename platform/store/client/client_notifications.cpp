@@ -35,8 +35,7 @@ NotificationResult Client::next_notification(std::chrono::milliseconds timeout) 
   }
   result = std::move(pending.front());
   pending.pop_front();
-  // A failure has closed the connection, which the next call answers; this notification is there all the
-  // same.
+  // A failure closes the connection, which the next call reports; this notification is still valid.
   if (connection_->plain.contains(result.subscription))
     static_cast<void>(acknowledge(result.subscription, result.sequence));
   return result;

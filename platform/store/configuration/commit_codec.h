@@ -1,9 +1,9 @@
-// The changes of a commit in octets, as the database keeps them. Not for other folders.
+// The changes of a commit in octets, as the database stores them. Only for this folder.
 //
-// A change is its path, then what its owner holds from then on (a value or none), then a u8: 0 when the
-// effective value did not change; 1 when the owner's value became effective, and the previous owner with its
-// value follows; 2 when the next owner with its value follows, too. Owners are u8 numbers that never change
-// (config.h), or 0xff for none. Reading copes with octets from a damaged file.
+// A change is its path, then its owner's new value (or none), then a u8: 0 if the effective value did not
+// change; 1 if the owner's value became effective, and the previous owner with its value follows; 2 if the
+// next owner with its value follows, too. Owners are u8 numbers that never change (config.h), or 0xff for
+// none. Reading accepts octets from a damaged file.
 #pragma once
 
 #include <functional>

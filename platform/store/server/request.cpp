@@ -57,7 +57,7 @@ struct OwnedReply : KvReply {
   OwnedReply& operator=(const OwnedReply&) = delete;
 };
 
-// The row at *path, or where the rule sends the read; *path is where it was found.
+// Reads the row at *path, or where the rule redirects to; *path is then the row's path.
 Status read_row(const KvProviderFunctions& functions, const KvWalkRule& rule, bool structured,
                 std::string* path, OwnedReply* reply) {
   for (unsigned redirects = 0;; ++redirects) {
@@ -163,6 +163,6 @@ Status kvtree_run_action(const KvActionContext& context, const std::vector<std::
   if (words.empty()) return kStatusInvalid;
   const auto found = kvtree::store().actions.find(words[0]);
   if (found == kvtree::store().actions.end()) return kStatusUnknownPath;
-  const kvtree::Action action = found->second;  // the action may take itself away
+  const kvtree::Action action = found->second;  // the action may unregister itself
   return action.function(context, words, text, action.argument);
 }

@@ -3,8 +3,8 @@
 //
 // A message is answered inside its handler, so answers leave in the order of the requests; platform/core/wire
 // bounds what a client may send and leave unread, and closes those that break the framing. An answer's
-// payload is built in a buffer that the server keeps, so a request costs no allocation here beyond the
-// provider's own record.
+// payload is built in a buffer that the server reuses, so a request costs no allocation beyond the provider's
+// record.
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -137,7 +137,7 @@ struct WalkAnswer {
   std::uint32_t rows;
 };
 
-// A row that has no room any more is read again by the client's next walk.
+// The client's next walk reads again a row for which there is no room.
 bool add_row(void* argument, const KvReply& row) {
   auto* walk = static_cast<WalkAnswer*>(argument);
   if (walk->answer->size() - walk->start + sizeof(std::uint32_t) + row.length > kMaxAnswer) return false;

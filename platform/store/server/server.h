@@ -1,4 +1,4 @@
-// The data store's server with its clients' subscriptions. Not for other folders.
+// The data store's server with its clients' subscriptions. Only for this folder.
 #pragma once
 
 #include <map>

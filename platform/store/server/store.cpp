@@ -1,12 +1,12 @@
 // Connections, providers, subscriptions and nodes.
 //
 // A set or a deletion changes the tree at once and is queued for each subscriber; a function posted on their
-// event manager delivers it, so subscribers see changes one after the other and never inside the call that
-// made one. kvtree_deliver empties queues earlier, and the posted functions find nothing to deliver then.
-// What is posted holds the registrations weakly: after an unbind nothing more is delivered. What exists is
-// delivered inside the registering call, in the order in which it was last set, so that where one node takes
-// the place of another the later one has it then, too; and from a copy of the list, because an entry may
-// change the tree.
+// event manager delivers it, so that subscribers receive changes one after the other and never inside the
+// call that makes one. kvtree_deliver empties the queues earlier; the posted functions then find nothing to
+// deliver. Posted functions refer to registrations weakly: after an unbind nothing is delivered. Existing
+// nodes are delivered inside the registering call, in the order in which they were last set, so that of two
+// nodes that exclude each other the later one is delivered last; and from a copy of the list, because an
+// entry may change the tree.
 #include "platform/store/server/store.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// What the source files of the data store share. Not for other folders.
+// Shared by the source files of the data store. Only for this folder.
 #pragma once
 
 #include <deque>
@@ -129,8 +129,8 @@ void forget_compiled_tables();
 
 bool is_bound(const KvConnection* connection);
 
-// The answer to one client's message: appends the answer's payload. False for a malformed request. The
-// connection is null where there is none (then nothing may be changed or subscribed to).
+// Appends the payload of the answer to a client's message. False for a malformed request. Without a
+// connection (null) nothing may be changed or subscribed to.
 bool answer_message(wire::Connection* from, const wire::Message& message, wire::Octets* answer);
 
 }  // namespace kvtree

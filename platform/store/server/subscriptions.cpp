@@ -6,7 +6,7 @@
 // notification and on acknowledgement, so that waiting notifications are always in a queue, where they are
 // counted, and never in a socket's buffer.
 //
-// Sending may close a client, and with it its subscriptions: they are looked up anew after every message.
+// Sending may close a client, and with it its subscriptions: they are looked up again after every message.
 #include <algorithm>
 
 #include "platform/core/base/fault.h"
@@ -85,7 +85,7 @@ void send_one(wire::Connection* client, const Subscription& subscription,
   client->send(kNotification, 0, payload);
 }
 
-// One message of the first subscription that has one; false when none has.
+// Sends a message of the first subscription that has one; false if none has.
 bool send_next(StoreServer* server, std::uint64_t client) {
   const auto found = server->subscriptions.find(client);
   wire::Connection* connection = server->server.find(client);

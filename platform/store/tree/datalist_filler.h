@@ -1,7 +1,6 @@
-// What a service may do with a datalist after it gave it out: take values back that are no longer true.
-//
-// A reader keeps its list as long as it likes. An item whose value was taken back is in the list still,
-// without a value, so that the reader learns that the list is stale when it reaches the item. Main thread.
+// What a service may do with a datalist that it has returned: invalidate values that are no longer true. A
+// reader uses its list as long as it needs it. An invalidated item remains in the list, without a value, so
+// that the reader detects the stale list when it reaches the item. Main thread.
 #pragma once
 
 #include <functional>

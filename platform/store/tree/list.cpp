@@ -1,5 +1,5 @@
-// Lists and datalists: what list handlers fill and readers go through. Items never move (a deque), so that
-// what a reader was given stays valid while the list grows.
+// Lists and datalists: list handlers fill them, readers iterate over them. Items never move (a deque), so
+// that a reader's items remain valid while the list grows.
 #include <algorithm>
 #include <cstdint>
 #include <deque>

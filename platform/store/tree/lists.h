@@ -1,4 +1,4 @@
-// The layout of lists and datalists, for the server that puts them on the wire. Not for other folders.
+// The layout of lists and datalists, for the server that puts them on the wire. Only for this folder.
 #pragma once
 
 #include <cstddef>

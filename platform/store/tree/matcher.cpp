@@ -109,7 +109,7 @@ class Matching {
     return true;
   }
 
-  // The route that fits from the children of `parent` on, or kNoNode.
+  // The route that matches from the children of `parent` on, or kNoNode.
   int find(int parent, std::size_t component, unsigned keys) {
     for (int child = node(parent).child; child != kNoNode; child = node(child).sibling) {
       const int route = try_node(child, component, keys);

@@ -1,4 +1,4 @@
-// See tuple.h. Everything is checked before anything is written.
+// Everything is checked before anything is written.
 #include "platform/store/tree/tuple.h"
 
 #include <algorithm>

@@ -9,7 +9,7 @@
 
 #include "platform/store/tree/kvtree.h"
 
-// Makes *value a tuple of these numbers. kStatusInvalid, with nothing changed, for a null value, a format
+// Sets *value to a tuple of these numbers. kStatusInvalid, with nothing changed, for a null value, a format
 // that is not of "%d" alone or has another count than the numbers, and a number of more than 32 bits. Fault
 // point "tuple_pack".
 [[nodiscard]] Status tuple_pack(KvValue* value, const char* format,
