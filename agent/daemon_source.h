@@ -3,8 +3,7 @@
 // Bounds: no call takes longer than call_timeout. One request PDU may spend request_budget on the daemon
 // before its next call is refused, so that a PDU takes at most the sum of the two. While the daemon is away
 // calls fail at once; one attempt to connect is made every retry_interval. After a call has timed out the
-// daemon is not asked for the time `silence`, so that a daemon that hangs costs a manager only part of its
-// time.
+// daemon is not asked for the time `silence`, so that a daemon that hangs does not stall a manager.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,4 @@
-// The sub-agent as a whole, between a master agent that the test plays and a data store in a process of its
-// own.
+// The sub-agent as a whole, between a simulated master agent and a data store in its own process.
 #include "agent/sub_agent.h"
 
 #include <unistd.h>

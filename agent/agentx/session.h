@@ -48,8 +48,7 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  // Allows registration of the subtree, at once and after every new session. Until then the session is only
-  // open.
+  // Allows registration of the subtree, at once and in every new session.
   void allow_registration();
   // Queues a Notify with the variables that `write` appends, for flush_notifies() to send. Its packet number;
   // 0, with nothing queued, while the subtree is not registered or kMaxNotifies of them are unanswered.

@@ -1,5 +1,4 @@
-// The session against a master agent that the test plays at the other end of a socket pair, with an injected
-// clock.
+// The session against a master agent that the test plays at the other end of a socket pair.
 #include "agent/agentx/session.h"
 
 #include <fcntl.h>

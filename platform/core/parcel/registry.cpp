@@ -37,13 +37,12 @@ bool is_set_name(const char* name) {
   return name != nullptr && *name != '\0' && std::strpbrk(name, "\t\n") == nullptr;
 }
 
-// Enters the batch into the definitions; whether anything was new, and whether something known became
-// different.
 struct Difference {
-  bool anything = false;
-  bool changed = false;
+  bool anything = false;  // a definition is new or changed
+  bool changed = false;   // a known definition changed
 };
 
+// Enters the batch into the definitions.
 Difference merge(const ParcelBatch& batch, Definitions* definitions) {
   Difference difference;
   for (const ParcelDescription* one : batch.descriptions) {

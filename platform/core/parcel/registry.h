@@ -28,8 +28,7 @@ struct Definition {
 
 using Definitions = std::map<std::string, Definition>;  // by type name
 
-// The file's definitions; none without a file. Lines that are not definitions are left out with a line in the
-// log.
+// The file's definitions; none without a file. Other lines are logged and ignored.
 Definitions read_registry_file();
 // Replaces the file, making the run directory when it is missing. The system's errno.
 [[nodiscard]] Status write_registry_file(const Definitions& definitions);

@@ -5,8 +5,7 @@
 // The table below gives each block its command name, in the order of MplsVpnDebugArea.
 //
 // Ownership: everything is static. Threads: mpls_vpn_debug_init runs once on the main thread. Afterwards the
-// facility writes the enabled words on the thread that serves the debug event manager, and every thread reads
-// them.
+// thread that serves the debug event manager writes the enabled words, and every thread reads them.
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 
 #include <array>

@@ -4,10 +4,9 @@
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 
-// Starts the daemon and serves events forever. Returns only when start-up failed, with the exit status: 1,
-// or the code of a failed restore of the checkpoint (1 as well where its low octet, which is all that the
-// system keeps, is 0). Must be called on the process's first thread, once.
-// argv[0] must remain live (the system log's identity).
+// Starts the daemon and serves events forever. Returns only when start-up failed, with the exit status: 1, or
+// the code of a failed restore of the checkpoint (1 also if its low octet, all that the system reports, is
+// 0). Call once, on the process's first thread. argv[0] must remain live (the system log's identity).
 int mpls_vpn_mib_main(int argc, char** argv);
 
 // The main thread's loop. Never returns.

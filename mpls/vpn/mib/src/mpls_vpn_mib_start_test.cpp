@@ -109,8 +109,7 @@ constexpr FailingStep kSteps[] = {
 class FailedStep : public Daemon, public testing::WithParamInterface<std::size_t> {
  protected:
   const FailingStep& Step() const { return kSteps[GetParam()]; }
-  // The step and all later ones fail. Arming a fault point again replaces what was armed, so the last one
-  // first.
+  // The step and all later ones fail. Arming a fault point again replaces its fault: arm the last step first.
   void ArmFromHere() const {
     for (std::size_t i = std::size(kSteps); i-- > GetParam();) {
       fault_arm(kSteps[i].fault, kStatusIo, kSteps[i].call, 0);

@@ -75,8 +75,7 @@ void delete_checkpoint(const VtabVrfRecord* record) {
   if (rc != kStatusOk) mpls_vpn_report_failure(ERR, rc, "Could not delete VRF from checkpoint VRF");
 }
 
-// A VRF that is deleted while configuration names it becomes a forward reference again; no delete event
-// follows.
+// A VRF that is deleted while configuration names it becomes a forward reference, without a delete event.
 bool became_forward_reference(const VtabVrfRecord* record) {
   return record->vrf_id == 0 && mpls_vpn_vrf_attributes(record)->chkpt_objid != 0;
 }

@@ -1,5 +1,4 @@
-// The arguments of a configuration notification. A handler refuses, and reports, a notification that lacks
-// one.
+// The arguments of a configuration notification. A handler reports and refuses missing ones.
 #pragma once
 
 #include <cstdint>

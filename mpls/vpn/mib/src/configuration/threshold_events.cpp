@@ -17,8 +17,7 @@
 
 namespace {
 
-// Decodes the item's record into *record. False, after a report, when the item has no record of this
-// description.
+// Decodes the item's record into *record. False, after a report, without a record of this description.
 bool decode_item(const KvNotifyInfo* info, const ParcelDescription& description, const char* handler,
                  void* record) {
   const KvValue* item = info == nullptr ? nullptr : info->value;

@@ -29,8 +29,7 @@ const char* text_of(const KvNotifyInfo* info) {
   return is_text ? info->value->text.c_str() : nullptr;
 }
 
-// Replaces the slot's text with a copy of `text`. False, after a report, without memory: the slot is then
-// empty.
+// Replaces the slot's text with a copy of `text`. Without memory: false, after a report, and an empty slot.
 bool store_text(char** slot, const char* text, const char* handler) {
   text_replace(slot, text);
   if (text == nullptr || *slot != nullptr) return true;

@@ -22,8 +22,7 @@ void mpls_vpn_mib_export_rt_notify(const KvNotifyInfo* info, const RequestArgs* 
 void mpls_vpn_mib_rd_notify(std::uint32_t set, const char* vrf_name, const char* rd);
 
 // Route policies: the name as a text. A family has one policy per direction: the SAFI is only printed, and
-// the last change of any SAFI counts. A set without a value clears. `direction` is 0 for import, 1 for
-// export.
+// the last change of any SAFI counts. A set without a value clears. `direction`: 0 import, 1 export.
 void mpls_vpn_mib_route_policy_notify(const KvNotifyInfo* info, const RequestArgs* args,
                                       std::uint32_t direction);
 void mpls_vpn_mib_import_policy_notify(const KvNotifyInfo* info, const RequestArgs* args);

@@ -41,8 +41,7 @@ struct IfNode {
 void mpls_vpn_mib_if_dbase_end();
 
 // The new node, or null with nothing changed: handle 0, null VRF name, no memory, or a key that is taken.
-// Texts are copied. if_name may be null; an if_index of 0 leaves the node out of the VRF ordering and sets
-// DIRTY.
+// Texts are copied. if_name may be null; if_index 0 sets DIRTY and keeps the node out of the VRF ordering.
 IfNode* mpls_vpn_mib_create_if_wavl_node(const char* vrf_name, std::uint32_t if_index, const char* if_name,
                                          std::uint32_t if_handle) MPLS_REQUIRES(mpls_vpn_mutex);
 // 1: unlinked and freed. 0: nothing changed, nothing freed.
@@ -56,15 +55,13 @@ IfNode* mpls_vpn_mib_get_if(bool exact, const char* vrf_name, std::uint32_t if_i
 // The same by handle, without the validity test.
 IfNode* mpls_vpn_mib_get_if_by_handle(bool exact, std::uint32_t if_handle);
 IfNode* mpls_vpn_mib_get_first_if_of_vrf(const char* vrf_name);
-// The node after `node` if it belongs to the same VRF; not tested for validity. REQUIRES: node is in the VRF
-// ordering.
+// The next node of the same VRF, or null; not tested for validity. REQUIRES: node is in the VRF ordering.
 IfNode* mpls_vpn_mib_get_next_if_of_vrf(const IfNode* node, const char* vrf_name);
 // Both walk the VRF's nodes; an invalid one before the match ends the search with null.
 IfNode* mpls_vpn_mib_get_if_by_vrf_and_handle(const char* vrf_name, std::uint32_t if_handle);
 IfNode* mpls_vpn_mib_get_if_by_vrf_and_name(const char* vrf_name, const char* if_name);
 
-// VRFs that have interfaces here but no complete VRF record, each once, in name order. The name is a node's
-// own.
+// VRFs that have interfaces here but no complete VRF record, each once, in name order. A node owns the name.
 const char* mpls_vpn_mib_get_first_invalid_vrf();
 const char* mpls_vpn_mib_get_next_invalid_vrf(const char* vrf_name);
 // The first node whose key is not smaller than (vrf_name, if_index) and whose VRF has a complete VRF record.

@@ -60,8 +60,7 @@ int resolve_index(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   return 1;
 }
 
-// Called by the walk that the pass makes with the mutex held; the analysis cannot see through the tree's
-// call.
+// Called by the pass's walk with the mutex held; the analysis cannot see through the tree's call.
 int visit_node(void* node, void* /*argument*/) MPLS_NO_THREAD_SAFETY_ANALYSIS {
   return mpls_vpn_mib_clean_if_dbase_walker(static_cast<IfNode*>(node));
 }

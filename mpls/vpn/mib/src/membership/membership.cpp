@@ -113,8 +113,7 @@ void consider_vrf_down(const IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   }
 }
 
-// The times of a VRF that is announced while the daemon starts again are in the checkpoint, which is restored
-// afterwards.
+// The times of a VRF that is announced while the daemon starts again are restored from the checkpoint later.
 void checkpoint_created_vrf(std::uint32_t vrf_id, const VtabVrfRecord* record) {
   if (backend_scan_in_progress != 0 && mpls_vpn_mib_chkpt_first_run() == 0) return;
   if (vrf_id == 0) return;

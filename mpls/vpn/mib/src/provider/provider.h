@@ -11,6 +11,5 @@
 // cannot be read. Once, on the main thread, after every database exists.
 [[nodiscard]] Status mpls_vpn_mib_prov_init(EventManager* evm);
 
-// Unbinds everything and resets the check for the data store's library. For tests that start the daemon
-// again.
+// Unbinds everything and resets the check for the library. For tests that start the daemon again.
 void mpls_vpn_mib_prov_end();

@@ -1,5 +1,4 @@
-// Registration with the data store: what is registered in which order, and the report and effect of each
-// failure.
+// Registration with the data store: order of registrations, report and effect of each failure.
 #include "mpls/vpn/mib/src/provider/provider.h"
 
 #include <filesystem>

@@ -11,7 +11,6 @@
 // REQUIRES: record is not null.
 std::uint32_t mpls_vpn_mib_prov_xml_filter(const VtabVrfRecord* record, std::uint32_t* afi_index);
 
-// True, with *afi the table's AFI (1 or 2), when the table is worth showing. False for a missing record or
-// table.
+// True, with *afi the table's AFI (1 or 2), when the table is worth showing. False if either is null.
 bool mpls_vpn_mib_prov_xml_filter_route_info(const VtabVrfRecord* record, const VtabTableRecord* table,
                                              std::uint32_t* afi);

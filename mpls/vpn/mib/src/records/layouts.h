@@ -179,8 +179,7 @@ extern const ParcelDescription kRibMaxThreshParcel;
 // --- Registration
 
 // Each registers its set in one batch. 0; kStatusDefinitionChanged when the registry knew another version
-// (the set is registered all the same); or the code of the first call that failed (nothing is registered
-// then).
+// (the set is registered); or the code of the first call that failed (nothing is registered).
 [[nodiscard]] Status mpls_vpn_mib_parcel_register();
 [[nodiscard]] Status mpls_vpn_parcel_register();
 // The two events. Only for programs that produce them: decoding needs no registration.

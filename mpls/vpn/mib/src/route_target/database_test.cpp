@@ -3,8 +3,7 @@
 
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
 
-// --wrap in the build file puts this in the place of the tree's, which never compares a node that is not
-// there.
+// --wrap in the build file replaces the tree's function, which never compares an absent node.
 Status real_init(WavlTree* tree, unsigned threads,
                  const WavlCompare* compare) __asm__("__real__Z9wavl_initP8WavlTreejPKPFjPKvS2_E");
 Status noted_init(WavlTree* tree, unsigned threads,

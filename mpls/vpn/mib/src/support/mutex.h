@@ -42,8 +42,7 @@ extern MplsVpnMutex mpls_vpn_mutex;
 //   if (!lock) return;
 //
 // A failure prints "Error (%s): pthread mutex lock failed" or "Error (%s): pthread mutex unlock failed" (the
-// name `function`, under `area`) and writes an error trace record; after a failed unlock the caller
-// continues.
+// name `function`, under `area`) and writes an error trace record. A failed unlock is only reported.
 class MPLS_SCOPED_CAPABILITY MplsVpnLock {
  public:
   MplsVpnLock(const char* function, MplsVpnDebugArea area) MPLS_EXCLUDES(mpls_vpn_mutex);

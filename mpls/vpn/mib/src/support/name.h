@@ -1,6 +1,5 @@
 // Value helpers of databases and provider: the name order, the index of a text in a table, and conversions
-// between an SNMP agent's octet strings and object identifiers and plain text (RFC 2578 section 7.7). Any
-// thread.
+// of an SNMP agent's octet strings and object identifiers (RFC 2578 section 7.7). Any thread.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,6 @@
 // The table of notifications: one row per configuration item below the trap switches, that is six
 // notifications, the master switch and the re-issue time. Rows 0 to 5 are the trap types of the trap record
-// and follow the numbering of the MIB. Texts are constant; the switches start off and change on the main
-// thread.
+// and follow the numbering of the MIB. The switches start off and change on the main thread.
 #include "mpls/vpn/mib/src/traps/info.h"
 
 MplsVpnTrapInfo mpls_vpn_mib_trap_info[kMplsVpnTrapRows] = {

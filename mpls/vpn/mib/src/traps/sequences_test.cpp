@@ -293,8 +293,7 @@ TEST_F(TrapSequence, InterfaceThatIsRenamedTwiceAndDownInOneMomentRaisesDown) {
   EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
 }
 
-// Until an interface's departure is delivered, its name means that interface and no other that took the name
-// since.
+// Until an interface's departure is delivered, its name means that interface and no later one of that name.
 TEST_F(TrapSequence, NameThatAnotherInterfaceGetsAtOnceStillMeansTheOneThatLeft) {
   const std::uint32_t ge0 = Add("ge0", "red");
   Add("ge1", "default");

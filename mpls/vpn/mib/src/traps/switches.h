@@ -1,5 +1,4 @@
-// The switches of the notifications of MPLS-L3VPN-STD-MIB (RFC 4382, section 6), and the time of the re-issue
-// timer.
+// The switches of the notifications (RFC 4382, section 6), and the interval of the re-issue timer.
 #pragma once
 
 #include "platform/store/tree/kvtree.h"

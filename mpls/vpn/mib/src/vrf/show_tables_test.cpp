@@ -1,5 +1,4 @@
-// The tables of a show record with their route targets and policies, and the structured form's choice of
-// tables.
+// The tables of a show record with route targets and policies; the structured form's choice of tables.
 #include "mpls/vpn/mib/src/provider/xml_filter.h"
 #include "mpls/vpn/mib/src/vrf/show_test_support.h"
 
