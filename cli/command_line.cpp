@@ -5,7 +5,6 @@
 #include <stdlib.h>
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <functional>
 
 #include "cli/commands.h"
@@ -14,6 +13,7 @@
 #include "cli/session.h"
 #include "platform/core/debug/debug_client.h"
 #include "platform/core/files/directories.h"
+#include "platform/core/text/numbers.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace cli {
@@ -126,10 +126,8 @@ constexpr std::uint32_t kMostCount = 4294967295U;  // entries, prints or traps; 
 // The duration of a watch. CLI::PositiveNumber would accept "nan" and print its limits with 308 digits.
 CLI::Validator watching_time() {
   const auto check = [](const std::string& text) {
-    double seconds = 0;
-    const auto [stopped, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-    const bool is_whole = error == std::errc() && stopped == text.data() + text.size();
-    if (is_whole && seconds > 0 && seconds <= kLongestWatching) return std::string();
+    const std::optional<double> seconds = text::parse_real(text);
+    if (seconds && *seconds > 0 && *seconds <= kLongestWatching) return std::string();
     return fmt::format("{} is not a time of more than 0 and at most {} seconds", printable(text),
                        kLongestWatching);
   };

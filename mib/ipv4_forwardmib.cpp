@@ -24,7 +24,7 @@ std::uint32_t number_of(const router::RouteAddress& address) {
 
 void fill(const router::Route& route, std::uint32_t age, ForwardmibIpv4Route* answer) {
   answer->destination = number_of(route.key.destination);
-  answer->mask = number_of(forwardmib::mask_of(route.key.prefix_length));
+  answer->mask = number_of(inet::mask_of(route.key.prefix_length));
   answer->next_hop = number_of(route.key.next_hop);
   forwardmib::fill_common(route, age, answer);
 }

@@ -16,17 +16,9 @@ const router::RouteAccess* access() {
 
 }  // namespace
 
-router::RouteAddress mask_of(std::uint8_t prefix_length) {
-  router::RouteAddress mask{};
-  std::fill_n(mask.begin(), prefix_length / 8, static_cast<std::uint8_t>(0xff));
-  if (prefix_length % 8 != 0)
-    mask[prefix_length / 8] = static_cast<std::uint8_t>(0xff00U >> (prefix_length % 8));
-  return mask;
-}
-
 bool prefix_length_of(const router::RouteAddress& mask, std::size_t size, std::uint8_t* prefix_length) {
   for (std::size_t length = 0; length <= 8 * size; ++length) {
-    if (mask_of(static_cast<std::uint8_t>(length)) == mask) {
+    if (inet::mask_of(length) == mask) {
       *prefix_length = static_cast<std::uint8_t>(length);
       return true;
     }

@@ -8,8 +8,6 @@
 
 namespace forwardmib {
 
-// The mask of a prefix length (at most 128), network order.
-router::RouteAddress mask_of(std::uint8_t prefix_length);
 // False for a mask whose ones are not the first bits. `size` octets of the mask count.
 [[nodiscard]] bool prefix_length_of(const router::RouteAddress& mask, std::size_t size,
                                     std::uint8_t* prefix_length);

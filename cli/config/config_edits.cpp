@@ -9,6 +9,7 @@
 
 #include "cli/output/table.h"
 #include "platform/config/owners.h"
+#include "platform/core/text/words.h"
 
 namespace cli {
 
@@ -89,10 +90,9 @@ std::string edit_line(const ConfigEdit& edit) {
 std::vector<ConfigEdit> parse_edits(std::string_view text, const std::string& name) {
   std::vector<ConfigEdit> edits;
   for (std::size_t number = 1; !text.empty(); ++number) {
-    const std::size_t length = std::min(text.find('\n'), text.size());
-    std::optional<ConfigEdit> edit = parse_edit(text.substr(0, length), fmt::format("{}:{}", name, number));
+    const std::string_view line = text::take_until(&text, '\n');
+    std::optional<ConfigEdit> edit = parse_edit(line, fmt::format("{}:{}", name, number));
     if (edit) edits.push_back(std::move(*edit));
-    text.remove_prefix(std::min(length + 1, text.size()));
   }
   return edits;
 }

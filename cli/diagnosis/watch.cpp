@@ -9,6 +9,7 @@
 #include "cli/diagnosis/notifications.h"
 #include "cli/diagnosis/vpn_changes.h"
 #include "cli/output/json_list.h"
+#include "cli/output/names.h"
 #include "cli/output/record.h"
 #include "cli/output/table.h"
 #include "cli/output/times.h"
@@ -21,17 +22,12 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-std::string oper_status(std::int32_t value) {
-  if (value == 1) return "up";
-  return value == 2 ? "down" : std::to_string(value);
-}
-
 // The members of the record that the type of the trap uses; the others are 0.
 std::string details(const mpls_vpn_mib_trap& trap) {
   switch (trap.trapType) {
     case 0:
     case 1:
-      return fmt::format("interface {} vrf {}", trap.ifConfIndex, oper_status(trap.vrfOperStatus));
+      return fmt::format("interface {} vrf {}", trap.ifConfIndex, vrf_status_name(trap.vrfOperStatus));
     case 2:
       return fmt::format("routes {} mid threshold {}", trap.currNumRoutes, trap.midThresh);
     case 3:

@@ -1,31 +1,32 @@
-// Addresses and prefixes as texts, as octets and as keys in paths.
+// Addresses and prefixes of records and of the command line.
 #pragma once
 
 #include <cstdint>
 #include <span>
 #include <string>
-#include <vector>
 
+#include "platform/core/address/address.h"
 #include "platform/core/parcel/parcel.h"
 
 namespace cli {
 
-// InetAddressType (RFC 4001).
-inline constexpr std::int32_t kIpv4 = 1;
-inline constexpr std::int32_t kIpv6 = 2;
-
+// A prefix without host bits, or an address.
 struct Prefix {
-  std::int32_t type = kIpv4;
-  std::vector<std::uint8_t> octets;  // 4 or 16; none beyond the length
-  std::uint32_t length = 0;          // bits
-  bool is_address = false;           // it was written without a length
+  inet::Prefix prefix;
+  bool is_address = false;  // written without a length
 
-  std::uint32_t bits() const { return static_cast<std::uint32_t>(octets.size()) * 8; }
-  // The prefix of this length that holds the address.
+  // InetAddressType (RFC 4001).
+  std::int32_t type() const { return static_cast<std::int32_t>(prefix.address.family); }
+  // 4 or 16.
+  std::span<const std::uint8_t> octets() const {
+    return std::span(prefix.address.octets).first(inet::octets_of(prefix.address.family));
+  }
+  // The prefix of this length that contains the address.
   Prefix shortened(std::uint32_t to_length) const;
 };
+inline constexpr std::int32_t kIpv4 = 1;  // InetAddressType
 
-// "10.0.0.0/8", "2001:db8::/32", or an address. Failure(kExitUsage) that says what is wrong.
+// "10.0.0.0/8", "2001:db8::/32", or an address. Failure(kExitUsage) with the error.
 Prefix parse_prefix(const std::string& text);
 
 std::span<const std::uint8_t> octets_of(const ParcelOctets& octets);

@@ -250,10 +250,10 @@ TEST(Times, AgeOfAFutureTimeIsZero) {
 TEST(Addresses, PrefixesAreShortenedToTheirBits) {
   const Prefix address = parse_prefix("10.255.255.255");
   EXPECT_TRUE(address.is_address);
-  EXPECT_EQ(address_text(address.shortened(9).octets), "10.128.0.0");
-  EXPECT_EQ(address_text(address.shortened(0).octets), "0.0.0.0");
-  EXPECT_EQ(address_text(address.shortened(32).octets), "10.255.255.255");
-  EXPECT_EQ(address_text(parse_prefix("ffff:ffff::1").shortened(17).octets), "ffff:8000::");
+  EXPECT_EQ(address_text(address.shortened(9).octets()), "10.128.0.0");
+  EXPECT_EQ(address_text(address.shortened(0).octets()), "0.0.0.0");
+  EXPECT_EQ(address_text(address.shortened(32).octets()), "10.255.255.255");
+  EXPECT_EQ(address_text(parse_prefix("ffff:ffff::1").shortened(17).octets()), "ffff:8000::");
 }
 
 TEST(Addresses, OctetsOfAnotherSizeAreDigits) {

@@ -3,6 +3,8 @@
 #include <array>
 #include <span>
 
+#include "platform/core/address/address.h"
+
 namespace cli {
 
 namespace {
@@ -21,9 +23,6 @@ constexpr std::array kRouteProtocols = {"other", "local", "static", "icmp", "egp
                                         "idpr",  "eigrp", "dvmrp",  "rpl",  "dhcp",    "ttdp"};
 constexpr std::array kAfis = {"ipv4", "ipv6"};
 constexpr std::array kSafis = {"unicast", "multicast"};
-constexpr std::uint32_t kL2VpnAfi = 25;
-constexpr std::uint32_t kEvpnSafi = 70;
-constexpr std::uint32_t kFlowSafi = 133;
 constexpr std::array kSwitch = {"disabled", "enabled"};
 
 // The name of `value` in a list that starts with the name of `first`.
@@ -71,11 +70,11 @@ std::string route_protocol_name(std::int32_t value) {
   return name_of(kRouteProtocols, 1, value);
 }
 std::string afi_name(std::uint32_t value) {
-  return value == kL2VpnAfi ? "l2vpn" : name_of(kAfis, 1, value);
+  return value == inet::kL2VpnAfi ? "l2vpn" : name_of(kAfis, 1, value);
 }
 std::string safi_name(std::uint32_t value) {
-  if (value == kEvpnSafi) return "evpn";
-  return value == kFlowSafi ? "flow" : name_of(kSafis, 1, value);
+  if (value == inet::kEvpnSafi) return "evpn";
+  return value == inet::kFlowSafi ? "flow" : name_of(kSafis, 1, value);
 }
 
 }  // namespace cli

@@ -14,14 +14,15 @@ constexpr std::uint32_t kPathsBatch = 64;  // most prefixes have a next hop or a
 
 bool is_of_prefix(const mpls_vpn_mib_route& row, const std::string& vrf, const Prefix& prefix) {
   const auto destination = octets_of(row.dest);
-  return vrf == text_or_empty(row.vrfName) && row.destType == prefix.type && row.mask == prefix.length &&
-         std::equal(destination.begin(), destination.end(), prefix.octets.begin(), prefix.octets.end());
+  return vrf == text_or_empty(row.vrfName) && row.destType == prefix.type() &&
+         row.mask == prefix.prefix.length && std::ranges::equal(destination, prefix.octets());
 }
 
 // The smallest key of the prefix, as the path of a read.
 std::string prefix_path(const std::string& read, const std::string& vrf, const Prefix& prefix) {
-  const std::string destination = hexadecimal(prefix.octets);
-  return route_path(read, vrf, prefix.type, prefix.length, destination, std::string(destination.size(), '0'));
+  const std::string destination = hexadecimal(prefix.octets());
+  return route_path(read, vrf, prefix.type(), prefix.prefix.length, destination,
+                    std::string(destination.size(), '0'));
 }
 
 // The route without next hop. The answer for one that does not exist may be another route.
@@ -66,7 +67,7 @@ void walk_routes(const Session& session, kvtree::Client& client, const std::stri
 bool find_routes(const Session& session, kvtree::Client& client, const std::string& vrf, const Prefix& prefix,
                  const RouteSink& sink) {
   bool found = find_routes_of_prefix(session, client, vrf, prefix, sink);
-  for (std::uint32_t length = prefix.length; prefix.is_address && !found && length-- > 0;) {
+  for (std::uint32_t length = prefix.prefix.length; prefix.is_address && !found && length-- > 0;) {
     found = find_routes_of_prefix(session, client, vrf, prefix.shortened(length), sink);
   }
   if (found) sink.batch_end();

@@ -2,13 +2,12 @@
 #include "cli/vrf/vrf_evpn.h"
 
 #include "cli/show/tables.h"
-#include "platform/config/vrf_config.h"
+#include "platform/core/address/address.h"
 
 namespace cli {
 
 EvpnTable::EvpnTable(const Session& session, kvtree::Client& client, const std::string& vrf,
                      const VrfOrigins& origins, const VrfRequest& request) {
-  constexpr std::uint32_t kEvpnSafi = 70;
   if (request.afi != 0 || request.safi != 0 || !origins.has_evpn_targets()) return;
   const auto take_row = [&](const mpls_vpn_mib_rt& row) {
     if (vrf != text_or_empty(row.vrfName)) return false;
@@ -18,8 +17,8 @@ EvpnTable::EvpnTable(const Session& session, kvtree::Client& client, const std::
   RowWalk<mpls_vpn_mib_rt>(session, client, kRouteTargetTable, {take_row}).run(first_route_target_path(vrf));
   for (std::size_t at = 0; at < targets_.size(); ++at) targets_[at].RouteTargetValue = texts_[at].data();
   table_ = mpls_vpn_afi_safi{};
-  table_->AFName = static_cast<std::uint32_t>(vrf_config::Family::kEvpn);
-  table_->SAFName = kEvpnSafi;
+  table_->AFName = inet::kL2VpnAfi;
+  table_->SAFName = inet::kEvpnSafi;
   table_->RouteTarget = {targets_.size(), targets_.data()};
 }
 

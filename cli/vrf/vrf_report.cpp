@@ -15,8 +15,6 @@ namespace {
 using vrf_config::Direction;
 
 constexpr std::size_t kLabelWidth = 22;  // with the indentation
-constexpr std::uint32_t kImport = 1;     // RouteTargetType
-constexpr std::uint32_t kExport = 2;
 
 template <typename T>
 std::span<const T> elements(const ParcelArray& array) {
@@ -42,13 +40,16 @@ bool is_wanted(const mpls_vpn_afi_safi& table, const VrfRequest& request) {
 
 // Only unicast and EVPN have configuration items.
 bool has_items(const mpls_vpn_afi_safi& table) {
-  constexpr std::uint32_t kUnicast = 1;
-  return table.SAFName == kUnicast || table.AFName == static_cast<std::uint32_t>(vrf_config::Family::kEvpn);
+  return table.SAFName == inet::kUnicastSafi || table.AFName == inet::kL2VpnAfi;
+}
+
+std::int32_t type_of(const mpls_vpn_rt& target) {
+  return static_cast<std::int32_t>(target.RouteTargetType);
 }
 
 std::string target_origin(const FamilyView& family, const mpls_vpn_rt& target) {
   if (!has_items(family.row)) return {};
-  const bool is_import = target.RouteTargetType == kImport;
+  const bool is_import = type_of(target) == kRtImport;
   return family.origins.of_target(family.row.AFName, is_import ? Direction::kImport : Direction::kExport,
                                   text_or_empty(target.RouteTargetValue));
 }
@@ -71,20 +72,19 @@ Lines policy_line(const FamilyView& family) {
 Json targets_json(const FamilyView& family) {
   Json targets = Json::array();
   for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(family.row.RouteTarget)) {
-    targets.push_back(
-        {{"type", target.RouteTargetType},
-         {"typeName", route_target_type_name(static_cast<std::int32_t>(target.RouteTargetType))},
-         {"value", text_or_empty(target.RouteTargetValue)},
-         {"origin", text_or_null(target_origin(family, target))}});
+    targets.push_back({{"type", target.RouteTargetType},
+                       {"typeName", route_target_type_name(type_of(target))},
+                       {"value", text_or_empty(target.RouteTargetValue)},
+                       {"origin", text_or_null(target_origin(family, target))}});
   }
   return targets;
 }
 
-template <std::uint32_t kType>
+template <std::int32_t kType>
 Lines target_words(const FamilyView& family) {
   Lines words;
   for (const mpls_vpn_rt& target : elements<mpls_vpn_rt>(family.row.RouteTarget)) {
-    if (target.RouteTargetType != kType) continue;
+    if (type_of(target) != kType) continue;
     words.push_back(with_origin(printable_or_dash(target.RouteTargetValue), target_origin(family, target)));
   }
   return words;
@@ -96,8 +96,8 @@ using FamilyColumns = Columns<FamilyView>;
 constexpr Column<FamilyView> kFamilyColumns[] = {
     FamilyColumns::named<&FamilyTable::AFName, afi_name>("afi"),
     FamilyColumns::named<&FamilyTable::SAFName, safi_name>("safi"),
-    FamilyColumns::value("routeTargets", targets_json).words(1, "import targets", target_words<kImport>),
-    FamilyColumns::text_only().words(2, "export targets", target_words<kExport>),
+    FamilyColumns::value("routeTargets", targets_json).words(1, "import targets", target_words<kRtImport>),
+    FamilyColumns::text_only().words(2, "export targets", target_words<kRtExport>),
     FamilyColumns::member<&FamilyTable::ImportRoutePolicy>("importRoutePolicy")
         .with("Origin", policy_origin_json<Direction::kImport>)
         .line(3, "import policy", policy_line<Direction::kImport>),

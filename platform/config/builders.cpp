@@ -1,4 +1,3 @@
-#include "platform/config/addresses.h"
 #include "platform/config/paths.h"
 #include "platform/config/vrf_config.h"
 

@@ -2,18 +2,16 @@
 
 #include <algorithm>
 
+#include "platform/core/text/words.h"
+
 namespace vrf_config {
 
 namespace {
 
-Elements elements_of(std::string_view text) {
+Elements elements_of(std::string_view words) {
   Elements elements;
-  while (!text.empty()) {
-    const std::size_t length = std::min(text.find(' '), text.size());
-    const std::string_view word = text.substr(0, length);
+  for (const std::string_view word : text::split(words, ' '))
     elements.push_back({word, find_word_type(word)});
-    text.remove_prefix(std::min(length + 1, text.size()));
-  }
   return elements;
 }
 

@@ -6,6 +6,7 @@
 #include "platform/config/grammar.h"
 #include "platform/config/paths.h"
 #include "platform/config/vrf_config.h"
+#include "platform/core/text/words.h"
 
 namespace vrf_config {
 
@@ -26,16 +27,6 @@ class BadWord : public std::runtime_error {
 
 void add_new(Texts* texts, std::string text) {
   if (std::find(texts->begin(), texts->end(), text) == texts->end()) texts->push_back(std::move(text));
-}
-
-// "a, b or c".
-std::string alternatives(const Texts& texts) {
-  std::string all;
-  for (std::size_t at = 0; at < texts.size(); ++at) {
-    all += at == 0 ? "" : at + 1 == texts.size() ? " or " : ", ";
-    all += texts[at];
-  }
-  return all;
 }
 
 bool is_choice(const Element& element, const std::string& word) {
@@ -91,13 +82,14 @@ class WordReader {
 };
 
 void WordReader::fail_unknown() const {
-  throw BadWord("unknown word " + in_quotes(words_[at_]) + "; expected " + alternatives(expected_.names));
+  throw BadWord("unknown word " + text::quoted(words_[at_]) + "; expected " +
+                text::alternatives(expected_.names));
 }
 
 void WordReader::require_word() const {
   if (!is_done()) return;
-  const std::string after = at_ == 0 ? "" : " after " + in_quotes(words_[at_ - 1]);
-  throw BadWord(alternatives(expected_.names) + " is missing" + after, true);
+  const std::string after = at_ == 0 ? "" : " after " + text::quoted(words_[at_ - 1]);
+  throw BadWord(text::alternatives(expected_.names) + " is missing" + after, true);
 }
 
 std::string WordReader::take_text(const Element& element) {
@@ -161,7 +153,7 @@ void WordReader::read_optional(const Syntax& syntax) {
   }
   if (is_done()) return;
   if (!expected_.names.empty()) fail_unknown();
-  throw BadWord(in_quotes(words_[at_]) + " is one word too many");
+  throw BadWord(text::quoted(words_[at_]) + " is one word too many");
 }
 
 // The item of this syntax and direction.

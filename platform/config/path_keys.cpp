@@ -4,16 +4,19 @@
 #include <cstdlib>
 #include <memory>
 
-#include "platform/config/addresses.h"
+#include "platform/core/address/address.h"
+#include "platform/core/text/numbers.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace vrf_config {
 
 namespace {
 
+using inet::dotted_quad;
+using inet::parse_dotted_quad;
+using text::parse_number;
+
 constexpr std::string_view kAbsent = "-";
-constexpr char kUnicast[] = "1";
-constexpr char kEvpnSafi[] = "70";
 constexpr char kDefaultPlace[] = "default";  // before the family of a neighbor that is an address
 constexpr std::uint32_t kMost16Bits = 0xffff;
 
@@ -23,8 +26,8 @@ std::string encode_key(std::string_view text) {
 
 // The text of an address in its shortest form; another text as it is.
 std::string shortest(std::string_view text) {
-  const std::optional<Address> address = parse_address(text);
-  return address ? address_text(*address) : std::string(text);
+  const std::optional<inet::Address> address = inet::parse_address(text);
+  return address ? inet::address_text(*address) : std::string(text);
 }
 
 // Stores what was read, if anything was.
@@ -61,7 +64,8 @@ bool read_afi(std::string_view component, Fields* fields) {
 }
 
 std::string write_afi_safi(const Fields& fields) {
-  return afi_of(fields) + "/" + (fields.family == Family::kEvpn ? kEvpnSafi : kUnicast);
+  const std::uint32_t safi = fields.family == Family::kEvpn ? inet::kEvpnSafi : inet::kUnicastSafi;
+  return afi_of(fields) + "/" + std::to_string(safi);
 }
 bool read_afi_safi(Components components, Fields* fields) {
   return read_afi(components[0], fields);
@@ -121,7 +125,7 @@ bool read_as_number(Components components, Fields* fields) {
 // "default", AFI, ADDRESS; of a neighbor without an address NAME, AFI, absent.
 std::string write_neighbor(const Fields& fields) {
   const std::string afi = "/" + afi_of(fields) + "/";
-  if (!parse_address(fields.neighbor)) return encode_key(fields.neighbor) + afi + std::string(kAbsent);
+  if (!inet::parse_address(fields.neighbor)) return encode_key(fields.neighbor) + afi + std::string(kAbsent);
   return kDefaultPlace + afi + encode_key(shortest(fields.neighbor));
 }
 bool read_neighbor(Components components, Fields* fields) {
@@ -159,10 +163,10 @@ bool is_rip_interface(std::string_view component) {
 
 // ADDRESS, LENGTH. Host bits do not count.
 std::string write_prefix(const Fields& fields) {
-  std::optional<Prefix> prefix = parse_prefix(fields.prefix);
+  std::optional<inet::Prefix> prefix = inet::parse_prefix(fields.prefix);
   if (!prefix) return encode_key(fields.prefix) + "/" + std::string(kAbsent);
-  clear_host_bits(&*prefix);
-  return encode_key(address_text(prefix->address)) + "/" + std::to_string(prefix->length);
+  inet::clear_host_bits(&prefix->address.octets, prefix->length);
+  return encode_key(inet::address_text(prefix->address)) + "/" + std::to_string(prefix->length);
 }
 bool read_prefix(Components components, Fields* fields) {
   const std::optional<std::string> address = decode_key(components[0]);

@@ -5,6 +5,7 @@
 
 #include "platform/config/path_keys.h"
 #include "platform/config/vrf_config.h"
+#include "platform/core/text/words.h"
 
 namespace vrf_config {
 
@@ -30,19 +31,9 @@ Part part_of(std::string_view text) {
   return {{}, false, find_key(text)};
 }
 
-std::vector<std::string_view> split_path(std::string_view path) {
-  std::vector<std::string_view> components;
-  while (!path.empty()) {
-    const std::size_t length = std::min(path.find('/'), path.size());
-    components.push_back(path.substr(0, length));
-    path.remove_prefix(std::min(length + 1, path.size()));
-  }
-  return components;
-}
-
 Pattern pattern_of(const Item& item) {
   Pattern pattern{&item, {}};
-  for (const std::string_view text : split_path(item.path)) {
+  for (const std::string_view text : text::split(item.path, '/')) {
     Part part = part_of(text);
     part.first = pattern.size;
     pattern.size += part.key == nullptr ? 1 : part.key->size;
@@ -153,7 +144,7 @@ std::optional<ParsedPath> parse_path(std::string_view path) {
     if (!path.starts_with(pattern.item->scope)) continue;
     if (scope != pattern.item->scope) {
       scope = pattern.item->scope;
-      parsed.components = split_path(path.substr(scope.size()));
+      parsed.components = text::split(path.substr(scope.size()), '/');
     }
     if (!pattern_fits(pattern, parsed.components)) continue;
     parsed.item = pattern.item;

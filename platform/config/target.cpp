@@ -1,13 +1,18 @@
 // Texts of route targets and route distinguishers: ADMINISTRATOR:NUMBER, 48 bits together (RFC 4364 section
 // 4.2). The administrator determines the type: an IPv4 address, an AS number up to 65535, a greater AS
 // number, or one in asdot notation (RFC 5396), which always has four octets.
-#include "platform/config/addresses.h"
 #include "platform/config/paths.h"
 #include "platform/config/vrf_config.h"
+#include "platform/core/address/address.h"
+#include "platform/core/text/numbers.h"
 
 namespace vrf_config {
 
 namespace {
+
+using inet::dotted_quad;
+using inet::parse_dotted_quad;
+using text::parse_number;
 
 constexpr std::uint32_t kMost16 = 0xffff;
 
@@ -55,6 +60,11 @@ std::optional<TargetPath> target_path_of(std::string_view path) {
 std::optional<std::uint32_t> parse_as_number(std::string_view text) {
   const std::optional<std::uint32_t> number = parse_number(text);
   return number ? number : parse_asdot(text);
+}
+
+std::optional<std::uint32_t> parse_area(std::string_view text) {
+  const std::optional<std::uint32_t> number = parse_number(text);
+  return number ? number : parse_dotted_quad(text);
 }
 
 std::optional<Target> parse_target(std::string_view text) {

@@ -13,6 +13,7 @@
 #include <variant>
 #include <vector>
 
+#include "platform/core/address/address.h"
 #include "platform/store/configuration/config.h"
 
 namespace vrf_config {
@@ -32,7 +33,7 @@ std::vector<std::string_view> scopes_of_vrfs();
 std::vector<std::string_view> counted_scopes();
 
 // Address family numbers (IANA). EVPN (RFC 7432) has RDs and route targets only.
-enum class Family : std::uint32_t { kIpv4 = 1, kIpv6 = 2, kEvpn = 25 };
+enum class Family : std::uint32_t { kIpv4 = 1, kIpv6 = 2, kEvpn = inet::kL2VpnAfi };
 inline constexpr std::array<Family, 3> kFamiliesOfTargets = {Family::kIpv4, Family::kIpv6, Family::kEvpn};
 const char* family_word(Family family);  // "ipv4"; empty for another number
 std::optional<Family> parse_family(std::string_view word);

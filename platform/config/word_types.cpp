@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <iterator>
 
-#include "platform/config/addresses.h"
+#include "platform/core/address/address.h"
+#include "platform/core/text/numbers.h"
+#include "platform/core/text/words.h"
 
 namespace vrf_config {
 
@@ -16,7 +18,7 @@ constexpr std::size_t kLongestName = 63;   // of an interface: what the daemon's
 constexpr std::size_t kLongestText = 255;  // an SnmpAdminString (RFC 3411)
 
 Fault is_not(const std::string& word, std::string_view what) {
-  return in_quotes(word) + " is not " + std::string(what);
+  return text::quoted(word) + " is not " + std::string(what);
 }
 
 // Stores what was read of the word.
@@ -81,7 +83,7 @@ std::string write_direction(const Fields& fields) {
 
 template <std::uint32_t Fields::*kNumber, std::uint32_t kLeast, std::uint32_t kMost>
 Fault read_bounded(const WordType& type, const std::string& word, Draft* draft) {
-  const std::optional<std::uint32_t> number = parse_number(word, kMost);
+  const std::optional<std::uint32_t> number = text::parse_number(word, kMost);
   return store_word(type, word, number && *number >= kLeast ? number : std::nullopt,
                     &(draft->fields.*kNumber));
 }
@@ -102,26 +104,21 @@ Fault read_area_word(const WordType& type, const std::string& word, Draft* draft
   return store_word(type, word, parse_area(word), &draft->fields.area);
 }
 std::string write_area_word(const Fields& fields) {
-  return dotted_quad(fields.area);
-}
-
-std::string host_bits_text(const std::string& word, Prefix prefix) {
-  clear_host_bits(&prefix);
-  return word + " has host bits set; did you mean " + address_text(prefix.address) + "/" +
-         std::to_string(prefix.length) + "?";
+  return inet::dotted_quad(fields.area);
 }
 
 Fault read_prefix_word(const WordType& /*type*/, const std::string& word, Draft* draft) {
-  const std::optional<Prefix> prefix = parse_prefix(word);
+  const std::optional<inet::Prefix> prefix = inet::parse_prefix(word);
   if (!prefix) return is_not(word, "a prefix (10.1.0.0/16)");
-  if (has_host_bits(*prefix)) return host_bits_text(word, *prefix);
+  if (inet::has_host_bits(prefix->address.octets, prefix->length))
+    return inet::host_bits_error(word, *prefix);
   draft->fields.prefix = word;
-  draft->families = {prefix->address.family};
+  draft->families = {Family{static_cast<std::uint32_t>(prefix->address.family)}};
   return std::nullopt;
 }
 
 Fault read_next_hop(const WordType& type, const std::string& word, Draft* draft) {
-  if (!parse_address(word)) return is_not(word, type.what);
+  if (!inet::parse_address(word)) return is_not(word, type.what);
   draft->fields.next_hop = word;
   return std::nullopt;
 }
@@ -183,17 +180,8 @@ const WordType* find_word_type(std::string_view name) {
 std::vector<std::string> choices_of(const WordType& type) {
   if (!type.what.empty()) return {};
   if (type.name == kTraps) return trap_words();
-  std::vector<std::string> choices;
-  for (std::string_view rest = type.name; !rest.empty();) {
-    const std::size_t length = std::min(rest.find('|'), rest.size());
-    choices.emplace_back(rest.substr(0, length));
-    rest.remove_prefix(std::min(length + 1, rest.size()));
-  }
-  return choices;
-}
-
-std::string in_quotes(std::string_view word) {
-  return '"' + std::string(word) + '"';
+  const std::vector<std::string_view> choices = text::split(type.name, '|');
+  return {choices.begin(), choices.end()};
 }
 
 }  // namespace vrf_config

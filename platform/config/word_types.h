@@ -33,6 +33,4 @@ const WordType* find_word_type(std::string_view name);
 // The words of which a word of the type is one; empty when it is not so bounded.
 std::vector<std::string> choices_of(const WordType& type);
 
-std::string in_quotes(std::string_view word);
-
 }  // namespace vrf_config

@@ -129,16 +129,9 @@ Nodes device_nodes(const RunningConfig& config, const router::Router& router) {
 
 // --- OSPF, RIP, EIGRP: by address ---
 
-bool shares_bits(const router::Address& left, const router::Address& right, unsigned bits) {
-  for (unsigned bit = 0; bit < bits; ++bit) {
-    const unsigned mask = 0x80U >> bit % 8;
-    if (((left.octets[bit / 8] ^ right.octets[bit / 8]) & mask) != 0) return false;
-  }
-  return true;
-}
-
 bool is_within(const router::Address& address, const router::Address& network) {
-  return address.family == network.family && shares_bits(address, network, network.prefix_length);
+  return address.family == network.family &&
+         inet::share_prefix(address.octets, network.octets, network.prefix_length);
 }
 
 // Which of an interface's addresses a protocol compares, as observed with versions 8.4.4 and 10.3.

@@ -6,11 +6,12 @@
 #include "sources/frr/running_config.h"
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 #include <span>
 #include <utility>
 
+#include "platform/core/text/numbers.h"
+#include "platform/core/text/words.h"
 #include "sources/frr/parser.h"
 
 namespace frr {
@@ -280,19 +281,15 @@ bool is_vpn(Parser& parser, std::string_view vrf) {
 }
 
 bool parse_number(std::string_view text, std::uint32_t limit, std::uint32_t* number) {
-  std::uint32_t value = 0;
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (failure != std::errc() || end != text.data() + text.size() || value > limit) return false;
-  *number = value;
-  return true;
+  const std::optional<std::uint32_t> parsed = text::parse_number(text, limit);
+  if (parsed) *number = *parsed;
+  return parsed.has_value();
 }
 
 RunningConfig parse_running_config(std::string_view text) {
   Parser parser;
   while (!text.empty()) {
-    const std::size_t end = text.find('\n');
-    parse_line(parser, text.substr(0, end));
-    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    parse_line(parser, text::take_until(&text, '\n'));
   }
   return std::move(parser.config);
 }

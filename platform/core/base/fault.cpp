@@ -1,7 +1,7 @@
 // The armed fault points: a short list guarded by a mutex, read only while something is armed.
 #include "platform/core/base/fault.h"
+#include "platform/core/text/numbers.h"
 
-#include <charconv>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -28,16 +28,11 @@ ArmedPoint* find_point(std::string_view name) {
   return nullptr;
 }
 
-std::optional<std::uint32_t> parse_number(std::string_view text) {
-  int base = 10;
-  if (text.starts_with("0x")) {
-    base = 16;
-    text.remove_prefix(2);
-  }
-  std::uint32_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
+// With 0x in hexadecimal.
+std::optional<std::uint32_t> parse_any_number(std::string_view digits) {
+  const bool is_hexadecimal = digits.starts_with("0x");
+  if (is_hexadecimal) digits.remove_prefix(2);
+  return text::parse_number<std::uint32_t>(digits, UINT32_MAX, is_hexadecimal ? 16 : 10);
 }
 
 // "name=status[@first[+count]]"
@@ -50,16 +45,16 @@ std::optional<ArmedPoint> parse_point(std::string_view text) {
     std::string_view range = rest.substr(at + 1);
     rest = rest.substr(0, at);
     if (const std::size_t plus = range.find('+'); plus != std::string_view::npos) {
-      const auto count = parse_number(range.substr(plus + 1));
+      const auto count = parse_any_number(range.substr(plus + 1));
       if (!count) return std::nullopt;
       point.count = *count;
       range = range.substr(0, plus);
     }
-    const auto first = parse_number(range);
+    const auto first = parse_any_number(range);
     if (!first || *first == 0) return std::nullopt;
     point.first = *first;
   }
-  const auto status = parse_number(rest);
+  const auto status = parse_any_number(rest);
   if (!status || *status == kStatusOk) return std::nullopt;
   point.status = *status;
   return point;

@@ -1,7 +1,6 @@
 // Reading and writing of the registry file. The file belongs to the run directory and may be damaged or left
 // by another release: it is read with bounds, and what does not parse is left out.
 #include <array>
-#include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <string_view>
@@ -12,6 +11,7 @@
 #include "platform/core/files/replace_file.h"
 #include "platform/core/parcel/registry.h"
 #include "platform/core/parcel/schema.h"
+#include "platform/core/text/numbers.h"
 
 namespace parcel_detail {
 namespace {
@@ -23,11 +23,6 @@ std::string registry_path() {
   return run_directory() + "/parcel.registry";
 }
 
-bool parse_number(std::string_view text, std::uint32_t* value) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *value);
-  return error == std::errc() && end == text.data() + text.size();
-}
-
 bool parse_line(std::string_view line, Definitions* definitions) {
   std::array<std::string_view, 5> fields;
   for (std::size_t i = 0; i + 1 < fields.size(); ++i) {
@@ -37,13 +32,12 @@ bool parse_line(std::string_view line, Definitions* definitions) {
     line.remove_prefix(tab + 1);
   }
   fields[4] = line;
-  Definition definition{0, 0, std::string(fields[3]), std::string(fields[4])};
+  const std::optional<std::uint32_t> version = text::parse_number(fields[1]);
+  const std::optional<std::uint32_t> reader_version = text::parse_number(fields[2]);
+  if (fields[0].empty() || !version || !reader_version) return false;
+  Definition definition{*version, *reader_version, std::string(fields[3]), std::string(fields[4])};
   Schema schema;
-  if (fields[0].empty() || !parse_number(fields[1], &definition.version) ||
-      !parse_number(fields[2], &definition.reader_version) ||
-      parse_schema(definition.schema, &schema) != kStatusOk) {
-    return false;
-  }
+  if (parse_schema(definition.schema, &schema) != kStatusOk) return false;
   definitions->insert_or_assign(std::string(fields[0]), std::move(definition));
   return true;
 }

@@ -1,19 +1,20 @@
 // Addresses and prefixes, and their text.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
+#include "platform/core/address/address.h"
+
 namespace router {
 
-enum class Family : std::uint8_t { kIpv4 = 1, kIpv6 = 2 };
+using inet::Family;
 
 struct Address {
   Family family = Family::kIpv4;
   std::uint8_t prefix_length = 0;
-  std::array<std::uint8_t, 16> octets{};  // network order; IPv4 uses the first four, the rest are zero
+  inet::Octets octets{};
   auto operator<=>(const Address&) const = default;
 };
 

@@ -49,7 +49,7 @@ enum class RouteProtocol : std::uint8_t {
   kEigrp = 16,
 };
 
-using RouteAddress = std::array<std::uint8_t, 16>;  // network order; IPv4 uses the first four, the rest are 0
+using RouteAddress = inet::Octets;
 
 struct RouteKey {
   RouteAddress destination{};  // no bit set beyond the prefix length

@@ -230,13 +230,6 @@ bool is_zero_from(const RouteAddress& address, std::size_t first) {
                      [](std::uint8_t octet) { return octet == 0; });
 }
 
-bool has_host_bits(const RouteAddress& address, std::size_t prefix_length) {
-  if (prefix_length == 8 * address.size()) return false;
-  const std::size_t whole = prefix_length / 8;
-  const bool in_octet = (address[whole] & (0xff >> (prefix_length % 8))) != 0;
-  return in_octet || !is_zero_from(address, whole + 1);
-}
-
 bool valid_type(const Route& route) {
   if (route.type < RouteType::kOther || route.type > RouteType::kBlackhole) return false;
   return route.type != RouteType::kLocal || is_zero_from(route.key.next_hop, 0);
@@ -253,7 +246,7 @@ bool valid_route(Family family, const Route& route) {
   const auto bad_metric = [](std::int32_t metric) { return metric < kMetricUnused; };
   const auto bad_label = [](std::uint32_t label) { return label > kLabelMax; };
   return valid_route_key(family, route.key) &&
-         !has_host_bits(route.key.destination, route.key.prefix_length) && valid_type(route) &&
+         !inet::has_host_bits(route.key.destination, route.key.prefix_length) && valid_type(route) &&
          route.row_status >= 1 && route.row_status <= 6 &&
          std::none_of(route.metrics.begin(), route.metrics.end(), bad_metric) &&
          route.labels.size() <= kLabelStackMax &&

@@ -32,7 +32,6 @@ using rib_threshold::VrfWatch;
 constexpr std::uint32_t router::Vrf::*kTableOf[kFamilies] = {&router::Vrf::ipv4_table,
                                                              &router::Vrf::ipv6_table};
 constexpr router::Family kFamilyOf[kFamilies] = {router::Family::kIpv4, router::Family::kIpv6};
-constexpr std::uint32_t kUnicast = 1;
 
 class Service : public router::Observer {
  public:
@@ -102,7 +101,8 @@ void notify_limit(const KvNotifyInfo* info, const RequestArgs* args) {
   if (kvtree_absent(args, 0) || kvtree_absent(args, 1) || kvtree_absent(args, 2)) return;
   const std::string vrf = args->arg[0].text;
   const std::uint32_t family = *args->arg[1].number;
-  if (vrf == router::kDefaultVrf || family < 1 || family > kFamilies || *args->arg[2].number != kUnicast) {
+  if (vrf == router::kDefaultVrf || family < 1 || family > kFamilies ||
+      *args->arg[2].number != inet::kUnicastSafi) {
     return;
   }
   service()->configure(vrf, family - 1, thresholds_of(*info));

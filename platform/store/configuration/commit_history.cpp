@@ -1,8 +1,8 @@
 // The history of commits, read from the database: see node_store.h.
-#include <charconv>
 #include <utility>
 
 #include "platform/core/base/log.h"
+#include "platform/core/text/numbers.h"
 #include "platform/store/configuration/commit_codec.h"
 #include "platform/store/configuration/node_store.h"
 
@@ -24,9 +24,9 @@ KvConfigCommit column_commit(sqlite::Statement& statement) {
 
 // The number of the commit; kStatusNoSuchRow if the history does not have it. "007" is not an id.
 Status NodeStore::find_commit(std::string_view id, std::int64_t* number) const {
-  const auto [stopped, error] = std::from_chars(id.data(), id.data() + id.size(), *number);
-  if (error != std::errc() || stopped != id.data() + id.size() || std::to_string(*number) != id)
-    return kStatusNoSuchRow;
+  const auto parsed = text::parse_number<std::int64_t>(id);
+  if (!parsed || std::to_string(*parsed) != id) return kStatusNoSuchRow;
+  *number = *parsed;
   sqlite::Statement statement(database_.get(), "SELECT 1 FROM log WHERE id = ? AND changes > 0");
   statement.bind(1, *number);
   const int code = statement.step();

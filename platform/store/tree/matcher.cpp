@@ -5,12 +5,11 @@
 // is allocated: key texts are decoded into the match's own buffer, whose use is rolled back with the branch.
 #include "platform/store/tree/matcher.h"
 
-#include <arpa/inet.h>
-
-#include <charconv>
 #include <cstring>
 
+#include "platform/core/address/address.h"
 #include "platform/core/base/log.h"
+#include "platform/core/text/numbers.h"
 #include "platform/store/tree/key_text.h"
 
 namespace kvtree {
@@ -172,27 +171,23 @@ class Matching {
   }
 
   bool decode_number(std::string_view text, unsigned key) {
-    std::uint32_t* number = &match_->numbers[key];
-    const char* end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data(), end, *number);
-    match_->args.arg[key] = {nullptr, number};
-    return error == std::errc() && stopped == end;
+    const std::optional<std::uint32_t> number = text::parse_number(text);
+    match_->numbers[key] = number.value_or(0);
+    match_->args.arg[key] = {nullptr, &match_->numbers[key]};
+    return number.has_value();
   }
 
   bool decode_ipv4(std::string_view text, unsigned key) {
     keep_text(text, key);
-    in_addr address{};
-    if (inet_pton(AF_INET, match_->args.arg[key].text, &address) != 1) return false;
-    match_->numbers[key] = ntohl(address.s_addr);
+    const std::optional<std::uint32_t> address = inet::parse_dotted_quad(text);
+    match_->numbers[key] = address.value_or(0);
     match_->args.arg[key].number = &match_->numbers[key];
-    return true;
+    return address.has_value();
   }
 
   bool decode_address(std::string_view text, unsigned key) {
     keep_text(text, key);
-    const char* decoded = match_->args.arg[key].text;
-    in6_addr address{};
-    return inet_pton(AF_INET, decoded, &address) == 1 || inet_pton(AF_INET6, decoded, &address) == 1;
+    return inet::parse_address(match_->args.arg[key].text).has_value();
   }
 
   bool keep_text(std::string_view text, unsigned key) {

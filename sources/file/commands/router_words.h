@@ -3,12 +3,12 @@
 #pragma once
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <iterator>
 #include <string>
 #include <vector>
 
+#include "platform/core/text/numbers.h"
 #include "sources/file/commands/router_commands.h"
 #include "sources/file/reader/quoted.h"
 
@@ -29,8 +29,10 @@ inline Status report(const RouterCommandContext& context, Status status, const s
 
 inline bool parse_number(const std::string& text, std::uint32_t least, std::uint32_t most,
                          std::uint32_t* number) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
-  return error == std::errc() && end == text.data() + text.size() && *number >= least && *number <= most;
+  const std::optional<std::uint32_t> parsed = text::parse_number(text, most);
+  if (!parsed || *parsed < least) return false;
+  *number = *parsed;
+  return true;
 }
 
 // A word after the name: a keyword, with its value where it takes one.

@@ -1,13 +1,10 @@
 // Quotes the user's texts in messages.
 #pragma once
 
-#include <string>
-#include <string_view>
+#include "platform/core/text/words.h"
 
 namespace router_file {
 
-inline std::string quoted(std::string_view text) {
-  return "\"" + std::string(text) + "\"";
-}
+using text::quoted;
 
 }  // namespace router_file

@@ -30,21 +30,14 @@ RouteProtocol protocol_at(std::size_t position) {
   return is_static ? RouteProtocol::kNetmgmt : static_cast<RouteProtocol>(position + 1);
 }
 
-Address without_host_bits(Address prefix) {
-  for (unsigned bit = prefix.prefix_length; bit < 8 * prefix.octets.size(); ++bit) {
-    prefix.octets[bit / 8] &= static_cast<std::uint8_t>(~(0x80U >> bit % 8));
-  }
-  return prefix;
-}
-
 void read_prefix(const YAML::Node& value, RouteEntry* entry) {
   const std::string text = read_text(value, "a prefix");
   if (text.find('/') == std::string::npos || !router::parse_address(text, &entry->prefix)) {
     refuse(value.Mark(), quoted(text) + " is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
   }
-  const Address intended = without_host_bits(entry->prefix);
-  if (intended != entry->prefix) {
-    refuse(value.Mark(), text + " has host bits set; did you mean " + router::format_address(intended) + "?");
+  const Address& prefix = entry->prefix;
+  if (inet::has_host_bits(prefix.octets, prefix.prefix_length)) {
+    refuse(value.Mark(), inet::host_bits_error(text, {{prefix.family, prefix.octets}, prefix.prefix_length}));
   }
   entry->prefix_mark = value.Mark();
   entry->has_prefix = true;

@@ -1,9 +1,9 @@
 // yaml-cpp keeps both of two equal keys in a map and finds keys by linear search, so maps
 // are walked once, in the order of the text, and each key is looked up in the reader's own table.
 #include "sources/file/reader/yaml_reader.h"
+#include "platform/core/text/numbers.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace router_file {
 
@@ -90,11 +90,9 @@ std::uint32_t read_number(const YAML::Node& value, std::string_view what, std::u
   const std::string expected =
       std::string(what) + " is a number from " + std::to_string(least) + " to " + std::to_string(most);
   const std::string text = plain_scalar(value, expected);
-  std::uint32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool whole = error == std::errc() && end == text.data() + text.size();
-  if (!whole || number < least || number > most) refuse(value.Mark(), expected + ", not \"" + text + "\"");
-  return number;
+  const std::optional<std::uint32_t> number = text::parse_number(text, most);
+  if (!number || *number < least) refuse(value.Mark(), expected + ", not \"" + text + "\"");
+  return *number;
 }
 
 bool read_switch(const YAML::Node& value, std::string_view what) {

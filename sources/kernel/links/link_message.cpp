@@ -183,7 +183,7 @@ bool begin_address(const ifaddrmsg& header, AddressDraft* draft) {
   address.address.prefix_length = header.ifa_prefixlen;
   draft->flags = header.ifa_flags;
   return address.index != 0 && address.index <= 0x7fffffff &&
-         header.ifa_prefixlen <= octets_of(address.address.family) * 8;
+         header.ifa_prefixlen <= inet::bits_of(address.address.family);
 }
 
 bool complete_address(AddressDraft* draft) {

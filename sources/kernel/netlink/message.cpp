@@ -103,10 +103,10 @@ bool read_u8(const nlattr* attribute, std::uint8_t* value) {
 }
 
 bool read_octets(const nlattr* attribute, router::Family family, std::array<std::uint8_t, 16>* octets) {
-  if (mnl_attr_get_payload_len(attribute) != octets_of(family)) {
+  if (mnl_attr_get_payload_len(attribute) != inet::octets_of(family)) {
     return false;
   }
-  std::memcpy(octets->data(), mnl_attr_get_payload(attribute), octets_of(family));
+  std::memcpy(octets->data(), mnl_attr_get_payload(attribute), inet::octets_of(family));
   return true;
 }
 

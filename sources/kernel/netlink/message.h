@@ -52,10 +52,6 @@ bool read_u16(const nlattr* attribute, std::uint16_t* value);
 // False when the attribute is not exactly one address of the family. The rest of *octets is left unchanged.
 bool read_octets(const nlattr* attribute, router::Family family, std::array<std::uint8_t, 16>* octets);
 
-inline std::size_t octets_of(router::Family family) {
-  return family == router::Family::kIpv4 ? 4 : 16;
-}
-
 // For the callbacks of libmnl.
 inline int verdict(bool good) {
   return good ? MNL_CB_OK : MNL_CB_ERROR;

@@ -102,7 +102,7 @@ bool read_via(const nlattr* attribute, RoutePath* path) {
   path->has_gateway = true;
   path->gateway_family = family == AF_INET ? router::Family::kIpv4 : router::Family::kIpv6;
   path->gateway = {};
-  if (size - sizeof family != octets_of(path->gateway_family)) {
+  if (size - sizeof family != inet::octets_of(path->gateway_family)) {
     return false;
   }
   std::copy(octets + sizeof family, octets + size, path->gateway.begin());
@@ -205,17 +205,6 @@ bool discards(std::uint8_t type) {
   return type == RTN_BLACKHOLE || type == RTN_UNREACHABLE || type == RTN_PROHIBIT || type == RTN_THROW;
 }
 
-// REQUIRES: prefix_length <= 128
-bool has_bits_beyond(const router::RouteAddress& address, std::size_t prefix_length) {
-  if (prefix_length == 8 * address.size()) {
-    return false;
-  }
-  const std::size_t whole = prefix_length / 8;
-  const auto rest = address.begin() + static_cast<std::ptrdiff_t>(whole) + 1;
-  return (address[whole] & (0xff >> (prefix_length % 8))) != 0 ||
-         std::any_of(rest, address.end(), [](std::uint8_t octet) { return octet != 0; });
-}
-
 void begin_route(const rtmsg& header, RouteDraft* draft) {
   KernelRoute& route = draft->route;
   route.family = header.rtm_family == AF_INET ? router::Family::kIpv4 : router::Family::kIpv6;
@@ -231,8 +220,8 @@ void begin_route(const rtmsg& header, RouteDraft* draft) {
 bool finish_route(RouteDraft* draft) {
   KernelRoute& route = draft->route;
   if (route.table == 0 || (route.prefix_length != 0 && !draft->has_destination) ||
-      route.prefix_length > octets_of(route.family) * 8 ||
-      has_bits_beyond(route.destination, route.prefix_length) || !finish_path(&draft->path)) {
+      route.prefix_length > inet::bits_of(route.family) ||
+      inet::has_host_bits(route.destination, route.prefix_length) || !finish_path(&draft->path)) {
     return false;
   }
   if (discards(route.type)) {

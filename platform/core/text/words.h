@@ -1,0 +1,21 @@
+// Texts in parts, and lists of words for users.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace text {
+
+// Removes the text up to the separator, which is dropped, from `rest`, or all of it without a separator. For
+// loops `while (!rest.empty())`, in which a separator at the end adds no empty part.
+std::string_view take_until(std::string_view* rest, char separator);
+// All parts.
+std::vector<std::string_view> split(std::string_view whole, char separator);
+
+std::string quoted(std::string_view whole);
+
+// "a", "a or b", "a, b or c".
+std::string alternatives(const std::vector<std::string>& words);
+
+}  // namespace text
