@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/core/evm/test_run_directory.h"
+#include "platform/router/feed/test_support.h"
 
 namespace feed {
 namespace {
@@ -83,14 +84,8 @@ TEST_F(FeedTest, SmallestBatchBoundsAnIterationOfTheLoop) {
   for (std::uint64_t change = 1; change <= 5; ++change) {
     Append(change, Phase::kRecord, change < 4 ? &second_ : &first_, "record");
   }
-  std::vector<std::size_t> delivered;
-  std::function<void()> look = [&] {
-    delivered.push_back(Lines().size());
-    if (delivered.size() < 3) event_post(manager_.get(), look);
-  };
-  event_post(manager_.get(), look);
-  Run();
-  EXPECT_THAT(delivered, ElementsAre(3U, 2U, 0U));
+  EXPECT_THAT(counts_between_batches(manager_.get(), 3, [this] { return Lines().size(); }),
+              ElementsAre(3U, 2U, 0U));
 }
 
 TEST_F(FeedTest, NotificationOfACallbackIsDeliveredAfterIt) {

@@ -39,7 +39,7 @@ class Membership : public router::RouterTest {
   void LoseConnection();
   static void RestoreService() { fault_disarm_all(); }
   // The calls of the callbacks since the last one: "+vrf red 10", "-if 1 red 10", ...
-  std::vector<std::string> Calls();
+  static std::vector<std::string> Calls();
 
   static int NoteDrop(void* client);
   static void NoteVrf(VmapMemberDatabase* database, VmapEvent kind, const VmapVrfItem* item);
