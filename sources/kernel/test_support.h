@@ -134,6 +134,32 @@ inline std::vector<Event> Parse(const Octets& datagram, ParseReport* report = nu
   return events;
 }
 
+// The event of a message that has one, of this type.
+template <class What, class AnyEvent>
+What OnlyEvent(const std::vector<AnyEvent>& events) {
+  if (events.size() != 1 || !std::holds_alternative<What>(events[0])) {
+    ADD_FAILURE() << "not one such event but " << events.size() << " events";
+    return {};
+  }
+  return std::get<What>(events[0]);
+}
+
+template <class Parser>
+void ExpectNoEvents(Parser parse, const Octets& datagram, unsigned malformed) {
+  ParseReport report;
+  EXPECT_TRUE(parse(datagram, &report).empty());
+  EXPECT_EQ(report.malformed, malformed);
+}
+
+inline Link VrfLink(const std::string& name, std::uint32_t index, std::uint32_t table) {
+  Link link;
+  link.index = index;
+  link.name = name;
+  link.is_vrf = true;
+  link.vrf_table = table;
+  return link;
+}
+
 // A recording: datagrams as received, each preceded by its length in four octets, most significant first.
 inline std::vector<Octets> ReadRecording(const std::string& name) {
   std::ifstream file("tests/data/netlink/" + name, std::ios::binary);

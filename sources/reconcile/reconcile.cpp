@@ -12,6 +12,7 @@
 // A refused deletion leaves the VRF as it is: the VRF that replaces it is not created.
 #include "sources/reconcile/reconcile.h"
 
+#include <array>
 #include <set>
 #include <unordered_map>
 #include <unordered_set>
@@ -26,29 +27,9 @@ using router::Interface;
 using router::Router;
 using router::Vrf;
 
-const char* operation_text(Operation operation) {
-  switch (operation) {
-    case Operation::kReferenceVrf:
-      return "reference VRF";
-    case Operation::kEndReference:
-      return "end the reference to VRF";
-    case Operation::kCreateVrf:
-      return "create VRF";
-    case Operation::kChangeVrf:
-      return "change VRF";
-    case Operation::kDeleteVrf:
-      return "delete VRF";
-    case Operation::kAddInterface:
-      return "add interface";
-    case Operation::kChangeInterface:
-      return "change interface";
-    case Operation::kMoveInterface:
-      return "move interface";
-    case Operation::kRemoveInterface:
-      return "remove interface";
-  }
-  return "";
-}
+constexpr std::array kOperationTexts{
+    "reference VRF", "end the reference to VRF", "create VRF",     "change VRF",      "delete VRF",
+    "add interface", "change interface",         "move interface", "remove interface"};  // by Operation
 
 bool same_details(const Interface& left, const Interface& right) {
   return left.name == right.name && left.description == right.description && left.up == right.up &&
@@ -273,7 +254,8 @@ Status Run::move_interface(const Interface& changed) {
 }  // namespace
 
 std::string Refusal::text() const {
-  return "cannot " + std::string(operation_text(operation)) + " " + name + ": " + err_text(status);
+  return "cannot " + std::string(kOperationTexts.at(static_cast<std::size_t>(operation))) + " " + name +
+         ": " + err_text(status);
 }
 
 std::string temporary_name(std::uint32_t index) {

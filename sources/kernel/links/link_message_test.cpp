@@ -18,33 +18,19 @@ LinkMessage Port(const std::string& slave_kind) {
 }
 
 Link OneLink(const LinkMessage& message) {
-  const std::vector<Event> events = Parse(Encode(message));
-  if (events.size() != 1 || !std::holds_alternative<LinkSeen>(events[0])) {
-    ADD_FAILURE() << "not one link but " << events.size() << " events";
-    return {};
-  }
-  return std::get<LinkSeen>(events[0]).link;
+  return OnlyEvent<LinkSeen>(Parse(Encode(message))).link;
 }
 
 LinkAddress OneAddress(const AddressMessage& message) {
-  const std::vector<Event> events = Parse(Encode(message));
-  if (events.size() != 1 || !std::holds_alternative<AddressSeen>(events[0])) {
-    ADD_FAILURE() << "not one address but " << events.size() << " events";
-    return {};
-  }
-  return std::get<AddressSeen>(events[0]).address;
+  return OnlyEvent<AddressSeen>(Parse(Encode(message))).address;
 }
 
 void ExpectMalformed(const Octets& datagram) {
-  ParseReport report;
-  EXPECT_TRUE(Parse(datagram, &report).empty());
-  EXPECT_EQ(report.malformed, 1U);
+  ExpectNoEvents(Parse, datagram, 1);
 }
 
 void ExpectIgnored(const Octets& datagram) {
-  ParseReport report;
-  EXPECT_TRUE(Parse(datagram, &report).empty());
-  EXPECT_EQ(report.malformed, 0U);
+  ExpectNoEvents(Parse, datagram, 0);
 }
 
 TEST(LinkMessages, VrfDeviceHasItsTable) {

@@ -16,12 +16,7 @@ using ::testing::IsEmpty;
 class KernelModel : public ::testing::Test {
  protected:
   void AddVrf(const std::string& name, std::uint32_t index, std::uint32_t table) {
-    Link link;
-    link.index = index;
-    link.name = name;
-    link.is_vrf = true;
-    link.vrf_table = table;
-    mirror_.apply(LinkSeen{link});
+    mirror_.apply(LinkSeen{VrfLink(name, index, table)});
   }
   void AddLink(const std::string& name, std::uint32_t index, std::uint32_t master = 0, bool up = false) {
     Link link;

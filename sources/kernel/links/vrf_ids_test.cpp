@@ -10,6 +10,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/files/temporary_directory.h"
 #include "sources/kernel/links/reconciler.h"
+#include "sources/kernel/test_support.h"
 
 namespace kernel {
 namespace {
@@ -36,12 +37,7 @@ class VrfIdsTest : public ::testing::Test {
 
   // The daemon does not see it before Settle() or Restart().
   void AddUnseen(const std::string& name, std::uint32_t index, std::uint32_t table) {
-    Link link;
-    link.index = index;
-    link.name = name;
-    link.is_vrf = true;
-    link.vrf_table = table;
-    mirror_.apply(LinkSeen{link});
+    mirror_.apply(LinkSeen{VrfLink(name, index, table)});
   }
   void Add(const std::string& name, std::uint32_t index, std::uint32_t table) {
     AddUnseen(name, index, table);

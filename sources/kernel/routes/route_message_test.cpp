@@ -13,12 +13,7 @@ constexpr std::array<std::uint8_t, 4> kDiscarding{RTN_BLACKHOLE, RTN_UNREACHABLE
 
 template <class What, class Message>
 What One(const Message& message) {
-  const std::vector<RouteEvent> events = ParseRoutes(Encode(message));
-  if (events.size() != 1 || !std::holds_alternative<What>(events[0])) {
-    ADD_FAILURE() << "not one such event but " << events.size() << " events";
-    return {};
-  }
-  return std::get<What>(events[0]);
+  return OnlyEvent<What>(ParseRoutes(Encode(message)));
 }
 KernelRoute OneRoute(const RouteMessage& message) {
   return One<RouteSeen>(message).route;
@@ -36,14 +31,10 @@ router::RouteAddress Octets16(const std::string& text) {
 }
 
 void ExpectMalformed(const Octets& datagram) {
-  ParseReport report;
-  EXPECT_TRUE(ParseRoutes(datagram, &report).empty());
-  EXPECT_EQ(report.malformed, 1U);
+  ExpectNoEvents(ParseRoutes, datagram, 1);
 }
 void ExpectIgnored(const Octets& datagram) {
-  ParseReport report;
-  EXPECT_TRUE(ParseRoutes(datagram, &report).empty());
-  EXPECT_EQ(report.malformed, 0U);
+  ExpectNoEvents(ParseRoutes, datagram, 0);
 }
 
 TEST(KernelRoutes, PrefixTableProtocolAndPriority) {
