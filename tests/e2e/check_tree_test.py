@@ -72,6 +72,11 @@ class Documents(unittest.TestCase):
         self.assertEqual(self.missing("`/etc/snmp/snmpd.conf` `lib/systemd/system` `a/b` `router.yaml` "
                                       "[r](https://example.org/x.h)"), [])
 
+    def test_service_that_is_not_described_is_reported(self):
+        files = {"platform/core/evm/evm.h", "platform/router/model/router.h", "mpls/vpn/mib/src/vrf/entry.cpp", "cli/main.cpp"}
+        self.assertEqual(check_tree.undescribed_folders(files, "| `evm`, `timer` | ... |\n| `vrf/` | ... |"),
+                         ["platform/router/model/ is not described in docs/architecture.md"])
+
     def test_tests_that_do_not_exist_are_reported(self):
         text = "`Suite.Test` `Suite.*` `Other.Test` `LinkThatIsDownRaisesDown` `SnmpAdminString`"
         errors = check_tree.missing_tests("docs/b.md", text, {"Suite.Test", "Suite.*"})
