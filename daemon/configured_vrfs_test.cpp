@@ -1,5 +1,5 @@
-// The daemon on the platform that keeps VRFs for their configuration: what it knows of a VRF through the
-// VRF's absence, and what it counts on interfaces that come and go.
+// The daemon with references by configuration: what it retains of a VRF that is deleted and created again,
+// and what it counts on interfaces that leave and join.
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
 #include "mpls/vpn/mib/src/configuration/protocols.h"
 #include "platform/config/owners.h"

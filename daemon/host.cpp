@@ -48,7 +48,7 @@ namespace {
 constexpr char kMainManager[] = "/dev/mpls/vpn/main";
 constexpr char kProviderPath[] = "/oper/mpls_vpn/gl/";
 constexpr char kTrapSubscriber[] = "snmp";  // the SNMP sub-agent
-constexpr std::size_t kTrapQueue = 4096;    // traps that wait for it while it or its master agent is away
+constexpr std::size_t kTrapQueue = 4096;    // traps for it while it or its master agent is down
 
 struct Host {
   router::Router model;
@@ -56,11 +56,11 @@ struct Host {
 };
 
 Host& host() {
-  static auto* const instance = new Host;  // lives as long as the process: services keep pointers into it
+  static auto* const instance = new Host;  // never destroyed: services have pointers into it
   return *instance;
 }
 
-// Adds the sources and loads them. What other kinds of source configured once must not stay effective.
+// Adds the sources and loads them. Configuration of other kinds of source must not stay effective.
 bool load_router(const Settings& settings, std::string* error) {
   for (const SourceKind& kind : source_kinds()) {
     if (&kind != settings.source && kind.release(error) != kStatusOk) return false;
@@ -79,7 +79,7 @@ bool load_routing_suite(const Settings& settings, std::string* error) {
   return host().sources.back()->load(error) == kStatusOk;
 }
 
-// Does not return when a source cannot be started: the model would stay as it is for ever.
+// Does not return when a source cannot be started: the model would never change.
 void start_sources(EventManager* manager) {
   for (const auto& source : host().sources) {
     if (const Status status = source->start(manager)) {
@@ -90,7 +90,7 @@ void start_sources(EventManager* manager) {
   }
 }
 
-// A failure here is a failure to serve at all.
+// A failure here ends the process: it could not serve requests.
 void start_on_main_manager(EventManager* manager) {
   if (std::string(event_manager_name(manager)) != kMainManager) return;
   if (const Status status = kvtree_serve(manager)) {
@@ -121,7 +121,7 @@ bool make_directory(const std::string& directory) {
   return false;
 }
 
-// A daemon without its configuration would be silent where its operator switched traps on.
+// Without its configuration the daemon would send no traps although the operator enabled them.
 bool prepare_store() {
   if (const Status status = vrf_config::register_configuration()) {
     log_error("mpls_vpn_mib", "cannot register the owners of the configuration: %s", err_text(status));

@@ -3,10 +3,10 @@
 
 namespace daemon_host {
 
-// Reads the settings, loads the source into the router model and attaches the services, so that everything
-// the router has is there before the daemon registers for it; live changes and the data store's server start
-// with the main event manager. Returns 0, or the process's exit status after saying why. Call once, before
-// the daemon's own main; the model lives until the process ends.
+// Reads the settings, loads the source into the router model and attaches the services, so that the model is
+// complete before the daemon registers. Live changes and the data store's server start with the main event
+// manager. Returns 0, or the exit status of the process after logging the reason. Call it once, before the
+// daemon's own main.
 [[nodiscard]] int start_host();
 
 }  // namespace daemon_host

@@ -1,6 +1,5 @@
-// mpls_vpn_mib: the router and its services first, then the daemon, which never returns but for a failed
-// start-up. The daemon takes no options of its own: its settings are files and environment variables
-// (README.md).
+// mpls_vpn_mib: starts the router and its services, then the daemon, which returns only when its start-up
+// failed. There are no options: settings are files and environment variables (README.md).
 #include <signal.h>
 
 #include "daemon/host.h"

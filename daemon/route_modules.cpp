@@ -1,5 +1,4 @@
-// See route_modules.h. The modules are the daemon's, loaded by its own functions. The check before the
-// requests is in place only while a module is missing.
+// The daemon's own functions load the modules. Requests are checked only while a module is missing.
 #include "daemon/route_modules.h"
 
 #include <string>

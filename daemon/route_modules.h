@@ -1,4 +1,4 @@
-// Whether routes can be shown: the routing table's modules are looked for when the process starts.
+// Loads the routing table's modules when the process starts; without them routes cannot be shown.
 #pragma once
 
 namespace daemon_host {

@@ -76,7 +76,7 @@ void take_settings(const YAML::Node& root, const std::filesystem::path& folder, 
   take_frr(root["frr"], settings);
 }
 
-// Whether the file is there. A missing folder is probably a wrong name in the environment.
+// Whether the file exists. A missing folder is probably a wrong name in the environment.
 bool find_file(const std::filesystem::path& folder, const std::string& file, Settings* settings) {
   if (std::filesystem::exists(file)) return true;
   if (!std::filesystem::exists(folder)) {

@@ -18,13 +18,13 @@ struct Settings {
   std::string
       router_file;  // absolute, or relative to the working directory; empty unless the source needs one
   std::vector<std::string> frr_shell;  // the routing suite's shell and its arguments; empty: not followed
-  bool frr_wanted = false;             // by name, not by default: a suite that cannot be followed is logged
-  std::string notice;                  // what the operator should know; empty for nothing
+  bool frr_wanted = false;             // named, not by default: a suite that cannot be followed is logged
+  std::string notice;                  // a warning for the operator; empty for none
 };
 
 // False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value,
-// or names a file source without a router file. A missing file gives the defaults, a missing folder a notice,
-// too.
+// or names a file source without a router file. A missing file means the defaults; a missing folder also sets
+// the notice.
 [[nodiscard]] bool read_settings(const std::string& config_directory, Settings* settings, std::string* error);
 
 }  // namespace daemon_host

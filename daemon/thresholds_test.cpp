@@ -69,7 +69,7 @@ class Thresholds : public Configured<TrapTest> {
     PassSeconds(1);
     Run();
   }
-  // Another process: nothing that this one derived is left.
+  // Another process: what this one derived is lost.
   void RestartProcess() {
     rib_threshold_detach();
     ASSERT_EQ(rib_threshold_attach(&router_, manager_), kStatusOk);

@@ -17,9 +17,9 @@
 void bgp_vpn_attach(router::Router* model);
 
 // How AS numbers are shown (RFC 5396): 4200000000 as "4200000000" or, in asdot and asdot+, as "64086.59904".
-// A smaller one than 65536 reads the same in every format, so that no two route targets (or distinguishers)
-// that differ in type alone have one text: "65000:100" has it in two octets, "0.65000:100" in four. Here
-// asdot+ differs from asdot in its name only.
+// An AS number below 65536 has the same text in every format, so that two route targets (or distinguishers)
+// that differ only in type have different texts: "65000:100" has two octets, "0.65000:100" has four. Here
+// asdot+ differs from asdot only by its name.
 enum class BgpAsnFormat : std::uint32_t { kAsplain = 0, kAsdot = 1, kAsdotPlus = 2 };
 // Sets the format; a later change of the configured format overrides it. Without a subscriber it takes effect
 // at once, else on the manager's loop: every effective route target whose text changes is notified to its
@@ -64,10 +64,10 @@ void bgp_vpn_rd_unregister_cb();
 //   4, 5  upper and lower 16 bits of the AS number; the upper ones are 0 for type 0
 //   6     number assigned by the AS: of 32 bits for type 0, of 16 bits for type 2
 //   7, 8  the address, and the number of 16 bits assigned by its owner
-//   9     not looked at
+//   9     ignored
 //
-// Only what the type needs has to be there. kStatusArgumentMissing when it is not; kStatusInvalid for another
-// type, a number that does not fit, or a text that does not. Nothing is changed then. Fault point
+// Only the arguments of the type are required. kStatusArgumentMissing without them; kStatusInvalid for
+// another type, or for a number or text that does not fit. On a failure nothing is written. Fault point
 // "bgp_vpn_extract_rt".
 [[nodiscard]] Status bgp_vpn_extract_rt(const RequestArgs* args, std::uint32_t size, char* text,
                                         std::uint32_t* afi, std::uint32_t* safi);

@@ -27,7 +27,7 @@ struct TargetTable {
   std::multiset<std::string> rows;
   std::vector<std::string> reports;  // "+text" and "-text"
   std::size_t fewest = SIZE_MAX;
-  std::size_t misses = 0;  // deletions of what was not there
+  std::size_t misses = 0;  // deletions of unknown targets
 
   static TargetTable& instance() {
     static TargetTable table;
@@ -176,7 +176,7 @@ TEST_F(ConfiguredFormat, PendingChangesAreAppliedInOrder) {
   Post({Format("asdot")});
   EventContext context{manager_.get(), buffer_.data(), buffer_.size(), 0};
   ASSERT_EQ(event_wait_for(&context, 0), 0);
-  event_dispatch(&context);  // the notification, which posts what follows from it
+  event_dispatch(&context);  // the notification, which posts further events
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
   bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
   Post({Target("65536:2")});

@@ -476,7 +476,7 @@ TEST_F(RouteStoreRows, ChangedTablesAreTakenOnce) {
   Put(kRed6, MakeRoute("2001:db8::/32"));
   EXPECT_THAT(TakeChanged(), ElementsAre(kRed, kRed6));
   EXPECT_THAT(TakeChanged(), IsEmpty());
-  Put("10.0.0.0/8");  // as it was
+  Put("10.0.0.0/8");  // unchanged
   EXPECT_THAT(TakeChanged(), IsEmpty());
 }
 
@@ -525,7 +525,7 @@ TEST_F(RouteStoreRows, FreedRowsReleaseTheirLabels) {
   Put(kRed, labelled);
   store_.clear(kRed);
   labelled.key = MakeKey("11.0.0.0/8", "192.0.2.1");
-  Put(kRed, labelled);  // shares the labels with the row that waits
+  Put(kRed, labelled);  // shares the labels with the pending row
   EXPECT_FALSE(store_.release_some(100));
   EXPECT_THAT(Find(kRed, "11.0.0.0/8", "192.0.2.1").labels, ElementsAre(100));
 }

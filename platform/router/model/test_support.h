@@ -1,4 +1,4 @@
-// A router model with one listening observer of each rank, for the model's own tests.
+// A router model with one recording observer of each rank, for the model's own tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -36,7 +36,7 @@ class Listener : public Observer {
 
 class RouterModel : public RouterTest {
  protected:
-  RouterModel() {  // in an order that is not that of the ranks
+  RouterModel() {  // registered in another order than that of the ranks
     router_.observe(ObserverRank::kOther, &other_);
     router_.observe(ObserverRank::kRecords, &records_);
     router_.observe(ObserverRank::kMembership, &members_);

@@ -1,4 +1,4 @@
-// Names of interfaces by handle, and control servers that went stale.
+// Names of interfaces by handle, and stale control servers.
 #include "platform/router/qic/qic.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// Thresholds that are configured, changed and taken away, and what a start finds.
+// Thresholds that are configured, changed and removed, and the evaluation at the start.
 #include "platform/router/rib_threshold/test_support.h"
 #include "platform/store/tree/tuple.h"
 
@@ -157,7 +157,7 @@ TEST_F(ConfiguredThresholds, AttachingTwiceAndToNothingIsRefused) {
   rib_threshold_detach();
   EXPECT_EQ(rib_threshold_attach(nullptr, manager_), kStatusInvalid);
   EXPECT_EQ(rib_threshold_attach(&router_, nullptr), kStatusInvalid);
-  rib_threshold_detach();  // of nothing
+  rib_threshold_detach();  // not attached
 }
 
 TEST_F(ConfiguredThresholds, FailedAttachingLeavesNothingAttached) {

@@ -1,9 +1,8 @@
-// The two records of the routing table's threshold events, as their readers know them: the type names,
+// The two records of the routing table's threshold events: their type names,
 // versions and layouts are a contract with every process that decodes them.
 //
-// The owner of the events describes them for itself; a reader has a description of its own, and an encoded
-// record carries its type name and a hash of its schema, so that two descriptions that drift apart are
-// noticed (kStatusBadEncoding).
+// Sender and reader each have a description of the records. An encoded record carries its type name and a
+// hash of its schema, so that decoding with a different description fails (kStatusBadEncoding).
 #pragma once
 
 #include <cstdint>
@@ -32,7 +31,7 @@ static_assert(sizeof(MaximumThreshold) == 16);
 extern const ParcelDescription kMidThresholdParcel;
 extern const ParcelDescription kMaximumThresholdParcel;
 
-// *value: the record as a node's value. What parcel_encode answers.
+// Encodes the record as a node's value. Returns the status of parcel_encode.
 [[nodiscard]] Status encode(const MidThreshold& record, KvValue* value);
 [[nodiscard]] Status encode(const MaximumThreshold& record, KvValue* value);
 

@@ -1,4 +1,4 @@
-// VRFs and tables that come and go while thresholds are watched.
+// VRFs and tables that are added and removed while thresholds are watched.
 #include "platform/router/rib_threshold/test_support.h"
 
 namespace rib_threshold {

@@ -97,9 +97,8 @@ class RibThresholdTest : public router::RouterTest {
     Run();
     return ReportedSoFar();
   }
-  std::vector<std::string> ReportedSoFar() {
-    return std::exchange(reported(), {});
-  }  // without the event loop
+  // The same without running the event loop.
+  std::vector<std::string> ReportedSoFar() { return std::exchange(reported(), {}); }
   std::vector<std::string> Published() {
     published().clear();
     KvConnection* connection = Register(note_published);

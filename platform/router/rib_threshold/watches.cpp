@@ -1,5 +1,3 @@
-// Evaluation one VRF's tables and publishing what crossed: see watches.h.
-//
 // A crossing is recorded only after it was published, so an event that failed is retried at the next
 // evaluation.
 #include "platform/router/rib_threshold/watches.h"
@@ -33,7 +31,7 @@ bool publish(const TableWatch& watch, const char* item, const Record& record) {
   return status == kStatusOk;
 }
 
-// A node that is not there was never set.
+// A node that does not exist was never set.
 void withdraw(const TableWatch& watch, const char* item) {
   const Status status = kvtree_delete(node_path(watch, item));
   if (status == kStatusOk || status == kStatusNoSuchRow) return;
@@ -66,7 +64,7 @@ void evaluate_mid(TableWatch* watch, const TableNow& now) {
   watch->mid_exceeded = false;
 }
 
-// True when it is not as it was. The clearing is settle()'s.
+// True when the state has changed. settle() reports the clearing.
 bool evaluate_maximum(TableWatch* watch, const TableNow& now) {
   const bool above = watch->configured.maximum != 0 && now.routes >= watch->configured.maximum;
   if (above == watch->maximum_exceeded) return false;

@@ -18,7 +18,7 @@
 
 namespace vmap {
 
-// One item as it will be delivered; complete in itself.
+// One item as it will be delivered.
 struct Event {
   VmapEvent kind = VmapEvent::kUpdate;
   bool is_vrf = false;

@@ -1,4 +1,4 @@
-// What is reported of changes of route distinguishers and route targets.
+// Reports of changes of route distinguishers and route targets.
 #include "platform/router/vpn_events/vpn_events.h"
 
 #include <gmock/gmock.h>
@@ -337,7 +337,7 @@ TEST_F(VpnEvents, AttachingFailsAsItsStepsDo) {
   EXPECT_EQ(vpn_events_attach(&router_, manager_), kStatusExists);
   Make("cli", {"vrf red rd 65000:1"});
   vpn_events_detach();
-  EXPECT_THAT(Reported(), IsEmpty()) << "what was not sent is forgotten";
+  EXPECT_THAT(Reported(), IsEmpty()) << "pending reports are dropped";
   EXPECT_THAT(Commit("cli", {"vrf red rd 65000:2"}), IsEmpty());
 }
 

@@ -208,7 +208,7 @@ TEST_F(Records, ChangesThatCancelOutAreAllReportedInOrder) {
   EXPECT_EQ(StatesOf("ge0"), "up up");
 }
 
-// What a callback that asks for the states of ge0 and ge1 sees.
+// The states of ge0 and ge1 as looked up in each callback.
 std::vector<std::string> seen_states;
 
 Status see_states(const char* if_name, const char* /*vrf_name*/) {

@@ -29,7 +29,7 @@ class Records : public router::RouterTest {
               std::uint32_t ipv6_table = 0);
   void Reference(const std::string& name) { ASSERT_EQ(router_.reference_vrf(name), kStatusOk); }
   void Unreference(const std::string& name) { ASSERT_EQ(router_.unreference_vrf(name), kStatusOk); }
-  // With an address of either family, so that its link decides.
+  // With an address of each family, so that its states depend on the link.
   void AddUsableInterface(const std::string& name, std::uint32_t index, const std::string& vrf = "default");
   void AddAddress(const std::string& name, const std::string& address);
   void RemoveAddresses(const std::string& name);
@@ -54,7 +54,7 @@ class Records : public router::RouterTest {
   std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
 };
 
-void note_line(const std::string& line);  // among those of the callbacks
+void note_line(const std::string& line);  // adds a line to those of the callbacks
 // The client's callbacks: "vrf red 10 event 1", "if ge0 in red changes 1 1 record ge0".
 Status note_vrf(const char* vrf_name);
 Status note_interface(const char* if_name, const char* vrf_name);
