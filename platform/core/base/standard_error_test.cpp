@@ -218,7 +218,7 @@ TEST_F(StandardError, FileIsWrittenFromItsCurrentOffset) {
   EXPECT_STREQ(text, "one\ntwo\n");
 }
 
-TEST_F(StandardError, PipeThatCannotBeOpenedAnewIsWrittenToWhileItHasRoom) {
+TEST_F(StandardError, PipeThatCannotBeReopenedIsWrittenToWhileItHasRoom) {
   const ScopedFault fault("standard_error_open", kStatusAccess, 1, 0);
   WriteToPipe();
   ExpectRecoveryAfterReading();

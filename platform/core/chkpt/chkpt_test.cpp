@@ -129,7 +129,7 @@ TEST_F(CheckpointTest, UnknownKeyIsNotFound) {
   EXPECT_STREQ(err_text(kStatusChkptKeyNotFound), "No checkpoint record of this key");
 }
 
-TEST_F(CheckpointTest, WhatCannotBeAKeyIsAMappingErrorAndCannotBeCreated) {
+TEST_F(CheckpointTest, InvalidKeyIsAMappingErrorAndCannotBeCreated) {
   Start();
   Create("key1");
   std::uint64_t object_id = 0;
@@ -142,7 +142,7 @@ TEST_F(CheckpointTest, WhatCannotBeAKeyIsAMappingErrorAndCannotBeCreated) {
   EXPECT_EQ(chkpt_create(table, long_key.data(), long_key.size(), &object_id), kStatusInvalid);
 }
 
-TEST_F(CheckpointTest, KeysOfAnySizeWhereTheTableSaysSo) {
+TEST_F(CheckpointTest, TableMayAllowKeysOfAnySize) {
   descriptor.key_kind = 0;
   Start();
   Put("a", "1");
@@ -210,7 +210,7 @@ TEST_F(CheckpointTest, KeyOfADeletedRecordIsFreeForANewOneInTheSameTurn) {
   EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "new"}));
 }
 
-TEST_F(CheckpointTest, ObjectIdsAreNeverUsedAgain) {
+TEST_F(CheckpointTest, ObjectIdsAreNeverReused) {
   Start();
   Create("key1");
   const std::uint64_t highest = Create("key2");
@@ -367,7 +367,7 @@ TEST_F(CheckpointTest, ChangesThatCannotBeWrittenAreRetainedAndWrittenLater) {
   EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "last"}));
 }
 
-TEST_F(CheckpointTest, DiskThatIsFullForAWhileLosesNothing) {
+TEST_F(CheckpointTest, TemporarilyFullDiskLosesNothing) {
   ManualClock clock(1000);
   Start();
   Put("key1", "one");
@@ -389,7 +389,7 @@ TEST_F(CheckpointTest, DiskThatIsFullForAWhileLosesNothing) {
   EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "three"}, Row{"key2", std::string(2000, 'x')}));
 }
 
-TEST_F(CheckpointTest, EndSaysWhatIsLost) {
+TEST_F(CheckpointTest, EndReportsTheLoss) {
   Start();
   Put("key1", "one");
   ASSERT_EQ(chkpt_flush(), kStatusOk);

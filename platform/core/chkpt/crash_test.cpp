@@ -127,7 +127,7 @@ TEST_F(CheckpointCrashTest, FileCutAtEveryPageOpensOrIsSetAside) {
 }
 
 // The first start is cut too: what it leaves is a new database again, or one with the table.
-TEST_F(CheckpointCrashTest, FirstStartCutAnywhereStartsAgain) {
+TEST_F(CheckpointCrashTest, FirstStartThatIsInterruptedAnywhereIsRepeated) {
   Start();
   const std::string first_file = ReadFile(File());
   const std::string first_log = ReadFile(Log());

@@ -83,7 +83,7 @@ TEST_F(CheckpointDamageTest, DatabaseWithoutItsTablesIsSetAside) {
   ExpectSetAside("no such table: record_table");
 }
 
-TEST_F(CheckpointDamageTest, RecordThatMakesNoSenseSetsTheDatabaseAside) {
+TEST_F(CheckpointDamageTest, InvalidRecordSetsTheDatabaseAside) {
   for (const char* sql : {"UPDATE record SET table_row = 99", "UPDATE record SET object_id = -1",
                           "INSERT INTO record(table_row, key, data) SELECT table_row, key, data FROM record",
                           "UPDATE record SET key = 'text'", "UPDATE record SET data = 5"}) {
@@ -124,7 +124,7 @@ TEST_F(CheckpointDamageTest, LogWithoutItsDatabaseIsSetAside) {
   ExpectSetAside("its write-ahead log exists without it");
 }
 
-TEST_F(CheckpointDamageTest, EachUnusableDatabaseGetsANameOfItsOwn) {
+TEST_F(CheckpointDamageTest, EachUnusableDatabaseGetsItsOwnName) {
   WriteFile(File(), "first");
   ExpectSetAside("cannot be used", 1);
   chkpt_end();
@@ -170,7 +170,7 @@ TEST_F(CheckpointDamageTest, StateDirectoryIsMade) {
   EXPECT_TRUE(Exists(File()));
 }
 
-TEST_F(CheckpointDamageTest, StateDirectoryThatCannotBeMadeIsAnError) {
+TEST_F(CheckpointDamageTest, StateDirectoryThatCannotBeCreatedIsAnError) {
   UseStateDirectory(directory.path() + "/no/such");
   CaptureStderr();
   EXPECT_EQ(chkpt_init(&application, manager), static_cast<Status>(ENOENT));
@@ -180,14 +180,14 @@ TEST_F(CheckpointDamageTest, StateDirectoryThatCannotBeMadeIsAnError) {
   EXPECT_EQ(chkpt_init(&application, manager), static_cast<Status>(ENOTDIR));
 }
 
-TEST_F(CheckpointDamageTest, DirectoryThatMayNotBeWrittenIsAnError) {
+TEST_F(CheckpointDamageTest, UnwritableDirectoryIsAnError) {
   ASSERT_EQ(chmod(state.c_str(), 0555), 0);
   EXPECT_EQ(InitUnprivileged(), kStatusAccess);
   ASSERT_EQ(chmod(state.c_str(), 0755), 0);
   EXPECT_FALSE(Exists(File()));
 }
 
-TEST_F(CheckpointDamageTest, DatabaseThatMayNotBeWrittenIsAnErrorAndLeftAlone) {
+TEST_F(CheckpointDamageTest, UnwritableDatabaseIsAnErrorAndLeftAlone) {
   MakeDatabase();
   const std::string file = ReadFile(File());
   ASSERT_EQ(chmod(File().c_str(), 0444), 0);

@@ -119,7 +119,7 @@ TEST_F(DebugTest, InitialisationRefusesAFlagThatIsNotAtItsIndex) {
   EXPECT_EQ(debug_init_event(&flags_[1], flags_, 1, 7, "", 1), kStatusInvalid);
 }
 
-TEST_F(DebugTest, RegistrationRefusesWhatCannotBeServed) {
+TEST_F(DebugTest, RegistrationRefusesInvalidArguments) {
   DebugFlag unprepared[1] = {};
   EXPECT_EQ(debug_register(nullptr, flags_, 3, manager_), kStatusInvalid);
   EXPECT_EQ(debug_register("", flags_, 3, manager_), kStatusInvalid);
@@ -396,7 +396,7 @@ TEST_F(DebugTest, LongPrintIsCut) {
 
 class MalformedRequest : public DebugTest, public testing::WithParamInterface<std::pair<int, std::string>> {};
 
-TEST_P(MalformedRequest, ClosesThatClientOnly) {
+TEST_P(MalformedRequest, ClosesOnlyItsClient) {
   Register();
   DebugClient other(DebugClient::default_socket());
   Connect(&other);

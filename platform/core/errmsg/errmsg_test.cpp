@@ -100,7 +100,7 @@ TEST_F(ErrmsgTest, SystemLogGetsTheLineWithTheRecordsSeverity) {
             "%MPLS_VPN_MIB-OS-3-ERR_DLL_LOAD : Cannot load DLL: mib/libipv4_forwardmib.dll ");
 }
 
-TEST_F(ErrmsgTest, ArgumentsAreNotTakenForFormats) {
+TEST_F(ErrmsgTest, ArgumentsAreNotFormats) {
   errmsg_post(&kInit, "error in event_manager_create for main_evm: %s\n", "text");
   EXPECT_EQ(system_log().text,
             "%MPLS_VPN_MIB-OS-3-ERR_INIT : error in event_manager_create for main_evm: %s\n : text");

@@ -82,7 +82,7 @@ TEST_F(ManagedConnectionTest, OpenCallsTheHandlerAtOnce) {
   EXPECT_TRUE(event_conn_is_open(connection));
 }
 
-TEST_F(ManagedConnectionTest, OpeningAnOpenConnectionDoesNothing) {
+TEST_F(ManagedConnectionTest, OpeningAnOpenConnectionHasNoEffect) {
   ASSERT_EQ(event_conn_open(connection), kStatusOk);
   EXPECT_EQ(event_conn_open(connection), kStatusOk);
   EXPECT_EQ(service.opens, 1);
@@ -105,7 +105,7 @@ TEST_F(ManagedConnectionTest, FailedOpenIsRetriedWithBackOffUpToFiveSeconds) {
   EXPECT_EQ(service.opens, opens + 1);
 }
 
-TEST_F(ManagedConnectionTest, BackOffBeginsAnewAfterASuccess) {
+TEST_F(ManagedConnectionTest, BackOffRestartsAfterASuccess) {
   service.refuses = true;
   EXPECT_EQ(event_conn_open(connection), kStatusConnectionRetry);
   Advance(100 * kMillisecond);
@@ -133,7 +133,7 @@ TEST_F(ManagedConnectionTest, HangUpCallsTheCloseHandlerOnceAndOpensAgain) {
   EXPECT_TRUE(event_conn_is_open(connection));
 }
 
-TEST_F(ManagedConnectionTest, ThePeerSeesTheEndThatTheCloseHandlerMakes) {
+TEST_F(ManagedConnectionTest, PeerSeesTheCloseHandlersClose) {
   ASSERT_EQ(event_conn_open(connection), kStatusOk);
   ASSERT_EQ(shutdown(service.server, SHUT_WR), 0);  // half closed: an end too
   event_run_pending(manager);
@@ -169,7 +169,7 @@ TEST_F(ManagedConnectionTest, WithoutTheRetryOptionAFailedOpenIsFinal) {
   event_conn_destroy(once);
 }
 
-TEST_F(ManagedConnectionTest, MaskChoosesWhatHappensAtTheEnd) {
+TEST_F(ManagedConnectionTest, MaskSelectsTheActionsAtTheEnd) {
   ASSERT_EQ(event_conn_notify(connection, kEventConnClosed, Service::Close), kStatusOk);
   ASSERT_EQ(event_conn_open(connection), kStatusOk);
   service.HangUp();
@@ -271,7 +271,7 @@ TEST_F(ManagedConnectionTest, EachOperationFailsAtItsFaultPoint) {
   EXPECT_EQ(service.opens, 0);
 }
 
-TEST_F(ManagedConnectionTest, OpenThatIsMadeToAnswerRetryIsRetried) {
+TEST_F(ManagedConnectionTest, OpenWithAnInjectedRetryIsRetried) {
   {
     const ScopedFault fault("event_conn_open", kStatusConnectionRetry);
     EXPECT_EQ(event_conn_open(connection), kStatusConnectionRetry);

@@ -39,7 +39,7 @@ TEST_F(EventManagerTest, WaitAndDispatchAreTwoSteps) {
   EXPECT_EQ(calls, 1);
 }
 
-TEST_F(EventManagerTest, WaitThatIsInterruptedFailsWithEintr) {
+TEST_F(EventManagerTest, InterruptedWaitFailsWithEintr) {
   struct sigaction action {};
   struct sigaction before {};
   action.sa_handler = [](int) {};
@@ -148,7 +148,7 @@ TEST_F(EventManagerTest, CollectedEventOfARemovedDescriptorIsDropped) {
   EXPECT_EQ(calls, 1);
 }
 
-TEST_F(EventManagerTest, CollectedEventIsNotTakenForANewRegistrationOfTheSameDescriptor) {
+TEST_F(EventManagerTest, CollectedEventIsNotDeliveredToANewRegistrationOfTheSameDescriptor) {
   Pipe pipe;
   Watch(pipe, [](int, std::uint32_t) { ADD_FAILURE() << "the old handler ran"; });
   pipe.Fill();
@@ -195,7 +195,7 @@ TEST_F(EventManagerTest, HandlerMayAddManyDescriptorsWhileItRuns) {
   EXPECT_EQ(seen, "still there after the table grew");
 }
 
-TEST_F(EventManagerTest, DescriptorIsTakenOnce) {
+TEST_F(EventManagerTest, DescriptorIsRegisteredOnce) {
   Pipe pipe;
   Watch(pipe, [](int, std::uint32_t) {});
   EXPECT_EQ(event_fd_add(manager, pipe.read_end, EPOLLIN, [](int, std::uint32_t) {}), kStatusExists);

@@ -95,13 +95,13 @@ TEST_F(EventManagerTest, MissingRunDirectoryIsMade) {
   event_manager_destroy(other);
 }
 
-TEST_F(EventManagerTest, RunDirectoryThatCannotBeMadeIsReported) {
+TEST_F(EventManagerTest, RunDirectoryThatCannotBeCreatedIsReported) {
   setenv("MPLS_VPN_MIB_RUN_DIR", (directory.path() + "/no/such").c_str(), 1);
   EXPECT_EQ(event_manager_create("/dev/other", kFlags), nullptr);
   EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_F(EventManagerTest, DestroyTakesTheSocketAway) {
+TEST_F(EventManagerTest, DestroyRemovesTheSocket) {
   event_manager_destroy(manager);
   EXPECT_FALSE(std::filesystem::exists(SocketPath()));
   manager = event_manager_create("/dev/mpls/vpn/main", kFlags);

@@ -18,7 +18,7 @@ std::string text_of(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-TEST(ReplaceFile, FileHasTheTextAndNothingIsBesideIt) {
+TEST(ReplaceFile, FileHasTheTextAndNoTemporaryFileRemains) {
   const TemporaryDirectory folder;
   const std::string path = folder.path() + "/file";
   ASSERT_EQ(replace_file(path, "a longer text\n"), kStatusOk);
@@ -27,7 +27,7 @@ TEST(ReplaceFile, FileHasTheTextAndNothingIsBesideIt) {
   EXPECT_FALSE(std::filesystem::exists(path + ".new"));
 }
 
-TEST(ReplaceFile, WhatCannotTakeTheNameIsRemoved) {
+TEST(ReplaceFile, TemporaryFileThatCannotBeRenamedIsRemoved) {
   const TemporaryDirectory folder;
   const std::string path = folder.path() + "/file";
   std::filesystem::create_directory(path);

@@ -102,7 +102,7 @@ TEST(TemporaryDirectory, FailureToRemoveItIsLogged) {
     path = directory.path();
   }
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "cannot remove " + path + ": " + err_text(kStatusIo) + "\n");
+            "files: cannot remove " + path + ": " + err_text(kStatusIo) + "\n");
   EXPECT_TRUE(fs::exists(path));
 }
 

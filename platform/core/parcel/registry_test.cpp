@@ -264,7 +264,7 @@ TEST_F(RegistryTest, JsonOfAnotherDefinitionIsABadEncoding) {
   EXPECT_EQ(JsonStatus(octets), kStatusBadEncoding);
 }
 
-TEST_F(RegistryTest, JsonOfOctetsThatAreNoRecordIsABadEncoding) {
+TEST_F(RegistryTest, JsonOfOtherOctetsIsABadEncoding) {
   ASSERT_EQ(Register({&kEverything}), kStatusOk);
   const test_records::Everything record{};
   Octets octets = Encode(kEverything, &record);
@@ -280,7 +280,7 @@ TEST_F(RegistryTest, JsonOfOctetsThatAreNoRecordIsABadEncoding) {
 }
 
 // A schema of long names and one-octet elements: a small record whose JSON would be very large.
-TEST_F(RegistryTest, JsonHasABoundOfItsOwn) {
+TEST_F(RegistryTest, JsonHasItsOwnLimit) {
   const std::string name(200, 'n');
   WriteFile("wide\t1\t0\tset\t$1={a}a($2);$2={" + name + "}C;\n");
   const std::string schema = "$1={a}a($2);$2={" + name + "}C;";

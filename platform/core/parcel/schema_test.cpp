@@ -126,7 +126,7 @@ TEST_F(DescriptionTest, TopStructureMustBeFirst) {
   EXPECT_EQ(Check(), kStatusBadDescription);
 }
 
-TEST_F(DescriptionTest, NestedLayoutThatIsMissingIsRefused) {
+TEST_F(DescriptionTest, MissingNestedLayoutIsRefused) {
   structures_[2].number = 5;
   EXPECT_EQ(Check(), kStatusBadDescription);
   structures_[2].number = 1;

@@ -57,7 +57,7 @@ TEST_F(ProcTest, WithoutAServiceManagerReadinessSucceeds) {
   EXPECT_EQ(proc_ready(), kStatusOk);
 }
 
-TEST_F(ProcTest, ServiceManagerThatCannotBeReachedIsItsErrno) {
+TEST_F(ProcTest, UnreachableServiceManagerIsReportedByItsErrno) {
   setenv("NOTIFY_SOCKET", (directory_.path() + "/absent").c_str(), 1);
   EXPECT_EQ(proc_ready(), static_cast<Status>(ENOENT));
 }

@@ -101,7 +101,7 @@ TEST_F(TimerTest, StoppedLeafDoesNotExpire) {
   EXPECT_EQ(wake_ups, 0);
 }
 
-TEST_F(TimerTest, StartingARunningLeafBeginsAnew) {
+TEST_F(TimerTest, StartingARunningLeafRestartsIt) {
   TimerLeaf* leaf = MakeLeaf();
   Start(leaf, 2);
   PassTime(kSecond);
@@ -112,7 +112,7 @@ TEST_F(TimerTest, StartingARunningLeafBeginsAnew) {
   EXPECT_EQ(wake_ups, 1);
 }
 
-TEST_F(TimerTest, StartedAgainByItsWakeUpALeafIsPeriodic) {
+TEST_F(TimerTest, LeafThatItsHandlerRestartsIsPeriodic) {
   TimerLeaf* leaf = MakeLeaf();
   int periods = 0;
   event_async_detach(manager, kCode);
@@ -167,7 +167,7 @@ TEST_F(TimerTest, LaterLeafExpiresAfterTheFirstWasStopped) {
   EXPECT_THAT(TakeExpired(), ElementsAre(2));
 }
 
-TEST_F(TimerTest, ExpiredLeafThatIsStartedOrStoppedIsNotTakenAnyMore) {
+TEST_F(TimerTest, ExpiredLeafThatIsStartedOrStoppedIsNoLongerReturned) {
   TimerLeaf* stopped = MakeLeaf(1);
   TimerLeaf* started = MakeLeaf(2);
   Start(stopped, 1);
@@ -196,7 +196,7 @@ TEST_F(TimerTest, FreedLeafParentAndTreeDoNotExpire) {
   EXPECT_EQ(wake_ups, 0);
 }
 
-TEST_F(TimerTest, ExpiredLeafMayBeFreedBeforeItIsTaken) {
+TEST_F(TimerTest, ExpiredLeafMayBeFreedBeforeItIsReturned) {
   TimerLeaf* leaf = MakeLeaf(1);
   Start(leaf, 1);
   Start(MakeLeaf(2), 1);

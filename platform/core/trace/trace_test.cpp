@@ -113,7 +113,7 @@ TEST_F(TraceTest, TextsOfTwoHundredOctetsAreWhole) {
   EXPECT_EQ(Read("long").at(0).text, text);
 }
 
-TEST_F(TraceTest, ShortTextTakesThePlaceOfALongOne) {
+TEST_F(TraceTest, ShortTextReplacesALongOne) {
   TraceBuffer* buffer = Open("short", 1);
   for (const std::size_t length : {100U, 8U, 7U, 0U}) {
     trace_write(buffer, 1, 0, "%s", std::string(length, 'x').c_str());
@@ -150,7 +150,7 @@ TEST_F(TraceTest, FileStaysAfterClosing) {
   EXPECT_EQ(Read("stays").at(0).text, "retained");
 }
 
-TEST_F(TraceTest, RecordsOutliveAProcessThatWasKilled) {
+TEST_F(TraceTest, RecordsOutliveAKilledProcess) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
@@ -204,13 +204,13 @@ TEST_F(TraceTest, BadNamesAndSizesAreInvalid) {
   EXPECT_EQ(Read(longest).size(), 1U);
 }
 
-TEST_F(TraceTest, FolderThatCannotBeMadeIsItsErrno) {
+TEST_F(TraceTest, FolderThatCannotBeCreatedIsReportedByItsErrno) {
   std::ofstream(directory_.path() + "/trace") << "a file in the way";
   TraceBuffer* buffer = nullptr;
   EXPECT_EQ(trace_open("name", 4, 0, 0, 0, &buffer), static_cast<Status>(ENOTDIR));
 }
 
-TEST_F(TraceTest, FileThatCannotBeMadeIsItsErrno) {
+TEST_F(TraceTest, FileThatCannotBeCreatedIsReportedByItsErrno) {
   fs::create_directories(File(".name"));
   TraceBuffer* buffer = nullptr;
   EXPECT_EQ(trace_open("name", 4, 0, 0, 0, &buffer), static_cast<Status>(EEXIST));

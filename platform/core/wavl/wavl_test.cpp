@@ -87,7 +87,7 @@ TEST_F(WavlTest, EmptyTreeFindsNothing) {
   EXPECT_TRUE(Sound());
 }
 
-TEST_F(WavlTest, InitRefusesWhatCannotBeATree) {
+TEST_F(WavlTest, InitRefusesInvalidArguments) {
   WavlTree tree{};
   const WavlCompare five[] = {kCompare[0], kCompare[0], kCompare[0], kCompare[0], kCompare[0]};
   const WavlCompare missing[] = {kCompare[0], nullptr};
@@ -219,7 +219,7 @@ TEST_F(WavlTest, WalkVisitsInOrderAndAnswersOneAtTheEnd) {
   EXPECT_EQ(log.seen, (std::vector<std::uint32_t>{1, 2, 3, 4, 5}));
 }
 
-TEST_F(WavlTest, WalkStopsWhereTheVisitorSaysSo) {
+TEST_F(WavlTest, WalkStopsWhenTheVisitorStopsIt) {
   InsertIndexes(1, 5);
   WalkLog log{&tree_, {}, 3, false};
   EXPECT_EQ(wavl_walk(&tree_, kByIndex, visit_item, &log), 0);

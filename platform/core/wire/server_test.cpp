@@ -67,7 +67,7 @@ TEST_F(WireServerTest, ThousandPipelinedMessagesAreAnsweredInOrder) {
   EXPECT_EQ(answers, requests);
 }
 
-TEST_F(WireServerTest, ATurnOfOneClientIsBoundedSoThatOthersAreServed) {
+TEST_F(WireServerTest, BatchOfOneClientIsLimitedSoThatOthersAreServed) {
   const int greedy = ConnectRaw();
   const int modest = ConnectRaw();
   for (std::uint32_t i = 0; i < 200; ++i) Write(greedy, Frame(kEcho, i, {}));
@@ -198,7 +198,7 @@ TEST_F(WireServerTest, ClientThatNeverReadsIsPausedAndTheOthersServed) {
   EXPECT_EQ(received, expected);
 }
 
-TEST_F(WireServerTest, NumberOfWaitingAnswersIsBoundedToo) {
+TEST_F(WireServerTest, NumberOfWaitingAnswersIsLimitedToo) {
   Limits limits;
   limits.pause_messages = 10;
   limits.messages_per_batch = 1000;
@@ -211,7 +211,7 @@ TEST_F(WireServerTest, NumberOfWaitingAnswersIsBoundedToo) {
   EXPECT_LE(handled, 10);
 }
 
-TEST_F(WireServerTest, ReaderThatTakesNoUnaskedMessagesIsClosedBeyondTheBound) {
+TEST_F(WireServerTest, ClientThatReadsNoNotificationsIsClosedBeyondTheLimit) {
   const int client = ConnectRaw();
   Step();
   Connection* connection = server->find(1);
@@ -235,7 +235,7 @@ TEST_F(WireServerTest, NotificationIsSentAtOnce) {
   EXPECT_EQ(ReadAll(client), Frame(kEcho, 0, {4}));
 }
 
-TEST_F(WireServerTest, UnaskedMessageToAClientThatWentAwayClosesIt) {
+TEST_F(WireServerTest, NotificationToALostClientClosesIt) {
   std::array<int, 2> pair{-1, -1};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair.data()), 0);
   server->adopt(pair[1]);
@@ -273,7 +273,7 @@ TEST_F(WireServerTest, ClientThatCannotBeWatchedIsClosed) {
   EXPECT_EQ(server->client_count(), 0U);
 }
 
-TEST_F(WireServerTest, StopClosesEveryClientAndTakesNoMore) {
+TEST_F(WireServerTest, StopClosesEveryClientAndAcceptsNoMore) {
   const int client = ConnectRaw();
   server->stop();
   EXPECT_TRUE(IsClosed(client));
@@ -328,7 +328,7 @@ TEST_F(WireServerTest, HeldClientIsServedAgainWhenItIsReleased) {
   EXPECT_EQ(ReadAll(client), expected);
 }
 
-TEST_F(WireServerTest, HeldClientThatSendsNothingMoreGetsItsAnswer) {
+TEST_F(WireServerTest, HeldClientThatShutsDownItsSendingSideGetsItsAnswer) {
   const int client = ConnectRaw();
   Write(client, Frame(kHeld, 1, {}));
   ASSERT_EQ(shutdown(client, SHUT_WR), 0);

@@ -77,7 +77,7 @@ TEST_F(Cfgmgr, ChangesOfARangeOfCommitsAreLoadedAndForgotten) {
   EXPECT_THAT(Loaded(), IsEmpty());
 }
 
-TEST_F(Cfgmgr, CommitsThatAreNotThereLoadNothing) {
+TEST_F(Cfgmgr, MissingCommitsLoadNothing) {
   for (const char* text : {"1", "2"}) Commit("user", {SetTo("/cfg/a", text)});
   CreateTarget();
   EXPECT_EQ(Load("3", "3"), kStatusNoSuchRow);
@@ -87,7 +87,7 @@ TEST_F(Cfgmgr, CommitsThatAreNotThereLoadNothing) {
   EXPECT_THAT(Loaded(), IsEmpty());
 }
 
-TEST_F(Cfgmgr, RangeThatCannotBeReadToItsEndLoadsNothing) {
+TEST_F(Cfgmgr, RangeThatCannotBeReadCompletelyLoadsNothing) {
   for (const char* text : {"1", "2"}) Commit("user", {SetTo("/cfg/a", text)});
   CreateTarget();
   fault_arm("kvtree_config_changes", kStatusIo, 2);

@@ -98,7 +98,7 @@ TEST_F(ClientCommit, TooManyChangesAreRefusedOnBothSides) {
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (user)"));
 }
 
-TEST_F(ClientCommit, ValueThatNoConfigurationHasIsRefusedByTheClient) {
+TEST_F(ClientCommit, ClientRefusesARecordAsAValue) {
   StartAndConnect();
   KvValue record;
   record.type = KvValueType::kRecord;
@@ -362,7 +362,7 @@ TEST_F(SteppedClient, ThatClosesBeforeItsAnswerDisturbsNoOtherClient) {
   EXPECT_EQ(NextAnswer(), 2U);
 }
 
-TEST_F(ClientCommit, ClosedClientAnswersSo) {
+TEST_F(ClientCommit, ClosedClientReportsIt) {
   EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusNotConnected);
   EXPECT_EQ(client.history(1).status, kStatusNotConnected);
   EXPECT_EQ(client.commit_changes("1", 1).status, kStatusNotConnected);

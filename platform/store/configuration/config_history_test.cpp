@@ -258,7 +258,7 @@ class ConfigOrder : public ConfigHistory {
   }
 };
 
-TEST_F(ConfigOrder, IsThatOfTheCommitsAndOfTheChangesInThem) {
+TEST_F(ConfigOrder, FollowsTheCommitsAndTheChangesInThem) {
   Make("user", {SetTo("/cfg/d", "1"), SetTo("/cfg/c", "1")}, "");
   Make("script", {SetTo("/cfg/b", "1"), SetTo("/cfg/a", "1")}, "");
   EXPECT_THAT(Replayed(), ElementsAre("d 2 1", "c 2 1", "b 2 1", "a 2 1"));
@@ -294,7 +294,7 @@ TEST_F(ConfigOrder, ChangesWithoutNotificationDoNotChangeTheOrder) {
   EXPECT_THAT(Replayed(), ElementsAre("c 2 1", "b 2 1", "a 2 1"));
 }
 
-TEST_F(ConfigOrder, IsThatOfALargeCommitToo) {
+TEST_F(ConfigOrder, FollowsALargeCommitToo) {
   std::vector<KvConfigChange> changes = Many(1200, "x");
   std::ranges::reverse(changes);
   Make("script", changes, "");
@@ -306,7 +306,7 @@ TEST_F(ConfigOrder, IsThatOfALargeCommitToo) {
   EXPECT_EQ(replayed.back(), "000600 2 y");
 }
 
-TEST_F(ConfigOrder, IsThatOfTheProcessItselfToo) {
+TEST_F(ConfigOrder, FollowsTheSetsOfTheProcessItselfToo) {
   for (const char* path : {"/oper/b", "/oper/a", "/oper/c", "/oper/b"})
     ASSERT_EQ(SetText(path, "x"), kStatusOk);
   Subscribe("/oper", kKvEventSet);
@@ -357,7 +357,7 @@ TEST_F(ConfigFolding, LargeCommitsRowsFollowInTheEventLoop) {
   EXPECT_EQ(Rows("log WHERE folded = 1"), 1);
 }
 
-TEST_F(ConfigFolding, LargeCommitOfAProcessThatEndsIsThereInTheNext) {
+TEST_F(ConfigFolding, LargeCommitOutlivesTheProcess) {
   Make("script", Many(1200, "x"), "");
   Make("script", {SetTo("/cfg/many/000000", "newer"), Withdraw("/cfg/many/000001")}, "");
   EXPECT_TRUE(Unfolded());

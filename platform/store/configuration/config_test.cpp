@@ -152,14 +152,14 @@ TEST_F(ConfigCommit, InvalidChangeChangesNothing) {
   EXPECT_THAT(History(), IsEmpty());
 }
 
-TEST_F(ConfigCommit, LongestTextPathAndTupleAreTaken) {
+TEST_F(ConfigCommit, LongestTextPathAndTupleAreAccepted) {
   const std::string path = "/cfg/" + std::string(kKvMaxPath - 5, 'a');
   Commit("user", {SetTo(path, std::string(kMaxConfigText, 'x')),
                   {"/cfg/tuple", TupleValue(std::vector<std::int64_t>(kMaxConfigTuple))}});
   EXPECT_EQ(Effective().size(), 2U);
 }
 
-TEST_F(ConfigCommit, UnknownOwnersHoldNothing) {
+TEST_F(ConfigCommit, UnknownOwnersSetNothing) {
   EXPECT_EQ(Refused("root", {SetTo("/cfg/a", "x")}, kStatusInvalid), "unknown owner \"root\"");
   EXPECT_EQ(Refused("", {SetTo("/cfg/a", "x")}, kStatusInvalid), "unknown owner \"\"");
   EXPECT_THAT(Owned("root"), IsEmpty());
@@ -222,7 +222,7 @@ TEST_F(ConfigReplace, SameNodesAreNoCommit) {
   EXPECT_EQ(History().size(), 1U);
 }
 
-TEST_F(ConfigReplace, OthersKeepWhatTheyHold) {
+TEST_F(ConfigReplace, ValuesOfOtherOwnersRemain) {
   Commit("user", {SetTo("/cfg/s/a", "user")});
   Commit("script", {SetTo("/cfg/s/a", "script")});
   EXPECT_THAT(Replace({"/cfg/"}, {}), IsEmpty());

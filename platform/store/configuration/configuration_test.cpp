@@ -113,7 +113,7 @@ TEST_F(Configuration, OnlyNodesBelowCfgAreTheClients) {
 }
 
 // A request without a connection has no peer who could have the right.
-TEST_F(Configuration, PeerWithoutTheRightChangesNothing) {
+TEST_F(Configuration, PeerWithoutPermissionChangesNothing) {
   ASSERT_EQ(SetText("/cfg/a", "x"), kStatusOk);
   wire::Octets path;
   wire::Writer(&path).text("/cfg/a");
@@ -217,7 +217,7 @@ TEST_F(Configuration, SetAsideFilesAreNeverOverwritten) {
   EXPECT_EQ(Read(File() + ".unusable.2"), "second");
 }
 
-TEST_F(Configuration, DirectoryThatIsNotThereIsAFailure) {
+TEST_F(Configuration, MissingDirectoryIsAFailure) {
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(kvtree_keep_configuration(directory.path() + "/nowhere"), kStatusIo);
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),

@@ -113,7 +113,7 @@ TEST_F(ServedStore, RecordThatFitsNoAnswerIsRefused) {
   EXPECT_TRUE(client.connected());
 }
 
-TEST_F(ServedStore, WalkThatFailsOnTheWayHasNoRows) {
+TEST_F(ServedStore, WalkThatFailsMidwayHasNoRows) {
   TestProvider::failing_row = 3;
   StartAndConnect();
   const kvtree::WalkResult result = client.walk(kSubtree + "rows-next/1", 100);
@@ -135,7 +135,7 @@ TEST_F(ServedStore, ActionsSeeThePeersRightsAndAnswerTextWithEveryStatus) {
   EXPECT_EQ(client.action({"long"}).status, kStatusMessageTooLarge);
 }
 
-TEST_F(ServedStore, RequestThatTheServerWouldRefuseIsNotSent) {
+TEST_F(ServedStore, OversizedRequestIsNotSent) {
   StartAndConnect();
   EXPECT_EQ(client.action({"act", std::string(70000, 'x')}).status, kStatusMessageTooLarge);
   EXPECT_EQ(client.action(std::vector<std::string>(257, "x")).status, kStatusMessageTooLarge);
@@ -243,7 +243,7 @@ std::vector<MalformedRequest> malformed_requests() {
   };
 }
 
-TEST_F(ServedStore, MalformedRequestsCloseThatClientOnly) {
+TEST_F(ServedStore, MalformedRequestsCloseOnlyTheirClient) {
   StartAndConnect();
   for (const MalformedRequest& bad : malformed_requests()) {
     SCOPED_TRACE(bad.name);
@@ -281,7 +281,7 @@ TEST_F(ServedStore, ServingTwiceOnOneManagerIsRefused) {
 
 // --- Clients
 
-TEST_F(ServedStore, ClientWithoutAConnectionSaysSo) {
+TEST_F(ServedStore, ClientWithoutAConnectionReportsIt) {
   EXPECT_FALSE(client.connected());
   EXPECT_EQ(client.fd(), -1);
   EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusNotConnected);

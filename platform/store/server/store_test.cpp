@@ -160,7 +160,7 @@ TEST_F(Binding, BadPathsAndModesAreRefused) {
   EXPECT_EQ(connection, nullptr);
 }
 
-TEST_F(Binding, UnbindOfWhatIsNotBoundIsRefused) {
+TEST_F(Binding, UnbindOfAnUnboundConnectionIsRefused) {
   EXPECT_EQ(kvtree_unbind(nullptr), kStatusInvalid);
   KvConnection* connection = Bind("/cfg/");
   EXPECT_EQ(kvtree_unbind(connection), kStatusOk);
@@ -201,7 +201,7 @@ TEST_F(Binding, LibraryPathIsReadableAndCanBeOverridden) {
 
 using Subscriptions = StoreTest;
 
-TEST_F(Subscriptions, WhatExistsIsReplayedWhileRegistering) {
+TEST_F(Subscriptions, ExistingNodesAreReplayedWhileRegistering) {
   ASSERT_EQ(SetText("/cfg/gl/vmap/b", "two"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/vmap/a", "one"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/vmap2/c", "other subtree"), kStatusOk);
@@ -313,7 +313,7 @@ TEST_F(Subscriptions, EntryMayChangeTheTreeDuringTheReplay) {
   EXPECT_THAT(TakeReceived(), ElementsAre("a 4 none", "b 4 none"));
 }
 
-TEST_F(Subscriptions, WhatIsQueuedBelowAPathIsDeliveredOnRequest) {
+TEST_F(Subscriptions, PendingChangesBelowAPathAreDeliveredOnRequest) {
   Subscribe("/oper/a/", 7);
   Subscribe("/cfg/", 7);
   ASSERT_EQ(SetText("/oper/a/x", "one"), kStatusOk);
@@ -473,7 +473,7 @@ TEST_F(Requests, WalkEndsWithTheLastRow) {
   EXPECT_TRUE(end);
 }
 
-TEST_F(Requests, WalkEndsWhereTheRuleSaysSo) {
+TEST_F(Requests, WalkEndsWhereTheRuleEndsIt) {
   EXPECT_EQ(Walk("/oper/mpls_vpn/gl/short-next/1", 3), kStatusOk);
   EXPECT_THAT(rows, ElementsAre("1", "2", "3"));
   EXPECT_TRUE(end);
@@ -484,7 +484,7 @@ TEST_F(Requests, WalkWithoutAFirstRowHasNoSuchRow) {
   EXPECT_THAT(rows, IsEmpty());
 }
 
-TEST_F(Requests, WalkThatFailsOnTheWayAnswersTheFailureAndNoRows) {
+TEST_F(Requests, WalkThatFailsMidwayReturnsTheFailureAndNoRows) {
   TestProvider::failing_row = 7;
   EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/5", 10), kStatusIo);
   EXPECT_THAT(rows, IsEmpty());
