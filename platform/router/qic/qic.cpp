@@ -1,8 +1,4 @@
-// The interface manager's control client: names of interfaces, read from the router model.
-//
-// A control server is a binding made at some generation of the service; qic_server_restart() begins the next
-// one, and every server of an earlier generation is stale until it is unbound. The service owns the servers,
-// the handles given out are borrowed.
+// Names are read from the router model. The service owns the control servers; callers borrow them.
 #include "platform/router/qic/qic.h"
 
 #include <cstring>
@@ -11,15 +7,12 @@
 
 #include "platform/core/base/fault.h"
 
-struct QicControlServer {
-  std::uint64_t generation = 0;
-};
+struct QicControlServer {};
 
 namespace {
 
 struct Service {
   router::Router* model = nullptr;
-  std::uint64_t generation = 0;
   std::vector<std::unique_ptr<QicControlServer>> servers;
   QicBinding last_binding;
 };
@@ -40,7 +33,6 @@ Status qic_control_server_bind(std::uint32_t request_type, std::uint32_t version
   if (server == nullptr) return kStatusInvalid;
   if (service().model == nullptr) return kStatusUnavailable;
   auto bound = std::make_unique<QicControlServer>();
-  bound->generation = service().generation;
   service().last_binding = {request_type, version};
   *server = bound.get();
   service().servers.push_back(std::move(bound));
@@ -58,16 +50,11 @@ Status qic_s_interface_name(QicControlServer* server, std::uint32_t interface_ha
   if (Status status = fault_check("qic_s_interface_name")) return status;
   if (server == nullptr || name == nullptr) return kStatusInvalid;
   if (service().model == nullptr) return kStatusUnavailable;
-  if (server->generation != service().generation) return kStatusStaleConnection;
   const router::Interface* interface = service().model->find_interface(interface_handle);
   if (interface == nullptr) return kStatusNoSuchRow;
   if (interface->name.size() >= size) return kStatusInvalid;
   std::memcpy(name, interface->name.c_str(), interface->name.size() + 1);
   return kStatusOk;
-}
-
-void qic_server_restart() {
-  ++service().generation;
 }
 
 QicBinding qic_last_binding() {

@@ -1,4 +1,4 @@
-// Names of interfaces by handle, and stale control servers.
+// Names of interfaces by handle.
 #include "platform/router/qic/qic.h"
 
 #include <gtest/gtest.h>
@@ -26,11 +26,6 @@ class Qic : public router::RouterTest {
     return RouterTest::AddInterface(name, ++last_index_);
   }
   Status Bind() { return qic_control_server_bind(4, 2, &server_); }
-  Status Rebind() {
-    if (Status status = qic_control_server_unbind(server_)) return status;
-    server_ = nullptr;
-    return Bind();
-  }
   Status NameOf(std::uint32_t handle) {
     return qic_s_interface_name(server_, handle, name_.data(), name_.size());
   }
@@ -61,16 +56,6 @@ TEST_F(Qic, NameThatDoesNotFitIsInvalidAndNotTruncated) {
   EXPECT_STREQ(name_.data(), "before");
   EXPECT_EQ(NameOf(fits), kStatusOk);
   EXPECT_STREQ(name_.data(), "seven77");
-}
-
-TEST_F(Qic, RestartedServerForgetsItsClientsUntilTheyBindAgain) {
-  const std::uint32_t handle = AddInterface("ge0");
-  ASSERT_EQ(Bind(), kStatusOk);
-  qic_server_restart();
-  EXPECT_EQ(NameOf(handle), kStatusStaleConnection);
-  EXPECT_EQ(NameOf(handle), kStatusStaleConnection);
-  ASSERT_EQ(Rebind(), kStatusOk);
-  EXPECT_EQ(NameOf(handle), kStatusOk);
 }
 
 TEST_F(Qic, LastBindingShowsWhatWasAskedFor) {

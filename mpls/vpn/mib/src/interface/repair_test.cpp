@@ -310,7 +310,7 @@ TEST_F(InterfaceName, ConnectionIsBoundOnce) {
 TEST_F(InterfaceName, StaleConnectionIsBoundAndUsedAgain) {
   const std::uint32_t handle = AddInterface("ge0");
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
-  qic_server_restart();
+  fault_arm("qic_s_interface_name", kStatusStaleConnection);
   fault_arm("qic_control_server_unbind", kStatusIo, 100);  // counts
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
   EXPECT_THAT(Prints(),
@@ -322,7 +322,7 @@ TEST_F(InterfaceName, StaleConnectionIsBoundAndUsedAgain) {
 TEST_F(InterfaceName, UnbindThatFailsIsTracedAndTheNameIsFound) {
   const std::uint32_t handle = AddInterface("ge0");
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
-  qic_server_restart();
+  fault_arm("qic_s_interface_name", kStatusStaleConnection);
   const ScopedFault fault("qic_control_server_unbind", kStatusIo);
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
   Status code = kStatusOk;
@@ -344,7 +344,7 @@ TEST_F(InterfaceName, EachStaleAnswerBindsOnce) {
 TEST_F(InterfaceName, BindThatFailsAfterAStaleAnswerEndsTheLookup) {
   const std::uint32_t handle = AddInterface("ge0");
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
-  qic_server_restart();
+  fault_arm("qic_s_interface_name", kStatusStaleConnection);
   const ScopedFault fault("qic_control_server_bind", kStatusIo);
   ClearPrints();
   EXPECT_EQ(mpls_vpn_get_interface_name(handle), nullptr);
