@@ -243,7 +243,8 @@ Status Conversation::start_shell() {
   return status;
 }
 
-// A shell that does not accept all of the question will not answer either.
+// A shell that does not accept all of the question will not answer either. One that has ended already is read
+// to its end: its last words are the reason.
 Status Conversation::send_question(const std::vector<std::string>& commands) {
   mark_ = "mpls-vpn-mib-" + std::to_string(getpid()) + "-" + std::to_string(++questions_);
   commands_ = commands.size();
@@ -258,7 +259,7 @@ Status Conversation::send_question(const std::vector<std::string>& commands) {
   question += "show daemons\n" + mark_ + "\n";
   received_.clear();
   const ssize_t sent = send(fd_, question.data(), question.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-  if (sent < 0) return static_cast<Status>(errno);
+  if (sent < 0) return errno == EPIPE ? kStatusOk : static_cast<Status>(errno);
   return static_cast<std::size_t>(sent) == question.size() ? kStatusOk : kStatusIo;
 }
 

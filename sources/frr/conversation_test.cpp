@@ -6,10 +6,12 @@
 
 #include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <optional>
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
+#include "platform/core/files/temporary_directory.h"
 #include "sources/frr/fake_suite_test_support.h"
 
 namespace {
@@ -235,6 +237,30 @@ TEST_F(ConversationTest, ProgramThatTheSuiteDoesNotHaveIsUnknown) {
   EXPECT_TRUE(answer.unknown);
   suite.Become("bgpd", "absent");
   EXPECT_FALSE(AskAndAwait().unknown) << "not running is not unknown";
+}
+
+// Waits until a child has ended, and does not reap it.
+void await_end_of_a_child() {
+  siginfo_t ended{};
+  EXPECT_EQ(waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
+}
+
+TEST_F(ConversationTest, ShellThatEndedBeforeTheQuestionStatesItsReason) {
+  const TemporaryDirectory folder;
+  const std::string flag = folder.path() + "/end";
+  const std::string script =
+      "while read -r line; do case $line in mpls-vpn-mib-[0-9]*) break;; esac; done\n"
+      "printf '%s%s\\n' \"$1\" \"$line\"\n"
+      "while [ ! -e \"$2\" ]; do sleep 0.01; done\n"
+      "echo 'Error: no daemons match name bgpd!'\n";
+  conversation =
+      std::make_unique<Conversation>(std::vector<std::string>{"/bin/sh", "-c", script, "shell", kWhole, flag},
+                                     "bgpd", Conversation::Limits{});
+  ASSERT_TRUE(AskAndAwait().whole);
+  std::ofstream(flag).close();
+  await_end_of_a_child();
+  const Answer answer = AskAndAwait();
+  EXPECT_TRUE(answer.unknown) << answer.reason;
 }
 
 TEST_F(ConversationTest, EndedProgramIsNotAnEmptyConfiguration) {
