@@ -73,6 +73,17 @@ TEST_F(ConfiguredVrfs, InterfaceThatJoinsAfterItsConfigurationIsCounted) {
   EXPECT_EQ(OfInterface("red"), kEach);
 }
 
+TEST_F(ConfiguredVrfs, ManyVrfsCreatedAtOnceHaveTheirRouteDistinguishers) {
+  for (int number = 0; number < 100; ++number) {
+    AddVrf("vrf" + std::to_string(number), 0, "65000:" + std::to_string(number));
+  }
+  Run();
+  for (int number = 0; number < 100; ++number) {
+    const std::string name = "vrf" + std::to_string(number);
+    EXPECT_STREQ(AttributesOf(name.c_str())->rd, ("65000:" + std::to_string(number)).c_str()) << name;
+  }
+}
+
 TEST_F(ConfiguredVrfs, InterfaceThatRejoinsHasItsCountsAgain) {
   AddVrf("red");
   AddInterface("ge0", "red");

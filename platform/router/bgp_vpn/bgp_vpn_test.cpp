@@ -64,6 +64,15 @@ TEST_F(BgpVpn, RdOfACreatedVrfIsReportedOnTheLoop) {
   EXPECT_THAT(reported(), ElementsAre("set red 65000:1"));
 }
 
+TEST_F(BgpVpn, ChangesAreReportedAfterAllThatWasPending) {
+  Register();
+  FillFeed();
+  AddVrf("red", "65000:1");
+  event_post(manager_.get(), [] { EXPECT_THAT(reported(), ElementsAre()) << "after the first batch"; });
+  Run();
+  EXPECT_THAT(reported(), ElementsAre("set red 65000:1"));
+}
+
 TEST_F(BgpVpn, OtherChangesAreNotReported) {
   AddVrf("red", "65000:1");
   Register();

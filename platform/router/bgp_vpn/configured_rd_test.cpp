@@ -140,6 +140,14 @@ TEST_F(ConfiguredRd, ChangeOfTheModelBelowAConfiguredRdIsNotReported) {
   EXPECT_THAT(TakeReported(), ElementsAre("set red 65000:3"));
 }
 
+TEST_F(ConfiguredRd, ConfiguredWhileTheModelsIsPendingIsReportedLast) {
+  Register();
+  FillFeed();
+  AddVrf("red", "65000:1");
+  Configure("red", "65000:2");
+  EXPECT_EQ(TakeReported().back(), "set red 65000:2");
+}
+
 TEST_F(ConfiguredRd, OtherItemsAreNotReported) {
   AddVrf("red", "65000:1");
   Register();

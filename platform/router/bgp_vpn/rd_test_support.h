@@ -14,6 +14,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
+#include "platform/router/feed/feed.h"
 #include "platform/router/model/vrf_test_support.h"
 #include "platform/store/tree/kvtree.h"
 
@@ -30,6 +31,7 @@ class RdTest : public ::testing::Test {
     bgp_vpn_rd_unregister_cb();
     bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
     bgp_vpn_attach(nullptr);
+    feed::drop(&other_receiver_);
     kvtree_reset();
   }
 
@@ -38,6 +40,16 @@ class RdTest : public ::testing::Test {
     vrf_.id += 10;
     vrf_.rd = rd;
     ASSERT_EQ(router_.create_vrf(vrf_), kStatusOk);
+  }
+  // Notifications of other services, for several batches of the feed.
+  void FillFeed() {
+    class Other : public feed::Notification {
+      void deliver() override {}
+    };
+    other_receiver_.manager = manager_.get();
+    for (int count = 0; count < 100; ++count) {
+      feed::append(router_.changes(), feed::Phase::kRecord, &other_receiver_, std::make_unique<Other>());
+    }
   }
   void ChangeRd(const std::string& name, const std::string& rd) {
     router::ChangeVrf(&router_, name, &router::Vrf::rd, rd);
@@ -72,6 +84,7 @@ class RdTest : public ::testing::Test {
 
   TestRunDirectory directory_;
   std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
+  feed::Receiver other_receiver_;
   router::Router router_;
   router::Vrf vrf_;
 };

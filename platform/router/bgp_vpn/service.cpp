@@ -3,21 +3,23 @@
 //
 // A VRF's RD is the configured one, else the model's. Texts are made on demand, in the effective format.
 // While there is a callback, the library follows the configuration and observes the model. It reports the
-// existing RDs at the registration and every later change of an effective RD: changes of the model are posted
-// on the manager of the registration, with their texts at the time of the change; changes of the
-// configuration arrive on the same manager. A change of the AS number format is posted after the
-// notifications of the affected route targets (asn_format.cpp). Posted calls carry a generation number, and
-// those of an ended registration do nothing.
+// existing RDs at the registration and every later change of an effective RD. Changes of the model are
+// reported through the change feed, so that a VRF's record and memberships are delivered before its RD;
+// changes of the configuration arrive on the manager of the registration. A change of the AS number format is
+// posted after the notifications of the affected route targets (asn_format.cpp). Posted calls carry a
+// generation number, and those of an ended registration do nothing.
 #include "platform/router/bgp_vpn/bgp_vpn.h"
 
 #include <cstring>
 #include <map>
+#include <memory>
 #include <utility>
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/router/bgp_vpn/asn_format.h"
 #include "platform/router/bgp_vpn/configured_rd.h"
+#include "platform/router/feed/feed.h"
 
 namespace {
 
@@ -31,22 +33,23 @@ class Library : public router::Observer {
   void want_format(BgpAsnFormat wanted);
   Status follow_format(EventManager* manager);
   void end_notifications();
+  void report_change(const std::string& vrf, const std::string& rd) const;
 
   router::Router* model = nullptr;
   BgpAsnFormat format = BgpAsnFormat::kAsplain;  // effective
-  EventManager* callback_manager = nullptr;
   BgpVpnRdCallback callback = nullptr;
   std::uint64_t generation = 0;
 
  private:
   std::map<std::string, std::string> all_rds() const;
   void configuration_changed(const std::string& vrf, const std::string& before);
-  void post_rd(const std::string& vrf, const std::string& rd);
+  void append_change(const std::string& vrf, const std::string& rd);
   void report(const std::string& vrf, const std::string& text) const;
   Status post_format(BgpAsnFormat wanted);
   void change_format(BgpAsnFormat next);
 
   BgpAsnFormat wanted_format_ = BgpAsnFormat::kAsplain;  // effective after everything posted so far
+  feed::Receiver receiver_;                              // of the callback
   EventManager* format_manager_ = nullptr;
   bgp_vpn::ConfiguredFormat configured_format_;
   bgp_vpn::ConfiguredRds configured_;
@@ -82,11 +85,28 @@ void Library::report(const std::string& vrf, const std::string& text) const {
   callback(text.empty() ? 0 : 1, vrf.c_str(), text.empty() ? nullptr : text.c_str());
 }
 
-void Library::post_rd(const std::string& vrf, const std::string& rd) {
+class RdChange : public feed::Notification {
+ public:
+  RdChange(Library* reporter, std::string vrf, std::string rd)
+      : library_(reporter), vrf_(std::move(vrf)), rd_(std::move(rd)) {}
+  void deliver() override { library_->report_change(vrf_, rd_); }
+
+ private:
+  Library* library_;
+  std::string vrf_;
+  std::string rd_;
+};
+
+void Library::append_change(const std::string& vrf, const std::string& rd) {
   if (callback == nullptr) return;
-  event_post(callback_manager, [this, posted = generation, vrf, text = bgp_util_format_rd(rd, format)] {
-    if (posted == generation) report(vrf, text);
-  });
+  feed::append(model == nullptr ? 0 : model->changes(), feed::Phase::kFollowUp, &receiver_,
+               std::make_unique<RdChange>(this, vrf, rd));
+}
+
+// Another RD may have been configured since the change.
+void Library::report_change(const std::string& vrf, const std::string& rd) const {
+  const std::string configured = configured_.known(vrf);
+  report(vrf, bgp_util_format_rd(configured.empty() ? rd : configured, format));
 }
 
 void Library::configuration_changed(const std::string& vrf, const std::string& before) {
@@ -96,16 +116,15 @@ void Library::configuration_changed(const std::string& vrf, const std::string& b
   if (rd != (before.empty() ? from_model : before)) report(vrf, bgp_util_format_rd(rd, format));
 }
 
-// Posted, so that the record and the memberships of the new VRF are reported before its RD.
 void Library::vrf_created(const router::Vrf& vrf) {
   const std::string& configured = configured_.known(vrf.name);
   const std::string& rd = configured.empty() ? vrf.rd : configured;
-  if (!rd.empty()) post_rd(vrf.name, rd);
+  if (!rd.empty()) append_change(vrf.name, rd);
 }
 
 // A configured RD overrides that of the model.
 void Library::vrf_changed(const router::Vrf& before, const router::Vrf& now) {
-  if (before.rd != now.rd && configured_.known(now.name).empty()) post_rd(now.name, now.rd);
+  if (before.rd != now.rd && configured_.known(now.name).empty()) append_change(now.name, now.rd);
 }
 
 void Library::change_format(BgpAsnFormat next) {
@@ -113,7 +132,7 @@ void Library::change_format(BgpAsnFormat next) {
   const BgpAsnFormat before = std::exchange(format, next);
   if (callback == nullptr) return;
   for (const auto& [vrf, rd] : all_rds()) {
-    if (bgp_util_format_rd(rd, before) != bgp_util_format_rd(rd, format)) post_rd(vrf, rd);
+    if (bgp_util_format_rd(rd, before) != bgp_util_format_rd(rd, format)) append_change(vrf, rd);
   }
 }
 
@@ -158,7 +177,7 @@ Status Library::follow(EventManager* manager, BgpVpnRdCallback wanted) {
     configuration_changed(vrf, before);
   });
   if (status != kStatusOk) return status;
-  callback_manager = manager;
+  receiver_.manager = manager;
   callback = wanted;
   for (const auto& [vrf, rd] : all_rds()) report(vrf, bgp_util_format_rd(rd, format));
   return kStatusOk;
@@ -168,7 +187,7 @@ void Library::end_notifications() {
   configured_.stop();
   configured_format_.stop();
   callback = nullptr;
-  callback_manager = nullptr;
+  feed::drop(&receiver_);
   format_manager_ = nullptr;
   ++generation;
   change_format(wanted_format_);
