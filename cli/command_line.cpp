@@ -174,7 +174,8 @@ void add_structured(CLI::App* command, bool* structured) {
 }
 
 void add_show_vrf(CLI::App& show, Options* options) {
-  CLI::App* vrf = show.add_subcommand("vrf", "VRFs: states, interfaces, routes, route targets, policies");
+  CLI::App* vrf =
+      show.add_subcommand("vrf", "Shows VRFs: states, interfaces, routes, route targets, policies");
   vrf->add_option("WORDS", options->vrf_words, "A VRF and what to show of it")->expected(0, 4);
   vrf->add_option("--name", options->vrf, "The VRF, if its name is one of the words")->type_name("VRF");
   add_structured(vrf, &options->structured);
@@ -189,7 +190,7 @@ void add_show_vrf(CLI::App& show, Options* options) {
 }
 
 void add_show_routes(CLI::App& show, Options* options) {
-  CLI::App* routes = show.add_subcommand("routes", "The routes of a VRF, all or those of a prefix");
+  CLI::App* routes = show.add_subcommand("routes", "Shows the routes of a VRF, all or those of a prefix");
   routes->add_option("VRF", options->routes.vrf, "The VRF")->required();
   routes->add_option("PREFIX", options->routes.prefix, "ADDRESS/LENGTH, or an address");
   routes->footer(kRoutesFooter);
@@ -199,7 +200,7 @@ void add_show_routes(CLI::App& show, Options* options) {
 }
 
 void add_show_route_targets(CLI::App& show, Options* options) {
-  CLI::App* targets = show.add_subcommand("route-targets", "The route targets of all VRFs, or of one");
+  CLI::App* targets = show.add_subcommand("route-targets", "Shows the route targets of all VRFs, or of one");
   targets->add_option("VRF", options->vrf, "Only this VRF's");
   targets->callback([options] {
     options->command = [options](const Session& session) { show_route_targets(session, options->vrf); };
@@ -207,11 +208,11 @@ void add_show_route_targets(CLI::App& show, Options* options) {
 }
 
 void add_show(CLI::App& app, Options* options) {
-  CLI::App* show = app.add_subcommand("show", "Shows what the daemon knows");
+  CLI::App* show = app.add_subcommand("show", "Shows the tables of the MIB");
   show->require_subcommand(1);
-  show->add_subcommand("scalars", "Numbers of VRFs and interfaces, notification settings")
+  show->add_subcommand("scalars", "Shows the numbers of VRFs and interfaces, and the notification settings")
       ->callback([options] { options->command = show_scalars; });
-  CLI::App* interfaces = show->add_subcommand("interfaces", "The interfaces of all VRFs, or of one");
+  CLI::App* interfaces = show->add_subcommand("interfaces", "Shows the interfaces of all VRFs, or of one");
   interfaces->add_option("VRF", options->vrf, "Only this VRF's");
   interfaces->callback([options] {
     options->command = [options](const Session& session) { show_interfaces(session, options->vrf); };
@@ -238,15 +239,15 @@ CLI::App* add_path_command(CLI::App& app, Options* options, PathCommand command,
 void add_list_command(CLI::App& app, Options* options, PathCommand command, const char* name,
                       const char* description) {
   add_path_command(app, options, command, name, description)
-      ->add_option("--max", options->path.most, "At most N items (default 1024, which is the most)")
+      ->add_option("--max", options->path.most, "At most N items (default and maximum 1024)")
       ->type_name("N")
       ->check(CLI::Range(1U, kKvMaxListItems));
 }
 
 void add_raw(CLI::App& app, Options* options) {
-  add_path_command(app, options, get_record, "get", "One record, as the daemon's data store answers it");
-  add_list_command(app, options, get_list, "list", "The keys of a list, as the data store answers it");
-  add_list_command(app, options, get_datalist, "datalist", "The keys and records of a list");
+  add_path_command(app, options, get_record, "get", "Shows one record of the data store");
+  add_list_command(app, options, get_list, "list", "Shows the keys of a list of the data store");
+  add_list_command(app, options, get_datalist, "datalist", "Shows the keys and records of a list");
 }
 
 void add_debug(CLI::App& app, Options* options) {
@@ -254,8 +255,8 @@ void add_debug(CLI::App& app, Options* options) {
   DebugRequest& request = options->debug;
   command->add_option("WORDS", request.words, "list, watch, AREA on, or AREA off")->expected(0, 2);
   command->add_flag("--watch", request.watch, "Shows the prints after switching");
-  add_count(command, "--count", &request.most_prints, "Ends the watching after N prints");
-  command->add_option("--seconds", request.seconds, "Ends the watching after N seconds")
+  add_count(command, "--count", &request.most_prints, "Stops after N prints");
+  command->add_option("--seconds", request.seconds, "Stops after N seconds")
       ->type_name("N")
       ->check(watching_time());
   command->footer(kDebugFooter);
@@ -281,10 +282,10 @@ void add_watch(CLI::App& app, Options* options) {
   command->add_option("WHAT", options->watched, "traps or changes; both when left out")
       ->check(CLI::IsMember({"traps", "changes"}));
   // --timeout after the command limits the watch, not the wait for an answer.
-  add_count(command, "--count", &options->watch.most_events, "Ends after N traps and changes");
+  add_count(command, "--count", &options->watch.most_events, "Stops after N traps and changes");
   command
       ->add_option("--timeout", options->watch.seconds,
-                   "Ends after S seconds; fails if fewer than --count arrived")
+                   "Stops after S seconds; fails if fewer than --count arrived")
       ->type_name("S")
       ->check(watching_time());
   command->footer(kWatchFooter);

@@ -169,7 +169,7 @@ TEST_F(Daemon, ScalarsAreShownWithTheirTitles) {
             "illegal label threshold     5\n");
 }
 
-TEST_F(Daemon, ScalarsWithoutAReissueTimeSayNever) {
+TEST_F(Daemon, ScalarsWithoutAReissueTimeShowNever) {
   EXPECT_EQ(Ask({"show", "scalars"}), kExitOk) << Err();
   EXPECT_THAT(Out(), HasSubstr("re-issue  never\n"));
   EXPECT_THAT(Out(), HasSubstr("notifications               disabled\n"));
@@ -281,7 +281,7 @@ TEST_F(Daemon, GetShowsARecordOfAnyType) {
   EXPECT_THAT(Out(), StartsWith("{\n  "));
 }
 
-TEST_F(Daemon, GetFailuresSayWhat) {
+TEST_F(Daemon, FailureOfGetHasThePathAndTheReason) {
   EXPECT_EQ(Ask({"get", "nothing"}), kExitFailed);
   EXPECT_EQ(Err(), "mplsvpn: /oper/mpls_vpn/gl/nothing: No such path (0x40818a00)\n");
   EXPECT_EQ(Ask({"get", "interface-next/red"}), kExitFailed);
@@ -320,7 +320,7 @@ TEST_F(Daemon, RouterRefusalIsShownAsItIs) {
   EXPECT_EQ(Err(), "mplsvpn: 2|router|refuse\n");
 }
 
-TEST_F(Daemon, DaemonWithoutTheActionSaysSo) {
+TEST_F(Daemon, DaemonWithoutARouterFileHasNoRouterCommands) {
   EXPECT_EQ(Ask({"router", "show"}), kExitFailed);
   EXPECT_EQ(Err(), "mplsvpn: the daemon's source is not a router file, so there are no router commands\n");
 }

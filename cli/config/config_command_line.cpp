@@ -1,6 +1,8 @@
 #include "cli/config/config_command_line.h"
 
+#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
+#include "platform/core/text/words.h"
 
 namespace cli {
 
@@ -28,6 +30,10 @@ constexpr char kExamples[] =
 
 std::string config_footer() {
   return "Words:\n" + vrf_config::words_help() + "\n" + kChanging + kExamples;
+}
+
+std::string owner_names() {
+  return text::alternatives({kConfigOwners.begin(), kConfigOwners.end()});
 }
 
 struct Builder {
@@ -59,8 +65,7 @@ void add_show(const Builder& builder) {
                               [options](const Session& session) { config_show(session, options->show); });
   app->add_option("WORDS", options->show.words, "The beginning of items; none: everything");
   app->add_flag("--owners", options->show.owners, "Shows the owner of each item");
-  app->add_option("--owner", options->show.owner,
-                  "What this owner sets, effective or not: cli, file, frr or kernel")
+  app->add_option("--owner", options->show.owner, "What this owner sets, effective or not: " + owner_names())
       ->type_name("OWNER");
 }
 

@@ -17,7 +17,7 @@ struct ConfigOptions {
   std::uint32_t most = 20;
 };
 
-// Adds the command, which sets *command when it is the one that is asked for. Both must remain live while
+// Adds the command, which sets *command if it is the one on the command line. Both must remain live while
 // `app` is.
 void add_config(CLI::App& app, ConfigOptions* options, std::function<void(const Session&)>* command);
 

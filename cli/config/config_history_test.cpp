@@ -235,7 +235,7 @@ TEST_F(ConfigurationHistory, RollbackToTheNewestChangesNothing) {
             "commits\n");
 }
 
-TEST_F(ConfigurationHistory, RollbackLeavesWhatOthersHoldAloneAndSaysSo) {
+TEST_F(ConfigurationHistory, RollbackReportsWhatOtherOwnersStillSet) {
   Hold(kConfigOwnerFile, "vrf red description file");
   Done("set traps all");
   const std::string first = NewestCommit();
@@ -248,7 +248,7 @@ TEST_F(ConfigurationHistory, RollbackLeavesWhatOthersHoldAloneAndSaysSo) {
   EXPECT_EQ(Done("show"), "set vrf red description file\nset vrf red rip interface ge0\nset traps all\n");
 }
 
-TEST_F(ConfigurationHistory, RollbackSaysWhatAnotherOwnerTookAway) {
+TEST_F(ConfigurationHistory, RollbackReportsWhatAnotherOwnerDeleted) {
   Hold(kConfigOwnerFile, "vrf red description file");
   Done("set traps all");
   const std::string first = NewestCommit();

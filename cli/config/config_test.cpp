@@ -114,7 +114,7 @@ TEST_F(TrapSwitches, RefusalOfTheDaemonIsAFailure) {
   EXPECT_THAT(Err(), HasSubstr("config set traps all: Input/output error"));
 }
 
-TEST_F(CommandLine, ConfigWithoutADaemonSaysSo) {
+TEST_F(CommandLine, ConfigReportsThatTheDaemonIsNotRunning) {
   EXPECT_EQ(Run({"config", "set", "traps", "all"}), kExitNoDaemon);
   EXPECT_EQ(Run({"watch"}), kExitNoDaemon);
 }

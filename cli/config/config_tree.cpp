@@ -7,6 +7,7 @@
 
 #include "cli/output/table.h"
 #include "platform/config/owners.h"
+#include "platform/core/text/words.h"
 
 namespace cli {
 
@@ -21,7 +22,7 @@ kvtree::NodesResult read_page(const Session& session, kvtree::Client& client, st
   kvtree::NodesResult page = client.nodes(path, most, after, owner);
   if (page.status == kStatusInvalid && !owner.empty()) {
     throw Failure(kExitUsage, fmt::format("unknown owner \"{}\"; expected {}", printable(owner),
-                                          fmt::join(kConfigOwners, ", ")));
+                                          text::alternatives({kConfigOwners.begin(), kConfigOwners.end()})));
   }
   if (page.status) throw request_failure(session, "config", page.status);
   return page;

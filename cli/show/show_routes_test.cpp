@@ -141,7 +141,7 @@ TEST_F(ShowRoutes, RouteOfAnotherVrfDoesNotMatch) {
   EXPECT_EQ(Ask({"show", "routes", "red", "10.1.1.1"}), kExitFailed);
 }
 
-TEST_F(ShowRoutes, BadPrefixIsAUsageErrorThatSaysWhy) {
+TEST_F(ShowRoutes, BadPrefixIsAUsageErrorWithTheReason) {
   const std::vector<std::pair<std::string, std::string>> wrong = {
       {"10.0.0.0/33", "the length is from 0 to 32"},
       {"::/129", "the length is from 0 to 128"},
@@ -252,7 +252,7 @@ TEST_F(ShowRouteTargets, TargetsOfAVrfThatIsOnlyConfiguredAreShown) {
   EXPECT_EQ(AskForJson({"show", "route-targets", "cyan"}).size(), 1U);
 }
 
-TEST_F(ShowRouteTargets, UnknownVrfIsSaidPlainly) {
+TEST_F(ShowRouteTargets, UnknownVrfIsReported) {
   AddTargets();
   EXPECT_EQ(Ask({"show", "route-targets", "green"}), kExitFailed);
   EXPECT_EQ(Out(), "");
@@ -305,7 +305,7 @@ TEST_F(RawCommand, StructuredFormIsReachedByEach) {
   EXPECT_EQ(fake.last_form, 3U);
 }
 
-TEST_F(RawCommand, ListThatIsCutSaysSo) {
+TEST_F(RawCommand, TruncatedListIsReported) {
   EXPECT_EQ(Ask({"list", "vrf-detail", "--max", "1"}), kExitOk);
   EXPECT_EQ(Out(), "a/b\n");
   EXPECT_EQ(Err(), "mplsvpn: --max limits the list to 1 items; there may be more\n");
@@ -319,7 +319,7 @@ TEST_F(RawCommand, EmptyListIsAnEmptyArray) {
   EXPECT_EQ(AskForJson({"datalist", "vrf-detail"}), Json::array());
 }
 
-TEST_F(RawCommand, FailuresSayWhat) {
+TEST_F(RawCommand, FailuresHaveThePathAndTheReason) {
   EXPECT_EQ(Ask({"list", "nothing"}), kExitFailed);
   EXPECT_EQ(Err(), "mplsvpn: /oper/mpls_vpn/gl/nothing: No such path (0x40818a00)\n");
   EXPECT_EQ(Ask({"datalist", "vrf/red"}), kExitFailed);

@@ -112,7 +112,7 @@ TEST_F(ShowVrf, NoVrfIsAnEmptyList) {
   EXPECT_EQ(Out(), "VRF  RD  STATE  INTERFACES  ACTIVE  ROUTES  CHANGED  DESCRIPTION\n");
 }
 
-TEST_F(ShowVrf, UnknownVrfIsSaidPlainly) {
+TEST_F(ShowVrf, UnknownVrfIsReported) {
   AddRed();
   for (const std::vector<std::string>& words :
        std::vector<std::vector<std::string>>{{"show", "vrf", "re\x1b"},

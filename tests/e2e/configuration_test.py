@@ -6,7 +6,7 @@ import json
 import subprocess
 import unittest
 
-from system import IF_CONF, L3VPN, System, bits, name_index, oid_tuple, wait_until
+from system import BIN, IF_CONF, L3VPN, ROOT, System, bits, name_index, oid_tuple, wait_until
 
 VRF_ENTRY, RT_ENTRY = (oid_tuple(L3VPN) + tail for tail in ((1, 2, 2, 1), (1, 2, 3, 1)))
 DESCRIPTION, RD, MID, HIGH = 3, 4, 9, 10
@@ -154,6 +154,20 @@ class Configuration(unittest.TestCase):
         self.becomes("description", lambda: self.vrf("red", DESCRIPTION), ['"the file\'s own"'])
 
     # --- The format of AS numbers ---
+
+    def completed(self, *words):
+        """What the completion of bash offers after these words of the command line."""
+        script = """. "$1"; shift; COMP_WORDS=("$@" ""); COMP_CWORD=$#; _mplsvpn; echo "${COMPREPLY[*]}" """
+        environment = dict(self.system.environment, PATH=f"{BIN}:{self.system.environment['PATH']}")
+        return subprocess.run(["bash", "-c", script, "bash", str(ROOT / "packaging/bash-completion/mplsvpn"), "mplsvpn", *words],
+                              env=environment, capture_output=True, text=True, check=True).stdout.split()
+
+    def test_completion_offers_the_words_and_vrfs_that_may_follow(self):
+        self.assertEqual(self.completed("config", "set", "vrf"), ["red", "blue"])
+        self.assertEqual(self.completed("config", "set", "vrf", "red", "rt"), ["import", "export", "both"])
+        self.assertEqual(self.completed("config", "set", "vrf", "red", "rt", "both", "65000", ":", "1"),
+                         ["ipv4", "ipv6", "evpn"])
+        self.assertEqual(self.completed("config", "set", "vrf", "red", "rt", "both"), [])
 
     def test_format_of_as_numbers_applies_without_a_restart_and_survives_one(self):
         small = ["65000:100", "0.65000:100"]
