@@ -10,8 +10,10 @@ namespace {
 
 Elements elements_of(std::string_view words) {
   Elements elements;
-  for (const std::string_view word : text::split(words, ' '))
-    elements.push_back({word, find_word_type(word)});
+  for (const std::string_view word : text::split(words, ' ')) {
+    const WordType* type = find_word_type(word);
+    elements.push_back({word, type, type == nullptr ? std::vector<std::string>() : choices_of(*type)});
+  }
   return elements;
 }
 
@@ -40,10 +42,9 @@ std::string help_line(const Item& item) {
 }
 
 // What ITEM is, in lines of at most kHelpWidth beyond the column of the help.
-std::string choices_help(const WordType& type) {
+std::string choices_help(const std::vector<std::string>& choices) {
   std::string lines;
   std::string line;
-  const std::vector<std::string> choices = choices_of(type);
   for (const std::string& choice : choices) {
     const std::string text = choice + (&choice == &choices.back() ? "" : ", ");
     if (line.size() + text.size() > kHelpWidth) {
@@ -57,8 +58,7 @@ std::string choices_help(const WordType& type) {
 
 // Types whose name does not list their choices.
 bool needs_choices(const Element& element) {
-  return element.type != nullptr && element.type->what.empty() &&
-         element.type->name.find('|') == std::string_view::npos;
+  return !element.choices.empty() && element.literal.find('|') == std::string_view::npos;
 }
 
 auto with_words(std::string_view words) {
@@ -92,7 +92,7 @@ std::string words_help() {
   for (const Syntax& syntax : all_syntaxes()) {
     help += help_line(*syntax.items.front());
     for (const Element& element : syntax.required) {
-      if (needs_choices(element)) help += choices_help(*element.type);
+      if (needs_choices(element)) help += choices_help(element.choices);
     }
   }
   return help;

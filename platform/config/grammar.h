@@ -1,6 +1,7 @@
 // The words of configuration items, taken apart. Not for other folders.
 #pragma once
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -10,7 +11,8 @@ namespace vrf_config {
 
 struct Element {
   std::string_view literal;
-  const WordType* type = nullptr;  // null: the literal
+  const WordType* type = nullptr;      // null: the literal
+  std::vector<std::string> choices{};  // of the type
 };
 using Elements = std::vector<Element>;
 

@@ -36,8 +36,7 @@ Words example_words(const Elements& elements) {
     if (element.type == nullptr) {
       words.emplace_back(element.literal);
     } else {
-      const std::vector<std::string> choices = choices_of(*element.type);
-      words.push_back(choices.empty() ? example_word(element.literal) : choices.front());
+      words.push_back(element.choices.empty() ? example_word(element.literal) : element.choices.front());
     }
   }
   return words;

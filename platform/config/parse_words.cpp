@@ -29,33 +29,31 @@ void add_new(Texts* texts, std::string text) {
   if (std::find(texts->begin(), texts->end(), text) == texts->end()) texts->push_back(std::move(text));
 }
 
-bool is_choice(const Element& element, const std::string& word) {
-  const Texts choices = choices_of(*element.type);
-  return std::find(choices.begin(), choices.end(), word) != choices.end();
-}
-
 bool is_free(const Element& element) {
   return element.type != nullptr && !element.type->what.empty();
 }
 
-// The words at a place, as they are typed and as messages name them.
-struct Expected {
-  Texts words;
-  Texts names;
+// Whether a word may be this element. The values of a free one are checked when it is read.
+bool may_be(const Element& element, const std::string& word) {
+  if (element.type == nullptr) return element.literal == word;
+  const Texts& choices = element.choices;
+  return is_free(element) || std::find(choices.begin(), choices.end(), word) != choices.end();
+}
 
-  void add(const Element& element) {
-    if (is_free(element)) {
-      add_new(&words, std::string(element.type->name));
-      add_new(&names, std::string(element.type->what));
-      return;
-    }
-    for (const std::string& word :
-         element.type == nullptr ? Texts{std::string(element.literal)} : choices_of(*element.type)) {
-      add_new(&words, word);
-      add_new(&names, word);
+// Literals and choices; of free elements what `name` answers of their type.
+Texts texts_of(const std::vector<const Element*>& elements, std::string_view WordType::*name) {
+  Texts texts;
+  for (const Element* element : elements) {
+    if (is_free(*element)) {
+      add_new(&texts, std::string(element->type->*name));
+    } else if (element->type == nullptr) {
+      add_new(&texts, std::string(element->literal));
+    } else {
+      for (const std::string& choice : element->choices) add_new(&texts, choice);
     }
   }
-};
+  return texts;
+}
 
 class WordReader {
  public:
@@ -63,7 +61,7 @@ class WordReader {
 
   Nodes read();
   // The words that may follow, once all were read without an error other than that words are missing.
-  const Texts& following() const { return expected_.words; }
+  Texts following() const { return texts_of(expected_, &WordType::name); }
 
  private:
   bool is_done() const { return at_ == words_.size(); }
@@ -71,25 +69,26 @@ class WordReader {
   void read_place(std::vector<const Syntax*>* candidates, std::size_t place);
   void read_optional(const Syntax& syntax);
   void read_element(const Element& element);
+  void take(const Element& element);
   std::string take_text(const Element& element);
+  std::string expected_names() const { return text::alternatives(texts_of(expected_, &WordType::what)); }
   [[noreturn]] void fail_unknown() const;
   void require_word() const;
 
   const Words& words_;
   std::size_t at_ = 0;
-  Expected expected_;  // at this place
+  std::vector<const Element*> expected_;  // at this place
   Draft draft_;
 };
 
 void WordReader::fail_unknown() const {
-  throw BadWord("unknown word " + text::quoted(words_[at_]) + "; expected " +
-                text::alternatives(expected_.names));
+  throw BadWord("unknown word " + text::quoted(words_[at_]) + "; expected " + expected_names());
 }
 
 void WordReader::require_word() const {
   if (!is_done()) return;
   const std::string after = at_ == 0 ? "" : " after " + text::quoted(words_[at_ - 1]);
-  throw BadWord(text::alternatives(expected_.names) + " is missing" + after, true);
+  throw BadWord(expected_names() + " is missing" + after, true);
 }
 
 std::string WordReader::take_text(const Element& element) {
@@ -98,15 +97,8 @@ std::string WordReader::take_text(const Element& element) {
   return text;
 }
 
-void WordReader::read_element(const Element& element) {
-  expected_ = {};
-  expected_.add(element);
-  require_word();
-  if (element.type == nullptr ? words_[at_] != element.literal
-                              : !is_free(element) && !is_choice(element, words_[at_])) {
-    fail_unknown();
-  }
-  expected_ = {};
+void WordReader::take(const Element& element) {
+  expected_.clear();
   if (element.type == nullptr) {
     ++at_;
   } else if (const auto fault = element.type->read(*element.type, take_text(element), &draft_)) {
@@ -114,24 +106,24 @@ void WordReader::read_element(const Element& element) {
   }
 }
 
-// Of the candidates those stay whose word at this place is the next one: a literal before any other.
-void WordReader::read_place(std::vector<const Syntax*>* candidates, std::size_t place) {
-  expected_ = {};
-  for (const Syntax* syntax : *candidates) expected_.add(syntax->required[place]);
+void WordReader::read_element(const Element& element) {
+  expected_ = {&element};
   require_word();
-  std::vector<const Syntax*> literal;
-  std::vector<const Syntax*> typed;
-  for (const Syntax* syntax : *candidates) {
-    const Element& element = syntax->required[place];
-    if (element.type != nullptr) {
-      if (is_free(element) || is_choice(element, words_[at_])) typed.push_back(syntax);
-    } else if (element.literal == words_[at_]) {
-      literal.push_back(syntax);
-    }
-  }
-  if (literal.empty() && typed.empty()) fail_unknown();
-  *candidates = literal.empty() ? typed : literal;
-  read_element(candidates->front()->required[place]);
+  if (!may_be(element, words_[at_])) fail_unknown();
+  take(element);
+}
+
+// Keeps the candidates that have the next word at this place: those with a literal, if there are any.
+void WordReader::read_place(std::vector<const Syntax*>* candidates, std::size_t place) {
+  expected_.clear();
+  for (const Syntax* syntax : *candidates) expected_.push_back(&syntax->required[place]);
+  require_word();
+  std::erase_if(*candidates,
+                [&](const Syntax* syntax) { return !may_be(syntax->required[place], words_[at_]); });
+  if (candidates->empty()) fail_unknown();
+  const auto is_typed = [=](const Syntax* syntax) { return syntax->required[place].type != nullptr; };
+  if (!std::all_of(candidates->begin(), candidates->end(), is_typed)) std::erase_if(*candidates, is_typed);
+  take(candidates->front()->required[place]);
 }
 
 const Syntax& WordReader::read_required() {
@@ -146,13 +138,13 @@ const Syntax& WordReader::read_required() {
 void WordReader::read_optional(const Syntax& syntax) {
   for (const Elements& elements : syntax.optional) {
     const Element& first = elements.front();
-    expected_.add(first);
+    expected_.push_back(&first);
     const bool is_there = !is_done() && (first.type != nullptr || first.literal == words_[at_]);
     if (!is_there) continue;
     for (const Element& element : elements) read_element(element);
   }
   if (is_done()) return;
-  if (!expected_.names.empty()) fail_unknown();
+  if (!expected_.empty()) fail_unknown();
   throw BadWord(text::quoted(words_[at_]) + " is one word too many");
 }
 
