@@ -103,5 +103,27 @@ class Live(unittest.TestCase):
         follow(ge9=11)
 
 
+class LostConnection(unittest.TestCase):
+    """The membership service fails at the first change after the start; the daemon connects again by itself."""
+
+    def after(self, *words):
+        faults = {"MPLS_VPN_MIB_FAULTS": "vmap_service=5@2+1", "MPLS_VPN_MIB_DEBUG": "vmap"}
+        with System(ROUTER, environment=faults) as system:
+            system.start_all()
+            system.cli("router", *words, check=True)
+            wait_until("the second connection",
+                       lambda: system.log("daemon").count("connection established") == 2, 10)
+            return system.walk(IF_CONF)
+
+    def test_interface_that_joined_meanwhile_is_there(self):
+        self.assertEqual(self.after("move", "ge1", "red"), expected_if_conf([("red", 11), ("red", 12)]))
+
+    def test_interface_that_left_meanwhile_is_removed(self):
+        self.assertEqual(self.after("leave", "ge0"), expected_if_conf([]))
+
+    def test_vrf_that_was_deleted_meanwhile_is_removed(self):
+        self.assertEqual(self.after("delete-vrf", "red"), expected_if_conf([]))
+
+
 if __name__ == "__main__":
     unittest.main()
