@@ -6,12 +6,8 @@
 #include <chrono>
 
 #include "cli/commands.h"
-#include "cli/diagnosis/notifications.h"
+#include "cli/diagnosis/traps.h"
 #include "cli/diagnosis/vpn_changes.h"
-#include "cli/output/json_list.h"
-#include "cli/output/names.h"
-#include "cli/output/record.h"
-#include "cli/output/table.h"
 #include "cli/output/times.h"
 #include "platform/router/vpn_events/records.h"
 
@@ -21,52 +17,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-
-// The members of the record that the type of the trap uses; the others are 0.
-std::string details(const mpls_vpn_mib_trap& trap) {
-  switch (trap.trapType) {
-    case 0:
-    case 1:
-      return fmt::format("interface {} vrf {}", trap.ifConfIndex, vrf_status_name(trap.vrfOperStatus));
-    case 2:
-      return fmt::format("routes {} mid threshold {}", trap.currNumRoutes, trap.midThresh);
-    case 3:
-    case 5:
-      return fmt::format("routes {} high threshold {}", trap.currNumRoutes, trap.highThresh);
-    case 4:
-      return fmt::format("violations {}", trap.illegalLabelViolations);
-    default:
-      return "of an unknown type";
-  }
-}
-
-Json trap_json(const mpls_vpn_mib_trap& trap, std::uint64_t lost_before) {
-  return {{"time", now_text()},
-          {"notification", notification_name(trap.trapType)},
-          {"trapType", trap.trapType},
-          {"vrfName", text_or_empty(trap.vrfName)},
-          {"ifConfIndex", trap.ifConfIndex},
-          {"vrfOperStatus", trap.vrfOperStatus},
-          {"ifConfRowStatus", trap.ifConfRowStatus},
-          {"midThresh", trap.midThresh},
-          {"highThresh", trap.highThresh},
-          {"currNumRoutes", trap.currNumRoutes},
-          {"illegalLabelViolations", trap.illegalLabelViolations},
-          {"lostBefore", lost_before}};
-}
-
-void print_trap(const Session& session, const kvtree::NotificationResult& notification) {
-  const Record<mpls_vpn_mib_trap> trap(session, notification.path + notification.item_name, kMibTrapParcel,
-                                       notification.record);
-  if (session.json) {
-    session.out << json_line(trap_json(*trap, notification.lost_before)) << '\n';
-  } else {
-    if (notification.lost_before != 0)
-      fmt::print(session.out, "... {} traps missed\n", notification.lost_before);
-    fmt::print(session.out, "{} {} {} {}\n", now_text(), notification_name(trap->trapType),
-               printable(text_or_empty(trap->vrfName)), details(*trap));
-  }
-}
 
 // The number of printed lines, at most `most`.
 std::uint64_t print_notification(const Session& session, const kvtree::NotificationResult& notification,
