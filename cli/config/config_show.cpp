@@ -33,7 +33,7 @@ bool is_shown_first(const Shown& left, const Shown& right) {
   return place(left) < place(right);
 }
 
-std::vector<Shown> shown_nodes(ConfigNodes nodes, const Words& beginning) {
+std::vector<Shown> shown_nodes(ConfigNodes&& nodes, const Words& beginning) {
   std::vector<Shown> all;
   for (auto& [path, node] : nodes) {
     std::optional<Words> words = vrf_config::word_list_of({path, node.value});
