@@ -8,6 +8,7 @@
 #include "cli/show/show_test_fixture.h"
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
+#include "platform/router/vpn_events/records.h"
 #include "platform/store/configuration/config.h"
 
 namespace cli {
@@ -25,6 +26,7 @@ class ShowVrf : public ShowCommand {
   void SetUp() override {
     ShowCommand::SetUp();
     setenv("TZ", "UTC0", 1);
+    StateOwnerOfModelRds(kConfigOwnerFile);
   }
   void AddRed() {
     fake.vrfs["red"] = {"Red Rail", "65000:10", kNow - 90'000, kNow - 75, 1, 7, 0, {"ge1", "ge2"}, {}, false};
@@ -38,6 +40,10 @@ class ShowVrf : public ShowCommand {
     for (unsigned number = 1; number <= count; ++number) {
       fake.vrfs["v" + std::to_string(100'000 + number)].rd = "1:" + std::to_string(number);
     }
+  }
+  static void StateOwnerOfModelRds(std::string_view owner) {
+    KvValue value{KvValueType::kText, std::string(owner), 0, {}, {}};
+    ASSERT_EQ(kvtree_set(vpn_events::kRdOwnerPath, value), kStatusOk);
   }
   static void Configure(const std::string& vrf, Family family, std::uint32_t maximum, std::uint32_t mid) {
     const KvConfigNode node = vrf_config::route_threshold(vrf, family, maximum, mid);
@@ -208,6 +214,14 @@ TEST_F(ShowVrf, DetailShowsEverything) {
             "  big                 no\n"
             "  interface counts    2, 1 active\n"
             "  interfaces          ge1 ge\\x0a2\n");
+}
+
+TEST_F(ShowVrf, RdThatIsNotConfiguredHasTheOriginOfTheModelsSource) {
+  AddRed();
+  StateOwnerOfModelRds(kConfigOwnerKernel);
+  EXPECT_EQ(AskForJson({"show", "vrf", "red", "detail"})[0]["rdOrigin"], "kernel");
+  StateOwnerOfModelRds("");
+  EXPECT_EQ(AskForJson({"show", "vrf", "red", "detail"})[0]["rdOrigin"], Json());
 }
 
 TEST_F(ShowVrf, DetailShowsRouteTargetsAndPoliciesByFamily) {

@@ -32,6 +32,7 @@ class Details {
         client_(client),
         request_(request),
         are_routes_counted_(are_routes_counted(client)),
+        model_rd_owner_(model_rd_owner(session, client)),
         nodes_(session, client),
         list_(session.out) {}
 
@@ -39,7 +40,7 @@ class Details {
     const ShownVrf shown(session_, provider_path("vrf-detail"), kShowVrfParcel, record);
     const std::string name = text_or_empty(row.name);
     const std::span<const kvtree::Node> nodes = nodes_.of(name);
-    const VrfOrigins origins(name, nodes);
+    const VrfOrigins origins(name, nodes, model_rd_owner_);
     const EvpnTable evpn(session_, client_, name, origins, request_);
     VrfDetails details{*shown, thresholds_among(nodes, name, request_), origins,
                        wanted_tables(*shown, request_)};
@@ -62,6 +63,7 @@ class Details {
   kvtree::Client& client_;
   const VrfRequest& request_;
   const bool are_routes_counted_;
+  const std::string model_rd_owner_;
   VrfNodes nodes_;
   JsonList list_;
   bool is_first_ = true;

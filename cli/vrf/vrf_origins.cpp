@@ -1,6 +1,7 @@
 #include "cli/vrf/vrf_origins.h"
 
 #include "platform/config/owners.h"
+#include "platform/router/vpn_events/records.h"
 #include "platform/store/configuration/config.h"
 #include "platform/store/tree/kvtree.h"
 
@@ -13,7 +14,15 @@ using vrf_config::Family;
 
 }  // namespace
 
-VrfOrigins::VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nodes) : vrf_(vrf) {
+std::string model_rd_owner(const Session& session, kvtree::Client& client) {
+  const kvtree::NodesResult found = client.nodes(vpn_events::kRdOwnerPath, 1);
+  if (found.status) throw request_failure(session, vpn_events::kRdOwnerPath, found.status);
+  return found.nodes.empty() ? std::string() : found.nodes.front().value.text;
+}
+
+VrfOrigins::VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nodes,
+                       const std::string& model_rd_owner)
+    : vrf_(vrf), model_rd_owner_(model_rd_owner) {
   const std::string vni_path = vrf_config::vni(vrf_, 0).path;
   for (const kvtree::Node& node : nodes) {
     if (node.path == vni_path) vni_ = node.value.number;
@@ -38,7 +47,7 @@ std::string VrfOrigins::of_rd(const std::string& rd) const {
     std::string origin = of(vrf_config::route_distinguisher(vrf_, family, {}));
     if (!origin.empty()) return origin;
   }
-  return std::string(vrf_config::origin(kConfigOwnerFile));
+  return std::string(vrf_config::origin(model_rd_owner_));
 }
 
 std::string VrfOrigins::of_target(std::uint32_t afi, Direction direction, const std::string& target) const {

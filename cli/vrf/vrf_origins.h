@@ -12,14 +12,16 @@
 
 namespace cli {
 
+// The owner of the RDs in the router model; empty if its source sets none. Throws Failure.
+std::string model_rd_owner(const Session& session, kvtree::Client& client);
+
 // Origins as vrf_config::origin() names them; empty for an item that is not configured.
 class VrfOrigins {
  public:
-  // `nodes`: the effective ones of this VRF.
-  VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nodes);
+  // `nodes`: the effective ones of this VRF. `model_rd_owner`: of an RD that is not configured.
+  VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nodes, const std::string& model_rd_owner);
 
   std::string of_description() const;
-  // An RD that is not configured is from the router file.
   std::string of_rd(const std::string& rd) const;
   std::string of_target(std::uint32_t afi, vrf_config::Direction direction, const std::string& target) const;
   std::string of_policy(std::uint32_t afi, vrf_config::Direction direction) const;
@@ -33,6 +35,7 @@ class VrfOrigins {
   std::string of(const KvConfigNode& item) const;
 
   std::string vrf_;
+  std::string model_rd_owner_;
   std::map<std::string, std::string> owners_;  // by path
   std::optional<std::int64_t> vni_{};
   bool has_evpn_targets_ = false;

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/config/owners.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
@@ -52,7 +53,9 @@ FileSource::FileSource(router::Router* model, std::string path)
     : model_(model),
       path_(std::move(path)),
       feeder_(model),
-      action_(model, [this](std::string* text) { return reload(text); }) {}
+      action_(model, [this](std::string* text) { return reload(text); }) {
+  model_->set_rd_owner(kConfigOwnerFile);
+}
 
 FileSource::~FileSource() {
   if (feeding_ != 0) event_timer_cancel(manager_, feeding_);

@@ -84,6 +84,10 @@ class RouterOnDisk : public ::testing::Test {
   std::string error_;
 };
 
+TEST_F(RouterOnDisk, RdsInTheModelAreAttributedToTheRouterFile) {
+  EXPECT_EQ(router_.rd_owner(), kConfigOwnerFile);
+}
+
 TEST_F(RouterOnDisk, FileIsLoadedIntoTheModel) {
   Write(kRed);
   ASSERT_EQ(Load(), kStatusOk) << error_;

@@ -156,6 +156,11 @@ class Router {
   const Interface* find_interface_by_name(std::string_view name) const;
   const Interface* find_interface_by_index(std::uint32_t index) const;
 
+  // The owner (platform/config/owners.h) to whom the RDs of the model are attributed. The source states it
+  // when it is constructed; empty for a source that sets no RD.
+  void set_rd_owner(std::string_view owner);
+  const std::string& rd_owner() const;
+
   // The number of changes so far; during a notification it includes the change that is being notified.
   std::uint64_t changes() const;
 

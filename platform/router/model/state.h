@@ -23,6 +23,7 @@ struct Router::State {
   std::uint32_t last_handle = 0;
 
   RouteStore routes;
+  std::string rd_owner;
 
   std::vector<std::pair<ObserverRank, Observer*>> observers;  // by rank, then in order of registration
   unsigned busy = 0;                                          // > 0 while observers or visitors run

@@ -153,6 +153,14 @@ bool Router::is_referenced(std::string_view name, ReferenceHolder holder) const 
   return found != state_->references.end() && (found->second & static_cast<std::uint8_t>(holder)) != 0;
 }
 
+void Router::set_rd_owner(std::string_view owner) {
+  state_->rd_owner = owner;
+}
+
+const std::string& Router::rd_owner() const {
+  return state_->rd_owner;
+}
+
 std::uint64_t Router::changes() const {
   return state_->changes;
 }

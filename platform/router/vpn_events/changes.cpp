@@ -7,7 +7,6 @@
 #include <tuple>
 #include <utility>
 
-#include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/model/router.h"
 
@@ -54,11 +53,10 @@ struct VrfChanges {
 };
 using ChangesByVrf = std::map<std::string, VrfChanges, router::ShorterFirst>;
 
-// The model has the text of the router file, in any form.
-Held held_by_model(const std::string& text) {
-  if (text.empty()) return {};
-  const std::optional<Target> rd = vrf_config::parse_target(text);
-  return {rd ? vrf_config::target_text(*rd) : text, std::string(kConfigOwnerFile)};
+Held held_by_model(const Held& rd) {
+  if (rd.text.empty()) return {};
+  const std::optional<Target> parsed = vrf_config::parse_target(rd.text);
+  return {parsed ? vrf_config::target_text(*parsed) : rd.text, rd.owner};
 }
 
 Held held(const std::optional<KvValue>& value, std::string_view owner) {
@@ -66,7 +64,7 @@ Held held(const std::optional<KvValue>& value, std::string_view owner) {
   return {value->text, std::string(owner)};
 }
 
-Rds rds_now(const std::string& vrf, const std::string& model_rd) {
+Rds rds_now(const std::string& vrf, const Held& model_rd) {
   Rds rds;
   for (std::size_t at = 0; at < kFamiliesOfTargets.size(); ++at) {
     const auto found =
@@ -155,8 +153,7 @@ std::vector<Change> changes_of_commit(const std::vector<KvConfigCommitChange>& c
   return changes;
 }
 
-std::vector<Change> changes_of_model(const std::string& vrf, const std::string& before,
-                                     const std::string& now) {
+std::vector<Change> changes_of_model(const std::string& vrf, const Held& before, const Held& now) {
   const Rds rds = rds_now(vrf, now);
   Rds former = rds;
   former.model = held_by_model(before);

@@ -31,14 +31,14 @@ struct Change {
   Held after;
 };
 
-using ModelRd = std::function<std::string(const std::string& vrf)>;
+// The RD of a VRF in the router model, in any form.
+using ModelRd = std::function<Held(const std::string& vrf)>;
 
 // The changes of a commit, after it was made: VRF by VRF, RDs before route targets. RDs and targets are
 // asplain.
 std::vector<Change> changes_of_commit(const std::vector<KvConfigCommitChange>& commit,
                                       const ModelRd& model_rd);
 // The changes of a VRF whose RD in the model changed.
-std::vector<Change> changes_of_model(const std::string& vrf, const std::string& before,
-                                     const std::string& now);
+std::vector<Change> changes_of_model(const std::string& vrf, const Held& before, const Held& now);
 
 }  // namespace vpn_events

@@ -12,6 +12,8 @@ namespace vpn_events {
 // The provider that sends the records as notifications.
 inline constexpr char kProviderPath[] = "/oper/vpn_changes/";
 inline constexpr char kItemName[] = "changes";
+// A node of the data store: the owner of the RDs in the router model, a text. Empty if its source sets none.
+inline constexpr char kRdOwnerPath[] = "/oper/router/rd_owner";
 
 enum class Item : std::uint32_t { kRouteDistinguisher = 1, kImportTarget = 2, kExportTarget = 3 };
 

@@ -38,6 +38,7 @@ class Reporter : public router::Observer {
  private:
   void take_commit(const std::vector<KvConfigCommitChange>& commit);
   void take_model(const std::string& vrf, const std::string& before, const std::string& now);
+  Held held_by_model(const std::string& rd) const { return {rd, model_->rd_owner()}; }
   using Place = std::tuple<std::string, Item, std::uint32_t, std::string>;
   static Place place_of(const Change& change, const Held& held);
   bool merge(const Change& change);
@@ -64,12 +65,17 @@ std::unique_ptr<Reporter>& reporter() {
 Reporter::~Reporter() {
   model_->stop_observing(this);
   if (connection_ == nullptr) return;
+  const Status deleted = kvtree_delete(kRdOwnerPath);
+  if (deleted && deleted != kStatusNoSuchRow)  // start() fails before it publishes the owner
+    log_error("vpn_events", "%s is still published: %s", kRdOwnerPath, err_text(deleted));
   if (const Status status = kvtree_unbind(connection_))
     log_error("vpn_events", "%s is still provided: %s", kProviderPath, err_text(status));
 }
 
 Status Reporter::start() {
   if (const Status status = kvtree_bind(&connection_, kProviderPath, kKvBindProvider)) return status;
+  if (const Status status = kvtree_set(kRdOwnerPath, {KvValueType::kText, model_->rd_owner(), 0, {}, {}}))
+    return status;
   model_->observe(router::ObserverRank::kOther, this);
   observed_ =
       kvtree_config_observe(vrf_config::kVrfScope, [this](const auto& commit) { take_commit(commit); });
@@ -79,14 +85,15 @@ Status Reporter::start() {
 void Reporter::take_commit(const std::vector<KvConfigCommitChange>& commit) {
   const auto model_rd = [this](const std::string& name) {
     const router::Vrf* vrf = model_->find_vrf(name);
-    return vrf == nullptr ? std::string() : vrf->rd;
+    return vrf == nullptr ? Held() : held_by_model(vrf->rd);
   };
   for (Change& change : changes_of_commit(commit, model_rd)) keep(std::move(change));
 }
 
 void Reporter::take_model(const std::string& vrf, const std::string& before, const std::string& now) {
   if (before == now) return;
-  for (Change& change : changes_of_model(vrf, before, now)) keep(std::move(change));
+  for (Change& change : changes_of_model(vrf, held_by_model(before), held_by_model(now)))
+    keep(std::move(change));
 }
 
 // A VRF has one RD, so any new value replaces a removed one; a removed route target is replaced by itself

@@ -23,8 +23,10 @@
 
 inline constexpr std::size_t kMostVpnChanges = 256;  // of one record
 
+// While attached, the owner of the model's RDs is published for readers (kRdOwnerPath in records.h).
+//
 // Model and manager must live until vpn_events_detach. kStatusExists when attached; kStatusInvalid for null;
-// or the status of binding, with nothing attached. Fault point "vpn_events_attach".
+// or the status of binding or publishing, with nothing attached. Fault point "vpn_events_attach".
 [[nodiscard]] Status vpn_events_attach(router::Router* model, EventManager* manager);
 // Stops the reports and drops those that were not sent. Ignored when not attached.
 void vpn_events_detach();

@@ -52,6 +52,7 @@ class VpnEvents : public ::testing::Test {
     EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
     manager_ = event_manager_create("/dev/test/main", 0);
     bgp_vpn_attach(&router_);
+    router_.set_rd_owner(kConfigOwnerFile);
   }
   ~VpnEvents() override {
     fault_disarm_all();
@@ -204,6 +205,23 @@ TEST_F(VpnEvents, RdOfTheRouterFileCountsWhereNoneIsConfigured) {
   EXPECT_THAT(Reported(), ElementsAre("red rd 65000:3(file) -> none"));
 }
 
+TEST_F(VpnEvents, RdInTheModelIsOwnedByTheModelsSource) {
+  router_.set_rd_owner(kConfigOwnerKernel);
+  Attach();
+  AddVrf("65000:1");
+  EXPECT_THAT(Reported(), ElementsAre("red rd none -> 65000:1(kernel)"));
+  EXPECT_THAT(Commit("cli", {"vrf red rd 65000:9"}), ElementsAre("red rd 65000:1(kernel) -> 65000:9(cli)"));
+}
+
+TEST_F(VpnEvents, OwnerOfRdsInTheModelIsPublishedWhileAttached) {
+  const auto published = [] { return kvtree::store().nodes.find(vpn_events::kRdOwnerPath); };
+  Attach();
+  ASSERT_NE(published(), kvtree::store().nodes.end());
+  EXPECT_EQ(published()->second.value->text, kConfigOwnerFile);
+  vpn_events_detach();
+  EXPECT_EQ(published(), kvtree::store().nodes.end());
+}
+
 TEST_F(VpnEvents, RdOfTheRouterFileIsTheSameInEveryForm) {
   AddVrf("1.2:3");
   Attach();
@@ -329,7 +347,7 @@ TEST_F(VpnEvents, RecordThatCannotBeSentIsLoggedAndLeavesAGap) {
 TEST_F(VpnEvents, AttachingFailsAsItsStepsDo) {
   EXPECT_EQ(vpn_events_attach(nullptr, manager_), kStatusInvalid);
   EXPECT_EQ(vpn_events_attach(&router_, nullptr), kStatusInvalid);
-  for (const char* point : {"vpn_events_attach", "kvtree_bind"}) {
+  for (const char* point : {"vpn_events_attach", "kvtree_bind", "kvtree_set"}) {
     fault_arm(point, kStatusIo);
     EXPECT_EQ(vpn_events_attach(&router_, manager_), kStatusIo) << point;
   }
