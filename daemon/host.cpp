@@ -19,6 +19,7 @@
 #include "daemon/host.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -39,7 +40,6 @@
 #include "platform/router/model/router.h"
 #include "platform/router/services/services.h"
 #include "platform/store/tree/kvtree.h"
-#include "sources/frr/frr_source.h"
 
 namespace daemon_host {
 
@@ -52,7 +52,7 @@ constexpr std::size_t kTrapQueue = 4096;    // traps for it while it or its mast
 
 struct Host {
   router::Router model;
-  Sources sources;  // the model's own, then the routing suite when it is followed
+  Sources sources;  // the model's own, then those that only write configuration
 };
 
 Host& host() {
@@ -60,23 +60,28 @@ Host& host() {
   return *instance;
 }
 
-// Adds the sources and loads them. Configuration of other kinds of source must not stay effective.
+// Adds sources and loads them.
+bool load_sources(AddSources add, const Settings& settings, std::string* error) {
+  Sources& sources = host().sources;
+  const auto first = static_cast<std::ptrdiff_t>(sources.size());
+  add(&host().model, settings, &sources);
+  return std::all_of(sources.begin() + first, sources.end(),
+                     [error](const auto& source) { return source->load(error) == kStatusOk; });
+}
+
+// Configuration of other kinds of source must not stay effective.
 bool load_router(const Settings& settings, std::string* error) {
   for (const SourceKind& kind : source_kinds()) {
     if (&kind != settings.source && kind.release(error) != kStatusOk) return false;
   }
-  settings.source->add(&host().model, settings.router_file, &host().sources);
-  return std::ranges::all_of(host().sources,
-                             [error](const auto& source) { return source->load(error) == kStatusOk; });
+  return load_sources(settings.source->add, settings, error);
 }
 
-bool load_routing_suite(const Settings& settings, std::string* error) {
-  if (settings.frr_shell.empty()) return FrrSource::release(error) == kStatusOk;
-  FrrSource::Options options;
-  options.shell = settings.frr_shell;
-  options.wanted = settings.frr_wanted;
-  host().sources.push_back(std::make_unique<FrrSource>(&host().model, options));
-  return host().sources.back()->load(error) == kStatusOk;
+bool load_configuration_sources(const Settings& settings, std::string* error) {
+  return std::ranges::all_of(configuration_sources(), [&](const ConfigurationSource& source) {
+    if (!source.is_followed(settings)) return source.release(error) == kStatusOk;
+    return load_sources(source.add, settings, error);
+  });
 }
 
 // Does not return when a source cannot be started: the model would never change.
@@ -154,7 +159,7 @@ int start_host() {
   if (!read_settings(config_directory(), &settings, &error)) return refuse(error);
   if (!settings.notice.empty()) log_error("mpls_vpn_mib", "%s", settings.notice.c_str());
   if (!prepare_store()) return 1;
-  if (!load_router(settings, &error) || !load_routing_suite(settings, &error)) return refuse(error);
+  if (!load_router(settings, &error) || !load_configuration_sources(settings, &error)) return refuse(error);
   router_services_attach(&host().model);
   // Clients never see a time that a crash could undo. The store logs a commit that failed and continues.
   wire::set_output_barrier([] { (void)chkpt_flush(); });

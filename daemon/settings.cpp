@@ -4,8 +4,12 @@
 
 #include <yaml-cpp/yaml.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
+#include <set>
 #include <sstream>
+#include <vector>
 
 namespace daemon_host {
 
@@ -24,16 +28,12 @@ std::string scalar(const YAML::Node& node, const char* key) {
 }
 
 void take_source(const YAML::Node& node, Settings* settings) {
+  if (!node) return;
   const std::string source = scalar(node, "source");
   settings->source = find_source_kind(source);
   if (settings->source == nullptr) {
     throw SettingError{node.Mark(), "'source' is " + source_words() + ", not '" + source + "'"};
   }
-}
-
-void take_router_file(const YAML::Node& node, const std::filesystem::path& folder, Settings* settings) {
-  const std::filesystem::path file = scalar(node, "router_file");
-  settings->router_file = (file.is_absolute() ? file : folder / file).string();
 }
 
 std::vector<std::string> split_words(const std::string& text) {
@@ -56,24 +56,50 @@ void take_frr(const YAML::Node& node, Settings* settings) {
   }
 }
 
-void take_settings(const YAML::Node& root, const std::filesystem::path& folder, Settings* settings) {
-  if (root.IsNull()) return take_frr(YAML::Node(YAML::NodeType::Undefined), settings);
-  if (!root.IsMap()) throw SettingError{root.Mark(), "expected 'key: value' lines"};
+// The keys that do not belong to one source.
+struct Key {
+  std::string_view name;
+  void (*take)(const YAML::Node& node, Settings* settings);  // an undefined node for a missing key
+};
+// In the order in which they are read: what "frr: auto" means depends on the source.
+constexpr Key kKeys[] = {{"source", take_source}, {"frr", take_frr}};
+
+void check_keys(const YAML::Node& root) {
+  std::set<std::string> seen;
   for (const auto& entry : root) {
     const auto key = entry.first.as<std::string>();
-    if (key == "source") {
-      take_source(entry.second, settings);
-    } else if (key == "router_file") {
-      take_router_file(entry.second, folder, settings);
-    } else if (key != "frr") {  // what it means depends on the source
+    if (std::ranges::find(kKeys, key, &Key::name) == std::end(kKeys) && find_source_option(key) == nullptr) {
       throw SettingError{entry.first.Mark(), "unknown key '" + key + "'"};
     }
+    if (!seen.insert(key).second) throw SettingError{entry.first.Mark(), "key '" + key + "' is set twice"};
   }
-  if (settings->source->needs_router_file && settings->router_file.empty()) {
-    throw SettingError{root.Mark(),
-                       "'source: " + std::string(settings->source->word) + "' needs a 'router_file'"};
+}
+
+void take_options(const YAML::Node& root, const std::filesystem::path& folder, Settings* settings) {
+  for (const auto& entry : root) {
+    const auto key = entry.first.as<std::string>();
+    const SourceOption* const option = find_source_option(key);
+    if (option == nullptr) continue;
+    const std::string word = scalar(entry.second, key.c_str());
+    settings->options[key] = option->is_path ? (folder / word).string() : word;
   }
-  take_frr(root["frr"], settings);
+}
+
+void require_options(const YAML::Node& root, const Settings& settings) {
+  for (const SourceOption& option : settings.source->options) {
+    if (option.is_required && !settings.options.contains(option.key)) {
+      throw SettingError{root.Mark(), "'source: " + std::string(settings.source->word) + "' needs a '" +
+                                          std::string(option.key) + "'"};
+    }
+  }
+}
+
+void take_settings(const YAML::Node& root, const std::filesystem::path& folder, Settings* settings) {
+  if (!root.IsNull() && !root.IsMap()) throw SettingError{root.Mark(), "expected 'key: value' lines"};
+  check_keys(root);
+  for (const Key& key : kKeys) key.take(root[std::string(key.name)], settings);
+  take_options(root, folder, settings);
+  require_options(root, *settings);
 }
 
 // Whether the file exists. A missing folder is probably a wrong name in the environment.

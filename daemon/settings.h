@@ -7,24 +7,19 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "daemon/sources.h"
 
 namespace daemon_host {
 
-struct Settings {
+struct Settings : SourceSettings {
   const SourceKind* source = &source_kinds().front();
-  std::string
-      router_file;  // absolute, or relative to the working directory; empty unless the source needs one
-  std::vector<std::string> frr_shell;  // the routing suite's shell and its arguments; empty: not followed
-  bool frr_wanted = false;             // named, not by default: a suite that cannot be followed is logged
-  std::string notice;                  // a warning for the operator; empty for none
+  std::string notice;  // a warning for the operator; empty for none
 };
 
-// False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value,
-// or names a file source without a router file. A missing file means the defaults; a missing folder also sets
-// the notice.
+// False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value
+// or a key twice, or lacks a required option of its source. A missing file means the defaults; a missing
+// folder also sets the notice.
 [[nodiscard]] bool read_settings(const std::string& config_directory, Settings* settings, std::string* error);
 
 }  // namespace daemon_host

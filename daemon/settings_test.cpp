@@ -60,13 +60,13 @@ TEST_F(SettingsFile, RouterFileIsRelativeToTheSettings) {
   Write("source: file\nrouter_file: router.yaml\n");
   ASSERT_TRUE(Read()) << error_;
   EXPECT_EQ(settings_.source->word, "file");
-  EXPECT_EQ(settings_.router_file, folder_.path() + "/router.yaml");
+  EXPECT_EQ(settings_.options["router_file"], folder_.path() + "/router.yaml");
 }
 
 TEST_F(SettingsFile, AbsoluteRouterFileIsUnchanged) {
   Write("router_file: /tmp/x.yaml\nsource: file\n");
   ASSERT_TRUE(Read()) << error_;
-  EXPECT_EQ(settings_.router_file, "/tmp/x.yaml");
+  EXPECT_EQ(settings_.options["router_file"], "/tmp/x.yaml");
 }
 
 TEST_F(SettingsFile, RoutingSuiteIsFollowedWithTheKernelByDefault) {
@@ -122,15 +122,34 @@ TEST_F(SettingsFile, ErrorsNameTheirPosition) {
   EXPECT_EQ(Refusal("source: disk\n"), "platform.yaml:1:9: 'source' is 'kernel' or 'file', not 'disk'");
   EXPECT_EQ(Refusal("source: file\n"), "platform.yaml:1:1: 'source: file' needs a 'router_file'");
   EXPECT_EQ(Refusal("source: [a]\n"), "platform.yaml:1:9: 'source' takes one word");
+  EXPECT_EQ(Refusal("source: kernel\nsource: file\n"), "platform.yaml:2:1: key 'source' is set twice");
+  EXPECT_EQ(Refusal("router_file: [a]\n"), "platform.yaml:1:14: 'router_file' takes one word");
   EXPECT_EQ(Refusal("- a\n"), "platform.yaml:1:1: expected 'key: value' lines");
   EXPECT_EQ(Refusal("a: b: c\n").substr(0, 18), "platform.yaml:1:5:");
 }
 
+TEST_F(SettingsFile, ScalarIsNotAListOfKeys) {
+  EXPECT_EQ(Refusal("kernel\n"), "platform.yaml:1:1: expected 'key: value' lines");
+}
+
+TEST_F(SettingsFile, OptionOfAnotherSourceIsAccepted) {
+  Write("router_file: /tmp/x.yaml\n");
+  ASSERT_TRUE(Read()) << error_;
+  EXPECT_EQ(settings_.source->word, "kernel");
+}
+
+// platform.yaml has one key for each option, whichever source it belongs to.
+TEST(SourceKinds, HaveDistinctOptions) {
+  for (const SourceKind& kind : source_kinds()) {
+    for (const SourceOption& option : kind.options) EXPECT_EQ(find_source_option(option.key), &option);
+  }
+}
+
 TEST_F(SettingsFile, RejectedFileLeavesTheSettingsUnchanged) {
-  settings_.router_file = "router.yaml";
+  settings_.options["router_file"] = "router.yaml";
   Write("source: disk\n");
   EXPECT_FALSE(Read());
-  EXPECT_EQ(settings_.router_file, "router.yaml");
+  EXPECT_EQ(settings_.options["router_file"], "router.yaml");
 }
 
 }  // namespace

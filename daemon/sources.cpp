@@ -4,6 +4,7 @@
 
 #include "platform/core/files/directories.h"
 #include "sources/file/file_source.h"
+#include "sources/frr/frr_source.h"
 #include "sources/kernel/kernel_source.h"
 #include "sources/kernel/links/vrf_descriptions.h"
 
@@ -11,20 +12,39 @@ namespace daemon_host {
 
 namespace {
 
-void add_kernel(router::Router* model, const std::string& /*router_file*/, Sources* sources) {
-  KernelSourceSettings settings;
-  settings.vrf_ids = state_directory() + "/vrf_ids";
-  sources->push_back(std::make_unique<KernelSource>(model, settings));
+void add_kernel(router::Router* model, const SourceSettings& /*settings*/, Sources* sources) {
+  KernelSourceSettings kernel;
+  kernel.vrf_ids = state_directory() + "/vrf_ids";
+  sources->push_back(std::make_unique<KernelSource>(model, kernel));
   sources->push_back(std::make_unique<VrfDescriptions>(model));
 }
 
-void add_file(router::Router* model, const std::string& router_file, Sources* sources) {
-  sources->push_back(std::make_unique<FileSource>(model, router_file));
+constexpr std::string_view kRouterFile = "router_file";
+constexpr SourceOption kFileOptions[] = {{kRouterFile, true, true}};
+
+void add_file(router::Router* model, const SourceSettings& settings, Sources* sources) {
+  const std::string& path = settings.options.find(kRouterFile)->second;
+  sources->push_back(std::make_unique<FileSource>(model, path));
 }
 
 constexpr SourceKind kSourceKinds[] = {
-    {"kernel", false, true, add_kernel, VrfDescriptions::release},
-    {"file", true, false, add_file, FileSource::release},
+    {"kernel", {}, true, add_kernel, VrfDescriptions::release},
+    {"file", kFileOptions, false, add_file, FileSource::release},
+};
+
+bool is_suite_followed(const SourceSettings& settings) {
+  return !settings.frr_shell.empty();
+}
+
+void add_suite(router::Router* model, const SourceSettings& settings, Sources* sources) {
+  FrrSource::Options options;
+  options.shell = settings.frr_shell;
+  options.wanted = settings.frr_wanted;
+  sources->push_back(std::make_unique<FrrSource>(model, options));
+}
+
+constexpr ConfigurationSource kConfigurationSources[] = {
+    {is_suite_followed, add_suite, FrrSource::release},
 };
 
 }  // namespace
@@ -33,9 +53,21 @@ std::span<const SourceKind> source_kinds() {
   return kSourceKinds;
 }
 
+std::span<const ConfigurationSource> configuration_sources() {
+  return kConfigurationSources;
+}
+
 const SourceKind* find_source_kind(std::string_view word) {
   const auto* const kind = std::ranges::find(kSourceKinds, word, &SourceKind::word);
   return kind == std::end(kSourceKinds) ? nullptr : kind;
+}
+
+const SourceOption* find_source_option(std::string_view key) {
+  for (const SourceKind& kind : kSourceKinds) {
+    const auto option = std::ranges::find(kind.options, key, &SourceOption::key);
+    if (option != kind.options.end()) return &*option;
+  }
+  return nullptr;
 }
 
 std::string source_words() {

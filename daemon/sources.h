@@ -1,6 +1,8 @@
-// The sources that `source:` in platform.yaml can name. A new source is one more entry of the table.
+// The sources that platform.yaml can choose. A new source is one more row, with its own options.
 #pragma once
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -13,22 +15,52 @@
 
 namespace daemon_host {
 
+// What platform.yaml says of the sources themselves.
+struct SourceSettings {
+  // The options that the file sets, by key. A path is absolute, or relative to the working directory. The
+  // required options of the chosen source are there.
+  std::map<std::string, std::string, std::less<>> options;
+  std::vector<std::string> frr_shell;  // the routing suite's shell and its arguments; empty: not followed
+  bool frr_wanted = false;             // named, not by default: a suite that cannot be followed is logged
+};
+
 using Sources = std::vector<std::unique_ptr<Source>>;
 
+// Adds sources in the order in which they are loaded and started.
+using AddSources = void (*)(router::Router* model, const SourceSettings& settings, Sources* sources);
+// Removes what an earlier process with this source configured. *error says what failed.
+using ReleaseSource = Status (*)(std::string* error);
+
+// A key of platform.yaml that belongs to a source; its value is one word.
+struct SourceOption {
+  std::string_view key;
+  bool is_path;  // relative to the settings' folder
+  bool is_required;
+};
+
+// A value of `source`: what the router model is read from.
 struct SourceKind {
-  std::string_view word;       // in platform.yaml
-  bool needs_router_file;      // `router_file` names what it reads
+  std::string_view word;
+  std::span<const SourceOption> options;
   bool follows_routing_suite;  // with `frr: auto`
-  // Adds the sources in the order in which they are loaded and started; the first one feeds the model.
-  void (*add)(router::Router* model, const std::string& router_file, Sources* sources);
-  // Removes what an earlier process with this kind of source configured. *error says what failed.
-  Status (*release)(std::string* error);
+  AddSources add;              // the first source feeds the model
+  ReleaseSource release;
+};
+
+// What only writes configuration, beside the source of the model.
+struct ConfigurationSource {
+  bool (*is_followed)(const SourceSettings& settings);
+  AddSources add;
+  ReleaseSource release;
 };
 
 // The first one is the default.
 std::span<const SourceKind> source_kinds();
+std::span<const ConfigurationSource> configuration_sources();
 // Null for an unknown word.
 const SourceKind* find_source_kind(std::string_view word);
+// The option of any kind of source; null for an unknown key.
+const SourceOption* find_source_option(std::string_view key);
 // "'kernel' or 'file'"
 std::string source_words();
 
