@@ -4,8 +4,9 @@
 // a table. Interface counts change under the database mutex, since the membership callbacks change the
 // interface database; VRF counts belong to the main thread.
 //
-// A count is only a number: an interface that leaves its VRF loses it and rejoins with 0. A later removal
-// then finds the count at 0, which is reported and changes nothing.
+// Counts are not saved: an interface that leaves its VRF and returns has 0 again, until
+// platform/router/config_references has replayed its items. The replay deletes each item before it creates
+// it, so the deletion may find a count of 0, which is reported and changes nothing.
 #include "mpls/vpn/mib/src/configuration/protocols.h"
 
 #include <cstring>

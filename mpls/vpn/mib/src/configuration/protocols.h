@@ -3,8 +3,9 @@
 //
 // Each configured item counts one; a protocol is effective while its count is not 0. Counts are in the
 // interface's node, or in the VRF's attribute block for items that are not bound to one interface, and stay
-// between 0 and 0xffffffff. An item for an interface or a VRF that does not exist is not counted, not even
-// when the interface or VRF is created later. Main thread.
+// between 0 and 0xffffffff. An item for an interface or a VRF that does not exist is not counted, and an
+// interface that leaves its VRF loses its counts. When the interface joins, or joins again,
+// platform/router/config_references replays its items, which counts them. Main thread.
 #pragma once
 
 #include <cstdint>
