@@ -1,6 +1,6 @@
 // Searches the newest commits, newest first: loads each one and looks for a change of the VRF's item.
 //
-// The MIB's times come from the attribute record, not from here. The commits and the target are the
+// The commits and the target are the
 // platform's and are released on every return path; the timestamp belongs to the list of commits and is
 // returned as a copy. Main thread.
 #include "mpls/vpn/mib/src/configuration/change_time.h"

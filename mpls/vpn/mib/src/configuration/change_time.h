@@ -1,4 +1,8 @@
-// When the configuration of a VRF last changed, from the history of configuration commits. Main thread.
+// When the configuration of a VRF last changed, from the history of configuration commits.
+//
+// For code that is linked with the daemon and needs the commit of a change; it works without the VRF's
+// record. The daemon itself does not call it: mplsL3VpnVrfConfLastChanged (RFC 4382) is the time in the
+// attribute block, which the checkpoint preserves and no number of later commits displaces. Main thread.
 #pragma once
 
 // The timestamp (UTC, "2026-11-21T10:27:09Z") of the newest of the last 15 commits that changed the VRF's

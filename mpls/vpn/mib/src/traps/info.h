@@ -1,6 +1,8 @@
 // The notifications of MPLS-L3VPN-STD-MIB (RFC 4382, section 6) with their switches.
 //
-// A notification is raised while its own switch or the master switch (row kTrapAll) is on. Main thread only.
+// A notification is raised while its own switch or the master switch (row kTrapAll) is on. Names and object
+// identifiers are the reference for what a manager receives: the sub-agent forms an identifier from the trap
+// type in the record, which is the row's number. The daemon reads the other two members only. Main thread.
 #pragma once
 
 #include <cstdint>
