@@ -106,8 +106,7 @@ Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args) 
   const std::uint32_t if_index = *args->arg[1].number;
   mpls_vpn_debug(PROV, "Entering function %s with <vrf name = %s, if_index = %d>", kInterfaceHandler,
                  vrf_name, static_cast<std::int32_t>(if_index));
-  const bool next = args->form == kFormNameAfiSafi;
-  const IfNode* node = next ? find_next(vrf_name, if_index) : find_exact(vrf_name, if_index);
+  const IfNode* node = is_next_read(args) ? find_next(vrf_name, if_index) : find_exact(vrf_name, if_index);
   if (node == nullptr) return kStatusNoSuchRow;
   mpls_vpn_mib_interface row;
   if (const Status rc = fill_interface_parcel(&row, node)) return rc;

@@ -7,8 +7,8 @@
 #include "platform/store/tree/kvtree.h"
 
 // Get handler of "interface" and "interface-next": argument 0 the VRF name, argument 1 the interface index.
-// Form 1 answers the first row whose key is not smaller than the arguments, in the order of the interface
-// database; any other form the row of exactly these arguments.
+// A next read (is_next_read) answers the first row whose key is not smaller than the arguments, in the order
+// of the interface database; any other the row of exactly these arguments.
 //
 // 0 with a mpls_vpn_mib_interface record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or the
 // encoding's status. An exact read answers kStatusNoSuchRow for every VRF in the VRF database: rows

@@ -12,6 +12,12 @@ inline constexpr std::uint32_t kFormNameAfiSafi = 1;
 inline constexpr std::uint32_t kFormEncodedName = 2;
 inline constexpr std::uint32_t kFormEncodedNameAfiSafi = 3;
 
+// To the handler of a table's row, form 1 is a next read, which each handler defines. Every other form reads
+// the row of exactly this key, also the structured request of the same path (form 3).
+inline bool is_next_read(const RequestArgs* args) {
+  return args->form == kFormNameAfiSafi;
+}
+
 // Flags of a filter: what the request named.
 inline constexpr std::uint32_t kFilterAfi = 0x1;
 inline constexpr std::uint32_t kFilterSafi = 0x2;

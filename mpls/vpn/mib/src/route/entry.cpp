@@ -132,7 +132,7 @@ Status mpls_vpn_mib_prov_get_route(KvReply* reply, const RequestArgs* args) {
   if (const Status rc = prov_check_arguments(args, 6, kRouteHandler)) return rc;
   const char* vrf_name = args->arg[0].text;
   const RouteKeyText key = key_of(args);
-  const bool exact = args->form != kFormNameAfiSafi;
+  const bool exact = !is_next_read(args);
   mpls_vpn_debug(PROV,
                  "AFTER BGEN vrfName=%s, destType=%u, mask=%u, nextHopType=%u, dest=%s, nextHop=%s, "
                  "exact_search=%s\n",

@@ -21,8 +21,8 @@ struct RouteKeyText {
 };
 
 // Get handler of "route" and "route-next": argument 0 the VRF name, 1 the destination type, 2 the prefix
-// length, 3 the next-hop type, 4 the destination, 5 the next hop. Form 1 asks for the route that follows, any
-// other form for exactly this one.
+// length, 3 the next-hop type, 4 the destination, 5 the next hop. A next read (is_next_read) asks for the
+// route that follows, any other for exactly this one.
 //
 // A next read looks in the first VRF whose name is not smaller, then in the VRFs after it from their first
 // route. 0 with a mpls_vpn_mib_route record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or

@@ -72,7 +72,7 @@ Status mpls_vpn_mib_prov_get_rt(KvReply* reply, const RequestArgs* args) {
   // The missing blank is deliberate: log filters match the text.
   mpls_vpn_debug(PROV, "Entering function %s with vrfName = %saux index = %u, RT type = %d", kRtHandler,
                  vrf_name, index, type);
-  const RtNode* node = mpls_vpn_mib_get_rt(args->form != kFormNameAfiSafi, vrf_name, &index, type);
+  const RtNode* node = mpls_vpn_mib_get_rt(!is_next_read(args), vrf_name, &index, type);
   if (node == nullptr) {
     mpls_vpn_debug(PROV, "No RT found");
     return kStatusNoSuchRow;

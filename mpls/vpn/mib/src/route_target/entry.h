@@ -8,8 +8,8 @@
 #include "platform/core/base/status.h"
 #include "platform/store/tree/kvtree.h"
 
-// Get handler of "rt" and "rt-next": argument 0 the VRF name, 1 the number within the VRF, 2 the type. Form 1
-// asks for the next row, any other form for exactly this one; mpls_vpn_mib_get_rt defines both.
+// Get handler of "rt" and "rt-next": argument 0 the VRF name, 1 the number within the VRF, 2 the type. A next
+// read (is_next_read) asks for the next row, any other for exactly this one: see mpls_vpn_mib_get_rt.
 //
 // 0 with a mpls_vpn_mib_rt record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or the
 // encoding's status. Main thread.

@@ -81,8 +81,7 @@ Status mpls_vpn_mib_prov_get_vrf(KvReply* reply, const RequestArgs* args) {
   if (const Status rc = prov_check_arguments(args, 1, kVrfHandler)) return rc;
   const char* vrf_name = args->arg[0].text;
   mpls_vpn_debug(PROV, "Entering function %s with vrfName = %s", kVrfHandler, vrf_name);
-  const bool next = args->form == kFormNameAfiSafi;
-  const VrfNode* node = next ? find_next(vrf_name) : mpls_vpn_mib_get_vrf_node(true, vrf_name);
+  const VrfNode* node = is_next_read(args) ? find_next(vrf_name) : mpls_vpn_mib_get_vrf_node(true, vrf_name);
   if (node == nullptr) return kStatusNoSuchRow;
   mpls_vpn_debug(PROV, "Found VRF %s", node->vrf_name);
   mpls_vpn_mib_vrf_complete_missing(node->vrf_rec);

@@ -6,8 +6,8 @@
 #include "platform/router/vtab/vtab.h"
 #include "platform/store/tree/kvtree.h"
 
-// Get handler of "vrf" and "vrf-next": argument 0 the VRF name. Form 1 answers the first VRF whose name is
-// not smaller and that exists, any other form the VRF of exactly this name.
+// Get handler of "vrf" and "vrf-next": argument 0 the VRF name. A next read (is_next_read) answers
+// the first VRF whose name is not smaller and that exists, any other the VRF of exactly this name.
 //
 // 0 with a mpls_vpn_mib_vrf record, kStatusNoSuchRow, kStatusArgumentMissing, kStatusNoMemory, or the
 // encoding's status. Main thread; O(interfaces of the VRF).
