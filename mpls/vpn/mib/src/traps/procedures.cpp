@@ -20,9 +20,11 @@
 
 namespace {
 
-// Prints the procedure's name. True when its notification is enabled.
-bool enter(const char* procedure, MplsVpnTrapRow row) {
+void print_entry(const char* procedure) {
   mpls_vpn_debug(TRAPS, "Entering %s", procedure);
+}
+
+bool is_enabled(MplsVpnTrapRow row) {
   return mpls_vpn_mib_trap_info[kTrapAll].enabled != 0 || mpls_vpn_mib_trap_info[row].enabled != 0;
 }
 
@@ -51,7 +53,8 @@ void raise_threshold(MplsVpnTrapRow row, const char* vrf_name, std::uint32_t mid
 }  // namespace
 
 void mpls_vpn_mib_trap_vrf_up(const char* vrf_name, const char* if_name, IfNode* node) {
-  if (!enter(__func__, kTrapVrfUp)) return;
+  print_entry(__func__);
+  if (!is_enabled(kTrapVrfUp)) return;
   if (node == nullptr) node = mpls_vpn_mib_get_if_by_vrf_and_name(vrf_name, if_name);
   if (node == nullptr) {
     mpls_vpn_report_failure(TRAPS, kStatusNoSuchRow, "Cannot find interface node");
@@ -68,7 +71,8 @@ void mpls_vpn_mib_trap_vrf_up(const char* vrf_name, const char* if_name, IfNode*
 }
 
 void mpls_vpn_mib_trap_vrf_down(const char* vrf_name, const char* if_name) {
-  if (!enter(__func__, kTrapVrfDown)) return;
+  print_entry(__func__);
+  if (!is_enabled(kTrapVrfDown)) return;
   if (vrf_name == nullptr || if_name == nullptr) {
     mpls_vpn_report_failure(ERR, kStatusInvalid, "NULL parameter");
     return;
@@ -87,23 +91,27 @@ void mpls_vpn_mib_trap_vrf_down(const char* vrf_name, const char* if_name) {
 
 void mpls_vpn_mib_trap_mid_thresh_exc(const char* vrf_name, std::uint32_t mid_thresh,
                                       std::uint32_t curr_num_routes) {
-  if (!enter(__func__, kTrapMidThreshExceeded)) return;
+  print_entry(__func__);
+  if (!is_enabled(kTrapMidThreshExceeded)) return;
   raise_threshold(kTrapMidThreshExceeded, vrf_name, mid_thresh, 0, curr_num_routes);
 }
 
 void mpls_vpn_mib_trap_high_thresh_exc(const char* vrf_name, std::uint32_t high_thresh,
                                        std::uint32_t curr_num_routes) {
-  if (!enter(__func__, kTrapMaxThreshExceeded)) return;
+  print_entry(__func__);
+  if (!is_enabled(kTrapMaxThreshExceeded)) return;
   raise_threshold(kTrapMaxThreshExceeded, vrf_name, 0, high_thresh, curr_num_routes);
 }
 
 void mpls_vpn_mib_trap_high_thresh_clr(const char* vrf_name, std::uint32_t high_thresh,
                                        std::uint32_t curr_num_routes) {
-  if (!enter(__func__, kTrapMaxThreshCleared)) return;
+  print_entry(__func__);
+  if (!is_enabled(kTrapMaxThreshCleared)) return;
   raise_threshold(kTrapMaxThreshCleared, vrf_name, 0, high_thresh, curr_num_routes);
 }
 
 void mpls_vpn_mib_trap_ilg_lbl_vltns(const char* vrf_name, std::uint32_t violations) {
-  if (!enter(__func__, kTrapIllegalLabels)) return;
+  print_entry(__func__);
+  if (!is_enabled(kTrapIllegalLabels)) return;
   generate_trap_notification(kTrapIllegalLabels, vrf_name, 0, 0, 0, 0, 0, 0, violations);
 }
