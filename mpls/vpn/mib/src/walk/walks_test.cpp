@@ -135,7 +135,7 @@ TEST_F(RouteTargetWalks, NumberThatTheVrfDoesNotHaveLosesNoRowOfTheFollowingVrfs
   ExpectWalk(kRouteTargets, "rt-next/b/4294967295/1", From(3));
 }
 
-TEST_F(RouteTargetWalks, NumbersThatWentMeanwhileLoseNoRowOfTheFollowingVrfs) {
+TEST_F(RouteTargetWalks, RouteTargetsRemovedDuringAWalkHideNoRowOfTheFollowingVrfs) {
   ASSERT_EQ(mpls_vpn_mib_delete_rt_wavl_node("b", kRtImport, "2:1", 1, 1), 1);
   ASSERT_EQ(mpls_vpn_mib_delete_rt_wavl_node("b", kRtImport, "2:2", 1, 1), 1);
   ExpectWalk(kRouteTargets, "rt-next/b/3/3", From(3));
