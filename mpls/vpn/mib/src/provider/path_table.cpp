@@ -26,6 +26,12 @@
 
 namespace {
 
+// Modes of configuration items: numbers that the tables and the data store have agreed on, by what an item
+// has beyond its path. They share no bit with kKvModeNext, the only one that the store tests.
+constexpr std::uint32_t kPresenceMode = 1;
+constexpr std::uint32_t kTextMode = 3;
+constexpr std::uint32_t kTupleMode = 5;  // also of static routes, of which the daemon reads the path only
+
 // clang-format off
 constexpr KvRoute kProvRoutes[] = {
     //  path                                mode         notify   get, list, datalist
@@ -51,38 +57,38 @@ constexpr KvRoute kProvRoutes[] = {
 #define VRF_TABLE "vrf/<s>/ord_z/afi_safi/<n>/<n>/"
 #define ROUTE_TARGET "<n>/<n>/<n>/<n>/<ip4>/<n>/<n>"
 constexpr KvRoute kVrfRoutes[] = {
-    {"vrf/<s>/ord_a/vmap/ord_k/vmap/descr",                        {3, mpls_vpn_mib_vrf_descr_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_c/import-rt/" ROUTE_TARGET,  {1, mpls_vpn_mib_import_rt_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_e/export-rt/" ROUTE_TARGET,  {1, mpls_vpn_mib_export_rt_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "<s>/ord_e/rib/table-prefix-limit",                 {5, mpls_vpn_mib_thresh_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_b/import-policy",            {3, mpls_vpn_mib_import_policy_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_d/export-policy",            {3, mpls_vpn_mib_export_policy_notify, nullptr, nullptr, nullptr}},
+    {"vrf/<s>/ord_a/vmap/ord_k/vmap/descr",                        {kTextMode, mpls_vpn_mib_vrf_descr_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_c/import-rt/" ROUTE_TARGET,  {kPresenceMode, mpls_vpn_mib_import_rt_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_e/export-rt/" ROUTE_TARGET,  {kPresenceMode, mpls_vpn_mib_export_rt_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "<s>/ord_e/rib/table-prefix-limit",                 {kTupleMode, mpls_vpn_mib_thresh_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_b/import-policy",            {kTextMode, mpls_vpn_mib_import_policy_notify, nullptr, nullptr, nullptr}},
+    {VRF_TABLE "default/ord_b/bgp/ord_d/export-policy",            {kTextMode, mpls_vpn_mib_export_policy_notify, nullptr, nullptr, nullptr}},
 };
 #undef VRF_TABLE
 #undef ROUTE_TARGET
 
 constexpr KvRoute kBgpRoutes[] = {
     {"<s>/<x>/<x>/<s>/<s>/nbr/<n>/prov/<s>/<n>/<ad>/<s>",
-     {1, mpls_vpn_mib_bgp_nbr_af_notify, nullptr, nullptr, nullptr}},
+     {kPresenceMode, mpls_vpn_mib_bgp_nbr_af_notify, nullptr, nullptr, nullptr}},
 };
 
 constexpr KvRoute kRipRoutes[] = {
-    {"<s>/ord_t/if/<i>/ord_d/enabled", {1, mpls_vpn_mib_rip_notify, nullptr, nullptr, nullptr}},
+    {"<s>/ord_t/if/<i>/ord_d/enabled", {kPresenceMode, mpls_vpn_mib_rip_notify, nullptr, nullptr, nullptr}},
 };
 
 constexpr KvRoute kOspfRoutes[] = {
     {"<s>/<s>/<s>/ord_v/area/<ip4>/<x>/ord_i/name_scope/<i>/ord_A/running",
-     {1, mpls_vpn_mib_ospf_notify, nullptr, nullptr, nullptr}},
+     {kPresenceMode, mpls_vpn_mib_ospf_notify, nullptr, nullptr, nullptr}},
 };
 
 constexpr KvRoute kEigrpRoutes[] = {
     {"<s>/<s>/<s>/ord_m/af/<*>/ord_t/if/<i>/ord_a/enabled",
-     {1, mpls_vpn_mib_eigrp_notify, nullptr, nullptr, nullptr}},
+     {kPresenceMode, mpls_vpn_mib_eigrp_notify, nullptr, nullptr, nullptr}},
 };
 
 constexpr KvRoute kStaticRoutes[] = {
     {"<s>/address/<s>/<s>/ord_c/<*>/route/<ad>/<x>/<s>/<s>/nexthop/<i>/<ad>",
-     {5, mpls_vpn_mib_static_notify, nullptr, nullptr, nullptr}},
+     {kTupleMode, mpls_vpn_mib_static_notify, nullptr, nullptr, nullptr}},
 };
 
 constexpr KvRoute kThresholdRoutes[] = {
