@@ -10,6 +10,8 @@
 
 #include <array>
 #include <iterator>
+#include <string>
+#include <string_view>
 
 #include "mpls/vpn/mib/src/configuration/vrf_config.h"
 #include "mpls/vpn/mib/src/membership/connection.h"
@@ -20,6 +22,7 @@
 #include "mpls/vpn/mib/src/support/trace.h"
 #include "mpls/vpn/mib/src/traps/switches.h"
 #include "mpls/vpn/mib/src/walk/walk.h"
+#include "platform/config/vrf_config.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
 #include "platform/router/ifindex/ifindex.h"
 
@@ -81,7 +84,7 @@ void notify_traps(const KvNotification* notification) {
 }
 
 struct Subscription {
-  const char* path;
+  std::string_view path;
   std::uint32_t events;
   KvNotificationEntry entry;  // null: notifications are dropped
   const char* function;       // the name under which its failures are printed
@@ -93,21 +96,23 @@ constexpr std::uint32_t kAllEvents = kKvEventCreated | kKvEventSet | kKvEventDel
 constexpr std::uint32_t kSetEvents = kKvEventCreated | kKvEventSet;
 
 constexpr Subscription kSubscriptions[] = {
-    {"/cfg/gl/vmap/", kAllEvents, notify_by<mpls_vpn_mib_vrf_routes>,
+    {vrf_config::kVrfScope, kAllEvents, notify_by<mpls_vpn_mib_vrf_routes>,
      "register_for_notification_on_vrf_changes", "kvtree_bind to the VRF path", nullptr},
-    {"/cfg/gl/snmp/enable/traps/l3vpnmib/", kAllEvents, notify_traps,
-     "register_for_notification_on_traps_enable", "kvtree_bind to traps path error", nullptr},
-    {"/cfg/gl/ip-bgp/", kAllEvents, notify_by<mpls_vpn_mib_bgp_routes>, "register_for_notification_on_bgp",
-     "kvtree_bind to BGP path error", "Failed to register notifier on BGP"},
-    {"/cfg/gl/rip/ord_B/", kAllEvents, notify_by<mpls_vpn_mib_rip_routes>, "register_for_notification_on_rip",
-     "kvtree_bind to RIP path error", "Failed to register notifier on RIP"},
-    {"/cfg/gl/ipv4-ospf/proc/", kAllEvents, notify_by<mpls_vpn_mib_ospf_routes>,
+    {vrf_config::kTrapScope, kAllEvents, notify_traps, "register_for_notification_on_traps_enable",
+     "kvtree_bind to traps path error", nullptr},
+    {vrf_config::kBgpScope, kAllEvents, notify_by<mpls_vpn_mib_bgp_routes>,
+     "register_for_notification_on_bgp", "kvtree_bind to BGP path error",
+     "Failed to register notifier on BGP"},
+    {vrf_config::kRipScope, kAllEvents, notify_by<mpls_vpn_mib_rip_routes>,
+     "register_for_notification_on_rip", "kvtree_bind to RIP path error",
+     "Failed to register notifier on RIP"},
+    {vrf_config::kOspfScope, kAllEvents, notify_by<mpls_vpn_mib_ospf_routes>,
      "register_for_notification_on_ospf", "kvtree_bind to ospf path error",
      "Failed to register notifier on ospf"},
-    {"/cfg/gl/eigrp/proc/", kAllEvents, notify_by<mpls_vpn_mib_eigrp_routes>,
+    {vrf_config::kEigrpScope, kAllEvents, notify_by<mpls_vpn_mib_eigrp_routes>,
      "register_for_notification_on_eigrp", "kvtree_bind to EIGRP path error",
      "Failed to register notifier on EIGRP"},
-    {"/cfg/gl/static/router/ord_v/", kAllEvents, notify_by<mpls_vpn_mib_static_routes>,
+    {vrf_config::kStaticScope, kAllEvents, notify_by<mpls_vpn_mib_static_routes>,
      "register_for_notification_on_static", "kvtree_bind to static path error",
      "Failed to register notifier on Static"},
     {"/oper/rib_threshold/", kSetEvents, notify_by<mpls_vpn_mib_threshold_routes>,
@@ -134,7 +139,7 @@ Status register_notification(const Subscription& what, Subscribed* place, EventM
 }
 
 Status subscribe(const Subscription& what, Subscribed* place, EventManager* evm) {
-  Status rc = mpls_vpn_mib_bind(&place->connection, what.path, kKvBindConfiguration);
+  Status rc = mpls_vpn_mib_bind(&place->connection, std::string(what.path).c_str(), kKvBindConfiguration);
   if (rc != kStatusOk) {
     mpls_vpn_error(what.function, what.bind_failure, rc);
   } else {
