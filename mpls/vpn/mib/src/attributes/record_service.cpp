@@ -58,18 +58,6 @@ constexpr RegistrationStep kRegistration[] = {
 
 // --- Events
 
-void free_attribute_texts(mpls_vpn_vrf_attr* attributes) {
-  char** const texts[] = {
-      &attributes->rd,
-      &attributes->description,
-      &attributes->import_route_policy[0],
-      &attributes->import_route_policy[1],
-      &attributes->export_route_policy[0],
-      &attributes->export_route_policy[1],
-  };
-  for (char** text : texts) text_replace(text, nullptr);
-}
-
 void delete_checkpoint(const VtabVrfRecord* record) {
   const Status rc = mpls_vpn_mib_chkpt_vrf_delete(record);
   if (rc != kStatusOk) mpls_vpn_report_failure(ERR, rc, "Could not delete VRF from checkpoint VRF");
@@ -89,7 +77,7 @@ void handle_vrf_event(VtabVrfRecord* record, std::uint32_t event) {
       mpls_vpn_debug(VTAB, "VTAB: VRF Callback event delete");
       mpls_vpn_trace(kTraceVtab, kStatusOk, "VRF %s: record deleted", record->vrf_name);
       delete_checkpoint(record);
-      free_attribute_texts(mpls_vpn_vrf_attributes(record));
+      mpls_vpn_free_attribute_texts(mpls_vpn_vrf_attributes(record));
       break;
     case kVtabEventUpdate:
       mpls_vpn_debug(VTAB, "VTAB: VRF Callback event update");

@@ -19,13 +19,15 @@ using testing::StartsWith;
 
 class VrfRecords : public DaemonTest {
  protected:
-  // Six texts and a few numbers, as configuration would leave them.
+  // Every text and a few numbers, as configuration would leave them.
   void FillAttributes(mpls_vpn_vrf_attr* attributes) {
     text_replace(&attributes->rd, "65000:1");
     text_replace(&attributes->description, "customer");
     for (unsigned family = 0; family < kMplsVpnFamilies; ++family) {
       text_replace(&attributes->import_route_policy[family], "in");
       text_replace(&attributes->export_route_policy[family], "out");
+      text_replace(&attributes->flowspec_import_route_policy[family], "flow-in");
+      text_replace(&attributes->flowspec_export_route_policy[family], "flow-out");
     }
     attributes->high_thresh = 1000;
     attributes->creation_time = 5;
@@ -286,7 +288,7 @@ TEST_F(RecordCallbacks, CreationIsPrintedAndChangesNothing) {
   EXPECT_EQ(AttributesOf("red")->creation_time, 0U);
 }
 
-TEST_F(RecordCallbacks, DeletionFreesTheSixTexts) {
+TEST_F(RecordCallbacks, DeletionFreesTheTexts) {
   AddVrf("red");
   Run();
   OnlyArea(VTAB);
@@ -314,6 +316,8 @@ TEST_F(RecordCallbacks, DeletionClearsTheTextsAndLeavesTheNumbers) {
   for (unsigned family = 0; family < kMplsVpnFamilies; ++family) {
     EXPECT_EQ(attributes->import_route_policy[family], nullptr);
     EXPECT_EQ(attributes->export_route_policy[family], nullptr);
+    EXPECT_EQ(attributes->flowspec_import_route_policy[family], nullptr);
+    EXPECT_EQ(attributes->flowspec_export_route_policy[family], nullptr);
   }
   EXPECT_EQ(attributes->high_thresh, 1000U);
   EXPECT_EQ(attributes->creation_time, 5U);

@@ -277,15 +277,7 @@ class DaemonTest : public testing::Test {
   static void FreeTexts() {
     for (VtabVrfRecord* record = vtab_get_first_vrf_record(); record != nullptr;
          record = vtab_get_next_vrf_record(record)) {
-      mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
-      text_replace(&attributes->rd, nullptr);
-      text_replace(&attributes->description, nullptr);
-      for (unsigned family = 0; family < kMplsVpnFamilies; ++family) {
-        text_replace(&attributes->import_route_policy[family], nullptr);
-        text_replace(&attributes->export_route_policy[family], nullptr);
-        text_replace(&attributes->flowspec_import_route_policy[family], nullptr);
-        text_replace(&attributes->flowspec_export_route_policy[family], nullptr);
-      }
+      mpls_vpn_free_attribute_texts(mpls_vpn_vrf_attributes(record));
     }
   }
   static void EndDatabases() {
