@@ -30,7 +30,6 @@
 #include "platform/config/owners.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
-#include "platform/core/base/memory.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/core/files/directories.h"

@@ -6,6 +6,7 @@
 
 #include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/route/route_test_support.h"
+#include "platform/core/base/memory.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 #include "mpls/vpn/mib/src/vrf/lists.h"
 
 #include "mpls/vpn/mib/src/route/route_test_support.h"
+#include "platform/core/base/memory.h"
 #include "platform/store/tree/lists.h"
 
 namespace {

@@ -1,6 +1,7 @@
 // The tables of a show record with route targets and policies; the structured form's choice of tables.
 #include "mpls/vpn/mib/src/provider/xml_filter.h"
 #include "mpls/vpn/mib/src/vrf/show_test_support.h"
+#include "platform/core/base/memory.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 // The show handlers: the record of a VRF as a whole, its interfaces, and the record of an invalid VRF. Tables
 // have a file of their own.
 #include "mpls/vpn/mib/src/vrf/show_test_support.h"
+#include "platform/core/base/memory.h"
 
 namespace {
 
