@@ -1,8 +1,8 @@
 // Who sets configuration on this router: the owners that the data store knows, and their names for users.
 #pragma once
 
+#include <algorithm>
 #include <array>
-#include <cstdint>
 #include <string_view>
 
 #include "platform/core/base/status.h"
@@ -13,13 +13,25 @@ inline constexpr std::string_view kConfigOwnerFile = "file";  // the router file
 inline constexpr std::string_view kConfigOwnerFrr = "frr";    // the configuration of the routing suite
 inline constexpr std::string_view kConfigOwnerFrrDerived = "frr-derived";  // what the suite derives itself
 inline constexpr std::string_view kConfigOwnerKernel = "kernel";           // what the kernel reports
-// Highest precedence first.
-inline constexpr std::array<std::string_view, 5> kConfigOwners = {
-    kConfigOwnerCli, kConfigOwnerFile, kConfigOwnerFrr, kConfigOwnerFrrDerived, kConfigOwnerKernel};
 
 namespace vrf_config {
 
-// The origin of an owner's values in the words that users read. Empty for an unknown owner.
+struct Owner {
+  KvConfigOwner registered;
+  std::string_view origin;  // of its values, in the words that users read
+};
+
+// Highest precedence first. A new owner takes the next free number, whatever its precedence.
+inline constexpr auto kOwners = std::to_array<Owner>({
+    {{kConfigOwnerCli, 0}, "operator"},
+    {{kConfigOwnerFile, 1}, "router file"},
+    {{kConfigOwnerFrr, 2}, "configured"},
+    {{kConfigOwnerFrrDerived, 4}, "derived"},
+    {{kConfigOwnerKernel, 3}, "kernel"},
+});
+static_assert(kOwners.size() <= kMaxConfigOwners);
+
+// The origin of an owner's values. Empty for an unknown owner.
 std::string_view origin(std::string_view owner);
 
 // Registers the owners and the counted scopes with the data store: call before its configuration is opened or
@@ -27,3 +39,11 @@ std::string_view origin(std::string_view owner);
 [[nodiscard]] Status register_configuration();
 
 }  // namespace vrf_config
+
+// The names of the owners, highest precedence first.
+inline constexpr auto kConfigOwners = [] {
+  std::array<std::string_view, vrf_config::kOwners.size()> names;
+  std::ranges::transform(vrf_config::kOwners, names.begin(),
+                         [](const vrf_config::Owner& owner) { return owner.registered.name; });
+  return names;
+}();

@@ -37,7 +37,7 @@ struct KvConfigOwner {
   std::uint8_t number;
   bool operator==(const KvConfigOwner&) const = default;
 };
-inline constexpr std::size_t kMaxConfigOwners = 6;
+inline constexpr std::size_t kMaxConfigOwners = 8;  // each is a pointer in every node
 
 // Registers all owners, highest precedence first; commits of clients belong to the first one. The names must
 // outlive the process's use of the store. kStatusInvalid for too many owners, or for two with one name or
