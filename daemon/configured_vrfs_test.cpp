@@ -157,7 +157,7 @@ TEST_F(ConfiguredVrfs, ConfigurationAndJoinInOneBatchAreCountedOnce) {
 }
 
 TEST_F(ConfiguredVrfs, NeighborOfAVrfThatIsCreatedLaterIsCounted) {
-  const KvConfigNode neighbor = vrf_config::bgp_neighbour("red", 65000, "192.0.2.9", Family::kIpv4);
+  const KvConfigNode neighbor = vrf_config::bgp_neighbor("red", 65000, "192.0.2.9", Family::kIpv4);
   Configure({neighbor, StaticRoute("10.1.0.0/16", "")});
   EXPECT_EQ(AttributesOf("red")->creation_time, 0U) << "it is only named";
   AddVrf("red");
@@ -234,7 +234,7 @@ TEST_F(ConfiguredVrfs, RestartCountsTheSameAndMovesNoTimes) {
   AddInterface("ge0", "red");
   Run();
   Configure(Protocols("red"));
-  Configure({vrf_config::bgp_neighbour("red", 65000, "192.0.2.9", Family::kIpv4),
+  Configure({vrf_config::bgp_neighbor("red", 65000, "192.0.2.9", Family::kIpv4),
              vrf_config::description("red", "Red Rail")});
   const std::uint32_t before = ChangedAt("red");
   RestartDaemon([&] { PassSeconds(60); });

@@ -65,11 +65,11 @@ KvConfigNode route_threshold(std::string_view vrf, Family family, std::uint32_t 
   return node_of(item_of(Kind::kThreshold), fields);
 }
 
-KvConfigNode bgp_neighbour(std::string_view vrf, std::uint32_t as_number, std::string_view neighbour,
-                           Family family) {
+KvConfigNode bgp_neighbor(std::string_view vrf, std::uint32_t as_number, std::string_view neighbor,
+                          Family family) {
   Fields fields = family_fields(vrf, family);
   fields.as_number = as_number;
-  fields.neighbor = neighbour;
+  fields.neighbor = neighbor;
   return node_of(item_of(Kind::kBgp), fields);
 }
 

@@ -186,12 +186,12 @@ TEST_F(Builders, ThresholdIsTheMaximumAndTheMidThreshold) {
   EXPECT_EQ(mid, 80U);
 }
 
-TEST_F(Builders, BgpNeighbourIsAnAddressOrAName) {
-  EXPECT_EQ(Taken(bgp_neighbour("red", 65000, "192.0.2.1", Family::kIpv4)),
+TEST_F(Builders, BgpNeighborIsAnAddressOrAName) {
+  EXPECT_EQ(Taken(bgp_neighbor("red", 65000, "192.0.2.1", Family::kIpv4)),
             "bgp: default 0 65000 ord_a red 4 default 1 192.0.2.1 ipv4 = 1");
-  EXPECT_EQ(Taken(bgp_neighbour("red", 65000, "2001:db8::1", Family::kIpv6)),
+  EXPECT_EQ(Taken(bgp_neighbor("red", 65000, "2001:db8::1", Family::kIpv6)),
             "bgp: default 0 65000 ord_a red 4 default 2 2001:db8::1 ipv6 = 1");
-  EXPECT_EQ(Taken(bgp_neighbour("red", 65000, "ge0:1", Family::kIpv4)),
+  EXPECT_EQ(Taken(bgp_neighbor("red", 65000, "ge0:1", Family::kIpv4)),
             "bgp: default 0 65000 ord_a red 4 ge0:1 1 - ipv4 = 1");
 }
 
@@ -219,8 +219,8 @@ TEST_F(Builders, OddNamesArriveAsTheyAre) {
 }
 
 TEST_F(Builders, OneAddressIsOneItemHoweverItIsSpelt) {
-  EXPECT_EQ(bgp_neighbour("red", 1, "2001:DB8:0:0::1", Family::kIpv6).path,
-            bgp_neighbour("red", 1, "2001:db8::1", Family::kIpv6).path);
+  EXPECT_EQ(bgp_neighbor("red", 1, "2001:DB8:0:0::1", Family::kIpv6).path,
+            bgp_neighbor("red", 1, "2001:db8::1", Family::kIpv6).path);
   EXPECT_EQ(static_route("red", {Family::kIpv6, "2001:DB8:0::/32", "", "fe80:0::1"}).path,
             static_route("red", {Family::kIpv6, "2001:db8::/32", "", "fe80::1"}).path);
   EXPECT_EQ(static_route("red", {Family::kIpv4, "10.1.2.3/12", "", ""}).path,

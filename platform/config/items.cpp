@@ -38,7 +38,7 @@ constexpr Item kItems[] = {
     {Kind::kThreshold, kVrfScope, VRF_TABLE "ord_e/rib/table-prefix-limit", false, ValueForm::kNumbers,
      "vrf NAME threshold ipv4|ipv6 MAX MID", kNamed, kNone, "routes; MID warns before"},
     {Kind::kVni, kVrfScope, "vrf/<vrf>/ord_a/vmap/ord_l/evpn/vni", false, ValueForm::kNumber,
-     "vrf NAME vni NUMBER", kNamed, kNone, "of the VRF's routes in EVPN"},
+     "vrf NAME vni VNI", kNamed, kNone, "of the VRF's routes in EVPN"},
     {Kind::kBgp, kBgpScope, "<=default>/<=0>/<as_number>/<=ord_a>/<vrf>/nbr/<=4>/prov/<neighbor>/<family>", true,
      ValueForm::kPresent, "vrf NAME bgp AS neighbor ADDRESS|NAME ipv4|ipv6", kNamed, kNone, ""},
     {Kind::kOspf, kOspfScope, "<process>/<=ord_a>/<vrf>/ord_v/area/<area>/<=int>/ord_i/name_scope/<interface>/ord_A/running",

@@ -22,7 +22,7 @@ using ::testing::SizeIs;
 // A word for each place of an item's words.
 std::string example_word(std::string_view name) {
   if (name == "RD" || name == "RT") return "65000:1";
-  if (name == "MAX" || name == "MID" || name == "NUMBER" || name == "AS" || name == "SECONDS") {
+  if (name == "MAX" || name == "MID" || name == "VNI" || name == "AS" || name == "SECONDS") {
     return "7";
   }
   if (name == "AREA") return "0.0.0.7";

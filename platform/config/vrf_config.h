@@ -82,11 +82,11 @@ KvConfigNode route_threshold(std::string_view vrf, Family family, std::uint32_t 
 KvConfigNode vni(std::string_view vrf, std::uint32_t number);
 inline constexpr std::uint32_t kGreatestVni = 0xffffff;
 
-// A neighbour's address family in a VRF's BGP instance. `neighbour` is an IPv4 or IPv6 address, or the name
+// A neighbor's address family in a VRF's BGP instance. `neighbor` is an IPv4 or IPv6 address, or the name
 // of an interface (unnumbered) or a group. Here and in static routes the path has addresses in their shortest
-// form, so that one neighbour is one item in every spelling.
-KvConfigNode bgp_neighbour(std::string_view vrf, std::uint32_t as_number, std::string_view neighbour,
-                           Family family);
+// form, so that one neighbor is one item in every spelling.
+KvConfigNode bgp_neighbor(std::string_view vrf, std::uint32_t as_number, std::string_view neighbor,
+                          Family family);
 KvConfigNode rip_interface(std::string_view vrf, std::string_view interface);
 // RIPng counts as RIP and has the same paths, which have no key for the protocol. Both may be enabled on one
 // interface, so the name of a RIPng interface is written with all its octets escaped.

@@ -144,7 +144,7 @@ constexpr WordType kWordTypes[] = {
     {"MAX", "the maximum of routes", read_bounded<&Fields::number, 0, UINT32_MAX>,
      write_decimal<&Fields::number>},
     {"MID", "the mid threshold", read_mid, write_decimal<&Fields::mid>},
-    {"NUMBER", "a VNI (1 to 16777215)", read_bounded<&Fields::number, 1, kGreatestVni>,
+    {"VNI", "a VNI (1 to 16777215)", read_bounded<&Fields::number, 1, kGreatestVni>,
      write_decimal<&Fields::number>},
     {"AS", "an AS number", read_bounded<&Fields::as_number, 1, UINT32_MAX>,
      write_decimal<&Fields::as_number>},

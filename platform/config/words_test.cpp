@@ -25,8 +25,8 @@ TEST(ConfigurationWords, EachItemIsRead) {
       {"vrf red vni 16777215", vni("red", 16777215)},
       {"vrf red policy export ipv6 out", route_policy("red", Family::kIpv6, Direction::kExport, "out")},
       {"vrf red threshold ipv4 100 80", route_threshold("red", Family::kIpv4, 100, 80)},
-      {"vrf red bgp 65000 neighbor 192.0.2.1 ipv4", bgp_neighbour("red", 65000, "192.0.2.1", Family::kIpv4)},
-      {"vrf red bgp 65000 neighbor ge0 ipv6", bgp_neighbour("red", 65000, "ge0", Family::kIpv6)},
+      {"vrf red bgp 65000 neighbor 192.0.2.1 ipv4", bgp_neighbor("red", 65000, "192.0.2.1", Family::kIpv4)},
+      {"vrf red bgp 65000 neighbor ge0 ipv6", bgp_neighbor("red", 65000, "ge0", Family::kIpv6)},
       {"vrf red ospf 1 area 0 interface ge0", ospf_interface("red", "1", 0, "ge0")},
       {"vrf red ospf 1 area 0.0.1.1 interface ge0", ospf_interface("red", "1", 257, "ge0")},
       {"vrf red rip interface ge0", rip_interface("red", "ge0")},
@@ -272,7 +272,7 @@ TEST(ConfigurationWords, BrokenQuotesAreErrors) {
 TEST(ConfigurationPaths, NameTheirVrf) {
   EXPECT_EQ(vrf_of(description("a b", "x").path), "a b");
   EXPECT_EQ(vrf_of(route_target("red", Family::kIpv4, Direction::kImport, kTarget).path), "red");
-  EXPECT_EQ(vrf_of(bgp_neighbour("red", 1, "192.0.2.1", Family::kIpv4).path), "red");
+  EXPECT_EQ(vrf_of(bgp_neighbor("red", 1, "192.0.2.1", Family::kIpv4).path), "red");
   EXPECT_EQ(vrf_of(rip_interface("red", "ge0").path), "red");
   EXPECT_EQ(vrf_of(ospf_interface("red", "1", 0, "ge0").path), "red");
   EXPECT_EQ(vrf_of(eigrp_interface("red", 1, "ge0").path), "red");
@@ -325,7 +325,7 @@ TEST(ConfigurationPaths, NameTheirInterface) {
   EXPECT_EQ(interface_of(static_route("red", {Family::kIpv4, "10.0.0.0/8", "ge0", ""}).path), "ge0");
   EXPECT_EQ(interface_of(static_route("red", {Family::kIpv4, "10.0.0.0/8", "", "192.0.2.1"}).path),
             std::nullopt);
-  EXPECT_EQ(interface_of(bgp_neighbour("red", 1, "ge0", Family::kIpv4).path), std::nullopt);
+  EXPECT_EQ(interface_of(bgp_neighbor("red", 1, "ge0", Family::kIpv4).path), std::nullopt);
   EXPECT_EQ(interface_of(description("red", "x").path), std::nullopt);
 }
 

@@ -1,10 +1,10 @@
-// The stanzas of BGP instances in VRFs: their VPN items and their neighbours with the active address
+// The stanzas of BGP instances in VRFs: their VPN items and their neighbors with the active address
 // families.
 //
-// Whether a neighbour is active in an address family is set by its own line, or else by its group's, or else
-// by the instance's default (IPv4 unless "no bgp default ipv4-unicast"). A neighbour that is shut down is
+// Whether a neighbor is active in an address family is set by its own line, or else by its group's, or else
+// by the instance's default (IPv4 unless "no bgp default ipv4-unicast"). A neighbor that is shut down is
 // still configured. Labelled unicast and multicast count as their address family. A group with a range of
-// addresses to listen on counts as a neighbour, because its members are known only while they are connected.
+// addresses to listen on counts as a neighbor, because its members are known only while they are connected.
 //
 // Of the default VRF's instance only these matter: the notation of AS numbers, whether it imports from a VRF,
 // and whether it advertises VNIs.
@@ -28,26 +28,26 @@ VpnFamily& family(Parser& parser) {
 }
 
 // Null, with an error, for a word that is neither an address nor a name.
-BgpNeighbour* neighbour(Parser& parser, std::string_view name) {
+BgpNeighbor* neighbor(Parser& parser, std::string_view name) {
   if (!router::valid_interface_name(name)) {
-    parser.error("invalid neighbour name");
+    parser.error("invalid neighbor name");
     return nullptr;
   }
-  auto& neighbours = instance(parser).neighbours;
-  const auto found = neighbours.find(name);
-  return found != neighbours.end() ? &found->second : &neighbours[std::string(name)];
+  auto& neighbors = instance(parser).neighbors;
+  const auto found = neighbors.find(name);
+  return found != neighbors.end() ? &found->second : &neighbors[std::string(name)];
 }
 
-void take_neighbour(Parser& parser, const Words& words) {
-  (void)neighbour(parser, words[1]);
+void take_neighbor(Parser& parser, const Words& words) {
+  (void)neighbor(parser, words[1]);
 }
 
 void take_group(Parser& parser, const Words& words) {
-  if (BgpNeighbour* group = neighbour(parser, words[1])) group->is_group = true;
+  if (BgpNeighbor* group = neighbor(parser, words[1])) group->is_group = true;
 }
 
 void take_membership(Parser& parser, const Words& words) {
-  if (BgpNeighbour* member = neighbour(parser, words[1])) member->group = words.back();
+  if (BgpNeighbor* member = neighbor(parser, words[1])) member->group = words.back();
 }
 
 void take_router_id(Parser& parser, const Words& words) {
@@ -56,7 +56,7 @@ void take_router_id(Parser& parser, const Words& words) {
 
 // "bgp listen range PREFIX peer-group GROUP"
 void take_listen_range(Parser& parser, const Words& words) {
-  if (BgpNeighbour* group = neighbour(parser, words[5])) group->listens = true;
+  if (BgpNeighbor* group = neighbor(parser, words[5])) group->listens = true;
 }
 
 void take_ipv4_default(Parser& parser, const Words& words) {
@@ -81,7 +81,7 @@ void leave_family(Parser& parser, const Words&) {
 
 void take_activation(Parser& parser, const Words& words) {
   const bool active = words[0] != "no";
-  if (BgpNeighbour* named = neighbour(parser, words[active ? 1 : 2])) {
+  if (BgpNeighbor* named = neighbor(parser, words[active ? 1 : 2])) {
     named->active[static_cast<std::size_t>(parser.family)] = active;
   }
 }
@@ -147,8 +147,8 @@ constexpr LineRule kInstanceLines[] = {
     {"neighbor * peer-group *", take_membership},
     {"neighbor * interface peer-group *", take_membership},
     {"neighbor * interface v6only peer-group *", take_membership},
-    {"neighbor * remote-as ...", take_neighbour},
-    {"neighbor * interface ...", take_neighbour},
+    {"neighbor * remote-as ...", take_neighbor},
+    {"neighbor * interface ...", take_neighbor},
     {"bgp router-id *", take_router_id},
     {"bgp listen range * peer-group *", take_listen_range},
     {"no bgp default ipv4-unicast", take_ipv4_default},

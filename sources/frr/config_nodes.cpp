@@ -71,20 +71,19 @@ void add_family(const std::string& vrf, Family family, const VpnFamily& config, 
   }
 }
 
-bool is_active(const BgpInstance& instance, const BgpNeighbour& neighbour, std::size_t family) {
-  if (neighbour.active[family]) return *neighbour.active[family];
-  const auto group = instance.neighbours.find(neighbour.group);
-  if (group != instance.neighbours.end() && group->second.active[family])
-    return *group->second.active[family];
+bool is_active(const BgpInstance& instance, const BgpNeighbor& neighbor, std::size_t family) {
+  if (neighbor.active[family]) return *neighbor.active[family];
+  const auto group = instance.neighbors.find(neighbor.group);
+  if (group != instance.neighbors.end() && group->second.active[family]) return *group->second.active[family];
   return instance.default_active[family];
 }
 
-void add_neighbours(const BgpInstance& instance, Nodes* nodes) {
-  for (const auto& [name, neighbour] : instance.neighbours) {
-    if (neighbour.is_group && !neighbour.listens) continue;
+void add_neighbors(const BgpInstance& instance, Nodes* nodes) {
+  for (const auto& [name, neighbor] : instance.neighbors) {
+    if (neighbor.is_group && !neighbor.listens) continue;
     for (std::size_t family = 0; family < kFamilies.size(); ++family) {
-      if (!is_active(instance, neighbour, family)) continue;
-      nodes->push_back(vrf_config::bgp_neighbour(instance.vrf, instance.as_number, name, kFamilies[family]));
+      if (!is_active(instance, neighbor, family)) continue;
+      nodes->push_back(vrf_config::bgp_neighbor(instance.vrf, instance.as_number, name, kFamilies[family]));
     }
   }
 }
@@ -103,7 +102,7 @@ Nodes bgp_nodes(const RunningConfig& config, const router::Router&) {
     for (std::size_t family = 0; family < instance.families.size(); ++family) {
       add_family(instance.vrf, vrf_config::kFamiliesOfTargets[family], instance.families[family], &nodes);
     }
-    add_neighbours(instance, &nodes);
+    add_neighbors(instance, &nodes);
   }
   return sorted(std::move(nodes));
 }

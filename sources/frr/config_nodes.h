@@ -26,7 +26,7 @@ struct Program {
   bool (*owns)(std::string_view path);  // whether the program prints such a node, in some version
 };
 
-// bgpd: RDs, route targets, route policies, neighbours and the format of AS numbers. zebra: descriptions and
+// bgpd: RDs, route targets, route policies, neighbors and the format of AS numbers. zebra: descriptions and
 // VNIs of VRFs. mgmtd: what zebra, ripd, ripngd and staticd print where there is no mgmtd.
 inline constexpr std::string_view kManagementProgram = "mgmtd";
 inline constexpr std::size_t kProgramCount = 9;

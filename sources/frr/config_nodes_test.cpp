@@ -116,40 +116,40 @@ TEST_F(ConfigNodes, TargetThatIsNamedTwiceIsOneNode) {
       1U);
 }
 
-TEST_F(ConfigNodes, NeighbourIsActiveByItsOwnLine) {
+TEST_F(ConfigNodes, NeighborIsActiveByItsOwnLine) {
   EXPECT_THAT(Say("bgpd",
                   "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n address-family ipv4 unicast\n"
                   "  no neighbor 10.0.0.1 activate\n exit-address-family\n address-family ipv6 unicast\n"
                   "  neighbor 10.0.0.1 activate\n"),
-              ElementsAre(vrf_config::bgp_neighbour("red", 1, "10.0.0.1", Family::kIpv6)));
+              ElementsAre(vrf_config::bgp_neighbor("red", 1, "10.0.0.1", Family::kIpv6)));
 }
 
-TEST_F(ConfigNodes, NeighbourIsActiveByDefaultInIpv4) {
+TEST_F(ConfigNodes, NeighborIsActiveByDefaultInIpv4) {
   EXPECT_THAT(
       Say("bgpd", "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n neighbor 10.0.0.1 shutdown\n"),
-      ElementsAre(vrf_config::bgp_neighbour("red", 1, "10.0.0.1", Family::kIpv4)));
+      ElementsAre(vrf_config::bgp_neighbor("red", 1, "10.0.0.1", Family::kIpv4)));
   EXPECT_THAT(
       Say("bgpd", "router bgp 1 vrf red\n no bgp default ipv4-unicast\n neighbor 10.0.0.1 remote-as 2\n"),
       IsEmpty());
 }
 
-TEST_F(ConfigNodes, NeighbourFollowsItsGroupWhichIsNotANeighbour) {
+TEST_F(ConfigNodes, NeighborFollowsItsGroupWhichIsNotANeighbor) {
   EXPECT_THAT(
       Say("bgpd",
           "router bgp 1 vrf red\n no bgp default ipv4-unicast\n neighbor CE peer-group\n"
           " neighbor 10.0.0.1 peer-group CE\n neighbor 10.0.0.2 peer-group CE\n address-family ipv4 unicast\n"
           "  neighbor CE activate\n  no neighbor 10.0.0.2 activate\n"),
-      ElementsAre(vrf_config::bgp_neighbour("red", 1, "10.0.0.1", Family::kIpv4)));
+      ElementsAre(vrf_config::bgp_neighbor("red", 1, "10.0.0.1", Family::kIpv4)));
 }
 
-TEST_F(ConfigNodes, GroupThatListensCountsAsANeighbour) {
+TEST_F(ConfigNodes, GroupThatListensCountsAsANeighbor) {
   EXPECT_THAT(Say("bgpd",
                   "router bgp 1 vrf red\n neighbor CE peer-group\n neighbor IDLE peer-group\n"
                   " bgp listen range 10.1.0.0/24 peer-group CE\n"
                   " bgp listen range 2001:db8:1::/64 peer-group CE\n"
                   " address-family ipv6 unicast\n  neighbor CE activate\n"),
-              UnorderedElementsAre(vrf_config::bgp_neighbour("red", 1, "CE", Family::kIpv4),
-                                   vrf_config::bgp_neighbour("red", 1, "CE", Family::kIpv6)));
+              UnorderedElementsAre(vrf_config::bgp_neighbor("red", 1, "CE", Family::kIpv4),
+                                   vrf_config::bgp_neighbor("red", 1, "CE", Family::kIpv6)));
 }
 
 TEST_F(ConfigNodes, UnnumberedNeighborIsKnownByItsInterface) {
@@ -157,9 +157,9 @@ TEST_F(ConfigNodes, UnnumberedNeighborIsKnownByItsInterface) {
                   "router bgp 1 vrf red\n neighbor red1 interface remote-as external\n"
                   " neighbor red2 interface v6only remote-as internal\n address-family ipv6 unicast\n"
                   "  neighbor red1 activate\n"),
-              UnorderedElementsAre(vrf_config::bgp_neighbour("red", 1, "red1", Family::kIpv4),
-                                   vrf_config::bgp_neighbour("red", 1, "red1", Family::kIpv6),
-                                   vrf_config::bgp_neighbour("red", 1, "red2", Family::kIpv4)));
+              UnorderedElementsAre(vrf_config::bgp_neighbor("red", 1, "red1", Family::kIpv4),
+                                   vrf_config::bgp_neighbor("red", 1, "red1", Family::kIpv6),
+                                   vrf_config::bgp_neighbor("red", 1, "red2", Family::kIpv4)));
 }
 
 TEST_F(ConfigNodes, EvpnHasItsRdAndTargets) {

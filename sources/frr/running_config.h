@@ -39,7 +39,7 @@ struct VpnFamily {
   std::string export_policy{};
 };
 
-struct BgpNeighbour {
+struct BgpNeighbor {
   std::string group{};
   bool is_group = false;
   bool listens = false;  // a group that takes connections from a range of addresses (`bgp listen range`)
@@ -54,7 +54,7 @@ struct BgpInstance {
   std::array<bool, 2> default_active{true, false};  // by family
   std::array<VpnFamily, 3> families{};              // in the order of vrf_config::kFamiliesOfTargets
   // By address, by interface (unnumbered) or, a group, by the group's name.
-  std::map<std::string, BgpNeighbour, std::less<>> neighbours{};
+  std::map<std::string, BgpNeighbor, std::less<>> neighbors{};
 };
 
 // "10.0.0.0/8" of a `network` line, and the OSPF area that it is in.

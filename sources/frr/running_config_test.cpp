@@ -117,7 +117,7 @@ TEST(BgpOfAVrf, NextStanzaEndsAFamilyThatWasNotClosed) {
       "router bgp 1 vrf red\n address-family ipv6 unicast\n  rd vpn export 1:1\n"
       "router bgp 1 vrf blue\n neighbor 10.0.0.1 remote-as 2\n");
   ASSERT_THAT(config.bgp, SizeIs(2));
-  EXPECT_THAT(config.bgp[1].neighbours, SizeIs(1));
+  EXPECT_THAT(config.bgp[1].neighbors, SizeIs(1));
 }
 
 TEST(BgpOfAVrf, InvalidItemIsAnErrorWithItsLine) {
@@ -190,38 +190,38 @@ TEST(BgpOfAVrf, InvalidItemsOfEvpnAreErrors) {
             (LineError{4, "'1' is not a route target"}));
 }
 
-// --- BGP: neighbours ---
+// --- BGP: neighbors ---
 
-TEST(BgpNeighbours, AreKnownByAddressInterfaceOrGroup) {
+TEST(BgpNeighbors, AreKnownByAddressInterfaceOrGroup) {
   const BgpInstance instance = only_instance(
       "router bgp 65000 vrf red\n neighbor CE peer-group\n neighbor CE remote-as 65101\n"
       " neighbor 10.0.0.1 peer-group CE\n neighbor 2001:db8::1 remote-as 65101\n"
       " neighbor eth0 interface remote-as external\n neighbor eth1 interface v6only peer-group CE\nexit\n");
-  ASSERT_THAT(instance.neighbours, SizeIs(5));
-  EXPECT_TRUE(instance.neighbours.at("CE").is_group);
-  EXPECT_EQ(instance.neighbours.at("10.0.0.1").group, "CE");
-  EXPECT_EQ(instance.neighbours.at("eth1").group, "CE");
-  EXPECT_EQ(instance.neighbours.at("eth0").group, "");
-  EXPECT_FALSE(instance.neighbours.at("2001:db8::1").is_group);
+  ASSERT_THAT(instance.neighbors, SizeIs(5));
+  EXPECT_TRUE(instance.neighbors.at("CE").is_group);
+  EXPECT_EQ(instance.neighbors.at("10.0.0.1").group, "CE");
+  EXPECT_EQ(instance.neighbors.at("eth1").group, "CE");
+  EXPECT_EQ(instance.neighbors.at("eth0").group, "");
+  EXPECT_FALSE(instance.neighbors.at("2001:db8::1").is_group);
 }
 
-TEST(BgpNeighbours, OtherLinesMakeNoNeighbour) {
-  EXPECT_THAT(only_instance("router bgp 1 vrf red\n neighbor 10.0.0.1 shutdown\n bgp router-id 10.0.0.9\n")
-                  .neighbours,
-              IsEmpty());
+TEST(BgpNeighbors, OtherLinesMakeNoNeighbor) {
+  EXPECT_THAT(
+      only_instance("router bgp 1 vrf red\n neighbor 10.0.0.1 shutdown\n bgp router-id 10.0.0.9\n").neighbors,
+      IsEmpty());
 }
 
-TEST(BgpNeighbours, ActivationIsPerFamily) {
+TEST(BgpNeighbors, ActivationIsPerFamily) {
   const BgpInstance instance = only_instance(
       "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n"
       " address-family ipv4 unicast\n  no neighbor 10.0.0.1 activate\n exit-address-family\n"
       " address-family ipv6 unicast\n  neighbor 10.0.0.1 activate\n exit-address-family\n"
       " address-family l2vpn evpn\n  no neighbor 10.0.0.1 activate\n exit-address-family\n");
-  EXPECT_EQ(instance.neighbours.at("10.0.0.1").active[0], std::optional(false));
-  EXPECT_EQ(instance.neighbours.at("10.0.0.1").active[1], std::optional(true));
+  EXPECT_EQ(instance.neighbors.at("10.0.0.1").active[0], std::optional(false));
+  EXPECT_EQ(instance.neighbors.at("10.0.0.1").active[1], std::optional(true));
 }
 
-TEST(BgpNeighbours, DefaultIsIpv4UnlessConfigured) {
+TEST(BgpNeighbors, DefaultIsIpv4UnlessConfigured) {
   EXPECT_THAT(only_instance("router bgp 1 vrf red\n").default_active, ElementsAre(true, false));
   EXPECT_THAT(only_instance("router bgp 1 vrf red\n no bgp default ipv4-unicast\n bgp default ipv6-unicast\n")
                   .default_active,
@@ -412,7 +412,7 @@ TEST(RunningConfigNames, NamesThatAreTooLongAreErrors) {
   EXPECT_EQ(only_error("vrf red\n ip route 10.0.0.0/8 " + interface).what, "invalid interface name");
   EXPECT_EQ(only_error("router rip vrf red\n network " + interface).line, 2U);
   EXPECT_EQ(only_error("router bgp 1 vrf red\n neighbor " + interface + " remote-as 1").what,
-            "invalid neighbour name");
+            "invalid neighbor name");
   EXPECT_EQ(only_error(family_of("ipv4 unicast", "  neighbor " + interface + " activate\n")).line, 4U);
 }
 

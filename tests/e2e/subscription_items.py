@@ -75,7 +75,7 @@ ITEMS = [
         ("set rd 4200000000:4 ipv4", {"rd": "4200000000:4"}),
         ("delete rd 4200000000:4 ipv4", {"rd": "65000:6"}),
         ("delete rd 65000:6 ipv6", {})]),
-    Item("BGP neighbours", False, [
+    Item("BGP neighbors", False, [
         ("set bgp 65000 neighbor 10.0.0.2 ipv4", both("bgp")),
         ("set bgp 65000 neighbor 2001:db8::2 ipv6", both("bgp")),
         ("delete bgp 65000 neighbor 10.0.0.2 ipv4", both("bgp")),

@@ -32,8 +32,8 @@ WavlLink* outermost(WavlLink* link, unsigned side) {
   return link;
 }
 
-// The neighbour in order: side 1 the next, side 0 the previous one.
-WavlLink* neighbour(const WavlLink* link, unsigned side) {
+// The neighbor in order: side 1 the next, side 0 the previous one.
+WavlLink* neighbor(const WavlLink* link, unsigned side) {
   if (link->child[side] != nullptr) return outermost(link->child[side], 1 - side);
   WavlLink* above = link->parent;
   while (above != nullptr && above->child[side] == link) {
@@ -45,7 +45,7 @@ WavlLink* neighbour(const WavlLink* link, unsigned side) {
 
 void* step(const WavlTree* tree, unsigned thread, const void* node, unsigned side) {
   if (!usable(tree, thread) || node == nullptr || link_of(node, thread)->linked == 0) return nullptr;
-  return node_of(neighbour(link_of(node, thread), side), thread);
+  return node_of(neighbor(link_of(node, thread), side), thread);
 }
 
 void unlink(WavlTree* tree, unsigned thread, WavlLink* link) {

@@ -110,7 +110,7 @@ class ConfigReferences : public router::RouterTest {
 
 const KvConfigNode kRedText = vrf_config::description("red", "Red Rail");
 const KvConfigNode kRedRip = vrf_config::rip_interface("red", "ge0");
-const KvConfigNode kRedBgp = vrf_config::bgp_neighbour("red", 65000, "192.0.2.9", Family::kIpv4);
+const KvConfigNode kRedBgp = vrf_config::bgp_neighbor("red", 65000, "192.0.2.9", Family::kIpv4);
 const std::string kTextPath = kRedText.path.substr(vrf_config::kVrfScope.size());
 const std::string kRipPath = "red/ord_t/if/ge0/ord_d/enabled";
 

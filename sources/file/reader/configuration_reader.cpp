@@ -290,7 +290,7 @@ void read_bgp(const YAML::Node& value, ConfiguredItems* items) {
   for (const Neighbor& neighbor : bgp.neighbors) {
     for (const Family family : neighbor.families) {
       const auto node = [as = bgp.as_number, name = neighbor.name, family](const std::string& vrf) {
-        return vrf_config::bgp_neighbour(vrf, as, name, family);
+        return vrf_config::bgp_neighbor(vrf, as, name, family);
       };
       items->push_back({neighbor.mark, node, std::nullopt});
     }

@@ -106,11 +106,11 @@ TEST(RouterFileConfiguration, ThresholdsAreAMaximumAndAMid) {
 TEST(RouterFileConfiguration, NeighborIsOfItsOwnFamilyByDefault) {
   ExpectNodes(NodesOfRed("bgp: {as: 65010, neighbors: [10.0.0.2, '2001:db8::2', ge0, "
                          "{neighbor: 10.0.0.3, families: [ipv4, ipv6]}]}"),
-              {vrf_config::bgp_neighbour("red", 65010, "10.0.0.2", Family::kIpv4),
-               vrf_config::bgp_neighbour("red", 65010, "2001:db8::2", Family::kIpv6),
-               vrf_config::bgp_neighbour("red", 65010, "ge0", Family::kIpv4),
-               vrf_config::bgp_neighbour("red", 65010, "10.0.0.3", Family::kIpv4),
-               vrf_config::bgp_neighbour("red", 65010, "10.0.0.3", Family::kIpv6)});
+              {vrf_config::bgp_neighbor("red", 65010, "10.0.0.2", Family::kIpv4),
+               vrf_config::bgp_neighbor("red", 65010, "2001:db8::2", Family::kIpv6),
+               vrf_config::bgp_neighbor("red", 65010, "ge0", Family::kIpv4),
+               vrf_config::bgp_neighbor("red", 65010, "10.0.0.3", Family::kIpv4),
+               vrf_config::bgp_neighbor("red", 65010, "10.0.0.3", Family::kIpv6)});
 }
 
 TEST(RouterFileConfiguration, ProtocolsRunOnInterfaces) {
@@ -137,7 +137,7 @@ TEST(RouterFileConfiguration, VrfThatIsOnlyNamedMayHaveAllOfIt) {
       {vrf_config::description("later", "soon"), vrf_config::route_distinguisher("later", Family::kIpv4, rd),
        vrf_config::route_target("later", Family::kIpv4, Direction::kExport, kTarget),
        vrf_config::route_target("later", Family::kIpv6, Direction::kExport, kTarget),
-       vrf_config::bgp_neighbour("later", 1, "10.0.0.2", Family::kIpv4)});
+       vrf_config::bgp_neighbor("later", 1, "10.0.0.2", Family::kIpv4)});
 }
 
 TEST(RouterFileConfiguration, RouteDistinguisherOfACreatedVrfIsTheRouters) {

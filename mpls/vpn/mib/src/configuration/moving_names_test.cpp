@@ -234,7 +234,7 @@ class VrfMadeAgain : public MovingNames {
 
 TEST_F(VrfMadeAgain, WasNotChangedBeforeItWasCreated) {
   for (const KvConfigNode& item :
-       {vrf_config::bgp_neighbour("green", 65000, "192.0.2.9", vrf_config::Family::kIpv4),
+       {vrf_config::bgp_neighbor("green", 65000, "192.0.2.9", vrf_config::Family::kIpv4),
         vrf_config::description("green", "Green Grocers")}) {
     Commit(item, true);
     MakeGreenAgain();
