@@ -33,7 +33,8 @@ TEST_F(ConfigCommit, RegistrationOfOwnersIsChecked) {
   EXPECT_EQ(kvtree_config_register_owners(std::vector<KvConfigOwner>{{"a", 1}, {"b", 1}}), kStatusInvalid);
   EXPECT_EQ(kvtree_config_register_owners(std::vector<KvConfigOwner>{{"", 1}}), kStatusInvalid);
   EXPECT_EQ(kvtree_config_register_owners(std::vector<KvConfigOwner>{{"a", 0xff}}), kStatusInvalid);
-  const std::vector<std::string> names = {"a", "b", "c", "d", "e", "f", "g"};
+  std::vector<std::string> names;
+  for (std::size_t at = 0; at <= kMaxConfigOwners; ++at) names.push_back("owner" + std::to_string(at));
   std::vector<KvConfigOwner> many;
   for (const std::string& name : names) many.push_back({name, static_cast<std::uint8_t>(many.size())});
   EXPECT_EQ(kvtree_config_register_owners(many), kStatusInvalid);
