@@ -1,7 +1,7 @@
 // The table of configuration items. An item is a node of the configuration tree that users write as a line of
 // words: "vrf red rt import 65000:1 ipv4". From a row of the table derive
 //   - the path of a node, and how a path is read (paths.h);
-//   - how words are read, which words may follow, and the words of a node (words.cpp);
+//   - how words are read, which words may follow, and the words of a node (parse_words.cpp, words_of.cpp);
 //   - the help text, and the scopes in which items are counted or name a VRF.
 // A new item is a new row, with a builder in builders.cpp if a source sets it. Constant data.
 #pragma once
