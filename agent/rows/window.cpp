@@ -1,5 +1,5 @@
-// A window covers the indexes from the requested one up to its last row, or to the end of the table when no
-// row followed. As of its moment there is no other row between two of its rows.
+// A window covers the indexes from the requested one to its last row, or to the end of the table if the
+// answer reached it. When the daemon answered, the table had no further row in this range.
 //
 // Filling checks the order: a look-up is a binary search, and strictly increasing OIDs depend on it.
 #include <algorithm>

@@ -69,7 +69,7 @@ void make(const Session& session, const std::vector<ConfigEdit>& edits, const Co
 }
 
 Failure no_candidate() {
-  return {kExitFailed, "there is no candidate; begin one with set, delete or load --candidate"};
+  return {kExitFailed, "no edits are collected; begin a candidate with set, delete or load --candidate"};
 }
 
 }  // namespace

@@ -28,10 +28,9 @@ constexpr std::uint32_t kCommitsPage = 64;
 constexpr std::uint32_t kChangesPage = 10000;
 
 Failure no_commit(const std::string& id) {
-  return {
-      kExitFailed,
-      fmt::format("there is no commit \"{}\" in the history; \"mplsvpn config history\" lists the commits",
-                  printable(id))};
+  return {kExitFailed,
+          fmt::format("commit \"{}\" is not in the history; \"mplsvpn config history\" lists the commits",
+                      printable(id))};
 }
 
 // Visits the commits, newest first, until the visitor answers false.

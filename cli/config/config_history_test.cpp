@@ -32,7 +32,7 @@ TEST_F(ConfigurationCandidate, CollectsUntilItIsCommitted) {
   EXPECT_EQ(Done("show"),
             "set vrf red description \"new one\"\nset vrf red rd 65000:1 ipv4\nset traps all\n");
   EXPECT_EQ(DoneAsJson("history --max 1")[0]["comment"], "new customer");
-  EXPECT_THAT(Refused("discard"), HasSubstr("there is no candidate"));
+  EXPECT_THAT(Refused("discard"), HasSubstr("no edits are collected"));
   EXPECT_EQ(Done("diff"), "");
 }
 
@@ -47,8 +47,8 @@ TEST_F(ConfigurationCandidate, IsDropped) {
   Done("set --candidate vrf red rd 65000:1");
   EXPECT_EQ(Done("discard"), "");
   EXPECT_EQ(Done("diff"), "");
-  EXPECT_THAT(Refused("discard"), HasSubstr("there is no candidate"));
-  EXPECT_THAT(Refused("commit"), HasSubstr("there is no candidate"));
+  EXPECT_THAT(Refused("discard"), HasSubstr("no edits are collected"));
+  EXPECT_THAT(Refused("commit"), HasSubstr("no edits are collected"));
 }
 
 TEST_F(ConfigurationCandidate, StaysWhenItsCommitIsRefused) {
@@ -190,8 +190,7 @@ TEST_F(ConfigurationHistory, ShowsWhatACommitChanged) {
   EXPECT_EQ(changes[0]["after"], 1);
   EXPECT_EQ(changes[0]["wordsAfter"], "vrf red rt import 65000:1 ipv4");
   EXPECT_EQ(Refused("history 4711"),
-            "mplsvpn: there is no commit \"4711\" in the history; \"mplsvpn config history\" lists the "
-            "commits\n");
+            "mplsvpn: commit \"4711\" is not in the history; \"mplsvpn config history\" lists the commits\n");
 }
 
 TEST_F(ConfigurationHistory, MoreThanOnePageOfCommitsAndChangesIsRead) {
@@ -231,8 +230,7 @@ TEST_F(ConfigurationHistory, RollbackToTheNewestChangesNothing) {
   Done("set vrf red description one");
   EXPECT_EQ(Done("rollback " + NewestCommit()), "no effective item changed\n");
   EXPECT_EQ(Refused("rollback 4711"),
-            "mplsvpn: there is no commit \"4711\" in the history; \"mplsvpn config history\" lists the "
-            "commits\n");
+            "mplsvpn: commit \"4711\" is not in the history; \"mplsvpn config history\" lists the commits\n");
 }
 
 TEST_F(ConfigurationHistory, RollbackReportsWhatOtherOwnersStillSet) {

@@ -425,7 +425,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, MalformedRequest,
 
 // A peer that is neither root, nor this process's user, nor an administrator. Only root can make one.
 TEST_F(DebugTest, PeerThatMayOnlyReadCannotSwitch) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root to change the peer's user";
+  if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: needs root to change the peer's user";
   Register();
   const std::string socket = DebugClient::default_socket();
   ASSERT_EQ(chmod(directory_.path().c_str(), 0755), 0);

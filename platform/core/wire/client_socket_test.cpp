@@ -199,7 +199,7 @@ bool PeerOfAnotherUserMayChange(const std::vector<gid_t>& groups) {
 }
 
 TEST(PeerTest, AnotherUserMayChangeOnlyInTheAdministratorsGroup) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: needs root to become another user";
   const group* administrators = getgrnam("adm");
   ASSERT_NE(administrators, nullptr);
   const gid_t gid = administrators->gr_gid;
