@@ -50,6 +50,9 @@ class Words(unittest.TestCase):
     def test_old_words_are_found_in_sentences_and_names(self):
         self.assertEqual(self.found("// is told of\nvoid tellAll();\nvoid tell_all();\n"), ["told", "tell", "tell"])
 
+    def test_old_words_after_a_single_capital_are_found(self):
+        self.assertEqual(self.found("NodeIsAMistake, WaitsForALaterTurn"), ["Mistake", "Later Turn"])
+
     def test_links_that_go_down_and_come_up_are_standard(self):
         self.assertEqual(self.found("the link goes down and comes up"), [])
 

@@ -198,7 +198,7 @@ TEST_F(CheckpointTest, RecordDeletedBeforeItWasWrittenIsNeverWritten) {
   EXPECT_THAT(Rows(), IsEmpty());
 }
 
-TEST_F(CheckpointTest, KeyOfADeletedRecordIsFreeForANewOneInTheSameTurn) {
+TEST_F(CheckpointTest, KeyOfADeletedRecordIsFreeForANewOneInTheSameIteration) {
   Start();
   Put("key1", "old");
   ASSERT_EQ(chkpt_flush(), kStatusOk);

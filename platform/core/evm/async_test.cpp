@@ -112,7 +112,7 @@ TEST_F(EventManagerTest, AsyncHandlerMayDetachItself) {
   EXPECT_EQ(witness.use_count(), 1);
 }
 
-TEST_F(EventManagerTest, AsyncRaisedByItsOwnHandlerRunsInALaterTurn) {
+TEST_F(EventManagerTest, AsyncRaisedByItsOwnHandlerRunsInALaterIteration) {
   int runs = 0;
   ASSERT_EQ(event_async_attach(manager, kCode,
                                [&] {

@@ -275,7 +275,7 @@ TEST_F(EventManagerTest, DescriptorsAreServedBetweenBatchesOfPostedFunctions) {
   EXPECT_LT(posted_before_the_descriptor, 200);
 }
 
-TEST_F(EventManagerTest, FunctionPostedByAPostedFunctionWaitsForTheNextTurn) {
+TEST_F(EventManagerTest, FunctionPostedByAPostedFunctionWaitsForTheNextIteration) {
   int runs = 0;
   event_post(manager, [&] {
     ++runs;
@@ -358,7 +358,7 @@ TEST_F(EventManagerTest, TimerMayCancelAnotherThatIsDueToo) {
   EXPECT_EQ(runs, 1);
 }
 
-TEST_F(EventManagerTest, TimerStartedByATimerWaitsForTheNextTurn) {
+TEST_F(EventManagerTest, TimerStartedByATimerWaitsForTheNextIteration) {
   const ManualClock clock(1);
   int runs = 0;
   event_timer_start(manager, 0, [&] {

@@ -241,7 +241,7 @@ TEST_F(ConfigReplace, ScopesMayOverlap) {
   EXPECT_THAT(Replace({"/cfg/", "/cfg/s/"}, {}), ElementsAre("a 4 none"));
 }
 
-TEST_F(ConfigReplace, NodeOutsideTheScopesIsAMistake) {
+TEST_F(ConfigReplace, NodeOutsideTheScopesIsInvalid) {
   EXPECT_EQ(kvtree_config_replace("script", {"/cfg/s/"}, {{"/cfg/t", TextValue("1")}}, "", &id, &error),
             kStatusInvalid);
   EXPECT_EQ(error, "/cfg/t: it is outside of the replaced parts");
