@@ -30,11 +30,7 @@ struct ReleaseRoute {
 };
 using OwnedRoute = std::unique_ptr<ForwardmibIpv4Route, ReleaseRoute>;
 
-struct Search {
-  std::uint8_t destination[kSize];
-  std::uint8_t next_hop[kSize];
-  std::uint32_t prefix_length;
-};
+using Search = RouteSearch<kSize>;
 
 struct AddressText {
   explicit AddressText(std::uint32_t network_order) {
@@ -57,14 +53,6 @@ std::uint32_t host_order(std::uint32_t network_order) {
   std::memcpy(octets, &network_order, kSize);
   return static_cast<std::uint32_t>(octets[0]) << 24 | static_cast<std::uint32_t>(octets[1]) << 16 |
          static_cast<std::uint32_t>(octets[2]) << 8 | octets[3];
-}
-
-bool fits(const RouteKeyText& key) {
-  if (std::strlen(route_text(key.dest)) <= 2 * kSize && std::strlen(route_text(key.next_hop)) <= 2 * kSize) {
-    return true;
-  }
-  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "%s: an address text is too long", kIpv4Route);
-  return false;
 }
 
 bool is_given(const char* text) {
@@ -182,7 +170,7 @@ Status mpls_vpn_mib_rib_ipv4_route(mpls_vpn_mib_route* row, std::uint32_t table_
                   route_text(key.dest), static_cast<std::int32_t>(key.prefix_length),
                   route_text(key.next_hop), static_cast<std::uint32_t>(key.next_hop_type));
   *row = {};
-  if (!fits(key)) return kStatusNoSuchRow;
+  if (!route_texts_fit(key.dest, key.next_hop, kSize, kIpv4Route)) return kStatusNoSuchRow;
   if (!mpls_vpn_mib_rib_ipv4_route_load_dll()) {
     mpls_vpn_debug(RIB, "%s: Load ipv4 RIB dll failed", kIpv4Route);
     return kStatusNoSuchRow;

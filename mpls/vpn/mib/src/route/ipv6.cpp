@@ -26,11 +26,7 @@ struct ReleaseRoute {
 };
 using OwnedRoute = std::unique_ptr<ForwardmibIpv6Route, ReleaseRoute>;
 
-struct Search {
-  std::uint8_t destination[kSize];
-  std::uint8_t next_hop[kSize];
-  std::uint32_t prefix_length;
-};
+using Search = RouteSearch<kSize>;
 
 const char* shown(const char* text) {
   return text == nullptr ? "Null" : text;
@@ -41,14 +37,6 @@ void report_request(std::uint32_t table_id, bool exact, const RouteKeyText& key)
                   "rib_ipv6_route(0x%x,%s,dest type:%d, dest:%s, pfxLen:%d, next hop type:%d, next hop:%s)",
                   table_id, exact ? "EXACT" : "NEXT", key.dest_type, shown(key.dest),
                   static_cast<std::int32_t>(key.prefix_length), key.next_hop_type, shown(key.next_hop));
-}
-
-bool fits(const RouteKeyText& key) {
-  if (std::strlen(route_text(key.dest)) <= 2 * kSize && std::strlen(route_text(key.next_hop)) <= 2 * kSize) {
-    return true;
-  }
-  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "%s: an address text is too long", kIpv6Route);
-  return false;
 }
 
 // Skips the other paths of the prefix: asks with a next hop greater than those in use.
@@ -129,7 +117,7 @@ Status mpls_vpn_mib_rib_ipv6_route(mpls_vpn_mib_route* row, std::uint32_t table_
                                    const RouteKeyText& key) {
   report_request(table_id, exact, key);
   *row = {};
-  if (!fits(key)) return kStatusNoSuchRow;
+  if (!route_texts_fit(key.dest, key.next_hop, kSize, kIpv6Route)) return kStatusNoSuchRow;
   if (!mpls_vpn_mib_rib_ipv6_route_load_dll()) {
     mpls_vpn_debug(RIB, "%s: Load ipv6 RIB dll failed", kIpv6Route);
     return kStatusNoSuchRow;

@@ -13,6 +13,14 @@ const char* route_text(const char* text) {
   return text == nullptr ? "" : text;
 }
 
+bool route_texts_fit(const char* dest, const char* next_hop, std::size_t size, const char* function) {
+  if (std::strlen(route_text(dest)) <= 2 * size && std::strlen(route_text(next_hop)) <= 2 * size) {
+    return true;
+  }
+  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "%s: an address text is too long", function);
+  return false;
+}
+
 bool route_read_address(const char* text, std::uint8_t* octets, const char* function) {
   if (std::strcmp(text, kNoAddressText) == 0) return true;
   const std::size_t digits = std::strlen(text);

@@ -12,6 +12,17 @@ inline constexpr char kNoAddressText[] = "0";
 // The text for prints and for decoding: the empty text for null.
 const char* route_text(const char* text);
 
+// What a module is asked for: addresses in network order.
+template <std::size_t kSize>
+struct RouteSearch {
+  std::uint8_t destination[kSize];
+  std::uint8_t next_hop[kSize];
+  std::uint32_t prefix_length;
+};
+
+// False, traced under the function's name, for an address text of more than `size` octets.
+bool route_texts_fit(const char* dest, const char* next_hop, std::size_t size, const char* function);
+
 // Decodes digit pairs into `octets`, which the caller zeroes: at most as many as the text has; none for "0"
 // and the empty text. False, reported under the function's name, for a pair that is not hexadecimal.
 // REQUIRES: the text has no more than 2 * size characters.
