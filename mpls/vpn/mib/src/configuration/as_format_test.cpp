@@ -1,5 +1,5 @@
 // Changes of the AS number format: the stored texts follow them.
-#include "mpls/vpn/mib/src/configuration/vrf_config_test_support.h"
+#include "mpls/vpn/mib/src/configuration/vrf_handlers_test_support.h"
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/store/configuration/config.h"

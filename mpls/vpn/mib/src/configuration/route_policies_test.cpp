@@ -1,7 +1,7 @@
 // Route policies from configuration.
 #include <algorithm>
 
-#include "mpls/vpn/mib/src/configuration/vrf_config_test_support.h"
+#include "mpls/vpn/mib/src/configuration/vrf_handlers_test_support.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Route thresholds from configuration.
 #include <utility>
 
-#include "mpls/vpn/mib/src/configuration/vrf_config_test_support.h"
+#include "mpls/vpn/mib/src/configuration/vrf_handlers_test_support.h"
 
 namespace {
 

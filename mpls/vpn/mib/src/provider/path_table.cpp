@@ -15,7 +15,7 @@
 
 #include "mpls/vpn/mib/src/configuration/protocols.h"
 #include "mpls/vpn/mib/src/configuration/threshold_events.h"
-#include "mpls/vpn/mib/src/configuration/vrf_config.h"
+#include "mpls/vpn/mib/src/configuration/vrf_handlers.h"
 #include "mpls/vpn/mib/src/interface/entry.h"
 #include "mpls/vpn/mib/src/provider/scalars.h"
 #include "mpls/vpn/mib/src/route/entry.h"
@@ -33,6 +33,13 @@ constexpr std::uint32_t kTextMode = 3;
 constexpr std::uint32_t kTupleMode = 5;  // also of static routes, of which the daemon reads the path only
 
 // clang-format off
+// The routing table's events, in two tables: the subscription to /oper/rib_threshold/ delivers them. Below the
+// provider's own subtree the same paths are known but have no answer (kStatusNoHandler).
+constexpr KvRoute kMidThresholdEvent =
+    {"<s>/mid-thresh-exc", {0, mpls_vpn_mib_mid_thresh_exceeded_notify,  nullptr, nullptr, nullptr}};
+constexpr KvRoute kMaxThresholdEvent =
+    {"<s>/max-thresh-exc", {0, mpls_vpn_mib_high_thresh_exceeded_notify, nullptr, nullptr, nullptr}};
+
 constexpr KvRoute kProvRoutes[] = {
     //  path                                mode         notify   get, list, datalist
     {"scalars",                            {0,           nullptr, mpls_vpn_mib_prov_get_scalars,   nullptr, nullptr}},
@@ -50,8 +57,8 @@ constexpr KvRoute kProvRoutes[] = {
     {"rt-next/<s>/<n>/<n>",                {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_rt,        nullptr, nullptr}},
     {"route/<s>/<n>/<n>/<n>/<s>/<s>",      {0,           nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},
     {"route-next/<s>/<n>/<n>/<n>/<s>/<s>", {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},
-    {"<s>/mid-thresh-exc",                 {0, mpls_vpn_mib_mid_thresh_exceeded_notify,  nullptr, nullptr, nullptr}},
-    {"<s>/max-thresh-exc",                 {0, mpls_vpn_mib_high_thresh_exceeded_notify, nullptr, nullptr, nullptr}},
+    kMidThresholdEvent,
+    kMaxThresholdEvent,
 };
 
 #define VRF_TABLE "vrf/<s>/ord_z/afi_safi/<n>/<n>/"
@@ -91,10 +98,7 @@ constexpr KvRoute kStaticRoutes[] = {
      {kTupleMode, mpls_vpn_mib_static_notify, nullptr, nullptr, nullptr}},
 };
 
-constexpr KvRoute kThresholdRoutes[] = {
-    {"<s>/mid-thresh-exc", {0, mpls_vpn_mib_mid_thresh_exceeded_notify,  nullptr, nullptr, nullptr}},
-    {"<s>/max-thresh-exc", {0, mpls_vpn_mib_high_thresh_exceeded_notify, nullptr, nullptr, nullptr}},
-};
+constexpr KvRoute kThresholdRoutes[] = {kMidThresholdEvent, kMaxThresholdEvent};
 // clang-format on
 
 }  // namespace

@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-#include "mpls/vpn/mib/src/configuration/vrf_config.h"
+#include "mpls/vpn/mib/src/configuration/vrf_handlers.h"
 #include "mpls/vpn/mib/src/membership/connection.h"
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/provider/connection.h"

@@ -3,7 +3,7 @@
 // A notification is a path and, for a set, a value. The path's arguments name the VRF. The handler looks up
 // the VRF's record, or creates it for a set, and changes its attribute block. Texts in the block are heap
 // copies (text_replace). Main thread; attribute blocks and the route-target database need no lock.
-#include "mpls/vpn/mib/src/configuration/vrf_config.h"
+#include "mpls/vpn/mib/src/configuration/vrf_handlers.h"
 
 #include <array>
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
-#include "mpls/vpn/mib/src/configuration/vrf_config.h"
+#include "mpls/vpn/mib/src/configuration/vrf_handlers.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "platform/router/model/vrf_test_support.h"
 
