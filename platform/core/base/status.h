@@ -37,7 +37,7 @@ inline constexpr Status kStatusTooManyRequests =
 inline constexpr Status kStatusDefinitionChanged =
     0x4081a000;                                           // the registry has another version of a description
 inline constexpr Status kStatusBadEncoding = 0x4081a200;  // the octets are not a record of this description
-inline constexpr Status kStatusBadDescription = 0x4081a400;  // schema text and layout table disagree
+inline constexpr Status kStatusBadDescription = 0x4081a400;  // the schema text is not one
 // Record service, interface manager, event manager, databases.
 inline constexpr Status kStatusNoVrfRecord = 0x40828600;      // the record service has no record of this name
 inline constexpr Status kStatusStaleConnection = 0x409a0c00;  // the interface manager lost this connection

@@ -52,11 +52,6 @@ TEST(FieldTable, DescriptionHasTheGivenIdentity) {
   EXPECT_STREQ(kEverything.library, "none");
 }
 
-TEST(FieldTable, GeneratedDescriptionsAreConsistent) {
-  EXPECT_EQ(parcel_check_description(&kEverything), kStatusOk);
-  EXPECT_EQ(parcel_check_description(&kRow), kStatusOk);
-}
-
 struct Octet {
   std::uint8_t first;
   std::uint8_t last;

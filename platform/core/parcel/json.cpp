@@ -7,18 +7,51 @@
 // hexadecimal digits.
 #include "platform/core/parcel/json.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
+#include "platform/core/base/utf8.h"
 #include "platform/core/parcel/parcel.h"
 #include "platform/core/parcel/registry.h"
 #include "platform/core/parcel/schema.h"
-#include "platform/core/parcel/utf8.h"
 
 namespace parcel_detail {
 namespace {
 
 constexpr std::size_t kMaxJson = 16U << 20;
+constexpr std::string_view kDigits = "0123456789abcdef";
+constexpr std::string_view kReplacement = "\xef\xbf\xbd";
+
+void append_ascii(char c, std::string* out) {
+  const auto code = static_cast<std::uint8_t>(c);
+  if (c == '"' || c == '\\') {
+    *out += '\\';
+    *out += c;
+  } else if (code < 0x20 || code == 0x7f) {
+    *out += "\\u00";
+    *out += kDigits[code >> 4U];
+    *out += kDigits[code & 0xfU];
+  } else {
+    *out += c;
+  }
+}
+
+// Appends the text in quotes. Quotes, backslashes and control characters are escaped; each octet that is not
+// UTF-8 (RFC 3629) becomes U+FFFD, because JSON text is Unicode whatever a router was configured with.
+void append_json_text(std::string_view text, std::string* out) {
+  *out += '"';
+  while (!text.empty()) {
+    const std::size_t length = utf8_length(text);
+    if (length == 1) {
+      append_ascii(text.front(), out);
+    } else {
+      out->append(length == 0 ? kReplacement : text.substr(0, length));
+    }
+    text.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  *out += '"';
+}
 
 class Printer {
  public:
@@ -103,7 +136,6 @@ class Printer {
     std::uint32_t count = 0;
     const std::uint8_t* octets = nullptr;
     if (!in_.u32(&count) || !in_.octets(count, &octets)) return kStatusBadEncoding;
-    static constexpr std::string_view kDigits = "0123456789abcdef";
     out_ += '"';
     for (std::uint32_t i = 0; i < count; ++i) {
       out_ += kDigits[octets[i] >> 4U];

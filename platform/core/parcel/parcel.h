@@ -66,7 +66,7 @@ inline constexpr std::size_t kParcelMaxSize = 1U << 20;  // octets of one encode
 // Registration of descriptions, in batches. The registry file (RUN_DIRECTORY/parcel.registry) remembers the
 // type name, versions and schema of everything ever registered. Registering another definition of a known
 // type replaces it there and makes parcel_batch_close answer kStatusDefinitionChanged once; the process's own
-// definition is what is used in every case.
+// definition is what is used in every case. kStatusBadDescription for a text that is not a schema.
 // Fault points "parcel_batch_open", "parcel_register", "parcel_batch_close".
 struct ParcelBatch;
 [[nodiscard]] Status parcel_batch_open(const char* set_name, ParcelBatch** batch);
@@ -77,9 +77,6 @@ void parcel_batch_abort(ParcelBatch* batch);  // releases the batch; nothing of 
 const ParcelDescription* parcel_find(const char* type_name);
 // Removes the registrations of this process (not of the file). For tests.
 void parcel_registry_reset();
-
-// kStatusBadDescription when schema texts and layout disagree (fields, offsets, alignment, size, nesting).
-[[nodiscard]] Status parcel_check_description(const ParcelDescription* description);
 
 // Encodes a record into a malloc'ed buffer that the caller frees. kStatusMessageTooLarge (the record, or an
 // array beyond its bound), kStatusNoMemory, kStatusInvalid (a count without elements), kStatusBadDescription.

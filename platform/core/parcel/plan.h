@@ -29,8 +29,8 @@ struct Plan {
   std::vector<PlanStructure> structures;  // the top structure first
 };
 
-// The plan of a description; null for a bad description. The pointer stays valid until the calling thread
-// asks for another description's plan. Any thread.
+// The plan of a description, which must not change afterwards; null for a null description and for one whose
+// text is not a schema. Valid as long as the calling thread lives. Any thread.
 const Plan* plan_for(const ParcelDescription* description);
 
 }  // namespace parcel_detail

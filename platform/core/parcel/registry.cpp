@@ -17,6 +17,7 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/parcel/parcel.h"
+#include "platform/core/parcel/schema.h"
 
 struct ParcelBatch {
   std::string set_name;
@@ -69,7 +70,8 @@ Status parcel_batch_open(const char* set_name, ParcelBatch** batch) {
 Status parcel_register(ParcelBatch* batch, const ParcelDescription* description) {
   if (Status s = fault_check("parcel_register")) return s;
   if (batch == nullptr || description == nullptr) return kStatusInvalid;
-  if (Status s = parcel_check_description(description)) return s;
+  parcel_detail::Schema schema;
+  if (Status s = parcel_detail::parse_schema(description->annotated_schema, &schema)) return s;
   const auto same_type = [&](const ParcelDescription* one) {
     return std::strcmp(one->type_name, description->type_name) == 0;
   };

@@ -134,7 +134,7 @@ TEST_F(RegistryTest, DefinitionsOfOtherSetsStayInTheFile) {
 
 TEST_F(RegistryTest, BadDescriptionAndDuplicateAreRefused) {
   ParcelDescription bad = kRow;
-  bad.compact_schema = "$1=s;";
+  bad.annotated_schema = "$1=a($2);";
   EXPECT_EQ(Register({&bad}), kStatusBadDescription);
   EXPECT_EQ(Register({&kRow, &kRow}), kStatusExists);
   EXPECT_EQ(Register({nullptr}), kStatusInvalid);
@@ -255,7 +255,7 @@ TEST_F(RegistryTest, JsonOfAnUnknownTypeHasNoSuchRow) {
 
 TEST_F(RegistryTest, JsonOfAnotherDefinitionIsABadEncoding) {
   ASSERT_EQ(Register({&kRow}), kStatusOk);
-  ParcelDescription other = kRow;
+  static ParcelDescription other = kRow;
   other.version = 3;
   const test_records::Row row{};
   const Octets octets = Encode(other, &row);

@@ -1,4 +1,4 @@
-// Schema texts and descriptions: what parses, what is refused, and the agreement of the three forms.
+// Schema texts: what parses and what is refused.
 #include "platform/core/parcel/schema.h"
 
 #include <gtest/gtest.h>
@@ -6,13 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/core/parcel/parcel.h"
-#include "platform/core/parcel/test_records.h"
-
 namespace {
 
 using namespace parcel_detail;
-using test_records::kEverything;
 
 Schema parsed(const char* text) {
   Schema schema;
@@ -68,109 +64,6 @@ TEST(Schema, TextBeyondItsBoundIsRefused) {
   text.append(kMaxSchemaText, 's');
   Schema schema;
   EXPECT_EQ(parse_schema(text + ";", &schema), kStatusBadDescription);
-}
-
-class DescriptionTest : public testing::Test {
- protected:
-  // The good description, in parts that a test may spoil.
-  ParcelDescription Description() {
-    layout_ = {structures_, 3};
-    ParcelDescription description = kEverything;
-    description.layout = &layout_;
-    return description;
-  }
-  Status Check() {
-    const ParcelDescription description = Description();
-    return parcel_check_description(&description);
-  }
-
-  // The nested structures are not in the order of the schema text, which is allowed.
-  const ParcelStructLayout* generated_ = kEverything.layout->structures;
-  std::vector<std::uint32_t> offsets_{generated_[0].offsets,
-                                      generated_[0].offsets + generated_[0].offset_count};
-  ParcelStructLayout structures_[3] = {
-      {7, 88, offsets_.data(), static_cast<std::uint32_t>(offsets_.size())}, generated_[2], generated_[1]};
-  ParcelLayout layout_{};
-};
-
-TEST_F(DescriptionTest, GoodDescriptionPasses) {
-  EXPECT_EQ(Check(), kStatusOk);
-}
-
-TEST_F(DescriptionTest, AnyWrongOffsetIsRefused) {
-  for (std::uint32_t& offset : offsets_) {
-    offset += 4;
-    EXPECT_EQ(Check(), kStatusBadDescription);
-    offset -= 4;
-  }
-  EXPECT_EQ(Check(), kStatusOk);
-}
-
-TEST_F(DescriptionTest, WrongSizeIsRefused) {
-  structures_[0].size = 96;
-  EXPECT_EQ(Check(), kStatusBadDescription);
-}
-
-TEST_F(DescriptionTest, WrongNumberOfOffsetsIsRefused) {
-  structures_[0].offset_count -= 1;
-  EXPECT_EQ(Check(), kStatusBadDescription);
-  structures_[0].offset_count += 1;
-  offsets_.push_back(88);
-  structures_[0].offsets = offsets_.data();
-  structures_[0].offset_count += 1;
-  EXPECT_EQ(Check(), kStatusBadDescription);
-}
-
-TEST_F(DescriptionTest, TopStructureMustBeFirst) {
-  std::swap(structures_[0], structures_[1]);
-  EXPECT_EQ(Check(), kStatusBadDescription);
-}
-
-TEST_F(DescriptionTest, MissingNestedLayoutIsRefused) {
-  structures_[2].number = 5;
-  EXPECT_EQ(Check(), kStatusBadDescription);
-  structures_[2].number = 1;
-  structures_[2].offsets = nullptr;
-  EXPECT_EQ(Check(), kStatusBadDescription);
-}
-
-TEST_F(DescriptionTest, LayoutCountMustBeTheSchemas) {
-  ParcelDescription description = Description();
-  layout_.structure_count = 2;
-  EXPECT_EQ(parcel_check_description(&description), kStatusBadDescription);
-  layout_.structures = nullptr;
-  EXPECT_EQ(parcel_check_description(&description), kStatusBadDescription);
-}
-
-TEST_F(DescriptionTest, SchemasMustAgreeWithEachOther) {
-  ParcelDescription description = Description();
-  for (const char* compact :
-       {"$7=sDDCbeya($2)4a(C)s;$1=es;$2=Da($1)s;", "$7=sdDCbeya($2)5a(C)s;$1=es;$2=Da($1)s;",
-        "$7=sdDCbeya($2)4a(C)s;$1=es;", "$7=sdDCbeya($1)4a(C)s;$1=es;$2=Da($1)s;",
-        "$7={text}sdDCbeya($2)4a(C)s;$1=es;$2=Da($1)s;", "$7=sdDCb[kind]eya($2)4a(C)s;$1=es;$2=Da($1)s;",
-        "x"}) {
-    description.compact_schema = compact;
-    EXPECT_EQ(parcel_check_description(&description), kStatusBadDescription) << compact;
-  }
-  description.compact_schema = kEverything.compact_schema;
-  description.annotated_schema = kEverything.compact_schema;
-  EXPECT_EQ(parcel_check_description(&description), kStatusBadDescription) << "names are missing";
-}
-
-TEST_F(DescriptionTest, IncompleteDescriptionIsRefused) {
-  const auto refused = [this](auto spoil) {
-    ParcelDescription description = Description();
-    spoil(&description);
-    return parcel_check_description(&description) == kStatusBadDescription;
-  };
-  EXPECT_EQ(parcel_check_description(nullptr), kStatusBadDescription);
-  EXPECT_TRUE(refused([](ParcelDescription* one) { one->format = 2; }));
-  EXPECT_TRUE(refused([](ParcelDescription* one) { one->type_name = nullptr; }));
-  EXPECT_TRUE(refused([](ParcelDescription* one) { one->type_name = ""; }));
-  EXPECT_TRUE(refused([](ParcelDescription* one) { one->type_name = "two words"; }));
-  EXPECT_TRUE(refused([](ParcelDescription* one) { one->layout = nullptr; }));
-  EXPECT_TRUE(refused([](ParcelDescription* one) { one->annotated_schema = nullptr; }));
-  EXPECT_TRUE(refused([](ParcelDescription* one) { one->compact_schema = nullptr; }));
 }
 
 }  // namespace

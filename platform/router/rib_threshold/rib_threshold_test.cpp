@@ -201,10 +201,5 @@ TEST_F(RouteNumbers, MidNodeThatCannotBeWithdrawnIsLoggedAndPublishedAgainLater)
   EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 4/2"));
 }
 
-TEST(ThresholdRecords, DescriptionsAgreeWithTheirSchemas) {
-  EXPECT_EQ(parcel_check_description(&kMidThresholdParcel), kStatusOk);
-  EXPECT_EQ(parcel_check_description(&kMaximumThresholdParcel), kStatusOk);
-}
-
 }  // namespace
 }  // namespace rib_threshold

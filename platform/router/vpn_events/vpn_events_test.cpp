@@ -359,8 +359,4 @@ TEST_F(VpnEvents, AttachingFailsAsItsStepsDo) {
   EXPECT_THAT(Commit("cli", {"vrf red rd 65000:2"}), IsEmpty());
 }
 
-TEST_F(VpnEvents, DescriptionOfTheRecordsHolds) {
-  EXPECT_EQ(parcel_check_description(&kVpnChangesParcel), kStatusOk);
-}
-
 }  // namespace

@@ -124,27 +124,6 @@ TEST(RecordSchema, SetsCarryTheirVersionsAndLibraries) {
   for (const ParcelDescription* one : kRibSet) expect_identity(*one, 0, 1, "rib_show_desc.dll");
 }
 
-TEST(RecordSchema, AnnotatedAndCompactSchemaAgreeWithTheLayout) {
-  for (const auto& set : {std::vector(std::begin(kMibSet), std::end(kMibSet)),
-                          std::vector(std::begin(kShowSet), std::end(kShowSet)),
-                          std::vector(std::begin(kRibSet), std::end(kRibSet))}) {
-    for (const ParcelDescription* one : set) {
-      EXPECT_EQ(parcel_check_description(one), kStatusOk) << one->type_name;
-    }
-  }
-}
-
-TEST(RecordSchema, AWrongOffsetIsNoticed) {
-  std::uint32_t offsets[6];
-  std::copy_n(top(kMibScalarsParcel).offsets, 6, offsets);
-  offsets[5] = 16;
-  const ParcelStructLayout structure = {1, 24, offsets, 6};
-  const ParcelLayout layout = {&structure, 1};
-  ParcelDescription wrong = kMibScalarsParcel;
-  wrong.layout = &layout;
-  EXPECT_EQ(parcel_check_description(&wrong), kStatusBadDescription);
-}
-
 struct SchemaText {
   const ParcelDescription* description;
   const char* annotated;
