@@ -26,10 +26,10 @@ bool is_leaf(const WavlLink* link) {
 }
 
 // Replaces `link` by `replacement` (null allowed) at its parent; the pointers of `link` do not change.
-void replace_at_parent(const Thread& thread, const WavlLink* link, WavlLink* replacement) {
+void replace_at_parent(WavlLink** root, const WavlLink* link, WavlLink* replacement) {
   WavlLink* parent = link->parent;
   if (parent == nullptr) {
-    *thread.root = replacement;
+    *root = replacement;
   } else {
     parent->child[side_of(parent, link)] = replacement;
   }
@@ -37,38 +37,37 @@ void replace_at_parent(const Thread& thread, const WavlLink* link, WavlLink* rep
 }
 
 // Rotates `child` above its parent; the caller updates the ranks.
-void rotate_up(const Thread& thread, WavlLink* child) {
+void rotate_up(WavlLink** root, WavlLink* child) {
   WavlLink* parent = child->parent;
   const unsigned side = side_of(parent, child);
   WavlLink* inner = child->child[1 - side];
-  replace_at_parent(thread, parent, child);
+  replace_at_parent(root, parent, child);
   parent->child[side] = inner;
   if (inner != nullptr) inner->parent = parent;
   child->child[1 - side] = parent;
   parent->parent = child;
-  ++*thread.rotations;
 }
 
 // `link` is a 0-child and its sibling a 2-child: one single or double rotation ends the repair.
-void rotate_after_insertion(const Thread& thread, WavlLink* link, WavlLink* parent, unsigned side) {
+void rotate_after_insertion(WavlLink** root, WavlLink* link, WavlLink* parent, unsigned side) {
   WavlLink* inner = link->child[1 - side];
   --parent->rank;
   if (difference(link, inner) == 2) {
-    rotate_up(thread, link);
+    rotate_up(root, link);
     return;
   }
   --link->rank;
   ++inner->rank;
-  rotate_up(thread, inner);
-  rotate_up(thread, inner);
+  rotate_up(root, inner);
+  rotate_up(root, inner);
 }
 
-void repair_after_insertion(const Thread& thread, WavlLink* link) {
+void repair_after_insertion(WavlLink** root, WavlLink* link) {
   for (WavlLink* parent = link->parent; parent != nullptr && difference(parent, link) == 0;
        parent = link->parent) {
     const unsigned side = side_of(parent, link);
     if (difference(parent, parent->child[1 - side]) == 2) {
-      rotate_after_insertion(thread, link, parent, side);
+      rotate_after_insertion(root, link, parent, side);
       return;
     }
     ++parent->rank;
@@ -78,24 +77,24 @@ void repair_after_insertion(const Thread& thread, WavlLink* link) {
 
 // The child of `parent` at `side` is a 3-child, its sibling a 1-child that has a 1-child: one rotation ends
 // it.
-void rotate_after_deletion(const Thread& thread, WavlLink* parent, WavlLink* sibling, unsigned side) {
+void rotate_after_deletion(WavlLink** root, WavlLink* parent, WavlLink* sibling, unsigned side) {
   WavlLink* inner = sibling->child[side];
   if (difference(sibling, sibling->child[1 - side]) == 1) {
     ++sibling->rank;
     --parent->rank;
-    rotate_up(thread, sibling);
+    rotate_up(root, sibling);
     if (is_leaf(parent)) parent->rank = 0;
     return;
   }
   inner->rank += 2;
   --sibling->rank;
   parent->rank -= 2;
-  rotate_up(thread, inner);
-  rotate_up(thread, inner);
+  rotate_up(root, inner);
+  rotate_up(root, inner);
 }
 
 // `link` (null allowed) is a child of `parent` in place of one of greater rank.
-void repair_after_deletion(const Thread& thread, WavlLink* parent, const WavlLink* link) {
+void repair_after_deletion(WavlLink** root, WavlLink* parent, const WavlLink* link) {
   if (parent != nullptr && is_leaf(parent) && parent->rank == 1) {
     parent->rank = 0;
     link = parent;
@@ -107,7 +106,7 @@ void repair_after_deletion(const Thread& thread, WavlLink* parent, const WavlLin
     WavlLink* sibling = parent->child[1 - side];
     if (difference(parent, sibling) == 1) {
       if (difference(sibling, sibling->child[0]) != 2 || difference(sibling, sibling->child[1]) != 2) {
-        rotate_after_deletion(thread, parent, sibling, side);
+        rotate_after_deletion(root, parent, sibling, side);
         return;
       }
       --sibling->rank;
@@ -120,14 +119,14 @@ void repair_after_deletion(const Thread& thread, WavlLink* parent, const WavlLin
 
 // Lets the in-order successor of a link with two children take its place, so that the link has at most one
 // child.
-void exchange_with_successor(const Thread& thread, WavlLink* link) {
+void exchange_with_successor(WavlLink** root, WavlLink* link) {
   WavlLink* next = link->child[1];
   while (next->child[0] != nullptr) next = next->child[0];
   WavlLink* next_parent = next->parent;
   WavlLink* next_child = next->child[1];
   const std::uint32_t next_rank = next->rank;
 
-  replace_at_parent(thread, link, next);
+  replace_at_parent(root, link, next);
   next->rank = link->rank;
   next->child[0] = link->child[0];
   next->child[0]->parent = next;
@@ -148,23 +147,23 @@ void exchange_with_successor(const Thread& thread, WavlLink* link) {
 
 }  // namespace
 
-void join_leaf(const Thread& thread, WavlLink* link, WavlLink* parent, unsigned side) {
+void join_leaf(WavlLink** root, WavlLink* link, WavlLink* parent, unsigned side) {
   *link = WavlLink{parent, {nullptr, nullptr}, 0, 1};
   if (parent == nullptr) {
-    *thread.root = link;
+    *root = link;
     return;
   }
   parent->child[side] = link;
-  repair_after_insertion(thread, link);
+  repair_after_insertion(root, link);
 }
 
-void take_out(const Thread& thread, WavlLink* link) {
-  if (link->child[0] != nullptr && link->child[1] != nullptr) exchange_with_successor(thread, link);
+void take_out(WavlLink** root, WavlLink* link) {
+  if (link->child[0] != nullptr && link->child[1] != nullptr) exchange_with_successor(root, link);
   WavlLink* child = link->child[0] != nullptr ? link->child[0] : link->child[1];
   WavlLink* parent = link->parent;
-  replace_at_parent(thread, link, child);
+  replace_at_parent(root, link, child);
   *link = WavlLink{};
-  repair_after_deletion(thread, parent, child);
+  repair_after_deletion(root, parent, child);
 }
 
 }  // namespace wavl_detail

@@ -3,17 +3,9 @@
 // tree.cpp handles keys, threads and nodes.
 #pragma once
 
-#include <cstdint>
-
 #include "platform/core/wavl/wavl.h"
 
 namespace wavl_detail {
-
-// The parts of one thread that a repair may change.
-struct Thread {
-  WavlLink** root;
-  std::uint64_t* rotations;
-};
 
 // Rank of a link; a missing child has rank -1.
 inline int rank_of(const WavlLink* link) {
@@ -22,8 +14,8 @@ inline int rank_of(const WavlLink* link) {
 
 // Inserts a link as a leaf at child `side` of parent (the root when parent is null) and restores the rank
 // rule. REQUIRES: that place is empty.
-void join_leaf(const Thread& thread, WavlLink* link, WavlLink* parent, unsigned side);
+void join_leaf(WavlLink** root, WavlLink* link, WavlLink* parent, unsigned side);
 // Removes a link, restores the rank rule and clears the link. REQUIRES: it is in the thread.
-void take_out(const Thread& thread, WavlLink* link);
+void take_out(WavlLink** root, WavlLink* link);
 
 }  // namespace wavl_detail

@@ -27,29 +27,13 @@ bool usable(const WavlTree* tree, unsigned thread) {
   return tree != nullptr && thread < tree->thread_count;
 }
 
-WavlLink* outermost(WavlLink* link, unsigned side) {
-  while (link != nullptr && link->child[side] != nullptr) link = link->child[side];
+WavlLink* smallest(WavlLink* link) {
+  while (link != nullptr && link->child[0] != nullptr) link = link->child[0];
   return link;
 }
 
-// The neighbor in order: side 1 the next, side 0 the previous one.
-WavlLink* neighbor(const WavlLink* link, unsigned side) {
-  if (link->child[side] != nullptr) return outermost(link->child[side], 1 - side);
-  WavlLink* above = link->parent;
-  while (above != nullptr && above->child[side] == link) {
-    link = above;
-    above = above->parent;
-  }
-  return above;
-}
-
-void* step(const WavlTree* tree, unsigned thread, const void* node, unsigned side) {
-  if (!usable(tree, thread) || node == nullptr || link_of(node, thread)->linked == 0) return nullptr;
-  return node_of(neighbor(link_of(node, thread), side), thread);
-}
-
 void unlink(WavlTree* tree, unsigned thread, WavlLink* link) {
-  wavl_detail::take_out({&tree->root[thread], &tree->rotations}, link);
+  wavl_detail::take_out(&tree->root[thread], link);
   --tree->size[thread];
 }
 
@@ -83,7 +67,7 @@ Status wavl_insert(WavlTree* tree, unsigned thread, void* node) {
     parent = at;
     side = order == kWavlLess ? 0 : 1;
   }
-  wavl_detail::join_leaf({&tree->root[thread], &tree->rotations}, link, parent, side);
+  wavl_detail::join_leaf(&tree->root[thread], link, parent, side);
   ++tree->size[thread];
   return kStatusOk;
 }
@@ -128,19 +112,20 @@ void* wavl_search_greater_equal(const WavlTree* tree, unsigned thread, const voi
 }
 
 void* wavl_first(const WavlTree* tree, unsigned thread) {
-  return usable(tree, thread) ? node_of(outermost(tree->root[thread], 0), thread) : nullptr;
-}
-
-void* wavl_last(const WavlTree* tree, unsigned thread) {
-  return usable(tree, thread) ? node_of(outermost(tree->root[thread], 1), thread) : nullptr;
+  return usable(tree, thread) ? node_of(smallest(tree->root[thread]), thread) : nullptr;
 }
 
 void* wavl_next(const WavlTree* tree, unsigned thread, const void* node) {
-  return step(tree, thread, node, 1);
-}
-
-void* wavl_previous(const WavlTree* tree, unsigned thread, const void* node) {
-  return step(tree, thread, node, 0);
+  if (!usable(tree, thread) || node == nullptr) return nullptr;
+  const WavlLink* link = link_of(node, thread);
+  if (link->linked == 0) return nullptr;
+  if (link->child[1] != nullptr) return node_of(smallest(link->child[1]), thread);
+  WavlLink* above = link->parent;
+  while (above != nullptr && above->child[1] == link) {
+    link = above;
+    above = above->parent;
+  }
+  return node_of(above, thread);
 }
 
 std::uint32_t wavl_size(const WavlTree* tree, unsigned thread) {

@@ -40,7 +40,6 @@ struct WavlTree {
   std::array<WavlLink*, kWavlMaxThreads> root;
   std::array<WavlCompare, kWavlMaxThreads> compare;
   std::array<std::uint32_t, kWavlMaxThreads> size;
-  std::uint64_t rotations;  // made since wavl_init, in all threads; what the balance costs
 };
 
 // Makes an empty tree with one ordering for each of the thread_count compare functions (1 to kWavlMaxThreads;
@@ -58,9 +57,7 @@ struct WavlTree {
 void* wavl_search(const WavlTree* tree, unsigned thread, const void* key);
 void* wavl_search_greater_equal(const WavlTree* tree, unsigned thread, const void* key);
 void* wavl_first(const WavlTree* tree, unsigned thread);
-void* wavl_last(const WavlTree* tree, unsigned thread);
 void* wavl_next(const WavlTree* tree, unsigned thread, const void* node);
-void* wavl_previous(const WavlTree* tree, unsigned thread, const void* node);
 std::uint32_t wavl_size(const WavlTree* tree, unsigned thread);
 
 // Visits a thread in order. 1 when the walk ran to its end, 0 when the visitor stopped it.
