@@ -95,7 +95,7 @@ class Bench {
   double growth_of_repetition() {
     // No client sends requests any more, so the loop empties its queue, rows to be folded included.
     const auto repeat = [this] {
-      DaemonInProcess::check(kvtree_config_replace("file", {"/cfg/"}, {}, ""), "replace");
+      DaemonInProcess::check(kvtree_config_replace("file", {}, ""), "replace");
       daemon_.run_pending();
       as_source();
       daemon_.run_pending();
@@ -108,7 +108,7 @@ class Bench {
 
   void as_source() {
     during_ = true;
-    DaemonInProcess::check(kvtree_config_replace("file", {"/cfg/gl/"}, nodes_, "bench"), "replace");
+    DaemonInProcess::check(kvtree_config_replace("file", nodes_, "bench"), "replace");
   }
   // A client of its own thread; the loop runs until it has its answer.
   void as_client() {

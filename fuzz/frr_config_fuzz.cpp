@@ -54,7 +54,8 @@ void check_nodes(std::string_view text) {
     const frr::Nodes nodes = program.nodes(config, sample_router());
     require(is_in_order(nodes));
     for (const KvConfigNode& node : nodes) {
-      for (const frr::Program& other : frr::kPrograms) require(other.owns(node.path) == (&other == &program));
+      for (const frr::Program& other : frr::kPrograms)
+        require(frr::owns(other, node.path) == (&other == &program));
     }
   }
 }

@@ -80,5 +80,7 @@ struct Item {
 
 std::span<const Item> all_items();
 const Item& item_of(Kind kind);
+// The kind of the item that has the path; none for a path that is not an item's.
+std::optional<Kind> kind_of(std::string_view path);
 
 }  // namespace vrf_config

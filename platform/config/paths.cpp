@@ -173,9 +173,9 @@ std::optional<std::string> vrf_of(std::string_view path) {
   return named_key(path, "vrf", &Fields::vrf);
 }
 
-bool is_ripng(std::string_view path) {
+std::optional<Kind> kind_of(std::string_view path) {
   const std::optional<ParsedPath> parsed = parse_path(path);
-  return parsed && parsed->item->kind == Kind::kRipng;
+  return parsed ? std::optional(parsed->item->kind) : std::nullopt;
 }
 
 std::optional<std::string> interface_of(std::string_view path) {

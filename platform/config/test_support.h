@@ -83,7 +83,7 @@ inline std::vector<std::string> words_in_force() {
 
 inline std::vector<std::string> words_owned(std::string_view owner) {
   std::vector<std::string> all;
-  kvtree_config_owned(owner, "/cfg/", [&](const KvConfigNode& node) { all.push_back(words_or_path(node)); });
+  kvtree_config_owned(owner, [&](const KvConfigNode& node) { all.push_back(words_or_path(node)); });
   return all;
 }
 

@@ -91,7 +91,6 @@ KvConfigNode rip_interface(std::string_view vrf, std::string_view interface);
 // RIPng counts as RIP and has the same paths, which have no key for the protocol. Both may be enabled on one
 // interface, so the name of a RIPng interface is written with all its octets escaped.
 KvConfigNode ripng_interface(std::string_view vrf, std::string_view interface);
-bool is_ripng(std::string_view path);
 // `process` is the suite's name of it ("1").
 KvConfigNode ospf_interface(std::string_view vrf, std::string_view process, std::uint32_t area,
                             std::string_view interface);

@@ -1,6 +1,7 @@
 // Words to nodes and back.
 #include <gmock/gmock.h>
 
+#include "platform/config/items.h"
 #include "platform/config/test_support.h"
 
 namespace vrf_config {
@@ -63,10 +64,10 @@ TEST(ConfigurationWords, RipAndRipngOfAnInterfaceAreTwoItems) {
   const KvConfigNode rip = rip_interface("red", "ge0/1");
   const KvConfigNode ripng = ripng_interface("red", "ge0/1");
   EXPECT_NE(rip.path, ripng.path);
-  EXPECT_FALSE(is_ripng(rip.path));
-  EXPECT_TRUE(is_ripng(ripng.path));
+  EXPECT_EQ(kind_of(rip.path), Kind::kRip);
+  EXPECT_EQ(kind_of(ripng.path), Kind::kRipng);
   EXPECT_EQ(interface_of(ripng.path), interface_of(rip.path));
-  EXPECT_FALSE(is_ripng(eigrp_interface("red", 1, "ge0").path));
+  EXPECT_EQ(kind_of(eigrp_interface("red", 1, "ge0").path), Kind::kEigrp);
 }
 
 TEST(ConfigurationWords, WordsOfANodeParseToTheSameNode) {

@@ -18,9 +18,9 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/store/configuration/config.h"
 #include "platform/store/tree/kvtree.h"
 #include "sources/file/apply_router.h"
-#include "sources/file/file_configuration.h"
 
 namespace {
 
@@ -64,8 +64,7 @@ FileSource::~FileSource() {
 }
 
 Status FileSource::release(std::string* error) {
-  std::string commit;
-  return replace_file_configuration({}, "there is no router file", &commit, error);
+  return kvtree_config_replace(kConfigOwnerFile, {}, "there is no router file", nullptr, error);
 }
 
 Status FileSource::load(std::string* error) {
@@ -82,7 +81,7 @@ Status FileSource::load_into_model(router_file::Changes* changes, std::string* e
 Status FileSource::take_configuration(const router_file::RouterFile& file, std::string* error) {
   std::string reason;
   const Status status =
-      replace_file_configuration(file.configuration, "router file " + path_, &commit_, &reason);
+      kvtree_config_replace(kConfigOwnerFile, file.configuration, "router file " + path_, &commit_, &reason);
   if (status && reason.empty()) reason = err_text(status);
   if (status) *error = path_ + ": cannot change the configuration: " + reason;
   return status;

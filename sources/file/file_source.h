@@ -26,7 +26,7 @@ class FileSource : public Source {
   FileSource(router::Router* model, std::string path);
   ~FileSource() override;
 
-  // Reads the file and applies it to the configuration (file_configuration.h) and the model, with all routes
+  // Reads the file and applies it to the configuration and the model, with all routes
   // that are written out; generated ones follow in steps on the manager's loop once the source is started.
   // *error is "FILE:LINE:COLUMN: what" for an invalid file (kStatusInvalid), "FILE: what" for a file that
   // cannot be read (its errno) or a change that the data store or the model refuses. Fault point

@@ -12,7 +12,6 @@
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/store/configuration/config.h"
 #include "platform/store/tree/kvtree.h"
-#include "sources/file/file_configuration.h"
 #include "sources/file/file_source.h"
 
 namespace {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -20,24 +21,10 @@ namespace {
 
 using vrf_config::Direction;
 using vrf_config::Family;
+using vrf_config::Kind;
 
 constexpr std::array<Family, 2> kFamilies{Family::kIpv4, Family::kIpv6};
 constexpr std::string_view kOspf6Process = "ospf6";  // the name of OSPFv3 where OSPF has a number
-constexpr std::string_view kDescriptionEnd = "/descr";
-constexpr std::string_view kVniEnd = "/vni";
-
-bool is_below(std::string_view path, std::string_view scope) {
-  return path.substr(0, scope.size()) == scope;
-}
-
-bool ends_with(std::string_view path, std::string_view end) {
-  return path.size() > end.size() && path.substr(path.size() - end.size()) == end;
-}
-
-bool is_of_device(std::string_view path) {
-  return is_below(path, vrf_config::kVrfScope) &&
-         (ends_with(path, kDescriptionEnd) || ends_with(path, kVniEnd));
-}
 
 // Of two nodes with the same path, keeps the later one.
 Nodes sorted(Nodes nodes) {
@@ -105,11 +92,6 @@ Nodes bgp_nodes(const RunningConfig& config, const router::Router&) {
     add_neighbors(instance, &nodes);
   }
   return sorted(std::move(nodes));
-}
-
-bool is_bgp(std::string_view path) {
-  return is_below(path, vrf_config::kBgpScope) || is_below(path, vrf_config::kBgpCommonScope) ||
-         (is_below(path, vrf_config::kVrfScope) && !is_of_device(path));
 }
 
 // --- Descriptions and VNIs ---
@@ -266,29 +248,31 @@ Nodes static_nodes(const RunningConfig& config, const router::Router&) {
   return sorted(std::move(nodes));
 }
 
+// --- The kinds of items that each program prints ---
+
+constexpr std::array kBgpKinds = {
+    Kind::kRouteDistinguisher, Kind::kImportTarget, Kind::kExportTarget, Kind::kImportPolicy,
+    Kind::kExportPolicy,       Kind::kBgp,          Kind::kAsFormat};
+constexpr std::array kDeviceKinds = {Kind::kDescription, Kind::kVni};
+constexpr std::array kOspfKinds = {Kind::kOspf};  // of both versions
+constexpr std::array kEigrpKinds = {Kind::kEigrp};
+constexpr std::array kRipKinds = {Kind::kRip};
+constexpr std::array kRipngKinds = {Kind::kRipng};
+constexpr std::array kStaticKinds = {Kind::kStatic};
+constexpr std::array kManagedKinds = {Kind::kDescription, Kind::kVni, Kind::kRip, Kind::kRipng,
+                                      Kind::kStatic};
+
 bool is_ospf6(std::string_view path) {
   static const std::string scope = std::string(vrf_config::kOspfScope).append(kOspf6Process) + "/";
-  return is_below(path, scope);
-}
-bool is_ospf(std::string_view path) {
-  return is_below(path, vrf_config::kOspfScope) && !is_ospf6(path);
-}
-bool is_rip(std::string_view path) {
-  return is_below(path, vrf_config::kRipScope) && !vrf_config::is_ripng(path);
-}
-bool is_eigrp(std::string_view path) {
-  return is_below(path, vrf_config::kEigrpScope);
-}
-bool is_static(std::string_view path) {
-  return is_below(path, vrf_config::kStaticScope);
+  return path.starts_with(scope);
 }
 
 // --- mgmtd ---
 
-constexpr Program kZebra{"zebra", true, device_nodes, is_of_device};
-constexpr Program kRipd{"ripd", true, rip_nodes, is_rip};
-constexpr Program kRipngd{"ripngd", true, ripng_nodes, vrf_config::is_ripng};
-constexpr Program kStaticd{"staticd", false, static_nodes, is_static};
+constexpr Program kZebra{"zebra", true, device_nodes, kDeviceKinds};
+constexpr Program kRipd{"ripd", true, rip_nodes, kRipKinds};
+constexpr Program kRipngd{"ripngd", true, ripng_nodes, kRipngKinds};
+constexpr Program kStaticd{"staticd", false, static_nodes, kStaticKinds};
 constexpr std::array kManaged{kZebra, kRipd, kRipngd, kStaticd};
 
 Nodes managed_nodes(const RunningConfig& config, const router::Router& router) {
@@ -300,33 +284,24 @@ Nodes managed_nodes(const RunningConfig& config, const router::Router& router) {
   return sorted(std::move(nodes));
 }
 
-bool is_managed(std::string_view path) {
-  return std::any_of(kManaged.begin(), kManaged.end(),
-                     [path](const Program& program) { return program.owns(path); });
-}
-
 }  // namespace
 
 const std::array<Program, kProgramCount> kPrograms{{
-    {"bgpd", false, bgp_nodes, is_bgp},
-    {"ospfd", true, ospf_nodes, is_ospf},
-    {"ospf6d", true, ospf6_nodes, is_ospf6},
-    {"eigrpd", true, eigrp_nodes, is_eigrp},
+    {"bgpd", false, bgp_nodes, kBgpKinds},
+    {"ospfd", true, ospf_nodes, kOspfKinds},
+    {"ospf6d", true, ospf6_nodes, kOspfKinds},
+    {"eigrpd", true, eigrp_nodes, kEigrpKinds},
     kZebra,
     kRipd,
     kRipngd,
     kStaticd,
-    {kManagementProgram, true, managed_nodes, is_managed},
+    {kManagementProgram, true, managed_nodes, kManagedKinds},
 }};
 
-const std::vector<std::string>& config_scopes() {
-  static const std::vector<std::string> scopes = [] {
-    const std::vector<std::string_view> of_vrfs = vrf_config::scopes_of_vrfs();
-    std::vector<std::string> all(of_vrfs.begin(), of_vrfs.end());
-    all.emplace_back(vrf_config::kBgpCommonScope);
-    return all;
-  }();
-  return scopes;
+bool owns(const Program& program, std::string_view path) {
+  const std::optional<Kind> kind = vrf_config::kind_of(path);
+  if (!kind || std::ranges::find(program.kinds, *kind) == program.kinds.end()) return false;
+  return kind != Kind::kOspf || is_ospf6(path) == (program.nodes == ospf6_nodes);
 }
 
 }  // namespace frr

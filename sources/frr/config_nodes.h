@@ -8,9 +8,11 @@
 #pragma once
 
 #include <array>
+#include <span>
 #include <string_view>
 #include <vector>
 
+#include "platform/config/items.h"
 #include "platform/router/model/router.h"
 #include "platform/store/configuration/config.h"
 #include "sources/frr/running_config.h"
@@ -23,7 +25,7 @@ struct Program {
   std::string_view name;  // as the suite names it
   bool needs_router;      // its nodes depend on the router, not on its configuration alone
   Nodes (*nodes)(const RunningConfig& config, const router::Router& router);
-  bool (*owns)(std::string_view path);  // whether the program prints such a node, in some version
+  std::span<const vrf_config::Kind> kinds;  // of the items that it prints, in some version
 };
 
 // bgpd: RDs, route targets, route policies, neighbors and the format of AS numbers. zebra: descriptions and
@@ -32,7 +34,8 @@ inline constexpr std::string_view kManagementProgram = "mgmtd";
 inline constexpr std::size_t kProgramCount = 9;
 extern const std::array<Program, kProgramCount> kPrograms;
 
-// Every scope below which the suite has nodes.
-const std::vector<std::string>& config_scopes();
+// Whether the program prints such a node, in some version. A node that is not an item (any more) belongs to
+// no program, so it does not wait for one that does not answer.
+bool owns(const Program& program, std::string_view path);
 
 }  // namespace frr

@@ -73,7 +73,7 @@ class ConfigNodes : public ::testing::Test {
         nodes.begin(), nodes.end(),
         [](const KvConfigNode& left, const KvConfigNode& right) { return left.path <= right.path; }))
         << "in path order, each path once";
-    for (const KvConfigNode& node : nodes) EXPECT_TRUE(program(name).owns(node.path)) << node.path;
+    for (const KvConfigNode& node : nodes) EXPECT_TRUE(frr::owns(program(name), node.path)) << node.path;
     return nodes;
   }
   std::vector<std::string> Paths(std::string_view name, const std::string& text) {
@@ -322,7 +322,7 @@ TEST_F(ConfigNodes, ProgramProvidesNoNodesOfOthers) {
     for (const Program& other : frr::kPrograms) {
       if (speaker.name == frr::kManagementProgram || other.name == frr::kManagementProgram) continue;
       for (const KvConfigNode& node : nodes)
-        EXPECT_EQ(other.owns(node.path), &other == &speaker) << node.path;
+        EXPECT_EQ(frr::owns(other, node.path), &other == &speaker) << node.path;
     }
   }
 }
@@ -338,20 +338,11 @@ TEST_F(ConfigNodes, ManagementProgramProvidesTheNodesOfFourPrograms) {
   EXPECT_THAT(Paths("mgmtd", std::string(kRed) + kEverything), testing::UnorderedElementsAreArray(expected));
 }
 
-TEST_F(ConfigNodes, EveryNodeIsBelowAScope) {
-  AddVrf("red");
-  AddInterface("red1", "red", {"10.1.0.1/30"});
-  const auto is_below = [](const std::string& path) {
-    const auto& scopes = frr::config_scopes();
-    return std::any_of(scopes.begin(), scopes.end(), [&path](const std::string& scope) {
-      return path.compare(0, scope.size(), scope) == 0;
-    });
-  };
-  for (const std::string& path : Paths("bgpd", kRed)) EXPECT_TRUE(is_below(path)) << path;
-  for (const std::string& path : Paths("bgpd", "router bgp 1 as-notation dot\n"))
-    EXPECT_TRUE(is_below(path)) << path;
-  for (const std::string& path : Paths("ripd", "router rip vrf red\n network red1\n"))
-    EXPECT_TRUE(is_below(path));
+TEST_F(ConfigNodes, NodeThatIsNotAnItemBelongsToNoProgram) {
+  for (const Program& program : frr::kPrograms) {
+    EXPECT_FALSE(frr::owns(program, "/cfg/gl/vmap/vrf/red/former")) << program.name;
+    EXPECT_FALSE(frr::owns(program, "/cfg/gl/ipv4-ospf/proc/ospf6/former")) << program.name;
+  }
 }
 
 }  // namespace

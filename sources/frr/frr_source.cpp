@@ -46,11 +46,6 @@ Nodes merged(const Nodes& left, const Nodes& right) {
   return all;
 }
 
-const std::vector<std::string>& derived_scopes() {
-  static const std::vector<std::string> scopes{std::string(vrf_config::kVrfScope)};
-  return scopes;
-}
-
 std::string joined(const std::vector<std::string>& words) {
   std::string line;
   for (const std::string& word : words) line += (line.empty() ? "" : " ") + word;
@@ -126,24 +121,21 @@ std::size_t FrrSource::pending_answers() const {
 
 Status FrrSource::release(std::string* error) {
   constexpr char kComment[] = "the routing suite is not followed";
-  Status status = kvtree_config_replace(kConfigOwnerFrrDerived, derived_scopes(), {}, kComment);
-  if (!status) status = kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), {}, kComment);
+  Status status = kvtree_config_replace(kConfigOwnerFrrDerived, {}, kComment);
+  if (!status) status = kvtree_config_replace(kConfigOwnerFrr, {}, kComment);
   if (status)
     *error = std::string("cannot remove the configuration of the routing suite: ") + err_text(status);
   return status;
 }
 
 Status FrrSource::load(std::string* /*error*/) {
-  for (const std::string& scope : frr::config_scopes()) {
-    kvtree_config_owned(kConfigOwnerFrr, scope, [this](const KvConfigNode& node) {
-      wanted_.push_back(node);
-      for (const auto& follower : followers_) follower->answered |= follower->program.owns(node.path);
-    });
-  }
-  std::sort(wanted_.begin(), wanted_.end(), by_path);
-  kvtree_config_owned(kConfigOwnerFrrDerived, vrf_config::kVrfScope,
-                      [this](const KvConfigNode& node) { derived_.push_back(node); });
-  std::sort(derived_.begin(), derived_.end(), by_path);
+  kvtree_config_owned(kConfigOwnerFrr, [this](const KvConfigNode& node) {
+    wanted_.push_back(node);
+    for (const auto& follower : followers_) {
+      follower->answered = follower->answered || frr::owns(follower->program, node.path);
+    }
+  });
+  kvtree_config_owned(kConfigOwnerFrrDerived, [this](const KvConfigNode& node) { derived_.push_back(node); });
   return kStatusOk;
 }
 
@@ -293,8 +285,9 @@ void FrrSource::settle(Follower& follower) {
 // Whether the programs that answer report everything that was known of this one.
 bool FrrSource::is_complete(const Follower& follower) const {
   const Nodes missing = left_out(wanted_, reported(false));
-  return std::none_of(missing.begin(), missing.end(),
-                      [&follower](const KvConfigNode& node) { return follower.program.owns(node.path); });
+  return std::none_of(missing.begin(), missing.end(), [&follower](const KvConfigNode& node) {
+    return frr::owns(follower.program, node.path);
+  });
 }
 
 // Whether the program has reported the same for long enough.
@@ -307,7 +300,7 @@ void FrrSource::commit_derived(Nodes nodes) {
   if (derived_written_ && nodes == derived_) return;
   derived_ = std::move(nodes);
   std::string reason;
-  const Status status = kvtree_config_replace(kConfigOwnerFrrDerived, derived_scopes(), derived_,
+  const Status status = kvtree_config_replace(kConfigOwnerFrrDerived, derived_,
                                               "derived by the routing suite", nullptr, &reason);
   if (status && derived_written_) {
     log_error("frr", "cannot write what the routing suite derives: %s: %s", err_text(status), reason.c_str());
@@ -326,9 +319,9 @@ Nodes FrrSource::reported(bool by_lost_programs) const {
 
 // Whether a program that is lost or settling may still report the node.
 bool FrrSource::may_be_reported(std::string_view path) const {
-  const bool is_managed = !management_->unknown && management_->program.owns(path);
+  const bool is_managed = !management_->unknown && frr::owns(management_->program, path);
   return std::any_of(followers_.begin(), followers_.end(), [&](const auto& follower) {
-    if (follower->unknown || !follower->program.owns(path)) return false;
+    if (follower->unknown || !frr::owns(follower->program, path)) return false;
     if (follower->answering) return follower->settling;
     return !is_managed || follower.get() == management_;
   });
@@ -347,8 +340,7 @@ void FrrSource::commit(const Follower& follower, Nodes nodes) {
   wanted_ = std::move(nodes);
   std::string reason;
   const std::string comment = std::string(follower.program.name) + ": running configuration";
-  const Status status =
-      kvtree_config_replace(kConfigOwnerFrr, frr::config_scopes(), wanted_, comment, nullptr, &reason);
+  const Status status = kvtree_config_replace(kConfigOwnerFrr, wanted_, comment, nullptr, &reason);
   if (status && written_) {
     log_error("frr", "cannot write the configuration of %s: %s: %s", follower.program.name.data(),
               err_text(status), reason.c_str());

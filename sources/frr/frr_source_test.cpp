@@ -162,6 +162,18 @@ TEST_F(FrrSourceTest, LastKnownConfigurationOutlivesTheProcess) {
   EXPECT_EQ(Stored(), before);
 }
 
+// Earlier versions stored items in other places, which no item of today has.
+TEST_F(FrrSourceTest, StoredItemsOfEarlierVersionsAreRemoved) {
+  for (const char* former :
+       {"/cfg/gl/vmap/vrf/red/former", "/cfg/gl/ip-bgp/former", "/cfg/gl/rip/ord_B/former",
+        "/cfg/gl/ipv4-ospf/proc/former", "/cfg/gl/eigrp/proc/former", "/cfg/gl/static/router/ord_v/former",
+        "/cfg/gl/bgp-common/former", "/cfg/gl/former/red"}) {
+    ASSERT_EQ(kvtree_config_commit(kConfigOwnerFrr, {{former, KvValue{}}}, ""), kStatusOk);
+  }
+  StartWith("bgpd", bgp_red(kRd10));
+  EXPECT_THAT(Stored(), UnorderedElementsAre(kRd10Words));
+}
+
 TEST_F(FrrSourceTest, RestartWithTheSameConfigurationMakesNoCommit) {
   StartWith("bgpd", bgp_red(kRd10));
   fault_arm("kvtree_config_replace", kStatusIo, 1, 0);

@@ -310,7 +310,7 @@ TEST_F(VpnEvents, RestartReportsNothing) {
   std::vector<KvConfigNode> said;
   for (const KvConfigChange& change : Changes({"vrf red rd 65000:1", "vrf red rt both 65000:1"}))
     said.push_back({change.path, *change.value});
-  ASSERT_EQ(kvtree_config_replace("frr", {std::string(vrf_config::kVrfScope)}, said, ""), kStatusOk);
+  ASSERT_EQ(kvtree_config_replace("frr", said, ""), kStatusOk);
   EXPECT_THAT(Reported(), IsEmpty());
 }
 

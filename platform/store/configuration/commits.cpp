@@ -130,72 +130,29 @@ void visit_below(const ConfigTree& tree, std::string_view path, const Visit& vis
   for (; node != tree.end() && node->first.starts_with(path); ++node) visit(node->first, node->second);
 }
 
-bool is_below(std::string_view path, const std::vector<std::string>& scopes) {
-  for (const std::string& scope : scopes) {
-    if (path.starts_with(scope)) return true;
-  }
-  return false;
-}
-
-Status check_scopes(const std::vector<std::string>& scopes, std::string* error) {
-  for (const std::string& scope : scopes) {
-    if (scope.starts_with("/cfg/") && scope.ends_with('/')) continue;
-    *error = scope + ": it is not part of the configuration";
-    return kStatusUnknownPath;
-  }
-  return kStatusOk;
-}
-
-// The scopes in the order of the paths, without those that are below another one.
-std::vector<std::string> outermost(std::vector<std::string> scopes) {
-  std::ranges::sort(scopes);
-  std::vector<std::string> outer;
-  for (std::string& scope : scopes) {
-    if (outer.empty() || !scope.starts_with(outer.back())) outer.push_back(std::move(scope));
-  }
-  return outer;
-}
-
-// The requested nodes in the order of the paths, each once: of two nodes with one path the last counts.
-Status propose_wanted(const std::vector<std::string>& scopes, const std::vector<KvConfigNode>& nodes,
-                      Proposal* wanted, std::string* error) {
-  wanted->reserve(nodes.size());
-  for (const KvConfigNode& node : nodes) {
-    if (!is_below(node.path, scopes)) {
-      *error = node.path + ": it is outside of the replaced parts";
-      return kStatusInvalid;
-    }
-    wanted->push_back({node.path, &node.value});
-  }
-  const auto path = [](const ProposedChange& change) { return change.path; };
-  if (!std::ranges::is_sorted(*wanted, {}, path)) std::ranges::stable_sort(*wanted, {}, path);
-  const auto same_path = [](const auto& one, const auto& other) { return one.path == other.path; };
-  wanted->erase(wanted->begin(), std::unique(wanted->rbegin(), wanted->rend(), same_path).base());
-  return kStatusOk;
-}
-
-// The owner's values below the scope that are no longer wanted.
-void propose_withdrawals(std::size_t owner, const std::string& scope, const Proposal& wanted,
-                         Proposal* unwanted) {
-  auto next = wanted.begin();  // both are in the order of the paths
-  visit_below(store().configuration, scope, [&](const std::string& path, const OwnedNode& node) {
-    if (node.values[owner] == nullptr) return;
-    while (next != wanted.end() && next->path < path) ++next;
-    if (next == wanted.end() || next->path != path) unwanted->push_back({path, nullptr});
-  });
-}
-
-// The values of these parts that are no longer wanted, then the wanted ones.
-Status propose_replacement(std::size_t owner, const std::vector<std::string>& scopes,
-                           const std::vector<KvConfigNode>& nodes, Proposal* changes, std::string* error) {
-  if (const Status status = check_scopes(scopes, error)) return status;
+// The nodes in the order of the paths, each once: of two nodes with one path the last counts.
+Proposal proposal_of(const std::vector<KvConfigNode>& nodes) {
   Proposal wanted;
-  if (const Status status = propose_wanted(scopes, nodes, &wanted, error)) return status;
-  for (const std::string& scope : outermost(scopes)) {
-    if (owner != kNoOwner) propose_withdrawals(owner, scope, wanted, changes);
+  wanted.reserve(nodes.size());
+  for (const KvConfigNode& node : nodes) wanted.push_back({node.path, &node.value});
+  const auto path = [](const ProposedChange& change) { return change.path; };
+  if (!std::ranges::is_sorted(wanted, {}, path)) std::ranges::stable_sort(wanted, {}, path);
+  const auto same_path = [](const auto& one, const auto& other) { return one.path == other.path; };
+  wanted.erase(wanted.begin(), std::unique(wanted.rbegin(), wanted.rend(), same_path).base());
+  return wanted;
+}
+
+// The owner's values that are no longer wanted, then the wanted ones.
+Proposal propose_replacement(std::size_t owner, const Proposal& wanted) {
+  Proposal changes;
+  auto next = wanted.begin();  // both are in the order of the paths
+  for (const auto& [path, node] : store().configuration) {
+    if (owner == kNoOwner || node.values[owner] == nullptr) continue;
+    while (next != wanted.end() && next->path < path) ++next;
+    if (next == wanted.end() || next->path != path) changes.push_back({path, nullptr});
   }
-  changes->insert(changes->end(), wanted.begin(), wanted.end());
-  return kStatusOk;
+  changes.insert(changes.end(), wanted.begin(), wanted.end());
+  return changes;
 }
 
 using Places = std::vector<ConfigTree::const_iterator>;
@@ -268,25 +225,21 @@ Status kvtree_config_commit(std::string_view owner, const std::vector<KvConfigCh
   return kvtree::commit(owner, proposal, comment, answers.id, answers.error);
 }
 
-Status kvtree_config_replace(std::string_view owner, const std::vector<std::string>& scopes,
-                             const std::vector<KvConfigNode>& nodes, std::string_view comment,
-                             std::string* id, std::string* error) {
+Status kvtree_config_replace(std::string_view owner, const std::vector<KvConfigNode>& nodes,
+                             std::string_view comment, std::string* id, std::string* error) {
   const kvtree::Answers answers(id, error);
   if (const Status status = fault_check("kvtree_config_replace")) return status;
-  kvtree::Proposal changes;
-  if (const Status status =
-          kvtree::propose_replacement(kvtree::find_owner(owner), scopes, nodes, &changes, answers.error))
-    return status;
+  const kvtree::Proposal changes =
+      kvtree::propose_replacement(kvtree::find_owner(owner), kvtree::proposal_of(nodes));
   return kvtree::commit(owner, changes, comment, answers.id, answers.error);
 }
 
-void kvtree_config_owned(std::string_view owner, std::string_view path,
-                         const std::function<void(const KvConfigNode&)>& visit) {
+void kvtree_config_owned(std::string_view owner, const std::function<void(const KvConfigNode&)>& visit) {
   const std::size_t number = kvtree::find_owner(owner);
   if (number == kvtree::kNoOwner) return;
-  kvtree::visit_below(store().configuration, path, [&](const std::string& place, const auto& node) {
-    if (node.values[number] != nullptr) visit({place, *node.values[number]});
-  });
+  for (const auto& [path, node] : store().configuration) {
+    if (node.values[number] != nullptr) visit({path, *node.values[number]});
+  }
 }
 
 void kvtree_config_effective(std::string_view path, const std::function<void(const KvConfigNode&)>& visit) {

@@ -96,16 +96,14 @@ inline constexpr std::size_t kMaxConfigTuple = 256;          // numbers of a nod
                                           std::string_view comment, std::string* id = nullptr,
                                           std::string* error = nullptr);
 
-// Makes `nodes` the owner's only values below the scopes (paths that end in '/'), as one commit of the
-// difference; its values elsewhere remain. Every node must be below a scope (kStatusInvalid). Statuses as
-// above; of two nodes with one path the last counts.
-[[nodiscard]] Status kvtree_config_replace(std::string_view owner, const std::vector<std::string>& scopes,
-                                           const std::vector<KvConfigNode>& nodes, std::string_view comment,
-                                           std::string* id = nullptr, std::string* error = nullptr);
+// Makes `nodes` the owner's only values, as one commit of the difference. Statuses as above; of two nodes
+// with one path the last counts.
+[[nodiscard]] Status kvtree_config_replace(std::string_view owner, const std::vector<KvConfigNode>& nodes,
+                                           std::string_view comment, std::string* id = nullptr,
+                                           std::string* error = nullptr);
 
-// Visits the values that the owner sets below the path, in the order of the paths.
-void kvtree_config_owned(std::string_view owner, std::string_view path,
-                         const std::function<void(const KvConfigNode&)>& visit);
+// Visits the values that the owner sets, in the order of the paths.
+void kvtree_config_owned(std::string_view owner, const std::function<void(const KvConfigNode&)>& visit);
 
 // The effective nodes below the path, in the order of the paths.
 void kvtree_config_effective(std::string_view path, const std::function<void(const KvConfigNode&)>& visit);

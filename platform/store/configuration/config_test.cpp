@@ -185,7 +185,7 @@ TEST_F(ConfigCommit, EmptyCommitIsNone) {
 TEST_F(ConfigCommit, CallerMayOmitIdAndError) {
   EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "x")}, ""), kStatusOk);
   EXPECT_EQ(kvtree_config_commit("user", {Withdraw("/cfg/b")}, ""), kStatusNoSuchRow);
-  EXPECT_EQ(kvtree_config_replace("user", {"/cfg/"}, {}, ""), kStatusOk);
+  EXPECT_EQ(kvtree_config_replace("user", {}, ""), kStatusOk);
 }
 
 TEST_F(ConfigCommit, LaterSubscriberReceivesTheEffectiveValues) {
@@ -197,9 +197,8 @@ TEST_F(ConfigCommit, LaterSubscriberReceivesTheEffectiveValues) {
 
 class ConfigReplace : public ConfigCommit {
  protected:
-  std::vector<std::string> Replace(const std::vector<std::string>& scopes,
-                                   const std::vector<KvConfigNode>& nodes) {
-    EXPECT_EQ(kvtree_config_replace("script", scopes, nodes, "reload", &id, &error), kStatusOk) << error;
+  std::vector<std::string> Replace(const std::vector<KvConfigNode>& nodes) {
+    EXPECT_EQ(kvtree_config_replace("script", nodes, "reload", &id, &error), kStatusOk) << error;
     Run();
     return TakeReceived();
   }
@@ -209,16 +208,15 @@ TEST_F(ConfigReplace, OnlyTheDifferenceIsNotified) {
   Commit("script",
          {SetTo("/cfg/s/a", "1"), SetTo("/cfg/s/b", "1"), SetTo("/cfg/s/c", "1"), SetTo("/cfg/t/a", "1")});
   EXPECT_THAT(
-      Replace({"/cfg/s/"},
-              {{"/cfg/s/a", TextValue("1")}, {"/cfg/s/b", TextValue("2")}, {"/cfg/s/d", TextValue("1")}}),
-      ElementsAre("c 4 none", "b 2 2", "d 3 1"));
-  EXPECT_THAT(Owned("script"), ElementsAre("/cfg/s/a=1", "/cfg/s/b=2", "/cfg/s/d=1", "/cfg/t/a=1"));
-  EXPECT_THAT(History(), ElementsAre("2 script 3 reload", "1 script 4 "));
+      Replace({{"/cfg/s/a", TextValue("1")}, {"/cfg/s/b", TextValue("2")}, {"/cfg/s/d", TextValue("1")}}),
+      ElementsAre("c 4 none", "a 4 none", "b 2 2", "d 3 1"));
+  EXPECT_THAT(Owned("script"), ElementsAre("/cfg/s/a=1", "/cfg/s/b=2", "/cfg/s/d=1"));
+  EXPECT_THAT(History(), ElementsAre("2 script 4 reload", "1 script 4 "));
 }
 
 TEST_F(ConfigReplace, SameNodesAreNoCommit) {
   Commit("script", {SetTo("/cfg/s/a", "1")});
-  EXPECT_THAT(Replace({"/cfg/s/"}, {{"/cfg/s/a", TextValue("1")}}), IsEmpty());
+  EXPECT_THAT(Replace({{"/cfg/s/a", TextValue("1")}}), IsEmpty());
   EXPECT_EQ(id, "");
   EXPECT_EQ(History().size(), 1U);
 }
@@ -226,30 +224,20 @@ TEST_F(ConfigReplace, SameNodesAreNoCommit) {
 TEST_F(ConfigReplace, ValuesOfOtherOwnersRemain) {
   Commit("user", {SetTo("/cfg/s/a", "user")});
   Commit("script", {SetTo("/cfg/s/a", "script")});
-  EXPECT_THAT(Replace({"/cfg/"}, {}), IsEmpty());
+  EXPECT_THAT(Replace({}), IsEmpty());
   EXPECT_THAT(Owned("user"), ElementsAre("/cfg/s/a=user"));
   EXPECT_THAT(Owned("script"), IsEmpty());
 }
 
 TEST_F(ConfigReplace, LastOfTwoNodesWithOnePathCounts) {
-  EXPECT_THAT(Replace({"/cfg/s/"}, {{"/cfg/s/a", TextValue("1")}, {"/cfg/s/a", TextValue("2")}}),
-              ElementsAre("a 3 2"));
+  EXPECT_THAT(Replace({{"/cfg/s/a", TextValue("1")}, {"/cfg/s/a", TextValue("2")}}), ElementsAre("a 3 2"));
 }
 
-TEST_F(ConfigReplace, ScopesMayOverlap) {
+TEST_F(ConfigReplace, NodeOutsideTheConfigurationIsRefused) {
   Commit("script", {SetTo("/cfg/s/a", "1")});
-  EXPECT_THAT(Replace({"/cfg/", "/cfg/s/"}, {}), ElementsAre("a 4 none"));
-}
-
-TEST_F(ConfigReplace, NodeOutsideTheScopesIsInvalid) {
-  EXPECT_EQ(kvtree_config_replace("script", {"/cfg/s/"}, {{"/cfg/t", TextValue("1")}}, "", &id, &error),
-            kStatusInvalid);
-  EXPECT_EQ(error, "/cfg/t: it is outside of the replaced parts");
-  for (const char* scope : {"/cfg", "/oper/", "", "/cfg/s"}) {
-    EXPECT_EQ(kvtree_config_replace("script", {scope}, {}, "", &id, &error), kStatusUnknownPath);
-    EXPECT_EQ(error, std::string(scope) + ": it is not part of the configuration");
-  }
-  EXPECT_THAT(Effective(), IsEmpty());
+  EXPECT_EQ(kvtree_config_replace("script", {{"/oper/t", TextValue("1")}}, "", &id, &error),
+            kStatusUnknownPath);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/s/a=1"));
 }
 
 class ConfigReplay : public ConfigCommit {};
@@ -331,7 +319,7 @@ TEST_F(ConfigCommit, EveryOperationCanFail) {
     fault_arm(point, kStatusNoMemory);
   }
   EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "x")}, "", &id, &error), kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_replace("user", {}, {}, "", &id, &error), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_replace("user", {}, "", &id, &error), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_replay({}), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_announce("/cfg/a"), kStatusNoMemory);
   EXPECT_EQ(kvtree_config_replay_each(

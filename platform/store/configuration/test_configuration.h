@@ -88,11 +88,10 @@ class ConfigTest : public StoreTest {
         path, [&](const KvConfigNode& node) { all.push_back(node.path + "=" + Describe(node.value)); });
     return all;
   }
-  static std::vector<std::string> Owned(std::string_view owner, std::string_view path = "/cfg/") {
+  static std::vector<std::string> Owned(std::string_view owner) {
     std::vector<std::string> all;
-    kvtree_config_owned(owner, path, [&](const KvConfigNode& node) {
-      all.push_back(node.path + "=" + Describe(node.value));
-    });
+    kvtree_config_owned(
+        owner, [&](const KvConfigNode& node) { all.push_back(node.path + "=" + Describe(node.value)); });
     return all;
   }
   // "id owner changes comment", newest first.

@@ -20,8 +20,7 @@ std::string why(Status status, const std::string& reason) {
 
 Status replace(const std::vector<KvConfigNode>& nodes, std::string* error) {
   std::string reason;
-  const Status status = kvtree_config_replace(kConfigOwnerKernel, {std::string(vrf_config::kVrfScope)}, nodes,
-                                              kComment, nullptr, &reason);
+  const Status status = kvtree_config_replace(kConfigOwnerKernel, nodes, kComment, nullptr, &reason);
   if (status) *error = "cannot store the descriptions of VRFs: " + why(status, reason);
   return status;
 }
