@@ -32,27 +32,6 @@ class VrfRecords : public DaemonTest {
     attributes->high_thresh = 1000;
     attributes->creation_time = 5;
   }
-  std::string Failure(const char* function, const char* what, Status status) {
-    return std::string("Error in ") + function + ": " + what + ": " + err_text(status);
-  }
-};
-
-// Trace records of failures: one more, with this code.
-class FailureTraces : public VrfRecords {
- protected:
-  void ExpectTraced(Status code, const std::function<void()>& act) {
-    const std::size_t before = Traced("mpls_vpn/error").size();
-    act();
-    Status last = kStatusOk;
-    EXPECT_EQ(Traced("mpls_vpn/error", &last).size(), before + 1) << Prints().back();
-    EXPECT_EQ(last, code) << Prints().back();
-  }
-  void ExpectFaultTraced(const char* point, const std::function<void()>& act) {
-    ExpectTraced(kStatusIo, [&] {
-      const ScopedFault fault(point, kStatusIo);
-      act();
-    });
-  }
 };
 
 class RecordServiceRegistration : public VrfRecords {
@@ -64,7 +43,16 @@ class RecordServiceRegistration : public VrfRecords {
   }
 };
 
-using RecordCallbacks = VrfRecords;
+class RecordCallbacks : public VrfRecords {
+ protected:
+  // ge0 of the VRF "red" has an address.
+  void AddGe0() {
+    AddVrf("red");
+    AddInterface("ge0", "red");
+    AddAddress("ge0", "10.0.0.1/24");
+    Run();
+  }
+};
 
 }  // namespace
 
@@ -92,6 +80,7 @@ TEST(VrfAttributes, FieldsAreInTheirOrder) {
 }
 
 TEST_F(RecordServiceRegistration, PrintsItsBeginAndEnd) {
+  OnlyArea(START);
   EXPECT_EQ(RegisterAgain(), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre("Initializing VTAB...", "VTAB init done."));
   EXPECT_THAT(Traced("mpls_vpn/init"), Contains("VTAB init done."));
@@ -126,19 +115,11 @@ TEST_F(RecordServiceRegistration, FirstStepThatFailsEndsItWithItsCode) {
     EXPECT_EQ(RegisterAgain(), kStatusIo);
     EXPECT_THAT(Prints(), ElementsAre("Initializing VTAB...",
                                       Failure("mpls_vpn_mib_vtab_init", steps[step].text, kStatusIo)));
-    Status code = kStatusOk;
-    Traced("mpls_vpn/error", &code);
-    EXPECT_EQ(code, kStatusIo);
+    ExpectErrorTraced(std::string("mpls_vpn_mib_vtab_init: ") + steps[step].text, kStatusIo);
     if (step + 1 < std::size(steps)) {
       EXPECT_EQ(fault_reached(steps[step + 1].point), 0U) << "a later step was attempted";
     }
     fault_disarm_all();
-  }
-}
-
-TEST_F(RecordServiceRegistration, BeginAndEndArePrintedByStartUp) {
-  for (const char* line : {"Initializing VTAB...", "VTAB init done."}) {
-    ExpectUnder(START, line, [this] { EXPECT_EQ(RegisterAgain(), kStatusOk); });
   }
 }
 
@@ -167,29 +148,6 @@ TEST_F(VrfRecords, CreationHoldsTheLockUnderItsName) {
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               testing::HasSubstr("get_vrf_record asks for the lock that test holds"));
   EXPECT_EQ(vtab_unlock_dbase(), kStatusOk);
-}
-
-TEST_F(FailureTraces, OfTheRecordsHaveTheCode) {
-  ExpectFaultTraced("vtab_lock_dbase", [] { EXPECT_EQ(get_vrf_record("green"), nullptr); });
-  ExpectFaultTraced("vtab_unlock_dbase", [] { EXPECT_EQ(get_vrf_record("green"), nullptr); });
-}
-
-TEST_F(FailureTraces, OfTheVrfCallbackHaveTheCode) {
-  ExpectTraced(kStatusNoVrfRecord, [] { EXPECT_EQ(vrf_cb("red"), kStatusOk); });
-  AddVrf("red");
-  ExpectFaultTraced("vtab_lock_begin_access_vrf_record", [] { EXPECT_EQ(vrf_cb("red"), kStatusOk); });
-  ExpectFaultTraced("vtab_unlock_end_access_vrf_record", [] { EXPECT_EQ(vrf_cb("red"), kStatusIo); });
-}
-
-TEST_F(FailureTraces, OfTheInterfaceCallbackHaveTheCode) {
-  ExpectTraced(kStatusNoSuchRow, [] { EXPECT_EQ(if_cb("ge0", "red"), kStatusOk); });
-  AddVrf("red");
-  AddInterface("ge0", "red");
-  AddAddress("ge0", "192.0.2.1/24");
-  Run();
-  LinkUp("ge0");
-  ExpectFaultTraced("vtab_lock_begin_access_if_record", [] { EXPECT_EQ(if_cb("ge0", "red"), kStatusOk); });
-  ExpectFaultTraced("vtab_unlock_end_access_if_record", [] { EXPECT_EQ(if_cb("ge0", "red"), kStatusIo); });
 }
 
 TEST_F(VrfRecords, RecordOfAVrfThatExistsIsFound) {
@@ -221,16 +179,15 @@ TEST_F(VrfRecords, LockFailureGivesNoRecord) {
   const ScopedFault fault("vtab_lock_dbase", kStatusIo);
   EXPECT_EQ(get_vrf_record("green"), nullptr);
   EXPECT_THAT(Prints(), ElementsAre(Failure("get_vrf_record", "Unable to lock VTAB database", kStatusIo)));
+  ExpectErrorTraced("get_vrf_record: Unable to lock VTAB database", kStatusIo);
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("green"), nullptr);
 }
 
 TEST_F(VrfRecords, UnlockFailureGivesNoRecordButTheNextCallFindsTheCreatedOne) {
-  {
-    const ScopedFault fault("vtab_unlock_dbase", kStatusIo);
-    EXPECT_EQ(get_vrf_record("green"), nullptr);
-  }
+  WithFault("vtab_unlock_dbase", kStatusIo, [&] { EXPECT_EQ(get_vrf_record("green"), nullptr); });
   EXPECT_THAT(Prints(), ElementsAre("Create VTAB record for VRF green",
                                     Failure("get_vrf_record", "Unable to unlock VTAB database", kStatusIo)));
+  ExpectErrorTraced("get_vrf_record: Unable to unlock VTAB database", kStatusIo);
   ClearPrints();
   EXPECT_NE(get_vrf_record("green"), nullptr);
   EXPECT_THAT(Prints(), IsEmpty());
@@ -240,16 +197,13 @@ TEST_F(VrfRecords, CreationFailureGivesNoRecord) {
   const ScopedFault fault("vtab_create_vrf_record", kStatusIo);
   EXPECT_EQ(get_vrf_record("green"), nullptr);
   EXPECT_EQ(Prints().back(), "vtab_create_vrf_record() returned NULL record");
-  Status code = kStatusOk;
-  Traced("mpls_vpn/error", &code);
-  EXPECT_EQ(code, kStatusNoVrfRecord);
+  ExpectErrorTraced("vtab_create_vrf_record() returned NULL record", kStatusNoVrfRecord);
 }
 
 TEST_F(VrfRecords, TimestampIsThePlatformClockInSeconds) {
   AddVrf("red");
   PassMilliseconds(42'900);  // rounded down
   OnlyArea(CFGMGR);
-  ClearPrints();
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
   update_timestamp(get_vrf_record("red"), &attributes->conf_last_changed_time);
   EXPECT_EQ(attributes->conf_last_changed_time, kStartSeconds + 42);
@@ -292,7 +246,6 @@ TEST_F(RecordCallbacks, DeletionFreesTheTexts) {
   AddVrf("red");
   Run();
   OnlyArea(VTAB);
-  ClearPrints();
   FillAttributes(AttributesOf("red"));  // what is not freed is a leak that the sanitizer build reports
   DeleteVrf("red");
   Run();
@@ -327,7 +280,6 @@ TEST_F(RecordCallbacks, UpdateToAVrfThatExistsIsPrintedAndDoesNothingElse) {
   NameVrf("green");
   Run();
   OnlyArea(VTAB);
-  ClearPrints();
   AddVrf("green");
   FillAttributes(AttributesOf("green"));
   mpls_vpn_debug_flags[CHKPT].enabled.store(1);
@@ -366,25 +318,23 @@ TEST_F(RecordCallbacks, VrfCallbackWhoseAccessFailsIsReported) {
   EXPECT_EQ(vrf_cb("red"), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre(Failure("vrf_cb", "Error received from vtab_lock_begin_access_vrf_record",
                                             kStatusIo)));
+  ExpectErrorTraced("vrf_cb: Error received from vtab_lock_begin_access_vrf_record", kStatusIo);
 }
 
 TEST_F(RecordCallbacks, VrfCallbackWithoutARecordDoesNotEndAnAccess) {
   fault_arm("vtab_unlock_end_access_vrf_record", kStatusIo, 1, 0);
   EXPECT_EQ(vrf_cb("nothing"), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre("VRF Callback vrf_rec is NULL!!!"));
+  ExpectErrorTraced("VRF Callback vrf_rec is NULL!!!", kStatusNoVrfRecord);
   EXPECT_EQ(fault_reached("vtab_unlock_end_access_vrf_record"), 0U);
 }
 
 TEST_F(RecordCallbacks, VrfCallbackThatCannotLockEndsTheAccess) {
   AddVrf("red");
   OnlyArea(DBASE);
-  {
-    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
-    EXPECT_EQ(vrf_cb("red"), kStatusOk);
-  }
+  WithFault("pthread_mutex_lock", kStatusIo, [&] { EXPECT_EQ(vrf_cb("red"), kStatusOk); });
   EXPECT_THAT(Prints(), ElementsAre("Error (vrf_cb): pthread mutex lock failed"));
   DeleteVrf("red");
-  ClearPrints();
   OnlyArea(VTAB);
   EXPECT_EQ(vrf_cb("red"), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre("VTAB: VRF Callback event delete"));
@@ -393,10 +343,7 @@ TEST_F(RecordCallbacks, VrfCallbackThatCannotLockEndsTheAccess) {
 TEST_F(RecordCallbacks, VrfCallbackContinuesWhenItCannotUnlock) {
   AddVrf("red");
   OnlyArea(DBASE);
-  {
-    const ScopedFault fault("pthread_mutex_unlock", kStatusIo);
-    EXPECT_EQ(vrf_cb("red"), kStatusOk);
-  }
+  WithFault("pthread_mutex_unlock", kStatusIo, [&] { EXPECT_EQ(vrf_cb("red"), kStatusOk); });
   EXPECT_THAT(Prints(), ElementsAre("Error (vrf_cb): pthread mutex unlock failed"));
   ReleaseMutex();
 }
@@ -407,6 +354,7 @@ TEST_F(RecordCallbacks, VrfCallbackAnswersTheFailedEndOfItsAccess) {
   EXPECT_EQ(vrf_cb("red"), kStatusIo);
   EXPECT_EQ(Prints().back(),
             Failure("vrf_cb", "Error received from vtab_lock_end_access_vrf_record", kStatusIo));
+  ExpectErrorTraced("vrf_cb: Error received from vtab_lock_end_access_vrf_record", kStatusIo);
 }
 
 TEST_F(RecordCallbacks, InterfaceOfTheDefaultVrfIsIgnoredWithoutAPrint) {
@@ -433,12 +381,8 @@ TEST_F(RecordCallbacks, InterfaceOfAVrfWhoseNameBeginsLikeDefaultIsNotIgnored) {
 }
 
 TEST_F(RecordCallbacks, InterfaceThatChangesIsPrintedAndItsDirectionTraced) {
-  AddVrf("red");
-  AddInterface("ge0", "red");
-  AddAddress("ge0", "10.0.0.1/24");
-  Run();
+  AddGe0();
   OnlyArea(VTAB);
-  ClearPrints();
   LinkUp("ge0");
   Run();
   LinkDown("ge0");
@@ -451,9 +395,7 @@ TEST_F(RecordCallbacks, InterfaceThatChangesIsPrintedAndItsDirectionTraced) {
 }
 
 TEST_F(RecordCallbacks, FamilyThatIsUpOutweighsTheOneThatIsDown) {
-  AddVrf("red");
-  AddInterface("ge0", "red");
-  AddAddress("ge0", "10.0.0.1/24");
+  AddGe0();
   LinkUp("ge0");
   Run();
   SetOnlyAddress("ge0", "2001:db8::1/64");
@@ -468,6 +410,7 @@ TEST_F(RecordCallbacks, InterfaceWithoutAChangeToReportHasNoRecord) {
   fault_arm("vtab_unlock_end_access_if_record", kStatusIo, 1, 0);
   EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre("Could not find IF record 1898"));
+  ExpectErrorTraced("Could not find IF record 1898", kStatusNoSuchRow);
   EXPECT_EQ(fault_reached("vtab_unlock_end_access_if_record"), 0U);
 }
 
@@ -476,21 +419,15 @@ TEST_F(RecordCallbacks, InterfaceCallbackWhoseAccessFailsIsReported) {
   EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
   EXPECT_EQ(Prints().back(),
             Failure("if_cb", "Error received from vtab_lock_begin_access_if_record", kStatusIo));
+  ExpectErrorTraced("if_cb: Error received from vtab_lock_begin_access_if_record", kStatusIo);
 }
 
 TEST_F(RecordCallbacks, InterfaceCallbackThatCannotLockEndsTheAccess) {
-  AddVrf("red");
-  AddInterface("ge0", "red");
-  AddAddress("ge0", "10.0.0.1/24");
-  Run();
+  AddGe0();
   LinkUp("ge0");
   LinkDown("ge0");
   OnlyArea(DBASE);
-  ClearPrints();
-  {
-    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
-    EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
-  }
+  WithFault("pthread_mutex_lock", kStatusIo, [&] { EXPECT_EQ(if_cb("ge0", "red"), kStatusOk); });
   EXPECT_THAT(Prints(), ElementsAre("Error (if_cb): pthread mutex lock failed"));
   EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
   EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("interface ge0 of VRF red is down"));
@@ -498,41 +435,29 @@ TEST_F(RecordCallbacks, InterfaceCallbackThatCannotLockEndsTheAccess) {
 }
 
 TEST_F(RecordCallbacks, InterfaceCallbackContinuesWhenItCannotUnlock) {
-  AddVrf("red");
-  AddInterface("ge0", "red");
-  AddAddress("ge0", "10.0.0.1/24");
-  Run();
+  AddGe0();
   LinkUp("ge0");
   OnlyArea(DBASE);
-  ClearPrints();
-  {
-    const ScopedFault fault("pthread_mutex_unlock", kStatusIo);
-    EXPECT_EQ(if_cb("ge0", "red"), kStatusOk);
-  }
+  WithFault("pthread_mutex_unlock", kStatusIo, [&] { EXPECT_EQ(if_cb("ge0", "red"), kStatusOk); });
   EXPECT_THAT(Prints(), ElementsAre("Error (if_cb): pthread mutex unlock failed"));
   ReleaseMutex();
 }
 
 TEST_F(RecordCallbacks, InterfaceCallbackAnswersTheFailedEndOfItsAccess) {
-  AddVrf("red");
-  AddInterface("ge0", "red");
-  AddAddress("ge0", "10.0.0.1/24");
-  Run();
+  AddGe0();
   LinkUp("ge0");
   const ScopedFault fault("vtab_unlock_end_access_if_record", kStatusIo);
   EXPECT_EQ(if_cb("ge0", "red"), kStatusIo);
   EXPECT_EQ(Prints().back(),
             Failure("if_cb", "Error received from vtab_lock_end_access_if_record", kStatusIo));
+  ExpectErrorTraced("if_cb: Error received from vtab_lock_end_access_if_record", kStatusIo);
 }
 
-TEST(InterfaceChange, OneStateUpCountsAsUp) {
+TEST(InterfaceChange, OneStateUpCountsAsUpOtherwiseOneDownAsDown) {
   EXPECT_EQ(mpls_vpn_mib_if_change(1, 0), IfChange::kUp);
   EXPECT_EQ(mpls_vpn_mib_if_change(0, 1), IfChange::kUp);
   EXPECT_EQ(mpls_vpn_mib_if_change(2, 1), IfChange::kUp);
   EXPECT_EQ(mpls_vpn_mib_if_change(1, 2), IfChange::kUp);
-}
-
-TEST(InterfaceChange, OtherwiseOneThatWentDownCountsAsDown) {
   EXPECT_EQ(mpls_vpn_mib_if_change(2, 0), IfChange::kDown);
   EXPECT_EQ(mpls_vpn_mib_if_change(0, 2), IfChange::kDown);
   EXPECT_EQ(mpls_vpn_mib_if_change(2, 2), IfChange::kDown);

@@ -103,13 +103,12 @@ class VrfCheckpoint : public DaemonTest {
   Status Delete(const char* vrf) {
     return mpls_vpn_mib_chkpt_vrf_delete(vtab_get_vrf_record_by_vrf_name(vrf));
   }
-  // For prints of errors only, from here on.
-  void ListenForErrors() {
-    OnlyArea(ERR);
-    ClearPrints();
-  }
-  static std::string Failure(const char* function, const char* what, Status status) {
-    return std::string("Error in ") + function + ": " + what + ": " + err_text(status);
+  // "red" has a record; from here on this area is printed. Returns the VRF's id.
+  std::uint32_t SaveRed(MplsVpnDebugArea area = ERR) {
+    const std::uint32_t id = AddVrf("red");
+    Connect();
+    OnlyArea(area);
+    return id;
   }
   static constexpr char kAdd[] = "mpls_vpn_mib_chkpt_gen_add";
   static constexpr char kRestoreVrf[] = "mpls_vpn_mib_chkpt_restore_vrf";
@@ -126,8 +125,7 @@ using CheckpointRestore = VrfCheckpoint;
 
 TEST_F(CheckpointInit, FirstRunDiffersFromALaterOne) {
   EXPECT_EQ(mpls_vpn_mib_chkpt_first_run(), 1U);
-  AddVrf("red");
-  Connect();
+  SaveRed(CHKPT);
   mpls_vpn_mib_chkpt_end();
   ClearPrints();
   ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
@@ -138,8 +136,7 @@ TEST_F(CheckpointInit, FirstRunDiffersFromALaterOne) {
 }
 
 TEST_F(CheckpointInit, RunAfterOneThatLeftNoRecordsIsAFirstRun) {
-  AddVrf("red");
-  Connect();
+  SaveRed(CHKPT);
   DeleteVrf("red");
   Run();
   mpls_vpn_mib_chkpt_end();
@@ -161,7 +158,6 @@ TEST_F(CheckpointInit, RegistersItsTableWithTheValuesOfTheStore) {
 TEST_F(CheckpointInit, IsPrintedAtStart) {
   mpls_vpn_mib_chkpt_end();
   OnlyArea(START);
-  ClearPrints();
   ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre("Chkpt init"));
 }
@@ -169,13 +165,11 @@ TEST_F(CheckpointInit, IsPrintedAtStart) {
 TEST_F(CheckpointInit, FailedStepIsReportedAndReturned) {
   for (const char* step : {"chkpt_init", "chkpt_register"}) {
     mpls_vpn_mib_chkpt_end();
-    ListenForErrors();
+    OnlyArea(ERR);
     const ScopedFault fault(step, kStatusIo);
     EXPECT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusIo);
     EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_mib_chkpt_init", step, kStatusIo)));
-    Status code = kStatusOk;
-    EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), std::string("mpls_vpn_mib_chkpt_init: ") + step);
-    EXPECT_EQ(code, kStatusIo);
+    ExpectErrorTraced(std::string("mpls_vpn_mib_chkpt_init: ") + step, kStatusIo);
   }
 }
 
@@ -208,8 +202,7 @@ TEST_F(CheckpointSave, SavingAVrfTwiceUsesOneRecord) {
 }
 
 TEST_F(CheckpointSave, EveryChangeOfTheLastChangedTimeIsSaved) {
-  const std::uint32_t id = AddVrf("red");
-  Connect();
+  const std::uint32_t id = SaveRed(CHKPT);
   PassSeconds(5);
   AddInterface("ge0", "red");
   Run();
@@ -221,8 +214,7 @@ TEST_F(CheckpointSave, EveryChangeOfTheLastChangedTimeIsSaved) {
 }
 
 TEST_F(CheckpointSave, VrfThatTakesOverAnIdInTheSameMomentHasTheOnlyRecord) {
-  const std::uint32_t id = AddVrf("red");
-  Connect();
+  const std::uint32_t id = SaveRed(CHKPT);
   PassSeconds(7);
   router::Vrf renamed = *router_.find_vrf("red");
   renamed.name = "blue";
@@ -231,7 +223,7 @@ TEST_F(CheckpointSave, VrfThatTakesOverAnIdInTheSameMomentHasTheOnlyRecord) {
   Run();
   EXPECT_NE(AttributesOf("blue")->chkpt_objid, 0U);
   EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +7, none"));
-  ListenForErrors();
+  OnlyArea(ERR);
   DeleteVrf("blue");
   Run();
   EXPECT_THAT(Prints(), IsEmpty()) << "its block knows the record";
@@ -240,8 +232,7 @@ TEST_F(CheckpointSave, VrfThatTakesOverAnIdInTheSameMomentHasTheOnlyRecord) {
 
 TEST_F(CheckpointSave, NamedVrfThatIsCreatedAgainInTheSameMomentHasTheOnlyRecord) {
   NameVrf("red");
-  AddVrf("red");
-  Connect();
+  SaveRed(CHKPT);
   PassSeconds(7);
   const router::Vrf red = *router_.find_vrf("red");
   DeleteVrf("red");
@@ -251,8 +242,7 @@ TEST_F(CheckpointSave, NamedVrfThatIsCreatedAgainInTheSameMomentHasTheOnlyRecord
 }
 
 TEST_F(CheckpointSave, TimesAfterTheYear2038AreShownAsSignedNumbers) {
-  AddVrf("red");
-  Connect();
+  SaveRed(CHKPT);
   AttributesOf("red")->creation_time = 0xffffffff;
   ClearPrints();
   EXPECT_EQ(Save("red"), kStatusOk);
@@ -273,7 +263,7 @@ TEST_F(CheckpointSave, FailedMappingSavesNothing) {
   AddVrf("red");
   Connect();
   for (const Status status : {kStatusChkptMapping, kStatusIo}) {
-    ListenForErrors();
+    OnlyArea(ERR);
     fault_arm("chkpt_save", kStatusIo, 100);
     fault_arm("chkpt_create", kStatusIo, 100);
     fault_arm("chkpt_mapkey", status);
@@ -287,36 +277,27 @@ TEST_F(CheckpointSave, FailedMappingSavesNothing) {
 
 TEST_F(CheckpointSave, FailedCreationIsReportedAndTheVrfHasNoRecord) {
   AddVrf("red");
-  ListenForErrors();
+  OnlyArea(ERR);
   fault_arm("chkpt_create", kStatusIo);
   Connect();
   EXPECT_THAT(Prints(),
               ElementsAre(Failure(kAdd, "chkpt_create", kStatusIo), "Could not checkpoint VRF red "));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "Could not checkpoint VRF red ");
-  EXPECT_EQ(code, kStatusIo);
+  ExpectErrorTraced("Could not checkpoint VRF red ", kStatusIo);
   EXPECT_EQ(AttributesOf("red")->chkpt_objid, 0U);
   EXPECT_NE(mpls_vpn_mib_get_vrf_node(true, "red"), nullptr);
 }
 
 TEST_F(CheckpointSave, FailedSaveIsReported) {
-  AddVrf("red");
-  Connect();
-  ListenForErrors();
+  SaveRed();
   const ScopedFault fault("chkpt_save", kStatusIo);
   EXPECT_EQ(Save("red"), kStatusIo);
   EXPECT_THAT(Prints(), ElementsAre(Failure(kAdd, "chkpt_save", kStatusIo)));
 }
 
 TEST_F(CheckpointSave, FailedSaveOfAStampKeepsTheNewTimeInMemory) {
-  AddVrf("red");
-  Connect();
+  SaveRed();
   PassSeconds(7);
-  ListenForErrors();
-  {
-    const ScopedFault fault("chkpt_save", kStatusIo);
-    update_vrf_last_changed("red");
-  }
+  WithFault("chkpt_save", kStatusIo, [&] { update_vrf_last_changed("red"); });
   EXPECT_THAT(Prints(), ElementsAre(Failure(kAdd, "chkpt_save", kStatusIo),
                                     "Could not update timestamp in checkpointed data for VRF red"));
   Status code = kStatusOk;
@@ -342,21 +323,16 @@ TEST_F(CheckpointDelete, DeletedVrfLosesItsRecord) {
 
 TEST_F(CheckpointDelete, VrfThatWasNeverSavedIsReportedWithoutFailure) {
   AddVrf("red");
-  ListenForErrors();
+  OnlyArea(ERR);
   EXPECT_EQ(Delete("red"), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre("Attempt to delete from checkpoint with NULL objid"));
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains("Attempt to delete from checkpoint with NULL objid"));
 }
 
 TEST_F(CheckpointDelete, FailureIsReportedAndReturnedAndTheRecordRetained) {
-  AddVrf("red");
-  Connect();
+  SaveRed();
   const std::uint64_t object_id = AttributesOf("red")->chkpt_objid;
-  ListenForErrors();
-  {
-    const ScopedFault fault("chkpt_delete", kStatusIo);
-    EXPECT_EQ(Delete("red"), kStatusIo);
-  }
+  WithFault("chkpt_delete", kStatusIo, [&] { EXPECT_EQ(Delete("red"), kStatusIo); });
   EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_mib_chkpt_gen_delete", "chkpt_delete", kStatusIo)));
   EXPECT_EQ(AttributesOf("red")->chkpt_objid, object_id);
   EXPECT_EQ(Delete("red"), kStatusOk);
@@ -368,7 +344,7 @@ TEST_F(CheckpointDelete, DeletionEventFreesTheTextsEvenWhenTheCheckpointDeleteFa
   Connect();
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
   text_replace(&attributes->description, "customer");
-  ListenForErrors();
+  OnlyArea(ERR);
   fault_arm("chkpt_delete", kStatusIo);
   fault_arm("vtab_unlock_end_access_vrf_record", kStatusIo);  // keeps the record for the look at it
   DeleteVrf("red");
@@ -380,33 +356,10 @@ TEST_F(CheckpointDelete, DeletionEventFreesTheTextsEvenWhenTheCheckpointDeleteFa
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains("Could not delete VRF from checkpoint VRF"));
 }
 
-TEST_F(CheckpointDelete, VrfThatBecomesAForwardReferenceLosesItsRecord) {
-  NameVrf("red");
-  AddVrf("red");
-  Connect();
-  EXPECT_NE(AttributesOf("red")->chkpt_objid, 0U);
-  DeleteVrf("red");
-  Run();
-  ASSERT_NE(vtab_get_vrf_record_by_vrf_name("red"), nullptr) << "it is named still";
-  EXPECT_EQ(AttributesOf("red")->chkpt_objid, 0U);
-  EXPECT_THAT(Stored(), IsEmpty());
-}
-
-TEST_F(CheckpointDelete, UpdateOfAVrfThatExistsKeepsItsRecord) {
-  NameVrf("red");
-  Connect();
-  ListenForErrors();
-  const std::uint32_t id = AddVrf("red");  // the forward reference is updated, without a record to delete
-  Run();
-  EXPECT_THAT(Prints(), IsEmpty());
-  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +0, none"));
-}
-
 // --- Restore
 
 TEST_F(CheckpointRestore, TimesSurviveARestart) {
-  const std::uint32_t id = AddVrf("red");
-  Connect();
+  const std::uint32_t id = SaveRed(CHKPT);
   PassSeconds(5);
   AddInterface("ge0", "red");
   Run();
@@ -418,9 +371,7 @@ TEST_F(CheckpointRestore, TimesSurviveARestart) {
 }
 
 TEST_F(CheckpointRestore, IsPrinted) {
-  const std::uint32_t id = AddVrf("red");
-  Connect();
-  ClearPrints();
+  const std::uint32_t id = SaveRed(CHKPT);
   RestartDaemon();
   EXPECT_THAT(Prints(),
               ElementsAre("First run =0", "Restoring VRF data from chkpt",
@@ -429,7 +380,6 @@ TEST_F(CheckpointRestore, IsPrinted) {
                           "Entering restore_vrf_data", "Done VRF, rec_cnt=1",
                           "Checkpoint found a total of 1 records. Good records = 1, stale record = 0."));
   OnlyArea(START);
-  ClearPrints();
   EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre("Restoring data from chkpt...", "...Restored data from chkpt"));
 }
@@ -462,7 +412,7 @@ TEST_F(CheckpointRestore, RecordOfAnotherSizeIsDeletedAndCountedAsStale) {
 }
 
 TEST_F(CheckpointRestore, RecordOfAnotherSizeThatCannotBeDeletedIsReported) {
-  ListenForErrors();
+  OnlyArea(ERR);
   fault_arm("chkpt_delete", kStatusIo);
   RestartDaemon([this] { Write(900, "short"); });
   EXPECT_THAT(Prints(),
@@ -470,7 +420,7 @@ TEST_F(CheckpointRestore, RecordOfAnotherSizeThatCannotBeDeletedIsReported) {
 }
 
 TEST_F(CheckpointRestore, FailedStartOfTheIterationIsReportedTwiceAndReturned) {
-  ListenForErrors();
+  OnlyArea(ERR);
   const ScopedFault fault("chkpt_iterate_start", kStatusIo);
   EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusIo);
   EXPECT_THAT(Prints(), ElementsAre(Failure(kRestoreVrf, "chkpt_iterate_start", kStatusIo),
@@ -491,7 +441,7 @@ TEST_F(CheckpointRestore, FailedFetchEndsTheLoopAndNotTheStart) {
 }
 
 TEST_F(CheckpointRestore, FailedEndOfTheIterationIsReportedAndNotReturned) {
-  ListenForErrors();
+  OnlyArea(ERR);
   const ScopedFault fault("chkpt_iterate_end", kStatusIo);
   EXPECT_EQ(mpls_vpn_mib_chkpt_restore(), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre(Failure(kRestoreVrf, "chkpt_iterate_end", kStatusIo)));
@@ -500,8 +450,7 @@ TEST_F(CheckpointRestore, FailedEndOfTheIterationIsReportedAndNotReturned) {
 // --- The scan of a later run
 
 TEST_F(CheckpointRestore, ScanOfALaterRunNeitherStampsNorSaves) {
-  AddVrf("red");
-  Connect();
+  SaveRed(CHKPT);
   RestartDaemon();
   PassSeconds(50);
   ClearPrints();
@@ -515,8 +464,7 @@ TEST_F(CheckpointRestore, ScanOfALaterRunNeitherStampsNorSaves) {
 }
 
 TEST_F(CheckpointRestore, VrfCreatedAfterTheScanOfALaterRunIsSaved) {
-  const std::uint32_t red = AddVrf("red");
-  Connect();
+  const std::uint32_t red = SaveRed(CHKPT);
   RestartDaemon();
   PassSeconds(30);
   const std::uint32_t blue = AddVrf("blue");
@@ -574,9 +522,7 @@ TEST_F(CheckpointRestore, RecordsThatAFailedFetchLeftUnreadKeepTheirTimes) {
 }
 
 TEST_F(CheckpointRestore, MissingRecordThatCannotBeSavedIsReported) {
-  AddVrf("red");
-  Connect();
-  ListenForErrors();
+  SaveRed();
   RestartDaemon([this] {
     AddVrf("late");
     fault_arm("chkpt_create", kStatusIo);
@@ -587,8 +533,7 @@ TEST_F(CheckpointRestore, MissingRecordThatCannotBeSavedIsReported) {
 
 TEST_F(CheckpointRestore, ForwardReferencesAndTheDefaultVrfGetNoRecord) {
   NameVrf("green");
-  const std::uint32_t red = AddVrf("red");
-  Connect();
+  const std::uint32_t red = SaveRed(CHKPT);
   RestartDaemon();
   EXPECT_NE(vtab_get_vrf_record_by_vrf_name("default"), nullptr);
   EXPECT_THAT(Stored(), ElementsAre(std::to_string(red) + ": +0, none"));

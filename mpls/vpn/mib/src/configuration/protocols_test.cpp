@@ -248,7 +248,6 @@ TEST_F(Protocols, HandlersAloneForgetAnInterfaceThatLeaves) {
   Run();
   EXPECT_EQ(OfInterface(kProtocolRip), 0U);
   OnlyArea(VTAB);
-  ClearPrints();
   Delete(rip_path("red", "ge0"));
   EXPECT_THAT(Prints(), Contains("Protocol 3 count for interface ge0 on VRF redis already 0"));
 }
@@ -295,9 +294,7 @@ TEST_F(Protocols, InvalidProtocolIsReported) {
   set_vrf_protocol("red", 7, 0);
   set_interface_protocol("ge0", "red", 8, 0);
   EXPECT_THAT(Prints(), ElementsAre("Invalid protocol 7", "Invalid protocol 8"));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "Invalid protocol 8");
-  EXPECT_EQ(code, kStatusInvalid);
+  ExpectErrorTraced("Invalid protocol 8", kStatusInvalid);
   EXPECT_EQ(All(), 0U);
 }
 
@@ -313,7 +310,6 @@ TEST_F(Protocols, HandlersAloneDoNotCountAnInterfaceThatIsAddedLater) {
   Run();
   EXPECT_EQ(OfInterface(kProtocolRip, "ge1"), 0U);
   OnlyArea(VTAB);
-  ClearPrints();
   Delete(rip_path("red", "ge1"));
   EXPECT_THAT(Prints(), Contains("Protocol 3 count for interface ge1 on VRF redis already 0"));
 }
@@ -351,10 +347,8 @@ TEST_F(Protocols, InterfaceIsNotCountedWhenTheMutexCannotBeTaken) {
 
 TEST_F(Protocols, FailedUnlockIsReportedAndTheCountIsChanged) {
   OnlyArea(DBASE);
-  {
-    const ScopedFault fault("pthread_mutex_unlock", kStatusIo);
-    set_interface_protocol("ge0", "red", kProtocolRip, 0);
-  }
+  WithFault("pthread_mutex_unlock", kStatusIo,
+            [&] { set_interface_protocol("ge0", "red", kProtocolRip, 0); });
   EXPECT_TRUE(Printed("Error (set_interface_protocol): pthread mutex unlock failed"));
   ReleaseMutex();
   EXPECT_EQ(OfInterface(kProtocolRip), 1U);

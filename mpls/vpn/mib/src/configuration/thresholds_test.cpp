@@ -59,7 +59,6 @@ TEST_F(RouteThresholds, OtherFamiliesAndSubsequentFamiliesAreIgnored) {
   SetPair(limit_path("red", 1, 1), 100, 80);
   ForgetChange("red");
   OnlyArea(ERR);
-  ClearPrints();
   SetPair(limit_path("red", 1, 0), 1, 1);
   SetPair(limit_path("red", 1, 2), 1, 1);
   SetPair(limit_path("red", 2, 128), 1, 1);
@@ -75,7 +74,6 @@ TEST_F(RouteThresholds, DeletionStoresNoThresholds) {
   SetPair(limit_path("red", 1, 1), 100, 80);
   PassSeconds(5);
   OnlyArea(VTAB);
-  ClearPrints();
   Delete(limit_path("red", 1, 1));
   EXPECT_EQ(ThresholdsOf("red"), "0/0");
   EXPECT_EQ(ChangedAt("red"), Now());
@@ -118,13 +116,9 @@ TEST_F(RouteThresholds, SetOutweighsDeletionAndNeitherChangesNothing) {
 TEST_F(RouteThresholds, TupleThatDoesNotUnpackIsReportedAndLeavesNoThresholds) {
   SetPair(limit_path("red", 1, 1), 100, 80);
   OnlyArea(ERR);
-  ClearPrints();
   SetText(limit_path("red", 1, 1), "a hundred");
   EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_thresh_notify:Could not unpack tuple"));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(),
-            "Error in mpls_vpn_mib_thresh_notify:Could not unpack tuple");
-  EXPECT_EQ(code, kStatusInvalid);
+  ExpectErrorTraced("Error in mpls_vpn_mib_thresh_notify:Could not unpack tuple", kStatusInvalid);
   EXPECT_EQ(ThresholdsOf("red"), "0/0");
 }
 

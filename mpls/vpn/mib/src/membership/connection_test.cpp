@@ -15,8 +15,8 @@ using testing::Not;
 
 class MembershipConnection : public DaemonTest {
  protected:
-  std::string Failure(const char* function, const char* step, Status status) {
-    return std::string("Error in ") + function + ": " + step + ": " + err_text(status);
+  static std::string OpenFailure(const char* step, Status status) {
+    return Failure("connection_manager_open_handler", step, status);
   }
   // The service fails at a change, and then refuses to bind until faults are disarmed.
   void LoseConnection() {
@@ -47,7 +47,24 @@ class MembershipConnection : public DaemonTest {
   }
 };
 
-using MembershipOpen = MembershipConnection;
+// A client of the test's own, which the handlers open and close.
+class MembershipOpen : public MembershipConnection {
+ protected:
+  void SetUp() override {
+    MembershipConnection::SetUp();
+    const auto ignored = [](void*) { return 1; };
+    ASSERT_EQ(vmap_c_lib_init("test", manager_, ignored, &client_), kStatusOk);
+    ClearPrints();
+  }
+  void TearDown() override {
+    vmap_c_lib_end(client_);
+    MembershipConnection::TearDown();
+  }
+  int Open() { return connection_manager_open_handler(client_, manager_); }
+  Status Close() { return connection_manager_close_handler(client_); }
+  VmapClient* client_ = nullptr;
+};
+
 using MembershipItems = MembershipConnection;
 
 }  // namespace
@@ -117,8 +134,7 @@ TEST_F(MembershipConnection, ServiceThatIsNotThereYetDoesNotFailTheRegistration)
   fault_arm("vmap_service", kStatusUnavailable, 1, 0);
   EXPECT_EQ(mpls_vpn_mib_vmap_register_for_notification(manager_), kStatusOk);
   EXPECT_THAT(Prints(),
-              ElementsAre(Failure("connection_manager_open_handler", "vmap_c_bind", kStatusUnavailable),
-                          "retry connection open with VMAP"));
+              ElementsAre(OpenFailure("vmap_c_bind", kStatusUnavailable), "retry connection open with VMAP"));
   AddVrf("red");
   fault_disarm_all();
   PassSeconds(1);
@@ -166,48 +182,27 @@ TEST_F(MembershipConnection, CloseHandlerUnbinds) {
   EXPECT_EQ(fault_reached("vmap_c_unbind"), 1U);
 }
 
-TEST_F(MembershipConnection, CloseWithoutAClientIsReported) {
-  EXPECT_EQ(connection_manager_close_handler(nullptr), kStatusInvalid);
-  EXPECT_THAT(Prints(),
-              ElementsAre(Failure("connection_manager_close_handler", "vmap_close_handler", kStatusInvalid)));
-}
-
-TEST_F(MembershipConnection, CloseAnswersTheUnbind) {
-  VmapClient* client = nullptr;
-  ASSERT_EQ(vmap_c_lib_init(
-                "test", manager_, [](void*) { return 1; }, &client),
-            kStatusOk);
-  EXPECT_EQ(connection_manager_close_handler(client), kStatusNotConnected);
-  EXPECT_GE(connection_manager_open_handler(client, manager_), 0);
-  EXPECT_EQ(connection_manager_close_handler(client), kStatusOk);
-  vmap_c_lib_end(client);
+TEST_F(MembershipOpen, CloseAnswersTheUnbind) {
+  EXPECT_EQ(Close(), kStatusNotConnected);
+  EXPECT_GE(Open(), 0);
+  EXPECT_EQ(Close(), kStatusOk);
 }
 
 TEST_F(MembershipOpen, WithoutAClientIsReported) {
   EXPECT_EQ(connection_manager_open_handler(nullptr, manager_), -1);
-  EXPECT_THAT(Prints(),
-              ElementsAre(Failure("connection_manager_open_handler", "vmap_handle", kStatusInvalid)));
+  EXPECT_THAT(Prints(), ElementsAre(OpenFailure("vmap_handle", kStatusInvalid)));
 }
 
 TEST_F(MembershipOpen, FailedBindHasNothingToUndo) {
-  VmapClient* client = nullptr;
-  ASSERT_EQ(vmap_c_lib_init(
-                "test", manager_, [](void*) { return 1; }, &client),
-            kStatusOk);
   fault_arm("vmap_c_bind", kStatusIo);
   fault_arm("vmap_c_unbind", kStatusIo, 100);  // counts
-  EXPECT_EQ(connection_manager_open_handler(client, manager_), -1);
+  EXPECT_EQ(Open(), -1);
   EXPECT_EQ(fault_reached("vmap_c_unbind"), 0U);
-  EXPECT_THAT(Prints(), ElementsAre(Failure("connection_manager_open_handler", "vmap_c_bind", kStatusIo)));
-  vmap_c_lib_end(client);
+  EXPECT_THAT(Prints(), ElementsAre(OpenFailure("vmap_c_bind", kStatusIo)));
 }
 
 TEST_F(MembershipOpen, EachLaterStepThatFailsUnbindsAndAnswersMinusOne) {
   AddVrf("red");
-  VmapClient* client = nullptr;
-  ASSERT_EQ(vmap_c_lib_init(
-                "test", manager_, [](void*) { return 1; }, &client),
-            kStatusOk);
   const char* const steps[] = {"vmap_c_mdb_init", "vmap_c_mdb_add_intf_all", "vmap_c_mdb_add_vrf_all",
                                "vmap_c_notif_reg"};
   for (const char* const& step : steps) {
@@ -216,51 +211,38 @@ TEST_F(MembershipOpen, EachLaterStepThatFailsUnbindsAndAnswersMinusOne) {
       fault_arm(*failing, kStatusIo);
     fault_arm("vmap_c_unbind", kStatusIo, 100);  // counts
     ClearPrints();
-    EXPECT_EQ(connection_manager_open_handler(client, manager_), -1) << step;
-    EXPECT_THAT(Prints(), ElementsAre(Failure("connection_manager_open_handler", step, kStatusIo)));
+    EXPECT_EQ(Open(), -1) << step;
+    EXPECT_THAT(Prints(), ElementsAre(OpenFailure(step, kStatusIo)));
     EXPECT_EQ(fault_reached("vmap_c_unbind"), 1U) << step;
     fault_disarm_all();
   }
   EXPECT_THAT(Vrfs(), IsEmpty());
-  EXPECT_GE(connection_manager_open_handler(client, manager_), 0) << "nothing was left bound";
+  EXPECT_GE(Open(), 0) << "nothing was left bound";
   EXPECT_THAT(Vrfs(), ElementsAre("red"));
-  vmap_c_lib_end(client);
 }
 
 TEST_F(MembershipOpen, FailedStepFreesTheMemberDatabaseWhateverTheUnbindDoes) {
-  VmapClient* client = nullptr;
-  ASSERT_EQ(vmap_c_lib_init(
-                "test", manager_, [](void*) { return 1; }, &client),
-            kStatusOk);
   for (const char* step : {"vmap_c_mdb_add_intf_all", "vmap_c_mdb_add_vrf_all", "vmap_c_notif_reg"}) {
     fault_arm(step, kStatusIo);
     fault_arm("vmap_c_unbind", kStatusIo);
-    EXPECT_EQ(connection_manager_open_handler(client, manager_), -1) << step;
+    EXPECT_EQ(Open(), -1) << step;
     fault_disarm_all();
-    EXPECT_TRUE(client->databases.empty()) << step;
-    EXPECT_EQ(vmap_c_unbind(client), kStatusOk) << step;
+    EXPECT_TRUE(client_->databases.empty()) << step;
+    EXPECT_EQ(vmap_c_unbind(client_), kStatusOk) << step;
   }
-  vmap_c_lib_end(client);
 }
 
 TEST_F(MembershipOpen, UnbindThatFailsWhileUndoingIsTraced) {
-  VmapClient* client = nullptr;
-  ASSERT_EQ(vmap_c_lib_init(
-                "test", manager_, [](void*) { return 1; }, &client),
-            kStatusOk);
   fault_arm("vmap_c_mdb_init", kStatusIo);
   fault_arm("vmap_c_unbind", kStatusAccess);
-  EXPECT_EQ(connection_manager_open_handler(client, manager_), -1);
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "connection_manager_open_handler: vmap_c_unbind");
-  EXPECT_EQ(code, kStatusAccess);
-  vmap_c_lib_end(client);
+  EXPECT_EQ(Open(), -1);
+  ExpectErrorTraced("connection_manager_open_handler: vmap_c_unbind", kStatusAccess);
 }
 
 TEST_F(MembershipItems, EachMessageIsPrintedUnderItsArea) {
   const std::string vrf = ", flags: 0x0, attr: (nil)";
-  ExpectUnder(VMAP, "VMAP Callback VRF Update CB: vrf_name: 'red', vrf_id: 0x9, vr_id: 0x4" + vrf,
-              [] { VrfEvent(VmapEvent::kUpdate, "red", 0); });
+  ExpectUnder(VMAP, "VMAP Callback VRF Delete CB: vrf_name: 'red', vrf_id: 0x9, vr_id: 0x4" + vrf,
+              [] { VrfEvent(VmapEvent::kDelete, "red", 0); });
   ExpectUnder(VMAP, "VMAP Callback INTF Delete CB: ifh: 0xdead, vrf_id: 0x9" + vrf,
               [] { IntfEvent(VmapEvent::kDelete, 0xdead, 0); });
   ExpectUnder(VMAP, "vrf_reg_cb_func invoked with NULL item",
@@ -268,8 +250,7 @@ TEST_F(MembershipItems, EachMessageIsPrintedUnderItsArea) {
   ExpectUnder(VMAP, "intf_reg_cb_func invoked with NULL item",
               [] { intf_reg_cb_func(nullptr, VmapEvent::kUpdate, nullptr); });
   ExpectUnder(ERR, "Error (vrf_reg_cb_func): pthread mutex lock failed", [] {
-    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
-    VrfEvent(VmapEvent::kUpdate, "red", 0);
+    WithFault("pthread_mutex_lock", kStatusIo, [] { VrfEvent(VmapEvent::kUpdate, "red", 0); });
   });
 }
 
@@ -280,14 +261,13 @@ TEST_F(MembershipConnection, EachMessageIsPrintedUnderItsArea) {
   };
   connect();
   OnlyArea(VMAP);
-  ClearPrints();
   connect();
   EXPECT_THAT(Prints(),
               Contains(MatchesRegex("In connection_manager_open_handler, connection established: .*")));
   mpls_vpn_mib_vmap_end();
   fault_arm("vmap_service", kStatusUnavailable, 1, 0);
   ExpectUnder(VMAP, "retry connection open with VMAP", connect);
-  ExpectUnder(ERR, Failure("connection_manager_open_handler", "vmap_c_bind", kStatusUnavailable), connect);
+  ExpectUnder(ERR, OpenFailure("vmap_c_bind", kStatusUnavailable), connect);
   ExpectUnder(ERR, Failure("connection_manager_close_handler", "vmap_close_handler", kStatusInvalid),
               [] { EXPECT_EQ(connection_manager_close_handler(nullptr), kStatusInvalid); });
 }
@@ -313,15 +293,6 @@ TEST_F(MembershipItems, VrfWithFlagTwoIsProcessedAndItsRecordMarked) {
   EXPECT_EQ(AttributesOf("red")->is_big_vrf, 1U);
 }
 
-TEST_F(MembershipItems, VrfDeleteReachesTheDatabase) {
-  VrfEvent(VmapEvent::kUpdate, "red", 0);
-  ClearPrints();
-  VrfEvent(VmapEvent::kDelete, "red", 0);
-  EXPECT_THAT(Vrfs(), IsEmpty());
-  EXPECT_EQ(Prints().front(),
-            "VMAP Callback VRF Delete CB: vrf_name: 'red', vrf_id: 0x9, vr_id: 0x4, flags: 0x0, attr: (nil)");
-}
-
 TEST_F(MembershipItems, DeletionsThatAreNotForUsAreIgnoredToo) {
   VrfEvent(VmapEvent::kUpdate, "red", 0);
   VrfEvent(VmapEvent::kDelete, "red", 0x8);
@@ -339,29 +310,6 @@ TEST_F(MembershipItems, DeletionsThatAreNotForUsAreIgnoredToo) {
   EXPECT_EQ(Nodes(), 1U);
 }
 
-TEST_F(MembershipItems, MissingItemIsReported) {
-  vrf_reg_cb_func(nullptr, VmapEvent::kUpdate, nullptr);
-  intf_reg_cb_func(nullptr, VmapEvent::kDelete, nullptr);
-  EXPECT_THAT(Prints(), ElementsAre("vrf_reg_cb_func invoked with NULL item",
-                                    "intf_reg_cb_func invoked with NULL item"));
-}
-
-TEST_F(MembershipItems, VrfCallbackThatCannotLockDropsTheEvent) {
-  const ScopedFault fault("pthread_mutex_lock", kStatusIo);
-  VrfEvent(VmapEvent::kUpdate, "red", 0);
-  EXPECT_EQ(Prints().back(), "Error (vrf_reg_cb_func): pthread mutex lock failed");
-  EXPECT_THAT(Vrfs(), IsEmpty());
-}
-
-TEST_F(MembershipItems, VrfCallbackReportsAFailedUnlock) {
-  {
-    const ScopedFault fault("pthread_mutex_unlock", kStatusIo);
-    VrfEvent(VmapEvent::kUpdate, "red", 0);
-  }
-  EXPECT_EQ(Prints().back(), "Error (vrf_reg_cb_func): pthread mutex unlock failed");
-  ReleaseMutex();
-}
-
 TEST_F(MembershipItems, VrfHandlersRunUnderTheMutex) {
   TakeMutex();
   VrfEvent(VmapEvent::kUpdate, "red", 0);
@@ -371,11 +319,8 @@ TEST_F(MembershipItems, VrfHandlersRunUnderTheMutex) {
   for (const VmapEvent event : {VmapEvent::kUpdate, VmapEvent::kDelete}) {
     OnlyArea(ERR);
     mpls_vpn_debug_flags[VMAP].enabled.store(1);
-    ClearPrints();
-    {
-      const ScopedFault fault("pthread_mutex_unlock", kStatusIo);  // says when the mutex is given back
-      VrfEvent(event, "red", 0);
-    }
+    // The report says when the mutex is released.
+    WithFault("pthread_mutex_unlock", kStatusIo, [&] { VrfEvent(event, "red", 0); });
     ReleaseMutex();
     ASSERT_EQ(Prints().size(), 3U);
     EXPECT_EQ(Prints()[1], event == VmapEvent::kUpdate ? "VMAP: VRF red created" : "VMAP: VRF red deleted");

@@ -8,28 +8,37 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using InterfaceLeave = Membership;
+// The interface ge0 has been in the VRF "red" for ten seconds.
+class InterfaceLeave : public Membership {
+ protected:
+  void SetUp() override {
+    Membership::SetUp();
+    AddVrf("red");
+    handle_ = AddInterface("ge0", "red");
+    Connect();
+    PassSeconds(10);
+    ClearPrints();
+  }
+  std::uint32_t handle_ = 0;
+};
+
 using VrfLife = Membership;
-using VrfRouteDistinguisher = Membership;
+
+class VrfRouteDistinguisher : public Membership {
+ protected:
+  static void Complete() { mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red")); }
+};
 
 TEST_F(InterfaceLeave, DeletesTheNodeAndTouchesTheVrf) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0", "red");
-  Connect();
-  PassSeconds(10);
-  ClearPrints();
   Leave("ge0");
   Run();
   EXPECT_EQ(Nodes(), 0U);
   EXPECT_EQ(LastChanged("red"), kStartSeconds + 10);
-  EXPECT_TRUE(Printed("VMAP: interface " + Hex(handle) + " has been removed from vrf red"));
+  EXPECT_TRUE(Printed("VMAP: interface " + Hex(handle_) + " has been removed from vrf red"));
   EXPECT_TRUE(Printed("mpls vpn mib vrf down trap generate: FALSE"));
 }
 
 TEST_F(InterfaceLeave, FlagOfAnEarlierTrapIsShown) {
-  AddVrf("red");
-  AddInterface("ge0", "red");
-  Connect();
   NodeOf("red", "ge0")->vrf_down_trap_sent = 1;
   Leave("ge0");
   Run();
@@ -37,20 +46,14 @@ TEST_F(InterfaceLeave, FlagOfAnEarlierTrapIsShown) {
 }
 
 TEST_F(InterfaceLeave, InterfaceWithoutARecordMakesNoTrapDecision) {
-  AddVrf("red");
   CreateIf("red", 77, "stale", 0x77);
   ClearPrints();
   mpls_vpn_mib_if2vrf_del(0x77, "red");
-  EXPECT_EQ(Nodes(), 0U);
+  EXPECT_EQ(Nodes(), 1U);
   EXPECT_FALSE(Printed("mpls vpn mib vrf down trap generate: FALSE"));
 }
 
 TEST_F(InterfaceLeave, InterfaceThatIsNotThereChangesNothing) {
-  AddVrf("red");
-  AddInterface("ge0", "red");
-  Connect();
-  PassSeconds(10);
-  ClearPrints();
   mpls_vpn_mib_if2vrf_del(0xbeef, "red");
   EXPECT_TRUE(
       Printed("mpls_vpn_mib_if2vrf_del: Cannot find matching WAVL node for interface 0xbeef in VRF red"));
@@ -59,88 +62,55 @@ TEST_F(InterfaceLeave, InterfaceThatIsNotThereChangesNothing) {
 }
 
 TEST_F(InterfaceLeave, InterfaceKnownByHandleOnlyIsNotFound) {
-  AddVrf("red");
   mpls_vpn_mib_if2vrf_add(0xdead, "red");
   mpls_vpn_mib_if2vrf_del(0xdead, "red");
   EXPECT_TRUE(
       Printed("mpls_vpn_mib_if2vrf_del: Cannot find matching WAVL node for interface 0xdead in VRF red"));
-  EXPECT_EQ(Nodes(), 1U);
+  EXPECT_EQ(Nodes(), 2U);
 }
 
 TEST_F(InterfaceLeave, FailedDeletionDoesNotTouchTheVrf) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0", "red");
-  Connect();
-  PassSeconds(10);
-  {
-    const ScopedFault fault("wavl_delete", kStatusIo);
-    mpls_vpn_mib_if2vrf_del(handle, "red");
-  }
-  EXPECT_TRUE(Printed("Could not delete interface " + Hex(handle) + " in VRF red from the WAVL tree"));
+  WithFault("wavl_delete", kStatusIo, [&] { mpls_vpn_mib_if2vrf_del(handle_, "red"); });
+  EXPECT_TRUE(Printed("Could not delete interface " + Hex(handle_) + " in VRF red from the WAVL tree"));
   EXPECT_EQ(LastChanged("red"), kStartSeconds);
   EXPECT_EQ(Nodes(), 1U);
 }
 
 TEST_F(InterfaceLeave, MutexThatCannotBeTakenDropsTheEvent) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0", "red");
-  Connect();
-  {
-    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
-    mpls_vpn_mib_if2vrf_del(handle, "red");
-  }
+  WithFault("pthread_mutex_lock", kStatusIo, [&] { mpls_vpn_mib_if2vrf_del(handle_, "red"); });
   EXPECT_EQ(Prints().back(), "Error (mpls_vpn_mib_if2vrf_del): pthread mutex lock failed");
   EXPECT_EQ(Nodes(), 1U);
 }
 
 TEST_F(InterfaceLeave, UnlockFailureIsReported) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0", "red");
-  Connect();
-  {
-    const ScopedFault fault("pthread_mutex_unlock", kStatusIo);
-    mpls_vpn_mib_if2vrf_del(handle, "red");
-  }
+  WithFault("pthread_mutex_unlock", kStatusIo, [&] { mpls_vpn_mib_if2vrf_del(handle_, "red"); });
   EXPECT_EQ(Prints().back(), "Error (mpls_vpn_mib_if2vrf_del): pthread mutex unlock failed");
   EXPECT_EQ(Nodes(), 0U);
   ReleaseMutex();
 }
 
 TEST_F(InterfaceLeave, UpInterfaceIsTracedAsLeavingWhileUp) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0", "red");
   AddAddress("ge0", "2001:db8::1/64");
   LinkUp("ge0");
-  Connect();
-  mpls_vpn_mib_if2vrf_del(handle, "red");
+  Run();
+  mpls_vpn_mib_if2vrf_del(handle_, "red");
   EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("interface ge0 leaves VRF red while up"));
 }
 
 TEST_F(InterfaceLeave, EachMessageIsPrintedUnderItsArea) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0", "red");
-  Connect();
-  const auto leave = [&] {
-    if (mpls_vpn_mib_get_if_by_handle(true, handle) == nullptr)
-      CreateIf("red", IndexOf("ge0"), "ge0", handle);
-    mpls_vpn_mib_if2vrf_del(handle, "red");
+  const auto leave = [this] {
+    if (mpls_vpn_mib_get_if_by_handle(true, handle_) == nullptr)
+      CreateIf("red", IndexOf("ge0"), "ge0", handle_);
+    mpls_vpn_mib_if2vrf_del(handle_, "red");
   };
-  ExpectUnder(VMAP, "VMAP: interface " + Hex(handle) + " has been removed from vrf red", leave);
+  ExpectUnder(VMAP, "VMAP: interface " + Hex(handle_) + " has been removed from vrf red", leave);
   ExpectUnder(TRAPS, "mpls vpn mib vrf down trap generate: FALSE", leave);
   ExpectUnder(VMAP, "mpls_vpn_mib_if2vrf_del: Cannot find matching WAVL node for interface 0xdead in VRF red",
               [] { mpls_vpn_mib_if2vrf_del(0xdead, "red"); });
-  const auto stuck = [&] {
-    if (mpls_vpn_mib_get_if_by_handle(true, handle) == nullptr)
-      CreateIf("red", IndexOf("ge0"), "ge0", handle);
-    const ScopedFault fault("wavl_delete", kStatusIo);
-    mpls_vpn_mib_if2vrf_del(handle, "red");
-  };
-  ExpectUnder(VMAP, "Could not delete interface " + Hex(handle) + " in VRF red from the WAVL tree", stuck);
-  const auto locked = [&] {
-    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
-    mpls_vpn_mib_if2vrf_del(handle, "red");
-  };
-  ExpectUnder(ERR, "Error (mpls_vpn_mib_if2vrf_del): pthread mutex lock failed", locked);
+  ExpectUnder(VMAP, "Could not delete interface " + Hex(handle_) + " in VRF red from the WAVL tree",
+              [&] { WithFault("wavl_delete", kStatusIo, leave); });
+  ExpectUnder(ERR, "Error (mpls_vpn_mib_if2vrf_del): pthread mutex lock failed",
+              [&] { WithFault("pthread_mutex_lock", kStatusIo, leave); });
 }
 
 TEST_F(VrfLife, EachMessageIsPrintedUnderItsArea) {
@@ -152,10 +122,7 @@ TEST_F(VrfLife, EachMessageIsPrintedUnderItsArea) {
   ExpectUnder(VMAP, "Could not insert into VRF database", create);
   ExpectUnder(VMAP, "VMAP: VRF red deleted", remove);
   ExpectUnder(VMAP, "Could not delete from VRF database", remove);
-  ExpectUnder(ERR, "Could not checkpoint VRF red ", [&] {
-    const ScopedFault fault("chkpt_save", kStatusIo);
-    create();
-  });
+  ExpectUnder(ERR, "Could not checkpoint VRF red ", [&] { WithFault("chkpt_save", kStatusIo, create); });
   const auto complete = [this] {
     text_replace(&AttributesOf("red")->rd, nullptr);
     mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
@@ -207,17 +174,12 @@ TEST_F(VrfLife, FlagBitOfValueTwoMarksABigVrf) {
   EXPECT_EQ(AttributesOf("red")->is_big_vrf, 0U);
 }
 
-TEST_F(VrfLife, CreationOfAVrfThatTheRecordServiceDoesNotHoldMakesItsRecord) {
+TEST_F(VrfLife, CreationOfAVrfThatTheRecordServiceDoesNotHoldMakesItsRecordAndNoCheckpoint) {
+  fault_arm("chkpt_create", kStatusIo, 100);
   VrfCreated("green", 0, 0);
   const VrfNode* node = mpls_vpn_mib_get_vrf_node(true, "green");
   ASSERT_NE(node, nullptr);
   EXPECT_EQ(node->vrf_rec->vrf_id, 0U);
-}
-
-TEST_F(VrfLife, CreationWithIdZeroSavesNoRecord) {
-  fault_arm("chkpt_create", kStatusIo, 100);
-  VrfCreated("green", 0, 0);
-  EXPECT_NE(mpls_vpn_mib_get_vrf_node(true, "green"), nullptr);
   EXPECT_EQ(fault_reached("chkpt_create"), 0U);
   EXPECT_EQ(AttributesOf("green")->chkpt_objid, 0U);
 }
@@ -308,34 +270,32 @@ TEST_F(VrfRouteDistinguisher, IsFetchedWhenMissingAndTouchesTheVrf) {
   AddVrf("red", 0, "65000:100");
   PassSeconds(3);
   mpls_vpn_debug_flags[CHKPT].enabled.store(0);
-  mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
+  Complete();
   EXPECT_STREQ(AttributesOf("red")->rd, "65000:100");
   EXPECT_EQ(LastChanged("red"), kStartSeconds + 3);
   EXPECT_THAT(Prints(), ElementsAre("Entering function mpls_vpn_mib_vrf_complete_missing",
                                     "RD get succeeded for vrf red, RD = 65000:100",
                                     "Updated timestamp to: " + std::to_string(kStartSeconds + 3)));
-  text_replace(&AttributesOf("red")->rd, nullptr);
 }
 
 // The longest text that a route distinguisher has.
 TEST_F(VrfRouteDistinguisher, OfTwentyOneOctetsIsFetchedWhole) {
   AddVrf("red", 0, "255.255.255.255:65535");
-  mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
+  Complete();
   EXPECT_STREQ(AttributesOf("red")->rd, "255.255.255.255:65535");
 }
 
 TEST_F(VrfRouteDistinguisher, ThatIsThereIsNotFetchedAgain) {
   AddVrf("red", 0, "65000:100");
   text_replace(&AttributesOf("red")->rd, "1:1");
-  mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
+  Complete();
   EXPECT_STREQ(AttributesOf("red")->rd, "1:1");
   EXPECT_EQ(LastChanged("red"), 0U);
-  text_replace(&AttributesOf("red")->rd, nullptr);
 }
 
 TEST_F(VrfRouteDistinguisher, ThatCannotBeFetchedIsReported) {
   AddVrf("red");
-  mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
+  Complete();
   EXPECT_EQ(Prints().back(),
             std::string("Error in mpls_vpn_mib_vrf_complete_missing: bgp_vpn_rd_get failed: ") +
                 err_text(kStatusNoSuchRow));
@@ -345,20 +305,11 @@ TEST_F(VrfRouteDistinguisher, ThatCannotBeFetchedIsReported) {
 
 TEST_F(VrfRouteDistinguisher, WithoutMemoryForItStaysMissingAndDoesNotTouchTheVrf) {
   AddVrf("red", 0, "65000:100");
-  {
-    const ScopedFault fault("text_copy", kStatusNoMemory);
-    mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
-  }
+  WithFault("text_copy", kStatusNoMemory, [&] { Complete(); });
   EXPECT_EQ(AttributesOf("red")->rd, nullptr);
   EXPECT_EQ(LastChanged("red"), 0U);
   EXPECT_EQ(Prints().back(),
             "Error in mpls_vpn_mib_vrf_complete_missing: text_copy failed: Cannot allocate memory");
-}
-
-TEST_F(VrfRouteDistinguisher, MissingRecordIsReported) {
-  mpls_vpn_mib_vrf_complete_missing(nullptr);
-  EXPECT_THAT(Prints(), ElementsAre("Entering function mpls_vpn_mib_vrf_complete_missing",
-                                    "NULL arguments in mpls_vpn_mib_vrf_complete_missing"));
 }
 
 }  // namespace

@@ -10,11 +10,29 @@ using testing::IsEmpty;
 using testing::StartsWith;
 using testing::StrEq;
 
-using InterfaceJoin = Membership;
+// VRFs "red" and "blue", and the interface ge0 in neither.
+class InterfaceJoin : public Membership {
+ protected:
+  void SetUp() override {
+    Membership::SetUp();
+    AddVrf("red");
+    AddVrf("blue");
+    handle_ = AddInterface("ge0");
+    index_ = std::to_string(IndexOf("ge0"));
+    ClearPrints();
+  }
+  // ge0 is in "red" for ten seconds.
+  void EnterRed() {
+    Join("ge0", "red");
+    Connect();
+    PassSeconds(10);
+    ClearPrints();
+  }
+  std::uint32_t handle_ = 0;
+  std::string index_;
+};
 
-TEST_F(InterfaceJoin, EntersTheInterfaceAndTouchesTheVrf) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0");
+TEST_F(InterfaceJoin, EntersTheInterfaceAndTouchesTheVrfBeforeTheTrapIsDecided) {
   Connect();
   PassSeconds(10);
   ClearPrints();
@@ -22,21 +40,19 @@ TEST_F(InterfaceJoin, EntersTheInterfaceAndTouchesTheVrf) {
   Run();
   const IfNode* node = NodeOf("red", "ge0");
   ASSERT_NE(node, nullptr);
-  EXPECT_EQ(node->if_handle, handle);
+  EXPECT_EQ(node->if_handle, handle_);
   EXPECT_THAT(node->if_name, StrEq("ge0"));
   EXPECT_EQ(LastChanged("red"), kStartSeconds + 10);
-  EXPECT_TRUE(Printed("VMAP: interface " + Hex(handle) + " updated under vrf red"));
-  EXPECT_TRUE(Printed("mpls vpn mib vrf up trap generate: FALSE"));
+  EXPECT_THAT(PrintsOf({"VMAP: interface", "Updated timestamp", "mpls vpn mib vrf up trap"}),
+              ElementsAre("VMAP: interface " + Hex(handle_) + " updated under vrf red",
+                          "Updated timestamp to: " + std::to_string(kStartSeconds + 10),
+                          "mpls vpn mib vrf up trap generate: FALSE"));
 }
 
 TEST_F(InterfaceJoin, SameInterfaceAnnouncedTwiceLeavesOneNodeAndDoesNotTouchTheVrf) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0", "red");
-  Connect();
+  EnterRed();
   const IfNode* node = NodeOf("red", "ge0");
-  PassSeconds(10);
-  ClearPrints();
-  mpls_vpn_mib_if2vrf_add(handle, "red");
+  mpls_vpn_mib_if2vrf_add(handle_, "red");
   EXPECT_TRUE(Printed("Interface was already in this vrf. VRF is created or deleted"));
   EXPECT_EQ(NodeOf("red", "ge0"), node);
   EXPECT_EQ(Nodes(), 1U);
@@ -44,32 +60,23 @@ TEST_F(InterfaceJoin, SameInterfaceAnnouncedTwiceLeavesOneNodeAndDoesNotTouchThe
 }
 
 TEST_F(InterfaceJoin, NewNameOfTheSameInterfaceIsStoredWithoutTouchingTheVrf) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0", "red");
-  Connect();
-  PassSeconds(10);
-  ClearPrints();
+  EnterRed();
   Rename("ge0", "wan0");
   Run();
   EXPECT_THAT(NodeOf("red", "wan0")->if_name, StrEq("wan0"));
-  EXPECT_TRUE(Printed("Updated in VRF red the ifname for ifhandle " + Hex(handle) + ", ifindex " +
+  EXPECT_TRUE(Printed("Updated in VRF red the ifname for ifhandle " + Hex(handle_) + ", ifindex " +
                       std::to_string(IndexOf("wan0"))));
   EXPECT_EQ(LastChanged("red"), kStartSeconds);
 }
 
 TEST_F(InterfaceJoin, NewNameWithoutMemoryForItLeavesTheOldOne) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0");
-  const IfNode* node = CreateIf("red", IndexOf("ge0"), "old", handle);
+  const IfNode* node = CreateIf("red", IndexOf("ge0"), "old", handle_);
   ClearPrints();
-  {
-    const ScopedFault fault("text_copy", kStatusNoMemory);
-    mpls_vpn_mib_if2vrf_add(handle, "red");
-  }
+  WithFault("text_copy", kStatusNoMemory, [&] { mpls_vpn_mib_if2vrf_add(handle_, "red"); });
   EXPECT_THAT(node->if_name, StrEq("old"));
   EXPECT_EQ(Prints().back(), "Error in mpls_vpn_mib_if2vrf_add: text_copy failed: Cannot allocate memory");
   EXPECT_THAT(PrintsOf({"Updated in VRF"}), IsEmpty());
-  mpls_vpn_mib_if2vrf_add(handle, "red");
+  mpls_vpn_mib_if2vrf_add(handle_, "red");
   EXPECT_THAT(node->if_name, StrEq("ge0"));
 }
 
@@ -83,7 +90,6 @@ TEST_F(InterfaceJoin, MissingHandleOrVrfIsDroppedAtOnce) {
 }
 
 TEST_F(InterfaceJoin, SubscriberInterfacesAreNeverEnteredNorFoundWhenTheyLeave) {
-  AddVrf("red");
   Connect();
   for (const char* name : {"ge0.ip1", "ge0.pppoe7", ".ip", "be1.100.ipsub.3"}) {
     const std::uint32_t handle = AddInterface(name, "red");
@@ -99,7 +105,6 @@ TEST_F(InterfaceJoin, SubscriberInterfacesAreNeverEnteredNorFoundWhenTheyLeave) 
 }
 
 TEST_F(InterfaceJoin, SubscriberInterfacesAreNotResolved) {
-  AddVrf("red");
   const std::uint32_t handle = AddInterface("ge0.ip1");
   fault_arm("ifname_to_index", kStatusIo, 100);         // counts
   fault_arm("ifindex_get_index_list", kStatusIo, 100);  // the same
@@ -109,7 +114,6 @@ TEST_F(InterfaceJoin, SubscriberInterfacesAreNotResolved) {
 }
 
 TEST_F(InterfaceJoin, IsPrintedBeforeTheNameIsLookedUp) {
-  AddVrf("red");
   mpls_vpn_mib_if2vrf_add(0xdead, "red");
   EXPECT_THAT(PrintsOf({"VMAP: interface", "Error in mpls_vpn_get_interface_name"}),
               ElementsAre("VMAP: interface 0xdead updated under vrf red",
@@ -117,32 +121,15 @@ TEST_F(InterfaceJoin, IsPrintedBeforeTheNameIsLookedUp) {
 }
 
 TEST_F(InterfaceJoin, LooksForTheKeyBeforeTheHandle) {
-  AddVrf("red");
-  AddVrf("blue");
-  const std::uint32_t handle = AddInterface("ge0", "red");
-  Connect();
-  ClearPrints();
-  mpls_vpn_mib_if2vrf_add(handle, "blue");
+  EnterRed();
+  mpls_vpn_mib_if2vrf_add(handle_, "blue");
   EXPECT_THAT(PrintsOf({"get_greater_equal", "Found interface"}),
               ElementsAre("get_greater_equal found node NULL",
                           StartsWith("Found interface (mpls_vpn_mib_get_if_by_handle): vrf_name = red")));
 }
 
-TEST_F(InterfaceJoin, TouchesTheVrfBeforeTheTrapIsDecided) {
-  AddVrf("red");
-  AddInterface("ge0");
-  Connect();
-  ClearPrints();
-  Join("ge0", "red");
-  Run();
-  EXPECT_THAT(PrintsOf({"Updated timestamp", "mpls vpn mib vrf up trap"}),
-              ElementsAre("Updated timestamp to: " + std::to_string(kStartSeconds),
-                          "mpls vpn mib vrf up trap generate: FALSE"));
-}
-
 TEST_F(InterfaceJoin, LongestNameThatARouterHasIsStoredWhole) {
   const std::string longest(router::kInterfaceNameMax, 'x');
-  AddVrf("red");
   AddInterface(longest, "red");
   Connect();
   ASSERT_NE(NodeOf("red", longest), nullptr);
@@ -151,54 +138,42 @@ TEST_F(InterfaceJoin, LongestNameThatARouterHasIsStoredWhole) {
 
 // Each act is done twice, with the area alone on and alone off.
 TEST_F(InterfaceJoin, EachMessageIsPrintedUnderItsArea) {
-  AddVrf("red");
-  AddVrf("blue");
-  AddVrf("gray");
-  const std::uint32_t handle = AddInterface("ge0", "red");
-  Connect();
-  const std::string index = std::to_string(IndexOf("ge0"));
-  const auto join = [&](const char* vrf) { return [=] { mpls_vpn_mib_if2vrf_add(handle, vrf); }; };
-  ExpectUnder(VMAP, "VMAP: interface " + Hex(handle) + " updated under vrf red", join("red"));
+  EnterRed();
+  const auto join = [&](const char* vrf) { return [this, vrf] { mpls_vpn_mib_if2vrf_add(handle_, vrf); }; };
+  ExpectUnder(VMAP, "VMAP: interface " + Hex(handle_) + " updated under vrf red", join("red"));
   ExpectUnder(VMAP, "Interface was already in this vrf. VRF is created or deleted", join("red"));
   const auto rename = [&] {
     IfNode* node = NodeOf("red", "ge0");
     text_replace(&node->if_name, "old");
-    mpls_vpn_mib_if2vrf_add(handle, "red");
+    mpls_vpn_mib_if2vrf_add(handle_, "red");
   };
-  ExpectUnder(VMAP, "Updated in VRF red the ifname for ifhandle " + Hex(handle) + ", ifindex " + index,
+  ExpectUnder(VMAP, "Updated in VRF red the ifname for ifhandle " + Hex(handle_) + ", ifindex " + index_,
               rename);
   const auto move = [&] {
-    mpls_vpn_mib_if2vrf_add(handle, "blue");
-    mpls_vpn_mib_if2vrf_add(handle, "red");
+    mpls_vpn_mib_if2vrf_add(handle_, "blue");
+    mpls_vpn_mib_if2vrf_add(handle_, "red");
   };
   ExpectUnder(VMAP,
-              "CONFLICT: deleting node (VRF red, ifindex " + index + ", ifhandle " + Hex(handle) +
-                  ") due to new (VRF blue, ifindex " + index + ")",
+              "CONFLICT: deleting node (VRF red, ifindex " + index_ + ", ifhandle " + Hex(handle_) +
+                  ") due to new (VRF blue, ifindex " + index_ + ")",
               move);
   ExpectUnder(TRAPS, "mpls vpn mib vrf up trap generate: FALSE", move);
   const auto displace = [&] {
-    DeleteIf(mpls_vpn_mib_get_if_by_handle(true, handle));
+    DeleteIf(mpls_vpn_mib_get_if_by_handle(true, handle_));
     CreateIf("red", IndexOf("ge0"), "old", 0x999);
-    mpls_vpn_mib_if2vrf_add(handle, "red");
+    mpls_vpn_mib_if2vrf_add(handle_, "red");
   };
   ExpectUnder(VMAP,
-              "CONFLICT: deleting node (VRF red, ifindex " + index +
-                  ", ifhandle 0x999) due to new ifhandle " + Hex(handle),
+              "CONFLICT: deleting node (VRF red, ifindex " + index_ +
+                  ", ifhandle 0x999) due to new ifhandle " + Hex(handle_),
               displace);
-  const auto stuck = [&] {
-    const ScopedFault fault("wavl_delete", kStatusIo);
-    mpls_vpn_mib_if2vrf_add(handle, "blue");
-  };
-  ExpectUnder(VMAP, "Could not delete interface from the WAVL tree", stuck);
-  const auto locked = [&] {
-    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
-    mpls_vpn_mib_if2vrf_add(handle, "red");
-  };
-  ExpectUnder(ERR, "Error (mpls_vpn_mib_if2vrf_add): pthread mutex lock failed", locked);
+  ExpectUnder(VMAP, "Could not delete interface from the WAVL tree",
+              [&] { WithFault("wavl_delete", kStatusIo, join("blue")); });
+  ExpectUnder(ERR, "Error (mpls_vpn_mib_if2vrf_add): pthread mutex lock failed",
+              [&] { WithFault("pthread_mutex_lock", kStatusIo, join("red")); });
 }
 
 TEST_F(InterfaceJoin, NamesThatMerelyContainIpAreEntered) {
-  AddVrf("red");
   AddInterface("ipsec0", "red");
   AddInterface("pppoe0", "red");
   Connect();
@@ -206,16 +181,10 @@ TEST_F(InterfaceJoin, NamesThatMerelyContainIpAreEntered) {
 }
 
 TEST_F(InterfaceJoin, MoveUnderTheSameHandleDeletesTheOldNodeAndTouchesBothVrfs) {
-  AddVrf("red");
-  AddVrf("blue");
-  const std::uint32_t handle = AddInterface("ge0", "red");
-  Connect();
-  PassSeconds(10);
-  ClearPrints();
-  mpls_vpn_mib_if2vrf_add(handle, "blue");  // without the leave that the service would send first
-  const std::string index = std::to_string(IndexOf("ge0"));
-  EXPECT_TRUE(Printed("CONFLICT: deleting node (VRF red, ifindex " + index + ", ifhandle " + Hex(handle) +
-                      ") due to new (VRF blue, ifindex " + index + ")"));
+  EnterRed();
+  mpls_vpn_mib_if2vrf_add(handle_, "blue");  // without the leave that the service would send first
+  EXPECT_TRUE(Printed("CONFLICT: deleting node (VRF red, ifindex " + index_ + ", ifhandle " + Hex(handle_) +
+                      ") due to new (VRF blue, ifindex " + index_ + ")"));
   EXPECT_EQ(NodeOf("red", "ge0"), nullptr);
   ASSERT_NE(NodeOf("blue", "ge0"), nullptr);
   EXPECT_EQ(Nodes(), 1U);
@@ -224,12 +193,7 @@ TEST_F(InterfaceJoin, MoveUnderTheSameHandleDeletesTheOldNodeAndTouchesBothVrfs)
 }
 
 TEST_F(InterfaceJoin, MoveThatTheServiceAnnouncesIsALeaveAndAJoin) {
-  AddVrf("red");
-  AddVrf("blue");
-  AddInterface("ge0", "red");
-  Connect();
-  PassSeconds(10);
-  ClearPrints();
+  EnterRed();
   Join("ge0", "blue");
   Run();
   EXPECT_EQ(NodeOf("red", "ge0"), nullptr);
@@ -240,63 +204,47 @@ TEST_F(InterfaceJoin, MoveThatTheServiceAnnouncesIsALeaveAndAJoin) {
 }
 
 TEST_F(InterfaceJoin, NewHandleWithAnIndexAlreadyHeldDisplacesTheOldNode) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0");
-  const std::string index = std::to_string(IndexOf("ge0"));
   CreateIf("red", IndexOf("ge0"), "old", 0x999);
   ClearPrints();
-  mpls_vpn_mib_if2vrf_add(handle, "red");
-  EXPECT_TRUE(Printed("CONFLICT: deleting node (VRF red, ifindex " + index +
-                      ", ifhandle 0x999) due to new ifhandle " + Hex(handle)));
-  EXPECT_EQ(NodeOf("red", "ge0")->if_handle, handle);
+  mpls_vpn_mib_if2vrf_add(handle_, "red");
+  EXPECT_TRUE(Printed("CONFLICT: deleting node (VRF red, ifindex " + index_ +
+                      ", ifhandle 0x999) due to new ifhandle " + Hex(handle_)));
+  EXPECT_EQ(NodeOf("red", "ge0")->if_handle, handle_);
   EXPECT_EQ(Nodes(), 1U);
 }
 
 TEST_F(InterfaceJoin, BothConflictsAtOnceDeleteBothNodes) {
-  AddVrf("red");
-  AddVrf("blue");
-  const std::uint32_t handle = AddInterface("ge0");
   CreateIf("red", IndexOf("ge0"), "old", 0x999);
-  CreateIf("blue", 500, "ge0", handle);
+  CreateIf("blue", 500, "ge0", handle_);
   PassSeconds(10);
   ClearPrints();
-  mpls_vpn_mib_if2vrf_add(handle, "red");
-  const std::string index = std::to_string(IndexOf("ge0"));
+  mpls_vpn_mib_if2vrf_add(handle_, "red");
   EXPECT_THAT(PrintsOf({"CONFLICT"}),
-              ElementsAre("CONFLICT: deleting node (VRF red, ifindex " + index +
-                              ", ifhandle 0x999) due to new ifhandle " + Hex(handle),
-                          "CONFLICT: deleting node (VRF blue, ifindex 500, ifhandle " + Hex(handle) +
-                              ") due to new (VRF red, ifindex " + index + ")"));
+              ElementsAre("CONFLICT: deleting node (VRF red, ifindex " + index_ +
+                              ", ifhandle 0x999) due to new ifhandle " + Hex(handle_),
+                          "CONFLICT: deleting node (VRF blue, ifindex 500, ifhandle " + Hex(handle_) +
+                              ") due to new (VRF red, ifindex " + index_ + ")"));
   EXPECT_EQ(Nodes(), 1U);
-  EXPECT_EQ(NodeOf("red", "ge0")->if_handle, handle);
+  EXPECT_EQ(NodeOf("red", "ge0")->if_handle, handle_);
   EXPECT_EQ(LastChanged("red"), kStartSeconds + 10);
   EXPECT_EQ(LastChanged("blue"), kStartSeconds + 10);
 }
 
 TEST_F(InterfaceJoin, FailedDeletionOfAConflictingNodeEndsTheJoin) {
-  AddVrf("red");
-  AddVrf("blue");
-  const std::uint32_t handle = AddInterface("ge0");
   CreateIf("red", IndexOf("ge0"), "old", 0x999);
   const std::vector<std::string> steps = {"Updated timestamp", "CONFLICT", "Could not delete"};
-  const std::string conflict =
-      "CONFLICT: deleting node (VRF red, ifindex " + std::to_string(IndexOf("ge0")) + ", ifhandle 0x999) ";
+  const std::string conflict = "CONFLICT: deleting node (VRF red, ifindex " + index_ + ", ifhandle 0x999) ";
   PassSeconds(10);
-  {
-    const ScopedFault fault("wavl_delete", kStatusIo);
-    mpls_vpn_mib_if2vrf_add(handle, "red");
-  }
+  WithFault("wavl_delete", kStatusIo, [&] { mpls_vpn_mib_if2vrf_add(handle_, "red"); });
   EXPECT_THAT(PrintsOf(steps), ElementsAre("Updated timestamp to: " + std::to_string(kStartSeconds + 10),
-                                           conflict + "due to new ifhandle " + Hex(handle),
+                                           conflict + "due to new ifhandle " + Hex(handle_),
                                            "Could not delete interface from the WAVL tree"));
   EXPECT_THAT(NodeOf("red", "ge0")->if_name, StrEq("old"));
   EXPECT_EQ(LastChanged("red"), kStartSeconds + 10);
   PassSeconds(10);
   ClearPrints();
-  {
-    const ScopedFault fault("wavl_delete", kStatusIo);
-    mpls_vpn_mib_if2vrf_add(0x999, "blue");  // no such interface: by handle only
-  }
+  // No interface has this handle: it joins by handle only.
+  WithFault("wavl_delete", kStatusIo, [] { mpls_vpn_mib_if2vrf_add(0x999, "blue"); });
   EXPECT_THAT(PrintsOf(steps), ElementsAre("Updated timestamp to: " + std::to_string(kStartSeconds + 20),
                                            conflict + "due to new (VRF blue, ifindex 0)",
                                            "Could not delete interface from the WAVL tree"));
@@ -308,7 +256,6 @@ TEST_F(InterfaceJoin, FailedDeletionOfAConflictingNodeEndsTheJoin) {
 }
 
 TEST_F(InterfaceJoin, UnresolvedNameIsStoredAsTheEmptyTextByHandleOnly) {
-  AddVrf("red");
   mpls_vpn_mib_if2vrf_add(0xdead, "red");
   const IfNode* node = mpls_vpn_mib_get_if_by_handle(true, 0xdead);
   ASSERT_NE(node, nullptr);
@@ -320,26 +267,18 @@ TEST_F(InterfaceJoin, UnresolvedNameIsStoredAsTheEmptyTextByHandleOnly) {
 }
 
 TEST_F(InterfaceJoin, NodeWithoutANameIsReplacedByTheJoinOfItsHandle) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0");
-  CreateIf("red", IndexOf("ge0"), nullptr, handle);
-  const std::string index = std::to_string(IndexOf("ge0"));
+  CreateIf("red", IndexOf("ge0"), nullptr, handle_);
   ClearPrints();
-  mpls_vpn_mib_if2vrf_add(handle, "red");
-  EXPECT_TRUE(Printed("CONFLICT: deleting node (VRF red, ifindex " + index + ", ifhandle " + Hex(handle) +
-                      ") due to new (VRF red, ifindex " + index + ")"));
+  mpls_vpn_mib_if2vrf_add(handle_, "red");
+  EXPECT_TRUE(Printed("CONFLICT: deleting node (VRF red, ifindex " + index_ + ", ifhandle " + Hex(handle_) +
+                      ") due to new (VRF red, ifindex " + index_ + ")"));
   EXPECT_EQ(Nodes(), 1U);
   ASSERT_NE(NodeOf("red", "ge0"), nullptr);
   EXPECT_THAT(NodeOf("red", "ge0")->if_name, StrEq("ge0"));
 }
 
 TEST_F(InterfaceJoin, UnresolvedIndexIsCompletedByALaterLookup) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0");
-  {
-    const ScopedFault fault("ifname_to_index", kStatusIo);
-    mpls_vpn_mib_if2vrf_add(handle, "red");
-  }
+  WithFault("ifname_to_index", kStatusIo, [&] { mpls_vpn_mib_if2vrf_add(handle_, "red"); });
   EXPECT_TRUE(Printed(std::string("Interface index error ") + err_text(kStatusIo)));
   EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
   ASSERT_NE(NodeOf("red", "ge0"), nullptr);
@@ -347,7 +286,6 @@ TEST_F(InterfaceJoin, UnresolvedIndexIsCompletedByALaterLookup) {
 }
 
 TEST_F(InterfaceJoin, UnresolvedInterfaceAnnouncedAgainReplacesItsNode) {
-  AddVrf("red");
   mpls_vpn_mib_if2vrf_add(0xdead, "red");
   ClearPrints();
   mpls_vpn_mib_if2vrf_add(0xdead, "red");
@@ -357,12 +295,10 @@ TEST_F(InterfaceJoin, UnresolvedInterfaceAnnouncedAgainReplacesItsNode) {
 }
 
 TEST_F(InterfaceJoin, LookupsInsideAJoinDoNotRepairADirtyDatabase) {
-  AddVrf("red");
   const std::uint32_t late = AddInterface("late");
-  const std::uint32_t other = AddInterface("ge0");
   const IfNode* unresolved = CreateIf("red", 0, nullptr, late);
   ClearPrints();
-  mpls_vpn_mib_if2vrf_add(other, "red");
+  mpls_vpn_mib_if2vrf_add(handle_, "red");
   EXPECT_EQ(TimesPrinted("Error (mpls_vpn_mib_clean_if_dbase): pthread mutex lock failed"), 2U);
   EXPECT_EQ(unresolved->if_name, nullptr);
   EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
@@ -371,44 +307,30 @@ TEST_F(InterfaceJoin, LookupsInsideAJoinDoNotRepairADirtyDatabase) {
 }
 
 TEST_F(InterfaceJoin, MutexThatCannotBeTakenDropsTheEvent) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0");
-  {
-    const ScopedFault fault("pthread_mutex_lock", kStatusIo);
-    mpls_vpn_mib_if2vrf_add(handle, "red");
-  }
+  WithFault("pthread_mutex_lock", kStatusIo, [&] { mpls_vpn_mib_if2vrf_add(handle_, "red"); });
   EXPECT_EQ(Prints().back(), "Error (mpls_vpn_mib_if2vrf_add): pthread mutex lock failed");
   EXPECT_EQ(Nodes(), 0U);
 }
 
 TEST_F(InterfaceJoin, UnlockFailureIsReported) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0");
-  {
-    const ScopedFault fault("pthread_mutex_unlock", kStatusIo);
-    mpls_vpn_mib_if2vrf_add(handle, "red");
-  }
+  WithFault("pthread_mutex_unlock", kStatusIo, [&] { mpls_vpn_mib_if2vrf_add(handle_, "red"); });
   EXPECT_EQ(Prints().back(), "Error (mpls_vpn_mib_if2vrf_add): pthread mutex unlock failed");
   ReleaseMutex();
 }
 
 TEST_F(InterfaceJoin, NodeThatCannotBeCreatedDoesNotTouchTheVrf) {
-  AddVrf("red");
-  const std::uint32_t handle = AddInterface("ge0");
   const ScopedFault fault("calloc_tagged:IF node", kStatusNoMemory);
-  mpls_vpn_mib_if2vrf_add(handle, "red");
+  mpls_vpn_mib_if2vrf_add(handle_, "red");
   EXPECT_EQ(LastChanged("red"), 0U);
   EXPECT_FALSE(Printed("mpls vpn mib vrf up trap generate: FALSE"));
 }
 
 TEST_F(InterfaceJoin, InterfaceThatIsUpIsTracedAsSuch) {
-  AddVrf("red");
-  AddInterface("ge0", "red");
   AddInterface("ge1", "red");
   AddAddress("ge0", "10.0.0.1/24");
   LinkUp("ge0");
   Run();
-  Connect();
+  EnterRed();
   EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("interface ge0 is up in VRF red"));
   EXPECT_THAT(Traced("mpls_vpn/vmap"), testing::Not(Contains("interface ge1 is up in VRF red")));
 }

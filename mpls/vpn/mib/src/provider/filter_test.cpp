@@ -58,7 +58,6 @@ class RequestFilter : public DaemonTest {
     ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
     Run();
     OnlyArea(PROV);
-    ClearPrints();
   }
   bool Matches(const char* name, std::uint32_t flags, std::uint32_t afi, std::uint32_t safi) {
     const VrfFilter filter = {flags, nullptr, nullptr, afi, safi};
@@ -244,7 +243,6 @@ TEST_F(RequestFilter, VrfOfTheMembershipServiceIsInTheDatabase) {
   AddVrf("red");
   Connect();
   OnlyArea(PROV);
-  ClearPrints();
   const VrfNode* node = vrf_in_database("red");
   ASSERT_NE(node, nullptr);
   EXPECT_STREQ(node->vrf_rec->vrf_name, "red");
@@ -256,7 +254,6 @@ TEST_F(RequestFilter, VrfThatOnlyTheRecordServiceKnowsIsNotInTheDatabase) {
   Run();
   ASSERT_NE(vtab_get_vrf_record_by_vrf_name("red"), nullptr);
   OnlyArea(PROV);
-  ClearPrints();
   EXPECT_EQ(vrf_in_database("red"), nullptr);
   EXPECT_THAT(Prints(), ElementsAre());
 }

@@ -216,7 +216,6 @@ TEST_F(Provider, ListsAndDatalistsReachTheirHandlers) {
 TEST_F(Provider, KeysThatThePathEndsBeforeAreMissingArguments) {
   ASSERT_EQ(Register(), kStatusOk);
   OnlyArea(ERR);
-  ClearPrints();
   EXPECT_EQ(Get("interface-next/red"), kStatusArgumentMissing);
   EXPECT_EQ(Get("interface"), kStatusArgumentMissing);
   EXPECT_THAT(Prints(), ElementsAre("BGEN arg 1 not present in mpls_vpn_mib_prov_get_interface",

@@ -232,16 +232,25 @@ class DaemonTest : public testing::Test {
     for (const std::string& printed : Prints()) times += printed == line ? 1 : 0;
     return times;
   }
-  // Leaves only this area's flag on, so that the next prints are that area's.
+  // Leaves only this area's flag on and clears what was printed: the next prints are that area's.
   void OnlyArea(MplsVpnDebugArea area) {
     for (DebugFlag& flag : mpls_vpn_debug_flags) flag.enabled.store(0);
     mpls_vpn_debug_flags[area].enabled.store(1);
+    ClearPrints();
+  }
+  // The print of mpls_vpn_error().
+  static std::string Failure(const std::string& function, const std::string& what, Status status) {
+    return "Error in " + function + ": " + what + ": " + err_text(status);
+  }
+  // The act, during which the fault point fails once.
+  static void WithFault(std::string_view point, Status status, const std::function<void()>& act) {
+    const ScopedFault fault(point, status);
+    act();
   }
   // The act prints this line while `area` alone is on, and does not while all others are. It is done twice;
   // all areas are on afterwards.
   void ExpectUnder(MplsVpnDebugArea area, const std::string& line, const std::function<void()>& act) {
     OnlyArea(area);
-    ClearPrints();
     act();
     EXPECT_TRUE(Printed(line)) << line;
     for (DebugFlag& flag : mpls_vpn_debug_flags) flag.enabled.store(1);
@@ -259,6 +268,12 @@ class DaemonTest : public testing::Test {
     for (const TraceEntry& entry : entries) texts.push_back(entry.text);
     if (last_code != nullptr && !entries.empty()) *last_code = entries.back().code;
     return texts;
+  }
+  // The last failure that was traced.
+  void ExpectErrorTraced(const std::string& text, Status code) const {
+    Status traced = kStatusOk;
+    EXPECT_EQ(Traced("mpls_vpn/error", &traced).back(), text);
+    EXPECT_EQ(traced, code);
   }
 
   router::Router router_;

@@ -61,10 +61,7 @@ TEST_F(DatabaseMutexDeathTest, StateThatCannotBeMadeConsistentAborts) {
 }
 
 TEST_F(DatabaseMutex, FailedUnlockIsReported) {
-  {
-    const ScopedFault fault("pthread_mutex_unlock", kStatusAccess);
-    EXPECT_TRUE(CanTake("holder", DBASE));
-  }
+  WithFault("pthread_mutex_unlock", kStatusAccess, [&] { EXPECT_TRUE(CanTake("holder", DBASE)); });
   EXPECT_THAT(Prints(), ElementsAre("Error (holder): pthread mutex unlock failed"));
   Status code = kStatusOk;
   EXPECT_THAT(Traced("mpls_vpn/error", &code), ElementsAre("Error (holder): pthread mutex unlock failed"));

@@ -86,7 +86,6 @@ TEST_F(VrfTraps, UpIsRaisedOnceForAnInterfaceUntilADownIsConsidered) {
   Up("ge0");
   Traps();
   OnlyArea(TRAPS);
-  ClearPrints();
   Up("ge0");
   EXPECT_THAT(Traps(), IsEmpty());
   EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_up"));
@@ -115,9 +114,7 @@ TEST_F(VrfTraps, UpOfAnUnknownInterfaceIsReported) {
   OnlyArea(TRAPS);
   Up("ge7");
   EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_up", "Cannot find interface node"));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "Cannot find interface node");
-  EXPECT_EQ(code, kStatusNoSuchRow);
+  ExpectErrorTraced("Cannot find interface node", kStatusNoSuchRow);
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
@@ -125,7 +122,6 @@ TEST_F(VrfTraps, UpThatIsSwitchedOffTouchesNothing) {
   Disable(kTrapVrfUp);
   Node("ge0")->vrf_down_trap_sent = 1;
   OnlyArea(TRAPS);
-  ClearPrints();
   Up("ge0");
   EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_up"));
   ExpectFlags("ge0", 0, 1);
@@ -159,7 +155,6 @@ TEST_F(VrfTraps, DownIsRaisedOnceForAnInterfaceUntilAnUpIsConsidered) {
   Down("ge0");
   Traps();
   OnlyArea(TRAPS);
-  ClearPrints();
   Down("ge0");
   EXPECT_THAT(Traps(), IsEmpty());
   EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_down"));

@@ -42,7 +42,6 @@ class ReissueTimerInit : public ReissueTimer, public testing::WithParamInterface
 TEST_F(ReissueTimer, InitIsPrinted) {
   mpls_vpn_mib_timer_deinit();
   OnlyArea(START);
-  ClearPrints();
   EXPECT_EQ(mpls_vpn_mib_timer_init(manager_), kStatusOk);
   EXPECT_THAT(Prints(), ElementsAre("Timers initialized"));
 }
@@ -51,17 +50,12 @@ TEST_P(ReissueTimerInit, FailedStepIsReportedAndWhatWasCreatedIsReleased) {
   mpls_vpn_mib_timer_deinit();
   mpls_vpn_debug_flags[START].enabled.store(0);
   ClearPrints();
-  {
-    const ScopedFault fault(GetParam().fault, kStatusNoMemory);
-    EXPECT_EQ(mpls_vpn_mib_timer_init(manager_), kStatusNoMemory);
-  }
+  WithFault(GetParam().fault, kStatusNoMemory,
+            [&] { EXPECT_EQ(mpls_vpn_mib_timer_init(manager_), kStatusNoMemory); });
   EXPECT_THAT(Prints(), ElementsAre(std::string("Error in mpls_vpn_mib_timer_init: ") + GetParam().said +
                                         ": Cannot allocate memory",
                                     "Timers de-initialized"));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(),
-            std::string("mpls_vpn_mib_timer_init: ") + GetParam().said);
-  EXPECT_EQ(code, kStatusNoMemory);
+  ExpectErrorTraced(std::string("mpls_vpn_mib_timer_init: ") + GetParam().said, kStatusNoMemory);
   // The event is free again, or this would fail.
   EXPECT_EQ(mpls_vpn_mib_timer_init(manager_), kStatusOk);
 }
@@ -162,7 +156,6 @@ TEST_F(ReissueTimer, SwitchIsLookedAtAnewEachInterval) {
 TEST_F(ReissueTimer, RoundIsPrinted) {
   mpls_vpn_mib_timer_start(10);
   OnlyArea(TRAPS);
-  ClearPrints();
   Pass(10);
   EXPECT_THAT(Prints(), ElementsAre("Timer wakeup", "Timer restart"));
 }
@@ -172,7 +165,6 @@ TEST_F(ReissueTimer, StopEndsTheRounds) {
   AboveMaximum("red", 100, 101);
   mpls_vpn_mib_timer_start(10);
   OnlyArea(TRAPS);
-  ClearPrints();
   mpls_vpn_mib_timer_stop();
   EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_timer_stop "));
   Pass(100);
@@ -213,10 +205,7 @@ TEST_F(ReissueTimer, StartThatFailsIsReported) {
 TEST_F(ReissueTimer, RestartThatFailsIsReportedAndNotPrintedAsDone) {
   mpls_vpn_mib_timer_start(10);
   ClearPrints();
-  {
-    const ScopedFault fault("timer_leaf_start", kStatusIo);
-    Pass(10);
-  }
+  WithFault("timer_leaf_start", kStatusIo, [&] { Pass(10); });
   EXPECT_TRUE(Printed("Error in mpls_vpn_mib_timer_wakeup: timer_leaf_start: Input/output error"));
   EXPECT_FALSE(Printed("Timer restart"));
 }
@@ -226,7 +215,6 @@ TEST_F(ReissueTimer, DeinitEndsEverythingAndMayBeRepeated) {
   AboveMaximum("red", 100, 101);
   mpls_vpn_mib_timer_start(10);
   OnlyArea(TRAPS);
-  ClearPrints();
   mpls_vpn_mib_timer_deinit();
   mpls_vpn_mib_timer_deinit();
   EXPECT_THAT(Prints(), ElementsAre("Timers de-initialized", "Timers de-initialized"));

@@ -191,10 +191,7 @@ TEST_F(TrapSequence, JoinOfAnInterfaceThatIsDownMakesNoDecision) {
 TEST_F(TrapSequence, JoinWithoutAnIndexIsNotCountedAndRaisesUpWithoutOne) {
   Add("ge0", "default");
   ComeUp("ge0");
-  {
-    const ScopedFault fault("ifname_to_index", kStatusIo);
-    mpls_vpn_mib_if2vrf_add(HandleOf("ge0"), "red");
-  }
+  WithFault("ifname_to_index", kStatusIo, [&] { mpls_vpn_mib_if2vrf_add(HandleOf("ge0"), "red"); });
   EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnVrfUp red oper=1 row=1"));
 }
 
@@ -223,7 +220,6 @@ TEST_F(TrapSequence, LeaveOfAnInterfaceThatRaisedDownMakesNoDecision) {
 TEST_F(TrapSequence, StateChangesAskForUpAndDown) {
   Add("ge0", "red");
   OnlyArea(TRAPS);
-  ClearPrints();
   LinkUp("ge0");
   Run();
   EXPECT_EQ(TimesPrinted("Entering mpls_vpn_mib_trap_vrf_up"), 1U);

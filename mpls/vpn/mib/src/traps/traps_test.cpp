@@ -126,7 +126,6 @@ TEST_F(TrapSwitches, DeletionOfAllLeavesTheTrapsThatAreEnabledOneByOne) {
 TEST_F(TrapSwitches, UnknownItemChangesNothingAndIsReported) {
   Set("vrf-up");
   OnlyArea(ERR);
-  ClearPrints();
   Set("vrf-u");
   Set("vrf-upper");
   Delete("");
@@ -135,7 +134,6 @@ TEST_F(TrapSwitches, UnknownItemChangesNothingAndIsReported) {
   EXPECT_THAT(Prints(), ElementsAre(line, line, line));
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains(line).Times(3));
   OnlyArea(TRAPS);
-  ClearPrints();
   Set("vrf-u");
   EXPECT_EQ(Prints().back(), "Enabling trap vrf-u") << "the item is printed first";
 }
@@ -156,7 +154,6 @@ TEST_F(TrapSwitches, ReissueTimeThatIsZeroOrNegativeStopsTheTimerAsItsDeletionDo
   for (const std::int64_t seconds : {0, -1, -60}) {
     Set("notif-reissue-time", Number(60));
     OnlyArea(TRAPS);
-    ClearPrints();
     Set("notif-reissue-time", Number(seconds));
     EXPECT_EQ(notif_reissue_time, 0U) << seconds;
     EXPECT_EQ(Prints().back(), "Entering mpls_vpn_mib_timer_stop ") << seconds;
@@ -199,7 +196,6 @@ TEST_F(TrapGeneration, IsPrinted) {
   generate();
   EXPECT_THAT(Prints(), ElementsAre("Entering function generate_trap_notification"));
   OnlyArea(PROV);
-  ClearPrints();
   generate();
   EXPECT_THAT(Prints(), ElementsAre("Generate MPLS VPN MIB trap notification. trap type = 2, vrf = red"));
 }
@@ -227,9 +223,7 @@ TEST_F(TrapGeneration, FailedEncodingIsReportedAndNothingIsSent) {
   generate();
   EXPECT_THAT(Prints(), ElementsAre("Error in generate_trap_notification: parcel_encode failed: Cannot "
                                     "allocate memory"));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "generate_trap_notification: parcel_encode failed");
-  EXPECT_EQ(code, kStatusNoMemory);
+  ExpectErrorTraced("generate_trap_notification: parcel_encode failed", kStatusNoMemory);
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
@@ -239,10 +233,7 @@ TEST_F(TrapGeneration, FailedNotificationIsReported) {
   generate();
   EXPECT_THAT(Prints(), ElementsAre("Error in generate_trap_notification: Could not generate PROV "
                                     "notification: Input/output error"));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(),
-            "generate_trap_notification: Could not generate PROV notification");
-  EXPECT_EQ(code, kStatusIo);
+  ExpectErrorTraced("generate_trap_notification: Could not generate PROV notification", kStatusIo);
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
