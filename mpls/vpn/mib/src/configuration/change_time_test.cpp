@@ -102,10 +102,8 @@ TEST_F(ConfigurationTime, OfAnEmptyHistoryIsNone) {
 
 TEST_F(ConfigurationTime, OfAVrfThatNoCommitChangedIsNone) {
   CommitVrf("redder", "1");
-  EXPECT_EQ(Seconds("red"), "none");
+  for (const char* vrf : {"red", "", static_cast<const char*>(nullptr)}) EXPECT_EQ(Seconds(vrf), "none");
   EXPECT_THAT(Prints(), Contains("The item was not found"));
-  EXPECT_EQ(Seconds(nullptr), "none");
-  EXPECT_EQ(Seconds(""), "none");
 }
 
 TEST_F(ConfigurationTime, LooksAtFifteenCommits) {
@@ -122,15 +120,11 @@ TEST_F(ConfigurationTime, NameThatMakesThePathLongerThan41CharactersIsCut) {
   const std::string longest(29, 'r');
   CommitVrf(longest, "1");
   EXPECT_EQ(Seconds(longest.c_str()), "01");
+  EXPECT_EQ(Seconds((longest + "r").c_str()), "01") << "the VRF of the cut name is found";
   const std::string longer(30, 'b');
   CommitVrf(longer, "1");
   EXPECT_EQ(Seconds(longer.c_str()), "none");
   EXPECT_THAT(Prints(), Contains("Looking for item gl/vmap/vrf/" + std::string(29, 'b')));
-}
-
-TEST_F(ConfigurationTime, CutNameFindsTheVrfOfThatName) {
-  CommitVrf(std::string(29, 'r'), "1");
-  EXPECT_EQ(Seconds(std::string(30, 'r').c_str()), "01");
 }
 
 TEST_F(ConfigurationTime, NameIsEncodedInTheTree) {
@@ -152,21 +146,34 @@ TEST_F(ConfigurationTime, PrintsNothingWithoutItsFlags) {
   EXPECT_THAT(Prints(), IsEmpty());
 }
 
-TEST_F(ConfigurationTime, FailedHistoryIsReported) {
+struct FailedStep {
+  const char* fault;
+  const char* message;
+  const char* seconds;  // of the commit that changed the VRF
+  std::size_t prints;   // with the message, the last one
+};
+
+class FailedSteps : public ConfigurationTime, public testing::WithParamInterface<FailedStep> {};
+
+TEST_P(FailedSteps, AreReportedAndTraced) {
   CommitVrf("red", "1");
-  fault_arm("cfgmgr_config_get_history", kStatusNoMemory);
-  EXPECT_EQ(Seconds("red"), "none");
-  EXPECT_THAT(Prints(), ElementsAre(kErrorIn + "Failed to do cfgmgr_config_get_history" + kNoMemory));
-  ExpectErrorTraced("Failed to do cfgmgr_config_get_history", kStatusNoMemory);
+  fault_arm(GetParam().fault, kStatusNoMemory);
+  EXPECT_EQ(Seconds("red"), GetParam().seconds);
+  ASSERT_EQ(Prints().size(), GetParam().prints);
+  EXPECT_EQ(Prints().back(), kErrorIn + GetParam().message + kNoMemory);
+  ExpectErrorTraced(GetParam().message, kStatusNoMemory);
 }
 
-TEST_F(ConfigurationTime, FailedTargetIsReported) {
-  CommitVrf("red", "1");
-  fault_arm("cfgmgr_target_create", kStatusNoMemory);
-  EXPECT_EQ(Seconds("red"), "none");
-  EXPECT_EQ(Prints().back(), kErrorIn + "Failed to create the cfgmgr target" + kNoMemory);
-  ExpectErrorTraced("Failed to create the cfgmgr target", kStatusNoMemory);
-}
+// The commit that has the item is cleared too, after it was found.
+constexpr FailedStep kFailedSteps[] = {
+    {"cfgmgr_config_get_history", "Failed to do cfgmgr_config_get_history", "none", 1},
+    {"cfgmgr_target_create", "Failed to create the cfgmgr target", "none", 3},
+    {"cfgmgr_target_clear", "Failed to clear cfgmgr target", "01", 4},
+    {"cfgmgr_target_destroy", "Failed to destroy the cfgmgr target", "01", 4},
+    {"text_copy", "text_copy", "none", 4},
+};
+INSTANTIATE_TEST_SUITE_P(Each, FailedSteps, testing::ValuesIn(kFailedSteps),
+                         [](const auto& step) { return std::string(step.param.fault); });
 
 TEST_F(ConfigurationTime, FailedLoadEndsTheSearch) {
   CommitVrf("red", "1");
@@ -207,32 +214,6 @@ TEST_F(ConfigurationTime, FailedClearingIsReportedAndTheWalkContinues) {
   EXPECT_EQ(Seconds("red"), "01");
   EXPECT_THAT(Prints(), Contains(kErrorIn + "Failed to clear cfgmgr target" + kNoMemory));
   ExpectErrorTraced("Failed to clear cfgmgr target", kStatusNoMemory);
-}
-
-// The commit that has the item is cleared too, after it was found.
-TEST_F(ConfigurationTime, FailedClearingAfterTheLastCommitIsReportedAndTheTimeAnswered) {
-  CommitVrf("red", "1");
-  fault_arm("cfgmgr_target_clear", kStatusNoMemory);
-  EXPECT_EQ(Seconds("red"), "01");
-  EXPECT_THAT(Prints(),
-              ElementsAre("Looking for item gl/vmap/vrf/red", "Found 1 commits",
-                          "Item gl/vmap/vrf/red has changed in commitid 1, timestamp = 1970-01-01T00:00:01Z",
-                          kErrorIn + "Failed to clear cfgmgr target" + kNoMemory));
-}
-
-TEST_F(ConfigurationTime, FailedDestructionIsReportedAndTheTimeAnswered) {
-  CommitVrf("red", "1");
-  fault_arm("cfgmgr_target_destroy", kStatusNoMemory);
-  EXPECT_EQ(Seconds("red"), "01");
-  EXPECT_EQ(Prints().back(), kErrorIn + "Failed to destroy the cfgmgr target" + kNoMemory);
-  ExpectErrorTraced("Failed to destroy the cfgmgr target", kStatusNoMemory);
-}
-
-TEST_F(ConfigurationTime, TimeThatCannotBeCopiedIsNone) {
-  CommitVrf("red", "1");
-  fault_arm("text_copy", kStatusNoMemory);
-  EXPECT_EQ(Seconds("red"), "none");
-  EXPECT_EQ(Prints().back(), kErrorIn + "text_copy" + kNoMemory);
 }
 
 TEST_F(ConfigurationTime, AnswerIsACopyThatOutlivesTheHistory) {

@@ -14,6 +14,16 @@
 #include "platform/core/parcel/parcel.h"
 #include "platform/store/tree/tuple.h"
 
+// Prints of handlers that miss an argument of the path, or whose text is null.
+inline auto MissingArgument(unsigned argument, const std::string& handler) {
+  return testing::MatchesRegex("BGEN arg " + std::to_string(argument) + " not present in " + handler +
+                               ", line [0-9]+");
+}
+inline auto NullArgument(unsigned argument, const std::string& name, const std::string& handler) {
+  return testing::MatchesRegex("BGEN arg " + std::to_string(argument) + " '" + name + "' is NULL in " +
+                               handler + ", line [0-9]+");
+}
+
 template <typename Base>
 class Configured : public Base {
  protected:

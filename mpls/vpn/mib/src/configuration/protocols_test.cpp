@@ -17,7 +17,6 @@ using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 
 std::string bgp_path(const std::string& vrf) {
   return "/cfg/gl/ip-bgp/default/0/65000/ord_a/" + vrf + "/nbr/4/prov/default/1/192.0.2.9/ipv4";
@@ -108,75 +107,33 @@ TEST_F(Protocols, ItemThatChangesItsOwnerAndItsValueIsCountedOnce) {
 
 // --- Paths
 
-TEST_F(Protocols, RipIsCountedOnItsInterface) {
-  OnlyArea(PROV);
-  SetText(rip_path("red", "ge0"), "");
-  EXPECT_EQ(OfInterface(kProtocolRip), 1U);
-  EXPECT_EQ(All(), 1U);
-  EXPECT_THAT(Prints(), Contains("RIP notify for interface ge0 on VRF red, event 3"));
-  EXPECT_EQ(Bits(), 0x10U);
-  Delete(rip_path("red", "ge0"));
-  EXPECT_EQ(All(), 0U);
-  EXPECT_TRUE(Printed("RIP notify for interface ge0 on VRF red, event 4"));
-  EXPECT_EQ(Bits(), 0U);
-}
-
-TEST_F(Protocols, OspfIsCountedOnItsInterface) {
-  OnlyArea(PROV);
-  SetText(ospf_path("red", "ge0"), "");
-  EXPECT_EQ(OfInterface(kProtocolOspf), 1U);
-  EXPECT_EQ(All(), 1U);
-  EXPECT_THAT(Prints(), Contains("OSPF notify for interface ge0 on VRF red, event 3"));
-  EXPECT_EQ(Bits(), 0x20U);
-  Delete(ospf_path("red", "ge0"));
-  EXPECT_EQ(All(), 0U);
-}
-
-TEST_F(Protocols, EigrpIsCountedOnItsInterfaceAsOther) {
-  OnlyArea(PROV);
-  SetText(eigrp_path("red", "ge0"), "");
-  EXPECT_EQ(OfInterface(kProtocolOther), 1U);
-  EXPECT_EQ(All(), 1U);
-  EXPECT_THAT(Prints(), Contains("EIGRP notify for interface ge0 on VRF red, event 3"));
-  EXPECT_EQ(Bits(), 0x02U);
-  Delete(eigrp_path("red", "ge0"));
-  EXPECT_EQ(All(), 0U);
-}
-
-TEST_F(Protocols, StaticRouteIsCountedOnItsInterface) {
-  OnlyArea(PROV);
-  SetText(static_path("red", "ge0"), "");
-  EXPECT_EQ(OfInterface(kProtocolStatic), 1U);
-  EXPECT_EQ(All(), 1U);
-  EXPECT_THAT(Prints(), Contains("STATIC notify for interface ge0 on VRF red, event 3"));
-  EXPECT_EQ(Bits(), 0x04U);
-  Delete(static_path("red", "ge0"));
-  EXPECT_EQ(All(), 0U);
+TEST_F(Protocols, SetAndDeletionArePrinted) {
+  const std::pair<std::string, std::string> items[] = {
+      {rip_path("red", "ge0"), "RIP notify for interface ge0 on VRF red"},
+      {ospf_path("red", "ge0"), "OSPF notify for interface ge0 on VRF red"},
+      {eigrp_path("red", "ge0"), "EIGRP notify for interface ge0 on VRF red"},
+      {static_path("red", "ge0"), "STATIC notify for interface ge0 on VRF red"},
+      {static_path("red", "-"), "STATIC notify for interface <any> on VRF red"},
+      {bgp_path("red"), "BGP neighbor af notify for VRF red"},
+  };
+  for (const auto& [path, line] : items) {
+    OnlyArea(PROV);
+    SetText(path, "");
+    Delete(path);
+    EXPECT_THAT(Prints(), ElementsAre(line + ", event 3", line + ", event 4"));
+  }
 }
 
 TEST_F(Protocols, StaticRouteWithoutAnInterfaceShowsOnEveryInterfaceOfTheVrf) {
   AddInterface("ge1", "red");
   Run();
-  OnlyArea(PROV);
   SetText(static_path("red", "-"), "");
   EXPECT_EQ(OfVrf(kProtocolStatic), 1U);
   EXPECT_EQ(All(), 1U);
-  EXPECT_TRUE(Printed("STATIC notify for interface <any> on VRF red, event 3"));
   EXPECT_EQ(Bits(1), 0x04U);
   EXPECT_EQ(Bits(2), 0x04U);
   Delete(static_path("red", "-"));
   EXPECT_EQ(Bits(1), 0U);
-}
-
-TEST_F(Protocols, BgpNeighborIsCountedForTheVrf) {
-  OnlyArea(PROV);
-  SetText(bgp_path("red"), "");
-  EXPECT_EQ(OfVrf(kProtocolBgp), 1U);
-  EXPECT_EQ(All(), 1U);
-  EXPECT_THAT(Prints(), Contains("BGP neighbor af notify for VRF red, event 3"));
-  EXPECT_EQ(Bits(), 0x40U);
-  Delete(bgp_path("red"));
-  EXPECT_EQ(All(), 0U);
 }
 
 TEST_F(Protocols, NamesOfInterfacesAreDecoded) {
@@ -386,12 +343,12 @@ constexpr HandlerArguments kHandlers[] = {
 
 class ProtocolArguments : public Protocols, public testing::WithParamInterface<HandlerArguments> {
  protected:
-  std::string Missing(unsigned argument) const {
-    return "BGEN arg " + std::to_string(argument) + " not present in " + GetParam().name + ", line [0-9]+";
-  }
-  std::string Null(unsigned argument, const std::string& name) const {
-    return "BGEN arg " + std::to_string(argument) + " '" + name + "' is NULL in " + GetParam().name +
-           ", line [0-9]+";
+  // All of the path's names, but none else.
+  static Arguments Names() {
+    Arguments args(0, 10);
+    args.Text(GetParam().vrf, "red");
+    if (GetParam().interface >= 0) args.Text(static_cast<unsigned>(GetParam().interface), "ge0");
+    return args;
   }
 };
 
@@ -399,8 +356,8 @@ TEST_P(ProtocolArguments, VrfNameIsLookedForFirst) {
   OnlyArea(ERR);
   GetParam().handler(&kSet, Arguments(0, 10).Block());
   GetParam().handler(&kSet, Arguments(0, 10).Text(GetParam().vrf, nullptr).Block());
-  EXPECT_THAT(Prints(), ElementsAre(MatchesRegex(Missing(GetParam().vrf)),
-                                    MatchesRegex(Null(GetParam().vrf, "vrf_name"))));
+  EXPECT_THAT(Prints(), ElementsAre(MissingArgument(GetParam().vrf, GetParam().name),
+                                    NullArgument(GetParam().vrf, "vrf_name", GetParam().name)));
   EXPECT_EQ(All(), 0U);
 }
 
@@ -409,7 +366,7 @@ TEST_P(ProtocolArguments, InterfaceNameThatIsNullIsReported) {
   const auto argument = static_cast<unsigned>(GetParam().interface);
   OnlyArea(ERR);
   GetParam().handler(&kSet, Arguments(0, 10).Text(GetParam().vrf, "red").Text(argument, nullptr).Block());
-  EXPECT_THAT(Prints(), ElementsAre(MatchesRegex(Null(argument, "if_name"))));
+  EXPECT_THAT(Prints(), ElementsAre(NullArgument(argument, "if_name", GetParam().name)));
   EXPECT_EQ(All(), 0U);
 }
 
@@ -423,9 +380,7 @@ TEST_P(ProtocolArguments, NamesAreTakenFromTheirPlaces) {
 }
 
 TEST_P(ProtocolArguments, EveryEventButADeletionCountsUp) {
-  Arguments args(0, 10);
-  args.Text(GetParam().vrf, "red");
-  if (GetParam().interface >= 0) args.Text(static_cast<unsigned>(GetParam().interface), "ge0");
+  const Arguments args = Names();
   const auto notify = [&](std::uint32_t events) {
     const KvNotifyInfo info{"item", events, nullptr};
     GetParam().handler(&info, args.Block());
@@ -445,27 +400,11 @@ TEST_F(Protocols, InterfaceNameIsOptionalForStaticRoutesOnly) {
   for (const HandlerArguments& each : kHandlers) {
     if (each.interface >= 0) each.handler(&kSet, Arguments(0, 10).Text(each.vrf, "red").Block());
   }
-  EXPECT_THAT(Prints(),
-              ElementsAre(MatchesRegex("BGEN arg 1 not present in mpls_vpn_mib_rip_notify, line [0-9]+"),
-                          MatchesRegex("BGEN arg 5 not present in mpls_vpn_mib_ospf_notify, line [0-9]+"),
-                          MatchesRegex("BGEN arg 3 not present in mpls_vpn_mib_eigrp_notify, line [0-9]+")));
+  EXPECT_THAT(Prints(), ElementsAre(MissingArgument(1, "mpls_vpn_mib_rip_notify"),
+                                    MissingArgument(5, "mpls_vpn_mib_ospf_notify"),
+                                    MissingArgument(3, "mpls_vpn_mib_eigrp_notify")));
   EXPECT_EQ(OfVrf(kProtocolStatic), 1U);
   EXPECT_EQ(All(), 1U);
-}
-
-// --- Replay
-
-class ProtocolReplay : public Protocols {};
-
-TEST_F(ProtocolReplay, WhatIsConfiguredIsCountedOnceAfterARestart) {
-  SetText(bgp_path("red"), "");
-  SetText(static_path("red", "-"), "");
-  SetText(rip_path("red", "ge0"), "");
-  RestartDaemon();
-  EXPECT_EQ(OfVrf(kProtocolBgp), 1U);
-  EXPECT_EQ(OfVrf(kProtocolStatic), 1U);
-  EXPECT_EQ(OfInterface(kProtocolRip), 1U);
-  EXPECT_EQ(All(), 3U);
 }
 
 }  // namespace

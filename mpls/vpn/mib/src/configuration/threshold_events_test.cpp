@@ -9,12 +9,13 @@
 
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char kMid[] = "/oper/rib_threshold/red/mid-thresh-exc";
 constexpr char kMax[] = "/oper/rib_threshold/red/max-thresh-exc";
+const std::string kMidHandler = "mpls_vpn_mib_mid_thresh_exceeded_notify";
+const std::string kMaxHandler = "mpls_vpn_mib_high_thresh_exceeded_notify";
 constexpr std::uint32_t kExceeded = 0;
 constexpr std::uint32_t kCleared = 1;
 
@@ -51,20 +52,14 @@ TEST_F(ThresholdEvents, MaximumThresholdCrossedIsStoredAndFlaggedAndRaisesANotif
 }
 
 TEST_F(ThresholdEvents, MaximumThresholdClearedClearsTheFlag) {
-  Maximum(kExceeded, table_, 101, 100);
-  Traps();
-  Maximum(kCleared, table_, 99, 100);
-  EXPECT_EQ(AttributesOf("red")->curr_num_routes, 99U);
-  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
-  EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnNumVrfRouteMaxThreshCleared red high=100 routes=99"));
-}
-
-TEST_F(ThresholdEvents, AnythingButZeroIsCleared) {
-  Maximum(kExceeded, table_, 101, 100);
-  Traps();
-  Maximum(7, table_, 99, 100);
-  EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
-  EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnNumVrfRouteMaxThreshCleared red high=100 routes=99"));
+  for (const std::uint32_t cleared : {kCleared, 7U}) {
+    Maximum(kExceeded, table_, 101, 100);
+    Traps();
+    Maximum(cleared, table_, 99, 100);
+    EXPECT_EQ(AttributesOf("red")->curr_num_routes, 99U);
+    EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
+    EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnNumVrfRouteMaxThreshCleared red high=100 routes=99"));
+  }
 }
 
 TEST_F(ThresholdEvents, ClearWithoutTheFlagStillRaisesANotification) {
@@ -81,19 +76,14 @@ TEST_F(ThresholdEvents, EventOfATableWithoutAVrfChangesNothing) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(ThresholdEvents, EventAndConfiguredThresholdsAreTwoThings) {
+TEST_F(ThresholdEvents, EventsChangeNoConfiguration) {
   AttributesOf("red")->high_thresh = 1000;
   AttributesOf("red")->mid_thresh = 800;
+  ForgetChange("red");
   Maximum(kExceeded, table_, 101, 100);
   MidExceeded(table_, 81, 80);
   EXPECT_EQ(AttributesOf("red")->high_thresh, 1000U);
   EXPECT_EQ(AttributesOf("red")->mid_thresh, 800U);
-}
-
-TEST_F(ThresholdEvents, EventsAreNoConfigurationChange) {
-  ForgetChange("red");
-  Maximum(kExceeded, table_, 101, 100);
-  MidExceeded(table_, 81, 80);
   EXPECT_EQ(ChangedAt("red"), 0U);
 }
 
@@ -142,41 +132,26 @@ TEST_F(ThresholdEvents, BothFamiliesOfAVrfAreFoundByTheirTables) {
 
 // --- What is not an event
 
-TEST_F(ThresholdEvents, ItemThatIsNotARecordIsReported) {
+TEST_F(ThresholdEvents, ItemThatIsNotARecordAndMissingItemAreReported) {
+  const RequestArgs args{};
+  const KvNotifyInfo empty{"mid-thresh-exc", kKvEventSet, nullptr};
+  const std::string end = ", the item received is NULL or  not a parcel";
   OnlyArea(ERR);
   SetText(kMid, "81");
   SetText(kMax, "101");
-  EXPECT_THAT(
-      Prints(),
-      ElementsAre("In function mpls_vpn_mib_mid_thresh_exceeded_notify, the item received is NULL or "
-                  " not a parcel",
-                  "In function mpls_vpn_mib_high_thresh_exceeded_notify, the item received is NULL or "
-                  " not a parcel"));
-  EXPECT_THAT(Traps(), IsEmpty());
-}
-
-TEST_F(ThresholdEvents, MissingItemIsReported) {
-  const RequestArgs args{};
-  const KvNotifyInfo empty{"mid-thresh-exc", kKvEventSet, nullptr};
-  OnlyArea(ERR);
   mpls_vpn_mib_mid_thresh_exceeded_notify(&empty, &args);
   mpls_vpn_mib_high_thresh_exceeded_notify(nullptr, &args);
-  EXPECT_THAT(
-      Prints(),
-      ElementsAre("In function mpls_vpn_mib_mid_thresh_exceeded_notify, the item received is NULL or "
-                  " not a parcel",
-                  "In function mpls_vpn_mib_high_thresh_exceeded_notify, the item received is NULL or "
-                  " not a parcel"));
+  EXPECT_THAT(Prints(), ElementsAre("In function " + kMidHandler + end, "In function " + kMaxHandler + end,
+                                    "In function " + kMidHandler + end, "In function " + kMaxHandler + end));
+  EXPECT_THAT(Traps(), IsEmpty());
 }
 
 TEST_F(ThresholdEvents, RecordOfAnotherTypeDoesNotDecode) {
   OnlyArea(ERR);
   SetRecord(kMid, kRibMaxThreshParcel, rib_prov_maxthresh{kExceeded, table_, 101, 100});
   SetRecord(kMax, kRibMidThreshParcel, rib_prov_midthresh_exceed{table_, 81, 80});
-  const std::string why = err_text(kStatusBadEncoding);
-  EXPECT_THAT(Prints(),
-              ElementsAre("Error in mpls_vpn_mib_mid_thresh_exceeded_notify: parcel_decode failed: " + why,
-                          "Error in mpls_vpn_mib_high_thresh_exceeded_notify: parcel_decode failed: " + why));
+  EXPECT_THAT(Prints(), ElementsAre(Failure(kMidHandler, "parcel_decode failed", kStatusBadEncoding),
+                                    Failure(kMaxHandler, "parcel_decode failed", kStatusBadEncoding)));
   EXPECT_EQ(AttributesOf("red")->curr_num_routes, 0U);
   EXPECT_THAT(Traps(), IsEmpty());
 }
@@ -188,14 +163,9 @@ TEST_F(ThresholdEvents, FailedDecodingIsReportedAndChangesNothing) {
     MidExceeded(table_, 81, 80);
     Maximum(kExceeded, table_, 101, 100);
   }
-  EXPECT_THAT(
-      Prints(),
-      ElementsAre(
-          "Error in mpls_vpn_mib_mid_thresh_exceeded_notify: parcel_decode failed: Input/output error",
-          "Error in mpls_vpn_mib_high_thresh_exceeded_notify: parcel_decode failed: Input/output "
-          "error"));
-  EXPECT_THAT(Traced("mpls_vpn/error"),
-              Contains("mpls_vpn_mib_high_thresh_exceeded_notify: parcel_decode failed"));
+  EXPECT_THAT(Prints(), ElementsAre(Failure(kMidHandler, "parcel_decode failed", kStatusIo),
+                                    Failure(kMaxHandler, "parcel_decode failed", kStatusIo)));
+  ExpectErrorTraced(kMaxHandler + ": parcel_decode failed", kStatusIo);
   EXPECT_EQ(AttributesOf("red")->curr_num_routes, 0U);
   EXPECT_EQ(AttributesOf("red")->high_thresh_exceeded, 0U);
 }
@@ -208,11 +178,8 @@ TEST_F(ThresholdEvents, FailedReleaseIsReportedAfterTheEventWasApplied) {
     MidExceeded(table_, 81, 80);
     Maximum(kExceeded, table_, 101, 100);
   }
-  EXPECT_THAT(
-      Prints(),
-      ElementsAre(
-          "Error in mpls_vpn_mib_mid_thresh_exceeded_notify: parcel_free_indirections: Input/output error",
-          "Error in mpls_vpn_mib_high_thresh_exceeded_notify: parcel_free_indirections: Input/output error"));
+  EXPECT_THAT(Prints(), ElementsAre(Failure(kMidHandler, "parcel_free_indirections", kStatusIo),
+                                    Failure(kMaxHandler, "parcel_free_indirections", kStatusIo)));
   EXPECT_EQ(AttributesOf("red")->curr_num_routes, 101U);
 }
 

@@ -34,6 +34,11 @@ inline std::string import_policy_path(const std::string& vrf, unsigned afi = 1, 
 inline std::string export_policy_path(const std::string& vrf, unsigned afi = 1, unsigned safi = 1) {
   return bgp_path(vrf, afi, safi) + "/ord_d/export-policy";
 }
+inline std::string limit_path(const std::string& vrf, unsigned afi = 1, unsigned safi = 1,
+                              const std::string& table = "default") {
+  return vrf_path(vrf) + "/ord_z/afi_safi/" + std::to_string(afi) + "/" + std::to_string(safi) + "/" + table +
+         "/ord_e/rib/table-prefix-limit";
+}
 
 class VrfConfiguration : public Configured<DaemonTest> {
  protected:
@@ -79,6 +84,10 @@ class VrfConfiguration : public Configured<DaemonTest> {
     Arguments args(0, 10);
     args.Text(0, vrf).Number(1, 1).Number(2, 1).Number(3, 0).Number(4, 0).Number(5, 65000).Number(6, 100);
     return args;
+  }
+  // Those of a path with a family, for the table "default".
+  static Arguments FamilyArguments(const char* vrf) {
+    return Arguments(0, 4).Text(0, vrf).Number(1, 1).Number(2, 1).Text(3, "default");
   }
   static constexpr KvNotifyInfo kSet{"item", kKvEventSet, nullptr};
   static constexpr KvNotifyInfo kDeleted{"item", kKvEventDeleted, nullptr};
