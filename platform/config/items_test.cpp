@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <iterator>
 #include <set>
 
 #include "platform/config/grammar.h"
@@ -104,6 +106,18 @@ TEST(Items, AreAllInTheHelp) {
   const std::string help = words_help();
   for (const Item& item : all_items()) EXPECT_THAT(help, HasSubstr("  " + std::string(item.words)));
   for (const std::string_view trap : kTrapItems) EXPECT_THAT(help, HasSubstr(std::string(trap)));
+}
+
+// The documentation escapes the bars of alternatives, which separate cells.
+TEST(Items, AreAllInTheDocumentation) {
+  std::ifstream file("docs/configuration.md");
+  const std::string text((std::istreambuf_iterator<char>(file)), {});
+  ASSERT_FALSE(text.empty()) << "run the test in the source folder";
+  for (const Item& item : all_items()) {
+    std::string words(item.words);
+    for (std::size_t at = 0; (at = words.find('|', at)) != std::string::npos; at += 2) words.insert(at, "\\");
+    EXPECT_THAT(text, HasSubstr("`" + words + "`"));
+  }
 }
 
 // --- Owners
