@@ -11,9 +11,11 @@
 #include "cli/config/config_command_line.h"
 #include "cli/output/table.h"
 #include "cli/session.h"
+#include "platform/config/owners.h"
 #include "platform/core/debug/debug_client.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/text/numbers.h"
+#include "platform/core/text/words.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace cli {
@@ -98,15 +100,17 @@ constexpr char kDebugFooter[] =
     "  mplsvpn debug watch --count 100     shows the next 100 prints of the areas that are on\n"
     "  mplsvpn debug all off";
 
-constexpr char kWatchFooter[] =
-    "A change has the values before and after with their origins: operator, router file, configured or "
-    "derived\n"
-    "(in the routing suite).\n"
-    "\n"
-    "Examples:\n"
-    "  mplsvpn watch\n"
-    "  mplsvpn watch changes\n"
-    "  mplsvpn --json watch traps --count 1 --timeout 30";
+std::string watch_footer() {
+  std::vector<std::string> origins;
+  for (const vrf_config::Owner& owner : vrf_config::kOwners) origins.emplace_back(owner.origin);
+  return "A change has the values before and after with their origins: " + text::alternatives(origins) +
+         ".\nWhat the routing suite sets is configured or derived.\n"
+         "\n"
+         "Examples:\n"
+         "  mplsvpn watch\n"
+         "  mplsvpn watch changes\n"
+         "  mplsvpn --json watch traps --count 1 --timeout 30";
+}
 
 constexpr char kRouterFooter[] =
     "The daemon defines the words; write options of mplsvpn before \"router\". Only a daemon whose source is "
@@ -288,7 +292,7 @@ void add_watch(CLI::App& app, Options* options) {
                    "Stops after S seconds; fails if fewer than --count arrived")
       ->type_name("S")
       ->check(watching_time());
-  command->footer(kWatchFooter);
+  command->footer(watch_footer());
   command->callback([options] {
     options->watch.traps = options->watched != "changes";
     options->watch.changes = options->watched != "traps";

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "cli/command_line_test_fixture.h"
+#include "platform/config/owners.h"
 #include "platform/core/trace/trace.h"
 
 namespace cli {
@@ -31,6 +32,12 @@ TEST_F(CommandLine, EveryCommandHasItsOwnHelp) {
     EXPECT_EQ(Run({command, "--help"}), kExitOk) << command;
     EXPECT_THAT(Out(), HasSubstr(command));
   }
+}
+
+TEST_F(CommandLine, HelpOfWatchNamesTheOriginOfEachOwner) {
+  EXPECT_EQ(Run({"watch", "--help"}), kExitOk);
+  for (const vrf_config::Owner& owner : vrf_config::kOwners)
+    EXPECT_THAT(Out(), HasSubstr(std::string(owner.origin)));
 }
 
 TEST_F(CommandLine, VersionIsPrinted) {

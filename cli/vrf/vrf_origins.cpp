@@ -32,19 +32,19 @@ VrfOrigins::VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nod
   }
 }
 
-std::string VrfOrigins::of(const KvConfigNode& item) const {
-  const auto found = owners_.find(item.path);
+std::string VrfOrigins::of(const std::string& path) const {
+  const auto found = owners_.find(path);
   return found == owners_.end() ? std::string() : std::string(vrf_config::origin(found->second));
 }
 
 std::string VrfOrigins::of_description() const {
-  return of(vrf_config::description(vrf_, {}));
+  return of(vrf_config::description(vrf_, {}).path);
 }
 
 std::string VrfOrigins::of_rd(const std::string& rd) const {
   if (rd.empty()) return {};
-  for (const Family family : vrf_config::kFamiliesOfTargets) {
-    std::string origin = of(vrf_config::route_distinguisher(vrf_, family, {}));
+  for (const std::string& path : vrf_config::rd_paths(vrf_)) {
+    std::string origin = of(path);
     if (!origin.empty()) return origin;
   }
   return std::string(vrf_config::origin(model_rd_owner_));
@@ -52,19 +52,19 @@ std::string VrfOrigins::of_rd(const std::string& rd) const {
 
 std::string VrfOrigins::of_target(std::uint32_t afi, Direction direction, const std::string& target) const {
   const auto parsed = vrf_config::parse_target(target);
-  return parsed ? of(vrf_config::route_target(vrf_, Family{afi}, direction, *parsed)) : std::string();
+  return parsed ? of(vrf_config::route_target(vrf_, Family{afi}, direction, *parsed).path) : std::string();
 }
 
 std::string VrfOrigins::of_policy(std::uint32_t afi, Direction direction) const {
-  return of(vrf_config::route_policy(vrf_, Family{afi}, direction, {}));
+  return of(vrf_config::route_policy(vrf_, Family{afi}, direction, {}).path);
 }
 
 std::string VrfOrigins::of_threshold(std::uint32_t afi) const {
-  return of(vrf_config::route_threshold(vrf_, Family{afi}, 0, 0));
+  return of(vrf_config::route_threshold(vrf_, Family{afi}, 0, 0).path);
 }
 
 std::string VrfOrigins::of_vni() const {
-  return of(vrf_config::vni(vrf_, 0));
+  return of(vrf_config::vni(vrf_, 0).path);
 }
 
 std::string with_origin(const std::string& value, const std::string& origin) {

@@ -32,7 +32,7 @@ class VrfOrigins {
   bool has_evpn_targets() const { return has_evpn_targets_; }
 
  private:
-  std::string of(const KvConfigNode& item) const;
+  std::string of(const std::string& path) const;
 
   std::string vrf_;
   std::string model_rd_owner_;

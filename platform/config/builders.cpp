@@ -46,6 +46,12 @@ KvConfigNode route_distinguisher(std::string_view vrf, Family family, const Targ
   return node_of(item_of(Kind::kRouteDistinguisher), fields);
 }
 
+std::vector<std::string> rd_paths(std::string_view vrf) {
+  std::vector<std::string> paths;
+  for (const Family family : kFamiliesOfTargets) paths.push_back(route_distinguisher(vrf, family, {}).path);
+  return paths;
+}
+
 KvConfigNode route_target(std::string_view vrf, Family family, Direction direction, const Target& target) {
   Fields fields = family_fields(vrf, family);
   fields.target = target;

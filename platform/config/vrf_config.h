@@ -33,7 +33,7 @@ std::vector<std::string_view> scopes_of_vrfs();
 std::vector<std::string_view> counted_scopes();
 
 // Address family numbers (IANA). EVPN (RFC 7432) has RDs and route targets only.
-enum class Family : std::uint32_t { kIpv4 = 1, kIpv6 = 2, kEvpn = inet::kL2VpnAfi };
+enum class Family : std::uint32_t { kIpv4 = inet::kIpv4Afi, kIpv6 = inet::kIpv6Afi, kEvpn = inet::kL2VpnAfi };
 inline constexpr std::array<Family, 3> kFamiliesOfTargets = {Family::kIpv4, Family::kIpv6, Family::kEvpn};
 const char* family_word(Family family);  // "ipv4"; empty for another number
 std::optional<Family> parse_family(std::string_view word);
@@ -71,8 +71,11 @@ std::optional<TargetPath> target_path_of(std::string_view path);
 std::optional<Target> route_target_of(std::string_view path);
 
 KvConfigNode description(std::string_view vrf, std::string_view text);
-// An RD is configured for a family; the VRF's is that of the lowest family that has one.
+// An RD is configured for a family.
 KvConfigNode route_distinguisher(std::string_view vrf, Family family, const Target& rd);
+// The paths of a VRF's RDs. The RD of the VRF is the first of them that is configured: that of its lowest
+// address family.
+std::vector<std::string> rd_paths(std::string_view vrf);
 KvConfigNode route_target(std::string_view vrf, Family family, Direction direction, const Target& target);
 KvConfigNode route_policy(std::string_view vrf, Family family, Direction direction, std::string_view policy);
 // Routes of the VRF's unicast table: the maximum, and the mid threshold that warns before it.

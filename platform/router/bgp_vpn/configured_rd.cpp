@@ -18,8 +18,8 @@ std::string effective_text(const std::string& path) {
 }
 
 std::string configured_rd(std::string_view vrf) {
-  for (const vrf_config::Family family : vrf_config::kFamiliesOfTargets) {
-    std::string rd = effective_text(vrf_config::route_distinguisher(vrf, family, {}).path);
+  for (const std::string& path : vrf_config::rd_paths(vrf)) {
+    std::string rd = effective_text(path);
     if (!rd.empty()) return rd;
   }
   return {};
