@@ -7,12 +7,12 @@
 #include <utility>
 
 #include "agent/trap_notification.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/base/log.h"
 
 namespace agent {
 namespace {
 
-constexpr const char* kProviderPath = "/oper/mpls_vpn/gl/";
 constexpr const char* kName = "snmp";
 constexpr std::uint64_t kAcknowledgeAfter = 16;  // a fraction of the window that the daemon sends in advance
 
@@ -42,7 +42,7 @@ void TrapFeed::subscribe() {
   Status status = client_.connect();
   kvtree::SubscribeResult result;
   if (status == kStatusOk) {
-    result = client_.subscribe(kProviderPath, kName);
+    result = client_.subscribe(kMplsVpnPath, kName);
     status = result.status;
   }
   if (status != kStatusOk) {

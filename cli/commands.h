@@ -10,8 +10,6 @@
 
 namespace cli {
 
-inline constexpr char kProviderPath[] = "/oper/mpls_vpn/gl/";
-
 // The scalar group.
 void show_scalars(const Session& session);
 // Rows of the VRF interface table, of one VRF when the name is not empty.
@@ -40,7 +38,7 @@ struct RoutesRequest {
 void show_routes(const Session& session, const RoutesRequest& request);
 
 struct PathRequest {
-  std::string path;  // below kProviderPath unless it begins with '/'
+  std::string path;  // below kMplsVpnPath unless it begins with '/'
   bool structured = false;
   std::uint32_t most = 1024;  // items of a list
 };

@@ -30,6 +30,7 @@
 #include "daemon/route_modules.h"
 #include "daemon/settings.h"
 #include "daemon/sources.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/config/owners.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
@@ -46,7 +47,6 @@ namespace daemon_host {
 namespace {
 
 constexpr char kMainManager[] = "/dev/mpls/vpn/main";
-constexpr char kProviderPath[] = "/oper/mpls_vpn/gl/";
 constexpr char kTrapSubscriber[] = "snmp";  // the SNMP sub-agent
 constexpr std::size_t kTrapQueue = 4096;    // traps for it while it or its master agent is down
 
@@ -138,7 +138,7 @@ bool prepare_store() {
               err_text(opened));
     return false;
   }
-  const Status retained = kvtree_retain_notifications(kProviderPath, kTrapSubscriber, kTrapQueue);
+  const Status retained = kvtree_retain_notifications(kMplsVpnPath, kTrapSubscriber, kTrapQueue);
   if (retained == kStatusOk) return true;
   log_error("mpls_vpn_mib", "cannot create the queue of traps: %s", err_text(retained));
   return false;

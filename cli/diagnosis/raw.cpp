@@ -6,6 +6,7 @@
 #include "cli/commands.h"
 #include "cli/output/json_list.h"
 #include "cli/output/table.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/parcel/parcel.h"
 
 namespace cli {
@@ -13,7 +14,7 @@ namespace cli {
 namespace {
 
 std::string whole_path(const std::string& path) {
-  return path.starts_with('/') ? path : kProviderPath + path;
+  return path.starts_with('/') ? path : kMplsVpnPath + path;
 }
 
 Json record_json(const Session& session, const std::string& path, const kvtree::Octets& record) {

@@ -9,6 +9,7 @@
 #include "cli/diagnosis/traps.h"
 #include "cli/diagnosis/vpn_changes.h"
 #include "cli/output/times.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/router/vpn_events/records.h"
 
 namespace cli {
@@ -58,7 +59,7 @@ std::uint64_t print_events(const Session& session, const WatchRequest& request, 
 void watch(const Session& session, const WatchRequest& request) {
   const auto client = connect_to_daemon(session);
   for (const auto& [path, is_wanted] :
-       {std::pair(kProviderPath, request.traps), std::pair(vpn_events::kProviderPath, request.changes)}) {
+       {std::pair(kMplsVpnPath, request.traps), std::pair(vpn_events::kProviderPath, request.changes)}) {
     if (!is_wanted) continue;
     if (const Status status = client->subscribe(path).status) throw request_failure(session, "watch", status);
   }

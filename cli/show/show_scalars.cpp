@@ -4,6 +4,7 @@
 #include "cli/commands.h"
 #include "cli/output/details.h"
 #include "cli/output/names.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 
 namespace cli {
 
@@ -52,7 +53,7 @@ kvtree::Octets fetch(const Session& session, const std::string& path) {
 }  // namespace
 
 void show_scalars(const Session& session) {
-  const std::string path = std::string(kProviderPath) + "scalars";
+  const std::string path = std::string(kMplsVpnPath) + "scalars";
   const Record<Scalars> scalars(session, path, kMibScalarsParcel, fetch(session, path));
   const std::span<const Column<Scalars>> columns = kScalarColumns;
   if (session.json) {

@@ -5,6 +5,7 @@
 #include "cli/commands.h"
 #include "cli/output/address.h"
 #include "cli/output/table.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace cli {
@@ -47,7 +48,7 @@ const RowTable<mpls_vpn_mib_rt> kRouteTargetTable = {"route target table", kMibR
 const RowTable<mpls_vpn_mib_route> kRouteTable = {"route table", kMibRouteParcel, path_at_route};
 
 std::string provider_path(const std::string& first) {
-  return kProviderPath + first;
+  return kMplsVpnPath + first;
 }
 std::string provider_path(const std::string& first, const std::string& vrf) {
   return provider_path(first) + "/" + kvtree_encode_text(vrf);

@@ -14,7 +14,7 @@ extern const RowTable<mpls_vpn_mib_vrf> kVrfTable;
 extern const RowTable<mpls_vpn_mib_rt> kRouteTargetTable;
 extern const RowTable<mpls_vpn_mib_route> kRouteTable;
 
-// A path below kProviderPath, from its first component and its keys.
+// A path below kMplsVpnPath, from its first component and its keys.
 std::string provider_path(const std::string& first);
 std::string provider_path(const std::string& first, const std::string& vrf);
 

@@ -11,13 +11,15 @@
 namespace inet {
 
 // Numbers of IANA: address families (AFI) and subsequent address families (SAFI).
+inline constexpr std::uint32_t kIpv4Afi = 1;
+inline constexpr std::uint32_t kIpv6Afi = 2;
 inline constexpr std::uint32_t kL2VpnAfi = 25;
 inline constexpr std::uint32_t kUnicastSafi = 1;
 inline constexpr std::uint32_t kMulticastSafi = 2;
-inline constexpr std::uint32_t kEvpnSafi = 70;  // RFC 7432, with kL2VpnAfi
-inline constexpr std::uint32_t kFlowSafi = 133;
+inline constexpr std::uint32_t kEvpnSafi = 70;   // RFC 7432, with kL2VpnAfi
+inline constexpr std::uint32_t kFlowSafi = 133;  // RFC 8955
 
-enum class Family : std::uint8_t { kIpv4 = 1, kIpv6 = 2 };
+enum class Family : std::uint8_t { kIpv4 = kIpv4Afi, kIpv6 = kIpv6Afi };
 
 constexpr unsigned octets_of(Family family) {
   return family == Family::kIpv4 ? 4 : 16;

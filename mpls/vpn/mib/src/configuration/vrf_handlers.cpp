@@ -11,8 +11,8 @@
 #include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/configuration/notify_args.h"
 #include "mpls/vpn/mib/src/route_target/database.h"
-#include "mpls/vpn/mib/src/support/families.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "platform/core/address/address.h"
 #include "platform/core/base/memory.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
 #include "platform/store/tree/tuple.h"
@@ -87,10 +87,10 @@ constexpr const char* kDirections[] = {"Import", "Export"};
 
 // Null for a family or a direction that has no policy.
 char** policy_slot(const VtabVrfRecord* record, std::uint32_t direction, std::uint32_t afi) {
-  if (direction >= std::size(kDirections) || (afi != kAfiIpv4 && afi != kAfiIpv6)) return nullptr;
+  if (direction >= std::size(kDirections) || (afi != inet::kIpv4Afi && afi != inet::kIpv6Afi)) return nullptr;
   mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
   char** const slots = direction == 0 ? attributes->import_route_policy : attributes->export_route_policy;
-  return &slots[afi == kAfiIpv4 ? 0 : 1];
+  return &slots[afi == inet::kIpv4Afi ? 0 : 1];
 }
 
 void trace_policy(const FamilyArguments& family, std::uint32_t direction) {
@@ -127,7 +127,7 @@ struct Thresholds {
 };
 
 bool is_unicast(const FamilyArguments& family) {
-  return (family.afi == kAfiIpv4 || family.afi == kAfiIpv6) && family.safi == kSafiUnicast;
+  return (family.afi == inet::kIpv4Afi || family.afi == inet::kIpv6Afi) && family.safi == inet::kUnicastSafi;
 }
 
 // The default thresholds (none) for a tuple that does not unpack.

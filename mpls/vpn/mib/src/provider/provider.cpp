@@ -19,6 +19,7 @@
 #include "mpls/vpn/mib/src/provider/connection.h"
 #include "mpls/vpn/mib/src/provider/path_table.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/trace.h"
 #include "mpls/vpn/mib/src/traps/switches.h"
 #include "mpls/vpn/mib/src/walk/walk.h"
@@ -60,7 +61,7 @@ Status register_functions(EventManager* evm) {
 }
 
 Status register_prov_server(EventManager* evm) {
-  Status rc = mpls_vpn_mib_bind(&prov_kvtree_conn_h, "/oper/mpls_vpn/gl/", kKvBindProvider);
+  Status rc = mpls_vpn_mib_bind(&prov_kvtree_conn_h, kMplsVpnPath, kKvBindProvider);
   if (rc == kStatusOk) {
     rc = register_functions(evm);
     if (rc != kStatusOk) mpls_vpn_mib_unbind(&prov_kvtree_conn_h, "register_prov_server");

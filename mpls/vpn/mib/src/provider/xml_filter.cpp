@@ -7,7 +7,7 @@
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/route_target/database.h"
-#include "mpls/vpn/mib/src/support/families.h"
+#include "platform/core/address/address.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ bool has_route_target(const VtabVrfRecord* record, const VtabTableRecord* table)
 // Takes the table in; false when no further table can count.
 bool consider(const VtabVrfRecord* record, const VtabTableRecord* table, std::uint32_t wanted,
               unsigned* considered, std::uint32_t* tables, std::uint32_t* afi) {
-  if (table->safi != kSafiUnicast) return true;
+  if (table->safi != inet::kUnicastSafi) return true;
   if (wanted != 0 && table->afi != wanted) return true;
   if (mpls_vpn_mib_prov_xml_filter_route_info(record, table, afi)) ++*tables;
   return ++*considered < (wanted == 0 ? kUnicastTables : 1);

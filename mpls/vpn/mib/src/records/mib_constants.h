@@ -1,7 +1,10 @@
-// Values of the MIB that the daemon stores in its records and the sub-agent expects there.
+// What the daemon and its clients agree on: the path of its data, and values of the MIB in its records.
 #pragma once
 
 #include <cstdint>
+
+// What the daemon provides in the data store, and the path that its traps have.
+inline constexpr char kMplsVpnPath[] = "/oper/mpls_vpn/gl/";
 
 // The routing context of interfaces in no VRF. It is not a VPN and in no table.
 inline constexpr char kDefaultVrfName[] = "default";

@@ -42,7 +42,7 @@ void clear_key(RouteKeyText* key) {
 constexpr RouteKeyText kFirstRoute = {1, "", 0, 1, ""};
 
 void report_table(const VtabTableRecord* table) {
-  if (table->afi == kAfiIpv4) {
+  if (table->afi == inet::kIpv4Afi) {
     mpls_vpn_debug(RIB, "AFI = %s, SAFI = %s, Tbl name = %s, Tbl ID = 0x%x", afi_text(table->afi),
                    safi_text(table->safi), table->table_name, table->table_id);
   } else {
@@ -79,7 +79,7 @@ Status name_row(mpls_vpn_mib_route* row, const VtabVrfRecord* record) {
 Status find_ipv6_route_in_vrf(mpls_vpn_mib_route* row, bool exact, const VtabVrfRecord* record,
                               const RouteKeyText& key) {
   mpls_vpn_debug(RIB, "Looking for an IPv6 route");
-  return find_in_tables(row, exact, record, kAfiIpv6, key, mpls_vpn_mib_rib_ipv6_route);
+  return find_in_tables(row, exact, record, inet::kIpv6Afi, key, mpls_vpn_mib_rib_ipv6_route);
 }
 
 // This VRF, and for a next read those after it.
@@ -120,7 +120,7 @@ Status mpls_vpn_mib_find_route_in_vrf(mpls_vpn_mib_route* row, bool exact, const
   RouteKeyText rest = key;
   Status rc = kStatusNoSuchRow;
   if (!asks_ipv6(key)) {
-    rc = find_in_tables(row, exact, record, kAfiIpv4, key, mpls_vpn_mib_rib_ipv4_route);
+    rc = find_in_tables(row, exact, record, inet::kIpv4Afi, key, mpls_vpn_mib_rib_ipv4_route);
     clear_key(&rest);
   }
   if (rc == kStatusNoSuchRow) rc = find_ipv6_route_in_vrf(row, exact, record, rest);

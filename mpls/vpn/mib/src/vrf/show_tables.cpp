@@ -16,15 +16,15 @@
 namespace {
 
 bool is_shown(const VtabTableRecord* table) {
-  return table->safi == kSafiUnicast || table->safi == kSafiFlowRules;
+  return table->safi == inet::kUnicastSafi || table->safi == inet::kFlowSafi;
 }
 
 // `unicast` and `flow_rules` by address family, IPv4 first.
 const char* policy_of(const VtabTableRecord* table, char* const (&unicast)[kMplsVpnFamilies],
                       char* const (&flow_rules)[kMplsVpnFamilies]) {
-  const bool is_flow_rules = table->safi == kSafiFlowRules;
-  if (table->afi == kAfiIpv4) return is_flow_rules ? flow_rules[0] : unicast[0];
-  if (table->afi != kAfiIpv6) return nullptr;
+  const bool is_flow_rules = table->safi == inet::kFlowSafi;
+  if (table->afi == inet::kIpv4Afi) return is_flow_rules ? flow_rules[0] : unicast[0];
+  if (table->afi != inet::kIpv6Afi) return nullptr;
   // Deliberate: for IPv6 the unicast policy decides whether there is any.
   if (unicast[1] == nullptr) return nullptr;
   return is_flow_rules ? flow_rules[1] : unicast[1];
@@ -72,7 +72,7 @@ struct Selection {
 bool is_selected(const VtabTableRecord* table, const Selection& selection) {
   if (selection.taken == selection.slots || !is_shown(table)) return false;
   if (selection.afi_index == 0) return true;
-  return table->afi == selection.afi_index && selection.second_selector != kSafiMulticast;
+  return table->afi == selection.afi_index && selection.second_selector != inet::kMulticastSafi;
 }
 
 void take_table(const VtabTableRecord* table, const VtabVrfRecord* record, Selection* selection) {
@@ -84,7 +84,7 @@ void take_table(const VtabTableRecord* table, const VtabVrfRecord* record, Selec
   if (!is_selected(table, *selection)) return;
   if (!of_all) {
     mpls_vpn_debug(PROV, "Adding table %s, afi = %s, safi = %s", table->table_name, afi_text(table->afi),
-                   safi_text(kSafiUnicast));
+                   safi_text(inet::kUnicastSafi));
   }
   fill_table_parcel(&selection->entries[selection->taken++], table, record);
 }
