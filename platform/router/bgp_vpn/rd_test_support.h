@@ -43,12 +43,9 @@ class RdTest : public ::testing::Test {
   }
   // Notifications of other services, for several batches of the feed.
   void FillFeed() {
-    class Other : public feed::Notification {
-      void deliver() override {}
-    };
     other_receiver_.manager = manager_.get();
     for (int count = 0; count < 100; ++count) {
-      feed::append(router_.changes(), feed::Phase::kRecord, &other_receiver_, std::make_unique<Other>());
+      feed::append(router_.changes(), feed::Phase::kRecord, &other_receiver_, [] {});
     }
   }
   void ChangeRd(const std::string& name, const std::string& rd) {

@@ -85,22 +85,10 @@ void Library::report(const std::string& vrf, const std::string& text) const {
   callback(text.empty() ? 0 : 1, vrf.c_str(), text.empty() ? nullptr : text.c_str());
 }
 
-class RdChange : public feed::Notification {
- public:
-  RdChange(Library* reporter, std::string vrf, std::string rd)
-      : library_(reporter), vrf_(std::move(vrf)), rd_(std::move(rd)) {}
-  void deliver() override { library_->report_change(vrf_, rd_); }
-
- private:
-  Library* library_;
-  std::string vrf_;
-  std::string rd_;
-};
-
 void Library::append_change(const std::string& vrf, const std::string& rd) {
   if (callback == nullptr) return;
   feed::append(model == nullptr ? 0 : model->changes(), feed::Phase::kFollowUp, &receiver_,
-               std::make_unique<RdChange>(this, vrf, rd));
+               [this, vrf, rd] { report_change(vrf, rd); });
 }
 
 // Another RD may have been configured since the change.

@@ -51,7 +51,6 @@ class Follower : public router::Observer {
   ~Follower() override;
 
   Status start();
-  void replay_later(Join join);
 
   // Whether items are counted under this name, or were since the change feed was last empty.
   bool is_name_of_items(const std::string& vrf, const std::string& interface) const;
@@ -226,24 +225,11 @@ void Follower::joined(const router::Interface& interface) {
   if (interface.vrf != router::kDefaultVrf) append({interface.vrf, interface.name});
 }
 
-class JoinDelivered : public feed::Notification {
- public:
-  JoinDelivered(Follower* follower, Join join) : follower_(follower), join_(std::move(join)) {}
-  void deliver() override { follower_->replay_later(std::move(join_)); }
-
- private:
-  Follower* follower_;
-  Join join_;
-};
-
 void Follower::append(Join join) {
-  feed::append(model_->changes(), feed::Phase::kFollowUp, &receiver_,
-               std::make_unique<JoinDelivered>(this, std::move(join)));
-}
-
-void Follower::replay_later(Join join) {
-  joins_.push_back(std::move(join));
-  start_replay();
+  feed::append(model_->changes(), feed::Phase::kFollowUp, &receiver_, [this, join = std::move(join)] {
+    joins_.push_back(join);
+    start_replay();
+  });
 }
 
 void Follower::start_replay() {

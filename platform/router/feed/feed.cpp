@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <deque>
-#include <iterator>
 #include <set>
 #include <utility>
 #include <vector>
@@ -23,16 +22,11 @@ struct Item {
   std::uint64_t order = 0;
   const Receiver* receiver = nullptr;  // null for a function that runs after the items before it
   std::unique_ptr<Notification> notification;
-  bool is_finished = false;
-
-  void finish() {
-    if (!std::exchange(is_finished, true)) notification->finish();
-  }
 };
 
-class PendingFunction : public Notification {
+class Function : public Notification {
  public:
-  explicit PendingFunction(std::function<void()> function) : function_(std::move(function)) {}
+  explicit Function(std::function<void()> function) : function_(std::move(function)) {}
   void deliver() override { function_(); }
 
  private:
@@ -111,10 +105,8 @@ void Feed::post() {
 }
 
 void Feed::deliver_batch() {
-  const std::uint64_t generation = generation_;
   for (std::size_t count = 0; !items_.empty() && count < items_.front().receiver->batch; ++count) {
     deliver_front();
-    if (generation != generation_) return;  // a receiver was dropped, which posted the next batch
   }
   is_posted_ = false;
   post();
@@ -130,7 +122,6 @@ void Feed::deliver_front() {
   Item* const outer = std::exchange(delivering_, &item);
   take_due_functions();
   item.notification->deliver();
-  item.finish();
   delivering_ = outer;
   run_due_functions();
 }
@@ -138,13 +129,7 @@ void Feed::deliver_front() {
 void Feed::drop(const Receiver* receiver) {
   ++generation_;
   is_posted_ = false;
-  if (delivering_ != nullptr && delivering_->receiver == receiver) delivering_->finish();
-  const auto is_dropped = [receiver](const Item& item) { return item.receiver == receiver; };
-  std::vector<Item> dropped;
-  std::copy_if(std::move_iterator(items_.begin()), std::move_iterator(items_.end()),
-               std::back_inserter(dropped), is_dropped);
-  std::erase_if(items_, is_dropped);
-  for (Item& item : dropped) item.finish();
+  std::erase_if(items_, [receiver](const Item& item) { return item.receiver == receiver; });
   take_due_functions();
   run_due_functions();
   post();
@@ -198,6 +183,10 @@ void append(std::uint64_t change, Phase phase, const Receiver* receiver,
   the_feed().append({order, receiver, std::move(notification)});
 }
 
+void append(std::uint64_t change, Phase phase, const Receiver* receiver, std::function<void()> deliver) {
+  append(change, phase, receiver, std::make_unique<Function>(std::move(deliver)));
+}
+
 void drop(const Receiver* receiver) {
   the_feed().drop(receiver);
 }
@@ -206,12 +195,8 @@ bool is_empty() {
   return the_feed().is_empty();
 }
 
-void deliver_all() {
-  the_feed().deliver_all();
-}
-
 void run_after_pending(std::function<void()> function) {
-  the_feed().run_after_pending(std::make_unique<PendingFunction>(std::move(function)));
+  the_feed().run_after_pending(std::make_unique<Function>(std::move(function)));
 }
 
 void lose(const Receiver* receiver) {

@@ -44,10 +44,8 @@ class Notification {
   virtual ~Notification() = default;
   Notification(const Notification&) = delete;
   Notification& operator=(const Notification&) = delete;
-  // Calls the client. The callback may drop the receiver, which calls finish() at once.
+  // Calls the client, which must not drop a receiver.
   virtual void deliver() = 0;
-  // Called exactly once: after deliver(), or instead of it when the receiver is dropped.
-  virtual void finish() {}
 };
 
 // Delivers around changes of names in this model; null detaches.
@@ -56,10 +54,10 @@ void attach(router::Router* model);
 // `change` is the model's number of the change (Router::changes). The receiver must live until it is dropped.
 void append(std::uint64_t change, Phase phase, const Receiver* receiver,
             std::unique_ptr<Notification> notification);
+void append(std::uint64_t change, Phase phase, const Receiver* receiver, std::function<void()> deliver);
 // Drops the receiver's pending notifications.
 void drop(const Receiver* receiver);
 bool is_empty();
-void deliver_all();
 
 // Calls the function when everything that is pending now was delivered, at once if nothing is, but not while
 // a receiver is lost.

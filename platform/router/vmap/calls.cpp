@@ -5,16 +5,16 @@
 // closes the other to hang up. No data is sent through it; events are delivered by the change feed. When the
 // service has closed a connection, the client's end stays open until the client unbinds or binds again.
 //
-// The service owns the clients, a client owns its databases; callers borrow the handles. Everything belongs
-// to the main thread.
+// The service owns the client, the client its database; callers borrow the handles. Everything belongs to the
+// main thread.
 #include "platform/router/vmap/vmap.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "platform/core/base/fault.h"
 #include "platform/router/vmap/service.h"
@@ -32,37 +32,37 @@ void close_end(int* end) {
   *end = -1;
 }
 
-// Closes the service's end and ends what was registered.
-void close_connection(VmapClient* client) {
-  vmap::end_registration(client);
+// What is pending for the registration is dropped. A client that knows VRFs is lost until it registers again.
+void end_registration(VmapClient* client) {
+  if (!std::exchange(client->is_registered, false)) return;
+  if (client->announced.vrfs.empty()) {
+    feed::drop(&client->receiver);
+  } else {
+    feed::lose(&client->receiver);
+  }
+}
+
+void end_service_side(VmapClient* client) {
+  end_registration(client);
   close_end(&client->service_end);
 }
 
 void release_client_side(VmapClient* client) {
-  client->databases.clear();
+  client->database.reset();
   close_end(&client->client_end);
 }
 
 }  // namespace
 
-// A library callback may end its client, so clients are found again by number.
-void vmap::close_all_connections() {
-  std::vector<std::uint64_t> ids;
-  for (const auto& client : service().clients) {
-    if (is_connected(*client)) ids.push_back(client->id);
-  }
-  for (const std::uint64_t id : ids) {
-    for (const auto& client : service().clients) {
-      if (client->id != id) continue;
-      close_connection(client.get());
-      client->callback(client.get());
-      break;
-    }
-  }
+void vmap::close_connection() {
+  VmapClient* const client = service().client.get();
+  if (client == nullptr || !is_connected(*client)) return;
+  end_service_side(client);
+  client->callback(client);
 }
 
 void vmap_attach(router::Router* model) {
-  if (model == nullptr) vmap::close_all_connections();
+  if (model == nullptr) vmap::close_connection();
   service().attach(model);
 }
 
@@ -72,26 +72,21 @@ Status vmap_c_lib_init(const char* client_name, EventManager* manager, VmapLibra
   if (client_name == nullptr || manager == nullptr || callback == nullptr || client == nullptr) {
     return kStatusInvalid;
   }
-  auto made = std::make_unique<VmapClient>();
-  made->id = ++service().last_client;
-  made->name = client_name;
-  made->receiver.manager = manager;
-  made->callback = callback;
-  *client = made.get();
-  service().clients.push_back(std::move(made));
+  if (service().client != nullptr) return kStatusExists;
+  service().client = std::make_unique<VmapClient>();
+  *client = service().client.get();
+  (*client)->name = client_name;
+  (*client)->receiver.manager = manager;
+  (*client)->callback = callback;
   return kStatusOk;
 }
 
 void vmap_c_lib_end(VmapClient* client) {
-  auto& clients = service().clients;
-  const auto found =
-      std::find_if(clients.begin(), clients.end(), [client](const auto& one) { return one.get() == client; });
-  if (found == clients.end()) return;
-  const std::unique_ptr<VmapClient> ended = std::move(*found);
-  clients.erase(found);
-  close_connection(ended.get());
-  release_client_side(ended.get());
-  feed::recover(&ended->receiver);
+  if (client == nullptr) return;
+  end_service_side(client);
+  release_client_side(client);
+  feed::recover(&client->receiver);
+  service().client.reset();
 }
 
 Status vmap_c_bind(VmapClient* client, int* fd) {
@@ -115,7 +110,7 @@ Status vmap_c_unbind(VmapClient* client) {
   if (Status status = fault_check("vmap_c_unbind")) return status;
   if (client == nullptr) return kStatusInvalid;
   if (client->client_end == -1) return kStatusNotConnected;
-  close_connection(client);
+  end_service_side(client);
   release_client_side(client);
   return kStatusOk;
 }
@@ -124,19 +119,17 @@ Status vmap_c_mdb_init(VmapClient* client, std::uint32_t type, VmapMemberDatabas
   if (Status status = fault_check("vmap_c_mdb_init")) return status;
   if (client == nullptr || database == nullptr) return kStatusInvalid;
   if (!is_connected(*client)) return kStatusNotConnected;
-  auto made = std::make_unique<VmapMemberDatabase>();
-  made->client = client;
-  made->type = type;
-  *database = made.get();
-  client->databases.push_back(std::move(made));
+  if (client->database != nullptr) return kStatusExists;
+  client->database = std::make_unique<VmapMemberDatabase>();
+  client->database->type = type;
+  *database = client->database.get();
   return kStatusOk;
 }
 
 void vmap_c_mdb_free(VmapMemberDatabase* database) {
   if (database == nullptr) return;
-  VmapClient* const client = database->client;
-  if (client->registered == database) vmap::end_registration(client);
-  std::erase_if(client->databases, [database](const auto& one) { return one.get() == database; });
+  end_registration(service().client.get());
+  service().client->database.reset();
 }
 
 Status vmap_c_mdb_add_intf_all(VmapMemberDatabase* database, VmapIntfCallback callback, std::uint32_t batch) {
@@ -157,17 +150,14 @@ Status vmap_c_mdb_add_vrf_all(VmapMemberDatabase* database, VmapVrfCallback call
 Status vmap_c_notif_reg(VmapMemberDatabase* database, int* fd, std::uint32_t* num_results) {
   if (Status status = fault_check("vmap_c_notif_reg")) return status;
   if (database == nullptr || fd == nullptr || num_results == nullptr) return kStatusInvalid;
-  VmapClient* const client = database->client;
+  VmapClient* const client = service().client.get();
   if (!is_connected(*client)) return kStatusNotConnected;
-  if (client->registered != nullptr) return kStatusExists;
-  client->registered = database;
+  if (client->is_registered) return kStatusExists;
+  client->is_registered = true;
   client->receiver.batch = database->batch;
-  ++client->registration;
   *fd = client->client_end;
-  const std::uint64_t id = client->id;
-  const std::uint64_t registration = client->registration;
-  *num_results = vmap::replay(client);
-  return vmap::is_registered(id, registration) ? kStatusOk : kStatusNotConnected;
+  *num_results = vmap::replay();
+  return kStatusOk;
 }
 
 void vmap_on_rename(bool (*must_leave)(const char* vrf_name, const char* if_name)) {

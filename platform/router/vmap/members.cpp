@@ -1,63 +1,38 @@
-// Both lists are linked by the same two functions; a pointer to member selects the pair of links.
 #include "platform/router/vmap/members.h"
 
 namespace vmap {
-namespace {
-
-using Which = Member::Links Member::*;
-
-void append(MemberList* list, Member* member, Which which) {
-  (member->*which).before = list->last;
-  (list->last == nullptr ? list->first : (list->last->*which).after) = member;
-  list->last = member;
-}
-
-void unlink(MemberList* list, const Member& member, Which which) {
-  const Member::Links& links = member.*which;
-  (links.before == nullptr ? list->first : (links.before->*which).after) = links.after;
-  (links.after == nullptr ? list->last : (links.after->*which).before) = links.before;
-}
-
-}  // namespace
-
-VrfMembers* Members::entry_of(const std::string& vrf) {
-  VrfMembers& entry = by_vrf_[vrf];
-  if (entry.name == nullptr) entry.name = std::make_shared<const std::string>(vrf);
-  return &entry;
-}
 
 void Members::join(std::uint32_t handle, const std::string& vrf) {
-  Member& member = by_handle_[handle];
-  member.handle = handle;
-  member.vrf = entry_of(vrf);
-  append(&all_, &member, &Member::of_all);
-  append(&member.vrf->list, &member, &Member::of_vrf);
+  OfVrf& of_vrf = by_vrf_[vrf];
+  const auto in_all = all_.insert(all_.end(), {handle, vrf});
+  places_[handle] = {in_all, of_vrf.insert(of_vrf.end(), &*in_all)};
 }
 
 void Members::leave(std::uint32_t handle) {
-  const auto found = by_handle_.find(handle);
-  if (found == by_handle_.end()) return;
-  VrfMembers* const vrf = found->second.vrf;
-  unlink(&all_, found->second, &Member::of_all);
-  unlink(&vrf->list, found->second, &Member::of_vrf);
-  by_handle_.erase(found);
-  if (vrf->list.first == nullptr) by_vrf_.erase(by_vrf_.find(*vrf->name));
+  const auto place = places_.find(handle);
+  if (place == places_.end()) return;
+  const auto of_vrf = by_vrf_.find(place->second.in_all->vrf);
+  of_vrf->second.erase(place->second.in_vrf);
+  if (of_vrf->second.empty()) by_vrf_.erase(of_vrf);
+  all_.erase(place->second.in_all);
+  places_.erase(place);
 }
 
 void Members::clear() {
-  by_handle_.clear();
+  places_.clear();
   by_vrf_.clear();
-  all_ = {};
+  all_.clear();
 }
 
 const Member* Members::find(std::uint32_t handle) const {
-  const auto found = by_handle_.find(handle);
-  return found == by_handle_.end() ? nullptr : &found->second;
+  const auto place = places_.find(handle);
+  return place == places_.end() ? nullptr : &*place->second.in_all;
 }
 
-const Member* Members::first_of(std::string_view vrf) const {
+const std::list<const Member*>& Members::of(const std::string& vrf) const {
+  static const OfVrf kNone;
   const auto found = by_vrf_.find(vrf);
-  return found == by_vrf_.end() ? nullptr : found->second.list.first;
+  return found == by_vrf_.end() ? kNone : found->second;
 }
 
 }  // namespace vmap

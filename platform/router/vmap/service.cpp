@@ -1,4 +1,4 @@
-// The membership service as an observer of the router model: turns the model's changes into events for every
+// The membership service as an observer of the router model: turns the model's changes into events for the
 // registered client.
 //
 // Every event is complete: it is made here, at the time of the change, and the feed only delivers it. The VRF
@@ -54,38 +54,23 @@ const std::string& Service::name_of(std::uint32_t handle) const {
 }
 
 Event Service::vrf_event(VmapEvent kind, const router::Vrf& vrf) const {
-  Event event;
-  event.kind = kind;
-  event.is_vrf = true;
-  event.vrf_id = vrf.id;
-  event.incarnation = incarnation_of(vrf.name);
-  event.vrf_name = std::make_shared<const std::string>(vrf.name);
-  return event;
+  return {kind, true, 0, vrf.id, incarnation_of(vrf.name), vrf.name};
 }
 
 Event Service::interface_event(VmapEvent kind, const Member& member) const {
-  const router::Vrf* vrf = model_->find_vrf(*member.vrf->name);
-  Event event;
-  event.kind = kind;
-  event.handle = member.handle;
-  event.vrf_id = vrf == nullptr ? 0 : vrf->id;
-  event.vrf_name = member.vrf->name;
-  return event;
+  const router::Vrf* vrf = model_->find_vrf(member.vrf);
+  return {kind, false, member.handle, vrf == nullptr ? 0 : vrf->id, 0, member.vrf};
 }
 
 void Service::announce(const Event& event) {
-  if (fault_check("vmap_service") != kStatusOk) return close_all_connections();
+  if (fault_check("vmap_service") != kStatusOk) return close_connection();
+  if (client == nullptr || !client->is_registered) return;
   const feed::Phase phase = event.kind == VmapEvent::kDelete ? feed::Phase::kLeft : feed::Phase::kJoined;
-  for (const auto& client : clients) {
-    if (client->registered == nullptr) continue;
-    feed::append(model_->changes(), phase, &client->receiver, notification_of(client.get(), event));
-  }
+  feed::append(model_->changes(), phase, &client->receiver, [event] { deliver(event); });
 }
 
 void Service::announce_members_of(const std::string& vrf) {
-  for (const Member* member = members.first_of(vrf); member != nullptr; member = member->of_vrf.after) {
-    announce(interface_event(VmapEvent::kUpdate, *member));
-  }
+  for (const Member* member : members.of(vrf)) announce(interface_event(VmapEvent::kUpdate, *member));
 }
 
 void Service::vrf_created(const router::Vrf& vrf) {
@@ -119,10 +104,6 @@ void Service::leave(std::uint32_t handle) {
   members.leave(handle);
 }
 
-void Service::interface_added(const router::Interface& interface) {
-  join(interface);
-}
-
 void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
   const Member* member = members.find(now.handle);
   if (member == nullptr || (before.name == now.name && before.index == now.index)) return;
@@ -135,18 +116,12 @@ void Service::interface_moved(const router::Interface& now, const std::string& /
   join(now);
 }
 
-void Service::interface_removed(const router::Interface& interface) {
-  leave(interface.handle);
-}
-
 std::vector<Event> Service::everything() const {
   std::vector<Event> events;
   model_->for_each_vrf([&](const router::Vrf& vrf) {
     if (!is_default(vrf.name)) events.push_back(vrf_event(VmapEvent::kUpdate, vrf));
   });
-  for (const Member* member = members.first(); member != nullptr; member = member->of_all.after) {
-    events.push_back(interface_event(VmapEvent::kUpdate, *member));
-  }
+  for (const Member& member : members.all()) events.push_back(interface_event(VmapEvent::kUpdate, member));
   return events;
 }
 

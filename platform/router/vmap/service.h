@@ -1,14 +1,68 @@
-// The membership service of the process: the model, the members, the clients, and the operations that its
+// The membership service of the process: the model, the members, the client, and the operations that its
 // sources share.
+//
+// What was announced to the client outlives its connection: the next registration compares it with the model
+// to find stale entries. VRFs are announced with their incarnation, a number that no two created VRFs share,
+// so that a VRF that was deleted and created again under its name is recognized as another one.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "platform/router/vmap/client.h"
+#include "platform/router/feed/feed.h"
+#include "platform/router/vmap/members.h"
+#include "platform/router/vmap/vmap.h"
+
+namespace vmap {
+
+// One item as it will be delivered.
+struct Event {
+  VmapEvent kind = VmapEvent::kUpdate;
+  bool is_vrf = false;
+  std::uint32_t handle = 0;  // of an interface
+  std::uint32_t vrf_id = 0;
+  std::uint64_t incarnation = 0;  // of a VRF
+  std::string vrf_name;
+};
+
+struct AnnouncedVrf {
+  Event event;
+  std::uint32_t flags = 0;
+};
+
+struct AnnouncedInterface {
+  Event event;
+  std::string name;  // at the time of the delivery, when the client looks it up
+};
+
+struct Announced {
+  std::map<std::string, AnnouncedVrf, router::ShorterFirst> vrfs;
+  std::map<std::uint32_t, AnnouncedInterface> interfaces;  // by handle
+};
+
+}  // namespace vmap
+
+struct VmapMemberDatabase {
+  std::uint32_t type = 0;
+  std::uint32_t batch = feed::kDefaultBatch;
+  VmapIntfCallback intf_callback = nullptr;
+  VmapVrfCallback vrf_callback = nullptr;
+};
+
+struct VmapClient {
+  std::string name;
+  feed::Receiver receiver;
+  VmapLibraryCallback callback = nullptr;
+  int client_end = -1;   // the descriptor that the client watches
+  int service_end = -1;  // closed by the service to hang up; -1: not connected
+  std::unique_ptr<VmapMemberDatabase> database;
+  bool is_registered = false;  // with the database
+  vmap::Announced announced;
+};
 
 namespace vmap {
 
@@ -24,17 +78,16 @@ class Service : public router::Observer {
   void vrf_created(const router::Vrf& vrf) override;
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
   void vrf_deleted(const router::Vrf& vrf) override;
-  void interface_added(const router::Interface& interface) override;
+  void interface_added(const router::Interface& interface) override { join(interface); }
   void interface_changed(const router::Interface& before, const router::Interface& now) override;
   void interface_moved(const router::Interface& now, const std::string& from) override;
-  void interface_removed(const router::Interface& interface) override;
+  void interface_removed(const router::Interface& interface) override { leave(interface.handle); }
 
   // Every VRF that exists, then every interface in a VRF, as updates.
   std::vector<Event> everything() const;
 
   Members members;
-  std::vector<std::unique_ptr<VmapClient>> clients;
-  std::uint64_t last_client = 0;
+  std::unique_ptr<VmapClient> client;
   bool (*must_leave_on_rename)(const char* vrf_name, const char* if_name) = nullptr;
 
  private:
@@ -52,17 +105,13 @@ class Service : public router::Observer {
 
 Service& service();
 
-// --- delivery.cpp ---
-// A notification that delivers the event to the client.
-std::unique_ptr<feed::Notification> notification_of(VmapClient* client, const Event& event);
+// --- delivery.cpp, for the client's registration
+void deliver(const Event& event);
 // Announces stale entries as deletions, then everything that exists, at once. The number of items announced.
-std::uint32_t replay(VmapClient* client);
-// Whether this registration of this client still exists; for loops around callbacks, which may end both.
-bool is_registered(std::uint64_t client_id, std::uint64_t registration);
-// Ends the registration, if there is one; what is pending for it is dropped.
-void end_registration(VmapClient* client);
+std::uint32_t replay();
 
-// --- calls.cpp ---
-void close_all_connections();
+// --- calls.cpp
+// The service fails: it hangs up.
+void close_connection();
 
 }  // namespace vmap

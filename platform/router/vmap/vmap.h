@@ -29,9 +29,9 @@
 //
 // The record service notifies its client of the same changes, in one order with these (platform/router/feed).
 //
-// Fault points are named after the operations. "vmap_service" is the failure of the service itself: it
-// refuses to bind, and at the next change it closes every connection. kStatusInvalid for null arguments. Main
-// thread only.
+// One client per process. Its callbacks do not call the service. Fault points are named after the operations.
+// "vmap_service" is the failure of the service itself: it refuses to bind, and at the next change it closes
+// the connection. kStatusInvalid for null arguments. Main thread only.
 #pragma once
 
 #include <cstdint>
@@ -68,21 +68,23 @@ using VmapLibraryCallback = int (*)(void* argument);
 using VmapVrfCallback = void (*)(VmapMemberDatabase*, VmapEvent, const VmapVrfItem*);
 using VmapIntfCallback = void (*)(VmapMemberDatabase*, VmapEvent, const VmapIntfItem*);
 
-// The model that the service announces; called once by the process. Null detaches it and closes every
+// The model that the service announces; called once by the process. Null detaches it and closes the
 // connection.
 void vmap_attach(router::Router* model);
 
+// kStatusExists while there is a client.
 [[nodiscard]] Status vmap_c_lib_init(const char* client_name, EventManager* manager,
                                      VmapLibraryCallback callback, VmapClient** client);
-// Ends the client; it may not use anything that was announced to it any more. Call it before the event
-// manager is destroyed.
+// Ends the client (null: nothing); it may not use anything that was announced to it any more. Call it before
+// the event manager is destroyed.
 void vmap_c_lib_end(VmapClient* client);
 // The descriptor belongs to the client library, which closes it in vmap_c_unbind; the caller only watches it.
 // kStatusUnavailable without a model, kStatusExists for a client that is connected.
 [[nodiscard]] Status vmap_c_bind(VmapClient* client, int* fd);
-// Also releases the member databases that the client did not free.
+// Also releases the member database if the client did not free it.
 [[nodiscard]] Status vmap_c_unbind(VmapClient* client);
-// kStatusNotConnected for a client that is not bound or whose connection was closed.
+// kStatusNotConnected for a client that is not bound or whose connection was closed, kStatusExists while
+// there is a database.
 [[nodiscard]] Status vmap_c_mdb_init(VmapClient* client, std::uint32_t type, VmapMemberDatabase** database);
 void vmap_c_mdb_free(VmapMemberDatabase* database);
 // One iteration of the event loop delivers at most `batch` items; 0 means 40.
@@ -90,8 +92,7 @@ void vmap_c_mdb_free(VmapMemberDatabase* database);
                                              std::uint32_t batch);
 [[nodiscard]] Status vmap_c_mdb_add_vrf_all(VmapMemberDatabase* database, VmapVrfCallback callback);
 // Replays before it returns; *num_results is the number of items announced. kStatusNotConnected as above,
-// kStatusExists when the client has a registered member database already. A callback may unbind: nothing more
-// is announced then, and a replay fails with kStatusNotConnected.
+// kStatusExists when the database is registered already.
 [[nodiscard]] Status vmap_c_notif_reg(VmapMemberDatabase* database, int* fd, std::uint32_t* num_results);
 
 // Called before an interface is announced to a client that knows it by another name, `if_name`, in this VRF.

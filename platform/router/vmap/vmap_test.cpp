@@ -197,25 +197,6 @@ TEST_F(Membership, InterfaceThatGetsASubscribersNameLeavesFirst) {
   }
 }
 
-TEST_F(Membership, UnbindFromInsideTheLeaveOfARenamedInterfaceEndsTheDelivery) {
-  vmap_on_rename([](const char*, const char*) { return true; });
-  AddInterface("ge0", "red");
-  Bind();
-  ASSERT_EQ(vmap_c_mdb_init(client_, 2, &database_), kStatusOk);
-  static std::vector<VmapEvent> kinds;
-  kinds.clear();
-  const auto unbind_on_leave = [](VmapMemberDatabase* database, VmapEvent kind, const VmapIntfItem*) {
-    kinds.push_back(kind);
-    if (kind == VmapEvent::kDelete) vmap_c_mdb_free(database);
-  };
-  ASSERT_EQ(vmap_c_mdb_add_intf_all(database_, unbind_on_leave, 40), kStatusOk);
-  ASSERT_EQ(vmap_c_notif_reg(database_, &fd_, &num_results_), kStatusOk);
-  Rename("ge0", "ge1");
-  Run();
-  EXPECT_THAT(kinds, ElementsAre(VmapEvent::kUpdate, VmapEvent::kDelete));
-  vmap_on_rename(nullptr);
-}
-
 // A client treats a second creation as a new VRF.
 TEST_F(Membership, ChangedDetailsOfAVrfAreNotAnnounced) {
   AddVrf("red", 10);
@@ -298,38 +279,6 @@ TEST_F(Membership, ClientGetsOnlyWhatItSubscribedTo) {
   EXPECT_THAT(Calls(), ElementsAre("+vrf red 10", "+vrf blue 20"));
 }
 
-TEST_F(Membership, EveryClientIsNotified) {
-  Connect();
-  VmapClient* const first = client_;
-  ASSERT_EQ(vmap_c_lib_init("second", manager_.get(), &NoteDrop, &client_), kStatusOk);
-  Connect();
-  AddVrf("red", 10);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("+vrf red 10", "+vrf red 10"));
-  EndClient();
-  client_ = first;
-  AddVrf("blue", 20);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("+vrf blue 20"));
-}
-
-TEST_F(Membership, UnbindFromInsideACallbackEndsTheReplay) {
-  AddVrf("red", 10);
-  AddVrf("blue", 20);
-  Bind();
-  ASSERT_EQ(vmap_c_mdb_init(client_, 2, &database_), kStatusOk);
-  static VmapClient* unbinding;
-  unbinding = client_;
-  ASSERT_EQ(vmap_c_mdb_add_vrf_all(database_,
-                                   [](VmapMemberDatabase* database, VmapEvent kind, const VmapVrfItem* item) {
-                                     NoteVrf(database, kind, item);
-                                     EXPECT_EQ(vmap_c_unbind(unbinding), kStatusOk);
-                                   }),
-            kStatusOk);
-  EXPECT_EQ(vmap_c_notif_reg(database_, &fd_, &num_results_), kStatusNotConnected);
-  EXPECT_THAT(Calls(), ElementsAre("+vrf red 10"));
-}
-
 TEST_F(Membership, EndedClientIsNotNotified) {
   Connect();
   AddVrf("red", 10);
@@ -346,12 +295,16 @@ TEST_F(Membership, FreedMemberDatabaseIsNotNotified) {
   EXPECT_THAT(Calls(), IsEmpty());
 }
 
-TEST_F(Membership, ConnectionsAreMadeAndEndedInOrder) {
+TEST_F(Membership, ThereIsOneOfEachAndTheyAreMadeAndEndedInOrder) {
   EXPECT_EQ(vmap_c_mdb_init(client_, 2, &database_), kStatusNotConnected);
   EXPECT_EQ(vmap_c_unbind(client_), kStatusNotConnected);
   Connect();
   int other = -1;
+  VmapClient* second = nullptr;
+  VmapMemberDatabase* database = nullptr;
+  EXPECT_EQ(vmap_c_lib_init("second", manager_.get(), &NoteDrop, &second), kStatusExists);
   EXPECT_EQ(vmap_c_bind(client_, &other), kStatusExists);
+  EXPECT_EQ(vmap_c_mdb_init(client_, 2, &database), kStatusExists);
   EXPECT_EQ(vmap_c_notif_reg(database_, &other, &num_results_), kStatusExists);
   EXPECT_FALSE(HasHungUp());
   Unbind();

@@ -15,10 +15,6 @@ using vtab::IfNode;
 using vtab::service;
 using vtab::VrfNode;
 
-VrfNode* node_of(VtabVrfRecord* record) {
-  return static_cast<VrfNode*>(record);
-}
-
 Status check_client(const char* operation, bool arguments_are_there) {
   if (Status status = fault_check(operation)) return status;
   return arguments_are_there && service().client.manager != nullptr ? kStatusOk : kStatusInvalid;
@@ -148,10 +144,8 @@ Status vtab_lock_begin_access_vrf_record(const char* vrf_name, VtabVrfRecord** r
   };
   auto* const oldest = feed::find_oldest<vtab::VrfEvent>(matches);
   if (oldest == nullptr) return kStatusOk;
-  if (oldest->node->in_access) return kStatusDeadlock;
   oldest->was_taken = true;
-  oldest->node->in_access = true;
-  service().client.vrf_in_callback = oldest->node;
+  service().client.vrf_in_access = oldest->node;
   *record = oldest->node;
   *event = oldest->code;
   return kStatusOk;
@@ -159,10 +153,9 @@ Status vtab_lock_begin_access_vrf_record(const char* vrf_name, VtabVrfRecord** r
 
 Status vtab_unlock_end_access_vrf_record(VtabVrfRecord* record) {
   if (Status status = fault_check("vtab_unlock_end_access_vrf_record")) return status;
-  VrfNode* const node = node_of(record);
-  if (node == nullptr || !node->in_access) return kStatusInvalid;
-  if (service().client.vrf_in_callback == node) service().client.vrf_in_callback = nullptr;
-  service().vrfs.end_access(node);
+  VrfNode*& in_access = service().client.vrf_in_access;
+  if (record == nullptr || record != in_access) return kStatusInvalid;
+  in_access = nullptr;
   return kStatusOk;
 }
 
@@ -181,24 +174,19 @@ Status vtab_lock_begin_access_if_record(const char* if_name, const char* vrf_nam
   };
   auto* const oldest = feed::find_oldest<vtab::StateEvent>(matches);
   if (oldest == nullptr) return kStatusOk;
-  IfNode* const node = oldest->node;
-  if (node->in_access) return kStatusDeadlock;
   oldest->was_taken = true;
+  service().client.interface_in_access = oldest->node;
   *ipv4_change = oldest->change.ipv4;
   *ipv6_change = oldest->change.ipv6;
-  node->in_access = true;
-  service().client.interface_in_callback = node;
-  *record = node;
+  *record = oldest->node;
   return kStatusOk;
 }
 
 Status vtab_unlock_end_access_if_record(const char* vrf_name, VtabIfRecord* record) {
   if (Status status = fault_check("vtab_unlock_end_access_if_record")) return status;
-  IfNode* const node = static_cast<IfNode*>(record);
-  if (vrf_name == nullptr || node == nullptr || !node->in_access) return kStatusInvalid;
-  if (service().client.interface_in_callback == node) service().client.interface_in_callback = nullptr;
-  node->in_access = false;
-  service().interfaces.release(node);
+  IfNode*& in_access = service().client.interface_in_access;
+  if (vrf_name == nullptr || record == nullptr || record != in_access) return kStatusInvalid;
+  in_access = nullptr;
   return kStatusOk;
 }
 
@@ -244,8 +232,4 @@ const VtabTableRecord* vtab_get_next_table_record_by_vrf_name(const char* vrf_na
   const VrfNode* node = vrf_name == nullptr ? nullptr : service().vrfs.find(vrf_name);
   if (node == nullptr || record == nullptr) return nullptr;
   return table_from(node, std::size_t{record->afi - 1} * 2 + record->safi);
-}
-
-void vtab_end_client() {
-  service().end_client();
 }

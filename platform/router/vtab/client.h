@@ -1,4 +1,4 @@
-// The record service's client: its registration, and the accesses of its callbacks.
+// The record service's client: its registration and its accesses.
 #pragma once
 
 #include <array>
@@ -27,12 +27,9 @@ struct Client {
   std::array<std::string, 3> if_texts;  // of vtab_reg_if_attributes: scope, VRF scope and default VRF
   std::array<std::uint32_t, 4> if_numbers{};
 
-  // Around a callback: an access that the callback leaves open is closed after it.
-  void begin_callback();
-  void end_callback();
-  // The accesses that the running callback has begun and not ended; null outside callbacks.
-  VrfNode* vrf_in_callback = nullptr;
-  IfNode* interface_in_callback = nullptr;
+  // The accesses that are begun and not ended.
+  VrfNode* vrf_in_access = nullptr;
+  IfNode* interface_in_access = nullptr;
 };
 
 }  // namespace vtab

@@ -314,15 +314,6 @@ TEST_F(RecordsAndMembership, OrderOfTheChangesHoldsOverManyBatches) {
   EXPECT_EQ(Calls(), expected);
 }
 
-TEST_F(RecordsAndMembership, MembershipIsDeliveredAfterTheRecordClientEnded) {
-  StartClient();
-  Connect();
-  AddVrf("red", 10);
-  vtab_end_client();
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("+vrf red"));
-}
-
 TEST_F(Records, RegistrationIsStoredUnchanged) {
   StartClient();
   const Client& client = service().client;
@@ -335,19 +326,6 @@ TEST_F(Records, RegistrationIsStoredUnchanged) {
   EXPECT_THAT(client.if_numbers, ElementsAre(3U, 1U, 0x221U, 0U));
 }
 
-TEST_F(Records, RecordInAccessIsNotFreed) {
-  StartClient();
-  AddVrf("red", 10);
-  VrfAccess access;
-  ASSERT_EQ(access.Begin("red"), kStatusOk);
-  DeleteVrf("red");
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red refused 35")) << "the deletion; the creation was taken";
-  EXPECT_EQ(removed_count(), 1U);
-  EXPECT_EQ(access.End(), kStatusOk);
-  EXPECT_EQ(removed_count(), 0U);
-}
-
 TEST_F(Records, AccessOutsideACallbackTakesTheOldestEvent) {
   StartClient();
   AddVrf("red", 10);
@@ -355,8 +333,6 @@ TEST_F(Records, AccessOutsideACallbackTakesTheOldestEvent) {
   VrfAccess access;
   ASSERT_EQ(access.Begin("red"), kStatusOk);
   EXPECT_EQ(access.event, kVtabEventCreate);
-  VrfAccess second;
-  EXPECT_EQ(second.Begin("red"), kStatusDeadlock) << "the record is being accessed";
   ASSERT_EQ(access.End(), kStatusOk);
   EXPECT_EQ(access.End(), kStatusInvalid);
   Run();
@@ -411,25 +387,6 @@ TEST_F(Records, InterfaceAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
               ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0"));
 }
 
-TEST_F(Records, InterfaceRecordInAccessOutlivesItsInterface) {
-  AddUsableInterface("ge0", 7, "red");
-  StartClient();
-  SetLink("ge0", true);
-  IfAccess access;
-  ASSERT_EQ(access.Begin("ge0", "red"), kStatusOk);
-  EXPECT_EQ(access.ipv4, kVtabChangedUp);
-  IfAccess second;
-  SetLink("ge0", false);
-  EXPECT_EQ(second.Begin("ge0", "red"), kStatusDeadlock);
-  Remove("ge0");
-  AddInterface("ge0", 7, "blue");
-  EXPECT_STREQ(access.record->if_name, "ge0");
-  Run();
-  EXPECT_EQ(vtab_get_if_record("ge0"), access.record) << "the name is still its own";
-  EXPECT_EQ(access.End("red"), kStatusOk);
-  EXPECT_STREQ(vtab_get_if_record("ge0")->vrf_name, "blue");
-}
-
 TEST_F(Records, FailedInterfaceAccessIsReportedToTheCallback) {
   AddUsableInterface("ge0", 7, "red");
   StartClient();
@@ -455,40 +412,6 @@ TEST_F(Records, EventBatchesLetTheLoopServeOthersInBetween) {
   for (std::uint32_t n = 2; n < 102; ++n) AddVrf("vrf" + std::to_string(n), n);
   EXPECT_THAT(feed::counts_between_batches(manager_.get(), 4, [] { return Calls().size(); }),
               ElementsAre(40U, 40U, 20U, 0U));
-}
-
-TEST_F(Records, EndedClientTakesItsBlocksReferencesAndEventsWithIt) {
-  StartClient();
-  AddVrf("red", 10);
-  AddVrf("blue", 20);
-  Reference("tan");
-  ASSERT_NE(vtab_create_vrf_record("gray"), nullptr);
-  DeleteVrf("blue");
-  ASSERT_EQ(vtab_lock_dbase("test"), kStatusOk);
-  vtab_end_client();
-  EXPECT_EQ(removed_count(), 0U);
-  EXPECT_THAT(VrfWalk(), ElementsAre("red=10", "tan=0", "default=1"));
-  EXPECT_EQ(Find("red")->attributes, nullptr);
-  Run();
-  EXPECT_THAT(Calls(), IsEmpty());
-  StartClient();
-  AddVrf("blue", 20);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf blue 20 event 1"));
-  EXPECT_EQ(vtab_lock_dbase("test"), kStatusOk);
-}
-
-TEST_F(Records, ClientMayEndInsideItsCallback) {
-  StartClient();
-  ASSERT_EQ(vtab_specify_vrf_callback([](const char*) -> Status {
-              vtab_end_client();
-              return kStatusOk;
-            }),
-            kStatusOk);
-  AddVrf("red", 10);
-  AddVrf("blue", 20);
-  Run();
-  EXPECT_EQ(Find("red")->attributes, nullptr);
 }
 
 TEST_F(Records, SecondClientIsRefused) {

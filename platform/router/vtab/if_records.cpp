@@ -104,7 +104,7 @@ IfNode* IfRecords::remove(std::uint32_t index) {
 }
 
 void IfRecords::release(IfNode* node) {
-  if (!node->is_removed || node->pending > 0 || node->in_access) return;
+  if (!node->is_removed || node->pending > 0) return;
   know_name(node);
   give_up_name(node, node->if_name);
   removed_.erase(node);

@@ -47,7 +47,6 @@ struct IfNode : VtabIfRecord {
   std::string known_name;                 // under which the client knows it
   std::vector<std::string> former_names;  // until the client knows the present one
   std::uint32_t pending = 0;              // undelivered notifications
-  bool in_access = false;
   bool is_removed = false;
 };
 
@@ -70,7 +69,7 @@ class IfRecords {
   void know_name(IfNode* node);
   // Removes the interface from the walk; release() frees its node. The node of the index.
   IfNode* remove(std::uint32_t index);
-  // Frees a removed node without pending notifications that is not being accessed.
+  // Frees a removed node without pending notifications.
   void release(IfNode* node);
   void clear();
 

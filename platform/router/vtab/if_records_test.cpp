@@ -324,18 +324,6 @@ TEST_F(Records, InterfacesOfTheDefaultVrfAreReported) {
   EXPECT_THAT(Calls(), ElementsAre("if ge0 in default changes 1 1 record ge0"));
 }
 
-TEST_F(Records, ClientThatEndsLeavesTheStatesAsTheyAre) {
-  AddUsableInterface("ge0", 7, "red");
-  AddUsableInterface("ge1", 8, "red");
-  SetLink("ge1", true);
-  StartClient();
-  SetLink("ge0", true);
-  Remove("ge1");
-  vtab_end_client();
-  EXPECT_EQ(StatesOf("ge0"), "up up");
-  EXPECT_EQ(StatesOf("ge1"), "none");
-}
-
 TEST_F(Records, AHundredThousandInterfacesAreReportedUpAndRemoved) {
   constexpr std::uint32_t kMany = 100'000;
   for (std::uint32_t n = 1; n <= kMany; ++n) {

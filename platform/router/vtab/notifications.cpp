@@ -13,16 +13,34 @@
 
 #include <utility>
 
+#include "platform/core/base/log.h"
+
 namespace vtab {
 
-// The callback's status is what it has already logged. It gets a copy of the name, because a callback that
-// ends the client frees the record.
+namespace {
+
+void begin_callback(Client* client) {
+  client->vrf_in_access = nullptr;
+  client->interface_in_access = nullptr;
+}
+
+void end_callback(Client* client) {
+  if (const VrfNode* node = std::exchange(client->vrf_in_access, nullptr)) {
+    log_warning("record service", "the callback left the access to VRF %s open; closed", node->vrf_name);
+  }
+  if (const IfNode* node = std::exchange(client->interface_in_access, nullptr)) {
+    log_warning("record service", "the callback left the access to interface %s open; closed", node->if_name);
+  }
+}
+
+}  // namespace
+
+// The callback's status is what it has already logged.
 void VrfEvent::deliver() {
-  client_->begin_callback();
-  const VtabVrfCallback callback = client_->vrf_callback;
-  if (was_taken || callback == nullptr) return;
-  const std::string name = node->vrf_name;
-  static_cast<void>(callback(name.c_str()));
+  if (was_taken || client_->vrf_callback == nullptr) return;
+  begin_callback(client_);
+  static_cast<void>(client_->vrf_callback(node->vrf_name));
+  end_callback(client_);
 }
 
 StateEvent::StateEvent(Client* client, IfRecords* records, IfNode* about, std::string vrf,
@@ -37,29 +55,15 @@ StateEvent::StateEvent(Client* client, IfRecords* records, IfNode* about, std::s
 }
 
 void StateEvent::deliver() {
-  client_->begin_callback();
   if (!change.has_up()) show_downs(node, to_);
-  const VtabIfCallback callback = client_->if_callback;
-  if (was_taken || !change.is_one() || callback == nullptr) return;
-  const std::string name = node->known_name;
-  static_cast<void>(callback(name.c_str(), vrf_name.c_str()));
-}
-
-void StateEvent::finish() {
-  client_->end_callback();
+  if (!was_taken && change.is_one() && client_->if_callback != nullptr) {
+    begin_callback(client_);
+    static_cast<void>(client_->if_callback(node->known_name.c_str(), vrf_name.c_str()));
+    end_callback(client_);
+  }
   --node->pending;
   show(node, std::move(to_));
   records_->release(node);
-}
-
-Rename::Rename(IfRecords* records, IfNode* node) : records_(records), node_(node) {
-  ++node_->pending;
-}
-
-void Rename::finish() {
-  --node_->pending;
-  records_->know_name(node_);
-  records_->release(node_);
 }
 
 }  // namespace vtab

@@ -18,7 +18,6 @@ class VrfEvent : public feed::Notification {
   VrfEvent(Client* client, VrfNode* about, std::uint32_t event_code)
       : node(about), code(event_code), client_(client) {}
   void deliver() override;
-  void finish() override { client_->end_callback(); }
 
   VrfNode* node;
   std::uint32_t code;
@@ -34,7 +33,6 @@ class StateEvent : public feed::Notification {
   StateEvent(Client* client, IfRecords* records, IfNode* about, std::string vrf, const IfChange& codes,
              IfState state);
   void deliver() override;
-  void finish() override;
 
   IfNode* node;
   std::string vrf_name;  // at the time of the change
@@ -45,18 +43,6 @@ class StateEvent : public feed::Notification {
   Client* client_;
   IfRecords* records_;
   IfState to_;
-};
-
-// From here on the client knows the interface by its present name. The client is not called.
-class Rename : public feed::Notification {
- public:
-  Rename(IfRecords* records, IfNode* node);
-  void deliver() override {}
-  void finish() override;
-
- private:
-  IfRecords* records_;
-  IfNode* node_;
 };
 
 }  // namespace vtab

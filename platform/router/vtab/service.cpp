@@ -43,9 +43,11 @@ Service& service() {
 void Service::attach(router::Router* model) {
   if (model_ != nullptr) {
     model_->stop_observing(this);
-    drop_notifications();
+    feed::drop(&receiver_);
     vrfs.clear();
     interfaces.clear();
+    client = {};
+    lock_holder.clear();
   }
   model_ = model;
   feed::attach(model);
@@ -106,9 +108,9 @@ void Service::vrf_unreferenced(const std::string& name) {
 }
 
 void Service::delete_record(VrfNode* node) {
-  const std::uint64_t deletion = vrfs.remove(node);
+  vrfs.remove(node);
   append_vrf_event(node, kVtabEventDelete);
-  feed::run_after_pending([deletion] { service().vrfs.release(deletion); });
+  feed::run_after_pending([node] { service().vrfs.release(node); });
 }
 
 // The record shows what the client was notified of: a change of state, and any change after an undelivered
@@ -137,8 +139,12 @@ void Service::interface_changed(const router::Interface& before, const router::I
 // The client looks up the present name when the membership service announces it, right after this.
 void Service::append_rename(IfNode* node) {
   if (!client.has_if_events) return interfaces.know_name(node);
-  feed::append(model_->changes(), feed::Phase::kRecord, &receiver_,
-               std::make_unique<Rename>(&interfaces, node));
+  ++node->pending;
+  feed::append(model_->changes(), feed::Phase::kRecord, &receiver_, [this, node] {
+    --node->pending;
+    interfaces.know_name(node);
+    interfaces.release(node);
+  });
 }
 
 // Clients of the MIB see an interface join its VRF when it loses a subscriber's name, and leave when it gets
@@ -193,28 +199,6 @@ Status Service::start_client(const char* name, EventManager* manager, std::size_
   client.attribute_size = attribute_size;
   receiver_.manager = manager;
   return kStatusOk;
-}
-
-void Service::drop_notifications() {
-  if (client.vrf_in_callback != nullptr) client.vrf_in_callback->in_access = false;
-  if (client.interface_in_callback != nullptr) client.interface_in_callback->in_access = false;
-  client.begin_callback();
-  feed::drop(&receiver_);
-}
-
-void Service::end_client() {
-  drop_notifications();
-  client = {};
-  vrfs.release_all_removed();
-  for (VrfNode* node = vrfs.first(); node != nullptr;) {
-    VrfNode* const next = vrfs.after(node->vrf_name);
-    const bool is_of_client = model_ == nullptr || !model_->is_referenced(node->vrf_name);
-    if (node->vrf_id == 0 && is_of_client) vrfs.remove(node);
-    node = next;
-  }
-  vrfs.release_all_removed();
-  vrfs.allot_attributes(0);
-  lock_holder.clear();
 }
 
 }  // namespace vtab

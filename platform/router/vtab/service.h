@@ -27,7 +27,6 @@ class Service : public router::Observer {
   void interface_removed(const router::Interface& interface) override;
 
   Status start_client(const char* name, EventManager* manager, std::size_t attribute_size);
-  void end_client();
   // The record of the name, made as a forward reference (or complete, if the VRF exists) when there is none.
   VrfNode* find_or_add(std::string_view name);
 
@@ -43,7 +42,6 @@ class Service : public router::Observer {
   void append_rename(IfNode* node);
   void append_state(IfNode* node, const std::string& vrf_name, const IfChange& change, IfState to);
   void delete_record(VrfNode* node);
-  void drop_notifications();
 
   router::Router* model_ = nullptr;
   feed::Receiver receiver_;  // the client's

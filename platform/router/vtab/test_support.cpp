@@ -19,7 +19,6 @@ Records::Records() : manager_(event_manager_create("/dev/test/main", 0), event_m
 }
 
 Records::~Records() {
-  vtab_end_client();
   vmap_attach(nullptr);
   vtab_attach(nullptr);
 }

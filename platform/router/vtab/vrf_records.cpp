@@ -101,27 +101,13 @@ void VrfRecords::make_forward_reference(VrfNode* node) {
   set_tables(node, router::Vrf{});
 }
 
-std::uint64_t VrfRecords::remove(VrfNode* node) {
+void VrfRecords::remove(VrfNode* node) {
   const std::uint32_t id = node->vrf_id;
   if (id != 0) make_forward_reference(node);
   node->vrf_id = id;  // the client's callback for the deletion reads it
-  node->deletion = ++last_deletion_;
   const auto found = by_name_.find(std::string_view(node->vrf_name));
-  removed_.emplace(node->deletion, std::move(found->second));
+  removed_.emplace(node, std::move(found->second));
   by_name_.erase(found);
-  return last_deletion_;
-}
-
-void VrfRecords::release(std::uint64_t deletion) {
-  const auto found = removed_.find(deletion);
-  if (found == removed_.end()) return;
-  found->second->is_unused = true;
-  if (!found->second->in_access) removed_.erase(found);
-}
-
-void VrfRecords::end_access(VrfNode* node) {
-  node->in_access = false;
-  if (node->is_unused) removed_.erase(node->deletion);
 }
 
 void VrfRecords::clear() {
@@ -133,13 +119,10 @@ void VrfRecords::clear() {
 
 bool VrfRecords::allot_attributes(std::size_t attribute_size) {
   for (auto& [name, node] : by_name_) {
-    std::free(std::exchange(node->attributes, nullptr));
-    if (attribute_size == 0) continue;
     node->attributes = calloc_tagged(1, attribute_size, kAttributeTag);
-    if (node->attributes == nullptr) {
-      allot_attributes(0);
-      return false;
-    }
+    if (node->attributes != nullptr) continue;
+    for (auto& [each, freed] : by_name_) std::free(std::exchange(freed->attributes, nullptr));
+    return false;
   }
   return true;
 }

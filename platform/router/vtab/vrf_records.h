@@ -26,9 +26,6 @@ namespace vtab {
 
 struct VrfNode : VtabVrfRecord {
   std::array<VtabTableRecord, 4> tables{};  // by AFI, then SAFI
-  bool in_access = false;                   // between the client's begin-access and end-access
-  std::uint64_t deletion = 0;               // its number; 0 while look-ups find the record
-  bool is_unused = false;                   // no client but one in access uses the deleted record
 
   VrfNode() : VtabVrfRecord{} {}
   ~VrfNode();  // frees the attribute block
@@ -49,17 +46,14 @@ class VrfRecords {
   VrfNode* add(std::string_view name, std::size_t attribute_size);
   void complete(VrfNode* node, const router::Vrf& vrf);  // also for changed table ids
   void make_forward_reference(VrfNode* node);
-  // Hides the record from the look-ups. The number of the deletion.
-  std::uint64_t remove(VrfNode* node);
-  // Frees a removed node that no client uses, when its access ends. Ignored for one that is freed already.
-  void release(std::uint64_t deletion);
-  void end_access(VrfNode* node);
-  void release_all_removed() { removed_.clear(); }
+  // Hides the record from the look-ups.
+  void remove(VrfNode* node);
+  // Frees a removed node that no client uses.
+  void release(const VrfNode* node) { removed_.erase(node); }
   std::size_t removed_count() const { return removed_.size(); }
   void clear();
 
-  // Gives every node a block of this size, or frees the blocks (0). Without memory it returns false, and no
-  // node has a block.
+  // Gives every node a block of this size. Without memory it returns false, and no node has a block.
   bool allot_attributes(std::size_t attribute_size);
 
  private:
@@ -79,8 +73,7 @@ class VrfRecords {
   std::map<std::string, std::unique_ptr<VrfNode>, router::ShorterFirst> by_name_;
   std::unordered_map<std::uint32_t, VrfNode*> by_id_;
   std::set<std::pair<std::uint32_t, VrfNode*>, ByTableThenName> by_table_;
-  std::unordered_map<std::uint64_t, std::unique_ptr<VrfNode>> removed_;  // by number of the deletion
-  std::uint64_t last_deletion_ = 0;
+  std::unordered_map<const VrfNode*, std::unique_ptr<VrfNode>> removed_;
 };
 
 // Copies a name that is known to fit, with its terminator.

@@ -179,10 +179,16 @@ TEST_F(Records, AttachedModelIsReadCompletely) {
   AddVrf("red", 10, 1010);
   Reference("blue");
   AddInterface("ge0", 7, "red");
+  StartClient();
+  DeleteVrf("red");
+  AddVrf("red", 10, 1010);
   vtab_attach(nullptr);
   EXPECT_THAT(VrfWalk(), IsEmpty());
   EXPECT_THAT(InterfaceWalk(), IsEmpty());
   vtab_attach(&router_);
+  Run();
+  EXPECT_THAT(Calls(), IsEmpty()) << "the client is ended";
+  StartClient();
   EXPECT_THAT(VrfWalk(), ElementsAre("red=10", "blue=0", "default=1"));
   EXPECT_THAT(InterfaceWalk(), ElementsAre("ge0=7"));
   EXPECT_THAT(TableWalk("red"), ElementsAre("1/1 red.ipv4.unicast 1010"));

@@ -73,7 +73,8 @@ inline constexpr std::uint32_t kVtabNoChange = 0;
 inline constexpr std::uint32_t kVtabChangedUp = 1;
 inline constexpr std::uint32_t kVtabChangedDown = 2;
 
-void vtab_attach(router::Router* model);  // called once by the process; null detaches
+// Called once by the process; null detaches. A client of the former model is ended.
+void vtab_attach(router::Router* model);
 
 using VtabIfCallback = Status (*)(const char* if_name, const char* vrf_name);
 using VtabVrfCallback = Status (*)(const char* vrf_name);
@@ -108,9 +109,8 @@ VtabVrfRecord* vtab_create_vrf_record(const char* vrf_name);
 
 // Begins the access that a VRF callback must make: returns the record of the oldest undelivered event of that
 // name (null without one) and the event. Ending the access of a deletion ends the record's life when the
-// callback returns, or later, as described above. kStatusDeadlock while the record is being accessed;
-// kStatusInvalid for ending an access that was not begun. An access that a callback leaves open is closed
-// after it.
+// callback returns, or later, as described above. kStatusInvalid for ending an access that was not begun. An
+// access that a callback leaves open is closed after it.
 [[nodiscard]] Status vtab_lock_begin_access_vrf_record(const char* vrf_name, VtabVrfRecord** record,
                                                        std::uint32_t* event, std::uint32_t* reserved);
 [[nodiscard]] Status vtab_unlock_end_access_vrf_record(VtabVrfRecord* record);
@@ -135,7 +135,3 @@ const VtabIfRecord* vtab_get_next_if_record(const VtabIfRecord* record);
 const VtabTableRecord* vtab_get_first_table_record_by_vrf_name(const char* vrf_name);
 const VtabTableRecord* vtab_get_next_table_record_by_vrf_name(const char* vrf_name,
                                                               const VtabTableRecord* record);
-
-// Ends the client: frees the attribute blocks and drops callbacks and pending events. For tests that start
-// the daemon again.
-void vtab_end_client();

@@ -37,7 +37,7 @@ class VrfRecords : public DaemonTest {
 class RecordServiceRegistration : public VrfRecords {
  protected:
   Status RegisterAgain() {
-    vtab_end_client();
+    vtab_attach(&router_);
     ClearPrints();
     return mpls_vpn_mib_vtab_init(manager_);
   }

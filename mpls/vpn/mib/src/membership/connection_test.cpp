@@ -97,11 +97,11 @@ TEST_F(MembershipConnection, ChangesFollowLive) {
 
 TEST_F(MembershipConnection, ClientHasItsNameAndItsTypeOfDatabase) {
   Connect();
-  ASSERT_EQ(vmap::service().clients.size(), 1U);
-  const VmapClient& client = *vmap::service().clients.front();
+  ASSERT_NE(vmap::service().client, nullptr);
+  const VmapClient& client = *vmap::service().client;
   EXPECT_EQ(client.name, "mpls_vpn");
-  ASSERT_NE(client.registered, nullptr);
-  EXPECT_EQ(client.registered->type, 2U);
+  ASSERT_TRUE(client.is_registered);
+  EXPECT_EQ(client.database->type, 2U);
 }
 
 TEST_F(MembershipConnection, LiveJoinsComeFortyAtATime) {
@@ -227,7 +227,7 @@ TEST_F(MembershipOpen, FailedStepFreesTheMemberDatabaseWhateverTheUnbindDoes) {
     fault_arm("vmap_c_unbind", kStatusIo);
     EXPECT_EQ(Open(), -1) << step;
     fault_disarm_all();
-    EXPECT_TRUE(client_->databases.empty()) << step;
+    EXPECT_EQ(client_->database, nullptr) << step;
     EXPECT_EQ(vmap_c_unbind(client_), kStatusOk) << step;
   }
 }

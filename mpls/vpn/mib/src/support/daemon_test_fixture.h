@@ -287,14 +287,14 @@ class DaemonTest : public testing::Test {
     ASSERT_EQ(mpls_vpn_mib_chkpt_init(manager_), kStatusOk);
     ASSERT_EQ(mpls_vpn_mib_vtab_init(manager_), kStatusOk);
   }
-  // The record service frees the blocks of a client that ends, and not what its texts point to.
+  // The record service frees the blocks, and not what their texts point to.
   static void FreeTexts() {
     for (VtabVrfRecord* record = vtab_get_first_vrf_record(); record != nullptr;
          record = vtab_get_next_vrf_record(record)) {
       mpls_vpn_free_attribute_texts(mpls_vpn_vrf_attributes(record));
     }
   }
-  static void EndDatabases() {
+  void EndDatabases() {
     FreeTexts();
     mpls_vpn_mib_vmap_end();
     mpls_vpn_mib_membership_end();
@@ -302,7 +302,7 @@ class DaemonTest : public testing::Test {
     mpls_vpn_mib_rt_dbase_end();
     mpls_vpn_mib_if_dbase_end();
     mpls_vpn_mib_vrf_dbase_end();
-    vtab_end_client();
+    vtab_attach(&router_);
     mpls_vpn_mib_chkpt_end();
   }
   static router::Address AddressOf(std::string_view text) {
