@@ -53,6 +53,9 @@ TEST_F(Loops, MainTreatsNoErrorSpecially) {
   main_event_step(&context_);
   EXPECT_THAT(Prints(),
               ElementsAre("main_event_loop: Main thread has errno set to Resource temporarily unavailable"));
+  ASSERT_EQ(Errors().size(), 1U);
+  EXPECT_EQ(Errors()[0].code, static_cast<Status>(EAGAIN));
+  EXPECT_EQ(dispatched_, 0);
 }
 
 TEST_F(Loops, MainTracesAFailedWaitAlsoWhileErrorsAreOff) {

@@ -359,8 +359,11 @@ TEST_F(RecordCallbacks, VrfCallbackAnswersTheFailedEndOfItsAccess) {
 
 TEST_F(RecordCallbacks, InterfaceOfTheDefaultVrfIsIgnoredWithoutAPrint) {
   fault_arm("vtab_lock_begin_access_if_record", kStatusIo, 1, 0);
+  const std::size_t traced = Traced("mpls_vpn/vtab").size();
   EXPECT_EQ(if_cb("ge0", "default"), kStatusOk);
   EXPECT_THAT(Prints(), IsEmpty());
+  EXPECT_EQ(Traced("mpls_vpn/vtab").size(), traced);
+  EXPECT_THAT(Traced("mpls_vpn/error"), IsEmpty());
   EXPECT_EQ(fault_reached("vtab_lock_begin_access_if_record"), 0U);
 }
 

@@ -259,6 +259,32 @@ TEST_F(CheckpointSave, ForwardReferenceIsStampedAndNotSaved) {
   EXPECT_THAT(Stored(), IsEmpty());
 }
 
+TEST_F(CheckpointSave, TimeOfAForwardReferenceIsSavedWithTheVrfsId) {
+  NameVrf("red");
+  Connect();
+  PassSeconds(5);
+  update_vrf_last_changed("red");
+  EXPECT_THAT(Stored(), IsEmpty());
+  PassSeconds(2);
+  const std::uint32_t id = AddVrf("red");
+  Run();
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +7, +5"));
+}
+
+TEST_F(CheckpointSave, RecordSurvivesAChangeOfTheVrfsTables) {
+  const std::uint32_t id = SaveRed(CHKPT);
+  mpls_vpn_debug_flags[VTAB].enabled.store(1);
+  const std::uint64_t object_id = AttributesOf("red")->chkpt_objid;
+  router::Vrf vrf = *router_.find_vrf("red");
+  vrf.ipv4_table = 777;
+  ASSERT_EQ(router_.change_vrf(vrf), kStatusOk);
+  ClearPrints();
+  Run();
+  EXPECT_THAT(Prints(), ElementsAre("VTAB: VRF Callback event update"));
+  EXPECT_EQ(AttributesOf("red")->chkpt_objid, object_id);
+  EXPECT_THAT(Stored(), ElementsAre(std::to_string(id) + ": +0, none"));
+}
+
 TEST_F(CheckpointSave, FailedMappingSavesNothing) {
   AddVrf("red");
   Connect();
@@ -343,13 +369,19 @@ TEST_F(CheckpointDelete, DeletionEventFreesTheTextsEvenWhenTheCheckpointDeleteFa
   AddVrf("red");
   Connect();
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
-  text_replace(&attributes->description, "customer");
+  char** texts[] = {&attributes->rd,
+                    &attributes->description,
+                    &attributes->import_route_policy[0],
+                    &attributes->import_route_policy[1],
+                    &attributes->export_route_policy[0],
+                    &attributes->export_route_policy[1]};
+  for (char** text : texts) text_replace(text, "customer");
   OnlyArea(ERR);
   fault_arm("chkpt_delete", kStatusIo);
   fault_arm("vtab_unlock_end_access_vrf_record", kStatusIo);  // keeps the record for the look at it
   DeleteVrf("red");
   EXPECT_EQ(vrf_cb("red"), kStatusIo);
-  EXPECT_EQ(attributes->description, nullptr);
+  for (char* const* text : texts) EXPECT_EQ(*text, nullptr);
   ASSERT_GE(Prints().size(), 2U);
   EXPECT_EQ(Prints()[0], Failure("mpls_vpn_mib_chkpt_gen_delete", "chkpt_delete", kStatusIo));
   EXPECT_EQ(Prints()[1], "Could not delete VRF from checkpoint VRF");

@@ -158,6 +158,15 @@ TEST_F(IfLookup, NextInvalidVrfAfterTheLastIsNull) {
   EXPECT_EQ(mpls_vpn_mib_get_next_invalid_vrf("vrf10"), nullptr);
 }
 
+TEST_F(IfLookup, NextInvalidVrfStepsOverValidVrfsToTheEnd) {
+  AddVrf("blue");
+  CreateIf("red", 1, "a", 1);
+  CreateIf("blue", 2, "b", 2);
+  EXPECT_THAT(InvalidVrfs(), ElementsAre("red"));
+  EXPECT_EQ(mpls_vpn_mib_get_next_invalid_vrf("red"), nullptr);
+  EXPECT_FALSE(Printed("Found invalid blue"));
+}
+
 TEST_F(IfLookup, NextInvalidVrfOfANameThatIsNotThereIsTheOneAfterIt) {
   CreateIf("vrf9", 3, "c", 3);
   EXPECT_THAT(mpls_vpn_mib_get_next_invalid_vrf("vrf8"), StrEq("vrf9"));
