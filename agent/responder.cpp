@@ -6,6 +6,8 @@
 // it fails, and an UndoSet has nothing to undo.
 #include "agent/responder.h"
 
+#include "agent/value_type.h"
+
 namespace agent {
 namespace {
 
@@ -18,7 +20,6 @@ using agentx::SearchRange;
 using agentx::ValueType;
 using agentx::Writer;
 using tables::Answer;
-using tables::Syntax;
 using tables::Variable;
 
 // GETBULK stops repeating when its response has grown to this; a master's answer to a manager holds 64 KiB.
@@ -27,26 +28,9 @@ constexpr std::size_t kBulkEnough = 128U << 10U;
 constexpr std::size_t kResponseErrorAt = agentx::kHeaderSize + 4;
 constexpr std::size_t kResponseHead = agentx::kHeaderSize + 8;
 
-ValueType value_type(Syntax syntax) {
-  switch (syntax) {
-    case Syntax::kInteger:
-      return ValueType::kInteger;
-    case Syntax::kUnsigned:  // Unsigned32 and Gauge32 are one type on the wire (RFC 2578 section 7.1.11)
-    case Syntax::kGauge:
-      return ValueType::kGauge32;
-    case Syntax::kCounter:
-      return ValueType::kCounter32;
-    case Syntax::kTimeStamp:
-      return ValueType::kTimeTicks;
-    case Syntax::kOctets:
-      break;
-  }
-  return ValueType::kOctetString;
-}
-
 void write_variable(const Variable& variable, Writer* writer) {
-  writer->var_bind(value_type(variable.syntax), variable.object, variable.instance);
-  if (variable.syntax == Syntax::kOctets) {
+  writer->var_bind(value_type(variable.type), variable.object, variable.instance);
+  if (mib::is_octet_string(variable.type)) {
     writer->octets(variable.cell.octets);
   } else {
     writer->number32(variable.cell.number);

@@ -123,6 +123,12 @@ TEST_F(ResponderTest, GetAnswersValuesAndExceptionsInOrder) {
   EXPECT_EQ(reply.variables[3].type, ValueType::kOctetString);
 }
 
+TEST_F(ResponderTest, TruthValueIsAnInteger) {
+  const Reply reply = Ask(PduType::kGet, {{scalar(4), {}}});
+  ASSERT_EQ(reply.variables.size(), 1U);
+  EXPECT_EQ(reply.variables[0].type, ValueType::kInteger);
+}
+
 TEST_F(ResponderTest, GetNextAnswersEndOfMibViewUnderTheRequestedName) {
   const Reply reply =
       Ask(PduType::kGetNext,

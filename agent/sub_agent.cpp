@@ -26,7 +26,7 @@ agentx::SessionOptions session_options(const SubAgentOptions& options) {
   if (!session.connect)
     session.connect = [path = options.agentx_socket] { return agentx::connect_unix(path); };
   session.description = "MPLS-L3VPN-STD-MIB";
-  session.subtree = oid::Oid(tables::l3vpn_subtree());
+  session.subtree = oid::Oid(tables::kL3vpnObjects);
   return session;
 }
 

@@ -1,14 +1,14 @@
 // sysUpTime.0 is left to the master agent, which puts its own first.
 #include "agent/trap_notification.h"
 
-#include <array>
 #include <span>
 #include <string_view>
+#include <type_traits>
 
-#include "agent/oid/oid.h"
-#include "agent/rows/index.h"
+#include "agent/tables/mib.h"
+#include "agent/value_type.h"
+#include "mpls/vpn/mib/src/records/decoded.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/core/parcel/parcel.h"
 
 namespace agent {
 namespace {
@@ -16,30 +16,35 @@ namespace {
 using agentx::ValueType;
 
 const oid::Oid kSnmpTrapOid{1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
-const oid::Oid kL3vpn{1, 3, 6, 1, 2, 1, 10, 166, 11};
-
-struct Object {
-  std::array<std::uint32_t, 5> column;  // below mplsL3VpnMIB
-  ValueType type;
-  bool of_interface;  // the index has the ifIndex after the VRF's name
-  std::uint32_t (*value)(const mpls_vpn_mib_trap&);
-};
+// mplsL3VpnMIB
+const oid::Oid kL3vpn(oid::View(tables::kL3vpnObjects).first(9));
 
 using Trap = mpls_vpn_mib_trap;
 
-template <auto kMember>
-std::uint32_t value(const Trap& trap) {
-  return static_cast<std::uint32_t>(trap.*kMember);
+// A column of the MIB with a value of the trap.
+struct Object {
+  std::span<const std::uint32_t> entry;
+  std::uint32_t number;
+  ValueType type;
+  bool of_interface;  // the index has the ifIndex after the VRF's name
+  std::uint32_t (*value)(const Trap&);
+};
+
+template <auto kMember, typename Record>
+consteval Object object(const mib::Column<Record>& column) {
+  return {column.entry, column.number, value_type(column.syntax.type), std::is_same_v<Record, mib::Interface>,
+          [](const Trap& trap) { return static_cast<std::uint32_t>(trap.*kMember); }};
 }
 
-constexpr Object kIfConfRowStatus = {
-    {1, 2, 1, 1, 5}, ValueType::kInteger, true, value<&Trap::ifConfRowStatus>};
-constexpr Object kVrfOperStatus = {{1, 2, 2, 1, 6}, ValueType::kInteger, false, value<&Trap::vrfOperStatus>};
-constexpr Object kMidRteThresh = {{1, 2, 2, 1, 9}, ValueType::kGauge32, false, value<&Trap::midThresh>};
-constexpr Object kHighRteThresh = {{1, 2, 2, 1, 10}, ValueType::kGauge32, false, value<&Trap::highThresh>};
-constexpr Object kIllegalLblVltns = {
-    {1, 2, 6, 1, 1}, ValueType::kCounter32, false, value<&Trap::illegalLabelViolations>};
-constexpr Object kCurrNumRoutes = {{1, 3, 1, 1, 3}, ValueType::kGauge32, false, value<&Trap::currNumRoutes>};
+constexpr Object kIfConfRowStatus =
+    object<&Trap::ifConfRowStatus>(find_column(mib::kInterfaceColumns, "rowStatus"));
+constexpr Object kVrfOperStatus = object<&Trap::vrfOperStatus>(find_column(mib::kVrfColumns, "operStatus"));
+constexpr Object kMidRteThresh = object<&Trap::midThresh>(find_column(mib::kVrfColumns, "midThresh"));
+constexpr Object kHighRteThresh = object<&Trap::highThresh>(find_column(mib::kVrfColumns, "highThresh"));
+constexpr Object kIllegalLblVltns =
+    object<&Trap::illegalLabelViolations>(find_column(mib::kVrfColumns, "illegalLabelViolations"));
+constexpr Object kCurrNumRoutes =
+    object<&Trap::currNumRoutes>(find_column(mib::kVrfColumns, "currNumRoutes"));
 
 constexpr Object kStatusObjects[] = {kIfConfRowStatus, kVrfOperStatus};
 constexpr Object kMidObjects[] = {kCurrNumRoutes, kMidRteThresh};
@@ -58,10 +63,10 @@ void write_trap_oid(std::uint32_t type, agentx::Writer* writer) {
   writer->name(notification.view());
 }
 
-void write_object(const Object& object, const mpls_vpn_mib_trap& trap, std::string_view vrf,
-                  agentx::Writer* writer) {
-  oid::Oid name = kL3vpn;
-  name.append(object.column);
+void write_object(const Object& object, const Trap& trap, std::string_view vrf, agentx::Writer* writer) {
+  oid::Oid name{oid::View(tables::kL3vpnObjects)};
+  name.append(object.entry);
+  name.append(object.number);
   name.append(static_cast<std::uint32_t>(vrf.size()));
   for (const char octet : vrf) name.append(static_cast<std::uint8_t>(octet));
   if (object.of_interface) name.append(static_cast<std::uint32_t>(trap.ifConfIndex));
@@ -69,7 +74,7 @@ void write_object(const Object& object, const mpls_vpn_mib_trap& trap, std::stri
   writer->number32(object.value(trap));
 }
 
-Status write_variables(const mpls_vpn_mib_trap& trap, agentx::Writer* writer) {
+Status write_variables(const Trap& trap, agentx::Writer* writer) {
   const std::string_view vrf = trap.vrfName == nullptr ? "" : trap.vrfName;
   if (trap.trapType >= std::size(kNotifications) || vrf.size() > tables::kMaxNameLength)
     return kStatusInvalid;
@@ -81,12 +86,8 @@ Status write_variables(const mpls_vpn_mib_trap& trap, agentx::Writer* writer) {
 }  // namespace
 
 Status write_trap(const kvtree::Octets& record, agentx::Writer* writer) {
-  mpls_vpn_mib_trap trap{};
-  if (parcel_decode(&kMibTrapParcel, record.data(), record.size(), &trap) != kStatusOk)
-    return kStatusBadEncoding;
-  const Status status = write_variables(trap, writer);
-  const Status released = parcel_free_indirections(&kMibTrapParcel, &trap);
-  return status != kStatusOk ? status : released;
+  const Decoded<Trap> trap(kMibTrapParcel, record.data(), record.size());
+  return trap.status() == kStatusOk ? write_variables(*trap, writer) : kStatusBadEncoding;
 }
 
 }  // namespace agent

@@ -25,7 +25,7 @@ struct RowRef {
   std::size_t row = 0;
 
   oid::View index() const { return window->index_of(row); }
-  Cell cell(std::size_t slot) const { return window->cell(row, slot); }
+  mib::Value cell(std::size_t slot) const { return window->cell(row, slot); }
 };
 
 enum class Lookup {

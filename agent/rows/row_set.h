@@ -14,16 +14,11 @@
 
 #include "agent/oid/oid.h"
 #include "agent/rows/index.h"
+#include "mpls/vpn/mib/src/records/column.h"
 #include "platform/core/base/status.h"
 #include "platform/store/client/client.h"
 
 namespace tables {
-
-// The value of one column in one row. Numbers as their 32 bits; `octets` is set for octet strings only.
-struct Cell {
-  std::uint32_t number = 0;
-  std::span<const std::uint8_t> octets;
-};
 
 class Window;
 
@@ -70,7 +65,7 @@ class Window {
   std::size_t first_at_or_after(oid::View index) const;
   std::size_t size() const { return rows_.size(); }
   oid::View index_of(std::size_t row) const;
-  Cell cell(std::size_t row, std::size_t slot) const;
+  mib::Value cell(std::size_t row, std::size_t slot) const;
 
  private:
   struct Row {

@@ -95,7 +95,7 @@ oid::View Window::index_of(std::size_t row) const {
   return oid::View(indexes_).subspan(rows_[row].index_at, rows_[row].index_size);
 }
 
-Cell Window::cell(std::size_t row, std::size_t slot) const {
+mib::Value Window::cell(std::size_t row, std::size_t slot) const {
   const Value& value = values_[row * set_->slots + slot];
   return {value.number, std::span(octets_).subspan(value.octets_at, value.octets_size)};
 }

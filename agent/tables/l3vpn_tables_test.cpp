@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "agent/rows/decoded_record.h"
+#include "agent/tables/columns.h"
 #include "agent/tables/mib_test_fixture.h"
 
 namespace {
@@ -104,21 +104,10 @@ TEST_F(L3vpnTablesTest, VrfWithNothingSetHasEveryInstance) {
 }
 
 TEST_F(L3vpnTablesTest, TextsAreOneLineOfAtMostTheirSize) {
-  const auto shown = [](const char* text, std::size_t most) {
-    static constexpr std::array kIndex = {tables::IndexPart{}};
-    static constexpr auto take = [](const kvtree::Octets& record, tables::Window* window) {
-      window->add_index(1);
-      tables::add_text(window, record.empty() ? nullptr : reinterpret_cast<const char*>(record.data()),
-                       record.empty() ? 0 : record.back());
-      return tables::Taken::kRow;
-    };
-    static const tables::RowSet set = {"texts", "", false, kIndex, 1, take};
-    kvtree::Octets record(text, text + std::char_traits<char>::length(text) + 1);
-    record.push_back(static_cast<std::uint8_t>(most));
-    tables::Window window(set);
-    EXPECT_TRUE(window.fill(Oid{0}.view(), {record}, true));
-    const auto octets = window.cell(0, 0).octets;
-    return std::string(octets.begin(), octets.end());
+  const auto shown = [](std::string_view text, std::size_t most) {
+    const auto line =
+        tables::one_line({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}, most);
+    return std::string(line.begin(), line.end());
   };
   EXPECT_EQ(shown("to the core", 255), "to the core");
   EXPECT_EQ(shown("two\r\nlines\tand a \x7f", 255), "two  lines and a  ");

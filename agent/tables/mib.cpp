@@ -11,6 +11,9 @@
 namespace tables {
 namespace {
 
+// Without a module of the routing table the records have a count of 0, but reads of routes fail.
+constexpr char kAnyRoute[] = "/oper/mpls_vpn/gl/route//1/0/1/0/0";
+
 // In hundredths of a second. Second 0 means "never".
 std::uint32_t time_stamp(std::uint32_t seconds, const std::optional<std::int64_t>& up_time_zero) {
   if (seconds == 0 || !up_time_zero) return 0;
@@ -21,12 +24,14 @@ std::uint32_t time_stamp(std::uint32_t seconds, const std::optional<std::int64_t
 
 }  // namespace
 
-Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age_ns) {
+Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age_ns)
+    : any_route_(kAnyRoute, source, row_age_ns) {
   for (const Table& table : tables) {
-    RowCache* const cache = cache_of(*table.rows, source, row_age_ns);
+    caches_.push_back(std::make_unique<RowCache>(*table.rows, source, row_age_ns));
     for (const Column& column : table.columns) {
-      Object object{oid::Oid(table.prefix), column.syntax, column.slot, cache,
-                    readable_path(column.known_while, source, row_age_ns)};
+      Object object{oid::Oid(kL3vpnObjects), column.type, column.slot, caches_.back().get(),
+                    column.is_counted};
+      object.name.append(column.entry);
       object.name.append(column.number);
       objects_.push_back(object);
     }
@@ -36,26 +41,9 @@ Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age
   });
 }
 
-RowCache* Mib::cache_of(const RowSet& set, RowSource& source, std::uint64_t row_age_ns) {
-  for (const std::unique_ptr<RowCache>& cache : caches_) {
-    if (&cache->set() == &set) return cache.get();
-  }
-  caches_.push_back(std::make_unique<RowCache>(set, source, row_age_ns));
-  return caches_.back().get();
-}
-
-ReadablePath* Mib::readable_path(const char* path, RowSource& source, std::uint64_t row_age_ns) {
-  if (path == nullptr) return nullptr;
-  for (const std::unique_ptr<ReadablePath>& readable : readable_paths_) {
-    if (readable->path() == path) return readable.get();
-  }
-  readable_paths_.push_back(std::make_unique<ReadablePath>(path, source, row_age_ns));
-  return readable_paths_.back().get();
-}
-
 void Mib::discard() {
   for (const std::unique_ptr<RowCache>& cache : caches_) cache->discard();
-  for (const std::unique_ptr<ReadablePath>& readable : readable_paths_) readable->discard();
+  any_route_.discard();
 }
 
 // Position of the object that contains the name, or of the first object after the name.
@@ -103,15 +91,15 @@ Answer Mib::next(oid::View start, bool include, oid::View end, Variable* variabl
   return Answer::kEnd;
 }
 
-Answer Mib::answer_with(const Object& object, const RowRef& row, Variable* variable) const {
-  if (object.known_while != nullptr && !object.known_while->is_readable()) return Answer::kFailed;
-  *variable = {object.name.view(), row.index(), object.syntax, cell_of(object, row)};
+Answer Mib::answer_with(const Object& object, const RowRef& row, Variable* variable) {
+  if (object.is_counted && !any_route_.is_readable()) return Answer::kFailed;
+  *variable = {object.name.view(), row.index(), object.type, cell_of(object, row)};
   return Answer::kValue;
 }
 
-Cell Mib::cell_of(const Object& object, const RowRef& row) const {
-  Cell cell = row.cell(object.slot);
-  if (object.syntax == Syntax::kTimeStamp) cell.number = time_stamp(cell.number, up_time_zero_);
+mib::Value Mib::cell_of(const Object& object, const RowRef& row) const {
+  mib::Value cell = row.cell(object.slot);
+  if (object.type == mib::Type::kTimeStamp) cell.number = time_stamp(cell.number, up_time_zero_);
   return cell;
 }
 

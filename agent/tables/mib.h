@@ -20,21 +20,19 @@
 
 namespace tables {
 
-// Rows have a time stamp (RFC 2579) as seconds since 1970; it is shown as TimeTicks, the value of sysUpTime
-// at that moment.
-enum class Syntax : std::uint8_t { kInteger, kUnsigned, kGauge, kCounter, kTimeStamp, kOctets };
+// mplsL3VpnObjects, the subtree of the module.
+inline constexpr std::uint32_t kL3vpnObjects[] = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1};
 
 struct Column {
+  oid::View entry;  // of its table, or the scalar group, below kL3vpnObjects
   std::uint32_t number;
-  Syntax syntax;
+  mib::Type type;
   std::size_t slot;  // of the row set's rows
-  // If set: the values are known only while a read of this path finds a record or no such row.
-  const char* known_while = nullptr;
+  bool is_counted;   // known only while the daemon can answer reads of routes
 };
 
-// One conceptual table (or group of scalars) over a row set.
+// The scalars, or a table with those that augment it.
 struct Table {
-  oid::View prefix;  // the columns' parent: the table's entry, or the scalar group
   const RowSet* rows;
   std::span<const Column> columns;
 };
@@ -50,8 +48,8 @@ enum class Answer {
 struct Variable {
   oid::View object;  // name: object, then instance
   oid::View instance;
-  Syntax syntax = Syntax::kInteger;
-  Cell cell;
+  mib::Type type = mib::Type::kInteger;
+  mib::Value cell;  // a time stamp is in TimeTicks, the value of sysUpTime at that moment
 };
 
 class Mib {
@@ -70,22 +68,20 @@ class Mib {
  private:
   struct Object {
     oid::Oid name;
-    Syntax syntax;
+    mib::Type type;
     std::size_t slot;
     RowCache* rows;
-    ReadablePath* known_while;
+    bool is_counted;
   };
 
-  RowCache* cache_of(const RowSet& set, RowSource& source, std::uint64_t row_age_ns);
-  ReadablePath* readable_path(const char* path, RowSource& source, std::uint64_t row_age_ns);
   std::size_t first_object_from(oid::View name) const;
   // kValue, or kFailed while the values of this object are unknown.
-  Answer answer_with(const Object& object, const RowRef& row, Variable* variable) const;
-  Cell cell_of(const Object& object, const RowRef& row) const;
+  Answer answer_with(const Object& object, const RowRef& row, Variable* variable);
+  mib::Value cell_of(const Object& object, const RowRef& row) const;
   Answer next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable);
 
-  std::vector<std::unique_ptr<RowCache>> caches_;  // one per row set, whatever its number of tables
-  std::vector<std::unique_ptr<ReadablePath>> readable_paths_;  // one per path
+  std::vector<std::unique_ptr<RowCache>> caches_;  // one per table
+  ReadablePath any_route_;
   std::optional<std::int64_t> up_time_zero_;
   std::vector<Object> objects_;  // sorted by name; no name begins with another
 };

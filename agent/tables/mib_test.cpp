@@ -22,11 +22,11 @@ using tables::Answer;
 TEST_F(MibTest, ScalarsShowTheDaemonsNumbers) {
   daemon_.scalars = {4, 2, 5, 0, 30, 6};
   EXPECT_EQ(Number(scalar(1)), 4U);
-  EXPECT_EQ(variable_.syntax, tables::Syntax::kUnsigned);
+  EXPECT_EQ(variable_.type, mib::Type::kUnsigned);
   EXPECT_EQ(Number(scalar(2)), 2U);
-  EXPECT_EQ(variable_.syntax, tables::Syntax::kGauge);
+  EXPECT_EQ(variable_.type, mib::Type::kGauge);
   EXPECT_EQ(Number(scalar(3)), 5U);
-  EXPECT_EQ(variable_.syntax, tables::Syntax::kGauge);
+  EXPECT_EQ(variable_.type, mib::Type::kGauge);
   EXPECT_EQ(Number(scalar(6)), 30U);
   EXPECT_EQ(Number(scalar(7)), 6U);
   EXPECT_EQ(daemon_.reads, 1) << "one read serves all seven";
@@ -35,7 +35,7 @@ TEST_F(MibTest, ScalarsShowTheDaemonsNumbers) {
 TEST_F(MibTest, NotificationEnableIsATruthValue) {
   daemon_.scalars.notificationEnable = 1;
   EXPECT_EQ(Number(scalar(4)), 1U);
-  EXPECT_EQ(variable_.syntax, tables::Syntax::kInteger);
+  EXPECT_EQ(variable_.type, mib::Type::kTruth);
   for (const int off : {0, 2, -1}) {
     daemon_.scalars.notificationEnable = off;
     clock_.advance(kNanosecondsPerSecond);
@@ -51,7 +51,7 @@ TEST_F(MibTest, InterfaceRowHasItsFourColumns) {
   AddMembers();
   EXPECT_EQ(Number(if_conf(2, "RED", 300000)), 2U);
   ASSERT_EQ(Get(if_conf(3, "RED", 300000)), Answer::kValue);
-  EXPECT_EQ(variable_.syntax, tables::Syntax::kOctets);
+  EXPECT_TRUE(is_octet_string(variable_.type));
   EXPECT_EQ(std::vector<std::uint8_t>(variable_.cell.octets.begin(), variable_.cell.octets.end()),
             std::vector<std::uint8_t>{0x44});
   EXPECT_EQ(Number(if_conf(4, "RED", 300000)), 5U);

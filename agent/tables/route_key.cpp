@@ -10,21 +10,8 @@
 namespace tables {
 namespace {
 
-constexpr std::array<std::uint32_t, 3> kPolicy = {2, 0, 0};  // { 0 0 }: two sub-identifiers
 constexpr char kStart[] = "/1/0/1/0/0";
 constexpr std::uint8_t kAllBits = 0xff;
-
-constexpr std::array kParts = {
-    IndexPart{PartKind::kName},
-    IndexPart{PartKind::kAddressType},
-    IndexPart{PartKind::kAddress},
-    IndexPart{PartKind::kPrefixLength},
-    IndexPart{PartKind::kNumber, kPolicy[0], kPolicy[0]},
-    IndexPart{PartKind::kNumber, kPolicy[1], kPolicy[1]},
-    IndexPart{PartKind::kNumber, kPolicy[2], kPolicy[2]},
-    IndexPart{PartKind::kNextHopType},
-    IndexPart{PartKind::kAddress},
-};
 
 using Octets = std::vector<std::uint8_t>;
 
@@ -89,14 +76,12 @@ Key key_of(oid::View parts) {
   const std::uint32_t size = address_size(key.type);
   key.destination = octets_of(parts.subspan(2, size));
   key.prefix_length = parts[2 + size];
-  const oid::View next_hop = parts.subspan(2 + size + 1 + kPolicy.size() + 2);
+  const oid::View next_hop = parts.subspan(2 + size + 1 + kRoutePolicy.size() + 2);
   key.next_hop = next_hop.empty() ? Octets(size, 0) : octets_of(next_hop);
   return key;
 }
 
 }  // namespace
-
-constinit const IndexShape kRouteIndex = kParts;
 
 bool add_route_index(const RouteIndex& index, Window* window) {
   if (index.destination.size() != address_size(index.destination_type) ||
@@ -107,7 +92,7 @@ bool add_route_index(const RouteIndex& index, Window* window) {
   window->add_index(address_size(index.destination_type));
   for (const std::uint8_t octet : index.destination) window->add_index(octet);
   window->add_index(index.prefix_length);
-  for (const std::uint32_t number : kPolicy) window->add_index(number);
+  for (const std::uint32_t number : kRoutePolicy) window->add_index(number);
   window->add_index(index.next_hop_type);
   window->add_index(address_size(index.next_hop_type));
   for (const std::uint8_t octet : index.next_hop) window->add_index(octet);

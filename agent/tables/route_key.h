@@ -5,6 +5,7 @@
 // There is one policy, { 0 0 }. A route without next hop has a next hop of type unknown and no octets.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -13,7 +14,18 @@
 
 namespace tables {
 
-extern const IndexShape kRouteIndex;
+inline constexpr std::array<std::uint32_t, 3> kRoutePolicy = {2, 0, 0};  // { 0 0 }: two sub-identifiers
+inline constexpr std::array kRouteIndex = {
+    IndexPart{PartKind::kName},
+    IndexPart{PartKind::kAddressType},
+    IndexPart{PartKind::kAddress},
+    IndexPart{PartKind::kPrefixLength},
+    IndexPart{PartKind::kNumber, kRoutePolicy[0], kRoutePolicy[0]},
+    IndexPart{PartKind::kNumber, kRoutePolicy[1], kRoutePolicy[1]},
+    IndexPart{PartKind::kNumber, kRoutePolicy[2], kRoutePolicy[2]},
+    IndexPart{PartKind::kNextHopType},
+    IndexPart{PartKind::kAddress},
+};
 
 // The parts of an index after the VRF's name; addresses in network order, `next_hop` empty for none. False
 // when they are not a route's.

@@ -1,4 +1,4 @@
-// Descriptions of the MIB's rows and traps, and of the two routing-table events, from one field table each.
+// Descriptions of the MIB's rows and traps, and of the two routing-table events, from their field tables.
 //
 // Readers in other processes compare schemas and version numbers; a change of a table is a change of the wire
 // form. Everything is constant data. RFC 4382 section 5 defines the objects.
@@ -11,94 +11,11 @@
 
 namespace {
 
-constexpr std::array kMibScalarsFields = {
-    PARCEL_FIELD(mpls_vpn_mib_scalars, configuredVrfs),
-    PARCEL_FIELD(mpls_vpn_mib_scalars, activeVrfs),
-    PARCEL_FIELD(mpls_vpn_mib_scalars, connectedInterfaces),
-    PARCEL_FIELD(mpls_vpn_mib_scalars, notificationEnable),
-    PARCEL_FIELD(mpls_vpn_mib_scalars, maxThresholdNotifTime),
-    PARCEL_FIELD(mpls_vpn_mib_scalars, illegalLabelsThreshold),
-};
 constexpr auto kMibScalars = parcel_structure<mpls_vpn_mib_scalars>(1, kMibScalarsFields);
-
-constexpr std::array kMibInterfaceFields = {
-    PARCEL_FIELD(mpls_vpn_mib_interface, name),
-    PARCEL_FIELD(mpls_vpn_mib_interface, ifConfIndex),
-    PARCEL_FIELD(mpls_vpn_mib_interface, vpnClassification),
-    PARCEL_FIELD(mpls_vpn_mib_interface, protocol),
-    PARCEL_FIELD(mpls_vpn_mib_interface, storageType),
-    PARCEL_FIELD(mpls_vpn_mib_interface, rowStatus),
-    PARCEL_FIELD(mpls_vpn_mib_interface, vrfName),
-};
 constexpr auto kMibInterface = parcel_structure<mpls_vpn_mib_interface>(2, kMibInterfaceFields);
-
-constexpr std::array kMibVrfFields = {
-    PARCEL_FIELD(mpls_vpn_mib_vrf, name),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, description),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, rd),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, creationTime),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, operStatus),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, activeInterfaces),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, associatedInterfaces),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, midThresh),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, highThresh),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, import_route_policy),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, export_route_policy),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, confLastChanged),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, rowStatus),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, adminStatus),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, storageType),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, illegalLabelViolations),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, discontinuityTime),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, routesAdded),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, routesDeleted),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, currNumRoutes),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, routesDropped),
-    PARCEL_FIELD(mpls_vpn_mib_vrf, discTime),
-};
 constexpr auto kMibVrf = parcel_structure<mpls_vpn_mib_vrf>(3, kMibVrfFields);
-
-constexpr std::array kMibRtFields = {
-    PARCEL_FIELD(mpls_vpn_mib_rt, index),     PARCEL_FIELD(mpls_vpn_mib_rt, type),
-    PARCEL_FIELD(mpls_vpn_mib_rt, rt),        PARCEL_FIELD(mpls_vpn_mib_rt, description),
-    PARCEL_FIELD(mpls_vpn_mib_rt, rowStatus), PARCEL_FIELD(mpls_vpn_mib_rt, storageType),
-    PARCEL_FIELD(mpls_vpn_mib_rt, vrfName),
-};
 constexpr auto kMibRt = parcel_structure<mpls_vpn_mib_rt>(4, kMibRtFields);
-
-constexpr std::array kMibRouteFields = {
-    PARCEL_FIELD(mpls_vpn_mib_route, destType),
-    PARCEL_FIELD(mpls_vpn_mib_route, dest),
-    PARCEL_FIELD(mpls_vpn_mib_route, mask),
-    PARCEL_FIELD(mpls_vpn_mib_route, nextHopType),
-    PARCEL_FIELD(mpls_vpn_mib_route, nextHop),
-    PARCEL_FIELD(mpls_vpn_mib_route, ifIndex),
-    PARCEL_FIELD(mpls_vpn_mib_route, type),
-    PARCEL_FIELD(mpls_vpn_mib_route, proto),
-    PARCEL_FIELD(mpls_vpn_mib_route, age),
-    PARCEL_FIELD(mpls_vpn_mib_route, nextHopAS),
-    PARCEL_FIELD(mpls_vpn_mib_route, metric1),
-    PARCEL_FIELD(mpls_vpn_mib_route, metric2),
-    PARCEL_FIELD(mpls_vpn_mib_route, metric3),
-    PARCEL_FIELD(mpls_vpn_mib_route, metric4),
-    PARCEL_FIELD(mpls_vpn_mib_route, metric5),
-    PARCEL_FIELD(mpls_vpn_mib_route, xcPointer, parcel_octet_array(kRouteXcPointerMax)),
-    PARCEL_FIELD(mpls_vpn_mib_route, rowStatus),
-    PARCEL_FIELD(mpls_vpn_mib_route, vrfName),
-};
 constexpr auto kMibRoute = parcel_structure<mpls_vpn_mib_route>(5, kMibRouteFields);
-
-constexpr std::array kMibTrapFields = {
-    PARCEL_FIELD(mpls_vpn_mib_trap, trapType),
-    PARCEL_FIELD(mpls_vpn_mib_trap, vrfName),
-    PARCEL_FIELD(mpls_vpn_mib_trap, ifConfIndex),
-    PARCEL_FIELD(mpls_vpn_mib_trap, vrfOperStatus),
-    PARCEL_FIELD(mpls_vpn_mib_trap, ifConfRowStatus),
-    PARCEL_FIELD(mpls_vpn_mib_trap, midThresh),
-    PARCEL_FIELD(mpls_vpn_mib_trap, highThresh),
-    PARCEL_FIELD(mpls_vpn_mib_trap, currNumRoutes),
-    PARCEL_FIELD(mpls_vpn_mib_trap, illegalLabelViolations),
-};
 constexpr auto kMibTrap = parcel_structure<mpls_vpn_mib_trap>(6, kMibTrapFields);
 
 constexpr std::array kRibMidThreshFields = {
