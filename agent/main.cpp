@@ -2,7 +2,7 @@
 // agent, from the daemon's data.
 //
 // Ends with status 0 on SIGTERM or SIGINT, after closing the session with the master agent; with 1 when it
-// cannot start.
+// cannot start, with 2 for wrong arguments.
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -21,6 +21,7 @@
 
 namespace {
 
+constexpr int kWrongArguments = 2;
 constexpr std::string_view kUnixPrefix = "unix:";
 
 struct CommandLine {
@@ -83,7 +84,12 @@ int parse_and_run(int argc, char** argv) {
   CLI::App app("SNMP sub-agent for MPLS-L3VPN-STD-MIB");
   CommandLine line;
   describe(&app, &line);
-  CLI11_PARSE(app, argc, argv);
+  app.set_version_flag("--version", MPLS_VERSION);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kWrongArguments;
+  }
   if (!line.run_directory.empty() && setenv("MPLS_VPN_MIB_RUN_DIR", line.run_directory.c_str(), 1) != 0) {
     log_error("mpls_vpn_snmp", "setenv: %s", std::strerror(errno));
     return EXIT_FAILURE;

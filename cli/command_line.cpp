@@ -314,7 +314,7 @@ void add_router(CLI::App& app, Options* options) {
 void describe(CLI::App& app, Options* options) {
   app.require_subcommand(1);
   app.fallthrough();
-  app.set_version_flag("--version", MPLS_CLI_VERSION);
+  app.set_version_flag("--version", MPLS_VERSION);
   app.footer(kFooter);
   add_general_options(app, options);
   add_show(app, options);

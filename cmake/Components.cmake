@@ -1,7 +1,7 @@
 # add_component(folder): adds the folder.
-# mpls_library(name SOURCES ... DEPS ... [ALONE ...]), mpls_program(name SOURCES ... DEPS ...): a library or a program. Headers
-# take most of the compilation time, so up to 20 sources of a library are compiled as one unit, except those after ALONE, which
-# repeat names of others.
+# mpls_library(name SOURCES ... DEPS ... [ALONE ...]): a library. Headers take most of the compilation time, so up to 20 sources
+# are compiled as one unit, except those after ALONE, which repeat names of others.
+# mpls_program(name SOURCES ... DEPS ...): a program; MPLS_VERSION is the project's version.
 # mpls_test(name SOURCES ... DEPS ... [LABELS ...] [TIMEOUT s]): a GoogleTest program, one CTest entry.
 include(CMakeParseArguments)
 
@@ -25,6 +25,7 @@ function(mpls_program name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE mpls_settings ${ARG_DEPS} Threads::Threads)
+  target_compile_definitions(${name} PRIVATE MPLS_VERSION="${PROJECT_VERSION}")
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 endfunction()
 

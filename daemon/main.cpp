@@ -1,11 +1,48 @@
 // mpls_vpn_mib: starts the router and its services, then the daemon, which returns only when its start-up
-// failed. There are no options: settings are files and environment variables (README.md).
+// failed. Settings are files and environment variables (README.md), not arguments.
 #include <signal.h>
+
+#include <cstdio>
+#include <string_view>
 
 #include "daemon/host.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
 
+namespace {
+
+constexpr int kWrongArguments = 2;
+
+constexpr char kUsage[] =
+    "Usage: mpls_vpn_mib [--help | --version]\n"
+    "\n"
+    "The daemon of MPLS-L3VPN-STD-MIB. Without an argument it starts and serves until it is ended.\n"
+    "\n"
+    "  --help     prints this text\n"
+    "  --version  prints the version\n"
+    "\n"
+    "Settings: platform.yaml in the configuration directory.\n"
+    "Environment: MPLS_VPN_MIB_CONFIG_DIR, MPLS_VPN_MIB_RUN_DIR, MPLS_VPN_MIB_STATE_DIR, "
+    "MPLS_VPN_MIB_LIB_DIR.\n"
+    "Exit status: 1 the start failed, 2 wrong arguments.\n";
+
+int print(const char* text) {
+  return std::fputs(text, stdout) == EOF || std::fflush(stdout) == EOF ? 1 : 0;
+}
+
+int answer_arguments(int argc, char** argv) {
+  const std::string_view first = argv[1];
+  const bool is_known = first == "--help" || first == "--version";
+  if (is_known && argc == 2) return print(first == "--help" ? kUsage : MPLS_VERSION "\n");
+  std::fprintf(stderr,
+               "mpls_vpn_mib: unexpected argument \"%s\"; \"mpls_vpn_mib --help\" lists the arguments\n",
+               argv[is_known ? 2 : 1]);
+  return kWrongArguments;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  if (argc > 1) return answer_arguments(argc, argv);
   // Writing to a closed connection fails with EPIPE instead of ending the process.
   signal(SIGPIPE, SIG_IGN);
   if (const int status = daemon_host::start_host()) return status;

@@ -4,14 +4,17 @@
 import fcntl
 import os
 import pathlib
+import re
 import signal
 import socket
 import struct
 import subprocess
+import tempfile
 import unittest
 
-from system import BIN, IF_CONF, SharedSystemTest, System, expected_if_conf, wait_until
+from system import BIN, IF_CONF, ROOT, SLOW, SharedSystemTest, System, expected_if_conf, wait_until
 
+PROGRAMS = ("mpls_vpn_mib", "mpls_vpn_snmp", "mplsvpn")
 ROUTER = """
 vrfs:
   - {name: red, table: 10}
@@ -25,6 +28,37 @@ REFUSED = [("get", "nothing", "No such path"), ("get", "interface-next/red", "A 
            ("get", "interface/red/11", "no such row"),  # an exact read in a VRF of the database has no row
            ("list", "interface/red/11", "does not serve this operation"),
            ("get", "interface-next/" + "a" * 5000 + "/1", ".")]
+
+
+class Arguments(unittest.TestCase):
+    """What every program answers to arguments, before it starts anything."""
+
+    def answer(self, program, *arguments):
+        with tempfile.TemporaryDirectory(prefix="mpls_vpn_arguments.") as folder:
+            environment = {f"MPLS_VPN_MIB_{name}_DIR": folder for name in ("RUN", "STATE", "CONFIG")}
+            result = subprocess.run([str(BIN / program), *arguments], env=dict(os.environ, **environment), timeout=10 * SLOW,
+                                    capture_output=True, text=True, check=False)
+            return result.returncode, result.stdout, result.stderr
+
+    def test_help_is_printed(self):
+        for program in PROGRAMS:
+            status, out, err = self.answer(program, "--help")
+            self.assertEqual((status, err), (0, ""), program)
+            self.assertRegex(out, rf"(?is)usage: .*{program}.*--help.*--version")
+
+    def test_version_is_that_of_the_build(self):
+        version = re.search(r"^project\(\S+ VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)[1]
+        for program in PROGRAMS:
+            self.assertEqual(self.answer(program, "--version"), (0, version + "\n", ""), program)
+
+    def test_other_arguments_are_refused_by_name(self):
+        for program in PROGRAMS:
+            for argument in ("-x", "--unknown", "stop"):
+                status, out, err = self.answer(program, argument)
+                self.assertEqual((status, out), (2, ""), (program, argument))
+                self.assertIn("--help", err)
+                if program != "mplsvpn":  # which reports its missing command first
+                    self.assertIn(argument, err)
 
 
 class BadInput(SharedSystemTest):
