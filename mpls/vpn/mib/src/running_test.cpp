@@ -145,12 +145,6 @@ TEST_F(Daemon, PrintsNothingOfItsStartWhileTheAreaIsOff) {
   EXPECT_EQ(Output(), "");
 }
 
-TEST_F(Daemon, StartsOverARegistryWithOtherDefinitions) {
-  RegisterOtherVersion(kMibInterfaceParcel, "mpls_vpn_mib.parcel");
-  StartAndWaitUntilUp();
-  EXPECT_THAT(Output(), HasSubstr("Parcel definition(s) changed from what is found in registry!"));
-}
-
 TEST_F(Daemon, StartsWithoutTheAsNumberFormat) {
   fault_arm("bgp_util_asn_format_init_notify", kStatusIo);
   StartAndWaitUntilUp();

@@ -20,12 +20,10 @@
 #include <vector>
 
 #include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
-#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/core/files/directories.h"
-#include "platform/core/parcel/parcel.h"
 #include "platform/core/trace/trace.h"
 #include "platform/core/wire/wire.h"
 #include "platform/router/model/router.h"
@@ -155,16 +153,6 @@ class Daemon : public testing::Test {
     ASSERT_EQ(waitpid(ended, nullptr, 0), ended);
     ASSERT_GT(std::filesystem::remove_all(run_directory() + "/trace"), 0U);
     ASSERT_THAT(trace_names(run_directory()), testing::IsEmpty());
-  }
-  // The registry as a daemon with another version of the description leaves it.
-  static void RegisterOtherVersion(const ParcelDescription& description, const char* set_name) {
-    ParcelDescription other = description;
-    other.version = description.version + 1;
-    ParcelBatch* batch = nullptr;
-    ASSERT_EQ(parcel_batch_open(set_name, &batch), kStatusOk);
-    ASSERT_EQ(parcel_register(batch, &other), kStatusOk);
-    ASSERT_EQ(parcel_batch_close(batch), kStatusOk);
-    parcel_registry_reset();
   }
   std::string Log() const { return directory_.path() + "/log"; }
   std::string Output() const { return read_file(Log()); }

@@ -1,38 +1,13 @@
 // Request arguments, and which VRFs pass a filter.
 #include "mpls/vpn/mib/src/provider/filter.h"
 
-#include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
+#include "mpls/vpn/mib/src/provider/provider_test_support.h"
 #include "platform/store/tree/matcher.h"
 
 namespace {
 
 using testing::ElementsAre;
-
-// The argument block of a request; an argument that is not given is absent.
-class Arguments {
- public:
-  explicit Arguments(std::uint32_t form) { args_.form = form; }
-  Arguments& Name(const char* name) { return Set(0, {name, nullptr}); }
-  Arguments& Afi(std::uint32_t afi) {
-    afi_ = afi;
-    return Set(1, {nullptr, &afi_});
-  }
-  Arguments& Safi(std::uint32_t safi) {
-    safi_ = safi;
-    return Set(2, {nullptr, &safi_});
-  }
-  const RequestArgs* Block() const { return &args_; }
-
- private:
-  Arguments& Set(unsigned n, KvArgument argument) {
-    args_.arg[n] = argument;
-    args_.absent_mask &= ~(1U << n);
-    return *this;
-  }
-  RequestArgs args_{0x7, 0, 3, {}};
-  std::uint32_t afi_ = 0;
-  std::uint32_t safi_ = 0;
-};
+using testing::ElementsAreArray;
 
 class RequestFilter : public DaemonTest {
  protected:
@@ -63,72 +38,66 @@ class RequestFilter : public DaemonTest {
     const VrfFilter filter = {flags, nullptr, nullptr, afi, safi};
     return vrf_matches_afi_safi(name, &filter);
   }
+  static Arguments Request(std::uint32_t form, const char* name, std::uint32_t afi, std::uint32_t safi) {
+    return Arguments(form, 3).Text(0, name).Number(1, afi).Number(2, safi);
+  }
   VrfFilter filter_{};
 };
 
-TEST_F(RequestFilter, Form0UsesThePlainName) {
-  Decode(Arguments(0).Name("red").Afi(1).Safi(1));
-  EXPECT_EQ(filter_.flags, kFilterVrfName);
-  EXPECT_STREQ(filter_.vrf_name, "red");
-  EXPECT_THAT(Prints(), ElementsAre("BGEN ARG 0 vrf name = red", "Filter flags are 0x4"));
+TEST_F(RequestFilter, FormDecidesWhichArgumentsAreTaken) {
+  const struct {
+    const char* what;
+    Arguments args;
+    VrfFilter filter;
+    std::vector<std::string> prints;
+  } cases[] = {
+      {"the plain name",
+       Request(0, "red", 1, 1),
+       {0x4, "red", nullptr, 0, 0},
+       {"BGEN ARG 0 vrf name = red", "Filter flags are 0x4"}},
+      {"no plain name", Arguments(0, 3), {}, {"Filter flags are 0x0"}},
+      {"plain name, AFI and SAFI",
+       Request(1, "red", 2, 1),
+       {0x7, "red", nullptr, 2, 1},
+       {"BGEN ARG 0 vrf name = red", "BGEN ARG 1 afi = 2", "BGEN ARG 2 safi = 1", "Filter flags are 0x7"}},
+      {"only a SAFI",
+       Arguments(1, 3).Number(2, 2),
+       {kFilterSafi, nullptr, nullptr, 0, 2},
+       {"BGEN ARG 2 safi = 2", "Filter flags are 0x2"}},
+      {"the encoded name",
+       Request(2, "a%2Fb", 1, 1),
+       {kFilterVrfName, "a/b", nullptr, 0, 0},
+       {"BGEN ARG 0 vrf name = a/b", "Filter flags are 0x4"}},
+      {"no encoded name", Arguments(2, 3), {}, {"Filter flags are 0x0"}},
+      {"encoded name, AFI and SAFI",
+       Request(3, "a%2Fb", 1, 2),
+       {0x7, "a/b", nullptr, 1, 2},
+       {"BGEN ARG 0 vrf name = a/b", "BGEN ARG 1 afi = 1", "BGEN ARG 2 safi = 2", "Filter flags are 0x7"}},
+  };
+  for (const auto& each : cases) {
+    Decode(each.args);
+    EXPECT_EQ(filter_.flags, each.filter.flags) << each.what;
+    EXPECT_STREQ(filter_.vrf_name, each.filter.vrf_name) << each.what;
+    EXPECT_EQ(filter_.afi, each.filter.afi) << each.what;
+    EXPECT_EQ(filter_.safi, each.filter.safi) << each.what;
+    EXPECT_THAT(Prints(), ElementsAreArray(each.prints)) << each.what;
+    release_filter_vrf_name(&filter_);
+  }
 }
 
-TEST_F(RequestFilter, Form0WithoutNameYieldsNoFlags) {
-  Decode(Arguments(0));
-  EXPECT_EQ(filter_.flags, 0U);
-  EXPECT_EQ(filter_.vrf_name, nullptr);
-  EXPECT_THAT(Prints(), ElementsAre("Filter flags are 0x0"));
-}
-
-TEST_F(RequestFilter, Form1UsesNameAfiAndSafi) {
-  Decode(Arguments(1).Name("red").Afi(2).Safi(1));
-  EXPECT_EQ(filter_.flags, 0x7U);
-  EXPECT_EQ(filter_.afi, 2U);
-  EXPECT_EQ(filter_.safi, 1U);
-  EXPECT_THAT(Prints(), ElementsAre("BGEN ARG 0 vrf name = red", "BGEN ARG 1 afi = 2", "BGEN ARG 2 safi = 1",
-                                    "Filter flags are 0x7"));
-}
-
-TEST_F(RequestFilter, Form1UsesThePresentArguments) {
-  Decode(Arguments(1).Safi(2));
-  EXPECT_EQ(filter_.flags, kFilterSafi);
-  EXPECT_EQ(filter_.safi, 2U);
-}
-
-TEST_F(RequestFilter, Form1BorrowsTheName) {
+TEST_F(RequestFilter, PlainNameIsBorrowedAndADecodedOneIsReleased) {
   const char name[] = "red";
-  Decode(Arguments(1).Name(name));
+  Decode(Arguments(1, 3).Text(0, name));
   EXPECT_EQ(filter_.vrf_name, name);
   release_filter_vrf_name(&filter_);
   EXPECT_EQ(filter_.vrf_name, name);
-}
-
-TEST_F(RequestFilter, Form2DecodesTheNameAndTakesNothingElse) {
-  Decode(Arguments(2).Name("a%2Fb").Afi(1).Safi(1));
-  EXPECT_EQ(filter_.flags, kFilterVrfName);
-  EXPECT_STREQ(filter_.vrf_name, "a/b");
-  EXPECT_THAT(Prints(), ElementsAre("BGEN ARG 0 vrf name = a/b", "Filter flags are 0x4"));
+  Decode(Arguments(2, 3).Text(0, name));
   release_filter_vrf_name(&filter_);
   EXPECT_EQ(filter_.vrf_name, nullptr);
-}
-
-TEST_F(RequestFilter, Form2WithoutNameYieldsNoFlags) {
-  Decode(Arguments(2));
-  EXPECT_EQ(filter_.flags, 0U);
-}
-
-TEST_F(RequestFilter, Form3WithAllArgumentsYieldsAllFlags) {
-  Decode(Arguments(3).Name("a%2Fb").Afi(1).Safi(2));
-  EXPECT_EQ(filter_.flags, 0x7U);
-  EXPECT_STREQ(filter_.vrf_name, "a/b");
-  EXPECT_EQ(filter_.afi, 1U);
-  EXPECT_EQ(filter_.safi, 2U);
-  EXPECT_THAT(Prints(), ElementsAre("BGEN ARG 0 vrf name = a/b", "BGEN ARG 1 afi = 1", "BGEN ARG 2 safi = 2",
-                                    "Filter flags are 0x7"));
 }
 
 TEST_F(RequestFilter, NameThatDoesNotDecodeLeavesANamelessFilter) {
-  Decode(Arguments(3).Name("a%2").Afi(1));
+  Decode(Arguments(3, 3).Text(0, "a%2").Number(1, 1));
   EXPECT_EQ(filter_.flags, kFilterAfi);
   EXPECT_EQ(filter_.vrf_name, nullptr);
   EXPECT_EQ(filter_.decoded_name, nullptr);
@@ -139,18 +108,16 @@ TEST_F(RequestFilter, NameThatDoesNotDecodeLeavesANamelessFilter) {
 
 TEST_F(RequestFilter, DecoderThatFailsForAnotherReasonIsReportedTheSameWay) {
   const ScopedFault fault("kvtree_string_decode", kStatusNoMemory);
-  Decode(Arguments(2).Name("red"));
+  Decode(Arguments(2, 3).Text(0, "red"));
   EXPECT_EQ(filter_.flags, 0U);
   EXPECT_THAT(Prints(), ElementsAre("set_filter_vrf_afi_safi : kvtree_string_decode() failed: "
                                     "Cannot allocate memory",
                                     "Filter flags are 0x0"));
-  Status code = kStatusOk;
-  EXPECT_THAT(Traced("mpls_vpn/error", &code), ElementsAre("set_filter_vrf_afi_safi: kvtree_string_decode"));
-  EXPECT_EQ(code, kStatusNoMemory);
+  ExpectErrorTraced("set_filter_vrf_afi_safi: kvtree_string_decode", kStatusNoMemory);
 }
 
 TEST_F(RequestFilter, UnknownFormLeavesTheFilterEmpty) {
-  Decode(Arguments(4).Name("red").Afi(1).Safi(1));
+  Decode(Arguments(4, 3).Text(0, "red").Number(1, 1).Number(2, 1));
   EXPECT_EQ(filter_.flags, 0U);
   EXPECT_THAT(Prints(), ElementsAre("Unknown bgen ident = 4", "Filter flags are 0x0"));
 }
@@ -159,9 +126,9 @@ TEST_F(RequestFilter, NameThatDoesNotDecodeIsAnErrorAndAnUnknownFormTheProviders
   ExpectUnder(ERR,
               "set_filter_vrf_afi_safi : kvtree_string_decode() failed: "
               "A path component does not decode as its key",
-              [this] { set_filter_vrf_afi_safi(&filter_, Arguments(2).Name("a%2").Block()); });
+              [this] { set_filter_vrf_afi_safi(&filter_, Arguments(2, 3).Text(0, "a%2").Block()); });
   ExpectUnder(PROV, "Unknown bgen ident = 4",
-              [this] { set_filter_vrf_afi_safi(&filter_, Arguments(4).Block()); });
+              [this] { set_filter_vrf_afi_safi(&filter_, Arguments(4, 3).Block()); });
 }
 
 // What the path matcher hands over, not a block of the test's own.

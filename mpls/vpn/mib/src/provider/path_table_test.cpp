@@ -31,6 +31,20 @@ std::vector<std::string> rows_of(const KvRoutingTable& table) {
   return rows;
 }
 
+void expect_handlers(const KvRoutingTable& table, const std::vector<KvHandlerEntry>& handlers) {
+  ASSERT_EQ(table.count, handlers.size());
+  for (std::size_t i = 0; i < handlers.size(); ++i) {
+    const KvHandlerEntry& entry = table.routes[i].handlers;
+    EXPECT_EQ(entry.notify, handlers[i].notify) << table.routes[i].pattern;
+    EXPECT_EQ(entry.get, handlers[i].get) << table.routes[i].pattern;
+    EXPECT_EQ(entry.list, handlers[i].list) << table.routes[i].pattern;
+    EXPECT_EQ(entry.datalist, handlers[i].datalist) << table.routes[i].pattern;
+  }
+}
+
+const KvHandlerEntry kMidEvent = {0, mpls_vpn_mib_mid_thresh_exceeded_notify, nullptr, nullptr, nullptr};
+const KvHandlerEntry kMaxEvent = {0, mpls_vpn_mib_high_thresh_exceeded_notify, nullptr, nullptr, nullptr};
+
 TEST(Routes, ProviderPathsInMatchOrder) {
   EXPECT_THAT(rows_of(mpls_vpn_mib_prov_routes),
               ElementsAre("scalars 0", "interface/<s>/<n> 0", "interface-next/<s>/<n> 100", "vrf/<s> 0",
@@ -38,44 +52,26 @@ TEST(Routes, ProviderPathsInMatchOrder) {
                           "vrf-invalid-detail/<s> 0", "rt/<s>/<n>/<n> 0", "rt-next/<s>/<n>/<n> 100",
                           "route/<s>/<n>/<n>/<n>/<s>/<s> 0", "route-next/<s>/<n>/<n>/<n>/<s>/<s> 100",
                           "<s>/mid-thresh-exc 0", "<s>/max-thresh-exc 0"));
-}
-
-TEST(Routes, ScalarsAndInterfacesHaveTheirGetHandlers) {
-  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
-  EXPECT_EQ(routes[0].handlers.get, mpls_vpn_mib_prov_get_scalars);
-  EXPECT_EQ(routes[1].handlers.get, mpls_vpn_mib_prov_get_interface);
-  EXPECT_EQ(routes[2].handlers.get, mpls_vpn_mib_prov_get_interface);
-}
-
-TEST(Routes, RouteTargetsHaveTheirGetHandler) {
-  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
-  EXPECT_EQ(routes[8].handlers.get, mpls_vpn_mib_prov_get_rt);
-  EXPECT_EQ(routes[9].handlers.get, mpls_vpn_mib_prov_get_rt);
-}
-
-TEST(Routes, RoutesHaveTheirGetHandler) {
-  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
-  EXPECT_EQ(routes[10].handlers.get, mpls_vpn_mib_prov_get_route);
-  EXPECT_EQ(routes[11].handlers.get, mpls_vpn_mib_prov_get_route);
-}
-
-TEST(Routes, VrfsHaveTheirGetHandlers) {
-  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
-  EXPECT_EQ(routes[3].handlers.get, mpls_vpn_mib_prov_get_vrf);
-  EXPECT_EQ(routes[4].handlers.get, mpls_vpn_mib_prov_get_vrf);
-  EXPECT_EQ(routes[5].handlers.get, mpls_vpn_mib_prov_get_vrf_show);
-  EXPECT_EQ(routes[6].handlers.get, nullptr);
-  EXPECT_EQ(routes[7].handlers.get, mpls_vpn_mib_prov_get_vrf_invalid);
-}
-
-TEST(Routes, VrfsHaveTheirListHandlers) {
-  const KvRoute* routes = mpls_vpn_mib_prov_routes.routes;
-  for (const std::size_t entry : {5U, 6U}) {
-    EXPECT_EQ(routes[entry].handlers.list, mpls_vpn_prov_list_vrf);
-    EXPECT_EQ(routes[entry].handlers.datalist, mpls_vpn_prov_datalist_vrf);
-  }
-  EXPECT_EQ(routes[7].handlers.list, mpls_vpn_prov_list_vrf_invalid);
-  EXPECT_EQ(routes[7].handlers.datalist, mpls_vpn_prov_datalist_vrf_invalid);
+  const auto get = [](KvGetHandler handler) { return KvHandlerEntry{0, nullptr, handler, nullptr, nullptr}; };
+  const auto lists = [](KvGetHandler handler) {
+    return KvHandlerEntry{0, nullptr, handler, mpls_vpn_prov_list_vrf, mpls_vpn_prov_datalist_vrf};
+  };
+  expect_handlers(mpls_vpn_mib_prov_routes,
+                  {get(mpls_vpn_mib_prov_get_scalars),
+                   get(mpls_vpn_mib_prov_get_interface),
+                   get(mpls_vpn_mib_prov_get_interface),
+                   get(mpls_vpn_mib_prov_get_vrf),
+                   get(mpls_vpn_mib_prov_get_vrf),
+                   lists(mpls_vpn_mib_prov_get_vrf_show),
+                   lists(nullptr),
+                   {0, nullptr, mpls_vpn_mib_prov_get_vrf_invalid, mpls_vpn_prov_list_vrf_invalid,
+                    mpls_vpn_prov_datalist_vrf_invalid},
+                   get(mpls_vpn_mib_prov_get_rt),
+                   get(mpls_vpn_mib_prov_get_rt),
+                   get(mpls_vpn_mib_prov_get_route),
+                   get(mpls_vpn_mib_prov_get_route),
+                   kMidEvent,
+                   kMaxEvent});
 }
 
 TEST(Routes, VrfConfiguration) {
@@ -102,29 +98,10 @@ TEST(Routes, RoutingProtocols) {
               ElementsAre("<s>/address/<s>/<s>/ord_c/<*>/route/<ad>/<x>/<s>/<s>/nexthop/<i>/<ad> 5"));
 }
 
-TEST(Routes, NotificationsHaveTheirHandlers) {
-  for (const KvRoutingTable* table :
-       {&mpls_vpn_mib_vrf_routes, &mpls_vpn_mib_bgp_routes, &mpls_vpn_mib_rip_routes,
-        &mpls_vpn_mib_ospf_routes, &mpls_vpn_mib_eigrp_routes, &mpls_vpn_mib_static_routes,
-        &mpls_vpn_mib_threshold_routes}) {
-    for (std::size_t i = 0; i < table->count; ++i) {
-      const KvHandlerEntry& entry = table->routes[i].handlers;
-      EXPECT_NE(entry.notify, nullptr) << table->routes[i].pattern;
-      EXPECT_TRUE(entry.get == nullptr && entry.list == nullptr && entry.datalist == nullptr);
-    }
-  }
-}
-
-TEST(Routes, ThresholdEventsHaveTheirHandlersBelowTheProviderToo) {
-  for (const KvRoute* routes : {mpls_vpn_mib_prov_routes.routes + 12, mpls_vpn_mib_threshold_routes.routes}) {
-    EXPECT_EQ(routes[0].handlers.notify, mpls_vpn_mib_mid_thresh_exceeded_notify);
-    EXPECT_EQ(routes[1].handlers.notify, mpls_vpn_mib_high_thresh_exceeded_notify);
-  }
-}
-
 TEST(Routes, Thresholds) {
   EXPECT_THAT(rows_of(mpls_vpn_mib_threshold_routes),
               ElementsAre("<s>/mid-thresh-exc 0", "<s>/max-thresh-exc 0"));
+  expect_handlers(mpls_vpn_mib_threshold_routes, {kMidEvent, kMaxEvent});
 }
 
 }  // namespace

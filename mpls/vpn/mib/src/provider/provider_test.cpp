@@ -289,36 +289,22 @@ TEST_F(Provider, FailedProviderBindIsReturnedAndTraced) {
   EXPECT_EQ(backend_scan_in_progress, 1U);
 }
 
-TEST_F(Provider, FailedFunctionBlockUnbindsTheProvider) {
-  fault_arm("kvtree_init_prov_functions", kStatusNoMemory);
-  EXPECT_EQ(RegisterShowingErrors(), kStatusNoMemory);
-  EXPECT_THAT(Prints(), ElementsAre("Error in register_prov_server: Failed to init prov functions: "
-                                    "Cannot allocate memory"));
-  EXPECT_THAT(store_calls, ElementsAre("bind \"/oper/mpls_vpn/gl/\" 1", "unbind \"\""));
-  EXPECT_EQ(prov_kvtree_conn_h, nullptr);
-}
-
-TEST_F(Provider, FailedUnbindAfterAFailedFunctionBlockIsReported) {
-  fault_arm("kvtree_init_prov_functions", kStatusNoMemory);
-  fault_arm("kvtree_unbind", kStatusInvalid);
-  EXPECT_EQ(RegisterShowingErrors(), kStatusNoMemory);
-  EXPECT_THAT(Prints(), Contains("Error in register_prov_server: kvtree_unbind failed: Invalid argument"));
-}
-
-TEST_F(Provider, FailedProviderRegistrationUnbinds) {
-  fault_arm("kvtree_register_prov2", kStatusIo);
-  fault_arm("kvtree_unbind", kStatusIo, 2);
-  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
-  EXPECT_EQ(fault_reached("kvtree_unbind"), 1U);
-  EXPECT_THAT(Prints(), ElementsAre("Error in register_prov_server: Failed in kvtree_register_prov2: "
-                                    "Input/output error"));
-}
-
-TEST_F(Provider, FailedUnbindOfTheProviderIsReported) {
-  fault_arm("kvtree_register_prov2", kStatusIo);
-  fault_arm("kvtree_unbind", kStatusInvalid);
-  EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
-  EXPECT_THAT(Prints(), Contains("Error in register_prov_server: kvtree_unbind failed: Invalid argument"));
+TEST_F(Provider, FailedRegistrationOfTheProviderUnbindsIt) {
+  for (const auto& [step, what] : {std::pair{"kvtree_init_prov_functions", "Failed to init prov functions"},
+                                   std::pair{"kvtree_register_prov2", "Failed in kvtree_register_prov2"}}) {
+    const std::string failure = Failure("register_prov_server", what, kStatusIo);
+    store_calls.clear();
+    fault_arm(step, kStatusIo, 1, 2);
+    EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
+    EXPECT_THAT(Prints(), ElementsAre(failure));
+    EXPECT_EQ(store_calls.front(), "bind \"/oper/mpls_vpn/gl/\" 1");
+    EXPECT_EQ(store_calls.back(), "unbind \"\"");
+    EXPECT_EQ(prov_kvtree_conn_h, nullptr);
+    fault_arm("kvtree_unbind", kStatusInvalid);
+    EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
+    EXPECT_THAT(Prints(), ElementsAre(failure, Failure("register_prov_server", "kvtree_unbind failed",
+                                                       kStatusInvalid)));
+  }
 }
 
 TEST_F(Provider, FailedMembershipConnectionEndsRegistrationBeforeTheSubscriptions) {

@@ -133,6 +133,11 @@ class DaemonTest : public testing::Test {
     addresses.push_back(AddressOf(text));
     SetAddresses(name, addresses);
   }
+  void SetAddresses(std::string_view name, const std::vector<router::Address>& addresses) {
+    router::Interface changed = InterfaceOf(name);
+    changed.addresses = addresses;
+    EXPECT_EQ(router_.change_interface(changed), kStatusOk) << name;
+  }
   // In the place of all that it had, in one change.
   void SetOnlyAddress(std::string_view name, std::string_view text) { SetAddresses(name, {AddressOf(text)}); }
   void Rename(std::string_view name, const std::string& to) {
@@ -309,11 +314,6 @@ class DaemonTest : public testing::Test {
     router::Address address;
     EXPECT_TRUE(router::parse_address(text, &address)) << text;
     return address;
-  }
-  void SetAddresses(std::string_view name, const std::vector<router::Address>& addresses) {
-    router::Interface changed = InterfaceOf(name);
-    changed.addresses = addresses;
-    EXPECT_EQ(router_.change_interface(changed), kStatusOk) << name;
   }
   void SetLink(std::string_view name, bool up) {
     router::Interface changed = InterfaceOf(name);

@@ -21,6 +21,12 @@ class ReissueTimer : public TrapTest {
     attributes->curr_num_routes = routes;
     attributes->high_thresh_exceeded = 1;
   }
+  // "red" is above its maximum, every notification is on, and the timer runs.
+  void StartWithRed(std::uint32_t seconds) {
+    Enable(kTrapAll);
+    AboveMaximum("red", 100, 101);
+    mpls_vpn_mib_timer_start(seconds);
+  }
   void Pass(std::uint32_t seconds) {
     PassSeconds(seconds);
     Run();
@@ -95,9 +101,7 @@ TEST_F(ReissueTimer, EveryVrfAboveItsMaximumIsRaisedAgainEachInterval) {
 }
 
 TEST_F(ReissueTimer, ShortestIntervalIsOneSecond) {
-  Enable(kTrapAll);
-  AboveMaximum("red", 100, 101);
-  mpls_vpn_mib_timer_start(1);
+  StartWithRed(1);
   for (int interval = 0; interval < 3; ++interval) {
     Pass(1);
     EXPECT_EQ(Traps().size(), 1U) << interval;
@@ -113,27 +117,17 @@ TEST_F(ReissueTimer, ItsEventHasTheCode128) {
   event_async_detach(manager_, 128);
 }
 
-TEST_F(ReissueTimer, VrfThatFellBelowItsMaximumIsNotRaisedAgain) {
-  Enable(kTrapAll);
-  AboveMaximum("red", 100, 101);
-  mpls_vpn_mib_timer_start(10);
+TEST_F(ReissueTimer, CurrentNumbersAreRaisedUntilTheVrfFallsBelowItsMaximum) {
+  StartWithRed(10);
   Pass(10);
-  EXPECT_EQ(Traps().size(), 1U);
+  Traps();
+  AttributesOf("red")->curr_num_routes = 180;
+  AttributesOf("red")->high_thresh = 150;
+  Pass(10);
+  EXPECT_THAT(Traps(), ElementsAre(Exceeded("red high=150 routes=180")));
   AttributesOf("red")->high_thresh_exceeded = 0;
   Pass(10);
   EXPECT_THAT(Traps(), IsEmpty());
-}
-
-TEST_F(ReissueTimer, CurrentNumbersAreRaised) {
-  Enable(kTrapAll);
-  AboveMaximum("red", 100, 101);
-  mpls_vpn_mib_timer_start(10);
-  Pass(10);
-  AttributesOf("red")->curr_num_routes = 180;
-  AttributesOf("red")->high_thresh = 150;
-  Traps();
-  Pass(10);
-  EXPECT_THAT(Traps(), ElementsAre(Exceeded("red high=150 routes=180")));
 }
 
 TEST_F(ReissueTimer, SwitchIsLookedAtAnewEachInterval) {
@@ -161,9 +155,7 @@ TEST_F(ReissueTimer, RoundIsPrinted) {
 }
 
 TEST_F(ReissueTimer, StopEndsTheRounds) {
-  Enable(kTrapAll);
-  AboveMaximum("red", 100, 101);
-  mpls_vpn_mib_timer_start(10);
+  StartWithRed(10);
   OnlyArea(TRAPS);
   mpls_vpn_mib_timer_stop();
   EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_timer_stop "));
@@ -171,19 +163,8 @@ TEST_F(ReissueTimer, StopEndsTheRounds) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(ReissueTimer, WakeUpAfterAStopDoesNotRestart) {
-  OnlyArea(TRAPS);
-  mpls_vpn_mib_timer_start(10);
-  mpls_vpn_mib_timer_stop();
-  ClearPrints();
-  mpls_vpn_mib_timer_wakeup();
-  EXPECT_THAT(Prints(), ElementsAre("Timer wakeup"));
-}
-
 TEST_F(ReissueTimer, SecondStartCountsFromItsOwnTime) {
-  Enable(kTrapAll);
-  AboveMaximum("red", 100, 101);
-  mpls_vpn_mib_timer_start(60);
+  StartWithRed(60);
   Pass(50);
   mpls_vpn_mib_timer_start(20);
   Pass(19);
@@ -211,9 +192,7 @@ TEST_F(ReissueTimer, RestartThatFailsIsReportedAndNotPrintedAsDone) {
 }
 
 TEST_F(ReissueTimer, DeinitEndsEverythingAndMayBeRepeated) {
-  Enable(kTrapAll);
-  AboveMaximum("red", 100, 101);
-  mpls_vpn_mib_timer_start(10);
+  StartWithRed(10);
   OnlyArea(TRAPS);
   mpls_vpn_mib_timer_deinit();
   mpls_vpn_mib_timer_deinit();
@@ -223,15 +202,18 @@ TEST_F(ReissueTimer, DeinitEndsEverythingAndMayBeRepeated) {
   EXPECT_EQ(mpls_vpn_mib_timer_init(manager_), kStatusOk);
 }
 
-TEST_F(ReissueTimer, IntervalEndsWithTheTimer) {
-  OnlyArea(TRAPS);
+TEST_F(ReissueTimer, WakeUpAfterAStopOrItsEndDoesNotRestart) {
+  const auto expect_no_restart = [this] {
+    OnlyArea(TRAPS);
+    mpls_vpn_mib_timer_wakeup();
+    EXPECT_THAT(Prints(), ElementsAre("Timer wakeup"));
+  };
+  mpls_vpn_mib_timer_start(10);
+  mpls_vpn_mib_timer_stop();
+  expect_no_restart();
   mpls_vpn_mib_timer_start(10);
   mpls_vpn_mib_timer_deinit();
-  ClearPrints();
-  mpls_vpn_mib_timer_wakeup();
-  EXPECT_THAT(Prints(), ElementsAre("Timer wakeup"));
+  expect_no_restart();
   ASSERT_EQ(mpls_vpn_mib_timer_init(manager_), kStatusOk);
-  ClearPrints();
-  mpls_vpn_mib_timer_wakeup();
-  EXPECT_THAT(Prints(), ElementsAre("Timer wakeup"));
+  expect_no_restart();
 }

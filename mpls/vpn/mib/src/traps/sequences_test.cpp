@@ -1,6 +1,11 @@
 // Which sequences of events raise VRF-up and VRF-down: the cases of RFC 4382 (section 6, mplsL3VpnVrfUp and
 // mplsL3VpnVrfDown), and where this system differs. docs/traps.md describes the same for operators.
 #include "mpls/vpn/mib/src/traps/procedures.h"
+
+#include <algorithm>
+#include <map>
+#include <sstream>
+
 #include "mpls/vpn/mib/src/traps/trap_test_support.h"
 
 namespace {
@@ -8,7 +13,24 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// VRFs "red" and "blue"; every interface that is added has an address. Both notifications are on.
+// What happens at one moment, and the notifications that it raises ("Up red 1": VRF "red", ifIndex 1).
+struct Moment {
+  const char* actions;
+  const char* traps = "";
+};
+
+std::vector<std::string> split(const std::string& list) {
+  std::vector<std::string> parts;
+  for (std::size_t start = 0; start < list.size();) {
+    const std::size_t end = std::min(list.find(", ", start), list.size());
+    parts.push_back(list.substr(start, end - start));
+    start = end + 2;
+  }
+  return parts;
+}
+
+// VRFs "red" and "blue", with both notifications on. Interfaces are numbered from 1 in the order they are
+// added.
 class TrapSequence : public TrapTest {
  protected:
   void SetUp() override {
@@ -19,37 +41,56 @@ class TrapSequence : public TrapTest {
     Enable(kTrapVrfUp);
     Enable(kTrapVrfDown);
   }
-  // Returns the index.
-  std::uint32_t Add(const std::string& name, const std::string& vrf) {
+  void Play(const std::vector<Moment>& moments) {
+    for (const Moment& moment : moments) {
+      for (const std::string& action : split(moment.actions)) Do(action);
+      Run();
+      std::vector<std::string> expected;
+      for (const std::string& trap : split(moment.traps)) expected.push_back(FullText(trap));
+      EXPECT_EQ(Traps(), expected) << moment.actions;
+    }
+  }
+
+ private:
+  void Do(const std::string& action) {
+    std::istringstream words(action);
+    std::string verb, name, what;
+    words >> verb >> name >> what;
+    const auto rename = [&](bool up) {
+      router::Interface changed = InterfaceOf(name);
+      changed.name = what;
+      changed.up = up;
+      EXPECT_EQ(router_.change_interface(changed), kStatusOk);
+    };
+    const std::map<std::string_view, std::function<void()>> verbs = {
+        {"add", [&] { Add(name, what); }},
+        {"add-bare", [&] { AddInterface(name, what); }},
+        {"address", [&] { AddAddress(name, what); }},
+        {"only-address", [&] { SetOnlyAddress(name, what); }},
+        {"no-address", [&] { SetAddresses(name, {}); }},
+        {"up", [&] { LinkUp(name); }},
+        {"down", [&] { LinkDown(name); }},
+        {"move", [&] { Join(name, what); }},
+        {"remove", [&] { RemoveInterface(name); }},
+        {"rename", [&] { Rename(name, what); }},
+        {"rename-up", [&] { rename(true); }},
+        {"rename-down", [&] { rename(false); }},
+    };
+    const auto found = verbs.find(verb);
+    ASSERT_NE(found, verbs.end()) << action;
+    found->second();
+  }
+  // Down, with an address.
+  void Add(const std::string& name, const std::string& vrf) {
     AddInterface(name, vrf);
     AddAddress(name, "192.0.2." + std::to_string(IndexOf(name)) + "/24");
-    Run();
-    return IndexOf(name);
   }
-  void ComeUp(const char* name) {
-    LinkUp(name);
-    Run();
-  }
-  void GoDown(const char* name) {
-    LinkDown(name);
-    Run();
-  }
-  void Move(const char* name, std::string_view vrf) {
-    Join(name, vrf);
-    Run();
-  }
-  void RenameAndSetLink(const char* name, const char* to, bool up) {
-    router::Interface changed = InterfaceOf(name);
-    changed.name = to;
-    changed.up = up;
-    EXPECT_EQ(router_.change_interface(changed), kStatusOk);
-    Run();
-  }
-  static std::string UpTrap(const char* vrf, std::uint32_t index) {
-    return std::string("mplsL3VpnVrfUp ") + vrf + " if=" + std::to_string(index) + " oper=1 row=1";
-  }
-  static std::string DownTrap(const char* vrf, std::uint32_t index) {
-    return std::string("mplsL3VpnVrfDown ") + vrf + " if=" + std::to_string(index) + " oper=2 row=1";
+  static std::string FullText(const std::string& trap) {
+    std::istringstream words(trap);
+    std::string kind, vrf, index;
+    words >> kind >> vrf >> index;
+    return "mplsL3VpnVrf" + kind + " " + vrf + " if=" + index + " oper=" + (kind == "Up" ? "1" : "2") +
+           " row=1";
   }
 };
 
@@ -58,120 +99,125 @@ class TrapSequence : public TrapTest {
 // --- The cases of the RFC
 
 TEST_F(TrapSequence, OnlyInterfaceOfAVrfIsUpAndThenDown) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  ComeUp("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
-  GoDown("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
-  ComeUp("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+  Play({{"add ge0 red"}, {"up ge0", "Up red 1"}, {"down ge0", "Down red 1"}, {"up ge0", "Up red 1"}});
 }
 
 TEST_F(TrapSequence, FirstInterfaceThatJoinsAVrfAndIsUpAfterwards) {
-  const std::uint32_t ge0 = Add("ge0", "default");
-  Join("ge0", "red");
-  Run();
-  EXPECT_THAT(Traps(), IsEmpty());
-  ComeUp("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+  Play({{"add ge0 default"}, {"move ge0 red"}, {"up ge0", "Up red 1"}});
 }
 
 TEST_F(TrapSequence, TwoInterfacesComeUpOneAfterTheOtherAndOnlyTheFirstRaisesUp) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  Add("ge1", "red");
-  ComeUp("ge0");
-  ComeUp("ge1");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
+  Play({{"add ge0 red, add ge1 red"}, {"up ge0", "Up red 1"}, {"up ge1"}});
 }
 
 TEST_F(TrapSequence, LastOfSeveralInterfacesDownRaisesDown) {
-  Add("ge0", "red");
-  const std::uint32_t ge1 = Add("ge1", "red");
-  Add("ge2", "red");  // never up
-  ComeUp("ge0");
-  ComeUp("ge1");
-  Traps();
-  GoDown("ge0");
-  EXPECT_THAT(Traps(), IsEmpty());
-  GoDown("ge1");
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge1)));
+  Play({{"add ge0 red, add ge1 red, add ge2 red"},
+        {"up ge0", "Up red 1"},
+        {"up ge1"},
+        {"down ge0"},
+        {"down ge1", "Down red 2"}});
 }
 
 TEST_F(TrapSequence, LastActiveInterfaceIsRemovedFromTheVrf) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  Add("ge1", "red");
-  ComeUp("ge0");
-  Traps();
-  Move("ge0", "default");
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+  Play({{"add ge0 red, add ge1 red"}, {"up ge0", "Up red 1"}, {"move ge0 default", "Down red 1"}});
 }
 
 TEST_F(TrapSequence, OnlyActiveInterfaceMovesToAnotherVrf) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  ComeUp("ge0");
-  Traps();
-  Move("ge0", "blue");
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0), UpTrap("blue", ge0)));
+  Play({{"add ge0 red"}, {"up ge0", "Up red 1"}, {"move ge0 blue", "Down red 1, Up blue 1"}});
 }
 
 TEST_F(TrapSequence, InterfaceThatMovesBetweenVrfsThatStayUpRaisesNothing) {
-  Add("ge0", "red");
-  Add("ge1", "red");
-  Add("ge2", "blue");
-  for (const char* name : {"ge0", "ge1", "ge2"}) ComeUp(name);
-  Traps();
-  Move("ge0", "blue");
-  EXPECT_THAT(Traps(), IsEmpty());
+  Play({{"add ge0 red, add ge1 red, add ge2 blue"},
+        {"up ge0", "Up red 1"},
+        {"up ge1, up ge2", "Up blue 3"},
+        {"move ge0 blue"}});
 }
 
-// --- Changes of who keeps the VRF up
+// --- Changes of what keeps the VRF up
 
 TEST_F(TrapSequence, InterfacesUpInAlternationRaiseOncePerTransitionOfTheVrf) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  const std::uint32_t ge1 = Add("ge1", "red");
-  ComeUp("ge0");
-  ComeUp("ge1");
-  GoDown("ge0");
-  GoDown("ge1");
-  ComeUp("ge0");
-  GoDown("ge0");
-  ComeUp("ge1");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0), DownTrap("red", ge1), UpTrap("red", ge0),
-                                   DownTrap("red", ge0), UpTrap("red", ge1)));
+  Play({{"add ge0 red, add ge1 red"},
+        {"up ge0", "Up red 1"},
+        {"up ge1"},
+        {"down ge0"},
+        {"down ge1", "Down red 2"},
+        {"up ge0", "Up red 1"},
+        {"down ge0", "Down red 1"},
+        {"up ge1", "Up red 2"}});
 }
 
 TEST_F(TrapSequence, VrfsDoNotMixTheirInterfaces) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  const std::uint32_t ge1 = Add("ge1", "blue");
-  ComeUp("ge0");
-  ComeUp("ge1");
-  GoDown("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0), UpTrap("blue", ge1), DownTrap("red", ge0)));
+  Play({{"add ge0 red, add ge1 blue"},
+        {"up ge0", "Up red 1"},
+        {"up ge1", "Up blue 2"},
+        {"down ge0", "Down red 1"}});
 }
 
 TEST_F(TrapSequence, InterfaceWithoutAnAddressKeepsNoVrfUp) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  AddInterface("bare", "red");
-  LinkUp("bare");
-  Run();
-  Traps();
-  ComeUp("ge0");
-  GoDown("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0), DownTrap("red", ge0)));
+  Play({{"add ge0 red, add-bare ge1 red"}, {"up ge1"}, {"up ge0", "Up red 1"}, {"down ge0", "Down red 1"}});
 }
 
 TEST_F(TrapSequence, InterfacesOfNoVrfRaiseNothing) {
-  Add("ge0", "default");
-  ComeUp("ge0");
-  GoDown("ge0");
-  EXPECT_THAT(Traps(), IsEmpty());
+  Play({{"add ge0 default"}, {"up ge0"}, {"down ge0"}});
+}
+
+TEST_F(TrapSequence, LastActiveInterfaceIsRemovedWhileUp) {
+  Play({{"add ge0 red"}, {"up ge0", "Up red 1"}, {"remove ge0", "Down red 1"}});
+}
+
+TEST_F(TrapSequence, InterfacesThatComeUpOrGoDownTogetherRaiseOneUpOfTheFirstAndOneDownOfTheLast) {
+  Play({{"add ge0 red, add ge1 red"}, {"up ge0, up ge1", "Up red 1"}, {"down ge0, down ge1", "Down red 2"}});
+}
+
+// A host renames an interface only while it is down, and may leave it down: one change says both.
+TEST_F(TrapSequence, InterfaceThatIsRenamedAndChangesItsStateAtOnceRaisesBoth) {
+  Play({{"add ge0 red"}, {"rename-up ge0 ge9", "Up red 1"}, {"rename-down ge9 ge0", "Down red 1"}});
+}
+
+// Names that are swapped are freed under a name in between, which no client may have seen.
+TEST_F(TrapSequence, InterfaceThatIsRenamedTwiceInOneMomentRaisesBoth) {
+  Play({{"add ge0 red"},
+        {"up ge0", "Up red 1"},
+        {"rename ge0 aside, rename-down aside ge9", "Down red 1"},
+        {"rename ge9 aside, rename-up aside ge0", "Up red 1"}});
+}
+
+// Until an interface's departure is delivered, its name means that interface and no later one of that
+// name.
+TEST_F(TrapSequence, NameThatAnotherInterfaceGetsAtOnceStillMeansTheOneThatLeft) {
+  Play({{"add ge0 red, add ge1 default"},
+        {"up ge0, up ge1", "Up red 1"},
+        {"move ge0 default, rename ge0 aside, rename ge1 ge0, rename aside ge1", "Down red 1"}});
+}
+
+TEST_F(TrapSequence, InterfacesThatAreDownAndCreatedAgainInOneMomentRaiseOneDown) {
+  Play({{"add ge0 red, add ge1 red"},
+        {"up ge0", "Up red 1"},
+        {"up ge1"},
+        {"down ge1, remove ge0, add-bare ge0 default", "Down red 1"}});
+}
+
+TEST_F(TrapSequence, FirstAddressOfALinkThatIsUpRaisesUpAndRemovalOfTheLastRaisesDown) {
+  Play({{"add-bare ge0 red"},
+        {"up ge0"},
+        {"address ge0 2001:db8::1/64", "Up red 1"},
+        {"address ge0 192.0.2.1/24"},
+        {"no-address ge0", "Down red 1"}});
+}
+
+TEST_F(TrapSequence, ActiveInterfaceThatChangesItsFamilyAtOnceRaisesNothing) {
+  Play({{"add ge0 red, add ge1 red"},
+        {"up ge0", "Up red 1"},
+        {"up ge1"},
+        {"down ge0"},
+        {"only-address ge1 2001:db8::1/64"},
+        {"down ge1", "Down red 2"}});
 }
 
 // --- What the handlers do by themselves
 
 TEST_F(TrapSequence, JoinOfAnActiveInterfaceCountsItAndRaisesNothingByItself) {
-  Add("ge0", "default");
-  ComeUp("ge0");
+  Play({{"add ge0 default"}, {"up ge0"}});
   ClearPrints();
   mpls_vpn_mib_if2vrf_add(HandleOf("ge0"), "red");
   EXPECT_TRUE(Printed("mpls vpn mib vrf up trap generate: FALSE"));
@@ -181,7 +227,7 @@ TEST_F(TrapSequence, JoinOfAnActiveInterfaceCountsItAndRaisesNothingByItself) {
 }
 
 TEST_F(TrapSequence, JoinOfAnInterfaceThatIsDownMakesNoDecision) {
-  Add("ge0", "default");
+  Play({{"add ge0 default"}});
   ClearPrints();
   mpls_vpn_mib_if2vrf_add(HandleOf("ge0"), "red");
   EXPECT_TRUE(Printed("mpls vpn mib vrf up trap generate: FALSE"));
@@ -189,16 +235,13 @@ TEST_F(TrapSequence, JoinOfAnInterfaceThatIsDownMakesNoDecision) {
 }
 
 TEST_F(TrapSequence, JoinWithoutAnIndexIsNotCountedAndRaisesUpWithoutOne) {
-  Add("ge0", "default");
-  ComeUp("ge0");
+  Play({{"add ge0 default"}, {"up ge0"}});
   WithFault("ifname_to_index", kStatusIo, [&] { mpls_vpn_mib_if2vrf_add(HandleOf("ge0"), "red"); });
   EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnVrfUp red oper=1 row=1"));
 }
 
 TEST_F(TrapSequence, LeaveOfAnActiveInterfaceCountsItAndRaisesNothingByItself) {
-  Add("ge0", "red");
-  ComeUp("ge0");
-  Traps();
+  Play({{"add ge0 red"}, {"up ge0", "Up red 1"}});
   ClearPrints();
   mpls_vpn_mib_if2vrf_del(HandleOf("ge0"), "red");
   EXPECT_TRUE(Printed("mpls vpn mib vrf down trap generate: FALSE"));
@@ -208,8 +251,7 @@ TEST_F(TrapSequence, LeaveOfAnActiveInterfaceCountsItAndRaisesNothingByItself) {
 }
 
 TEST_F(TrapSequence, LeaveOfAnInterfaceThatRaisedDownMakesNoDecision) {
-  Add("ge0", "red");
-  ComeUp("ge0");
+  Play({{"add ge0 red"}, {"up ge0", "Up red 1"}});
   mpls_vpn_mib_get_if_by_vrf_and_name("red", "ge0")->vrf_down_trap_sent = 1;
   ClearPrints();
   mpls_vpn_mib_if2vrf_del(HandleOf("ge0"), "red");
@@ -218,7 +260,7 @@ TEST_F(TrapSequence, LeaveOfAnInterfaceThatRaisedDownMakesNoDecision) {
 }
 
 TEST_F(TrapSequence, StateChangesAskForUpAndDown) {
-  Add("ge0", "red");
+  Play({{"add ge0 red"}});
   OnlyArea(TRAPS);
   LinkUp("ge0");
   Run();
@@ -231,165 +273,32 @@ TEST_F(TrapSequence, StateChangesAskForUpAndDown) {
   EXPECT_EQ(TimesPrinted("Entering mpls_vpn_mib_trap_vrf_down"), 1U);
 }
 
-TEST_F(TrapSequence, LastActiveInterfaceIsRemovedWhileUp) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  ComeUp("ge0");
-  Traps();
-  RemoveInterface("ge0");
-  Run();
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
-}
-
-TEST_F(TrapSequence, InterfacesThatGoDownTogetherRaiseOneDownOfTheLast) {
-  Add("ge0", "red");
-  const std::uint32_t ge1 = Add("ge1", "red");
-  ComeUp("ge0");
-  ComeUp("ge1");
-  Traps();
-  LinkDown("ge0");
-  LinkDown("ge1");
-  Run();
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge1)));
-}
-
-TEST_F(TrapSequence, InterfacesThatComeUpTogetherRaiseOneUpOfTheFirst) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  Add("ge1", "red");
-  LinkUp("ge0");
-  LinkUp("ge1");
-  Run();
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
-}
-
-// A host renames an interface only while it is down, and may leave it down: one change says both.
-TEST_F(TrapSequence, LastActiveInterfaceThatIsRenamedAndDownAtOnceRaisesDown) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  ComeUp("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
-  RenameAndSetLink("ge0", "ge9", false);
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
-}
-
-TEST_F(TrapSequence, InterfaceThatIsRenamedAndUpAtOnceRaisesUp) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  RenameAndSetLink("ge0", "ge9", true);
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
-}
-
-// Names that are swapped are freed under a name in between, which no client may have seen.
-TEST_F(TrapSequence, InterfaceThatIsRenamedTwiceAndDownInOneMomentRaisesDown) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  ComeUp("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
-  Rename("ge0", "aside");
-  RenameAndSetLink("aside", "ge9", false);
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
-  Rename("ge9", "aside");
-  RenameAndSetLink("aside", "ge0", true);
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
-}
-
-// Until an interface's departure is delivered, its name means that interface and no later one of that name.
-TEST_F(TrapSequence, NameThatAnotherInterfaceGetsAtOnceStillMeansTheOneThatLeft) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  Add("ge1", "default");
-  ComeUp("ge0");
-  ComeUp("ge1");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
-  Join("ge0", "default");
-  Rename("ge0", "aside");
-  Rename("ge1", "ge0");
-  Rename("aside", "ge1");
-  Run();
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
-}
-
-TEST_F(TrapSequence, InterfacesThatAreDownAndCreatedAgainInOneMomentRaiseOneDown) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  Add("ge1", "red");
-  ComeUp("ge0");
-  ComeUp("ge1");
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0)));
-  LinkDown("ge1");
-  RemoveInterface("ge0");
-  AddInterface("ge0", "default");
-  Run();
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
-}
-
-TEST_F(TrapSequence, FirstAddressOfALinkThatIsUpRaisesUpAndRemovalOfTheLastRaisesDown) {
-  AddInterface("ge0", "red");
-  LinkUp("ge0");
-  Run();
-  EXPECT_THAT(Traps(), IsEmpty());
-  AddAddress("ge0", "2001:db8::1/64");
-  Run();
-  AddAddress("ge0", "192.0.2.1/24");
-  Run();
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", IndexOf("ge0"))));
-  router::Interface bare = InterfaceOf("ge0");
-  bare.addresses.clear();
-  ASSERT_EQ(router_.change_interface(bare), kStatusOk);
-  Run();
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", IndexOf("ge0"))));
-}
-
-TEST_F(TrapSequence, ActiveInterfaceThatChangesItsFamilyAtOnceRaisesNothing) {
-  Add("ge0", "red");
-  Add("ge1", "red");
-  ComeUp("ge0");
-  ComeUp("ge1");
-  GoDown("ge0");
-  Traps();
-  router::Interface changed = InterfaceOf("ge1");
-  ASSERT_TRUE(router::parse_address("2001:db8::1/64", changed.addresses.data()));
-  ASSERT_EQ(router_.change_interface(changed), kStatusOk);
-  Run();
-  EXPECT_THAT(Traps(), IsEmpty());
-  GoDown("ge1");
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", IndexOf("ge1"))));
-}
-
 // --- Start, and switches that change
 
 TEST_F(TrapSequence, VrfThatIsUpWhenTheDaemonStartsRaisesNothingThenAndDownLater) {
-  const std::uint32_t ge0 = Add("ge0", "red");
-  ComeUp("ge0");
-  Traps();
+  Play({{"add ge0 red"}, {"up ge0", "Up red 1"}});
   RestartDaemon();
-  EXPECT_THAT(Traps(), IsEmpty());
-  GoDown("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+  Play({{""}, {"down ge0", "Down red 1"}});
 }
 
 TEST_F(TrapSequence, SwitchingOnRaisesNothingForWhatHappenedBefore) {
   Disable(kTrapVrfUp);
-  Add("ge0", "red");
-  ComeUp("ge0");
+  Play({{"add ge0 red"}, {"up ge0"}});
   Enable(kTrapVrfUp);
-  Run();
-  EXPECT_THAT(Traps(), IsEmpty());
+  Play({{""}});
 }
 
 TEST_F(TrapSequence, WithOnlyUpSwitchedOnAnInterfaceRaisesItOnce) {
   Disable(kTrapVrfDown);
-  const std::uint32_t ge0 = Add("ge0", "red");
-  const std::uint32_t ge1 = Add("ge1", "red");
-  for (int round = 0; round < 2; ++round) {
-    for (const char* name : {"ge0", "ge1"}) {
-      ComeUp(name);
-      GoDown(name);
-    }
-  }
-  EXPECT_THAT(Traps(), ElementsAre(UpTrap("red", ge0), UpTrap("red", ge1)));
+  Play({{"add ge0 red, add ge1 red"},
+        {"up ge0", "Up red 1"},
+        {"down ge0"},
+        {"up ge1", "Up red 2"},
+        {"down ge1"}});
+  Play({{"up ge0"}, {"down ge0"}, {"up ge1"}, {"down ge1"}});
 }
 
 TEST_F(TrapSequence, WithOnlyDownSwitchedOnAnInterfaceRaisesItOnce) {
   Disable(kTrapVrfUp);
-  const std::uint32_t ge0 = Add("ge0", "red");
-  for (int round = 0; round < 2; ++round) {
-    ComeUp("ge0");
-    GoDown("ge0");
-  }
-  EXPECT_THAT(Traps(), ElementsAre(DownTrap("red", ge0)));
+  Play({{"add ge0 red"}, {"up ge0"}, {"down ge0", "Down red 1"}, {"up ge0"}, {"down ge0"}});
 }

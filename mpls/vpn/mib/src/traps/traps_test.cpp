@@ -1,7 +1,4 @@
 // The switches of the notifications, and the delivery of one to a watching client.
-#include <fstream>
-
-#include "mpls/vpn/mib/src/provider/provider.h"
 #include "mpls/vpn/mib/src/traps/notification.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
 #include "mpls/vpn/mib/src/traps/switches.h"
@@ -254,65 +251,4 @@ TEST_F(TrapGeneration, WithoutAWatcherNothingIsSent) {
   OnlyArea(ERR);
   generate();
   EXPECT_THAT(Prints(), IsEmpty());
-}
-
-// --- Through the data store
-
-class TrapConfiguration : public TrapTest {
- protected:
-  static constexpr char kPath[] = "/cfg/gl/snmp/enable/traps/l3vpnmib/";
-  void SetUp() override {
-    TrapTest::SetUp();
-    parcel_registry_reset();
-    const std::string library = run_directory() + "/data_store";
-    std::ofstream(library) << "present";
-    ASSERT_EQ(setenv("MPLS_VPN_MIB_KVTREE_LIBRARY", library.c_str(), 1), 0);
-    ASSERT_EQ(kvtree_unbind(prov_kvtree_conn_h), kStatusOk);
-    prov_kvtree_conn_h = nullptr;
-  }
-  void TearDown() override {
-    fault_disarm_all();
-    mpls_vpn_mib_prov_end();
-    unsetenv("MPLS_VPN_MIB_KVTREE_LIBRARY");
-    TrapTest::TearDown();
-    parcel_registry_reset();
-  }
-  void Configure(const std::string& item, std::int64_t number = 1) {
-    KvValue value;
-    value.type = KvValueType::kNumber;
-    value.number = number;
-    ASSERT_EQ(kvtree_set(kPath + item, value), kStatusOk);
-    Run();
-  }
-  void Remove(const std::string& item) {
-    ASSERT_EQ(kvtree_delete(kPath + item), kStatusOk);
-    Run();
-  }
-};
-
-TEST_F(TrapConfiguration, IsFollowed) {
-  ASSERT_EQ(mpls_vpn_mib_prov_init(manager_), kStatusOk);
-  Configure("vrf-down");
-  EXPECT_EQ(mpls_vpn_mib_trap_info[kTrapVrfDown].enabled, 1U);
-  Remove("vrf-down");
-  EXPECT_EQ(mpls_vpn_mib_trap_info[kTrapVrfDown].enabled, 0U);
-  Configure("notif-reissue-time", 30);
-  EXPECT_EQ(notif_reissue_time, 30U);
-  Configure("notif-reissue-time", -5);
-  EXPECT_EQ(notif_reissue_time, 0U);
-}
-
-TEST_F(TrapConfiguration, ThatExistsAtStartUpIsEffectiveAfterRegistration) {
-  Configure("all");
-  Configure("notif-reissue-time", 45);
-  EXPECT_EQ(mpls_vpn_mib_trap_info[kTrapAll].enabled, 0U);
-  ASSERT_EQ(mpls_vpn_mib_prov_init(manager_), kStatusOk);
-  EXPECT_EQ(mpls_vpn_mib_trap_info[kTrapAll].enabled, 1U);
-  EXPECT_EQ(notif_reissue_time, 45U);
-}
-
-TEST_F(TrapConfiguration, TrapsGoOutOnTheProvidersOwnConnection) {
-  ASSERT_EQ(mpls_vpn_mib_prov_init(manager_), kStatusOk);
-  generate();
-  EXPECT_THAT(Traps(), ElementsAre(kGenerated));
 }

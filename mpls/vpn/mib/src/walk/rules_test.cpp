@@ -1,4 +1,4 @@
-// The walk rules of VRFs, route targets and routes: the path after a row, and the answers that are replaced.
+// The walk rules: the following name, the path after a row, and the answers that are replaced.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/walk/walk.h"
 #include "platform/core/base/memory.h"
 
@@ -49,6 +50,65 @@ class Rule : public testing::Test {
 
 const char* const kBad = err_text(kStatusBadEncoding);
 const char* const kEnd = err_text(kStatusEndOfList);
+
+// --- Names
+
+TEST(FollowingName, IsTheNextOfTheSameLength) {
+  EXPECT_EQ(following_vrf_name("red"), "ree");
+  EXPECT_EQ(following_vrf_name("re\x7f"), "re\x80");
+}
+
+TEST(FollowingName, CarriesAndNeverContainsAnEndingOctet) {
+  EXPECT_EQ(following_vrf_name("re\xff"), "rf\x01");
+  EXPECT_EQ(following_vrf_name("r\xff\xff"), "s\x01\x01");
+}
+
+TEST(FollowingName, OfTheLastOfALengthIsTheFirstOfTheNext) {
+  EXPECT_EQ(following_vrf_name("\xff\xff"), "\x01\x01\x01");
+  EXPECT_EQ(following_vrf_name(""), "\x01");
+}
+
+TEST(FollowingName, OfTheVeryLastIsNone) {
+  EXPECT_EQ(following_vrf_name(std::string(63, '\xff')), "");
+  EXPECT_EQ(following_vrf_name(std::string(62, '\xff')), std::string(63, '\x01'));
+}
+
+TEST(FollowingName, OrdersAfterItsNameInTheDatabases) {
+  for (const char* name : {"a", "red", "re\xff", "\xff\xff", "vrf9", ""}) {
+    EXPECT_EQ(mpls_vpn_name_compare(name, following_vrf_name(name).c_str()), 0U) << name;
+  }
+}
+
+// --- Interfaces
+
+class InterfaceRule : public Rule<mpls_vpn_mib_interface> {
+ protected:
+  InterfaceRule() : Rule(kMibInterfaceParcel) {}
+  const KvReply* Row(const char* vrf, std::int32_t index) {
+    mpls_vpn_mib_interface row{};
+    row.vrfName = text_copy(vrf);
+    row.ifConfIndex = index;
+    return Encode(row);
+  }
+  std::string Following(const KvReply* row) { return After(interface_following_path, row); }
+};
+
+TEST_F(InterfaceRule, AfterARowIsTheFollowingIndex) {
+  EXPECT_EQ(Following(Row("red", 7)), "interface-next/red/8");
+  EXPECT_EQ(Following(Row("a/b", 7)), "interface-next/a%2Fb/8");
+  EXPECT_EQ(Following(Row("red", 0x7ffffffe)), "interface-next/red/2147483647");
+}
+
+TEST_F(InterfaceRule, AfterTheGreatestIndexIsTheFollowingName) {
+  EXPECT_EQ(Following(Row("red", 0x7fffffff)), "interface-next/ree/0");
+  EXPECT_EQ(Following(Row("red", -1)), "interface-next/ree/0") << "above the greatest";
+  EXPECT_EQ(Following(Row(std::string(63, '\xff').c_str(), 0x7fffffff)), kEnd);
+}
+
+TEST_F(InterfaceRule, RowWithoutANameEndsTheWalk) {
+  EXPECT_EQ(Following(Row(nullptr, 7)), kBad);
+  EXPECT_EQ(Following(Truncated(Row("red", 7))), kBad);
+}
 
 // --- VRFs
 
@@ -249,6 +309,7 @@ TEST_F(RouteRule, AnswersToPathsOfAnotherShapeAreAccepted) {
 TEST_F(RouteRule, TableOfRulesNamesThePathsThatAreWalked) {
   ASSERT_EQ(mpls_vpn_mib_walk_rule_count, 4U);
   EXPECT_STREQ(mpls_vpn_mib_walk_rules[0].first_component, "interface-next");
+  EXPECT_EQ(mpls_vpn_mib_walk_rules[0].following, interface_following_path);
   EXPECT_STREQ(mpls_vpn_mib_walk_rules[1].first_component, "vrf-next");
   EXPECT_EQ(mpls_vpn_mib_walk_rules[1].following, vrf_following_path);
   EXPECT_STREQ(mpls_vpn_mib_walk_rules[2].first_component, "rt-next");
