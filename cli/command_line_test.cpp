@@ -63,6 +63,10 @@ TEST_F(CommandLine, WordsThatMakeNoCommandAreUsageErrors) {
       {"trace", "a", "b"},
       {"trace", "--last", "x"},
       {"router"},
+      {"config"},
+      {"config", "set"},
+      {"config", "set", "traps", "vrf-up", "off"},
+      {"config", "show", "routes"},
   };
   for (const auto& words : wrong) {
     EXPECT_EQ(Run(words), kExitUsage) << ::testing::PrintToString(words);
@@ -97,8 +101,13 @@ TEST_F(CommandLine, TimesAndCountsOfWatchingAreBounded) {
 }
 
 TEST_F(CommandLine, DaemonThatIsNotRunningIsReportedWithItsSocket) {
-  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
-           {"show", "scalars"}, {"show", "interfaces"}, {"get", "scalars"}, {"router", "show"}}) {
+  for (const std::vector<std::string>& words :
+       std::vector<std::vector<std::string>>{{"show", "scalars"},
+                                             {"show", "interfaces"},
+                                             {"get", "scalars"},
+                                             {"router", "show"},
+                                             {"watch"},
+                                             {"config", "set", "traps", "all"}}) {
     EXPECT_EQ(Run(words), kExitNoDaemon);
     EXPECT_EQ(Out(), "");
     EXPECT_THAT(Err(), StartsWith("mplsvpn: mpls_vpn_mib is not running (nothing listens on " + Directory() +

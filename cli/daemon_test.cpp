@@ -1,20 +1,11 @@
 // The commands against a data store that answers over its socket, with records that this test fills.
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <stdexcept>
-#include <thread>
 
-#include "cli/command_line_test_fixture.h"
-#include "cli/output/json_list.h"
+#include "cli/served_test_fixture.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/core/base/clock.h"
-#include "platform/core/base/fault.h"
-#include "platform/core/evm/evm.h"
-#include "platform/store/tree/kvtree.h"
 
 namespace cli {
 namespace {
@@ -106,55 +97,29 @@ Status router_action(const KvActionContext&, const std::vector<std::string>& wor
   return words.at(1) == "refuse" ? kStatusExists : kStatusOk;
 }
 
-class Daemon : public CommandLine {
+class Daemon : public ServedCommandLine {
  protected:
   void SetUp() override {
+    ServedCommandLine::SetUp();
     answers = Answers{};
     table = &kTable;
-    manager_ = event_manager_create("/dev/mpls/vpn/main", 0);
-    ASSERT_NE(manager_, nullptr);
     KvProviderFunctions functions;
     ASSERT_EQ(kvtree_init_prov_functions(&functions), kStatusOk);
     functions.get = provide;
     functions.walk_rules = kWalkRules;
     functions.walk_rule_count = std::size(kWalkRules);
-    ASSERT_EQ(kvtree_bind(&connection_, "/oper/mpls_vpn/gl/", kKvBindProvider), kStatusOk);
-    ASSERT_EQ(kvtree_register_prov2(connection_, "", manager_, &functions, 0, 1), kStatusOk);
+    ASSERT_EQ(kvtree_register_prov2(provider_, "", manager_, &functions, 0, 1), kStatusOk);
     ASSERT_EQ(mpls_vpn_mib_parcel_register(), kStatusOk);
-    ASSERT_EQ(kvtree_serve(manager_), kStatusOk);
   }
   void TearDown() override {
-    kvtree_stop_serving(manager_);
-    kvtree_reset();
+    ServedCommandLine::TearDown();
     parcel_registry_reset();
-    event_manager_destroy(manager_);
   }
 
-  // mplsvpn on a thread of its own while this one serves.
-  int Ask(const std::vector<std::string>& words) {
-    std::atomic<bool> done = false;
-    int exit_status = -1;
-    std::thread command([&] {
-      exit_status = Run(words);
-      done = true;
-      event_post(manager_, [] {});
-    });
-    while (!done) event_run_pending(manager_, 5 * kNanosecondsPerSecond);
-    command.join();
-    return exit_status;
-  }
-  Json AskForJson(std::vector<std::string> words) {
-    words.insert(words.begin(), "--json");
-    EXPECT_EQ(Ask(words), kExitOk) << Err();
-    return Json::parse(Out());
-  }
   void AddRow(const std::string& vrf, std::uint32_t index, const std::string& name,
               std::uint8_t protocol = 0x80) {
     answers.rows[{vrf, index}] = {name, protocol};
   }
-
-  EventManager* manager_ = nullptr;
-  KvConnection* connection_ = nullptr;
 };
 
 TEST_F(Daemon, ScalarsAreShownWithTheirTitles) {

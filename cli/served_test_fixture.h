@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cli/command_line_test_fixture.h"
+#include "cli/output/json_list.h"
 #include "platform/config/owners.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
@@ -36,6 +37,11 @@ class ServedCommandLine : public CommandLine {
     int exit_status = -1;
     Serve([&] { exit_status = Run(words); });
     return exit_status;
+  }
+  Json AskForJson(std::vector<std::string> words) {
+    words.insert(words.begin(), "--json");
+    EXPECT_EQ(Ask(words), kExitOk) << Err();
+    return Json::parse(Out());
   }
   // Runs a client on a thread of its own, to its end.
   void Serve(const std::function<void()>& client) {

@@ -380,12 +380,6 @@ void ShowCommand::TearDown() {
   parcel_registry_reset();
 }
 
-Json ShowCommand::AskForJson(std::vector<std::string> words) {
-  words.insert(words.begin(), "--json");
-  EXPECT_EQ(Ask(words), kExitOk) << Err();
-  return Json::parse(Out());
-}
-
 std::vector<std::string> ShowCommand::NamesOf(const Json& list) const {
   std::vector<std::string> names;
   for (const Json& item : list) names.push_back(item["name"]);

@@ -9,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "cli/output/json_list.h"
 #include "cli/served_test_fixture.h"
 
 namespace cli {
@@ -92,7 +91,6 @@ class ShowCommand : public ServedCommandLine {
   void SetUp() override;
   void TearDown() override;
 
-  Json AskForJson(std::vector<std::string> words);
   std::vector<std::string> NamesOf(const Json& list) const;
   void AddRoute(const std::string& vrf, const std::string& destination, std::uint32_t length,
                 const std::string& next_hop, FakeRoute route = {});
