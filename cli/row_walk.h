@@ -19,7 +19,8 @@ template <typename T>
 struct RowTable {
   const char* name;  // "interface table", in messages
   const ParcelDescription& description;
-  std::string (*path_at)(const T& row);  // of the read that begins at this row or right after it
+  std::string (*first_path)(const std::string& vrf);  // of the read that begins with its first row
+  std::string (*path_at)(const T& row);               // of the read that begins at this row or right after it
 };
 
 // Receives the rows, and the end of each batch.

@@ -68,14 +68,12 @@ Json seconds_of(const KvConfigCommit& commit) {
   return commit.time / kNanosecondsPerSecond;
 }
 
-using CommitColumns = Columns<KvConfigCommit>;
-
 constexpr Column<KvConfigCommit> kCommitColumns[] = {
-    CommitColumns::member<&KvConfigCommit::id>("id").number(1, "COMMIT"),
-    CommitColumns::value("time", seconds_of).cell(2, "TIME", time_of),
-    CommitColumns::member<&KvConfigCommit::owner>("owner").cell(3, "OWNER"),
-    CommitColumns::member<&KvConfigCommit::changes>("changes").number(4, "CHANGES"),
-    CommitColumns::member<&KvConfigCommit::comment>("comment").escaped(5, "COMMENT"),
+    {"id", member_json<&KvConfigCommit::id>, number("COMMIT")},
+    {"time", seconds_of, {"TIME"}, time_of},
+    {"owner", member_json<&KvConfigCommit::owner>, {"OWNER"}},
+    {"changes", member_json<&KvConfigCommit::changes>, number("CHANGES")},
+    {"comment", member_json<&KvConfigCommit::comment>, escaped("COMMENT")},
 };
 
 void show_commits(const Session& session, kvtree::Client& client, std::uint32_t most) {

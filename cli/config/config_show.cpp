@@ -60,18 +60,17 @@ Json trap_item(const Shown& shown) {
   return shown.path.substr(vrf_config::kTrapScope.size());
 }
 
-using ShownColumns = Columns<Shown>;
-
+// The configuration is the first key in JSON and the last column.
 constexpr Column<Shown> kShownColumns[] = {
-    ShownColumns::value("words", shown_words).escaped(2, "CONFIGURATION", shown_text),
-    ShownColumns::value("owner", [](const Shown& shown) -> Json { return shown.node.owner; })
-        .cell(1, "OWNER"),
-    ShownColumns::value("path", [](const Shown& shown) -> Json { return shown.path; }),
-    ShownColumns::value("value", shown_value),
+    {"words", shown_words},
+    {"owner", [](const Shown& shown) -> Json { return shown.node.owner; }, {"OWNER"}},
+    {.cell = escaped("CONFIGURATION"), .text = shown_text},
+    {"path", [](const Shown& shown) -> Json { return shown.path; }},
+    {"value", shown_value},
 };
 constexpr Column<Shown> kTrapColumns[] = {
-    ShownColumns::value("item", trap_item).cell(1, "ITEM"),
-    ShownColumns::value("value", shown_value).cell(2, "VALUE", shown_value_text),
+    {"item", trap_item, {"ITEM"}},
+    {"value", shown_value, {"VALUE"}, shown_value_text},
 };
 
 void write_rows(const Session& session, std::span<const Column<Shown>> columns,

@@ -20,13 +20,13 @@ void check(const Session& session, const std::string& what, Status status) {
   if (status) throw request_failure(session, what, status);
 }
 
-using FlagColumns = Columns<DebugFlagState>;
-
 constexpr Column<DebugFlagState> kFlagColumns[] = {
-    FlagColumns::member<&DebugFlagState::name>("area").cell(1, "AREA"),
-    FlagColumns::member<&DebugFlagState::on>("on").cell(
-        2, "STATE", [](const DebugFlagState& flag) -> std::string { return flag.on ? "on" : "off"; }),
-    FlagColumns::member<&DebugFlagState::name_space>("nameSpace").cell(3, "NAME SPACE"),
+    {"area", member_json<&DebugFlagState::name>, {"AREA"}},
+    {"on",
+     member_json<&DebugFlagState::on>,
+     {"STATE"},
+     [](const DebugFlagState& flag) -> std::string { return flag.on ? "on" : "off"; }},
+    {"nameSpace", member_json<&DebugFlagState::name_space>, {"NAME SPACE"}},
 };
 
 void list_flags(const Session& session, DebugClient& client) {

@@ -38,12 +38,10 @@ struct BufferRow {
   std::size_t entries;
   std::string last;  // empty without entries
 };
-using BufferColumns = Columns<BufferRow>;
-
 constexpr Column<BufferRow> kBufferColumns[] = {
-    BufferColumns::member<&BufferRow::name>("buffer").cell(1, "BUFFER"),
-    BufferColumns::member<&BufferRow::entries>("entries").number(2, "ENTRIES"),
-    BufferColumns::member<&BufferRow::last>("last").cell(3, "LAST"),
+    {"buffer", member_json<&BufferRow::name>, {"BUFFER"}},
+    {"entries", member_json<&BufferRow::entries>, number("ENTRIES")},
+    {"last", member_json<&BufferRow::last>, {"LAST"}},
 };
 
 void list_buffers(const Session& session, const std::vector<std::string>& names) {

@@ -18,7 +18,7 @@ namespace {
 using Trap = mpls_vpn_mib_trap;
 
 std::string state_details(const Trap& trap) {
-  return fmt::format("interface {} vrf {}", trap.ifConfIndex, vrf_status_name(trap.vrfOperStatus));
+  return fmt::format("interface {} vrf {}", trap.ifConfIndex, name_of(mib::kVrfStatus, trap.vrfOperStatus));
 }
 std::string mid_details(const Trap& trap) {
   return fmt::format("routes {} mid threshold {}", trap.currNumRoutes, trap.midThresh);

@@ -60,4 +60,8 @@ std::string hexadecimal(std::span<const std::uint8_t> octets) {
   return text;
 }
 
+std::string mpls_index_text(std::span<const std::uint8_t> octets) {
+  return octets.size() == 1 && octets[0] == 0 ? std::string() : hexadecimal(octets);
+}
+
 }  // namespace cli

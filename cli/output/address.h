@@ -24,8 +24,6 @@ struct Prefix {
   // The prefix of this length that contains the address.
   Prefix shortened(std::uint32_t to_length) const;
 };
-inline constexpr std::int32_t kIpv4 = 1;  // InetAddressType
-
 // "10.0.0.0/8", "2001:db8::/32", or an address. Failure(kExitUsage) with the error.
 Prefix parse_prefix(const std::string& text);
 
@@ -33,5 +31,7 @@ std::span<const std::uint8_t> octets_of(const ParcelOctets& octets);
 // 4 or 16 octets; others are shown as hexadecimal digits, none as "".
 std::string address_text(std::span<const std::uint8_t> octets);
 std::string hexadecimal(std::span<const std::uint8_t> octets);
+// Digits of an MplsIndexType; none for a single 0, which means that there is no such entry (RFC 3813).
+std::string mpls_index_text(std::span<const std::uint8_t> octets);
 
 }  // namespace cli

@@ -24,14 +24,16 @@ Lines filled_lines(const Lines& words, std::size_t width) {
 
 }  // namespace
 
-void print_detail(std::ostream& out, const DetailsLayout& layout, const char* label, const Lines& lines,
-                  bool are_words) {
-  std::string text = std::string(layout.indent, ' ') + label;
-  const Lines filled = are_words ? filled_lines(lines, kLineWidth - layout.label_width) : lines;
-  for (const std::string& line : filled.empty() ? Lines{"-"} : filled) {
-    fmt::print(out, "{:<{}}{}\n", text, layout.label_width, line);
-    text.clear();
+void Details::lines(const char* label, const Lines& texts) {
+  std::string start = std::string(indent_, ' ') + label;
+  for (const std::string& text : texts.empty() ? Lines{"-"} : texts) {
+    fmt::print(out_, "{:<{}}{}\n", start, label_width_, text);
+    start.clear();
   }
+}
+
+void Details::words(const char* label, const Lines& words) {
+  lines(label, filled_lines(words, kLineWidth - label_width_));
 }
 
 }  // namespace cli

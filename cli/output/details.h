@@ -1,27 +1,31 @@
 // Details of one row: a label and a text on each line.
 #pragma once
 
+#include <cstddef>
 #include <ostream>
-
-#include "cli/output/columns.h"
+#include <string>
+#include <vector>
 
 namespace cli {
 
-struct DetailsLayout {
-  std::size_t indent;
-  std::size_t label_width;  // with the indentation
+using Lines = std::vector<std::string>;
+
+class Details {
+ public:
+  // `label_width`: with the indentation.
+  Details(std::ostream& out, std::size_t indent, std::size_t label_width)
+      : out_(out), indent_(indent), label_width_(label_width) {}
+
+  void line(const char* label, const std::string& text) { lines(label, {text}); }
+  // Below each other, the label on the first; "-" for none.
+  void lines(const char* label, const Lines& texts);
+  // Words fill lines.
+  void words(const char* label, const Lines& words);
+
+ private:
+  std::ostream& out_;
+  const std::size_t indent_;
+  const std::size_t label_width_;
 };
-
-// Prints lines below each other, the label on the first; "-" for no line. Words fill lines.
-void print_detail(std::ostream& out, const DetailsLayout& layout, const char* label, const Lines& lines,
-                  bool are_words);
-
-template <typename Row>
-void print_details(std::ostream& out, const DetailsLayout& layout, std::span<const Column<Row>> columns,
-                   const Row& row) {
-  for (const Column<Row>* column : by_place(columns, &Column<Row>::line_place)) {
-    print_detail(out, layout, column->label, column->lines(row), column->are_words);
-  }
-}
 
 }  // namespace cli

@@ -98,15 +98,11 @@ std::string state_name(std::int32_t state) {
   return state == 1 ? "up" : "down";
 }
 
-Lines state_lines(const Port& port) {
-  return {state_name(port.state), "second line"};
-}
-
 constexpr Column<Port> kPortColumns[] = {
-    Columns<Port>::named<&Port::state, state_name>("state").cell(2, "STATE").line(1, "state", state_lines),
-    Columns<Port>::member<&Port::name>("name").cell(1, "PORT", member_or_dash<&Port::name, Port>),
-    Columns<Port>::text_only().words(2, "words", [](const Port&) { return Lines(20, "12345"); }),
-    Columns<Port>::text_only().line(3, "nothing", [](const Port&) { return Lines(); }),
+    {"state", member_json<&Port::state>},
+    {"name", member_json<&Port::name>, {"PORT"}, member_or_dash<&Port::name>},
+    {.cell = {"STATE"}, .text = [](const Port& port) { return state_name(port.state); }},
+    {"number", member_json<&Port::state>, number("NUMBER")},
 };
 
 class ColumnsOutput : public ::testing::Test {
@@ -124,19 +120,22 @@ class ColumnsOutput : public ::testing::Test {
   char name_[4] = "ge0";
 };
 
-TEST_F(ColumnsOutput, TableHasTheCellsInTheirPlaces) {
-  EXPECT_EQ(Written(false), "PORT  STATE\nge0   up\n-     down\n");
+TEST_F(ColumnsOutput, TableHasTheColumnsWithATitleInTheirOrder) {
+  EXPECT_EQ(Written(false), "PORT  STATE  NUMBER\nge0   up          1\n-     down        2\n");
 }
 
-TEST_F(ColumnsOutput, JsonHasTheKeysInTheOrderOfTheColumnsWithTheNames) {
+TEST_F(ColumnsOutput, JsonHasTheKeysInTheOrderOfTheColumns) {
   EXPECT_EQ(Written(true),
-            "[\n{\"state\":1,\"stateName\":\"up\",\"name\":\"ge0\"},\n"
-            "{\"state\":2,\"stateName\":\"down\",\"name\":\"\"}\n]\n");
+            "[\n{\"state\":1,\"name\":\"ge0\",\"number\":1},\n"
+            "{\"state\":2,\"name\":\"\",\"number\":2}\n]\n");
 }
 
-TEST_F(ColumnsOutput, DetailsHaveTheLinesBelowEachOtherAndFillLinesWithWords) {
+TEST(Details, LinesAreBelowEachOtherAndWordsFillLines) {
   std::ostringstream out;
-  print_details<Port>(out, {2, 12}, kPortColumns, {name_, 1});
+  Details details(out, 2, 12);
+  details.lines("state", {"up", "second line"});
+  details.words("words", Lines(20, "12345"));
+  details.lines("nothing", {});
   const std::string row =
       "12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345";
   EXPECT_EQ(out.str(), "  state     up\n            second line\n  words     " + row + "\n            " +
@@ -173,50 +172,50 @@ TEST(JsonList, KeysKeepTheirOrder) {
 }
 
 TEST(Names, ProtocolBitsAreReadFromTheLeft) {
-  EXPECT_THAT(protocol_names(0x80), ElementsAre("none"));
-  EXPECT_THAT(protocol_names(0x44), ElementsAre("bgp", "static"));
-  EXPECT_THAT(protocol_names(0xff),
+  EXPECT_THAT(bit_names(mib::kProtocols, 0x80), ElementsAre("none"));
+  EXPECT_THAT(bit_names(mib::kProtocols, 0x44), ElementsAre("bgp", "static"));
+  EXPECT_THAT(bit_names(mib::kProtocols, 0xff),
               ElementsAre("none", "bgp", "ospf", "rip", "isis", "static", "other", "bit7"));
-  EXPECT_THAT(protocol_names(0), IsEmpty());
+  EXPECT_THAT(bit_names(mib::kProtocols, 0), IsEmpty());
 }
 
 TEST(Names, ValuesHaveTheNamesOfTheMib) {
-  EXPECT_EQ(classification_name(1), "carrierOfCarrier");
-  EXPECT_EQ(classification_name(2), "enterprise");
-  EXPECT_EQ(classification_name(3), "interProvider");
-  EXPECT_EQ(storage_type_name(1), "other");
-  EXPECT_EQ(storage_type_name(5), "readOnly");
-  EXPECT_EQ(row_status_name(1), "active");
-  EXPECT_EQ(row_status_name(6), "destroy");
-  EXPECT_EQ(notification_switch_name(0), "disabled");
-  EXPECT_EQ(notification_switch_name(1), "enabled");
+  EXPECT_EQ(name_of(mib::kClassification, 1), "carrierOfCarrier");
+  EXPECT_EQ(name_of(mib::kClassification, 2), "enterprise");
+  EXPECT_EQ(name_of(mib::kClassification, 3), "interProvider");
+  EXPECT_EQ(name_of(mib::kStorageType, 1), "other");
+  EXPECT_EQ(name_of(mib::kStorageType, 5), "readOnly");
+  EXPECT_EQ(name_of(mib::kRowStatus, 1), "active");
+  EXPECT_EQ(name_of(mib::kRowStatus, 6), "destroy");
+  EXPECT_EQ(name_of(mib::kTruthValue, 0), "disabled");
+  EXPECT_EQ(name_of(mib::kTruthValue, 1), "enabled");
 }
 
 TEST(Names, NumbersWithoutANameAreShownAsTheyAre) {
-  EXPECT_EQ(classification_name(0), "0");
-  EXPECT_EQ(classification_name(4), "4");
-  EXPECT_EQ(row_status_name(-2147483647 - 1), "-2147483648");
-  EXPECT_EQ(storage_type_name(2147483647), "2147483647");
-  EXPECT_EQ(notification_switch_name(2), "2");
+  EXPECT_EQ(name_of(mib::kClassification, 0), "0");
+  EXPECT_EQ(name_of(mib::kClassification, 4), "4");
+  EXPECT_EQ(name_of(mib::kRowStatus, -2147483647 - 1), "-2147483648");
+  EXPECT_EQ(name_of(mib::kStorageType, 2147483647), "2147483647");
+  EXPECT_EQ(name_of(mib::kTruthValue, 2), "2");
 }
 
 TEST(Names, RoutesAndFamiliesHaveTheNamesOfTheMibs) {
-  EXPECT_EQ(vrf_status_name(1), "up");
-  EXPECT_EQ(vrf_status_name(2), "down");
-  EXPECT_EQ(vrf_status_name(3), "testing");
-  EXPECT_EQ(route_target_type_name(1), "import");
-  EXPECT_EQ(route_target_type_name(3), "both");
-  EXPECT_EQ(address_type_name(0), "unknown");
-  EXPECT_EQ(address_type_name(2), "ipv6");
-  EXPECT_EQ(route_type_name(1), "other");
-  EXPECT_EQ(route_type_name(5), "blackhole");
-  EXPECT_EQ(route_protocol_name(3), "static");
-  EXPECT_EQ(route_protocol_name(8), "rip");
-  EXPECT_EQ(route_protocol_name(13), "ospf");
-  EXPECT_EQ(route_protocol_name(14), "bgp");
-  EXPECT_EQ(route_protocol_name(16), "eigrp");
-  EXPECT_EQ(route_protocol_name(19), "dhcp");
-  EXPECT_EQ(route_protocol_name(99), "99");
+  EXPECT_EQ(name_of(mib::kVrfStatus, 1), "up");
+  EXPECT_EQ(name_of(mib::kVrfStatus, 2), "down");
+  EXPECT_EQ(name_of(mib::kVrfStatus, 3), "testing");
+  EXPECT_EQ(name_of(mib::kRouteTargetType, 1), "import");
+  EXPECT_EQ(name_of(mib::kRouteTargetType, 3), "both");
+  EXPECT_EQ(name_of(mib::kInetAddressType, 0), "unknown");
+  EXPECT_EQ(name_of(mib::kInetAddressType, 2), "ipv6");
+  EXPECT_EQ(name_of(mib::kRouteType, 1), "other");
+  EXPECT_EQ(name_of(mib::kRouteType, 5), "blackhole");
+  EXPECT_EQ(name_of(mib::kRouteProtocol, 3), "static");
+  EXPECT_EQ(name_of(mib::kRouteProtocol, 8), "rip");
+  EXPECT_EQ(name_of(mib::kRouteProtocol, 13), "ospf");
+  EXPECT_EQ(name_of(mib::kRouteProtocol, 14), "bgp");
+  EXPECT_EQ(name_of(mib::kRouteProtocol, 16), "eigrp");
+  EXPECT_EQ(name_of(mib::kRouteProtocol, 19), "dhcp");
+  EXPECT_EQ(name_of(mib::kRouteProtocol, 99), "99");
   EXPECT_EQ(afi_name(2), "ipv6");
   EXPECT_EQ(afi_name(4294967295U), "4294967295");
   EXPECT_EQ(safi_name(2), "multicast");

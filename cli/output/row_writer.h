@@ -1,6 +1,8 @@
 // Rows as a table or as a JSON array, whichever the session asks for.
 #pragma once
 
+#include <vector>
+
 #include "cli/output/columns.h"
 #include "cli/session.h"
 
@@ -9,15 +11,20 @@ namespace cli {
 template <typename Row>
 class RowWriter {
  public:
-  // The session and the columns must outlive it.
-  RowWriter(const Session& session, std::span<const Column<Row>> columns)
+  using ToJson = Json (*)(const Row&);
+
+  // The session and the columns must outlive it. With `to_json` the columns are those of the table alone.
+  RowWriter(const Session& session, std::span<const Column<Row>> columns, ToJson to_json = nullptr)
       : is_json_(session.json),
         columns_(columns),
-        cells_(by_place(columns, &Column<Row>::cell_place)),
+        to_json_(to_json),
         list_(session.out),
         table_(session.out, table_columns()) {}
 
-  void add(const Row& row) { is_json_ ? list_.add(row_json(columns_, row)) : table_.add(cells_of(row)); }
+  void add(const Row& row) {
+    if (!is_json_) return table_.add(cells_of(row));
+    list_.add(to_json_ != nullptr ? to_json_(row) : row_json(columns_, row));
+  }
   // Prints the rows of a batch, aligned.
   void flush() {
     if (!is_json_) table_.flush();
@@ -27,23 +34,24 @@ class RowWriter {
 
  private:
   std::vector<TableColumn> table_columns() const {
-    std::vector<TableColumn> titles;
-    for (const Column<Row>* column : cells_) titles.push_back(column->cell_column);
-    return titles;
+    std::vector<TableColumn> cells;
+    for (const Column<Row>& column : columns_) {
+      if (column.cell.title != nullptr) cells.push_back(column.cell);
+    }
+    return cells;
   }
   std::vector<std::string> cells_of(const Row& row) const {
     std::vector<std::string> cells;
-    for (const Column<Row>* column : cells_) {
-      cells.push_back(column->cell_text != nullptr
-                          ? column->cell_text(row)
-                          : text_of((column->name != nullptr ? column->name : column->value)(row)));
+    for (const Column<Row>& column : columns_) {
+      if (column.cell.title == nullptr) continue;
+      cells.push_back(column.text != nullptr ? column.text(row) : text_of(column.value(row)));
     }
     return cells;
   }
 
   const bool is_json_;
   const std::span<const Column<Row>> columns_;
-  const std::vector<const Column<Row>*> cells_;
+  const ToJson to_json_;
   JsonList list_;
   Table table_;
 };

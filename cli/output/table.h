@@ -15,10 +15,17 @@ namespace cli {
 enum class Backslashes { kDoubled, kUnchanged };
 
 struct TableColumn {
-  const char* title = "";
+  const char* title = nullptr;
   bool is_number = false;  // right-aligned
   Backslashes backslashes = Backslashes::kDoubled;
 };
+constexpr TableColumn number(const char* title) {
+  return {title, true};
+}
+// Of texts that have their escapes already.
+constexpr TableColumn escaped(const char* title) {
+  return {title, false, Backslashes::kUnchanged};
+}
 
 class Table {
  public:

@@ -55,15 +55,6 @@ bool find_routes_of_prefix(const Session& session, kvtree::Client& client, const
 
 }  // namespace
 
-void walk_routes(const Session& session, kvtree::Client& client, const std::string& vrf,
-                 const RouteSink& sink) {
-  const auto wanted = [&](const mpls_vpn_mib_route& row) {
-    return vrf == text_or_empty(row.vrfName) && sink.row(row);
-  };
-  RowWalk<mpls_vpn_mib_route>(session, client, kRouteTable, {wanted, sink.batch_end})
-      .run(first_route_path(vrf));
-}
-
 bool find_routes(const Session& session, kvtree::Client& client, const std::string& vrf, const Prefix& prefix,
                  const RouteSink& sink) {
   bool found = find_routes_of_prefix(session, client, vrf, prefix, sink);

@@ -1,6 +1,6 @@
 // "show route-targets": the VRF route target table, printed batch by batch.
 #include "cli/commands.h"
-#include "cli/output/names.h"
+#include "cli/output/mib_json.h"
 #include "cli/output/row_writer.h"
 #include "cli/show/tables.h"
 
@@ -8,51 +8,39 @@ namespace cli {
 
 namespace {
 
-using RouteTargetSink = RowSink<mpls_vpn_mib_rt>;
+using mib::RouteTarget;
 
-// All rows, or those of one VRF. Route targets may be configured for a VRF that does not exist, so only an
-// unknown VRF without route targets is a failure.
-void walk_route_targets(const Session& session, const std::string& vrf, const RouteTargetSink& sink) {
+constexpr Column<RouteTarget> kTargetCells[] = {
+    {.cell = {"VRF"}, .text = member_text<&RouteTarget::vrfName>},
+    {.cell = number("INDEX"), .text = member_text<&RouteTarget::index>},
+    {.cell = {"TYPE"}, .text = member_name<&RouteTarget::type, mib::kRouteTargetType>},
+    {.cell = {"ROUTE TARGET"}, .text = member_or_dash<&RouteTarget::rt>},
+    {.cell = {"FAMILY"}, .text = member_or_dash<&RouteTarget::description>},
+};
+
+Json target_json(const RouteTarget& row) {
+  return mib_json(mib::kRouteTargetColumns, row);
+}
+
+}  // namespace
+
+// Route targets may be configured for a VRF that does not exist, so only an unknown VRF without route targets
+// is a failure.
+void show_route_targets(const Session& session, const std::string& vrf) {
+  RowWriter<RouteTarget> writer(session, kTargetCells, target_json);
   const auto client = connect_to_daemon(session);
   bool is_known = vrf.empty();
-  const auto wanted = [&](const mpls_vpn_mib_rt& row) {
-    if (!vrf.empty() && vrf != text_or_empty(row.vrfName)) return false;
+  const auto show = [&](const RouteTarget& row) {
     is_known = true;
-    return sink.row(row);
+    writer.add(row);
+    return true;
   };
   const auto batch_end = [&] {
     if (!is_known) require_vrf(session, *client, vrf);
     is_known = true;
-    sink.batch_end();
+    writer.flush();
   };
-  RowWalk<mpls_vpn_mib_rt>(session, *client, kRouteTargetTable, {wanted, batch_end})
-      .run(first_route_target_path(vrf));
-}
-
-using TargetRow = mpls_vpn_mib_rt;
-using TargetColumns = Columns<TargetRow>;
-
-constexpr Column<TargetRow> kTargetColumns[] = {
-    TargetColumns::member<&TargetRow::vrfName>("vrfName").cell(1, "VRF"),
-    TargetColumns::member<&TargetRow::index>("index").number(2, "INDEX"),
-    TargetColumns::named<&TargetRow::type, route_target_type_name>("type").cell(3, "TYPE"),
-    TargetColumns::member<&TargetRow::rt>("rt").cell(4, "ROUTE TARGET",
-                                                     member_or_dash<&TargetRow::rt, TargetRow>),
-    TargetColumns::member<&TargetRow::description>("description")
-        .cell(5, "FAMILY", member_or_dash<&TargetRow::description, TargetRow>),
-    TargetColumns::named<&TargetRow::storageType, storage_type_name>("storageType"),
-    TargetColumns::named<&TargetRow::rowStatus, row_status_name>("rowStatus"),
-};
-
-}  // namespace
-
-void show_route_targets(const Session& session, const std::string& vrf) {
-  RowWriter<TargetRow> writer(session, kTargetColumns);
-  const auto show = [&writer](const TargetRow& row) {
-    writer.add(row);
-    return true;
-  };
-  walk_route_targets(session, vrf, {show, [&writer] { writer.flush(); }});
+  walk_rows_of(session, *client, kRouteTargetTable, vrf, {show, batch_end});
   writer.end();
 }
 

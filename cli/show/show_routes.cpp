@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "cli/commands.h"
-#include "cli/output/names.h"
+#include "cli/output/mib_json.h"
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
 #include "cli/show/route_lookup.h"
@@ -22,11 +22,10 @@ using InterfaceNames = std::map<std::int32_t, std::string>;
 InterfaceNames read_interface_names(const Session& session, kvtree::Client& client, const std::string& vrf) {
   InterfaceNames names;
   const auto add = [&](const mpls_vpn_mib_interface& row) {
-    if (vrf != text_or_empty(row.vrfName)) return false;
     names[row.ifConfIndex] = text_or_empty(row.name);
     return true;
   };
-  RowWalk<mpls_vpn_mib_interface>(session, client, kInterfaceTable, {add}).run(first_interface_path(vrf));
+  walk_rows_of(session, client, kInterfaceTable, vrf, {add});
   return names;
 }
 
@@ -66,54 +65,32 @@ std::string route_age_text(const RouteRow& route) {
   return duration_text(route.row.age);
 }
 
-// A single 0 means that no cross-connect forwards the route (RFC 4382, mplsL3VpnVrfRteXCPointer).
-std::string cross_connect(const RouteRow& route) {
-  const ParcelArray& pointer = route.row.xcPointer;
-  const auto* octets = static_cast<const std::uint8_t*>(pointer.elements);
-  const std::string digits = hexadecimal({octets, static_cast<std::size_t>(pointer.count)});
-  return digits == "00" ? std::string() : digits;
-}
-
 std::string cross_connect_text(const RouteRow& route) {
-  const std::string labels = cross_connect(route);
-  return labels.empty() ? "-" : labels;
+  const std::string index = mpls_index_text(mib::cross_connect(route.row).octets);
+  return index.empty() ? "-" : index;
 }
 
-template <ParcelOctets mpls_vpn_mib_route::*kAddress>
-Json address_json(const RouteRow& route) {
-  return address_text(octets_of(route.row.*kAddress));
-}
+using mib::Route;
 
-template <std::string (*kText)(const RouteRow&)>
-Json text_json(const RouteRow& route) {
-  return kText(route);
-}
-
-using RouteRecord = mpls_vpn_mib_route;
-using RouteColumns = Columns<RouteRow>;
-
-constexpr Column<RouteRow> kRouteColumns[] = {
-    RouteColumns::member<&RouteRecord::vrfName>("vrfName"),
-    RouteColumns::value("prefix", text_json<prefix_text>).cell(1, "PREFIX"),
-    RouteColumns::named<&RouteRecord::destType, address_type_name>("destType"),
-    RouteColumns::value("dest", address_json<&RouteRecord::dest>),
-    RouteColumns::member<&RouteRecord::mask>("mask"),
-    RouteColumns::named<&RouteRecord::nextHopType, address_type_name>("nextHopType"),
-    RouteColumns::value("nextHop", address_json<&RouteRecord::nextHop>).cell(2, "NEXT HOP", next_hop_text),
-    RouteColumns::member<&RouteRecord::ifIndex>("ifIndex"),
-    RouteColumns::value("interfaceName", text_json<interface_name>).cell(3, "INTERFACE", interface_text),
-    RouteColumns::named<&RouteRecord::type, route_type_name>("type").cell(5, "TYPE"),
-    RouteColumns::named<&RouteRecord::proto, route_protocol_name>("proto").cell(4, "PROTOCOL"),
-    RouteColumns::member<&RouteRecord::age>("age").number(7, "AGE", route_age_text),
-    RouteColumns::member<&RouteRecord::nextHopAS>("nextHopAS"),
-    RouteColumns::member<&RouteRecord::metric1>("metric1").number(6, "METRIC", metric_text),
-    RouteColumns::member<&RouteRecord::metric2>("metric2"),
-    RouteColumns::member<&RouteRecord::metric3>("metric3"),
-    RouteColumns::member<&RouteRecord::metric4>("metric4"),
-    RouteColumns::member<&RouteRecord::metric5>("metric5"),
-    RouteColumns::value("xcPointer", text_json<cross_connect>).cell(8, "CROSS-CONNECT", cross_connect_text),
-    RouteColumns::named<&RouteRecord::rowStatus, row_status_name>("rowStatus"),
+constexpr Column<RouteRow> kRouteCells[] = {
+    {.cell = {"PREFIX"}, .text = prefix_text},
+    {.cell = {"NEXT HOP"}, .text = next_hop_text},
+    {.cell = {"INTERFACE"}, .text = interface_text},
+    {.cell = {"PROTOCOL"}, .text = member_name<&Route::proto, mib::kRouteProtocol>},
+    {.cell = {"TYPE"}, .text = member_name<&Route::type, mib::kRouteType>},
+    {.cell = number("METRIC"), .text = metric_text},
+    {.cell = number("AGE"), .text = route_age_text},
+    {.cell = {"CROSS-CONNECT"}, .text = cross_connect_text},
 };
+
+constexpr AddedKey<RouteRow> kRouteKeys[] = {
+    {"vrfName", "prefix", [](const RouteRow& route) -> Json { return prefix_text(route); }},
+    {"ifIndex", "interfaceName", [](const RouteRow& route) -> Json { return interface_name(route); }},
+};
+
+Json route_json(const RouteRow& route) {
+  return mib_json<RouteRow>(mib::kRouteColumns, route, kRouteKeys);
+}
 
 // One request.
 struct Lookup {
@@ -126,7 +103,7 @@ struct Lookup {
 
 void walk(const Lookup& lookup, const RouteSink& sink) {
   const std::string& vrf = lookup.request.vrf;
-  if (!lookup.prefix) return walk_routes(lookup.session, lookup.client, vrf, sink);
+  if (!lookup.prefix) return walk_rows_of(lookup.session, lookup.client, kRouteTable, vrf, sink);
   if (find_routes(lookup.session, lookup.client, vrf, *lookup.prefix, sink)) return;
   throw Failure(kExitFailed,
                 fmt::format("VRF {} has no route {} {}", printable(vrf),
@@ -142,7 +119,7 @@ void show_routes(const Session& session, const RoutesRequest& request) {
   require_vrf(session, *client, request.vrf);
   const Lookup lookup = {session, *client, request, prefix,
                          read_interface_names(session, *client, request.vrf)};
-  RowWriter<RouteRow> writer(session, kRouteColumns);
+  RowWriter<RouteRow> writer(session, kRouteCells, route_json);
   const auto show = [&](const mpls_vpn_mib_route& row) {
     writer.add({row, lookup.names});
     return true;

@@ -31,7 +31,8 @@ void walk_all_vrfs(const Session& session, kvtree::Client& client, const VrfRequ
   const auto filtered = [&](const mpls_vpn_mib_vrf& row) {
     return !passes_filter(session, client, text_or_empty(row.name), request) || sink.row(row);
   };
-  RowWalk<mpls_vpn_mib_vrf>(session, client, kVrfTable, {filtered, sink.batch_end}).run(first_vrf_path(""));
+  RowWalk<mpls_vpn_mib_vrf>(session, client, kVrfTable, {filtered, sink.batch_end})
+      .run(kVrfTable.first_path(""));
 }
 
 void walk_vrfs(const Session& session, kvtree::Client& client, const VrfRequest& request,
@@ -43,7 +44,7 @@ void walk_vrfs(const Session& session, kvtree::Client& client, const VrfRequest&
 void show_vrfs(const Session& session, const VrfRequest& request) {
   const auto client = connect_to_daemon(session);
   const bool is_counted = are_routes_counted(*client);
-  RowWriter<VrfView> writer(session, vrf_row_columns());
+  RowWriter<VrfView> writer(session, vrf_cells(), vrf_row_json);
   const auto add = [&](const mpls_vpn_mib_vrf& row) {
     writer.add({row, is_counted});
     return true;
@@ -77,15 +78,12 @@ struct InvalidView {
   std::string interface;  // of this line
 };
 
-std::string invalid_interface(const InvalidView& vrf) {
-  return vrf.interface;
-}
-
 constexpr Column<InvalidView> kInvalidColumns[] = {
-    Columns<InvalidView>::value("name", [](const InvalidView& vrf) -> Json { return vrf.name; })
-        .cell(1, "VRF"),
-    Columns<InvalidView>::value("interfaces", [](const InvalidView& vrf) -> Json { return vrf.interfaces; })
-        .cell(2, "INTERFACE", invalid_interface),
+    {"name", [](const InvalidView& vrf) -> Json { return vrf.name; }, {"VRF"}},
+    {"interfaces",
+     [](const InvalidView& vrf) -> Json { return vrf.interfaces; },
+     {"INTERFACE"},
+     [](const InvalidView& vrf) { return vrf.interface; }},
 };
 
 void show_invalid(const Session& session) {

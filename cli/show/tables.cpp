@@ -22,14 +22,29 @@ std::string route_target_path(const std::string& vrf, std::uint32_t index, std::
   return fmt::format("{}/{}/{}", provider_path("rt-next", vrf), index, type);
 }
 
+std::string first_interface_path(const std::string& vrf) {
+  return interface_path(vrf, 0);
+}
 std::string path_at_interface(const mpls_vpn_mib_interface& row) {
   return interface_path(text_or_empty(row.vrfName), row.ifConfIndex);
+}
+
+std::string first_vrf_path(const std::string& vrf) {
+  return provider_path("vrf-next", vrf);
 }
 std::string path_at_vrf(const mpls_vpn_mib_vrf& row) {
   return first_vrf_path(text_or_empty(row.name));
 }
+
+std::string first_route_target_path(const std::string& vrf) {
+  return route_target_path(vrf, 0, 0);
+}
 std::string path_at_route_target(const mpls_vpn_mib_rt& row) {
   return route_target_path(text_or_empty(row.vrfName), row.index, row.type);
+}
+
+std::string first_route_path(const std::string& vrf) {
+  return route_path("route-next", vrf, kInetAddressIpv4, 0, kNoAddress, kNoAddress);
 }
 std::string path_at_route(const mpls_vpn_mib_route& row) {
   const std::string destination = hexadecimal(octets_of(row.dest));
@@ -41,30 +56,18 @@ std::string path_at_route(const mpls_vpn_mib_route& row) {
 }  // namespace
 
 const RowTable<mpls_vpn_mib_interface> kInterfaceTable = {"interface table", kMibInterfaceParcel,
-                                                          path_at_interface};
-const RowTable<mpls_vpn_mib_vrf> kVrfTable = {"VRF table", kMibVrfParcel, path_at_vrf};
+                                                          first_interface_path, path_at_interface};
+const RowTable<mpls_vpn_mib_vrf> kVrfTable = {"VRF table", kMibVrfParcel, first_vrf_path, path_at_vrf};
 const RowTable<mpls_vpn_mib_rt> kRouteTargetTable = {"route target table", kMibRtParcel,
-                                                     path_at_route_target};
-const RowTable<mpls_vpn_mib_route> kRouteTable = {"route table", kMibRouteParcel, path_at_route};
+                                                     first_route_target_path, path_at_route_target};
+const RowTable<mpls_vpn_mib_route> kRouteTable = {"route table", kMibRouteParcel, first_route_path,
+                                                  path_at_route};
 
 std::string provider_path(const std::string& first) {
   return kMplsVpnPath + first;
 }
 std::string provider_path(const std::string& first, const std::string& vrf) {
   return provider_path(first) + "/" + kvtree_encode_text(vrf);
-}
-
-std::string first_interface_path(const std::string& vrf) {
-  return interface_path(vrf, 0);
-}
-std::string first_vrf_path(const std::string& vrf) {
-  return provider_path("vrf-next", vrf);
-}
-std::string first_route_target_path(const std::string& vrf) {
-  return route_target_path(vrf, 0, 0);
-}
-std::string first_route_path(const std::string& vrf) {
-  return route_path("route-next", vrf, kIpv4, 0, kNoAddress, kNoAddress);
 }
 
 std::string route_path(const std::string& read, const std::string& vrf, std::int32_t type,
@@ -76,7 +79,7 @@ std::string route_path(const std::string& read, const std::string& vrf, std::int
 // Rows have counts in any case. Without a module every read of a route fails, whether or not the route
 // exists.
 bool are_routes_counted(kvtree::Client& client) {
-  const std::string path = route_path("route", "", kIpv4, 0, kNoAddress, kNoAddress);
+  const std::string path = route_path("route", "", kInetAddressIpv4, 0, kNoAddress, kNoAddress);
   return client.get(path).status != kStatusNoRouteModule;
 }
 

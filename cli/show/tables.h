@@ -18,11 +18,15 @@ extern const RowTable<mpls_vpn_mib_route> kRouteTable;
 std::string provider_path(const std::string& first);
 std::string provider_path(const std::string& first, const std::string& vrf);
 
-// Paths of reads that begin with the first row of a VRF (of all VRFs when the name is empty).
-std::string first_interface_path(const std::string& vrf);
-std::string first_vrf_path(const std::string& vrf);
-std::string first_route_target_path(const std::string& vrf);
-std::string first_route_path(const std::string& vrf);
+// The rows of a VRF, of all VRFs when the name is empty.
+template <typename T>
+void walk_rows_of(const Session& session, kvtree::Client& client, const RowTable<T>& table,
+                  const std::string& vrf, const RowSink<T>& sink) {
+  const auto of_vrf = [&](const T& row) {
+    return (vrf.empty() || vrf == text_or_empty(row.vrfName)) && sink.row(row);
+  };
+  RowWalk<T>(session, client, table, {of_vrf, sink.batch_end}).run(table.first_path(vrf));
+}
 
 // A route's key in a path. `read` is "route" (this one) or "route-next" (the first after it). Addresses are
 // hexadecimal with all digits; an all-zero next hop also means none.

@@ -25,9 +25,9 @@ using VrfRow = Record<mpls_vpn_mib_vrf>;
 using ShownVrf = Record<mpls_vpn_vrf>;
 using Rows = std::map<std::string, std::unique_ptr<VrfRow>>;
 
-class Details {
+class DetailsWriter {
  public:
-  Details(const Session& session, kvtree::Client& client, const VrfRequest& request)
+  DetailsWriter(const Session& session, kvtree::Client& client, const VrfRequest& request)
       : session_(session),
         client_(client),
         request_(request),
@@ -45,12 +45,12 @@ class Details {
     VrfDetails details{*shown, thresholds_among(nodes, name, request_), origins,
                        wanted_tables(*shown, request_)};
     details.tables.insert(details.tables.end(), evpn.tables().begin(), evpn.tables().end());
-    const VrfView vrf{row, are_routes_counted_, &details};
+    const VrfView vrf{row, are_routes_counted_};
     if (session_.json) {
-      list_.add(vrf_json(vrf));
+      list_.add(vrf_json(vrf, details));
     } else {
       if (!is_first_) session_.out << '\n';
-      print_vrf(session_.out, vrf);
+      print_vrf(session_.out, vrf, details);
     }
     is_first_ = false;
   }
@@ -75,7 +75,8 @@ std::unique_ptr<VrfRow> decode_row(const Session& session, const kvtree::Octets&
 
 Rows rows_from(const Session& session, kvtree::Client& client, const std::string& name, std::size_t count) {
   Rows rows;
-  const auto batch = fetch_rows(session, client, first_vrf_path(name), static_cast<std::uint32_t>(count));
+  const auto batch =
+      fetch_rows(session, client, kVrfTable.first_path(name), static_cast<std::uint32_t>(count));
   for (const kvtree::Octets& octets : batch.rows) {
     auto row = decode_row(session, octets);
     const std::string row_name = text_or_empty((*row)->name);
@@ -85,7 +86,7 @@ Rows rows_from(const Session& session, kvtree::Client& client, const std::string
 }
 
 void add_page(const Session& session, kvtree::Client& client, const std::vector<kvtree::ListItem>& items,
-              Details* details) {
+              DetailsWriter* details) {
   std::vector<std::string> names;
   for (const kvtree::ListItem& item : items) {
     const ShownVrf shown(session, provider_path("vrf-detail"), kShowVrfParcel, item.record);
@@ -103,7 +104,8 @@ void add_page(const Session& session, kvtree::Client& client, const std::vector<
   }
 }
 
-void add_all(const Session& session, kvtree::Client& client, const VrfRequest& request, Details* details) {
+void add_all(const Session& session, kvtree::Client& client, const VrfRequest& request,
+             DetailsWriter* details) {
   DatalistPages pages(session, client, provider_path("vrf-detail"), request.structured);
   for (auto items = pages.next(); !items.empty(); items = pages.next()) {
     add_page(session, client, items, details);
@@ -111,16 +113,17 @@ void add_all(const Session& session, kvtree::Client& client, const VrfRequest& r
 }
 
 void add_filtered(const Session& session, kvtree::Client& client, const VrfRequest& request,
-                  Details* details) {
+                  DetailsWriter* details) {
   const auto add = [&](const mpls_vpn_mib_vrf& row) {
     const auto record = find_show_record(session, client, text_or_empty(row.name), request);
     if (record) details->add(row, *record);
     return true;
   };
-  RowWalk<mpls_vpn_mib_vrf>(session, client, kVrfTable, {add}).run(first_vrf_path(""));
+  RowWalk<mpls_vpn_mib_vrf>(session, client, kVrfTable, {add}).run(kVrfTable.first_path(""));
 }
 
-void add_named(const Session& session, kvtree::Client& client, const VrfRequest& request, Details* details) {
+void add_named(const Session& session, kvtree::Client& client, const VrfRequest& request,
+               DetailsWriter* details) {
   require_vrf(session, client, request.name);
   const auto octets = find_vrf_row(session, client, request.name);
   const auto record = find_show_record(session, client, request.name, request);
@@ -133,7 +136,7 @@ void add_named(const Session& session, kvtree::Client& client, const VrfRequest&
 
 void show_vrf_detail(const Session& session, const VrfRequest& request) {
   const auto client = connect_to_daemon(session);
-  Details details(session, *client, request);
+  DetailsWriter details(session, *client, request);
   if (!request.name.empty()) {
     add_named(session, *client, request, &details);
   } else if (has_filter(request)) {

@@ -10,11 +10,10 @@ EvpnTable::EvpnTable(const Session& session, kvtree::Client& client, const std::
                      const VrfOrigins& origins, const VrfRequest& request) {
   if (request.afi != 0 || request.safi != 0 || !origins.has_evpn_targets()) return;
   const auto take_row = [&](const mpls_vpn_mib_rt& row) {
-    if (vrf != text_or_empty(row.vrfName)) return false;
     take(row);
     return true;
   };
-  RowWalk<mpls_vpn_mib_rt>(session, client, kRouteTargetTable, {take_row}).run(first_route_target_path(vrf));
+  walk_rows_of(session, client, kRouteTargetTable, vrf, {take_row});
   for (std::size_t at = 0; at < targets_.size(); ++at) targets_[at].RouteTargetValue = texts_[at].data();
   table_ = mpls_vpn_afi_safi{};
   table_->AFName = inet::kL2VpnAfi;

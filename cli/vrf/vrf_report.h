@@ -12,6 +12,11 @@
 
 namespace cli {
 
+struct VrfView {
+  const mpls_vpn_mib_vrf& row;
+  bool are_routes_counted;  // false: their number is unknown
+};
+
 // What details have besides the MIB row.
 struct VrfDetails {
   const mpls_vpn_vrf& shown;
@@ -20,19 +25,13 @@ struct VrfDetails {
   std::vector<mpls_vpn_afi_safi> tables;  // that the request asks for
 };
 
-struct VrfView {
-  const mpls_vpn_mib_vrf& row;
-  bool are_routes_counted;              // false: their number is unknown
-  const VrfDetails* details = nullptr;  // null: the columns of vrf_row_columns() alone
-};
-
-std::span<const Column<VrfView>> vrf_row_columns();
+std::span<const Column<VrfView>> vrf_cells();
+Json vrf_row_json(const VrfView& vrf);
 // The tables of the show record that the request asks for.
 std::vector<mpls_vpn_afi_safi> wanted_tables(const mpls_vpn_vrf& shown, const VrfRequest& request);
 
-// With details.
-Json vrf_json(const VrfView& vrf);
-void print_vrf(std::ostream& out, const VrfView& vrf);
+Json vrf_json(const VrfView& vrf, const VrfDetails& details);
+void print_vrf(std::ostream& out, const VrfView& vrf, const VrfDetails& details);
 
 std::vector<std::string> interface_names(const mpls_vpn_vrf& shown);
 

@@ -81,7 +81,7 @@ inline constexpr Column<Route> kRouteColumns[] = {
     column<&Route::metric3>("metric3", kRouteEntry, 14, kInteger32),
     column<&Route::metric4>("metric4", kRouteEntry, 15, kInteger32),
     column<&Route::metric5>("metric5", kRouteEntry, 16, kInteger32),
-    {"xcPointer", kRouteEntry, 17, kOctetString, cross_connect},
+    {"xcPointer", kRouteEntry, 17, kMplsIndex, cross_connect},
     column<&Route::rowStatus>("rowStatus", kRouteEntry, 18, kRowStatus),
 };
 

@@ -18,6 +18,7 @@ enum class Type : std::uint8_t {
   kText,
   kBits,  // one octet
   kAddress,
+  kMplsIndex,
   kOctets,
 };
 
@@ -42,6 +43,7 @@ inline constexpr Syntax kDisplayString = {Type::kText, {}, 0, 255};
 inline constexpr Syntax kAdminString = {Type::kText, {}, 0, 255};         // SnmpAdminString (RFC 3411)
 inline constexpr Syntax kRouteDistinguisher = {Type::kText, {}, 0, 256};  // MplsL3VpnRouteDistinguisher
 inline constexpr Syntax kInetAddress = {Type::kAddress};
+inline constexpr Syntax kMplsIndex = {Type::kMplsIndex};  // MplsIndexType (RFC 3813)
 inline constexpr Syntax kOctetString = {Type::kOctets};
 
 inline constexpr const char* kTruthNames[] = {"disabled", "enabled"};
