@@ -46,18 +46,18 @@ enum class ValueForm {
 
 // What an item says, in its path, its value and its words. Each item uses some members.
 struct Fields {
-  std::string vrf;
+  std::string vrf{};
   Family family = Family::kIpv4;
-  std::optional<Direction> direction;
-  Target target;  // or a route distinguisher
+  std::optional<Direction> direction{};
+  Target target{};  // or a route distinguisher
   std::uint32_t as_number = 0;
-  std::string neighbor;  // an address, or the name of an interface or a group
-  std::string process;
+  std::string neighbor{};  // an address, or the name of an interface or a group
+  std::string process{};
   std::uint32_t area = 0;
-  std::string interface;
-  std::string prefix;
-  std::string next_hop;
-  std::string text;          // a description, a policy, a format, a trap
+  std::string interface {};
+  std::string prefix{};
+  std::string next_hop{};
+  std::string text{};        // a description, a policy, a format, a trap
   std::uint32_t number = 0;  // a maximum, a VNI, seconds
   std::uint32_t mid = 0;
 };
