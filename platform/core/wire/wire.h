@@ -71,7 +71,7 @@ class Writer {
 // and octets point into the payload.
 class Reader {
  public:
-  explicit Reader(OctetSpan payload) : rest_(payload) {}
+  explicit Reader(OctetSpan payload = {}) : rest_(payload) {}
   std::uint8_t u8();
   std::uint16_t u16();
   std::uint32_t u32();

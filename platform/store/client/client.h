@@ -131,7 +131,6 @@ class Client {
   // The oldest notification not yet taken. kStatusTimedOut (the connection stays open) if none arrives in
   // time. Taking one acknowledges it, unless its subscription has a name.
   NotificationResult next_notification(std::chrono::milliseconds timeout);
-  bool has_notification() const;  // one is queued already, without the descriptor being readable
   // Acknowledges all of this subscription up to the sequence number. The daemon sends 64 before it waits for
   // this.
   [[nodiscard]] Status acknowledge(std::uint32_t subscription, std::uint64_t sequence);
@@ -150,12 +149,6 @@ class Client {
   // The changes of one commit from number `first` (from 0) on, likewise. kStatusNoSuchRow for a commit that
   // is not, or no longer, in the history.
   CommitChangesResult commit_changes(std::string_view id, std::uint32_t maximum, std::uint32_t first = 0);
-  // Sets or deletes a node of the configuration, below /cfg/: a commit of the clients' owner with one change.
-  // kStatusAccess, kStatusUnknownPath elsewhere, kStatusNoSuchRow for the deletion of a node that the owner
-  // does not set, kStatusIo if it cannot be stored.
-  [[nodiscard]] Status set_text(std::string_view path, std::string_view text);
-  [[nodiscard]] Status set_number(std::string_view path, std::int64_t number);
-  [[nodiscard]] Status remove(std::string_view path);
 
  private:
   std::unique_ptr<Connection> connection_;

@@ -34,27 +34,6 @@ bool read_change(wire::Reader* reader, KvConfigCommitChange* change) {
   return read_optional_value(reader, &change->after);
 }
 
-// The answer of a counted list. False when it is not one.
-template <typename Item>
-bool read_all(wire::Reader* reader, std::vector<Item>* items, bool (*read)(wire::Reader*, Item*)) {
-  const std::uint32_t count = reader->u32();
-  for (std::uint32_t i = 0; i < count && reader->ok(); ++i) {
-    if (!read(reader, &items->emplace_back())) break;
-  }
-  if (reader->finished() && items->size() == count) return true;
-  items->clear();
-  return false;
-}
-
-template <typename Item>
-Status ask_list(Client::Connection* connection, std::uint16_t type, std::vector<Item>* items,
-                bool (*read)(wire::Reader*, Item*)) {
-  wire::OctetSpan payload;
-  wire::Reader reader(payload);
-  if (const Status status = connection->ask(type, &payload, &reader)) return status;
-  return read_all(&reader, items, read) ? kStatusOk : connection->fail(kStatusBadMessage);
-}
-
 // One message of changes from *next on; sets *next to the first change that is not in it.
 Status stage_some(Client::Connection* connection, const std::vector<KvConfigChange>& changes,
                   std::size_t* next) {
@@ -68,7 +47,9 @@ Status stage_some(Client::Connection* connection, const std::vector<KvConfigChan
     if (!write_optional_value(&writer, changes[*next].value)) return kStatusInvalid;
   }
   writer.patch_u32(count_place, count);
-  return connection->ask_status(kStage);
+  wire::Reader reader;
+  if (const Status status = connection->ask(kStage, &reader)) return status;
+  return reader.finished() ? kStatusOk : connection->fail(kStatusBadMessage);
 }
 
 }  // namespace
@@ -81,7 +62,7 @@ NodesResult Client::nodes(std::string_view path, std::uint32_t max_nodes, std::s
   writer.text(path);
   writer.text(after);
   writer.text(owner);
-  result.status = ask_list(connection_.get(), kNodes, &result.nodes, read_node);
+  result.status = connection_->ask_list(kNodes, &result.nodes, read_node);
   return result;
 }
 
@@ -95,10 +76,9 @@ CommitResult Client::commit(const std::vector<KvConfigChange>& changes, std::str
   }
   if (result.status != kStatusOk) return result;
   connection_->begin(kCommit).text(comment);
-  wire::OctetSpan payload;
-  result.status = connection_->exchange(kCommit, &payload);
+  wire::Reader reader;
+  result.status = connection_->exchange(kCommit, &reader);
   if (result.status != kStatusOk) return result;
-  wire::Reader reader(payload);
   result.status = reader.u32();
   result.id = reader.text();
   result.error = reader.text();
@@ -114,7 +94,7 @@ HistoryResult Client::history(std::uint32_t maximum, std::string_view before) {
   wire::Writer writer = connection_->begin(kHistory);
   writer.u32(maximum);
   writer.text(before);
-  result.status = ask_list(connection_.get(), kHistory, &result.commits, read_commit);
+  result.status = connection_->ask_list(kHistory, &result.commits, read_commit);
   return result;
 }
 
@@ -124,29 +104,8 @@ CommitChangesResult Client::commit_changes(std::string_view id, std::uint32_t ma
   writer.text(id);
   writer.u32(first);
   writer.u32(maximum);
-  result.status = ask_list(connection_.get(), kCommitChanges, &result.changes, read_change);
+  result.status = connection_->ask_list(kCommitChanges, &result.changes, read_change);
   return result;
-}
-
-Status Client::set_text(std::string_view path, std::string_view text) {
-  wire::Writer writer = connection_->begin(kSet);
-  writer.text(path);
-  writer.u8(kTextValue);
-  writer.text(text);
-  return connection_->ask_status(kSet);
-}
-
-Status Client::set_number(std::string_view path, std::int64_t number) {
-  wire::Writer writer = connection_->begin(kSet);
-  writer.text(path);
-  writer.u8(kNumberValue);
-  writer.u64(static_cast<std::uint64_t>(number));
-  return connection_->ask_status(kSet);
-}
-
-Status Client::remove(std::string_view path) {
-  connection_->begin(kDelete).text(path);
-  return connection_->ask_status(kDelete);
 }
 
 }  // namespace kvtree

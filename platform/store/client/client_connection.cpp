@@ -53,11 +53,11 @@ Status Client::Connection::queue_notification(const wire::Message& message) {
   return kStatusOk;
 }
 
-Status Client::Connection::exchange(std::uint16_t type, wire::OctetSpan* payload) {
+Status Client::Connection::exchange(std::uint16_t type, wire::Reader* answer) {
   if (!socket.connected()) return kStatusNotConnected;
   if (socket.frame_size() > kMaxRequest) return kStatusMessageTooLarge;
   const SteadyClock::time_point deadline =
-      SteadyClock::now() + (is_change(type) ? kChangeTimes : 1) * timeout;
+      SteadyClock::now() + (type == kCommit ? kChangeTimes : 1) * timeout;
   if (const Status status = socket.send()) return status;
   wire::Message message;
   do {
@@ -65,22 +65,14 @@ Status Client::Connection::exchange(std::uint16_t type, wire::OctetSpan* payload
     if (message.type == kNotification && queue_notification(message) != kStatusOk) return kStatusBadMessage;
   } while (message.type == kNotification);
   if (message.type != (type | kAnswer) || message.request != last_request) return fail(kStatusBadMessage);
-  *payload = message.payload;
+  *answer = wire::Reader(message.payload);
   return kStatusOk;
 }
 
-Status Client::Connection::ask(std::uint16_t type, wire::OctetSpan* payload, wire::Reader* reader) {
-  if (const Status status = exchange(type, payload)) return status;
-  *reader = wire::Reader(*payload);
-  const Status status = reader->u32();
-  return reader->ok() ? status : fail(kStatusBadMessage);
-}
-
-Status Client::Connection::ask_status(std::uint16_t type) {
-  wire::OctetSpan payload;
-  wire::Reader reader(payload);
-  if (const Status status = ask(type, &payload, &reader)) return status;
-  return reader.finished() ? kStatusOk : fail(kStatusBadMessage);
+Status Client::Connection::ask(std::uint16_t type, wire::Reader* answer) {
+  if (const Status status = exchange(type, answer)) return status;
+  const Status status = answer->u32();
+  return answer->ok() ? status : fail(kStatusBadMessage);
 }
 
 }  // namespace kvtree

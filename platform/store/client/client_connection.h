@@ -5,6 +5,7 @@
 #include <deque>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "platform/core/wire/wire.h"
 #include "platform/store/client/client.h"
@@ -29,12 +30,23 @@ struct Client::Connection {
   Status fail(Status status);
   // Queues a notification.
   Status queue_notification(const wire::Message& message);
-  // Sends what begin() began and waits for its answer; the payload is valid until the next call.
-  Status exchange(std::uint16_t type, wire::OctetSpan* payload);
+  // Sends what begin() began and waits for its answer; the reader is valid until the next call.
+  Status exchange(std::uint16_t type, wire::Reader* answer);
   // The same; returns the answer's status, its first word. The reader is after it.
-  Status ask(std::uint16_t type, wire::OctetSpan* payload, wire::Reader* reader);
-  // The same for an answer that is a status and nothing else.
-  Status ask_status(std::uint16_t type);
+  Status ask(std::uint16_t type, wire::Reader* answer);
+  // The same for an answer that is a counted list.
+  template <typename Item>
+  Status ask_list(std::uint16_t type, std::vector<Item>* items, bool (*read)(wire::Reader*, Item*)) {
+    wire::Reader answer;
+    if (const Status status = ask(type, &answer)) return status;
+    const std::uint32_t count = answer.u32();
+    for (std::uint32_t i = 0; i < count && answer.ok(); ++i) {
+      if (!read(&answer, &items->emplace_back())) break;
+    }
+    if (answer.finished() && items->size() == count) return kStatusOk;
+    items->clear();
+    return fail(kStatusBadMessage);
+  }
 };
 
 }  // namespace kvtree

@@ -8,9 +8,8 @@ SubscribeResult Client::subscribe(std::string_view path, std::string_view name) 
   wire::Writer writer = connection_->begin(kSubscribe);
   writer.text(path);
   writer.text(name);
-  wire::OctetSpan payload;
-  wire::Reader reader(payload);
-  result.status = connection_->ask(kSubscribe, &payload, &reader);
+  wire::Reader reader;
+  result.status = connection_->ask(kSubscribe, &reader);
   if (result.status != kStatusOk) return result;
   result.subscription = reader.u32();
   result.instance = reader.u64();
@@ -39,10 +38,6 @@ NotificationResult Client::next_notification(std::chrono::milliseconds timeout) 
   if (connection_->plain.contains(result.subscription))
     static_cast<void>(acknowledge(result.subscription, result.sequence));
   return result;
-}
-
-bool Client::has_notification() const {
-  return !connection_->pending.empty();
 }
 
 Status Client::acknowledge(std::uint32_t subscription, std::uint64_t sequence) {

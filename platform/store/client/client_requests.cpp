@@ -20,6 +20,18 @@ std::uint8_t flags(bool structured) {
   return structured ? kFlagStructured : std::uint8_t{0};
 }
 
+bool read_item(wire::Reader* reader, ListItem* item) {
+  item->kind = reader->u32();
+  item->key = reader->text();
+  return reader->ok();
+}
+
+bool read_item_with_record(wire::Reader* reader, ListItem* item) {
+  if (!read_item(reader, item)) return false;
+  item->record = to_octets(reader->octets());
+  return reader->ok();
+}
+
 ListResult list_items(Client::Connection* connection, std::uint16_t type, std::string_view path,
                       std::uint32_t max_items, bool structured) {
   ListResult result;
@@ -27,21 +39,8 @@ ListResult list_items(Client::Connection* connection, std::uint16_t type, std::s
   writer.u8(flags(structured));
   writer.u32(max_items);
   writer.text(path);
-  wire::OctetSpan payload;
-  wire::Reader reader(payload);
-  result.status = connection->ask(type, &payload, &reader);
-  if (result.status != kStatusOk) return result;
-  const std::uint32_t count = reader.u32();
-  for (std::uint32_t i = 0; i < count && reader.ok(); ++i) {
-    ListItem item;
-    item.kind = reader.u32();
-    item.key = reader.text();
-    if (type == kDatalist) item.record = to_octets(reader.octets());
-    result.items.push_back(std::move(item));
-  }
-  if (reader.finished()) return result;
-  result.items.clear();
-  result.status = connection->fail(kStatusBadMessage);
+  result.status =
+      connection->ask_list(type, &result.items, type == kDatalist ? read_item_with_record : read_item);
   return result;
 }
 
@@ -79,9 +78,8 @@ GetResult Client::get(std::string_view path, bool structured) {
   wire::Writer writer = connection_->begin(kGet);
   writer.u8(flags(structured));
   writer.text(path);
-  wire::OctetSpan payload;
-  wire::Reader reader(payload);
-  result.status = connection_->ask(kGet, &payload, &reader);
+  wire::Reader reader;
+  result.status = connection_->ask(kGet, &reader);
   if (result.status != kStatusOk) return result;
   reader.u32();  // the kind: always an encoded record
   result.record = to_octets(reader.octets());
@@ -106,9 +104,8 @@ WalkResult Client::walk(std::string_view path, std::uint32_t max_rows, bool stru
   writer.u8(flags(structured));
   writer.u32(max_rows);
   writer.text(path);
-  wire::OctetSpan payload;
-  wire::Reader reader(payload);
-  result.status = connection_->ask(kWalk, &payload, &reader);
+  wire::Reader reader;
+  result.status = connection_->ask(kWalk, &reader);
   if (result.status != kStatusOk) return result;
   result.end = reader.u8() != 0;
   const std::uint32_t count = reader.u32();
@@ -130,10 +127,9 @@ ActionResult Client::action(const std::vector<std::string>& words) {
   wire::Writer writer = connection_->begin(kAction);
   writer.u16(static_cast<std::uint16_t>(words.size()));
   for (const std::string& word : words) writer.text(word);
-  wire::OctetSpan payload;
-  result.status = connection_->exchange(kAction, &payload);
+  wire::Reader reader;
+  result.status = connection_->exchange(kAction, &reader);
   if (result.status != kStatusOk) return result;
-  wire::Reader reader(payload);
   result.status = reader.u32();
   result.text = reader.text();
   if (!reader.finished()) {

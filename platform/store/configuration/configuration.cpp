@@ -1,10 +1,7 @@
-// Clients' queries of the configuration, and their single changes: nodes, the history of commits, sets and
-// deletions. Whole commits are in staged_commits.cpp.
+// Clients' queries of the configuration: nodes and the history of commits.
 //
 // An answer that would be too long has the items that fit, at least one; the client continues after them.
 #include <algorithm>
-#include <optional>
-#include <utility>
 
 #include "platform/store/configuration/config.h"
 #include "platform/store/configuration/value_codec.h"
@@ -44,11 +41,6 @@ class ListAnswer {
   std::size_t count_place_ = 0;
   std::size_t start_ = 0;
 };
-
-Status commit_one(const wire::Connection* from, std::string_view path, std::optional<KvValue> value) {
-  if (from == nullptr || !from->may_change()) return kStatusAccess;
-  return kvtree_config_commit(client_owner(), {{std::string(path), std::move(value)}}, {});
-}
 
 // The owner of the node's value; empty if the process itself set it. The values are compared, because a node
 // has the former owner's value while the next one's is the same: no notification announces that.
@@ -117,21 +109,6 @@ bool answer_failure(wire::Octets* answer, Status status) {
 }
 
 }  // namespace
-
-bool answer_set(wire::Connection* from, Reader* request, wire::Octets* answer) {
-  const std::string_view path = request->text();
-  KvValue value;
-  if (!read_value(request, &value) || !request->finished()) return false;
-  Writer(answer).u32(commit_one(from, path, std::move(value)));
-  return true;
-}
-
-bool answer_delete(wire::Connection* from, Reader* request, wire::Octets* answer) {
-  const std::string_view path = request->text();
-  if (!request->finished()) return false;
-  Writer(answer).u32(commit_one(from, path, std::nullopt));
-  return true;
-}
 
 bool answer_nodes(wire::Connection*, Reader* request, wire::Octets* answer) {
   const std::uint32_t maximum = std::min(request->u32(), kKvMaxListItems);

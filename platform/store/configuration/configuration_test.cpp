@@ -31,6 +31,7 @@ class Configuration : public ServedStore {
     ASSERT_EQ(Keep(), kStatusOk);
     ASSERT_EQ(kvtree_serve(manager), kStatusOk);
   }
+  Status Commit(KvConfigChange change) { return client.commit({std::move(change)}, "").status; }
   // "path=value" of all nodes.
   std::vector<std::string> Nodes(const std::string& path = "/") {
     std::vector<std::string> all;
@@ -61,7 +62,7 @@ class Configuration : public ServedStore {
     EXPECT_EQ(Read(File() + ".unusable.1"), contents);
     StartAndConnect();
     EXPECT_THAT(Nodes(), IsEmpty());
-    EXPECT_EQ(client.set_number("/cfg/a", 1), kStatusOk);
+    EXPECT_EQ(Commit({"/cfg/a", NumberValue(1)}), kStatusOk);
     Restart();
     StartAndConnect();
     EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1"));
@@ -72,9 +73,9 @@ TEST_F(Configuration, ChangesOfClientsAreNotifiedToSubscribers) {
   ASSERT_EQ(client.connect(), kStatusOk);
   Subscribe(kTraps.c_str(), kKvEventSet | kKvEventDeleted);
   Start();
-  ASSERT_EQ(client.set_text(kTraps + "all", "on"), kStatusOk);
-  ASSERT_EQ(client.set_text(kTraps + "all", "still"), kStatusOk);
-  ASSERT_EQ(client.remove(kTraps + "all"), kStatusOk);
+  ASSERT_EQ(Commit(SetTo(kTraps + "all", "on")), kStatusOk);
+  ASSERT_EQ(Commit(SetTo(kTraps + "all", "still")), kStatusOk);
+  ASSERT_EQ(Commit(Withdraw(kTraps + "all")), kStatusOk);
   Stop();
   Run();
   EXPECT_THAT(TakeReceived(), ElementsAre("all 2 on", "all 2 still", "all 4 none"));
@@ -82,9 +83,9 @@ TEST_F(Configuration, ChangesOfClientsAreNotifiedToSubscribers) {
 
 TEST_F(Configuration, NodesAreListedInOrderBelowAPath) {
   StartAndConnect();
-  ASSERT_EQ(client.set_number("/cfg/b", -5), kStatusOk);
-  ASSERT_EQ(client.set_text("/cfg/a/y", ""), kStatusOk);
-  ASSERT_EQ(client.set_text("/cfg/a/x", "text"), kStatusOk);
+  ASSERT_EQ(Commit({"/cfg/b", NumberValue(-5)}), kStatusOk);
+  ASSERT_EQ(Commit(SetTo("/cfg/a/y", "")), kStatusOk);
+  ASSERT_EQ(Commit(SetTo("/cfg/a/x", "text")), kStatusOk);
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/a/x=text", "/cfg/a/y=", "/cfg/b=#-5"));
   EXPECT_THAT(Nodes("/cfg/a/"), ElementsAre("/cfg/a/x=text", "/cfg/a/y="));
   EXPECT_THAT(Nodes("/cfg/c"), IsEmpty());
@@ -93,7 +94,8 @@ TEST_F(Configuration, NodesAreListedInOrderBelowAPath) {
 
 TEST_F(Configuration, LongListsContinueAfterTheLastNode) {
   StartAndConnect();
-  for (const char* path : {"/cfg/a", "/cfg/b", "/cfg/c"}) ASSERT_EQ(client.set_number(path, 1), kStatusOk);
+  for (const char* path : {"/cfg/a", "/cfg/b", "/cfg/c"})
+    ASSERT_EQ(Commit({path, NumberValue(1)}), kStatusOk);
   const kvtree::NodesResult first = client.nodes("/cfg/", 2);
   ASSERT_EQ(first.nodes.size(), 2U);
   const kvtree::NodesResult rest = client.nodes("/cfg/", 2, first.nodes[1].path);
@@ -105,38 +107,21 @@ TEST_F(Configuration, LongListsContinueAfterTheLastNode) {
 TEST_F(Configuration, OnlyNodesBelowCfgAreTheClients) {
   StartAndConnect();
   for (const char* path : {"/oper/a", "/cfg", "/cfg/", "/cfg/a/", "/", "cfg/a"}) {
-    EXPECT_EQ(client.set_number(path, 1), kStatusUnknownPath) << path;
-    EXPECT_EQ(client.remove(path), kStatusUnknownPath) << path;
+    EXPECT_EQ(Commit({path, NumberValue(1)}), kStatusUnknownPath) << path;
+    EXPECT_EQ(Commit(Withdraw(path)), kStatusUnknownPath) << path;
   }
-  EXPECT_EQ(client.remove("/cfg/a"), kStatusNoSuchRow);
+  EXPECT_EQ(Commit(Withdraw("/cfg/a")), kStatusNoSuchRow);
   EXPECT_THAT(Nodes(), IsEmpty());
-}
-
-// A request without a connection has no peer who could have the right.
-TEST_F(Configuration, PeerWithoutPermissionChangesNothing) {
-  ASSERT_EQ(SetText("/cfg/a", "x"), kStatusOk);
-  wire::Octets path;
-  wire::Writer(&path).text("/cfg/a");
-  wire::Octets set = path;
-  wire::Writer(&set).u8(kvtree::kTextValue);
-  wire::Writer(&set).text("y");
-  for (const auto& [type, payload] : {std::pair(kvtree::kSet, set), std::pair(kvtree::kDelete, path)}) {
-    wire::Octets answer;
-    ASSERT_TRUE(kvtree::answer_message(nullptr, {type, 1, payload}, &answer));
-    EXPECT_EQ(wire::Reader(answer).u32(), kStatusAccess);
-  }
-  StartAndConnect();
-  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x"));
 }
 
 TEST_F(Configuration, OutlivesTheProcessAndIsReplayed) {
   ASSERT_EQ(Keep(), kStatusOk);
   StartAndConnect();
-  ASSERT_EQ(client.set_text(kTraps + "vrf-up", "on"), kStatusOk);
-  ASSERT_EQ(client.set_number(kTraps + "time", INT64_MIN), kStatusOk);
-  ASSERT_EQ(client.set_text(kTraps + "deleted", "x"), kStatusOk);
-  ASSERT_EQ(client.remove(kTraps + "deleted"), kStatusOk);
-  ASSERT_EQ(client.set_text(kTraps + "vrf-up", "octets \xff%/"), kStatusOk);
+  ASSERT_EQ(Commit(SetTo(kTraps + "vrf-up", "on")), kStatusOk);
+  ASSERT_EQ(Commit({kTraps + "time", NumberValue(INT64_MIN)}), kStatusOk);
+  ASSERT_EQ(Commit(SetTo(kTraps + "deleted", "x")), kStatusOk);
+  ASSERT_EQ(Commit(Withdraw(kTraps + "deleted")), kStatusOk);
+  ASSERT_EQ(Commit(SetTo(kTraps + "vrf-up", "octets \xff%/")), kStatusOk);
   Restart();
   Subscribe(kTraps.c_str(), kKvEventCreated | kKvEventSet);
   EXPECT_THAT(TakeReceived(), ElementsAre("time 3 ", "vrf-up 3 octets \xff%/"));
@@ -156,10 +141,10 @@ TEST_F(Configuration, NodesOfTheProcessItselfAreNotStored) {
 TEST_F(Configuration, ChangeThatCannotBeStoredIsNotMade) {
   ASSERT_EQ(Keep(), kStatusOk);
   StartAndConnect();
-  ASSERT_EQ(client.set_number("/cfg/a", 1), kStatusOk);
+  ASSERT_EQ(Commit({"/cfg/a", NumberValue(1)}), kStatusOk);
   fault_arm("configuration_write", kStatusIo, 1, 2);
-  EXPECT_EQ(client.set_number("/cfg/a", 2), kStatusIo);
-  EXPECT_EQ(client.remove("/cfg/a"), kStatusIo);
+  EXPECT_EQ(Commit({"/cfg/a", NumberValue(2)}), kStatusIo);
+  EXPECT_EQ(Commit(Withdraw("/cfg/a")), kStatusIo);
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1"));
 }
 
@@ -168,7 +153,7 @@ TEST_F(Configuration, WriteThatTheDatabaseRefusesIsAnswered) {
   Execute("DROP TABLE node");
   StartAndConnect();
   ::testing::internal::CaptureStderr();
-  EXPECT_EQ(client.set_number("/cfg/a", 2), kStatusIo);
+  EXPECT_EQ(Commit({"/cfg/a", NumberValue(2)}), kStatusIo);
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
               HasSubstr("a commit cannot be written: no such table"));
   EXPECT_THAT(Nodes(), IsEmpty());

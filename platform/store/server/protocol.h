@@ -8,8 +8,6 @@
 //   kWalk           flags u8, maximum u32, path text      end u8, count u32, count x {record octets}
 //   kAction         count u16, count x {word text}        text
 //   kSubscribe      path text, name text (may be empty)   subscription u32, instance u64
-//   kSet            path text, value                      nothing
-//   kDelete         path text                             nothing
 //   kNodes          maximum u32, path text, after text,   count u32, count x {path text, owner text, value}
 //                   owner text (may be empty)
 //   kStage          flags u8, count u32, count x {path    nothing
@@ -45,8 +43,6 @@ inline constexpr std::uint16_t kDatalist = 3;
 inline constexpr std::uint16_t kWalk = 4;
 inline constexpr std::uint16_t kAction = 5;
 inline constexpr std::uint16_t kSubscribe = 6;
-inline constexpr std::uint16_t kSet = 7;
-inline constexpr std::uint16_t kDelete = 8;
 inline constexpr std::uint16_t kNodes = 9;
 inline constexpr std::uint16_t kAcknowledge = 0xa;
 inline constexpr std::uint16_t kStage = 0xb;
@@ -55,11 +51,6 @@ inline constexpr std::uint16_t kHistory = 0xd;
 inline constexpr std::uint16_t kCommitChanges = 0xe;
 inline constexpr std::uint16_t kNotification = 0x10;
 inline constexpr std::uint16_t kAnswer = 0x8000;
-
-// Changes of the configuration: answered after the subscribers are notified.
-inline constexpr bool is_change(std::uint16_t type) {
-  return type == kSet || type == kDelete || type == kCommit;
-}
 
 inline constexpr std::uint8_t kFlagStructured = 0x1;  // kGet, kList, kDatalist, kWalk
 inline constexpr std::uint8_t kFlagFirst = 0x1;       // kStage

@@ -99,36 +99,30 @@ bool read_bounded_request(Reader* request, bool* structured, std::uint32_t* maxi
   return request->finished();
 }
 
-bool answer_list(wire::Connection*, Reader* request, wire::Octets* answer) {
+template <typename List>
+bool answer_either(Reader* request, wire::Octets* answer, Status (*ask)(std::string_view, bool, KvListReply*),
+                   List* KvListReply::*list) {
+  static const List no_items;
   bool structured = false;
   std::uint32_t maximum = 0;
   std::string_view path;
   if (!read_bounded_request(request, &structured, &maximum, &path)) return false;
   OwnedListReply reply(maximum);
-  const Status status = kvtree_list(path, structured, &reply);
+  const Status status = ask(path, structured, &reply);
   if (status != kStatusOk) {
     answer_status(answer, status);
   } else {
-    static const KvList no_items;
-    answer_items(answer, (reply.list == nullptr ? &no_items : reply.list)->items);
+    answer_items(answer, (reply.*list == nullptr ? &no_items : reply.*list)->items);
   }
   return true;
 }
 
+bool answer_list(wire::Connection*, Reader* request, wire::Octets* answer) {
+  return answer_either(request, answer, kvtree_list, &KvListReply::list);
+}
+
 bool answer_datalist(wire::Connection*, Reader* request, wire::Octets* answer) {
-  bool structured = false;
-  std::uint32_t maximum = 0;
-  std::string_view path;
-  if (!read_bounded_request(request, &structured, &maximum, &path)) return false;
-  OwnedListReply reply(maximum);
-  const Status status = kvtree_datalist(path, structured, &reply);
-  if (status != kStatusOk) {
-    answer_status(answer, status);
-  } else {
-    static const KvDatalist no_items;
-    answer_items(answer, (reply.datalist == nullptr ? &no_items : reply.datalist)->items);
-  }
-  return true;
+  return answer_either(request, answer, kvtree_datalist, &KvListReply::datalist);
 }
 
 struct WalkAnswer {
@@ -199,8 +193,6 @@ constexpr MessageHandler kHandlers[] = {
     {kWalk, answer_walk},
     {kAction, answer_action},
     {kSubscribe, answer_subscribe},
-    {kSet, answer_set},
-    {kDelete, answer_delete},
     {kNodes, answer_nodes},
     {kStage, answer_stage},
     {kCommit, answer_commit},
@@ -257,7 +249,7 @@ bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
   wire::Octets payload = std::move(answer);
   payload.clear();
   const bool well_formed = answer_message(&from, message, &payload);
-  if (well_formed && is_change(message.type)) {
+  if (well_formed && message.type == kCommit) {
     answer_after_delivery(from, message, payload);
   } else if (well_formed) {
     from.send(message.type | kAnswer, message.request, payload);

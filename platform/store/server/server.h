@@ -51,8 +51,6 @@ bool take_acknowledgement(StoreServer* server, const wire::Connection& from, con
 void send_notifications(StoreServer* server, std::uint64_t client);
 
 // Requests that concern the configuration (configuration.cpp, staged_commits.cpp).
-bool answer_set(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
-bool answer_delete(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_nodes(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_history(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_commit_changes(wire::Connection* from, wire::Reader* request, wire::Octets* answer);

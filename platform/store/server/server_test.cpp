@@ -237,8 +237,6 @@ std::vector<MalformedRequest> malformed_requests() {
       {"empty subscription", kvtree::kSubscribe, {}},
       {"acknowledgement of nothing", kvtree::kAcknowledge, {1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0}},
       {"empty acknowledgement", kvtree::kAcknowledge, {}},
-      {"set of an unknown type", kvtree::kSet, {1, 0, 0, 0, '/', 9}},
-      {"empty deletion", kvtree::kDelete, {}},
       {"empty nodes", kvtree::kNodes, {0, 0}},
   };
 }
@@ -291,8 +289,6 @@ TEST_F(ServedStore, ClientWithoutAConnectionReportsIt) {
   EXPECT_EQ(client.subscribe(kSubtree).status, kStatusNotConnected);
   EXPECT_EQ(client.acknowledge(1, 1), kStatusNotConnected);
   EXPECT_EQ(client.nodes("/cfg/", 1).status, kStatusNotConnected);
-  EXPECT_EQ(client.set_text("/cfg/a", ""), kStatusNotConnected);
-  EXPECT_EQ(client.remove("/cfg/a"), kStatusNotConnected);
   EXPECT_EQ(client.next_notification(1ms).status, kStatusNotConnected);
   Client unserved(directory.path() + "/absent");
   EXPECT_EQ(unserved.connect(), kStatusNotConnected);
