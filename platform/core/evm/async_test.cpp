@@ -1,8 +1,6 @@
-// Tests of asynchronous events: attaching, raising from any thread, coalescing, detaching.
-#include <atomic>
+// Tests of asynchronous events: attaching, raising, coalescing, detaching.
 #include <cerrno>
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "platform/core/evm/test_manager.h"
@@ -126,36 +124,6 @@ TEST_F(EventManagerTest, AsyncRaisedByItsOwnHandlerRunsInALaterIteration) {
   EXPECT_EQ(runs, 1);
   event_run_pending(manager);
   EXPECT_EQ(runs, 2);
-}
-
-TEST_F(EventManagerTest, AsyncRaisesOfOtherThreadsRunHereAndNoneIsLost) {
-  constexpr int kThreads = 3;
-  constexpr int kEach = 2000;
-  std::atomic<int> written{0};
-  int seen = 0;
-  int runs = 0;
-  const std::thread::id here = std::this_thread::get_id();
-  ASSERT_EQ(event_async_attach(manager, kCode,
-                               [&] {
-                                 EXPECT_EQ(std::this_thread::get_id(), here);
-                                 seen = written;
-                                 ++runs;
-                               }),
-            0);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < kEach; ++i) {
-        ++written;
-        event_async_raise(manager, kCode);
-      }
-    });
-  }
-  EventContext context = Context();
-  while (seen < kThreads * kEach && event_wait_for(&context, kBound) == 0) event_dispatch(&context);
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(seen, kThreads * kEach);
-  EXPECT_LE(runs, kThreads * kEach);
 }
 
 }  // namespace

@@ -5,9 +5,9 @@
 // (event_manager_socket()); a service sets the acceptor of its connections. The manager uses one epoll
 // instance, one eventfd for posted functions and a sorted list of one-shot timers.
 //
-// Thread: everything of a manager belongs to the thread that waits on it, except event_post and
-// event_async_raise, which any thread may call. Handlers run inside event_dispatch only. A handler may remove
-// any descriptor or timer, its own too; an event already collected for a removed descriptor is dropped.
+// Thread: everything of a manager belongs to the thread that waits on it, except event_post, which any thread
+// may call. Handlers run inside event_dispatch only. A handler may remove any descriptor or timer, its own
+// too; an event already collected for a removed descriptor is dropped.
 #pragma once
 
 #include <cstddef>
@@ -63,17 +63,16 @@ void event_fd_remove(EventManager* manager, int fd);  // does not close; unknown
 // run in bounded batches, so that descriptors are served in between.
 void event_post(EventManager* manager, std::function<void()> function);
 
-// Asynchronous events: a number and its handler. Any thread may raise one. Raises coalesce: however often an
-// event is raised before its handler runs, the handler runs once, on the manager's thread inside
-// event_dispatch, and sees everything that was written before the raise. If the handler raises its own event,
-// it runs again in a later batch. Returns 0, or -1 with errno: EEXIST for a code in use, EINVAL without a
+// Asynchronous events: a number and its handler. Raises coalesce: however often an event is raised before its
+// handler runs, the handler runs once, inside event_dispatch. If the handler raises its own event, it runs
+// again in a later batch. Returns 0, or -1 with errno: EEXIST for a code in use, EINVAL without a
 // handler. Fault point "event_async_attach" (its status becomes errno).
 [[nodiscard]] int event_async_attach(EventManager* manager, std::uint32_t code,
                                      std::function<void()> handler);
 // The handler no longer runs, not even for earlier raises; a later attachment of the code does not inherit
 // them. A handler may detach itself. Codes that are not attached are ignored.
 void event_async_detach(EventManager* manager, std::uint32_t code);
-// Any thread, while the manager lives. Ignored for codes that are not attached.
+// Ignored for codes that are not attached.
 void event_async_raise(EventManager* manager, std::uint32_t code);
 
 // One-shot timers on the monotonic clock. Id 0 is never used.

@@ -196,7 +196,7 @@ int set_up(EventManager* manager) {
 
 }  // namespace
 
-EventManager* event_manager_create(const char* name, std::uint32_t flags) {
+EventManager* event_manager_create(const char* name, std::uint32_t /*flags*/) {
   if (const Status status = fault_check("event_manager_create")) {
     errno = static_cast<int>(status);
     return nullptr;
@@ -207,7 +207,6 @@ EventManager* event_manager_create(const char* name, std::uint32_t flags) {
   }
   auto manager = std::make_unique<EventManager>();
   manager->name = name;
-  manager->flags = flags;
   if (const int error = set_up(manager.get())) {
     event_manager_destroy(manager.release());
     errno = error;

@@ -22,10 +22,9 @@ struct EventSlot {
   std::uint32_t generation = 0;
 };
 
-// An attached asynchronous event. The attachment number distinguishes it from a later one of the same code.
+// An attached asynchronous event.
 struct EventAsync {
-  std::shared_ptr<const std::function<void()>> handler;  // shared with the run under way
-  std::uint64_t attachment = 0;
+  std::function<void()> handler;
   bool raised = false;  // a run is posted
 };
 
@@ -40,7 +39,6 @@ struct EventListener {
 
 struct EventManager {
   std::string name;
-  std::uint32_t flags = 0;
   int epoll_fd = -1;
   int wake_fd = -1;
   EventListener listener;
@@ -60,9 +58,7 @@ struct EventManager {
   std::mutex posted_mutex;
   std::deque<std::function<void()>> posted;  // guarded by posted_mutex
 
-  std::mutex async_mutex;
-  std::map<std::uint32_t, EventAsync> async_events;  // guarded by async_mutex
-  std::uint64_t next_attachment = 1;                 // guarded by async_mutex
+  std::map<std::uint32_t, EventAsync> async_events;
 
   std::set<EventConn*> connections;
 };
