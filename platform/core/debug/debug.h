@@ -1,8 +1,8 @@
-// Debug facility: flag blocks registered under a name space, switched and watched from outside while the
-// process runs.
+// Debug facility: a block of flags, registered under a name space, switched and watched from outside while
+// the process runs.
 //
-// A name space ("/debug/mpls_vpn/") is served on the socket of the event manager it was registered with;
-// there the command line lists the flags, switches them and watches prints. Prints go to standard error and
+// The block is served on the socket of the event manager it was registered with; there the command line lists
+// the flags, switches them and watches prints. Prints go to standard error and
 // to every watcher.
 //
 // Thread: flags are switched on the thread of that event manager and read without a lock from every thread
@@ -31,7 +31,7 @@ struct DebugFlag {
 [[nodiscard]] Status debug_init_event(DebugFlag* flag, DebugFlag* flags, std::uint32_t index,
                                       std::uint32_t kind, const char* command_name, std::uint32_t value);
 // Serves the array under the name space on the manager's socket. Flags that MPLS_VPN_MIB_DEBUG names (comma
-// separated command names, or "all") are switched on. kStatusExists for a name space that is registered
+// separated command names, or "all") are switched on. kStatusExists if a block is registered
 // already. Any thread; debug_cleanup, too, before the manager is destroyed. Fault point "debug_register".
 [[nodiscard]] Status debug_register(const char* name_space, DebugFlag* flags, std::uint32_t count,
                                     EventManager* manager);

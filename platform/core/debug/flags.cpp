@@ -1,5 +1,5 @@
-// Flags and prints: the half of the debug facility that the daemon calls. The registry of name spaces is
-// registry.cpp, the service on the socket service.cpp.
+// Flags and prints: the half of the debug facility that the daemon calls. The service on the socket is
+// service.cpp.
 //
 // A print is written to standard error, to a test's capture, and to the flag's service if it has a watcher;
 // it waits for none of them. A flag that is not registered prints to standard error only.
@@ -10,12 +10,15 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <memory>
 #include <mutex>
+#include <span>
 #include <string_view>
+#include <utility>
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/standard_error.h"
-#include "platform/core/debug/registry.h"
 #include "platform/core/debug/service.h"
 
 namespace {
@@ -34,15 +37,32 @@ bool list_names(std::string_view list, std::string_view name) {
   return false;
 }
 
-void switch_on_from_environment(const debug_detail::Service* service, const DebugFlag* flags,
-                                std::uint32_t count) {
-  const char* list = std::getenv("MPLS_VPN_MIB_DEBUG");
-  if (list == nullptr) return;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    if (!list_names(list, flags[i].command_name)) continue;
-    // The flag was registered a moment ago, so that it is found.
-    [[maybe_unused]] const Status found = debug_detail::switch_flags(service, flags[i].command_name, true);
-  }
+struct Registry {
+  std::mutex mutex;  // guards the members
+  std::string name_space;
+  std::span<DebugFlag> flags;
+  std::shared_ptr<debug_detail::Service> service;  // null while nothing is registered
+};
+
+// Never destroyed: the thread of the debug event manager may still serve a client while the process ends.
+Registry& registry() {
+  static auto& the_registry = *new Registry;
+  return the_registry;
+}
+
+void switch_flag(DebugFlag* flag, bool on) {
+  const std::uint32_t enabled = flag->value != 0 ? flag->value : 1;
+  flag->enabled.store(on ? enabled : 0, std::memory_order_relaxed);
+}
+
+// The service of a registered flag, or null.
+std::shared_ptr<debug_detail::Service> service_of(const DebugFlag& flag) {
+  const std::less<> before;
+  Registry& all = registry();
+  const std::lock_guard lock(all.mutex);
+  const bool is_registered =
+      !before(&flag, all.flags.data()) && before(&flag, all.flags.data() + all.flags.size());
+  return is_registered ? all.service : nullptr;
 }
 
 bool are_prepared(const DebugFlag* flags, std::uint32_t count) {
@@ -57,6 +77,31 @@ void capture(const std::string& line) {
 }
 
 }  // namespace
+
+namespace debug_detail {
+
+std::vector<DebugFlagState> list_flags() {
+  Registry& all = registry();
+  const std::lock_guard lock(all.mutex);
+  std::vector<DebugFlagState> states;
+  for (const DebugFlag& flag : all.flags)
+    states.push_back({all.name_space, flag.command_name, debug_enabled(flag)});
+  return states;
+}
+
+Status switch_flags(std::string_view name, bool on) {
+  Registry& all = registry();
+  const std::lock_guard lock(all.mutex);
+  Status status = kStatusNoSuchRow;
+  for (DebugFlag& flag : all.flags) {
+    if (name != "all" && name != flag.command_name) continue;
+    switch_flag(&flag, on);
+    status = kStatusOk;
+  }
+  return status;
+}
+
+}  // namespace debug_detail
 
 Status debug_init_event(DebugFlag* flag, DebugFlag* flags, std::uint32_t index, std::uint32_t kind,
                         const char* command_name, std::uint32_t value) {
@@ -75,19 +120,32 @@ Status debug_register(const char* name_space, DebugFlag* flags, std::uint32_t co
   if (Status s = fault_check("debug_register")) return s;
   if (name_space == nullptr || *name_space == '\0' || manager == nullptr) return kStatusInvalid;
   if (!are_prepared(flags, count)) return kStatusInvalid;
-  const auto fresh = std::make_shared<debug_detail::Service>(manager);
-  std::shared_ptr<debug_detail::Service> service;
-  if (Status s = debug_detail::add_name_space({name_space, flags, count, manager, fresh}, &service)) return s;
-  switch_on_from_environment(service.get(), flags, count);
-  if (service == fresh) service->begin();
+  Registry& all = registry();
+  const std::lock_guard lock(all.mutex);
+  if (all.service != nullptr) return kStatusExists;
+  all.name_space = name_space;
+  all.flags = {flags, count};
+  all.service = std::make_shared<debug_detail::Service>(manager);
+  const char* const names = std::getenv("MPLS_VPN_MIB_DEBUG");
+  for (DebugFlag& flag : all.flags) {
+    if (names != nullptr && list_names(names, flag.command_name)) switch_flag(&flag, true);
+  }
+  all.service->begin();
   return kStatusOk;
 }
 
 Status debug_cleanup(const char* name_space) {
-  if (name_space == nullptr) return kStatusNoSuchRow;
-  std::shared_ptr<debug_detail::Service> last;
-  if (Status s = debug_detail::remove_name_space(name_space, &last)) return s;
-  if (last != nullptr) last->end();
+  Registry& all = registry();
+  std::shared_ptr<debug_detail::Service> service;
+  {
+    const std::lock_guard lock(all.mutex);
+    if (name_space == nullptr || all.service == nullptr || all.name_space != name_space)
+      return kStatusNoSuchRow;
+    for (DebugFlag& flag : all.flags) switch_flag(&flag, false);
+    all.flags = {};
+    service = std::move(all.service);
+  }
+  service->end();
   return kStatusOk;
 }
 
@@ -101,7 +159,7 @@ void debug_printf(const DebugFlag& flag, const char* format, ...) {
   if (line.ends_with('\n')) line.pop_back();
   write_error_line(line);
   capture(line);
-  const std::shared_ptr<debug_detail::Service> service = debug_detail::service_of(flag);
+  const std::shared_ptr<debug_detail::Service> service = service_of(flag);
   if (service != nullptr && service->is_watched()) service->print(flag.command_name, std::move(line));
 }
 

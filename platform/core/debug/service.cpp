@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "platform/core/base/clock.h"
-#include "platform/core/debug/registry.h"
 
 namespace debug_detail {
 namespace {
@@ -25,12 +24,12 @@ void answer_status(wire::Connection& client, const wire::Message& message, Statu
 }
 
 // False for a malformed request.
-bool answer_set(const Service* service, wire::Connection& client, const wire::Message& message) {
+bool answer_set(wire::Connection& client, const wire::Message& message) {
   wire::Reader in(message.payload);
   const std::string_view name = in.text();
   const std::uint8_t on = in.u8();
   if (!in.finished() || on > 1) return false;
-  const Status status = client.may_change() ? switch_flags(service, name, on == 1) : kStatusAccess;
+  const Status status = client.may_change() ? switch_flags(name, on == 1) : kStatusAccess;
   answer_status(client, message, status);
   return true;
 }
@@ -88,7 +87,7 @@ void Service::stop() {
 }
 
 bool Service::on_message(wire::Connection& client, const wire::Message& message) {
-  if (message.type == kTypeSet) return answer_set(this, client, message);
+  if (message.type == kTypeSet) return answer_set(client, message);
   if (!message.payload.empty()) return false;
   if (message.type == kTypeList) {
     answer_list(client, message.request);
@@ -102,7 +101,7 @@ bool Service::on_message(wire::Connection& client, const wire::Message& message)
 }
 
 void Service::answer_list(wire::Connection& client, std::uint32_t request) {
-  const std::vector<DebugFlagState> flags = list_flags(this);
+  const std::vector<DebugFlagState> flags = list_flags();
   wire::Writer out = client.begin(kTypeList, request);
   out.u32(kStatusOk);
   out.u32(static_cast<std::uint32_t>(flags.size()));

@@ -11,12 +11,20 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <vector>
 
+#include "platform/core/debug/debug_client.h"
 #include "platform/core/debug/protocol.h"
 #include "platform/core/wire/wire.h"
 
 namespace debug_detail {
+
+// The registered flags, in their order. Any thread.
+std::vector<DebugFlagState> list_flags();
+// Switches one flag by command name, or "all". kStatusNoSuchRow. Any thread.
+[[nodiscard]] Status switch_flags(std::string_view name, bool on);
 
 class Service : public std::enable_shared_from_this<Service> {
  public:
