@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/core/base/status.h"
 
 namespace {
 
@@ -24,18 +24,12 @@ std::string make_directory() {
   return path;
 }
 
-std::string failed_removal(const std::string& path) {
-  if (Status s = fault_check("temporary_directory_remove")) return err_text(s);
-  std::error_code failure;
-  fs::remove_all(path, failure);
-  return failure ? failure.message() : std::string();
-}
-
 }  // namespace
 
 TemporaryDirectory::TemporaryDirectory() : path_(make_directory()) {}
 
 TemporaryDirectory::~TemporaryDirectory() {
-  const std::string failure = failed_removal(path_);
-  if (!failure.empty()) log_error("files", "cannot remove %s: %s", path_.c_str(), failure.c_str());
+  std::error_code failure;
+  fs::remove_all(path_, failure);
+  if (failure) log_error("files", "cannot remove %s: %s", path_.c_str(), failure.message().c_str());
 }
