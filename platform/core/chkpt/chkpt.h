@@ -48,6 +48,7 @@ struct ChkptTableDescriptor {
   std::uint32_t record_size;
   std::uint32_t persistent;
   std::uint32_t reserved;
+  bool operator==(const ChkptTableDescriptor&) const = default;
 };
 
 // A name longer than kChkptNameMax becomes the empty name, which chkpt_init refuses.

@@ -221,9 +221,7 @@ class Opening {
 
 namespace {
 
-// Sets the unusable file aside and opens a new one in its place.
-Status start_anew(const std::string& path, const std::string& why, std::unique_ptr<Database>* database,
-                  Contents* contents) {
+Status set_aside(const std::string& path, const std::string& why) {
   const std::string aside = sqlite::set_aside(path);
   if (aside.empty()) {
     const auto status = static_cast<Status>(errno);
@@ -233,14 +231,7 @@ Status start_anew(const std::string& path, const std::string& why, std::unique_p
   }
   log_warning("chkpt", "%s cannot be used (%s): it is set aside as %s", path.c_str(), why.c_str(),
               aside.c_str());
-  Opening fresh(path);
-  if (fresh.open(contents)) {
-    *database = fresh.take();
-    return kStatusOk;
-  }
-  const Status status = fresh.status == kStatusOk ? kStatusIo : fresh.status;
-  log_error("chkpt", "%s: %s", path.c_str(), err_text(status));
-  return status;
+  return kStatusOk;
 }
 
 }  // namespace
@@ -251,21 +242,22 @@ Status Database::open(const std::string& directory, std::unique_ptr<Database>* d
     log_error("chkpt", "%s: %s", directory.c_str(), err_text(static_cast<Status>(error)));
     return static_cast<Status>(error);
   }
-  std::string why;
-  {
-    Opening opening(path);
-    if (opening.open(contents)) {
-      *database = opening.take();
+  for (bool is_new = false;; is_new = true) {
+    auto opening = std::make_unique<Opening>(path);
+    if (opening->open(contents)) {
+      *database = opening->take();
       return kStatusOk;
     }
-    if (opening.unusable.empty()) {
-      log_error("chkpt", "%s: %s", path.c_str(), err_text(opening.status));
-      return opening.status;
+    const std::string why = opening->unusable;
+    if (why.empty() || is_new) {
+      const Status status = opening->status == kStatusOk ? kStatusIo : opening->status;
+      log_error("chkpt", "%s: %s", path.c_str(), err_text(status));
+      return status;
     }
-    why = opening.unusable;
+    opening.reset();  // closes the database
+    *contents = Contents{};
+    if (const Status status = set_aside(path, why)) return status;
   }
-  *contents = Contents{};
-  return start_anew(path, why, database, contents);
 }
 
 }  // namespace chkpt

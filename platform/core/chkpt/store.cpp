@@ -94,13 +94,19 @@ Status write_changes(Store* store) {
   return kStatusOk;
 }
 
+// Runs `write` in a transaction.
+template <typename Write>
+Status transact(chkpt::Database* database, Write write) {
+  Status status = database->begin();
+  if (status == kStatusOk) status = write();
+  if (status == kStatusOk) status = database->commit();
+  if (status != kStatusOk) database->roll_back();
+  return status;
+}
+
 Status write_transaction(Store* store) {
   if (const Status status = fault_check("chkpt_flush")) return status;
-  Status status = store->database->begin();
-  if (status == kStatusOk) status = write_changes(store);
-  if (status == kStatusOk) status = store->database->commit();
-  if (status != kStatusOk) store->database->roll_back();
-  return status;
+  return transact(store->database.get(), [store] { return write_changes(store); });
 }
 
 void forget_changes(Store* store) {
@@ -122,8 +128,7 @@ Status flush(Store* store) {
     return kStatusOk;
   }
   // Sorted, so that neighbors in the file are written together.
-  std::sort(store->unwritten.begin(), store->unwritten.end(),
-            [](const RecordRef& a, const RecordRef& b) { return a.object_id < b.object_id; });
+  std::ranges::sort(store->unwritten, {}, &RecordRef::object_id);
   const Status status = write_transaction(store);
   if (status != kStatusOk) {
     if (status != store->failure) {
@@ -176,11 +181,6 @@ bool is_valid(const ChkptTableDescriptor& descriptor) {
          descriptor.reserved == 0 && descriptor.record_size <= kChkptDataMax;
 }
 
-bool same(const ChkptTableDescriptor& a, const ChkptTableDescriptor& b) {
-  return a.key_kind == b.key_kind && a.versioned == b.versioned && a.record_size == b.record_size &&
-         a.persistent == b.persistent && a.reserved == b.reserved;
-}
-
 bool takes_key(const ChkptTable* table, const void* key, std::size_t size) {
   if (key == nullptr || size == 0 || size > kChkptKeyMax) return false;
   return table->descriptor.key_kind == 0 || table->records.empty() ||
@@ -195,21 +195,11 @@ chkpt::StoredTable* find_stored(Store* store, std::uint32_t table_id) {
   return nullptr;
 }
 
-// Runs `write` in a transaction.
-template <typename Write>
-Status transact(chkpt::Database* database, Write write) {
-  Status status = database->begin();
-  if (status == kStatusOk) status = write();
-  if (status == kStatusOk) status = database->commit();
-  if (status != kStatusOk) database->roll_back();
-  return status;
-}
-
 // Sets the table's row and adds the records of the database.
 Status restore_table(Store* store, ChkptTable* table, bool* had_contents) {
   chkpt::StoredTable* const known = find_stored(store, table->table_id);
   chkpt::StoredTable stored = known != nullptr ? *known : chkpt::StoredTable{};
-  if (known == nullptr || !same(known->descriptor, table->descriptor)) {
+  if (known == nullptr || known->descriptor != table->descriptor) {
     stored.application = store->application;
     stored.table_id = table->table_id;
     stored.descriptor = table->descriptor;
