@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/core/base/clock.h"
@@ -29,16 +31,19 @@ void write_commit(const KvConfigCommit& from, CfgmgrCommit* to) {
   std::strftime(to->timestamp, sizeof to->timestamp, "%Y-%m-%dT%H:%M:%SZ", &utc);
 }
 
-// The ids from the one to the other, oldest first; empty when either is not there or they are reversed.
-std::vector<std::string> ids_between(const std::vector<KvConfigCommit>& newest_first, const char* first,
-                                     const char* last) {
-  const auto is = [](const char* id) { return [id](const KvConfigCommit& each) { return each.id == id; }; };
-  const auto newest = std::find_if(newest_first.begin(), newest_first.end(), is(last));
-  const auto oldest = std::find_if(newest, newest_first.end(), is(first));
-  std::vector<std::string> ids;
-  if (oldest == newest_first.end()) return ids;
-  for (auto commit = newest; commit != oldest + 1; ++commit) ids.insert(ids.begin(), commit->id);
-  return ids;
+std::string encoded_path(std::string_view item, std::string_view below) {
+  std::string path = "/cfg";
+  for (std::size_t start = 0; start <= item.size();) {
+    const std::size_t end = std::min(item.find('/', start), item.size());
+    path.append("/").append(kvtree_encode_text(item.substr(start, end - start)));
+    start = end + 1;
+  }
+  if (!below.empty()) path.append("/").append(below);
+  return path;
+}
+
+bool is_at_or_below(std::string_view path, std::string_view item) {
+  return path.starts_with(item) && (path.size() == item.size() || path[item.size()] == '/');
 }
 
 }  // namespace
@@ -76,22 +81,14 @@ Status cfgmgr_target_create(CfgmgrTarget** target, KvChangeSet** changes, const 
 }
 
 Status cfgmgr_target_load_changes(CfgmgrTarget* target, const char* first_commit, const char* last_commit,
-                                  std::uint32_t kind, std::uint32_t room) {
+                                  std::uint32_t kind, std::uint32_t /*room*/) {
   if (const Status status = fault_check("cfgmgr_target_load_changes")) return status;
   if (target == nullptr || first_commit == nullptr || last_commit == nullptr || kind != kCommitted)
     return kStatusInvalid;
-  std::vector<KvConfigCommit> history;
-  if (const Status status = kvtree_config_history(kMaxCommits, {}, &history)) return status;
-  const std::vector<std::string> ids = ids_between(history, first_commit, last_commit);
-  if (ids.empty()) return kStatusNoSuchRow;
-  std::vector<KvConfigCommitChange> all;
-  all.reserve(std::min<std::size_t>(room, kMaxConfigChanges));
-  for (const std::string& id : ids) {
-    std::vector<KvConfigCommitChange> changes;
-    if (const Status status = kvtree_config_changes(id, &changes)) return status;
-    std::move(changes.begin(), changes.end(), std::back_inserter(all));
-  }
-  std::move(all.begin(), all.end(), std::back_inserter(target->loaded.changes));
+  if (std::string_view(first_commit) != last_commit) return kStatusInvalid;
+  std::vector<KvConfigCommitChange> changes;
+  if (const Status status = kvtree_config_changes(first_commit, &changes)) return status;
+  std::ranges::move(changes, std::back_inserter(target->loaded.changes));
   return kStatusOk;
 }
 
@@ -106,4 +103,22 @@ Status cfgmgr_target_destroy(CfgmgrTarget* target) {
   const std::unique_ptr<CfgmgrTarget> owned(target);
   if (const Status status = fault_check("cfgmgr_target_destroy")) return status;
   return target == nullptr ? kStatusInvalid : kStatusOk;
+}
+
+Status kvtree_event_find(const KvChangeSet* changes, const char* item, const char* below,
+                         std::uint32_t* found, KvValue* value, std::uint32_t max_text, std::uint32_t flags) {
+  if (const Status status = fault_check("kvtree_event_find")) return status;
+  if (changes == nullptr || item == nullptr || below == nullptr || found == nullptr || value == nullptr)
+    return kStatusInvalid;
+  if (flags != 0) return kStatusInvalid;
+  const std::string path = encoded_path(item, below);
+  const auto change =
+      std::find_if(changes->changes.begin(), changes->changes.end(),
+                   [&](const KvConfigCommitChange& each) { return is_at_or_below(each.path, path); });
+  *found = change == changes->changes.end() ? 0 : 1;
+  *value = {};
+  if (*found == 0) return kStatusOk;
+  if (change->after) *value = *change->after;
+  if (value->text.size() > max_text) value->text.resize(max_text);
+  return kStatusOk;
 }
