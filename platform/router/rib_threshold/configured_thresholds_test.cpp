@@ -1,6 +1,5 @@
 // Thresholds that are configured, changed and removed, and the evaluation at the start.
 #include "platform/router/rib_threshold/test_support.h"
-#include "platform/store/tree/tuple.h"
 
 namespace rib_threshold {
 namespace {
@@ -24,7 +23,8 @@ class ConfiguredThresholds : public RibThresholdTest {
   }
   void SetPair(const std::string& path, std::int64_t maximum, std::int64_t mid) {
     KvValue value;
-    ASSERT_EQ(tuple_pack(&value, "%d%d", {maximum, mid}), kStatusOk);
+    value.type = KvValueType::kTuple;
+    value.tuple = {maximum, mid};
     ASSERT_EQ(kvtree_set(path, value), kStatusOk);
     Run();
   }

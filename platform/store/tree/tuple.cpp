@@ -25,16 +25,6 @@ bool has_32_bits(std::int64_t number) {
 
 }  // namespace
 
-Status tuple_pack(KvValue* value, const char* format, std::initializer_list<std::int64_t> numbers) {
-  if (const Status status = fault_check("tuple_pack")) return status;
-  if (value == nullptr || !names_numbers(format, numbers.size())) return kStatusInvalid;
-  if (!std::all_of(numbers.begin(), numbers.end(), has_32_bits)) return kStatusInvalid;
-  *value = {};
-  value->type = KvValueType::kTuple;
-  value->tuple = numbers;
-  return kStatusOk;
-}
-
 Status tuple_unpack(const KvValue* value, const char* format, std::initializer_list<std::uint32_t*> places) {
   if (const Status status = fault_check("tuple_unpack")) return status;
   if (value == nullptr || value->type != KvValueType::kTuple) return kStatusInvalid;

@@ -12,7 +12,6 @@
 #include "mpls/vpn/mib/src/provider/provider.h"
 #include "mpls/vpn/mib/src/provider/provider_test_support.h"
 #include "platform/core/parcel/parcel.h"
-#include "platform/store/tree/tuple.h"
 
 // Prints of handlers that miss an argument of the path, or whose text is null.
 inline auto MissingArgument(unsigned argument, const std::string& handler) {
@@ -62,7 +61,8 @@ class Configured : public Base {
   void SetWithoutValue(const std::string& path) { Set(path, {}); }
   void SetPair(const std::string& path, std::int64_t first, std::int64_t second) {
     KvValue value;
-    EXPECT_EQ(tuple_pack(&value, "%d%d", {first, second}), kStatusOk);
+    value.type = KvValueType::kTuple;
+    value.tuple = {first, second};
     Set(path, std::move(value));
   }
   template <typename Record>

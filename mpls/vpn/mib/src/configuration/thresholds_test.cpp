@@ -77,7 +77,8 @@ TEST_F(RouteThresholds, DeletionStoresNoThresholds) {
 
 TEST_F(RouteThresholds, SetOutweighsDeletionAndNeitherChangesNothing) {
   KvValue value;
-  ASSERT_EQ(tuple_pack(&value, "%d%d", {7, 5}), kStatusOk);
+  value.type = KvValueType::kTuple;
+  value.tuple = {7, 5};
   const Arguments block = FamilyArguments("red");
   const KvNotifyInfo both{"table-prefix-limit", kKvEventSet | kKvEventDeleted, &value};
   mpls_vpn_mib_thresh_notify(&both, block.Block());
@@ -109,7 +110,8 @@ TEST_F(RouteThresholds, FailedUnpackingStillStampsTheChange) {
 
 TEST_F(RouteThresholds, EachMissingArgumentIsReported) {
   KvValue value;
-  ASSERT_EQ(tuple_pack(&value, "%d%d", {7, 5}), kStatusOk);
+  value.type = KvValueType::kTuple;
+  value.tuple = {7, 5};
   const KvNotifyInfo set{"table-prefix-limit", kKvEventSet, &value};
   OnlyArea(ERR);
   mpls_vpn_mib_thresh_notify(&set, Arguments(0, 4).Number(1, 1).Number(2, 1).Block());
@@ -124,7 +126,8 @@ TEST_F(RouteThresholds, EachMissingArgumentIsReported) {
 TEST_F(RouteThresholds, AbsentKeyInThePathIsAMissingArgument) {
   OnlyArea(ERR);
   KvValue value;
-  ASSERT_EQ(tuple_pack(&value, "%d%d", {7, 5}), kStatusOk);
+  value.type = KvValueType::kTuple;
+  value.tuple = {7, 5};
   Set("/cfg/gl/vmap/vrf/red/ord_z/afi_safi/1/-/default/ord_e/rib/table-prefix-limit", value);
   EXPECT_THAT(Prints(), ElementsAre(MissingArgument(2, kHandler)));
 }
