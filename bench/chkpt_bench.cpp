@@ -7,23 +7,19 @@
 // selecting them with SQLite.
 //
 //   chkpt_bench [--brief]
-#include <sqlite3.h>
-
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bench/measure.h"
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/evm/test_run_directory.h"
+#include "platform/core/sqlite/sqlite.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr std::uint32_t kRecords = 10000;
 constexpr std::size_t kRecordSize = 8;
@@ -34,15 +30,6 @@ struct Data {
   std::uint32_t changed;
 };
 static_assert(sizeof(Data) == kRecordSize);
-
-double seconds_since(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
 
 void check(Status status, const char* what) {
   if (status != kStatusOk) throw std::runtime_error(std::string(what) + ": " + err_text(status));
@@ -126,29 +113,27 @@ class BareSqlite {
         " INSERT INTO record SELECT i, 1, x'00000000', x'0000000000000000' FROM n");
     prepare();
   }
-  ~BareSqlite() { close(); }
-  BareSqlite(const BareSqlite&) = delete;
-  BareSqlite& operator=(const BareSqlite&) = delete;
 
   void begin() { step(begin_); }
   void save(std::uint32_t vrf, std::uint32_t now) {
-    const Data data{vrf, now};
-    sqlite3_bind_int64(update_, 1, vrf + 1);
-    sqlite3_bind_blob(update_, 2, &data, sizeof data, nullptr);
+    const std::uint32_t data[] = {vrf, now};
+    update_.bind(1, vrf + 1);
+    update_.bind_octets(2, std::string_view(reinterpret_cast<const char*>(data), sizeof data));
     step(update_);
   }
   void commit() { step(commit_); }
 
   double start_up() {
-    close();
+    for (sqlite::Statement* each : {&begin_, &commit_, &update_}) *each = {};
+    connection_.reset();
     const auto start = Clock::now();
     open();
-    sqlite3_stmt* select = statement("SELECT object_id, table_row, key, data FROM record ORDER BY object_id");
+    sqlite::Statement select(connection_.get(),
+                             "SELECT object_id, table_row, key, data FROM record ORDER BY object_id");
     std::uint32_t records = 0;
-    while (sqlite3_step(select) == SQLITE_ROW) {
-      if (sqlite3_column_bytes(select, 3) == static_cast<int>(kRecordSize)) ++records;
+    while (select.step() == SQLITE_ROW) {
+      if (select.blob(3).size() == kRecordSize) ++records;
     }
-    sqlite3_finalize(select);
     const double seconds = seconds_since(start);
     if (records != kRecords) throw std::runtime_error("rows are missing");
     prepare();
@@ -157,36 +142,26 @@ class BareSqlite {
 
  private:
   void open() {
-    if (sqlite3_open(path_.c_str(), &connection_) != SQLITE_OK) throw std::runtime_error("sqlite3_open");
+    if (sqlite::open(path_, &connection_) != SQLITE_OK) throw std::runtime_error("open");
     run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL");
   }
   void prepare() {
-    begin_ = statement("BEGIN IMMEDIATE");
-    commit_ = statement("COMMIT");
-    update_ = statement("UPDATE record SET data = ?2 WHERE object_id = ?1");
-  }
-  void close() {
-    for (sqlite3_stmt* each : {begin_, commit_, update_}) sqlite3_finalize(each);
-    sqlite3_close(connection_);
-  }
-  sqlite3_stmt* statement(const char* sql) {
-    sqlite3_stmt* made = nullptr;
-    if (sqlite3_prepare_v2(connection_, sql, -1, &made, nullptr) != SQLITE_OK) throw std::runtime_error(sql);
-    return made;
+    begin_ = sqlite::Statement(connection_.get(), "BEGIN IMMEDIATE");
+    commit_ = sqlite::Statement(connection_.get(), "COMMIT");
+    update_ = sqlite::Statement(connection_.get(), "UPDATE record SET data = ?2 WHERE object_id = ?1");
   }
   void run(const char* sql) {
-    if (sqlite3_exec(connection_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) throw std::runtime_error(sql);
+    if (sqlite::run(connection_.get(), sql) != SQLITE_OK) throw std::runtime_error(sql);
   }
-  static void step(sqlite3_stmt* each) {
-    if (sqlite3_step(each) != SQLITE_DONE) throw std::runtime_error(sqlite3_sql(each));
-    sqlite3_reset(each);
+  void step(sqlite::Statement& each) {
+    if (each.finish() != SQLITE_OK) throw std::runtime_error(sqlite3_errmsg(connection_.get()));
   }
 
   std::string path_;
-  sqlite3* connection_ = nullptr;
-  sqlite3_stmt* begin_ = nullptr;
-  sqlite3_stmt* commit_ = nullptr;
-  sqlite3_stmt* update_ = nullptr;
+  sqlite::Connection connection_;
+  sqlite::Statement begin_;
+  sqlite::Statement commit_;
+  sqlite::Statement update_;
 };
 
 // --- Measuring
@@ -226,7 +201,7 @@ void compare(StoreUnderTest* store, BareSqlite* bare, std::uint32_t batch, int t
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool brief = argc > 1 && std::strcmp(argv[1], "--brief") == 0;
+  const bool brief = is_brief(argc, argv);
   const int turns = brief ? 1 : 15;
   const TestRunDirectory directory;
   StoreUnderTest store;

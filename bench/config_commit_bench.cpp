@@ -12,7 +12,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <functional>
 #include <string>
@@ -21,6 +20,7 @@
 
 #include "bench/daemon_in_process.h"
 #include "bench/in_child.h"
+#include "bench/measure.h"
 #include "platform/config/vrf_config.h"
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/wire/wire.h"
@@ -29,13 +29,7 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr double kWaitBound = 0.050;  // seconds
-
-double seconds_since(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 // Of this thread: the duration of an iteration without other processes.
 double cpu_seconds() {
@@ -211,7 +205,7 @@ Result median_of(unsigned repetitions, unsigned vrfs, void (Bench::*make)()) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool brief = argc > 1 && std::strcmp(argv[1], "--brief") == 0;
+  const bool brief = is_brief(argc, argv);
   const unsigned vrfs = brief ? 500 : 10000;
   const unsigned repetitions = brief ? 1 : 3;
   const Result bare = median_of(repetitions, vrfs, &Bench::bare);

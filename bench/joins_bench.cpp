@@ -6,10 +6,8 @@
 // interface added to the router and delivered to the daemon through the membership service and the event loop
 // (live), or all at once at registration (start-up). The floor is a std::map with the same keys (VRF name,
 // index) and a name as value.
-#include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <string>
 #include <utility>
@@ -17,10 +15,9 @@
 
 #include "bench/daemon_in_process.h"
 #include "bench/in_child.h"
+#include "bench/measure.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 struct Result {
   unsigned interfaces;
@@ -29,10 +26,6 @@ struct Result {
   double floor_seconds;
   double octets_per_interface;
 };
-
-double seconds_since(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 double measure_floor(unsigned interfaces) {
   std::map<std::pair<std::string, unsigned>, std::string> floor;
@@ -93,7 +86,7 @@ double growth(double seconds, unsigned interfaces, double first_seconds, unsigne
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool brief = argc > 1 && std::strcmp(argv[1], "--brief") == 0;
+  const bool brief = is_brief(argc, argv);
   const std::vector<unsigned> sizes =
       brief ? std::vector<unsigned>{100, 1000} : std::vector<unsigned>{1000, 10000, 100000};
   std::printf("%10s %12s %12s %14s %14s %14s %12s\n", "interfaces", "joins/s", "at start/s", "std::map/join",

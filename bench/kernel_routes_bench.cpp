@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/measure.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
@@ -30,8 +30,6 @@
 #include "sources/kernel/netlink/socket.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr router::RouteTableId kTable{router::Family::kIpv4, 10};
 constexpr std::uint32_t kRoutesPerSend = 500;
@@ -41,10 +39,6 @@ struct Figures {
   double seconds = 0;
   double longest_iteration_ms = 0;
 };
-
-double seconds_since(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 void run(const std::string& command) {
   if (std::system(command.c_str()) != 0) throw std::runtime_error(command);
@@ -160,7 +154,7 @@ void measure(std::uint32_t count, EventManager* manager) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool brief = argc > 1 && std::string(argv[1]) == "--brief";
+  const bool brief = is_brief(argc, argv);
   try {
     const TestRunDirectory directory;
     if (enter_namespace()) {

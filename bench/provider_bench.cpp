@@ -9,30 +9,23 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "bench/daemon_in_process.h"
+#include "bench/measure.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/files/directories.h"
 #include "platform/store/client/client.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr unsigned kVrfs = 1000;
 constexpr unsigned kInterfaces = 10000;
 constexpr char kPath[] = "/oper/mpls_vpn/gl/interface-next/vrf00500/5001";
-
-double seconds_since(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 void pin_to_one_cpu() {
   cpu_set_t allowed;
@@ -45,11 +38,6 @@ void pin_to_one_cpu() {
   CPU_ZERO(&allowed);
   CPU_SET(static_cast<std::size_t>(last), &allowed);
   sched_setaffinity(0, sizeof allowed, &allowed);
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 double in_process_rate(unsigned rounds, std::size_t* answer_size) {
@@ -149,7 +137,7 @@ struct Shared {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool brief = argc > 1 && std::strcmp(argv[1], "--brief") == 0;
+  const bool brief = is_brief(argc, argv);
   const unsigned rounds = brief ? 500 : 20000;
   const int turns = brief ? 1 : 9;
   pin_to_one_cpu();

@@ -8,22 +8,20 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <random>
 #include <stdexcept>
 #include <vector>
 
 #include "bench/in_child.h"
+#include "bench/measure.h"
 #include "platform/router/model/route_store.h"
 #include "platform/router/model/router.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using router::Family;
 using router::Route;
 using router::RouteKey;
@@ -35,10 +33,6 @@ struct Figures {
   double release_ms = 0;  // the longest step of giving its memory back
   std::size_t rows = 0;
 };
-
-double seconds_since(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 // Memory that is freed but not returned to the system is not counted.
 double trimmed_octets() {
@@ -183,7 +177,7 @@ void report(Family family, std::uint32_t large) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool brief = argc > 1 && std::strcmp(argv[1], "--brief") == 0;
+  const bool brief = is_brief(argc, argv);
   const std::uint32_t large = brief ? 20'000 : 1'000'000;
   report(Family::kIpv4, large);
   report(Family::kIpv6, large);
