@@ -42,11 +42,11 @@ void fold_later(EventManager* manager) {
 
 void fold() {
   if (!store().node_store->has_unfolded()) return;
-  if (servers().empty()) {
+  if (the_server() == nullptr) {
     while (store().node_store->fold_some(kRowsPerFold)) {
     }
   } else if (!std::exchange(store().folding, true)) {
-    fold_later(servers().begin()->first);
+    fold_later(the_server()->manager);
   }
 }
 

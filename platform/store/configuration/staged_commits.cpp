@@ -28,21 +28,18 @@ bool read_changes(Reader* request, std::vector<KvConfigChange>* changes) {
   return request->finished();
 }
 
-// The server of a peer who may change the configuration.
-Status check_peer(wire::Connection* from, StoreServer** server) {
-  if (from == nullptr || !from->may_change()) return kStatusAccess;
-  *server = server_of(from);
-  return *server == nullptr ? kStatusNotConnected : kStatusOk;
+bool may_change(const wire::Connection* from) {
+  return from != nullptr && from->may_change();
 }
 
 Status stage(wire::Connection* from, bool first, std::size_t octets, std::vector<KvConfigChange> changes) {
-  StoreServer* server = nullptr;
-  if (const Status status = check_peer(from, &server)) return status;
-  StagedCommit& staged = server->staged[from->id()];
+  if (!may_change(from)) return kStatusAccess;
+  auto& all = the_server()->staged;
+  StagedCommit& staged = all[from->id()];
   if (first) staged = {};
   staged.octets += octets;
   if (staged.changes.size() + changes.size() > kMaxStagedChanges || staged.octets > kMaxStagedOctets) {
-    server->staged.erase(from->id());
+    all.erase(from->id());
     return kStatusMessageTooLarge;
   }
   staged.changes.insert(staged.changes.end(), std::make_move_iterator(changes.begin()),
@@ -66,11 +63,11 @@ bool answer_commit(wire::Connection* from, Reader* request, wire::Octets* answer
   if (!request->finished()) return false;
   std::string id;
   std::string error;
-  StoreServer* server = nullptr;
-  Status status = check_peer(from, &server);
-  if (status == kStatusOk) {
-    const StagedCommit staged = std::exchange(server->staged[from->id()], {});
-    server->staged.erase(from->id());
+  Status status = kStatusAccess;
+  if (may_change(from)) {
+    auto& all = the_server()->staged;
+    const StagedCommit staged = std::exchange(all[from->id()], {});
+    all.erase(from->id());
     status = kvtree_config_commit(client_owner(), staged.changes, comment, &id, &error);
   }
   Writer writer(answer);

@@ -204,17 +204,10 @@ constexpr MessageHandler kHandlers[] = {
 
 // --- Serving
 
-// Never destroyed: the managers may be destroyed earlier at the end of the process.
-std::map<EventManager*, std::unique_ptr<StoreServer>>& servers() {
-  static auto* all = new std::map<EventManager*, std::unique_ptr<StoreServer>>;
-  return *all;
-}
-
-StoreServer* server_of(const wire::Connection* connection) {
-  for (const auto& [manager, each] : servers()) {
-    if (each->server.find(connection->id()) == connection) return each.get();
-  }
-  return nullptr;
+// Never destroyed: the manager may be destroyed earlier at the end of the process.
+std::unique_ptr<StoreServer>& the_server() {
+  static auto* server = new std::unique_ptr<StoreServer>;
+  return *server;
 }
 
 StoreServer::StoreServer(EventManager* on)
@@ -272,14 +265,14 @@ bool answer_message(wire::Connection* from, const wire::Message& message, wire::
 Status kvtree_serve(EventManager* manager) {
   if (const Status status = fault_check("kvtree_serve")) return status;
   if (manager == nullptr) return kStatusInvalid;
-  auto& all = kvtree::servers();
-  if (all.contains(manager)) return kStatusExists;
-  auto made = std::make_unique<kvtree::StoreServer>(manager);
-  made->server.start();
-  all.emplace(manager, std::move(made));
+  auto& server = kvtree::the_server();
+  if (server != nullptr) return kStatusExists;
+  server = std::make_unique<kvtree::StoreServer>(manager);
+  server->server.start();
   return kStatusOk;
 }
 
 void kvtree_stop_serving(EventManager* manager) {
-  kvtree::servers().erase(manager);
+  auto& server = kvtree::the_server();
+  if (server != nullptr && server->manager == manager) server.reset();
 }

@@ -1,7 +1,6 @@
 // The data store's server with its clients' subscriptions. Only for this folder.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -39,9 +38,8 @@ struct StoreServer {
   wire::Server server;
 };
 
-std::map<EventManager*, std::unique_ptr<StoreServer>>& servers();
-// The server of this client's connection, or null.
-StoreServer* server_of(const wire::Connection* connection);
+// Null while the store is not served.
+std::unique_ptr<StoreServer>& the_server();
 
 // Requests of subscribers (subscriptions.cpp).
 bool answer_subscribe(wire::Connection* from, wire::Reader* request, wire::Octets* answer);

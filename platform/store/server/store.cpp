@@ -19,13 +19,6 @@ namespace kvtree {
 
 namespace {
 
-// A change and the subscribers of one manager that have it in their queues.
-struct Delivery {
-  std::uint64_t number;
-  EventManager* manager;
-  std::vector<std::weak_ptr<KvRegistration>> to;
-};
-
 std::string with_slash(std::string_view path) {
   std::string text(path);
   if (!text.ends_with('/')) text.push_back('/');
@@ -56,10 +49,6 @@ void deliver_up_to(std::uint64_t number, const std::weak_ptr<KvRegistration>& to
   }
 }
 
-void run_delivery(const Delivery& delivery) {
-  for (const auto& subscriber : delivery.to) deliver_up_to(delivery.number, subscriber);
-}
-
 void replay(const KvRegistration& registration) {
   const std::uint32_t events = (kKvEventCreated | kKvEventSet) & registration.events;
   if (events == 0) return;
@@ -83,22 +72,12 @@ Status check_node_path(std::string_view path) {
 void notify_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
                         std::uint32_t events) {
   const std::uint64_t number = ++store().changes;
-  std::vector<std::shared_ptr<Delivery>> deliveries;  // one per manager, of which there are one or two
   for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
     const std::uint32_t wanted = events & registration->events;
     if (wanted == 0 || !path.starts_with(registration->prefix)) continue;
-    const auto same_manager = [&](const auto& each) { return each->manager == registration->manager; };
-    auto delivery = std::find_if(deliveries.begin(), deliveries.end(), same_manager);
-    if (delivery == deliveries.end()) {
-      deliveries.push_back(std::make_shared<Delivery>(Delivery{number, registration->manager, {}}));
-      delivery = std::prev(deliveries.end());
-    }
     registration->pending.push_back({number, path, value, wanted});
-    (*delivery)->to.emplace_back(registration);
-  }
-  for (std::shared_ptr<Delivery>& delivery : deliveries) {
-    EventManager* manager = delivery->manager;
-    event_post(manager, [delivery = std::move(delivery)] { run_delivery(*delivery); });
+    event_post(registration->manager,
+               [number, to = std::weak_ptr(registration)] { deliver_up_to(number, to); });
   }
 }
 

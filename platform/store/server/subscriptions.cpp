@@ -20,23 +20,13 @@ namespace {
 using wire::Reader;
 using wire::Writer;
 
-struct Place {
-  StoreServer* server;
-  std::uint64_t client;
-};
-
-// The client that is subscribed to this queue, or null.
-const Place* find_subscriber(const NotificationQueue* queue, Place* place) {
-  for (const auto& [manager, each] : servers()) {
-    for (const auto& [client, subscriptions] : each->subscriptions) {
-      for (const Subscription& subscription : subscriptions) {
-        if (subscription.queue.get() != queue) continue;
-        *place = {each.get(), client};
-        return place;
-      }
-    }
+// The client that is subscribed to this queue, or 0.
+std::uint64_t find_subscriber(const NotificationQueue* queue) {
+  for (const auto& [client, subscriptions] : the_server()->subscriptions) {
+    if (std::ranges::any_of(subscriptions, [queue](const auto& each) { return each.queue.get() == queue; }))
+      return client;
   }
-  return nullptr;
+  return 0;
 }
 
 // The queue for a new subscription; a former subscriber of the same name is closed.
@@ -52,9 +42,7 @@ Status find_queue(const wire::Connection& from, std::string_view path, std::stri
     if (retained.path == path && retained.name == name) *queue = retained.queue;
   }
   if (*queue == nullptr) return kStatusNoSuchRow;
-  Place former{};
-  if (find_subscriber(queue->get(), &former) == nullptr) return kStatusOk;
-  wire::Connection* connection = former.server->server.find(former.client);
+  wire::Connection* connection = the_server()->server.find(find_subscriber(queue->get()));
   if (connection == &from) return kStatusExists;
   if (connection != nullptr) connection->close("another client subscribed by the same name");
   return kStatusOk;
@@ -62,13 +50,12 @@ Status find_queue(const wire::Connection& from, std::string_view path, std::stri
 
 Status subscribe(wire::Connection* from, std::string_view path, std::string_view name,
                  const Subscription** subscription) {
-  StoreServer* server = from == nullptr ? nullptr : server_of(from);
-  if (server == nullptr) return kStatusNotConnected;
+  if (from == nullptr) return kStatusNotConnected;
   if (const Status status = check_path(path)) return status;
-  if (server->subscriptions[from->id()].size() >= kMaxSubscriptions) return kStatusTooManyRequests;
+  std::vector<Subscription>& all = the_server()->subscriptions[from->id()];
+  if (all.size() >= kMaxSubscriptions) return kStatusTooManyRequests;
   std::shared_ptr<NotificationQueue> queue;
   if (const Status status = find_queue(*from, path, name, &queue)) return status;
-  std::vector<Subscription>& all = server->subscriptions[from->id()];
   all.push_back({static_cast<std::uint32_t>(all.size() + 1), std::string(path), std::move(queue)});
   *subscription = &all.back();
   return kStatusOk;
@@ -111,28 +98,28 @@ std::shared_ptr<const wire::Octets> make_content(const KvConnection& provider,
   return content;
 }
 
+bool is_retained(const std::shared_ptr<NotificationQueue>& queue) {
+  return std::ranges::find(store().retained, queue, &RetainedQueue::queue) != store().retained.end();
+}
+
 void push_to_queues(const std::string& provider, const std::shared_ptr<const wire::Octets>& content) {
   for (const RetainedQueue& retained : store().retained) {
     if (provider.starts_with(retained.path)) retained.queue->push(content);
   }
-  for (const auto& [manager, each] : servers()) {
-    for (const auto& [client, subscriptions] : each->subscriptions) {
-      for (const Subscription& subscription : subscriptions) {
-        const bool plain =
-            std::none_of(store().retained.begin(), store().retained.end(),
-                         [&](const auto& retained) { return retained.queue == subscription.queue; });
-        if (plain && provider.starts_with(subscription.path)) subscription.queue->push(content);
-      }
+  if (the_server() == nullptr) return;
+  for (const auto& [client, subscriptions] : the_server()->subscriptions) {
+    for (const Subscription& subscription : subscriptions) {
+      if (provider.starts_with(subscription.path) && !is_retained(subscription.queue))
+        subscription.queue->push(content);
     }
   }
 }
 
 void send_to_all() {
-  for (const auto& [manager, each] : servers()) {
-    std::vector<std::uint64_t> clients;
-    for (const auto& [client, subscriptions] : each->subscriptions) clients.push_back(client);
-    for (const std::uint64_t client : clients) send_notifications(each.get(), client);
-  }
+  if (the_server() == nullptr) return;
+  std::vector<std::uint64_t> clients;
+  for (const auto& [client, subscriptions] : the_server()->subscriptions) clients.push_back(client);
+  for (const std::uint64_t client : clients) send_notifications(the_server().get(), client);
 }
 
 }  // namespace

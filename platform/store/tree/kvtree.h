@@ -296,7 +296,7 @@ void kvtree_unregister_action(const char* name);
 // Serves clients on the manager's named socket. Limits: 64 clients, 64 KiB per request, 4 MiB per answer. The
 // server stops reading a client with 256 answers or 1 MiB of answers unread until it takes them, and closes
 // one with 16 MiB unread (answers and notifications). Answers are sent in the order of the requests.
-// kStatusExists if the manager is served already. Stop before the manager is destroyed.
+// kStatusExists if the store is served already. Stop before the manager is destroyed.
 [[nodiscard]] Status kvtree_serve(EventManager* manager);
 void kvtree_stop_serving(EventManager* manager);
 // Removes connections, registrations, providers, nodes, actions and compiled tables; serving continues. For
