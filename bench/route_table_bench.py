@@ -15,7 +15,6 @@ import ipaddress
 import json
 import os
 import pathlib
-import socket
 import statistics
 import subprocess
 import sys
@@ -24,6 +23,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests/e2e"))
 os.environ["MPLS_TEST_BIN"] = str(pathlib.Path(sys.argv[1]).resolve())
+from snmp_client import GET_NEXT, SnmpClient  # noqa: E402
 from system import L3VPN, System, name_index, wait_until  # noqa: E402
 
 BENCH = pathlib.Path(sys.argv[2]).resolve()
@@ -36,35 +36,16 @@ UP_TIME = "1.3.6.1.2.1.1.3"
 FIRST, GATEWAY = "20.0.0.0/24", "192.0.2.1"
 
 
-def tlv(tag, content):
-    length = len(content)
-    size = bytes([length]) if length < 128 else bytes([0x82, length >> 8, length & 255])
-    return bytes([tag]) + size + content
-
-
-def encode_oid(text):
-    numbers = [int(part) for part in text.split(".")]
-    octets = bytes([40 * numbers[0] + numbers[1]])
-    for number in numbers[2:]:
-        groups = [number & 127]
-        while number > 127:
-            number >>= 7
-            groups.insert(0, 128 | (number & 127))
-        octets += bytes(groups)
-    return tlv(6, octets)
-
-
 def getnext(port, oid, timeout):
-    """Seconds until a GETNEXT, sent once, is answered. The answer's octets with it."""
-    bind = tlv(0x30, tlv(0x30, encode_oid(oid) + tlv(5, b"")))
-    pdu = tlv(0xA1, tlv(2, b"\x01") + tlv(2, b"\x00") + tlv(2, b"\x00") + bind)
-    message = tlv(0x30, tlv(2, b"\x01") + tlv(4, b"public") + pdu)
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as client:
-        client.settimeout(timeout)
-        start = time.monotonic()
-        client.sendto(message, ("127.0.0.1", port))
-        answer = client.recv(65536)
-        return time.monotonic() - start, answer
+    """Seconds until a GETNEXT, sent once, is answered, and the name in the answer."""
+    client = SnmpClient(port, timeout)
+    (name, _, _), = client.request(GET_NEXT, numbers(oid))
+    client.close()
+    return client.seconds, name
+
+
+def numbers(oid):
+    return tuple(int(part) for part in oid.split("."))
 
 
 class Prober(threading.Thread):
@@ -114,8 +95,8 @@ def first_and_silence(system, oid, count):
     prober = Prober(system.port)
     prober.start()
     time.sleep(0.2)
-    first, answer = getnext(system.port, oid, 300)
-    if encode_oid(oid)[2:] not in answer:
+    first, name = getnext(system.port, oid, 300)
+    if name[:len(numbers(oid))] != numbers(oid):
         raise SystemExit(f"{oid}: no first row")
     walk(system, oid, count)
     prober.stop.set()

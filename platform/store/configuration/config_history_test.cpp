@@ -1,6 +1,7 @@
 // Tests of stored commits: the database, its folding, the history, power cuts, former versions.
 #include <algorithm>
 
+#include "platform/core/sqlite/database_file.h"
 #include "platform/store/configuration/test_configuration.h"
 #include "platform/store/server/store.h"
 
@@ -323,16 +324,12 @@ class ConfigFolding : public ConfigHistory {
   }
   ~ConfigFolding() override { kvtree_stop_serving(manager); }
   static bool Unfolded() { return kvtree::store().node_store->has_unfolded(); }
-  std::int64_t Rows(const char* table) const {
-    sqlite3* database = nullptr;
-    EXPECT_EQ(sqlite3_open(File().c_str(), &database), SQLITE_OK);
-    sqlite3_stmt* statement = nullptr;
-    const std::string sql = std::string("SELECT count(*) FROM ") + table;
-    EXPECT_EQ(sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr), SQLITE_OK);
-    EXPECT_EQ(sqlite3_step(statement), SQLITE_ROW);
-    const std::int64_t rows = sqlite3_column_int64(statement, 0);
-    sqlite3_finalize(statement);
-    sqlite3_close(database);
+  std::int64_t Rows(const std::string& table) const {
+    sqlite::Connection database;
+    EXPECT_EQ(sqlite::open(File(), &database), SQLITE_OK);
+    std::int64_t rows = 0;
+    EXPECT_EQ(sqlite::read_integer(database.get(), ("SELECT count(*) FROM " + table).c_str(), &rows),
+              SQLITE_OK);
     return rows;
   }
   void RunAll() const {

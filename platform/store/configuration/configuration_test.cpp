@@ -1,5 +1,4 @@
 // Tests of the configuration: changes by clients, the database, what a new process finds.
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -46,12 +45,6 @@ class Configuration : public ServedStore {
   std::string Read(const std::string& file) const {
     std::ifstream in(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
-  }
-  void Execute(const char* sql) const {
-    sqlite3* database = nullptr;
-    ASSERT_EQ(sqlite3_open(File().c_str(), &database), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(database);
   }
   // A file with these contents is left unchanged next to a new one that works.
   void ExpectSetAside() {
@@ -150,7 +143,7 @@ TEST_F(Configuration, ChangeThatCannotBeStoredIsNotMade) {
 
 TEST_F(Configuration, WriteThatTheDatabaseRefusesIsAnswered) {
   ASSERT_EQ(Keep(), kStatusOk);
-  Execute("DROP TABLE node");
+  ExecuteOn(File(), "DROP TABLE node");
   StartAndConnect();
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(Commit({"/cfg/a", NumberValue(2)}), kStatusIo);
@@ -159,38 +152,40 @@ TEST_F(Configuration, WriteThatTheDatabaseRefusesIsAnswered) {
   EXPECT_THAT(Nodes(), IsEmpty());
 }
 
-TEST_F(Configuration, FileThatIsNotADatabaseIsSetAside) {
-  Write("this is not a database, but it may be the only copy of something");
-  ExpectSetAside();
-}
+struct Unusable {
+  const char* name;
+  void (*make)(const std::string& file);  // of the file of a complete database
+};
 
-TEST_F(Configuration, TruncatedDatabaseIsSetAside) {
+class UnusableDatabase : public Configuration, public ::testing::WithParamInterface<Unusable> {};
+
+TEST_P(UnusableDatabase, IsSetAside) {
   ASSERT_EQ(Keep(), kStatusOk);
   kvtree::store().node_store.reset();
-  std::filesystem::resize_file(File(), std::filesystem::file_size(File()) / 2);
+  GetParam().make(File());
   ExpectSetAside();
 }
 
-TEST_F(Configuration, DamagedDatabaseIsSetAside) {
-  ASSERT_EQ(Keep(), kStatusOk);
-  kvtree::store().node_store.reset();
-  std::string octets = Read(File());
-  octets.replace(4096, 200, 200, '\x55');
-  Write(octets);
-  ExpectSetAside();
-}
-
-TEST_F(Configuration, DatabaseOfANewerVersionIsSetAside) {
-  ASSERT_EQ(Keep(), kStatusOk);
-  kvtree::store().node_store.reset();
-  Execute("PRAGMA user_version = 4");
-  ExpectSetAside();
-}
-
-TEST_F(Configuration, ForeignDatabaseIsSetAside) {
-  Execute("CREATE TABLE other(x)");
-  ExpectSetAside();
-}
+INSTANTIATE_TEST_SUITE_P(
+    Files, UnusableDatabase,
+    ::testing::Values(
+        Unusable{"NotADatabase", [](const std::string& file) { std::ofstream(file) << "the only copy"; }},
+        Unusable{"Truncated",
+                 [](const std::string& file) {
+                   std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+                 }},
+        Unusable{"Damaged",
+                 [](const std::string& file) {
+                   std::fstream octets(file, std::ios::in | std::ios::out | std::ios::binary);
+                   octets.seekp(4096) << std::string(200, '\x55');
+                 }},
+        Unusable{"NewerVersion", [](const std::string& file) { ExecuteOn(file, "PRAGMA user_version = 4"); }},
+        Unusable{"Foreign",
+                 [](const std::string& file) {
+                   std::filesystem::remove(file);
+                   ExecuteOn(file, "CREATE TABLE other(x)");
+                 }}),
+    [](const auto& each) { return each.param.name; });
 
 TEST_F(Configuration, SetAsideFilesAreNeverOverwritten) {
   Write("first");

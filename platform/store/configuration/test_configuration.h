@@ -2,12 +2,11 @@
 // outlives the process.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <string>
 #include <vector>
 
 #include "platform/core/base/clock.h"
+#include "platform/core/sqlite/sqlite.h"
 #include "platform/store/configuration/config.h"
 #include "platform/store/server/test_store.h"
 
@@ -56,6 +55,12 @@ inline std::string Describe(const std::optional<KvValue>& value) {
     default:
       return ".";
   }
+}
+
+inline void ExecuteOn(const std::string& file, const std::string& sql) {
+  sqlite::Connection database;
+  ASSERT_EQ(sqlite::open(file, &database), SQLITE_OK);
+  EXPECT_EQ(sqlite::run(database.get(), sql.c_str()), SQLITE_OK) << sqlite3_errmsg(database.get());
 }
 
 class ConfigTest : public StoreTest {
@@ -116,13 +121,7 @@ class ConfigTest : public StoreTest {
     }
     return all;
   }
-  void Execute(const std::string& sql) const {
-    sqlite3* database = nullptr;
-    ASSERT_EQ(sqlite3_open(File().c_str(), &database), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
-        << sqlite3_errmsg(database);
-    sqlite3_close(database);
-  }
+  void Execute(const std::string& sql) const { ExecuteOn(File(), sql); }
   // Changes of so many nodes, "/cfg/many/000000" on.
   static std::vector<KvConfigChange> Many(std::size_t count, const std::string& text) {
     std::vector<KvConfigChange> changes;
