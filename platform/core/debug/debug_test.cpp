@@ -84,9 +84,27 @@ class DebugTest : public testing::Test {
   void Connect(DebugClient* client) {
     Serve([&] { ASSERT_EQ(client->connect(), kStatusOk); });
   }
+  void RegisterAndConnect() {
+    Register();
+    Connect(&client_);
+  }
   void Watch(DebugClient* client) {
     Connect(client);
     Serve([&] { ASSERT_EQ(client->watch(), kStatusOk); });
+  }
+  void RegisterAndWatch() {
+    Register();
+    Watch(&client_);
+  }
+  // "flag: text" of the client's next print, or the error's text.
+  std::string Next(std::chrono::milliseconds timeout = 1s) {
+    DebugLine line;
+    const Status status = client_.next_line(timeout, &line);
+    return status == kStatusOk ? line.flag + ": " + line.text : err_text(status);
+  }
+  void Print(const DebugFlag& flag, const std::string& text) {
+    debug_printf(flag, "%s", text.c_str());
+    event_run_pending(manager_);
   }
 
   std::vector<std::string> On() {
@@ -100,6 +118,7 @@ class DebugTest : public testing::Test {
   TestRunDirectory directory_;
   EventManager* manager_ = nullptr;
   DebugFlag flags_[3] = {};
+  DebugClient client_{DebugClient::default_socket()};
   std::string prints_;
 };
 
@@ -147,11 +166,9 @@ TEST_F(DebugTest, FaultPointsFailInitialisationAndRegistration) {
 }
 
 TEST_F(DebugTest, ListShowsEveryFlagInOrder) {
-  Register();
-  DebugClient client(DebugClient::default_socket());
-  Connect(&client);
+  RegisterAndConnect();
   std::vector<DebugFlagState> flags;
-  Serve([&] { ASSERT_EQ(client.list(&flags), kStatusOk); });
+  Serve([&] { ASSERT_EQ(client_.list(&flags), kStatusOk); });
   ASSERT_EQ(flags.size(), 3U);
   EXPECT_EQ(flags[0].name_space, kNameSpace);
   EXPECT_EQ(flags[0].name, "start");
@@ -160,33 +177,21 @@ TEST_F(DebugTest, ListShowsEveryFlagInOrder) {
 }
 
 TEST_F(DebugTest, SwitchingOneFlagLeavesTheOthers) {
-  Register();
-  DebugClient client(DebugClient::default_socket());
-  Connect(&client);
-  Serve([&] { EXPECT_EQ(client.set("prov", true), kStatusOk); });
-  EXPECT_TRUE(debug_enabled(flags_[1]));
-  EXPECT_FALSE(debug_enabled(flags_[0]));
+  RegisterAndConnect();
+  Serve([&] { EXPECT_EQ(client_.set("prov", true), kStatusOk); });
   EXPECT_THAT(On(), ElementsAre("prov"));
-  Serve([&] { EXPECT_EQ(client.set("prov", false), kStatusOk); });
-  EXPECT_FALSE(debug_enabled(flags_[1]));
+  Serve([&] { EXPECT_EQ(client_.set("prov", false), kStatusOk); });
+  EXPECT_TRUE(On().empty());
+  Serve([&] { EXPECT_EQ(client_.set("nonsense", true), kStatusNoSuchRow); });
+  EXPECT_TRUE(client_.connected());
 }
 
 TEST_F(DebugTest, AllSwitchesEveryFlag) {
-  Register();
-  DebugClient client(DebugClient::default_socket());
-  Connect(&client);
-  Serve([&] { EXPECT_EQ(client.set("all", true), kStatusOk); });
+  RegisterAndConnect();
+  Serve([&] { EXPECT_EQ(client_.set("all", true), kStatusOk); });
   EXPECT_THAT(On(), ElementsAre("start", "prov", "errors"));
-  Serve([&] { EXPECT_EQ(client.set("all", false), kStatusOk); });
+  Serve([&] { EXPECT_EQ(client_.set("all", false), kStatusOk); });
   EXPECT_TRUE(On().empty());
-}
-
-TEST_F(DebugTest, UnknownFlagHasNoSuchRow) {
-  Register();
-  DebugClient client(DebugClient::default_socket());
-  Connect(&client);
-  Serve([&] { EXPECT_EQ(client.set("nonsense", true), kStatusNoSuchRow); });
-  EXPECT_TRUE(client.connected());
 }
 
 TEST_F(DebugTest, EnvironmentSwitchesFlagsOnAtRegistration) {
@@ -227,70 +232,49 @@ TEST_F(DebugTest, StandardErrorReceivesEachPrintAsOneLine) {
 }
 
 TEST_F(DebugTest, WatcherSeesPrintsWithTheirFlag) {
-  Register();
-  DebugClient client(DebugClient::default_socket());
-  Watch(&client);
+  RegisterAndWatch();
   debug_printf(flags_[1], "Entering function %s", "mpls_vpn_mib_prov_get");
   debug_printf(flags_[2], "Error in %s: %s: %s", "main", "proc_ready", "Success");
   event_run_pending(manager_);
-  DebugLine line;
-  ASSERT_EQ(client.next_line(1s, &line), kStatusOk);
-  EXPECT_EQ(line.flag, "prov");
-  EXPECT_EQ(line.text, "Entering function mpls_vpn_mib_prov_get");
-  EXPECT_EQ(line.dropped, 0U);
-  ASSERT_EQ(client.next_line(1s, &line), kStatusOk);
-  EXPECT_EQ(line.flag, "errors");
+  EXPECT_EQ(Next(), "prov: Entering function mpls_vpn_mib_prov_get");
+  EXPECT_EQ(Next(), "errors: Error in main: proc_ready: Success");
 }
 
 TEST_F(DebugTest, EveryWatcherSeesEveryPrint) {
-  Register();
-  DebugClient first(DebugClient::default_socket());
+  RegisterAndWatch();
   DebugClient second(DebugClient::default_socket());
-  Watch(&first);
   Watch(&second);
-  debug_printf(flags_[0], "Completed init");
-  event_run_pending(manager_);
+  Print(flags_[0], "Completed init");
+  EXPECT_EQ(Next(), "start: Completed init");
   DebugLine line;
-  EXPECT_EQ(first.next_line(1s, &line), kStatusOk);
   EXPECT_EQ(second.next_line(1s, &line), kStatusOk);
 }
 
 TEST_F(DebugTest, NextLineTimesOutWithTheConnectionOpen) {
   Register();
-  DebugClient client(DebugClient::default_socket());
-  DebugLine line;
-  EXPECT_EQ(client.next_line(1ms, &line), kStatusNotConnected);
-  Connect(&client);
-  EXPECT_EQ(client.next_line(1ms, &line), kStatusInvalid);
-  Serve([&] { ASSERT_EQ(client.watch(), kStatusOk); });
-  EXPECT_EQ(client.next_line(1ms, &line), kStatusTimedOut);
-  EXPECT_TRUE(client.connected());
+  EXPECT_EQ(Next(1ms), err_text(kStatusNotConnected));
+  Connect(&client_);
+  EXPECT_EQ(Next(1ms), err_text(kStatusInvalid));
+  Serve([&] { ASSERT_EQ(client_.watch(), kStatusOk); });
+  EXPECT_EQ(Next(1ms), err_text(kStatusTimedOut));
+  EXPECT_TRUE(client_.connected());
 }
 
 TEST_F(DebugTest, PrintsBeforeAnAnswerAreStoredForNextLine) {
-  Register();
-  DebugClient client(DebugClient::default_socket());
-  Watch(&client);
-  debug_printf(flags_[0], "before the answer");
-  event_run_pending(manager_);
+  RegisterAndWatch();
+  Print(flags_[0], "before the answer");
   std::vector<DebugFlagState> flags;
-  Serve([&] { ASSERT_EQ(client.list(&flags), kStatusOk); });
+  Serve([&] { ASSERT_EQ(client_.list(&flags), kStatusOk); });
   EXPECT_EQ(flags.size(), 3U);
-  DebugLine line;
-  ASSERT_EQ(client.next_line(0ms, &line), kStatusOk);
-  EXPECT_EQ(line.text, "before the answer");
+  EXPECT_EQ(Next(0ms), "start: before the answer");
 }
 
 TEST_F(DebugTest, PrintOfAnUnregisteredFlagReachesNoWatcher) {
-  Register();
+  RegisterAndWatch();
   DebugFlag lone = {};
   ASSERT_EQ(debug_init_event(&lone, &lone, 0, 7, "lone", 1), kStatusOk);
-  DebugClient client(DebugClient::default_socket());
-  Watch(&client);
-  debug_printf(lone, "alone");
-  event_run_pending(manager_);
-  DebugLine line;
-  EXPECT_EQ(client.next_line(0ms, &line), kStatusTimedOut);
+  Print(lone, "alone");
+  EXPECT_EQ(Next(0ms), err_text(kStatusTimedOut));
   EXPECT_EQ(prints_, "alone\n");
 }
 
@@ -305,20 +289,14 @@ TEST_F(DebugTest, MissingServerIsNotConnected) {
 }
 
 TEST_F(DebugTest, WatcherThatVanishesDisturbsNoOther) {
-  Register();
-  DebugClient stays(DebugClient::default_socket());
-  Watch(&stays);
+  RegisterAndWatch();
   {
     DebugClient vanishes(DebugClient::default_socket());
     Watch(&vanishes);
   }
-  for (int i = 0; i < 3; ++i) debug_printf(flags_[0], "%d", i);
+  for (const char* text : {"0", "1", "2"}) debug_printf(flags_[0], "%s", text);
   event_run_pending(manager_);
-  DebugLine line;
-  for (const char* text : {"0", "1", "2"}) {
-    ASSERT_EQ(stays.next_line(1s, &line), kStatusOk);
-    EXPECT_EQ(line.text, text);
-  }
+  for (const std::string text : {"0", "1", "2"}) EXPECT_EQ(Next(), "start: " + text);
 }
 
 struct Tally {
@@ -328,9 +306,7 @@ struct Tally {
 };
 
 TEST_F(DebugTest, SlowWatcherMissesPrintsAndReceivesTheirCount) {
-  Register();
-  DebugClient slow(DebugClient::default_socket());
-  Watch(&slow);
+  RegisterAndWatch();
   constexpr std::uint64_t kPrints = 20'000;
   const std::string text(100, 'x');
   for (std::uint64_t i = 0; i < kPrints; ++i) {
@@ -341,7 +317,7 @@ TEST_F(DebugTest, SlowWatcherMissesPrintsAndReceivesTheirCount) {
   Tally tally;
   Serve([&] {
     DebugLine line;
-    while (tally.lines + tally.dropped < kPrints && slow.next_line(2s, &line) == kStatusOk) {
+    while (tally.lines + tally.dropped < kPrints && client_.next_line(2s, &line) == kStatusOk) {
       tally.dropped += line.dropped;
       if (line.flag.empty()) {
         tally.count_alone = true;
@@ -357,35 +333,26 @@ TEST_F(DebugTest, SlowWatcherMissesPrintsAndReceivesTheirCount) {
 }
 
 TEST_F(DebugTest, MoreThanTheQueueHoldsIsCountedBeforeTheServiceRuns) {
-  Register();
-  DebugClient client(DebugClient::default_socket());
-  Watch(&client);
+  RegisterAndWatch();
   for (std::size_t i = 0; i < debug_detail::kPendingPrints + 5; ++i) debug_printf(flags_[0], "x");
   event_run_pending(manager_);
-  debug_printf(flags_[0], "after");
-  event_run_pending(manager_);
+  Print(flags_[0], "after");
   Serve([&] {
     DebugLine line;
     for (std::size_t i = 0; i < debug_detail::kPendingPrints; ++i) {
-      ASSERT_EQ(client.next_line(1s, &line), kStatusOk);
+      ASSERT_EQ(client_.next_line(1s, &line), kStatusOk);
       ASSERT_EQ(line.dropped, 0U);
     }
-    ASSERT_EQ(client.next_line(1s, &line), kStatusOk);
+    ASSERT_EQ(client_.next_line(1s, &line), kStatusOk);
     EXPECT_EQ(line.text, "after");
     EXPECT_EQ(line.dropped, 5U);
   });
 }
 
 TEST_F(DebugTest, LongPrintIsCut) {
-  Register();
-  DebugClient client(DebugClient::default_socket());
-  Watch(&client);
-  const std::string text(2 * debug_detail::kMaxPrint, 'x');
-  debug_printf(flags_[0], "%s", text.c_str());
-  event_run_pending(manager_);
-  DebugLine line;
-  ASSERT_EQ(client.next_line(1s, &line), kStatusOk);
-  EXPECT_EQ(line.text.size(), debug_detail::kMaxPrint - 1);
+  RegisterAndWatch();
+  Print(flags_[0], std::string(2 * debug_detail::kMaxPrint, 'x'));
+  EXPECT_EQ(Next(), "start: " + std::string(debug_detail::kMaxPrint - 1, 'x'));
 }
 
 class MalformedRequest : public DebugTest, public testing::WithParamInterface<std::pair<int, std::string>> {};

@@ -262,9 +262,7 @@ TEST_F(EventManagerTest, DescriptorsAreServedBetweenBatchesOfPostedFunctions) {
   int posted = 0;
   int posted_before_the_descriptor = -1;
   for (int i = 0; i < 1000; ++i) event_post(manager, [&] { ++posted; });
-  EventContext context = Context();
-  ASSERT_EQ(event_wait_for(&context, 0), 0);
-  event_dispatch(&context);
+  Iterate();
   Watch(pipe, [&](int fd, std::uint32_t) {
     posted_before_the_descriptor = posted;
     event_fd_remove(manager, fd);
@@ -281,12 +279,9 @@ TEST_F(EventManagerTest, FunctionPostedByAPostedFunctionWaitsForTheNextIteration
     ++runs;
     event_post(manager, [&] { ++runs; });
   });
-  EventContext context = Context();
-  ASSERT_EQ(event_wait_for(&context, 0), 0);
-  event_dispatch(&context);
+  Iterate();
   EXPECT_EQ(runs, 1);
-  ASSERT_EQ(event_wait_for(&context, 0), 0);
-  event_dispatch(&context);
+  Iterate();
   EXPECT_EQ(runs, 2);
 }
 
@@ -365,12 +360,9 @@ TEST_F(EventManagerTest, TimerStartedByATimerWaitsForTheNextIteration) {
     ++runs;
     event_timer_start(manager, 0, [&] { ++runs; });
   });
-  EventContext context = Context();
-  ASSERT_EQ(event_wait_for(&context, 0), 0);
-  event_dispatch(&context);
+  Iterate();
   EXPECT_EQ(runs, 1);
-  ASSERT_EQ(event_wait_for(&context, 0), 0);
-  event_dispatch(&context);
+  Iterate();
   EXPECT_EQ(runs, 2);
 }
 

@@ -52,11 +52,8 @@ TEST_F(EventManagerTest, LiveSocketWithAFullBacklogIsRefusedToo) {
   std::vector<int> waiting;
   for (;;) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, SocketPath().c_str(), sizeof address.sun_path - 1);
     waiting.push_back(fd);
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) break;
+    if (connect(fd, SocketAddress(SocketPath()).get(), sizeof(sockaddr_un)) != 0) break;
     ASSERT_LT(waiting.size(), 1000U);
   }
   EXPECT_EQ(event_manager_create("/dev/mpls/vpn/main", kFlags), nullptr);
@@ -67,10 +64,7 @@ TEST_F(EventManagerTest, LiveSocketWithAFullBacklogIsRefusedToo) {
 TEST_F(EventManagerTest, StaleSocketIsReplaced) {
   const std::string path = directory.path() + "/dev.stale";
   const int dead = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  ASSERT_EQ(bind(dead, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(bind(dead, SocketAddress(path).get(), sizeof(sockaddr_un)), 0);
   close(dead);  // as a killed process leaves it
   EventManager* other = event_manager_create("/dev/stale", kFlags);
   ASSERT_NE(other, nullptr);

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -49,12 +48,18 @@ class Pipe {
   int write_end = -1;
 };
 
+struct SocketAddress {
+  explicit SocketAddress(const std::string& path) {
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+  }
+  const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&address); }
+  sockaddr_un address{};
+};
+
 inline int ConnectTo(const std::string& path) {
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
+  if (connect(fd, SocketAddress(path).get(), sizeof(sockaddr_un)) == 0) return fd;
   close(fd);
   return -1;
 }
@@ -71,6 +76,12 @@ class EventManagerTest : public ::testing::Test {
     ASSERT_EQ(event_fd_add(manager, pipe.read_end, EPOLLIN, std::move(handler)), kStatusOk);
   }
   EventContext Context() { return {manager, buffer.data(), buffer.size(), 0}; }
+  // Waits and dispatches once; something is pending.
+  void Iterate() {
+    EventContext context = Context();
+    ASSERT_EQ(event_wait_for(&context, 0), 0);
+    event_dispatch(&context);
+  }
 
   TestRunDirectory directory;
   EventManager* manager = nullptr;
