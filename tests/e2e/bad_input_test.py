@@ -12,7 +12,7 @@ import subprocess
 import tempfile
 import unittest
 
-from system import BIN, IF_CONF, ROOT, SLOW, SharedSystemTest, System, expected_if_conf, wait_until
+from system import BIN, IF_CONF, ROOT, SLOW, SharedSystemTest, SystemTest, expected_if_conf, wait_until
 
 PROGRAMS = ("mpls_vpn_mib", "mpls_vpn_snmp", "mplsvpn")
 ROUTER = """
@@ -151,12 +151,11 @@ class BadInput(SharedSystemTest):
         self.assertIn("not", result.stderr)
 
 
-class LostReaders(unittest.TestCase):
+class LostReaders(SystemTest):
     """The reader of standard error or standard output stops reading or closes the pipe."""
 
     def setUp(self):
-        self.system = System(ROUTER)
-        self.addCleanup(self.system.__exit__, None)
+        self.system = self.new_system(ROUTER)
 
     def start(self, name, *command, pipe_size=1 << 16, **environment):
         """The process, its standard error on a pipe, and the reading end."""
@@ -220,10 +219,9 @@ class LostReaders(unittest.TestCase):
         os.close(writer)
 
 
-class BadStart(unittest.TestCase):
+class BadStart(SystemTest):
     def start(self, router, settings=None, environment=None):
-        system = System(router, environment=environment)
-        self.addCleanup(system.__exit__, None)
+        system = self.new_system(router, environment=environment)
         if settings is not None:
             (system.folder / "etc/platform.yaml").write_text(settings)
         process = system.spawn("daemon", str(BIN / "mpls_vpn_mib"))
@@ -240,8 +238,7 @@ class BadStart(unittest.TestCase):
         self.assertIn("platform.yaml:1:1: unknown key 'sauce'", log)
 
     def test_second_daemon_on_the_same_sockets_is_refused(self):
-        system = System(ROUTER)
-        self.addCleanup(system.__exit__, None)
+        system = self.new_system(ROUTER)
         system.start_daemon()
         process = system.spawn("second", str(BIN / "mpls_vpn_mib"))
         self.assertEqual(process.wait(timeout=60), 1)

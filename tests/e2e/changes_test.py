@@ -8,7 +8,7 @@ import shutil
 import tempfile
 import unittest
 
-from system import BIN, ROOT, System, wait_until
+from system import BIN, ROOT, SystemTest, wait_until
 
 ROUTER = {"vrfs": [{"name": "red", "table": 10, "rd": "65000:10",
                     "route_targets": {"ipv4": {"import": ["65000:10"], "export": ["65000:10"]}}},
@@ -30,14 +30,13 @@ exit
 """
 
 
-class Changes(unittest.TestCase):
+class Changes(SystemTest):
     def setUp(self):
         self.suite = pathlib.Path(tempfile.mkdtemp(prefix="mpls_vpn_suite."))
         self.addCleanup(shutil.rmtree, self.suite, ignore_errors=True)
         self.router = json.loads(json.dumps(ROUTER))
-        self.system = System(json.dumps(self.router),
-                             frr=f"{shlex.quote(str(ROOT / 'sources/frr/fake_vtysh'))} {self.suite}")
-        self.addCleanup(self.system.__exit__, None)
+        self.system = self.new_system(json.dumps(self.router),
+                                      frr=f"{shlex.quote(str(ROOT / 'sources/frr/fake_vtysh'))} {self.suite}")
         self.configure(CONFIGURED.format(rd="65000:20", rt="65000:20"))
         for family in ("ipv4", "ipv6"):
             self.show(family, "{}")

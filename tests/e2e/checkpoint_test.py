@@ -28,7 +28,7 @@ import threading
 import time
 import unittest
 
-from system import BIN, SLOW, System, wait_until
+from system import BIN, SLOW, SystemTest, wait_until
 from wire import Client
 
 ROUNDS = int(os.environ.get("MPLS_TEST_CHECKPOINT_ROUNDS", "40"))
@@ -211,7 +211,7 @@ def times_of(row):
     return Times(row["creationTime"], row["confLastChanged"])
 
 
-class Checkpoint(unittest.TestCase):
+class Checkpoint(SystemTest):
     maxDiff = None
 
     def setUp(self):
@@ -219,8 +219,7 @@ class Checkpoint(unittest.TestCase):
         self.rng = random.Random(SEED)
         self.router = Router(self.rng)
         self.shown = Shown()
-        self.system = System(self.router.text())
-        self.addCleanup(self.system.__exit__, None)
+        self.system = self.new_system(self.router.text())
         self.socket = self.system.folder / "run/dev.mpls.vpn.main"
         self.counts = collections.Counter()
 

@@ -6,11 +6,10 @@ import json
 import subprocess
 import unittest
 
-from system import BIN, IF_CONF, L3VPN, ROOT, System, bits, name_index, oid_tuple, wait_until
+from system import (BIN, IF_CONF, IF_ENTRY, ROOT, ROOT_OID, RAW, RT_ENTRY, VRF_ENTRY, SystemTest, bits, dotted, name_index,
+                    pass_a_second)
 
-VRF_ENTRY, RT_ENTRY = (oid_tuple(L3VPN) + tail for tail in ((1, 2, 2, 1), (1, 2, 3, 1)))
 DESCRIPTION, RD, MID, HIGH = 3, 4, 9, 10
-RAW = ("-Ot", "--hexOutputLength=0")
 
 ROUTER = {
     "vrfs": [
@@ -27,20 +26,11 @@ ROUTER = {
 }
 
 
-def dotted(oid):
-    return ".".join(map(str, oid))
-
-
-def now():
-    return int(subprocess.run(["date", "+%s"], capture_output=True, text=True, check=True).stdout)
-
-
-class Configuration(unittest.TestCase):
+class Configuration(SystemTest):
     def setUp(self):
         self.router = copy.deepcopy(ROUTER)
         self.red, self.blue = self.router["vrfs"]
-        self.system = System(json.dumps(self.router))
-        self.addCleanup(self.system.__exit__, None)
+        self.system = self.new_system(json.dumps(self.router))
         self.system.start_all()
 
     def reload(self):
@@ -60,37 +50,18 @@ class Configuration(unittest.TestCase):
 
     def protocols(self, vrf, index):
         rows = dict(self.system.walk(IF_CONF, options=RAW))
-        return rows.get(oid_tuple(IF_CONF) + (1, 3) + name_index(vrf) + (index,))
-
-    def becomes(self, what, read, expected):
-        found = []
-
-        def is_so():
-            try:
-                found[:] = [read()]
-            except AssertionError as error:  # a failed walk: the sub-agent is not connected to the daemon yet
-                found[:] = [error]
-            return found == [expected]
-
-        try:
-            wait_until(what, is_so)
-        except AssertionError:
-            self.fail(f"{what}: {found[0]} is not {expected}")
+        return rows.get(IF_ENTRY + (3,) + name_index(vrf) + (index,))
 
     def times(self):
         """{VRF: (creation, last change)} in the daemon's seconds."""
         rows = [self.system.cli_json("get", f"vrf/{name}") for name in ("red", "blue")]
         return {row["name"]: (row["creationTime"], row["confLastChanged"]) for row in rows}
 
-    def pass_a_second(self):
-        start = now()
-        wait_until("another second", lambda: now() > start + 1)
-
     def everything(self):
         """What must not change: all columns of VRFs, route targets and interfaces except the relative times."""
         def is_time(oid):
             return oid[:len(VRF_ENTRY) + 1] in (VRF_ENTRY + (5,), VRF_ENTRY + (12,))
-        rows = self.system.walk(dotted(oid_tuple(L3VPN) + (1, 2)), options=RAW)
+        rows = self.system.walk(dotted(ROOT_OID + (1, 2)), options=RAW)
         return [(oid, value) for oid, value in rows if not is_time(oid)]
 
     # --- The router file ---
@@ -98,7 +69,7 @@ class Configuration(unittest.TestCase):
     def test_reload_is_in_the_next_walk_and_stamps_the_changed_vrf_only(self):
         self.assertEqual(self.targets("red"), ["1 65000:10", "2 65000:10"])
         before = self.times()
-        self.pass_a_second()
+        pass_a_second()
         self.red["description"] = "Red Rail, sold"
         self.red["rd"] = "65000:11"
         self.red["route_targets"] = {"ipv4": {"import": ["65000:7", "65000:10"]}}
@@ -116,7 +87,7 @@ class Configuration(unittest.TestCase):
 
     def test_protocols_alone_stamp_nothing(self):
         before = self.times()
-        self.pass_a_second()
+        pass_a_second()
         del self.red["ospf"], self.red["bgp"]
         self.reload()
         self.becomes("protocols", lambda: self.protocols("red", 11), bits())
@@ -186,7 +157,7 @@ class Configuration(unittest.TestCase):
         in_asplain, in_asdot = (rows(plain), ['"4200000000:1"']), (rows(dotted), ['"64086.59904:1"'])
         self.becomes("asplain", texts, in_asplain)
         before = self.times()
-        self.pass_a_second()
+        pass_a_second()
         self.system.cli("config", "set", "bgp", "as-format", "asdot", check=True)
         self.becomes("asdot", texts, in_asdot)
         after = self.times()
@@ -225,7 +196,7 @@ class Configuration(unittest.TestCase):
 
     def test_kill_and_restart_change_nothing(self):
         for _ in range(2):
-            self.pass_a_second()
+            pass_a_second()
             self.check_restart()
 
     def test_file_changed_while_the_daemon_was_down_is_effective_afterwards(self):

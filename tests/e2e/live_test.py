@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
 """A running system follows its router: file reloads and the router commands show in the next walk."""
-import time
 import unittest
 
-from system import IF_CONF, SCALARS, System, expected_if_conf, wait_until
+from system import IF_CONF, SCALARS, System, SystemTest, expected_if_conf, pass_a_second, wait_until
 
 ROUTER = """
 vrfs:
@@ -14,11 +13,9 @@ interfaces:
 """
 
 
-class Live(unittest.TestCase):
+class Live(SystemTest):
     def setUp(self):
-        self.system = self.enterContext(System(ROUTER)) if hasattr(self, "enterContext") else System(ROUTER)
-        if not hasattr(self, "enterContext"):
-            self.addCleanup(self.system.__exit__, None)
+        self.system = self.new_system(ROUTER)
         self.system.start_all()
 
     def shows(self, members):
@@ -76,7 +73,7 @@ class Live(unittest.TestCase):
             return self.system.cli("trace", "mpls_vpn/error", check=True).stdout
 
         created, written = times(), errors()
-        time.sleep(1.1)  # times are whole seconds
+        pass_a_second()
         self.system.router_file.write_text(ROUTER.replace("table: 10", "table: 10, big: true"))
         wait_until("the change", lambda: "big" in self.system.cli("router", "show", "red", check=True).stdout, 5)
         # The next change is answered after everything that the first one caused.

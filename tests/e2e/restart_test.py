@@ -5,7 +5,7 @@ import threading
 import time
 import unittest
 
-from system import IF_CONF, SLOW, System, check_increasing, expected_if_conf, oid_tuple, parse_walk, wait_until
+from system import BIN, IF_CONF, SLOW, SystemTest, check_increasing, expected_if_conf, oid_tuple, parse_walk, wait_until
 
 ROUTER = "generate: {vrfs: 30, interfaces_per_vrf: 10}\n"
 RECOVERED_WITHIN = 2.0  # seconds after the restart of the killed process
@@ -48,10 +48,9 @@ class Walker(threading.Thread):
             assert not missing, f"column {column} lacks {len(missing)} of {len(keys)} rows"
 
 
-class Restart(unittest.TestCase):
+class Restart(SystemTest):
     def setUp(self):
-        self.system = System(ROUTER)
-        self.addCleanup(self.system.__exit__, None)
+        self.system = self.new_system(ROUTER)
         self.system.start_all()
         rows = self.system.cli_json("show", "interfaces")
         self.expected = expected_if_conf([(row["vrfName"], row["ifConfIndex"]) for row in rows])
@@ -114,7 +113,6 @@ class Restart(unittest.TestCase):
         self.fail("no walk got an error while the daemon was down")
 
     def agent_command(self):
-        from system import BIN
         return str(BIN / "mpls_vpn_snmp"), "--agentx-socket", str(self.system.agentx)
 
 

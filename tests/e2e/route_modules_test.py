@@ -3,7 +3,7 @@
 import shutil
 import unittest
 
-from system import BIN, L3VPN, System, wait_until
+from system import BIN, L3VPN, SystemTest, wait_until
 
 ROUTER = """
 vrfs:
@@ -17,10 +17,9 @@ ADDED_OF_V10 = PERFORMANCE + ".1.3.118.49.48"
 MODULES = ("libipv4_forwardmib.dll", "libipv6_forwardmib.dll")
 
 
-class WithoutRouteModules(unittest.TestCase):
+class WithoutRouteModules(SystemTest):
     def setUp(self):
-        self.system = System(ROUTER)
-        self.addCleanup(self.system.__exit__, None, None, None)
+        self.system = self.new_system(ROUTER)
         self.modules = self.system.folder / "lib/mib"
         self.modules.mkdir(parents=True)
         self.system.environment["MPLS_VPN_MIB_LIB_DIR"] = str(self.modules.parent)

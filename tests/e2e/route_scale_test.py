@@ -8,7 +8,7 @@ import time
 import unittest
 
 from snmp_client import SnmpClient
-from system import L3VPN, SLOW, System, name_index, oid_tuple, wait_until
+from system import L3VPN, SLOW, SystemTest, name_index, oid_tuple, wait_until
 
 ROUTE_INDEX = oid_tuple(L3VPN + ".1.4.1.1.7")  # mplsL3VpnVrfRteInetCidrIfIndex
 NUMBER = oid_tuple(L3VPN + ".1.3.1.1.3")       # mplsL3VpnVrfPerfCurrNumRoutes
@@ -29,10 +29,9 @@ def route_oid(address, length=32, vrf="red"):
     return ROUTE_INDEX + name_index(vrf) + (1, 4) + tuple(ipaddress.ip_address(address).packed) + (length,)
 
 
-class RouteScale(unittest.TestCase):
+class RouteScale(SystemTest):
     def start(self, router, *agent_options):
-        system = System(json.dumps(router))
-        self.addCleanup(system.__exit__, None)
+        system = self.new_system(json.dumps(router))
         system.start_daemon()
         system.start_snmpd()
         system.start_agent(*agent_options)

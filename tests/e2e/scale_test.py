@@ -3,13 +3,12 @@
 import time
 import unittest
 
-from system import IF_CONF, SCALARS, System, check_increasing, parse_walk
+from system import IF_CONF, SCALARS, SystemTest, check_increasing, parse_walk
 
 
-class Scale(unittest.TestCase):
+class Scale(SystemTest):
     def test_ten_thousand_vrfs_are_loaded_and_walked(self):
-        system = System("generate: {vrfs: 10000, interfaces_per_vrf: 10}\n")
-        self.addCleanup(system.__exit__, None)
+        system = self.new_system("generate: {vrfs: 10000, interfaces_per_vrf: 10}\n")
         start = time.monotonic()
         system.start_all()
         print(f"ready after {time.monotonic() - start:.1f} s")

@@ -9,7 +9,7 @@ import subprocess
 import time
 import unittest
 
-from system import BIN, SLOW, System, wait_until
+from system import BIN, SLOW, System, SystemTest, wait_until
 
 PROTOCOLS = {"local": 2, "static": 3, "ospf": 13, "bgp": 14}
 TYPES = {"local": 3, "remote": 4, "blackhole": 5}
@@ -219,10 +219,9 @@ class SmallRouter(unittest.TestCase):
         self.assertEqual(len(self.system.cli_json("get", "vrf-detail/red")["AF"]), 2)
 
 
-class Changes(unittest.TestCase):
+class Changes(SystemTest):
     def test_changes_are_shown(self):
-        system = System(json.dumps(ROUTER))
-        self.addCleanup(system.__exit__, None)
+        system = self.new_system(json.dumps(ROUTER))
         system.start_daemon()
         system.cli("router", "add-vrf", "cyan", "id", "60", check=True)
         system.cli("router", "move", "ge1", "cyan", check=True)
@@ -260,13 +259,12 @@ def watched(system, *words):
         return lines, silence, memory
 
 
-class Large(unittest.TestCase):
+class Large(SystemTest):
     def test_ten_thousand_vrfs_print_steadily_in_bounded_memory(self):
         few, many = 1000, 10000
         systems = {}
         for count in (few, many):
-            systems[count] = System(f"generate: {{vrfs: {count}, interfaces_per_vrf: 2}}\n")
-            self.addCleanup(systems[count].__exit__, None)
+            systems[count] = self.new_system(f"generate: {{vrfs: {count}, interfaces_per_vrf: 2}}\n")
             systems[count].start_daemon()
         for words, lines_per_vrf in ((("--json", "show", "vrf"), 1), (("--json", "show", "vrf", "detail"), 1),
                                      (("show", "vrf", "detail", "ipv4"), 10), (("--json", "show", "vrf", "ipv6"), 1)):
@@ -284,10 +282,9 @@ class Large(unittest.TestCase):
         self.assertEqual(names, sorted(names, key=lambda name: (len(name), name)))
 
     def test_routes_of_a_large_table_print_steadily_in_bounded_memory(self):
-        system = System(json.dumps({"vrfs": [
+        system = self.new_system(json.dumps({"vrfs": [
             {"name": "few", "table": 10, "routes": [{"generate": 5000, "prefix": "20.0.0.0/24"}]},
             {"name": "many", "table": 20, "routes": [{"generate": 100000, "prefix": "20.0.0.0/24"}]}]}))
-        self.addCleanup(system.__exit__, None)
         system.start_daemon()
         wait_until("all routes", lambda: system.cli_json("show", "vrf", "many")[0]["currNumRoutes"] == 100000, 60)
         _, _, memory = watched(system, "--json", "show", "routes", "few")
@@ -298,8 +295,7 @@ class Large(unittest.TestCase):
         self.assertLess(silence, 3 * SLOW)
 
     def test_closed_output_ends_it(self):
-        system = System("generate: {vrfs: 5000, interfaces_per_vrf: 1}\n")
-        self.addCleanup(system.__exit__, None)
+        system = self.new_system("generate: {vrfs: 5000, interfaces_per_vrf: 1}\n")
         system.start_daemon()
         with subprocess.Popen([str(BIN / "mplsvpn"), "show", "vrf", "detail"], env=system.environment,
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL) as process:

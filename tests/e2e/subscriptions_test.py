@@ -4,30 +4,14 @@ set to another value, deleted, and replayed after a kill; on an existing VRF, on
 ITEMS states what each item changes. Every item has a VRF of its own, so that all items are tested at once and a change of
 another VRF's columns or times is an error."""
 import json
-import subprocess
 import typing
 import unittest
 
 from subscription_items import ITEMS, STEPS, Item
-from system import L3VPN, System, bits, name_and_rest, oid_tuple, wait_until
+from system import (IF_ENTRY, RAW, ROOT_OID, RT_ENTRY, VRF_ENTRY, SystemTest, bits, dotted, name_and_rest, pass_a_second)
 
-VRF_ENTRY, RT_ENTRY, IF_ENTRY = (oid_tuple(L3VPN) + tail for tail in ((1, 2, 2, 1), (1, 2, 3, 1), (1, 2, 1, 1)))
 DESCRIPTION, RD, MID, HIGH, MAXIMUM = 3, 4, 9, 10, 11
-RAW = ("-Ot", "--hexOutputLength=0")
 PROTOCOLS = {"bgp": 1, "ospf": 2, "rip": 3, "static": 5, "other": 6}  # MplsL3VpnRtProtocol
-
-
-def dotted(oid):
-    return ".".join(map(str, oid))
-
-
-def now():
-    return int(subprocess.run(["date", "+%s"], capture_output=True, text=True, check=True).stdout)
-
-
-def pass_a_second():
-    start = now()
-    wait_until("another second", lambda: now() > start)
 
 
 class Vrf(typing.NamedTuple):
@@ -75,12 +59,11 @@ def expected_of(configured, done, there):
                       for interface in vrf.interfaces()}}
 
 
-class Subscriptions(unittest.TestCase):
+class Subscriptions(SystemTest):
     maxDiff = 4000
 
     def start(self, there):
-        self.system = System(json.dumps(router_of(there)))
-        self.addCleanup(self.system.__exit__, None)
+        self.system = self.new_system(json.dumps(router_of(there)))
         self.system.start_all()
 
     def restart(self):
@@ -102,7 +85,7 @@ class Subscriptions(unittest.TestCase):
     # --- Reading ---
 
     def in_the_mib(self):
-        rows = self.system.walk(dotted(oid_tuple(L3VPN) + (1, 2)), options=RAW)
+        rows = self.system.walk(dotted(ROOT_OID + (1, 2)), options=RAW)
         found = {"rows": {}, "targets": {}, "protocols": {}}
         keys = {VRF_ENTRY + (DESCRIPTION,): "description", VRF_ENTRY + (RD,): "rd", VRF_ENTRY + (MID,): "mid",
                 VRF_ENTRY + (HIGH,): "high"}
@@ -166,25 +149,6 @@ class Subscriptions(unittest.TestCase):
     def times(self):
         """{VRF: (creation, last change)}, seconds."""
         return {vrf["name"]: (vrf["creationTime"], vrf["confLastChanged"]) for vrf in self.system.cli_json("show", "vrf")}
-
-    def becomes(self, what, read, expected):
-        found = []
-
-        def is_so():
-            try:
-                found[:] = [read()]
-            except (AssertionError, KeyError) as error:
-                # The walk failed because the sub-agent is not connected yet, or a row was removed during the walk: it has
-                # its first columns and lacks its last.
-                found[:] = [error]
-            return found == [expected]
-
-        try:
-            wait_until(what, is_so)
-        except AssertionError:
-            if isinstance(found[0], Exception):
-                raise found[0]
-            self.assertEqual(found[0], expected, what)
 
     def check(self, what, configured, done, there):
         """Every way of reading shows the expected state."""

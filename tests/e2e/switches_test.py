@@ -4,7 +4,7 @@ events to which the daemon subscribes."""
 import json
 import unittest
 
-from system import SCALARS, System, name_and_rest, wait_until
+from system import SCALARS, SystemTest, name_and_rest, wait_until
 
 UP, DOWN, MID_EXCEEDED, MAX_EXCEEDED, CLEARED = 1, 2, 3, 4, 6  # of mplsL3VpnNotifications
 ALL = (UP, DOWN, MID_EXCEEDED, MAX_EXCEEDED, CLEARED)
@@ -14,16 +14,15 @@ SWITCHES = {"vrf-up": (UP,), "vrf-down": (DOWN,), "mid-thresh-exc": (MID_EXCEEDE
 STAGES = ("set", "again", "killed", "deleted")  # each with a VRF of its own, whose interface has raised nothing yet
 
 
-class Switches(unittest.TestCase):
+class Switches(SystemTest):
     def setUp(self):
         names = [f"{stage}{number}" for number in range(len(SWITCHES)) for stage in STAGES] + ["last"]
         self.number = {name: 100 + number for number, name in enumerate(names)}
         interfaces = [{"name": name + "a", "index": number, "vrf": name, "state": "down", "addresses": ["10.0.0.1/24"]}
                       for name, number in self.number.items()]
         interfaces.append({"name": "defaulta", "index": 9, "state": "down", "addresses": ["10.0.0.1/24"]})
-        self.system = System(json.dumps({"vrfs": [{"name": name, "table": number} for name, number in self.number.items()],
-                                         "interfaces": interfaces}))
-        self.addCleanup(self.system.__exit__, None)
+        self.system = self.new_system(json.dumps({
+            "vrfs": [{"name": name, "table": number} for name, number in self.number.items()], "interfaces": interfaces}))
         self.system.start_trapd()
         self.system.start_all()
         self.expected = []

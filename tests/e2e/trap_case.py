@@ -1,15 +1,12 @@
 """Tests whose steps raise traps. From the start on, a stock snmptrapd must have received exactly the expected traps."""
-import unittest
-
-from system import System, wait_until
+from system import SystemTest, wait_until
 
 
-class TrapCase(unittest.TestCase):
+class TrapCase(SystemTest):
     ROUTER = ""  # the router file that a subclass starts with
 
     def setUp(self):
-        self.system = System(self.ROUTER)
-        self.addCleanup(self.system.__exit__, None, None, None)
+        self.system = self.new_system(self.ROUTER)
         self.system.start_trapd()
         self.system.start_all()
         self.expected = []

@@ -1,24 +1,22 @@
-"""A receiver for more traps at once than a stock snmptrapd can process: counts them in the order received."""
+"""A receiver for more traps at once than a stock snmptrapd can process."""
 import socket
 import threading
 import time
 
-from system import L3VPN, oid_tuple
+from snmp_client import decode_oid, parts
+from system import ROOT_OID
 
 
-def ber_oid(numbers):
-    """The octets of an OID's value."""
-    octets = bytearray([numbers[0] * 40 + numbers[1]])
-    for number in numbers[2:]:
-        part = [number & 0x7f]
-        while number := number >> 7:
-            part.append(number & 0x7f | 0x80)
-        octets += bytes(reversed(part))
-    return bytes(octets)
-
-
-TRAP_OID = ber_oid((1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0))
-NOTIFICATIONS = ber_oid(oid_tuple(L3VPN) + (0,))
+def decode_trap(datagram):
+    """(notification number, [(oid below the MIB, value's octets)]); None for a notification of another MIB."""
+    (_, message), = parts(datagram)
+    _, _, (_, pdu) = parts(message)
+    _, _, _, (_, binds) = parts(pdu)
+    variables = [tuple(parts(bind)) for _, bind in parts(binds)]
+    trap = decode_oid(variables[1][1][1])  # after sysUpTime
+    if trap[:len(ROOT_OID) + 1] != ROOT_OID + (0,):
+        return None
+    return trap[-1], [(decode_oid(name)[len(ROOT_OID):], value) for (_, name), (_, value) in variables[2:]]
 
 
 class TrapSink:
@@ -30,15 +28,16 @@ class TrapSink:
             self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 64 << 20)
         self.socket.bind(("127.0.0.1", 0))
         self.port = self.socket.getsockname()[1]
-        self.traps = []  # (time, notification number)
+        self.received = []  # (time, datagram); decoded later, to be as fast as the senders
+        self.decoded = []
         threading.Thread(target=self.receive, daemon=True).start()
 
     def receive(self):
         while True:
             datagram = self.socket.recv(65536)
-            at = datagram.find(NOTIFICATIONS, datagram.find(TRAP_OID) + 1)
-            if TRAP_OID in datagram and at > 0:
-                self.traps.append((time.monotonic(), datagram[at + len(NOTIFICATIONS)]))
+            self.received.append((time.monotonic(), datagram))
 
-    def numbers(self):
-        return [number for _, number in list(self.traps)]
+    def traps(self):
+        """In the order received."""
+        self.decoded += [decode_trap(datagram) for _, datagram in self.received[len(self.decoded):]]
+        return [trap for trap in self.decoded if trap]

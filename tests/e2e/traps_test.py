@@ -161,8 +161,8 @@ class Traps(TrapCase):
         self.config("set", "traps", "all")
         self.flap_quickly(QUEUE // 2 + 25)
         self.system.start_agent()
-        wait_until("the traps of a whole queue", lambda: len(sink.numbers()) >= QUEUE, 60)
-        self.assertEqual(sink.numbers(), [DOWN, UP] * (QUEUE // 2))
+        wait_until("the traps of a whole queue", lambda: len(sink.traps()) >= QUEUE, 60)
+        self.assertEqual([number for number, _ in sink.traps()], [DOWN, UP] * (QUEUE // 2))
         self.assertIn("traps: 50 lost because the queue of the daemon was full, 50 since the start", self.system.log("agent"))
         self.assertIn("50 notifications were lost while the queue was full", self.system.log("daemon"))
 

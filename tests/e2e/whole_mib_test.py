@@ -6,15 +6,14 @@ import json
 import random
 import re
 import subprocess
+import time
 import unittest
 
-from system import (L3VPN, ROOT, SCALARS, SharedSystemTest, System, check_increasing, expected_if_conf, name_index,
-                    oid_tuple, parse_walk, wait_until)
+from system import (IF_CONF, IF_ENTRY, PERF_ENTRY, RAW, ROOT, ROOT_OID, ROUTE_ENTRY, RT_ENTRY, SCALARS, SEC_ENTRY, VRF_ENTRY,
+                    SharedSystemTest, SystemTest, check_increasing, dotted, expected_if_conf, name_index, oid_tuple, parse_walk,
+                    route_index, wait_until)
 
 LONGEST = "a-much-longer-name-of-31-octets"
-VRF_ENTRY, RT_ENTRY, SEC_ENTRY, PERF_ENTRY, ROUTE_ENTRY = (
-    oid_tuple(L3VPN) + tail for tail in ((1, 2, 2, 1), (1, 2, 3, 1), (1, 2, 6, 1), (1, 3, 1, 1), (1, 4, 1, 1)))
-RAW = ("-Ot", "--hexOutputLength=0")  # time stamps as numbers, octets on one line
 ANY = "*"  # values that tests of their own check
 
 # JSON is YAML: the router is data, from which the tests compute what a walk must show.
@@ -68,9 +67,13 @@ ROUTER = {
         {"name": "ge3", "index": 14, "vrf": "blue", "state": "up"},
         {"name": "ge4", "index": 15, "vrf": LONGEST, "state": "up", "addresses": ["2001:db8::1/64"]},
         {"name": "ge5", "index": 16, "state": "up", "addresses": ["192.0.2.1/24"]},
+        {"name": "ge2", "index": 300000, "vrf": "red", "state": "down", "addresses": ["10.0.2.1/24"]},
+        {"name": "ge6", "index": 17, "vrf": "nowhere", "state": "up", "addresses": ["10.9.0.1/24"]},
+        {"name": "ge7", "index": 18, "vrf": "later", "state": "up", "addresses": ["10.8.0.1/24"]},
+        {"name": "ge8.ip6", "index": 19, "vrf": "blue", "state": "up"},  # of a subscriber
     ],
 }
-PROTOCOL_BITS = {("red", 11): (1, 2, 6), ("red", 12): (1, 3, 6), ("blue", 14): (5,)}
+PROTOCOL_BITS = {("red", 11): (1, 2, 6), ("red", 12): (1, 3, 6), ("red", 300000): (1,), ("blue", 14): (5,)}
 TYPES = {"other": 1, "reject": 2, "local": 3, "remote": 4, "blackhole": 5}
 PROTOCOLS = {"other": 1, "local": 2, "static": 3, "ospf": 13, "bgp": 14}
 
@@ -113,19 +116,6 @@ def octets(text):
     return f'"{text}"' if text.isascii() else '"' + "".join(f"{octet:02X} " for octet in text.encode()) + '"'
 
 
-def address_index(address):
-    return (len(address.packed),) + tuple(address.packed)
-
-
-def route_index(name, network, hop, kind):
-    family = 1 if network.version == 4 else 2
-    if kind == TYPES["local"]:
-        next_hop = (0, 0)
-    else:
-        next_hop = (family,) + address_index(hop or type(network.network_address)(0))
-    return (name_index(name) + (family,) + address_index(network.network_address) + (network.prefixlen, 2, 0, 0) + next_hop)
-
-
 def route_cells(network, hop, route):
     """{column: value}; an IPv4 route has no next-hop AS, and metric 5 repeats metric 4."""
     metrics = (route.get("metrics", [route["metric"]] if "metric" in route else []) + [-1] * 5)[:5]
@@ -148,8 +138,15 @@ def table(entry, rows):
     return [(entry + (column,) + index, str(rows[index][column])) for column in columns for index in sorted(rows)]
 
 
+def members_by_name():
+    """{interface: (VRF, ifIndex)}."""
+    names = {vrf["name"] for vrf in vrfs()}
+    return {each["name"]: (each["vrf"], each["index"]) for each in ROUTER["interfaces"]
+            if each.get("vrf") in names and ".ip" not in each["name"]}
+
+
 def expected():
-    members = [(interface["vrf"], interface["index"]) for interface in ROUTER["interfaces"] if "vrf" in interface]
+    members = list(members_by_name().values())
     active = {"red": 1, LONGEST: 1}  # up and with an address
     scalars = {1: len(vrfs()), 2: len(active), 3: len(members), 4: 2, 5: 0, 6: 0, 7: 0}
     vrf_rows, targets, security, performance, routes = {}, {}, {}, {}, {}
@@ -166,7 +163,7 @@ def expected():
         performance[index] = {1: 0, 2: 0, 3: len(list(paths(vrf))), 4: 0, 5: 0}
         for network, hop, route in paths(vrf):
             kind = route_type(hop, route)
-            routes[route_index(name, network, hop, kind)] = route_cells(network, hop, route)
+            routes[route_index(name, network, hop, kind == TYPES["local"])] = route_cells(network, hop, route)
     # Route targets are rows even without their VRF.
     for vrf in ROUTER["vrfs"]:
         for number, (kind, family, text) in enumerate(route_targets(vrf), 1):
@@ -182,10 +179,6 @@ def masked(rows, like):
     """The rows, with ANY in place of the values that are ANY in the rows to compare with."""
     return [(oid, ANY if other[1] == ANY else value) for (oid, value), other in itertools.zip_longest(
         rows, like, fillvalue=(None, None))]
-
-
-def dotted(oid):
-    return ".".join(map(str, oid))
 
 
 class WholeMib(SharedSystemTest):
@@ -213,7 +206,7 @@ class WholeMib(SharedSystemTest):
             self.assertEqual(masked(rows, self.expected), self.expected, repetitions)
 
     def test_walk_of_each_table_is_its_part_of_the_whole(self):
-        for entry in (VRF_ENTRY, RT_ENTRY, SEC_ENTRY, PERF_ENTRY, ROUTE_ENTRY):
+        for entry in (IF_ENTRY, VRF_ENTRY, RT_ENTRY, SEC_ENTRY, PERF_ENTRY, ROUTE_ENTRY):
             part = [row for row in self.expected if row[0][:len(entry)] == entry]
             self.assertTrue(part)
             self.assertEqual(masked(self.system.walk(dotted(entry), options=RAW), part), part)
@@ -239,12 +232,12 @@ class WholeMib(SharedSystemTest):
         oids = [oid for oid, _ in self.expected]
         for _ in range(400):
             oid = randomly.choice(oids)
-            start = oid[:randomly.randint(len(oid_tuple(L3VPN)), len(oid))]
+            start = oid[:randomly.randint(len(ROOT_OID), len(oid))]
             if randomly.random() < 0.5:
-                place = randomly.randint(len(oid_tuple(L3VPN)), len(start)) - 1
+                place = randomly.randint(len(ROOT_OID), len(start)) - 1
                 start = start[:place] + (max(0, start[place] + randomly.choice((-1, 1))),) + start[place + 1:]
             after = [oid for oid in oids if oid > start]
-            if start < oid_tuple(L3VPN) or not after:
+            if start < ROOT_OID or not after:
                 continue
             result = self.system.snmp("getnext", dotted(start))
             found = result.stdout.partition(" ")[0]
@@ -271,6 +264,30 @@ class WholeMib(SharedSystemTest):
         for index in ((), red, red + (1,), red + (1, 2), red + (0, 1), red + (1, 4), red + (1, 3), red + (10, 2), red + (1, 1, 1)):
             self.assertEqual(self.value(RT_ENTRY + (4,) + index), "No Such Instance currently exists at this OID", index)
 
+    def test_absent_partial_and_absurd_indexes_have_no_interface(self):
+        red = dotted(name_index("red"))
+        for index in ("", ".3", f".{red}", f".{red}.13", f".{red}.11.1", f".{red}.0", f".{red}.4294967295", ".0.11",
+                      ".31" + ".97" * 31 + ".11", ".32" + ".97" * 32 + ".11", ".3.114.101.356.11", ".4294967295.1",
+                      *(f".{dotted(name_index(vrf))}.{index}" for vrf, index in (("nowhere", 17), ("later", 18), ("default", 16),
+                                                                                ("blue", 19)))):
+            result = self.system.snmp("get", f"{IF_CONF}.1.5{index}")
+            self.assertIn("No Such Instance", result.stdout, index)
+        for absent in (f"{IF_CONF}.1.1.{red}.11", f"{IF_CONF}.1.6.{red}.11", f"{SCALARS}.1.1", f"{SCALARS}.8.0"):
+            self.assertIn("No Such", self.system.snmp("get", absent).stdout, absent)
+
+    def test_set_is_refused_and_the_walk_continues(self):
+        result = self.system.snmp("set", f"{SCALARS}.4.0", "i", "1", options=("-c", "private"))
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("notWritable", result.stderr + result.stdout)
+        self.assertEqual(masked(self.system.walk(options=RAW), self.expected), self.expected)
+
+    def test_command_line_shows_the_same_scalars_and_interfaces(self):
+        scalars = self.system.cli_json("show", "scalars")
+        self.assertEqual([str(scalars[name]) for name in ("configuredVrfs", "activeVrfs", "connectedInterfaces")],
+                         [value for _, value in self.expected[:3]])
+        shown = {row["name"]: (row["vrfName"], row["ifConfIndex"]) for row in self.system.cli_json("show", "interfaces")}
+        self.assertEqual(shown, members_by_name())
+
     def test_labelled_route_has_a_cross_connect(self):
         index = name_index("red") + (1, 4, 10, 3, 0, 0, 16, 2, 0, 0, 1, 4, 10, 0, 0, 2)
         pointer = self.value(ROUTE_ENTRY + (17,) + index)
@@ -291,14 +308,13 @@ class WholeMib(SharedSystemTest):
             self.assertEqual(len(lines), rows, result.stderr + result.stdout[:500])
             self.assertFalse([line for line in lines if "?" in line], "a missing cell")
             if name == "mplsL3VpnVrfTable":
-                self.assertTrue(re.search(r'\|65000:100\|.*\|up\|1\|2\|', result.stdout), result.stdout)
+                self.assertTrue(re.search(r'\|65000:100\|.*\|up\|1\|3\|', result.stdout), result.stdout)
 
 
-class TimeStamps(unittest.TestCase):
+class TimeStamps(SystemTest):
     def setUp(self):
-        self.system = System(json.dumps({"vrfs": [{"name": "old", "table": 10}], "interfaces": [
+        self.system = self.new_system(json.dumps({"vrfs": [{"name": "old", "table": 10}], "interfaces": [
             {"name": "ge0", "index": 11, "state": "up", "addresses": ["10.0.0.1/24"]}]}))
-        self.addCleanup(self.system.__exit__, None)
 
     def ticks(self, *columns, vrf):
         oids = [dotted(VRF_ENTRY + (column,) + name_index(vrf)) for column in columns]
@@ -309,10 +325,8 @@ class TimeStamps(unittest.TestCase):
         system = self.system
         system.start_daemon()
         # More than a second between the VRF's creation and the master's start: its time stamp is in whole seconds.
-        created = system.cli_json("get", "vrf/old")
-        wait_until("another second", lambda: system.cli("show", "scalars").returncode == 0 and
-                   subprocess.run(["date", "+%s"], capture_output=True, text=True, check=True).stdout.strip()
-                   > str(int(created["creationTime"]) + 1))
+        created = system.cli_json("get", "vrf/old")["creationTime"]
+        wait_until("another second", lambda: time.time() >= created + 2)
         system.start_snmpd()
         system.start_agent()
         self.assertEqual(self.ticks(5, 12, vrf="old")[1:], [0, 0], "before the master started")
@@ -331,23 +345,21 @@ class TimeStamps(unittest.TestCase):
         self.assertEqual(self.ticks(12, vrf="old")[1], 0)
         # A new master starts at 0 again.
         system.kill("snmpd")
-        wait_until("yet another second", lambda: subprocess.run(
-            ["date", "+%s"], capture_output=True, text=True, check=True).stdout.strip()
-            > str(int(system.cli_json("get", "vrf/new")["confLastChanged"]) + 1))
+        last_change = system.cli_json("get", "vrf/new")["confLastChanged"]
+        wait_until("yet another second", lambda: time.time() >= last_change + 2)
         system.start_snmpd()
         system.wait_registered()
         self.assertEqual(self.ticks(5, 12, vrf="new")[1:], [0, 0])
 
 
-class Changes(unittest.TestCase):
+class Changes(SystemTest):
     ROUTES = 3000
 
     def setUp(self):
         stay = {"generate": self.ROUTES, "prefix": "20.0.0.0/24", "next_hop": "20.0.0.1"}
-        self.system = System(json.dumps({"vrfs": [
+        self.system = self.new_system(json.dumps({"vrfs": [
             {"name": "a", "table": 10, "routes": [stay, {"prefix": "2001:db8::/32", "next_hop": "2001:db8::1"}]},
             {"name": "b", "table": 20}, {"name": "c", "table": 30, "routes": [stay]}]}))
-        self.addCleanup(self.system.__exit__, None)
         self.system.start_all()
         for vrf in ("a", "c"):
             oid = dotted(PERF_ENTRY + (3,) + name_index(vrf))

@@ -87,7 +87,7 @@ class Rig:
         name = f"watch{self.watches}"
         self.system.spawn(name, str(BIN / "mplsvpn"), "--json", "watch")
         wait_until("watch", lambda: "watching for traps" in self.system.log(name))
-        self.accepted_published, self.accepted_received = 0, len(self.sink.traps)
+        self.accepted_published, self.accepted_received = 0, len(self.sink.vrf_traps)
         self.states = States(Model(Kernel(), Suite()).active_vrfs())
         self.changes, self.accepted_changes = Changes(), 0
 
@@ -134,8 +134,8 @@ class Rig:
 
     def wait_quiet(self):
         known = -1
-        while known != len(self.sink.traps):
-            known = len(self.sink.traps)
+        while known != len(self.sink.vrf_traps):
+            known = len(self.sink.vrf_traps)
             time.sleep(QUIET)
 
     # --- Operations ---
@@ -201,7 +201,7 @@ class Rig:
 
     def new_traps(self):
         """(published, received) since they were last accepted."""
-        return self.published()[0][self.accepted_published:], self.sink.traps[self.accepted_received:]
+        return self.published()[0][self.accepted_published:], self.sink.vrf_traps[self.accepted_received:]
 
     def trap_errors(self, active):
         published, received = self.new_traps()

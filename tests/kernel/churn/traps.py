@@ -4,47 +4,28 @@ For every VRF ups and downs alternate, and at the end of a batch the last one is
 published, as "mplsvpn watch" shows it, arrives in the same order: exactly once, or at least once if an agent was killed.
 """
 import json
-import socket
-import threading
 
 from model import IF_CONF
-from shown import ROOT
-from snmp_client import decode_oid, parts
+from system import name_and_rest
+from trap_sink import TrapSink
 
 VRF_UP, VRF_DOWN = 1, 2
 STATE_OF = {"mplsL3VpnVrfUp": VRF_UP, "mplsL3VpnVrfDown": VRF_DOWN}
-ROW_STATUS = ROOT + IF_CONF + (5,)
+ROW_STATUS = IF_CONF + (5,)
 
 
-class Sink:
-    """Receives the traps of one snmpd on a port of its own: (up or down, VRF, ifIndex) in the order received."""
-
-    def __init__(self):
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.socket.bind(("127.0.0.1", 0))
-        self.port = self.socket.getsockname()[1]
-        self.traps = []
-        threading.Thread(target=self.receive, daemon=True).start()
-
-    def receive(self):
-        while True:
-            trap = decode_trap(self.socket.recv(65536))
-            if trap:
-                self.traps.append(trap)
+class Sink(TrapSink):
+    @property
+    def vrf_traps(self):
+        """(up or down, VRF, ifIndex) in the order received."""
+        return [vrf_trap(number, variables) for number, variables in self.traps() if number in (VRF_UP, VRF_DOWN)]
 
 
-def decode_trap(datagram):
-    (_, message), = parts(datagram)
-    _, _, (_, pdu) = parts(message)
-    _, _, _, (_, binds) = parts(pdu)
-    variables = [tuple(parts(bind)) for _, bind in parts(binds)]
-    trap = decode_oid(variables[1][1][1])  # after sysUpTime
-    if trap[:len(ROOT) + 1] != ROOT + (0,) or trap[-1] not in (VRF_UP, VRF_DOWN):
-        return None
-    name = decode_oid(variables[2][0][1])
+def vrf_trap(number, variables):
+    (name, _), *_ = variables
     assert name[:len(ROW_STATUS)] == ROW_STATUS, name
-    index = name[len(ROW_STATUS):]
-    return trap[-1], bytes(index[1:1 + index[0]]).decode(), index[-1]
+    vrf, (index,) = name_and_rest(name[len(ROW_STATUS):])
+    return number, vrf, index
 
 
 def watched(log):
