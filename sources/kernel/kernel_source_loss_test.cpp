@@ -11,8 +11,13 @@
 namespace kernel {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+
+constexpr char kChangesOfManyVeths[] =
+    "link del a0\nlink set a1 name z1\nlink add n0 type veth peer name n1\naddr add 10.0.0.1/24 dev a299\n";
 
 std::string ManyChanges(int rounds) {
   std::string lines;
@@ -93,9 +98,7 @@ TEST_F(LiveKernel, EventsDuringADumpAreNotLost) {
   clock_.advance(30 * kNanosecondsPerSecond);
   for (int iteration = 0; iteration < 3; ++iteration) ASSERT_TRUE(RunOnce());
   ASSERT_FALSE(source_->settled());  // during the dump
-  Batch(
-      "link del a0\nlink set a1 name z1\nlink add n0 type veth peer name n1\naddr add 10.0.0.1/24 dev "
-      "a299\n");
+  Batch(kChangesOfManyVeths);
   Settle();
   EXPECT_EQ(Find("a0"), nullptr);
   EXPECT_NE(Find("n0"), nullptr);
@@ -154,20 +157,16 @@ TEST_F(LiveKernel, LinksMissingInADisturbedDumpStay) {
 }
 
 TEST_F(LiveKernel, LoadRepeatsADisturbedDump) {
-  source_ = std::make_unique<KernelSource>(&model_);
   const ScopedFault fault("netlink_dump_disturbed", EINTR, 1, 2);
-  std::string error;
-  ASSERT_EQ(source_->load(&error), kStatusOk) << error;
+  ASSERT_EQ(Load(), kStatusOk) << error_;
   EXPECT_EQ(source_->counters().dumps, 3U);
   EXPECT_EQ(source_->counters().disturbed_dumps, 2U);
   EXPECT_NE(Find("lo"), nullptr);
 }
 
 TEST_F(LiveKernel, LoadThatIsAlwaysDisturbedUsesWhatItReadAndRepeatsSoon) {
-  source_ = std::make_unique<KernelSource>(&model_);
   fault_arm("netlink_dump_disturbed", EINTR, 1, 0);
-  std::string error;
-  ASSERT_EQ(source_->load(&error), kStatusOk) << error;
+  ASSERT_EQ(Load(), kStatusOk) << error_;
   fault_disarm_all();
   EXPECT_NE(Find("lo"), nullptr);
   ASSERT_EQ(source_->start(manager_), kStatusOk);
@@ -219,15 +218,12 @@ TEST_F(LiveKernel, FailedSocketIsReplacedWithoutALoss) {
 class LiveKernelLoad : public LiveKernel, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(LiveKernelLoad, FailureIsReportedAndLeavesTheModelUnchanged) {
-  source_ = std::make_unique<KernelSource>(&model_);
-  std::string error;
   fault_arm(GetParam(), EMFILE, 1, 1);
-  EXPECT_EQ(source_->load(&error), static_cast<Status>(EMFILE));
+  EXPECT_EQ(Load(), static_cast<Status>(EMFILE));
   fault_disarm_all();
-  EXPECT_NE(error.find("rtnetlink"), std::string::npos) << error;
-  EXPECT_NE(error.find(err_text(EMFILE)), std::string::npos) << error;
+  EXPECT_THAT(error_, AllOf(HasSubstr("rtnetlink"), HasSubstr(err_text(EMFILE))));
   EXPECT_EQ(model_.interface_count(), 0U);
-  EXPECT_EQ(source_->load(&error), kStatusOk) << error;
+  EXPECT_EQ(source_->load(&error_), kStatusOk) << error_;
   EXPECT_EQ(model_.interface_count(), 1U);
 }
 
@@ -237,9 +233,7 @@ INSTANTIATE_TEST_SUITE_P(Steps, LiveKernelLoad,
                          [](const auto& step) { return std::string(step.param); });
 
 TEST_F(LiveKernel, StartThatFailsIsReported) {
-  source_ = std::make_unique<KernelSource>(&model_);
-  std::string error;
-  ASSERT_EQ(source_->load(&error), kStatusOk);
+  ASSERT_EQ(Load(), kStatusOk) << error_;
   const ScopedFault fault("event_fd_add", EMFILE);
   EXPECT_EQ(source_->start(manager_), static_cast<Status>(EMFILE));
 }
@@ -265,9 +259,7 @@ TEST_F(LiveKernel, EventsBeyondTheLogCountAsALoss) {
   clock_.advance(30 * kNanosecondsPerSecond);
   for (int iteration = 0; iteration < 3; ++iteration) ASSERT_TRUE(RunOnce());
   ASSERT_FALSE(source_->settled());
-  Batch(
-      "link del a0\nlink set a1 name z1\nlink add n0 type veth peer name n1\naddr add 10.0.0.1/24 dev "
-      "a299\n");
+  Batch(kChangesOfManyVeths);
   Settle();
   EXPECT_GE(source_->counters().losses, 1U);
   ExpectModelEqualsKernel();
@@ -290,12 +282,10 @@ TEST_F(LiveKernel, FailingDumpsDelayTheModelByABoundOnly) {
 }
 
 TEST_F(LiveKernel, LoadGivesUpWhenTheKernelDoesNotAnswer) {
-  source_ = std::make_unique<KernelSource>(&model_);
   fault_arm("netlink_receive", EAGAIN, 1, 0);
   fault_arm("netlink_poll", ETIMEDOUT, 3, 1);
-  std::string error;
-  EXPECT_EQ(source_->load(&error), kStatusTimedOut);
-  EXPECT_EQ(error, "rtnetlink dump: the kernel does not answer");
+  EXPECT_EQ(Load(), kStatusTimedOut);
+  EXPECT_EQ(error_, "rtnetlink dump: the kernel does not answer");
   EXPECT_EQ(fault_reached("netlink_poll"), 3U);
   fault_disarm_all();
   EXPECT_EQ(model_.interface_count(), 0U);

@@ -27,9 +27,7 @@ TEST_F(LiveKernel, LoadFindsWhatExists) {
 }
 
 TEST_F(LiveKernel, NoEventIsMissedBetweenLoadAndStart) {
-  source_ = std::make_unique<KernelSource>(&model_);
-  std::string error;
-  ASSERT_EQ(source_->load(&error), kStatusOk) << error;
+  ASSERT_EQ(Load(), kStatusOk) << error_;
   AddVeth("v0", "v1");
   ASSERT_EQ(source_->start(manager_), kStatusOk);
   Settle();
@@ -40,11 +38,10 @@ TEST_F(LiveKernel, NoEventIsMissedBetweenLoadAndStart) {
 TEST_F(LiveKernel, SecondLoadAppliesTheDifferenceOnly) {
   AddVeth("v0", "v1");
   Start();
-  std::string error;
-  ASSERT_EQ(source_->load(&error), kStatusOk);
+  ASSERT_EQ(source_->load(&error_), kStatusOk);
   EXPECT_THAT(listener_.TakeLines(), IsEmpty());
   Ip("link set v0 name v9");
-  ASSERT_EQ(source_->load(&error), kStatusOk);
+  ASSERT_EQ(source_->load(&error_), kStatusOk);
   EXPECT_THAT(listener_.TakeLines(), ElementsAre("renamed v0 to v9"));
   EXPECT_THAT(SettledLines(), IsEmpty());
 }
@@ -167,8 +164,7 @@ TEST_F(LiveKernel, Ipv6AddressCountsWhenItIsKnownToBeUnique) {
   Ip("link set v0 up");
   Start();
   if (!TryIp("-6 addr add 2001:db8::1/64 dev v0")) GTEST_SKIP() << "SKIPPED: no IPv6";
-  std::string error;
-  ASSERT_EQ(source_->load(&error), kStatusOk);
+  ASSERT_EQ(source_->load(&error_), kStatusOk);
   EXPECT_EQ(AddressesOf("v0").find("2001:db8::1"), std::string::npos);
   EXPECT_TRUE(EventuallyTrue([&] { return AddressesOf("v0").find("2001:db8::1/64") != std::string::npos; }));
 }

@@ -110,10 +110,12 @@ class LiveKernel : public ::testing::Test {
     Batch(lines);
   }
 
-  void Start(const KernelSourceSettings& settings = {}) {
+  Status Load(const KernelSourceSettings& settings = {}) {
     source_ = std::make_unique<KernelSource>(&model_, settings);
-    std::string error;
-    ASSERT_EQ(source_->load(&error), kStatusOk) << error;
+    return source_->load(&error_);
+  }
+  void Start(const KernelSourceSettings& settings = {}) {
+    ASSERT_EQ(Load(settings), kStatusOk) << error_;
     ASSERT_EQ(source_->start(manager_), kStatusOk);
     listener_.TakeLines();
   }
@@ -177,6 +179,7 @@ class LiveKernel : public ::testing::Test {
   router::Router model_;
   Listener listener_{&model_};
   std::unique_ptr<KernelSource> source_;
+  std::string error_;
 };
 
 }  // namespace kernel

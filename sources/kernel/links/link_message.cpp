@@ -25,6 +25,7 @@ namespace {
 
 constexpr std::uint8_t kOperUnknown = 0;  // IF_OPER_UNKNOWN
 constexpr std::uint8_t kOperUp = 6;       // IF_OPER_UP
+constexpr std::uint32_t kRouteFlags = IFF_UP | IFF_RUNNING | kFlagLowerUp;
 
 // The attributes of a link message, before it is checked as a whole.
 struct LinkDraft {
@@ -149,7 +150,7 @@ bool parse_link(const nlmsghdr* message, std::vector<Event>* events) {
   }
   draft.link.vrf_master = draft.port_of_vrf ? draft.master : 0;
   draft.link.up = is_up(header->ifi_flags, draft.operstate);
-  events->emplace_back(LinkSeen{std::move(draft.link)});
+  events->emplace_back(LinkSeen{std::move(draft.link), {header->ifi_flags & kRouteFlags, draft.master}});
   return true;
 }
 

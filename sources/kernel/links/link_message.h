@@ -44,8 +44,16 @@ struct LinkAddress {
   }
 };
 
+// The attributes of a link that affect routes: the kernel deletes routes without an event when they change.
+struct LinkFacts {
+  std::uint32_t flags = 0;   // IFF_UP, IFF_RUNNING, IFF_LOWER_UP; the others are 0
+  std::uint32_t master = 0;  // any kind of master
+  bool operator==(const LinkFacts&) const = default;
+};
+
 struct LinkSeen {
   Link link;
+  LinkFacts facts{};
 };
 struct LinkRemoved {
   std::uint32_t index = 0;

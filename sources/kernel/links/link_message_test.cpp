@@ -68,6 +68,12 @@ TEST(LinkMessages, MasterWithoutSlaveKindIsNotAVrf) {
   EXPECT_EQ(OneLink(Port("")).vrf_master, 0U);
 }
 
+TEST(LinkMessages, FactsAreTheFlagsThatAffectRoutesAndAnyMaster) {
+  LinkMessage port = Port("bridge");
+  port.flags |= IFF_BROADCAST;
+  EXPECT_EQ(OnlyEvent<LinkSeen>(Parse(Encode(port))).facts, (LinkFacts{kUpAndRunning, 2}));
+}
+
 TEST(LinkMessages, UnknownOperstateWithCarrierIsUp) {
   EXPECT_TRUE(OneLink({.index = 1, .flags = kUpAndRunning, .name = "lo", .operstate = 0}).up);
   EXPECT_TRUE(OneLink({.index = 1, .flags = kUpAndRunning, .name = "lo"}).up);

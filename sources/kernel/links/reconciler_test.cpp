@@ -71,35 +71,6 @@ class KernelModel : public ::testing::Test {
   Reconciler reconciler_{&model_};
 };
 
-TEST_F(KernelModel, VrfDeviceIsAVrfAndNotAnInterface) {
-  AddVrf("red", 2, 10);
-  SetAlias(2, "a customer");
-  EXPECT_THAT(Settle(), ElementsAre("created red"));
-  const router::Vrf* red = model_.find_vrf("red");
-  ASSERT_NE(red, nullptr);
-  EXPECT_EQ(red->id, 10U);
-  EXPECT_EQ(red->ipv4_table, 10U);
-  EXPECT_EQ(red->ipv6_table, 10U);
-  EXPECT_EQ(red->ipv4_multicast_table, 0U);
-  EXPECT_EQ(red->description, "a customer");
-  EXPECT_EQ(model_.interface_count(), 0U);
-}
-
-TEST_F(KernelModel, InterfaceInNoVrfBelongsToDefault) {
-  AddLink("lo", 1, 0, true);
-  EXPECT_THAT(Settle(), ElementsAre("added lo in default up"));
-}
-
-TEST_F(KernelModel, InterfaceHasIndexAliasStateAndAddresses) {
-  AddLink("d0", 5, 0, true);
-  SetAlias(5, "to the customer");
-  AddAddress(5, "10.0.0.1/24");
-  AddAddress(5, "2001:db8::1/64");
-  Settle();
-  EXPECT_THAT(Describe(model_),
-              ElementsAre("5 d0 in default up 'to the customer' 10.0.0.1/24 2001:db8::1/64"));
-}
-
 TEST_F(KernelModel, VrfIsCreatedBeforeItsInterfacesWithAnyIndexes) {
   AddLink("d0", 5, 7);
   AddVrf("red", 7, 10);
@@ -120,59 +91,6 @@ TEST_F(KernelModel, MasterThatIsNotAVrfDeviceMakesNoMembership) {
   EXPECT_EQ(model_.find_interface_by_name("d0")->vrf, "default");
 }
 
-TEST_F(KernelModel, EnslavingOfALinkThatIsUpIsOneMove) {
-  AddVrf("red", 2, 10);
-  AddLink("d0", 5, 0, true);
-  Settle();
-  Enslave(5, 2);
-  SetState(5, false);
-  SetState(5, true);
-  EXPECT_THAT(Settle(), ElementsAre("moved d0 from default to red"));
-}
-
-TEST_F(KernelModel, MoveBetweenVrfsIsOneMove) {
-  AddVrf("red", 2, 10);
-  AddVrf("blue", 3, 20);
-  AddLink("d0", 5, 2, true);
-  Settle();
-  Enslave(5, 0);
-  SetState(5, false);
-  SetState(5, true);
-  Enslave(5, 3);
-  SetState(5, false);
-  SetState(5, true);
-  EXPECT_THAT(Settle(), ElementsAre("moved d0 from red to blue"));
-}
-
-TEST_F(KernelModel, ReleasedInterfaceReturnsToDefault) {
-  AddVrf("red", 2, 10);
-  AddLink("d0", 5, 2);
-  Settle();
-  Enslave(5, 0);
-  EXPECT_THAT(Settle(), ElementsAre("moved d0 from red to default"));
-}
-
-TEST_F(KernelModel, DeletedInterfaceIsRemovedFromItsVrf) {
-  AddVrf("red", 2, 10);
-  AddLink("d0", 5, 2, true);
-  Settle();
-  SetState(5, false);
-  Delete(5);
-  EXPECT_THAT(Settle(), ElementsAre("removed d0 in red"));
-}
-
-TEST_F(KernelModel, DeletedVrfIsLeftByItsInterfacesFirst) {
-  AddVrf("red", 2, 10);
-  AddLink("d0", 5, 2);
-  AddLink("d1", 6, 2);
-  Settle();
-  Enslave(5, 0);
-  Enslave(6, 0);
-  Delete(2);
-  EXPECT_THAT(Settle(),
-              ElementsAre("moved d0 from red to default", "moved d1 from red to default", "deleted red"));
-}
-
 TEST_F(KernelModel, InterfaceAndVrfDeletedTogetherAreRemovedInThatOrder) {
   AddVrf("red", 2, 10);
   AddLink("d0", 5, 2);
@@ -180,16 +98,6 @@ TEST_F(KernelModel, InterfaceAndVrfDeletedTogetherAreRemovedInThatOrder) {
   Delete(2);
   Delete(5);
   EXPECT_THAT(Settle(), ElementsAre("removed d0 in red", "deleted red"));
-}
-
-TEST_F(KernelModel, RenamedVrfIsDeletedAndCreatedAndItsInterfacesMove) {
-  AddVrf("red", 2, 10);
-  AddLink("d0", 5, 2, true);
-  Settle();
-  Rename(2, "crimson");
-  EXPECT_THAT(Settle(), ElementsAre("moved d0 from red to default", "deleted red", "created crimson",
-                                    "moved d0 from default to crimson"));
-  EXPECT_EQ(VrfId("crimson"), 10U);
 }
 
 TEST_F(KernelModel, TwoVrfsSwapTheirNames) {
@@ -234,16 +142,6 @@ TEST_F(KernelModel, VrfOfAnotherTableUnderTheSameIndexIsANewVrf) {
   EXPECT_EQ(VrfId("red"), 11U);
 }
 
-TEST_F(KernelModel, InterfaceCreatedAgainWithTheSameIndexHasANewHandle) {
-  AddLink("d0", 5);
-  Settle();
-  const std::uint32_t before = HandleOf("d0");
-  Delete(5);
-  AddLink("d0", 5);
-  EXPECT_THAT(Settle(), ElementsAre("removed d0 in default", "added d0 in default down"));
-  EXPECT_NE(HandleOf("d0"), before);
-}
-
 TEST_F(KernelModel, IndexThatBecomesAVrfIsNoLongerAnInterface) {
   AddLink("d0", 5);
   Settle();
@@ -251,30 +149,6 @@ TEST_F(KernelModel, IndexThatBecomesAVrfIsNoLongerAnInterface) {
   EXPECT_THAT(Settle(), ElementsAre("removed d0 in default", "created red"));
   AddLink("d0", 5);
   EXPECT_THAT(Settle(), ElementsAre("deleted red", "added d0 in default down"));
-}
-
-TEST_F(KernelModel, RenamedInterfaceKeepsItsHandle) {
-  AddLink("d0", 5);
-  Settle();
-  const std::uint32_t handle = HandleOf("d0");
-  Rename(5, "d9");
-  EXPECT_THAT(Settle(), ElementsAre("renamed d0 to d9"));
-  EXPECT_EQ(HandleOf("d9"), handle);
-}
-
-TEST_F(KernelModel, TwoInterfacesSwapTheirNames) {
-  AddLink("a", 5);
-  AddLink("b", 6);
-  Settle();
-  const std::uint32_t first = HandleOf("a");
-  const std::uint32_t second = HandleOf("b");
-  Rename(5, "tmp");
-  Rename(6, "a");
-  Rename(5, "b");
-  Settle();
-  EXPECT_EQ(HandleOf("b"), first);
-  EXPECT_EQ(HandleOf("a"), second);
-  EXPECT_EQ(reconciler_.refused(), 0U);
 }
 
 TEST_F(KernelModel, ThreeInterfacesRotateTheirNames) {
@@ -289,16 +163,6 @@ TEST_F(KernelModel, ThreeInterfacesRotateTheirNames) {
   Settle();
   EXPECT_THAT(Describe(model_),
               ElementsAre("5 b in default down '' ", "6 c in default down '' ", "7 a in default down '' "));
-  EXPECT_EQ(reconciler_.refused(), 0U);
-}
-
-TEST_F(KernelModel, NameFreedByARenameIsTakenByANewInterfaceInOneBatch) {
-  AddLink("d0", 5);
-  Settle();
-  Rename(5, "old");
-  AddLink("d0", 6);
-  Settle();
-  EXPECT_THAT(Describe(model_), ElementsAre("5 old in default down '' ", "6 d0 in default down '' "));
   EXPECT_EQ(reconciler_.refused(), 0U);
 }
 
@@ -331,14 +195,6 @@ TEST_F(KernelModel, SecondVrfOnOneTableGetsAnIdOfItsOwn) {
   EXPECT_EQ(VrfId("third"), 0x8000000bU);
   EXPECT_EQ(model_.find_vrf("dup")->ipv4_table, 10U);
   EXPECT_EQ(model_.find_vrf("third")->ipv6_table, 10U);
-}
-
-TEST_F(KernelModel, LowerIndexGetsTheTableAsItsIdInAnyOrderOfEvents) {
-  AddVrf("dup", 9, 10);
-  AddVrf("red", 2, 10);
-  Settle();
-  EXPECT_EQ(VrfId("red"), 10U);
-  EXPECT_EQ(VrfId("dup"), 0x8000000aU);
 }
 
 TEST_F(KernelModel, SecondVrfKeepsItsIdWhenTheFirstIsDeleted) {

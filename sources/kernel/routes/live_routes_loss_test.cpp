@@ -53,10 +53,7 @@ TEST_F(LiveRoutes, LargeTableIsReadInBoundedSteps) {
 }
 
 TEST_F(LiveRoutes, EventsDuringAReadingOfRoutesAreNotLost) {
-  AddManyRoutes(3000);
-  MakeVrf("red", 10);
-  Start({.batch = 8});
-  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
+  ReadAPartOfManyRoutes();
   ASSERT_LT(Rows().size(), 3000U);
   Batch("route del 11.0.0.0/24 table 10\nroute add 11.0.0.0/25 via 10.0.0.2 table 10\n");
   Settle();
@@ -65,10 +62,7 @@ TEST_F(LiveRoutes, EventsDuringAReadingOfRoutesAreNotLost) {
 }
 
 TEST_F(LiveRoutes, NextReadingWaitsFourTimesTheDurationOfTheLast) {
-  AddManyRoutes(3000);
-  MakeVrf("red", 10);
-  Start({.batch = 8});
-  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
+  ReadAPartOfManyRoutes();
   clock_.advance(kNanosecondsPerSecond);  // the duration of the reading
   ASSERT_TRUE(RunUntil([this] { return Rows().size() == 3000; }));
   event_run_pending(manager_);
@@ -196,12 +190,9 @@ TEST_F(LiveRoutes, InvalidRowIsLeftOut) {
 }
 
 TEST_F(LiveRoutes, VrfDeletedDuringItsReadingIsNotReadFurther) {
-  AddManyRoutes(3000);
-  MakeVrf("red", 10);
   MakeVrf("blue", 20);
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 20");
-  Start({.batch = 8});
-  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
+  ReadAPartOfManyRoutes();
   DeleteVrf("red");
   EXPECT_THAT(SettledRows(), IsEmpty());
   EXPECT_EQ(Rows(kBlue4).size(), 1U);
@@ -209,10 +200,7 @@ TEST_F(LiveRoutes, VrfDeletedDuringItsReadingIsNotReadFurther) {
 }
 
 TEST_F(LiveRoutes, VrfCreatedAgainDuringItsReadingIsReadFromTheBeginning) {
-  AddManyRoutes(3000);
-  MakeVrf("red", 10);
-  Start({.batch = 8});
-  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
+  ReadAPartOfManyRoutes();
   DeleteVrf("red");
   MakeVrf("red", 10);
   EXPECT_EQ(SettledRows().size(), 3000U);
@@ -234,11 +222,8 @@ TEST_F(LiveRoutes, VrfDeletedDuringTheSweepIsNotSweptFurther) {
 }
 
 TEST_F(LiveRoutes, SourceDestroyedDuringAReadingOfRoutesClosesItsSockets) {
-  AddManyRoutes(3000);
   const std::ptrdiff_t before = OpenDescriptors();
-  MakeVrf("red", 10);
-  Start({.batch = 8});
-  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
+  ReadAPartOfManyRoutes();
   source_.reset();
   EXPECT_EQ(OpenDescriptors(), before);
   event_run_pending(manager_);

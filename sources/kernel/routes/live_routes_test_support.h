@@ -52,6 +52,13 @@ class LiveRoutes : public LiveKernel {
     }
     Batch(lines);
   }
+  // Of 3000 routes the first 300 are rows, and the table is being read.
+  void ReadAPartOfManyRoutes() {
+    AddManyRoutes(3000);
+    MakeVrf("red", 10);
+    Start({.batch = 8});  // one datagram per iteration
+    ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
+  }
   static void ObjectsOnly() { ASSERT_EQ(Shell("sysctl -qw net.ipv4.nexthop_compat_mode=0"), 0); }
 
   std::vector<std::string> Rows(router::RouteTableId table = kRed4) const {

@@ -105,7 +105,12 @@ bool RouteFollower::settled() const {
 void RouteFollower::on_datagram(std::span<const std::uint8_t> datagram) {
   ++counters_.datagrams;
   scratch_.clear();
-  counters_.malformed += parse_route_datagram(datagram, &scratch_).malformed;
+  link_events_.clear();
+  const auto read = [this](const nlmsghdr* message) {
+    return parse_link_message(message, &link_events_) && parse_route_message(message, &scratch_);
+  };
+  counters_.malformed += for_each_message(datagram, read).malformed;
+  for (const Event& event : link_events_) take_event(event);
   for (const RouteEvent& event : scratch_) take_event(event);
 }
 
@@ -120,6 +125,23 @@ void RouteFollower::on_listener_failure(EventListener::Failure failure, Status s
               status);
 }
 
+// With its last IPv4 address an interface loses its IPv4 routes, in every table, without an event.
+void RouteFollower::take_event(const Event& event) {
+  if (const auto* seen = std::get_if<LinkSeen>(&event)) {
+    const auto [known, is_new] = links_.try_emplace(seen->link.index, seen->facts);
+    if (!is_new && std::exchange(known->second, seen->facts) == seen->facts) return;
+    changed_links_.insert(seen->link.index);
+  } else if (const auto* removed = std::get_if<LinkRemoved>(&event)) {
+    links_.erase(removed->index);
+    changed_links_.insert(removed->index);
+  } else if (const auto* address = std::get_if<AddressRemoved>(&event)) {
+    changed_links_.insert(address->address.index);
+  } else {
+    return;
+  }
+  wake(settings_.settle);
+}
+
 void RouteFollower::take_event(const RouteEvent& event) {
   const auto mark_table = [this](router::RouteTableId table) {
     if (tables_.contains(table)) {
@@ -130,16 +152,6 @@ void RouteFollower::take_event(const RouteEvent& event) {
     mark_table({seen->route.family, seen->route.table});
   } else if (const auto* removed = std::get_if<RouteRemoved>(&event)) {
     mark_table(removed->table);
-  } else if (const auto* link = std::get_if<LinkFacts>(&event)) {
-    const auto [known, is_new] = links_.try_emplace(link->index, *link);
-    if (is_new || std::exchange(known->second, *link) != *link) {
-      changed_links_.insert(link->index);
-    }
-  } else if (const auto* old_link = std::get_if<LinkFactsRemoved>(&event)) {
-    links_.erase(old_link->index);
-    changed_links_.insert(old_link->index);
-  } else if (const auto* address = std::get_if<Ipv4AddressRemoved>(&event)) {
-    changed_links_.insert(address->index);
   } else if (const auto* object = std::get_if<NextHopSeen>(&event)) {
     objects_disturbed_ = true;
     objects_seen_.update(object->object);

@@ -13,6 +13,7 @@
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 #include "platform/router/model/router.h"
+#include "sources/kernel/links/link_message.h"
 #include "sources/kernel/netlink/listener.h"
 #include "sources/kernel/routes/route_rows.h"
 #include "sources/kernel/routes/table_reading.h"
@@ -52,6 +53,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void on_datagram(std::span<const std::uint8_t> datagram) override;
   void on_events_lost() override;
   void on_listener_failure(EventListener::Failure failure, Status status) override;
+  void take_event(const Event& event);
   void take_event(const RouteEvent& event);
 
   void add_tables(const router::Vrf& vrf);
@@ -91,6 +93,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   Dump objects_dump_{kRouteDumpFaultPoints};
   TableReading reading_;
   std::vector<RouteEvent> scratch_;  // of one datagram or message
+  std::vector<Event> link_events_;   // of one datagram
 
   Tables tables_;
   std::set<router::RouteTableId> dirty_;      // those of tables_ that must be read

@@ -5,8 +5,7 @@
 //     object that has them. With the sysctl nexthop_compat_mode, which is the default, both are present; then
 //     the route's own paths count. In IPv6 the device of a discarding route is the loopback.
 //   - RTA_ENCAP has MPLS labels if RTA_ENCAP_TYPE is MPLS, in either order. Other encapsulations (SRv6, BPF,
-//   IP
-//     tunnels) have no labels. Some of them lead to another router.
+//     IP tunnels) have no labels. Some of them lead to another router.
 //   - IPv4 omits RTA_PRIORITY if it is 0.
 // Everything is copied. Any thread.
 #include "sources/kernel/routes/route_message.h"
@@ -15,7 +14,6 @@
 #include <linux/mpls_iptunnel.h>
 #include <linux/nexthop.h>
 #include <linux/rtnetlink.h>
-#include <net/if.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -25,7 +23,6 @@
 namespace kernel {
 namespace {
 
-constexpr std::uint32_t kLinkFlags = IFF_UP | IFF_RUNNING | kFlagLowerUp;
 constexpr unsigned kLabelShift = 12;  // of a label stack entry: label 20, class 3, bottom 1, time to live 8
 
 // The attributes of one path, before it is checked as a whole.
@@ -316,47 +313,6 @@ bool parse_next_hop(const nlmsghdr* message, std::vector<RouteEvent>* events) {
   return true;
 }
 
-int read_link_master(const nlattr* attribute, void* data) {
-  auto* link = static_cast<LinkFacts*>(data);
-  return mnl_attr_get_type(attribute) == IFLA_MASTER ? verdict(read_u32(attribute, &link->master))
-                                                     : MNL_CB_OK;
-}
-
-// Messages of the bridge family are about ports, not links.
-bool parse_link_facts(const nlmsghdr* message, std::vector<RouteEvent>* events) {
-  if (mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) {
-    return false;
-  }
-  const auto* header = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
-  if (header->ifi_family != AF_UNSPEC) {
-    return true;
-  }
-  LinkFacts link;
-  link.index = static_cast<std::uint32_t>(header->ifi_index);
-  link.flags = header->ifi_flags & kLinkFlags;
-  if (header->ifi_index <= 0 ||
-      mnl_attr_parse(message, sizeof(ifinfomsg), read_link_master, &link) != MNL_CB_OK) {
-    return false;
-  }
-  if (message->nlmsg_type == RTM_DELLINK) {
-    events->emplace_back(LinkFactsRemoved{link.index});
-  } else {
-    events->emplace_back(link);
-  }
-  return true;
-}
-
-bool parse_removed_address(const nlmsghdr* message, std::vector<RouteEvent>* events) {
-  if (mnl_nlmsg_get_payload_len(message) < sizeof(ifaddrmsg)) {
-    return false;
-  }
-  const auto* header = static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(message));
-  if (header->ifa_family == AF_INET) {
-    events->emplace_back(Ipv4AddressRemoved{header->ifa_index});
-  }
-  return true;
-}
-
 }  // namespace
 
 bool parse_route_message(const nlmsghdr* message, std::vector<RouteEvent>* events) {
@@ -367,11 +323,6 @@ bool parse_route_message(const nlmsghdr* message, std::vector<RouteEvent>* event
     case RTM_NEWNEXTHOP:
     case RTM_DELNEXTHOP:
       return parse_next_hop(message, events);
-    case RTM_NEWLINK:
-    case RTM_DELLINK:
-      return parse_link_facts(message, events);
-    case RTM_DELADDR:
-      return parse_removed_address(message, events);
     default:
       return true;
   }

@@ -1,5 +1,4 @@
-// Decodes rtnetlink messages about routes and next hops, and those about links and addresses that affect
-// routes.
+// Decodes rtnetlink messages about routes and next hops.
 //
 // Pure functions over octets: no socket, no state, every length checked. Formats: linux/rtnetlink.h,
 // linux/nexthop.h, linux/lwtunnel.h, linux/mpls_iptunnel.h; label stack entries as in RFC 3032 section 2.1.
@@ -64,27 +63,11 @@ struct NextHopSeen {
 struct NextHopRemoved {
   std::uint32_t id = 0;
 };
-// The attributes of a link that affect routes: the kernel deletes routes without an event when they change.
-struct LinkFacts {
-  std::uint32_t index = 0;
-  std::uint32_t flags = 0;   // IFF_UP, IFF_RUNNING, IFF_LOWER_UP; the others are 0
-  std::uint32_t master = 0;  // any kind of master
-  bool operator==(const LinkFacts&) const = default;
-};
-struct LinkFactsRemoved {
-  std::uint32_t index = 0;
-};
 
-// With its last IPv4 address an interface loses its IPv4 routes, in every table, without an event.
-struct Ipv4AddressRemoved {
-  std::uint32_t index = 0;  // of the interface
-};
+using RouteEvent = std::variant<RouteSeen, RouteRemoved, NextHopSeen, NextHopRemoved>;
 
-using RouteEvent = std::variant<RouteSeen, RouteRemoved, NextHopSeen, NextHopRemoved, LinkFacts,
-                                LinkFactsRemoved, Ipv4AddressRemoved>;
-
-// Appends the message's event to *events. Adds none for anything but IPv4 and IPv6 routes, next-hop objects,
-// links and removed IPv4 addresses. False when it is malformed.
+// Appends the message's event to *events. Adds none for anything but IPv4 and IPv6 routes and next-hop
+// objects. False when it is malformed.
 bool parse_route_message(const nlmsghdr* message, std::vector<RouteEvent>* events);
 // The same for each message of a datagram. REQUIRES: as for_each_message().
 ParseReport parse_route_datagram(std::span<const std::uint8_t> datagram, std::vector<RouteEvent>* events);

@@ -61,36 +61,6 @@ TEST(KernelRoutes, TableOfTheHeaderIsTheDefault) {
   EXPECT_EQ(OneRoute({.table = {}, .short_table = 77, .hop = {.interface_index = 5}}).table, 77U);
 }
 
-TEST(KernelRoutes, TableAbove255IsNotInTheHeader) {
-  EXPECT_EQ(OneRoute({.table = 70000, .hop = {.interface_index = 5}}).table, 70000U);
-}
-
-TEST(KernelRoutes, DefaultRouteHasNoDestination) {
-  const KernelRoute route = OneRoute({.prefix = "0.0.0.0/0", .hop = {.interface_index = 5}});
-  EXPECT_EQ(route.prefix_length, 0);
-  EXPECT_EQ(route.destination, router::RouteAddress{});
-}
-
-TEST(KernelRoutes, AbsentPriorityIsZero) {
-  EXPECT_EQ(OneRoute({.hop = {.interface_index = 5}}).priority, 0U);
-}
-
-TEST(KernelRoutes, Ipv6Route) {
-  const KernelRoute route =
-      OneRoute({.prefix = "2001:db8:1::/48", .hop = {.interface_index = 6, .gateway = "fe80::1"}});
-  EXPECT_EQ(route.family, router::Family::kIpv6);
-  EXPECT_EQ(route.destination, Octets16("2001:db8:1::"));
-  ASSERT_EQ(route.paths.size(), 1U);
-  EXPECT_EQ(route.paths[0].gateway_family, router::Family::kIpv6);
-  EXPECT_EQ(route.paths[0].gateway, Octets16("fe80::1"));
-}
-
-TEST(KernelRoutes, DirectRouteHasNoGateway) {
-  const RoutePath path = OnePath({.hop = {.interface_index = 5}});
-  EXPECT_FALSE(path.has_gateway);
-  EXPECT_EQ(path.interface_index, 5U);
-}
-
 TEST(KernelRoutes, GatewayOfTheOtherFamilyIsInVia) {
   const RoutePath path = OnePath({.hop = {.interface_index = 5, .via = "2001:db8::2"}});
   EXPECT_TRUE(path.has_gateway);
@@ -213,8 +183,7 @@ TEST(KernelRoutes, HopsOfImpossibleLengthAreMalformed) {
 }
 
 TEST(KernelRoutes, HeaderOnlyMessagesAreMalformed) {
-  for (const std::uint16_t type :
-       {RTM_NEWROUTE, RTM_DELROUTE, RTM_NEWNEXTHOP, RTM_DELNEXTHOP, RTM_NEWLINK, RTM_DELLINK}) {
+  for (const std::uint16_t type : {RTM_NEWROUTE, RTM_DELROUTE, RTM_NEWNEXTHOP, RTM_DELNEXTHOP}) {
     MessageBuffer buffer;
     const nlmsghdr* message = buffer.Begin(type, 0);
     ExpectMalformed(buffer.Take(message));
@@ -263,33 +232,6 @@ TEST(KernelNextHops, GroupOfOddLengthIsMalformed) {
   ExpectMalformed(datagram);
 }
 
-TEST(KernelLinkFacts, FlagsThatAffectRoutesAndTheMaster) {
-  const auto facts = One<LinkFacts>(
-      LinkMessage{.index = 5, .flags = kUpAndRunning | IFF_BROADCAST, .name = "d0", .master = 2});
-  EXPECT_EQ(facts, (LinkFacts{5, kUpAndRunning, 2}));
-}
-
-TEST(KernelLinkFacts, DeletionNamesTheIndexAndTheBridgesViewIsIgnored) {
-  EXPECT_EQ(One<LinkFactsRemoved>(LinkMessage{.type = RTM_DELLINK, .index = 5}).index, 5U);
-  ExpectIgnored(Encode(LinkMessage{.type = RTM_DELLINK, .family = AF_BRIDGE, .index = 5}));
-}
-
-TEST(KernelLinkFacts, RemovedIpv4AddressNamesItsInterface) {
-  const auto removed = [](int family) {
-    MessageBuffer buffer;
-    nlmsghdr* message = buffer.Begin(RTM_DELADDR, 0);
-    auto* header = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg)));
-    header->ifa_family = static_cast<std::uint8_t>(family);
-    header->ifa_index = 5;
-    return buffer.Take(message);
-  };
-  ParseReport report;
-  const std::vector<RouteEvent> events = ParseRoutes(removed(AF_INET), &report);
-  ASSERT_EQ(events.size(), 1U);
-  EXPECT_EQ(std::get<Ipv4AddressRemoved>(events[0]).index, 5U);
-  ExpectIgnored(removed(AF_INET6));
-}
-
 TEST(KernelRouteDatagrams, InterruptedDumpIsReported) {
   MessageBuffer buffer;
   ParseReport report;
@@ -297,7 +239,8 @@ TEST(KernelRouteDatagrams, InterruptedDumpIsReported) {
   EXPECT_TRUE(report.interrupted);
 }
 
-TEST(KernelRouteDatagrams, AddressesAreIgnored) {
+TEST(KernelRouteDatagrams, LinksAndAddressesAreIgnored) {
+  ExpectIgnored(Encode(LinkMessage{.index = 5, .name = "d0"}));
   ExpectIgnored(Encode(AddressMessage{.index = 5, .address = "10.0.0.1"}));
 }
 

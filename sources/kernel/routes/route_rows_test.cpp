@@ -69,26 +69,6 @@ unsigned ProtocolOf(std::uint8_t kernel) {
   return static_cast<unsigned>(rows.at(0).protocol);
 }
 
-TEST(KernelRows, RouteWithAGatewayIsRemoteAndWithoutLocal) {
-  EXPECT_EQ(OneRow(Route("10.0.0.0/24", {Path(5, "10.9.0.2")})),
-            "10.0.0.0/24 via 10.9.0.2 if 5 remote proto 3 metric 0");
-  EXPECT_EQ(OneRow(Route("10.0.0.0/24", {Path(5)})), "10.0.0.0/24 if 5 local proto 3 metric 0");
-  EXPECT_EQ(OneRow(Route("2001:db8::/32", {Path(5, "fe80::2")})),
-            "2001:db8::/32 via fe80::2 if 5 remote proto 3 metric 0");
-}
-
-TEST(KernelRows, DiscardingTypes) {
-  const auto text = [](std::uint8_t type) {
-    KernelRoute route = Route("0.0.0.0/0");
-    route.type = type;
-    return OneRow(route);
-  };
-  EXPECT_EQ(text(RTN_BLACKHOLE), "0.0.0.0/0 if 0 blackhole proto 3 metric 0");
-  EXPECT_EQ(text(RTN_UNREACHABLE), "0.0.0.0/0 if 0 reject proto 3 metric 0");
-  EXPECT_EQ(text(RTN_PROHIBIT), "0.0.0.0/0 if 0 reject proto 3 metric 0");
-  EXPECT_EQ(text(RTN_THROW), "0.0.0.0/0 if 0 other proto 3 metric 0");
-}
-
 TEST(KernelRows, LocalBroadcastMulticastAndLinkLocalRowsAreLeftOut) {
   for (const std::uint8_t type : {RTN_LOCAL, RTN_BROADCAST, RTN_ANYCAST, RTN_MULTICAST, RTN_UNSPEC}) {
     KernelRoute route = Route("10.0.0.1/32", {Path(5)});
@@ -155,24 +135,6 @@ TEST(KernelRows, EveryPathInUseIsARow) {
                           "10.0.0.0/24 via 10.9.0.3 if 6 remote proto 3 metric 0 labels 100,200"));
 }
 
-TEST(KernelRows, Ipv4PrefixWithAnIpv6GatewayIsRemoteWithoutANextHop) {
-  EXPECT_EQ(OneRow(Route("10.0.0.0/24", {Path(5, "2001:db8::2")})),
-            "10.0.0.0/24 if 5 remote proto 3 metric 0");
-}
-
-TEST(KernelRows, ObjectsGiveThePaths) {
-  NextHopObjects objects;
-  EXPECT_TRUE(objects.update(Object(5, Path(9, "10.9.0.2"))));
-  EXPECT_TRUE(objects.update(Object(6, Path(8, "10.9.0.3"))));
-  EXPECT_TRUE(objects.update(Group(7, {5, 6})));
-  KernelRoute route = Route("10.0.0.0/24");
-  route.next_hop_object = 5;
-  EXPECT_THAT(Rows(route, objects), ElementsAre("10.0.0.0/24 via 10.9.0.2 if 9 remote proto 3 metric 0"));
-  route.next_hop_object = 7;
-  EXPECT_THAT(Rows(route, objects), ElementsAre("10.0.0.0/24 via 10.9.0.2 if 9 remote proto 3 metric 0",
-                                                "10.0.0.0/24 via 10.9.0.3 if 8 remote proto 3 metric 0"));
-}
-
 TEST(KernelRows, ObjectThatDiscardsMakesABlackhole) {
   NextHopObject hole;
   hole.id = 5;
@@ -195,12 +157,6 @@ TEST(KernelRows, UnknownObjectOrMemberGivesNoRowAndIsReported) {
     EXPECT_FALSE(append_rows(route, objects, &rows));
     EXPECT_THAT(rows, IsEmpty());
   }
-}
-
-TEST(KernelRows, PathsOfTheRouteItselfNeedNoObject) {
-  KernelRoute route = Route("10.0.0.0/24", {Path(5)});
-  route.next_hop_object = 99;
-  EXPECT_THAT(Rows(route), ElementsAre("10.0.0.0/24 if 5 local proto 3 metric 0"));
 }
 
 TEST(KernelNextHopObjects, ChangeAndRemovalAreReportedOnce) {
