@@ -24,7 +24,13 @@ BgpInstance& instance(Parser& parser) {
 constexpr std::size_t kEvpn = 2;  // of BgpInstance::families
 
 VpnFamily& family(Parser& parser) {
-  return instance(parser).families[static_cast<std::size_t>(parser.family)];
+  return instance(parser).families[parser.family];
+}
+
+std::optional<vrf_config::Target> read_target(Parser& parser, std::string_view word) {
+  const auto target = parse_suite_target(word);
+  if (!target) parser.invalid(word, "is not a route target");
+  return target;
 }
 
 // Null, with an error, for a word that is neither an address nor a name.
@@ -67,46 +73,27 @@ void take_ipv6_default(Parser& parser, const Words& words) {
   instance(parser).default_active[1] = words[0] != "no";
 }
 
-void take_family(Parser& parser, const Words& words) {
-  parser.in_family = true;
-  parser.family = words[1] == "ipv4" ? 0 : words[1] == "ipv6" ? 1 : -1;
-  if (words.size() > 2 && (words[2] == "vpn" || words[2] == "flowspec")) parser.family = -1;
-  parser.unicast = words.size() == 2 || words[2] == "unicast";
-  parser.evpn = words[1] == "l2vpn";
-}
-
-void leave_family(Parser& parser, const Words&) {
-  parser.in_family = false;
-}
-
 void take_activation(Parser& parser, const Words& words) {
   const bool active = words[0] != "no";
   if (BgpNeighbor* named = neighbor(parser, words[active ? 1 : 2])) {
-    named->active[static_cast<std::size_t>(parser.family)] = active;
+    named->active[parser.family] = active;
   }
 }
 
 void take_rd(Parser& parser, const Words& words) {
-  const auto rd = parse_suite_target(words[3]);
-  if (!rd) return parser.error("'" + std::string(words[3]) + "' is not a route distinguisher");
+  const auto rd = parse_suite_target(words.back());
+  if (!rd) return parser.invalid(words.back(), "is not a route distinguisher");
   family(parser).rd = *rd;
-}
-
-void take_evpn_rd(Parser& parser, const Words& words) {
-  const auto rd = parse_suite_target(words[1]);
-  if (!rd) return parser.error("'" + std::string(words[1]) + "' is not a route distinguisher");
-  instance(parser).families[kEvpn].rd = *rd;
 }
 
 // "route-target import RT...", a line for each or several in one; "auto" is what the suite derives.
 void take_evpn_targets(Parser& parser, const Words& words) {
-  VpnFamily& evpn = instance(parser).families[kEvpn];
   for (std::size_t i = 2; i < words.size(); ++i) {
     if (words[i] == "auto") continue;
-    const auto target = parse_suite_target(words[i]);
-    if (!target) return parser.error("'" + std::string(words[i]) + "' is not a route target");
-    if (words[1] != "export") evpn.imports.push_back(*target);
-    if (words[1] != "import") evpn.exports.push_back(*target);
+    const auto target = read_target(parser, words[i]);
+    if (!target) return;
+    if (words[1] != "export") family(parser).imports.push_back(*target);
+    if (words[1] != "import") family(parser).exports.push_back(*target);
   }
 }
 
@@ -122,8 +109,8 @@ void take_vnis(Parser& parser, const Words&) {
 void take_targets(Parser& parser, const Words& words) {
   std::vector<vrf_config::Target> targets;
   for (std::size_t i = 3; i < words.size(); ++i) {
-    const auto target = parse_suite_target(words[i]);
-    if (!target) return parser.error("'" + std::string(words[i]) + "' is not a route target");
+    const auto target = read_target(parser, words[i]);
+    if (!target) return;
     targets.push_back(*target);
   }
   if (words[2] != "export") family(parser).imports = targets;
@@ -141,6 +128,9 @@ void take_policy(Parser& parser, const Words& words) {
   (words[2] == "import" ? family(parser).import_policy : family(parser).export_policy) = words[3];
 }
 
+void take_family(Parser& parser, const Words& words);
+void leave_family(Parser& parser, const Words& words);
+
 constexpr LineRule kInstanceLines[] = {
     {"address-family * ...", take_family},
     {"neighbor * peer-group", take_group},
@@ -157,12 +147,10 @@ constexpr LineRule kInstanceLines[] = {
     {"no bgp default ipv6-unicast", take_ipv6_default},
 };
 
-constexpr LineRule kFamilyLines[] = {
+constexpr LineRule kUnicastLines[] = {
+    {"exit-address-family", leave_family},
     {"neighbor * activate", take_activation},
     {"no neighbor * activate", take_activation},
-};
-
-constexpr LineRule kVpnLines[] = {
     {"rd vpn export *", take_rd},
     {"rt vpn import * ...", take_targets},
     {"rt vpn export * ...", take_targets},
@@ -175,9 +163,13 @@ constexpr LineRule kVpnLines[] = {
     {"import vrf *", take_import_by_name},
     {"import vrf route-map *", take_policy_of_names},
 };
+// Other subsequent families have none of the VPN items, other families nothing but their end.
+constexpr std::span kOtherLines = std::span(kUnicastLines).first(3);
+constexpr std::span kUnknownLines = std::span(kUnicastLines).first(1);
 
 constexpr LineRule kEvpnLines[] = {
-    {"rd *", take_evpn_rd},
+    {"exit-address-family", leave_family},
+    {"rd *", take_rd},
     {"route-target import * ...", take_evpn_targets},
     {"route-target export * ...", take_evpn_targets},
     {"route-target both * ...", take_evpn_targets},
@@ -188,17 +180,30 @@ constexpr LineRule kDefaultLines[] = {
     {"advertise-all-vni", take_vnis},
 };
 
-constexpr LineRule kFamilyEnd[] = {{"exit-address-family", leave_family}};
+std::span<const LineRule> lines_of(const Words& words) {
+  const bool is_ip = words[1] == "ipv4" || words[1] == "ipv6";
+  const std::string_view further = words.size() > 2 ? words[2] : "unicast";
+  if (words[1] == "l2vpn") return kEvpnLines;
+  if (!is_ip || further == "vpn" || further == "flowspec") return kUnknownLines;
+  return further == "unicast" ? kUnicastLines : kOtherLines;
+}
+
+void take_family(Parser& parser, const Words& words) {
+  parser.family = words[1] == "ipv4" ? 0 : words[1] == "ipv6" ? 1 : kEvpn;
+  parser.lines = lines_of(words);
+}
+
+void leave_family(Parser& parser, const Words&) {
+  parser.lines = kInstanceLines;
+}
 
 }  // namespace
 
 void open_bgp(Parser& parser, const Words& words) {
   if (!is_vpn(parser, words[4])) return;
   const std::optional<std::uint32_t> as_number = vrf_config::parse_as_number(words[2]);
-  if (!as_number) {
-    return parser.error("'" + std::string(words[2]) + "' is not an AS number");
-  }
-  parser.stanza = Stanza::kBgp;
+  if (!as_number) return parser.invalid(words[2], "is not an AS number");
+  parser.lines = kInstanceLines;
   BgpInstance opened;
   opened.vrf = words[4];
   opened.as_number = *as_number;
@@ -207,12 +212,8 @@ void open_bgp(Parser& parser, const Words& words) {
 
 // "router bgp AS as-notation NOTATION"; plain by default.
 void open_default_bgp(Parser& parser, const Words& words) {
-  parser.stanza = Stanza::kDefaultBgp;
+  parser.lines = kDefaultLines;
   if (words.size() == 5) parser.config.as_notation = words[4];
-}
-
-void take_default_bgp_line(Parser& parser, const Words& words) {
-  take_line(kDefaultLines, parser, words);
 }
 
 std::optional<vrf_config::Target> parse_suite_target(std::string_view text) {
@@ -221,18 +222,6 @@ std::optional<vrf_config::Target> parse_suite_target(std::string_view text) {
   if (is_asdot_of_two_octets) return vrf_config::parse_target(text.substr(2));
   if (administrator == "*") return vrf_config::parse_target("0" + std::string(text.substr(1)));
   return vrf_config::parse_target(text);
-}
-
-void take_bgp_line(Parser& parser, const Words& words) {
-  if (!parser.in_family) {
-    take_line(kInstanceLines, parser, words);
-    return;
-  }
-  if (take_line(kFamilyEnd, parser, words)) return;
-  if (parser.evpn) take_line(kEvpnLines, parser, words);
-  if (parser.family < 0) return;
-  if (take_line(kFamilyLines, parser, words) || !parser.unicast) return;
-  take_line(kVpnLines, parser, words);
 }
 
 }  // namespace frr

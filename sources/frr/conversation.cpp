@@ -23,6 +23,7 @@
 #include <utility>
 
 #include "platform/core/base/fault.h"
+#include "platform/core/text/words.h"
 
 namespace frr {
 
@@ -96,20 +97,14 @@ int spawn(std::vector<std::string> command, int fd, pid_t* pid) {
 }
 
 bool has_word(std::string_view line, std::string_view wanted) {
-  while (!line.empty()) {
-    const std::size_t end = std::min(line.find(' '), line.size());
-    if (line.substr(0, end) == wanted) return true;
-    line.remove_prefix(std::min(end + 1, line.size()));
-  }
-  return false;
+  const std::vector<std::string_view> words = text::split(line, ' ');
+  return std::ranges::find(words, wanted) != words.end();
 }
 
 template <typename Test>
-bool any_line(std::string_view text, const Test& test) {
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find('\n'), text.size());
-    if (test(text.substr(0, end))) return true;
-    text.remove_prefix(std::min(end + 1, text.size()));
+bool any_line(std::string_view lines, const Test& test) {
+  while (!lines.empty()) {
+    if (test(text::take_until(&lines, '\n'))) return true;
   }
   return false;
 }
@@ -124,7 +119,7 @@ bool is_connected(std::string_view text, std::string_view program) {
 // A warning of the shell about its connection. Among the programs' lines, only one at the start of a line
 // counts, because a description may contain the same text.
 bool is_warning(std::string_view line) {
-  return line.find("Warning: closing connection") == 0 || line.find("Warning: connecting to") == 0;
+  return line.starts_with("Warning: closing connection") || line.starts_with("Warning: connecting to");
 }
 
 bool has_warning(std::string_view text) {
@@ -319,7 +314,7 @@ void Conversation::end() {
 
 void Conversation::reap(bool wait) {
   const auto is_reaped = [wait](pid_t pid) { return waitpid(pid, nullptr, wait ? 0 : WNOHANG) != 0; };
-  ended_.erase(std::remove_if(ended_.begin(), ended_.end(), is_reaped), ended_.end());
+  std::erase_if(ended_, is_reaped);
 }
 
 }  // namespace frr

@@ -54,21 +54,6 @@ std::optional<Target> read_target(const std::string& text, const std::string& vr
   return target;
 }
 
-void add_rd(const std::string& vrf, Family family, const std::string& text, Collected* collected) {
-  if (const auto rd = read_target(text, vrf, collected)) {
-    collected->derived.nodes.push_back(vrf_config::route_distinguisher(vrf, family, *rd));
-  }
-}
-
-void add_targets(const std::string& vrf, Family family, Direction direction,
-                 const std::vector<std::string>& texts, Collected* collected) {
-  for (const std::string& text : texts) {
-    const auto target = read_target(text, vrf, collected);
-    if (!target) continue;
-    collected->derived.nodes.push_back(vrf_config::route_target(vrf, family, direction, *target));
-  }
-}
-
 // A list in one text ("65000:1 10.0.0.1:2") or in an array.
 std::vector<std::string> texts_of(const Json& list) {
   std::vector<std::string> texts;
@@ -82,15 +67,32 @@ std::vector<std::string> texts_of(const Json& list) {
   return texts;
 }
 
+void add_targets(const std::string& vrf, Family family, Direction direction, const Json& list,
+                 Collected* collected) {
+  for (const std::string& text : texts_of(list)) {
+    if (const auto target = read_target(text, vrf, collected)) {
+      collected->derived.nodes.push_back(vrf_config::route_target(vrf, family, direction, *target));
+    }
+  }
+}
+
+void add_items(const std::string& vrf, Family family, const Json& rd, const Json& imports,
+               const Json& exports, Collected* collected) {
+  if (const auto target = read_target(text_of(rd), vrf, collected)) {
+    collected->derived.nodes.push_back(vrf_config::route_distinguisher(vrf, family, *target));
+  }
+  add_targets(vrf, family, Direction::kImport, imports, collected);
+  add_targets(vrf, family, Direction::kExport, exports, collected);
+}
+
 // --- VRFs that are imported by name ---
 
 // {"vrfs": {"red": {"importRts": "...", "routeDistinguisher": "...", "exportRts": "..."}}}
 void read_leaks(const Question& question, const Json& shown, Collected* collected) {
   for (const auto& [vrf, leaks] : member(shown, "vrfs").items()) {
     if (!is_vpn_name(vrf)) continue;
-    add_rd(vrf, question.family, text_of(member(leaks, "routeDistinguisher")), collected);
-    add_targets(vrf, question.family, Direction::kImport, texts_of(member(leaks, "importRts")), collected);
-    add_targets(vrf, question.family, Direction::kExport, texts_of(member(leaks, "exportRts")), collected);
+    add_items(vrf, question.family, member(leaks, "routeDistinguisher"), member(leaks, "importRts"),
+              member(leaks, "exportRts"), collected);
   }
 }
 
@@ -113,11 +115,8 @@ void read_evpn(const Question&, const Json& shown, Collected* collected) {
     if (!vni.is_number_unsigned() || text_of(member(item, "type")) != "L3") continue;
     const auto vrf = collected->vrfs_of_vnis.find(vni.get<std::uint64_t>());
     if (vrf == collected->vrfs_of_vnis.end()) continue;
-    add_rd(vrf->second, Family::kEvpn, text_of(member(item, "rd")), collected);
-    add_targets(vrf->second, Family::kEvpn, Direction::kImport, texts_of(member(item, "importRTs")),
-                collected);
-    add_targets(vrf->second, Family::kEvpn, Direction::kExport, texts_of(member(item, "exportRTs")),
-                collected);
+    add_items(vrf->second, Family::kEvpn, member(item, "rd"), member(item, "importRTs"),
+              member(item, "exportRTs"), collected);
   }
 }
 
@@ -186,10 +185,6 @@ Json json_in(std::string_view text) {
   return Json::parse(text.substr(0, text.rfind('}') + 1), nullptr, false);
 }
 
-bool by_path(const KvConfigNode& left, const KvConfigNode& right) {
-  return left.path < right.path;
-}
-
 // A configured item is not derived, unless it is ineffective.
 void remove_configured(const std::vector<KvConfigNode>& configured, Derived* derived) {
   std::sort(derived->ineffective.begin(), derived->ineffective.end());
@@ -221,11 +216,8 @@ std::optional<Derived> derive(const RunningConfig& config, bool exports,
   Derived& derived = collected.derived;
   remove_configured(configured, &derived);
   std::stable_sort(derived.nodes.begin(), derived.nodes.end(), by_path);
-  const auto same_path = [](const KvConfigNode& left, const KvConfigNode& right) {
-    return left.path == right.path;
-  };
-  derived.nodes.erase(std::unique(derived.nodes.begin(), derived.nodes.end(), same_path),
-                      derived.nodes.end());
+  const auto repeated = std::ranges::unique(derived.nodes, {}, &KvConfigNode::path);
+  derived.nodes.erase(repeated.begin(), repeated.end());
   return std::move(derived);
 }
 

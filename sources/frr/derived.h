@@ -22,6 +22,10 @@ namespace frr {
 
 inline constexpr std::string_view kDerivingProgram = "bgpd";
 
+inline bool by_path(const KvConfigNode& left, const KvConfigNode& right) {
+  return left.path < right.path;
+}
+
 // The commands that show what is derived under this configuration; none when nothing is. With `exports` they
 // include those that print the VPN routes of a VRF, of which there can be too many for an answer.
 std::vector<std::string> derived_commands(const RunningConfig& config, bool exports);

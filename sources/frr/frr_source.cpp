@@ -18,6 +18,7 @@
 #include "sources/frr/derived.h"
 
 using frr::Answer;
+using frr::by_path;
 using frr::Nodes;
 using frr::Program;
 
@@ -26,10 +27,6 @@ namespace {
 constexpr std::uint64_t kPausePerTime = 4;            // a pause is this many times the duration of the answer
 constexpr std::size_t kErrorsLogged = 10;             // of one text
 constexpr std::uint64_t kFirstPause = 1'000'000'000;  // of a program that does not answer; doubles
-
-bool by_path(const KvConfigNode& left, const KvConfigNode& right) {
-  return left.path < right.path;
-}
 
 // The nodes of `known` whose paths are not in `reported`.
 Nodes left_out(const Nodes& known, const Nodes& reported) {
@@ -93,7 +90,10 @@ struct FrrSource::Follower {
 };
 
 FrrSource::FrrSource(const router::Router* router, Options options)
-    : router_(router), options_(std::move(options)) {
+    : router_(router),
+      options_(std::move(options)),
+      configured_{kConfigOwnerFrr},
+      derived_{kConfigOwnerFrrDerived} {
   for (std::size_t i = 0; i < followers_.size(); ++i) {
     followers_[i] = std::make_unique<Follower>(frr::kPrograms[i], options_);
     if (frr::kPrograms[i].name == frr::kManagementProgram) management_ = followers_[i].get();
@@ -129,13 +129,14 @@ Status FrrSource::release(std::string* error) {
 }
 
 Status FrrSource::load(std::string* /*error*/) {
-  kvtree_config_owned(kConfigOwnerFrr, [this](const KvConfigNode& node) {
-    wanted_.push_back(node);
+  for (Owned* owned : {&configured_, &derived_}) {
+    kvtree_config_owned(owned->owner, [owned](const KvConfigNode& node) { owned->nodes.push_back(node); });
+  }
+  for (const KvConfigNode& node : configured_.nodes) {
     for (const auto& follower : followers_) {
       follower->answered = follower->answered || frr::owns(follower->program, node.path);
     }
-  });
-  kvtree_config_owned(kConfigOwnerFrrDerived, [this](const KvConfigNode& node) { derived_.push_back(node); });
+  }
   return kStatusOk;
 }
 
@@ -216,7 +217,7 @@ bool FrrSource::take(Follower& follower, const Answer& answer) {
   if (commands != std::exchange(follower.commands, commands)) return false;
   follower.asked_twice = false;
   const bool same_router = !follower.program.needs_router || follower.router_changes == router_->changes();
-  const bool written = written_ && derived_written_;
+  const bool written = configured_.written && derived_.written;
   if (!same_text || !same_router || follower.settling || !written) settle(follower);
   return true;
 }
@@ -273,9 +274,12 @@ void FrrSource::settle(Follower& follower) {
   const Nodes before = std::exchange(follower.nodes, std::move(now));
   const Nodes removed = follower.settling ? Nodes{} : left_out(before, follower.nodes);
   const bool derives = follower.program.name == frr::kDerivingProgram;
-  const Nodes underived = derives ? left_out(derived_, follower.derived) : Nodes{};
+  const Nodes underived = derives ? left_out(derived_.nodes, follower.derived) : Nodes{};
   if ((is_complete(follower) && underived.empty()) || is_stable(follower)) follower.settling = false;
-  if (derives) commit_derived(follower.settling ? merged(follower.derived, underived) : follower.derived);
+  if (derives) {
+    commit(&derived_, follower.settling ? merged(follower.derived, underived) : follower.derived,
+           "derived by the routing suite", "what the routing suite derives");
+  }
   for (const auto& each : followers_) {  // a lost program cannot retain what another one has removed
     if (!each->answering) each->nodes = left_out(each->nodes, removed);
   }
@@ -284,7 +288,7 @@ void FrrSource::settle(Follower& follower) {
 
 // Whether the programs that answer report everything that was known of this one.
 bool FrrSource::is_complete(const Follower& follower) const {
-  const Nodes missing = left_out(wanted_, reported(false));
+  const Nodes missing = left_out(configured_.nodes, reported(false));
   return std::none_of(missing.begin(), missing.end(), [&follower](const KvConfigNode& node) {
     return frr::owns(follower.program, node.path);
   });
@@ -294,18 +298,6 @@ bool FrrSource::is_complete(const Follower& follower) const {
 bool FrrSource::is_stable(const Follower& follower) const {
   const bool nothing = follower.nodes.empty() && follower.derived.empty();
   return clock_monotonic() - follower.text_since >= (nothing ? options_.settling_empty : options_.settling);
-}
-
-void FrrSource::commit_derived(Nodes nodes) {
-  if (derived_written_ && nodes == derived_) return;
-  derived_ = std::move(nodes);
-  std::string reason;
-  const Status status = kvtree_config_replace(kConfigOwnerFrrDerived, derived_,
-                                              "derived by the routing suite", nullptr, &reason);
-  if (status && derived_written_) {
-    log_error("frr", "cannot write what the routing suite derives: %s: %s", err_text(status), reason.c_str());
-  }
-  derived_written_ = !status;
 }
 
 // The nodes of the programs that answer, or the last nodes of those that do not.
@@ -330,20 +322,20 @@ bool FrrSource::may_be_reported(std::string_view path) const {
 // Commits what is reported now, and retains what was not `removed` and may still be reported.
 void FrrSource::update_tree(const Follower& follower, const Nodes& removed) {
   const Nodes nodes = merged(reported(true), reported(false));
-  Nodes retained = left_out(left_out(wanted_, nodes), removed);
+  Nodes retained = left_out(left_out(configured_.nodes, nodes), removed);
   std::erase_if(retained, [this](const KvConfigNode& node) { return !may_be_reported(node.path); });
-  commit(follower, merged(nodes, retained));
+  const std::string program(follower.program.name);
+  commit(&configured_, merged(nodes, retained), program + ": running configuration",
+         "the configuration of " + program);
 }
 
-void FrrSource::commit(const Follower& follower, Nodes nodes) {
-  if (written_ && nodes == wanted_) return;
-  wanted_ = std::move(nodes);
+void FrrSource::commit(Owned* owned, Nodes nodes, const std::string& comment, const std::string& what) {
+  if (owned->written && nodes == owned->nodes) return;
+  owned->nodes = std::move(nodes);
   std::string reason;
-  const std::string comment = std::string(follower.program.name) + ": running configuration";
-  const Status status = kvtree_config_replace(kConfigOwnerFrr, wanted_, comment, nullptr, &reason);
-  if (status && written_) {
-    log_error("frr", "cannot write the configuration of %s: %s: %s", follower.program.name.data(),
-              err_text(status), reason.c_str());
+  const Status status = kvtree_config_replace(owned->owner, owned->nodes, comment, nullptr, &reason);
+  if (status && owned->written) {
+    log_error("frr", "cannot write %s: %s: %s", what.c_str(), err_text(status), reason.c_str());
   }
-  written_ = !status;
+  owned->written = !status;
 }

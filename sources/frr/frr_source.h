@@ -64,6 +64,12 @@ class FrrSource : public Source {
 
  private:
   struct Follower;
+  // What the tree should contain of an owner.
+  struct Owned {
+    std::string_view owner;
+    frr::Nodes nodes{};
+    bool written = true;  // the tree contains it
+  };
 
   void ask(Follower& follower);
   void ask_later(Follower& follower, std::uint64_t nanoseconds);
@@ -81,8 +87,7 @@ class FrrSource : public Source {
   frr::Nodes reported(bool by_lost_programs) const;
   bool may_be_reported(std::string_view path) const;
   void update_tree(const Follower& follower, const frr::Nodes& removed);
-  void commit(const Follower& follower, frr::Nodes nodes);
-  void commit_derived(frr::Nodes nodes);
+  static void commit(Owned* owned, frr::Nodes nodes, const std::string& comment, const std::string& what);
   std::uint64_t pause_after(const Follower& follower, std::uint64_t took) const;
 
   const router::Router* router_;
@@ -90,9 +95,7 @@ class FrrSource : public Source {
   EventManager* manager_ = nullptr;
   std::array<std::unique_ptr<Follower>, frr::kProgramCount> followers_;
   Follower* management_ = nullptr;  // the one of mgmtd
-  frr::Nodes wanted_{};             // what the tree should contain
-  bool written_ = true;             // the tree contains it
+  Owned configured_;
+  Owned derived_;
   bool absence_logged_ = false;
-  frr::Nodes derived_{};         // what the tree should contain as derived
-  bool derived_written_ = true;  // the tree contains it
 };

@@ -1,7 +1,7 @@
 // Internals that the source files of the running configuration's parser share.
 //
-// Each line is matched, word by word, against the table of its stanza. The handler of the first matching row
-// gets the line's words and writes to the records that the stanza has opened.
+// Each line is matched, word by word, against the table of its stanza or address family. The handler of the
+// first matching row gets the line's words and writes to the records that the stanza has opened.
 #pragma once
 
 #include <cstdint>
@@ -19,42 +19,39 @@ inline constexpr std::size_t kTextMax = 255;  // octets of a description or of a
 
 using Words = std::vector<std::string_view>;
 
-enum class Stanza : std::uint8_t { kOther, kBgp, kDefaultBgp, kOspf, kRip, kRipng, kEigrp, kVrf, kInterface };
+struct Parser;
 
-struct Parser {
-  RunningConfig config{};
-  std::size_t line = 0;
-  Stanza stanza = Stanza::kOther;
-  std::string vrf{};             // of a `vrf` stanza
-  std::string interface {};      // of an `interface` stanza
-  int family = -1;               // of an `address-family`: 0 IPv4, 1 IPv6; -1: outside, or of another family
-  bool in_family = false;        // in any address family
-  bool unicast = false;          // in a unicast one, which has the VPN items
-  bool evpn = false;             // in that of EVPN
-  std::string_view line_text{};  // the whole line, without its indentation
-
-  void error(const std::string& what) { config.errors.push_back({line, what}); }
-};
-
-// A row of a stanza's table. In the pattern "*" is any word and "..." at the end any number of further ones.
+// A row of a table. In the pattern "*" is any word and "..." at the end any number of further ones.
 struct LineRule {
   std::string_view pattern;
   void (*take)(Parser& parser, const Words& words);
 };
 
+struct Parser {
+  RunningConfig config{};
+  std::size_t line = 0;
+  std::span<const LineRule> lines{};  // of the open stanza, or of its open address family
+  std::string vrf{};                  // of a `vrf` stanza
+  std::string interface {};           // of an `interface` stanza
+  std::size_t family = 0;             // of an `address-family`, in the order of BgpInstance::families
+  std::string_view line_text{};       // the whole line, without its indentation
+
+  void error(const std::string& what) { config.errors.push_back({line, what}); }
+  // "'red' is not a route target"
+  void invalid(std::string_view word, const std::string& why) { error("'" + std::string(word) + "' " + why); }
+};
+
 Words split_words(std::string_view text);
-// Calls the first rule whose pattern matches; false when none does.
-bool take_line(std::span<const LineRule> rules, Parser& parser, const Words& words);
 // False for the default VRF and, with an error, for an invalid VRF name.
 bool is_vpn(Parser& parser, std::string_view vrf);
 // A whole decimal number up to the limit.
 bool parse_number(std::string_view text, std::uint32_t limit, std::uint32_t* number);
+// An address of the family with its length.
+bool parse_network(std::string_view text, router::Family family, router::Address* prefix);
 
-// The stanzas of BGP: bgp_parser.cpp.
+// The heads of the stanzas of BGP: bgp_parser.cpp.
 void open_bgp(Parser& parser, const Words& words);
 void open_default_bgp(Parser& parser, const Words& words);
-void take_bgp_line(Parser& parser, const Words& words);
-void take_default_bgp_line(Parser& parser, const Words& words);
 // `ip route` and `ipv6 route` in a VRF: static_parser.cpp.
 void take_static_route(Parser& parser, const Words& words);
 

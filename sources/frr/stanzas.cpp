@@ -40,85 +40,25 @@ bool matches(std::string_view pattern, const Words& words) {
   return further.empty() || further == "...";
 }
 
-// --- Heads of stanzas ---
-
-// "router ospf [INSTANCE] vrf NAME": words[2] is the instance, if there is one.
-void open_ospf(Parser& parser, const Words& words) {
-  std::uint32_t process = kOnlyProcess;
-  if (!is_vpn(parser, words.back())) return;
-  if (words.size() == 5 && !parse_number(words[2], kMostProcesses, &process)) {
-    return parser.error("'" + std::string(words[2]) + "' is not an instance of OSPF");
-  }
-  parser.stanza = Stanza::kOspf;
-  parser.config.ospf.push_back({std::string(words.back()), std::to_string(process)});
-}
-
-void open_ospf6(Parser& parser, const Words& words) {
-  if (is_vpn(parser, words[3])) parser.config.ospf6.push_back({std::string(words[3]), ""});
-}
-
-void open_ripng(Parser& parser, const Words& words) {
-  if (!is_vpn(parser, words[3])) return;
-  parser.stanza = Stanza::kRipng;
-  parser.config.ripng.push_back({std::string(words[3]), ""});
-}
-
-void open_rip(Parser& parser, const Words& words) {
-  if (!is_vpn(parser, words[3])) return;
-  parser.stanza = Stanza::kRip;
-  parser.config.rip.push_back({std::string(words[3]), ""});
-}
-
-void open_eigrp(Parser& parser, const Words& words) {
-  std::uint32_t as_number = 0;
-  if (!is_vpn(parser, words[4])) return;
-  if (!parse_number(words[2], 65535, &as_number)) {
-    return parser.error("'" + std::string(words[2]) + "' is not an AS number");
-  }
-  parser.stanza = Stanza::kEigrp;
-  parser.config.eigrp.push_back({std::string(words[4]), std::to_string(as_number)});
-}
-
-void open_vrf(Parser& parser, const Words& words) {
-  if (!is_vpn(parser, words[1])) return;
-  parser.stanza = Stanza::kVrf;
-  parser.vrf = words[1];
-}
-
-// Some versions add the interface's VRF, which the router model already has.
-void open_interface(Parser& parser, const Words& words) {
-  if (!router::valid_interface_name(words[1])) return parser.error("invalid interface name");
-  parser.stanza = Stanza::kInterface;
-  parser.interface = words[1];
-}
-
-constexpr LineRule kHeads[] = {
-    {"router bgp * vrf * ...", open_bgp},
-    {"router bgp *", open_default_bgp},
-    {"router bgp * as-notation *", open_default_bgp},
-    {"router ospf vrf *", open_ospf},
-    {"router ospf * vrf *", open_ospf},
-    {"router ospf6 vrf *", open_ospf6},
-    {"router rip vrf *", open_rip},
-    {"router ripng vrf *", open_ripng},
-    {"router eigrp * vrf *", open_eigrp},
-    {"vrf *", open_vrf},
-    {"interface * ...", open_interface},
-};
-
 // --- Lines of stanzas ---
 
-bool parse_network(std::string_view text, router::Address* prefix,
-                   router::Family family = router::Family::kIpv4) {
-  return text.find('/') != std::string_view::npos && router::parse_address(text, prefix) &&
-         prefix->family == family;
+std::optional<std::uint32_t> read_area(Parser& parser, std::string_view text) {
+  const std::optional<std::uint32_t> area = vrf_config::parse_area(text);
+  if (!area) parser.invalid(text, "is not an area");
+  return area;
+}
+
+bool read_instance(Parser& parser, std::string_view text, std::uint32_t* process) {
+  const bool is_one = parse_number(text, kMostProcesses, process);
+  if (!is_one) parser.invalid(text, "is not an instance of OSPF");
+  return is_one;
 }
 
 void take_ospf_network(Parser& parser, const Words& words) {
   Network network;
   const std::optional<std::uint32_t> area = vrf_config::parse_area(words[3]);
-  if (!parse_network(words[1], &network.prefix) || !area) {
-    return parser.error("'" + std::string(parser.line_text) + "' is not 'network PREFIX area AREA'");
+  if (!parse_network(words[1], router::Family::kIpv4, &network.prefix) || !area) {
+    return parser.invalid(parser.line_text, "is not 'network PREFIX area AREA'");
   }
   network.area = *area;
   parser.config.ospf.back().networks.push_back(network);
@@ -127,13 +67,13 @@ void take_ospf_network(Parser& parser, const Words& words) {
 // The networks of RIP and RIPng are prefixes or names of interfaces.
 void take_network_or_name(Parser& parser, std::string_view word, router::Family family, IgpProcess* process) {
   Network network;
-  if (parse_network(word, &network.prefix, family)) {
+  if (parse_network(word, family, &network.prefix)) {
     process->networks.push_back(network);
   } else if (router::valid_interface_name(word) && word.find('/') == std::string_view::npos) {
     process->interfaces.emplace_back(word);
   } else {
-    const char* wanted = family == router::Family::kIpv4 ? "IPv4" : "IPv6";
-    parser.error("'" + std::string(word) + "' is not an " + wanted + " network");
+    const bool is_ipv4 = family == router::Family::kIpv4;
+    parser.invalid(word, is_ipv4 ? "is not an IPv4 network" : "is not an IPv6 network");
   }
 }
 
@@ -147,16 +87,16 @@ void take_ripng_network(Parser& parser, const Words& words) {
 
 void take_eigrp_network(Parser& parser, const Words& words) {
   Network network;
-  if (!parse_network(words[1], &network.prefix)) {
-    return parser.error("'" + std::string(words[1]) + "' is not an IPv4 network");
+  if (!parse_network(words[1], router::Family::kIpv4, &network.prefix)) {
+    return parser.invalid(words[1], "is not an IPv4 network");
   }
   parser.config.eigrp.back().networks.push_back(network);
 }
 
 void take_ospf_area(Parser& parser, std::uint32_t process, std::string_view text) {
-  const std::optional<std::uint32_t> area = vrf_config::parse_area(text);
-  if (!area) return parser.error("'" + std::string(text) + "' is not an area");
-  parser.config.interfaces[parser.interface].ospf.push_back({std::to_string(process), *area});
+  if (const auto area = read_area(parser, text)) {
+    parser.config.interfaces[parser.interface].ospf.push_back({std::to_string(process), *area});
+  }
 }
 
 void take_interface_area(Parser& parser, const Words& words) {
@@ -165,22 +105,19 @@ void take_interface_area(Parser& parser, const Words& words) {
 
 void take_interface_instance_area(Parser& parser, const Words& words) {
   std::uint32_t process = 0;
-  if (!parse_number(words[2], kMostProcesses, &process)) {
-    return parser.error("'" + std::string(words[2]) + "' is not an instance of OSPF");
-  }
-  take_ospf_area(parser, process, words[4]);
+  if (read_instance(parser, words[2], &process)) take_ospf_area(parser, process, words[4]);
 }
 
 void take_interface_area6(Parser& parser, const Words& words) {
-  const std::optional<std::uint32_t> area = vrf_config::parse_area(words[3]);
-  if (!area) return parser.error("'" + std::string(words[3]) + "' is not an area");
-  parser.config.interfaces[parser.interface].ospf6_area = *area;
+  if (const auto area = read_area(parser, words[3])) {
+    parser.config.interfaces[parser.interface].ospf6_area = *area;
+  }
 }
 
 void take_vni(Parser& parser, const Words& words) {
   std::uint32_t number = 0;
   if (!parse_number(words[1], vrf_config::kGreatestVni, &number) || number == 0) {
-    return parser.error("'" + std::string(words[1]) + "' is not a VNI");
+    return parser.invalid(words[1], "is not a VNI");
   }
   parser.config.vnis[parser.vrf] = number;
 }
@@ -209,38 +146,72 @@ constexpr LineRule kInterfaceLines[] = {
     {"description * ...", take_description},
 };
 
-void open_stanza(Parser& parser, const Words& words) {
-  parser.stanza = Stanza::kOther;
-  parser.in_family = false;
-  take_line(kHeads, parser, words);
+// --- Heads of stanzas ---
+
+// "router ospf [INSTANCE] vrf NAME": words[2] is the instance, if there is one.
+void open_ospf(Parser& parser, const Words& words) {
+  std::uint32_t process = kOnlyProcess;
+  if (!is_vpn(parser, words.back())) return;
+  if (words.size() == 5 && !read_instance(parser, words[2], &process)) return;
+  parser.lines = kOspfLines;
+  parser.config.ospf.push_back({std::string(words.back()), std::to_string(process)});
 }
 
-std::span<const LineRule> lines_of(Stanza stanza) {
-  switch (stanza) {
-    case Stanza::kOspf:
-      return kOspfLines;
-    case Stanza::kRip:
-      return kRipLines;
-    case Stanza::kRipng:
-      return kRipngLines;
-    case Stanza::kEigrp:
-      return kEigrpLines;
-    case Stanza::kVrf:
-      return kVrfLines;
-    case Stanza::kInterface:
-      return kInterfaceLines;
-    case Stanza::kOther:
-    case Stanza::kBgp:  // has lines of a second depth
-    case Stanza::kDefaultBgp:
-      return {};
-  }
-  return {};
+void open_ospf6(Parser& parser, const Words& words) {
+  if (is_vpn(parser, words[3])) parser.config.ospf6.push_back({std::string(words[3]), ""});
 }
 
-void take_stanza_line(Parser& parser, const Words& words) {
-  if (parser.stanza == Stanza::kBgp) return take_bgp_line(parser, words);
-  if (parser.stanza == Stanza::kDefaultBgp) return take_default_bgp_line(parser, words);
-  take_line(lines_of(parser.stanza), parser, words);
+void open_ripng(Parser& parser, const Words& words) {
+  if (!is_vpn(parser, words[3])) return;
+  parser.lines = kRipngLines;
+  parser.config.ripng.push_back({std::string(words[3]), ""});
+}
+
+void open_rip(Parser& parser, const Words& words) {
+  if (!is_vpn(parser, words[3])) return;
+  parser.lines = kRipLines;
+  parser.config.rip.push_back({std::string(words[3]), ""});
+}
+
+void open_eigrp(Parser& parser, const Words& words) {
+  std::uint32_t as_number = 0;
+  if (!is_vpn(parser, words[4])) return;
+  if (!parse_number(words[2], 65535, &as_number)) return parser.invalid(words[2], "is not an AS number");
+  parser.lines = kEigrpLines;
+  parser.config.eigrp.push_back({std::string(words[4]), std::to_string(as_number)});
+}
+
+void open_vrf(Parser& parser, const Words& words) {
+  if (!is_vpn(parser, words[1])) return;
+  parser.lines = kVrfLines;
+  parser.vrf = words[1];
+}
+
+// Some versions add the interface's VRF, which the router model already has.
+void open_interface(Parser& parser, const Words& words) {
+  if (!router::valid_interface_name(words[1])) return parser.error("invalid interface name");
+  parser.lines = kInterfaceLines;
+  parser.interface = words[1];
+}
+
+constexpr LineRule kHeads[] = {
+    {"router bgp * vrf * ...", open_bgp},
+    {"router bgp *", open_default_bgp},
+    {"router bgp * as-notation *", open_default_bgp},
+    {"router ospf vrf *", open_ospf},
+    {"router ospf * vrf *", open_ospf},
+    {"router ospf6 vrf *", open_ospf6},
+    {"router rip vrf *", open_rip},
+    {"router ripng vrf *", open_ripng},
+    {"router eigrp * vrf *", open_eigrp},
+    {"vrf *", open_vrf},
+    {"interface * ...", open_interface},
+};
+
+void take_line(std::span<const LineRule> rules, Parser& parser, const Words& words) {
+  const auto rule =
+      std::ranges::find_if(rules, [&](const LineRule& each) { return matches(each.pattern, words); });
+  if (rule != rules.end()) rule->take(parser, words);
 }
 
 void parse_line(Parser& parser, std::string_view line) {
@@ -249,11 +220,9 @@ void parse_line(Parser& parser, std::string_view line) {
   const Words words = split_words(line);
   if (words.empty()) return;
   parser.line_text = line.substr(line.find_first_not_of(" \t"));
-  if (line.front() == ' ' || line.front() == '\t') {
-    take_stanza_line(parser, words);
-  } else {
-    open_stanza(parser, words);
-  }
+  const bool is_head = line.front() != ' ' && line.front() != '\t';
+  if (is_head) parser.lines = {};
+  take_line(is_head ? kHeads : parser.lines, parser, words);
 }
 
 }  // namespace
@@ -262,15 +231,6 @@ Words split_words(std::string_view text) {
   Words words;
   for (auto word = take_word(&text); !word.empty(); word = take_word(&text)) words.push_back(word);
   return words;
-}
-
-bool take_line(std::span<const LineRule> rules, Parser& parser, const Words& words) {
-  for (const LineRule& rule : rules) {
-    if (!matches(rule.pattern, words)) continue;
-    rule.take(parser, words);
-    return true;
-  }
-  return false;
 }
 
 bool is_vpn(Parser& parser, std::string_view vrf) {
@@ -284,6 +244,11 @@ bool parse_number(std::string_view text, std::uint32_t limit, std::uint32_t* num
   const std::optional<std::uint32_t> parsed = text::parse_number(text, limit);
   if (parsed) *number = *parsed;
   return parsed.has_value();
+}
+
+bool parse_network(std::string_view text, router::Family family, router::Address* prefix) {
+  return text.find('/') != std::string_view::npos && router::parse_address(text, prefix) &&
+         prefix->family == family;
 }
 
 RunningConfig parse_running_config(std::string_view text) {

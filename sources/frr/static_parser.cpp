@@ -17,9 +17,8 @@ constexpr std::array<std::string_view, 3> kDropped{"blackhole", "reject", "Null0
 constexpr std::array<std::string_view, 8> kItems{"tag",    "label", "nexthop-vrf", "table",
                                                  "onlink", "color", "segments",    "bfd"};
 
-template <std::size_t kCount>
-bool is_one_of(const std::array<std::string_view, kCount>& list, std::string_view word) {
-  return std::find(list.begin(), list.end(), word) != list.end();
+bool is_one_of(std::span<const std::string_view> list, std::string_view word) {
+  return std::ranges::find(list, word) != list.end();
 }
 
 bool is_address(std::string_view word) {
@@ -47,7 +46,7 @@ void take_next_hop(const Words& words, vrf_config::StaticRoute* route) {
   } else if (at == words.size() || is_one_of(kDropped, words[at])) {
     return;
   }
-  if (std::find(words.begin(), words.end(), "nexthop-vrf") == words.end()) route->interface = words[at];
+  if (!is_one_of(words, "nexthop-vrf")) route->interface = words[at];
 }
 
 }  // namespace
@@ -57,8 +56,7 @@ void take_static_route(Parser& parser, const Words& words) {
   router::Address prefix;
   const bool ipv4 = words[0] == "ip";
   const router::Family wanted = ipv4 ? router::Family::kIpv4 : router::Family::kIpv6;
-  if (words.size() < 4 || words[2].find('/') == std::string_view::npos ||
-      !router::parse_address(words[2], &prefix) || prefix.family != wanted) {
+  if (words.size() < 4 || !parse_network(words[2], wanted, &prefix)) {
     return parser.error("invalid static route: '" + std::string(parser.line_text) + "'");
   }
   route.family = ipv4 ? vrf_config::Family::kIpv4 : vrf_config::Family::kIpv6;
