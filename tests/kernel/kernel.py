@@ -1,6 +1,36 @@
-"""The kernel's state as ip(8) states it: links, addresses, routes and next-hop objects of this network namespace."""
+"""The kernel of this network namespace: its links, addresses, routes and next-hop objects as ip(8) states them, and how tests
+change it."""
+import functools
 import json
 import subprocess
+
+
+def batch(commands, *options):
+    """Runs ip(8) commands in one process, close together; `options` such as "-n", "p" precede them."""
+    done = subprocess.run(["ip", *options, "-batch", "-"], input="\n".join(commands) + "\n", text=True, capture_output=True,
+                          check=False)
+    assert done.returncode == 0, f"{'; '.join(commands)}: {done.stdout}{done.stderr}"
+
+
+def vrf_lines(vrfs):
+    """Commands for `batch` that create VRFs, {name: table}, and set them up."""
+    return [line for name, table in vrfs.items() for line in (f"link add {name} type vrf table {table}", f"link set {name} up")]
+
+
+def member_lines(members, *further):
+    """Commands that create interfaces, {name: VRF or ""}, each with the further commands, in which {name} is replaced."""
+    lines = []
+    for name, vrf in members.items():
+        lines.append(f"link add {name} type dummy")
+        lines += [f"link set {name} master {vrf}"] if vrf else []
+        lines += [command.format(name=name) for command in further]
+    return lines
+
+
+def delete_links():
+    for link in Kernel().links:
+        if link["ifname"] != "lo":  # one end of a pair is deleted with the other
+            subprocess.run(["ip", "link", "del", link["ifname"]], stderr=subprocess.DEVNULL, check=False)
 
 
 def route_object(pairs):
@@ -23,22 +53,23 @@ def read(commands, *options):
 
 
 class Kernel:
-    """One reading. Two readings are equal if ip(8) shows no difference."""
+    """Each part is read when it is used for the first time."""
 
-    def __init__(self):
-        self.links, objects = read(("addr show", "nexthop show"))
-        self.routes = {version: read(("route show table all",), f"-{version}")[0] for version in (4, 6)}
-        self.objects = {each["id"]: each for each in objects}
-        for link in self.links:
-            for volatile in ("valid_life_time", "preferred_life_time"):
-                for address in link["addr_info"]:
-                    address.pop(volatile, None)
+    @functools.cached_property
+    def links(self):
+        return read(("addr show",))[0]
 
-    def __eq__(self, other):
-        return self.__dict__ == other.__dict__
+    @functools.cached_property
+    def routes(self):
+        """{version of IP: routes}"""
+        return {version: read(("route show table all",), f"-{version}")[0] for version in (4, 6)}
 
-    def index_of(self, name):
-        return next((link["ifindex"] for link in self.links if link["ifname"] == name), 0)
+    @functools.cached_property
+    def objects(self):
+        return {each["id"]: each for each in read(("nexthop show",))[0]}
+
+    def indexes(self):
+        return {link["ifname"]: link["ifindex"] for link in self.links}
 
     def vrfs(self):
         """{name: link} of the VRF devices."""
@@ -60,17 +91,19 @@ def kind(link):
 
 
 def is_up(link):
-    """ifOperStatus up(1). A link without an operational state is up if it is administratively up and has a
-    carrier."""
+    """ifOperStatus up(1). A link without an operational state is up if it is administratively up and has a carrier."""
     if link["operstate"] == "UNKNOWN":
         return "UP" in link["flags"] and "LOWER_UP" in link["flags"]
     return link["operstate"] == "UP"
 
 
+def usable_addresses(link):
+    return [each for each in link["addr_info"] if "local" in each and not each.get("tentative") and not each.get("dadfailed")]
+
+
 def is_active(link):
     """Up, with a usable address."""
-    return is_up(link) and any("local" in address and not address.get("tentative") and not address.get("dadfailed")
-                               for address in link["addr_info"])
+    return is_up(link) and bool(usable_addresses(link))
 
 
 def has_ipv4(link):

@@ -4,8 +4,6 @@
 PROGRAM is kernel_model_dump. After every step its rows must be those that ip(8) shows of every VRF's tables. The test polls
 with a bound.
 """
-import ipaddress
-import json
 import os
 import subprocess
 import sys
@@ -13,90 +11,9 @@ import time
 import unittest
 
 import vrf_life
-from vrf_life import BOUND, Guest, batch, ip, ip_json
-
-# inetCidrRouteType and IANAipRouteProtocol
-OTHER, REJECT, LOCAL, REMOTE, BLACKHOLE = 1, 2, 3, 4, 5
-# With -N ip(8) prints numbers: the names in rt_protos differ between releases.
-UNICAST = "1"
-DISCARDING = {"6": BLACKHOLE, "7": REJECT, "8": REJECT, "9": OTHER}
-PROTOCOLS = {"2": 2, "3": 3, "4": 3, "16": 19, "186": 14, "187": 9, "188": 13, "189": 8, "190": 8, "192": 16, "196": 3}
-LARGEST_METRIC = 2 ** 31 - 1
-
-
-def route_object(pairs):
-    """ip(8) prints the labels of a route as a second "dst"."""
-    result = {}
-    for name, value in pairs:
-        result["labels" if name == "dst" and "dst" in result else name] = value
-    return result
-
-
-def routes_of_kernel(family, vrf):
-    text = subprocess.run(["ip", "-j", "-d", "-N", family, "route", "show", "vrf", vrf], check=True,
-                          capture_output=True, text=True).stdout
-    return json.loads(text or "[]", object_pairs_hook=route_object)
-
-
-def next_hop_objects():
-    return {each["id"]: each for each in ip_json("nexthop", "show")}
-
-
-def paths_of(route, objects):
-    """The paths of a route: its own, or those of the next-hop object that it names."""
-    if "nexthops" in route:
-        return [dict(hop, labels=hop.get("dst", "")) for hop in route["nexthops"]]
-    if "nhid" not in route or "dev" in route:
-        return [route]
-    members = objects[route["nhid"]].get("group", [{"id": route["nhid"]}])
-    return [objects[member["id"]] for member in members]
-
-
-def prefix_of(route, family):
-    text = {"-4": "0.0.0.0/0", "-6": "::/0"}[family] if route["dst"] == "default" else route["dst"]
-    return ipaddress.ip_network(text)
-
-
-def is_shown(route, family):
-    prefix = prefix_of(route, family)
-    link_local = family == "-6" and prefix.is_link_local
-    return str(route["type"]) in (UNICAST, *DISCARDING) and not link_local and not prefix.is_multicast
-
-
-def rows_of(route, family, objects, indexes):
-    """(prefix, next hop) -> (metric, interface index, type, labels, protocol)"""
-    metric = min(route.get("metric", 0), LARGEST_METRIC)
-    protocol = PROTOCOLS.get(str(route["protocol"]), 1)
-    prefix = str(prefix_of(route, family))
-    kind = str(route["type"])
-    if kind in DISCARDING:
-        return {(prefix, ""): (metric, 0, DISCARDING[kind], [], protocol)}
-    rows = {}
-    for path in paths_of(route, objects):
-        if "dead" in path.get("flags", []):
-            continue
-        remote = "gateway" in path or "via" in path
-        labels = [int(label) for label in path.get("labels", "").split("/") if label]
-        rows.setdefault((prefix, path.get("gateway", "")),
-                        (metric, indexes[path["dev"]], REMOTE if remote else LOCAL, labels, protocol))
-    return rows
-
-
-def kernel_routes():
-    """The expected rows of every VRF."""
-    indexes = {link["ifname"]: link["ifindex"] for link in ip_json("link", "show")}
-    objects = next_hop_objects()
-    result = {}
-    for link in ip_json("link", "show", "type", "vrf"):
-        rows = {}
-        for family in ("-4", "-6"):
-            for route in routes_of_kernel(family, link["ifname"]):
-                if not is_shown(route, family):
-                    continue
-                for key, row in rows_of(route, family, objects, indexes).items():
-                    rows[key] = min(rows.get(key, row), row, key=lambda each: each[0])
-        result[link["ifname"]] = rows
-    return result
+from kernel import Kernel, batch, member_lines, vrf_lines
+from routes import LARGEST_INTEGER, REJECT, vrf_routes
+from vrf_life import BOUND, Guest
 
 
 def model_routes(answer):
@@ -110,12 +27,9 @@ class RouteGuest(Guest):
 
     def setUp(self):
         super().setUp()
-        batch(["link add red type vrf table 10", "link set red up", "link add blue type vrf table 20",
-               "link set blue up"] +
-              [line for name, vrf in (("d0", "red"), ("d1", "red"), ("d2", "blue"), ("d4", ""))
-               for line in (f"link add {name} type dummy", f"link set {name} master {vrf}" if vrf else "link set lo up",
-                            f"link set {name} up")] +
-              ["addr add 10.0.0.1/24 dev d0", "addr add 10.1.0.1/24 dev d1", "addr add 10.0.0.1/24 dev d2",
+        batch(vrf_lines({"red": 10, "blue": 20}) +
+              member_lines({"d0": "red", "d1": "red", "d2": "blue", "d4": ""}, "link set {name} up") +
+              ["link set lo up", "addr add 10.0.0.1/24 dev d0", "addr add 10.1.0.1/24 dev d1", "addr add 10.0.0.1/24 dev d2",
                "addr add 10.99.0.1/24 dev d4", "addr add 2001:db8:10::1/64 dev d0 nodad",
                "addr add 2001:db8:11::1/64 dev d1 nodad"])
         self.expect_rows("three VRFs")
@@ -129,15 +43,9 @@ class RouteGuest(Guest):
 
     def expect_rows(self, step):
         """The model's rows are the kernel's, within the bound."""
-        deadline = time.monotonic() + BOUND
-        while True:
-            before = kernel_routes()
-            answer = self.model.ask()
-            if model_routes(answer) == before or time.monotonic() > deadline:
-                break
-        self.assertEqual(model_routes(answer), before, step)
+        answer = self.expect_equal(step, lambda: vrf_routes(Kernel()), model_routes)
         self.assertEqual(answer["refused"], 0)
-        return before
+        return model_routes(answer)
 
     def routes(self, *commands):
         batch(commands)
@@ -166,7 +74,7 @@ class RouteLife(RouteGuest):
             "route add 192.168.9.0/24 via 10.1.0.2 metric 30 proto 188 vrf red",
             "route add 192.168.17.0/24 via inet6 2001:db8:10::2 dev d0 vrf red",
             "route add 192.168.1.0/24 via 10.0.0.3 vrf blue")["red"]
-        self.assertEqual(rows["0.0.0.0/0", ""][:3], (LARGEST_METRIC, 0, REJECT))
+        self.assertEqual(rows["0.0.0.0/0", ""][:3], (LARGEST_INTEGER, 0, REJECT))
         self.assertEqual(rows["192.168.9.0/24", "10.0.0.2"][0], 10)
         self.assertEqual(len([key for key in rows if key[0] == "192.168.8.0/24"]), 2)
         self.routes("route del 192.168.9.0/24 via 10.0.0.2 metric 10 vrf red",
@@ -285,7 +193,7 @@ class ManyRoutes(RouteGuest):
         batch([f"route add 172.{16 + number // 62500}.{number // 250 % 250}.{number % 250}/32 via 10.0.0.2 vrf red"
                for number in range(20000)])
         self.expect_count(before + 20000)
-        ip("link set d0 down")
+        batch(["link set d0 down"])
         self.expect_count(before - 2)  # and the two connected prefixes
         self.assertEqual(self.model.ask()["refused"], 0)
 

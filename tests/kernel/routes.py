@@ -70,8 +70,7 @@ def rows_of(route, version, kernel, index):
 
 def table_rows(kernel, table):
     """{(prefix, next hop): columns}; of routes with one index the one that the kernel prefers."""
-    index = {link["ifname"]: link["ifindex"] for link in kernel.links}
-    rows = {}
+    index, rows = kernel.indexes(), {}
     for version, routes in kernel.routes.items():
         for route in routes:
             if str(route.get("table")) != str(table) or not is_forwarding_entry(route, version):
@@ -80,3 +79,10 @@ def table_rows(kernel, table):
                 if key not in rows or row["metric1"] < rows[key]["metric1"]:
                     rows[key] = row
     return rows
+
+
+def vrf_routes(kernel):
+    """{VRF: {(prefix, next hop or ""): (metric, ifIndex, type, labels, protocol)}}, with texts as keys."""
+    return {vrf: {(str(prefix), str(hop or "")): tuple(row[name] for name in ("metric1", "ifIndex", "type", "labels", "proto"))
+                  for (prefix, hop), row in table_rows(kernel, link["linkinfo"]["info_data"]["table"]).items()}
+            for vrf, link in kernel.vrfs().items()}

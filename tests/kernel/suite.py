@@ -11,7 +11,6 @@ version 10; MPLS_TEST_FRR8_ROOT of version 8) names the folder; scripts/test set
 nothing is written to the folder.
 """
 import contextlib
-import json
 import os
 import pathlib
 import re
@@ -19,9 +18,9 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 
 from suite_shell import Programs, Shell
+from system import wait_until
 
 SHELL = "/usr/bin/vtysh"
 PROGRAMS = "/usr/lib/frr"
@@ -32,23 +31,11 @@ class NotInstalled(Exception):
     """There is no suite of the required version; the text is the reason."""
 
 
-def run(*words, text=None):
-    result = subprocess.run(words, input=text, text=True, capture_output=True, check=False)
+def run(*words):
+    result = subprocess.run(words, text=True, capture_output=True, check=False)
     if result.returncode != 0:
         raise AssertionError(f"{' '.join(words)}: {result.returncode}\n{result.stdout}{result.stderr}")
     return result.stdout
-
-
-def batch(commands, namespace=None, options=()):
-    run("ip", *(("-n", namespace) if namespace else ()), *options, "-batch", "-", text=commands.strip() + "\n")
-
-
-def wait_for(what, condition):
-    deadline = time.monotonic() + PATIENCE
-    while not condition():
-        if time.monotonic() > deadline:
-            raise AssertionError(f"{what}: not within {PATIENCE:g} s")
-        time.sleep(0.05)
 
 
 class Release:
@@ -126,7 +113,8 @@ class Suite:
         self.save(config)
         (self.etc / "vtysh.conf").write_text("service integrated-vtysh-config\n")
         run(*release.words("chown", "-R", "frr:frr", f"/run/frr{below}", f"/etc/frr{below}"))
-        self.ask = Programs(self.run).ask
+        programs = Programs(self.run)
+        self.ask, self.ask_json, self.ask_each = programs.ask, programs.ask_json, programs.ask_each
         self.session = None
 
     def save(self, config):
@@ -136,7 +124,7 @@ class Suite:
     def start(self, *programs):
         for program in programs or self.programs:
             self.start_program(program)
-            wait_for(program, lambda name=program: self.answers(name))
+            wait_until(program, lambda name=program: self.answers(name), PATIENCE, every=0.05)
 
     def start_program(self, program):
         """Some programs do not close their standard output: a pipe would never end."""
@@ -169,7 +157,7 @@ class Suite:
         pid = self.pid(program)
         with contextlib.suppress(ProcessLookupError):
             os.kill(pid, number)
-        wait_for(f"{program} to end", lambda: not pathlib.Path(f"/proc/{pid}").exists())
+        wait_until(f"{program} to end", lambda: not pathlib.Path(f"/proc/{pid}").exists(), PATIENCE, every=0.05)
 
     def hang(self, program):
         os.kill(self.pid(program), signal.SIGSTOP)
@@ -185,9 +173,6 @@ class Suite:
         return subprocess.run(self.shell_words(*words), capture_output=True, text=True, check=False)
 
     # --- Commands that show are sent to a program itself, changes to a session of the shell ---
-
-    def ask_json(self, program, command):
-        return json.loads(self.ask(program, command) or "{}")
 
     def running_config(self):
         """Of all programs."""
@@ -217,18 +202,15 @@ class Suite:
         return {vrf: set(instance.get("interfaces", {})) for vrf, instance in shown.items() if isinstance(instance, dict)}
 
     def rip_interfaces(self, vrfs):
-        found = {}
-        for vrf in vrfs:
-            table = self.ask("ripd", f"show ip rip vrf {vrf} status").partition("Key-chain")[2].partition("Routing for")[0]
-            found[vrf] = set(re.findall(r"^    (\S+) ", table, re.MULTILINE))
-        return found
+        return {vrf: in_table(self.ask("ripd", f"show ip rip vrf {vrf} status"), "Key-chain") for vrf in vrfs}
 
     def ripng_interfaces(self, vrfs):
-        found = {}
-        for vrf in vrfs:
-            table = self.ask("ripngd", f"show ipv6 ripng vrf {vrf} status").partition("Recv")[2].partition("Routing for")[0]
-            found[vrf] = set(re.findall(r"^    (\S+) ", table, re.MULTILINE))
-        return found
+        return {vrf: in_table(self.ask("ripngd", f"show ipv6 ripng vrf {vrf} status"), "Recv") for vrf in vrfs}
+
+    def vrfs_with_neighbors(self):
+        shown = self.ask_json("bgpd", "show bgp vrf all summary json")
+        return {vrf for vrf, families in shown.items()
+                if any(family.get("peers") for family in families.values() if isinstance(family, dict))}
 
     def ospf6_interfaces(self, vrf):
         shown = self.ask_json("ospf6d", f"show ipv6 ospf6 vrf {vrf} interface json")
@@ -237,3 +219,9 @@ class Suite:
     def eigrp_interfaces(self, vrfs):
         return {vrf: set(re.findall(r"^(\w+) +\d+ ", self.ask("eigrpd", f"show ip eigrp vrf {vrf} interfaces"), re.MULTILINE))
                 for vrf in vrfs}
+
+
+def in_table(status, last_title):
+    """The interfaces in the table of a RIP status."""
+    table = status.partition(last_title)[2].partition("Routing for")[0]
+    return set(re.findall(r"^    (\S+) ", table, re.MULTILINE))

@@ -7,13 +7,12 @@ import re
 import sys
 import unittest
 
+from guest_system import GuestSystemTest  # before system and suite
 import suite
-from guest_system import GuestSystemTest  # before system
+from kernel import Kernel
 from suite import run
-from system import BIN, L3VPN, name_index, oid_tuple, wait_until
+from system import BIN, RT_ENTRY, VRF_ENTRY, dotted, name_index, wait_until
 
-ENTRIES = {name: oid_tuple(L3VPN) + tail for name, tail in
-           {"vrf": (1, 2, 2, 1), "rt": (1, 2, 3, 1), "route": (1, 4, 1, 1)}.items()}
 FAMILIES = {"IPv4 Unicast": "ipv4", "IPv6 Unicast": "ipv6", "": "evpn"}
 DIRECTIONS = {1: "import", 2: "export"}
 
@@ -23,7 +22,8 @@ class SuiteSystemTest(GuestSystemTest):
     release = None
     programs = ()
     config = "hostname pe1\n"
-    vrfs = {}  # {name: table}
+    vrfs = {}     # {name: table}
+    members = {}  # {interface: VRF}
     maxDiff = None
 
     @classmethod
@@ -61,23 +61,27 @@ class SuiteSystemTest(GuestSystemTest):
 
     # --- The MIB ---
 
-    def rows(self, table):
+    def rows(self, entry):
         """{(column, index): value}."""
-        entry = ENTRIES[table]
         return {(oid[len(entry)], oid[len(entry) + 1:]): value.strip('"')
-                for oid, value in self.system.walk(".".join(map(str, entry)))}
+                for oid, value in self.system.walk(dotted(entry))}
 
     def rd(self, vrf):
-        return (self.system.get_value(".".join(map(str, ENTRIES["vrf"] + (4,) + name_index(vrf)))) or "").strip('"')
+        return (self.system.get_value(dotted(VRF_ENTRY + (4,) + name_index(vrf))) or "").strip('"')
+
+    def mib_protocols(self):
+        """{interface: {protocol}} as the command line shows them."""
+        return {row["name"]: set(row["protocolNames"]) - {"none"} for row in self.system.cli_json("show", "interfaces")
+                if row["name"] in self.members}
 
     def mib_rds(self):
         """{VRF: RD} of VRFs that have one."""
         name_of = {name_index(name): name for name in self.vrfs}
-        return {name_of[index]: value for (column, index), value in self.rows("vrf").items() if column == 4 and value}
+        return {name_of[index]: value for (column, index), value in self.rows(VRF_ENTRY).items() if column == 4 and value}
 
     def mib_targets(self):
         """{(VRF, direction, family, target)}; without rows that were removed while the table was walked."""
-        rows = self.rows("rt")
+        rows = self.rows(RT_ENTRY)
         return {(bytes(index[1:1 + index[0]]).decode(), DIRECTIONS[index[-1]], FAMILIES[rows[5, index]], value)
                 for (column, index), value in rows.items() if column == 4 and (5, index) in rows}
 
@@ -122,7 +126,7 @@ class SuiteSystemTest(GuestSystemTest):
 
 def exported_routes(of_suite):
     """(VRF, RD, targets) of the VPN routes that the suite exports."""
-    index = {f"@{link['ifindex']}<": link["ifname"] for link in json.loads(run("ip", "-j", "link"))}
+    index = {f"@{number}<": name for name, number in Kernel().indexes().items()}
     rd = vrf = None
     for line in of_suite.ask("bgpd", "show bgp ipv4 vpn").splitlines():
         if line.startswith("Route Distinguisher: "):

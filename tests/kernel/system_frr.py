@@ -8,13 +8,13 @@ step RDs, route targets, policies, protocols of interfaces and routes in the MIB
 commands, and the times of last change may differ only for VRFs that changed.
 """
 import ipaddress
-import json
 import re
 import time
 
 from suite_system import SuiteSystemTest, main  # before system
-from suite import Suite, batch, run
-from system import IF_CONF, bits, expected_if_conf, name_index, oid_tuple, wait_until
+from kernel import Kernel, batch, member_lines, vrf_lines
+from suite import Suite, run
+from system import IF_ENTRY, ROUTE_ENTRY, bits, dotted, expected_if_conf, name_index, wait_until
 
 VRFS = {"red": 10, "blue": 20, "green": 1030}
 PE1_PROGRAMS = ("zebra", "staticd", "bgpd", "ospfd", "ripd", "eigrpd")
@@ -194,14 +194,13 @@ def prepare_routers():
     for inside in ((), ("ip", "netns", "exec", "p"), ("ip", "netns", "exec", "pe2")):
         run(*inside, "sysctl", "-qw", "net.ipv4.ip_forward=1", "net.ipv6.conf.all.forwarding=1",
             "net.mpls.platform_labels=1048575", "net.ipv4.conf.all.rp_filter=0")
-    vrfs = [f"link add {vrf} type vrf table {table}\nlink set {vrf} up" for vrf, table in VRFS.items()]
-    members = [f"link add {name} type dummy\nlink set {name} master {vrf}\nlink set {name} up\naddr add {address} dev {name}"
-               for name, (vrf, address) in MEMBERS.items()]
-    batch(LINKS + "\n".join(vrfs + members) + "\naddr add 2001:db8:1::1/64 dev red1 nodad")
-    batch(P_LINKS, "p")
-    batch(PE2_LINKS, "pe2")
-    batch(P_ROUTES, "p")
-    batch(P_LABELS, "p", ("-f", "mpls"))
+    members = [line for name, (vrf, address) in MEMBERS.items()
+               for line in member_lines({name: vrf}, "link set {name} up", f"addr add {address} dev {name}")]
+    batch([*LINKS.split("\n"), *vrf_lines(VRFS), *members, "addr add 2001:db8:1::1/64 dev red1 nodad"])
+    batch(P_LINKS.split("\n"), "-n", "p")
+    batch(PE2_LINKS.split("\n"), "-n", "pe2")
+    batch(P_ROUTES.split("\n"), "-n", "p")
+    batch(P_LABELS.split("\n"), "-n", "p", "-f", "mpls")
     for inside, interface in (((), "core"), (("p",), "to-pe1"), (("p",), "to-pe2"), (("pe2",), "core")):
         run(*(("ip", "netns", "exec", *inside) if inside else ()), "sysctl", "-qw", f"net.mpls.conf.{interface}.input=1")
 
@@ -246,12 +245,9 @@ class Edge(SuiteSystemTest):
 
     def protocols(self):
         """{(VRF, interface index): protocol numbers} by the suite's commands and the static routes."""
-        index = {link["ifname"]: link["ifindex"] for link in json.loads(run("ip", "-j", "link"))}
+        index = Kernel().indexes()
         found = {(vrf, index[name]): set() for name, (vrf, _) in MEMBERS.items()}
-        in_whole = set()
-        for vrf, families in self.suite.ask_json("bgpd", "show bgp vrf all summary json").items():
-            if any(family.get("peers") for family in families.values() if isinstance(family, dict)):
-                in_whole.add((vrf, 1))
+        in_whole = {(vrf, 1) for vrf in self.suite.vrfs_with_neighbors()}
         for number, in_vrfs in ((2, self.suite.ospf_interfaces()), (3, self.suite.rip_interfaces(VRFS)),
                                 (6, self.suite.eigrp_interfaces(VRFS))):
             for vrf, names in in_vrfs.items():
@@ -290,7 +286,7 @@ class Edge(SuiteSystemTest):
         policies = {vrf: tuple(found["policy"].get((vrf, "ipv4", way), "") for way in ("import", "export")) for vrf in VRFS}
         return {"rd": {vrf: rd for vrf, rd in rds.items() if rd}, "rt": found["rt"], "policy": policies, "routes": self.installed(),
                 "interfaces": [row for row in expected_if_conf(protocols, {key: tuple(value) for key, value in protocols.items()})
-                               if row[0][len(oid_tuple(IF_CONF)) + 1] == 3]}
+                               if row[0][len(IF_ENTRY)] == 3]}
 
     # --- The MIB ---
 
@@ -306,16 +302,15 @@ class Edge(SuiteSystemTest):
         name_of = {name_index(name): name for name in VRFS}
         policies = {vrf: policy for vrf, policy in self.policies().items() if vrf in VRFS}
         routes = set()
-        for column, index in self.rows("route"):
+        for column, index in self.rows(ROUTE_ENTRY):
             if column == 8:
                 length = 1 + index[0]
                 vrf, rest = name_of[index[:length]], index[length:]
                 address = ipaddress.ip_address(bytes(rest[2:2 + rest[1]]))
                 routes.add((vrf, ipaddress.ip_network((address, rest[2 + rest[1]]))))
-        column = oid_tuple(IF_CONF) + (1, 3)
         return {"rd": self.mib_rds(), "rt": self.mib_targets(), "policy": policies,
                 "routes": {(vrf, prefix) for vrf, prefix in routes if not prefix.is_link_local and not prefix.is_multicast},
-                "interfaces": self.system.walk(".".join(map(str, column)))}
+                "interfaces": self.system.walk(dotted(IF_ENTRY + (3,)))}
 
     # --- Steps ---
 

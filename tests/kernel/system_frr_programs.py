@@ -9,7 +9,8 @@ import signal
 import subprocess
 
 from suite_system import SuiteSystemTest, exported_routes, main  # before system
-from suite import batch, run
+from kernel import batch, member_lines, vrf_lines
+from suite import run
 from system import L3VPN, wait_until
 
 VRFS = {"red": 10, "blue": 20, "gold": 40}
@@ -75,15 +76,13 @@ class OneOfManyTest(SuiteSystemTest):
     programs = PROGRAMS
     config = CONFIG
     vrfs = VRFS
+    members = MEMBERS
 
     @classmethod
     def prepare(cls):
         run("modprobe", "-a", "ipv6", "vrf", "dummy", "mpls_router", "mpls_iptunnel")
-        lines = [f"link add {vrf} type vrf table {table}\nlink set {vrf} up" for vrf, table in VRFS.items()]
-        for number, (name, vrf) in enumerate(MEMBERS.items(), 1):
-            lines += [f"link add {name} type dummy", f"link set {name} master {vrf}", f"link set {name} up",
-                      f"addr add 10.{number}.0.1/24 dev {name}"]
-        batch("\n".join(lines))
+        addresses = [f"addr add 10.{number}.0.1/24 dev {name}" for number, name in enumerate(MEMBERS, 1)]
+        batch(vrf_lines(VRFS) + member_lines(MEMBERS, "link set {name} up") + addresses)
 
     # --- The suite ---
 
@@ -117,10 +116,6 @@ class OneOfManyTest(SuiteSystemTest):
 
     # --- The MIB ---
 
-    def protocols(self):
-        return {row["name"]: set(row["protocolNames"]) - {"none"} for row in self.system.cli_json("show", "interfaces")
-                if row["name"] in MEMBERS}
-
     def state(self):
         """What must not change: tables of configuration with their times, the owner of each item, and the commits."""
         return {"mib": self.system.walk(f"{L3VPN}.1.2"), "items": self.system.cli("config", "show", "--owners", check=True).stdout,
@@ -134,8 +129,9 @@ class OneOfManyTest(SuiteSystemTest):
 
 class Programs(OneOfManyTest):
     def test_1_the_mib_is_what_the_suite_shows(self):
-        self.assert_becomes_equal(self.protocols, lambda: self.suite_protocols(self.suite), 30)
-        self.assertTrue(self.is_whole(self.suite), self.protocols())
+        wait_until("both versions of OSPF", lambda: " ospf ospf6 " in self.owned("frr") and self.ospf_item(), 30)
+        self.assert_becomes_equal(self.mib_protocols, lambda: self.suite_protocols(self.suite), 30)
+        self.assertTrue(self.is_whole(self.suite), self.mib_protocols())
         self.assert_becomes_equal(lambda: (self.mib_rds(), self.mib_targets()), lambda: self.suite_items(self.suite))
         self.assertEqual(self.mib_rds().keys(), {"red", "gold"})
 
@@ -151,7 +147,7 @@ class Programs(OneOfManyTest):
                 self.assert_state(before, f"{program} started")
                 self.suite.load()
                 wait_until("the suite", lambda: self.is_whole(self.suite), 30)
-                self.assert_becomes_equal(self.protocols, lambda: self.suite_protocols(self.suite))
+                self.assert_becomes_equal(self.mib_protocols, lambda: self.suite_protocols(self.suite))
                 self.assert_state(before, f"{program} back")
 
     def test_3_one_program_hangs(self):
@@ -185,7 +181,7 @@ class Programs(OneOfManyTest):
 
     def test_4_protocols_stay_on_interfaces_that_are_down(self):
         """The suite shows different protocols differently then; the MIB shows what is configured."""
-        before = self.protocols()
+        before = self.mib_protocols()
         for name in MEMBERS:
             run("ip", "link", "set", name, "down")
         wait_until("the suite", lambda: not self.suite.ospf_interfaces().get("red") and
@@ -193,11 +189,11 @@ class Programs(OneOfManyTest):
         self.assertEqual((self.suite.ospf6_interfaces("red"), self.suite.ripng_interfaces(["gold"])["gold"]), ({"red1"}, {"gold1"}))
         self.configure_ospf("no network 10.1.0.0/24 area 0", "network 10.1.0.0/25 area 2")  # followed after they went down
         wait_until("OSPF to be followed", lambda: "area 0.0.0.2" in self.ospf_item())
-        self.assertEqual(self.protocols(), before)
+        self.assertEqual(self.mib_protocols(), before)
         for name in MEMBERS:
             run("ip", "link", "set", name, "up")
         wait_until("the suite", lambda: self.is_whole(self.suite), 30)
-        self.assertEqual(self.protocols(), before)
+        self.assertEqual(self.mib_protocols(), before)
 
 
 if __name__ == "__main__":

@@ -9,8 +9,8 @@ import shlex
 import tempfile
 import unittest
 
+from system_frr_programs import OneOfManyTest  # before system and suite
 import suite as suites
-from system_frr_programs import OneOfManyTest  # before system
 from system import wait_until
 
 
@@ -38,7 +38,7 @@ class Upgrade(OneOfManyTest):
         new.rename(cls.installed)
 
     def test_upgrade(self):
-        self.assert_becomes_equal(self.protocols, lambda: self.suite_protocols(self.suite), 30)
+        self.assert_becomes_equal(self.mib_protocols, lambda: self.suite_protocols(self.suite), 30)
         self.assertTrue(self.is_whole(self.suite))
         items = self.suite_items(self.suite)
         self.assert_becomes_equal(lambda: (self.mib_rds(), self.mib_targets()), lambda: items)
@@ -54,7 +54,7 @@ class Upgrade(OneOfManyTest):
         self.assert_state(before, "version 10 started")
         upgraded.load()
         wait_until("version 10 to have its configuration", lambda: self.is_whole(upgraded), 30)
-        self.assert_becomes_equal(self.protocols, lambda: self.suite_protocols(upgraded))
+        self.assert_becomes_equal(self.mib_protocols, lambda: self.suite_protocols(upgraded))
         self.assert_becomes_equal(lambda: (self.mib_rds(), self.mib_targets()), lambda: self.suite_items(upgraded))
         self.assert_same_but_derived(before, times, items, self.suite_items(upgraded))
         self.assert_mgmtd_is_followed(upgraded)
@@ -74,7 +74,7 @@ class Upgrade(OneOfManyTest):
     def assert_mgmtd_is_followed(self, upgraded):
         """What it no longer says is removed: the programs that said it before are not waited for."""
         upgraded.configure("no router rip vrf blue", "vrf red", "no ip route 192.168.50.0/24 10.1.0.2")
-        wait_until("the changes", lambda: self.protocols() == {"red1": {"ospf"}, "blue1": {"bgp"}, "gold1": {"rip"}}, 20)
+        wait_until("the changes", lambda: self.mib_protocols() == {"red1": {"ospf"}, "blue1": {"bgp"}, "gold1": {"rip"}}, 20)
 
 
 if __name__ == "__main__":

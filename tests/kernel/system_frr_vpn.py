@@ -7,7 +7,8 @@ in the MIB and change with the router ID as the suite's own commands show. So mu
 OSPFv3, RIPng, BGP with neighbors of a listen range and on an interface.
 """
 from suite_system import SuiteSystemTest, exported_routes, main  # before system
-from suite import batch, run
+from kernel import batch, member_lines, vrf_lines
+from suite import run
 from system import wait_until
 
 VRFS = {"red": 10, "blue": 20, "green": 30, "gold": 40, "gray": 50}
@@ -122,11 +123,10 @@ ROUTER_IDS = [line for number, vrf in enumerate(CHANGED, 1)
 def prepare_router():
     run("modprobe", "-a", "ipv6", "vrf", "dummy", "bridge", "vxlan", "mpls_router", "mpls_iptunnel")
     run("sysctl", "-qw", "net.ipv4.ip_forward=1", "net.ipv6.conf.all.forwarding=1", "net.mpls.platform_labels=1048575")
-    lines = [f"link add {vrf} type vrf table {table}\nlink set {vrf} up" for vrf, table in VRFS.items()]
-    for number, (name, vrf) in enumerate(MEMBERS.items(), 1):
-        lines += [f"link add {name} type dummy", f"link set {name} master {vrf}", f"link set {name} up",
-                  f"addr add 10.{number}.0.1/24 dev {name}", f"addr add 2001:db8:{number}::1/64 dev {name} nodad"]
-    batch("\n".join(lines) + "\naddr add 10.255.0.1/32 dev lo\n" + VNIS)
+    addresses = [line for number, name in enumerate(MEMBERS, 1)
+                 for line in (f"addr add 10.{number}.0.1/24 dev {name}", f"addr add 2001:db8:{number}::1/64 dev {name} nodad")]
+    batch(vrf_lines(VRFS) + member_lines(MEMBERS, "link set {name} up") + addresses +
+          ["addr add 10.255.0.1/32 dev lo", *VNIS.split("\n")])
 
 
 def add_origin(found, what, value, origin):
@@ -152,6 +152,7 @@ class Vpns(SuiteSystemTest):
     programs = PROGRAMS
     config = CONFIG
     vrfs = VRFS
+    members = MEMBERS
     prepare = staticmethod(prepare_router)
 
     # --- The suite ---
@@ -213,8 +214,7 @@ class Vpns(SuiteSystemTest):
                 found[name].add("ospf")
         for name in set().union(*self.suite.ripng_interfaces(("red", "blue", "green")).values()):
             found[name].add("rip")
-        with_bgp = {vrf for vrf, families in self.suite.ask_json("bgpd", "show bgp vrf all summary json").items()
-                    if any(family.get("peers") for family in families.values() if isinstance(family, dict))}
+        with_bgp = self.suite.vrfs_with_neighbors()
         with_bgp.update(vrf for vrf in ("red", "blue") if "listen range" in self.suite.ask("bgpd", f"show bgp vrf {vrf} peer-group"))
         for name, vrf in MEMBERS.items():
             if vrf in with_bgp:
@@ -237,10 +237,6 @@ class Vpns(SuiteSystemTest):
                 for target in table["routeTargets"]:
                     add_origin(found, (vrf, target["typeName"], family), target["value"], target["origin"])
         return found
-
-    def mib_protocols(self):
-        return {row["name"]: set(row["protocolNames"]) - {"none"} for row in self.system.cli_json("show", "interfaces")
-                if row["name"] in MEMBERS}
 
     def assert_items_of_the_suite(self):
         self.assert_becomes_equal(self.mib_items, self.suite_items)

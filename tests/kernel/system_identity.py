@@ -9,32 +9,25 @@ import subprocess
 import time
 import unittest
 
-from guest_system import GuestSystemTest  # noqa: F401  before system
+import guest_system  # noqa: F401 (before system)
+from kernel import Kernel, batch, delete_links, member_lines, vrf_lines
+from system import pass_a_second
 from system_walk import KernelWalk, members
-from vrf_life import batch, ip_json
 
 
 def index_of(name):
-    return next(link["ifindex"] for link in ip_json("link", "show") if link["ifname"] == name)
+    return Kernel().indexes()[name]
 
 
 class ChangedMembers(KernelWalk):
     def setUp(self):
         """Starts the daemon when the VRFs red and blue have members: all of them are in its list of indexes."""
-        self.addCleanup(self.delete_links)
+        self.addCleanup(delete_links)
         self.items = {}  # protocols configured, by VRF and name of the interface
-        batch(["link add red type vrf table 10", "link set red up",
-               "link add blue type vrf table 20", "link set blue up"] +
-              [line for name, vrf in (("d1", "red"), ("d2", "red"), ("d3", "blue"), ("d4", "red"))
-               for line in (f"link add {name} type dummy", f"link set {name} master {vrf}")])
+        batch(vrf_lines({"red": 10, "blue": 20}) + member_lines({"d1": "red", "d2": "red", "d3": "blue", "d4": "red"}))
         self.system.kill("daemon")
         self.system.start_daemon()
         self.step()
-
-    def delete_links(self):
-        for link in ip_json("link", "show"):
-            if link["ifname"] != "lo":
-                subprocess.run(["ip", "link", "del", link["ifname"]], check=True)
 
     def test_member_created_again_under_its_name_has_its_new_index(self):
         old = index_of("d2")
@@ -87,9 +80,7 @@ class ChangedMembers(KernelWalk):
 
     def second_vrf(self, name, table, index):
         """A VRF besides red and blue, with times of its own."""
-        later = int(time.time()) + 1
-        while time.time() < later:
-            time.sleep(0.05)
+        pass_a_second()
         self.step(f"link add {name} index {index} type vrf table {table}", f"link set {name} up")
         self.assertGreater(self.times()[name][0], self.times()["red"][0])
 

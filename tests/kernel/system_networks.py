@@ -9,7 +9,8 @@ import pathlib
 import time
 
 from suite_system import SuiteSystemTest, main  # before system
-from suite import batch, run
+from kernel import batch, member_lines, vrf_lines
+from suite import run
 from system import wait_until
 
 ADDRESSES = {
@@ -59,11 +60,8 @@ def prepare_router():
     members = dict(ADDRESSES)
     members.update((f"mark{number}", [marker(number)]) for number in range(MARKERS))
     members.update((f"emark{number}", [eigrp_marker(number)]) for number in range(len(EIGRP_NETWORKS)))
-    lines = ["link add red type vrf table 10", "link set red up"]
-    for name, addresses in members.items():
-        lines += [f"link add {name} type dummy", f"link set {name} master red", f"link set {name} up"]
-        lines += [f"addr add {address} dev {name}" for address in addresses]
-    batch("\n".join(lines))
+    addresses = [f"addr add {address} dev {name}" for name, texts in members.items() for address in texts]
+    batch(vrf_lines({"red": 10}) + member_lines(dict.fromkeys(members, "red"), "link set {name} up") + addresses)
 
 
 class Networks(SuiteSystemTest):

@@ -11,28 +11,12 @@ import subprocess
 import unittest
 
 from guest_system import GuestSystemTest  # before system
-from route_life import LOCAL, kernel_routes
-from system import L3VPN, name_index, oid_tuple, wait_until
-from vrf_life import batch
+from kernel import Kernel, batch, member_lines, vrf_lines
+from routes import LOCAL, vrf_routes
+from system import PERF_ENTRY, RAW, ROUTE_ENTRY, dotted, name_index, route_index, wait_until
 
-ROUTE_ENTRY = oid_tuple(L3VPN) + (1, 4, 1, 1)
-NUMBER = L3VPN + ".1.3.1.1.3."
-RAW = ("-Ot", "--hexOutputLength=0")
 INTERFACE, TYPE, PROTOCOL, METRIC, POINTER, STATUS = 7, 8, 9, 12, 17, 18
 NO_METRIC = "-1"
-
-
-def address_index(address):
-    return (len(address.packed),) + tuple(address.packed)
-
-
-def instance(vrf, prefix, next_hop, kind):
-    network = ipaddress.ip_network(prefix)
-    family = 1 if network.version == 4 else 2
-    hop = (0, 0)
-    if kind != LOCAL:
-        hop = (family,) + address_index(ipaddress.ip_address(next_hop) if next_hop else type(network.network_address)(0))
-    return name_index(vrf) + (family,) + address_index(network.network_address) + (network.prefixlen, 2, 0, 0) + hop
 
 
 def expected_cells(routes):
@@ -40,7 +24,8 @@ def expected_cells(routes):
     cells = {}
     for vrf, rows in routes.items():
         for (prefix, next_hop), (metric, index, kind, labels, protocol) in rows.items():
-            place = instance(vrf, prefix, next_hop, kind)
+            hop = ipaddress.ip_address(next_hop) if next_hop else None
+            place = route_index(vrf, ipaddress.ip_network(prefix), hop, kind == LOCAL)
             for column, value in ((INTERFACE, index), (TYPE, kind), (PROTOCOL, protocol), (STATUS, 1),
                                   (METRIC, metric if metric else "0 or -1"), (POINTER, "labels" if labels else '"00 "')):
                 cells[ROUTE_ENTRY + (column,) + place] = str(value)
@@ -67,12 +52,12 @@ def no_hop_is_empty(address):
 class RoutesOnAKernel(GuestSystemTest):
     def difference(self):
         """Rows that only the system or only the kernel has; empty when they agree."""
-        routes = kernel_routes()
-        expected, seen = expected_cells(routes), seen_cells(self.system.walk(".".join(map(str, ROUTE_ENTRY)), options=RAW))
-        found = [(".".join(map(str, oid[len(ROUTE_ENTRY):])), expected.get(oid), seen.get(oid))
+        routes = vrf_routes(Kernel())
+        expected, seen = expected_cells(routes), seen_cells(self.system.walk(dotted(ROUTE_ENTRY), options=RAW))
+        found = [(dotted(oid[len(ROUTE_ENTRY):]), expected.get(oid), seen.get(oid))
                  for oid in sorted({*expected, *seen}) if expected.get(oid) != seen.get(oid)]
         for vrf, rows in routes.items():
-            number = self.system.get_value(NUMBER + ".".join(map(str, name_index(vrf))))
+            number = self.system.get_value(dotted(PERF_ENTRY + (3,) + name_index(vrf)))
             if number != str(len(rows)):
                 found.append((f"number of routes of {vrf}", len(rows), number))
             listed = {(row["prefix"], no_hop_is_empty(row["nextHop"]))
@@ -92,13 +77,11 @@ class RoutesOnAKernel(GuestSystemTest):
             wait_until("; ".join(commands), agrees, 10)
         except AssertionError as failure:
             raise AssertionError(f"{failure}\n(what, kernel, shown): {last[:20]}") from None
-        print(f"{len(commands)} commands: " + ", ".join(f"{vrf} {len(rows)} routes" for vrf, rows in kernel_routes().items()))
+        print(f"{len(commands)} commands: " + ", ".join(f"{vrf} {len(rows)} routes" for vrf, rows in vrf_routes(Kernel()).items()))
 
     def test_life_of_the_routes_of_two_vrfs(self):
-        self.step("link add red type vrf table 10", "link set red up", "link add blue type vrf table 20", "link set blue up",
-                  *[line for name, vrf in (("d0", "red"), ("d1", "red"), ("d2", "blue"), ("d4", ""))
-                    for line in (f"link add {name} type dummy", f"link set {name} master {vrf}" if vrf else "link set lo up",
-                                 f"link set {name} up")])
+        self.step("link set lo up", *vrf_lines({"red": 10, "blue": 20}),
+                  *member_lines({"d0": "red", "d1": "red", "d2": "blue", "d4": ""}, "link set {name} up"))
         self.step("addr add 10.0.0.1/24 dev d0", "addr add 10.1.0.1/24 dev d1", "addr add 10.0.0.1/24 dev d2",
                   "addr add 10.99.0.1/24 dev d4", "addr add 2001:db8:10::1/64 dev d0 nodad",
                   "addr add 2001:db8:11::1/64 dev d1 nodad", "addr add 2001:db8:20::1/64 dev d2 nodad")

@@ -12,8 +12,8 @@ import subprocess
 import unittest
 
 import guest_system  # noqa: F401 (before system)
+from kernel import Kernel, batch, delete_links
 from system import BIN, System, wait_until
-from vrf_life import batch, ip_json
 
 APART = ("link add apart type vrf table 99", "link set apart up", "link add a0 type dummy",
          "link set a0 addrgenmode none", "addr add 10.99.0.1/24 dev a0", "link set a0 master apart", "link set a0 up")
@@ -21,7 +21,7 @@ VRFS = ("link add red type vrf table 10", "link set red up", "link add blue type
 
 
 def links():
-    return {link["ifname"]: link for link in ip_json("addr", "show")}
+    return {link["ifname"]: link for link in Kernel().links}
 
 
 def addresses(name, family):
@@ -50,14 +50,12 @@ class TrapsOnAKernel(unittest.TestCase):
 
     def clean(self):
         self.system.__exit__(None)
-        for name in links():
-            if name != "lo":  # one end of a pair is deleted with the other
-                subprocess.run(["ip", "link", "del", name], stderr=subprocess.DEVNULL, check=False)
+        delete_links()
 
     def ip(self, *commands):
         """Runs the commands in one process, so close together that the daemon may see only their combined result."""
         batch(commands)
-        self.index.update({name: link["ifindex"] for name, link in links().items()})
+        self.index.update(Kernel().indexes())
 
     def traps(self):
         lines = [line for line in self.system.log("watch").splitlines(keepends=True) if line.startswith("{")]

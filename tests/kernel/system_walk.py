@@ -8,31 +8,20 @@ import subprocess
 import unittest
 
 from guest_system import GuestSystemTest  # before system
-from system import IF_CONF, L3VPN, SCALARS, expected_if_conf, name_index, wait_until
-from vrf_life import batch, ip_json
+from kernel import Kernel, batch, is_active, vrf_lines
+from system import IF_CONF, SCALARS, VRF_ENTRY, dotted, expected_if_conf, name_index, wait_until
 
 
 def members():
     """{(VRF, ifIndex): interface name} of the kernel; interfaces of subscribers are not in the MIB."""
-    return {(link["master"], link["ifindex"]): link["ifname"] for link in ip_json("link", "show")
-            if link.get("linkinfo", {}).get("info_slave_kind") == "vrf"
-            and ".ip" not in link["ifname"] and ".pppoe" not in link["ifname"]}
+    return {key: link["ifname"] for key, link in Kernel().members().items()
+            if ".ip" not in link["ifname"] and ".pppoe" not in link["ifname"]}
 
 
-def vrfs():
-    return {link["ifname"] for link in ip_json("link", "show", "type", "vrf")}
-
-
-def active_vrfs():
-    """VRFs with a member that is up and has an address."""
-    active = set()
-    for link in ip_json("addr", "show"):
-        if link.get("linkinfo", {}).get("info_slave_kind") != "vrf":
-            continue
-        up = link["operstate"] == "UP" or (link["operstate"] == "UNKNOWN" and "LOWER_UP" in link["flags"])
-        if up and any("local" in address and not address.get("tentative") for address in link["addr_info"]):
-            active.add(link["master"])
-    return active
+def numbers():
+    """How many VRFs, VRFs with an active member, and members the kernel has."""
+    kernel = Kernel()
+    return len(kernel.vrfs()), len({vrf for (vrf, _), link in kernel.members().items() if is_active(link)}), len(members())
 
 
 class KernelWalk(GuestSystemTest):
@@ -51,7 +40,7 @@ class KernelWalk(GuestSystemTest):
     def agrees(self):
         scalars = self.system.cli_json("show", "scalars")
         counts = (scalars["configuredVrfs"], scalars["activeVrfs"], scalars["connectedInterfaces"])
-        if counts != (len(vrfs()), len(active_vrfs()), len(members())):
+        if counts != numbers():
             return False
         # The sub-agent may show a value for a second after it changed.
         if [self.system.get_value(f"{SCALARS}.{column}.0") for column in (1, 2, 3)] != [str(count) for count in counts]:
@@ -61,13 +50,12 @@ class KernelWalk(GuestSystemTest):
     def step(self, *commands):
         batch(commands)
         wait_until("; ".join(commands), self.agrees, 10)
-        print(f"{'; '.join(commands)}: {len(vrfs())} VRFs, {len(active_vrfs())} active, {len(members())} members")
+        print("{}: {} VRFs, {} active, {} members".format("; ".join(commands), *numbers()))
 
 
 class SystemOnAKernel(KernelWalk):
     def test_life_of_three_vrfs(self):
-        self.step("link add red type vrf table 10", "link set red up", "link add blue type vrf table 20",
-                  "link set blue up", "link add green type vrf table 30", "link set green up")
+        self.step(*vrf_lines({"red": 10, "blue": 20, "green": 30}))
         self.step("link add d0 type dummy", "addr add 10.0.0.1/24 dev d0", "link set d0 master red")
         self.step("link set d0 up")
         self.step("link add d1 type dummy", "link set d1 master blue", "link set d1 up",
@@ -88,7 +76,7 @@ class SystemOnAKernel(KernelWalk):
 
     def is_described(self, vrf, text):
         """Everywhere: mplsL3VpnVrfDescription and the command line."""
-        oid = ".".join(map(str, (L3VPN, 1, 2, 2, 1, 3) + name_index(vrf)))
+        oid = dotted(VRF_ENTRY + (3,) + name_index(vrf))
 
         def shown():
             return [row["description"] for row in self.system.cli_json("show", "vrf", "--name", vrf)]

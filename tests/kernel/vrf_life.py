@@ -12,49 +12,25 @@ import tempfile
 import time
 import unittest
 
+from kernel import Kernel, batch, delete_links, is_up, kind, usable_addresses, vrf_lines
+
 BOUND = 30.0  # seconds; the guest may share its CPU with others
 PROGRAM = ""
 
 
-def ip(*arguments):
-    """Runs one ip(8) command, given as a text or as words."""
-    words = arguments[0].split() if len(arguments) == 1 else list(arguments)
-    subprocess.run(["ip", *words], check=True)
-
-
-def batch(lines):
-    """Runs many ip(8) commands in one process."""
-    subprocess.run(["ip", "-batch", "-"], input="\n".join(lines) + "\n", text=True, check=True)
-
-
-def ip_json(*words):
-    """What ip(8) prints, without the empty objects that it prints for all else."""
-    shown = subprocess.run(["ip", "-j", "-d", *words], check=True, capture_output=True).stdout
-    return [each for each in json.loads(shown) if each]
-
-
-def is_up(link):
-    if link["operstate"] == "UNKNOWN":
-        return "UP" in link["flags"] and "LOWER_UP" in link["flags"]
-    return link["operstate"] == "UP"
-
-
 def addresses_of(link):
     """IPv4 in the kernel's order; IPv6 sorted, because its order in the model differs."""
-    usable = [each for each in link["addr_info"]
-              if "local" in each and not each.get("tentative") and not each.get("dadfailed")]
+    usable = usable_addresses(link)
     text = [f'{each["local"]}/{each["prefixlen"]}' for each in usable if each["family"] == "inet"]
     return text + sorted(f'{each["local"]}/{each["prefixlen"]}' for each in usable if each["family"] == "inet6")
 
 
 def kernel_state():
     """The expected (VRFs, interfaces) of the model, without ids."""
-    links = ip_json("addr", "show")
-    kind = {link["ifname"]: link.get("linkinfo", {}).get("info_kind") for link in links}
     vrfs, interfaces = {}, {}
-    for link in links:
+    for link in Kernel().links:
         name, info = link["ifname"], link.get("linkinfo", {})
-        if kind[name] == "vrf":
+        if kind(link) == "vrf":
             if name != "default":
                 vrfs[name] = (info["info_data"]["table"], link.get("ifalias", ""))
             continue
@@ -122,20 +98,23 @@ class Guest(unittest.TestCase):
 
     def clean(self):
         status = self.model.end()
-        for link in ip_json("link", "show"):  # one end of a pair is deleted with the other
-            if link["ifname"] != "lo":
-                subprocess.run(["ip", "link", "del", link["ifname"]], stderr=subprocess.DEVNULL)
+        delete_links()
         self.assertEqual(status, 0)
 
-    def expect_same(self, step):
-        """Waits until the model equals the kernel; returns the changes of which it notified its observers."""
+    def expect_equal(self, step, of_kernel, of_model):
+        """Waits until the model shows what the kernel has; returns the model's last answer."""
         deadline = time.monotonic() + BOUND
         while True:
-            before = kernel_state()
+            before = of_kernel()
             answer = self.model.ask()
-            if model_state(answer) == before or time.monotonic() > deadline:
+            if of_model(answer) == before or time.monotonic() > deadline:
                 break
-        self.assertEqual(model_state(answer), before, step)
+        self.assertEqual(of_model(answer), before, step)
+        return answer
+
+    def expect_same(self, step):
+        """Returns the changes of which the model notified its observers."""
+        self.expect_equal(step, kernel_state, model_state)
         return self.model.take_changes()
 
     def step(self, *commands):
@@ -146,9 +125,7 @@ class Guest(unittest.TestCase):
         return {vrf["name"]: vrf["id"] for vrf in self.model.ask()["vrfs"]}
 
     def make_three_vrfs(self):
-        return self.step("link add red type vrf table 10", "link set red up",
-                         "link add blue type vrf table 20", "link set blue up",
-                         "link add green type vrf table 30", "link set green up")
+        return self.step(*vrf_lines({"red": 10, "blue": 20, "green": 30}))
 
 
 class VrfLife(Guest):
@@ -237,8 +214,8 @@ class VrfLife(Guest):
     def test_interface_moved_to_another_namespace_is_removed(self):
         self.make_three_vrfs()
         self.step("link add d0 type dummy", "link set d0 master red")
-        ip("netns add other")
-        self.addCleanup(ip, "netns del other")
+        batch(["netns add other"])
+        self.addCleanup(batch, ["netns del other"])
         self.assertEqual(self.step("link set d0 netns other"), ["removed d0 in red"])
 
     def test_interface_created_in_a_vrf_is_never_seen_outside(self):
@@ -309,8 +286,7 @@ class Reading(Guest):
 
     def test_alias_of_a_vrf_and_of_an_interface_that_are_down(self):
         self.step("link add red type vrf table 10", "link add d0 type dummy", "link set d0 master red")
-        ip("link", "set", "red", "alias", "customer red, contract 4711")
-        ip("link", "set", "d0", "alias", "to the customer")
+        batch(['link set red alias "customer red, contract 4711"', 'link set d0 alias "to the customer"'])
         self.assertEqual(self.expect_same("aliases"), ["described red"])
 
 

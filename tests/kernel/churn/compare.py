@@ -7,7 +7,7 @@ from kernel import Kernel
 from live_suite import PROTOCOL_PROGRAMS
 from model import RD, TARGET, VRF, Model
 from shown import walk_mib
-from system import SLOW
+from system import SLOW, dotted, name_and_rest
 
 MOST_SHOWN = 12
 ROUTE_VIEWS = 2
@@ -24,7 +24,7 @@ FAMILIES = {b"IPv4 Unicast": 4, b"IPv6 Unicast": 6}
 def cell_errors(expected, seen):
     seen = {key: value for key, value in seen.items() if key[0][:4] != TARGET}
     differing = [key for key in {**expected, **seen} if key not in expected or key not in seen or expected[key] != seen[key]]
-    return [f"{'.'.join(map(str, column))} [{readable(index)}]: expected {expected.get(column_index, 'no row')!r}, "
+    return [f"{dotted(column)} [{readable(index)}]: expected {expected.get(column_index, 'no row')!r}, "
             f"shown {seen.get(column_index, 'no row')!r}" for column_index in sorted(differing) for column, index in [column_index]]
 
 
@@ -52,7 +52,7 @@ def shown_rds(cells):
 
 
 def vrf_of(index):
-    return bytes(index[1:1 + index[0]]).decode()
+    return name_and_rest(index)[0]
 
 
 def readable(index):
@@ -60,8 +60,8 @@ def readable(index):
     length = index[0]
     if 0 < length < 16 and len(index) > length:
         name = bytes(index[1:1 + length]).decode(errors="replace")
-        return ".".join([f'"{name}"', *map(str, index[1 + length:])])
-    return ".".join(map(str, index))
+        return dotted([f'"{name}"', *index[1 + length:]])
+    return dotted(index)
 
 
 def view_errors(model, command_line, targets, vrfs):
@@ -89,7 +89,6 @@ class Comparison:
         self.model = None
         self.seen = [], set()  # changes since the last batch, and route targets as shown, of the suite's probes, too
         self.batches = 0
-        self.stated = self.unstated = 0  # families of VRFs whose route targets the suite states, or not
 
     def errors(self, touched, began, restarted, bound):
         """Polls until everything agrees; returns the last differences otherwise."""
@@ -137,8 +136,6 @@ class Comparison:
 
     def final_errors(self, touched, began, restarted):
         self.batches += 1
-        self.stated += len({(vrf, family) for vrf, _, family, _ in self.model.suite.targets})
-        self.unstated += len(self.model.suite.unexported)
         self.rig.accept_traps()
         self.rig.accept_changes(*self.seen)
         return self.times.errors(self.model, self.rig.command_line.vrfs(), touched, began, restarted)

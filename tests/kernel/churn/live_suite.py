@@ -6,11 +6,10 @@ a VRF that has the probe's route imports it.
 """
 import itertools
 import pathlib
-import re
 import time
 
 from model import Suite
-from suite_shell import Programs, Shell
+from suite_shell import Shell
 from system import wait_until
 
 import kernel as linux
@@ -65,24 +64,13 @@ def stanza_lines(configuration):
     return found
 
 
-class QuickSuite(suites.Suite):
-    def answers(self, program):
-        """Uses no shell, which takes half a second."""
-        try:
-            return bool(Programs(self.run).ask(program, "show version"))
-        except OSError:
-            return False
-
-
 class LiveSuite:
     def __init__(self, release):
-        self.suite = QuickSuite(release, None, PROGRAMS, base_configuration())
+        self.suite = suites.Suite(release, None, PROGRAMS, base_configuration())
         self.dead = set()
-        self.ended = 0
         self.lost_lines = set()     # {(stanza, line)} that mgmtd left out of the last load
         self.incomplete_loads = []  # the same of each, for those who look for a reason
-        self.ask, self.ask_json, self.ask_each = (getattr(Programs(self.suite.run), name)
-                                                  for name in ("ask", "ask_json", "ask_each"))
+        self.ask, self.ask_json, self.ask_each = self.suite.ask, self.suite.ask_json, self.suite.ask_each
         self.suite.start()
         self.load()
         self.shell = Shell(self.suite.shell_words())
@@ -155,7 +143,6 @@ class LiveSuite:
         for program in self.suite.programs:
             if program not in self.dead and not pathlib.Path(f"/proc/{self.suite.pid(program)}").exists():
                 self.dead.add(program)
-                self.ended += 1
 
     def start_all(self):
         self.notice_ended()
@@ -216,9 +203,10 @@ class LiveSuite:
 
     def read_protocols(self, state, kernel):
         lost, ospf = self.lost_stanzas(), self.ask_json("ospfd", "show ip ospf vrf all interface json")
-        neighbors, all_static = self.vrfs_with_neighbors(), self.static_routes()
+        neighbors, all_static = self.suite.vrfs_with_neighbors(), self.static_routes()
+        all_rip = self.suite.rip_interfaces(kernel.vrfs())
         for vrf in kernel.vrfs():
-            rip, static = self.rip_interfaces(vrf), all_static.get(vrf, set())
+            rip, static = all_rip[vrf], all_static.get(vrf, set())
             for (owner, _), link in kernel.members().items():
                 if owner != vrf:
                     continue
@@ -237,15 +225,6 @@ class LiveSuite:
         if not linux.is_up(link) or not linux.is_up(kernel.vrfs()[vrf]):
             return {OSPF, RIP, STATIC}
         return set() if linux.has_ipv4(link) else {RIP}
-
-    def vrfs_with_neighbors(self):
-        shown = self.ask_json("bgpd", "show bgp vrf all summary json")
-        return {vrf for vrf, families in shown.items()
-                if any(family.get("peers") for family in families.values() if isinstance(family, dict))}
-
-    def rip_interfaces(self, vrf):
-        table = self.ask("ripd", f"show ip rip vrf {vrf} status").partition("Key-chain")[2].partition("Routing for")[0]
-        return set(re.findall(r"^    (\S+) ", table, re.MULTILINE))
 
     def static_routes(self):
         """{VRF: names of interfaces that static routes name, None for a route that names none}."""

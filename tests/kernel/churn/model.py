@@ -4,6 +4,8 @@ Cells are {(table and column, index): value}; a value is an integer, octets or a
 """
 import dataclasses
 
+from system import name_index, route_index
+
 import kernel as linux
 import routes
 
@@ -12,7 +14,6 @@ IF_CONF, VRF, TARGET, SECURITY, PERFORMANCE, ROUTE = (
 RD = 4  # column of the table of VRFs
 UP, DOWN = 1, 2
 ENTERPRISE, ACTIVE, READ_ONLY = 2, 1, 5
-DEFAULT_POLICY = (2, 0, 0)
 NO_METRIC = -1
 NO_CROSS_CONNECT = b"\0"
 LABELS_AT = 14  # in a cross-connect index: how many labels, then three octets for each
@@ -42,10 +43,6 @@ class Suite:
     may_be: dict = dataclasses.field(default_factory=dict)        # the same: not stated, but not excluded either
     descriptions: dict = dataclasses.field(default_factory=dict)  # VRF: text
     unsure_descriptions: set = dataclasses.field(default_factory=set)  # VRFs whose description a program of the suite has lost
-
-
-def name_index(name):
-    return (len(name),) + tuple(name.encode())
 
 
 def number(value):
@@ -128,7 +125,7 @@ class Model:
     def route_cells(self, vrf, key, row):
         columns = {7: row["ifIndex"], 8: row["type"], 9: row["proto"], 10: number("age"), 11: 0, 12: row["metric1"],
                    13: NO_METRIC, 14: NO_METRIC, 15: NO_METRIC, 16: NO_METRIC, 17: self.cross_connect(vrf, key[0]), 18: ACTIVE}
-        return row_cells(ROUTE, columns, route_index(vrf, key, row))
+        return row_cells(ROUTE, columns, route_index(vrf, *key, row["type"] == routes.LOCAL))
 
     def cross_connect(self, vrf, prefix):
         """Found by prefix: that of the first path with labels, in the order of next hops. IPv6 has none."""
@@ -152,14 +149,3 @@ def labels_in(octets):
     if len(octets) <= LABELS_AT:
         return None
     return [int.from_bytes(octets[LABELS_AT + 1 + 3 * each:LABELS_AT + 4 + 3 * each], "big") for each in range(octets[LABELS_AT])]
-
-
-def route_index(vrf, key, row):
-    prefix, hop = key
-    family = 1 if prefix.version == 4 else 2
-    destination = prefix.network_address.packed
-    place = name_index(vrf) + (family, len(destination)) + tuple(destination) + (prefix.prefixlen,) + DEFAULT_POLICY
-    if row["type"] == routes.LOCAL:
-        return place + (0, 0)
-    next_hop = hop.packed if hop is not None and hop.version == prefix.version else bytes(len(destination))
-    return place + (family, len(next_hop)) + tuple(next_hop)

@@ -23,7 +23,6 @@ class Run:
     def __init__(self):
         self.batches, self.errors = [], []
         self.operations = self.lines = self.failed_lines = 0
-        self.stated = self.unstated = 0  # see Comparison
         self.seconds = 0.0
 
 
@@ -52,7 +51,6 @@ def run_batches(seed, batches, settings, report):
             run.errors = run_batch(rig, comparison, batch, settings.bound)
             run.operations += len(batch)
             run.lines, run.failed_lines, run.seconds = rig.lines, rig.failed_lines, time.monotonic() - began
-            run.stated, run.unstated = comparison.stated, comparison.unstated
             report(run)
             if run.errors:
                 save_description(seed, rig)

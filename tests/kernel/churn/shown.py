@@ -2,9 +2,8 @@
 import ipaddress
 
 from snmp_client import END_OF_MIB_VIEW, SnmpClient
-from system import L3VPN, oid_tuple
+from system import ROOT_OID
 
-ROOT = oid_tuple(L3VPN)
 OCTET_STRING, INTEGER = 4, 2
 ENTRY_LENGTHS = {(1, 1): 3}  # scalars; an entry has four numbers and its column
 
@@ -22,14 +21,14 @@ def walk_mib(port, rows=60):
     """{(table and column, index): value}; an AssertionError unless every OID increases."""
     client = SnmpClient(port, timeout=20)
     try:
-        cells, oid = {}, ROOT
+        cells, oid = {}, ROOT_OID
         while True:
             for name, tag, content in client.get_bulk(oid, rows):
-                if tag == END_OF_MIB_VIEW or name[:len(ROOT)] != ROOT:
+                if tag == END_OF_MIB_VIEW or name[:len(ROOT_OID)] != ROOT_OID:
                     return cells
                 assert name > oid, f"OID not increasing: {oid} then {name}"
                 oid = name
-                cells[split_oid(name[len(ROOT):])] = value_of(tag, content)
+                cells[split_oid(name[len(ROOT_OID):])] = value_of(tag, content)
     finally:
         client.close()
 
