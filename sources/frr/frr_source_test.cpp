@@ -21,11 +21,8 @@ using testing::Not;
 using testing::UnorderedElementsAre;
 
 TEST_F(FrrSourceTest, ConfigurationIsStoredInTheTree) {
-  suite.Configure("bgpd", bgp_red(std::string(kRd10) + kTarget10));
-  suite.Configure("ospfd", "router ospf vrf blue\n network 10.2.0.0/30 area 0\n");
-  Start();
-  AwaitAnswer("bgpd");
-  AwaitAnswer("ospfd");
+  StartWith({{"bgpd", bgp_red(std::string(kRd10) + kTarget10)},
+             {"ospfd", "router ospf vrf blue\n network 10.2.0.0/30 area 0\n"}});
   EXPECT_THAT(Stored(), IsSupersetOf({std::string(kRd10Words), std::string(kTarget10Words)}));
   EXPECT_EQ(Stored().size(), 3U);
 }
@@ -52,11 +49,7 @@ TEST_F(FrrSourceTest, UnchangedConfigurationMakesNoCommit) {
 }
 
 TEST_F(FrrSourceTest, ProgramsAreFollowedIndependently) {
-  suite.Configure("bgpd", bgp_red(kRd10));
-  suite.Configure("staticd", kStaticRed);
-  Start();
-  AwaitAnswer("bgpd");
-  AwaitAnswer("staticd");
+  StartWith({{"bgpd", bgp_red(kRd10)}, {"staticd", kStaticRed}});
   suite.Become("bgpd", "silent");
   silent_programs = 1;
   suite.Configure("staticd", "");
@@ -148,11 +141,7 @@ TEST_F(FrrSourceTest, StartedProgramSettlesWhenItHasReportedEverything) {
 }
 
 TEST_F(FrrSourceTest, LastKnownConfigurationOutlivesTheProcess) {
-  suite.Configure("bgpd", bgp_red(kRd10));
-  suite.Configure("staticd", kStaticRed);
-  Start();
-  AwaitAnswer("bgpd");
-  AwaitAnswer("staticd");
+  StartWith({{"bgpd", bgp_red(kRd10)}, {"staticd", kStaticRed}});
   const std::vector<std::string> before = Stored();
   suite.Become("bgpd", "absent");
   suite.Configure("staticd", kStaticRed);
@@ -198,22 +187,23 @@ class DerivedItemsOfTheSuite : public FrrSourceTest {
     suite.Show("show bgp vrf all ipv4 unicast route-leak json", leaks_of_red(rd, imports));
     suite.Show("show bgp vrf all ipv6 unicast route-leak json", R"({"vrfs":{}})");
   }
+  void StartDeriving() {
+    Leak("10.1.0.1:2", "10.3.0.1:3");
+    StartWith("bgpd", kImportsBlue);
+    AwaitAnswer("bgpd");  // the commands are asked for when the configuration is known
+  }
   std::vector<std::string> StoredDerived() const { return vrf_config::words_owned(kConfigOwnerFrrDerived); }
 };
 
 TEST_F(DerivedItemsOfTheSuite, AreStoredUnderTheirOwnOwner) {
-  Leak("10.1.0.1:2", "10.3.0.1:3");
-  StartWith("bgpd", kImportsBlue);
-  AwaitAnswer("bgpd");  // the commands are asked for when the configuration is known
+  StartDeriving();
   EXPECT_THAT(StoredDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
   EXPECT_THAT(Stored(), IsEmpty());
 }
 
 // The configuration does not change when the suite derives another RD.
 TEST_F(DerivedItemsOfTheSuite, FollowAChangeOfTheRouterId) {
-  Leak("10.1.0.1:2", "10.3.0.1:3");
-  StartWith("bgpd", kImportsBlue);
-  AwaitAnswer("bgpd");  // the commands are asked for when the configuration is known
+  StartDeriving();
   Leak("10.9.9.9:2", "10.9.9.8:3");
   AwaitAnswer("bgpd");
   EXPECT_THAT(StoredDerived(),
@@ -235,9 +225,7 @@ TEST_F(DerivedItemsOfTheSuite, ReplaceConfiguredItemsInOneStep) {
 }
 
 TEST_F(DerivedItemsOfTheSuite, AreRemovedWithTheImportByName) {
-  Leak("10.1.0.1:2", "10.3.0.1:3");
-  StartWith("bgpd", kImportsBlue);
-  AwaitAnswer("bgpd");  // the commands are asked for when the configuration is known
+  StartDeriving();
   suite.Configure("bgpd", bgp_red(kRd10));
   AwaitAnswer("bgpd");
   AwaitAnswer("bgpd");  // without the commands
@@ -246,9 +234,7 @@ TEST_F(DerivedItemsOfTheSuite, AreRemovedWithTheImportByName) {
 }
 
 TEST_F(DerivedItemsOfTheSuite, StayWhileTheSuiteRestartsAndOverARestartOfTheProcess) {
-  Leak("10.1.0.1:2", "10.3.0.1:3");
-  StartWith("bgpd", kImportsBlue);
-  AwaitAnswer("bgpd");  // the commands are asked for when the configuration is known
+  StartDeriving();
   RestartBgpd("");
   EXPECT_THAT(StoredDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
   Restart();
@@ -263,9 +249,7 @@ TEST_F(DerivedItemsOfTheSuite, StayWhileTheSuiteRestartsAndOverARestartOfTheProc
 }
 
 TEST_F(DerivedItemsOfTheSuite, StayWhenTheyCannotBeRead) {
-  Leak("10.1.0.1:2", "10.3.0.1:3");
-  StartWith("bgpd", kImportsBlue);
-  AwaitAnswer("bgpd");  // the commands are asked for when the configuration is known
+  StartDeriving();
   suite.Show("show bgp vrf all ipv4 unicast route-leak json", "{\"vrfs\":");
   AwaitAnswer("bgpd");
   EXPECT_THAT(StoredDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
@@ -296,11 +280,8 @@ TEST_F(DerivedItemsOfTheSuite, AreWrittenLaterWhenTheCommitFails) {
 }
 
 TEST_F(FrrSourceTest, RipAndRipngOfAnInterfaceAreIndependent) {
-  suite.Configure("ripd", "router rip vrf blue\n network blue1\n");
-  suite.Configure("ripngd", "router ripng vrf blue\n network blue1\n");
-  Start();
-  AwaitAnswer("ripd");
-  AwaitAnswer("ripngd");
+  StartWith({{"ripd", "router rip vrf blue\n network blue1\n"},
+             {"ripngd", "router ripng vrf blue\n network blue1\n"}});
   EXPECT_THAT(Stored(),
               UnorderedElementsAre("vrf blue rip interface blue1", "vrf blue ripng interface blue1"));
   suite.Configure("ripd", "");
@@ -338,21 +319,17 @@ TEST_F(FrrSourceTest, InvalidItemsDoNotAffectOthers) {
 }
 
 TEST_F(FrrSourceTest, MissingSuiteIsNotLogged) {
-  for (const auto& program : frr::kPrograms) suite.Become(std::string(program.name), "absent");
+  StopSuite();
   testing::internal::CaptureStderr();
   Start();
   AwaitFailure("bgpd");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-// Logged when the suite was named in the settings.
 TEST_F(FrrSourceTest, MissingWantedSuiteIsLoggedOnce) {
-  for (const auto& program : frr::kPrograms) suite.Become(std::string(program.name), "absent");
+  StopSuite();
   testing::internal::CaptureStderr();
-  FrrSource::Options options = Options();
-  options.wanted = true;
-  Start(options);
-  AwaitFailure("bgpd");
+  StartWanted();
   AwaitFailure("bgpd");
   const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_THAT(log,
@@ -377,13 +354,10 @@ TEST_F(FrrSourceTest, MissingWantedShellIsLoggedOnce) {
 }
 
 TEST_F(FrrSourceTest, WantedSuiteThatRunsInPartIsNotLogged) {
-  for (const auto& program : frr::kPrograms) suite.Become(std::string(program.name), "absent");
+  StopSuite();
   suite.Become("zebra", "ok");
   testing::internal::CaptureStderr();
-  FrrSource::Options options = Options();
-  options.wanted = true;
-  Start(options);
-  AwaitFailure("bgpd");
+  StartWanted();
   EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("no program")));
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -82,11 +83,24 @@ class FrrSourceTest : public ::testing::Test {
   void AwaitAnswers(const std::vector<std::string>& programs) {
     for (const std::string& program : programs) AwaitAnswer(program);
   }
-  // Starts with a program that has answered with this configuration.
-  void StartWith(const std::string& program, const std::string& configuration) {
-    suite.Configure(program, configuration);
+  // Starts with programs that have answered with these configurations.
+  void StartWith(const std::map<std::string, std::string>& configurations) {
+    for (const auto& [program, text] : configurations) suite.Configure(program, text);
     Start();
-    AwaitAnswer(program);
+    for (const auto& [program, text] : configurations) AwaitAnswer(program);
+  }
+  void StartWith(const std::string& program, const std::string& configuration) {
+    StartWith({{program, configuration}});
+  }
+  // Starts as if the suite was named in the settings, and waits until bgpd has failed.
+  void StartWanted() {
+    FrrSource::Options options = Options();
+    options.wanted = true;
+    Start(options);
+    AwaitFailure("bgpd");
+  }
+  void StopSuite() const {
+    for (const auto& program : frr::kPrograms) suite.Become(std::string(program.name), "absent");
   }
   // bgpd ends and starts again with this configuration.
   void RestartBgpd(const std::string& configuration) {

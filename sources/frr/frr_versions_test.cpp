@@ -32,8 +32,8 @@ class RecordedSuite : public FrrSourceTest {
     AwaitAnswers(kAll);
     if (version != "8.4.4") AwaitAnswer("mgmtd");
   }
-  void StopSuite() {
-    for (const auto& program : frr::kPrograms) suite.Become(std::string(program.name), "absent");
+  void StopAndAwaitFailure() {
+    StopSuite();
     AwaitFailure("bgpd");
     AwaitFailure("staticd");
   }
@@ -72,7 +72,7 @@ TEST_F(RecordedSuite, UpgradeChangesNothing) {
   for (const char* next : {"10.3", "8.4.4"}) {
     StartWithVersion(next == std::string("10.3") ? "8.4.4" : "10.3");
     const std::vector<std::string> before = Stored();
-    StopSuite();
+    StopAndAwaitFailure();
     fault_arm("kvtree_config_replace", kStatusIo, 1, 0);
     StartAnotherVersion(next);
     AwaitAnswers(kAll);
@@ -88,7 +88,7 @@ TEST_F(RecordedSuite, UpgradeChangesNothing) {
 TEST_F(RecordedSuite, UpgradeWaitsForTheManagementProgram) {
   StartWithVersion("8.4.4");
   const std::vector<std::string> before = Stored();
-  StopSuite();
+  StopAndAwaitFailure();
   StartAnotherVersion("10.3");
   suite.Become("mgmtd", "absent");
   AwaitAnswers(kAll);
@@ -99,7 +99,7 @@ TEST_F(RecordedSuite, UpgradeWaitsForTheManagementProgram) {
 TEST_F(RecordedSuite, UpgradeRemovesNothingWhileTheManagementProgramLoads) {
   StartWithVersion("8.4.4");
   const std::vector<std::string> before = Stored();
-  StopSuite();
+  StopAndAwaitFailure();
   suite.Configure("mgmtd", "");
   suite.Become("mgmtd", "ok");
   AwaitAnswer("mgmtd");
@@ -181,7 +181,7 @@ TEST_F(RecordedSuite, RemovalFromTheManagementProgramIsFollowedWithTheNextAnswer
 TEST_F(RecordedSuite, ItemRemovedByTheManagementProgramIsNotRetainedForALostProgram) {
   StartWithVersion("8.4.4");
   const std::size_t before = Stored().size();
-  StopSuite();
+  StopAndAwaitFailure();
   StartAnotherVersion("10.3");
   suite.Become("ripd", "absent");
   LoadConfiguration();
@@ -196,7 +196,7 @@ TEST_F(RecordedSuite, ItemRemovedByTheManagementProgramIsNotRetainedForALostProg
 
 TEST_F(RecordedSuite, ItemRemovedDuringAnUpgradeIsRemovedLater) {
   StartWithVersion("8.4.4");
-  StopSuite();
+  StopAndAwaitFailure();
   StartAnotherVersion("10.3");
   suite.Configure("mgmtd", "vrf red\n ip route 192.168.50.0/24 10.1.0.2\nexit-vrf\n");
   AwaitAnswers(kAll);

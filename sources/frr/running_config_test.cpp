@@ -125,6 +125,10 @@ TEST(BgpOfAVrf, InvalidItemIsAnErrorWithItsLine) {
             (LineError{4, "'red' is not a route distinguisher"}));
   EXPECT_EQ(only_error(family_of("ipv4 unicast", "  rt vpn both 65000:1 65000\n")),
             (LineError{4, "'65000' is not a route target"}));
+  EXPECT_EQ(only_error(family_of("l2vpn evpn", "  rd x\n")),
+            (LineError{4, "'x' is not a route distinguisher"}));
+  EXPECT_EQ(only_error(family_of("l2vpn evpn", "  route-target both 1\n")),
+            (LineError{4, "'1' is not a route target"}));
   EXPECT_EQ(only_error("!\nrouter bgp 4294967296 vrf red\n"),
             (LineError{2, "'4294967296' is not an AS number"}));
 }
@@ -181,13 +185,6 @@ TEST(BgpOfAVrf, NumbersOfTwoOctetsMayBeInAsdot) {
   EXPECT_EQ(rd, (Target{Target::Type::kTwoOctetAs, 65000, 100000}));
   EXPECT_THAT(texts(instance.families[0].imports), ElementsAre("65547:6", "65000:7", "10.0.0.1:8"));
   EXPECT_EQ(vrf_config::target_text(instance.families[2].rd.value()), "65546:9");
-}
-
-TEST(BgpOfAVrf, InvalidItemsOfEvpnAreErrors) {
-  EXPECT_EQ(only_error(family_of("l2vpn evpn", "  rd x\n")),
-            (LineError{4, "'x' is not a route distinguisher"}));
-  EXPECT_EQ(only_error(family_of("l2vpn evpn", "  route-target both 1\n")),
-            (LineError{4, "'1' is not a route target"}));
 }
 
 // --- BGP: neighbors ---
