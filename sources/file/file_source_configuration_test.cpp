@@ -1,18 +1,7 @@
 // The configuration of a router file: each load commits the difference.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <memory>
-
-#include "platform/config/owners.h"
 #include "platform/config/test_support.h"
-#include "platform/core/base/fault.h"
-#include "platform/core/evm/test_run_directory.h"
 #include "platform/store/configuration/config.h"
-#include "platform/store/tree/kvtree.h"
-#include "sources/file/file_source.h"
+#include "sources/file/file_source_test_support.h"
 
 namespace {
 
@@ -21,18 +10,9 @@ using ::testing::IsEmpty;
 using vrf_config::commit_count;
 using vrf_config::words_in_force;
 
-class ConfigurationOnDisk : public ::testing::Test {
+class ConfigurationOnDisk : public RouterOnDisk {
  protected:
-  ConfigurationOnDisk() {
-    std::filesystem::create_directories(std::filesystem::path(path_).parent_path());
-    EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
-    Keep();
-  }
-  ~ConfigurationOnDisk() override {
-    source_.reset();
-    kvtree_reset();
-  }
-
+  ConfigurationOnDisk() { Keep(); }
   void Keep() const { ASSERT_EQ(kvtree_keep_configuration(directory_.path()), kStatusOk); }
   // As a new process.
   void Restart() {
@@ -42,17 +22,6 @@ class ConfigurationOnDisk : public ::testing::Test {
     Keep();
     source_ = std::make_unique<FileSource>(router_.get(), path_);
   }
-  Status Load(const std::string& text) {
-    std::ofstream(path_) << text;
-    return source_->load(&error_);
-  }
-  void LoadWell(const std::string& text) { ASSERT_EQ(Load(text), kStatusOk) << error_; }
-
-  const TestRunDirectory directory_;
-  const std::string path_ = directory_.path() + "/etc/router.yaml";
-  std::unique_ptr<router::Router> router_ = std::make_unique<router::Router>();
-  std::unique_ptr<FileSource> source_ = std::make_unique<FileSource>(router_.get(), path_);
-  std::string error_;
 };
 
 constexpr char kRed[] = "vrfs: [{name: red, id: 10, description: Red, rip: {interfaces: [ge0]}}]\n";

@@ -1,118 +1,76 @@
 // The file source on an event loop: loads, reacts to changes of the file, and serves the action "router".
 #include "sources/file/file_source.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <memory>
 #include <thread>
 
-#include "platform/config/owners.h"
-#include "platform/core/base/clock.h"
-#include "platform/core/base/fault.h"
-#include "platform/core/evm/test_run_directory.h"
 #include "platform/core/files/directories.h"
 #include "platform/store/client/client.h"
-#include "platform/store/tree/kvtree.h"
+#include "sources/file/file_source_test_support.h"
 
 namespace {
 
 using ::testing::HasSubstr;
 
-constexpr char kMainManager[] = "/dev/mpls/vpn/main";
-constexpr std::uint64_t kEventBound = 5 * kNanosecondsPerSecond;  // for expected events
 constexpr char kRed[] = "vrfs: [{name: red, id: 10}]\n";
 constexpr char kBlue[] = "vrfs: [{name: blue, id: 20}]\n";
 
-class RouterOnDisk : public ::testing::Test {
+class WatchedRouter : public RouterOnDisk {
  protected:
-  RouterOnDisk() {
-    EXPECT_EQ(vrf_config::register_configuration(), kStatusOk);
-    std::filesystem::create_directory(folder_ + "/etc");
-    path_ = folder_ + "/etc/router.yaml";
-    source_ = std::make_unique<FileSource>(&router_, path_);
-  }
-  ~RouterOnDisk() override {
-    source_.reset();
-    if (manager_ != nullptr) {
-      kvtree_stop_serving(manager_);
-      event_manager_destroy(manager_);
-    }
-    kvtree_reset();
-  }
-
-  void Write(const std::string& text) { std::ofstream(path_) << text; }
   void Replace(const std::string& text) {
     std::ofstream(path_ + ".new") << text;
     std::filesystem::rename(path_ + ".new", path_);
   }
-  Status Load() { return source_->load(&error_); }
   void StartWith(const std::string& text) {
-    Write(text);
-    ASSERT_EQ(Load(), kStatusOk) << error_;
-    manager_ = event_manager_create(kMainManager, 0);
-    ASSERT_NE(manager_, nullptr);
-    ASSERT_EQ(source_->start(manager_), kStatusOk);
+    LoadWell(text);
+    Start();
   }
-  bool Has(const char* vrf) const { return router_.find_vrf(vrf) != nullptr; }
+  bool Has(const char* vrf) const { return router_->find_vrf(vrf) != nullptr; }
   // Runs the loop until the VRF exists or an event takes too long.
   bool Appears(const char* vrf) {
     while (!Has(vrf) && event_run_pending(manager_, kEventBound)) {
     }
     return Has(vrf);
   }
-
   // Runs the loop until no read is in progress or an event takes too long.
   bool ReadEnds() {
     while (source_->is_reading() && event_run_pending(manager_, kEventBound)) {
     }
     return !source_->is_reading();
   }
-
-  const TestRunDirectory directory_;
-  const std::string& folder_ = directory_.path();
-  std::string path_;
-  router::Router router_;
-  std::unique_ptr<FileSource> source_;
-  EventManager* manager_ = nullptr;
-  std::string error_;
 };
 
-TEST_F(RouterOnDisk, RdsInTheModelAreAttributedToTheRouterFile) {
-  EXPECT_EQ(router_.rd_owner(), kConfigOwnerFile);
+TEST_F(WatchedRouter, RdsInTheModelAreAttributedToTheRouterFile) {
+  EXPECT_EQ(router_->rd_owner(), kConfigOwnerFile);
 }
 
-TEST_F(RouterOnDisk, FileIsLoadedIntoTheModel) {
-  Write(kRed);
-  ASSERT_EQ(Load(), kStatusOk) << error_;
+TEST_F(WatchedRouter, FileIsLoadedIntoTheModel) {
+  LoadWell(kRed);
   EXPECT_TRUE(Has("red"));
 }
 
-TEST_F(RouterOnDisk, MissingFileIsAnError) {
+TEST_F(WatchedRouter, MissingFileIsAnError) {
   EXPECT_EQ(Load(), kStatusNoSuchRow);
   EXPECT_EQ(error_, path_ + ": No such file or directory");
 }
 
-TEST_F(RouterOnDisk, FolderInThePlaceOfTheFileIsAnError) {
+TEST_F(WatchedRouter, FolderInThePlaceOfTheFileIsAnError) {
   std::filesystem::create_directory(path_);
   EXPECT_EQ(Load(), kStatusIo);
 }
 
-TEST_F(RouterOnDisk, FileBeyondTheBoundIsRefused) {
+TEST_F(WatchedRouter, FileBeyondTheBoundIsRefused) {
   Write("vrfs: []\n");
   std::filesystem::resize_file(path_, (64U << 20) + 1);
   EXPECT_EQ(Load(), kStatusMessageTooLarge);
 }
 
-TEST_F(RouterOnDisk, InvalidFileIsReportedWithThePositionAndChangesNothing) {
-  Write(kRed);
-  ASSERT_EQ(Load(), kStatusOk);
+TEST_F(WatchedRouter, InvalidFileIsReportedWithThePositionAndChangesNothing) {
+  LoadWell(kRed);
   Write("vrfs:\n  - {name: blue, id: 20}\n  - {name: green, id: x}\n");
   EXPECT_EQ(Load(), kStatusInvalid);
   EXPECT_EQ(error_, path_ + ":3:23: a VRF's id is a number from 2 to 4294967295, not \"x\"");
@@ -120,28 +78,28 @@ TEST_F(RouterOnDisk, InvalidFileIsReportedWithThePositionAndChangesNothing) {
   EXPECT_FALSE(Has("blue"));
 }
 
-TEST_F(RouterOnDisk, FailedLoadIsReported) {
+TEST_F(WatchedRouter, FailedLoadIsReported) {
   Write(kRed);
   const ScopedFault fault("file_source_load", kStatusIo);
   EXPECT_EQ(Load(), kStatusIo);
   EXPECT_EQ(error_, path_ + ": Input/output error");
 }
 
-TEST_F(RouterOnDisk, ChangeThatTheModelRefusesIsReported) {
+TEST_F(WatchedRouter, ChangeThatTheModelRefusesIsReported) {
   Write(kRed);
   const ScopedFault fault("router_create_vrf", kStatusNoMemory);
   EXPECT_EQ(Load(), kStatusNoMemory);
   EXPECT_EQ(error_, path_ + ": cannot create VRF red: Cannot allocate memory");
 }
 
-TEST_F(RouterOnDisk, FileWrittenInPlaceIsLoadedAgain) {
+TEST_F(WatchedRouter, FileWrittenInPlaceIsLoadedAgain) {
   StartWith(kRed);
   Write(kBlue);
   EXPECT_TRUE(Appears("blue"));
   EXPECT_FALSE(Has("red"));
 }
 
-TEST_F(RouterOnDisk, ReplacedFileIsLoadedAgainAndAgain) {
+TEST_F(WatchedRouter, ReplacedFileIsLoadedAgainAndAgain) {
   StartWith(kRed);
   Replace(kBlue);
   EXPECT_TRUE(Appears("blue"));
@@ -149,7 +107,7 @@ TEST_F(RouterOnDisk, ReplacedFileIsLoadedAgainAndAgain) {
   EXPECT_TRUE(Appears("red"));
 }
 
-TEST_F(RouterOnDisk, FileThatIsBeingWrittenIsNotLoaded) {
+TEST_F(WatchedRouter, FileThatIsBeingWrittenIsNotLoaded) {
   StartWith(kRed);
   {
     std::ofstream half(path_);
@@ -161,19 +119,19 @@ TEST_F(RouterOnDisk, FileThatIsBeingWrittenIsNotLoaded) {
   EXPECT_TRUE(Appears("customer-00001"));
 }
 
-TEST_F(RouterOnDisk, OtherFilesOfTheFolderAreIgnored) {
+TEST_F(WatchedRouter, OtherFilesOfTheFolderAreIgnored) {
   StartWith(kRed);
   router::Vrf added;
   added.name = "added";
   added.id = 99;
-  ASSERT_EQ(router_.create_vrf(added), kStatusOk);
+  ASSERT_EQ(router_->create_vrf(added), kStatusOk);
   std::ofstream(folder_ + "/etc/router.yaml.swp") << kBlue;
   event_run_pending(manager_);
   EXPECT_FALSE(source_->is_reading());
   EXPECT_TRUE(Has("added")) << "a load would remove it";
 }
 
-TEST_F(RouterOnDisk, RemovedFileChangesNothing) {
+TEST_F(WatchedRouter, RemovedFileChangesNothing) {
   StartWith(kRed);
   std::filesystem::remove(path_);
   event_run_pending(manager_);
@@ -181,7 +139,7 @@ TEST_F(RouterOnDisk, RemovedFileChangesNothing) {
   EXPECT_TRUE(Has("red"));
 }
 
-TEST_F(RouterOnDisk, ErrorInAChangedFileIsLoggedAndChangesNothing) {
+TEST_F(WatchedRouter, ErrorInAChangedFileIsLoggedAndChangesNothing) {
   StartWith(kRed);
   testing::internal::CaptureStderr();
   Write("vrfs: [{name: red}]\n");
@@ -213,7 +171,7 @@ class SlowFile {
   std::ofstream end_;
 };
 
-TEST_F(RouterOnDisk, LoopRunsWhileTheFileIsRead) {
+TEST_F(WatchedRouter, LoopRunsWhileTheFileIsRead) {
   StartWith(kRed);
   SlowFile slow(path_);
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));
@@ -227,7 +185,7 @@ TEST_F(RouterOnDisk, LoopRunsWhileTheFileIsRead) {
   EXPECT_TRUE(Appears("blue"));
 }
 
-TEST_F(RouterOnDisk, ChangeDuringAReadReplacesItsResult) {
+TEST_F(WatchedRouter, ChangeDuringAReadReplacesItsResult) {
   StartWith(kRed);
   SlowFile slow(path_);
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));
@@ -241,7 +199,7 @@ TEST_F(RouterOnDisk, ChangeDuringAReadReplacesItsResult) {
   }
 }
 
-TEST_F(RouterOnDisk, ReadIsDroppedWhenALoadIsNewer) {
+TEST_F(WatchedRouter, ReadIsDroppedWhenALoadIsNewer) {
   StartWith(kRed);
   SlowFile slow(path_);
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));
@@ -256,7 +214,7 @@ TEST_F(RouterOnDisk, ReadIsDroppedWhenALoadIsNewer) {
   }
 }
 
-TEST_F(RouterOnDisk, ForgottenReadIsNotRepeated) {
+TEST_F(WatchedRouter, ForgottenReadIsNotRepeated) {
   manager_ = event_manager_create(kMainManager, 0);
   router_file::BackgroundReader reader(manager_, path_, [](const router_file::Reading&) { ADD_FAILURE(); });
   Write(kRed);
@@ -271,7 +229,7 @@ TEST_F(RouterOnDisk, ForgottenReadIsNotRepeated) {
   if (reader.is_reading()) slow.AwaitReader();  // otherwise its destructor would block
 }
 
-TEST_F(RouterOnDisk, DestroyedSourceWaitsForItsRead) {
+TEST_F(WatchedRouter, DestroyedSourceWaitsForItsRead) {
   StartWith(kRed);
   SlowFile slow(path_);
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));
@@ -283,7 +241,7 @@ TEST_F(RouterOnDisk, DestroyedSourceWaitsForItsRead) {
   EXPECT_FALSE(Has("blue"));
 }
 
-TEST_F(RouterOnDisk, ChangeThatNoThreadCanReadIsLoggedAndTheNextOneIsRead) {
+TEST_F(WatchedRouter, ChangeThatNoThreadCanReadIsLoggedAndTheNextOneIsRead) {
   StartWith(kRed);
   testing::internal::CaptureStderr();
   {
@@ -299,7 +257,7 @@ TEST_F(RouterOnDisk, ChangeThatNoThreadCanReadIsLoggedAndTheNextOneIsRead) {
 }
 
 // With a manual clock: retries happen when the test advances it.
-class RouterOnAFullDisk : public RouterOnDisk {
+class RouterOnAFullDisk : public WatchedRouter {
  protected:
   static constexpr Status kDiskFull = 28;  // ENOSPC
   // The change is read and its commit fails.
@@ -390,7 +348,7 @@ TEST_F(RouterOnAFullDisk, FailedReloadByTheOperatorIsRetriedToo) {
   EXPECT_TRUE(Appears("red"));
 }
 
-TEST_F(RouterOnDisk, RemovedFolderIsLogged) {
+TEST_F(WatchedRouter, RemovedFolderIsLogged) {
   StartWith(kRed);
   testing::internal::CaptureStderr();
   std::filesystem::remove_all(folder_ + "/etc");
@@ -400,7 +358,7 @@ TEST_F(RouterOnDisk, RemovedFolderIsLogged) {
   EXPECT_TRUE(Has("red"));
 }
 
-TEST_F(RouterOnDisk, FailedStartCanBeRepeated) {
+TEST_F(WatchedRouter, FailedStartCanBeRepeated) {
   Write(kRed);
   manager_ = event_manager_create(kMainManager, 0);
   ASSERT_NE(manager_, nullptr);
@@ -413,14 +371,14 @@ TEST_F(RouterOnDisk, FailedStartCanBeRepeated) {
   EXPECT_EQ(source_->start(manager_), kStatusExists);
 }
 
-TEST_F(RouterOnDisk, FolderThatCannotBeWatchedIsAnError) {
+TEST_F(WatchedRouter, FolderThatCannotBeWatchedIsAnError) {
   manager_ = event_manager_create(kMainManager, 0);
   ASSERT_NE(manager_, nullptr);
-  FileSource nowhere(&router_, folder_ + "/nowhere/router.yaml");
+  FileSource nowhere(router_.get(), folder_ + "/nowhere/router.yaml");
   EXPECT_EQ(nowhere.start(manager_), kStatusNoSuchRow);
 }
 
-TEST_F(RouterOnDisk, ActionEndsWithTheSource) {
+TEST_F(WatchedRouter, ActionEndsWithTheSource) {
   StartWith(kRed);
   source_.reset();
   const KvAction another = [](const KvActionContext&, const std::vector<std::string>&, std::string*, void*) {
@@ -430,7 +388,7 @@ TEST_F(RouterOnDisk, ActionEndsWithTheSource) {
 }
 
 // The action over the data store's socket, as the command line uses it.
-class RouterOverTheSocket : public RouterOnDisk {
+class RouterOverTheSocket : public WatchedRouter {
  protected:
   void Serve() {
     StartWith(kRed);

@@ -11,7 +11,6 @@
 
 #include "platform/core/base/status.h"
 #include "sources/file/apply_router.h"
-#include "sources/file/reader/route_groups.h"
 
 namespace router_file {
 

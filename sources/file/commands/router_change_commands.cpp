@@ -6,6 +6,7 @@
 #include <charconv>
 #include <limits>
 
+#include "platform/config/vrf_config.h"
 #include "sources/file/commands/router_words.h"
 #include "sources/file/reader/router_file.h"
 
@@ -50,7 +51,7 @@ constexpr Option<Vrf> kVrfOptions[] = {
     {"rd", true,
      [](const std::string& value, Vrf* vrf) {
        vrf->rd = value;
-       return router_file::valid_route_distinguisher(value);
+       return vrf_config::parse_target(value).has_value();
      }},
     {"description", true,
      [](const std::string& value, Vrf* vrf) {

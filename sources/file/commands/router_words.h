@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "platform/core/text/numbers.h"
+#include "platform/core/text/words.h"
 #include "sources/file/commands/router_commands.h"
-#include "sources/file/reader/quoted.h"
 
 namespace router_words {
 
-using router_file::quoted;
+using text::quoted;
 
 inline Status refuse(const RouterCommandContext& context, const std::string& why) {
   *context.text = why;

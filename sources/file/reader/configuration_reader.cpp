@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <string_view>
 
-#include "sources/file/reader/quoted.h"
-
 namespace router_file {
 
 namespace {

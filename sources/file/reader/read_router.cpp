@@ -10,7 +10,6 @@
 
 #include "sources/file/reader/configuration_reader.h"
 #include "sources/file/reader/generator.h"
-#include "sources/file/reader/quoted.h"
 #include "sources/file/reader/route_reader.h"
 #include "sources/file/reader/yaml_reader.h"
 
@@ -97,7 +96,7 @@ void read_tables(const YAML::Node& value, VrfEntry* entry) {
 
 void read_rd(const YAML::Node& value, VrfEntry* entry) {
   entry->vrf.rd = read_text(value, "a route distinguisher");
-  if (!valid_route_distinguisher(entry->vrf.rd)) {
+  if (!vrf_config::parse_target(entry->vrf.rd)) {
     refuse(value.Mark(),
            quoted(entry->vrf.rd) + " is not a route distinguisher such as 65000:100 or 192.0.2.1:100");
   }
@@ -186,9 +185,7 @@ void complete_reference(const YAML::Node& item, VrfEntry* entry) {
                             " is only named: it has configuration, but no id, no tables and no routes");
   }
   if (entry->vrf.rd.empty()) return;
-  const std::optional<vrf_config::Target> rd = vrf_config::parse_target(entry->vrf.rd);
-  if (!rd) refuse(entry->rd_mark, quoted(entry->vrf.rd) + " is not a route distinguisher");
-  const auto node = [rd = *rd](const std::string& vrf) {
+  const auto node = [rd = vrf_config::parse_target(entry->vrf.rd).value()](const std::string& vrf) {
     return vrf_config::route_distinguisher(vrf, vrf_config::Family::kIpv4, rd);
   };
   entry->configuration.push_back({entry->rd_mark, node, std::nullopt});
@@ -448,10 +445,6 @@ bool parse(const std::string& text, RouterFile* file, ParseError* error) {
     set_error(exception.mark, exception.msg, error);
   }
   return false;
-}
-
-bool valid_route_distinguisher(std::string_view text) {
-  return vrf_config::parse_target(text).has_value();
 }
 
 }  // namespace router_file

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 
-#include "sources/file/reader/quoted.h"
-
 namespace router_file {
 
 namespace {

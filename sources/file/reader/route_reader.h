@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "sources/file/reader/route_groups.h"
+#include "sources/file/reader/router_file.h"
 #include "sources/file/reader/yaml_reader.h"
 
 namespace router_file {

@@ -41,7 +41,6 @@
 
 #include "platform/router/model/router.h"
 #include "platform/store/configuration/config.h"
-#include "sources/file/reader/route_groups.h"
 
 namespace router_file {
 
@@ -52,6 +51,19 @@ inline constexpr std::uint32_t kIndexMax = 0x7fffffff;  // InterfaceIndex (RFC 2
 inline constexpr std::uint32_t kGeneratedVrfsMax = 100'000;
 inline constexpr std::uint32_t kGeneratedInterfacesPerVrfMax = 1000;
 inline constexpr std::uint32_t kGeneratedInterfacesMax = 1'000'000;
+
+// Routes in the form in which they are fed: prefixes of one length, one after the other from the first, that
+// are the same otherwise. A written route is a group of one for each of its next hops. A generated group is
+// never spread out in memory.
+struct RouteGroup {
+  router::RouteTableId table{router::Family::kIpv4, 0};
+  router::Route first;
+  std::uint32_t count = 1;
+};
+
+// The n-th prefix of this length after `first` (n = 0 is `first` itself); false past the last one there is.
+[[nodiscard]] bool nth_prefix(const router::RouteAddress& first, std::uint8_t prefix_length, std::uint32_t n,
+                              router::RouteAddress* prefix);
 
 struct RouterFile {
   std::vector<router::Vrf> vrfs;
@@ -71,10 +83,5 @@ struct ParseError {
 // False, with *error set and *file unchanged, for an invalid text: YAML that does not parse, unknown keys,
 // wrong types, duplicates, bad names, addresses and route distinguishers, numbers out of range.
 [[nodiscard]] bool parse(const std::string& text, RouterFile* file, ParseError* error);
-
-// A route distinguisher in one of its display forms (RFC 4364 section 4.2): "ASN:NUMBER", with four octets
-// for the number after a two-octet ASN and two after a four-octet one (plain or in asdot), or
-// "A.B.C.D:NUMBER" with two octets.
-bool valid_route_distinguisher(std::string_view text);
 
 }  // namespace router_file

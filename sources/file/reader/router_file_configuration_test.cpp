@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/config/vrf_config.h"
-#include "sources/file/reader/router_file.h"
+#include "platform/config/test_support.h"
+#include "sources/file/reader/reader_test_support.h"
 
 namespace router_file {
 namespace {
@@ -16,39 +16,17 @@ using vrf_config::Target;
 
 constexpr Target kTarget = {Target::Type::kTwoOctetAs, 65000, 100};
 
-std::string TextOf(const KvConfigNode& node) {
-  std::string text = node.path + " = " + node.value.text + " " + std::to_string(node.value.number);
-  for (const std::int64_t each : node.value.tuple) text += " " + std::to_string(each);
-  return text;
-}
-
-std::vector<std::string> TextsOf(const std::vector<KvConfigNode>& nodes) {
-  std::vector<std::string> texts;
-  for (const KvConfigNode& node : nodes) texts.push_back(TextOf(node));
-  return texts;
-}
-
 std::vector<std::string> NodesIn(const std::string& text) {
-  RouterFile file;
-  ParseError error;
-  EXPECT_TRUE(parse(text, &file, &error)) << error.line << ":" << error.column << ": " << error.what;
-  return TextsOf(file.configuration);
+  return vrf_config::shown(Read(text).configuration);
 }
 std::vector<std::string> NodesOfRed(const std::string& keys) {
   return NodesIn("vrfs: [{name: red, id: 10, " + keys + "}]");
 }
 
 void ExpectNodes(const std::vector<std::string>& found, const std::vector<KvConfigNode>& expected) {
-  EXPECT_THAT(found, UnorderedElementsAreArray(TextsOf(expected)));
+  EXPECT_THAT(found, UnorderedElementsAreArray(vrf_config::shown(expected)));
 }
 
-std::string ErrorIn(const std::string& text) {
-  RouterFile file;
-  ParseError error;
-  EXPECT_FALSE(parse(text, &file, &error)) << text;
-  EXPECT_THAT(file.configuration, IsEmpty());
-  return std::to_string(error.line) + ":" + std::to_string(error.column) + ": " + error.what;
-}
 std::string ErrorInRed(const std::string& keys) {
   return ErrorIn("vrfs:\n  - {name: red, id: 10, " + keys + "}\n");
 }
@@ -141,9 +119,7 @@ TEST(RouterFileConfiguration, VrfThatIsOnlyNamedMayHaveAllOfIt) {
 }
 
 TEST(RouterFileConfiguration, RouteDistinguisherOfACreatedVrfIsTheRouters) {
-  RouterFile file;
-  ParseError error;
-  ASSERT_TRUE(parse("vrfs: [{name: red, id: 10, rd: 65000:1}]", &file, &error));
+  const RouterFile file = Read("vrfs: [{name: red, id: 10, rd: 65000:1}]");
   EXPECT_EQ(file.vrfs.at(0).rd, "65000:1");
   EXPECT_THAT(file.configuration, IsEmpty());
 }

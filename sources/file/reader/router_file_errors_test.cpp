@@ -3,21 +3,10 @@
 
 #include <string>
 
-#include "sources/file/reader/router_file.h"
+#include "sources/file/reader/reader_test_support.h"
 
 namespace router_file {
 namespace {
-
-// "LINE:COLUMN: what" of an invalid text.
-std::string ErrorIn(const std::string& text) {
-  RouterFile file;
-  file.references = {"unchanged"};
-  ParseError error;
-  EXPECT_FALSE(parse(text, &file, &error)) << text;
-  EXPECT_EQ(file.references, std::vector<std::string>{"unchanged"})
-      << "a refused text leaves the lists alone";
-  return std::to_string(error.line) + ":" + std::to_string(error.column) + ": " + error.what;
-}
 
 std::string ErrorInVrf(const std::string& keys) {
   return ErrorIn("vrfs:\n  - {" + keys + "}\n");

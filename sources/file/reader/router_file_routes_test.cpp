@@ -5,8 +5,8 @@
 #include <string>
 
 #include "platform/router/model/route_test_support.h"
+#include "sources/file/reader/reader_test_support.h"
 #include "sources/file/reader/route_reader.h"
-#include "sources/file/reader/router_file.h"
 
 namespace router_file {
 namespace {
@@ -16,14 +16,6 @@ using router::RouteProtocol;
 using router::RouteType;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-RouterFile Read(const std::string& text) {
-  RouterFile file;
-  ParseError error;
-  EXPECT_TRUE(parse(text, &file, &error)) << error.line << ":" << error.column << ": " << error.what << "\n"
-                                          << text;
-  return file;
-}
 
 // The routes of VRF red (tables 10) with interface ge1 (index 11); `routes` starts at line 2, column 11.
 std::string RedWith(const std::string& routes) {
@@ -39,12 +31,6 @@ router::Route OneRoute(const std::string& route) {
   return groups.empty() ? router::Route{} : groups[0].first;
 }
 
-std::string ErrorIn(const std::string& text) {
-  RouterFile file;
-  ParseError error;
-  EXPECT_FALSE(parse(text, &file, &error)) << text;
-  return std::to_string(error.line) + ":" + std::to_string(error.column) + ": " + error.what;
-}
 std::string ErrorInRoutes(const std::string& routes) {
   return ErrorIn(RedWith(routes));
 }

@@ -1,12 +1,10 @@
 // What a router file can contain and what it means.
-#include "sources/file/reader/router_file.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <set>
 
-#include "sources/file/reader/generator.h"
+#include "sources/file/reader/reader_test_support.h"
 
 namespace router_file {
 namespace {
@@ -14,13 +12,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
-
-RouterFile Read(const std::string& text) {
-  RouterFile file;
-  ParseError error;
-  EXPECT_TRUE(parse(text, &file, &error)) << error.line << ":" << error.column << ": " << error.what;
-  return file;
-}
 
 std::vector<std::string> AddressesOf(const router::Interface& interface) {
   std::vector<std::string> texts;
@@ -152,21 +143,6 @@ TEST(RouterFile, AnchorsSpareRepetition) {
   const RouterFile file =
       Read("vrfs: [{name: a, id: 2, description: &d same}, {name: b, id: 3, description: *d}]");
   EXPECT_EQ(file.vrfs.at(1).description, "same");
-}
-
-TEST(RouteDistinguisher, ThreeFormsAreKnown) {
-  for (const char* text : {"0:0", "65535:4294967295", "65536:65535", "4200000000:7", "10.1.1.1:65535",
-                           "64086.59904:7", "0.65000:7"}) {
-    EXPECT_TRUE(valid_route_distinguisher(text)) << text;
-  }
-}
-
-TEST(RouteDistinguisher, EverythingElseIsRefused) {
-  for (const char* text :
-       {"", ":", "65000", "65000:", ":1", "65536:65536", "65535:4294967296", "4294967296:1", "10.1.1.1:65536",
-        "10.1.1:1", "10.1.1.1/32:1", "-1:1", "1:+1", "1:1 ", "1:1:1", "a:1"}) {
-    EXPECT_FALSE(valid_route_distinguisher(text)) << text;
-  }
 }
 
 TEST(GeneratedRouter, NamesNumbersAndAddressesFollowFromTheCounters) {

@@ -14,7 +14,11 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/core/text/words.h"
+
 namespace router_file {
+
+using text::quoted;
 
 class Misreading : public std::runtime_error {
  public:
