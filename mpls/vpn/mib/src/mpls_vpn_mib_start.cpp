@@ -202,23 +202,13 @@ void report_wait_failure(int error) {
 
 }  // namespace
 
-WaitOutcome debug_show_wait_outcome(int rc, int error) {
-  if (rc == 0 || error == 0) return WaitOutcome::kDispatch;
-  return error == EINTR || error == EAGAIN ? WaitOutcome::kWaitAgain : WaitOutcome::kReport;
-}
-
 void debug_show_step(EventContext* context) {
   const int rc = event_wait(context);
-  const int error = errno;
-  switch (debug_show_wait_outcome(rc, error)) {
-    case WaitOutcome::kDispatch:
-      event_dispatch(context);
-      break;
-    case WaitOutcome::kReport:
-      report_wait_failure(error);
-      break;
-    case WaitOutcome::kWaitAgain:
-      break;
+  const int error = rc == 0 ? 0 : errno;
+  if (error == 0) {  // also a failure that states no error
+    event_dispatch(context);
+  } else if (error != EINTR && error != EAGAIN) {
+    report_wait_failure(error);
   }
 }
 

@@ -18,10 +18,6 @@ void* debug_show_thread(void* arg);
 void main_event_step(EventContext* context);
 void debug_show_step(EventContext* context);
 
-// What the "debug and show" thread does after a wait that answered `rc` with this errno.
-enum class WaitOutcome { kDispatch, kWaitAgain, kReport };
-WaitOutcome debug_show_wait_outcome(int rc, int error);
-
 // The start-up tables: called in order, ended by null.
 using ServerInit = Status (*)();
 using ServerInitEvm = Status (*)(EventManager*);

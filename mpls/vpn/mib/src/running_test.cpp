@@ -42,7 +42,10 @@ int noted_event_wait(EventContext* context) {
   static thread_local pid_t noted = 0;  // the process that did: a child inherits it
   if (std::exchange(noted, getpid()) != getpid())
     note("buffer_", event_manager_name(context->manager), context->buffer_size);
-  return real_event_wait(context);
+  const int rc = real_event_wait(context);
+  if (!event_wait_fails_without_an_error) return rc;
+  errno = 0;
+  return -1;
 }
 
 namespace {

@@ -33,6 +33,9 @@
 
 inline constexpr auto kBound = std::chrono::seconds(60);
 
+// Makes every wait for an event fail with errno 0, after it found one.
+inline bool event_wait_fails_without_an_error = false;
+
 // Serves requests on the main manager, as the program around the daemon does.
 inline void serve_main_manager(EventManager* manager) {
   if (std::string(event_manager_name(manager)) != "/dev/mpls/vpn/main") return;

@@ -84,7 +84,6 @@ class DaemonTest : public testing::Test {
   }
 
   // --- The router
-  // --------------------------------------------------------------------------------------------
 
   // Its id and table ids are the next free number. Returns the id.
   std::uint32_t AddVrf(const std::string& name, std::uint32_t flags = 0, const std::string& rd = "") {
@@ -165,7 +164,6 @@ class DaemonTest : public testing::Test {
   std::uint32_t IndexOf(std::string_view name) const { return InterfaceOf(name).index; }
 
   // --- The daemon
-  // --------------------------------------------------------------------------------------------
 
   // Opens the membership connection; what exists is in the databases afterwards.
   void Connect() {
@@ -222,7 +220,6 @@ class DaemonTest : public testing::Test {
   }
 
   // --- Prints and traces
-  // -----------------------------------------------------------------------------------------
 
   SaidLines Prints() const {
     SaidLines lines;

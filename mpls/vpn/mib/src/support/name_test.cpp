@@ -21,6 +21,20 @@ OctetString Octets(std::string_view text) {
   return {static_cast<std::int32_t>(text.size()), reinterpret_cast<const std::uint8_t*>(text.data())};
 }
 
+// The text, or "error" and the code, after which there must be no text.
+std::string NewText(const OctetString& octets) {
+  char marker = 'x';
+  char* text = &marker;
+  const Status rc = mpls_vpn_octets_to_new_text(&octets, &text);
+  if (rc != kStatusOk) {
+    EXPECT_EQ(text, nullptr);
+    return "error " + std::to_string(rc);
+  }
+  const std::string copy = text;
+  std::free(text);
+  return copy;
+}
+
 std::vector<std::uint32_t> SubIdentifiers(const char* text) {
   ObjectIdentifier identifier{};
   EXPECT_EQ(mpls_vpn_text_to_oid(text, &identifier), kStatusOk);
@@ -69,18 +83,14 @@ TEST(TextIndex, IsMinusOneWithoutAMatch) {
   EXPECT_EQ(mpls_vpn_text_index(nullptr, table, 2), -1);
 }
 
-TEST(OctetsToText, LongOctetStringIsCutToTheBuffer) {
+TEST(OctetsToText, IsCutToTheBuffer) {
   const OctetString octets = Octets("0123456789");
   std::array<char, 6> buffer{'x', 'x', 'x', 'x', 'x', 'x'};
   mpls_vpn_octets_to_text(&octets, buffer.data(), 5);
   EXPECT_STREQ(buffer.data(), "0123");
   EXPECT_EQ(buffer[5], 'x');
-}
-
-TEST(OctetsToText, ShortOctetStringIsCopiedWhole) {
-  const OctetString octets = Octets("red");
-  std::array<char, 16> buffer{};
-  mpls_vpn_octets_to_text(&octets, buffer.data(), 16);
+  const OctetString shorter = Octets("red");
+  mpls_vpn_octets_to_text(&shorter, buffer.data(), 6);
   EXPECT_STREQ(buffer.data(), "red");
 }
 
@@ -117,71 +127,39 @@ TEST(OctetsToText, MissingBufferIsReportedUnderItsOwnFlag) {
 }
 
 TEST(OctetsToNewText, GivesACopyThatTheCallerFrees) {
-  const OctetString octets = Octets("red vrf");
-  char* text = nullptr;
-  ASSERT_EQ(mpls_vpn_octets_to_new_text(&octets, &text), kStatusOk);
-  EXPECT_STREQ(text, "red vrf");
-  std::free(text);
-}
-
-TEST(OctetsToNewText, EmptyOctetStringGivesTheEmptyText) {
-  const OctetString octets{0, nullptr};
-  char* text = nullptr;
-  ASSERT_EQ(mpls_vpn_octets_to_new_text(&octets, &text), kStatusOk);
-  EXPECT_STREQ(text, "");
-  std::free(text);
+  EXPECT_EQ(NewText(Octets("red vrf")), "red vrf");
+  EXPECT_EQ(NewText({0, nullptr}), "");
 }
 
 TEST(OctetsToNewText, MissingArgumentIsInvalid) {
   const OctetString octets = Octets("red");
-  const OctetString negative{-1, octets.octets};
-  const OctetString without_octets{3, nullptr};
   EXPECT_EQ(mpls_vpn_octets_to_new_text(&octets, nullptr), 22U);
-  for (const OctetString* missing : {static_cast<const OctetString*>(nullptr), &negative, &without_octets}) {
-    char marker = 'x';
-    char* text = &marker;
-    EXPECT_EQ(mpls_vpn_octets_to_new_text(missing, &text), 22U);
-    EXPECT_EQ(text, nullptr);
-  }
+  char marker = 'x';
+  char* text = &marker;
+  EXPECT_EQ(mpls_vpn_octets_to_new_text(nullptr, &text), 22U);
+  EXPECT_EQ(text, nullptr);
+  EXPECT_EQ(NewText({-1, octets.octets}), "error 22");
+  EXPECT_EQ(NewText({3, nullptr}), "error 22");
 }
 
 TEST(OctetsToNewText, NoMemoryIsReported) {
   const ScopedFault fault("calloc_tagged:mpls_vpn_MTOS", kStatusNoMemory);
-  const OctetString octets = Octets("red");
-  char* text = nullptr;
-  EXPECT_EQ(mpls_vpn_octets_to_new_text(&octets, &text), 12U);
-  EXPECT_EQ(text, nullptr);
+  EXPECT_EQ(NewText(Octets("red")), "error 12");
 }
 
-TEST(OctetsToNewText, UnprintableOctetsAreInvalidAndLeaveNoText) {
-  for (const std::string_view octets_text :
+TEST(OctetsToNewText, UnprintableOctetsAndAFailedPrinterAreInvalid) {
+  for (const std::string_view octets :
        {std::string_view("a\0b", 3), std::string_view("a\x7f"), std::string_view("\n")}) {
-    const OctetString octets = Octets(octets_text);
-    char marker = 'x';
-    char* text = &marker;
-    EXPECT_EQ(mpls_vpn_octets_to_new_text(&octets, &text), 22U);
-    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(NewText(Octets(octets)), "error 22");
   }
-}
-
-TEST(OctetsToNewText, PrinterFailureIsInvalid) {
   const ScopedFault fault("octet_string_print", kStatusIo);
-  const OctetString octets = Octets("red");
-  char* text = nullptr;
-  EXPECT_EQ(mpls_vpn_octets_to_new_text(&octets, &text), 22U);
-  EXPECT_EQ(text, nullptr);
+  EXPECT_EQ(NewText(Octets("red")), "error 22");
 }
 
-TEST(TextToOid, LengthThenCharacters) {
+TEST(TextToOid, IsTheLengthAndTheCharactersAsSignedOctets) {
   EXPECT_EQ(SubIdentifiers("ab"), (std::vector<std::uint32_t>{2, 97, 98}));
-}
-
-TEST(TextToOid, EmptyTextIsTheEmptyIdentifier) {
-  EXPECT_TRUE(SubIdentifiers("").empty());
-}
-
-TEST(TextToOid, CharactersAreSignedOctets) {
   EXPECT_EQ(SubIdentifiers("\xe9"), (std::vector<std::uint32_t>{1, 0xffffffe9U}));
+  EXPECT_TRUE(SubIdentifiers("").empty());
 }
 
 TEST(TextToOid, MissingArgumentIsInvalid) {

@@ -63,36 +63,25 @@ class TraceBuffers : public testing::Test {
   std::string prints_;
 };
 
-struct Row {
-  const char* name;
-  std::uint32_t size;
-  std::uint32_t further;
-};
-
-TEST_F(TraceBuffers, TableHasTheEightBuffersInOrder) {
-  const Row rows[] = {{"mpls_vpn/prov", 4096, 0},  {"mpls_vpn/init", 1024, 0},
-                      {"mpls_vpn/vmap", 8192, 0},  {"mpls_vpn/vtab", 8192, 0x58000},
-                      {"mpls_vpn/chkpt", 8192, 0}, {"mpls_vpn/rib", 1024, 0},
-                      {"mpls_vpn/error", 8192, 0}, {"mpls_vpn/dbase", 4096, 0}};
+TEST_F(TraceBuffers, TheEightAreOpenedInOrderWithTheirParameters) {
+  const struct {
+    const char* name;
+    std::uint32_t size;
+    std::uint32_t further;
+  } rows[] = {{"mpls_vpn/prov", 4096, 0},       {"mpls_vpn/init", 1024, 0},  {"mpls_vpn/vmap", 8192, 0},
+              {"mpls_vpn/vtab", 8192, 0x58000}, {"mpls_vpn/chkpt", 8192, 0}, {"mpls_vpn/rib", 1024, 0},
+              {"mpls_vpn/error", 8192, 0},      {"mpls_vpn/dbase", 4096, 0}};
   for (std::uint32_t i = 0; i < kMplsVpnTraceAreas; ++i) {
-    const MplsVpnTraceEntry& entry = mpls_vpn_ltrace_buffer_tbl[i];
-    EXPECT_EQ(entry.index, i);
-    EXPECT_STREQ(entry.name, rows[i].name);
-    EXPECT_EQ(entry.size, rows[i].size) << entry.name;
-    EXPECT_EQ(entry.further, rows[i].further) << entry.name;
-    EXPECT_EQ(entry.reserved1, 0U) << entry.name;
-    EXPECT_EQ(entry.reserved2, 0U) << entry.name;
+    EXPECT_EQ(mpls_vpn_ltrace_buffer_tbl[i].index, i);
+    EXPECT_STREQ(mpls_vpn_ltrace_buffer_tbl[i].name, rows[i].name);
   }
-}
-
-TEST_F(TraceBuffers, ParametersReachTheTraceFacilityUnchanged) {
   ASSERT_EQ(mpls_vpn_trace_init(), kStatusOk);
-  for (const MplsVpnTraceEntry& entry : mpls_vpn_ltrace_buffer_tbl) {
-    const std::unique_ptr<trace_detail::Header> header = HeaderOf(entry.name);
-    EXPECT_EQ(header->entry_count, entry.size) << entry.name;
-    EXPECT_EQ(header->further, entry.further) << entry.name;
-    EXPECT_EQ(header->reserved1, 0U) << entry.name;
-    EXPECT_EQ(header->reserved2, 0U) << entry.name;
+  for (const auto& row : rows) {
+    const std::unique_ptr<trace_detail::Header> header = HeaderOf(row.name);
+    EXPECT_EQ(header->entry_count, row.size) << row.name;
+    EXPECT_EQ(header->further, row.further) << row.name;
+    EXPECT_EQ(header->reserved1, 0U) << row.name;
+    EXPECT_EQ(header->reserved2, 0U) << row.name;
   }
 }
 

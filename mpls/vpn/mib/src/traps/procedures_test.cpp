@@ -38,42 +38,114 @@ class VrfTraps : public TrapTest {
     for (const char* name : {"ge0", "ge1"}) Node(name)->vrf_up_trap_sent = Node(name)->vrf_down_trap_sent = 0;
     ClearPrints();
   }
-  void ExpectFlags(const char* name, std::uint32_t up, std::uint32_t down) {
-    EXPECT_EQ(Node(name)->vrf_up_trap_sent, up) << name;
-    EXPECT_EQ(Node(name)->vrf_down_trap_sent, down) << name;
-  }
   static constexpr char kUpOfGe0[] = "mplsL3VpnVrfUp red if=1 oper=1 row=1";
-  static constexpr char kUpOfGe1[] = "mplsL3VpnVrfUp red if=2 oper=1 row=1";
   static constexpr char kDownOfGe0[] = "mplsL3VpnVrfDown red if=1 oper=2 row=1";
 };
 
 }  // namespace
 
-// --- Up
+// --- Up and down
 
-TEST_F(VrfTraps, UpIsRaisedWhileNoInterfaceIsActive) {
+namespace {
+
+struct Direction {
+  const char* name;
+  MplsVpnTrapRow row;
+  void (*consider)(const char* interface);
+  void (*consider_opposite)(const char* interface);
+  std::uint32_t IfNode::*sent;
+  std::uint32_t IfNode::*opposite_sent;
+  const char* procedure;
+  const char* print;
+  const char* trap;  // of ge0
+  const char* opposite_trap;
+};
+
+class VrfTrap : public VrfTraps, public testing::WithParamInterface<Direction> {
+ protected:
+  static void Consider(const char* name) { GetParam().consider(name); }
+  void ExpectSent(std::uint32_t sent, std::uint32_t opposite_sent) {
+    EXPECT_EQ(Node("ge0")->*GetParam().sent, sent);
+    EXPECT_EQ(Node("ge0")->*GetParam().opposite_sent, opposite_sent);
+  }
+  static std::string Entering() { return std::string("Entering ") + GetParam().procedure; }
+
+ public:
+  static void Up(const char* name) { VrfTraps::Up(name); }
+  static void Down(const char* name) { VrfTraps::Down(name); }
+  static constexpr Direction kDirections[] = {
+      {"Up", kTrapVrfUp, Up, Down, &IfNode::vrf_up_trap_sent, &IfNode::vrf_down_trap_sent,
+       "mpls_vpn_mib_trap_vrf_up", "VRF-Up", kUpOfGe0, kDownOfGe0},
+      {"Down", kTrapVrfDown, Down, Up, &IfNode::vrf_down_trap_sent, &IfNode::vrf_up_trap_sent,
+       "mpls_vpn_mib_trap_vrf_down", "VRF-Down", kDownOfGe0, kUpOfGe0},
+  };
+};
+
+}  // namespace
+
+TEST_P(VrfTrap, IsRaisedWhileNoInterfaceIsActive) {
   OnlyArea(TRAPS);
-  Up("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(kUpOfGe0));
-  ExpectFlags("ge0", 1, 0);
+  Consider("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(GetParam().trap));
+  ExpectSent(1, 0);
   EXPECT_THAT(Prints(),
-              ElementsAre("Entering mpls_vpn_mib_trap_vrf_up", "active=0 conn=2 generating trap VRF-Up",
+              ElementsAre(Entering(), std::string("active=0 conn=2 generating trap ") + GetParam().print,
                           "Entering function generate_trap_notification"));
 }
 
-TEST_F(VrfTraps, UpUsesTheGivenNode) {
-  Up("no such name", Node("ge1"));
-  EXPECT_THAT(Traps(), ElementsAre(kUpOfGe1));
-  ExpectFlags("ge1", 1, 0);
+TEST_P(VrfTrap, IsNotRaisedWhileAnotherInterfaceIsActive) {
+  MakeActive("ge1");
+  OnlyArea(TRAPS);
+  Consider("ge0");
+  EXPECT_THAT(Traps(), IsEmpty());
+  ExpectSent(0, 0);
+  EXPECT_THAT(Prints(), ElementsAre(Entering(), "active=1 conn=2 no trap"));
 }
 
-TEST_F(VrfTraps, UpIsNotRaisedWhenTheVrfWasUpAlready) {
-  MakeActive("ge0");
+TEST_P(VrfTrap, IsRaisedOnceForAnInterfaceUntilTheOppositeIsConsidered) {
+  Consider("ge0");
+  Traps();
   OnlyArea(TRAPS);
-  Up("ge1");
+  Consider("ge0");
   EXPECT_THAT(Traps(), IsEmpty());
-  ExpectFlags("ge1", 0, 0);
-  EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_up", "active=1 conn=2 no trap"));
+  EXPECT_THAT(Prints(), ElementsAre(Entering()));
+  const std::string word = GetParam().row == kTrapVrfUp ? "up" : "down";
+  EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("interface ge0 raised " + word + " for VRF red already"));
+  GetParam().consider_opposite("ge0");
+  Consider("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(GetParam().opposite_trap, GetParam().trap));
+  ExpectSent(1, 0);
+}
+
+TEST_P(VrfTrap, ClearsTheFlagOfTheOppositeEvenWhenNothingIsRaised) {
+  MakeActive("ge1");
+  for (const std::uint32_t sent : {0U, 1U}) {
+    Node("ge0")->*GetParam().sent = sent;
+    Node("ge0")->*GetParam().opposite_sent = 1;
+    Consider("ge0");
+    ExpectSent(sent, 0);
+  }
+}
+
+TEST_P(VrfTrap, ThatIsSwitchedOffTouchesNothing) {
+  Disable(GetParam().row);
+  Node("ge0")->*GetParam().opposite_sent = 1;
+  OnlyArea(TRAPS);
+  Consider("ge0");
+  EXPECT_THAT(Prints(), ElementsAre(Entering()));
+  ExpectSent(0, 1);
+  Enable(kTrapAll);
+  Consider("ge0");
+  EXPECT_THAT(Traps(), ElementsAre(GetParam().trap));
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, VrfTrap, testing::ValuesIn(VrfTrap::kDirections),
+                         [](const auto& direction) { return std::string(direction.param.name); });
+
+TEST_F(VrfTraps, UpUsesTheGivenNode) {
+  Up("no such name", Node("ge1"));
+  EXPECT_THAT(Traps(), ElementsAre("mplsL3VpnVrfUp red if=2 oper=1 row=1"));
+  EXPECT_EQ(Node("ge1")->vrf_up_trap_sent, 1U);
 }
 
 TEST_F(VrfTraps, UpIsNotRaisedWhenTheInterfaceItselfCountsAlready) {
@@ -82,119 +154,25 @@ TEST_F(VrfTraps, UpIsNotRaisedWhenTheInterfaceItselfCountsAlready) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(VrfTraps, UpIsRaisedOnceForAnInterfaceUntilADownIsConsidered) {
-  Up("ge0");
-  Traps();
-  OnlyArea(TRAPS);
-  Up("ge0");
-  EXPECT_THAT(Traps(), IsEmpty());
-  EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_up"));
-  EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("interface ge0 raised up for VRF red already"));
-}
-
-TEST_F(VrfTraps, InterfaceThatIsDownAndUpAgainRaisesUpAgain) {
-  Up("ge0");
-  Down("ge0");
-  Up("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(kUpOfGe0, kDownOfGe0, kUpOfGe0));
-  ExpectFlags("ge0", 1, 0);
-}
-
-TEST_F(VrfTraps, UpClearsTheFlagOfTheDownEvenWhenNothingIsRaised) {
-  MakeActive("ge1");
-  Node("ge0")->vrf_down_trap_sent = 1;
-  Up("ge0");
-  ExpectFlags("ge0", 0, 0);
-  Node("ge0")->vrf_up_trap_sent = Node("ge0")->vrf_down_trap_sent = 1;
-  Up("ge0");
-  ExpectFlags("ge0", 1, 0);
-}
-
-TEST_F(VrfTraps, UpOfAnUnknownInterfaceIsReported) {
+TEST_F(VrfTraps, UnknownInterfaceIsReportedForAnUpOnly) {
   OnlyArea(TRAPS);
   Up("ge7");
-  EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_up", "Cannot find interface node"));
+  Down("ge7");
+  EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_up", "Cannot find interface node",
+                                    "Entering mpls_vpn_mib_trap_vrf_down"));
   ExpectErrorTraced("Cannot find interface node", kStatusNoSuchRow);
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(VrfTraps, UpThatIsSwitchedOffTouchesNothing) {
-  Disable(kTrapVrfUp);
-  Node("ge0")->vrf_down_trap_sent = 1;
-  OnlyArea(TRAPS);
-  Up("ge0");
-  EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_up"));
-  ExpectFlags("ge0", 0, 1);
-  Enable(kTrapAll);
-  Up("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(kUpOfGe0));
-}
-
-// --- Down
-
-TEST_F(VrfTraps, DownIsRaisedOnceNoInterfaceIsActive) {
-  OnlyArea(TRAPS);
-  Down("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(kDownOfGe0));
-  ExpectFlags("ge0", 0, 1);
-  EXPECT_THAT(Prints(),
-              ElementsAre("Entering mpls_vpn_mib_trap_vrf_down", "active=0 conn=2 generating trap VRF-Down",
-                          "Entering function generate_trap_notification"));
-}
-
-TEST_F(VrfTraps, DownIsNotRaisedWhileAnotherInterfaceIsActive) {
-  MakeActive("ge1");
-  OnlyArea(TRAPS);
-  Down("ge0");
-  EXPECT_THAT(Traps(), IsEmpty());
-  ExpectFlags("ge0", 0, 0);
-  EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_down", "active=1 conn=2 no trap"));
-}
-
-TEST_F(VrfTraps, DownIsRaisedOnceForAnInterfaceUntilAnUpIsConsidered) {
-  Down("ge0");
-  Traps();
-  OnlyArea(TRAPS);
-  Down("ge0");
-  EXPECT_THAT(Traps(), IsEmpty());
-  EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_down"));
-  EXPECT_THAT(Traced("mpls_vpn/vmap"), Contains("interface ge0 raised down for VRF red already"));
-  Up("ge0");
-  Down("ge0");
-  EXPECT_THAT(Traps(), ElementsAre(kUpOfGe0, kDownOfGe0));
-}
-
-TEST_F(VrfTraps, DownClearsTheFlagOfTheUpEvenWhenNothingIsRaised) {
-  MakeActive("ge1");
-  Node("ge0")->vrf_up_trap_sent = 1;
-  Down("ge0");
-  ExpectFlags("ge0", 0, 0);
-}
-
-TEST_F(VrfTraps, DownOfAnUnknownInterfaceIsSilent) {
-  OnlyArea(TRAPS);
-  Down("ge7");
-  EXPECT_THAT(Prints(), ElementsAre("Entering mpls_vpn_mib_trap_vrf_down"));
-  EXPECT_THAT(Traps(), IsEmpty());
-}
-
-TEST_F(VrfTraps, DownWithoutBothNamesIsReported) {
+TEST_F(VrfTraps, DownWithoutBothNamesIsReportedWhenSwitchedOn) {
   OnlyArea(ERR);
   ConsiderDown(nullptr, "ge0");
   ConsiderDown("red", nullptr);
+  Disable(kTrapVrfDown);
+  ConsiderDown(nullptr, nullptr);
   EXPECT_THAT(Prints(), ElementsAre("NULL parameter", "NULL parameter"));
   EXPECT_THAT(Traced("mpls_vpn/error"), Contains("NULL parameter").Times(2));
   EXPECT_THAT(Traps(), IsEmpty());
-}
-
-TEST_F(VrfTraps, DownThatIsSwitchedOffTouchesNothing) {
-  Disable(kTrapVrfDown);
-  Node("ge0")->vrf_up_trap_sent = 1;
-  Down("ge0");
-  ConsiderDown(nullptr, nullptr);
-  ExpectFlags("ge0", 1, 0);
-  EXPECT_THAT(Traps(), IsEmpty());
-  EXPECT_FALSE(Printed("NULL parameter"));
 }
 
 // --- Routes and labels
