@@ -25,7 +25,7 @@
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/wire/wire.h"
 #include "platform/store/client/client.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/config_references/config_references.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "cli/session.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace cli {
 

@@ -12,7 +12,7 @@
 #include "cli/output/json_list.h"
 #include "cli/served_test_fixture.h"
 #include "platform/config/vrf_config.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace cli {
 

@@ -12,7 +12,7 @@
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/vpn_events/vpn_events.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace cli {
 namespace {

@@ -9,7 +9,7 @@
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/vpn_events/records.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace cli {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "platform/config/owners.h"
 #include "platform/router/vpn_events/records.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace cli {

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "platform/core/base/status.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 inline constexpr std::string_view kConfigOwnerCli = "cli";    // operators: the command line
 inline constexpr std::string_view kConfigOwnerFile = "file";  // the router file

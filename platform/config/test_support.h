@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/config/vrf_config.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace vrf_config {
 

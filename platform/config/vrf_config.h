@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "platform/core/address/address.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace vrf_config {
 

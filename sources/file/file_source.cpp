@@ -18,7 +18,7 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/tree/kvtree.h"
 #include "sources/file/apply_router.h"
 

@@ -1,6 +1,6 @@
 // The configuration of a router file: each load commits the difference.
 #include "platform/config/test_support.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "sources/file/file_source_test_support.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "sources/frr/running_config.h"
 
 namespace frr {

@@ -14,7 +14,7 @@
 #include "platform/config/test_support.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "sources/frr/fake_suite_test_support.h"
 #include "sources/frr/frr_source.h"
 

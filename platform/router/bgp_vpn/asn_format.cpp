@@ -22,7 +22,7 @@
 #include "platform/config/vrf_config.h"
 #include "platform/core/base/log.h"
 #include "platform/router/bgp_vpn/configured_rd.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace bgp_vpn {
 

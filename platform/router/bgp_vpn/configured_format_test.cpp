@@ -12,7 +12,7 @@
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/bgp_vpn/rd_test_support.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace {
 

@@ -23,7 +23,7 @@
 #include "platform/core/base/log.h"
 #include "platform/router/feed/feed.h"
 #include "platform/router/vmap/vmap.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/server/followed_nodes.h"
 #include "platform/store/tree/kvtree.h"
 

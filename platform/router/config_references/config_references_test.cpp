@@ -15,7 +15,7 @@
 #include "platform/router/model/router_test_support.h"
 #include "platform/router/vmap/vmap.h"
 #include "platform/router/vtab/vtab.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace {

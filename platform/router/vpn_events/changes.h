@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "platform/router/vpn_events/records.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace vpn_events {
 

@@ -1,6 +1,6 @@
 // Reports every change of an effective route distinguisher or route target, with the values before and after
 // and their owners, as notifications (records.h) of a provider of its own. The effective value is the one
-// that readers get (platform/store/configuration/config.h), and the router model's RD where none is
+// that readers get (platform/store/configuration/configuration.h), and the router model's RD where none is
 // configured.
 //
 // Changes are taken from commits and from the model, not from notifications of subscribers: a replay is not a

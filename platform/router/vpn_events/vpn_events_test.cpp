@@ -10,7 +10,7 @@
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
 #include "platform/router/vpn_events/records.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/server/store.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // The history of configuration commits, in the form that the daemon uses: a list of commits, a target
 // into which changes of them are loaded, and the search in it. It reads the data store's history
-// (platform/store/configuration/config.h).
+// (platform/store/configuration/configuration.h).
 //
 // Main thread. Every operation that answers a status is a fault point of its own name; the data store's
 // failures are passed on.
@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/core/base/status.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 struct CfgmgrCommit {
   char commit_id[24];

@@ -2,8 +2,8 @@
 //
 // A change is its path, then its owner's new value (or none), then a u8: 0 if the effective value did not
 // change; 1 if the owner's value became effective, and the previous owner with its value follows; 2 if the
-// next owner with its value follows, too. Owners are u8 numbers that never change (config.h), or 0xff for
-// none. Reading accepts octets from a damaged file.
+// next owner with its value follows, too. Owners are u8 numbers that never change (configuration.h), or 0xff
+// for none. Reading accepts octets from a damaged file.
 #pragma once
 
 #include <functional>

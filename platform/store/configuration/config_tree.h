@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace kvtree {
 

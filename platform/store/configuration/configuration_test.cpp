@@ -1,213 +1,333 @@
-// Tests of the configuration: changes by clients, the database, what a new process finds.
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
-
+// Tests of commits: owners, effective values, notifications.
 #include "platform/store/configuration/test_configuration.h"
-#include "platform/store/server/test_served_store.h"
 
 namespace {
 
-using kvtree::Client;
-using kvtree::Node;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-const std::string kTraps = "/cfg/gl/snmp/enable/traps/";
-
-class Configuration : public ServedStore {
+class ConfigCommit : public ConfigTest {
  protected:
-  std::string File() const { return directory.path() + "/configuration.db"; }
-  Status Keep() const { return kvtree_keep_configuration(directory.path()); }
-  // The process ends and another one begins.
-  void Restart() {
-    Stop();
-    kvtree_stop_serving(manager);
-    kvtree_reset();
-    client.close();
-    ASSERT_EQ(Keep(), kStatusOk);
-    ASSERT_EQ(kvtree_serve(manager), kStatusOk);
-  }
-  Status Commit(KvConfigChange change) { return client.commit({std::move(change)}, "").status; }
-  // "path=value" of all nodes.
-  std::vector<std::string> Nodes(const std::string& path = "/") {
-    std::vector<std::string> all;
-    const kvtree::NodesResult result = client.nodes(path, 1000);
-    EXPECT_EQ(result.status, kStatusOk);
-    for (const Node& node : result.nodes) {
-      all.push_back(node.path + "=" + Describe(node.value));
+  ConfigCommit() { Subscribe("/cfg/", kKvEventCreated | kKvEventSet | kKvEventDeleted); }
+};
+
+TEST_F(ConfigCommit, OwnerThatIsRegisteredEarlierWins) {
+  EXPECT_THAT(Commit("peer", {SetTo("/cfg/a", "peer")}), ElementsAre("a 3 peer"));
+  EXPECT_THAT(Commit("user", {SetTo("/cfg/a", "user")}), ElementsAre("a 2 user"));
+  EXPECT_THAT(Commit("script", {SetTo("/cfg/a", "script")}), IsEmpty());
+  EXPECT_EQ(id, "");
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=user"));
+  EXPECT_THAT(Owned("script"), ElementsAre("/cfg/a=script"));
+}
+
+TEST_F(ConfigCommit, WithdrawalUncoversTheNextOwnerInOrder) {
+  EXPECT_THAT(Commit("system", {SetTo("/cfg/a", "system")}), ElementsAre("a 3 system"));
+  EXPECT_THAT(Commit("peer-derived", {SetTo("/cfg/a", "derived")}), ElementsAre("a 2 derived"));
+  EXPECT_THAT(Commit("peer", {SetTo("/cfg/a", "peer")}), ElementsAre("a 2 peer"));
+  EXPECT_THAT(Commit("peer", {Withdraw("/cfg/a")}), ElementsAre("a 2 derived"));
+}
+
+TEST_F(ConfigCommit, RegistrationOfOwnersIsChecked) {
+  EXPECT_EQ(kvtree_config_register_owners(std::vector<KvConfigOwner>{{"a", 1}, {"a", 2}}), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_register_owners(std::vector<KvConfigOwner>{{"a", 1}, {"b", 1}}), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_register_owners(std::vector<KvConfigOwner>{{"", 1}}), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_register_owners(std::vector<KvConfigOwner>{{"a", 0xff}}), kStatusInvalid);
+  std::vector<std::string> names;
+  for (std::size_t at = 0; at <= kMaxConfigOwners; ++at) names.push_back("owner" + std::to_string(at));
+  std::vector<KvConfigOwner> many;
+  for (const std::string& name : names) many.push_back({name, static_cast<std::uint8_t>(many.size())});
+  EXPECT_EQ(kvtree_config_register_owners(many), kStatusInvalid);
+  EXPECT_THAT(Commit("peer-derived", {SetTo("/cfg/a", "x")}), ElementsAre("a 3 x"));
+}
+
+TEST_F(ConfigCommit, OwnersDoNotChangeWhileNodesHaveValues) {
+  Commit("user", {SetTo("/cfg/a", "x")});
+  const KvConfigOwner other{"other", 9};
+  EXPECT_EQ(kvtree_config_register_owners({&other, 1}), kStatusExists);
+  EXPECT_EQ(kvtree_config_register_owners(kTestOwners), kStatusOk) << "the same owners again";
+  Commit("user", {Withdraw("/cfg/a")});
+  ASSERT_EQ(kvtree_config_register_owners({&other, 1}), kStatusOk);
+  EXPECT_THAT(Commit("other", {SetTo("/cfg/a", "y")}), ElementsAre("a 3 y"));
+  EXPECT_EQ(Refused("user", {SetTo("/cfg/a", "x")}, kStatusInvalid), "unknown owner \"user\"");
+}
+
+TEST_F(ConfigCommit, ObserverReceivesEffectiveChangesWithTheirOwners) {
+  std::vector<std::string> seen;
+  auto handle = kvtree_config_observe("/cfg/a/", [&](const std::vector<KvConfigCommitChange>& changes) {
+    for (const KvConfigCommitChange& change : changes) {
+      seen.push_back(change.path + " " + Describe(change.before) + "(" + change.owner_before + ") " +
+                     Describe(change.after) + "(" + change.owner_after + ")");
     }
-    return all;
+  });
+  const auto take = [&] { return std::exchange(seen, {}); };
+  Commit("peer", {SetTo("/cfg/a/x", "1"), SetTo("/cfg/b", "1")});
+  EXPECT_THAT(take(), ElementsAre("/cfg/a/x none() 1(peer)"));
+  Commit("user", {SetTo("/cfg/a/x", "1")});
+  Commit("script", {SetTo("/cfg/a/x", "2")});
+  EXPECT_THAT(take(), IsEmpty()) << "the same value, and one that is covered";
+  Commit("user", {Withdraw("/cfg/a/x")});
+  EXPECT_THAT(take(), ElementsAre("/cfg/a/x 1(user) 2(script)"));
+  EXPECT_EQ(kvtree_config_replay({"/cfg/a/x"}), kStatusOk);
+  EXPECT_THAT(take(), IsEmpty()) << "a replay is not a change";
+  handle.reset();
+  Commit("script", {SetTo("/cfg/a/x", "3")});
+  EXPECT_THAT(take(), IsEmpty());
+}
+
+TEST_F(ConfigCommit, NodeIsFoundWithWhoHoldsIt) {
+  EXPECT_FALSE(kvtree_config_find("/cfg/a"));
+  Commit("peer", {SetTo("/cfg/a", "x")});
+  Commit("script", {SetTo("/cfg/a", "y")});
+  const auto found = kvtree_config_find("/cfg/a");
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->value.text, "y");
+  EXPECT_EQ(found->owner, "script");
+}
+
+TEST_F(ConfigCommit, WithdrawalMakesTheNextValueEffective) {
+  for (const char* owner : {"peer", "script", "user"}) Commit(owner, {SetTo("/cfg/a", owner)});
+  EXPECT_THAT(Commit("user", {Withdraw("/cfg/a")}), ElementsAre("a 2 script"));
+  EXPECT_THAT(Commit("peer", {Withdraw("/cfg/a")}), IsEmpty());
+  EXPECT_THAT(Commit("script", {Withdraw("/cfg/a")}), ElementsAre("a 4 none"));
+  EXPECT_THAT(Effective(), IsEmpty());
+}
+
+TEST_F(ConfigCommit, SameValueNotifiesNoSubscriber) {
+  Commit("script", {SetTo("/cfg/a", "x")});
+  EXPECT_THAT(Commit("script", {SetTo("/cfg/a", "x")}), IsEmpty());
+  EXPECT_THAT(Commit("user", {SetTo("/cfg/a", "x")}), IsEmpty());
+  EXPECT_EQ(id, "");
+  EXPECT_THAT(Owned("user"), ElementsAre("/cfg/a=x"));
+  EXPECT_THAT(Commit("script", {Withdraw("/cfg/a")}), IsEmpty());
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x"));
+  EXPECT_THAT(History(), ElementsAre("1 script 1 "));
+}
+
+TEST_F(ConfigCommit, DeletionsAreNotifiedBeforeSets) {
+  Commit("user", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "1"), SetTo("/cfg/c", "1")});
+  EXPECT_THAT(
+      Commit("user", {SetTo("/cfg/z", "2"), Withdraw("/cfg/c"), SetTo("/cfg/b", "2"), Withdraw("/cfg/a")}),
+      ElementsAre("c 4 none", "a 4 none", "z 3 2", "b 2 2"));
+}
+
+TEST_F(ConfigCommit, EveryTypeOfValueIsHeld) {
+  Commit("script", {{"/cfg/none", KvValue{}},
+                    {"/cfg/number", NumberValue(INT64_MIN)},
+                    {"/cfg/text", TextValue("")},
+                    {"/cfg/tuple", TupleValue({5, -1})},
+                    {"/cfg/tuple-empty", TupleValue({})}});
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/none=.", "/cfg/number=#" + std::to_string(INT64_MIN),
+                                       "/cfg/text=", "/cfg/tuple=(5 -1)", "/cfg/tuple-empty=()"));
+}
+
+TEST_F(ConfigCommit, ValuesDifferByTypeToo) {
+  Commit("user", {{"/cfg/a", NumberValue(0)}});
+  EXPECT_THAT(Commit("user", {{"/cfg/a", KvValue{}}}), ElementsAre("a 2 "));
+  EXPECT_THAT(Commit("user", {{"/cfg/a", TupleValue({0})}}), ElementsAre("a 2 "));
+  EXPECT_THAT(Commit("user", {{"/cfg/a", TupleValue({0})}}), IsEmpty());
+}
+
+// Each of these follows a change that alone would be made.
+TEST_F(ConfigCommit, InvalidChangeChangesNothing) {
+  KvValue record;
+  record.type = KvValueType::kRecord;
+  const auto refused = [&](KvConfigChange change, Status status) {
+    return Refused("user", {SetTo("/cfg/good", "x"), std::move(change)}, status);
+  };
+  EXPECT_EQ(refused(Withdraw("/cfg/a"), kStatusNoSuchRow), "/cfg/a: user does not set it");
+  EXPECT_EQ(refused(SetTo("/cfg/good", "y"), kStatusInvalid), "/cfg/good: it is changed twice");
+  EXPECT_EQ(refused({"/cfg/a", record}, kStatusInvalid), "/cfg/a: a configuration has no records");
+  for (const char* path : {"/oper/a", "/cfg", "/cfg/", "/cfg/a/", "/", "", "cfg/a"}) {
+    EXPECT_EQ(refused(SetTo(path, "x"), kStatusUnknownPath), std::string(path) + ": it is not below /cfg/");
   }
-  void Write(const std::string& octets) const { std::ofstream(File(), std::ios::binary) << octets; }
-  std::string Read(const std::string& file) const {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
-  // A file with these contents is left unchanged next to a new one that works.
-  void ExpectSetAside() {
-    const std::string contents = Read(File());
-    ::testing::internal::CaptureStderr();
-    ASSERT_EQ(Keep(), kStatusOk);
-    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr(File() + ".unusable.1"));
-    EXPECT_EQ(Read(File() + ".unusable.1"), contents);
-    StartAndConnect();
-    EXPECT_THAT(Nodes(), IsEmpty());
-    EXPECT_EQ(Commit({"/cfg/a", NumberValue(1)}), kStatusOk);
-    Restart();
-    StartAndConnect();
-    EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1"));
+  const std::string long_path = "/cfg/" + std::string(kKvMaxPath - 4, 'a');
+  EXPECT_THAT(refused(SetTo(long_path, "x"), kStatusMessageTooLarge), HasSubstr(": the path is too long"));
+  EXPECT_THAT(refused(SetTo(std::string("/cfg/\0", 6), "x"), kStatusBadKey), HasSubstr("an octet 0"));
+  EXPECT_EQ(refused(SetTo("/cfg/a", std::string(kMaxConfigText + 1, 'x')), kStatusMessageTooLarge),
+            "/cfg/a: its text is too long");
+  EXPECT_EQ(
+      refused({"/cfg/a", TupleValue(std::vector<std::int64_t>(kMaxConfigTuple + 1))}, kStatusMessageTooLarge),
+      "/cfg/a: it has too many numbers");
+  EXPECT_THAT(Effective(), IsEmpty());
+  EXPECT_THAT(History(), IsEmpty());
+}
+
+TEST_F(ConfigCommit, LongestTextPathAndTupleAreAccepted) {
+  const std::string path = "/cfg/" + std::string(kKvMaxPath - 5, 'a');
+  Commit("user", {SetTo(path, std::string(kMaxConfigText, 'x')),
+                  {"/cfg/tuple", TupleValue(std::vector<std::int64_t>(kMaxConfigTuple))}});
+  EXPECT_EQ(Effective().size(), 2U);
+}
+
+TEST_F(ConfigCommit, UnknownOwnersSetNothing) {
+  EXPECT_EQ(Refused("root", {SetTo("/cfg/a", "x")}, kStatusInvalid), "unknown owner \"root\"");
+  EXPECT_EQ(Refused("", {SetTo("/cfg/a", "x")}, kStatusInvalid), "unknown owner \"\"");
+  EXPECT_THAT(Owned("root"), IsEmpty());
+}
+
+TEST_F(ConfigCommit, WithdrawalOfAnotherOwnersValueIsInvalid) {
+  Commit("script", {SetTo("/cfg/a", "x")});
+  EXPECT_EQ(Refused("user", {Withdraw("/cfg/a")}, kStatusNoSuchRow), "/cfg/a: user does not set it");
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x"));
+}
+
+TEST_F(ConfigCommit, CommitWithTooManyChangesIsRefused) {
+  EXPECT_EQ(Refused("user", Many(kMaxConfigChanges + 1, "x"), kStatusMessageTooLarge),
+            "a commit has at most 100000 changes");
+}
+
+TEST_F(ConfigCommit, EmptyCommitIsNone) {
+  EXPECT_THAT(Commit("user", {}), IsEmpty());
+  EXPECT_THAT(History(), IsEmpty());
+}
+
+TEST_F(ConfigCommit, CallerMayOmitIdAndError) {
+  EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "x")}, ""), kStatusOk);
+  EXPECT_EQ(kvtree_config_commit("user", {Withdraw("/cfg/b")}, ""), kStatusNoSuchRow);
+  EXPECT_EQ(kvtree_config_replace("user", {}, ""), kStatusOk);
+}
+
+TEST_F(ConfigCommit, LaterSubscriberReceivesTheEffectiveValues) {
+  Commit("script", {SetTo("/cfg/x/a", "script"), SetTo("/cfg/x/b", "script")});
+  Commit("user", {SetTo("/cfg/x/a", "user")});
+  Subscribe("/cfg/x/", kKvEventSet);
+  EXPECT_THAT(TakeReceived(), ElementsAre("b 2 script", "a 2 user"));
+}
+
+class ConfigReplace : public ConfigCommit {
+ protected:
+  std::vector<std::string> Replace(const std::vector<KvConfigNode>& nodes) {
+    EXPECT_EQ(kvtree_config_replace("script", nodes, "reload", &id, &error), kStatusOk) << error;
+    Run();
+    return TakeReceived();
   }
 };
 
-TEST_F(Configuration, ChangesOfClientsAreNotifiedToSubscribers) {
-  ASSERT_EQ(client.connect(), kStatusOk);
-  Subscribe(kTraps.c_str(), kKvEventSet | kKvEventDeleted);
-  Start();
-  ASSERT_EQ(Commit(SetTo(kTraps + "all", "on")), kStatusOk);
-  ASSERT_EQ(Commit(SetTo(kTraps + "all", "still")), kStatusOk);
-  ASSERT_EQ(Commit(Withdraw(kTraps + "all")), kStatusOk);
-  Stop();
+TEST_F(ConfigReplace, OnlyTheDifferenceIsNotified) {
+  Commit("script",
+         {SetTo("/cfg/s/a", "1"), SetTo("/cfg/s/b", "1"), SetTo("/cfg/s/c", "1"), SetTo("/cfg/t/a", "1")});
+  EXPECT_THAT(
+      Replace({{"/cfg/s/a", TextValue("1")}, {"/cfg/s/b", TextValue("2")}, {"/cfg/s/d", TextValue("1")}}),
+      ElementsAre("c 4 none", "a 4 none", "b 2 2", "d 3 1"));
+  EXPECT_THAT(Owned("script"), ElementsAre("/cfg/s/a=1", "/cfg/s/b=2", "/cfg/s/d=1"));
+  EXPECT_THAT(History(), ElementsAre("2 script 4 reload", "1 script 4 "));
+}
+
+TEST_F(ConfigReplace, SameNodesAreNoCommit) {
+  Commit("script", {SetTo("/cfg/s/a", "1")});
+  EXPECT_THAT(Replace({{"/cfg/s/a", TextValue("1")}}), IsEmpty());
+  EXPECT_EQ(id, "");
+  EXPECT_EQ(History().size(), 1U);
+}
+
+TEST_F(ConfigReplace, ValuesOfOtherOwnersRemain) {
+  Commit("user", {SetTo("/cfg/s/a", "user")});
+  Commit("script", {SetTo("/cfg/s/a", "script")});
+  EXPECT_THAT(Replace({}), IsEmpty());
+  EXPECT_THAT(Owned("user"), ElementsAre("/cfg/s/a=user"));
+  EXPECT_THAT(Owned("script"), IsEmpty());
+}
+
+TEST_F(ConfigReplace, LastOfTwoNodesWithOnePathCounts) {
+  EXPECT_THAT(Replace({{"/cfg/s/a", TextValue("1")}, {"/cfg/s/a", TextValue("2")}}), ElementsAre("a 3 2"));
+}
+
+TEST_F(ConfigReplace, NodeOutsideTheConfigurationIsRefused) {
+  Commit("script", {SetTo("/cfg/s/a", "1")});
+  EXPECT_EQ(kvtree_config_replace("script", {{"/oper/t", TextValue("1")}}, "", &id, &error),
+            kStatusUnknownPath);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/s/a=1"));
+}
+
+class ConfigReplay : public ConfigCommit {};
+
+TEST_F(ConfigReplay, DeletionsThenSetsAreNotifiedAndNothingChanges) {
+  Commit("script", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "2")});
+  Commit("user", {SetTo("/cfg/b", "3")});
+  ASSERT_EQ(kvtree_config_replay({"/cfg/b", "/cfg/absent", "/cfg/a"}), kStatusOk);
+  EXPECT_THAT(TakeReceived(), IsEmpty());
   Run();
-  EXPECT_THAT(TakeReceived(), ElementsAre("all 2 on", "all 2 still", "all 4 none"));
+  EXPECT_THAT(TakeReceived(), ElementsAre("b 4 none", "a 4 none", "b 3 3", "a 3 1"));
+  EXPECT_EQ(History().size(), 2U);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=1", "/cfg/b=3"));
 }
 
-TEST_F(Configuration, NodesAreListedInOrderBelowAPath) {
-  StartAndConnect();
-  ASSERT_EQ(Commit({"/cfg/b", NumberValue(-5)}), kStatusOk);
-  ASSERT_EQ(Commit(SetTo("/cfg/a/y", "")), kStatusOk);
-  ASSERT_EQ(Commit(SetTo("/cfg/a/x", "text")), kStatusOk);
-  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a/x=text", "/cfg/a/y=", "/cfg/b=#-5"));
-  EXPECT_THAT(Nodes("/cfg/a/"), ElementsAre("/cfg/a/x=text", "/cfg/a/y="));
-  EXPECT_THAT(Nodes("/cfg/c"), IsEmpty());
-  EXPECT_EQ(client.nodes("cfg", 1).status, kStatusUnknownPath);
+// The functions and the notifications are recorded in one order.
+TEST_F(ConfigReplay, EachIsNotifiedAfterItsFunction) {
+  Commit("script", {SetTo("/cfg/a", "1"), SetTo("/cfg/b", "2")});
+  const auto note = [](const char* what) { return [what] { received().emplace_back(what); }; };
+  ASSERT_EQ(kvtree_config_commit("script", {SetTo("/cfg/c", "before")}, ""), kStatusOk);
+  ASSERT_EQ(
+      kvtree_config_replay_each({"/cfg/b", "/cfg/absent", "/cfg/a"}, manager, note("deletion"), note("set")),
+      kStatusOk);
+  ASSERT_EQ(kvtree_config_commit("script", {Withdraw("/cfg/b")}, ""), kStatusOk);
+  EXPECT_THAT(TakeReceived(), IsEmpty());
+  Run();
+  EXPECT_THAT(TakeReceived(), ElementsAre("c 3 before", "deletion", "b 4 none", "set", "b 3 2", "deletion",
+                                          "a 4 none", "set", "a 3 1", "b 4 none"));
+  EXPECT_EQ(History().size(), 3U);
 }
 
-TEST_F(Configuration, LongListsContinueAfterTheLastNode) {
-  StartAndConnect();
-  for (const char* path : {"/cfg/a", "/cfg/b", "/cfg/c"})
-    ASSERT_EQ(Commit({path, NumberValue(1)}), kStatusOk);
-  const kvtree::NodesResult first = client.nodes("/cfg/", 2);
-  ASSERT_EQ(first.nodes.size(), 2U);
-  const kvtree::NodesResult rest = client.nodes("/cfg/", 2, first.nodes[1].path);
-  ASSERT_EQ(rest.nodes.size(), 1U);
-  EXPECT_EQ(rest.nodes[0].path, "/cfg/c");
-  EXPECT_THAT(client.nodes("/cfg/", 2, "/cfg/c").nodes, IsEmpty());
+TEST_F(ConfigReplay, NodeIsAnnouncedAsSetOrAsDeleted) {
+  Commit("script", {SetTo("/cfg/a", "1")});
+  Commit("user", {SetTo("/cfg/a", "2")});
+  ASSERT_EQ(kvtree_config_announce("/cfg/a"), kStatusOk);
+  ASSERT_EQ(kvtree_config_announce("/cfg/none"), kStatusOk);
+  EXPECT_EQ(kvtree_config_announce("/oper/a"), kStatusUnknownPath);
+  Run();
+  EXPECT_THAT(TakeReceived(), ElementsAre("a 3 2", "none 4 none"));
+  EXPECT_EQ(History().size(), 2U);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=2"));
 }
 
-TEST_F(Configuration, OnlyNodesBelowCfgAreTheClients) {
-  StartAndConnect();
-  for (const char* path : {"/oper/a", "/cfg", "/cfg/", "/cfg/a/", "/", "cfg/a"}) {
-    EXPECT_EQ(Commit({path, NumberValue(1)}), kStatusUnknownPath) << path;
-    EXPECT_EQ(Commit(Withdraw(path)), kStatusUnknownPath) << path;
-  }
-  EXPECT_EQ(Commit(Withdraw("/cfg/a")), kStatusNoSuchRow);
-  EXPECT_THAT(Nodes(), IsEmpty());
+TEST_F(ConfigReplay, EachNeedsAManagerAndBothFunctions) {
+  const auto nothing = [] {};
+  EXPECT_EQ(kvtree_config_replay_each({}, nullptr, nothing, nothing), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_replay_each({}, manager, nullptr, nothing), kStatusInvalid);
+  EXPECT_EQ(kvtree_config_replay_each({}, manager, nothing, nullptr), kStatusInvalid);
 }
 
-TEST_F(Configuration, OutlivesTheProcessAndIsReplayed) {
-  ASSERT_EQ(Keep(), kStatusOk);
-  StartAndConnect();
-  ASSERT_EQ(Commit(SetTo(kTraps + "vrf-up", "on")), kStatusOk);
-  ASSERT_EQ(Commit({kTraps + "time", NumberValue(INT64_MIN)}), kStatusOk);
-  ASSERT_EQ(Commit(SetTo(kTraps + "deleted", "x")), kStatusOk);
-  ASSERT_EQ(Commit(Withdraw(kTraps + "deleted")), kStatusOk);
-  ASSERT_EQ(Commit(SetTo(kTraps + "vrf-up", "octets \xff%/")), kStatusOk);
-  Restart();
-  Subscribe(kTraps.c_str(), kKvEventCreated | kKvEventSet);
-  EXPECT_THAT(TakeReceived(), ElementsAre("time 3 ", "vrf-up 3 octets \xff%/"));
-  StartAndConnect();
-  EXPECT_THAT(Nodes(),
-              ElementsAre(kTraps + "time=#" + std::to_string(INT64_MIN), kTraps + "vrf-up=octets \xff%/"));
-}
-
-TEST_F(Configuration, NodesOfTheProcessItselfAreNotStored) {
-  ASSERT_EQ(Keep(), kStatusOk);
-  ASSERT_EQ(SetText("/cfg/own", "x"), kStatusOk);
-  Restart();
-  StartAndConnect();
-  EXPECT_THAT(Nodes(), IsEmpty());
-}
-
-TEST_F(Configuration, ChangeThatCannotBeStoredIsNotMade) {
-  ASSERT_EQ(Keep(), kStatusOk);
-  StartAndConnect();
-  ASSERT_EQ(Commit({"/cfg/a", NumberValue(1)}), kStatusOk);
-  fault_arm("configuration_write", kStatusIo, 1, 2);
-  EXPECT_EQ(Commit({"/cfg/a", NumberValue(2)}), kStatusIo);
-  EXPECT_EQ(Commit(Withdraw("/cfg/a")), kStatusIo);
-  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1"));
-}
-
-TEST_F(Configuration, WriteThatTheDatabaseRefusesIsAnswered) {
-  ASSERT_EQ(Keep(), kStatusOk);
-  ExecuteOn(File(), "DROP TABLE node");
-  StartAndConnect();
-  ::testing::internal::CaptureStderr();
-  EXPECT_EQ(Commit({"/cfg/a", NumberValue(2)}), kStatusIo);
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-              HasSubstr("a commit cannot be written: no such table"));
-  EXPECT_THAT(Nodes(), IsEmpty());
-}
-
-struct Unusable {
-  const char* name;
-  void (*make)(const std::string& file);  // of the file of a complete database
+class ConfigCounted : public ConfigCommit, public ::testing::WithParamInterface<std::string_view> {
+ protected:
+  const std::string item_ = std::string(GetParam()) + "red/item";
 };
 
-class UnusableDatabase : public Configuration, public ::testing::WithParamInterface<Unusable> {};
-
-TEST_P(UnusableDatabase, IsSetAside) {
-  ASSERT_EQ(Keep(), kStatusOk);
-  kvtree::store().node_store.reset();
-  GetParam().make(File());
-  ExpectSetAside();
+TEST_P(ConfigCounted, ChangedValueOfAnExistingNodeIsNotNotified) {
+  EXPECT_THAT(Commit("peer", {{item_, NumberValue(1)}}), ElementsAre("item 3 "));
+  EXPECT_THAT(Commit("user", {SetTo(item_, "text")}), IsEmpty());
+  EXPECT_THAT(Commit("user", {SetTo(item_, "other")}), IsEmpty());
+  EXPECT_THAT(Effective(), ElementsAre(item_ + "=other"));
+  EXPECT_THAT(Changes(id), ElementsAre(item_ + ": text (user) -> other (user)"));
+  Subscribe("/cfg/", kKvEventSet);
+  EXPECT_THAT(TakeReceived(), ElementsAre("item 2 other"))
+      << "a later subscriber receives the effective value";
+  EXPECT_THAT(Commit("user", {Withdraw(item_)}), IsEmpty());
+  EXPECT_THAT(Effective(), ElementsAre(item_ + "=#1"));
+  EXPECT_THAT(Commit("peer", {Withdraw(item_)}), ElementsAre("item 4 none"));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Files, UnusableDatabase,
-    ::testing::Values(
-        Unusable{"NotADatabase", [](const std::string& file) { std::ofstream(file) << "the only copy"; }},
-        Unusable{"Truncated",
-                 [](const std::string& file) {
-                   std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
-                 }},
-        Unusable{"Damaged",
-                 [](const std::string& file) {
-                   std::fstream octets(file, std::ios::in | std::ios::out | std::ios::binary);
-                   octets.seekp(4096) << std::string(200, '\x55');
-                 }},
-        Unusable{"NewerVersion", [](const std::string& file) { ExecuteOn(file, "PRAGMA user_version = 4"); }},
-        Unusable{"Foreign",
-                 [](const std::string& file) {
-                   std::filesystem::remove(file);
-                   ExecuteOn(file, "CREATE TABLE other(x)");
-                 }}),
-    [](const auto& each) { return each.param.name; });
+INSTANTIATE_TEST_SUITE_P(EachScope, ConfigCounted, ::testing::ValuesIn(kTestCountedScopes),
+                         [](const auto& scope) { return "Number" + std::to_string(scope.index); });
 
-TEST_F(Configuration, SetAsideFilesAreNeverOverwritten) {
-  Write("first");
-  ASSERT_EQ(Keep(), kStatusOk);
-  kvtree::store().node_store.reset();
-  Write("second");
-  ASSERT_EQ(Keep(), kStatusOk);
-  EXPECT_EQ(Read(File() + ".unusable.1"), "first");
-  EXPECT_EQ(Read(File() + ".unusable.2"), "second");
-}
-
-TEST_F(Configuration, MissingDirectoryIsAFailure) {
-  ::testing::internal::CaptureStderr();
-  EXPECT_EQ(kvtree_keep_configuration(directory.path() + "/nowhere"), kStatusIo);
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-              HasSubstr("cannot be opened: unable to open database file"));
-  for (const char* point : {"kvtree_keep_configuration", "configuration_open", "configuration_read"}) {
-    fault_arm(point, kStatusAccess);
-    EXPECT_EQ(Keep(), kStatusAccess) << point;
+TEST_F(ConfigCommit, EveryOperationCanFail) {
+  std::vector<KvConfigCommit> commits;
+  std::vector<KvConfigCommitChange> changes;
+  for (const char* point :
+       {"kvtree_config_commit", "kvtree_config_replace", "kvtree_config_replay", "kvtree_config_replay_each",
+        "kvtree_config_announce", "kvtree_config_history", "kvtree_config_changes"}) {
+    fault_arm(point, kStatusNoMemory);
   }
-  EXPECT_EQ(Keep(), kStatusOk);
-  EXPECT_EQ(Keep(), kStatusExists);
+  EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "x")}, "", &id, &error), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_replace("user", {}, "", &id, &error), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_replay({}), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_announce("/cfg/a"), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_replay_each(
+                {}, manager, [] {}, [] {}),
+            kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_history(1, "", &commits), kStatusNoMemory);
+  EXPECT_EQ(kvtree_config_changes("1", &changes), kStatusNoMemory);
+  EXPECT_THAT(Effective(), IsEmpty());
 }
 
 }  // namespace

@@ -53,7 +53,7 @@ class NodeStore {
   // "configuration_fold".
   bool fold_some(std::size_t rows);
 
-  // config.h; fault points are the callers'.
+  // configuration.h; fault points are the callers'.
   [[nodiscard]] Status history(std::uint32_t maximum, std::string_view before,
                                std::vector<KvConfigCommit>* commits) const;
   [[nodiscard]] Status changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) const;

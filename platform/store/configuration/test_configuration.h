@@ -7,7 +7,7 @@
 
 #include "platform/core/base/clock.h"
 #include "platform/core/sqlite/sqlite.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/server/test_store.h"
 
 inline KvValue TextValue(const std::string& text) {

@@ -1,6 +1,6 @@
 #include "platform/store/configuration/value_codec.h"
 
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/server/protocol.h"
 
 namespace kvtree {

@@ -1,5 +1,5 @@
-// The server: clients' messages in, answers out. Subscriptions are in subscriptions.cpp, the
-// configuration in configuration.cpp and staged_commits.cpp.
+// The server: clients' messages in, answers out. Subscriptions are in subscriptions.cpp; what concerns the
+// configuration is in the client_*.cpp of platform/store/configuration.
 //
 // A message is answered inside its handler, so answers leave in the order of the requests; platform/core/wire
 // bounds what a client may send and leave unread, and closes those that break the framing. An answer's

@@ -48,7 +48,7 @@ bool take_acknowledgement(StoreServer* server, const wire::Connection& from, con
 // Sends a client what its subscriptions' windows have room for. This may end the client's connection.
 void send_notifications(StoreServer* server, std::uint64_t client);
 
-// Requests that concern the configuration (configuration.cpp, staged_commits.cpp).
+// Requests that concern the configuration (client_*.cpp of platform/store/configuration).
 bool answer_nodes(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_history(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_commit_changes(wire::Connection* from, wire::Reader* request, wire::Octets* answer);

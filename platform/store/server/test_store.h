@@ -15,7 +15,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/tree/kvtree.h"
 
 // "name(form) a=1 b=- ..." for one call.

@@ -246,9 +246,9 @@ struct KvProviderNotification {
 [[nodiscard]] Status kvtree_retain_notifications(std::string_view path, std::string_view name,
                                                  std::size_t limit);
 // Sets the nodes that earlier processes stored in the directory's configuration.db, and from now on stores
-// commits there (config.h). Call before subscribers register and before the first commit (kStatusExists).
-// kStatusIo (logged) if the database cannot be used; a database with unusable contents is renamed, which is
-// not a failure.
+// commits there (platform/store/configuration/configuration.h). Call before subscribers register and before
+// the first commit (kStatusExists). kStatusIo (logged) if the database cannot be used; a database with
+// unusable contents is renamed, which is not a failure.
 [[nodiscard]] Status kvtree_keep_configuration(const std::string& directory);
 
 // --- Key texts -----------------------------------------------------------------------------------

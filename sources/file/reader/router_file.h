@@ -40,7 +40,7 @@
 #include <vector>
 
 #include "platform/router/model/router.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace router_file {
 

@@ -8,7 +8,7 @@
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/core/base/log.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/model/vrf_test_support.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace {

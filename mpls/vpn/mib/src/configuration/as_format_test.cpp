@@ -2,7 +2,7 @@
 #include "mpls/vpn/mib/src/configuration/vrf_handlers_test_support.h"
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace {
 

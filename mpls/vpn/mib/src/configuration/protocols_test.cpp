@@ -9,7 +9,7 @@
 
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
 #include "platform/config/owners.h"
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace {
 

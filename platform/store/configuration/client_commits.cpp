@@ -5,7 +5,7 @@
 // peer that may change the configuration can collect any.
 #include <utility>
 
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/configuration/value_codec.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/server.h"

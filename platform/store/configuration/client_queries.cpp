@@ -3,7 +3,7 @@
 // An answer that would be too long has the items that fit, at least one; the client continues after them.
 #include <algorithm>
 
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 #include "platform/store/configuration/value_codec.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/server.h"

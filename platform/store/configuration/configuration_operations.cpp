@@ -1,5 +1,3 @@
-// Commits: see config.h.
-//
 // A commit is planned (config_tree.h), written to the database in one transaction (node_store.h), applied to
 // the tree and notified to the subscribers, in this order: a restart forgets nothing that the daemon acted
 // on, and a commit that a power cut leaves in the database alone is effective afterwards. A notification
@@ -9,7 +7,7 @@
 // The rows of a large commit are written to the database afterwards (NodeStore::fold_some), step by step on
 // the event manager that serves requests, or at once without one. Without a directory the database is in
 // memory, so there is one code path.
-#include "platform/store/configuration/config.h"
+#include "platform/store/configuration/configuration.h"
 
 #include <algorithm>
 #include <memory>

@@ -1,9 +1,9 @@
 // The configuration tree: the nodes below /cfg/ with their owners, changed by whole commits.
 //
-// Several owners may set a node. The value of the owner
-// with the highest precedence is effective: the owners are registered in this order. When an owner withdraws
-// its value, the next one's becomes effective. Subscribers and kvtree's readers see effective values only; a
-// commit that changes none of them notifies no subscriber.
+// Several owners may set a node. The value of the owner with the highest precedence is effective: the owners
+// are registered in this order. When an owner withdraws its value, the next one's becomes effective.
+// Subscribers and kvtree's readers see effective values only; a commit that changes none of them notifies no
+// subscriber.
 //
 // A commit is all or nothing: it is checked as a whole, written to the state directory in one transaction,
 // then applied to the tree, and delivered to the subscribers on their event manager's loop in bounded batches
@@ -13,7 +13,6 @@
 // The values that owners set in an earlier process are in the tree before the first subscriber registers, so
 // the replay delivers them to the daemon; a starting source states its values with kvtree_config_replace, and
 // only the difference is a change. Main thread only. Every operation that returns a status is a fault point
-// of its own name.
 // of its own name.
 #pragma once
 

@@ -1,0 +1,213 @@
+// Tests of the configuration: changes by clients, the database, what a new process finds.
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "platform/store/configuration/test_configuration.h"
+#include "platform/store/server/test_served_store.h"
+
+namespace {
+
+using kvtree::Client;
+using kvtree::Node;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+const std::string kTraps = "/cfg/gl/snmp/enable/traps/";
+
+class Configuration : public ServedStore {
+ protected:
+  std::string File() const { return directory.path() + "/configuration.db"; }
+  Status Keep() const { return kvtree_keep_configuration(directory.path()); }
+  // The process ends and another one begins.
+  void Restart() {
+    Stop();
+    kvtree_stop_serving(manager);
+    kvtree_reset();
+    client.close();
+    ASSERT_EQ(Keep(), kStatusOk);
+    ASSERT_EQ(kvtree_serve(manager), kStatusOk);
+  }
+  Status Commit(KvConfigChange change) { return client.commit({std::move(change)}, "").status; }
+  // "path=value" of all nodes.
+  std::vector<std::string> Nodes(const std::string& path = "/") {
+    std::vector<std::string> all;
+    const kvtree::NodesResult result = client.nodes(path, 1000);
+    EXPECT_EQ(result.status, kStatusOk);
+    for (const Node& node : result.nodes) {
+      all.push_back(node.path + "=" + Describe(node.value));
+    }
+    return all;
+  }
+  void Write(const std::string& octets) const { std::ofstream(File(), std::ios::binary) << octets; }
+  std::string Read(const std::string& file) const {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  // A file with these contents is left unchanged next to a new one that works.
+  void ExpectSetAside() {
+    const std::string contents = Read(File());
+    ::testing::internal::CaptureStderr();
+    ASSERT_EQ(Keep(), kStatusOk);
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr(File() + ".unusable.1"));
+    EXPECT_EQ(Read(File() + ".unusable.1"), contents);
+    StartAndConnect();
+    EXPECT_THAT(Nodes(), IsEmpty());
+    EXPECT_EQ(Commit({"/cfg/a", NumberValue(1)}), kStatusOk);
+    Restart();
+    StartAndConnect();
+    EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1"));
+  }
+};
+
+TEST_F(Configuration, ChangesOfClientsAreNotifiedToSubscribers) {
+  ASSERT_EQ(client.connect(), kStatusOk);
+  Subscribe(kTraps.c_str(), kKvEventSet | kKvEventDeleted);
+  Start();
+  ASSERT_EQ(Commit(SetTo(kTraps + "all", "on")), kStatusOk);
+  ASSERT_EQ(Commit(SetTo(kTraps + "all", "still")), kStatusOk);
+  ASSERT_EQ(Commit(Withdraw(kTraps + "all")), kStatusOk);
+  Stop();
+  Run();
+  EXPECT_THAT(TakeReceived(), ElementsAre("all 2 on", "all 2 still", "all 4 none"));
+}
+
+TEST_F(Configuration, NodesAreListedInOrderBelowAPath) {
+  StartAndConnect();
+  ASSERT_EQ(Commit({"/cfg/b", NumberValue(-5)}), kStatusOk);
+  ASSERT_EQ(Commit(SetTo("/cfg/a/y", "")), kStatusOk);
+  ASSERT_EQ(Commit(SetTo("/cfg/a/x", "text")), kStatusOk);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a/x=text", "/cfg/a/y=", "/cfg/b=#-5"));
+  EXPECT_THAT(Nodes("/cfg/a/"), ElementsAre("/cfg/a/x=text", "/cfg/a/y="));
+  EXPECT_THAT(Nodes("/cfg/c"), IsEmpty());
+  EXPECT_EQ(client.nodes("cfg", 1).status, kStatusUnknownPath);
+}
+
+TEST_F(Configuration, LongListsContinueAfterTheLastNode) {
+  StartAndConnect();
+  for (const char* path : {"/cfg/a", "/cfg/b", "/cfg/c"})
+    ASSERT_EQ(Commit({path, NumberValue(1)}), kStatusOk);
+  const kvtree::NodesResult first = client.nodes("/cfg/", 2);
+  ASSERT_EQ(first.nodes.size(), 2U);
+  const kvtree::NodesResult rest = client.nodes("/cfg/", 2, first.nodes[1].path);
+  ASSERT_EQ(rest.nodes.size(), 1U);
+  EXPECT_EQ(rest.nodes[0].path, "/cfg/c");
+  EXPECT_THAT(client.nodes("/cfg/", 2, "/cfg/c").nodes, IsEmpty());
+}
+
+TEST_F(Configuration, OnlyNodesBelowCfgAreTheClients) {
+  StartAndConnect();
+  for (const char* path : {"/oper/a", "/cfg", "/cfg/", "/cfg/a/", "/", "cfg/a"}) {
+    EXPECT_EQ(Commit({path, NumberValue(1)}), kStatusUnknownPath) << path;
+    EXPECT_EQ(Commit(Withdraw(path)), kStatusUnknownPath) << path;
+  }
+  EXPECT_EQ(Commit(Withdraw("/cfg/a")), kStatusNoSuchRow);
+  EXPECT_THAT(Nodes(), IsEmpty());
+}
+
+TEST_F(Configuration, OutlivesTheProcessAndIsReplayed) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  StartAndConnect();
+  ASSERT_EQ(Commit(SetTo(kTraps + "vrf-up", "on")), kStatusOk);
+  ASSERT_EQ(Commit({kTraps + "time", NumberValue(INT64_MIN)}), kStatusOk);
+  ASSERT_EQ(Commit(SetTo(kTraps + "deleted", "x")), kStatusOk);
+  ASSERT_EQ(Commit(Withdraw(kTraps + "deleted")), kStatusOk);
+  ASSERT_EQ(Commit(SetTo(kTraps + "vrf-up", "octets \xff%/")), kStatusOk);
+  Restart();
+  Subscribe(kTraps.c_str(), kKvEventCreated | kKvEventSet);
+  EXPECT_THAT(TakeReceived(), ElementsAre("time 3 ", "vrf-up 3 octets \xff%/"));
+  StartAndConnect();
+  EXPECT_THAT(Nodes(),
+              ElementsAre(kTraps + "time=#" + std::to_string(INT64_MIN), kTraps + "vrf-up=octets \xff%/"));
+}
+
+TEST_F(Configuration, NodesOfTheProcessItselfAreNotStored) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  ASSERT_EQ(SetText("/cfg/own", "x"), kStatusOk);
+  Restart();
+  StartAndConnect();
+  EXPECT_THAT(Nodes(), IsEmpty());
+}
+
+TEST_F(Configuration, ChangeThatCannotBeStoredIsNotMade) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  StartAndConnect();
+  ASSERT_EQ(Commit({"/cfg/a", NumberValue(1)}), kStatusOk);
+  fault_arm("configuration_write", kStatusIo, 1, 2);
+  EXPECT_EQ(Commit({"/cfg/a", NumberValue(2)}), kStatusIo);
+  EXPECT_EQ(Commit(Withdraw("/cfg/a")), kStatusIo);
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1"));
+}
+
+TEST_F(Configuration, WriteThatTheDatabaseRefusesIsAnswered) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  ExecuteOn(File(), "DROP TABLE node");
+  StartAndConnect();
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(Commit({"/cfg/a", NumberValue(2)}), kStatusIo);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr("a commit cannot be written: no such table"));
+  EXPECT_THAT(Nodes(), IsEmpty());
+}
+
+struct Unusable {
+  const char* name;
+  void (*make)(const std::string& file);  // of the file of a complete database
+};
+
+class UnusableDatabase : public Configuration, public ::testing::WithParamInterface<Unusable> {};
+
+TEST_P(UnusableDatabase, IsSetAside) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  kvtree::store().node_store.reset();
+  GetParam().make(File());
+  ExpectSetAside();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, UnusableDatabase,
+    ::testing::Values(
+        Unusable{"NotADatabase", [](const std::string& file) { std::ofstream(file) << "the only copy"; }},
+        Unusable{"Truncated",
+                 [](const std::string& file) {
+                   std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+                 }},
+        Unusable{"Damaged",
+                 [](const std::string& file) {
+                   std::fstream octets(file, std::ios::in | std::ios::out | std::ios::binary);
+                   octets.seekp(4096) << std::string(200, '\x55');
+                 }},
+        Unusable{"NewerVersion", [](const std::string& file) { ExecuteOn(file, "PRAGMA user_version = 4"); }},
+        Unusable{"Foreign",
+                 [](const std::string& file) {
+                   std::filesystem::remove(file);
+                   ExecuteOn(file, "CREATE TABLE other(x)");
+                 }}),
+    [](const auto& each) { return each.param.name; });
+
+TEST_F(Configuration, SetAsideFilesAreNeverOverwritten) {
+  Write("first");
+  ASSERT_EQ(Keep(), kStatusOk);
+  kvtree::store().node_store.reset();
+  Write("second");
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_EQ(Read(File() + ".unusable.1"), "first");
+  EXPECT_EQ(Read(File() + ".unusable.2"), "second");
+}
+
+TEST_F(Configuration, MissingDirectoryIsAFailure) {
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(kvtree_keep_configuration(directory.path() + "/nowhere"), kStatusIo);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr("cannot be opened: unable to open database file"));
+  for (const char* point : {"kvtree_keep_configuration", "configuration_open", "configuration_read"}) {
+    fault_arm(point, kStatusAccess);
+    EXPECT_EQ(Keep(), kStatusAccess) << point;
+  }
+  EXPECT_EQ(Keep(), kStatusOk);
+  EXPECT_EQ(Keep(), kStatusExists);
+}
+
+}  // namespace
