@@ -26,11 +26,11 @@
 
 #include "platform/core/base/status.h"
 #include "platform/router/model/address.h"
+#include "platform/router/model/default_vrf.h"
 #include "platform/router/model/route_store.h"
 
 namespace router {
 
-inline constexpr std::string_view kDefaultVrf = "default";
 inline constexpr std::size_t kVrfNameMax = 31;
 inline constexpr std::size_t kInterfaceNameMax = 63;
 inline constexpr std::uint32_t kVrfFlagBig = 0x2;  // a VRF of many routes

@@ -10,17 +10,15 @@
 // Main thread only. mplsL3VpnVrfConfLastChanged (RFC 4382) is the last-changed time.
 #include "mpls/vpn/mib/src/attributes/record_service.h"
 
-#include <cstring>
-
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
-#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/mutex.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/memory.h"
+#include "platform/router/model/default_vrf.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace {
@@ -37,10 +35,10 @@ Status specify_vrf_callback(EventManager* /*evm*/) {
   return vtab_specify_vrf_callback(vrf_cb);
 }
 Status register_vrf_attributes(EventManager* /*evm*/) {
-  return vtab_reg_vrf_attributes("all", 3, 0x87, kDefaultVrfName, 1);
+  return vtab_reg_vrf_attributes("all", 3, 0x87, router::kDefaultVrf.data(), 1);
 }
 Status register_if_attributes(EventManager* /*evm*/) {
-  return vtab_reg_if_attributes("all-if", "all", 3, 1, kDefaultVrfName, 0x221, 0);
+  return vtab_reg_if_attributes("all-if", "all", 3, 1, router::kDefaultVrf.data(), 0x221, 0);
 }
 
 struct RegistrationStep {
@@ -202,7 +200,7 @@ IfChange mpls_vpn_mib_if_change(std::uint32_t first_code, std::uint32_t second_c
 
 Status if_cb(const char* if_name, const char* vrf_name) {
   static constexpr int kRecordNotFound = 1898;
-  if (std::strcmp(vrf_name, kDefaultVrfName) == 0) return kStatusOk;
+  if (vrf_name == router::kDefaultVrf) return kStatusOk;
   mpls_vpn_debug(VTAB, "VTAB: Interface %s Callback, vrf = %s", if_name, vrf_name);
   mpls_vpn_trace(kTraceVtab, kStatusOk, "callback of interface %s", if_name);
   VtabIfRecord* record = nullptr;

@@ -9,22 +9,21 @@
 // it, so the deletion may find a count of 0, which is reported and changes nothing.
 #include "mpls/vpn/mib/src/configuration/protocols.h"
 
-#include <cstring>
 #include <limits>
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/configuration/notify_args.h"
 #include "mpls/vpn/mib/src/interface/database.h"
-#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/mutex.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "platform/router/model/default_vrf.h"
 
 namespace {
 
 // True for what is to be counted at all.
 bool is_counted(const char* vrf_name, std::uint32_t protocol) {
-  if (std::strcmp(vrf_name, kDefaultVrfName) == 0) return false;
+  if (vrf_name == router::kDefaultVrf) return false;
   if (protocol < kMplsVpnProtocols) return true;
   mpls_vpn_report_failure(ERR, kStatusInvalid, "Invalid protocol %u", protocol);
   return false;

@@ -8,7 +8,6 @@
 #include "mpls/vpn/mib/src/interface/entry.h"
 
 #include <cstdlib>
-#include <cstring>
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
@@ -18,6 +17,7 @@
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/trace.h"
+#include "platform/router/model/default_vrf.h"
 #include "platform/router/vtab/vtab.h"
 
 namespace {
@@ -63,7 +63,7 @@ bool is_in_valid_vrf(const IfNode* node) {
 }
 
 const IfNode* find_exact(const char* vrf_name, std::uint32_t if_index) {
-  if (std::strcmp(vrf_name, kDefaultVrfName) == 0) return nullptr;
+  if (vrf_name == router::kDefaultVrf) return nullptr;
   // Deliberate: interfaces of known VRFs are read by "next" only.
   if (vrf_in_database(vrf_name) != nullptr) return nullptr;
   const IfNode* node = mpls_vpn_mib_get_if(true, vrf_name, if_index);

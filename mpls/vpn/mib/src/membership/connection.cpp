@@ -9,12 +9,10 @@
 // VRF and is not a VPN.
 #include "mpls/vpn/mib/src/membership/connection.h"
 
-#include <cstring>
-
 #include "mpls/vpn/mib/src/membership/membership.h"
-#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "platform/router/model/default_vrf.h"
 
 namespace {
 
@@ -66,7 +64,7 @@ const char* event_text(VmapEvent event) {
 }
 
 bool is_for_us(const VmapVrfItem* item) {
-  return std::strcmp(item->vrf_name, kDefaultVrfName) != 0 && (item->flags & kVmapVrfFlagIgnore) == 0;
+  return item->vrf_name != router::kDefaultVrf && (item->flags & kVmapVrfFlagIgnore) == 0;
 }
 
 }  // namespace

@@ -17,15 +17,15 @@
 #include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/traps/info.h"
+#include "platform/router/model/default_vrf.h"
 #include "platform/router/vtab/vtab.h"
 
 namespace {
 
 bool is_configured(const VtabVrfRecord* record) {
-  if (std::strcmp(record->vrf_name, kDefaultVrfName) == 0 || record->vrf_id == 0) return false;
+  if (record->vrf_name == router::kDefaultVrf || record->vrf_id == 0) return false;
   return vrf_in_database(record->vrf_name) != nullptr;
 }
 

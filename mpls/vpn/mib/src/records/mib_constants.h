@@ -6,9 +6,6 @@
 // What the daemon provides in the data store, and the path that its traps have.
 inline constexpr char kMplsVpnPath[] = "/oper/mpls_vpn/gl/";
 
-// The routing context of interfaces in no VRF. It is not a VPN and in no table.
-inline constexpr char kDefaultVrfName[] = "default";
-
 // RFC 2579
 inline constexpr std::int32_t kRowStatusActive = 1;
 inline constexpr std::int32_t kStorageTypeReadOnly = 5;

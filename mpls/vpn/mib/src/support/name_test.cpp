@@ -10,10 +10,8 @@
 #include <vector>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
-#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/wavl/wavl.h"
-#include "platform/router/model/router.h"
 
 namespace {
 
@@ -173,8 +171,4 @@ TEST(TextToOid, NoMemoryIsReported) {
   ObjectIdentifier identifier{};
   EXPECT_EQ(mpls_vpn_text_to_oid("ab", &identifier), 12U);
   EXPECT_EQ(identifier.count, 0U);
-}
-
-TEST(DefaultVrf, IsTheOneOfTheRouterModel) {
-  EXPECT_EQ(router::kDefaultVrf, kDefaultVrfName);
 }

@@ -8,7 +8,6 @@
 #include "mpls/vpn/mib/src/vrf/entry.h"
 
 #include <cstdint>
-#include <cstring>
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/membership/membership.h"
@@ -22,6 +21,7 @@
 #include "mpls/vpn/mib/src/support/trace.h"
 #include "mpls/vpn/mib/src/vrf/counters.h"
 #include "mpls/vpn/mib/src/vrf/database.h"
+#include "platform/router/model/default_vrf.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ constexpr char kVrfFill[] = "fill_vrf_parcel";
 
 // A node can refer to a forward reference between the VRF's deletion and its notification.
 bool is_row(const VrfNode* node) {
-  return node->vrf_rec->vrf_id != 0 && std::strcmp(node->vrf_name, kDefaultVrfName) != 0;
+  return node->vrf_rec->vrf_id != 0 && node->vrf_name != router::kDefaultVrf;
 }
 
 // Null also when the node found is not valid.

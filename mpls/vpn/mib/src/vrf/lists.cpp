@@ -8,11 +8,11 @@
 
 #include "mpls/vpn/mib/src/membership/membership.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
-#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/vrf/list_items.h"
 #include "mpls/vpn/mib/src/vrf/show.h"
+#include "platform/router/model/default_vrf.h"
 #include "platform/router/vtab/vtab.h"
 
 namespace {
@@ -52,7 +52,7 @@ VtabVrfRecord* first_record(const VrfWalk& walk, std::uint32_t form) {
 
 // Whether a VRF is left out; prints why. The datalist traces the first two reasons.
 bool is_ignored(const VrfWalk& walk, const VtabVrfRecord* record) {
-  if (std::strcmp(record->vrf_name, kDefaultVrfName) == 0) {
+  if (record->vrf_name == router::kDefaultVrf) {
     mpls_vpn_debug(PROV, "Ignoring default VRF");
     if (walk.kind.is_datalist) mpls_vpn_trace(kTraceProv, kStatusOk, "Ignoring default VRF");
     return true;

@@ -4,17 +4,15 @@
 // no tables. Main thread.
 #include "mpls/vpn/mib/src/vrf/show.h"
 
-#include <cstring>
-
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/membership/membership.h"
 #include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/provider/xml_filter.h"
-#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "platform/router/model/default_vrf.h"
 
 namespace {
 
@@ -82,7 +80,7 @@ void fill_show_vrf_parcel(mpls_vpn_vrf* show, const VtabVrfRecord* record, std::
   prov_copy_inner_text(&show->VRFDescription, attributes.description, __func__);
   prov_copy_inner_text(&show->RouteDistinguisher, attributes.rd, __func__);
   show->isBigVrf = attributes.is_big_vrf;
-  if (std::strcmp(record->vrf_name, kDefaultVrfName) == 0) {
+  if (record->vrf_name == router::kDefaultVrf) {
     add_default_vrf_ifs(&show->Interfaces);
     return;
   }

@@ -7,15 +7,14 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstring>
 
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/provider/request.h"
-#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/vrf/show.h"
 #include "platform/core/base/memory.h"
+#include "platform/router/model/default_vrf.h"
 
 namespace {
 
@@ -29,7 +28,7 @@ void copy_interface_name(mpls_vpn_interfaces* slot, const char* stored, const ch
 }
 
 bool is_in_default_vrf(const VtabIfRecord* record) {
-  return std::strcmp(record->vrf_name, kDefaultVrfName) == 0;
+  return record->vrf_name == router::kDefaultVrf;
 }
 
 std::uint32_t count_default_vrf_ifs() {
