@@ -84,7 +84,7 @@ Figures of_store(Family family, std::uint32_t count, unsigned walks, bool in_ord
   figures.walk_ns = seconds_since(start) * 1e9 / static_cast<double>(figures.rows);
   store.defer_releases([] {});
   const auto clearing = Clock::now();
-  store.clear(table);
+  store.close(table);
   figures.clear_ms = seconds_since(clearing) * 1e3;
   for (bool more = true; more;) {
     const auto step = Clock::now();

@@ -33,10 +33,6 @@ BgpAsnFormat target_format = BgpAsnFormat::kAsplain;
 constexpr BgpAsnFormat kFormats[] = {BgpAsnFormat::kAsplain, BgpAsnFormat::kAsdot, BgpAsnFormat::kAsdotPlus};
 static_assert(std::size(kFormats) == vrf_config::kAsFormats.size());
 
-std::string format_path() {
-  return vrf_config::as_format({}).path;
-}
-
 // The paths of the route targets whose text differs.
 std::vector<std::string> affected_route_targets(BgpAsnFormat from, BgpAsnFormat to) {
   std::vector<std::string> paths;
@@ -50,26 +46,13 @@ std::vector<std::string> affected_route_targets(BgpAsnFormat from, BgpAsnFormat 
 }  // namespace
 
 BgpAsnFormat configured_format() {
-  const std::string text = effective_text(format_path());
+  const std::string text = effective_text(vrf_config::as_format({}).path);
   if (text.empty()) return BgpAsnFormat::kAsplain;
   const auto& all = vrf_config::kAsFormats;
   const auto found = std::find(all.begin(), all.end(), text);
   if (found != all.end()) return kFormats[found - all.begin()];
   log_warning("bgp_vpn", "\"%s\" is not a format of AS numbers: asplain is used", text.c_str());
   return BgpAsnFormat::kAsplain;
-}
-
-// The replay of what exists is not a change.
-Status ConfiguredFormat::start(EventManager* manager, const std::function<void()>& changed) {
-  const auto is_replaying = std::make_shared<bool>(true);
-  const auto take = [is_replaying, changed](const KvNotification* notification) {
-    const std::string path =
-        std::string(vrf_config::kBgpCommonScope).append(kvtree_notify_path(notification));
-    if (!*is_replaying && path == format_path()) changed();
-  };
-  const Status status = nodes_.follow(vrf_config::kBgpCommonScope, manager, take);
-  *is_replaying = false;
-  return status;
 }
 
 BgpAsnFormat route_target_format() {

@@ -9,23 +9,11 @@
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
-#include "platform/store/server/followed_nodes.h"
 
 namespace bgp_vpn {
 
 // The configured format; asplain when there is none.
 BgpAsnFormat configured_format();
-
-// Reports changes of configured_format().
-class ConfiguredFormat {
- public:
-  // `changed` is called on the manager's loop. On a failure of the data store nothing is followed.
-  [[nodiscard]] Status start(EventManager* manager, const std::function<void()>& changed);
-  void stop() { nodes_.stop(); }
-
- private:
-  FollowedNodes nodes_;
-};
 
 // The text of a target or distinguisher.
 std::string format_target(const vrf_config::Target& target, BgpAsnFormat format);

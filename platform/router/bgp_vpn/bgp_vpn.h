@@ -21,19 +21,16 @@ void bgp_vpn_attach(router::Router* model);
 // that differ only in type have different texts: "65000:100" has two octets, "0.65000:100" has four. Here
 // asdot+ differs from asdot only by its name.
 enum class BgpAsnFormat : std::uint32_t { kAsplain = 0, kAsdot = 1, kAsdotPlus = 2 };
-// Sets the format; a later change of the configured format overrides it. Without a subscriber it takes effect
-// at once, else on the manager's loop: every effective route target whose text changes is notified to its
-// subscribers there as deleted, in the old format, and set, in the new one; then the RD callback gets the new
-// text of every RD whose text changes. When the route targets cannot be notified, the format is unchanged and
-// the failure is logged.
-void bgp_util_asn_format_set(BgpAsnFormat format);
-// The effective format.
+// The effective format; asplain while none is followed.
 BgpAsnFormat bgp_util_asn_format_get();
 // Follows the configured AS number format (vrf_config::as_format) on this manager: asplain when none is
 // configured or when the text is invalid, which is logged. A format that is already configured is effective
-// on return and not notified, so call this before subscribing to route targets. kStatusInvalid for null,
-// kStatusExists when already followed; on a failure of the data store the format is unchanged and not
-// followed. Fault point "bgp_util_asn_format_init_notify".
+// on return and not notified, so call this before subscribing to route targets. A change takes effect on the
+// manager's loop: every effective route target whose text changes is notified to its subscribers there as
+// deleted, in the old format, and set, in the new one; then the RD callback gets the new text of every RD
+// whose text changes. When the route targets cannot be notified, the format is unchanged and the failure is
+// logged. kStatusInvalid for null, kStatusExists when already followed; on a failure of the data store the
+// format is not followed. Fault point "bgp_util_asn_format_init_notify".
 [[nodiscard]] Status bgp_util_asn_format_init_notify(EventManager* manager);
 // A route distinguisher with its AS number in the format. An RD with an IPv4 address, and a text that is not
 // an RD, is returned unchanged.
@@ -50,8 +47,8 @@ std::string bgp_util_format_rd(std::string_view rd, BgpAsnFormat format);
 // is a callback; the data store's failures. Fault point "bgp_vpn_rd_register_cb".
 using BgpVpnRdCallback = void (*)(std::uint32_t set, const char* vrf_name, const char* rd);
 [[nodiscard]] Status bgp_vpn_rd_register_cb(EventManager* manager, BgpVpnRdCallback callback);
-// Removes the callback, drops its pending reports and stops following the format; a pending change of the
-// format takes effect. For tests that start the daemon again.
+// Removes the callback, drops its pending reports and stops following the format. For tests that start the
+// daemon again.
 void bgp_vpn_rd_unregister_cb();
 
 // The route target of a configuration path, as terminated text of less than `size` octets in the effective

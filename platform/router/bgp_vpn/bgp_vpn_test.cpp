@@ -50,9 +50,11 @@ TEST_F(BgpVpn, ExistingRdsAreReportedBeforeTheRegistrationReturns) {
   AddVrf("red", "65000:1");
   AddVrf("none", "");
   AddVrf("blue", "4200000000:1");
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  SetFormat("asdot");
+  FollowFormat();
   ASSERT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusOk);
   EXPECT_THAT(reported(), UnorderedElementsAre("set red 65000:1", "set blue 64086.59904:1"));
+  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusExists);
 }
 
 TEST_F(BgpVpn, RdOfACreatedVrfIsReportedOnTheLoop) {
@@ -81,41 +83,9 @@ TEST_F(BgpVpn, OtherChangesAreNotReported) {
   EXPECT_THAT(reported(), ElementsAre());
 }
 
-TEST_F(BgpVpn, EndedRegistrationGetsNoMoreReports) {
-  AddVrf("red", "65000:1");
-  Register();
-  ChangeRd("red", "65000:2");
-  bgp_vpn_rd_unregister_cb();
-  Register();
-  Run();
-  EXPECT_THAT(reported(), ElementsAre()) << "posted for the registration that ended";
-  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusExists);
-}
-
-TEST_F(BgpVpn, FormatChangesTakeEffectOnTheLoopAndAreReported) {
-  AddVrf("red", "4200000000:30");
-  AddVrf("blue", "65000:1");
-  Register();
-  ASSERT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusOk);
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
-  EXPECT_EQ(Rd("red"), "4200000000:30") << "before the loop ran";
-  Run();
-  EXPECT_EQ(Rd("red"), "64086.59904:30");
-  EXPECT_EQ(Rd("blue"), "65000:1");
-  Run();
-  EXPECT_THAT(reported(), ElementsAre("set red 64086.59904:30"));
-}
-
-TEST_F(BgpVpn, FormatWithoutNotificationsTakesEffectAtOnce) {
-  AddVrf("red", "4200000000:30");
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdotPlus);
-  EXPECT_EQ(Rd("red"), "64086.59904:30");
-}
-
 TEST_F(BgpVpn, WithoutAModelNothingIsAvailable) {
   bgp_vpn_attach(nullptr);
   EXPECT_EQ(Rd("red"), err_text(kStatusUnavailable));
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
 }
 
 TEST_F(BgpVpn, NullArgumentsAreInvalid) {

@@ -66,7 +66,6 @@ class ConfiguredFormat : public RdTest {
  protected:
   ConfiguredFormat() { table() = {}; }
   static TargetTable& table() { return TargetTable::instance(); }
-  void Follow() const { ASSERT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusOk); }
   void Subscribe() {
     ASSERT_EQ(kvtree_bind(&connection_, "/cfg/gl/vmap/", kKvBindConfiguration), kStatusOk);
     ASSERT_EQ(kvtree_register_notification(connection_, "", kKvEventCreated | kKvEventSet | kKvEventDeleted,
@@ -80,10 +79,6 @@ class ConfiguredFormat : public RdTest {
   void Commit(const std::vector<KvConfigChange>& changes, std::string_view owner = kConfigOwnerCli) const {
     Post(changes, owner);
     Run();
-  }
-  static KvConfigChange Format(std::string_view format) {
-    const KvConfigNode node = vrf_config::as_format(format);
-    return {node.path, node.value};
   }
   static KvConfigChange NoFormat() { return {vrf_config::as_format({}).path, std::nullopt}; }
   static KvConfigChange Target(const std::string& text, const std::string& vrf = "red") {
@@ -102,21 +97,15 @@ class ConfiguredFormat : public RdTest {
 TEST_F(ConfiguredFormat, IsEffectiveWhenFollowingStarts) {
   Post({Format("asdot")});
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
-  Follow();
+  FollowFormat();
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsdot);
   Post({Target("4200000000:30")});
   Subscribe();
   EXPECT_THAT(Rows(), ElementsAre("red 64086.59904:30"));
 }
 
-TEST_F(ConfiguredFormat, DefaultsToAsplain) {
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
-  Follow();
-  EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
-}
-
 TEST_F(ConfiguredFormat, ChangeReportsRouteTargetsAsDeletedInTheOldAndSetInTheNewFormat) {
-  Follow();
+  FollowFormat();
   Subscribe();
   Commit({Target("4200000000:30"), Target("65536:1", "blue")});
   TakeTargetReports();
@@ -129,7 +118,7 @@ TEST_F(ConfiguredFormat, ChangeReportsRouteTargetsAsDeletedInTheOldAndSetInTheNe
 }
 
 TEST_F(ConfiguredFormat, RouteTargetsWithTheSameTextAreNotReported) {
-  Follow();
+  FollowFormat();
   Subscribe();
   Commit({Target("65000:100"), Target("0.65000:100"), Target("10.0.0.1:5"), Target("65535:4294967295")});
   TakeTargetReports();
@@ -142,7 +131,7 @@ TEST_F(ConfiguredFormat, RouteTargetsWithTheSameTextAreNotReported) {
 }
 
 TEST_F(ConfiguredFormat, OneRouteTargetAtMostIsMissingMeanwhile) {
-  Follow();
+  FollowFormat();
   Subscribe();
   std::vector<KvConfigChange> targets;
   for (int n = 0; n < 1000; ++n) targets.push_back(Target("4200000000:" + std::to_string(n)));
@@ -156,7 +145,7 @@ TEST_F(ConfiguredFormat, OneRouteTargetAtMostIsMissingMeanwhile) {
 
 // Each of these changes the tree at once and is delivered after the change of the format.
 TEST_F(ConfiguredFormat, ChangesMeanwhileAreReportedOnce) {
-  Follow();
+  FollowFormat();
   Subscribe();
   Commit({Target("65536:1"), Target("65536:2"), Target("65536:3")});
   Post({Target("65536:4"), Format("asdot"), Target("65536:5"), NoTarget("65536:1")});
@@ -169,8 +158,8 @@ TEST_F(ConfiguredFormat, ChangesMeanwhileAreReportedOnce) {
   EXPECT_EQ(table().misses, 0U);
 }
 
-TEST_F(ConfiguredFormat, PendingChangesAreAppliedInOrder) {
-  Follow();
+TEST_F(ConfiguredFormat, ChangeTakesEffectAfterTheRouteTargetsAreReported) {
+  FollowFormat();
   Subscribe();
   Commit({Target("65536:1")});
   Post({Format("asdot")});
@@ -178,13 +167,8 @@ TEST_F(ConfiguredFormat, PendingChangesAreAppliedInOrder) {
   ASSERT_EQ(event_wait_for(&context, 0), 0);
   event_dispatch(&context);  // the notification, which posts further events
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
-  bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
-  Post({Target("65536:2")});
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
   Run();
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsdot);
-  EXPECT_THAT(Rows(), ElementsAre("red 1.0:1", "red 1.0:2"));
-  EXPECT_EQ(table().misses, 0U);
 }
 
 TEST_F(ConfiguredFormat, RdsAreReportedInTheNewFormat) {
@@ -193,7 +177,7 @@ TEST_F(ConfiguredFormat, RdsAreReportedInTheNewFormat) {
   const KvConfigNode small =
       vrf_config::route_distinguisher("blue", Family::kIpv4, vrf_config::parse_target("0.65000:1").value());
   Post({{rd.path, rd.value}, {small.path, small.value}});
-  Follow();
+  FollowFormat();
   Register();
   Commit({Format("asdot")});
   EXPECT_THAT(TakeReported(), ElementsAre("set red 64086.59904:1"));
@@ -202,7 +186,7 @@ TEST_F(ConfiguredFormat, RdsAreReportedInTheNewFormat) {
 }
 
 TEST_F(ConfiguredFormat, FormatOfALowerOwnerTakesEffectWhenTheHigherReleasesIts) {
-  Follow();
+  FollowFormat();
   Commit({Format("asdot")}, kConfigOwnerFile);
   Commit({Format("asplain")});
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
@@ -211,7 +195,7 @@ TEST_F(ConfiguredFormat, FormatOfALowerOwnerTakesEffectWhenTheHigherReleasesIts)
 }
 
 TEST_F(ConfiguredFormat, OtherTextsAreAsplainAndLogged) {
-  Follow();
+  FollowFormat();
   Commit({Format("asdot")});
   ::testing::internal::CaptureStderr();
   Commit({Format("dotted")});
@@ -224,7 +208,7 @@ TEST_F(ConfiguredFormat, OtherTextsAreAsplainAndLogged) {
 }
 
 TEST_F(ConfiguredFormat, OtherItemsAreIgnored) {
-  Follow();
+  FollowFormat();
   KvValue text;
   text.type = KvValueType::kText;
   text.text = "asdot";
@@ -233,7 +217,7 @@ TEST_F(ConfiguredFormat, OtherItemsAreIgnored) {
 }
 
 TEST_F(ConfiguredFormat, IsUnchangedWhenTheRouteTargetsCannotBeReported) {
-  Follow();
+  FollowFormat();
   Subscribe();
   Commit({Target("65536:1")});
   fault_arm("kvtree_config_replay_each", kStatusNoMemory);
@@ -248,22 +232,20 @@ TEST_F(ConfiguredFormat, IsUnchangedWhenTheRouteTargetsCannotBeReported) {
 }
 
 TEST_F(ConfiguredFormat, StoppedFollowingIgnoresChanges) {
-  Follow();
+  FollowFormat();
   Subscribe();
   Commit({Target("65536:1")});
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  Post({Format("asdot")});
   bgp_vpn_rd_unregister_cb();
-  EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsdot) << "what was waiting";
-  bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
-  Commit({Format("asdot")});
+  Run();
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
   EXPECT_THAT(Rows(), ElementsAre("red 65536:1"));
-  Follow();
+  FollowFormat();
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsdot);
 }
 
 TEST_F(ConfiguredFormat, IsFollowedOnce) {
-  Follow();
+  FollowFormat();
   EXPECT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusExists);
   Commit({Format("asdot")});
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsdot);
@@ -278,18 +260,8 @@ TEST_F(ConfiguredFormat, FailedSubscriptionFollowsNothing) {
   }
   Commit({Format("asdot+")});
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
-  Follow();
+  FollowFormat();
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsdotPlus);
-}
-
-TEST_F(ConfiguredFormat, FailedEndOfTheSubscriptionIsLogged) {
-  Follow();
-  fault_arm("kvtree_unbind", kStatusIo);
-  ::testing::internal::CaptureStderr();
-  bgp_vpn_rd_unregister_cb();
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("/cfg/gl/bgp-common/ is still followed"));
-  Commit({Format("asdot")});
-  EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
 }
 
 }  // namespace

@@ -72,7 +72,8 @@ TEST_F(ConfiguredRd, OfAnOddNameIsFound) {
 
 TEST_F(ConfiguredRd, IsShownInTheEffectiveFormat) {
   Configure("red", "4200000000:30");
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  SetFormat("asdot");
+  FollowFormat();
   EXPECT_EQ(Rd("red"), "64086.59904:30");
 }
 
@@ -172,20 +173,11 @@ TEST_F(ConfiguredRd, FormatChangeIsReportedOnceForEveryVrf) {
   AddVrf("red", "4200000000:2");
   Configure("red", "4200000000:3");
   Configure("named", "4200000000:4");
+  FollowFormat();
   Register();
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  SetFormat("asdot");
   EXPECT_THAT(TakeReported(),
               ElementsAre("set blue 64086.59904:1", "set named 64086.59904:4", "set red 64086.59904:3"));
-}
-
-TEST_F(ConfiguredRd, EndedRegistrationGetsNoMoreReports) {
-  Register();
-  Configure("red", "65000:2");
-  bgp_vpn_rd_unregister_cb();
-  EXPECT_THAT(TakeReported(), IsEmpty());
-  Register();
-  Configure("red", "65000:3");
-  EXPECT_THAT(TakeReported(), ElementsAre("set red 65000:3"));
 }
 
 TEST_F(ConfiguredRd, FailedSubscriptionLeavesNoCallback) {
@@ -196,16 +188,6 @@ TEST_F(ConfiguredRd, FailedSubscriptionLeavesNoCallback) {
   Configure("red", "65000:2");
   EXPECT_THAT(TakeReported(), IsEmpty());
   Register();
-}
-
-TEST_F(ConfiguredRd, FailedEndOfTheSubscriptionIsLogged) {
-  Register();
-  fault_arm("kvtree_unbind", kStatusIo);
-  ::testing::internal::CaptureStderr();
-  bgp_vpn_rd_unregister_cb();
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("/cfg/gl/vmap/ is still followed"));
-  Configure("red", "65000:2");
-  EXPECT_THAT(TakeReported(), IsEmpty());
 }
 
 }  // namespace

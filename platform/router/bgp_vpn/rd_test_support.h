@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/config/owners.h"
+#include "platform/config/vrf_config.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
@@ -29,7 +30,6 @@ class RdTest : public ::testing::Test {
   ~RdTest() override {
     fault_disarm_all();
     bgp_vpn_rd_unregister_cb();
-    bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
     bgp_vpn_attach(nullptr);
     feed::drop(&other_receiver_);
     kvtree_reset();
@@ -47,6 +47,14 @@ class RdTest : public ::testing::Test {
     for (int count = 0; count < 100; ++count) {
       feed::append(router_.changes(), feed::Phase::kRecord, &other_receiver_, [] {});
     }
+  }
+  void FollowFormat() const { ASSERT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusOk); }
+  static KvConfigChange Format(std::string_view format) {
+    const KvConfigNode node = vrf_config::as_format(format);
+    return {node.path, node.value};
+  }
+  static void SetFormat(std::string_view format) {
+    ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {Format(format)}, ""), kStatusOk);
   }
   void ChangeRd(const std::string& name, const std::string& rd) {
     router::ChangeVrf(&router_, name, &router::Vrf::rd, rd);

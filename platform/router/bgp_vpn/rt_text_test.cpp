@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/core/base/fault.h"
+#include "platform/router/bgp_vpn/asn_format.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
 
 namespace {
@@ -25,7 +26,7 @@ class RouteTargetText : public testing::Test {
  protected:
   ~RouteTargetText() override {
     fault_disarm_all();
-    bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
+    bgp_vpn::set_route_target_format(BgpAsnFormat::kAsplain);
   }
 
   // The route target's text, or the error's.
@@ -85,7 +86,7 @@ TEST_F(RouteTargetText, SmallAsNumberInFourOctetsDiffersFromOneInTwo) {
 
 TEST_F(RouteTargetText, SmallAsNumbersReadTheSameInEveryFormat) {
   for (const BgpAsnFormat format : {BgpAsnFormat::kAsplain, BgpAsnFormat::kAsdot, BgpAsnFormat::kAsdotPlus}) {
-    bgp_util_asn_format_set(format);
+    bgp_vpn::set_route_target_format(format);
     EXPECT_EQ(Extract({0, 0, 65000, 100, nullptr, {}}), "65000:100");
     EXPECT_EQ(Extract({2, 0, 65000, 100, nullptr, {}}), "0.65000:100");
     EXPECT_EQ(Extract({0, 0, 65535, 4294967295, nullptr, {}}), "65535:4294967295");
@@ -93,11 +94,11 @@ TEST_F(RouteTargetText, SmallAsNumbersReadTheSameInEveryFormat) {
 }
 
 TEST_F(RouteTargetText, AsNumbersAreWrittenInTheFormat) {
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdot);
+  bgp_vpn::set_route_target_format(BgpAsnFormat::kAsdot);
   EXPECT_EQ(Extract({2, 64086, 59904, 30, nullptr, {}}), "64086.59904:30");
   EXPECT_EQ(Extract({2, 1, 0, 30, nullptr, {}}), "1.0:30");
   EXPECT_EQ(Extract({1, {}, {}, {}, "10.0.0.1", 5}), "10.0.0.1:5");
-  bgp_util_asn_format_set(BgpAsnFormat::kAsdotPlus);
+  bgp_vpn::set_route_target_format(BgpAsnFormat::kAsdotPlus);
   EXPECT_EQ(Extract({2, 64086, 59904, 30, nullptr, {}}), "64086.59904:30");
 }
 

@@ -20,6 +20,7 @@
 #include "platform/router/bgp_vpn/asn_format.h"
 #include "platform/router/bgp_vpn/configured_rd.h"
 #include "platform/router/feed/feed.h"
+#include "platform/store/server/followed_nodes.h"
 
 namespace {
 
@@ -30,28 +31,27 @@ class Library : public router::Observer {
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
   std::string model_rd(const std::string& vrf) const;
   Status follow(EventManager* manager, BgpVpnRdCallback wanted);
-  void want_format(BgpAsnFormat wanted);
   Status follow_format(EventManager* manager);
   void end_notifications();
-  void report_change(const std::string& vrf, const std::string& rd) const;
 
   router::Router* model = nullptr;
   BgpAsnFormat format = BgpAsnFormat::kAsplain;  // effective
   BgpVpnRdCallback callback = nullptr;
-  std::uint64_t generation = 0;
 
  private:
   std::map<std::string, std::string> all_rds() const;
   void configuration_changed(const std::string& vrf, const std::string& before);
   void append_change(const std::string& vrf, const std::string& rd);
+  void report_change(const std::string& vrf, const std::string& rd) const;
   void report(const std::string& vrf, const std::string& text) const;
-  Status post_format(BgpAsnFormat wanted);
+  void format_configured();
   void change_format(BgpAsnFormat next);
 
   BgpAsnFormat wanted_format_ = BgpAsnFormat::kAsplain;  // effective after everything posted so far
   feed::Receiver receiver_;                              // of the callback
-  EventManager* format_manager_ = nullptr;
-  bgp_vpn::ConfiguredFormat configured_format_;
+  EventManager* format_manager_ = nullptr;               // null: the format is not followed
+  std::uint64_t generation_ = 0;
+  FollowedNodes format_node_;
   bgp_vpn::ConfiguredRds configured_;
 };
 
@@ -125,38 +125,35 @@ void Library::change_format(BgpAsnFormat next) {
 }
 
 // Pending changes are applied in order, so each one starts from the format of the one before.
-void Library::want_format(BgpAsnFormat wanted) {
+void Library::format_configured() {
+  const BgpAsnFormat wanted = bgp_vpn::configured_format();
   if (wanted == wanted_format_) return;
-  if (format_manager_ != nullptr) {
-    if (const Status status = post_format(wanted)) {
-      log_error("bgp_vpn", "the format of AS numbers stays as it was: %s", err_text(status));
-      return;
-    }
-  }
-  wanted_format_ = wanted;
-  if (format_manager_ == nullptr) change_format(wanted);
-}
-
-Status Library::post_format(BgpAsnFormat wanted) {
-  const auto use_for_targets = [this, posted = generation](BgpAsnFormat used) {
-    if (posted == generation) bgp_vpn::set_route_target_format(used);
+  const auto use_for_targets = [this, posted = generation_](BgpAsnFormat used) {
+    if (posted == generation_) bgp_vpn::set_route_target_format(used);
   };
   if (const Status status =
-          bgp_vpn::replay_route_targets(format_manager_, wanted_format_, wanted, use_for_targets))
-    return status;
-  event_post(format_manager_, [this, wanted, posted = generation] {
-    if (posted == generation) change_format(wanted);
+          bgp_vpn::replay_route_targets(format_manager_, wanted_format_, wanted, use_for_targets)) {
+    log_error("bgp_vpn", "the format of AS numbers stays as it was: %s", err_text(status));
+    return;
+  }
+  wanted_format_ = wanted;
+  event_post(format_manager_, [this, wanted, posted = generation_] {
+    if (posted == generation_) change_format(wanted);
   });
-  return kStatusOk;
 }
 
+// The replay of what exists is not a change.
 Status Library::follow_format(EventManager* manager) {
   if (format_manager_ != nullptr) return kStatusExists;
-  const Status status =
-      configured_format_.start(manager, [this] { want_format(bgp_vpn::configured_format()); });
-  if (status != kStatusOk) return status;
-  want_format(bgp_vpn::configured_format());
+  const auto take = [this](const KvNotification* notification) {
+    const std::string path =
+        std::string(vrf_config::kBgpCommonScope).append(kvtree_notify_path(notification));
+    if (format_manager_ != nullptr && path == vrf_config::as_format({}).path) format_configured();
+  };
+  if (const Status status = format_node_.follow(vrf_config::kBgpCommonScope, manager, take)) return status;
   format_manager_ = manager;
+  wanted_format_ = bgp_vpn::configured_format();
+  change_format(wanted_format_);
   return kStatusOk;
 }
 
@@ -173,11 +170,12 @@ Status Library::follow(EventManager* manager, BgpVpnRdCallback wanted) {
 
 void Library::end_notifications() {
   configured_.stop();
-  configured_format_.stop();
+  format_node_.stop();
   callback = nullptr;
   feed::drop(&receiver_);
   format_manager_ = nullptr;
-  ++generation;
+  ++generation_;
+  wanted_format_ = BgpAsnFormat::kAsplain;
   change_format(wanted_format_);
 }
 
@@ -185,10 +183,6 @@ void Library::end_notifications() {
 
 void bgp_vpn_attach(router::Router* model) {
   library().attach(model);
-}
-
-void bgp_util_asn_format_set(BgpAsnFormat format) {
-  library().want_format(format);
 }
 
 BgpAsnFormat bgp_util_asn_format_get() {

@@ -101,8 +101,6 @@ class RouteStore {
   [[nodiscard]] Status offer(RouteTableId table, const Route& route, RouteChange* change = nullptr);
   // kStatusNoSuchRow when there is no such table or row. Fault point "route_store_erase".
   [[nodiscard]] Status erase(RouteTableId table, const RouteKey& key);
-  // Removes all rows; the table remains open.
-  void clear(RouteTableId table);
 
   // Re-reads a whole table: begin_refresh(), put() or offer() every current route, then end_refresh() until
   // it returns false. Rows that were not put since begin_refresh() are removed; the others retain their age.
@@ -123,7 +121,7 @@ class RouteStore {
   std::size_t total() const;                    // over all tables
   bool is_open(RouteTableId table) const;
 
-  // Closing or clearing a table removes its rows for every reader at once; freeing the memory of a million
+  // Closing a table removes its rows for every reader at once; freeing the memory of a million
   // rows takes a tenth of a second. With a hook, the store calls the hook and the owner of the event loop
   // frees the rows by calling release_some() (at most `rows` rows, > 0) until it returns false. Without a
   // hook (null) the store frees them at once.

@@ -58,6 +58,10 @@ class RouteStoreRows : public ::testing::Test {
     return erased;
   }
   void Wait(std::uint64_t seconds) { clock_.advance(seconds * kNanosecondsPerSecond); }
+  void Reopen(RouteTableId table) {
+    store_.close(table);
+    store_.open(table);
+  }
   std::vector<RouteTableId> TakeChanged() {
     std::vector<RouteTableId> tables;
     store_.take_changed([&](RouteTableId table) { tables.push_back(table); });
@@ -243,17 +247,6 @@ TEST_F(RouteStoreRows, EraseRemovesOneRow) {
   EXPECT_EQ(store_.erase(kRed, MakeKey("10.0.0.0/8", "192.0.2.1")), kStatusOk);
   EXPECT_EQ(store_.erase(kRed, MakeKey("10.0.0.0/8", "192.0.2.1")), kStatusNoSuchRow);
   EXPECT_THAT(Walk(store_, kRed), ElementsAre("10.0.0.0/8 via 192.0.2.2"));
-}
-
-TEST_F(RouteStoreRows, ClearEmptiesOneTable) {
-  Put("10.0.0.0/8");
-  Put(kBlue, MakeRoute("10.0.0.0/8"));
-  store_.clear(kRed);
-  EXPECT_EQ(store_.count(kRed), 0U);
-  EXPECT_TRUE(store_.is_open(kRed));
-  EXPECT_EQ(store_.count(kBlue), 1U);
-  store_.clear({Family::kIpv4, 99});
-  EXPECT_EQ(store_.total(), 1U);
 }
 
 TEST_F(RouteStoreRows, CountsFollowTheRows) {
@@ -485,17 +478,11 @@ TEST_F(RouteStoreRows, EveryKindOfChangeMarksItsTable) {
   TakeChanged();
   EXPECT_EQ(store_.erase(kRed, MakeKey("10.0.0.0/8")), kStatusOk);
   EXPECT_THAT(TakeChanged(), ElementsAre(kRed));
-  store_.clear(kRed);  // empty already
-  EXPECT_THAT(TakeChanged(), IsEmpty());
   Put("10.0.0.0/8");
   TakeChanged();
   store_.begin_refresh(kRed);
   EXPECT_THAT(TakeChanged(), IsEmpty());
   EndRefresh();
-  EXPECT_THAT(TakeChanged(), ElementsAre(kRed));
-  Put("10.0.0.0/8");
-  TakeChanged();
-  store_.clear(kRed);
   EXPECT_THAT(TakeChanged(), ElementsAre(kRed));
 }
 
@@ -505,7 +492,7 @@ TEST_F(RouteStoreRows, DroppedRowsAreRemovedAtOnceAndFreedInSteps) {
   int calls = 0;
   store_.defer_releases([&] { ++calls; });
   for (unsigned octet = 1; octet <= 10; ++octet) Put(std::to_string(octet) + ".0.0.0/8");
-  store_.clear(kRed);
+  Reopen(kRed);
   store_.close(kBlue);
   EXPECT_EQ(store_.count(kRed), 0U);
   EXPECT_EQ(calls, 1) << "called once while rows are pending";
@@ -514,7 +501,7 @@ TEST_F(RouteStoreRows, DroppedRowsAreRemovedAtOnceAndFreedInSteps) {
   while (store_.release_some(3)) ++steps;
   EXPECT_EQ(steps, 5);  // ten rows in four steps, and an empty table
   EXPECT_EQ(store_.count(kRed), 1U);
-  store_.clear(kRed);
+  Reopen(kRed);
   EXPECT_EQ(calls, 2);
 }
 
@@ -523,7 +510,7 @@ TEST_F(RouteStoreRows, FreedRowsReleaseTheirLabels) {
   Route labelled = MakeRoute("10.0.0.0/8", "192.0.2.1");
   labelled.labels = {100};
   Put(kRed, labelled);
-  store_.clear(kRed);
+  Reopen(kRed);
   labelled.key = MakeKey("11.0.0.0/8", "192.0.2.1");
   Put(kRed, labelled);  // shares the labels with the pending row
   EXPECT_FALSE(store_.release_some(100));
@@ -532,11 +519,11 @@ TEST_F(RouteStoreRows, FreedRowsReleaseTheirLabels) {
 
 TEST_F(RouteStoreRows, RowsAreFreedAtOnceWithoutAHook) {
   Put("10.0.0.0/8");
-  store_.clear(kRed);
+  Reopen(kRed);
   EXPECT_FALSE(store_.release_some(100));
   store_.defer_releases([] {});
   Put("10.0.0.0/8");
-  store_.clear(kRed);
+  Reopen(kRed);
   store_.defer_releases(nullptr);
   EXPECT_FALSE(store_.release_some(100));
 }

@@ -76,13 +76,6 @@ Status RouteStore::erase(RouteTableId table, const RouteKey& key) {
   return kStatusOk;
 }
 
-void RouteStore::clear(RouteTableId table) {
-  State::OpenTable* found = state_->find(table);
-  if (found == nullptr || found->rows->count() == 0) return;
-  state_->release(std::exchange(found->rows, make_route_table(table.family, &state_->sets)));
-  state_->changed.insert(table);
-}
-
 void RouteStore::begin_refresh(RouteTableId table) {
   if (State::OpenTable* found = state_->find(table)) found->rows->begin_refresh();
 }

@@ -173,12 +173,5 @@ TEST_F(ConfiguredThresholds, FailedAttachingLeavesNothingAttached) {
   Attach();
 }
 
-TEST_F(ConfiguredThresholds, FailedUnbindingIsLogged) {
-  testing::internal::CaptureStderr();
-  const ScopedFault fault("kvtree_unbind", kStatusIo);
-  rib_threshold_detach();
-  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("/cfg/gl/vmap/ is still followed: "));
-}
-
 }  // namespace
 }  // namespace rib_threshold

@@ -160,13 +160,6 @@ TEST_F(WatchedTables, SharedTableIsWatchedForTheNextVrfWhenTheFirstIsDeleted) {
                                        "red.ipv4.unicast exceeds maximum 10: 5/4"));
 }
 
-TEST_F(WatchedTables, ClearedStoreIsBelow) {
-  Exceed();
-  router_.routes().clear({router::Family::kIpv4, 10});
-  router_.flush_route_changes();
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 0/4"));
-}
-
 TEST_F(WatchedTables, NamesOfAnyOctetsAreKeys) {
   AddVrf("a/b %", 30);
   Configure("a/b %", 1, 0);

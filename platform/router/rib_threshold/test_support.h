@@ -31,7 +31,7 @@ class RibThresholdTest : public router::RouterTest {
  protected:
   RibThresholdTest() {
     kvtree_reset();
-    reported().clear();
+    lines<kReported>().clear();
     manager_ = event_manager_create("/dev/test/main", 0);
   }
   ~RibThresholdTest() override {
@@ -41,11 +41,10 @@ class RibThresholdTest : public router::RouterTest {
     event_manager_destroy(manager_);
   }
   void Attach() { ASSERT_EQ(rib_threshold_attach(&router_, manager_), kStatusOk); }
-  void Subscribe() { Register(note_reported); }
   // Attached, with a subscriber.
   void Start() {
     Attach();
-    Subscribe();
+    Register(note<kReported>);
   }
 
   // Both tables have the number, unless another is given for IPv6.
@@ -98,31 +97,33 @@ class RibThresholdTest : public router::RouterTest {
     return ReportedSoFar();
   }
   // The same without running the event loop.
-  std::vector<std::string> ReportedSoFar() { return std::exchange(reported(), {}); }
+  std::vector<std::string> ReportedSoFar() { return std::exchange(lines<kReported>(), {}); }
   std::vector<std::string> Published() {
-    published().clear();
-    KvConnection* connection = Register(note_published);
+    KvConnection* connection = Register(note<kPublished>);
     EXPECT_EQ(kvtree_unbind(connection), kStatusOk);
-    return published();
+    return std::exchange(lines<kPublished>(), {});
   }
 
   TestRunDirectory directory_;
   EventManager* manager_ = nullptr;
 
  private:
-  static std::vector<std::string>& reported() {
+  // Two sets of lines, each with its subscriber.
+  enum Subscriber { kReported, kPublished };
+  template <Subscriber kWhose>
+  static std::vector<std::string>& lines() {
     static std::vector<std::string> lines;
     return lines;
   }
-  static std::vector<std::string>& published() {
-    static std::vector<std::string> lines;
-    return lines;
-  }
-  static void note_reported(const KvNotification* notification) {
-    kvtree_match_notify(notification, &kReportedTable);
-  }
-  static void note_published(const KvNotification* notification) {
-    kvtree_match_notify(notification, &kPublishedTable);
+  template <Subscriber kWhose>
+  static void note(const KvNotification* notification) {
+    const auto note_line = [](const KvNotifyInfo* info, const RequestArgs* args) {
+      lines<kWhose>().push_back(LineOf(*info, *args));
+    };
+    static const KvRoute routes[] = {{"<s>/mid-thresh-exc", {0, note_line, nullptr, nullptr, nullptr}},
+                                     {"<s>/max-thresh-exc", {0, note_line, nullptr, nullptr, nullptr}}};
+    static const KvRoutingTable table{routes, std::size(routes)};
+    kvtree_match_notify(notification, &table);
   }
   static std::string LineOf(const KvNotifyInfo& info, const RequestArgs& args) {
     const std::vector<std::uint8_t>& octets = info.value->record;
@@ -141,20 +142,6 @@ class RibThresholdTest : public router::RouterTest {
   static std::string Numbers(std::uint32_t table, std::uint32_t routes, std::uint32_t threshold) {
     return std::to_string(table) + ": " + std::to_string(routes) + "/" + std::to_string(threshold);
   }
-  static void report(const KvNotifyInfo* info, const RequestArgs* args) {
-    reported().push_back(LineOf(*info, *args));
-  }
-  static void find(const KvNotifyInfo* info, const RequestArgs* args) {
-    published().push_back(LineOf(*info, *args));
-  }
-  static inline const KvRoute kReportedRoutes[] = {
-      {"<s>/mid-thresh-exc", {0, report, nullptr, nullptr, nullptr}},
-      {"<s>/max-thresh-exc", {0, report, nullptr, nullptr, nullptr}}};
-  static inline const KvRoutingTable kReportedTable{kReportedRoutes, std::size(kReportedRoutes)};
-  static inline const KvRoute kPublishedRoutes[] = {
-      {"<s>/mid-thresh-exc", {0, find, nullptr, nullptr, nullptr}},
-      {"<s>/max-thresh-exc", {0, find, nullptr, nullptr, nullptr}}};
-  static inline const KvRoutingTable kPublishedTable{kPublishedRoutes, std::size(kPublishedRoutes)};
 
   KvConnection* Register(KvNotificationEntry entry) {
     KvConnection* connection = nullptr;

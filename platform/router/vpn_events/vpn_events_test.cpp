@@ -57,7 +57,7 @@ class VpnEvents : public ::testing::Test {
   ~VpnEvents() override {
     fault_disarm_all();
     vpn_events_detach();
-    bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
+    bgp_vpn_rd_unregister_cb();
     bgp_vpn_attach(nullptr);
     kvtree_reset();
     event_manager_destroy(manager_);
@@ -320,7 +320,6 @@ TEST_F(VpnEvents, AnotherFormatOfAsNumbersIsNotReportedButUsedInTheNextReport) {
   Commit("cli", {"vrf red rd 65538:1", "vrf red rt import 65538:1 ipv4"});
   EXPECT_THAT(Commit("cli", {"bgp as-format asdot"}), IsEmpty());
   EXPECT_THAT(Commit("cli", {"vrf red rd 65538:2"}), ElementsAre("red rd 1.2:1(cli) -> 1.2:2(cli)"));
-  bgp_vpn_rd_unregister_cb();
 }
 
 TEST_F(VpnEvents, LargeCommitIsReportedInRecordsThatAreNumbered) {

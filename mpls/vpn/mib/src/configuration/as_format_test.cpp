@@ -20,10 +20,6 @@ class AsNumberFormat : public VrfConfiguration {
     FollowFormat();
     Register();
   }
-  void TearDown() override {
-    VrfConfiguration::TearDown();
-    bgp_util_asn_format_set(BgpAsnFormat::kAsplain);
-  }
   void Reconnect() override {
     mpls_vpn_mib_prov_end();
     FollowFormat();
