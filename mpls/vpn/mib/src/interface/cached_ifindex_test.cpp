@@ -16,8 +16,8 @@ class CachedIfindex : public DaemonTest {
     fault_arm("ifname_to_index", kStatusIo, 1'000'000);
     fault_arm("ifindex_get_index_list", kStatusIo, 1'000'000);
   }
-  std::string Failure(const char* what, Status status) {
-    return std::string("Error in mpls_vpn_cached_ifname_to_index: ") + what + ": " + err_text(status);
+  static std::string LookupFailure(const char* what, Status status) {
+    return Failure("mpls_vpn_cached_ifname_to_index", what, status);
   }
 };
 
@@ -44,7 +44,7 @@ TEST_F(CachedIfindex, FirstMissDropsTheListForGood) {
 
 TEST_F(CachedIfindex, UnknownNameIsZeroAndDoesNotUseUpTheFetch) {
   EXPECT_EQ(mpls_vpn_cached_ifname_to_index("none"), 0U);
-  EXPECT_THAT(Prints(), ElementsAre(Failure("ifname_to_index failed", kStatusNoSuchRow),
+  EXPECT_THAT(Prints(), ElementsAre(LookupFailure("ifname_to_index failed", kStatusNoSuchRow),
                                     std::string("Interface index error ") + err_text(kStatusNoSuchRow)));
   EXPECT_EQ(fault_reached("ifindex_get_index_list"), 0U);
   mpls_vpn_cached_ifname_to_index("ge0");
@@ -54,7 +54,7 @@ TEST_F(CachedIfindex, UnknownNameIsZeroAndDoesNotUseUpTheFetch) {
 TEST_F(CachedIfindex, FailedFetchIsReportedAndNotRepeated) {
   fault_arm("ifindex_get_index_list", kStatusIo);
   EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge0"), IndexOf("ge0"));
-  EXPECT_THAT(Prints(), ElementsAre(Failure("ifindex_get_index_list failed", kStatusIo)));
+  EXPECT_THAT(Prints(), ElementsAre(LookupFailure("ifindex_get_index_list failed", kStatusIo)));
   EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge1"), IndexOf("ge1"));
   EXPECT_EQ(fault_reached("ifindex_get_index_list"), 1U);
   EXPECT_EQ(fault_reached("ifname_to_index"), 2U);
@@ -67,7 +67,7 @@ TEST_F(CachedIfindex, ListThatCannotBeStartedIsDropped) {
     fault_arm("kvtree_datalist_start", kStatusIo);
     EXPECT_EQ(mpls_vpn_cached_ifname_to_index("ge1"), IndexOf("ge1"));
   }
-  EXPECT_THAT(Prints(), ElementsAre(Failure("kvtree_datalist_start failed", kStatusIo)));
+  EXPECT_THAT(Prints(), ElementsAre(LookupFailure("kvtree_datalist_start failed", kStatusIo)));
   EXPECT_EQ(fault_reached("ifname_to_index"), 2U);
   ClearPrints();
   mpls_vpn_cached_ifname_to_index("ge1");

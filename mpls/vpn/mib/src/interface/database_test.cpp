@@ -112,9 +112,7 @@ TEST_F(IfDatabase, CreationWithoutMemoryLeavesNothing) {
   }
   EXPECT_EQ(NodesByHandle(), 0U);
   EXPECT_EQ(NodesByVrf(), 0U);
-  Status code = kStatusOk;
-  Traced("mpls_vpn/error", &code);
-  EXPECT_EQ(code, kStatusNoMemory);
+  ExpectErrorTraced(Prints().back(), kStatusNoMemory);
 }
 
 TEST_F(IfDatabase, SecondNodeOfTheSameVrfAndIndexIsRefused) {
@@ -141,9 +139,7 @@ TEST_F(IfDatabase, RefusedNodeThatCannotBeUnlinkedIsNotFreed) {
     const ScopedFault fault("wavl_delete", kStatusIo);
     EXPECT_EQ(CreateIf("red", 8, "ge1", 0x10), nullptr);
   }
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "interface 0x10 stays linked by its VRF");
-  EXPECT_EQ(code, kStatusIo);
+  ExpectErrorTraced("interface 0x10 stays linked by its VRF", kStatusIo);
   IfNode* left = mpls_vpn_mib_get_if(true, "red", 8);
   ASSERT_NE(left, nullptr);
   EXPECT_STREQ(left->if_name, "ge1");

@@ -279,9 +279,8 @@ TEST_F(InterfaceName, IsTheRoutersName) {
 
 TEST_F(InterfaceName, UnknownHandleHasNone) {
   EXPECT_EQ(mpls_vpn_get_interface_name(0x77), nullptr);
-  EXPECT_THAT(Prints(),
-              ElementsAre(std::string("Error in mpls_vpn_get_interface_name: qic_s_interface_name failed: ") +
-                          err_text(kStatusNoSuchRow)));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_get_interface_name", "qic_s_interface_name failed",
+                                            kStatusNoSuchRow)));
 }
 
 TEST_F(InterfaceName, FailedBindIsReportedAndTriedAgainByTheNextLookup) {
@@ -290,10 +289,8 @@ TEST_F(InterfaceName, FailedBindIsReportedAndTriedAgainByTheNextLookup) {
     const ScopedFault fault("qic_control_server_bind", kStatusIo);
     EXPECT_EQ(mpls_vpn_get_interface_name(handle), nullptr);
   }
-  EXPECT_THAT(Prints(),
-              ElementsAre(std::string("Error in mpls_vpn_get_interface_name: qic_control_server_bind "
-                                      "failed: ") +
-                          err_text(kStatusIo)));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_get_interface_name", "qic_control_server_bind failed",
+                                            kStatusIo)));
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
 }
 
@@ -314,8 +311,7 @@ TEST_F(InterfaceName, StaleConnectionIsBoundAndUsedAgain) {
   fault_arm("qic_control_server_unbind", kStatusIo, 100);  // counts
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
   EXPECT_THAT(Prints(),
-              ElementsAre(std::string("Error in mpls_vpn_get_interface_name: qic_s_interface_name failed: ") +
-                          err_text(0x409a0c00)));
+              ElementsAre(Failure("mpls_vpn_get_interface_name", "qic_s_interface_name failed", 0x409a0c00)));
   EXPECT_EQ(fault_reached("qic_control_server_unbind"), 1U);
 }
 
@@ -325,9 +321,7 @@ TEST_F(InterfaceName, UnbindThatFailsIsTracedAndTheNameIsFound) {
   fault_arm("qic_s_interface_name", kStatusStaleConnection);
   const ScopedFault fault("qic_control_server_unbind", kStatusIo);
   EXPECT_THAT(mpls_vpn_get_interface_name(handle), StrEq("ge0"));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(), "qic_control_server_unbind failed");
-  EXPECT_EQ(code, kStatusIo);
+  ExpectErrorTraced("qic_control_server_unbind failed", kStatusIo);
 }
 
 TEST_F(InterfaceName, EachStaleAnswerBindsOnce) {
@@ -350,6 +344,5 @@ TEST_F(InterfaceName, BindThatFailsAfterAStaleAnswerEndsTheLookup) {
   EXPECT_EQ(mpls_vpn_get_interface_name(handle), nullptr);
   EXPECT_EQ(Prints().size(), 2U);
   EXPECT_EQ(Prints().back(),
-            std::string("Error in mpls_vpn_get_interface_name: qic_control_server_bind failed: ") +
-                err_text(kStatusIo));
+            Failure("mpls_vpn_get_interface_name", "qic_control_server_bind failed", kStatusIo));
 }

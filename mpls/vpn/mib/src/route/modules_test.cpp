@@ -144,9 +144,9 @@ TEST_P(RouteModules, RefusedOpenIsTracedWithItsCode) {
   const ScopedFault fault("dlopen", kStatusAccess);
   EXPECT_FALSE(family().load());
   EXPECT_THAT(mpls_vpn_mib_route_module_failures(), ElementsAre(BuiltFile() + ": Permission denied"));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).size(), 1U);
-  EXPECT_EQ(code, kStatusAccess);
+  EXPECT_EQ(Traced("mpls_vpn/error").size(), 1U);
+  ExpectErrorTraced(std::string(family().loading) + ": cannot load " + BuiltFile() + ": Permission denied",
+                    kStatusAccess);
 }
 
 TEST_P(RouteModules, FirstSymbolIsPostedBeforeItsFile) {

@@ -37,6 +37,11 @@ class RouteTablesTest : public DaemonTest {
     vrf.ipv6_multicast_table = ipv6_multicast ? 10 * vrf.id + 4 : 0;
     ASSERT_EQ(router_.create_vrf(vrf), kStatusOk) << name;
   }
+  // The VRF is in the VRF database.
+  void ServeVrf(const std::string& name, std::uint32_t flags = 0, const std::string& rd = "") {
+    AddVrf(name, flags, rd);
+    Connect();
+  }
   void AddActiveInterface(const std::string& name, const std::string& vrf) {
     AddInterface(name, vrf);
     AddAddress(name, "192.0.2.1/24");

@@ -39,6 +39,11 @@ class RouteRow : public RouteTablesTest {
                                                            .Text(5, key.hop)
                                                            .Block());
   }
+  // The row that a next read answers.
+  Decoded<mpls_vpn_mib_route> Row(const Key& key) {
+    EXPECT_EQ(Read(kNextRead, key), kStatusOk);
+    return {kMibRouteParcel, reply_.Get()};
+  }
   // The row as text, "none", or the failure.
   std::string Answer(std::uint32_t form, const Key& key) {
     const Status rc = Read(form, key);

@@ -97,10 +97,7 @@ TEST_F(RtDatabase, CreatingTheSameTwiceFailsTheSecondTimeAndLeavesOneNode) {
       Prints(),
       ElementsAre("mpls_vpn_mib_create_rt_wavl_node: vrf_name = red, type = 1, RT = 1:1, afi/safi=1/1",
                   "Error (mpls_vpn_mib_create_rt_wavl_node): Cannot insert node into WAVL tree"));
-  Status code = kStatusOk;
-  EXPECT_THAT(Traced("mpls_vpn/error", &code),
-              ElementsAre("Error (mpls_vpn_mib_create_rt_wavl_node): Cannot insert node into WAVL tree"));
-  EXPECT_EQ(code, kStatusExists);
+  ExpectErrorTraced(Prints().back(), kStatusExists);
   EXPECT_EQ(EntriesOf("red").size(), 1U);
 }
 
@@ -160,11 +157,7 @@ TEST_F(RtDatabase, DeletingAnAbsentEntryIsReported) {
   ClearPrints();
   EXPECT_EQ(Remove("red", kRtExport, "1:1"), 0);
   EXPECT_TRUE(Printed("mpls_vpn_mib_delete_rt_wavl_node: Cannot find matching WAVL node"));
-  Status code = kStatusOk;
-  EXPECT_THAT(
-      Traced("mpls_vpn/error", &code),
-      ElementsAre(testing::StartsWith("mpls_vpn_mib_delete_rt_wavl_node: Cannot find matching WAVL node")));
-  EXPECT_EQ(code, kStatusNoSuchRow);
+  ExpectErrorTraced("mpls_vpn_mib_delete_rt_wavl_node: Cannot find matching WAVL node\n", kStatusNoSuchRow);
   EXPECT_EQ(EntriesOf("red").size(), 1U);
 }
 
@@ -175,9 +168,7 @@ TEST_F(RtDatabase, DeletionThatTheTreeRefusesIsReportedAndLeavesTheEntry) {
     EXPECT_EQ(Remove("red", kRtImport, "1:1"), 0);
   }
   EXPECT_TRUE(Printed("mpls_vpn_mib_delete_rt_wavl_node: Cannot delete node from WAVL tree"));
-  Status code = kStatusOk;
-  Traced("mpls_vpn/error", &code);
-  EXPECT_EQ(code, kStatusIo);
+  ExpectErrorTraced("mpls_vpn_mib_delete_rt_wavl_node: Cannot delete node from WAVL tree\n", kStatusIo);
   EXPECT_EQ(EntriesOf("red").size(), 1U);
 }
 

@@ -45,9 +45,7 @@ TEST_F(RtRow, FirstMissingArgumentIsRefused) {
   EXPECT_THAT(Prints(), ElementsAre("BGEN arg 1 not present in mpls_vpn_mib_prov_get_rt"));
   EXPECT_EQ(Read(Arguments(kExact, 3).Text(0, "red").Number(1, 1)), 0x40818800U);
   EXPECT_THAT(Prints(), ElementsAre("BGEN arg 2 not present in mpls_vpn_mib_prov_get_rt"));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).size(), 3U);
-  EXPECT_EQ(code, kStatusArgumentMissing);
+  ExpectErrorTraced("mpls_vpn_mib_prov_get_rt: argument 2", kStatusArgumentMissing);
 }
 
 TEST_F(RtRow, ExactReadNeedsTheNumberAndTheType) {
@@ -162,8 +160,7 @@ TEST_F(RtRow, DescriptionThatCannotBeCopiedStaysEmpty) {
   const ScopedFault fault("text_copy", kStatusNoMemory, 2);
   ASSERT_EQ(Read(kExact, "red", 1, kRtImport), kStatusOk);
   EXPECT_EQ(Row(), "red/1/1 1:1 none");
-  EXPECT_THAT(Prints(), ElementsAre("Error in fill_rt_parcel: text_copy failed: " +
-                                    std::string(err_text(kStatusNoMemory))));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("fill_rt_parcel", "text_copy failed", kStatusNoMemory)));
 }
 
 TEST_F(RtRow, NameOrValueThatCannotBeCopiedRefusesTheRow) {
@@ -172,8 +169,7 @@ TEST_F(RtRow, NameOrValueThatCannotBeCopiedRefusesTheRow) {
   for (const std::uint32_t call : {1U, 3U}) {
     const ScopedFault fault("text_copy", kStatusNoMemory, call);
     EXPECT_EQ(Read(kExact, "red", 1, kRtImport), kStatusNoMemory);
-    EXPECT_THAT(Prints(), ElementsAre("Error in fill_rt_parcel: text_copy failed: " +
-                                      std::string(err_text(kStatusNoMemory))));
+    EXPECT_THAT(Prints(), ElementsAre(Failure("fill_rt_parcel", "text_copy failed", kStatusNoMemory)));
     EXPECT_EQ(reply_.Get().data, nullptr);
   }
 }

@@ -76,10 +76,7 @@ TEST_F(VrfCounters, InterfaceWithoutARecordIsAssociatedOnly) {
   CreateIf("red", 77, "lost", 0x77);
   ExpectCounts(1, 0);
   EXPECT_TRUE(Printed("VTAB does not have record for interface lost in VRF red"));
-  Status code = 0;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).back(),
-            "VTAB does not have record for interface lost in VRF red");
-  EXPECT_EQ(code, kStatusNoSuchRow);
+  ExpectErrorTraced("VTAB does not have record for interface lost in VRF red", kStatusNoSuchRow);
 }
 
 TEST_F(VrfCounters, NamelessInterfaceAfterAnotherIsAssociatedOnly) {

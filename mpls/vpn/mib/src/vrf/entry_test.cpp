@@ -22,6 +22,11 @@ class VrfRow : public RouteTablesTest {
     ClearPrints();
     return mpls_vpn_mib_prov_get_vrf(reply_.Place(), Arguments(form, 1).Text(0, vrf).Block());
   }
+  // Of a VRF that has one.
+  Decoded<mpls_vpn_mib_vrf> Row(const char* vrf) {
+    EXPECT_EQ(Read(kExact, vrf), kStatusOk);
+    return {kMibVrfParcel, reply_.Get()};
+  }
   // The row's name, or "none".
   std::string Answer(std::uint32_t form, const char* vrf) {
     const Status rc = Read(form, vrf);
@@ -39,8 +44,7 @@ TEST_F(VrfRow, MissingNameIsRefused) {
 }
 
 TEST_F(VrfRow, ExactReadIsExact) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   EXPECT_EQ(Answer(kExact, "red"), "red");
   EXPECT_EQ(Answer(2, "red"), "red");
   EXPECT_EQ(Answer(kExact, "re"), "none");
@@ -97,8 +101,7 @@ TEST_F(VrfRow, NodeWithoutARecordAfterAForwardReferenceAnswersNoSuchRow) {
 }
 
 TEST_F(VrfRow, HandlerPrintsWhatItDoes) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   OnlyArea(PROV);
   Read(kExact, "red");
   EXPECT_THAT(Prints(), ElementsAre("Entering function mpls_vpn_mib_prov_get_vrf with vrfName = red",
@@ -106,33 +109,21 @@ TEST_F(VrfRow, HandlerPrintsWhatItDoes) {
 }
 
 TEST_F(VrfRow, OneActiveInterfaceOfTwoMakesTheVrfUp) {
-  AddVrf("red");
+  ServeVrf("red");
   AddActiveInterface("ge0", "red");
   AddInterface("ge1", "red");
-  Connect();
-  ASSERT_EQ(Read(kExact, "red"), kStatusOk);
-  const Decoded<mpls_vpn_mib_vrf> row(kMibVrfParcel, reply_.Get());
-  EXPECT_EQ(row->operStatus, 1);
-  EXPECT_EQ(row->adminStatus, 1);
-  EXPECT_EQ(row->activeInterfaces, 1U);
-  EXPECT_EQ(row->associatedInterfaces, 2U);
-}
-
-TEST_F(VrfRow, VrfWithoutAnActiveInterfaceIsDown) {
-  AddVrf("red");
-  AddInterface("ge0", "red");
-  Connect();
-  ASSERT_EQ(Read(kExact, "red"), kStatusOk);
-  const Decoded<mpls_vpn_mib_vrf> row(kMibVrfParcel, reply_.Get());
-  EXPECT_EQ(row->operStatus, 2);
-  EXPECT_EQ(row->adminStatus, 2);
-  EXPECT_EQ(row->activeInterfaces, 0U);
-  EXPECT_EQ(row->associatedInterfaces, 1U);
+  for (const bool is_up : {true, false}) {
+    const auto row = Row("red");
+    EXPECT_EQ(row->operStatus, is_up ? 1 : 2);
+    EXPECT_EQ(row->adminStatus, row->operStatus);
+    EXPECT_EQ(row->activeInterfaces, is_up ? 1U : 0U);
+    EXPECT_EQ(row->associatedInterfaces, 2U);
+    LinkDown("ge0");
+  }
 }
 
 TEST_F(VrfRow, ShowsTheAttributes) {
-  AddVrf("red", 0, "65000:100");
-  Connect();
+  ServeVrf("red", 0, "65000:100");
   ASSERT_EQ(Read(kExact, "red"), kStatusOk) << "fetches the route distinguisher, which stamps a time";
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
   text_replace(&attributes->description, "customer");
@@ -142,8 +133,7 @@ TEST_F(VrfRow, ShowsTheAttributes) {
   attributes->mid_thresh = 13;
   attributes->high_thresh = 14;
   attributes->curr_num_routes = 99;
-  ASSERT_EQ(Read(kExact, "red"), kStatusOk);
-  const Decoded<mpls_vpn_mib_vrf> row(kMibVrfParcel, reply_.Get());
+  const auto row = Row("red");
   EXPECT_STREQ(row->name, "red");
   EXPECT_STREQ(row->description, "customer");
   EXPECT_STREQ(row->rd, "65000:100");
@@ -164,16 +154,6 @@ TEST_F(VrfRow, ShowsTheAttributes) {
   EXPECT_EQ(row->discTime, 0U);
 }
 
-TEST_F(VrfRow, MissingRouteDistinguisherIsFetchedBeforeTheRowIsShown) {
-  AddVrf("red", 0, "65000:100");
-  Connect();
-  Run();
-  text_replace(&AttributesOf("red")->rd, nullptr);
-  ASSERT_EQ(Read(kExact, "red"), kStatusOk);
-  const Decoded<mpls_vpn_mib_vrf> row(kMibVrfParcel, reply_.Get());
-  EXPECT_STREQ(row->rd, "65000:100");
-}
-
 // The time of the last change is that of the moment in which the daemon learned the route distinguisher.
 TEST_F(VrfRow, OnlyTheReadThatFindsTheRouteDistinguisherMovesTheLastChange) {
   AddVrf("red", 0, "65000:100");
@@ -181,7 +161,7 @@ TEST_F(VrfRow, OnlyTheReadThatFindsTheRouteDistinguisherMovesTheLastChange) {
   Connect();
   for (const char* vrf : {"red", "blue"}) AttributesOf(vrf)->conf_last_changed_time = 12;
   PassSeconds(5);
-  ASSERT_EQ(Read(kExact, "red"), kStatusOk);
+  EXPECT_STREQ(Row("red")->rd, "65000:100") << "fetched before the row is shown";
   ASSERT_EQ(Read(kExact, "blue"), kStatusOk);
   EXPECT_EQ(AttributesOf("red")->conf_last_changed_time, kStartSeconds + 5);
   EXPECT_EQ(AttributesOf("blue")->conf_last_changed_time, 12U) << "it has none";
@@ -195,8 +175,7 @@ TEST_F(VrfRow, OnlyTheReadThatFindsTheRouteDistinguisherMovesTheLastChange) {
 }
 
 TEST_F(VrfRow, ReadsAfterARestartLeaveTheLastChangeOfAVrfWhoseRouteDistinguisherIsKnown) {
-  AddVrf("red", 0, "65000:100");
-  Connect();
+  ServeVrf("red", 0, "65000:100");
   ASSERT_EQ(Read(kExact, "red"), kStatusOk);
   PassSeconds(5);
   RestartDaemon();
@@ -213,18 +192,15 @@ TEST_F(VrfRow, RoutesOfBothUnicastTablesAreCounted) {
   AddRoute("red", "11.0.0.0/8", "192.0.2.1");
   AddRoute("red", "2001:db8::/32");
   AddRoute("blue", "10.0.0.0/8");
-  ASSERT_EQ(Read(kExact, "red"), kStatusOk);
-  const Decoded<mpls_vpn_mib_vrf> row(kMibVrfParcel, reply_.Get());
+  const auto row = Row("red");
   EXPECT_EQ(row->currNumRoutes, 3U);
 }
 
 TEST_F(VrfRow, WithoutTheModulesTheRowIsAnsweredAndCountsNoRoutes) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   AddRoute("red", "10.0.0.0/8");
   ASSERT_EQ(setenv("MPLS_VPN_MIB_LIB_DIR", run_directory().c_str(), 1), 0);
-  ASSERT_EQ(Read(kExact, "red"), kStatusOk);
-  const Decoded<mpls_vpn_mib_vrf> row(kMibVrfParcel, reply_.Get());
+  const auto row = Row("red");
   EXPECT_EQ(row->currNumRoutes, 0U);
 }
 
@@ -245,25 +221,21 @@ TEST_F(VrfRow, MissingRecordIsReportedAndLeavesARowThatIsEncodedAsCleared) {
 }
 
 TEST_F(VrfRow, NameWithoutMemoryAnswersNoMemory) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   const ScopedFault fault("text_copy", kStatusNoMemory);
   EXPECT_EQ(Read(kExact, "red"), kStatusNoMemory);
-  EXPECT_TRUE(
-      Printed("Error in fill_vrf_parcel: text_copy failed: " + std::string(err_text(kStatusNoMemory))));
+  EXPECT_TRUE(Printed(Failure("fill_vrf_parcel", "text_copy failed", kStatusNoMemory)));
 }
 
 TEST_F(VrfRow, DescriptionAndRouteDistinguisherWithoutMemoryAreLeftOut) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   text_replace(&AttributesOf("red")->description, "customer");
   text_replace(&AttributesOf("red")->rd, "65000:1");
   OnlyArea(ERR);
   for (const std::uint32_t copy : {2U, 3U}) {
     const ScopedFault fault("text_copy", kStatusNoMemory, copy);
     ASSERT_EQ(Read(kExact, "red"), kStatusOk);
-    EXPECT_THAT(Prints(), ElementsAre("Error in fill_vrf_parcel: text_copy failed: " +
-                                      std::string(err_text(kStatusNoMemory))));
+    EXPECT_THAT(Prints(), ElementsAre(Failure("fill_vrf_parcel", "text_copy failed", kStatusNoMemory)));
     const Decoded<mpls_vpn_mib_vrf> row(kMibVrfParcel, reply_.Get());
     EXPECT_EQ(row->description == nullptr, copy == 2);
     EXPECT_EQ(row->rd == nullptr, copy == 3);
@@ -271,8 +243,7 @@ TEST_F(VrfRow, DescriptionAndRouteDistinguisherWithoutMemoryAreLeftOut) {
 }
 
 TEST_F(VrfRow, FailedEncodingIsAnswered) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   const ScopedFault fault("parcel_encode", kStatusMessageTooLarge);
   EXPECT_EQ(Read(kExact, "red"), kStatusMessageTooLarge);
 }

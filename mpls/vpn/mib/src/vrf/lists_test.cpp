@@ -74,13 +74,6 @@ class VrfLists : public RouteTablesTest {
     EXPECT_EQ(reply_.count, keys.size());
     return keys;
   }
-  void ExpectLastTraced(const std::string& text, Status expected) {
-    Status code = kStatusOk;
-    const std::vector<std::string> traced = Traced("mpls_vpn/error", &code);
-    ASSERT_FALSE(traced.empty());
-    EXPECT_EQ(traced.back(), text);
-    EXPECT_EQ(code, expected);
-  }
   // An item of the last datalist, as "name interfaces tables".
   std::string Item(std::size_t place) {
     KvDatalistItem& item = reply_.datalist->items.at(place);
@@ -306,7 +299,7 @@ TEST_F(VrfLists, ListThatCannotBeMadeFailsTheRequest) {
     const ScopedFault fault(creation.point, kStatusIo);
     EXPECT_EQ(Ask(creation.handler, Unnamed(kName)), kStatusIo);
     EXPECT_THAT(Prints(), ElementsAre("Error in " + std::string(creation.said) + ": Input/output error"));
-    ExpectLastTraced(creation.said, kStatusIo);
+    ExpectErrorTraced(creation.said, kStatusIo);
   }
 }
 
@@ -316,13 +309,13 @@ TEST_F(VrfLists, ItemThatCannotBeAddedIsLeftOutAndNotCounted) {
   OnlyArea(ERR);
   fault_arm("kvtree_list_add", kStatusNoMemory);
   EXPECT_THAT(List(Unnamed(kName), 1), ElementsAre("b"));
-  EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_prov_list_vrf: List item add failed: " +
-                                    std::string(err_text(kStatusNoMemory))));
+  EXPECT_THAT(Prints(),
+              ElementsAre(Failure("mpls_vpn_prov_list_vrf", "List item add failed", kStatusNoMemory)));
   fault_arm("kvtree_datalist_add", kStatusNoMemory);
   EXPECT_THAT(Datalist(Unnamed(kName), 1), ElementsAre("b"));
-  EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_prov_datalist_vrf: Datalist item add failed: " +
-                                    std::string(err_text(kStatusNoMemory))));
-  ExpectLastTraced("mpls_vpn_prov_datalist_vrf: Datalist item add failed", kStatusNoMemory);
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_prov_datalist_vrf", "Datalist item add failed",
+                                            kStatusNoMemory)));
+  ExpectErrorTraced("mpls_vpn_prov_datalist_vrf: Datalist item add failed", kStatusNoMemory);
 }
 
 TEST_F(VrfLists, RecordThatCannotBeEncodedIsLeftOut) {
@@ -331,9 +324,9 @@ TEST_F(VrfLists, RecordThatCannotBeEncodedIsLeftOut) {
   OnlyArea(ERR);
   const ScopedFault fault("parcel_encode", kStatusMessageTooLarge);
   EXPECT_THAT(Datalist(Unnamed(kName)), ElementsAre("b"));
-  EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_prov_datalist_vrf: Parcel encode failed: " +
-                                    std::string(err_text(kStatusMessageTooLarge))));
-  ExpectLastTraced("mpls_vpn_prov_datalist_vrf: Parcel encode failed", kStatusMessageTooLarge);
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_prov_datalist_vrf", "Parcel encode failed",
+                                            kStatusMessageTooLarge)));
+  ExpectErrorTraced("mpls_vpn_prov_datalist_vrf: Parcel encode failed", kStatusMessageTooLarge);
 }
 
 TEST_F(VrfLists, KeyThatCannotBeEncodedLeavesTheVrfOut) {
@@ -345,9 +338,7 @@ TEST_F(VrfLists, KeyThatCannotBeEncodedLeavesTheVrfOut) {
   const std::string said = "String encode failed in mpls_vpn_prov_datalist_vrf for VRF a; rc = " +
                            std::string(err_text(kStatusNoMemory));
   EXPECT_THAT(Prints(), ElementsAre(said));
-  Status code = kStatusOk;
-  EXPECT_EQ(Traced("mpls_vpn/error", &code).size(), 1U);
-  EXPECT_EQ(code, kStatusNoMemory);
+  ExpectErrorTraced(said, kStatusNoMemory);
 }
 
 TEST_F(VrfLists, NamedVrfThatIsLeftOutDoesNotEndTheWalk) {
@@ -379,12 +370,10 @@ TEST_F(VrfLists, RecordWithoutMemoryForItsNameIsLeftOut) {
   OnlyArea(ERR);
   fault_arm("text_copy", kStatusNoMemory);
   EXPECT_THAT(Datalist(Unnamed(kName)), ElementsAre("b"));
-  EXPECT_THAT(Prints(), ElementsAre("Error in fill_show_vrf_parcel: text_copy failed: " +
-                                    std::string(err_text(kStatusNoMemory))));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("fill_show_vrf_parcel", "text_copy failed", kStatusNoMemory)));
   fault_arm("text_copy", kStatusNoMemory);
   EXPECT_THAT(DatalistInvalid(Unnamed(kName)), ElementsAre("away"));
-  EXPECT_THAT(Prints(), ElementsAre("Error in fill_vrf_invalid_parcel: text_copy failed: " +
-                                    std::string(err_text(kStatusNoMemory))));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("fill_vrf_invalid_parcel", "text_copy failed", kStatusNoMemory)));
 }
 
 // --- Invalid VRFs
@@ -452,14 +441,13 @@ TEST_F(VrfLists, InvalidItemsThatFailAreLeftOut) {
   EXPECT_THAT(ListInvalid(Unnamed(kName), 1), ElementsAre("away"));
   fault_arm("kvtree_datalist_add", kStatusNoMemory);
   EXPECT_THAT(DatalistInvalid(Unnamed(kName), 1), ElementsAre("away"));
-  EXPECT_THAT(Prints(),
-              ElementsAre("Error in mpls_vpn_prov_datalist_vrf_invalid: Datalist item add failed: " +
-                          std::string(err_text(kStatusNoMemory))));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_prov_datalist_vrf_invalid", "Datalist item add failed",
+                                            kStatusNoMemory)));
   fault_disarm_all();
   fault_arm("parcel_encode", kStatusMessageTooLarge);
   EXPECT_THAT(DatalistInvalid(Unnamed(kName)), ElementsAre("away"));
-  EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_prov_datalist_vrf_invalid: Parcel encode failed: " +
-                                    std::string(err_text(kStatusMessageTooLarge))));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_prov_datalist_vrf_invalid", "Parcel encode failed",
+                                            kStatusMessageTooLarge)));
 }
 
 }  // namespace

@@ -14,8 +14,7 @@ using testing::IsEmpty;
 TEST_F(VrfShow, MulticastTablesAreNotShown) {
   AddVrfWithTables("red", true, true, true);
   Connect();
-  ASSERT_EQ(Show("red"), kStatusOk);
-  EXPECT_THAT(ShownTables(), ElementsAre("1/1 - -", "2/1 - -"));
+  EXPECT_THAT(ShownTables("red"), ElementsAre("1/1 - -", "2/1 - -"));
   EXPECT_TRUE(Printed("add_tables table count: 4"));
   EXPECT_TRUE(Printed("Adding table red.ipv4.multicast, afi = 1, safi = 2")) << "printed for every table met";
 }
@@ -37,7 +36,6 @@ TEST_F(VrfShow, GivenFamilyShowsItsTableOnly) {
 TEST_F(VrfShow, TableWhoseRecordIsOneOfFlowRulesIsShown) {
   AddVrfWithTables("red", true, false, false, true);
   Connect();
-  Run();
   MakeLastTableOneOfFlowRules("red");
   AddRouteTarget("red", kRtImport, "7:7", 2, 133);
   EXPECT_THAT(FilledTables("red", 0), ElementsAre("1/1 - -", "2/133 - - 7:7(1)"));
@@ -46,8 +44,7 @@ TEST_F(VrfShow, TableWhoseRecordIsOneOfFlowRulesIsShown) {
 
 // Once by the function and once by its first look at the database.
 TEST_F(VrfShow, InterfaceThatCannotBeRepairedIsTriedByTheNamesOfAVrfToo) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   CreateIf("red", 0, nullptr, 0xdead);
   mpls_vpn_debug_flags[DBASE].enabled.store(1);
   ClearPrints();
@@ -59,7 +56,6 @@ TEST_F(VrfShow, InterfaceThatCannotBeRepairedIsTriedByTheNamesOfAVrfToo) {
 TEST_F(VrfShow, NoMoreTablesAreTakenThanThereAreSlots) {
   AddVrfWithTables("red", true, true);
   Connect();
-  Run();
   mpls_vpn_vrf show{};
   add_tables(&show.AF, vtab_get_vrf_record_by_vrf_name("red"), 0, 0, 1);
   EXPECT_THAT(TablesOf(show), ElementsAre("1/1 - -"));
@@ -80,36 +76,29 @@ TEST_F(VrfShow, VrfThatLeavesTheDatabaseShowsNoTables) {
 }
 
 TEST_F(VrfShow, TablesWithoutMemoryAreLeftOut) {
-  AddVrf("red");
-  Connect();
-  Run();
+  ServeVrf("red");
   const ScopedFault fault("calloc_tagged:Table in VRF", kStatusNoMemory);
-  ASSERT_EQ(Show("red"), kStatusOk);
-  EXPECT_THAT(ShownTables(), IsEmpty());
+  EXPECT_THAT(ShownTables("red"), IsEmpty());
   ExpectNoArrayReported("add_tables");
 }
 
 TEST_F(VrfShow, TableHasTheRouteTargetsOfItsFamilyInOrder) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   AddRouteTarget("red", kRtExport, "1:2");
   AddRouteTarget("red", kRtImport, "1:1");
   AddRouteTarget("red", kRtImport, "1:3", 1, 2);
   AddRouteTarget("red", kRtImport, "6:6", 2, 1);
   AddRouteTarget("reds", kRtImport, "9:9");
-  ASSERT_EQ(Show("red"), kStatusOk);
-  EXPECT_THAT(ShownTables(), ElementsAre("1/1 - - 1:1(1) 1:2(2)", "2/1 - - 6:6(1)"));
+  EXPECT_THAT(ShownTables("red"), ElementsAre("1/1 - - 1:1(1) 1:2(2)", "2/1 - - 6:6(1)"));
   EXPECT_EQ(TimesPrinted("Entering function fill_show_rt_parcel"), 3U);
 }
 
 TEST_F(VrfShow, RouteTargetsWithoutMemoryAreLeftOut) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   AddRouteTarget("red", kRtImport, "1:1");
   Run();
   const ScopedFault fault("calloc_tagged:RT in VRF", kStatusNoMemory);
-  ASSERT_EQ(Show("red"), kStatusOk);
-  EXPECT_THAT(ShownTables(), ElementsAre("1/1 - -", "2/1 - -"));
+  EXPECT_THAT(ShownTables("red"), ElementsAre("1/1 - -", "2/1 - -"));
   ExpectNoArrayReported("add_rts");
 }
 
@@ -127,25 +116,20 @@ TEST_F(VrfShow, RouteTargetWithoutAValueIsReported) {
 }
 
 TEST_F(VrfShow, UnicastTablesHaveTheirFamilysPolicies) {
-  AddVrf("red");
-  Connect();
-  Run();
+  ServeVrf("red");
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
   text_replace(&attributes->import_route_policy[0], "in4");
   text_replace(&attributes->export_route_policy[0], "out4");
   text_replace(&attributes->import_route_policy[1], "in6");
   text_replace(&attributes->export_route_policy[1], "out6");
-  ASSERT_EQ(Show("red"), kStatusOk);
-  EXPECT_THAT(ShownTables(), ElementsAre("1/1 in4 out4", "2/1 in6 out6"));
+  EXPECT_THAT(ShownTables("red"), ElementsAre("1/1 in4 out4", "2/1 in6 out6"));
   EXPECT_EQ(Table("red", 1, 2), "1/2 in4 out4") << "of every SAFI but that of flow rules";
   EXPECT_EQ(Table("red", 2, 2), "2/2 in6 out6");
   EXPECT_EQ(Table("red", 3, 1), "3/1 - -");
 }
 
 TEST_F(VrfShow, Ipv4FlowRuleTableHasItsOwnPolicies) {
-  AddVrf("red");
-  Connect();
-  Run();
+  ServeVrf("red");
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
   text_replace(&attributes->flowspec_import_route_policy[0], "flow-in");
   text_replace(&attributes->flowspec_export_route_policy[0], "flow-out");
@@ -154,9 +138,7 @@ TEST_F(VrfShow, Ipv4FlowRuleTableHasItsOwnPolicies) {
 }
 
 TEST_F(VrfShow, Ipv6FlowRulePoliciesAreShownOnlyBesideUnicastOnes) {
-  AddVrf("red");
-  Connect();
-  Run();
+  ServeVrf("red");
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
   text_replace(&attributes->flowspec_import_route_policy[1], "flow-in");
   text_replace(&attributes->flowspec_export_route_policy[1], "flow-out");
@@ -170,10 +152,8 @@ TEST_F(VrfShow, Ipv6FlowRulePoliciesAreShownOnlyBesideUnicastOnes) {
 // --- The structured form
 
 TEST_F(VrfShow, StructuredFormWithoutPoliciesAndRouteTargetsHasNoTables) {
-  AddVrf("red");
-  Connect();
-  ASSERT_EQ(Show("red", kStructured), kStatusOk);
-  EXPECT_THAT(ShownTables(), IsEmpty());
+  ServeVrf("red");
+  EXPECT_THAT(ShownTables("red", kStructured), IsEmpty());
   EXPECT_TRUE(Printed("mpls_vpn_mib_prov_xml_filter: xml table count: 0, afi_index: 0"));
   EXPECT_FALSE(Printed("add_tables table count: 4"));
 }
@@ -181,68 +161,53 @@ TEST_F(VrfShow, StructuredFormWithoutPoliciesAndRouteTargetsHasNoTables) {
 TEST_F(VrfShow, StructuredFormWithAnIpv4PolicyHasTheIpv4Table) {
   AddVrfWithTables("red", true, true, true);
   Connect();
-  Run();
   text_replace(&AttributesOf("red")->import_route_policy[0], "in4");
-  ASSERT_EQ(Show("red", kStructured), kStatusOk);
-  EXPECT_THAT(ShownTables(), ElementsAre("1/1 in4 -"));
+  EXPECT_THAT(ShownTables("red", kStructured), ElementsAre("1/1 in4 -"));
   EXPECT_TRUE(Printed("mpls_vpn_mib_prov_xml_filter: xml table count: 1, afi_index: 1"));
   EXPECT_TRUE(Printed("add_tables table count: 1"));
 }
 
 TEST_F(VrfShow, StructuredFormWithAnIpv6PolicyHasTheIpv6Table) {
-  AddVrf("red");
-  Connect();
-  Run();
+  ServeVrf("red");
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
   text_replace(&attributes->import_route_policy[1], "in6");
-  ASSERT_EQ(Show("red", kStructured), kStatusOk);
-  EXPECT_THAT(ShownTables(), ElementsAre("2/1 in6 -"));
+  EXPECT_THAT(ShownTables("red", kStructured), ElementsAre("2/1 in6 -"));
   EXPECT_TRUE(Printed("mpls_vpn_mib_prov_xml_filter: xml table count: 1, afi_index: 2"));
   text_replace(&attributes->import_route_policy[1], nullptr);
   text_replace(&attributes->export_route_policy[1], "out6");
-  ASSERT_EQ(Show("red", kStructured), kStatusOk);
-  EXPECT_THAT(ShownTables(), ElementsAre("2/1 - out6"));
+  EXPECT_THAT(ShownTables("red", kStructured), ElementsAre("2/1 - out6"));
 }
 
 TEST_F(VrfShow, StructuredFormDoesNotCountFlowRulePolicies) {
-  AddVrf("red");
-  Connect();
-  Run();
+  ServeVrf("red");
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
   for (unsigned family = 0; family < kMplsVpnFamilies; ++family) {
     text_replace(&attributes->flowspec_import_route_policy[family], "flow-in");
     text_replace(&attributes->flowspec_export_route_policy[family], "flow-out");
   }
-  ASSERT_EQ(Show("red", kStructured), kStatusOk);
-  EXPECT_THAT(ShownTables(), IsEmpty());
+  EXPECT_THAT(ShownTables("red", kStructured), IsEmpty());
 }
 
 TEST_F(VrfShow, OnlyFormTwoIsStructured) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   for (const std::uint32_t form : {kPlain, kWithFamilies, kStructuredWithFamilies}) {
-    ASSERT_EQ(Show("red", form), kStatusOk);
-    EXPECT_THAT(ShownTables(), ElementsAre("1/1 - -", "2/1 - -")) << form;
+    EXPECT_THAT(ShownTables("red", form), ElementsAre("1/1 - -", "2/1 - -")) << form;
     EXPECT_TRUE(
         Printed("Entering function mpls_vpn_mib_prov_get_vrf_show with vrfName = red, is_xml: FALSE"));
   }
 }
 
 TEST_F(VrfShow, StructuredFormWithBothFamiliesHasAllTables) {
-  AddVrf("red");
-  Connect();
-  Run();
+  ServeVrf("red");
   text_replace(&AttributesOf("red")->export_route_policy[0], "out4");
   AddRouteTarget("red", kRtImport, "6:6", 2, 1);
-  ASSERT_EQ(Show("red", kStructured), kStatusOk);
-  EXPECT_THAT(ShownTables(), ElementsAre("1/1 - out4", "2/1 - - 6:6(1)"));
+  EXPECT_THAT(ShownTables("red", kStructured), ElementsAre("1/1 - out4", "2/1 - - 6:6(1)"));
   EXPECT_TRUE(Printed("mpls_vpn_mib_prov_xml_filter: xml table count: 2, afi_index: 0"));
   EXPECT_TRUE(Printed("add_tables table count: 4"));
 }
 
 TEST_F(VrfShow, StructuredFormOfAGivenFamilyConsidersItsTableOnly) {
-  AddVrf("red");
-  Connect();
+  ServeVrf("red");
   AddRouteTarget("red", kRtImport, "6:6", 2, 1);
   EXPECT_THAT(FilledTables("red", 2, 0, true), ElementsAre("2/1 - - 6:6(1)"));
   EXPECT_TRUE(Printed("mpls_vpn_mib_prov_xml_filter: xml table count: 1, afi_index: 2"));

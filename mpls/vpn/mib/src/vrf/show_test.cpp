@@ -23,10 +23,8 @@ TEST_F(VrfShow, ShowsTheVrf) {
   AddVrf("red", kVrfFlagBigVrf, "65000:100");
   AddInterface("ge0", "red");
   Connect();
-  Run();
   text_replace(&AttributesOf("red")->description, "customer");
-  ASSERT_EQ(Show("red"), kStatusOk);
-  const Decoded<mpls_vpn_vrf> show(kShowVrfParcel, reply_.Get());
+  const auto show = Shown("red");
   EXPECT_STREQ(show->VRFName, "red");
   EXPECT_STREQ(show->VRFDescription, "customer");
   EXPECT_STREQ(show->RouteDistinguisher, "65000:100");
@@ -63,13 +61,11 @@ TEST_F(VrfShow, ForwardReferenceAnswersNoSuchRow) {
 }
 
 TEST_F(VrfShow, MissingRouteDistinguisherIsFetched) {
-  AddVrf("red", 0, "65000:100");
-  Connect();
-  Run();
+  ServeVrf("red", 0, "65000:100");
   text_replace(&AttributesOf("red")->rd, nullptr);
-  ASSERT_EQ(Show("red"), kStatusOk);
-  const Decoded<mpls_vpn_vrf> show(kShowVrfParcel, reply_.Get());
+  const auto show = Shown("red");
   EXPECT_STREQ(show->RouteDistinguisher, "65000:100");
+  EXPECT_EQ(show->isBigVrf, 0U);
 }
 
 TEST_F(VrfShow, MissingRecordIsReportedAndFillsNothing) {
@@ -79,14 +75,6 @@ TEST_F(VrfShow, MissingRecordIsReportedAndFillsNothing) {
   EXPECT_THAT(Prints(), ElementsAre("NULL arguments in fill_show_vrf_parcel"));
   EXPECT_EQ(show.VRFName, nullptr);
   EXPECT_EQ(Traced("mpls_vpn/error").size(), 1U);
-}
-
-TEST_F(VrfShow, OnlyABigVrfIsShownAsOne) {
-  AddVrf("red");
-  Connect();
-  ASSERT_EQ(Show("red"), kStatusOk);
-  const Decoded<mpls_vpn_vrf> show(kShowVrfParcel, reply_.Get());
-  EXPECT_EQ(show->isBigVrf, 0U);
 }
 
 TEST_F(VrfShow, HandlerPrintsWhatItDoes) {
@@ -129,7 +117,6 @@ TEST_F(VrfShow, TextWithoutMemoryIsLeftOutAndTheRequestSucceeds) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Connect();
-  Run();
   AddRouteTarget("red", kRtImport, "1:1");
   mpls_vpn_vrf_attr* attributes = AttributesOf("red");
   text_replace(&attributes->description, "customer");
@@ -159,7 +146,6 @@ TEST_F(VrfShow, RecordWithoutItsNameAnswersNoMemory) {
   AddInterface("ge0", "red");
   AddInterface("ge1", "far");
   Connect();
-  Run();
   mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red"));
   fault_arm("text_copy", kStatusNoMemory);
   EXPECT_EQ(Show("red"), kStatusNoMemory);
@@ -180,22 +166,18 @@ TEST_F(VrfShow, InterfacesAreInTheDatabasesOrderWithSlashesForUnderscores) {
   AddInterface("ge7", "blue");
   AddInterface("ge0_0_0", "red");
   Connect();
-  ASSERT_EQ(Show("red"), kStatusOk);
-  EXPECT_THAT(ShownInterfaces(), ElementsAre("ge0/0/1", "ge0/0/0"));
+  EXPECT_THAT(ShownInterfaces("red"), ElementsAre("ge0/0/1", "ge0/0/0"));
 }
 
 TEST_F(VrfShow, LongestInterfaceNameFits) {
   AddVrf("red");
   AddInterface(std::string(63, '_'), "red");
   Connect();
-  ASSERT_EQ(Show("red"), kStatusOk);
-  EXPECT_THAT(ShownInterfaces(), ElementsAre(std::string(63, '/')));
+  EXPECT_THAT(ShownInterfaces("red"), ElementsAre(std::string(63, '/')));
 }
 
 TEST_F(VrfShow, OverlongNameIsCutAndAMissingOneIsEmpty) {
-  AddVrf("red");
-  Connect();
-  Run();
+  ServeVrf("red");
   CreateIf("red", 7, std::string(90, 'x').c_str(), 0x700);
   CreateIf("red", 8, nullptr, 0x800);
   ParcelArray interfaces;
@@ -210,10 +192,8 @@ TEST_F(VrfShow, InterfacesWithoutMemoryAreLeftOut) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Connect();
-  Run();
   const ScopedFault fault("calloc_tagged:If in VRF", kStatusNoMemory);
-  ASSERT_EQ(Show("red"), kStatusOk);
-  EXPECT_THAT(ShownInterfaces(), IsEmpty());
+  EXPECT_THAT(ShownInterfaces("red"), IsEmpty());
   ExpectNoArrayReported("add_ifs");
 }
 
@@ -227,17 +207,15 @@ TEST_F(VrfShow, DefaultVrfListsTheInterfacesInNoVrfAndHasNoTables) {
   AddInterface("lo");
   Connect();
   HoldInDatabase("default", vtab_get_vrf_record_by_vrf_name("default"));
-  ASSERT_EQ(Show("default"), kStatusOk);
   ASSERT_NE(vtab_get_first_table_record_by_vrf_name("default"), nullptr);
-  EXPECT_THAT(ShownInterfaces(), ElementsAre("ge0/1", "lo"));
-  EXPECT_THAT(ShownTables(), IsEmpty());
+  EXPECT_THAT(ShownInterfaces("default"), ElementsAre("ge0/1", "lo"));
+  EXPECT_THAT(ShownTables("default"), IsEmpty());
 }
 
 TEST_F(VrfShow, DefaultVrfWithoutInterfacesHasNone) {
   Connect();
   HoldInDatabase("default", vtab_get_vrf_record_by_vrf_name("default"));
-  ASSERT_EQ(Show("default"), kStatusOk);
-  EXPECT_THAT(ShownInterfaces(), IsEmpty());
+  EXPECT_THAT(ShownInterfaces("default"), IsEmpty());
 }
 
 TEST_F(VrfShow, InterfacesOfDefaultWithoutMemoryAreLeftOut) {
@@ -246,8 +224,7 @@ TEST_F(VrfShow, InterfacesOfDefaultWithoutMemoryAreLeftOut) {
   HoldInDatabase("default", vtab_get_vrf_record_by_vrf_name("default"));
   Run();
   const ScopedFault fault("calloc_tagged:Def if in VRF", kStatusNoMemory);
-  ASSERT_EQ(Show("default"), kStatusOk);
-  EXPECT_THAT(ShownInterfaces(), IsEmpty());
+  EXPECT_THAT(ShownInterfaces("default"), IsEmpty());
   ExpectNoArrayReported("add_default_vrf_ifs");
 }
 
@@ -290,7 +267,6 @@ TEST_F(VrfShow, InvalidVrfWithoutInterfacesAnswersNoSuchRow) {
 TEST_F(VrfShow, InvalidVrfWhoseInterfacesFindNoMemoryAnswersNoSuchRow) {
   AddInterface("ge0", "far");
   Connect();
-  Run();
   const ScopedFault fault("calloc_tagged:If in VRF", kStatusNoMemory);
   EXPECT_EQ(ShowInvalid("far"), kStatusNoSuchRow);
   EXPECT_TRUE(Printed("Requested VRF far invalid, but found no ifs"));
@@ -300,7 +276,6 @@ TEST_F(VrfShow, InvalidVrfWhoseInterfacesFindNoMemoryAnswersNoSuchRow) {
 TEST_F(VrfShow, InterfaceOfAnInvalidVrfWithoutMemoryForItsNameIsShownEmpty) {
   AddInterface("ge0", "far");
   Connect();
-  Run();
   const ScopedFault fault("text_copy", kStatusNoMemory, 2);
   ASSERT_EQ(ShowInvalid("far"), kStatusOk);
   EXPECT_EQ(ShownInFull(), "far - -, (null)");

@@ -26,6 +26,11 @@ class VrfShow : public RouteTablesTest {
   Status ShowInvalid(const char* vrf, std::uint32_t form = kPlain) {
     return Read(mpls_vpn_mib_prov_get_vrf_invalid, vrf, form);
   }
+  // Of a VRF that is shown.
+  Decoded<mpls_vpn_vrf> Shown(const char* vrf, std::uint32_t form = kPlain) {
+    EXPECT_EQ(Show(vrf, form), kStatusOk);
+    return {kShowVrfParcel, reply_.Get()};
+  }
   // The last answer as one line: "name description rd", its interfaces, its tables.
   std::string ShownInFull() {
     const Decoded<mpls_vpn_vrf> show(kShowVrfParcel, reply_.Get());
@@ -35,22 +40,13 @@ class VrfShow : public RouteTablesTest {
     for (const std::string& table : TablesOf(*show.operator->())) text += ", " + table;
     return text;
   }
-  // Printed, and traced last with the code of exhausted memory.
-  void ExpectNoMemoryReported(const std::string& printed, const std::string& traced) {
-    EXPECT_TRUE(Printed(printed)) << printed;
-    Status code = kStatusOk;
-    const std::vector<std::string> records = Traced("mpls_vpn/error", &code);
-    ASSERT_FALSE(records.empty());
-    EXPECT_EQ(records.back(), traced);
-    EXPECT_EQ(code, kStatusNoMemory);
-  }
   void ExpectNoArrayReported(const std::string& function) {
-    ExpectNoMemoryReported("Cannot allocate memory in function " + function,
-                           "Cannot allocate memory in function " + function);
+    EXPECT_TRUE(Printed("Cannot allocate memory in function " + function)) << function;
+    ExpectErrorTraced("Cannot allocate memory in function " + function, kStatusNoMemory);
   }
   void ExpectNoCopyReported(const std::string& function) {
-    ExpectNoMemoryReported("Error in " + function + ": text_copy failed: " + err_text(kStatusNoMemory),
-                           function + ": text_copy failed");
+    EXPECT_TRUE(Printed(Failure(function, "text_copy failed", kStatusNoMemory))) << function;
+    ExpectErrorTraced(function + ": text_copy failed", kStatusNoMemory);
   }
   static std::vector<std::string> InterfacesOf(const mpls_vpn_vrf& show) {
     const auto* entries = static_cast<const mpls_vpn_interfaces*>(show.Interfaces.elements);
@@ -79,12 +75,12 @@ class VrfShow : public RouteTablesTest {
     }
     return texts;
   }
-  std::vector<std::string> ShownInterfaces() {
-    const Decoded<mpls_vpn_vrf> show(kShowVrfParcel, reply_.Get());
+  std::vector<std::string> ShownInterfaces(const char* vrf) {
+    const auto show = Shown(vrf);
     return InterfacesOf(*show.operator->());
   }
-  std::vector<std::string> ShownTables() {
-    const Decoded<mpls_vpn_vrf> show(kShowVrfParcel, reply_.Get());
+  std::vector<std::string> ShownTables(const char* vrf, std::uint32_t form = kPlain) {
+    const auto show = Shown(vrf, form);
     return TablesOf(*show.operator->());
   }
   // Fills a record without a request, and takes its tables.
