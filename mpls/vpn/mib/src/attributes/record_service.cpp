@@ -156,6 +156,11 @@ VtabVrfRecord* get_vrf_record(const char* vrf_name) {
   return record != nullptr ? record : create_vrf_record(vrf_name);
 }
 
+bool vrf_exists(const char* vrf_name) {
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
+  return record != nullptr && record->vrf_id != 0;
+}
+
 void update_timestamp(const VtabVrfRecord* record, std::uint32_t* field) {
   if (backend_scan_in_progress != 0 && mpls_vpn_mib_chkpt_first_run() == 0) return;
   *field = static_cast<std::uint32_t>(clock_stamp() / kNanosecondsPerSecond);

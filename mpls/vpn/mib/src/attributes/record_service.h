@@ -17,6 +17,8 @@
 // The VRF's record; creates it as a forward reference (vrf_id 0) if there is none. Null when the record
 // service's database cannot be locked or unlocked, or when the service creates no record.
 VtabVrfRecord* get_vrf_record(const char* vrf_name);
+// Whether the record service has a complete record of the VRF.
+bool vrf_exists(const char* vrf_name);
 
 // Stores the platform clock's time in `field`, a time field of the record's block, and saves the VRF's
 // checkpoint record. Does nothing during the initial scan of a later run: the checkpointed times remain

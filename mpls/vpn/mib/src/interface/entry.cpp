@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
+#include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
@@ -41,12 +42,6 @@ std::uint8_t protocols_of(const IfNode* node) {
   return of_interface | protocol_bits(mpls_vpn_vrf_attributes(record)->protocol_count);
 }
 
-Status refuse_missing_argument(int argument) {
-  mpls_vpn_debug(ERR, "BGEN arg %d not present in %s", argument, kInterfaceHandler);
-  mpls_vpn_trace(kTraceError, kStatusArgumentMissing, "%s: argument %d", kInterfaceHandler, argument);
-  return kStatusArgumentMissing;
-}
-
 const IfNode* report_none() {
   mpls_vpn_debug(PROV, "No Interface found");
   return nullptr;
@@ -57,18 +52,13 @@ const IfNode* find_next(const char* vrf_name, std::uint32_t if_index) {
   return node == nullptr ? report_none() : node;
 }
 
-bool is_in_valid_vrf(const IfNode* node) {
-  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(node->vrf_name);
-  return record != nullptr && record->vrf_id != 0;
-}
-
 const IfNode* find_exact(const char* vrf_name, std::uint32_t if_index) {
   if (vrf_name == router::kDefaultVrf) return nullptr;
   // Deliberate: interfaces of known VRFs are read by "next" only.
   if (vrf_in_database(vrf_name) != nullptr) return nullptr;
   const IfNode* node = mpls_vpn_mib_get_if(true, vrf_name, if_index);
   if (node == nullptr) return report_none();
-  if (is_in_valid_vrf(node)) return node;
+  if (vrf_exists(node->vrf_name)) return node;
   mpls_vpn_debug(PROV, "Interface is in an invalid VRF");
   mpls_vpn_trace(kTraceError, kStatusNoSuchRow, "%s: interface %u is in an invalid VRF", kInterfaceHandler,
                  if_index);
@@ -100,8 +90,7 @@ Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node) {
 
 Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args) {
   // An empty name is valid: it is the smallest key, with which a walk of the table begins.
-  if (kvtree_absent(args, 0)) return refuse_missing_argument(0);
-  if (kvtree_absent(args, 1)) return refuse_missing_argument(1);
+  if (const Status rc = prov_check_arguments(args, 2, kInterfaceHandler)) return rc;
   const char* vrf_name = args->arg[0].text;
   const std::uint32_t if_index = *args->arg[1].number;
   mpls_vpn_debug(PROV, "Entering function %s with <vrf name = %s, if_index = %d>", kInterfaceHandler,

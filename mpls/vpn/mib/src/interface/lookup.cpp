@@ -9,11 +9,11 @@
 // Main thread, without the database mutex (or, inside a join or leave, with it: then nothing is repaired).
 #include <cstring>
 
+#include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/router/vtab/vtab.h"
 
 namespace {
 
@@ -77,16 +77,11 @@ IfNode* get_if_unrepaired(bool exact, const char* vrf_name, std::uint32_t if_ind
   return report_found(kFunction, node);
 }
 
-bool has_complete_record(const char* vrf_name) {
-  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
-  return record != nullptr && record->vrf_id != 0;
-}
-
 // The name of the first invalid VRF from this node on; null at the end and at an invalid node.
 const char* invalid_vrf_from(const IfNode* node, const char* function) {
   for (; node != nullptr; node = successor(node)) {
     if (ends_walk(node, function)) return nullptr;
-    if (!has_complete_record(node->vrf_name)) {
+    if (!vrf_exists(node->vrf_name)) {
       mpls_vpn_debug(DBASE, "Found invalid %s", node->vrf_name);
       return node->vrf_name;
     }
@@ -159,7 +154,7 @@ IfNode* mpls_vpn_mib_get_next_valid_intf(const char* vrf_name, std::uint32_t if_
   mpls_vpn_mib_clean_if_dbase();
   for (IfNode* node = get_if_unrepaired(false, vrf_name, if_index); node != nullptr; node = successor(node)) {
     if (ends_walk(node, __func__)) return nullptr;
-    if (has_complete_record(node->vrf_name)) return node;
+    if (vrf_exists(node->vrf_name)) return node;
   }
   return nullptr;
 }

@@ -21,28 +21,18 @@ namespace {
 
 bool dbase_dirty MPLS_GUARDED_BY(mpls_vpn_mutex) = false;
 
-std::uint32_t compare_numbers(std::uint32_t left, std::uint32_t right) {
-  if (left == right) return kWavlEqual;
-  return left < right ? kWavlLess : kWavlGreater;
-}
-
-// A null node is smaller than any other.
-std::uint32_t compare_presence(const void* left, const void* right) {
-  return compare_numbers(left != nullptr ? 1 : 0, right != nullptr ? 1 : 0);
-}
-
 std::uint32_t compare_by_vrf(const void* left, const void* right) {
-  if (left == nullptr || right == nullptr) return compare_presence(left, right);
+  if (left == nullptr || right == nullptr) return mpls_vpn_order(left != nullptr, right != nullptr);
   const auto* first = static_cast<const IfNode*>(left);
   const auto* second = static_cast<const IfNode*>(right);
   const std::uint32_t names = mpls_vpn_name_compare(first->vrf_name, second->vrf_name);
-  return names != kWavlEqual ? names : compare_numbers(first->if_index, second->if_index);
+  return names != kWavlEqual ? names : mpls_vpn_order(first->if_index, second->if_index);
 }
 
 std::uint32_t compare_by_handle(const void* left, const void* right) {
-  if (left == nullptr || right == nullptr) return compare_presence(left, right);
-  return compare_numbers(static_cast<const IfNode*>(left)->if_handle,
-                         static_cast<const IfNode*>(right)->if_handle);
+  if (left == nullptr || right == nullptr) return mpls_vpn_order(left != nullptr, right != nullptr);
+  return mpls_vpn_order(static_cast<const IfNode*>(left)->if_handle,
+                        static_cast<const IfNode*>(right)->if_handle);
 }
 
 constexpr const char* kCreate = "mpls_vpn_mib_create_if_wavl_node";

@@ -11,6 +11,7 @@
 
 #include <cstring>
 
+#include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/interface/active.h"
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
@@ -38,11 +39,6 @@ std::uint32_t count_configured_vrfs() {
   return count;
 }
 
-bool is_in_complete_vrf(const IfNode* node) {
-  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(node->vrf_name);
-  return record != nullptr && record->vrf_id != 0;
-}
-
 // The interface's record, or null; prints which.
 const VtabIfRecord* find_if_record(const IfNode* node) {
   const VtabIfRecord* record = node->if_name == nullptr ? nullptr : vtab_get_if_record(node->if_name);
@@ -60,7 +56,7 @@ void count_interfaces(mpls_vpn_mib_scalars* scalars) {
   bool counted = false;
   for (const IfNode* node = mpls_vpn_mib_if_dbase_first(); node != nullptr;
        node = mpls_vpn_mib_if_dbase_next(node)) {
-    if (!is_in_complete_vrf(node)) continue;
+    if (!vrf_exists(node->vrf_name)) continue;
     ++scalars->connectedInterfaces;
     if (std::strcmp(node->vrf_name, current_vrf) != 0) {
       current_vrf = node->vrf_name;

@@ -20,7 +20,6 @@ namespace {
 
 constexpr char kIpv4Route[] = "mpls_vpn_mib_rib_ipv4_route";
 constexpr std::size_t kSize = 4;  // octets of an address
-constexpr std::int32_t kAddressType = kInetAddressIpv4;
 
 struct ReleaseRoute {
   void operator()(ForwardmibIpv4Route* route) const {
@@ -94,10 +93,7 @@ OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) 
 OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
   OwnedRoute route = ask_module(table_id, exact, search);
   if (route == nullptr) {
-    *rc = route_refuse_unanswered(errno, kIpv4Route);
-    if (*rc != kStatusNoSuchRow) return route;
-    mpls_vpn_debug(RIB, "No ipv4 route found");
-    mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "No ipv4 route found");
+    *rc = route_refuse_unanswered(errno, kIpv4Route, "No ipv4 route found");
     return route;
   }
   mpls_vpn_report(
@@ -109,26 +105,11 @@ OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, 
   return route;
 }
 
-void fill_numbers(mpls_vpn_mib_route* row, const ForwardmibIpv4Route& route) {
-  row->destType = kAddressType;
-  row->mask = static_cast<std::uint32_t>(__builtin_popcount(route.mask));
-  row->nextHopType = route.type == kRouteTypeLocal ? kInetAddressUnknown : kAddressType;
-  row->ifIndex = route.if_index < 0 ? 0 : route.if_index;
-  row->type = static_cast<std::int32_t>(route.type);
-  row->proto = static_cast<std::int32_t>(route.protocol);
-  row->age = route.age;
-  row->nextHopAS = 0;
-  row->metric1 = route.metric1;
-  row->metric2 = route.metric2;
-  row->metric3 = route.metric3;
-  row->metric4 = route.metric4;
-  row->metric5 = route.metric4;  // deliberate: readers have always been shown metric 4 twice
-  row->rowStatus = static_cast<std::int32_t>(route.row_status);
-}
-
 Status fill_row(mpls_vpn_mib_route* row, const ForwardmibIpv4Route& route) {
   *row = {};
-  fill_numbers(row, route);
+  route_fill_numbers(row, route, kInetAddressIpv4);
+  row->mask = static_cast<std::uint32_t>(__builtin_popcount(route.mask));
+  row->metric5 = route.metric4;  // deliberate: readers have always been shown metric 4 twice
   std::uint8_t octets[kSize];
   std::memcpy(octets, &route.destination, kSize);
   if (!route_copy_octets(&row->dest, octets, kSize, "route dest")) {

@@ -15,7 +15,6 @@ namespace {
 
 constexpr char kIpv6Route[] = "mpls_vpn_mib_rib_ipv6_route";
 constexpr std::size_t kSize = 16;  // octets of an address
-constexpr std::int32_t kAddressType = kInetAddressIpv6;
 
 struct ReleaseRoute {
   void operator()(ForwardmibIpv6Route* route) const {
@@ -73,33 +72,15 @@ OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) 
 // Null, with *rc set, without a route.
 OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
   OwnedRoute route = ask_module(table_id, exact, search);
-  if (route != nullptr) return route;
-  *rc = route_refuse_unanswered(errno, kIpv6Route);
-  if (*rc != kStatusNoSuchRow) return route;
-  mpls_vpn_debug(RIB, "No ipv6 route found");
-  mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "No ipv6 route found");
+  if (route == nullptr) *rc = route_refuse_unanswered(errno, kIpv6Route, "No ipv6 route found");
   return route;
 }
 
-void fill_numbers(mpls_vpn_mib_route* row, const ForwardmibIpv6Route& route) {
-  row->destType = kAddressType;
-  row->mask = route.prefix_length;
-  row->nextHopType = route.type == kRouteTypeLocal ? kInetAddressUnknown : kAddressType;
-  row->ifIndex = route.if_index < 0 ? 0 : route.if_index;
-  row->type = static_cast<std::int32_t>(route.type);
-  row->proto = static_cast<std::int32_t>(route.protocol);
-  row->age = route.age;
-  row->nextHopAS = route.next_hop_as;
-  row->metric1 = route.metric1;
-  row->metric2 = route.metric2;
-  row->metric3 = route.metric3;
-  row->metric4 = route.metric4;
-  row->metric5 = route.metric5;
-  row->rowStatus = static_cast<std::int32_t>(route.row_status);
-}
-
 Status fill_row(mpls_vpn_mib_route* row, const ForwardmibIpv6Route& route) {
-  fill_numbers(row, route);
+  route_fill_numbers(row, route, kInetAddressIpv6);
+  row->mask = route.prefix_length;
+  row->nextHopAS = route.next_hop_as;
+  row->metric5 = route.metric5;
   const std::size_t next_hop_length = row->nextHopType == 0 ? 0 : route.next_hop->length;
   if (!route_copy_octets(&row->dest, route.destination->octets, route.destination->length, "route dest") ||
       !route_copy_octets(&row->nextHop, route.next_hop->octets, next_hop_length, "route next hop")) {

@@ -61,8 +61,12 @@ bool route_copy_octets(ParcelOctets* field, const std::uint8_t* octets, std::siz
   return true;
 }
 
-Status route_refuse_unanswered(int module_errno, const char* function) {
-  if (module_errno != ENOMEM) return kStatusNoSuchRow;
+Status route_refuse_unanswered(int module_errno, const char* function, const char* no_route) {
+  if (module_errno != ENOMEM) {
+    mpls_vpn_debug(RIB, "%s", no_route);
+    mpls_vpn_trace(kTraceRib, kStatusNoSuchRow, "%s", no_route);
+    return kStatusNoSuchRow;
+  }
   mpls_vpn_report_failure(ERR, kStatusNoMemory, "Cannot allocate memory in function %s", function);
   return kStatusNoMemory;
 }

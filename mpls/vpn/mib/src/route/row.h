@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/base/status.h"
 
 inline constexpr char kNoAddressText[] = "0";
@@ -40,8 +41,23 @@ bool route_fit_length(bool exact, std::size_t size, std::uint32_t* prefix_length
 [[nodiscard]] bool route_copy_octets(ParcelOctets* field, const std::uint8_t* octets, std::size_t length,
                                      const char* tag);
 // Why a module returned no route, from the errno it set: kStatusNoMemory, reported under the function's name,
-// or kStatusNoSuchRow. Only after the latter does a walk continue after the table.
-Status route_refuse_unanswered(int module_errno, const char* function);
+// or kStatusNoSuchRow, reported with the text. Only after the latter does a walk continue after the table.
+Status route_refuse_unanswered(int module_errno, const char* function, const char* no_route);
+// What the routes of both families have: everything but addresses, prefix length, next-hop AS and metric 5.
+template <typename Route>
+void route_fill_numbers(mpls_vpn_mib_route* row, const Route& route, std::int32_t address_type) {
+  row->destType = address_type;
+  row->nextHopType = route.type == kRouteTypeLocal ? kInetAddressUnknown : address_type;
+  row->ifIndex = route.if_index < 0 ? 0 : route.if_index;
+  row->type = static_cast<std::int32_t>(route.type);
+  row->proto = static_cast<std::int32_t>(route.protocol);
+  row->age = route.age;
+  row->metric1 = route.metric1;
+  row->metric2 = route.metric2;
+  row->metric3 = route.metric3;
+  row->metric4 = route.metric4;
+  row->rowStatus = static_cast<std::int32_t>(route.row_status);
+}
 // Frees what the look-up put into the row and clears it; reported under the function's name. kStatusNoMemory.
 Status route_refuse_unfilled(mpls_vpn_mib_route* row, const char* function);
 

@@ -18,29 +18,16 @@ WavlTree mpls_vpn_mib_rt_dbase;
 
 constexpr unsigned kByKey = 0;
 
-template <typename Number>
-std::uint32_t compare_numbers(Number left, Number right) {
-  if (left == right) return kWavlEqual;
-  return left < right ? kWavlLess : kWavlGreater;
-}
-
-std::uint32_t compare_present(const RtNode& left, const RtNode& right) {
-  std::uint32_t order = mpls_vpn_name_compare(left.vrf_name, right.vrf_name);
-  if (order != kWavlEqual) return order;
-  order = compare_numbers(left.type, right.type);
-  if (order != kWavlEqual) return order;
-  order = compare_numbers(left.afi, right.afi);
-  if (order != kWavlEqual) return order;
-  order = compare_numbers(left.safi, right.safi);
-  return order != kWavlEqual ? order : mpls_vpn_name_compare(left.value, right.value);
-}
-
 std::uint32_t compare_by_key(const void* left, const void* right) {
-  if (left == nullptr || right == nullptr) {
-    if ((left == nullptr) == (right == nullptr)) return kWavlEqual;
-    return left == nullptr ? kWavlLess : kWavlGreater;
+  if (left == nullptr || right == nullptr) return mpls_vpn_order(left != nullptr, right != nullptr);
+  const auto* first = static_cast<const RtNode*>(left);
+  const auto* second = static_cast<const RtNode*>(right);
+  for (const std::uint32_t order :
+       {mpls_vpn_name_compare(first->vrf_name, second->vrf_name), mpls_vpn_order(first->type, second->type),
+        mpls_vpn_order(first->afi, second->afi), mpls_vpn_order(first->safi, second->safi)}) {
+    if (order != kWavlEqual) return order;
   }
-  return compare_present(*static_cast<const RtNode*>(left), *static_cast<const RtNode*>(right));
+  return mpls_vpn_name_compare(first->value, second->value);
 }
 
 RtNode key_of(const char* vrf_name, std::int32_t type, const char* value, std::uint32_t afi,

@@ -7,15 +7,8 @@
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/memory.h"
-#include "platform/core/wavl/wavl.h"
 
 namespace {
-
-template <typename Number>
-std::uint32_t order(Number left, Number right) {
-  if (left == right) return kWavlEqual;
-  return left < right ? kWavlLess : kWavlGreater;
-}
 
 bool is_printable(std::uint8_t octet) {
   return octet >= 0x20 && octet != 0x7f;
@@ -44,11 +37,11 @@ bool has_octets(const OctetString* octets) {
 }  // namespace
 
 std::uint32_t mpls_vpn_name_compare(const char* left, const char* right) {
-  if (left == nullptr || right == nullptr) return order(left != nullptr, right != nullptr);
+  if (left == nullptr || right == nullptr) return mpls_vpn_order(left != nullptr, right != nullptr);
   const std::size_t left_length = std::strlen(left);
   const std::size_t right_length = std::strlen(right);
-  if (left_length != right_length) return order(left_length, right_length);
-  return order(std::strcmp(left, right), 0);
+  if (left_length != right_length) return mpls_vpn_order(left_length, right_length);
+  return mpls_vpn_order(std::strcmp(left, right), 0);
 }
 
 std::int32_t mpls_vpn_text_index(const char* text, const char* const* table, std::int32_t rows) {

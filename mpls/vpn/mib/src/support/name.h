@@ -5,11 +5,18 @@
 #include <cstdint>
 
 #include "platform/core/base/status.h"
+#include "platform/core/wavl/wavl.h"
+
+// The order of two numbers: kWavlLess, kWavlEqual or kWavlGreater.
+template <typename Number>
+std::uint32_t mpls_vpn_order(Number left, Number right) {
+  if (left == right) return kWavlEqual;
+  return left < right ? kWavlLess : kWavlGreater;
+}
 
 // The key order of every name-keyed tree: a shorter name orders before a longer one whatever their octets,
 // names of equal length by octets (strcmp). This is the index order of the MIB's tables, where a name is
-// written after its length. A null name orders before any other; two null names are equal. kWavlLess
-// (0), kWavlEqual (1) or kWavlGreater (2).
+// written after its length. A null name orders before any other; two null names are equal.
 std::uint32_t mpls_vpn_name_compare(const char* left, const char* right);
 
 // Index of the first of `rows` texts equal to `text`, or -1 (also for rows < 1, and for a null text).

@@ -21,10 +21,7 @@ const WavlTree* vrf_tree() MPLS_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 std::uint32_t compare_by_name(const void* left, const void* right) {
-  if (left == nullptr || right == nullptr) {
-    if ((left == nullptr) == (right == nullptr)) return kWavlEqual;
-    return left == nullptr ? kWavlLess : kWavlGreater;
-  }
+  if (left == nullptr || right == nullptr) return mpls_vpn_order(left != nullptr, right != nullptr);
   return mpls_vpn_name_compare(static_cast<const VrfNode*>(left)->vrf_name,
                                static_cast<const VrfNode*>(right)->vrf_name);
 }

@@ -5,6 +5,7 @@
 #include "mpls/vpn/mib/src/vrf/show.h"
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
+#include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/membership/membership.h"
 #include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
@@ -47,11 +48,6 @@ Status find_shown(const char* vrf_name, VtabVrfRecord** record) {
     return kStatusNoSuchRow;
   }
   return kStatusOk;
-}
-
-bool exists(const char* vrf_name) {
-  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
-  return record != nullptr && record->vrf_id != 0;
 }
 
 Status refuse(mpls_vpn_vrf* show, Status why, const char* handler) {
@@ -117,7 +113,7 @@ Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args
   if (const Status rc = prov_check_arguments(args, 1, kInvalidName)) return rc;
   const char* vrf_name = args->arg[0].text;
   mpls_vpn_debug(PROV, "Entering function %s with vrfName = %s", kInvalidName, vrf_name);
-  if (exists(vrf_name)) {
+  if (vrf_exists(vrf_name)) {
     mpls_vpn_debug(PROV, "VRF %s found, but it is not invalid", vrf_name);
     return kStatusNoSuchRow;
   }
