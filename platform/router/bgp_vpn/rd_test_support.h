@@ -16,7 +16,7 @@
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
 #include "platform/router/feed/feed.h"
-#include "platform/router/model/vrf_test_support.h"
+#include "platform/router/model/router_test_support.h"
 #include "platform/store/tree/kvtree.h"
 
 class RdTest : public ::testing::Test {

@@ -161,9 +161,4 @@ TEST_F(RouteTargetText, NullArgumentsAreInvalid) {
   EXPECT_EQ(bgp_vpn_extract_rt(&args_, 50, text_.data(), &afi_, &safi_), kStatusInvalid);
 }
 
-TEST_F(RouteTargetText, ExtractionHasItsFaultPoint) {
-  fault_arm("bgp_vpn_extract_rt", kStatusIo);
-  EXPECT_EQ(Extract({0, 0, 65000, 100, nullptr, {}}), err_text(kStatusIo));
-}
-
 }  // namespace

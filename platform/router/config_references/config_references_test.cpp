@@ -38,6 +38,12 @@ void note_interface(VmapMemberDatabase*, VmapEvent kind, const VmapIntfItem* ite
   reported().push_back(std::string(kind == VmapEvent::kUpdate ? "joined " : "left ") + item->vrf_name);
 }
 
+const KvConfigNode kRedText = vrf_config::description("red", "Red Rail");
+const KvConfigNode kRedRip = vrf_config::rip_interface("red", "ge0");
+const KvConfigNode kRedBgp = vrf_config::bgp_neighbor("red", 65000, "192.0.2.9", Family::kIpv4);
+const std::string kTextPath = kRedText.path.substr(vrf_config::kVrfScope.size());
+const std::string kRipPath = "red/ord_t/if/ge0/ord_d/enabled";
+
 class ConfigReferences : public router::RouterTest {
  protected:
   ConfigReferences() : manager_(event_manager_create("/dev/mpls/vpn/main", 0)) {
@@ -100,6 +106,12 @@ class ConfigReferences : public router::RouterTest {
     ASSERT_EQ(vmap_c_notif_reg(database, &fd, &count), kStatusOk);
     reported().clear();
   }
+  void ListenWithRedRip() {
+    Start();
+    Listen();
+    Set(kRedRip);
+    EXPECT_THAT(Reported(), ElementsAre("+" + kRipPath));
+  }
   static std::vector<std::string> Reported() { return std::exchange(reported(), {}); }
 
   TestRunDirectory directory_;
@@ -107,12 +119,6 @@ class ConfigReferences : public router::RouterTest {
   VmapClient* client_ = nullptr;
   std::uint32_t last_index_ = 0;
 };
-
-const KvConfigNode kRedText = vrf_config::description("red", "Red Rail");
-const KvConfigNode kRedRip = vrf_config::rip_interface("red", "ge0");
-const KvConfigNode kRedBgp = vrf_config::bgp_neighbor("red", 65000, "192.0.2.9", Family::kIpv4);
-const std::string kTextPath = kRedText.path.substr(vrf_config::kVrfScope.size());
-const std::string kRipPath = "red/ord_t/if/ge0/ord_d/enabled";
 
 TEST_F(ConfigReferences, VrfIsReferencedFromItsFirstItemToItsLast) {
   Start();
@@ -224,13 +230,13 @@ TEST_F(ConfigReferences, VrfDeletedUnderItsConfigurationKeepsItsRecord) {
   Set(kRedText);
   const VtabVrfRecord* const record = vtab_get_vrf_record_by_vrf_name("red");
   ASSERT_NE(record, nullptr);
-  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  DeleteVrf("red");
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), record);
   EXPECT_EQ(record->vrf_id, 0U);
   AddVrf("red", 11);
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), record);
   EXPECT_EQ(record->vrf_id, 11U);
-  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  DeleteVrf("red");
   Delete(kRedText);
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), nullptr);
 }
@@ -278,26 +284,21 @@ TEST_F(ConfigReferences, StartsOnceAndAFailedStartLeavesNothing) {
 }
 
 TEST_F(ConfigReferences, ItemsOfAnInterfaceAreReplayedAfterItJoined) {
-  Start();
-  Listen();
-  Set(kRedRip);
-  EXPECT_THAT(Reported(), ElementsAre("+" + kRipPath));
-  const std::uint32_t handle = AddInterface("ge0", "red");
+  ListenWithRedRip();
+  AddInterface("ge0", "red");
   Run();
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
-  ASSERT_EQ(router_.move_interface(handle, "default"), kStatusOk);
+  Move("ge0", "default");
   Run();
   EXPECT_THAT(Reported(), ElementsAre("left red"));
-  ASSERT_EQ(router_.move_interface(handle, "red"), kStatusOk);
+  Move("ge0", "red");
   Run();
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   EXPECT_TRUE(IsReferenced("red")) << "a replay keeps the reference";
 }
 
 TEST_F(ConfigReferences, OnlyItemsOfTheInterfaceInItsVrfAreReplayed) {
-  Start();
-  Listen();
-  Set(kRedRip);
+  ListenWithRedRip();
   Set(vrf_config::rip_interface("red", "ge1"));
   Set(vrf_config::rip_interface("blue", "ge0"));
   Reported();
@@ -329,47 +330,39 @@ TEST_F(ConfigReferences, ItemsOfManyJoinsAreReplayedAfterTheirJoins) {
 }
 
 TEST_F(ConfigReferences, ItemsOfAnInterfaceAreReplayedAfterItsNameOrIndexChanged) {
-  Start();
-  Listen();
-  Set(kRedRip);
-  const std::uint32_t handle = AddInterface("new", "red");
+  ListenWithRedRip();
+  AddInterface("new", "red");
   Run();
   Reported();
-  router::Interface changed = *router_.find_interface(handle);
-  changed.name = "ge0";
-  ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  Rename("new", "ge0");
   Run();
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
-  changed.index = 99;
-  ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  Rename("ge0", "ge0", 99);
   Run();
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
+  router::Interface changed = Current("ge0");
   changed.up = true;
-  ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  ChangeInterface(changed);
   Run();
   EXPECT_THAT(Reported(), IsEmpty()) << "name, index and VRF are the same";
 }
 
 TEST_F(ConfigReferences, InterfaceLeavesWithTheNameUnderWhichItHadItems) {
-  Start();
-  Listen();
-  Set(kRedRip);
-  const std::uint32_t handle = AddInterface("ge0", "red");
+  ListenWithRedRip();
+  AddInterface("ge0", "red");
   Run();
   Reported();
-  const auto rename = [&](const std::string& name) {
-    router::Interface changed = *router_.find_interface(handle);
-    changed.name = name;
-    ASSERT_EQ(router_.change_interface(changed), kStatusOk);
+  const auto rename = [&](const std::string& name, const std::string& next) {
+    Rename(name, next);
     Run();
   };
-  rename("ge1");
+  rename("ge0", "ge1");
   EXPECT_THAT(Reported(), ElementsAre("left red", "joined red"));
-  rename("ge0");
+  rename("ge1", "ge0");
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   Delete(kRedRip);
   Reported();
-  rename("ge1");
+  rename("ge0", "ge1");
   EXPECT_THAT(Reported(), ElementsAre("joined red")) << "nothing is counted under its former name";
 }
 
@@ -383,7 +376,7 @@ TEST_F(ConfigReferences, DescriptionIsReplayedWhenAVrfIsCreatedUnderAReferencedN
   Run();
   EXPECT_THAT(Reported(), ElementsAre("-" + kTextPath));
   Set(kRedText);
-  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  DeleteVrf("red");
   Run();
   Reported();
   AddVrf("red", 10);
@@ -403,7 +396,7 @@ TEST_F(ConfigReferences, DescriptionThatCannotBeReplayedIsReplayedAtTheNextCreat
   Run();
   EXPECT_EQ(fault_reached("kvtree_config_announce"), 1U);
   EXPECT_THAT(Reported(), IsEmpty());
-  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  DeleteVrf("red");
   AddVrf("red", 10);
   Run();
   EXPECT_THAT(Reported(), ElementsAre("-" + kTextPath));
@@ -414,33 +407,27 @@ TEST_F(ConfigReferences, NothingIsReplayedForAVrfThatIsDeletedAgain) {
   ListenTo(vrf_config::kVrfScope);
   Set(kRedBgp);
   AddVrf("red", 10);
-  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  DeleteVrf("red");
   Run();
   EXPECT_THAT(Reported(), IsEmpty());
 }
 
 TEST_F(ConfigReferences, ItemDeletedBeforeItsReplayIsNotReplayed) {
-  Start();
-  Listen();
-  Set(kRedRip);
-  Reported();
+  ListenWithRedRip();
   AddInterface("ge0", "red");
   Delete(kRedRip);
   EXPECT_THAT(Reported(), testing::UnorderedElementsAre("joined red", "-" + kRipPath));
 }
 
 TEST_F(ConfigReferences, FailedReplayIsRetriedAtTheNextJoin) {
-  Start();
-  Listen();
-  Set(kRedRip);
-  Reported();
+  ListenWithRedRip();
   fault_arm("kvtree_config_replay", kStatusNoMemory);
-  const std::uint32_t handle = AddInterface("ge0", "red");
+  AddInterface("ge0", "red");
   Run();
   EXPECT_EQ(fault_reached("kvtree_config_replay"), 1U);
   EXPECT_THAT(Reported(), ElementsAre("joined red"));
-  ASSERT_EQ(router_.move_interface(handle, "blue"), kStatusOk);
-  ASSERT_EQ(router_.move_interface(handle, "red"), kStatusOk);
+  Move("ge0", "blue");
+  Move("ge0", "red");
   Run();
   EXPECT_THAT(Reported(), testing::IsSupersetOf({"-" + kRipPath, "+" + kRipPath}));
 }

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "platform/core/evm/test_run_directory.h"
-#include "platform/router/feed/test_support.h"
 
 namespace feed {
 namespace {
@@ -60,6 +59,20 @@ class FeedTest : public testing::Test {
  private:
   std::vector<std::string> lines_;
 };
+
+// Runs the loop and returns what `count` returns in `looks` events that are dispatched between the batches.
+std::vector<std::size_t> counts_between_batches(EventManager* manager, std::size_t looks,
+                                                const std::function<std::size_t()>& count) {
+  std::vector<std::size_t> counts;
+  std::function<void()> look = [&] {
+    counts.push_back(count());
+    if (counts.size() < looks) event_post(manager, look);
+  };
+  event_post(manager, look);
+  while (event_run_pending(manager)) {
+  }
+  return counts;
+}
 
 TEST_F(FeedTest, DeliversOnTheLoopByChangeThenByPhaseThenByArrival) {
   Append(1, Phase::kJoined, &first_, "joined 1");

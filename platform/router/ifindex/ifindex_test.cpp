@@ -144,19 +144,6 @@ TEST_F(Ifindex, ManagerIsAccepted) {
   EXPECT_EQ(ifindex_initialize_evm(manager.get()), kStatusIo);
 }
 
-TEST_F(Ifindex, EveryLookUpHasItsFaultPoint) {
-  AddInterface("ge0", 7);
-  std::uint32_t index = 99;
-  KvDatalist* list = nullptr;
-  fault_arm("ifname_to_index", kStatusIo);
-  fault_arm("ifindex_get_index_list", kStatusIo);
-  EXPECT_EQ(ifname_to_index("ge0", &index), kStatusIo);
-  EXPECT_EQ(ifindex_get_index_list(&list), kStatusIo);
-  fault_disarm_all();
-  EXPECT_EQ(index, 99U);
-  EXPECT_EQ(list, nullptr);
-}
-
 TEST_F(Ifindex, ListThatCannotBeFilledIsNotGivenOut) {
   AddInterface("ge0", 7);
   AddInterface("ge1", 5);

@@ -143,12 +143,6 @@ TEST_F(LabelDatabase, WithoutAModelItIsNotConnected) {
   EXPECT_EQ(StatusOf(10, "10.0.0.0", 8), kStatusNotConnected);
 }
 
-TEST_F(LabelDatabase, FaultPointFailsTheRequest) {
-  Put(10, "10.0.0.0/8", "192.0.2.1", {100});
-  const ScopedFault fault("lfx_c_lsr_xc_idx", kStatusTimedOut);
-  EXPECT_EQ(StatusOf(10, "10.0.0.0", 8), kStatusTimedOut);
-}
-
 TEST_F(LabelDatabase, MissingCrossConnectHasItsText) {
   EXPECT_STREQ(err_text(kStatusNoCrossConnect), "No cross-connect forwards the route");
 }

@@ -9,6 +9,14 @@
 
 namespace router {
 
+// The VRF exists. One item of it changes: ChangeVrf(&router_, "red", &Vrf::rd, "65000:1").
+template <typename Item, typename Value>
+void ChangeVrf(Router* router, const std::string& name, Item Vrf::*item, const Value& value) {
+  Vrf vrf = *router->find_vrf(name);
+  vrf.*item = value;
+  ASSERT_EQ(router->change_vrf(vrf), kStatusOk) << name;
+}
+
 class RouterTest : public testing::Test {
  protected:
   static Vrf MakeVrf(const std::string& name, std::uint32_t id) {

@@ -58,18 +58,6 @@ TEST_F(Qic, NameThatDoesNotFitIsInvalidAndNotTruncated) {
   EXPECT_STREQ(name_.data(), "seven77");
 }
 
-TEST_F(Qic, LastBindingShowsWhatWasAskedFor) {
-  ASSERT_EQ(Bind(), kStatusOk);
-  EXPECT_EQ(qic_last_binding().request_type, 4U);
-  EXPECT_EQ(qic_last_binding().version, 2U);
-  QicControlServer* refused = nullptr;
-  {
-    const ScopedFault fault("qic_control_server_bind", kStatusIo);
-    EXPECT_EQ(qic_control_server_bind(5, 9, &refused), kStatusIo);
-  }
-  EXPECT_EQ(qic_last_binding().request_type, 4U) << "a bind that fails is none";
-}
-
 TEST_F(Qic, WithoutAModelNothingCanBeBoundOrAsked) {
   const std::uint32_t handle = AddInterface("ge0");
   ASSERT_EQ(Bind(), kStatusOk);
@@ -92,23 +80,6 @@ TEST_F(Qic, NullArgumentsAreInvalid) {
   EXPECT_EQ(qic_control_server_bind(4, 2, nullptr), kStatusInvalid);
   EXPECT_EQ(qic_s_interface_name(nullptr, 1, name_.data(), name_.size()), kStatusInvalid);
   EXPECT_EQ(qic_s_interface_name(server_, 1, nullptr, 8), kStatusInvalid);
-}
-
-TEST_F(Qic, EveryOperationHasItsFaultPoint) {
-  const std::uint32_t handle = AddInterface("ge0");
-  {
-    const ScopedFault fault("qic_control_server_bind", kStatusIo);
-    EXPECT_EQ(Bind(), kStatusIo);
-    EXPECT_EQ(server_, nullptr);
-  }
-  ASSERT_EQ(Bind(), kStatusOk);
-  {
-    const ScopedFault fault("qic_s_interface_name", kStatusStaleConnection);
-    EXPECT_EQ(NameOf(handle), kStatusStaleConnection);
-    EXPECT_EQ(NameOf(handle), kStatusOk) << "one failure only";
-  }
-  const ScopedFault fault("qic_control_server_unbind", kStatusIo);
-  EXPECT_EQ(qic_control_server_unbind(server_), kStatusIo);
 }
 
 }  // namespace

@@ -62,7 +62,6 @@ void vmap::close_connection() {
 }
 
 void vmap_attach(router::Router* model) {
-  if (model == nullptr) vmap::close_connection();
   service().attach(model);
 }
 

@@ -14,8 +14,10 @@ using ::testing::IsEmpty;
 
 class Reconnection : public Membership {
  protected:
+  // The calls before are forgotten.
   void Reconnect() {
-    RestoreService();
+    Calls();
+    fault_disarm_all();
     Unbind();
     Connect();
   }
@@ -28,7 +30,7 @@ TEST_F(Reconnection, FailedServiceHangsUpCallsTheLibraryAndRefusesNewConnections
   EXPECT_THAT(Calls(), ElementsAre("closed"));
   Unbind();
   EXPECT_EQ(vmap_c_bind(client_, &fd_), kStatusUnavailable);
-  RestoreService();
+  fault_disarm_all();
   Connect();
   EXPECT_FALSE(HasHungUp());
 }
@@ -43,7 +45,7 @@ TEST_F(Reconnection, ClosedConnectionServesNoOperation) {
 TEST_F(Reconnection, ClientMayBindAgainWithoutUnbinding) {
   Connect();
   LoseConnection();
-  RestoreService();
+  fault_disarm_all();
   Connect();
   AddVrf("red", 10);
   Run();
@@ -55,7 +57,6 @@ TEST_F(Reconnection, UnchangedRouterIsAnnouncedAgainWithoutDeletions) {
   AddInterface("ge0", "red");
   Connect();
   LoseConnection();
-  Calls();
   Reconnect();
   EXPECT_THAT(Calls(), ElementsAre("+vrf red 10", "+if 1 red 10"));
 }
@@ -72,7 +73,6 @@ TEST_F(Reconnection, StaleItemsAreAnnouncedAsDeletedBeforeWhatExists) {
   Move("ge0", "default");
   DeleteVrf("red");
   DeleteVrf("tan");
-  Calls();
   Reconnect();
   EXPECT_THAT(Calls(), ElementsAre("-if 1 red 0", "-if 2 red 0", "-if 3 red 0", "-vrf red 10", "-vrf tan 30",
                                    "+vrf blue 20", "+if 2 blue 20"));
@@ -84,7 +84,6 @@ TEST_F(Reconnection, StaleVrfIsDeletedWithTheFlagsThatWereDeliveredLast) {
   Connect();
   LoseConnection();
   DeleteVrf("red");
-  Calls();
   Reconnect();
   EXPECT_THAT(Calls(), ElementsAre("-vrf red 10 flags 8"));
 }
@@ -96,7 +95,6 @@ TEST_F(Reconnection, StaleVrfIsDeletedOnce) {
   DeleteVrf("red");
   Reconnect();
   LoseConnection();
-  Calls();
   Reconnect();
   EXPECT_THAT(Calls(), IsEmpty());
 }
@@ -107,7 +105,6 @@ TEST_F(Reconnection, VrfDeletedAndCreatedAgainMeanwhileIsAnnouncedAsDeletedFirst
   LoseConnection();
   DeleteVrf("red");
   AddVrf("red", 10);
-  Calls();
   Reconnect();
   EXPECT_THAT(Calls(), ElementsAre("-vrf red 10", "+vrf red 10"));
 }
@@ -125,31 +122,6 @@ TEST_F(Reconnection, ChangesPendingWhenTheConnectionWasClosedAreReplayed) {
   EXPECT_THAT(Calls(), ElementsAre("closed"));
   Reconnect();
   EXPECT_THAT(Calls(), ElementsAre("-if 1 red 0", "-vrf red 10", "+vrf tan 30", "+if 1 blue 0"));
-}
-
-TEST_F(Reconnection, NewClientHasNoStaleItems) {
-  AddVrf("red", 10);
-  Connect();
-  DeleteVrf("red");
-  EndClient();
-  Calls();
-  ASSERT_EQ(vmap_c_lib_init("next", manager_.get(), &NoteDrop, &client_), kStatusOk);
-  Connect();
-  EXPECT_THAT(Calls(), IsEmpty());
-}
-
-TEST_F(Reconnection, DetachingTheModelClosesConnectionsAndANewModelIsReplayed) {
-  AddVrf("red", 10);
-  Connect();
-  vmap_attach(nullptr);
-  EXPECT_TRUE(HasHungUp());
-  router::Router next;
-  vmap_attach(&next);
-  Calls();
-  Unbind();
-  Connect();
-  EXPECT_THAT(Calls(), ElementsAre("-vrf red 10"));
-  vmap_attach(&router_);
 }
 
 }  // namespace

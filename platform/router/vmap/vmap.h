@@ -68,8 +68,7 @@ using VmapLibraryCallback = int (*)(void* argument);
 using VmapVrfCallback = void (*)(VmapMemberDatabase*, VmapEvent, const VmapVrfItem*);
 using VmapIntfCallback = void (*)(VmapMemberDatabase*, VmapEvent, const VmapIntfItem*);
 
-// The model that the service announces; called once by the process. Null detaches it and closes the
-// connection.
+// The model that the service announces; called once by the process. Null detaches it.
 void vmap_attach(router::Router* model);
 
 // kStatusExists while there is a client.

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "platform/core/base/fault.h"
-#include "platform/router/feed/test_support.h"
 #include "platform/router/vmap/vmap.h"
 #include "platform/router/vtab/service.h"
 #include "platform/router/vtab/test_support.h"
@@ -314,18 +313,6 @@ TEST_F(RecordsAndMembership, OrderOfTheChangesHoldsOverManyBatches) {
   EXPECT_EQ(Calls(), expected);
 }
 
-TEST_F(Records, RegistrationIsStoredUnchanged) {
-  StartClient();
-  const Client& client = service().client;
-  EXPECT_EQ(client.name, "test");
-  EXPECT_EQ(client.attribute_size, sizeof(TestAttributes));
-  EXPECT_THAT(client.init_numbers, ElementsAre(0U, 1U, 3U));
-  EXPECT_THAT(client.vrf_texts, ElementsAre("all", "default"));
-  EXPECT_THAT(client.vrf_numbers, ElementsAre(3U, 0x87U, 1U));
-  EXPECT_THAT(client.if_texts, ElementsAre("all-if", "all", "default"));
-  EXPECT_THAT(client.if_numbers, ElementsAre(3U, 1U, 0x221U, 0U));
-}
-
 TEST_F(Records, AccessOutsideACallbackTakesTheOldestEvent) {
   StartClient();
   AddVrf("red", 10);
@@ -407,13 +394,6 @@ TEST_F(Records, VrfAndInterfaceEventsKeepTheOrderOfTheChanges) {
                                    "vrf red 10 event 2"));
 }
 
-TEST_F(Records, EventBatchesLetTheLoopServeOthersInBetween) {
-  StartClient();
-  for (std::uint32_t n = 2; n < 102; ++n) AddVrf("vrf" + std::to_string(n), n);
-  EXPECT_THAT(feed::counts_between_batches(manager_.get(), 4, [] { return Calls().size(); }),
-              ElementsAre(40U, 40U, 20U, 0U));
-}
-
 TEST_F(Records, SecondClientIsRefused) {
   StartClient();
   EXPECT_EQ(vtab_init("other", manager_.get(), 0, 8, 1, 3), kStatusExists);
@@ -431,20 +411,6 @@ TEST_F(Records, RegistrationNeedsAClientAndItsArguments) {
   EXPECT_EQ(vtab_specify_vrf_callback(nullptr), kStatusInvalid);
   EXPECT_EQ(vtab_reg_vrf_attributes(nullptr, 3, 0x87, "default", 1), kStatusInvalid);
   EXPECT_EQ(vtab_reg_if_attributes("all-if", nullptr, 3, 1, "default", 0x221, 0), kStatusInvalid);
-}
-
-TEST_F(Records, EveryRegistrationStepHasItsFaultPoint) {
-  for (const char* point : {"vtab_init", "vtab_specify_if_callback", "vtab_specify_vrf_callback",
-                            "vtab_reg_vrf_attributes", "vtab_reg_if_attributes"}) {
-    fault_arm(point, kStatusIo);
-  }
-  EXPECT_EQ(vtab_init("test", manager_.get(), 0, 8, 1, 3), kStatusIo);
-  EXPECT_EQ(vtab_specify_if_callback(&note_interface), kStatusIo);
-  EXPECT_EQ(vtab_specify_vrf_callback(&note_vrf), kStatusIo);
-  EXPECT_EQ(vtab_reg_vrf_attributes("all", 3, 0x87, "default", 1), kStatusIo);
-  EXPECT_EQ(vtab_reg_if_attributes("all-if", "all", 3, 1, "default", 0x221, 0), kStatusIo);
-  fault_disarm_all();
-  StartClient();
 }
 
 }  // namespace

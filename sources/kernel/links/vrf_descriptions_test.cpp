@@ -11,7 +11,7 @@
 #include "platform/config/test_support.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
-#include "platform/router/model/vrf_test_support.h"
+#include "platform/router/model/router_test_support.h"
 #include "platform/store/configuration/configuration.h"
 #include "platform/store/tree/kvtree.h"
 

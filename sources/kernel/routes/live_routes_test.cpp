@@ -7,7 +7,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "platform/router/model/vrf_test_support.h"
+#include "platform/router/model/router_test_support.h"
 #include "sources/kernel/routes/live_routes_test_support.h"
 
 namespace kernel {

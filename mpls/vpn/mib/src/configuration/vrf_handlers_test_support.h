@@ -8,7 +8,7 @@
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
 #include "mpls/vpn/mib/src/configuration/vrf_handlers.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "platform/router/model/vrf_test_support.h"
+#include "platform/router/model/router_test_support.h"
 
 inline std::string vrf_path(const std::string& vrf) {
   return "/cfg/gl/vmap/vrf/" + vrf;
