@@ -80,6 +80,8 @@ struct Item {
 
 std::span<const Item> all_items();
 const Item& item_of(Kind kind);
+// The item's node, with the value that the fields have.
+KvConfigNode node_of(Kind kind, const Fields& fields);
 // The kind of the item that has the path; none for a path that is not an item's.
 std::optional<Kind> kind_of(std::string_view path);
 

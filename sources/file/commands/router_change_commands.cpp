@@ -3,8 +3,6 @@
 #include "sources/file/commands/router_commands.h"
 
 #include <algorithm>
-#include <charconv>
-#include <limits>
 
 #include "platform/config/vrf_config.h"
 #include "sources/file/commands/router_words.h"
@@ -22,78 +20,57 @@ using router_words::parse_number;
 using router_words::quoted;
 using router_words::refuse;
 using router_words::report;
+using router_words::take_number;
+using router_words::take_text;
 
 Status unknown_interface(const RouterCommandContext& context, const std::string& name) {
   *context.text = "there is no interface " + quoted(name);
   return kStatusNoSuchRow;
 }
 
-bool is_description(const std::string& text) {
+bool is_description(std::string_view text) {
   const auto is_control = [](char octet) {
     return static_cast<unsigned char>(octet) < 0x20 || octet == 0x7f;
   };
-  return text.size() <= router_file::kDescriptionMax && std::none_of(text.begin(), text.end(), is_control);
+  return text.size() <= router_file::kDescriptionMax && std::ranges::none_of(text, is_control);
+}
+bool is_route_distinguisher(std::string_view text) {
+  return vrf_config::parse_target(text).has_value();
 }
 
-constexpr std::uint32_t kNumberMax = std::numeric_limits<std::uint32_t>::max();
+bool take_table(const std::string& value, Vrf* vrf) {
+  if (!parse_number(value, 1, UINT32_MAX, &vrf->ipv4_table)) return false;
+  vrf->ipv6_table = vrf->ipv4_table;
+  return true;
+}
+bool take_big(const std::string&, Vrf* vrf) {
+  vrf->flags |= router::kVrfFlagBig;
+  return true;
+}
+bool take_address(const std::string& value, Interface* interface) {
+  return router::parse_address(value, &interface->addresses.emplace_back());
+}
+template <bool kUp>
+bool take_state(const std::string&, Interface* interface) {
+  interface->up = kUp;
+  return true;
+}
 
 constexpr Option<Vrf> kVrfOptions[] = {
-    {"id", true,
-     [](const std::string& value, Vrf* vrf) {
-       return parse_number(value, router_file::kFirstVrfId, kNumberMax, &vrf->id);
-     }},
-    {"table", true,
-     [](const std::string& value, Vrf* vrf) {
-       if (!parse_number(value, 1, kNumberMax, &vrf->ipv4_table)) return false;
-       vrf->ipv6_table = vrf->ipv4_table;
-       return true;
-     }},
-    {"rd", true,
-     [](const std::string& value, Vrf* vrf) {
-       vrf->rd = value;
-       return vrf_config::parse_target(value).has_value();
-     }},
-    {"description", true,
-     [](const std::string& value, Vrf* vrf) {
-       vrf->description = value;
-       return is_description(value);
-     }},
-    {"big", false,
-     [](const std::string&, Vrf* vrf) {
-       vrf->flags |= router::kVrfFlagBig;
-       return true;
-     }},
+    {"id", true, take_number<Vrf, &Vrf::id, router_file::kFirstVrfId, UINT32_MAX>},
+    {"table", true, take_table},
+    {"rd", true, take_text<Vrf, &Vrf::rd, is_route_distinguisher>},
+    {"description", true, take_text<Vrf, &Vrf::description, is_description>},
+    {"big", false, take_big},
 };
 
 constexpr Option<Interface> kInterfaceOptions[] = {
-    {"index", true,
-     [](const std::string& value, Interface* interface) {
-       return parse_number(value, 1, router_file::kIndexMax, &interface->index);
-     }},
-    {"vrf", true,
-     [](const std::string& value, Interface* interface) {
-       interface->vrf = value;
-       return router::valid_vrf_name(value);
-     }},
-    {"address", true,
-     [](const std::string& value, Interface* interface) {
-       return router::parse_address(value, &interface->addresses.emplace_back());
-     }},
-    {"description", true,
-     [](const std::string& value, Interface* interface) {
-       interface->description = value;
-       return is_description(value);
-     }},
-    {"up", false,
-     [](const std::string&, Interface* interface) {
-       interface->up = true;
-       return true;
-     }},
-    {"down", false,
-     [](const std::string&, Interface* interface) {
-       interface->up = false;
-       return true;
-     }},
+    {"index", true, take_number<Interface, &Interface::index, 1, router_file::kIndexMax>},
+    {"vrf", true, take_text<Interface, &Interface::vrf, router::valid_vrf_name>},
+    {"address", true, take_address},
+    {"description", true, take_text<Interface, &Interface::description, is_description>},
+    {"up", false, take_state<true>},
+    {"down", false, take_state<false>},
 };
 
 // --- VRFs
@@ -168,18 +145,12 @@ Status change_interface(const RouterCommandContext& context, const std::string& 
   return report(context, context.model->change_interface(changed), "interface " + changed.name + done);
 }
 
-Status set_state(const RouterCommandContext& context, bool up) {
-  return change_interface(context, up ? " is up" : " is down", [up](Interface* interface) {
-    interface->up = up;
+template <bool kUp>
+Status set_state(const RouterCommandContext& context) {
+  return change_interface(context, kUp ? " is up" : " is down", [](Interface* interface) {
+    interface->up = kUp;
     return kStatusOk;
   });
-}
-
-Status interface_up(const RouterCommandContext& context) {
-  return set_state(context, true);
-}
-Status interface_down(const RouterCommandContext& context) {
-  return set_state(context, false);
 }
 
 Status move_interface(const RouterCommandContext& context, const std::string& vrf) {
@@ -252,8 +223,8 @@ const std::vector<RouterCommand>& router_commands() {
       {"add-interface", "NAME index N [vrf VRF] [up|down] [address A]... [description TEXT]",
        "adds an interface; it is up unless `down` is given", true, 1, kAnyNumberOfArguments, add_interface},
       {"delete-interface", "NAME", "removes an interface", true, 1, 1, delete_interface},
-      {"up", "NAME", "sets the interface up", true, 1, 1, interface_up},
-      {"down", "NAME", "sets the interface down", true, 1, 1, interface_down},
+      {"up", "NAME", "sets the interface up", true, 1, 1, set_state<true>},
+      {"down", "NAME", "sets the interface down", true, 1, 1, set_state<false>},
       {"join", "NAME VRF", "moves the interface to the VRF", true, 2, 2, join_vrf},
       {"move", "NAME VRF", "the same as join", true, 2, 2, join_vrf},
       {"leave", "NAME", "the interface leaves its VRF", true, 1, 1, leave_vrf},

@@ -35,11 +35,7 @@ bool read_next_hop(const std::string& value, Path* path) {
 
 constexpr Option<Path> kOptions[] = {
     {"via", true, read_next_hop},
-    {"interface", true,
-     [](const std::string& value, Path* path) {
-       path->interface = value;
-       return router::valid_interface_name(value);
-     }},
+    {"interface", true, router_words::take_text<Path, &Path::interface, router::valid_interface_name>},
     {"type", true,
      [](const std::string& value, Path* path) {
        return router_file::route_type_of(value, &path->type.emplace());

@@ -43,6 +43,17 @@ struct Option {
   bool (*apply)(const std::string& value, T* into);  // false: the value is not valid
 };
 
+// For tables of options: the value is stored in the member if it is valid.
+template <typename T, std::string T::*kMember, bool (*kIsValid)(std::string_view value)>
+bool take_text(const std::string& value, T* into) {
+  into->*kMember = value;
+  return kIsValid(value);
+}
+template <typename T, std::uint32_t T::*kMember, std::uint32_t kLeast, std::uint32_t kMost>
+bool take_number(const std::string& value, T* into) {
+  return parse_number(value, kLeast, kMost, &(into->*kMember));
+}
+
 // 0, or kStatusInvalid with the reason in the answer.
 template <typename T, std::size_t kCount>
 Status apply_options(const RouterCommandContext& context, std::size_t first,

@@ -11,6 +11,8 @@ namespace {
 
 using vrf_config::Direction;
 using vrf_config::Family;
+using vrf_config::Fields;
+using vrf_config::Kind;
 using vrf_config::Target;
 
 constexpr Family kFamilies[] = {Family::kIpv4, Family::kIpv6};
@@ -21,22 +23,10 @@ Family family_of(const router::Address& address) {
   return address.family == router::Family::kIpv4 ? Family::kIpv4 : Family::kIpv6;
 }
 
-template <typename MakeNode>
-void add(const YAML::Node& value, ConfiguredItems* items, MakeNode node) {
-  items->push_back({value.Mark(), std::move(node), std::nullopt});
-}
-
 std::string read_interface_name(const YAML::Node& value) {
   std::string name = read_line(value, "an interface's name", router::kInterfaceNameMax);
   if (!router::valid_interface_name(name)) refuse(value.Mark(), quoted(name) + " is not an interface name");
   return name;
-}
-
-using OnInterface = std::function<void(const YAML::Node& value, const std::string& name)>;
-
-void read_interface_names(const YAML::Node& value, const OnInterface& on_interface) {
-  read_sequence(value, "interfaces",
-                [&](const YAML::Node& item) { on_interface(item, read_interface_name(item)); });
 }
 
 std::uint32_t read_as_number(const YAML::Node& value) {
@@ -55,13 +45,14 @@ Target read_target(const YAML::Node& value) {
 
 void add_target(const YAML::Node& value, Direction direction, std::optional<Family> family,
                 ConfiguredItems* items) {
+  const Kind kind = direction == Direction::kImport ? Kind::kImportTarget : Kind::kExportTarget;
   const Target target = read_target(value);
   for (const Family each : kFamilies) {
     if (family && *family != each) continue;
-    const auto node = [=](const std::string& vrf) {
-      return vrf_config::route_target(vrf, each, direction, target);
-    };
-    items->push_back({value.Mark(), node, family ? std::nullopt : std::optional(each)});
+    items->push_back({value.Mark(),
+                      kind,
+                      {.family = each, .target = target},
+                      family ? std::nullopt : std::optional(each)});
   }
 }
 
@@ -144,68 +135,74 @@ constexpr Key<Bgp> kBgpKeys[] = {
 
 // An instance of a protocol with the interfaces that it runs on.
 struct Instance {
-  std::string process;
-  std::optional<std::uint32_t> number;  // area or AS
-  std::vector<std::pair<YAML::Node, std::string>> interfaces;
+  Fields fields{};
+  bool has_area = false;
+  std::vector<std::pair<YAML::Mark, std::string>> interfaces{};
 };
 
 void read_instance_interfaces(const YAML::Node& value, Instance* instance) {
-  read_interface_names(value, [&](const YAML::Node& item, const std::string& name) {
-    instance->interfaces.emplace_back(item, name);
+  read_sequence(value, "interfaces", [&](const YAML::Node& item) {
+    instance->interfaces.emplace_back(item.Mark(), read_interface_name(item));
   });
 }
 
 void read_area(const YAML::Node& value, Instance* instance) {
   const std::string text = read_text(value, "an area");
-  instance->number = vrf_config::parse_area(text);
-  if (!instance->number) refuse(value.Mark(), quoted(text) + " is not an area such as 0 or 0.0.0.10");
+  const std::optional<std::uint32_t> area = vrf_config::parse_area(text);
+  if (!area) refuse(value.Mark(), quoted(text) + " is not an area such as 0 or 0.0.0.10");
+  instance->fields.area = *area;
+  instance->has_area = true;
+}
+
+void read_process(const YAML::Node& value, Instance* instance) {
+  instance->fields.process = read_line(value, "an OSPF process", kProcessNameMax);
+}
+
+void read_instance_as(const YAML::Node& value, Instance* instance) {
+  instance->fields.as_number = read_as_number(value);
 }
 
 constexpr Key<Instance> kOspfKeys[] = {
-    {"process",
-     [](const YAML::Node& value, Instance* instance) {
-       instance->process = read_line(value, "an OSPF process", kProcessNameMax);
-     }},
-    {"area", read_area},
-    {"interfaces", read_instance_interfaces},
-};
-
+    {"process", read_process}, {"area", read_area}, {"interfaces", read_instance_interfaces}};
 constexpr Key<Instance> kRipKeys[] = {{"interfaces", read_instance_interfaces}};
+constexpr Key<Instance> kEigrpKeys[] = {{"as", read_instance_as}, {"interfaces", read_instance_interfaces}};
 
-constexpr Key<Instance> kEigrpKeys[] = {
-    {"as", [](const YAML::Node& value, Instance* instance) { instance->number = read_as_number(value); }},
-    {"interfaces", read_instance_interfaces},
-};
+void add_interfaces(Kind kind, Instance instance, ConfiguredItems* items) {
+  for (auto& [mark, interface] : instance.interfaces) {
+    instance.fields.interface = std::move(interface);
+    items->push_back({mark, kind, instance.fields});
+  }
+}
 
 // --- Static routes
 
 struct StaticEntry {
-  vrf_config::StaticRoute route;
-  router::Address prefix;
-  std::optional<router::Address> next_hop;
+  Fields fields{};
+  router::Address prefix{};
+  std::optional<router::Address> next_hop{};
   YAML::Mark next_hop_mark = YAML::Mark::null_mark();
 };
 
 constexpr Key<StaticEntry> kStaticKeys[] = {
     {"prefix",
      [](const YAML::Node& value, StaticEntry* entry) {
-       entry->route.prefix = read_text(value, "a prefix");
-       const bool has_length = entry->route.prefix.find('/') != std::string::npos;
-       if (!has_length || !router::parse_address(entry->route.prefix, &entry->prefix)) {
+       entry->fields.prefix = read_text(value, "a prefix");
+       const bool has_length = entry->fields.prefix.find('/') != std::string::npos;
+       if (!has_length || !router::parse_address(entry->fields.prefix, &entry->prefix)) {
          refuse(value.Mark(),
-                quoted(entry->route.prefix) + " is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
+                quoted(entry->fields.prefix) + " is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
        }
-       entry->route.family = family_of(entry->prefix);
+       entry->fields.family = family_of(entry->prefix);
      }},
     {"interface", [](const YAML::Node& value,
-                     StaticEntry* entry) { entry->route.interface = read_interface_name(value); }},
+                     StaticEntry* entry) { entry->fields.interface = read_interface_name(value); }},
     {"next_hop",
      [](const YAML::Node& value, StaticEntry* entry) {
-       entry->route.next_hop = read_text(value, "a next hop");
+       entry->fields.next_hop = read_text(value, "a next hop");
        entry->next_hop_mark = value.Mark();
-       const bool plain = entry->route.next_hop.find('/') == std::string::npos;
-       if (!plain || !router::parse_address(entry->route.next_hop, &entry->next_hop.emplace())) {
-         refuse(value.Mark(), quoted(entry->route.next_hop) + " is not an address");
+       const bool plain = entry->fields.next_hop.find('/') == std::string::npos;
+       if (!plain || !router::parse_address(entry->fields.next_hop, &entry->next_hop.emplace())) {
+         refuse(value.Mark(), quoted(entry->fields.next_hop) + " is not an address");
        }
      }},
 };
@@ -213,33 +210,25 @@ constexpr Key<StaticEntry> kStaticKeys[] = {
 void read_static_route(const YAML::Node& item, ConfiguredItems* items) {
   StaticEntry entry;
   read_map(item, "a static route", kStaticKeys, &entry);
-  if (entry.route.prefix.empty()) refuse(item.Mark(), "a static route needs a prefix");
-  if (entry.route.interface.empty() && !entry.next_hop) {
+  if (entry.fields.prefix.empty()) refuse(item.Mark(), "a static route needs a prefix");
+  if (entry.fields.interface.empty() && !entry.next_hop) {
     refuse(item.Mark(), "a static route needs an interface or a next hop");
   }
   if (entry.next_hop && entry.next_hop->family != entry.prefix.family) {
-    refuse(entry.next_hop_mark, "the next hop is not of the family of " + entry.route.prefix);
+    refuse(entry.next_hop_mark, "the next hop is not of the family of " + entry.fields.prefix);
   }
-  add(item, items,
-      [route = entry.route](const std::string& vrf) { return vrf_config::static_route(vrf, route); });
+  items->push_back({item.Mark(), Kind::kStatic, entry.fields});
 }
 
 // --- Thresholds
 
-struct Threshold {
-  std::uint32_t maximum = 0;
-  std::uint32_t mid = 0;
-};
-
-constexpr Key<Threshold> kThresholdKeys[] = {
+constexpr Key<Fields> kThresholdKeys[] = {
     {"maximum",
-     [](const YAML::Node& value, Threshold* threshold) {
-       threshold->maximum = read_number(value, "a maximum of routes", 1, UINT32_MAX);
+     [](const YAML::Node& value, Fields* threshold) {
+       threshold->number = read_number(value, "a maximum of routes", 1, UINT32_MAX);
      }},
-    {"mid",
-     [](const YAML::Node& value, Threshold* threshold) {
-       threshold->mid = read_number(value, "a mid threshold", 1, UINT32_MAX);
-     }},
+    {"mid", [](const YAML::Node& value,
+               Fields* threshold) { threshold->mid = read_number(value, "a mid threshold", 1, UINT32_MAX); }},
 };
 
 }  // namespace
@@ -258,26 +247,22 @@ void read_route_targets(const YAML::Node& value, ConfiguredItems* items) {
 
 void read_policies(const YAML::Node& value, ConfiguredItems* items) {
   read_keys(value, "policies", kDirectionWords, [&](std::size_t place, const YAML::Node& below) {
-    const Direction direction = place == 0 ? Direction::kImport : Direction::kExport;
+    const Kind kind = place == 0 ? Kind::kImportPolicy : Kind::kExportPolicy;
     read_keys(below, kDirectionWords[place], kFamilyWords, [&](std::size_t family, const YAML::Node& each) {
       const std::string policy = read_line(each, "a route policy", kPolicyNameMax);
       if (policy.empty()) refuse(each.Mark(), "a route policy has a name");
-      add(each, items, [=](const std::string& vrf) {
-        return vrf_config::route_policy(vrf, kFamilies[family], direction, policy);
-      });
+      items->push_back({each.Mark(), kind, {.family = kFamilies[family], .text = policy}});
     });
   });
 }
 
 void read_thresholds(const YAML::Node& value, ConfiguredItems* items) {
   read_keys(value, "thresholds", kFamilyWords, [&](std::size_t family, const YAML::Node& below) {
-    Threshold threshold;
+    Fields threshold{.family = kFamilies[family]};
     read_map(below, "a threshold", kThresholdKeys, &threshold);
-    if (threshold.maximum == 0) refuse(below.Mark(), "a threshold needs a maximum");
-    if (threshold.mid > threshold.maximum) refuse(below.Mark(), "the mid threshold is more than the maximum");
-    add(below, items, [=](const std::string& vrf) {
-      return vrf_config::route_threshold(vrf, kFamilies[family], threshold.maximum, threshold.mid);
-    });
+    if (threshold.number == 0) refuse(below.Mark(), "a threshold needs a maximum");
+    if (threshold.mid > threshold.number) refuse(below.Mark(), "the mid threshold is more than the maximum");
+    items->push_back({below.Mark(), Kind::kThreshold, threshold});
   });
 }
 
@@ -287,10 +272,9 @@ void read_bgp(const YAML::Node& value, ConfiguredItems* items) {
   if (bgp.as_number == 0) refuse(value.Mark(), "bgp needs its AS number as as");
   for (const Neighbor& neighbor : bgp.neighbors) {
     for (const Family family : neighbor.families) {
-      const auto node = [as = bgp.as_number, name = neighbor.name, family](const std::string& vrf) {
-        return vrf_config::bgp_neighbor(vrf, as, name, family);
-      };
-      items->push_back({neighbor.mark, node, std::nullopt});
+      items->push_back({neighbor.mark,
+                        Kind::kBgp,
+                        {.family = family, .as_number = bgp.as_number, .neighbor = neighbor.name}});
     }
   }
 }
@@ -299,35 +283,24 @@ void read_ospf(const YAML::Node& value, ConfiguredItems* items) {
   read_sequence(value, "OSPF areas", [&](const YAML::Node& item) {
     Instance ospf;
     read_map(item, "an OSPF area", kOspfKeys, &ospf);
-    if (ospf.process.empty() || !ospf.number) refuse(item.Mark(), "an OSPF area needs a process and an area");
-    for (const auto& [place, name] : ospf.interfaces) {
-      add(place, items,
-          [process = ospf.process, area = *ospf.number, interface = name](const std::string& vrf) {
-            return vrf_config::ospf_interface(vrf, process, area, interface);
-          });
-    }
+    if (ospf.fields.process.empty() || !ospf.has_area)
+      refuse(item.Mark(), "an OSPF area needs a process and an area");
+    add_interfaces(Kind::kOspf, std::move(ospf), items);
   });
 }
 
 void read_rip(const YAML::Node& value, ConfiguredItems* items) {
   Instance rip;
   read_map(value, "rip", kRipKeys, &rip);
-  for (const auto& [place, name] : rip.interfaces) {
-    add(place, items,
-        [interface = name](const std::string& vrf) { return vrf_config::rip_interface(vrf, interface); });
-  }
+  add_interfaces(Kind::kRip, std::move(rip), items);
 }
 
 void read_eigrp(const YAML::Node& value, ConfiguredItems* items) {
   read_sequence(value, "EIGRP instances", [&](const YAML::Node& item) {
     Instance eigrp;
     read_map(item, "an EIGRP instance", kEigrpKeys, &eigrp);
-    if (!eigrp.number) refuse(item.Mark(), "an EIGRP instance needs its AS number as as");
-    for (const auto& [place, name] : eigrp.interfaces) {
-      add(place, items, [as = *eigrp.number, interface = name](const std::string& vrf) {
-        return vrf_config::eigrp_interface(vrf, as, interface);
-      });
-    }
+    if (eigrp.fields.as_number == 0) refuse(item.Mark(), "an EIGRP instance needs its AS number as as");
+    add_interfaces(Kind::kEigrp, std::move(eigrp), items);
   });
 }
 
@@ -365,8 +338,9 @@ void ConfigurationCollector::add(const router::Vrf& vrf, bool only_named, const 
   }
 }
 
-void ConfigurationCollector::add_node(const ConfiguredItem& item, const std::string& vrf) {
-  KvConfigNode node = item.node(vrf);
+void ConfigurationCollector::add_node(ConfiguredItem item, const std::string& vrf) {
+  item.fields.vrf = vrf;
+  KvConfigNode node = vrf_config::node_of(item.kind, item.fields);
   const auto [former, is_new] = lines_.try_emplace(node.path, item.mark.line + 1);
   if (!is_new) refuse(item.mark, "this is written already, in line " + std::to_string(former->second));
   nodes_.push_back(std::move(node));

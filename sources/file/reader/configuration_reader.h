@@ -1,17 +1,16 @@
 // Reads the configuration in a router file (a VRF's route targets, policies, thresholds and protocols, and
 // `traps`) into nodes of the configuration tree. Throws Misreading for what is invalid.
 //
-// A VRF's keys may precede its name, so an item is read into a function that makes its node once the name is
-// known.
+// A VRF's keys may precede its name, so an item is read into the fields of its node, and the name is added
+// later.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/config/vrf_config.h"
+#include "platform/config/items.h"
 #include "platform/router/model/router.h"
 #include "sources/file/reader/yaml_reader.h"
 
@@ -22,9 +21,10 @@ inline constexpr std::size_t kProcessNameMax = 63;
 
 struct ConfiguredItem {
   YAML::Mark mark;
-  std::function<KvConfigNode(const std::string& vrf)> node;
+  vrf_config::Kind kind;
+  vrf_config::Fields fields;  // without the VRF
   // The item counts only where the VRF can have routes of this family.
-  std::optional<vrf_config::Family> with_table_of;
+  std::optional<vrf_config::Family> with_table_of{};
 };
 using ConfiguredItems = std::vector<ConfiguredItem>;
 
@@ -50,7 +50,7 @@ class ConfigurationCollector {
   std::vector<KvConfigNode> take() { return std::move(nodes_); }
 
  private:
-  void add_node(const ConfiguredItem& item, const std::string& vrf);
+  void add_node(ConfiguredItem item, const std::string& vrf);
 
   std::vector<KvConfigNode> nodes_;
   std::map<std::string, int, std::less<>> lines_;  // by path

@@ -107,10 +107,8 @@ void read_rd(const YAML::Node& value, VrfEntry* entry) {
 void read_description(const YAML::Node& value, VrfEntry* entry) {
   entry->vrf.description = read_line(value, "a description", kDescriptionMax);
   if (entry->vrf.description.empty()) return;
-  const auto node = [text = entry->vrf.description](const std::string& vrf) {
-    return vrf_config::description(vrf, text);
-  };
-  entry->configuration.push_back({value.Mark(), node, std::nullopt});
+  entry->configuration.push_back(
+      {value.Mark(), vrf_config::Kind::kDescription, {.text = entry->vrf.description}});
 }
 
 template <void (*read_items)(const YAML::Node&, ConfiguredItems*)>
@@ -185,10 +183,9 @@ void complete_reference(const YAML::Node& item, VrfEntry* entry) {
                             " is only named: it has configuration, but no id, no tables and no routes");
   }
   if (entry->vrf.rd.empty()) return;
-  const auto node = [rd = vrf_config::parse_target(entry->vrf.rd).value()](const std::string& vrf) {
-    return vrf_config::route_distinguisher(vrf, vrf_config::Family::kIpv4, rd);
-  };
-  entry->configuration.push_back({entry->rd_mark, node, std::nullopt});
+  const vrf_config::Target rd = vrf_config::parse_target(entry->vrf.rd).value();
+  entry->configuration.push_back(
+      {entry->rd_mark, vrf_config::Kind::kRouteDistinguisher, {.text = vrf_config::target_text(rd)}});
 }
 
 void read_vrf(const YAML::Node& item, Document* document) {
