@@ -71,7 +71,7 @@ Responder::Outcome Responder::answer_body(const Header& request, Reader* reader,
     case PduType::kGet:
       return answer_get(reader, writer);
     case PduType::kGetNext:
-      return answer_next(reader, writer);
+      return answer_next(SIZE_MAX, reader, writer);
     case PduType::kGetBulk:
       return answer_bulk(reader, writer);
     case PduType::kTestSet:
@@ -122,8 +122,9 @@ Error Responder::write_next(const SearchRange& range, Writer* writer, bool* end)
   return Error::kNone;
 }
 
-Responder::Outcome Responder::answer_next(Reader* reader, Writer* writer) {
-  for (std::size_t count = 1; !reader->at_end(); ++count) {
+// The variables that follow the first `most` ranges.
+Responder::Outcome Responder::answer_next(std::size_t most, Reader* reader, Writer* writer) {
+  for (std::size_t count = 1; count <= most && !reader->at_end(); ++count) {
     SearchRange range;
     if (!reader->search_range(&range)) return {Error::kParseError, 0};
     bool end = false;
@@ -140,19 +141,13 @@ Responder::Outcome Responder::answer_bulk(Reader* reader, Writer* writer) {
   if (!reader->number16(&non_repeaters) || !reader->number16(&max_repetitions))
     return {Error::kParseError, 0};
   const std::size_t begin = writer->position();
-  std::size_t count = 0;
-  for (; count < non_repeaters && !reader->at_end(); ++count) {
-    SearchRange range;
-    if (!reader->search_range(&range)) return {Error::kParseError, 0};
-    bool end = false;
-    const Error error = write_next(range, writer, &end);
-    if (error != Error::kNone) return {error, variable_number(count + 1)};
-  }
+  const Outcome once = answer_next(non_repeaters, reader, writer);
+  if (once.error != Error::kNone) return once;
   std::size_t previous = 0;  // where the repetition before this one begins; 0: none
   for (unsigned round = 0; round < max_repetitions && !reader->at_end(); ++round) {
     Outcome outcome;
     const bool more = repeat(*reader, &previous, writer, &outcome);
-    if (outcome.error == Error::kGenErr) outcome.index = variable_number(count + outcome.index);
+    if (outcome.error == Error::kGenErr) outcome.index = variable_number(non_repeaters + outcome.index);
     if (outcome.error != Error::kNone) return outcome;
     if (!more || writer->position() - begin > kBulkEnough) break;
   }

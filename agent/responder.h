@@ -24,7 +24,7 @@ class Responder {
 
   Outcome answer_body(const agentx::Header& request, agentx::Reader* reader, agentx::Writer* writer);
   Outcome answer_get(agentx::Reader* reader, agentx::Writer* writer);
-  Outcome answer_next(agentx::Reader* reader, agentx::Writer* writer);
+  Outcome answer_next(std::size_t most, agentx::Reader* reader, agentx::Writer* writer);
   Outcome answer_bulk(agentx::Reader* reader, agentx::Writer* writer);
   bool repeat(agentx::Reader ranges, std::size_t* previous, agentx::Writer* writer, Outcome* outcome);
   agentx::Error write_next(const agentx::SearchRange& range, agentx::Writer* writer, bool* end);

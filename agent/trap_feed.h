@@ -34,8 +34,6 @@ class TrapFeed {
   // When step() is next needed, by clock_monotonic().
   std::uint64_t deadline() const;
 
-  std::size_t waiting() const { return traps_.size(); }
-  std::uint64_t lost() const { return lost_; }  // reported by the daemon, or beyond kMaxTraps
   // For traps of several daemon instances that ended while there was no master.
   static constexpr std::size_t kMaxTraps = 4096;
 
@@ -71,7 +69,7 @@ class TrapFeed {
   std::uint64_t received_ = 0;      // the highest sequence number of this instance
   std::uint64_t done_ = 0;          // the highest that the master has
   std::uint64_t acknowledged_ = 0;  // the highest acknowledged on this connection
-  std::uint64_t lost_ = 0;
+  std::uint64_t lost_ = 0;          // reported by the daemon, or beyond kMaxTraps
   std::deque<Trap> traps_;
 };
 

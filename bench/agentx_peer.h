@@ -21,7 +21,7 @@ class AgentxPeer {
   // Connects and opens a session.
   AgentxPeer(const char* socket, const char* description) : fd_(agentx::connect_unix(socket)) {
     if (fd_ < 0) end("connect");
-    agentx::write_open(&writer_, 1, {}, description);
+    agentx::write_open(&writer_, 1, description);
     send();
     session_ = receive().at(0).header.session;
   }

@@ -74,13 +74,6 @@ bool Reader::take(std::size_t count, Bytes* taken) {
   return true;
 }
 
-bool Reader::number8(std::uint8_t* value) {
-  Bytes octets;
-  if (!take(1, &octets)) return false;
-  *value = octets[0];
-  return true;
-}
-
 bool Reader::number16(std::uint16_t* value) {
   Bytes octets;
   if (!take(2, &octets)) return false;
@@ -92,13 +85,6 @@ bool Reader::number32(std::uint32_t* value) {
   Bytes octets;
   if (!take(4, &octets)) return false;
   *value = assemble<std::uint32_t>(octets, network_order_);
-  return true;
-}
-
-bool Reader::number64(std::uint64_t* value) {
-  Bytes octets;
-  if (!take(8, &octets)) return false;
-  *value = assemble<std::uint64_t>(octets, network_order_);
   return true;
 }
 
@@ -144,20 +130,13 @@ bool Reader::var_bind(oid::Oid* bound, Value* value) {
   std::uint16_t reserved = 0;
   if (!number16(&type) || !number16(&reserved) || !name(bound, nullptr)) return false;
   value->type = static_cast<ValueType>(type);
-  std::uint32_t number = 0;
   switch (value->type) {
     case ValueType::kInteger:
     case ValueType::kCounter32:
     case ValueType::kGauge32:
     case ValueType::kTimeTicks:
-      if (!number32(&number)) return false;
-      value->number = number;
-      return true;
-    case ValueType::kCounter64:
-      return number64(&value->number);
+      return number32(&value->number);
     case ValueType::kOctetString:
-    case ValueType::kIpAddress:
-    case ValueType::kOpaque:
       return octets(&value->octets);
     case ValueType::kObjectIdentifier:
       return name(&value->name, nullptr);

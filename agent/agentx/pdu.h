@@ -40,12 +40,9 @@ enum class ValueType : std::uint16_t {
   kOctetString = 4,
   kNull = 5,
   kObjectIdentifier = 6,
-  kIpAddress = 64,
   kCounter32 = 65,
   kGauge32 = 66,
   kTimeTicks = 67,
-  kOpaque = 68,
-  kCounter64 = 70,
   kNoSuchObject = 128,
   kNoSuchInstance = 129,
   kEndOfMibView = 130,
@@ -68,14 +65,7 @@ enum class Error : std::uint16_t {
 // "duplicateRegistration"; "error 999" for what the table does not know.
 std::string error_text(std::uint16_t error);
 
-enum class CloseReason : std::uint8_t {
-  kOther = 1,
-  kParseError = 2,
-  kProtocolError = 3,
-  kTimeouts = 4,
-  kShutdown = 5,
-  kByManager = 6,
-};
+inline constexpr std::uint8_t kReasonShutdown = 5;  // of a Close
 
 inline constexpr std::uint8_t kVersion = 1;
 inline constexpr std::uint8_t kFlagNonDefaultContext = 0x08;
@@ -112,10 +102,10 @@ struct Response {
   std::uint16_t index = 0;
 };
 
-// A decoded value; text and name are set for their types only.
+// A decoded value of a type that the sub-agent writes; octets and name are set for their types only.
 struct Value {
   ValueType type = ValueType::kNull;
-  std::uint64_t number = 0;
+  std::uint32_t number = 0;
   Bytes octets;
   oid::Oid name;
 };
@@ -128,10 +118,8 @@ class Reader {
   bool at_end() const { return rest_.empty(); }
   std::size_t left() const { return rest_.size(); }
 
-  [[nodiscard]] bool number8(std::uint8_t* value);
   [[nodiscard]] bool number16(std::uint16_t* value);
   [[nodiscard]] bool number32(std::uint32_t* value);
-  [[nodiscard]] bool number64(std::uint64_t* value);
   // False for more than 128 sub-identifiers, including those of the prefix octet. `include` may be null.
   [[nodiscard]] bool name(oid::Oid* value, bool* include);
   [[nodiscard]] bool octets(Bytes* value);
@@ -158,7 +146,6 @@ class Writer {
   void number8(std::uint8_t value);
   void number16(std::uint16_t value);
   void number32(std::uint32_t value);
-  void number64(std::uint64_t value);
   // One name from two parts, so that callers need not join an object and its instance.
   void name(oid::View first, oid::View second = {}, bool include = false);
   void octets(Bytes value);
@@ -183,8 +170,8 @@ class Writer {
 };
 
 // The PDUs that a sub-agent initiates. Timeout 0 leaves it to the master.
-void write_open(Writer* writer, std::uint32_t packet, oid::View id, std::string_view description);
-void write_close(Writer* writer, std::uint32_t session, std::uint32_t packet, CloseReason reason);
+void write_open(Writer* writer, std::uint32_t packet, std::string_view description);
+void write_close(Writer* writer, std::uint32_t session, std::uint32_t packet);
 void write_register(Writer* writer, std::uint32_t session, std::uint32_t packet, oid::View subtree);
 void write_unregister(Writer* writer, std::uint32_t session, std::uint32_t packet, oid::View subtree);
 // A Notify; its variables follow before end(), snmpTrapOID.0 first (section 6.2.10).

@@ -153,12 +153,8 @@ TEST(PduVarBind, EveryTypeIsReadBack) {
     writer.var_bind(type, kColumn.view(), instance.view());
     writer.number32(0xfffffffe);
   }
-  writer.var_bind(ValueType::kCounter64, kColumn.view(), instance.view());
-  writer.number64(0x0102030405060708);
-  for (const ValueType type : {ValueType::kOctetString, ValueType::kIpAddress, ValueType::kOpaque}) {
-    writer.var_bind(type, kColumn.view(), instance.view());
-    writer.octets("abcde");
-  }
+  writer.var_bind(ValueType::kOctetString, kColumn.view(), instance.view());
+  writer.octets("abcde");
   writer.var_bind(ValueType::kObjectIdentifier, kColumn.view(), instance.view());
   writer.name(kColumn.view());
   for (const ValueType type :
@@ -166,14 +162,14 @@ TEST(PduVarBind, EveryTypeIsReadBack) {
     writer.var_bind(type, kColumn.view(), instance.view());
   }
   Reader reader(output, true);
-  for (int i = 0; i < 13; ++i) {
+  for (int i = 0; i < 10; ++i) {
     Oid name;
     Value value;
     ASSERT_TRUE(reader.var_bind(&name, &value)) << i;
     EXPECT_EQ(name.size(), kColumn.size() + 2);
-    EXPECT_EQ(value.number, i < 4 ? 0xfffffffeU : i == 4 ? 0x0102030405060708U : 0U) << i;
-    EXPECT_EQ(value.octets.size(), i >= 5 && i < 8 ? 5U : 0U) << i;
-    EXPECT_EQ(value.name.size(), i == 8 ? kColumn.size() : 0U) << i;
+    EXPECT_EQ(value.number, i < 4 ? 0xfffffffeU : 0U) << i;
+    EXPECT_EQ(value.octets.size(), i == 4 ? 5U : 0U) << i;
+    EXPECT_EQ(value.name.size(), i == 5 ? kColumn.size() : 0U) << i;
   }
   EXPECT_TRUE(reader.at_end());
 }
@@ -208,13 +204,13 @@ TEST(PduReader, EveryTruncationOfASearchRangeIsRefused) {
 TEST(PduOpen, HasTimeoutIdentifierAndDescription) {
   Octets output;
   Writer writer(&output);
-  write_open(&writer, 5, Oid{1, 3, 6, 1, 4, 1}.view(), "name");
+  write_open(&writer, 5, "name");
   Header header;
   ASSERT_EQ(read_header(output, &header), HeaderState::kGood);
   EXPECT_EQ(header.type, PduType::kOpen);
   EXPECT_EQ(header.packet, 5U);
   EXPECT_EQ(header.payload, output.size() - kHeaderSize);
-  EXPECT_EQ(payload_of(output), (Octets{0, 0, 0, 0, 1, 4, 0, 0, 0, 0, 0, 1, 0, 0, 0, 4, 'n', 'a', 'm', 'e'}));
+  EXPECT_EQ(payload_of(output), (Octets{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 4, 'n', 'a', 'm', 'e'}));
 }
 
 TEST(PduRegister, HasPriorityAndSubtreeWithoutRange) {
@@ -233,7 +229,7 @@ TEST(PduRegister, HasPriorityAndSubtreeWithoutRange) {
 TEST(PduClose, CarriesTheReason) {
   Octets output;
   Writer writer(&output);
-  write_close(&writer, 3, 6, CloseReason::kShutdown);
+  write_close(&writer, 3, 6);
   EXPECT_EQ(payload_of(output), (Octets{5, 0, 0, 0}));
 }
 

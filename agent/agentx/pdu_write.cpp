@@ -81,11 +81,6 @@ void Writer::number32(std::uint32_t value) {
   store32(grow(4), value);
 }
 
-void Writer::number64(std::uint64_t value) {
-  number32(static_cast<std::uint32_t>(value >> 32U));
-  number32(static_cast<std::uint32_t>(value));
-}
-
 void Writer::name(oid::View first, oid::View second, bool include) {
   const std::uint8_t prefix = prefix_of(first);
   if (prefix != 0) first = first.subspan(kCompressed);
@@ -111,9 +106,7 @@ void Writer::octets(Bytes value) {
 }
 
 void Writer::octets(std::string_view value) {
-  number32(static_cast<std::uint32_t>(value.size()));
-  std::uint8_t* const to = grow((value.size() + 3) / 4 * 4);
-  std::transform(value.begin(), value.end(), to, [](char c) { return static_cast<std::uint8_t>(c); });
+  octets({reinterpret_cast<const std::uint8_t*>(value.data()), value.size()});
 }
 
 void Writer::var_bind(ValueType type, oid::View first, oid::View second) {
@@ -127,17 +120,17 @@ void Writer::patch16(std::size_t position, std::uint16_t value) {
   (*output_)[position + 1] = static_cast<std::uint8_t>(value);
 }
 
-void write_open(Writer* writer, std::uint32_t packet, oid::View id, std::string_view description) {
+void write_open(Writer* writer, std::uint32_t packet, std::string_view description) {
   writer->begin(own_header(PduType::kOpen, 0, packet));
   writer->number32(0);  // timeout, reserved
-  writer->name(id);
+  writer->name({});     // no identifier of the sub-agent
   writer->octets(description);
   writer->end();
 }
 
-void write_close(Writer* writer, std::uint32_t session, std::uint32_t packet, CloseReason reason) {
+void write_close(Writer* writer, std::uint32_t session, std::uint32_t packet) {
   writer->begin(own_header(PduType::kClose, session, packet));
-  writer->number8(static_cast<std::uint8_t>(reason));
+  writer->number8(kReasonShutdown);
   writer->number8(0);
   writer->number16(0);
   writer->end();

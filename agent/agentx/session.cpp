@@ -81,8 +81,7 @@ bool Session::is_overdue(std::uint64_t now) const {
 
 std::uint32_t Session::notify(const std::function<void(Writer*)>& write) {
   if (!registered() || notifies_.size() >= kMaxNotifies || output_.size() >= kMaxOutput) return 0;
-  const std::uint32_t packet = next_packet_++;
-  if (next_packet_ == 0) next_packet_ = 1;
+  const std::uint32_t packet = take_packet_number();
   Writer writer(&output_);
   begin_notify(&writer, session_, packet);
   write(&writer);
@@ -109,7 +108,7 @@ void Session::connect() {
 void Session::send_open() {
   state_ = State::kOpening;
   Writer writer(&output_);
-  write_open(&writer, next_packet_, options_.id.view(), options_.description);
+  write_open(&writer, next_packet_, options_.description);
   expect_reply();
   flush();
 }
@@ -122,9 +121,15 @@ void Session::send_register() {
   flush();
 }
 
-void Session::expect_reply() {
-  awaited_packet_ = next_packet_++;
+// 0 is not a packet's number.
+std::uint32_t Session::take_packet_number() {
+  const std::uint32_t packet = next_packet_++;
   if (next_packet_ == 0) next_packet_ = 1;
+  return packet;
+}
+
+void Session::expect_reply() {
+  awaited_packet_ = take_packet_number();
   awaited_until_ = clock_monotonic() + options_.reply_ns;
 }
 
@@ -200,38 +205,25 @@ void Session::take_pdu(const Header& header, Bytes payload) {
   }
 }
 
-void Session::take_notified(const Header& header, Bytes payload) {
-  Reader reader(payload, (header.flags & kFlagNetworkByteOrder) != 0);
-  Response response;
-  if (!reader.response(&response)) {
-    lose("its reply is malformed");
-    return;
-  }
-  if (response.error == static_cast<std::uint16_t>(Error::kNotOpen)) {
-    lose("it does not know the session");
-    return;
-  }
-  std::erase(notifies_, header.packet);
-  notified_until_ = clock_monotonic() + options_.reply_ns;
-  if (on_notified_) on_notified_(header.packet, response.error);
-}
-
 void Session::take_response(const Header& header, Bytes payload) {
-  if (std::find(notifies_.begin(), notifies_.end(), header.packet) != notifies_.end()) {
-    take_notified(header, payload);
-    return;
-  }
-  if (header.packet != awaited_packet_ || awaited_packet_ == 0) return;  // a reply without a request
+  const bool is_notify = std::ranges::find(notifies_, header.packet) != notifies_.end();
+  const bool is_awaited = awaited_packet_ != 0 && header.packet == awaited_packet_;
+  if (!is_notify && !is_awaited) return;  // a reply without a request
   Reader reader(payload, (header.flags & kFlagNetworkByteOrder) != 0);
   Response response;
-  if (!reader.response(&response)) {
-    lose("its reply is malformed");
-    return;
-  }
+  if (!reader.response(&response)) return lose("its reply is malformed");
+  if (is_notify) return take_notified(header.packet, response.error);
   awaited_packet_ = 0;
   if (state_ == State::kOpening && response.error == 0) session_ = header.session;
   if (response.error == 0) note_up_time(response.uptime);
   take_reply(response.error);
+}
+
+void Session::take_notified(std::uint32_t packet, std::uint16_t error) {
+  if (error == static_cast<std::uint16_t>(Error::kNotOpen)) return lose("it does not know the session");
+  std::erase(notifies_, packet);
+  notified_until_ = clock_monotonic() + options_.reply_ns;
+  if (on_notified_) on_notified_(packet, error);
 }
 
 void Session::note_up_time(std::uint32_t hundredths) {
@@ -297,7 +289,7 @@ void Session::shut_down() {
   if (state_ == State::kRegistered) {
     write_unregister(&writer, session_, next_packet_++, options_.subtree.view());
   }
-  if (session_ != 0) write_close(&writer, session_, next_packet_++, CloseReason::kShutdown);
+  if (session_ != 0) write_close(&writer, session_, next_packet_++);
   flush();
   if (fd_ >= 0) close(fd_);
   fd_ = -1;

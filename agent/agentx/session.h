@@ -24,7 +24,6 @@ struct SessionOptions {
   std::string master;  // for messages: where the master agent is
   // A connected, non-blocking stream socket, or -1 with errno.
   std::function<int()> connect;
-  oid::Oid id;  // may be empty
   std::string description;
   oid::Oid subtree;
   // Between two attempts to connect. A manager takes a gap for the deletion of every VRF: keep it short.
@@ -63,7 +62,6 @@ class Session {
   std::optional<std::int64_t> up_time_zero() const { return up_time_zero_; }
 
   bool registered() const { return state_ == State::kRegistered; }
-  bool connected() const { return fd_ >= 0; }
 
   int fd() const { return fd_; }  // -1: none
   short events() const;           // for poll()
@@ -86,10 +84,11 @@ class Session {
   void take_pdu(const Header& header, Bytes payload);
   void take_response(const Header& header, Bytes payload);
   void take_reply(std::uint16_t error);
-  void take_notified(const Header& header, Bytes payload);
+  void take_notified(std::uint32_t packet, std::uint16_t error);
   void note_up_time(std::uint32_t hundredths);
   bool is_overdue(std::uint64_t now) const;
   void flush();
+  std::uint32_t take_packet_number();
   void expect_reply();
   void lose(const std::string& why);
 

@@ -510,7 +510,7 @@ TEST_F(SessionTest, ShutDownUnregistersAndCloses) {
   EXPECT_EQ(master_.Next().header.type, PduType::kUnregister);
   const Pdu close = master_.Next();
   EXPECT_EQ(close.header.type, PduType::kClose);
-  EXPECT_EQ(close.payload[0], static_cast<std::uint8_t>(CloseReason::kShutdown));
+  EXPECT_EQ(close.payload[0], kReasonShutdown);
 }
 
 TEST(ConnectUnix, PathTooLongForASocketAddressIsAnError) {

@@ -33,10 +33,6 @@ Lookup RowCache::first_at_or_after(oid::View index, std::uint32_t rows_wanted, R
   return Lookup::kRow;
 }
 
-void RowCache::discard() {
-  for (Slot& slot : slots_) slot.window.discard();
-}
-
 RowCache::Slot* RowCache::find(oid::View index, std::uint64_t now) {
   for (Slot& slot : slots_) {
     if (now - slot.filled_at < age_ns_ && slot.window.covers(index)) return &slot;

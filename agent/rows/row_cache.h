@@ -43,8 +43,6 @@ class RowCache {
   const RowSet& set() const { return *set_; }
   // The first row at or after the index. *row stays valid until the next look-up.
   Lookup first_at_or_after(oid::View index, std::uint32_t rows_wanted, RowRef* row);
-  // Discards all windows.
-  void discard();
 
  private:
   struct Slot {

@@ -88,7 +88,7 @@ TEST_F(L3vpnTablesTest, DiscardForgetsWhetherRoutesCanBeRead) {
   EXPECT_EQ(Get(cell(kPerformance, 3, "red")), Answer::kValue);
   daemon_.route_status = kStatusNoRouteModule;
   EXPECT_EQ(Get(cell(kPerformance, 3, "red")), Answer::kValue);
-  mib_.discard();
+  clock_.advance(kNanosecondsPerSecond);
   EXPECT_EQ(Get(cell(kPerformance, 3, "red")), Answer::kFailed);
 }
 

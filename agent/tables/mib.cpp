@@ -4,8 +4,8 @@
 #include "agent/tables/mib.h"
 
 #include <algorithm>
-
 #include <compare>
+
 #include "platform/core/base/clock.h"
 
 namespace tables {
@@ -22,10 +22,22 @@ std::uint32_t time_stamp(std::uint32_t seconds, const std::optional<std::int64_t
   return ns < 0 ? 0 : static_cast<std::uint32_t>(ns / kNanosecondsPerTick);
 }
 
+Answer look_up(RowCache& rows, oid::View index, std::uint32_t rows_wanted, RowRef* row) {
+  switch (rows.first_at_or_after(index, rows_wanted, row)) {
+    case Lookup::kRow:
+      return Answer::kValue;
+    case Lookup::kEnd:
+      return Answer::kNoSuchInstance;
+    case Lookup::kFailed:
+      break;
+  }
+  return Answer::kFailed;
+}
+
 }  // namespace
 
 Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age_ns)
-    : any_route_(kAnyRoute, source, row_age_ns) {
+    : source_(&source), row_age_ns_(row_age_ns) {
   for (const Table& table : tables) {
     caches_.push_back(std::make_unique<RowCache>(*table.rows, source, row_age_ns));
     for (const Column& column : table.columns) {
@@ -41,9 +53,14 @@ Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age
   });
 }
 
-void Mib::discard() {
-  for (const std::unique_ptr<RowCache>& cache : caches_) cache->discard();
-  any_route_.discard();
+// The answer is stored as long as rows are.
+bool Mib::are_routes_readable() {
+  const std::uint64_t now = clock_monotonic();
+  if (routes_asked_at_ && now - *routes_asked_at_ < row_age_ns_) return are_routes_readable_;
+  const Status status = source_->get(kAnyRoute).status;
+  are_routes_readable_ = status == kStatusOk || status == kStatusNoSuchRow;
+  routes_asked_at_ = now;
+  return are_routes_readable_;
 }
 
 // Position of the object that contains the name, or of the first object after the name.
@@ -65,14 +82,8 @@ Answer Mib::get(oid::View name, Variable* variable) {
   const oid::View instance = name.subspan(object.name.size());
   if (!is_index(object.rows->set().index, instance)) return Answer::kNoSuchInstance;
   RowRef row;
-  switch (object.rows->first_at_or_after(instance, kExactRows, &row)) {
-    case Lookup::kFailed:
-      return Answer::kFailed;
-    case Lookup::kEnd:
-      return Answer::kNoSuchInstance;
-    case Lookup::kRow:
-      break;
-  }
+  const Answer found = look_up(*object.rows, instance, kExactRows, &row);
+  if (found != Answer::kValue) return found;
   if (std::is_neq(oid::compare(row.index(), instance))) return Answer::kNoSuchInstance;
   return answer_with(object, row, variable);
 }
@@ -92,7 +103,7 @@ Answer Mib::next(oid::View start, bool include, oid::View end, Variable* variabl
 }
 
 Answer Mib::answer_with(const Object& object, const RowRef& row, Variable* variable) {
-  if (object.is_counted && !any_route_.is_readable()) return Answer::kFailed;
+  if (object.is_counted && !are_routes_readable()) return Answer::kFailed;
   *variable = {object.name.view(), row.index(), object.type, cell_of(object, row)};
   return Answer::kValue;
 }
@@ -112,14 +123,8 @@ Answer Mib::next_in(const Object& object, oid::View instance, bool after, oid::V
   };
   if (beyond(index.view())) return Answer::kEnd;
   RowRef row;
-  switch (object.rows->first_at_or_after(index.view(), kWalkRows, &row)) {
-    case Lookup::kFailed:
-      return Answer::kFailed;
-    case Lookup::kEnd:
-      return Answer::kNoSuchInstance;
-    case Lookup::kRow:
-      break;
-  }
+  const Answer found = look_up(*object.rows, index.view(), kWalkRows, &row);
+  if (found != Answer::kValue) return found;
   if (beyond(row.index())) return Answer::kEnd;
   return answer_with(object, row, variable);
 }

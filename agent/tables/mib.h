@@ -16,7 +16,6 @@
 #include "agent/rows/row_cache.h"
 #include "agent/rows/row_set.h"
 #include "agent/rows/row_source.h"
-#include "agent/tables/readable_path.h"
 
 namespace tables {
 
@@ -60,7 +59,6 @@ class Mib {
   Answer get(oid::View name, Variable* variable);
   // The first variable after `start` (at or after it, with `include`) and before `end` (empty: no end).
   Answer next(oid::View start, bool include, oid::View end, Variable* variable);
-  void discard();
   // When the sysUpTime that time stamps refer to was 0: nanoseconds since 1970. Events before it, and all
   // events while it is not known, have the time stamp 0.
   void set_up_time_zero(std::optional<std::int64_t> zero_ns) { up_time_zero_ = zero_ns; }
@@ -75,13 +73,17 @@ class Mib {
   };
 
   std::size_t first_object_from(oid::View name) const;
+  bool are_routes_readable();
   // kValue, or kFailed while the values of this object are unknown.
   Answer answer_with(const Object& object, const RowRef& row, Variable* variable);
   mib::Value cell_of(const Object& object, const RowRef& row) const;
   Answer next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable);
 
   std::vector<std::unique_ptr<RowCache>> caches_;  // one per table
-  ReadablePath any_route_;
+  RowSource* source_;
+  std::uint64_t row_age_ns_;
+  std::optional<std::uint64_t> routes_asked_at_;  // by clock_monotonic()
+  bool are_routes_readable_ = false;
   std::optional<std::int64_t> up_time_zero_;
   std::vector<Object> objects_;  // sorted by name; no name begins with another
 };

@@ -7,7 +7,6 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
-#include <tuple>
 
 #include "agent/tables/l3vpn_tables.h"
 #include "platform/store/tree/kvtree.h"
@@ -71,6 +70,11 @@ std::vector<std::uint8_t> address(const std::string& text) {
   return octets;
 }
 
+// In network order, so that octets have the order of the numbers.
+void append(std::vector<std::uint8_t>* octets, std::uint32_t number) {
+  for (int shift = 24; shift >= 0; shift -= 8) octets->push_back(static_cast<std::uint8_t>(number >> shift));
+}
+
 }  // namespace
 
 kvtree::Octets FakeDaemon::InterfaceRecord(const std::string& vrf, std::uint32_t index,
@@ -82,8 +86,59 @@ kvtree::Octets FakeDaemon::InterfaceRecord(const std::string& vrf, std::uint32_t
   return encode(kMibInterfaceParcel, &record);
 }
 
+FakeDaemon::Key FakeDaemon::MakeKey(const std::string& name, std::vector<std::uint8_t> rest) {
+  return {name.size(), name, std::move(rest)};
+}
+
+FakeDaemon::Key FakeDaemon::MakeKey(const std::string& name, std::initializer_list<std::uint32_t> numbers) {
+  std::vector<std::uint8_t> rest;
+  for (const std::uint32_t number : numbers) append(&rest, number);
+  return MakeKey(name, std::move(rest));
+}
+
+FakeDaemon::Key FakeDaemon::MakeKey(const RouteKey& route) {
+  Key key = MakeKey(route.vrf, {route.type});
+  key.rest.insert(key.rest.end(), route.destination.begin(), route.destination.end());
+  append(&key.rest, route.prefix_length);
+  key.rest.insert(key.rest.end(), route.next_hop.begin(), route.next_hop.end());
+  return key;
+}
+
 void FakeDaemon::AddInterface(const std::string& vrf, std::uint32_t index, std::uint8_t protocols) {
-  interfaces_[{vrf, index}] = protocols;
+  rows_["interface-next"][MakeKey(vrf, {index})] = InterfaceRecord(vrf, index, protocols);
+}
+
+void FakeDaemon::RemoveInterface(const std::string& vrf, std::uint32_t index) {
+  rows_["interface-next"].erase(MakeKey(vrf, {index}));
+}
+
+void FakeDaemon::AddVrf(const std::string& name, const FakeVrf& vrf) {
+  rows_["vrf-next"][MakeKey(name)] = VrfRecord(name, vrf);
+}
+
+void FakeDaemon::RemoveVrf(const std::string& name) {
+  rows_["vrf-next"].erase(MakeKey(name));
+  std::erase_if(rows_["route-next"], [&](const auto& route) { return route.first.name == name; });
+}
+
+void FakeDaemon::AddRouteTarget(const std::string& vrf, std::int32_t type, const std::string& text,
+                                const std::string& description) {
+  const std::uint32_t index = ++route_targets_[vrf];
+  std::string name = vrf;
+  std::string value = text;
+  std::string family = description;
+  const mpls_vpn_mib_rt record = {index, type, value.data(), family.data(), 1, 5, name.data()};
+  rows_["rt-next"][MakeKey(vrf, {index, static_cast<std::uint32_t>(type)})] = encode(kMibRtParcel, &record);
+}
+
+void FakeDaemon::AddRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop,
+                          std::int32_t type, std::vector<std::uint8_t> cross_connect) {
+  const RouteKey key = route_key(vrf, prefix, next_hop);
+  rows_["route-next"][MakeKey(key)] = RouteRecord(key, type, std::move(cross_connect));
+}
+
+void FakeDaemon::RemoveRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop) {
+  rows_["route-next"].erase(MakeKey(route_key(vrf, prefix, next_hop)));
 }
 
 void FakeDaemon::AnswerWalksWith(std::vector<kvtree::Octets> rows, bool end) {
@@ -117,91 +172,33 @@ kvtree::WalkResult FakeDaemon::walk(std::string_view path, std::uint32_t max_row
   key.at(0) = decode_component(key.at(0));
   kvtree::WalkResult result;
   result.end = true;
-  if (kind == "interface-next") WalkInterfaces(key, max_rows, &result);
-  if (kind == "vrf-next") WalkVrfs(key, max_rows, &result);
-  if (kind == "rt-next") WalkRouteTargets(key, max_rows, &result);
-  if (kind == "route-next") WalkRoutes(key, max_rows, &result);
+  for (auto row = First(kind, key); row != rows_[kind].end() && result.end; ++row) {
+    result.end = result.rows.size() < max_rows;
+    if (result.end) result.rows.push_back(row->second);
+  }
   result.status = result.rows.empty() ? kStatusNoSuchRow : kStatusOk;
   return result;
 }
 
-void FakeDaemon::WalkInterfaces(const std::vector<std::string>& key, std::uint32_t max_rows,
-                                kvtree::WalkResult* result) const {
-  for (auto next = interfaces_.lower_bound({key.at(0), number(key.at(1))}); next != interfaces_.end();
-       ++next) {
-    result->end = result->rows.size() < max_rows;
-    if (!result->end) return;
-    result->rows.push_back(InterfaceRecord(next->first.vrf, next->first.index, next->second));
+// The row at or after the key; of routes the row after it, and after the start of a VRF its first.
+FakeDaemon::Rows::const_iterator FakeDaemon::First(const std::string& kind,
+                                                   const std::vector<std::string>& key) {
+  const Rows& rows = rows_[kind];
+  const std::string& name = key.at(0);
+  if (kind == "vrf-next") return rows.lower_bound(MakeKey(name));
+  if (kind == "interface-next") return rows.lower_bound(MakeKey(name, {number(key.at(1))}));
+  if (kind == "rt-next") return rows.lower_bound(MakeKey(name, {number(key.at(1)), number(key.at(2))}));
+  EXPECT_EQ(kind, "route-next");
+  if (std::vector(key.begin() + 1, key.end()) == std::vector<std::string>{"1", "0", "1", "0", "0"}) {
+    return rows.lower_bound(MakeKey(name));
   }
-}
-
-void FakeDaemon::WalkVrfs(const std::vector<std::string>& key, std::uint32_t max_rows,
-                          kvtree::WalkResult* result) const {
-  for (auto next = vrfs_.lower_bound(key.at(0)); next != vrfs_.end(); ++next) {
-    result->end = result->rows.size() < max_rows;
-    if (!result->end) return;
-    result->rows.push_back(VrfRecord(next->first, next->second));
-  }
-}
-
-void FakeDaemon::WalkRouteTargets(const std::vector<std::string>& key, std::uint32_t max_rows,
-                                  kvtree::WalkResult* result) const {
-  const auto asked = std::make_pair(number(key.at(1)), static_cast<std::int32_t>(number(key.at(2))));
-  for (auto vrf = route_targets_.lower_bound(key.at(0)); vrf != route_targets_.end(); ++vrf) {
-    std::uint32_t count = 0;
-    for (const FakeRouteTarget& target : vrf->second) {
-      ++count;
-      if (vrf->first == key.at(0) && std::make_pair(count, target.type) < asked) continue;
-      result->end = result->rows.size() < max_rows;
-      if (!result->end) return;
-      std::string name = vrf->first;
-      std::string text = target.text;
-      std::string description = target.description;
-      const mpls_vpn_mib_rt record = {count, target.type, text.data(), description.data(), 1, 5, name.data()};
-      result->rows.push_back(encode(kMibRtParcel, &record));
-    }
-  }
-}
-
-void FakeDaemon::WalkRoutes(const std::vector<std::string>& key, std::uint32_t max_rows,
-                            kvtree::WalkResult* result) const {
-  RouteKey after{key.at(0).size(), key.at(0), 0, {}, 0, {}};
-  const bool start = std::vector<std::string>(key.begin() + 1, key.end()) ==
-                     std::vector<std::string>{"1", "0", "1", "0", "0"};
-  if (!start) {
-    EXPECT_EQ(key.at(1), key.at(3)) << "the family's next-hop type";
-    after.type = number(key.at(1));
-    after.prefix_length = number(key.at(2));
-    after.destination = from_hexadecimal(key.at(4));
-    after.next_hop = from_hexadecimal(key.at(5));
-    EXPECT_EQ(after.destination.size(), after.type == 1 ? 4U : 16U);
-    EXPECT_EQ(after.next_hop.size(), after.destination.size());
-    EXPECT_LE(after.prefix_length, 8 * after.destination.size());
-  }
-  for (auto next = routes_.upper_bound(after); next != routes_.end(); ++next) {
-    result->end = result->rows.size() < max_rows;
-    if (!result->end) return;
-    result->rows.push_back(RouteRecord(next->first, next->second.type, next->second.cross_connect));
-  }
-}
-
-void FakeDaemon::RemoveVrf(const std::string& name) {
-  vrfs_.erase(name);
-  std::erase_if(routes_, [&](const auto& route) { return route.first.vrf == name; });
-}
-
-void FakeDaemon::AddRouteTarget(const std::string& vrf, std::int32_t type, const std::string& text,
-                                const std::string& description) {
-  route_targets_[vrf].push_back({type, text, description});
-}
-
-void FakeDaemon::AddRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop,
-                          std::int32_t type, std::vector<std::uint8_t> cross_connect) {
-  routes_[route_key(vrf, prefix, next_hop)] = {type, std::move(cross_connect)};
-}
-
-void FakeDaemon::RemoveRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop) {
-  routes_.erase(route_key(vrf, prefix, next_hop));
+  EXPECT_EQ(key.at(1), key.at(3)) << "the family's next-hop type";
+  const RouteKey after = {name, number(key.at(1)), from_hexadecimal(key.at(4)), number(key.at(2)),
+                          from_hexadecimal(key.at(5))};
+  EXPECT_EQ(after.destination.size(), after.type == 1 ? 4U : 16U);
+  EXPECT_EQ(after.next_hop.size(), after.destination.size());
+  EXPECT_LE(after.prefix_length, 8 * after.destination.size());
+  return rows.upper_bound(MakeKey(after));
 }
 
 kvtree::Octets FakeDaemon::VrfRecord(const std::string& name, const FakeVrf& vrf) {
@@ -243,7 +240,6 @@ kvtree::Octets FakeDaemon::RouteRecord(const RouteKey& key, std::int32_t type,
 RouteKey route_key(const std::string& vrf, const std::string& prefix, const std::string& next_hop) {
   const std::size_t slash = prefix.find('/');
   RouteKey key;
-  key.name_length = vrf.size();
   key.vrf = vrf;
   key.destination = address(prefix.substr(0, slash));
   key.type = key.destination.size() == 4 ? 1 : 2;

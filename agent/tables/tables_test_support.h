@@ -4,11 +4,10 @@
 
 #include <compare>
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <string_view>
-#include <tuple>
-#include <utility>
 #include <vector>
 
 #include "agent/oid/oid.h"
@@ -18,37 +17,19 @@
 
 namespace agent_test {
 
-// (length, name, interface index): the order of the daemon's rows.
-struct InterfaceKey {
-  std::string vrf;
-  std::uint32_t index = 0;
-  friend bool operator<(const InterfaceKey& left, const InterfaceKey& right) {
-    if (left.vrf.size() != right.vrf.size()) return left.vrf.size() < right.vrf.size();
-    return std::tie(left.vrf, left.index) < std::tie(right.vrf, right.index);
-  }
-};
-
-struct ShorterFirst {
-  bool operator()(const std::string& left, const std::string& right) const {
-    return left.size() != right.size() ? left.size() < right.size() : left < right;
-  }
-};
-
 struct FakeVrf {
   std::string description;
   std::string rd;
   mpls_vpn_mib_vrf numbers{};  // its texts are ignored
 };
 
-// The daemon's order of routes; addresses as their octets, no next hop as zeros.
+// Addresses as their octets, no next hop as zeros.
 struct RouteKey {
-  std::size_t name_length = 0;
   std::string vrf;
   std::uint32_t type = 1;
   std::vector<std::uint8_t> destination;
   std::uint32_t prefix_length = 0;
   std::vector<std::uint8_t> next_hop;
-  auto operator<=>(const RouteKey&) const = default;
 };
 
 // "10.1.0.0/16", "::/0"; an empty next hop is none.
@@ -57,8 +38,8 @@ RouteKey route_key(const std::string& vrf, const std::string& prefix, const std:
 class FakeDaemon : public tables::RowSource {
  public:
   void AddInterface(const std::string& vrf, std::uint32_t index, std::uint8_t protocols = 0x40);
-  void RemoveInterface(const std::string& vrf, std::uint32_t index) { interfaces_.erase({vrf, index}); }
-  void AddVrf(const std::string& name, const FakeVrf& vrf = {}) { vrfs_[name] = vrf; }
+  void RemoveInterface(const std::string& vrf, std::uint32_t index);
+  void AddVrf(const std::string& name, const FakeVrf& vrf = {});
   void RemoveVrf(const std::string& name);  // and its routes
   // Numbers of route targets count from 1 in each VRF.
   void AddRouteTarget(const std::string& vrf, std::int32_t type, const std::string& text,
@@ -86,30 +67,23 @@ class FakeDaemon : public tables::RowSource {
   std::vector<std::string> paths;
 
  private:
-  struct FakeRouteTarget {
-    std::int32_t type;
-    std::string text;
-    std::string description;
+  // The order of the rows of one kind: by the length of the name, the name, then these octets.
+  struct Key {
+    std::size_t name_length = 0;
+    std::string name;
+    std::vector<std::uint8_t> rest;
+    auto operator<=>(const Key&) const = default;
   };
-  struct FakeRoute {
-    std::int32_t type;
-    std::vector<std::uint8_t> cross_connect;
-  };
+  using Rows = std::map<Key, kvtree::Octets>;
 
+  static Key MakeKey(const std::string& name, std::vector<std::uint8_t> rest = {});
+  static Key MakeKey(const std::string& name, std::initializer_list<std::uint32_t> numbers);
+  static Key MakeKey(const RouteKey& route);
   bool fails();
-  void WalkInterfaces(const std::vector<std::string>& key, std::uint32_t max_rows,
-                      kvtree::WalkResult* result) const;
-  void WalkVrfs(const std::vector<std::string>& key, std::uint32_t max_rows,
-                kvtree::WalkResult* result) const;
-  void WalkRouteTargets(const std::vector<std::string>& key, std::uint32_t max_rows,
-                        kvtree::WalkResult* result) const;
-  void WalkRoutes(const std::vector<std::string>& key, std::uint32_t max_rows,
-                  kvtree::WalkResult* result) const;
+  Rows::const_iterator First(const std::string& kind, const std::vector<std::string>& key);
 
-  std::map<std::string, FakeVrf, ShorterFirst> vrfs_;
-  std::map<std::string, std::vector<FakeRouteTarget>, ShorterFirst> route_targets_;
-  std::map<RouteKey, FakeRoute> routes_;
-  std::map<InterfaceKey, std::uint8_t> interfaces_;
+  std::map<std::string, Rows> rows_;                    // by the first component of the walk's path
+  std::map<std::string, std::uint32_t> route_targets_;  // of each VRF
   bool canned_ = false;
   kvtree::WalkResult canned_walk_;
 };
