@@ -3,11 +3,8 @@
 #include "platform/core/debug/debug_client.h"
 
 #include <algorithm>
-#include <deque>
 
-#include "platform/core/debug/protocol.h"
 #include "platform/core/files/directories.h"
-#include "platform/core/wire/wire.h"
 
 using namespace debug_detail;
 
@@ -43,67 +40,23 @@ bool read_flags(wire::Reader* in, std::vector<DebugFlagState>* flags) {
 
 }  // namespace
 
-struct DebugClient::Connection {
-  wire::ClientSocket socket{kMaxMessage};
-  std::deque<DebugLine> queued;
-  std::uint32_t request = 0;
-  bool watching = false;
-
-  bool queue_print(const wire::Message& message) {
-    DebugLine line;
-    if (queued.size() >= kMostQueuedLines || !read_print(message, &line)) return false;
-    queued.push_back(std::move(line));
-    return true;
-  }
-
-  // Sends the written request and receives its answer into *answer.
-  Status exchange(std::uint16_t type, std::chrono::milliseconds timeout, wire::Message* answer) {
-    if (Status s = socket.send()) return s;
-    const auto deadline = Clock::now() + timeout;
-    for (;;) {
-      if (Status s = socket.receive(answer, until(deadline))) return s;
-      if (answer->type == kTypePrint) {
-        if (!queue_print(*answer)) return kStatusBadMessage;
-      } else {
-        return answer->type == type && answer->request == request ? kStatusOk : kStatusBadMessage;
-      }
-    }
-  }
-};
-
 DebugClient::DebugClient(std::string socket_path, std::chrono::milliseconds timeout)
     : socket_path_(std::move(socket_path)), timeout_(timeout) {}
-
-DebugClient::~DebugClient() = default;
 
 std::string DebugClient::default_socket() {
   return event_manager_socket("/dev/mpls/vpn/debug");
 }
 
-int DebugClient::fd() const {
-  return connection_ == nullptr ? -1 : connection_->socket.fd();
-}
-
-bool DebugClient::connected() const {
-  return fd() >= 0;
-}
-
 Status DebugClient::connect() {
-  connection_ = std::make_unique<Connection>();
-  const Status status = connection_->socket.connect(socket_path_, timeout_);
-  if (status != kStatusOk) close();
-  return status;
-}
-
-void DebugClient::close() {
-  connection_.reset();
+  queued_.clear();
+  watching_ = false;
+  return socket_.connect(socket_path_, timeout_);
 }
 
 Status DebugClient::list(std::vector<DebugFlagState>* flags) {
-  if (!connected()) return kStatusNotConnected;
-  connection_->socket.begin(kTypeList, ++connection_->request);
+  socket_.begin(kTypeList, ++request_);
   wire::Message answer;
-  if (Status s = connection_->exchange(kTypeList, timeout_, &answer)) return fail(s);
+  if (Status s = exchange(kTypeList, &answer)) return s;
   wire::Reader in(answer.payload);
   if (Status s = in.u32()) return s;
   flags->clear();
@@ -111,43 +64,59 @@ Status DebugClient::list(std::vector<DebugFlagState>* flags) {
 }
 
 Status DebugClient::set(std::string_view name, bool on) {
-  if (!connected()) return kStatusNotConnected;
-  wire::Writer out = connection_->socket.begin(kTypeSet, ++connection_->request);
+  wire::Writer out = socket_.begin(kTypeSet, ++request_);
   out.text(name);
   out.u8(on ? 1 : 0);
   return status_answer(kTypeSet);
 }
 
 Status DebugClient::watch() {
-  if (!connected()) return kStatusNotConnected;
-  connection_->socket.begin(kTypeWatch, ++connection_->request);
+  socket_.begin(kTypeWatch, ++request_);
   const Status status = status_answer(kTypeWatch);
-  if (status == kStatusOk) connection_->watching = true;
+  if (status == kStatusOk) watching_ = true;
   return status;
 }
 
 Status DebugClient::next_line(std::chrono::milliseconds timeout, DebugLine* line) {
   if (!connected()) return kStatusNotConnected;
-  if (!connection_->watching) return kStatusInvalid;
-  if (!connection_->queued.empty()) {
-    *line = std::move(connection_->queued.front());
-    connection_->queued.pop_front();
+  if (!watching_) return kStatusInvalid;
+  if (!queued_.empty()) {
+    *line = std::move(queued_.front());
+    queued_.pop_front();
     return kStatusOk;
   }
   wire::Message message;
-  const Status status = connection_->socket.receive(&message, timeout);
-  if (status == kStatusTimedOut) return status;
-  if (status != kStatusOk) return fail(status);
+  if (Status s = socket_.receive(&message, timeout)) return s;
   return message.type == kTypePrint && read_print(message, line) ? kStatusOk : fail(kStatusBadMessage);
 }
 
+Status DebugClient::exchange(std::uint16_t type, wire::Message* answer) {
+  if (Status s = socket_.send()) return s;
+  const auto deadline = Clock::now() + timeout_;
+  for (;;) {
+    if (Status s = socket_.receive(answer, until(deadline))) return fail(s);
+    if (answer->type == kTypePrint) {
+      if (!queue_print(*answer)) return fail(kStatusBadMessage);
+    } else {
+      return answer->type == type && answer->request == request_ ? kStatusOk : fail(kStatusBadMessage);
+    }
+  }
+}
+
 // The answer to the request just written, when it is a status alone.
-Status DebugClient::status_answer(unsigned type) {
+Status DebugClient::status_answer(std::uint16_t type) {
   wire::Message answer;
-  if (Status s = connection_->exchange(static_cast<std::uint16_t>(type), timeout_, &answer)) return fail(s);
+  if (Status s = exchange(type, &answer)) return s;
   wire::Reader in(answer.payload);
   const Status status = in.u32();
   return in.finished() ? status : fail(kStatusBadMessage);
+}
+
+bool DebugClient::queue_print(const wire::Message& message) {
+  DebugLine line;
+  if (queued_.size() >= kMostQueuedLines || !read_print(message, &line)) return false;
+  queued_.push_back(std::move(line));
+  return true;
 }
 
 Status DebugClient::fail(Status status) {

@@ -9,12 +9,14 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/core/base/status.h"
+#include "platform/core/debug/protocol.h"
+#include "platform/core/wire/wire.h"
 
 struct DebugFlagState {
   std::string name_space;  // "/debug/mpls_vpn/"
@@ -34,19 +36,16 @@ class DebugClient {
  public:
   explicit DebugClient(std::string socket_path,
                        std::chrono::milliseconds timeout = std::chrono::milliseconds(1000));
-  ~DebugClient();
-  DebugClient(const DebugClient&) = delete;
-  DebugClient& operator=(const DebugClient&) = delete;
 
   // The socket of the daemon's debug event manager in this process's run directory (base/directories.h).
   static std::string default_socket();
 
   [[nodiscard]] Status connect();
-  void close();
-  bool connected() const;
+  void close() { socket_.close(); }
+  bool connected() const { return socket_.connected(); }
   // -1 without a connection. Readable means: a print has arrived, or the peer closed. Prints may also be
   // queued in this object after list, set or watch, so call next_line() without a timeout before polling.
-  int fd() const;
+  int fd() const { return socket_.fd(); }
 
   // Every flag of every name space, in registration order.
   [[nodiscard]] Status list(std::vector<DebugFlagState>* flags);
@@ -60,10 +59,16 @@ class DebugClient {
   [[nodiscard]] Status next_line(std::chrono::milliseconds timeout, DebugLine* line);
 
  private:
-  struct Connection;
-  Status status_answer(unsigned type);
+  // Sends the written request and receives its answer into *answer; prints that arrive before it are queued.
+  Status exchange(std::uint16_t type, wire::Message* answer);
+  Status status_answer(std::uint16_t type);
+  bool queue_print(const wire::Message& message);
   Status fail(Status status);
+
   std::string socket_path_;
   std::chrono::milliseconds timeout_;
-  std::unique_ptr<Connection> connection_;  // null while there is none
+  wire::ClientSocket socket_{debug_detail::kMaxMessage};
+  std::deque<DebugLine> queued_;
+  std::uint32_t request_ = 0;
+  bool watching_ = false;
 };

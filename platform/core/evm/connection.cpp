@@ -58,18 +58,16 @@ void stop_watching(EventConn* connection) {
   connection->watched_fd = -1;
 }
 
-Status run_close_handler(const EventConn* connection) {
-  if ((connection->mask & kEventConnClosed) == 0 || connection->close == nullptr) return kStatusOk;
-  return connection->close(connection->handle);
+void run_close_handler(const EventConn* connection) {
+  if ((connection->mask & kEventConnClosed) == 0 || connection->close == nullptr) return;
+  if (const Status status = connection->close(connection->handle))
+    log_error("evm", "close handler of a managed connection: %s", err_text(status));
 }
 
 void on_end(EventConn* connection) {
   stop_watching(connection);
   if ((connection->mask & kEventConnOpened) != 0) schedule_open(connection);
-  // Last, because the handler may destroy the connection.
-  if (const Status status = run_close_handler(connection)) {
-    log_error("evm", "close handler of a managed connection: %s", err_text(status));
-  }
+  run_close_handler(connection);  // last: it may destroy the connection
 }
 
 Status watch_descriptor(EventConn* connection, int fd) {
@@ -97,9 +95,7 @@ Status try_open(EventConn* connection) {
   if (fd < 0) return open_failed(connection);
   if (const Status status = watch_descriptor(connection, fd)) {
     log_error("evm", "a managed connection cannot be watched: %s", err_text(status));
-    if (const Status closed = run_close_handler(connection)) {
-      log_error("evm", "close handler of a managed connection: %s", err_text(closed));
-    }
+    run_close_handler(connection);
     return open_failed(connection);
   }
   connection->retry_after = kFirstRetry;
