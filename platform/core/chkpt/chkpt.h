@@ -39,9 +39,9 @@ struct ChkptApplication {
   char name[kChkptNameMax + 1];
 };
 
-// key_kind 1: every key of the table has the size of the first, 0: any size; versioned 1: the table has a
-// version of its own (stored for tools); record_size: octets of a saved record (0: any); persistent 1:
-// survives the process, 0: in memory only; reserved: 0.
+// key_kind 1: every key of the table has the size of the first; versioned 1: the table has a version of its
+// own (stored for tools); record_size: octets of a saved record (0: any); persistent 1: survives the process;
+// reserved: 0. Other kinds of keys, and tables in memory only, are not supported.
 struct ChkptTableDescriptor {
   std::uint32_t key_kind;
   std::uint32_t versioned;

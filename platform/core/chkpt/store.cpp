@@ -35,7 +35,7 @@ struct ChkptTable {
 
   std::uint32_t table_id = 0;
   ChkptTableDescriptor descriptor{};
-  std::uint64_t row = 0;  // in the database; 0 for a table in memory only
+  std::uint64_t row = 0;  // in the database
   std::map<std::uint64_t, Record> records;
   std::unordered_map<std::string, std::uint64_t> object_ids;  // by key
 };
@@ -168,7 +168,7 @@ void post_flush(Store* store) {
 }
 
 void mark_unwritten(Store* store, ChkptTable* table, std::uint64_t object_id, Record* record) {
-  if (table->row == 0 || record->unwritten) return;
+  if (record->unwritten) return;
   record->unwritten = true;
   store->unwritten.push_back({table, object_id});
   post_flush(store);
@@ -177,14 +177,13 @@ void mark_unwritten(Store* store, ChkptTable* table, std::uint64_t object_id, Re
 // --- Tables
 
 bool is_valid(const ChkptTableDescriptor& descriptor) {
-  return descriptor.key_kind <= 1 && descriptor.versioned <= 1 && descriptor.persistent <= 1 &&
+  return descriptor.key_kind == 1 && descriptor.versioned <= 1 && descriptor.persistent == 1 &&
          descriptor.reserved == 0 && descriptor.record_size <= kChkptDataMax;
 }
 
 bool takes_key(const ChkptTable* table, const void* key, std::size_t size) {
   if (key == nullptr || size == 0 || size > kChkptKeyMax) return false;
-  return table->descriptor.key_kind == 0 || table->records.empty() ||
-         table->records.begin()->second.key.size() == size;
+  return table->records.empty() || table->records.begin()->second.key.size() == size;
 }
 
 // The table as the database has it, null for a new one.
@@ -278,10 +277,7 @@ Status chkpt_register(const ChkptTableDescriptor* descriptor, std::uint32_t tabl
   auto made = std::make_unique<ChkptTable>();
   made->table_id = table_id;
   made->descriptor = *descriptor;
-  *had_contents = false;
-  if (descriptor->persistent == 1) {
-    if (const Status status = restore_table(store, made.get(), had_contents)) return status;
-  }
+  if (const Status status = restore_table(store, made.get(), had_contents)) return status;
   *table = made.get();
   store->tables.push_back(std::move(made));
   return kStatusOk;
