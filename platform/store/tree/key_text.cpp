@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "platform/core/base/fault.h"
+#include "platform/core/text/numbers.h"
 #include "platform/store/tree/key_text.h"
 #include "platform/store/tree/kvtree.h"
 
@@ -19,14 +20,6 @@ bool is_unescaped(char octet) {
          octet == '_' || octet == '.' || octet == ':' || octet == '-';
 }
 
-// -1 for a character that is not a hexadecimal digit.
-int hex_value(char digit) {
-  if (digit >= '0' && digit <= '9') return digit - '0';
-  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-  return -1;
-}
-
 }  // namespace
 
 namespace kvtree {
@@ -36,11 +29,10 @@ Status decode_text(std::string_view encoded, char* out, std::size_t* length) {
   for (std::size_t i = 0; i < encoded.size(); ++i) {
     char octet = encoded[i];
     if (octet == '%') {
-      if (encoded.size() - i < 3) return kStatusBadKey;
-      const int high = hex_value(encoded[i + 1]);
-      const int low = hex_value(encoded[i + 2]);
-      if (high < 0 || low < 0) return kStatusBadKey;
-      octet = static_cast<char>(high * 16 + low);
+      const std::string_view digits = encoded.substr(i + 1, 2);
+      const auto value = text::parse_number<std::uint8_t>(digits, 0xff, 16);
+      if (digits.size() < 2 || !value) return kStatusBadKey;
+      octet = static_cast<char>(*value);
       i += 2;
     }
     if (octet == '\0') return kStatusBadKey;
