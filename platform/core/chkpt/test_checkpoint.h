@@ -129,7 +129,7 @@ class CheckpointTest : public ::testing::Test {
 
   std::string File() const { return state + "/checkpoint.db"; }
   std::string Log() const { return File() + "-wal"; }
-  std::string Aside(int number = 1) const { return File() + ".unusable." + std::to_string(number); }
+  std::string Aside() const { return File() + ".unusable.1"; }
   static bool Exists(const std::string& path) { return std::filesystem::exists(path); }
   // The transactions in the log: frames that carry the size of the database after them.
   std::size_t CommitsInLog() const {

@@ -107,12 +107,6 @@ TEST_F(TraceTest, LongTextIsCutAndMarked) {
   EXPECT_EQ(Read("long").at(2).text, marked);
 }
 
-TEST_F(TraceTest, TextsOfTwoHundredOctetsAreWhole) {
-  const std::string text = "VRF " + std::string(180, 'n') + ": time = 1700000000";
-  trace_write(Open("long", 4), 1, 0, "%s", text.c_str());
-  EXPECT_EQ(Read("long").at(0).text, text);
-}
-
 TEST_F(TraceTest, ShortTextReplacesALongOne) {
   TraceBuffer* buffer = Open("short", 1);
   for (const std::size_t length : {100U, 8U, 7U, 0U}) {
@@ -140,14 +134,6 @@ TEST_F(TraceTest, NullBufferDropsTheRecord) {
   trace_write(nullptr, 1, 0, "nothing");
   trace_close(nullptr);
   EXPECT_TRUE(trace_names(directory_.path()).empty());
-}
-
-TEST_F(TraceTest, FileStaysAfterClosing) {
-  TraceBuffer* buffer = nullptr;
-  ASSERT_EQ(trace_open("stays", 4, 0, 0, 0, &buffer), kStatusOk);
-  trace_write(buffer, 1, 0, "retained");
-  trace_close(buffer);
-  EXPECT_EQ(Read("stays").at(0).text, "retained");
 }
 
 TEST_F(TraceTest, RecordsOutliveAKilledProcess) {

@@ -229,12 +229,6 @@ TEST_F(WireServerTest, ClientThatReadsNoNotificationsIsClosedBeyondTheLimit) {
   static_cast<void>(client);
 }
 
-TEST_F(WireServerTest, NotificationIsSentAtOnce) {
-  const int client = ConnectRaw();
-  server->find(1)->send(kEcho, 0, Octets{4});
-  EXPECT_EQ(ReadAll(client), Frame(kEcho, 0, {4}));
-}
-
 TEST_F(WireServerTest, NotificationToALostClientClosesIt) {
   std::array<int, 2> pair{-1, -1};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair.data()), 0);

@@ -80,12 +80,6 @@ TEST_F(ClientCommit, CommitOfManyMessagesIsOneCommit) {
   EXPECT_EQ(history.commits[0].changes, 5000U);
 }
 
-TEST_F(ClientCommit, EmptyCommitIsNone) {
-  StartAndConnect();
-  EXPECT_EQ(client.commit({}, "").status, kStatusOk);
-  EXPECT_THAT(client.history(1).commits, IsEmpty());
-}
-
 TEST_F(ClientCommit, TooManyChangesAreRefusedOnBothSides) {
   StartAndConnect();
   EXPECT_EQ(client.commit(Many(kvtree::kMaxStagedChanges + 1), "").status, kStatusMessageTooLarge);

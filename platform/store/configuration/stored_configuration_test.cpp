@@ -62,18 +62,6 @@ class Configuration : public ServedStore {
   }
 };
 
-TEST_F(Configuration, ChangesOfClientsAreNotifiedToSubscribers) {
-  ASSERT_EQ(client.connect(), kStatusOk);
-  Subscribe(kTraps.c_str(), kKvEventSet | kKvEventDeleted);
-  Start();
-  ASSERT_EQ(Commit(SetTo(kTraps + "all", "on")), kStatusOk);
-  ASSERT_EQ(Commit(SetTo(kTraps + "all", "still")), kStatusOk);
-  ASSERT_EQ(Commit(Withdraw(kTraps + "all")), kStatusOk);
-  Stop();
-  Run();
-  EXPECT_THAT(TakeReceived(), ElementsAre("all 2 on", "all 2 still", "all 4 none"));
-}
-
 TEST_F(Configuration, NodesAreListedInOrderBelowAPath) {
   StartAndConnect();
   ASSERT_EQ(Commit({"/cfg/b", NumberValue(-5)}), kStatusOk);
@@ -97,16 +85,6 @@ TEST_F(Configuration, LongListsContinueAfterTheLastNode) {
   EXPECT_THAT(client.nodes("/cfg/", 2, "/cfg/c").nodes, IsEmpty());
 }
 
-TEST_F(Configuration, OnlyNodesBelowCfgAreTheClients) {
-  StartAndConnect();
-  for (const char* path : {"/oper/a", "/cfg", "/cfg/", "/cfg/a/", "/", "cfg/a"}) {
-    EXPECT_EQ(Commit({path, NumberValue(1)}), kStatusUnknownPath) << path;
-    EXPECT_EQ(Commit(Withdraw(path)), kStatusUnknownPath) << path;
-  }
-  EXPECT_EQ(Commit(Withdraw("/cfg/a")), kStatusNoSuchRow);
-  EXPECT_THAT(Nodes(), IsEmpty());
-}
-
 TEST_F(Configuration, OutlivesTheProcessAndIsReplayed) {
   ASSERT_EQ(Keep(), kStatusOk);
   StartAndConnect();
@@ -128,27 +106,6 @@ TEST_F(Configuration, NodesOfTheProcessItselfAreNotStored) {
   ASSERT_EQ(SetText("/cfg/own", "x"), kStatusOk);
   Restart();
   StartAndConnect();
-  EXPECT_THAT(Nodes(), IsEmpty());
-}
-
-TEST_F(Configuration, ChangeThatCannotBeStoredIsNotMade) {
-  ASSERT_EQ(Keep(), kStatusOk);
-  StartAndConnect();
-  ASSERT_EQ(Commit({"/cfg/a", NumberValue(1)}), kStatusOk);
-  fault_arm("configuration_write", kStatusIo, 1, 2);
-  EXPECT_EQ(Commit({"/cfg/a", NumberValue(2)}), kStatusIo);
-  EXPECT_EQ(Commit(Withdraw("/cfg/a")), kStatusIo);
-  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1"));
-}
-
-TEST_F(Configuration, WriteThatTheDatabaseRefusesIsAnswered) {
-  ASSERT_EQ(Keep(), kStatusOk);
-  ExecuteOn(File(), "DROP TABLE node");
-  StartAndConnect();
-  ::testing::internal::CaptureStderr();
-  EXPECT_EQ(Commit({"/cfg/a", NumberValue(2)}), kStatusIo);
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-              HasSubstr("a commit cannot be written: no such table"));
   EXPECT_THAT(Nodes(), IsEmpty());
 }
 
@@ -186,16 +143,6 @@ INSTANTIATE_TEST_SUITE_P(
                    ExecuteOn(file, "CREATE TABLE other(x)");
                  }}),
     [](const auto& each) { return each.param.name; });
-
-TEST_F(Configuration, SetAsideFilesAreNeverOverwritten) {
-  Write("first");
-  ASSERT_EQ(Keep(), kStatusOk);
-  kvtree::store().node_store.reset();
-  Write("second");
-  ASSERT_EQ(Keep(), kStatusOk);
-  EXPECT_EQ(Read(File() + ".unusable.1"), "first");
-  EXPECT_EQ(Read(File() + ".unusable.2"), "second");
-}
 
 TEST_F(Configuration, MissingDirectoryIsAFailure) {
   ::testing::internal::CaptureStderr();

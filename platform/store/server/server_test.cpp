@@ -3,8 +3,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <thread>
-
 #include "platform/core/files/directories.h"
 #include "platform/core/wire/wire.h"
 #include "platform/store/client/client.h"
@@ -15,7 +13,6 @@
 namespace {
 
 using kvtree::Client;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using namespace std::chrono_literals;
 
@@ -142,66 +139,6 @@ TEST_F(ServedStore, OversizedRequestIsNotSent) {
   EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
 }
 
-TEST_F(ServedStore, TwoClientsAreServedSideBySide) {
-  StartAndConnect();
-  Client other(Client::default_socket(), 5000ms);
-  ASSERT_EQ(other.connect(), kStatusOk);
-  for (int i = 0; i < 100; ++i) {
-    const std::string key = std::to_string(i);
-    ASSERT_EQ(Text(client.get(kSubtree + "interface/red/" + key).record), "get/0 'red' " + key);
-    ASSERT_EQ(Text(other.get(kSubtree + "interface/blue/" + key).record), "get/0 'blue' " + key);
-  }
-}
-
-TEST_F(ServedStore, ThousandPipelinedRequestsAreAnsweredInOrder) {
-  Start();
-  wire::ClientSocket socket;
-  ASSERT_EQ(socket.connect(Client::default_socket(), 5000ms), kStatusOk);
-  std::thread sender([&] {
-    for (std::uint32_t i = 0; i < 1000; ++i) {
-      wire::Writer writer = socket.begin(kvtree::kGet, i);
-      writer.u8(0);
-      writer.text(kSubtree + "interface/red/" + std::to_string(i));
-      ASSERT_EQ(socket.send(), kStatusOk);
-    }
-  });
-  sender.join();
-  for (std::uint32_t i = 0; i < 1000; ++i) {
-    wire::Message message;
-    ASSERT_EQ(socket.receive(&message), kStatusOk);
-    ASSERT_EQ(message.request, i);
-    ASSERT_EQ(message.type, kvtree::kGet | kvtree::kAnswer);
-    wire::Reader reader(message.payload);
-    ASSERT_EQ(reader.u32(), kStatusOk);
-    EXPECT_EQ(reader.u32(), kKvKindRecord);
-    const wire::OctetSpan record = reader.octets();
-    EXPECT_EQ(std::string(record.begin(), record.end()), "get/0 'red' " + std::to_string(i));
-  }
-}
-
-TEST_F(ServedStore, ClientThatNeverReadsDoesNotDelayOthers) {
-  TestProvider::row_size = 1000;
-  StartAndConnect();
-  wire::ClientSocket silent;
-  ASSERT_EQ(silent.connect(Client::default_socket(), 5000ms), kStatusOk);
-  for (std::uint32_t i = 0; i < 100; ++i) {
-    wire::Writer writer = silent.begin(kvtree::kWalk, i);
-    writer.u8(0);
-    writer.u32(1000);
-    writer.text(kSubtree + "rows-next/1");
-    ASSERT_EQ(silent.send(), kStatusOk);
-  }
-  for (int i = 0; i < 10; ++i) ASSERT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
-}
-
-TEST_F(ServedStore, ClientThatVanishesWithinARequestDisturbsNoOtherClient) {
-  StartAndConnect();
-  const int fd = ConnectRaw();
-  ASSERT_EQ(write(fd, "MVPN\1\0", 6), 6);
-  close(fd);
-  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
-}
-
 // A payload for a message of this type.
 struct MalformedRequest {
   const char* name;
@@ -256,18 +193,6 @@ TEST_F(ServedStore, MalformedRequestsCloseOnlyTheirClient) {
     EXPECT_EQ(socket.receive(&message), kStatusNotConnected);
     EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
   }
-}
-
-TEST_F(ServedStore, MalformedRequestIsLogged) {
-  const int fd = ConnectRaw();
-  wire::Octets frame;
-  wire::begin_frame(&frame, 99, 1);
-  ASSERT_EQ(write(fd, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
-  ::testing::internal::CaptureStderr();
-  Run();
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-              HasSubstr("kvtree: client 1 closed: a malformed request"));
-  close(fd);
 }
 
 TEST_F(ServedStore, ServingTwiceOnOneManagerIsRefused) {
@@ -373,14 +298,6 @@ TEST_F(LyingServer, AnswerToAnotherRequestClosesTheClient) {
   EXPECT_FALSE(client.connected());
   ConnectTo(Answer(kvtree::kList | kvtree::kAnswer, {0, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0}, 2));
   EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
-}
-
-TEST_F(LyingServer, AnotherVersionIsAVersionMismatch) {
-  wire::Octets frame = Answer(wire::kTypeVersionMismatch, {}, 0);
-  frame[4] = wire::kVersion + 1;
-  ConnectTo(frame);
-  EXPECT_EQ(client.get("/a").status, kStatusVersionMismatch);
-  EXPECT_FALSE(client.connected());
 }
 
 }  // namespace

@@ -453,14 +453,6 @@ TEST_F(Requests, ProviderWithoutAFunctionHasNoHandler) {
   EXPECT_EQ(Walk("/oper/mpls_vpn/gl/empty/a", 1), kStatusNoHandler);
 }
 
-TEST_F(Requests, ListsCarryTheMaximumToTheHandler) {
-  KvListReply reply{7, 0, nullptr, nullptr};
-  ASSERT_EQ(kvtree_list("/oper/mpls_vpn/gl/vrf-detail/red", false, &reply), kStatusOk);
-  EXPECT_EQ(TestProvider::last_max_items, 7U);
-  EXPECT_EQ(reply.count, 2U);
-  kvtree_list_free(reply.list);
-}
-
 TEST_F(Requests, WalkReadsRowsUntilTheMaximum) {
   EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/5", 3), kStatusOk);
   EXPECT_THAT(rows, ElementsAre("5", "6", "7"));

@@ -1,10 +1,6 @@
 // For the data store's tests: the store with a provider, served by a thread of its own, and a client of it.
 #pragma once
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include <array>
 #include <functional>
 #include <string>
@@ -66,14 +62,6 @@ class ServedStore : public StoreTest {
   void StartAndConnect() {
     Start();
     ASSERT_EQ(client.connect(), kStatusOk);
-  }
-  int ConnectRaw() const {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, kvtree::Client::default_socket().c_str(), sizeof address.sun_path - 1);
-    EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    return fd;
   }
 
   kvtree::Client client{kvtree::Client::default_socket(), std::chrono::milliseconds(5000)};
