@@ -112,7 +112,11 @@ class ConfigReferences : public router::RouterTest {
     Set(kRedRip);
     EXPECT_THAT(Reported(), ElementsAre("+" + kRipPath));
   }
-  static std::vector<std::string> Reported() { return std::exchange(reported(), {}); }
+  // What was delivered since the last call.
+  std::vector<std::string> Reported() {
+    Run();
+    return std::exchange(reported(), {});
+  }
 
   TestRunDirectory directory_;
   EventManager* manager_;
@@ -286,13 +290,10 @@ TEST_F(ConfigReferences, StartsOnceAndAFailedStartLeavesNothing) {
 TEST_F(ConfigReferences, ItemsOfAnInterfaceAreReplayedAfterItJoined) {
   ListenWithRedRip();
   AddInterface("ge0", "red");
-  Run();
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   Move("ge0", "default");
-  Run();
   EXPECT_THAT(Reported(), ElementsAre("left red"));
   Move("ge0", "red");
-  Run();
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   EXPECT_TRUE(IsReferenced("red")) << "a replay keeps the reference";
 }
@@ -305,7 +306,6 @@ TEST_F(ConfigReferences, OnlyItemsOfTheInterfaceInItsVrfAreReplayed) {
   AddInterface("ge0", "red");
   AddInterface("ge5", "red");
   AddInterface("ge1", "default");
-  Run();
   EXPECT_THAT(Reported(), ElementsAre("joined red", "joined red", "-" + kRipPath, "+" + kRipPath));
 }
 
@@ -332,37 +332,28 @@ TEST_F(ConfigReferences, ItemsOfManyJoinsAreReplayedAfterTheirJoins) {
 TEST_F(ConfigReferences, ItemsOfAnInterfaceAreReplayedAfterItsNameOrIndexChanged) {
   ListenWithRedRip();
   AddInterface("new", "red");
-  Run();
   Reported();
   Rename("new", "ge0");
-  Run();
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   Rename("ge0", "ge0", 99);
-  Run();
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   router::Interface changed = Current("ge0");
   changed.up = true;
   ChangeInterface(changed);
-  Run();
   EXPECT_THAT(Reported(), IsEmpty()) << "name, index and VRF are the same";
 }
 
 TEST_F(ConfigReferences, InterfaceLeavesWithTheNameUnderWhichItHadItems) {
   ListenWithRedRip();
   AddInterface("ge0", "red");
-  Run();
   Reported();
-  const auto rename = [&](const std::string& name, const std::string& next) {
-    Rename(name, next);
-    Run();
-  };
-  rename("ge0", "ge1");
+  Rename("ge0", "ge1");
   EXPECT_THAT(Reported(), ElementsAre("left red", "joined red"));
-  rename("ge1", "ge0");
+  Rename("ge1", "ge0");
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   Delete(kRedRip);
   Reported();
-  rename("ge0", "ge1");
+  Rename("ge0", "ge1");
   EXPECT_THAT(Reported(), ElementsAre("joined red")) << "nothing is counted under its former name";
 }
 
@@ -373,17 +364,13 @@ TEST_F(ConfigReferences, DescriptionIsReplayedWhenAVrfIsCreatedUnderAReferencedN
   Set(kRedBgp);
   Reported();
   AddVrf("red", 10);
-  Run();
   EXPECT_THAT(Reported(), ElementsAre("-" + kTextPath));
   Set(kRedText);
   DeleteVrf("red");
-  Run();
   Reported();
   AddVrf("red", 10);
-  Run();
   EXPECT_THAT(Reported(), ElementsAre("+" + kTextPath));
   AddVrf("blue", 20);
-  Run();
   EXPECT_THAT(Reported(), IsEmpty()) << "nothing names it";
 }
 
@@ -398,7 +385,6 @@ TEST_F(ConfigReferences, DescriptionThatCannotBeReplayedIsReplayedAtTheNextCreat
   EXPECT_THAT(Reported(), IsEmpty());
   DeleteVrf("red");
   AddVrf("red", 10);
-  Run();
   EXPECT_THAT(Reported(), ElementsAre("-" + kTextPath));
 }
 
@@ -408,7 +394,6 @@ TEST_F(ConfigReferences, NothingIsReplayedForAVrfThatIsDeletedAgain) {
   Set(kRedBgp);
   AddVrf("red", 10);
   DeleteVrf("red");
-  Run();
   EXPECT_THAT(Reported(), IsEmpty());
 }
 
@@ -428,7 +413,6 @@ TEST_F(ConfigReferences, FailedReplayIsRetriedAtTheNextJoin) {
   EXPECT_THAT(Reported(), ElementsAre("joined red"));
   Move("ge0", "blue");
   Move("ge0", "red");
-  Run();
   EXPECT_THAT(Reported(), testing::IsSupersetOf({"-" + kRipPath, "+" + kRipPath}));
 }
 

@@ -37,16 +37,14 @@ TEST_F(ConfiguredThresholds, ThresholdBelowTheNumberIsExceededAtOnce) {
 }
 
 TEST_F(ConfiguredThresholds, RaisedMaximumIsClearedAtOnce) {
-  Configure("red", 4, 3);
-  Reported();
+  ConfigureQuietly("red", 4, 3);
   Configure("red", 8, 6);
   EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/8"));
   EXPECT_THAT(Published(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/8"));
 }
 
 TEST_F(ConfiguredThresholds, ChangedThresholdThatIsStillExceededIsNotReported) {
-  Configure("red", 4, 3);
-  Reported();
+  ConfigureQuietly("red", 4, 3);
   Configure("red", 5, 2);
   Configure("red", 1, 1);
   Configure("red", 1, 1);
@@ -54,27 +52,22 @@ TEST_F(ConfiguredThresholds, ChangedThresholdThatIsStillExceededIsNotReported) {
 }
 
 TEST_F(ConfiguredThresholds, RaisedMidIsArmedAgain) {
-  Configure("red", 0, 3);
-  Reported();
+  ConfigureQuietly("red", 0, 3);
   Configure("red", 0, 7);
   EXPECT_THAT(Published(), IsEmpty());
-  SetRoutes(10, 8);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 8/7"));
+  EXPECT_THAT(ReportedWith(10, 8), ElementsAre("red.ipv4.unicast exceeds mid 10: 8/7"));
 }
 
 TEST_F(ConfiguredThresholds, ThresholdTakenAwayWhileExceededIsCleared) {
-  Configure("red", 4, 3);
-  Reported();
+  ConfigureQuietly("red", 4, 3);
   Unconfigure("red");
   EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
   EXPECT_THAT(Published(), IsEmpty());
-  SetRoutes(10, 20);
-  EXPECT_THAT(Reported(), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 20), IsEmpty());
 }
 
 TEST_F(ConfiguredThresholds, MaximumOfZeroWhileExceededIsCleared) {
-  Configure("red", 4, 3);
-  Reported();
+  ConfigureQuietly("red", 4, 3);
   Configure("red", 0, 3);
   EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 5/0"));
 }
@@ -83,9 +76,8 @@ TEST_F(ConfiguredThresholds, ThresholdAppliesToAVrfThatIsCreatedLater) {
   Configure("blue", 2, 1);
   EXPECT_THAT(Reported(), IsEmpty());
   AddVrf("blue", 20);
-  SetRoutes(20, 2);
-  EXPECT_THAT(Reported(), ElementsAre("blue.ipv4.unicast exceeds mid 20: 2/1",
-                                      "blue.ipv4.unicast exceeds maximum 20: 2/2"));
+  EXPECT_THAT(ReportedWith(20, 2), ElementsAre("blue.ipv4.unicast exceeds mid 20: 2/1",
+                                               "blue.ipv4.unicast exceeds maximum 20: 2/2"));
 }
 
 TEST_F(ConfiguredThresholds, UnicastTablesOfTheTwoFamiliesOnly) {
@@ -93,15 +85,13 @@ TEST_F(ConfiguredThresholds, UnicastTablesOfTheTwoFamiliesOnly) {
   SetPair(LimitPath(3, 1), 1, 1);
   SetPair(LimitPath(0, 1), 1, 1);
   SetPair(LimitPath(1, 1, "other"), 1, 1);
-  SetRoutes(10, 6);
-  EXPECT_THAT(Reported(), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 6), IsEmpty());
 }
 
 TEST_F(ConfiguredThresholds, DefaultIsNotWatched) {
   ChangeTables("default", 254, 254);
   SetPair(LimitPath(1, 1, "default", "default"), 1, 1);
-  SetRoutes(254, 3);
-  EXPECT_THAT(Reported(), IsEmpty());
+  EXPECT_THAT(ReportedWith(254, 3), IsEmpty());
 }
 
 TEST_F(ConfiguredThresholds, LargeThresholdsAreUnsigned) {
@@ -110,8 +100,7 @@ TEST_F(ConfiguredThresholds, LargeThresholdsAreUnsigned) {
 }
 
 TEST_F(ConfiguredThresholds, LimitThatIsNotAPairIsLoggedAndIgnored) {
-  Configure("red", 4, 3);
-  Reported();
+  ConfigureQuietly("red", 4, 3);
   KvValue text;
   text.type = KvValueType::kText;
   text.text = "a hundred";
@@ -143,8 +132,7 @@ TEST_F(ConfiguredThresholds, StartBelowTheThresholdsReportsNothing) {
 }
 
 TEST_F(ConfiguredThresholds, DetachedServiceIgnoresChanges) {
-  Configure("red", 4, 3);
-  Reported();
+  ConfigureQuietly("red", 4, 3);
   rib_threshold_detach();
   SetRoutes(10, 1);
   Configure("red", 1, 1);
@@ -161,15 +149,13 @@ TEST_F(ConfiguredThresholds, AttachingTwiceAndToNothingIsRefused) {
 }
 
 TEST_F(ConfiguredThresholds, FailedAttachingLeavesNothingAttached) {
-  Configure("red", 4, 3);
-  Reported();
+  ConfigureQuietly("red", 4, 3);
   rib_threshold_detach();
   for (const char* point : {"rib_threshold_attach", "kvtree_bind", "kvtree_register_notification"}) {
     const ScopedFault fault(point, kStatusIo);
     EXPECT_EQ(rib_threshold_attach(&router_, manager_), kStatusIo) << point;
   }
-  SetRoutes(10, 8);
-  EXPECT_THAT(Reported(), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 8), IsEmpty());
   Attach();
 }
 

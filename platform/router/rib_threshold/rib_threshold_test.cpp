@@ -18,70 +18,54 @@ class RouteNumbers : public RibThresholdTest {
 
 TEST_F(RouteNumbers, MidIsExceededAboveItOnly) {
   Configure("red", 0, 3);
-  SetRoutes(10, 3);
-  EXPECT_THAT(Reported(), IsEmpty());
-  SetRoutes(10, 4);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 4/3"));
+  EXPECT_THAT(ReportedWith(10, 3), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 4), ElementsAre("red.ipv4.unicast exceeds mid 10: 4/3"));
 }
 
 TEST_F(RouteNumbers, MidIsReportedOnceUntilTheNumberFallsBelowIt) {
   Configure("red", 0, 3);
-  SetRoutes(10, 4);
-  Reported();
+  ReportedWith(10, 4);
   SetRoutes(10, 5);
   SetRoutes(10, 3);  // at the threshold: not below
-  SetRoutes(10, 4);
-  EXPECT_THAT(Reported(), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 4), IsEmpty());
   EXPECT_THAT(Published(), ElementsAre("red.ipv4.unicast exceeds mid 10: 4/3"));
-  SetRoutes(10, 2);
-  EXPECT_THAT(Reported(), IsEmpty()) << "falling below mid is not an event";
+  EXPECT_THAT(ReportedWith(10, 2), IsEmpty()) << "falling below mid is not an event";
   EXPECT_THAT(Published(), IsEmpty());
-  SetRoutes(10, 4);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 4/3"));
+  EXPECT_THAT(ReportedWith(10, 4), ElementsAre("red.ipv4.unicast exceeds mid 10: 4/3"));
 }
 
 TEST_F(RouteNumbers, MaximumIsExceededWhenItIsReached) {
   Configure("red", 3, 0);
-  SetRoutes(10, 2);
-  EXPECT_THAT(Reported(), IsEmpty());
-  SetRoutes(10, 3);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds maximum 10: 3/3"));
+  EXPECT_THAT(ReportedWith(10, 2), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 3), ElementsAre("red.ipv4.unicast exceeds maximum 10: 3/3"));
 }
 
 TEST_F(RouteNumbers, MaximumIsClearedBelowItOnce) {
   Configure("red", 3, 0);
-  SetRoutes(10, 5);
-  Reported();
-  SetRoutes(10, 3);
-  EXPECT_THAT(Reported(), IsEmpty());
-  SetRoutes(10, 2);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 2/3"));
+  ReportedWith(10, 5);
+  EXPECT_THAT(ReportedWith(10, 3), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 2), ElementsAre("red.ipv4.unicast clears maximum 10: 2/3"));
   EXPECT_THAT(Published(), ElementsAre("red.ipv4.unicast clears maximum 10: 2/3"));
-  SetRoutes(10, 0);
-  EXPECT_THAT(Reported(), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 0), IsEmpty());
 }
 
 TEST_F(RouteNumbers, NothingIsRepeatedWhileNothingCrosses) {
   Configure("red", 4, 2);
-  SetRoutes(10, 5);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
-                                      "red.ipv4.unicast exceeds maximum 10: 5/4"));
+  EXPECT_THAT(ReportedWith(10, 5), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
+                                               "red.ipv4.unicast exceeds maximum 10: 5/4"));
   for (const std::size_t routes : {6U, 7U, 5U, 4U, 9U}) SetRoutes(10, routes);
   EXPECT_THAT(Reported(), IsEmpty());
-  SetRoutes(10, 1);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 1/4"));
+  EXPECT_THAT(ReportedWith(10, 1), ElementsAre("red.ipv4.unicast clears maximum 10: 1/4"));
   SetRoutes(10, 0);
-  SetRoutes(10, 2);
-  EXPECT_THAT(Reported(), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 2), IsEmpty());
 }
 
 TEST_F(RouteNumbers, EveryCrossingIsReported) {
   Configure("red", 2, 0);
   for (int times = 0; times < 3; ++times) {
     SetRoutes(10, 2);
-    SetRoutes(10, 1);
-    EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds maximum 10: 2/2",
-                                        "red.ipv4.unicast clears maximum 10: 1/2"));
+    EXPECT_THAT(ReportedWith(10, 1), ElementsAre("red.ipv4.unicast exceeds maximum 10: 2/2",
+                                                 "red.ipv4.unicast clears maximum 10: 1/2"));
   }
 }
 
@@ -95,18 +79,15 @@ TEST_F(RouteNumbers, CrossingUndoneWithinABatchIsNotReported) {
 
 TEST_F(RouteNumbers, ZeroDisablesAThreshold) {
   Configure("red", 0, 0);
-  SetRoutes(10, 5);
-  EXPECT_THAT(Reported(), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 5), IsEmpty());
 }
 
 TEST_F(RouteNumbers, FamiliesHaveThresholdsOfTheirOwn) {
   Configure("red", 0, 2, Family::kIpv4);
   Configure("red", 0, 4, Family::kIpv6);
-  SetRoutes(10, 3, Family::kIpv6);
-  EXPECT_THAT(Reported(), IsEmpty());
+  EXPECT_THAT(ReportedWith(10, 3, Family::kIpv6), IsEmpty());
   SetRoutes(10, 3, Family::kIpv4);
-  SetRoutes(10, 5, Family::kIpv6);
-  EXPECT_THAT(Reported(),
+  EXPECT_THAT(ReportedWith(10, 5, Family::kIpv6),
               ElementsAre("red.ipv4.unicast exceeds mid 10: 3/2", "red.ipv6.unicast exceeds mid 10: 5/4"));
 }
 
@@ -114,21 +95,17 @@ TEST_F(RouteNumbers, VrfIsClearedWhenTheLastOfItsTablesFalls) {
   Configure("red", 2, 0, Family::kIpv4);
   Configure("red", 4, 0, Family::kIpv6);
   SetRoutes(10, 2, Family::kIpv4);
-  SetRoutes(10, 4, Family::kIpv6);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds maximum 10: 2/2",
-                                      "red.ipv6.unicast exceeds maximum 10: 4/4"));
-  SetRoutes(10, 1, Family::kIpv4);
-  EXPECT_THAT(Reported(), IsEmpty()) << "the VRF is still at a maximum";
+  EXPECT_THAT(ReportedWith(10, 4, Family::kIpv6), ElementsAre("red.ipv4.unicast exceeds maximum 10: 2/2",
+                                                              "red.ipv6.unicast exceeds maximum 10: 4/4"));
+  EXPECT_THAT(ReportedWith(10, 1, Family::kIpv4), IsEmpty()) << "the VRF is still at a maximum";
   EXPECT_THAT(Published(), ElementsAre("red.ipv6.unicast exceeds maximum 10: 4/4"));
-  SetRoutes(10, 3, Family::kIpv6);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv6.unicast clears maximum 10: 3/4"));
+  EXPECT_THAT(ReportedWith(10, 3, Family::kIpv6), ElementsAre("red.ipv6.unicast clears maximum 10: 3/4"));
 }
 
 TEST_F(RouteNumbers, OtherVrfsAreNotConcerned) {
   AddVrf("blue", 20);
   Configure("red", 2, 0);
-  SetRoutes(20, 5);
-  EXPECT_THAT(Reported(), IsEmpty());
+  EXPECT_THAT(ReportedWith(20, 5), IsEmpty());
 }
 
 TEST_F(RouteNumbers, EventThatCannotBePublishedIsRetriedAtTheNextChange) {
@@ -144,9 +121,8 @@ TEST_F(RouteNumbers, EventThatCannotBePublishedIsRetriedAtTheNextChange) {
   EXPECT_NE(log.find("route thresholds: cannot publish max-thresh-exc of red.ipv4.unicast: "),
             std::string::npos);
   EXPECT_THAT(Reported(), IsEmpty());
-  SetRoutes(10, 6);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 6/2",
-                                      "red.ipv4.unicast exceeds maximum 10: 6/4"));
+  EXPECT_THAT(ReportedWith(10, 6), ElementsAre("red.ipv4.unicast exceeds mid 10: 6/2",
+                                               "red.ipv4.unicast exceeds maximum 10: 6/4"));
 }
 
 TEST_F(RouteNumbers, EventThatCannotBeEncodedIsRetriedAtTheNextChange) {
@@ -156,39 +132,33 @@ TEST_F(RouteNumbers, EventThatCannotBeEncodedIsRetriedAtTheNextChange) {
     SetRoutes(10, 5);
   }
   EXPECT_THAT(Reported(), IsEmpty());
-  SetRoutes(10, 6);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds maximum 10: 6/4"));
+  EXPECT_THAT(ReportedWith(10, 6), ElementsAre("red.ipv4.unicast exceeds maximum 10: 6/4"));
 }
 
 TEST_F(RouteNumbers, ClearingThatCannotBePublishedIsRetriedAtTheNextChange) {
   Configure("red", 4, 0);
-  SetRoutes(10, 5);
-  Reported();
+  ReportedWith(10, 5);
   {
     const ScopedFault fault("kvtree_set", kStatusNoMemory);
     SetRoutes(10, 3);
   }
   EXPECT_THAT(Reported(), IsEmpty());
-  SetRoutes(10, 2);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 10: 2/4"));
+  EXPECT_THAT(ReportedWith(10, 2), ElementsAre("red.ipv4.unicast clears maximum 10: 2/4"));
 }
 
 TEST_F(RouteNumbers, FailedClearingIsDroppedWhenTheMaximumIsReachedAgain) {
   Configure("red", 4, 0);
-  SetRoutes(10, 5);
-  Reported();
+  ReportedWith(10, 5);
   {
     const ScopedFault fault("kvtree_set", kStatusNoMemory);
     SetRoutes(10, 3);
   }
-  SetRoutes(10, 4);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds maximum 10: 4/4"));
+  EXPECT_THAT(ReportedWith(10, 4), ElementsAre("red.ipv4.unicast exceeds maximum 10: 4/4"));
 }
 
 TEST_F(RouteNumbers, MidNodeThatCannotBeWithdrawnIsLoggedAndPublishedAgainLater) {
   Configure("red", 0, 2);
-  SetRoutes(10, 3);
-  Reported();
+  ReportedWith(10, 3);
   testing::internal::CaptureStderr();
   {
     const ScopedFault fault("kvtree_delete", kStatusIo);
@@ -197,8 +167,7 @@ TEST_F(RouteNumbers, MidNodeThatCannotBeWithdrawnIsLoggedAndPublishedAgainLater)
   EXPECT_NE(testing::internal::GetCapturedStderr().find(
                 "route thresholds: cannot withdraw mid-thresh-exc of red.ipv4.unicast: "),
             std::string::npos);
-  SetRoutes(10, 4);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 4/2"));
+  EXPECT_THAT(ReportedWith(10, 4), ElementsAre("red.ipv4.unicast exceeds mid 10: 4/2"));
 }
 
 }  // namespace

@@ -51,14 +51,12 @@ TEST_F(WatchedTables, VrfCreatedAgainIsWatchedAgain) {
   Reported();
   AddVrf("red", 10);
   EXPECT_THAT(Reported(), IsEmpty());
-  SetRoutes(10, 5);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
-                                      "red.ipv4.unicast exceeds maximum 10: 5/4"));
+  EXPECT_THAT(ReportedWith(10, 5), ElementsAre("red.ipv4.unicast exceeds mid 10: 5/2",
+                                               "red.ipv4.unicast exceeds maximum 10: 5/4"));
 }
 
 TEST_F(WatchedTables, VrfDeletedBelowItsMaximumIsNotReportedWhenCreatedAgain) {
-  SetRoutes(10, 3);
-  Reported();
+  ReportedWith(10, 3);
   DeleteVrf("red");
   AddVrf("red", 10);
   EXPECT_THAT(Reported(), IsEmpty());
@@ -96,8 +94,7 @@ TEST_F(WatchedTables, OtherTableIsEvaluatedForItself) {
   ChangeTables("red", 11, 11);
   EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast clears maximum 11: 0/4"));
   EXPECT_THAT(Published(), ElementsAre("red.ipv4.unicast clears maximum 11: 0/4"));
-  SetRoutes(11, 3);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 11: 3/2"));
+  EXPECT_THAT(ReportedWith(11, 3), ElementsAre("red.ipv4.unicast exceeds mid 11: 3/2"));
 }
 
 TEST_F(WatchedTables, FamilyThatLosesItsTableIsClearedByTheOther) {
@@ -139,8 +136,8 @@ TEST_F(WatchedTables, TableThatIsWatchedForAnotherVrfFromNowOnIsCleared) {
 TEST_F(WatchedTables, SharedTableIsWatchedForTheFirstVrfInNameOrder) {
   AddVrf("blue", 10);
   Configure("blue", 1, 0);
-  SetRoutes(10, 3);
-  EXPECT_THAT(Reported(), ElementsAre("red.ipv4.unicast exceeds mid 10: 3/2")) << "shorter names are first";
+  EXPECT_THAT(ReportedWith(10, 3), ElementsAre("red.ipv4.unicast exceeds mid 10: 3/2"))
+      << "shorter names are first";
   Configure("blue", 2, 1);
   EXPECT_THAT(Reported(), IsEmpty());
 }
@@ -163,8 +160,7 @@ TEST_F(WatchedTables, SharedTableIsWatchedForTheNextVrfWhenTheFirstIsDeleted) {
 TEST_F(WatchedTables, NamesOfAnyOctetsAreKeys) {
   AddVrf("a/b %", 30);
   Configure("a/b %", 1, 0);
-  SetRoutes(30, 1);
-  EXPECT_THAT(Reported(), ElementsAre("a/b %.ipv4.unicast exceeds maximum 30: 1/1"));
+  EXPECT_THAT(ReportedWith(30, 1), ElementsAre("a/b %.ipv4.unicast exceeds maximum 30: 1/1"));
 }
 
 }  // namespace

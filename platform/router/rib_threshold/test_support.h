@@ -66,6 +66,10 @@ class RibThresholdTest : public router::RouterTest {
     ASSERT_EQ(kvtree_set(node.path, node.value), kStatusOk);
     Run();
   }
+  void ConfigureQuietly(const std::string& vrf, std::uint32_t maximum, std::uint32_t mid) {
+    Configure(vrf, maximum, mid);
+    Reported();
+  }
   void Unconfigure(const std::string& vrf, Family family = Family::kIpv4) {
     ASSERT_EQ(kvtree_delete(vrf_config::route_threshold(vrf, family, 0, 0).path), kStatusOk);
     Run();
@@ -96,7 +100,13 @@ class RibThresholdTest : public router::RouterTest {
     Run();
     return ReportedSoFar();
   }
-  // The same without running the event loop.
+  // The table has this many routes now.
+  std::vector<std::string> ReportedWith(std::uint32_t table, std::size_t routes,
+                                        Family family = Family::kIpv4) {
+    SetRoutes(table, routes, family);
+    return Reported();
+  }
+  // Those of Reported() without running the event loop.
   std::vector<std::string> ReportedSoFar() { return std::exchange(lines<kReported>(), {}); }
   std::vector<std::string> Published() {
     KvConnection* connection = Register(note<kPublished>);

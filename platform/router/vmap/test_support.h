@@ -78,6 +78,12 @@ class Membership : public router::RouterTest {
   // The calls of the callbacks since the last one: "+vrf red 10", "-if 1 red 10", ...
   static std::vector<std::string> Calls() { return std::exchange(lines_, {}); }
 
+  // Those, after what is pending was delivered.
+  std::vector<std::string> Delivered() {
+    Run();
+    return Calls();
+  }
+
   static int NoteDrop(void* /*client*/) {
     lines_.emplace_back("closed");
     return 1;

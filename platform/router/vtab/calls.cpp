@@ -6,7 +6,6 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
-#include "platform/router/vtab/notifications.h"
 #include "platform/router/vtab/service.h"
 
 namespace {

@@ -43,8 +43,7 @@ TEST_F(Records, RecordsThatExistAtTheRegistrationAreNotReported) {
   AddVrf("blue", 20);
   ASSERT_EQ(vtab_reg_vrf_attributes("all", 3, 0x87, "default", 1), kStatusOk);
   AddVrf("tan", 30);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf tan 30 event 1"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf tan 30 event 1"));
 }
 
 TEST_F(Records, CreationChangeAndDeletionAreReported) {
@@ -59,8 +58,7 @@ TEST_F(Records, CreationChangeAndDeletionAreReported) {
   ChangeVrf(vrf);
   Run();
   DeleteVrf("red");
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 3", "vrf red 10 event 2"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 3", "vrf red 10 event 2"));
 }
 
 TEST_F(Records, ForwardReferencesAreReportedAsCreatedUpdatedAndDeleted) {
@@ -72,9 +70,8 @@ TEST_F(Records, ForwardReferencesAreReportedAsCreatedUpdatedAndDeleted) {
   DeleteVrf("red");
   Run();
   Unreference("red");
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red 0 event 1", "vrf red 10 event 3", "vrf red 0 event 3",
-                                   "vrf red 0 event 2"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf red 0 event 1", "vrf red 10 event 3", "vrf red 0 event 3",
+                                       "vrf red 0 event 2"));
   EXPECT_EQ(removed_count(), 0U);
 }
 
@@ -82,11 +79,9 @@ TEST_F(Records, RecordThatTheClientMadeIsReportedWhenItIsComplete) {
   StartClient();
   ASSERT_NE(vtab_create_vrf_record("red"), nullptr);
   Reference("red");
-  Run();
-  EXPECT_THAT(Calls(), IsEmpty());
+  EXPECT_THAT(Delivered(), IsEmpty());
   AddVrf("red", 10);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 3"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf red 10 event 3"));
 }
 
 TEST_F(Records, DeletedRecordIsFoundByNoLookUpBeforeItsCallback) {
@@ -102,8 +97,7 @@ TEST_F(Records, DeletedRecordIsFoundByNoLookUpBeforeItsCallback) {
   EXPECT_THAT(TableWalk("red"), IsEmpty());
   EXPECT_EQ(AttributesOf(record)->number, 42U) << "but it is not freed yet";
   EXPECT_EQ(removed_count(), 1U);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 2"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf red 10 event 2"));
   EXPECT_EQ(removed_count(), 0U);
 }
 
@@ -118,8 +112,7 @@ TEST_F(Records, VrfDeletedAndCreatedAgainBeforeTheCallbacksHasTwoRecords) {
   EXPECT_NE(now, former);
   EXPECT_EQ(AttributesOf(now)->number, 0U);
   EXPECT_EQ(AttributesOf(former)->number, 42U);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 2", "vrf red 11 event 1"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf red 10 event 2", "vrf red 11 event 1"));
   EXPECT_EQ(removed_count(), 0U);
   EXPECT_EQ(Find("red"), now);
 }
@@ -131,8 +124,7 @@ TEST_F(Records, EventsOfARecordAreAllDeliveredBeforeItIsFreed) {
   vrf.ipv4_table = 7;
   ChangeVrf(vrf);
   DeleteVrf("red");
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 3", "vrf red 10 event 2"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 3", "vrf red 10 event 2"));
   EXPECT_EQ(removed_count(), 0U);
 }
 
@@ -189,8 +181,7 @@ TEST_F(RecordsAndMembership, RecordIsValidUntilALostMembershipClientIsSynchroniz
   VtabVrfRecord* record = Find("red");
   LoseMembership();
   DeleteVrf("red");
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 2"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf red 10 event 2"));
   EXPECT_EQ(removed_count(), 1U);
   EXPECT_STREQ(record->vrf_name, "red") << "the membership client may still hold it";
   EXPECT_EQ(Find("red"), nullptr);
@@ -264,9 +255,8 @@ TEST_F(RecordsAndMembership, RecordOfAVrfIsDeletedBeforeItsIdIsAnnouncedForAnoth
   DeleteVrf("red");
   AddVrf("blue", 10);
   AddVrf("red", 11);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("-vrf red", "vrf red 10 event 2", "vrf blue 10 event 1", "+vrf blue",
-                                   "vrf red 11 event 1", "+vrf red"));
+  EXPECT_THAT(Delivered(), ElementsAre("-vrf red", "vrf red 10 event 2", "vrf blue 10 event 1", "+vrf blue",
+                                       "vrf red 11 event 1", "+vrf red"));
 }
 
 TEST_F(RecordsAndMembership, MembersOfADeletedVrfAreAnnouncedAfterTheDeletionOfItsRecord) {
@@ -276,8 +266,7 @@ TEST_F(RecordsAndMembership, MembersOfADeletedVrfAreAnnouncedAfterTheDeletionOfI
   Connect();
   Calls();
   DeleteVrf("red");
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("-vrf red", "vrf red 10 event 2", "+if in red"));
+  EXPECT_THAT(Delivered(), ElementsAre("-vrf red", "vrf red 10 event 2", "+if in red"));
 }
 
 TEST_F(RecordsAndMembership, InterfaceIsDownBeforeItLeavesAndUpAfterItHasJoined) {
@@ -289,10 +278,9 @@ TEST_F(RecordsAndMembership, InterfaceIsDownBeforeItLeavesAndUpAfterItHasJoined)
   Move("ge0", "blue");
   Run();
   Remove("ge0");
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("if ge0 in red changes 2 2 record ge0", "-if in red", "+if in blue",
-                                   "if ge0 in blue changes 1 1 record ge0",
-                                   "if ge0 in blue changes 2 2 record ge0", "-if in blue"));
+  EXPECT_THAT(Delivered(), ElementsAre("if ge0 in red changes 2 2 record ge0", "-if in red", "+if in blue",
+                                       "if ge0 in blue changes 1 1 record ge0",
+                                       "if ge0 in blue changes 2 2 record ge0", "-if in blue"));
 }
 
 TEST_F(RecordsAndMembership, OrderOfTheChangesHoldsOverManyBatches) {
@@ -322,8 +310,7 @@ TEST_F(Records, AccessOutsideACallbackTakesTheOldestEvent) {
   EXPECT_EQ(access.event, kVtabEventCreate);
   ASSERT_EQ(access.End(), kStatusOk);
   EXPECT_EQ(access.End(), kStatusInvalid);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 2"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf red 10 event 2"));
 }
 
 TEST_F(Records, AccessWithoutAnEventGivesNoRecord) {
@@ -346,8 +333,7 @@ TEST_F(Records, EventWhoseAccessFailedIsOverAndItsRecordIsFreed) {
   StartClient();
   DeleteVrf("red");
   const ScopedFault fault("vtab_lock_begin_access_vrf_record", kStatusIo);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red refused 5"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf red refused 5"));
   EXPECT_EQ(removed_count(), 0U);
 }
 
@@ -369,8 +355,7 @@ TEST_F(Records, InterfaceAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
   SetLink("ge0", true);
   SetLink("ge0", false);
   const ScopedFault fault("vtab_unlock_end_access_if_record", kStatusIo);
-  Run();
-  EXPECT_THAT(Calls(),
+  EXPECT_THAT(Delivered(),
               ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0"));
 }
 
@@ -379,8 +364,7 @@ TEST_F(Records, FailedInterfaceAccessIsReportedToTheCallback) {
   StartClient();
   SetLink("ge0", true);
   const ScopedFault fault("vtab_lock_begin_access_if_record", kStatusIo);
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("if ge0 refused 5"));
+  EXPECT_THAT(Delivered(), ElementsAre("if ge0 refused 5"));
 }
 
 TEST_F(Records, VrfAndInterfaceEventsKeepTheOrderOfTheChanges) {
@@ -389,9 +373,8 @@ TEST_F(Records, VrfAndInterfaceEventsKeepTheOrderOfTheChanges) {
   AddVrf("red", 10);
   SetLink("ge0", true);
   DeleteVrf("red");
-  Run();
-  EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 1", "if ge0 in red changes 1 1 record ge0",
-                                   "vrf red 10 event 2"));
+  EXPECT_THAT(Delivered(), ElementsAre("vrf red 10 event 1", "if ge0 in red changes 1 1 record ge0",
+                                       "vrf red 10 event 2"));
 }
 
 TEST_F(Records, SecondClientIsRefused) {

@@ -23,7 +23,6 @@
 
 #include "platform/core/base/log.h"
 #include "platform/router/vmap/vmap.h"
-#include "platform/router/vtab/notifications.h"
 
 namespace vtab {
 namespace {
@@ -180,14 +179,13 @@ void Service::interface_removed(const router::Interface& interface) {
 
 void Service::append_vrf_event(VrfNode* node, std::uint32_t code) {
   if (!client.has_vrf_events) return;
-  feed::append(model_->changes(), feed::Phase::kRecord, &receiver_,
-               std::make_unique<VrfEvent>(&client, node, code));
+  feed::append(model_->changes(), feed::Phase::kRecord, &receiver_, std::make_unique<VrfEvent>(node, code));
 }
 
 void Service::append_state(IfNode* node, const std::string& vrf_name, const IfChange& change, IfState to) {
   const feed::Phase phase = change.has_up() ? feed::Phase::kUp : feed::Phase::kDown;
   feed::append(model_->changes(), phase, &receiver_,
-               std::make_unique<StateEvent>(&client, &interfaces, node, vrf_name, change, std::move(to)));
+               std::make_unique<StateEvent>(node, vrf_name, change, std::move(to)));
 }
 
 Status Service::start_client(const char* name, EventManager* manager, std::size_t attribute_size) {

@@ -1,15 +1,59 @@
-// The record service of the process: the records, which follow the router model, and the client's callbacks.
+// The record service of the process: the records, which follow the router model, its client, and the
+// notifications in the change feed.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "platform/router/feed/feed.h"
-#include "platform/router/vtab/client.h"
 #include "platform/router/vtab/if_records.h"
 #include "platform/router/vtab/vrf_records.h"
 
 namespace vtab {
+
+// What the client has registered; the numbers are its own and not interpreted.
+struct Client {
+  EventManager* manager = nullptr;  // null: there is no client
+  std::string name;
+  std::size_t attribute_size = 0;
+  std::array<std::uint32_t, 3> init_numbers{};  // of vtab_init
+  VtabIfCallback if_callback = nullptr;
+  VtabVrfCallback vrf_callback = nullptr;
+  bool has_vrf_events = false;
+  std::array<std::string, 2> vrf_texts;  // of vtab_reg_vrf_attributes: scope and default VRF
+  std::array<std::uint32_t, 3> vrf_numbers{};
+  bool has_if_events = false;
+  std::array<std::string, 3> if_texts;  // of vtab_reg_if_attributes: scope, VRF scope and default VRF
+  std::array<std::uint32_t, 4> if_numbers{};
+
+  // The accesses that are begun and not ended.
+  VrfNode* vrf_in_access = nullptr;
+  IfNode* interface_in_access = nullptr;
+};
+
+// A VRF record was created, updated or deleted. The record exists until the notification is delivered.
+struct VrfEvent : feed::Notification {
+  VrfEvent(VrfNode* about, std::uint32_t event_code) : node(about), code(event_code) {}
+  void deliver() override;
+
+  VrfNode* node;
+  std::uint32_t code;
+  bool was_taken = false;  // by a begin-access
+};
+
+// An interface's states change from what the client knows to `to`.
+struct StateEvent : feed::Notification {
+  StateEvent(IfNode* about, const std::string& vrf, const IfChange& codes, IfState state);
+  void deliver() override;
+
+  IfNode* node;
+  std::string vrf_name;  // at the time of the change
+  IfChange change;
+  IfState to;
+  bool was_taken = false;
+};
 
 class Service : public router::Observer {
  public:

@@ -38,7 +38,11 @@ class Records : public router::RouterTest {
   // --- the client ---
   void StartClient();
   void Run() { event_run_pending(manager_.get()); }
-  static std::vector<std::string> Calls();               // since the last call
+  static std::vector<std::string> Calls();  // since the last call
+  std::vector<std::string> Delivered() {    // those, after what is pending was delivered
+    Run();
+    return Calls();
+  }
   static std::string StatesOf(const std::string& name);  // "up down": IPv4, IPv6
   static VtabVrfRecord* Find(const std::string& name) {
     return vtab_get_vrf_record_by_vrf_name(name.c_str());

@@ -186,8 +186,7 @@ TEST_F(Records, AttachedModelIsReadCompletely) {
   EXPECT_THAT(VrfWalk(), IsEmpty());
   EXPECT_THAT(InterfaceWalk(), IsEmpty());
   vtab_attach(&router_);
-  Run();
-  EXPECT_THAT(Calls(), IsEmpty()) << "the client is ended";
+  EXPECT_THAT(Delivered(), IsEmpty()) << "the client is ended";
   StartClient();
   EXPECT_THAT(VrfWalk(), ElementsAre("red=10", "blue=0", "default=1"));
   EXPECT_THAT(InterfaceWalk(), ElementsAre("ge0=7"));
@@ -217,8 +216,7 @@ TEST_F(Records, RecordThatGotNoMemoryIsMadeCompleteWhenTheClientAsksForIt) {
   ASSERT_NE(record, nullptr);
   EXPECT_EQ(record->vrf_id, 10U);
   EXPECT_EQ(record->ipv4_table_id, 1010U);
-  Run();
-  EXPECT_THAT(Calls(), IsEmpty());
+  EXPECT_THAT(Delivered(), IsEmpty());
 }
 
 TEST_F(Records, CreationHasItsFaultPointAndItsMemory) {
