@@ -4,14 +4,10 @@
 
 #include "mpls/vpn/mib/src/support/trace.h"
 
-namespace {
-
-void release_indirections(void* record, const ParcelDescription* description) {
+void prov_release_parcel(void* record, const ParcelDescription* description, const char* function) {
   const Status rc = parcel_free_indirections(description, record);
-  if (rc != kStatusOk) mpls_vpn_error("prov_encode_parcel", "parcel_free_indirections", rc);
+  if (rc != kStatusOk) mpls_vpn_error(function, "parcel_free_indirections", rc);
 }
-
-}  // namespace
 
 Status prov_encode_parcel(KvReply* reply, void* record, const ParcelDescription* description) {
   std::uint8_t* data = nullptr;
@@ -22,6 +18,6 @@ Status prov_encode_parcel(KvReply* reply, void* record, const ParcelDescription*
   } else {
     mpls_vpn_error("prov_encode_parcel", "parcel_encode failed", rc);
   }
-  release_indirections(record, description);
+  prov_release_parcel(record, description, "prov_encode_parcel");
   return rc;
 }

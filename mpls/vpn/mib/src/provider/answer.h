@@ -9,3 +9,5 @@
 // and releases the record's indirections, whether or not the encoding succeeded. 0, or the encoding's status
 // with the reply as it was.
 [[nodiscard]] Status prov_encode_parcel(KvReply* reply, void* record, const ParcelDescription* description);
+// Releases the record's indirections; a failure is reported under the function's name.
+void prov_release_parcel(void* record, const ParcelDescription* description, const char* function);

@@ -70,8 +70,7 @@ Status find_in_tables(mpls_vpn_mib_route* row, bool exact, const VtabVrfRecord* 
 
 Status name_row(mpls_vpn_mib_route* row, const VtabVrfRecord* record) {
   if (prov_copy_text(&row->vrfName, record->vrf_name, kSearchName)) return kStatusOk;
-  const Status rc = parcel_free_indirections(&kMibRouteParcel, row);
-  if (rc != kStatusOk) mpls_vpn_error(kSearchName, "parcel_free_indirections", rc);
+  prov_release_parcel(row, &kMibRouteParcel, kSearchName);
   *row = {};
   return kStatusNoMemory;
 }
@@ -105,12 +104,6 @@ bool is_of_family(const mpls_vpn_mib_route& row, const RouteKeyText& key) {
   return (row.destType == kInetAddressIpv6) == asks_ipv6(key);
 }
 
-Status release_unasked(mpls_vpn_mib_route* row) {
-  const Status rc = parcel_free_indirections(&kMibRouteParcel, row);
-  if (rc != kStatusOk) mpls_vpn_error(kRouteHandler, "parcel_free_indirections", rc);
-  return kStatusNoSuchRow;
-}
-
 }  // namespace
 
 Status mpls_vpn_mib_find_route_in_vrf(mpls_vpn_mib_route* row, bool exact, const VtabVrfRecord* record,
@@ -141,6 +134,9 @@ Status mpls_vpn_mib_prov_get_route(KvReply* reply, const RequestArgs* args) {
   mpls_vpn_mib_route row;
   const Status rc = find_from_vrf(&row, exact, mpls_vpn_mib_get_vrf_node(exact, vrf_name), key);
   if (rc != kStatusOk) return rc;
-  if (exact && !is_of_family(row, key)) return release_unasked(&row);
+  if (exact && !is_of_family(row, key)) {
+    prov_release_parcel(&row, &kMibRouteParcel, kRouteHandler);
+    return kStatusNoSuchRow;
+  }
   return prov_encode_parcel(reply, &row, &kMibRouteParcel);
 }

@@ -89,7 +89,6 @@ Status mpls_vpn_mib_prov_get_vrf(KvReply* reply, const RequestArgs* args) {
   fill_vrf_parcel(&row, node->vrf_rec);
   if (row.name != nullptr) return prov_encode_parcel(reply, &row, &kMibVrfParcel);
   // A reader needs the row's name to continue from it.
-  const Status rc = parcel_free_indirections(&kMibVrfParcel, &row);
-  if (rc != kStatusOk) mpls_vpn_error(kVrfHandler, "parcel_free_indirections", rc);
+  prov_release_parcel(&row, &kMibVrfParcel, kVrfHandler);
   return kStatusNoMemory;
 }

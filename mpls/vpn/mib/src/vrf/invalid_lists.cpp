@@ -8,10 +8,8 @@
 
 namespace {
 
-constexpr VrfListKind kInvalidList = {"mpls_vpn_prov_list_vrf_invalid", "List creation failed",
-                                      "List item add failed", false};
-constexpr VrfListKind kInvalidDatalist = {"mpls_vpn_prov_datalist_vrf_invalid", "Datalist creation failed",
-                                          "Datalist item add failed", true};
+constexpr VrfListKind kInvalidList = {"mpls_vpn_prov_list_vrf_invalid", false};
+constexpr VrfListKind kInvalidDatalist = {"mpls_vpn_prov_datalist_vrf_invalid", true};
 
 const char* first_invalid(const VrfListKind& kind, const RequestArgs* args) {
   const bool is_named = !kvtree_absent(args, 0);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/support/report.h"
 
 namespace {
@@ -17,7 +18,8 @@ struct Free {
 };
 
 bool report_added(const VrfListKind& kind, Status rc) {
-  if (rc != kStatusOk) mpls_vpn_error(kind.function, kind.add_failed, rc);
+  const char* what = kind.is_datalist ? "Datalist item add failed" : "List item add failed";
+  if (rc != kStatusOk) mpls_vpn_error(kind.function, what, rc);
   return rc == kStatusOk;
 }
 
@@ -25,15 +27,6 @@ Status encode(const VrfListKind& kind, const mpls_vpn_vrf* show, std::uint8_t** 
   if (show->VRFName == nullptr) return kStatusNoMemory;  // reported where it could not be copied
   const Status rc = parcel_encode(&kShowVrfParcel, show, data, length);
   if (rc != kStatusOk) mpls_vpn_error(kind.function, "Parcel encode failed", rc);
-  return rc;
-}
-
-// Whether or not the record could be encoded, it is released.
-Status encode_and_release(const VrfListKind& kind, mpls_vpn_vrf* show, std::uint8_t** data,
-                          std::size_t* length) {
-  const Status rc = encode(kind, show, data, length);
-  const Status released = parcel_free_indirections(&kShowVrfParcel, show);
-  if (released != kStatusOk) mpls_vpn_error(kind.function, "parcel_free_indirections", released);
   return rc;
 }
 
@@ -52,7 +45,8 @@ Status create_vrf_list(const VrfListKind& kind, KvListReply* reply) {
   reply->count = 0;
   const Status rc =
       kind.is_datalist ? kvtree_datalist_create(&reply->datalist) : kvtree_list_create(&reply->list);
-  if (rc != kStatusOk) mpls_vpn_error(kind.function, kind.creation_failed, rc);
+  const char* what = kind.is_datalist ? "Datalist creation failed" : "List creation failed";
+  if (rc != kStatusOk) mpls_vpn_error(kind.function, what, rc);
   return rc;
 }
 
@@ -64,7 +58,9 @@ bool add_vrf_datalist_item(const VrfListKind& kind, KvListReply* reply, const ch
                            mpls_vpn_vrf* show, bool is_xml) {
   std::uint8_t* data = nullptr;
   std::size_t length = 0;
-  if (encode_and_release(kind, show, &data, &length) != kStatusOk) return false;
+  const Status rc = encode(kind, show, &data, &length);
+  prov_release_parcel(show, &kShowVrfParcel, kind.function);
+  if (rc != kStatusOk) return false;
   const std::unique_ptr<std::uint8_t, Free> owned_data(data);
   char* encoded = nullptr;
   const bool has_key = !is_xml || encode_key(kind, vrf_name, &encoded) == kStatusOk;

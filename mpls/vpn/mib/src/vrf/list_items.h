@@ -7,11 +7,9 @@
 #include "platform/core/base/status.h"
 #include "platform/store/tree/kvtree.h"
 
-// One kind of answer, with the fixed texts of its failures.
+// One kind of answer.
 struct VrfListKind {
   const char* function;
-  const char* creation_failed;
-  const char* add_failed;
   bool is_datalist;
 };
 

@@ -17,10 +17,8 @@
 
 namespace {
 
-constexpr VrfListKind kList = {"mpls_vpn_prov_list_vrf", "List creation failed", "List item add failed",
-                               false};
-constexpr VrfListKind kDatalist = {"mpls_vpn_prov_datalist_vrf", "Datalist creation failed",
-                                   "Datalist item add failed", true};
+constexpr VrfListKind kList = {"mpls_vpn_prov_list_vrf", false};
+constexpr VrfListKind kDatalist = {"mpls_vpn_prov_datalist_vrf", true};
 
 struct VrfWalk {
   const VrfListKind& kind;

@@ -51,8 +51,7 @@ Status find_shown(const char* vrf_name, VtabVrfRecord** record) {
 }
 
 Status refuse(mpls_vpn_vrf* show, Status why, const char* handler) {
-  const Status rc = parcel_free_indirections(&kShowVrfParcel, show);
-  if (rc != kStatusOk) mpls_vpn_error(handler, "parcel_free_indirections", rc);
+  prov_release_parcel(show, &kShowVrfParcel, handler);
   return why;
 }
 

@@ -31,61 +31,44 @@ bool is_in_default_vrf(const VtabIfRecord* record) {
   return record->vrf_name == router::kDefaultVrf;
 }
 
-std::uint32_t count_default_vrf_ifs() {
+// Stores the names of the interfaces that the walk visits, at most as many as a first walk has counted. The
+// number of names.
+template <typename Walk>
+std::uint32_t add_names(ParcelArray* interfaces, const char* tag, const char* function, const Walk& walk) {
+  *interfaces = {};
   std::uint32_t count = 0;
-  for (const VtabIfRecord* record = vtab_get_first_if_record(); record != nullptr;
-       record = vtab_get_next_if_record(record)) {
-    if (is_in_default_vrf(record)) ++count;
-  }
-  return count;
-}
-
-std::uint32_t count_ifs(const char* vrf_name) {
-  std::uint32_t count = 0;
-  for (const IfNode* node = mpls_vpn_mib_get_first_if_of_vrf(vrf_name); node != nullptr;
-       node = mpls_vpn_mib_get_next_if_of_vrf(node, vrf_name)) {
-    ++count;
-  }
-  return count;
-}
-
-// Slots for `count` names; null, reported, without memory.
-mpls_vpn_interfaces* new_slots(std::uint32_t count, const char* tag, const char* function) {
-  void* slots = calloc_tagged(count, sizeof(mpls_vpn_interfaces), tag);
+  walk([&](const char*) { ++count; });
+  if (count == 0) return 0;
+  auto* slots = static_cast<mpls_vpn_interfaces*>(calloc_tagged(count, sizeof(mpls_vpn_interfaces), tag));
   if (slots == nullptr) {
     mpls_vpn_report_failure(PROV, kStatusNoMemory, "Cannot allocate memory in function %s", function);
+    return 0;
   }
-  return static_cast<mpls_vpn_interfaces*>(slots);
+  std::uint32_t filled = 0;
+  walk([&](const char* name) {
+    if (filled < count) copy_interface_name(&slots[filled++], name, function);
+  });
+  *interfaces = {filled, slots};
+  return filled;
 }
 
 }  // namespace
 
 void add_default_vrf_ifs(ParcelArray* interfaces) {
-  *interfaces = {};
-  const std::uint32_t count = count_default_vrf_ifs();
-  if (count == 0) return;
-  mpls_vpn_interfaces* slots = new_slots(count, "Def if in VRF", __func__);
-  if (slots == nullptr) return;
-  std::uint32_t filled = 0;
-  for (const VtabIfRecord* record = vtab_get_first_if_record(); record != nullptr && filled < count;
-       record = vtab_get_next_if_record(record)) {
-    if (is_in_default_vrf(record)) copy_interface_name(&slots[filled++], record->if_name, __func__);
-  }
-  *interfaces = {filled, slots};
+  add_names(interfaces, "Def if in VRF", __func__, [](const auto& visit) {
+    for (const VtabIfRecord* record = vtab_get_first_if_record(); record != nullptr;
+         record = vtab_get_next_if_record(record)) {
+      if (is_in_default_vrf(record)) visit(record->if_name);
+    }
+  });
 }
 
 std::uint32_t add_ifs(ParcelArray* interfaces, const char* vrf_name) {
-  *interfaces = {};
   (void)mpls_vpn_mib_clean_if_dbase();  // nodes that could not be repaired are shown too
-  const std::uint32_t count = count_ifs(vrf_name);
-  if (count == 0) return 0;
-  mpls_vpn_interfaces* slots = new_slots(count, "If in VRF", __func__);
-  if (slots == nullptr) return 0;
-  std::uint32_t filled = 0;
-  for (const IfNode* node = mpls_vpn_mib_get_first_if_of_vrf(vrf_name); node != nullptr && filled < count;
-       node = mpls_vpn_mib_get_next_if_of_vrf(node, vrf_name)) {
-    copy_interface_name(&slots[filled++], node->if_name, __func__);
-  }
-  *interfaces = {filled, slots};
-  return filled;
+  return add_names(interfaces, "If in VRF", __func__, [vrf_name](const auto& visit) {
+    for (const IfNode* node = mpls_vpn_mib_get_first_if_of_vrf(vrf_name); node != nullptr;
+         node = mpls_vpn_mib_get_next_if_of_vrf(node, vrf_name)) {
+      visit(node->if_name);
+    }
+  });
 }
