@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "platform/core/base/clock.h"
+#include "platform/core/base/test_fault.h"
 #include "platform/core/chkpt/test_checkpoint.h"
 
 namespace {
@@ -411,11 +412,8 @@ TEST_F(CheckpointTest, BadArgumentsAreRefused) {
 }
 
 TEST_F(CheckpointTest, EachOperationFailsAtItsFaultPoint) {
-  {
-    const ScopedFault fault("chkpt_init", kStatusIo);
-    EXPECT_EQ(chkpt_init(&application, manager), kStatusIo);
-    EXPECT_FALSE(Exists(File()));
-  }
+  ExpectFault("chkpt_init", [this] { return chkpt_init(&application, manager); });
+  EXPECT_FALSE(Exists(File()));
   Start();
   const std::uint64_t object_id = Create("key1");
   ChkptIterator* iterator = nullptr;
@@ -426,19 +424,15 @@ TEST_F(CheckpointTest, EachOperationFailsAtItsFaultPoint) {
   std::size_t size = sizeof octets;
   bool had_contents = false;
   ChkptTable* other = nullptr;
-  const auto fails = [](const char* name, const auto& operation) {
-    const ScopedFault fault(name, kStatusNoMemory);
-    EXPECT_EQ(operation(), kStatusNoMemory) << name;
-  };
-  fails("chkpt_register", [&] { return chkpt_register(&descriptor, 2, &other, &had_contents); });
-  fails("chkpt_mapkey", [&] { return chkpt_mapkey(table, "key1", 4, &found); });
-  fails("chkpt_create", [&] { return chkpt_create(table, "key2", 4, &found); });
-  fails("chkpt_save", [&] { return Save(object_id, "x"); });
-  fails("chkpt_delete", [&] { return chkpt_delete(table, object_id); });
-  fails("chkpt_iterate_start", [&] { return chkpt_iterate_start(table, &iterator); });
-  fails("chkpt_iterate_next",
-        [&] { return chkpt_iterate_next(iterator, octets, &key_size, octets, &size, &found); });
-  fails("chkpt_iterate_end", [&] { return chkpt_iterate_end(iterator); });
+  ExpectFault("chkpt_register", [&] { return chkpt_register(&descriptor, 2, &other, &had_contents); });
+  ExpectFault("chkpt_mapkey", [&] { return chkpt_mapkey(table, "key1", 4, &found); });
+  ExpectFault("chkpt_create", [&] { return chkpt_create(table, "key2", 4, &found); });
+  ExpectFault("chkpt_save", [&] { return Save(object_id, "x"); });
+  ExpectFault("chkpt_delete", [&] { return chkpt_delete(table, object_id); });
+  ExpectFault("chkpt_iterate_start", [&] { return chkpt_iterate_start(table, &iterator); });
+  ExpectFault("chkpt_iterate_next",
+              [&] { return chkpt_iterate_next(iterator, octets, &key_size, octets, &size, &found); });
+  ExpectFault("chkpt_iterate_end", [&] { return chkpt_iterate_end(iterator); });
   EXPECT_THAT(Rows(), ElementsAre(Row{"key1", ""}));
 }
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/core/base/clock.h"
-#include "platform/core/base/fault.h"
+#include "platform/core/base/test_fault.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
 
@@ -255,18 +255,10 @@ TEST_F(ManagedConnectionTest, HandlersDescriptorThatCannotBeWatchedIsClosedAndRe
 
 TEST_F(ManagedConnectionTest, EachOperationFailsAtItsFaultPoint) {
   EventConn* other = nullptr;
-  {
-    const ScopedFault fault("event_conn_create", kStatusNoMemory);
-    EXPECT_EQ(event_conn_create(manager, Service::Open, &service, 2, &other), kStatusNoMemory);
-  }
-  {
-    const ScopedFault fault("event_conn_notify", kStatusIo);
-    EXPECT_EQ(event_conn_notify(connection, 0x6000, Service::Close), kStatusIo);
-  }
-  {
-    const ScopedFault fault("event_conn_open", kStatusIo);
-    EXPECT_EQ(event_conn_open(connection), kStatusIo);
-  }
+  ExpectFault("event_conn_create",
+              [&] { return event_conn_create(manager, Service::Open, &service, 2, &other); });
+  ExpectFault("event_conn_notify", [&] { return event_conn_notify(connection, 0x6000, Service::Close); });
+  ExpectFault("event_conn_open", [&] { return event_conn_open(connection); });
   Advance(60 * kNanosecondsPerSecond);
   EXPECT_EQ(service.opens, 0);
 }

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <vector>
 
-#include "platform/core/base/fault.h"
+#include "platform/core/base/test_fault.h"
 #include "platform/core/files/temporary_directory.h"
 #include "platform/core/parcel/parcel.h"
 #include "platform/core/parcel/registry.h"
@@ -152,18 +152,8 @@ TEST_F(RegistryTest, SetNameMustBeAWordOfALine) {
 }
 
 TEST_F(RegistryTest, FaultPointsFailEachStepOfABatch) {
-  {
-    const ScopedFault fault("parcel_batch_open", kStatusIo);
-    EXPECT_EQ(Register({&kRow}), kStatusIo);
-  }
-  {
-    const ScopedFault fault("parcel_register", kStatusNoMemory);
-    EXPECT_EQ(Register({&kRow}), kStatusNoMemory);
-  }
-  {
-    const ScopedFault fault("parcel_batch_close", kStatusIo);
-    EXPECT_EQ(Register({&kRow}), kStatusIo);
-  }
+  for (const char* point : {"parcel_batch_open", "parcel_register", "parcel_batch_close"})
+    ExpectFault(point, [] { return Register({&kRow}); });
   EXPECT_EQ(parcel_find("test_row"), nullptr);
   EXPECT_FALSE(fs::exists(File()));
 }

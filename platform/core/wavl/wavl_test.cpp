@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/core/base/fault.h"
+#include "platform/core/base/test_fault.h"
 
 namespace {
 
@@ -255,25 +255,16 @@ TEST_F(WavlTest, CheckSeesEachKindOfDamage) {
 TEST_F(WavlTest, FaultPointsFailTheirOperationsAndChangeNothing) {
   Item* item = Insert(1, 1);
   Item* other = Make(2, 2);
-  {
-    const ScopedFault fault("wavl_insert", kStatusNoMemory);
-    EXPECT_EQ(wavl_insert(&tree_, kByIndex, other), kStatusNoMemory);
-  }
-  {
-    const ScopedFault fault("wavl_delete", kStatusIo, 1, 2);
-    EXPECT_EQ(wavl_delete(&tree_, kByIndex, item), kStatusIo);
-    EXPECT_EQ(wavl_delete_all(&tree_, item), kStatusIo);
-  }
+  WavlTree tree{};
+  ExpectFault("wavl_insert", [&] { return wavl_insert(&tree_, kByIndex, other); });
+  ExpectFault("wavl_delete", [&] { return wavl_delete(&tree_, kByIndex, item); });
+  ExpectFault("wavl_delete", [&] { return wavl_delete_all(&tree_, item); });
+  ExpectFault("wavl_init", [&] { return wavl_init(&tree, 1, kCompare); });
   {
     const ScopedFault fault("wavl_walk", kStatusIo);
     WalkLog log{&tree_, {}, 0, false};
     EXPECT_EQ(wavl_walk(&tree_, kByIndex, visit_item, &log), 0);
     EXPECT_TRUE(log.seen.empty());
-  }
-  {
-    const ScopedFault fault("wavl_init", kStatusNoMemory);
-    WavlTree tree{};
-    EXPECT_EQ(wavl_init(&tree, 1, kCompare), kStatusNoMemory);
   }
   EXPECT_EQ(Indexes(), (std::vector<std::uint32_t>{1}));
 }

@@ -1,6 +1,7 @@
 // Tests of the commit history as the daemon asks for it, and of the search in what it loads.
 #include "platform/store/cfgmgr/cfgmgr.h"
 
+#include "platform/core/base/test_fault.h"
 #include "platform/store/configuration/test_configuration.h"
 
 namespace {
@@ -139,29 +140,20 @@ TEST_F(Cfgmgr, EveryOperationCanFail) {
   Commit("user", {SetTo("/cfg/a", "1")});
   std::uint32_t count = 1;
   CfgmgrCommit* commits = nullptr;
-  for (const char* point :
-       {"cfgmgr_config_get_history", "kvtree_config_history", "calloc_tagged:cfgmgr commits"}) {
-    const ScopedFault fault(point, kStatusNoMemory);
-    EXPECT_EQ(cfgmgr_config_get_history(&count, &commits, 0), kStatusNoMemory) << point;
-    count = 1;
-  }
-  {
-    const ScopedFault fault("cfgmgr_target_create", kStatusNoMemory);
-    EXPECT_EQ(cfgmgr_target_create(&target, &changes, "mpls_vpn", "lab", "", 0, 0, 0, 0), kStatusNoMemory);
-  }
-  CreateTarget();
-  for (const char* point : {"cfgmgr_target_load_changes", "kvtree_config_changes"}) {
-    const ScopedFault fault(point, kStatusIo);
-    EXPECT_EQ(Load("1"), kStatusIo) << point;
-  }
-  fault_arm("cfgmgr_target_clear", kStatusIo);
-  EXPECT_EQ(cfgmgr_target_clear(target, 0), kStatusIo);
-  fault_arm("kvtree_event_find", kStatusIo);
   std::uint32_t found = 0;
   KvValue value;
-  EXPECT_EQ(kvtree_event_find(changes, "a", "", &found, &value, 256, 0), kStatusIo);
-  fault_arm("cfgmgr_target_destroy", kStatusIo);
-  EXPECT_EQ(cfgmgr_target_destroy(target), kStatusIo);
+  for (const char* point :
+       {"cfgmgr_config_get_history", "kvtree_config_history", "calloc_tagged:cfgmgr commits"})
+    ExpectFault(point, [&] { return cfgmgr_config_get_history(&(count = 1), &commits, 0); });
+  ExpectFault("cfgmgr_target_create",
+              [&] { return cfgmgr_target_create(&target, &changes, "mpls_vpn", "lab", "", 0, 0, 0, 0); });
+  CreateTarget();
+  for (const char* point : {"cfgmgr_target_load_changes", "kvtree_config_changes"})
+    ExpectFault(point, [this] { return Load("1"); });
+  ExpectFault("cfgmgr_target_clear", [this] { return cfgmgr_target_clear(target, 0); });
+  ExpectFault("kvtree_event_find",
+              [&] { return kvtree_event_find(changes, "a", "", &found, &value, 256, 0); });
+  ExpectFault("cfgmgr_target_destroy", [this] { return cfgmgr_target_destroy(target); });
   target = nullptr;
 }
 

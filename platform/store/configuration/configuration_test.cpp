@@ -1,4 +1,5 @@
 // Tests of commits: owners, effective values, notifications.
+#include "platform/core/base/test_fault.h"
 #include "platform/store/configuration/test_configuration.h"
 
 namespace {
@@ -313,20 +314,16 @@ INSTANTIATE_TEST_SUITE_P(EachScope, ConfigCounted, ::testing::ValuesIn(kTestCoun
 TEST_F(ConfigCommit, EveryOperationCanFail) {
   std::vector<KvConfigCommit> commits;
   std::vector<KvConfigCommitChange> changes;
-  for (const char* point :
-       {"kvtree_config_commit", "kvtree_config_replace", "kvtree_config_replay", "kvtree_config_replay_each",
-        "kvtree_config_announce", "kvtree_config_history", "kvtree_config_changes"}) {
-    fault_arm(point, kStatusNoMemory);
-  }
-  EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "x")}, "", &id, &error), kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_replace("user", {}, "", &id, &error), kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_replay({}), kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_announce("/cfg/a"), kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_replay_each(
-                {}, manager, [] {}, [] {}),
-            kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_history(1, "", &commits), kStatusNoMemory);
-  EXPECT_EQ(kvtree_config_changes("1", &changes), kStatusNoMemory);
+  const auto nothing = [] {};
+  ExpectFault("kvtree_config_commit",
+              [&] { return kvtree_config_commit("user", {SetTo("/cfg/a", "x")}, ""); });
+  ExpectFault("kvtree_config_replace", [] { return kvtree_config_replace("user", {}, ""); });
+  ExpectFault("kvtree_config_replay", [] { return kvtree_config_replay({}); });
+  ExpectFault("kvtree_config_replay_each",
+              [&] { return kvtree_config_replay_each({}, manager, nothing, nothing); });
+  ExpectFault("kvtree_config_announce", [] { return kvtree_config_announce("/cfg/a"); });
+  ExpectFault("kvtree_config_history", [&] { return kvtree_config_history(1, "", &commits); });
+  ExpectFault("kvtree_config_changes", [&] { return kvtree_config_changes("1", &changes); });
   EXPECT_THAT(Effective(), IsEmpty());
 }
 

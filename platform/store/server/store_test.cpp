@@ -3,6 +3,7 @@
 
 #include <fstream>
 
+#include "platform/core/base/test_fault.h"
 #include "platform/store/server/test_store.h"
 
 namespace {
@@ -56,12 +57,8 @@ TEST(KeyText, MissingArgumentsAndFaultPointsFail) {
   EXPECT_EQ(kvtree_string_decode(nullptr, &out), kStatusInvalid);
   EXPECT_EQ(kvtree_string_encode("a", nullptr), kStatusInvalid);
   EXPECT_EQ(kvtree_string_decode("a", nullptr), kStatusInvalid);
-  {
-    const ScopedFault fault("kvtree_string_encode", kStatusNoMemory);
-    EXPECT_EQ(kvtree_string_encode("a", &out), kStatusNoMemory);
-  }
-  const ScopedFault fault("kvtree_string_decode", kStatusNoMemory);
-  EXPECT_EQ(kvtree_string_decode("a", &out), kStatusNoMemory);
+  ExpectFault("kvtree_string_encode", [&] { return kvtree_string_encode("a", &out); });
+  ExpectFault("kvtree_string_decode", [&] { return kvtree_string_decode("a", &out); });
   EXPECT_EQ(out, nullptr);
 }
 
@@ -120,27 +117,15 @@ TEST(Lists, MissingArgumentsAreRefused) {
 TEST(Lists, EachOperationFailsAtItsFaultPoint) {
   KvList* list = nullptr;
   KvDatalist* datalist = nullptr;
+  ExpectFault("kvtree_list_create", [&] { return kvtree_list_create(&list); });
+  ExpectFault("kvtree_datalist_create", [&] { return kvtree_datalist_create(&datalist); });
   ASSERT_EQ(kvtree_list_create(&list), kStatusOk);
   ASSERT_EQ(kvtree_datalist_create(&datalist), kStatusOk);
-  for (const char* name : {"kvtree_list_create", "kvtree_list_add", "kvtree_datalist_create",
-                           "kvtree_datalist_add", "kvtree_datalist_start", "kvtree_datalist_next"}) {
-    SCOPED_TRACE(name);
-    const ScopedFault fault(name, kStatusIo, 1, 0);
-    KvList* other = nullptr;
-    KvDatalist* other_datalist = nullptr;
-    const std::string_view point(name);
-    EXPECT_EQ(kvtree_list_create(&other), point == "kvtree_list_create" ? kStatusIo : kStatusOk);
-    EXPECT_EQ(kvtree_list_add(list, "a", 3, 0), point == "kvtree_list_add" ? kStatusIo : kStatusOk);
-    EXPECT_EQ(kvtree_datalist_create(&other_datalist),
-              point == "kvtree_datalist_create" ? kStatusIo : kStatusOk);
-    EXPECT_EQ(kvtree_datalist_add(datalist, "a", 7, 0, "x", 1),
-              point == "kvtree_datalist_add" ? kStatusIo : kStatusOk);
-    EXPECT_EQ(kvtree_datalist_start(datalist), point == "kvtree_datalist_start" ? kStatusIo : kStatusOk);
-    EXPECT_EQ(kvtree_datalist_next(datalist, nullptr, nullptr, nullptr),
-              point == "kvtree_datalist_next" ? kStatusIo : kStatusOk);
-    kvtree_list_free(other);
-    kvtree_datalist_free(other_datalist);
-  }
+  ExpectFault("kvtree_list_add", [&] { return kvtree_list_add(list, "a", 3, 0); });
+  ExpectFault("kvtree_datalist_add", [&] { return kvtree_datalist_add(datalist, "a", 7, 0, "x", 1); });
+  ExpectFault("kvtree_datalist_start", [&] { return kvtree_datalist_start(datalist); });
+  ExpectFault("kvtree_datalist_next",
+              [&] { return kvtree_datalist_next(datalist, nullptr, nullptr, nullptr); });
   kvtree_list_free(list);
   kvtree_datalist_free(datalist);
 }
@@ -169,24 +154,18 @@ TEST_F(Binding, UnbindOfAnUnboundConnectionIsRefused) {
 
 TEST_F(Binding, EachOperationFailsAtItsFaultPoint) {
   KvConnection* connection = Bind("/cfg/");
-  KvConnection* other = nullptr;
   KvProviderFunctions functions{};
-  fault_arm("kvtree_bind", kStatusIo);
-  fault_arm("kvtree_unbind", kStatusIo);
-  fault_arm("kvtree_init_prov_functions", kStatusIo);
-  fault_arm("kvtree_register_prov2", kStatusIo);
-  fault_arm("kvtree_register_notification", kStatusIo);
-  fault_arm("kvtree_set", kStatusIo);
-  fault_arm("kvtree_delete", kStatusIo);
-  fault_arm("kvtree_prov_notify", kStatusIo);
-  EXPECT_EQ(kvtree_bind(&other, "/cfg/", 0), kStatusIo);
-  EXPECT_EQ(kvtree_unbind(connection), kStatusIo);
-  EXPECT_EQ(kvtree_init_prov_functions(&functions), kStatusIo);
-  EXPECT_EQ(kvtree_register_prov2(connection, "", manager, &functions, 0, 1), kStatusIo);
-  EXPECT_EQ(kvtree_register_notification(connection, "", 7, note, manager, 0, 0, 4, nullptr), kStatusIo);
-  EXPECT_EQ(kvtree_set("/cfg/a", {}), kStatusIo);
-  EXPECT_EQ(kvtree_delete("/cfg/a"), kStatusIo);
-  EXPECT_EQ(kvtree_prov_notify(connection, nullptr), kStatusIo);
+  ExpectFault("kvtree_bind", [&] { return kvtree_bind(&connection, "/cfg/", 0); });
+  ExpectFault("kvtree_unbind", [&] { return kvtree_unbind(connection); });
+  ExpectFault("kvtree_init_prov_functions", [&] { return kvtree_init_prov_functions(&functions); });
+  ExpectFault("kvtree_register_prov2",
+              [&] { return kvtree_register_prov2(connection, "", manager, &functions, 0, 1); });
+  ExpectFault("kvtree_register_notification", [&] {
+    return kvtree_register_notification(connection, "", 7, note, manager, 0, 0, 4, nullptr);
+  });
+  ExpectFault("kvtree_set", [] { return kvtree_set("/cfg/a", {}); });
+  ExpectFault("kvtree_delete", [] { return kvtree_delete("/cfg/a"); });
+  ExpectFault("kvtree_prov_notify", [&] { return kvtree_prov_notify(connection, nullptr); });
   EXPECT_EQ(kvtree_unbind(connection), kStatusOk);
 }
 
@@ -526,15 +505,13 @@ TEST_F(Requests, WalkNeedsARuleAMaximumAndAKnownPath) {
 }
 
 TEST_F(Requests, EachOperationFailsAtItsFaultPoint) {
-  fault_arm("kvtree_get", kStatusIo);
-  fault_arm("kvtree_list", kStatusIo);
-  fault_arm("kvtree_datalist", kStatusIo);
-  fault_arm("kvtree_walk", kStatusIo);
-  KvListReply reply{};
-  EXPECT_EQ(Get("/oper/mpls_vpn/gl/scalars"), err_text(kStatusIo));
-  EXPECT_EQ(kvtree_list("/oper/mpls_vpn/gl/vrf-detail/a", false, &reply), kStatusIo);
-  EXPECT_EQ(kvtree_datalist("/oper/mpls_vpn/gl/vrf-detail/a", false, &reply), kStatusIo);
-  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/1", 1), kStatusIo);
+  KvReply reply{};
+  KvListReply lists{};
+  ExpectFault("kvtree_get", [&] { return kvtree_get("/oper/mpls_vpn/gl/scalars", false, &reply); });
+  ExpectFault("kvtree_list", [&] { return kvtree_list("/oper/mpls_vpn/gl/vrf-detail/a", false, &lists); });
+  ExpectFault("kvtree_datalist",
+              [&] { return kvtree_datalist("/oper/mpls_vpn/gl/vrf-detail/a", false, &lists); });
+  ExpectFault("kvtree_walk", [&] { return Walk("/oper/mpls_vpn/gl/rows-next/1", 1); });
 }
 
 // --- Actions

@@ -1,6 +1,7 @@
 // Tests of path patterns: kinds of keys, absent keys, order and backtracking, forms, malformed patterns.
 #include "platform/store/tree/matcher.h"
 
+#include "platform/core/base/test_fault.h"
 #include "platform/store/server/store.h"
 #include "platform/store/server/test_store.h"
 
@@ -280,18 +281,12 @@ TEST_F(Routing, TableWithAMalformedPatternIsInvalid) {
 
 TEST_F(Routing, FaultPointsFailTheMatch) {
   std::string text;
-  {
-    const ScopedFault fault("kvtree_match_get", kStatusIo);
-    EXPECT_EQ(Get("scalars", false, &text), kStatusIo);
-  }
   const KvRequest request{"vrf-detail/red", false};
   KvListReply reply{};
-  {
-    const ScopedFault fault("kvtree_match_list", kStatusIo);
-    EXPECT_EQ(kvtree_match_list(&request, &TestProvider::table, &reply), kStatusIo);
-  }
-  const ScopedFault fault("kvtree_match_datalist", kStatusIo);
-  EXPECT_EQ(kvtree_match_datalist(&request, &TestProvider::table, &reply), kStatusIo);
+  ExpectFault("kvtree_match_get", [&] { return Get("scalars", false, &text); });
+  ExpectFault("kvtree_match_list", [&] { return kvtree_match_list(&request, &TestProvider::table, &reply); });
+  ExpectFault("kvtree_match_datalist",
+              [&] { return kvtree_match_datalist(&request, &TestProvider::table, &reply); });
 }
 
 // --- Notifications through a table
