@@ -1,8 +1,7 @@
 // The debug areas of the daemon and their registration with the platform's debug facility.
 //
 // The facility registers an array of flag blocks as a whole, so there is one array with one block per area.
-// The command line lists, switches and watches "start", "prov", ... under the name space "/debug/mpls_vpn/".
-// The table below gives each block its command name, in the order of MplsVpnDebugArea.
+// The table below has their command names, in the order of MplsVpnDebugArea.
 //
 // Ownership: everything is static. Threads: mpls_vpn_debug_init runs once on the main thread. Afterwards the
 // thread that serves the debug event manager writes the enabled words, and every thread reads them.
@@ -18,27 +17,22 @@ DebugFlag l3vpnmib_debug_flags;
 
 namespace {
 
-struct DebugRow {
-  MplsVpnDebugArea area;
-  const char* command_name;
-  std::uint32_t value;
+constexpr const char* kCommandNames[] = {
+    "start",       // start-up
+    "prov",        // provider requests and answers
+    "vtab",        // record-service registration and callbacks
+    "rib",         // route-table lookups
+    "dbase",       // interface, VRF and route-target databases
+    "cfgmgr",      // commit-history queries
+    "checkpoint",  // checkpoint save, delete, restore
+    "errors",      // every "Error in %s: %s: %s" print
+    "traps",       // trap enabling and generation
+    "vmap",        // membership-service connection and events
 };
-
-constexpr DebugRow kDebugRows[] = {
-    {START, "start", 1},       // start-up
-    {PROV, "prov", 1},         // provider requests and answers
-    {VTAB, "vtab", 1},         // record-service registration and callbacks
-    {RIB, "rib", 1},           // route-table lookups
-    {DBASE, "dbase", 1},       // interface, VRF and route-target databases
-    {CFGMGR, "cfgmgr", 1},     // commit-history queries
-    {CHKPT, "checkpoint", 1},  // checkpoint save, delete, restore
-    {ERR, "errors", 1},        // every "Error in %s: %s: %s" print
-    {TRAPS, "traps", 1},       // trap enabling and generation
-    {VMAP, "vmap", 1},         // membership-service connection and events
-};
-static_assert(std::size(kDebugRows) == kMplsVpnDebugAreas);
+static_assert(std::size(kCommandNames) == kMplsVpnDebugAreas);
 
 constexpr std::uint32_t kDebugFlagKind = 7;
+constexpr std::uint32_t kDebugFlagValue = 1;
 using NameSpace = std::array<char, 128>;
 
 NameSpace form_name_space() {
@@ -51,9 +45,9 @@ NameSpace form_name_space() {
 
 Status mpls_vpn_debug_init(EventManager* evm) {
   if (evm == nullptr) assertion_failed("mpls/vpn/mib/src/mpls_vpn_debug", __LINE__, "evm != NULL");
-  for (const DebugRow& row : kDebugRows) {
-    const Status rc = debug_init_event(&mpls_vpn_debug_flags[row.area], mpls_vpn_debug_flags, row.area,
-                                       kDebugFlagKind, row.command_name, row.value);
+  for (unsigned area = 0; area < kMplsVpnDebugAreas; ++area) {
+    const Status rc = debug_init_event(&mpls_vpn_debug_flags[area], mpls_vpn_debug_flags, area,
+                                       kDebugFlagKind, kCommandNames[area], kDebugFlagValue);
     if (rc != kStatusOk) return rc;
   }
   return debug_register(form_name_space().data(), mpls_vpn_debug_flags, kMplsVpnDebugAreas, evm);

@@ -1,8 +1,8 @@
 // The daemon as a client of the record service.
 //
-// Registration announces the size of the attribute block and names the two callbacks. The service creates a
-// VRF record; when configuration names a VRF that the service does not have yet, get_vrf_record creates it.
-// The record's vrf_id is 0 until the VRF is created, and its block stores what is configured meanwhile.
+// The service creates a VRF record; when configuration names a VRF that the service does not have yet,
+// get_vrf_record creates it. The record's vrf_id is 0 until the VRF is created, and its block stores what is
+// configured meanwhile.
 //
 // A callback begins the access of its record, takes the database mutex inside it, and releases both in
 // reverse order. When a VRF is deleted the block's texts are freed; the service discards the record.
@@ -25,33 +25,22 @@ namespace {
 
 // --- Registration
 
-Status open_service(EventManager* evm) {
-  return vtab_init("mpls_vpn_mib", evm, 0, sizeof(mpls_vpn_vrf_attr), 1, 3);
-}
-Status specify_if_callback(EventManager* /*evm*/) {
-  return vtab_specify_if_callback(if_cb);
-}
-Status specify_vrf_callback(EventManager* /*evm*/) {
-  return vtab_specify_vrf_callback(vrf_cb);
-}
-Status register_vrf_attributes(EventManager* /*evm*/) {
-  return vtab_reg_vrf_attributes("all", 3, 0x87, router::kDefaultVrf.data(), 1);
-}
-Status register_if_attributes(EventManager* /*evm*/) {
-  return vtab_reg_if_attributes("all-if", "all", 3, 1, router::kDefaultVrf.data(), 0x221, 0);
-}
-
 struct RegistrationStep {
   Status (*run)(EventManager*);
   const char* failure;
 };
 
 constexpr RegistrationStep kRegistration[] = {
-    {open_service, "Failed to initialize VTAB"},
-    {specify_if_callback, "Failed to register interface callback"},
-    {specify_vrf_callback, "Failed to register VRF callback"},
-    {register_vrf_attributes, "Failed to register VRF attributes"},
-    {register_if_attributes, "Failed to register if attributes"},
+    {[](EventManager* evm) { return vtab_init("mpls_vpn_mib", evm, 0, sizeof(mpls_vpn_vrf_attr), 1, 3); },
+     "Failed to initialize VTAB"},
+    {[](EventManager*) { return vtab_specify_if_callback(if_cb); }, "Failed to register interface callback"},
+    {[](EventManager*) { return vtab_specify_vrf_callback(vrf_cb); }, "Failed to register VRF callback"},
+    {[](EventManager*) { return vtab_reg_vrf_attributes("all", 3, 0x87, router::kDefaultVrf.data(), 1); },
+     "Failed to register VRF attributes"},
+    {[](EventManager*) {
+       return vtab_reg_if_attributes("all-if", "all", 3, 1, router::kDefaultVrf.data(), 0x221, 0);
+     },
+     "Failed to register if attributes"},
 };
 
 // --- Events

@@ -10,6 +10,7 @@
 #include "mpls/vpn/mib/src/configuration/threshold_events.h"
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
+#include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
@@ -31,11 +32,6 @@ bool decode_item(const KvNotifyInfo* info, const ParcelDescription& description,
   return rc == kStatusOk;
 }
 
-void release(const ParcelDescription& description, const char* handler, void* record) {
-  const Status rc = parcel_free_indirections(&description, record);
-  if (rc != kStatusOk) mpls_vpn_error(handler, "parcel_free_indirections", rc);
-}
-
 void take_maximum_event(const VtabVrfRecord* record, const rib_prov_maxthresh& event) {
   mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
   attributes->curr_num_routes = event.ext_curr_num_routes;
@@ -55,7 +51,7 @@ void mpls_vpn_mib_mid_thresh_exceeded_notify(const KvNotifyInfo* info, const Req
   if (record == nullptr) return;
   mpls_vpn_vrf_attributes(record)->curr_num_routes = event.ext_curr_num_routes;
   mpls_vpn_mib_trap_mid_thresh_exc(record->vrf_name, event.ext_conf_mid_threshold, event.ext_curr_num_routes);
-  release(kRibMidThreshParcel, __func__, &event);
+  prov_release_parcel(&event, &kRibMidThreshParcel, __func__);
 }
 
 void mpls_vpn_mib_high_thresh_exceeded_notify(const KvNotifyInfo* info, const RequestArgs* /*args*/) {
@@ -64,5 +60,5 @@ void mpls_vpn_mib_high_thresh_exceeded_notify(const KvNotifyInfo* info, const Re
   const VtabVrfRecord* record = vtab_get_vrf_record_by_table_id(event.ext_table_id);
   if (record == nullptr) return;
   take_maximum_event(record, event);
-  release(kRibMaxThreshParcel, __func__, &event);
+  prov_release_parcel(&event, &kRibMaxThreshParcel, __func__);
 }

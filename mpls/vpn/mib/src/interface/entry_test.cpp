@@ -1,8 +1,8 @@
 // Rows of the interface table, read exactly and by "next".
 #include "mpls/vpn/mib/src/interface/entry.h"
 
-#include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/provider_test_support.h"
+#include "mpls/vpn/mib/src/provider/request.h"
 
 namespace {
 

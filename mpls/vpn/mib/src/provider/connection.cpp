@@ -9,11 +9,6 @@ namespace {
 
 bool data_store_found = false;
 
-Status unbind(KvConnection* connection) {
-  const Status rc = mpls_vpn_mib_check_data_store();
-  return rc != kStatusOk ? rc : kvtree_unbind(connection);
-}
-
 }  // namespace
 
 Status mpls_vpn_mib_check_data_store() {
@@ -29,7 +24,8 @@ Status mpls_vpn_mib_bind(KvConnection** connection, const char* path, std::uint3
 }
 
 void mpls_vpn_mib_unbind(KvConnection** connection, const char* function) {
-  const Status rc = unbind(*connection);
+  Status rc = mpls_vpn_mib_check_data_store();
+  if (rc == kStatusOk) rc = kvtree_unbind(*connection);
   if (rc != kStatusOk) mpls_vpn_error(function, "kvtree_unbind failed", rc);
   *connection = nullptr;
 }

@@ -24,3 +24,21 @@ bool prov_copy_text(char** field, const char* text, const char* function) {
 void prov_copy_inner_text(char** field, const char* text, const char* function) {
   (void)prov_copy_text(field, text, function);  // reported; the field stays empty
 }
+
+Status prov_encode_parcel(KvReply* reply, void* record, const ParcelDescription* description) {
+  std::uint8_t* data = nullptr;
+  std::size_t length = 0;
+  const Status rc = parcel_encode(description, record, &data, &length);
+  if (rc == kStatusOk) {
+    *reply = {kKvKindRecord, data, length};
+  } else {
+    mpls_vpn_error("prov_encode_parcel", "parcel_encode failed", rc);
+  }
+  prov_release_parcel(record, description, "prov_encode_parcel");
+  return rc;
+}
+
+void prov_release_parcel(void* record, const ParcelDescription* description, const char* function) {
+  const Status rc = parcel_free_indirections(description, record);
+  if (rc != kStatusOk) mpls_vpn_error(function, "parcel_free_indirections", rc);
+}

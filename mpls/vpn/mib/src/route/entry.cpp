@@ -9,7 +9,6 @@
 #include "mpls/vpn/mib/src/route/entry.h"
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
-#include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"

@@ -8,7 +8,6 @@
 #include <cstdlib>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
-#include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/support/trace.h"

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "mpls/vpn/mib/src/provider/connection.h"
+#include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "platform/core/base/memory.h"
@@ -34,11 +35,6 @@ void notify_watchers(const mpls_vpn_mib_trap& trap, const std::uint8_t* data, st
                  static_cast<int>(trap.trapType), mpls_vpn_shown(trap.vrfName));
 }
 
-void release(mpls_vpn_mib_trap* trap) {
-  const Status rc = parcel_free_indirections(&kMibTrapParcel, trap);
-  if (rc != kStatusOk) mpls_vpn_error(kGenerate, "parcel_free_indirections", rc);
-}
-
 }  // namespace
 
 void generate_trap_notification(std::uint32_t trap_type, const char* vrf_name, std::uint32_t if_conf_index,
@@ -57,6 +53,6 @@ void generate_trap_notification(std::uint32_t trap_type, const char* vrf_name, s
   } else {
     notify_watchers(trap, data, length);
   }
-  release(&trap);
+  prov_release_parcel(&trap, &kMibTrapParcel, kGenerate);
   std::free(data);
 }

@@ -45,8 +45,10 @@ void raise_vrf_status(MplsVpnTrapRow row, const IfNode* node, std::int32_t oper_
   generate_trap_notification(row, node->vrf_name, node->if_index, oper_status, kRowStatusActive, 0, 0, 0, 0);
 }
 
+// If it is switched on.
 void raise_threshold(MplsVpnTrapRow row, const char* vrf_name, std::uint32_t mid_thresh,
                      std::uint32_t high_thresh, std::uint32_t curr_num_routes) {
+  if (!is_enabled(row)) return;
   generate_trap_notification(row, vrf_name, 0, 0, 0, mid_thresh, high_thresh, curr_num_routes, 0);
 }
 
@@ -92,21 +94,18 @@ void mpls_vpn_mib_trap_vrf_down(const char* vrf_name, const char* if_name) {
 void mpls_vpn_mib_trap_mid_thresh_exc(const char* vrf_name, std::uint32_t mid_thresh,
                                       std::uint32_t curr_num_routes) {
   print_entry(__func__);
-  if (!is_enabled(kTrapMidThreshExceeded)) return;
   raise_threshold(kTrapMidThreshExceeded, vrf_name, mid_thresh, 0, curr_num_routes);
 }
 
 void mpls_vpn_mib_trap_high_thresh_exc(const char* vrf_name, std::uint32_t high_thresh,
                                        std::uint32_t curr_num_routes) {
   print_entry(__func__);
-  if (!is_enabled(kTrapMaxThreshExceeded)) return;
   raise_threshold(kTrapMaxThreshExceeded, vrf_name, 0, high_thresh, curr_num_routes);
 }
 
 void mpls_vpn_mib_trap_high_thresh_clr(const char* vrf_name, std::uint32_t high_thresh,
                                        std::uint32_t curr_num_routes) {
   print_entry(__func__);
-  if (!is_enabled(kTrapMaxThreshCleared)) return;
   raise_threshold(kTrapMaxThreshCleared, vrf_name, 0, high_thresh, curr_num_routes);
 }
 

@@ -19,7 +19,6 @@
 namespace {
 
 constexpr std::uint32_t kTimerEventCode = 128;
-constexpr char kTimerInit[] = "mpls_vpn_mib_timer_init";
 
 struct ReissueTimer {
   EventManager* manager;  // the event is attached there; null: not attached
@@ -32,37 +31,20 @@ struct ReissueTimer {
 };
 ReissueTimer reissue{};
 
-bool attach_event(EventManager* evm) {
-  if (event_async_attach(evm, kTimerEventCode, mpls_vpn_mib_timer_wakeup) != 0) return false;
+// Null, or what failed, with errno set.
+const char* create_timer(EventManager* evm) {
+  if (event_async_attach(evm, kTimerEventCode, mpls_vpn_mib_timer_wakeup) != 0) {
+    return "Failed to attach async timer event";
+  }
   reissue.manager = evm;
-  return true;
-}
-bool prepare_signal(EventManager* evm) {
-  return timer_signal_init(&reissue.signal, evm, kTimerEventCode) == 0;
-}
-bool create_tree(EventManager* /*evm*/) {
+  if (timer_signal_init(&reissue.signal, evm, kTimerEventCode) != 0) return "Failed to init timer event";
   reissue.tree = timer_tree_new(&reissue.signal);
-  return reissue.tree != nullptr;
-}
-bool create_parent(EventManager* /*evm*/) {
+  if (reissue.tree == nullptr) return "Failed to create master timer";
   reissue.parent = timer_parent_new(reissue.tree);
-  return reissue.parent != nullptr;
-}
-bool create_leaf(EventManager* /*evm*/) {
+  if (reissue.parent == nullptr) return "Failed to create parent timer";
   reissue.leaf = timer_leaf_new(reissue.parent, nullptr);
-  return reissue.leaf != nullptr;
+  return reissue.leaf == nullptr ? "Failed to create leaf timer" : nullptr;
 }
-
-// Each step returns false with errno set.
-struct InitStep {
-  bool (*run)(EventManager*);
-  const char* failure;
-};
-constexpr InitStep kInitSteps[] = {
-    {attach_event, "Failed to attach async timer event"}, {prepare_signal, "Failed to init timer event"},
-    {create_tree, "Failed to create master timer"},       {create_parent, "Failed to create parent timer"},
-    {create_leaf, "Failed to create leaf timer"},
-};
 
 bool start_leaf(const char* function) {
   const Status rc = timer_leaf_start(reissue.leaf, reissue.seconds, reissue.nanoseconds);
@@ -84,10 +66,9 @@ void reissue_for(const VtabVrfRecord* record) {
 }  // namespace
 
 Status mpls_vpn_mib_timer_init(EventManager* evm) {
-  for (const InitStep& step : kInitSteps) {
-    if (step.run(evm)) continue;
+  if (const char* failure = create_timer(evm)) {
     const auto rc = static_cast<Status>(errno);
-    mpls_vpn_error(kTimerInit, step.failure, rc);
+    mpls_vpn_error(__func__, failure, rc);
     mpls_vpn_mib_timer_deinit();
     return rc;
   }

@@ -12,7 +12,6 @@
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/membership/membership.h"
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
-#include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"

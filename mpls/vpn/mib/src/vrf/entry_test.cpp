@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "mpls/vpn/mib/src/provider/answer.h"
+#include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/route/route_test_support.h"
 #include "platform/core/base/memory.h"
 

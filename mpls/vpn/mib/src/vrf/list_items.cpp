@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "mpls/vpn/mib/src/provider/answer.h"
+#include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/support/report.h"
 
 namespace {

@@ -7,7 +7,6 @@
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/membership/membership.h"
-#include "mpls/vpn/mib/src/provider/answer.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/provider/xml_filter.h"

@@ -5,21 +5,22 @@
 #include <string>
 #include <string_view>
 
+#include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "mpls/vpn/mib/src/support/trace.h"
 #include "platform/store/tree/kvtree.h"
 
-// A row decoded from a reply; its indirections are released with it.
+// A row decoded from a reply; its indirections are released with it. decode() answers kStatusBadEncoding for
+// a row without the text `key`.
 template <typename Record>
 struct DecodedRow {
   explicit DecodedRow(const ParcelDescription* of) : description(of) {}
-  ~DecodedRow() {
-    const Status rc = parcel_free_indirections(description, &row);
-    if (rc != kStatusOk) mpls_vpn_error("mpls_vpn_mib_prov_walk", "parcel_free_indirections", rc);
-  }
+  ~DecodedRow() { prov_release_parcel(&row, description, "mpls_vpn_mib_prov_walk"); }
   DecodedRow(const DecodedRow&) = delete;
   DecodedRow& operator=(const DecodedRow&) = delete;
-  Status decode(const KvReply* reply) { return parcel_decode(description, reply->data, reply->length, &row); }
+  Status decode(const KvReply* reply, char* Record::*key) {
+    const Status rc = parcel_decode(description, reply->data, reply->length, &row);
+    return rc == kStatusOk && row.*key == nullptr ? kStatusBadEncoding : rc;
+  }
 
   const ParcelDescription* description;
   Record row{};

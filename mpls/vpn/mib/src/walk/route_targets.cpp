@@ -24,17 +24,14 @@ std::string rt_next_path(const std::string& vrf_name, const std::string& number,
 // skipping the rest of the VRF.
 bool is_of_another_vrf(const KvReply* row, const std::string& vrf_name) {
   DecodedRow<mpls_vpn_mib_rt> decoded(&kMibRtParcel);
-  return decoded.decode(row) == kStatusOk && decoded.row.vrfName != nullptr &&
-         vrf_name != decoded.row.vrfName;
+  return decoded.decode(row, &mpls_vpn_mib_rt::vrfName) == kStatusOk && vrf_name != decoded.row.vrfName;
 }
 
 }  // namespace
 
 Status rt_following_path(const KvReply* row, std::string* path) {
   DecodedRow<mpls_vpn_mib_rt> decoded(&kMibRtParcel);
-  const Status rc = decoded.decode(row);
-  if (rc != kStatusOk) return rc;
-  if (decoded.row.vrfName == nullptr) return kStatusBadEncoding;
+  if (const Status rc = decoded.decode(row, &mpls_vpn_mib_rt::vrfName)) return rc;
   *path = rt_next_path(decoded.row.vrfName, std::to_string(decoded.row.index), kAfterEveryType);
   return kStatusOk;
 }

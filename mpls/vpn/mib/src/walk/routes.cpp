@@ -105,12 +105,10 @@ std::string hexadecimal(const ParcelOctets& octets) {
 
 Status route_following_path(const KvReply* row, std::string* path) {
   DecodedRow<mpls_vpn_mib_route> decoded(&kMibRouteParcel);
-  if (const Status rc = decoded.decode(row)) return rc;
+  if (const Status rc = decoded.decode(row, &mpls_vpn_mib_route::vrfName)) return rc;
   const mpls_vpn_mib_route& route = decoded.row;
   const std::string type = std::to_string(route.destType);
-  if (route.vrfName == nullptr || digits_of(type) == 0 || route.dest.length != digits_of(type) / 2) {
-    return kStatusBadEncoding;
-  }
+  if (digits_of(type) == 0 || route.dest.length != digits_of(type) / 2) return kStatusBadEncoding;
   const std::string next_hop =
       route.nextHop.length == 0 ? std::string(digits_of(type), '0') : hexadecimal(route.nextHop);
   *path = route_path("route-next", route.vrfName, type, std::to_string(route.mask), hexadecimal(route.dest),
@@ -128,7 +126,7 @@ bool route_redirect(std::string_view asked, const KvReply* row, std::string* pat
   }
   if (row == nullptr) return redirect_to_following_vrfs(route, path);
   DecodedRow<mpls_vpn_mib_route> decoded(&kMibRouteParcel);
-  if (decoded.decode(row) != kStatusOk || decoded.row.vrfName == nullptr) return false;
+  if (decoded.decode(row, &mpls_vpn_mib_route::vrfName) != kStatusOk) return false;
   if (route.vrf_name != decoded.row.vrfName) return redirect_to_following_vrfs(route, path);
   if (!is_default_key(route) || !is_default_row(decoded.row, route.type())) return false;
   *path = probe_path(route);

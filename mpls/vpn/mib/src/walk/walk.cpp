@@ -67,9 +67,7 @@ std::string following_vrf_name(std::string name) {
 
 Status interface_following_path(const KvReply* row, std::string* path) {
   DecodedRow<mpls_vpn_mib_interface> decoded(&kMibInterfaceParcel);
-  const Status rc = decoded.decode(row);
-  if (rc != kStatusOk) return rc;
-  if (decoded.row.vrfName == nullptr) return kStatusBadEncoding;  // no key to continue from
+  if (const Status rc = decoded.decode(row, &mpls_vpn_mib_interface::vrfName)) return rc;
   const std::string vrf_name = decoded.row.vrfName;
   const auto if_index = static_cast<std::uint32_t>(decoded.row.ifConfIndex);
   if (if_index < kLastIfIndex) {
@@ -84,9 +82,7 @@ Status interface_following_path(const KvReply* row, std::string* path) {
 
 Status vrf_following_path(const KvReply* row, std::string* path) {
   DecodedRow<mpls_vpn_mib_vrf> decoded(&kMibVrfParcel);
-  const Status rc = decoded.decode(row);
-  if (rc != kStatusOk) return rc;
-  if (decoded.row.name == nullptr) return kStatusBadEncoding;
+  if (const Status rc = decoded.decode(row, &mpls_vpn_mib_vrf::name)) return rc;
   const std::string following = following_vrf_name(decoded.row.name);
   if (following.empty()) return kStatusEndOfList;
   *path = "vrf-next/" + kvtree_encode_text(following);
