@@ -136,11 +136,6 @@ TEST_F(VrfRecords, EachMessageIsPrintedUnderItsArea) {
               [] { update_vrf_last_changed("red"); });
 }
 
-TEST_F(VrfRecords, CreationIsTracedWithTheName) {
-  ASSERT_NE(get_vrf_record("green"), nullptr);
-  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("create record of VRF green"));
-}
-
 TEST_F(VrfRecords, CreationHoldsTheLockUnderItsName) {
   ASSERT_EQ(vtab_lock_dbase("test"), kStatusOk);
   testing::internal::CaptureStderr();
@@ -161,18 +156,8 @@ TEST_F(VrfRecords, RecordOfAnUnknownVrfIsMadeAsAForwardReference) {
   ASSERT_NE(record, nullptr);
   EXPECT_EQ(record->vrf_id, 0U);
   EXPECT_THAT(Prints(), ElementsAre("Create VTAB record for VRF green"));
+  EXPECT_THAT(Traced("mpls_vpn/vtab"), Contains("create record of VRF green"));
   EXPECT_EQ(get_vrf_record("green"), record);
-}
-
-TEST_F(VrfRecords, AttributesOfAForwardReferenceRemainWhenTheVrfIsCreated) {
-  VtabVrfRecord* record = get_vrf_record("green");
-  ASSERT_NE(record, nullptr);
-  text_replace(&mpls_vpn_vrf_attributes(record)->description, "customer");
-  const std::uint32_t id = AddVrf("green");
-  Run();
-  EXPECT_EQ(get_vrf_record("green")->vrf_id, id);
-  EXPECT_STREQ(AttributesOf("green")->description, "customer");
-  text_replace(&AttributesOf("green")->description, nullptr);
 }
 
 TEST_F(VrfRecords, LockFailureGivesNoRecord) {
@@ -225,12 +210,6 @@ TEST_F(VrfRecords, LastChangedTimeOfAnUnknownVrfMakesNoRecord) {
   update_vrf_last_changed("green");
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("green"), nullptr);
   EXPECT_THAT(Prints(), IsEmpty());
-}
-
-TEST_F(VrfRecords, LastChangedTimeOfAForwardReferenceIsStamped) {
-  NameVrf("green");
-  update_vrf_last_changed("green");
-  EXPECT_EQ(AttributesOf("green")->conf_last_changed_time, Now());
 }
 
 TEST_F(RecordCallbacks, CreationIsPrintedAndChangesNothing) {

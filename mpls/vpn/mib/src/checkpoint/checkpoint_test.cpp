@@ -313,13 +313,6 @@ TEST_F(CheckpointSave, FailedCreationIsReportedAndTheVrfHasNoRecord) {
   EXPECT_NE(mpls_vpn_mib_get_vrf_node(true, "red"), nullptr);
 }
 
-TEST_F(CheckpointSave, FailedSaveIsReported) {
-  SaveRed();
-  const ScopedFault fault("chkpt_save", kStatusIo);
-  EXPECT_EQ(Save("red"), kStatusIo);
-  EXPECT_THAT(Prints(), ElementsAre(Failure(kAdd, "chkpt_save", kStatusIo)));
-}
-
 TEST_F(CheckpointSave, FailedSaveOfAStampKeepsTheNewTimeInMemory) {
   SaveRed();
   PassSeconds(7);

@@ -101,32 +101,6 @@ class MovingNames : public Configured<DaemonTest> {
   }
 };
 
-TEST_F(MovingNames, CountOfTheFormerNameDoesNotStay) {
-  AddInterface("old", "red");
-  SetItem(0, "old");
-  SetItem(1, "old");
-  ExpectCountsAsConfigured();
-  Rename("old", "new");
-  ExpectCountsAsConfigured();
-  DeleteItem(0, "old");
-  ExpectCountsAsConfigured();
-  Rename("new", "old");
-  ExpectCountsAsConfigured();
-}
-
-TEST_F(MovingNames, ItemsOfEitherNameCountUnderTheirNameOnly) {
-  AddInterface("old", "red");
-  for (const char* name : {"old", "new"}) SetItem(1, name);
-  SetItem(2, "old");
-  ExpectCountsAsConfigured();
-  Rename("old", "new");
-  ExpectCountsAsConfigured();
-  DeleteItem(1, "new");
-  ExpectCountsAsConfigured();
-  Rename("new", "old");
-  ExpectCountsAsConfigured();
-}
-
 TEST_F(MovingNames, EveryOrderOfARenameAndAnEditEndsAsConfigured) {
   AddInterface("old", "red");
   AddInterface("other", "red");
@@ -149,20 +123,6 @@ TEST_F(MovingNames, EveryOrderOfARenameAndAnEditEndsAsConfigured) {
       }
     }
   }
-}
-
-TEST_F(MovingNames, InterfacesThatSwapTheirNamesSwapTheirCounts) {
-  AddInterface("ge0", "red");
-  AddInterface("ge1", "red");
-  for (const unsigned kind : {0U, 1U, 2U}) SetItem(kind, "ge0");
-  SetItem(3, "ge1");
-  ExpectCountsAsConfigured();
-  SwapNames("ge0", "ge1");
-  ExpectCountsAsConfigured();
-  SwapNames("ge1", "ge0");
-  DeleteItem(1, "ge0");
-  SetItem(4, "ge1");
-  ExpectCountsAsConfigured();
 }
 
 TEST_F(MovingNames, RenameRaisesNoNotificationAndKeepsTheRow) {

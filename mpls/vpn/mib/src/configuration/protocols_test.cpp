@@ -260,36 +260,11 @@ TEST_F(Protocols, LargestProtocolIsCounted) {
   EXPECT_EQ(OfVrf(6), 1U);
 }
 
-TEST_F(Protocols, HandlersAloneDoNotCountAnInterfaceThatIsAddedLater) {
-  SetText(rip_path("red", "ge1"), "");
-  EXPECT_EQ(All(), 0U);
-  AddInterface("ge1", "red");
-  Run();
-  EXPECT_EQ(OfInterface(kProtocolRip, "ge1"), 0U);
-  OnlyArea(VTAB);
-  Delete(rip_path("red", "ge1"));
-  EXPECT_THAT(Prints(), Contains("Protocol 3 count for interface ge1 on VRF redis already 0"));
-}
-
 TEST_F(Protocols, InterfaceOfAnotherVrfIsUnknown) {
   AddVrf("blue");
   Run();
   SetText(rip_path("blue", "ge0"), "");
   EXPECT_EQ(All(), 0U);
-}
-
-TEST_F(Protocols, HandlersAloneDoNotCountAVrfThatIsCreatedLater) {
-  OnlyArea(ERR);
-  SetText(bgp_path("blue"), "");
-  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("blue"), nullptr);
-  Delete(bgp_path("blue"));
-  EXPECT_THAT(Prints(), IsEmpty());
-  SetText(bgp_path("blue"), "");
-  AddVrf("blue");
-  Run();
-  ClearPrints();
-  Delete(bgp_path("blue"));
-  EXPECT_THAT(Prints(), ElementsAre("Protocol 1 count for VRF blue is already 0"));
 }
 
 // --- The mutex

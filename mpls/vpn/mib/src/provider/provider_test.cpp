@@ -234,15 +234,6 @@ TEST_F(Provider, WalkVisitsEveryInterfaceRowInOrder) {
   EXPECT_TRUE(end);
 }
 
-TEST_F(Provider, WalkStopsAtItsBound) {
-  AddVrf("red");
-  for (const char* name : {"ge0", "ge1", "ge2"}) AddInterface(name, "red");
-  ASSERT_EQ(Register(), kStatusOk);
-  bool end = true;
-  EXPECT_THAT(Walk("interface-next//0", 2, &end), ElementsAre("red/1", "red/2"));
-  EXPECT_FALSE(end);
-}
-
 // --- The library
 
 TEST_F(Provider, MissingLibraryMakesTheFirstBindFailUnattempted) {
@@ -398,11 +389,6 @@ TEST_F(Provider, SubscribesEightTimes) {
   EXPECT_EQ(Register(), kStatusOk);
   EXPECT_EQ(fault_reached("kvtree_register_notification"), 8U);
   EXPECT_EQ(fault_reached("kvtree_bind"), 9U);
-}
-
-TEST_F(Provider, ScanFlagIsDownAfterTheLastSubscription) {
-  EXPECT_EQ(Register(), kStatusOk);
-  EXPECT_EQ(backend_scan_in_progress, 0U);
 }
 
 // --- Descriptions

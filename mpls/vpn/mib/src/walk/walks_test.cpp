@@ -164,17 +164,6 @@ class RouteWalks : public Walks {
   }
 };
 
-TEST_F(RouteWalks, Ipv4RowsPrecedeIpv6RowsInEachVrf) {
-  AddVrf("red");
-  AddVrf("blue");
-  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  AddRoute("red", "2001:db8::/32", "fe80::1");
-  AddRoute("blue", "10.0.0.0/8", "192.0.2.1");
-  AddRoute("blue", "9.0.0.0/8", "192.0.2.1");
-  ExpectRoutes("route-next//1/0/1/0/0", {"red 10.0.0.0/8 via 192.0.2.1", "red 2001:db8::/32 via fe80::1",
-                                         "blue 9.0.0.0/8 via 192.0.2.1", "blue 10.0.0.0/8 via 192.0.2.1"});
-}
-
 TEST_F(RouteWalks, RejectedDefaultRoutesAreShownOnce) {
   AddVrf("red");
   AddVrf("blue");
@@ -230,19 +219,6 @@ TEST_F(RouteWalks, SmallestNextHopAfterTheDefaultRouteIsNotLost) {
   ExpectRoutes("route-next//1/0/1/0/0",
                {"red 0.0.0.0/0", "red 0.0.0.0/0 via 0.0.0.1", "red 0.0.0.0/0 via 0.0.0.2", "red ::/0",
                 "red ::/0 via ::1", "red ::/0 via ::2"});
-}
-
-TEST_F(RouteWalks, PathsAfterARowWithoutNextHopAreNotSkipped) {
-  AddVrf("red");
-  AddRoute("red", "10.0.0.0/8");
-  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
-  AddRoute("red", "10.0.0.0/8", "192.0.2.2");
-  AddRoute("red", "10.0.0.0/16");
-  AddRoute("red", "2001:db8::/32");
-  AddRoute("red", "2001:db8::/32", "::7");
-  ExpectRoutes("route-next//1/0/1/0/0",
-               {"red 10.0.0.0/8", "red 10.0.0.0/8 via 192.0.2.1", "red 10.0.0.0/8 via 192.0.2.2",
-                "red 10.0.0.0/16", "red 2001:db8::/32", "red 2001:db8::/32 via ::7"});
 }
 
 TEST_F(RouteWalks, VrfsWithOneFamilyOrNoneAreNotJumpedOver) {
@@ -408,22 +384,6 @@ TEST_F(RouteWalks, LaterTablesOfAFamilyShowOnlyRowsAfterTheEarlierOnes) {
   AddMulticastRoute("four", "10.0.0.0/8", "192.0.2.1");
   AddMulticastRoute("four", "11.0.0.0/8", "192.0.2.1");
   ExpectRoutes("route-next//1/0/1/0/0", {"four 10.0.0.0/8 via 192.0.2.1", "four 11.0.0.0/8 via 192.0.2.1"});
-}
-
-// --- Datalists by path
-
-TEST_F(Walks, DatalistIsServedByPath) {
-  AddVrf("red");
-  AddVrf("blue");
-  Run();
-  KvListReply reply = {10, 0, nullptr, nullptr};
-  ASSERT_EQ(kvtree_datalist("/oper/mpls_vpn/gl/vrf-detail/red", false, &reply), kStatusOk);
-  EXPECT_EQ(reply.count, 1U);
-  kvtree_datalist_free(reply.datalist);
-  reply = {10, 0, nullptr, nullptr};
-  ASSERT_EQ(kvtree_list("/oper/mpls_vpn/gl/vrf-detail-filter/-/2/1", false, &reply), kStatusOk);
-  EXPECT_EQ(reply.count, 2U);
-  kvtree_list_free(reply.list);
 }
 
 }  // namespace
