@@ -1,8 +1,3 @@
-// Route distinguishers and route targets as text in an AS number format (RFC 4364 section 4.2, RFC 5396).
-//
-// Only AS numbers above 65535 depend on the format. A smaller one is written as "N" when it has two octets
-// and as "0.N" when it has four, in every format, so that administrator fields of different types never have
-// the same text.
 #include "platform/router/bgp_vpn/asn_format.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
 

@@ -1,13 +1,8 @@
-// The BGP VPN library: route distinguishers from the configuration and the router model, their change
-// callback, and the AS number format.
-//
-// A VRF's RD is the configured one, else the model's. Texts are made on demand, in the effective format.
-// While there is a callback, the library follows the configuration and observes the model. It reports the
-// existing RDs at the registration and every later change of an effective RD. Changes of the model are
-// reported through the change feed, so that a VRF's record and memberships are delivered before its RD;
-// changes of the configuration arrive on the manager of the registration. A change of the AS number format is
-// posted after the notifications of the affected route targets (asn_format.cpp). Posted calls carry a
-// generation number, and those of an ended registration do nothing.
+// The library observes the model and, while there is a callback, the configuration. Changes of the model
+// are reported through the change feed, so that a VRF's record and memberships are delivered before its
+// RD; changes of the configuration arrive on the manager of the registration. A change of the AS number
+// format is posted after the notifications of the affected route targets (asn_format.cpp). Posted calls
+// carry a generation number, and those of an ended registration do nothing.
 #include "platform/router/bgp_vpn/bgp_vpn.h"
 
 #include <cstring>

@@ -1,8 +1,8 @@
 // The queue, its batches and what runs after pending notifications.
 //
 // Items are ordered by change, then by phase; those of one change usually arrive in that order, so appending
-// costs no search. The item that is being delivered is no longer in the queue: whatever its callback appends,
-// drops or delivers leaves it alone. A generation number makes posted deliveries of earlier ones do nothing:
+// costs no search. The item that is being delivered is no longer in the queue: whatever its callback appends
+// leaves it alone. A generation number makes posted deliveries of earlier ones do nothing:
 // a receiver that is dropped may be the one on whose event manager the delivery was posted.
 #include "platform/router/feed/feed.h"
 

@@ -1,9 +1,7 @@
-// The interface-index service: ifIndex by interface name, read from the router model.
-//
-// The model's index is the host's, so an answer agrees with IF-MIB (RFC 2863) on the same host. Every look-up
-// reads the model; only the lists that callers hold can become stale. The service remembers these lists and
-// observes the model: when an interface is removed, renamed or gets another index, its entry loses its value.
-// Entries never get a new value, and an added interface has no entry in an older list.
+// Every look-up reads the model; only the lists that callers hold can become stale. The service remembers
+// these lists and observes the model: when an interface is removed, renamed or gets another index, its
+// entry loses its value. Entries never get a new value, and an added interface has no entry in an older
+// list.
 #include "platform/router/ifindex/ifindex.h"
 
 #include <memory>

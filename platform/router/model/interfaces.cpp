@@ -1,11 +1,7 @@
-// The router model: interfaces and which VRF they are in.
-//
-// Interfaces are indexed by a handle that counts up and is reused only after 2^32 additions, so the order of
-// handles is the order of addition. Name and index are unique and may change; the handle does not. Every
-// operation costs a few look-ups, whatever the number of interfaces; 100,000 are ordinary.
-//
-// The membership is a VRF name in the interface. The VRF need not exist. The model has no lists of members by
-// VRF; observers that need them have their own.
+// Interfaces are indexed by a handle that counts up and is reused only after 2^32 additions, so the order
+// of handles is the order of addition. Every operation costs a few look-ups, whatever the number of
+// interfaces; 100,000 are ordinary. The model has no lists of members by VRF; observers that need them
+// have their own.
 #include <algorithm>
 #include <utility>
 

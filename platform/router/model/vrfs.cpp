@@ -1,15 +1,9 @@
-// The router model: VRFs, references to VRFs, and the observers.
-//
-// A change has three steps: validate it, change the maps, notify the observers. Only the first step can fail,
-// so an observer never sees half a change. Observers are also notified of a VRF's change before the second
-// step, while they can still look up what the change removes. Observers are sorted by rank; additions are
-// notified in that order, removals in the reverse order: the record service adds the record of a VRF before
-// the membership service announces the VRF, and deletes it afterwards.
+// A change has three steps: validate it, change the maps, notify the observers. Only the first step can
+// fail, so an observer never sees half a change. Observers are also notified of a VRF's change before the
+// second step, while they can still look up what the change removes.
 //
 // "default" is an ordinary entry of the VRF map that is made in the constructor and cannot be created,
 // deleted or referenced. References are a set of names beside the VRFs: a name may be in both.
-//
-// The interfaces are in interfaces.cpp, address texts in address.cpp.
 #include "platform/router/model/router.h"
 
 #include <algorithm>

@@ -1,9 +1,7 @@
-// Names are read from the router model. The service owns the control servers; callers borrow them.
 #include "platform/router/qic/qic.h"
 
 #include <cstring>
-#include <memory>
-#include <vector>
+#include <utility>
 
 #include "platform/core/base/fault.h"
 
@@ -13,7 +11,8 @@ namespace {
 
 struct Service {
   router::Router* model = nullptr;
-  std::vector<std::unique_ptr<QicControlServer>> servers;
+  QicControlServer server;
+  bool is_bound = false;
   QicBinding last_binding;
 };
 
@@ -32,17 +31,16 @@ Status qic_control_server_bind(std::uint32_t request_type, std::uint32_t version
   if (Status status = fault_check("qic_control_server_bind")) return status;
   if (server == nullptr) return kStatusInvalid;
   if (service().model == nullptr) return kStatusUnavailable;
-  auto bound = std::make_unique<QicControlServer>();
+  service().is_bound = true;
   service().last_binding = {request_type, version};
-  *server = bound.get();
-  service().servers.push_back(std::move(bound));
+  *server = &service().server;
   return kStatusOk;
 }
 
 Status qic_control_server_unbind(QicControlServer* server) {
   if (Status status = fault_check("qic_control_server_unbind")) return status;
-  const auto is_it = [server](const auto& bound) { return bound.get() == server; };
-  return std::erase_if(service().servers, is_it) == 1 ? kStatusOk : kStatusInvalid;
+  if (server == nullptr || !std::exchange(service().is_bound, false)) return kStatusInvalid;
+  return kStatusOk;
 }
 
 Status qic_s_interface_name(QicControlServer* server, std::uint32_t interface_handle, char* name,

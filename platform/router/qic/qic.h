@@ -15,7 +15,7 @@ struct QicControlServer;
 
 // The router model that the service answers from; null detaches it. Called once by the process.
 void qic_attach(router::Router* model);
-// Fault point "qic_control_server_bind". kStatusUnavailable without a model.
+// There is one control server. Fault point "qic_control_server_bind". kStatusUnavailable without a model.
 [[nodiscard]] Status qic_control_server_bind(std::uint32_t request_type, std::uint32_t version,
                                              QicControlServer** server);
 // kStatusInvalid for a server that is not bound. Fault point "qic_control_server_unbind".

@@ -1,12 +1,9 @@
-// The membership service's client operations: connections, member databases, registration, and the service's
-// own end of a connection.
+// A connection is a pair of connected sockets: the client watches one end with its event manager, the
+// service closes the other to hang up. No data is sent through it; events are delivered by the change
+// feed. When the service has closed a connection, the client's end stays open until the client unbinds or
+// binds again.
 //
-// A connection is a pair of connected sockets: the client watches one end with its event manager, the service
-// closes the other to hang up. No data is sent through it; events are delivered by the change feed. When the
-// service has closed a connection, the client's end stays open until the client unbinds or binds again.
-//
-// The service owns the client, the client its database; callers borrow the handles. Everything belongs to the
-// main thread.
+// The service owns the client, the client its database; callers borrow the handles.
 #include "platform/router/vmap/vmap.h"
 
 #include <sys/socket.h>

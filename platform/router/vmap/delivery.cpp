@@ -1,8 +1,5 @@
-// How events reach the client: the deliveries of the change feed, the replay of a registration, and what was
-// announced.
-//
-// An item counts as announced from the moment the client's callback is called for it, until the callback for
-// its deletion has returned: only then does the client no longer use it.
+// An item counts as announced from the moment the client's callback is called for it, until the callback
+// for its deletion has returned: only then does the client no longer use it.
 #include <algorithm>
 #include <iterator>
 

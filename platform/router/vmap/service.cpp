@@ -1,8 +1,6 @@
-// The membership service as an observer of the router model: turns the model's changes into events for the
-// registered client.
-//
-// Every event is complete: it is made here, at the time of the change, and the feed only delivers it. The VRF
-// "default" is not a VRF to this service: its interfaces are in no VRF.
+// The membership service as an observer of the router model. Every event is complete: it is made here, at
+// the time of the change, and the feed only delivers it. The VRF "default" is not a VRF to this service:
+// its interfaces are in no VRF.
 #include "platform/router/vmap/service.h"
 
 #include "platform/core/base/fault.h"

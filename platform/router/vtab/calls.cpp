@@ -1,7 +1,5 @@
-// The record service's operations: registration, look-ups, locks and accesses.
-//
-// A look-up costs a few comparisons whatever the number of records, and so does the step from one record to
-// the next: it looks the record's key up again, so a walk survives changes between its steps.
+// A look-up costs a few comparisons whatever the number of records, and so does the step from one record
+// to the next: it looks the record's key up again, so a walk survives changes between its steps.
 #include "platform/router/vtab/vtab.h"
 
 #include "platform/core/base/fault.h"

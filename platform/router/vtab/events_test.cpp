@@ -39,7 +39,7 @@ struct IfAccess {
 TEST_F(Records, RecordsThatExistAtTheRegistrationAreNotReported) {
   AddVrf("red", 10);
   ASSERT_EQ(vtab_init("test", manager_.get(), 0, sizeof(TestAttributes), 1, 3), kStatusOk);
-  ASSERT_EQ(vtab_specify_vrf_callback(&note_vrf), kStatusOk);
+  ASSERT_EQ(vtab_specify_vrf_callback(&NoteVrf), kStatusOk);
   AddVrf("blue", 20);
   ASSERT_EQ(vtab_reg_vrf_attributes("all", 3, 0x87, "default", 1), kStatusOk);
   AddVrf("tan", 30);
@@ -153,11 +153,11 @@ class RecordsAndMembership : public Records {
     ASSERT_EQ(vmap_c_bind(membership_, &fd), kStatusOk);
     ASSERT_EQ(vmap_c_mdb_init(membership_, 2, &database), kStatusOk);
     const auto note_vrf_item = [](VmapMemberDatabase*, VmapEvent kind, const VmapVrfItem* item) {
-      note_line(std::string(kind == VmapEvent::kUpdate ? "+vrf " : "-vrf ") + item->vrf_name);
+      Note(std::string(kind == VmapEvent::kUpdate ? "+vrf " : "-vrf ") + item->vrf_name);
       if (kind == VmapEvent::kDelete) removed_at_deletion_ = removed_count();
     };
     const auto note_member = [](VmapMemberDatabase*, VmapEvent kind, const VmapIntfItem* item) {
-      note_line(std::string(kind == VmapEvent::kUpdate ? "+if in " : "-if in ") + item->vrf_name);
+      Note(std::string(kind == VmapEvent::kUpdate ? "+if in " : "-if in ") + item->vrf_name);
     };
     ASSERT_EQ(vmap_c_mdb_add_intf_all(database, note_member, 40), kStatusOk);
     ASSERT_EQ(vmap_c_mdb_add_vrf_all(database, note_vrf_item), kStatusOk);
@@ -385,8 +385,8 @@ TEST_F(Records, SecondClientIsRefused) {
 TEST_F(Records, RegistrationNeedsAClientAndItsArguments) {
   EXPECT_EQ(vtab_init(nullptr, manager_.get(), 0, 8, 1, 3), kStatusInvalid);
   EXPECT_EQ(vtab_init("test", nullptr, 0, 8, 1, 3), kStatusInvalid);
-  EXPECT_EQ(vtab_specify_if_callback(&note_interface), kStatusInvalid);
-  EXPECT_EQ(vtab_specify_vrf_callback(&note_vrf), kStatusInvalid);
+  EXPECT_EQ(vtab_specify_if_callback(&NoteInterface), kStatusInvalid);
+  EXPECT_EQ(vtab_specify_vrf_callback(&NoteVrf), kStatusInvalid);
   EXPECT_EQ(vtab_reg_vrf_attributes("all", 3, 0x87, "default", 1), kStatusInvalid);
   EXPECT_EQ(vtab_reg_if_attributes("all-if", "all", 3, 1, "default", 0x221, 0), kStatusInvalid);
   StartClient();

@@ -1,14 +1,10 @@
-// Delivery to the record client, and the accesses that its callbacks make.
-//
 // A notification is over when its callback has returned, whether or not the callback made its access; an
 // access that the callback left open (because its end failed) is closed then, so that no record remains
-// locked. A begin-access outside a callback takes the oldest notification of the name; its callback is then
-// not called.
+// locked. A begin-access outside a callback takes the oldest notification of the name; its callback is
+// then not called.
 //
-// Look-ups show an interface as down before the callback for that runs, and as up only after its callback: a
-// callback that counts which other interfaces are up finds the interface itself in neither case. An interface
-// of which one family changes to down and the other to up was up and remains up; look-ups show the former
-// states until the callback has returned.
+// Look-ups show an interface as up only after its callback, so that a callback that counts which other
+// interfaces are up never finds the interface itself.
 
 #include <utility>
 

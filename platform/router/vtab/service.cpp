@@ -1,24 +1,10 @@
 // The record service as an observer of the router model: updates the records and appends the client's
-// notifications to the change feed.
+// notifications to the change feed. The record of a deleted VRF is freed when the feed has delivered
+// everything up to its deletion.
 //
-// What happens to the record of a VRF:
-//
-//   Named by configuration or by the client: a forward reference is made (event "create", but not for the
-//   client that made it itself).
-//
-//   VRF created: the record is made ("create"), or the forward reference becomes complete in place
-//   ("update").
-//
-//   VRF deleted while configuration names it: a forward reference again, the same record with the same block
-//   ("update"). The client retains what it knows from configuration.
-//
-//   VRF deleted, or its last reference released: look-ups no longer find the record ("delete"). It is freed
-//   when the feed has delivered everything up to its deletion and no access is open.
-//
-// A record that the client asked for (vtab_create_vrf_record) is not a reference: it is deleted with the VRF.
-//
-// A record that could not be made for lack of memory is missing, which is logged; the client's own creation
-// of it makes it later, complete.
+// A record that the client asked for (vtab_create_vrf_record) is not a reference: it is deleted with the
+// VRF. A record that could not be made for lack of memory is missing, which is logged; the client's own
+// creation of it makes it later, complete.
 #include "platform/router/vtab/service.h"
 
 #include "platform/core/base/log.h"

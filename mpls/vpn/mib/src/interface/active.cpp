@@ -1,9 +1,6 @@
-// The active-interface test. A VRF is operationally up while one of its interfaces is active (RFC 4382,
-// mplsL3VpnVrfOperStatus); an interface is active when it can carry packets of a family, that is when the
-// protocol is up on it and it has an address. IPv4 decides first; IPv6 is tested only if IPv4 does not
-// suffice.
-//
-// Main thread. Only the first IPv6 address is tested.
+// An interface is active when it can carry packets of a family, and a VRF is operationally up while one of
+// its interfaces is (RFC 4382, mplsL3VpnVrfOperStatus). IPv4 decides first; IPv6 is tested only if IPv4
+// does not suffice, and only its first address.
 #include "mpls/vpn/mib/src/interface/active.h"
 
 #include <algorithm>

@@ -1,10 +1,6 @@
-// Answers for the VRF interface table.
-//
-// A row is built from an interface-database node and, for the routing protocols, from the VRF's attribute
-// block. The column is a BITS value (RFC 2578, section 7.1.4): protocol k is bit k, counted from the most
-// significant bit of the octet, and is set when it is enabled on the interface or in the whole VRF.
-//
-// Main thread. The row owns its texts until it is encoded.
+// The routing protocols of a row are a BITS value (RFC 2578, section 7.1.4): protocol k is bit k, counted
+// from the most significant bit of the octet, and is set when it is enabled on the interface or in the
+// whole VRF.
 #include "mpls/vpn/mib/src/interface/entry.h"
 
 #include <cstdlib>

@@ -1,8 +1,5 @@
-// One tree with one ordering; all state is in its nodes. The search for a VRF's first entry is logarithmic;
-// access by number steps from there, since VRFs have few route targets.
-//
-// A search key borrows its texts from the caller. Failures are printed under the databases' flag and leave
-// the tree unchanged.
+// One tree with one ordering; all state is in its nodes. The search for a VRF's first entry is
+// logarithmic; access by number steps from there, since VRFs have few route targets.
 #include "mpls/vpn/mib/src/route_target/database.h"
 
 #include <cstdlib>

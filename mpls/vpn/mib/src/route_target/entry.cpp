@@ -1,8 +1,4 @@
-// Answers for the VRF route-target table: a row is a node of the route-target database and its number within
-// the VRF. RFC 4382 has no column for the address family of a route target; the description column contains
-// it.
-//
-// Main thread. The row owns its texts until it is encoded.
+// RFC 4382 has no column for the address family of a route target; the description column contains it.
 #include "mpls/vpn/mib/src/route_target/entry.h"
 
 #include <cstdlib>

@@ -1,10 +1,7 @@
-// Interface counts of a VRF, from which its operational status follows (mplsL3VpnVrfOperStatus, RFC 4382: up
-// while at least one interface is active). Nothing is cached: the VRF's row and the decisions about its up
-// and down notifications count anew.
-//
-// Membership is read from the interface database and the state of an interface from its record; the two can
-// differ for a moment, while one has the interface and the other does not. Main thread; no locks: if the
-// caller holds the database mutex, the next look-up repairs a dirty database.
+// Nothing is cached: the VRF's row and the decisions about its notifications count anew. Membership is
+// read from the interface database and the state of an interface from its record; the two can differ for a
+// moment, while one has the interface and the other does not. If the caller holds the database mutex, the
+// next look-up repairs a dirty database.
 #include "mpls/vpn/mib/src/vrf/counters.h"
 
 #include <cstring>

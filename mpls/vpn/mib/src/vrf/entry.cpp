@@ -1,10 +1,5 @@
-// Answers for the VRF table. A row is built from the VRF's record and attribute block, the counts of its
-// interfaces, and the route counts of its two unicast tables, all read at this moment.
-//
 // A VRF is up while it has an active interface. Its administrative status mirrors that deliberately: a VRF
 // cannot be switched off. The daemon counts no label violations and no added, deleted or dropped routes.
-//
-// Main thread. The row owns its texts until it is encoded.
 #include "mpls/vpn/mib/src/vrf/entry.h"
 
 #include <cstdint>

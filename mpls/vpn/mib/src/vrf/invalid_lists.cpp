@@ -1,5 +1,5 @@
-// The list and the datalist of VRFs that have interfaces but do not exist. Names are those of the interface
-// database's nodes, which only the main thread deletes. No filter applies.
+// Names are those of the interface database's nodes, which only the main thread deletes. No filter
+// applies.
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/vrf/list_items.h"

@@ -1,7 +1,6 @@
-// The list and the datalist of existing VRFs: one walk over the record service's VRFs. The two differ in
-// where they begin, in the content of an item, and in a word of their reports.
-//
-// The limit is tested after an item was added, so that a maximum of 0 yields one item.
+// One walk over the record service's VRFs: the list and the datalist differ in where they begin, in the
+// content of an item, and in a word of their reports. The limit is tested after an item was added, so that
+// a maximum of 0 yields one item.
 #include "mpls/vpn/mib/src/vrf/lists.h"
 
 #include <cstring>

@@ -1,7 +1,5 @@
-// The show handlers and the show record as a whole; interface names and tables have files of their own.
-//
-// The VRF "default" is the routing context of interfaces in no VRF: its record lists those interfaces and has
-// no tables. Main thread.
+// The VRF "default" is the routing context of interfaces in no VRF: its record lists those interfaces and
+// has no tables.
 #include "mpls/vpn/mib/src/vrf/show.h"
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"

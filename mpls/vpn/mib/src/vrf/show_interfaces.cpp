@@ -1,9 +1,6 @@
-// The interface names of a show record.
-//
-// Stored names have "_" where the interface's name has "/"; this file restores the "/". The interfaces of a
-// VRF are its nodes in the interface database; those of no VRF are only in the record service. Both are
-// counted first and then walked. The walk of a VRF's nodes repairs the database on the way and may find nodes
-// that were not counted: at most the counted number of names is stored.
+// Stored names have "_" where the interface's name has "/"; this file restores the "/". The interfaces of
+// a VRF are its nodes in the interface database; those of no VRF are only in the record service. The walk
+// of a VRF's nodes repairs the database on the way and may find nodes that were not counted.
 #include <algorithm>
 #include <array>
 #include <cstdio>

@@ -1,7 +1,5 @@
-// The routing tables of a show record, each with its route targets and route policies.
-//
-// Tables are those of the record service, in its order; unicast tables and those of flow rules (SAFI 133, RFC
-// 8955) are shown. Address families and SAFIs are those of RFC 4760.
+// Tables are those of the record service, in its order; unicast tables and those of flow rules (SAFI 133,
+// RFC 8955) are shown, each with its route targets and route policies.
 #include <array>
 #include <cstdlib>
 
