@@ -29,8 +29,9 @@ Status ConfiguredRds::start(EventManager* manager, Changed changed) {
   const Status status =
       nodes_.follow(vrf_config::kVrfScope, manager, [this](const KvNotification* notification) {
         // Most of what changes below the scope is something else.
-        if (std::string_view(kvtree_notify_info(notification)->item_name) == "rd")
-          take_notification(kvtree_notify_path(notification));
+        if (std::string_view(kvtree_notify_info(notification)->item_name) != "rd") return;
+        const std::string path = std::string(vrf_config::kVrfScope).append(kvtree_notify_path(notification));
+        if (const std::optional<std::string> vrf = vrf_config::vrf_of(path)) update(*vrf);
       });
   if (status == kStatusOk) {
     changed_ = std::move(changed);
@@ -44,11 +45,6 @@ void ConfiguredRds::stop() {
   nodes_.stop();
   changed_ = nullptr;
   known_.clear();
-}
-
-void ConfiguredRds::take_notification(std::string_view path) {
-  const std::optional<std::string> vrf = vrf_config::vrf_of(std::string(vrf_config::kVrfScope).append(path));
-  if (vrf) update(*vrf);
 }
 
 std::string ConfiguredRds::known(const std::string& vrf) const {

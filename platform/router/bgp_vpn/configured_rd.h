@@ -34,7 +34,6 @@ class ConfiguredRds {
   const std::map<std::string, std::string>& all() const { return known_; }
 
  private:
-  void take_notification(std::string_view path);
   void update(const std::string& vrf);
 
   FollowedNodes nodes_;

@@ -31,8 +31,4 @@ static_assert(sizeof(MaximumThreshold) == 16);
 extern const ParcelDescription kMidThresholdParcel;
 extern const ParcelDescription kMaximumThresholdParcel;
 
-// Encodes the record as a node's value. Returns the status of parcel_encode.
-[[nodiscard]] Status encode(const MidThreshold& record, KvValue* value);
-[[nodiscard]] Status encode(const MaximumThreshold& record, KvValue* value);
-
 }  // namespace rib_threshold

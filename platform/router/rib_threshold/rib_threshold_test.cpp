@@ -14,6 +14,11 @@ class RouteNumbers : public RibThresholdTest {
     Start();
     AddVrf("red", 10);
   }
+  void SetRoutesWithFault(std::size_t routes, const char* point, Status status, std::uint32_t first = 1,
+                          std::uint32_t count = 1) {
+    const ScopedFault fault(point, status, first, count);
+    SetRoutes(10, routes);
+  }
 };
 
 TEST_F(RouteNumbers, MidIsExceededAboveItOnly) {
@@ -111,10 +116,7 @@ TEST_F(RouteNumbers, OtherVrfsAreNotConcerned) {
 TEST_F(RouteNumbers, EventThatCannotBePublishedIsRetriedAtTheNextChange) {
   Configure("red", 4, 2);
   testing::internal::CaptureStderr();
-  {
-    const ScopedFault fault("kvtree_set", kStatusNoMemory, 1, 2);
-    SetRoutes(10, 5);
-  }
+  SetRoutesWithFault(5, "kvtree_set", kStatusNoMemory, 1, 2);
   const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_NE(log.find("route thresholds: cannot publish mid-thresh-exc of red.ipv4.unicast: "),
             std::string::npos);
@@ -127,10 +129,7 @@ TEST_F(RouteNumbers, EventThatCannotBePublishedIsRetriedAtTheNextChange) {
 
 TEST_F(RouteNumbers, EventThatCannotBeEncodedIsRetriedAtTheNextChange) {
   Configure("red", 4, 0);
-  {
-    const ScopedFault fault("parcel_encode", kStatusNoMemory);
-    SetRoutes(10, 5);
-  }
+  SetRoutesWithFault(5, "parcel_encode", kStatusNoMemory);
   EXPECT_THAT(Reported(), IsEmpty());
   EXPECT_THAT(ReportedWith(10, 6), ElementsAre("red.ipv4.unicast exceeds maximum 10: 6/4"));
 }
@@ -138,10 +137,7 @@ TEST_F(RouteNumbers, EventThatCannotBeEncodedIsRetriedAtTheNextChange) {
 TEST_F(RouteNumbers, ClearingThatCannotBePublishedIsRetriedAtTheNextChange) {
   Configure("red", 4, 0);
   ReportedWith(10, 5);
-  {
-    const ScopedFault fault("kvtree_set", kStatusNoMemory);
-    SetRoutes(10, 3);
-  }
+  SetRoutesWithFault(3, "kvtree_set", kStatusNoMemory);
   EXPECT_THAT(Reported(), IsEmpty());
   EXPECT_THAT(ReportedWith(10, 2), ElementsAre("red.ipv4.unicast clears maximum 10: 2/4"));
 }
@@ -149,10 +145,7 @@ TEST_F(RouteNumbers, ClearingThatCannotBePublishedIsRetriedAtTheNextChange) {
 TEST_F(RouteNumbers, FailedClearingIsDroppedWhenTheMaximumIsReachedAgain) {
   Configure("red", 4, 0);
   ReportedWith(10, 5);
-  {
-    const ScopedFault fault("kvtree_set", kStatusNoMemory);
-    SetRoutes(10, 3);
-  }
+  SetRoutesWithFault(3, "kvtree_set", kStatusNoMemory);
   EXPECT_THAT(ReportedWith(10, 4), ElementsAre("red.ipv4.unicast exceeds maximum 10: 4/4"));
 }
 
@@ -160,10 +153,7 @@ TEST_F(RouteNumbers, MidNodeThatCannotBeWithdrawnIsLoggedAndPublishedAgainLater)
   Configure("red", 0, 2);
   ReportedWith(10, 3);
   testing::internal::CaptureStderr();
-  {
-    const ScopedFault fault("kvtree_delete", kStatusIo);
-    SetRoutes(10, 1);
-  }
+  SetRoutesWithFault(1, "kvtree_delete", kStatusIo);
   EXPECT_NE(testing::internal::GetCapturedStderr().find(
                 "route thresholds: cannot withdraw mid-thresh-exc of red.ipv4.unicast: "),
             std::string::npos);

@@ -3,6 +3,8 @@
 #include "platform/router/rib_threshold/watches.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <memory>
 
 #include "platform/core/base/log.h"
 #include "platform/router/rib_threshold/records.h"
@@ -20,10 +22,20 @@ std::string node_path(const TableWatch& watch, const char* item) {
   return kEventPath + kvtree_encode_text(watch.name) + "/" + item;
 }
 
-template <typename Record>
-bool publish(const TableWatch& watch, const char* item, const Record& record) {
+Status encode(const ParcelDescription& description, const void* record, KvValue* value) {
+  std::uint8_t* data = nullptr;
+  std::size_t length = 0;
+  if (const Status status = parcel_encode(&description, record, &data, &length)) return status;
+  const std::unique_ptr<std::uint8_t, decltype(&std::free)> owned(data, &std::free);
+  value->type = KvValueType::kRecord;
+  value->record.assign(data, data + length);
+  return kStatusOk;
+}
+
+bool publish(const TableWatch& watch, const char* item, const ParcelDescription& description,
+             const void* record) {
   KvValue value;
-  Status status = encode(record, &value);
+  Status status = encode(description, record, &value);
   if (status == kStatusOk) status = kvtree_set(node_path(watch, item), std::move(value));
   if (status != kStatusOk) {
     log_error("route thresholds", "cannot publish %s of %s: %s", item, watch.name.c_str(), err_text(status));
@@ -39,8 +51,8 @@ void withdraw(const TableWatch& watch, const char* item) {
 }
 
 bool publish_maximum(const TableWatch& watch, const TableNow& now, bool cleared) {
-  return publish(watch, kMaximumItem,
-                 MaximumThreshold{cleared ? 1U : 0U, now.table, now.routes, watch.configured.maximum});
+  const MaximumThreshold record{cleared ? 1U : 0U, now.table, now.routes, watch.configured.maximum};
+  return publish(watch, kMaximumItem, kMaximumThresholdParcel, &record);
 }
 
 void forget(TableWatch* watch) {
@@ -57,7 +69,8 @@ void evaluate_mid(TableWatch* watch, const TableNow& now) {
   const bool above = mid != 0 && (watch->mid_exceeded ? now.routes >= mid : now.routes > mid);
   if (above == watch->mid_exceeded) return;
   if (above) {
-    watch->mid_exceeded = publish(*watch, kMidItem, MidThreshold{now.table, now.routes, mid});
+    const MidThreshold record{now.table, now.routes, mid};
+    watch->mid_exceeded = publish(*watch, kMidItem, kMidThresholdParcel, &record);
     return;
   }
   withdraw(*watch, kMidItem);

@@ -54,7 +54,6 @@ class Reporter : public router::Observer {
   std::map<Place, std::size_t> removed_;  // those that removed a value
   bool is_posted_ = false;
   std::uint32_t sent_ = 0;
-  std::shared_ptr<Reporter*> self_ = std::make_shared<Reporter*>(this);  // reset when it is destroyed
 };
 
 std::unique_ptr<Reporter>& reporter() {
@@ -118,8 +117,8 @@ void Reporter::keep(Change change) {
   if (change.after.text.empty()) removed_[place_of(change, change.before)] = pending_.size();
   pending_.push_back(std::move(change));
   if (std::exchange(is_posted_, true)) return;
-  event_post(manager_, [weak = std::weak_ptr(self_)] {
-    if (const std::shared_ptr<Reporter*> self = weak.lock()) (*self)->send_all();
+  event_post(manager_, [] {
+    if (reporter() != nullptr) reporter()->send_all();
   });
 }
 

@@ -26,14 +26,6 @@ class MembershipConnection : public DaemonTest {
     Run();
   }
   std::uint32_t Nodes() const { return wavl_size(mpls_vpn_mib_if_tree(), kIfByHandle); }
-  static std::vector<std::string> Vrfs() {
-    std::vector<std::string> names;
-    for (VrfNode* node = mpls_vpn_mib_vrf_dbase_first(); node != nullptr;
-         node = mpls_vpn_mib_vrf_dbase_next(node)) {
-      names.emplace_back(node->vrf_name);
-    }
-    return names;
-  }
   static VrfNode* CreateVrfUnderTheMutex(const char* name) MPLS_NO_THREAD_SAFETY_ANALYSIS {
     return mpls_vpn_mib_create_vrf_wavl_node(name, get_vrf_record(name));
   }
@@ -75,7 +67,7 @@ TEST_F(MembershipConnection, WhatExistsIsInTheDatabasesWhenRegistrationReturns) 
   AddInterface("ge0", "red");
   AddInterface("free");
   ASSERT_EQ(mpls_vpn_mib_vmap_register_for_notification(manager_), kStatusOk);
-  EXPECT_THAT(Vrfs(), ElementsAre("red", "blue"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red", "blue"));
   EXPECT_EQ(Nodes(), 1U);
   EXPECT_THAT(Prints(), Contains(MatchesRegex("In connection_manager_open_handler, connection established: "
                                               "fd = [0-9]+, num_results = 3")));
@@ -86,12 +78,12 @@ TEST_F(MembershipConnection, ChangesFollowLive) {
   AddVrf("red");
   AddInterface("ge0", "red");
   Run();
-  EXPECT_THAT(Vrfs(), ElementsAre("red"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red"));
   EXPECT_EQ(Nodes(), 1U);
   RemoveInterface("ge0");
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Vrfs(), IsEmpty());
+  EXPECT_THAT(VrfNames(), IsEmpty());
   EXPECT_EQ(Nodes(), 0U);
 }
 
@@ -139,7 +131,7 @@ TEST_F(MembershipConnection, ServiceThatIsNotThereYetDoesNotFailTheRegistration)
   fault_disarm_all();
   PassSeconds(1);
   Run();
-  EXPECT_THAT(Vrfs(), ElementsAre("red"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red"));
 }
 
 TEST_F(MembershipConnection, DroppedConnectionKeepsTheDatabasesAndIsOpenedAgain) {
@@ -147,14 +139,14 @@ TEST_F(MembershipConnection, DroppedConnectionKeepsTheDatabasesAndIsOpenedAgain)
   AddInterface("ge0", "red");
   Connect();
   LoseConnection();
-  EXPECT_THAT(Vrfs(), ElementsAre("red"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red"));
   EXPECT_EQ(Nodes(), 1U);
   const std::uint32_t changed = AttributesOf("red")->conf_last_changed_time;
   AddVrf("blue");
   fault_disarm_all();
   PassSeconds(1);
   Run();
-  EXPECT_THAT(Vrfs(), ElementsAre("red", "blue"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red", "blue"));
   EXPECT_EQ(Nodes(), 1U);
   EXPECT_EQ(AttributesOf("red")->conf_last_changed_time, changed) << "a repeated join changes nothing";
 }
@@ -167,11 +159,11 @@ TEST_F(MembershipConnection, WhatWasRemovedWhileTheConnectionWasDownIsRemovedAft
   RemoveInterface("ge0");
   DeleteVrf("red");
   Run();
-  EXPECT_THAT(Vrfs(), ElementsAre("red"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red"));
   fault_disarm_all();
   PassSeconds(1);
   Run();
-  EXPECT_THAT(Vrfs(), IsEmpty());
+  EXPECT_THAT(VrfNames(), IsEmpty());
   EXPECT_EQ(Nodes(), 0U);
 }
 
@@ -216,9 +208,9 @@ TEST_F(MembershipOpen, EachLaterStepThatFailsUnbindsAndAnswersMinusOne) {
     EXPECT_EQ(fault_reached("vmap_c_unbind"), 1U) << step;
     fault_disarm_all();
   }
-  EXPECT_THAT(Vrfs(), IsEmpty());
+  EXPECT_THAT(VrfNames(), IsEmpty());
   EXPECT_GE(Open(), 0) << "nothing was left bound";
-  EXPECT_THAT(Vrfs(), ElementsAre("red"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red"));
 }
 
 TEST_F(MembershipOpen, FailedStepFreesTheMemberDatabaseWhateverTheUnbindDoes) {
@@ -274,36 +266,36 @@ TEST_F(MembershipConnection, EachMessageIsPrintedUnderItsArea) {
 
 TEST_F(MembershipItems, VrfNamedDefaultIsIgnoredAndOneThatBeginsWithItIsNot) {
   VrfEvent(VmapEvent::kUpdate, "default", 0);
-  EXPECT_THAT(Vrfs(), IsEmpty());
+  EXPECT_THAT(VrfNames(), IsEmpty());
   EXPECT_TRUE(
       Printed("VMAP Callback VRF Update CB: vrf_name: 'default', vrf_id: 0x9, vr_id: 0x4, flags: 0x0, attr: "
               "(nil)"));
   VrfEvent(VmapEvent::kUpdate, "default1", 0);
-  EXPECT_THAT(Vrfs(), ElementsAre("default1"));
+  EXPECT_THAT(VrfNames(), ElementsAre("default1"));
 }
 
 TEST_F(MembershipItems, VrfWithFlagEightIsIgnored) {
   for (const std::uint32_t flags : {0x8U, 0xaU, 0xfU}) VrfEvent(VmapEvent::kUpdate, "red", flags);
-  EXPECT_THAT(Vrfs(), IsEmpty());
+  EXPECT_THAT(VrfNames(), IsEmpty());
 }
 
 TEST_F(MembershipItems, VrfWithFlagTwoIsProcessedAndItsRecordMarked) {
   VrfEvent(VmapEvent::kUpdate, "red", 0x2);
-  EXPECT_THAT(Vrfs(), ElementsAre("red"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red"));
   EXPECT_EQ(AttributesOf("red")->is_big_vrf, 1U);
 }
 
 TEST_F(MembershipItems, DeletionsThatAreNotForUsAreIgnoredToo) {
   VrfEvent(VmapEvent::kUpdate, "red", 0);
   VrfEvent(VmapEvent::kDelete, "red", 0x8);
-  EXPECT_THAT(Vrfs(), ElementsAre("red"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red"));
   EXPECT_FALSE(Printed("VMAP: VRF red deleted"));
   TakeMutex();
   const VrfNode* node = CreateVrfUnderTheMutex("default");
   ReleaseMutex();
   ASSERT_NE(node, nullptr);
   VrfEvent(VmapEvent::kDelete, "default", 0);
-  EXPECT_THAT(Vrfs(), ElementsAre("red", "default"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red", "default"));
   const std::uint32_t handle = AddInterface("ge0");
   IntfEvent(VmapEvent::kUpdate, handle, 0);
   for (const std::uint32_t flags : {0x2U, 0x4U, 0x6U}) IntfEvent(VmapEvent::kDelete, handle, flags);
@@ -315,7 +307,7 @@ TEST_F(MembershipItems, VrfHandlersRunUnderTheMutex) {
   VrfEvent(VmapEvent::kUpdate, "red", 0);
   ReleaseMutex();
   EXPECT_EQ(Prints().back(), "Error (vrf_reg_cb_func): pthread mutex lock failed");
-  EXPECT_THAT(Vrfs(), IsEmpty());
+  EXPECT_THAT(VrfNames(), IsEmpty());
   for (const VmapEvent event : {VmapEvent::kUpdate, VmapEvent::kDelete}) {
     OnlyArea(ERR);
     mpls_vpn_debug_flags[VMAP].enabled.store(1);

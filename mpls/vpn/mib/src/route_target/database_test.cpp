@@ -238,10 +238,31 @@ TEST_F(RtDatabase, ExactGetOfNumberZeroFindsNothing) {
 
 // --- By number, next
 
-TEST_F(RtDatabase, NextGetOfNumberZeroIsTheVrfsFirstEntry) {
-  Add("red", kRtExport, "1:2");
-  Add("red", kRtImport, "1:1");
-  EXPECT_EQ(Next("red", 0, 3), "1: red 1 1/1 1:1");
+TEST_F(RtDatabase, NextGetCountsAcrossVrfs) {
+  for (const char* vrf : {"red", "reds"}) {
+    Add(vrf, kRtExport, "1:2");
+    Add(vrf, kRtImport, "1:1");
+  }
+  const struct {
+    const char* what;
+    const char* vrf;
+    std::uint32_t index;
+    std::int32_t type;
+    const char* answer;
+  } cases[] = {
+      {"number 0 is the VRF's first entry", "red", 0, 3, "1: red 1 1/1 1:1"},
+      {"the key itself", "red", 1, 1, "1: red 1 1/1 1:1"},
+      {"the key itself, whose type is greater", "red", 2, 1, "2: red 2 1/1 1:2"},
+      {"the type is signed", "red", 1, -1, "1: red 1 1/1 1:1"},
+      {"a greater type is the following entry", "red", 1, 2, "2: red 2 1/1 1:2"},
+      {"which may be the next VRF's first", "red", 2, 3, "1: reds 1 1/1 1:1"},
+      {"or none", "reds", 2, 3, "2: none"},
+      {"beyond the last entry the number counts on", "red", 3, 1, "3: reds 1 1/1 1:1"},
+      {"and on", "red", 4, 0, "4: reds 2 1/1 1:2"},
+      {"a step over the type starts the number again", "red", 3, 2, "1: reds 2 1/1 1:2"},
+  };
+  for (const auto& [what, vrf, index, type, answer] : cases)
+    EXPECT_EQ(Next(vrf, index, type), answer) << what;
 }
 
 TEST_F(RtDatabase, NextGetInAVrfWithoutEntriesIsTheFollowingVrfsFirst) {
@@ -251,29 +272,6 @@ TEST_F(RtDatabase, NextGetInAVrfWithoutEntriesIsTheFollowingVrfsFirst) {
               ElementsAre("Entering mpls_vpn_mib_get_rt: vrf_name = red, index = 0, type = 0",
                           "Found RT in VRF = reds, index = 1, type = 2, value = 1:2, afi/safi = 1/1"));
   EXPECT_EQ(Next("red", 7, 3), "1: reds 2 1/1 1:2");
-}
-
-TEST_F(RtDatabase, NextGetAnswersTheKeyItselfWhenTheTypeIsNotGreater) {
-  Add("red", kRtImport, "1:1");
-  Add("red", kRtExport, "1:2");
-  EXPECT_EQ(Next("red", 1, 1), "1: red 1 1/1 1:1");
-  EXPECT_EQ(Next("red", 2, 1), "2: red 2 1/1 1:2");
-}
-
-TEST_F(RtDatabase, NextGetOfAGreaterTypeIsTheFollowingEntry) {
-  Add("red", kRtImport, "1:1");
-  Add("red", kRtExport, "1:2");
-  Add("reds", kRtImport, "1:1");
-  EXPECT_EQ(Next("red", 1, 2), "2: red 2 1/1 1:2");
-  EXPECT_EQ(Next("red", 2, 3), "1: reds 1 1/1 1:1");
-  EXPECT_EQ(Next("reds", 1, 3), "1: none");
-  EXPECT_THAT(Prints(), Contains("No RT found"));
-}
-
-TEST_F(RtDatabase, TypeIsComparedSigned) {
-  Add("red", kRtImport, "1:1");
-  Add("red", kRtImport, "1:2");
-  EXPECT_EQ(Next("red", 1, -1), "1: red 1 1/1 1:1");
 }
 
 TEST_F(RtDatabase, StoredTypesAreOrderedSignedAndFamiliesUnsigned) {
@@ -317,21 +315,6 @@ TEST_F(RtDatabase, EntryWithoutAValueIsTheFirstOfItsKind) {
   EXPECT_THAT(EntriesOf("red"), ElementsAre("red 1 1/1 -", "red 1 1/1 ", "red 1 1/1 1:1"));
   EXPECT_EQ(Remove("red", kRtImport, nullptr), 1);
   EXPECT_THAT(EntriesOf("red"), ElementsAre("red 1 1/1 ", "red 1 1/1 1:1"));
-}
-
-TEST_F(RtDatabase, NextGetBeyondTheLastEntryKeepsTheNumberThatWasCounted) {
-  Add("red", kRtImport, "1:1");
-  Add("reds", kRtImport, "1:1");
-  Add("reds", kRtExport, "1:2");
-  EXPECT_EQ(Next("red", 2, 1), "2: reds 1 1/1 1:1");
-  EXPECT_EQ(Next("red", 3, 0), "3: reds 2 1/1 1:2");
-}
-
-TEST_F(RtDatabase, StepOverTheTypeBeyondTheLastEntryStartsTheNumberAgain) {
-  Add("red", kRtImport, "1:1");
-  Add("reds", kRtImport, "1:1");
-  Add("reds", kRtExport, "1:2");
-  EXPECT_EQ(Next("red", 2, 2), "1: reds 2 1/1 1:2");
 }
 
 TEST_F(RtDatabase, NextGetBeyondTheDatabaseIsNone) {

@@ -193,6 +193,15 @@ class DaemonTest : public testing::Test {
     while (event_run_pending(manager_)) {
     }
   }
+  // The names in the VRF database, in its order.
+  static std::vector<std::string> VrfNames() {
+    std::vector<std::string> names;
+    for (VrfNode* node = mpls_vpn_mib_vrf_dbase_first(); node != nullptr;
+         node = mpls_vpn_mib_vrf_dbase_next(node)) {
+      names.emplace_back(node->vrf_name);
+    }
+    return names;
+  }
   // Straight into the interface database, without the membership service.
   IfNode* CreateIf(const char* vrf, std::uint32_t index, const char* name, std::uint32_t handle) {
     const MplsVpnLock lock(__func__, ERR);

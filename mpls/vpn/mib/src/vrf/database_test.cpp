@@ -29,14 +29,6 @@ class VrfDatabase : public DaemonTest {
     if (!lock) return -1;
     return mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name(name);
   }
-  static std::vector<std::string> Names() {
-    std::vector<std::string> names;
-    for (VrfNode* node = mpls_vpn_mib_vrf_dbase_first(); node != nullptr;
-         node = mpls_vpn_mib_vrf_dbase_next(node)) {
-      names.emplace_back(node->vrf_name);
-    }
-    return names;
-  }
   VtabVrfRecord record_{};
 };
 
@@ -53,7 +45,7 @@ TEST_F(VrfDatabase, NodeTiesACopyOfTheNameToTheRecord) {
 
 TEST_F(VrfDatabase, ShorterNamesComeFirst) {
   for (const char* name : {"blue", "vrf10", "red", "vrf9", "abd", "abc"}) Create(name);
-  EXPECT_THAT(Names(), ElementsAre("abc", "abd", "red", "blue", "vrf9", "vrf10"));
+  EXPECT_THAT(VrfNames(), ElementsAre("abc", "abd", "red", "blue", "vrf9", "vrf10"));
 }
 
 TEST_F(VrfDatabase, SecondNodeOfANameIsRefused) {
@@ -61,7 +53,7 @@ TEST_F(VrfDatabase, SecondNodeOfANameIsRefused) {
   EXPECT_EQ(Create("red"), nullptr);
   EXPECT_THAT(Prints(),
               ElementsAre("Error (mpls_vpn_mib_create_vrf_wavl_node): Cannot insert node into WAVL tree"));
-  EXPECT_THAT(Names(), ElementsAre("red"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red"));
 }
 
 TEST_F(VrfDatabase, CreationWithoutMemoryLeavesNothing) {
@@ -72,13 +64,13 @@ TEST_F(VrfDatabase, CreationWithoutMemoryLeavesNothing) {
     EXPECT_THAT(Prints(),
                 ElementsAre("Error (mpls_vpn_mib_create_vrf_wavl_node): No memory to create if node"));
   }
-  EXPECT_THAT(Names(), IsEmpty());
+  EXPECT_THAT(VrfNames(), IsEmpty());
 }
 
 TEST_F(VrfDatabase, DeletionByNodeLeavesTheMemoryToTheCaller) {
   VrfNode* node = Create("red");
   EXPECT_EQ(Delete(node), 1);
-  EXPECT_THAT(Names(), IsEmpty());
+  EXPECT_THAT(VrfNames(), IsEmpty());
   EXPECT_STREQ(node->vrf_name, "red");
   EXPECT_EQ(Delete(node), 0);
   EXPECT_TRUE(Printed("mpls_vpn_mib_delete_vrf_wavl_node: Cannot delete node from WAVL tree"));
@@ -92,14 +84,14 @@ TEST_F(VrfDatabase, DeletionByNameFreesTheNode) {
   EXPECT_EQ(DeleteByName("red"), 1);
   EXPECT_THAT(Prints(),
               ElementsAre("Entering mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: vrf_name = red"));
-  EXPECT_THAT(Names(), IsEmpty());
+  EXPECT_THAT(VrfNames(), IsEmpty());
 }
 
 TEST_F(VrfDatabase, DeletionByAnAbsentNameChangesNothing) {
   Create("red");
   EXPECT_EQ(DeleteByName("reb"), 0);
   EXPECT_TRUE(Printed("mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: Cannot find matching WAVL node"));
-  EXPECT_THAT(Names(), ElementsAre("red"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red"));
 }
 
 TEST_F(VrfDatabase, DeletionWithoutANameIsRefused) {
@@ -116,7 +108,7 @@ TEST_F(VrfDatabase, DeletionByNameThatCannotUnlinkKeepsTheNode) {
     EXPECT_EQ(DeleteByName("red"), 0);
   }
   EXPECT_TRUE(Printed("mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name: Cannot delete node from WAVL tree"));
-  EXPECT_THAT(Names(), ElementsAre("red"));
+  EXPECT_THAT(VrfNames(), ElementsAre("red"));
 }
 
 TEST_F(VrfDatabase, ExactGetFindsOnlyItsName) {
