@@ -17,6 +17,11 @@ class SettingsFile : public ::testing::Test {
  protected:
   void Write(const std::string& text) { std::ofstream(folder_.path() + "/platform.yaml") << text; }
   bool Read() { return read_settings(folder_.path(), &settings_, &error_); }
+  Settings Accepted(const std::string& text) {
+    Write(text);
+    EXPECT_TRUE(Read()) << text << error_;
+    return settings_;
+  }
   std::string Refusal(const std::string& text) {
     Write(text);
     EXPECT_FALSE(Read()) << text;
@@ -50,34 +55,24 @@ TEST_F(SettingsFile, FolderThatCannotBeSearchedIsAFailure) {
   EXPECT_EQ(error_, loop + "/platform.yaml: Too many levels of symbolic links");
 }
 
-TEST_F(SettingsFile, EmptyFileMeansTheKernel) {
-  Write("");
-  ASSERT_TRUE(Read()) << error_;
-  EXPECT_EQ(settings_.source->word, "kernel");
-}
-
 TEST_F(SettingsFile, RouterFileIsRelativeToTheSettings) {
-  Write("source: file\nrouter_file: router.yaml\n");
-  ASSERT_TRUE(Read()) << error_;
+  EXPECT_EQ(Accepted("source: file\nrouter_file: router.yaml\n").options["router_file"],
+            folder_.path() + "/router.yaml");
   EXPECT_EQ(settings_.source->word, "file");
-  EXPECT_EQ(settings_.options["router_file"], folder_.path() + "/router.yaml");
+  EXPECT_EQ(Accepted("router_file: /tmp/x.yaml\nsource: file\n").options["router_file"], "/tmp/x.yaml");
 }
 
-TEST_F(SettingsFile, AbsoluteRouterFileIsUnchanged) {
-  Write("router_file: /tmp/x.yaml\nsource: file\n");
-  ASSERT_TRUE(Read()) << error_;
-  EXPECT_EQ(settings_.options["router_file"], "/tmp/x.yaml");
+TEST_F(SettingsFile, SourceIsTheKernelUnlessItIsNamed) {
+  for (const char* text : {"", "router_file: /tmp/x.yaml\n"}) {
+    EXPECT_EQ(Accepted(text).source->word, "kernel") << text;
+  }
 }
 
 TEST_F(SettingsFile, RoutingSuiteIsFollowedWithTheKernelByDefault) {
   using Words = std::vector<std::string>;
   ASSERT_TRUE(Read());
   EXPECT_EQ(settings_.frr_shell, Words{"/usr/bin/vtysh"}) << "without a file";
-  const auto shell = [this](const std::string& text) {
-    Write(text);
-    EXPECT_TRUE(Read()) << error_;
-    return settings_.frr_shell;
-  };
+  const auto shell = [this](const std::string& text) { return Accepted(text).frr_shell; };
   EXPECT_EQ(shell(""), Words{"/usr/bin/vtysh"});
   EXPECT_EQ(shell("source: kernel\n"), Words{"/usr/bin/vtysh"});
   EXPECT_EQ(shell("frr: auto\n"), Words{"/usr/bin/vtysh"});
@@ -87,11 +82,7 @@ TEST_F(SettingsFile, RoutingSuiteIsFollowedWithTheKernelByDefault) {
 TEST_F(SettingsFile, RoutingSuiteIsFollowedBesideARouterFileOnRequest) {
   using Words = std::vector<std::string>;
   const std::string file = "source: file\nrouter_file: router.yaml\n";
-  const auto shell = [&](const std::string& text) {
-    Write(text + file);
-    EXPECT_TRUE(Read()) << error_;
-    return settings_.frr_shell;
-  };
+  const auto shell = [&](const std::string& text) { return Accepted(text + file).frr_shell; };
   EXPECT_EQ(shell(""), Words{});
   EXPECT_EQ(shell("frr: auto\n"), Words{});
   EXPECT_EQ(shell("frr: true\n"), Words{"/usr/bin/vtysh"});
@@ -99,22 +90,12 @@ TEST_F(SettingsFile, RoutingSuiteIsFollowedBesideARouterFileOnRequest) {
 }
 
 TEST_F(SettingsFile, RoutingSuiteIsWantedWhenItIsNamed) {
-  const auto wanted = [this](const std::string& text) {
-    Write(text);
-    EXPECT_TRUE(Read()) << error_;
-    return settings_.frr_wanted;
-  };
+  const auto wanted = [this](const std::string& text) { return Accepted(text).frr_wanted; };
   EXPECT_TRUE(wanted("frr: true\n"));
   EXPECT_TRUE(wanted("frr: /usr/bin/vtysh\n"));
   EXPECT_FALSE(wanted("frr: auto\n"));
   EXPECT_FALSE(wanted("frr: false\n"));
   EXPECT_FALSE(wanted(""));
-}
-
-TEST_F(SettingsFile, RelativePathOfTheRoutingSuiteIsRejected) {
-  EXPECT_EQ(Refusal("frr: vtysh\n"),
-            "platform.yaml:1:6: 'frr' is 'auto', 'true', 'false' or the path of a shell, not 'vtysh'");
-  EXPECT_EQ(Refusal("frr: [a]\n"), "platform.yaml:1:6: 'frr' takes one word");
 }
 
 TEST_F(SettingsFile, ErrorsNameTheirPosition) {
@@ -126,16 +107,10 @@ TEST_F(SettingsFile, ErrorsNameTheirPosition) {
   EXPECT_EQ(Refusal("router_file: [a]\n"), "platform.yaml:1:14: 'router_file' takes one word");
   EXPECT_EQ(Refusal("- a\n"), "platform.yaml:1:1: expected 'key: value' lines");
   EXPECT_EQ(Refusal("a: b: c\n").substr(0, 18), "platform.yaml:1:5:");
-}
-
-TEST_F(SettingsFile, ScalarIsNotAListOfKeys) {
   EXPECT_EQ(Refusal("kernel\n"), "platform.yaml:1:1: expected 'key: value' lines");
-}
-
-TEST_F(SettingsFile, OptionOfAnotherSourceIsAccepted) {
-  Write("router_file: /tmp/x.yaml\n");
-  ASSERT_TRUE(Read()) << error_;
-  EXPECT_EQ(settings_.source->word, "kernel");
+  EXPECT_EQ(Refusal("frr: vtysh\n"),
+            "platform.yaml:1:6: 'frr' is 'auto', 'true', 'false' or the path of a shell, not 'vtysh'");
+  EXPECT_EQ(Refusal("frr: [a]\n"), "platform.yaml:1:6: 'frr' takes one word");
 }
 
 // platform.yaml has one key for each option, whichever source it belongs to.

@@ -102,15 +102,6 @@ TEST_F(Reconciled, MemberMovesBetweenVrfs) {
   EXPECT_EQ(changes_text(changes_), "2 interfaces moved");
 }
 
-TEST_F(Reconciled, MembersLeaveBeforeTheirVrfIsDeleted) {
-  Load(kRedAndBlue);
-  Load(
-      "vrfs: [{name: blue, id: 20}]\n"
-      "interfaces: [{name: ge0, index: 1}, {name: ge1, index: 2, vrf: blue}]\n");
-  EXPECT_THAT(notifications_, ElementsAre("r: moved ge0 from red to default", "r: deleted red"));
-  EXPECT_EQ(changes_text(changes_), "1 VRF deleted, 1 interface moved");
-}
-
 TEST_F(Reconciled, MembershipMayOutliveItsVrf) {
   Load(kRedAndBlue);
   Load(
@@ -139,41 +130,10 @@ TEST_F(Reconciled, VrfWithANewIdIsAnotherVrf) {
                                           "r: created red", "r: moved ge0 from default to red"));
 }
 
-TEST_F(Reconciled, VrfsMaySwapTheirIds) {
-  Load(kRedAndBlue);
-  Load("vrfs: [{name: red, id: 20}, {name: blue, id: 10}]");
-  EXPECT_EQ(router_.find_vrf("red")->id, 20U);
-  EXPECT_EQ(router_.find_vrf("blue")->id, 10U);
-}
-
 TEST_F(Reconciled, InterfaceWithANewNameIsRenamed) {
   Load("interfaces: [{name: ge0, index: 1}]");
   Load("interfaces: [{name: ge9, index: 1}]");
   EXPECT_THAT(notifications_, ElementsAre("r: changed ge0 to ge9 up"));
-}
-
-TEST_F(Reconciled, InterfaceTakesTheNameOfARemovedOne) {
-  Load("interfaces: [{name: ge0, index: 1}, {name: ge1, index: 2}]");
-  Load("interfaces: [{name: ge0, index: 2}]");
-  EXPECT_THAT(notifications_, ElementsAre("r: removed ge0 in default", "r: changed ge1 to ge0 up"));
-}
-
-TEST_F(Reconciled, InterfacesMaySwapTheirNames) {
-  Load("interfaces: [{name: ge0, index: 1}, {name: ge1, index: 2}]");
-  const std::uint32_t handle = router_.find_interface_by_index(1)->handle;
-  Load("interfaces: [{name: ge1, index: 1}, {name: ge0, index: 2}]");
-  EXPECT_EQ(router_.find_interface_by_index(1)->name, "ge1");
-  EXPECT_EQ(router_.find_interface_by_index(1)->handle, handle);
-  EXPECT_EQ(router_.find_interface_by_index(2)->name, "ge0");
-  EXPECT_EQ(router_.interface_count(), 2U);
-  EXPECT_EQ(changes_text(changes_), "2 interfaces changed");
-}
-
-TEST_F(Reconciled, InterfaceTakesTheNameThatALaterOneGivesUp) {
-  Load("interfaces: [{name: ge0, index: 1}, {name: ge1, index: 2}]");
-  Load("interfaces: [{name: ge1, index: 1}, {name: ge2, index: 2}]");
-  EXPECT_EQ(router_.find_interface_by_index(1)->name, "ge1");
-  EXPECT_EQ(router_.find_interface_by_index(2)->name, "ge2");
 }
 
 TEST_F(Reconciled, InterfaceWithANewIndexIsAnotherInterface) {
@@ -219,16 +179,6 @@ TEST_F(Reconciled, ObjectsAddedByOtherMeansAreRemoved) {
   ASSERT_EQ(router_.create_vrf(stray), kStatusOk);
   Load("vrfs: []");
   EXPECT_THAT(notifications_, ElementsAre("r: deleted stray"));
-}
-
-TEST_F(Reconciled, RefusedChangeIsReportedAndTheNextRunContinues) {
-  {
-    const ScopedFault fault("reconcile", kStatusNoMemory, 2);
-    EXPECT_EQ(Try(kRedAndBlue), kStatusNoMemory);
-    EXPECT_EQ(error_, "cannot create VRF blue: Cannot allocate memory");
-  }
-  Load(kRedAndBlue);
-  EXPECT_THAT(notifications_, ElementsAre("r: created blue", "r: added ge0 in red", "r: added ge1 in blue"));
 }
 
 // Everything a file can do to a router at once: old and new text have each kind of change.

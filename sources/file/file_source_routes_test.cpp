@@ -53,13 +53,6 @@ TEST_F(RoutesOnDisk, AllWrittenRoutesAreAddedAtOnce) {
   EXPECT_EQ(Count(), 5000U);
 }
 
-TEST_F(RoutesOnDisk, GeneratedRoutesAreAddedOnTheLoop) {
-  LoadWell(Red(100000));
-  Start();
-  RunAll();
-  EXPECT_EQ(Count(), 100001U);
-}
-
 TEST_F(RoutesOnDisk, OtherWorkRunsBetweenBoundedSteps) {
   LoadWell(Red(20000));
   Start();
@@ -143,15 +136,6 @@ TEST_F(RoutesOnDisk, DestroyedSourceEndsTheFeed) {
   const std::size_t before = Count();
   RunAll();
   EXPECT_EQ(Count(), before);
-}
-
-TEST_F(RoutesOnDisk, InterfaceIndexIsThatOfTheFile) {
-  LoadWell(
-      "vrfs: [{name: red, id: 10, routes: [{prefix: 10.0.0.0/8, interface: ge1}]}]\n"
-      "interfaces: [{name: ge1, index: 77}]\n");
-  router::Route route;
-  ASSERT_TRUE(router_->routes().find_first(kRed, &route));
-  EXPECT_EQ(route.interface_index, 77U);
 }
 
 }  // namespace

@@ -48,11 +48,6 @@ TEST_F(WatchedRouter, RdsInTheModelAreAttributedToTheRouterFile) {
   EXPECT_EQ(router_->rd_owner(), kConfigOwnerFile);
 }
 
-TEST_F(WatchedRouter, FileIsLoadedIntoTheModel) {
-  LoadWell(kRed);
-  EXPECT_TRUE(Has("red"));
-}
-
 TEST_F(WatchedRouter, MissingFileIsAnError) {
   EXPECT_EQ(Load(), kStatusNoSuchRow);
   EXPECT_EQ(error_, path_ + ": No such file or directory");

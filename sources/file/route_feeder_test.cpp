@@ -119,13 +119,6 @@ TEST_F(FedRoutes, RemovalIsInBoundedStepsToo) {
   EXPECT_EQ(Changes(), "2000 routes removed");
 }
 
-TEST_F(FedRoutes, NewFeedAbandonsTheOneBefore) {
-  feeder_.begin({Group(kRed, "10.0.0.0/24", 50)});
-  Step(20);
-  FeedAll({Group(kRed, "10.0.1.0/24", 2)});
-  EXPECT_THAT(router::Walk(router_.routes(), kRed), ElementsAre("10.0.1.0/24", "10.0.2.0/24"));
-}
-
 TEST_F(FedRoutes, VrfDeletedDuringTheFeedIsSkipped) {
   feeder_.begin({Group(kRed, "10.0.0.0/24", 50), Group(kBlue, "10.0.0.0/24", 5)});
   Step(20);

@@ -41,23 +41,20 @@ TEST(RouterFileConfiguration, KeysMayPrecedeTheName) {
               {vrf_config::description("red", "d"), vrf_config::rip_interface("red", "ge0")});
 }
 
-TEST(RouterFileConfiguration, RouteTargetIsOfBothFamiliesByDefault) {
+TEST(RouterFileConfiguration, RouteTargetIsOfTheNamedFamilyAndDirectionOrOfBoth) {
   ExpectNodes(NodesOfRed("route_targets: {import: [65000:100]}"),
               {vrf_config::route_target("red", Family::kIpv4, Direction::kImport, kTarget),
                vrf_config::route_target("red", Family::kIpv6, Direction::kImport, kTarget)});
   ExpectNodes(NodesOfRed("route_targets: {ipv6: {export: [65000:100]}}"),
               {vrf_config::route_target("red", Family::kIpv6, Direction::kExport, kTarget)});
+  ExpectNodes(NodesOfRed("route_targets: {ipv4: {both: [65000:100]}}"),
+              {vrf_config::route_target("red", Family::kIpv4, Direction::kImport, kTarget),
+               vrf_config::route_target("red", Family::kIpv4, Direction::kExport, kTarget)});
 }
 
 TEST(RouterFileConfiguration, RouteTargetWithoutFamilyIsForTheTablesOfTheVrf) {
   ExpectNodes(NodesIn("vrfs: [{name: red, tables: {ipv6: 10}, route_targets: {import: [65000:100]}}]"),
               {vrf_config::route_target("red", Family::kIpv6, Direction::kImport, kTarget)});
-}
-
-TEST(RouterFileConfiguration, BothIsImportAndExport) {
-  ExpectNodes(NodesOfRed("route_targets: {ipv4: {both: [65000:100]}}"),
-              {vrf_config::route_target("red", Family::kIpv4, Direction::kImport, kTarget),
-               vrf_config::route_target("red", Family::kIpv4, Direction::kExport, kTarget)});
 }
 
 TEST(RouterFileConfiguration, RouteTargetsHaveThreeForms) {
