@@ -4,9 +4,9 @@
 // This file releases the module's route after copying its texts and octets into the row. The cross-connect is
 // optional: if the label database fails, only the row's pointer is missing.
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "mib/forwardmib.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
@@ -14,6 +14,7 @@
 #include "mpls/vpn/mib/src/route/modules.h"
 #include "mpls/vpn/mib/src/route/row.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "platform/core/address/address.h"
 #include "platform/router/lfx/lfx.h"
 
 namespace {
@@ -31,27 +32,22 @@ using OwnedRoute = std::unique_ptr<ForwardmibIpv4Route, ReleaseRoute>;
 
 using Search = RouteSearch<kSize>;
 
-struct AddressText {
-  explicit AddressText(std::uint32_t network_order) {
-    std::uint8_t octets[kSize];
-    std::memcpy(octets, &network_order, kSize);
-    std::snprintf(text, sizeof text, "%u.%u.%u.%u", octets[0], octets[1], octets[2], octets[3]);
-  }
-  char text[sizeof "255.255.255.255"];
-};
-
-std::uint32_t number_of(const std::uint8_t (&octets)[kSize]) {
+std::uint32_t number_of(const std::uint8_t* octets) {
   std::uint32_t network_order = 0;
   std::memcpy(&network_order, octets, kSize);
   return network_order;
 }
 
-// A mask in host order, for prints.
+// For prints.
 std::uint32_t host_order(std::uint32_t network_order) {
   std::uint8_t octets[kSize];
   std::memcpy(octets, &network_order, kSize);
   return static_cast<std::uint32_t>(octets[0]) << 24 | static_cast<std::uint32_t>(octets[1]) << 16 |
          static_cast<std::uint32_t>(octets[2]) << 8 | octets[3];
+}
+
+std::string shown(std::uint32_t network_order) {
+  return inet::dotted_quad(host_order(network_order));
 }
 
 bool is_given(const char* text) {
@@ -81,12 +77,11 @@ bool make_search(const RouteKeyText& key, bool exact, Search* search) {
 }
 
 OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) {
-  std::uint8_t mask[kSize] = {};
-  route_set_mask(mask, kSize, search.prefix_length);
+  const inet::Octets mask = inet::mask_of(search.prefix_length);
   errno = 0;
-  return OwnedRoute(mpls_vpn_mib_rib_ipv4_find_route()(0, exact ? kForwardmibExact : kForwardmibNext,
-                                                       table_id, 0, number_of(search.destination),
-                                                       number_of(mask), 0, number_of(search.next_hop)));
+  return OwnedRoute(mpls_vpn_mib_rib_ipv4_find_route()(
+      0, exact ? kForwardmibExact : kForwardmibNext, table_id, 0, number_of(search.destination),
+      number_of(mask.data()), 0, number_of(search.next_hop)));
 }
 
 // Null, with *rc set, without a route.
@@ -99,8 +94,8 @@ OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, 
   mpls_vpn_report(
       RIB, kTraceRib,
       "Found route with dest = %s, ifindex = %d, mask = 0x%x, nexthop = %s, type = %d, proto = %d",
-      AddressText(route->destination).text, route->if_index, host_order(route->mask),
-      AddressText(route->next_hop).text, static_cast<std::int32_t>(route->type),
+      shown(route->destination).c_str(), route->if_index, host_order(route->mask),
+      shown(route->next_hop).c_str(), static_cast<std::int32_t>(route->type),
       static_cast<std::int32_t>(route->protocol));
   return route;
 }
@@ -128,7 +123,7 @@ std::size_t find_cross_connect(const ForwardmibIpv4Route& route, std::uint32_t t
                                std::uint8_t (&index)[kLfxIndexMax]) {
   const auto prefix_length = static_cast<std::uint32_t>(__builtin_popcount(route.mask));
   mpls_vpn_report(RIB, kTraceRib, "Invoking LFX with dest = %s, mask = %d, table id = 0x%x",
-                  AddressText(route.destination).text, static_cast<std::int32_t>(prefix_length), table_id);
+                  shown(route.destination).c_str(), static_cast<std::int32_t>(prefix_length), table_id);
   const LfxRequest request = {kLfxIpv4Route, table_id, route.destination, prefix_length};
   std::size_t length = 0;
   const Status rc = lfx_c_lsr_xc_idx(index, sizeof index, &length, &request);

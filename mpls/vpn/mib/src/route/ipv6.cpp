@@ -10,6 +10,7 @@
 #include "mpls/vpn/mib/src/route/modules.h"
 #include "mpls/vpn/mib/src/route/row.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "platform/core/address/address.h"
 
 namespace {
 
@@ -61,11 +62,10 @@ bool make_search(const RouteKeyText& key, bool exact, Search* search) {
 }
 
 OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) {
-  std::uint8_t mask[kSize] = {};
-  route_set_mask(mask, kSize, search.prefix_length);
+  const inet::Octets mask = inet::mask_of(search.prefix_length);
   errno = 0;
   return OwnedRoute(mpls_vpn_mib_rib_ipv6_find_route()(0, exact ? kForwardmibExact : kForwardmibNext,
-                                                       table_id, 0, search.destination, mask, 0,
+                                                       table_id, 0, search.destination, mask.data(), 0,
                                                        search.next_hop));
 }
 

@@ -20,26 +20,14 @@ struct RouteModule {
   const char* file;      // below the library directory
   const char* family;    // as prints show it: the two modules' prints differ in it and in the function alone
   const char* function;  // the loading one
-  void* handle;
-  void* find_route;
-  void* total_active_routes;
-  std::string failure;  // why it could not be loaded; empty while it is, and before the first attempt
+  void* handle = nullptr;
+  void* find_route = nullptr;
+  void* total_active_routes = nullptr;
+  std::string failure{};  // why it could not be loaded; empty while it is, and before the first attempt
 };
 
-RouteModule ipv4_module = {"mib/libipv4_forwardmib.dll",
-                           "ipv4",
-                           "mpls_vpn_mib_rib_ipv4_route_load_dll",
-                           nullptr,
-                           nullptr,
-                           nullptr,
-                           {}};
-RouteModule ipv6_module = {"mib/libipv6_forwardmib.dll",
-                           "ipv6",
-                           "mpls_vpn_mib_rib_ipv6_route_load_dll",
-                           nullptr,
-                           nullptr,
-                           nullptr,
-                           {}};
+RouteModule ipv4_module = {"mib/libipv4_forwardmib.dll", "ipv4", "mpls_vpn_mib_rib_ipv4_route_load_dll"};
+RouteModule ipv6_module = {"mib/libipv6_forwardmib.dll", "ipv6", "mpls_vpn_mib_rib_ipv6_route_load_dll"};
 
 // The loader's reason for its latest failure on this thread, without the path that it usually begins with.
 std::string loader_failure(const std::string& path) {

@@ -35,14 +35,6 @@ bool route_read_address(const char* text, std::uint8_t* octets, const char* func
   return true;
 }
 
-void route_set_mask(std::uint8_t* octets, std::size_t size, std::uint32_t length) {
-  for (std::size_t i = 0; i < size; ++i) {
-    const std::uint32_t bits = std::min<std::uint32_t>(length, 8);
-    octets[i] = static_cast<std::uint8_t>(0xff00U >> bits);
-    length -= bits;
-  }
-}
-
 bool route_fit_length(bool exact, std::size_t size, std::uint32_t* prefix_length, std::uint8_t* next_hop) {
   if (*prefix_length <= 8 * size) return true;
   if (exact) return false;

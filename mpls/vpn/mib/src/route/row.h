@@ -29,9 +29,6 @@ bool route_texts_fit(const char* dest, const char* next_hop, std::size_t size, c
 // REQUIRES: the text has no more than 2 * size characters.
 bool route_read_address(const char* text, std::uint8_t* octets, const char* function);
 
-// Sets the first `length` bits of `size` zeroed octets. REQUIRES: length <= 8 * size.
-void route_set_mask(std::uint8_t* octets, std::size_t size, std::uint32_t length);
-
 // Handles a prefix length greater than an address has. False for an exact read: there is no such row. A next
 // read continues after the longest prefix of the destination: the length becomes the longest, the next hop
 // the greatest.
