@@ -94,6 +94,14 @@ class ConfiguredFormat : public RdTest {
   std::array<char, 1024> buffer_{};
 };
 
+class SubscribedFormat : public ConfiguredFormat {
+ protected:
+  void SetUp() override {
+    FollowFormat();
+    Subscribe();
+  }
+};
+
 TEST_F(ConfiguredFormat, IsEffectiveWhenFollowingStarts) {
   Post({Format("asdot")});
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
@@ -104,9 +112,7 @@ TEST_F(ConfiguredFormat, IsEffectiveWhenFollowingStarts) {
   EXPECT_THAT(Rows(), ElementsAre("red 64086.59904:30"));
 }
 
-TEST_F(ConfiguredFormat, ChangeReportsRouteTargetsAsDeletedInTheOldAndSetInTheNewFormat) {
-  FollowFormat();
-  Subscribe();
+TEST_F(SubscribedFormat, ChangeReportsRouteTargetsAsDeletedInTheOldAndSetInTheNewFormat) {
   Commit({Target("4200000000:30"), Target("65536:1", "blue")});
   TakeTargetReports();
   Commit({Format("asdot")});
@@ -117,9 +123,7 @@ TEST_F(ConfiguredFormat, ChangeReportsRouteTargetsAsDeletedInTheOldAndSetInTheNe
   EXPECT_EQ(table().misses, 0U);
 }
 
-TEST_F(ConfiguredFormat, RouteTargetsWithTheSameTextAreNotReported) {
-  FollowFormat();
-  Subscribe();
+TEST_F(SubscribedFormat, RouteTargetsWithTheSameTextAreNotReported) {
   Commit({Target("65000:100"), Target("0.65000:100"), Target("10.0.0.1:5"), Target("65535:4294967295")});
   TakeTargetReports();
   Commit({Format("asdot")});
@@ -130,9 +134,7 @@ TEST_F(ConfiguredFormat, RouteTargetsWithTheSameTextAreNotReported) {
               ElementsAre("red 0.65000:100", "red 10.0.0.1:5", "red 65000:100", "red 65535:4294967295"));
 }
 
-TEST_F(ConfiguredFormat, OneRouteTargetAtMostIsMissingMeanwhile) {
-  FollowFormat();
-  Subscribe();
+TEST_F(SubscribedFormat, OneRouteTargetAtMostIsMissingMeanwhile) {
   std::vector<KvConfigChange> targets;
   for (int n = 0; n < 1000; ++n) targets.push_back(Target("4200000000:" + std::to_string(n)));
   Commit(targets);
@@ -144,9 +146,7 @@ TEST_F(ConfiguredFormat, OneRouteTargetAtMostIsMissingMeanwhile) {
 }
 
 // Each of these changes the tree at once and is delivered after the change of the format.
-TEST_F(ConfiguredFormat, ChangesMeanwhileAreReportedOnce) {
-  FollowFormat();
-  Subscribe();
+TEST_F(SubscribedFormat, ChangesMeanwhileAreReportedOnce) {
   Commit({Target("65536:1"), Target("65536:2"), Target("65536:3")});
   Post({Target("65536:4"), Format("asdot"), Target("65536:5"), NoTarget("65536:1")});
   Post({NoTarget("65536:2"), Target("65536:6")});
@@ -158,9 +158,7 @@ TEST_F(ConfiguredFormat, ChangesMeanwhileAreReportedOnce) {
   EXPECT_EQ(table().misses, 0U);
 }
 
-TEST_F(ConfiguredFormat, ChangeTakesEffectAfterTheRouteTargetsAreReported) {
-  FollowFormat();
-  Subscribe();
+TEST_F(SubscribedFormat, ChangeTakesEffectAfterTheRouteTargetsAreReported) {
   Commit({Target("65536:1")});
   Post({Format("asdot")});
   EventContext context{manager_.get(), buffer_.data(), buffer_.size(), 0};
@@ -216,9 +214,7 @@ TEST_F(ConfiguredFormat, OtherItemsAreIgnored) {
   EXPECT_EQ(bgp_util_asn_format_get(), BgpAsnFormat::kAsplain);
 }
 
-TEST_F(ConfiguredFormat, IsUnchangedWhenTheRouteTargetsCannotBeReported) {
-  FollowFormat();
-  Subscribe();
+TEST_F(SubscribedFormat, IsUnchangedWhenTheRouteTargetsCannotBeReported) {
   Commit({Target("65536:1")});
   fault_arm("kvtree_config_replay_each", kStatusNoMemory);
   ::testing::internal::CaptureStderr();
@@ -231,9 +227,7 @@ TEST_F(ConfiguredFormat, IsUnchangedWhenTheRouteTargetsCannotBeReported) {
   EXPECT_THAT(Rows(), ElementsAre("red 1.0:1"));
 }
 
-TEST_F(ConfiguredFormat, StoppedFollowingIgnoresChanges) {
-  FollowFormat();
-  Subscribe();
+TEST_F(SubscribedFormat, StoppedFollowingIgnoresChanges) {
   Commit({Target("65536:1")});
   Post({Format("asdot")});
   bgp_vpn_rd_unregister_cb();

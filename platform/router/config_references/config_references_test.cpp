@@ -106,12 +106,6 @@ class ConfigReferences : public router::RouterTest {
     ASSERT_EQ(vmap_c_notif_reg(database, &fd, &count), kStatusOk);
     reported().clear();
   }
-  void ListenWithRedRip() {
-    Start();
-    Listen();
-    Set(kRedRip);
-    EXPECT_THAT(Reported(), ElementsAre("+" + kRipPath));
-  }
   // What was delivered since the last call.
   std::vector<std::string> Reported() {
     Run();
@@ -124,8 +118,23 @@ class ConfigReferences : public router::RouterTest {
   std::uint32_t last_index_ = 0;
 };
 
-TEST_F(ConfigReferences, VrfIsReferencedFromItsFirstItemToItsLast) {
-  Start();
+class StartedReferences : public ConfigReferences {
+ protected:
+  void SetUp() override { Start(); }
+};
+
+// One item of an interface, with a subscriber and a client that have been notified of it.
+class ReplayedItems : public StartedReferences {
+ protected:
+  void SetUp() override {
+    StartedReferences::SetUp();
+    Listen();
+    Set(kRedRip);
+    EXPECT_THAT(Reported(), ElementsAre("+" + kRipPath));
+  }
+};
+
+TEST_F(StartedReferences, VrfIsReferencedFromItsFirstItemToItsLast) {
   EXPECT_FALSE(IsReferenced("red"));
   Set(kRedText);
   EXPECT_TRUE(IsReferenced("red"));
@@ -140,8 +149,7 @@ TEST_F(ConfigReferences, VrfIsReferencedFromItsFirstItemToItsLast) {
   EXPECT_TRUE(IsReferenced("red")) << "again";
 }
 
-TEST_F(ConfigReferences, EveryKindOfItemNamesItsVrf) {
-  Start();
+TEST_F(StartedReferences, EveryKindOfItemNamesItsVrf) {
   const vrf_config::Target target = {vrf_config::Target::Type::kTwoOctetAs, 1, 2};
   const vrf_config::StaticRoute route = {Family::kIpv4, "10.0.0.0/8", "", "192.0.2.1"};
   for (const KvConfigNode& node :
@@ -165,8 +173,7 @@ TEST_F(ConfigReferences, EffectiveItemsAreReadAtTheStart) {
   EXPECT_TRUE(IsReferenced("red"));
 }
 
-TEST_F(ConfigReferences, ItemOfAnotherOwnerKeepsTheReference) {
-  Start();
+TEST_F(StartedReferences, ItemOfAnotherOwnerKeepsTheReference) {
   Set(kRedText, kConfigOwnerCli);
   Set(kRedText, kConfigOwnerFile);
   Delete(kRedText, kConfigOwnerCli);
@@ -175,8 +182,7 @@ TEST_F(ConfigReferences, ItemOfAnotherOwnerKeepsTheReference) {
   EXPECT_FALSE(IsReferenced("red"));
 }
 
-TEST_F(ConfigReferences, ItemThatIsSetAgainAtOnceKeepsTheReference) {
-  Start();
+TEST_F(StartedReferences, ItemThatIsSetAgainAtOnceKeepsTheReference) {
   Set(kRedRip);
   ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{kRedRip.path, std::nullopt}}, ""), kStatusOk);
   ASSERT_EQ(kvtree_config_commit(kConfigOwnerCli, {{kRedRip.path, kRedRip.value}}, ""), kStatusOk);
@@ -184,16 +190,14 @@ TEST_F(ConfigReferences, ItemThatIsSetAgainAtOnceKeepsTheReference) {
   EXPECT_TRUE(IsReferenced("red"));
 }
 
-TEST_F(ConfigReferences, ReferenceOfTheSourceIsNotReleased) {
-  Start();
+TEST_F(StartedReferences, ReferenceOfTheSourceIsNotReleased) {
   ASSERT_EQ(router_.reference_vrf("red", ReferenceHolder::kSource), kStatusOk);
   Set(kRedText);
   Delete(kRedText);
   EXPECT_TRUE(router_.is_referenced("red"));
 }
 
-TEST_F(ConfigReferences, DefaultAndImpossibleNamesAreNotReferenced) {
-  Start();
+TEST_F(StartedReferences, DefaultAndImpossibleNamesAreNotReferenced) {
   Set(vrf_config::description("default", "x"));
   Set(vrf_config::description(std::string(32, 'v'), "x"));
   std::vector<std::string> names;
@@ -201,14 +205,12 @@ TEST_F(ConfigReferences, DefaultAndImpossibleNamesAreNotReferenced) {
   EXPECT_THAT(names, IsEmpty());
 }
 
-TEST_F(ConfigReferences, TrapSwitchesReferenceNoVrf) {
-  Start();
+TEST_F(StartedReferences, TrapSwitchesReferenceNoVrf) {
   Set(vrf_config::trap_switch("vrf-up", 1));
   EXPECT_FALSE(IsReferenced("vrf-up"));
 }
 
-TEST_F(ConfigReferences, RefusedReferenceIsTriedAgainWithTheNextItem) {
-  Start();
+TEST_F(StartedReferences, RefusedReferenceIsTriedAgainWithTheNextItem) {
   fault_arm("router_reference_vrf", kStatusNoMemory);
   Set(kRedText);
   EXPECT_EQ(fault_reached("router_reference_vrf"), 1U);
@@ -217,8 +219,7 @@ TEST_F(ConfigReferences, RefusedReferenceIsTriedAgainWithTheNextItem) {
   EXPECT_TRUE(IsReferenced("red"));
 }
 
-TEST_F(ConfigReferences, ReferenceThatCannotBeReleasedIsReleasedAtTheNextDeletion) {
-  Start();
+TEST_F(StartedReferences, ReferenceThatCannotBeReleasedIsReleasedAtTheNextDeletion) {
   Set(kRedText);
   fault_arm("router_unreference_vrf", kStatusNoMemory);
   Delete(kRedText);
@@ -228,8 +229,7 @@ TEST_F(ConfigReferences, ReferenceThatCannotBeReleasedIsReleasedAtTheNextDeletio
   EXPECT_FALSE(IsReferenced("red"));
 }
 
-TEST_F(ConfigReferences, VrfDeletedUnderItsConfigurationKeepsItsRecord) {
-  Start();
+TEST_F(StartedReferences, VrfDeletedUnderItsConfigurationKeepsItsRecord) {
   AddVrf("red", 10);
   Set(kRedText);
   const VtabVrfRecord* const record = vtab_get_vrf_record_by_vrf_name("red");
@@ -245,8 +245,7 @@ TEST_F(ConfigReferences, VrfDeletedUnderItsConfigurationKeepsItsRecord) {
   EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("red"), nullptr);
 }
 
-TEST_F(ConfigReferences, RecordExistsBeforeALaterSubscriberIsNotified) {
-  Start();
+TEST_F(StartedReferences, RecordExistsBeforeALaterSubscriberIsNotified) {
   static bool had_record;
   had_record = false;
   KvConnection* connection = nullptr;
@@ -259,8 +258,7 @@ TEST_F(ConfigReferences, RecordExistsBeforeALaterSubscriberIsNotified) {
   EXPECT_TRUE(had_record);
 }
 
-TEST_F(ConfigReferences, StoppingReleasesTheReferences) {
-  Start();
+TEST_F(StartedReferences, StoppingReleasesTheReferences) {
   Set(kRedText);
   config_references_stop();
   EXPECT_FALSE(router_.is_referenced("red"));
@@ -287,8 +285,7 @@ TEST_F(ConfigReferences, StartsOnceAndAFailedStartLeavesNothing) {
   EXPECT_TRUE(IsReferenced("red"));
 }
 
-TEST_F(ConfigReferences, ItemsOfAnInterfaceAreReplayedAfterItJoined) {
-  ListenWithRedRip();
+TEST_F(ReplayedItems, ItemsOfAnInterfaceAreReplayedAfterItJoined) {
   AddInterface("ge0", "red");
   EXPECT_THAT(Reported(), ElementsAre("joined red", "-" + kRipPath, "+" + kRipPath));
   Move("ge0", "default");
@@ -298,8 +295,7 @@ TEST_F(ConfigReferences, ItemsOfAnInterfaceAreReplayedAfterItJoined) {
   EXPECT_TRUE(IsReferenced("red")) << "a replay keeps the reference";
 }
 
-TEST_F(ConfigReferences, OnlyItemsOfTheInterfaceInItsVrfAreReplayed) {
-  ListenWithRedRip();
+TEST_F(ReplayedItems, OnlyItemsOfTheInterfaceInItsVrfAreReplayed) {
   Set(vrf_config::rip_interface("red", "ge1"));
   Set(vrf_config::rip_interface("blue", "ge0"));
   Reported();
@@ -309,8 +305,7 @@ TEST_F(ConfigReferences, OnlyItemsOfTheInterfaceInItsVrfAreReplayed) {
   EXPECT_THAT(Reported(), ElementsAre("joined red", "joined red", "-" + kRipPath, "+" + kRipPath));
 }
 
-TEST_F(ConfigReferences, ItemsOfManyJoinsAreReplayedAfterTheirJoins) {
-  Start();
+TEST_F(StartedReferences, ItemsOfManyJoinsAreReplayedAfterTheirJoins) {
   Listen();
   for (int number = 0; number < 250; ++number) {
     Set(vrf_config::rip_interface("red", "ge" + std::to_string(number)));
@@ -329,8 +324,7 @@ TEST_F(ConfigReferences, ItemsOfManyJoinsAreReplayedAfterTheirJoins) {
   EXPECT_EQ(set, 250U);
 }
 
-TEST_F(ConfigReferences, ItemsOfAnInterfaceAreReplayedAfterItsNameOrIndexChanged) {
-  ListenWithRedRip();
+TEST_F(ReplayedItems, ItemsOfAnInterfaceAreReplayedAfterItsNameOrIndexChanged) {
   AddInterface("new", "red");
   Reported();
   Rename("new", "ge0");
@@ -343,8 +337,7 @@ TEST_F(ConfigReferences, ItemsOfAnInterfaceAreReplayedAfterItsNameOrIndexChanged
   EXPECT_THAT(Reported(), IsEmpty()) << "name, index and VRF are the same";
 }
 
-TEST_F(ConfigReferences, InterfaceLeavesWithTheNameUnderWhichItHadItems) {
-  ListenWithRedRip();
+TEST_F(ReplayedItems, InterfaceLeavesWithTheNameUnderWhichItHadItems) {
   AddInterface("ge0", "red");
   Reported();
   Rename("ge0", "ge1");
@@ -358,8 +351,7 @@ TEST_F(ConfigReferences, InterfaceLeavesWithTheNameUnderWhichItHadItems) {
 }
 
 // The time in the retained record could be before the creation of the VRF.
-TEST_F(ConfigReferences, DescriptionIsReplayedWhenAVrfIsCreatedUnderAReferencedName) {
-  Start();
+TEST_F(StartedReferences, DescriptionIsReplayedWhenAVrfIsCreatedUnderAReferencedName) {
   ListenTo(vrf_config::kVrfScope);
   Set(kRedBgp);
   Reported();
@@ -374,8 +366,7 @@ TEST_F(ConfigReferences, DescriptionIsReplayedWhenAVrfIsCreatedUnderAReferencedN
   EXPECT_THAT(Reported(), IsEmpty()) << "nothing names it";
 }
 
-TEST_F(ConfigReferences, DescriptionThatCannotBeReplayedIsReplayedAtTheNextCreation) {
-  Start();
+TEST_F(StartedReferences, DescriptionThatCannotBeReplayedIsReplayedAtTheNextCreation) {
   ListenTo(vrf_config::kVrfScope);
   Set(kRedBgp);
   fault_arm("kvtree_config_announce", kStatusNoMemory);
@@ -388,8 +379,7 @@ TEST_F(ConfigReferences, DescriptionThatCannotBeReplayedIsReplayedAtTheNextCreat
   EXPECT_THAT(Reported(), ElementsAre("-" + kTextPath));
 }
 
-TEST_F(ConfigReferences, NothingIsReplayedForAVrfThatIsDeletedAgain) {
-  Start();
+TEST_F(StartedReferences, NothingIsReplayedForAVrfThatIsDeletedAgain) {
   ListenTo(vrf_config::kVrfScope);
   Set(kRedBgp);
   AddVrf("red", 10);
@@ -397,15 +387,13 @@ TEST_F(ConfigReferences, NothingIsReplayedForAVrfThatIsDeletedAgain) {
   EXPECT_THAT(Reported(), IsEmpty());
 }
 
-TEST_F(ConfigReferences, ItemDeletedBeforeItsReplayIsNotReplayed) {
-  ListenWithRedRip();
+TEST_F(ReplayedItems, ItemDeletedBeforeItsReplayIsNotReplayed) {
   AddInterface("ge0", "red");
   Delete(kRedRip);
   EXPECT_THAT(Reported(), testing::UnorderedElementsAre("joined red", "-" + kRipPath));
 }
 
-TEST_F(ConfigReferences, FailedReplayIsRetriedAtTheNextJoin) {
-  ListenWithRedRip();
+TEST_F(ReplayedItems, FailedReplayIsRetriedAtTheNextJoin) {
   fault_arm("kvtree_config_replay", kStatusNoMemory);
   AddInterface("ge0", "red");
   Run();

@@ -42,7 +42,12 @@ class RouteStoreRows : public ::testing::Test {
     EXPECT_EQ(store_.offer(kRed, route, &change), kStatusOk);
     return change;
   }
-  Status PutStatus(RouteTableId table, const Route& route) { return store_.put(table, route); }
+  static Route Labelled(const std::string& prefix, const std::string& next_hop,
+                        const std::vector<std::uint32_t>& labels) {
+    Route route = MakeRoute(prefix, next_hop);
+    route.labels = labels;
+    return route;
+  }
 
   Route Find(RouteTableId table, const std::string& prefix, const std::string& next_hop = "") {
     Route route;
@@ -263,12 +268,8 @@ TEST_F(RouteStoreRows, CountsFollowTheRows) {
 // --- Attributes that few routes have
 
 TEST_F(RouteStoreRows, LabelsOfOneRouteAreNotThoseOfAnother) {
-  Route first = MakeRoute("10.0.0.0/8", "192.0.2.1");
-  first.labels = {100};
-  Route second = MakeRoute("11.0.0.0/8", "192.0.2.1");
-  second.labels = {200, 300};
-  Put(kRed, first);
-  Put(kRed, second);
+  Put(kRed, Labelled("10.0.0.0/8", "192.0.2.1", {100}));
+  Put(kRed, Labelled("11.0.0.0/8", "192.0.2.1", {200, 300}));
   Put("12.0.0.0/8", "192.0.2.1");
   EXPECT_THAT(Find(kRed, "10.0.0.0/8", "192.0.2.1").labels, ElementsAre(100));
   EXPECT_THAT(Find(kRed, "11.0.0.0/8", "192.0.2.1").labels, ElementsAre(200, 300));
@@ -276,10 +277,8 @@ TEST_F(RouteStoreRows, LabelsOfOneRouteAreNotThoseOfAnother) {
 }
 
 TEST_F(RouteStoreRows, SharedLabelsRemainWhileOneRouteHasThem) {
-  Route first = MakeRoute("10.0.0.0/8", "192.0.2.1");
-  first.labels = {100};
-  Route second = MakeRoute("11.0.0.0/8", "192.0.2.1");
-  second.labels = {100};
+  const Route first = Labelled("10.0.0.0/8", "192.0.2.1", {100});
+  Route second = Labelled("11.0.0.0/8", "192.0.2.1", {100});
   Put(kRed, first);
   Put(kRed, second);
   Put(kRed, second);
@@ -292,8 +291,7 @@ TEST_F(RouteStoreRows, SharedLabelsRemainWhileOneRouteHasThem) {
 
 TEST_F(RouteStoreRows, FirstLabelledPathOfAPrefixIsFound) {
   Put("10.0.0.0/8", "192.0.2.1");
-  Route labelled = MakeRoute("10.0.0.0/8", "192.0.2.2");
-  labelled.labels = {100};
+  Route labelled = Labelled("10.0.0.0/8", "192.0.2.2", {100});
   Put(kRed, labelled);
   Put("10.0.0.0/9", "192.0.2.9");
   Route route;
@@ -387,7 +385,7 @@ TEST_F(RouteStoreRows, OfferedPathReplacesARowOfTheRefreshBefore) {
 // --- Refusals
 
 TEST_F(RouteStoreRows, TableThatIsNotOpenTakesNoRoute) {
-  EXPECT_EQ(PutStatus({Family::kIpv4, 99}, MakeRoute("10.0.0.0/8")), kStatusNoSuchRow);
+  EXPECT_EQ(store_.put({Family::kIpv4, 99}, MakeRoute("10.0.0.0/8")), kStatusNoSuchRow);
   EXPECT_EQ(store_.erase({Family::kIpv4, 99}, MakeKey("10.0.0.0/8")), kStatusNoSuchRow);
 }
 
@@ -396,7 +394,7 @@ TEST_F(RouteStoreRows, InvalidRouteIsRejected) {
   const auto refused = [&](RouteTableId table, auto change) {
     Route bad = good;
     change(&bad);
-    return PutStatus(table, bad) == kStatusInvalid;
+    return store_.put(table, bad) == kStatusInvalid;
   };
   EXPECT_TRUE(refused(kRed, [](Route* route) { route->key.destination[1] = 1; }));
   EXPECT_TRUE(refused(kRed, [](Route* route) { route->key.prefix_length = 6; }));
@@ -417,7 +415,7 @@ TEST_F(RouteStoreRows, InvalidRouteIsRejected) {
   EXPECT_TRUE(refused(kRed, [](Route* route) { route->labels = {kLabelMax + 1}; }));
   EXPECT_TRUE(refused(kRed, [](Route* route) { route->labels.assign(kLabelStackMax + 1, 16); }));
   EXPECT_EQ(store_.total(), 0U);
-  EXPECT_EQ(PutStatus(kRed, good), kStatusOk);
+  EXPECT_EQ(store_.put(kRed, good), kStatusOk);
 }
 
 TEST_F(RouteStoreRows, HostRoutesAreRoutes) {
@@ -431,7 +429,7 @@ TEST_F(RouteStoreRows, FaultPointsFailTheChanges) {
   Put("10.0.0.0/8");
   {
     const ScopedFault fault("route_store_put", kStatusNoMemory, 1, 2);
-    EXPECT_EQ(PutStatus(kRed, MakeRoute("11.0.0.0/8")), kStatusNoMemory);
+    EXPECT_EQ(store_.put(kRed, MakeRoute("11.0.0.0/8")), kStatusNoMemory);
     EXPECT_EQ(store_.offer(kRed, MakeRoute("11.0.0.0/8")), kStatusNoMemory);
   }
   const ScopedFault fault("route_store_erase", kStatusIo);
@@ -507,8 +505,7 @@ TEST_F(RouteStoreRows, DroppedRowsAreRemovedAtOnceAndFreedInSteps) {
 
 TEST_F(RouteStoreRows, FreedRowsReleaseTheirLabels) {
   store_.defer_releases([] {});
-  Route labelled = MakeRoute("10.0.0.0/8", "192.0.2.1");
-  labelled.labels = {100};
+  Route labelled = Labelled("10.0.0.0/8", "192.0.2.1", {100});
   Put(kRed, labelled);
   Reopen(kRed);
   labelled.key = MakeKey("11.0.0.0/8", "192.0.2.1");

@@ -18,12 +18,6 @@ void Members::leave(std::uint32_t handle) {
   places_.erase(place);
 }
 
-void Members::clear() {
-  places_.clear();
-  by_vrf_.clear();
-  all_.clear();
-}
-
 const Member* Members::find(std::uint32_t handle) const {
   const auto place = places_.find(handle);
   return place == places_.end() ? nullptr : &*place->second.in_all;

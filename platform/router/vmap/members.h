@@ -23,7 +23,6 @@ class Members {
   void join(std::uint32_t handle, const std::string& vrf);
   // Ignored for an interface that is in no VRF.
   void leave(std::uint32_t handle);
-  void clear();
 
   const Member* find(std::uint32_t handle) const;
   const std::list<Member>& all() const { return all_; }

@@ -25,7 +25,7 @@ Service& service() {
 
 void Service::attach(router::Router* model) {
   if (model_ != nullptr) model_->stop_observing(this);
-  members.clear();
+  members = {};
   incarnations_.clear();
   model_ = model;
   if (model_ == nullptr) return;

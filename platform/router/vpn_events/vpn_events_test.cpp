@@ -132,10 +132,14 @@ class VpnEvents : public ::testing::Test {
   }
 };
 
+class AttachedEvents : public VpnEvents {
+ protected:
+  void SetUp() override { Attach(); }
+};
+
 // --- Route distinguishers
 
-TEST_F(VpnEvents, RdIsReportedWithValuesAndOwnersOnBothSides) {
-  Attach();
+TEST_F(AttachedEvents, RdIsReportedWithValuesAndOwnersOnBothSides) {
   EXPECT_THAT(Commit("frr", {"vrf red rd 65000:1"}), ElementsAre("red rd none -> 65000:1(frr)"));
   EXPECT_THAT(Commit("frr", {"vrf red rd 65000:2"}), ElementsAre("red rd 65000:1(frr) -> 65000:2(frr)"));
   EXPECT_THAT(Commit("cli", {"vrf red rd 65000:9"}), ElementsAre("red rd 65000:2(frr) -> 65000:9(cli)"));
@@ -143,8 +147,7 @@ TEST_F(VpnEvents, RdIsReportedWithValuesAndOwnersOnBothSides) {
   EXPECT_THAT(Commit("frr", {"- vrf red rd 65000:2"}), ElementsAre("red rd 65000:2(frr) -> none"));
 }
 
-TEST_F(VpnEvents, DerivedRdThatChangesWithTheRouterIdIsReported) {
-  Attach();
+TEST_F(AttachedEvents, DerivedRdThatChangesWithTheRouterIdIsReported) {
   Commit("frr-derived", {"vrf red rd 10.0.0.1:2"});
   EXPECT_THAT(Commit("frr-derived", {"vrf red rd 10.0.0.9:2"}),
               ElementsAre("red rd 10.0.0.1:2(frr-derived) -> 10.0.0.9:2(frr-derived)"));
@@ -162,24 +165,21 @@ TEST_F(VpnEvents, WhatChangesNothingThatIsEffectiveIsNotReported) {
               IsEmpty());
 }
 
-TEST_F(VpnEvents, RdOfTheLowestFamilyIsTheVrfs) {
-  Attach();
+TEST_F(AttachedEvents, RdOfTheLowestFamilyIsTheVrfs) {
   EXPECT_THAT(Commit("frr", {"vrf red rd 65000:6 ipv6"}), ElementsAre("red rd none -> 65000:6(frr)"));
   EXPECT_THAT(Commit("frr", {"vrf red rd 65000:4 ipv4"}), ElementsAre("red rd 65000:6(frr) -> 65000:4(frr)"));
   EXPECT_THAT(Commit("frr", {"- vrf red rd 65000:4 ipv4"}),
               ElementsAre("red rd 65000:4(frr) -> 65000:6(frr)"));
 }
 
-TEST_F(VpnEvents, OneRdOfBothFamiliesIsOneChange) {
-  Attach();
+TEST_F(AttachedEvents, OneRdOfBothFamiliesIsOneChange) {
   EXPECT_THAT(Commit("frr", {"vrf red rd 65000:1 ipv4", "vrf red rd 65000:1 ipv6"}),
               ElementsAre("red rd none -> 65000:1(frr)"));
   EXPECT_THAT(Commit("frr", {"vrf red rd 65000:2 ipv4", "vrf red rd 65000:2 ipv6"}),
               ElementsAre("red rd 65000:1(frr) -> 65000:2(frr)"));
 }
 
-TEST_F(VpnEvents, FamilyWithAnRdOfItsOwnIsReportedByItself) {
-  Attach();
+TEST_F(AttachedEvents, FamilyWithAnRdOfItsOwnIsReportedByItself) {
   EXPECT_THAT(Commit("frr", {"vrf red rd 65000:4 ipv4", "vrf red rd 65000:25 evpn"}),
               ElementsAre("red rd none -> 65000:4(frr)", "red rd 25 none -> 65000:25(frr)"));
   EXPECT_THAT(Commit("frr", {"vrf red rd 65000:26 evpn"}),
@@ -251,8 +251,7 @@ TEST_F(VpnEvents, VrfDeletedAndCreatedInOneBatchIsNotReported) {
 
 // --- Route targets
 
-TEST_F(VpnEvents, RouteTargetsAreReportedByDirectionAndFamily) {
-  Attach();
+TEST_F(AttachedEvents, RouteTargetsAreReportedByDirectionAndFamily) {
   EXPECT_THAT(Commit("file", {"vrf red rt both 65000:1"}),
               ElementsAre("red import 1 none -> 65000:1(file)", "red import 2 none -> 65000:1(file)",
                           "red export 1 none -> 65000:1(file)", "red export 2 none -> 65000:1(file)"));
@@ -262,8 +261,7 @@ TEST_F(VpnEvents, RouteTargetsAreReportedByDirectionAndFamily) {
               ElementsAre("red export 2 65000:1(file) -> none"));
 }
 
-TEST_F(VpnEvents, RouteTargetThatTakesThePlaceOfAnotherIsOneChange) {
-  Attach();
+TEST_F(AttachedEvents, RouteTargetThatTakesThePlaceOfAnotherIsOneChange) {
   Commit("frr-derived", {"vrf red rt import 10.0.0.1:2 ipv4", "vrf red rt import 10.0.0.1:3 ipv4"});
   EXPECT_THAT(
       Commit("frr-derived", {"- vrf red rt import 10.0.0.1:2 ipv4", "- vrf red rt import 10.0.0.1:3 ipv4",
@@ -278,8 +276,7 @@ TEST_F(VpnEvents, RouteTargetThatTakesThePlaceOfAnotherIsOneChange) {
 }
 
 // The suite's source commits what is derived before what is configured.
-TEST_F(VpnEvents, ValueThatPassesFromOneOwnerToAnotherAtOnceIsOneChange) {
-  Attach();
+TEST_F(AttachedEvents, ValueThatPassesFromOneOwnerToAnotherAtOnceIsOneChange) {
   Commit("frr-derived",
          {"vrf red rd 10.0.0.1:2", "vrf red rt import 65000:1 ipv4", "vrf red rt import 65000:2 ipv4"});
   Make("frr-derived",
@@ -290,8 +287,7 @@ TEST_F(VpnEvents, ValueThatPassesFromOneOwnerToAnotherAtOnceIsOneChange) {
                           "red import 1 65000:1(frr-derived) -> none", "red import 1 none -> 65000:3(frr)"));
 }
 
-TEST_F(VpnEvents, EveryCommitOfOneBatchIsReported) {
-  Attach();
+TEST_F(AttachedEvents, EveryCommitOfOneBatchIsReported) {
   Make("cli", {"vrf red rd 65000:1"});
   Make("cli", {"vrf red rd 65000:2"});
   Make("cli", {"vrf red rd 65000:1"});
@@ -314,16 +310,14 @@ TEST_F(VpnEvents, RestartReportsNothing) {
   EXPECT_THAT(Reported(), IsEmpty());
 }
 
-TEST_F(VpnEvents, AnotherFormatOfAsNumbersIsNotReportedButUsedInTheNextReport) {
-  Attach();
+TEST_F(AttachedEvents, AnotherFormatOfAsNumbersIsNotReportedButUsedInTheNextReport) {
   ASSERT_EQ(bgp_util_asn_format_init_notify(manager_), kStatusOk);
   Commit("cli", {"vrf red rd 65538:1", "vrf red rt import 65538:1 ipv4"});
   EXPECT_THAT(Commit("cli", {"bgp as-format asdot"}), IsEmpty());
   EXPECT_THAT(Commit("cli", {"vrf red rd 65538:2"}), ElementsAre("red rd 1.2:1(cli) -> 1.2:2(cli)"));
 }
 
-TEST_F(VpnEvents, LargeCommitIsReportedInRecordsThatAreNumbered) {
-  Attach();
+TEST_F(AttachedEvents, LargeCommitIsReportedInRecordsThatAreNumbered) {
   std::vector<std::string> lines;
   for (std::size_t at = 0; at < 2 * kMostVpnChanges + 1; ++at)
     lines.push_back("vrf red rt import 65000:" + std::to_string(at) + " ipv4");
@@ -333,8 +327,7 @@ TEST_F(VpnEvents, LargeCommitIsReportedInRecordsThatAreNumbered) {
                                     std::pair(513U, 1U)));
 }
 
-TEST_F(VpnEvents, RecordThatCannotBeSentIsLoggedAndLeavesAGap) {
-  Attach();
+TEST_F(AttachedEvents, RecordThatCannotBeSentIsLoggedAndLeavesAGap) {
   fault_arm("kvtree_prov_notify", kStatusIo);
   ::testing::internal::CaptureStderr();
   EXPECT_THAT(Commit("cli", {"vrf red rd 65000:1"}), IsEmpty());

@@ -110,10 +110,4 @@ void IfRecords::release(IfNode* node) {
   removed_.erase(node);
 }
 
-void IfRecords::clear() {
-  holders_.clear();
-  by_index_.clear();
-  removed_.clear();
-}
-
 }  // namespace vtab

@@ -71,7 +71,6 @@ class IfRecords {
   IfNode* remove(std::uint32_t index);
   // Frees a removed node without pending notifications.
   void release(IfNode* node);
-  void clear();
 
  private:
   void give_up_name(const IfNode* node, std::string_view name);

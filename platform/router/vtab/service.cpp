@@ -29,8 +29,8 @@ void Service::attach(router::Router* model) {
   if (model_ != nullptr) {
     model_->stop_observing(this);
     feed::drop(&receiver_);
-    vrfs.clear();
-    interfaces.clear();
+    vrfs = {};
+    interfaces = {};
     client = {};
     lock_holder.clear();
   }

@@ -110,13 +110,6 @@ void VrfRecords::remove(VrfNode* node) {
   by_name_.erase(found);
 }
 
-void VrfRecords::clear() {
-  by_table_.clear();
-  by_id_.clear();
-  by_name_.clear();
-  removed_.clear();
-}
-
 bool VrfRecords::allot_attributes(std::size_t attribute_size) {
   for (auto& [name, node] : by_name_) {
     node->attributes = calloc_tagged(1, attribute_size, kAttributeTag);

@@ -51,7 +51,6 @@ class VrfRecords {
   // Frees a removed node that no client uses.
   void release(const VrfNode* node) { removed_.erase(node); }
   std::size_t removed_count() const { return removed_.size(); }
-  void clear();
 
   // Gives every node a block of this size. Without memory it returns false, and no node has a block.
   bool allot_attributes(std::size_t attribute_size);
