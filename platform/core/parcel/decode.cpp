@@ -1,10 +1,9 @@
 // Decoding into a caller's record, and the release of what a record points to.
 //
-// The octets come from a peer. A record of this type begins with exactly the octets of its plan's prefix. A
-// count is compared with the remaining octets (every element takes at least its plan's encoded_size) before
-// memory for the elements is allocated, so that memory stays within a small multiple of the message. The
-// record is zeroed first and filled field by field; a partly filled record is released like any record. Any
-// thread; no state is stored.
+// The octets come from a peer. A count is compared with the remaining octets (every element takes at least
+// its structure's encoded_size) before memory for the elements is allocated, so that memory stays within a
+// small multiple of the message. The record is zeroed first and filled field by field; a partly filled record
+// is released like any record. Any thread; no state is stored.
 #include <cstdlib>
 #include <cstring>
 
@@ -12,7 +11,6 @@
 #include "platform/core/base/memory.h"
 #include "platform/core/parcel/cursor.h"
 #include "platform/core/parcel/parcel.h"
-#include "platform/core/parcel/plan.h"
 
 using namespace parcel_detail;
 
@@ -62,9 +60,11 @@ Status read_octets(Cursor* in, std::uint8_t* slot, std::uint32_t max) {
   return kStatusOk;
 }
 
-Status read_structure(Cursor* in, const Plan& plan, const PlanStructure& structure, std::uint8_t* record);
+Status read_structure(Cursor* in, const ParcelLayout& layout, const ParcelStructLayout& structure,
+                      std::uint8_t* record);
 
-Status read_structures(Cursor* in, const Plan& plan, const PlanStructure& structure, std::uint8_t* slot) {
+Status read_structures(Cursor* in, const ParcelLayout& layout, const ParcelStructLayout& structure,
+                       std::uint8_t* slot) {
   std::uint32_t count = 0;
   if (!in->u32(&count) || count > in->left() / structure.encoded_size) return kStatusBadEncoding;
   if (count == 0) return kStatusOk;
@@ -73,12 +73,14 @@ Status read_structures(Cursor* in, const Plan& plan, const PlanStructure& struct
   // Stored before the elements are read, so that a failure among them releases all.
   store(slot, 0, ParcelArray{count, elements});
   for (std::uint32_t i = 0; i < count; ++i) {
-    if (Status s = read_structure(in, plan, structure, elements + std::size_t{i} * structure.size)) return s;
+    if (Status s = read_structure(in, layout, structure, elements + std::size_t{i} * structure.size))
+      return s;
   }
   return kStatusOk;
 }
 
-Status read_field(Cursor* in, const Plan& plan, const PlanField& field, std::uint8_t* record) {
+Status read_field(Cursor* in, const ParcelLayout& layout, const ParcelFieldLayout& field,
+                  std::uint8_t* record) {
   std::uint8_t* slot = record + field.offset;
   switch (field.kind) {
     case FieldKind::kText:
@@ -90,50 +92,58 @@ Status read_field(Cursor* in, const Plan& plan, const PlanField& field, std::uin
     case FieldKind::kOctetArray:
       return read_octets(in, slot, field.max);
     case FieldKind::kStructures:
-      return read_structures(in, plan, plan.structures[field.nested], slot);
+      return read_structures(in, layout, layout.structures[field.nested], slot);
     default:
       return read_word(in, slot);
   }
 }
 
-Status read_structure(Cursor* in, const Plan& plan, const PlanStructure& structure, std::uint8_t* record) {
-  for (const PlanField& field : structure.fields) {
-    if (Status s = read_field(in, plan, field, record)) return s;
+Status read_structure(Cursor* in, const ParcelLayout& layout, const ParcelStructLayout& structure,
+                      std::uint8_t* record) {
+  for (const ParcelFieldLayout& field : structure.fields) {
+    if (Status s = read_field(in, layout, field, record)) return s;
   }
   return kStatusOk;
 }
 
-void release_structure(const Plan& plan, const PlanStructure& structure, std::uint8_t* record);
+void release_structure(const ParcelLayout& layout, const ParcelStructLayout& structure, std::uint8_t* record);
 
-void release_array(const Plan& plan, const PlanField& field, std::uint8_t* record) {
+void release_array(const ParcelLayout& layout, const ParcelFieldLayout& field, std::uint8_t* record) {
   const auto array = load<ParcelArray>(record, field.offset);
   if (field.kind == FieldKind::kStructures && array.elements != nullptr) {
-    const PlanStructure& nested = plan.structures[field.nested];
+    const ParcelStructLayout& nested = layout.structures[field.nested];
     auto* element = static_cast<std::uint8_t*>(array.elements);
     for (std::uint64_t i = 0; i < array.count; ++i, element += nested.size)
-      release_structure(plan, nested, element);
+      release_structure(layout, nested, element);
   }
   std::free(array.elements);
   store(record, field.offset, ParcelArray{});
 }
 
-void release_structure(const Plan& plan, const PlanStructure& structure, std::uint8_t* record) {
-  for (const PlanField& field : structure.fields) {
+void release_structure(const ParcelLayout& layout, const ParcelStructLayout& structure,
+                       std::uint8_t* record) {
+  for (const ParcelFieldLayout& field : structure.fields) {
     if (field.kind == FieldKind::kText) {
       std::free(load<char*>(record, field.offset));
       store<char*>(record, field.offset, nullptr);
     } else if (field.kind == FieldKind::kOctets || field.kind == FieldKind::kStructures ||
                field.kind == FieldKind::kOctetArray) {
-      release_array(plan, field, record);
+      release_array(layout, field, record);
     }
   }
 }
 
-Status read_record(Cursor* in, const Plan& plan, std::uint8_t* record) {
-  const std::uint8_t* prefix = nullptr;
-  if (!in->octets(plan.prefix.size(), &prefix)) return kStatusBadEncoding;
-  if (std::memcmp(prefix, plan.prefix.data(), plan.prefix.size()) != 0) return kStatusBadEncoding;
-  if (Status s = read_structure(in, plan, plan.structures[0], record)) return s;
+bool has_prefix(Cursor* in, const ParcelDescription& description) {
+  Prefix prefix;
+  return read_prefix(in, &prefix) && prefix.type_name == description.type_name &&
+         prefix.version == description.version && prefix.reader_version == description.reader_version &&
+         prefix.hash == description.schema_hash;
+}
+
+Status read_record(Cursor* in, const ParcelDescription& description, std::uint8_t* record) {
+  if (!has_prefix(in, description)) return kStatusBadEncoding;
+  const ParcelLayout& layout = *description.layout;
+  if (Status s = read_structure(in, layout, layout.structures[0], record)) return s;
   return in->left() == 0 ? kStatusOk : kStatusBadEncoding;
 }
 
@@ -142,18 +152,17 @@ Status read_record(Cursor* in, const Plan& plan, std::uint8_t* record) {
 Status parcel_decode(const ParcelDescription* description, const std::uint8_t* data, std::size_t length,
                      void* record) {
   if (record == nullptr) return kStatusInvalid;
-  const Plan* plan = plan_for(description);
-  if (plan == nullptr) return kStatusBadDescription;
+  if (description == nullptr) return kStatusBadDescription;
+  const ParcelLayout& layout = *description->layout;
   auto* octets = static_cast<std::uint8_t*>(record);
-  const std::uint32_t size = plan->structures[0].size;
-  std::memset(octets, 0, size);
+  std::memset(octets, 0, layout.structures[0].size);
   if (Status s = fault_check("parcel_decode")) return s;
   if (data == nullptr || length > kParcelMaxSize) return kStatusBadEncoding;
   Cursor in(data, length);
-  const Status status = read_record(&in, *plan, octets);
+  const Status status = read_record(&in, *description, octets);
   if (status != kStatusOk) {
-    release_structure(*plan, plan->structures[0], octets);
-    std::memset(octets, 0, size);
+    release_structure(layout, layout.structures[0], octets);
+    std::memset(octets, 0, layout.structures[0].size);
   }
   return status;
 }
@@ -161,8 +170,8 @@ Status parcel_decode(const ParcelDescription* description, const std::uint8_t* d
 Status parcel_free_indirections(const ParcelDescription* description, void* record) {
   if (Status s = fault_check("parcel_free_indirections")) return s;
   if (record == nullptr) return kStatusInvalid;
-  const Plan* plan = plan_for(description);
-  if (plan == nullptr) return kStatusBadDescription;
-  release_structure(*plan, plan->structures[0], static_cast<std::uint8_t*>(record));
+  if (description == nullptr) return kStatusBadDescription;
+  const ParcelLayout& layout = *description->layout;
+  release_structure(layout, layout.structures[0], static_cast<std::uint8_t*>(record));
   return kStatusOk;
 }

@@ -82,16 +82,22 @@ struct SchemaText {
   static constexpr auto kText = make();
 };
 
-// The offset of every slot of a structure.
-template <const auto& kStructure>
-struct SlotOffsets {
-  static constexpr std::size_t count() {
+// The layout of a structure, whose fields may have elements of any of kAll.
+template <const auto& kStructure, const auto&... kAll>
+struct StructLayout {
+  static constexpr std::uint32_t place_of(std::uint32_t number) {
+    const std::uint32_t numbers[] = {kAll.number...};
+    const auto* const found = std::find(std::begin(numbers), std::end(numbers), number);
+    if (found == std::end(numbers)) throw "the description lacks the structure of an array's elements";
+    return static_cast<std::uint32_t>(found - numbers);
+  }
+  static constexpr std::size_t slot_count() {
     std::size_t count = 0;
     for (const ParcelField& field : kStructure.fields) count += slots_of(field.type.kind).count;
     return count;
   }
-  static constexpr auto make() {
-    std::array<std::uint32_t, count()> offsets{};
+  static constexpr auto make_offsets() {
+    std::array<std::uint32_t, slot_count()> offsets{};
     std::size_t at = 0;
     for (const ParcelField& field : kStructure.fields) {
       const FieldSlots slots = slots_of(field.type.kind);
@@ -99,14 +105,29 @@ struct SlotOffsets {
     }
     return offsets;
   }
-  static constexpr auto kOffsets = make();
+  static constexpr auto make_fields() {
+    std::array<ParcelFieldLayout, kStructure.fields.size()> fields{};
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+      const auto& [name, offset, type] = kStructure.fields[i];
+      const bool is_array = type.kind == FieldKind::kStructures;
+      fields[i] = {type.kind, offset, is_array ? place_of(type.number) : 0, type.number};
+    }
+    return fields;
+  }
+  static constexpr std::uint32_t encoded_size() {
+    std::uint32_t size = 0;
+    for (const ParcelField& field : kStructure.fields) size += slots_of(field.type.kind).encoded_size;
+    return size;
+  }
+  static constexpr auto kOffsets = make_offsets();
+  static constexpr auto kFields = make_fields();
   static constexpr ParcelStructLayout kLayout = {kStructure.number, kStructure.size, kOffsets.data(),
-                                                 kOffsets.size()};
+                                                 kOffsets.size(),   kFields,         encoded_size()};
 };
 
 template <const auto&... kStructures>
 struct Layout {
-  static constexpr ParcelStructLayout kLayouts[] = {SlotOffsets<kStructures>::kLayout...};
+  static constexpr ParcelStructLayout kLayouts[] = {StructLayout<kStructures, kStructures...>::kLayout...};
   static constexpr ParcelLayout kLayout = {kLayouts, sizeof...(kStructures)};
 };
 
@@ -116,12 +137,14 @@ struct Layout {
 template <const auto&... kStructures>
 constexpr ParcelDescription parcel_description(const char* type_name, std::uint32_t version,
                                                std::uint32_t reader_version, const char* library) {
+  constexpr const auto& annotated = parcel_detail::SchemaText<true, kStructures...>::kText;
   return {1,
           type_name,
           version,
           reader_version,
           library,
           &parcel_detail::Layout<kStructures...>::kLayout,
-          parcel_detail::SchemaText<true, kStructures...>::kText.data(),
-          parcel_detail::SchemaText<false, kStructures...>::kText.data()};
+          annotated.data(),
+          parcel_detail::SchemaText<false, kStructures...>::kText.data(),
+          parcel_detail::schema_hash(annotated.data())};
 }

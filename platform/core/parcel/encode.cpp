@@ -1,4 +1,4 @@
-// Encoding: one pass over the record by its plan, into a buffer that doubles.
+// Encoding: one pass over the record by its layout, into a buffer that doubles.
 //
 // The record is the caller's own memory and is trusted to have the layout of its description. Counts without
 // elements are still refused, because a partly filled record is the most likely error. The result never
@@ -10,7 +10,6 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/base/memory.h"
 #include "platform/core/parcel/parcel.h"
-#include "platform/core/parcel/plan.h"
 
 using namespace parcel_detail;
 
@@ -96,20 +95,21 @@ Status put_octets(Buffer* out, std::uint64_t count, const void* octets, std::uin
   return out->put(octets, static_cast<std::size_t>(count));
 }
 
-Status put_structure(Buffer* out, const Plan& plan, const PlanStructure& structure,
+Status put_structure(Buffer* out, const ParcelLayout& layout, const ParcelStructLayout& structure,
                      const std::uint8_t* record);
 
-Status put_structures(Buffer* out, const Plan& plan, const PlanStructure& structure,
+Status put_structures(Buffer* out, const ParcelLayout& layout, const ParcelStructLayout& structure,
                       const ParcelArray& array) {
   if (Status s = put_count(out, array.count, array.elements, kParcelMaxSize)) return s;
   const auto* element = static_cast<const std::uint8_t*>(array.elements);
   for (std::uint64_t i = 0; i < array.count; ++i, element += structure.size) {
-    if (Status s = put_structure(out, plan, structure, element)) return s;
+    if (Status s = put_structure(out, layout, structure, element)) return s;
   }
   return kStatusOk;
 }
 
-Status put_field(Buffer* out, const Plan& plan, const PlanField& field, const std::uint8_t* record) {
+Status put_field(Buffer* out, const ParcelLayout& layout, const ParcelFieldLayout& field,
+                 const std::uint8_t* record) {
   switch (field.kind) {
     case FieldKind::kText:
       return put_text(out, slot<const char*>(record, field.offset));
@@ -124,19 +124,29 @@ Status put_field(Buffer* out, const Plan& plan, const PlanField& field, const st
       return put_octets(out, array.count, array.elements, field.max);
     }
     case FieldKind::kStructures:
-      return put_structures(out, plan, plan.structures[field.nested],
+      return put_structures(out, layout, layout.structures[field.nested],
                             slot<ParcelArray>(record, field.offset));
     default:
       return out->put_u32(slot<std::uint32_t>(record, field.offset));
   }
 }
 
-Status put_structure(Buffer* out, const Plan& plan, const PlanStructure& structure,
+Status put_structure(Buffer* out, const ParcelLayout& layout, const ParcelStructLayout& structure,
                      const std::uint8_t* record) {
-  for (const PlanField& field : structure.fields) {
-    if (Status s = put_field(out, plan, field, record)) return s;
+  for (const ParcelFieldLayout& field : structure.fields) {
+    if (Status s = put_field(out, layout, field, record)) return s;
   }
   return kStatusOk;
+}
+
+// The octets with which every record of the type begins.
+Status put_prefix(Buffer* out, const ParcelDescription& description) {
+  const auto format = static_cast<std::uint8_t>(description.format);
+  if (Status s = out->put(&format, 1)) return s;
+  if (Status s = put_text(out, description.type_name)) return s;
+  if (Status s = out->put_u32(description.version)) return s;
+  if (Status s = out->put_u32(description.reader_version)) return s;
+  return out->put_u32(description.schema_hash);
 }
 
 }  // namespace
@@ -145,13 +155,12 @@ Status parcel_encode(const ParcelDescription* description, const void* record, s
                      std::size_t* length) {
   if (Status s = fault_check("parcel_encode")) return s;
   if (record == nullptr || data == nullptr || length == nullptr) return kStatusInvalid;
-  const Plan* plan = plan_for(description);
-  if (plan == nullptr) return kStatusBadDescription;
+  if (description == nullptr) return kStatusBadDescription;
+  const ParcelLayout& layout = *description->layout;
   Buffer out;
-  if (Status s = out.put(plan->prefix.data(), plan->prefix.size())) return s;
-  if (Status s = put_structure(&out, *plan, plan->structures[0], static_cast<const std::uint8_t*>(record))) {
+  if (Status s = put_prefix(&out, *description)) return s;
+  if (Status s = put_structure(&out, layout, layout.structures[0], static_cast<const std::uint8_t*>(record)))
     return s;
-  }
   *data = out.release(length);
   return kStatusOk;
 }

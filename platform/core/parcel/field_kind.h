@@ -42,6 +42,13 @@ constexpr FieldSlots slots_of(FieldKind kind) {
   }
 }
 
+// FNV-1a, 32 bits: what an encoded record carries of its annotated schema.
+constexpr std::uint32_t schema_hash(std::string_view text) {
+  std::uint32_t hash = 2166136261U;
+  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+  return hash;
+}
+
 constexpr std::uint32_t align_slot(std::uint32_t offset, std::uint32_t width) {
   return (offset + width - 1) / width * width;
 }

@@ -20,10 +20,19 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "platform/core/base/status.h"
+#include "platform/core/parcel/field_kind.h"
+
+// What encoding and decoding need of a field.
+struct ParcelFieldLayout {
+  parcel_detail::FieldKind kind;
+  std::uint32_t offset;  // of the first slot
+  std::uint32_t nested;  // kStructures: the elements' place in ParcelLayout::structures
+  std::uint32_t max;     // kOctetArray: most octets
+};
 
 // Layout of one structure: its number, its size in octets and the offset of every field slot in schema order
 // (a field of two slots, y or an array, has two offsets).
@@ -32,6 +41,8 @@ struct ParcelStructLayout {
   std::uint32_t size;
   const std::uint32_t* offsets;
   std::uint32_t offset_count;
+  std::span<const ParcelFieldLayout> fields;
+  std::uint32_t encoded_size;  // least octets of one encoded structure
 };
 
 // The top structure first, then the nested ones.
@@ -49,6 +60,7 @@ struct ParcelDescription {
   const ParcelLayout* layout;
   const char* annotated_schema;
   const char* compact_schema;
+  std::uint32_t schema_hash;  // of the annotated schema
 };
 
 struct ParcelOctets {  // the `y` field: two slots
@@ -79,7 +91,8 @@ const ParcelDescription* parcel_find(const char* type_name);
 void parcel_registry_reset();
 
 // Encodes a record into a malloc'ed buffer that the caller frees. kStatusMessageTooLarge (the record, or an
-// array beyond its bound), kStatusNoMemory, kStatusInvalid (a count without elements), kStatusBadDescription.
+// array beyond its bound), kStatusNoMemory, kStatusInvalid (a count without elements), kStatusBadDescription
+// (null).
 // Fault points "parcel_encode", "calloc_tagged:parcel buffer".
 [[nodiscard]] Status parcel_encode(const ParcelDescription* description, const void* record,
                                    std::uint8_t** data, std::size_t* length);

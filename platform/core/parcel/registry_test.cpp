@@ -16,9 +16,10 @@
 namespace {
 
 namespace fs = std::filesystem;
+using test_records::encode;
 using test_records::kEverything;
 using test_records::kRow;
-using Octets = std::vector<std::uint8_t>;
+using test_records::Octets;
 
 class RegistryTest : public testing::Test {
  protected:
@@ -51,14 +52,6 @@ class RegistryTest : public testing::Test {
   }
   void WriteFile(const std::string& text) const { std::ofstream(File()) << text; }
 
-  static Octets Encode(const ParcelDescription& description, const void* record) {
-    std::uint8_t* data = nullptr;
-    std::size_t length = 0;
-    EXPECT_EQ(parcel_encode(&description, record, &data, &length), kStatusOk);
-    Octets octets(data, data + length);
-    std::free(data);
-    return octets;
-  }
   static std::string Json(const Octets& octets) {
     std::string json;
     EXPECT_EQ(parcel_to_json(octets.data(), octets.size(), &json), kStatusOk);
@@ -198,14 +191,14 @@ TEST_F(RegistryTest, JsonPrintsARecordOfARegisteredType) {
   Texts texts{"ge0/0", "red"};
   const test_records::Row row = row_of(&texts);
   EXPECT_EQ(
-      Json(Encode(kRow, &row)),
+      Json(encode(kRow, &row)),
       R"({"name":"ge0/0","index":7,"classification":-1,"protocol":192,"storage":2,"status":1,"vrf":"red"})");
 }
 
 TEST_F(RegistryTest, JsonNeedsOnlyTheRegistryFile) {
   ASSERT_EQ(Register({&kRow}), kStatusOk);
   const test_records::Row row{};
-  const Octets octets = Encode(kRow, &row);
+  const Octets octets = encode(kRow, &row);
   parcel_registry_reset();
   EXPECT_EQ(Json(octets),
             R"({"name":null,"index":0,"classification":0,"protocol":0,"storage":0,"status":0,"vrf":null})");
@@ -221,7 +214,7 @@ TEST_F(RegistryTest, JsonPrintsEveryFieldKind) {
   const test_records::Everything record = {text.data(), -1,          4294967295U,   255,          2,
                                            3,           {2, octets}, {2, branches}, {2, pointer}, nullptr};
   EXPECT_EQ(
-      Json(Encode(kEverything, &record)),
+      Json(encode(kEverything, &record)),
       R"({"text":"t","number":-1,"count":4294967295,"octet":255,"flag":true,"enumeration":3,"octets":"0aff",)"
       R"("branches":[{"family":1,"leaves":[{"kind":1,"value":"t"},{"kind":2,"value":null}],"policy":"t"},)"
       R"({"family":2,"leaves":[],"policy":null}],"pointer":[1,255],"last":null})");
@@ -232,7 +225,7 @@ TEST_F(RegistryTest, JsonTextsAreEscapedAndAlwaysUnicode) {
   Texts texts{"a\"b\\c\n\x7f \xc3\xa9 \xff\xe2\x82 \xc0\xaf \xed\xa0\x80 \xf0\x9f\x98\x80", ""};
   const test_records::Row row = row_of(&texts);
   const std::string bad = "\xef\xbf\xbd";
-  EXPECT_NE(Json(Encode(kRow, &row))
+  EXPECT_NE(Json(encode(kRow, &row))
                 .find("{\"name\":\"a\\\"b\\\\c\\u000a\\u007f \xc3\xa9 " + bad + bad + bad + " " + bad + bad +
                       " " + bad + bad + bad + " \xf0\x9f\x98\x80\""),
             std::string::npos);
@@ -240,15 +233,15 @@ TEST_F(RegistryTest, JsonTextsAreEscapedAndAlwaysUnicode) {
 
 TEST_F(RegistryTest, JsonOfAnUnknownTypeHasNoSuchRow) {
   const test_records::Row row{};
-  EXPECT_EQ(JsonStatus(Encode(kRow, &row)), kStatusNoSuchRow);
+  EXPECT_EQ(JsonStatus(encode(kRow, &row)), kStatusNoSuchRow);
 }
 
 TEST_F(RegistryTest, JsonOfAnotherDefinitionIsABadEncoding) {
   ASSERT_EQ(Register({&kRow}), kStatusOk);
-  static ParcelDescription other = kRow;
+  ParcelDescription other = kRow;
   other.version = 3;
   const test_records::Row row{};
-  const Octets octets = Encode(other, &row);
+  const Octets octets = encode(other, &row);
   EXPECT_EQ(JsonStatus(octets), kStatusBadEncoding);
   parcel_registry_reset();
   EXPECT_EQ(JsonStatus(octets), kStatusBadEncoding);
@@ -257,7 +250,7 @@ TEST_F(RegistryTest, JsonOfAnotherDefinitionIsABadEncoding) {
 TEST_F(RegistryTest, JsonOfOtherOctetsIsABadEncoding) {
   ASSERT_EQ(Register({&kEverything}), kStatusOk);
   const test_records::Everything record{};
-  Octets octets = Encode(kEverything, &record);
+  Octets octets = encode(kEverything, &record);
   std::string json = "untouched";
   EXPECT_EQ(parcel_to_json(nullptr, 0, &json), kStatusBadEncoding);
   EXPECT_EQ(parcel_to_json(octets.data(), octets.size(), nullptr), kStatusInvalid);

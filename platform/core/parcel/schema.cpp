@@ -139,10 +139,4 @@ Status parse_schema(std::string_view text, Schema* schema) {
   return kStatusOk;
 }
 
-std::uint32_t schema_hash(std::string_view text) {
-  std::uint32_t hash = 2166136261U;
-  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
-  return hash;
-}
-
 }  // namespace parcel_detail

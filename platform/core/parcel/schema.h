@@ -43,7 +43,4 @@ struct Schema {
 // kStatusBadDescription for a text that is not a schema.
 [[nodiscard]] Status parse_schema(std::string_view text, Schema* schema);
 
-// FNV-1a, 32 bits: what an encoded record carries of its annotated schema.
-std::uint32_t schema_hash(std::string_view text);
-
 }  // namespace parcel_detail

@@ -2,12 +2,26 @@
 #pragma once
 
 #include <array>
+#include <cstdlib>
+#include <vector>
 
 #include "platform/core/parcel/description.h"
 #include "platform/core/parcel/field_table.h"
 #include "platform/core/parcel/parcel.h"
 
 namespace test_records {
+
+using Octets = std::vector<std::uint8_t>;
+
+// None if the record does not encode; a record never encodes to nothing.
+inline Octets encode(const ParcelDescription& description, const void* record) {
+  std::uint8_t* data = nullptr;
+  std::size_t length = 0;
+  const Status status = parcel_encode(&description, record, &data, &length);
+  const Octets octets(data, data + (status == kStatusOk ? length : 0));
+  std::free(data);
+  return octets;
+}
 
 struct Leaf {
   std::uint32_t kind;
