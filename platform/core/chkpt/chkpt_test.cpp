@@ -20,11 +20,6 @@ using ::testing::internal::GetCapturedStderr;
 
 // --- Tables
 
-TEST_F(CheckpointTest, NewTableHasNoEarlierContents) {
-  EXPECT_FALSE(Start());
-  EXPECT_THAT(Rows(), IsEmpty());
-}
-
 TEST_F(CheckpointTest, TableThatAnEarlierProcessLeftEmptyHasNoEarlierContents) {
   Start();
   EXPECT_FALSE(Restart());

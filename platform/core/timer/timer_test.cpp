@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <random>
-#include <utility>
-#include <vector>
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
@@ -111,26 +108,6 @@ TEST_F(TimerTest, LeavesThatExpireTogetherRaiseOneEvent) {
   EXPECT_EQ(wake_ups, 1);
 }
 
-TEST_F(TimerTest, EarlierLeafIsNotHeldUpByALaterOne) {
-  Start(MakeLeaf(), 9);
-  Start(MakeLeaf(), 1);
-  PassTime(kSecond);
-  EXPECT_EQ(wake_ups, 1);
-  PassTime(8 * kSecond);
-  EXPECT_EQ(wake_ups, 2);
-}
-
-TEST_F(TimerTest, LaterLeafExpiresAfterTheFirstWasStopped) {
-  TimerLeaf* first = MakeLeaf();
-  Start(first, 1);
-  Start(MakeLeaf(), 2);
-  timer_leaf_stop(first);
-  PassTime(kSecond);
-  EXPECT_EQ(wake_ups, 0);
-  PassTime(kSecond);
-  EXPECT_EQ(wake_ups, 1);
-}
-
 TEST_F(TimerTest, FreedLeafParentAndTreeDoNotExpire) {
   TimerLeaf* leaf = MakeLeaf();
   Start(leaf, 1);
@@ -163,33 +140,6 @@ TEST_F(TimerTest, TreesAreApart) {
   timer_tree_free(other);
   PassTime(kSecond);
   EXPECT_EQ(wake_ups, 1);
-}
-
-TEST_F(TimerTest, RandomStartsAndStopsExpireLikeAPlainTable) {
-  std::mt19937 random(20);
-  constexpr int kLeaves = 200;
-  std::vector<TimerLeaf*> leaves;
-  std::vector<std::uint64_t> deadlines(kLeaves, 0);  // the model; 0: not running
-  for (int i = 0; i < kLeaves; ++i) leaves.push_back(MakeLeaf());
-  for (int step = 0; step < 2000; ++step) {
-    const std::size_t i = random() % kLeaves;
-    if (random() % 4 == 0) {
-      timer_leaf_stop(leaves[i]);
-      deadlines[i] = 0;
-    } else {
-      const std::uint32_t seconds = static_cast<std::uint32_t>(random() % 50);
-      Start(leaves[i], seconds);
-      deadlines[i] = clock_monotonic() + seconds * kSecond;
-    }
-    PassTime(kSecond / 4);
-    int expected = 0;
-    for (std::uint64_t& deadline : deadlines) {
-      if (deadline == 0 || deadline > clock_monotonic()) continue;
-      expected = 1;
-      deadline = 0;
-    }
-    EXPECT_EQ(std::exchange(wake_ups, 0), expected) << step;
-  }
 }
 
 TEST_F(TimerTest, BadArgumentsAreRefused) {

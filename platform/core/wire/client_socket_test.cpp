@@ -121,33 +121,33 @@ TEST_F(ClientSocketTest, ServerThatClosesIsNotConnected) {
   EXPECT_EQ(client.receive(&message), kStatusNotConnected);
 }
 
-TEST_F(ClientSocketTest, ServerOfAnotherVersionIsAVersionMismatch) {
-  server->stop();
-  event_set_acceptor(manager, [](int fd) {
-    Octets frame = Frame(kTypeVersionMismatch, 0, {});
-    frame[4] = kVersion + 1;
-    EXPECT_EQ(write(fd, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
-    ::close(fd);
-  });
-  ClientSocket client;
-  ASSERT_EQ(client.connect(path, 5000ms), kStatusOk);
-  Step();
-  Message message;
-  EXPECT_EQ(client.receive(&message), kStatusVersionMismatch);
-  EXPECT_FALSE(client.connected());
+// The client's first message from a server that sends these octets to everyone.
+class OtherServerTest : public ClientSocketTest {
+ protected:
+  Status ReceiveFrom(const Octets& octets) {
+    server->stop();
+    event_set_acceptor(manager, [octets](int fd) {
+      Write(fd, octets);
+      ::close(fd);
+    });
+    ClientSocket client;
+    EXPECT_EQ(client.connect(path, 5000ms), kStatusOk);
+    Step();
+    Message message;
+    const Status status = client.receive(&message);
+    EXPECT_FALSE(client.connected());
+    return status;
+  }
+};
+
+TEST_F(OtherServerTest, OfAnotherVersionIsAVersionMismatch) {
+  Octets frame = Frame(kTypeVersionMismatch, 0, {});
+  frame[4] = kVersion + 1;
+  EXPECT_EQ(ReceiveFrom(frame), kStatusVersionMismatch);
 }
 
-TEST_F(ClientSocketTest, RubbishFromTheServerIsABadMessage) {
-  server->stop();
-  event_set_acceptor(manager, [](int fd) {
-    EXPECT_EQ(write(fd, "0123456789abcdefgh", 18), 18);
-    ::close(fd);
-  });
-  ClientSocket client;
-  ASSERT_EQ(client.connect(path, 5000ms), kStatusOk);
-  Step();
-  Message message;
-  EXPECT_EQ(client.receive(&message), kStatusBadMessage);
+TEST_F(OtherServerTest, ThatSendsRubbishIsABadMessage) {
+  EXPECT_EQ(ReceiveFrom(Octets(18, 'x')), kStatusBadMessage);
 }
 
 // --- Peers

@@ -110,16 +110,6 @@ TEST_F(WireServerTest, BrokenStreamClosesOnlyItsClientWithALoggedReason) {
   EXPECT_EQ(server->client_count(), 1U);
 }
 
-TEST_F(WireServerTest, AnnouncedSizeBeyondTheBoundIsRefusedBeforeItsOctetsCome) {
-  const int client = ConnectRaw();
-  Octets header = Frame(kEcho, 1, {});
-  header[12] = header[13] = header[14] = header[15] = 0xff;
-  Write(client, header);
-  Step();
-  EXPECT_TRUE(IsClosed(client));
-  EXPECT_EQ(handled, 0);
-}
-
 TEST_F(WireServerTest, PeerOfAnotherVersionIsNotifiedAndClosed) {
   const int client = ConnectRaw();
   Octets frame = Frame(kEcho, 1, {});

@@ -376,14 +376,6 @@ TEST_F(ConfigFolding, ProcessThatEndsWithinFoldingLosesNothing) {
   EXPECT_THAT(History(), SizeIs(2));
 }
 
-TEST_F(ConfigFolding, LaterSmallCommitIsFoldedAfterwards) {
-  Make("script", Many(600, "x"), "");
-  Make("script", {SetTo("/cfg/many/000000", "newer")}, "");
-  RunAll();
-  Restart();
-  EXPECT_THAT(Effective("/cfg/many/000000"), ElementsAre("/cfg/many/000000=newer"));
-}
-
 TEST_F(ConfigFolding, LargeCommitWithoutNotificationLeavesNoRecord) {
   Make("user", Many(600, "x"), "");
   RunAll();

@@ -1,4 +1,4 @@
-// Tests of binding, providers, subscriptions, nodes, lists, key texts and requests from within the process.
+// Tests of binding, providers, subscriptions, nodes, key texts and requests from within the process.
 #include "platform/store/server/store.h"
 
 #include <fstream>
@@ -62,74 +62,6 @@ TEST(KeyText, MissingArgumentsAndFaultPointsFail) {
   EXPECT_EQ(out, nullptr);
 }
 
-// --- Lists
-
-TEST(Lists, DatalistIsReadInOrderAndAgain) {
-  KvDatalist* list = nullptr;
-  ASSERT_EQ(kvtree_datalist_create(&list), kStatusOk);
-  ASSERT_EQ(kvtree_datalist_add(list, "red", 7, 0, "abc", 3), kStatusOk);
-  ASSERT_EQ(kvtree_datalist_add(list, "blue", 7, 0, nullptr, 0), kStatusOk);
-  for (int round = 0; round < 2; ++round) {
-    const char* key = nullptr;
-    const void* value = nullptr;
-    std::size_t length = 0;
-    ASSERT_EQ(kvtree_datalist_start(list), kStatusOk);
-    ASSERT_EQ(kvtree_datalist_next(list, &key, &value, &length), kStatusOk);
-    EXPECT_STREQ(key, "red");
-    EXPECT_EQ(std::string(static_cast<const char*>(value), length), "abc");
-    ASSERT_EQ(kvtree_datalist_next(list, &key, nullptr, &length), kStatusOk);
-    EXPECT_STREQ(key, "blue");
-    EXPECT_EQ(length, 0U);
-    EXPECT_EQ(kvtree_datalist_next(list, nullptr, nullptr, nullptr), kStatusEndOfList);
-  }
-  kvtree_datalist_free(list);
-}
-
-TEST(Lists, ItemStaysValidWhileTheListGrows) {
-  KvDatalist* list = nullptr;
-  ASSERT_EQ(kvtree_datalist_create(&list), kStatusOk);
-  ASSERT_EQ(kvtree_datalist_add(list, "a short key", 7, 0, "value", 5), kStatusOk);
-  const char* key = nullptr;
-  const void* value = nullptr;
-  ASSERT_EQ(kvtree_datalist_next(list, &key, &value, nullptr), kStatusOk);
-  for (int i = 0; i < 1000; ++i) ASSERT_EQ(kvtree_datalist_add(list, "more", 7, 0, "m", 1), kStatusOk);
-  EXPECT_STREQ(key, "a short key");
-  EXPECT_EQ(std::memcmp(value, "value", 5), 0);
-  kvtree_datalist_free(list);
-}
-
-TEST(Lists, MissingArgumentsAreRefused) {
-  EXPECT_EQ(kvtree_list_create(nullptr), kStatusInvalid);
-  EXPECT_EQ(kvtree_datalist_create(nullptr), kStatusInvalid);
-  EXPECT_EQ(kvtree_list_add(nullptr, "a", 3, 0), kStatusInvalid);
-  EXPECT_EQ(kvtree_datalist_add(nullptr, "a", 7, 0, nullptr, 0), kStatusInvalid);
-  EXPECT_EQ(kvtree_datalist_start(nullptr), kStatusInvalid);
-  EXPECT_EQ(kvtree_datalist_next(nullptr, nullptr, nullptr, nullptr), kStatusInvalid);
-  KvDatalist* list = nullptr;
-  ASSERT_EQ(kvtree_datalist_create(&list), kStatusOk);
-  EXPECT_EQ(kvtree_datalist_add(list, nullptr, 7, 0, nullptr, 0), kStatusInvalid);
-  EXPECT_EQ(kvtree_datalist_add(list, "a", 7, 0, nullptr, 1), kStatusInvalid);
-  kvtree_datalist_free(list);
-  kvtree_list_free(nullptr);
-  kvtree_datalist_free(nullptr);
-}
-
-TEST(Lists, EachOperationFailsAtItsFaultPoint) {
-  KvList* list = nullptr;
-  KvDatalist* datalist = nullptr;
-  ExpectFault("kvtree_list_create", [&] { return kvtree_list_create(&list); });
-  ExpectFault("kvtree_datalist_create", [&] { return kvtree_datalist_create(&datalist); });
-  ASSERT_EQ(kvtree_list_create(&list), kStatusOk);
-  ASSERT_EQ(kvtree_datalist_create(&datalist), kStatusOk);
-  ExpectFault("kvtree_list_add", [&] { return kvtree_list_add(list, "a", 3, 0); });
-  ExpectFault("kvtree_datalist_add", [&] { return kvtree_datalist_add(datalist, "a", 7, 0, "x", 1); });
-  ExpectFault("kvtree_datalist_start", [&] { return kvtree_datalist_start(datalist); });
-  ExpectFault("kvtree_datalist_next",
-              [&] { return kvtree_datalist_next(datalist, nullptr, nullptr, nullptr); });
-  kvtree_list_free(list);
-  kvtree_datalist_free(datalist);
-}
-
 // --- Binding
 
 using Binding = StoreTest;
@@ -178,7 +110,12 @@ TEST_F(Binding, LibraryPathIsReadableAndCanBeOverridden) {
 
 // --- Subscriptions
 
-using Subscriptions = StoreTest;
+class Subscriptions : public StoreTest {
+ protected:
+  void Register(KvConnection* connection, KvNotificationEntry entry, const char* path = "") {
+    ASSERT_EQ(kvtree_register_notification(connection, path, 7, entry, manager, 0, 0, 4, nullptr), kStatusOk);
+  }
+};
 
 TEST_F(Subscriptions, ExistingNodesAreReplayedWhileRegistering) {
   ASSERT_EQ(SetText("/cfg/gl/vmap/b", "two"), kStatusOk);
@@ -241,7 +178,7 @@ TEST_F(Subscriptions, EachSubscriberIsNotified) {
 
 TEST_F(Subscriptions, NothingIsDeliveredAfterTheUnbind) {
   KvConnection* connection = Bind("/cfg/");
-  ASSERT_EQ(kvtree_register_notification(connection, "", 7, note, manager, 0, 0, 4, nullptr), kStatusOk);
+  Register(connection, note);
   ASSERT_EQ(SetText("/cfg/a", "one"), kStatusOk);  // under way
   ASSERT_EQ(kvtree_unbind(connection), kStatusOk);
   ASSERT_EQ(SetText("/cfg/a", "two"), kStatusOk);
@@ -251,16 +188,14 @@ TEST_F(Subscriptions, NothingIsDeliveredAfterTheUnbind) {
 
 TEST_F(Subscriptions, MissingEntryDropsNotifications) {
   ASSERT_EQ(SetText("/cfg/a", "one"), kStatusOk);
-  ASSERT_EQ(kvtree_register_notification(Bind("/cfg/"), "", 7, nullptr, manager, 0, 0, 4, nullptr),
-            kStatusOk);
+  Register(Bind("/cfg/"), nullptr);
   ASSERT_EQ(SetText("/cfg/a", "two"), kStatusOk);
   Run();
   EXPECT_THAT(TakeReceived(), IsEmpty());
 }
 
 TEST_F(Subscriptions, RegistrationPathIsBelowTheBindPoint) {
-  ASSERT_EQ(kvtree_register_notification(Bind("/cfg/"), "gl/vmap", 7, note, manager, 0, 0, 4, nullptr),
-            kStatusOk);
+  Register(Bind("/cfg/"), note, "gl/vmap");
   ASSERT_EQ(SetText("/cfg/gl/vmap/a", "one"), kStatusOk);
   ASSERT_EQ(SetText("/cfg/gl/b", "two"), kStatusOk);
   Run();
@@ -270,8 +205,7 @@ TEST_F(Subscriptions, RegistrationPathIsBelowTheBindPoint) {
 TEST_F(Subscriptions, NotificationHasItsPathBelowTheBindPoint) {
   static std::string path;
   const auto entry = [](const KvNotification* notification) { path = kvtree_notify_path(notification); };
-  ASSERT_EQ(kvtree_register_notification(Bind("/cfg/gl/"), "", 7, entry, manager, 0, 0, 4, nullptr),
-            kStatusOk);
+  Register(Bind("/cfg/gl/"), entry);
   ASSERT_EQ(SetText("/cfg/gl/vmap/a", "one"), kStatusOk);
   Run();
   EXPECT_EQ(path, "vmap/a");
@@ -286,7 +220,7 @@ TEST_F(Subscriptions, EntryMayChangeTheTreeDuringTheReplay) {
       EXPECT_EQ(kvtree_delete("/cfg/" + std::string(kvtree_notify_info(notification)->item_name)), kStatusOk);
     }
   };
-  ASSERT_EQ(kvtree_register_notification(Bind("/cfg/"), "", 7, entry, manager, 0, 0, 4, nullptr), kStatusOk);
+  Register(Bind("/cfg/"), entry);
   EXPECT_THAT(TakeReceived(), ElementsAre("a 3 one", "b 3 two"));
   Run();
   EXPECT_THAT(TakeReceived(), ElementsAre("a 4 none", "b 4 none"));
@@ -315,7 +249,7 @@ TEST_F(Subscriptions, EntryMayUnbindWhileItsQueueIsDelivered) {
     note(notification);
     EXPECT_EQ(kvtree_unbind(connection), kStatusOk);
   };
-  ASSERT_EQ(kvtree_register_notification(connection, "", 7, entry, manager, 0, 0, 4, nullptr), kStatusOk);
+  Register(connection, entry);
   ASSERT_EQ(SetText("/oper/x", "one"), kStatusOk);
   ASSERT_EQ(SetText("/oper/x", "two"), kStatusOk);
   kvtree_deliver("/oper/");

@@ -1,10 +1,12 @@
-// Finding an item of a datalist by its key: what a reader from the start to that key would see.
+// Lists and datalists: reading in order, and finding an item by its key: what a reader from the start to that
+// key would see.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "platform/core/base/test_fault.h"
 #include "platform/store/tree/datalist_filler.h"
 #include "platform/store/tree/kvtree.h"
 
@@ -135,6 +137,59 @@ TEST(Datalist, OwnerIsNotifiedOfTheEndOfItsListOnce) {
   kvtree_datalist_free(list);
   EXPECT_EQ(freed, std::vector<KvDatalist*>{list});
   kvtree_datalist_free(nullptr);
+}
+
+TEST_F(DatalistFind, ListIsReadInOrderAndAgain) {
+  Add("red", "abc");
+  Add("blue", "");
+  for (int round = 0; round < 2; ++round) {
+    ASSERT_EQ(kvtree_datalist_start(list_), kStatusOk);
+    EXPECT_EQ(Next(), "red=abc");
+    EXPECT_EQ(Next(), "blue=");
+    EXPECT_EQ(Next(), kEnd);
+  }
+}
+
+TEST_F(DatalistFind, ItemStaysValidWhileTheListGrows) {
+  Add("a short key", "value");
+  const char* key = nullptr;
+  const void* value = nullptr;
+  ASSERT_EQ(kvtree_datalist_next(list_, &key, &value, nullptr), kStatusOk);
+  for (int i = 0; i < 1000; ++i) Add("more", "m");
+  EXPECT_STREQ(key, "a short key");
+  EXPECT_EQ(std::memcmp(value, "value", 5), 0);
+}
+
+TEST(Lists, MissingArgumentsAreRefused) {
+  EXPECT_EQ(kvtree_list_create(nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_datalist_create(nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_list_add(nullptr, "a", 3, 0), kStatusInvalid);
+  EXPECT_EQ(kvtree_datalist_add(nullptr, "a", 7, 0, nullptr, 0), kStatusInvalid);
+  EXPECT_EQ(kvtree_datalist_start(nullptr), kStatusInvalid);
+  EXPECT_EQ(kvtree_datalist_next(nullptr, nullptr, nullptr, nullptr), kStatusInvalid);
+  KvDatalist* list = nullptr;
+  ASSERT_EQ(kvtree_datalist_create(&list), kStatusOk);
+  EXPECT_EQ(kvtree_datalist_add(list, nullptr, 7, 0, nullptr, 0), kStatusInvalid);
+  EXPECT_EQ(kvtree_datalist_add(list, "a", 7, 0, nullptr, 1), kStatusInvalid);
+  kvtree_datalist_free(list);
+  kvtree_list_free(nullptr);
+  kvtree_datalist_free(nullptr);
+}
+
+TEST(Lists, EachOperationFailsAtItsFaultPoint) {
+  KvList* list = nullptr;
+  KvDatalist* datalist = nullptr;
+  ExpectFault("kvtree_list_create", [&] { return kvtree_list_create(&list); });
+  ExpectFault("kvtree_datalist_create", [&] { return kvtree_datalist_create(&datalist); });
+  ASSERT_EQ(kvtree_list_create(&list), kStatusOk);
+  ASSERT_EQ(kvtree_datalist_create(&datalist), kStatusOk);
+  ExpectFault("kvtree_list_add", [&] { return kvtree_list_add(list, "a", 3, 0); });
+  ExpectFault("kvtree_datalist_add", [&] { return kvtree_datalist_add(datalist, "a", 7, 0, "x", 1); });
+  ExpectFault("kvtree_datalist_start", [&] { return kvtree_datalist_start(datalist); });
+  ExpectFault("kvtree_datalist_next",
+              [&] { return kvtree_datalist_next(datalist, nullptr, nullptr, nullptr); });
+  kvtree_list_free(list);
+  kvtree_datalist_free(datalist);
 }
 
 TEST_F(DatalistFind, MissingArgumentsAreInvalid) {
