@@ -163,6 +163,14 @@ struct Options {
   std::function<void(const Session&)> command;
 };
 
+// The command is called with this member when it is chosen.
+template <typename T>
+void on_choice(CLI::App* app, Options* options, void (*command)(const Session&, const T&),
+               T Options::*request) {
+  app->callback(
+      [=] { options->command = [=](const Session& session) { command(session, options->*request); }; });
+}
+
 void add_general_options(CLI::App& app, Options* options) {
   app.add_flag("--json", options->json, "JSON in place of text");
   app.add_option("--run-dir", options->run_directory, "The daemon's run directory")->type_name("DIR");
@@ -198,17 +206,13 @@ void add_show_routes(CLI::App& show, Options* options) {
   routes->add_option("VRF", options->routes.vrf, "The VRF")->required();
   routes->add_option("PREFIX", options->routes.prefix, "ADDRESS/LENGTH, or an address");
   routes->footer(kRoutesFooter);
-  routes->callback([options] {
-    options->command = [options](const Session& session) { show_routes(session, options->routes); };
-  });
+  on_choice(routes, options, show_routes, &Options::routes);
 }
 
 void add_show_route_targets(CLI::App& show, Options* options) {
   CLI::App* targets = show.add_subcommand("route-targets", "Shows the route targets of all VRFs, or of one");
   targets->add_option("VRF", options->vrf, "Only this VRF's");
-  targets->callback([options] {
-    options->command = [options](const Session& session) { show_route_targets(session, options->vrf); };
-  });
+  on_choice(targets, options, show_route_targets, &Options::vrf);
 }
 
 void add_show(CLI::App& app, Options* options) {
@@ -218,9 +222,7 @@ void add_show(CLI::App& app, Options* options) {
       ->callback([options] { options->command = show_scalars; });
   CLI::App* interfaces = show->add_subcommand("interfaces", "Shows the interfaces of all VRFs, or of one");
   interfaces->add_option("VRF", options->vrf, "Only this VRF's");
-  interfaces->callback([options] {
-    options->command = [options](const Session& session) { show_interfaces(session, options->vrf); };
-  });
+  on_choice(interfaces, options, show_interfaces, &Options::vrf);
   add_show_vrf(*show, options);
   add_show_route_targets(*show, options);
   add_show_routes(*show, options);
@@ -234,9 +236,7 @@ CLI::App* add_path_command(CLI::App& app, Options* options, PathCommand command,
   words->add_option("PATH", options->path.path, "The path in the data store")->required();
   add_structured(words, &options->path.structured);
   words->footer(kPathFooter);
-  words->callback([options, command] {
-    options->command = [options, command](const Session& session) { command(session, options->path); };
-  });
+  on_choice(words, options, command, &Options::path);
   return words;
 }
 
@@ -264,9 +264,7 @@ void add_debug(CLI::App& app, Options* options) {
       ->type_name("N")
       ->check(watching_time());
   command->footer(kDebugFooter);
-  command->callback([options] {
-    options->command = [options](const Session& session) { debug(session, options->debug); };
-  });
+  on_choice(command, options, debug, &Options::debug);
 }
 
 void add_trace(CLI::App& app, Options* options) {
@@ -275,9 +273,7 @@ void add_trace(CLI::App& app, Options* options) {
   command->add_option("BUFFER", options->trace.buffer, "A buffer, with or without \"mpls_vpn/\" before it");
   add_count(command, "--last", &options->trace.last, "Only the latest N entries");
   command->footer("Examples:\n  mplsvpn trace\n  mplsvpn trace error --last 20");
-  command->callback([options] {
-    options->command = [options](const Session& session) { trace(session, options->trace); };
-  });
+  on_choice(command, options, trace, &Options::trace);
 }
 
 void add_watch(CLI::App& app, Options* options) {

@@ -1,94 +1,15 @@
-// The commands against a data store that answers over its socket, with records that this test fills.
+// The commands against a data store that answers over its socket, with records that the tests fill.
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <map>
 
-#include "cli/served_test_fixture.h"
-#include "mpls/vpn/mib/src/records/layouts.h"
+#include "cli/show/show_test_fixture.h"
 
 namespace cli {
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-// What the provider below answers from.
-struct Row {
-  std::string name;
-  std::uint8_t protocol = 0;
-};
-struct ShorterFirst {
-  bool operator()(const std::pair<std::string, std::uint32_t>& left,
-                  const std::pair<std::string, std::uint32_t>& right) const {
-    return std::tuple(left.first.size(), left.first, left.second) <
-           std::tuple(right.first.size(), right.first, right.second);
-  }
-};
-struct Answers {
-  mpls_vpn_mib_scalars scalars{};
-  std::map<std::pair<std::string, std::uint32_t>, Row, ShorterFirst> rows;
-  unsigned reads_until_failure = 0;  // 0: never
-  Status failure = kStatusIo;
-  bool repeats = false;  // answers the first row whatever the key
-};
-Answers answers;
-
-Status encode(const ParcelDescription& description, const void* record, KvReply* reply) {
-  reply->kind = kKvKindRecord;
-  return parcel_encode(&description, record, &reply->data, &reply->length);
-}
-
-Status get_scalars(KvReply* reply, const RequestArgs*) {
-  return encode(kMibScalarsParcel, &answers.scalars, reply);
-}
-
-Status get_interface_next(KvReply* reply, const RequestArgs* args) {
-  if (kvtree_absent(args, 0) || kvtree_absent(args, 1)) return kStatusArgumentMissing;
-  if (answers.reads_until_failure != 0 && --answers.reads_until_failure == 0) return answers.failure;
-  auto row = answers.rows.lower_bound({args->arg[0].text, *args->arg[1].number});
-  if (answers.repeats) row = answers.rows.begin();
-  if (row == answers.rows.end()) return kStatusNoSuchRow;
-  std::string vrf = row->first.first;
-  mpls_vpn_mib_interface record{};
-  record.name = row->second.name.data();
-  record.ifConfIndex = static_cast<std::int32_t>(row->first.second);
-  record.vpnClassification = 2;
-  record.protocol = row->second.protocol;
-  record.storageType = 5;
-  record.rowStatus = 1;
-  record.vrfName = vrf.data();
-  return encode(kMibInterfaceParcel, &record, reply);
-}
-
-Status get_wrong_type(KvReply* reply, const RequestArgs*) {
-  mpls_vpn_mib_trap trap{};
-  return encode(kMibTrapParcel, &trap, reply);
-}
-
-constexpr KvRoute kRoutes[] = {
-    {"scalars", {.mode = 0, .get = get_scalars}},
-    {"interface-next/<s>/<n>", {.mode = kKvModeNext, .get = get_interface_next}},
-    {"wrong", {.mode = 0, .get = get_wrong_type}},
-};
-constexpr KvRoute kWrongRoutes[] = {{"scalars", {.mode = 0, .get = get_wrong_type}}};
-constexpr KvRoutingTable kTable = {kRoutes, std::size(kRoutes)};
-constexpr KvRoutingTable kWrongTable = {kWrongRoutes, std::size(kWrongRoutes)};
-const KvRoutingTable* table = &kTable;
-
-Status provide(const KvRequest* request, KvReply* reply) {
-  return kvtree_match_get(request, table, reply);
-}
-
-Status following(const KvReply* row, std::string* path) {
-  mpls_vpn_mib_interface record{};
-  if (const Status status = parcel_decode(&kMibInterfaceParcel, row->data, row->length, &record))
-    return status;
-  *path = "interface-next/" + kvtree_encode_text(record.vrfName) + "/" +
-          std::to_string(static_cast<std::uint32_t>(record.ifConfIndex) + 1);
-  return parcel_free_indirections(&kMibInterfaceParcel, &record);
-}
-constexpr KvWalkRule kWalkRules[] = {{"interface-next", following}};
 
 Status router_action(const KvActionContext&, const std::vector<std::string>& words, std::string* text,
                      void*) {
@@ -97,33 +18,16 @@ Status router_action(const KvActionContext&, const std::vector<std::string>& wor
   return words.at(1) == "refuse" ? kStatusExists : kStatusOk;
 }
 
-class Daemon : public ServedCommandLine {
+class Daemon : public ShowCommand {
  protected:
-  void SetUp() override {
-    ServedCommandLine::SetUp();
-    answers = Answers{};
-    table = &kTable;
-    KvProviderFunctions functions;
-    ASSERT_EQ(kvtree_init_prov_functions(&functions), kStatusOk);
-    functions.get = provide;
-    functions.walk_rules = kWalkRules;
-    functions.walk_rule_count = std::size(kWalkRules);
-    ASSERT_EQ(kvtree_register_prov2(provider_, "", manager_, &functions, 0, 1), kStatusOk);
-    ASSERT_EQ(mpls_vpn_mib_parcel_register(), kStatusOk);
-  }
-  void TearDown() override {
-    ServedCommandLine::TearDown();
-    parcel_registry_reset();
-  }
-
-  void AddRow(const std::string& vrf, std::uint32_t index, const std::string& name,
-              std::uint8_t protocol = 0x80) {
-    answers.rows[{vrf, index}] = {name, protocol};
+  static void AddRow(const std::string& vrf, std::uint32_t index, const std::string& name,
+                     std::uint8_t protocol = 0x80) {
+    fake.interfaces[{vrf, index}] = {name, protocol};
   }
 };
 
 TEST_F(Daemon, ScalarsAreShownWithTheirTitles) {
-  answers.scalars = {3, 2, 8, 1, 60, 5};
+  fake.scalars = {3, 2, 8, 1, 60, 5};
   EXPECT_EQ(Ask({"show", "scalars"}), kExitOk) << Err();
   EXPECT_EQ(Out(),
             "VRFs configured             3\n"
@@ -141,7 +45,7 @@ TEST_F(Daemon, ScalarsWithoutAReissueTimeShowNever) {
 }
 
 TEST_F(Daemon, ScalarsAsJsonHaveTheRecordsKeys) {
-  answers.scalars = {3, 2, 8, 1, 60, 5};
+  fake.scalars = {3, 2, 8, 1, 60, 5};
   EXPECT_EQ(AskForJson({"show", "scalars"}), (Json{{"configuredVrfs", 3},
                                                    {"activeVrfs", 2},
                                                    {"connectedInterfaces", 8},
@@ -213,7 +117,7 @@ TEST_F(Daemon, LargestIndexIsFollowedByTheNextVrf) {
 
 TEST_F(Daemon, OddVrfNamesTravelSafely) {
   for (const char* name : {"-", "a/b", "50%", "caf\xc3\xa9", "with blank"}) {
-    answers.rows.clear();
+    fake.interfaces.clear();
     AddRow(name, 1, "ge0");
     const Json rows = AskForJson({"show", "interfaces", name});
     ASSERT_EQ(rows.size(), 1U) << name;
@@ -223,7 +127,7 @@ TEST_F(Daemon, OddVrfNamesTravelSafely) {
 
 TEST_F(Daemon, TruncatedListIsNotValidJson) {
   for (std::uint32_t index = 1; index <= 1500; ++index) AddRow("red", index, "ge");
-  answers.reads_until_failure = 700;
+  fake.gets_until_failure = 700;
   EXPECT_EQ(Ask({"--json", "show", "interfaces"}), kExitFailed);
   EXPECT_FALSE(Json::accept(Out()));
   EXPECT_THAT(Err(), HasSubstr("Input/output error"));
@@ -231,13 +135,13 @@ TEST_F(Daemon, TruncatedListIsNotValidJson) {
 
 TEST_F(Daemon, TableThatRepeatsARowEnds) {
   AddRow("red", 1, "ge0");
-  answers.repeats = true;
+  fake.repeats = true;
   EXPECT_EQ(Ask({"show", "interfaces"}), kExitFailed);
   EXPECT_THAT(Err(), HasSubstr("the daemon repeats a row of the interface table"));
 }
 
 TEST_F(Daemon, GetShowsARecordOfAnyType) {
-  answers.scalars.configuredVrfs = 3;
+  fake.scalars.configuredVrfs = 3;
   EXPECT_EQ(AskForJson({"get", "scalars"})["configuredVrfs"], 3);
   EXPECT_EQ(AskForJson({"get", "/oper/mpls_vpn/gl/scalars"})["configuredVrfs"], 3);
   AddRow("red", 1, "ge0");
@@ -257,15 +161,16 @@ TEST_F(Daemon, FailureOfGetHasThePathAndTheReason) {
 }
 
 TEST_F(Daemon, GetOfATypeWithoutDescriptionIsAFailure) {
+  fake.answers_traps = true;
   parcel_registry_reset();
   std::filesystem::remove(Directory() + "/parcel.registry");
-  EXPECT_EQ(Ask({"get", "wrong"}), kExitFailed);
+  EXPECT_EQ(Ask({"get", "scalars"}), kExitFailed);
   EXPECT_THAT(Err(), HasSubstr("a record of type \"mpls_vpn_mib_trap\" that " + Directory() +
                                "/parcel.registry does not describe"));
 }
 
 TEST_F(Daemon, AnswerOfAnotherTypeIsAFailure) {
-  table = &kWrongTable;
+  fake.answers_traps = true;
   EXPECT_EQ(Ask({"show", "scalars"}), kExitFailed);
   EXPECT_THAT(Err(),
               HasSubstr("the answer is not of the type mpls_vpn_mib_scalars as this program knows it"));

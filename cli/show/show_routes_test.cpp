@@ -27,7 +27,7 @@ class ShowRoutes : public ShowCommand {
     AddRoute("red", "20010db8002100000000000000000000", 48, "20010db8001000010000000000000002",
              {.if_index = 11});
     AddRoute("blue", "0a000000", 8, "0a0a0a0a");
-    fake.interfaces[{"red", 11}] = "ge1";
+    fake.interfaces[{"red", 11}] = {"ge1"};
   }
   std::vector<std::string> PathsOf(const std::vector<std::string>& words) {
     std::vector<std::string> paths;
@@ -189,7 +189,7 @@ TEST_F(ShowRoutes, ManyRoutesAreReadInBatchesWithEachOnce) {
 
 TEST_F(ShowRoutes, NameOfThePathsInterfaceIsOfItsOwnVrf) {
   AddRoute("red", "0a000000", 8, "0a0a0a0a", {.if_index = 2});
-  fake.interfaces[{"blue", 2}] = "ge2";
+  fake.interfaces[{"blue", 2}] = {"ge2"};
   EXPECT_EQ(AskForJson({"show", "routes", "red"})[0]["interfaceName"], "");
 }
 

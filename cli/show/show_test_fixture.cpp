@@ -23,6 +23,7 @@ namespace {
 Status encode(const ParcelDescription& description, const void* record, KvReply* reply) {
   ++fake.requests;
   if (fake.failure != kStatusOk) return fake.failure;
+  if (fake.gets_until_failure != 0 && --fake.gets_until_failure == 0) return kStatusIo;
   reply->kind = kKvKindRecord;
   return parcel_encode(&description, record, &reply->data, &reply->length);
 }
@@ -206,15 +207,26 @@ Status datalist_invalid(KvListReply* reply, const RequestArgs* args) {
 
 // --- Interfaces, route targets, routes
 
+Status get_scalars(KvReply* reply, const RequestArgs* /*args*/) {
+  const mpls_vpn_mib_trap trap{};
+  return fake.answers_traps ? encode(kMibTrapParcel, &trap, reply)
+                            : encode(kMibScalarsParcel, &fake.scalars, reply);
+}
+
 Status get_interface_next(KvReply* reply, const RequestArgs* args) {
-  const auto found = fake.interfaces.lower_bound({name_of(args), *args->arg[1].number});
+  if (kvtree_absent(args, 1)) return kStatusArgumentMissing;
+  auto found = fake.interfaces.lower_bound({name_of(args), *args->arg[1].number});
+  if (fake.repeats) found = fake.interfaces.begin();
   if (found == fake.interfaces.end()) return kStatusNoSuchRow;
   std::string vrf = found->first.first;
-  std::string name = found->second;
   mpls_vpn_mib_interface row{};
   row.vrfName = vrf.data();
-  row.name = name.data();
+  row.name = found->second.name.data();
+  row.protocol = found->second.protocol;
   row.ifConfIndex = static_cast<std::int32_t>(found->first.second);
+  row.vpnClassification = 2;
+  row.storageType = 5;
+  row.rowStatus = 1;
   return encode(kMibInterfaceParcel, &row, reply);
 }
 
@@ -299,8 +311,8 @@ Status after_interface(const KvReply* row, std::string* path) {
   mpls_vpn_mib_interface record{};
   if (const Status status = parcel_decode(&kMibInterfaceParcel, row->data, row->length, &record))
     return status;
-  *path =
-      "interface-next/" + kvtree_encode_text(record.vrfName) + "/" + std::to_string(record.ifConfIndex + 1);
+  *path = "interface-next/" + kvtree_encode_text(record.vrfName) + "/" +
+          std::to_string(static_cast<std::uint32_t>(record.ifConfIndex) + 1);
   return parcel_free_indirections(&kMibInterfaceParcel, &record);
 }
 
@@ -342,6 +354,7 @@ constexpr KvRoute kRoutes[] = {
     {"vrf-detail-filter/<s>/<n>/<n>/<s>",
      {.mode = kKvModeNext, .list = list_details, .datalist = datalist_details}},
     {"vrf-invalid-detail/<s>", {.mode = 0, .get = get_invalid, .datalist = datalist_invalid}},
+    {"scalars", {.mode = 0, .get = get_scalars}},
     {"interface-next/<s>/<n>", {.mode = kKvModeNext, .get = get_interface_next}},
     {"rt-next/<s>/<n>/<n>", {.mode = kKvModeNext, .get = get_rt_next}},
     {"route/<s>/<n>/<n>/<n>/<s>/<s>", {.mode = 0, .get = get_route}},

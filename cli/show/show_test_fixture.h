@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cli/served_test_fixture.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
 
 namespace cli {
 
@@ -49,6 +50,11 @@ struct FakeRoute {
   std::vector<std::uint8_t> cross_connect = {0};
 };
 
+struct FakeInterface {
+  std::string name;
+  std::uint8_t protocol = 0;
+};
+
 struct FakeName : std::string {  // shorter first
   using std::string::string;
   FakeName(const std::string& text) : std::string(text) {}
@@ -68,15 +74,18 @@ struct FakeRouteKey {
 };
 
 struct FakeDaemon {
+  mpls_vpn_mib_scalars scalars{};
   std::map<FakeName, FakeVrf> vrfs;
   std::map<FakeName, std::vector<std::string>> invalid;
   std::map<std::pair<FakeName, std::uint32_t>, FakeRouteTarget> targets;  // by VRF and index
-  std::map<std::pair<FakeName, std::uint32_t>, std::string> interfaces;
+  std::map<std::pair<FakeName, std::uint32_t>, FakeInterface> interfaces;
   std::map<FakeRouteKey, FakeRoute> routes;
 
   Status failure = kStatusOk;             // of every get
   std::string hidden_row;                 // this VRF's MIB row is deleted
-  bool repeats = false;                   // lists repeat what they answered before
+  unsigned gets_until_failure = 0;        // the last of them fails; 0: none
+  bool repeats = false;                   // lists and rows repeat what they answered before
+  bool answers_traps = false;             // instead of the scalars
   std::uint32_t most_items = UINT32_MAX;  // a longer datalist is too large a message
   // What was asked.
   unsigned requests = 0;
