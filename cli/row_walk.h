@@ -33,8 +33,13 @@ struct RowSink {
 inline constexpr std::uint32_t kRowBatch = 512;
 
 // At most `most` rows; `end` when there are none. Throws Failure.
-kvtree::WalkResult fetch_rows(const Session& session, kvtree::Client& client, const std::string& path,
-                              std::uint32_t most);
+inline kvtree::WalkResult fetch_rows(const Session& session, kvtree::Client& client, const std::string& path,
+                                     std::uint32_t most) {
+  kvtree::WalkResult result = client.walk(path, most);
+  if (result.status == kStatusNoSuchRow) return {kStatusOk, {}, true};
+  if (result.status) throw request_failure(session, path, result.status);
+  return result;
+}
 
 template <typename T>
 class RowWalk {

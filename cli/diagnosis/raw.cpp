@@ -32,9 +32,23 @@ std::string indented(const Json& json) {
   return json.dump(2, ' ', false, Json::error_handler_t::replace);
 }
 
-// A list has no end mark of its own: as many items as asked for are most likely not all.
-void warn_of_cut(const Session& session, const PathRequest& request, std::size_t items) {
-  if (items < request.most) return;
+void show_items(const Session& session, const PathRequest& request, const std::string& path,
+                const kvtree::ListResult& result, bool has_records) {
+  if (result.status) throw request_failure(session, path, result.status);
+  JsonList list(session.out);
+  for (const kvtree::ListItem& item : result.items) {
+    Json shown = {{"key", item.key}, {"kind", item.kind}};
+    if (has_records) shown["record"] = record_json(session, path, item.record);
+    if (session.json) {
+      list.add(shown);
+    } else {
+      fmt::print(session.out, "{}\n", printable(item.key));
+      if (has_records) fmt::print(session.out, "{}\n", indented(shown["record"]));
+    }
+  }
+  if (session.json) list.end();
+  // A list has no end mark of its own: as many items as asked for are most likely not all.
+  if (result.items.size() < request.most) return;
   fmt::print(session.err, "mplsvpn: --max limits the list to {} items; there may be more\n", request.most);
 }
 
@@ -50,36 +64,14 @@ void get_record(const Session& session, const PathRequest& request) {
 
 void get_list(const Session& session, const PathRequest& request) {
   const std::string path = whole_path(request.path);
-  const kvtree::ListResult result = connect_to_daemon(session)->list(path, request.most, request.structured);
-  if (result.status) throw request_failure(session, path, result.status);
-  JsonList list(session.out);
-  for (const kvtree::ListItem& item : result.items) {
-    if (session.json) {
-      list.add({{"key", item.key}, {"kind", item.kind}});
-    } else {
-      fmt::print(session.out, "{}\n", printable(item.key));
-    }
-  }
-  if (session.json) list.end();
-  warn_of_cut(session, request, result.items.size());
+  const auto result = connect_to_daemon(session)->list(path, request.most, request.structured);
+  show_items(session, request, path, result, false);
 }
 
 void get_datalist(const Session& session, const PathRequest& request) {
   const std::string path = whole_path(request.path);
-  const kvtree::ListResult result =
-      connect_to_daemon(session)->datalist(path, request.most, request.structured);
-  if (result.status) throw request_failure(session, path, result.status);
-  JsonList list(session.out);
-  for (const kvtree::ListItem& item : result.items) {
-    const Json record = record_json(session, path, item.record);
-    if (session.json) {
-      list.add({{"key", item.key}, {"kind", item.kind}, {"record", record}});
-    } else {
-      fmt::print(session.out, "{}\n{}\n", printable(item.key), indented(record));
-    }
-  }
-  if (session.json) list.end();
-  warn_of_cut(session, request, result.items.size());
+  const auto result = connect_to_daemon(session)->datalist(path, request.most, request.structured);
+  show_items(session, request, path, result, true);
 }
 
 }  // namespace cli

@@ -1,49 +1,19 @@
 // The commands of the action "router".
-#include "sources/file/commands/router_action.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <sstream>
 #include <stdexcept>
 
-#include "platform/core/base/fault.h"
 #include "sources/file/commands/router_commands.h"
-#include "sources/file/reader/router_file.h"
+#include "sources/file/commands/router_commands_test_support.h"
 
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-class RouterCommands : public ::testing::Test {
- protected:
-  // Splits at blanks; '_' inside a word becomes a blank.
-  Status Say(const std::string& line, bool may_change = true) {
-    std::vector<std::string> words = {"router"};
-    std::istringstream stream(line);
-    for (std::string word; stream >> word;) {
-      std::replace(word.begin(), word.end(), '_', ' ');
-      words.push_back(word);
-    }
-    return action_.run(may_change, words, &text_);
-  }
-  void Do(const std::string& line) { ASSERT_EQ(Say(line), kStatusOk) << line << ": " << text_; }
-  const router::Interface& InterfaceNamed(const std::string& name) {
-    const router::Interface* interface = router_.find_interface_by_name(name);
-    if (interface == nullptr) throw std::runtime_error("no interface " + name);
-    return *interface;
-  }
-
-  router::Router router_;
-  int reloads_ = 0;
-  RouterAction action_{&router_, [this](std::string* text) {
-                         ++reloads_;
-                         *text = "loaded";
-                         return kStatusOk;
-                       }};
-  std::string text_;
-};
+const router::Interface& interface_named(const router::Router& model, const std::string& name) {
+  const router::Interface* interface = model.find_interface_by_name(name);
+  if (interface == nullptr) throw std::runtime_error("no interface " + name);
+  return *interface;
+}
 
 TEST_F(RouterCommands, HelpListsEveryCommand) {
   Do("");
@@ -130,7 +100,7 @@ TEST_F(RouterCommands, MembersOfADeletedVrfStillNameIt) {
   Do("add-interface ge0 index 1 vrf red");
   Do("delete-vrf red");
   EXPECT_EQ(router_.find_vrf("red"), nullptr);
-  EXPECT_EQ(InterfaceNamed("ge0").vrf, "red");
+  EXPECT_EQ(interface_named(router_, "ge0").vrf, "red");
 }
 
 TEST_F(RouterCommands, ReferenceIsAddedAndRemoved) {
@@ -143,16 +113,16 @@ TEST_F(RouterCommands, ReferenceIsAddedAndRemoved) {
 
 TEST_F(RouterCommands, AddedInterfaceHasTheGivenValues) {
   Do("add-interface ge0 index 5 down vrf red address 10.0.0.1/24 address 2001:db8::1/64 description to_red");
-  const router::Interface& ge0 = InterfaceNamed("ge0");
+  const router::Interface& ge0 = interface_named(router_, "ge0");
   EXPECT_EQ(ge0.index, 5U);
   EXPECT_FALSE(ge0.up);
   EXPECT_EQ(ge0.vrf, "red");
   EXPECT_EQ(ge0.addresses.size(), 2U);
   EXPECT_EQ(ge0.description, "to red");
   Do("add-interface ge1 index 6");
-  EXPECT_TRUE(InterfaceNamed("ge1").up);
+  EXPECT_TRUE(interface_named(router_, "ge1").up);
   Do("add-interface ge2 index 7 down up");
-  EXPECT_TRUE(InterfaceNamed("ge2").up);
+  EXPECT_TRUE(interface_named(router_, "ge2").up);
 }
 
 TEST_F(RouterCommands, BadWordsOfAnInterfaceAreNamed) {
@@ -170,9 +140,9 @@ TEST_F(RouterCommands, InterfaceIsSetDownUpAndDeleted) {
   Do("add-interface ge0 index 5");
   Do("down ge0");
   EXPECT_EQ(text_, "interface ge0 is down");
-  EXPECT_FALSE(InterfaceNamed("ge0").up);
+  EXPECT_FALSE(interface_named(router_, "ge0").up);
   Do("up ge0");
-  EXPECT_TRUE(InterfaceNamed("ge0").up);
+  EXPECT_TRUE(interface_named(router_, "ge0").up);
   Do("delete-interface ge0");
   EXPECT_EQ(text_, "interface ge0 removed");
   EXPECT_EQ(router_.interface_count(), 0U);
@@ -182,22 +152,22 @@ TEST_F(RouterCommands, InterfaceJoinsMovesAndLeaves) {
   Do("add-interface ge0 index 5");
   Do("join ge0 red");
   EXPECT_EQ(text_, "interface ge0 is in VRF red");
-  EXPECT_EQ(InterfaceNamed("ge0").vrf, "red");
+  EXPECT_EQ(interface_named(router_, "ge0").vrf, "red");
   Do("move ge0 blue");
-  EXPECT_EQ(InterfaceNamed("ge0").vrf, "blue");
+  EXPECT_EQ(interface_named(router_, "ge0").vrf, "blue");
   Do("leave ge0");
   EXPECT_EQ(text_, "interface ge0 is in no VRF");
-  EXPECT_EQ(InterfaceNamed("ge0").vrf, "default");
+  EXPECT_EQ(interface_named(router_, "ge0").vrf, "default");
 }
 
 TEST_F(RouterCommands, AddressesAreAddedAndRemoved) {
   Do("add-interface ge0 index 5 address 10.0.0.1/24");
   Do("add-address ge0 10.0.1.1/24");
-  EXPECT_EQ(InterfaceNamed("ge0").addresses.size(), 2U);
+  EXPECT_EQ(interface_named(router_, "ge0").addresses.size(), 2U);
   EXPECT_EQ(Say("add-address ge0 10.0.1.1/30"), kStatusExists);
   Do("delete-address ge0 10.0.0.1");
-  ASSERT_EQ(InterfaceNamed("ge0").addresses.size(), 1U);
-  EXPECT_EQ(router::format_address(InterfaceNamed("ge0").addresses[0]), "10.0.1.1/24");
+  ASSERT_EQ(interface_named(router_, "ge0").addresses.size(), 1U);
+  EXPECT_EQ(router::format_address(interface_named(router_, "ge0").addresses[0]), "10.0.1.1/24");
   EXPECT_EQ(Say("delete-address ge0 10.0.0.1"), kStatusNoSuchRow);
   EXPECT_EQ(Say("add-address ge0 10.0.1"), kStatusInvalid);
   EXPECT_EQ(Say("delete-address ge0 10.0.1"), kStatusInvalid);

@@ -1,13 +1,7 @@
 // Routes are added, replaced, removed and shown by command.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <sstream>
-
 #include "platform/core/base/clock.h"
-#include "platform/core/base/fault.h"
 #include "platform/router/model/route_test_support.h"
-#include "sources/file/commands/router_action.h"
+#include "sources/file/commands/router_commands_test_support.h"
 
 namespace {
 
@@ -18,27 +12,17 @@ using ::testing::HasSubstr;
 constexpr router::RouteTableId kRed{router::Family::kIpv4, 10};
 constexpr router::RouteTableId kRed6{router::Family::kIpv6, 10};
 
-class RouteCommands : public ::testing::Test {
+class RouteCommands : public RouterCommands {
  protected:
   RouteCommands() {
     Do("add-vrf red id 10");
     Do("add-interface ge1 index 11");
   }
-  Status Say(const std::string& line) {
-    std::vector<std::string> words = {"router"};
-    std::istringstream stream(line);
-    for (std::string word; stream >> word;) words.push_back(word);
-    return action_.run(true, words, &text_);
-  }
-  void Do(const std::string& line) { ASSERT_EQ(Say(line), kStatusOk) << line << ": " << text_; }
   std::vector<std::string> Rows(router::RouteTableId table = kRed) {
     return router::Walk(router_.routes(), table);
   }
 
   ManualClock clock_{1'700'000'000 * kNanosecondsPerSecond};
-  router::Router router_;
-  RouterAction action_{&router_, [](std::string*) { return kStatusOk; }};
-  std::string text_;
 };
 
 TEST_F(RouteCommands, PathIsAddedAndReported) {
