@@ -45,6 +45,14 @@ std::vector<std::string> affected_route_targets(BgpAsnFormat from, BgpAsnFormat 
 
 }  // namespace
 
+std::string format_target(const vrf_config::Target& target, BgpAsnFormat format) {
+  const bool has_two_forms =
+      target.type == vrf_config::Target::Type::kFourOctetAs && target.administrator > UINT16_MAX;
+  if (!has_two_forms || format == BgpAsnFormat::kAsplain) return vrf_config::target_text(target);
+  return std::to_string(target.administrator >> 16) + '.' +
+         std::to_string(target.administrator & UINT16_MAX) + ':' + std::to_string(target.assigned);
+}
+
 BgpAsnFormat configured_format() {
   const std::string text = effective_text(vrf_config::as_format({}).path);
   if (text.empty()) return BgpAsnFormat::kAsplain;
@@ -70,3 +78,8 @@ Status replay_route_targets(EventManager* manager, BgpAsnFormat from, BgpAsnForm
 }
 
 }  // namespace bgp_vpn
+
+std::string bgp_util_format_rd(std::string_view rd, BgpAsnFormat format) {
+  const std::optional<vrf_config::Target> target = vrf_config::parse_target(rd);
+  return target ? bgp_vpn::format_target(*target, format) : std::string(rd);
+}

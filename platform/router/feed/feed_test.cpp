@@ -50,6 +50,10 @@ class FeedTest : public testing::Test {
   }
   std::vector<std::string> Lines() { return std::exchange(lines_, {}); }
   void Run() { event_run_pending(manager_.get()); }
+  std::vector<std::string> Delivered() {
+    Run();
+    return Lines();
+  }
 
   TestRunDirectory directory_;
   std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
@@ -83,8 +87,7 @@ TEST_F(FeedTest, DeliversOnTheLoopByChangeThenByPhaseThenByArrival) {
   Append(2, Phase::kFollowUp, &first_, "follow-up 2");
   Append(2, Phase::kUp, &second_, "up 2");
   EXPECT_THAT(Lines(), IsEmpty());
-  Run();
-  EXPECT_THAT(Lines(),
+  EXPECT_THAT(Delivered(),
               ElementsAre("down 1", "record 1", "joined 1", "joined 1 too", "left 2", "up 2", "follow-up 2"));
   EXPECT_TRUE(is_empty());
 }
@@ -103,8 +106,7 @@ TEST_F(FeedTest, NotificationOfACallbackIsDeliveredAfterIt) {
     Append(2, Phase::kLeft, &second_, "appended");
     EXPECT_THAT(Lines(), ElementsAre("outer"));
   });
-  Run();
-  EXPECT_THAT(Lines(), ElementsAre("appended"));
+  EXPECT_THAT(Delivered(), ElementsAre("appended"));
 }
 
 TEST_F(FeedTest, DroppedReceiverGetsNothingMore) {
@@ -112,8 +114,7 @@ TEST_F(FeedTest, DroppedReceiverGetsNothingMore) {
   Append(2, Phase::kRecord, &second_, "two");
   Append(3, Phase::kRecord, &first_, "three");
   drop(&first_);
-  Run();
-  EXPECT_THAT(Lines(), ElementsAre("two"));
+  EXPECT_THAT(Delivered(), ElementsAre("two"));
 }
 
 TEST_F(FeedTest, FunctionRunsAfterAllThatWasPending) {
@@ -123,8 +124,7 @@ TEST_F(FeedTest, FunctionRunsAfterAllThatWasPending) {
   NoteLater("function");
   Append(1, Phase::kRecord, &first_, "record of the same change");
   Append(2, Phase::kLeft, &first_, "left 2");
-  Run();
-  EXPECT_THAT(Lines(), ElementsAre("left", "function", "record of the same change", "left 2"));
+  EXPECT_THAT(Delivered(), ElementsAre("left", "function", "record of the same change", "left 2"));
 }
 
 TEST_F(FeedTest, FunctionRunsWhenWhatItWaitsForIsDropped) {
@@ -139,8 +139,7 @@ TEST_F(FeedTest, FunctionNeverRunsInsideACallback) {
     NoteLater("function");
     EXPECT_THAT(Lines(), ElementsAre("left"));
   });
-  Run();
-  EXPECT_THAT(Lines(), ElementsAre("function"));
+  EXPECT_THAT(Delivered(), ElementsAre("function"));
 }
 
 TEST_F(FeedTest, FunctionsWaitForLostReceivers) {
@@ -149,8 +148,7 @@ TEST_F(FeedTest, FunctionsWaitForLostReceivers) {
   lose(&second_);
   NoteLater("function");
   Append(2, Phase::kRecord, &second_, "record");
-  Run();
-  EXPECT_THAT(Lines(), ElementsAre("record")) << "notifications are delivered meanwhile";
+  EXPECT_THAT(Delivered(), ElementsAre("record")) << "notifications are delivered meanwhile";
   recover(&first_);
   EXPECT_THAT(Lines(), IsEmpty());
   recover(&second_);

@@ -18,6 +18,11 @@ class Ifindex : public router::RouterTest {
   Ifindex() { ifindex_attach(&router_); }
   ~Ifindex() override { ifindex_attach(nullptr); }
 
+  static std::unique_ptr<KvDatalist, void (*)(KvDatalist*)> List() {
+    KvDatalist* list = nullptr;
+    EXPECT_EQ(ifindex_get_index_list(&list), kStatusOk);
+    return {list, kvtree_datalist_free};
+  }
   // "ge0=7 ge1=5 "
   static std::string TextOf(KvDatalist* list) {
     std::string text;
@@ -51,70 +56,59 @@ TEST_F(Ifindex, UnknownNameFailsAndWritesNothing) {
 TEST_F(Ifindex, ListHoldsEveryInterface) {
   AddInterface("ge0", 7);
   AddInterface("ge1", 5);
-  KvDatalist* list = nullptr;
-  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
-  EXPECT_EQ(TextOf(list), "ge0=7 ge1=5 ");
-  kvtree_datalist_free(list);
+  const auto list = List();
+  EXPECT_EQ(TextOf(list.get()), "ge0=7 ge1=5 ");
 }
 
 TEST_F(Ifindex, ListHasAnEntryWithoutAValueForAnIndexThatCannotBeRead) {
   AddInterface("ge0", 7);
   AddInterface("ge1", 5);
   const ScopedFault fault("ifindex_list_entry", kStatusIo, 2);
-  KvDatalist* list = nullptr;
-  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  const auto list = List();
   const char* key = nullptr;
   const void* value = nullptr;
   std::size_t length = 0;
-  EXPECT_EQ(kvtree_datalist_next(list, &key, &value, &length), kStatusOk);
+  EXPECT_EQ(kvtree_datalist_next(list.get(), &key, &value, &length), kStatusOk);
   EXPECT_EQ(length, 4U);
-  EXPECT_EQ(kvtree_datalist_next(list, &key, &value, &length), kStatusOk);
+  EXPECT_EQ(kvtree_datalist_next(list.get(), &key, &value, &length), kStatusOk);
   EXPECT_STREQ(key, "ge1");
   EXPECT_EQ(length, 0U);
-  kvtree_datalist_free(list);
 }
 
 TEST_F(Ifindex, EntryOfAListIsWithoutAValueOnceItsInterfaceIsRemovedRenamedOrHasAnotherIndex) {
   for (const char* name : {"ge0", "ge1", "ge2", "ge3"})
     AddInterface(name, 10U + static_cast<unsigned>(name[2]));
-  KvDatalist* list = nullptr;
-  KvDatalist* other = nullptr;
-  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
-  ASSERT_EQ(ifindex_get_index_list(&other), kStatusOk);
+  auto list = List();
+  const auto other = List();
   Remove("ge0");
-  EXPECT_EQ(TextOf(list), "ge0= ge1=59 ge2=60 ge3=61 ");
+  EXPECT_EQ(TextOf(list.get()), "ge0= ge1=59 ge2=60 ge3=61 ");
   AddInterface("ge0", 7);
   Rename("ge1", "ge9", 59);
   Rename("ge2", "ge2", 8);
-  EXPECT_EQ(TextOf(list), "ge0= ge1= ge2= ge3=61 ") << "no entry gets a new value";
-  EXPECT_EQ(TextOf(other), TextOf(list));
-  kvtree_datalist_free(list);
+  EXPECT_EQ(TextOf(list.get()), "ge0= ge1= ge2= ge3=61 ") << "no entry gets a new value";
+  EXPECT_EQ(TextOf(other.get()), TextOf(list.get()));
+  list.reset();
   Remove("ge3");
-  EXPECT_EQ(TextOf(other), "ge0= ge1= ge2= ge3= ");
-  kvtree_datalist_free(other);
+  EXPECT_EQ(TextOf(other.get()), "ge0= ge1= ge2= ge3= ");
   Remove("ge9");
 }
 
 TEST_F(Ifindex, EntryOfAnInterfaceThatOnlyWentUpKeepsItsValue) {
   AddInterface("ge0", 7);
-  KvDatalist* list = nullptr;
-  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  const auto list = List();
   router::Interface changed = *router_.find_interface_by_name("ge0");
   changed.up = true;
   changed.description = "to the customer";
   ASSERT_EQ(router_.change_interface(changed), kStatusOk);
   ASSERT_EQ(router_.move_interface(changed.handle, "red"), kStatusOk);
-  EXPECT_EQ(TextOf(list), "ge0=7 ");
-  kvtree_datalist_free(list);
+  EXPECT_EQ(TextOf(list.get()), "ge0=7 ");
 }
 
 TEST_F(Ifindex, ListOfAnotherModelHasNoValues) {
   AddInterface("ge0", 7);
-  KvDatalist* list = nullptr;
-  ASSERT_EQ(ifindex_get_index_list(&list), kStatusOk);
+  const auto list = List();
   ifindex_attach(nullptr);
-  EXPECT_EQ(TextOf(list), "ge0= ");
-  kvtree_datalist_free(list);
+  EXPECT_EQ(TextOf(list.get()), "ge0= ");
 }
 
 TEST_F(Ifindex, WithoutAModelTheServiceIsUnavailable) {

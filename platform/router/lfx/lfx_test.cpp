@@ -78,11 +78,13 @@ TEST_F(LabelDatabase, DeepStackFillsTheIndexAndNoMore) {
   EXPECT_EQ(index[14], 5);
 }
 
-TEST_F(LabelDatabase, IndexStaysWhileTheRouteStays) {
+TEST_F(LabelDatabase, IndexStaysWhileTheRouteAndItsLabelsStay) {
   Put(10, "10.0.0.0/8", "192.0.2.1", {100});
   const Index before = IndexOf(10, "10.0.0.0", 8);
   Put(10, "11.0.0.0/8", "192.0.2.1", {200});
   EXPECT_EQ(IndexOf(10, "10.0.0.0", 8), before);
+  Put(10, "10.0.0.0/8", "192.0.2.1", {101});
+  EXPECT_NE(IndexOf(10, "10.0.0.0", 8), before);
 }
 
 TEST_F(LabelDatabase, EveryLabelledRouteHasItsOwnIndex) {
@@ -96,13 +98,6 @@ TEST_F(LabelDatabase, EveryLabelledRouteHasItsOwnIndex) {
     }
   }
   EXPECT_EQ(indexes.size(), 8U);
-}
-
-TEST_F(LabelDatabase, OtherLabelsGiveAnotherIndex) {
-  Put(10, "10.0.0.0/8", "192.0.2.1", {100});
-  const Index before = IndexOf(10, "10.0.0.0", 8);
-  Put(10, "10.0.0.0/8", "192.0.2.1", {101});
-  EXPECT_NE(IndexOf(10, "10.0.0.0", 8), before);
 }
 
 TEST_F(LabelDatabase, FirstLabelledPathOfSeveralCounts) {

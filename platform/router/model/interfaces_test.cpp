@@ -49,7 +49,7 @@ TEST_F(RouterModel, BadInterfacesAreRefused) {
 
 TEST_F(RouterModel, RenamedInterfaceKeepsItsHandleAndMembership) {
   const std::uint32_t handle = AddInterface("ge0", 7, "red");
-  Forget();
+  Lines();
   Interface next = MakeInterface("ge9", 9, "blue");
   next.handle = handle;
   next.up = true;
@@ -61,7 +61,6 @@ TEST_F(RouterModel, RenamedInterfaceKeepsItsHandleAndMembership) {
   EXPECT_EQ(router_.find_interface(handle)->vrf, "red") << "membership moves by move_interface only";
   EXPECT_THAT(Lines(), ElementsAre("records: changed ge0 to ge9 up", "members: changed ge0 to ge9 up",
                                    "other: changed ge0 to ge9 up"));
-  Forget();
   EXPECT_EQ(router_.change_interface(next), kStatusOk);
   EXPECT_THAT(Lines(), ElementsAre()) << "nothing differed";
 }
@@ -84,7 +83,7 @@ TEST_F(RouterModel, ChangeToATakenNameOrIndexIsRefused) {
 
 TEST_F(RouterModel, RemovalIsNotifiedInReverseRankOrderWithTheMembership) {
   const std::uint32_t handle = AddInterface("ge0", 7, "red");
-  Forget();
+  Lines();
   EXPECT_EQ(router_.remove_interface(handle), kStatusOk);
   EXPECT_THAT(Lines(), ElementsAre("other: removed ge0 in red", "members: removed ge0 in red",
                                    "records: removed ge0 in red"));
@@ -102,11 +101,10 @@ TEST_F(RouterModel, InterfaceAddedAgainHasANewHandle) {
 
 TEST_F(RouterModel, MoveNamesTheVrfThatWasLeft) {
   const std::uint32_t handle = AddInterface("ge0", 7, "red");
-  Forget();
+  Lines();
   EXPECT_EQ(router_.move_interface(handle, "blue"), kStatusOk);
   EXPECT_THAT(Lines(), ElementsAre("other: moved ge0 from red to blue", "members: moved ge0 from red to blue",
                                    "records: moved ge0 from red to blue"));
-  Forget();
   EXPECT_EQ(router_.move_interface(handle, "blue"), kStatusOk);
   EXPECT_THAT(Lines(), ElementsAre()) << "it was there already";
   EXPECT_EQ(router_.move_interface(handle, ""), kStatusInvalid);
@@ -132,7 +130,7 @@ TEST_F(RouterModel, InterfacesAreVisitedInTheOrderOfAddition) {
 TEST_F(RouterModel, FailedInterfaceChangeLeavesTheModelAsItWas) {
   const std::uint32_t handle = AddInterface("ge0", 7, "red");
   const Interface before = *router_.find_interface(handle);
-  Forget();
+  Lines();
   for (const char* point : {"router_add_interface", "router_change_interface", "router_remove_interface",
                             "router_move_interface"}) {
     fault_arm(point, kStatusIo, 1, 0);

@@ -44,7 +44,7 @@ TEST_F(RouterModel, BadNamesAndIdZeroAreRefused) {
 
 TEST_F(RouterModel, ChangeReplacesEverythingButNameAndId) {
   AddVrf("red", 10);
-  Forget();
+  Lines();
   Vrf next = MakeVrf("red", 99);
   next.ipv4_table = 1010;
   next.rd = "65000:1";
@@ -53,7 +53,6 @@ TEST_F(RouterModel, ChangeReplacesEverythingButNameAndId) {
   EXPECT_EQ(router_.find_vrf("red")->ipv4_table, 1010U);
   EXPECT_EQ(router_.find_vrf("red")->rd, "65000:1");
   EXPECT_THAT(Lines(), ElementsAre("records: changed red", "members: changed red", "other: changed red"));
-  Forget();
   EXPECT_EQ(router_.change_vrf(next), kStatusOk);
   EXPECT_THAT(Lines(), ElementsAre()) << "nothing differed";
 }
@@ -70,7 +69,7 @@ TEST_F(RouterModel, DefaultVrfMayChangeButNotBeDeleted) {
 
 TEST_F(RouterModel, ObserversAreNotifiedOfADeletionInReverseRankOrder) {
   AddVrf("red", 10);
-  Forget();
+  Lines();
   EXPECT_EQ(router_.delete_vrf("red"), kStatusOk);
   EXPECT_THAT(Lines(), ElementsAre("other: deleted red", "members: deleted red", "records: deleted red"));
   EXPECT_EQ(router_.find_vrf("red"), nullptr);
@@ -85,7 +84,7 @@ TEST_F(RouterModel, ReferenceOutlivesTheVrf) {
   AddVrf("red", 10);
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
   EXPECT_TRUE(router_.is_referenced("red"));
-  Forget();
+  Lines();
   EXPECT_EQ(router_.unreference_vrf("red"), kStatusOk);
   EXPECT_THAT(Lines(), ElementsAre("other: unreferenced red", "members: unreferenced red",
                                    "records: unreferenced red"));
@@ -94,7 +93,7 @@ TEST_F(RouterModel, ReferenceOutlivesTheVrf) {
 
 TEST_F(RouterModel, ReferenceToAnExistingVrfIsNotNotified) {
   AddVrf("red", 10);
-  Forget();
+  Lines();
   EXPECT_EQ(router_.reference_vrf("red"), kStatusOk);
   EXPECT_EQ(router_.unreference_vrf("red"), kStatusOk);
   EXPECT_THAT(Lines(), ElementsAre());
@@ -103,7 +102,7 @@ TEST_F(RouterModel, ReferenceToAnExistingVrfIsNotNotified) {
 TEST_F(RouterModel, ReferenceLastsWhileAnyHolderNamesTheVrf) {
   using router::ReferenceHolder;
   ASSERT_EQ(router_.reference_vrf("red", ReferenceHolder::kSource), kStatusOk);
-  Forget();
+  Lines();
   EXPECT_EQ(router_.reference_vrf("red", ReferenceHolder::kConfiguration), kStatusOk);
   EXPECT_EQ(router_.reference_vrf("red", ReferenceHolder::kConfiguration), kStatusExists);
   EXPECT_EQ(router_.unreference_vrf("red", ReferenceHolder::kSource), kStatusOk);
@@ -171,7 +170,7 @@ TEST_F(RouterModel, ObserverThatStoppedIsNotNotified) {
 
 TEST_F(RouterModel, FailedVrfChangeLeavesTheModelAsItWas) {
   AddVrf("red", 10);
-  Forget();
+  Lines();
   for (const char* point : {"router_create_vrf", "router_change_vrf", "router_delete_vrf",
                             "router_reference_vrf", "router_unreference_vrf"}) {
     fault_arm(point, kStatusIo, 1, 0);

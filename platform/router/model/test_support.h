@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/router/model/router_test_support.h"
@@ -42,8 +43,7 @@ class RouterModel : public RouterTest {
     router_.observe(ObserverRank::kMembership, &members_);
   }
 
-  const std::vector<std::string>& Lines() const { return lines_; }
-  void Forget() { lines_.clear(); }
+  std::vector<std::string> Lines() { return std::exchange(lines_, {}); }  // since the last call
 
   std::vector<std::string> lines_;
   Listener records_{"records", &lines_};

@@ -11,6 +11,12 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+// "ge0" of "red" has an address of each family.
+class UsableInterface : public Records {
+ protected:
+  UsableInterface() { AddUsableInterface("ge0", 7, "red"); }
+};
+
 TEST_F(Records, InterfaceRecordShowsNameVrfAndIndex) {
   AddInterface("ge0", 7, "red");
   AddInterface("ge1", 8);
@@ -64,8 +70,7 @@ TEST_F(Records, RenamedInterfaceKeepsItsRecord) {
   EXPECT_THAT(InterfaceWalk(), ElementsAre("ge9=10", "ge1=20"));
 }
 
-TEST_F(Records, PendingEventsAreDeliveredBeforeAnInterfaceIsRenamed) {
-  AddUsableInterface("ge0", 7, "red");
+TEST_F(UsableInterface, PendingEventsAreDeliveredBeforeAnInterfaceIsRenamed) {
   StartClient();
   SetLink("ge0", true);
   EXPECT_THAT(Calls(), IsEmpty());
@@ -132,8 +137,7 @@ TEST_F(Records, AddressLookUpsHaveTheirFaultPointsAndRefuseNull) {
 
 // --- events ---
 
-TEST_F(Records, StateChangesAreReportedForBothFamilies) {
-  AddUsableInterface("ge0", 7, "red");
+TEST_F(UsableInterface, StateChangesAreReportedForBothFamilies) {
   StartClient();
   SetLink("ge0", true);
   EXPECT_THAT(Calls(), IsEmpty()) << "before the loop ran";
@@ -162,9 +166,7 @@ TEST_F(Records, FamiliesMayChangeInOppositeWaysAtOnce) {
   AddAddress("ge0", "10.1.2.3/24");
   SetLink("ge0", true);
   StartClient();
-  router::Interface interface = Current("ge0");
-  ASSERT_TRUE(router::parse_address("fe80::1/64", interface.addresses.data()));
-  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
+  ReplaceFirstAddress("ge0", "fe80::1/64");
   EXPECT_THAT(Delivered(), ElementsAre("if ge0 in red changes 2 1 record ge0"));
 }
 
@@ -191,8 +193,7 @@ TEST_F(Records, InterfaceAddedWhileUpIsReportedAsUp) {
   EXPECT_EQ(StatesOf("ge0"), "up down");
 }
 
-TEST_F(Records, ChangesThatCancelOutAreAllReportedInOrder) {
-  AddUsableInterface("ge0", 7, "red");
+TEST_F(UsableInterface, ChangesThatCancelOutAreAllReportedInOrder) {
   StartClient();
   for (const bool up : {true, false, true}) SetLink("ge0", up);
   EXPECT_THAT(Delivered(),
@@ -214,9 +215,8 @@ Status see_states(const char* if_name, const char* /*vrf_name*/) {
   return kStatusOk;
 }
 
-TEST_F(Records, LookUpsShowUpAfterTheCallbackAndDownInsideIt) {
+TEST_F(UsableInterface, LookUpsShowUpAfterTheCallbackAndDownInsideIt) {
   seen_states.clear();
-  AddUsableInterface("ge0", 7, "red");
   AddUsableInterface("ge1", 8, "red");
   StartClient();
   ASSERT_EQ(vtab_specify_if_callback(&see_states), kStatusOk);
@@ -235,16 +235,13 @@ TEST_F(Records, InterfaceThatChangesItsFamilyIsSeenAsItWasInItsCallback) {
   SetLink("ge0", true);
   StartClient();
   ASSERT_EQ(vtab_specify_if_callback(&see_states), kStatusOk);
-  router::Interface interface = Current("ge0");
-  ASSERT_TRUE(router::parse_address("2001:db8::1/64", interface.addresses.data()));
-  ASSERT_EQ(router_.change_interface(interface), kStatusOk);
+  ReplaceFirstAddress("ge0", "2001:db8::1/64");
   Run();
   EXPECT_THAT(seen_states, ElementsAre("ge0 up down"));
   EXPECT_EQ(StatesOf("ge0"), "down up");
 }
 
-TEST_F(Records, AddressWaitsForTheEventsBeforeIt) {
-  AddUsableInterface("ge0", 7, "red");
+TEST_F(UsableInterface, AddressWaitsForTheEventsBeforeIt) {
   StartClient();
   SetLink("ge0", true);
   AddAddress("ge0", "2001:db8::1/64");
@@ -256,8 +253,7 @@ TEST_F(Records, AddressWaitsForTheEventsBeforeIt) {
   EXPECT_EQ(vtab_get_if_next_ipv6_address(record, &cursor, words), kStatusOk);
 }
 
-TEST_F(Records, InterfaceRemovedWhileUpIsReportedAsDownWithItsRecord) {
-  AddUsableInterface("ge0", 7, "red");
+TEST_F(UsableInterface, InterfaceRemovedWhileUpIsReportedAsDownWithItsRecord) {
   AddInterface("ge1", 8, "red");
   SetLink("ge0", true);
   StartClient();
@@ -270,8 +266,7 @@ TEST_F(Records, InterfaceRemovedWhileUpIsReportedAsDownWithItsRecord) {
   EXPECT_EQ(vtab_get_if_record("ge0"), nullptr);
 }
 
-TEST_F(Records, NameOfARemovedInterfaceBelongsToItsSuccessorWhenTheRemovalIsDelivered) {
-  AddUsableInterface("ge0", 7, "red");
+TEST_F(UsableInterface, NameOfARemovedInterfaceBelongsToItsSuccessorWhenTheRemovalIsDelivered) {
   SetLink("ge0", true);
   StartClient();
   Remove("ge0");
@@ -281,8 +276,7 @@ TEST_F(Records, NameOfARemovedInterfaceBelongsToItsSuccessorWhenTheRemovalIsDeli
   EXPECT_EQ(vtab_get_if_record("ge0")->if_index, 9U);
 }
 
-TEST_F(Records, InterfaceMovedWhileUpIsReportedDownInTheFormerVrfAndUpInTheNewOne) {
-  AddUsableInterface("ge0", 7, "red");
+TEST_F(UsableInterface, InterfaceMovedWhileUpIsReportedDownInTheFormerVrfAndUpInTheNewOne) {
   SetLink("ge0", true);
   StartClient();
   Move("ge0", "blue");
@@ -292,8 +286,7 @@ TEST_F(Records, InterfaceMovedWhileUpIsReportedDownInTheFormerVrfAndUpInTheNewOn
   EXPECT_EQ(StatesOf("ge0"), "up up");
 }
 
-TEST_F(Records, EventOfAnInterfaceThatHasMovedHasItsRecord) {
-  AddUsableInterface("ge0", 7, "red");
+TEST_F(UsableInterface, EventOfAnInterfaceThatHasMovedHasItsRecord) {
   AddUsableInterface("ge1", 8, "red");
   StartClient();
   SetLink("ge0", true);

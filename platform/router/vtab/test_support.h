@@ -54,6 +54,11 @@ class Records : public router::RouterTest {
     ASSERT_TRUE(router::parse_address(address, &interface.addresses.emplace_back()));
     ChangeInterface(interface);
   }
+  void ReplaceFirstAddress(const std::string& name, const std::string& address) {
+    router::Interface interface = Current(name);
+    ASSERT_TRUE(router::parse_address(address, interface.addresses.data()));
+    ChangeInterface(interface);
+  }
   void RemoveAddresses(const std::string& name) {
     router::Interface interface = Current(name);
     interface.addresses.clear();

@@ -27,10 +27,6 @@ class InterfaceRow : public DaemonTest {
     const Decoded<mpls_vpn_mib_interface> row(kMibInterfaceParcel, reply_.Get());
     return std::string(row->vrfName) + "/" + std::to_string(row->ifConfIndex);
   }
-  void OnlyProviderAndErrors() {
-    OnlyArea(PROV);
-    mpls_vpn_debug_flags[ERR].enabled.store(1);
-  }
   // An interface of a VRF that has a complete record but is not in the VRF database.
   void AddInterfaceOfUnknownVrf() {
     AddVrf("red");

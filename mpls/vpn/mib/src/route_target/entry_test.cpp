@@ -30,10 +30,6 @@ class RtRow : public DaemonTest {
     return std::string(row->vrfName) + "/" + std::to_string(row->index) + "/" + std::to_string(row->type) +
            " " + row->rt + " " + description;
   }
-  void OnlyProviderAndErrors() {
-    OnlyArea(PROV);
-    mpls_vpn_debug_flags[ERR].enabled.store(1);
-  }
   Reply reply_;
 };
 

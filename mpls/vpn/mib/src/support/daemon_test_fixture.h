@@ -253,6 +253,10 @@ class DaemonTest : public testing::Test {
   static std::string Failure(const std::string& function, const std::string& what, Status status) {
     return "Error in " + function + ": " + what + ": " + err_text(status);
   }
+  void OnlyProviderAndErrors() {
+    OnlyArea(PROV);
+    mpls_vpn_debug_flags[ERR].enabled.store(1);
+  }
   // The act, during which the fault point fails once.
   static void WithFault(std::string_view point, Status status, const std::function<void()>& act) {
     const ScopedFault fault(point, status);
