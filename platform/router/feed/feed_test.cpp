@@ -92,6 +92,12 @@ TEST_F(FeedTest, DeliversOnTheLoopByChangeThenByPhaseThenByArrival) {
   EXPECT_TRUE(is_empty());
 }
 
+TEST_F(FeedTest, BatchHasFortyNotificationsUnlessTheReceiverSetsAnotherNumber) {
+  for (std::uint64_t change = 1; change <= 45; ++change) Append(change, Phase::kRecord, &first_, "record");
+  EXPECT_THAT(counts_between_batches(manager_.get(), 3, [this] { return Lines().size(); }),
+              ElementsAre(40U, 5U, 0U));
+}
+
 TEST_F(FeedTest, SmallestBatchBoundsAnIterationOfTheLoop) {
   first_.batch = 2;
   for (std::uint64_t change = 1; change <= 5; ++change) {
