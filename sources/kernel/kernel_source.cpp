@@ -37,10 +37,38 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
-#include "sources/kernel/links/link_dump.h"
+#include "sources/kernel/links/mirror.h"
 #include "sources/kernel/links/reconciler.h"
+#include "sources/kernel/netlink/dump.h"
 #include "sources/kernel/netlink/listener.h"
 #include "sources/kernel/routes/route_follower.h"
+
+namespace kernel {
+
+// Reads all links and then all addresses into a mirror.
+class LinkDump : public Dump {
+ public:
+  [[nodiscard]] Status begin() {
+    seen_ = Mirror{};
+    return Dump::begin({request_links(), request_addresses()});
+  }
+  Progress step(unsigned datagrams) {
+    return Dump::step(datagrams, [this](const nlmsghdr* message) {
+      events_.clear();
+      const bool good = parse_link_message(message, &events_);
+      for (const Event& event : events_) seen_.apply(event);
+      return good;
+    });
+  }
+  // What a complete dump has read.
+  Mirror take() { return std::exchange(seen_, Mirror{}); }
+
+ private:
+  Mirror seen_;
+  std::vector<Event> events_;  // of one message
+};
+
+}  // namespace kernel
 
 namespace {
 
@@ -157,9 +185,8 @@ void KernelSource::State::stop() {
 }
 
 void KernelSource::State::on_datagram(std::span<const std::uint8_t> datagram) {
-  ++counters.datagrams;
   scratch.clear();
-  counters.malformed += kernel::parse_link_datagram(datagram, &scratch).malformed;
+  kernel::parse_link_datagram(datagram, &scratch);
   for (kernel::Event& event : scratch) {
     mirror.apply(event);
     if (dump.is_open()) {
@@ -287,7 +314,6 @@ void KernelSource::State::finish_dump() {
 
 void KernelSource::State::adopt_dump(kernel::LinkDump* finished) {
   ++counters.dumps;
-  counters.malformed += finished->malformed();
   kernel::Mirror seen = finished->take();
   for (const kernel::Event& event : std::exchange(log, {})) {
     seen.apply(event);

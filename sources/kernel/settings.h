@@ -19,23 +19,19 @@ struct KernelSourceSettings {
 };
 
 struct KernelRouteCounters {
-  std::uint64_t datagrams = 0;           // of events
   std::uint64_t losses = 0;              // times that the kernel had to drop events
   std::uint64_t tables_read = 0;         // complete readings of one table
   std::uint64_t disturbed_readings = 0;  // those among them without removals
   std::uint64_t failures = 0;            // readings and receptions that failed
-  std::uint64_t malformed = 0;           // messages that contradict their own format
   std::uint64_t refused = 0;             // rows that the store refused
   std::uint64_t unresolved = 0;          // routes with an unknown next-hop object
 };
 
 struct KernelSourceCounters {
-  std::uint64_t datagrams = 0;        // of events
   std::uint64_t losses = 0;           // times that the kernel had to drop events
   std::uint64_t dumps = 0;            // complete dumps of links and addresses
   std::uint64_t disturbed_dumps = 0;  // those among them that changes interrupted
   std::uint64_t failures = 0;         // readings and receptions that failed
-  std::uint64_t malformed = 0;        // messages that contradict their own format
   std::uint64_t refused = 0;          // changes that the model refused
   KernelRouteCounters routes;
 };

@@ -152,12 +152,14 @@ void ExpectNoEvents(Parser parse, const Octets& datagram, unsigned malformed) {
 }
 
 inline Link VrfLink(const std::string& name, std::uint32_t index, std::uint32_t table) {
-  Link link;
-  link.index = index;
-  link.name = name;
-  link.is_vrf = true;
-  link.vrf_table = table;
-  return link;
+  return {.index = index, .name = name, .is_vrf = true, .vrf_table = table};
+}
+
+inline LinkAddress MakeAddress(std::uint32_t index, const std::string& text, bool secondary = false) {
+  LinkAddress address{.index = index, .secondary = secondary};
+  EXPECT_TRUE(router::parse_address(text, &address.address)) << text;
+  address.peer = address.address.octets;
+  return address;
 }
 
 // A recording: datagrams as received, each preceded by its length in four octets, most significant first.

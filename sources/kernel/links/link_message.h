@@ -21,8 +21,8 @@ inline constexpr std::size_t kLinkNameMax = 15;  // IFNAMSIZ without the termina
 
 struct Link {
   std::uint32_t index = 0;       // ifIndex, 1 to 2147483647
-  std::string name;              // 1 to 15 octets; empty in a mirror while it is ambiguous
-  std::string alias;             // up to 255 octets, any
+  std::string name{};            // 1 to 15 octets; empty in a mirror while it is ambiguous
+  std::string alias{};           // up to 255 octets, any
   bool is_vrf = false;           // a VRF device
   std::uint32_t vrf_table = 0;   // its routing table, never 0 for a VRF device
   std::uint32_t vrf_master = 0;  // index of the VRF device that this link is a port of; 0: none
@@ -31,8 +31,8 @@ struct Link {
 };
 
 struct LinkAddress {
-  std::uint32_t index = 0;  // the link's
-  router::Address address;  // the local address
+  std::uint32_t index = 0;    // the link's
+  router::Address address{};  // the local address
   // IFA_ADDRESS: the far end of a point-to-point address, otherwise the address itself.
   std::array<std::uint8_t, 16> peer{};
   std::uint8_t scope = 0;  // RT_SCOPE_UNIVERSE 0 ... RT_SCOPE_HOST 254

@@ -40,9 +40,7 @@ bool ipv6_before(const LinkAddress& left, const LinkAddress& right) {
 }
 
 void append_once(std::vector<router::Address>* list, const router::Address& address) {
-  if (std::find(list->begin(), list->end(), address) == list->end()) {
-    list->push_back(address);
-  }
+  if (std::ranges::find(*list, address) == list->end()) list->push_back(address);
 }
 
 }  // namespace
@@ -110,8 +108,8 @@ void Mirror::remove_link(std::uint32_t index) {
 
 void Mirror::update_address(const LinkAddress& address) {
   AddressList& list = addresses_[address.index];
-  const auto known = std::find_if(list.begin(), list.end(),
-                                  [&](const LinkAddress& each) { return each.same_address(address); });
+  const auto known =
+      std::ranges::find_if(list, [&](const LinkAddress& each) { return each.same_address(address); });
   if (known != list.end()) {
     if (*known == address) {
       return;

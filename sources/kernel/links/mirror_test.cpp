@@ -14,20 +14,7 @@ using ::testing::IsEmpty;
 class KernelMirror : public ::testing::Test {
  protected:
   static Link MakeLink(std::uint32_t index, const std::string& name) {
-    Link link;
-    link.index = index;
-    link.name = name;
-    return link;
-  }
-  static LinkAddress MakeAddress(std::uint32_t index, const std::string& text, std::uint8_t scope = 0,
-                                 bool secondary = false) {
-    LinkAddress address;
-    address.index = index;
-    EXPECT_TRUE(router::parse_address(text, &address.address)) << text;
-    address.peer = address.address.octets;
-    address.scope = scope;
-    address.secondary = secondary;
-    return address;
+    return {.index = index, .name = name};
   }
   void See(std::uint32_t index, const std::string& name) { mirror_.apply(LinkSeen{MakeLink(index, name)}); }
   void Delete(std::uint32_t index) { mirror_.apply(LinkRemoved{index}); }
@@ -112,7 +99,9 @@ TEST_F(KernelMirror, RepeatedAddressKeepsItsPlace) {
 }
 
 TEST_F(KernelMirror, Ipv6OrderIsIndependentOfHistory) {
-  Add(MakeAddress(5, "fe80::1/64", RT_SCOPE_LINK));
+  LinkAddress of_link = MakeAddress(5, "fe80::1/64");
+  of_link.scope = RT_SCOPE_LINK;
+  Add(of_link);
   Add(MakeAddress(5, "2001:db8::2/64"));
   Add(MakeAddress(5, "2001:db8::1/128"));
   Add(MakeAddress(5, "10.0.0.1/24"));
@@ -139,7 +128,7 @@ TEST_F(KernelMirror, Ipv4DetailsHaveEveryPeerAndWhatIsSecondary) {
   Add(peer);
   Add(unusable);
   Add(MakeAddress(5, "2001:db8::1/64"));
-  Add(MakeAddress(5, "10.1.0.2/24", 0, true));
+  Add(MakeAddress(5, "10.1.0.2/24", true));
   std::vector<std::string> texts;
   for (const router::Ipv4Detail& detail : mirror_.ipv4_details(5)) {
     texts.push_back(format_address(detail.address) + " " + format_address(detail.peer) +

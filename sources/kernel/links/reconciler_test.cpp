@@ -19,12 +19,7 @@ class KernelModel : public ::testing::Test {
     mirror_.apply(LinkSeen{VrfLink(name, index, table)});
   }
   void AddLink(const std::string& name, std::uint32_t index, std::uint32_t master = 0, bool up = false) {
-    Link link;
-    link.index = index;
-    link.name = name;
-    link.vrf_master = master;
-    link.up = up;
-    mirror_.apply(LinkSeen{link});
+    mirror_.apply(LinkSeen{{.index = index, .name = name, .vrf_master = master, .up = up}});
   }
   template <typename Change>
   void Alter(std::uint32_t index, Change change) {
@@ -45,12 +40,6 @@ class KernelModel : public ::testing::Test {
     Alter(index, [=](Link* link) { link->up = up; });
   }
   void Delete(std::uint32_t index) { mirror_.apply(LinkRemoved{index}); }
-  void AddAddress(std::uint32_t index, const std::string& text) {
-    LinkAddress address;
-    address.index = index;
-    ASSERT_TRUE(router::parse_address(text, &address.address));
-    mirror_.apply(AddressSeen{address});
-  }
   // Updates the model and returns its notifications.
   std::vector<std::string> Settle() {
     reconciler_.run(mirror_, mirror_.take_changes());

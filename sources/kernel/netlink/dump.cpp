@@ -16,7 +16,6 @@ Status Dump::begin(std::vector<DumpRequest> requests) {
   requests_ = std::move(requests);
   request_ = 0;
   disturbed_ = fault_check(faults_.disturbed) != kStatusOk;
-  malformed_ = 0;
   error_ = socket_.open();
   if (error_ == kStatusOk) error_ = socket_.send(requests_.front());
   if (error_ != kStatusOk) socket_.close();
@@ -58,7 +57,6 @@ Dump::Progress Dump::read_datagram(std::span<const std::uint8_t> datagram, const
     end = control;
     return true;
   });
-  malformed_ += report.malformed;
   disturbed_ = disturbed_ || report.interrupted;
   if (end.kind == Kind::kNone) return Progress::kMore;
   const bool lacks = requests_[request_].may_lack && (end.error == ENOENT || end.error == EOPNOTSUPP);

@@ -37,10 +37,8 @@ class Dump {
   int fd() const { return socket_.fd(); }  // REQUIRES: open
   Status error() const { return error_; }
   // True when something changed while the kernel was being read: objects that exist may be missing. Fault
-  // point
-  // "..._dump_disturbed" simulates it; "..._dump_gap" drops a datagram as well.
+  // point "..._dump_disturbed" simulates it; "..._dump_gap" drops a datagram as well.
   bool disturbed() const { return disturbed_; }
-  unsigned malformed() const { return malformed_; }
 
  private:
   Progress read_datagram(std::span<const std::uint8_t> datagram, const MessageReader& read);
@@ -52,7 +50,6 @@ class Dump {
   std::vector<DumpRequest> requests_;
   std::size_t request_ = 0;  // the one that is being answered
   bool disturbed_ = false;
-  unsigned malformed_ = 0;
   Status error_ = kStatusOk;
 };
 

@@ -103,13 +103,12 @@ bool RouteFollower::settled() const {
 }
 
 void RouteFollower::on_datagram(std::span<const std::uint8_t> datagram) {
-  ++counters_.datagrams;
   scratch_.clear();
   link_events_.clear();
   const auto read = [this](const nlmsghdr* message) {
     return parse_link_message(message, &link_events_) && parse_route_message(message, &scratch_);
   };
-  counters_.malformed += for_each_message(datagram, read).malformed;
+  for_each_message(datagram, read);
   for (const Event& event : link_events_) take_event(event);
   for (const RouteEvent& event : scratch_) take_event(event);
 }

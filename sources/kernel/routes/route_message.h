@@ -21,10 +21,10 @@ struct RoutePath {
   std::uint32_t interface_index = 0;  // 0: none
   bool has_gateway = false;
   router::Family gateway_family = router::Family::kIpv4;
-  router::RouteAddress gateway{};     // all zero without a gateway
-  std::vector<std::uint32_t> labels;  // pushed, outermost first
-  bool tunnel = false;                // encapsulated for another router: labels, segments, an IP tunnel
-  bool dead = false;                  // present, but the kernel does not use it (RTNH_F_DEAD)
+  router::RouteAddress gateway{};       // all zero without a gateway
+  std::vector<std::uint32_t> labels{};  // pushed, outermost first
+  bool tunnel = false;                  // encapsulated for another router: labels, segments, an IP tunnel
+  bool dead = false;                    // present, but the kernel does not use it (RTNH_F_DEAD)
   bool operator==(const RoutePath&) const = default;
 };
 
@@ -38,7 +38,7 @@ struct KernelRoute {
   std::uint32_t priority = 0;         // the kernel's metric
   std::uint32_t next_hop_object = 0;  // 0: none
   bool cached = false;                // RTM_F_CLONED: an exception to a route, not a route
-  std::vector<RoutePath> paths;       // empty: those of the object, or a type that discards
+  std::vector<RoutePath> paths{};     // empty: those of the object, or a type that discards
   bool operator==(const KernelRoute&) const = default;
 };
 
@@ -46,8 +46,8 @@ struct KernelRoute {
 struct NextHopObject {
   std::uint32_t id = 0;  // never 0
   bool discards = false;
-  RoutePath path;
-  std::vector<std::uint32_t> members;  // not empty: a group
+  RoutePath path{};
+  std::vector<std::uint32_t> members{};  // not empty: a group
   bool operator==(const NextHopObject&) const = default;
 };
 

@@ -164,7 +164,6 @@ void RouteFollower::continue_objects() {
 }
 
 void RouteFollower::finish_objects() {
-  counters_.malformed += objects_dump_.malformed();
   const bool in_doubt = objects_dump_.disturbed() || objects_disturbed_;
   if (in_doubt && ++objects_doubts_ < kDoubtsMax) {
     objects_dirty_ = true;
@@ -224,7 +223,6 @@ void RouteFollower::table_failed(Status status) {
 
 void RouteFollower::finish_table() {
   ++counters_.tables_read;
-  counters_.malformed += reading_.malformed();
   counters_.refused += reading_.refused();
   counters_.unresolved += reading_.unresolved();
   const auto table = tables_.find(reading_.table());

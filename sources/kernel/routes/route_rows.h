@@ -21,7 +21,6 @@ class NextHopObjects {
   // True when it existed.
   bool remove(std::uint32_t id) { return objects_.erase(id) != 0; }
   bool empty() const { return objects_.empty(); }
-  std::size_t size() const { return objects_.size(); }
   const NextHopObject* find(std::uint32_t id) const;  // valid until a change
   // The object and the groups that have it as a member.
   std::set<std::uint32_t> users(std::uint32_t id) const;

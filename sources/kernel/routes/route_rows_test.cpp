@@ -13,40 +13,29 @@ using ::testing::IsEmpty;
 
 KernelRoute Route(const std::string& prefix, std::vector<RoutePath> paths = {}) {
   const router::Address destination = router::MakeAddress(prefix);
-  KernelRoute route;
-  route.family = destination.family;
-  route.table = 10;
-  route.destination = destination.octets;
-  route.prefix_length = destination.prefix_length;
-  route.type = RTN_UNICAST;
-  route.protocol = RTPROT_STATIC;
-  route.paths = std::move(paths);
-  return route;
+  return {.family = destination.family,
+          .table = 10,
+          .destination = destination.octets,
+          .prefix_length = destination.prefix_length,
+          .type = RTN_UNICAST,
+          .protocol = RTPROT_STATIC,
+          .paths = std::move(paths)};
 }
 
 RoutePath Path(std::uint32_t interface_index, const std::string& gateway = "") {
-  RoutePath path;
-  path.interface_index = interface_index;
-  if (!gateway.empty()) {
-    const router::Address address = router::MakeAddress(gateway);
-    path.has_gateway = true;
-    path.gateway_family = address.family;
-    path.gateway = address.octets;
-  }
-  return path;
+  if (gateway.empty()) return {.interface_index = interface_index};
+  const router::Address address = router::MakeAddress(gateway);
+  return {.interface_index = interface_index,
+          .has_gateway = true,
+          .gateway_family = address.family,
+          .gateway = address.octets};
 }
 
 NextHopObject Object(std::uint32_t id, const RoutePath& path) {
-  NextHopObject object;
-  object.id = id;
-  object.path = path;
-  return object;
+  return {.id = id, .path = path};
 }
 NextHopObject Group(std::uint32_t id, std::vector<std::uint32_t> members) {
-  NextHopObject object;
-  object.id = id;
-  object.members = std::move(members);
-  return object;
+  return {.id = id, .members = std::move(members)};
 }
 
 std::vector<std::string> Rows(const KernelRoute& route, const NextHopObjects& objects = {}) {
@@ -136,11 +125,8 @@ TEST(KernelRows, EveryPathInUseIsARow) {
 }
 
 TEST(KernelRows, ObjectThatDiscardsMakesABlackhole) {
-  NextHopObject hole;
-  hole.id = 5;
-  hole.discards = true;
   NextHopObjects objects;
-  objects.update(hole);
+  objects.update({.id = 5, .discards = true});
   KernelRoute route = Route("10.0.0.0/24");
   route.next_hop_object = 5;
   EXPECT_THAT(Rows(route, objects), ElementsAre("10.0.0.0/24 if 0 blackhole proto 3 metric 0"));

@@ -22,7 +22,7 @@ Status TableReading::begin(router::RouteTableId table) {
   deferred_ = false;
   refused_ = 0;
   unresolved_ = 0;
-  if (Status status = dump_.begin({request_routes(table)})) return status;
+  if (Status status = Dump::begin({request_routes(table)})) return status;
   model_->routes().begin_refresh(table);
   return kStatusOk;
 }
@@ -37,8 +37,7 @@ bool TableReading::read(const nlmsghdr* message) {
 }
 
 Dump::Progress TableReading::step(unsigned datagrams) {
-  const Dump::Progress progress =
-      dump_.step(datagrams, [this](const nlmsghdr* message) { return read(message); });
+  const Progress progress = Dump::step(datagrams, [this](const nlmsghdr* message) { return read(message); });
   if (std::exchange(changed_, false)) {
     model_->flush_route_changes();
   }

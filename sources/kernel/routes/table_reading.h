@@ -25,9 +25,10 @@ struct RouteUsage {
   void merge(const RouteUsage& other);
 };
 
-class TableReading {
+class TableReading : public Dump {
  public:
-  TableReading(router::Router* model, const NextHopObjects* objects) : model_(model), objects_(objects) {}
+  TableReading(router::Router* model, const NextHopObjects* objects)
+      : Dump(kRouteDumpFaultPoints), model_(model), objects_(objects) {}
 
   // REQUIRES: the previous one was closed. The errors of Dump::begin(). Fault points
   // "netlink_route_dump_open", "..._request", "..._receive".
@@ -35,16 +36,11 @@ class TableReading {
   // Reads up to `datagrams` datagrams and notifies the observers.
   Dump::Progress step(unsigned datagrams);
   // Visits up to `rows` rows; true when there is more to do.
-  bool sweep(std::size_t rows);
-  void close() { dump_.close(); }  // the sweep may follow
+  bool sweep(std::size_t rows);  // may follow close()
 
   router::RouteTableId table() const { return table_; }
-  bool is_open() const { return dump_.is_open(); }
-  int fd() const { return dump_.fd(); }
-  Status error() const { return dump_.error(); }
   // The reading may have missed rows, or a row could not be stored: it must not remove any.
-  bool in_doubt() const { return dump_.disturbed() || deferred_ || unresolved_ != 0; }
-  unsigned malformed() const { return dump_.malformed(); }
+  bool in_doubt() const { return disturbed() || deferred_ || unresolved_ != 0; }
   unsigned refused() const { return refused_; }
   unsigned unresolved() const { return unresolved_; }
   const RouteUsage& usage() const { return usage_; }
@@ -57,7 +53,6 @@ class TableReading {
 
   router::Router* model_;
   const NextHopObjects* objects_;
-  Dump dump_{kRouteDumpFaultPoints};
   router::RouteTableId table_{router::Family::kIpv4, 0};
   RouteUsage usage_;
   std::vector<RouteEvent> events_;   // of one message
