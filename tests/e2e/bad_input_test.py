@@ -143,13 +143,6 @@ class BadInput(SharedSystemTest):
             self.assertIn(result.returncode, (1, 2), words)
             self.assertNotEqual(result.stdout + result.stderr, "", words)
 
-    def test_missing_daemon_has_an_exit_status_of_its_own(self):
-        environment = dict(self.system.environment, MPLS_VPN_MIB_RUN_DIR=str(self.system.folder / "no-such"))
-        result = subprocess.run([BIN / "mplsvpn", "show", "scalars"], env=environment, capture_output=True, text=True,
-                                check=False)
-        self.assertEqual(result.returncode, 3)
-        self.assertIn("not", result.stderr)
-
 
 class LostReaders(SystemTest):
     """The reader of standard error or standard output stops reading or closes the pipe."""

@@ -85,14 +85,6 @@ class Configuration(SystemTest):
         self.assertGreater(after["red"][1], before["red"][1])
         self.assertEqual(after["blue"], before["blue"])
 
-    def test_protocols_alone_stamp_nothing(self):
-        before = self.times()
-        pass_a_second()
-        del self.red["ospf"], self.red["bgp"]
-        self.reload()
-        self.becomes("protocols", lambda: self.protocols("red", 11), bits())
-        self.assertEqual(self.times(), before)
-
     def test_removed_configuration_leaves_nothing(self):
         for key in ("description", "route_targets", "thresholds"):
             del self.red[key]

@@ -124,16 +124,6 @@ class Thresholds(TrapCase):
         self.assertIn("  route thresholds    ipv6 mid none, high 60 (operator)\n", detail)
         self.assertIn("  route thresholds    none\n", self.system.cli("show", "vrf", "blue", "detail", check=True).stdout)
 
-    def test_row_shows_what_is_configured(self):
-        self.assertEqual(self.thresholds_in_the_mib("red"), (0, 0, 0))
-        self.limit("red", 400, 300)
-        self.limit("blue", 4294967295, 3000000000, "ipv6")
-        wait_until("the thresholds of red", lambda: self.thresholds_in_the_mib("red") == (300, 400, 400))
-        wait_until("the thresholds of blue",
-                   lambda: self.thresholds_in_the_mib("blue") == (3000000000, 4294967295, 4294967295))
-        self.config("delete", "vrf", "red", "threshold", "ipv4")
-        wait_until("no thresholds of red", lambda: self.thresholds_in_the_mib("red") == (0, 0, 0))
-
     def test_changed_threshold_takes_effect_at_once(self):
         self.add_routes("red", 1, 2, 3)
         self.limit("red", 3, 2)

@@ -56,12 +56,6 @@ class Traps(TrapCase):
                 return True
         return False
 
-    def expect_no_other(self):
-        """A trap that is raised now is the next one to arrive."""
-        self.config("set", "traps", "all")
-        self.flap()
-        self.expect()
-
     def test_up_down_join_leave_and_move(self):
         self.config("set", "traps", "all")
         self.router("down", "ge0")
@@ -108,27 +102,6 @@ class Traps(TrapCase):
         self.config("set", "traps", "vrf-down")
         self.flap()
         self.expect()
-
-    def test_without_a_switch_no_trap_is_sent(self):
-        self.router("down", "ge0")
-        self.router("up", "ge0")
-        for item in ("mid-thresh-exc", "max-thresh-exc", "ilg-lbl-exc", "max-thresh-clr"):
-            self.config("set", "traps", item)
-        self.router("down", "ge0")
-        self.router("up", "ge0")
-        self.expect_no_other()
-
-    def test_switches_survive_a_restart_of_the_daemon(self):
-        self.config("set", "traps", "vrf-down")
-        self.config("set", "traps", "notif-reissue-time", "60")
-        self.system.kill("daemon")
-        self.system.start_daemon()
-        shown = {row["item"]: row["value"] for row in self.system.cli_json("config", "show", "traps")}
-        self.assertEqual(shown, {"vrf-down": 1, "notif-reissue-time": 60})
-        self.system.wait_registered()
-        self.assertEqual(self.system.cli_json("show", "scalars")["maxThresholdNotifTime"], 60)
-        self.router("down", "ge0")
-        self.expect(vrf_trap(DOWN, "red", 11))
 
     def test_traps_stay_in_order_while_snmpd_is_down(self):
         self.config("set", "traps", "all")
