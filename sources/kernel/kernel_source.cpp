@@ -168,9 +168,7 @@ void KernelSource::State::reconcile() {
 }
 
 void KernelSource::State::stop() {
-  if (manager == nullptr) {
-    return;
-  }
+  if (manager == nullptr) return;
   routes.stop();
   events.stop();
   if (dump.is_open()) {
@@ -246,9 +244,7 @@ void KernelSource::State::on_events_lost() {
 }
 
 void KernelSource::State::schedule_reread(std::uint64_t delay) {
-  if (manager == nullptr) {
-    return;
-  }
+  if (manager == nullptr) return;
   if (reread_timer != 0) {
     event_timer_cancel(manager, reread_timer);
   }
@@ -348,12 +344,8 @@ Status KernelSource::load(std::string* error) {
   }
   for (unsigned attempt = 0; attempt < kLoadAttempts; ++attempt) {
     state_->reread_soon = false;
-    if (Status status = state_->load_once(error)) {
-      return status;
-    }
-    if (!state_->reread_soon) {
-      break;
-    }
+    if (Status status = state_->load_once(error)) return status;
+    if (!state_->reread_soon) break;
   }
   state_->reconcile();
   return kStatusOk;

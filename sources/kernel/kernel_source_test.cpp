@@ -9,7 +9,6 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
 
 TEST_F(LiveKernel, LoadFindsWhatExists) {
   AddVeth("v0", "v1");
@@ -200,43 +199,6 @@ TEST_F(LiveKernel, BridgeAndItsPortsStayInDefault) {
   Ip("link set v0 nomaster");  // announced as a deletion, in the bridge's family
   Settle();
   EXPECT_NE(Find("v0"), nullptr);
-  ExpectModelEqualsKernel();
-}
-
-TEST_F(LiveKernel, MoveToAnotherNamespaceIsADeletion) {
-  AddVeth("v0", "v1");
-  Start();
-  {
-    const OtherNamespace other;
-    Ip("link set v0 netns " + std::to_string(other.pid()));
-  }
-  Settle();
-  EXPECT_EQ(Find("v0"), nullptr);
-}
-
-class LiveKernelWithVrfs : public LiveKernel {
- protected:
-  void SetUp() override {
-    LiveKernel::SetUp();
-    if (!IsSkipped() && !TryIp("link add red type vrf table 10")) {
-      GTEST_SKIP() << "SKIPPED: this kernel has no VRF devices";
-    }
-  }
-};
-
-TEST_F(LiveKernelWithVrfs, LifeOfAVrf) {
-  Ip("link add d0 type dummy");
-  Ip("link set d0 up");
-  Start();
-  EXPECT_NE(model_.find_vrf("red"), nullptr);
-  EXPECT_EQ(Find("red"), nullptr);
-  Ip("link set d0 master red");
-  EXPECT_THAT(SettledLines(), Contains("moved d0 from default to red"));
-  Ip("link add blue type vrf table 20");
-  Ip("link set d0 master blue");
-  EXPECT_THAT(SettledLines(), IsSupersetOf({"created blue", "moved d0 from red to blue"}));
-  Ip("link del blue");
-  EXPECT_THAT(SettledLines(), IsSupersetOf({"moved d0 from blue to default", "deleted blue"}));
   ExpectModelEqualsKernel();
 }
 

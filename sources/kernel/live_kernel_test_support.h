@@ -3,8 +3,8 @@
 // The clock is manual and the event loop is stepped, so nothing waits. Only where the kernel itself works in
 // the background (carrier, duplicate address detection) a test polls, with a bound.
 //
-// Without the privilege to create a namespace every test is skipped with a message. Tests that need VRF
-// devices are skipped on kernels without them; tests/kernel runs them in a guest that has them.
+// Without the privilege to create a namespace every test is skipped with a message. tests/kernel has the
+// tests that need VRF devices, which the machine's kernel may lack.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -14,7 +14,6 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -39,34 +38,6 @@ inline int EnterNewNamespace() {
   if (unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0) return 0;
   return errno;
 }
-
-// A process of its own in a network namespace of its own, for as long as the object lives.
-class OtherNamespace {
- public:
-  OtherNamespace() {
-    std::array<int, 2> ready{};
-    EXPECT_EQ(pipe(ready.data()), 0);
-    pid_ = fork();
-    if (pid_ == 0) {
-      if (unshare(CLONE_NEWNET) == 0 && write(ready[1], "x", 1) == 1) pause();
-      _exit(1);
-    }
-    close(ready[1]);
-    char octet = 0;
-    EXPECT_EQ(read(ready[0], &octet, 1), 1);
-    close(ready[0]);
-  }
-  ~OtherNamespace() {
-    kill(pid_, SIGKILL);
-    EXPECT_EQ(waitpid(pid_, nullptr, 0), pid_);
-  }
-  OtherNamespace(const OtherNamespace&) = delete;
-  OtherNamespace& operator=(const OtherNamespace&) = delete;
-  pid_t pid() const { return pid_; }
-
- private:
-  pid_t pid_ = -1;
-};
 
 class LiveKernel : public ::testing::Test {
  protected:

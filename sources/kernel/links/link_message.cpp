@@ -111,9 +111,7 @@ int read_link_attribute(const nlattr* attribute, void* data) {
 }
 
 bool is_up(std::uint32_t flags, std::uint8_t operstate) {
-  if (operstate == kOperUnknown) {
-    return (flags & IFF_UP) != 0 && (flags & kFlagLowerUp) != 0;
-  }
+  if (operstate == kOperUnknown) return (flags & IFF_UP) != 0 && (flags & kFlagLowerUp) != 0;
   return operstate == kOperUp;
 }
 
@@ -123,31 +121,19 @@ bool complete_link(const LinkDraft& draft) {
 }
 
 bool parse_link(const nlmsghdr* message, std::vector<Event>* events) {
-  if (mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) {
-    return false;
-  }
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) return false;
   const auto* header = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
-  if (header->ifi_family != AF_UNSPEC) {
-    return true;
-  }
-  if (header->ifi_index <= 0) {
-    return false;
-  }
+  if (header->ifi_family != AF_UNSPEC) return true;
+  if (header->ifi_index <= 0) return false;
   LinkDraft draft;
   draft.link.index = static_cast<std::uint32_t>(header->ifi_index);
   if (message->nlmsg_type == RTM_DELLINK) {
     events->emplace_back(LinkRemoved{draft.link.index});
     return true;
   }
-  if (mnl_attr_parse(message, sizeof(ifinfomsg), read_link_attribute, &draft) != MNL_CB_OK) {
-    return false;
-  }
-  if (draft.wireless) {
-    return true;
-  }
-  if (!complete_link(draft)) {
-    return false;
-  }
+  if (mnl_attr_parse(message, sizeof(ifinfomsg), read_link_attribute, &draft) != MNL_CB_OK) return false;
+  if (draft.wireless) return true;
+  if (!complete_link(draft)) return false;
   draft.link.vrf_master = draft.port_of_vrf ? draft.master : 0;
   draft.link.up = is_up(header->ifi_flags, draft.operstate);
   events->emplace_back(LinkSeen{std::move(draft.link), {header->ifi_flags & kRouteFlags, draft.master}});
@@ -188,9 +174,7 @@ bool begin_address(const ifaddrmsg& header, AddressDraft* draft) {
 }
 
 bool complete_address(AddressDraft* draft) {
-  if (!draft->has_local && !draft->has_address) {
-    return false;
-  }
+  if (!draft->has_local && !draft->has_address) return false;
   LinkAddress& address = draft->address;
   address.address.octets = draft->has_local ? draft->local : address.peer;
   if (!draft->has_address) {
@@ -204,13 +188,9 @@ bool complete_address(AddressDraft* draft) {
 }
 
 bool parse_address_message(const nlmsghdr* message, std::vector<Event>* events) {
-  if (mnl_nlmsg_get_payload_len(message) < sizeof(ifaddrmsg)) {
-    return false;
-  }
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(ifaddrmsg)) return false;
   const auto* header = static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(message));
-  if (header->ifa_family != AF_INET && header->ifa_family != AF_INET6) {
-    return true;
-  }
+  if (header->ifa_family != AF_INET && header->ifa_family != AF_INET6) return true;
   AddressDraft draft;
   if (!begin_address(*header, &draft) ||
       mnl_attr_parse(message, sizeof(ifaddrmsg), read_address_attribute, &draft) != MNL_CB_OK ||

@@ -22,9 +22,7 @@ bool is_ipv4(const LinkAddress& address) {
 }
 
 AddressList::iterator place_of(AddressList* list, const LinkAddress& address) {
-  if (!is_ipv4(address) || address.secondary) {
-    return list->end();
-  }
+  if (!is_ipv4(address) || address.secondary) return list->end();
   auto place = list->begin();
   for (auto each = list->begin(); each != list->end(); ++each) {
     if (is_ipv4(*each) && !each->secondary && address.scope <= each->scope) {
@@ -64,9 +62,7 @@ void Mirror::claim_name(const Link& link) {
   }
   nameless_.erase(link.index);
   const auto [owner, fresh] = index_by_name_.try_emplace(link.name, link.index);
-  if (fresh || owner->second == link.index) {
-    return;
-  }
+  if (fresh || owner->second == link.index) return;
   links_[owner->second].name.clear();
   nameless_.insert(owner->second);
   touch(owner->second);
@@ -83,9 +79,7 @@ void Mirror::release_name(const Link& link) {
 
 void Mirror::update_link(const Link& link) {
   const auto known = links_.find(link.index);
-  if (known != links_.end() && known->second == link) {
-    return;
-  }
+  if (known != links_.end() && known->second == link) return;
   if (known != links_.end() && known->second.name != link.name) {
     release_name(known->second);
   }
@@ -97,9 +91,7 @@ void Mirror::update_link(const Link& link) {
 void Mirror::remove_link(std::uint32_t index) {
   addresses_.erase(index);
   const auto known = links_.find(index);
-  if (known == links_.end()) {
-    return;
-  }
+  if (known == links_.end()) return;
   release_name(known->second);
   links_.erase(known);
   changes_.removed.insert(index);
@@ -111,9 +103,7 @@ void Mirror::update_address(const LinkAddress& address) {
   const auto known =
       std::ranges::find_if(list, [&](const LinkAddress& each) { return each.same_address(address); });
   if (known != list.end()) {
-    if (*known == address) {
-      return;
-    }
+    if (*known == address) return;
     list.erase(known);
   }
   list.insert(place_of(&list, address), address);
@@ -122,13 +112,9 @@ void Mirror::update_address(const LinkAddress& address) {
 
 void Mirror::remove_address(const LinkAddress& address) {
   const auto list = addresses_.find(address.index);
-  if (list == addresses_.end()) {
-    return;
-  }
+  if (list == addresses_.end()) return;
   const auto is_it = [&](const LinkAddress& each) { return each.same_address(address); };
-  if (std::erase_if(list->second, is_it) == 0) {
-    return;
-  }
+  if (std::erase_if(list->second, is_it) == 0) return;
   if (list->second.empty()) {
     addresses_.erase(list);
   }
@@ -173,14 +159,10 @@ const Link* Mirror::find(std::uint32_t index) const {
 std::vector<router::Address> Mirror::addresses(std::uint32_t index) const {
   std::vector<router::Address> result;
   const auto known = addresses_.find(index);
-  if (known == addresses_.end()) {
-    return result;
-  }
+  if (known == addresses_.end()) return result;
   std::vector<LinkAddress> ipv6;
   for (const LinkAddress& address : known->second) {
-    if (!address.usable) {
-      continue;
-    }
+    if (!address.usable) continue;
     if (is_ipv4(address)) {
       append_once(&result, address.address);
     } else {

@@ -35,9 +35,7 @@ void NetlinkSocket::Closer::operator()(mnl_socket* socket) const {
 Status NetlinkSocket::open() {
   if (Status status = fault_check(faults_.open)) return status;
   socket_.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
-  if (socket_ == nullptr) {
-    return last_error();
-  }
+  if (socket_ == nullptr) return last_error();
   if (mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
     const Status status = last_error();
     socket_.reset();
@@ -101,16 +99,10 @@ Received NetlinkSocket::receive(std::span<const std::uint8_t>* datagram) {
     header.msg_iov = &vector;
     header.msg_iovlen = 1;
     const ssize_t length = recvmsg(fd(), &header, MSG_TRUNC);
-    if (length < 0 && errno == EINTR) {
-      continue;
-    }
-    if (length < 0) {
-      return receive_failed(errno);
-    }
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0) return receive_failed(errno);
     const bool from_kernel = header.msg_namelen == sizeof sender && sender.nl_pid == 0;
-    if (!from_kernel) {
-      continue;
-    }
+    if (!from_kernel) continue;
     const auto size = static_cast<std::size_t>(length);
     if (size > buffer_.size()) {
       buffer_.resize(std::min(std::max(size, buffer_.size()), kBufferMax));

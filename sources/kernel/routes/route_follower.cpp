@@ -82,9 +82,7 @@ Status RouteFollower::start(EventManager* manager) {
 }
 
 void RouteFollower::stop() {
-  if (manager_ == nullptr) {
-    return;
-  }
+  if (manager_ == nullptr) return;
   model_->stop_observing(this);
   abandon_reading();
   events_.stop();
@@ -191,9 +189,7 @@ void RouteFollower::add_tables(const router::Vrf& vrf) {
 // Two VRFs may share a table, which stays open until both are deleted.
 void RouteFollower::drop_tables(const router::Vrf& vrf) {
   for (const router::RouteTableId table : tables_of(vrf)) {
-    if (model_->routes().is_open(table)) {
-      continue;
-    }
+    if (model_->routes().is_open(table)) continue;
     const bool is_being_read = phase_ == Phase::kTable || phase_ == Phase::kSweep;
     if (is_being_read && reading_.table() == table) {
       abandon_reading();

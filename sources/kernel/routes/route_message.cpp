@@ -49,9 +49,7 @@ struct ObjectDraft {
 bool read_labels(const nlattr* attribute, std::vector<std::uint32_t>* labels) {
   const std::size_t size = mnl_attr_get_payload_len(attribute);
   const auto* octets = static_cast<const std::uint8_t*>(mnl_attr_get_payload(attribute));
-  if (size == 0 || size % 4 != 0) {
-    return false;
-  }
+  if (size == 0 || size % 4 != 0) return false;
   for (std::size_t at = 0; at < size; at += 4) {
     const std::uint32_t entry = std::uint32_t{octets[at]} << 24 | std::uint32_t{octets[at + 1]} << 16 |
                                 std::uint32_t{octets[at + 2]} << 8 | octets[at + 3];
@@ -88,20 +86,14 @@ bool read_gateway(const nlattr* attribute, router::Family family, RoutePath* pat
 bool read_via(const nlattr* attribute, RoutePath* path) {
   const std::size_t size = mnl_attr_get_payload_len(attribute);
   std::uint16_t family = 0;
-  if (size < sizeof family) {
-    return false;
-  }
+  if (size < sizeof family) return false;
   const auto* octets = static_cast<const std::uint8_t*>(mnl_attr_get_payload(attribute));
   std::memcpy(&family, octets, sizeof family);
-  if (family != AF_INET && family != AF_INET6) {
-    return true;
-  }
+  if (family != AF_INET && family != AF_INET6) return true;
   path->has_gateway = true;
   path->gateway_family = family == AF_INET ? router::Family::kIpv4 : router::Family::kIpv6;
   path->gateway = {};
-  if (size - sizeof family != inet::octets_of(path->gateway_family)) {
-    return false;
-  }
+  if (size - sizeof family != inet::octets_of(path->gateway_family)) return false;
   std::copy(octets + sizeof family, octets + size, path->gateway.begin());
   return true;
 }
@@ -138,9 +130,7 @@ bool is_tunnel(std::uint16_t encap_type) {
 // An interface index beyond the range of ifIndex is invalid.
 bool finish_path(PathDraft* draft) {
   if (draft->encap_type == LWTUNNEL_ENCAP_MPLS) {
-    if (draft->labels.empty()) {
-      return false;
-    }
+    if (draft->labels.empty()) return false;
     draft->path.labels = std::move(draft->labels);
   }
   draft->path.tunnel = is_tunnel(draft->encap_type);
@@ -221,9 +211,7 @@ bool finish_route(RouteDraft* draft) {
       inet::has_host_bits(route.destination, route.prefix_length) || !finish_path(&draft->path)) {
     return false;
   }
-  if (discards(route.type)) {
-    return true;
-  }
+  if (discards(route.type)) return true;
   const RoutePath& path = draft->path.path;
   if (!draft->multipath.empty()) {
     route.paths = std::move(draft->multipath);
@@ -234,13 +222,9 @@ bool finish_route(RouteDraft* draft) {
 }
 
 bool parse_route(const nlmsghdr* message, std::vector<RouteEvent>* events) {
-  if (mnl_nlmsg_get_payload_len(message) < sizeof(rtmsg)) {
-    return false;
-  }
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(rtmsg)) return false;
   const auto* header = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(message));
-  if (header->rtm_family != AF_INET && header->rtm_family != AF_INET6) {
-    return true;
-  }
+  if (header->rtm_family != AF_INET && header->rtm_family != AF_INET6) return true;
   RouteDraft draft;
   begin_route(*header, &draft);
   if (mnl_attr_parse(message, sizeof(rtmsg), read_route_attribute, &draft) != MNL_CB_OK ||
@@ -257,9 +241,7 @@ bool parse_route(const nlmsghdr* message, std::vector<RouteEvent>* events) {
 
 bool read_members(const nlattr* attribute, std::vector<std::uint32_t>* members) {
   const std::size_t size = mnl_attr_get_payload_len(attribute);
-  if (size == 0 || size % sizeof(nexthop_grp) != 0) {
-    return false;
-  }
+  if (size == 0 || size % sizeof(nexthop_grp) != 0) return false;
   const auto* octets = static_cast<const std::uint8_t*>(mnl_attr_get_payload(attribute));
   members->clear();
   for (std::size_t at = 0; at < size; at += sizeof(nexthop_grp)) {
@@ -293,9 +275,7 @@ int read_object_attribute(const nlattr* attribute, void* data) {
 }
 
 bool parse_next_hop(const nlmsghdr* message, std::vector<RouteEvent>* events) {
-  if (mnl_nlmsg_get_payload_len(message) < sizeof(nhmsg)) {
-    return false;
-  }
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(nhmsg)) return false;
   const auto* header = static_cast<const nhmsg*>(mnl_nlmsg_get_payload(message));
   ObjectDraft draft;
   draft.path.family = header->nh_family == AF_INET6 ? router::Family::kIpv6 : router::Family::kIpv4;

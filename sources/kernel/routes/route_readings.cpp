@@ -39,13 +39,9 @@ unsigned RouteFollower::dump_batch() const {
 
 // During a reading no timer is needed: a step follows its end.
 void RouteFollower::wake(std::uint64_t delay) {
-  if (manager_ == nullptr || phase_ != Phase::kIdle) {
-    return;
-  }
+  if (manager_ == nullptr || phase_ != Phase::kIdle) return;
   const std::uint64_t due = clock_monotonic() + delay;
-  if (step_timer_ != 0 && step_due_ <= due) {
-    return;
-  }
+  if (step_timer_ != 0 && step_due_ <= due) return;
   if (step_timer_ != 0) {
     event_timer_cancel(manager_, step_timer_);
   }
@@ -91,9 +87,7 @@ RouteFollower::Tables::iterator RouteFollower::next_dirty(std::uint64_t now, std
       place = dirty_.begin();
     }
     const auto table = tables_.find(*place);
-    if (table->second.not_before <= now) {
-      return table;
-    }
+    if (table->second.not_before <= now) return table;
     *earliest = std::min(*earliest, table->second.not_before);
   }
   return tables_.end();
@@ -151,9 +145,7 @@ bool RouteFollower::read_object(const nlmsghdr* message) {
 void RouteFollower::continue_objects() {
   const Dump::Progress progress =
       objects_dump_.step(dump_batch(), [this](const nlmsghdr* message) { return read_object(message); });
-  if (progress == Dump::Progress::kMore || progress == Dump::Progress::kWaiting) {
-    return;
-  }
+  if (progress == Dump::Progress::kMore || progress == Dump::Progress::kWaiting) return;
   abandon_reading();
   if (progress == Dump::Progress::kFailed) {
     objects_failed(objects_dump_.error());
@@ -200,9 +192,7 @@ void RouteFollower::begin_table(Tables::iterator table) {
 
 void RouteFollower::continue_table() {
   const Dump::Progress progress = reading_.step(dump_batch());
-  if (progress == Dump::Progress::kMore || progress == Dump::Progress::kWaiting) {
-    return;
-  }
+  if (progress == Dump::Progress::kMore || progress == Dump::Progress::kWaiting) return;
   abandon_reading();
   if (progress == Dump::Progress::kFailed) {
     table_failed(reading_.error());

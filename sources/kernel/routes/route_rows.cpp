@@ -58,9 +58,7 @@ RouteType discard_type(std::uint8_t type) {
 
 bool is_link_local_or_multicast(const KernelRoute& route) {
   const auto& octets = route.destination;
-  if (route.family == router::Family::kIpv4) {
-    return route.prefix_length >= 4 && (octets[0] & 0xf0) == 0xe0;
-  }
+  if (route.family == router::Family::kIpv4) return route.prefix_length >= 4 && (octets[0] & 0xf0) == 0xe0;
   const bool link_local = route.prefix_length >= 10 && octets[0] == 0xfe && (octets[1] & 0xc0) == 0x80;
   return link_local || (route.prefix_length >= 8 && octets[0] == 0xff);
 }
@@ -76,9 +74,7 @@ router::Route row_of(const KernelRoute& route) {
 }
 
 void append_path(const KernelRoute& route, const RoutePath& path, std::vector<router::Route>* rows) {
-  if (path.dead) {
-    return;
-  }
+  if (path.dead) return;
   router::Route row = row_of(route);
   row.type = path.has_gateway || path.tunnel ? RouteType::kRemote : RouteType::kLocal;
   if (path.has_gateway && path.gateway_family == route.family) {
@@ -107,16 +103,12 @@ void append_object(const KernelRoute& route, const NextHopObject& object, std::v
 bool append_by_object(const KernelRoute& route, const NextHopObjects& objects,
                       std::vector<router::Route>* rows) {
   const NextHopObject* named = objects.find(route.next_hop_object);
-  if (named == nullptr) {
-    return false;
-  }
+  if (named == nullptr) return false;
   std::vector<const NextHopObject*> members;
   for (const std::uint32_t id : named->members) {
     members.push_back(objects.find(id));
   }
-  if (std::find(members.begin(), members.end(), nullptr) != members.end()) {
-    return false;
-  }
+  if (std::find(members.begin(), members.end(), nullptr) != members.end()) return false;
   if (members.empty()) {
     members.push_back(named);
   }
@@ -130,9 +122,7 @@ bool append_by_object(const KernelRoute& route, const NextHopObjects& objects,
 
 bool NextHopObjects::update(const NextHopObject& object) {
   const auto [present, is_new] = objects_.try_emplace(object.id, object);
-  if (!is_new && present->second == object) {
-    return false;
-  }
+  if (!is_new && present->second == object) return false;
   present->second = object;
   return true;
 }
@@ -191,9 +181,7 @@ bool append_rows(const KernelRoute& route, const NextHopObjects& objects, std::v
     append_discard(route, route.type, rows);
     return true;
   }
-  if (route.paths.empty() && route.next_hop_object != 0) {
-    return append_by_object(route, objects, rows);
-  }
+  if (route.paths.empty() && route.next_hop_object != 0) return append_by_object(route, objects, rows);
   for (const RoutePath& path : route.paths) {
     append_path(route, path, rows);
   }

@@ -55,9 +55,7 @@ bool TableReading::sweep(std::size_t rows) {
 
 // A kernel without IPv6 answers a request for IPv6 routes with the routes of every family.
 void TableReading::take(const KernelRoute& route) {
-  if (route.family != table_.family || route.table != table_.table || !is_shown(route)) {
-    return;
-  }
+  if (route.family != table_.family || route.table != table_.table || !is_shown(route)) return;
   note_usage(route);
   rows_.clear();
   if (!append_rows(route, *objects_, &rows_)) {
