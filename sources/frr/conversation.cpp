@@ -18,8 +18,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <utility>
 
 #include "platform/core/base/fault.h"

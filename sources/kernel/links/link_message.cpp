@@ -53,7 +53,7 @@ std::string_view text_of(const nlattr* attribute) {
 int read_vrf_attribute(const nlattr* attribute, void* data) {
   auto* draft = static_cast<LinkDraft*>(data);
   if (mnl_attr_get_type(attribute) == IFLA_VRF_TABLE) {
-    return verdict(read_u32(attribute, &draft->link.vrf_table));
+    return verdict(read_number(attribute, &draft->link.vrf_table));
   }
   return MNL_CB_OK;
 }
@@ -97,9 +97,9 @@ int read_link_attribute(const nlattr* attribute, void* data) {
       draft->link.alias = text_of(attribute);
       return MNL_CB_OK;
     case IFLA_MASTER:
-      return verdict(read_u32(attribute, &draft->master));
+      return verdict(read_number(attribute, &draft->master));
     case IFLA_OPERSTATE:
-      return verdict(read_u8(attribute, &draft->operstate));
+      return verdict(read_number(attribute, &draft->operstate));
     case IFLA_LINKINFO:
       return read_link_info(attribute, draft);
     case IFLA_WIRELESS:
@@ -151,7 +151,7 @@ int read_address_attribute(const nlattr* attribute, void* data) {
       draft->has_address = true;
       return verdict(read_octets(attribute, family, &draft->address.peer));
     case IFA_FLAGS:
-      return verdict(read_u32(attribute, &draft->flags));
+      return verdict(read_number(attribute, &draft->flags));
     default:
       return MNL_CB_OK;
   }

@@ -11,7 +11,6 @@ namespace kernel {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class KernelModel : public ::testing::Test {
  protected:
@@ -35,9 +34,6 @@ class KernelModel : public ::testing::Test {
   }
   void SetAlias(std::uint32_t index, const std::string& alias) {
     Alter(index, [&](Link* link) { link->alias = alias; });
-  }
-  void SetState(std::uint32_t index, bool up) {
-    Alter(index, [=](Link* link) { link->up = up; });
   }
   void Delete(std::uint32_t index) { mirror_.apply(LinkRemoved{index}); }
   // Updates the model and returns its notifications.
@@ -140,21 +136,6 @@ TEST_F(KernelModel, IndexThatBecomesAVrfIsNoLongerAnInterface) {
   EXPECT_THAT(Settle(), ElementsAre("deleted red", "added d0 in default down"));
 }
 
-TEST_F(KernelModel, ThreeInterfacesRotateTheirNames) {
-  AddLink("a", 5);
-  AddLink("b", 6);
-  AddLink("c", 7);
-  Settle();
-  Rename(5, "tmp");
-  Rename(7, "a");
-  Rename(6, "c");
-  Rename(5, "b");
-  Settle();
-  EXPECT_THAT(Describe(model_),
-              ElementsAre("5 b in default down '' ", "6 c in default down '' ", "7 a in default down '' "));
-  EXPECT_EQ(reconciler_.refused(), 0U);
-}
-
 TEST_F(KernelModel, NameFreedByADeletionIsTakenInOneBatch) {
   AddLink("d0", 6);
   Settle();
@@ -231,15 +212,6 @@ TEST_F(KernelModel, VrfDeviceCalledDefaultIsRefusedAndItsInterfacesStayInDefault
   EXPECT_THAT(Settle(), ElementsAre("added d0 in default down"));
   EXPECT_EQ(reconciler_.refused(), 1U);
   EXPECT_EQ(model_.vrf_count(), 0U);
-}
-
-TEST_F(KernelModel, UnchangedObjectsCauseNoNotification) {
-  AddVrf("red", 2, 10);
-  AddLink("d0", 5, 2, true);
-  Settle();
-  mirror_.touch(2);
-  mirror_.touch(5);
-  EXPECT_THAT(Settle(), IsEmpty());
 }
 
 // A later run makes the changes that the model refused, without a new event.

@@ -78,24 +78,6 @@ DumpControl read_dump_control(const nlmsghdr* message) {
   }
 }
 
-bool read_u32(const nlattr* attribute, std::uint32_t* value) {
-  if (mnl_attr_get_payload_len(attribute) < sizeof *value) return false;
-  *value = mnl_attr_get_u32(attribute);
-  return true;
-}
-
-bool read_u16(const nlattr* attribute, std::uint16_t* value) {
-  if (mnl_attr_get_payload_len(attribute) < sizeof *value) return false;
-  *value = mnl_attr_get_u16(attribute);
-  return true;
-}
-
-bool read_u8(const nlattr* attribute, std::uint8_t* value) {
-  if (mnl_attr_get_payload_len(attribute) < sizeof *value) return false;
-  *value = mnl_attr_get_u8(attribute);
-  return true;
-}
-
 bool read_octets(const nlattr* attribute, router::Family family, std::array<std::uint8_t, 16>* octets) {
   if (mnl_attr_get_payload_len(attribute) != inet::octets_of(family)) return false;
   std::memcpy(octets->data(), mnl_attr_get_payload(attribute), inet::octets_of(family));

@@ -7,8 +7,9 @@
 #include <libmnl/libmnl.h>
 
 #include <array>
-#include <cstddef>
+#include <concepts>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <span>
 
@@ -45,10 +46,13 @@ struct DumpControl {
 // Reads NLMSG_DONE, NLMSG_ERROR and NLMSG_OVERRUN.
 DumpControl read_dump_control(const nlmsghdr* message);
 
-// False when the attribute is too short.
-bool read_u32(const nlattr* attribute, std::uint32_t* value);
-bool read_u8(const nlattr* attribute, std::uint8_t* value);
-bool read_u16(const nlattr* attribute, std::uint16_t* value);
+// In host order. False when the attribute is too short.
+template <std::unsigned_integral Number>
+bool read_number(const nlattr* attribute, Number* value) {
+  if (mnl_attr_get_payload_len(attribute) < sizeof *value) return false;
+  std::memcpy(value, mnl_attr_get_payload(attribute), sizeof *value);
+  return true;
+}
 // False when the attribute is not exactly one address of the family. The rest of *octets is left unchanged.
 bool read_octets(const nlattr* attribute, router::Family family, std::array<std::uint8_t, 16>* octets);
 

@@ -101,13 +101,13 @@ bool read_via(const nlattr* attribute, RoutePath* path) {
 bool read_path_attribute(const nlattr* attribute, PathDraft* draft) {
   switch (mnl_attr_get_type(attribute)) {
     case RTA_OIF:
-      return read_u32(attribute, &draft->path.interface_index);
+      return read_number(attribute, &draft->path.interface_index);
     case RTA_GATEWAY:
       return read_gateway(attribute, draft->family, &draft->path);
     case RTA_VIA:
       return read_via(attribute, &draft->path);
     case RTA_ENCAP_TYPE:
-      return read_u16(attribute, &draft->encap_type);
+      return read_number(attribute, &draft->encap_type);
     case RTA_ENCAP:
       read_encap(attribute, draft);
       return true;
@@ -172,14 +172,14 @@ int read_route_attribute(const nlattr* attribute, void* data) {
   KernelRoute& route = draft->route;
   switch (mnl_attr_get_type(attribute)) {
     case RTA_TABLE:
-      return verdict(read_u32(attribute, &route.table));
+      return verdict(read_number(attribute, &route.table));
     case RTA_DST:
       draft->has_destination = true;
       return verdict(read_octets(attribute, route.family, &route.destination));
     case RTA_PRIORITY:
-      return verdict(read_u32(attribute, &route.priority));
+      return verdict(read_number(attribute, &route.priority));
     case RTA_NH_ID:
-      return verdict(read_u32(attribute, &route.next_hop_object));
+      return verdict(read_number(attribute, &route.next_hop_object));
     case RTA_MULTIPATH:
       draft->multipath.clear();
       return verdict(read_multipath(attribute, route.family, &draft->multipath));
@@ -254,18 +254,18 @@ int read_object_attribute(const nlattr* attribute, void* data) {
   auto* draft = static_cast<ObjectDraft*>(data);
   switch (mnl_attr_get_type(attribute)) {
     case NHA_ID:
-      return verdict(read_u32(attribute, &draft->object.id));
+      return verdict(read_number(attribute, &draft->object.id));
     case NHA_GROUP:
       return verdict(read_members(attribute, &draft->object.members));
     case NHA_BLACKHOLE:
       draft->object.discards = true;
       return MNL_CB_OK;
     case NHA_OIF:
-      return verdict(read_u32(attribute, &draft->path.path.interface_index));
+      return verdict(read_number(attribute, &draft->path.path.interface_index));
     case NHA_GATEWAY:
       return verdict(read_gateway(attribute, draft->path.family, &draft->path.path));
     case NHA_ENCAP_TYPE:
-      return verdict(read_u16(attribute, &draft->path.encap_type));
+      return verdict(read_number(attribute, &draft->path.encap_type));
     case NHA_ENCAP:
       read_encap(attribute, &draft->path);
       return MNL_CB_OK;
