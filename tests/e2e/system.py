@@ -135,21 +135,28 @@ class System:
 
         wait_until("daemon", ready, 30)
 
-    def start_snmpd(self):
+    def start_on_a_port(self, name, port, command, is_ready):
+        """Starts a program on this UDP port, if it is not 0, or on another one; `command` returns its words for a port."""
         for _ in range(20):
-            self.port = self.port or random.randint(20000, 32000)
-            conf = self.folder / "snmpd.conf"
-            conf.write_text(f"agentAddress udp:127.0.0.1:{self.port}\nagentXSocket {self.agentx}\n" + self.snmpd_settings() +
-                            self.trap_sink())
-            process = self.spawn("snmpd", "snmpd", "-f", "-Lo", "-C", "-c", str(conf), "-p", str(self.folder / "snmpd.pid"))
+            port = port or random.randint(20000, 32000)
+            process = self.spawn(name, *command(port))
             deadline = time.monotonic() + 5 * SLOW
             while process.poll() is None and time.monotonic() < deadline:
-                if self.agentx.exists() and self.snmp("get", "1.3.6.1.2.1.1.3.0", timeout=1).returncode == 0:
+                if is_ready(port):
                     return
                 time.sleep(0.02)
-            self.kill("snmpd")
-            self.port = 0
-        raise AssertionError("snmpd did not start: " + self.log("snmpd"))
+            self.kill(name)
+            port = 0
+        raise AssertionError(f"{name} did not start: " + self.log(name))
+
+    def start_snmpd(self):
+        def command(port):
+            self.port, conf = port, self.folder / "snmpd.conf"
+            conf.write_text(f"agentAddress udp:127.0.0.1:{port}\nagentXSocket {self.agentx}\n" + self.snmpd_settings() +
+                            self.trap_sink())
+            return "snmpd", "-f", "-Lo", "-C", "-c", str(conf), "-p", str(self.folder / "snmpd.pid")
+        self.start_on_a_port("snmpd", self.port, command, lambda _: self.agentx.exists() and
+                             self.snmp("get", "1.3.6.1.2.1.1.3.0", timeout=1).returncode == 0)
 
     def snmpd_settings(self):
         return "rocommunity public\nrwcommunity private\nmaster agentx\n"
@@ -159,19 +166,12 @@ class System:
 
     def start_trapd(self):
         """Starts a stock snmptrapd that logs each notification on a line. Call it before start_snmpd, whose snmpd sends there."""
-        conf = self.folder / "snmptrapd.conf"
-        conf.write_text("disableAuthorization yes\n")
-        for _ in range(20):
-            self.trap_port = random.randint(20000, 32000)
-            process = self.spawn("trapd", "snmptrapd", "-f", "-Lo", "-C", "-c", str(conf), "-One", "-Oq", "-F", "TRAP\t%v\n",
-                                 "-p", str(self.folder / "trapd.pid"), f"udp:127.0.0.1:{self.trap_port}")
-            deadline = time.monotonic() + 5 * SLOW
-            while process.poll() is None and time.monotonic() < deadline:
-                if f":{self.trap_port:04X} " in pathlib.Path("/proc/net/udp").read_text():
-                    return
-                time.sleep(0.02)
-            self.kill("trapd")
-        raise AssertionError("snmptrapd did not start: " + self.log("trapd"))
+        def command(port):
+            self.trap_port, conf = port, self.folder / "snmptrapd.conf"
+            conf.write_text("disableAuthorization yes\n")
+            return ("snmptrapd", "-f", "-Lo", "-C", "-c", str(conf), "-One", "-Oq", "-F", "TRAP\t%v\n", "-p",
+                    str(self.folder / "trapd.pid"), f"udp:127.0.0.1:{port}")
+        self.start_on_a_port("trapd", 0, command, lambda port: f":{port:04X} " in pathlib.Path("/proc/net/udp").read_text())
 
     def traps(self):
         """[(notification number, [(oid below the MIB, value)])] of this MIB, in the order received."""
@@ -240,7 +240,7 @@ class SystemTest(unittest.TestCase):
         self.addCleanup(system.__exit__, None)
         return system
 
-    def becomes(self, what, read, expected):
+    def becomes(self, what, read, expected, seconds=10.0):
         found = []
 
         def is_so():
@@ -253,7 +253,7 @@ class SystemTest(unittest.TestCase):
             return found == [expected]
 
         try:
-            wait_until(what, is_so)
+            wait_until(what, is_so, seconds)
         except AssertionError:
             if isinstance(found[0], Exception):
                 raise found[0]

@@ -6,15 +6,14 @@ system.py reads it when it is imported.
 import os
 import pathlib
 import sys
-import unittest
 
 os.environ["MPLS_TEST_BIN"] = os.path.abspath(sys.argv.pop(1))
 os.environ.setdefault("MPLS_TEST_SLOW", "3")  # a process start costs 15 ms here
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
-from system import System  # noqa: E402
+from system import System, SystemTest  # noqa: E402
 
 
-class GuestSystemTest(unittest.TestCase):
+class GuestSystemTest(SystemTest):
     """One system, with the kernel as source, for all tests of a class."""
     frr = None  # value of `frr:` in platform.yaml; None: without it
 

@@ -17,6 +17,19 @@ FAMILIES = {"IPv4 Unicast": "ipv4", "IPv6 Unicast": "ipv6", "": "evpn"}
 DIRECTIONS = {1: "import", 2: "export"}
 
 
+def vpn_family(rd, target, family="ipv4", label="auto", further=""):
+    """The address family of a VRF's BGP instance that imports and exports VPN routes with one route target."""
+    return f""" address-family {family} unicast
+  redistribute connected
+  label vpn export {label}
+  rd vpn export {rd}
+  rt vpn both {target}
+  export vpn
+  import vpn
+{further} exit-address-family
+"""
+
+
 class SuiteSystemTest(GuestSystemTest):
     """`prepare` creates the router's devices before the suite's programs are started with their configuration."""
     release = None
@@ -109,19 +122,12 @@ class SuiteSystemTest(GuestSystemTest):
     # --- Both ---
 
     def assert_becomes_equal(self, mib_shows, suite_shows, seconds=10.0):
-        seen = {}
-
-        def agrees():
-            seen.update(mib=mib_shows(), suite=suite_shows())
-            return seen["mib"] == seen["suite"]
-        try:
-            wait_until("the MIB to show what the suite shows", agrees, seconds, every=0.1)
-        except AssertionError:
-            parts = seen["suite"] if isinstance(seen["suite"], dict) else ()
-            for part in parts:
-                self.assertEqual(seen["mib"].get(part), seen["suite"][part], part)
-            self.assertEqual(seen["mib"], seen["suite"])
-            raise
+        def differences():
+            mib, suite = mib_shows(), suite_shows()
+            if isinstance(suite, dict):
+                return {part: (mib.get(part), suite.get(part)) for part in {**mib, **suite} if mib.get(part) != suite.get(part)}
+            return (mib, suite) if mib != suite else {}
+        self.becomes("the MIB shows what the suite shows: {part: (MIB, suite)}", differences, {}, seconds)
 
 
 def exported_routes(of_suite):

@@ -11,7 +11,7 @@ import ipaddress
 import re
 import time
 
-from suite_system import SuiteSystemTest, main  # before system
+from suite_system import SuiteSystemTest, main, vpn_family  # before system
 from kernel import Kernel, batch, member_lines, vrf_lines
 from suite import Suite, run
 from system import IF_ENTRY, ROUTE_ENTRY, bits, dotted, expected_if_conf, name_index, wait_until
@@ -127,38 +127,13 @@ router bgp 65000 vrf red
   export vpn
   import vpn
  exit-address-family
- address-family ipv6 unicast
-  redistribute connected
-  neighbor 2001:db8:1::2 activate
-  label vpn export auto
-  rd vpn export 65000:10
-  rt vpn both 65000:10
-  export vpn
-  import vpn
- exit-address-family
-exit
+""" + vpn_family("65000:10", "65000:10", "ipv6", further="  neighbor 2001:db8:1::2 activate\n") + f"""exit
 router bgp 65000 vrf blue
  bgp router-id 10.2.0.1
- address-family ipv4 unicast
-  redistribute connected
-  label vpn export auto
-  rd vpn export 10.255.0.1:20
-  rt vpn both 65000:20
-  export vpn
-  import vpn
- exit-address-family
-exit
+{vpn_family("10.255.0.1:20", "65000:20")}exit
 router bgp 65000 vrf green
  bgp router-id 10.3.0.1
- address-family ipv4 unicast
-  redistribute connected
-  label vpn export 5030
-  rd vpn export 4200000000:30
-  rt vpn both 4200000000:30
-  export vpn
-  import vpn
- exit-address-family
-exit
+{vpn_family("4200000000:30", "4200000000:30", label=5030)}exit
 router ospf vrf blue
  ospf router-id 10.2.0.1
  network 10.2.0.0/30 area 0
@@ -176,15 +151,7 @@ ipv6 route 2001:db8:ff::1/128 2001:db8:c2::2 label 1101
 """ + core_bgp("10.255.0.2", "10.255.0.1", "2001:db8:ff::2", "2001:db8:ff::1") + """
 router bgp 65000 vrf red
  bgp router-id 10.21.0.1
-""" + "".join(f""" address-family {family} unicast
-  redistribute connected
-  label vpn export auto
-  rd vpn export 65000:110
-  rt vpn both 65000:10
-  export vpn
-  import vpn
- exit-address-family
-""" for family in ("ipv4", "ipv6")) + "exit\n"
+""" + vpn_family("65000:110", "65000:10") + vpn_family("65000:110", "65000:10", "ipv6") + "exit\n"
 
 
 def prepare_routers():

@@ -8,7 +8,7 @@ followed. Protocols must stay on interfaces that are down.
 import signal
 import subprocess
 
-from suite_system import SuiteSystemTest, exported_routes, main  # before system
+from suite_system import SuiteSystemTest, exported_routes, main, vpn_family  # before system
 from kernel import batch, member_lines, vrf_lines
 from suite import run
 from system import L3VPN, wait_until
@@ -16,7 +16,7 @@ from system import L3VPN, wait_until
 VRFS = {"red": 10, "blue": 20, "gold": 40}
 MEMBERS = {"red1": "red", "blue1": "blue", "gold1": "gold"}
 PROGRAMS = ("zebra", "staticd", "bgpd", "ospfd", "ospf6d", "ripd", "ripngd")
-CONFIG = """hostname pe1
+CONFIG = f"""hostname pe1
 vrf red
  ip route 192.168.50.0/24 10.1.0.2
 exit-vrf
@@ -46,15 +46,7 @@ router bgp 65000
 exit
 router bgp 65000 vrf red
  bgp router-id 10.1.0.1
- address-family ipv4 unicast
-  redistribute connected
-  label vpn export auto
-  rd vpn export 65000:10
-  rt vpn both 65000:10
-  export vpn
-  import vpn
- exit-address-family
-exit
+{vpn_family("65000:10", "65000:10")}exit
 router bgp 65000 vrf blue
  bgp router-id 10.2.0.1
  neighbor 10.2.0.2 remote-as 65102

@@ -6,7 +6,7 @@ VRFs import each other by name, export VPN routes, and have a VNI. The RDs and r
 in the MIB and change with the router ID as the suite's own commands show. So must the protocols of interfaces:
 OSPFv3, RIPng, BGP with neighbors of a listen range and on an interface.
 """
-from suite_system import SuiteSystemTest, exported_routes, main  # before system
+from suite_system import SuiteSystemTest, exported_routes, main, vpn_family  # before system
 from kernel import batch, member_lines, vrf_lines
 from suite import run
 from system import wait_until
@@ -26,7 +26,7 @@ link set vx{vni} master br{vni} addrgenmode none
 link set vx{vni} up
 """ for vrf, vni in (("gold", 100), ("gray", 200)))
 
-CONFIG = """hostname pe1
+CONFIG = f"""hostname pe1
 vrf gold
  vni 100
 exit-vrf
@@ -90,15 +90,7 @@ router bgp 65000 vrf blue
 exit
 router bgp 65000 vrf green
  bgp router-id 10.4.0.1
- address-family ipv4 unicast
-  redistribute connected
-  label vpn export auto
-  rd vpn export 65000:30
-  rt vpn both 65000:30
-  export vpn
-  import vpn
- exit-address-family
-exit
+{vpn_family("65000:30", "65000:30")}exit
 router bgp 65000 vrf gold
  bgp router-id 10.5.0.1
  address-family l2vpn evpn

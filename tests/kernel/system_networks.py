@@ -75,16 +75,8 @@ class Networks(SuiteSystemTest):
         """`protocols`: {name in the MIB: function that returns what the suite shows}."""
         for protocol, shown in protocols.items():
             wait_until(f"{protocol} of the suite on {marked}", lambda shown=shown: marked in shown())
-            seen = {}
-
-            def agrees(protocol=protocol, shown=shown, seen=seen):
-                seen.update(suite=shown(), mib=self.mib(protocol))
-                return seen["suite"] == seen["mib"]
-            try:
-                wait_until("the MIB", agrees)
-            except AssertionError:
-                self.fail(f"network {line}, {protocol}: {seen}")
-            print(f"{line:16} {protocol:6} {' '.join(sorted(seen['suite'] - {marked})) or '-'}", flush=True)
+            self.assert_becomes_equal(lambda protocol=protocol: self.mib(protocol), shown)
+            print(f"{line:16} {protocol:6} {' '.join(sorted(shown() - {marked})) or '-'}", flush=True)
 
     def test_ospf_and_rip(self):
         protocols = {"ospf": lambda: self.suite.ospf_interfaces().get("red", set()),

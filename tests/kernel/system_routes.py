@@ -13,7 +13,7 @@ import unittest
 from guest_system import GuestSystemTest  # before system
 from kernel import Kernel, batch, member_lines, vrf_lines
 from routes import LOCAL, vrf_routes
-from system import PERF_ENTRY, RAW, ROUTE_ENTRY, dotted, name_index, route_index, wait_until
+from system import PERF_ENTRY, RAW, ROUTE_ENTRY, dotted, name_index, route_index
 
 INTERFACE, TYPE, PROTOCOL, METRIC, POINTER, STATUS = 7, 8, 9, 12, 17, 18
 NO_METRIC = "-1"
@@ -51,7 +51,7 @@ def no_hop_is_empty(address):
 
 class RoutesOnAKernel(GuestSystemTest):
     def difference(self):
-        """Rows that only the system or only the kernel has; empty when they agree."""
+        """(what, kernel, shown) of rows that only the system or only the kernel has; empty when they agree."""
         routes = vrf_routes(Kernel())
         expected, seen = expected_cells(routes), seen_cells(self.system.walk(dotted(ROUTE_ENTRY), options=RAW))
         found = [(dotted(oid[len(ROUTE_ENTRY):]), expected.get(oid), seen.get(oid))
@@ -67,16 +67,7 @@ class RoutesOnAKernel(GuestSystemTest):
 
     def step(self, *commands):
         batch(commands)
-        last = []
-
-        def agrees():
-            last[:] = self.difference()
-            return not last
-
-        try:
-            wait_until("; ".join(commands), agrees, 10)
-        except AssertionError as failure:
-            raise AssertionError(f"{failure}\n(what, kernel, shown): {last[:20]}") from None
+        self.becomes("; ".join(commands), self.difference, [])
         print(f"{len(commands)} commands: " + ", ".join(f"{vrf} {len(rows)} routes" for vrf, rows in vrf_routes(Kernel()).items()))
 
     def test_life_of_the_routes_of_two_vrfs(self):

@@ -31,25 +31,22 @@ class KernelWalk(GuestSystemTest):
         """The protocols of members that have any, in the form of expected_if_conf()."""
         return {}
 
-    def shown(self):
-        """What the walk and the command line show; None while they differ."""
+    def views(self):
+        """(shown, expected by the kernel). The sub-agent may show a value for a second after it changed."""
+        expected, of_kernel, scalars = numbers(), members(), self.system.cli_json("show", "scalars")
+        yield tuple(scalars[name] for name in ("configuredVrfs", "activeVrfs", "connectedInterfaces")), expected
+        yield tuple(self.system.get_value(f"{SCALARS}.{column}.0") for column in (1, 2, 3)), tuple(map(str, expected))
         rows = self.system.cli_json("show", "interfaces")
-        listed = {(row["vrfName"], row["ifConfIndex"]): row["name"] for row in rows}
-        return listed if self.system.walk(IF_CONF) == expected_if_conf(listed, self.protocols()) else None
+        yield {(row["vrfName"], row["ifConfIndex"]): row["name"] for row in rows}, of_kernel
+        yield self.system.walk(IF_CONF), expected_if_conf(of_kernel, self.protocols())
 
-    def agrees(self):
-        scalars = self.system.cli_json("show", "scalars")
-        counts = (scalars["configuredVrfs"], scalars["activeVrfs"], scalars["connectedInterfaces"])
-        if counts != numbers():
-            return False
-        # The sub-agent may show a value for a second after it changed.
-        if [self.system.get_value(f"{SCALARS}.{column}.0") for column in (1, 2, 3)] != [str(count) for count in counts]:
-            return False
-        return self.shown() == members()
+    def difference(self):
+        """The first view that differs from the kernel."""
+        return next((view for view in self.views() if view[0] != view[1]), None)
 
     def step(self, *commands):
         batch(commands)
-        wait_until("; ".join(commands), self.agrees, 10)
+        self.becomes("; ".join(commands), self.difference, None)
         print("{}: {} VRFs, {} active, {} members".format("; ".join(commands), *numbers()))
 
 

@@ -20,8 +20,6 @@ class RandomRoutes:
     def path(self, version):
         """A path over any interface, also one outside the VRF, as VPN routes have."""
         name = self.pick(self.interfaces)
-        if name is None:
-            return None
         if self.chance(25):
             return f"dev {name}"
         if version == 4 and self.chance(8):
@@ -32,8 +30,6 @@ class RandomRoutes:
     def target(self, version):
         """ "PREFIX metric M proto P table T" and the like, without type and path."""
         vrf = self.pick(self.vrfs)
-        if vrf is None:
-            return None
         prefix = self.random.choice(PREFIXES[version])
         service = " tos 0x10" if version == 4 and self.chance(5) else ""
         return (prefix + service + self.random.choice(METRICS) + self.random.choice(self.protocols)
@@ -42,8 +38,6 @@ class RandomRoutes:
     def change_route(self):
         version = self.random.choice((4, 4, 6))
         target, path, kind = self.target(version), self.path(version), self.random.choice(TYPES)
-        if target is None or path is None:
-            return None
         verb = self.random.choice(VERBS)
         if verb == "del" and self.chance(50):
             return [f"route del {target}"]
@@ -53,8 +47,6 @@ class RandomRoutes:
     def change_multipath(self):
         version = self.random.choice((4, 4, 6))
         target, paths = self.target(version), [self.path(version) for _ in range(self.random.randrange(2, 4))]
-        if target is None or None in paths:
-            return None
         hops = " ".join(f"nexthop {path}" + (" weight 3" if self.chance(20) else "") for path in paths)
         return [f"route {self.random.choice(('add', 'replace'))} {target} {hops}"]
 
@@ -69,23 +61,19 @@ class RandomRoutes:
         if number == 6:
             return ["nexthop replace id 6 blackhole"]
         version = 6 if number == 5 else 4
-        path = self.path(version)
-        return path and ([f"nexthop replace id {number} {path}"])
+        return [f"nexthop replace id {number} {self.path(version)}"]
 
     def route_by_object(self):
         number = self.random.randrange(1, 9)
         target = self.target(6 if number == 5 else 4)
-        return target and ([f"route replace {target} nhid {number}"])
+        return [f"route replace {target} nhid {number}"]
 
     def change_labels(self):
         """Label routes: the label of a VRF, and one that is swapped."""
         label, vrf = self.random.randrange(100, 104), self.pick(self.vrfs)
-        if vrf is None:
-            return None
         if self.chance(30):
             return [f"mpls route del {label}"]
         return [f"mpls route replace {label} dev {vrf}"]
 
     def flush_table(self):
-        vrf = self.pick(self.vrfs)
-        return vrf and ([f"route flush table {self.vrfs[vrf]['table']}"])
+        return [f"route flush table {self.vrfs[self.pick(self.vrfs)]['table']}"]

@@ -38,15 +38,11 @@ class RandomSuite:
 
     def delete_instance(self):
         vrf = self.pick(self.instances)
-        if vrf is None:
-            return None
         del self.instances[vrf]
         return self.suite_lines(f"no router bgp 65000 vrf {vrf}")
 
     def change_vpn(self):
         vrf = self.pick(self.instances)
-        if vrf is None:
-            return None
         family = FAMILIES[self.pick(self.instances[vrf])]
         change = self.random.choice((f"rd vpn export {self.new_rd(vrf)}", f"rt vpn import {self.some_targets()}",
                                      f"rt vpn export {self.some_targets()}", f"rt vpn both {self.some_targets()}",
@@ -56,8 +52,6 @@ class RandomSuite:
 
     def change_neighbor(self):
         vrf, neighbor = self.pick(self.instances), f"10.{self.random.randrange(2)}.0.9"
-        if vrf is None:
-            return None
         change = f"neighbor {neighbor} remote-as 65009" if self.chance(60) else f"no neighbor {neighbor}"
         return self.suite_lines(f"router bgp 65000 vrf {vrf}", change)
 

@@ -3,6 +3,7 @@
 An operation is a list of steps, each a line: "ip ...", "mpls ..." (ip -f mpls), "kill PROCESS", "start PROCESS". The world
 records what the operations intend, so that most of them succeed; any subset of them can be applied, too.
 """
+import contextlib
 import random
 
 from random_routes import NOT_OF_A_SUITE, PROTOCOLS, RandomRoutes
@@ -15,6 +16,10 @@ FIRST_INDEX = 101
 # Otherwise its programs disagree about which VRF or interface has the name.
 NOT_FOLLOWED_BY_THE_SUITE = ("rename_vrf", "swap_vrfs", "swap_interfaces")
 OWN_TOOLS = ("mpls", "kill", "start", "suite")  # all others are commands of ip(8)
+
+
+class Impossible(Exception):
+    """There is nothing of the kind that an operation changes."""
 
 
 class World(RandomRoutes, RandomSuite):
@@ -40,8 +45,14 @@ class World(RandomRoutes, RandomSuite):
         return self.random.randrange(100) < percent
 
     def pick(self, choices):
-        choices = sorted(choices)
-        return self.random.choice(choices) if choices else None
+        if not choices:
+            raise Impossible
+        return self.random.choice(sorted(choices))
+
+    def pick_two(self, choices):
+        if len(choices) < 2:
+            raise Impossible
+        return self.random.sample(sorted(choices), 2)
 
     def new_index(self):
         """A new index, or that of a former link."""
@@ -66,8 +77,8 @@ class World(RandomRoutes, RandomSuite):
 
     def add_vrf(self):
         name = self.unused(VRF_NAMES, self.vrfs)
-        if name is None or len(self.vrfs) >= 6:
-            return None
+        if len(self.vrfs) >= 6:
+            raise Impossible
         return self.make_vrf(name, self.new_index(), self.new_table())
 
     def forget_vrf(self, name):
@@ -78,16 +89,14 @@ class World(RandomRoutes, RandomSuite):
 
     def delete_vrf(self):
         name = self.pick(self.vrfs)
-        if name is None or len(self.vrfs) < 3 and self.chance(60):
-            return None
+        if len(self.vrfs) < 3 and self.chance(60):
+            raise Impossible
         self.forget_vrf(name)
         return [f"link del {name}"]
 
     def recreate_vrf(self):
         """Deletes and creates a VRF: with another table, another index, with its members or without."""
         name = self.pick(self.vrfs)
-        if name is None:
-            return None
         members = [each for each, it in self.interfaces.items() if it["vrf"] == name]
         index, table = self.vrfs[name]["index"], self.vrfs[name]["table"]
         self.forget_vrf(name)
@@ -111,25 +120,21 @@ class World(RandomRoutes, RandomSuite):
 
     def rename_vrf(self):
         old, new = self.pick(self.vrfs), self.unused(VRF_NAMES, [*self.vrfs, *self.interfaces])
-        if old is None or new is None:
-            return None
         return self.move_vrf_name(old, new) + [f"link set {new} up"]
 
     def swap_vrfs(self):
-        if len(self.vrfs) < 2:
-            return None
-        one, two = self.random.sample(sorted(self.vrfs), 2)
+        one, two = self.pick_two(self.vrfs)
         lines = self.move_vrf_name(one, "tmp") + self.move_vrf_name(two, one) + self.move_vrf_name("tmp", two)
         return lines + [f"link set {one} up", f"link set {two} up"]
 
     def flap_vrf(self):
         name = self.pick(self.vrfs)
-        return name and ([f"link set {name} down"] + ([f"link set {name} up"] if self.chance(90) else []))
+        return [f"link set {name} down"] + ([f"link set {name} up"] if self.chance(90) else [])
 
     def describe_vrf(self):
         name = self.pick(self.vrfs)
         text = self.random.choice(("", "Red Rail", "customer 4711, branch", "x"))
-        return name and ([f"link set {name} up", f'link set {name} alias "{text}"'])
+        return [f"link set {name} up", f'link set {name} alias "{text}"']
 
     # --- Interfaces ---
 
@@ -155,26 +160,20 @@ class World(RandomRoutes, RandomSuite):
 
     def add_interface(self):
         name = self.unused(INTERFACE_NAMES, [*self.interfaces, *self.vrfs])
-        if name is None:
-            return None
         return self.make_interface(name, self.new_index())
 
     def delete_interface(self):
         name = self.pick(self.interfaces)
-        if name is None or len(self.interfaces) < 4 and self.chance(60):
-            return None
+        if len(self.interfaces) < 4 and self.chance(60):
+            raise Impossible
         self.free_indexes.append(self.interfaces.pop(name)["index"])
         return [f"link del {name}"]
 
     def recreate_interface(self):
         """Deletes and creates an interface under its old name, its old index or both."""
         name = self.pick(self.interfaces)
-        if name is None:
-            return None
-        index = self.interfaces.pop(name)["index"]
-        new_name, new_index = name, index
-        if self.chance(35):
-            new_name = self.unused(INTERFACE_NAMES, [*self.interfaces, *self.vrfs, name]) or name
+        new_name = self.unused(INTERFACE_NAMES, [*self.interfaces, *self.vrfs]) if self.chance(35) else name
+        new_index = index = self.interfaces.pop(name)["index"]
         if new_name == name and self.chance(70):
             new_index = self.new_index()
             self.free_indexes.append(index)
@@ -182,15 +181,11 @@ class World(RandomRoutes, RandomSuite):
 
     def rename_interface(self):
         old, new = self.pick(self.interfaces), self.unused(INTERFACE_NAMES, [*self.interfaces, *self.vrfs])
-        if old is None or new is None:
-            return None
         interface = self.interfaces[new] = self.interfaces.pop(old)
         return [f"link set {old} down", f"link set {old} name {new}"] + ([f"link set {new} up"] if interface["up"] else [])
 
     def swap_interfaces(self):
-        if len(self.interfaces) < 2:
-            return None
-        one, two = self.random.sample(sorted(self.interfaces), 2)
+        one, two = self.pick_two(self.interfaces)
         self.interfaces[one], self.interfaces[two] = self.interfaces[two], self.interfaces[one]
         lines = [f"link set {one} down", f"link set {two} down", f"link set {one} name tmp", f"link set {two} name {one}",
                  f"link set tmp name {two}"]
@@ -198,42 +193,32 @@ class World(RandomRoutes, RandomSuite):
 
     def swap_indexes(self):
         """Creates two interfaces again, each with the other's index."""
-        if len(self.interfaces) < 2:
-            return None
-        one, two = self.random.sample(sorted(self.interfaces), 2)
+        one, two = self.pick_two(self.interfaces)
         first, second = self.interfaces[one]["index"], self.interfaces[two]["index"]
         return [f"link del {one}", f"link del {two}"] + self.make_interface(one, second) + self.make_interface(two, first)
 
     def move_interface(self):
         name, vrf = self.pick(self.interfaces), self.pick(self.vrfs)
-        if name is None or vrf is None:
-            return None
         self.interfaces[name]["vrf"] = vrf
         return [f"link set {name} master {vrf}"]
 
     def leave_vrf(self):
         name = self.pick(self.interfaces)
-        if name is None:
-            return None
         self.interfaces[name]["vrf"] = None
         return [f"link set {name} nomaster"]
 
     def set_link(self):
         name = self.pick(self.interfaces)
-        if name is None:
-            return None
         up = self.interfaces[name]["up"] = self.chance(60)
         return [f"link set {name} {'up' if up else 'down'}"]
 
     def flap_interface(self):
         name = self.pick(self.interfaces)
-        return name and ([f"link set {name} down", f"link set {name} up"] * self.random.choice((1, 1, 3)))
+        return [f"link set {name} down", f"link set {name} up"] * self.random.choice((1, 1, 3))
 
     def set_carrier(self):
         """Changes the carrier of a dummy; for a veth pair sets the other end down."""
         name = self.pick(self.interfaces)
-        if name is None:
-            return None
         state = self.random.choice(("on", "on", "off"))
         peer = f"q{self.interfaces[name]['index']}"
         return [f"link set {name} carrier {state}", f"link set {peer} {'up' if state == 'on' else 'down'}"]
@@ -249,8 +234,6 @@ class World(RandomRoutes, RandomSuite):
 
     def change_address(self):
         name = self.pick(self.interfaces)
-        if name is None:
-            return None
         if self.chance(10):
             return [f"addr flush dev {name}"]
         return [self.address_line("add" if self.chance(65) else "del", name, self.interfaces[name])]
@@ -281,9 +264,8 @@ class World(RandomRoutes, RandomSuite):
         names, weights = zip(*self.weights)
         while True:
             name = self.random.choices(names, weights)[0]
-            made = getattr(self, name)()
-            if made:
-                return [step if step.split()[0] in OWN_TOOLS else f"ip {step}" for step in made]
+            with contextlib.suppress(Impossible):
+                return [step if step.split()[0] in OWN_TOOLS else f"ip {step}" for step in getattr(self, name)()]
 
     def batch(self):
         size = self.random.choice((1, 8, 20, 40, 60, 60, 80, 100))
