@@ -250,38 +250,4 @@ TEST_F(Thresholds, VrfThatLosesBothTablesIsCleared) {
   ExpectSilence();
 }
 
-// --- The events as both sides describe them
-
-void ExpectSame(const ParcelDescription& ours, const ParcelDescription& readers) {
-  EXPECT_STREQ(ours.type_name, readers.type_name);
-  EXPECT_EQ(ours.version, readers.version);
-  EXPECT_EQ(ours.reader_version, readers.reader_version);
-  EXPECT_STREQ(ours.library, readers.library);
-  EXPECT_STREQ(ours.annotated_schema, readers.annotated_schema);
-  EXPECT_STREQ(ours.compact_schema, readers.compact_schema);
-  EXPECT_EQ(ours.layout->structures[0].size, readers.layout->structures[0].size);
-}
-
-TEST(ThresholdEventRecords, AreDescribedAsTheDaemonDescribesThem) {
-  ExpectSame(rib_threshold::kMidThresholdParcel, kRibMidThreshParcel);
-  ExpectSame(rib_threshold::kMaximumThresholdParcel, kRibMaxThreshParcel);
-}
-
-TEST(ThresholdEventRecords, AreDecodedByTheDaemonsDescription) {
-  KvValue value;
-  ASSERT_EQ(rib_threshold::encode(rib_threshold::MaximumThreshold{1, 10, 99, 100}, &value), kStatusOk);
-  EXPECT_EQ(value.type, KvValueType::kRecord);
-  rib_prov_maxthresh maximum{};
-  ASSERT_EQ(parcel_decode(&kRibMaxThreshParcel, value.record.data(), value.record.size(), &maximum),
-            kStatusOk);
-  EXPECT_THAT((std::array{maximum.ext_clear, maximum.ext_table_id, maximum.ext_curr_num_routes,
-                          maximum.ext_conf_max_threshold}),
-              ElementsAre(1U, 10U, 99U, 100U));
-  ASSERT_EQ(rib_threshold::encode(rib_threshold::MidThreshold{10, 81, 80}, &value), kStatusOk);
-  rib_prov_midthresh_exceed mid{};
-  ASSERT_EQ(parcel_decode(&kRibMidThreshParcel, value.record.data(), value.record.size(), &mid), kStatusOk);
-  EXPECT_THAT((std::array{mid.ext_table_id, mid.ext_curr_num_routes, mid.ext_conf_mid_threshold}),
-              ElementsAre(10U, 81U, 80U));
-}
-
 }  // namespace

@@ -1,15 +1,11 @@
-// The two records of the routing table's threshold events: their type names,
-// versions and layouts are a contract with every process that decodes them.
-//
-// Sender and reader each have a description of the records. An encoded record carries its type name and a
-// hash of its schema, so that decoding with a different description fails (kStatusBadEncoding).
+// The two records of the routing table's threshold events: their type names, versions and layouts are a
+// contract with every process that decodes them. An encoded record carries its type name and a hash of its
+// schema, so that decoding with a different description fails (kStatusBadEncoding).
 #pragma once
 
 #include <cstdint>
 
-#include "platform/core/base/status.h"
 #include "platform/core/parcel/parcel.h"
-#include "platform/store/tree/kvtree.h"
 
 namespace rib_threshold {
 
@@ -18,7 +14,6 @@ struct MidThreshold {
   std::uint32_t ext_curr_num_routes;
   std::uint32_t ext_conf_mid_threshold;  // routes
 };
-static_assert(sizeof(MidThreshold) == 12);
 
 struct MaximumThreshold {
   std::uint32_t ext_clear;  // 1: the threshold is no longer exceeded
@@ -26,7 +21,6 @@ struct MaximumThreshold {
   std::uint32_t ext_curr_num_routes;
   std::uint32_t ext_conf_max_threshold;  // routes
 };
-static_assert(sizeof(MaximumThreshold) == 16);
 
 extern const ParcelDescription kMidThresholdParcel;
 extern const ParcelDescription kMaximumThresholdParcel;

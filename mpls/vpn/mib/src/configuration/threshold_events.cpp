@@ -11,10 +11,10 @@
 
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/provider/request.h"
-#include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
 #include "platform/core/parcel/parcel.h"
+#include "platform/router/rib_threshold/records.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ bool decode_item(const KvNotifyInfo* info, const ParcelDescription& description,
   return rc == kStatusOk;
 }
 
-void take_maximum_event(const VtabVrfRecord* record, const rib_prov_maxthresh& event) {
+void take_maximum_event(const VtabVrfRecord* record, const rib_threshold::MaximumThreshold& event) {
   mpls_vpn_vrf_attr* attributes = mpls_vpn_vrf_attributes(record);
   attributes->curr_num_routes = event.ext_curr_num_routes;
   attributes->high_thresh_exceeded = event.ext_clear == 0 ? 1 : 0;
@@ -45,20 +45,20 @@ void take_maximum_event(const VtabVrfRecord* record, const rib_prov_maxthresh& e
 
 void mpls_vpn_mib_mid_thresh_exceeded_notify(const KvNotifyInfo* info, const RequestArgs* /*args*/) {
   mpls_vpn_debug(PROV, "Entering %s", __func__);
-  rib_prov_midthresh_exceed event{};
-  if (!decode_item(info, kRibMidThreshParcel, __func__, &event)) return;
+  rib_threshold::MidThreshold event{};
+  if (!decode_item(info, rib_threshold::kMidThresholdParcel, __func__, &event)) return;
   const VtabVrfRecord* record = vtab_get_vrf_record_by_table_id(event.ext_table_id);
   if (record == nullptr) return;
   mpls_vpn_vrf_attributes(record)->curr_num_routes = event.ext_curr_num_routes;
   mpls_vpn_mib_trap_mid_thresh_exc(record->vrf_name, event.ext_conf_mid_threshold, event.ext_curr_num_routes);
-  prov_release_parcel(&event, &kRibMidThreshParcel, __func__);
+  prov_release_parcel(&event, &rib_threshold::kMidThresholdParcel, __func__);
 }
 
 void mpls_vpn_mib_high_thresh_exceeded_notify(const KvNotifyInfo* info, const RequestArgs* /*args*/) {
-  rib_prov_maxthresh event{};
-  if (!decode_item(info, kRibMaxThreshParcel, __func__, &event)) return;
+  rib_threshold::MaximumThreshold event{};
+  if (!decode_item(info, rib_threshold::kMaximumThresholdParcel, __func__, &event)) return;
   const VtabVrfRecord* record = vtab_get_vrf_record_by_table_id(event.ext_table_id);
   if (record == nullptr) return;
   take_maximum_event(record, event);
-  prov_release_parcel(&event, &kRibMaxThreshParcel, __func__);
+  prov_release_parcel(&event, &rib_threshold::kMaximumThresholdParcel, __func__);
 }

@@ -6,6 +6,7 @@
 
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
 #include "mpls/vpn/mib/src/traps/trap_test_support.h"
+#include "platform/router/rib_threshold/records.h"
 
 namespace {
 
@@ -30,10 +31,12 @@ class ThresholdEvents : public Configured<TrapTest> {
     ClearPrints();
   }
   void MidExceeded(std::uint32_t table, std::uint32_t routes, std::uint32_t threshold) {
-    SetRecord(kMid, kRibMidThreshParcel, rib_prov_midthresh_exceed{table, routes, threshold});
+    SetRecord(kMid, rib_threshold::kMidThresholdParcel,
+              rib_threshold::MidThreshold{table, routes, threshold});
   }
   void Maximum(std::uint32_t cleared, std::uint32_t table, std::uint32_t routes, std::uint32_t threshold) {
-    SetRecord(kMax, kRibMaxThreshParcel, rib_prov_maxthresh{cleared, table, routes, threshold});
+    SetRecord(kMax, rib_threshold::kMaximumThresholdParcel,
+              rib_threshold::MaximumThreshold{cleared, table, routes, threshold});
   }
   std::uint32_t table_ = 0;
 };
@@ -148,8 +151,9 @@ TEST_F(ThresholdEvents, ItemThatIsNotARecordAndMissingItemAreReported) {
 
 TEST_F(ThresholdEvents, RecordOfAnotherTypeDoesNotDecode) {
   OnlyArea(ERR);
-  SetRecord(kMid, kRibMaxThreshParcel, rib_prov_maxthresh{kExceeded, table_, 101, 100});
-  SetRecord(kMax, kRibMidThreshParcel, rib_prov_midthresh_exceed{table_, 81, 80});
+  SetRecord(kMid, rib_threshold::kMaximumThresholdParcel,
+            rib_threshold::MaximumThreshold{kExceeded, table_, 101, 100});
+  SetRecord(kMax, rib_threshold::kMidThresholdParcel, rib_threshold::MidThreshold{table_, 81, 80});
   EXPECT_THAT(Prints(), ElementsAre(Failure(kMidHandler, "parcel_decode failed", kStatusBadEncoding),
                                     Failure(kMaxHandler, "parcel_decode failed", kStatusBadEncoding)));
   EXPECT_EQ(AttributesOf("red")->curr_num_routes, 0U);

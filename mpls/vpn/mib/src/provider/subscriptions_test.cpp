@@ -6,6 +6,7 @@
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
 #include "mpls/vpn/mib/src/route/route_test_support.h"
 #include "mpls/vpn/mib/src/traps/info.h"
+#include "platform/router/rib_threshold/records.h"
 
 namespace {
 
@@ -102,7 +103,8 @@ class Subscriptions : public Configured<RouteTablesTest>, public testing::WithPa
     if (GetParam().value == Value::kMaximumEvent) {
       const router::Vrf* found = vrf == router::kDefaultVrf ? nullptr : router_.find_vrf(vrf);
       const std::uint32_t table = found == nullptr ? 0 : found->ipv4_table;
-      SetRecord(path, kRibMaxThreshParcel, rib_prov_maxthresh{0, table, 101, 100});
+      SetRecord(path, rib_threshold::kMaximumThresholdParcel,
+                rib_threshold::MaximumThreshold{0, table, 101, 100});
     }
   }
 

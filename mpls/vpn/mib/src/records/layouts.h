@@ -1,5 +1,5 @@
-// The records of the daemon: every answer that it gives, every trap that it raises, and the two events of the
-// routing-table process that it reads. Shared with the readers of those answers.
+// The records of the daemon: every answer that it gives and every trap that it raises. Shared with the
+// readers of those answers.
 //
 // Each row of the MIB has a header with its record, the fields on the wire and the columns. Members carry the
 // names of their schemas. Texts, octets and arrays are on the C heap and belong to the record:
@@ -63,29 +63,12 @@ extern const ParcelDescription kShowAfiSafiParcel;
 extern const ParcelDescription kShowInterfacesParcel;
 extern const ParcelDescription kShowVrfParcel;
 
-// --- Events of the routing-table process, read only
-
-struct rib_prov_midthresh_exceed {
-  std::uint32_t ext_table_id;
-  std::uint32_t ext_curr_num_routes;
-  std::uint32_t ext_conf_mid_threshold;  // routes
-};
-
-struct rib_prov_maxthresh {
-  std::uint32_t ext_clear;  // 1: the threshold is no longer exceeded
-  std::uint32_t ext_table_id;
-  std::uint32_t ext_curr_num_routes;
-  std::uint32_t ext_conf_max_threshold;  // routes
-};
-
-extern const ParcelDescription kRibMidThreshParcel;
-extern const ParcelDescription kRibMaxThreshParcel;
-
 // --- Registration
 
 // Each registers its set in one batch. 0; kStatusDefinitionChanged when the registry knew another version
 // (the set is registered); or the code of the first call that failed (nothing is registered).
 [[nodiscard]] Status mpls_vpn_mib_parcel_register();
 [[nodiscard]] Status mpls_vpn_parcel_register();
-// The two events. Only for programs that produce them: decoding needs no registration.
+// The two events of the routing table (platform/router/rib_threshold/records.h). Only for programs that
+// produce them: decoding needs no registration.
 [[nodiscard]] Status rib_show_parcel_register();

@@ -11,6 +11,7 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/files/temporary_directory.h"
+#include "platform/router/rib_threshold/records.h"
 
 // --wrap in the build file puts these in the place of the registry's, which records neither the order nor the
 // batches that were given up.
@@ -46,7 +47,8 @@ const ParcelDescription* const kMibSet[] = {&kMibScalarsParcel, &kMibInterfacePa
                                             &kMibRtParcel,      &kMibRouteParcel,     &kMibTrapParcel};
 const ParcelDescription* const kShowSet[] = {&kShowRtParcel, &kShowAfiSafiParcel, &kShowInterfacesParcel,
                                              &kShowVrfParcel};
-const ParcelDescription* const kRibSet[] = {&kRibMidThreshParcel, &kRibMaxThreshParcel};
+const ParcelDescription* const kRibSet[] = {&rib_threshold::kMidThresholdParcel,
+                                            &rib_threshold::kMaximumThresholdParcel};
 
 std::vector<std::uint32_t> offsets_of(const ParcelStructLayout& layout) {
   return {layout.offsets, layout.offsets + layout.offset_count};
@@ -69,8 +71,8 @@ TEST(RecordLayout, RecordsHaveTheStatedSizes) {
   EXPECT_EQ(top(kShowAfiSafiParcel).size, 40U);
   EXPECT_EQ(top(kShowRtParcel).size, 24U);
   EXPECT_EQ(top(kShowInterfacesParcel).size, 8U);
-  EXPECT_EQ(top(kRibMidThreshParcel).size, 12U);
-  EXPECT_EQ(top(kRibMaxThreshParcel).size, 16U);
+  EXPECT_EQ(top(rib_threshold::kMidThresholdParcel).size, 12U);
+  EXPECT_EQ(top(rib_threshold::kMaximumThresholdParcel).size, 16U);
 }
 
 TEST(RecordLayout, MibRowsHaveTheStatedOffsets) {
@@ -89,8 +91,8 @@ TEST(RecordLayout, ShowAndThresholdRecordsHaveTheStatedOffsets) {
   EXPECT_EQ(offsets_of(top(kShowAfiSafiParcel)), (Offsets{0, 4, 8, 16, 24, 32}));
   EXPECT_EQ(offsets_of(top(kShowInterfacesParcel)), (Offsets{0}));
   EXPECT_EQ(offsets_of(top(kShowVrfParcel)), (Offsets{0, 8, 16, 24, 32, 40, 48, 56}));
-  EXPECT_EQ(offsets_of(top(kRibMidThreshParcel)), (Offsets{0, 4, 8}));
-  EXPECT_EQ(offsets_of(top(kRibMaxThreshParcel)), (Offsets{0, 4, 8, 12}));
+  EXPECT_EQ(offsets_of(top(rib_threshold::kMidThresholdParcel)), (Offsets{0, 4, 8}));
+  EXPECT_EQ(offsets_of(top(rib_threshold::kMaximumThresholdParcel)), (Offsets{0, 4, 8, 12}));
 }
 
 TEST(RecordLayout, NestedStructuresAreListedAfterTheTopOne) {
@@ -164,8 +166,10 @@ const SchemaText kSchemaTexts[] = {
      "_vpn_afi_type]e{SAFName}[mpls_vpn_safi_type]e;$2={AFName}[mpls_vpn_afi_type]e{SA"
      "FName}[mpls_vpn_safi_type]e{RouteTarget}a($1){ImportRoutePolicy}s{ExportRoutePol"
      "icy}s;$3={InterfaceName}s;"},
-    {&kRibMidThreshParcel, "$1={ext_table_id}D{ext_curr_num_routes}D{ext_conf_mid_threshold}D;"},
-    {&kRibMaxThreshParcel, "$2={ext_clear}b{ext_table_id}D{ext_curr_num_routes}D{ext_conf_max_threshold}D;"},
+    {&rib_threshold::kMidThresholdParcel,
+     "$1={ext_table_id}D{ext_curr_num_routes}D{ext_conf_mid_threshold}D;"},
+    {&rib_threshold::kMaximumThresholdParcel,
+     "$2={ext_clear}b{ext_table_id}D{ext_curr_num_routes}D{ext_conf_max_threshold}D;"},
 };
 
 TEST(RecordSchema, AnnotatedTextsAreTheWireForm) {
