@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "agent/agentx/master_test_support.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "agent/tables/tables_test_support.h"
 #include "platform/core/base/clock.h"
@@ -27,15 +28,9 @@ struct Range {
   bool include = false;
 };
 
-struct Bound {
-  std::string name;
-  ValueType type;
-  std::uint64_t number;
-};
-
 struct Reply {
   agentx::Response head;
-  std::vector<Bound> variables;
+  std::vector<agent_test::Bound> variables;
   std::size_t octets = 0;
   Header header;
 };
@@ -60,15 +55,7 @@ class ResponderTest : public testing::Test {
     EXPECT_EQ(reply.header.payload + agentx::kHeaderSize, output.size());
     agentx::Reader reader(agentx::Bytes(output).subspan(agentx::kHeaderSize), true);
     EXPECT_TRUE(reader.response(&reply.head));
-    while (!reader.at_end()) {
-      Oid name;
-      agentx::Value value;
-      if (!reader.var_bind(&name, &value)) {
-        ADD_FAILURE() << "unreadable variable";
-        break;
-      }
-      reply.variables.push_back({oid::to_text(name.view()), value.type, value.number});
-    }
+    reply.variables = agent_test::read_variables(&reader);
     return reply;
   }
 

@@ -40,9 +40,9 @@ TEST_F(SubAgentTest, WalksTheWholeTable) {
   Oid at = scalar(7);
   for (std::uint32_t row = 0; row < 4 * 300; ++row) {
     const Reply reply = Ask(PduType::kGetNext, {at});
-    ASSERT_EQ(reply.names.size(), 1U);
+    ASSERT_EQ(reply.variables.size(), 1U);
     const Oid expected = if_conf(2 + row / 300, "RED", row % 300 + 1);
-    ASSERT_EQ(reply.names[0], oid::to_text(expected.view()));
+    ASSERT_EQ(reply.variables[0].name, oid::to_text(expected.view()));
     at = expected;
   }
 }

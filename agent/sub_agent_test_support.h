@@ -2,14 +2,11 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <string>
 #include <vector>
 
+#include "agent/agentx/master_test_support.h"
 #include "agent/daemon_test_support.h"
 #include "agent/sub_agent.h"
 #include "agent/tables/tables_test_support.h"
@@ -18,37 +15,22 @@
 namespace agent_test {
 
 struct Reply {
-  agentx::Header header;
   agentx::Response head;
-  std::vector<std::string> names;
+  std::vector<Bound> variables;
 };
 
 class SubAgentTest : public testing::Test {
  protected:
-  ~SubAgentTest() override { HangUp(); }
-
   agent::SubAgentOptions Options() {
     agent::SubAgentOptions options;
     options.agentx_socket = "test";
     options.daemon_socket = daemon_.socket();
     options.daemon_limits.call_timeout = std::chrono::milliseconds(200);
-    options.connect_master = [this] { return Accept(); };
+    options.connect_master = [this] { return master_.Accept(); };
     return options;
   }
 
-  int Accept() {
-    int ends[2];
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends), 0);
-    HangUp();
-    fd_ = ends[1];
-    return ends[0];
-  }
-
-  void HangUp() {
-    if (fd_ >= 0) close(fd_);
-    fd_ = -1;
-    input_.clear();
-  }
+  void HangUp() { master_.HangUp(); }
 
   // Runs the sub-agent until it has nothing more to do; replies to Open, Register and Ping as a master does.
   void Run() {
@@ -59,19 +41,12 @@ class SubAgentTest : public testing::Test {
   }
 
   bool TakePdus() {
-    if (fd_ < 0) return false;
-    std::uint8_t chunk[65536];
-    const ssize_t count = recv(fd_, chunk, sizeof(chunk), 0);
-    if (count <= 0) return false;
-    input_.insert(input_.end(), chunk, chunk + count);
-    agentx::Header header;
-    while (agentx::read_header(input_, &header) == agentx::HeaderState::kGood &&
-           input_.size() - agentx::kHeaderSize >= header.payload) {
-      const std::size_t size = agentx::kHeaderSize + header.payload;
-      Take(header, agentx::Bytes(input_).subspan(agentx::kHeaderSize, header.payload));
-      input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(size));
+    bool any = false;
+    for (Pdu pdu = master_.Next(); pdu.header.type != agentx::PduType{0}; pdu = master_.Next()) {
+      Take(pdu.header, pdu.payload);
+      any = true;
     }
-    return true;
+    return any;
   }
 
   void Take(const agentx::Header& header, agentx::Bytes payload) {
@@ -84,29 +59,17 @@ class SubAgentTest : public testing::Test {
       return;
     }
     Reply reply;
-    reply.header = header;
     agentx::Reader reader(payload, true);
     EXPECT_TRUE(reader.response(&reply.head));
-    while (!reader.at_end()) {
-      oid::Oid name;
-      agentx::Value value;
-      ASSERT_TRUE(reader.var_bind(&name, &value));
-      reply.names.push_back(oid::to_text(name.view()));
-    }
+    reply.variables = read_variables(&reader);
     replies_.push_back(reply);
   }
 
   void TakeNotify(const agentx::Header& header, agentx::Bytes payload) {
     agentx::Reader reader(payload, true);
     std::string text;
-    while (!reader.at_end()) {
-      oid::Oid name;
-      agentx::Value value;
-      ASSERT_TRUE(reader.var_bind(&name, &value));
-      if (!text.empty()) text += ' ';
-      text += oid::to_text(name.view()) + "=" +
-              (value.type == agentx::ValueType::kObjectIdentifier ? oid::to_text(value.name.view())
-                                                                  : std::to_string(value.number));
+    for (const Bound& variable : read_variables(&reader)) {
+      text += (text.empty() ? "" : " ") + variable.name + "=" + variable.text;
     }
     notifies_.push_back(text);
     if (answers_notifies_) {
@@ -116,19 +79,7 @@ class SubAgentTest : public testing::Test {
     }
   }
 
-  void Answer(const agentx::Header& header, agentx::Error error) {
-    std::vector<std::uint8_t> output;
-    agentx::Writer writer(&output);
-    agentx::Header request = header;
-    request.session = 9;
-    agentx::begin_response(&writer, request, error, 0);
-    writer.end();
-    SendOctets(output);
-  }
-
-  void SendOctets(const std::vector<std::uint8_t>& octets) {
-    ASSERT_EQ(send(fd_, octets.data(), octets.size(), MSG_NOSIGNAL), static_cast<ssize_t>(octets.size()));
-  }
+  void Answer(const agentx::Header& header, agentx::Error error) { master_.Reply(header, error, 9); }
 
   // The sub-agent's answer to a request for these names; error 65535 without one.
   Reply Ask(agentx::PduType type, const std::vector<oid::Oid>& names) {
@@ -143,7 +94,7 @@ class SubAgentTest : public testing::Test {
       writer.name({});
     }
     writer.end();
-    SendOctets(output);
+    master_.Send(output);
     replies_.clear();
     Run();
     if (replies_.size() == 1) return replies_[0];
@@ -156,8 +107,7 @@ class SubAgentTest : public testing::Test {
 
   ManualClock clock_{1000 * kNanosecondsPerSecond};
   DaemonProcess daemon_;
-  int fd_ = -1;
-  std::vector<std::uint8_t> input_;
+  Master master_;
   std::vector<Reply> replies_;
   std::vector<std::string> notifies_;  // "name=value name=value"
   std::vector<agentx::Header> unanswered_;

@@ -5,12 +5,13 @@
 
 #include <cstdlib>
 
+#include "agent/agentx/master_test_support.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/core/parcel/parcel.h"
 
 namespace {
 
-using agentx::ValueType;
+using agent_test::Bound;
 using ::testing::ElementsAre;
 
 kvtree::Octets encoded(std::uint32_t type, std::string vrf = "RED") {
@@ -30,17 +31,11 @@ std::vector<std::string> variables(const kvtree::Octets& record) {
   EXPECT_EQ(agent::write_trap(record, &writer), kStatusOk);
   std::vector<std::string> all;
   agentx::Reader reader(octets, true);
-  while (!reader.at_end()) {
-    oid::Oid name;
-    agentx::Value value;
-    if (!reader.var_bind(&name, &value)) return {"malformed"};
-    std::string text = oid::to_text(name.view());
+  for (Bound& variable : agent_test::read_variables(&reader)) {
     const std::string common = "1.3.6.1.2.1.10.166.11.";
-    if (text.starts_with(common)) text.erase(0, common.size());
-    text += " " + std::to_string(static_cast<unsigned>(value.type)) + " ";
-    text += value.type == ValueType::kObjectIdentifier ? oid::to_text(value.name.view())
-                                                       : std::to_string(value.number);
-    all.push_back(text);
+    if (variable.name.starts_with(common)) variable.name.erase(0, common.size());
+    all.push_back(variable.name + " " + std::to_string(static_cast<unsigned>(variable.type)) + " " +
+                  variable.text);
   }
   return all;
 }

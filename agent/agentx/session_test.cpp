@@ -1,112 +1,20 @@
 // The session against a master agent that the test plays at the other end of a socket pair.
 #include "agent/agentx/session.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <utility>
-#include <vector>
+
+#include "agent/agentx/master_test_support.h"
 
 namespace {
 
 using namespace agentx;
+using agent_test::Master;
+using agent_test::Pdu;
 using oid::Oid;
 
 const Oid kSubtree{1, 3, 6, 1, 2, 1, 10, 166, 11, 1};
-
-struct Pdu {
-  Header header;
-  std::vector<std::uint8_t> payload;
-};
-
-class Master {
- public:
-  ~Master() { HangUp(); }
-
-  // What Session calls to connect.
-  int Accept() {
-    ++attempts;
-    if (!listening) {
-      errno = ECONNREFUSED;
-      return -1;
-    }
-    int ends[2];
-    EXPECT_EQ(socketpair(AF_UNIX, socket_type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends), 0);
-    HangUp();
-    fd_ = ends[1];
-    return ends[0];
-  }
-
-  void HangUp() {
-    if (fd_ >= 0) close(fd_);
-    fd_ = -1;
-    input_.clear();
-  }
-
-  void Send(const std::vector<std::uint8_t>& octets) {
-    EXPECT_EQ(send(fd_, octets.data(), octets.size(), MSG_NOSIGNAL), static_cast<ssize_t>(octets.size()));
-  }
-
-  // How many octets the next write of the session had, with a socket that keeps writes apart.
-  std::size_t NextWrite() const {
-    std::uint8_t chunk[65536];
-    const ssize_t count = recv(fd_, chunk, sizeof(chunk), 0);
-    return count < 0 ? 0 : static_cast<std::size_t>(count);
-  }
-
-  // The next PDU that the session sent; type 0 when there is none.
-  Pdu Next() {
-    std::uint8_t chunk[65536];
-    for (ssize_t count = 0; (count = recv(fd_, chunk, sizeof(chunk), 0)) > 0;) {
-      input_.insert(input_.end(), chunk, chunk + count);
-    }
-    Pdu pdu;
-    const bool whole = read_header(input_, &pdu.header) == HeaderState::kGood &&
-                       input_.size() - kHeaderSize >= pdu.header.payload;
-    if (!whole) return {Header{.type = PduType{0}}, {}};
-    const auto end = input_.begin() + static_cast<std::ptrdiff_t>(kHeaderSize + pdu.header.payload);
-    pdu.payload.assign(input_.begin() + kHeaderSize, end);
-    input_.erase(input_.begin(), end);
-    return pdu;
-  }
-
-  void Reply(const Header& to, Error error, std::uint32_t session, std::uint16_t uptime = 0) {
-    std::vector<std::uint8_t> output;
-    Writer writer(&output);
-    Header request = to;
-    request.session = session;
-    begin_response(&writer, request, error, 0);
-    writer.patch16(kHeaderSize + 2, uptime);  // the lower half, in hundredths of a second
-    writer.end();
-    Send(output);
-  }
-
-  void Ask(PduType type, std::uint32_t packet, std::uint32_t session = 77) {
-    Header header;
-    header.type = type;
-    header.session = session;
-    header.packet = packet;
-    std::vector<std::uint8_t> output;
-    Writer writer(&output);
-    writer.begin(header);
-    writer.end();
-    Send(output);
-  }
-
-  int fd() const { return fd_; }
-
-  bool listening = true;
-  int attempts = 0;
-  int socket_type = SOCK_STREAM;
-
- private:
-  int fd_ = -1;
-  std::vector<std::uint8_t> input_;
-};
 
 class SessionTest : public testing::Test {
  protected:

@@ -8,9 +8,11 @@
 #include <string>
 
 #include "agent/tables/route_key.h"
+#include "agent/tables/tables_test_support.h"
 
 namespace {
 
+using agent_test::parse_oid;
 using oid::Oid;
 using tables::IndexPart;
 using tables::PartKind;
@@ -132,37 +134,40 @@ Oid random_index(std::mt19937* random) {
   return index;
 }
 
+// The index found for the instance follows it, and of the indexes that `random_one` makes none is between.
+void expect_first(tables::IndexShape shape, const Oid& instance, std::mt19937* random,
+                  Oid (*random_one)(std::mt19937*)) {
+  const bool after = (*random)() % 2 == 0;
+  const auto follows = [&](const Oid& index) {
+    const auto order = oid::compare(index.view(), instance.view());
+    return after ? order > 0 : order >= 0;
+  };
+  Oid found;
+  const bool any = tables::first_index(shape, instance.view(), after, &found);
+  if (any) {
+    ASSERT_TRUE(tables::is_index(shape, found.view())) << oid::to_text(found.view());
+    ASSERT_TRUE(follows(found)) << oid::to_text(instance.view()) << " then " << oid::to_text(found.view());
+  }
+  for (int probe = 0; probe < 20; ++probe) {
+    const Oid index = random_one(random);
+    ASSERT_TRUE(tables::is_index(shape, index.view())) << oid::to_text(index.view());
+    ASSERT_EQ(follows(index), any && oid::compare(index.view(), found.view()) >= 0)
+        << oid::to_text(instance.view()) << " then " << oid::to_text(index.view());
+  }
+}
+
 TEST(Index, NoIndexIsBetweenAnInstanceAndTheIndexFoundForIt) {
   std::mt19937 random(20);
   for (int round = 0; round < 20000; ++round) {
-    const bool after = random() % 2 == 0;
     const Oid instance = round % 3 == 0 ? random_index(&random) : random_instance(&random, 6);
-    Oid found;
-    const bool any = tables::first_index(kShape, instance.view(), after, &found);
-    if (any) {
-      ASSERT_TRUE(tables::is_index(kShape, found.view()));
-      ASSERT_TRUE(after ? oid::compare(found.view(), instance.view()) > 0
-                        : oid::compare(found.view(), instance.view()) >= 0);
-    }
-    for (int probe = 0; probe < 20; ++probe) {
-      const Oid index = random_index(&random);
-      const bool follows = after ? oid::compare(index.view(), instance.view()) > 0
-                                 : oid::compare(index.view(), instance.view()) >= 0;
-      ASSERT_EQ(follows, any && oid::compare(index.view(), found.view()) >= 0)
-          << oid::to_text(instance.view()) << " then " << oid::to_text(index.view());
-    }
+    ASSERT_NO_FATAL_FAILURE(expect_first(kShape, instance, &random, random_index));
   }
 }
 
 // --- Indexes of routes
 
 std::string route_at_or_after(const std::string& instance, bool after = false) {
-  Oid start;
-  for (std::size_t at = 0; at < instance.size();) {
-    std::size_t read = 0;
-    start.append(static_cast<std::uint32_t>(std::stoul(instance.substr(at), &read)));
-    at += read + 1;
-  }
+  const Oid start = parse_oid(instance);
   Oid index;
   return tables::first_index(tables::kRouteIndex, start.view(), after, &index) ? oid::to_text(index.view())
                                                                                : "none";
@@ -250,38 +255,20 @@ Oid random_route_index(std::mt19937* random) {
 TEST(RouteIndex, NoIndexIsBetweenAnInstanceAndTheIndexFoundForIt) {
   std::mt19937 random(21);
   for (int round = 0; round < 20000; ++round) {
-    const bool after = random() % 2 == 0;
     Oid instance = random_route_index(&random);
     if (random() % 2 == 0) instance.truncate(random() % (instance.size() + 1));
     if (!instance.empty() && random() % 2 == 0) {
       const std::size_t place = random() % instance.size();
       instance[place] += static_cast<std::uint32_t>(random() % 3) - 1;
     }
-    Oid found;
-    const bool any = tables::first_index(tables::kRouteIndex, instance.view(), after, &found);
-    if (any) {
-      ASSERT_TRUE(tables::is_index(tables::kRouteIndex, found.view())) << oid::to_text(found.view());
-    }
-    for (int probe = 0; probe < 20; ++probe) {
-      const Oid index = random_route_index(&random);
-      ASSERT_TRUE(tables::is_index(tables::kRouteIndex, index.view())) << oid::to_text(index.view());
-      const bool follows = after ? oid::compare(index.view(), instance.view()) > 0
-                                 : oid::compare(index.view(), instance.view()) >= 0;
-      ASSERT_EQ(follows, any && oid::compare(index.view(), found.view()) >= 0)
-          << oid::to_text(instance.view()) << " then " << oid::to_text(index.view());
-    }
+    ASSERT_NO_FATAL_FAILURE(expect_first(tables::kRouteIndex, instance, &random, random_route_index));
   }
 }
 
 // --- Keys of the daemon
 
 std::string route_path(const std::string& index) {
-  Oid oid;
-  for (std::size_t at = 0; at < index.size();) {
-    std::size_t read = 0;
-    oid.append(static_cast<std::uint32_t>(std::stoul(index.substr(at), &read)));
-    at += read + 1;
-  }
+  const Oid oid = parse_oid(index);
   EXPECT_TRUE(tables::is_index(tables::kRouteIndex, oid.view())) << index;
   return tables::route_path(tables::kRouteIndex, oid.view());
 }

@@ -216,11 +216,4 @@ TEST_F(MibTest, EmptyTablesEndAfterTheScalars) {
   EXPECT_EQ(daemon_.reads, 4) << "all columns of a kind of rows are empty by one read";
 }
 
-TEST_F(MibTest, DiscardedRowsAreReadAgain) {
-  Number(scalar(1));
-  clock_.advance(kNanosecondsPerSecond);
-  Number(scalar(1));
-  EXPECT_EQ(daemon_.reads, 2);
-}
-
 }  // namespace

@@ -79,11 +79,22 @@ class L3vpnTablesTest : public MibTest {
     EXPECT_TRUE(is_octet_string(variable_.type)) << oid::to_text(name.view());
     return {variable_.cell.octets.begin(), variable_.cell.octets.end()};
   }
-  // "number syntax"
+  // "number syntax", or the text of an octet string
   std::string Shown(const oid::Oid& name) {
     static constexpr std::array kNames = {"integer", "truth", "unsigned", "gauge", "counter", "ticks"};
     const std::uint32_t number = Number(name);
+    if (is_octet_string(variable_.type)) return {variable_.cell.octets.begin(), variable_.cell.octets.end()};
     return std::to_string(number) + " " + kNames.at(static_cast<std::size_t>(variable_.type));
+  }
+  // The columns from this one to the last; the following one is not an object.
+  std::vector<std::string> Row(const std::string& entry, std::uint32_t column, const std::string& vrf,
+                               const std::string& rest = "") {
+    std::vector<std::string> row;
+    for (; Get(cell(entry, column, vrf, rest)) == tables::Answer::kValue; ++column) {
+      row.push_back(Shown(cell(entry, column, vrf, rest)));
+    }
+    EXPECT_EQ(Get(cell(entry, column, vrf, rest)), tables::Answer::kNoSuchObject);
+    return row;
   }
   // The instances of one column, in the order of a walk.
   std::vector<std::string> Column(const std::string& entry, std::uint32_t column) {
