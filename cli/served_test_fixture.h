@@ -38,6 +38,10 @@ class ServedCommandLine : public CommandLine {
     Serve([&] { exit_status = Run(words); });
     return exit_status;
   }
+  std::string AskForText(const std::vector<std::string>& words) {
+    EXPECT_EQ(Ask(words), kExitOk) << Err();
+    return Out();
+  }
   Json AskForJson(std::vector<std::string> words) {
     words.insert(words.begin(), "--json");
     EXPECT_EQ(Ask(words), kExitOk) << Err();

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "cli/session.h"
+#include "mpls/vpn/mib/src/records/decoded.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/core/parcel/parcel.h"
 
 namespace cli {
 
@@ -27,26 +27,19 @@ class Record {
   // outlive it.
   Record(const Session& session, const std::string& path, const ParcelDescription& description,
          const kvtree::Octets& octets)
-      : description_(description) {
-    if (const Status status = parcel_decode(&description, octets.data(), octets.size(), &value_)) {
-      throw request_failure(session, path, status,
+      : decoded_(description, octets.data(), octets.size()) {
+    if (decoded_.status() != kStatusOk) {
+      throw request_failure(session, path, decoded_.status(),
                             path + ": the answer is not of the type " + description.type_name +
                                 " as this program knows it; are daemon and command line of one version?");
     }
   }
-  ~Record() {
-    // Fails for a description that does not fit its record only, and then nothing was decoded.
-    static_cast<void>(parcel_free_indirections(&description_, &value_));
-  }
-  Record(const Record&) = delete;
-  Record& operator=(const Record&) = delete;
 
-  const T& operator*() const { return value_; }
-  const T* operator->() const { return &value_; }
+  const T& operator*() const { return *decoded_; }
+  const T* operator->() const { return &*decoded_; }
 
  private:
-  const ParcelDescription& description_;
-  T value_{};
+  const Decoded<T> decoded_;
 };
 
 }  // namespace cli

@@ -42,9 +42,8 @@ class ShowRoutes : public ShowCommand {
 
 TEST_F(ShowRoutes, TableShowsTheRoutesOfTheVrf) {
   AddRoutesOfRed();
-  EXPECT_EQ(Ask({"show", "routes", "red"}), kExitOk) << Err();
   EXPECT_EQ(
-      Out(),
+      AskForText({"show", "routes", "red"}),
       "PREFIX            NEXT HOP          INTERFACE  PROTOCOL  TYPE       METRIC       AGE  CROSS-CONNECT\n"
       "0.0.0.0/0         -                 -          local     blackhole       -  00:00:00  -\n"
       "10.10.1.0/24      -                 ge1        local     local           -  00:00:03  -\n"
@@ -56,31 +55,15 @@ TEST_F(ShowRoutes, TableShowsTheRoutesOfTheVrf) {
 
 TEST_F(ShowRoutes, JsonHasTheRecordsKeys) {
   AddRoutesOfRed();
-  EXPECT_EQ(AskForJson({"show", "routes", "red"})[2], (Json{{"vrfName", "red"},
-                                                            {"prefix", "10.12.0.0/16"},
-                                                            {"destType", 1},
-                                                            {"destTypeName", "ipv4"},
-                                                            {"dest", "10.12.0.0"},
-                                                            {"mask", 16},
-                                                            {"nextHopType", 1},
-                                                            {"nextHopTypeName", "ipv4"},
-                                                            {"nextHop", "10.10.1.2"},
-                                                            {"ifIndex", 11},
-                                                            {"interfaceName", "ge1"},
-                                                            {"type", 4},
-                                                            {"typeName", "remote"},
-                                                            {"proto", 13},
-                                                            {"protoName", "ospf"},
-                                                            {"age", 90'061},
-                                                            {"nextHopAS", 0},
-                                                            {"metric1", 20},
-                                                            {"metric2", -1},
-                                                            {"metric3", -1},
-                                                            {"metric4", -1},
-                                                            {"metric5", -1},
-                                                            {"xcPointer", ""},
-                                                            {"rowStatus", 1},
-                                                            {"rowStatusName", "active"}}));
+  EXPECT_EQ(AskForJson({"show", "routes", "red"})[2], Json::parse(R"({
+    "vrfName": "red", "prefix": "10.12.0.0/16",
+    "destType": 1, "destTypeName": "ipv4", "dest": "10.12.0.0", "mask": 16,
+    "nextHopType": 1, "nextHopTypeName": "ipv4", "nextHop": "10.10.1.2",
+    "ifIndex": 11, "interfaceName": "ge1",
+    "type": 4, "typeName": "remote", "proto": 13, "protoName": "ospf",
+    "age": 90061, "nextHopAS": 0,
+    "metric1": 20, "metric2": -1, "metric3": -1, "metric4": -1, "metric5": -1,
+    "xcPointer": "", "rowStatus": 1, "rowStatusName": "active"})"));
 }
 
 TEST_F(ShowRoutes, RouteWithoutNextHopHasNone) {
@@ -93,8 +76,8 @@ TEST_F(ShowRoutes, RouteWithoutNextHopHasNone) {
 TEST_F(ShowRoutes, VrfWithoutRoutesIsAnEmptyList) {
   AddRoute("green", "0a000000", 8, "0a0a0a0a");
   EXPECT_EQ(AskForJson({"show", "routes", "red"}), Json::array());
-  EXPECT_EQ(Ask({"show", "routes", "red"}), kExitOk) << Err();
-  EXPECT_EQ(Out(), "PREFIX  NEXT HOP  INTERFACE  PROTOCOL  TYPE  METRIC  AGE  CROSS-CONNECT\n");
+  EXPECT_EQ(AskForText({"show", "routes", "red"}),
+            "PREFIX  NEXT HOP  INTERFACE  PROTOCOL  TYPE  METRIC  AGE  CROSS-CONNECT\n");
 }
 
 TEST_F(ShowRoutes, PrefixShowsItsRoutesOnly) {
@@ -208,8 +191,7 @@ class ShowRouteTargets : public ShowCommand {
 
 TEST_F(ShowRouteTargets, TableShowsThemAll) {
   AddTargets();
-  EXPECT_EQ(Ask({"show", "route-targets"}), kExitOk) << Err();
-  EXPECT_EQ(Out(),
+  EXPECT_EQ(AskForText({"show", "route-targets"}),
             "VRF   INDEX  TYPE    ROUTE TARGET  FAMILY\n"
             "red       1  import  65000:10      IPv4 Unicast\n"
             "red       2  export  192.0.2.1:10  IPv6 Unicast\n"
@@ -218,33 +200,19 @@ TEST_F(ShowRouteTargets, TableShowsThemAll) {
 
 TEST_F(ShowRouteTargets, OneVrfsAreShownAlone) {
   AddTargets();
-  EXPECT_EQ(AskForJson({"show", "route-targets", "red"}), Json::array({{{"vrfName", "red"},
-                                                                        {"index", 1},
-                                                                        {"type", 1},
-                                                                        {"typeName", "import"},
-                                                                        {"rt", "65000:10"},
-                                                                        {"description", "IPv4 Unicast"},
-                                                                        {"storageType", 5},
-                                                                        {"storageTypeName", "readOnly"},
-                                                                        {"rowStatus", 1},
-                                                                        {"rowStatusName", "active"}},
-                                                                       {{"vrfName", "red"},
-                                                                        {"index", 2},
-                                                                        {"type", 2},
-                                                                        {"typeName", "export"},
-                                                                        {"rt", "192.0.2.1:10"},
-                                                                        {"description", "IPv6 Unicast"},
-                                                                        {"storageType", 5},
-                                                                        {"storageTypeName", "readOnly"},
-                                                                        {"rowStatus", 1},
-                                                                        {"rowStatusName", "active"}}}));
+  EXPECT_EQ(AskForJson({"show", "route-targets", "red"}), Json::parse(R"([
+    {"vrfName": "red", "index": 1, "type": 1, "typeName": "import",
+     "rt": "65000:10", "description": "IPv4 Unicast",
+     "storageType": 5, "storageTypeName": "readOnly", "rowStatus": 1, "rowStatusName": "active"},
+    {"vrfName": "red", "index": 2, "type": 2, "typeName": "export",
+     "rt": "192.0.2.1:10", "description": "IPv6 Unicast",
+     "storageType": 5, "storageTypeName": "readOnly", "rowStatus": 1, "rowStatusName": "active"}])"));
 }
 
 TEST_F(ShowRouteTargets, VrfWithoutAnyIsAnEmptyList) {
   AddTargets();
   EXPECT_EQ(AskForJson({"show", "route-targets", "blue"}), Json::array());
-  EXPECT_EQ(Ask({"show", "route-targets", "blue"}), kExitOk);
-  EXPECT_EQ(Out(), "VRF  INDEX  TYPE  ROUTE TARGET  FAMILY\n");
+  EXPECT_EQ(AskForText({"show", "route-targets", "blue"}), "VRF  INDEX  TYPE  ROUTE TARGET  FAMILY\n");
 }
 
 TEST_F(ShowRouteTargets, TargetsOfAVrfThatIsOnlyConfiguredAreShown) {
@@ -279,8 +247,7 @@ class RawCommand : public ShowCommand {
 };
 
 TEST_F(RawCommand, ListShowsTheKeys) {
-  EXPECT_EQ(Ask({"list", "vrf-detail"}), kExitOk) << Err();
-  EXPECT_EQ(Out(), "a/b\nred\n");
+  EXPECT_EQ(AskForText({"list", "vrf-detail"}), "a/b\nred\n");
   EXPECT_EQ(Err(), "");
   EXPECT_EQ(AskForJson({"list", "/oper/mpls_vpn/gl/vrf-detail-filter/-/2/1"}),
             Json::array({{{"key", "red"}, {"kind", 3}}}));
@@ -292,8 +259,7 @@ TEST_F(RawCommand, DatalistShowsKeysAndRecords) {
   EXPECT_EQ(items[0]["key"], "a/b");
   EXPECT_EQ(items[0]["kind"], 7);
   EXPECT_EQ(items[0]["record"]["RouteDistinguisher"], "1:1");
-  EXPECT_EQ(Ask({"datalist", "vrf-detail/a%2Fb"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("red\n{\n  \"VRFName\": \"red\""));
+  EXPECT_THAT(AskForText({"datalist", "vrf-detail/a%2Fb"}), HasSubstr("red\n{\n  \"VRFName\": \"red\""));
 }
 
 TEST_F(RawCommand, StructuredFormIsReachedByEach) {
@@ -306,8 +272,7 @@ TEST_F(RawCommand, StructuredFormIsReachedByEach) {
 }
 
 TEST_F(RawCommand, TruncatedListIsReported) {
-  EXPECT_EQ(Ask({"list", "vrf-detail", "--max", "1"}), kExitOk);
-  EXPECT_EQ(Out(), "a/b\n");
+  EXPECT_EQ(AskForText({"list", "vrf-detail", "--max", "1"}), "a/b\n");
   EXPECT_EQ(Err(), "mplsvpn: --max limits the list to 1 items; there may be more\n");
   EXPECT_EQ(Ask({"datalist", "vrf-detail", "--max", "2"}), kExitOk);
   EXPECT_THAT(Err(), HasSubstr("there may be more"));
@@ -332,8 +297,7 @@ TEST_F(RawCommand, FailuresHaveThePathAndTheReason) {
 TEST_F(RawCommand, KeysCannotSteerTheTerminal) {
   fake.vrfs.clear();
   fake.vrfs["\x1b[2J"];
-  EXPECT_EQ(Ask({"list", "vrf-detail"}), kExitOk);
-  EXPECT_EQ(Out(), "\\x1b[2J\n");
+  EXPECT_EQ(AskForText({"list", "vrf-detail"}), "\\x1b[2J\n");
 }
 
 }  // namespace

@@ -1,4 +1,3 @@
-// See show_test_fixture.h.
 #include "cli/show/show_test_fixture.h"
 
 #include <algorithm>
@@ -6,6 +5,8 @@
 #include <iterator>
 #include <tuple>
 
+#include "cli/output/address.h"
+#include "mpls/vpn/mib/src/records/decoded.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/core/parcel/parcel.h"
 
@@ -300,51 +301,33 @@ std::string next_name(std::string name) {
   return name;
 }
 
-Status after_vrf(const KvReply* row, std::string* path) {
-  mpls_vpn_mib_vrf record{};
-  if (const Status status = parcel_decode(&kMibVrfParcel, row->data, row->length, &record)) return status;
-  *path = "vrf-next/" + kvtree_encode_text(next_name(record.name));
-  return parcel_free_indirections(&kMibVrfParcel, &record);
+template <typename Row, const ParcelDescription& kDescription, std::string (*kNext)(const Row&)>
+Status after(const KvReply* row, std::string* path) {
+  const Decoded<Row> record(kDescription, row->data, row->length);
+  if (record.status() == kStatusOk) *path = kNext(*record);
+  return record.status();
 }
 
-Status after_interface(const KvReply* row, std::string* path) {
-  mpls_vpn_mib_interface record{};
-  if (const Status status = parcel_decode(&kMibInterfaceParcel, row->data, row->length, &record))
-    return status;
-  *path = "interface-next/" + kvtree_encode_text(record.vrfName) + "/" +
-          std::to_string(static_cast<std::uint32_t>(record.ifConfIndex) + 1);
-  return parcel_free_indirections(&kMibInterfaceParcel, &record);
+std::string after_vrf(const mpls_vpn_mib_vrf& row) {
+  return "vrf-next/" + kvtree_encode_text(next_name(row.name));
 }
-
-Status after_rt(const KvReply* row, std::string* path) {
-  mpls_vpn_mib_rt record{};
-  if (const Status status = parcel_decode(&kMibRtParcel, row->data, row->length, &record)) return status;
-  *path = "rt-next/" + kvtree_encode_text(record.vrfName) + "/" + std::to_string(record.index + 1) + "/0";
-  return parcel_free_indirections(&kMibRtParcel, &record);
+std::string after_interface(const mpls_vpn_mib_interface& row) {
+  return "interface-next/" + kvtree_encode_text(row.vrfName) + "/" +
+         std::to_string(static_cast<std::uint32_t>(row.ifConfIndex) + 1);
 }
-
-std::string hexadecimal_of(const std::uint8_t* octets, std::uint64_t length) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (std::uint64_t at = 0; at < length; ++at) {
-    text += kDigits[octets[at] >> 4];
-    text += kDigits[octets[at] & 0xf];
-  }
-  return text;
+std::string after_rt(const mpls_vpn_mib_rt& row) {
+  return "rt-next/" + kvtree_encode_text(row.vrfName) + "/" + std::to_string(row.index + 1) + "/0";
 }
 
 // The default route without next hop is followed by the default route with the smallest address.
-Status after_route(const KvReply* row, std::string* path) {
-  mpls_vpn_mib_route record{};
-  if (const Status status = parcel_decode(&kMibRouteParcel, row->data, row->length, &record)) return status;
-  const std::string destination = hexadecimal_of(record.dest.octets, record.dest.length);
-  std::string next_hop = hexadecimal_of(record.nextHop.octets, record.nextHop.length);
+std::string after_route(const mpls_vpn_mib_route& row) {
+  const std::string destination = hexadecimal(octets_of(row.dest));
+  std::string next_hop = hexadecimal(octets_of(row.nextHop));
   if (next_hop.find_first_not_of('0') == std::string::npos)
     next_hop = std::string(destination.size() - 1, '0') + "1";
-  const std::string type = std::to_string(record.destType);
-  *path = "route-next/" + kvtree_encode_text(record.vrfName) + "/" + type + "/" +
-          std::to_string(record.mask) + "/" + type + "/" + destination + "/" + next_hop;
-  return parcel_free_indirections(&kMibRouteParcel, &record);
+  const std::string type = std::to_string(row.destType);
+  return "route-next/" + kvtree_encode_text(row.vrfName) + "/" + type + "/" + std::to_string(row.mask) + "/" +
+         type + "/" + destination + "/" + next_hop;
 }
 
 constexpr KvRoute kRoutes[] = {
@@ -361,10 +344,11 @@ constexpr KvRoute kRoutes[] = {
     {"route-next/<s>/<n>/<n>/<n>/<s>/<s>", {.mode = kKvModeNext, .get = get_route_next}},
 };
 constexpr KvRoutingTable kTable = {kRoutes, std::size(kRoutes)};
-constexpr KvWalkRule kWalkRules[] = {{"vrf-next", after_vrf},
-                                     {"interface-next", after_interface},
-                                     {"rt-next", after_rt},
-                                     {"route-next", after_route}};
+constexpr KvWalkRule kWalkRules[] = {
+    {"vrf-next", after<mpls_vpn_mib_vrf, kMibVrfParcel, after_vrf>},
+    {"interface-next", after<mpls_vpn_mib_interface, kMibInterfaceParcel, after_interface>},
+    {"rt-next", after<mpls_vpn_mib_rt, kMibRtParcel, after_rt>},
+    {"route-next", after<mpls_vpn_mib_route, kMibRouteParcel, after_route>}};
 
 Status provide(const KvRequest* request, KvReply* reply) {
   return kvtree_match_get(request, &kTable, reply);

@@ -55,8 +55,7 @@ class ShowVrf : public ShowCommand {
 TEST_F(ShowVrf, TableHasALineAVrfInTheDaemonsOrder) {
   AddRed();
   AddBlueWithTables();
-  EXPECT_EQ(Ask({"show", "vrf"}), kExitOk) << Err();
-  EXPECT_EQ(Out(),
+  EXPECT_EQ(AskForText({"show", "vrf"}),
             "VRF   RD        STATE  INTERFACES  ACTIVE  ROUTES   CHANGED  DESCRIPTION\n"
             "red   65000:10  up              2       1       7  00:01:15  Red Rail\n"
             "blue  -         down            0       0       0  00:00:00  -\n");
@@ -70,32 +69,17 @@ TEST_F(ShowVrf, OneVrfIsShownAlone) {
 
 TEST_F(ShowVrf, JsonHasTheRecordsKeys) {
   AddRed();
-  EXPECT_EQ(AskForJson({"show", "vrf"})[0], (Json{{"name", "red"},
-                                                  {"description", "Red Rail"},
-                                                  {"rd", "65000:10"},
-                                                  {"creationTime", kNow - 90'000},
-                                                  {"creationTimeText", "2023-11-13 21:13:20 UTC"},
-                                                  {"operStatus", 1},
-                                                  {"operStatusName", "up"},
-                                                  {"activeInterfaces", 1},
-                                                  {"associatedInterfaces", 2},
-                                                  {"midThresh", 0},
-                                                  {"highThresh", 0},
-                                                  {"confLastChanged", kNow - 75},
-                                                  {"confLastChangedText", "2023-11-14 22:12:05 UTC"},
-                                                  {"rowStatus", 1},
-                                                  {"rowStatusName", "active"},
-                                                  {"adminStatus", 1},
-                                                  {"adminStatusName", "up"},
-                                                  {"storageType", 5},
-                                                  {"storageTypeName", "readOnly"},
-                                                  {"illegalLabelViolations", 0},
-                                                  {"discontinuityTime", 0},
-                                                  {"routesAdded", 0},
-                                                  {"routesDeleted", 0},
-                                                  {"currNumRoutes", 7},
-                                                  {"routesDropped", 0},
-                                                  {"discTime", 0}}));
+  EXPECT_EQ(AskForJson({"show", "vrf"})[0], Json::parse(R"({
+    "name": "red", "description": "Red Rail", "rd": "65000:10",
+    "creationTime": 1699910000, "creationTimeText": "2023-11-13 21:13:20 UTC",
+    "operStatus": 1, "operStatusName": "up",
+    "activeInterfaces": 1, "associatedInterfaces": 2, "midThresh": 0, "highThresh": 0,
+    "confLastChanged": 1699999925, "confLastChangedText": "2023-11-14 22:12:05 UTC",
+    "rowStatus": 1, "rowStatusName": "active",
+    "adminStatus": 1, "adminStatusName": "up",
+    "storageType": 5, "storageTypeName": "readOnly",
+    "illegalLabelViolations": 0, "discontinuityTime": 0,
+    "routesAdded": 0, "routesDeleted": 0, "currNumRoutes": 7, "routesDropped": 0, "discTime": 0})"));
 }
 
 TEST_F(ShowVrf, NumberOfRoutesIsUnknownWhileRoutesCannotBeRead) {
@@ -103,10 +87,9 @@ TEST_F(ShowVrf, NumberOfRoutesIsUnknownWhileRoutesCannotBeRead) {
   kvtree_guard("/oper/mpls_vpn/gl/route", [] { return kStatusNoRouteModule; });
   EXPECT_EQ(AskForJson({"show", "vrf"})[0]["currNumRoutes"], Json());
   EXPECT_EQ(AskForJson({"show", "vrf", "red", "detail"})[0]["currNumRoutes"], Json());
-  EXPECT_EQ(Ask({"show", "vrf", "red"}), kExitOk);
-  EXPECT_THAT(Out(), HasSubstr(" 1  unknown  00:01:15"));
-  EXPECT_EQ(Ask({"show", "vrf", "red", "detail"}), kExitOk);
-  EXPECT_THAT(Out(), HasSubstr("routes              unknown now, 0 added"));
+  EXPECT_THAT(AskForText({"show", "vrf", "red"}), HasSubstr(" 1  unknown  00:01:15"));
+  EXPECT_THAT(AskForText({"show", "vrf", "red", "detail"}),
+              HasSubstr("routes              unknown now, 0 added"));
   kvtree_guard("/oper/mpls_vpn/gl/route", nullptr);
   EXPECT_EQ(AskForJson({"show", "vrf"})[0]["currNumRoutes"], 7);
 }
@@ -114,8 +97,8 @@ TEST_F(ShowVrf, NumberOfRoutesIsUnknownWhileRoutesCannotBeRead) {
 TEST_F(ShowVrf, NoVrfIsAnEmptyList) {
   EXPECT_EQ(AskForJson({"show", "vrf"}), Json::array());
   EXPECT_EQ(AskForJson({"show", "vrf", "detail"}), Json::array());
-  EXPECT_EQ(Ask({"show", "vrf"}), kExitOk);
-  EXPECT_EQ(Out(), "VRF  RD  STATE  INTERFACES  ACTIVE  ROUTES  CHANGED  DESCRIPTION\n");
+  EXPECT_EQ(AskForText({"show", "vrf"}),
+            "VRF  RD  STATE  INTERFACES  ACTIVE  ROUTES  CHANGED  DESCRIPTION\n");
 }
 
 TEST_F(ShowVrf, UnknownVrfIsReported) {
@@ -199,8 +182,7 @@ TEST_F(ShowVrf, WordsThatMakeNoRequestAreUsageErrors) {
 TEST_F(ShowVrf, DetailShowsEverything) {
   AddRed();
   fake.vrfs["red"].interfaces = {"ge1", "ge\n2"};
-  EXPECT_EQ(Ask({"show", "vrf", "red", "detail"}), kExitOk) << Err();
-  EXPECT_EQ(Out(),
+  EXPECT_EQ(AskForText({"show", "vrf", "red", "detail"}),
             "VRF red\n"
             "  description         Red Rail\n"
             "  route distinguisher 65000:10 (router file)\n"
@@ -226,8 +208,7 @@ TEST_F(ShowVrf, RdThatIsNotConfiguredHasTheOriginOfTheModelsSource) {
 
 TEST_F(ShowVrf, DetailShowsRouteTargetsAndPoliciesByFamily) {
   AddBlueWithTables();
-  EXPECT_EQ(Ask({"show", "vrf", "detail"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("  big                 yes\n"));
+  EXPECT_THAT(AskForText({"show", "vrf", "detail"}), HasSubstr("  big                 yes\n"));
   EXPECT_THAT(Out(), HasSubstr("  interfaces          -\n"
                                "  ipv4 unicast\n"
                                "    import targets    65000:20 65000:99\n"
@@ -245,13 +226,13 @@ TEST_F(ShowVrf, DetailShowsTheThresholdsOfEachFamily) {
   AddBlueWithTables();
   Configure("blue", Family::kIpv4, 600, 500);
   Configure("blue", Family::kIpv6, 4294967295, 0);
-  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv4 mid 500, high 600\n"
-                               "                      ipv6 mid none, high 4294967295\n"
-                               "  illegal labels"));
-  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail", "ipv6"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv6 mid none, high 4294967295\n"
-                               "  illegal labels"));
+  EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail"}),
+              HasSubstr("  route thresholds    ipv4 mid 500, high 600\n"
+                        "                      ipv6 mid none, high 4294967295\n"
+                        "  illegal labels"));
+  EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail", "ipv6"}),
+              HasSubstr("  route thresholds    ipv6 mid none, high 4294967295\n"
+                        "  illegal labels"));
 }
 
 TEST_F(ShowVrf, DetailShowsTheOriginOfEachItem) {
@@ -274,8 +255,8 @@ TEST_F(ShowVrf, DetailShowsTheOriginOfEachItem) {
          {target(Direction::kImport, "65000:20"), vrf_config::route_threshold("blue", Family::kIpv4, 9, 7)});
   commit(kConfigOwnerFile,
          {vrf_config::route_policy("blue", Family::kIpv4, Direction::kImport, "from-blue")});
-  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("  route distinguisher 65000:20 (configured)\n"));
+  EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail"}),
+              HasSubstr("  route distinguisher 65000:20 (configured)\n"));
   EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv4 mid 7, high 9 (operator)\n"));
   EXPECT_THAT(Out(), HasSubstr("    import targets    65000:20 (operator) 65000:99 (derived)\n"
                                "    export targets    65000:20 (configured)\n"
@@ -289,14 +270,13 @@ TEST_F(ShowVrf, DetailShowsTheOriginOfEachItem) {
 
 TEST_F(ShowVrf, DetailShowsTheVni) {
   AddBlueWithTables();
-  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("  vni                 -\n"));
+  EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail"}), HasSubstr("  vni                 -\n"));
   const Json without = AskForJson({"show", "vrf", "blue", "detail"})[0];
   EXPECT_TRUE(without.at("vni").is_null() && without.at("vniOrigin").is_null()) << without;
   const KvConfigNode node = vrf_config::vni("blue", vrf_config::kGreatestVni);
   ASSERT_EQ(kvtree_config_commit(kConfigOwnerFrr, {{node.path, node.value}}, ""), kStatusOk);
-  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("  vni                 16777215 (configured)\n"));
+  EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail"}),
+              HasSubstr("  vni                 16777215 (configured)\n"));
   const Json with = AskForJson({"show", "vrf", "blue", "detail", "ipv4"})[0];
   EXPECT_EQ(with["vni"], 16777215);
   EXPECT_EQ(with["vniOrigin"], "configured");
@@ -310,24 +290,22 @@ TEST_F(ShowVrf, DetailShowsTheRouteTargetsOfEvpn) {
                   {{"blue", 2}, {1, "65000:201", ""}},
                   {{"blue", 3}, {2, "65000:203", ""}},
                   {{"cyan", 1}, {1, "65000:9", ""}}};
-  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), Not(HasSubstr("evpn"))) << "none is configured";
+  EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail"}), Not(HasSubstr("evpn"))) << "none is configured";
   for (const auto& [direction, text] :
        {std::pair(Direction::kImport, "65000:201"), {Direction::kExport, "65000:203"}}) {
     const KvConfigNode node =
         vrf_config::route_target("blue", Family::kEvpn, direction, *vrf_config::parse_target(text));
     ASSERT_EQ(kvtree_config_commit(kConfigOwnerFrr, {{node.path, node.value}}, ""), kStatusOk);
   }
-  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("  l2vpn evpn\n"
-                               "    import targets    65000:201 (configured)\n"
-                               "    export targets    65000:203 (configured)\n"
-                               "    import policy     -\n"));
+  EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail"}),
+              HasSubstr("  l2vpn evpn\n"
+                        "    import targets    65000:201 (configured)\n"
+                        "    export targets    65000:203 (configured)\n"
+                        "    import policy     -\n"));
   const Json tables = AskForJson({"show", "vrf", "blue", "detail"})[0]["addressFamilies"];
   EXPECT_EQ(tables.back()["safiName"], "evpn");
   EXPECT_EQ(tables.back()["routeTargets"][1]["value"], "65000:203");
-  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail", "ipv4"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), Not(HasSubstr("evpn")));
+  EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail", "ipv4"}), Not(HasSubstr("evpn")));
 }
 
 // The row has one pair, which is 0 after the deletion of either family's.
@@ -336,15 +314,12 @@ TEST_F(ShowVrf, DetailShowsThresholdsThatTheRowDoesNot) {
   fake.vrfs["blue"].mid_threshold = 0;
   fake.vrfs["blues"];
   Configure("blue", Family::kIpv6, 9, 7);
-  EXPECT_EQ(Ask({"show", "vrf", "detail"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv6 mid 7, high 9\n"));
+  EXPECT_THAT(AskForText({"show", "vrf", "detail"}), HasSubstr("  route thresholds    ipv6 mid 7, high 9\n"));
   EXPECT_THAT(Out(), HasSubstr("  route thresholds    none\n"));
   const Json vrfs = AskForJson({"show", "vrf", "detail"});
   EXPECT_EQ(vrfs[0]["midThresh"], 0);
-  EXPECT_EQ(
-      vrfs[0]["routeThresholds"],
-      Json::array(
-          {{{"afi", 2}, {"afiName", "ipv6"}, {"midThresh", 7}, {"highThresh", 9}, {"origin", nullptr}}}));
+  EXPECT_EQ(vrfs[0]["routeThresholds"], Json::parse(R"([
+    {"afi": 2, "afiName": "ipv6", "midThresh": 7, "highThresh": 9, "origin": null}])"));
   EXPECT_EQ(vrfs[1]["routeThresholds"], Json::array());
 }
 
@@ -377,15 +352,13 @@ TEST_F(ShowVrf, DetailShowsTheConfigurationOfEachVrfWhateverTheOrderOfTheirNames
 
 TEST_F(ShowVrf, DetailOfAFamilyLeavesOutTheOthers) {
   AddBlueWithTables();
-  EXPECT_EQ(Ask({"show", "vrf", "blue", "detail", "ipv6"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("ipv6 unicast"));
+  EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail", "ipv6"}), HasSubstr("ipv6 unicast"));
   EXPECT_THAT(Out(), Not(HasSubstr("ipv4 unicast")));
 }
 
 TEST_F(ShowVrf, FlowRulesCountAsUnicast) {
   fake.vrfs["red"].tables = {{1, 1, {}, "", ""}, {1, 133, {}, "", ""}};
-  EXPECT_EQ(Ask({"show", "vrf", "red", "detail", "unicast"}), kExitOk) << Err();
-  EXPECT_THAT(Out(), HasSubstr("  ipv4 flow\n"));
+  EXPECT_THAT(AskForText({"show", "vrf", "red", "detail", "unicast"}), HasSubstr("  ipv4 flow\n"));
 }
 
 TEST_F(ShowVrf, DetailAsJsonHasFamiliesAndInterfaces) {
@@ -396,20 +369,14 @@ TEST_F(ShowVrf, DetailAsJsonHasFamiliesAndInterfaces) {
   EXPECT_EQ(vrf["midThresh"], 500);
   EXPECT_EQ(vrf["isBigVrf"], true);
   EXPECT_EQ(vrf["interfaces"], Json({"ge3"}));
-  EXPECT_EQ(
-      vrf["addressFamilies"],
-      Json::array({{{"afi", 1},
-                    {"afiName", "ipv4"},
-                    {"safi", 1},
-                    {"safiName", "unicast"},
-                    {"routeTargets",
-                     {{{"type", 1}, {"typeName", "import"}, {"value", "65000:20"}, {"origin", nullptr}},
-                      {{"type", 1}, {"typeName", "import"}, {"value", "65000:99"}, {"origin", nullptr}},
-                      {{"type", 2}, {"typeName", "export"}, {"value", "65000:20"}, {"origin", nullptr}}}},
-                    {"importRoutePolicy", "from-blue"},
-                    {"importRoutePolicyOrigin", nullptr},
-                    {"exportRoutePolicy", ""},
-                    {"exportRoutePolicyOrigin", nullptr}}}));
+  EXPECT_EQ(vrf["addressFamilies"], Json::parse(R"([{
+    "afi": 1, "afiName": "ipv4", "safi": 1, "safiName": "unicast",
+    "routeTargets": [
+      {"type": 1, "typeName": "import", "value": "65000:20", "origin": null},
+      {"type": 1, "typeName": "import", "value": "65000:99", "origin": null},
+      {"type": 2, "typeName": "export", "value": "65000:20", "origin": null}],
+    "importRoutePolicy": "from-blue", "importRoutePolicyOrigin": null,
+    "exportRoutePolicy": "", "exportRoutePolicyOrigin": null}])"));
 }
 
 TEST_F(ShowVrf, ManyInterfacesGoOnBelowEachOther) {
@@ -501,8 +468,7 @@ TEST_F(ShowVrf, InvalidVrfsAreShownWithTheirInterfaces) {
   AddRed();
   fake.invalid["orange"] = {"ge6", "ge7"};
   fake.invalid["yellow"] = {};
-  EXPECT_EQ(Ask({"show", "vrf", "invalid"}), kExitOk) << Err();
-  EXPECT_EQ(Out(),
+  EXPECT_EQ(AskForText({"show", "vrf", "invalid"}),
             "VRF     INTERFACE\n"
             "orange  ge6\n"
             "orange  ge7\n"
@@ -513,8 +479,7 @@ TEST_F(ShowVrf, InvalidVrfsAreShownWithTheirInterfaces) {
 }
 
 TEST_F(ShowVrf, NoInvalidVrfIsAnEmptyList) {
-  EXPECT_EQ(Ask({"show", "vrf", "invalid"}), kExitOk) << Err();
-  EXPECT_EQ(Out(), "VRF  INTERFACE\n");
+  EXPECT_EQ(AskForText({"show", "vrf", "invalid"}), "VRF  INTERFACE\n");
   EXPECT_EQ(AskForJson({"show", "vrf", "invalid"}), Json::array());
 }
 
