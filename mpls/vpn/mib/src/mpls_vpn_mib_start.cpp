@@ -135,15 +135,12 @@ int register_debug_flags() {
 // --- Databases, readiness, provider
 
 int check_step(const char* what, Status rc) {
-  if (rc == kStatusOk) return 0;
-  mpls_vpn_error("main", what, rc);
-  return kStartFailed;
+  return mpls_vpn_checked("main", what, rc) == kStatusOk ? 0 : kStartFailed;
 }
 
 // The display format is a convenience: without it AS numbers are shown in the format that is the default.
 int follow_asn_format() {
-  const Status rc = bgp_util_asn_format_init_notify(main_evm);
-  if (rc != kStatusOk) mpls_vpn_error("main", "bgp_util_asn_format_init_notify", rc);
+  mpls_vpn_checked("main", "bgp_util_asn_format_init_notify", bgp_util_asn_format_init_notify(main_evm));
   return 0;
 }
 

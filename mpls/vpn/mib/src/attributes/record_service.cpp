@@ -75,14 +75,6 @@ void handle_vrf_event(VtabVrfRecord* record, std::uint32_t event) {
   }
 }
 
-Status end_vrf_access(VtabVrfRecord* record) {
-  const Status rc = vtab_unlock_end_access_vrf_record(record);
-  if (rc != kStatusOk) {
-    mpls_vpn_error("vrf_cb", "Error received from vtab_lock_end_access_vrf_record", rc);
-  }
-  return rc;
-}
-
 void handle_if_event(const char* if_name, const char* vrf_name, std::uint32_t first_code,
                      std::uint32_t second_code) MPLS_REQUIRES(mpls_vpn_mutex) {
   const IfChange change = mpls_vpn_mib_if_change(first_code, second_code);
@@ -94,12 +86,6 @@ void handle_if_event(const char* if_name, const char* vrf_name, std::uint32_t fi
   } else {
     mpls_vpn_mib_trap_vrf_down(vrf_name, if_name);
   }
-}
-
-Status end_if_access(const char* vrf_name, VtabIfRecord* record) {
-  const Status rc = vtab_unlock_end_access_if_record(vrf_name, record);
-  if (rc != kStatusOk) mpls_vpn_error("if_cb", "Error received from vtab_lock_end_access_if_record", rc);
-  return rc;
 }
 
 // --- Creation of records
@@ -130,11 +116,7 @@ VtabVrfRecord* create_vrf_record(const char* vrf_name) {
 Status mpls_vpn_mib_vtab_init(EventManager* evm) {
   mpls_vpn_debug(START, "Initializing VTAB...");
   for (const RegistrationStep& step : kRegistration) {
-    const Status rc = step.run(evm);
-    if (rc != kStatusOk) {
-      mpls_vpn_error(__func__, step.failure, rc);
-      return rc;
-    }
+    if (const Status rc = mpls_vpn_checked(__func__, step.failure, step.run(evm))) return rc;
   }
   mpls_vpn_report(START, kTraceInit, "VTAB init done.");
   return kStatusOk;
@@ -183,7 +165,8 @@ Status vrf_cb(const char* vrf_name) {
     return kStatusOk;
   }
   if (const MplsVpnLock lock{__func__, DBASE}) handle_vrf_event(record, event);
-  return end_vrf_access(record);
+  return mpls_vpn_checked(__func__, "Error received from vtab_lock_end_access_vrf_record",
+                          vtab_unlock_end_access_vrf_record(record));
 }
 
 IfChange mpls_vpn_mib_if_change(std::uint32_t first_code, std::uint32_t second_code) {
@@ -212,5 +195,6 @@ Status if_cb(const char* if_name, const char* vrf_name) {
     return kStatusOk;
   }
   if (const MplsVpnLock lock{__func__, DBASE}) handle_if_event(if_name, vrf_name, first_code, second_code);
-  return end_if_access(vrf_name, record);
+  return mpls_vpn_checked(__func__, "Error received from vtab_lock_end_access_if_record",
+                          vtab_unlock_end_access_if_record(vrf_name, record));
 }

@@ -42,17 +42,12 @@ std::uint32_t shown_id(std::uint64_t object_id) {
   return static_cast<std::uint32_t>(object_id);
 }
 
-Status reported(const char* function, const char* what, Status rc) {
-  if (rc != kStatusOk) mpls_vpn_error(function, what, rc);
-  return rc;
-}
-
 // --- Saving
 
 Status create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes) {
   std::uint64_t object_id = 0;
-  const Status rc =
-      reported(kAdd, "chkpt_create", chkpt_create(creation_times, &vrf_id, sizeof vrf_id, &object_id));
+  const Status rc = mpls_vpn_checked(kAdd, "chkpt_create",
+                                     chkpt_create(creation_times, &vrf_id, sizeof vrf_id, &object_id));
   if (rc != kStatusOk) return rc;
   attributes->chkpt_objid = object_id;
   mpls_vpn_debug(CHKPT, "Created new chkpt ObjId = 0x%x", shown_id(object_id));
@@ -64,7 +59,7 @@ Status find_or_create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes
   const Status rc = chkpt_mapkey(creation_times, &vrf_id, sizeof vrf_id, &object_id);
   if (rc == kStatusChkptKeyNotFound) return create_record(vrf_id, attributes);
   if (rc == kStatusOk) attributes->chkpt_objid = object_id;
-  return reported(kAdd, "chkpt_mapkey", rc);
+  return mpls_vpn_checked(kAdd, "chkpt_mapkey", rc);
 }
 
 // --- Restoring
@@ -80,9 +75,9 @@ Status read_next(ChkptIterator* iterator, RecordRead* record) {
   *record = {};
   std::size_t key_size = sizeof record->vrf_id;
   record->size = sizeof record->times;
-  return reported(kRestoreVrf, "chkpt_iterate_next",
-                  chkpt_iterate_next(iterator, &record->vrf_id, &key_size, &record->times, &record->size,
-                                     &record->object_id));
+  return mpls_vpn_checked(kRestoreVrf, "chkpt_iterate_next",
+                          chkpt_iterate_next(iterator, &record->vrf_id, &key_size, &record->times,
+                                             &record->size, &record->object_id));
 }
 
 bool restore_vrf_data(const RecordRead& read) {
@@ -127,7 +122,7 @@ void restore_records(ChkptIterator* iterator, Counts* counts) {
     if (is_usable(read)) {
       ++counts->good;
     } else {
-      (void)reported(kRestoreVrf, "chkpt_delete", chkpt_delete(creation_times, read.object_id));
+      mpls_vpn_checked(kRestoreVrf, "chkpt_delete", chkpt_delete(creation_times, read.object_id));
     }
   }
 }
@@ -136,11 +131,11 @@ Status restore_vrfs() {
   mpls_vpn_debug(CHKPT, "Restoring VRF data from chkpt");
   ChkptIterator* iterator = nullptr;
   const Status rc =
-      reported(kRestoreVrf, "chkpt_iterate_start", chkpt_iterate_start(creation_times, &iterator));
+      mpls_vpn_checked(kRestoreVrf, "chkpt_iterate_start", chkpt_iterate_start(creation_times, &iterator));
   if (rc != kStatusOk) return rc;
   Counts counts{};
   restore_records(iterator, &counts);
-  (void)reported(kRestoreVrf, "chkpt_iterate_end", chkpt_iterate_end(iterator));
+  mpls_vpn_checked(kRestoreVrf, "chkpt_iterate_end", chkpt_iterate_end(iterator));
   mpls_vpn_report(CHKPT, kTraceChkpt,
                   "Checkpoint found a total of %d records. Good records = %d, stale record = %d.",
                   shown(counts.total), shown(counts.good), shown(counts.total - counts.good));
@@ -166,13 +161,13 @@ Status mpls_vpn_mib_chkpt_init(EventManager* evm) {
   mpls_vpn_debug(START, "Chkpt init");
   ChkptApplication application;
   chkpt_application_init(&application, kApplicationNumber, "mpls_vpn");
-  Status rc = reported(kChkptInit, "chkpt_init", chkpt_init(&application, evm));
+  Status rc = mpls_vpn_checked(kChkptInit, "chkpt_init", chkpt_init(&application, evm));
   if (rc != kStatusOk) return rc;
   ChkptTableDescriptor descriptor;
   chkpt_table_init(&descriptor, 1, 1, sizeof(VrfTimes), 1, 0);
   bool had_contents = false;
-  rc = reported(kChkptInit, "chkpt_register",
-                chkpt_register(&descriptor, kTableId, &creation_times, &had_contents));
+  rc = mpls_vpn_checked(kChkptInit, "chkpt_register",
+                        chkpt_register(&descriptor, kTableId, &creation_times, &had_contents));
   if (rc != kStatusOk) return rc;
   first_run = had_contents ? 0 : 1;
   mpls_vpn_report(CHKPT, kTraceChkpt, "First run =%d", static_cast<int>(first_run));
@@ -192,8 +187,8 @@ Status mpls_vpn_mib_chkpt_vrf_save(std::uint32_t vrf_id, const VtabVrfRecord* re
   const Status rc = find_or_create_record(vrf_id, attributes);
   if (rc != kStatusOk) return rc;
   const VrfTimes times = {attributes->creation_time, attributes->conf_last_changed_time};
-  return reported(kAdd, "chkpt_save",
-                  chkpt_save(creation_times, attributes->chkpt_objid, &times, sizeof times));
+  return mpls_vpn_checked(kAdd, "chkpt_save",
+                          chkpt_save(creation_times, attributes->chkpt_objid, &times, sizeof times));
 }
 
 Status mpls_vpn_mib_chkpt_vrf_delete(const VtabVrfRecord* record) {
@@ -206,14 +201,15 @@ Status mpls_vpn_mib_chkpt_vrf_delete(const VtabVrfRecord* record) {
     mpls_vpn_report_failure(ERR, kStatusNoSuchRow, "Attempt to delete from checkpoint with NULL objid");
     return kStatusOk;
   }
-  const Status rc = reported(kDelete, "chkpt_delete", chkpt_delete(creation_times, attributes->chkpt_objid));
+  const Status rc =
+      mpls_vpn_checked(kDelete, "chkpt_delete", chkpt_delete(creation_times, attributes->chkpt_objid));
   if (rc == kStatusOk) attributes->chkpt_objid = 0;
   return rc;
 }
 
 Status mpls_vpn_mib_chkpt_restore() {
   mpls_vpn_debug(START, "Restoring data from chkpt...");
-  const Status rc = reported(__func__, kRestoreVrf, restore_vrfs());
+  const Status rc = mpls_vpn_checked(__func__, kRestoreVrf, restore_vrfs());
   if (rc == kStatusOk) mpls_vpn_debug(START, "...Restored data from chkpt");
   return rc;
 }

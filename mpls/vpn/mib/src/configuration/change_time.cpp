@@ -37,16 +37,14 @@ struct Target {
 };
 
 bool get_history(CommitList* list) {
-  const Status rc = cfgmgr_config_get_history(&list->count, &list->commits, 0);
-  if (rc != kStatusOk) mpls_vpn_error(kGetTime, "Failed to do cfgmgr_config_get_history", rc);
-  return rc == kStatusOk;
+  return mpls_vpn_checked(kGetTime, "Failed to do cfgmgr_config_get_history",
+                          cfgmgr_config_get_history(&list->count, &list->commits, 0)) == kStatusOk;
 }
 
 bool create_target(Target* target) {
   const Status rc =
       cfgmgr_target_create(&target->target, &target->changes, "mpls_vpn", "lab", "", 0, 0, 0, 0);
-  if (rc != kStatusOk) mpls_vpn_error(kGetTime, "Failed to create the cfgmgr target", rc);
-  return rc == kStatusOk;
+  return mpls_vpn_checked(kGetTime, "Failed to create the cfgmgr target", rc) == kStatusOk;
 }
 
 bool load_commit(const Target& target, const char* commit_id) {
@@ -65,16 +63,6 @@ bool has_changed(const Target& target, const char* item) {
   return rc == kStatusOk && found != 0;
 }
 
-void clear_target(const Target& target) {
-  const Status rc = cfgmgr_target_clear(target.target, 0);
-  if (rc != kStatusOk) mpls_vpn_error(kGetTime, "Failed to clear cfgmgr target", rc);
-}
-
-void destroy_target(const Target& target) {
-  const Status rc = cfgmgr_target_destroy(target.target);
-  if (rc != kStatusOk) mpls_vpn_error(kGetTime, "Failed to destroy the cfgmgr target", rc);
-}
-
 // From the last commit of the list to the first. False after a failure that ends the search; *found is null
 // when no commit has the item.
 bool find_commit(const CommitList& list, const Target& target, const char* item, const CfgmgrCommit** found) {
@@ -86,7 +74,7 @@ bool find_commit(const CommitList& list, const Target& target, const char* item,
                      commit.timestamp);
       *found = &commit;
     }
-    clear_target(target);
+    mpls_vpn_checked(kGetTime, "Failed to clear cfgmgr target", cfgmgr_target_clear(target.target, 0));
   }
   return true;
 }
@@ -114,6 +102,6 @@ char* mpls_vpn_mib_cgfmgr_get_time(const char* vrf_name) {
     mpls_vpn_debug(CFGMGR, "The item was not found");
     mpls_vpn_trace(kTraceInit, kStatusOk, "The item %s was not found", item);
   }
-  destroy_target(target);
+  mpls_vpn_checked(kGetTime, "Failed to destroy the cfgmgr target", cfgmgr_target_destroy(target.target));
   return searched && found != nullptr ? copy_timestamp(*found) : nullptr;
 }

@@ -28,8 +28,7 @@ bool decode_item(const KvNotifyInfo* info, const ParcelDescription& description,
     return false;
   }
   const Status rc = parcel_decode(&description, item->record.data(), item->record.size(), record);
-  if (rc != kStatusOk) mpls_vpn_error(handler, "parcel_decode failed", rc);
-  return rc == kStatusOk;
+  return mpls_vpn_checked(handler, "parcel_decode failed", rc) == kStatusOk;
 }
 
 void take_maximum_event(const VtabVrfRecord* record, const rib_threshold::MaximumThreshold& event) {

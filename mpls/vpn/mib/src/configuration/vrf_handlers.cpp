@@ -64,8 +64,7 @@ struct RouteTarget {
 
 bool extract_target(const RequestArgs* args, RouteTarget* target) {
   const Status rc = bgp_vpn_extract_rt(args, kRtTextSize, target->value.data(), &target->afi, &target->safi);
-  if (rc != kStatusOk) mpls_vpn_error("rt_notify", "Cannot extract RT", rc);
-  return rc == kStatusOk;
+  return mpls_vpn_checked("rt_notify", "Cannot extract RT", rc) == kStatusOk;
 }
 
 // The database reports a failure; an entry that exists already, as after a replay, is harmless.

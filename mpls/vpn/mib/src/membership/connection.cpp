@@ -29,12 +29,6 @@ int library_callback(void* /*argument*/) {
   return 1;
 }
 
-// Reports a failed step; returns its status.
-Status checked(const char* function, const char* step, Status rc) {
-  if (rc != kStatusOk) mpls_vpn_error(function, step, rc);
-  return rc;
-}
-
 void unbind(VmapClient* client) {
   const Status rc = vmap_c_unbind(client);
   if (rc != kStatusOk) mpls_vpn_trace(kTraceError, rc, "%s: vmap_c_unbind", kOpen);
@@ -42,17 +36,18 @@ void unbind(VmapClient* client) {
 
 // Subscribes to everything and registers, which replays what exists.
 Status subscribe(VmapMemberDatabase* database, int* fd, std::uint32_t* num_results) {
-  Status rc = checked(kOpen, "vmap_c_mdb_add_intf_all",
-                      vmap_c_mdb_add_intf_all(database, intf_reg_cb_func, kIntfBatch));
+  Status rc = mpls_vpn_checked(kOpen, "vmap_c_mdb_add_intf_all",
+                               vmap_c_mdb_add_intf_all(database, intf_reg_cb_func, kIntfBatch));
   if (rc != kStatusOk) return rc;
-  rc = checked(kOpen, "vmap_c_mdb_add_vrf_all", vmap_c_mdb_add_vrf_all(database, vrf_reg_cb_func));
+  rc = mpls_vpn_checked(kOpen, "vmap_c_mdb_add_vrf_all", vmap_c_mdb_add_vrf_all(database, vrf_reg_cb_func));
   if (rc != kStatusOk) return rc;
-  return checked(kOpen, "vmap_c_notif_reg", vmap_c_notif_reg(database, fd, num_results));
+  return mpls_vpn_checked(kOpen, "vmap_c_notif_reg", vmap_c_notif_reg(database, fd, num_results));
 }
 
 Status build_member_database(VmapClient* client, int* fd, std::uint32_t* num_results) {
   VmapMemberDatabase* database = nullptr;
-  Status rc = checked(kOpen, "vmap_c_mdb_init", vmap_c_mdb_init(client, kMemberDatabaseType, &database));
+  Status rc =
+      mpls_vpn_checked(kOpen, "vmap_c_mdb_init", vmap_c_mdb_init(client, kMemberDatabaseType, &database));
   if (rc != kStatusOk) return rc;
   rc = subscribe(database, fd, num_results);
   if (rc != kStatusOk) vmap_c_mdb_free(database);
@@ -70,22 +65,22 @@ bool is_for_us(const VmapVrfItem* item) {
 }  // namespace
 
 Status mpls_vpn_mib_vmap_register_for_notification(EventManager* evm) {
-  Status rc =
-      checked(kRegister, "vmap_c_lib_init", vmap_c_lib_init("mpls_vpn", evm, library_callback, &vmap_client));
+  Status rc = mpls_vpn_checked(kRegister, "vmap_c_lib_init",
+                               vmap_c_lib_init("mpls_vpn", evm, library_callback, &vmap_client));
   if (rc != kStatusOk) return rc;
-  rc = checked(kRegister, "event_conn_create",
-               event_conn_create(evm, connection_manager_open_handler, vmap_client, kEventConnRetries,
-                                 &vmap_connection));
+  rc = mpls_vpn_checked(kRegister, "event_conn_create",
+                        event_conn_create(evm, connection_manager_open_handler, vmap_client,
+                                          kEventConnRetries, &vmap_connection));
   if (rc != kStatusOk) return rc;
-  rc = checked(kRegister, "event_conn_notify",
-               event_conn_notify(vmap_connection, kConnEventMask, connection_manager_close_handler));
+  rc = mpls_vpn_checked(kRegister, "event_conn_notify",
+                        event_conn_notify(vmap_connection, kConnEventMask, connection_manager_close_handler));
   if (rc != kStatusOk) return rc;
   rc = event_conn_open(vmap_connection);
   if (rc == kStatusConnectionRetry) {
     mpls_vpn_report(VMAP, kTraceVmap, "retry connection open with VMAP");
     return kStatusOk;
   }
-  return checked(kRegister, "event_conn_open", rc);
+  return mpls_vpn_checked(kRegister, "event_conn_open", rc);
 }
 
 void mpls_vpn_mib_vmap_end() {
@@ -102,7 +97,7 @@ int connection_manager_open_handler(void* handle, EventManager* /*evm*/) {
     return -1;
   }
   int fd = -1;
-  if (checked(kOpen, "vmap_c_bind", vmap_c_bind(client, &fd)) != kStatusOk) return -1;
+  if (mpls_vpn_checked(kOpen, "vmap_c_bind", vmap_c_bind(client, &fd)) != kStatusOk) return -1;
   std::uint32_t num_results = 0;
   if (build_member_database(client, &fd, &num_results) != kStatusOk) {
     unbind(client);

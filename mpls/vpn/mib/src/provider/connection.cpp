@@ -26,7 +26,7 @@ Status mpls_vpn_mib_bind(KvConnection** connection, const char* path, std::uint3
 void mpls_vpn_mib_unbind(KvConnection** connection, const char* function) {
   Status rc = mpls_vpn_mib_check_data_store();
   if (rc == kStatusOk) rc = kvtree_unbind(*connection);
-  if (rc != kStatusOk) mpls_vpn_error(function, "kvtree_unbind failed", rc);
+  mpls_vpn_checked(function, "kvtree_unbind failed", rc);
   *connection = nullptr;
 }
 

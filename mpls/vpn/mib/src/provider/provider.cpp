@@ -45,19 +45,16 @@ Status provide_datalist(const KvRequest* request, KvListReply* reply) {
 
 Status register_functions(EventManager* evm) {
   KvProviderFunctions functions;
-  Status rc = kvtree_init_prov_functions(&functions);
-  if (rc != kStatusOk) {
-    mpls_vpn_error("register_prov_server", "Failed to init prov functions", rc);
-    return rc;
-  }
+  Status rc = mpls_vpn_checked("register_prov_server", "Failed to init prov functions",
+                               kvtree_init_prov_functions(&functions));
+  if (rc != kStatusOk) return rc;
   functions.get = provide_get;
   functions.list = provide_list;
   functions.datalist = provide_datalist;
   functions.walk_rules = mpls_vpn_mib_walk_rules;
   functions.walk_rule_count = mpls_vpn_mib_walk_rule_count;
   rc = kvtree_register_prov2(prov_kvtree_conn_h, "", evm, &functions, 0, 1);
-  if (rc != kStatusOk) mpls_vpn_error("register_prov_server", "Failed in kvtree_register_prov2", rc);
-  return rc;
+  return mpls_vpn_checked("register_prov_server", "Failed in kvtree_register_prov2", rc);
 }
 
 Status register_prov_server(EventManager* evm) {
@@ -160,22 +157,10 @@ Status subscribe_all(EventManager* evm) {
 
 // --- The whole
 
-Status initialize_ifindex(EventManager* evm) {
-  const Status rc = ifindex_initialize_evm(evm);
-  if (rc != kStatusOk) mpls_vpn_error("mpls_vpn_mib_prov_init", "ifindex_initialize_evm failed", rc);
-  return rc;
-}
-
 Status connect_membership(EventManager* evm) {
   const Status rc = mpls_vpn_mib_vmap_register_for_notification(evm);
   if (rc != kStatusOk) mpls_vpn_trace(kTraceError, rc, "mpls_vpn_mib_prov_init: membership service");
   return rc;
-}
-
-// Optional: start-up continues without it, and changed route distinguishers are then not noticed.
-void register_rd_callback(EventManager* evm) {
-  const Status rc = bgp_vpn_rd_register_cb(evm, mpls_vpn_mib_rd_notify);
-  if (rc != kStatusOk) mpls_vpn_error("mpls_vpn_mib_prov_init", "Failed to register RD callback fn", rc);
 }
 
 using Registration = Status (*)(EventManager*);
@@ -217,12 +202,14 @@ Status register_descriptions() {
 
 Status mpls_vpn_mib_prov_init(EventManager* evm) {
   mpls_vpn_debug(PROV, "prov init");
-  Status rc = initialize_ifindex(evm);
+  Status rc = mpls_vpn_checked(__func__, "ifindex_initialize_evm failed", ifindex_initialize_evm(evm));
   if (rc != kStatusOk) return rc;
   backend_scan_in_progress = 1;
   rc = register_all(evm);
   if (rc != kStatusOk) return rc;
-  register_rd_callback(evm);
+  // Optional: start-up continues without it, and changed route distinguishers are then not noticed.
+  mpls_vpn_checked(__func__, "Failed to register RD callback fn",
+                   bgp_vpn_rd_register_cb(evm, mpls_vpn_mib_rd_notify));
   backend_scan_in_progress = 0;
   rc = register_descriptions();
   if (rc != kStatusOk) return rc;

@@ -39,6 +39,5 @@ Status prov_encode_parcel(KvReply* reply, void* record, const ParcelDescription*
 }
 
 void prov_release_parcel(void* record, const ParcelDescription* description, const char* function) {
-  const Status rc = parcel_free_indirections(description, record);
-  if (rc != kStatusOk) mpls_vpn_error(function, "parcel_free_indirections", rc);
+  mpls_vpn_checked(function, "parcel_free_indirections", parcel_free_indirections(description, record));
 }

@@ -68,3 +68,8 @@ void mpls_vpn_error(const char* function, const char* what, Status status) {
   mpls_vpn_debug(ERR, "Error in %s: %s: %s", function, what, err_text(status));
   mpls_vpn_trace(kTraceError, status, "%s: %s", function, what);
 }
+
+Status mpls_vpn_checked(const char* function, const char* what, Status status) {
+  if (status != kStatusOk) mpls_vpn_error(function, what, status);
+  return status;
+}

@@ -50,3 +50,5 @@ void mpls_vpn_trace_end();
 // A failure: prints "Error in %s: %s: %s" (function, what failed, the code's text) under ERR, and writes an
 // error trace record with the code whether or not ERR is on.
 void mpls_vpn_error(const char* function, const char* what, Status status);
+// Reports a step that failed; returns its status.
+Status mpls_vpn_checked(const char* function, const char* what, Status status);

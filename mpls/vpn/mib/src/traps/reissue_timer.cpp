@@ -48,8 +48,7 @@ const char* create_timer(EventManager* evm) {
 
 bool start_leaf(const char* function) {
   const Status rc = timer_leaf_start(reissue.leaf, reissue.seconds, reissue.nanoseconds);
-  if (rc != kStatusOk) mpls_vpn_error(function, "timer_leaf_start", rc);
-  return rc == kStatusOk;
+  return mpls_vpn_checked(function, "timer_leaf_start", rc) == kStatusOk;
 }
 
 // The record service creates no record without a block; the report covers a service that breaks this.
