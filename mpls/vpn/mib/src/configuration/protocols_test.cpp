@@ -269,18 +269,13 @@ TEST_F(Protocols, InterfaceOfAnotherVrfIsUnknown) {
 
 // --- The mutex
 
-TEST_F(Protocols, InterfaceIsNotCountedWhenTheMutexCannotBeTaken) {
+TEST_F(Protocols, InterfaceIsCountedWhenTheMutexCanBeTakenEvenIfItCannotBeReleased) {
+  const auto count = [] { set_interface_protocol("ge0", "red", kProtocolRip, 0); };
   OnlyArea(DBASE);
-  const ScopedFault fault("pthread_mutex_lock", kStatusIo);
-  set_interface_protocol("ge0", "red", kProtocolRip, 0);
+  WithFault("pthread_mutex_lock", kStatusIo, count);
   EXPECT_THAT(Prints(), ElementsAre("Error (set_interface_protocol): pthread mutex lock failed"));
   EXPECT_EQ(OfInterface(kProtocolRip), 0U);
-}
-
-TEST_F(Protocols, FailedUnlockIsReportedAndTheCountIsChanged) {
-  OnlyArea(DBASE);
-  WithFault("pthread_mutex_unlock", kStatusIo,
-            [&] { set_interface_protocol("ge0", "red", kProtocolRip, 0); });
+  WithFault("pthread_mutex_unlock", kStatusIo, count);
   EXPECT_TRUE(Printed("Error (set_interface_protocol): pthread mutex unlock failed"));
   ReleaseMutex();
   EXPECT_EQ(OfInterface(kProtocolRip), 1U);

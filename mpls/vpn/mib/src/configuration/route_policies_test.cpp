@@ -77,9 +77,8 @@ TEST_F(RoutePolicies, TextThatCannotBeCopiedIsReportedAndTheFormerOneIsRemoved) 
   ClearPrints();
   const ScopedFault fault("text_copy", kStatusNoMemory);
   SetText(export_policy_path("red"), "transit");
-  EXPECT_THAT(
-      Prints(),
-      ElementsAre("Error in mpls_vpn_mib_route_policy_notify: text_copy failed: Cannot allocate memory"));
+  EXPECT_THAT(Prints(),
+              ElementsAre(Failure("mpls_vpn_mib_route_policy_notify", "text_copy failed", kStatusNoMemory)));
   EXPECT_THAT(PoliciesOf("red"), ElementsAre("(null)", "(null)", "(null)", "(null)"));
 }
 

@@ -78,7 +78,7 @@ TEST_F(RouteTargets, DeletionOfAnAbsentEntryIsReportedAndStampsTheChange) {
 TEST_F(RouteTargets, InvalidTargetIsReportedAndChangesNothing) {
   OnlyArea(ERR);
   SetText(bgp_path("red") + "/ord_c/import-rt/7/0/65000/100/0.0.0.0/0/0", "");
-  EXPECT_THAT(Prints(), ElementsAre("Error in rt_notify: Cannot extract RT: Invalid argument"));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("rt_notify", "Cannot extract RT", kStatusInvalid)));
   ExpectErrorTraced("rt_notify: Cannot extract RT", kStatusInvalid);
   EXPECT_THAT(TargetsOf("red"), IsEmpty());
   EXPECT_EQ(ChangedAt("red"), 0U);
@@ -88,7 +88,7 @@ TEST_F(RouteTargets, FailedExtractionIsReportedAndMakesNoRecord) {
   OnlyArea(ERR);
   const ScopedFault fault("bgp_vpn_extract_rt", kStatusIo);
   SetText(import_path("blue"), "");
-  EXPECT_THAT(Prints(), ElementsAre("Error in rt_notify: Cannot extract RT: Input/output error"));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("rt_notify", "Cannot extract RT", kStatusIo)));
   EXPECT_FALSE(IsKnown("blue"));
 }
 
@@ -186,8 +186,7 @@ TEST_F(RouteDistinguishers, TextThatCannotBeCopiedIsReportedAndTheFormerOneIsRem
   OnlyArea(ERR);
   const ScopedFault fault("text_copy", kStatusNoMemory);
   mpls_vpn_mib_rd_notify(1, "red", "65000:2");
-  EXPECT_THAT(Prints(),
-              ElementsAre("Error in mpls_vpn_mib_rd_notify: text_copy failed: Cannot allocate memory"));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_mib_rd_notify", "text_copy failed", kStatusNoMemory)));
   EXPECT_EQ(RdOf("red"), "(null)");
   EXPECT_EQ(ChangedAt("red"), Now());
 }
@@ -216,8 +215,8 @@ TEST_F(RdRegistration, FailureIsReportedAndStartUpContinues) {
   OnlyArea(ERR);
   const ScopedFault fault("bgp_vpn_rd_register_cb", kStatusIo);
   Register();
-  EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_prov_init: Failed to register RD callback fn: "
-                                    "Input/output error"));
+  EXPECT_THAT(Prints(),
+              ElementsAre(Failure("mpls_vpn_mib_prov_init", "Failed to register RD callback fn", kStatusIo)));
   EXPECT_THAT(Traced("mpls_vpn/error"),
               Contains("mpls_vpn_mib_prov_init: Failed to register RD callback fn"));
   EXPECT_EQ(backend_scan_in_progress, 0U);
@@ -270,9 +269,8 @@ TEST_F(Descriptions, TextThatCannotBeCopiedIsReportedAndTheFormerOneIsRemoved) {
   OnlyArea(ERR);
   const ScopedFault fault("text_copy", kStatusNoMemory);
   SetText(description_path("red"), "another");
-  EXPECT_THAT(
-      Prints(),
-      ElementsAre("Error in mpls_vpn_mib_vrf_descr_notify: text_copy failed: Cannot allocate memory"));
+  EXPECT_THAT(Prints(),
+              ElementsAre(Failure("mpls_vpn_mib_vrf_descr_notify", "text_copy failed", kStatusNoMemory)));
   EXPECT_EQ(DescriptionOf("red"), "(null)");
   EXPECT_EQ(ChangedAt("red"), Now());
 }

@@ -1,8 +1,7 @@
 // The connection to the membership service: registration, opening, closing, and which items are for us.
 #include "mpls/vpn/mib/src/membership/connection.h"
 
-#include "mpls/vpn/mib/src/interface/database_internal.h"
-#include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
+#include "mpls/vpn/mib/src/membership/membership_test_support.h"
 #include "platform/router/vmap/service.h"
 
 namespace {
@@ -13,7 +12,7 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::Not;
 
-class MembershipConnection : public DaemonTest {
+class MembershipConnection : public Membership {
  protected:
   static std::string OpenFailure(const char* step, Status status) {
     return Failure("connection_manager_open_handler", step, status);
@@ -25,7 +24,6 @@ class MembershipConnection : public DaemonTest {
     RemoveInterface("trigger");
     Run();
   }
-  std::uint32_t Nodes() const { return wavl_size(mpls_vpn_mib_if_tree(), kIfByHandle); }
   static VrfNode* CreateVrfUnderTheMutex(const char* name) MPLS_NO_THREAD_SAFETY_ANALYSIS {
     return mpls_vpn_mib_create_vrf_wavl_node(name, get_vrf_record(name));
   }

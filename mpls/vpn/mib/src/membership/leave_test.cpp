@@ -309,7 +309,7 @@ TEST_F(VrfRouteDistinguisher, WithoutMemoryForItStaysMissingAndDoesNotTouchTheVr
   EXPECT_EQ(AttributesOf("red")->rd, nullptr);
   EXPECT_EQ(LastChanged("red"), 0U);
   EXPECT_EQ(Prints().back(),
-            "Error in mpls_vpn_mib_vrf_complete_missing: text_copy failed: Cannot allocate memory");
+            Failure("mpls_vpn_mib_vrf_complete_missing", "text_copy failed", kStatusNoMemory));
 }
 
 }  // namespace

@@ -74,7 +74,7 @@ TEST_F(InterfaceJoin, NewNameWithoutMemoryForItLeavesTheOldOne) {
   ClearPrints();
   WithFault("text_copy", kStatusNoMemory, [&] { mpls_vpn_mib_if2vrf_add(handle_, "red"); });
   EXPECT_THAT(node->if_name, StrEq("old"));
-  EXPECT_EQ(Prints().back(), "Error in mpls_vpn_mib_if2vrf_add: text_copy failed: Cannot allocate memory");
+  EXPECT_EQ(Prints().back(), Failure("mpls_vpn_mib_if2vrf_add", "text_copy failed", kStatusNoMemory));
   EXPECT_THAT(PrintsOf({"Updated in VRF"}), IsEmpty());
   mpls_vpn_mib_if2vrf_add(handle_, "red");
   EXPECT_THAT(node->if_name, StrEq("ge0"));

@@ -261,8 +261,8 @@ TEST_F(Provider, LibraryIsLookedForUntilItIsFound) {
 TEST_F(Provider, FailedInterfaceIndexServiceEndsRegistrationFirst) {
   fault_arm("ifindex_initialize_evm", kStatusIo);
   EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
-  EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_prov_init: ifindex_initialize_evm failed: "
-                                    "Input/output error"));
+  EXPECT_THAT(Prints(),
+              ElementsAre(Failure("mpls_vpn_mib_prov_init", "ifindex_initialize_evm failed", kStatusIo)));
   EXPECT_EQ(backend_scan_in_progress, 0U);
   EXPECT_EQ(prov_kvtree_conn_h, nullptr);
 }
@@ -338,16 +338,13 @@ const SubscriptionTexts kTexts[] = {
     {"register_for_notification_on_rib", "kvtree_bind to the RIB path", "Failed to register notifier on RIB"},
 };
 
-std::string error_line(const std::string& function, const std::string& what) {
-  return "Error in " + function + ": " + what + ": Input/output error";
-}
-
 class SubscriptionFailure : public Provider, public testing::WithParamInterface<std::uint32_t> {
  protected:
   const SubscriptionTexts& Texts() const { return kTexts[GetParam()]; }
   // The print when `what` failed, under the subscription's own name.
   std::vector<std::string> Expected(std::vector<std::string> lines) const {
-    if (Texts().summary != nullptr) lines.push_back(error_line("mpls_vpn_mib_prov_init", Texts().summary));
+    if (Texts().summary != nullptr)
+      lines.push_back(Failure("mpls_vpn_mib_prov_init", Texts().summary, kStatusIo));
     return lines;
   }
 };
@@ -356,7 +353,7 @@ TEST_P(SubscriptionFailure, FailedBindIsReportedWithItsOwnText) {
   fault_arm("kvtree_bind", kStatusIo, GetParam() + 2);  // the provider's bind is the first
   fault_arm("kvtree_unbind", kStatusIo, 2);
   EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
-  EXPECT_THAT(Prints(), ElementsAreArray(Expected({error_line(Texts().function, Texts().bind)})));
+  EXPECT_THAT(Prints(), ElementsAreArray(Expected({Failure(Texts().function, Texts().bind, kStatusIo)})));
   EXPECT_EQ(fault_reached("kvtree_unbind"), 0U);
   EXPECT_EQ(backend_scan_in_progress, 1U);
 }
@@ -365,8 +362,8 @@ TEST_P(SubscriptionFailure, FailedSubscriptionIsReportedAndUnbound) {
   fault_arm("kvtree_register_notification", kStatusIo, GetParam() + 1);
   fault_arm("kvtree_unbind", kStatusIo, 2);
   EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
-  EXPECT_THAT(Prints(), ElementsAreArray(
-                            Expected({error_line(Texts().function, "kvtree_register_notification failed")})));
+  EXPECT_THAT(Prints(), ElementsAreArray(Expected(
+                            {Failure(Texts().function, "kvtree_register_notification failed", kStatusIo)})));
   EXPECT_EQ(fault_reached("kvtree_unbind"), 1U);
 }
 
@@ -374,9 +371,10 @@ TEST_P(SubscriptionFailure, FailedUnbindIsReportedBetweenTheTwo) {
   fault_arm("kvtree_register_notification", kStatusIo, GetParam() + 1);
   fault_arm("kvtree_unbind", kStatusIo);
   EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
-  EXPECT_THAT(Prints(),
-              ElementsAreArray(Expected({error_line(Texts().function, "kvtree_register_notification failed"),
-                                         error_line(Texts().function, "kvtree_unbind failed")})));
+  EXPECT_THAT(
+      Prints(),
+      ElementsAreArray(Expected({Failure(Texts().function, "kvtree_register_notification failed", kStatusIo),
+                                 Failure(Texts().function, "kvtree_unbind failed", kStatusIo)})));
 }
 
 INSTANTIATE_TEST_SUITE_P(EachSubscription, SubscriptionFailure, testing::Range(0U, 8U));
@@ -396,16 +394,16 @@ TEST_F(Provider, SubscribesEightTimes) {
 TEST_F(Provider, FailedRegistrationOfTheMibsDescriptionsIsFatal) {
   fault_arm("parcel_batch_open", kStatusIo, 1);
   EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
-  EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_prov_init: Failed to register mpls_vpn_mib.parcel "
-                                    "Parcels: Input/output error"));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_mib_prov_init",
+                                            "Failed to register mpls_vpn_mib.parcel Parcels", kStatusIo)));
   EXPECT_EQ(backend_scan_in_progress, 0U);
 }
 
 TEST_F(Provider, FailedRegistrationOfTheShowDescriptionsIsFatal) {
   fault_arm("parcel_batch_open", kStatusIo, 2);
   EXPECT_EQ(RegisterShowingErrors(), kStatusIo);
-  EXPECT_THAT(Prints(), ElementsAre("Error in mpls_vpn_mib_prov_init: Failed to register mpls_vpn.parcel "
-                                    "Parcels: Input/output error"));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_mib_prov_init",
+                                            "Failed to register mpls_vpn.parcel Parcels", kStatusIo)));
 }
 
 void register_other_version(const ParcelDescription& description, const char* set_name) {

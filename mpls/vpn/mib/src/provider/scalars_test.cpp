@@ -175,8 +175,7 @@ TEST_F(Scalars, FailedEncodingIsPrintedAndReturned) {
   Reply reply;
   EXPECT_EQ(mpls_vpn_mib_prov_get_scalars(reply.Place(), nullptr), kStatusNoMemory);
   EXPECT_EQ(reply.Get().data, nullptr);
-  EXPECT_THAT(Prints(),
-              Contains("Error in prov_encode_parcel: parcel_encode failed: Cannot allocate memory"));
+  EXPECT_THAT(Prints(), Contains(Failure("prov_encode_parcel", "parcel_encode failed", kStatusNoMemory)));
 }
 
 }  // namespace

@@ -179,15 +179,14 @@ TEST_F(ReissueTimer, StartThatFailsIsReported) {
   OnlyArea(ERR);
   const ScopedFault fault("timer_leaf_start", kStatusIo);
   mpls_vpn_mib_timer_start(60);
-  EXPECT_THAT(Prints(),
-              ElementsAre("Error in mpls_vpn_mib_timer_start: timer_leaf_start: Input/output error"));
+  EXPECT_THAT(Prints(), ElementsAre(Failure("mpls_vpn_mib_timer_start", "timer_leaf_start", kStatusIo)));
 }
 
 TEST_F(ReissueTimer, RestartThatFailsIsReportedAndNotPrintedAsDone) {
   mpls_vpn_mib_timer_start(10);
   ClearPrints();
   WithFault("timer_leaf_start", kStatusIo, [&] { Pass(10); });
-  EXPECT_TRUE(Printed("Error in mpls_vpn_mib_timer_wakeup: timer_leaf_start: Input/output error"));
+  EXPECT_TRUE(Printed(Failure("mpls_vpn_mib_timer_wakeup", "timer_leaf_start", kStatusIo)));
   EXPECT_FALSE(Printed("Timer restart"));
 }
 

@@ -214,36 +214,22 @@ TEST_F(TrapGeneration, BeforeTheProviderConnectionExistsItIsDropped) {
   EXPECT_THAT(Traps(), IsEmpty());
 }
 
-TEST_F(TrapGeneration, FailedEncodingIsReportedAndNothingIsSent) {
-  OnlyArea(ERR);
-  const ScopedFault fault("parcel_encode", kStatusNoMemory);
-  generate();
-  EXPECT_THAT(Prints(), ElementsAre("Error in generate_trap_notification: parcel_encode failed: Cannot "
-                                    "allocate memory"));
-  ExpectErrorTraced("generate_trap_notification: parcel_encode failed", kStatusNoMemory);
-  EXPECT_THAT(Traps(), IsEmpty());
-}
-
-TEST_F(TrapGeneration, FailedNotificationIsReported) {
-  mpls_vpn_debug_flags[TRAPS].enabled.store(0);
-  const ScopedFault fault("kvtree_prov_notify", kStatusIo);
-  generate();
-  EXPECT_THAT(Prints(), ElementsAre("Error in generate_trap_notification: Could not generate PROV "
-                                    "notification: Input/output error"));
-  ExpectErrorTraced("generate_trap_notification: Could not generate PROV notification", kStatusIo);
-  EXPECT_THAT(Traps(), IsEmpty());
-}
-
-TEST_F(TrapGeneration, FailedReleaseIsReportedAfterTheTrapWasSent) {
-  OnlyArea(ERR);
-  {
-    const ScopedFault fault("parcel_free_indirections", kStatusIo);
-    generate(nullptr);  // without a text nothing remains to release
+TEST_F(TrapGeneration, FailedStepIsReportedAndOnlyAFailedReleaseIsAfterTheTrap) {
+  const struct {
+    const char* point;
+    const char* what;
+    std::size_t traps;
+  } steps[] = {{"parcel_encode", "parcel_encode failed", 0},
+               {"kvtree_prov_notify", "Could not generate PROV notification", 0},
+               {"parcel_free_indirections", "parcel_free_indirections", 1}};
+  for (const auto& step : steps) {
+    OnlyArea(ERR);
+    // Without a text nothing remains to release.
+    WithFault(step.point, kStatusIo, [] { generate(nullptr); });
+    EXPECT_THAT(Prints(), ElementsAre(Failure("generate_trap_notification", step.what, kStatusIo)));
+    ExpectErrorTraced(std::string("generate_trap_notification: ") + step.what, kStatusIo);
+    EXPECT_EQ(Traps().size(), step.traps) << step.what;
   }
-  EXPECT_THAT(Prints(), ElementsAre("Error in generate_trap_notification: parcel_free_indirections: "
-                                    "Input/output error"));
-  EXPECT_EQ(Traced("mpls_vpn/error").back(), "generate_trap_notification: parcel_free_indirections");
-  EXPECT_EQ(Traps().size(), 1U);
 }
 
 TEST_F(TrapGeneration, WithoutAWatcherNothingIsSent) {
