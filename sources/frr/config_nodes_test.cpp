@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/config/test_support.h"
+
 namespace {
 
 using frr::Nodes;
@@ -14,8 +16,6 @@ using frr::Program;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
-using vrf_config::Direction;
-using vrf_config::Family;
 
 const Program& program(std::string_view name) {
   return *std::find_if(frr::kPrograms.begin(), frr::kPrograms.end(),
@@ -79,6 +79,12 @@ class ConfigNodes : public ::testing::Test {
   std::vector<std::string> Paths(std::string_view name, const std::string& text) {
     return paths(Say(name, text));
   }
+  // In words.
+  std::vector<std::string> Items(std::string_view name, const std::string& text) {
+    std::vector<std::string> items;
+    for (const KvConfigNode& node : Say(name, text)) items.push_back(vrf_config::words_or_path(node));
+    return items;
+  }
 
   router::Router router;
   std::uint32_t last_index = 0;
@@ -90,117 +96,106 @@ constexpr char kRed[] =
     "  rt vpn export 10.0.0.1:5\n exit-address-family\n";
 
 TEST_F(ConfigNodes, VrfHasItsRdTargetsAndPolicies) {
-  const auto target = [](const char* text) { return vrf_config::parse_target(text).value(); };
-  EXPECT_THAT(Say("bgpd", kRed),
-              UnorderedElementsAre(
-                  vrf_config::route_distinguisher("red", Family::kIpv4, target("65000:10")),
-                  vrf_config::route_target("red", Family::kIpv4, Direction::kImport, target("65000:10")),
-                  vrf_config::route_target("red", Family::kIpv4, Direction::kImport, target("65000:99")),
-                  vrf_config::route_target("red", Family::kIpv4, Direction::kExport, target("10.0.0.1:5")),
-                  vrf_config::route_policy("red", Family::kIpv4, Direction::kImport, "RM-IN"),
-                  vrf_config::route_policy("red", Family::kIpv4, Direction::kExport, "RM-OUT")));
+  EXPECT_THAT(Items("bgpd", kRed),
+              UnorderedElementsAre("vrf red rd 65000:10 ipv4", "vrf red rt import 65000:10 ipv4",
+                                   "vrf red rt import 65000:99 ipv4", "vrf red rt export 10.0.0.1:5 ipv4",
+                                   "vrf red policy import ipv4 RM-IN", "vrf red policy export ipv4 RM-OUT"));
 }
 
 TEST_F(ConfigNodes, RdIsOfEachFamilyThatHasOne) {
   EXPECT_THAT(
-      Say("bgpd",
-          "router bgp 1 vrf red\n address-family ipv4 unicast\n  rd vpn export 1:4\n exit-address-family\n"
-          " address-family ipv6 unicast\n  rd vpn export 1:6\n"),
-      ElementsAre(vrf_config::route_distinguisher("red", Family::kIpv4, *vrf_config::parse_target("1:4")),
-                  vrf_config::route_distinguisher("red", Family::kIpv6, *vrf_config::parse_target("1:6"))));
+      Items("bgpd",
+            "router bgp 1 vrf red\n address-family ipv4 unicast\n  rd vpn export 1:4\n exit-address-family\n"
+            " address-family ipv6 unicast\n  rd vpn export 1:6\n"),
+      ElementsAre("vrf red rd 1:4 ipv4", "vrf red rd 1:6 ipv6"));
 }
 
 TEST_F(ConfigNodes, TargetThatIsNamedTwiceIsOneNode) {
-  EXPECT_EQ(
-      Paths("bgpd", "router bgp 1 vrf red\n address-family ipv4 unicast\n  rt vpn import 1:1 1:1\n").size(),
-      1U);
+  EXPECT_THAT(Items("bgpd", "router bgp 1 vrf red\n address-family ipv4 unicast\n  rt vpn import 1:1 1:1\n"),
+              ElementsAre("vrf red rt import 1:1 ipv4"));
 }
 
 TEST_F(ConfigNodes, NeighborIsActiveByItsOwnLine) {
-  EXPECT_THAT(Say("bgpd",
-                  "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n address-family ipv4 unicast\n"
-                  "  no neighbor 10.0.0.1 activate\n exit-address-family\n address-family ipv6 unicast\n"
-                  "  neighbor 10.0.0.1 activate\n"),
-              ElementsAre(vrf_config::bgp_neighbor("red", 1, "10.0.0.1", Family::kIpv6)));
+  EXPECT_THAT(Items("bgpd",
+                    "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n address-family ipv4 unicast\n"
+                    "  no neighbor 10.0.0.1 activate\n exit-address-family\n address-family ipv6 unicast\n"
+                    "  neighbor 10.0.0.1 activate\n"),
+              ElementsAre("vrf red bgp 1 neighbor 10.0.0.1 ipv6"));
 }
 
 TEST_F(ConfigNodes, NeighborIsActiveByDefaultInIpv4) {
   EXPECT_THAT(
-      Say("bgpd", "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n neighbor 10.0.0.1 shutdown\n"),
-      ElementsAre(vrf_config::bgp_neighbor("red", 1, "10.0.0.1", Family::kIpv4)));
+      Items("bgpd", "router bgp 1 vrf red\n neighbor 10.0.0.1 remote-as 2\n neighbor 10.0.0.1 shutdown\n"),
+      ElementsAre("vrf red bgp 1 neighbor 10.0.0.1 ipv4"));
   EXPECT_THAT(
-      Say("bgpd", "router bgp 1 vrf red\n no bgp default ipv4-unicast\n neighbor 10.0.0.1 remote-as 2\n"),
+      Items("bgpd", "router bgp 1 vrf red\n no bgp default ipv4-unicast\n neighbor 10.0.0.1 remote-as 2\n"),
       IsEmpty());
 }
 
 TEST_F(ConfigNodes, NeighborFollowsItsGroupWhichIsNotANeighbor) {
   EXPECT_THAT(
-      Say("bgpd",
+      Items(
+          "bgpd",
           "router bgp 1 vrf red\n no bgp default ipv4-unicast\n neighbor CE peer-group\n"
           " neighbor 10.0.0.1 peer-group CE\n neighbor 10.0.0.2 peer-group CE\n address-family ipv4 unicast\n"
           "  neighbor CE activate\n  no neighbor 10.0.0.2 activate\n"),
-      ElementsAre(vrf_config::bgp_neighbor("red", 1, "10.0.0.1", Family::kIpv4)));
+      ElementsAre("vrf red bgp 1 neighbor 10.0.0.1 ipv4"));
 }
 
 TEST_F(ConfigNodes, GroupThatListensCountsAsANeighbor) {
-  EXPECT_THAT(Say("bgpd",
-                  "router bgp 1 vrf red\n neighbor CE peer-group\n neighbor IDLE peer-group\n"
-                  " bgp listen range 10.1.0.0/24 peer-group CE\n"
-                  " bgp listen range 2001:db8:1::/64 peer-group CE\n"
-                  " address-family ipv6 unicast\n  neighbor CE activate\n"),
-              UnorderedElementsAre(vrf_config::bgp_neighbor("red", 1, "CE", Family::kIpv4),
-                                   vrf_config::bgp_neighbor("red", 1, "CE", Family::kIpv6)));
+  EXPECT_THAT(Items("bgpd",
+                    "router bgp 1 vrf red\n neighbor CE peer-group\n neighbor IDLE peer-group\n"
+                    " bgp listen range 10.1.0.0/24 peer-group CE\n"
+                    " bgp listen range 2001:db8:1::/64 peer-group CE\n"
+                    " address-family ipv6 unicast\n  neighbor CE activate\n"),
+              UnorderedElementsAre("vrf red bgp 1 neighbor CE ipv4", "vrf red bgp 1 neighbor CE ipv6"));
 }
 
 TEST_F(ConfigNodes, UnnumberedNeighborIsKnownByItsInterface) {
-  EXPECT_THAT(Say("bgpd",
-                  "router bgp 1 vrf red\n neighbor red1 interface remote-as external\n"
-                  " neighbor red2 interface v6only remote-as internal\n address-family ipv6 unicast\n"
-                  "  neighbor red1 activate\n"),
-              UnorderedElementsAre(vrf_config::bgp_neighbor("red", 1, "red1", Family::kIpv4),
-                                   vrf_config::bgp_neighbor("red", 1, "red1", Family::kIpv6),
-                                   vrf_config::bgp_neighbor("red", 1, "red2", Family::kIpv4)));
+  EXPECT_THAT(Items("bgpd",
+                    "router bgp 1 vrf red\n neighbor red1 interface remote-as external\n"
+                    " neighbor red2 interface v6only remote-as internal\n address-family ipv6 unicast\n"
+                    "  neighbor red1 activate\n"),
+              UnorderedElementsAre("vrf red bgp 1 neighbor red1 ipv4", "vrf red bgp 1 neighbor red1 ipv6",
+                                   "vrf red bgp 1 neighbor red2 ipv4"));
 }
 
 TEST_F(ConfigNodes, EvpnHasItsRdAndTargets) {
-  const auto target = [](const char* text) { return vrf_config::parse_target(text).value(); };
-  EXPECT_THAT(Say("bgpd",
-                  "router bgp 1 vrf red\n address-family l2vpn evpn\n  rd 65000:100\n"
-                  "  route-target import 65000:101\n  route-target export 65000:102\n"),
-              UnorderedElementsAre(
-                  vrf_config::route_distinguisher("red", Family::kEvpn, target("65000:100")),
-                  vrf_config::route_target("red", Family::kEvpn, Direction::kImport, target("65000:101")),
-                  vrf_config::route_target("red", Family::kEvpn, Direction::kExport, target("65000:102"))));
+  EXPECT_THAT(Items("bgpd",
+                    "router bgp 1 vrf red\n address-family l2vpn evpn\n  rd 65000:100\n"
+                    "  route-target import 65000:101\n  route-target export 65000:102\n"),
+              UnorderedElementsAre("vrf red rd 65000:100 evpn", "vrf red rt import 65000:101 evpn",
+                                   "vrf red rt export 65000:102 evpn"));
 }
 
 TEST_F(ConfigNodes, NotationOfTheDefaultInstanceIsTheFormatOfAsNumbers) {
-  EXPECT_THAT(Say("bgpd", "router bgp 1.10 as-notation dot\n"), ElementsAre(vrf_config::as_format("asdot")));
-  EXPECT_THAT(Say("bgpd", "router bgp 1.10 as-notation dot+\n"),
-              ElementsAre(vrf_config::as_format("asdot+")));
-  EXPECT_THAT(Say("bgpd", "router bgp 1 as-notation plain\n"), ElementsAre(vrf_config::as_format("asplain")));
-  EXPECT_THAT(Say("bgpd", "router bgp 1\nexit\nrouter bgp 1.10 vrf red as-notation dot\n"), IsEmpty());
+  EXPECT_THAT(Items("bgpd", "router bgp 1.10 as-notation dot\n"), ElementsAre("bgp as-format asdot"));
+  EXPECT_THAT(Items("bgpd", "router bgp 1.10 as-notation dot+\n"), ElementsAre("bgp as-format asdot+"));
+  EXPECT_THAT(Items("bgpd", "router bgp 1 as-notation plain\n"), ElementsAre("bgp as-format asplain"));
+  EXPECT_THAT(Items("bgpd", "router bgp 1\nexit\nrouter bgp 1.10 vrf red as-notation dot\n"), IsEmpty());
 }
 
 TEST_F(ConfigNodes, VniIsOfItsVrf) {
-  EXPECT_THAT(Say("zebra", "vrf red\n vni 100\nexit-vrf\nvrf blue\n vni 200 prefix-routes-only\nexit-vrf\n"),
-              UnorderedElementsAre(vrf_config::vni("red", 100), vrf_config::vni("blue", 200)));
+  EXPECT_THAT(
+      Items("zebra", "vrf red\n vni 100\nexit-vrf\nvrf blue\n vni 200 prefix-routes-only\nexit-vrf\n"),
+      UnorderedElementsAre("vrf red vni 100", "vrf blue vni 200"));
 }
 
 TEST_F(ConfigNodes, DescriptionOfAVrfDeviceIsThatOfTheVrf) {
   AddVrf("red");
   EXPECT_THAT(
-      Say("zebra",
-          "interface red\n description customer red\nexit\ninterface red1\n description to a CE\nexit\n"
-          "interface default\n description x\n"),
-      ElementsAre(vrf_config::description("red", "customer red")));
+      Items("zebra",
+            "interface red\n description customer red\nexit\ninterface red1\n description to a CE\nexit\n"
+            "interface default\n description x\n"),
+      ElementsAre("vrf red description \"customer red\""));
 }
 
 TEST_F(ConfigNodes, OspfIsEnabledByNetworks) {
   AddInterface("blue1", "blue", {"10.2.0.1/30"});
   AddInterface("blue2", "blue", {"10.9.0.1/24", "2001:db8::1/64"});
   AddInterface("red1", "red", {"10.2.0.1/30"});
-  EXPECT_THAT(Say("ospfd", "router ospf vrf blue\n network 10.2.0.0/30 area 3\n"),
-              ElementsAre(vrf_config::ospf_interface("blue", "1", 3, "blue1")));
+  EXPECT_THAT(Items("ospfd", "router ospf vrf blue\n network 10.2.0.0/30 area 3\n"),
+              ElementsAre("vrf blue ospf 1 area 0.0.0.3 interface blue1"));
 }
 
 // Seen in both versions of the suite: an interface with 10.2.0.1/24 runs OSPF under "network 10.2.0.1/32".
@@ -238,10 +233,10 @@ TEST_F(ConfigNodes, NetworkContainsSecondaryAddressesForRipOnly) {
 
 TEST_F(ConfigNodes, MostSpecificNetworkSetsTheArea) {
   AddInterface("blue1", "blue", {"10.2.0.1/30"});
-  EXPECT_THAT(Say("ospfd",
-                  "router ospf vrf blue\n network 10.0.0.0/8 area 1\n network 10.2.0.0/24 area 2\n"
-                  " network 10.0.0.0/16 area 3\n"),
-              ElementsAre(vrf_config::ospf_interface("blue", "1", 2, "blue1")));
+  EXPECT_THAT(Items("ospfd",
+                    "router ospf vrf blue\n network 10.0.0.0/8 area 1\n network 10.2.0.0/24 area 2\n"
+                    " network 10.0.0.0/16 area 3\n"),
+              ElementsAre("vrf blue ospf 1 area 0.0.0.2 interface blue1"));
 }
 
 TEST_F(ConfigNodes, OspfAreaOfAnInterfaceNeedsTheProcessOfItsVrf) {
@@ -250,16 +245,16 @@ TEST_F(ConfigNodes, OspfAreaOfAnInterfaceNeedsTheProcessOfItsVrf) {
   EXPECT_THAT(Paths("ospfd", interface), IsEmpty());
   EXPECT_THAT(Paths("ospfd", interface + "router ospf vrf red\n"), IsEmpty());
   EXPECT_THAT(Paths("ospfd", interface + "router ospf 7 vrf blue\n"), IsEmpty());
-  EXPECT_THAT(Say("ospfd", interface + "router ospf vrf blue\n"),
-              ElementsAre(vrf_config::ospf_interface("blue", "1", 9, "blue1")));
+  EXPECT_THAT(Items("ospfd", interface + "router ospf vrf blue\n"),
+              ElementsAre("vrf blue ospf 1 area 0.0.0.9 interface blue1"));
 }
 
 TEST_F(ConfigNodes, AreaOfAnInterfaceOverridesNetworks) {
   AddInterface("blue1", "blue", {"10.2.0.1/30"});
   EXPECT_THAT(
-      Say("ospfd",
-          "interface blue1\n ip ospf area 9\nexit\nrouter ospf vrf blue\n network 10.0.0.0/8 area 1\n"),
-      ElementsAre(vrf_config::ospf_interface("blue", "1", 9, "blue1")));
+      Items("ospfd",
+            "interface blue1\n ip ospf area 9\nexit\nrouter ospf vrf blue\n network 10.0.0.0/8 area 1\n"),
+      ElementsAre("vrf blue ospf 1 area 0.0.0.9 interface blue1"));
 }
 
 TEST_F(ConfigNodes, RipIsEnabledByNetworksAndNames) {
@@ -267,9 +262,8 @@ TEST_F(ConfigNodes, RipIsEnabledByNetworksAndNames) {
   AddInterface("grn2", "green", {});
   AddInterface("grn3", "green", {"10.4.0.1/30"});
   AddInterface("red1", "red", {"10.3.0.1/30"});
-  EXPECT_THAT(
-      Say("ripd", "router rip vrf green\n network 10.3.0.0/30\n network grn2\n network red1\n"),
-      ElementsAre(vrf_config::rip_interface("green", "grn1"), vrf_config::rip_interface("green", "grn2")));
+  EXPECT_THAT(Items("ripd", "router rip vrf green\n network 10.3.0.0/30\n network grn2\n network red1\n"),
+              ElementsAre("vrf green rip interface grn1", "vrf green rip interface grn2"));
 }
 
 TEST_F(ConfigNodes, RipngIsEnabledByNetworksAndNames) {
@@ -277,8 +271,8 @@ TEST_F(ConfigNodes, RipngIsEnabledByNetworksAndNames) {
   AddInterface("grn2", "green", {"10.4.0.1/30"});
   AddInterface("grn3", "green", {"2001:db8:2::1/64"});
   const std::string config = "router ripng vrf green\n network 2001:db8:1::/48\n network grn2\n";
-  EXPECT_THAT(Say("ripngd", config), ElementsAre(vrf_config::ripng_interface("green", "grn1"),
-                                                 vrf_config::ripng_interface("green", "grn2")));
+  EXPECT_THAT(Items("ripngd", config),
+              ElementsAre("vrf green ripng interface grn1", "vrf green ripng interface grn2"));
   EXPECT_THAT(Paths("ripd", config), IsEmpty());
 }
 
@@ -287,15 +281,15 @@ TEST_F(ConfigNodes, Ospf6IsEnabledByTheAreaOfAnInterfaceAndTheProcessOfItsVrf) {
   const std::string interface = "interface blue1\n ipv6 ospf6 area 0.0.0.9\nexit\n";
   EXPECT_THAT(Paths("ospf6d", interface + "router ospf6 vrf red\nrouter ospf vrf blue\n"), IsEmpty());
   EXPECT_THAT(Paths("ospf6d", "router ospf6 vrf blue\n"), IsEmpty());
-  EXPECT_THAT(Say("ospf6d", interface + "router ospf6 vrf blue\n"),
-              ElementsAre(vrf_config::ospf_interface("blue", "ospf6", 9, "blue1")));
+  EXPECT_THAT(Items("ospf6d", interface + "router ospf6 vrf blue\n"),
+              ElementsAre("vrf blue ospf ospf6 area 0.0.0.9 interface blue1"));
 }
 
 TEST_F(ConfigNodes, EigrpIsEnabledByNetworks) {
   AddInterface("red2", "red", {"10.4.0.1/30"});
   AddInterface("red1", "red", {"10.1.0.1/30"});
-  EXPECT_THAT(Say("eigrpd", "router eigrp 100 vrf red\n network 10.4.0.0/30\n"),
-              ElementsAre(vrf_config::eigrp_interface("red", 100, "red2")));
+  EXPECT_THAT(Items("eigrpd", "router eigrp 100 vrf red\n network 10.4.0.0/30\n"),
+              ElementsAre("vrf red eigrp 100 interface red2"));
 }
 
 TEST_F(ConfigNodes, StaticRoutesAreANodeEach) {

@@ -8,23 +8,17 @@
 namespace router_file {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAreArray;
-using vrf_config::Direction;
-using vrf_config::Family;
-using vrf_config::Target;
+using ::testing::UnorderedElementsAre;
 
-constexpr Target kTarget = {Target::Type::kTwoOctetAs, 65000, 100};
-
-std::vector<std::string> NodesIn(const std::string& text) {
-  return vrf_config::shown(Read(text).configuration);
+std::vector<std::string> ItemsIn(const std::string& text) {
+  std::vector<std::string> items;
+  for (const KvConfigNode& node : Read(text).configuration) items.push_back(vrf_config::words_or_path(node));
+  return items;
 }
-std::vector<std::string> NodesOfRed(const std::string& keys) {
-  return NodesIn("vrfs: [{name: red, id: 10, " + keys + "}]");
-}
-
-void ExpectNodes(const std::vector<std::string>& found, const std::vector<KvConfigNode>& expected) {
-  EXPECT_THAT(found, UnorderedElementsAreArray(vrf_config::shown(expected)));
+std::vector<std::string> ItemsOfRed(const std::string& keys) {
+  return ItemsIn("vrfs: [{name: red, id: 10, " + keys + "}]");
 }
 
 std::string ErrorInRed(const std::string& keys) {
@@ -32,87 +26,76 @@ std::string ErrorInRed(const std::string& keys) {
 }
 
 TEST(RouterFileConfiguration, DescriptionIsTheRoutersAndAnItem) {
-  ExpectNodes(NodesOfRed("description: Red Rail"), {vrf_config::description("red", "Red Rail")});
-  EXPECT_THAT(NodesOfRed("description: ''"), IsEmpty());
+  EXPECT_THAT(ItemsOfRed("description: Red Rail"), ElementsAre("vrf red description \"Red Rail\""));
+  EXPECT_THAT(ItemsOfRed("description: ''"), IsEmpty());
 }
 
 TEST(RouterFileConfiguration, KeysMayPrecedeTheName) {
-  ExpectNodes(NodesIn("vrfs: [{description: d, rip: {interfaces: [ge0]}, id: 10, name: red}]"),
-              {vrf_config::description("red", "d"), vrf_config::rip_interface("red", "ge0")});
+  EXPECT_THAT(ItemsIn("vrfs: [{description: d, rip: {interfaces: [ge0]}, id: 10, name: red}]"),
+              ElementsAre("vrf red description d", "vrf red rip interface ge0"));
 }
 
 TEST(RouterFileConfiguration, RouteTargetIsOfTheNamedFamilyAndDirectionOrOfBoth) {
-  ExpectNodes(NodesOfRed("route_targets: {import: [65000:100]}"),
-              {vrf_config::route_target("red", Family::kIpv4, Direction::kImport, kTarget),
-               vrf_config::route_target("red", Family::kIpv6, Direction::kImport, kTarget)});
-  ExpectNodes(NodesOfRed("route_targets: {ipv6: {export: [65000:100]}}"),
-              {vrf_config::route_target("red", Family::kIpv6, Direction::kExport, kTarget)});
-  ExpectNodes(NodesOfRed("route_targets: {ipv4: {both: [65000:100]}}"),
-              {vrf_config::route_target("red", Family::kIpv4, Direction::kImport, kTarget),
-               vrf_config::route_target("red", Family::kIpv4, Direction::kExport, kTarget)});
+  EXPECT_THAT(ItemsOfRed("route_targets: {import: [65000:100]}"),
+              ElementsAre("vrf red rt import 65000:100 ipv4", "vrf red rt import 65000:100 ipv6"));
+  EXPECT_THAT(ItemsOfRed("route_targets: {ipv6: {export: [65000:100]}}"),
+              ElementsAre("vrf red rt export 65000:100 ipv6"));
+  EXPECT_THAT(ItemsOfRed("route_targets: {ipv4: {both: [65000:100]}}"),
+              ElementsAre("vrf red rt import 65000:100 ipv4", "vrf red rt export 65000:100 ipv4"));
 }
 
 TEST(RouterFileConfiguration, RouteTargetWithoutFamilyIsForTheTablesOfTheVrf) {
-  ExpectNodes(NodesIn("vrfs: [{name: red, tables: {ipv6: 10}, route_targets: {import: [65000:100]}}]"),
-              {vrf_config::route_target("red", Family::kIpv6, Direction::kImport, kTarget)});
+  EXPECT_THAT(ItemsIn("vrfs: [{name: red, tables: {ipv6: 10}, route_targets: {import: [65000:100]}}]"),
+              ElementsAre("vrf red rt import 65000:100 ipv6"));
 }
 
 TEST(RouterFileConfiguration, RouteTargetsHaveThreeForms) {
-  const Target address = {Target::Type::kIpv4Address, 0xc0000201, 7};
-  const Target four_octets = {Target::Type::kFourOctetAs, 4'200'000'000, 30};
-  ExpectNodes(NodesOfRed("route_targets: {ipv4: {import: [192.0.2.1:7, 4200000000:30]}}"),
-              {vrf_config::route_target("red", Family::kIpv4, Direction::kImport, address),
-               vrf_config::route_target("red", Family::kIpv4, Direction::kImport, four_octets)});
+  EXPECT_THAT(ItemsOfRed("route_targets: {ipv4: {import: [192.0.2.1:7, 4200000000:30]}}"),
+              ElementsAre("vrf red rt import 192.0.2.1:7 ipv4", "vrf red rt import 4200000000:30 ipv4"));
 }
 
 TEST(RouterFileConfiguration, PoliciesAreOfADirectionAndAFamily) {
-  ExpectNodes(NodesOfRed("policies: {import: {ipv4: IN4, ipv6: IN6}, export: {ipv6: OUT6}}"),
-              {vrf_config::route_policy("red", Family::kIpv4, Direction::kImport, "IN4"),
-               vrf_config::route_policy("red", Family::kIpv6, Direction::kImport, "IN6"),
-               vrf_config::route_policy("red", Family::kIpv6, Direction::kExport, "OUT6")});
+  EXPECT_THAT(ItemsOfRed("policies: {import: {ipv4: IN4, ipv6: IN6}, export: {ipv6: OUT6}}"),
+              ElementsAre("vrf red policy import ipv4 IN4", "vrf red policy import ipv6 IN6",
+                          "vrf red policy export ipv6 OUT6"));
 }
 
 TEST(RouterFileConfiguration, ThresholdsAreAMaximumAndAMid) {
-  ExpectNodes(NodesOfRed("thresholds: {ipv4: {maximum: 1000, mid: 800}, ipv6: {maximum: 50}}"),
-              {vrf_config::route_threshold("red", Family::kIpv4, 1000, 800),
-               vrf_config::route_threshold("red", Family::kIpv6, 50, 0)});
+  EXPECT_THAT(ItemsOfRed("thresholds: {ipv4: {maximum: 1000, mid: 800}, ipv6: {maximum: 50}}"),
+              ElementsAre("vrf red threshold ipv4 1000 800", "vrf red threshold ipv6 50 0"));
 }
 
 TEST(RouterFileConfiguration, NeighborIsOfItsOwnFamilyByDefault) {
-  ExpectNodes(NodesOfRed("bgp: {as: 65010, neighbors: [10.0.0.2, '2001:db8::2', ge0, "
-                         "{neighbor: 10.0.0.3, families: [ipv4, ipv6]}]}"),
-              {vrf_config::bgp_neighbor("red", 65010, "10.0.0.2", Family::kIpv4),
-               vrf_config::bgp_neighbor("red", 65010, "2001:db8::2", Family::kIpv6),
-               vrf_config::bgp_neighbor("red", 65010, "ge0", Family::kIpv4),
-               vrf_config::bgp_neighbor("red", 65010, "10.0.0.3", Family::kIpv4),
-               vrf_config::bgp_neighbor("red", 65010, "10.0.0.3", Family::kIpv6)});
+  EXPECT_THAT(
+      ItemsOfRed("bgp: {as: 65010, neighbors: [10.0.0.2, '2001:db8::2', ge0, "
+                 "{neighbor: 10.0.0.3, families: [ipv4, ipv6]}]}"),
+      ElementsAre("vrf red bgp 65010 neighbor 10.0.0.2 ipv4", "vrf red bgp 65010 neighbor 2001:db8::2 ipv6",
+                  "vrf red bgp 65010 neighbor ge0 ipv4", "vrf red bgp 65010 neighbor 10.0.0.3 ipv4",
+                  "vrf red bgp 65010 neighbor 10.0.0.3 ipv6"));
 }
 
 TEST(RouterFileConfiguration, ProtocolsRunOnInterfaces) {
-  ExpectNodes(NodesOfRed("ospf: [{process: 1, area: 0.0.1.0, interfaces: [ge0]}, "
+  EXPECT_THAT(ItemsOfRed("ospf: [{process: 1, area: 0.0.1.0, interfaces: [ge0]}, "
                          "{process: 1, area: 7, interfaces: [ge1]}], rip: {interfaces: [ge0, ge1]}, "
                          "eigrp: [{as: 90, interfaces: [ge2.100]}]"),
-              {vrf_config::ospf_interface("red", "1", 256, "ge0"),
-               vrf_config::ospf_interface("red", "1", 7, "ge1"), vrf_config::rip_interface("red", "ge0"),
-               vrf_config::rip_interface("red", "ge1"), vrf_config::eigrp_interface("red", 90, "ge2.100")});
+              ElementsAre("vrf red ospf 1 area 0.0.1.0 interface ge0",
+                          "vrf red ospf 1 area 0.0.0.7 interface ge1", "vrf red rip interface ge0",
+                          "vrf red rip interface ge1", "vrf red eigrp 90 interface ge2.100"));
 }
 
 TEST(RouterFileConfiguration, StaticRoutesGoToAnInterfaceOrANextHop) {
-  ExpectNodes(NodesOfRed("static: [{prefix: 10.1.0.0/16, next_hop: 10.0.0.2, interface: ge0}, "
+  EXPECT_THAT(ItemsOfRed("static: [{prefix: 10.1.0.0/16, next_hop: 10.0.0.2, interface: ge0}, "
                          "{prefix: '2001:db8:1::/48', next_hop: '2001:db8::2'}]"),
-              {vrf_config::static_route("red", {Family::kIpv4, "10.1.0.0/16", "ge0", "10.0.0.2"}),
-               vrf_config::static_route("red", {Family::kIpv6, "2001:db8:1::/48", "", "2001:db8::2"})});
+              ElementsAre("vrf red static 10.1.0.0/16 interface ge0 via 10.0.0.2",
+                          "vrf red static 2001:db8:1::/48 via 2001:db8::2"));
 }
 
 TEST(RouterFileConfiguration, VrfThatIsOnlyNamedMayHaveAllOfIt) {
-  const Target rd = {Target::Type::kFourOctetAs, 4'200'000'000, 1};
-  ExpectNodes(
-      NodesIn("vrfs: [{name: later, state: referenced, description: soon, rd: 4200000000:1, "
-              "route_targets: {export: [65000:100]}, bgp: {as: 1, neighbors: [10.0.0.2]}}]"),
-      {vrf_config::description("later", "soon"), vrf_config::route_distinguisher("later", Family::kIpv4, rd),
-       vrf_config::route_target("later", Family::kIpv4, Direction::kExport, kTarget),
-       vrf_config::route_target("later", Family::kIpv6, Direction::kExport, kTarget),
-       vrf_config::bgp_neighbor("later", 1, "10.0.0.2", Family::kIpv4)});
+  EXPECT_THAT(ItemsIn("vrfs: [{name: later, state: referenced, description: soon, rd: 4200000000:1, "
+                      "route_targets: {export: [65000:100]}, bgp: {as: 1, neighbors: [10.0.0.2]}}]"),
+              UnorderedElementsAre("vrf later description soon", "vrf later rd 4200000000:1 ipv4",
+                                   "vrf later rt export 65000:100 ipv4", "vrf later rt export 65000:100 ipv6",
+                                   "vrf later bgp 1 neighbor 10.0.0.2 ipv4"));
 }
 
 TEST(RouterFileConfiguration, RouteDistinguisherOfACreatedVrfIsTheRouters) {
@@ -122,14 +105,13 @@ TEST(RouterFileConfiguration, RouteDistinguisherOfACreatedVrfIsTheRouters) {
 }
 
 TEST(RouterFileConfiguration, TrapSwitchIsPresentWhenItIsOn) {
-  ExpectNodes(NodesIn("traps: {vrf-up: true, vrf-down: false, all: true, notif-reissue-time: 5}"),
-              {vrf_config::trap_switch("vrf-up", 1), vrf_config::trap_switch("all", 1),
-               vrf_config::trap_switch("notif-reissue-time", 5)});
+  EXPECT_THAT(ItemsIn("traps: {vrf-up: true, vrf-down: false, all: true, notif-reissue-time: 5}"),
+              ElementsAre("traps vrf-up", "traps all", "traps notif-reissue-time 5"));
 }
 
 TEST(RouterFileConfiguration, FormatOfAsNumbersIsOneOfThree) {
   for (const std::string format : {"asplain", "asdot", "asdot+"}) {
-    ExpectNodes(NodesIn("as_format: " + format), {vrf_config::as_format(format)});
+    EXPECT_THAT(ItemsIn("as_format: " + format), ElementsAre("bgp as-format " + format));
   }
   EXPECT_EQ(ErrorIn("traps: {}\nas_format: dotted\n"),
             "2:12: a format of AS numbers is one of asplain, asdot, asdot+, not \"dotted\"");
