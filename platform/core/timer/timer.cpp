@@ -1,38 +1,23 @@
-// Managed timers: a leaf runs as one timer of the event manager.
-//
-// The tree owns its parents and a parent its leaves. Several expiries before the handler runs are one event,
-// because raises coalesce. Everything belongs to the manager's thread.
+// Managed timers: a leaf runs as one timer of the event manager. Several expiries before the handler runs are
+// one event, because raises coalesce. Everything belongs to the manager's thread.
 #include "platform/core/timer/timer.h"
 
 #include <cerrno>
-#include <memory>
-#include <unordered_map>
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 
-// Owned by address, so that an object is found by its pointer.
-template <typename Node>
-using Owned = std::unordered_map<const Node*, std::unique_ptr<Node>>;
-
-struct TimerLeaf {
-  explicit TimerLeaf(TimerParent* above) : parent(above) {}
-  ~TimerLeaf() { timer_leaf_stop(this); }
-  TimerLeaf(const TimerLeaf&) = delete;
-  TimerLeaf& operator=(const TimerLeaf&) = delete;
-
-  TimerParent* parent;
-  EventTimerId timer = 0;  // 0: not running
+struct TimerTree {
+  TimerSignal signal;
 };
 
 struct TimerParent {
   TimerTree* tree;
-  Owned<TimerLeaf> leaves;
 };
 
-struct TimerTree {
-  TimerSignal signal{};  // before the leaves, which use it when they are freed
-  Owned<TimerParent> parents;
+struct TimerLeaf {
+  TimerTree* tree;
+  EventTimerId timer;  // 0: not running
 };
 
 namespace {
@@ -41,13 +26,6 @@ namespace {
 int may_make(const char* name, const void* base) {
   if (const Status status = fault_check(name)) return static_cast<int>(status);
   return base == nullptr ? EINVAL : 0;
-}
-
-template <typename Node>
-Node* keep(Owned<Node>* owned, std::unique_ptr<Node> node) {
-  Node* const made = node.get();
-  owned->emplace(made, std::move(node));
-  return made;
 }
 
 }  // namespace
@@ -68,9 +46,7 @@ TimerTree* timer_tree_new(const TimerSignal* signal) {
     errno = error;
     return nullptr;
   }
-  auto tree = std::make_unique<TimerTree>();
-  tree->signal = *signal;
-  return tree.release();
+  return new TimerTree{*signal};
 }
 
 TimerParent* timer_parent_new(TimerTree* tree) {
@@ -78,7 +54,7 @@ TimerParent* timer_parent_new(TimerTree* tree) {
     errno = error;
     return nullptr;
   }
-  return keep(&tree->parents, std::make_unique<TimerParent>(TimerParent{tree, {}}));
+  return new TimerParent{tree};
 }
 
 TimerLeaf* timer_leaf_new(TimerParent* parent, void* /*context*/) {
@@ -86,7 +62,7 @@ TimerLeaf* timer_leaf_new(TimerParent* parent, void* /*context*/) {
     errno = error;
     return nullptr;
   }
-  return keep(&parent->leaves, std::make_unique<TimerLeaf>(parent));
+  return new TimerLeaf{parent->tree, 0};
 }
 
 void timer_tree_free(TimerTree* tree) {
@@ -94,21 +70,22 @@ void timer_tree_free(TimerTree* tree) {
 }
 
 void timer_parent_free(TimerParent* parent) {
-  if (parent != nullptr) parent->tree->parents.erase(parent);
+  delete parent;
 }
 
 void timer_leaf_free(TimerLeaf* leaf) {
-  if (leaf != nullptr) leaf->parent->leaves.erase(leaf);
+  timer_leaf_stop(leaf);
+  delete leaf;
 }
 
 Status timer_leaf_start(TimerLeaf* leaf, std::uint32_t seconds, std::uint32_t nanoseconds) {
   if (const Status status = fault_check("timer_leaf_start")) return status;
   if (leaf == nullptr || nanoseconds >= kNanosecondsPerSecond) return kStatusInvalid;
   timer_leaf_stop(leaf);
-  const TimerSignal& signal = leaf->parent->tree->signal;
+  const TimerSignal& signal = leaf->tree->signal;
   leaf->timer = event_timer_start(signal.manager, seconds * kNanosecondsPerSecond + nanoseconds, [leaf] {
     leaf->timer = 0;
-    const auto& [manager, code] = leaf->parent->tree->signal;
+    const auto& [manager, code] = leaf->tree->signal;
     event_async_raise(manager, code);
   });
   return kStatusOk;
@@ -116,6 +93,6 @@ Status timer_leaf_start(TimerLeaf* leaf, std::uint32_t seconds, std::uint32_t na
 
 void timer_leaf_stop(TimerLeaf* leaf) {
   if (leaf == nullptr) return;
-  event_timer_cancel(leaf->parent->tree->signal.manager, leaf->timer);
+  event_timer_cancel(leaf->tree->signal.manager, leaf->timer);
   leaf->timer = 0;
 }

@@ -34,7 +34,7 @@ TimerParent* timer_parent_new(TimerTree* tree);
 // `context` is the caller's; it is not read.
 TimerLeaf* timer_leaf_new(TimerParent* parent, void* context);
 
-// Frees what is below it too. Null is allowed.
+// REQUIRES: what is below was freed. Null is allowed.
 void timer_tree_free(TimerTree* tree);
 void timer_parent_free(TimerParent* parent);
 void timer_leaf_free(TimerLeaf* leaf);
