@@ -27,7 +27,7 @@ constexpr std::uint64_t kLongestRetry = 5 * kNanosecondsPerSecond;
 }  // namespace
 
 struct EventConn {
-  EventManager* manager;  // null once it is destroyed
+  EventManager* manager;
   EventConnOpen open;
   void* handle;
   std::uint32_t options;
@@ -113,7 +113,6 @@ Status event_conn_create(EventManager* manager, EventConnOpen open, void* handle
   made->open = open;
   made->handle = handle;
   made->options = options;
-  manager->connections.insert(made.get());
   *connection = made.release();
   return kStatusOk;
 }
@@ -128,7 +127,6 @@ Status event_conn_notify(EventConn* connection, std::uint32_t mask, EventConnClo
 }
 
 Status event_conn_open(EventConn* connection) {
-  if (connection->manager == nullptr) return kStatusInvalid;
   if (const Status status = fault_check("event_conn_open")) {
     // kStatusConnectionRetry promises another attempt.
     if (status == kStatusConnectionRetry) schedule_open(connection);
@@ -146,18 +144,7 @@ bool event_conn_is_open(const EventConn* connection) {
 
 void event_conn_destroy(EventConn* connection) {
   if (connection == nullptr) return;
-  if (connection->manager != nullptr) {
-    event_timer_cancel(connection->manager, connection->retry_timer);
-    stop_watching(connection);
-    connection->manager->connections.erase(connection);
-  }
+  event_timer_cancel(connection->manager, connection->retry_timer);
+  stop_watching(connection);
   delete connection;
-}
-
-void event_conn_orphan_all(EventManager* manager) {
-  for (EventConn* connection : manager->connections) {
-    stop_watching(connection);
-    connection->manager = nullptr;
-  }
-  manager->connections.clear();
 }

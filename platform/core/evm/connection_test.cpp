@@ -223,14 +223,6 @@ TEST_F(ManagedConnectionTest, CloseHandlerMayDestroyTheConnection) {
   EXPECT_EQ(self.service.opens, 1);
 }
 
-TEST_F(ManagedConnectionTest, ManagerMayGoBeforeTheConnection) {
-  ASSERT_EQ(event_conn_open(connection), kStatusOk);
-  event_manager_destroy(manager);
-  manager = nullptr;
-  EXPECT_FALSE(event_conn_is_open(connection));
-  EXPECT_EQ(event_conn_open(connection), kStatusInvalid);
-}
-
 TEST_F(ManagedConnectionTest, HandlersDescriptorThatCannotBeWatchedIsClosedAndRetried) {
   struct BadDescriptor {
     static int Open(void*, EventManager*) { return 9999; }

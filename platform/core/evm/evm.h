@@ -32,8 +32,8 @@ struct EventContext {
 // the system's error. The socket has mode 0660. All values of the flags are accepted; there is one kind of
 // manager. Fault point "event_manager_create" (its status becomes errno).
 EventManager* event_manager_create(const char* name, std::uint32_t flags);
-// Removes the socket. Not from within a handler. The callers still destroy their managed connections, before
-// or after. Null is allowed.
+// Removes the socket. Not from within a handler. The callers destroy their managed connections before. Null
+// is allowed.
 void event_manager_destroy(EventManager* manager);
 // Sets the function that is called for every new manager, on the creating thread: it starts the process's
 // services on the main manager. Null removes it.

@@ -219,7 +219,6 @@ EventManager* event_manager_create(const char* name, std::uint32_t /*flags*/) {
 
 void event_manager_destroy(EventManager* manager) {
   if (manager == nullptr) return;
-  event_conn_orphan_all(manager);
   event_listener_close(&manager->listener);
   if (manager->wake_fd >= 0) close(manager->wake_fd);
   if (manager->epoll_fd >= 0) close(manager->epoll_fd);

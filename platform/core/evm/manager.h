@@ -7,7 +7,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -59,8 +58,6 @@ struct EventManager {
   std::deque<std::function<void()>> posted;  // guarded by posted_mutex
 
   std::map<std::uint32_t, EventAsync> async_events;
-
-  std::set<EventConn*> connections;
 };
 
 // Opens the manager's socket. Returns 0 or an errno value; a failure leaves no socket and no descriptor.
@@ -68,7 +65,5 @@ int event_listener_open(const std::string& manager_name, EventListener* listener
 void event_listener_close(EventListener* listener);
 // Hands the waiting connections to the manager's acceptor, at most a batch.
 void event_listener_accept(EventManager* manager);
-// Detaches every managed connection from a manager that is being destroyed.
-void event_conn_orphan_all(EventManager* manager);
 // event_fd_add without its fault point.
 Status event_slot_add(EventManager* manager, int fd, std::uint32_t events, EventFdHandler handler);
