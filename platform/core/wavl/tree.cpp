@@ -3,9 +3,6 @@
 //
 // A node is an array of links: link t is at offset t from the node's address. A link refers only to relatives
 // of its own thread, so that a record can be in any number of orderings.
-//
-// Searches descend once and remember the best candidate; there is no recursion and no allocation. Not
-// thread-safe.
 #include "platform/core/wavl/wavl.h"
 
 #include "platform/core/base/fault.h"

@@ -36,18 +36,7 @@ TEST_F(WireServerTest, MessageThatArrivesOctetByOctetIsAnswered) {
 TEST_F(WireServerTest, LargestAllowedMessageIsAnswered) {
   const int client = ConnectRaw();
   const Octets frame = Frame(kEcho, 1, Octets(64U << 10));
-  Octets answer;
-  std::size_t written = 0;
-  while (answer.size() < frame.size()) {
-    if (written < frame.size()) {
-      const ssize_t count = write(client, frame.data() + written, frame.size() - written);
-      if (count > 0) written += static_cast<std::size_t>(count);
-    }
-    ASSERT_TRUE(event_run_pending(manager));
-    const Octets part = ReadAll(client);
-    answer.insert(answer.end(), part.begin(), part.end());
-  }
-  EXPECT_EQ(answer, frame);
+  EXPECT_EQ(Echo(client, frame), frame);
 }
 
 TEST_F(WireServerTest, ThousandPipelinedMessagesAreAnsweredInOrder) {
@@ -57,14 +46,7 @@ TEST_F(WireServerTest, ThousandPipelinedMessagesAreAnsweredInOrder) {
     const Octets frame = Frame(kEcho, i, {static_cast<std::uint8_t>(i)});
     requests.insert(requests.end(), frame.begin(), frame.end());
   }
-  Write(client, requests);
-  Octets answers;
-  while (answers.size() < requests.size()) {
-    ASSERT_TRUE(event_run_pending(manager));
-    const Octets part = ReadAll(client);
-    answers.insert(answers.end(), part.begin(), part.end());
-  }
-  EXPECT_EQ(answers, requests);
+  EXPECT_EQ(Echo(client, requests), requests);
 }
 
 TEST_F(WireServerTest, BatchOfOneClientIsLimitedSoThatOthersAreServed) {

@@ -93,6 +93,18 @@ class WireServerTest : public ::testing::Test {
     }
     return all;
   }
+  // Writes the octets as far as the server takes them, and reads as many until nothing happens.
+  Octets Echo(int fd, const Octets& octets) const {
+    Octets answers;
+    std::size_t written = 0;
+    do {
+      const ssize_t count = write(fd, octets.data() + written, octets.size() - written);
+      if (count > 0) written += static_cast<std::size_t>(count);
+      const Octets part = ReadAll(fd);
+      answers.insert(answers.end(), part.begin(), part.end());
+    } while (answers.size() < octets.size() && event_run_pending(manager));
+    return answers;
+  }
   static bool IsClosed(int fd) {
     std::uint8_t octet = 0;
     const ssize_t got = read(fd, &octet, 1);

@@ -1,4 +1,3 @@
-// A client's subscriptions; see client.h.
 #include "platform/store/client/client_connection.h"
 
 namespace kvtree {

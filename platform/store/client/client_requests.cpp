@@ -1,8 +1,4 @@
-// Client of the data store; see client.h.
-//
-// A call sends one message and usually needs one read. The answer carries the request's number; notifications
-// that arrive before it are queued. Anything else means that client and server are out of step: the
-// connection is closed, because later messages could not be trusted.
+// A client's requests to providers and actions. A call sends one message and usually needs one read.
 #include "platform/store/client/client.h"
 
 #include "platform/core/files/directories.h"
