@@ -152,8 +152,10 @@ TEST_F(IfLookup, InvalidVrfsAreThoseWithoutACompleteRecordEachOnce) {
   EXPECT_TRUE(Printed("Returning invalid vrf vrf10"));
 }
 
-TEST_F(IfLookup, NextInvalidVrfAfterTheLastIsNull) {
+TEST_F(IfLookup, NextInvalidVrfIsTheOneAfterTheNameWhichNeedNotBeThere) {
   CreateIf("vrf9", 3, "c", 3);
+  EXPECT_THAT(mpls_vpn_mib_get_next_invalid_vrf("vrf8"), StrEq("vrf9"));
+  EXPECT_THAT(mpls_vpn_mib_get_next_invalid_vrf(nullptr), StrEq("vrf9"));
   EXPECT_EQ(mpls_vpn_mib_get_next_invalid_vrf("vrf9"), nullptr);
   EXPECT_EQ(mpls_vpn_mib_get_next_invalid_vrf("vrf10"), nullptr);
 }

@@ -88,30 +88,25 @@ TEST_F(IfRepair, NameWithoutAnIndexKeepsTheDatabaseDirty) {
   EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
 }
 
-TEST_F(IfRepair, IndexZeroMeansUnresolved) {
-  index_answer = [](std::uint32_t* index) {
-    *index = 0;
-    return kStatusOk;
-  };
-  CreateIf("red", 0, "ge0", 7);
-  mpls_vpn_mib_clean_if_dbase();
-  index_answer = nullptr;
-  EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
-  EXPECT_EQ(NodesByVrf(), 0U);
-  EXPECT_TRUE(
-      Printed(std::string("DIRTY: Failed to resolve if_index for interface 0x7: ") + err_text(kStatusOk)));
-}
-
-TEST_F(IfRepair, IndexOfAFailedLookupIsForgotten) {
-  index_answer = [](std::uint32_t* index) {
-    *index = 55;
-    return kStatusIo;
-  };
+TEST_F(IfRepair, IndexZeroAndTheIndexOfAFailedLookupAreNone) {
+  const struct {
+    std::uint32_t index;
+    Status status;
+  } answers[] = {{0, kStatusOk}, {55, kStatusIo}};
   const IfNode* node = CreateIf("red", 0, "ge0", 7);
-  mpls_vpn_mib_clean_if_dbase();
-  index_answer = nullptr;
-  EXPECT_EQ(node->if_index, 0U);
-  EXPECT_EQ(NodesByVrf(), 0U);
+  for (const auto& answer : answers) {
+    index_answer = [&answer](std::uint32_t* index) {
+      *index = answer.index;
+      return answer.status;
+    };
+    mpls_vpn_mib_clean_if_dbase();
+    index_answer = nullptr;
+    EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
+    EXPECT_EQ(node->if_index, 0U);
+    EXPECT_EQ(NodesByVrf(), 0U);
+    EXPECT_TRUE(Printed(std::string("DIRTY: Failed to resolve if_index for interface 0x7: ") +
+                        err_text(answer.status)));
+  }
 }
 
 TEST_F(IfRepair, EachMessageIsPrintedUnderItsArea) {

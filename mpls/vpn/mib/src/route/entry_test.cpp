@@ -111,11 +111,7 @@ TEST_F(RouteRow, ExactReadOfAnAbsentIpv4RouteIsNotTheIpv6DefaultRoute) {
 }
 
 TEST_F(RouteRow, VrfWithoutARecordAnswersNoSuchRow) {
-  {
-    const MplsVpnLock lock("test", ERR);
-    if (!lock) FAIL();
-    mpls_vpn_mib_create_vrf_wavl_node("odd", nullptr);
-  }
+  HoldInDatabase("odd", nullptr);
   AddRoute("red", "10.0.0.0/8", "192.0.2.1");
   EXPECT_EQ(Next({"odd"}), kNone);
 }

@@ -22,28 +22,22 @@ class VrfCounters : public DaemonTest {
     LinkUp(name);
     Run();
   }
-  void ExpectCounts(std::uint32_t associated, std::uint32_t active, const char* skip = nullptr) {
+  void ExpectCounts(std::uint32_t associated, std::uint32_t active, const char* skip = nullptr,
+                    const char* vrf = "red") {
     std::uint32_t counted_associated = 99;
     std::uint32_t counted_active = 99;
     OnlyArea(DBASE);
     ClearPrints();
-    fill_vrf_counters("red", skip, &counted_associated, &counted_active);
+    fill_vrf_counters(vrf, skip, &counted_associated, &counted_active);
     EXPECT_EQ(counted_associated, associated);
     EXPECT_EQ(counted_active, active);
   }
 };
 
-TEST_F(VrfCounters, VrfWithoutInterfacesHasNone) {
+TEST_F(VrfCounters, VrfWithoutInterfacesAndUnknownVrfHaveNone) {
   AddActive("ge0", "blue", "192.0.2.1/24");
   ExpectCounts(0, 0);
-}
-
-TEST_F(VrfCounters, UnknownVrfHasNone) {
-  std::uint32_t associated = 99;
-  std::uint32_t active = 99;
-  fill_vrf_counters("nowhere", nullptr, &associated, &active);
-  EXPECT_EQ(associated, 0U);
-  EXPECT_EQ(active, 0U);
+  ExpectCounts(0, 0, nullptr, "nowhere");
 }
 
 TEST_F(VrfCounters, EveryInterfaceIsAssociatedAndOnlyActiveOnesAreActive) {

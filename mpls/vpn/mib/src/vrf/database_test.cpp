@@ -133,16 +133,12 @@ TEST_F(VrfDatabase, GreaterOrEqualGetPastTheLastNameIsNull) {
 TEST_F(VrfDatabase, GetThatLandsOnANodeWithoutRecordIsNullAndDoesNotSkipIt) {
   CreateWith("red", nullptr);
   Create("blue");
-  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(false, "red"), nullptr);
-  EXPECT_THAT(Prints(), ElementsAre("Invalid node: vrf_rec is NULL",
-                                    "Found invalid if node in mpls_vpn_mib_get_vrf_node"));
-}
-
-TEST_F(VrfDatabase, ExactGetOfANodeWithoutRecordIsNull) {
-  CreateWith("red", nullptr);
-  EXPECT_EQ(mpls_vpn_mib_get_vrf_node(true, "red"), nullptr);
-  EXPECT_THAT(Prints(), ElementsAre("Invalid node: vrf_rec is NULL",
-                                    "Found invalid if node in mpls_vpn_mib_get_vrf_node"));
+  for (const bool exact : {false, true}) {
+    ClearPrints();
+    EXPECT_EQ(mpls_vpn_mib_get_vrf_node(exact, "red"), nullptr);
+    EXPECT_THAT(Prints(), ElementsAre("Invalid node: vrf_rec is NULL",
+                                      "Found invalid if node in mpls_vpn_mib_get_vrf_node"));
+  }
 }
 
 TEST_F(VrfDatabase, FailuresOfACreationAreErrorsAndAllElseTheDatabases) {
