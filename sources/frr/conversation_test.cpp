@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <fstream>
+#include <map>
 #include <optional>
 
 #include "platform/core/base/clock.h"
@@ -53,35 +54,25 @@ TEST(ShellOutput, ConfigurationMayBeEmpty) {
   EXPECT_EQ(answer.configuration, "");
 }
 
-TEST(ShellOutput, AnswerWithoutAConfigurationIsIncomplete) {
-  EXPECT_FALSE(frr::read_shell_output(without(kWhole, "Current configuration:"), "bgpd").whole);
-  EXPECT_FALSE(frr::read_shell_output("", "bgpd").whole);
-}
-
-TEST(ShellOutput, ConfigurationWithoutItsEndIsIncomplete) {
-  EXPECT_FALSE(frr::read_shell_output(without(kWhole, "end\n"), "bgpd").whole);
-}
-
-TEST(ShellOutput, ConfigurationOfAProgramThatIsNotConnectedIsIncomplete) {
-  EXPECT_FALSE(frr::read_shell_output(without(kWhole, " bgpd"), "bgpd").whole);
-  EXPECT_FALSE(frr::read_shell_output(kWhole, "bgp").whole);
-  EXPECT_FALSE(frr::read_shell_output(kWhole, "ospfd").whole);
-}
-
-TEST(ShellOutput, ProgramThatIsNamedInItsConfigurationOnlyIsNotConnected) {
-  const std::string text = with(without(kWhole, " bgpd"), "exit", " description bgpd\n");
-  EXPECT_FALSE(frr::read_shell_output(text, "bgpd").whole);
+TEST(ShellOutput, IncompleteAnswersAreRecognized) {
+  const std::map<std::string, std::string> texts{
+      {"without a configuration", without(kWhole, "Current configuration:")},
+      {"empty", ""},
+      {"without the end of the configuration", without(kWhole, "end\n")},
+      {"of a program that is not connected", without(kWhole, " bgpd")},
+      {"of one that is named in its configuration only",
+       with(without(kWhole, " bgpd"), "exit", " description bgpd\n")}};
+  for (const auto& [what, text] : texts) EXPECT_FALSE(frr::read_shell_output(text, "bgpd").whole) << what;
+  for (const char* other : {"bgp", "ospfd"})
+    EXPECT_FALSE(frr::read_shell_output(kWhole, other).whole) << other;
 }
 
 TEST(ShellOutput, LostOrReconnectedConnectionMakesItIncomplete) {
   for (const char* before : {"Building", "Current", "router", "exit", " zebra"}) {
-    EXPECT_FALSE(
-        frr::read_shell_output(with(kWhole, before, "Warning: connecting to bgpd...success!\n"), "bgpd")
-            .whole);
-    EXPECT_FALSE(
-        frr::read_shell_output(
-            with(kWhole, before, "Warning: closing connection to bgpd because of an I/O error!\n"), "bgpd")
-            .whole);
+    for (const char* warning : {"Warning: connecting to bgpd...success!\n",
+                                "Warning: closing connection to bgpd because of an I/O error!\n"}) {
+      EXPECT_FALSE(frr::read_shell_output(with(kWhole, before, warning), "bgpd").whole) << before << warning;
+    }
   }
 }
 
@@ -208,16 +199,13 @@ TEST_F(ConversationTest, SecondQuestionWaitsForTheAnswer) {
   EXPECT_TRUE(Await().whole);
 }
 
-TEST_F(ConversationTest, MissingShellIsAnError) {
-  conversation = std::make_unique<Conversation>(std::vector<std::string>{"/nowhere/vtysh"}, "bgpd",
-                                                Conversation::Limits{});
-  EXPECT_EQ(Ask(), static_cast<Status>(ENOENT));
-}
-
-TEST_F(ConversationTest, FileThatIsNotExecutableIsAnError) {
-  conversation =
-      std::make_unique<Conversation>(std::vector<std::string>{"sources"}, "bgpd", Conversation::Limits{});
-  EXPECT_EQ(Ask(), static_cast<Status>(EACCES));
+TEST_F(ConversationTest, ShellThatIsMissingOrNotExecutableIsAnError) {
+  const std::map<std::string, int> errors{{"/nowhere/vtysh", ENOENT}, {"sources", EACCES}};
+  for (const auto& [shell, error] : errors) {
+    conversation =
+        std::make_unique<Conversation>(std::vector<std::string>{shell}, "bgpd", Conversation::Limits{});
+    EXPECT_EQ(Ask(), static_cast<Status>(error)) << shell;
+  }
 }
 
 TEST_F(ConversationTest, AbsentProgramEndsTheShellAndIsAskedAgain) {
@@ -287,16 +275,6 @@ TEST_F(ConversationTest, IncompleteAnswersAreRefused) {
     EXPECT_FALSE(answer.whole) << state;
     EXPECT_NE(answer.reason, "") << state;
   }
-}
-
-TEST_F(ConversationTest, SilentShellTimesOut) {
-  ManualClock clock(kNanosecondsPerSecond);
-  suite.Become("bgpd", "silent");
-  ASSERT_EQ(Ask(), kStatusOk);
-  event_run_pending(manager);
-  EXPECT_FALSE(received.has_value());
-  clock.advance(Conversation::Limits{}.patience);
-  EXPECT_EQ(Await().reason, "no answer in time");
 }
 
 // On a busy machine the start of a shell alone may take longer than the timeout: with a fixed timeout it

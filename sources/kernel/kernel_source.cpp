@@ -174,11 +174,7 @@ void KernelSource::State::stop() {
   if (dump.is_open()) {
     end_dump();
   }
-  for (const EventTimerId timer : {settle_timer, reread_timer}) {
-    if (timer != 0) {
-      event_timer_cancel(manager, timer);
-    }
-  }
+  for (const EventTimerId timer : {settle_timer, reread_timer}) event_timer_cancel(manager, timer);
   manager = nullptr;
 }
 
@@ -225,9 +221,7 @@ void KernelSource::State::settle() {
     schedule_settling();
     return;
   }
-  if (settle_timer != 0) {
-    event_timer_cancel(manager, std::exchange(settle_timer, 0));
-  }
+  event_timer_cancel(manager, std::exchange(settle_timer, 0));
   reconcile();
 }
 
@@ -245,9 +239,7 @@ void KernelSource::State::on_events_lost() {
 
 void KernelSource::State::schedule_reread(std::uint64_t delay) {
   if (manager == nullptr) return;
-  if (reread_timer != 0) {
-    event_timer_cancel(manager, reread_timer);
-  }
+  event_timer_cancel(manager, reread_timer);
   reread_timer = event_timer_start(manager, delay, [this] { begin_dump(); });
 }
 

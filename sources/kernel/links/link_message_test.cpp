@@ -25,7 +25,8 @@ LinkAddress OneAddress(const AddressMessage& message) {
   return OnlyEvent<AddressSeen>(Parse(Encode(message))).address;
 }
 
-void ExpectMalformed(const Octets& datagram) {
+void ExpectMalformed(const Octets& datagram, const std::string& what = {}) {
+  SCOPED_TRACE(what);
   ExpectNoEvents(Parse, datagram, 1);
 }
 
@@ -110,23 +111,16 @@ TEST(LinkMessages, WirelessReportIsIgnored) {
   ExpectIgnored(Encode(LinkMessage{.index = 9, .name = "wlan0", .wireless = true}));
 }
 
-TEST(LinkMessages, WithoutNameIsMalformed) {
-  ExpectMalformed(Encode(LinkMessage{.index = 9}));
-}
-
-TEST(LinkMessages, NameLongerThanTheKernelsIsMalformed) {
+TEST(LinkMessages, ContradictionsAreMalformed) {
+  const std::map<std::string, LinkMessage> messages{
+      {"no name", {.index = 9}},
+      {"a name longer than the kernel's", {.index = 9, .name = std::string(16, 'n')}},
+      {"index 0", {.index = 0, .name = "d0"}},
+      {"a negative index", {.index = -1, .name = "d0"}},
+      {"a VRF device without a table", {.index = 2, .name = "red", .kind = "vrf"}},
+      {"a VRF device with table 0", {.index = 2, .name = "red", .kind = "vrf", .vrf_table = 0}}};
+  for (const auto& [what, message] : messages) ExpectMalformed(Encode(message), what);
   EXPECT_EQ(OneLink({.index = 9, .name = std::string(15, 'n')}).name, std::string(15, 'n'));
-  ExpectMalformed(Encode(LinkMessage{.index = 9, .name = std::string(16, 'n')}));
-}
-
-TEST(LinkMessages, IndexZeroOrNegativeIsMalformed) {
-  ExpectMalformed(Encode(LinkMessage{.index = 0, .name = "d0"}));
-  ExpectMalformed(Encode(LinkMessage{.index = -1, .name = "d0"}));
-}
-
-TEST(LinkMessages, VrfDeviceWithoutTableIsMalformed) {
-  ExpectMalformed(Encode(LinkMessage{.index = 2, .name = "red", .kind = "vrf"}));
-  ExpectMalformed(Encode(LinkMessage{.index = 2, .name = "red", .kind = "vrf", .vrf_table = 0}));
 }
 
 TEST(AddressMessages, Ipv4IsTheLocalAddressNotThePeer) {
@@ -184,22 +178,15 @@ TEST(AddressMessages, OtherFamiliesAreIgnored) {
   ExpectIgnored(Encode(AddressMessage{.family = 28, .index = 5}));
 }
 
-TEST(AddressMessages, PrefixLongerThanTheFamilyIsMalformed) {
+TEST(AddressMessages, ContradictionsAreMalformed) {
+  const std::map<std::string, AddressMessage> messages{
+      {"a prefix longer than the family's", {.index = 5, .local = "10.0.0.1", .prefix_length = 33}},
+      {"an IPv6 address of IPv4", {.index = 5, .local = "2001:db8::1"}},
+      {"an IPv4 address of IPv6", {.family = AF_INET6, .index = 5, .address = "10.0.0.1"}},
+      {"no address", {.index = 5}},
+      {"link 0", {.index = 0, .local = "10.0.0.1"}}};
+  for (const auto& [what, message] : messages) ExpectMalformed(Encode(message), what);
   EXPECT_EQ(OneAddress({.index = 5, .local = "10.0.0.1", .prefix_length = 32}).address.prefix_length, 32);
-  ExpectMalformed(Encode(AddressMessage{.index = 5, .local = "10.0.0.1", .prefix_length = 33}));
-}
-
-TEST(AddressMessages, AddressOfAnotherLengthIsMalformed) {
-  ExpectMalformed(Encode(AddressMessage{.index = 5, .local = "2001:db8::1"}));
-  ExpectMalformed(Encode(AddressMessage{.family = AF_INET6, .index = 5, .address = "10.0.0.1"}));
-}
-
-TEST(AddressMessages, WithoutAnyAddressIsMalformed) {
-  ExpectMalformed(Encode(AddressMessage{.index = 5}));
-}
-
-TEST(AddressMessages, LinkZeroIsMalformed) {
-  ExpectMalformed(Encode(AddressMessage{.index = 0, .local = "10.0.0.1"}));
 }
 
 Octets Message(std::uint16_t type, std::size_t payload) {
@@ -241,16 +228,13 @@ TEST(LinkDatagrams, MalformedMessageDoesNotHideTheNextOne) {
   EXPECT_EQ(report.malformed, 1U);
 }
 
-TEST(LinkDatagrams, LengthBeyondTheDatagramIsMalformed) {
+TEST(LinkDatagrams, LengthBeyondTheDatagramOrBelowTheHeaderIsMalformed) {
   Octets datagram = Encode(LinkMessage{.index = 9, .name = "d0"});
   datagram.pop_back();
-  ExpectMalformed(datagram);
-}
-
-TEST(LinkDatagrams, LengthBelowTheHeaderIsMalformed) {
-  Octets datagram = Encode(LinkMessage{.index = 9, .name = "d0"});
+  ExpectMalformed(datagram, "beyond the datagram");
+  datagram = Encode(LinkMessage{.index = 9, .name = "d0"});
   datagram[0] = 15;
-  ExpectMalformed(datagram);
+  ExpectMalformed(datagram, "below the header");
 }
 
 // Aligned in 32 bits these lengths are 0, which must not make an endless loop.

@@ -87,9 +87,7 @@ void RouteFollower::stop() {
   abandon_reading();
   events_.stop();
   for (EventTimerId* timer : {&step_timer_, &reread_timer_}) {
-    if (*timer != 0) {
-      event_timer_cancel(manager_, std::exchange(*timer, 0));
-    }
+    event_timer_cancel(manager_, std::exchange(*timer, 0));
   }
   manager_ = nullptr;
 }

@@ -42,9 +42,7 @@ void RouteFollower::wake(std::uint64_t delay) {
   if (manager_ == nullptr || phase_ != Phase::kIdle) return;
   const std::uint64_t due = clock_monotonic() + delay;
   if (step_timer_ != 0 && step_due_ <= due) return;
-  if (step_timer_ != 0) {
-    event_timer_cancel(manager_, step_timer_);
-  }
+  event_timer_cancel(manager_, step_timer_);
   step_due_ = due;
   step_timer_ = event_timer_start(manager_, delay, [this] { step(); });
 }
@@ -58,9 +56,7 @@ void RouteFollower::step() {
   }
   events_.read();
   mark_dependants();
-  if (begin_something() && step_timer_ != 0) {
-    event_timer_cancel(manager_, std::exchange(step_timer_, 0));
-  }
+  if (begin_something()) event_timer_cancel(manager_, std::exchange(step_timer_, 0));
 }
 
 bool RouteFollower::begin_something() {
