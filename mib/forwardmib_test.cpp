@@ -374,14 +374,4 @@ TEST_F(ForwardModules, ProcessServesOneVersionOfItsTable) {
   EXPECT_EQ(mpls_vpn_mib_route_access(0), nullptr);
 }
 
-TEST_F(ForwardModules, CountIsCurrentAndNotCached) {
-  const Module module("libipv4_forwardmib.dll");
-  const auto total = module.Symbol<ForwardmibTotalActiveRoutes>(kForwardmibTotalActiveRoutesSymbol);
-  EXPECT_EQ(total(kTable), 0U);
-  Put("10.0.0.0/8");
-  EXPECT_EQ(total(kTable), 1U);
-  Put("11.0.0.0/8");
-  EXPECT_EQ(total(kTable), 2U);
-}
-
 }  // namespace

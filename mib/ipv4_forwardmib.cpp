@@ -34,13 +34,11 @@ void fill(const router::Route& route, std::uint32_t age, ForwardmibIpv4Route* an
 extern "C" [[gnu::visibility("default")]] ForwardmibIpv4Route* ribmib_find_route(
     std::uint32_t, std::uint32_t kind, std::uint32_t table_id, std::uint32_t, std::uint32_t destination,
     std::uint32_t mask, std::uint32_t, std::uint32_t next_hop) {
-  router::RouteKey key;
-  key.destination = address_of(destination);
-  key.next_hop = address_of(next_hop);
-  if (!forwardmib::prefix_length_of(address_of(mask), kAddressSize, &key.prefix_length)) return nullptr;
+  const router::RouteKey key = {.destination = address_of(destination), .next_hop = address_of(next_hop)};
   router::Route route;
   std::uint32_t age = 0;
-  if (!forwardmib::find_route({router::Family::kIpv4, table_id}, kind, key, &route, &age)) return nullptr;
+  const router::RouteTableId table = {router::Family::kIpv4, table_id};
+  if (!forwardmib::find_route(table, kind, key, address_of(mask), &route, &age)) return nullptr;
   auto* answer = forwardmib::allocate<ForwardmibIpv4Route>();
   auto* route_info = forwardmib::allocate<ForwardmibOid>();
   if (answer == nullptr || route_info == nullptr) {

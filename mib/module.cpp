@@ -14,8 +14,7 @@ const router::RouteAccess* access() {
   return mpls_vpn_mib_route_access(router::kRouteAccessVersion);
 }
 
-}  // namespace
-
+// False for a mask whose ones are not the first bits.
 bool prefix_length_of(const router::RouteAddress& mask, std::size_t size, std::uint8_t* prefix_length) {
   for (std::size_t length = 0; length <= 8 * size; ++length) {
     if (inet::mask_of(length) == mask) {
@@ -26,10 +25,13 @@ bool prefix_length_of(const router::RouteAddress& mask, std::size_t size, std::u
   return false;
 }
 
-bool find_route(router::RouteTableId table, std::uint32_t kind, const router::RouteKey& key,
-                router::Route* route, std::uint32_t* age) {
+}  // namespace
+
+bool find_route(router::RouteTableId table, std::uint32_t kind, router::RouteKey key,
+                const router::RouteAddress& mask, router::Route* route, std::uint32_t* age) {
   const router::RouteAccess* routes = access();
   if (routes == nullptr || (kind != kForwardmibExact && kind != kForwardmibNext)) return false;
+  if (!prefix_length_of(mask, inet::octets_of(table.family), &key.prefix_length)) return false;
   const bool next = kind == kForwardmibNext;
   if (next && key == router::RouteKey{}) return routes->find_first(table, route, age);
   return routes->find(table, next, key, route, age);

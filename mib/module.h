@@ -8,13 +8,10 @@
 
 namespace forwardmib {
 
-// False for a mask whose ones are not the first bits. `size` octets of the mask count.
-[[nodiscard]] bool prefix_length_of(const router::RouteAddress& mask, std::size_t size,
-                                    std::uint8_t* prefix_length);
-
-// The read of `kind` (forwardmib.h); false when there is no such row.
-[[nodiscard]] bool find_route(router::RouteTableId table, std::uint32_t kind, const router::RouteKey& key,
-                              router::Route* route, std::uint32_t* age);
+// The read of `kind` (forwardmib.h), with the key's prefix length from the mask; false when there is no such
+// row.
+[[nodiscard]] bool find_route(router::RouteTableId table, std::uint32_t kind, router::RouteKey key,
+                              const router::RouteAddress& mask, router::Route* route, std::uint32_t* age);
 std::uint32_t total_active_routes(router::RouteTableId table);
 
 // Zeroed, of the C heap; null, with errno set to ENOMEM, without memory.
