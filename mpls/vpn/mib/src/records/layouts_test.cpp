@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -102,6 +103,31 @@ TEST(RecordLayout, NestedStructuresAreListedAfterTheTopOne) {
             (Offsets{4, 1, 2, 3}));
   ASSERT_EQ(kShowAfiSafiParcel.layout->structure_count, 2U);
   EXPECT_EQ(kShowAfiSafiParcel.layout->structures[1].number, 1U);
+}
+
+template <typename Record, std::size_t kColumns, std::size_t kFields>
+void expect_columns(const mib::Column<Record> (&columns)[kColumns],
+                    const std::array<ParcelField, kFields>& fields) {
+  std::set<std::string_view> keys;
+  std::set<std::pair<std::vector<std::uint32_t>, std::uint32_t>> objects;
+  for (const mib::Column<Record>& column : columns) {
+    const std::string_view key = column.key == nullptr ? "" : column.key;
+    if (!key.empty()) {
+      EXPECT_EQ(std::ranges::count(fields, key, &ParcelField::name), 1) << key;
+      EXPECT_TRUE(keys.insert(key).second) << key;
+    }
+    if (column.number == 0) continue;
+    const std::vector<std::uint32_t> entry(column.entry.begin(), column.entry.end());
+    EXPECT_TRUE(objects.insert({entry, column.number}).second) << key << " " << column.number;
+  }
+}
+
+TEST(RecordColumns, KeysAreNamesOfMembersAndObjectsDiffer) {
+  expect_columns(mib::kScalarColumns, kMibScalarsFields);
+  expect_columns(mib::kInterfaceColumns, kMibInterfaceFields);
+  expect_columns(mib::kVrfColumns, kMibVrfFields);
+  expect_columns(mib::kRouteTargetColumns, kMibRtFields);
+  expect_columns(mib::kRouteColumns, kMibRouteFields);
 }
 
 TEST(RecordSchema, StructureNumbersFollowTheOrderOfTheSets) {
