@@ -16,10 +16,6 @@
 namespace {
 
 // A provider whose rows are "1" to "50", after "rows/<n>", and whose other answers are short.
-Status get(const KvRequest* request, KvReply* reply);
-Status list(const KvRequest* request, KvListReply* reply);
-Status datalist(const KvRequest* request, KvListReply* reply);
-
 void put(KvReply* reply, const std::string& text) {
   reply->kind = kKvKindRecord;
   reply->length = text.size();

@@ -8,15 +8,13 @@
 // increases with every commit that notifies its subscribers. log: the commits, with the number of nodes whose
 // effective value changed (0 for those that exist only until they are folded) and whether the rows of `node`
 // include it (folded). content: the changes of a commit, encoded by commit_codec.h.
-#include "platform/store/configuration/configuration_database.h"
-
 #include <cerrno>
 #include <cstring>
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/core/sqlite/database_file.h"
-#include "platform/store/configuration/config_tree.h"
+#include "platform/store/configuration/node_store.h"
 
 namespace kvtree {
 

@@ -9,7 +9,6 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/store/configuration/commit_codec.h"
-#include "platform/store/configuration/configuration_database.h"
 
 namespace kvtree {
 

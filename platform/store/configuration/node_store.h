@@ -1,5 +1,5 @@
 // The configuration on disk: the owners' values and the history of commits, in
-// STATE_DIRECTORY/configuration.db (SQLite, configuration_database.h). Only for this folder.
+// STATE_DIRECTORY/configuration.db (SQLite, configuration_database.cpp). Only for this folder.
 //
 // A commit is one transaction, on the disk when write() returns. A large commit first writes only its record,
 // which is quick; fold_some() writes its nodes' rows afterwards, a bounded number at a time, in the order of
@@ -19,6 +19,14 @@
 #include "platform/store/configuration/config_tree.h"
 
 namespace kvtree {
+
+// Opens or creates DIRECTORY/configuration.db, of this version. A foreign or damaged file, or one of a newer
+// version, is renamed to configuration.db.unusable.N next to the new, empty one, and logged. kStatusIo
+// (logged) if the directory or the file cannot be used for another reason. Fault points "configuration_open",
+// "configuration_migrate".
+[[nodiscard]] Status open_configuration(const std::string& directory, sqlite::Connection* database);
+// A database in memory, which exists while it is open. Fault point "configuration_open".
+[[nodiscard]] Status open_configuration_in_memory(sqlite::Connection* database);
 
 struct CommitHead {
   std::uint64_t time = 0;  // nanoseconds since 1970
