@@ -198,9 +198,7 @@ TEST_F(DebugTest, EnvironmentSwitchesFlagsOnAtRegistration) {
   setenv("MPLS_VPN_MIB_DEBUG", "errors,start", 1);
   Register();
   EXPECT_THAT(On(), ElementsAre("start", "errors"));
-}
-
-TEST_F(DebugTest, EnvironmentAllSwitchesEverythingOn) {
+  ASSERT_EQ(debug_cleanup(kNameSpace), kStatusOk);
   setenv("MPLS_VPN_MIB_DEBUG", "all", 1);
   Register();
   EXPECT_THAT(On(), ElementsAre("start", "prov", "errors"));

@@ -165,10 +165,4 @@ TEST_F(ErrmsgTest, MissingRecordPostsNothing) {
   EXPECT_EQ(lines_, "");
 }
 
-TEST_F(ErrmsgTest, CaptureEnds) {
-  errmsg_capture(nullptr);
-  errmsg_post(&kInit, "one", "two");
-  EXPECT_EQ(lines_, "");
-}
-
 }  // namespace

@@ -206,7 +206,6 @@ class Server {
   std::size_t client_count() const { return clients_.size(); }
   Connection* find(std::uint64_t id) const;                      // null for an ended connection
   void for_each(const std::function<void(Connection&)>& visit);  // the visitor may close any client
-  const Limits& limits() const { return limits_; }
 
  private:
   friend class Connection;
