@@ -32,31 +32,31 @@ constexpr std::uint32_t kPresenceMode = 1;
 constexpr std::uint32_t kTextMode = 3;
 constexpr std::uint32_t kTupleMode = 5;  // also of static routes, of which the daemon reads the path only
 
-// clang-format off
-// The routing table's events, in two tables: the subscription to /oper/rib_threshold/ delivers them. Below the
-// provider's own subtree the same paths are known but have no answer (kStatusNoHandler).
-constexpr KvRoute kMidThresholdEvent =
-    {"<s>/mid-thresh-exc", {0, mpls_vpn_mib_mid_thresh_exceeded_notify,  nullptr, nullptr, nullptr}};
-constexpr KvRoute kMaxThresholdEvent =
-    {"<s>/max-thresh-exc", {0, mpls_vpn_mib_high_thresh_exceeded_notify, nullptr, nullptr, nullptr}};
+// The routing table's events, in two tables: the subscription to /oper/rib_threshold/ delivers them. Below
+// the provider's own subtree the same paths are known but have no answer (kStatusNoHandler).
+constexpr KvRoute kMidThresholdEvent = {"<s>/mid-thresh-exc",
+                                        {.notify = mpls_vpn_mib_mid_thresh_exceeded_notify}};
+constexpr KvRoute kMaxThresholdEvent = {"<s>/max-thresh-exc",
+                                        {.notify = mpls_vpn_mib_high_thresh_exceeded_notify}};
 
+// clang-format off
 constexpr KvRoute kProvRoutes[] = {
-    //  path                                mode         notify   get, list, datalist
-    {"scalars",                            {0,           nullptr, mpls_vpn_mib_prov_get_scalars,   nullptr, nullptr}},
-    {"interface/<s>/<n>",                  {0,           nullptr, mpls_vpn_mib_prov_get_interface, nullptr, nullptr}},
-    {"interface-next/<s>/<n>",             {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_interface, nullptr, nullptr}},
-    {"vrf/<s>",                            {0,           nullptr, mpls_vpn_mib_prov_get_vrf,       nullptr, nullptr}},
-    {"vrf-next/<s>",                       {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_vrf,       nullptr, nullptr}},
-    {"vrf-detail/<s>",                     {0,           nullptr, mpls_vpn_mib_prov_get_vrf_show,
-                                             mpls_vpn_prov_list_vrf, mpls_vpn_prov_datalist_vrf}},
-    {"vrf-detail-filter/<s>/<n>/<n>/<s>",  {kKvModeNext, nullptr, nullptr,
-                                             mpls_vpn_prov_list_vrf, mpls_vpn_prov_datalist_vrf}},
-    {"vrf-invalid-detail/<s>",             {0,           nullptr, mpls_vpn_mib_prov_get_vrf_invalid,
-                                             mpls_vpn_prov_list_vrf_invalid, mpls_vpn_prov_datalist_vrf_invalid}},
-    {"rt/<s>/<n>/<n>",                     {0,           nullptr, mpls_vpn_mib_prov_get_rt,        nullptr, nullptr}},
-    {"rt-next/<s>/<n>/<n>",                {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_rt,        nullptr, nullptr}},
-    {"route/<s>/<n>/<n>/<n>/<s>/<s>",      {0,           nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},
-    {"route-next/<s>/<n>/<n>/<n>/<s>/<s>", {kKvModeNext, nullptr, mpls_vpn_mib_prov_get_route,     nullptr, nullptr}},
+    {"scalars",                            {.get = mpls_vpn_mib_prov_get_scalars}},
+    {"interface/<s>/<n>",                  {.get = mpls_vpn_mib_prov_get_interface}},
+    {"interface-next/<s>/<n>",             {.mode = kKvModeNext, .get = mpls_vpn_mib_prov_get_interface}},
+    {"vrf/<s>",                            {.get = mpls_vpn_mib_prov_get_vrf}},
+    {"vrf-next/<s>",                       {.mode = kKvModeNext, .get = mpls_vpn_mib_prov_get_vrf}},
+    {"vrf-detail/<s>",                     {.get = mpls_vpn_mib_prov_get_vrf_show, .list = mpls_vpn_prov_list_vrf,
+                                            .datalist = mpls_vpn_prov_datalist_vrf}},
+    {"vrf-detail-filter/<s>/<n>/<n>/<s>",  {.mode = kKvModeNext, .list = mpls_vpn_prov_list_vrf,
+                                            .datalist = mpls_vpn_prov_datalist_vrf}},
+    {"vrf-invalid-detail/<s>",             {.get = mpls_vpn_mib_prov_get_vrf_invalid,
+                                            .list = mpls_vpn_prov_list_vrf_invalid,
+                                            .datalist = mpls_vpn_prov_datalist_vrf_invalid}},
+    {"rt/<s>/<n>/<n>",                     {.get = mpls_vpn_mib_prov_get_rt}},
+    {"rt-next/<s>/<n>/<n>",                {.mode = kKvModeNext, .get = mpls_vpn_mib_prov_get_rt}},
+    {"route/<s>/<n>/<n>/<n>/<s>/<s>",      {.get = mpls_vpn_mib_prov_get_route}},
+    {"route-next/<s>/<n>/<n>/<n>/<s>/<s>", {.mode = kKvModeNext, .get = mpls_vpn_mib_prov_get_route}},
     kMidThresholdEvent,
     kMaxThresholdEvent,
 };
@@ -64,42 +64,40 @@ constexpr KvRoute kProvRoutes[] = {
 #define VRF_TABLE "vrf/<s>/ord_z/afi_safi/<n>/<n>/"
 #define ROUTE_TARGET "<n>/<n>/<n>/<n>/<ip4>/<n>/<n>"
 constexpr KvRoute kVrfRoutes[] = {
-    {"vrf/<s>/ord_a/vmap/ord_k/vmap/descr",                        {kTextMode, mpls_vpn_mib_vrf_descr_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_c/import-rt/" ROUTE_TARGET,  {kPresenceMode, mpls_vpn_mib_import_rt_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_e/export-rt/" ROUTE_TARGET,  {kPresenceMode, mpls_vpn_mib_export_rt_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "<s>/ord_e/rib/table-prefix-limit",                 {kTupleMode, mpls_vpn_mib_thresh_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_b/import-policy",            {kTextMode, mpls_vpn_mib_import_policy_notify, nullptr, nullptr, nullptr}},
-    {VRF_TABLE "default/ord_b/bgp/ord_d/export-policy",            {kTextMode, mpls_vpn_mib_export_policy_notify, nullptr, nullptr, nullptr}},
+    {"vrf/<s>/ord_a/vmap/ord_k/vmap/descr",                       {kTextMode, mpls_vpn_mib_vrf_descr_notify}},
+    {VRF_TABLE "default/ord_b/bgp/ord_c/import-rt/" ROUTE_TARGET, {kPresenceMode, mpls_vpn_mib_import_rt_notify}},
+    {VRF_TABLE "default/ord_b/bgp/ord_e/export-rt/" ROUTE_TARGET, {kPresenceMode, mpls_vpn_mib_export_rt_notify}},
+    {VRF_TABLE "<s>/ord_e/rib/table-prefix-limit",                {kTupleMode, mpls_vpn_mib_thresh_notify}},
+    {VRF_TABLE "default/ord_b/bgp/ord_b/import-policy",           {kTextMode, mpls_vpn_mib_import_policy_notify}},
+    {VRF_TABLE "default/ord_b/bgp/ord_d/export-policy",           {kTextMode, mpls_vpn_mib_export_policy_notify}},
 };
 #undef VRF_TABLE
 #undef ROUTE_TARGET
+// clang-format on
 
 constexpr KvRoute kBgpRoutes[] = {
-    {"<s>/<x>/<x>/<s>/<s>/nbr/<n>/prov/<s>/<n>/<ad>/<s>",
-     {kPresenceMode, mpls_vpn_mib_bgp_nbr_af_notify, nullptr, nullptr, nullptr}},
+    {"<s>/<x>/<x>/<s>/<s>/nbr/<n>/prov/<s>/<n>/<ad>/<s>", {kPresenceMode, mpls_vpn_mib_bgp_nbr_af_notify}},
 };
 
 constexpr KvRoute kRipRoutes[] = {
-    {"<s>/ord_t/if/<i>/ord_d/enabled", {kPresenceMode, mpls_vpn_mib_rip_notify, nullptr, nullptr, nullptr}},
+    {"<s>/ord_t/if/<i>/ord_d/enabled", {kPresenceMode, mpls_vpn_mib_rip_notify}},
 };
 
 constexpr KvRoute kOspfRoutes[] = {
     {"<s>/<s>/<s>/ord_v/area/<ip4>/<x>/ord_i/name_scope/<i>/ord_A/running",
-     {kPresenceMode, mpls_vpn_mib_ospf_notify, nullptr, nullptr, nullptr}},
+     {kPresenceMode, mpls_vpn_mib_ospf_notify}},
 };
 
 constexpr KvRoute kEigrpRoutes[] = {
-    {"<s>/<s>/<s>/ord_m/af/<*>/ord_t/if/<i>/ord_a/enabled",
-     {kPresenceMode, mpls_vpn_mib_eigrp_notify, nullptr, nullptr, nullptr}},
+    {"<s>/<s>/<s>/ord_m/af/<*>/ord_t/if/<i>/ord_a/enabled", {kPresenceMode, mpls_vpn_mib_eigrp_notify}},
 };
 
 constexpr KvRoute kStaticRoutes[] = {
     {"<s>/address/<s>/<s>/ord_c/<*>/route/<ad>/<x>/<s>/<s>/nexthop/<i>/<ad>",
-     {kTupleMode, mpls_vpn_mib_static_notify, nullptr, nullptr, nullptr}},
+     {kTupleMode, mpls_vpn_mib_static_notify}},
 };
 
 constexpr KvRoute kThresholdRoutes[] = {kMidThresholdEvent, kMaxThresholdEvent};
-// clang-format on
 
 }  // namespace
 

@@ -42,8 +42,8 @@ void expect_handlers(const KvRoutingTable& table, const std::vector<KvHandlerEnt
   }
 }
 
-const KvHandlerEntry kMidEvent = {0, mpls_vpn_mib_mid_thresh_exceeded_notify, nullptr, nullptr, nullptr};
-const KvHandlerEntry kMaxEvent = {0, mpls_vpn_mib_high_thresh_exceeded_notify, nullptr, nullptr, nullptr};
+const KvHandlerEntry kMidEvent = {.notify = mpls_vpn_mib_mid_thresh_exceeded_notify};
+const KvHandlerEntry kMaxEvent = {.notify = mpls_vpn_mib_high_thresh_exceeded_notify};
 
 TEST(Routes, ProviderPathsInMatchOrder) {
   EXPECT_THAT(rows_of(mpls_vpn_mib_prov_routes),
@@ -52,7 +52,7 @@ TEST(Routes, ProviderPathsInMatchOrder) {
                           "vrf-invalid-detail/<s> 0", "rt/<s>/<n>/<n> 0", "rt-next/<s>/<n>/<n> 100",
                           "route/<s>/<n>/<n>/<n>/<s>/<s> 0", "route-next/<s>/<n>/<n>/<n>/<s>/<s> 100",
                           "<s>/mid-thresh-exc 0", "<s>/max-thresh-exc 0"));
-  const auto get = [](KvGetHandler handler) { return KvHandlerEntry{0, nullptr, handler, nullptr, nullptr}; };
+  const auto get = [](KvGetHandler handler) { return KvHandlerEntry{.get = handler}; };
   const auto lists = [](KvGetHandler handler) {
     return KvHandlerEntry{0, nullptr, handler, mpls_vpn_prov_list_vrf, mpls_vpn_prov_datalist_vrf};
   };

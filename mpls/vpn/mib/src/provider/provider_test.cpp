@@ -184,6 +184,7 @@ TEST_F(Provider, ConfigurationThatFitsNoPatternIsDropped) {
 TEST_F(Provider, UnknownPathsDifferFromPathsThatAreNotServed) {
   ASSERT_EQ(Register(), kStatusOk);
   EXPECT_EQ(Get("nonsense"), kStatusUnknownPath);
+  EXPECT_EQ(Get("red/mid-thresh-exc"), kStatusNoHandler);
   KvListReply list{};
   EXPECT_EQ(kvtree_list("/oper/mpls_vpn/gl/scalars", false, &list), kStatusNoHandler);
   EXPECT_EQ(kvtree_datalist("/oper/mpls_vpn/gl/scalars", false, &list), kStatusNoHandler);
