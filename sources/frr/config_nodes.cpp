@@ -28,9 +28,7 @@ constexpr std::string_view kOspf6Process = "ospf6";  // the name of OSPFv3 where
 
 // Of two nodes with the same path, keeps the later one.
 Nodes sorted(Nodes nodes) {
-  std::stable_sort(nodes.begin(), nodes.end(), [](const KvConfigNode& left, const KvConfigNode& right) {
-    return left.path < right.path;
-  });
+  std::ranges::stable_sort(nodes, {}, &KvConfigNode::path);
   Nodes once;
   once.reserve(nodes.size());
   for (KvConfigNode& node : nodes) {
@@ -44,18 +42,14 @@ Nodes sorted(Nodes nodes) {
 
 void add_family(const std::string& vrf, Family family, const VpnFamily& config, Nodes* nodes) {
   if (config.rd) nodes->push_back(vrf_config::route_distinguisher(vrf, family, *config.rd));
-  for (const auto& target : config.imports) {
-    nodes->push_back(vrf_config::route_target(vrf, family, Direction::kImport, target));
-  }
-  for (const auto& target : config.exports) {
-    nodes->push_back(vrf_config::route_target(vrf, family, Direction::kExport, target));
-  }
-  if (!config.import_policy.empty()) {
-    nodes->push_back(vrf_config::route_policy(vrf, family, Direction::kImport, config.import_policy));
-  }
-  if (!config.export_policy.empty()) {
-    nodes->push_back(vrf_config::route_policy(vrf, family, Direction::kExport, config.export_policy));
-  }
+  const auto add_direction = [&](Direction direction, const auto& targets, const std::string& policy) {
+    for (const auto& target : targets) {
+      nodes->push_back(vrf_config::route_target(vrf, family, direction, target));
+    }
+    if (!policy.empty()) nodes->push_back(vrf_config::route_policy(vrf, family, direction, policy));
+  };
+  add_direction(Direction::kImport, config.imports, config.import_policy);
+  add_direction(Direction::kExport, config.exports, config.export_policy);
 }
 
 bool is_active(const BgpInstance& instance, const BgpNeighbor& neighbor, std::size_t family) {
@@ -127,14 +121,13 @@ constexpr NetworkRule kEigrpRule{false, false};
 
 bool falls_into(const router::Interface& interface, NetworkRule rule, const router::Address& network) {
   if (interface.ipv4_details.empty() || network.family == router::Family::kIpv6) {
-    return std::any_of(interface.addresses.begin(), interface.addresses.end(),
-                       [&network](const router::Address& address) { return is_within(address, network); });
+    return std::ranges::any_of(interface.addresses,
+                               [&](const auto& address) { return is_within(address, network); });
   }
-  return std::any_of(interface.ipv4_details.begin(), interface.ipv4_details.end(),
-                     [&](const router::Ipv4Detail& detail) {
-                       return (rule.secondary || !detail.secondary) &&
-                              is_within(rule.by_peer ? detail.peer : detail.address, network);
-                     });
+  return std::ranges::any_of(interface.ipv4_details, [&](const router::Ipv4Detail& detail) {
+    return (rule.secondary || !detail.secondary) &&
+           is_within(rule.by_peer ? detail.peer : detail.address, network);
+  });
 }
 
 // The most specific of the process's networks that an address of the interface falls into.
@@ -205,27 +198,24 @@ Nodes ospf6_nodes(const RunningConfig& config, const router::Router& router) {
 }
 
 bool is_named(const IgpProcess& process, const router::Interface& interface) {
-  return std::find(process.interfaces.begin(), process.interfaces.end(), interface.name) !=
-         process.interfaces.end();
+  return std::ranges::find(process.interfaces, interface.name) != process.interfaces.end();
 }
 
-using MakeNode = KvConfigNode (*)(std::string_view vrf, std::string_view interface);
-
-Nodes nodes_of_rip(const std::vector<IgpProcess>& processes, const router::Router& router, MakeNode make) {
+Nodes nodes_of_rip(const std::vector<IgpProcess>& processes, const router::Router& router, Kind kind) {
   Nodes nodes;
   visit_members(processes, router, [&](const IgpProcess& process, const router::Interface& interface) {
     if (!is_named(process, interface) && network_of(process, interface, kRipRule) == nullptr) return;
-    nodes.push_back(make(process.vrf, interface.name));
+    nodes.push_back(vrf_config::node_of(kind, {.vrf = process.vrf, .interface = interface.name}));
   });
   return sorted(std::move(nodes));
 }
 
 Nodes rip_nodes(const RunningConfig& config, const router::Router& router) {
-  return nodes_of_rip(config.rip, router, vrf_config::rip_interface);
+  return nodes_of_rip(config.rip, router, Kind::kRip);
 }
 
 Nodes ripng_nodes(const RunningConfig& config, const router::Router& router) {
-  return nodes_of_rip(config.ripng, router, vrf_config::ripng_interface);
+  return nodes_of_rip(config.ripng, router, Kind::kRipng);
 }
 
 Nodes eigrp_nodes(const RunningConfig& config, const router::Router& router) {

@@ -20,14 +20,12 @@ namespace {
 struct VrfEntry {
   router::Vrf vrf;
   bool referenced = false;
-  bool has_table = false;
-  bool has_tables = false;
   bool has_details = false;  // what only a VRF that is created has
   std::vector<RouteEntry> routes;
   ConfiguredItems configuration;
   YAML::Mark name_mark = YAML::Mark::null_mark();
   YAML::Mark id_mark = YAML::Mark::null_mark();
-  YAML::Mark table_mark = YAML::Mark::null_mark();
+  YAML::Mark table_mark = YAML::Mark::null_mark();  // of table or tables
   YAML::Mark rd_mark = YAML::Mark::null_mark();
 };
 
@@ -37,8 +35,7 @@ struct InterfaceEntry {
   YAML::Mark index_mark = YAML::Mark::null_mark();
 };
 
-struct GeneratorEntry {
-  Generator generator;
+struct GeneratorEntry : Generator {
   std::uint32_t routes_per_vrf = 0;
   bool has_vrfs = false;
   bool has_interfaces = false;
@@ -66,12 +63,16 @@ void read_id(const YAML::Node& value, VrfEntry* entry) {
   entry->has_details = true;
 }
 
+void begin_tables(const YAML::Node& value, VrfEntry* entry) {
+  if (!entry->table_mark.is_null()) refuse(value.Mark(), "a VRF has a table or tables, not both");
+  entry->table_mark = value.Mark();
+  entry->has_details = true;
+}
+
 void read_table(const YAML::Node& value, VrfEntry* entry) {
+  begin_tables(value, entry);
   entry->vrf.ipv4_table = read_number(value, "a table", 1, UINT32_MAX);
   entry->vrf.ipv6_table = entry->vrf.ipv4_table;
-  entry->table_mark = value.Mark();
-  entry->has_table = true;
-  entry->has_details = true;
 }
 
 template <std::uint32_t router::Vrf::*kTable>
@@ -87,11 +88,8 @@ constexpr Key<VrfEntry> kTableKeys[] = {
 };
 
 void read_tables(const YAML::Node& value, VrfEntry* entry) {
-  if (entry->has_table) refuse(value.Mark(), "a VRF has a table or tables, not both");
+  begin_tables(value, entry);
   read_map(value, "tables", kTableKeys, entry);
-  entry->table_mark = value.Mark();
-  entry->has_tables = true;
-  entry->has_details = true;
 }
 
 void read_rd(const YAML::Node& value, VrfEntry* entry) {
@@ -124,11 +122,7 @@ constexpr Key<VrfEntry> kVrfKeys[] = {
        if (entry->vrf.name == router::kDefaultVrf) refuse(value.Mark(), "the VRF \"default\" exists always");
      }},
     {"id", read_id},
-    {"table",
-     [](const YAML::Node& value, VrfEntry* entry) {
-       if (entry->has_tables) refuse(value.Mark(), "a VRF has a table or tables, not both");
-       read_table(value, entry);
-     }},
+    {"table", read_table},
     {"tables", read_tables},
     {"description", read_description},
     {"rd", read_rd},
@@ -173,7 +167,7 @@ void complete_identity(const YAML::Node& item, VrfEntry* entry) {
     if (vrf.id < kFirstVrfId)
       refuse(entry->id_mark, "table 1 gives no id (1 is the id of \"default\"): write an id");
   }
-  if (!entry->has_table && !entry->has_tables) vrf.ipv4_table = vrf.ipv6_table = vrf.id;
+  if (entry->table_mark.is_null()) vrf.ipv4_table = vrf.ipv6_table = vrf.id;
 }
 
 // The RD of a referenced VRF is configuration; that of a created VRF is an attribute of the VRF.
@@ -262,22 +256,22 @@ void read_interface(const YAML::Node& item, Document* document) {
 constexpr Key<GeneratorEntry> kGeneratorKeys[] = {
     {"vrfs",
      [](const YAML::Node& value, GeneratorEntry* entry) {
-       entry->generator.vrfs = read_number(value, "the number of generated VRFs", 0, kGeneratedVrfsMax);
+       entry->vrfs = read_number(value, "the number of generated VRFs", 0, kGeneratedVrfsMax);
        entry->has_vrfs = true;
      }},
     {"interfaces_per_vrf",
      [](const YAML::Node& value, GeneratorEntry* entry) {
-       entry->generator.interfaces_per_vrf =
+       entry->interfaces_per_vrf =
            read_number(value, "the number of interfaces per VRF", 0, kGeneratedInterfacesPerVrfMax);
        entry->has_interfaces = true;
      }},
     {"first_id",
      [](const YAML::Node& value, GeneratorEntry* entry) {
-       entry->generator.first_id = read_number(value, "the first id", kFirstVrfId, kIndexMax);
+       entry->first_id = read_number(value, "the first id", kFirstVrfId, kIndexMax);
      }},
     {"first_index",
      [](const YAML::Node& value, GeneratorEntry* entry) {
-       entry->generator.first_index = read_number(value, "the first index", 1, kIndexMax);
+       entry->first_index = read_number(value, "the first index", 1, kIndexMax);
      }},
     {"routes_per_vrf",
      [](const YAML::Node& value, GeneratorEntry* entry) {
@@ -291,13 +285,12 @@ void read_generator(const YAML::Node& value, Document* document) {
   read_map(value, "generate", kGeneratorKeys, &entry);
   if (!entry.has_vrfs || !entry.has_interfaces)
     refuse(entry.mark, "generate needs vrfs and interfaces_per_vrf");
-  const std::uint32_t interfaces = entry.generator.vrfs * entry.generator.interfaces_per_vrf;
+  const std::uint32_t interfaces = entry.vrfs * entry.interfaces_per_vrf;
   if (interfaces > kGeneratedInterfacesMax) {
     refuse(entry.mark, "generate makes " + std::to_string(interfaces) + " interfaces, more than " +
                            std::to_string(kGeneratedInterfacesMax));
   }
-  if (interfaces > kIndexMax - entry.generator.first_index)
-    refuse(entry.mark, "generate passes the largest index");
+  if (interfaces > kIndexMax - entry.first_index) refuse(entry.mark, "generate passes the largest index");
 }
 
 constexpr Key<Document> kDocumentKeys[] = {
@@ -383,7 +376,7 @@ void add_written(Document* document, Checker* checker, RouterFile* file) {
 
 void add_generated(const GeneratorEntry& entry, Checker* checker, RouterFile* file) {
   RouterFile generated;
-  generate(entry.generator, &generated);
+  generate(entry, &generated);
   for (router::Vrf& vrf : generated.vrfs) {
     checker->vrf_name(vrf.name, entry.mark, true);
     checker->vrf_id(vrf.id, entry.mark, true);
@@ -402,7 +395,7 @@ void add_routes(const Document& document, RouterFile* file) {
   }
   if (document.generate.routes_per_vrf > 0) {
     const RouteEntry routes = generated_routes(document.generate.routes_per_vrf, document.generate.mark);
-    const std::size_t first = file->vrfs.size() - document.generate.generator.vrfs;
+    const std::size_t first = file->vrfs.size() - document.generate.vrfs;
     for (std::size_t at = first; at < file->vrfs.size(); ++at) collector.add(file->vrfs[at], routes);
   }
   file->routes = collector.finish();
