@@ -26,7 +26,7 @@ struct RowTable {
 // Receives the rows, and the end of each batch.
 template <typename T>
 struct RowSink {
-  std::function<bool(const T&)> row;  // false: ends the walk
+  std::function<void(const T&)> row;
   std::function<void()> batch_end = [] {};
 };
 
@@ -44,16 +44,22 @@ inline kvtree::WalkResult fetch_rows(const Session& session, kvtree::Client& cli
 template <typename T>
 class RowWalk {
  public:
-  // Everything must outlive the walk.
-  RowWalk(const Session& session, kvtree::Client& client, const RowTable<T>& table, RowSink<T> sink)
-      : session_(session), client_(client), table_(table), sink_(std::move(sink)) {}
+  // Everything must outlive the walk. It ends when `take` returns false.
+  RowWalk(
+      const Session& session, kvtree::Client& client, const RowTable<T>& table,
+      std::function<bool(const T&)> take, std::function<void()> batch_end = [] {})
+      : session_(session),
+        client_(client),
+        table_(table),
+        take_row_(std::move(take)),
+        batch_end_(std::move(batch_end)) {}
 
-  // From this path to the end of the table, unless the sink or the output ends the walk.
+  // From this path to the end of the table, unless `take` or the output ends the walk.
   void run(std::string path, std::uint32_t batch = kRowBatch) {
     path_ = std::move(path);
     while (!is_over_ && session_.out) {
       take(fetch_rows(session_, client_, path_, batch));
-      sink_.batch_end();
+      batch_end_();
     }
   }
 
@@ -73,7 +79,7 @@ class RowWalk {
     const Record<T> row(session_, path_, table_.description, octets);
     std::string path = table_.path_at(*row);
     if (has_last_ && path == path_) return;
-    is_over_ = !sink_.row(*row);
+    is_over_ = !take_row_(*row);
     path_ = std::move(path);
     has_last_ = true;
     is_further_ = true;
@@ -82,7 +88,8 @@ class RowWalk {
   const Session& session_;
   kvtree::Client& client_;
   const RowTable<T>& table_;
-  RowSink<T> sink_;
+  const std::function<bool(const T&)> take_row_;
+  const std::function<void()> batch_end_;
   std::string path_;         // where the next batch begins
   bool has_last_ = false;    // path_ is that of a delivered row
   bool is_further_ = false;  // the batch had a row

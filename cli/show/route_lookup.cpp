@@ -47,9 +47,10 @@ bool find_routes_of_prefix(const Session& session, kvtree::Client& client, const
     if (!is_of_prefix(row, vrf, prefix)) return false;
     if (has_first && kRouteTable.path_at(row) == path) return true;  // the first read answers it again
     found = true;
-    return sink.row(row);
+    sink.row(row);
+    return true;
   };
-  RowWalk<mpls_vpn_mib_route>(session, client, kRouteTable, {wanted}).run(path, kPathsBatch);
+  RowWalk<mpls_vpn_mib_route>(session, client, kRouteTable, wanted).run(path, kPathsBatch);
   return found;
 }
 

@@ -37,11 +37,8 @@ Json interface_json(const Interface& row) {
 void show_interfaces(const Session& session, const std::string& vrf) {
   RowWriter<Interface> writer(session, kInterfaceCells, interface_json);
   const auto client = connect_to_daemon(session);
-  const auto show = [&writer](const Interface& row) {
-    writer.add(row);
-    return true;
-  };
-  walk_rows_of(session, *client, kInterfaceTable, vrf, {show, [&writer] { writer.flush(); }});
+  walk_rows_of(session, *client, kInterfaceTable, vrf,
+               {[&](const Interface& row) { writer.add(row); }, [&] { writer.flush(); }});
   writer.end();
 }
 

@@ -33,7 +33,6 @@ void show_route_targets(const Session& session, const std::string& vrf) {
   const auto show = [&](const RouteTarget& row) {
     is_known = true;
     writer.add(row);
-    return true;
   };
   const auto batch_end = [&] {
     if (!is_known) require_vrf(session, *client, vrf);

@@ -23,7 +23,6 @@ InterfaceNames read_interface_names(const Session& session, kvtree::Client& clie
   InterfaceNames names;
   const auto add = [&](const mpls_vpn_mib_interface& row) {
     names[row.ifConfIndex] = text_or_empty(row.name);
-    return true;
   };
   walk_rows_of(session, client, kInterfaceTable, vrf, {add});
   return names;
@@ -120,11 +119,10 @@ void show_routes(const Session& session, const RoutesRequest& request) {
   const Lookup lookup = {session, *client, request, prefix,
                          read_interface_names(session, *client, request.vrf)};
   RowWriter<RouteRow> writer(session, kRouteCells, route_json);
-  const auto show = [&](const mpls_vpn_mib_route& row) {
-    writer.add({row, lookup.names});
-    return true;
-  };
-  walk(lookup, {show, [&writer] { writer.flush(); }});
+  walk(lookup, {[&](const mpls_vpn_mib_route& row) {
+                  writer.add({row, lookup.names});
+                },
+                [&] { writer.flush(); }});
   writer.end();
 }
 

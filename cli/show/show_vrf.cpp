@@ -29,27 +29,20 @@ void walk_named_vrf(const Session& session, kvtree::Client& client, const VrfReq
 void walk_all_vrfs(const Session& session, kvtree::Client& client, const VrfRequest& request,
                    const VrfSink& sink) {
   const auto filtered = [&](const mpls_vpn_mib_vrf& row) {
-    return !passes_filter(session, client, text_or_empty(row.name), request) || sink.row(row);
+    if (passes_filter(session, client, text_or_empty(row.name), request)) sink.row(row);
+    return true;
   };
-  RowWalk<mpls_vpn_mib_vrf>(session, client, kVrfTable, {filtered, sink.batch_end})
+  RowWalk<mpls_vpn_mib_vrf>(session, client, kVrfTable, filtered, sink.batch_end)
       .run(kVrfTable.first_path(""));
-}
-
-void walk_vrfs(const Session& session, kvtree::Client& client, const VrfRequest& request,
-               const VrfSink& sink) {
-  request.name.empty() ? walk_all_vrfs(session, client, request, sink)
-                       : walk_named_vrf(session, client, request, sink);
 }
 
 void show_vrfs(const Session& session, const VrfRequest& request) {
   const auto client = connect_to_daemon(session);
   const bool is_counted = are_routes_counted(*client);
   RowWriter<VrfView> writer(session, vrf_cells(), vrf_row_json);
-  const auto add = [&](const mpls_vpn_mib_vrf& row) {
-    writer.add({row, is_counted});
-    return true;
-  };
-  walk_vrfs(session, *client, request, {add, [&writer] { writer.flush(); }});
+  const auto add = [&](const mpls_vpn_mib_vrf& row) { writer.add({row, is_counted}); };
+  const auto walk = request.name.empty() ? walk_all_vrfs : walk_named_vrf;
+  walk(session, *client, request, {add, [&] { writer.flush(); }});
   writer.end();
 }
 

@@ -23,9 +23,11 @@ template <typename T>
 void walk_rows_of(const Session& session, kvtree::Client& client, const RowTable<T>& table,
                   const std::string& vrf, const RowSink<T>& sink) {
   const auto of_vrf = [&](const T& row) {
-    return (vrf.empty() || vrf == text_or_empty(row.vrfName)) && sink.row(row);
+    if (!vrf.empty() && vrf != text_or_empty(row.vrfName)) return false;
+    sink.row(row);
+    return true;
   };
-  RowWalk<T>(session, client, table, {of_vrf, sink.batch_end}).run(table.first_path(vrf));
+  RowWalk<T>(session, client, table, of_vrf, sink.batch_end).run(table.first_path(vrf));
 }
 
 // A route's key in a path. `read` is "route" (this one) or "route-next" (the first after it). Addresses are

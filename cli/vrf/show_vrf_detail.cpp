@@ -119,7 +119,7 @@ void add_filtered(const Session& session, kvtree::Client& client, const VrfReque
     if (record) details->add(row, *record);
     return true;
   };
-  RowWalk<mpls_vpn_mib_vrf>(session, client, kVrfTable, {add}).run(kVrfTable.first_path(""));
+  RowWalk<mpls_vpn_mib_vrf>(session, client, kVrfTable, add).run(kVrfTable.first_path(""));
 }
 
 void add_named(const Session& session, kvtree::Client& client, const VrfRequest& request,

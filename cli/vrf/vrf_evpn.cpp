@@ -9,11 +9,7 @@ namespace cli {
 EvpnTable::EvpnTable(const Session& session, kvtree::Client& client, const std::string& vrf,
                      const VrfOrigins& origins, const VrfRequest& request) {
   if (request.afi != 0 || request.safi != 0 || !origins.has_evpn_targets()) return;
-  const auto take_row = [&](const mpls_vpn_mib_rt& row) {
-    take(row);
-    return true;
-  };
-  walk_rows_of(session, client, kRouteTargetTable, vrf, {take_row});
+  walk_rows_of(session, client, kRouteTargetTable, vrf, {[this](const mpls_vpn_mib_rt& row) { take(row); }});
   for (std::size_t at = 0; at < targets_.size(); ++at) targets_[at].RouteTargetValue = texts_[at].data();
   table_ = mpls_vpn_afi_safi{};
   table_->AFName = inet::kL2VpnAfi;
