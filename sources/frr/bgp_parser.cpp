@@ -65,12 +65,8 @@ void take_listen_range(Parser& parser, const Words& words) {
   if (BgpNeighbor* group = neighbor(parser, words[5])) group->listens = true;
 }
 
-void take_ipv4_default(Parser& parser, const Words& words) {
-  instance(parser).default_active[0] = words[0] != "no";
-}
-
-void take_ipv6_default(Parser& parser, const Words& words) {
-  instance(parser).default_active[1] = words[0] != "no";
+void take_default_family(Parser& parser, const Words& words) {
+  instance(parser).default_active[words.back() == "ipv6-unicast" ? 1 : 0] = words[0] != "no";
 }
 
 void take_activation(Parser& parser, const Words& words) {
@@ -117,15 +113,10 @@ void take_targets(Parser& parser, const Words& words) {
   if (words[2] != "import") family(parser).exports = targets;
 }
 
-// "import vrf route-map NAME": the policy of routes from the VRFs that are imported by name.
-void take_policy_of_names(Parser& parser, const Words& words) {
-  if (words[3].size() > kTextMax) return parser.error("the route map's name is too long");
-  family(parser).import_policy = words[3];
-}
-
+// "import vrf route-map NAME" is the policy of routes from the VRFs that are imported by name.
 void take_policy(Parser& parser, const Words& words) {
   if (words[3].size() > kTextMax) return parser.error("the route map's name is too long");
-  (words[2] == "import" ? family(parser).import_policy : family(parser).export_policy) = words[3];
+  (words[2] == "export" ? family(parser).export_policy : family(parser).import_policy) = words[3];
 }
 
 void take_family(Parser& parser, const Words& words);
@@ -141,10 +132,10 @@ constexpr LineRule kInstanceLines[] = {
     {"neighbor * interface ...", take_neighbor},
     {"bgp router-id *", take_router_id},
     {"bgp listen range * peer-group *", take_listen_range},
-    {"no bgp default ipv4-unicast", take_ipv4_default},
-    {"bgp default ipv4-unicast", take_ipv4_default},
-    {"bgp default ipv6-unicast", take_ipv6_default},
-    {"no bgp default ipv6-unicast", take_ipv6_default},
+    {"no bgp default ipv4-unicast", take_default_family},
+    {"bgp default ipv4-unicast", take_default_family},
+    {"bgp default ipv6-unicast", take_default_family},
+    {"no bgp default ipv6-unicast", take_default_family},
 };
 
 constexpr LineRule kUnicastLines[] = {
@@ -161,7 +152,7 @@ constexpr LineRule kUnicastLines[] = {
     {"route-map vpn import *", take_policy},
     {"route-map vpn export *", take_policy},
     {"import vrf *", take_import_by_name},
-    {"import vrf route-map *", take_policy_of_names},
+    {"import vrf route-map *", take_policy},
 };
 // Other subsequent families have none of the VPN items, other families nothing but their end.
 constexpr std::span kOtherLines = std::span(kUnicastLines).first(3);

@@ -156,32 +156,26 @@ const Link* Mirror::find(std::uint32_t index) const {
   return known == links_.end() ? nullptr : &known->second;
 }
 
-std::vector<router::Address> Mirror::addresses(std::uint32_t index) const {
-  std::vector<router::Address> result;
+std::vector<LinkAddress> Mirror::usable_addresses(std::uint32_t index) const {
   const auto known = addresses_.find(index);
-  if (known == addresses_.end()) return result;
-  std::vector<LinkAddress> ipv6;
-  for (const LinkAddress& address : known->second) {
-    if (!address.usable) continue;
-    if (is_ipv4(address)) {
-      append_once(&result, address.address);
-    } else {
-      ipv6.push_back(address);
-    }
-  }
-  std::sort(ipv6.begin(), ipv6.end(), ipv6_before);
-  for (const LinkAddress& address : ipv6) {
-    append_once(&result, address.address);
-  }
+  std::vector<LinkAddress> usable = known == addresses_.end() ? std::vector<LinkAddress>{} : known->second;
+  std::erase_if(usable, [](const LinkAddress& each) { return !each.usable; });
+  return usable;
+}
+
+std::vector<router::Address> Mirror::addresses(std::uint32_t index) const {
+  std::vector<LinkAddress> usable = usable_addresses(index);
+  const auto ipv6 = std::ranges::stable_partition(usable, is_ipv4);
+  std::ranges::sort(ipv6, ipv6_before);
+  std::vector<router::Address> result;
+  for (const LinkAddress& address : usable) append_once(&result, address.address);
   return result;
 }
 
 std::vector<router::Ipv4Detail> Mirror::ipv4_details(std::uint32_t index) const {
   std::vector<router::Ipv4Detail> result;
-  const auto known = addresses_.find(index);
-  if (known == addresses_.end()) return result;
-  for (const LinkAddress& address : known->second) {
-    if (!address.usable || !is_ipv4(address)) continue;
+  for (const LinkAddress& address : usable_addresses(index)) {
+    if (!is_ipv4(address)) continue;
     router::Address peer = address.address;
     peer.octets = address.peer;
     result.push_back({address.address, peer, address.secondary});

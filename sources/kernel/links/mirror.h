@@ -50,6 +50,7 @@ class Mirror {
   bool has_ambiguous_names() const { return !nameless_.empty(); }
 
  private:
+  std::vector<LinkAddress> usable_addresses(std::uint32_t index) const;
   void update_link(const Link& link);
   void remove_link(std::uint32_t index);
   void update_address(const LinkAddress& address);
