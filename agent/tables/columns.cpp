@@ -16,6 +16,11 @@ bool is_control(std::uint8_t octet) {
   return octet < kFirstPrintable || octet == kDelete;
 }
 
+// Most texts are, and need no copy.
+bool is_one_line(mib::Octets text, std::size_t most) {
+  return text.size() <= most && std::ranges::none_of(text, is_control);
+}
+
 }  // namespace
 
 std::vector<std::uint8_t> one_line(mib::Octets text, std::size_t most) {
@@ -29,7 +34,10 @@ std::vector<std::uint8_t> one_line(mib::Octets text, std::size_t most) {
 }
 
 void add_value(const mib::Syntax& syntax, const mib::Value& value, Window* window) {
-  if (syntax.type == mib::Type::kText) return window->add_octets(one_line(value.octets, syntax.most));
+  const bool is_text = syntax.type == mib::Type::kText;
+  if (is_text && !is_one_line(value.octets, syntax.most)) {
+    return window->add_octets(one_line(value.octets, syntax.most));
+  }
   if (is_octet_string(syntax.type)) return window->add_octets(value.octets);
   const bool is_truth = syntax.type == mib::Type::kTruth;
   window->add_number(!is_truth ? value.number : value.number == 1 ? kTruthTrue : kTruthFalse);

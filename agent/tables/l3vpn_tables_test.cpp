@@ -92,6 +92,11 @@ TEST_F(L3vpnTablesTest, TextsAreOneLineOfAtMostTheirSize) {
   EXPECT_EQ(shown("abc\xc3\xa9", 4), "abc") << "not half a character";
   EXPECT_EQ(shown("abc\xc3\xa9", 5), "abc\xc3\xa9");
   EXPECT_EQ(shown("\xe2\x82\xac", 2), "");
+  daemon_.AddVrf("red", {"two\nlines", std::string(257, 'r'), {}});
+  daemon_.AddVrf("blue", {std::string(255, 'd'), "1:1", {}});
+  EXPECT_EQ(Text(cell(kVrf, 3, "red")), "two lines");
+  EXPECT_EQ(Text(cell(kVrf, 4, "red")), std::string(256, 'r'));
+  EXPECT_EQ(Text(cell(kVrf, 3, "blue")), std::string(255, 'd'));
 }
 
 // --- Time stamps
