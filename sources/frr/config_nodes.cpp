@@ -288,10 +288,19 @@ const std::array<Program, kProgramCount> kPrograms{{
     {kManagementProgram, true, managed_nodes, kManagedKinds},
 }};
 
-bool owns(const Program& program, std::string_view path) {
+std::bitset<kProgramCount> programs_of(std::string_view path) {
+  std::bitset<kProgramCount> programs;
   const std::optional<Kind> kind = vrf_config::kind_of(path);
-  if (!kind || std::ranges::find(program.kinds, *kind) == program.kinds.end()) return false;
-  return kind != Kind::kOspf || is_ospf6(path) == (program.nodes == ospf6_nodes);
+  for (std::size_t at = 0; kind && at < kPrograms.size(); ++at) {
+    const Program& program = kPrograms[at];
+    const bool is_of_kind = std::ranges::find(program.kinds, *kind) != program.kinds.end();
+    programs[at] = is_of_kind && (kind != Kind::kOspf || is_ospf6(path) == (program.nodes == ospf6_nodes));
+  }
+  return programs;
+}
+
+bool owns(const Program& program, std::string_view path) {
+  return programs_of(path)[static_cast<std::size_t>(&program - kPrograms.data())];
 }
 
 }  // namespace frr

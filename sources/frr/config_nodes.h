@@ -8,6 +8,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -34,8 +35,9 @@ inline constexpr std::string_view kManagementProgram = "mgmtd";
 inline constexpr std::size_t kProgramCount = 9;
 extern const std::array<Program, kProgramCount> kPrograms;
 
-// Whether the program prints such a node, in some version. A node that is not an item (any more) belongs to
-// no program, so it does not wait for one that does not answer.
+// The programs that print such a node, in some version, by their places in kPrograms. A node that is not an
+// item (any more) belongs to no program, so it does not wait for one that does not answer.
+std::bitset<kProgramCount> programs_of(std::string_view path);
 bool owns(const Program& program, std::string_view path);
 
 }  // namespace frr

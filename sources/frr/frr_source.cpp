@@ -62,9 +62,10 @@ void log_errors(const Program& program, const std::vector<frr::LineError>& error
 }  // namespace
 
 struct FrrSource::Follower {
-  Follower(const Program& followed, const FrrSource::Options& options)
-      : program(followed), conversation(options.shell, followed.name, options.limits) {}
+  Follower(std::size_t at, const FrrSource::Options& options)
+      : place(at), program(frr::kPrograms[at]), conversation(options.shell, program.name, options.limits) {}
 
+  const std::size_t place;  // in frr::kPrograms
   const Program& program;
   frr::Conversation conversation;
   EventTimerId timer = 0;
@@ -95,7 +96,7 @@ FrrSource::FrrSource(const router::Router* router, Options options)
       configured_{kConfigOwnerFrr},
       derived_{kConfigOwnerFrrDerived} {
   for (std::size_t i = 0; i < followers_.size(); ++i) {
-    followers_[i] = std::make_unique<Follower>(frr::kPrograms[i], options_);
+    followers_[i] = std::make_unique<Follower>(i, options_);
     if (frr::kPrograms[i].name == frr::kManagementProgram) management_ = followers_[i].get();
   }
 }
@@ -133,9 +134,8 @@ Status FrrSource::load(std::string* /*error*/) {
     kvtree_config_owned(owned->owner, [owned](const KvConfigNode& node) { owned->nodes.push_back(node); });
   }
   for (const KvConfigNode& node : configured_.nodes) {
-    for (const auto& follower : followers_) {
-      follower->answered = follower->answered || frr::owns(follower->program, node.path);
-    }
+    const auto programs = frr::programs_of(node.path);
+    for (const auto& follower : followers_) follower->answered |= programs[follower->place];
   }
   return kStatusOk;
 }
@@ -311,9 +311,10 @@ Nodes FrrSource::reported(bool by_lost_programs) const {
 
 // Whether a program that is lost or settling may still report the node.
 bool FrrSource::may_be_reported(std::string_view path) const {
-  const bool is_managed = !management_->unknown && frr::owns(management_->program, path);
+  const auto programs = frr::programs_of(path);
+  const bool is_managed = !management_->unknown && programs[management_->place];
   return std::any_of(followers_.begin(), followers_.end(), [&](const auto& follower) {
-    if (follower->unknown || !frr::owns(follower->program, path)) return false;
+    if (follower->unknown || !programs[follower->place]) return false;
     if (follower->answering) return follower->settling;
     return !is_managed || follower.get() == management_;
   });
