@@ -92,19 +92,13 @@ void handle_if_event(const char* if_name, const char* vrf_name, std::uint32_t fi
 
 VtabVrfRecord* create_vrf_record(const char* vrf_name) {
   static constexpr const char* kFunction = "get_vrf_record";
-  Status rc = vtab_lock_dbase(kFunction);
-  if (rc != kStatusOk) {
-    mpls_vpn_error(kFunction, "Unable to lock VTAB database", rc);
-    return nullptr;
-  }
+  Status rc = mpls_vpn_checked(kFunction, "Unable to lock VTAB database", vtab_lock_dbase(kFunction));
+  if (rc != kStatusOk) return nullptr;
   mpls_vpn_debug(VTAB, "Create VTAB record for VRF %s", vrf_name);
   mpls_vpn_trace(kTraceVtab, kStatusOk, "create record of VRF %s", vrf_name);
   VtabVrfRecord* record = vtab_create_vrf_record(vrf_name);
-  rc = vtab_unlock_dbase();
-  if (rc != kStatusOk) {
-    mpls_vpn_error(kFunction, "Unable to unlock VTAB database", rc);
-    return nullptr;
-  }
+  rc = mpls_vpn_checked(kFunction, "Unable to unlock VTAB database", vtab_unlock_dbase());
+  if (rc != kStatusOk) return nullptr;
   if (record == nullptr) {
     mpls_vpn_report_failure(ERR, kStatusNoVrfRecord, "vtab_create_vrf_record() returned NULL record");
   }
@@ -156,10 +150,8 @@ Status vrf_cb(const char* vrf_name) {
   std::uint32_t event = 0;
   std::uint32_t unused = 0;
   const Status rc = vtab_lock_begin_access_vrf_record(vrf_name, &record, &event, &unused);
-  if (rc != kStatusOk) {
-    mpls_vpn_error(__func__, "Error received from vtab_lock_begin_access_vrf_record", rc);
-    return kStatusOk;
-  }
+  mpls_vpn_checked(__func__, "Error received from vtab_lock_begin_access_vrf_record", rc);
+  if (rc != kStatusOk) return kStatusOk;
   if (record == nullptr) {
     mpls_vpn_report_failure(ERR, kStatusNoVrfRecord, "VRF Callback vrf_rec is NULL!!!");
     return kStatusOk;
@@ -186,10 +178,8 @@ Status if_cb(const char* if_name, const char* vrf_name) {
   std::uint32_t unused[2] = {};
   const Status rc = vtab_lock_begin_access_if_record(if_name, vrf_name, &record, &first_code, &second_code,
                                                      &unused[0], &unused[1]);
-  if (rc != kStatusOk) {
-    mpls_vpn_error(__func__, "Error received from vtab_lock_begin_access_if_record", rc);
-    return kStatusOk;
-  }
+  mpls_vpn_checked(__func__, "Error received from vtab_lock_begin_access_if_record", rc);
+  if (rc != kStatusOk) return kStatusOk;
   if (record == nullptr) {
     mpls_vpn_report_failure(ERR, kStatusNoSuchRow, "Could not find IF record %d", kRecordNotFound);
     return kStatusOk;

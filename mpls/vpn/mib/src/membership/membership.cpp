@@ -215,10 +215,7 @@ void mpls_vpn_mib_vrf_complete_missing(VtabVrfRecord* record) {
   if (attributes->rd != nullptr) return;
   std::array<char, kRdTextSize> text{};
   const Status rc = bgp_vpn_rd_get(record->vrf_name, text.data(), text.size());
-  if (rc != kStatusOk) {
-    mpls_vpn_error(__func__, "bgp_vpn_rd_get failed", rc);
-    return;
-  }
+  if (mpls_vpn_checked(__func__, "bgp_vpn_rd_get failed", rc) != kStatusOk) return;
   mpls_vpn_debug(VMAP, "RD get succeeded for vrf %s, RD = %s", record->vrf_name, text.data());
   attributes->rd = text_copy(text.data());
   if (attributes->rd == nullptr) {

@@ -29,11 +29,8 @@ Status prov_encode_parcel(KvReply* reply, void* record, const ParcelDescription*
   std::uint8_t* data = nullptr;
   std::size_t length = 0;
   const Status rc = parcel_encode(description, record, &data, &length);
-  if (rc == kStatusOk) {
-    *reply = {kKvKindRecord, data, length};
-  } else {
-    mpls_vpn_error("prov_encode_parcel", "parcel_encode failed", rc);
-  }
+  mpls_vpn_checked("prov_encode_parcel", "parcel_encode failed", rc);
+  if (rc == kStatusOk) *reply = {kKvKindRecord, data, length};
   prov_release_parcel(record, description, "prov_encode_parcel");
   return rc;
 }

@@ -27,10 +27,7 @@ void notify_watchers(const mpls_vpn_mib_trap& trap, const std::uint8_t* data, st
   const KvProviderNotification notification = {"trap_msg", kNotificationClass, kKvKindRecord, {}, data,
                                                length};
   const Status rc = kvtree_prov_notify(prov_kvtree_conn_h, &notification);
-  if (rc != kStatusOk) {
-    mpls_vpn_error(kGenerate, "Could not generate PROV notification", rc);
-    return;
-  }
+  if (mpls_vpn_checked(kGenerate, "Could not generate PROV notification", rc) != kStatusOk) return;
   mpls_vpn_debug(PROV, "Generate MPLS VPN MIB trap notification. trap type = %d, vrf = %s",
                  static_cast<int>(trap.trapType), mpls_vpn_shown(trap.vrfName));
 }
@@ -48,9 +45,7 @@ void generate_trap_notification(std::uint32_t trap_type, const char* vrf_name, s
   std::uint8_t* data = nullptr;
   std::size_t length = 0;
   const Status rc = parcel_encode(&kMibTrapParcel, &trap, &data, &length);
-  if (rc != kStatusOk) {
-    mpls_vpn_error(kGenerate, "parcel_encode failed", rc);
-  } else {
+  if (mpls_vpn_checked(kGenerate, "parcel_encode failed", rc) == kStatusOk) {
     notify_watchers(trap, data, length);
   }
   prov_release_parcel(&trap, &kMibTrapParcel, kGenerate);
