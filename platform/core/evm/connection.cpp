@@ -30,8 +30,6 @@ struct EventConn {
   EventManager* manager;
   EventConnOpen open;
   void* handle;
-  std::uint32_t options;
-  std::uint32_t mask = kEventConnOpened;
   EventConnClose close = nullptr;
   int watched_fd = -1;  // our duplicate
   EventTimerId retry_timer = 0;
@@ -59,14 +57,14 @@ void stop_watching(EventConn* connection) {
 }
 
 void run_close_handler(const EventConn* connection) {
-  if ((connection->mask & kEventConnClosed) == 0 || connection->close == nullptr) return;
+  if (connection->close == nullptr) return;
   if (const Status status = connection->close(connection->handle))
     log_error("evm", "close handler of a managed connection: %s", err_text(status));
 }
 
 void on_end(EventConn* connection) {
   stop_watching(connection);
-  if ((connection->mask & kEventConnOpened) != 0) schedule_open(connection);
+  schedule_open(connection);
   run_close_handler(connection);  // last: it may destroy the connection
 }
 
@@ -83,23 +81,19 @@ Status watch_descriptor(EventConn* connection, int fd) {
   return kStatusOk;
 }
 
-// The status of a failed open, which schedules another attempt if the option is set.
-Status open_failed(EventConn* connection) {
-  if ((connection->options & kEventConnRetries) == 0) return kStatusNotConnected;
-  schedule_open(connection);
-  return kStatusConnectionRetry;
-}
-
 Status try_open(EventConn* connection) {
   const int fd = connection->open(connection->handle, connection->manager);
-  if (fd < 0) return open_failed(connection);
-  if (const Status status = watch_descriptor(connection, fd)) {
+  const Status status = fd < 0 ? kStatusNotConnected : watch_descriptor(connection, fd);
+  if (status == kStatusOk) {
+    connection->retry_after = kFirstRetry;
+    return kStatusOk;
+  }
+  if (fd >= 0) {
     log_error("evm", "a managed connection cannot be watched: %s", err_text(status));
     run_close_handler(connection);
-    return open_failed(connection);
   }
-  connection->retry_after = kFirstRetry;
-  return kStatusOk;
+  schedule_open(connection);
+  return kStatusConnectionRetry;
 }
 
 }  // namespace
@@ -108,20 +102,14 @@ Status event_conn_create(EventManager* manager, EventConnOpen open, void* handle
                          EventConn** connection) {
   if (const Status status = fault_check("event_conn_create")) return status;
   if (manager == nullptr || open == nullptr || connection == nullptr) return kStatusInvalid;
-  auto made = std::make_unique<EventConn>();
-  made->manager = manager;
-  made->open = open;
-  made->handle = handle;
-  made->options = options;
-  *connection = made.release();
+  if (options != kEventConnRetries) return kStatusInvalid;
+  *connection = std::make_unique<EventConn>(EventConn{manager, open, handle}).release();
   return kStatusOk;
 }
 
 Status event_conn_notify(EventConn* connection, std::uint32_t mask, EventConnClose close) {
   if (const Status status = fault_check("event_conn_notify")) return status;
-  if ((mask & ~(kEventConnOpened | kEventConnClosed)) != 0) return kStatusInvalid;
-  if ((mask & kEventConnClosed) != 0 && close == nullptr) return kStatusInvalid;
-  connection->mask = mask;
+  if (mask != kEventConnBoth || close == nullptr) return kStatusInvalid;
   connection->close = close;
   return kStatusOk;
 }

@@ -155,35 +155,13 @@ TEST_F(ManagedConnectionTest, DataIsNotTheManagersConcern) {
   EXPECT_TRUE(event_conn_is_open(connection));
 }
 
-TEST_F(ManagedConnectionTest, WithoutTheRetryOptionAFailedOpenIsFinal) {
-  EventConn* once = nullptr;
-  ASSERT_EQ(event_conn_create(manager, Service::Open, &service, 0, &once), kStatusOk);
-  service.refuses = true;
-  EXPECT_EQ(event_conn_open(once), kStatusNotConnected);
-  Advance(60 * kNanosecondsPerSecond);
-  EXPECT_EQ(service.opens, 1);
-  event_conn_destroy(once);
-}
-
-TEST_F(ManagedConnectionTest, MaskSelectsTheActionsAtTheEnd) {
-  ASSERT_EQ(event_conn_notify(connection, kEventConnClosed, Service::Close), kStatusOk);
-  ASSERT_EQ(event_conn_open(connection), kStatusOk);
-  service.HangUp();
-  event_run_pending(manager);
-  EXPECT_EQ(service.closes, 1);
-  Advance(60 * kNanosecondsPerSecond);
-  EXPECT_EQ(service.opens, 1);  // not opened again
-}
-
-TEST_F(ManagedConnectionTest, BadMasksAreRefused) {
-  EXPECT_EQ(event_conn_notify(connection, 0x1, Service::Close), kStatusInvalid);
-  EXPECT_EQ(event_conn_notify(connection, kEventConnClosed, nullptr), kStatusInvalid);
-}
-
-TEST_F(ManagedConnectionTest, MissingArgumentsAreRefused) {
+TEST_F(ManagedConnectionTest, InvalidArgumentsAreRefused) {
+  EXPECT_EQ(event_conn_notify(connection, 0x4000, Service::Close), kStatusInvalid);
+  EXPECT_EQ(event_conn_notify(connection, kEventConnBoth, nullptr), kStatusInvalid);
   EventConn* other = nullptr;
-  EXPECT_EQ(event_conn_create(nullptr, Service::Open, &service, 0, &other), kStatusInvalid);
-  EXPECT_EQ(event_conn_create(manager, nullptr, &service, 0, &other), kStatusInvalid);
+  EXPECT_EQ(event_conn_create(manager, Service::Open, &service, 0, &other), kStatusInvalid);
+  EXPECT_EQ(event_conn_create(nullptr, Service::Open, &service, kEventConnRetries, &other), kStatusInvalid);
+  EXPECT_EQ(event_conn_create(manager, nullptr, &service, kEventConnRetries, &other), kStatusInvalid);
   EXPECT_EQ(other, nullptr);
 }
 

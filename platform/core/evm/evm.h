@@ -89,19 +89,20 @@ void event_set_acceptor(EventManager* manager, std::function<void(int fd)> accep
 // doubling, at most 5 s; from 100 ms again after an open that succeeded).
 using EventConnOpen = int (*)(void* handle, EventManager* manager);  // descriptor, or -1
 using EventConnClose = Status (*)(void* handle);
-inline constexpr std::uint32_t kEventConnRetries = 2;      // the option "retry forever"
-inline constexpr std::uint32_t kEventConnOpened = 0x2000;  // mask: open again after the connection ended
-inline constexpr std::uint32_t kEventConnClosed = 0x4000;  // mask: call the close handler when it ended
-// Fault points "event_conn_create", "event_conn_notify", "event_conn_open".
+// The only option, to retry forever, and the only mask: after the end of a connection open again (0x2000) and
+// call the close handler (0x4000).
+inline constexpr std::uint32_t kEventConnRetries = 2;
+inline constexpr std::uint32_t kEventConnBoth = 0x6000;
+// kStatusInvalid for another option. Fault points "event_conn_create", "event_conn_notify",
+// "event_conn_open".
 [[nodiscard]] Status event_conn_create(EventManager* manager, EventConnOpen open, void* handle,
                                        std::uint32_t options, EventConn** connection);
-// Before it is called the mask is kEventConnOpened. kStatusInvalid for other bits, or for kEventConnClosed
-// without a handler.
+// Sets the close handler. kStatusInvalid for another mask, or without a handler.
 [[nodiscard]] Status event_conn_notify(EventConn* connection, std::uint32_t mask, EventConnClose close);
 // Calls the open handler at once: 0 if it returned a descriptor (or the connection is open already),
-// kStatusConnectionRetry if it did not and will be called again, kStatusNotConnected if it did not and the
-// option to retry is not set. The descriptor belongs to the handler's owner: the manager watches it for
-// hang-up and errors only, then calls the close handler once and schedules the next open.
+// kStatusConnectionRetry if it did not and will be called again. The descriptor belongs to the handler's
+// owner: the manager watches it for hang-up and errors only, then calls the close handler once and schedules
+// the next open.
 [[nodiscard]] Status event_conn_open(EventConn* connection);
 bool event_conn_is_open(const EventConn* connection);
 // Stops watching and retrying. The close handler is not called: the descriptor is the caller's. Null is
