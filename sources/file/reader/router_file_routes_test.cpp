@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 #include "platform/router/model/route_test_support.h"
@@ -86,17 +87,11 @@ TEST(RoutesInAFile, EveryTypeAndProtocolHasItsNumber) {
         OneRoute("prefix: 0.0.0.0/0, type: " + std::string(types[number - 1]) + next_hop);
     EXPECT_EQ(static_cast<int>(route.type), number);
   }
-  for (const auto& [word, number] : std::vector<std::pair<std::string, int>>{{"other", 1},
-                                                                             {"local", 2},
-                                                                             {"netmgmt", 3},
-                                                                             {"static", 3},
-                                                                             {"icmp", 4},
-                                                                             {"rip", 8},
-                                                                             {"isis", 9},
-                                                                             {"ospf", 13},
-                                                                             {"bgp", 14},
-                                                                             {"eigrp", 16},
-                                                                             {"dvmrp", 17}}) {
+  const std::string protocols =
+      "other 1 local 2 netmgmt 3 static 3 icmp 4 rip 8 isis 9 ospf 13 bgp 14 eigrp 16 dvmrp 17";
+  std::istringstream in(protocols);
+  int number = 0;
+  for (std::string word; in >> word >> number;) {
     const router::Route route = OneRoute("prefix: 0.0.0.0/0, type: reject, protocol: " + word);
     EXPECT_EQ(static_cast<int>(route.protocol), number) << word;
   }

@@ -35,46 +35,33 @@ TEST(RouterFile, VrfHasEveryWrittenAttribute) {
   EXPECT_EQ(red.id, 7U);
   EXPECT_EQ(red.ipv4_table, 10U);
   EXPECT_EQ(red.ipv6_table, 10U);
-  EXPECT_EQ(red.ipv4_multicast_table, 0U);
-  EXPECT_EQ(red.ipv6_multicast_table, 0U);
   EXPECT_EQ(red.description, "the red customer");
   EXPECT_EQ(red.rd, "65000:100");
   EXPECT_EQ(red.flags, router::kVrfFlagBig);
   EXPECT_THAT(file.references, IsEmpty());
 }
 
-TEST(RouterFile, IdIsTheTablesNumberWhenLeftOut) {
-  const router::Vrf vrf = Read("vrfs: [{name: red, table: 10}]").vrfs.at(0);
-  EXPECT_EQ(vrf.id, 10U);
-  EXPECT_EQ(vrf.ipv4_table, 10U);
+// "ID: IPV4 IPV6 IPV4-MULTICAST IPV6-MULTICAST" of a VRF with these keys.
+std::string IdAndTables(const std::string& keys) {
+  const router::Vrf vrf = Read("vrfs: [{name: red, " + keys + "}]").vrfs.at(0);
+  std::string text = std::to_string(vrf.id) + ":";
+  for (const std::uint32_t table :
+       {vrf.ipv4_table, vrf.ipv6_table, vrf.ipv4_multicast_table, vrf.ipv6_multicast_table}) {
+    text += " " + std::to_string(table);
+  }
+  return text;
 }
 
-TEST(RouterFile, TableIsTheIdsNumberWhenLeftOut) {
-  const router::Vrf vrf = Read("vrfs: [{name: red, id: 10}]").vrfs.at(0);
-  EXPECT_EQ(vrf.ipv4_table, 10U);
-  EXPECT_EQ(vrf.ipv6_table, 10U);
-  EXPECT_EQ(vrf.flags, 0U);
+TEST(RouterFile, IdAndTableAreTheDefaultOfEachOther) {
+  EXPECT_EQ(IdAndTables("table: 10"), "10: 10 10 0 0");
+  EXPECT_EQ(IdAndTables("id: 10"), "10: 10 10 0 0");
+  EXPECT_EQ(IdAndTables("tables: {ipv6: 11}"), "11: 0 11 0 0");
 }
 
 TEST(RouterFile, TablesNameEachFamilyAndTheOthersHaveNone) {
-  const router::Vrf vrf =
-      Read("vrfs: [{name: red, id: 5, tables: {ipv6: 11, ipv4-multicast: 12, ipv6-multicast: 13}}]")
-          .vrfs.at(0);
-  EXPECT_EQ(vrf.id, 5U);
-  EXPECT_EQ(vrf.ipv4_table, 0U);
-  EXPECT_EQ(vrf.ipv6_table, 11U);
-  EXPECT_EQ(vrf.ipv4_multicast_table, 12U);
-  EXPECT_EQ(vrf.ipv6_multicast_table, 13U);
-}
-
-TEST(RouterFile, IdIsTheFirstOfTheTablesWhenLeftOut) {
-  EXPECT_EQ(Read("vrfs: [{name: red, tables: {ipv6: 11}}]").vrfs.at(0).id, 11U);
-}
-
-TEST(RouterFile, EmptyTablesGiveAVrfWithoutTables) {
-  const router::Vrf vrf = Read("vrfs: [{name: red, id: 5, tables: {}}]").vrfs.at(0);
-  EXPECT_EQ(vrf.ipv4_table, 0U);
-  EXPECT_EQ(vrf.ipv6_table, 0U);
+  EXPECT_EQ(IdAndTables("id: 5, tables: {ipv6: 11, ipv4-multicast: 12, ipv6-multicast: 13}"),
+            "5: 0 11 12 13");
+  EXPECT_EQ(IdAndTables("id: 5, tables: {}"), "5: 0 0 0 0");
 }
 
 TEST(RouterFile, TwoVrfsMayShareATable) {
@@ -131,6 +118,7 @@ TEST(RouterFile, RangesIncludeTheirEnds) {
   EXPECT_EQ(Read("interfaces: [{name: a, index: 2147483647}]").interfaces.at(0).index, 2147483647U);
   EXPECT_EQ(Read("vrfs: [{name: a, id: 4294967295}]").vrfs.at(0).id, 4294967295U);
   EXPECT_EQ(Read("vrfs: [{name: a, id: 2}]").vrfs.at(0).id, 2U);
+  EXPECT_EQ(Read("vrfs: [{name: a, id: 2}]").vrfs.at(0).flags, 0U) << "not big";
 }
 
 TEST(RouterFile, EmptySectionsAreAnEmptyRouter) {
