@@ -51,6 +51,11 @@ class TrapFeedTest : public agent_test::SubAgentTest {
     for (unsigned long i = first; i <= last; ++i) all.push_back(i);
     return all;
   }
+  // Takes the subscription of the sub-agent over.
+  void SubscribeAs(kvtree::Client* other) {
+    ASSERT_EQ(other->connect(), kStatusOk);
+    ASSERT_EQ(other->subscribe("/oper/mpls_vpn/gl/", "snmp").status, kStatusOk);
+  }
   void AnswerAll(agentx::Error error = agentx::Error::kNone) {
     for (const agentx::Header& header : std::exchange(unanswered_, {})) Answer(header, error);
   }
@@ -91,8 +96,7 @@ TEST_F(TrapFeedTest, NothingIsAcknowledgedBeforeTheMasterAnswered) {
   Expect(3);
   // Another subscriber of this name is given what the daemon still keeps.
   kvtree::Client other(daemon_.socket(), std::chrono::milliseconds(5000));
-  ASSERT_EQ(other.connect(), kStatusOk);
-  ASSERT_EQ(other.subscribe("/oper/mpls_vpn/gl/", "snmp").status, kStatusOk);
+  SubscribeAs(&other);
   EXPECT_EQ(other.next_notification(std::chrono::milliseconds(5000)).sequence, 1U);
 }
 
@@ -101,8 +105,7 @@ TEST_F(TrapFeedTest, AnsweredTrapsAreAcknowledged) {
   daemon_.RaiseTraps(2, "RED", 0, 3);
   Expect(3);
   kvtree::Client other(daemon_.socket(), std::chrono::milliseconds(5000));
-  ASSERT_EQ(other.connect(), kStatusOk);
-  ASSERT_EQ(other.subscribe("/oper/mpls_vpn/gl/", "snmp").status, kStatusOk);
+  SubscribeAs(&other);
   EXPECT_EQ(other.next_notification(std::chrono::milliseconds(1)).status, kStatusTimedOut);
 }
 
@@ -155,8 +158,7 @@ TEST_F(TrapFeedTest, LostConnectionToTheDaemonNeitherLosesNorRepeats) {
   {
     // Taking the subscription over and leaving again ends the sub-agent's connection, not the daemon.
     kvtree::Client other(daemon_.socket(), std::chrono::milliseconds(5000));
-    ASSERT_EQ(other.connect(), kStatusOk);
-    ASSERT_EQ(other.subscribe("/oper/mpls_vpn/gl/", "snmp").status, kStatusOk);
+    SubscribeAs(&other);
   }
   Run();
   daemon_.RaiseTraps(2, "RED", 0, 1);

@@ -3,11 +3,8 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdlib>
-
 #include "agent/agentx/master_test_support.h"
-#include "mpls/vpn/mib/src/records/layouts.h"
-#include "platform/core/parcel/parcel.h"
+#include "agent/tables/tables_test_support.h"
 
 namespace {
 
@@ -16,12 +13,7 @@ using ::testing::ElementsAre;
 
 kvtree::Octets encoded(std::uint32_t type, std::string vrf = "RED") {
   const mpls_vpn_mib_trap trap = {type, vrf.data(), 7, 2, 1, 100, 200, 4'000'000'000, 5};
-  std::uint8_t* data = nullptr;
-  std::size_t length = 0;
-  EXPECT_EQ(parcel_encode(&kMibTrapParcel, &trap, &data, &length), kStatusOk);
-  kvtree::Octets octets(data, data + length);
-  std::free(data);
-  return octets;
+  return agent_test::encode(kMibTrapParcel, &trap);
 }
 
 // "name type value" of each variable; names without what all share.

@@ -19,15 +19,6 @@ constexpr std::int32_t kLocal = 3;  // a route without next hop
 constexpr std::string_view kScalars = "/oper/mpls_vpn/gl/scalars";
 constexpr std::string_view kExactRoutes = "/oper/mpls_vpn/gl/route/";
 
-kvtree::Octets encode(const ParcelDescription& description, const void* record) {
-  std::uint8_t* data = nullptr;
-  std::size_t length = 0;
-  EXPECT_EQ(parcel_encode(&description, record, &data, &length), kStatusOk);
-  kvtree::Octets octets(data, data + length);
-  std::free(data);
-  return octets;
-}
-
 std::string decode_component(const std::string& component) {
   char* text = nullptr;
   EXPECT_EQ(kvtree_string_decode(component.c_str(), &text), kStatusOk) << component;
@@ -76,6 +67,15 @@ void append(std::vector<std::uint8_t>* octets, std::uint32_t number) {
 }
 
 }  // namespace
+
+kvtree::Octets encode(const ParcelDescription& description, const void* record) {
+  std::uint8_t* data = nullptr;
+  std::size_t length = 0;
+  EXPECT_EQ(parcel_encode(&description, record, &data, &length), kStatusOk);
+  kvtree::Octets octets(data, data + length);
+  std::free(data);
+  return octets;
+}
 
 kvtree::Octets FakeDaemon::InterfaceRecord(const std::string& vrf, std::uint32_t index,
                                            std::uint8_t protocols) {

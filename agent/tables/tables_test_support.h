@@ -32,6 +32,9 @@ struct RouteKey {
   std::vector<std::uint8_t> next_hop;
 };
 
+// The record as the daemon sends it.
+kvtree::Octets encode(const ParcelDescription& description, const void* record);
+
 // "10.1.0.0/16", "::/0"; an empty next hop is none.
 RouteKey route_key(const std::string& vrf, const std::string& prefix, const std::string& next_hop);
 
