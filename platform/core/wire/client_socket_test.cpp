@@ -155,13 +155,13 @@ TEST_F(OtherServerTest, ThatSendsRubbishIsABadMessage) {
 TEST(PeerTest, OwnUserMayChange) {
   std::array<int, 2> pair{-1, -1};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair.data()), 0);
-  EXPECT_TRUE(peer_may_change(pair[0]));
+  EXPECT_EQ(peer_role(read_peer(pair[0])), Role::kConfigure);
   ::close(pair[0]);
   ::close(pair[1]);
 }
 
 TEST(PeerTest, OtherDescriptorsMayNot) {
-  EXPECT_FALSE(peer_may_change(STDERR_FILENO));
+  EXPECT_EQ(peer_role(read_peer(STDERR_FILENO)), Role::kRead);
 }
 
 // A peer of another user, with these groups.
@@ -186,7 +186,7 @@ bool PeerOfAnotherUserMayChange(const std::vector<gid_t>& groups) {
     _exit(1);
   }
   EXPECT_TRUE(event_run_pending(manager, 10'000'000'000));
-  const bool result = peer_may_change(accepted);
+  const bool result = peer_role(read_peer(accepted)) == Role::kConfigure;
   EXPECT_EQ(write(pair[1], "x", 1), 1);
   int status = -1;
   EXPECT_EQ(waitpid(child, &status, 0), child);

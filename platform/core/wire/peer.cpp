@@ -1,4 +1,5 @@
-// The peer of a Unix socket: the kernel reports its credentials as of its connect.
+#include "platform/core/wire/peer.h"
+
 #include <grp.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -8,8 +9,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <optional>
-
-#include "platform/core/wire/wire.h"
 
 namespace wire {
 
@@ -47,16 +46,20 @@ std::vector<gid_t> peer_groups(int fd) {
 
 }  // namespace
 
-bool peer_may_change(int fd) {
+Peer read_peer(int fd) {
   ucred credentials{};
   socklen_t size = sizeof credentials;
-  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return false;
-  if (credentials.uid == 0 || credentials.uid == geteuid()) return true;
+  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return {};
+  return {credentials.uid, credentials.gid, credentials.pid, peer_groups(fd)};
+}
+
+Role peer_role(const Peer& peer) {
+  if (peer.uid == 0 || peer.uid == geteuid()) return Role::kConfigure;
   const std::optional<gid_t> administrators = administrators_gid();
-  if (!administrators) return false;
-  if (credentials.gid == *administrators) return true;
-  const std::vector<gid_t> groups = peer_groups(fd);
-  return std::find(groups.begin(), groups.end(), *administrators) != groups.end();
+  if (!administrators) return Role::kRead;
+  const bool is_member = peer.gid == *administrators || std::find(peer.groups.begin(), peer.groups.end(),
+                                                                  *administrators) != peer.groups.end();
+  return is_member ? Role::kConfigure : Role::kRead;
 }
 
 }  // namespace wire

@@ -42,14 +42,11 @@ void set_output_barrier(std::function<void()> barrier) {
 
 // --- Connection
 
-Connection::Connection(Server* server, int fd, std::uint64_t id) : server_(server), fd_(fd), id_(id) {}
+Connection::Connection(Server* server, int fd, std::uint64_t id, Peer peer)
+    : server_(server), fd_(fd), id_(id), peer_(std::move(peer)), role_(peer_role(peer_)) {}
 
 Connection::~Connection() {
   if (fd_ >= 0) ::close(fd_);
-}
-
-bool Connection::may_change() const {
-  return open() && peer_may_change(fd_);
 }
 
 void Connection::send(std::uint16_t type, std::uint32_t request, OctetSpan payload) {
@@ -266,13 +263,17 @@ void Server::stop() {
 }
 
 void Server::adopt(int fd) {
+  adopt(fd, read_peer(fd));
+}
+
+void Server::adopt(int fd, Peer peer) {
   if (clients_.size() >= limits_.max_clients) {
     log_warning(name_.c_str(), "a client was turned away: there are %zu already", clients_.size());
     ::close(fd);
     return;
   }
   const std::uint64_t id = next_id_++;
-  const auto connection = std::make_shared<Connection>(this, fd, id);
+  const auto connection = std::make_shared<Connection>(this, fd, id, std::move(peer));
   connection->watched_ = EPOLLIN;
   Connection* raw = connection.get();
   const Status status =

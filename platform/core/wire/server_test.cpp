@@ -271,6 +271,19 @@ TEST_F(WireServerTest, HandlerMayCloseAnotherClient) {
   EXPECT_TRUE(IsClosed(killer));
 }
 
+// --- Peers
+
+TEST_F(WireServerTest, ClientHasTheCredentialsAndTheRoleOfItsPeer) {
+  ConnectRaw();
+  const Connection* own = server->find(1);
+  EXPECT_EQ(own->peer().uid, geteuid());
+  EXPECT_EQ(own->peer().pid, getpid());
+  EXPECT_EQ(own->role(), Role::kConfigure);
+  ConnectRaw({60001, 60001, 0, {}});
+  EXPECT_EQ(server->find(2)->peer().uid, 60001U);
+  EXPECT_FALSE(server->find(2)->may_change());
+}
+
 // --- The barrier before output
 
 TEST_F(WireServerTest, HeldClientIsServedAgainWhenItIsReleased) {

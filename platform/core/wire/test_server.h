@@ -73,13 +73,24 @@ class WireServerTest : public ::testing::Test {
     connection->release();
   }
 
-  // One end of a socket pair; the server has the other.
+  // One end of a socket pair; the server has the other and asks the kernel for the peer.
   int ConnectRaw() {
+    const int server_end = OpenPair();
+    server->adopt(server_end);
+    return raw_clients.back();
+  }
+  // A client that pretends to be this peer.
+  int ConnectRaw(const Peer& peer) {
+    const int server_end = OpenPair();
+    server->adopt(server_end, peer);
+    return raw_clients.back();
+  }
+  // Keeps one end as a raw client and returns the other.
+  int OpenPair() {
     std::array<int, 2> pair{-1, -1};
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair.data()), 0);
-    server->adopt(pair[1]);
     raw_clients.push_back(pair[0]);
-    return pair[0];
+    return pair[1];
   }
   static void Write(int fd, const Octets& octets) {
     ASSERT_EQ(write(fd, octets.data(), octets.size()), static_cast<ssize_t>(octets.size()));

@@ -29,6 +29,7 @@
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/core/wire/peer.h"
 
 namespace wire {
 
@@ -120,7 +121,7 @@ class Server;
 // receives the answers to its requests.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
-  Connection(Server* server, int fd, std::uint64_t id);
+  Connection(Server* server, int fd, std::uint64_t id, Peer peer);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -128,8 +129,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::uint64_t id() const { return id_; }  // a server never reuses it
   bool open() const { return fd_ >= 0; }
   std::size_t queued() const { return out_.size() - out_start_; }  // unsent octets
-  // The peer is root, the process's own user or an administrator (peer_may_change below).
-  bool may_change() const;
+  const Peer& peer() const { return peer_; }
+  Role role() const { return role_; }
+  bool may_change() const { return role_ == Role::kConfigure; }
 
   // Queues one message. Messages that are queued while a message of this client is handled leave with one
   // write after it; others are written at once, as far as the peer accepts them. Beyond close_octets the
@@ -164,6 +166,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Server* server_;
   int fd_;
   std::uint64_t id_;
+  Peer peer_;
+  Role role_;                   // determined once: the name service may be slow
   std::uint32_t watched_ = 0;   // epoll events asked for
   bool handling_ = false;       // queued messages leave after the message at hand
   bool continuing_ = false;     // a continuation is posted
@@ -203,6 +207,7 @@ class Server {
   void stop();   // closes every client
   // Takes over a connected socket as if it had been accepted; closes it when there are too many clients.
   void adopt(int fd);
+  void adopt(int fd, Peer peer);
   std::size_t client_count() const { return clients_.size(); }
   Connection* find(std::uint64_t id) const;                      // null for an ended connection
   void for_each(const std::function<void(Connection&)>& visit);  // the visitor may close any client
@@ -220,10 +225,6 @@ class Server {
   std::uint64_t next_id_ = 1;
   std::map<std::uint64_t, std::shared_ptr<Connection>> clients_;
 };
-
-// Whether the peer of this connected Unix socket may change things: it is root, has this process's effective
-// user, or is in the administrators' group ("mpls_vpn_admin", or what MPLS_VPN_MIB_ADMIN_GROUP names).
-bool peer_may_change(int fd);
 
 // --- Client side ---------------------------------------------------------------------------------
 
