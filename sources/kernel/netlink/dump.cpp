@@ -30,6 +30,8 @@ Dump::Progress Dump::step(unsigned datagrams, const MessageReader& read) {
       case Received::kDatagram:
         progress = read_datagram(datagram, read);
         break;
+      case Received::kForeign:
+        break;
       case Received::kNothing:
         return Progress::kWaiting;
       case Received::kLost:

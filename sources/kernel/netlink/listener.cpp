@@ -51,6 +51,8 @@ void EventListener::read() {
       case Received::kDatagram:
         client_->on_datagram(datagram);
         break;
+      case Received::kForeign:
+        break;
       case Received::kNothing:
         drained_ = true;
         break;

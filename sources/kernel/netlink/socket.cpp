@@ -1,7 +1,9 @@
 // libmnl with ownership, and without its pitfalls.
 //
-// Receives with recvmsg(2) instead of mnl_socket_recvfrom(), which does not return the sender: another
-// process with the privilege may send to our port, and a forged deletion would be accepted.
+// The socket is connected to the kernel, so that the kernel refuses what other processes send to our port:
+// they get ECONNREFUSED. What they send to a group still arrives (it takes CAP_NET_ADMIN). recvmsg(2), unlike
+// mnl_socket_recvfrom(), returns the sender, and a call receives one datagram only, so that the caller's
+// bound includes foreign ones.
 //
 // The receive buffer starts at libmnl's dump size (32 kB, the largest datagram of a dump). A link message can
 // be longer on cards with many virtual functions. Then MSG_TRUNC reports the true length, the buffer grows to
@@ -26,6 +28,13 @@ Status last_error() {
   return static_cast<Status>(errno);
 }
 
+bool connect_to_kernel(int fd) {
+  sockaddr_nl kernel{};
+  kernel.nl_family = AF_NETLINK;
+  const void* place = &kernel;
+  return connect(fd, static_cast<const sockaddr*>(place), sizeof kernel) == 0;
+}
+
 }  // namespace
 
 void NetlinkSocket::Closer::operator()(mnl_socket* socket) const {
@@ -36,7 +45,7 @@ Status NetlinkSocket::open() {
   if (Status status = fault_check(faults_.open)) return status;
   socket_.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
   if (socket_ == nullptr) return last_error();
-  if (mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
+  if (mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) < 0 || !connect_to_kernel(fd())) {
     const Status status = last_error();
     socket_.reset();
     return status;
@@ -78,6 +87,7 @@ Status NetlinkSocket::send(DumpRequest request) {
 Received NetlinkSocket::receive_failed(int error) {
   switch (error) {
     case EAGAIN:
+    case EINTR:
       return Received::kNothing;
     case ENOBUFS:
     case ENOMEM:
@@ -90,27 +100,24 @@ Received NetlinkSocket::receive_failed(int error) {
 
 Received NetlinkSocket::receive(std::span<const std::uint8_t>* datagram) {
   if (Status status = fault_check(faults_.receive)) return receive_failed(static_cast<int>(status));
-  for (;;) {
-    sockaddr_nl sender{};
-    iovec vector{buffer_.data(), buffer_.size()};
-    msghdr header{};
-    header.msg_name = &sender;
-    header.msg_namelen = sizeof sender;
-    header.msg_iov = &vector;
-    header.msg_iovlen = 1;
-    const ssize_t length = recvmsg(fd(), &header, MSG_TRUNC);
-    if (length < 0 && errno == EINTR) continue;
-    if (length < 0) return receive_failed(errno);
-    const bool from_kernel = header.msg_namelen == sizeof sender && sender.nl_pid == 0;
-    if (!from_kernel) continue;
-    const auto size = static_cast<std::size_t>(length);
-    if (size > buffer_.size()) {
-      buffer_.resize(std::min(std::max(size, buffer_.size()), kBufferMax));
-      return Received::kLost;
-    }
-    *datagram = std::span<const std::uint8_t>(buffer_.data(), size);
-    return Received::kDatagram;
+  sockaddr_nl sender{};
+  iovec vector{buffer_.data(), buffer_.size()};
+  msghdr header{};
+  header.msg_name = &sender;
+  header.msg_namelen = sizeof sender;
+  header.msg_iov = &vector;
+  header.msg_iovlen = 1;
+  const ssize_t length = recvmsg(fd(), &header, MSG_TRUNC);
+  if (length < 0) return receive_failed(errno);
+  const bool from_kernel = header.msg_namelen == sizeof sender && sender.nl_pid == 0;
+  if (!from_kernel) return Received::kForeign;
+  const auto size = static_cast<std::size_t>(length);
+  if (size > buffer_.size()) {
+    buffer_.resize(std::min(std::max(size, buffer_.size()), kBufferMax));
+    return Received::kLost;
   }
+  *datagram = std::span<const std::uint8_t>(buffer_.data(), size);
+  return Received::kDatagram;
 }
 
 }  // namespace kernel

@@ -19,6 +19,7 @@ namespace kernel {
 enum class Received {
   kDatagram,
   kNothing,  // no datagram is waiting
+  kForeign,  // another process sent a datagram, which was dropped
   kLost,     // the kernel had no room for messages, or one did not fit (the buffer has grown since)
   kFailed,   // the socket is unusable; errno has the reason
 };
