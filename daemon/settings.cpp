@@ -11,14 +11,21 @@
 #include <sstream>
 #include <vector>
 
+#include "platform/core/files/read_file.h"
+
 namespace daemon_host {
 
 namespace {
 
+constexpr std::size_t kFileSizeMax = 1U << 20;  // octets of platform.yaml
 constexpr char kFrrShell[] = "/usr/bin/vtysh";
 
 struct SettingError {
   YAML::Mark mark;
+  std::string what;
+};
+
+struct UnreadableFile {
   std::string what;
 };
 
@@ -112,6 +119,13 @@ bool find_file(const std::filesystem::path& folder, const std::string& file, Set
   return false;
 }
 
+std::string text_of(const std::string& file) {
+  std::string text;
+  UnreadableFile failure;
+  if (read_file(file, kFileSizeMax, &text, &failure.what) != kStatusOk) throw failure;
+  return text;
+}
+
 std::string describe(const std::string& file, const YAML::Mark& mark, const std::string& what) {
   return file + ":" + std::to_string(mark.line + 1) + ":" + std::to_string(mark.column + 1) + ": " + what;
 }
@@ -124,15 +138,15 @@ bool read_settings(const std::string& config_directory, Settings* settings, std:
   Settings read;
   try {
     const bool exists = find_file(folder, file, &read);
-    take_settings(exists ? YAML::LoadFile(file) : YAML::Node(), folder, &read);
+    take_settings(exists ? YAML::Load(text_of(file)) : YAML::Node(), folder, &read);
   } catch (const SettingError& invalid) {
     *error = describe(file, invalid.mark, invalid.what);
     return false;
   } catch (const std::filesystem::filesystem_error& failure) {
     *error = file + ": " + failure.code().message();
     return false;
-  } catch (const YAML::BadFile&) {
-    *error = file + ": cannot be read";
+  } catch (const UnreadableFile& failure) {
+    *error = file + ": " + failure.what;
     return false;
   } catch (const YAML::Exception& exception) {
     *error = describe(file, exception.mark, exception.msg);

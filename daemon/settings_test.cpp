@@ -2,6 +2,7 @@
 #include "daemon/settings.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -53,6 +54,13 @@ TEST_F(SettingsFile, FolderThatCannotBeSearchedIsAFailure) {
   std::filesystem::create_symlink(loop, loop);
   EXPECT_FALSE(read_settings(loop, &settings_, &error_));
   EXPECT_EQ(error_, loop + "/platform.yaml: Too many levels of symbolic links");
+}
+
+TEST_F(SettingsFile, FifoInThePlaceOfTheFileIsAFailure) {
+  const std::string file = folder_.path() + "/platform.yaml";
+  ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(error_, file + ": it is a FIFO, not a regular file");
 }
 
 TEST_F(SettingsFile, RouterFileIsRelativeToTheSettings) {

@@ -4,31 +4,15 @@
 
 #include <csignal>
 
-#include <cerrno>
-#include <cstdio>
 #include <system_error>
 #include <utility>
 
 #include "platform/core/base/fault.h"
+#include "platform/core/files/read_file.h"
 
 namespace router_file {
 
 namespace {
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
-Status read_text(const std::string& path, std::string* text) {
-  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "re"));
-  if (!file) return static_cast<Status>(errno);
-  char buffer[64 * 1024];
-  while (const std::size_t length = std::fread(buffer, 1, sizeof buffer, file.get())) {
-    text->append(buffer, length);
-    if (text->size() > kFileSizeMax) return kStatusMessageTooLarge;
-  }
-  return std::ferror(file.get()) != 0 ? kStatusIo : kStatusOk;
-}
 
 // Other threads of the process wait for signals.
 void block_signals() {
@@ -42,9 +26,10 @@ void block_signals() {
 Reading read(const std::string& path) {
   Reading reading;
   std::string text;
-  reading.status = read_text(path, &text);
+  std::string reason;
+  reading.status = read_file(path, kFileSizeMax, &text, &reason);
   if (reading.status) {
-    reading.error = path + ": " + err_text(reading.status);
+    reading.error = path + ": " + reason;
     return reading;
   }
   ParseError error;
@@ -55,8 +40,8 @@ Reading read(const std::string& path) {
   return reading;
 }
 
-BackgroundReader::BackgroundReader(EventManager* manager, std::string path, Done done)
-    : manager_(manager), path_(std::move(path)), done_(std::move(done)) {}
+BackgroundReader::BackgroundReader(EventManager* manager, std::string path, Done done, Read read)
+    : manager_(manager), path_(std::move(path)), done_(std::move(done)), read_(std::move(read)) {}
 
 BackgroundReader::~BackgroundReader() {
   if (thread_.joinable()) thread_.join();
@@ -81,15 +66,16 @@ void BackgroundReader::run() {
 Status BackgroundReader::start_thread() {
   if (const Status status = fault_check("file_reader_thread")) return status;
   try {
-    thread_ = std::thread([manager = manager_, path = path_, self = std::weak_ptr<BackgroundReader*>(self_)] {
-      block_signals();
-      auto reading = std::make_shared<Reading>(read(path));
-      event_post(manager, [self, reading] {
-        if (const std::shared_ptr<BackgroundReader*> reader = self.lock()) {
-          (*reader)->finished(std::move(*reading));
-        }
-      });
-    });
+    thread_ = std::thread(
+        [manager = manager_, path = path_, read = read_, self = std::weak_ptr<BackgroundReader*>(self_)] {
+          block_signals();
+          auto reading = std::make_shared<Reading>(read(path));
+          event_post(manager, [self, reading] {
+            if (const std::shared_ptr<BackgroundReader*> reader = self.lock()) {
+              (*reader)->finished(std::move(*reading));
+            }
+          });
+        });
   } catch (const std::system_error& failure) {
     return static_cast<Status>(failure.code().value());
   }

@@ -29,8 +29,10 @@ Reading read(const std::string& path);
 class BackgroundReader {
  public:
   using Done = std::function<void(Reading)>;
-  // `done` is called on the manager's loop, once for the last of the requested reads.
-  BackgroundReader(EventManager* manager, std::string path, Done done);
+  using Read = std::function<Reading(const std::string& path)>;
+  // `done` is called on the manager's loop, once for the last of the requested reads. `read` runs in the
+  // thread.
+  BackgroundReader(EventManager* manager, std::string path, Done done, Read read = router_file::read);
   // Waits for a read in progress.
   ~BackgroundReader();
   BackgroundReader(const BackgroundReader&) = delete;
@@ -51,6 +53,7 @@ class BackgroundReader {
   EventManager* manager_;
   const std::string path_;
   Done done_;
+  const Read read_;
   std::thread thread_;
   bool is_wanted_ = false;  // the result of the read in progress
   bool again_ = false;      // requested while it was in progress

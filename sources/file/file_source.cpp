@@ -49,9 +49,11 @@ Status run_action(const KvActionContext& context, const std::vector<std::string>
 
 }  // namespace
 
-FileSource::FileSource(router::Router* model, std::string path)
+FileSource::FileSource(router::Router* model, std::string path,
+                       router_file::BackgroundReader::Read read_changed)
     : model_(model),
       path_(std::move(path)),
+      read_changed_(std::move(read_changed)),
       feeder_(model),
       action_(model, [this](std::string* text) { return reload(text); }) {
   model_->set_rd_owner(kConfigOwnerFile);
@@ -140,7 +142,8 @@ Status FileSource::start(EventManager* manager) {
   watch_ = std::move(watch);
   manager_ = manager;
   reader_ = std::make_unique<router_file::BackgroundReader>(
-      manager, path_, [this](router_file::Reading reading) { apply_changed_file(std::move(reading)); });
+      manager, path_, [this](router_file::Reading reading) { apply_changed_file(std::move(reading)); },
+      read_changed_);
   feed_later();
   return kStatusOk;
 }

@@ -23,7 +23,9 @@
 class FileSource : public Source {
  public:
   // The model must outlive the source, and nothing else may feed it.
-  FileSource(router::Router* model, std::string path);
+  // `read_changed` reads a changed file, in a thread.
+  FileSource(router::Router* model, std::string path,
+             router_file::BackgroundReader::Read read_changed = router_file::read);
   ~FileSource() override;
 
   // Reads the file and applies it to the configuration and the model, with all routes
@@ -56,6 +58,7 @@ class FileSource : public Source {
 
   router::Router* model_;
   std::string path_;
+  const router_file::BackgroundReader::Read read_changed_;
   std::string commit_;  // of the last load; empty if it changed no configuration
   router_file::RouteFeeder feeder_;
   EventManager* manager_ = nullptr;

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <semaphore>
 #include <thread>
 
 #include "platform/core/files/directories.h"
@@ -19,8 +20,43 @@ using ::testing::HasSubstr;
 constexpr char kRed[] = "vrfs: [{name: red, id: 10}]\n";
 constexpr char kBlue[] = "vrfs: [{name: blue, id: 20}]\n";
 
+// Reads files like the source itself, but waits for the test between the read and its delivery.
+class SlowReader {
+ public:
+  router_file::BackgroundReader::Read Function() const {
+    return [gate = gate_](const std::string& path) {
+      router_file::Reading reading = router_file::read(path);
+      if (gate->is_held.exchange(false)) {
+        gate->has_read.release();
+        gate->may_deliver.acquire();
+      }
+      return reading;
+    };
+  }
+  void HoldNext() const { gate_->is_held = true; }
+  void AwaitRead() const { gate_->has_read.acquire(); }
+  void Deliver() const { gate_->may_deliver.release(); }
+
+ private:
+  struct Gate {
+    std::atomic<bool> is_held = false;
+    std::binary_semaphore has_read{0};
+    std::binary_semaphore may_deliver{0};
+  };
+  std::shared_ptr<Gate> gate_ = std::make_shared<Gate>();
+};
+
 class WatchedRouter : public RouterOnDisk {
  protected:
+  WatchedRouter() { source_ = std::make_unique<FileSource>(router_.get(), path_, slow_.Function()); }
+  // The source reads kBlue and is about to deliver it.
+  void ReadBlueSlowly() {
+    slow_.HoldNext();
+    Replace(kBlue);
+    EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+    slow_.AwaitRead();
+  }
+  const SlowReader slow_;
   void Replace(const std::string& text) {
     std::ofstream(path_ + ".new") << text;
     std::filesystem::rename(path_ + ".new", path_);
@@ -55,7 +91,22 @@ TEST_F(WatchedRouter, MissingFileIsAnError) {
 
 TEST_F(WatchedRouter, FolderInThePlaceOfTheFileIsAnError) {
   std::filesystem::create_directory(path_);
-  EXPECT_EQ(Load(), kStatusIo);
+  EXPECT_EQ(Load(), kStatusInvalid);
+  EXPECT_EQ(error_, path_ + ": it is a directory, not a regular file");
+}
+
+TEST_F(WatchedRouter, FifoInThePlaceOfTheFileHoldsUpNeitherLoadNorWatch) {
+  StartWith(kRed);
+  ASSERT_EQ(mkfifo((path_ + ".fifo").c_str(), 0600), 0);
+  std::filesystem::rename(path_ + ".fifo", path_);
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  EXPECT_TRUE(ReadEnds());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            path_ + ": it is a FIFO, not a regular file (nothing was changed)\n");
+  EXPECT_EQ(Load(), kStatusInvalid);
+  Replace(kBlue);
+  EXPECT_TRUE(Appears("blue"));
 }
 
 TEST_F(WatchedRouter, FileBeyondTheBoundIsRefused) {
@@ -145,49 +196,24 @@ TEST_F(WatchedRouter, ErrorInAChangedFileIsLoggedAndChangesNothing) {
   EXPECT_TRUE(Has("red"));
 }
 
-// A pipe in place of the file, which is read when the test writes it.
-class SlowFile {
- public:
-  explicit SlowFile(const std::string& path) : writers_end_(path + ".pipe") {
-    EXPECT_EQ(mkfifo(writers_end_.c_str(), 0600), 0);
-    std::filesystem::create_hard_link(writers_end_, path + ".new");
-    std::filesystem::rename(path + ".new", path);
-  }
-  ~SlowFile() { std::filesystem::remove(writers_end_); }
-  // Returns when the reader has opened it.
-  void AwaitReader() { end_.open(writers_end_); }
-  void Finish(const char* text) {
-    end_ << text;
-    end_.close();
-  }
-
- private:
-  const std::string writers_end_;
-  std::ofstream end_;
-};
-
 TEST_F(WatchedRouter, LoopRunsWhileTheFileIsRead) {
   StartWith(kRed);
-  SlowFile slow(path_);
-  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
-  slow.AwaitReader();
+  ReadBlueSlowly();
   bool ran = false;
   event_post(manager_, [&ran] { ran = true; });
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));
   EXPECT_TRUE(ran);
   EXPECT_TRUE(Has("red"));
-  slow.Finish(kBlue);
+  slow_.Deliver();
   EXPECT_TRUE(Appears("blue"));
 }
 
 TEST_F(WatchedRouter, ChangeDuringAReadReplacesItsResult) {
   StartWith(kRed);
-  SlowFile slow(path_);
-  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
-  slow.AwaitReader();
+  ReadBlueSlowly();
   Replace("vrfs: [{name: green, id: 30}]\n");
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));
-  slow.Finish(kBlue);
+  slow_.Deliver();
   while (!Has("green")) {
     ASSERT_TRUE(event_run_pending(manager_, kEventBound));
     EXPECT_FALSE(Has("blue"));
@@ -196,12 +222,10 @@ TEST_F(WatchedRouter, ChangeDuringAReadReplacesItsResult) {
 
 TEST_F(WatchedRouter, ReadIsDroppedWhenALoadIsNewer) {
   StartWith(kRed);
-  SlowFile slow(path_);
-  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
-  slow.AwaitReader();
+  ReadBlueSlowly();
   Replace("vrfs: [{name: green, id: 30}]\n");
   ASSERT_EQ(Load(), kStatusOk) << error_;  // before the change is noticed
-  slow.Finish(kBlue);
+  slow_.Deliver();
   Replace("vrfs: [{name: white, id: 40}]\n");
   while (!Has("white")) {
     ASSERT_TRUE(event_run_pending(manager_, kEventBound));
@@ -211,26 +235,24 @@ TEST_F(WatchedRouter, ReadIsDroppedWhenALoadIsNewer) {
 
 TEST_F(WatchedRouter, ForgottenReadIsNotRepeated) {
   manager_ = event_manager_create(kMainManager, 0);
-  router_file::BackgroundReader reader(manager_, path_, [](const router_file::Reading&) { ADD_FAILURE(); });
+  router_file::BackgroundReader reader(
+      manager_, path_, [](const router_file::Reading&) { ADD_FAILURE(); }, slow_.Function());
   Write(kRed);
-  SlowFile slow(path_);
+  slow_.HoldNext();
   reader.start();
-  slow.AwaitReader();
+  slow_.AwaitRead();
   reader.start();
   reader.forget();
-  slow.Finish(kBlue);
+  slow_.Deliver();
   EXPECT_TRUE(event_run_pending(manager_, kEventBound));  // the first read ends
   EXPECT_FALSE(reader.is_reading());
-  if (reader.is_reading()) slow.AwaitReader();  // otherwise its destructor would block
 }
 
 TEST_F(WatchedRouter, DestroyedSourceWaitsForItsRead) {
   StartWith(kRed);
-  SlowFile slow(path_);
-  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
-  slow.AwaitReader();
+  ReadBlueSlowly();
   std::thread ending([this] { source_.reset(); });
-  slow.Finish(kBlue);
+  slow_.Deliver();
   ending.join();
   event_run_pending(manager_);
   EXPECT_FALSE(Has("blue"));

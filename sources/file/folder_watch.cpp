@@ -70,12 +70,12 @@ Status FolderWatch::start(EventManager* manager) {
   return kStatusOk;
 }
 
+// The next iteration of the loop reads what does not fit.
 void FolderWatch::read_events() {
   alignas(inotify_event) char buffer[16 * 1024];
   Verdict verdict;
-  for (ssize_t length = 0; (length = read(fd_, buffer, sizeof buffer)) > 0;) {
-    judge_all(buffer, static_cast<std::size_t>(length), name_, &verdict);
-  }
+  const ssize_t length = read(fd_, buffer, sizeof buffer);
+  if (length > 0) judge_all(buffer, static_cast<std::size_t>(length), name_, &verdict);
   if (verdict.folder_removed)
     log_warning("", "%s was removed: changes of %s are not noticed any more until a restart", folder_.c_str(),
                 name_.c_str());

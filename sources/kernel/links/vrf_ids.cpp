@@ -1,16 +1,17 @@
 #include "sources/kernel/links/vrf_ids.h"
 
 #include <algorithm>
-#include <fstream>
 #include <sstream>
 #include <utility>
 
 #include "platform/core/base/log.h"
+#include "platform/core/files/read_file.h"
 #include "platform/core/files/replace_file.h"
 
 namespace kernel {
 namespace {
 
+constexpr std::size_t kFileSizeMax = 64U << 20;  // octets
 constexpr std::uint32_t kSecondVrfOfTable = 0x80000000;
 constexpr const char* kHeading = "# mpls_vpn_mib VRF ids: id, table, name";
 
@@ -65,8 +66,15 @@ VrfIds::Names VrfIds::names_of(const router::Router& model) const {
 
 // Skips invalid lines, which another release or a damaged file may have.
 void VrfIds::read() {
-  std::ifstream file(path_);
-  for (std::string line; std::getline(file, line);) {
+  std::string text;
+  std::string error;
+  const Status status = read_file(path_, kFileSizeMax, &text, &error);
+  if (status != kStatusOk && status != kStatusNoSuchRow) {
+    log_warning("kernel", "%s: %s; VRFs that share a table may exchange their times", path_.c_str(),
+                error.c_str());
+  }
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
     std::istringstream words(line);
     std::string name;
     Known known;

@@ -2,6 +2,7 @@
 #include "sources/kernel/links/vrf_ids.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <string>
@@ -169,6 +170,16 @@ TEST_F(VrfIdsTest, FailedWriteIsRetriedByALaterRun) {
   Settle();
   Restart();
   EXPECT_THAT(Ids({"red", "low"}), ElementsAre(10, 0x8000000a));
+}
+
+TEST_F(VrfIdsTest, FileThatCannotBeReadIsLogged) {
+  ASSERT_EQ(mkfifo((file_ + ".fifo").c_str(), 0600), 0);
+  testing::internal::CaptureStderr();
+  const VrfIds ids(file_ + ".fifo");
+  EXPECT_EQ(
+      testing::internal::GetCapturedStderr(),
+      "kernel: " + file_ +
+          ".fifo: it is a FIFO, not a regular file; VRFs that share a table may exchange their times\n");
 }
 
 }  // namespace
