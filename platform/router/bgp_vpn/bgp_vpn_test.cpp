@@ -66,6 +66,16 @@ TEST_F(BgpVpn, RdOfACreatedVrfIsReportedOnTheLoop) {
   EXPECT_THAT(reported(), ElementsAre("set red 65000:1"));
 }
 
+TEST_F(BgpVpn, EndedRegistrationDropsPendingReports) {
+  AddVrf("red", "65000:1");
+  Register();
+  ChangeRd("red", "65000:2");
+  bgp_vpn_rd_unregister_cb();
+  Register();
+  Run();
+  EXPECT_THAT(reported(), ElementsAre());
+}
+
 TEST_F(BgpVpn, ChangesAreReportedAfterAllThatWasPending) {
   Register();
   FillFeed();

@@ -343,7 +343,10 @@ TEST_F(Records, VrfAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
   DeleteVrf("red");
   {
     const ScopedFault fault("vtab_unlock_end_access_vrf_record", kStatusIo);
+    testing::internal::CaptureStderr();
     Run();
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::HasSubstr("left the access to VRF red open; closed"));
   }
   EXPECT_THAT(Calls(), ElementsAre("vrf red 10 event 1", "vrf red 10 event 2"));
   EXPECT_EQ(removed_count(), 0U);
@@ -355,8 +358,11 @@ TEST_F(Records, InterfaceAccessThatCouldNotBeEndedIsClosedAfterTheCallback) {
   SetLink("ge0", true);
   SetLink("ge0", false);
   const ScopedFault fault("vtab_unlock_end_access_if_record", kStatusIo);
+  testing::internal::CaptureStderr();
   EXPECT_THAT(Delivered(),
               ElementsAre("if ge0 in red changes 1 1 record ge0", "if ge0 in red changes 2 2 record ge0"));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::HasSubstr("left the access to interface ge0 open; closed"));
 }
 
 TEST_F(Records, FailedInterfaceAccessIsReportedToTheCallback) {

@@ -371,7 +371,7 @@ TEST_F(CheckpointDelete, DeletionEventFreesTheTextsEvenWhenTheCheckpointDeleteFa
   for (char** text : texts) text_replace(text, "customer");
   OnlyArea(ERR);
   fault_arm("chkpt_delete", kStatusIo);
-  fault_arm("vtab_unlock_end_access_vrf_record", kStatusIo);  // keeps the record for the look at it
+  fault_arm("vtab_unlock_end_access_vrf_record", kStatusIo);
   DeleteVrf("red");
   EXPECT_EQ(vrf_cb("red"), kStatusIo);
   for (char* const* text : texts) EXPECT_EQ(*text, nullptr);

@@ -267,6 +267,20 @@ TEST_F(Protocols, InterfaceOfAnotherVrfIsUnknown) {
   EXPECT_EQ(All(), 0U);
 }
 
+TEST_F(Protocols, HandlersAloneDoNotCountAVrfThatIsCreatedLater) {
+  OnlyArea(ERR);
+  SetText(bgp_path("blue"), "");
+  EXPECT_EQ(vtab_get_vrf_record_by_vrf_name("blue"), nullptr);
+  Delete(bgp_path("blue"));
+  EXPECT_THAT(Prints(), IsEmpty());
+  SetText(bgp_path("blue"), "");
+  AddVrf("blue");
+  Run();
+  ClearPrints();
+  Delete(bgp_path("blue"));
+  EXPECT_THAT(Prints(), ElementsAre("Protocol 1 count for VRF blue is already 0"));
+}
+
 // --- The mutex
 
 TEST_F(Protocols, InterfaceIsCountedWhenTheMutexCanBeTakenEvenIfItCannotBeReleased) {

@@ -169,12 +169,6 @@ TEST_F(IfLookup, NextInvalidVrfStepsOverValidVrfsToTheEnd) {
   EXPECT_FALSE(Printed("Found invalid blue"));
 }
 
-TEST_F(IfLookup, NextInvalidVrfOfANameThatIsNotThereIsTheOneAfterIt) {
-  CreateIf("vrf9", 3, "c", 3);
-  EXPECT_THAT(mpls_vpn_mib_get_next_invalid_vrf("vrf8"), StrEq("vrf9"));
-  EXPECT_THAT(mpls_vpn_mib_get_next_invalid_vrf(nullptr), StrEq("vrf9"));
-}
-
 TEST_F(IfLookup, NextInvalidVrfStepsOverNodesWithoutNameOfItsOwnVrfOnly) {
   CreateIf("red", 1, "a", 1);
   CreateIf("red", 2, nullptr, 2);
