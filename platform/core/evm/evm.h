@@ -51,6 +51,15 @@ void event_dispatch(EventContext* context);
 // anything was dispatched. For tests and small programs.
 bool event_run_pending(EventManager* manager, std::uint64_t nanoseconds = 0);
 
+// An iteration of the loop (one dispatch, without the wait) is long from here on: others wait meanwhile.
+inline constexpr std::uint64_t kLongIteration = 50'000'000;  // nanoseconds
+struct EventStatistics {
+  std::uint64_t long_iterations = 0;
+  std::uint64_t longest = 0;        // nanoseconds; 0 without a long iteration
+  std::uint64_t longest_stamp = 0;  // clock_stamp() at its end
+};
+EventStatistics event_statistics(const EventManager* manager);  // manager's thread only
+
 // Descriptors, level-triggered; `events` are EPOLLIN, EPOLLOUT, ... kStatusExists for one that is there
 // already, else the system's errno. Fault point "event_fd_add".
 using EventFdHandler = std::function<void(int fd, std::uint32_t events)>;

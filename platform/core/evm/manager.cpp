@@ -251,6 +251,7 @@ void event_dispatch(EventContext* context) {
   const EventArray array = event_array(context);
   const int count = std::min(static_cast<int>(context->collected), array.capacity);
   context->collected = 0;
+  const EventIteration iteration(manager);
   ++manager->dispatch_depth;
   for (int i = 0; i < count; ++i) {
     const std::uint64_t key = array.events[i].data.u64;

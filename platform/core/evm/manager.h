@@ -48,6 +48,7 @@ struct EventManager {
   std::vector<std::unique_ptr<EventSlot>>
       retired;  // handlers that may be running; freed when dispatching ends
   unsigned dispatch_depth = 0;
+  EventStatistics statistics;
 
   using TimerKey = std::pair<std::uint64_t, EventTimerId>;  // deadline, id: equal deadlines in starting order
   std::map<TimerKey, std::function<void()>> timers;
@@ -58,6 +59,19 @@ struct EventManager {
   std::deque<std::function<void()>> posted;  // guarded by posted_mutex
 
   std::map<std::uint32_t, EventAsync> async_events;
+};
+
+// Counts the iteration that it lives for, unless it is part of another one.
+class EventIteration {
+ public:
+  explicit EventIteration(EventManager* manager);
+  ~EventIteration();
+  EventIteration(const EventIteration&) = delete;
+  EventIteration& operator=(const EventIteration&) = delete;
+
+ private:
+  EventManager* manager_;
+  std::uint64_t start_;
 };
 
 // Opens the manager's socket. Returns 0 or an errno value; a failure leaves no socket and no descriptor.

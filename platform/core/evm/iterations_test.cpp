@@ -1,0 +1,55 @@
+// Long iterations of the event loop are counted.
+#include "platform/core/evm/test_manager.h"
+
+namespace {
+
+constexpr std::uint64_t kStart = 1'700'000'000 * kNanosecondsPerSecond;
+
+class Iterations : public EventManagerTest {
+ protected:
+  // An iteration with a function for each of these times.
+  void IterateFor(std::initializer_list<std::uint64_t> times) {
+    for (const std::uint64_t time : times) event_post(manager, [this, time] { clock.advance(time); });
+    Iterate();
+  }
+  ManualClock clock{kStart};
+};
+
+TEST_F(Iterations, OnesFromFiftyMillisecondsAreLong) {
+  IterateFor({kLongIteration - 1});
+  EXPECT_EQ(event_statistics(manager).long_iterations, 0U);
+  EXPECT_EQ(event_statistics(manager).longest, 0U);
+  IterateFor({kLongIteration});
+  EXPECT_EQ(event_statistics(manager).long_iterations, 1U);
+}
+
+TEST_F(Iterations, EverythingOfOneIterationIsAddedUp) {
+  IterateFor({kLongIteration / 2, kLongIteration / 2});
+  EXPECT_EQ(event_statistics(manager).longest, kLongIteration);
+}
+
+TEST_F(Iterations, TheLongestIsRememberedWithItsTime) {
+  for (const std::uint64_t factor : {2, 3, 2}) IterateFor({factor * kLongIteration});
+  const EventStatistics statistics = event_statistics(manager);
+  EXPECT_EQ(statistics.long_iterations, 3U);
+  EXPECT_EQ(statistics.longest, 3 * kLongIteration);
+  EXPECT_EQ(statistics.longest_stamp, kStart + 5 * kLongIteration);
+}
+
+TEST_F(Iterations, TimeBetweenIterationsDoesNotCount) {
+  IterateFor({1});
+  clock.advance(2 * kLongIteration);
+  IterateFor({1});
+  EXPECT_EQ(event_statistics(manager).long_iterations, 0U);
+}
+
+TEST_F(Iterations, NestedIterationIsPartOfTheOuterOne) {
+  event_post(manager, [this] {
+    event_post(manager, [this] { clock.advance(kLongIteration); });
+    event_run_pending(manager);
+  });
+  Iterate();
+  EXPECT_EQ(event_statistics(manager).long_iterations, 1U);
+}
+
+}  // namespace
