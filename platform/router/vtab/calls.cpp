@@ -85,6 +85,11 @@ Status vtab_reg_if_attributes(const char* scope, const char* vrf_scope, std::uin
   return kStatusOk;
 }
 
+void vtab_observe(void (*vrf_changed)(const char*), void (*interface_changed)(const char*)) {
+  service().vrfs.changed = vrf_changed;
+  service().interfaces.changed = interface_changed;
+}
+
 VtabVrfRecord* vtab_get_vrf_record_by_vrf_name(const char* vrf_name) {
   return vrf_name == nullptr ? nullptr : service().vrfs.find(vrf_name);
 }

@@ -35,15 +35,23 @@ IfChange change_between(const IfState& before, const IfState& now) {
   return {change_of_family(before.ipv4, now.ipv4), change_of_family(before.ipv6, now.ipv6)};
 }
 
-void show_downs(IfNode* node, const IfState& state) {
+void IfRecords::show_downs(IfNode* node, const IfState& state) {
   if (state.ipv4 == kVtabStateDown) node->ipv4_state = kVtabStateDown;
   if (state.ipv6 == kVtabStateDown) node->ipv6_state = kVtabStateDown;
+  report(node);
 }
 
-void show(IfNode* node, IfState state) {
+void IfRecords::show(IfNode* node, IfState state) {
   node->ipv4_state = state.ipv4;
   node->ipv6_state = state.ipv6;
   node->addresses = std::move(state.addresses);
+  report(node);
+}
+
+void IfRecords::report(const IfNode* node) const {
+  if (changed == nullptr) return;
+  changed(node->if_name);
+  for (const std::string& name : node->former_names) changed(name.c_str());
 }
 
 IfNode* IfRecords::find(std::string_view name) const {
@@ -60,19 +68,25 @@ const IfNode* IfRecords::after(std::uint32_t index) const {
   return next == by_index_.end() ? nullptr : &next->second;
 }
 
-void IfRecords::give_up_name(const IfNode* node, std::string_view name) {
+void IfRecords::take_name(IfNode* node, const std::string& name) {
+  holders_[name].push_back(node);
+  if (changed != nullptr) changed(name.c_str());
+}
+
+void IfRecords::give_up_name(const IfNode* node, const std::string& name) {
   const auto found = holders_.find(name);
   std::vector<IfNode*>& holders = found->second;
   holders.erase(std::find(holders.begin(), holders.end(), node));
   if (holders.empty()) holders_.erase(found);
+  if (changed != nullptr) changed(name.c_str());
 }
 
 IfNode* IfRecords::add(const router::Interface& interface) {
   IfNode& node = by_index_[interface.index];
   set_identity(&node, interface);
-  show(&node, {});
   node.known_name = interface.name;
-  holders_[interface.name].push_back(&node);
+  take_name(&node, interface.name);
+  show(&node, {});
   return &node;
 }
 
@@ -81,7 +95,7 @@ IfNode* IfRecords::change(std::uint32_t old_index, const router::Interface& now)
   IfNode* const node = &taken.mapped();
   if (now.name != node->if_name) {
     node->former_names.emplace_back(node->if_name);
-    holders_[now.name].push_back(node);
+    take_name(node, now.name);
   }
   set_identity(node, now);
   taken.key() = now.index;

@@ -50,10 +50,6 @@ struct IfNode : VtabIfRecord {
   bool is_removed = false;
 };
 
-// The families that are down in `state` are down in the record.
-void show_downs(IfNode* node, const IfState& state);
-void show(IfNode* node, IfState state);
-
 class IfRecords {
  public:
   IfNode* find(std::string_view name) const;
@@ -72,8 +68,18 @@ class IfRecords {
   // Frees a removed node without pending notifications.
   void release(IfNode* node);
 
+  // The families that are down in `state` are down in the record.
+  void show_downs(IfNode* node, const IfState& state);
+  void show(IfNode* node, IfState state);
+
+  // Called when a name has another record, or its record shows another state.
+  void (*changed)(const char* if_name) = nullptr;
+
  private:
-  void give_up_name(const IfNode* node, std::string_view name);
+  void take_name(IfNode* node, const std::string& name);
+  void give_up_name(const IfNode* node, const std::string& name);
+  // Reports the names by which the node is found.
+  void report(const IfNode* node) const;
 
   using Map = std::map<std::uint32_t, IfNode>;
   Map by_index_;

@@ -45,14 +45,14 @@ StateEvent::StateEvent(IfNode* about, const std::string& vrf, const IfChange& co
 }
 
 void StateEvent::deliver() {
-  if (!change.has_up()) show_downs(node, to);
+  if (!change.has_up()) service().interfaces.show_downs(node, to);
   if (!was_taken && change.is_one() && service().client.if_callback != nullptr) {
     begin_callback();
     static_cast<void>(service().client.if_callback(node->known_name.c_str(), vrf_name.c_str()));
     end_callback();
   }
   --node->pending;
-  show(node, std::move(to));
+  service().interfaces.show(node, std::move(to));
   service().interfaces.release(node);
 }
 

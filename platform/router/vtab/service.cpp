@@ -102,7 +102,7 @@ void Service::delete_record(VrfNode* node) {
 // one, waits for its delivery. Without a client it shows at once.
 void Service::update_state(IfNode* node, const router::Interface& interface, const IfChange& change) {
   const bool must_wait = client.has_if_events && (change.is_one() || node->pending > 0);
-  if (!must_wait) return show(node, state_of(interface));
+  if (!must_wait) return interfaces.show(node, state_of(interface));
   append_state(node, interface.vrf, change, state_of(interface));
 }
 

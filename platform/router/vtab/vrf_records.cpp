@@ -93,12 +93,14 @@ void VrfRecords::complete(VrfNode* node, const router::Vrf& vrf) {
   node->vrf_id = vrf.id;
   by_id_[vrf.id] = node;
   set_tables(node, vrf);
+  if (changed != nullptr) changed(node->vrf_name);
 }
 
 void VrfRecords::make_forward_reference(VrfNode* node) {
   by_id_.erase(node->vrf_id);
   node->vrf_id = 0;
   set_tables(node, router::Vrf{});
+  if (changed != nullptr) changed(node->vrf_name);
 }
 
 void VrfRecords::remove(VrfNode* node) {

@@ -55,6 +55,9 @@ class VrfRecords {
   // Gives every node a block of this size. Without memory it returns false, and no node has a block.
   bool allot_attributes(std::size_t attribute_size);
 
+  // Called when a record became complete, or is no longer complete.
+  void (*changed)(const char* vrf_name) = nullptr;
+
  private:
   struct ByTableThenName {
     using is_transparent = void;

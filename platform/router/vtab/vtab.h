@@ -94,6 +94,12 @@ using VtabVrfCallback = Status (*)(const char* vrf_name);
                                             std::uint32_t second, const char* default_vrf,
                                             std::uint32_t third, std::uint32_t fourth);
 
+// For what is derived from the records: called inside each change after which look-ups show otherwise whether
+// the VRF's record is complete, or which record, states and addresses an interface name has; ahead of the
+// events, and also while there is no client. Must not change anything here. Null ends it, and so does
+// vtab_attach.
+void vtab_observe(void (*vrf_changed)(const char* vrf_name), void (*interface_changed)(const char* if_name));
+
 VtabVrfRecord* vtab_get_vrf_record_by_vrf_name(const char* vrf_name);
 VtabVrfRecord* vtab_get_vrf_record_by_vrf_id(std::uint32_t vrf_id);      // null for 0
 VtabVrfRecord* vtab_get_vrf_record_by_table_id(std::uint32_t table_id);  // of any family; null for 0

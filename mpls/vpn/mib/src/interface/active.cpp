@@ -31,6 +31,11 @@ bool has_ipv6_address(const VtabIfRecord* record) {
 
 }  // namespace
 
+bool interface_is_active_silently(const VtabIfRecord* record) {
+  if (record->ipv4_state == kVtabStateUp && has_ipv4_address(record)) return true;
+  return record->ipv6_state == kVtabStateUp && has_ipv6_address(record);
+}
+
 bool interface_is_active(const VtabIfRecord* record) {
   const bool ipv4 = has_ipv4_address(record);
   mpls_vpn_debug(DBASE, "%s/%s: IPv4=%s/%s", record->vrf_name, record->if_name,

@@ -24,6 +24,9 @@
 
 inline constexpr unsigned kMplsVpnProtocols = 7;  // none, BGP, OSPF, RIP, IS-IS, static, other
 
+// What an interface is counted as (tally/tally.h).
+enum class TallyState : std::uint32_t { kNotCounted, kWithoutRecord, kInactive, kActive };
+
 struct IfNode {
   WavlLink links[2];        // 0 by VRF and index, 1 by handle
   char* vrf_name;           // owned; never null in a valid node
@@ -33,6 +36,7 @@ struct IfNode {
   std::uint32_t protocol_count[kMplsVpnProtocols];
   std::uint32_t vrf_down_trap_sent;  // 0 or 1
   std::uint32_t vrf_up_trap_sent;    // 0 or 1
+  TallyState tally;                  // the tally's
 };
 
 // Creates the empty database. The tree's status. Once, at start-up, before the membership connection opens.

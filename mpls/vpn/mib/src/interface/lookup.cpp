@@ -4,7 +4,8 @@
 //
 // Interfaces of one VRF are a run of nodes with the same name in the VRF ordering, from (name, 0) on. A VRF
 // is "invalid" if it has such a run but the record service has no record of the name, or only a forward
-// reference (vrf_id 0): its interfaces are in no row of the MIB's tables.
+// reference (vrf_id 0): its interfaces are in no row of the MIB's tables. The tally has both kinds of VRFs in
+// order, so no look-up walks over interfaces, unless a node without a name, which ends such a walk, is there.
 //
 // Main thread, without the database mutex (or, inside a join or leave, with it: then nothing is repaired).
 #include <cstring>
@@ -14,6 +15,7 @@
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "mpls/vpn/mib/src/tally/tally.h"
 
 namespace {
 
@@ -77,16 +79,31 @@ IfNode* get_if_unrepaired(bool exact, const char* vrf_name, std::uint32_t if_ind
   return report_found(kFunction, node);
 }
 
+const char* report_invalid(const char* vrf_name) {
+  if (vrf_name != nullptr) mpls_vpn_debug(DBASE, "Found invalid %s", vrf_name);
+  return vrf_name;
+}
+
 // The name of the first invalid VRF from this node on; null at the end and at an invalid node.
 const char* invalid_vrf_from(const IfNode* node, const char* function) {
   for (; node != nullptr; node = successor(node)) {
     if (ends_walk(node, function)) return nullptr;
-    if (!vrf_exists(node->vrf_name)) {
-      mpls_vpn_debug(DBASE, "Found invalid %s", node->vrf_name);
-      return node->vrf_name;
-    }
+    if (!vrf_exists(node->vrf_name)) return report_invalid(node->vrf_name);
   }
   return nullptr;
+}
+
+// The same after the nodes of `vrf_name`.
+const char* next_invalid_vrf_from(const IfNode* node, const char* vrf_name) {
+  while (node != nullptr && is_of_vrf(node, vrf_name)) node = successor(node);
+  return invalid_vrf_from(node, "mpls_vpn_mib_get_next_invalid_vrf");
+}
+
+// The following node of a VRF with a complete record; null when there is none.
+IfNode* skip_invalid_vrf(const IfNode* node) {
+  if (mpls_vpn_tally_has_nameless()) return successor(node);
+  const char* valid = mpls_vpn_tally_valid_after(node->vrf_name);
+  return valid == nullptr ? nullptr : search_by_vrf(false, valid, 0);
 }
 
 template <typename Matches>
@@ -137,14 +154,16 @@ IfNode* mpls_vpn_mib_get_if_by_vrf_and_name(const char* vrf_name, const char* if
 
 const char* mpls_vpn_mib_get_first_invalid_vrf() {
   mpls_vpn_mib_clean_if_dbase();
+  if (!mpls_vpn_tally_has_nameless()) return report_invalid(mpls_vpn_tally_invalid_after(nullptr));
   return invalid_vrf_from(static_cast<IfNode*>(wavl_first(mpls_vpn_mib_if_tree(), kIfByVrf)), __func__);
 }
 
 const char* mpls_vpn_mib_get_next_invalid_vrf(const char* vrf_name) {
   mpls_vpn_mib_clean_if_dbase();
   const IfNode* node = get_if_unrepaired(false, vrf_name, 0);
-  while (node != nullptr && is_of_vrf(node, vrf_name)) node = successor(node);
-  const char* found = invalid_vrf_from(node, __func__);
+  if (node == nullptr) return nullptr;
+  const char* found = mpls_vpn_tally_has_nameless() ? next_invalid_vrf_from(node, vrf_name)
+                                                    : report_invalid(mpls_vpn_tally_invalid_after(vrf_name));
   if (found == nullptr || mpls_vpn_name_compare(found, vrf_name) == kWavlEqual) return nullptr;
   mpls_vpn_debug(DBASE, "Returning invalid vrf %s", found);
   return found;
@@ -152,7 +171,8 @@ const char* mpls_vpn_mib_get_next_invalid_vrf(const char* vrf_name) {
 
 IfNode* mpls_vpn_mib_get_next_valid_intf(const char* vrf_name, std::uint32_t if_index) {
   mpls_vpn_mib_clean_if_dbase();
-  for (IfNode* node = get_if_unrepaired(false, vrf_name, if_index); node != nullptr; node = successor(node)) {
+  for (IfNode* node = get_if_unrepaired(false, vrf_name, if_index); node != nullptr;
+       node = skip_invalid_vrf(node)) {
     if (ends_walk(node, __func__)) return nullptr;
     if (vrf_exists(node->vrf_name)) return node;
   }

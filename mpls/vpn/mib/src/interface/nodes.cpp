@@ -13,6 +13,7 @@
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "mpls/vpn/mib/src/tally/tally.h"
 #include "platform/core/base/memory.h"
 
 WavlTree mpls_vpn_mib_if_dbase;
@@ -71,7 +72,10 @@ bool link_by_vrf(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
     return true;
   }
   const Status rc = wavl_insert(&mpls_vpn_mib_if_dbase, kIfByVrf, node);
-  if (rc == kStatusOk) return true;
+  if (rc == kStatusOk) {
+    mpls_vpn_tally_enter(node);
+    return true;
+  }
   mpls_vpn_report_failure(
       ERR, rc, "Error (%s): Cannot insert node into vrf/ifindex WAVL thread for interface 0x%x, if_index %u",
       kCreate, node->if_handle, node->if_index);
@@ -86,6 +90,7 @@ void discard_half_linked(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
     mpls_vpn_trace(kTraceError, rc, "interface 0x%x stays linked by its VRF", node->if_handle);
     return;
   }
+  mpls_vpn_tally_leave(node);
   mpls_vpn_mib_free_if_node(node);
 }
 
@@ -128,6 +133,7 @@ void mpls_vpn_mib_free_if_node(IfNode* node) {
 Status mpls_vpn_mib_if_dbase_init() {
   const MplsVpnLock lock(__func__, ERR);
   if (!lock) return lock.status();
+  mpls_vpn_tally_begin();
   const WavlCompare compare[] = {compare_by_vrf, compare_by_handle};
   return wavl_init(&mpls_vpn_mib_if_dbase, 2, compare);
 }
@@ -135,10 +141,12 @@ Status mpls_vpn_mib_if_dbase_init() {
 void mpls_vpn_mib_if_dbase_end() {
   const MplsVpnLock lock(__func__, ERR);
   if (!lock) return;
-  while (void* node = wavl_first(&mpls_vpn_mib_if_dbase, kIfByHandle)) {
+  while (auto* node = static_cast<IfNode*>(wavl_first(&mpls_vpn_mib_if_dbase, kIfByHandle))) {
     if (wavl_delete_all(&mpls_vpn_mib_if_dbase, node) != kStatusOk) break;
-    mpls_vpn_mib_free_if_node(static_cast<IfNode*>(node));
+    mpls_vpn_tally_leave(node);
+    mpls_vpn_mib_free_if_node(node);
   }
+  mpls_vpn_tally_end();
   mpls_vpn_mib_if_dbase_set_dirty(false);
 }
 
@@ -172,6 +180,7 @@ int mpls_vpn_mib_delete_if_wavl_node(IfNode* node) {
     mpls_vpn_report_failure(DBASE, rc, "%s: Cannot delete node from WAVL tree", __func__);
     return 0;
   }
+  mpls_vpn_tally_leave(node);
   mpls_vpn_mib_free_if_node(node);
   return 1;
 }

@@ -13,13 +13,18 @@
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "mpls/vpn/mib/src/tally/tally.h"
 #include "platform/core/base/memory.h"
 #include "platform/router/ifindex/ifindex.h"
 
 namespace {
 
 void resolve_name(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
-  node->if_name = text_copy(mpls_vpn_get_interface_name(node->if_handle));
+  char* name = text_copy(mpls_vpn_get_interface_name(node->if_handle));
+  const bool is_counted = node->tally != TallyState::kNotCounted;
+  mpls_vpn_tally_leave(node);
+  node->if_name = name;
+  if (is_counted) mpls_vpn_tally_enter(node);
   if (node->if_name != nullptr) {
     mpls_vpn_report(DBASE, kTraceDbase, "Interface 0x%x: resolved if_name = %s", node->if_handle,
                     node->if_name);
@@ -32,7 +37,10 @@ void resolve_name(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
 // 1. Or 0 when another node has its place in the VRF ordering: this node is then deleted.
 int link_resolved_node(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   const Status rc = wavl_insert(&mpls_vpn_mib_if_dbase, kIfByVrf, node);
-  if (rc == kStatusOk) return 1;
+  if (rc == kStatusOk) {
+    mpls_vpn_tally_enter(node);
+    return 1;
+  }
   mpls_vpn_report_failure(
       ERR, rc, "Error (%s): Cannot insert node into vrf/ifindex WAVL thread for interface 0x%x, if_index",
       "mpls_vpn_mib_clean_if_dbase_walker", node->if_handle);

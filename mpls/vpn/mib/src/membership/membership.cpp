@@ -23,6 +23,7 @@
 #include "mpls/vpn/mib/src/interface/active.h"
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "mpls/vpn/mib/src/tally/tally.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
 #include "mpls/vpn/mib/src/vrf/database.h"
 #include "platform/core/base/clock.h"
@@ -59,8 +60,10 @@ void refresh_name(IfNode* node, const Joining& joining) {
     mpls_vpn_error("mpls_vpn_mib_if2vrf_add", "text_copy failed", kStatusNoMemory);
     return;
   }
+  mpls_vpn_tally_leave(node);
   std::free(node->if_name);
   node->if_name = name;
+  mpls_vpn_tally_enter(node);
   mpls_vpn_report(VMAP, kTraceVmap, "Updated in VRF %s the ifname for ifhandle 0x%x, ifindex %u",
                   joining.vrf_name, joining.if_handle, joining.if_index);
 }

@@ -1,4 +1,5 @@
-// The scalars, counted for every request from the record service's VRF records and the interface database.
+// The scalars, from the tally. While the prints of a walk over the VRF records and the interface database are
+// switched on, the walk is made, and counts the same.
 //
 // configuredVrfs counts complete VRF records (no forward references, not "default") that are also in the VRF
 // database. connectedInterfaces and activeVrfs are counted in one walk over the interface database, whose
@@ -6,7 +7,7 @@
 // interface. Nodes without an interface name are in the walk too: they are connected, but have no record and
 // are not active.
 //
-// Main thread; O(VRFs + interfaces) per request. The interface database is repaired first.
+// Main thread. The interface database is repaired first, once without the walk.
 #include "mpls/vpn/mib/src/provider/scalars.h"
 
 #include <cstring>
@@ -19,6 +20,7 @@
 #include "mpls/vpn/mib/src/provider/request.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/name.h"
+#include "mpls/vpn/mib/src/tally/tally.h"
 #include "mpls/vpn/mib/src/traps/info.h"
 #include "platform/router/model/default_vrf.h"
 #include "platform/router/vtab/vtab.h"
@@ -69,12 +71,32 @@ void count_interfaces(mpls_vpn_mib_scalars* scalars) {
   }
 }
 
-void fill_scalars_parcel(mpls_vpn_mib_scalars* scalars) {
-  mpls_vpn_debug(PROV, "Entering function %s", "fill_scalars_parcel");
-  *scalars = {};
+void count_in_walk(mpls_vpn_mib_scalars* scalars) {
   scalars->configuredVrfs = count_configured_vrfs();
   (void)mpls_vpn_mib_clean_if_dbase();  // nodes that could not be repaired are counted too
   count_interfaces(scalars);
+}
+
+void read_tally(mpls_vpn_mib_scalars* scalars) {
+  (void)mpls_vpn_mib_clean_if_dbase();
+  const MplsVpnTotals totals = mpls_vpn_tally_totals();
+  scalars->configuredVrfs = totals.configured_vrfs;
+  scalars->activeVrfs = totals.active_vrfs;
+  scalars->connectedInterfaces = totals.connected_interfaces;
+}
+
+bool is_walk_printed() {
+  return debug_enabled(mpls_vpn_debug_flags[PROV]) || debug_enabled(mpls_vpn_debug_flags[DBASE]);
+}
+
+void fill_scalars_parcel(mpls_vpn_mib_scalars* scalars) {
+  mpls_vpn_debug(PROV, "Entering function %s", "fill_scalars_parcel");
+  *scalars = {};
+  if (is_walk_printed()) {
+    count_in_walk(scalars);
+  } else {
+    read_tally(scalars);
+  }
   scalars->notificationEnable = static_cast<std::int32_t>(mpls_vpn_mib_trap_info[kTrapAll].enabled);
   scalars->maxThresholdNotifTime = notif_reissue_time;
 }

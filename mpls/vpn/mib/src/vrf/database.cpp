@@ -7,6 +7,7 @@
 
 #include "mpls/vpn/mib/src/support/name.h"
 #include "mpls/vpn/mib/src/support/report.h"
+#include "mpls/vpn/mib/src/tally/tally.h"
 #include "platform/core/base/memory.h"
 
 namespace {
@@ -52,7 +53,10 @@ VrfNode* new_vrf_node(const char* vrf_name, VtabVrfRecord* vrf_rec) {
 
 bool unlink_node(VrfNode* node, const char* function) MPLS_REQUIRES(mpls_vpn_mutex) {
   const Status rc = wavl_delete_all(&mpls_vpn_mib_vrf_dbase, node);
-  if (rc == kStatusOk) return true;
+  if (rc == kStatusOk) {
+    if (node->vrf_name != nullptr) mpls_vpn_tally_withdraw(node->vrf_name);
+    return true;
+  }
   mpls_vpn_report_failure(DBASE, rc, "%s: Cannot delete node from WAVL tree", function);
   return false;
 }
@@ -97,6 +101,7 @@ VrfNode* mpls_vpn_mib_create_vrf_wavl_node(const char* vrf_name, VtabVrfRecord* 
     mpls_vpn_report_failure(ERR, rc, "Error (%s): Cannot insert node into WAVL tree", __func__);
     return nullptr;
   }
+  if (vrf_name != nullptr && vrf_rec != nullptr) mpls_vpn_tally_announce(vrf_name);
   return node;
 }
 
