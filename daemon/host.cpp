@@ -1,7 +1,7 @@
 // Start-up of the process, before the daemon's own:
 //
 //   1. Fault points from the environment, for tests of whole processes.
-//   2. The run and the state directory, created when missing.
+//   2. The run and the state directory, created when missing and closed to other users.
 //   3. platform.yaml; an error ends the process with status 1.
 //   4. The stored configuration of all owners, which is replayed to subscribers, and the queue in which traps
 //      wait for the SNMP sub-agent.
@@ -17,6 +17,8 @@
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
 #include "daemon/host.h"
+
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -37,6 +39,7 @@
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/files/directories.h"
+#include "platform/core/files/private_files.h"
 #include "platform/core/wire/wire.h"
 #include "platform/router/model/router.h"
 #include "platform/router/services/services.h"
@@ -118,12 +121,21 @@ bool arm_faults() {
   return false;
 }
 
-bool make_directory(const std::string& directory) {
+bool make_directory(const std::string& directory, mode_t mode) {
   std::error_code failure;
-  std::filesystem::create_directories(directory, failure);
-  if (!failure) return true;
-  log_error("mpls_vpn_mib", "cannot make %s: %s", directory.c_str(), failure.message().c_str());
+  std::filesystem::create_directories(std::filesystem::path(directory).parent_path(), failure);
+  const Status status = failure ? static_cast<Status>(failure.value()) : prepare_directory(directory, mode);
+  if (status == kStatusOk) return true;
+  log_error("mpls_vpn_mib", "cannot use %s: %s", directory.c_str(), err_text(status));
   return false;
+}
+
+// No file is for other users, whatever the mode with which a library creates it.
+bool make_directories() {
+  const bool made = make_directory(run_directory(), kRunDirectoryMode) &&
+                    make_directory(state_directory(), kStateDirectoryMode);
+  umask(S_IRWXG | S_IRWXO);
+  return made;
 }
 
 // Without its configuration the daemon would send no traps although the operator enabled them.
@@ -153,7 +165,7 @@ int refuse(const std::string& error) {
 
 int start_host() {
   log_limit(kLogLines, kLogInterval);
-  if (!arm_faults() || !make_directory(run_directory()) || !make_directory(state_directory())) return 1;
+  if (!arm_faults() || !make_directories()) return 1;
   Settings settings;
   std::string error;
   if (!read_settings(config_directory(), &settings, &error)) return refuse(error);

@@ -4,15 +4,17 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <string_view>
 
+#include "platform/core/files/lock_file.h"
+#include "platform/core/files/private_files.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace cli {
@@ -33,9 +35,12 @@ std::string candidate_path(const Session& session) {
   std::error_code error;
   std::filesystem::create_directories(directory, error);
   if (error) throw Failure(kExitFailed, fmt::format("{}: {}", directory.string(), error.message()));
+  if (const Status status = prepare_directory(directory, kStateDirectoryMode))
+    throw Failure(kExitFailed, fmt::format("{}: {}", directory.string(), err_text(status)));
   return directory / ("candidate." + kvtree_encode_text(session.socket));
 }
 
+constexpr std::chrono::seconds kPatience{30};  // a commit takes seconds
 constexpr std::string_view kBegunAfter = "# after commit ";
 
 // Of the first line.
@@ -48,10 +53,10 @@ std::string commit_of(std::string_view text) {
 }  // namespace
 
 Candidate::Candidate(const Session& session) : path_(candidate_path(session)) {
-  file_ = open(path_.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  file_ = open_private_file(path_, O_RDWR | O_APPEND);
   if (file_ < 0) throw failure(errno);
   try {
-    if (flock(file_, LOCK_EX) != 0) throw failure(errno);
+    lock();
     const std::string text = read();
     edits_ = parse_edits(text, path_);
     begun_after_ = commit_of(text);
@@ -63,6 +68,16 @@ Candidate::Candidate(const Session& session) : path_(candidate_path(session)) {
 
 Candidate::~Candidate() {
   close(file_);
+}
+
+void Candidate::lock() const {
+  pid_t holder = 0;
+  const Status status = lock_file(file_, kPatience, &holder);
+  if (status == kStatusTimedOut) {
+    throw Failure(kExitFailed,
+                  fmt::format("{}: process {} has it locked: wait for its end, or end it", path_, holder));
+  }
+  if (status != kStatusOk) throw failure(static_cast<int>(status));
 }
 
 std::string Candidate::read() const {

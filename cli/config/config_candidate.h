@@ -29,6 +29,7 @@ class Candidate {
 
  private:
   std::string read() const;
+  void lock() const;
   Failure failure(int error) const;
 
   std::string path_;

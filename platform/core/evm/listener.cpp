@@ -2,29 +2,34 @@
 //
 // The file of the socket outlives a process that was killed. If the file exists, the manager connects to it:
 // with no answer the socket is stale and is replaced, otherwise the name is in use. Check and replacement
-// happen under a lock on the run directory; otherwise two processes that start together could each take the
-// other's new socket for a stale one. The kernel releases the lock when the process ends.
+// happen under the lock of a file in the run directory; otherwise two processes that start together could
+// each take the other's new socket for a stale one. Only this user and root can open the file. The kernel
+// releases the lock when the process ends.
 //
 // Closing removes the file only if it is still the one that this manager created.
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <mutex>
 
 #include "platform/core/base/log.h"
 #include "platform/core/evm/manager.h"
 #include "platform/core/files/directories.h"
+#include "platform/core/files/lock_file.h"
+#include "platform/core/files/private_files.h"
 
 namespace {
 
 constexpr mode_t kSocketMode = 0660;
 constexpr int kBacklog = 64;
 constexpr int kAcceptBatch = 16;
+constexpr std::chrono::seconds kLockPatience{5};
 
 class Descriptor {
  public:
@@ -89,6 +94,17 @@ int remember_file(EventListener* listener) {
   return 0;
 }
 
+// Another process has the lock for the moment in which it creates its socket, unless it is stopped.
+int lock_run_directory(int fd) {
+  pid_t holder = 0;
+  const Status status = lock_file(fd, kLockPatience, &holder);
+  if (status == kStatusTimedOut) {
+    log_error("evm", "%s/lock: process %d has had the lock for %lld s: end it, then start again",
+              run_directory().c_str(), holder, static_cast<long long>(kLockPatience.count()));
+  }
+  return static_cast<int>(status);
+}
+
 // Without free descriptors the waiting connection would wake the loop forever: it is accepted with the spare
 // descriptor and closed.
 void refuse_connection(EventListener* listener) {
@@ -102,13 +118,13 @@ void refuse_connection(EventListener* listener) {
 }  // namespace
 
 int event_listener_open(const std::string& manager_name, EventListener* listener) {
-  const std::string directory = run_directory();
-  if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST) return errno;
-  const Descriptor lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (const Status status = prepare_directory(run_directory(), kRunDirectoryMode))
+    return static_cast<int>(status);
+  static std::mutex threads;  // the file's lock is for processes
+  const std::lock_guard one_thread(threads);
+  const Descriptor lock(open_private_file(run_directory() + "/lock", O_RDWR));
   if (lock.get() < 0) return errno;
-  while (flock(lock.get(), LOCK_EX) != 0) {
-    if (errno != EINTR) return errno;
-  }
+  if (const int error = lock_run_directory(lock.get())) return error;
   const std::string path = event_manager_socket(manager_name);
   sockaddr_un address;
   if (!make_address(path, &address)) return ENAMETOOLONG;

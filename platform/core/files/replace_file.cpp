@@ -1,6 +1,7 @@
 #include "platform/core/files/replace_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -24,20 +25,22 @@ Status write_all(int fd, std::string_view text) {
   return kStatusOk;
 }
 
-Status write_new(const std::string& path, std::string_view text) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0664);
+// What a former process left is removed, and no link is followed: it could name the file of another user.
+Status write_new(const std::string& path, std::string_view text, mode_t mode) {
+  unlink(path.c_str());
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
   if (fd < 0) return last_error();
-  const Status status = write_all(fd, text);
+  const Status status = fchmod(fd, mode) == 0 ? write_all(fd, text) : last_error();
   if (close(fd) != 0 && status == kStatusOk) return last_error();
   return status;
 }
 
 }  // namespace
 
-Status replace_file(const std::string& path, std::string_view text) {
+Status replace_file(const std::string& path, std::string_view text, mode_t mode) {
   if (const Status status = fault_check("replace_file")) return status;
   const std::string beside = path + ".new";
-  Status status = write_new(beside, text);
+  Status status = write_new(beside, text, mode);
   if (status == kStatusOk && std::rename(beside.c_str(), path.c_str()) != 0) status = last_error();
   if (status != kStatusOk) unlink(beside.c_str());
   return status;

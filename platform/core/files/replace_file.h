@@ -1,11 +1,14 @@
 // A small file that is written as a whole.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 
 #include "platform/core/base/status.h"
 
 // Replaces the file's content completely or not at all: the text is written to PATH.new, which is then
-// renamed. A power cut may undo it. Returns the system's error; PATH.new is removed then.
-[[nodiscard]] Status replace_file(const std::string& path, std::string_view text);
+// renamed. The file has that mode, whatever the umask is. A power cut may undo it. Returns the system's
+// error; PATH.new is removed then.
+[[nodiscard]] Status replace_file(const std::string& path, std::string_view text, mode_t mode = 0600);

@@ -8,6 +8,7 @@
 
 #include "platform/core/base/log.h"
 #include "platform/core/files/directories.h"
+#include "platform/core/files/private_files.h"
 #include "platform/core/files/replace_file.h"
 #include "platform/core/parcel/registry.h"
 #include "platform/core/parcel/schema.h"
@@ -18,6 +19,7 @@ namespace {
 
 constexpr std::string_view kHeading = "# mpls_vpn_mib record definitions, 1";
 constexpr std::size_t kMaxFileSize = 4U << 20;
+constexpr mode_t kFileMode = 0640;  // mplsvpn reads it for users of the group
 
 std::string registry_path() {
   return run_directory() + "/parcel.registry";
@@ -74,10 +76,8 @@ Definitions read_registry_file() {
 }
 
 Status write_registry_file(const Definitions& definitions) {
-  std::error_code no_directory;
-  std::filesystem::create_directories(run_directory(), no_directory);
-  const Status status = replace_file(registry_path(), file_text(definitions));
-  return no_directory && status != kStatusOk ? static_cast<Status>(no_directory.value()) : status;
+  if (const Status status = prepare_directory(run_directory(), kRunDirectoryMode)) return status;
+  return replace_file(registry_path(), file_text(definitions), kFileMode);
 }
 
 }  // namespace parcel_detail

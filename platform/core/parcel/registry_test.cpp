@@ -153,7 +153,7 @@ TEST_F(RegistryTest, FaultPointsFailEachStepOfABatch) {
 
 TEST_F(RegistryTest, FileThatCannotBeReplacedFailsTheBatchAsAWhole) {
   fs::create_directory(File() + ".new");
-  EXPECT_EQ(Register({&kRow}), static_cast<Status>(EISDIR));
+  EXPECT_EQ(Register({&kRow}), static_cast<Status>(EEXIST));
   EXPECT_EQ(parcel_find("test_row"), nullptr);
 }
 

@@ -9,6 +9,7 @@
 // one of them is suspended while the ring is filled once; the later record is then dropped and counted.
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,14 +17,13 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <new>
-#include <system_error>
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/files/directories.h"
+#include "platform/core/files/private_files.h"
 #include "platform/core/trace/ring.h"
 
 using namespace trace_detail;
@@ -34,6 +34,8 @@ struct TraceBuffer {
 };
 
 namespace {
+
+constexpr mode_t kFileMode = 0640;  // mplsvpn reads it for users of the group
 
 using Text = std::array<char, kTextWords * 8>;
 
@@ -49,10 +51,11 @@ std::uint32_t thread_id() {
 // A mapping of a new file of that size, or null and errno.
 void* map_new_file(const char* path, std::size_t size) {
   unlink(path);  // left by a process that died while opening; if it remains, the next call returns the reason
-  const int fd = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0640);
+  const int fd = open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode);
   if (fd < 0) return nullptr;
   void* mapping = MAP_FAILED;
-  const int full = posix_fallocate(fd, 0, static_cast<off_t>(size));
+  int full = fchmod(fd, kFileMode) == 0 ? 0 : errno;  // whatever the umask is
+  if (full == 0) full = posix_fallocate(fd, 0, static_cast<off_t>(size));
   if (full == 0) mapping = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   const int failure = full != 0 ? full : errno;
   close(fd);
@@ -92,9 +95,9 @@ bool publish(const std::string& beside, const std::string& path, TraceBuffer* bu
 
 Status open_buffer(const std::string& name, const Parameters& parameters, TraceBuffer** buffer) {
   const std::string directory = folder(run_directory());
-  std::error_code failed;
-  std::filesystem::create_directories(directory, failed);
-  if (failed) return static_cast<Status>(failed.value());
+  for (const std::string& each : {run_directory(), directory}) {
+    if (const Status status = prepare_directory(each, kRunDirectoryMode)) return status;
+  }
   const std::string path = directory + "/" + file_name(name);
   const std::string beside = directory + "/." + file_name(name);
   void* mapping = map_new_file(beside.c_str(), file_size(parameters.size));

@@ -1,0 +1,103 @@
+#include "platform/core/files/private_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "platform/core/base/log.h"
+
+namespace {
+
+constexpr mode_t kFileMode = 0600;
+constexpr mode_t kPermissions = 0777;
+
+using FileStatus = struct stat;
+
+Status errno_status() {
+  return errno == 0 ? kStatusIo : static_cast<Status>(errno);
+}
+
+Status check_owner(const std::string& path, uid_t owner) {
+  if (owner == 0 || owner == geteuid()) return kStatusOk;
+  log_error("files",
+            "%s belongs to user %u: it must belong to root or to user %u; remove it or change its owner",
+            path.c_str(), owner, geteuid());
+  return kStatusAccess;
+}
+
+mode_t without_excess(const FileStatus& status, mode_t mode) {
+  return status.st_mode & ~(kPermissions & ~mode) & ~static_cast<mode_t>(S_IFMT);
+}
+
+bool has_excess(const FileStatus& status, mode_t mode) {
+  return status.st_uid == geteuid() && (status.st_mode & kPermissions & ~mode) != 0;
+}
+
+Status set_mode(const std::string& path, mode_t mode) {
+  return chmod(path.c_str(), mode) == 0 ? kStatusOk : errno_status();
+}
+
+Status check_directory(const std::string& path, const FileStatus& link, const FileStatus& directory) {
+  if (!S_ISDIR(directory.st_mode)) return ENOTDIR;
+  if (const Status status = check_owner(path, link.st_uid)) return status;
+  if (const Status status = check_owner(path, directory.st_uid)) return status;
+  if ((directory.st_mode & S_IWOTH) == 0) return kStatusOk;
+  log_error("files", "everybody may write to %s: check what it contains, then run chmod o-w on it",
+            path.c_str());
+  return kStatusAccess;
+}
+
+Status check_file(const std::string& path, const FileStatus& file) {
+  if (S_ISREG(file.st_mode)) return check_owner(path, file.st_uid);
+  log_error("files", "%s is not a regular file: remove it", path.c_str());
+  return kStatusAccess;
+}
+
+Status create_file(const std::string& path) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode);
+  if (fd < 0) return errno_status();
+  close(fd);
+  return kStatusOk;
+}
+
+// A status for the descriptor's file; 0 if it may be used.
+Status secure(const std::string& path, int fd) {
+  FileStatus file{};
+  if (fstat(fd, &file) != 0) return errno_status();
+  if (const Status status = check_file(path, file)) return status;
+  if (!has_excess(file, kFileMode)) return kStatusOk;
+  return fchmod(fd, without_excess(file, kFileMode)) == 0 ? kStatusOk : errno_status();
+}
+
+}  // namespace
+
+Status prepare_directory(const std::string& path, mode_t mode) {
+  if (mkdir(path.c_str(), mode) == 0) return set_mode(path, mode);  // whatever the umask is
+  if (errno != EEXIST) return errno_status();
+  FileStatus link{};
+  FileStatus directory{};
+  if (lstat(path.c_str(), &link) != 0 || stat(path.c_str(), &directory) != 0) return errno_status();
+  if (const Status status = check_directory(path, link, directory)) return status;
+  return has_excess(directory, mode) ? set_mode(path, without_excess(directory, mode)) : kStatusOk;
+}
+
+Status prepare_private_file(const std::string& path) {
+  FileStatus file{};
+  if (lstat(path.c_str(), &file) != 0) return errno == ENOENT ? create_file(path) : errno_status();
+  if (const Status status = check_file(path, file)) return status;
+  return has_excess(file, kFileMode) ? set_mode(path, without_excess(file, kFileMode)) : kStatusOk;
+}
+
+int open_private_file(const std::string& path, int flags) {
+  const int fd =
+      open(path.c_str(), flags | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kFileMode);
+  if (fd < 0) return -1;
+  const Status status = secure(path, fd);
+  if (status == kStatusOk) return fd;
+  close(fd);
+  errno = static_cast<int>(status);
+  return -1;
+}
