@@ -17,6 +17,8 @@ using ::testing::IsEmpty;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
 
+constexpr uid_t kUnprivileged = 65534;
+
 class CheckpointDamageTest : public CheckpointTest {
  protected:
   // A closed database with one record.
@@ -45,7 +47,6 @@ class CheckpointDamageTest : public CheckpointTest {
   Status InitUnprivileged() {
     const pid_t child = fork();
     if (child == 0) {
-      constexpr uid_t kUnprivileged = 65534;
       if (geteuid() == 0 && setresuid(kUnprivileged, kUnprivileged, kUnprivileged) != 0) _exit(255);
       _exit(static_cast<int>(chkpt_init(&application, manager)));
     }
@@ -136,7 +137,10 @@ TEST_F(CheckpointDamageTest, DatabaseInUseIsRefusedAndLeftAlone) {
   ASSERT_EQ(sqlite3_open(File().c_str(), &raw), SQLITE_OK);
   sqlite::Connection other(raw);
   ASSERT_EQ(sqlite::run(raw, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE"), SQLITE_OK);
+  sqlite::busy_timeout = std::chrono::milliseconds(1);
+  CaptureStderr();
   EXPECT_EQ(chkpt_init(&application, manager), static_cast<Status>(EBUSY));
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr(File() + ": another process has it locked"));
   other.reset();
   EXPECT_FALSE(Exists(Aside()));
   EXPECT_TRUE(Start());
@@ -182,8 +186,11 @@ TEST_F(CheckpointDamageTest, UnwritableDatabaseIsAnErrorAndLeftAlone) {
   MakeDatabase();
   const std::string file = ReadFile(File());
   ASSERT_EQ(chmod(File().c_str(), 0444), 0);
-  ASSERT_EQ(chmod(state.c_str(), 0777), 0);
+  if (geteuid() == 0) {
+    ASSERT_EQ(chown(state.c_str(), kUnprivileged, kUnprivileged), 0);
+  }
   EXPECT_EQ(InitUnprivileged(), kStatusAccess);
+  ASSERT_EQ(chown(state.c_str(), geteuid(), getegid()), 0);
   EXPECT_EQ(ReadFile(File()), file);
   EXPECT_FALSE(Exists(Aside()));
 }

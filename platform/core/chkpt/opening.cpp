@@ -16,7 +16,6 @@
 #include "platform/core/chkpt/database.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +24,7 @@
 #include <utility>
 
 #include "platform/core/base/log.h"
+#include "platform/core/files/private_files.h"
 #include "platform/core/sqlite/database_file.h"
 
 namespace chkpt {
@@ -33,7 +33,6 @@ namespace {
 
 constexpr std::int64_t kApplicationId = 0x4d564350;  // identifies the file to tools
 constexpr std::int64_t kVersion = 1;
-constexpr mode_t kDirectoryMode = 0755;
 
 constexpr char kSettings[] =
     "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF; PRAGMA synchronous=NORMAL";
@@ -52,10 +51,11 @@ constexpr char kSchema[] =
     " key BLOB NOT NULL, data BLOB NOT NULL);"
     "COMMIT";
 
-// Returns 0 or errno. SQLite does not distinguish an unwritable directory from a missing one, so this does.
-int make_directory(const std::string& directory) {
-  if (mkdir(directory.c_str(), kDirectoryMode) != 0 && errno != EEXIST) return errno;
-  return faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) != 0 ? errno : 0;
+// SQLite does not distinguish an unwritable directory from a missing one, so this does.
+Status make_directory(const std::string& directory) {
+  if (const Status status = prepare_directory(directory, kStateDirectoryMode)) return status;
+  const bool is_usable = faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+  return is_usable ? kStatusOk : static_cast<Status>(errno);
 }
 
 // Whether the code reports damaged contents of the file, rather than an error of the system.
@@ -238,9 +238,9 @@ Status set_aside(const std::string& path, const std::string& why) {
 
 Status Database::open(const std::string& directory, std::unique_ptr<Database>* database, Contents* contents) {
   const std::string path = directory + "/checkpoint.db";
-  if (const int error = make_directory(directory)) {
-    log_error("chkpt", "%s: %s", directory.c_str(), err_text(static_cast<Status>(error)));
-    return static_cast<Status>(error);
+  if (const Status status = make_directory(directory)) {
+    log_error("chkpt", "%s: %s", directory.c_str(), err_text(status));
+    return status;
   }
   for (bool is_new = false;; is_new = true) {
     auto opening = std::make_unique<Opening>(path);
@@ -251,7 +251,9 @@ Status Database::open(const std::string& directory, std::unique_ptr<Database>* d
     const std::string why = opening->unusable;
     if (why.empty() || is_new) {
       const Status status = opening->status == kStatusOk ? kStatusIo : opening->status;
-      log_error("chkpt", "%s: %s", path.c_str(), err_text(status));
+      opening.reset();  // closes the database
+      const std::string reason = status == EBUSY ? sqlite::describe_lock(path) : err_text(status);
+      log_error("chkpt", "%s: %s", path.c_str(), reason.c_str());
       return status;
     }
     opening.reset();  // closes the database

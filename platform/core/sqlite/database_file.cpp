@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "platform/core/files/lock_file.h"
+
 namespace sqlite {
 
 namespace {
@@ -54,6 +56,12 @@ int check_contents(sqlite3* connection, std::string* damage) {
 std::int64_t file_size(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? status.st_size : -1;
+}
+
+std::string describe_lock(const std::string& path) {
+  const pid_t holder = find_lock_holder(path.c_str());
+  return (holder == 0 ? "another process" : "process " + std::to_string(holder)) +
+         " has it locked: end it, then start again";
 }
 
 // A journal or log belongs to its database; applied to a new one it would destroy that. The log is renamed

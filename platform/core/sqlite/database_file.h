@@ -25,6 +25,9 @@ int check_contents(sqlite3* connection, std::string* damage);
 // The size of the file, or -1.
 std::int64_t file_size(const std::string& path);
 
+// Why a database is busy, for a message: "process 123 has it locked: ...". The database must be closed.
+std::string describe_lock(const std::string& path);
+
 // Renames a database that cannot be used, with its journal and log, to PATH.unusable.N. Returns the new name,
 // or an empty one and errno. The database must be closed.
 std::string set_aside(const std::string& path);

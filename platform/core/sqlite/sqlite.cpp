@@ -2,9 +2,15 @@
 // checked; stepping reports run-time errors.
 #include "platform/core/sqlite/sqlite.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 
+#include "platform/core/files/private_files.h"
+
 namespace sqlite {
+
+std::chrono::milliseconds busy_timeout{5000};
 
 namespace {
 
@@ -27,6 +33,18 @@ constexpr CodeStatus kStatuses[] = {
     {SQLITE_CONSTRAINT, kStatusExists},
 };
 
+constexpr std::string_view kInMemory = ":memory:";
+
+// A journal or log of a former process may have other permissions than its database.
+Status prepare_files(const std::string& path) {
+  for (const char* suffix : {"", "-journal", "-wal"}) {
+    const bool is_companion = *suffix != '\0';
+    if (is_companion && access((path + suffix).c_str(), F_OK) != 0) continue;
+    if (const Status status = prepare_private_file(path + suffix)) return status;
+  }
+  return kStatusOk;
+}
+
 // SQLite treats a null pointer as NULL, and an empty view may have one.
 template <typename Octet>
 const Octet* not_null(const Octet* octets) {
@@ -37,11 +55,18 @@ const Octet* not_null(const Octet* octets) {
 }  // namespace
 
 int open(const std::string& path, Connection* connection) {
+  // SQLite meets other failures itself and reports them.
+  if (path != kInMemory && prepare_files(path) == kStatusAccess) return SQLITE_PERM;
   sqlite3* opened = nullptr;
   const int code = sqlite3_open_v2(
       path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_EXRESCODE, nullptr);
   connection->reset(opened);
-  return code;
+  if (code != SQLITE_OK) return code;
+  return sqlite3_busy_timeout(opened, static_cast<int>(busy_timeout.count()));
+}
+
+int lock_for_this_process(sqlite3* connection) {
+  return run(connection, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; COMMIT");
 }
 
 int run(sqlite3* connection, const char* sql) {

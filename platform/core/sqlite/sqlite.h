@@ -5,6 +5,7 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <concepts>
 #include <cstdint>
 #include <memory>
@@ -21,8 +22,14 @@ struct ConnectionClose {
 };
 using Connection = std::unique_ptr<sqlite3, ConnectionClose>;
 
-// Opens the file for reading and writing, creating it if it is missing. ":memory:" is a database in memory.
+// How long an operation waits for a lock of another process. Tests shorten it.
+extern std::chrono::milliseconds busy_timeout;
+
+// Opens the file for reading and writing, creating it if it is missing, and makes it private
+// (private_files.h): SQLITE_PERM if it cannot be. ":memory:" is a database in memory.
 int open(const std::string& path, Connection* connection);
+// Locks the database for as long as it is open: another process can neither read it nor delay a transaction.
+int lock_for_this_process(sqlite3* connection);
 // Executes statements without parameters.
 int run(sqlite3* connection, const char* sql);
 

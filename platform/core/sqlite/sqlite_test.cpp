@@ -2,6 +2,8 @@
 #include "platform/core/sqlite/sqlite.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -15,6 +17,7 @@ namespace {
 
 class SqliteTest : public ::testing::Test {
  protected:
+  ~SqliteTest() override { busy_timeout = std::chrono::milliseconds(5000); }
   void Open(const std::string& file = ":memory:") { ASSERT_EQ(open(file, &connection), SQLITE_OK); }
   void Write(const std::string& suffix, const std::string& text) const {
     std::ofstream(path + suffix) << text;
@@ -77,10 +80,46 @@ TEST_F(SqliteTest, CodesBecomeTheSystemsErrors) {
 TEST_F(SqliteTest, SecondWriterIsBusy) {
   Open(path);
   Connection other;
+  busy_timeout = std::chrono::milliseconds(1);
   ASSERT_EQ(open(path, &other), SQLITE_OK);
   ASSERT_EQ(run(connection.get(), "CREATE TABLE t(a); BEGIN IMMEDIATE"), SQLITE_OK);
   const int code = run(other.get(), "BEGIN IMMEDIATE");
   EXPECT_EQ(status_of(other.get(), code), static_cast<Status>(EBUSY));
+}
+
+TEST_F(SqliteTest, LockedDatabaseCannotBeReadUntilItIsClosed) {
+  Open(path);
+  ASSERT_EQ(run(connection.get(), "CREATE TABLE t(a)"), SQLITE_OK);
+  ASSERT_EQ(lock_for_this_process(connection.get()), SQLITE_OK);
+  busy_timeout = std::chrono::milliseconds(1);
+  Connection other;
+  ASSERT_EQ(open(path, &other), SQLITE_OK);
+  EXPECT_EQ(primary(run(other.get(), "SELECT * FROM t")), SQLITE_BUSY);
+  ASSERT_EQ(run(connection.get(), "INSERT INTO t VALUES (1)"), SQLITE_OK);
+  connection.reset();
+  EXPECT_EQ(run(other.get(), "SELECT * FROM t"), SQLITE_OK);
+}
+
+TEST_F(SqliteTest, FilesArePrivate) {
+  Open(path);
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600U);
+  connection.reset();
+  Write("-wal", "");
+  for (const char* suffix : {"", "-wal"}) ASSERT_EQ(chmod((path + suffix).c_str(), 0666), 0);
+  Open(path);
+  for (const char* suffix : {"", "-wal"}) {
+    ASSERT_EQ(stat((path + suffix).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U) << suffix;
+  }
+}
+
+TEST_F(SqliteTest, SymbolicLinkIsNotFollowed) {
+  ASSERT_EQ(symlink((directory.path() + "/precious").c_str(), path.c_str()), 0);
+  EXPECT_EQ(open(path, &connection), SQLITE_PERM);
+  EXPECT_EQ(status_of(nullptr, SQLITE_PERM), kStatusAccess);
+  EXPECT_EQ(file_size(directory.path() + "/precious"), -1);
 }
 
 TEST_F(SqliteTest, IdentityOfANewFileIsBlank) {

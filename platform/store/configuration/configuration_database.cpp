@@ -92,6 +92,7 @@ bool is_unusable(int code) {
 
 int open_once(const std::string& file, sqlite::Connection* database) {
   if (const int code = sqlite::open(file, database)) return code;
+  if (const int code = sqlite::lock_for_this_process(database->get())) return code;
   return check_or_make(database->get());
 }
 
@@ -113,6 +114,10 @@ Status open_configuration(const std::string& directory, sqlite::Connection* data
     log_warning("configuration", "%s cannot be used and is stored as %s; starting with an empty one",
                 file.c_str(), aside.c_str());
     code = open_once(file, database);
+  }
+  if (sqlite::primary(code) == SQLITE_BUSY) {
+    database->reset();
+    return fail(file + " cannot be opened", sqlite::describe_lock(file).c_str());
   }
   if (code != SQLITE_OK) return fail(file + " cannot be opened", sqlite3_errstr(code));
   return kStatusOk;

@@ -5,8 +5,8 @@
 // batches with requests in between.
 //
 // The rows of a large commit are written to the database afterwards (NodeStore::fold_some), step by step on
-// the event manager that serves requests, or at once without one. Without a directory the database is in
-// memory, so there is one code path.
+// the event manager that serves requests, or at once without one. A step that fails is repeated every second.
+// Without a directory the database is in memory, so there is one code path.
 #include "platform/store/configuration/configuration.h"
 
 #include <algorithm>
@@ -25,17 +25,25 @@ namespace kvtree {
 namespace {
 
 constexpr std::size_t kRowsPerFold = 500;
+constexpr std::uint64_t kFoldRetry = kNanosecondsPerSecond;
+
+void fold_later(EventManager* manager);
+
+// The database may be full or locked for a while; meanwhile commits wait in memory and in their records.
+void fold_step(EventManager* manager, const std::weak_ptr<NodeStore>& weak) {
+  const std::shared_ptr<NodeStore> node_store = weak.lock();
+  if (node_store == nullptr || node_store != store().node_store) return;
+  if (node_store->fold_some(kRowsPerFold)) {
+    fold_later(manager);
+  } else if (node_store->has_unfolded()) {
+    event_timer_start(manager, kFoldRetry, [manager, weak] { fold_step(manager, weak); });
+  } else {
+    store().folding = false;
+  }
+}
 
 void fold_later(EventManager* manager) {
-  event_post(manager, [manager, weak = std::weak_ptr(store().node_store)] {
-    const std::shared_ptr<NodeStore> node_store = weak.lock();
-    if (node_store == nullptr || node_store != store().node_store) return;
-    if (node_store->fold_some(kRowsPerFold)) {
-      fold_later(manager);
-    } else {
-      store().folding = false;
-    }
-  });
+  event_post(manager, [manager, weak = std::weak_ptr(store().node_store)] { fold_step(manager, weak); });
 }
 
 void fold() {

@@ -274,17 +274,26 @@ bool NodeStore::fold_some(std::size_t rows) {
 
 bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
   if (const Status status = fault_check("configuration_fold")) {
-    log_warning("configuration", "a commit cannot be folded: %s", err_text(status));
+    report_fold_failure(err_text(status));
     return false;
   }
   const bool is_last = end == unfolded.plan->changes.size();
   const bool folded = execute("BEGIN IMMEDIATE") &&
                       write_rows(unfolded.id, *unfolded.plan, unfolded.next, end) &&
                       (!is_last || finish_fold(unfolded)) && execute("COMMIT");
-  if (folded) return true;
-  log_warning("configuration", "a commit cannot be folded: %s", write_error_.c_str());
+  if (folded) {
+    if (std::exchange(fold_fails_, false)) log_notice("configuration", "commits are folded again");
+    return true;
+  }
+  report_fold_failure(write_error_.c_str());
   roll_back();
   return false;
+}
+
+// Once, however often folding is tried.
+void NodeStore::report_fold_failure(const char* why) {
+  if (std::exchange(fold_fails_, true)) return;
+  log_warning("configuration", "a commit cannot be folded and is tried again every second: %s", why);
 }
 
 // The record of a commit without effective changes was needed for its rows only.

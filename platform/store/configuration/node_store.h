@@ -57,8 +57,7 @@ class NodeStore {
 
   bool has_unfolded() const { return !unfolded_.empty(); }
   // Writes at most so many rows. Returns true iff more are pending; false at the end, and after a failure
-  // (logged; the rest follows after the next commit, or when the file is opened again). Fault point
-  // "configuration_fold".
+  // (logged once; then has_unfolded()). Fault point "configuration_fold".
   bool fold_some(std::size_t rows);
 
   // configuration.h; fault points are the callers'.
@@ -67,6 +66,7 @@ class NodeStore {
   [[nodiscard]] Status changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) const;
 
  private:
+  friend struct NodeStoreInTests;  // damages the open database
   struct Unfolded {
     std::int64_t id;
     SharedPlan plan;
@@ -92,6 +92,7 @@ class NodeStore {
                  std::int64_t notified);
   bool fold_batch(const Unfolded& unfolded, std::size_t end);
   bool finish_fold(const Unfolded& unfolded);
+  void report_fold_failure(const char* why);
   bool forget_oldest(Size* size);
   bool forget(std::int64_t id);
   bool run(sqlite::Statement& statement);  // for a statement without result rows
@@ -104,6 +105,7 @@ class NodeStore {
   std::deque<Unfolded> unfolded_;
   Size size_;
   std::string write_error_;
+  bool fold_fails_ = false;  // the last step failed
 };
 
 }  // namespace kvtree

@@ -8,6 +8,8 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/sqlite/sqlite.h"
 #include "platform/store/configuration/configuration.h"
+#include "platform/store/configuration/node_store.h"
+#include "platform/store/server/store.h"
 #include "platform/store/server/test_store.h"
 
 inline KvValue TextValue(const std::string& text) {
@@ -62,6 +64,18 @@ inline void ExecuteOn(const std::string& file, const std::string& sql) {
   ASSERT_EQ(sqlite::open(file, &database), SQLITE_OK);
   EXPECT_EQ(sqlite::run(database.get(), sql.c_str()), SQLITE_OK) << sqlite3_errmsg(database.get());
 }
+
+namespace kvtree {
+
+// The store has locked its database: a test that changes it uses the store's connection.
+struct NodeStoreInTests {
+  static void Execute(const std::shared_ptr<NodeStore>& node_store, const std::string& sql) {
+    sqlite3* database = node_store->database_.get();
+    EXPECT_EQ(sqlite::run(database, sql.c_str()), SQLITE_OK) << sqlite3_errmsg(database);
+  }
+};
+
+}  // namespace kvtree
 
 class ConfigTest : public StoreTest {
  protected:
@@ -121,7 +135,10 @@ class ConfigTest : public StoreTest {
     }
     return all;
   }
-  void Execute(const std::string& sql) const { ExecuteOn(File(), sql); }
+  void Execute(const std::string& sql) const {
+    if (kvtree::store().node_store == nullptr) return ExecuteOn(File(), sql);
+    kvtree::NodeStoreInTests::Execute(kvtree::store().node_store, sql);
+  }
   // Changes of so many nodes, "/cfg/many/000000" on.
   static std::vector<KvConfigChange> Many(std::size_t count, const std::string& text) {
     std::vector<KvConfigChange> changes;

@@ -97,7 +97,7 @@ struct Store {
   std::map<std::string, Status (*)(), std::less<>> guards;  // by the beginning of the paths
   std::vector<RetainedQueue> retained;
   std::shared_ptr<NodeStore> node_store;  // null until it is needed
-  bool folding = false;                   // a step of folding is posted
+  bool folding = false;                   // a step of folding is posted, or waits for its timer
 };
 
 Store& store();

@@ -1,0 +1,144 @@
+#!/usr/bin/env python3
+"""What other local users cannot do to the daemon: its directories, files and locks."""
+import contextlib
+import fcntl
+import os
+import signal
+import stat
+import struct
+import unittest
+
+from system import BIN, SLOW, System
+
+ANOTHER_USER = 60001
+IS_ROOT = os.geteuid() == 0
+NEEDS_ROOT = unittest.skipUnless(IS_ROOT, "SKIPPED: needs root to become another user")
+def mode_of(path):
+    return stat.S_IMODE(path.lstat().st_mode)
+
+
+def locker_of(path):
+    """The process that has an fcntl lock on the file, 0 for none."""
+    with open(path, "rb") as file:
+        request = struct.pack("hhqqi4x", fcntl.F_WRLCK, os.SEEK_SET, 0, 0, 0)
+        kind, _, _, _, process = struct.unpack("hhqqi4x", fcntl.fcntl(file, fcntl.F_GETLK, request))
+    return 0 if kind == fcntl.F_UNLCK else process
+
+
+def start_as(user, call):
+    """Runs the call in a child process of this user (None: of this process's); returns its process id when it has returned.
+    The child then waits for its end."""
+    reader, writer = os.pipe()
+    child = os.fork()
+    if child == 0:
+        try:
+            if user is not None:
+                os.setgroups([])
+                os.setgid(user)
+                os.setuid(user)
+            call()
+            os.write(writer, b"x")
+            signal.pause()
+        finally:
+            os._exit(1)
+    os.close(writer)
+    with open(reader, "rb") as started:
+        assert started.read(1) == b"x", "the child has failed"
+    return child
+
+
+@contextlib.contextmanager
+def another_process(call, user=None):
+    """Yields the id of a child process that has run the call and still exists."""
+    child = start_as(user, call)
+    try:
+        yield child
+    finally:
+        os.kill(child, signal.SIGKILL)
+        os.waitpid(child, 0)
+
+
+class AccessTest(unittest.TestCase):
+    def setUp(self):
+        self.system = self.enterContext(System("vrfs: [{name: red, id: 10}]\ninterfaces: []\n"))
+        self.run_directory, self.state = self.system.folder / "run", self.system.folder / "state"
+        self.system.folder.chmod(0o755)  # other users reach what the daemon's own permissions let them reach
+
+    def fail_to_start(self):
+        """Starts the daemon, which must end with status 1, and returns its log."""
+        process = self.system.spawn("daemon", str(BIN / "mpls_vpn_mib"))
+        self.assertEqual(process.wait(timeout=30 * SLOW), 1, self.system.log("daemon"))
+        return self.system.log("daemon")
+
+    def test_modes_do_not_depend_on_the_umask_and_excess_permissions_are_removed(self):
+        (self.state / "configuration.db").touch(0o644)
+        (self.state / "checkpoint.db").touch(0o644)
+        (self.state / "checkpoint.db").chmod(0o666)
+        before = os.umask(0)
+        try:
+            self.system.start_daemon()
+        finally:
+            os.umask(before)
+        self.system.cli("config", "set", "vrf", "red", "description", "x", check=True)
+        self.assertEqual(mode_of(self.run_directory), 0o750)
+        self.assertEqual(mode_of(self.state), 0o700)
+        self.assertEqual({path.name: oct(mode_of(path)) for path in self.state.iterdir()},
+                         {path.name: oct(0o600) for path in self.state.iterdir()})
+        expected = {"lock": 0o600, "parcel.registry": 0o640, "trace": 0o750, "dev.mpls.vpn.main": 0o660, "dev.mpls.vpn.debug": 0o660}
+        self.assertEqual({path.name: oct(mode_of(path)) for path in self.run_directory.iterdir()},
+                         {name: oct(mode) for name, mode in expected.items()})
+        self.assertEqual({mode_of(path) for path in (self.run_directory / "trace").iterdir()}, {0o640})
+
+    @NEEDS_ROOT
+    def test_lock_on_the_run_directory_does_not_delay_a_start(self):
+        self.run_directory.chmod(0o755)
+        with another_process(lambda: fcntl.flock(os.open(self.run_directory, os.O_RDONLY), fcntl.LOCK_EX), ANOTHER_USER):
+            self.system.start_daemon()
+
+    def test_locked_run_directory_is_reported_with_the_holder(self):
+        (self.run_directory / "lock").touch(0o600)
+        with another_process(lambda: fcntl.lockf(os.open(self.run_directory / "lock", os.O_RDWR), fcntl.LOCK_SH)) as holder:
+            self.assertIn(f"process {holder}", self.fail_to_start())
+
+    def test_databases_are_locked_while_the_daemon_runs(self):
+        self.system.start_daemon()
+        daemon = self.system.processes["daemon"].pid
+        for name in ("configuration.db", "checkpoint.db"):
+            self.assertEqual(locker_of(self.state / name), daemon, name)
+
+    def test_locked_database_is_reported_with_the_holder(self):
+        for name in ("configuration.db", "checkpoint.db"):
+            self.system.start_daemon()
+            self.system.kill("daemon")
+            with another_process(lambda file=self.state / name: fcntl.lockf(os.open(file, os.O_RDONLY), fcntl.LOCK_SH)) as holder:
+                self.assertIn(f"process {holder}", self.fail_to_start(), name)
+
+    @NEEDS_ROOT
+    def test_directories_of_another_user_are_refused(self):
+        for directory in (self.run_directory, self.state):
+            os.chown(directory, ANOTHER_USER, ANOTHER_USER)
+            self.assertIn(f"{directory} belongs to user {ANOTHER_USER}", self.fail_to_start())
+            os.chown(directory, 0, 0)
+
+    def test_directories_that_everybody_may_write_are_refused(self):
+        for directory in (self.run_directory, self.state):
+            directory.chmod(0o777)
+            self.assertIn(f"everybody may write to {directory}", self.fail_to_start())
+            directory.chmod(0o700)
+
+    def test_links_in_the_run_directory_are_not_followed(self):
+        precious = self.system.folder / "precious"
+        precious.write_text("precious")
+        for name in ("parcel.registry.new", "parcel.registry"):
+            (self.run_directory / name).symlink_to(precious)
+        self.system.start_daemon()
+        self.assertEqual(precious.read_text(), "precious")
+        (self.run_directory / "lock").unlink()
+        (self.run_directory / "lock").symlink_to(precious)
+        self.system.kill("daemon")
+        self.fail_to_start()
+        self.assertEqual(precious.read_text(), "precious")
+
+
+if __name__ == "__main__":
+    unittest.main()
