@@ -157,6 +157,8 @@ constexpr LineRule kUnicastLines[] = {
 // Other subsequent families have none of the VPN items, other families nothing but their end.
 constexpr std::span kOtherLines = std::span(kUnicastLines).first(3);
 constexpr std::span kUnknownLines = std::span(kUnicastLines).first(1);
+static_assert(kUnknownLines.back().pattern == "exit-address-family");
+static_assert(kOtherLines.back().pattern == "no neighbor * activate");
 
 constexpr LineRule kEvpnLines[] = {
     {"exit-address-family", leave_family},

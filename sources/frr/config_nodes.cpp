@@ -25,6 +25,7 @@ using vrf_config::Kind;
 
 constexpr std::array<Family, 2> kFamilies{Family::kIpv4, Family::kIpv6};
 constexpr std::string_view kOspf6Process = "ospf6";  // the name of OSPFv3 where OSPF has a number
+constexpr std::string_view kOspf6Program = "ospf6d";
 
 // Of two nodes with the same path, keeps the later one.
 Nodes sorted(Nodes nodes) {
@@ -274,12 +275,18 @@ Nodes managed_nodes(const RunningConfig& config, const router::Router& router) {
   return sorted(std::move(nodes));
 }
 
+// Both versions of OSPF have items of one kind.
+bool prints(const Program& program, Kind kind, std::string_view path) {
+  if (std::ranges::find(program.kinds, kind) == program.kinds.end()) return false;
+  return kind != Kind::kOspf || is_ospf6(path) == (program.name == kOspf6Program);
+}
+
 }  // namespace
 
 const std::array<Program, kProgramCount> kPrograms{{
     {"bgpd", false, bgp_nodes, kBgpKinds},
     {"ospfd", true, ospf_nodes, kOspfKinds},
-    {"ospf6d", true, ospf6_nodes, kOspfKinds},
+    {kOspf6Program, true, ospf6_nodes, kOspfKinds},
     {"eigrpd", true, eigrp_nodes, kEigrpKinds},
     kZebra,
     kRipd,
@@ -291,16 +298,14 @@ const std::array<Program, kProgramCount> kPrograms{{
 std::bitset<kProgramCount> programs_of(std::string_view path) {
   std::bitset<kProgramCount> programs;
   const std::optional<Kind> kind = vrf_config::kind_of(path);
-  for (std::size_t at = 0; kind && at < kPrograms.size(); ++at) {
-    const Program& program = kPrograms[at];
-    const bool is_of_kind = std::ranges::find(program.kinds, *kind) != program.kinds.end();
-    programs[at] = is_of_kind && (kind != Kind::kOspf || is_ospf6(path) == (program.nodes == ospf6_nodes));
-  }
+  for (std::size_t at = 0; kind && at < kPrograms.size(); ++at)
+    programs[at] = prints(kPrograms[at], *kind, path);
   return programs;
 }
 
 bool owns(const Program& program, std::string_view path) {
-  return programs_of(path)[static_cast<std::size_t>(&program - kPrograms.data())];
+  const std::optional<Kind> kind = vrf_config::kind_of(path);
+  return kind && prints(program, *kind, path);
 }
 
 }  // namespace frr

@@ -171,10 +171,12 @@ TEST_F(ParcelTest, AnotherTypeVersionOrSchemaIsRefused) {
   type.type_name = "test_everythinG";
   ParcelDescription version = kEverything;
   version.version = 4;
+  ParcelDescription reader = kEverything;
+  reader.reader_version += 1;
   ParcelDescription schema = kEverything;
   schema.schema_hash += 1;
   const Octets octets = Encode();
-  for (const ParcelDescription* other : {&type, &version, &schema})
+  for (const ParcelDescription* other : {&type, &version, &reader, &schema})
     EXPECT_EQ(parcel_decode(other, octets.data(), octets.size(), &copy_), kStatusBadEncoding);
   EXPECT_EQ(Decode(octets), kStatusOk);
 }

@@ -188,10 +188,13 @@ TEST_F(ServedStore, MalformedRequestsCloseOnlyTheirClient) {
     wire::begin_frame(&frame, bad.type, 1);
     frame.insert(frame.end(), bad.payload.begin(), bad.payload.end());
     wire::finish_frame(&frame, 0);
+    testing::internal::CaptureStderr();
     ASSERT_EQ(write(socket.fd(), frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
     wire::Message message;
     EXPECT_EQ(socket.receive(&message), kStatusNotConnected);
     EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::MatchesRegex("(.|\n)*kvtree: client [0-9]+ closed: a malformed request(.|\n)*"));
   }
 }
 
