@@ -29,18 +29,18 @@ struct ConfiguredItem {
 using ConfiguredItems = std::vector<ConfiguredItem>;
 
 // The values of a VRF's keys.
-void read_route_targets(const YAML::Node& value, ConfiguredItems* items);
-void read_policies(const YAML::Node& value, ConfiguredItems* items);
-void read_thresholds(const YAML::Node& value, ConfiguredItems* items);
-void read_bgp(const YAML::Node& value, ConfiguredItems* items);
-void read_ospf(const YAML::Node& value, ConfiguredItems* items);
-void read_rip(const YAML::Node& value, ConfiguredItems* items);
-void read_eigrp(const YAML::Node& value, ConfiguredItems* items);
-void read_static_routes(const YAML::Node& value, ConfiguredItems* items);
+void read_route_targets(const Node& value, ConfiguredItems* items);
+void read_policies(const Node& value, ConfiguredItems* items);
+void read_thresholds(const Node& value, ConfiguredItems* items);
+void read_bgp(const Node& value, ConfiguredItems* items);
+void read_ospf(const Node& value, ConfiguredItems* items);
+void read_rip(const Node& value, ConfiguredItems* items);
+void read_eigrp(const Node& value, ConfiguredItems* items);
+void read_static_routes(const Node& value, ConfiguredItems* items);
 // The value of `as_format`: how AS numbers of four octets are shown.
-void read_as_format(const YAML::Node& value, std::vector<KvConfigNode>* nodes);
+void read_as_format(const Node& value, std::vector<KvConfigNode>* nodes);
 // The value of `traps`: switches that are on, and the reissue time.
-void read_traps(const YAML::Node& value, std::vector<KvConfigNode>* nodes);
+void read_traps(const Node& value, std::vector<KvConfigNode>* nodes);
 
 // Collects the nodes of all VRFs. An item that is written twice is an error.
 class ConfigurationCollector {

@@ -5,6 +5,8 @@
 // Generated entries are checked against the written ones too; a clash is reported at the `generate` key.
 #include "sources/file/reader/router_file.h"
 
+#include <yaml-cpp/exceptions.h>
+
 #include <unordered_map>
 #include <utility>
 
@@ -49,34 +51,34 @@ struct Document {
   std::vector<KvConfigNode> settings;  // of no VRF
 };
 
-std::string read_vrf_name(const YAML::Node& value) {
+std::string read_vrf_name(const Node& value) {
   std::string name = read_line(value, "a VRF's name", router::kVrfNameMax);
-  if (!router::valid_vrf_name(name)) refuse(value.Mark(), quoted(name) + " is not a VRF name");
+  if (!router::valid_vrf_name(name)) refuse(value.mark(), quoted(name) + " is not a VRF name");
   return name;
 }
 
 // --- A VRF's keys
 
-void read_id(const YAML::Node& value, VrfEntry* entry) {
+void read_id(const Node& value, VrfEntry* entry) {
   entry->vrf.id = read_number(value, "a VRF's id", kFirstVrfId, UINT32_MAX);
-  entry->id_mark = value.Mark();
+  entry->id_mark = value.mark();
   entry->has_details = true;
 }
 
-void begin_tables(const YAML::Node& value, VrfEntry* entry) {
-  if (!entry->table_mark.is_null()) refuse(value.Mark(), "a VRF has a table or tables, not both");
-  entry->table_mark = value.Mark();
+void begin_tables(const Node& value, VrfEntry* entry) {
+  if (!entry->table_mark.is_null()) refuse(value.mark(), "a VRF has a table or tables, not both");
+  entry->table_mark = value.mark();
   entry->has_details = true;
 }
 
-void read_table(const YAML::Node& value, VrfEntry* entry) {
+void read_table(const Node& value, VrfEntry* entry) {
   begin_tables(value, entry);
   entry->vrf.ipv4_table = read_number(value, "a table", 1, UINT32_MAX);
   entry->vrf.ipv6_table = entry->vrf.ipv4_table;
 }
 
 template <std::uint32_t router::Vrf::*kTable>
-void read_family_table(const YAML::Node& value, VrfEntry* entry) {
+void read_family_table(const Node& value, VrfEntry* entry) {
   entry->vrf.*kTable = read_number(value, "a table", 1, UINT32_MAX);
 }
 
@@ -87,39 +89,39 @@ constexpr Key<VrfEntry> kTableKeys[] = {
     {"ipv6-multicast", read_family_table<&router::Vrf::ipv6_multicast_table>},
 };
 
-void read_tables(const YAML::Node& value, VrfEntry* entry) {
+void read_tables(const Node& value, VrfEntry* entry) {
   begin_tables(value, entry);
   read_map(value, "tables", kTableKeys, entry);
 }
 
-void read_rd(const YAML::Node& value, VrfEntry* entry) {
+void read_rd(const Node& value, VrfEntry* entry) {
   entry->vrf.rd = read_text(value, "a route distinguisher");
   if (!vrf_config::parse_target(entry->vrf.rd)) {
-    refuse(value.Mark(),
+    refuse(value.mark(),
            quoted(entry->vrf.rd) + " is not a route distinguisher such as 65000:100 or 192.0.2.1:100");
   }
-  entry->rd_mark = value.Mark();
+  entry->rd_mark = value.mark();
 }
 
 // An empty description means none.
-void read_description(const YAML::Node& value, VrfEntry* entry) {
+void read_description(const Node& value, VrfEntry* entry) {
   entry->vrf.description = read_line(value, "a description", kDescriptionMax);
   if (entry->vrf.description.empty()) return;
   entry->configuration.push_back(
-      {value.Mark(), vrf_config::Kind::kDescription, {.text = entry->vrf.description}});
+      {value.mark(), vrf_config::Kind::kDescription, {.text = entry->vrf.description}});
 }
 
-template <void (*read_items)(const YAML::Node&, ConfiguredItems*)>
-void read_configuration(const YAML::Node& value, VrfEntry* entry) {
+template <void (*read_items)(const Node&, ConfiguredItems*)>
+void read_configuration(const Node& value, VrfEntry* entry) {
   read_items(value, &entry->configuration);
 }
 
 constexpr Key<VrfEntry> kVrfKeys[] = {
     {"name",
-     [](const YAML::Node& value, VrfEntry* entry) {
+     [](const Node& value, VrfEntry* entry) {
        entry->vrf.name = read_vrf_name(value);
-       entry->name_mark = value.Mark();
-       if (entry->vrf.name == router::kDefaultVrf) refuse(value.Mark(), "the VRF \"default\" exists always");
+       entry->name_mark = value.mark();
+       if (entry->vrf.name == router::kDefaultVrf) refuse(value.mark(), "the VRF \"default\" exists always");
      }},
     {"id", read_id},
     {"table", read_table},
@@ -127,16 +129,16 @@ constexpr Key<VrfEntry> kVrfKeys[] = {
     {"description", read_description},
     {"rd", read_rd},
     {"big",
-     [](const YAML::Node& value, VrfEntry* entry) {
+     [](const Node& value, VrfEntry* entry) {
        entry->vrf.flags = read_switch(value, "big") ? router::kVrfFlagBig : 0;
        entry->has_details = true;
      }},
     {"state",
-     [](const YAML::Node& value, VrfEntry* entry) {
+     [](const Node& value, VrfEntry* entry) {
        entry->referenced = read_choice(value, "a VRF's state", {"created", "referenced"}) == 1;
      }},
     {"routes",
-     [](const YAML::Node& value, VrfEntry* entry) {
+     [](const Node& value, VrfEntry* entry) {
        read_routes(value, &entry->routes);
        entry->has_details = true;
      }},
@@ -158,12 +160,12 @@ std::uint32_t first_table(const router::Vrf& vrf) {
   return 0;
 }
 
-void complete_identity(const YAML::Node& item, VrfEntry* entry) {
+void complete_identity(const Node& item, VrfEntry* entry) {
   router::Vrf& vrf = entry->vrf;
   if (vrf.id == 0) {
     vrf.id = first_table(vrf);
     entry->id_mark = entry->table_mark;
-    if (vrf.id == 0) refuse(item.Mark(), "the VRF " + quoted(vrf.name) + " needs an id or a table");
+    if (vrf.id == 0) refuse(item.mark(), "the VRF " + quoted(vrf.name) + " needs an id or a table");
     if (vrf.id < kFirstVrfId)
       refuse(entry->id_mark, "table 1 gives no id (1 is the id of \"default\"): write an id");
   }
@@ -171,9 +173,9 @@ void complete_identity(const YAML::Node& item, VrfEntry* entry) {
 }
 
 // The RD of a referenced VRF is configuration; that of a created VRF is an attribute of the VRF.
-void complete_reference(const YAML::Node& item, VrfEntry* entry) {
+void complete_reference(const Node& item, VrfEntry* entry) {
   if (entry->has_details) {
-    refuse(item.Mark(), "the VRF " + quoted(entry->vrf.name) +
+    refuse(item.mark(), "the VRF " + quoted(entry->vrf.name) +
                             " is only named: it has configuration, but no id, no tables and no routes");
   }
   if (entry->vrf.rd.empty()) return;
@@ -182,10 +184,10 @@ void complete_reference(const YAML::Node& item, VrfEntry* entry) {
       {entry->rd_mark, vrf_config::Kind::kRouteDistinguisher, {.text = vrf_config::target_text(rd)}});
 }
 
-void read_vrf(const YAML::Node& item, Document* document) {
+void read_vrf(const Node& item, Document* document) {
   VrfEntry entry;
   read_map(item, "a VRF", kVrfKeys, &entry);
-  if (entry.vrf.name.empty()) refuse(item.Mark(), "a VRF needs a name");
+  if (entry.vrf.name.empty()) refuse(item.mark(), "a VRF needs a name");
   if (!entry.referenced) {
     complete_identity(item, &entry);
   } else {
@@ -196,15 +198,15 @@ void read_vrf(const YAML::Node& item, Document* document) {
 
 // --- An interface's keys
 
-void read_address(const YAML::Node& value, InterfaceEntry* entry) {
+void read_address(const Node& value, InterfaceEntry* entry) {
   const std::string text = read_text(value, "an address");
   router::Address address;
   if (!router::parse_address(text, &address)) {
-    refuse(value.Mark(), quoted(text) + " is not an address such as 192.0.2.1/24 or 2001:db8::1/64");
+    refuse(value.mark(), quoted(text) + " is not an address such as 192.0.2.1/24 or 2001:db8::1/64");
   }
   for (const router::Address& other : entry->interface.addresses) {
     if (other.family == address.family && other.octets == address.octets) {
-      refuse(value.Mark(), "the address " + quoted(text) + " is written twice");
+      refuse(value.mark(), "the address " + quoted(text) + " is written twice");
     }
   }
   entry->interface.addresses.push_back(address);
@@ -212,41 +214,40 @@ void read_address(const YAML::Node& value, InterfaceEntry* entry) {
 
 constexpr Key<InterfaceEntry> kInterfaceKeys[] = {
     {"name",
-     [](const YAML::Node& value, InterfaceEntry* entry) {
+     [](const Node& value, InterfaceEntry* entry) {
        entry->interface.name = read_line(value, "an interface's name", router::kInterfaceNameMax);
-       entry->name_mark = value.Mark();
+       entry->name_mark = value.mark();
        if (!router::valid_interface_name(entry->interface.name)) {
-         refuse(value.Mark(), quoted(entry->interface.name) + " is not an interface name");
+         refuse(value.mark(), quoted(entry->interface.name) + " is not an interface name");
        }
      }},
     {"index",
-     [](const YAML::Node& value, InterfaceEntry* entry) {
+     [](const Node& value, InterfaceEntry* entry) {
        entry->interface.index = read_number(value, "an interface's index", 1, kIndexMax);
-       entry->index_mark = value.Mark();
+       entry->index_mark = value.mark();
      }},
     {"description",
-     [](const YAML::Node& value, InterfaceEntry* entry) {
+     [](const Node& value, InterfaceEntry* entry) {
        entry->interface.description = read_line(value, "a description", kDescriptionMax);
      }},
     {"state",
-     [](const YAML::Node& value, InterfaceEntry* entry) {
+     [](const Node& value, InterfaceEntry* entry) {
        entry->interface.up = read_choice(value, "an interface's state", {"down", "up"}) == 1;
      }},
     {"addresses",
-     [](const YAML::Node& value, InterfaceEntry* entry) {
-       read_sequence(value, "addresses", [&](const YAML::Node& item) { read_address(item, entry); });
+     [](const Node& value, InterfaceEntry* entry) {
+       read_sequence(value, "addresses", [&](const Node& item) { read_address(item, entry); });
      }},
-    {"vrf",
-     [](const YAML::Node& value, InterfaceEntry* entry) { entry->interface.vrf = read_vrf_name(value); }},
+    {"vrf", [](const Node& value, InterfaceEntry* entry) { entry->interface.vrf = read_vrf_name(value); }},
 };
 
-void read_interface(const YAML::Node& item, Document* document) {
+void read_interface(const Node& item, Document* document) {
   InterfaceEntry entry;
   entry.interface.up = true;
   read_map(item, "an interface", kInterfaceKeys, &entry);
-  if (entry.interface.name.empty()) refuse(item.Mark(), "an interface needs a name");
+  if (entry.interface.name.empty()) refuse(item.mark(), "an interface needs a name");
   if (entry.interface.index == 0) {
-    refuse(item.Mark(), "the interface " + quoted(entry.interface.name) + " needs an index");
+    refuse(item.mark(), "the interface " + quoted(entry.interface.name) + " needs an index");
   }
   document->interfaces.push_back(std::move(entry));
 }
@@ -255,33 +256,33 @@ void read_interface(const YAML::Node& item, Document* document) {
 
 constexpr Key<GeneratorEntry> kGeneratorKeys[] = {
     {"vrfs",
-     [](const YAML::Node& value, GeneratorEntry* entry) {
+     [](const Node& value, GeneratorEntry* entry) {
        entry->vrfs = read_number(value, "the number of generated VRFs", 0, kGeneratedVrfsMax);
        entry->has_vrfs = true;
      }},
     {"interfaces_per_vrf",
-     [](const YAML::Node& value, GeneratorEntry* entry) {
+     [](const Node& value, GeneratorEntry* entry) {
        entry->interfaces_per_vrf =
            read_number(value, "the number of interfaces per VRF", 0, kGeneratedInterfacesPerVrfMax);
        entry->has_interfaces = true;
      }},
     {"first_id",
-     [](const YAML::Node& value, GeneratorEntry* entry) {
+     [](const Node& value, GeneratorEntry* entry) {
        entry->first_id = read_number(value, "the first id", kFirstVrfId, kIndexMax);
      }},
     {"first_index",
-     [](const YAML::Node& value, GeneratorEntry* entry) {
+     [](const Node& value, GeneratorEntry* entry) {
        entry->first_index = read_number(value, "the first index", 1, kIndexMax);
      }},
     {"routes_per_vrf",
-     [](const YAML::Node& value, GeneratorEntry* entry) {
+     [](const Node& value, GeneratorEntry* entry) {
        entry->routes_per_vrf = read_number(value, "the number of routes per VRF", 0, kGeneratedRoutesMax);
      }},
 };
 
-void read_generator(const YAML::Node& value, Document* document) {
+void read_generator(const Node& value, Document* document) {
   GeneratorEntry& entry = document->generate;
-  entry.mark = value.Mark();
+  entry.mark = value.mark();
   read_map(value, "generate", kGeneratorKeys, &entry);
   if (!entry.has_vrfs || !entry.has_interfaces)
     refuse(entry.mark, "generate needs vrfs and interfaces_per_vrf");
@@ -295,17 +296,16 @@ void read_generator(const YAML::Node& value, Document* document) {
 
 constexpr Key<Document> kDocumentKeys[] = {
     {"vrfs",
-     [](const YAML::Node& value, Document* document) {
-       read_sequence(value, "VRFs", [&](const YAML::Node& item) { read_vrf(item, document); });
+     [](const Node& value, Document* document) {
+       read_sequence(value, "VRFs", [&](const Node& item) { read_vrf(item, document); });
      }},
     {"interfaces",
-     [](const YAML::Node& value, Document* document) {
-       read_sequence(value, "interfaces", [&](const YAML::Node& item) { read_interface(item, document); });
+     [](const Node& value, Document* document) {
+       read_sequence(value, "interfaces", [&](const Node& item) { read_interface(item, document); });
      }},
     {"generate", read_generator},
-    {"as_format",
-     [](const YAML::Node& value, Document* document) { read_as_format(value, &document->settings); }},
-    {"traps", [](const YAML::Node& value, Document* document) { read_traps(value, &document->settings); }},
+    {"as_format", [](const Node& value, Document* document) { read_as_format(value, &document->settings); }},
+    {"traps", [](const Node& value, Document* document) { read_traps(value, &document->settings); }},
 };
 
 // --- The entries against each other
@@ -402,14 +402,12 @@ void add_routes(const Document& document, RouterFile* file) {
 }
 
 RouterFile read_document(const std::string& text) {
-  const std::vector<YAML::Node> documents = YAML::LoadAll(text);
-  const YAML::Mark start = YAML::Mark();
-  if (documents.empty() || documents.front().IsNull()) {
-    refuse(start, "the file is empty; a router without anything is written \"vrfs: []\"");
+  const YamlDocument yaml = parse_yaml(text);
+  if (yaml.root == nullptr || yaml.root->is_null()) {
+    refuse(YAML::Mark(), "the file is empty; a router without anything is written \"vrfs: []\"");
   }
-  if (documents.size() > 1) refuse(documents[1].Mark(), "a router file is one document");
   Document document;
-  read_map(documents.front(), "a router file", kDocumentKeys, &document);
+  read_map(*yaml.root, "a router file", kDocumentKeys, &document);
   RouterFile file;
   Checker checker;
   add_written(&document, &checker, &file);

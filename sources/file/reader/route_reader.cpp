@@ -28,65 +28,65 @@ RouteProtocol protocol_at(std::size_t position) {
   return is_static ? RouteProtocol::kNetmgmt : static_cast<RouteProtocol>(position + 1);
 }
 
-void read_prefix(const YAML::Node& value, RouteEntry* entry) {
+void read_prefix(const Node& value, RouteEntry* entry) {
   const std::string text = read_text(value, "a prefix");
   if (text.find('/') == std::string::npos || !router::parse_address(text, &entry->prefix)) {
-    refuse(value.Mark(), quoted(text) + " is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
+    refuse(value.mark(), quoted(text) + " is not a prefix such as 10.1.0.0/16 or 2001:db8::/32");
   }
   const Address& prefix = entry->prefix;
   if (inet::has_host_bits(prefix.octets, prefix.prefix_length)) {
-    refuse(value.Mark(), inet::host_bits_error(text, {{prefix.family, prefix.octets}, prefix.prefix_length}));
+    refuse(value.mark(), inet::host_bits_error(text, {{prefix.family, prefix.octets}, prefix.prefix_length}));
   }
-  entry->prefix_mark = value.Mark();
+  entry->prefix_mark = value.mark();
   entry->has_prefix = true;
 }
 
-void read_next_hop(const YAML::Node& value, RouteEntry* entry) {
+void read_next_hop(const Node& value, RouteEntry* entry) {
   const std::string text = read_text(value, "a next hop");
   Address address;
   const bool is_address = text.find('/') == std::string::npos && router::parse_address(text, &address);
   if (!is_address || address.octets == router::RouteAddress{}) {
-    refuse(value.Mark(), quoted(text) + " is not a next hop such as 192.0.2.1 or 2001:db8::1");
+    refuse(value.mark(), quoted(text) + " is not a next hop such as 192.0.2.1 or 2001:db8::1");
   }
   for (const auto& [other, mark] : entry->next_hops) {
-    if (other == address) refuse(value.Mark(), "the next hop " + quoted(text) + " is written twice");
+    if (other == address) refuse(value.mark(), "the next hop " + quoted(text) + " is written twice");
   }
   if (entry->next_hops.size() == kNextHopsMax) {
-    refuse(value.Mark(), "a route has at most " + std::to_string(kNextHopsMax) + " next hops");
+    refuse(value.mark(), "a route has at most " + std::to_string(kNextHopsMax) + " next hops");
   }
-  entry->next_hops.emplace_back(address, value.Mark());
+  entry->next_hops.emplace_back(address, value.mark());
 }
 
-void read_next_hops(const YAML::Node& value, RouteEntry* entry) {
-  if (!entry->next_hops.empty()) refuse(value.Mark(), "a route has next_hop or next_hops, not both");
-  read_sequence(value, "next hops", [&](const YAML::Node& item) { read_next_hop(item, entry); });
+void read_next_hops(const Node& value, RouteEntry* entry) {
+  if (!entry->next_hops.empty()) refuse(value.mark(), "a route has next_hop or next_hops, not both");
+  read_sequence(value, "next hops", [&](const Node& item) { read_next_hop(item, entry); });
 }
 
-std::int32_t read_metric_value(const YAML::Node& value) {
-  if (value.IsScalar() && value.Scalar() == "-1") return router::kMetricUnused;
+std::int32_t read_metric_value(const Node& value) {
+  if (value.is_scalar() && value.scalar() == "-1") return router::kMetricUnused;
   return static_cast<std::int32_t>(read_number(value, "a metric", 0, kMetricMax));
 }
 
-void read_metrics(const YAML::Node& value, RouteEntry* entry) {
-  if (entry->has_metrics) refuse(value.Mark(), "a route has a metric or metrics, not both");
+void read_metrics(const Node& value, RouteEntry* entry) {
+  if (entry->has_metrics) refuse(value.mark(), "a route has a metric or metrics, not both");
   entry->has_metrics = true;
   std::size_t at = 0;
-  read_sequence(value, "metrics", [&](const YAML::Node& item) {
-    if (at == entry->metrics.size()) refuse(item.Mark(), "a route has at most five metrics");
+  read_sequence(value, "metrics", [&](const Node& item) {
+    if (at == entry->metrics.size()) refuse(item.mark(), "a route has at most five metrics");
     entry->metrics[at++] = read_metric_value(item);
   });
 }
 
-void read_metric(const YAML::Node& value, RouteEntry* entry) {
-  if (entry->has_metrics) refuse(value.Mark(), "a route has a metric or metrics, not both");
+void read_metric(const Node& value, RouteEntry* entry) {
+  if (entry->has_metrics) refuse(value.mark(), "a route has a metric or metrics, not both");
   entry->has_metrics = true;
   entry->metrics[0] = read_metric_value(value);
 }
 
-void read_labels(const YAML::Node& value, RouteEntry* entry) {
-  read_sequence(value, "labels", [&](const YAML::Node& item) {
+void read_labels(const Node& value, RouteEntry* entry) {
+  read_sequence(value, "labels", [&](const Node& item) {
     if (entry->labels.size() == router::kLabelStackMax) {
-      refuse(item.Mark(), "a route has at most " + std::to_string(router::kLabelStackMax) + " labels");
+      refuse(item.mark(), "a route has at most " + std::to_string(router::kLabelStackMax) + " labels");
     }
     entry->labels.push_back(read_number(item, "a label", 0, router::kLabelMax));
   });
@@ -95,31 +95,31 @@ void read_labels(const YAML::Node& value, RouteEntry* entry) {
 constexpr Key<RouteEntry> kRouteKeys[] = {
     {"prefix", read_prefix},
     {"next_hop",
-     [](const YAML::Node& value, RouteEntry* entry) {
-       if (!entry->next_hops.empty()) refuse(value.Mark(), "a route has next_hop or next_hops, not both");
+     [](const Node& value, RouteEntry* entry) {
+       if (!entry->next_hops.empty()) refuse(value.mark(), "a route has next_hop or next_hops, not both");
        read_next_hop(value, entry);
      }},
     {"next_hops", read_next_hops},
     {"interface",
-     [](const YAML::Node& value, RouteEntry* entry) {
+     [](const Node& value, RouteEntry* entry) {
        entry->interface = read_line(value, "an interface's name", router::kInterfaceNameMax);
-       entry->interface_mark = value.Mark();
+       entry->interface_mark = value.mark();
      }},
-    {"type", [](const YAML::Node& value,
+    {"type", [](const Node& value,
                 RouteEntry* entry) { entry->type = type_at(read_choice(value, "a route's type", kTypes)); }},
     {"protocol",
-     [](const YAML::Node& value, RouteEntry* entry) {
+     [](const Node& value, RouteEntry* entry) {
        entry->protocol = protocol_at(read_choice(value, "a route's protocol", kProtocols));
      }},
     {"metric", read_metric},
     {"metrics", read_metrics},
     {"next_hop_as",
-     [](const YAML::Node& value, RouteEntry* entry) {
+     [](const Node& value, RouteEntry* entry) {
        entry->next_hop_as = read_number(value, "a next hop's AS", 0, UINT32_MAX);
      }},
     {"labels", read_labels},
     {"generate",
-     [](const YAML::Node& value, RouteEntry* entry) {
+     [](const Node& value, RouteEntry* entry) {
        entry->count = read_number(value, "the number of generated routes", 0, kGeneratedRoutesMax);
        entry->generated = true;
      }},
@@ -176,8 +176,8 @@ RouteEntry empty_entry(const YAML::Mark& mark) {
   return entry;
 }
 
-RouteEntry read_route(const YAML::Node& item) {
-  RouteEntry entry = empty_entry(item.Mark());
+RouteEntry read_route(const Node& item) {
+  RouteEntry entry = empty_entry(item.mark());
   read_map(item, "a route", kRouteKeys, &entry);
   complete_entry(&entry);
   return entry;
@@ -209,14 +209,14 @@ std::string route_protocol_word(RouteProtocol protocol) {
                                                    : std::to_string(number);
 }
 
-void read_routes(const YAML::Node& value, std::vector<RouteEntry>* routes) {
-  if (value.IsMap()) {
+void read_routes(const Node& value, std::vector<RouteEntry>* routes) {
+  if (value.is_map()) {
     routes->push_back(read_route(value));
     if (!routes->back().generated)
-      refuse(value.Mark(), "routes are written as a list, or as one map with generate");
+      refuse(value.mark(), "routes are written as a list, or as one map with generate");
     return;
   }
-  read_sequence(value, "routes", [&](const YAML::Node& item) { routes->push_back(read_route(item)); });
+  read_sequence(value, "routes", [&](const Node& item) { routes->push_back(read_route(item)); });
 }
 
 RouteEntry generated_routes(std::uint32_t count, const YAML::Mark& mark) {

@@ -47,7 +47,7 @@ std::string_view route_type_word(router::RouteType type);
 std::string route_protocol_word(router::RouteProtocol protocol);
 
 // The value of `routes`: a list of routes, or one generator.
-void read_routes(const YAML::Node& value, std::vector<RouteEntry>* routes);
+void read_routes(const Node& value, std::vector<RouteEntry>* routes);
 // The routes of {generate: count}.
 RouteEntry generated_routes(std::uint32_t count, const YAML::Mark& mark);
 

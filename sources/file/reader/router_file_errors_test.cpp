@@ -1,5 +1,5 @@
 // Every error in a router file is reported with its position, and nothing of the file is used.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <string>
 
@@ -7,6 +7,9 @@
 
 namespace router_file {
 namespace {
+
+using ::testing::EndsWith;
+using ::testing::StartsWith;
 
 std::string ErrorInVrf(const std::string& keys) {
   return ErrorIn("vrfs:\n  - {" + keys + "}\n");
@@ -22,6 +25,36 @@ TEST(RouterFileError, TextThatIsNotOneDocumentIsRefused) {
   EXPECT_EQ(ErrorIn("~\n"), expected);
   EXPECT_EQ(ErrorIn("vrfs: [\n  {name: red\n"), "3:1: end of map flow not found");
   EXPECT_EQ(ErrorIn("vrfs: []\n---\nvrfs: []\n"), "3:1: a router file is one document");
+}
+
+std::string Repeated(const std::string& text, std::size_t times) {
+  std::string all;
+  all.reserve(text.size() * times);
+  for (std::size_t each = 0; each < times; ++each) all += text;
+  return all;
+}
+
+// The parser keeps all tokens of a piece that could be a key, up to 250 octets each, before it reports any.
+TEST(RouterFileError, TokensThatTheParserKeepsAreBounded) {
+  const std::string what =
+      ": too many values in brackets where a key could be: write each on a line of its own, after \"- \"";
+  EXPECT_EQ(ErrorIn(Repeated("[", 1'200'000)), "1:1" + what);
+  EXPECT_EQ(ErrorIn("vrfs:\n- [" + Repeated("'a' ", 600'000)), "2:1" + what);
+  EXPECT_THAT(ErrorIn("vrfs: [" + Repeated("a, ", 3000) + "\n[" + Repeated("a,", 1'100'000) + "]]"),
+              EndsWith(what));
+}
+
+TEST(RouterFileError, AliasesCountAsAllTheyReferTo) {
+  const std::string list = "vrfs: &a [" + Repeated("a,", 9999) + "a]\n";  // 10,001 values
+  EXPECT_EQ(ErrorIn(list + "interfaces: [" + Repeated("*a,", 700) + "]\n"),
+            "2:1808: the file has more than 6000000 values");
+  EXPECT_THAT(ErrorIn(list + "interfaces: *a\n"), StartsWith("1:11: a VRF is written as keys"));
+  EXPECT_EQ(ErrorIn("vrfs: &a [*a]\n"), "1:11: an alias refers to a value that contains it");
+}
+
+TEST(RouterFileError, NestingIsBounded) {
+  EXPECT_EQ(ErrorIn("vrfs: " + Repeated("[", 100) + Repeated("]", 100)),
+            "1:22: more than 16 levels of nesting");
 }
 
 TEST(RouterFileError, KeysAreKnownAndWrittenOnce) {

@@ -175,5 +175,23 @@ TEST(GeneratedRouter, ManyVrfsHaveDistinctValidNamesAndAddresses) {
   EXPECT_EQ(file.interfaces.back().addresses[0].octets[0], 10);
 }
 
+std::string JsonOfInterfaces(unsigned count) {
+  std::string text = "{\"interfaces\": [";
+  for (unsigned each = 1; each <= count; ++each) {
+    const std::string number = std::to_string(each);
+    text += std::string(each == 1 ? "" : ",") + "{\"name\":\"ge" + number + "\",\"index\":" + number + "}";
+  }
+  return text + "]}\n";
+}
+
+// It begins with a brace, in the place of a key.
+TEST(RouterFile, JsonIsReadWithoutLookingAheadToItsEnd) {
+  EXPECT_EQ(Read("\n" + JsonOfInterfaces(90'000)).interfaces.size(), 90'000U);
+  EXPECT_EQ(ErrorIn("{\"vrfs\": [{\"name\": \"red\", \"id\": 1}]}"),
+            "1:33: a VRF's id is a number from 2 to 4294967295, not \"1\"");
+  EXPECT_EQ(ErrorIn("{\"vrfs\":\n [{\"name\": \"red\", \"id\": 1}]}"),
+            "2:25: a VRF's id is a number from 2 to 4294967295, not \"1\"");
+}
+
 }  // namespace
 }  // namespace router_file
