@@ -72,6 +72,11 @@ void event_fd_remove(EventManager* manager, int fd);  // does not close; unknown
 // run in bounded batches, so that descriptors are served in between.
 void event_post(EventManager* manager, std::function<void()> function);
 
+// Runs a function once every descriptor and timer of the dispatch at hand has been served; for a caller that
+// is itself deferred, or outside a dispatch, those of the next dispatch, before which no wait blocks.
+// Manager's thread only.
+void event_defer(EventManager* manager, std::function<void()> function);
+
 // Asynchronous events: a number and its handler. Raises coalesce: however often an event is raised before its
 // handler runs, the handler runs once, inside event_dispatch. If the handler raises its own event, it runs
 // again in a later batch. Returns 0, or -1 with errno: EEXIST for a code in use, EINVAL without a

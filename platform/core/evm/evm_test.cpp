@@ -309,6 +309,41 @@ TEST_F(EventManagerTest, FunctionsPostedByOtherThreadsAllRunOnTheManagersThread)
   EXPECT_EQ(total, kThreads * kEach);
 }
 
+// --- Deferred functions
+
+TEST_F(EventManagerTest, DeferredFunctionRunsAfterTheDescriptorsAndTimersOfTheDispatch) {
+  Pipe first;
+  Pipe second;
+  std::vector<std::string> order;
+  for (const Pipe* pipe : {&first, &second}) {
+    Watch(*pipe, [&order, pipe, this](int, std::uint32_t) {
+      order.emplace_back("descriptor");
+      event_defer(manager, [&order] { order.emplace_back("deferred"); });
+      pipe->Drain();
+    });
+    pipe->Fill();
+  }
+  event_timer_start(manager, 0, [&] { order.emplace_back("timer"); });
+  Iterate();
+  EXPECT_THAT(order, ElementsAre("descriptor", "descriptor", "timer", "deferred", "deferred"));
+}
+
+TEST_F(EventManagerTest, FunctionDeferredByADeferredFunctionWaitsForTheNextDispatchAndNoWaitBlocksBefore) {
+  int runs = 0;
+  event_defer(manager, [&] {
+    ++runs;
+    event_defer(manager, [&] { ++runs; });
+  });
+  EventContext context = Context();
+  ASSERT_EQ(event_wait(&context), 0);
+  event_dispatch(&context);
+  EXPECT_EQ(runs, 1);
+  ASSERT_EQ(event_wait(&context), 0);
+  event_dispatch(&context);
+  EXPECT_EQ(runs, 2);
+  EXPECT_FALSE(event_run_pending(manager));
+}
+
 // --- Timers
 
 TEST_F(EventManagerTest, TimersRunByDeadlineAndEqualDeadlinesInStartingOrder) {

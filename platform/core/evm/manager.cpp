@@ -109,12 +109,13 @@ int wait_for_events(EventContext* context, std::uint64_t bound) {
   const SteadyClock::time_point start = bounded ? SteadyClock::now() : SteadyClock::time_point{};
   std::uint64_t left = bound;
   for (;;) {
-    const std::uint64_t to_timer = time_to_first_timer(context->manager);
+    const bool deferred = !context->manager->deferred.empty();
+    const std::uint64_t to_timer = deferred ? 0 : time_to_first_timer(context->manager);
     const int timeout = to_milliseconds(std::min(left, to_timer));
     const int count = epoll_wait(context->manager->epoll_fd, array.events, array.capacity, timeout);
     if (count < 0) return -1;
     context->collected = static_cast<std::uint32_t>(count);
-    if (count > 0 || time_to_first_timer(context->manager) == 0) return 0;
+    if (count > 0 || deferred || time_to_first_timer(context->manager) == 0) return 0;
     if (bounded) left = bound - std::min(bound, elapsed_since(start));
     if (left == 0) {
       errno = ETIMEDOUT;
@@ -170,6 +171,10 @@ void run_posted(EventManager* manager) {
   for (batch = std::min(batch, kPostedBatch); batch > 0; --batch) take_posted(manager)();
   const std::lock_guard lock(manager->posted_mutex);
   if (!manager->posted.empty()) wake(manager);
+}
+
+void run_deferred(EventManager* manager) {
+  for (const std::function<void()>& function : std::exchange(manager->deferred, {})) function();
 }
 
 bool valid_name(const char* name) {
@@ -261,6 +266,7 @@ void event_dispatch(EventContext* context) {
     if (slot != nullptr && slot->generation == key >> 32) slot->handler(fd, events);
   }
   run_due_timers(manager);
+  run_deferred(manager);
   if (--manager->dispatch_depth == 0) manager->retired.clear();
 }
 
@@ -316,6 +322,10 @@ void event_post(EventManager* manager, std::function<void()> function) {
   const std::lock_guard lock(manager->posted_mutex);
   manager->posted.push_back(std::move(function));
   if (manager->posted.size() == 1) wake(manager);
+}
+
+void event_defer(EventManager* manager, std::function<void()> function) {
+  manager->deferred.push_back(std::move(function));
 }
 
 EventTimerId event_timer_start(EventManager* manager, std::uint64_t nanoseconds,

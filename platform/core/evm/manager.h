@@ -58,6 +58,8 @@ struct EventManager {
   std::mutex posted_mutex;
   std::deque<std::function<void()>> posted;  // guarded by posted_mutex
 
+  std::vector<std::function<void()>> deferred;
+
   std::map<std::uint32_t, EventAsync> async_events;
 };
 
