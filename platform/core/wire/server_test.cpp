@@ -49,21 +49,6 @@ TEST_F(WireServerTest, ThousandPipelinedMessagesAreAnsweredInOrder) {
   EXPECT_EQ(Echo(client, requests), requests);
 }
 
-TEST_F(WireServerTest, BatchOfOneClientIsLimitedSoThatOthersAreServed) {
-  const int greedy = ConnectRaw();
-  const int modest = ConnectRaw();
-  for (std::uint32_t i = 0; i < 200; ++i) Write(greedy, Frame(kEcho, i, {}));
-  Write(modest, Frame(kEcho, 1, {}));
-  std::array<unsigned char, 1024> buffer;
-  EventContext context{manager, buffer.data(), buffer.size(), 0};
-  ASSERT_EQ(event_wait_for(&context, 0), 0);
-  event_dispatch(&context);
-  EXPECT_EQ(ReadAll(modest).size(), kHeaderSize);
-  EXPECT_EQ(ReadAll(greedy).size(), 64 * kHeaderSize);
-  Step();
-  EXPECT_EQ(ReadAll(greedy).size(), 136 * kHeaderSize);
-}
-
 struct BadStream {
   const char* name;
   Octets octets;
@@ -173,7 +158,6 @@ TEST_F(WireServerTest, ClientThatNeverReadsIsPausedAndTheOthersServed) {
 TEST_F(WireServerTest, NumberOfWaitingAnswersIsLimitedToo) {
   Limits limits;
   limits.pause_messages = 10;
-  limits.messages_per_batch = 1000;
   MakeServer(limits);
   const int client = ConnectRaw();
   Octets payload;

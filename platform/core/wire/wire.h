@@ -111,10 +111,14 @@ struct Limits {
   std::size_t pause_octets = 1U << 20;   // a client with more unsent octets than this is no longer read,
   std::size_t pause_messages = 256;      // nor one with more unsent messages than this
   std::size_t close_octets = 16U << 20;  // a client with more unsent octets than this is closed
-  std::size_t messages_per_batch = 64;   // of one client, before the others are served
+  // The messages of all clients are handled in slices of this many nanoseconds; between them the event loop
+  // serves its other descriptors, timers and functions.
+  std::uint64_t slice = 2'000'000;
 };
 
 class Server;
+class Users;
+struct User;
 
 // One client. Owned by its Server; a reference is valid until the server's close handler has returned for it,
 // and inside a message handler until that handler returns. A client that shuts down its sending side still
@@ -152,12 +156,16 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
  private:
   friend class Server;
+  friend class Users;
   void end(const char* reason);
   void on_event(std::uint32_t events);
   void proceed();
   bool fill();
   bool has_message() const;
-  bool handle_next();
+  void serve();
+  void finish_service();
+  void suspend();
+  void handle_next();
   void refuse(Status status);
   void write_queue();
   void watch();
@@ -167,10 +175,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   int fd_;
   std::uint64_t id_;
   Peer peer_;
-  Role role_;                   // determined once: the name service may be slow
+  Role role_;  // determined once: the name service may be slow
+  std::shared_ptr<User> user_;
+  std::uint64_t used_ = 0;      // its account (users.h)
+  bool waiting_ = false;        // for the server to handle a message
   std::uint32_t watched_ = 0;   // epoll events asked for
   bool handling_ = false;       // queued messages leave after the message at hand
-  bool continuing_ = false;     // a continuation is posted
   bool peer_finished_ = false;  // the peer has shut down its sending side
   bool held_ = false;           // an answer must be sent first
   Octets in_;
@@ -215,6 +225,10 @@ class Server {
  private:
   friend class Connection;
   void forget(Connection& connection, const char* reason);
+  void enqueue(Connection& connection);
+  void schedule();
+  void run_slice();
+  std::uint64_t serve(Connection& connection, std::uint64_t now);
 
   EventManager* manager_;
   std::string name_;
@@ -224,6 +238,9 @@ class Server {
   bool accepting_ = false;
   std::uint64_t next_id_ = 1;
   std::map<std::uint64_t, std::shared_ptr<Connection>> clients_;
+  std::unique_ptr<Users> users_;
+  bool scheduled_ = false;                                // a slice is deferred
+  std::shared_ptr<int> alive_ = std::make_shared<int>();  // deferred slices end with the server
 };
 
 // --- Client side ---------------------------------------------------------------------------------

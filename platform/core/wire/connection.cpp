@@ -1,0 +1,236 @@
+// One client of a server: reading, framing, answering, closing.
+//
+// Back-pressure: a client with too much queued is neither handled nor read until it takes its answers; the
+// socket's own buffer then stops the client. Notifications are not held back by that, so beyond a second
+// limit the client is closed. A client with complete messages in its buffer is not read either, until the
+// server has handled them.
+//
+// A client that ends the connection, breaks the framing or exceeds a limit is closed with a logged reason.
+// Its Connection lives until the call that it is in has returned (shared_from_this); other clients are not
+// affected.
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/core/wire/users.h"
+#include "platform/core/wire/wire.h"
+
+namespace wire {
+
+namespace {
+
+constexpr std::size_t kFirstRequestBuffer = 16U << 10;
+constexpr std::size_t kRetainedBuffer = 1U << 20;  // a larger output buffer is freed once it is empty
+
+std::function<void()>& output_barrier() {
+  thread_local std::function<void()> barrier;  // each server belongs to one thread
+  return barrier;
+}
+
+}  // namespace
+
+void set_output_barrier(std::function<void()> barrier) {
+  output_barrier() = std::move(barrier);
+}
+
+Connection::Connection(Server* server, int fd, std::uint64_t id, Peer peer)
+    : server_(server),
+      fd_(fd),
+      id_(id),
+      peer_(std::move(peer)),
+      role_(peer_role(peer_)),
+      user_(server->users_->find(peer_, role_)) {}
+
+Connection::~Connection() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+void Connection::send(std::uint16_t type, std::uint32_t request, OctetSpan payload) {
+  begin(type, request);
+  out_.insert(out_.end(), payload.begin(), payload.end());
+  finish();
+}
+
+Writer Connection::begin(std::uint16_t type, std::uint32_t request) {
+  frame_ = begin_frame(&out_, type, request);
+  return Writer(&out_);
+}
+
+void Connection::finish() {
+  finish_frame(&out_, frame_);
+  if (!open()) {
+    out_.clear();
+    return;
+  }
+  ++unsent_messages_;
+  // The write may end the connection, and with it the server's reference.
+  const std::shared_ptr<Connection> self = shared_from_this();
+  if (!handling_) {
+    const bool was_waiting = (watched_ & EPOLLOUT) != 0;
+    if (!was_waiting) write_queue();
+    if (open()) watch();
+  }
+  if (open() && queued() > server_->limits_.close_octets) close("it does not read what it is sent");
+}
+
+void Connection::close(const char* reason) {
+  if (!open()) return;
+  const std::shared_ptr<Connection> self = shared_from_this();
+  end(reason);
+}
+
+// The caller keeps the connection alive.
+void Connection::end(const char* reason) {
+  event_fd_remove(server_->manager_, fd_);
+  ::close(fd_);
+  fd_ = -1;
+  server_->forget(*this, reason);
+}
+
+void Connection::release() {
+  held_ = false;
+  const std::shared_ptr<Connection> self = shared_from_this();
+  proceed();
+}
+
+bool Connection::paused() const {
+  return held_ || queued() > server_->limits_.pause_octets ||
+         unsent_messages_ >= server_->limits_.pause_messages;
+}
+
+void Connection::on_event(std::uint32_t events) {
+  const std::shared_ptr<Connection> self = shared_from_this();
+  if ((events & EPOLLOUT) != 0) write_queue();
+  if (!open()) return;
+  if ((watched_ & EPOLLIN) != 0) {
+    if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0 && !fill()) return;
+  } else if ((events & (EPOLLHUP | EPOLLERR)) != 0) {
+    return close(queued() > 0 ? "it went away with answers unread" : nullptr);
+  }
+  proceed();
+}
+
+// Waits for the server if there is a message to handle, else for the peer. A client that waits for the server
+// is watched as before until the end of the slice: most are served in it.
+void Connection::proceed() {
+  if (!open() || handling_) return;
+  if (has_message() && !paused()) return server_->enqueue(*this);
+  if (peer_finished_ && !has_message() && queued() == 0 && !held_)
+    return close(in_start_ == in_end_ ? nullptr : "it ended within a message");
+  watch();
+}
+
+// Handles one message. The caller keeps the connection alive.
+void Connection::serve() {
+  handling_ = true;
+  if (!paused()) handle_next();
+  handling_ = false;
+  if (!open() || (has_message() && !paused())) return;
+  finish_service();
+}
+
+// Ends a series of messages: writes what they queued.
+void Connection::finish_service() {
+  server_->users_->leave(*this);
+  if (queued() > 0) write_queue();
+  proceed();
+}
+
+// Reads once. False if that closed the connection.
+bool Connection::fill() {
+  if (in_start_ > 0) {
+    std::copy(in_.begin() + static_cast<std::ptrdiff_t>(in_start_),
+              in_.begin() + static_cast<std::ptrdiff_t>(in_end_), in_.begin());
+    in_end_ -= in_start_;
+    in_start_ = 0;
+  }
+  if (in_.empty()) in_.resize(kFirstRequestBuffer);
+  Message message;
+  std::size_t needed = 0;
+  // The header was checked on arrival; here it only gives the room that the message takes.
+  const Status status =
+      parse_frame(OctetSpan(in_).first(in_end_), server_->limits_.max_payload, &message, &needed);
+  if (status == kStatusNotConnected && needed > in_.size()) in_.resize(needed);
+  if (in_end_ == in_.size()) return true;  // full of whole messages
+  const ssize_t got = read(fd_, in_.data() + in_end_, in_.size() - in_end_);
+  if (got > 0) {
+    in_end_ += static_cast<std::size_t>(got);
+  } else if (got == 0) {
+    peer_finished_ = true;
+  } else if (errno != EAGAIN && errno != EINTR) {
+    close(std::strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+bool Connection::has_message() const {
+  Message message;
+  std::size_t used = 0;
+  const OctetSpan data = OctetSpan(in_).subspan(in_start_, in_end_ - in_start_);
+  return parse_frame(data, server_->limits_.max_payload, &message, &used) != kStatusNotConnected;
+}
+
+// At the end of a slice that left messages: writes what the handled ones queued and stops reading.
+void Connection::suspend() {
+  if (!open() || handling_) return;
+  if (queued() > 0) write_queue();
+  if (open()) watch();
+}
+
+// REQUIRES: has_message().
+void Connection::handle_next() {
+  Message message;
+  std::size_t used = 0;
+  const OctetSpan data = OctetSpan(in_).subspan(in_start_, in_end_ - in_start_);
+  const Status status = parse_frame(data, server_->limits_.max_payload, &message, &used);
+  if (status != kStatusOk) return refuse(status);
+  in_start_ += used;
+  if (!server_->on_message_(*this, message)) return close("a malformed request");
+  if (in_start_ == in_end_) in_start_ = in_end_ = 0;
+}
+
+// The header of this answer is the same in every version, so that the peer understands it.
+void Connection::refuse(Status status) {
+  if (status == kStatusVersionMismatch) {
+    send(kTypeVersionMismatch, 0, {});
+    write_queue();
+  }
+  close(err_text(status));
+}
+
+void Connection::write_queue() {
+  if (queued() > 0) {
+    if (output_barrier()) output_barrier()();
+    const ssize_t sent = ::send(fd_, out_.data() + out_start_, queued(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent < 0) {
+      if (errno != EAGAIN && errno != EINTR) close(std::strerror(errno));
+      return;
+    }
+    out_start_ += static_cast<std::size_t>(sent);
+  }
+  if (queued() > 0) {
+    if (out_start_ < kRetainedBuffer) return;
+    out_.erase(out_.begin(), out_.begin() + static_cast<std::ptrdiff_t>(out_start_));
+  } else {
+    out_.clear();
+    if (out_.capacity() > kRetainedBuffer) out_.shrink_to_fit();
+    unsent_messages_ = 0;
+  }
+  out_start_ = 0;
+}
+
+// Watches for input unless enough is pending, and for room to write while messages are queued.
+void Connection::watch() {
+  const bool reads = !peer_finished_ && !paused() && !waiting_;
+  const std::uint32_t wanted = (reads ? EPOLLIN : 0U) | (queued() > 0 ? EPOLLOUT : 0U);
+  if (wanted == watched_) return;
+  watched_ = wanted;
+  if (const Status status = event_fd_modify(server_->manager_, fd_, wanted)) close(err_text(status));
+}
+
+}  // namespace wire
