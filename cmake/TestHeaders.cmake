@@ -2,7 +2,7 @@
 # only the files that include it. Libraries have none: with optimization g++ 12 emits false warnings about std::string of a
 # precompiled header.
 #
-# mpls_test_options(target): test code runs for milliseconds, so it is compiled without optimisation, and in the release
+# mpls_test_options(target): test code runs for milliseconds, so it is compiled without optimization, and in the release
 # build without debug information.
 # mpls_use_test_headers(target): the sources of a test program start with these headers.
 set(MPLS_TEST_HEADERS <algorithm> <array> <atomic> <cerrno> <charconv> <chrono> <cstdint> <cstdio> <cstdlib> <cstring>
