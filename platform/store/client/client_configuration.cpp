@@ -70,10 +70,10 @@ CommitResult Client::commit(const std::vector<KvConfigChange>& changes, std::str
   CommitResult result;
   result.status = changes.size() > kMaxStagedChanges ? kStatusMessageTooLarge : kStatusOk;
   std::size_t next = 0;
-  while (result.status == kStatusOk && (next == 0 || next < changes.size())) {
+  if (result.status != kStatusOk) return result;
+  do {
     result.status = stage_some(connection_.get(), changes, &next);
-    if (changes.empty()) break;
-  }
+  } while (result.status == kStatusOk && next < changes.size());
   if (result.status != kStatusOk) return result;
   connection_->begin(kCommit).text(comment);
   wire::Reader reader;

@@ -152,7 +152,9 @@ TEST_F(ConfigHistory, CommitIsEffectiveAfterAPowerCutThatFollowsItsWrite) {
   ASSERT_EQ(Keep(), kStatusOk);
   Make("script", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x")}, "");
   fault_arm("configuration_apply", kStatusIo);
-  EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "y"), SetTo("/cfg/c", "y")}, "", &id), kStatusIo);
+  EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "y"), SetTo("/cfg/c", "y")}, "", &id, &error),
+            kStatusIo);
+  EXPECT_EQ(error, "it is stored but not applied before the next start: Input/output error");
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x", "/cfg/b=x"));
   Restart();
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=y", "/cfg/b=x", "/cfg/c=y"));

@@ -73,13 +73,14 @@ class Cursor {
   explicit Cursor(const ConfigTree& tree) : tree_(tree), at_(tree.begin()) {}
   // The node of the path, or null.
   const OwnedNode* find(std::string_view path) {
-    if (!is_place_of(path)) at_ = tree_.lower_bound(path);
+    if (!step_to(path)) at_ = tree_.lower_bound(path);
     return at_ != tree_.end() && at_->first == path ? &at_->second : nullptr;
   }
 
  private:
-  // Whether everything before at_ precedes the path, and nothing from at_ on does.
-  bool is_place_of(std::string_view path) {
+  // Moves on by one if needed. True if at_ is then the place of the path: everything before it precedes the
+  // path, and nothing from it on does.
+  bool step_to(std::string_view path) {
     if (at_ != tree_.end() && at_->first < path) ++at_;
     const bool is_after = at_ == tree_.begin() || std::prev(at_)->first < path;
     return is_after && (at_ == tree_.end() || at_->first >= path);

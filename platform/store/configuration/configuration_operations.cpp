@@ -94,13 +94,28 @@ void notify_observers(const CommitPlan& plan) {
   }
 }
 
-Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, std::string* id) {
-  if (plan->changes.empty()) return kStatusOk;
+// The database has a better reason than the status: "database or disk is full".
+std::string why_not_stored(Status status) {
+  const bool has_reason = store().node_store != nullptr && !store().node_store->write_error().empty();
+  return has_reason ? store().node_store->write_error() : err_text(status);
+}
+
+Status write_to_database(const NodeStore::SharedPlan& plan, std::string_view comment, std::string* id,
+                         std::string* error) {
   NodeStore* node_store = nullptr;
-  if (const Status status = open_database(&node_store)) return status;
+  Status status = open_database(&node_store);
   const CommitHead head{clock_stamp(), comment.substr(0, kMaxCommitComment)};
-  if (const Status status = node_store->write(plan, head, id)) return status;
+  if (status == kStatusOk) status = node_store->write(plan, head, id);
+  if (status != kStatusOk) *error = "it could not be stored: " + why_not_stored(status);
+  return status;
+}
+
+Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, std::string* id,
+                 std::string* error) {
+  if (plan->changes.empty()) return kStatusOk;
+  if (const Status status = write_to_database(plan, comment, id, error)) return status;
   if (const Status status = fault_check("configuration_apply")) {
+    *error = std::string("it is stored but not applied before the next start: ") + err_text(status);
     log_error("configuration", "a commit was stored but not applied: %s", err_text(status));
     return status;
   }
@@ -111,12 +126,6 @@ Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, st
   return kStatusOk;
 }
 
-// The database has a better reason than the status: "database or disk is full".
-std::string why_not_stored(Status status) {
-  const bool has_reason = store().node_store != nullptr && !store().node_store->write_error().empty();
-  return has_reason ? store().node_store->write_error() : err_text(status);
-}
-
 using Proposal = std::vector<ProposedChange>;
 
 Status commit(std::string_view owner, const Proposal& changes, std::string_view comment, std::string* id,
@@ -124,9 +133,7 @@ Status commit(std::string_view owner, const Proposal& changes, std::string_view 
   const auto plan = std::make_shared<CommitPlan>();
   if (const Status status = plan_commit(store().configuration, owner, changes, plan.get(), error))
     return status;
-  const Status status = carry_out(plan, comment, id);
-  if (status != kStatusOk) *error = "it could not be stored: " + why_not_stored(status);
-  return status;
+  return carry_out(plan, comment, id, error);
 }
 
 // Visits the nodes below a path in order: visit(path, node).
