@@ -1,6 +1,7 @@
 // index.h turns a GETNEXT, with whatever instance part, into "the first row at or after this index". A GET is
-// the same question followed by a comparison, because the daemon's exact read of an interface refuses the
-// VRFs it knows. An instance that cannot be an index is answered without the daemon.
+// the same question followed by a comparison, because the daemon's exact read of an interface does not
+// answer for VRFs in its database (docs/decisions.md). An instance that cannot be an index is answered
+// without the daemon.
 #include "agent/tables/mib.h"
 
 #include <algorithm>

@@ -7,7 +7,8 @@
 //
 // A record is written whenever a time changes; the store commits before anything that could show the new
 // times leaves the process. A run that finds no records is a first run. During the initial scan of a later
-// run nothing is saved: what is announced then existed before, and its times are in the store.
+// run nothing is saved: most of what is announced then existed before, and saving would replace its times in
+// the store. The restore then saves a record for each VRF that has none, which was created meanwhile.
 //
 // Main thread. O(1) per save, O(records) per restore.
 #include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
@@ -31,7 +32,7 @@ struct VrfTimes {
 };
 static_assert(sizeof(VrfTimes) == 8);
 
-ChkptTable* creation_times = nullptr;
+ChkptTable* vrf_times = nullptr;
 std::uint32_t first_run = 0;
 
 // Times are printed as signed numbers.
@@ -46,8 +47,8 @@ std::uint32_t shown_id(std::uint64_t object_id) {
 
 Status create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes) {
   std::uint64_t object_id = 0;
-  const Status rc = mpls_vpn_checked(kAdd, "chkpt_create",
-                                     chkpt_create(creation_times, &vrf_id, sizeof vrf_id, &object_id));
+  const Status rc =
+      mpls_vpn_checked(kAdd, "chkpt_create", chkpt_create(vrf_times, &vrf_id, sizeof vrf_id, &object_id));
   if (rc != kStatusOk) return rc;
   attributes->chkpt_objid = object_id;
   mpls_vpn_debug(CHKPT, "Created new chkpt ObjId = 0x%x", shown_id(object_id));
@@ -56,7 +57,7 @@ Status create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes) {
 
 Status find_or_create_record(std::uint32_t vrf_id, mpls_vpn_vrf_attr* attributes) {
   std::uint64_t object_id = 0;
-  const Status rc = chkpt_mapkey(creation_times, &vrf_id, sizeof vrf_id, &object_id);
+  const Status rc = chkpt_mapkey(vrf_times, &vrf_id, sizeof vrf_id, &object_id);
   if (rc == kStatusChkptKeyNotFound) return create_record(vrf_id, attributes);
   if (rc == kStatusOk) attributes->chkpt_objid = object_id;
   return mpls_vpn_checked(kAdd, "chkpt_mapkey", rc);
@@ -122,7 +123,7 @@ void restore_records(ChkptIterator* iterator, Counts* counts) {
     if (is_usable(read)) {
       ++counts->good;
     } else {
-      mpls_vpn_checked(kRestoreVrf, "chkpt_delete", chkpt_delete(creation_times, read.object_id));
+      mpls_vpn_checked(kRestoreVrf, "chkpt_delete", chkpt_delete(vrf_times, read.object_id));
     }
   }
 }
@@ -131,7 +132,7 @@ Status restore_vrfs() {
   mpls_vpn_debug(CHKPT, "Restoring VRF data from chkpt");
   ChkptIterator* iterator = nullptr;
   const Status rc =
-      mpls_vpn_checked(kRestoreVrf, "chkpt_iterate_start", chkpt_iterate_start(creation_times, &iterator));
+      mpls_vpn_checked(kRestoreVrf, "chkpt_iterate_start", chkpt_iterate_start(vrf_times, &iterator));
   if (rc != kStatusOk) return rc;
   Counts counts{};
   restore_records(iterator, &counts);
@@ -144,7 +145,7 @@ Status restore_vrfs() {
 
 bool is_stored(std::uint32_t vrf_id) {
   std::uint64_t object_id = 0;
-  return chkpt_mapkey(creation_times, &vrf_id, sizeof vrf_id, &object_id) == kStatusOk;
+  return chkpt_mapkey(vrf_times, &vrf_id, sizeof vrf_id, &object_id) == kStatusOk;
 }
 
 // "default" and VRFs that the membership service has not announced yet have no creation time. After a partial
@@ -167,7 +168,7 @@ Status mpls_vpn_mib_chkpt_init(EventManager* evm) {
   chkpt_table_init(&descriptor, 1, 1, sizeof(VrfTimes), 1, 0);
   bool had_contents = false;
   rc = mpls_vpn_checked(kChkptInit, "chkpt_register",
-                        chkpt_register(&descriptor, kTableId, &creation_times, &had_contents));
+                        chkpt_register(&descriptor, kTableId, &vrf_times, &had_contents));
   if (rc != kStatusOk) return rc;
   first_run = had_contents ? 0 : 1;
   mpls_vpn_report(CHKPT, kTraceChkpt, "First run =%d", static_cast<int>(first_run));
@@ -188,7 +189,7 @@ Status mpls_vpn_mib_chkpt_vrf_save(std::uint32_t vrf_id, const VtabVrfRecord* re
   if (rc != kStatusOk) return rc;
   const VrfTimes times = {attributes->creation_time, attributes->conf_last_changed_time};
   return mpls_vpn_checked(kAdd, "chkpt_save",
-                          chkpt_save(creation_times, attributes->chkpt_objid, &times, sizeof times));
+                          chkpt_save(vrf_times, attributes->chkpt_objid, &times, sizeof times));
 }
 
 Status mpls_vpn_mib_chkpt_vrf_delete(const VtabVrfRecord* record) {
@@ -202,7 +203,7 @@ Status mpls_vpn_mib_chkpt_vrf_delete(const VtabVrfRecord* record) {
     return kStatusOk;
   }
   const Status rc =
-      mpls_vpn_checked(kDelete, "chkpt_delete", chkpt_delete(creation_times, attributes->chkpt_objid));
+      mpls_vpn_checked(kDelete, "chkpt_delete", chkpt_delete(vrf_times, attributes->chkpt_objid));
   if (rc == kStatusOk) attributes->chkpt_objid = 0;
   return rc;
 }
@@ -227,6 +228,6 @@ void mpls_vpn_mib_chkpt_save_missing() {
 
 void mpls_vpn_mib_chkpt_end() {
   chkpt_end();
-  creation_times = nullptr;
+  vrf_times = nullptr;
   first_run = 0;
 }

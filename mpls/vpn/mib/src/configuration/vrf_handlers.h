@@ -2,7 +2,8 @@
 //
 // A set for a VRF that does not exist yet is stored in a forward reference (get_vrf_record); a deletion never
 // creates one. Handlers return nothing to the data store: they report what they cannot apply. Every change
-// except that of a route policy is stamped as the VRF's last one (mplsL3VpnVrfConfLastChanged, RFC 4382).
+// is stamped as the VRF's last one (mplsL3VpnVrfConfLastChanged, RFC 4382), except that of a route policy,
+// which no object of the MIB shows.
 //
 // Path arguments: 0 the VRF's name, 1 the AFI (1 IPv4, 2 IPv6), 2 the SAFI (1 unicast). Main thread.
 #pragma once

@@ -7,9 +7,10 @@
 // look-up asks the service.
 //
 // Main thread, outside the database mutex.
+#include "mpls/vpn/mib/src/interface/cached_ifindex.h"
+
 #include <cstring>
 
-#include "mpls/vpn/mib/src/membership/membership.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "platform/router/ifindex/ifindex.h"
 #include "platform/store/tree/kvtree.h"
@@ -19,16 +20,17 @@ namespace {
 constexpr const char* kCachedLookup = "mpls_vpn_cached_ifname_to_index";
 
 KvDatalist* index_list = nullptr;
-bool refresh = true;
+bool may_fetch = true;
 
 void drop_list() {
   kvtree_datalist_free(index_list);
   index_list = nullptr;
 }
 
-// Reads the list up to the entry of this name. False at an entry without a value, and at the end of the list.
-// Reading sequentially, and not from the start at each look-up, keeps start-up from being quadratic.
-bool read_until(const char* if_name, std::uint32_t* if_index) {
+// Finds the name's entry as a reader from the start of the list would: false if an entry without a value is
+// before it, or if there is none. Takes constant time (kvtree_datalist_find), so that start-up is not
+// quadratic.
+bool find_entry(const char* if_name, std::uint32_t* if_index) {
   const char* name = nullptr;
   const void* value = nullptr;
   std::size_t length = 0;
@@ -46,14 +48,14 @@ bool find_in_list(const char* if_name, std::uint32_t* if_index) {
     drop_list();
     return false;
   }
-  if (read_until(if_name, if_index)) return true;
+  if (find_entry(if_name, if_index)) return true;
   drop_list();
   return false;
 }
 
 void fetch_list_once() {
-  if (!refresh) return;
-  refresh = false;
+  if (!may_fetch) return;
+  may_fetch = false;
   const Status rc = ifindex_get_index_list(&index_list);
   if (rc == kStatusOk) return;
   mpls_vpn_error(kCachedLookup, "ifindex_get_index_list failed", rc);
@@ -75,7 +77,7 @@ std::uint32_t mpls_vpn_cached_ifname_to_index(const char* if_name) {
   return if_index;
 }
 
-void mpls_vpn_mib_membership_end() {
+void mpls_vpn_cached_ifindex_end() {
   if (index_list != nullptr) drop_list();
-  refresh = true;
+  may_fetch = true;
 }

@@ -49,7 +49,7 @@ const IfNode* find_next(const char* vrf_name, std::uint32_t if_index) {
 
 const IfNode* find_exact(const char* vrf_name, std::uint32_t if_index) {
   if (vrf_name == router::kDefaultVrf) return nullptr;
-  // Deliberate: interfaces of known VRFs are read by "next" only.
+  // An interface of a VRF in the database is read by "next" only (docs/decisions.md).
   if (vrf_in_database(vrf_name) != nullptr) return nullptr;
   const IfNode* node = mpls_vpn_mib_get_if(true, vrf_name, if_index);
   if (node == nullptr) return report_none();

@@ -18,13 +18,13 @@ namespace {
 
 constexpr std::uint32_t kMemberDatabaseType = 2;
 constexpr std::uint32_t kIntfBatch = 40;
-constexpr std::uint32_t kConnEventMask = 0x6000;
 constexpr const char* kRegister = "mpls_vpn_mib_vmap_register_for_notification";
 constexpr const char* kOpen = "connection_manager_open_handler";
 
 VmapClient* vmap_client = nullptr;
 EventConn* vmap_connection = nullptr;
 
+// The membership service requires one and ignores its result.
 int library_callback(void* /*argument*/) {
   return 1;
 }
@@ -73,7 +73,7 @@ Status mpls_vpn_mib_vmap_register_for_notification(EventManager* evm) {
                                           kEventConnRetries, &vmap_connection));
   if (rc != kStatusOk) return rc;
   rc = mpls_vpn_checked(kRegister, "event_conn_notify",
-                        event_conn_notify(vmap_connection, kConnEventMask, connection_manager_close_handler));
+                        event_conn_notify(vmap_connection, kEventConnBoth, connection_manager_close_handler));
   if (rc != kStatusOk) return rc;
   rc = event_conn_open(vmap_connection);
   if (rc == kStatusConnectionRetry) {

@@ -21,6 +21,7 @@
 #include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
 #include "mpls/vpn/mib/src/interface/active.h"
+#include "mpls/vpn/mib/src/interface/cached_ifindex.h"
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/tally/tally.h"
@@ -93,6 +94,7 @@ bool clear_handle(IfNode* node, const Joining& joining) MPLS_REQUIRES(mpls_vpn_m
   return delete_node_in_the_way(node);
 }
 
+// The print states whether the notification was raised before; then it is not raised again.
 void consider_vrf_up(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   const VtabIfRecord* record = vtab_get_if_record(node->if_name);
   if (record == nullptr) return;

@@ -22,9 +22,3 @@ void mpls_vpn_mib_vrf_deleted(const char* vrf_name, std::uint32_t vrf_id) MPLS_R
 
 // Fetches the route distinguisher if the record has none. Request handlers call it before they report a VRF.
 void mpls_vpn_mib_vrf_complete_missing(VtabVrfRecord* record);
-
-// The interface's ifIndex, or 0. The first success fetches the list of all indexes, once in the life of the
-// process; later calls read the list until one finds no entry.
-std::uint32_t mpls_vpn_cached_ifname_to_index(const char* if_name);
-// Discards that list and allows another fetch. For tests that start the daemon again.
-void mpls_vpn_mib_membership_end();

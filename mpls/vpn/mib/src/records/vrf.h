@@ -28,12 +28,12 @@ struct mpls_vpn_mib_vrf {
   std::int32_t adminStatus;
   std::int32_t storageType;
   std::uint32_t illegalLabelViolations;
-  std::uint32_t discontinuityTime;
+  std::uint32_t discontinuityTime;  // of the security counters
   std::uint32_t routesAdded;
   std::uint32_t routesDeleted;
   std::uint32_t currNumRoutes;
   std::uint32_t routesDropped;
-  std::uint32_t discTime;
+  std::uint32_t discTime;  // of the performance counters
 };
 inline constexpr std::array kMibVrfFields = {
     PARCEL_FIELD(mpls_vpn_mib_vrf, name),

@@ -19,6 +19,7 @@
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
+#include "mpls/vpn/mib/src/interface/cached_ifindex.h"
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/membership/connection.h"
 #include "mpls/vpn/mib/src/membership/membership.h"
@@ -312,7 +313,7 @@ class DaemonTest : public testing::Test {
   void EndDatabases() {
     FreeTexts();
     mpls_vpn_mib_vmap_end();
-    mpls_vpn_mib_membership_end();
+    mpls_vpn_cached_ifindex_end();
     mpls_vpn_interface_name_end();
     mpls_vpn_mib_rt_dbase_end();
     mpls_vpn_mib_if_dbase_end();

@@ -1,5 +1,6 @@
-// Value helpers of databases and provider: the name order, the index of a text in a table, and conversions
-// of an SNMP agent's octet strings and object identifiers (RFC 2578 section 7.7). Any thread.
+// The name order of the databases. The other value helpers are for code that is loaded into the daemon's
+// process and speaks an SNMP agent's types; the daemon itself calls none of them: the index of a text in a
+// table, and conversions of octet strings and object identifiers (RFC 2578 section 7.7). Any thread.
 #pragma once
 
 #include <cstdint>

@@ -10,6 +10,7 @@
 
 namespace {
 
+// The deletion alone decides here; the handlers of configuration/ look for a set first.
 bool is_deleted(const KvNotifyInfo* info) {
   return (info->whichevent & kKvEventDeleted) != 0;
 }
