@@ -1,4 +1,4 @@
-// The daemon with references by configuration: what it retains of a VRF that is deleted and created again,
+// The daemon with VRFs that configuration names: what it retains of a VRF that is deleted and created again,
 // and what it counts on interfaces that leave and join.
 #include "mpls/vpn/mib/src/configuration/config_test_support.h"
 #include "mpls/vpn/mib/src/configuration/protocols.h"

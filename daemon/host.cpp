@@ -75,14 +75,14 @@ bool load_sources(AddSources add, const Settings& settings, std::string* error) 
 // Configuration of other kinds of source must not stay effective.
 bool load_router(const Settings& settings, std::string* error) {
   for (const SourceKind& kind : source_kinds()) {
-    if (&kind != settings.source && kind.release(error) != kStatusOk) return false;
+    if (&kind != settings.source && kind.remove_configured(error) != kStatusOk) return false;
   }
   return load_sources(settings.source->add, settings, error);
 }
 
 bool load_configuration_sources(const Settings& settings, std::string* error) {
   return std::ranges::all_of(configuration_sources(), [&](const ConfigurationSource& source) {
-    if (!source.is_followed(settings)) return source.release(error) == kStatusOk;
+    if (!source.is_followed(settings)) return source.remove_configured(error) == kStatusOk;
     return load_sources(source.add, settings, error);
   });
 }
@@ -117,7 +117,7 @@ void start_on_main_manager(EventManager* manager) {
 bool arm_faults() {
   const char* faults = std::getenv("MPLS_VPN_MIB_FAULTS");
   if (faults == nullptr || fault_arm_from_text(faults) == kStatusOk) return true;
-  log_warning("mpls_vpn_mib", "MPLS_VPN_MIB_FAULTS does not parse: %s", faults);
+  log_error("mpls_vpn_mib", "MPLS_VPN_MIB_FAULTS does not parse: %s", faults);
   return false;
 }
 
@@ -169,7 +169,7 @@ int start_host() {
   Settings settings;
   std::string error;
   if (!read_settings(config_directory(), &settings, &error)) return refuse(error);
-  if (!settings.notice.empty()) log_error("mpls_vpn_mib", "%s", settings.notice.c_str());
+  if (!settings.warning.empty()) log_warning("mpls_vpn_mib", "%s", settings.warning.c_str());
   if (!prepare_store()) return 1;
   if (!load_router(settings, &error) || !load_configuration_sources(settings, &error)) return refuse(error);
   router_services_attach(&host().model);

@@ -113,7 +113,7 @@ void take_settings(const YAML::Node& root, const std::filesystem::path& folder, 
 bool find_file(const std::filesystem::path& folder, const std::string& file, Settings* settings) {
   if (std::filesystem::exists(file)) return true;
   if (!std::filesystem::exists(folder)) {
-    settings->notice =
+    settings->warning =
         folder.string() + ": the configuration directory does not exist; the defaults are used";
   }
   return false;

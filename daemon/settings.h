@@ -14,12 +14,12 @@ namespace daemon_host {
 
 struct Settings : SourceSettings {
   const SourceKind* source = &source_kinds().front();
-  std::string notice;  // a warning for the operator; empty for none
+  std::string warning;  // for the operator; empty for none
 };
 
 // False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value
 // or a key twice, or lacks a required option of its source. A missing file means the defaults; a missing
-// folder also sets the notice.
+// folder also sets the warning.
 [[nodiscard]] bool read_settings(const std::string& config_directory, Settings* settings, std::string* error);
 
 }  // namespace daemon_host

@@ -41,12 +41,12 @@ TEST_F(SettingsFile, MissingFileMeansTheKernel) {
 
 TEST_F(SettingsFile, MissingFolderIsReported) {
   ASSERT_TRUE(Read());
-  EXPECT_EQ(settings_.notice, "") << "a missing file alone is usual";
+  EXPECT_EQ(settings_.warning, "") << "a missing file alone is usual";
   const std::string folder = folder_.path() + "/none";
   ASSERT_TRUE(read_settings(folder, &settings_, &error_));
   EXPECT_EQ(settings_.source->word, "kernel");
-  EXPECT_EQ(settings_.notice.substr(0, folder.size() + 2), folder + ": ");
-  EXPECT_NE(settings_.notice.find("configuration directory does not exist"), std::string::npos);
+  EXPECT_EQ(settings_.warning.substr(0, folder.size() + 2), folder + ": ");
+  EXPECT_NE(settings_.warning.find("configuration directory does not exist"), std::string::npos);
 }
 
 TEST_F(SettingsFile, FolderThatCannotBeSearchedIsAFailure) {

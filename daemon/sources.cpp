@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/core/files/directories.h"
+#include "platform/core/text/words.h"
 #include "sources/file/file_source.h"
 #include "sources/frr/frr_source.h"
 #include "sources/kernel/kernel_source.h"
@@ -20,7 +21,7 @@ void add_kernel(router::Router* model, const SourceSettings& /*settings*/, Sourc
 }
 
 constexpr std::string_view kRouterFile = "router_file";
-constexpr SourceOption kFileOptions[] = {{kRouterFile, true, true}};
+constexpr SourceOption kFileOptions[] = {{.key = kRouterFile, .is_path = true, .is_required = true}};
 
 void add_file(router::Router* model, const SourceSettings& settings, Sources* sources) {
   const std::string& path = settings.options.find(kRouterFile)->second;
@@ -28,8 +29,16 @@ void add_file(router::Router* model, const SourceSettings& settings, Sources* so
 }
 
 constexpr SourceKind kSourceKinds[] = {
-    {"kernel", {}, true, add_kernel, VrfDescriptions::release},
-    {"file", kFileOptions, false, add_file, FileSource::release},
+    {.word = "kernel",
+     .options = {},
+     .follows_routing_suite = true,
+     .add = add_kernel,
+     .remove_configured = VrfDescriptions::remove_configured},
+    {.word = "file",
+     .options = kFileOptions,
+     .follows_routing_suite = false,
+     .add = add_file,
+     .remove_configured = FileSource::remove_configured},
 };
 
 bool is_suite_followed(const SourceSettings& settings) {
@@ -44,7 +53,7 @@ void add_suite(router::Router* model, const SourceSettings& settings, Sources* s
 }
 
 constexpr ConfigurationSource kConfigurationSources[] = {
-    {is_suite_followed, add_suite, FrrSource::release},
+    {.is_followed = is_suite_followed, .add = add_suite, .remove_configured = FrrSource::remove_configured},
 };
 
 }  // namespace
@@ -71,11 +80,9 @@ const SourceOption* find_source_option(std::string_view key) {
 }
 
 std::string source_words() {
-  std::string words;
-  for (const SourceKind& kind : kSourceKinds) {
-    words += (words.empty() ? "'" : " or '") + std::string(kind.word) + "'";
-  }
-  return words;
+  std::vector<std::string> words;
+  for (const SourceKind& kind : kSourceKinds) words.push_back("'" + std::string(kind.word) + "'");
+  return text::alternatives(words);
 }
 
 }  // namespace daemon_host

@@ -28,8 +28,9 @@ using Sources = std::vector<std::unique_ptr<Source>>;
 
 // Adds sources in the order in which they are loaded and started.
 using AddSources = void (*)(router::Router* model, const SourceSettings& settings, Sources* sources);
-// Removes what an earlier process with this source configured. *error says what failed.
-using ReleaseSource = Status (*)(std::string* error);
+// Removes what an earlier process with this source configured; kStatusOk for a source that configures
+// nothing. *error says what failed.
+using RemoveConfigured = Status (*)(std::string* error);
 
 // A key of platform.yaml that belongs to a source; its value is one word.
 struct SourceOption {
@@ -44,14 +45,14 @@ struct SourceKind {
   std::span<const SourceOption> options;
   bool follows_routing_suite;  // with `frr: auto`
   AddSources add;              // the first source feeds the model
-  ReleaseSource release;
+  RemoveConfigured remove_configured;
 };
 
 // What only writes configuration, beside the source of the model.
 struct ConfigurationSource {
   bool (*is_followed)(const SourceSettings& settings);
   AddSources add;
-  ReleaseSource release;
+  RemoveConfigured remove_configured;
 };
 
 // The first one is the default.

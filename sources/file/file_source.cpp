@@ -65,7 +65,7 @@ FileSource::~FileSource() {
   if (watch_) kvtree_unregister_action(kActionName);
 }
 
-Status FileSource::release(std::string* error) {
+Status FileSource::remove_configured(std::string* error) {
   return kvtree_config_replace(kConfigOwnerFile, {}, "there is no router file", nullptr, error);
 }
 

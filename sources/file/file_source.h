@@ -39,7 +39,7 @@ class FileSource : public Source {
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return path_; }
   // For a router that has no file: removes what an earlier one configured.
-  [[nodiscard]] static Status release(std::string* error);
+  [[nodiscard]] static Status remove_configured(std::string* error);
   // Whether a changed file is being read.
   bool is_reading() const { return reader_ != nullptr && reader_->is_reading(); }
 

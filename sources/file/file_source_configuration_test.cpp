@@ -111,7 +111,7 @@ TEST_F(ConfigurationOnDisk, ReloadReportsWhatChanged) {
 
 TEST_F(ConfigurationOnDisk, ReleaseRemovesEverything) {
   LoadWell(kRed);
-  ASSERT_EQ(FileSource::release(&error_), kStatusOk) << error_;
+  ASSERT_EQ(FileSource::remove_configured(&error_), kStatusOk) << error_;
   EXPECT_THAT(words_in_force(), IsEmpty());
 }
 

@@ -153,7 +153,7 @@ void add_question_of_exports(const BgpInstance& instance, std::size_t family,
   const Target& target = vpn.exports[0];
   if (target.type != Target::Type::kIpv4Address) return;
   const std::string text = vrf_config::target_text(target);
-  if (!instance.router_id.empty() && text.find(instance.router_id + ":") != 0) return;
+  if (!instance.router_id.empty() && !text.starts_with(instance.router_id + ":")) return;
   const std::string words = family == 0 ? "ipv4" : "ipv6";
   questions->push_back({"show bgp " + words + " vpn rd " + text + " json", read_exports,
                         vrf_config::kFamiliesOfTargets[family], instance.vrf, target});
@@ -169,8 +169,9 @@ std::vector<Question> questions_of(const RunningConfig& config, bool exports) {
     questions.push_back({"show bgp vrfs json", read_vnis});
     questions.push_back({"show bgp l2vpn evpn vni json", read_evpn});
   }
+  if (!exports) return questions;
   for (const BgpInstance& instance : config.bgp) {
-    for (std::size_t family = 0; exports && family < 2; ++family) {
+    for (std::size_t family = 0; family < 2; ++family) {
       add_question_of_exports(instance, family, &questions);
     }
   }

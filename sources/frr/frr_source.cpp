@@ -120,7 +120,7 @@ std::size_t FrrSource::pending_answers() const {
   return static_cast<std::size_t>(std::count_if(followers_.begin(), followers_.end(), awaits));
 }
 
-Status FrrSource::release(std::string* error) {
+Status FrrSource::remove_configured(std::string* error) {
   constexpr char kComment[] = "the routing suite is not followed";
   Status status = kvtree_config_replace(kConfigOwnerFrrDerived, {}, kComment);
   if (!status) status = kvtree_config_replace(kConfigOwnerFrr, {}, kComment);

@@ -60,7 +60,7 @@ class FrrSource : public Source {
   std::size_t pending_answers() const;
 
   // For a router that does not follow the suite: removes what the suite configured.
-  [[nodiscard]] static Status release(std::string* error);
+  [[nodiscard]] static Status remove_configured(std::string* error);
 
  private:
   struct Follower;

@@ -275,7 +275,7 @@ TEST_F(DerivedItemsOfTheSuite, AreWrittenLaterWhenTheCommitFails) {
   AwaitAnswer("bgpd");
   EXPECT_THAT(StoredDerived(), UnorderedElementsAre(kDerivedRd, kDerivedTarget));
   source.reset();
-  EXPECT_EQ(FrrSource::release(&error), kStatusOk) << error;
+  EXPECT_EQ(FrrSource::remove_configured(&error), kStatusOk) << error;
   EXPECT_THAT(StoredDerived(), IsEmpty());
 }
 
@@ -417,7 +417,7 @@ TEST_F(FrrSourceTest, LostProgramIsAskedSoonerWhenAnotherOneReturns) {
 TEST_F(FrrSourceTest, ReleaseRemovesEverything) {
   StartWith("bgpd", bgp_red(kRd10));
   source.reset();
-  EXPECT_EQ(FrrSource::release(&error), kStatusOk) << error;
+  EXPECT_EQ(FrrSource::remove_configured(&error), kStatusOk) << error;
   EXPECT_THAT(Stored(), IsEmpty());
 }
 
@@ -425,7 +425,7 @@ TEST_F(FrrSourceTest, ReleaseThatFailsIsReported) {
   StartWith("bgpd", bgp_red(kRd10));
   source.reset();
   const ScopedFault fault("kvtree_config_replace", kStatusIo);
-  EXPECT_EQ(FrrSource::release(&error), kStatusIo);
+  EXPECT_EQ(FrrSource::remove_configured(&error), kStatusIo);
   EXPECT_EQ(error,
             std::string("cannot remove the configuration of the routing suite: ") + err_text(kStatusIo));
 }

@@ -63,7 +63,7 @@ TEST_F(RecordedSuite, EveryVersionGivesTheSameNodes) {
   const std::vector<std::string> before = Stored();
   EXPECT_THAT(before, IsSupersetOf({std::string(kRd10Words)}));
   source.reset();
-  ASSERT_EQ(FrrSource::release(&error), kStatusOk) << error;
+  ASSERT_EQ(FrrSource::remove_configured(&error), kStatusOk) << error;
   StartWithVersion("10.3");
   EXPECT_EQ(Stored(), before);
 }

@@ -2,8 +2,8 @@
 //
 //   1. references are added, so that a VRF which is deleted but still referenced becomes a forward reference;
 //   2. interfaces are removed;
-//   3. members leave the VRFs that are deleted, except those that stay members of a VRF that will not exist;
-//      then these VRFs are deleted;
+//   3. members leave the VRFs that are deleted, except those whose wanted VRF is the deleted one, which then
+//      exists by name only; then these VRFs are deleted;
 //   4. VRFs are created and changed; then references end, so that a forward reference becomes the VRF;
 //   5. an interface whose name another one needs is renamed to ":" and its index, which the kernel does not
 //      allow as a name. So interfaces can swap their names;

@@ -230,6 +230,17 @@ class BadStart(SystemTest):
         self.assertEqual(status, 1)
         self.assertIn("platform.yaml:1:1: unknown key 'sauce'", log)
 
+    def test_start_without_the_configuration_directory_logs_a_warning(self):
+        """The service manager learns the severity from the beginning of a line, if standard error is its journal."""
+        system = self.new_system(ROUTER)
+        with open(system.folder / "daemon.log", "w") as log:
+            place = os.fstat(log.fileno())
+            environment = {**system.environment, "JOURNAL_STREAM": f"{place.st_dev}:{place.st_ino}",
+                           "MPLS_VPN_MIB_CONFIG_DIR": "/none", "MPLS_VPN_MIB_FAULTS": "debug_register=5"}
+            subprocess.run([BIN / "mpls_vpn_mib"], env=environment, stderr=log, check=False, timeout=60 * SLOW)
+        self.assertTrue(system.log("daemon").startswith("<4>mpls_vpn_mib: /none: the configuration directory does not exist"),
+                        system.log("daemon"))
+
     def test_second_daemon_on_the_same_sockets_is_refused(self):
         system = self.new_system(ROUTER)
         system.start_daemon()

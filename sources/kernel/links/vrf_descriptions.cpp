@@ -50,7 +50,7 @@ Status VrfDescriptions::start(EventManager* manager) {
   return kStatusOk;
 }
 
-Status VrfDescriptions::release(std::string* error) {
+Status VrfDescriptions::remove_configured(std::string* error) {
   return replace({}, error);
 }
 

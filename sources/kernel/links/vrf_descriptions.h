@@ -27,7 +27,7 @@ class VrfDescriptions : public Source, public router::Observer {
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the descriptions of VRF devices"; }
   // For a router without such descriptions: removes what the owner sets.
-  [[nodiscard]] static Status release(std::string* error);
+  [[nodiscard]] static Status remove_configured(std::string* error);
 
   void vrf_created(const router::Vrf& vrf) override { changed(vrf.name); }
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override {

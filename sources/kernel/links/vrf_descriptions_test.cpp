@@ -136,7 +136,7 @@ TEST_F(RouterDescriptions, NextProcessReplacesThem) {
 TEST_F(RouterDescriptions, ReleaseRemovesThem) {
   AddVrf("red", 10, "Red");
   Start();
-  ASSERT_EQ(VrfDescriptions::release(&error_), kStatusOk) << error_;
+  ASSERT_EQ(VrfDescriptions::remove_configured(&error_), kStatusOk) << error_;
   EXPECT_THAT(words_in_force(), IsEmpty());
 }
 
