@@ -29,8 +29,8 @@ std::uint64_t TrapFeed::deadline() const {
 }
 
 void TrapFeed::step() {
-  if (losses_ != session_->losses()) {
-    losses_ = session_->losses();
+  if (session_losses_ != session_->losses()) {
+    session_losses_ = session_->losses();
     for (Trap& trap : traps_) trap.packet = 0;
   }
   if (!client_.connected() && session_->registered() && clock_monotonic() >= retry_at_) subscribe();

@@ -2,9 +2,9 @@
 // answers its Notify.
 //
 // A trap is acknowledged to the daemon only after the master has answered its Notify. Traps that a master
-// left unanswered are sent to the next one, in the same order. So no trap is lost and none overtakes another,
-// but one whose answer was lost is sent twice. The daemon sends a window of traps in advance; if it
-// disconnects, those received before stay here and are sent first.
+// left unanswered are sent to the next one, in the same order. So, within kMaxTraps, no trap is lost and none
+// overtakes another, but one whose answer was lost is sent twice. The daemon sends a window of traps in
+// advance; if it disconnects, those received before stay here and are sent first.
 //
 // A session that is not registered does not subscribe: of two sub-agents, the one that the master refused
 // must not take the traps of the other. One thread.
@@ -62,8 +62,8 @@ class TrapFeed {
   agentx::Session* session_;
   kvtree::Client client_;
   std::uint64_t retry_at_ = 0;
-  Status announced_ = kStatusOk;  // the refusal that was logged last
-  std::uint32_t losses_ = 0;      // of the session, as far as processed
+  Status announced_ = kStatusOk;      // the refusal that was logged last
+  std::uint32_t session_losses_ = 0;  // of connections to the master, as far as processed
   std::uint32_t subscription_ = 0;
   std::uint64_t instance_ = 0;      // of the daemon's queue
   std::uint64_t received_ = 0;      // the highest sequence number of this instance
