@@ -118,8 +118,8 @@ void VrfWatch::clear_before_loss() {
   report_cleared(emptied);
 }
 
-// Published for the table that crossed last; if the VRF no longer has it, for the other one, whose number
-// identifies the VRF, too. Without any table the clearing remains pending.
+// Published for the table that crossed last or, if the VRF no longer has it, for the VRF's other table;
+// either number identifies the VRF. Without any table the clearing remains pending.
 void VrfWatch::report_cleared(const std::array<TableNow, kFamilies>& now) {
   const std::size_t other = kFamilies - 1 - crossed_last_;
   const std::size_t reporting = now[crossed_last_].table != 0 ? crossed_last_ : other;
