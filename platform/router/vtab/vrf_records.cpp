@@ -39,8 +39,20 @@ void set_name(char (&slot)[kVtabNameSize], std::string_view name) {
   slot[length] = '\0';
 }
 
-VrfNode* VrfRecords::find(std::string_view name) const {
+VrfRecords::ByName::iterator VrfRecords::search(std::string_view name) {
+  if (latest_) {
+    if ((*latest_)->first == name) return *latest_;
+    const auto next = std::next(*latest_);
+    if (next != by_name_.end() && next->first == name) return *(latest_ = next);
+  }
   const auto found = by_name_.find(name);
+  latest_.reset();
+  if (found != by_name_.end()) latest_ = found;
+  return found;
+}
+
+VrfNode* VrfRecords::find(std::string_view name) {
+  const auto found = search(name);
   return found == by_name_.end() ? nullptr : found->second.get();
 }
 
@@ -58,8 +70,9 @@ VrfNode* VrfRecords::first() const {
   return by_name_.empty() ? nullptr : by_name_.begin()->second.get();
 }
 
-VrfNode* VrfRecords::after(std::string_view name) const {
-  const auto next = by_name_.upper_bound(name);
+VrfNode* VrfRecords::after(std::string_view name) {
+  const auto found = search(name);
+  const auto next = found == by_name_.end() ? by_name_.upper_bound(name) : std::next(found);
   return next == by_name_.end() ? nullptr : next->second.get();
 }
 
@@ -109,6 +122,7 @@ void VrfRecords::remove(VrfNode* node) {
   node->vrf_id = id;  // the client's callback for the deletion reads it
   const auto found = by_name_.find(std::string_view(node->vrf_name));
   removed_.emplace(node, std::move(found->second));
+  latest_.reset();
   by_name_.erase(found);
 }
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -35,11 +36,11 @@ struct VrfNode : VtabVrfRecord {
 
 class VrfRecords {
  public:
-  VrfNode* find(std::string_view name) const;
+  VrfNode* find(std::string_view name);
   VrfNode* find_by_id(std::uint32_t id) const;           // null for 0
   VrfNode* find_by_table(std::uint32_t table_id) const;  // of several, the first in name order; null for 0
   VrfNode* first() const;
-  VrfNode* after(std::string_view name) const;
+  VrfNode* after(std::string_view name);
 
   // Adds a forward reference. REQUIRES: there is no record of that name. Null when there is no memory for the
   // block.
@@ -70,9 +71,15 @@ class VrfRecords {
     bool operator()(std::uint32_t left, const Entry& right) const { return left < right.first; }
   };
 
+  using ByName = std::map<std::string, std::unique_ptr<VrfNode>, router::ShorterFirst>;
+
+  // A walk asks for one record after the other, and several times for each: the record of the latest search
+  // and the one after it are found without a search.
+  ByName::iterator search(std::string_view name);
   void set_tables(VrfNode* node, const router::Vrf& vrf);
 
-  std::map<std::string, std::unique_ptr<VrfNode>, router::ShorterFirst> by_name_;
+  ByName by_name_;
+  std::optional<ByName::iterator> latest_;
   std::unordered_map<std::uint32_t, VrfNode*> by_id_;
   std::set<std::pair<std::uint32_t, VrfNode*>, ByTableThenName> by_table_;
   std::unordered_map<const VrfNode*, std::unique_ptr<VrfNode>> removed_;

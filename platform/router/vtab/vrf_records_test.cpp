@@ -2,6 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <random>
+#include <set>
+
 #include "platform/core/base/fault.h"
 #include "platform/router/vtab/test_support.h"
 
@@ -54,6 +57,34 @@ TEST_F(Records, WalkContinuesFromADeletedRecord) {
   VtabVrfRecord* record = Find("red");
   DeleteVrf("red");
   EXPECT_EQ(vtab_get_next_vrf_record(record), Find("blue"));
+}
+
+// Look-ups near an earlier one are found without a search.
+TEST_F(Records, LookUpsInAnyOrderFindTheRecordsThatExist) {
+  std::set<std::string, router::ShorterFirst> present = {"default"};
+  std::mt19937 random(7);
+  for (int step = 0; step < 5000; ++step) {
+    const std::string name = "vrf" + std::to_string(random() % 12);
+    switch (random() % 4) {
+      case 0:
+        if (present.insert(name).second) AddVrf(name, static_cast<std::uint32_t>(10 + step));
+        break;
+      case 1:
+        if (present.erase(name) != 0) DeleteVrf(name);
+        break;
+      case 2:
+        ASSERT_EQ(Find(name.c_str()) != nullptr, present.contains(name)) << "step " << step;
+        break;
+      default: {
+        VtabVrfRecord key{};
+        name.copy(key.vrf_name, sizeof key.vrf_name - 1);
+        const VtabVrfRecord* next = vtab_get_next_vrf_record(&key);
+        const auto expected = present.upper_bound(name);
+        ASSERT_EQ(next == nullptr ? "" : next->vrf_name, expected == present.end() ? "" : *expected)
+            << "step " << step;
+      }
+    }
+  }
 }
 
 TEST_F(Records, TablesAreWalkedByAddressFamilyThenSubsequentFamily) {

@@ -27,12 +27,29 @@ std::uint32_t compare_by_name(const void* left, const void* right) {
                                static_cast<const VrfNode*>(right)->vrf_name);
 }
 
+// The node of the latest exact search that found one. A walk over the record service's VRFs, which are in the
+// same order, asks for the node of one VRF after the other.
+VrfNode* latest = nullptr;
+
+bool has_name(const VrfNode* node, const char* vrf_name) {
+  return node != nullptr && mpls_vpn_name_compare(node->vrf_name, vrf_name) == kWavlEqual;
+}
+
+VrfNode* search_near_latest(const char* vrf_name) {
+  if (latest == nullptr || has_name(latest, vrf_name)) return latest;
+  auto* next = static_cast<VrfNode*>(wavl_next(vrf_tree(), kByName, latest));
+  return has_name(next, vrf_name) ? next : nullptr;
+}
+
 VrfNode* search(bool exact, const char* vrf_name) {
+  if (VrfNode* near = exact ? search_near_latest(vrf_name) : nullptr) return latest = near;
   VrfNode key{};
   key.vrf_name = const_cast<char*>(vrf_name);  // only read by the compare function
   void* found =
       exact ? wavl_search(vrf_tree(), kByName, &key) : wavl_search_greater_equal(vrf_tree(), kByName, &key);
-  return static_cast<VrfNode*>(found);
+  auto* node = static_cast<VrfNode*>(found);
+  if (exact && node != nullptr) latest = node;
+  return node;
 }
 
 void free_vrf_node(VrfNode* node) {
@@ -54,6 +71,7 @@ VrfNode* new_vrf_node(const char* vrf_name, VtabVrfRecord* vrf_rec) {
 bool unlink_node(VrfNode* node, const char* function) MPLS_REQUIRES(mpls_vpn_mutex) {
   const Status rc = wavl_delete_all(&mpls_vpn_mib_vrf_dbase, node);
   if (rc == kStatusOk) {
+    if (latest == node) latest = nullptr;
     if (node->vrf_name != nullptr) mpls_vpn_tally_withdraw(node->vrf_name);
     return true;
   }

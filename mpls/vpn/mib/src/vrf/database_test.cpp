@@ -2,6 +2,8 @@
 #include "mpls/vpn/mib/src/vrf/database.h"
 
 #include <cstdlib>
+#include <random>
+#include <set>
 
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
 
@@ -46,6 +48,27 @@ TEST_F(VrfDatabase, NodeTiesACopyOfTheNameToTheRecord) {
 TEST_F(VrfDatabase, ShorterNamesComeFirst) {
   for (const char* name : {"blue", "vrf10", "red", "vrf9", "abd", "abc"}) Create(name);
   EXPECT_THAT(VrfNames(), ElementsAre("abc", "abd", "red", "blue", "vrf9", "vrf10"));
+}
+
+// Searches near an earlier one compare a name or two.
+TEST_F(VrfDatabase, SearchesInAnyOrderFindTheNodesThatExist) {
+  mpls_vpn_debug_flags[DBASE].enabled.store(0);
+  std::set<std::string> present;
+  std::mt19937 random(7);
+  for (int step = 0; step < 5000; ++step) {
+    const std::string name = "vrf" + std::to_string(random() % 12);
+    switch (random() % 4) {
+      case 0:
+        ASSERT_EQ(Create(name.c_str()) != nullptr, present.insert(name).second) << "step " << step;
+        break;
+      case 1:
+        ASSERT_EQ(DeleteByName(name.c_str()) != 0, present.erase(name) != 0) << "step " << step;
+        break;
+      default:
+        ASSERT_EQ(mpls_vpn_mib_get_vrf_node(true, name.c_str()) != nullptr, present.contains(name))
+            << "step " << step;
+    }
+  }
 }
 
 TEST_F(VrfDatabase, SecondNodeOfANameIsRefused) {
