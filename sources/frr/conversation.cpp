@@ -1,7 +1,8 @@
 // A question has a line for the configuration, one for each further command, one for the programs that the
 // shell is connected to, and a word that the shell does not know. That word in the output, as an echo or in
 // an error message, marks the end, whatever the prompt is. Similar words are sent before, between and after
-// the further commands.
+// the further commands. The words are random for each question, so that no description in a configuration can
+// contain one.
 //
 // The shell has a process group of its own, so that it is killed with its children. It ends by itself with
 // this process, because its input ends.
@@ -11,6 +12,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/epoll.h>
+#include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,6 +31,7 @@ namespace {
 
 constexpr std::string_view kConfigurationStart = "\nCurrent configuration:\n";
 constexpr std::string_view kConfigurationEnd = "\nend\n";
+constexpr char kMarkStart[] = "mpls-vpn-mib-";
 
 // Owns the arguments of posix_spawn().
 struct SpawnPlan {
@@ -46,11 +49,13 @@ struct SpawnPlan {
   SpawnPlan& operator=(const SpawnPlan&) = delete;
 };
 
-// The socket as standard input, output and error; no blocked signals; a new process group.
+// The socket as standard input, output and error, and no other descriptor; no blocked signals; a new process
+// group.
 int plan_spawn(SpawnPlan* plan, int fd) {
   for (int standard = 0; standard < 3; ++standard) {
     if (const int error = posix_spawn_file_actions_adddup2(&plan->actions, fd, standard)) return error;
   }
+  if (const int error = posix_spawn_file_actions_addclosefrom_np(&plan->actions, 3)) return error;
   sigset_t none;
   sigset_t defaults;
   sigemptyset(&none);
@@ -92,6 +97,21 @@ int spawn(std::vector<std::string> command, int fd, pid_t* pid) {
   const std::vector<char*> variables = pointers(&environment);
   return posix_spawn(pid, command[0].c_str(), &plan.actions, &plan.attributes, arguments.data(),
                      variables.data());
+}
+
+// 128 bits, as digits.
+Status random_token(std::string* token) {
+  std::array<std::uint8_t, 16> octets;
+  if (getrandom(octets.data(), octets.size(), 0) != static_cast<ssize_t>(octets.size())) {
+    return static_cast<Status>(errno);
+  }
+  token->clear();
+  for (const std::uint8_t octet : octets) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    token->push_back(kDigits[octet >> 4]);
+    token->push_back(kDigits[octet & 15]);
+  }
+  return kStatusOk;
 }
 
 bool has_word(std::string_view line, std::string_view wanted) {
@@ -144,9 +164,10 @@ Answer not_whole(std::string reason) {
 }
 
 // Takes the output of each command out of the text. False when one of the marks is missing.
-bool take_parts(std::string_view* text, std::size_t commands, std::vector<std::string>* shown) {
+bool take_parts(std::string_view* text, std::string_view token, std::size_t commands,
+                std::vector<std::string>* shown) {
   for (std::size_t part = 0; part <= commands; ++part) {
-    const std::string mark = part_mark(part);
+    const std::string mark = part_mark(token, part);
     const std::size_t start = text->find(mark);
     if (start == std::string_view::npos) return false;
     if (part > 0) shown->emplace_back(text->substr(0, start));
@@ -166,11 +187,12 @@ Answer ended(std::string_view text, const std::string& program) {
 
 }  // namespace
 
-std::string part_mark(std::size_t part) {
-  return "mpls-vpn-mib-part-" + std::to_string(part) + ".";
+std::string part_mark(std::string_view token, std::size_t part) {
+  return kMarkStart + std::string(token) + "-part-" + std::to_string(part) + ".";
 }
 
-Answer read_shell_output(std::string_view text, std::string_view program, std::size_t commands) {
+Answer read_shell_output(std::string_view text, std::string_view program, std::string_view token,
+                         std::size_t commands) {
   std::size_t start = text.find(kConfigurationStart);
   if (start == std::string_view::npos) return not_whole("no configuration in its answer");
   start += kConfigurationStart.size();
@@ -178,7 +200,7 @@ Answer read_shell_output(std::string_view text, std::string_view program, std::s
   if (end == std::string_view::npos) return not_whole("its configuration has no end");
   std::string_view rest = text.substr(end + kConfigurationEnd.size());
   Answer answer;
-  if (commands > 0 && !take_parts(&rest, commands, &answer.shown)) {
+  if (commands > 0 && !take_parts(&rest, token, commands, &answer.shown)) {
     return not_whole("a command's answer is missing");
   }
   if (!is_connected(rest, program)) return not_whole("the shell has no connection to it");
@@ -239,16 +261,17 @@ Status Conversation::start_shell() {
 // A shell that does not accept all of the question will not answer either. One that has ended already is read
 // to its end: its last words are the reason.
 Status Conversation::send_question(const std::vector<std::string>& commands) {
-  mark_ = "mpls-vpn-mib-" + std::to_string(getpid()) + "-" + std::to_string(++questions_);
+  if (const Status status = random_token(&token_)) return status;
+  mark_ = kMarkStart + token_ + "-end";
   commands_ = commands.size();
   // With a pager, each command would start a process. A shell that does not know this command uses the pager
   // from its environment, which does not wait.
   std::string question = answered_ ? "" : "no terminal paginate\n";
   question += "show running-config\n";
   for (std::size_t part = 0; part < commands_; ++part) {
-    question += part_mark(part) + "\n" + commands[part] + "\n";
+    question += part_mark(token_, part) + "\n" + commands[part] + "\n";
   }
-  if (commands_ > 0) question += part_mark(commands_) + "\n";
+  if (commands_ > 0) question += part_mark(token_, commands_) + "\n";
   question += "show daemons\n" + mark_ + "\n";
   received_.clear();
   const ssize_t sent = send(fd_, question.data(), question.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -268,7 +291,8 @@ void Conversation::read_answer() {
   received_.append(piece.data(), static_cast<std::size_t>(length));
   const std::size_t mark = received_.find(mark_, known);
   if (mark != std::string::npos) {
-    return finish(read_shell_output(std::string_view(received_).substr(0, mark), program_, commands_));
+    return finish(
+        read_shell_output(std::string_view(received_).substr(0, mark), program_, token_, commands_));
   }
   if (received_.size() <= limits_.answer_size) return;
   Answer answer = not_whole("its answer is too large");
@@ -279,7 +303,7 @@ void Conversation::read_answer() {
 void Conversation::finish(Answer answer) {
   event_timer_cancel(manager_, patience_);
   patience_ = 0;
-  received_.clear();
+  std::string().swap(received_);  // clear() keeps the memory of a flood
   answer.first = !answered_;
   answered_ = answer.whole;
   if (answered_) patience_now_ = limits_.patience;
@@ -297,6 +321,7 @@ void Conversation::end() {
   if (patience_ != 0) event_timer_cancel(manager_, patience_);
   patience_ = 0;
   on_answer_ = nullptr;
+  std::string().swap(received_);
   if (fd_ >= 0) {
     event_fd_remove(manager_, fd_);
     close(fd_);

@@ -57,6 +57,7 @@ class Conversation {
                            const std::vector<std::string>& commands = {});
   void end();  // ends the shell and drops a pending answer
   bool awaits_answer() const { return on_answer_ != nullptr; }
+  std::size_t buffered() const { return received_.capacity(); }  // octets of memory for an answer
 
  private:
   Status start_shell();
@@ -74,18 +75,19 @@ class Conversation {
   OnAnswer on_answer_{};
   pid_t shell_ = -1;
   int fd_ = -1;
-  bool answered_ = false;  // by this shell, with a whole answer
-  std::uint64_t questions_ = 0;
+  bool answered_ = false;     // by this shell, with a whole answer
   std::size_t commands_ = 0;  // further ones of the question
-  std::string mark_{};        // what ends the pending answer
+  std::string token_{};       // of the marks of the pending answer
+  std::string mark_{};        // what ends it
   std::string received_{};
   EventTimerId patience_ = 0;
   std::vector<pid_t> ended_{};  // shells that were ended and are not yet reaped
 };
 
-// Parses what the shell printed up to the mark.
-Answer read_shell_output(std::string_view text, std::string_view program, std::size_t commands = 0);
+// Parses what the shell printed up to the last mark. `token` is that of the question's marks.
+Answer read_shell_output(std::string_view text, std::string_view program, std::string_view token = {},
+                         std::size_t commands = 0);
 // The word between the parts of an answer. It is not a command, so the shell prints it.
-std::string part_mark(std::size_t part);
+std::string part_mark(std::string_view token, std::size_t part);
 
 }  // namespace frr

@@ -1,14 +1,17 @@
 #include "sources/frr/conversation.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <fstream>
 #include <map>
 #include <optional>
+#include <set>
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
@@ -82,10 +85,12 @@ TEST(ShellOutput, DescriptionThatReadsLikeAWarningIsOne) {
   EXPECT_TRUE(frr::read_shell_output(text, "bgpd").whole);
 }
 
+constexpr char kToken[] = "0123456789abcdef0123456789abcdef";
+
 std::string with_parts(const std::vector<std::string>& shown) {
   std::string text;
   for (std::size_t part = 0; part <= shown.size(); ++part) {
-    const std::string mark = frr::part_mark(part);
+    const std::string mark = frr::part_mark(kToken, part);
     text += mark + "\n% Unknown command: " + mark + "\nvm# ";
     if (part < shown.size()) text += "show it json\n" + shown[part] + "\nvm# ";
   }
@@ -93,7 +98,7 @@ std::string with_parts(const std::vector<std::string>& shown) {
 }
 
 TEST(ShellOutput, FurtherCommandsHaveTheirParts) {
-  const Answer answer = frr::read_shell_output(with_parts({"{\"a\": 1}", "{\n}"}), "bgpd", 2);
+  const Answer answer = frr::read_shell_output(with_parts({"{\"a\": 1}", "{\n}"}), "bgpd", kToken, 2);
   ASSERT_TRUE(answer.whole) << answer.reason;
   EXPECT_THAT(answer.shown, testing::ElementsAre(HasSubstr("{\"a\": 1}"), HasSubstr("{\n}")));
   EXPECT_THAT(answer.shown[0], testing::Not(HasSubstr("{\n}")));
@@ -102,16 +107,16 @@ TEST(ShellOutput, FurtherCommandsHaveTheirParts) {
 
 TEST(ShellOutput, AnswerWithoutAPartIsIncomplete) {
   const std::string whole = with_parts({"{}", "{}"});
-  EXPECT_TRUE(frr::read_shell_output(whole, "bgpd", 2).whole);
-  EXPECT_FALSE(frr::read_shell_output(whole, "bgpd", 3).whole);
-  EXPECT_FALSE(frr::read_shell_output(kWhole, "bgpd", 1).whole);
+  EXPECT_TRUE(frr::read_shell_output(whole, "bgpd", kToken, 2).whole);
+  EXPECT_FALSE(frr::read_shell_output(whole, "bgpd", kToken, 3).whole);
+  EXPECT_FALSE(frr::read_shell_output(kWhole, "bgpd", kToken, 1).whole);
 }
 
 // A line of a command's answer starts with a blank, like the list of connected programs.
 TEST(ShellOutput, PartDoesNotConnectTheProgram) {
   const std::string text = with_parts({"{\n bgpd \n}"});
-  EXPECT_TRUE(frr::read_shell_output(text, "bgpd", 1).whole);
-  EXPECT_FALSE(frr::read_shell_output(without(text, " zebra bgpd"), "bgpd", 1).whole);
+  EXPECT_TRUE(frr::read_shell_output(text, "bgpd", kToken, 1).whole);
+  EXPECT_FALSE(frr::read_shell_output(without(text, " zebra bgpd"), "bgpd", kToken, 1).whole);
 }
 
 class ConversationTest : public ::testing::Test {
@@ -237,7 +242,7 @@ TEST_F(ConversationTest, ShellThatEndedBeforeTheQuestionStatesItsReason) {
   const TemporaryDirectory folder;
   const std::string flag = folder.path() + "/end";
   const std::string script =
-      "while read -r line; do case $line in mpls-vpn-mib-[0-9]*) break;; esac; done\n"
+      "while read -r line; do case $line in mpls-vpn-mib-*-end) break;; esac; done\n"
       "printf '%s%s\\n' \"$1\" \"$line\"\n"
       "while [ ! -e \"$2\" ]; do sleep 0.01; done\n"
       "echo 'Error: no daemons match name bgpd!'\n";
@@ -338,6 +343,67 @@ TEST_F(ConversationTest, ShellThatCannotBeWatchedIsEnded) {
     EXPECT_EQ(Ask(), kStatusNoMemory);
   }
   EXPECT_TRUE(AskAndAwait().whole);
+}
+
+// A shell that records its input, and answers whatever the marks are.
+class RecordedShell : public ConversationTest {
+ protected:
+  // The lines of its input that begin with "mpls-vpn-mib-".
+  std::vector<std::string> Marks() const {
+    std::ifstream file(folder.path() + "/input");
+    std::vector<std::string> marks;
+    for (std::string line; std::getline(file, line);) {
+      if (line.starts_with("mpls-vpn-mib-")) marks.push_back(line);
+    }
+    return marks;
+  }
+  void OpenScript(const std::string& script) {
+    conversation = std::make_unique<Conversation>(
+        std::vector<std::string>{"/bin/sh", "-c", script, "shell", kWhole, folder.path()}, "bgpd",
+        Conversation::Limits{});
+  }
+  const TemporaryDirectory folder;
+};
+
+// Configuration, such as a description, must not be able to contain the mark.
+TEST_F(RecordedShell, EachQuestionHasMarksThatCannotBePredicted) {
+  OpenScript(
+      "while read -r line; do printf '%s\\n' \"$line\" >> \"$2/input\"; case $line in mpls-vpn-mib-*-end) "
+      "printf "
+      "'%s%s\\n' \"$1\" \"$line\";; esac; done");
+  for (int question = 0; question < 3; ++question) AskAndAwait();
+  const std::vector<std::string> marks = Marks();
+  ASSERT_EQ(marks.size(), 3U);
+  for (const std::string& mark : marks) {
+    EXPECT_THAT(mark, testing::MatchesRegex("mpls-vpn-mib-[0-9a-f]+-end"));
+    EXPECT_EQ(mark.size(), std::string("mpls-vpn-mib--end").size() + 32) << mark;
+  }
+  EXPECT_EQ(std::set<std::string>(marks.begin(), marks.end()).size(), 3U);
+}
+
+TEST_F(RecordedShell, InheritsStandardDescriptorsOnly) {
+  const int leak = open("/dev/null", O_RDONLY);  // without O_CLOEXEC, as a library may
+  ASSERT_GE(leak, 3);
+  OpenScript("(ls /proc/$$/fd > \"$2/fds\"); mv \"$2/fds\" \"$2/input\"; cat > /dev/null");
+  ASSERT_EQ(Ask(), kStatusOk);
+  const auto deadline = std::chrono::steady_clock::now() + kBound;
+  std::string listed;
+  while (listed.empty() && std::chrono::steady_clock::now() < deadline) {
+    event_run_pending(manager, kPollInterval);
+    std::ifstream file(folder.path() + "/input");
+    listed.assign(std::istreambuf_iterator<char>(file), {});
+  }
+  close(leak);
+  EXPECT_EQ(listed, "0\n1\n2\n");
+}
+
+TEST_F(ConversationTest, BufferOfAFloodIsReleased) {
+  Conversation::Limits limits;
+  limits.answer_size = 4'000'000;
+  Open(limits);
+  suite.Become("bgpd", "flood");
+  EXPECT_EQ(AskAndAwait().reason, "its answer is too large");
+  EXPECT_LT(conversation->buffered(), 1000U);
 }
 
 }  // namespace
