@@ -62,20 +62,26 @@ struct Fields {
   std::uint32_t mid = 0;
 };
 
+// Members in the order of a row; what a row does not name has its default.
 struct Item {
   Kind kind;
   std::string_view scope;
-  // Below the scope. <key> is a key (paths.cpp); <=text> is a key that is always written as this text, though
-  // the subscribers accept any.
+  // Below the scope. A component is one of
+  //   text     a literal; "ord_X" is one like any other. Paths of existing items never change, because stored
+  //            configuration and subscribers have them. A new item takes any path of its scope that fits no
+  //            other item;
+  //   <key>    a key (path_keys.cpp), of one component or several;
+  //   <=text>  a key that is always written as this text, though the subscribers accept any.
   std::string_view path;
-  bool is_counted;  // see counted_scopes()
-  ValueForm value;
+  bool is_counted = false;  // see counted_scopes()
+  ValueForm value = ValueForm::kPresent;
   // Literals and fields (word_types.cpp), the optional ones in brackets. Items with the same words differ in
   // their direction.
   std::string_view words;
-  std::span<const Family> default_families;  // when the words name no family
-  std::optional<Direction> direction;
-  std::string_view help;
+  // When the words name no family. Empty if they always do, or if the item has no family.
+  std::span<const Family> default_families{};
+  std::optional<Direction> direction{};
+  std::string_view help{};
 };
 
 std::span<const Item> all_items();

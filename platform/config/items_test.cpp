@@ -12,6 +12,7 @@
 #include "platform/config/path_keys.h"
 #include "platform/config/paths.h"
 #include "platform/config/test_support.h"
+#include "platform/config/word_types.h"
 #include "platform/store/configuration/config_tree.h"
 
 namespace vrf_config {
@@ -21,15 +22,15 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
-// A word for each place of an item's words.
-std::string example_word(std::string_view name) {
-  if (name == "RD" || name == "RT") return "65000:1";
-  if (name == "MAX" || name == "MID" || name == "VNI" || name == "AS" || name == "SECONDS") {
-    return "7";
+// The first of these words that the type accepts.
+std::string example_word(const WordType& type) {
+  for (const char* word : {"name", "65000:1", "10.0.0.0/8", "192.0.2.1", "7"}) {
+    Draft draft;
+    draft.fields.number = 7;  // the maximum that a mid threshold may have
+    if (!type.read(type, word, &draft)) return word;
   }
-  if (name == "AREA") return "0.0.0.7";
-  if (name == "PREFIX") return "10.0.0.0/8";
-  return name == "ADDRESS" ? "192.0.2.1" : "name";
+  ADD_FAILURE() << type.name << " accepts none of the examples: add one";
+  return {};
 }
 
 Words example_words(const Elements& elements) {
@@ -38,7 +39,7 @@ Words example_words(const Elements& elements) {
     if (element.type == nullptr) {
       words.emplace_back(element.literal);
     } else {
-      words.push_back(element.choices.empty() ? example_word(element.literal) : element.choices.front());
+      words.push_back(element.choices.empty() ? example_word(*element.type) : element.choices.front());
     }
   }
   return words;

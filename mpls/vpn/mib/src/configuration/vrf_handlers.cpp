@@ -50,6 +50,13 @@ bool take_family_arguments(const RequestArgs* args, const char* handler, FamilyA
          mpls_vpn_mib_number_argument(args, 2, handler, __LINE__, &family->safi);
 }
 
+// The record that a notification changes: for a set one is created if there is none, a deletion takes an
+// existing one. Null for another event, and without a record.
+const VtabVrfRecord* changed_record(const KvNotifyInfo* info, const char* vrf_name) {
+  if (mpls_vpn_mib_is_set(info)) return get_vrf_record(vrf_name);
+  return mpls_vpn_mib_is_deleted(info) ? vtab_get_vrf_record_by_vrf_name(vrf_name) : nullptr;
+}
+
 // --- Route targets
 
 constexpr std::uint32_t kRtTextSize = 50;
@@ -154,14 +161,12 @@ void rt_notify(const KvNotifyInfo* info, const RequestArgs* args, std::int32_t t
   mpls_vpn_report(VTAB, kTraceVtab, "notify for RT change on VRF %s, event %d", target.vrf_name,
                   static_cast<int>(info->whichevent));
   if (!extract_target(args, &target)) return;
-  const VtabVrfRecord* record = nullptr;
   if (mpls_vpn_mib_is_set(info)) {
     insert_target(target);
-    record = get_vrf_record(target.vrf_name);
   } else if (mpls_vpn_mib_is_deleted(info)) {
     delete_target(target);
-    record = vtab_get_vrf_record_by_vrf_name(target.vrf_name);
   }
+  const VtabVrfRecord* record = changed_record(info, target.vrf_name);
   if (record != nullptr) stamp_change(record);
 }
 
@@ -206,15 +211,9 @@ void mpls_vpn_mib_vrf_descr_notify(const KvNotifyInfo* info, const RequestArgs* 
   const char* vrf_name = nullptr;
   if (!mpls_vpn_mib_text_argument(args, 0, "vrf_name", __func__, __LINE__, &vrf_name)) return;
   mpls_vpn_report(VTAB, kTraceVtab, "notify for description change on VRF %s", vrf_name);
-  const VtabVrfRecord* record = nullptr;
-  const char* description = nullptr;
-  if (mpls_vpn_mib_is_set(info)) {
-    record = get_vrf_record(vrf_name);
-    description = text_of(info);
-  } else if (mpls_vpn_mib_is_deleted(info)) {
-    record = vtab_get_vrf_record_by_vrf_name(vrf_name);
-  }
+  const VtabVrfRecord* record = changed_record(info, vrf_name);
   if (record == nullptr) return;
+  const char* description = mpls_vpn_mib_is_set(info) ? text_of(info) : nullptr;
   static_cast<void>(store_text(&mpls_vpn_vrf_attributes(record)->description, description, __func__));
   stamp_change(record);
 }

@@ -1,4 +1,4 @@
-// The routing tables.
+// The tables of paths.
 //
 // A row is a path pattern below the bind point, the mode word of its entry, and the handlers of the
 // operations that the path serves. Key components: <s> text, <n> number, <i> interface, <ip4> IPv4 form, <ad>
@@ -26,11 +26,14 @@
 
 namespace {
 
-// Modes of configuration items: numbers that the tables and the data store have agreed on, by what an item
-// has beyond its path. They share no bit with kKvModeNext, the only one that the store tests.
-constexpr std::uint32_t kPresenceMode = 1;
-constexpr std::uint32_t kTextMode = 3;
-constexpr std::uint32_t kTupleMode = 5;  // also of static routes, of which the daemon reads the path only
+// The mode of a configuration item states what its node has beyond the path. Nothing reads it: kKvModeNext is
+// the only mode that the data store tests, and these share no bit with it.
+enum ItemMode : std::uint32_t {
+  kPresenceMode = 1,
+  kTextMode = 3,
+  kTupleMode = 5,  // also of static routes, of which the daemon reads the path only
+  kNumberMode = 7,
+};
 
 // The routing table's events, in two tables: the subscription to /oper/rib_threshold/ delivers them. Below
 // the provider's own subtree the same paths are known but have no answer (kStatusNoHandler).

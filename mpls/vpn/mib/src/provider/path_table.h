@@ -1,5 +1,5 @@
-// Which handler answers which path: one constant routing table for the provider and one for each subscription
-// that has patterns. kvtree.h gives the pattern language; rows are tried in table order.
+// Which handler answers which path: one constant table of paths for the provider and one for each
+// subscription that has patterns. kvtree.h gives the pattern language; rows are tried in table order.
 #pragma once
 
 #include "platform/store/tree/kvtree.h"

@@ -1,4 +1,4 @@
-// The routing tables, row by row.
+// The tables of paths, row by row.
 #include "mpls/vpn/mib/src/provider/path_table.h"
 
 #include <gmock/gmock.h>
