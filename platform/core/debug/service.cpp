@@ -46,6 +46,8 @@ void send_print(wire::Connection& client, std::uint64_t dropped, std::string_vie
 wire::Limits limits() {
   wire::Limits limits;
   limits.max_clients = 16;
+  limits.reserved_clients = 4;
+  limits.clients_per_user = 4;
   limits.max_payload = kMaxRequest;
   limits.pause_octets = 2 * kWatcherOctets;
   // A watcher's queued prints must not keep its requests from being read.

@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/wire/users.h"
 #include "platform/core/wire/wire.h"
 
@@ -43,7 +44,8 @@ Connection::Connection(Server* server, int fd, std::uint64_t id, Peer peer)
       id_(id),
       peer_(std::move(peer)),
       role_(peer_role(peer_)),
-      user_(server->users_->find(peer_, role_)) {}
+      user_(server->users_->find(peer_, role_)),
+      active_(clock_monotonic()) {}
 
 Connection::~Connection() {
   if (fd_ >= 0) ::close(fd_);
@@ -190,6 +192,7 @@ void Connection::handle_next() {
   const Status status = parse_frame(data, server_->limits_.max_payload, &message, &used);
   if (status != kStatusOk) return refuse(status);
   in_start_ += used;
+  incomplete_since_ = 0;
   if (!server_->on_message_(*this, message)) return close("a malformed request");
   if (in_start_ == in_end_) in_start_ = in_end_ = 0;
 }
@@ -224,9 +227,20 @@ void Connection::write_queue() {
   out_start_ = 0;
 }
 
+// The deadline of a message is that of the peer: it does not pass while the server does not read.
+void Connection::note_incomplete(bool waits_for_the_rest) {
+  if (!waits_for_the_rest) {
+    incomplete_since_ = 0;
+  } else if (incomplete_since_ == 0) {
+    incomplete_since_ = clock_monotonic();
+    server_->watch_deadlines();
+  }
+}
+
 // Watches for input unless enough is pending, and for room to write while messages are queued.
 void Connection::watch() {
   const bool reads = !peer_finished_ && !paused() && !waiting_;
+  note_incomplete(reads && in_start_ != in_end_);
   const std::uint32_t wanted = (reads ? EPOLLIN : 0U) | (queued() > 0 ? EPOLLOUT : 0U);
   if (wanted == watched_) return;
   watched_ = wanted;

@@ -27,7 +27,10 @@ class FairServerTest : public WireServerTest {
  protected:
   FairServerTest() { MakeFairServer({}); }
 
-  void MakeFairServer(const Limits& limits) {
+  // A greedy user has many clients.
+  void MakeFairServer(Limits limits) {
+    limits.reserved_clients = 0;
+    limits.clients_per_user = limits.max_clients;
     server = nullptr;
     server =
         std::make_unique<Server>(manager, "fair", limits, [this](Connection& from, const Message& message) {

@@ -8,6 +8,9 @@
 #include <sys/epoll.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <string>
+
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
 #include "platform/core/wire/users.h"
@@ -36,6 +39,8 @@ void Server::start() {
 void Server::stop() {
   if (accepting_) event_set_acceptor(manager_, nullptr);
   accepting_ = false;
+  event_timer_cancel(manager_, deadline_timer_);
+  deadline_timer_ = 0;
   while (!clients_.empty()) {
     const std::shared_ptr<Connection> first = clients_.begin()->second;
     first->end(nullptr);
@@ -47,22 +52,19 @@ void Server::adopt(int fd) {
 }
 
 void Server::adopt(int fd, Peer peer) {
-  if (clients_.size() >= limits_.max_clients) {
-    log_warning(name_.c_str(), "a client was turned away: there are %zu already", clients_.size());
-    ::close(fd);
-    return;
-  }
   const std::uint64_t id = next_id_++;
   const auto connection = std::make_shared<Connection>(this, fd, id, std::move(peer));
+  if (!admit(*connection)) return;  // the connection closes its descriptor
   connection->watched_ = EPOLLIN;
   Connection* raw = connection.get();
   const Status status =
       event_fd_add(manager_, fd, EPOLLIN, [raw](int, std::uint32_t events) { raw->on_event(events); });
   if (status != kStatusOk) {
     log_error(name_.c_str(), "a client cannot be watched: %s", err_text(status));
-    return;  // the connection closes its descriptor
+    return;
   }
   clients_.emplace(id, connection);
+  ++connection->user_->connections;
 }
 
 Connection* Server::find(std::uint64_t id) const {
@@ -109,7 +111,35 @@ std::uint64_t Server::serve(Connection& connection, std::uint64_t now) {
   client->serve();
   const std::uint64_t after = clock_monotonic();
   users_->charge(*client, after - now);
+  client->active_ = after;
   return after;
+}
+
+// A client has begun to wait for the rest of a message.
+void Server::watch_deadlines() {
+  if (deadline_timer_ == 0) start_deadline_timer(clock_monotonic() + limits_.message_deadline);
+}
+
+void Server::start_deadline_timer(std::uint64_t when) {
+  const std::uint64_t now = clock_monotonic();
+  deadline_timer_ = event_timer_start(manager_, when - std::min(when, now), [this] { check_deadlines(); });
+}
+
+void Server::check_deadlines() {
+  deadline_timer_ = 0;
+  const std::uint64_t now = clock_monotonic();
+  std::uint64_t next = UINT64_MAX;
+  for_each([&](Connection& client) {
+    if (client.incomplete_since_ == 0) return;
+    const std::uint64_t deadline = client.incomplete_since_ + limits_.message_deadline;
+    if (deadline > now) {
+      next = std::min(next, deadline);
+    } else {
+      const std::uint64_t seconds = limits_.message_deadline / kNanosecondsPerSecond;
+      client.close(("it did not complete a message within " + std::to_string(seconds) + " seconds").c_str());
+    }
+  });
+  if (next != UINT64_MAX) start_deadline_timer(next);
 }
 
 void Server::forget(Connection& connection, const char* reason) {
@@ -119,6 +149,7 @@ void Server::forget(Connection& connection, const char* reason) {
              reason);
   }
   clients_.erase(connection.id());
+  --connection.user_->connections;
   if (on_close_) on_close_(connection);
 }
 

@@ -11,6 +11,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -34,6 +35,7 @@ struct User {
   User(uid_t its_uid, bool is_trusted) : uid(its_uid), trusted(is_trusted) {}
   uid_t uid;
   bool trusted;  // its role is above kRead
+  std::size_t connections = 0;
   std::uint64_t used_ = 0;
   bool waiting_ = false;  // a client of it is
   Competition<Connection> clients;

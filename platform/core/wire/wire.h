@@ -107,10 +107,13 @@ void finish_frame(Octets* out, std::size_t frame);
 
 struct Limits {
   std::size_t max_clients = 64;
+  std::size_t reserved_clients = 16;     // of those, for peers with a role above kRead
+  std::size_t clients_per_user = 16;     // of one user with the role kRead
   std::size_t max_payload = 64U << 10;   // of one request
   std::size_t pause_octets = 1U << 20;   // a client with more unsent octets than this is no longer read,
   std::size_t pause_messages = 256;      // nor one with more unsent messages than this
   std::size_t close_octets = 16U << 20;  // a client with more unsent octets than this is closed
+  std::uint64_t message_deadline = 10'000'000'000;  // nanoseconds from a message's first octet to its last
   // The messages of all clients are handled in slices of this many nanoseconds; between them the event loop
   // serves its other descriptors, timers and functions.
   std::uint64_t slice = 2'000'000;
@@ -168,6 +171,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void handle_next();
   void refuse(Status status);
   void write_queue();
+  void note_incomplete(bool waits_for_the_rest);
   void watch();
   bool paused() const;
 
@@ -177,12 +181,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Peer peer_;
   Role role_;  // determined once: the name service may be slow
   std::shared_ptr<User> user_;
-  std::uint64_t used_ = 0;      // its account (users.h)
-  bool waiting_ = false;        // for the server to handle a message
-  std::uint32_t watched_ = 0;   // epoll events asked for
-  bool handling_ = false;       // queued messages leave after the message at hand
-  bool peer_finished_ = false;  // the peer has shut down its sending side
-  bool held_ = false;           // an answer must be sent first
+  std::uint64_t active_;                // when it connected or a message of it was handled last
+  std::uint64_t incomplete_since_ = 0;  // when the first part of a message was read; 0 without one
+  std::uint64_t used_ = 0;              // its account (users.h)
+  bool waiting_ = false;                // for the server to handle a message
+  std::uint32_t watched_ = 0;           // epoll events asked for
+  bool handling_ = false;               // queued messages leave after the message at hand
+  bool peer_finished_ = false;          // the peer has shut down its sending side
+  bool held_ = false;                   // an answer must be sent first
   Octets in_;
   std::size_t in_start_ = 0;
   std::size_t in_end_ = 0;
@@ -215,7 +221,8 @@ class Server {
 
   void start();  // becomes the manager's acceptor
   void stop();   // closes every client
-  // Takes over a connected socket as if it had been accepted; closes it when there are too many clients.
+  // Takes over a connected socket as if it had been accepted. Without room for it the longest idle client of
+  // the greediest user is closed, if that user has less rights or more clients, else the socket.
   void adopt(int fd);
   void adopt(int fd, Peer peer);
   std::size_t client_count() const { return clients_.size(); }
@@ -225,6 +232,12 @@ class Server {
  private:
   friend class Connection;
   void forget(Connection& connection, const char* reason);
+  bool admit(const Connection& newcomer);
+  bool has_room(const User& user) const;
+  Connection* find_replaceable(const User& newcomer) const;
+  void watch_deadlines();
+  void start_deadline_timer(std::uint64_t when);
+  void check_deadlines();
   void enqueue(Connection& connection);
   void schedule();
   void run_slice();
@@ -239,6 +252,7 @@ class Server {
   std::uint64_t next_id_ = 1;
   std::map<std::uint64_t, std::shared_ptr<Connection>> clients_;
   std::unique_ptr<Users> users_;
+  EventTimerId deadline_timer_ = 0;
   bool scheduled_ = false;                                // a slice is deferred
   std::shared_ptr<int> alive_ = std::make_shared<int>();  // deferred slices end with the server
 };
