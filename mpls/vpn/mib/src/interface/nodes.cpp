@@ -123,6 +123,15 @@ void mpls_vpn_mib_if_dbase_set_dirty(bool dirty) {
   dbase_dirty = dirty;
 }
 
+IncompleteIfs& mpls_vpn_mib_incomplete_ifs() {
+  static IncompleteIfs incomplete;
+  return incomplete;
+}
+
+bool mpls_vpn_mib_if_is_complete(const IfNode* node) {
+  return node->if_name != nullptr && node->if_index != 0;
+}
+
 void mpls_vpn_mib_free_if_node(IfNode* node) {
   if (node == nullptr) return;
   std::free(node->vrf_name);
@@ -146,6 +155,7 @@ void mpls_vpn_mib_if_dbase_end() {
     mpls_vpn_tally_leave(node);
     mpls_vpn_mib_free_if_node(node);
   }
+  mpls_vpn_mib_incomplete_ifs().clear();
   mpls_vpn_tally_end();
   mpls_vpn_mib_if_dbase_set_dirty(false);
 }
@@ -167,6 +177,7 @@ IfNode* mpls_vpn_mib_create_if_wavl_node(const char* vrf_name, std::uint32_t if_
     return nullptr;
   }
   if (!link_by_handle(node)) return nullptr;
+  if (!mpls_vpn_mib_if_is_complete(node)) mpls_vpn_mib_incomplete_ifs().emplace(if_handle, node);
   mpls_vpn_trace(kTraceDbase, kStatusOk, "created: VRF %s, if_index %u, if_handle 0x%x", vrf_name, if_index,
                  if_handle);
   return node;
@@ -181,6 +192,7 @@ int mpls_vpn_mib_delete_if_wavl_node(IfNode* node) {
     return 0;
   }
   mpls_vpn_tally_leave(node);
+  mpls_vpn_mib_incomplete_ifs().erase(node->if_handle);
   mpls_vpn_mib_free_if_node(node);
   return 1;
 }

@@ -1,19 +1,23 @@
 // The repair pass of the interface database: completes the nodes that were stored before their name or index
 // could be resolved.
 //
-// The pass walks the handle ordering, which has every node, under the database mutex. Look-ups call it; it
-// does nothing while the database is clean. It leaves the database DIRTY when something stays unresolved, so
-// that the next look-up tries again. A walk over all nodes for one unresolved interface is acceptable: it
-// completes the node as soon as the platform knows the interface.
+// The pass visits the incomplete nodes in the order of their handles, under the database mutex. Look-ups call
+// it; it does nothing while the database is clean. It leaves the database DIRTY when something stays
+// unresolved, so that the next look-up tries again and completes the node as soon as the platform knows the
+// interface. Complete nodes are not visited: every step of a walk is a look-up.
 //
 // A caller that holds the mutex (a join or leave) cannot run the pass: the lock fails, which is reported, and
 // the next look-up without the mutex repairs. A join must see the nodes unrepaired.
 //
 // One step deletes: a node whose (VRF, index) belongs to another node already. Main thread.
 #include "mpls/vpn/mib/src/interface/database.h"
+
+#include <iterator>
+
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/tally/tally.h"
+#include "platform/core/base/fault.h"
 #include "platform/core/base/memory.h"
 #include "platform/router/ifindex/ifindex.h"
 
@@ -50,6 +54,7 @@ int link_resolved_node(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
     node->if_index = 0;  // a node outside the VRF ordering has no index
     return 0;
   }
+  mpls_vpn_mib_incomplete_ifs().erase(node->if_handle);
   mpls_vpn_mib_free_if_node(node);
   return 0;
 }
@@ -68,14 +73,23 @@ int resolve_index(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   return 1;
 }
 
-// Called by the pass's walk with the mutex held; the analysis cannot see through the tree's call.
-int visit_node(void* node, void* /*argument*/) MPLS_NO_THREAD_SAFETY_ANALYSIS {
-  return mpls_vpn_mib_clean_if_dbase_walker(static_cast<IfNode*>(node));
+// 1, or 0 when the visit of a node stopped it.
+int visit_incomplete_nodes() MPLS_REQUIRES(mpls_vpn_mutex) {
+  if (fault_check("mpls_vpn_mib_clean_if_dbase") != kStatusOk) return 0;
+  IncompleteIfs& incomplete = mpls_vpn_mib_incomplete_ifs();
+  for (auto at = incomplete.begin(); at != incomplete.end();) {
+    IfNode* node = at->second;
+    const auto next = std::next(at);  // a visit may delete its node, and no other
+    if (mpls_vpn_mib_clean_if_dbase_walker(node) == 0) return 0;
+    if (mpls_vpn_mib_if_is_complete(node)) incomplete.erase(at);
+    at = next;
+  }
+  return 1;
 }
 
-int walk_all_nodes() MPLS_REQUIRES(mpls_vpn_mutex) {
+int repair_nodes() MPLS_REQUIRES(mpls_vpn_mutex) {
   mpls_vpn_mib_if_dbase_set_dirty(false);
-  const int result = wavl_walk(&mpls_vpn_mib_if_dbase, kIfByHandle, visit_node, nullptr);
+  const int result = visit_incomplete_nodes();
   if (result == 0) {
     mpls_vpn_report(DBASE, kTraceDbase, "DIRTY: WAVL walk failed");
     mpls_vpn_mib_if_dbase_set_dirty(true);
@@ -98,7 +112,7 @@ int mpls_vpn_mib_clean_if_dbase() {
   {
     const MplsVpnLock lock(__func__, ERR);
     if (!lock) return 0;
-    result = walk_all_nodes();
+    result = repair_nodes();
   }
   mpls_vpn_debug(DBASE, "Done cleaning interface database. State is %s.",
                  mpls_vpn_mib_if_dbase_is_dirty() ? "DIRTY" : "clean");

@@ -1,4 +1,6 @@
 // The repair pass and the interface manager's names.
+#include <chrono>
+
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
 
@@ -211,10 +213,26 @@ TEST_F(IfRepair, CollidingNodeThatCannotBeUnlinkedStaysWholeForTheNextPass) {
   EXPECT_EQ(NodesByHandle(), 1U);
 }
 
+// A pass at every step of a walk that visits every node takes 20,000 times as long as one pass.
+TEST_F(IfRepair, UnresolvedNodeDoesNotMakeWalksQuadratic) {
+  for (DebugFlag& flag : mpls_vpn_debug_flags) flag.enabled.store(0);
+  for (std::uint32_t i = 1; i <= 20000; ++i) CreateIf("red", i, ("ge" + std::to_string(i)).c_str(), i);
+  CreateIf("red", 0, "nowhere", 0x10000000);
+  const auto start = std::chrono::steady_clock::now();
+  unsigned nodes = 0;
+  for (const IfNode* node = mpls_vpn_mib_if_dbase_first(); node != nullptr;
+       node = mpls_vpn_mib_if_dbase_next(node)) {
+    ++nodes;
+  }
+  EXPECT_EQ(nodes, 20000U);
+  EXPECT_TRUE(mpls_vpn_mib_if_dbase_is_dirty());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
 TEST_F(IfRepair, StoppedWalkKeepsTheDatabaseDirty) {
   CreateIf("red", 0, "ge0", 0x10);
   ClearPrints();
-  const ScopedFault fault("wavl_walk", kStatusIo);
+  const ScopedFault fault("mpls_vpn_mib_clean_if_dbase", kStatusIo);
   EXPECT_EQ(mpls_vpn_mib_clean_if_dbase(), 0);
   EXPECT_THAT(Prints(), ElementsAre("Start cleaning interface database...", "DIRTY: WAVL walk failed",
                                     "Done cleaning interface database. State is DIRTY."));
