@@ -24,8 +24,7 @@ namespace cli {
 namespace {
 
 constexpr std::uint32_t kCommitsPage = 64;
-// The most in one answer, since the daemon reads the whole commit for each.
-constexpr std::uint32_t kChangesPage = 10000;
+constexpr std::uint32_t kChangesPage = kKvMaxListItems;
 
 Failure no_commit(const std::string& id) {
   return {kExitFailed,

@@ -126,4 +126,14 @@ std::string Statement::octets(int column) {
   return {octets.begin(), octets.end()};
 }
 
+Blob::Blob(sqlite3* connection, const char* table, const char* column, std::int64_t row) {
+  sqlite3_blob* opened = nullptr;
+  if (sqlite3_blob_open(connection, "main", table, column, row, 0, &opened) == SQLITE_OK) blob_.reset(opened);
+}
+
+int Blob::read(std::size_t start, std::size_t size, std::vector<std::uint8_t>* octets) {
+  octets->resize(size);
+  return sqlite3_blob_read(blob_.get(), octets->data(), static_cast<int>(size), static_cast<int>(start));
+}
+
 }  // namespace sqlite

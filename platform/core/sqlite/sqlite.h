@@ -12,6 +12,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/core/base/status.h"
 
@@ -77,6 +78,21 @@ class Statement {
     void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
   };
   std::unique_ptr<sqlite3_stmt, Finalize> statement_;
+};
+
+// A blob of a row, read in parts. All reads of a blob that could not be opened fail with SQLITE_MISUSE.
+class Blob {
+ public:
+  Blob(sqlite3* connection, const char* table, const char* column, std::int64_t row);
+  explicit operator bool() const { return blob_ != nullptr; }
+  // Replaces *octets with the part. SQLITE_OK or a code; SQLITE_ERROR beyond the end.
+  int read(std::size_t start, std::size_t size, std::vector<std::uint8_t>* octets);
+
+ private:
+  struct Close {
+    void operator()(sqlite3_blob* blob) const { sqlite3_blob_close(blob); }
+  };
+  std::unique_ptr<sqlite3_blob, Close> blob_;
 };
 
 }  // namespace sqlite

@@ -249,6 +249,49 @@ TEST_F(ClientCommit, HistoryAndChangesAreReadInParts) {
   EXPECT_EQ(client.history(1, "3").status, kStatusNoSuchRow);
 }
 
+// Small parts of two commits in turn: the time of all of them is that of reading a commit a few times, not
+// once for each part.
+TEST_F(ClientCommit, PartOfALargeCommitIsReadWithoutTheRest) {
+  constexpr std::uint32_t kParts = 60;
+  std::vector<KvConfigChange> changes = Many(20000);
+  OwnerCommits("script", changes);
+  changes.front().value.reset();
+  changes.back().value.reset();
+  for (std::size_t i = 1; i + 1 < changes.size(); ++i) changes[i].value->text = "y";
+  OwnerCommits("script", changes);
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  std::vector<KvConfigCommitChange> all[2];
+  for (std::size_t commit = 0; commit < 2; ++commit)
+    ASSERT_EQ(kvtree_config_changes(std::to_string(commit + 1), &all[commit]), kStatusOk);
+  const Clock::duration whole = Clock::now() - start;
+  StartAndConnect();
+  const Clock::time_point parts = Clock::now();
+  for (std::uint32_t part = 0; part < kParts; ++part) {
+    const std::uint32_t first = part * 333;
+    const auto result = client.commit_changes(std::to_string(part % 2 + 1), 1, first);
+    ASSERT_THAT(result.changes, SizeIs(1));
+    EXPECT_EQ(result.changes[0].path, all[part % 2][first].path);
+  }
+  EXPECT_LT(Clock::now() - parts, 8 * whole);
+  EXPECT_EQ(all[1][0].path, "/cfg/0");
+  EXPECT_EQ(all[1][1].path, "/cfg/19999");
+}
+
+// The parts of an answer are small, however much the client asks for.
+TEST_F(ClientCommit, AnswerOfTheHistoryIsBoundedInChangesAndOctets) {
+  std::vector<KvConfigChange> changes = Many(3000);
+  OwnerCommits("script", changes);
+  for (KvConfigChange& change : changes) change.value->text.assign(kMaxConfigText, 't');
+  changes.resize(500);
+  OwnerCommits("script", changes);
+  StartAndConnect();
+  EXPECT_EQ(client.commit_changes("1", 10000).changes.size(), kKvMaxListItems);
+  const std::size_t large = client.commit_changes("2", 10000).changes.size();
+  EXPECT_GT(large, 60U);
+  EXPECT_LT(large, 70U);
+}
+
 TEST_F(ClientCommit, RequestsAreServedBetweenTheNotificationsOfALargeCommit) {
   Subscribe("/cfg/", kKvEventSet);
   client.close();

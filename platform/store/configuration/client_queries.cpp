@@ -15,8 +15,6 @@ namespace {
 using wire::Reader;
 using wire::Writer;
 
-constexpr std::uint32_t kMaxChangesOfAnAnswer = 10000;
-
 // A successful status, a count, and items up to a limit.
 class ListAnswer {
  public:
@@ -143,13 +141,16 @@ bool answer_history(wire::Connection*, Reader* request, wire::Octets* answer) {
 
 bool answer_commit_changes(wire::Connection*, Reader* request, wire::Octets* answer) {
   const std::string_view id = request->text();
-  const std::uint32_t first = request->u32();
-  const std::uint32_t maximum = std::min(request->u32(), kMaxChangesOfAnAnswer);
+  KvConfigPage page;
+  page.first = request->u32();
+  page.maximum = std::min(request->u32(), kKvMaxListItems);
+  page.octets = kMaxAnswer / 2;
   if (!request->finished()) return false;
   std::vector<KvConfigCommitChange> changes;
-  if (const Status status = kvtree_config_changes(id, &changes)) return answer_failure(answer, status);
-  ListAnswer list(answer, maximum);
-  for (std::size_t i = first; i < changes.size() && !list.full(); ++i) add_change(&list, changes[i]);
+  if (const Status status = kvtree_config_changes(id, &changes, page)) return answer_failure(answer, status);
+  ListAnswer list(answer, page.maximum);
+  for (auto change = changes.begin(); change != changes.end() && !list.full(); ++change)
+    add_change(&list, *change);
   return true;
 }
 

@@ -59,6 +59,24 @@ bool read_change(Reader* reader, std::size_t owner, PlannedChange* change) {
   return what == kOwnEffective && change->after != nullptr && reader->ok();
 }
 
+// *is_set: whether there is a value.
+bool skip_owned(Reader* reader, bool* is_set) {
+  static_cast<void>(reader->u8());
+  return skip_optional_value(reader, is_set);
+}
+
+// *is_effective: the effective value changes; *is_set: there is one after the change.
+bool skip_change(Reader* reader, bool* is_effective, bool* is_set) {
+  static_cast<void>(reader->text());
+  if (!skip_optional_value(reader, is_set)) return false;
+  const std::uint8_t what = reader->u8();
+  *is_effective = what != kNotEffective;
+  if (!*is_effective) return reader->ok();
+  bool was_set = false;
+  if (what > kOtherEffective || !skip_owned(reader, &was_set)) return false;
+  return what == kOwnEffective ? *is_set : skip_owned(reader, is_set);
+}
+
 }  // namespace
 
 void write_commit(const CommitPlan& plan, wire::Octets* octets) {
@@ -81,6 +99,23 @@ bool read_commit(wire::OctetSpan octets, std::size_t owner, const std::function<
     if (!read_change(&reader, owner, &change)) return false;
     visit(std::move(change));
   }
+  return true;
+}
+
+bool find_effective_changes(wire::OctetSpan octets, std::vector<ChangePlace>* places) {
+  std::vector<ChangePlace> sets;
+  Reader reader(octets);
+  while (reader.left() > 0) {
+    const std::size_t start = octets.size() - reader.left();
+    bool is_effective = false;
+    bool is_set = false;
+    if (!skip_change(&reader, &is_effective, &is_set)) return false;
+    if (!is_effective) continue;
+    const std::size_t size = octets.size() - reader.left() - start;
+    (is_set ? sets : *places)
+        .push_back({static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(size)});
+  }
+  places->insert(places->end(), sets.begin(), sets.end());
   return true;
 }
 

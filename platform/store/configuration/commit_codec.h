@@ -6,7 +6,9 @@
 // for none. Reading accepts octets from a damaged file.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "platform/core/wire/wire.h"
 #include "platform/store/configuration/config_tree.h"
@@ -17,5 +19,14 @@ void write_commit(const CommitPlan& plan, wire::Octets* octets);
 // Visits every change of the owner's commit in order; returns false for octets that are not a commit, after
 // the changes before the error.
 bool read_commit(wire::OctetSpan octets, std::size_t owner, const std::function<void(PlannedChange)>& visit);
+
+// Where a change is in a commit's octets.
+struct ChangePlace {
+  std::uint32_t start = 0;
+  std::uint32_t size = 0;
+};
+// Finds the changes of effective values in the order of the subscribers' notifications, deletions first,
+// without reading their values. Returns false for octets that are not a commit.
+bool find_effective_changes(wire::OctetSpan octets, std::vector<ChangePlace>* places);
 
 }  // namespace kvtree

@@ -3,12 +3,13 @@
 
 #include "platform/core/base/log.h"
 #include "platform/core/text/numbers.h"
-#include "platform/store/configuration/commit_codec.h"
 #include "platform/store/configuration/node_store.h"
 
 namespace kvtree {
 
 namespace {
+
+constexpr std::size_t kMaxKnownPlaces = 1000000;  // 8 MB
 
 KvConfigCommit column_commit(sqlite::Statement& statement) {
   KvConfigCommit commit;
@@ -52,29 +53,76 @@ Status NodeStore::history(std::uint32_t maximum, std::string_view before,
   return fail("the history cannot be read");
 }
 
-Status NodeStore::changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) const {
+Status NodeStore::changes(std::string_view id, const KvConfigPage& page,
+                          std::vector<KvConfigCommitChange>* changes) {
   std::int64_t number = 0;
   if (const Status status = find_commit(id, &number)) return status;
-  std::vector<KvConfigCommitChange> sets;
-  const Status status = visit_content(number, [&](PlannedChange change) {
-    if (change.is_effective)
-      (change.after == nullptr ? *changes : sets).push_back(to_public(std::move(change)));
-  });
-  changes->insert(changes->end(), std::make_move_iterator(sets.begin()), std::make_move_iterator(sets.end()));
-  if (status != kStatusOk) changes->clear();
-  return status;
+  const ReadCommit* commit = nullptr;
+  if (const Status status = find_places(number, &commit)) return status;
+  if (read_page(number, *commit, page, changes)) return kStatusOk;
+  changes->clear();
+  return report_unreadable(number);
+}
+
+// Finding the places reads the whole commit once; the next page needs only its own octets.
+Status NodeStore::find_places(std::int64_t id, const ReadCommit** commit) {
+  auto known = read_commits_.find(id);
+  if (known == read_commits_.end()) {
+    ReadCommit read;
+    const Status status = read_content(id, [&read](std::size_t owner, wire::OctetSpan octets) {
+      read.owner = owner;
+      return find_effective_changes(octets, &read.places);
+    });
+    if (status != kStatusOk) return status;
+    if (known_places_ + read.places.size() > kMaxKnownPlaces) forget_places();
+    known_places_ += read.places.size();
+    known = read_commits_.emplace(id, std::move(read)).first;
+  }
+  *commit = &known->second;
+  return kStatusOk;
+}
+
+void NodeStore::forget_places() {
+  read_commits_.clear();
+  known_places_ = 0;
+}
+
+bool NodeStore::read_page(std::int64_t id, const ReadCommit& commit, const KvConfigPage& page,
+                          std::vector<KvConfigCommitChange>* changes) const {
+  sqlite::Blob content(database_.get(), "content", "octets", id);
+  wire::Octets octets;
+  std::size_t size = 0;
+  const auto take = [changes](PlannedChange change) { changes->push_back(to_public(std::move(change))); };
+  for (std::size_t i = page.first; i < commit.places.size(); ++i) {
+    if (changes->size() >= page.maximum || size >= page.octets) break;
+    const ChangePlace& place = commit.places[i];
+    if (content.read(place.start, place.size, &octets) != SQLITE_OK) return false;
+    if (!read_commit(octets, commit.owner, take)) return false;
+    size += place.size;
+  }
+  return true;
 }
 
 Status NodeStore::visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const {
+  return read_content(
+      id, [&visit](std::size_t owner, wire::OctetSpan octets) { return read_commit(octets, owner, visit); });
+}
+
+Status NodeStore::read_content(std::int64_t id, const ContentReader& read) const {
   sqlite::Statement statement(database_.get(),
                               "SELECT content.octets, owner FROM content JOIN log USING (id) WHERE id = ?");
   statement.bind(1, id);
   const int code = statement.step();
   if (code != SQLITE_ROW && code != SQLITE_DONE) return fail("a commit cannot be read");
   const std::size_t owner = find_owner(statement.text(1));
-  if (code == SQLITE_ROW && owner != kNoOwner && read_commit(statement.blob(0), owner, visit))
-    return kStatusOk;
-  log_error("configuration", "the contents of commit %lld cannot be read", static_cast<long long>(id));
+  if (code == SQLITE_ROW && owner != kNoOwner && read(owner, statement.blob(0))) return kStatusOk;
+  return report_unreadable(id);
+}
+
+// Logged once for each commit, however often clients ask for it.
+Status NodeStore::report_unreadable(std::int64_t id) const {
+  if (unreadable_.insert(id).second)
+    log_error("configuration", "the contents of commit %lld cannot be read", static_cast<long long>(id));
   return kStatusIo;
 }
 

@@ -126,9 +126,17 @@ using KvConfigObserver = std::function<void(const std::vector<KvConfigCommitChan
 // "kvtree_config_history".
 [[nodiscard]] Status kvtree_config_history(std::uint32_t maximum, std::string_view before,
                                            std::vector<KvConfigCommit>* commits);
-// The changes of the commit, in the order of the subscribers' notifications. kStatusNoSuchRow for a commit
-// that is not, or no longer, in the history. Fault point "kvtree_config_changes".
-[[nodiscard]] Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChange>* changes);
+// The changes of the commit that are in the page, in the order of the subscribers' notifications. The time
+// for a page does not depend on the size of the commit, except for the first page of one that was not read
+// before. kStatusNoSuchRow for a commit that is not, or no longer, in the history. Fault point
+// "kvtree_config_changes".
+struct KvConfigPage {
+  std::uint32_t first = 0;             // from 0
+  std::uint32_t maximum = UINT32_MAX;  // of the changes
+  std::size_t octets = SIZE_MAX;       // of them; at least one change is in the page
+};
+[[nodiscard]] Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChange>* changes,
+                                           const KvConfigPage& page = {});
 
 // Notifies the subscribers of these nodes (of the effective ones) as if each had been deleted and set again,
 // first all deletions, then all sets: for handlers that lost the state derived from them. Nothing changes and

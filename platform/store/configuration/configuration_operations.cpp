@@ -320,12 +320,13 @@ Status kvtree_config_history(std::uint32_t maximum, std::string_view before,
   return node_store->history(maximum, before, commits);
 }
 
-Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) {
+Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChange>* changes,
+                             const KvConfigPage& page) {
   changes->clear();
   if (const Status status = fault_check("kvtree_config_changes")) return status;
   kvtree::NodeStore* node_store = nullptr;
   if (const Status status = kvtree::open_database(&node_store)) return status;
-  return node_store->changes(id, changes);
+  return node_store->changes(id, page, changes);
 }
 
 Status kvtree_keep_configuration(const std::string& directory) {

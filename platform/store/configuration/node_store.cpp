@@ -8,7 +8,6 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
-#include "platform/store/configuration/commit_codec.h"
 
 namespace kvtree {
 
@@ -252,6 +251,7 @@ bool NodeStore::forget_oldest(Size* size) {
 }
 
 bool NodeStore::forget(std::int64_t id) {
+  if (const auto read = read_commits_.extract(id)) known_places_ -= read.mapped().places.size();
   for (const char* sql : {"DELETE FROM content WHERE id = ?", "DELETE FROM log WHERE id = ?"}) {
     sqlite::Statement statement(database_.get(), sql);
     statement.bind(1, id);

@@ -10,12 +10,15 @@
 
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/core/sqlite/sqlite.h"
+#include "platform/store/configuration/commit_codec.h"
 #include "platform/store/configuration/config_tree.h"
 
 namespace kvtree {
@@ -63,7 +66,8 @@ class NodeStore {
   // configuration.h; fault points are the callers'.
   [[nodiscard]] Status history(std::uint32_t maximum, std::string_view before,
                                std::vector<KvConfigCommit>* commits) const;
-  [[nodiscard]] Status changes(std::string_view id, std::vector<KvConfigCommitChange>* changes) const;
+  [[nodiscard]] Status changes(std::string_view id, const KvConfigPage& page,
+                               std::vector<KvConfigCommitChange>* changes);
 
  private:
   friend struct NodeStoreInTests;  // damages the open database
@@ -84,6 +88,18 @@ class NodeStore {
   Status read_unfolded();
   Status read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const;
   Status visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const;
+  using ContentReader = std::function<bool(std::size_t owner, wire::OctetSpan octets)>;
+  Status read_content(std::int64_t id, const ContentReader& read) const;
+  Status report_unreadable(std::int64_t id) const;
+  // A commit whose changes were read: where they are in its octets.
+  struct ReadCommit {
+    std::size_t owner = kNoOwner;
+    std::vector<ChangePlace> places;
+  };
+  Status find_places(std::int64_t id, const ReadCommit** commit);
+  void forget_places();
+  bool read_page(std::int64_t id, const ReadCommit& commit, const KvConfigPage& page,
+                 std::vector<KvConfigCommitChange>* changes) const;
   bool write_all(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Size* size);
   bool write_log(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Size* size);
   bool write_rows(std::int64_t id, const CommitPlan& plan, std::size_t first, std::size_t end);
@@ -104,6 +120,9 @@ class NodeStore {
   sqlite::Connection database_;
   std::deque<Unfolded> unfolded_;
   Size size_;
+  std::map<std::int64_t, ReadCommit> read_commits_;  // by id
+  std::size_t known_places_ = 0;                     // in all of them
+  mutable std::set<std::int64_t> unreadable_;        // commits that were logged as such
   std::string write_error_;
   bool fold_fails_ = false;  // the last step failed
 };

@@ -85,4 +85,16 @@ bool read_optional_value(Reader* reader, std::optional<KvValue>* value) {
   return read_typed(reader, type, &value->emplace());
 }
 
+bool skip_optional_value(Reader* reader, bool* is_value) {
+  const std::uint8_t type = reader->u8();
+  *is_value = type != kNoValue;
+  if (type == kTextValue) {
+    static_cast<void>(reader->text());
+    return reader->ok();
+  }
+  if (type == kNoValue) return reader->ok();
+  KvValue value;  // without a text, nothing is allocated except for a tuple
+  return read_typed(reader, type, &value);
+}
+
 }  // namespace kvtree

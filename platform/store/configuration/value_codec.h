@@ -19,5 +19,7 @@ bool write_optional_value(wire::Writer* writer, const std::optional<KvValue>& va
 // Returns false for octets that are not a value; *value is then unspecified.
 bool read_value(wire::Reader* reader, KvValue* value);
 bool read_optional_value(wire::Reader* reader, std::optional<KvValue>* value);
+// Reads past a value or none; *is_value is whether there was one.
+bool skip_optional_value(wire::Reader* reader, bool* is_value);
 
 }  // namespace kvtree
