@@ -11,6 +11,8 @@ endif()
 set(MPLS_SANITIZE "" CACHE STRING "Sanitizers: address,undefined or thread or undefined")
 option(MPLS_COVERAGE "Instrument for coverage reports" OFF)
 option(MPLS_FUZZ "Build the fuzz targets (clang only)" OFF)
+# Off in the package preset. The tests need them.
+option(MPLS_FAULT_POINTS "Fault points: tests make operations fail" ON)
 # Off in the clang preset, which thus finds missing includes.
 option(MPLS_UNITY "Compile the sources of a library together, a few units a library" ON)
 

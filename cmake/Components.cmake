@@ -30,7 +30,7 @@ function(mpls_program name)
 endfunction()
 
 function(mpls_test name)
-  if(MPLS_FUZZ OR NOT GTest_FOUND)
+  if(MPLS_FUZZ OR NOT MPLS_FAULT_POINTS OR NOT GTest_FOUND)
     return()
   endif()
   cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPS;LABELS" ${ARGN})
