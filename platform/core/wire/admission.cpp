@@ -17,6 +17,10 @@ bool Server::admit(const Connection& newcomer) {
                 user.uid, user.connections);
     return false;
   }
+  if (users_->connects_too_often(user)) {
+    log_warning(name_.c_str(), "a client of user %u was turned away: this user connects too often", user.uid);
+    return false;
+  }
   if (has_room(user)) return true;
   Connection* replaced = find_replaceable(user);
   if (replaced == nullptr) {

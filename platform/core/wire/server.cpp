@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
@@ -25,7 +26,7 @@ Server::Server(EventManager* manager, std::string name, Limits limits, MessageHa
       limits_(limits),
       on_message_(std::move(on_message)),
       on_close_(std::move(on_close)),
-      users_(std::make_unique<Users>()) {}
+      users_(std::make_unique<Users>(limits_)) {}
 
 Server::~Server() {
   stop();
@@ -39,8 +40,8 @@ void Server::start() {
 void Server::stop() {
   if (accepting_) event_set_acceptor(manager_, nullptr);
   accepting_ = false;
-  event_timer_cancel(manager_, deadline_timer_);
-  deadline_timer_ = 0;
+  for (EventTimerId* timer : {&deadline_timer_, &rate_timer_})
+    event_timer_cancel(manager_, std::exchange(*timer, 0));
   while (!clients_.empty()) {
     const std::shared_ptr<Connection> first = clients_.begin()->second;
     first->end(nullptr);
@@ -65,6 +66,7 @@ void Server::adopt(int fd, Peer peer) {
   }
   clients_.emplace(id, connection);
   ++connection->user_->connections;
+  users_->spend(*connection->user_, limits_.requests_per_connection);
 }
 
 Connection* Server::find(std::uint64_t id) const {
@@ -98,11 +100,22 @@ void Server::run_slice() {
   scheduled_ = false;
   std::uint64_t now = clock_monotonic();
   const std::uint64_t end = now + limits_.slice;
-  for (Connection* client = users_->next(); client != nullptr && now < end; client = users_->next()) {
+  for (Connection* client = nullptr; now < end && (client = users_->next(now)) != nullptr;) {
     now = serve(*client, now);
   }
   for (const std::shared_ptr<Connection>& client : users_->waiting()) client->suspend();
-  if (users_->next() != nullptr) schedule();
+  schedule_next(now);
+}
+
+void Server::schedule_next(std::uint64_t now) {
+  if (users_->next(now) != nullptr) return schedule();
+  event_timer_cancel(manager_, std::exchange(rate_timer_, 0));
+  const std::uint64_t pause_ends = users_->next_pause_end();
+  if (pause_ends <= now) return;
+  rate_timer_ = event_timer_start(manager_, pause_ends - now, [this] {
+    rate_timer_ = 0;
+    schedule();
+  });
 }
 
 // Returns the time after it.

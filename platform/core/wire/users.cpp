@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/wire/wire.h"
 
 namespace wire {
@@ -35,6 +36,10 @@ void Users::charge_one(Competition<T>* competition, T* served, std::uint64_t nan
   served->used_ += nanoseconds;
 }
 
+Users::Users(const Limits& limits)
+    : interval_(kNanosecondsPerSecond / limits.requests_per_second),
+      burst_(interval_ * limits.request_burst) {}
+
 std::shared_ptr<User> Users::find(const Peer& peer, Role role) {
   forget_users();
   const bool trusted = role != Role::kRead;
@@ -43,12 +48,13 @@ std::shared_ptr<User> Users::find(const Peer& peer, Role role) {
   return user;
 }
 
-// Those without clients whose account has no effect any more.
+// Those without clients whose account and rate have no effect any more.
 void Users::forget_users() {
+  const std::uint64_t now = clock_monotonic();
   const bool all = users_.size() >= kMostUsers;
   std::erase_if(users_, [&](const auto& entry) {
     const std::shared_ptr<User>& user = entry.second;
-    return user.use_count() == 1 && (all || user->used_ <= competition_.clock);
+    return user.use_count() == 1 && (all || (user->used_ <= competition_.clock && user->paid_until <= now));
   });
 }
 
@@ -74,10 +80,35 @@ Connection* Users::next_of(const User& user) {
   return best;
 }
 
-Connection* Users::next() const {
+// The rate of a user is a bucket of tokens, stated as the time at which it is full again.
+void Users::spend(User& user, std::uint64_t requests) const {
+  user.paid_until = std::max(user.paid_until, clock_monotonic()) + requests * interval_;
+}
+
+std::uint64_t Users::pause_end(const User& user) const {
+  const std::uint64_t next_paid_until = user.paid_until + interval_;
+  return user.trusted || next_paid_until <= burst_ ? 0 : next_paid_until - burst_;
+}
+
+// The connections so far are worth a burst more than the user's rate allows.
+bool Users::connects_too_often(const User& user) const {
+  return !user.trusted && user.paid_until >= clock_monotonic() + 2 * burst_;
+}
+
+std::uint64_t Users::next_pause_end() const {
+  std::uint64_t first = 0;
+  for (const User* user : competition_.waiting) {
+    const std::uint64_t end = pause_end(*user);
+    if (first == 0 || (end != 0 && end < first)) first = end;
+  }
+  return first;
+}
+
+Connection* Users::next(std::uint64_t now) const {
   Connection* best = nullptr;
   for (const User* user : competition_.waiting) {
     if (best != nullptr && best->user_->used_ <= user->used_) continue;
+    if (pause_end(*user) > now) continue;
     if (Connection* client = next_of(*user)) best = client;
   }
   return best;
@@ -94,6 +125,7 @@ std::vector<std::shared_ptr<Connection>> Users::waiting() const {
 void Users::charge(Connection& client, std::uint64_t nanoseconds) {
   // Also a message that takes no time of a coarse clock lets the others be next.
   const std::uint64_t cost = std::max<std::uint64_t>(nanoseconds, 1);
+  spend(*client.user_, 1);
   charge_one(&competition_, client.user_.get(), cost);
   charge_one(&client.user_->clients, &client, cost);
 }

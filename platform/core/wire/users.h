@@ -23,6 +23,7 @@
 namespace wire {
 
 class Connection;
+struct Limits;
 
 // Those that wait for a part of one amount of time. T has an account, `used_`, and the mark `waiting_`.
 template <typename T>
@@ -36,6 +37,7 @@ struct User {
   uid_t uid;
   bool trusted;  // its role is above kRead
   std::size_t connections = 0;
+  std::uint64_t paid_until = 0;  // when its requests so far would end at its rate, one after the other
   std::uint64_t used_ = 0;
   bool waiting_ = false;  // a client of it is
   Competition<Connection> clients;
@@ -43,20 +45,28 @@ struct User {
 
 class Users {
  public:
+  explicit Users(const Limits& limits);
+
   // The peer's user. A user id whose peers have different roles is two users.
   std::shared_ptr<User> find(const Peer& peer, Role role);
 
   void wait(Connection& client);  // it has a message to handle
   void leave(Connection& client);
-  // The client whose message is to be handled, or null. Clients whose message is being handled are passed
-  // over.
-  Connection* next() const;
+  // The client whose message is to be handled, or null. Clients whose message is being handled and users that
+  // exceed their rate are passed over.
+  Connection* next(std::uint64_t now) const;
+  // When the first of the waiting users no longer exceeds its rate; 0 without one that does.
+  std::uint64_t next_pause_end() const;
   std::vector<std::shared_ptr<Connection>> waiting() const;
+  // Counts requests for the user's rate.
+  void spend(User& user, std::uint64_t requests) const;
+  bool connects_too_often(const User& user) const;
   // Charges the client and its user for the time that its message took.
   void charge(Connection& client, std::uint64_t nanoseconds);
 
  private:
   void forget_users();
+  std::uint64_t pause_end(const User& user) const;
   template <typename T>
   static void join(Competition<T>* competition, T* newcomer);
   template <typename T>
@@ -67,6 +77,8 @@ class Users {
 
   std::map<std::pair<uid_t, bool>, std::shared_ptr<User>> users_;
   Competition<User> competition_;
+  std::uint64_t interval_;  // between the requests of a user at its rate
+  std::uint64_t burst_;     // how long a user's requests may be ahead of its rate
 };
 
 }  // namespace wire

@@ -113,6 +113,9 @@ struct Limits {
   std::size_t pause_octets = 1U << 20;   // a client with more unsent octets than this is no longer read,
   std::size_t pause_messages = 256;      // nor one with more unsent messages than this
   std::size_t close_octets = 16U << 20;  // a client with more unsent octets than this is closed
+  std::uint64_t requests_per_second = 20'000;       // of one user with the role kRead; what exceeds it waits
+  std::uint64_t request_burst = 5'000;              // of such a user after a pause
+  std::uint64_t requests_per_connection = 20;       // what a connection of such a user is worth
   std::uint64_t message_deadline = 10'000'000'000;  // nanoseconds from a message's first octet to its last
   // The messages of all clients are handled in slices of this many nanoseconds; between them the event loop
   // serves its other descriptors, timers and functions.
@@ -241,6 +244,7 @@ class Server {
   void enqueue(Connection& connection);
   void schedule();
   void run_slice();
+  void schedule_next(std::uint64_t now);
   std::uint64_t serve(Connection& connection, std::uint64_t now);
 
   EventManager* manager_;
@@ -253,6 +257,7 @@ class Server {
   std::map<std::uint64_t, std::shared_ptr<Connection>> clients_;
   std::unique_ptr<Users> users_;
   EventTimerId deadline_timer_ = 0;
+  EventTimerId rate_timer_ = 0;                           // ends the pause of users who exceed their rate
   bool scheduled_ = false;                                // a slice is deferred
   std::shared_ptr<int> alive_ = std::make_shared<int>();  // deferred slices end with the server
 };
