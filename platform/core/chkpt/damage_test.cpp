@@ -72,10 +72,30 @@ TEST_F(CheckpointDamageTest, ForeignDatabaseWithOnlyAnApplicationIdIsSetAside) {
   ExpectSetAside("it is not a checkpoint database");
 }
 
-TEST_F(CheckpointDamageTest, DatabaseOfANewerVersionIsSetAside) {
+TEST_F(CheckpointDamageTest, DatabaseOfAnOlderVersionIsSetAside) {
+  MakeDatabase();
+  Sql("PRAGMA user_version=0");
+  ExpectSetAside("it is of version 0, not 1");
+}
+
+TEST_F(CheckpointDamageTest, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {
   MakeDatabase();
   Sql("PRAGMA user_version=2");
-  ExpectSetAside("it is of version 2, not 1");
+  const std::string file = ReadFile(File());
+  const std::string log = ReadFile(Log());
+  for (int start = 0; start < 2; ++start) {
+    CaptureStderr();
+    EXPECT_EQ(chkpt_init(&application, manager), kStatusIo);
+    EXPECT_EQ(GetCapturedStderr(), "chkpt: " + File() +
+                                       ": it is of version 2 and this release reads versions up to 1; start "
+                                       "the release that wrote it, or move the file away\n");
+    EXPECT_EQ(ReadFile(File()), file);
+    EXPECT_EQ(ReadFile(Log()), log);
+    EXPECT_FALSE(Exists(Aside()));
+  }
+  Sql("PRAGMA user_version=1");
+  EXPECT_TRUE(Start());
+  EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "one"}));
 }
 
 TEST_F(CheckpointDamageTest, DatabaseWithoutItsTablesIsSetAside) {

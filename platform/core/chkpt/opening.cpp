@@ -4,7 +4,8 @@
 // (quick_check) and readable in full. A file with invalid contents is renamed with its log to
 // checkpoint.db.unusable.N. SQLite would delete a log next to an empty or missing file, so that case is
 // checked before SQLite opens anything. Closing must not write the log back into a damaged file either, so
-// that is disabled until the database is in use.
+// that is disabled until the database is in use. A file of a newer version is left alone and fails the open:
+// an older release that started without it would lose what the newer one stored.
 //
 // Errors of the system (no permission, read-only, full, locked by another process) fail the open and leave
 // the file alone. Every open writes one row, so that a full or read-only disk fails the start and not the
@@ -66,7 +67,7 @@ bool is_damage(int code) {
 
 }  // namespace
 
-// One attempt to open the file. Exactly one of `unusable` and `status` says why it failed.
+// One attempt to open the file. Exactly one of `unusable`, `refusal` and `status` says why it failed.
 class Opening {
  public:
   explicit Opening(std::string path) : path_(std::move(path)), database_(std::make_unique<Database>()) {}
@@ -80,6 +81,7 @@ class Opening {
   std::unique_ptr<Database> take() { return std::move(database_); }
 
   std::string unusable;  // why the contents cannot be used
+  std::string refusal;   // why the file is left alone although its contents may be usable
   Status status = kStatusOk;
 
  private:
@@ -118,6 +120,10 @@ class Opening {
     if (blank_) return true;
     if (identity.application != kApplicationId) return damaged("it is not a checkpoint database");
     if (identity.version == kVersion) return true;
+    if (identity.version > kVersion) {
+      refusal = sqlite::describe_newer(identity.version, kVersion);
+      return false;
+    }
     return damaged("it is of version " + std::to_string(identity.version) + ", not " +
                    std::to_string(kVersion));
   }
@@ -251,8 +257,11 @@ Status Database::open(const std::string& directory, std::unique_ptr<Database>* d
     const std::string why = opening->unusable;
     if (why.empty() || is_new) {
       const Status status = opening->status == kStatusOk ? kStatusIo : opening->status;
+      const std::string refusal = opening->refusal;
       opening.reset();  // closes the database
-      const std::string reason = status == EBUSY ? sqlite::describe_lock(path) : err_text(status);
+      const std::string reason = !refusal.empty()  ? refusal
+                                 : status == EBUSY ? sqlite::describe_lock(path)
+                                                   : err_text(status);
       log_error("chkpt", "%s: %s", path.c_str(), reason.c_str());
       return status;
     }

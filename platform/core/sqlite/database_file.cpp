@@ -53,6 +53,11 @@ int check_contents(sqlite3* connection, std::string* damage) {
   return SQLITE_OK;
 }
 
+std::string describe_newer(std::int64_t version, std::int64_t supported) {
+  return "it is of version " + std::to_string(version) + " and this release reads versions up to " +
+         std::to_string(supported) + "; start the release that wrote it, or move the file away";
+}
+
 std::int64_t file_size(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? status.st_size : -1;

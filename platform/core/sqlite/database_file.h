@@ -22,6 +22,9 @@ int read_identity(sqlite3* connection, Identity* identity);
 // Checks every page. *damage is empty for a sound database, otherwise the reason.
 int check_contents(sqlite3* connection, std::string* damage);
 
+// Why a database of a newer version than `supported` is not opened, for a message.
+std::string describe_newer(std::int64_t version, std::int64_t supported);
+
 // The size of the file, or -1.
 std::int64_t file_size(const std::string& path);
 

@@ -23,6 +23,7 @@ namespace {
 constexpr int kApplicationId = 0x4d56434e;  // "MVCN"
 constexpr int kVersion = 3;
 static_assert(kApplicationId == 1297498958 && kVersion == 3);
+constexpr int kNewerVersion = SQLITE_SCHEMA;  // no statement of ours results in it
 
 #define MAKE_TABLES                                                                                      \
   "CREATE TABLE node(path TEXT NOT NULL, owner TEXT NOT NULL, value, told INTEGER NOT NULL, PRIMARY "    \
@@ -69,18 +70,20 @@ int migrate(sqlite3* database, std::int64_t version) {
 }
 
 // SQLITE_OK for a complete database of ours of this version; an empty file is initialized and a former
-// version migrated. SQLITE_NOTADB, SQLITE_CORRUPT and SQLITE_MISMATCH are for files with unusable contents.
-int check_or_make(sqlite3* database) {
+// version migrated. SQLITE_NOTADB, SQLITE_CORRUPT and SQLITE_MISMATCH are for files with unusable contents,
+// kNewerVersion for a file that only a newer release can use.
+int check_or_make(sqlite3* database, std::int64_t* version) {
   sqlite::Identity identity;
   if (const int code = sqlite::read_identity(database, &identity)) return code;
   if (identity.is_blank()) return sqlite::run(database, kMake);
-  const std::int64_t version = identity.version;
-  if (identity.application != kApplicationId || version < 1 || version > kVersion) return SQLITE_MISMATCH;
+  *version = identity.version;
+  if (identity.application != kApplicationId || *version < 1) return SQLITE_MISMATCH;
+  if (*version > kVersion) return kNewerVersion;
   std::string damage;
   if (const int code = sqlite::check_contents(database, &damage)) return code;
   if (!damage.empty()) return SQLITE_CORRUPT;
-  if (version < kVersion) {
-    if (const int code = migrate(database, version)) return code;
+  if (*version < kVersion) {
+    if (const int code = migrate(database, *version)) return code;
   }
   return sqlite::Statement(database, kProbe) ? SQLITE_OK : SQLITE_MISMATCH;
 }
@@ -90,10 +93,10 @@ bool is_unusable(int code) {
   return primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT || primary == SQLITE_MISMATCH;
 }
 
-int open_once(const std::string& file, sqlite::Connection* database) {
+int open_once(const std::string& file, sqlite::Connection* database, std::int64_t* version) {
   if (const int code = sqlite::open(file, database)) return code;
   if (const int code = sqlite::lock_for_this_process(database->get())) return code;
-  return check_or_make(database->get());
+  return check_or_make(database->get(), version);
 }
 
 Status fail(const std::string& what, const char* why) {
@@ -106,14 +109,17 @@ Status fail(const std::string& what, const char* why) {
 Status open_configuration(const std::string& directory, sqlite::Connection* database) {
   if (const Status status = fault_check("configuration_open")) return status;
   const std::string file = directory + "/configuration.db";
-  int code = open_once(file, database);
+  std::int64_t version = 0;
+  int code = open_once(file, database, &version);
+  if (code == kNewerVersion)
+    return fail(file + " cannot be opened", sqlite::describe_newer(version, kVersion).c_str());
   if (is_unusable(code)) {
     database->reset();
     const std::string aside = sqlite::set_aside(file);
     if (aside.empty()) return fail(file + " cannot be set aside", std::strerror(errno));
     log_warning("configuration", "%s cannot be used and is stored as %s; starting with an empty one",
                 file.c_str(), aside.c_str());
-    code = open_once(file, database);
+    code = open_once(file, database, &version);
   }
   if (sqlite::primary(code) == SQLITE_BUSY) {
     database->reset();
@@ -125,7 +131,8 @@ Status open_configuration(const std::string& directory, sqlite::Connection* data
 
 Status open_configuration_in_memory(sqlite::Connection* database) {
   if (const Status status = fault_check("configuration_open")) return status;
-  const int code = open_once(":memory:", database);
+  std::int64_t version = 0;
+  const int code = open_once(":memory:", database, &version);
   return code == SQLITE_OK ? kStatusOk : fail("no database in memory", sqlite3_errstr(code));
 }
 

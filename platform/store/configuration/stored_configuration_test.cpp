@@ -125,24 +125,43 @@ TEST_P(UnusableDatabase, IsSetAside) {
 
 INSTANTIATE_TEST_SUITE_P(
     Files, UnusableDatabase,
-    ::testing::Values(
-        Unusable{"NotADatabase", [](const std::string& file) { std::ofstream(file) << "the only copy"; }},
-        Unusable{"Truncated",
-                 [](const std::string& file) {
-                   std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
-                 }},
-        Unusable{"Damaged",
-                 [](const std::string& file) {
-                   std::fstream octets(file, std::ios::in | std::ios::out | std::ios::binary);
-                   octets.seekp(4096) << std::string(200, '\x55');
-                 }},
-        Unusable{"NewerVersion", [](const std::string& file) { ExecuteOn(file, "PRAGMA user_version = 4"); }},
-        Unusable{"Foreign",
-                 [](const std::string& file) {
-                   std::filesystem::remove(file);
-                   ExecuteOn(file, "CREATE TABLE other(x)");
-                 }}),
+    ::testing::Values(Unusable{"NotADatabase",
+                               [](const std::string& file) { std::ofstream(file) << "the only copy"; }},
+                      Unusable{"Truncated",
+                               [](const std::string& file) {
+                                 std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+                               }},
+                      Unusable{"Damaged",
+                               [](const std::string& file) {
+                                 std::fstream octets(file, std::ios::in | std::ios::out | std::ios::binary);
+                                 octets.seekp(4096) << std::string(200, '\x55');
+                               }},
+                      Unusable{"Foreign",
+                               [](const std::string& file) {
+                                 std::filesystem::remove(file);
+                                 ExecuteOn(file, "CREATE TABLE other(x)");
+                               }}),
     [](const auto& each) { return each.param.name; });
+
+// A start without it would forget the configuration, and the newer release would find another file.
+TEST_F(Configuration, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  kvtree::store().node_store.reset();
+  ExecuteOn(File(), "PRAGMA user_version = 4");
+  const std::string contents = Read(File());
+  for (int start = 0; start < 2; ++start) {
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(Keep(), kStatusIo);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "configuration: " + File() +
+                  " cannot be opened: it is of version 4 and this release reads versions up to 3; start the "
+                  "release that wrote it, or move the file away\n");
+    EXPECT_EQ(Read(File()), contents);
+    EXPECT_FALSE(std::filesystem::exists(File() + ".unusable.1"));
+  }
+  ExecuteOn(File(), "PRAGMA user_version = 3");
+  EXPECT_EQ(Keep(), kStatusOk);
+}
 
 TEST_F(Configuration, MissingDirectoryIsAFailure) {
   ::testing::internal::CaptureStderr();
