@@ -1,15 +1,8 @@
-# add_component(folder): adds the folder.
 # mpls_library(name SOURCES ... DEPS ... [ALONE ...]): a library. Headers take most of the compilation time, so up to 20 sources
 # are compiled as one unit, except those after ALONE, which repeat names of others.
 # mpls_program(name SOURCES ... DEPS ...): a program; MPLS_VERSION is the project's version.
 # mpls_test(name SOURCES ... DEPS ... [LABELS ...] [TIMEOUT s]): a GoogleTest program, one CTest entry.
 include(CMakeParseArguments)
-
-function(add_component folder)
-  if(EXISTS "${CMAKE_SOURCE_DIR}/${folder}/CMakeLists.txt")
-    add_subdirectory("${folder}")
-  endif()
-endfunction()
 
 function(mpls_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;ALONE" ${ARGN})

@@ -8,7 +8,6 @@
 #include <memory>
 #include <string>
 
-#include "mib/forwardmib.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/route/entry.h"
 #include "mpls/vpn/mib/src/route/modules.h"
@@ -16,6 +15,7 @@
 #include "mpls/vpn/mib/src/support/report.h"
 #include "platform/core/address/address.h"
 #include "platform/router/lfx/lfx.h"
+#include "route_modules/forwardmib.h"
 
 namespace {
 

@@ -4,13 +4,13 @@
 #include <cstring>
 #include <memory>
 
-#include "mib/forwardmib.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/route/entry.h"
 #include "mpls/vpn/mib/src/route/modules.h"
 #include "mpls/vpn/mib/src/route/row.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "platform/core/address/address.h"
+#include "route_modules/forwardmib.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "mib/forwardmib.h"
+#include "route_modules/forwardmib.h"
 
 // True when the module is loaded with both its symbols. A failure is posted as an error message; the next
 // call tries again what is missing.

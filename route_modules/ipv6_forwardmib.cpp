@@ -1,8 +1,8 @@
 // "mib/libipv6_forwardmib.dll": the IPv6 rows of the routing tables (forwardmib.h).
 #include <algorithm>
 
-#include "mib/forwardmib.h"
-#include "mib/module.h"
+#include "route_modules/forwardmib.h"
+#include "route_modules/module.h"
 
 namespace {
 

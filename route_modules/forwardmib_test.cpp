@@ -1,5 +1,5 @@
 // The two modules, loaded as the daemon loads them.
-#include "mib/forwardmib.h"
+#include "route_modules/forwardmib.h"
 
 #include <arpa/inet.h>
 #include <dlfcn.h>

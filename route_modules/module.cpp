@@ -1,11 +1,11 @@
 // The process's function table is requested at every read: it is a constant of the executable, so caching it
 // would gain nothing.
-#include "mib/module.h"
+#include "route_modules/module.h"
 
 #include <algorithm>
 #include <cerrno>
 
-#include "mib/forwardmib.h"
+#include "route_modules/forwardmib.h"
 
 namespace forwardmib {
 namespace {

@@ -3,8 +3,8 @@
 // Addresses arrive and leave in network order, so their octets in memory are the key's.
 #include <cstring>
 
-#include "mib/forwardmib.h"
-#include "mib/module.h"
+#include "route_modules/forwardmib.h"
+#include "route_modules/module.h"
 
 namespace {
 
