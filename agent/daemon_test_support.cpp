@@ -56,10 +56,10 @@ Status following_interface(const KvReply* row, std::string* path) {
   return parcel_free_indirections(&kMibInterfaceParcel, &record);
 }
 
-const std::array<KvRoute, 2> kRoutes = {
-    KvRoute{"scalars", {0, nullptr, get_scalars, nullptr, nullptr}},
-    KvRoute{"interface-next/<s>/<n>", {kKvModeNext, nullptr, get_interface, nullptr, nullptr}}};
-const KvRoutingTable kTable = {kRoutes.data(), kRoutes.size()};
+const std::array<KvPathRow, 2> kPaths = {
+    KvPathRow{"scalars", {0, nullptr, get_scalars, nullptr, nullptr}},
+    KvPathRow{"interface-next/<s>/<n>", {kKvModeNext, nullptr, get_interface, nullptr, nullptr}}};
+const KvPathTable kTable = {kPaths.data(), kPaths.size()};
 const KvWalkRule kWalkRule = {"interface-next", following_interface};
 
 Status match(const KvRequest* request, KvReply* reply) {

@@ -14,7 +14,7 @@
 
 namespace {
 
-const KvRoute kRoutes[] = {
+const KvPathRow kPaths[] = {
     {"scalars", {}},
     {"interface/<s>/<n>", {}},
     {"detail-filter/<s>/<n>/<n>/<s>", {}},
@@ -41,14 +41,14 @@ void check_argument(const RequestArgs& args, unsigned index, const kvtree::PathM
   require(argument.text >= match.texts.data() && argument.text + std::strlen(argument.text) < end);
 }
 
-void match_one(const kvtree::CompiledTable& table, std::size_t routes, std::string_view path, bool encoded) {
+void match_one(const kvtree::CompiledTable& table, std::size_t rows, std::string_view path, bool encoded) {
   kvtree::PathMatch match;
   const Status status = kvtree::match_path(table, path, encoded, &match);
   if (status != kStatusOk) {
     require(status == kStatusUnknownPath || status == kStatusBadKey);
     return;
   }
-  require(match.route >= 0 && static_cast<std::size_t>(match.route) < routes);
+  require(match.row >= 0 && static_cast<std::size_t>(match.row) < rows);
   require(match.args.count <= kKvMaxArguments);
   require(~match.args.absent_mask >> match.args.count == 0);
   for (unsigned i = 0; i < kKvMaxArguments; ++i) check_argument(match.args, i, match);
@@ -58,8 +58,8 @@ void match_own_pattern(std::string_view text, bool encoded) {
   const std::size_t line_break = text.find('\n');
   if (line_break == std::string_view::npos) return;
   const std::string pattern(text.substr(0, line_break));
-  const KvRoute route{pattern.c_str(), {}};
-  const kvtree::CompiledTable table = kvtree::compile_table({&route, 1});
+  const KvPathRow row{pattern.c_str(), {}};
+  const kvtree::CompiledTable table = kvtree::compile_table({&row, 1});
   if (table.valid) match_one(table, 1, text.substr(line_break + 1).substr(0, kKvMaxPath), encoded);
 }
 
@@ -78,14 +78,14 @@ void decode(std::string_view text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const kvtree::CompiledTable table = kvtree::compile_table({kRoutes, std::size(kRoutes)});
+  static const kvtree::CompiledTable table = kvtree::compile_table({kPaths, std::size(kPaths)});
   if (size == 0) return 0;
   const std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
   const bool encoded = (data[0] & 1) != 0;
   if ((data[0] & 2) != 0) {
     match_own_pattern(text, encoded);
   } else {
-    match_one(table, std::size(kRoutes), std::string_view(text).substr(0, kKvMaxPath), encoded);
+    match_one(table, std::size(kPaths), std::string_view(text).substr(0, kKvMaxPath), encoded);
   }
   decode(text);
   return 0;

@@ -55,11 +55,11 @@ Status following(const KvReply* row, std::string* path) {
   return kStatusOk;
 }
 
-const KvRoute kRoutes[] = {
+const KvPathRow kPaths[] = {
     {"rows/<n>", {kKvModeNext, nullptr, get_row, nullptr, nullptr}},
     {"text/<s>/<n>/<ip4>/<ad>/<x>/<i>", {0, nullptr, get_text, list_items, datalist_items}},
 };
-const KvRoutingTable kTable{kRoutes, 2};
+const KvPathTable kTable{kPaths, 2};
 const KvWalkRule kRules[] = {{"rows", following}};
 
 Status get(const KvRequest* request, KvReply* reply) {

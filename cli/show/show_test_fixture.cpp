@@ -330,7 +330,7 @@ std::string after_route(const mpls_vpn_mib_route& row) {
          type + "/" + destination + "/" + next_hop;
 }
 
-constexpr KvRoute kRoutes[] = {
+constexpr KvPathRow kPaths[] = {
     {"vrf/<s>", {.mode = 0, .get = get_vrf}},
     {"vrf-next/<s>", {.mode = kKvModeNext, .get = get_vrf_next}},
     {"vrf-detail/<s>", {.mode = 0, .get = get_detail, .list = list_details, .datalist = datalist_details}},
@@ -343,7 +343,7 @@ constexpr KvRoute kRoutes[] = {
     {"route/<s>/<n>/<n>/<n>/<s>/<s>", {.mode = 0, .get = get_route}},
     {"route-next/<s>/<n>/<n>/<n>/<s>/<s>", {.mode = kKvModeNext, .get = get_route_next}},
 };
-constexpr KvRoutingTable kTable = {kRoutes, std::size(kRoutes)};
+constexpr KvPathTable kTable = {kPaths, std::size(kPaths)};
 constexpr KvWalkRule kWalkRules[] = {
     {"vrf-next", after<mpls_vpn_mib_vrf, kMibVrfParcel, after_vrf>},
     {"interface-next", after<mpls_vpn_mib_interface, kMibInterfaceParcel, after_interface>},

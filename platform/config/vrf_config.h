@@ -1,7 +1,7 @@
 // The configuration of VRFs as nodes of the configuration tree: converts what users and sources configure (a
 // description, a route target, a neighbor) to the paths and values that the daemon subscribes to, and back.
 //
-// items.cpp has the table of items; the daemon's routing tables have the same path patterns. Stateless; any
+// items.cpp has the table of items; the daemon's tables of paths have the same patterns. Stateless; any
 // thread.
 #pragma once
 

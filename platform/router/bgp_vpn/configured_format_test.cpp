@@ -54,10 +54,10 @@ struct TargetTable {
 void take_target(const KvNotifyInfo* info, const RequestArgs* args) {
   TargetTable::instance().take(info, args);
 }
-constexpr KvRoute kRoutes[] = {
+constexpr KvPathRow kPaths[] = {
     {"vrf/<s>/ord_z/afi_safi/<n>/<n>/default/ord_b/bgp/ord_c/import-rt/<n>/<n>/<n>/<n>/<ip4>/<n>/<n>",
      {0, take_target, nullptr, nullptr, nullptr}}};
-constexpr KvRoutingTable kTable{kRoutes, std::size(kRoutes)};
+constexpr KvPathTable kTable{kPaths, std::size(kPaths)};
 void take_notification(const KvNotification* notification) {
   kvtree_match_notify(notification, &kTable);
 }

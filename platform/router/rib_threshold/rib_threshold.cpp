@@ -108,11 +108,11 @@ void notify_limit(const KvNotifyInfo* info, const RequestArgs* args) {
   service()->configure(vrf, family - 1, thresholds_of(*info));
 }
 
-constexpr KvRoute kLimits[] = {
+constexpr KvPathRow kLimits[] = {
     {"vrf/<s>/ord_z/afi_safi/<n>/<n>/default/ord_e/rib/table-prefix-limit",
      {0, notify_limit, nullptr, nullptr, nullptr}},
 };
-constexpr KvRoutingTable kLimitTable{kLimits, std::size(kLimits)};
+constexpr KvPathTable kLimitTable{kLimits, std::size(kLimits)};
 
 void take_configuration(const KvNotification* notification) {
   kvtree_match_notify(notification, &kLimitTable);

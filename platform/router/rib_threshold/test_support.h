@@ -130,9 +130,9 @@ class RibThresholdTest : public router::RouterTest {
     const auto note_line = [](const KvNotifyInfo* info, const RequestArgs* args) {
       lines<kWhose>().push_back(LineOf(*info, *args));
     };
-    static const KvRoute routes[] = {{"<s>/mid-thresh-exc", {0, note_line, nullptr, nullptr, nullptr}},
-                                     {"<s>/max-thresh-exc", {0, note_line, nullptr, nullptr, nullptr}}};
-    static const KvRoutingTable table{routes, std::size(routes)};
+    static const KvPathRow routes[] = {{"<s>/mid-thresh-exc", {0, note_line, nullptr, nullptr, nullptr}},
+                                       {"<s>/max-thresh-exc", {0, note_line, nullptr, nullptr, nullptr}}};
+    static const KvPathTable table{routes, std::size(routes)};
     kvtree_match_notify(notification, &table);
   }
   static std::string LineOf(const KvNotifyInfo& info, const RequestArgs& args) {

@@ -134,7 +134,7 @@ struct TestProvider {
     return kStatusOk;
   }
 
-  static inline const KvRoute routes[] = {
+  static inline const KvPathRow rows[] = {
       {"scalars", {0, nullptr, describe_get, nullptr, nullptr}},
       {"interface/<s>/<n>", {0, nullptr, describe_get, nullptr, nullptr}},
       {"interface-next/<s>/<n>", {kKvModeNext, nullptr, describe_get, nullptr, nullptr}},
@@ -145,7 +145,7 @@ struct TestProvider {
       {"gap-next/<n>", {kKvModeNext, nullptr, row_get, nullptr, nullptr}},
       {"lost-next/<n>", {kKvModeNext, nullptr, row_get, nullptr, nullptr}},
   };
-  static inline const KvRoutingTable table{routes, std::size(routes)};
+  static inline const KvPathTable table{rows, std::size(rows)};
   static inline const KvWalkRule walk_rules[] = {{"rows-next", row_following},
                                                  {"short-next", short_following},
                                                  {"broken-next", broken_following},

@@ -130,13 +130,13 @@ struct KvHandlerEntry {
 // "interface-next/<s>/<n>"; <*> is a key that no handler reads: any text, and no argument. Patterns are tried
 // in table order; where two share their beginning, a matching literal is tried before a key, and a branch
 // that fails later is abandoned for the next one.
-struct KvRoute {
+struct KvPathRow {
   const char* pattern;
   KvHandlerEntry handlers;
 };
 
-struct KvRoutingTable {
-  const KvRoute* routes;
+struct KvPathTable {
+  const KvPathRow* rows;
   std::size_t count;
 };
 
@@ -150,14 +150,14 @@ struct KvNotification;  // one change, below the subscriber's bind point
 // kStatusUnknownPath, kStatusBadKey (no pattern fits and one would have, had a key decoded),
 // kStatusNoHandler, kStatusInvalid for a table with a malformed pattern (logged), or what the handler
 // answers. A table is compiled when it is first used; it and its patterns must outlive its use.
-[[nodiscard]] Status kvtree_match_get(const KvRequest* request, const KvRoutingTable* table, KvReply* reply);
-[[nodiscard]] Status kvtree_match_list(const KvRequest* request, const KvRoutingTable* table,
+[[nodiscard]] Status kvtree_match_get(const KvRequest* request, const KvPathTable* table, KvReply* reply);
+[[nodiscard]] Status kvtree_match_list(const KvRequest* request, const KvPathTable* table,
                                        KvListReply* reply);
-[[nodiscard]] Status kvtree_match_datalist(const KvRequest* request, const KvRoutingTable* table,
+[[nodiscard]] Status kvtree_match_datalist(const KvRequest* request, const KvPathTable* table,
                                            KvListReply* reply);
 // A notification that fits no pattern, or whose entry has no handler, is dropped.
-void kvtree_match_notify(const KvNotification* notification, const KvRoutingTable* table);
-// The notification as a handler without a routing table needs it.
+void kvtree_match_notify(const KvNotification* notification, const KvPathTable* table);
+// The notification as a handler without a table of paths needs it.
 const KvNotifyInfo* kvtree_notify_info(const KvNotification* notification);
 // The node's path below the subscriber's bind point, during the call.
 std::string_view kvtree_notify_path(const KvNotification* notification);

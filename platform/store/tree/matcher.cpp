@@ -72,7 +72,7 @@ int child_like(std::vector<PatternNode>* nodes, int parent, const PatternNode& w
   return made;
 }
 
-bool add_pattern(CompiledTable* compiled, std::string_view pattern, int route) {
+bool add_pattern(CompiledTable* compiled, std::string_view pattern, int row) {
   int node = 0;
   unsigned keys = 0;
   std::size_t components = 0;
@@ -87,7 +87,7 @@ bool add_pattern(CompiledTable* compiled, std::string_view pattern, int route) {
   }
   compiled->key_count.push_back(keys);
   PatternNode& last = compiled->nodes[static_cast<std::size_t>(node)];
-  if (last.route == kNoNode) last.route = route;  // of two equal patterns the first counts
+  if (last.row == kNoNode) last.row = row;  // of two equal patterns the first counts
   return true;
 }
 
@@ -108,11 +108,11 @@ class Matching {
     return true;
   }
 
-  // The route that matches from the children of `parent` on, or kNoNode.
+  // The row that matches from the children of `parent` on, or kNoNode.
   int find(int parent, std::size_t component, unsigned keys) {
     for (int child = node(parent).child; child != kNoNode; child = node(child).sibling) {
-      const int route = try_node(child, component, keys);
-      if (route != kNoNode) return route;
+      const int row = try_node(child, component, keys);
+      if (row != kNoNode) return row;
     }
     return kNoNode;
   }
@@ -131,21 +131,21 @@ class Matching {
     }
     if (here.kind == NodeKind::kPassed) return below(index, ended ? component : component + 1, keys);
     const std::size_t texts_used = texts_used_;
-    int route = kNoNode;
+    int row = kNoNode;
     if (ended || components_[component] == kAbsentKey) {
       set_absent(keys);
-      route = below(index, ended ? component : component + 1, keys + 1);
+      row = below(index, ended ? component : component + 1, keys + 1);
     } else if (decode_key(here.kind, components_[component], keys)) {
-      route = below(index, component + 1, keys + 1);
+      row = below(index, component + 1, keys + 1);
     } else if (below(index, component + 1, keys + 1) != kNoNode) {
       bad_key_ = true;
     }
-    if (route == kNoNode) texts_used_ = texts_used;
-    return route;
+    if (row == kNoNode) texts_used_ = texts_used;
+    return row;
   }
 
   int below(int index, std::size_t component, unsigned keys) {
-    if (component == count_ && node(index).route != kNoNode) return node(index).route;
+    if (component == count_ && node(index).row != kNoNode) return node(index).row;
     return find(index, component, keys);
   }
 
@@ -226,11 +226,11 @@ void clear_unused_arguments(RequestArgs* args) {
 
 }  // namespace
 
-CompiledTable compile_table(const KvRoutingTable& table) {
+CompiledTable compile_table(const KvPathTable& table) {
   CompiledTable compiled;
   compiled.nodes.emplace_back();
   for (std::size_t i = 0; i < table.count; ++i) {
-    const char* pattern = table.routes[i].pattern;
+    const char* pattern = table.rows[i].pattern;
     if (pattern == nullptr || !add_pattern(&compiled, pattern, static_cast<int>(i))) {
       log_error("kvtree", "malformed path pattern \"%s\"", pattern == nullptr ? "(none)" : pattern);
       return compiled;
@@ -243,9 +243,9 @@ CompiledTable compile_table(const KvRoutingTable& table) {
 Status match_path(const CompiledTable& table, std::string_view path, bool encoded, PathMatch* match) {
   Matching matching(table, encoded, match);
   if (!matching.split(path)) return kStatusUnknownPath;
-  match->route = matching.find(0, 0, 0);
-  if (match->route == kNoNode) return matching.bad_key() ? kStatusBadKey : kStatusUnknownPath;
-  match->args.count = table.key_count[static_cast<std::size_t>(match->route)];
+  match->row = matching.find(0, 0, 0);
+  if (match->row == kNoNode) return matching.bad_key() ? kStatusBadKey : kStatusUnknownPath;
+  match->args.count = table.key_count[static_cast<std::size_t>(match->row)];
   clear_unused_arguments(&match->args);
   return kStatusOk;
 }

@@ -1,8 +1,8 @@
-// The path matcher: routing tables compiled into node trees, and a path matched against one.
+// The path matcher: tables of paths compiled into node trees, and a path matched against one.
 //
 // A node is a literal component or a key of some kind, with its first child (the next component) and its
 // sibling (an alternative at the same depth). Siblings are in the order in which they are tried: literals
-// first, each group in the order of the table. A node that ends a pattern names its route.
+// first, each group in the order of the table. A node that ends a pattern names its row.
 #pragma once
 
 #include <array>
@@ -25,16 +25,16 @@ struct PatternNode {
   std::string_view literal;
   int child = kNoNode;
   int sibling = kNoNode;
-  int route = kNoNode;  // the pattern that ends here
+  int row = kNoNode;  // the pattern that ends here
 };
 
 struct CompiledTable {
   std::vector<PatternNode> nodes;   // node 0 is above the first components
-  std::vector<unsigned> key_count;  // by route
+  std::vector<unsigned> key_count;  // by row
   bool valid = false;               // false: a pattern is malformed, nothing matches
 };
 
-CompiledTable compile_table(const KvRoutingTable& table);
+CompiledTable compile_table(const KvPathTable& table);
 
 // The outcome of a match. Texts and numbers of the arguments point into it, so it stays where it is.
 struct PathMatch {
@@ -42,13 +42,13 @@ struct PathMatch {
   PathMatch(const PathMatch&) = delete;
   PathMatch& operator=(const PathMatch&) = delete;
 
-  int route = kNoNode;
+  int row = kNoNode;
   RequestArgs args{};
   std::array<std::uint32_t, kKvMaxArguments> numbers;
   std::array<char, kKvMaxPath + kKvMaxArguments> texts;  // each key at most its component, and a NUL
 };
 
-// kStatusOk with match->route and arguments (all but the form), kStatusUnknownPath or kStatusBadKey.
+// kStatusOk with match->row and arguments (all but the form), kStatusUnknownPath or kStatusBadKey.
 // REQUIRES path.size() <= kKvMaxPath. Text keys stay encoded when `encoded` is set.
 Status match_path(const CompiledTable& table, std::string_view path, bool encoded, PathMatch* match);
 

@@ -14,14 +14,14 @@ using ::testing::HasSubstr;
 
 // The outcome of one match against these patterns: "index: arguments", or the error's text.
 std::string Match(const std::vector<const char*>& patterns, std::string_view path, bool encoded = false) {
-  std::vector<KvRoute> routes;
-  for (const char* pattern : patterns) routes.push_back({pattern, {}});
-  const kvtree::CompiledTable table = compile_table({routes.data(), routes.size()});
+  std::vector<KvPathRow> rows;
+  for (const char* pattern : patterns) rows.push_back({pattern, {}});
+  const kvtree::CompiledTable table = compile_table({rows.data(), rows.size()});
   EXPECT_TRUE(table.valid);
   PathMatch match;
   const Status status = match_path(table, path, encoded, &match);
   if (status != kStatusOk) return err_text(status);
-  return std::to_string(match.route) + ":" + describe("", &match.args);
+  return std::to_string(match.row) + ":" + describe("", &match.args);
 }
 
 const std::string kUnknown = err_text(kStatusUnknownPath);
@@ -94,8 +94,8 @@ TEST(PathMatcher, BadKeyOfAPathThatWouldNotFitAnywayIsUnknown) {
 }
 
 TEST(PathMatcher, Ipv4KeysComeAsTextAndAsNumber) {
-  const KvRoute route{"ip/<ip4>", {}};
-  const kvtree::CompiledTable table = compile_table({&route, 1});
+  const KvPathRow row{"ip/<ip4>", {}};
+  const kvtree::CompiledTable table = compile_table({&row, 1});
   PathMatch match;
   ASSERT_EQ(match_path(table, "ip/10.1.2.3", false, &match), kStatusOk);
   EXPECT_STREQ(match.args.arg[0].text, "10.1.2.3");
@@ -157,8 +157,8 @@ TEST(PathMatcher, ArgumentsOfAGivenUpBranchLeaveNoTrace) {
   // The first branch takes two keys, one of them absent, before it fails.
   EXPECT_EQ(Match({"a/<s>/<n>/b", "a/<x>"}, "a/%41"), "1:/0 '%41'");
   EXPECT_EQ(Match({"a/x/<s>/b", "a/<s>/<n>"}, "a/x/-"), "1:/0 'x' absent");
-  const KvRoute routes[] = {{"a/<s>/<n>/b", {}}, {"a/<x>/-", {}}};
-  const kvtree::CompiledTable table = compile_table({routes, 2});
+  const KvPathRow rows[] = {{"a/<s>/<n>/b", {}}, {"a/<x>/-", {}}};
+  const kvtree::CompiledTable table = compile_table({rows, 2});
   PathMatch match;
   ASSERT_EQ(match_path(table, "a/q/-", false, &match), kStatusOk);
   EXPECT_EQ(match.args.count, 1U);
@@ -221,9 +221,9 @@ TEST(PathMatcher, MalformedPatternsMakeTheTableInvalidAndAreLogged) {
   const std::string too_deep = Deep(kvtree::kMaxComponents + 1);
   for (const char* pattern : {"", "a//b", "<q>", "a/<s", too_many_keys.c_str(), too_deep.c_str(),
                               static_cast<const char*>(nullptr)}) {
-    const KvRoute route{pattern, {}};
+    const KvPathRow row{pattern, {}};
     ::testing::internal::CaptureStderr();
-    EXPECT_FALSE(compile_table({&route, 1}).valid);
+    EXPECT_FALSE(compile_table({&row, 1}).valid);
     EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("malformed path pattern"));
   }
 }
@@ -272,8 +272,8 @@ TEST_F(Routing, MissingHandlerUnknownPathAndBadKeyAreReported) {
 }
 
 TEST_F(Routing, TableWithAMalformedPatternIsInvalid) {
-  static const KvRoute route{"<what>", {0, nullptr, TestProvider::describe_get, nullptr, nullptr}};
-  const KvRoutingTable table{&route, 1};
+  static const KvPathRow row{"<what>", {0, nullptr, TestProvider::describe_get, nullptr, nullptr}};
+  const KvPathTable table{&row, 1};
   const KvRequest request{"what", false};
   KvReply reply{};
   EXPECT_EQ(kvtree_match_get(&request, &table, &reply), kStatusInvalid);
@@ -300,11 +300,11 @@ void handle_change(const KvNotifyInfo* info, const RequestArgs* args) {
   handled().push_back(describe(info->item_name, args) + " scan=" + std::to_string(info->scan));
 }
 
-const KvRoute kChangeRoutes[] = {
+const KvPathRow kChangePaths[] = {
     {"vrf/<s>/descr", {3, handle_change, nullptr, nullptr, nullptr}},
     {"vrf/<s>/unhandled", {1, nullptr, nullptr, nullptr, nullptr}},
 };
-const KvRoutingTable kChangeTable{kChangeRoutes, 2};
+const KvPathTable kChangeTable{kChangePaths, 2};
 
 TEST_F(Routing, NotificationReachesTheHandlerOfItsPattern) {
   handled().clear();

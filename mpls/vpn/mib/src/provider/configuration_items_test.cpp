@@ -1,5 +1,5 @@
 // Every configuration item that users can set against the daemon's subscriptions: the real matcher finds the
-// item's path in the routing table of its scope, and every row of those tables has an item.
+// item's path in the table of paths of its scope, and every row of those tables has an item.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -22,15 +22,15 @@ using vrf_config::Kind;
 
 struct Subscribed {
   std::string_view scope;
-  const KvRoutingTable* table;
+  const KvPathTable* table;
 };
 constexpr Subscribed kSubscribed[] = {
-    {vrf_config::kVrfScope, &mpls_vpn_mib_vrf_routes},
-    {vrf_config::kBgpScope, &mpls_vpn_mib_bgp_routes},
-    {vrf_config::kRipScope, &mpls_vpn_mib_rip_routes},
-    {vrf_config::kOspfScope, &mpls_vpn_mib_ospf_routes},
-    {vrf_config::kEigrpScope, &mpls_vpn_mib_eigrp_routes},
-    {vrf_config::kStaticScope, &mpls_vpn_mib_static_routes},
+    {vrf_config::kVrfScope, &mpls_vpn_mib_vrf_paths},
+    {vrf_config::kBgpScope, &mpls_vpn_mib_bgp_paths},
+    {vrf_config::kRipScope, &mpls_vpn_mib_rip_paths},
+    {vrf_config::kOspfScope, &mpls_vpn_mib_ospf_paths},
+    {vrf_config::kEigrpScope, &mpls_vpn_mib_eigrp_paths},
+    {vrf_config::kStaticScope, &mpls_vpn_mib_static_paths},
 };
 
 // Items that reach the daemon by a service, or not at all.
@@ -50,8 +50,8 @@ constexpr std::array<KvNotifyHandler, kMostRows> recorders(std::index_sequence<k
 constexpr auto kRecorders = recorders(std::make_index_sequence<kMostRows>());
 
 // The patterns of one of the daemon's tables, with handlers that record their row.
-KvRoutingTable& recording_table() {
-  static KvRoutingTable table;
+KvPathTable& recording_table() {
+  static KvPathTable table;
   return table;
 }
 
@@ -86,9 +86,9 @@ class ConfigurationItems : public ::testing::Test {
 
   // The rows of the table that take a node with this item's path.
   std::vector<std::size_t> RowsFor(const Item& item, const Subscribed& subscribed) {
-    std::vector<KvRoute> routes(subscribed.table->routes, subscribed.table->routes + subscribed.table->count);
-    for (std::size_t row = 0; row < routes.size(); ++row) routes[row].handlers.notify = kRecorders.at(row);
-    recording_table() = {routes.data(), routes.size()};
+    std::vector<KvPathRow> rows(subscribed.table->rows, subscribed.table->rows + subscribed.table->count);
+    for (std::size_t row = 0; row < rows.size(); ++row) rows[row].handlers.notify = kRecorders.at(row);
+    recording_table() = {rows.data(), rows.size()};
     rows_hit().clear();
     const KvConfigNode node = node_of(item, example_fields());
     EXPECT_EQ(kvtree_set(node.path, node.value), kStatusOk) << node.path;

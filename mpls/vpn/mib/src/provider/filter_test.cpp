@@ -133,8 +133,8 @@ TEST_F(RequestFilter, NameThatDoesNotDecodeIsAnErrorAndAnUnknownFormTheProviders
 
 // What the path matcher hands over, not a block of the test's own.
 TEST_F(RequestFilter, ArgumentsThatAPatternDoesNotHaveAreAbsentInEveryForm) {
-  const KvRoute routes[] = {{"vrf-next/<s>", {}}, {"vrf-detail-filter/<s>/<n>/<n>/<s>", {}}};
-  const kvtree::CompiledTable table = kvtree::compile_table({routes, std::size(routes)});
+  const KvPathRow rows[] = {{"vrf-next/<s>", {}}, {"vrf-detail-filter/<s>/<n>/<n>/<s>", {}}};
+  const kvtree::CompiledTable table = kvtree::compile_table({rows, std::size(rows)});
   const struct {
     const char* path;
     std::uint32_t flags;

@@ -37,13 +37,13 @@ enum ItemMode : std::uint32_t {
 
 // The routing table's events, in two tables: the subscription to /oper/rib_threshold/ delivers them. Below
 // the provider's own subtree the same paths are known but have no answer (kStatusNoHandler).
-constexpr KvRoute kMidThresholdEvent = {"<s>/mid-thresh-exc",
-                                        {.notify = mpls_vpn_mib_mid_thresh_exceeded_notify}};
-constexpr KvRoute kMaxThresholdEvent = {"<s>/max-thresh-exc",
-                                        {.notify = mpls_vpn_mib_high_thresh_exceeded_notify}};
+constexpr KvPathRow kMidThresholdEvent = {"<s>/mid-thresh-exc",
+                                          {.notify = mpls_vpn_mib_mid_thresh_exceeded_notify}};
+constexpr KvPathRow kMaxThresholdEvent = {"<s>/max-thresh-exc",
+                                          {.notify = mpls_vpn_mib_high_thresh_exceeded_notify}};
 
 // clang-format off
-constexpr KvRoute kProvRoutes[] = {
+constexpr KvPathRow kProvPaths[] = {
     {"scalars",                            {.get = mpls_vpn_mib_prov_get_scalars}},
     {"interface/<s>/<n>",                  {.get = mpls_vpn_mib_prov_get_interface}},
     {"interface-next/<s>/<n>",             {.mode = kKvModeNext, .get = mpls_vpn_mib_prov_get_interface}},
@@ -66,7 +66,7 @@ constexpr KvRoute kProvRoutes[] = {
 
 #define VRF_TABLE "vrf/<s>/ord_z/afi_safi/<n>/<n>/"
 #define ROUTE_TARGET "<n>/<n>/<n>/<n>/<ip4>/<n>/<n>"
-constexpr KvRoute kVrfRoutes[] = {
+constexpr KvPathRow kVrfPaths[] = {
     {"vrf/<s>/ord_a/vmap/ord_k/vmap/descr",                       {kTextMode, mpls_vpn_mib_vrf_descr_notify}},
     {VRF_TABLE "default/ord_b/bgp/ord_c/import-rt/" ROUTE_TARGET, {kPresenceMode, mpls_vpn_mib_import_rt_notify}},
     {VRF_TABLE "default/ord_b/bgp/ord_e/export-rt/" ROUTE_TARGET, {kPresenceMode, mpls_vpn_mib_export_rt_notify}},
@@ -78,37 +78,37 @@ constexpr KvRoute kVrfRoutes[] = {
 #undef ROUTE_TARGET
 // clang-format on
 
-constexpr KvRoute kBgpRoutes[] = {
+constexpr KvPathRow kBgpPaths[] = {
     {"<s>/<x>/<x>/<s>/<s>/nbr/<n>/prov/<s>/<n>/<ad>/<s>", {kPresenceMode, mpls_vpn_mib_bgp_nbr_af_notify}},
 };
 
-constexpr KvRoute kRipRoutes[] = {
+constexpr KvPathRow kRipPaths[] = {
     {"<s>/ord_t/if/<i>/ord_d/enabled", {kPresenceMode, mpls_vpn_mib_rip_notify}},
 };
 
-constexpr KvRoute kOspfRoutes[] = {
+constexpr KvPathRow kOspfPaths[] = {
     {"<s>/<s>/<s>/ord_v/area/<ip4>/<x>/ord_i/name_scope/<i>/ord_A/running",
      {kPresenceMode, mpls_vpn_mib_ospf_notify}},
 };
 
-constexpr KvRoute kEigrpRoutes[] = {
+constexpr KvPathRow kEigrpPaths[] = {
     {"<s>/<s>/<s>/ord_m/af/<*>/ord_t/if/<i>/ord_a/enabled", {kPresenceMode, mpls_vpn_mib_eigrp_notify}},
 };
 
-constexpr KvRoute kStaticRoutes[] = {
+constexpr KvPathRow kStaticPaths[] = {
     {"<s>/address/<s>/<s>/ord_c/<*>/route/<ad>/<x>/<s>/<s>/nexthop/<i>/<ad>",
      {kTupleMode, mpls_vpn_mib_static_notify}},
 };
 
-constexpr KvRoute kThresholdRoutes[] = {kMidThresholdEvent, kMaxThresholdEvent};
+constexpr KvPathRow kThresholdPaths[] = {kMidThresholdEvent, kMaxThresholdEvent};
 
 }  // namespace
 
-const KvRoutingTable mpls_vpn_mib_prov_routes = {kProvRoutes, std::size(kProvRoutes)};
-const KvRoutingTable mpls_vpn_mib_vrf_routes = {kVrfRoutes, std::size(kVrfRoutes)};
-const KvRoutingTable mpls_vpn_mib_bgp_routes = {kBgpRoutes, std::size(kBgpRoutes)};
-const KvRoutingTable mpls_vpn_mib_rip_routes = {kRipRoutes, std::size(kRipRoutes)};
-const KvRoutingTable mpls_vpn_mib_ospf_routes = {kOspfRoutes, std::size(kOspfRoutes)};
-const KvRoutingTable mpls_vpn_mib_eigrp_routes = {kEigrpRoutes, std::size(kEigrpRoutes)};
-const KvRoutingTable mpls_vpn_mib_static_routes = {kStaticRoutes, std::size(kStaticRoutes)};
-const KvRoutingTable mpls_vpn_mib_threshold_routes = {kThresholdRoutes, std::size(kThresholdRoutes)};
+const KvPathTable mpls_vpn_mib_prov_paths = {kProvPaths, std::size(kProvPaths)};
+const KvPathTable mpls_vpn_mib_vrf_paths = {kVrfPaths, std::size(kVrfPaths)};
+const KvPathTable mpls_vpn_mib_bgp_paths = {kBgpPaths, std::size(kBgpPaths)};
+const KvPathTable mpls_vpn_mib_rip_paths = {kRipPaths, std::size(kRipPaths)};
+const KvPathTable mpls_vpn_mib_ospf_paths = {kOspfPaths, std::size(kOspfPaths)};
+const KvPathTable mpls_vpn_mib_eigrp_paths = {kEigrpPaths, std::size(kEigrpPaths)};
+const KvPathTable mpls_vpn_mib_static_paths = {kStaticPaths, std::size(kStaticPaths)};
+const KvPathTable mpls_vpn_mib_threshold_paths = {kThresholdPaths, std::size(kThresholdPaths)};

@@ -1,7 +1,7 @@
 // Registration with the data store.
 //
 // There are three entry points for requests (get, list, datalist) and one per subscription for notifications;
-// each passes its input to the path matcher with its routing table (path_table.cpp). The subscriptions are a
+// each passes its input to the path matcher with its table of paths (path_table.cpp). The subscriptions are a
 // table: path, events, entry point, and the fixed texts of its failures.
 //
 // Ownership: connections stay open for the life of the process; a connection whose registration failed is
@@ -32,15 +32,15 @@ namespace {
 // --- Provider
 
 Status provide_get(const KvRequest* request, KvReply* reply) {
-  return kvtree_match_get(request, &mpls_vpn_mib_prov_routes, reply);
+  return kvtree_match_get(request, &mpls_vpn_mib_prov_paths, reply);
 }
 
 Status provide_list(const KvRequest* request, KvListReply* reply) {
-  return kvtree_match_list(request, &mpls_vpn_mib_prov_routes, reply);
+  return kvtree_match_list(request, &mpls_vpn_mib_prov_paths, reply);
 }
 
 Status provide_datalist(const KvRequest* request, KvListReply* reply) {
-  return kvtree_match_datalist(request, &mpls_vpn_mib_prov_routes, reply);
+  return kvtree_match_datalist(request, &mpls_vpn_mib_prov_paths, reply);
 }
 
 Status register_functions(EventManager* evm) {
@@ -71,9 +71,9 @@ Status register_prov_server(EventManager* evm) {
 
 // --- Subscriptions
 
-template <const KvRoutingTable& routes>
+template <const KvPathTable& paths>
 void notify_by(const KvNotification* notification) {
-  kvtree_match_notify(notification, &routes);
+  kvtree_match_notify(notification, &paths);
 }
 
 // The item's name alone identifies it.
@@ -94,26 +94,24 @@ constexpr std::uint32_t kAllEvents = kKvEventCreated | kKvEventSet | kKvEventDel
 constexpr std::uint32_t kSetEvents = kKvEventCreated | kKvEventSet;
 
 constexpr Subscription kSubscriptions[] = {
-    {vrf_config::kVrfScope, kAllEvents, notify_by<mpls_vpn_mib_vrf_routes>,
+    {vrf_config::kVrfScope, kAllEvents, notify_by<mpls_vpn_mib_vrf_paths>,
      "register_for_notification_on_vrf_changes", "kvtree_bind to the VRF path", nullptr},
     {vrf_config::kTrapScope, kAllEvents, notify_traps, "register_for_notification_on_traps_enable",
      "kvtree_bind to traps path error", nullptr},
-    {vrf_config::kBgpScope, kAllEvents, notify_by<mpls_vpn_mib_bgp_routes>,
-     "register_for_notification_on_bgp", "kvtree_bind to BGP path error",
-     "Failed to register notifier on BGP"},
-    {vrf_config::kRipScope, kAllEvents, notify_by<mpls_vpn_mib_rip_routes>,
-     "register_for_notification_on_rip", "kvtree_bind to RIP path error",
-     "Failed to register notifier on RIP"},
-    {vrf_config::kOspfScope, kAllEvents, notify_by<mpls_vpn_mib_ospf_routes>,
+    {vrf_config::kBgpScope, kAllEvents, notify_by<mpls_vpn_mib_bgp_paths>, "register_for_notification_on_bgp",
+     "kvtree_bind to BGP path error", "Failed to register notifier on BGP"},
+    {vrf_config::kRipScope, kAllEvents, notify_by<mpls_vpn_mib_rip_paths>, "register_for_notification_on_rip",
+     "kvtree_bind to RIP path error", "Failed to register notifier on RIP"},
+    {vrf_config::kOspfScope, kAllEvents, notify_by<mpls_vpn_mib_ospf_paths>,
      "register_for_notification_on_ospf", "kvtree_bind to ospf path error",
      "Failed to register notifier on ospf"},
-    {vrf_config::kEigrpScope, kAllEvents, notify_by<mpls_vpn_mib_eigrp_routes>,
+    {vrf_config::kEigrpScope, kAllEvents, notify_by<mpls_vpn_mib_eigrp_paths>,
      "register_for_notification_on_eigrp", "kvtree_bind to EIGRP path error",
      "Failed to register notifier on EIGRP"},
-    {vrf_config::kStaticScope, kAllEvents, notify_by<mpls_vpn_mib_static_routes>,
+    {vrf_config::kStaticScope, kAllEvents, notify_by<mpls_vpn_mib_static_paths>,
      "register_for_notification_on_static", "kvtree_bind to static path error",
      "Failed to register notifier on Static"},
-    {"/oper/rib_threshold/", kSetEvents, notify_by<mpls_vpn_mib_threshold_routes>,
+    {"/oper/rib_threshold/", kSetEvents, notify_by<mpls_vpn_mib_threshold_paths>,
      "register_for_notification_on_rib", "kvtree_bind to the RIB path", "Failed to register notifier on RIB"},
 };
 

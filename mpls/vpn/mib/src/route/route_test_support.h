@@ -107,13 +107,13 @@ class RouteTablesTest : public DaemonTest {
     KvProviderFunctions functions;
     ASSERT_EQ(kvtree_init_prov_functions(&functions), kStatusOk);
     functions.get = [](const KvRequest* request, KvReply* reply) {
-      return kvtree_match_get(request, &mpls_vpn_mib_prov_routes, reply);
+      return kvtree_match_get(request, &mpls_vpn_mib_prov_paths, reply);
     };
     functions.list = [](const KvRequest* request, KvListReply* reply) {
-      return kvtree_match_list(request, &mpls_vpn_mib_prov_routes, reply);
+      return kvtree_match_list(request, &mpls_vpn_mib_prov_paths, reply);
     };
     functions.datalist = [](const KvRequest* request, KvListReply* reply) {
-      return kvtree_match_datalist(request, &mpls_vpn_mib_prov_routes, reply);
+      return kvtree_match_datalist(request, &mpls_vpn_mib_prov_paths, reply);
     };
     functions.walk_rules = mpls_vpn_mib_walk_rules;
     functions.walk_rule_count = mpls_vpn_mib_walk_rule_count;

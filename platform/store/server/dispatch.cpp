@@ -1,6 +1,6 @@
-// Routing: a request or a notification, a routing table, the handler that is called.
+// Dispatch: the handler that a table of paths has for a request or a notification.
 //
-// Compiled tables are cached for the life of the process, by the address of the table's routes.
+// A table is compiled once in the life of the process, and found again by the address of its rows.
 #include <unordered_map>
 
 #include "platform/core/base/fault.h"
@@ -13,36 +13,36 @@ namespace kvtree {
 
 namespace {
 
-std::unordered_map<const KvRoute*, CompiledTable>& compiled_tables() {
-  static std::unordered_map<const KvRoute*, CompiledTable> tables;
+std::unordered_map<const KvPathRow*, CompiledTable>& compiled_tables() {
+  static std::unordered_map<const KvPathRow*, CompiledTable> tables;
   return tables;
 }
 
-const CompiledTable& compiled_table(const KvRoutingTable& table) {
-  const auto [compiled, added] = compiled_tables().try_emplace(table.routes);
+const CompiledTable& compiled_table(const KvPathTable& table) {
+  const auto [compiled, added] = compiled_tables().try_emplace(table.rows);
   if (added) compiled->second = compile_table(table);
   return compiled->second;
 }
 
 // The handler entry that fits, with the arguments in *match.
-Status route_path(const KvRoutingTable& table, std::string_view path, bool structured, PathMatch* match,
+Status find_entry(const KvPathTable& table, std::string_view path, bool structured, PathMatch* match,
                   const KvHandlerEntry** entry) {
   const CompiledTable& compiled = compiled_table(table);
   if (!compiled.valid) return kStatusInvalid;
   if (const Status status = match_path(compiled, path, structured, match)) return status;
-  *entry = &table.routes[match->route].handlers;
+  *entry = &table.rows[match->row].handlers;
   match->args.form = ((*entry)->mode & kKvModeNext) != 0 ? 1 : 0;
   if (structured) match->args.form += 2;
   return kStatusOk;
 }
 
 template <typename Handler, typename Reply>
-Status call_handler(const char* fault_point, const KvRequest* request, const KvRoutingTable* table,
-                    Reply* reply, Handler KvHandlerEntry::*handler) {
+Status call_handler(const char* fault_point, const KvRequest* request, const KvPathTable* table, Reply* reply,
+                    Handler KvHandlerEntry::*handler) {
   if (const Status status = fault_check(fault_point)) return status;
   PathMatch match;
   const KvHandlerEntry* entry = nullptr;
-  if (const Status status = route_path(*table, request->path, request->structured, &match, &entry))
+  if (const Status status = find_entry(*table, request->path, request->structured, &match, &entry))
     return status;
   if (entry->*handler == nullptr) return kStatusNoHandler;
   return (entry->*handler)(reply, &match.args);
@@ -56,22 +56,22 @@ void forget_compiled_tables() {
 
 }  // namespace kvtree
 
-Status kvtree_match_get(const KvRequest* request, const KvRoutingTable* table, KvReply* reply) {
+Status kvtree_match_get(const KvRequest* request, const KvPathTable* table, KvReply* reply) {
   return kvtree::call_handler("kvtree_match_get", request, table, reply, &KvHandlerEntry::get);
 }
 
-Status kvtree_match_list(const KvRequest* request, const KvRoutingTable* table, KvListReply* reply) {
+Status kvtree_match_list(const KvRequest* request, const KvPathTable* table, KvListReply* reply) {
   return kvtree::call_handler("kvtree_match_list", request, table, reply, &KvHandlerEntry::list);
 }
 
-Status kvtree_match_datalist(const KvRequest* request, const KvRoutingTable* table, KvListReply* reply) {
+Status kvtree_match_datalist(const KvRequest* request, const KvPathTable* table, KvListReply* reply) {
   return kvtree::call_handler("kvtree_match_datalist", request, table, reply, &KvHandlerEntry::datalist);
 }
 
-void kvtree_match_notify(const KvNotification* notification, const KvRoutingTable* table) {
+void kvtree_match_notify(const KvNotification* notification, const KvPathTable* table) {
   kvtree::PathMatch match;
   const KvHandlerEntry* entry = nullptr;
-  if (kvtree::route_path(*table, notification->path, false, &match, &entry) != kStatusOk) return;
+  if (kvtree::find_entry(*table, notification->path, false, &match, &entry) != kStatusOk) return;
   if (entry->notify == nullptr) return;
   KvNotifyInfo info = notification->info;
   info.scan = backend_scan_in_progress;
