@@ -1,14 +1,18 @@
 #!/usr/bin/env python3
-"""What other local users cannot do to the daemon: its directories, files and locks."""
+"""What other local users can and cannot do: directories, files, locks, roles, and servers in place of the daemon."""
 import contextlib
 import fcntl
+import grp
 import os
+import shutil
 import signal
+import socket
 import stat
 import struct
+import subprocess
 import unittest
 
-from system import BIN, SLOW, System
+from system import BIN, SLOW, System, wait_until
 
 ANOTHER_USER = 60001
 IS_ROOT = os.geteuid() == 0
@@ -138,6 +142,81 @@ class AccessTest(unittest.TestCase):
         self.system.kill("daemon")
         self.fail_to_start()
         self.assertEqual(precious.read_text(), "precious")
+
+
+AGENTS = "daemon"  # a group that exists everywhere; a user of the daemon's own group (root's) may connect
+
+
+@NEEDS_ROOT
+class RolesTest(unittest.TestCase):
+    """The daemon runs as root; clients run as another user who may connect."""
+
+    def setUp(self):
+        router = ("vrfs: [{name: red, table: 10}]\n"
+                  "interfaces: [{name: eth0, vrf: red, index: 5, state: up, addresses: [10.0.0.1/24]}]\n")
+        self.system = self.enterContext(System(router, environment={"MPLS_VPN_MIB_AGENT_GROUP": AGENTS}))
+        self.system.folder.chmod(0o755)
+        self.programs = self.system.folder / "bin"  # the build folder may be closed to other users
+        shutil.copytree(BIN, self.programs)
+
+    def spawn_as(self, name, groups, *command):
+        with open(self.system.folder / f"{name}.log", "a") as log:
+            self.system.processes[name] = subprocess.Popen(
+                [str(self.programs / command[0]), *command[1:]], env=self.system.environment, stdin=subprocess.DEVNULL,
+                stdout=log, stderr=log, cwd="/", user=ANOTHER_USER, group=ANOTHER_USER, extra_groups=groups)
+
+    def cli_as(self, groups, *words):
+        return subprocess.run([str(self.programs / "mplsvpn"), *words], env=self.system.environment, capture_output=True,
+                              text=True, stdin=subprocess.DEVNULL, cwd="/", user=ANOTHER_USER, group=ANOTHER_USER,
+                              extra_groups=groups, timeout=60 * SLOW, check=False)
+
+    def test_sub_agent_needs_the_agents_group_only(self):
+        self.system.snmpd_settings = lambda: "rocommunity public\nmaster agentx\nagentXPerms 0777 0755\n"
+        self.system.start_trapd()
+        self.system.start_daemon()
+        self.system.start_snmpd()
+        self.spawn_as("agent", [0, grp.getgrnam(AGENTS).gr_gid], "mpls_vpn_snmp", "--agentx-socket", str(self.system.agentx))
+        self.system.wait_registered()
+        self.system.cli("config", "set", "traps", "all", check=True)
+        self.system.cli("router", "down", "eth0", check=True)
+        wait_until("a trap", self.system.traps, 15)
+        self.assertNotIn("refused", self.system.log("agent"))
+
+    def test_sub_agent_that_may_only_read_receives_no_notifications(self):
+        self.system.snmpd_settings = lambda: "rocommunity public\nmaster agentx\nagentXPerms 0777 0755\n"
+        self.system.start_daemon()
+        self.system.start_snmpd()
+        self.spawn_as("agent", [0], "mpls_vpn_snmp", "--agentx-socket", str(self.system.agentx))
+        self.system.wait_registered()
+        wait_until("the refusal", lambda: "refused the subscription" in self.system.log("agent"))
+
+    def test_reader_agent_and_others_have_their_rights_and_no_more(self):
+        self.system.start_daemon()
+        show, config, change = ("show", "vrf"), ("config", "show"), ("config", "set", "vrf", "red", "description", "x")
+        debug = ("debug", "list")
+        agent, reader, other = [0, grp.getgrnam(AGENTS).gr_gid], [0], []
+        allowed = {(tuple(groups), words) for groups in (agent, reader, other) for words in (show, config, change, debug)
+                   if self.cli_as(groups, *words).returncode == 0}
+        self.assertEqual(allowed, {(tuple(agent), show), (tuple(reader), show), (tuple(reader), config), (tuple(reader), debug)})
+
+    def test_server_of_another_user_is_not_believed(self):
+        run_directory = self.system.folder / "run"
+        run_directory.chmod(0o777)
+        fake = run_directory / "dev.mpls.vpn.main"
+
+        def listen():
+            server = socket.socket(socket.AF_UNIX)
+            server.bind(str(fake))
+            fake.chmod(0o666)
+            server.listen()
+            self.server = server
+
+        with another_process(listen, ANOTHER_USER):
+            result = self.system.cli("show", "scalars")
+            self.assertEqual(result.returncode, 3)
+            self.assertIn(f"{fake}: served by a user who is neither root nor the owner of its directory", result.stderr)
+            self.system.spawn("agent", str(BIN / "mpls_vpn_snmp"), "--agentx-socket", str(self.system.agentx))
+            wait_until("the sub-agent's message", lambda: "untrusted user" in self.system.log("agent"))
 
 
 if __name__ == "__main__":

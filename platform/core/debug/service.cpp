@@ -91,7 +91,9 @@ void Service::stop() {
 bool Service::on_message(wire::Connection& client, const wire::Message& message) {
   if (message.type == kTypeSet) return answer_set(client, message);
   if (!message.payload.empty()) return false;
-  if (message.type == kTypeList) {
+  if (client.role() == wire::Role::kAgent) {
+    answer_status(client, message, kStatusAccess);
+  } else if (message.type == kTypeList) {
     answer_list(client, message.request);
   } else if (message.type == kTypeWatch) {
     if (watchers_.emplace(client.id(), 0).second) ++watcher_count_;

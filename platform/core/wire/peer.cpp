@@ -8,22 +8,54 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <optional>
+#include <mutex>
+
+#include "platform/core/base/clock.h"
 
 namespace wire {
 
 namespace {
 
-const char* administrators_group() {
-  const char* name = std::getenv("MPLS_VPN_MIB_ADMIN_GROUP");
-  return name != nullptr && *name != '\0' ? name : "mpls_vpn_admin";
-}
+constexpr std::uint64_t kLifetime = 60 * kNanosecondsPerSecond;
 
-std::optional<gid_t> administrators_gid() {
+// A group that a setting names. Its id is remembered for a minute, a missing group too: the name service may
+// be on another host.
+class NamedGroup {
+ public:
+  NamedGroup(const char* variable, const char* fallback) : variable_(variable), fallback_(fallback) {}
+
+  bool has(const Peer& peer) {
+    const std::optional<gid_t> group = find();
+    return group && (peer.gid == *group || std::ranges::find(peer.groups, *group) != peer.groups.end());
+  }
+
+ private:
+  std::optional<gid_t> find() {
+    const char* set = std::getenv(variable_);
+    const std::string name = set != nullptr && *set != '\0' ? set : fallback_;
+    const std::lock_guard lock(mutex_);
+    const std::uint64_t now = clock_monotonic();
+    if (name != name_ || now - asked_at_ >= kLifetime) {
+      group_ = find_group(name);
+      name_ = name;
+      asked_at_ = now;
+    }
+    return group_;
+  }
+
+  const char* variable_;
+  const char* fallback_;
+  std::mutex mutex_;  // servers of several threads
+  std::string name_;  // empty: never asked
+  std::uint64_t asked_at_ = 0;
+  std::optional<gid_t> group_;
+};
+
+std::optional<gid_t> ask_name_service(const std::string& name) {
   std::vector<char> buffer(1U << 14);
   group entry{};
   group* found = nullptr;
-  while (getgrnam_r(administrators_group(), &entry, buffer.data(), buffer.size(), &found) == ERANGE &&
+  while (getgrnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found) == ERANGE &&
          buffer.size() < 1U << 20) {
     buffer.resize(buffer.size() * 2);
   }
@@ -53,13 +85,14 @@ Peer read_peer(int fd) {
   return {credentials.uid, credentials.gid, credentials.pid, peer_groups(fd)};
 }
 
+FindGroup find_group = &ask_name_service;
+
 Role peer_role(const Peer& peer) {
+  static NamedGroup administrators("MPLS_VPN_MIB_ADMIN_GROUP", "mpls_vpn_admin");
+  static NamedGroup agents("MPLS_VPN_MIB_AGENT_GROUP", "mpls_vpn_agent");
   if (peer.uid == 0 || peer.uid == geteuid()) return Role::kConfigure;
-  const std::optional<gid_t> administrators = administrators_gid();
-  if (!administrators) return Role::kRead;
-  const bool is_member = peer.gid == *administrators || std::find(peer.groups.begin(), peer.groups.end(),
-                                                                  *administrators) != peer.groups.end();
-  return is_member ? Role::kConfigure : Role::kRead;
+  if (administrators.has(peer)) return Role::kConfigure;
+  return agents.has(peer) ? Role::kAgent : Role::kRead;
 }
 
 }  // namespace wire

@@ -4,6 +4,8 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace wire {
@@ -17,9 +19,10 @@ struct Peer {
   std::vector<gid_t> groups;  // supplementary groups
 };
 
-// In the order of the rights. A role above kRead is trusted with reserved connections.
+// A role above kRead is trusted with reserved connections. docs/access.md states what each may do.
 enum class Role : std::uint8_t {
   kRead,       // reads, and subscribes without a name
+  kAgent,      // reads tables, and subscribes by name; nothing else
   kConfigure,  // may change everything: root, the process's own user, administrators
 };
 
@@ -27,7 +30,13 @@ enum class Role : std::uint8_t {
 Peer read_peer(int fd);
 
 // Administrators are the members of the group "mpls_vpn_admin", or of the one that MPLS_VPN_MIB_ADMIN_GROUP
-// names. This may ask the name service.
+// names; agents those of "mpls_vpn_agent" or MPLS_VPN_MIB_AGENT_GROUP. A member of both is an administrator.
+// The name service is asked at most once a minute for each group, and not for root and the own user. Any
+// thread.
 Role peer_role(const Peer& peer);
+
+// Asks the name service for a group's id; none if there is no such group. Tests replace it.
+using FindGroup = std::optional<gid_t> (*)(const std::string& name);
+extern FindGroup find_group;
 
 }  // namespace wire

@@ -108,7 +108,7 @@ class Client {
   static std::string default_socket();
 
   // Closes an existing connection and opens a new one. kStatusNotConnected if no process serves the socket,
-  // kStatusTimedOut, kStatusAccess, or the system's errno.
+  // kStatusTimedOut, kStatusAccess, kStatusUntrustedServer, or the system's errno.
   [[nodiscard]] Status connect();
   void close();
   bool connected() const;
@@ -126,7 +126,7 @@ class Client {
   // client. Without a name the latest 1024 are retained while the client is connected. With the name of a
   // subscriber for whom the daemon retains them, its unacknowledged notifications are sent first, and this
   // client replaces the former one: kStatusNoSuchRow for an unknown name, kStatusAccess for a client that may
-  // not change anything.
+  // only read.
   [[nodiscard]] SubscribeResult subscribe(std::string_view path, std::string_view name = {});
   // The oldest notification not yet taken. kStatusTimedOut (the connection stays open) if none arrives in
   // time. Taking one acknowledges it, unless its subscription has a name.

@@ -26,6 +26,10 @@ constexpr std::size_t kRetainedAnswer = 1U << 20;  // a larger buffer is freed
 
 // --- Answers
 
+bool is_agent(const wire::Connection* from) {
+  return from != nullptr && from->role() == wire::Role::kAgent;
+}
+
 // An answer begins with its status; a failure has nothing else.
 void answer_status(wire::Octets* answer, Status status) {
   Writer(answer).u32(status);
@@ -170,7 +174,8 @@ bool answer_action(wire::Connection* from, Reader* request, wire::Octets* answer
   for (std::size_t i = 0; i < count && request->ok(); ++i) words.emplace_back(request->text());
   if (!request->finished()) return false;
   std::string text;
-  Status status = kvtree_run_action({from != nullptr && from->may_change()}, words, &text);
+  Status status = is_agent(from) ? kStatusAccess
+                                 : kvtree_run_action({from != nullptr && from->may_change()}, words, &text);
   if (text.size() + 64 > kMaxAnswer) {
     status = kStatusMessageTooLarge;
     text.clear();
@@ -178,6 +183,14 @@ bool answer_action(wire::Connection* from, Reader* request, wire::Octets* answer
   Writer writer(answer);
   writer.u32(status);
   writer.text(text);
+  return true;
+}
+
+// The configuration is not an agent's business; commits and actions refuse it themselves.
+template <bool (*kAnswer)(wire::Connection*, Reader*, wire::Octets*)>
+bool answer_not_agents(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  if (!is_agent(from)) return kAnswer(from, request, answer);
+  answer_status(answer, kStatusAccess);
   return true;
 }
 
@@ -193,11 +206,11 @@ constexpr MessageHandler kHandlers[] = {
     {kWalk, answer_walk},
     {kAction, answer_action},
     {kSubscribe, answer_subscribe},
-    {kNodes, answer_nodes},
+    {kNodes, answer_not_agents<answer_nodes>},
     {kStage, answer_stage},
     {kCommit, answer_commit},
-    {kHistory, answer_history},
-    {kCommitChanges, answer_commit_changes},
+    {kHistory, answer_not_agents<answer_history>},
+    {kCommitChanges, answer_not_agents<answer_commit_changes>},
 };
 
 }  // namespace

@@ -3,16 +3,23 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
+#include <optional>
+#include <utility>
+
+#include "platform/core/base/clock.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/wire/wire.h"
 #include "platform/store/client/client.h"
 #include "platform/store/server/protocol.h"
+#include "platform/store/server/server.h"
 #include "platform/store/server/store.h"
 #include "platform/store/server/test_served_store.h"
 
 namespace {
 
 using kvtree::Client;
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using namespace std::chrono_literals;
 
@@ -301,6 +308,80 @@ TEST_F(LyingServer, AnswerToAnotherRequestClosesTheClient) {
   EXPECT_FALSE(client.connected());
   ConnectTo(Answer(kvtree::kList | kvtree::kAnswer, {0, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0}, 2));
   EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
+}
+
+// --- Roles
+
+std::optional<gid_t> find_role_group(const std::string& name) {
+  return name == "mpls_vpn_agent" ? 702 : 701;
+}
+
+// Requests of peers that are in the administrators' group 701, in the agents' 702, or in neither.
+class PeersOfAnotherUser : public ServedStore {
+ protected:
+  PeersOfAnotherUser() {
+    EXPECT_EQ(kvtree_retain_notifications("/oper/mpls_vpn/gl/", "snmp", 4), kStatusOk);
+    Add("get", kvtree::kGet, [](wire::Writer* to) { to->u8(0), to->text("/oper/mpls_vpn/gl/scalars"); });
+    Add("walk", kvtree::kWalk,
+        [](wire::Writer* to) { to->u8(0), to->u32(1), to->text("/oper/mpls_vpn/gl/scalars"); });
+    Add("subscribe", kvtree::kSubscribe, [](wire::Writer* to) { to->text("/oper/mpls_vpn/"), to->text(""); });
+    Add("subscribe by name", kvtree::kSubscribe,
+        [](wire::Writer* to) { to->text("/oper/mpls_vpn/gl/"), to->text("snmp"); });
+    Add("nodes", kvtree::kNodes,
+        [](wire::Writer* to) { to->u32(1), to->text("/cfg/"), to->text(""), to->text(""); });
+    Add("history", kvtree::kHistory, [](wire::Writer* to) { to->u32(1), to->text(""); });
+    Add("changes", kvtree::kCommitChanges, [](wire::Writer* to) { to->text("1"), to->u32(0), to->u32(1); });
+    Add("action", kvtree::kAction, [](wire::Writer* to) { to->u16(1), to->text("act"); });
+    Add("stage", kvtree::kStage, [](wire::Writer* to) { to->u8(0), to->u32(0); });
+    Add("commit", kvtree::kCommit, [](wire::Writer* to) { to->text(""); });
+  }
+  ~PeersOfAnotherUser() override { wire::find_group = former_; }
+
+  // The requests that a peer of this group is refused.
+  std::vector<std::string> RefusedTo(gid_t group) {
+    std::array<int, 2> pair{-1, -1};
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair.data()), 0);
+    wire::Server& server = kvtree::the_server()->server;
+    server.adopt(pair[1], {60001, group, 0, {}});
+    wire::Connection* connection = nullptr;
+    server.for_each([&](wire::Connection& each) { connection = &each; });
+    std::vector<std::string> refused;
+    for (const Request& request : requests_) {
+      wire::Octets answer;
+      EXPECT_TRUE(kvtree::answer_message(connection, {request.type, 1, request.payload}, &answer))
+          << request.name;
+      if (wire::Reader(answer).u32() == kStatusAccess) refused.push_back(request.name);
+    }
+    close(pair[0]);
+    return refused;
+  }
+
+ private:
+  struct Request {
+    std::string name;
+    std::uint16_t type;
+    wire::Octets payload;
+  };
+  void Add(const char* name, std::uint16_t type, void (*write)(wire::Writer*)) {
+    requests_.push_back({name, type, {}});
+    wire::Writer writer(&requests_.back().payload);
+    write(&writer);
+  }
+  std::vector<Request> requests_;
+  wire::FindGroup former_ = std::exchange(wire::find_group, &find_role_group);
+  ManualClock clock_{1'000'000 * kNanosecondsPerSecond};  // no group is remembered
+};
+
+TEST_F(PeersOfAnotherUser, ReadersReadAndSubscribeWithoutAName) {
+  EXPECT_THAT(RefusedTo(60001), ElementsAre("subscribe by name", "stage", "commit"));
+}
+
+TEST_F(PeersOfAnotherUser, AgentsReadTablesAndReceiveNotificationsAndNothingElse) {
+  EXPECT_THAT(RefusedTo(702), ElementsAre("nodes", "history", "changes", "action", "stage", "commit"));
+}
+
+TEST_F(PeersOfAnotherUser, AdministratorsAreRefusedNothing) {
+  EXPECT_THAT(RefusedTo(701), ElementsAre());
 }
 
 }  // namespace

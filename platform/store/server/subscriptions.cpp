@@ -37,7 +37,7 @@ Status find_queue(const wire::Connection& from, std::string_view path, std::stri
         "a subscriber of " + std::string(path) + " (client " + std::to_string(from.id()) + ")", kPlainQueue);
     return kStatusOk;
   }
-  if (!from.may_change()) return kStatusAccess;
+  if (from.role() == wire::Role::kRead) return kStatusAccess;
   for (const RetainedQueue& retained : store().retained) {
     if (retained.path == path && retained.name == name) *queue = retained.queue;
   }
