@@ -14,6 +14,11 @@ Failure no_daemon(const std::string& socket, Status status) {
   if (status == kStatusAccess) {
     return {kExitNoDaemon, socket + ": permission denied; only root and the daemon's group may use it"};
   }
+  if (status == kStatusUntrustedServer) {
+    return {kExitNoDaemon, socket +
+                               ": served by a user who is neither root nor the owner of its directory; "
+                               "end that process and restart mpls_vpn_mib"};
+  }
   const std::string reason = status == kStatusNotConnected ? "" : std::string(": ") + err_text(status);
   return {
       kExitNoDaemon,

@@ -25,6 +25,7 @@ constexpr StatusText kTexts[] = {
     {kStatusVersionMismatch, "Peer speaks another protocol version"},
     {kStatusEndOfList, "End of list"},
     {kStatusTooManyRequests, "Too many requests in flight"},
+    {kStatusUntrustedServer, "The server runs as an untrusted user"},
     {kStatusDefinitionChanged, "Record definition differs from the registry"},
     {kStatusBadEncoding, "Octets are no record of this description"},
     {kStatusBadDescription, "Record description is inconsistent"},

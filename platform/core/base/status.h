@@ -33,6 +33,8 @@ inline constexpr Status kStatusVersionMismatch = 0x40819400;  // the peer speaks
 inline constexpr Status kStatusEndOfList = 0x40819600;        // a list, datalist or walk has no further item
 inline constexpr Status kStatusTooManyRequests =
     0x40819800;  // more requests in flight than one client may have
+inline constexpr Status kStatusUntrustedServer =
+    0x40819a00;  // the server's user is neither root, nor this one, nor the owner of the socket's directory
 // Record encoding.
 inline constexpr Status kStatusDefinitionChanged =
     0x4081a000;                                           // the registry has another version of a description

@@ -5,6 +5,7 @@
 // polled for with the remaining time.
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -52,6 +53,15 @@ Status connect_status(int error) {
   }
 }
 
+// Who may create the socket there, root and this user: anyone else has replaced it.
+bool is_trusted(uid_t server, const std::string& path) {
+  if (server == 0 || server == geteuid()) return true;
+  const std::size_t slash = path.rfind('/');
+  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  struct stat status {};
+  return stat(directory.c_str(), &status) == 0 && status.st_uid == server;
+}
+
 }  // namespace
 
 Status ClientSocket::connect(const std::string& path, std::chrono::milliseconds timeout) {
@@ -68,6 +78,7 @@ Status ClientSocket::connect(const std::string& path, std::chrono::milliseconds 
       ::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return fail(connect_status(errno));
   }
+  if (!is_trusted(read_peer(fd_).uid, path)) return fail(kStatusUntrustedServer);
   timeout_ = timeout;
   return kStatusOk;
 }

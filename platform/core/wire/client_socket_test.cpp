@@ -1,11 +1,14 @@
-// Tests of the blocking client and of what the kernel reports about a peer.
+// Tests of the blocking client.
 #include "platform/core/wire/wire.h"
 
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 
+#include <array>
+#include <csignal>
 #include <thread>
 
 #include "platform/core/files/directories.h"
@@ -121,6 +124,53 @@ TEST_F(ClientSocketTest, ServerThatClosesIsNotConnected) {
   EXPECT_EQ(client.receive(&message), kStatusNotConnected);
 }
 
+// A process of another user that listens until the object ends.
+class ForeignServer {
+ public:
+  explicit ForeignServer(const std::string& path) {
+    std::array<int, 2> ready{-1, -1};
+    EXPECT_EQ(pipe(ready.data()), 0);
+    child_ = fork();
+    if (child_ == 0) {
+      umask(0);
+      sockaddr_un address{};
+      address.sun_family = AF_UNIX;
+      path.copy(address.sun_path, sizeof address.sun_path - 1);
+      const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+      const bool listens = setgid(60001) == 0 && setuid(60001) == 0 &&
+                           bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+                           listen(fd, 1) == 0 && write(ready[1], "x", 1) == 1;
+      if (listens) pause();
+      _exit(1);
+    }
+    ::close(ready[1]);
+    char octet = 0;
+    EXPECT_EQ(read(ready[0], &octet, 1), 1);
+    ::close(ready[0]);
+  }
+  ~ForeignServer() {
+    kill(child_, SIGKILL);
+    waitpid(child_, nullptr, 0);
+  }
+  ForeignServer(const ForeignServer&) = delete;
+  ForeignServer& operator=(const ForeignServer&) = delete;
+
+ private:
+  pid_t child_ = -1;
+};
+
+TEST_F(ClientSocketTest, ServerOfAnotherUserIsRefusedUnlessItOwnsTheDirectory) {
+  if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: needs root to become another user";
+  ASSERT_EQ(chmod(directory.path().c_str(), 0777), 0);
+  const std::string fake = directory.path() + "/fake";
+  const ForeignServer foreign(fake);
+  ClientSocket client;
+  EXPECT_EQ(client.connect(fake, 5000ms), kStatusUntrustedServer);
+  EXPECT_FALSE(client.connected());
+  ASSERT_EQ(chown(directory.path().c_str(), 60001, 60001), 0);
+  EXPECT_EQ(client.connect(fake, 5000ms), kStatusOk);
+}
+
 // The client's first message from a server that sends these octets to everyone.
 class OtherServerTest : public ClientSocketTest {
  protected:
@@ -148,68 +198,6 @@ TEST_F(OtherServerTest, OfAnotherVersionIsAVersionMismatch) {
 
 TEST_F(OtherServerTest, ThatSendsRubbishIsABadMessage) {
   EXPECT_EQ(ReceiveFrom(Octets(18, 'x')), kStatusBadMessage);
-}
-
-// --- Peers
-
-TEST(PeerTest, OwnUserMayChange) {
-  std::array<int, 2> pair{-1, -1};
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair.data()), 0);
-  EXPECT_EQ(peer_role(read_peer(pair[0])), Role::kConfigure);
-  ::close(pair[0]);
-  ::close(pair[1]);
-}
-
-TEST(PeerTest, OtherDescriptorsMayNot) {
-  EXPECT_EQ(peer_role(read_peer(STDERR_FILENO)), Role::kRead);
-}
-
-// A peer of another user, with these groups.
-bool PeerOfAnotherUserMayChange(const std::vector<gid_t>& groups) {
-  std::array<int, 2> pair{-1, -1};
-  const TestRunDirectory directory;
-  EventManager* manager = event_manager_create("/dev/peer", 0);
-  EXPECT_EQ(chmod(event_manager_socket("/dev/peer").c_str(), 0666), 0);
-  EXPECT_EQ(chmod(directory.path().c_str(), 0755), 0);
-  int accepted = -1;
-  event_set_acceptor(manager, [&](int fd) { accepted = fd; });
-  EXPECT_EQ(pipe(pair.data()), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    ClientSocket client;
-    const bool ready = setgroups(groups.size(), groups.data()) == 0 && setgid(60001) == 0 &&
-                       setuid(60001) == 0 &&
-                       client.connect(event_manager_socket("/dev/peer"), 1000ms) == kStatusOk;
-    char octet = 0;
-    // Stay until the parent has looked.
-    if (ready && read(pair[0], &octet, 1) == 1) _exit(0);
-    _exit(1);
-  }
-  EXPECT_TRUE(event_run_pending(manager, 10'000'000'000));
-  const bool result = peer_role(read_peer(accepted)) == Role::kConfigure;
-  EXPECT_EQ(write(pair[1], "x", 1), 1);
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
-  ::close(accepted);
-  ::close(pair[0]);
-  ::close(pair[1]);
-  event_manager_destroy(manager);
-  return result;
-}
-
-TEST(PeerTest, AnotherUserMayChangeOnlyInTheAdministratorsGroup) {
-  if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: needs root to become another user";
-  const group* administrators = getgrnam("adm");
-  ASSERT_NE(administrators, nullptr);
-  const gid_t gid = administrators->gr_gid;
-  setenv("MPLS_VPN_MIB_ADMIN_GROUP", "adm", 1);
-  EXPECT_FALSE(PeerOfAnotherUserMayChange({}));
-  EXPECT_FALSE(PeerOfAnotherUserMayChange({60002}));
-  EXPECT_TRUE(PeerOfAnotherUserMayChange({60002, gid}));
-  setenv("MPLS_VPN_MIB_ADMIN_GROUP", "no_such_group", 1);
-  EXPECT_FALSE(PeerOfAnotherUserMayChange({60002, gid}));
-  unsetenv("MPLS_VPN_MIB_ADMIN_GROUP");
 }
 
 }  // namespace

@@ -273,7 +273,8 @@ class ClientSocket {
   ClientSocket& operator=(const ClientSocket&) = delete;
 
   // Connects; the timeout is also the default limit of every later send and receive. kStatusNotConnected if
-  // no process serves the socket, kStatusTimedOut, kStatusAccess, or the system's errno.
+  // no process serves the socket, kStatusTimedOut, kStatusAccess, kStatusUntrustedServer if another user than
+  // root, this one and the owner of the socket's directory serves it, or the system's errno.
   [[nodiscard]] Status connect(const std::string& path, std::chrono::milliseconds timeout);
   void close();
   bool connected() const { return fd_ >= 0; }
