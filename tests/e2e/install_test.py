@@ -24,6 +24,7 @@ PROGRAMS = {
     "usr/lib/mpls_vpn_mib/mib/libipv6_forwardmib.dll": None,
     "usr/lib/systemd/system/mpls_vpn_mib.service": 0o644,
     "usr/lib/systemd/system/mpls_vpn_snmp.service": 0o644,
+    "usr/lib/sysusers.d/mpls_vpn_mib.conf": 0o644,
     "usr/share/bash-completion/completions/mplsvpn": 0o644,
 }
 STRIPPED = sorted(name for name in PROGRAMS if "bin/" in name or name.endswith(".dll"))
@@ -60,7 +61,8 @@ class RouterWithSnmpd(System):
     def snmpd_settings(self):
         package = pathlib.Path("/etc/snmp/snmpd.conf").read_text()
         lines = [line for line in package.splitlines() if not re.match(r"agentaddress|includeDir", line, re.IGNORECASE)]
-        return "\n".join(lines) + "\n" + (ROOT / "packaging/snmpd.conf").read_text()
+        ours = (ROOT / "packaging/snmpd.conf").read_text()
+        return "\n".join(lines) + "\n" + ours.replace(" root mpls_vpn_snmp", " root root")  # a group of this machine
 
 
 class Installed(unittest.TestCase):
@@ -124,6 +126,21 @@ class Installed(unittest.TestCase):
         result = subprocess.run(["systemd-analyze", "verify", f"--root={self.root}", "mpls_vpn_mib.service",
                                  "mpls_vpn_snmp.service"], capture_output=True, text=True, timeout=60, check=False)
         self.assertEqual((result.returncode, result.stdout + result.stderr), (0, ""))
+
+    @unittest.skipUnless(shutil.which("systemd-sysusers"), "SKIPPED: no systemd-sysusers")
+    def test_users_and_groups_of_the_services_are_created(self):
+        with tempfile.TemporaryDirectory(prefix="mpls_vpn_install.") as root:
+            install(root, "--component", "programs")
+            (pathlib.Path(root) / "etc").mkdir()
+            subprocess.run(["systemd-sysusers", f"--root={root}"], check=True, capture_output=True, timeout=60)
+            lines = [line.split(":") for line in (pathlib.Path(root) / "etc/group").read_text().splitlines()]
+            members = {line[0]: line[3].split(",") for line in lines}
+        named = re.findall(r"^(?:User|Group|SupplementaryGroups)=(.*)", "".join(
+            service.read_text() for service in self.root.rglob("*.service")), re.MULTILINE)
+        self.assertEqual({name for line in named for name in line.split()}, {"mpls_vpn_mib", "mpls_vpn_agent", "mpls_vpn_snmp"})
+        self.assertEqual(set(members), {"mpls_vpn_mib", "mpls_vpn_agent", "mpls_vpn_snmp", "mpls_vpn_admin"})
+        for group in ("mpls_vpn_mib", "mpls_vpn_agent"):
+            self.assertEqual(members[group], ["mpls_vpn_snmp"])
 
     def test_manager_reads_the_mib_through_the_packages_snmpd_with_the_lines_to_add(self):
         with RouterWithSnmpd(ROUTER) as lab:
