@@ -95,4 +95,16 @@ Role peer_role(const Peer& peer) {
   return agents.has(peer) ? Role::kAgent : Role::kRead;
 }
 
+const char* role_name(Role role) {
+  switch (role) {
+    case Role::kRead:
+      return "read";
+    case Role::kAgent:
+      return "agent";
+    case Role::kConfigure:
+      return "configure";
+  }
+  return "";
+}
+
 }  // namespace wire

@@ -35,6 +35,8 @@ Peer read_peer(int fd);
 // thread.
 Role peer_role(const Peer& peer);
 
+const char* role_name(Role role);  // for users
+
 // Asks the name service for a group's id; none if there is no such group. Tests replace it.
 using FindGroup = std::optional<gid_t> (*)(const std::string& name);
 extern FindGroup find_group;

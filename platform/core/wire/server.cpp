@@ -125,6 +125,7 @@ std::uint64_t Server::serve(Connection& connection, std::uint64_t now) {
   const std::uint64_t after = clock_monotonic();
   users_->charge(*client, after - now);
   client->active_ = after;
+  client->counter_.count(after, after - now);
   return after;
 }
 

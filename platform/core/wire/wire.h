@@ -30,6 +30,7 @@
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/wire/peer.h"
+#include "platform/core/wire/request_counter.h"
 
 namespace wire {
 
@@ -141,6 +142,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::size_t queued() const { return out_.size() - out_start_; }  // unsent octets
   const Peer& peer() const { return peer_; }
   Role role() const { return role_; }
+  Statistics statistics() const { return counter_.read(clock_monotonic()); }
   bool may_change() const { return role_ == Role::kConfigure; }
 
   // Queues one message. Messages that are queued while a message of this client is handled leave with one
@@ -192,6 +194,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool handling_ = false;               // queued messages leave after the message at hand
   bool peer_finished_ = false;          // the peer has shut down its sending side
   bool held_ = false;                   // an answer must be sent first
+  RequestCounter counter_{clock_monotonic()};
   Octets in_;
   std::size_t in_start_ = 0;
   std::size_t in_end_ = 0;
@@ -299,6 +302,7 @@ class ClientSocket {
   int fd_ = -1;
   std::chrono::milliseconds timeout_{0};
   Octets out_;
+  RequestCounter counter_{clock_monotonic()};
   Octets in_;
   std::size_t in_start_ = 0;
   std::size_t in_end_ = 0;
