@@ -26,6 +26,7 @@ constexpr char kDescription[] = "Shows and controls mpls_vpn_mib, the daemon of 
 
 constexpr char kFooter[] =
     "Examples:\n"
+    "  mplsvpn show status\n"
     "  mplsvpn show scalars\n"
     "  mplsvpn show vrf\n"
     "  mplsvpn show vrf red detail\n"
@@ -216,10 +217,13 @@ void add_show_route_targets(CLI::App& show, Options* options) {
 }
 
 void add_show(CLI::App& app, Options* options) {
-  CLI::App* show = app.add_subcommand("show", "Shows the tables of the MIB");
+  CLI::App* show = app.add_subcommand("show", "Shows the tables of the MIB, or the daemon");
   show->require_subcommand(1);
   show->add_subcommand("scalars", "Shows the numbers of VRFs and interfaces, and the notification settings")
       ->callback([options] { options->command = show_scalars; });
+  show->add_subcommand("status",
+                       "Shows the daemon: version, source, long iterations of its event loop, clients")
+      ->callback([options] { options->command = show_status; });
   CLI::App* interfaces = show->add_subcommand("interfaces", "Shows the interfaces of all VRFs, or of one");
   interfaces->add_option("VRF", options->vrf, "Only this VRF's");
   on_choice(interfaces, options, show_interfaces, &Options::vrf);

@@ -15,6 +15,9 @@ void show_scalars(const Session& session);
 // Rows of the VRF interface table, of one VRF when the name is not empty.
 void show_interfaces(const Session& session, const std::string& vrf);
 
+// The daemon's process: version, source, long iterations of its event loop, clients.
+void show_status(const Session& session);
+
 struct VrfRequest {
   std::string name;         // empty: every VRF
   bool is_invalid = false;  // VRFs that do not exist, though interfaces are bound to them

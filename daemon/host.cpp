@@ -43,6 +43,7 @@
 #include "platform/core/wire/wire.h"
 #include "platform/router/model/router.h"
 #include "platform/router/services/services.h"
+#include "platform/store/status/status.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace daemon_host {
@@ -98,6 +99,13 @@ void start_sources(EventManager* manager) {
   }
 }
 
+void provide_status(EventManager* manager) {
+  if (const Status status =
+          process_status_start(manager, {MPLS_VERSION, host().sources.front()->describe()})) {
+    log_error("mpls_vpn_mib", "\"mplsvpn show status\" is not available: %s", err_text(status));
+  }
+}
+
 // A failure here ends the process: it could not serve requests.
 void start_on_main_manager(EventManager* manager) {
   if (std::string(event_manager_name(manager)) != kMainManager) return;
@@ -105,6 +113,7 @@ void start_on_main_manager(EventManager* manager) {
     log_error("mpls_vpn_mib", "cannot serve %s: %s", kMainManager, err_text(status));
     std::exit(1);
   }
+  provide_status(manager);
   check_route_modules();
   std::string error;
   if (router_services_start(&host().model, manager, &error) != kStatusOk) {

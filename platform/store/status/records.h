@@ -1,0 +1,44 @@
+// The record of the state of the daemon's process: a contract with every process that decodes it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/core/parcel/parcel.h"
+
+namespace process_status {
+
+// The provider, and what it answers.
+inline constexpr char kProviderPath[] = "/oper/process/";
+inline constexpr char kItemName[] = "status";
+
+// A client of the data store. Numbers beyond 32 bits are the largest one.
+struct ClientStatus {
+  std::uint32_t id;
+  std::uint32_t user;  // numeric, as is the process: the daemon does not ask the name service
+  std::uint32_t process;
+  char* role;
+  std::uint32_t age;  // seconds
+  std::uint32_t requests;
+  std::uint32_t requests_per_second;  // of the last seconds
+  std::uint32_t loop_milliseconds;    // that its requests took
+  std::uint32_t queued;               // octets that it has not read yet
+};
+static_assert(sizeof(ClientStatus) == 48);
+
+// Times of day are seconds since 1970. An iteration of the event loop is long from kLongIteration
+// (platform/core/evm/evm.h).
+struct ProcessStatus {
+  char* version;
+  char* source;
+  std::uint32_t uptime;  // seconds
+  std::uint32_t long_iterations;
+  std::uint32_t longest_iteration;       // milliseconds
+  std::uint32_t longest_iteration_time;  // 0: none was long
+  ParcelArray clients;                   // of ClientStatus
+};
+static_assert(sizeof(ProcessStatus) == 48);
+
+extern const ParcelDescription kProcessStatusParcel;
+
+}  // namespace process_status

@@ -1,0 +1,106 @@
+#include "platform/store/status/status.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "platform/core/base/clock.h"
+#include "platform/core/base/log.h"
+#include "platform/store/server/server.h"
+#include "platform/store/status/records.h"
+
+namespace process_status {
+
+namespace {
+
+struct Provided {
+  EventManager* manager;
+  ProcessIdentity identity;
+  std::uint64_t started = clock_monotonic();
+  KvConnection* connection = nullptr;
+};
+
+std::unique_ptr<Provided>& provided() {
+  static auto* const instance = new std::unique_ptr<Provided>;  // never destroyed: a handler may still run
+  return *instance;
+}
+
+std::uint32_t saturated(std::uint64_t number) {
+  return static_cast<std::uint32_t>(
+      std::min<std::uint64_t>(number, std::numeric_limits<std::uint32_t>::max()));
+}
+
+std::uint32_t seconds_since(std::uint64_t time) {
+  return saturated((clock_monotonic() - time) / kNanosecondsPerSecond);
+}
+
+// Borrows the role's name, which is constant.
+ClientStatus status_of(const wire::Connection& client) {
+  const wire::Statistics statistics = client.statistics();
+  return {saturated(client.id()),
+          static_cast<std::uint32_t>(client.peer().uid),
+          static_cast<std::uint32_t>(client.peer().pid),
+          const_cast<char*>(wire::role_name(client.role())),
+          seconds_since(statistics.opened),
+          saturated(statistics.requests),
+          saturated(statistics.requests_per_second),
+          saturated(statistics.nanoseconds / kNanosecondsPerMillisecond),
+          saturated(client.queued())};
+}
+
+std::vector<ClientStatus> clients() {
+  std::vector<ClientStatus> all;
+  if (const auto& server = kvtree::the_server())
+    server->server.for_each([&all](const wire::Connection& client) { all.push_back(status_of(client)); });
+  return all;
+}
+
+Status get_status(const KvRequest* request, KvReply* reply) {
+  if (request->path != kItemName || provided() == nullptr) return kStatusUnknownPath;
+  Provided& process = *provided();
+  std::vector<ClientStatus> all = clients();
+  const EventStatistics loop = event_statistics(process.manager);
+  const ProcessStatus status{process.identity.version.data(),
+                             process.identity.source.data(),
+                             seconds_since(process.started),
+                             saturated(loop.long_iterations),
+                             saturated(loop.longest / kNanosecondsPerMillisecond),
+                             saturated(loop.longest_stamp / kNanosecondsPerSecond),
+                             {all.size(), all.data()}};
+  reply->kind = kKvKindRecord;
+  return parcel_encode(&kProcessStatusParcel, &status, &reply->data, &reply->length);
+}
+
+Status provide(Provided* process) {
+  if (const Status status = kvtree_bind(&process->connection, kProviderPath, kKvBindProvider)) return status;
+  KvProviderFunctions functions;
+  if (const Status status = kvtree_init_prov_functions(&functions)) return status;
+  functions.get = get_status;
+  return kvtree_register_prov2(process->connection, "", process->manager, &functions, 0, 0);
+}
+
+}  // namespace
+
+}  // namespace process_status
+
+Status process_status_start(EventManager* manager, ProcessIdentity identity) {
+  auto& provided = process_status::provided();
+  if (provided != nullptr) return kStatusExists;
+  provided = std::make_unique<process_status::Provided>(manager, std::move(identity));
+  const Status status = process_status::provide(provided.get());
+  if (status != kStatusOk) process_status_stop();
+  return status;
+}
+
+void process_status_stop() {
+  auto& provided = process_status::provided();
+  if (provided == nullptr) return;
+  if (provided->connection != nullptr) {
+    if (const Status status = kvtree_unbind(provided->connection))
+      log_error("kvtree", "%s is still provided: %s", process_status::kProviderPath, err_text(status));
+  }
+  provided.reset();
+}

@@ -1,0 +1,19 @@
+// The state of the process for "mplsvpn show status": what runs for how long, long iterations of the event
+// loop, and the clients of the data store (records.h). A provider of the data store itself, at
+// /oper/process/status; every reader may get it. Main thread.
+#pragma once
+
+#include <string>
+
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+
+struct ProcessIdentity {
+  std::string version;
+  std::string source;  // of the router, as its log lines name it
+};
+
+// Time begins now. The manager is the one that serves the store and must live until process_status_stop.
+// kStatusExists when it is provided, or the status of binding or registering.
+[[nodiscard]] Status process_status_start(EventManager* manager, ProcessIdentity identity);
+void process_status_stop();  // ignored when it is not provided
