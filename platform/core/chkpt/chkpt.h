@@ -11,8 +11,9 @@
 //
 // A database that cannot be used (corrupt, truncated, foreign) is never overwritten: it is renamed with its
 // log to checkpoint.db.unusable.N next to the new, empty one, and the log states the reason and the new name.
-// A database of a newer version or one that another process has open, and a directory that is read-only or
-// full, are errors of chkpt_init.
+// An invalid record is moved to a table of its own and logged; the others are read. A database of a newer
+// version or one that another process has open, and a directory that is read-only or full, are errors of
+// chkpt_init.
 //
 // If a commit fails (for example, the disk is full), its changes stay in memory and the commit is tried again
 // every second. Until it succeeds every create, save and delete returns the failure: a create has no effect,

@@ -104,14 +104,30 @@ TEST_F(CheckpointDamageTest, DatabaseWithoutItsTablesIsSetAside) {
   ExpectSetAside("no such table: record_table");
 }
 
-TEST_F(CheckpointDamageTest, InvalidRecordSetsTheDatabaseAside) {
-  for (const char* sql : {"UPDATE record SET table_row = 99", "UPDATE record SET object_id = -1",
-                          "INSERT INTO record(table_row, key, data) SELECT table_row, key, data FROM record",
-                          "UPDATE record SET key = 'text'", "UPDATE record SET data = 5"}) {
+TEST_F(CheckpointDamageTest, InvalidRecordIsQuarantinedAndTheOthersAreRead) {
+  for (const char* sql : {"UPDATE record SET table_row = 99 WHERE object_id = 2",
+                          "UPDATE record SET object_id = -1 WHERE object_id = 2",
+                          "UPDATE record SET key = (SELECT key FROM record) WHERE object_id = 2",
+                          "UPDATE record SET key = 'text' WHERE object_id = 2",
+                          "UPDATE record SET data = 5 WHERE object_id = 2"}) {
     UseStateDirectory(directory.path() + "/" + std::to_string(std::hash<std::string>{}(sql)));
-    MakeDatabase();
+    Start();
+    for (const char* key : {"key1", "key2", "key3"}) Put(key, "old");
+    chkpt_end();
     Sql(sql);
-    ExpectSetAside("a row makes no sense");
+    CaptureStderr();
+    EXPECT_TRUE(Start());
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr("1 records are invalid, the first is "));
+    EXPECT_FALSE(Exists(Aside()));
+    EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "old"}, Row{"key3", "old"})) << sql;
+    Put("key2", "new");
+    EXPECT_EQ(Map("key2"), 4U);
+    CaptureStderr();
+    EXPECT_TRUE(Restart());
+    EXPECT_EQ(GetCapturedStderr(), "");
+    EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "old"}, Row{"key3", "old"}, Row{"key2", "new"}));
+    chkpt_end();
+    Sql("CREATE TABLE expected(rows CHECK(rows = 1)); INSERT INTO expected SELECT count(*) FROM quarantine");
   }
 }
 

@@ -2,10 +2,11 @@
 //
 // A file is not changed before it is known to be ours (application id), of this version (user version), sound
 // (quick_check) and readable in full. A file with invalid contents is renamed with its log to
-// checkpoint.db.unusable.N. SQLite would delete a log next to an empty or missing file, so that case is
-// checked before SQLite opens anything. Closing must not write the log back into a damaged file either, so
-// that is disabled until the database is in use. A file of a newer version is left alone and fails the open:
-// an older release that started without it would lose what the newer one stored.
+// checkpoint.db.unusable.N; an invalid record is only moved to a table of its own. SQLite would delete a log
+// next to an empty or missing file, so that case is checked before SQLite opens anything. Closing must not
+// write the log back into a damaged file either, so that is disabled until the database is in use. A file of
+// a newer version is left alone and fails the open: an older release that started without it would lose what
+// the newer one stored.
 //
 // Errors of the system (no permission, read-only, full, locked by another process) fail the open and leave
 // the file alone. Every open writes one row, so that a full or read-only disk fails the start and not the
@@ -59,6 +60,12 @@ Status make_directory(const std::string& directory) {
   return is_usable ? kStatusOk : static_cast<Status>(errno);
 }
 
+constexpr char kMakeQuarantine[] =
+    "BEGIN IMMEDIATE; CREATE TABLE IF NOT EXISTS quarantine(object_id, table_row, key, data)";
+constexpr char kCopyToQuarantine[] =
+    "INSERT INTO quarantine SELECT object_id, table_row, key, data FROM record WHERE object_id = ?1";
+constexpr char kDeleteRecord[] = "DELETE FROM record WHERE object_id = ?1";
+
 // Whether the code reports damaged contents of the file, rather than an error of the system.
 bool is_damage(int code) {
   const int primary = sqlite::primary(code);
@@ -75,8 +82,7 @@ class Opening {
   bool open(Contents* contents) {
     if (sqlite::file_size(path_) <= 0 && sqlite::file_size(path_ + "-wal") > 0)
       return damaged("its write-ahead log exists without it");
-    return connect() && identify() && (blank_ ? create() : check() && load(contents) && write_ahead()) &&
-           prepare();
+    return connect() && identify() && (blank_ ? create() : open_existing(contents)) && prepare();
   }
   std::unique_ptr<Database> take() { return std::move(database_); }
 
@@ -88,6 +94,9 @@ class Opening {
   bool damaged(std::string why) {
     unusable = std::move(why);
     return false;
+  }
+  bool open_existing(Contents* contents) {
+    return check() && load(contents) && write_ahead() && (invalid_.empty() || quarantine());
   }
   // True for success; else sets what failed.
   bool passed(int code) {
@@ -151,16 +160,34 @@ class Opening {
     return damage.empty() || damaged(damage);
   }
 
-  // Passes every row to `take`, which returns whether the row is valid.
+  // Passes every row to `take`, which returns false for an invalid record.
   template <typename Take>
   bool for_each_row(const char* sql, Take take) {
     sqlite::Statement query;
     if (!passed(query.prepare(connection(), sql))) return false;
     int code = query.step();
     for (; code == SQLITE_ROW; code = query.step()) {
-      if (!take(query)) return damaged("a row makes no sense");
+      if (!take(query)) invalid_.push_back(query.integer(0));
     }
     return passed(code);
+  }
+
+  // Moves the invalid records to a table that nothing else reads.
+  bool quarantine() {
+    if (!passed(sqlite::run(connection(), kMakeQuarantine))) return false;
+    for (const char* sql : {kCopyToQuarantine, kDeleteRecord}) {
+      sqlite::Statement move(connection(), sql);
+      for (const std::int64_t id : invalid_) {
+        move.bind(1, id);
+        if (!passed(move.finish())) return false;
+      }
+    }
+    if (!passed(sqlite::run(connection(), "COMMIT"))) return false;
+    log_error("chkpt",
+              "%zu records are invalid, the first is %lld: they are stored in the table quarantine of %s and "
+              "have no effect",
+              invalid_.size(), static_cast<long long>(invalid_.front()), path_.c_str());
+    return true;
   }
 
   bool load(Contents* contents) { return load_tables(contents) && load_records(contents); }
@@ -217,12 +244,13 @@ class Opening {
            passed(database_->insert_.prepare(
                to, "INSERT INTO record(object_id, table_row, key, data) VALUES(?1, ?2, ?3, ?4)")) &&
            passed(database_->update_.prepare(to, "UPDATE record SET data = ?2 WHERE object_id = ?1")) &&
-           passed(database_->delete_.prepare(to, "DELETE FROM record WHERE object_id = ?1"));
+           passed(database_->delete_.prepare(to, kDeleteRecord));
   }
 
   std::string path_;
   std::unique_ptr<Database> database_;
   bool blank_ = false;
+  std::vector<std::int64_t> invalid_;  // object ids of records
 };
 
 namespace {

@@ -427,13 +427,66 @@ TEST_F(ConfigFolding, FoldingThatFailsAtTheStartIsAFailure) {
   EXPECT_EQ(Keep(), kStatusOk);
 }
 
-TEST_F(ConfigFolding, UnfoldedCommitThatCannotBeReadIsAFailureOfTheStart) {
+TEST_F(ConfigFolding, UnfoldedCommitThatCannotBeReadIsQuarantinedAndTheOthersLoaded) {
+  for (const char* damage :
+       {"UPDATE content SET octets = x'01' WHERE id = 2", "UPDATE log SET owner = 'stranger' WHERE id = 2",
+        "DELETE FROM content WHERE id = 2"}) {
+    kvtree_reset();
+    std::filesystem::remove(File());
+    ASSERT_EQ(Keep(), kStatusOk);
+    Make("script", {SetTo("/cfg/a", "x")}, "first");
+    Make("user", Many(600, "x"), "second");
+    Make("user", {SetTo("/cfg/b", "x")}, "third");
+    kvtree_reset();
+    Execute(damage);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(Keep(), kStatusOk) << damage;
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                HasSubstr("commit 2 cannot be read and is stored in the table quarantine_commit of the "
+                          "database: its 600 changes have no effect\n"));
+    EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x", "/cfg/b=x"));
+    EXPECT_THAT(History(), ElementsAre("3 user 1 third", "1 script 1 first"));
+    EXPECT_EQ(Rows("quarantine_commit WHERE id = 2"), 1);
+    Make("user", {SetTo("/cfg/c", "x")}, "");
+    EXPECT_EQ(id, "4");
+    ::testing::internal::CaptureStderr();
+    Restart();
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x", "/cfg/b=x", "/cfg/c=x"));
+  }
+}
+
+TEST_F(ConfigFolding, CommitThatCannotBeQuarantinedIsAFailureOfTheStart) {
   Make("user", Many(600, "x"), "");
   kvtree_reset();
-  Execute("UPDATE log SET owner = 'stranger'");
+  Execute("UPDATE content SET octets = x'01'; CREATE VIEW quarantine_commit AS SELECT 1");
   EXPECT_EQ(Keep(), kStatusIo);
-  Execute("UPDATE log SET owner = 'user'; UPDATE content SET octets = x'01'");
-  EXPECT_EQ(Keep(), kStatusIo);
+}
+
+TEST_F(ConfigFolding, InvalidRowsAreQuarantinedAndTheOthersLoaded) {
+  std::vector<KvConfigChange> changes = Many(7, "x");
+  Make("user", changes, "");
+  kvtree_reset();
+  Execute(
+      "UPDATE node SET path = '/oper/a' WHERE path LIKE '%0';"
+      "UPDATE node SET value = 1.5 WHERE path LIKE '%1';"
+      "UPDATE node SET value = x'01' WHERE path LIKE '%2';"
+      "UPDATE node SET value = zeroblob(8 * 257) WHERE path LIKE '%3';"
+      "UPDATE node SET value = hex(zeroblob(16385)) WHERE path LIKE '%4';"
+      "UPDATE node SET owner = 'stranger' WHERE path LIKE '%5';");
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(Keep(), kStatusOk);
+  const std::string log = ::testing::internal::GetCapturedStderr();
+  EXPECT_THAT(log, HasSubstr("/cfg/many/000001 of \"user\" is not a node of a configuration and is stored in "
+                             "the table quarantine_node of the database: it has no effect\n"));
+  EXPECT_THAT(log, HasSubstr("/cfg/many/000005 of \"stranger\" is unknown and is skipped"));
+  EXPECT_EQ(std::ranges::count(log, '\n'), 6);
+  EXPECT_THAT(Effective("/"), ElementsAre("/cfg/many/000006=x"));
+  EXPECT_EQ(Rows("quarantine_node"), 5);
+  ::testing::internal::CaptureStderr();
+  Restart();
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), ::testing::Not(HasSubstr("quarantine")));
+  EXPECT_THAT(Effective("/"), ElementsAre("/cfg/many/000006=x"));
 }
 
 TEST_F(ConfigFolding, WithoutAServerItIsDoneAtOnce) {

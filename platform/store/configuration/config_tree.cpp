@@ -12,26 +12,6 @@ namespace {
 
 constexpr std::string_view kConfiguration = "/cfg/";
 
-Status check_value(const KvValue& value, std::string* error) {
-  switch (value.type) {
-    case KvValueType::kNone:
-    case KvValueType::kNumber:
-      return kStatusOk;
-    case KvValueType::kText:
-      if (value.text.size() <= kMaxConfigText) return kStatusOk;
-      *error = "its text is too long";
-      return kStatusMessageTooLarge;
-    case KvValueType::kTuple:
-      if (value.tuple.size() <= kMaxConfigTuple) return kStatusOk;
-      *error = "it has too many numbers";
-      return kStatusMessageTooLarge;
-    case KvValueType::kRecord:
-      break;
-  }
-  *error = "a configuration has no records";
-  return kStatusInvalid;
-}
-
 bool same_or_both_none(const SharedValue& one, const SharedValue& other) {
   if (one == nullptr || other == nullptr) return one == other;
   return *one == *other;
@@ -63,7 +43,7 @@ Status check_change(const ProposedChange& change, std::string* error) {
     if (status == kStatusBadKey) *error = "the path has an octet 0";
     return status;
   }
-  return change.value != nullptr ? check_value(*change.value, error) : kStatusOk;
+  return change.value != nullptr ? check_configuration_value(*change.value, error) : kStatusOk;
 }
 
 // Finds places in a tree, mostly in the order of the paths: the place after the previous one is found without
@@ -150,6 +130,26 @@ Status check_configuration_path(std::string_view path) {
   const bool below =
       path.starts_with(kConfiguration) && path.size() > kConfiguration.size() && !path.ends_with('/');
   return below ? kStatusOk : kStatusUnknownPath;
+}
+
+Status check_configuration_value(const KvValue& value, std::string* error) {
+  switch (value.type) {
+    case KvValueType::kNone:
+    case KvValueType::kNumber:
+      return kStatusOk;
+    case KvValueType::kText:
+      if (value.text.size() <= kMaxConfigText) return kStatusOk;
+      *error = "its text is too long";
+      return kStatusMessageTooLarge;
+    case KvValueType::kTuple:
+      if (value.tuple.size() <= kMaxConfigTuple) return kStatusOk;
+      *error = "it has too many numbers";
+      return kStatusMessageTooLarge;
+    case KvValueType::kRecord:
+      break;
+  }
+  *error = "a configuration has no records";
+  return kStatusInvalid;
 }
 
 Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<ProposedChange>& changes,

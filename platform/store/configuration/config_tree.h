@@ -71,6 +71,9 @@ struct CommitPlan {
 // kStatusOk for "/cfg/..." that is not a folder; otherwise what is wrong with the path.
 Status check_configuration_path(std::string_view path);
 
+// kStatusOk for a value that a node may have; otherwise *error is what is wrong with it.
+Status check_configuration_value(const KvValue& value, std::string* error);
+
 // For readers of the history and for observers.
 KvConfigCommitChange to_public(PlannedChange change);
 

@@ -7,7 +7,8 @@
 // little-endian 64-bit numbers, a node without a value a NULL; `told`, the same in all rows of a path,
 // increases with every commit that notifies its subscribers. log: the commits, with the number of nodes whose
 // effective value changed (0 for those that exist only until they are folded) and whether the rows of `node`
-// include it (folded). content: the changes of a commit, encoded by commit_codec.h.
+// include it (folded). content: the changes of a commit, encoded by commit_codec.h. quarantine_commit and
+// quarantine_node exist once something was moved there (node_store.cpp).
 #include <cerrno>
 #include <cstring>
 

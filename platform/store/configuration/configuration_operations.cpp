@@ -191,18 +191,20 @@ void notify_set(ConfigTree::const_iterator place) {
 using NotifiedPlaces = std::vector<std::pair<std::uint64_t, ConfigTree::const_iterator>>;
 
 // Reads the stored values, and their places in the order of their last notification.
-Status read_stored(const NodeStore& node_store, ConfigTree* tree, NotifiedPlaces* places) {
+Status read_stored(NodeStore& node_store, ConfigTree* tree, NotifiedPlaces* places) {
   const Status status = node_store.for_each([&](std::string_view owner, std::string_view path, KvValue value,
                                                 std::uint64_t notified) {
     const std::size_t number = find_owner(owner);
-    if (number == kNoOwner || check_configuration_path(path) != kStatusOk) {
+    if (check_configuration_path(path) != kStatusOk) return false;
+    if (number == kNoOwner) {
       log_warning("configuration", "%.*s of \"%.*s\" is unknown and is skipped",
                   static_cast<int>(path.size()), path.data(), static_cast<int>(owner.size()), owner.data());
-      return;
+      return true;
     }
     const auto place = tree->try_emplace(tree->end(), std::string(path));
     place->second.values[number] = std::make_shared<const KvValue>(std::move(value));
     if (places->empty() || places->back().second != place) places->emplace_back(notified, place);
+    return true;
   });
   std::ranges::stable_sort(*places, {}, [](const auto& each) { return each.first; });
   return status;

@@ -19,6 +19,10 @@ constexpr std::size_t kFoldedAtOnce = 256;  // changes of a commit whose rows ar
 constexpr int kPlaceBits = 20;
 static_assert(kMaxConfigChanges <= std::size_t{1} << kPlaceBits);
 
+constexpr char kMakeQuarantine[] =
+    "CREATE TABLE IF NOT EXISTS quarantine_commit(id, time, owner, comment, changes, octets);"
+    "CREATE TABLE IF NOT EXISTS quarantine_node(path, owner, value, told)";
+
 void bind_tuple(sqlite::Statement& statement, int place, const std::vector<std::int64_t>& tuple,
                 wire::Octets* octets) {
   for (const std::int64_t number : tuple) wire::Writer(octets).u64(static_cast<std::uint64_t>(number));
@@ -42,31 +46,37 @@ void bind_value(sqlite::Statement& statement, int place, const KvValue& value, w
   }
 }
 
-KvValue column_tuple(sqlite::Statement& statement, int column) {
-  KvValue value;
-  value.type = KvValueType::kTuple;
-  wire::Reader reader(statement.blob(column));
+bool read_tuple_column(wire::OctetSpan octets, KvValue* value) {
+  value->type = KvValueType::kTuple;
+  wire::Reader reader(octets);
   while (reader.left() >= sizeof(std::int64_t))
-    value.tuple.push_back(static_cast<std::int64_t>(reader.u64()));
-  return value;
+    value->tuple.push_back(static_cast<std::int64_t>(reader.u64()));
+  return reader.finished();
 }
 
-KvValue column_value(sqlite::Statement& statement, int column) {
-  KvValue value;
+bool read_column(sqlite::Statement& statement, int column, KvValue* value) {
   switch (statement.type(column)) {
     case SQLITE_NULL:
-      break;
+      return true;
     case SQLITE_INTEGER:
-      value.type = KvValueType::kNumber;
-      value.number = statement.integer(column);
-      break;
+      value->type = KvValueType::kNumber;
+      value->number = statement.integer(column);
+      return true;
     case SQLITE_BLOB:
-      return column_tuple(statement, column);
+      return read_tuple_column(statement.blob(column), value);
+    case SQLITE_TEXT:
+      value->type = KvValueType::kText;
+      value->text = statement.text(column);
+      return true;
     default:
-      value.type = KvValueType::kText;
-      value.text = statement.text(column);
+      return false;
   }
-  return value;
+}
+
+// False for a value that the configuration cannot have.
+bool column_value(sqlite::Statement& statement, int column, KvValue* value) {
+  std::string error;
+  return read_column(statement, column, value) && check_configuration_value(*value, &error) == kStatusOk;
 }
 
 }  // namespace
@@ -87,8 +97,8 @@ Status NodeStore::open_in_memory(std::shared_ptr<NodeStore>* store) {
 
 Status NodeStore::start(sqlite::Connection database, std::shared_ptr<NodeStore>* store) {
   const std::shared_ptr<NodeStore> made(new NodeStore(std::move(database)));
-  if (const Status status = made->read_size()) return status;
   if (const Status status = made->read_unfolded()) return status;
+  if (const Status status = made->read_size()) return status;
   while (made->fold_some(kFoldedAtOnce)) {
   }
   if (made->has_unfolded()) return kStatusIo;
@@ -105,15 +115,25 @@ Status NodeStore::read_size() {
 }
 
 Status NodeStore::read_unfolded() {
-  sqlite::Statement statement(database_.get(), "SELECT id, owner FROM log WHERE folded = 0 ORDER BY id");
+  std::vector<std::pair<std::int64_t, std::int64_t>> unreadable;  // ids and numbers of changes
+  sqlite::Statement statement(database_.get(),
+                              "SELECT id, owner, changes FROM log WHERE folded = 0 ORDER BY id");
   int code = SQLITE_ROW;
   while ((code = statement.step()) == SQLITE_ROW) {
     const std::int64_t id = statement.integer(0);
     SharedPlan plan;
-    if (const Status status = read_plan(id, statement.text(1), &plan)) return status;
-    unfolded_.push_back({id, std::move(plan)});
+    if (read_plan(id, statement.text(1), &plan) == kStatusOk) {
+      unfolded_.push_back({id, std::move(plan)});
+    } else {
+      unreadable.emplace_back(id, statement.integer(2));
+    }
   }
-  return code == SQLITE_DONE ? kStatusOk : fail("the commits cannot be read");
+  if (code != SQLITE_DONE) return fail("the commits cannot be read");
+  statement.reset();
+  for (const auto& [id, changes] : unreadable) {
+    if (const Status status = quarantine_commit(id, changes)) return status;
+  }
+  return kStatusOk;
 }
 
 Status NodeStore::read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const {
@@ -127,15 +147,79 @@ Status NodeStore::read_plan(std::int64_t id, std::string_view owner, SharedPlan*
   return status;
 }
 
-Status NodeStore::for_each(const Visitor& visit) const {
+Status NodeStore::for_each(const Visitor& visit) {
   if (const Status status = fault_check("configuration_read")) return status;
   sqlite::Statement statement(database_.get(),
                               "SELECT owner, path, value, told FROM node ORDER BY path, owner");
   int code = SQLITE_ROW;
-  while ((code = statement.step()) == SQLITE_ROW)
-    visit(statement.text(0), statement.text(1), column_value(statement, 2),
-          static_cast<std::uint64_t>(statement.integer(3)));
-  return code == SQLITE_DONE ? kStatusOk : fail("the nodes cannot be read");
+  std::vector<std::pair<std::string, std::string>> invalid;
+  while ((code = statement.step()) == SQLITE_ROW) {
+    KvValue value;
+    const bool is_valid =
+        column_value(statement, 2, &value) && visit(statement.text(0), statement.text(1), std::move(value),
+                                                    static_cast<std::uint64_t>(statement.integer(3)));
+    if (!is_valid) invalid.emplace_back(statement.text(1), statement.text(0));
+  }
+  if (code != SQLITE_DONE) return fail("the nodes cannot be read");
+  statement.reset();
+  for (const auto& [path, owner] : invalid) quarantine_row(path, owner);
+  return kStatusOk;
+}
+
+// --- Quarantine: what cannot be used is moved to tables that nothing else reads
+
+// A failure fails the start: at the next one the commit would follow those that were made after it.
+Status NodeStore::quarantine_commit(std::int64_t id, std::int64_t changes) {
+  const auto move = [this, id] {
+    sqlite::Statement copy(database_.get(),
+                           "INSERT INTO quarantine_commit SELECT log.id, time, owner, comment, changes, "
+                           "content.octets FROM log LEFT JOIN content USING (id) WHERE log.id = ?");
+    copy.bind(1, id);
+    return run(copy) && forget(id);
+  };
+  if (!quarantine(move)) return fail_quarantine("a commit that cannot be read");
+  log_error("configuration",
+            "commit %lld cannot be read and is stored in the table quarantine_commit of the database: its "
+            "%lld changes have no effect",
+            static_cast<long long>(id), static_cast<long long>(changes));
+  return kStatusOk;
+}
+
+// After a failure the row remains where it is, without an effect, and is found again at the next start.
+void NodeStore::quarantine_row(const std::string& path, const std::string& owner) {
+  const auto move = [&] {
+    for (const char* sql :
+         {"INSERT INTO quarantine_node SELECT path, owner, value, told FROM node WHERE path "
+          "= ? AND owner = ?",
+          "DELETE FROM node WHERE path = ? AND owner = ?"}) {
+      sqlite::Statement statement(database_.get(), sql);
+      statement.bind_text(1, path);
+      statement.bind_text(2, owner);
+      if (!run(statement)) return false;
+    }
+    return true;
+  };
+  if (!quarantine(move)) {
+    static_cast<void>(fail_quarantine("an invalid row"));
+    return;
+  }
+  log_error("configuration",
+            "%s of \"%s\" is not a node of a configuration and is stored in the table quarantine_node of the "
+            "database: it has no effect",
+            path.c_str(), owner.c_str());
+}
+
+bool NodeStore::quarantine(const std::function<bool()>& move) {
+  if (execute("BEGIN IMMEDIATE") && execute(kMakeQuarantine) && move() && execute("COMMIT")) return true;
+  const std::string reason = std::move(write_error_);
+  roll_back();
+  write_error_ = reason;
+  return false;
+}
+
+Status NodeStore::fail_quarantine(const char* what) const {
+  log_error("configuration", "%s cannot be moved to quarantine: %s", what, write_error_.c_str());
+  return kStatusIo;
 }
 
 // --- Writing

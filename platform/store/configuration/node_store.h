@@ -45,10 +45,11 @@ class NodeStore {
   NodeStore& operator=(const NodeStore&) = delete;
 
   // The folded values, in the order of the paths. `notified` is the number of the last notification of the
-  // path, the same for all its owners: later is larger. Fault point "configuration_read".
-  using Visitor = std::function<void(std::string_view owner, std::string_view path, KvValue value,
+  // path, the same for all its owners: later is larger. A row whose value cannot be one, or for which the
+  // visitor returns false, is quarantined. Fault point "configuration_read".
+  using Visitor = std::function<bool(std::string_view owner, std::string_view path, KvValue value,
                                      std::uint64_t notified)>;
-  [[nodiscard]] Status for_each(const Visitor& visit) const;
+  [[nodiscard]] Status for_each(const Visitor& visit);
   // kStatusIo, logged, if it cannot be written; then nothing changes. *id is the commit's id if an effective
   // value changes. Fault points "configuration_write" before and "configuration_commit" at the end of the
   // transaction.
@@ -87,6 +88,10 @@ class NodeStore {
   Status read_size();
   Status read_unfolded();
   Status read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const;
+  Status quarantine_commit(std::int64_t id, std::int64_t changes);
+  void quarantine_row(const std::string& path, const std::string& owner);
+  bool quarantine(const std::function<bool()>& move);
+  Status fail_quarantine(const char* what) const;
   Status visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const;
   using ContentReader = std::function<bool(std::size_t owner, wire::OctetSpan octets)>;
   Status read_content(std::int64_t id, const ContentReader& read) const;
