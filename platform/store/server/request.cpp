@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/store/server/store.h"
 
@@ -95,7 +96,9 @@ Status walk_rows(std::string_view path, bool structured, std::uint32_t max_rows,
   if (rule == nullptr || provider->functions.get == nullptr) return kStatusNoHandler;
   const KvProviderFunctions functions = provider->functions;
   std::string next(relative);
+  const std::uint64_t start = clock_monotonic();
   for (std::uint32_t row = 0; row < std::min(max_rows, kKvMaxListItems); ++row) {
+    if (row >= kKvFewestRows && clock_monotonic() - start >= kKvWalkTime) return kStatusOk;
     OwnedReply reply;
     const Status status = read_row(functions, *rule, structured, &next, &reply);
     if (status == kStatusNoSuchRow && row > 0) {

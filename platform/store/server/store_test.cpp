@@ -3,6 +3,7 @@
 
 #include <fstream>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/test_fault.h"
 #include "platform/store/server/test_store.h"
 
@@ -288,6 +289,7 @@ class Requests : public StoreTest {
     for (const auto& row : encoded) rows.emplace_back(row.begin(), row.end());
     return status;
   }
+  ManualClock clock{1000};
   std::vector<std::string> rows;
   bool end = false;
 };
@@ -429,6 +431,23 @@ TEST_F(Requests, WalkIsBoundedWhateverIsAskedFor) {
   EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/1", 1000000), kStatusOk);
   EXPECT_EQ(rows.size(), kKvMaxListItems);
   EXPECT_FALSE(end);
+}
+
+TEST_F(Requests, WalkOfSlowRowsEndsEarlyAndSaysThatRowsFollow) {
+  TestProvider::reading_row = [this] { clock.advance(kKvWalkTime / 100); };
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/1", 1000), kStatusOk);
+  EXPECT_EQ(rows.size(), 100U);
+  EXPECT_FALSE(end);
+}
+
+TEST_F(Requests, WalkHasAFewRowsHoweverSlowTheyAre) {
+  TestProvider::reading_row = [this] { clock.advance(10 * kKvWalkTime); };
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/1", 1000), kStatusOk);
+  EXPECT_EQ(rows.size(), kKvFewestRows);
+  EXPECT_FALSE(end);
+  EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/2490", 1000), kStatusOk);
+  EXPECT_EQ(rows.size(), 11U);
+  EXPECT_TRUE(end);
 }
 
 TEST_F(Requests, WalkNeedsARuleAMaximumAndAKnownPath) {

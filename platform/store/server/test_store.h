@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -49,9 +50,10 @@ inline void put_text(KvReply* reply, const std::string& text) {
 inline constexpr std::uint32_t kRowCount = 2500;
 
 struct TestProvider {
-  static inline Status get_answer = kStatusOk;  // when not 0, what every get fails with
-  static inline std::uint32_t failing_row = 0;  // when not 0, the row whose reading fails with kStatusIo
-  static inline std::size_t row_size = 0;       // when not 0, the size that rows are filled up to
+  static inline Status get_answer = kStatusOk;      // when not 0, what every get fails with
+  static inline std::uint32_t failing_row = 0;      // when not 0, the row whose reading fails with kStatusIo
+  static inline std::size_t row_size = 0;           // when not 0, the size that rows are filled up to
+  static inline std::function<void()> reading_row;  // called for each row
   static inline std::uint32_t last_max_items = 0;
   static inline std::uint32_t items_to_list = 2;
   static inline std::size_t value_size = 3;
@@ -61,6 +63,7 @@ struct TestProvider {
     get_answer = kStatusOk;
     failing_row = 0;
     row_size = 0;
+    reading_row = nullptr;
     last_max_items = 0;
     items_to_list = 2;
     value_size = 3;
@@ -77,6 +80,7 @@ struct TestProvider {
     const std::uint32_t row = kvtree_absent(args, 0) || *args->arg[0].number == 0 ? 1 : *args->arg[0].number;
     if (row > kRowCount) return kStatusNoSuchRow;
     if (row == failing_row) return kStatusIo;
+    if (reading_row) reading_row();
     std::string text = std::to_string(row);
     if (text.size() < row_size) text.resize(row_size, ' ');
     put_text(reply, text);

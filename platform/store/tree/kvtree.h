@@ -33,6 +33,10 @@
 inline constexpr std::size_t kKvMaxArguments = 16;
 inline constexpr std::size_t kKvMaxPath = 1024;         // octets of a path
 inline constexpr std::uint32_t kKvMaxListItems = 1024;  // items of one list, datalist or walk answer
+// A walk answer ends after this time, with "more rows follow". It has at least kKvFewestRows first: a client
+// continues at or just before the last row it has, and must get beyond it.
+inline constexpr std::uint64_t kKvWalkTime = 1'000'000;  // nanoseconds
+inline constexpr std::uint32_t kKvFewestRows = 16;
 
 struct KvArgument {
   const char* text;             // s, i, x, ip4, ad: the terminated text; null for n
@@ -269,7 +273,7 @@ std::string kvtree_encode_text(std::string_view text);
 // Rows from `path` on, by the walk rule of its first component below the provider. *end is set if no row
 // follows the last one. kStatusOk with the rows so far if a later read fails with kStatusNoSuchRow; any other
 // failure, and every failure of the first read, is returned without rows. kStatusNoHandler without a rule,
-// kStatusInvalid for a maximum of 0. At most kKvMaxListItems rows.
+// kStatusInvalid for a maximum of 0. At most kKvMaxListItems rows, and fewer when kKvWalkTime has passed.
 [[nodiscard]] Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
                                  std::vector<std::vector<std::uint8_t>>* rows, bool* end);
 
