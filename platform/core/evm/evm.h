@@ -69,7 +69,7 @@ using EventFdHandler = std::function<void(int fd, std::uint32_t events)>;
 void event_fd_remove(EventManager* manager, int fd);  // does not close; unknown descriptors are ignored
 
 // Runs a function on the manager's thread, after everything posted before it. Any thread. Posted functions
-// run in bounded batches, so that descriptors are served in between.
+// run in batches of bounded number and time, so that descriptors are served in between.
 void event_post(EventManager* manager, std::function<void()> function);
 
 // Runs a function once every descriptor and timer of the dispatch at hand has been served; for a caller that

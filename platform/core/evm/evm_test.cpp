@@ -273,6 +273,23 @@ TEST_F(EventManagerTest, DescriptorsAreServedBetweenBatchesOfPostedFunctions) {
   EXPECT_LT(posted_before_the_descriptor, 200);
 }
 
+TEST_F(EventManagerTest, BatchOfPostedFunctionsEndsAfterItsTime) {
+  ManualClock clock(1);
+  int runs = 0;
+  for (int i = 0; i < 10; ++i) {
+    event_post(manager, [&] {
+      ++runs;
+      clock.advance(kMillisecond);
+    });
+  }
+  for (const int expected : {2, 4, 6}) {
+    Iterate();
+    EXPECT_EQ(runs, expected);
+  }
+  event_run_pending(manager);
+  EXPECT_EQ(runs, 10);
+}
+
 TEST_F(EventManagerTest, FunctionPostedByAPostedFunctionWaitsForTheNextIteration) {
   int runs = 0;
   event_post(manager, [&] {

@@ -7,9 +7,10 @@ constexpr std::uint64_t kStart = 1'700'000'000 * kNanosecondsPerSecond;
 
 class Iterations : public EventManagerTest {
  protected:
-  // An iteration with a function for each of these times.
+  // An iteration with a timer for each of these times.
   void IterateFor(std::initializer_list<std::uint64_t> times) {
-    for (const std::uint64_t time : times) event_post(manager, [this, time] { clock.advance(time); });
+    for (const std::uint64_t time : times)
+      event_timer_start(manager, 0, [this, time] { clock.advance(time); });
     Iterate();
   }
   ManualClock clock{kStart};

@@ -37,7 +37,9 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
+// A batch of posted functions ends after this many, or after the one that exceeds this time.
 constexpr std::size_t kPostedBatch = 64;
+constexpr std::uint64_t kPostedTime = 2 * kNanosecondsPerMillisecond;
 constexpr std::uint64_t kForever = UINT64_MAX;
 
 std::function<void(EventManager*)>& create_hook() {
@@ -168,7 +170,11 @@ void run_posted(EventManager* manager) {
   [[maybe_unused]] const ssize_t got = read(manager->wake_fd, &count, sizeof count);
   // Functions that this batch posts run in the next one.
   std::size_t batch = posted_count(manager);
-  for (batch = std::min(batch, kPostedBatch); batch > 0; --batch) take_posted(manager)();
+  const std::uint64_t end = clock_monotonic() + kPostedTime;
+  for (batch = std::min(batch, kPostedBatch); batch > 0; --batch) {
+    take_posted(manager)();
+    if (clock_monotonic() >= end) break;
+  }
   const std::lock_guard lock(manager->posted_mutex);
   if (!manager->posted.empty()) wake(manager);
 }
