@@ -18,6 +18,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
 #include "platform/core/evm/manager.h"
 #include "platform/core/files/directories.h"
@@ -28,7 +29,10 @@ namespace {
 
 constexpr mode_t kSocketMode = 0660;
 constexpr int kBacklog = 64;
-constexpr int kAcceptBatch = 16;
+// A dispatch accepts the whole backlog: a connection that waits would miss more iterations
+// during a flood. It ends after the connection that exceeds this time.
+constexpr int kAcceptBatch = kBacklog;
+constexpr std::uint64_t kAcceptTime = 2 * kNanosecondsPerMillisecond;
 constexpr std::chrono::seconds kLockPatience{5};
 
 class Descriptor {
@@ -150,7 +154,8 @@ void event_listener_close(EventListener* listener) {
 }
 
 void event_listener_accept(EventManager* manager) {
-  for (int i = 0; i < kAcceptBatch; ++i) {
+  const std::uint64_t end = clock_monotonic() + kAcceptTime;
+  for (int i = 0; i < kAcceptBatch && (i == 0 || clock_monotonic() < end); ++i) {
     const int fd = accept4(manager->listener.fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0) {
       if (errno == EMFILE || errno == ENFILE) refuse_connection(&manager->listener);

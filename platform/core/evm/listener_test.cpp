@@ -142,6 +142,36 @@ TEST_F(EventManagerTest, AcceptorReceivesTheConnection) {
   close(client);
 }
 
+TEST_F(EventManagerTest, ConnectionsThatWaitAreAcceptedInOneDispatch) {
+  std::vector<int> clients;
+  int accepted = 0;
+  event_set_acceptor(manager, [&](int fd) {
+    ++accepted;
+    close(fd);
+  });
+  for (int i = 0; i < 60; ++i) clients.push_back(ConnectTo(SocketPath()));
+  Iterate();
+  EXPECT_EQ(accepted, 60);
+  for (const int client : clients) close(client);
+}
+
+TEST_F(EventManagerTest, AcceptingEndsAfterItsTime) {
+  ManualClock clock(1);
+  std::vector<int> clients;
+  int accepted = 0;
+  event_set_acceptor(manager, [&](int fd) {
+    ++accepted;
+    clock.advance(kMillisecond);
+    close(fd);
+  });
+  for (int i = 0; i < 5; ++i) clients.push_back(ConnectTo(SocketPath()));
+  for (const int expected : {2, 4, 5}) {
+    Iterate();
+    EXPECT_EQ(accepted, expected);
+  }
+  for (const int client : clients) close(client);
+}
+
 TEST_F(EventManagerTest, WithoutAnAcceptorConnectionsAreClosedAtOnce) {
   const int client = ConnectTo(SocketPath());
   event_run_pending(manager);
