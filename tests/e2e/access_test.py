@@ -219,5 +219,28 @@ class RolesTest(unittest.TestCase):
             wait_until("the sub-agent's message", lambda: "untrusted user" in self.system.log("agent"))
 
 
+@NEEDS_ROOT
+class UnprivilegedDaemonTest(unittest.TestCase):
+    def test_daemon_follows_the_kernel_without_any_privilege(self):
+        system = self.enterContext(System(source="kernel", frr="false"))
+        system.folder.chmod(0o755)
+        programs = system.folder / "programs"
+        shutil.copytree(BIN.parent / "bin", programs / "bin")
+        shutil.copytree(BIN.parent / "lib", programs / "lib")
+        system.environment["MPLS_VPN_MIB_LIB_DIR"] = str(programs / "lib")
+        for name in ("run", "state"):
+            os.chown(system.folder / name, ANOTHER_USER, ANOTHER_USER)
+        with open(system.folder / "daemon.log", "a") as log:
+            daemon = subprocess.Popen([str(programs / "bin/mpls_vpn_mib")], env=system.environment, stdin=subprocess.DEVNULL,
+                                      stdout=log, stderr=log, cwd="/", user=ANOTHER_USER, group=ANOTHER_USER, extra_groups=[])
+        system.processes["daemon"] = daemon
+        wait_until("daemon", lambda: system.cli("show", "scalars").returncode == 0, 30)
+        for user in (0, ANOTHER_USER):
+            subprocess.run([str(programs / "bin/mplsvpn"), "config", "set", "vrf", "red", "description", str(user)],
+                           env=system.environment, check=True, cwd="/", user=user, extra_groups=[], timeout=60 * SLOW)
+        owners = {path.stat().st_uid for path in (*(system.folder / "state").iterdir(), *(system.folder / "run").iterdir())}
+        self.assertEqual(owners, {ANOTHER_USER})
+
+
 if __name__ == "__main__":
     unittest.main()
