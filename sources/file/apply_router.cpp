@@ -14,18 +14,6 @@ using router::Interface;
 using router::Router;
 using router::Vrf;
 
-class StopAtRefusal : public reconcile::Policy {
- public:
-  explicit StopAtRefusal(std::string* error) : error_(error) {}
-  Status on_refusal(const reconcile::Refusal& refusal) override {
-    *error_ = refusal.text();
-    return refusal.status;
-  }
-
- private:
-  std::string* error_;
-};
-
 void want_references(const RouterFile& file, const Router& model, WantedRouter* wanted) {
   const std::unordered_set<std::string_view> named(file.references.begin(), file.references.end());
   wanted->references = file.references;
@@ -62,15 +50,22 @@ void append_count(std::size_t count, const char* thing, const char* verb, std::s
   *text += std::to_string(count) + " " + thing + (count == 1 ? " " : "s ") + verb;
 }
 
+WantedRouter wanted_router(RouterFile* file, const Router& model) {
+  WantedRouter wanted;
+  want_references(*file, model, &wanted);
+  want_vrfs(file, model, &wanted);
+  want_interfaces(file, model, &wanted);
+  return wanted;
+}
+
 }  // namespace
 
-Status apply_router(RouterFile* file, Router* model, Changes* changes, std::string* error) {
-  WantedRouter wanted;
-  want_references(*file, *model, &wanted);
-  want_vrfs(file, *model, &wanted);
-  want_interfaces(file, *model, &wanted);
-  StopAtRefusal policy(error);
-  return reconcile::run(wanted, model, &policy, changes);
+RouterApplication::RouterApplication(RouterFile* file, Router* model)
+    : run_(wanted_router(file, *model), model, this) {}
+
+Status RouterApplication::on_refusal(const reconcile::Refusal& refusal) {
+  error_ = refusal.text();
+  return refusal.status;
 }
 
 std::string changes_text(const Changes& changes, const RouteChanges& routes) {

@@ -20,11 +20,26 @@ struct RouteChanges {
   std::size_t removed = 0;
 };
 
-// Moves the VRFs and interfaces out of the file. REQUIRES: `file` was made by parse(). The first change that
-// the model refuses ends it, with its status and the reason in *error; earlier changes remain, and the next
-// call continues from there.
-[[nodiscard]] Status apply_router(RouterFile* file, router::Router* model, Changes* changes,
-                                  std::string* error);
+class RouterApplication : private reconcile::Policy {
+ public:
+  // Moves the VRFs and interfaces out of the file. The model must outlive it. REQUIRES: `file` was made by
+  // parse().
+  RouterApplication(RouterFile* file, router::Router* model);
+
+  // Handles up to `items` (> 0) references, VRFs and interfaces. The first change that the model refuses ends
+  // it, with its status and the reason in error(); earlier changes remain, and the next application continues
+  // from there, as it does from one that was destroyed early.
+  [[nodiscard]] Status step(std::size_t items) { return run_.step(items); }
+  bool is_done() const { return run_.is_done(); }
+  const Changes& changes() const { return run_.changes(); }
+  const std::string& error() const { return error_; }
+
+ private:
+  Status on_refusal(const reconcile::Refusal& refusal) override;
+
+  std::string error_;
+  reconcile::Run run_;
+};
 
 inline constexpr char kNothingChanged[] = "nothing changed";
 // "2 VRFs created, 1 interface moved", or kNothingChanged.

@@ -22,7 +22,12 @@ class Reconciled : public ::testing::Test {
     ParseError error;
     EXPECT_TRUE(parse(text, &file, &error)) << error.what;
     notifications_.clear();
-    return apply_router(&file, &router_, &changes_, &error_);
+    RouterApplication application(&file, &router_);
+    Status status = kStatusOk;
+    while (status == kStatusOk && !application.is_done()) status = application.step(1);
+    changes_ = application.changes();
+    error_ = application.error();
+    return status;
   }
   void Load(const std::string& text) { ASSERT_EQ(Try(text), kStatusOk) << error_; }
 

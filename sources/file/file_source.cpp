@@ -7,8 +7,11 @@
 // VRF is named by its configuration before it is created. The data store remembers what the last load
 // committed, so only differences are changes, also after a restart.
 //
-// Routes are added last, in the feeder's steps: the first step of a load adds all written ones, the following
-// steps run on the loop, a few milliseconds each, between other work.
+// The VRFs and interfaces of a changed file follow in steps, so that a large router delays no answer. A file
+// that changes meanwhile ends them and is applied to the model as it is then.
+//
+// Routes are added last, in the feeder's steps: the first step of a synchronous load adds all written ones,
+// the following steps run on the loop, a few milliseconds each, between other work.
 #include "sources/file/file_source.h"
 
 #include <algorithm>
@@ -26,6 +29,7 @@ namespace {
 
 constexpr char kActionName[] = "router";
 constexpr std::size_t kRowsPerStep = 1000;  // about a millisecond
+constexpr std::size_t kItemsPerStep = 200;  // VRFs and interfaces: about a millisecond
 
 constexpr char kRetried[] = " (it is tried again)";
 constexpr std::uint64_t kFirstRetry = kNanosecondsPerSecond;
@@ -61,6 +65,7 @@ FileSource::FileSource(router::Router* model, std::string path,
 
 FileSource::~FileSource() {
   if (feeding_ != 0) event_timer_cancel(manager_, feeding_);
+  stop_applying();
   stop_retrying();
   if (watch_) kvtree_unregister_action(kActionName);
 }
@@ -76,8 +81,14 @@ Status FileSource::load(std::string* error) {
 
 Status FileSource::load_into_model(router_file::Changes* changes, std::string* error) {
   if (reader_) reader_->forget();  // this load is newer
+  stop_applying();
   router_file::Reading reading = router_file::read(path_);
-  return take(&reading, changes, error);
+  if (const Status status = begin_applying(&reading, error)) return status;
+  const std::size_t rows = rows_at_once(routes_);
+  if (const Status status = apply_some(SIZE_MAX, error)) return status;
+  *changes = application_->changes();
+  application_.reset();
+  return begin_feeding(rows, error);
 }
 
 Status FileSource::take_configuration(const router_file::RouterFile& file, std::string* error) {
@@ -89,8 +100,8 @@ Status FileSource::take_configuration(const router_file::RouterFile& file, std::
   return status;
 }
 
-// Applies the file to the configuration and the model.
-Status FileSource::take(router_file::Reading* reading, router_file::Changes* changes, std::string* error) {
+// Applies the file to the configuration, and prepares its application to the model.
+Status FileSource::begin_applying(router_file::Reading* reading, std::string* error) {
   if (const Status status = fault_check("file_source_load")) {
     *error = path_ + ": " + err_text(status);
     return status;
@@ -99,21 +110,35 @@ Status FileSource::take(router_file::Reading* reading, router_file::Changes* cha
     *error = reading->error;
     return reading->status;
   }
-  router_file::RouterFile& file = reading->file;
-  if (const Status status = take_configuration(file, error)) return status;
-  std::string refusal;
-  if (const Status status = router_file::apply_router(&file, model_, changes, &refusal)) {
-    *error = path_ + ": " + refusal;
-    return status;
-  }
-  const std::size_t rows = rows_at_once(file.routes);
-  feeder_.begin(std::move(file.routes));
+  if (const Status status = take_configuration(reading->file, error)) return status;
+  application_ = std::make_unique<router_file::RouterApplication>(&reading->file, model_);
+  routes_ = std::move(reading->file.routes);
+  return kStatusOk;
+}
+
+// A failure ends the application.
+Status FileSource::apply_some(std::size_t items, std::string* error) {
+  const Status status = application_->step(items);
+  if (status == kStatusOk) return kStatusOk;
+  *error = path_ + ": " + application_->error();
+  application_.reset();
+  return status;
+}
+
+Status FileSource::begin_feeding(std::size_t rows, std::string* error) {
+  feeder_.begin(std::exchange(routes_, {}));
   if (const Status status = feeder_.step(rows)) {
     *error = path_ + ": cannot add a route: " + err_text(status);
     return status;
   }
   feed_later();
   return kStatusOk;
+}
+
+// The model keeps what was applied so far; the next application continues from there.
+void FileSource::stop_applying() {
+  if (applying_ != 0) event_timer_cancel(manager_, std::exchange(applying_, 0));
+  application_.reset();
 }
 
 // Schedules the next step if rows are left and the source is started.
@@ -196,18 +221,36 @@ std::string FileSource::loaded_text(const router_file::Changes& changes) const {
     what = what == router_file::kNothingChanged ? std::string() : what + ", ";
     what += "configuration changed (commit " + commit_ + ")";
   }
-  if (!feeder_.is_done()) what += "; generated routes are still coming in";
+  if (!feeder_.is_done()) what += "; routes are still coming in";
   return path_ + " loaded: " + what;
 }
 
 void FileSource::apply_changed_file(router_file::Reading reading) {
-  router_file::Changes changes;
+  stop_applying();
   std::string error;
-  const Status status = take(&reading, &changes, &error);
+  const Status status = begin_applying(&reading, &error);
+  if (status) return changed_file_applied(status, error);
+  apply_next();
+}
+
+void FileSource::apply_next() {
+  applying_ = 0;
+  std::string error;
+  Status status = apply_some(kItemsPerStep, &error);
+  if (status == kStatusOk && !application_->is_done()) {
+    applying_ = event_timer_start(manager_, 0, [this] { apply_next(); });
+    return;
+  }
+  if (status == kStatusOk) status = begin_feeding(kRowsPerStep, &error);
+  changed_file_applied(status, error);
+}
+
+void FileSource::changed_file_applied(Status status, const std::string& error) {
   if (status == kStatusOk) {
-    log_notice("", "%s", loaded_text(changes).c_str());
+    log_notice("", "%s", loaded_text(application_->changes()).c_str());
   } else {
     log_failure(status, error);
   }
+  stop_applying();
   retry_if_useful(status);
 }

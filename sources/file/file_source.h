@@ -10,10 +10,12 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 #include "platform/router/model/router.h"
+#include "sources/file/apply_router.h"
 #include "sources/file/commands/router_action.h"
 #include "sources/file/file_reader.h"
 #include "sources/file/folder_watch.h"
@@ -40,16 +42,21 @@ class FileSource : public Source {
   std::string describe() const override { return path_; }
   // For a router that has no file: removes what an earlier one configured.
   [[nodiscard]] static Status remove_configured(std::string* error);
-  // Whether a changed file is being read.
-  bool is_reading() const { return reader_ != nullptr && reader_->is_reading(); }
+  // Whether a changed file is being read or applied.
+  bool is_reading() const { return application_ != nullptr || (reader_ != nullptr && reader_->is_reading()); }
 
  private:
   Status reload(std::string* text);
   Status load_into_model(router_file::Changes* changes, std::string* error);
   Status take_configuration(const router_file::RouterFile& file, std::string* error);
-  Status take(router_file::Reading* reading, router_file::Changes* changes, std::string* error);
+  Status begin_applying(router_file::Reading* reading, std::string* error);
+  Status apply_some(std::size_t items, std::string* error);
+  Status begin_feeding(std::size_t rows, std::string* error);
+  void apply_next();
+  void stop_applying();
   std::string loaded_text(const router_file::Changes& changes) const;
   void apply_changed_file(router_file::Reading reading);
+  void changed_file_applied(Status status, const std::string& error);
   void feed_later();
   void feed();
   void retry_if_useful(Status status);
@@ -60,8 +67,11 @@ class FileSource : public Source {
   std::string path_;
   const router_file::BackgroundReader::Read read_changed_;
   std::string commit_;  // of the last load; empty if it changed no configuration
+  std::unique_ptr<router_file::RouterApplication> application_;  // while a file is being applied
+  std::vector<router_file::RouteGroup> routes_;                  // of that file
   router_file::RouteFeeder feeder_;
   EventManager* manager_ = nullptr;
+  EventTimerId applying_ = 0;      // the timer of the next step of the application; 0 when none is set
   EventTimerId feeding_ = 0;       // the timer of the next step; 0 when none is set
   EventTimerId retrying_ = 0;      // the timer of the next attempt, likewise
   std::uint64_t retry_after_ = 0;  // nanoseconds; 0 when the last load did not fail

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -231,6 +232,76 @@ TEST_F(WatchedRouter, ReadIsDroppedWhenALoadIsNewer) {
     ASSERT_TRUE(event_run_pending(manager_, kEventBound));
     EXPECT_FALSE(Has("blue"));
   }
+}
+
+// One iteration of the loop, unlike event_run_pending().
+bool run_once(EventManager* manager) {
+  std::array<unsigned char, 1024> buffer{};
+  EventContext context{manager, buffer.data(), buffer.size(), 0};
+  if (event_wait_for(&context, kEventBound) != 0) return false;
+  event_dispatch(&context);
+  return true;
+}
+
+class LargeRouter : public WatchedRouter {
+ protected:
+  static constexpr std::size_t kInterfaces = 9000;
+  // A changed file is being applied when it returns.
+  void BeginLargeChange() {
+    StartWith(kRed);
+    Replace("generate: {vrfs: 1000, interfaces_per_vrf: 9}\n");
+    while (router_->vrf_count() < 10) ASSERT_TRUE(run_once(manager_));
+  }
+  void ExpectBlueAlone() {
+    EXPECT_TRUE(Appears("blue"));
+    EXPECT_TRUE(ReadEnds());
+    EXPECT_EQ(router_->vrf_count(), 1U);
+    EXPECT_EQ(router_->interface_count(), 0U);
+  }
+};
+
+TEST_F(LargeRouter, ChangedFileIsAppliedInStepsBetweenOtherWork) {
+  BeginLargeChange();
+  unsigned iterations = 0;
+  for (; router_->interface_count() < kInterfaces; ++iterations) ASSERT_TRUE(run_once(manager_));
+  EXPECT_GE(iterations, 40U);
+  EXPECT_TRUE(ReadEnds());
+  EXPECT_EQ(router_->vrf_count(), 1000U);
+}
+
+TEST_F(LargeRouter, FileThatChangesWhileItIsAppliedReplacesTheRest) {
+  BeginLargeChange();
+  Replace(kBlue);
+  ExpectBlueAlone();
+}
+
+TEST_F(LargeRouter, LoadWhileAFileIsAppliedReplacesTheRest) {
+  BeginLargeChange();
+  LoadWell(kBlue);
+  EXPECT_FALSE(source_->is_reading());
+  ExpectBlueAlone();
+}
+
+TEST_F(LargeRouter, RefusedStepEndsTheApplicationAndTheNextOneContinues) {
+  BeginLargeChange();
+  {
+    const ScopedFault fault("reconcile", kStatusNoMemory);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(ReadEnds());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr(": Cannot allocate memory (it is tried again)"));
+    EXPECT_LT(router_->interface_count(), kInterfaces);
+  }
+  Replace(kBlue);
+  ExpectBlueAlone();
+}
+
+TEST_F(LargeRouter, SourceMayBeDestroyedWhileAFileIsApplied) {
+  BeginLargeChange();
+  const std::size_t vrfs = router_->vrf_count();
+  source_.reset();
+  event_run_pending(manager_);
+  EXPECT_EQ(router_->vrf_count(), vrfs);
 }
 
 TEST_F(WatchedRouter, ForgottenReadIsNotRepeated) {

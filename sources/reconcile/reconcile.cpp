@@ -13,9 +13,7 @@
 #include "sources/reconcile/reconcile.h"
 
 #include <array>
-#include <set>
-#include <unordered_map>
-#include <unordered_set>
+#include <utility>
 
 #include "platform/core/base/fault.h"
 
@@ -36,55 +34,7 @@ bool same_details(const Interface& left, const Interface& right) {
          left.addresses == right.addresses && left.ipv4_details == right.ipv4_details;
 }
 
-class Run {
- public:
-  Run(const WantedRouter& wanted, Router* model, Policy* policy, Changes* changes)
-      : wanted_(wanted), model_(model), policy_(policy), changes_(changes) {
-    for (const Interface& interface : wanted.interfaces) interfaces_.emplace(interface.index, &interface);
-    for (const WantedVrf& each : wanted.vrfs) vrfs_.insert(each.vrf.name);
-  }
-
-  Status all() {
-    using Step = Status (Run::*)();
-    for (const Step step :
-         {&Run::add_references, &Run::remove_interfaces, &Run::empty_vrfs, &Run::delete_vrfs,
-          &Run::place_vrfs, &Run::end_references, &Run::free_names, &Run::place_interfaces}) {
-      if (const Status status = (this->*step)()) return status;
-    }
-    return kStatusOk;
-  }
-
- private:
-  Status add_references();
-  Status remove_interfaces();
-  Status empty_vrfs();
-  Status leave_vrf(const Interface& member);
-  Status delete_vrfs();
-  Status place_vrfs();
-  Status place_vrf(const WantedVrf& wanted);
-  Status create_vrf(const WantedVrf& wanted);
-  Status end_references();
-  Status free_names();
-  Status place_interfaces();
-  Status place_interface(const Interface& wanted);
-  Status move_interface(const Interface& changed);
-
-  bool leaves(const Interface& member) const;
-  const Interface* wanted_interface(std::uint32_t index) const;
-  std::string vrf_of(const Interface& wanted) const;
-
-  // Makes one change. A refused one is reported: *made says whether the change was made.
-  template <typename Change>
-  Status make(Refusal refusal, std::size_t* counter, Change change, bool* made = nullptr);
-
-  const WantedRouter& wanted_;
-  Router* model_;
-  Policy* policy_;
-  Changes* changes_;
-  std::unordered_map<std::uint32_t, const Interface*> interfaces_;  // wanted
-  std::unordered_set<std::string_view> vrfs_;                       // wanted
-  std::set<std::string> undeleted_;  // VRFs whose deletion is refused, or impossible with a member
-};
+}  // namespace
 
 template <typename Change>
 Status Run::make(Refusal refusal, std::size_t* counter, Change change, bool* made) {
@@ -96,24 +46,60 @@ Status Run::make(Refusal refusal, std::size_t* counter, Change change, bool* mad
   return done ? kStatusOk : policy_->on_refusal(refusal);
 }
 
-Status Run::add_references() {
-  for (const std::string& name : wanted_.references) {
-    if (model_->is_referenced(name, router::ReferenceHolder::kSource)) continue;
-    const auto change = [&] { return model_->reference_vrf(name); };
-    if (const Status status = make({Operation::kReferenceVrf, name}, nullptr, change)) return status;
+Run::Run(WantedRouter wanted, Router* model, Policy* policy)
+    : wanted_(std::move(wanted)), model_(model), policy_(policy) {
+  for (const Interface& interface : wanted_.interfaces) interfaces_.emplace(interface.index, &interface);
+  for (const WantedVrf& each : wanted_.vrfs) vrfs_.insert(each.vrf.name);
+  begin_phase();
+}
+
+const std::vector<Run::Phase>& Run::phases() {
+  static const std::vector<Phase> phases{
+      {&Run::count<&WantedRouter::references>, &Run::add_reference},
+      {&Run::count<&WantedRouter::removed_interfaces>, &Run::remove_interface},
+      {&Run::find_leaving, &Run::leave_vrf},
+      {&Run::count<&WantedRouter::deleted_vrfs>, &Run::delete_vrf},
+      {&Run::count<&WantedRouter::vrfs>, &Run::place_vrf},
+      {&Run::count_one, &Run::end_vrfs},
+      {&Run::count<&WantedRouter::ended_references>, &Run::end_reference},
+      {&Run::count<&WantedRouter::interfaces>, &Run::free_name},
+      {&Run::count<&WantedRouter::interfaces>, &Run::place_interface}};
+  return phases;
+}
+
+// The first phase from phase_ on that has items.
+void Run::begin_phase() {
+  item_ = items_ = 0;
+  for (; phase_ < phases().size() && items_ == 0; ++phase_) items_ = (this->*phases()[phase_].begin)();
+  is_done_ = items_ == 0;
+  if (!is_done_) --phase_;
+}
+
+Status Run::step(std::size_t items) {
+  for (; items > 0 && !is_done_; --items) {
+    if (const Status status = (this->*phases()[phase_].visit)(item_++)) {
+      is_done_ = true;
+      return status;
+    }
+    if (item_ < items_) continue;
+    ++phase_;
+    begin_phase();
   }
   return kStatusOk;
 }
 
-Status Run::remove_interfaces() {
-  for (const std::uint32_t index : wanted_.removed_interfaces) {
-    const Interface* present = model_->find_interface_by_index(index);
-    if (present == nullptr) continue;
-    const Refusal refusal{Operation::kRemoveInterface, present->name, index};
-    const auto change = [&] { return model_->remove_interface(present->handle); };
-    if (const Status status = make(refusal, &changes_->interfaces_removed, change)) return status;
-  }
-  return kStatusOk;
+Status Run::add_reference(std::size_t item) {
+  const std::string& name = wanted_.references[item];
+  if (model_->is_referenced(name, router::ReferenceHolder::kSource)) return kStatusOk;
+  return make({Operation::kReferenceVrf, name}, nullptr, [&] { return model_->reference_vrf(name); });
+}
+
+Status Run::remove_interface(std::size_t item) {
+  const std::uint32_t index = wanted_.removed_interfaces[item];
+  const Interface* present = model_->find_interface_by_index(index);
+  if (present == nullptr) return kStatusOk;
+  const auto change = [&] { return model_->remove_interface(present->handle); };
+  return make({Operation::kRemoveInterface, present->name, index}, &changes_.interfaces_removed, change);
 }
 
 const Interface* Run::wanted_interface(std::uint32_t index) const {
@@ -126,61 +112,55 @@ bool Run::leaves(const Interface& member) const {
   return future == nullptr || future->vrf != member.vrf || vrfs_.contains(member.vrf);
 }
 
-// The model must not change while it is visited.
-Status Run::empty_vrfs() {
-  if (wanted_.deleted_vrfs.empty()) return kStatusOk;
+std::size_t Run::find_leaving() {
+  if (wanted_.deleted_vrfs.empty()) return 0;
   const std::unordered_set<std::string_view> deleted(wanted_.deleted_vrfs.begin(),
                                                      wanted_.deleted_vrfs.end());
-  std::vector<const Interface*> leaving;
   model_->for_each_interface([&](const Interface& present) {
-    if (deleted.contains(present.vrf) && leaves(present)) leaving.push_back(&present);
+    if (deleted.contains(present.vrf) && leaves(present)) leaving_.push_back(present.index);
   });
-  for (const Interface* member : leaving) {
-    if (const Status status = leave_vrf(*member)) return status;
-  }
-  return kStatusOk;
+  return leaving_.size();
 }
 
 // A member that joins another VRF afterwards is counted then.
-Status Run::leave_vrf(const Interface& member) {
+Status Run::leave_vrf(std::size_t item) {
+  const Interface* present = model_->find_interface_by_index(leaving_[item]);
+  if (present == nullptr) return kStatusOk;
+  const Interface& member = *present;
   const std::string vrf = member.vrf;
   const Interface* future = wanted_interface(member.index);
   const bool stays_out = future == nullptr || future->vrf == router::kDefaultVrf;
   const auto change = [&] { return model_->move_interface(member.handle, router::kDefaultVrf); };
   bool left = false;
   const Status status = make({Operation::kMoveInterface, member.name, member.index, vrf},
-                             stays_out ? &changes_->interfaces_moved : nullptr, change, &left);
+                             stays_out ? &changes_.interfaces_moved : nullptr, change, &left);
   if (!left) undeleted_.insert(vrf);
   return status;
 }
 
-Status Run::delete_vrfs() {
-  for (const std::string& name : wanted_.deleted_vrfs) {
-    if (undeleted_.contains(name)) continue;
-    const auto change = [&] { return model_->delete_vrf(name); };
-    bool deleted = false;
-    const Status status = make({Operation::kDeleteVrf, name}, &changes_->vrfs_deleted, change, &deleted);
-    if (!deleted) undeleted_.insert(name);
-    if (status) return status;
-  }
+Status Run::delete_vrf(std::size_t item) {
+  const std::string& name = wanted_.deleted_vrfs[item];
+  if (undeleted_.contains(name)) return kStatusOk;
+  bool deleted = false;
+  const auto change = [&] { return model_->delete_vrf(name); };
+  const Status status = make({Operation::kDeleteVrf, name}, &changes_.vrfs_deleted, change, &deleted);
+  if (!deleted) undeleted_.insert(name);
+  return status;
+}
+
+Status Run::end_vrfs(std::size_t /*item*/) {
+  policy_->on_vrfs_done(changes_);
   return kStatusOk;
 }
 
-Status Run::place_vrfs() {
-  for (const WantedVrf& wanted : wanted_.vrfs) {
-    if (const Status status = place_vrf(wanted)) return status;
-  }
-  policy_->on_vrfs_done(*changes_);
-  return kStatusOk;
-}
-
-Status Run::place_vrf(const WantedVrf& wanted) {
+Status Run::place_vrf(std::size_t item) {
+  const WantedVrf& wanted = wanted_.vrfs[item];
   const std::string& name = wanted.vrf.name;
   const Vrf* present = model_->find_vrf(name);
   if (present == nullptr || present->id != wanted.vrf.id) return create_vrf(wanted);
   if (*present == wanted.vrf) return kStatusOk;
   const auto change = [&] { return model_->change_vrf(wanted.vrf); };
-  return make({Operation::kChangeVrf, name}, &changes_->vrfs_changed, change);
+  return make({Operation::kChangeVrf, name}, &changes_.vrfs_changed, change);
 }
 
 Status Run::create_vrf(const WantedVrf& wanted) {
@@ -190,35 +170,22 @@ Status Run::create_vrf(const WantedVrf& wanted) {
     if (vrf.id == 0) vrf.id = policy_->choose_id(vrf);
     return model_->create_vrf(vrf);
   };
-  return make({Operation::kCreateVrf, wanted.vrf.name}, &changes_->vrfs_created, change);
+  return make({Operation::kCreateVrf, wanted.vrf.name}, &changes_.vrfs_created, change);
 }
 
-Status Run::end_references() {
-  for (const std::string& name : wanted_.ended_references) {
-    const auto change = [&] { return model_->unreference_vrf(name); };
-    if (const Status status = make({Operation::kEndReference, name}, nullptr, change)) return status;
-  }
-  return kStatusOk;
+Status Run::end_reference(std::size_t item) {
+  const std::string& name = wanted_.ended_references[item];
+  return make({Operation::kEndReference, name}, nullptr, [&] { return model_->unreference_vrf(name); });
 }
 
-Status Run::free_names() {
-  for (const Interface& wanted : wanted_.interfaces) {
-    const Interface* owner = model_->find_interface_by_name(wanted.name);
-    if (owner == nullptr || owner->index == wanted.index) continue;
-    Interface renamed = *owner;
-    renamed.name = temporary_name(owner->index);
-    const Refusal refusal{Operation::kChangeInterface, owner->name, owner->index};
-    const auto change = [&] { return model_->change_interface(renamed); };
-    if (const Status status = make(refusal, nullptr, change)) return status;
-  }
-  return kStatusOk;
-}
-
-Status Run::place_interfaces() {
-  for (const Interface& wanted : wanted_.interfaces) {
-    if (const Status status = place_interface(wanted)) return status;
-  }
-  return kStatusOk;
+Status Run::free_name(std::size_t item) {
+  const Interface& wanted = wanted_.interfaces[item];
+  const Interface* owner = model_->find_interface_by_name(wanted.name);
+  if (owner == nullptr || owner->index == wanted.index) return kStatusOk;
+  Interface renamed = *owner;
+  renamed.name = temporary_name(owner->index);
+  const auto change = [&] { return model_->change_interface(renamed); };
+  return make({Operation::kChangeInterface, owner->name, owner->index}, nullptr, change);
 }
 
 std::string Run::vrf_of(const Interface& wanted) const {
@@ -226,13 +193,14 @@ std::string Run::vrf_of(const Interface& wanted) const {
   return exists || policy_->allows_missing_vrfs() ? wanted.vrf : std::string(router::kDefaultVrf);
 }
 
-Status Run::place_interface(const Interface& wanted) {
+Status Run::place_interface(std::size_t item) {
+  const Interface& wanted = wanted_.interfaces[item];
   Interface changed = wanted;
   changed.vrf = vrf_of(wanted);
   const Interface* present = model_->find_interface_by_index(wanted.index);
   if (present == nullptr) {
     const auto change = [&] { return model_->add_interface(changed); };
-    return make({Operation::kAddInterface, wanted.name, wanted.index}, &changes_->interfaces_added, change);
+    return make({Operation::kAddInterface, wanted.name, wanted.index}, &changes_.interfaces_added, change);
   }
   changed.handle = present->handle;
   const bool moves = present->vrf != changed.vrf;  // a change may invalidate *present
@@ -240,7 +208,7 @@ Status Run::place_interface(const Interface& wanted) {
   if (!same_details(*present, changed)) {
     const auto change = [&] { return model_->change_interface(changed); };
     const Status status = make({Operation::kChangeInterface, wanted.name, wanted.index},
-                               &changes_->interfaces_changed, change, &made);
+                               &changes_.interfaces_changed, change, &made);
     if (status) return status;
   }
   return moves && made ? move_interface(changed) : kStatusOk;
@@ -248,10 +216,8 @@ Status Run::place_interface(const Interface& wanted) {
 
 Status Run::move_interface(const Interface& changed) {
   const auto move = [&] { return model_->move_interface(changed.handle, changed.vrf); };
-  return make({Operation::kMoveInterface, changed.name, changed.index}, &changes_->interfaces_moved, move);
+  return make({Operation::kMoveInterface, changed.name, changed.index}, &changes_.interfaces_moved, move);
 }
-
-}  // namespace
 
 std::string Refusal::text() const {
   return "cannot " + std::string(kOperationTexts.at(static_cast<std::size_t>(operation))) + " " + name +
@@ -262,9 +228,12 @@ std::string temporary_name(std::uint32_t index) {
   return ":" + std::to_string(index);
 }
 
-Status run(const WantedRouter& wanted, Router* model, Policy* policy, Changes* changes) {
-  *changes = Changes{};
-  return Run(wanted, model, policy, changes).all();
+Status run(WantedRouter wanted, Router* model, Policy* policy, Changes* changes) {
+  Run all(std::move(wanted), model, policy);
+  Status status = kStatusOk;
+  while (status == kStatusOk && !all.is_done()) status = all.step(SIZE_MAX);
+  *changes = all.changes();
+  return status;
 }
 
 }  // namespace reconcile

@@ -9,7 +9,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/core/base/status.h"
@@ -83,7 +87,70 @@ class Policy {
 // The name of an interface while its own name is in use by another one.
 std::string temporary_name(std::uint32_t index);
 
-// Fault point "reconcile", before each change.
-[[nodiscard]] Status run(const WantedRouter& wanted, router::Router* model, Policy* policy, Changes* changes);
+// The changes, in steps: a router of 100,000 interfaces takes a second, during which the loop has to serve
+// others. Each step looks at the model as it is then, so the model may be changed between the steps. A run
+// that is destroyed early leaves what it has changed; another one continues from there.
+class Run {
+ public:
+  // The model and the policy must outlive the run.
+  Run(WantedRouter wanted, router::Router* model, Policy* policy);
+
+  // Visits up to `items` (> 0) of the wanted objects. The status with which the policy ended the run, which
+  // then is done. Fault point "reconcile", before each change.
+  [[nodiscard]] Status step(std::size_t items);
+  bool is_done() const { return is_done_; }
+  const Changes& changes() const { return changes_; }
+
+ private:
+  // A part of the run: the number of its items, known when it begins, and what is done with each.
+  struct Phase {
+    std::size_t (Run::*begin)();
+    Status (Run::*visit)(std::size_t item);
+  };
+  static const std::vector<Phase>& phases();
+  template <auto kList>
+  std::size_t count() {
+    return (wanted_.*kList).size();
+  }
+  std::size_t count_one() { return 1; }
+  void begin_phase();
+
+  Status add_reference(std::size_t item);
+  Status remove_interface(std::size_t item);
+  std::size_t find_leaving();
+  Status leave_vrf(std::size_t item);
+  Status delete_vrf(std::size_t item);
+  Status place_vrf(std::size_t item);
+  Status create_vrf(const WantedVrf& wanted);
+  Status end_vrfs(std::size_t item);
+  Status end_reference(std::size_t item);
+  Status free_name(std::size_t item);
+  Status place_interface(std::size_t item);
+  Status move_interface(const router::Interface& changed);
+
+  bool leaves(const router::Interface& member) const;
+  const router::Interface* wanted_interface(std::uint32_t index) const;
+  std::string vrf_of(const router::Interface& wanted) const;
+
+  // Makes one change. A refused one is reported: *made says whether the change was made.
+  template <typename Change>
+  Status make(Refusal refusal, std::size_t* counter, Change change, bool* made = nullptr);
+
+  const WantedRouter wanted_;
+  router::Router* model_;
+  Policy* policy_;
+  Changes changes_;
+  std::unordered_map<std::uint32_t, const router::Interface*> interfaces_;  // wanted
+  std::unordered_set<std::string_view> vrfs_;                               // wanted
+  std::set<std::string> undeleted_;     // VRFs whose deletion is refused, or impossible with a member
+  std::vector<std::uint32_t> leaving_;  // members of deleted VRFs, by index
+  std::size_t phase_ = 0;
+  std::size_t item_ = 0;   // the next one of the phase
+  std::size_t items_ = 0;  // of the phase
+  bool is_done_ = false;
+};
+
+// All steps at once.
+[[nodiscard]] Status run(WantedRouter wanted, router::Router* model, Policy* policy, Changes* changes);
 
 }  // namespace reconcile

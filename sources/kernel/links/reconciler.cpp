@@ -56,9 +56,9 @@ void Reconciler::run(const Mirror& mirror, const Changes& changes) {
   indexes.insert(changes.removed.begin(), changes.removed.end());
   indexes.insert(changes.touched.begin(), changes.touched.end());
   add_ports(mirror, &indexes);
-  const WantedRouter wanted = wanted_router(mirror, changes, std::move(indexes));
+  WantedRouter wanted = wanted_router(mirror, changes, std::move(indexes));
   reconcile::Changes made;
-  (void)reconcile::run(wanted, model_, this, &made);  // no refusal ends it
+  (void)reconcile::run(std::move(wanted), model_, this, &made);  // no refusal ends it
   remember_vrfs(mirror);
 }
 
