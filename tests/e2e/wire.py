@@ -18,12 +18,14 @@ class Client:
 
     def __init__(self, path, timeout=30):
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        self.socket.settimeout(timeout)
+        # As the project's own clients, connect() waits while other connections wait to be accepted.
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, struct.pack("ll", int(timeout), 0))
         try:
             self.socket.connect(str(path))
         except OSError:
             self.socket.close()
             raise
+        self.socket.settimeout(timeout)
         self.request = 0
 
     def __enter__(self):
