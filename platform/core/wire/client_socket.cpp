@@ -135,7 +135,7 @@ Status ClientSocket::receive(Message* message, std::chrono::milliseconds timeout
       in_start_ += used;
       return message->type == kTypeVersionMismatch ? fail(kStatusVersionMismatch) : kStatusOk;
     }
-    if (status != kStatusNotConnected) return fail(status);
+    if (status != kStatusIncomplete) return fail(status);
     if (deadline == Clock::time_point{}) deadline = Clock::now() + timeout;
     if (const Status failed = read_some(used, deadline, block)) {
       return failed == kStatusTimedOut ? failed : fail(failed);

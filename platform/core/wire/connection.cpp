@@ -153,10 +153,11 @@ bool Connection::fill() {
   if (in_.empty()) in_.resize(kFirstRequestBuffer);
   Message message;
   std::size_t needed = 0;
-  // The header was checked on arrival; here it only gives the room that the message takes.
+  // Called for the size of the first message, so that there is room for it. An invalid header is refused by
+  // handle_next().
   const Status status =
       parse_frame(OctetSpan(in_).first(in_end_), server_->limits_.max_payload, &message, &needed);
-  if (status == kStatusNotConnected && needed > in_.size()) in_.resize(needed);
+  if (status == kStatusIncomplete && needed > in_.size()) in_.resize(needed);
   if (in_end_ == in_.size()) return true;  // full of whole messages
   const ssize_t got = read(fd_, in_.data() + in_end_, in_.size() - in_end_);
   if (got > 0) {
@@ -174,7 +175,7 @@ bool Connection::has_message() const {
   Message message;
   std::size_t used = 0;
   const OctetSpan data = OctetSpan(in_).subspan(in_start_, in_end_ - in_start_);
-  return parse_frame(data, server_->limits_.max_payload, &message, &used) != kStatusNotConnected;
+  return parse_frame(data, server_->limits_.max_payload, &message, &used) != kStatusIncomplete;
 }
 
 // At the end of a slice that left messages: writes what the handled ones queued and stops reading.

@@ -121,7 +121,7 @@ void finish_frame(Octets* out, std::size_t frame) {
 
 Status parse_frame(OctetSpan data, std::size_t max_payload, Message* message, std::size_t* used) {
   *used = kHeaderSize;
-  if (data.size() < kHeaderSize) return kStatusNotConnected;
+  if (data.size() < kHeaderSize) return kStatusIncomplete;
   Reader header(data.first(kHeaderSize));
   if (header.u32() != kMagic) return kStatusBadMessage;
   if (header.u16() != kVersion) return kStatusVersionMismatch;
@@ -130,7 +130,7 @@ Status parse_frame(OctetSpan data, std::size_t max_payload, Message* message, st
   const std::uint32_t length = header.u32();
   if (length > max_payload) return kStatusMessageTooLarge;
   *used = kHeaderSize + length;
-  if (data.size() < *used) return kStatusNotConnected;
+  if (data.size() < *used) return kStatusIncomplete;
   message->payload = data.subspan(kHeaderSize, length);
   return kStatusOk;
 }
