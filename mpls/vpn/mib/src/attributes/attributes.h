@@ -31,7 +31,7 @@ using ProtocolCounts = std::uint32_t[kMplsVpnProtocols];
   MEMBER(std::uint32_t, curr_num_routes)                                                                     \
   MEMBER(std::uint32_t, high_thresh_exceeded)          /* 0 or 1 */                                          \
   MEMBER(std::uint32_t, is_big_vrf)                    /* 0 or 1 */                                          \
-  MEMBER(FamilyTexts, flowspec_import_route_policy)    /* SAFI 133; never written */                         \
+  MEMBER(FamilyTexts, flowspec_import_route_policy)    /* SAFI 133: shown, not configurable */           \
   MEMBER(FamilyTexts, flowspec_export_route_policy)    /* likewise */
 // clang-format on
 

@@ -94,28 +94,25 @@ bool clear_handle(IfNode* node, const Joining& joining) MPLS_REQUIRES(mpls_vpn_m
   return delete_node_in_the_way(node);
 }
 
-// The print states whether the notification was raised before; then it is not raised again.
-void consider_vrf_up(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
+// Whether the interface is active and has not raised this notification yet. The print is TRUE if it has.
+bool may_raise(const IfNode* node, const char* notification, std::uint32_t was_sent) {
   const VtabIfRecord* record = vtab_get_if_record(node->if_name);
-  if (record == nullptr) return;
-  mpls_vpn_debug(TRAPS, "mpls vpn mib vrf up trap generate: %s",
-                 node->vrf_up_trap_sent != 0 ? "TRUE" : "FALSE");
-  if (interface_is_active(record) && node->vrf_up_trap_sent == 0) {
-    mpls_vpn_trace(kTraceVmap, kStatusOk, "interface %s is up in VRF %s", node->if_name, node->vrf_name);
-    mpls_vpn_mib_trap_vrf_up(node->vrf_name, node->if_name, node);
-  }
+  if (record == nullptr) return false;
+  mpls_vpn_debug(TRAPS, "mpls vpn mib vrf %s trap generate: %s", notification,
+                 was_sent != 0 ? "TRUE" : "FALSE");
+  return interface_is_active(record) && was_sent == 0;
+}
+
+void consider_vrf_up(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
+  if (!may_raise(node, "up", node->vrf_up_trap_sent)) return;
+  mpls_vpn_trace(kTraceVmap, kStatusOk, "interface %s is up in VRF %s", node->if_name, node->vrf_name);
+  mpls_vpn_mib_trap_vrf_up(node->vrf_name, node->if_name, node);
 }
 
 void consider_vrf_down(const IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
-  const VtabIfRecord* record = vtab_get_if_record(node->if_name);
-  if (record == nullptr) return;
-  mpls_vpn_debug(TRAPS, "mpls vpn mib vrf down trap generate: %s",
-                 node->vrf_down_trap_sent != 0 ? "TRUE" : "FALSE");
-  if (interface_is_active(record) && node->vrf_down_trap_sent == 0) {
-    mpls_vpn_trace(kTraceVmap, kStatusOk, "interface %s leaves VRF %s while up", node->if_name,
-                   node->vrf_name);
-    mpls_vpn_mib_trap_vrf_down(node->vrf_name, node->if_name);
-  }
+  if (!may_raise(node, "down", node->vrf_down_trap_sent)) return;
+  mpls_vpn_trace(kTraceVmap, kStatusOk, "interface %s leaves VRF %s while up", node->if_name, node->vrf_name);
+  mpls_vpn_mib_trap_vrf_down(node->vrf_name, node->if_name);
 }
 
 // The times of a VRF that is announced while the daemon starts again are restored from the checkpoint later.
