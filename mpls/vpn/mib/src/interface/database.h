@@ -61,7 +61,7 @@ IfNode* mpls_vpn_mib_get_if_by_handle(bool exact, std::uint32_t if_handle);
 IfNode* mpls_vpn_mib_get_first_if_of_vrf(const char* vrf_name);
 // The next node of the same VRF, or null; not tested for validity. REQUIRES: node is in the VRF ordering.
 IfNode* mpls_vpn_mib_get_next_if_of_vrf(const IfNode* node, const char* vrf_name);
-// Both walk the VRF's nodes; an invalid one before the match ends the search with null.
+// The first of the VRF's nodes that matches; an invalid node before it ends the search with null.
 IfNode* mpls_vpn_mib_get_if_by_vrf_and_handle(const char* vrf_name, std::uint32_t if_handle);
 IfNode* mpls_vpn_mib_get_if_by_vrf_and_name(const char* vrf_name, const char* if_name);
 

@@ -106,10 +106,15 @@ IfNode* skip_invalid_vrf(const IfNode* node) {
   return valid == nullptr ? nullptr : search_by_vrf(false, valid, 0);
 }
 
-template <typename Matches>
-IfNode* find_in_vrf(const char* function, const char* vrf_name, Matches matches) {
+// `find` has the node without a walk.
+template <typename Matches, typename Find>
+IfNode* find_in_vrf(const char* function, const char* vrf_name, Matches matches, Find find) {
   mpls_vpn_debug(DBASE, "Entering %s", function);
   mpls_vpn_mib_clean_if_dbase();
+  if (!mpls_vpn_tally_has_nameless()) {
+    IfNode* node = find();
+    return node == nullptr ? nullptr : report_found(function, node);
+  }
   for (IfNode* node = first_of_run(vrf_name); node != nullptr; node = next_of_run(node, vrf_name)) {
     if (ends_walk(node, function)) return nullptr;
     if (matches(*node)) return report_found(function, node);
@@ -143,12 +148,22 @@ IfNode* mpls_vpn_mib_get_next_if_of_vrf(const IfNode* node, const char* vrf_name
 }
 
 IfNode* mpls_vpn_mib_get_if_by_vrf_and_handle(const char* vrf_name, std::uint32_t if_handle) {
-  return find_in_vrf(__func__, vrf_name, [=](const IfNode& node) { return node.if_handle == if_handle; });
+  const auto matches = [=](const IfNode& node) { return node.if_handle == if_handle; };
+  return find_in_vrf(__func__, vrf_name, matches, [=]() -> IfNode* {
+    IfNode key{};
+    key.if_handle = if_handle;
+    IfNode* node = search(kIfByHandle, true, key);
+    return node != nullptr && node->if_index != 0 && is_of_vrf(node, vrf_name) ? node : nullptr;
+  });
 }
 
 IfNode* mpls_vpn_mib_get_if_by_vrf_and_name(const char* vrf_name, const char* if_name) {
-  return find_in_vrf(__func__, vrf_name, [=](const IfNode& node) {
+  const auto matches = [=](const IfNode& node) {
     return if_name != nullptr && std::strcmp(node.if_name, if_name) == 0;
+  };
+  return find_in_vrf(__func__, vrf_name, matches, [=]() -> IfNode* {
+    if (vrf_name == nullptr || if_name == nullptr) return nullptr;
+    return mpls_vpn_tally_node_of_name(vrf_name, if_name);
   });
 }
 

@@ -199,6 +199,17 @@ MplsVpnVrfTally mpls_vpn_tally_of_name(const char* vrf_name, const char* if_name
   return found;
 }
 
+IfNode* mpls_vpn_tally_node_of_name(const char* vrf_name, const char* if_name) {
+  IfNode* found = nullptr;
+  const auto [first, last] = tally().nodes_by_name.equal_range(if_name);
+  for (auto at = first; at != last; ++at) {
+    IfNode* node = at->second;
+    if (std::string_view(node->vrf_name) != vrf_name) continue;
+    if (found == nullptr || node->if_index < found->if_index) found = node;
+  }
+  return found;
+}
+
 bool mpls_vpn_tally_has_nameless() {
   return tally().nameless != 0;
 }

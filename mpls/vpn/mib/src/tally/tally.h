@@ -40,6 +40,8 @@ MplsVpnTotals mpls_vpn_tally_totals();
 MplsVpnVrfTally mpls_vpn_tally_of(const char* vrf_name);
 // How many of the VRF's interfaces have this name, and how many of those are active.
 MplsVpnVrfTally mpls_vpn_tally_of_name(const char* vrf_name, const char* if_name);
+// The first node of the VRF with this name, or null.
+IfNode* mpls_vpn_tally_node_of_name(const char* vrf_name, const char* if_name);
 // Nodes without a name end the walks that meet them: while there are any, walks cannot be shortened.
 bool mpls_vpn_tally_has_nameless();
 // The first VRF after this one (null: of all), in the databases' order, that has interfaces and no complete

@@ -61,8 +61,12 @@ class TallyTest : public DaemonTest {
     SwitchPrints(false);
     return counts;
   }
-  // The invalid VRFs, and for each VRF the next valid interface after all of its own.
-  static std::vector<std::string> Iterate() {
+  static std::string Shown(const IfNode* node) {
+    return node == nullptr ? "" : node->vrf_name + std::to_string(node->if_index);
+  }
+  // Interfaces by name and handle, the invalid VRFs, and for each VRF the next valid interface after all of
+  // its own.
+  std::vector<std::string> Iterate() {
     std::vector<std::string> found;
     for (const char* vrf = mpls_vpn_mib_get_first_invalid_vrf(); vrf != nullptr;
          vrf = mpls_vpn_mib_get_next_invalid_vrf(vrf)) {
@@ -73,7 +77,15 @@ class TallyTest : public DaemonTest {
       found.emplace_back(invalid == nullptr ? "" : invalid);
       for (const std::uint32_t from : {0U, 0x7fffffffU}) {
         const IfNode* node = mpls_vpn_mib_get_next_valid_intf(vrf, from);
-        found.push_back(node == nullptr ? "" : node->vrf_name + std::to_string(node->if_index));
+        found.push_back(Shown(node));
+      }
+    }
+    for (const char* vrf : kNames) {
+      for (const char* name : kInterfaces) {
+        found.push_back(Shown(mpls_vpn_mib_get_if_by_vrf_and_name(vrf, name)));
+        const router::Interface* interface = router_.find_interface_by_name(name);
+        if (interface == nullptr) continue;
+        found.push_back(Shown(mpls_vpn_mib_get_if_by_vrf_and_handle(vrf, interface->handle)));
       }
     }
     return found;
@@ -221,13 +233,16 @@ TEST_F(TallyTest, RequestsCostTheSameWithManyInterfaces) {
   AddVrf("red");
   Connect();
   const std::function<void()> requests[] = {
-      [] { Scalars(); }, [] { EXPECT_EQ(mpls_vpn_mib_get_first_invalid_vrf(), nullptr); },
+      [] { Scalars(); },
+      [] { EXPECT_EQ(mpls_vpn_mib_get_first_invalid_vrf(), nullptr); },
       [] { EXPECT_EQ(mpls_vpn_mib_get_next_invalid_vrf("a"), nullptr); },
       [] {
         std::uint32_t associated = 0;
         std::uint32_t active = 0;
         fill_vrf_counters("red", "ge5", &associated, &active);
-      }};
+      },
+      [] { EXPECT_EQ(mpls_vpn_mib_get_if_by_vrf_and_name("red", "absent"), nullptr); },
+      [] { EXPECT_EQ(mpls_vpn_mib_get_if_by_vrf_and_handle("red", 0xdead), nullptr); }};
   const auto measure = [&] {
     std::vector<std::int64_t> times;
     for (const auto& request : requests) times.push_back(LeastTime(request));
