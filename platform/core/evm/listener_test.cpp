@@ -155,6 +155,16 @@ TEST_F(EventManagerTest, ConnectionsThatWaitAreAcceptedInOneDispatch) {
   for (const int client : clients) close(client);
 }
 
+// A client that does not wait for room in the backlog gets EAGAIN when there is none.
+TEST_F(EventManagerTest, FloodOfConnectionsLeavesRoomInTheBacklog) {
+  std::vector<int> clients;
+  for (int i = 0; i < 400; ++i) {
+    clients.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(connect(clients.back(), SocketAddress(SocketPath()).get(), sizeof(sockaddr_un)), 0) << i;
+  }
+  for (const int client : clients) close(client);
+}
+
 TEST_F(EventManagerTest, AcceptingEndsAfterItsTime) {
   ManualClock clock(1);
   std::vector<int> clients;
