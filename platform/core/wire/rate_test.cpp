@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/core/base/clock.h"
+#include "platform/core/base/log.h"
 #include "platform/core/wire/test_server.h"
 
 namespace wire {
@@ -113,6 +114,19 @@ TEST_F(RateTest, ConnectionsFarBeyondItAreTurnedAway) {
   ExpectEcho(ConnectRaw(kOther));
   clock.advance(2 * kMillisecond);
   EXPECT_FALSE(IsClosed(ConnectRaw(kReader)));
+}
+
+TEST_F(RateTest, FloodOfConnectionsIsLoggedInOneLineWithACount) {
+  log_limit(1, kNanosecondsPerSecond);
+  ::testing::internal::CaptureStderr();
+  for (std::size_t i = 0; i < limits.clients_per_user + 50; ++i) ConnectRaw(kReader);
+  clock.advance(kNanosecondsPerSecond);
+  log_info("test", "the first line after the interval");
+  log_limit(0, 0);
+  EXPECT_THAT(
+      ::testing::internal::GetCapturedStderr(),
+      ::testing::StartsWith("echo: a client of user 60001 was turned away: this user connects too often\n"
+                            "echo: 55 similar lines were suppressed, the last one: "));
 }
 
 TEST_F(RateTest, ServerThatEndsWhileRequestsWaitIsNotServedByItsTimer) {
