@@ -14,6 +14,9 @@
 // so that observers see one move and no flap. A real flap that is shorter is not seen either. A queue that
 // never becomes empty delays the model by at most kMaxPostponements periods.
 //
+// The model is changed in steps between other work. Changes of the mirror meanwhile wait for the next
+// settling, which begins when the steps are done.
+//
 // Losses. When the kernel could not queue an event (ENOBUFS) everything is read again: at once the first
 // time, then every `retry` while events are being lost. The model waits for the complete dump, within the
 // same bound. A dump is read in small steps between other work. Events that arrive meanwhile are applied to
@@ -92,6 +95,8 @@ struct KernelSource::State : kernel::EventListener::Client {
 
   Status load_once(std::string* error);
   void reconcile();
+  void reconcile_some();
+  void end_reconciling();
 
   void stop();
   void on_datagram(std::span<const std::uint8_t> datagram) override;
@@ -120,6 +125,7 @@ struct KernelSource::State : kernel::EventListener::Client {
 
   EventManager* manager = nullptr;
   EventTimerId settle_timer = 0;
+  EventTimerId reconcile_timer = 0;
   EventTimerId reread_timer = 0;
   std::uint64_t last_dump_began = 0;  // clock_monotonic()
   unsigned postponements = 0;
@@ -158,9 +164,26 @@ Status KernelSource::State::load_once(std::string* error) {
   }
 }
 
+// For a load, at once.
 void KernelSource::State::reconcile() {
-  postponements = 0;
+  while (!reconciler.is_done()) reconciler.step(SIZE_MAX);
+  if (reconcile_timer != 0) event_timer_cancel(manager, std::exchange(reconcile_timer, 0));
   reconciler.run(mirror, mirror.take_changes());
+  end_reconciling();
+}
+
+void KernelSource::State::reconcile_some() {
+  reconcile_timer = 0;
+  reconciler.step(settings.reconcile_step);
+  if (reconciler.is_done()) {
+    end_reconciling();
+  } else {
+    reconcile_timer = event_timer_start(manager, 0, [this] { reconcile_some(); });
+  }
+}
+
+void KernelSource::State::end_reconciling() {
+  postponements = 0;
   counters.refused = reconciler.refused();
   if (mirror.has_ambiguous_names() && !dump.is_open()) {
     schedule_reread(settings.retry);
@@ -174,7 +197,9 @@ void KernelSource::State::stop() {
   if (dump.is_open()) {
     end_dump();
   }
-  for (const EventTimerId timer : {settle_timer, reread_timer}) event_timer_cancel(manager, timer);
+  for (EventTimerId* timer : {&settle_timer, &reconcile_timer, &reread_timer}) {
+    event_timer_cancel(manager, std::exchange(*timer, 0));
+  }
   manager = nullptr;
 }
 
@@ -213,8 +238,10 @@ void KernelSource::State::schedule_settling() {
   }
 }
 
+// A reconciliation in progress ends first.
 void KernelSource::State::settle() {
   settle_timer = 0;
+  if (!reconciler.is_done()) return schedule_settling();
   events.read();  // what has arrived meanwhile belongs to the same burst
   if ((!events.drained() || mirror_stale) && postponements < kMaxPostponements) {
     ++postponements;
@@ -222,7 +249,8 @@ void KernelSource::State::settle() {
     return;
   }
   event_timer_cancel(manager, std::exchange(settle_timer, 0));
-  reconcile();
+  reconciler.begin(mirror, mirror.take_changes());
+  reconcile_some();
 }
 
 void KernelSource::State::on_events_lost() {
@@ -364,6 +392,6 @@ KernelSourceCounters KernelSource::counters() const {
 
 bool KernelSource::settled() const {
   const State& state = *state_;
-  return state.events.drained() && !state.mirror.changed() && !state.dump.is_open() && !state.mirror_stale &&
-         state.routes.settled();
+  return state.events.drained() && !state.mirror.changed() && state.reconciler.is_done() &&
+         !state.dump.is_open() && !state.mirror_stale && state.routes.settled();
 }

@@ -68,6 +68,54 @@ TEST_F(LiveKernel, ChangesWhileTheLoopRunsAreFollowedThroughEveryOverrun) {
   ExpectModelEqualsKernel();
 }
 
+class LiveReconciliation : public LiveKernel {
+ protected:
+  // The model has some of 100 pairs of links when it returns.
+  void BeginToAddPairs() {
+    Start({.reconcile_step = 10});
+    AddManyVeths(100);
+    while (model_.interface_count() < 20) Step();
+  }
+  void Step() {
+    event_timer_start(manager_, 0, [] {});
+    clock_.advance(kSettle);
+    ASSERT_TRUE(RunOnce());
+  }
+};
+
+TEST_F(LiveReconciliation, ManyLinksAreAddedInStepsBetweenOtherWork) {
+  BeginToAddPairs();
+  unsigned iterations = 0;
+  for (; model_.interface_count() < 201; ++iterations) Step();
+  EXPECT_GE(iterations, 10U);
+  Settle();
+  ExpectModelEqualsKernel();
+}
+
+TEST_F(LiveReconciliation, LinksThatChangeMeanwhileAreFollowed) {
+  BeginToAddPairs();
+  Batch("link del a99\nlink set a98 name z98\nlink del a0\nlink add n0 type veth peer name n1\n");
+  Settle();
+  EXPECT_EQ(Find("a0"), nullptr);
+  EXPECT_NE(Find("z98"), nullptr);
+  ExpectModelEqualsKernel();
+  EXPECT_EQ(source_->counters().refused, 0U);
+}
+
+TEST_F(LiveReconciliation, LoadMeanwhileCompletesIt) {
+  BeginToAddPairs();
+  ASSERT_EQ(source_->load(&error_), kStatusOk) << error_;
+  ExpectModelEqualsKernel();
+}
+
+TEST_F(LiveReconciliation, SourceMayBeDestroyedMeanwhile) {
+  BeginToAddPairs();
+  const std::size_t interfaces = model_.interface_count();
+  source_.reset();
+  event_run_pending(manager_);
+  EXPECT_EQ(model_.interface_count(), interfaces);
+}
+
 TEST_F(LiveKernel, ManyLinksAreReadInBoundedSteps) {
   AddManyVeths(300);
   Start({.batch = 8});  // one datagram of a dump per iteration

@@ -49,17 +49,28 @@ router::Interface wanted_interface(const Mirror& mirror, const Link& link) {
 }  // namespace
 
 void Reconciler::run(const Mirror& mirror, const Changes& changes) {
+  begin(mirror, changes);
+  while (!is_done()) step(SIZE_MAX);
+}
+
+void Reconciler::begin(const Mirror& mirror, const Changes& changes) {
   refused_before_ = std::exchange(refused_now_, Indexes{});
   deleted_vrfs_.clear();
   created_vrfs_.clear();
+  created_tables_.clear();
   Indexes indexes = refused_before_;
   indexes.insert(changes.removed.begin(), changes.removed.end());
   indexes.insert(changes.touched.begin(), changes.touched.end());
   add_ports(mirror, &indexes);
-  WantedRouter wanted = wanted_router(mirror, changes, std::move(indexes));
-  reconcile::Changes made;
-  (void)reconcile::run(std::move(wanted), model_, this, &made);  // no refusal ends it
-  remember_vrfs(mirror);
+  reconcile::Policy* policy = this;
+  run_ = std::make_unique<reconcile::Run>(wanted_router(mirror, changes, std::move(indexes)), model_, policy);
+}
+
+void Reconciler::step(std::size_t items) {
+  (void)run_->step(items);  // no refusal ends it
+  if (!run_->is_done()) return;
+  run_.reset();
+  remember_vrfs();
 }
 
 // A VRF that is added or changes affects its ports.
@@ -111,6 +122,7 @@ void Reconciler::want_new_vrf(const Link& link, const std::string& replaces, Wan
   vrf.description = link.alias;
   wanted->vrfs.push_back({vrf, replaces});
   created_vrfs_[link.name] = link.index;
+  created_tables_[link.name] = link.vrf_table;
 }
 
 // Members of deleted VRFs, and interfaces whose names others need.
@@ -184,9 +196,9 @@ Status Reconciler::on_refusal(const Refusal& refusal) {
   return kStatusOk;
 }
 
-void Reconciler::remember_vrfs(const Mirror& mirror) {
+void Reconciler::remember_vrfs() {
   for (const auto& [name, index] : deleted_vrfs_) vrfs_.erase(index);
-  for (const auto& [name, index] : created_vrfs_) vrfs_[index] = {name, mirror.find(index)->vrf_table};
+  for (const auto& [name, index] : created_vrfs_) vrfs_[index] = {name, created_tables_[name]};
 }
 
 }  // namespace kernel

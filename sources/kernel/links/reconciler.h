@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 
@@ -29,7 +30,13 @@ class Reconciler : private reconcile::Policy {
   Reconciler(const Reconciler&) = delete;
   Reconciler& operator=(const Reconciler&) = delete;
 
-  // Updates the model for the links of `changes` and everything that depends on them.
+  // Updates the model for the links of `changes` and everything that depends on them, as the mirror is now,
+  // in steps that visit up to `items` (> 0) VRFs and interfaces. REQUIRES: begin() when it is done, step()
+  // when it is not.
+  void begin(const Mirror& mirror, const Changes& changes);
+  void step(std::size_t items);
+  bool is_done() const { return !run_; }
+  // All steps at once.
   void run(const Mirror& mirror, const Changes& changes);
   std::uint64_t refused() const { return refused_; }
 
@@ -55,15 +62,17 @@ class Reconciler : private reconcile::Policy {
   void want_interfaces(const Mirror& mirror, const Changes& changes, const Indexes& indexes,
                        reconcile::WantedRouter* wanted) const;
   std::uint32_t link_of(const reconcile::Refusal& refusal);
-  void remember_vrfs(const Mirror& mirror);
+  void remember_vrfs();
 
   router::Router* model_;
   VrfIds ids_;
   std::map<std::uint32_t, KnownVrf> vrfs_;  // in the model, by link index
   IndexesByName deleted_vrfs_;              // of this run, without refused ones
   IndexesByName created_vrfs_;              // likewise
-  Indexes refused_now_;                     // links with a refused change, which is retried
-  Indexes refused_before_;                  // the same of the previous run
+  IndexesByName created_tables_;            // the tables of VRFs that this run creates
+  std::unique_ptr<reconcile::Run> run_;
+  Indexes refused_now_;     // links with a refused change, which is retried
+  Indexes refused_before_;  // the same of the previous run
   std::uint64_t refused_ = 0;
 };
 
