@@ -217,8 +217,11 @@ std::optional<Derived> derive(const RunningConfig& config, bool exports,
   Derived& derived = collected.derived;
   remove_configured(configured, &derived);
   std::stable_sort(derived.nodes.begin(), derived.nodes.end(), by_path);
-  const auto repeated = std::ranges::unique(derived.nodes, {}, &KvConfigNode::path);
-  derived.nodes.erase(repeated.begin(), repeated.end());
+  const auto has_same_path = [](const KvConfigNode& left, const KvConfigNode& right) {
+    return left.path == right.path;
+  };
+  derived.nodes.erase(std::unique(derived.nodes.begin(), derived.nodes.end(), has_same_path),
+                      derived.nodes.end());
   return std::move(derived);
 }
 

@@ -165,8 +165,8 @@ std::vector<LinkAddress> Mirror::usable_addresses(std::uint32_t index) const {
 
 std::vector<router::Address> Mirror::addresses(std::uint32_t index) const {
   std::vector<LinkAddress> usable = usable_addresses(index);
-  const auto ipv6 = std::ranges::stable_partition(usable, is_ipv4);
-  std::ranges::sort(ipv6, ipv6_before);
+  const auto ipv6 = std::stable_partition(usable.begin(), usable.end(), is_ipv4);
+  std::sort(ipv6, usable.end(), ipv6_before);
   std::vector<router::Address> result;
   for (const LinkAddress& address : usable) append_once(&result, address.address);
   return result;
