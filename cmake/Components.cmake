@@ -51,14 +51,23 @@ function(mpls_wrap name)
   endif()
 endfunction()
 
-# mpls_fuzz(name SOURCES ... DEPS ...): a libFuzzer target, in the fuzz preset only.
+# mpls_fuzz(name SOURCES ... DEPS ... [SEEDS path...]): a libFuzzer target, in the fuzz preset only. Its seeds are fuzz/corpus/NAME
+# and the files and folders of SEEDS, relative to the repository; its dictionary is fuzz/dictionaries/NAME.dict. Each target is
+# a line of BUILD/fuzz/targets, its name and its seeds, for scripts/fuzz; `fuzz_targets` builds all of them.
 function(mpls_fuzz name)
   if(NOT MPLS_FUZZ)
     return()
   endif()
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;SEEDS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE mpls_settings ${ARG_DEPS} Threads::Threads)
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/fuzz")
+  if(NOT TARGET fuzz_targets)
+    add_custom_target(fuzz_targets)
+    file(WRITE "${CMAKE_BINARY_DIR}/fuzz/targets" "")
+  endif()
+  add_dependencies(fuzz_targets ${name})
+  list(JOIN ARG_SEEDS " " seeds)
+  file(APPEND "${CMAKE_BINARY_DIR}/fuzz/targets" "${name} ${seeds}\n")
 endfunction()
