@@ -62,6 +62,15 @@ TEST_F(CheckpointDamageTest, FileThatIsNotADatabaseIsSetAside) {
   ExpectSetAside("file is not a database");
 }
 
+TEST_F(CheckpointDamageTest, DatabaseWhoseFormatCanOnlyBeReadIsSetAside) {
+  constexpr std::size_t kWriteVersionAt = 18;
+  MakeDatabase();
+  std::string octets = ReadFile(File());
+  octets[kWriteVersionAt] = 3;
+  WriteFile(File(), octets);
+  ExpectSetAside("its format can only be read");
+}
+
 TEST_F(CheckpointDamageTest, ForeignDatabaseIsSetAside) {
   Sql("CREATE TABLE precious(a); INSERT INTO precious VALUES(1)");
   ExpectSetAside("it is not a checkpoint database");

@@ -125,6 +125,7 @@ class Opening {
   bool identify() {
     sqlite::Identity identity;
     if (!passed(sqlite::read_identity(connection(), &identity))) return false;
+    if (sqlite::has_unwritable_format(connection())) return damaged("its format can only be read");
     blank_ = identity.is_blank();
     if (blank_) return true;
     if (identity.application != kApplicationId) return damaged("it is not a checkpoint database");

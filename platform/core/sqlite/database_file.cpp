@@ -1,6 +1,7 @@
 #include "platform/core/sqlite/database_file.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -51,6 +52,11 @@ int check_contents(sqlite3* connection, std::string* damage) {
   const std::string answer = query.octets(0);
   *damage = answer == "ok" ? "" : answer.substr(answer.rfind('\n') + 1);  // the last line has the reason
   return SQLITE_OK;
+}
+
+bool has_unwritable_format(sqlite3* connection) {
+  const char* file = sqlite3_db_filename(connection, "main");
+  return sqlite3_db_readonly(connection, "main") == 1 && access(file, W_OK) == 0;
 }
 
 std::string describe_newer(std::int64_t version, std::int64_t supported) {

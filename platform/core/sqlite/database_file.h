@@ -22,6 +22,10 @@ int read_identity(sqlite3* connection, Identity* identity);
 // Checks every page. *damage is empty for a sound database, otherwise the reason.
 int check_contents(sqlite3* connection, std::string* damage);
 
+// Whether the header of the file has a format that SQLite can only read. False for a file that the system
+// does not let this process write.
+bool has_unwritable_format(sqlite3* connection);
+
 // Why a database of a newer version than `supported` is not opened, for a message.
 std::string describe_newer(std::int64_t version, std::int64_t supported);
 

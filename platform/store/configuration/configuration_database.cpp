@@ -96,7 +96,8 @@ bool is_unusable(int code) {
 
 int open_once(const std::string& file, sqlite::Connection* database, std::int64_t* version) {
   if (const int code = sqlite::open(file, database)) return code;
-  if (const int code = sqlite::lock_for_this_process(database->get())) return code;
+  if (const int code = sqlite::lock_for_this_process(database->get()))
+    return sqlite::has_unwritable_format(database->get()) ? SQLITE_NOTADB : code;
   return check_or_make(database->get(), version);
 }
 
