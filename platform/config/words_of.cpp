@@ -1,5 +1,7 @@
 // Nodes to words. The words are read again: only when they give this very path is the node one that words
 // can express.
+#include <algorithm>
+
 #include "platform/config/grammar.h"
 #include "platform/config/paths.h"
 #include "platform/config/vrf_config.h"
@@ -23,7 +25,13 @@ Words words_from(const Syntax& syntax, const Fields& fields) {
   return words;
 }
 
+bool has_zero_octet(const std::string& word) {
+  return word.find('\0') != std::string::npos;
+}
+
+// A line cannot have a zero octet, not even escaped.
 bool give_this_node(const Words& words, const KvConfigNode& node) {
+  if (std::ranges::any_of(words, has_zero_octet)) return false;
   const auto parsed = parse_words(words);
   const auto* nodes = std::get_if<std::vector<KvConfigNode>>(&parsed);
   return nodes != nullptr && nodes->size() == 1 && nodes->front().path == node.path;

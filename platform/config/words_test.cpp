@@ -145,6 +145,7 @@ TEST(ConfigurationWords, NodesThatWordsCannotExpressHaveNone) {
   node = route_threshold("red", Family::kIpv4, 5, 4);
   node.value.tuple.push_back(3);
   EXPECT_EQ(words_of(node), std::nullopt);
+  EXPECT_EQ(words_of(description("red", std::string("a\0b", 3))), std::nullopt) << "no line has a zero octet";
   node = description("red", "x");
   for (const char* path :
        {"/cfg/gl/vmap/", "/cfg/gl/vmap/vrf/red", "/cfg/gl/vmap/vrf/red/ord_a/vmap/ord_k/vmap/descr/more",
