@@ -87,7 +87,7 @@ std::optional<TraceEntry> copy_entry(const Entry& entry) {
     std::memcpy(text.data() + 8 * i, &word, sizeof word);
   }
   if (entry.state.load(std::memory_order_relaxed) != state) return std::nullopt;
-  copy.text.assign(text.data(), strnlen(text.data(), text.size()));
+  copy.text.assign(text.data(), strnlen(text.data(), kTraceTextMax));
   return copy;
 }
 
