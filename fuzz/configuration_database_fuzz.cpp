@@ -18,7 +18,7 @@ namespace {
 using fuzz::require;
 
 constexpr std::array<KvConfigOwner, 2> kOwners = {{{"user", 0}, {"peer", 1}}};
-constexpr std::uint8_t kVersion = 3;
+constexpr std::uint32_t kVersion = 3;
 
 const std::string& directory() {
   static const TemporaryDirectory made;
@@ -55,16 +55,9 @@ std::string make_database() {
   return fuzz::read_file(file_name());
 }
 
-std::uint32_t number_at(const std::string& octets, std::size_t place) {
-  if (octets.size() < place + 4) return 0;
-  const auto* first = reinterpret_cast<const std::uint8_t*>(octets.data()) + place;
-  fuzz::Input number(first, 4);
-  return fuzz::take_number(&number, 4);
-}
-
 bool is_newer(const std::string& octets) {
   constexpr std::size_t kVersionAt = 60;
-  return number_at(octets, kVersionAt) > kVersion;
+  return fuzz::number_at(octets, kVersionAt) > kVersion;
 }
 
 void read_everything() {
@@ -78,10 +71,10 @@ void read_everything() {
 }
 
 void commit_and_reopen() {
-  if (kvtree_config_commit("user", {set_to("/cfg/new", "kept")}, "") != kStatusOk) return;
+  if (kvtree_config_commit("user", {set_to("/cfg/new", "new")}, "") != kStatusOk) return;
   require(keep() == kStatusOk);
   const auto found = kvtree_config_find("/cfg/new");
-  require(found && found->value.text == "kept");
+  require(found && found->value.text == "new");
 }
 
 void remove_files() {

@@ -39,8 +39,16 @@ inline std::uint32_t take_number(Input* input, int octets) {
   return number;
 }
 
+// The number in four octets, most significant first; 0 past the end.
+inline std::uint32_t number_at(std::string_view octets, std::size_t place) {
+  if (octets.size() < place + 4) return 0;
+  std::uint32_t number = 0;
+  for (const char octet : octets.substr(place, 4)) number = number << 8U | static_cast<std::uint8_t>(octet);
+  return number;
+}
+
 // A sound file with damage at some places: the input is a list of a place in three octets, the number of
-// octets that change and their new values. So the mutations reach what is behind the file's own checks.
+// octets that change and their new values. Most such files pass the checks of the whole file.
 inline std::string damaged(std::string octets, Input input) {
   while (input.size() > 4) {
     const std::size_t place = take_number(&input, 3);
