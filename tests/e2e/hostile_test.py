@@ -7,8 +7,8 @@ import struct
 import unittest
 
 from attack import ATTACKER, Arena, Program
-from hostile import ATTACKS, COMMIT, DEBUG_SET, STAGE, SUBSCRIBE, HalfHeaders, SilentDebugClients, frame
-from system import SLOW
+from hostile import ATTACKS, COMMIT, DEBUG_SET, STAGE, SUBSCRIBE, HalfHeaders, PipelinedScalars, SilentDebugClients, frame
+from system import SLOW, wait_until
 from wire import Client, text
 
 BOUND = 1.0     # seconds that 99 of 100 requests take at most
@@ -62,11 +62,23 @@ class HostileClients(unittest.TestCase):
         self.attacked_by(SilentDebugClients)
         self.arena.cli("debug", "list", check=True)
 
+    def attackers(self):
+        return [client for client in self.arena.cli_json("show", "status")["clients"] if client["user"] == ATTACKER]
+
+    def test_status_names_the_user_that_keeps_the_daemon_busy(self):
+        wait_until("end of the attack before", lambda: not self.attackers())
+        self.attacked_by(PipelinedScalars)
+        client, = wait_until("its requests", lambda: [each for each in self.attackers() if each["loopMilliseconds"] > 0])
+        self.assertEqual(client["role"], "read")
+        self.assertGreater(client["requests"], 100)
+        self.assertGreater(client["requestsPerSecond"], 0)
+
     def test_readers_change_nothing(self):
         main, debug = self.arena.sockets
         stage = frame(STAGE, struct.pack("<BI", 0, 0))
         named = frame(SUBSCRIBE, text("/oper/mpls_vpn/gl/") + text("snmp"))
-        for path, requests in ((main, (stage, frame(COMMIT, text("")), named)), (debug, (frame(DEBUG_SET, text("all") + b"\1"),))):
+        debug_all = frame(DEBUG_SET, text("all") + b"\1")
+        for path, requests in ((main, (stage, frame(COMMIT, text("")), named)), (debug, (debug_all,))):
             with Program(Requests(path, *requests), ATTACKER) as reader:
                 self.assertEqual(reader.end(), [ACCESS] * len(requests))
 
