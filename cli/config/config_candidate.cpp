@@ -40,7 +40,6 @@ std::string candidate_path(const Session& session) {
   return directory / ("candidate." + kvtree_encode_text(session.socket));
 }
 
-constexpr std::chrono::seconds kPatience{30};  // a commit takes seconds
 constexpr std::string_view kBegunAfter = "# after commit ";
 
 // Of the first line.
@@ -72,7 +71,7 @@ Candidate::~Candidate() {
 
 void Candidate::lock() const {
   pid_t holder = 0;
-  const Status status = lock_file(file_, kPatience, &holder);
+  const Status status = lock_file(file_, candidate_patience, &holder);
   if (status == kStatusTimedOut) {
     throw Failure(kExitFailed,
                   fmt::format("{}: process {} has it locked: wait for its end, or end it", path_, holder));

@@ -3,6 +3,7 @@
 // was begun, then lines for parse_edits; without lines there is none.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,10 @@
 #include "cli/session.h"
 
 namespace cli {
+
+// How long a command waits for another one that uses the candidate: a commit may take seconds. Tests shorten
+// it.
+inline std::chrono::milliseconds candidate_patience{30'000};
 
 // The candidate for the session's daemon, locked for this process while the object exists.
 // Failure(kExitFailed) when the file cannot be used.

@@ -1,10 +1,17 @@
 // Candidates, the history of commits, and the way back.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
+#include <csignal>
 #include <filesystem>
 
+#include "cli/config/config_candidate.h"
 #include "cli/config/config_test_fixture.h"
 #include "platform/config/owners.h"
+#include "platform/core/files/lock_file.h"
 
 namespace cli {
 namespace {
@@ -13,7 +20,12 @@ using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 
-class ConfigurationCandidate : public Configuration {};
+class ConfigurationCandidate : public Configuration {
+ protected:
+  std::string CandidateFile() const {
+    return std::filesystem::directory_iterator(Directory() + "/mplsvpn")->path();
+  }
+};
 class ConfigurationHistory : public Configuration {
  protected:
   std::string NewestCommit() { return DoneAsJson("history --max 1").at(0).at("id"); }
@@ -130,6 +142,41 @@ TEST_F(ConfigurationCandidate, IsForItsOwnerAlone) {
     ASSERT_EQ(stat(entry.path().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600U);
   }
+}
+
+TEST_F(ConfigurationCandidate, ThatAnotherProcessUsesIsAFailureWithItsId) {
+  Done("set --candidate vrf red rd 65000:1");
+  const std::string file = CandidateFile();
+  std::array<int, 2> ready{-1, -1};
+  ASSERT_EQ(pipe(ready.data()), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    pid_t holder = 0;
+    const int fd = open(file.c_str(), O_RDWR);
+    if (lock_file(fd, std::chrono::milliseconds(0), &holder) == kStatusOk && write(ready[1], "x", 1) == 1)
+      pause();
+    _exit(1);
+  }
+  close(ready[1]);
+  char octet = 0;
+  EXPECT_EQ(read(ready[0], &octet, 1), 1);
+  close(ready[0]);
+  candidate_patience = std::chrono::milliseconds(1);
+  EXPECT_THAT(Refused("diff"), HasSubstr(file + ": process " + std::to_string(child) + " has it locked"));
+  candidate_patience = std::chrono::seconds(30);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(Done("diff"), "+ vrf red rd 65000:1 ipv4\n");
+}
+
+TEST_F(ConfigurationCandidate, LinkInPlaceOfItsFileIsNotFollowed) {
+  Done("set --candidate vrf red rd 65000:1");
+  const std::string file = CandidateFile();
+  const std::string precious = Directory() + "/precious";
+  std::filesystem::remove(file);
+  std::filesystem::create_symlink(precious, file);
+  EXPECT_THAT(Refused("set --candidate vrf red rd 65000:2"), HasSubstr(file + ": "));
+  EXPECT_FALSE(std::filesystem::exists(precious));
 }
 
 TEST_F(ConfigurationCandidate, WithoutAPlaceIsAFailure) {
