@@ -22,7 +22,9 @@ constexpr char kUsage[] =
     "\n"
     "Settings: platform.yaml in the configuration directory.\n"
     "Environment: MPLS_VPN_MIB_CONFIG_DIR, MPLS_VPN_MIB_RUN_DIR, MPLS_VPN_MIB_STATE_DIR, "
-    "MPLS_VPN_MIB_LIB_DIR.\n"
+    "MPLS_VPN_MIB_LIB_DIR;\n"
+    "MPLS_VPN_MIB_ADMIN_GROUP, MPLS_VPN_MIB_AGENT_GROUP (who may change the configuration, who is the "
+    "sub-agent).\n"
     "Exit status: 1 the start failed, 2 wrong arguments.\n";
 
 int print(const char* text) {
