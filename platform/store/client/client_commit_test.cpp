@@ -13,6 +13,7 @@ using ::testing::SizeIs;
 
 class ClientCommit : public ServedStore {
  protected:
+  ~ClientCommit() override { kv_config_limits = {}; }
   void OwnerCommits(std::string_view owner, const std::vector<KvConfigChange>& changes) {
     ASSERT_FALSE(thread.joinable());
     ASSERT_EQ(kvtree_config_commit(owner, changes, ""), kStatusOk);
@@ -90,6 +91,74 @@ TEST_F(ClientCommit, TooManyChangesAreRefusedOnBothSides) {
   EXPECT_THAT(Nodes(), IsEmpty());
   EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x (user)"));
+}
+
+// The memory of commits is bounded: what is accepted is processed before more is accepted.
+TEST_F(ClientCommit, ClientIsRefusedUntilEarlierCommitsAreInTheDatabase) {
+  kv_config_limits.unprocessed_changes = 1000;
+  fault_arm("configuration_fold", kStatusIo, 1, 1000000);
+  OwnerCommits("script", Many(1000));
+  StartAndConnect();
+  const kvtree::CommitResult busy = client.commit({SetTo("/cfg/a", "x")}, "");
+  EXPECT_EQ(busy.status, static_cast<Status>(EBUSY));
+  EXPECT_EQ(busy.error,
+            "the changes of earlier commits are still being processed; try again in a few seconds");
+  Stop();
+  fault_disarm_all();
+  while (kvtree::store().node_store->fold_some(1000)) {
+  }
+  Start();
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
+}
+
+TEST_F(ClientCommit, ClientIsRefusedUntilSubscribersHaveEarlierChanges) {
+  kv_config_limits.unprocessed_changes = 1000;
+  EventManager* const slow = event_manager_create("/dev/mpls/vpn/slow", 0);
+  KvConnection* const connection = Bind("/cfg/");
+  KvRegistration* registration = nullptr;
+  ASSERT_EQ(kvtree_register_notification(connection, "", kKvEventSet, note, slow, 0, 0, 4, &registration),
+            kStatusOk);
+  OwnerCommits("script", Many(1000));
+  while (kvtree::store().node_store->fold_some(1000)) {
+  }
+  StartAndConnect();
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, static_cast<Status>(EBUSY));
+  Stop();
+  while (event_run_pending(slow)) {
+  }
+  Start();
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
+  Stop();
+  while (event_run_pending(slow)) {
+  }
+  kvtree_reset();
+  event_manager_destroy(slow);
+}
+
+TEST_F(ClientCommit, ChangesStagedByAllClientsAreLimited) {
+  StartAndConnect();
+  const auto stage = [](wire::ClientSocket* from, std::uint32_t count) {
+    wire::Writer writer = from->begin(kvtree::kStage, 1);
+    writer.u8(0);
+    writer.u32(count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+      writer.text("/cfg/a");
+      writer.u8(kvtree::kNoValue);
+    }
+    EXPECT_EQ(from->send(), kStatusOk);
+    wire::Message answer;
+    EXPECT_EQ(from->receive(&answer), kStatusOk);
+    return wire::Reader(answer.payload).u32();
+  };
+  std::array<wire::ClientSocket, kvtree::kMaxStagedChangesOfAll / kvtree::kMaxStagedChanges> others;
+  for (wire::ClientSocket& other : others) {
+    ASSERT_EQ(other.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
+    for (std::size_t staged = 0; staged < kvtree::kMaxStagedChanges; staged += 5000)
+      ASSERT_EQ(stage(&other, 5000), kStatusOk);
+  }
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, static_cast<Status>(EBUSY));
+  EXPECT_EQ(stage(&others.front(), 1), kStatusMessageTooLarge);  // of this client; it loses its changes
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, kStatusOk);
 }
 
 TEST_F(ClientCommit, ClientRefusesARecordAsAValue) {

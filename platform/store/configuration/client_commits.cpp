@@ -3,6 +3,8 @@
 //
 // Collected changes belong to the connection and end with it. Their number and size are limited, and only a
 // peer that may change the configuration can collect any.
+#include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include "platform/store/configuration/configuration.h"
@@ -32,15 +34,46 @@ bool may_change(const wire::Connection* from) {
   return from != nullptr && from->may_change();
 }
 
+// Whether all clients have staged too much, these changes included.
+bool is_too_much_staged(std::size_t changes) {
+  std::size_t octets = 0;
+  for (const auto& [client, staged] : the_server()->staged) {
+    changes += staged.changes.size();
+    octets += staged.octets;
+  }
+  return changes > kMaxStagedChangesOfAll || octets > kMaxStagedOctetsOfAll;
+}
+
+// Changes of earlier commits that are not in the rows of the database, or that a subscriber has not received.
+std::size_t count_unprocessed() {
+  std::size_t most = store().node_store == nullptr ? 0 : store().node_store->count_unfolded();
+  for (const auto& registration : store().registrations) most = std::max(most, registration->pending.size());
+  return most;
+}
+
+Status commit_staged(wire::Connection* from, std::string_view comment, std::string* id, std::string* error) {
+  if (!may_change(from)) return kStatusAccess;
+  auto& all = the_server()->staged;
+  const StagedCommit staged = std::exchange(all[from->id()], {});
+  all.erase(from->id());
+  if (count_unprocessed() >= kv_config_limits.unprocessed_changes) {
+    *error = "the changes of earlier commits are still being processed; try again in a few seconds";
+    return EBUSY;
+  }
+  return kvtree_config_commit(client_owner(), staged.changes, comment, id, error);
+}
+
 Status stage(wire::Connection* from, bool first, std::size_t octets, std::vector<KvConfigChange> changes) {
   if (!may_change(from)) return kStatusAccess;
   auto& all = the_server()->staged;
   StagedCommit& staged = all[from->id()];
   if (first) staged = {};
   staged.octets += octets;
-  if (staged.changes.size() + changes.size() > kMaxStagedChanges || staged.octets > kMaxStagedOctets) {
+  const bool is_too_large =
+      staged.changes.size() + changes.size() > kMaxStagedChanges || staged.octets > kMaxStagedOctets;
+  if (is_too_large || is_too_much_staged(changes.size())) {
     all.erase(from->id());
-    return kStatusMessageTooLarge;
+    return is_too_large ? kStatusMessageTooLarge : EBUSY;
   }
   staged.changes.insert(staged.changes.end(), std::make_move_iterator(changes.begin()),
                         std::make_move_iterator(changes.end()));
@@ -63,13 +96,7 @@ bool answer_commit(wire::Connection* from, Reader* request, wire::Octets* answer
   if (!request->finished()) return false;
   std::string id;
   std::string error;
-  Status status = kStatusAccess;
-  if (may_change(from)) {
-    auto& all = the_server()->staged;
-    const StagedCommit staged = std::exchange(all[from->id()], {});
-    all.erase(from->id());
-    status = kvtree_config_commit(client_owner(), staged.changes, comment, &id, &error);
-  }
+  const Status status = commit_staged(from, comment, &id, &error);
   Writer writer(answer);
   writer.u32(status);
   writer.text(id);

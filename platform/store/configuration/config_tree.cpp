@@ -91,6 +91,15 @@ std::optional<KvValue> copy(const SharedValue& value) {
   return value == nullptr ? std::nullopt : std::optional<KvValue>(*value);
 }
 
+// `before`: octets_of() the owner's former value.
+void count_change(const PlannedChange& change, std::size_t before, CommitPlan* plan) {
+  const std::size_t after = octets_of(change.path, change.value.get());
+  if (change.is_effective) ++plan->effective_changes;
+  plan->added_nodes += (change.after != nullptr ? 1 : 0) - (change.before != nullptr ? 1 : 0);
+  plan->added_octets += static_cast<std::int64_t>(after) - static_cast<std::int64_t>(before);
+  plan->set_octets += after;
+}
+
 // Appends the planned change.
 Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, std::string* error) {
   if (const Status status = check_change(change, error)) return status;
@@ -102,11 +111,16 @@ Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, 
   }
   if (change.value != nullptr && held != nullptr && *change.value == *held) return kStatusOk;
   plan->changes.push_back(plan_change(node, plan->owner, change));
-  if (plan->changes.back().is_effective) ++plan->effective_changes;
+  count_change(plan->changes.back(), octets_of(change.path, held.get()), plan);
   return kStatusOk;
 }
 
 }  // namespace
+
+std::size_t octets_of(std::string_view path, const KvValue* value) {
+  if (value == nullptr) return 0;
+  return path.size() + value->text.size() + value->tuple.size() * sizeof(std::int64_t);
+}
 
 std::size_t OwnedNode::effective_owner() const {
   return static_cast<std::size_t>(

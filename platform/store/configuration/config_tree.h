@@ -66,10 +66,16 @@ struct CommitPlan {
   std::size_t owner = kNoOwner;
   std::vector<PlannedChange> changes;  // only those that change the owner's values
   std::size_t effective_changes = 0;   // of them
+  std::int64_t added_nodes = 0;        // to the tree; negative if it becomes smaller
+  std::int64_t added_octets = 0;       // the same, in octets_of()
+  std::size_t set_octets = 0;          // octets_of() the new values
 };
 
 // kStatusOk for "/cfg/..." that is not a folder; otherwise what is wrong with the path.
 Status check_configuration_path(std::string_view path);
+
+// What an owner's value of this path counts in the limits; 0 for none.
+std::size_t octets_of(std::string_view path, const KvValue* value);
 
 // kStatusOk for a value that a node may have; otherwise *error is what is wrong with it.
 Status check_configuration_value(const KvValue& value, std::string* error);

@@ -85,9 +85,19 @@ inline constexpr std::size_t kMaxCommitComment = 1024;       // octets; the rest
 inline constexpr std::size_t kMaxConfigText = 32U << 10;     // octets of a node's text
 inline constexpr std::size_t kMaxConfigTuple = 256;          // numbers of a node's tuple
 
+// What the memory and the start may cost. Tests lower the limits.
+struct KvConfigLimits {
+  std::size_t commit_octets = 64U << 20;     // of the paths and values that one commit sets
+  std::size_t nodes = 1000000;               // of all owners together
+  std::size_t octets = 256U << 20;           // of the paths and values of all owners
+  std::size_t unprocessed_changes = 100000;  // of commits, from which on clients' commits are refused (EBUSY)
+};
+inline KvConfigLimits kv_config_limits;
+
 // Makes the owner's changes as one commit. kStatusInvalid for an unknown owner, a value of another type or
 // two changes of one path; kStatusUnknownPath for a path that is not below /cfg/; kStatusNoSuchRow for
-// withdrawing a value that the owner does not set; kStatusMessageTooLarge beyond the limits above; kStatusIo
+// withdrawing a value that the owner does not set; kStatusMessageTooLarge beyond the limits above, which a
+// commit that makes the configuration smaller never exceeds; kStatusIo
 // if it cannot be written. Then nothing changes, and *error (may be null) has the reason. *id (may be null)
 // is the commit's id, empty if no effective value changed. Deletions are notified before sets, each in the
 // order of `changes`.

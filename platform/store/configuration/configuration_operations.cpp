@@ -120,10 +120,29 @@ Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, st
     return status;
   }
   apply_plan(&store().configuration, *plan);
+  store().configuration_octets += plan->added_octets;
   apply_to_nodes(*plan);
   notify_observers(*plan);
   fold();
   return kStatusOk;
+}
+
+bool grows_beyond(std::size_t now, std::int64_t added, std::size_t maximum) {
+  return added > 0 && now + static_cast<std::size_t>(added) > maximum;
+}
+
+Status check_size(const CommitPlan& plan, std::string* error) {
+  const auto octets = static_cast<std::size_t>(store().configuration_octets);
+  if (plan.set_octets > kv_config_limits.commit_octets) {
+    *error = "a commit sets at most " + std::to_string(kv_config_limits.commit_octets) +
+             " octets of paths and values";
+  } else if (grows_beyond(store().configuration.size(), plan.added_nodes, kv_config_limits.nodes)) {
+    *error = "the configuration has at most " + std::to_string(kv_config_limits.nodes) + " nodes";
+  } else if (grows_beyond(octets, plan.added_octets, kv_config_limits.octets)) {
+    *error = "the configuration has at most " + std::to_string(kv_config_limits.octets) +
+             " octets of paths and values";
+  }
+  return error->empty() ? kStatusOk : kStatusMessageTooLarge;
 }
 
 using Proposal = std::vector<ProposedChange>;
@@ -133,6 +152,7 @@ Status commit(std::string_view owner, const Proposal& changes, std::string_view 
   const auto plan = std::make_shared<CommitPlan>();
   if (const Status status = plan_commit(store().configuration, owner, changes, plan.get(), error))
     return status;
+  if (const Status status = check_size(*plan, error)) return status;
   return carry_out(plan, comment, id, error);
 }
 
@@ -208,6 +228,14 @@ Status read_stored(NodeStore& node_store, ConfigTree* tree, NotifiedPlaces* plac
   });
   std::ranges::stable_sort(*places, {}, [](const auto& each) { return each.first; });
   return status;
+}
+
+std::int64_t octets_of_all(const ConfigTree& tree) {
+  std::size_t octets = 0;
+  for (const auto& [path, node] : tree) {
+    for (const SharedValue& value : node.values) octets += octets_of(path, value.get());
+  }
+  return static_cast<std::int64_t>(octets);
 }
 
 // A caller that passes no id or error gets one here.
@@ -344,6 +372,7 @@ Status kvtree_keep_configuration(const std::string& directory) {
     kvtree::put_node(place->first, node.values[node.effective_owner()], store().nodes.end());
   }
   store().configuration = std::move(tree);
+  store().configuration_octets = kvtree::octets_of_all(store().configuration);
   store().node_store = std::move(node_store);
   return kStatusOk;
 }

@@ -13,6 +13,7 @@ namespace kvtree {
 
 namespace {
 
+constexpr std::size_t kFoldedPerStepOfStart = 20000;  // each step ends with a synchronization of the disk
 constexpr std::size_t kFoldedAtOnce = 256;  // changes of a commit whose rows are in its own transaction
 
 // Commits follow each other by their ids, and the changes of one by their places in it.
@@ -97,11 +98,8 @@ Status NodeStore::open_in_memory(std::shared_ptr<NodeStore>* store) {
 
 Status NodeStore::start(sqlite::Connection database, std::shared_ptr<NodeStore>* store) {
   const std::shared_ptr<NodeStore> made(new NodeStore(std::move(database)));
-  if (const Status status = made->read_unfolded()) return status;
+  if (const Status status = made->fold_all()) return status;
   if (const Status status = made->read_size()) return status;
-  while (made->fold_some(kFoldedAtOnce)) {
-  }
-  if (made->has_unfolded()) return kStatusIo;
   *store = made;
   return kStatusOk;
 }
@@ -114,24 +112,31 @@ Status NodeStore::read_size() {
   return kStatusOk;
 }
 
-Status NodeStore::read_unfolded() {
-  std::vector<std::pair<std::int64_t, std::int64_t>> unreadable;  // ids and numbers of changes
+// One commit after the other: the memory is that of the largest.
+Status NodeStore::fold_all() {
+  struct Commit {
+    std::int64_t id;
+    std::string owner;
+    std::int64_t changes;
+  };
+  std::vector<Commit> commits;
   sqlite::Statement statement(database_.get(),
                               "SELECT id, owner, changes FROM log WHERE folded = 0 ORDER BY id");
   int code = SQLITE_ROW;
-  while ((code = statement.step()) == SQLITE_ROW) {
-    const std::int64_t id = statement.integer(0);
-    SharedPlan plan;
-    if (read_plan(id, statement.text(1), &plan) == kStatusOk) {
-      unfolded_.push_back({id, std::move(plan)});
-    } else {
-      unreadable.emplace_back(id, statement.integer(2));
-    }
-  }
+  while ((code = statement.step()) == SQLITE_ROW)
+    commits.push_back({statement.integer(0), std::string(statement.text(1)), statement.integer(2)});
   if (code != SQLITE_DONE) return fail("the commits cannot be read");
   statement.reset();
-  for (const auto& [id, changes] : unreadable) {
-    if (const Status status = quarantine_commit(id, changes)) return status;
+  for (const Commit& commit : commits) {
+    SharedPlan plan;
+    if (read_plan(commit.id, commit.owner, &plan) != kStatusOk) {
+      if (const Status status = quarantine_commit(commit.id, commit.changes)) return status;
+      continue;
+    }
+    unfolded_.push_back({commit.id, std::move(plan)});
+    while (fold_some(kFoldedPerStepOfStart)) {
+    }
+    if (has_unfolded()) return kStatusIo;
   }
   return kStatusOk;
 }
@@ -345,6 +350,12 @@ bool NodeStore::forget(std::int64_t id) {
 }
 
 // --- Folding
+
+std::size_t NodeStore::count_unfolded() const {
+  std::size_t changes = 0;
+  for (const Unfolded& each : unfolded_) changes += each.plan->changes.size() - each.next;
+  return changes;
+}
 
 bool NodeStore::fold_some(std::size_t rows) {
   if (unfolded_.empty()) return false;

@@ -60,6 +60,7 @@ class NodeStore {
   const std::string& write_error() const { return write_error_; }
 
   bool has_unfolded() const { return !unfolded_.empty(); }
+  std::size_t count_unfolded() const;  // changes
   // Writes at most so many rows. Returns true iff more are pending; false at the end, and after a failure
   // (logged once; then has_unfolded()). Fault point "configuration_fold".
   bool fold_some(std::size_t rows);
@@ -86,7 +87,7 @@ class NodeStore {
   explicit NodeStore(sqlite::Connection database) : database_(std::move(database)) {}
   static Status start(sqlite::Connection database, std::shared_ptr<NodeStore>* store);
   Status read_size();
-  Status read_unfolded();
+  Status fold_all();
   Status read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const;
   Status quarantine_commit(std::int64_t id, std::int64_t changes);
   void quarantine_row(const std::string& path, const std::string& owner);

@@ -23,7 +23,9 @@
 // A value is a type u8 (0 present without a value, 1 text, 2 number, 3 tuple), then nothing, a text, a number
 // of 64 bits, or a count u16 and as many such numbers; the type kNoValue represents none. kStage collects the
 // changes of the client's next commit, a deletion being a change without a value; with kFlagFirst it first
-// discards what was collected. kCommit consumes what was collected, whatever its result.
+// discards what was collected. kCommit consumes what was collected, whatever its result. Both fail with
+// EBUSY, and the client may try the whole commit again, while other clients have collected too much (kStage),
+// or while the changes of earlier commits are still being processed (kCommit).
 //
 // An answer whose status is not 0 has nothing after it, except those of kAction and kCommit, which always
 // have their texts. kNotification is sent unasked, with request 0: subscription u32, sequence u64, lost
@@ -63,9 +65,11 @@ inline constexpr std::uint8_t kNoValue = 0xff;
 
 inline constexpr std::size_t kMaxAnswer = 4U << 20;  // octets of an answer's payload
 inline constexpr std::size_t kMaxActionWords = 256;
-inline constexpr std::size_t kMaxStagedChanges = 50000;     // of one client's commit
-inline constexpr std::size_t kMaxStagedOctets = 16U << 20;  // of its messages
-inline constexpr std::size_t kMaxSubscriptions = 16;        // of one client
+inline constexpr std::size_t kMaxStagedChanges = 50000;          // of one client's commit
+inline constexpr std::size_t kMaxStagedOctets = 16U << 20;       // of its messages
+inline constexpr std::size_t kMaxStagedChangesOfAll = 200000;    // of all clients' commits
+inline constexpr std::size_t kMaxStagedOctetsOfAll = 64U << 20;  // of their messages
+inline constexpr std::size_t kMaxSubscriptions = 16;             // of one client
 inline constexpr std::size_t kNotificationWindow = 64;
 inline constexpr std::size_t kPlainQueue = 1024;  // notifications that wait for a subscriber without a name
 

@@ -92,7 +92,8 @@ struct Store {
   std::uint64_t sets = 0;     // how many times a node was set
   std::uint64_t changes = 0;  // how many were queued for subscribers
   std::vector<std::weak_ptr<const ConfigObserver>> observers;
-  ConfigTree configuration;  // its effective values are in `nodes`, too
+  ConfigTree configuration;               // its effective values are in `nodes`, too
+  std::int64_t configuration_octets = 0;  // of its paths and values
   std::map<std::string, Action, std::less<>> actions;
   std::map<std::string, Status (*)(), std::less<>> guards;  // by the beginning of the paths
   std::vector<RetainedQueue> retained;
