@@ -1,7 +1,9 @@
-// What one request costs the event loop, in process and without the socket: 10,000 dual-stack VRFs and
-// 100,000 interfaces, some more interfaces in VRFs that do not exist, routes in the last VRF only.
+// Processor time that one request costs the event loop, in process and without the socket: 10,000 dual-stack
+// VRFs and 100,000 interfaces, some more interfaces in VRFs that do not exist, routes in the last VRF only.
 //
 //   request_cost_bench [--brief]
+#include <ctime>
+
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -66,12 +68,19 @@ void fill(DaemonInProcess* daemon, const Size& size) {
   add_route(daemon, size.vrfs - 1);
 }
 
+// Of this thread: other programs on the machine do not count.
+double processor_seconds() {
+  timespec used{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+  return static_cast<double>(used.tv_sec) + 1e-9 * static_cast<double>(used.tv_nsec);
+}
+
 void report(const Request& request, unsigned rounds) {
   std::vector<double> seconds;
   for (unsigned i = 0; i < rounds; ++i) {
-    const auto start = Clock::now();
+    const double start = processor_seconds();
     request.ask();
-    seconds.push_back(seconds_since(start));
+    seconds.push_back(processor_seconds() - start);
   }
   std::printf("  %-58s %10.3f ms\n", request.name, 1e3 * median(seconds));
   std::fflush(stdout);
@@ -80,7 +89,7 @@ void report(const Request& request, unsigned rounds) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const Size size = is_brief(argc, argv) ? Size{100, 1000, 50, 1} : Size{10000, 100000, 10000, 7};
+  const Size size = is_brief(argc, argv) ? Size{100, 1000, 50, 1} : Size{10000, 100000, 10000, 15};
   const TestRunDirectory directory;
   DaemonInProcess daemon;
   fill(&daemon, size);
@@ -105,7 +114,8 @@ int main(int argc, char** argv) {
       {"walk vrf-next, 1024 rows", [] { walk("vrf-next/vrf00000"); }},
       {"walk route-next over VRFs without routes", [] { walk("route-next/vrf00000/1/0/1/0/0"); }},
   };
-  std::printf("one request, %u VRFs, %u interfaces, median of %u\n", size.vrfs, size.interfaces, size.rounds);
+  std::printf("processor time of one request, %u VRFs, %u interfaces, median of %u\n", size.vrfs,
+              size.interfaces, size.rounds);
   for (const Request& request : requests) report(request, size.rounds);
   return 0;
 }
