@@ -10,6 +10,7 @@
 
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/core/parcel/description.h"
+#include "platform/router/rib_threshold/records.h"
 
 namespace {
 
@@ -109,4 +110,9 @@ Status mpls_vpn_mib_parcel_register() {
 Status mpls_vpn_parcel_register() {
   return register_set("mpls_vpn.parcel",
                       {&kShowRtParcel, &kShowAfiSafiParcel, &kShowInterfacesParcel, &kShowVrfParcel});
+}
+
+Status rib_show_parcel_register() {
+  return register_set("rib_show.parcel",
+                      {&rib_threshold::kMidThresholdParcel, &rib_threshold::kMaximumThresholdParcel});
 }

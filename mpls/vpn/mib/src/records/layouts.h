@@ -69,3 +69,6 @@ extern const ParcelDescription kShowVrfParcel;
 // (the set is registered); or the code of the first call that failed (nothing is registered).
 [[nodiscard]] Status mpls_vpn_mib_parcel_register();
 [[nodiscard]] Status mpls_vpn_parcel_register();
+// The two events of the routing table (platform/router/rib_threshold/records.h). Only for programs that
+// produce them: decoding needs no registration.
+[[nodiscard]] Status rib_show_parcel_register();

@@ -235,6 +235,14 @@ TEST_F(Registry, HasEveryRecordOfASetAfterItsRegistration) {
   for (const ParcelDescription* one : kShowSet) EXPECT_EQ(parcel_find(one->type_name), one);
 }
 
+TEST_F(Registry, HasTheThresholdEventsOnlyOnRequest) {
+  ASSERT_EQ(mpls_vpn_mib_parcel_register(), kStatusOk);
+  ASSERT_EQ(mpls_vpn_parcel_register(), kStatusOk);
+  EXPECT_EQ(parcel_find("rib_prov_maxthresh"), nullptr);
+  ASSERT_EQ(rib_show_parcel_register(), kStatusOk);
+  for (const ParcelDescription* one : kRibSet) EXPECT_EQ(parcel_find(one->type_name), one);
+}
+
 TEST_F(Registry, ReceivesEachSetInItsOrder) {
   ASSERT_EQ(mpls_vpn_mib_parcel_register(), kStatusOk);
   EXPECT_THAT(registered_types,
@@ -244,6 +252,9 @@ TEST_F(Registry, ReceivesEachSetInItsOrder) {
   ASSERT_EQ(mpls_vpn_parcel_register(), kStatusOk);
   EXPECT_THAT(registered_types,
               ElementsAre("mpls_vpn_rt", "mpls_vpn_afi_safi", "mpls_vpn_interfaces", "mpls_vpn_vrf"));
+  registered_types.clear();
+  ASSERT_EQ(rib_show_parcel_register(), kStatusOk);
+  EXPECT_THAT(registered_types, ElementsAre("rib_prov_midthresh_exceed", "rib_prov_maxthresh"));
   EXPECT_EQ(aborted_batches, 0U);
 }
 
