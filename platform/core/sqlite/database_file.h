@@ -29,6 +29,15 @@ bool has_unwritable_format(sqlite3* connection);
 // Why a database of a newer version than `supported` is not opened, for a message.
 std::string describe_newer(std::int64_t version, std::int64_t supported);
 
+// Copies rows of a damaged database to another one: `insert` takes the columns that `select` reads. The two
+// statements read the same rows from either end, each up to the damage. Returns how many rows were copied.
+struct RowCopy {
+  const char* select;
+  const char* select_backwards;
+  const char* insert;
+};
+std::size_t copy_readable(sqlite3* damaged, sqlite3* to, const RowCopy& copy);
+
 // The size of the file, or -1.
 std::int64_t file_size(const std::string& path);
 

@@ -110,6 +110,10 @@ void Statement::bind_text(int place, std::string_view text) {
                       SQLITE_UTF8);
 }
 
+void Statement::bind_column(int place, Statement& from, int column) {
+  sqlite3_bind_value(statement_.get(), place, sqlite3_column_value(from.statement_.get(), column));
+}
+
 std::string_view Statement::text(int column) {
   const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
   const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));

@@ -63,7 +63,10 @@ class Statement {
   void bind_octets(int place, std::string_view octets);
   void bind_text(int place, std::string_view text);
 
+  void bind_column(int place, Statement& from, int column);
+
   // Columns of the current row, from 0; views are valid until the next step or reset.
+  int columns() { return sqlite3_column_count(statement_.get()); }
   int type(int column) { return sqlite3_column_type(statement_.get(), column); }
   bool is_blob(int column) { return type(column) == SQLITE_BLOB; }
   std::int64_t integer(int column) { return sqlite3_column_int64(statement_.get(), column); }

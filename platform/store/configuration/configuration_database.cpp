@@ -10,6 +10,7 @@
 // include it (folded). content: the changes of a commit, encoded by commit_codec.h. quarantine_commit and
 // quarantine_node exist once something was moved there (node_store.cpp).
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "platform/core/base/fault.h"
@@ -101,6 +102,52 @@ int open_once(const std::string& file, sqlite::Connection* database, std::int64_
   return check_or_make(database->get(), version);
 }
 
+constexpr sqlite::RowCopy kCopies[] = {
+    {"SELECT path, owner, value, told FROM node ORDER BY path, owner",
+     "SELECT path, owner, value, told FROM node ORDER BY path DESC, owner DESC",
+     "INSERT OR IGNORE INTO node(path, owner, value, told) VALUES (?, ?, ?, ?)"},
+    {"SELECT id, time, owner, comment, changes, octets, folded FROM log ORDER BY id",
+     "SELECT id, time, owner, comment, changes, octets, folded FROM log ORDER BY id DESC",
+     "INSERT OR IGNORE INTO log(id, time, owner, comment, changes, octets, folded) VALUES (?, ?, ?, ?, ?, ?, "
+     "?)"},
+    {"SELECT id, octets FROM content ORDER BY id", "SELECT id, octets FROM content ORDER BY id DESC",
+     "INSERT OR IGNORE INTO content(id, octets) VALUES (?, ?)"},
+};
+// Ids of commits whose records are lost are not used again; `told` starts with an id (node_store.cpp).
+constexpr char kKeepIds[] =
+    "DELETE FROM content WHERE id NOT IN (SELECT id FROM log);"
+    "INSERT INTO sqlite_sequence SELECT 'log', 0 WHERE NOT EXISTS (SELECT 1 FROM sqlite_sequence WHERE name "
+    "= "
+    "'log');"
+    "UPDATE sqlite_sequence SET seq = max(seq, coalesce((SELECT max(told) >> 20 FROM node), 0)) + 1000 WHERE "
+    "name = 'log'; COMMIT";
+
+std::string salvage_name(const std::string& file) {
+  return file + ".salvaged";
+}
+
+void remove_salvage(const std::string& file) {
+  for (const char* suffix : {"", "-journal"}) std::remove((salvage_name(file) + suffix).c_str());
+}
+
+// Makes a database of what can be read in a damaged one, the number of rows. False if it cannot be written.
+bool salvage(const std::string& file, std::size_t* rows) {
+  const std::string made = salvage_name(file);
+  remove_salvage(file);
+  sqlite::Connection damaged;
+  sqlite::Connection whole;
+  if (sqlite::open(file, &damaged) != SQLITE_OK || sqlite::open(made, &whole) != SQLITE_OK) return false;
+  if (sqlite::run(whole.get(), kMake) != SQLITE_OK || sqlite::run(whole.get(), "BEGIN") != SQLITE_OK)
+    return false;
+  for (const sqlite::RowCopy& copy : kCopies)
+    *rows += sqlite::copy_readable(damaged.get(), whole.get(), copy);
+  return sqlite::run(whole.get(), kKeepIds) == SQLITE_OK;
+}
+
+bool finish_salvage(const std::string& file) {
+  return std::rename(salvage_name(file).c_str(), file.c_str()) == 0;
+}
+
 Status fail(const std::string& what, const char* why) {
   log_error("configuration", "%s: %s", what.c_str(), why);
   return kStatusIo;
@@ -111,16 +158,30 @@ Status fail(const std::string& what, const char* why) {
 Status open_configuration(const std::string& directory, sqlite::Connection* database) {
   if (const Status status = fault_check("configuration_open")) return status;
   const std::string file = directory + "/configuration.db";
+  // A former process may have ended after it moved the damaged file aside.
+  if (sqlite::file_size(file) < 0 && sqlite::file_size(salvage_name(file)) > 0 && !finish_salvage(file))
+    return fail(salvage_name(file) + " cannot be renamed", std::strerror(errno));
   std::int64_t version = 0;
   int code = open_once(file, database, &version);
   if (code == kNewerVersion)
     return fail(file + " cannot be opened", sqlite::describe_newer(version, kVersion).c_str());
   if (is_unusable(code)) {
     database->reset();
+    std::size_t rows = 0;
+    if (version == kVersion && !salvage(file, &rows))
+      return fail(file + " is damaged", (salvage_name(file) + " cannot be written").c_str());
+    if (rows == 0) remove_salvage(file);
     const std::string aside = sqlite::set_aside(file);
     if (aside.empty()) return fail(file + " cannot be set aside", std::strerror(errno));
-    log_warning("configuration", "%s cannot be used and is stored as %s; starting with an empty one",
-                file.c_str(), aside.c_str());
+    if (rows > 0) {
+      if (!finish_salvage(file)) return fail(salvage_name(file) + " cannot be renamed", std::strerror(errno));
+      log_error("configuration",
+                "%s is damaged and is stored as %s; starting with the %zu rows that can be read",
+                file.c_str(), aside.c_str(), rows);
+    } else {
+      log_warning("configuration", "%s cannot be used and is stored as %s; starting with an empty one",
+                  file.c_str(), aside.c_str());
+    }
     code = open_once(file, database, &version);
   }
   if (sqlite::primary(code) == SQLITE_BUSY) {

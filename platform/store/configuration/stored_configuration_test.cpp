@@ -163,6 +163,45 @@ TEST_F(Configuration, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {
   EXPECT_EQ(Keep(), kStatusOk);
 }
 
+// Every page once: only the first ones, which say where everything else is, may cost all.
+TEST_F(Configuration, DamagedPageCostsOnlyWhatItHas) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  std::vector<KvConfigChange> changes;
+  for (int i = 1000; i < 3000; ++i) changes.push_back(SetTo("/cfg/many/" + std::to_string(i), "x"));
+  kvtree_stop_serving(manager);
+  ASSERT_EQ(kvtree_config_commit("user", changes, ""), kStatusOk);
+  kvtree_reset();
+  constexpr std::size_t kPage = 4096;
+  const std::string good = Read(File());
+  std::size_t nearly_all = 0;
+  ::testing::internal::CaptureStderr();
+  for (std::size_t page = 1; page < good.size() / kPage; ++page) {
+    std::string bad = good;
+    bad.replace(page * kPage, kPage, std::string(kPage, '\x55'));
+    Write(bad);
+    ASSERT_EQ(Keep(), kStatusOk) << page;
+    if (kvtree::store().configuration.size() > 1700) ++nearly_all;
+    kvtree_reset();
+    ASSERT_EQ(Keep(), kStatusOk) << page;
+    kvtree_reset();
+  }
+  const std::string log = ::testing::internal::GetCapturedStderr();
+  EXPECT_THAT(
+      log, HasSubstr(File() + " is damaged and is stored as " + File() + ".unusable.1; starting with the"));
+  EXPECT_GE(nearly_all + 6, good.size() / kPage);
+  ASSERT_EQ(kvtree_serve(manager), kStatusOk);
+}
+
+TEST_F(Configuration, SalvageThatAFormerProcessDidNotFinishIsFinished) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  ASSERT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "x")}, ""), kStatusOk);
+  kvtree_reset();
+  std::filesystem::rename(File(), File() + ".salvaged");
+  ASSERT_EQ(Keep(), kStatusOk);
+  StartAndConnect();
+  EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x"));
+}
+
 TEST_F(Configuration, MissingDirectoryIsAFailure) {
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(kvtree_keep_configuration(directory.path() + "/nowhere"), kStatusIo);
