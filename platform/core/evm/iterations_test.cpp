@@ -30,7 +30,7 @@ TEST_F(Iterations, EverythingOfOneIterationIsAddedUp) {
 }
 
 TEST_F(Iterations, TheLongestIsRememberedWithItsTime) {
-  for (const std::uint64_t factor : {2, 3, 2}) IterateFor({factor * kLongIteration});
+  for (const std::uint64_t factor : {2U, 3U, 2U}) IterateFor({factor * kLongIteration});
   const EventStatistics statistics = event_statistics(manager);
   EXPECT_EQ(statistics.long_iterations, 3U);
   EXPECT_EQ(statistics.longest, 3 * kLongIteration);
