@@ -24,9 +24,9 @@
 namespace kvtree {
 
 // Opens or creates DIRECTORY/configuration.db, of this version. A foreign or damaged file is renamed to
-// configuration.db.unusable.N next to a new one, and logged. The new one has what can be read in a damaged one. kStatusIo (logged) for a file of a
-// newer version, which is unchanged, and if the directory or the file cannot be used for another reason.
-// Fault points "configuration_open", "configuration_migrate".
+// configuration.db.unusable.N next to a new one, and logged; the new one has what can be read in a damaged
+// one. kStatusIo (logged) for a file of a newer version, which is unchanged, and if the directory or the file
+// cannot be used for another reason. Fault points "configuration_open", "configuration_migrate".
 [[nodiscard]] Status open_configuration(const std::string& directory, sqlite::Connection* database);
 // A database in memory, which exists while it is open. Fault point "configuration_open".
 [[nodiscard]] Status open_configuration_in_memory(sqlite::Connection* database);
