@@ -39,6 +39,7 @@ class HostileClients(unittest.TestCase):
         cls.arena = Arena()
         cls.addClassCleanup(cls.arena.__exit__, None)
         cls.arena.start()
+        cls.arena.load_commit()
 
     def others_are_served_during(self, attack):
         for who, seen in zip(("bystander", "manager"), self.arena.attack(attack, SECONDS)):
