@@ -72,8 +72,9 @@ int migrate(sqlite3* database, std::int64_t version) {
 }
 
 // SQLITE_OK for a complete database of ours of this version; an empty file is initialized and a former
-// version migrated. SQLITE_NOTADB, SQLITE_CORRUPT and SQLITE_MISMATCH are for files with unusable contents,
-// kNewerVersion for a file that only a newer release can use.
+// version migrated. SQLITE_NOTADB, SQLITE_CORRUPT, SQLITE_MISMATCH and SQLITE_ERROR (a schema that SQLite
+// does not know) are for files with unusable contents, kNewerVersion for a file that only a newer release can
+// use.
 int check_or_make(sqlite3* database, std::int64_t* version) {
   sqlite::Identity identity;
   if (const int code = sqlite::read_identity(database, &identity)) return code;
@@ -92,7 +93,8 @@ int check_or_make(sqlite3* database, std::int64_t* version) {
 
 bool is_unusable(int code) {
   const int primary = sqlite::primary(code);
-  return primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT || primary == SQLITE_MISMATCH;
+  return primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT || primary == SQLITE_MISMATCH ||
+         primary == SQLITE_ERROR;
 }
 
 int open_once(const std::string& file, sqlite::Connection* database, std::int64_t* version) {

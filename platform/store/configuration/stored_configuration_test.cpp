@@ -46,6 +46,15 @@ class Configuration : public ServedStore {
     std::ifstream in(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
   }
+  // Makes a database with another octet at this place of its header.
+  void MakeDamaged(std::size_t place, char octet) const {
+    ASSERT_EQ(Keep(), kStatusOk);
+    kvtree_reset();
+    std::string octets = Read(File());
+    ASSERT_NE(octets.at(place), octet);
+    octets[place] = octet;
+    Write(octets);
+  }
   // A file with these contents is left unchanged next to a new one that works.
   void ExpectSetAside() {
     const std::string contents = Read(File());
@@ -61,6 +70,18 @@ class Configuration : public ServedStore {
     EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=#1"));
   }
 };
+
+TEST_F(Configuration, DatabaseWhoseFormatCanOnlyBeReadIsSetAside) {
+  constexpr std::size_t kWriteVersionAt = 18;
+  MakeDamaged(kWriteVersionAt, 3);
+  ExpectSetAside();
+}
+
+TEST_F(Configuration, DatabaseWithASchemaOfAnUnknownFormatIsSetAside) {
+  constexpr std::size_t kSchemaFormatAt = 47;
+  MakeDamaged(kSchemaFormatAt, 5);
+  ExpectSetAside();
+}
 
 TEST_F(Configuration, NodesAreListedInOrderBelowAPath) {
   StartAndConnect();
