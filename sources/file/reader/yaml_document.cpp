@@ -74,7 +74,8 @@ class BoundedText : public std::streambuf {
   }
   // The position in the text of what the parser sees at `mark`.
   YAML::Mark original(YAML::Mark mark) const {
-    if (starts_with_insertion_ && mark.line == 0) mark.column -= kStartLength;
+    // At the end of a text that is not UTF-8 the mark is the beginning of what is read, the insertion.
+    if (starts_with_insertion_ && mark.line == 0) mark.column = std::max(mark.column - kStartLength, 0);
     mark.line += skipped_lines_;
     return mark;
   }
