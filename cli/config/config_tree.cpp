@@ -4,6 +4,9 @@
 #include <fmt/ostream.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <thread>
 
 #include "cli/output/table.h"
 #include "platform/config/owners.h"
@@ -127,9 +130,17 @@ void print_changes(const Session& session, const std::vector<KvConfigCommitChang
   list.end();
 }
 
+// The daemon is busy with earlier commits for seconds at most.
+constexpr int kBusyAttempts = 100;
+constexpr std::chrono::milliseconds kBusyPause{100};
+
 std::string make_commit(const Session& session, kvtree::Client& client, const std::string& what,
                         const std::vector<KvConfigChange>& changes, const std::string& comment) {
   kvtree::CommitResult result = client.commit(changes, comment);
+  for (int attempt = 0; attempt < kBusyAttempts && result.status == EBUSY; ++attempt) {
+    std::this_thread::sleep_for(kBusyPause);
+    result = client.commit(changes, comment);
+  }
   if (result.status == kStatusAccess) {
     throw Failure(kExitFailed,
                   "permission denied: only root and the administrators' group may change the configuration");

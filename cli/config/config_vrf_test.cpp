@@ -297,6 +297,13 @@ TEST_F(Configuration, FileThatCannotBeReadIsAFailure) {
   EXPECT_EQ(Refused("load " + Directory()), "mplsvpn: " + Directory() + ": Is a directory\n");
 }
 
+TEST_F(Configuration, CommitIsRepeatedWhileTheDaemonIsBusy) {
+  fault_arm("kvtree_config_commit", EBUSY, 1, 2);
+  Done("set vrf red rd 65000:1");
+  EXPECT_EQ(fault_reached("kvtree_config_commit"), 3U);
+  EXPECT_EQ(Done("show"), "set vrf red rd 65000:1 ipv4\n");
+}
+
 TEST_F(Configuration, RefusedCommitChangesNothing) {
   fault_arm("kvtree_config_commit", kStatusIo);
   EXPECT_THAT(Refused("set vrf red rd 65000:1"),
