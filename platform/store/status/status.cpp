@@ -89,7 +89,7 @@ Status provide(Provided* process) {
 Status process_status_start(EventManager* manager, ProcessIdentity identity) {
   auto& provided = process_status::provided();
   if (provided != nullptr) return kStatusExists;
-  provided = std::make_unique<process_status::Provided>(manager, std::move(identity));
+  provided.reset(new process_status::Provided{manager, std::move(identity)});
   const Status status = process_status::provide(provided.get());
   if (status != kStatusOk) process_status_stop();
   return status;
