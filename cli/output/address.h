@@ -31,7 +31,7 @@ std::span<const std::uint8_t> octets_of(const ParcelOctets& octets);
 // 4 or 16 octets; others are shown as hexadecimal digits, none as "".
 std::string address_text(std::span<const std::uint8_t> octets);
 std::string hexadecimal(std::span<const std::uint8_t> octets);
-// Digits of an MplsIndexType; none for a single 0, which means that there is no such entry (RFC 3813).
+// The digits of an MplsIndexType; none for a single 0, the value of a missing entry (RFC 3813).
 std::string mpls_index_text(std::span<const std::uint8_t> octets);
 
 }  // namespace cli

@@ -37,7 +37,7 @@ Role peer_role(const Peer& peer);
 
 const char* role_name(Role role);  // for users
 
-// Asks the name service for a group's id; none if there is no such group. Tests replace it.
+// Asks the name service for a group's id; none if the group does not exist. Tests replace it.
 using FindGroup = std::optional<gid_t> (*)(const std::string& name);
 extern FindGroup find_group;
 

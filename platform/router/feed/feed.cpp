@@ -1,7 +1,7 @@
 // Items are ordered by change, then by phase; those of one change usually arrive in that order, so appending
-// costs no search. The item that is being delivered is no longer in the queue: whatever its callback appends
-// leaves it alone. A generation number makes posted deliveries of earlier ones do nothing: a receiver that is
-// dropped may be the one on whose event manager the delivery was posted.
+// costs no search. An item is removed from the queue before its delivery: what its callback appends does
+// not affect it. A generation number makes posted deliveries of an earlier generation do nothing: a dropped
+// receiver may be the one on whose event manager the delivery was posted.
 #include "platform/router/feed/feed.h"
 
 #include <algorithm>

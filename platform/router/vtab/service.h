@@ -15,7 +15,7 @@ namespace vtab {
 
 // What the client has registered; the numbers are its own and not interpreted.
 struct Client {
-  EventManager* manager = nullptr;  // null: there is no client
+  EventManager* manager = nullptr;  // null without a client
   std::string name;
   std::size_t attribute_size = 0;
   std::array<std::uint32_t, 3> init_numbers{};  // of vtab_init

@@ -56,7 +56,7 @@ class VrfRecords {
   // Gives every node a block of this size. Without memory it returns false, and no node has a block.
   bool allot_attributes(std::size_t attribute_size);
 
-  // Called when a record became complete, or is no longer complete.
+  // Called after a record has become complete or incomplete.
   void (*changed)(const char* vrf_name) = nullptr;
 
  private:

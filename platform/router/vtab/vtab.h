@@ -96,8 +96,7 @@ using VtabVrfCallback = Status (*)(const char* vrf_name);
 
 // For what is derived from the records: called inside each change after which look-ups show otherwise whether
 // the VRF's record is complete, or which record, states and addresses an interface name has; ahead of the
-// events, and also while there is no client. Must not change anything here. Null ends it, and so does
-// vtab_attach.
+// events, and also without a client. Must not change anything here. Null and vtab_attach end it.
 void vtab_observe(void (*vrf_changed)(const char* vrf_name), void (*interface_changed)(const char* if_name));
 
 VtabVrfRecord* vtab_get_vrf_record_by_vrf_name(const char* vrf_name);

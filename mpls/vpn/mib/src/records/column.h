@@ -95,7 +95,7 @@ consteval const Column<Record>& find_column(const Column<Record> (&columns)[kCol
   for (const Column<Record>& column : columns) {
     if (column.key != nullptr && column.key == key) return column;
   }
-  throw "there is no such column";
+  throw "the table lacks this column";
 }
 
 }  // namespace mib
