@@ -71,22 +71,25 @@ int migrate(sqlite3* database, std::int64_t version) {
   return is_first ? migrate_first(database) : sqlite::run(database, kMigrateSecond);
 }
 
-// SQLITE_OK for a complete database of ours of this version; an empty file is initialized and a former
-// version migrated. SQLITE_NOTADB, SQLITE_CORRUPT, SQLITE_MISMATCH and SQLITE_ERROR (a schema that SQLite
-// does not know) are for files with unusable contents, kNewerVersion for a file that only a newer release can
-// use.
-int check_or_make(sqlite3* database, std::int64_t* version) {
-  sqlite::Identity identity;
-  if (const int code = sqlite::read_identity(database, &identity)) return code;
-  if (identity.is_blank()) return sqlite::run(database, kMake);
-  *version = identity.version;
-  if (identity.application != kApplicationId || *version < 1) return SQLITE_MISMATCH;
-  if (*version > kVersion) return kNewerVersion;
+// SQLITE_OK for an empty file and for a complete database of ours of a version that this release reads.
+// SQLITE_NOTADB, SQLITE_CORRUPT, SQLITE_MISMATCH and SQLITE_ERROR (a schema that SQLite does not know) are
+// for files with unusable contents, kNewerVersion for a file that only a newer release can use.
+int check(sqlite3* database, sqlite::Identity* identity) {
+  if (const int code = sqlite::read_identity(database, identity)) return code;
+  if (sqlite::has_unwritable_format(database)) return SQLITE_NOTADB;
+  if (identity->is_blank()) return SQLITE_OK;
+  if (identity->application != kApplicationId || identity->version < 1) return SQLITE_MISMATCH;
+  if (identity->version > kVersion) return kNewerVersion;
   std::string damage;
   if (const int code = sqlite::check_contents(database, &damage)) return code;
-  if (!damage.empty()) return SQLITE_CORRUPT;
-  if (*version < kVersion) {
-    if (const int code = migrate(database, *version)) return code;
+  return damage.empty() ? SQLITE_OK : SQLITE_CORRUPT;
+}
+
+// Initializes an empty file and migrates a former version.
+int complete(sqlite3* database, const sqlite::Identity& identity) {
+  if (identity.is_blank()) return sqlite::run(database, kMake);
+  if (identity.version < kVersion) {
+    if (const int code = migrate(database, identity.version)) return code;
   }
   return sqlite::Statement(database, kProbe) ? SQLITE_OK : SQLITE_MISMATCH;
 }
@@ -97,11 +100,16 @@ bool is_unusable(int code) {
          primary == SQLITE_ERROR;
 }
 
+// The lock is a transaction for writing, in which SQLite corrects a wrong page count of the file's header:
+// only a file that is going to be used gets it.
 int open_once(const std::string& file, sqlite::Connection* database, std::int64_t* version) {
   if (const int code = sqlite::open(file, database)) return code;
-  if (const int code = sqlite::lock_for_this_process(database->get()))
-    return sqlite::has_unwritable_format(database->get()) ? SQLITE_NOTADB : code;
-  return check_or_make(database->get(), version);
+  sqlite::Identity identity;
+  const int code = check(database->get(), &identity);
+  *version = identity.version;
+  if (code != SQLITE_OK) return code;
+  if (const int locked = sqlite::lock_for_this_process(database->get())) return locked;
+  return complete(database->get(), identity);
 }
 
 constexpr sqlite::RowCopy kCopies[] = {

@@ -184,6 +184,34 @@ TEST_F(Configuration, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {
   EXPECT_EQ(Keep(), kStatusOk);
 }
 
+// SQLite determines the size of a file that another library wrote itself and corrects the header when it
+// begins to write.
+std::string with_wrong_page_count(std::string database) {
+  constexpr std::size_t kChangeCounterAt = 27;
+  constexpr std::size_t kPageCountAt = 31;
+  ++database[kChangeCounterAt];
+  ++database[kPageCountAt];
+  return database;
+}
+
+TEST_F(Configuration, DatabaseOfANewerVersionWithAWrongPageCountIsLeftAlone) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  kvtree::store().node_store.reset();
+  ExecuteOn(File(), "PRAGMA user_version = 4");
+  const std::string contents = with_wrong_page_count(Read(File()));
+  Write(contents);
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(Keep(), kStatusIo);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("it is of version 4"));
+  EXPECT_TRUE(Read(File()) == contents);
+}
+
+TEST_F(Configuration, ForeignDatabaseWithAWrongPageCountIsSetAsideUnchanged) {
+  ExecuteOn(File(), "CREATE TABLE other(x)");
+  Write(with_wrong_page_count(Read(File())));
+  ExpectSetAside();
+}
+
 // Every page once: only the first ones, which say where everything else is, may cost all.
 TEST_F(Configuration, DamagedPageCostsOnlyWhatItHas) {
   ASSERT_EQ(Keep(), kStatusOk);
