@@ -57,9 +57,10 @@ void chkpt_application_init(ChkptApplication* application, std::uint32_t number,
 void chkpt_table_init(ChkptTableDescriptor* descriptor, std::uint32_t key_kind, std::uint32_t versioned,
                       std::uint32_t record_size, std::uint32_t persistent, std::uint32_t reserved);
 
-// Opens the database and reads it. kStatusInvalid for a missing argument or name, or if the number belongs to
-// an application of another name; kStatusExists if it is open already; EBUSY if another process has it open;
-// otherwise the system's error. The manager must live until chkpt_end().
+// Opens the database and reads it. The number identifies the application; another name in the database is
+// corrected and logged. kStatusInvalid for a missing argument or name; kStatusExists if it is open already;
+// EBUSY if another process has it open; otherwise the system's error. The manager must live until
+// chkpt_end().
 [[nodiscard]] Status chkpt_init(const ChkptApplication* application, EventManager* manager);
 // *had_contents: an earlier process left records in the table. A changed descriptor replaces the former one;
 // records of another size remain until they are deleted. The handle lives until chkpt_end(). kStatusInvalid

@@ -60,14 +60,20 @@ TEST_F(CheckpointTest, ApplicationsAreApart) {
   EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "one"}));
 }
 
-TEST_F(CheckpointTest, ApplicationNumberOfAnotherNameIsRefused) {
+// The number identifies the application; a damaged name must not prevent the start.
+TEST_F(CheckpointTest, ApplicationWhoseStoredNameDiffersKeepsItsRecords) {
   Start();
   Put("key1", "one");
   chkpt_end();
-  chkpt_application_init(&application, 1235, "another");
-  EXPECT_EQ(chkpt_init(&application, manager), kStatusInvalid);
-  chkpt_application_init(&application, 1235, "mpls_vpn");
+  Sql("UPDATE application SET name = x'6dca6c73'");
+  CaptureStderr();
   EXPECT_TRUE(Start());
+  EXPECT_EQ(GetCapturedStderr(), "chkpt: the name of application 1235 in " + File() +
+                                     " is not \"mpls_vpn\": it is corrected, the records are used\n");
+  EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "one"}));
+  CaptureStderr();
+  EXPECT_TRUE(Restart());
+  EXPECT_EQ(GetCapturedStderr(), "");
 }
 
 TEST_F(CheckpointTest, NameHasAtMostTwentyFourCharacters) {

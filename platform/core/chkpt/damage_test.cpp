@@ -107,6 +107,23 @@ TEST_F(CheckpointDamageTest, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {
   EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "one"}));
 }
 
+// SQLite determines the size of a file that another library wrote itself and corrects the header when it
+// begins to write.
+TEST_F(CheckpointDamageTest, WrongPageCountOfAFileThatIsNotUsedIsNotCorrected) {
+  for (const char* sql : {"PRAGMA user_version=2", "PRAGMA user_version=0", "DROP TABLE record",
+                          "PRAGMA journal_mode=DELETE; PRAGMA user_version=2",
+                          "PRAGMA journal_mode=DELETE; DROP TABLE record"}) {
+    UseStateDirectory(directory.path() + "/" + std::to_string(std::hash<std::string>{}(sql)));
+    MakeDatabase();
+    Sql(sql);
+    std::string file = ReadFile(File());
+    for (const std::size_t change_counter_and_page_count : {27, 31}) ++file[change_counter_and_page_count];
+    WriteFile(File(), file);
+    const bool is_used = chkpt_init(&application, manager) == kStatusOk;
+    EXPECT_EQ(ReadFile(is_used ? Aside() : File()), file) << sql;
+  }
+}
+
 TEST_F(CheckpointDamageTest, DatabaseWithoutItsTablesIsSetAside) {
   MakeDatabase();
   Sql("DROP TABLE record_table");

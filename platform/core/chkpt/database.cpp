@@ -35,7 +35,7 @@ Status Database::put_application(std::uint32_t number, std::string_view name) {
   sqlite::Statement put;
   const int code = put.prepare(connection_.get(),
                                "INSERT INTO application(number, name, starts) VALUES(?1, ?2, 1)"
-                               " ON CONFLICT(number) DO UPDATE SET starts = starts + 1");
+                               " ON CONFLICT(number) DO UPDATE SET name = ?2, starts = starts + 1");
   if (code != SQLITE_OK) return result(code);
   put.bind(1, number);
   put.bind_text(2, name);

@@ -43,6 +43,7 @@ struct Contents {
 
 class Database {
  public:
+  static std::string file_name(const std::string& directory) { return directory + "/checkpoint.db"; }
   // Opens STATE_DIRECTORY/checkpoint.db and creates directory and file if they are missing. An unusable
   // database is renamed and a new one created. On failure the file is unchanged and the log states the
   // reason.
@@ -55,7 +56,7 @@ class Database {
   [[nodiscard]] Status begin();
   [[nodiscard]] Status commit();
   void roll_back();
-  // Also counts the start, so that every start writes a row.
+  // Corrects the name and counts the start, so that every start writes a row.
   [[nodiscard]] Status put_application(std::uint32_t number, std::string_view name);
   [[nodiscard]] Status put_table(StoredTable* table);  // sets the row
   [[nodiscard]] Status insert_record(std::uint64_t table_row, const StoredRecord& record);

@@ -272,7 +272,7 @@ Status set_aside(const std::string& path, const std::string& why) {
 }  // namespace
 
 Status Database::open(const std::string& directory, std::unique_ptr<Database>* database, Contents* contents) {
-  const std::string path = directory + "/checkpoint.db";
+  const std::string path = file_name(directory);
   if (const Status status = make_directory(directory)) {
     log_error("chkpt", "%s: %s", directory.c_str(), err_text(status));
     return status;

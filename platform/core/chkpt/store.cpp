@@ -217,6 +217,15 @@ Status restore_table(Store* store, ChkptTable* table, bool* had_contents) {
   return kStatusOk;
 }
 
+void report_corrected_name(const std::string& directory, const ChkptApplication& application,
+                           const chkpt::Contents& contents) {
+  const auto known = contents.applications.find(application.number);
+  if (known == contents.applications.end() || known->second == application.name) return;
+  log_warning("chkpt",
+              "the name of application %u in %s is not \"%s\": it is corrected, the records are used",
+              application.number, chkpt::Database::file_name(directory).c_str(), application.name);
+}
+
 Store* registered_store(const void* table) {
   return table == nullptr ? nullptr : the_store().get();
 }
@@ -240,18 +249,12 @@ Status chkpt_init(const ChkptApplication* application, EventManager* manager) {
   if (application == nullptr || manager == nullptr || application->name[0] == '\0') return kStatusInvalid;
   if (the_store() != nullptr) return kStatusExists;
   auto store = std::make_unique<Store>();
-  if (const Status status = chkpt::Database::open(state_directory(), &store->database, &store->contents)) {
+  const std::string directory = state_directory();
+  if (const Status status = chkpt::Database::open(directory, &store->database, &store->contents))
     return status;
-  }
   store->application = application->number;
   store->manager = manager;
   store->next_object_id = store->contents.last_object_id + 1;
-  const auto known = store->contents.applications.find(application->number);
-  if (known != store->contents.applications.end() && known->second != application->name) {
-    log_error("chkpt", "application %u is \"%s\", not \"%s\"", application->number, known->second.c_str(),
-              application->name);
-    return kStatusInvalid;
-  }
   const Status status = transact(store->database.get(), [&] {
     return store->database->put_application(application->number, application->name);
   });
@@ -259,6 +262,7 @@ Status chkpt_init(const ChkptApplication* application, EventManager* manager) {
     log_error("chkpt", "the database cannot be written: %s", err_text(status));
     return status;
   }
+  report_corrected_name(directory, *application, store->contents);
   store->database->checkpoint_log_on_close();
   the_store() = std::move(store);
   return kStatusOk;
