@@ -157,6 +157,34 @@ TEST_F(CheckpointDamageTest, InvalidRecordIsQuarantinedAndTheOthersAreRead) {
   }
 }
 
+// New records would have ids that are invalid at the next start.
+TEST_F(CheckpointDamageTest, ImplausibleSequenceOfObjectIdsIsCorrected) {
+  for (const char* sequence : {"-21", "9223372036854775807", "4611686018427387904", "'text'", "NULL"}) {
+    UseStateDirectory(directory.path() + "/" + sequence);
+    MakeDatabase();
+    Sql((std::string("UPDATE sqlite_sequence SET seq = ") + sequence).c_str());
+    CaptureStderr();
+    EXPECT_TRUE(Start());
+    EXPECT_EQ(GetCapturedStderr(),
+              "chkpt: " + File() + " has an invalid sequence of object ids: it continues at 1001\n");
+    Put("key2", "new");
+    CaptureStderr();
+    EXPECT_TRUE(Restart());
+    EXPECT_EQ(GetCapturedStderr(), "");
+    EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "one"}, Row{"key2", "new"})) << sequence;
+    EXPECT_EQ(Map("key2"), 1002U);
+  }
+}
+
+TEST_F(CheckpointDamageTest, RecordWithTheLastPossibleIdIsQuarantined) {
+  MakeDatabase();
+  Sql("INSERT INTO record SELECT 9223372036854775807, table_row, x'6b657932', data FROM record");
+  EXPECT_TRUE(Start());
+  Put("key3", "new");
+  EXPECT_TRUE(Restart());
+  EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "one"}, Row{"key3", "new"}));
+}
+
 TEST_F(CheckpointDamageTest, EachPageOverwrittenSetsTheDatabaseAside) {
   MakeDatabase();
   const std::string good = ReadFile(File());

@@ -64,6 +64,10 @@ constexpr char kMakeQuarantine[] =
     "BEGIN IMMEDIATE; CREATE TABLE IF NOT EXISTS quarantine(object_id, table_row, key, data)";
 constexpr char kCopyToQuarantine[] =
     "INSERT INTO quarantine SELECT object_id, table_row, key, data FROM record WHERE object_id = ?1";
+// An id and the next one are positive as signed numbers.
+constexpr std::int64_t kMaxObjectId = (std::int64_t{1} << 62) - 1;
+constexpr sqlite::Sequence kObjectIds = {"record", kMaxObjectId,
+                                         "SELECT coalesce(max(object_id), 0) FROM record"};
 constexpr char kDeleteRecord[] = "DELETE FROM record WHERE object_id = ?1";
 
 // Whether the code reports damaged contents of the file, rather than an error of the system.
@@ -96,7 +100,8 @@ class Opening {
     return false;
   }
   bool open_existing(Contents* contents) {
-    return check() && load(contents) && write_ahead() && (invalid_.empty() || quarantine());
+    return check() && load(contents) && write_ahead() && (invalid_.empty() || quarantine()) &&
+           correct_sequence(contents);
   }
   // True for success; else sets what failed.
   bool passed(int code) {
@@ -219,7 +224,8 @@ class Opening {
     std::set<std::pair<std::int64_t, std::string>> keys;
     const auto take = [&](sqlite::Statement& row) {
       const auto records = contents->records.find(static_cast<std::uint64_t>(row.integer(1)));
-      if (row.integer(0) <= 0 || records == contents->records.end() || !row.is_blob(2) || !row.is_blob(3))
+      if (row.integer(0) <= 0 || row.integer(0) > kMaxObjectId || records == contents->records.end() ||
+          !row.is_blob(2) || !row.is_blob(3))
         return false;
       StoredRecord record{static_cast<std::uint64_t>(row.integer(0)), row.octets(2), row.octets(3)};
       contents->last_object_id = record.object_id;
@@ -227,9 +233,17 @@ class Opening {
       records->second.push_back(std::move(record));
       return true;
     };
-    if (!for_each_row("SELECT object_id, table_row, key, data FROM record ORDER BY object_id", take))
-      return false;
-    // Deleted records count too: an object id is never reused.
+    return for_each_row("SELECT object_id, table_row, key, data FROM record ORDER BY object_id", take);
+  }
+
+  // Deleted records count too: an object id is never reused.
+  bool correct_sequence(Contents* contents) {
+    std::int64_t corrected = 0;
+    if (!passed(sqlite::correct_sequence(connection(), kObjectIds, &corrected))) return false;
+    if (corrected > 0) {
+      log_warning("chkpt", "%s has an invalid sequence of object ids: it continues at %lld", path_.c_str(),
+                  static_cast<long long>(corrected));
+    }
     return for_each_row("SELECT seq FROM sqlite_sequence WHERE name = 'record'",
                         [contents](sqlite::Statement& row) {
                           contents->last_object_id =

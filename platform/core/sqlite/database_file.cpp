@@ -13,6 +13,12 @@ namespace sqlite {
 namespace {
 
 constexpr int kMaxSetAside = 1000;
+constexpr std::int64_t kSkippedIds = 1000;  // may have been used by rows that no longer exist
+
+constexpr char kFindImpossible[] =
+    "SELECT count(*) FROM sqlite_sequence WHERE name = ?1 AND (typeof(seq) <> 'integer' OR seq NOT BETWEEN 0 "
+    "AND ?2)";
+constexpr char kSetSequence[] = "UPDATE sqlite_sequence SET seq = ?2 WHERE name = ?1";
 
 bool is_taken(const std::string& name) {
   return file_size(name) >= 0 || file_size(name + "-wal") >= 0;
@@ -62,6 +68,24 @@ bool has_unwritable_format(sqlite3* connection) {
 std::string describe_newer(std::int64_t version, std::int64_t supported) {
   return "it is of version " + std::to_string(version) + " and this release reads versions up to " +
          std::to_string(supported) + "; start the release that wrote it, or move the file away";
+}
+
+int correct_sequence(sqlite3* connection, const Sequence& sequence, std::int64_t* corrected) {
+  Statement find(connection, kFindImpossible);
+  find.bind_text(1, sequence.table);
+  find.bind(2, sequence.maximum);
+  *corrected = 0;
+  if (const int code = find.step(); code != SQLITE_ROW) return code == SQLITE_DONE ? SQLITE_CORRUPT : code;
+  if (find.integer(0) == 0) return SQLITE_OK;
+  find.reset();
+  std::int64_t highest = 0;
+  if (const int code = read_integer(connection, sequence.highest, &highest)) return code;
+  Statement set(connection, kSetSequence);
+  set.bind_text(1, sequence.table);
+  set.bind(2, highest + kSkippedIds);
+  if (const int code = set.finish()) return code;
+  *corrected = highest + kSkippedIds;
+  return SQLITE_OK;
 }
 
 std::size_t copy_readable(sqlite3* damaged, sqlite3* to, const RowCopy& copy) {

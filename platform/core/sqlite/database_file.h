@@ -29,6 +29,16 @@ bool has_unwritable_format(sqlite3* connection);
 // Why a database of a newer version than `supported` is not opened, for a message.
 std::string describe_newer(std::int64_t version, std::int64_t supported);
 
+// The ids of a table with AUTOINCREMENT: no more than `maximum`. `highest` selects the highest that was used.
+struct Sequence {
+  const char* table;
+  std::int64_t maximum;
+  const char* highest;
+};
+// Corrects an impossible sequence, which would prevent new rows or give them impossible ids. Returns a code;
+// *corrected is the last id that is considered used, 0 for a sequence that is sound.
+int correct_sequence(sqlite3* connection, const Sequence& sequence, std::int64_t* corrected);
+
 // Copies rows of a damaged database to another one: `insert` takes the columns that `select` reads. The two
 // statements read the same rows from either end, each up to the damage. Returns how many rows were copied.
 struct RowCopy {

@@ -49,6 +49,10 @@ constexpr char kProbe[] =
     "SELECT node.path, node.owner, node.value, node.told, log.id, log.time, log.owner, log.comment, "
     "log.changes, "
     "log.octets, log.folded, content.id, content.octets FROM node, log, content";
+// `told` starts with an id (node_store.cpp).
+constexpr sqlite::Sequence kCommitIds = {
+    "log", (std::int64_t{1} << 42) - 1,
+    "SELECT max((SELECT coalesce(max(id), 0) FROM log), (SELECT coalesce(max(told), 0) >> 20 FROM node))"};
 constexpr char kFirstProbe[] = "SELECT path, value FROM node";
 constexpr char kSecondProbe[] = "SELECT path, owner, value FROM node";
 
@@ -85,13 +89,23 @@ int check(sqlite3* database, sqlite::Identity* identity) {
   return damage.empty() ? SQLITE_OK : SQLITE_CORRUPT;
 }
 
+int correct_sequence(sqlite3* database) {
+  std::int64_t corrected = 0;
+  const int code = sqlite::correct_sequence(database, kCommitIds, &corrected);
+  if (corrected > 0) {
+    log_warning("configuration", "%s has an invalid sequence of commits: it continues at %lld",
+                sqlite3_db_filename(database, "main"), static_cast<long long>(corrected));
+  }
+  return code;
+}
+
 // Initializes an empty file and migrates a former version.
 int complete(sqlite3* database, const sqlite::Identity& identity) {
   if (identity.is_blank()) return sqlite::run(database, kMake);
   if (identity.version < kVersion) {
     if (const int code = migrate(database, identity.version)) return code;
   }
-  return sqlite::Statement(database, kProbe) ? SQLITE_OK : SQLITE_MISMATCH;
+  return sqlite::Statement(database, kProbe) ? correct_sequence(database) : SQLITE_MISMATCH;
 }
 
 bool is_unusable(int code) {

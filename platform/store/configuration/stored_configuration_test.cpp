@@ -212,6 +212,27 @@ TEST_F(Configuration, ForeignDatabaseWithAWrongPageCountIsSetAsideUnchanged) {
   ExpectSetAside();
 }
 
+// Otherwise no commit could be written, or the notifications of its nodes would not be in order.
+TEST_F(Configuration, ImplausibleSequenceOfCommitsIsCorrected) {
+  for (const char* sequence : {"9223372036854775807", "8796093022208", "-1", "'text'", "NULL"}) {
+    std::filesystem::remove(File());
+    ASSERT_EQ(Keep(), kStatusOk);
+    ASSERT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "x")}, ""), kStatusOk);
+    kvtree_reset();
+    ExecuteOn(File(), std::string("UPDATE sqlite_sequence SET seq = ") + sequence);
+    ::testing::internal::CaptureStderr();
+    ASSERT_EQ(Keep(), kStatusOk);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "configuration: " + File() + " has an invalid sequence of commits: it continues at 1001\n");
+    std::string id;
+    std::string error;
+    EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/b", "x")}, "", &id, &error), kStatusOk) << error;
+    EXPECT_EQ(id, "1002");
+    kvtree_reset();
+  }
+  ASSERT_EQ(Keep(), kStatusOk);
+}
+
 // Every page once: only the first ones, which say where everything else is, may cost all.
 TEST_F(Configuration, DamagedPageCostsOnlyWhatItHas) {
   ASSERT_EQ(Keep(), kStatusOk);
