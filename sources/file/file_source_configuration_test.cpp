@@ -2,6 +2,7 @@
 #include "platform/config/test_support.h"
 #include "platform/store/configuration/configuration.h"
 #include "sources/file/file_source_test_support.h"
+#include "sources/large_configuration_test_support.h"
 
 namespace {
 
@@ -45,6 +46,14 @@ TEST_F(ConfigurationOnDisk, NextLoadChangesWhatDiffers) {
   EXPECT_EQ(commit_count(), 2U) << "only the router changed";
   LoadWell("vrfs: []\n");
   EXPECT_THAT(words_in_force(), IsEmpty());
+}
+
+TEST_F(ConfigurationOnDisk, TenThousandConfiguredVrfsAreLoadedAndRemoved) {
+  constexpr unsigned kVrfs = 10000;
+  LoadWell(router_file_text(kVrfs));
+  EXPECT_EQ(vrf_config::words_owned(kConfigOwnerFile).size(), kVrfs * kNodesOfFilesVrf);
+  LoadWell(router_file_text(1, false));
+  EXPECT_THAT(vrf_config::words_owned(kConfigOwnerFile), IsEmpty());
 }
 
 TEST_F(ConfigurationOnDisk, FormatOfAsNumbersFollowsItsKey) {

@@ -10,6 +10,7 @@
 
 #include "platform/config/owners.h"
 #include "sources/frr/frr_source_test_support.h"
+#include "sources/large_configuration_test_support.h"
 
 namespace {
 
@@ -25,6 +26,15 @@ TEST_F(FrrSourceTest, ConfigurationIsStoredInTheTree) {
              {"ospfd", "router ospf vrf blue\n network 10.2.0.0/30 area 0\n"}});
   EXPECT_THAT(Stored(), IsSupersetOf({std::string(kRd10Words), std::string(kTarget10Words)}));
   EXPECT_EQ(Stored().size(), 3U);
+}
+
+TEST_F(FrrSourceTest, TenThousandVrfsAreStored) {
+  constexpr unsigned kVrfs = 10000;
+  StartWith("bgpd", suite_configuration(kVrfs));
+  EXPECT_EQ(Stored().size(), kVrfs * kNodesOfSuitesVrf);
+  suite.Configure("bgpd", suite_configuration(1));
+  AwaitAnswer("bgpd");
+  EXPECT_EQ(Stored().size(), kNodesOfSuitesVrf);
 }
 
 TEST_F(FrrSourceTest, ChangesAreFollowed) {

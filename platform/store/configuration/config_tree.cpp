@@ -174,10 +174,6 @@ Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::ve
     *error = "unknown owner \"" + std::string(owner) + "\"";
     return kStatusInvalid;
   }
-  if (changes.size() > kMaxConfigChanges) {
-    *error = "a commit has at most " + std::to_string(kMaxConfigChanges) + " changes";
-    return kStatusMessageTooLarge;
-  }
   Seen seen;
   Cursor cursor(tree);
   plan->changes.reserve(changes.size());

@@ -80,14 +80,14 @@ struct KvConfigCommitChange {
 
 inline constexpr std::size_t kMaxCommits = 1000;             // of the history: the newest ones,
 inline constexpr std::size_t kMaxHistoryOctets = 64U << 20;  // and at most this, except for the newest one
-inline constexpr std::size_t kMaxConfigChanges = 100000;     // of one commit
+inline constexpr std::size_t kMaxConfigChanges = 100000;     // of kvtree_config_commit
 inline constexpr std::size_t kMaxCommitComment = 1024;       // octets; the rest is cut
 inline constexpr std::size_t kMaxConfigText = 32U << 10;     // octets of a node's text
 inline constexpr std::size_t kMaxConfigTuple = 256;          // numbers of a node's tuple
 
 // What the memory and the start may cost. Tests lower the limits.
 struct KvConfigLimits {
-  std::size_t commit_octets = 64U << 20;     // of the paths and values that one commit sets
+  std::size_t commit_octets = 64U << 20;     // of the paths and values that kvtree_config_commit sets
   std::size_t nodes = 1000000;               // of all owners together
   std::size_t octets = 256U << 20;           // of the paths and values of all owners
   std::size_t unprocessed_changes = 100000;  // of commits, from which on clients' commits are refused (EBUSY)
@@ -105,8 +105,8 @@ inline KvConfigLimits kv_config_limits;
                                           std::string_view comment, std::string* id = nullptr,
                                           std::string* error = nullptr);
 
-// Makes `nodes` the owner's only values, as one commit of the difference. Statuses as above; of two nodes
-// with one path the last counts.
+// Makes `nodes` the owner's only values, as one commit of the difference. Statuses as above, but only the
+// size of the configuration is limited, not that of the commit. Of two nodes with one path the last counts.
 [[nodiscard]] Status kvtree_config_replace(std::string_view owner, const std::vector<KvConfigNode>& nodes,
                                            std::string_view comment, std::string* id = nullptr,
                                            std::string* error = nullptr);

@@ -25,6 +25,7 @@ namespace kvtree {
 namespace {
 
 constexpr std::size_t kRowsPerFold = 500;
+constexpr std::size_t kRowsAtOnce = 20000;  // without an event loop
 constexpr std::uint64_t kFoldRetry = kNanosecondsPerSecond;
 
 void fold_later(EventManager* manager);
@@ -49,7 +50,7 @@ void fold_later(EventManager* manager) {
 void fold() {
   if (!store().node_store->has_unfolded()) return;
   if (the_server() == nullptr) {
-    while (store().node_store->fold_some(kRowsPerFold)) {
+    while (store().node_store->fold_some(kRowsAtOnce)) {
     }
   } else if (!std::exchange(store().folding, true)) {
     fold_later(the_server()->manager);
@@ -131,12 +132,18 @@ bool grows_beyond(std::size_t now, std::int64_t added, std::size_t maximum) {
   return added > 0 && now + static_cast<std::size_t>(added) > maximum;
 }
 
+// Of the commit alone, which a replacement is not bound by: an owner may set the whole configuration.
+Status check_commit_size(const CommitPlan& plan, std::string* error) {
+  if (plan.set_octets <= kv_config_limits.commit_octets) return kStatusOk;
+  *error = "a commit sets at most " + std::to_string(kv_config_limits.commit_octets) +
+           " octets of paths and values";
+  return kStatusMessageTooLarge;
+}
+
+// Of the configuration.
 Status check_size(const CommitPlan& plan, std::string* error) {
   const auto octets = static_cast<std::size_t>(store().configuration_octets);
-  if (plan.set_octets > kv_config_limits.commit_octets) {
-    *error = "a commit sets at most " + std::to_string(kv_config_limits.commit_octets) +
-             " octets of paths and values";
-  } else if (grows_beyond(store().configuration.size(), plan.added_nodes, kv_config_limits.nodes)) {
+  if (grows_beyond(store().configuration.size(), plan.added_nodes, kv_config_limits.nodes)) {
     *error = "the configuration has at most " + std::to_string(kv_config_limits.nodes) + " nodes";
   } else if (grows_beyond(octets, plan.added_octets, kv_config_limits.octets)) {
     *error = "the configuration has at most " + std::to_string(kv_config_limits.octets) +
@@ -147,11 +154,16 @@ Status check_size(const CommitPlan& plan, std::string* error) {
 
 using Proposal = std::vector<ProposedChange>;
 
-Status commit(std::string_view owner, const Proposal& changes, std::string_view comment, std::string* id,
-              std::string* error) {
+enum class CommitKind : std::uint8_t { kChanges, kReplacement };
+
+Status commit(CommitKind kind, std::string_view owner, const Proposal& changes, std::string_view comment,
+              std::string* id, std::string* error) {
   const auto plan = std::make_shared<CommitPlan>();
   if (const Status status = plan_commit(store().configuration, owner, changes, plan.get(), error))
     return status;
+  if (kind == CommitKind::kChanges) {
+    if (const Status status = check_commit_size(*plan, error)) return status;
+  }
   if (const Status status = check_size(*plan, error)) return status;
   return carry_out(plan, comment, id, error);
 }
@@ -175,16 +187,16 @@ Proposal proposal_of(const std::vector<KvConfigNode>& nodes) {
   return wanted;
 }
 
-// The owner's values that are no longer wanted, then the wanted ones.
+// The wanted values, and the withdrawal of the owner's others, in the order of the paths.
 Proposal propose_replacement(std::size_t owner, const Proposal& wanted) {
   Proposal changes;
-  auto next = wanted.begin();  // both are in the order of the paths
+  auto next = wanted.begin();
   for (const auto& [path, node] : store().configuration) {
     if (owner == kNoOwner || node.values[owner] == nullptr) continue;
-    while (next != wanted.end() && next->path < path) ++next;
+    while (next != wanted.end() && next->path < path) changes.push_back(*next++);
     if (next == wanted.end() || next->path != path) changes.push_back({path, nullptr});
   }
-  changes.insert(changes.end(), wanted.begin(), wanted.end());
+  changes.insert(changes.end(), next, wanted.end());
   return changes;
 }
 
@@ -262,10 +274,14 @@ Status kvtree_config_commit(std::string_view owner, const std::vector<KvConfigCh
                             std::string_view comment, std::string* id, std::string* error) {
   const kvtree::Answers answers(id, error);
   if (const Status status = fault_check("kvtree_config_commit")) return status;
+  if (changes.size() > kMaxConfigChanges) {
+    *answers.error = "a commit has at most " + std::to_string(kMaxConfigChanges) + " changes";
+    return kStatusMessageTooLarge;
+  }
   kvtree::Proposal proposal;
   proposal.reserve(changes.size());
   for (const auto& [path, value] : changes) proposal.push_back({path, value ? &*value : nullptr});
-  return kvtree::commit(owner, proposal, comment, answers.id, answers.error);
+  return kvtree::commit(kvtree::CommitKind::kChanges, owner, proposal, comment, answers.id, answers.error);
 }
 
 Status kvtree_config_replace(std::string_view owner, const std::vector<KvConfigNode>& nodes,
@@ -274,7 +290,7 @@ Status kvtree_config_replace(std::string_view owner, const std::vector<KvConfigN
   if (const Status status = fault_check("kvtree_config_replace")) return status;
   const kvtree::Proposal changes =
       kvtree::propose_replacement(kvtree::find_owner(owner), kvtree::proposal_of(nodes));
-  return kvtree::commit(owner, changes, comment, answers.id, answers.error);
+  return kvtree::commit(kvtree::CommitKind::kReplacement, owner, changes, comment, answers.id, answers.error);
 }
 
 void kvtree_config_owned(std::string_view owner, const std::function<void(const KvConfigNode&)>& visit) {

@@ -234,6 +234,17 @@ TEST_F(ConfigReplace, LastOfTwoNodesWithOnePathCounts) {
   EXPECT_THAT(Replace({{"/cfg/s/a", TextValue("1")}, {"/cfg/s/a", TextValue("2")}}), ElementsAre("a 3 2"));
 }
 
+TEST_F(ConfigReplace, OwnerMaySetMoreThanOneCommitOfAClient) {
+  std::vector<KvConfigNode> nodes;
+  for (const KvConfigChange& change : Many(kMaxConfigChanges + 50000, "x"))
+    nodes.push_back({change.path, *change.value});
+  Replace(nodes);
+  EXPECT_EQ(Owned("script").size(), nodes.size());
+  EXPECT_THAT(History(), ElementsAre("1 script 150000 reload"));
+  Replace({});
+  EXPECT_THAT(Owned("script"), IsEmpty());
+}
+
 TEST_F(ConfigReplace, NodeOutsideTheConfigurationIsRefused) {
   Commit("script", {SetTo("/cfg/s/a", "1")});
   EXPECT_EQ(kvtree_config_replace("script", {{"/oper/t", TextValue("1")}}, "", &id, &error),

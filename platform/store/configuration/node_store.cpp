@@ -16,9 +16,11 @@ namespace {
 constexpr std::size_t kFoldedPerStepOfStart = 20000;  // each step ends with a synchronization of the disk
 constexpr std::size_t kFoldedAtOnce = 256;  // changes of a commit whose rows are in its own transaction
 
-// Commits follow each other by their ids, and the changes of one by their places in it.
+// Commits follow each other by their ids, and the changes of one by their places in it. The changes of a
+// replacement are in the order of the paths, which is also the order among equal places.
 constexpr int kPlaceBits = 20;
-static_assert(kMaxConfigChanges <= std::size_t{1} << kPlaceBits);
+constexpr std::size_t kLastPlace = (std::size_t{1} << kPlaceBits) - 1;
+static_assert(kMaxConfigChanges <= kLastPlace);
 
 constexpr char kMakeQuarantine[] =
     "CREATE TABLE IF NOT EXISTS quarantine_commit(id, time, owner, comment, changes, octets);"
@@ -302,7 +304,7 @@ bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t 
       sqlite::Statement(database_.get(), "DELETE FROM node WHERE path = ? AND owner = ?"),
       sqlite::Statement(database_.get(), "UPDATE node SET told = ? WHERE path = ?")};
   for (std::size_t i = first; i < end; ++i) {
-    const std::int64_t notified = (id << kPlaceBits) + static_cast<std::int64_t>(i);
+    const std::int64_t notified = (id << kPlaceBits) + static_cast<std::int64_t>(std::min(i, kLastPlace));
     if (!write_row(statements, owner_name(plan.owner), plan.changes[i], notified)) return false;
   }
   return true;
