@@ -107,6 +107,14 @@ TEST_F(TraceTest, LongTextIsCutAndMarked) {
   EXPECT_EQ(Read("long").at(2).text, marked);
 }
 
+// A file is not trusted: a text that fills its entry has no terminator.
+TEST_F(TraceTest, TextWithoutTerminatorIsReadToItsBound) {
+  trace_write(Open("damaged", 1), 1, 0, "x");
+  const std::size_t text = sizeof(trace_detail::Header) + offsetof(trace_detail::Entry, text);
+  Damage("damaged", text, std::string(trace_detail::kTextWords * 8, 'x'));
+  EXPECT_EQ(Read("damaged").at(0).text, std::string(kTraceTextMax, 'x'));
+}
+
 TEST_F(TraceTest, ShortTextReplacesALongOne) {
   TraceBuffer* buffer = Open("short", 1);
   for (const std::size_t length : {100U, 8U, 7U, 0U}) {

@@ -27,6 +27,11 @@ TEST(RouterFileError, TextThatIsNotOneDocumentIsRefused) {
   EXPECT_EQ(ErrorIn("vrfs: []\n---\nvrfs: []\n"), "3:1: a router file is one document");
 }
 
+// A document in braces is read after an insertion, which the parser's mark can precede.
+TEST(RouterFileError, TextThatIsNotUtf8HasAPosition) {
+  EXPECT_EQ(ErrorIn("{\xff"), "1:1: end of map flow not found");
+}
+
 std::string Repeated(const std::string& text, std::size_t times) {
   std::string all;
   all.reserve(text.size() * times);
