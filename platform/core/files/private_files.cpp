@@ -22,9 +22,18 @@ Status errno_status() {
 
 Status check_owner(const std::string& path, uid_t owner) {
   if (owner == 0 || owner == geteuid()) return kStatusOk;
-  log_error("files",
-            "%s belongs to user %u: it must belong to root or to user %u; remove it or change its owner",
-            path.c_str(), owner, geteuid());
+  const std::string own = geteuid() == 0 ? "" : " or to user " + std::to_string(geteuid());
+  log_error("files", "%s belongs to user %u: it must belong to root%s; remove it or change its owner",
+            path.c_str(), owner, own.c_str());
+  return kStatusAccess;
+}
+
+// A file of root is refused if this process cannot use it: another user's daemon has left it.
+Status check_access(const std::string& path, const FileStatus& file) {
+  if (file.st_uid == geteuid() || faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK, AT_EACCESS) == 0)
+    return kStatusOk;
+  log_error("files", "%s belongs to user %u and user %u may not read and write it: change its owner",
+            path.c_str(), file.st_uid, geteuid());
   return kStatusAccess;
 }
 
@@ -40,14 +49,26 @@ Status set_mode(const std::string& path, mode_t mode) {
   return chmod(path.c_str(), mode) == 0 ? kStatusOk : errno_status();
 }
 
-Status check_directory(const std::string& path, const FileStatus& link, const FileStatus& directory) {
+// Permissions to write that has_excess() does not let this process take away.
+Status check_writers(const std::string& path, const FileStatus& directory, mode_t mode) {
+  if ((directory.st_mode & S_IWOTH) != 0) {
+    log_error("files", "everybody may write to %s: check what it contains, then run chmod o-w on it",
+              path.c_str());
+    return kStatusAccess;
+  }
+  if (directory.st_uid == geteuid() || (directory.st_mode & S_IWGRP & ~mode) == 0) return kStatusOk;
+  log_error("files",
+            "group %u may write to %s: check what it contains, then run chmod g-w and chown %u on it",
+            directory.st_gid, path.c_str(), geteuid());
+  return kStatusAccess;
+}
+
+Status check_directory(const std::string& path, const FileStatus& link, const FileStatus& directory,
+                       mode_t mode) {
   if (!S_ISDIR(directory.st_mode)) return ENOTDIR;
   if (const Status status = check_owner(path, link.st_uid)) return status;
   if (const Status status = check_owner(path, directory.st_uid)) return status;
-  if ((directory.st_mode & S_IWOTH) == 0) return kStatusOk;
-  log_error("files", "everybody may write to %s: check what it contains, then run chmod o-w on it",
-            path.c_str());
-  return kStatusAccess;
+  return check_writers(path, directory, mode);
 }
 
 Status check_file(const std::string& path, const FileStatus& file) {
@@ -80,7 +101,7 @@ Status prepare_directory(const std::string& path, mode_t mode) {
   FileStatus link{};
   FileStatus directory{};
   if (lstat(path.c_str(), &link) != 0 || stat(path.c_str(), &directory) != 0) return errno_status();
-  if (const Status status = check_directory(path, link, directory)) return status;
+  if (const Status status = check_directory(path, link, directory, mode)) return status;
   return has_excess(directory, mode) ? set_mode(path, without_excess(directory, mode)) : kStatusOk;
 }
 
@@ -88,6 +109,7 @@ Status prepare_private_file(const std::string& path) {
   FileStatus file{};
   if (lstat(path.c_str(), &file) != 0) return errno == ENOENT ? create_file(path) : errno_status();
   if (const Status status = check_file(path, file)) return status;
+  if (const Status status = check_access(path, file)) return status;
   return has_excess(file, kFileMode) ? set_mode(path, without_excess(file, kFileMode)) : kStatusOk;
 }
 

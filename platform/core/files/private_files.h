@@ -15,14 +15,15 @@ inline constexpr mode_t kStateDirectoryMode = 0700;
 
 // Creates the directory, whose parent must exist, or takes from an existing one of this user the permissions
 // that `mode` does not have. kStatusAccess, with the reason in the log, if the directory or a symbolic link
-// to it belongs to another user, or if everybody may write to it: any user could have made its content.
-// Otherwise the system's error.
+// to it belongs to another user, if everybody may write to it (any user could have made its content), or if
+// it is root's and its group may, which this process cannot change. Otherwise the system's error.
 [[nodiscard]] Status prepare_directory(const std::string& path, mode_t mode);
 
 // Creates the file with mode 0600 or takes the permissions of group and others from an existing one.
-// kStatusAccess, with the reason in the log, if it is a symbolic link or another special file, or belongs to
-// another user. An existing file is not opened: closing it would release the locks that this process has on
-// it (fcntl(2)), and SQLite has such locks.
+// kStatusAccess, with the reason in the log, if it is a symbolic link or another special file, belongs to
+// another user, or belongs to root and this process may not read and write it. An existing file is not
+// opened: closing it would release the locks that this process has on it (fcntl(2)), and SQLite has such
+// locks.
 [[nodiscard]] Status prepare_private_file(const std::string& path);
 
 // The same for a file that is then opened with these flags. -1 and errno: ELOOP for a symbolic link.

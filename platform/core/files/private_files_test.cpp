@@ -85,6 +85,21 @@ TEST_F(PrivateFiles, DirectoryOfAnotherUserIsRefused) {
             kStatusAccess);
 }
 
+// Only root could take the permission away.
+TEST_F(PrivateFiles, DirectoryOfRootThatItsGroupMayWriteIsRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: needs root to become another user";
+  ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
+  MakeDirectory(0);
+  for (const auto& [mode, expected] : {std::pair{0770U, kStatusAccess}, std::pair{0755U, kStatusOk}}) {
+    ASSERT_EQ(chmod(path.c_str(), mode), 0);
+    ASSERT_EQ(seteuid(kAnotherUser), 0);
+    EXPECT_EQ(Logged(expected == kStatusOk ? "" : "group 0 may write to " + path,
+                     [&] { return prepare_directory(path, kRunDirectoryMode); }),
+              expected);
+    ASSERT_EQ(seteuid(0), 0);
+  }
+}
+
 TEST_F(PrivateFiles, LinkToADirectoryCountsByItsOwnerAndItsTarget) {
   const std::string link = folder.path() + "/link";
   MakeDirectory(0755);
@@ -147,6 +162,18 @@ TEST_F(PrivateFiles, FileOfAnotherUserIsRefused) {
             kStatusAccess);
   EXPECT_EQ(open_private_file(path, O_RDWR), -1);
   EXPECT_EQ(errno, EACCES);
+}
+
+// As after a start as root and one as another user.
+TEST_F(PrivateFiles, FileOfRootThatThisUserMayNotUseIsRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: needs root to become another user";
+  ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
+  MakeFile(0600);
+  ASSERT_EQ(seteuid(kAnotherUser), 0);
+  EXPECT_EQ(Logged(path + " belongs to user 0 and user 60001 may not read and write it: change its owner",
+                   [&] { return prepare_private_file(path); }),
+            kStatusAccess);
+  ASSERT_EQ(seteuid(0), 0);
 }
 
 // As a user who could write to the directory would prepare it.
