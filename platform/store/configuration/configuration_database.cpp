@@ -172,9 +172,16 @@ bool finish_salvage(const std::string& file) {
   return std::rename(salvage_name(file).c_str(), file.c_str()) == 0;
 }
 
-Status fail(const std::string& what, const char* why) {
+Status fail(const std::string& what, const char* why, Status status = kStatusIo) {
   log_error("configuration", "%s: %s", what.c_str(), why);
-  return kStatusIo;
+  return status;
+}
+
+Status fail_to_open(const std::string& file, sqlite3* database, int code) {
+  const Status status = sqlite::status_of(database, code);
+  std::string why = sqlite3_errstr(code);
+  if (sqlite3_system_errno(database) != 0) why += std::string(": ") + err_text(status);
+  return fail(file + " cannot be opened", why.c_str(), status);
 }
 
 }  // namespace
@@ -188,7 +195,7 @@ Status open_configuration(const std::string& directory, sqlite::Connection* data
   std::int64_t version = 0;
   int code = open_once(file, database, &version);
   if (code == kNewerVersion)
-    return fail(file + " cannot be opened", sqlite::describe_newer(version, kVersion).c_str());
+    return fail(file + " cannot be opened", sqlite::describe_newer(version, kVersion).c_str(), ENOTSUP);
   if (is_unusable(code)) {
     database->reset();
     std::size_t rows = 0;
@@ -210,10 +217,9 @@ Status open_configuration(const std::string& directory, sqlite::Connection* data
   }
   if (sqlite::primary(code) == SQLITE_BUSY) {
     database->reset();
-    return fail(file + " cannot be opened", sqlite::describe_lock(file).c_str());
+    return fail(file + " cannot be opened", sqlite::describe_lock(file).c_str(), EBUSY);
   }
-  if (code != SQLITE_OK) return fail(file + " cannot be opened", sqlite3_errstr(code));
-  return kStatusOk;
+  return code == SQLITE_OK ? kStatusOk : fail_to_open(file, database->get(), code);
 }
 
 Status open_configuration_in_memory(sqlite::Connection* database) {

@@ -172,7 +172,7 @@ TEST_F(Configuration, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {
   const std::string contents = Read(File());
   for (int start = 0; start < 2; ++start) {
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(Keep(), kStatusIo);
+    EXPECT_EQ(Keep(), static_cast<Status>(ENOTSUP));
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
               "configuration: " + File() +
                   " cannot be opened: it is of version 4 and this release reads versions up to 3; start the "
@@ -201,7 +201,7 @@ TEST_F(Configuration, DatabaseOfANewerVersionWithAWrongPageCountIsLeftAlone) {
   const std::string contents = with_wrong_page_count(Read(File()));
   Write(contents);
   ::testing::internal::CaptureStderr();
-  EXPECT_EQ(Keep(), kStatusIo);
+  EXPECT_EQ(Keep(), static_cast<Status>(ENOTSUP));
   EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("it is of version 4"));
   EXPECT_TRUE(Read(File()) == contents);
 }
@@ -272,11 +272,25 @@ TEST_F(Configuration, SalvageThatAFormerProcessDidNotFinishIsFinished) {
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/a=x"));
 }
 
+TEST_F(Configuration, DatabaseThatIsLockedIsBusy) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  kvtree::store().node_store.reset();
+  sqlite::Connection other;
+  ASSERT_EQ(sqlite::open(File(), &other), SQLITE_OK);
+  ASSERT_EQ(sqlite::lock_for_this_process(other.get()), SQLITE_OK);
+  sqlite::busy_timeout = std::chrono::milliseconds(1);
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(Keep(), static_cast<Status>(EBUSY));
+  sqlite::busy_timeout = std::chrono::milliseconds(5000);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr(File() + " cannot be opened: another process has it locked"));
+}
+
 TEST_F(Configuration, MissingDirectoryIsAFailure) {
   ::testing::internal::CaptureStderr();
-  EXPECT_EQ(kvtree_keep_configuration(directory.path() + "/nowhere"), kStatusIo);
+  EXPECT_EQ(kvtree_keep_configuration(directory.path() + "/nowhere"), kStatusNoSuchRow);
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-              HasSubstr("cannot be opened: unable to open database file"));
+              HasSubstr("cannot be opened: unable to open database file: No such file or directory"));
   for (const char* point : {"kvtree_keep_configuration", "configuration_open", "configuration_read"}) {
     fault_arm(point, kStatusAccess);
     EXPECT_EQ(Keep(), kStatusAccess) << point;
