@@ -143,7 +143,7 @@ class BareSqlite {
  private:
   void open() {
     if (sqlite::open(path_, &connection_) != SQLITE_OK) throw std::runtime_error("open");
-    run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL");
+    run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL");
   }
   void prepare() {
     begin_ = sqlite::Statement(connection_.get(), "BEGIN IMMEDIATE");

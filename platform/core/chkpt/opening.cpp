@@ -12,9 +12,8 @@
 // the file alone. Every open writes one row, so that a full or read-only disk fails the start and not the
 // first change.
 //
-// WAL with synchronous=NORMAL: a commit is one write to the log and survives the death of the process; a
-// power cut may lose the last commits, never their order. Exclusive locking admits one process at a time and
-// needs no shared-memory file.
+// WAL with synchronous=FULL: a commit is one write to the log and one synchronization. Exclusive locking admits
+// one process at a time and needs no shared-memory file.
 #include "platform/core/chkpt/database.h"
 
 #include <fcntl.h>
@@ -37,7 +36,7 @@ constexpr std::int64_t kApplicationId = 0x4d564350;  // identifies the file to t
 constexpr std::int64_t kVersion = 1;
 
 constexpr char kSettings[] =
-    "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF; PRAGMA synchronous=NORMAL";
+    "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF; PRAGMA synchronous=FULL";
 
 // The pragmas are part of the transaction: a file that has its tables has its numbers.
 constexpr char kSchema[] =
