@@ -1,6 +1,6 @@
-// What a power cut or the death of the process leaves of the database.
+// What is found of a database that was cut, and of one whose process died.
 //
-// A power cut leaves any prefix of the log; the tests open copies whose log or file is cut at every boundary.
+// The tests open copies whose log or file is cut at every boundary. Power cuts at any operation: tests/power.
 // Death is real: a child writes, reports each commit, and is killed at some moment.
 #include <gmock/gmock.h>
 #include <sys/wait.h>

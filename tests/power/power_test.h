@@ -1,0 +1,120 @@
+// For tests of power cuts: lives of a program, each with the files that the power cut of the one before left.
+//
+//   MPLS_TEST_POWER_CUTS   cuts of each test (250)
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "platform/core/evm/evm.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "tests/power/power_vfs.h"
+#include "tests/power/simulated_disk.h"
+#include "tests/random_rounds.h"
+
+namespace power {
+
+// The simulated disk alone has to synchronize: its files are in memory where that is possible.
+class DirectoryInMemory {
+ public:
+  DirectoryInMemory() {
+    if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 0);
+    directory_.emplace();
+  }
+  const std::string& path() const { return directory_.value().path(); }
+
+ private:
+  std::optional<TestRunDirectory> directory_;
+};
+
+class PowerTest : public ::testing::Test, protected RandomRounds {
+ protected:
+  PowerTest() : disk(seed), manager(event_manager_create("/dev/mpls/vpn/main", 0)) {}
+  ~PowerTest() override { event_manager_destroy(manager); }
+
+  static std::size_t Cuts() { return number_of_environment("MPLS_TEST_POWER_CUTS", 250); }
+
+  // The program starts with the files in `state`, works, and ends.
+  virtual void Live() = 0;
+  virtual void ForgetAll() = 0;  // the disk is empty again
+
+  // Stops at the first violation. Sometimes the next life has an empty disk, so that the first start is cut,
+  // too.
+  void RunLives(std::size_t cuts) {
+    PrintSeed();
+    ::testing::internal::CaptureStderr();  // each cut is logged
+    for (lives = 0; lives < cuts && violation.empty(); ++lives) {
+      if (lives > 0 && OneOf(100)) StartWithNothing();
+      NextState();
+      disk.cut_power_at(OneOf(8) ? 1 + Below(4000) : 1 + Below(150));
+      Live();
+      operations += disk.operations();
+      if (disk.has_power()) ++idle_cuts;
+    }
+    const std::string log = ::testing::internal::GetCapturedStderr();
+    if (!violation.empty())
+      std::cout << violation << ", and the end of the log is:\n"
+                << log.substr(log.size() - std::min<std::size_t>(log.size(), 1000));
+    std::cout << operations << " operations, " << acknowledged_changes << " acknowledged changes, "
+              << completed << " unacknowledged ones complete, " << absent << " absent, " << cut_starts
+              << " starts cut, " << idle_cuts << " cuts while idle\n";
+  }
+  void Violate(const std::string& what) {
+    if (violation.empty()) violation = "life " + std::to_string(lives) + ": " + what;
+  }
+  // Whether the start failed for lack of power, or a violation.
+  bool IsCut(bool started) {
+    if (disk.has_power() && !started) Violate("a start fails");
+    if (!disk.has_power()) ++cut_starts;
+    return !started || !disk.has_power();
+  }
+  void CheckFiles(const std::set<std::string>& names) {
+    for (const auto& file : std::filesystem::directory_iterator(state)) {
+      if (!names.contains(file.path().filename())) Violate("there is a file " + file.path().string());
+    }
+  }
+  void WorkInSteps(std::uint64_t steps) const {
+    std::array<unsigned char, 1024> buffer;
+    EventContext context{manager, buffer.data(), buffer.size(), 0};
+    for (; steps > 0 && event_wait_for(&context, 0) == 0; --steps) event_dispatch(&context);
+  }
+
+  SimulatedDisk disk;
+  PowerVfs vfs{&disk};
+  DirectoryInMemory directory;
+  EventManager* manager = nullptr;
+  std::string state;
+  std::string violation;
+  std::size_t lives = 0;
+  std::size_t operations = 0;
+  std::size_t acknowledged_changes = 0;
+  std::size_t completed = 0;
+  std::size_t absent = 0;
+  std::size_t cut_starts = 0;
+  std::size_t idle_cuts = 0;
+
+ private:
+  void StartWithNothing() {
+    disk = SimulatedDisk(random());
+    ForgetAll();
+  }
+  void NextState() {
+    const SimulatedDisk::Image image = disk.return_power();
+    if (!state.empty()) std::filesystem::remove_all(state);
+    state = directory.path() + "/" + std::to_string(lives);
+    std::filesystem::create_directory(state);
+    for (const auto& [name, octets] : image) std::ofstream(state + "/" + name, std::ios::binary) << octets;
+  }
+};
+
+}  // namespace power
