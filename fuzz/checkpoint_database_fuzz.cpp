@@ -15,7 +15,7 @@ namespace {
 using fuzz::require;
 
 constexpr std::uint32_t kTable = 100;
-constexpr std::uint32_t kVersion = 1;
+constexpr std::uint32_t kVersion = 2;
 
 const TestRunDirectory& directory() {
   static const TestRunDirectory made;
@@ -62,8 +62,12 @@ Status save(const Store& store, const std::string& key, const std::string& data)
   return status == kStatusOk ? chkpt_flush() : status;
 }
 
+bool is_original(const std::string& key, const std::string& data) {
+  return (key == "red1" || key == "red2" || key == "blue") && data == "data";
+}
+
 // The data of the key's record.
-std::optional<std::string> read_all(const Store& store, const std::string& wanted) {
+std::optional<std::string> read_all(const Store& store, const std::string& wanted, bool only_original) {
   std::optional<std::string> found;
   ChkptIterator* iterator = nullptr;
   require(chkpt_iterate_start(store.table, &iterator) == kStatusOk);
@@ -78,6 +82,7 @@ std::optional<std::string> read_all(const Store& store, const std::string& wante
     if (object == 0) break;
     require(object > last);
     last = object;
+    require(!only_original || is_original(key.substr(0, key_size), data.substr(0, data_size)));
     if (key.substr(0, key_size) == wanted) found = data.substr(0, data_size);
   }
   require(chkpt_iterate_end(iterator) == kStatusOk);
@@ -98,12 +103,12 @@ std::string make_database() {
 }
 
 void remove_files() {
-  for (const char* end : {"", "-wal", "-shm", "-journal", ".unusable.1", ".unusable.1-wal"}) {
+  for (const char* end : {"", "-wal", "-shm", "-journal", ".unusable.1", ".unusable.1-wal", ".salvaged"}) {
     std::remove((file_name() + end).c_str());
   }
 }
 
-void check(const std::string& octets) {
+void check(const std::string& octets, bool is_damaged) {
   remove_files();
   fuzz::write_file(file_name(), octets);
   Store store;
@@ -113,12 +118,12 @@ void check(const std::string& octets) {
   }
   const std::string aside = fuzz::read_file(file_name() + ".unusable.1");
   require(aside.empty() || aside == octets);
-  (void)read_all(store, "");
+  (void)read_all(store, "", is_damaged);
   const bool saved = save(store, "new1", "new") == kStatusOk;
   close_store(&store);
   if (!saved) return;
   require(open_store(&store) == kStatusOk);
-  require(read_all(store, "new1") == "new");
+  require(read_all(store, "new1", false) == "new");
   close_store(&store);
 }
 
@@ -128,6 +133,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const std::string sound = make_database();
   fuzz::Input input(data, size);
   const bool whole = (fuzz::take_octet(&input) & 1U) != 0;
-  check(whole ? fuzz::text_of(input) : fuzz::damaged(sound, input));
+  check(whole ? fuzz::text_of(input) : fuzz::damaged(sound, input), !whole);
   return 0;
 }

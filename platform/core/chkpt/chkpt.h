@@ -10,10 +10,11 @@
 // disk needs for one synchronization.
 //
 // A database that cannot be used (corrupt, truncated, foreign) is never overwritten: it is renamed with its
-// log to checkpoint.db.unusable.N next to the new, empty one, and the log states the reason and the new name.
-// An invalid record is moved to a table of its own and logged; the others are read. A database of a newer
-// version or one that another process has open, and a directory that is read-only or full, are errors of
-// chkpt_init.
+// log to checkpoint.db.unusable.N next to a new one, and the log states the reason and the new name. The new
+// one has the records that can be read in a damaged one, otherwise it is empty. An invalid record, or one
+// whose checksum differs, is moved to a table of its own and logged; the others are read. A database of a
+// newer version or one that another process has open, and a directory that is read-only or full, are errors
+// of chkpt_init.
 //
 // If a commit fails (for example, the disk is full), its changes stay in memory and the commit is tried again
 // every second. Until it succeeds every create, save and delete returns the failure: a create has no effect,
@@ -40,9 +41,9 @@ struct ChkptApplication {
   char name[kChkptNameMax + 1];
 };
 
-// key_kind 1: every key of the table has the size of the first; versioned 1: the table has a version of its
-// own (stored for tools); record_size: octets of a saved record (0: any); persistent 1: survives the process;
-// reserved: 0. Other kinds of keys, and tables in memory only, are not supported.
+// key_kind 1: every key of the table has the size of the first; versioned: 0 or 1, without effect;
+// record_size: octets of a saved record (0: any); persistent 1: survives the process; reserved: 0. Other
+// kinds of keys, and tables in memory only, are not supported.
 struct ChkptTableDescriptor {
   std::uint32_t key_kind;
   std::uint32_t versioned;
@@ -62,8 +63,8 @@ void chkpt_table_init(ChkptTableDescriptor* descriptor, std::uint32_t key_kind, 
 // EBUSY if another process has it open; otherwise the system's error. The manager must live until
 // chkpt_end().
 [[nodiscard]] Status chkpt_init(const ChkptApplication* application, EventManager* manager);
-// *had_contents: an earlier process left records in the table. A changed descriptor replaces the former one;
-// records of another size remain until they are deleted. The handle lives until chkpt_end(). kStatusInvalid
+// *had_contents: an earlier process left records in the table. Descriptors are not stored: records of
+// another size remain until they are deleted. The handle lives until chkpt_end(). kStatusInvalid
 // for missing arguments, values not listed above, or before chkpt_init; kStatusExists for a table that is
 // registered already.
 [[nodiscard]] Status chkpt_register(const ChkptTableDescriptor* descriptor, std::uint32_t table_id,

@@ -3,6 +3,7 @@
 #include "platform/core/chkpt/database.h"
 
 #include "platform/core/base/log.h"
+#include "platform/core/sqlite/row_checksum.h"
 
 namespace chkpt {
 
@@ -42,40 +43,24 @@ Status Database::put_application(std::uint32_t number, std::string_view name) {
   return result(put.finish());
 }
 
-Status Database::put_table(StoredTable* table) {
-  sqlite::Statement put;
-  const int code = put.prepare(
-      connection_.get(),
-      "INSERT INTO record_table(application, table_id, key_kind, versioned, record_size, persistent, "
-      "reserved)"
-      " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7) ON CONFLICT(application, table_id) DO UPDATE SET key_kind = ?3,"
-      " versioned = ?4, record_size = ?5, persistent = ?6, reserved = ?7 RETURNING row");
-  if (code != SQLITE_OK) return result(code);
-  const ChkptTableDescriptor& descriptor = table->descriptor;
-  int place = 0;
-  for (const std::uint32_t value :
-       {table->application, table->table_id, descriptor.key_kind, descriptor.versioned,
-        descriptor.record_size, descriptor.persistent, descriptor.reserved}) {
-    put.bind(++place, value);
+// The checksum of an update is that of the record in memory: it differs if the rest of the row is damaged.
+Status Database::put_record(const TableName& table, const RecordView& record, bool exists) {
+  sqlite::Statement& put = exists ? update_ : insert_;
+  put.bind(1, record.object_id);
+  put.bind_octets(2, record.data);
+  put.bind(3, sqlite::RowChecksum()
+                  .integer(record.object_id)
+                  .integer(table.application)
+                  .integer(table.table_id)
+                  .blob(record.key)
+                  .blob(record.data)
+                  .result());
+  if (!exists) {
+    put.bind(4, table.application);
+    put.bind(5, table.table_id);
+    put.bind_octets(6, record.key);
   }
-  const int stepped = put.step();
-  if (stepped != SQLITE_ROW) return result(stepped);
-  table->row = static_cast<std::uint64_t>(put.integer(0));
   return result(put.finish());
-}
-
-Status Database::insert_record(std::uint64_t table_row, const StoredRecord& record) {
-  insert_.bind(1, record.object_id);
-  insert_.bind(2, table_row);
-  insert_.bind_octets(3, record.key);
-  insert_.bind_octets(4, record.data);
-  return result(insert_.finish());
-}
-
-Status Database::update_record(std::uint64_t object_id, std::string_view data) {
-  update_.bind(1, object_id);
-  update_.bind_octets(2, data);
-  return result(update_.finish());
 }
 
 Status Database::delete_record(std::uint64_t object_id) {

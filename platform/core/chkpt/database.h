@@ -1,11 +1,5 @@
-// The checkpoint database file: its tables, opening it safely, and the writes of one transaction. Only for
-// this folder.
-//
-//   application   number, name, starts (how often a process opened the database for it)
-//   record_table  an application's tables with their descriptors
-//   record        object id, table, key, data
-//
-// The file is locked while it is open, so that no two processes use it.
+// The checkpoint database file (format.h): opening it safely, and the writes of one transaction. Only for
+// this folder. The file is locked while it is open, so that no two processes use it.
 #pragma once
 
 #include <cstdint>
@@ -20,11 +14,10 @@
 
 namespace chkpt {
 
-struct StoredTable {
-  std::uint64_t row = 0;  // names the table in `record`
+struct TableName {
   std::uint32_t application = 0;
   std::uint32_t table_id = 0;
-  ChkptTableDescriptor descriptor{};
+  auto operator<=>(const TableName&) const = default;
 };
 
 struct StoredRecord {
@@ -33,20 +26,25 @@ struct StoredRecord {
   std::string data;
 };
 
+struct RecordView {
+  std::uint64_t object_id;
+  std::string_view key;
+  std::string_view data;
+};
+
 // The contents of a database when it was opened.
 struct Contents {
-  std::map<std::uint32_t, std::string> applications;  // names by number
-  std::vector<StoredTable> tables;
-  std::map<std::uint64_t, std::vector<StoredRecord>> records;  // by table row, in object-id order
-  std::uint64_t last_object_id = 0;                            // the highest ever assigned
+  std::map<std::uint32_t, std::string> applications;       // names by number
+  std::map<TableName, std::vector<StoredRecord>> records;  // in object-id order
+  std::uint64_t last_object_id = 0;                        // the highest ever assigned
 };
 
 class Database {
  public:
   static std::string file_name(const std::string& directory) { return directory + "/checkpoint.db"; }
   // Opens STATE_DIRECTORY/checkpoint.db and creates directory and file if they are missing. An unusable
-  // database is renamed and a new one created. On failure the file is unchanged and the log states the
-  // reason.
+  // database is renamed and a new one created, with the records that can be read in a damaged one. On failure
+  // the file is unchanged and the log states the reason.
   [[nodiscard]] static Status open(const std::string& directory, std::unique_ptr<Database>* database,
                                    Contents* contents);
   // From now on closing writes the log back into the file.
@@ -58,9 +56,8 @@ class Database {
   void roll_back();
   // Corrects the name and counts the start, so that every start writes a row.
   [[nodiscard]] Status put_application(std::uint32_t number, std::string_view name);
-  [[nodiscard]] Status put_table(StoredTable* table);  // sets the row
-  [[nodiscard]] Status insert_record(std::uint64_t table_row, const StoredRecord& record);
-  [[nodiscard]] Status update_record(std::uint64_t object_id, std::string_view data);
+  // Inserts the record, or updates the data of one that exists.
+  [[nodiscard]] Status put_record(const TableName& table, const RecordView& record, bool exists);
   [[nodiscard]] Status delete_record(std::uint64_t object_id);
 
  private:

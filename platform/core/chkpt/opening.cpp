@@ -1,7 +1,7 @@
 // Opening the checkpoint database.
 //
-// A file is not changed before it is known to be ours (application id), of this version (user version), sound
-// (quick_check) and readable in full. A file with invalid contents is renamed with its log to
+// A file is not changed before it is known to be ours (application id), of a known version (user version),
+// sound (quick_check) and readable in full. A file with invalid contents is renamed with its log to
 // checkpoint.db.unusable.N; an invalid record is only moved to a table of its own. SQLite would delete a log
 // next to an empty or missing file, so that case is checked before SQLite opens anything. Closing must not
 // write the log back into a damaged file either, so that is disabled until the database is in use. A file of
@@ -21,10 +21,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <limits>
 #include <set>
 #include <utility>
 
 #include "platform/core/base/log.h"
+#include "platform/core/chkpt/format.h"
 #include "platform/core/files/private_files.h"
 #include "platform/core/sqlite/database_file.h"
 
@@ -32,25 +35,8 @@ namespace chkpt {
 
 namespace {
 
-constexpr std::int64_t kApplicationId = 0x4d564350;  // identifies the file to tools
-constexpr std::int64_t kVersion = 1;
-
 constexpr char kSettings[] =
     "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF; PRAGMA synchronous=FULL";
-
-// The pragmas are part of the transaction: a file that has its tables has its numbers.
-constexpr char kSchema[] =
-    "BEGIN IMMEDIATE;"
-    "PRAGMA application_id=1297498960;"
-    "PRAGMA user_version=1;"
-    "CREATE TABLE application(number INTEGER PRIMARY KEY, name TEXT NOT NULL, starts INTEGER NOT NULL);"
-    "CREATE TABLE record_table(row INTEGER PRIMARY KEY, application INTEGER NOT NULL, table_id INTEGER NOT "
-    "NULL,"
-    " key_kind INTEGER NOT NULL, versioned INTEGER NOT NULL, record_size INTEGER NOT NULL,"
-    " persistent INTEGER NOT NULL, reserved INTEGER NOT NULL, UNIQUE(application, table_id));"
-    "CREATE TABLE record(object_id INTEGER PRIMARY KEY AUTOINCREMENT, table_row INTEGER NOT NULL,"
-    " key BLOB NOT NULL, data BLOB NOT NULL);"
-    "COMMIT";
 
 // SQLite does not distinguish an unwritable directory from a missing one, so this does.
 Status make_directory(const std::string& directory) {
@@ -60,14 +46,22 @@ Status make_directory(const std::string& directory) {
 }
 
 constexpr char kMakeQuarantine[] =
-    "BEGIN IMMEDIATE; CREATE TABLE IF NOT EXISTS quarantine(object_id, table_row, key, data)";
+    "BEGIN IMMEDIATE; CREATE TABLE IF NOT EXISTS quarantine_record(object_id, application, table_id, key, "
+    "data, "
+    "checksum)";
 constexpr char kCopyToQuarantine[] =
-    "INSERT INTO quarantine SELECT object_id, table_row, key, data FROM record WHERE object_id = ?1";
-// An id and the next one are positive as signed numbers.
-constexpr std::int64_t kMaxObjectId = (std::int64_t{1} << 62) - 1;
+    "INSERT INTO quarantine_record SELECT object_id, application, table_id, key, data, checksum FROM record "
+    "WHERE "
+    "object_id = ?1";
+constexpr char kDeleteRecord[] = "DELETE FROM record WHERE object_id = ?1";
+constexpr char kInsertRecord[] = "INSERT INTO record VALUES(?1, ?4, ?5, ?6, ?2, ?3)";
+constexpr char kUpdateRecord[] = "UPDATE record SET data = ?2, checksum = ?3 WHERE object_id = ?1";
+constexpr char kRecords[] =
+    "SELECT object_id, application, table_id, key, data, checksum = row_checksum(object_id, application, "
+    "table_id, "
+    "key, data) FROM record ORDER BY object_id";
 constexpr sqlite::Sequence kObjectIds = {"record", kMaxObjectId,
                                          "SELECT coalesce(max(object_id), 0) FROM record"};
-constexpr char kDeleteRecord[] = "DELETE FROM record WHERE object_id = ?1";
 
 // Whether the code reports damaged contents of the file, rather than an error of the system.
 bool is_damage(int code) {
@@ -92,6 +86,7 @@ class Opening {
   std::string unusable;  // why the contents cannot be used
   std::string refusal;   // why the file is left alone although its contents may be usable
   Status status = kStatusOk;
+  std::int64_t version = 0;  // of a database of ours that this release reads
 
  private:
   bool damaged(std::string why) {
@@ -99,7 +94,8 @@ class Opening {
     return false;
   }
   bool open_existing(Contents* contents) {
-    return check() && load(contents) && write_ahead() && (invalid_.empty() || quarantine()) &&
+    return check() && passed(probe(connection(), version)) && (version == kVersion || migrate()) &&
+           load(contents) && write_ahead() && (invalid_.empty() || quarantine()) &&
            correct_sequence(contents);
   }
   // True for success; else sets what failed.
@@ -133,13 +129,13 @@ class Opening {
     blank_ = identity.is_blank();
     if (blank_) return true;
     if (identity.application != kApplicationId) return damaged("it is not a checkpoint database");
-    if (identity.version == kVersion) return true;
     if (identity.version > kVersion) {
       refusal = sqlite::describe_newer(identity.version, kVersion);
       return false;
     }
-    return damaged("it is of version " + std::to_string(identity.version) + ", not " +
-                   std::to_string(kVersion));
+    if (identity.version < 1) return damaged("it is of version " + std::to_string(identity.version));
+    version = identity.version;
+    return true;
   }
 
   bool write_ahead() {
@@ -153,7 +149,7 @@ class Opening {
 
   // SQLITE_ERROR of our own statements on a new file cannot be an error of the contents.
   bool create() {
-    if (write_ahead() && passed(sqlite::run(connection(), kSchema))) return true;
+    if (write_ahead() && passed(chkpt::create(connection()))) return true;
     if (status == kStatusOk) status = kStatusIo;
     unusable.clear();
     return false;
@@ -163,6 +159,12 @@ class Opening {
     std::string damage;
     if (!passed(sqlite::check_contents(connection(), &damage))) return false;
     return damage.empty() || damaged(damage);
+  }
+
+  bool migrate() {
+    if (!write_ahead() || !passed(migrate_first(connection()))) return false;
+    log_notice("chkpt", "%s is now of version %lld", path_.c_str(), static_cast<long long>(kVersion));
+    return true;
   }
 
   // Passes every row to `take`, which returns false for an invalid record.
@@ -188,51 +190,41 @@ class Opening {
       }
     }
     if (!passed(sqlite::run(connection(), "COMMIT"))) return false;
-    log_error("chkpt",
-              "%zu records are invalid, the first is %lld: they are stored in the table quarantine of %s and "
-              "have no effect",
-              invalid_.size(), static_cast<long long>(invalid_.front()), path_.c_str());
+    log_error(
+        "chkpt",
+        "%zu records are invalid, the first is %lld: they are stored in the table quarantine_record of %s "
+        "and have no effect",
+        invalid_.size(), static_cast<long long>(invalid_.front()), path_.c_str());
     return true;
   }
 
-  bool load(Contents* contents) { return load_tables(contents) && load_records(contents); }
-
-  bool load_tables(Contents* contents) {
-    return for_each_row("SELECT number, name FROM application",
-                        [contents](sqlite::Statement& row) {
-                          contents->applications[static_cast<std::uint32_t>(row.integer(0))] = row.octets(1);
-                          return true;
-                        }) &&
-           for_each_row(
-               "SELECT row, application, table_id, key_kind, versioned, record_size, persistent,"
-               " reserved FROM record_table",
-               [contents](sqlite::Statement& row) {
-                 const auto number = [&row](int column) {
-                   return static_cast<std::uint32_t>(row.integer(column));
-                 };
-                 contents->tables.push_back({static_cast<std::uint64_t>(row.integer(0)),
-                                             number(1),
-                                             number(2),
-                                             {number(3), number(4), number(5), number(6), number(7)}});
-                 contents->records[contents->tables.back().row];
-                 return true;
-               });
+  bool load(Contents* contents) {
+    const auto take_application = [contents](sqlite::Statement& row) {
+      contents->applications[static_cast<std::uint32_t>(row.integer(0))] = row.octets(1);
+      return true;
+    };
+    return for_each_row("SELECT number, name FROM application", take_application) && load_records(contents);
   }
 
   bool load_records(Contents* contents) {
-    std::set<std::pair<std::int64_t, std::string>> keys;
-    const auto take = [&](sqlite::Statement& row) {
-      const auto records = contents->records.find(static_cast<std::uint64_t>(row.integer(1)));
-      if (row.integer(0) <= 0 || row.integer(0) > kMaxObjectId || records == contents->records.end() ||
-          !row.is_blob(2) || !row.is_blob(3))
-        return false;
-      StoredRecord record{static_cast<std::uint64_t>(row.integer(0)), row.octets(2), row.octets(3)};
+    std::map<TableName, std::set<std::string>> keys;
+    return for_each_row(kRecords, [&](sqlite::Statement& row) {
+      if (!is_sound(row)) return false;
+      const TableName table{static_cast<std::uint32_t>(row.integer(1)),
+                            static_cast<std::uint32_t>(row.integer(2))};
+      StoredRecord record{static_cast<std::uint64_t>(row.integer(0)), row.octets(3), row.octets(4)};
+      if (!keys[table].insert(record.key).second) return false;
       contents->last_object_id = record.object_id;
-      if (!keys.emplace(row.integer(1), record.key).second) return false;
-      records->second.push_back(std::move(record));
+      contents->records[table].push_back(std::move(record));
       return true;
+    });
+  }
+  static bool is_sound(sqlite::Statement& row) {
+    const auto is_number = [&row](int column) {
+      return row.integer(column) >= 0 && row.integer(column) <= std::numeric_limits<std::uint32_t>::max();
     };
-    return for_each_row("SELECT object_id, table_row, key, data FROM record ORDER BY object_id", take);
+    return row.integer(0) > 0 && row.integer(0) <= kMaxObjectId && is_number(1) && is_number(2) &&
+           row.is_blob(3) && row.is_blob(4) && row.integer(5) == 1;
   }
 
   // Deleted records count too: an object id is never reused.
@@ -255,9 +247,8 @@ class Opening {
     sqlite3* const to = connection();
     return passed(database_->begin_.prepare(to, "BEGIN IMMEDIATE")) &&
            passed(database_->commit_.prepare(to, "COMMIT")) &&
-           passed(database_->insert_.prepare(
-               to, "INSERT INTO record(object_id, table_row, key, data) VALUES(?1, ?2, ?3, ?4)")) &&
-           passed(database_->update_.prepare(to, "UPDATE record SET data = ?2 WHERE object_id = ?1")) &&
+           passed(database_->insert_.prepare(to, kInsertRecord)) &&
+           passed(database_->update_.prepare(to, kUpdateRecord)) &&
            passed(database_->delete_.prepare(to, kDeleteRecord));
   }
 
@@ -269,27 +260,49 @@ class Opening {
 
 namespace {
 
-Status set_aside(const std::string& path, const std::string& why) {
+Status report(const std::string& what, Status status) {
+  log_error("chkpt", "%s: %s", what.c_str(), err_text(status));
+  return status;
+}
+
+// Replaces the file by one with what can be read in it, or by none.
+Status replace(const std::string& path, const std::string& why, std::int64_t version) {
+  std::size_t records = 0;
+  const sqlite::Salvage* plan = find_salvage(version);
+  if (plan != nullptr && !sqlite::salvage(path, *plan, &records))
+    return report(path + " is damaged (" + why + "), " + path + ".salvaged cannot be written", kStatusIo);
+  if (records == 0) sqlite::remove_salvaged(path);
   const std::string aside = sqlite::set_aside(path);
-  if (aside.empty()) {
-    const auto status = static_cast<Status>(errno);
-    log_error("chkpt", "%s cannot be used (%s) nor set aside: %s", path.c_str(), why.c_str(),
-              err_text(status));
-    return status;
+  if (aside.empty())
+    return report(path + " cannot be used (" + why + ") nor set aside", static_cast<Status>(errno));
+  if (records == 0) {
+    log_warning("chkpt", "%s cannot be used (%s): it is set aside as %s", path.c_str(), why.c_str(),
+                aside.c_str());
+    return kStatusOk;
   }
-  log_warning("chkpt", "%s cannot be used (%s): it is set aside as %s", path.c_str(), why.c_str(),
-              aside.c_str());
+  if (!sqlite::use_salvaged(path))
+    return report(path + ".salvaged cannot be renamed", static_cast<Status>(errno));
+  log_error("chkpt",
+            "%s is damaged (%s) and is set aside as %s; starting with the %zu records that can be read",
+            path.c_str(), why.c_str(), aside.c_str(), records);
   return kStatusOk;
+}
+
+// Why the file is left alone. The database is closed.
+Status refuse(const std::string& path, const std::string& refusal, Status status) {
+  if (refusal.empty() && status != EBUSY) return report(path, status);
+  log_error("chkpt", "%s: %s", path.c_str(),
+            (refusal.empty() ? sqlite::describe_lock(path) : refusal).c_str());
+  return status;
 }
 
 }  // namespace
 
 Status Database::open(const std::string& directory, std::unique_ptr<Database>* database, Contents* contents) {
   const std::string path = file_name(directory);
-  if (const Status status = make_directory(directory)) {
-    log_error("chkpt", "%s: %s", directory.c_str(), err_text(status));
-    return status;
-  }
+  if (const Status status = make_directory(directory)) return report(directory, status);
+  if (!sqlite::finish_salvage(path))
+    return report(path + ".salvaged cannot be renamed", static_cast<Status>(errno));
   for (bool is_new = false;; is_new = true) {
     auto opening = std::make_unique<Opening>(path);
     if (opening->open(contents)) {
@@ -297,19 +310,13 @@ Status Database::open(const std::string& directory, std::unique_ptr<Database>* d
       return kStatusOk;
     }
     const std::string why = opening->unusable;
-    if (why.empty() || is_new) {
-      const Status status = opening->status == kStatusOk ? kStatusIo : opening->status;
-      const std::string refusal = opening->refusal;
-      opening.reset();  // closes the database
-      const std::string reason = !refusal.empty()  ? refusal
-                                 : status == EBUSY ? sqlite::describe_lock(path)
-                                                   : err_text(status);
-      log_error("chkpt", "%s: %s", path.c_str(), reason.c_str());
-      return status;
-    }
+    const std::string refusal = opening->refusal;
+    const Status status = opening->status == kStatusOk ? kStatusIo : opening->status;
+    const std::int64_t version = opening->version;
     opening.reset();  // closes the database
+    if (why.empty() || is_new) return refuse(path, refusal, status);
     *contents = Contents{};
-    if (const Status status = set_aside(path, why)) return status;
+    if (const Status failed = replace(path, why, version)) return failed;
   }
 }
 

@@ -33,9 +33,8 @@ struct ChkptTable {
     bool unwritten = false;  // the database lacks the current data
   };
 
-  std::uint32_t table_id = 0;
   ChkptTableDescriptor descriptor{};
-  std::uint64_t row = 0;  // in the database
+  chkpt::TableName name;  // in the database
   std::map<std::uint64_t, Record> records;
   std::unordered_map<std::string, std::uint64_t> object_ids;  // by key
 };
@@ -79,8 +78,8 @@ Status write_record(Store* store, const RecordRef& ref) {
   const auto found = ref.table->records.find(ref.object_id);
   if (found == ref.table->records.end()) return kStatusOk;  // deleted since
   const Record& record = found->second;
-  if (record.stored) return store->database->update_record(ref.object_id, record.data);
-  return store->database->insert_record(ref.table->row, {ref.object_id, record.key, record.data});
+  return store->database->put_record(ref.table->name, {ref.object_id, record.key, record.data},
+                                     record.stored);
 }
 
 // Within a transaction.
@@ -186,35 +185,15 @@ bool takes_key(const ChkptTable* table, const void* key, std::size_t size) {
   return table->records.empty() || table->records.begin()->second.key.size() == size;
 }
 
-// The table as the database has it, null for a new one.
-chkpt::StoredTable* find_stored(Store* store, std::uint32_t table_id) {
-  for (chkpt::StoredTable& stored : store->contents.tables) {
-    if (stored.application == store->application && stored.table_id == table_id) return &stored;
-  }
-  return nullptr;
-}
-
-// Sets the table's row and adds the records of the database.
-Status restore_table(Store* store, ChkptTable* table, bool* had_contents) {
-  chkpt::StoredTable* const known = find_stored(store, table->table_id);
-  chkpt::StoredTable stored = known != nullptr ? *known : chkpt::StoredTable{};
-  if (known == nullptr || known->descriptor != table->descriptor) {
-    stored.application = store->application;
-    stored.table_id = table->table_id;
-    stored.descriptor = table->descriptor;
-    const Status status =
-        transact(store->database.get(), [&] { return store->database->put_table(&stored); });
-    if (status != kStatusOk) return status;
-  }
-  table->row = stored.row;
-  for (chkpt::StoredRecord& record : store->contents.records[stored.row]) {
+// Adds the records of the database. Returns whether there are any.
+bool restore_records(Store* store, ChkptTable* table) {
+  for (chkpt::StoredRecord& record : store->contents.records[table->name]) {
     table->object_ids.emplace(record.key, record.object_id);
     table->records.emplace(record.object_id,
                            Record{std::move(record.key), std::move(record.data), true, false});
   }
-  store->contents.records.erase(stored.row);
-  *had_contents = !table->records.empty();
-  return kStatusOk;
+  store->contents.records.erase(table->name);
+  return !table->records.empty();
 }
 
 void report_corrected_name(const std::string& directory, const ChkptApplication& application,
@@ -276,12 +255,12 @@ Status chkpt_register(const ChkptTableDescriptor* descriptor, std::uint32_t tabl
     return kStatusInvalid;
   }
   for (const auto& other : store->tables) {
-    if (other->table_id == table_id) return kStatusExists;
+    if (other->name.table_id == table_id) return kStatusExists;
   }
   auto made = std::make_unique<ChkptTable>();
-  made->table_id = table_id;
+  made->name = {store->application, table_id};
   made->descriptor = *descriptor;
-  if (const Status status = restore_table(store, made.get(), had_contents)) return status;
+  *had_contents = restore_records(store, made.get());
   *table = made.get();
   store->tables.push_back(std::move(made));
   return kStatusOk;

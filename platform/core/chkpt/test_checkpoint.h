@@ -16,6 +16,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/evm/test_run_directory.h"
+#include "platform/core/sqlite/row_checksum.h"
 #include "platform/core/sqlite/sqlite.h"
 
 struct Row {
@@ -145,6 +146,7 @@ class CheckpointTest : public ::testing::Test {
     sqlite3* raw = nullptr;
     ASSERT_EQ(sqlite3_open(File().c_str(), &raw), SQLITE_OK);
     const sqlite::Connection connection(raw);
+    ASSERT_EQ(sqlite::define_row_checksum(raw), SQLITE_OK);
     ASSERT_EQ(sqlite::run(raw, sql), SQLITE_OK) << sqlite3_errmsg(raw);
   }
 

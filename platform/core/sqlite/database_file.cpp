@@ -88,21 +88,6 @@ int correct_sequence(sqlite3* connection, const Sequence& sequence, std::int64_t
   return SQLITE_OK;
 }
 
-std::size_t copy_readable(sqlite3* damaged, sqlite3* to, const RowCopy& copy) {
-  Statement put(to, copy.insert);
-  std::size_t copied = 0;
-  for (const char* sql : {copy.select, copy.select_backwards}) {
-    Statement rows(damaged, sql);
-    int code = SQLITE_ROW;
-    while ((code = rows.step()) == SQLITE_ROW) {
-      for (int column = 0; column < rows.columns(); ++column) put.bind_column(column + 1, rows, column);
-      if (put.finish() == SQLITE_OK) copied += static_cast<std::size_t>(sqlite3_changes(to));
-    }
-    if (code == SQLITE_DONE) break;  // there is nothing beyond the damage
-  }
-  return copied;
-}
-
 std::int64_t file_size(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? status.st_size : -1;

@@ -39,15 +39,6 @@ struct Sequence {
 // *corrected is the last id that is considered used, 0 for a sequence that is sound.
 int correct_sequence(sqlite3* connection, const Sequence& sequence, std::int64_t* corrected);
 
-// Copies rows of a damaged database to another one: `insert` takes the columns that `select` reads. The two
-// statements read the same rows from either end, each up to the damage. Returns how many rows were copied.
-struct RowCopy {
-  const char* select;
-  const char* select_backwards;
-  const char* insert;
-};
-std::size_t copy_readable(sqlite3* damaged, sqlite3* to, const RowCopy& copy);
-
 // The size of the file, or -1.
 std::int64_t file_size(const std::string& path);
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "platform/core/files/private_files.h"
+#include "platform/core/sqlite/row_checksum.h"
 
 namespace sqlite {
 
@@ -62,6 +63,7 @@ int open(const std::string& path, Connection* connection) {
       path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_EXRESCODE, nullptr);
   connection->reset(opened);
   if (code != SQLITE_OK) return code;
+  if (const int failed = define_row_checksum(opened)) return failed;
   return sqlite3_busy_timeout(opened, static_cast<int>(busy_timeout.count()));
 }
 

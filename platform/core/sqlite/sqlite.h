@@ -27,7 +27,8 @@ using Connection = std::unique_ptr<sqlite3, ConnectionClose>;
 extern std::chrono::milliseconds busy_timeout;
 
 // Opens the file for reading and writing, creating it if it is missing, and makes it private
-// (private_files.h): SQLITE_PERM if it cannot be. ":memory:" is a database in memory.
+// (private_files.h): SQLITE_PERM if it cannot be. The connection has the function row_checksum
+// (row_checksum.h). ":memory:" is a database in memory.
 int open(const std::string& path, Connection* connection);
 // Locks the database for as long as it is open: another process can neither read it nor delay a transaction.
 int lock_for_this_process(sqlite3* connection);

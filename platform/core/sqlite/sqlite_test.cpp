@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
+#include <set>
 
 #include "platform/core/files/temporary_directory.h"
 #include "platform/core/sqlite/database_file.h"
@@ -186,6 +187,47 @@ TEST_F(SqliteTest, FileThatCannotBeRenamedIsAnError) {
   EXPECT_EQ(set_aside(path), "");
   EXPECT_EQ(errno, ENAMETOOLONG);
   EXPECT_EQ(file_size(path), 8);
+}
+
+// --- Checksums of rows
+
+class RowChecksumTest : public SqliteTest {
+ protected:
+  RowChecksumTest() { Open(); }
+  std::int64_t Checksum(const std::string& arguments) const {
+    std::int64_t value = 0;
+    EXPECT_EQ(read_integer(connection.get(), ("SELECT row_checksum(" + arguments + ")").c_str(), &value),
+              SQLITE_OK);
+    return value;
+  }
+};
+
+// Files have them.
+TEST_F(RowChecksumTest, ChecksumOfARowNeverChanges) {
+  EXPECT_EQ(Checksum("5, 'text', x'0102030405060708090a', NULL, 1.5"), 2972232368017378973);
+}
+
+TEST_F(RowChecksumTest, DifferentRowsDiffer) {
+  const std::set<std::int64_t> checksums{
+      Checksum(""),         Checksum("NULL"),     Checksum("0"),       Checksum("'0'"),   Checksum("x'30'"),
+      Checksum("0.0"),      Checksum("''"),       Checksum("x''"),     Checksum("x'00'"), Checksum("x'0000'"),
+      Checksum("'a', 'b'"), Checksum("'ab', ''"), Checksum("'b', 'a'")};
+  EXPECT_EQ(checksums.size(), 13U);
+}
+
+TEST_F(RowChecksumTest, EveryBitMatters) {
+  const std::string octets = "octets of more than one word";
+  std::set<std::int64_t> checksums;
+  Statement query(connection.get(), "SELECT row_checksum(?)");
+  for (std::size_t bit = 0; bit < octets.size() * 8; ++bit) {
+    std::string flipped = octets;
+    flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
+    query.reset();
+    query.bind_octets(1, flipped);
+    ASSERT_EQ(query.step(), SQLITE_ROW);
+    checksums.insert(query.integer(0));
+  }
+  EXPECT_EQ(checksums.size(), octets.size() * 8);
 }
 
 }  // namespace

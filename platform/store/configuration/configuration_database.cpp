@@ -16,6 +16,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/core/sqlite/database_file.h"
+#include "platform/core/sqlite/salvage.h"
 #include "platform/store/configuration/node_store.h"
 
 namespace kvtree {
@@ -144,33 +145,9 @@ constexpr char kKeepIds[] =
     "= "
     "'log');"
     "UPDATE sqlite_sequence SET seq = max(seq, coalesce((SELECT max(told) >> 20 FROM node), 0)) + 1000 WHERE "
-    "name = 'log'; COMMIT";
+    "name = 'log'";
 
-std::string salvage_name(const std::string& file) {
-  return file + ".salvaged";
-}
-
-void remove_salvage(const std::string& file) {
-  for (const char* suffix : {"", "-journal"}) std::remove((salvage_name(file) + suffix).c_str());
-}
-
-// Makes a database of what can be read in a damaged one, the number of rows. False if it cannot be written.
-bool salvage(const std::string& file, std::size_t* rows) {
-  const std::string made = salvage_name(file);
-  remove_salvage(file);
-  sqlite::Connection damaged;
-  sqlite::Connection whole;
-  if (sqlite::open(file, &damaged) != SQLITE_OK || sqlite::open(made, &whole) != SQLITE_OK) return false;
-  if (sqlite::run(whole.get(), kMake) != SQLITE_OK || sqlite::run(whole.get(), "BEGIN") != SQLITE_OK)
-    return false;
-  for (const sqlite::RowCopy& copy : kCopies)
-    *rows += sqlite::copy_readable(damaged.get(), whole.get(), copy);
-  return sqlite::run(whole.get(), kKeepIds) == SQLITE_OK;
-}
-
-bool finish_salvage(const std::string& file) {
-  return std::rename(salvage_name(file).c_str(), file.c_str()) == 0;
-}
+constexpr sqlite::Salvage kSalvage = {kMake, kCopies, kKeepIds};
 
 Status fail(const std::string& what, const char* why, Status status = kStatusIo) {
   log_error("configuration", "%s: %s", what.c_str(), why);
@@ -190,8 +167,7 @@ Status open_configuration(const std::string& directory, sqlite::Connection* data
   if (const Status status = fault_check("configuration_open")) return status;
   const std::string file = directory + "/configuration.db";
   // A former process may have ended after it moved the damaged file aside.
-  if (sqlite::file_size(file) < 0 && sqlite::file_size(salvage_name(file)) > 0 && !finish_salvage(file))
-    return fail(salvage_name(file) + " cannot be renamed", std::strerror(errno));
+  if (!sqlite::finish_salvage(file)) return fail(file + ".salvaged cannot be renamed", std::strerror(errno));
   std::int64_t version = 0;
   int code = open_once(file, database, &version);
   if (code == kNewerVersion)
@@ -199,13 +175,14 @@ Status open_configuration(const std::string& directory, sqlite::Connection* data
   if (is_unusable(code)) {
     database->reset();
     std::size_t rows = 0;
-    if (version == kVersion && !salvage(file, &rows))
-      return fail(file + " is damaged", (salvage_name(file) + " cannot be written").c_str());
-    if (rows == 0) remove_salvage(file);
+    if (version == kVersion && !sqlite::salvage(file, kSalvage, &rows))
+      return fail(file + " is damaged", (file + ".salvaged cannot be written").c_str());
+    if (rows == 0) sqlite::remove_salvaged(file);
     const std::string aside = sqlite::set_aside(file);
     if (aside.empty()) return fail(file + " cannot be set aside", std::strerror(errno));
     if (rows > 0) {
-      if (!finish_salvage(file)) return fail(salvage_name(file) + " cannot be renamed", std::strerror(errno));
+      if (!sqlite::use_salvaged(file))
+        return fail(file + ".salvaged cannot be renamed", std::strerror(errno));
       log_error("configuration",
                 "%s is damaged and is stored as %s; starting with the %zu rows that can be read",
                 file.c_str(), aside.c_str(), rows);

@@ -1,0 +1,62 @@
+#include "platform/core/sqlite/salvage.h"
+
+#include <cstdio>
+
+#include "platform/core/sqlite/database_file.h"
+
+namespace sqlite {
+
+namespace {
+
+std::string salvaged_name(const std::string& file) {
+  return file + ".salvaged";
+}
+
+// With its lock, SQLite needs no shared memory for a log, and does not write the log back when it closes.
+bool open_damaged(const std::string& file, Connection* damaged) {
+  return open(file, damaged) == SQLITE_OK &&
+         sqlite3_db_config(damaged->get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr) == SQLITE_OK &&
+         run(damaged->get(), "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF") == SQLITE_OK;
+}
+
+std::size_t copy_rows(sqlite3* damaged, sqlite3* to, const RowCopy& copy) {
+  Statement put(to, copy.insert);
+  std::size_t copied = 0;
+  for (const char* sql : {copy.select, copy.select_backwards}) {
+    Statement rows(damaged, sql);
+    int code = SQLITE_ROW;
+    while ((code = rows.step()) == SQLITE_ROW) {
+      for (int column = 0; column < rows.columns(); ++column) put.bind_column(column + 1, rows, column);
+      if (put.finish() == SQLITE_OK) copied += static_cast<std::size_t>(sqlite3_changes(to));
+    }
+    if (code == SQLITE_DONE) break;  // there is nothing beyond the damage
+  }
+  return copied;
+}
+
+}  // namespace
+
+bool salvage(const std::string& file, const Salvage& plan, std::size_t* rows) {
+  remove_salvaged(file);
+  Connection damaged;
+  Connection whole;
+  if (!open_damaged(file, &damaged) || open(salvaged_name(file), &whole) != SQLITE_OK) return false;
+  if (run(whole.get(), plan.make) != SQLITE_OK || run(whole.get(), "BEGIN") != SQLITE_OK) return false;
+  for (const RowCopy& copy : plan.copies) *rows += copy_rows(damaged.get(), whole.get(), copy);
+  return run(whole.get(), plan.finish) == SQLITE_OK && run(whole.get(), "COMMIT") == SQLITE_OK;
+}
+
+void remove_salvaged(const std::string& file) {
+  for (const char* suffix : {"", "-journal"}) std::remove((salvaged_name(file) + suffix).c_str());
+}
+
+bool use_salvaged(const std::string& file) {
+  if (file_size(file + "-wal") >= 0 && set_aside(file).empty()) return false;
+  return std::rename(salvaged_name(file).c_str(), file.c_str()) == 0;
+}
+
+bool finish_salvage(const std::string& file) {
+  return file_size(file) >= 0 || file_size(salvaged_name(file)) <= 0 || use_salvaged(file);
+}
+
+}  // namespace sqlite
