@@ -66,15 +66,31 @@ int new_socket() {
   return socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
 }
 
+// Returns errno after it has logged that the file cannot be used, and why.
+int report(const std::string& file, int error, const std::string& reason) {
+  log_error("evm", "%s: %s", file.c_str(), reason.c_str());
+  return error;
+}
+
+int report_server(int connected, const char* file) {
+  ucred server{};
+  socklen_t size = sizeof server;
+  const bool is_known = getsockopt(connected, SOL_SOCKET, SO_PEERCRED, &server, &size) == 0;
+  const std::string who = is_known ? "process " + std::to_string(server.pid) : "another process";
+  return report(file, EADDRINUSE, who + " listens on it: end it, then start again");
+}
+
 // Returns 0 if the name is free, possibly after the removal of a stale socket; otherwise errno.
 int clear_name(const sockaddr_un& address) {
   struct stat status {};
   if (lstat(address.sun_path, &status) != 0) return errno == ENOENT ? 0 : errno;
-  if (!S_ISSOCK(status.st_mode)) return ENOTSOCK;
+  if (!S_ISSOCK(status.st_mode)) return report(address.sun_path, ENOTSOCK, "it is not a socket: remove it");
   const Descriptor probe(new_socket());
   if (probe.get() < 0) return errno;
-  if (connect(probe.get(), generic(address), sizeof address) == 0) return EADDRINUSE;
-  if (errno == EAGAIN) return EADDRINUSE;  // a busy process serves it
+  if (connect(probe.get(), generic(address), sizeof address) == 0)
+    return report_server(probe.get(), address.sun_path);
+  if (errno == EAGAIN)
+    return report(address.sun_path, EADDRINUSE, "a busy process listens on it: end it, then start again");
   if (errno != ECONNREFUSED) return errno;
   return unlink(address.sun_path) == 0 ? 0 : errno;
 }
@@ -126,8 +142,9 @@ int event_listener_open(const std::string& manager_name, EventListener* listener
     return static_cast<int>(status);
   static std::mutex threads;  // the file's lock is for processes
   const std::lock_guard one_thread(threads);
-  const Descriptor lock(open_private_file(run_directory() + "/lock", O_RDWR));
-  if (lock.get() < 0) return errno;
+  const std::string lock_path = run_directory() + "/lock";
+  const Descriptor lock(open_private_file(lock_path, O_RDWR));
+  if (lock.get() < 0) return report(lock_path, errno, std::strerror(errno));
   if (const int error = lock_run_directory(lock.get())) return error;
   const std::string path = event_manager_socket(manager_name);
   sockaddr_un address;

@@ -13,6 +13,8 @@
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
 
 TEST_F(EventManagerTest, KeepsItsName) {
   ASSERT_NE(manager, nullptr);
@@ -80,6 +82,24 @@ TEST_F(EventManagerTest, FileThatIsNotASocketIsLeftAlone) {
   EXPECT_EQ(event_manager_create("/dev/file", kFlags), nullptr);
   EXPECT_EQ(errno, ENOTSOCK);
   EXPECT_TRUE(std::filesystem::exists(path));
+}
+
+// The daemon's own message has the error only.
+TEST_F(EventManagerTest, FailureIsLoggedWithItsFileAndItsReason) {
+  const auto log_of = [](const char* name) {
+    CaptureStderr();
+    EXPECT_EQ(event_manager_create(name, kFlags), nullptr);
+    return GetCapturedStderr();
+  };
+  const std::string path = directory.path() + "/dev.file";
+  std::ofstream(path) << "precious";
+  EXPECT_EQ(log_of("/dev/file"), "evm: " + path + ": it is not a socket: remove it\n");
+  EXPECT_EQ(log_of("/dev/mpls/vpn/main"), "evm: " + SocketPath() + ": process " + std::to_string(getpid()) +
+                                              " listens on it: end it, then start again\n");
+  const std::string lock = directory.path() + "/lock";
+  std::filesystem::remove(lock);
+  std::filesystem::create_symlink(path, lock);
+  EXPECT_EQ(log_of("/dev/other"), "evm: " + lock + ": Too many levels of symbolic links\n");
 }
 
 TEST_F(EventManagerTest, MissingRunDirectoryIsMade) {
