@@ -1,6 +1,6 @@
 """What uses the system meanwhile, each in a process of its own: a walker of all tables, users and managers who measure how long
 they wait. They report to a queue: ("request" | "cli" | "snmp", seconds or None when there was no answer) and
-("walk", (seconds, rows)) or ("walk", error)."""
+("rows", rows of a part of a walk), ("walk", (seconds, rows)), ("error", why a walk failed)."""
 import contextlib
 import itertools
 import multiprocessing
@@ -11,12 +11,15 @@ import time
 
 from hostile import ROOT
 from snmp_client import END_OF_MIB_VIEW, SnmpClient
-from system import BIN, ROOT_OID, SCALARS, VRF_ENTRY, name_index, oid_tuple
+from system import BIN, ROOT_OID, ROUTE_ENTRY, SCALARS, VRF_ENTRY, name_index, oid_tuple
 from wire import Client
 
 fork = multiprocessing.get_context("fork")
 READERS = (("show", "status"), ("show", "vrf"), ("show", "interfaces"), ("config", "history"), ("--json", "show", "scalars"))
 PATIENCE = 30.0  # seconds that a client waits for an answer
+OTHERS = [ROOT_OID + (1, part) for part in (1, 2, 3)]  # all but the routes
+ROUTE_COLUMNS = range(7, 19)
+PART = 500       # rows of a walk between two reports
 AGAIN = 600      # times that a walker asks for the same rows, once a second
 
 
@@ -67,8 +70,8 @@ def request(main):
 
 
 def run(system, words):
-    subprocess.run([BIN / "mplsvpn", "--timeout", str(int(1000 * PATIENCE)), *words], env=system.environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                   stderr=subprocess.DEVNULL, timeout=PATIENCE, check=True)
+    subprocess.run([BIN / "mplsvpn", "--timeout", str(int(1000 * PATIENCE)), *words], env=system.environment, check=True,
+                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=PATIENCE)
 
 
 def manage(port, oids):
@@ -77,16 +80,22 @@ def manage(port, oids):
 
 
 def walk(port):
-    """Walks the whole MIB again and again, with lower priority than the others."""
+    """Walks all tables again and again, of the routes another column each time, with lower priority than the others."""
     os.nice(5)
+    columns = itertools.cycle(ROUTE_COLUMNS)
     with contextlib.closing(SnmpClient(port, PATIENCE)) as client:
         while True:
-            start = time.monotonic()
+            start, rows = time.monotonic(), 0
             try:
-                rows = sum(1 for _ in walk_rows(client, ROOT_OID))
+                for root in (*OTHERS, ROUTE_ENTRY + (next(columns),)):
+                    for _ in walk_rows(client, root):
+                        rows += 1
+                        if rows % PART == 0:
+                            yield "rows", PART
+                yield "rows", rows % PART
                 yield "walk", (time.monotonic() - start, rows)
             except (AssertionError, TimeoutError) as error:
-                yield "walk", str(error)
+                yield "error", str(error)
             time.sleep(1.0)
 
 

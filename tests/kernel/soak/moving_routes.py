@@ -92,6 +92,9 @@ class MovingRoutes:
             vrf.index = socket.if_nametoindex(vrf.member)
             self.send([vrf.add() for _ in range(vrf.size)])
 
+    def count(self):
+        return sum(vrf.next - vrf.oldest for vrf in self.vrfs)
+
     def change(self, count, places=4):
         """This many changes, half of them in random VRFs of this number of `places`, which are returned."""
         changed = self.random.sample(self.vrfs, min(places, len(self.vrfs)))

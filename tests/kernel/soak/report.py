@@ -13,10 +13,8 @@ PROCESSES = ("daemon", "agent", "snmpd")
 KINDS = ("request", "cli", "snmp")
 COLUMNS = ("seconds", *(f"{name}_kib" for name in PROCESSES), *(f"{name}_files" for name in PROCESSES), "state_kib",
            *(f"{kind}_{part}" for kind in KINDS for part in ("asked", "failed", "p50_ms", "p99_ms")),
-           "walks", "walk_errors", "walk_s", "walk_rows", "routes", "changes", "delay_p50_ms", "delay_max_ms", "pending",
-           "commits", "traps_raised", "traps_received", "long_iterations", "lost")
-# Columns that count since the start.
-LASTS = ("walks", "walk_errors", "changes", "commits", "traps_raised", "traps_received", "long_iterations", "lost")
+           "rows_walked", "walks", "walk_errors", "walk_s", "walk_rows", "routes", "changes", "delay_p50_ms", "delay_max_ms",
+           "pending", "commits", "traps_raised", "traps_received", "long_iterations", "lost")
 FILES_GROWTH = 2        # descriptors of a process
 MEMORY_GROWTH = 0.05    # of a process, as a part of its start, ...
 LEAST_GROWTH_KIB = 8192  # ... or this much
@@ -93,9 +91,8 @@ def totals(lines):
     yield f"{last['seconds'] / 3600:.2f} h, {last['routes']:.0f} routes, {last['changes']:.0f} changes " \
           f"({last['changes'] / last['seconds']:.0f} per second), {last['commits']:.0f} commits, " \
           f"{last['traps_received']:.0f} of {last['traps_raised']:.0f} traps, {last['long_iterations']:.0f} long iterations"
-    walks = {line["walks"]: line for line in lines if "walk_rows" in line}
-    yield f"{last['walks']:.0f} walks of the whole MIB" + (
-        f", the last of {last['walk_rows']:.0f} rows in {last['walk_s']:.0f} s" if walks and "walk_rows" in last else "")
+    yield f"{last['rows_walked']:.0f} rows walked, {last['walks']:.0f} walks of all tables" + (
+        f", the last of {last['walk_rows']:.0f} rows in {last['walk_s']:.0f} s" if "walk_rows" in last else "")
     for kind in KINDS:
         asked, failed = (sum(line[f"{kind}_{part}"] for line in lines) for part in ("asked", "failed"))
         yield f"{kind}: {asked:.0f} requests, {failed:.0f} without an answer"

@@ -35,6 +35,7 @@ DOWN, UP = 2, 1                    # numbers of the notifications
 COMMIT_EVERY, TRAP_EVERY = 10, 5   # seconds
 TOO_LATE = 600                     # seconds: a change that is not visible by then is lost
 MADE_UP = 60                       # seconds of changes that are made up for when the machine was busy
+WHOLE_WALK = 0.99                  # rows of a walk for each route: all, but for those changed meanwhile
 PATIENT = ("--timeout", "60000")   # of mplsvpn
 FLAPPING = (*vrf_lines({"flap": 99}), "link add f0 type dummy", "link set f0 addrgenmode none", "addr add 10.255.0.1/24 dev f0",
             "link set f0 master flap", "link set f0 up")
@@ -105,7 +106,7 @@ class Soak:
         self.system = SoakSystem(self.sink)
         self.routes = MovingRoutes(arguments.routes)
         self.seen, self.walk, self.files = collections.defaultdict(list), {}, {}
-        self.walks = self.walk_errors = self.commits = self.lost = 0
+        self.walked = self.walks = self.walk_errors = self.commits = self.lost = 0
         self.traps = []  # numbers expected
 
     def log(self, text):
@@ -195,14 +196,18 @@ class Soak:
             assert self.system.processes[name].poll() is None, f"{name} ended: {self.system.log(name)[-2000:]}"
             self.files[name] = min(self.files.get(name, 1 << 20), self.system.files(name))
         for kind, value in self.clients.reports():
-            if kind != "walk":
-                self.seen[kind].append(value)
-            elif isinstance(value, str):
+            if kind == "rows":
+                self.walked += value
+            elif kind == "walk":
+                self.walks += 1
+                self.walk = {"walk_s": round(value[0], 1), "walk_rows": value[1]}
+                if value[1] < WHOLE_WALK * self.routes.count():
+                    self.lose(f"a walk had {value[1]} rows only")
+            elif kind == "error":
                 self.log(value)
                 self.walk_errors += 1
             else:
-                self.walks += 1
-                self.walk = {"walk_s": round(value[0], 1), "walk_rows": value[1]}
+                self.seen[kind].append(value)
 
     # --- What must be ---
 
@@ -251,8 +256,8 @@ class Soak:
     # --- What is measured ---
 
     def write_line(self, seconds):
-        line = {"seconds": round(seconds), "state_kib": self.system.state(), "walks": self.walks, "walk_errors": self.walk_errors,
-                "routes": sum(vrf.next - vrf.oldest for vrf in self.routes.vrfs), "changes": self.routes.changes,
+        line = {"seconds": round(seconds), "state_kib": self.system.state(), "rows_walked": self.walked, "walks": self.walks,
+                "walk_errors": self.walk_errors, "routes": self.routes.count(), "changes": self.routes.changes,
                 "pending": len(self.changes.pending), "commits": self.commits, "traps_raised": len(self.traps),
                 "traps_received": len(self.received()), "lost": self.lost + self.changes.lost,
                 "long_iterations": json.loads(self.cli("--json", "show", "status"))["longIterations"], **self.walk}
