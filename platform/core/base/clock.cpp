@@ -8,6 +8,11 @@ namespace {
 
 std::atomic<bool> manual{false};
 std::atomic<std::uint64_t> manual_stamp{0};
+std::atomic<std::uint64_t> manual_tick{0};
+
+std::uint64_t read_manual() {
+  return manual_stamp.fetch_add(manual_tick.load(std::memory_order_relaxed));
+}
 
 std::uint64_t read_clock(clockid_t id) {
   timespec now{};
@@ -19,15 +24,16 @@ std::uint64_t read_clock(clockid_t id) {
 }  // namespace
 
 std::uint64_t clock_stamp() {
-  return manual.load(std::memory_order_relaxed) ? manual_stamp.load() : read_clock(CLOCK_REALTIME);
+  return manual.load(std::memory_order_relaxed) ? read_manual() : read_clock(CLOCK_REALTIME);
 }
 
 std::uint64_t clock_monotonic() {
-  return manual.load(std::memory_order_relaxed) ? manual_stamp.load() : read_clock(CLOCK_MONOTONIC);
+  return manual.load(std::memory_order_relaxed) ? read_manual() : read_clock(CLOCK_MONOTONIC);
 }
 
 ManualClock::ManualClock(std::uint64_t stamp_ns) {
   manual_stamp.store(stamp_ns);
+  manual_tick.store(0);
   manual.store(true);
 }
 
@@ -37,4 +43,8 @@ ManualClock::~ManualClock() {
 
 void ManualClock::advance(std::uint64_t nanoseconds) {
   manual_stamp.fetch_add(nanoseconds);
+}
+
+void ManualClock::tick(std::uint64_t nanoseconds) {
+  manual_tick.store(nanoseconds);
 }

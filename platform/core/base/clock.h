@@ -21,4 +21,7 @@ class ManualClock {
   ManualClock(const ManualClock&) = delete;
   ManualClock& operator=(const ManualClock&) = delete;
   void advance(std::uint64_t nanoseconds);
+  // From now on each reading of a clock advances it by so much afterwards: work that reads the clock takes
+  // time.
+  void tick(std::uint64_t nanoseconds);
 };

@@ -194,7 +194,9 @@ void Connection::handle_next() {
   if (status != kStatusOk) return refuse(status);
   in_start_ += used;
   incomplete_since_ = 0;
+  repeats_ = false;
   if (!server_->on_message_(*this, message)) return close("a malformed request");
+  if (repeats_) in_start_ -= used;
   if (in_start_ == in_end_) in_start_ = in_end_ = 0;
 }
 

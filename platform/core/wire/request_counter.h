@@ -20,12 +20,13 @@ class RequestCounter {
   explicit RequestCounter(std::uint64_t now) : window_(now) { all_.opened = now; }
 
   // A request was handled until now.
-  void count(std::uint64_t now, std::uint64_t nanoseconds) {
+  void count(std::uint64_t now) {
     advance(now);
     ++all_.requests;
     ++in_window_;
-    all_.nanoseconds += nanoseconds;
   }
+  // What a request took, or a part of it.
+  void add_time(std::uint64_t nanoseconds) { all_.nanoseconds += nanoseconds; }
 
   // The part of the window before that is within the last second counts as if its requests were spread
   // evenly.

@@ -11,7 +11,10 @@ constexpr std::uint64_t kSecond = kNanosecondsPerSecond;
 class RequestCounterTest : public ::testing::Test {
  protected:
   void Count(unsigned requests, std::uint64_t at) {
-    for (unsigned i = 0; i < requests; ++i) counter.count(kStart + at, 10);
+    for (unsigned i = 0; i < requests; ++i) {
+      counter.add_time(10);
+      counter.count(kStart + at);
+    }
   }
   std::uint64_t RateAt(std::uint64_t at) const { return counter.read(kStart + at).requests_per_second; }
   RequestCounter counter{kStart};

@@ -125,7 +125,10 @@ std::uint64_t Server::serve(Connection& connection, std::uint64_t now) {
   const std::uint64_t after = clock_monotonic();
   users_->charge(*client, after - now);
   client->active_ = after;
-  client->counter_.count(after, after - now);
+  client->counter_.add_time(after - now);
+  if (client->repeats_) return after;
+  users_->spend(*client->user_, 1);
+  client->counter_.count(after);
   return after;
 }
 

@@ -125,7 +125,6 @@ std::vector<std::shared_ptr<Connection>> Users::waiting() const {
 void Users::charge(Connection& client, std::uint64_t nanoseconds) {
   // Also a message that takes no time of a coarse clock lets the others be next.
   const std::uint64_t cost = std::max<std::uint64_t>(nanoseconds, 1);
-  spend(*client.user_, 1);
   charge_one(&competition_, client.user_.get(), cost);
   charge_one(&client.user_->clients, &client, cost);
 }

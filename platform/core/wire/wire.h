@@ -161,6 +161,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // meanwhile are buffered.
   void hold() { held_ = true; }
   void release();
+  // Handles the message at hand again when it is this client's turn, before its other messages: for a request
+  // that is answered in steps. Only within a message handler, before which it has not run the event loop.
+  void repeat() { repeats_ = true; }
+  bool repeats() const { return repeats_; }
   // Closes the connection and logs the reason; null for a normal end. Unsent messages are lost. No effect on
   // a closed connection.
   void close(const char* reason);
@@ -197,6 +201,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool handling_ = false;               // queued messages leave after the message at hand
   bool peer_finished_ = false;          // the peer has shut down its sending side
   bool held_ = false;                   // an answer must be sent first
+  bool repeats_ = false;                // the message handled last is handled again
   RequestCounter counter_{clock_monotonic()};
   Octets in_;
   std::size_t in_start_ = 0;
