@@ -26,6 +26,7 @@ constexpr StatusText kTexts[] = {
     {kStatusEndOfList, "End of list"},
     {kStatusTooManyRequests, "Too many requests in flight"},
     {kStatusUntrustedServer, "The server runs as an untrusted user"},
+    {kStatusUnfinished, "The answer is not finished"},
     {kStatusDefinitionChanged, "Record definition differs from the registry"},
     {kStatusBadEncoding, "Octets are no record of this description"},
     {kStatusBadDescription, "Record description is inconsistent"},

@@ -35,6 +35,8 @@ inline constexpr Status kStatusTooManyRequests =
     0x40819800;  // more requests in flight than one client may have
 inline constexpr Status kStatusUntrustedServer =
     0x40819a00;  // the server's user is neither root, nor this one, nor the owner of the socket's directory
+inline constexpr Status kStatusUnfinished =
+    0x40819c00;  // a step of an answer in steps is over, not the answer
 // Record encoding.
 inline constexpr Status kStatusDefinitionChanged =
     0x4081a000;                                           // the registry has another version of a description

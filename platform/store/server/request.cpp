@@ -58,22 +58,48 @@ struct OwnedReply : KvReply {
   OwnedReply& operator=(const OwnedReply&) = delete;
 };
 
-// Reads the row at *path, or where the rule redirects to; *path is then the row's path.
-Status read_row(const KvProviderFunctions& functions, const KvWalkRule& rule, bool structured,
-                std::string* path, OwnedReply* reply) {
-  for (unsigned redirects = 0;; ++redirects) {
-    const KvRequest request{*path, structured};
-    const Status status = functions.get(&request, reply);
+struct RowReader {
+  KvProviderGet get;
+  const KvWalkRule& rule;
+  bool structured;
+};
+
+// Reads the row at walk->next, or where the rule redirects to; walk->next is then the row's path.
+Status read_row(const RowReader& reader, RowWalk* walk, OwnedReply* reply) {
+  for (;; ++walk->redirects) {
+    reply->steps = walk->steps;
+    const KvRequest request{walk->next, reader.structured};
+    const Status status = reader.get(&request, reply);
+    if (status == kStatusUnfinished) return status;
+    if (walk->steps != nullptr) walk->steps->state.reset();
     if (status != kStatusOk && status != kStatusNoSuchRow) return status;
     std::string instead;
     const KvReply* row = status == kStatusOk ? reply : nullptr;
-    if (rule.redirect == nullptr || redirects == kKvMaxRedirects || !rule.redirect(*path, row, &instead)) {
+    if (reader.rule.redirect == nullptr || walk->redirects == kKvMaxRedirects ||
+        !reader.rule.redirect(walk->next, row, &instead)) {
+      walk->redirects = 0;
       return status;
     }
     if (instead.size() > kKvMaxPath) return kStatusMessageTooLarge;
     reply->clear();
-    *path = std::move(instead);
+    walk->next = std::move(instead);
   }
+}
+
+// The walk ends where it has rows and there are no more.
+Status end_before(Status status, const RowWalk& walk, bool* end) {
+  *end = status == kStatusNoSuchRow && walk.rows > 0;
+  return *end ? kStatusOk : status;
+}
+
+Status end_after(Status following, bool* end) {
+  *end = following == kStatusEndOfList;
+  return *end ? kStatusOk : following;
+}
+
+// The time is over, and the walk can be answered or continued later.
+bool must_pause(const RowWalk& walk, std::uint64_t step_end) {
+  return (walk.rows >= kKvFewestRows || walk.steps != nullptr) && clock_monotonic() >= step_end;
 }
 
 bool keep_row(void* argument, const KvReply& row) {
@@ -84,8 +110,8 @@ bool keep_row(void* argument, const KvReply& row) {
 
 }  // namespace
 
-Status walk_rows(std::string_view path, bool structured, std::uint32_t max_rows, RowSink sink, void* argument,
-                 bool* end) {
+Status walk_rows(RowWalk* walk, std::string_view path, bool structured, std::uint32_t max_rows, RowSink sink,
+                 void* argument, bool* end) {
   *end = false;
   if (const Status status = fault_check("kvtree_walk")) return status;
   if (max_rows == 0) return kStatusInvalid;
@@ -94,28 +120,21 @@ Status walk_rows(std::string_view path, bool structured, std::uint32_t max_rows,
   if (const Status status = resolve(path, &provider, &relative)) return status;
   const KvWalkRule* rule = find_rule(provider->functions, relative);
   if (rule == nullptr || provider->functions.get == nullptr) return kStatusNoHandler;
-  const KvProviderFunctions functions = provider->functions;
-  std::string next(relative);
-  const std::uint64_t start = clock_monotonic();
-  for (std::uint32_t row = 0; row < std::min(max_rows, kKvMaxListItems); ++row) {
-    if (row >= kKvFewestRows && clock_monotonic() - start >= kKvWalkTime) return kStatusOk;
+  const RowReader reader{provider->functions.get, *rule, structured};
+  if (!std::exchange(walk->has_begun, true)) walk->next = relative;
+  const std::uint64_t step_end = walk->steps != nullptr ? walk->steps->end : clock_monotonic() + kKvStepTime;
+  const std::uint32_t most = std::min(max_rows, kKvMaxListItems);
+  do {
     OwnedReply reply;
-    const Status status = read_row(functions, *rule, structured, &next, &reply);
-    if (status == kStatusNoSuchRow && row > 0) {
-      *end = true;
-      return kStatusOk;
-    }
-    if (status != kStatusOk) return status;
-    if (!sink(argument, reply)) return row == 0 ? kStatusMessageTooLarge : kStatusOk;
-    const Status following = rule->following(&reply, &next);
-    if (following == kStatusEndOfList) {
-      *end = true;
-      return kStatusOk;
-    }
-    if (following != kStatusOk) return following;
-    if (next.size() > kKvMaxPath) return kStatusMessageTooLarge;
-  }
-  return kStatusOk;
+    const Status status = read_row(reader, walk, &reply);
+    if (status != kStatusOk) return end_before(status, *walk, end);
+    if (!sink(argument, reply)) return walk->rows == 0 ? kStatusMessageTooLarge : kStatusOk;
+    ++walk->rows;
+    const Status following = rule->following(&reply, &walk->next);
+    if (following != kStatusOk) return end_after(following, end);
+    if (walk->next.size() > kKvMaxPath) return kStatusMessageTooLarge;
+  } while (walk->rows < most && !must_pause(*walk, step_end));
+  return walk->rows < most && walk->rows < kKvFewestRows ? kStatusUnfinished : kStatusOk;
 }
 
 }  // namespace kvtree
@@ -135,7 +154,8 @@ Status kvtree_datalist(std::string_view path, bool structured, KvListReply* repl
 Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
                    std::vector<std::vector<std::uint8_t>>* rows, bool* end) {
   rows->clear();
-  const Status status = kvtree::walk_rows(path, structured, max_rows, kvtree::keep_row, rows, end);
+  kvtree::RowWalk walk;
+  const Status status = kvtree::walk_rows(&walk, path, structured, max_rows, kvtree::keep_row, rows, end);
   if (status != kStatusOk) rows->clear();
   return status;
 }

@@ -24,6 +24,14 @@ struct StagedCommit {
   std::size_t octets = 0;
 };
 
+// What a request that is answered in steps stores between them.
+struct Unfinished {
+  Unfinished() = default;
+  Unfinished(const Unfinished&) = delete;
+  Unfinished& operator=(const Unfinished&) = delete;
+  virtual ~Unfinished() = default;
+};
+
 struct StoreServer {
   explicit StoreServer(EventManager* on);
   bool handle(wire::Connection& from, const wire::Message& message);
@@ -35,11 +43,21 @@ struct StoreServer {
   wire::Octets answer;
   std::unordered_map<std::uint64_t, std::vector<Subscription>> subscriptions;  // by client
   std::unordered_map<std::uint64_t, StagedCommit> staged;                      // by client
+  std::unordered_map<std::uint64_t, std::unique_ptr<Unfinished>> unfinished;   // by client
   wire::Server server;
 };
 
 // Null while the store is not served.
 std::unique_ptr<StoreServer>& the_server();
+
+// An answer begins with its status; a failure has nothing else.
+void answer_status(wire::Octets* answer, Status status);
+
+// Requests to providers (read_answers.cpp).
+bool answer_get(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_list(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_datalist(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_walk(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 
 // Requests of subscribers (subscriptions.cpp).
 bool answer_subscribe(wire::Connection* from, wire::Reader* request, wire::Octets* answer);

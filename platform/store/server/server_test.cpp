@@ -81,6 +81,32 @@ TEST_F(ServedStore, ListsThatAreTooLongOrTooLargeAreRefused) {
   EXPECT_EQ(client.datalist(kSubtree + "vrf-detail/red", 5000).items.size(), 3U);
 }
 
+TEST_F(ServedStore, DatalistInStepsHasTheItemsOfAllSteps) {
+  TestProvider::steps_of_datalist = 7;
+  StartAndConnect();
+  EXPECT_EQ(client.datalist(kSubtree + "vrf-detail/red", 100).items.size(), 14U);
+  EXPECT_EQ(TestProvider::steps_taken, 7U);
+  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk) << "the next request is answered";
+}
+
+TEST_F(ServedStore, DatalistInStepsIsRefusedOnceItIsTooLarge) {
+  TestProvider::steps_of_datalist = 1000;
+  TestProvider::items_to_list = 1;
+  TestProvider::value_size = 1U << 20;
+  StartAndConnect();
+  EXPECT_EQ(client.datalist(kSubtree + "vrf-detail/red", 100).status, kStatusMessageTooLarge);
+  EXPECT_EQ(TestProvider::steps_taken, 4U);
+}
+
+TEST_F(ServedStore, DatalistInStepsEndsWithItsProvider) {
+  TestProvider::steps_of_datalist = 1'000'000'000;
+  TestProvider::items_to_list = 0;
+  StartAndConnect();
+  std::thread unregister([this] { OnStore(kvtree_reset); });
+  EXPECT_EQ(client.datalist(kSubtree + "vrf-detail/red", 100).status, kStatusUnknownPath);
+  unregister.join();
+}
+
 TEST_F(ServedStore, ListCreationThatFailsIsAnswered) {
   fault_arm("kvtree_list_create", kStatusNoMemory);
   StartAndConnect();

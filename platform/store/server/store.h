@@ -121,10 +121,20 @@ void notify_subscribers(const std::string& path, const std::shared_ptr<const KvV
 // The provider of this path (the longest prefix), or null; *relative is the rest of the path.
 const Provider* find_provider(std::string_view path, std::string_view* relative);
 
-// The batched walk, row by row. The sink returns false if it has no room for the row.
+// A batched walk.
+struct RowWalk {
+  KvSteps* steps = nullptr;  // null: the walk has to be complete
+  bool has_begun = false;
+  std::string next;        // the path of the row to be read, below the provider
+  unsigned redirects = 0;  // before that row
+  std::uint32_t rows = 0;  // so far
+};
+
+// The walk, row by row. The sink returns false if it has no room for the row. kStatusUnfinished after a step:
+// to be called again with equal arguments.
 using RowSink = bool (*)(void* argument, const KvReply& row);
-Status walk_rows(std::string_view path, bool structured, std::uint32_t max_rows, RowSink sink, void* argument,
-                 bool* end);
+Status walk_rows(RowWalk* walk, std::string_view path, bool structured, std::uint32_t max_rows, RowSink sink,
+                 void* argument, bool* end);
 
 void forget_compiled_tables();
 

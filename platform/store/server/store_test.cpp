@@ -434,14 +434,14 @@ TEST_F(Requests, WalkIsBoundedWhateverIsAskedFor) {
 }
 
 TEST_F(Requests, WalkOfSlowRowsEndsEarlyAndSaysThatRowsFollow) {
-  TestProvider::reading_row = [this] { clock.advance(kKvWalkTime / 100); };
+  TestProvider::reading_row = [this] { clock.advance(kKvStepTime / 100); };
   EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/1", 1000), kStatusOk);
   EXPECT_EQ(rows.size(), 100U);
   EXPECT_FALSE(end);
 }
 
 TEST_F(Requests, WalkHasAFewRowsHoweverSlowTheyAre) {
-  TestProvider::reading_row = [this] { clock.advance(10 * kKvWalkTime); };
+  TestProvider::reading_row = [this] { clock.advance(10 * kKvStepTime); };
   EXPECT_EQ(Walk("/oper/mpls_vpn/gl/rows-next/1", 1000), kStatusOk);
   EXPECT_EQ(rows.size(), kKvFewestRows);
   EXPECT_FALSE(end);

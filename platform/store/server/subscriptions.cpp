@@ -126,6 +126,7 @@ void send_to_all() {
 
 void StoreServer::forget(std::uint64_t client) {
   staged.erase(client);
+  unfinished.erase(client);
   const auto found = subscriptions.find(client);
   if (found == subscriptions.end()) return;
   for (const Subscription& subscription : found->second) subscription.queue->rewind();

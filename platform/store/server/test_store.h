@@ -57,6 +57,8 @@ struct TestProvider {
   static inline std::uint32_t last_max_items = 0;
   static inline std::uint32_t items_to_list = 2;
   static inline std::size_t value_size = 3;
+  static inline unsigned steps_of_datalist = 1;  // in each of which the items are added
+  static inline unsigned steps_taken = 0;
   static inline std::vector<std::string> redirected_from;  // what the redirecting rules were asked about
 
   static void reset() {
@@ -67,6 +69,8 @@ struct TestProvider {
     last_max_items = 0;
     items_to_list = 2;
     value_size = 3;
+    steps_of_datalist = 1;
+    steps_taken = 0;
     redirected_from.clear();
   }
 
@@ -127,7 +131,9 @@ struct TestProvider {
   }
   static Status datalist(KvListReply* reply, const RequestArgs*) {
     last_max_items = reply->max_items;
-    if (const Status status = kvtree_datalist_create(&reply->datalist)) return status;
+    if (reply->datalist == nullptr) {
+      if (const Status status = kvtree_datalist_create(&reply->datalist)) return status;
+    }
     const std::string value(value_size, 'v');
     for (std::uint32_t i = 0; i < items_to_list; ++i) {
       const std::string key = "vrf" + std::to_string(i);
@@ -135,7 +141,7 @@ struct TestProvider {
         ++reply->count;
       }
     }
-    return kStatusOk;
+    return ++steps_taken < steps_of_datalist ? kStatusUnfinished : kStatusOk;
   }
 
   static inline const KvPathRow rows[] = {

@@ -19,12 +19,14 @@
 // Main thread only. Every operation that can fail is a fault point of its own name.
 #pragma once
 
+#include <any>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 
@@ -33,9 +35,10 @@
 inline constexpr std::size_t kKvMaxArguments = 16;
 inline constexpr std::size_t kKvMaxPath = 1024;         // octets of a path
 inline constexpr std::uint32_t kKvMaxListItems = 1024;  // items of one list, datalist or walk answer
-// A walk answer ends after this time, with "more rows follow". It has at least kKvFewestRows first: a client
+// Answers that take longer are made in steps of this time, between which the event loop serves others.
+inline constexpr std::uint64_t kKvStepTime = 1'000'000;  // nanoseconds
+// A walk answer ends with its first step, with "more rows follow", once it has so many rows: a client
 // continues at or just before the last row it has, and must get beyond it.
-inline constexpr std::uint64_t kKvWalkTime = 1'000'000;  // nanoseconds
 inline constexpr std::uint32_t kKvFewestRows = 16;
 
 struct KvArgument {
@@ -56,12 +59,24 @@ inline bool kvtree_absent(const RequestArgs* args, unsigned n) {
   return (args->absent_mask >> n & 1U) != 0;
 }
 
+// What lets a handler answer in steps. Once the step's time is over and something is done, the handler may
+// store what it needs to go on and return kStatusUnfinished. It is called again with the same reply and equal
+// arguments, after other clients were served, and after changes of anything: `state` must not have pointers
+// to what they could free. If the request ends before, `state` is destroyed.
+struct KvSteps {
+  std::uint64_t end = 0;  // clock_monotonic()
+  std::any state;         // the handler's; empty in the first step
+
+  bool is_over() const { return clock_monotonic() >= end; }
+};
+
 inline constexpr std::uint32_t kKvKindRecord = 7;  // an encoded record
 
 struct KvReply {
   std::uint32_t kind;
   std::uint8_t* data;  // malloc'ed; the data store frees it
   std::size_t length;
+  KvSteps* steps = nullptr;  // null: the answer has to be complete
 };
 
 // Lists hold keys, datalists keys and values. Item kinds are passed through to readers.
@@ -86,11 +101,18 @@ void kvtree_list_free(KvList* list);
 void kvtree_datalist_free(KvDatalist* list);
 
 struct KvListReply {
-  std::uint32_t max_items;  // the most items that the caller accepts
-  std::uint32_t count;      // items placed
-  KvList* list;             // set by list handlers; the data store frees it
-  KvDatalist* datalist;     // set by datalist handlers
+  std::uint32_t max_items;   // the most items that the caller accepts
+  std::uint32_t count;       // items placed
+  KvList* list;              // set by list handlers; the data store frees it
+  KvDatalist* datalist;      // set by datalist handlers
+  KvSteps* steps = nullptr;  // null: the answer has to be complete. Between steps items may be taken out
 };
+
+// What a handler stored in the step before; null in the first step.
+template <typename State, typename Reply>
+State* kvtree_resumed(const Reply* reply) {
+  return reply->steps == nullptr ? nullptr : std::any_cast<State>(&reply->steps->state);
+}
 
 enum class KvValueType : std::uint32_t { kNone = 0, kText = 1, kNumber = 2, kTuple = 3, kRecord = 7 };
 
@@ -273,7 +295,7 @@ std::string kvtree_encode_text(std::string_view text);
 // Rows from `path` on, by the walk rule of its first component below the provider. *end is set if no row
 // follows the last one. kStatusOk with the rows so far if a later read fails with kStatusNoSuchRow; any other
 // failure, and every failure of the first read, is returned without rows. kStatusNoHandler without a rule,
-// kStatusInvalid for a maximum of 0. At most kKvMaxListItems rows, and fewer when kKvWalkTime has passed.
+// kStatusInvalid for a maximum of 0. At most kKvMaxListItems rows, and fewer when kKvStepTime has passed.
 [[nodiscard]] Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
                                  std::vector<std::vector<std::uint8_t>>* rows, bool* end);
 

@@ -30,7 +30,7 @@ Status prov_encode_parcel(KvReply* reply, void* record, const ParcelDescription*
   std::size_t length = 0;
   const Status rc = parcel_encode(description, record, &data, &length);
   mpls_vpn_checked("prov_encode_parcel", "parcel_encode failed", rc);
-  if (rc == kStatusOk) *reply = {kKvKindRecord, data, length};
+  if (rc == kStatusOk) *reply = {kKvKindRecord, data, length, reply->steps};
   prov_release_parcel(record, description, "prov_encode_parcel");
   return rc;
 }

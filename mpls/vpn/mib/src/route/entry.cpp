@@ -5,8 +5,11 @@
 // IPv6; a next read continues with the following VRFs of the VRF database.
 //
 // The key of a next read, with its address types, applies to the first VRF; every following one is read from
-// its first route, which may be of either family.
+// its first route, which may be of either family. A next read in steps continues after the VRF that it read
+// last.
 #include "mpls/vpn/mib/src/route/entry.h"
+
+#include <string>
 
 #include "mpls/vpn/mib/src/mpls_vpn_debug.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
@@ -80,11 +83,20 @@ Status find_ipv6_route_in_vrf(mpls_vpn_mib_route* row, bool exact, const VtabVrf
   return find_in_tables(row, exact, record, inet::kIpv6Afi, key, mpls_vpn_mib_rib_ipv6_route);
 }
 
-// This VRF, and for a next read those after it.
-Status find_from_vrf(mpls_vpn_mib_route* row, bool exact, const VrfNode* node, RouteKeyText key) {
+struct LastRead {
+  std::string vrf_name;
+};
+
+// This VRF, and for a next read those after it. kStatusUnfinished if the step was over before.
+Status find_from_vrf(mpls_vpn_mib_route* row, bool exact, const VrfNode* node, RouteKeyText key,
+                     KvSteps* steps) {
   while (node != nullptr && mpls_vpn_mib_vrf_node_validate(node) == kStatusOk) {
     const Status rc = mpls_vpn_mib_find_route_in_vrf(row, exact, node->vrf_rec, key);
     if (rc != kStatusNoSuchRow || exact) return rc;
+    if (steps != nullptr && steps->is_over()) {
+      steps->state = LastRead{node->vrf_name};
+      return kStatusUnfinished;
+    }
     node = mpls_vpn_mib_vrf_dbase_next(node);
     key = kFirstRoute;
   }
@@ -101,6 +113,13 @@ RouteKeyText key_of(const RequestArgs* args) {
 // batched walk would take the row for an existing one.
 bool is_of_family(const mpls_vpn_mib_route& row, const RouteKeyText& key) {
   return (row.destType == kInetAddressIpv6) == asks_ipv6(key);
+}
+
+Status resume_next_read(KvReply* reply, const LastRead& last) {
+  const VrfNode* const node = mpls_vpn_mib_vrf_dbase_after(last.vrf_name.c_str());
+  mpls_vpn_mib_route row;
+  if (const Status rc = find_from_vrf(&row, false, node, kFirstRoute, reply->steps)) return rc;
+  return prov_encode_parcel(reply, &row, &kMibRouteParcel);
 }
 
 }  // namespace
@@ -120,6 +139,7 @@ Status mpls_vpn_mib_find_route_in_vrf(mpls_vpn_mib_route* row, bool exact, const
 }
 
 Status mpls_vpn_mib_prov_get_route(KvReply* reply, const RequestArgs* args) {
+  if (const auto* last = kvtree_resumed<LastRead>(reply)) return resume_next_read(reply, *last);
   mpls_vpn_debug(PROV, "Entering function %s", kRouteHandler);
   if (const Status rc = prov_check_arguments(args, 6, kRouteHandler)) return rc;
   const char* vrf_name = args->arg[0].text;
@@ -131,7 +151,7 @@ Status mpls_vpn_mib_prov_get_route(KvReply* reply, const RequestArgs* args) {
                  vrf_name, *args->arg[1].number, key.prefix_length, *args->arg[3].number, key.dest,
                  key.next_hop, exact ? "TRUE" : "FALSE");
   mpls_vpn_mib_route row;
-  const Status rc = find_from_vrf(&row, exact, mpls_vpn_mib_get_vrf_node(exact, vrf_name), key);
+  const Status rc = find_from_vrf(&row, exact, mpls_vpn_mib_get_vrf_node(exact, vrf_name), key, reply->steps);
   if (rc != kStatusOk) return rc;
   if (exact && !is_of_family(row, key)) {
     prov_release_parcel(&row, &kMibRouteParcel, kRouteHandler);

@@ -225,6 +225,8 @@ class DaemonTest : public testing::Test {
   // Seconds that the platform clock shows.
   std::uint32_t Now() const { return static_cast<std::uint32_t>(clock_stamp() / kNanosecondsPerSecond); }
   void PassSeconds(std::uint32_t seconds) { clock_.advance(seconds * kNanosecondsPerSecond); }
+  // From now on work that reads the clock takes this time for each reading.
+  void LetReadingsTake(std::uint64_t nanoseconds) { clock_.tick(nanoseconds); }
   void PassMilliseconds(std::uint32_t milliseconds) {
     clock_.advance(milliseconds * (kNanosecondsPerSecond / 1000));
   }

@@ -160,6 +160,11 @@ VrfNode* mpls_vpn_mib_vrf_dbase_first() {
   return static_cast<VrfNode*>(wavl_first(vrf_tree(), kByName));
 }
 
+VrfNode* mpls_vpn_mib_vrf_dbase_after(const char* vrf_name) {
+  VrfNode* node = search(false, vrf_name);
+  return has_name(node, vrf_name) ? mpls_vpn_mib_vrf_dbase_next(node) : node;
+}
+
 VrfNode* mpls_vpn_mib_vrf_dbase_next(const VrfNode* node) {
   return static_cast<VrfNode*>(wavl_next(vrf_tree(), kByName, node));
 }

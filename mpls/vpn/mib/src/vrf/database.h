@@ -36,6 +36,8 @@ int mpls_vpn_mib_delete_vrf_wavl_node_by_vrf_name(const char* vrf_name) MPLS_REQ
 VrfNode* mpls_vpn_mib_get_vrf_node(bool exact, const char* vrf_name);
 VrfNode* mpls_vpn_mib_vrf_dbase_first();
 VrfNode* mpls_vpn_mib_vrf_dbase_next(const VrfNode* node);
+// The first node with a greater name.
+VrfNode* mpls_vpn_mib_vrf_dbase_after(const char* vrf_name);
 
 // 0, or kStatusInvalidNode when the name or the record is missing.
 [[nodiscard]] Status mpls_vpn_mib_vrf_node_validate(const VrfNode* node);

@@ -1,5 +1,7 @@
 // Names are those of the interface database's nodes, which only the main thread deletes. No filter
-// applies.
+// applies. A walk in steps continues after the name of the VRF that it added last.
+#include <string>
+
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/support/report.h"
 #include "mpls/vpn/mib/src/vrf/list_items.h"
@@ -30,14 +32,28 @@ bool add_invalid_item(const VrfListKind& kind, KvListReply* reply, const char* v
   return add_vrf_datalist_item(kind, reply, vrf_name, &show, false);
 }
 
-Status answer_invalid(const VrfListKind& kind, KvListReply* reply, const RequestArgs* args) {
-  mpls_vpn_debug(PROV, "Entering %s", kind.function);
-  if (const Status rc = create_vrf_list(kind, reply)) return rc;
-  for (const char* vrf_name = first_invalid(kind, args); vrf_name != nullptr;
-       vrf_name = mpls_vpn_mib_get_next_invalid_vrf(vrf_name)) {
+struct LastInvalid {
+  std::string vrf_name;
+};
+
+// kStatusUnfinished if the step was over before the last VRF.
+Status add_invalid_items(const VrfListKind& kind, KvListReply* reply, const char* vrf_name) {
+  for (; vrf_name != nullptr; vrf_name = mpls_vpn_mib_get_next_invalid_vrf(vrf_name)) {
     if (add_invalid_item(kind, reply, vrf_name) && count_vrf_list_item(reply)) break;
+    if (reply->steps != nullptr && reply->steps->is_over()) {
+      reply->steps->state = LastInvalid{vrf_name};
+      return kStatusUnfinished;
+    }
   }
   return kStatusOk;
+}
+
+Status answer_invalid(const VrfListKind& kind, KvListReply* reply, const RequestArgs* args) {
+  if (const auto* last = kvtree_resumed<LastInvalid>(reply))
+    return add_invalid_items(kind, reply, mpls_vpn_mib_get_next_invalid_vrf(last->vrf_name.c_str()));
+  mpls_vpn_debug(PROV, "Entering %s", kind.function);
+  if (const Status rc = create_vrf_list(kind, reply)) return rc;
+  return add_invalid_items(kind, reply, first_invalid(kind, args));
 }
 
 }  // namespace

@@ -1,9 +1,14 @@
 // One walk over the record service's VRFs: the list and the datalist differ in where they begin, in the
 // content of an item, and in a word of their reports. The limit is tested after an item was added, so that
 // a maximum of 0 yields one item.
+//
+// A walk in steps continues after the name of the last VRF that it visited, which may be deleted meanwhile. A
+// VRF that is created meanwhile is visited if its name is later in the order.
 #include "mpls/vpn/mib/src/vrf/lists.h"
 
 #include <cstring>
+#include <string>
+#include <utility>
 
 #include "mpls/vpn/mib/src/membership/membership.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
@@ -19,13 +24,14 @@ namespace {
 constexpr VrfListKind kList = {"mpls_vpn_prov_list_vrf", false};
 constexpr VrfListKind kDatalist = {"mpls_vpn_prov_datalist_vrf", true};
 
+// What is stored between the steps of a walk, with a filter that has lost the names of the request.
 struct VrfWalk {
-  const VrfListKind& kind;
-  KvListReply* reply;
+  const VrfListKind* kind;
   VrfFilter filter;
   bool is_named;      // the request names a VRF
   bool ends_at_item;  // ... and no other
   bool is_xml;
+  std::string last;  // the VRF visited last
 };
 
 enum class Step { kGoOn, kEnd };
@@ -42,7 +48,7 @@ VtabVrfRecord* first_after(const char* vrf_name) {
 VtabVrfRecord* first_record(const VrfWalk& walk, std::uint32_t form) {
   if (form > kFormEncodedNameAfiSafi) return nullptr;
   if (!walk.is_named) return vtab_get_first_vrf_record();
-  const bool from_next = walk.kind.is_datalist && (form == kFormName || form == kFormEncodedName);
+  const bool from_next = walk.kind->is_datalist && (form == kFormName || form == kFormEncodedName);
   if (from_next) return first_after(walk.filter.vrf_name);
   return vtab_get_vrf_record_by_vrf_name(walk.filter.vrf_name);
 }
@@ -51,12 +57,12 @@ VtabVrfRecord* first_record(const VrfWalk& walk, std::uint32_t form) {
 bool is_ignored(const VrfWalk& walk, const VtabVrfRecord* record) {
   if (record->vrf_name == router::kDefaultVrf) {
     mpls_vpn_debug(PROV, "Ignoring default VRF");
-    if (walk.kind.is_datalist) mpls_vpn_trace(kTraceProv, kStatusOk, "Ignoring default VRF");
+    if (walk.kind->is_datalist) mpls_vpn_trace(kTraceProv, kStatusOk, "Ignoring default VRF");
     return true;
   }
   if (record->vrf_id == 0) {
     mpls_vpn_debug(PROV, "Ignoring VRF FWD REF %s", record->vrf_name);
-    if (walk.kind.is_datalist) {
+    if (walk.kind->is_datalist) {
       mpls_vpn_trace(kTraceProv, kStatusOk, "Ignoring VRF FWD REF %s", record->vrf_name);
     }
     return true;
@@ -66,23 +72,23 @@ bool is_ignored(const VrfWalk& walk, const VtabVrfRecord* record) {
   return true;
 }
 
-bool add_item(const VrfWalk& walk, const VtabVrfRecord* record) {
-  if (!walk.kind.is_datalist) return add_vrf_list_item(walk.kind, walk.reply, record->vrf_name);
+bool add_item(const VrfWalk& walk, KvListReply* reply, const VtabVrfRecord* record) {
+  if (!walk.kind->is_datalist) return add_vrf_list_item(*walk.kind, reply, record->vrf_name);
   mpls_vpn_vrf show;
   fill_show_vrf_parcel(&show, record, walk.filter.afi, walk.filter.safi, walk.is_xml);
-  return add_vrf_datalist_item(walk.kind, walk.reply, record->vrf_name, &show, walk.is_xml);
+  return add_vrf_datalist_item(*walk.kind, reply, record->vrf_name, &show, walk.is_xml);
 }
 
-Step visit(const VrfWalk& walk, VtabVrfRecord* record) {
+Step visit(const VrfWalk& walk, KvListReply* reply, VtabVrfRecord* record) {
   if (is_ignored(walk, record)) return Step::kGoOn;
-  if (walk.kind.is_datalist) mpls_vpn_mib_vrf_complete_missing(record);
+  if (walk.kind->is_datalist) mpls_vpn_mib_vrf_complete_missing(record);
   if (!vrf_matches_afi_safi(record->vrf_name, &walk.filter)) {
     if (walk.is_named) return Step::kEnd;
     mpls_vpn_debug(PROV, "VRF does not match AFI SAFI filter");
     return Step::kGoOn;
   }
-  if (!add_item(walk, record)) return Step::kGoOn;
-  return count_vrf_list_item(walk.reply) || walk.ends_at_item ? Step::kEnd : Step::kGoOn;
+  if (!add_item(walk, reply, record)) return Step::kGoOn;
+  return count_vrf_list_item(reply) || walk.ends_at_item ? Step::kEnd : Step::kGoOn;
 }
 
 bool is_form_with_families(std::uint32_t form) {
@@ -93,20 +99,42 @@ bool is_encoded_form(std::uint32_t form) {
   return form == kFormEncodedName || form == kFormEncodedNameAfiSafi;
 }
 
-Status answer(const VrfListKind& kind, KvListReply* reply, const RequestArgs* args) {
+// Visits VRFs from this one on: kStatusUnfinished if the step was over before the last.
+Status continue_walk(VrfWalk* walk, KvListReply* reply, VtabVrfRecord* record) {
+  while (record != nullptr && visit(*walk, reply, record) == Step::kGoOn) {
+    if (reply->steps != nullptr && reply->steps->is_over()) {
+      walk->last = record->vrf_name;
+      return kStatusUnfinished;
+    }
+    record = vtab_get_next_vrf_record(record);
+  }
+  return kStatusOk;
+}
+
+Status begin_walk(VrfWalk* walk, KvListReply* reply, const RequestArgs* args) {
+  const VrfListKind& kind = *walk->kind;
   mpls_vpn_debug(PROV, "Entering %s", kind.function);
   if (const Status rc = create_vrf_list(kind, reply)) return rc;
-  VrfWalk walk = {kind, reply, {}, false, false, kind.is_datalist && is_encoded_form(args->form)};
+  walk->is_xml = kind.is_datalist && is_encoded_form(args->form);
   if (kind.is_datalist) {
-    mpls_vpn_debug(PROV, "%s: is_xml %s", kind.function, walk.is_xml ? "TRUE" : "FALSE");
+    mpls_vpn_debug(PROV, "%s: is_xml %s", kind.function, walk->is_xml ? "TRUE" : "FALSE");
   }
-  set_filter_vrf_afi_safi(&walk.filter, args);
-  walk.is_named = (walk.filter.flags & kFilterVrfName) != 0;
-  walk.ends_at_item = walk.is_named && is_form_with_families(args->form);
-  VtabVrfRecord* record = first_record(walk, args->form);
-  while (record != nullptr && visit(walk, record) == Step::kGoOn) record = vtab_get_next_vrf_record(record);
-  release_filter_vrf_name(&walk.filter);
-  return kStatusOk;
+  set_filter_vrf_afi_safi(&walk->filter, args);
+  walk->is_named = (walk->filter.flags & kFilterVrfName) != 0;
+  walk->ends_at_item = walk->is_named && is_form_with_families(args->form);
+  VtabVrfRecord* const first = first_record(*walk, args->form);
+  release_filter_vrf_name(&walk->filter);
+  walk->filter.vrf_name = nullptr;
+  return continue_walk(walk, reply, first);
+}
+
+Status answer(const VrfListKind& kind, KvListReply* reply, const RequestArgs* args) {
+  if (auto* walk = kvtree_resumed<VrfWalk>(reply))
+    return continue_walk(walk, reply, first_after(walk->last.c_str()));
+  VrfWalk walk = {&kind, {}, false, false, false, {}};
+  const Status rc = begin_walk(&walk, reply, args);
+  if (rc == kStatusUnfinished) reply->steps->state = std::move(walk);
+  return rc;
 }
 
 }  // namespace

@@ -1,0 +1,235 @@
+// Long answers are made in steps, and a client sees and an operator reads what one made at once would show.
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "mpls/vpn/mib/src/route/route_test_support.h"
+#include "platform/store/client/client.h"
+#include "platform/store/tree/lists.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsSupersetOf;
+
+const std::string kSubtree = "/oper/mpls_vpn/gl/";
+constexpr unsigned kVrfs = 200;
+constexpr std::uint64_t kReading = 100'000;  // nanoseconds
+// A slice of two milliseconds visits at most 20 VRFs when each costs a reading.
+constexpr unsigned kFewestIterations = kVrfs / 20;
+
+std::string VrfName(unsigned number) {
+  return "vrf" + std::to_string(1000 + number);
+}
+
+struct Items {
+  std::vector<std::string> keys;
+  std::vector<std::vector<std::uint8_t>> records;
+  bool operator==(const Items&) const = default;
+};
+
+class AnswersInSteps : public RouteTablesTest {
+ protected:
+  void SetUp() override {
+    RouteTablesTest::SetUp();
+    for (unsigned number = 0; number < kVrfs; ++number) AddVrfWithTables(VrfName(number), true, true);
+    Connect();
+    Provide();
+    ASSERT_EQ(kvtree_serve(manager_), kStatusOk);
+    LetReadingsTake(kReading);
+  }
+  void TearDown() override {
+    LetReadingsTake(0);
+    kvtree_stop_serving(manager_);
+    RouteTablesTest::TearDown();
+  }
+
+  // Runs the event loop while a client asks. The number of iterations, before each of which the function is
+  // called.
+  unsigned Serve(
+      const std::function<void(kvtree::Client&)>& ask,
+      const std::function<void(unsigned)>& before = [](unsigned) {}) {
+    std::atomic<bool> is_answered{false};
+    std::thread asking([&] {
+      kvtree::Client client(kvtree::Client::default_socket(), std::chrono::milliseconds(20000));
+      EXPECT_EQ(client.connect(), kStatusOk);
+      ask(client);
+      is_answered = true;
+    });
+    unsigned iterations = 0;
+    std::array<unsigned char, 1024> buffer;
+    while (!is_answered) {
+      EventContext context{manager_, buffer.data(), buffer.size(), 0};
+      if (event_wait_for(&context, 0) != 0) {
+        std::this_thread::yield();
+        continue;
+      }
+      before(++iterations);
+      event_dispatch(&context);
+    }
+    asking.join();
+    return iterations;
+  }
+  // The items that a client gets, in at least so many iterations.
+  Items Served(const std::string& path, bool is_datalist, unsigned fewest = kFewestIterations) {
+    Items items;
+    const unsigned iterations = Serve([&](kvtree::Client& client) {
+      const kvtree::ListResult result =
+          is_datalist ? client.datalist(kSubtree + path, 1000) : client.list(kSubtree + path, 1000);
+      EXPECT_EQ(result.status, kStatusOk);
+      for (const kvtree::ListItem& item : result.items) {
+        items.keys.push_back(item.key);
+        if (is_datalist) items.records.push_back(item.record);
+      }
+    });
+    EXPECT_GE(iterations, fewest) << path;
+    return items;
+  }
+  // Those of an answer made at once.
+  static Items AtOnce(const std::string& path, bool is_datalist) {
+    Items items;
+    KvListReply reply{1000, 0, nullptr, nullptr};
+    EXPECT_EQ((is_datalist ? kvtree_datalist : kvtree_list)(kSubtree + path, false, &reply), kStatusOk);
+    if (is_datalist) {
+      for (const KvDatalistItem& item : reply.datalist->items) {
+        items.keys.push_back(item.key);
+        items.records.push_back(item.value);
+      }
+    } else {
+      for (const KvListItem& item : reply.list->items) items.keys.push_back(item.key);
+    }
+    kvtree_list_free(reply.list);
+    kvtree_datalist_free(reply.datalist);
+    return items;
+  }
+  // In steps and at once alike; the number of items.
+  std::size_t Compare(const std::string& path, bool is_datalist) {
+    SCOPED_TRACE(path);
+    ClearPrints();
+    const Items expected = AtOnce(path, is_datalist);
+    const SaidLines prints = Prints();
+    ClearPrints();
+    const Items served = Served(path, is_datalist);
+    EXPECT_EQ(served, expected);
+    EXPECT_THAT(Prints(), ElementsAreArray(prints));
+    return served.keys.size();
+  }
+  // The first row from this path on, as text, or the failure's.
+  std::string NextRoute(const std::string& path, unsigned fewest = kFewestIterations) {
+    std::string text;
+    const unsigned iterations = Serve([&](kvtree::Client& client) {
+      const kvtree::GetResult result = client.get(kSubtree + path);
+      text = err_text(result.status);
+      if (result.status != kStatusOk) return;
+      const Decoded<mpls_vpn_mib_route> row(
+          kMibRouteParcel,
+          {kKvKindRecord, const_cast<std::uint8_t*>(result.record.data()), result.record.size()});
+      text = RouteText(*row.operator->());
+    });
+    EXPECT_GE(iterations, fewest) << path;
+    return text;
+  }
+};
+
+// --- Lists
+
+TEST_F(AnswersInSteps, OfWholeListsAreThoseMadeAtOnce) {
+  EXPECT_EQ(Compare("vrf-detail", true), kVrfs);
+  EXPECT_EQ(Compare("vrf-detail", false), kVrfs);
+  EXPECT_EQ(Compare("vrf-detail-filter/-/1/1", true), kVrfs);
+}
+
+TEST_F(AnswersInSteps, OfFiltersThatFindNothingAreThoseMadeAtOnce) {
+  EXPECT_EQ(Compare("vrf-detail-filter/-/2/2", true), 0U);
+  EXPECT_EQ(Compare("vrf-detail-filter/-/1/2", false), 0U);
+}
+
+TEST_F(AnswersInSteps, OfInvalidVrfsAreThoseMadeAtOnce) {
+  for (unsigned number = 0; number < kVrfs; ++number) {
+    const std::string vrf = "absent" + std::to_string(1000 + number);
+    ASSERT_NE(CreateIf(vrf.c_str(), 5000 + number, ("eth" + std::to_string(number)).c_str(), 9000 + number),
+              nullptr);
+  }
+  EXPECT_EQ(Compare("vrf-invalid-detail", true), kVrfs);
+  EXPECT_EQ(Compare("vrf-invalid-detail", false), kVrfs);
+}
+
+TEST_F(AnswersInSteps, MadeInOneStepNeedNoOther) {
+  EXPECT_THAT(Served("vrf-detail-filter/" + VrfName(7), true, 1).keys, ElementsAre(VrfName(7)));
+}
+
+TEST_F(AnswersInSteps, HaveEveryVrfThatExistsMeanwhileOnceAndInOrder) {
+  std::vector<std::string> keys;
+  Serve(
+      [&](kvtree::Client& client) {
+        for (const kvtree::ListItem& item : client.datalist(kSubtree + "vrf-detail", 1000).items)
+          keys.push_back(item.key);
+      },
+      [&](unsigned iteration) {
+        if (iteration != kFewestIterations / 2) return;
+        for (unsigned number = 1; number < kVrfs; number += 2) DeleteVrf(VrfName(number));
+        AddVrfWithTables("vrf1000a", true, true);  // longer, and so after all others
+      });
+  std::vector<std::string> remaining{"vrf1000a"};
+  for (unsigned number = 0; number < kVrfs; number += 2) remaining.push_back(VrfName(number));
+  EXPECT_THAT(keys, IsSupersetOf(remaining));
+  EXPECT_LT(keys.size(), kVrfs);
+  EXPECT_EQ(keys.back(), "vrf1000a");
+  EXPECT_EQ(std::adjacent_find(keys.begin(), keys.end() - 1, std::greater_equal<>()), keys.end() - 1);
+}
+
+// --- Routes
+
+TEST_F(AnswersInSteps, FindTheNextRouteBeyondVrfsWithoutRoutes) {
+  AddRoute(VrfName(kVrfs - 1), "10.1.0.0/16", "192.0.2.1");
+  const std::string path = "route-next/" + VrfName(0) + "/1/0/1/0/0";
+  ClearPrints();
+  EXPECT_EQ(NextRoute(path), VrfName(kVrfs - 1) + " 10.1.0.0/16 via 192.0.2.1");
+  const SaidLines served = Prints();
+  ClearPrints();
+  KvReply reply{};
+  ASSERT_EQ(kvtree_get(kSubtree + path, false, &reply), kStatusOk);
+  std::free(reply.data);
+  EXPECT_THAT(served, ElementsAreArray(Prints()));
+}
+
+TEST_F(AnswersInSteps, FindNoRouteWhereNoneFollows) {
+  EXPECT_EQ(NextRoute("route-next/" + VrfName(0) + "/1/0/1/0/0"), err_text(kStatusNoSuchRow));
+}
+
+TEST_F(AnswersInSteps, GoOnAfterAVrfThatIsDeletedMeanwhile) {
+  AddRoute(VrfName(kVrfs - 1), "10.1.0.0/16", "192.0.2.1");
+  Status status = kStatusInvalid;
+  Serve(
+      [&](kvtree::Client& client) {
+        status = client.get(kSubtree + "route-next/" + VrfName(0) + "/1/0/1/0/0").status;
+      },
+      [&](unsigned iteration) {
+        if (iteration != kFewestIterations / 2) return;
+        for (unsigned number = 0; number < kVrfs - 1; ++number) DeleteVrf(VrfName(number));
+      });
+  EXPECT_EQ(status, kStatusOk);
+}
+
+TEST_F(AnswersInSteps, OfABatchedWalkHaveItsRows) {
+  AddRoute(VrfName(kVrfs / 2), "10.1.0.0/16", "192.0.2.1");
+  AddRoute(VrfName(kVrfs - 1), "10.2.0.0/16", "192.0.2.1");
+  std::vector<std::string> rows;
+  const unsigned iterations = Serve([&](kvtree::Client& client) {
+    const kvtree::WalkResult result = client.walk(kSubtree + "route-next/" + VrfName(0) + "/1/0/1/0/0", 100);
+    EXPECT_EQ(result.status, kStatusOk);
+    EXPECT_TRUE(result.end);
+    for (const kvtree::Octets& row : result.rows) {
+      const Decoded<mpls_vpn_mib_route> decoded(
+          kMibRouteParcel, {kKvKindRecord, const_cast<std::uint8_t*>(row.data()), row.size()});
+      rows.push_back(RouteText(*decoded.operator->()));
+    }
+  });
+  EXPECT_THAT(rows, ElementsAre(VrfName(kVrfs / 2) + " 10.1.0.0/16 via 192.0.2.1",
+                                VrfName(kVrfs - 1) + " 10.2.0.0/16 via 192.0.2.1"));
+  EXPECT_GE(iterations, kFewestIterations);
+}
+
+}  // namespace
