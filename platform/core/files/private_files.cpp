@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/core/base/log.h"
+#include "platform/core/files/synchronize.h"
 
 namespace {
 
@@ -93,10 +94,16 @@ Status secure(const std::string& path, int fd) {
   return fchmod(fd, without_excess(file, kFileMode)) == 0 ? kStatusOk : errno_status();
 }
 
+// A new directory has the mode whatever the umask is, and is found again after a power cut.
+Status finish_directory(const std::string& path, mode_t mode) {
+  if (const Status status = set_mode(path, mode)) return status;
+  return synchronize_directory(path + "/..");
+}
+
 }  // namespace
 
 Status prepare_directory(const std::string& path, mode_t mode) {
-  if (mkdir(path.c_str(), mode) == 0) return set_mode(path, mode);  // whatever the umask is
+  if (mkdir(path.c_str(), mode) == 0) return finish_directory(path, mode);
   if (errno != EEXIST) return errno_status();
   FileStatus link{};
   FileStatus directory{};

@@ -6,8 +6,10 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 
 #include "platform/core/base/fault.h"
+#include "platform/core/files/synchronize.h"
 
 namespace {
 
@@ -26,22 +28,24 @@ Status write_all(int fd, std::string_view text) {
 }
 
 // What a former process left is removed, and no link is followed: it could name the file of another user.
-Status write_new(const std::string& path, std::string_view text, mode_t mode) {
+Status write_new(const std::string& path, std::string_view text, mode_t mode, Survives survives) {
   unlink(path.c_str());
   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
   if (fd < 0) return last_error();
-  const Status status = fchmod(fd, mode) == 0 ? write_all(fd, text) : last_error();
+  Status status = fchmod(fd, mode) == 0 ? write_all(fd, text) : last_error();
+  if (status == kStatusOk && survives == Survives::kPowerCut && fsync(fd) != 0) status = last_error();
   if (close(fd) != 0 && status == kStatusOk) return last_error();
   return status;
 }
 
 }  // namespace
 
-Status replace_file(const std::string& path, std::string_view text, mode_t mode) {
+Status replace_file(const std::string& path, std::string_view text, mode_t mode, Survives survives) {
   if (const Status status = fault_check("replace_file")) return status;
   const std::string beside = path + ".new";
-  Status status = write_new(beside, text, mode);
+  Status status = write_new(beside, text, mode, survives);
   if (status == kStatusOk && std::rename(beside.c_str(), path.c_str()) != 0) status = last_error();
   if (status != kStatusOk) unlink(beside.c_str());
-  return status;
+  if (status != kStatusOk || survives == Survives::kProcess) return status;
+  return synchronize_directory(std::filesystem::path(path).parent_path() / ".");
 }

@@ -3,12 +3,17 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "platform/core/base/status.h"
 
+// What the new content survives once it is written.
+enum class Survives : std::uint8_t { kProcess, kPowerCut };
+
 // Replaces the file's content completely or not at all: the text is written to PATH.new, which is then
-// renamed. The file has that mode, whatever the umask is. A power cut may undo it. Returns the system's
-// error; PATH.new is removed then.
-[[nodiscard]] Status replace_file(const std::string& path, std::string_view text, mode_t mode = 0600);
+// renamed. The file has that mode, whatever the umask is. A power cut may undo it, or leave an empty file,
+// unless it is to survive one. Returns the system's error; PATH.new is removed then.
+[[nodiscard]] Status replace_file(const std::string& path, std::string_view text, mode_t mode = 0600,
+                                  Survives survives = Survives::kProcess);

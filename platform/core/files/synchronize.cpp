@@ -1,0 +1,14 @@
+#include "platform/core/files/synchronize.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+Status synchronize_directory(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return errno == EACCES ? kStatusOk : static_cast<Status>(errno);
+  const int error = fsync(fd) == 0 ? 0 : errno;
+  close(fd);
+  return error == EINVAL ? kStatusOk : static_cast<Status>(error);
+}
