@@ -106,6 +106,12 @@ void provide_status(EventManager* manager) {
   }
 }
 
+// A flood of lines that ends may be followed by none.
+void report_floods_regularly(EventManager* manager) {
+  log_report_floods();
+  event_timer_start(manager, kLogInterval, [manager] { report_floods_regularly(manager); });
+}
+
 // A failure here ends the process: it could not serve requests.
 void start_on_main_manager(EventManager* manager) {
   if (std::string(event_manager_name(manager)) != kMainManager) return;
@@ -114,6 +120,7 @@ void start_on_main_manager(EventManager* manager) {
     std::exit(1);
   }
   provide_status(manager);
+  report_floods_regularly(manager);
   check_route_modules();
   std::string error;
   if (router_services_start(&host().model, manager, &error) != kStatusOk) {

@@ -17,6 +17,8 @@ from system import BIN, SLOW, System, wait_until
 ANOTHER_USER = 60001
 IS_ROOT = os.geteuid() == 0
 NEEDS_ROOT = unittest.skipUnless(IS_ROOT, "SKIPPED: needs root to become another user")
+
+
 def mode_of(path):
     return stat.S_IMODE(path.lstat().st_mode)
 
@@ -29,7 +31,7 @@ def locker_of(path):
     return 0 if kind == fcntl.F_UNLCK else process
 
 
-def start_as(user, call):
+def start_as(user, groups, call):
     """Runs the call in a child process of this user (None: of this process's); returns its process id when it has returned.
     The child then waits for its end."""
     reader, writer = os.pipe()
@@ -37,7 +39,7 @@ def start_as(user, call):
     if child == 0:
         try:
             if user is not None:
-                os.setgroups([])
+                os.setgroups(groups)
                 os.setgid(user)
                 os.setuid(user)
             call()
@@ -52,9 +54,9 @@ def start_as(user, call):
 
 
 @contextlib.contextmanager
-def another_process(call, user=None):
+def another_process(call, user=None, groups=()):
     """Yields the id of a child process that has run the call and still exists."""
-    child = start_as(user, call)
+    child = start_as(user, groups, call)
     try:
         yield child
     finally:
@@ -198,6 +200,19 @@ class RolesTest(unittest.TestCase):
         allowed = {(tuple(groups), words) for groups in (agent, reader, other) for words in (show, config, change, debug)
                    if self.cli_as(groups, *words).returncode == 0}
         self.assertEqual(allowed, {(tuple(agent), show), (tuple(reader), show), (tuple(reader), config), (tuple(reader), debug)})
+
+    def test_flood_of_connections_is_logged_with_a_count_when_it_has_ended(self):
+        self.system.start_daemon()
+        path = str(self.system.folder / "run" / "dev.mpls.vpn.main")
+
+        def flood():
+            self.connections = [socket.socket(socket.AF_UNIX) for _ in range(300)]
+            for connection in self.connections:
+                connection.connect(path)
+
+        with another_process(flood, ANOTHER_USER, [0]):
+            wait_until("the count", lambda: "similar lines were suppressed" in self.system.log("daemon"), 30)
+        self.assertEqual(self.system.log("daemon").count("this user has 16 clients already"), 100 + 1)
 
     def test_server_of_another_user_is_not_believed(self):
         run_directory = self.system.folder / "run"

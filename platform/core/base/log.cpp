@@ -1,5 +1,5 @@
 // The limit counts lines by kind, which is a module and a format: texts of one kind differ in names and
-// numbers only. A kind is stored from its first line until the end of its interval.
+// numbers only. A kind is stored from its first line until the end of an interval that suppressed none.
 #include "platform/core/base/log.h"
 
 #include <algorithm>
@@ -50,17 +50,21 @@ void write_log_line(LogSeverity severity, const std::string& module, const std::
   write_error_line(line + text);
 }
 
+void write_count(const LogKind& kind, const LogCount& count) {
+  const std::string lines = count.suppressed == 1 ? " similar line was" : " similar lines were";
+  write_log_line(count.severity, kind.module,
+                 std::to_string(count.suppressed) + lines + " suppressed, the last one: " + count.last);
+}
+
 void report_suppressed(LogLimiter* limiter, std::uint64_t now) {
-  std::erase_if(limiter->counts, [now](const auto& entry) {
-    const auto& [kind, count] = entry;
-    if (now < count.end) return false;
-    if (count.suppressed > 0) {
-      const std::string lines = count.suppressed == 1 ? " similar line was" : " similar lines were";
-      write_log_line(count.severity, kind.module,
-                     std::to_string(count.suppressed) + lines + " suppressed, the last one: " + count.last);
-    }
-    return true;
-  });
+  std::erase_if(limiter->counts,
+                [now](const auto& entry) { return now >= entry.second.end && entry.second.suppressed == 0; });
+  for (auto& [kind, count] : limiter->counts) {
+    if (now < count.end) continue;
+    write_count(kind, count);
+    count.end = now + limiter->interval;  // the flood may last: only its count is written then
+    count.suppressed = 0;
+  }
 }
 
 // Returns true iff the line may be written.
@@ -118,6 +122,12 @@ void log_info(const char* module, const char* format, ...) {
   va_start(arguments, format);
   log_text(LogSeverity::kInfo, module, format, arguments);
   va_end(arguments);
+}
+
+void log_report_floods() {
+  LogLimiter& limits = limiter();
+  const std::lock_guard lock(limits.mutex);
+  report_suppressed(&limits, clock_monotonic());
 }
 
 void log_limit(unsigned lines, std::uint64_t interval) {

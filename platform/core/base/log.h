@@ -22,9 +22,12 @@ enum class LogSeverity : std::uint8_t {
 [[gnu::format(printf, 2, 3)]] void log_info(const char* module, const char* format, ...);
 
 // Limits floods: of the lines of one module with one format, at most `lines` are written in `interval`
-// nanoseconds. The rest are counted; the first line of any kind after the interval is preceded by one line
-// with the count and the last text. Without a call, and with 0 lines, there is no limit.
+// nanoseconds. The rest are counted; log_report_floods(), or the next line of any kind, first writes the
+// count and the last text when the interval has ended. While a flood lasts, the count is the only line of its
+// kind in each interval. Without a call, and with 0 lines, there is no limit.
 void log_limit(unsigned lines, std::uint64_t interval);
+// Writes the counts of the intervals that have ended.
+void log_report_floods();
 
 // The limit for programs that run for long: 100 lines in 10 seconds.
 inline constexpr unsigned kLogLines = 100;

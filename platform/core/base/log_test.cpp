@@ -89,6 +89,43 @@ TEST_F(Log, NextLineAfterTheIntervalReportsTheFlood) {
             "b: something else\nb: reported once\n");
 }
 
+TEST_F(Log, FloodThatLastsIsOneLineInEachInterval) {
+  ManualClock clock(0);
+  log_limit(2, 10 * kSecond);
+  for (int interval = 0; interval < 4; ++interval) {
+    Flood("a", 1000);
+    clock.advance(10 * kSecond);
+  }
+  log_info("b", "x");
+  const std::string count = " similar lines were suppressed, the last one: client 1000 closed\n";
+  EXPECT_EQ(Written(), "a: client 1 closed\na: client 2 closed\na: 998" + count + "a: 1000" + count +
+                           "a: 1000" + count + "a: 1000" + count + "b: x\n");
+}
+
+TEST_F(Log, AfterAnIntervalWithoutLinesAFloodIsANewOne) {
+  ManualClock clock(0);
+  log_limit(1, kSecond);
+  Flood("a", 2);
+  clock.advance(kSecond);
+  log_report_floods();
+  clock.advance(kSecond);
+  Flood("a", 2);
+  const std::string count = "a: 1 similar line was suppressed, the last one: client 2 closed\n";
+  EXPECT_EQ(Written(), "a: client 1 closed\n" + count + "a: client 1 closed\n");
+}
+
+TEST_F(Log, FloodThatEndsIsReportedWithoutAnotherLine) {
+  ManualClock clock(0);
+  log_limit(1, kSecond);
+  Flood("a", 2);
+  log_report_floods();
+  clock.advance(kSecond);
+  log_report_floods();
+  log_report_floods();
+  EXPECT_EQ(Written(),
+            "a: client 1 closed\na: 1 similar line was suppressed, the last one: client 2 closed\n");
+}
+
 TEST_F(Log, ReportHasTheSeverityOfItsLines) {
   ManualClock clock(0);
   MakeStandardErrorTheJournal();
