@@ -88,6 +88,13 @@ TEST_F(SqliteTest, SecondWriterIsBusy) {
   EXPECT_EQ(status_of(other.get(), code), static_cast<Status>(EBUSY));
 }
 
+TEST_F(SqliteTest, LockOfAnotherProcessIsWaitedFor) {
+  Open(path);
+  Statement timeout(connection.get(), "PRAGMA busy_timeout");
+  ASSERT_EQ(timeout.step(), SQLITE_ROW);
+  EXPECT_EQ(timeout.integer(0), busy_timeout.count());
+}
+
 TEST_F(SqliteTest, LockedDatabaseCannotBeReadUntilItIsClosed) {
   Open(path);
   ASSERT_EQ(run(connection.get(), "CREATE TABLE t(a)"), SQLITE_OK);

@@ -151,6 +151,20 @@ TEST_F(FairServerTest, IdleUserSavesUpNothing) {
   EXPECT_NEAR(counts.at(1), counts.at(2), 4);
 }
 
+TEST_F(FairServerTest, UserWhoArrivesLaterIsNotPreferredToOneWhoReturns) {
+  const int early = ConnectRaw(kGreedyUser);
+  Request(early, kMillisecond, 400);
+  while (Iterate()) {
+  }
+  Request(ConnectRaw(kOtherUser), kMillisecond, 400);
+  Iterate();
+  Request(early, kMillisecond, 400);
+  served.clear();
+  for (int i = 0; i < 10; ++i) Iterate();
+  const std::map<std::uint64_t, int> counts = ServedByClient();
+  EXPECT_NEAR(counts.at(1), counts.at(2), 4);
+}
+
 // The number of messages of one client, which pipelines, while others of this user ask once and end.
 TEST_F(FairServerTest, ConnectionForEachRequestIsNotPreferredToOneForAll) {
   for (const Peer& user : {kGreedyUser, kOtherUser}) {

@@ -77,6 +77,9 @@ TEST(PeerTest, KernelReportsTheGroupsOfAnotherUser) {
   EXPECT_EQ(RoleOfAnotherUser({}), Role::kRead);
   EXPECT_EQ(RoleOfAnotherUser({60002}), Role::kRead);
   EXPECT_EQ(RoleOfAnotherUser({60002, gid}), Role::kConfigure);
+  std::vector<gid_t> many(1000, 60002);
+  many.push_back(gid);
+  EXPECT_EQ(RoleOfAnotherUser(many), Role::kConfigure);
   setenv("MPLS_VPN_MIB_ADMIN_GROUP", "no_such_group", 1);
   setenv("MPLS_VPN_MIB_AGENT_GROUP", "adm", 1);
   EXPECT_EQ(RoleOfAnotherUser({60002, gid}), Role::kAgent);

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/ioctl.h>
 
 #include <thread>
@@ -153,6 +154,24 @@ TEST_F(WireServerTest, ClientThatNeverReadsIsPausedAndTheOthersServed) {
     ASSERT_TRUE(event_run_pending(manager));
   }
   EXPECT_EQ(received, expected);
+}
+
+TEST_F(WireServerTest, BufferOfALargeAnswerIsFreedOnceItIsRead) {
+  const auto allocated = [] {
+    const auto heap = mallinfo2();
+    return heap.uordblks + heap.hblkhd;
+  };
+  constexpr std::uint32_t kSize = 8U << 20;
+  const int client = ConnectRaw();
+  ExpectEcho(client);
+  Octets payload;
+  Writer(&payload).u32(kSize);
+  const std::size_t before = allocated();
+  Write(client, Frame(kBig, 1, payload));
+  for (std::size_t left = kHeaderSize + kSize; left > 0; left -= ReadAll(client).size())
+    ASSERT_TRUE(event_run_pending(manager)) << left;
+  Step();
+  EXPECT_LT(allocated(), before + kSize / 4);
 }
 
 TEST_F(WireServerTest, NumberOfWaitingAnswersIsLimitedToo) {

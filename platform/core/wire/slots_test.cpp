@@ -24,6 +24,15 @@ class SlotsTest : public WireServerTest {
       all.push_back(ConnectRaw(Reader(static_cast<uid_t>(60001 + i / Limits{}.clients_per_user))));
     return all;
   }
+  void ConnectAdministrator(std::size_t clients) {
+    const group* administrators = getgrnam("adm");
+    ASSERT_NE(administrators, nullptr);
+    setenv("MPLS_VPN_MIB_ADMIN_GROUP", "adm", 1);
+    Peer administrator = Reader(60001);
+    administrator.groups = {administrators->gr_gid};
+    for (std::size_t i = 0; i < clients; ++i) ConnectRaw(administrator);
+    unsetenv("MPLS_VPN_MIB_ADMIN_GROUP");
+  }
   static int CountOpen(const std::vector<int>& clients) {
     int open = 0;
     for (const int client : clients) open += IsClosed(client) ? 0 : 1;
@@ -106,16 +115,21 @@ TEST_F(SlotsTest, UserWithMoreRightsReplacesAReaderWhenAllConnectionsAreUsed) {
 
 // An administrator who connects too often must not lock out root either.
 TEST_F(SlotsTest, AdministratorWithAllConnectionsIsReplacedByRoot) {
-  const group* administrators = getgrnam("adm");
-  ASSERT_NE(administrators, nullptr);
-  setenv("MPLS_VPN_MIB_ADMIN_GROUP", "adm", 1);
-  Peer administrator = Reader(60001);
-  administrator.groups = {administrators->gr_gid};
-  for (std::size_t i = 0; i < Limits{}.max_clients; ++i) ConnectRaw(administrator);
-  unsetenv("MPLS_VPN_MIB_ADMIN_GROUP");
+  ConnectAdministrator(Limits{}.max_clients);
   EXPECT_EQ(server->client_count(), Limits{}.max_clients);
   ExpectEcho(ConnectRaw());
   EXPECT_EQ(server->client_count(), Limits{}.max_clients);
+}
+
+TEST_F(SlotsTest, ReaderIsReplacedBeforeAnAdministratorWithMoreClients) {
+  Limits limits;
+  limits.max_clients = 4;
+  limits.reserved_clients = 0;
+  MakeServer(limits);
+  ConnectAdministrator(3);
+  const int reader = ConnectRaw(Reader(60002));
+  ExpectEcho(ConnectRaw());
+  EXPECT_TRUE(IsClosed(reader));
 }
 
 TEST_F(SlotsTest, ConnectionsThatEndAreAvailableAgain) {
@@ -151,6 +165,21 @@ TEST_F(DeadlineTest, HalfAMessageIsClosedAfterTheDeadline) {
                 HasSubstr("it did not complete a message within 10 seconds"));
     EXPECT_TRUE(IsClosed(client));
   }
+}
+
+TEST_F(DeadlineTest, EachClientHasADeadlineOfItsOwn) {
+  const int early = ConnectRaw();
+  const int late = ConnectRaw();
+  Write(early, {'M'});
+  Step();
+  Pass(kDeadline / 2);
+  Write(late, {'M'});
+  Step();
+  Pass(kDeadline / 2);
+  EXPECT_TRUE(IsClosed(early));
+  EXPECT_FALSE(IsClosed(late));
+  Pass(kDeadline / 2);
+  EXPECT_TRUE(IsClosed(late));
 }
 
 TEST_F(DeadlineTest, OneOctetASecondDoesNotExtendTheDeadline) {

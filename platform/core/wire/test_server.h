@@ -92,8 +92,9 @@ class WireServerTest : public ::testing::Test {
     raw_clients.push_back(pair[0]);
     return pair[1];
   }
+  // Fails if the server has closed the client.
   static void Write(int fd, const Octets& octets) {
-    ASSERT_EQ(write(fd, octets.data(), octets.size()), static_cast<ssize_t>(octets.size()));
+    ASSERT_EQ(send(fd, octets.data(), octets.size(), MSG_NOSIGNAL), static_cast<ssize_t>(octets.size()));
   }
   void Step() const { event_run_pending(manager); }
   static Octets ReadAll(int fd) {
@@ -109,7 +110,7 @@ class WireServerTest : public ::testing::Test {
     Octets answers;
     std::size_t written = 0;
     do {
-      const ssize_t count = write(fd, octets.data() + written, octets.size() - written);
+      const ssize_t count = send(fd, octets.data() + written, octets.size() - written, MSG_NOSIGNAL);
       if (count > 0) written += static_cast<std::size_t>(count);
       const Octets part = ReadAll(fd);
       answers.insert(answers.end(), part.begin(), part.end());
