@@ -17,7 +17,7 @@ sys.path.insert(0, str(HERE.parent / "e2e"))
 import checks  # noqa: E402
 import disturbances  # noqa: E402
 from journal import Journal  # noqa: E402
-from load import AGENTX, Committer, Flapper, Reader, TargetReader, TrapReader, Walker  # noqa: E402
+from load import AGENTX, Committer, Flapper, LargeCommits, Reader, TargetReader, TrapReader, Walker  # noqa: E402
 from rig import SUITE_PROGRAMS, Rig  # noqa: E402
 from system import SLOW  # noqa: E402
 
@@ -33,8 +33,8 @@ EPOCHS = 4               # in each, one program is spared from being killed, so 
 class ChaosRig(Rig):
     """With its users, and the checks that need a calm moment."""
 
-    def __init__(self, journal, sanitized):
-        super().__init__(journal, sanitized)
+    def __init__(self, journal, sanitized, in_guest):
+        super().__init__(journal, sanitized, in_guest)
         self.traps, self.commits, self.memory = checks.Traps(), checks.Commits(), checks.Memory()
         self.trap_lock = threading.Lock()
         self.trap_reader = TrapReader(self, self.traps, self.trap_lock)
@@ -42,8 +42,8 @@ class ChaosRig(Rig):
 
     def start_load(self):
         self.walker, self.flapper = Walker(self), Flapper(self, self.traps, self.trap_lock)
-        self.committer = Committer(self, self.commits)
-        self.loads = [self.walker, self.flapper, self.committer, Reader(self, self.commits), TargetReader(self)]
+        self.committer, self.large_commits = Committer(self, self.commits), LargeCommits(self)
+        self.loads = [self.walker, self.flapper, self.committer, self.large_commits, Reader(self, self.commits), TargetReader(self)]
         for load in self.loads:
             load.start()
 
@@ -67,6 +67,7 @@ class ChaosRig(Rig):
             for text in self.traps.end_life(self.lost_traps(), self.is_losing_traps()):
                 self.journal.error(text)
         self.commits.settle()
+        self.large_commits.commits.settle()
 
     def start_dead(self, may_end):
         """Starts programs that ended by themselves again, which is an error unless they may end."""
@@ -93,7 +94,7 @@ class ChaosRig(Rig):
         start, done = time.monotonic(), {}
         commits, flaps = self.committer.rounds, self.flapper.rounds
         acknowledged = self.commits.acknowledged
-        restarted = start
+        restarted, waited = start, self.waited()
         conditions = {
             "walk": self.walker.whole,
             "command line": lambda: self.vrfs() is not None,
@@ -107,7 +108,7 @@ class ChaosRig(Rig):
             if self.dead():
                 time.sleep(RESTART_AFTER)
                 self.start_dead(may_end)
-                restarted, done = time.monotonic(), {}
+                restarted, done, waited = time.monotonic(), {}, self.waited()
             for name, condition in conditions.items():
                 if name not in done and condition():
                     done[name] = time.monotonic() - restarted
@@ -115,11 +116,16 @@ class ChaosRig(Rig):
         self.recoveries += 1
         for name, seconds in done.items():
             self.slowest[name] = max((seconds, what), self.slowest.get(name, (0.0, "")))
-        slow = {name: f"{seconds:.2f} s" for name, seconds in done.items() if seconds > RECOVERED_WITHIN * SLOW}
+        waited = self.waited() - waited
+        slow = {name: f"{seconds:.2f} s" for name, seconds in done.items() if seconds - waited > RECOVERED_WITHIN * SLOW}
         if slow:
-            self.journal.error(f"recovery from {what} took {slow}")
+            self.journal.error(f"recovery from {what} took {slow}, of which programs waited {waited:.2f} s for a processor")
         self.journal.note("recovered: " + ", ".join(f"{name} {seconds:.2f} s" for name, seconds in done.items()))
         return True
+
+    def waited(self):
+        """Seconds that the programs, and this one for its clients, have waited for a processor of a busy machine."""
+        return sum(map(waited_for_processor, [threading.get_native_id(), *map(self.pid, ("daemon", *AGENTX))]))
 
     def trap_arrived(self, since):
         """One that was raised since then."""
@@ -142,9 +148,19 @@ class ChaosRig(Rig):
             for text in self.traps.settle(mark, self.lost_traps()):
                 self.journal.error(text)
         self.commits.settle()
+        self.large_commits.check()
+        if not self.large_commits.wanted.is_set():
+            self.large_commits.commits.settle()
         self.journal.end_all()
         for name in self.programs():
             self.memory.add(name, time.monotonic() - self.journal.began, self.pid(name), self.resident(name))
+
+
+def waited_for_processor(pid):
+    try:
+        return int(pathlib.Path(f"/proc/{pid}/schedstat").read_text().split()[1]) / 1e9
+    except (FileNotFoundError, ProcessLookupError):
+        return 0.0
 
 
 def draw(rng, choices, spared):
@@ -181,7 +197,7 @@ def run(rig, arguments):
     counts = {}
     end = time.monotonic() + arguments.minutes * 60
     spared = ("", "daemon", *AGENTX)
-    while time.monotonic() < end:
+    while time.monotonic() < end and not arguments.ended.is_set():
         left = end - time.monotonic()
         epoch = min(EPOCHS - 1, int(EPOCHS * (1 - left / (arguments.minutes * 60))))
         drawn = draw(rng, choices, spared[epoch])
@@ -209,6 +225,7 @@ def report(rig, counts, arguments):
         print(f"  {count:5} {name}")
     print("users: " + ", ".join(f"{type(load).__name__} {load.rounds}" for load in rig.loads)
           + f", {len(rig.traps.arrived)} traps")
+    print(f"longest time until a VRF was up: {rig.flapper.longest:.3f} s")
     for name, (seconds, what) in rig.slowest.items():
         print(f"slowest recovery of {name}: {seconds:.2f} s after {what}")
     for name, (everyone, longest, seconds) in rig.memory.slopes().items():
@@ -239,12 +256,16 @@ def main():
     parser.add_argument("--only", action="append", help="disturbances whose name has this text")
     parser.add_argument("--go-on", action="store_true", help="after an error, too")
     parser.add_argument("--out", type=pathlib.Path)
+    parser.add_argument("--in-guest", action="store_true", help="this machine's kernel is the router; its clock is stepped")
     arguments = parser.parse_args()
-    enter_namespaces()
+    arguments.ended = threading.Event()  # SIGTERM: the report is printed
+    if not arguments.in_guest:
+        enter_namespaces()
+    signal.signal(signal.SIGTERM, lambda *_: arguments.ended.set())
     if arguments.out:
         arguments.out.mkdir(parents=True, exist_ok=True)
     journal = Journal(arguments.out)
-    with ChaosRig(journal, arguments.sanitized) as rig:
+    with ChaosRig(journal, arguments.sanitized, arguments.in_guest) as rig:
         rig.start()
         rig.start_load()
         counts = run(rig, arguments)

@@ -6,6 +6,7 @@ from system import ROOT_OID, dotted
 
 MOST_SHOWN = 5
 GROWTH_PART, GROWTH_KIB = 0.2, 4096  # by which a process's memory may grow over a run
+WARM_UP = 600.0                      # seconds until histories, caches and queues have their size
 
 
 def some(items):
@@ -49,13 +50,14 @@ class Commits:
     acknowledged commit or a later one; one whose outcome is not known may be effective as well."""
 
     def __init__(self):
-        self.submitted, self.acknowledged, self.unknown = 0, 0, set()
+        self.submitted, self.ended, self.acknowledged, self.unknown = 0, 0, 0, set()
 
     def begin(self):
         self.submitted += 1
         return self.submitted
 
     def end(self, number, succeeded):
+        self.ended += 1
         if succeeded:
             self.acknowledged = number
         else:
@@ -67,16 +69,15 @@ class Commits:
 
     def look(self):
         """What the values of a reading that starts now may be, for `errors` after it."""
-        return self.acknowledged, set(self.unknown)
+        return self.submitted, self.ended, self.acknowledged, set(self.unknown)
 
     def errors(self, look, numbers):
-        acknowledged, unknown = look
-        if len(set(numbers)) != 1:
-            return [f"a commit is effective in part: {numbers}"]
-        number = numbers[0]
-        if acknowledged <= number <= self.submitted or number in unknown:
-            return []
-        return [f"commit {number} is effective, {acknowledged} was acknowledged, {self.submitted} is the last"]
+        """A reading may consist of several requests, between which a commit may become effective."""
+        submitted, ended, acknowledged, unknown = look
+        if submitted == ended == self.submitted and len(set(numbers)) != 1:
+            return [f"a commit is effective in part: {len(set(numbers))} of {some(numbers)}"]
+        return [f"commit {number} is effective, {acknowledged} was acknowledged, {self.submitted} is the last"
+                for number in sorted(set(numbers)) if not acknowledged <= number <= self.submitted and number not in unknown]
 
 
 class Traps:
@@ -159,13 +160,14 @@ class Memory:
         return shown
 
     def errors(self):
-        """The last quarter of the points against the first."""
+        """The last third of the points against the first, after the warm-up."""
         found = []
         for name, samples in self.samples.items():
-            quarter = len(samples) // 4
-            if quarter < 5:
+            sizes = [kib for seconds, _, kib in samples if seconds > WARM_UP]
+            third = len(sizes) // 3
+            if third < 5:
                 continue
-            first, last = (statistics.median(kib for _, _, kib in part) for part in (samples[:quarter], samples[-quarter:]))
+            first, last = map(statistics.median, (sizes[:third], sizes[-third:]))
             if last > first * (1 + GROWTH_PART) + GROWTH_KIB:
                 found.append(f"{name} grew from {first:.0f} to {last:.0f} KiB")
         return found

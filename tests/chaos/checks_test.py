@@ -63,6 +63,16 @@ class Commits(unittest.TestCase):
     def test_commit_in_part_is_reported(self):
         self.assertRegex(self.errors(2, 3)[0], "in part")
 
+    def test_commit_during_a_reading_of_several_requests_may_be_read_in_part(self):
+        for commit_before in (True, False):
+            look = self.commits.look() if not commit_before else None
+            number = self.commits.begin()
+            look = look or self.commits.look()
+            self.assertEqual(self.errors(2, number, look=look), [])
+            self.commits.end(number, True)
+            self.assertEqual(self.errors(2, number, look=look), [])
+            self.setUp()
+
     def test_failed_commit_may_become_effective_until_none_is_on_its_way(self):
         self.commits.end(self.commits.begin(), True)
         self.assertEqual(self.errors(3, 3), [])
@@ -157,7 +167,7 @@ class Memory(unittest.TestCase):
 
     def test_growth_is_reported(self):
         self.assertEqual(self.filled(0).errors(), [])
-        self.assertRegex(self.filled(300).errors()[0], "daemon grew from 11350 to 20350 KiB")
+        self.assertRegex(self.filled(400).errors()[0], "daemon grew from 16000 to 24000 KiB")
 
     def test_slope_is_that_of_all_points_and_of_the_longest_life(self):
         (every, longest, seconds), = self.filled(10).slopes().values()

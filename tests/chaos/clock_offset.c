@@ -1,5 +1,5 @@
-// Preloaded into the programs of a chaos run: their wall clock is the kernel's plus the seconds in the file CHAOS_CLOCK,
-// which another process changes at any time. Other clocks stay as they are.
+// Preloaded into the programs of a chaos run: their wall clock is the kernel's plus the seconds in the file
+// CHAOS_CLOCK, which another process changes at any time. Other clocks stay as they are.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -86,6 +86,13 @@ def flood(rig, rng):
         rig.journal.note("traps as usual")
 
 
+@contextlib.contextmanager
+def large_commit(rig, rng):
+    rig.journal.note("a large commit")
+    rig.large_commits.wanted.set()
+    yield
+
+
 class Disturbance:
     """`weight`: how often it is drawn; `disturbs`: what it is recorded under."""
 
@@ -119,5 +126,6 @@ def table(programs, suite_programs):
     found += [Disturbance(3, "fill state directory", fill, "state", disturbs=("state directory",), fatal=True),
               Disturbance(2, "fill run directory", fill, "run", disturbs=("run directory",), fatal=True),
               Disturbance(4, "step clock", step_clock, without_sanitizers=True),
+              Disturbance(4, "large commit", large_commit),
               Disturbance(1, "flood of traps", flood)]
     return found

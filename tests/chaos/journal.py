@@ -8,7 +8,7 @@ class Journal:
         self.began, self.lock = time.monotonic(), threading.Lock()
         self.lines, self.errors = [], []
         self.windows = {}  # what was disturbed: [begin, end or None while it is]
-        self.file = open(folder / "journal.log", "a", encoding="utf-8") if folder else None
+        self.file = open(folder / "journal.log", "w", encoding="utf-8") if folder else None
 
     def note(self, text):
         line = f"{time.monotonic() - self.began:8.2f} {text}"

@@ -1,20 +1,19 @@
 """Users of the system, each a thread: walks over SNMP, readings and commits on the command line, changes of the router that raise
 traps. What they see is checked at once; a request may fail only while something that it needs is disturbed."""
 import json
+import re
 import threading
 import time
 import traceback
 
 import checks
-from rig import FLAPPING, STILL, committed_vrfs, still_vrfs, suite_target, suite_vrfs
-from system import L3VPN, ROOT_OID, VRF_ENTRY, SCALARS, name_and_rest, oid_tuple, parse_walk
+from router import committed_vrfs, still_vrfs, suite_target, suite_vrfs
+from system import L3VPN, ROOT_OID, SCALARS, VRF_ENTRY, name_and_rest, oid_tuple, parse_walk
 from trap_sink import decode_trap
-from wire import Client
 
-ROW_AGE = 1.0          # seconds for which the sub-agent shows a row that it has read
 AGENTX = ("agent", "snmpd")
+PAUSE_OF_FLAPS = 0.03
 SUITE_DELAY = 15.0     # seconds after which all items of the suite are visible again
-FIRST_ID = 100000      # of the VRFs that are created
 
 
 class Load(threading.Thread):
@@ -26,7 +25,7 @@ class Load(threading.Thread):
 
     def run(self):
         try:
-            while not self.stop.wait(self.pause):
+            while not self.stop.wait(max(self.pause, self.rig.least_pause)):
                 self.step()
         except Exception:  # pylint: disable=broad-except
             self.journal.error(f"{type(self).__name__} ended: {traceback.format_exc()}")
@@ -132,17 +131,49 @@ class Committer(Load):
 
     def __init__(self, rig, commits):
         super().__init__(rig)
-        self.commits, self.acknowledged = commits, 0
-        self.file = rig.folder / "commit.conf"
+        self.commits = commits
 
     def step(self):
-        since, number = time.monotonic(), self.commits.begin()
-        self.file.write_text("".join(f'set vrf {name} description "commit {number}"\n' for name in committed_vrfs()))
-        result = self.rig.cli("--timeout", "20000", "config", "load", str(self.file))
-        self.commits.end(number, result.returncode == 0)
+        commit(self, self.commits, committed_vrfs())
         self.rounds += 1
+
+
+class LargeCommits(Load):
+    """One commit at a time, when it is asked for, that describes VRFs which no one has created."""
+    VRFS = [f"large{number:04}" for number in range(3000)]
+
+    def __init__(self, rig):
+        super().__init__(rig)
+        self.commits, self.wanted = checks.Commits(), threading.Event()
+
+    def step(self):
+        if not self.wanted.wait(0.1):
+            return
+        commit(self, self.commits, self.VRFS)
+        self.rounds += 1
+        self.wanted.clear()
+
+    def check(self):
+        """What is effective of them, when none is in progress."""
+        if self.wanted.is_set() or self.rounds == 0:
+            return
+        look = self.commits.look()
+        result = self.rig.cli("--timeout", "20000", "config", "show")
         if result.returncode != 0:
-            self.failed(since, ("daemon", "state directory"), f"commit {number}: {result.stderr.strip()}")
+            self.errors([f"config show: {result.stderr}"])
+            return
+        numbers = re.findall(r"^set vrf large\d+ description \"?commit (\d+)", result.stdout, re.MULTILINE)
+        self.errors(self.commits.errors(look, list(map(int, numbers)) + [0] * (len(self.VRFS) - len(numbers))))
+
+
+def commit(load, commits, vrfs):
+    since, number = time.monotonic(), commits.begin()
+    file = load.rig.folder / f"{type(load).__name__}.conf"
+    file.write_text("".join(f'set vrf {name} description "commit {number}"\n' for name in vrfs))
+    result = load.rig.cli("--timeout", "20000", "config", "load", str(file))
+    commits.end(number, result.returncode == 0)
+    if result.returncode != 0:
+        load.failed(since, ("daemon", "state directory"), f"commit {number}: {result.stderr.strip()}")
 
 
 class Flapper(Load):
@@ -152,38 +183,38 @@ class Flapper(Load):
     def __init__(self, rig, traps, lock):
         super().__init__(rig)
         self.traps, self.lock, self.number = traps, lock, 0
-        self.fast = threading.Event()
+        self.fast, self.longest = threading.Event(), 0.0
 
     def step(self):
         since = time.monotonic()
         try:
-            with Client(self.rig.socket) as client:
-                self.step_connected(client, since)
+            with self.rig.router.session(self.rig) as session:
+                while not self.stop.is_set():
+                    since = time.monotonic()
+                    self.flap(session)
+                    self.longest = max(self.longest, session.longest)
+                    self.stop.wait(0 if self.fast.is_set() else max(PAUSE_OF_FLAPS, self.rig.least_pause))
         except (OSError, AssertionError) as failure:
             self.failed(since, ("daemon",), repr(failure))
             self.stop.wait(0.02)
 
-    def step_connected(self, client, since):
-        joined = None
-        while not self.stop.is_set():
-            since = time.monotonic()
-            self.number += 1
-            name = f"t{self.number}"
-            raised = [(self.UP, name)] if joined is None else [(self.DOWN, joined), (self.UP, name)]
-            client.action("router", "add-vrf", name, "id", str(FIRST_ID + self.number))
-            with self.lock:
-                for trap in raised:
-                    self.traps.submit(trap)
-            client.action("router", "move", FLAPPING, name)
+    def flap(self, session):
+        self.number += 1
+        former, joined = session.joined, f"t{self.number}"
+        raised = [(self.UP, joined)] if former is None else [(self.DOWN, former), (self.UP, joined)]
+        session.create(joined, self.number)
+        with self.lock:
+            for trap in raised:
+                self.traps.submit(trap)
+        session.move(joined)
+        if self.rig.router.is_certain:
             with self.lock:
                 for trap in raised:
                     self.traps.confirm(trap)
-            if joined is not None:
-                client.action("router", "delete-vrf", joined)
-            joined = name
-            self.rounds += 1
-            if not self.fast.is_set():
-                self.stop.wait(0.03)
+        session.joined = joined
+        if former is not None:
+            session.delete(former)
+        self.rounds += 1
 
 
 class TrapReader:
@@ -204,7 +235,7 @@ class TrapReader:
                     continue
 
                 def repeats_since(first, now=when):
-                    return journal.disturbed(("daemon", *AGENTX), first - 1, now)
+                    return journal.disturbed(AGENTX, first - 1, now)
                 for text in self.traps.receive(key_of(trap), when, repeats_since):
                     journal.error(text)
 

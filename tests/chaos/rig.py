@@ -1,4 +1,4 @@
-"""The system under test: the programs in a table, the router, small file systems for state and sockets, a wall clock that can
+"""The system under test: the programs in a table, small file systems for state and sockets, a wall clock that can
 be stepped, and the routing suite if this machine has it."""
 import collections
 import contextlib
@@ -13,7 +13,9 @@ import signal
 import struct
 import subprocess
 import sys
+import time
 
+import router
 from system import System
 from trap_sink import TrapSink
 
@@ -21,9 +23,8 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "kernel"
 import suite  # noqa: E402
 
 HERE = pathlib.Path(__file__).resolve().parent
-STILL, COMMITTED, SUITE = 12, 3, 4  # VRFs that no one changes, that one commit describes, and that the suite configures
-FLAPPING = "ge900"                  # the interface that moves from one new VRF to the next
-FILE_SYSTEM = 48 << 20              # octets of the state directory's and of the run directory's file system
+FILE_SYSTEM = 160 << 20  # octets of the state directory's and of the run directory's file system
+FILE_SYSTEM_OF_GUEST = 32 << 20
 
 Program = collections.namedtuple("Program", "name of_suite")
 # Everything that is killed and stopped.
@@ -37,45 +38,6 @@ PROGRAMS = (
 SUITE_PROGRAMS = tuple(program.name for program in PROGRAMS if program.of_suite)
 
 
-def still_vrfs():
-    return [f"still{number:02}" for number in range(STILL)]
-
-
-def committed_vrfs():
-    return [f"commit{number}" for number in range(COMMITTED)]
-
-
-def suite_vrfs():
-    return [f"suite{number}" for number in range(SUITE)]
-
-
-def router():
-    """Every still VRF has rows in every table."""
-    vrfs, interfaces = [], []
-    for number, name in enumerate(still_vrfs() + committed_vrfs() + suite_vrfs(), 1):
-        line = f"  - {{name: {name}, table: {100 + number}"
-        if name in still_vrfs():
-            hop = f"next_hop: 10.{number}.0.2, interface: ge{number}0"
-            line += (f', rd: "65000:{number}", route_targets: {{both: [65000:{number}]}}, '
-                     f"routes: [{{prefix: 20.{number}.0.0/16, {hop}}}, {{prefix: 21.{number}.0.0/16, {hop}}}]")
-        vrfs.append(line + "}")
-        interfaces += [f"  - {{name: ge{number}{unit}, index: {number}{unit}, vrf: {name}, addresses: [10.{number}.{unit}.1/24]}}"
-                       for unit in range(3)]
-    interfaces.append(f"  - {{name: {FLAPPING}, index: 900, addresses: [10.250.0.1/24]}}")
-    return "\n".join(["vrfs:", *vrfs, "interfaces:", *interfaces]) + "\n"
-
-
-def suite_target(number):
-    return f"64999:{number}"
-
-
-def suite_configuration():
-    return "hostname pe1\n" + "".join(
-        f"router bgp 65000 vrf {name}\n address-family ipv4 unicast\n  rd vpn export {suite_target(number)}\n"
-        f"  rt vpn both {suite_target(number)}\n exit-address-family\nexit\n"
-        for number, name in enumerate(suite_vrfs(), 1))
-
-
 def mount(folder, size):
     subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size},mode=755", "chaos", str(folder)], check=True)
 
@@ -87,8 +49,9 @@ def start_suite():
     except suite.NotInstalled:
         return None
     for folder in ("/run/frr", "/etc/frr"):
+        os.makedirs(folder, exist_ok=True)
         mount(folder, 8 << 20)
-    running = suite.Suite(release, None, reversed(SUITE_PROGRAMS), suite_configuration())
+    running = suite.Suite(release, None, reversed(SUITE_PROGRAMS), router.suite_configuration())
     running.start()
     running.load()
     return running
@@ -97,15 +60,19 @@ def start_suite():
 class Rig(System):
     """The sub-agent, snmpd and the daemon write into folders of their own, whose file systems can be filled."""
 
-    def __init__(self, journal, sanitized):
+    def __init__(self, journal, sanitized, in_guest):
         self.journal, self.sink, self.commands = journal, TrapSink(), {}
+        self.router = router.KernelRouter() if in_guest else router.FileRouter()
+        self.router.prepare()
         self.suite = start_suite()
-        super().__init__(router(), frr="true" if self.suite else None)
+        super().__init__(self.router.text(), source=self.router.source, frr="true" if self.suite else "false")
         for name in ("run", "state"):
-            mount(self.folder / name, FILE_SYSTEM)
-        self.clock_file = self.folder / "clock"
+            mount(self.folder / name, FILE_SYSTEM_OF_GUEST if in_guest else FILE_SYSTEM)
+        self.clock_file = None if in_guest else self.folder / "clock"
+        self.clock_offset = 0
+        self.least_pause = 0.5 if in_guest else 0.0  # of users: the guest has one slow processor
         self.step_clock(0)
-        if not sanitized:  # a sanitizer's library is the first, or there is none
+        if not in_guest and not sanitized:  # a sanitizer's library is the first, or there is none
             self.environment.update(LD_PRELOAD=str(self.build_clock()), CHAOS_CLOCK=str(self.clock_file))
         self.trap_port = self.sink.port
 
@@ -126,13 +93,18 @@ class Rig(System):
         return library
 
     def step_clock(self, seconds):
-        """The programs' wall clock is this much ahead."""
+        """The programs' wall clock is this much ahead; in the guest that of its kernel."""
+        if self.clock_file is None:
+            time.clock_settime(time.CLOCK_REALTIME, time.time() + seconds - self.clock_offset)
+            self.clock_offset = seconds
+            return
         with open(self.clock_file, "r+b" if self.clock_file.exists() else "wb") as file:
             file.write(struct.pack("=q", seconds))
 
     def start(self):
         self.start_all()
         self.cli("config", "set", "traps", "all", check=True)
+        self.router.configure(self)
 
     # --- Programs ---
 
