@@ -6,6 +6,8 @@
 // VRFs take 0.05 s; starting the shell takes another 0.15 s, which does not count.)
 #include "sources/frr/frr_source.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <iterator>
 #include <optional>
@@ -182,6 +184,7 @@ void FrrSource::on_loss(Follower& follower, const std::string& reason, bool unkn
 
 // Logs each loss once, and a suite without any program once: many routers run only a part of the suite.
 void FrrSource::log_loss(Follower& follower, const std::string& reason) {
+  log_permission(follower);
   if (follower.answered && !follower.loss_logged) {
     log_warning("frr", "%s does not answer (%s); its last known configuration stays",
                 follower.program.name.data(), reason.c_str());
@@ -195,6 +198,17 @@ void FrrSource::log_loss(Follower& follower, const std::string& reason) {
             "no program of the routing suite answers through '%s' (%s); start the suite or correct 'frr' in "
             "platform.yaml",
             joined(options_.shell).c_str(), reason.c_str());
+}
+
+// A program that runs and may not be asked is logged whatever the setting is, once for all programs.
+void FrrSource::log_permission(const Follower& follower) {
+  if (permission_logged_ || geteuid() == 0) return;
+  const std::string missing =
+      frr::missing_permission(frr::socket_folder(options_.shell, options_.sockets), follower.program.name);
+  if (missing.empty()) return;
+  permission_logged_ = true;
+  log_error("frr", "%s is not followed: %s and restart the daemon, or set 'frr: false' in platform.yaml",
+            follower.program.name.data(), missing.c_str());
 }
 
 std::uint64_t FrrSource::pause_after(const Follower& follower, std::uint64_t took) const {

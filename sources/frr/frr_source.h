@@ -30,6 +30,7 @@
 #include "platform/router/model/router.h"
 #include "sources/frr/config_nodes.h"
 #include "sources/frr/conversation.h"
+#include "sources/frr/permission.h"
 #include "sources/source.h"
 
 class FrrSource : public Source {
@@ -43,6 +44,7 @@ class FrrSource : public Source {
     std::uint64_t longest_pause = 15'000'000'000;      // of a program that never answered
     std::uint64_t longest_pause_of_lost = 4'000'000'000;  // of one that stopped answering
     frr::Conversation::Limits limits{};
+    std::string sockets = frr::kSocketFolder;  // of the suite's programs, but for what the shell's words say
   };
 
   // The router must outlive the source.
@@ -77,6 +79,7 @@ class FrrSource : public Source {
   void on_answer(Follower& follower, const frr::Answer& answer);
   void on_loss(Follower& follower, const std::string& reason, bool unknown);
   void log_loss(Follower& follower, const std::string& reason);
+  void log_permission(const Follower& follower);
   bool take(Follower& follower, const frr::Answer& answer);
   static void parse(Follower& follower, const frr::Answer& answer);
   void begin_settling(Follower& follower);
@@ -98,4 +101,5 @@ class FrrSource : public Source {
   Owned configured_;
   Owned derived_;
   bool absence_logged_ = false;
+  bool permission_logged_ = false;
 };

@@ -2,8 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -361,6 +364,27 @@ TEST_F(FrrSourceTest, MissingWantedShellIsLoggedOnce) {
                        "(No such file or directory); start the suite or correct 'frr' in platform.yaml\n"
                      : "");
   }
+}
+
+TEST_F(FrrSourceTest, SuiteThatTheUserMayNotAskIsLoggedOnceWhateverTheSetting) {
+  if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: only root can become another user";
+  StopSuite();
+  FrrSource::Options options = Options();
+  options.sockets = directory.path();
+  ASSERT_EQ(chmod(directory.path().c_str(), 0755), 0);
+  for (const char* program : {"bgpd", "zebra"}) {
+    const std::string socket = directory.path() + "/" + program + ".vty";
+    std::ofstream(socket).close();
+    ASSERT_EQ(chmod(socket.c_str(), 0700), 0);
+  }
+  Start(options);
+  testing::internal::CaptureStderr();
+  ASSERT_EQ(seteuid(65534), 0);
+  PumpFor(10 * options.longest_pause);
+  ASSERT_EQ(seteuid(0), 0);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(log, HasSubstr(".vty; add it to the group root and restart the daemon, or set 'frr: false'"));
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
 }
 
 TEST_F(FrrSourceTest, WantedSuiteThatRunsInPartIsNotLogged) {

@@ -16,10 +16,11 @@ from system import System, SystemTest  # noqa: E402
 class GuestSystemTest(SystemTest):
     """One system, with the kernel as source, for all tests of a class."""
     frr = None  # value of `frr:` in platform.yaml; None: without it
+    system_class = System
 
     @classmethod
     def setUpClass(cls):
-        cls.system = System(source="kernel", frr=cls.frr)
+        cls.system = cls.system_class(source="kernel", frr=cls.frr)
         cls.system.start_all()
 
     @classmethod

@@ -1,0 +1,77 @@
+#include "sources/frr/permission.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "platform/core/evm/test_run_directory.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+constexpr uid_t kUser = 2;  // "bin"
+constexpr uid_t kNameless = 60017;
+constexpr gid_t kDaemonGroup = 1;  // "daemon", which this process is not in
+
+// A file in place of the socket: the permissions are the same.
+class SuitePermission : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: only root can become another user";
+    std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
+    std::ofstream(Socket()).close();
+    ASSERT_EQ(chown(Socket().c_str(), 0, kDaemonGroup), 0);
+    ASSERT_EQ(chmod(Socket().c_str(), 0770), 0);
+  }
+  std::string Socket() const { return folder_.path() + "/bgpd.vty"; }
+  std::string MissingFor(uid_t user) const {
+    if (seteuid(user) != 0) return "seteuid failed";
+    std::string missing = frr::missing_permission(folder_.path(), "bgpd");
+    return seteuid(0) == 0 ? missing : "seteuid failed";
+  }
+
+  TestRunDirectory folder_;
+};
+
+TEST_F(SuitePermission, UserOutsideTheGroupGetsTheSocketAndTheGroup) {
+  EXPECT_EQ(MissingFor(kUser),
+            "the user bin has no permission for " + Socket() + "; add it to the group daemon");
+}
+
+TEST_F(SuitePermission, FolderThatTheUserMayNotEnterIsTheSame) {
+  ASSERT_EQ(chmod(folder_.path().c_str(), 0700), 0);
+  EXPECT_EQ(MissingFor(kUser),
+            "the user bin has no permission for " + Socket() + "; add it to the group root");
+}
+
+TEST_F(SuitePermission, UserWithPermissionLacksNothing) {
+  EXPECT_EQ(MissingFor(0), "");
+  ASSERT_EQ(chown(Socket().c_str(), kUser, 0), 0);
+  EXPECT_EQ(MissingFor(kUser), "");
+}
+
+TEST_F(SuitePermission, UserWithoutANameIsRefusedByTheShell) {
+  ASSERT_EQ(chown(Socket().c_str(), kNameless, 0), 0);
+  EXPECT_THAT(MissingFor(kNameless), StartsWith("the user ID 60017 has no name"));
+}
+
+TEST_F(SuitePermission, ProgramThatDoesNotRunNeedsNoPermission) {
+  ASSERT_TRUE(std::filesystem::remove(Socket()));
+  EXPECT_EQ(MissingFor(kUser), "");
+}
+
+TEST(SuiteSockets, AreWhereTheShellLooksForThem) {
+  EXPECT_EQ(frr::socket_folder({"/usr/bin/vtysh"}), "/var/run/frr");
+  EXPECT_EQ(frr::socket_folder({"/usr/bin/vtysh", "-N", "pe1"}), "/var/run/frr/pe1");
+  EXPECT_EQ(frr::socket_folder({"/usr/bin/vtysh", "--vty_socket", "/run/x", "--pathspace", "pe1"}),
+            "/run/x/pe1");
+}
+
+}  // namespace
