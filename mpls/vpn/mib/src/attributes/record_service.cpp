@@ -10,6 +10,8 @@
 // Main thread only. mplsL3VpnVrfConfLastChanged (RFC 4382) is the last-changed time.
 #include "mpls/vpn/mib/src/attributes/record_service.h"
 
+#include <cstring>
+
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/checkpoint/checkpoint.h"
 #include "mpls/vpn/mib/src/support/mutex.h"
@@ -119,6 +121,14 @@ Status mpls_vpn_mib_vtab_init(EventManager* evm) {
 VtabVrfRecord* get_vrf_record(const char* vrf_name) {
   VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(vrf_name);
   return record != nullptr ? record : create_vrf_record(vrf_name);
+}
+
+VtabVrfRecord* vrf_record_after(const char* vrf_name) {
+  VtabVrfRecord key{};
+  const std::size_t length = std::strlen(vrf_name);
+  if (length >= sizeof key.vrf_name) return nullptr;  // longer than any: the last of all
+  std::memcpy(key.vrf_name, vrf_name, length);
+  return vtab_get_next_vrf_record(&key);
 }
 
 bool vrf_exists(const char* vrf_name) {

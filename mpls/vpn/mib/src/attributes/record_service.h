@@ -17,6 +17,8 @@
 // The VRF's record; creates it as a forward reference (vrf_id 0) if there is none. Null when the record
 // service's database cannot be locked or unlocked, or when the service creates no record.
 VtabVrfRecord* get_vrf_record(const char* vrf_name);
+// The first record of a greater name; a VRF of this name need not exist.
+VtabVrfRecord* vrf_record_after(const char* vrf_name);
 // Whether the record service has a complete record of the VRF.
 bool vrf_exists(const char* vrf_name);
 

@@ -74,6 +74,8 @@ IfNode* mpls_vpn_mib_get_next_valid_intf(const char* vrf_name, std::uint32_t if_
 // All nodes of the VRF ordering, valid or not. REQUIRES: node is in the VRF ordering.
 IfNode* mpls_vpn_mib_if_dbase_first();
 IfNode* mpls_vpn_mib_if_dbase_next(const IfNode* node);
+// The first node with a greater key; a node of this key need not exist.
+IfNode* mpls_vpn_mib_if_dbase_after(const char* vrf_name, std::uint32_t if_index);
 
 // --- Diagnostics
 

@@ -199,6 +199,13 @@ IfNode* mpls_vpn_mib_if_dbase_first() {
   return static_cast<IfNode*>(wavl_first(mpls_vpn_mib_if_tree(), kIfByVrf));
 }
 
+IfNode* mpls_vpn_mib_if_dbase_after(const char* vrf_name, std::uint32_t if_index) {
+  mpls_vpn_mib_clean_if_dbase();
+  IfNode* node = search_by_vrf(false, vrf_name, if_index);
+  const bool is_same = node != nullptr && is_of_vrf(node, vrf_name) && node->if_index == if_index;
+  return is_same ? successor(node) : node;
+}
+
 IfNode* mpls_vpn_mib_if_dbase_next(const IfNode* node) {
   mpls_vpn_mib_clean_if_dbase();
   return successor(node);

@@ -7,10 +7,14 @@
 // interface. Nodes without an interface name are in the walk too: they are connected, but have no record and
 // are not active.
 //
+// A walk in steps continues after the VRF or interface that it visited last. What changes meanwhile may be
+// counted or not, so that the numbers of the answer are then those of the tally at its end.
+//
 // Main thread. The interface database is repaired first, once without the walk.
 #include "mpls/vpn/mib/src/provider/scalars.h"
 
-#include <cstring>
+#include <string>
+#include <utility>
 
 #include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/interface/active.h"
@@ -32,13 +36,33 @@ bool is_configured(const VtabVrfRecord* record) {
   return vrf_in_database(record->vrf_name) != nullptr;
 }
 
-std::uint32_t count_configured_vrfs() {
-  std::uint32_t count = 0;
-  for (const VtabVrfRecord* record = vtab_get_first_vrf_record(); record != nullptr;
-       record = vtab_get_next_vrf_record(record)) {
-    if (is_configured(record)) ++count;
+// What is counted so far, and where the walk is.
+struct CountingWalk {
+  mpls_vpn_mib_scalars scalars{};
+  bool has_counted_vrfs = false;
+  std::string last_vrf;         // the VRF visited last, or that of the interface visited last
+  std::uint32_t if_index = 0;   // of that interface; 0 before the first
+  std::string vrf;              // of the interface counted last
+  bool has_active_vrf = false;  // that VRF is counted as active
+};
+
+bool is_step_over(const KvSteps* steps) {
+  return steps != nullptr && steps->is_over();
+}
+
+// False if the step was over before the last VRF.
+bool count_configured_vrfs(CountingWalk* walk, const KvSteps* steps) {
+  const VtabVrfRecord* record =
+      walk->last_vrf.empty() ? vtab_get_first_vrf_record() : vrf_record_after(walk->last_vrf.c_str());
+  for (; record != nullptr; record = vtab_get_next_vrf_record(record)) {
+    if (is_configured(record)) ++walk->scalars.configuredVrfs;
+    if (!is_step_over(steps)) continue;
+    walk->last_vrf = record->vrf_name;
+    return false;
   }
-  return count;
+  walk->has_counted_vrfs = true;
+  (void)mpls_vpn_mib_clean_if_dbase();  // nodes that could not be repaired are counted too
+  return true;
 }
 
 // The interface's record, or null; prints which.
@@ -53,28 +77,37 @@ const VtabIfRecord* find_if_record(const IfNode* node) {
   return record;
 }
 
-void count_interfaces(mpls_vpn_mib_scalars* scalars) {
-  const char* current_vrf = "";
-  bool counted = false;
-  for (const IfNode* node = mpls_vpn_mib_if_dbase_first(); node != nullptr;
-       node = mpls_vpn_mib_if_dbase_next(node)) {
-    if (!vrf_exists(node->vrf_name)) continue;
-    ++scalars->connectedInterfaces;
-    if (std::strcmp(node->vrf_name, current_vrf) != 0) {
-      current_vrf = node->vrf_name;
-      counted = false;
-    }
-    const VtabIfRecord* record = find_if_record(node);
-    if (record == nullptr || !interface_is_active(record) || counted) continue;
-    ++scalars->activeVrfs;
-    counted = true;
+void count_interface(CountingWalk* walk, const IfNode* node) {
+  ++walk->scalars.connectedInterfaces;
+  if (node->vrf_name != walk->vrf) {
+    walk->vrf = node->vrf_name;
+    walk->has_active_vrf = false;
   }
+  const VtabIfRecord* record = find_if_record(node);
+  if (record == nullptr || !interface_is_active(record) || walk->has_active_vrf) return;
+  ++walk->scalars.activeVrfs;
+  walk->has_active_vrf = true;
 }
 
-void count_in_walk(mpls_vpn_mib_scalars* scalars) {
-  scalars->configuredVrfs = count_configured_vrfs();
-  (void)mpls_vpn_mib_clean_if_dbase();  // nodes that could not be repaired are counted too
-  count_interfaces(scalars);
+// False if the step was over before the last interface.
+bool count_interfaces(CountingWalk* walk, const KvSteps* steps) {
+  const IfNode* node = walk->if_index == 0
+                           ? mpls_vpn_mib_if_dbase_first()
+                           : mpls_vpn_mib_if_dbase_after(walk->last_vrf.c_str(), walk->if_index);
+  for (; node != nullptr; node = mpls_vpn_mib_if_dbase_next(node)) {
+    if (vrf_exists(node->vrf_name)) count_interface(walk, node);
+    if (!is_step_over(steps)) continue;
+    walk->last_vrf = node->vrf_name;
+    walk->if_index = node->if_index;
+    return false;
+  }
+  return true;
+}
+
+// False if the step was over before the end.
+bool count_in_walk(CountingWalk* walk, const KvSteps* steps) {
+  if (!walk->has_counted_vrfs && !count_configured_vrfs(walk, steps)) return false;
+  return count_interfaces(walk, steps);
 }
 
 void read_tally(mpls_vpn_mib_scalars* scalars) {
@@ -89,23 +122,44 @@ bool is_walk_printed() {
   return debug_enabled(mpls_vpn_debug_flags[PROV]) || debug_enabled(mpls_vpn_debug_flags[DBASE]);
 }
 
-void fill_scalars_parcel(mpls_vpn_mib_scalars* scalars) {
-  mpls_vpn_debug(PROV, "Entering function %s", "fill_scalars_parcel");
-  *scalars = {};
-  if (is_walk_printed()) {
-    count_in_walk(scalars);
-  } else {
-    read_tally(scalars);
+// False, with the walk stored, if the step was over before its end.
+bool begin_walk_of_scalars(mpls_vpn_mib_scalars* scalars, KvSteps* steps) {
+  CountingWalk walk;
+  if (!count_in_walk(&walk, steps)) {
+    steps->state = std::move(walk);
+    return false;
   }
-  scalars->notificationEnable = static_cast<std::int32_t>(mpls_vpn_mib_trap_info[kTrapAll].enabled);
-  scalars->maxThresholdNotifTime = notif_reissue_time;
+  *scalars = walk.scalars;
+  return true;
+}
+
+// False if the answer is continued in another step.
+bool fill_scalars_parcel(mpls_vpn_mib_scalars* scalars, KvSteps* steps) {
+  mpls_vpn_debug(PROV, "Entering function %s", "fill_scalars_parcel");
+  if (is_walk_printed()) return begin_walk_of_scalars(scalars, steps);
+  read_tally(scalars);
+  return true;
+}
+
+bool continue_scalars_parcel(mpls_vpn_mib_scalars* scalars, CountingWalk* walk, const KvSteps* steps) {
+  if (is_walk_printed() && !count_in_walk(walk, steps)) return false;
+  read_tally(scalars);
+  return true;
 }
 
 }  // namespace
 
 Status mpls_vpn_mib_prov_get_scalars(KvReply* reply, const RequestArgs* /*args*/) {
-  mpls_vpn_debug(PROV, "Entering function %s", "mpls_vpn_mib_prov_get_scalars");
-  mpls_vpn_mib_scalars scalars;
-  fill_scalars_parcel(&scalars);
+  mpls_vpn_mib_scalars scalars{};
+  bool is_filled = false;
+  if (auto* walk = kvtree_resumed<CountingWalk>(reply)) {
+    is_filled = continue_scalars_parcel(&scalars, walk, reply->steps);
+  } else {
+    mpls_vpn_debug(PROV, "Entering function %s", "mpls_vpn_mib_prov_get_scalars");
+    is_filled = fill_scalars_parcel(&scalars, reply->steps);
+  }
+  if (!is_filled) return kStatusUnfinished;
+  scalars.notificationEnable = static_cast<std::int32_t>(mpls_vpn_mib_trap_info[kTrapAll].enabled);
+  scalars.maxThresholdNotifTime = notif_reissue_time;
   return prov_encode_parcel(reply, &scalars, &kMibScalarsParcel);
 }

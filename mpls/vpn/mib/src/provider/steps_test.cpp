@@ -232,4 +232,71 @@ TEST_F(AnswersInSteps, OfABatchedWalkHaveItsRows) {
   EXPECT_GE(iterations, kFewestIterations);
 }
 
+// --- Scalars, whose walk is made while its prints are switched on
+
+class PrintedScalars : public AnswersInSteps {
+ protected:
+  void SetUp() override {
+    AnswersInSteps::SetUp();
+    LetReadingsTake(0);
+    for (unsigned number = 0; number < kVrfs; number += 2) {
+      AddActiveInterface("eth" + std::to_string(number), VrfName(number));
+      AddInterface("spare" + std::to_string(number), VrfName(number));
+    }
+    Run();
+    OnlyArea(DBASE);
+    mpls_vpn_debug_flags[PROV].enabled.store(1);
+    LetReadingsTake(kReading);
+  }
+  // As "configured active connected".
+  static std::string Text(const std::uint8_t* octets, std::size_t length) {
+    mpls_vpn_mib_scalars scalars{};
+    EXPECT_EQ(parcel_decode(&kMibScalarsParcel, octets, length, &scalars), kStatusOk);
+    return std::to_string(scalars.configuredVrfs) + " " + std::to_string(scalars.activeVrfs) + " " +
+           std::to_string(scalars.connectedInterfaces);
+  }
+  std::string Read(
+      unsigned fewest, const std::function<void(unsigned)>& before = [](unsigned) {}) {
+    kvtree::GetResult result;
+    iterations_ = Serve([&](kvtree::Client& client) { result = client.get(kSubtree + "scalars"); }, before);
+    EXPECT_GE(iterations_, fewest);
+    EXPECT_EQ(result.status, kStatusOk);
+    return Text(result.record.data(), result.record.size());
+  }
+
+  unsigned iterations_ = 0;
+};
+
+TEST_F(PrintedScalars, AreThoseCountedAtOnce) {
+  KvReply reply{};
+  ASSERT_EQ(kvtree_get(kSubtree + "scalars", false, &reply), kStatusOk);
+  const std::string expected = Text(reply.data, reply.length);
+  std::free(reply.data);
+  EXPECT_EQ(expected, "200 100 200");
+  const SaidLines prints = Prints();
+  ClearPrints();
+  EXPECT_EQ(Read(2 * kFewestIterations), expected);
+  EXPECT_THAT(Prints(), ElementsAreArray(prints));
+}
+
+TEST_F(PrintedScalars, AreThoseOfTheLastStepWhenTheRouterChangesMeanwhile) {
+  EXPECT_EQ(Read(kFewestIterations,
+                 [&](unsigned iteration) {
+                   if (iteration == kFewestIterations / 2) DeleteVrf(VrfName(1));
+                   if (iteration == 3 * kFewestIterations / 2) RemoveInterface("eth0");
+                 }),
+            "199 99 199");
+}
+
+TEST_F(PrintedScalars, NeedNoFurtherStepOnceThePrintsAreSwitchedOff) {
+  EXPECT_EQ(Read(1,
+                 [&](unsigned iteration) {
+                   if (iteration != 5) return;
+                   for (DebugFlag& flag : mpls_vpn_debug_flags) flag.enabled.store(0);
+                   LetReadingsTake(kNanosecondsPerSecond);  // as many steps as a walk has VRFs and interfaces
+                 }),
+            "200 100 200");
+  EXPECT_LT(iterations_, kFewestIterations);
+}
+
 }  // namespace

@@ -6,10 +6,10 @@
 // VRF that is created meanwhile is visited if its name is later in the order.
 #include "mpls/vpn/mib/src/vrf/lists.h"
 
-#include <cstring>
 #include <string>
 #include <utility>
 
+#include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/membership/membership.h"
 #include "mpls/vpn/mib/src/provider/filter.h"
 #include "mpls/vpn/mib/src/support/name.h"
@@ -36,20 +36,11 @@ struct VrfWalk {
 
 enum class Step { kGoOn, kEnd };
 
-// The first VRF whose name is greater; a VRF of this name need not exist.
-VtabVrfRecord* first_after(const char* vrf_name) {
-  VtabVrfRecord key{};
-  const std::size_t length = std::strlen(vrf_name);
-  if (length >= sizeof key.vrf_name) return nullptr;  // longer than any: the last of all
-  std::memcpy(key.vrf_name, vrf_name, length);
-  return vtab_get_next_vrf_record(&key);
-}
-
 VtabVrfRecord* first_record(const VrfWalk& walk, std::uint32_t form) {
   if (form > kFormEncodedNameAfiSafi) return nullptr;
   if (!walk.is_named) return vtab_get_first_vrf_record();
   const bool from_next = walk.kind->is_datalist && (form == kFormName || form == kFormEncodedName);
-  if (from_next) return first_after(walk.filter.vrf_name);
+  if (from_next) return vrf_record_after(walk.filter.vrf_name);
   return vtab_get_vrf_record_by_vrf_name(walk.filter.vrf_name);
 }
 
@@ -130,7 +121,7 @@ Status begin_walk(VrfWalk* walk, KvListReply* reply, const RequestArgs* args) {
 
 Status answer(const VrfListKind& kind, KvListReply* reply, const RequestArgs* args) {
   if (auto* walk = kvtree_resumed<VrfWalk>(reply))
-    return continue_walk(walk, reply, first_after(walk->last.c_str()));
+    return continue_walk(walk, reply, vrf_record_after(walk->last.c_str()));
   VrfWalk walk = {&kind, {}, false, false, false, {}};
   const Status rc = begin_walk(&walk, reply, args);
   if (rc == kStatusUnfinished) reply->steps->state = std::move(walk);
