@@ -42,7 +42,8 @@ inline bool debug_enabled(const DebugFlag& flag) {
   return flag.enabled.load(std::memory_order_relaxed) != 0;
 }
 // Prints for the flag, whether or not it is on: callers check first. A line break is added if the text has
-// none.
+// none. Prints beyond kPrintsPerSecond (protocol.h) are dropped; the first one after them is preceded by
+// their number.
 [[gnu::format(printf, 2, 3)]] void debug_printf(const DebugFlag& flag, const char* format, ...);
-// While set, every print also appends a line to *lines. For tests; null ends it.
+// While set, no print is dropped, and each also appends a line to *lines. For tests; null ends it.
 void debug_capture(std::string* lines);

@@ -12,6 +12,7 @@
 #include <functional>
 #include <thread>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/debug/debug_client.h"
 #include "platform/core/debug/protocol.h"
@@ -227,6 +228,20 @@ TEST_F(DebugTest, StandardErrorReceivesEachPrintAsOneLine) {
   debug_printf(flags_[0], "Completed init\n");
   debug_printf(flags_[0], "next");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "Completed init\nnext\n");
+}
+
+TEST_F(DebugTest, PrintsBeyondTheRateAreDroppedAndCountedInOneLine) {
+  debug_capture(nullptr);
+  ManualClock clock(1'700'000'000 * kNanosecondsPerSecond);
+  testing::internal::CaptureStderr();
+  for (std::uint64_t i = 0; i < debug_detail::kPrintsPerSecond + 7; ++i) debug_printf(flags_[0], "x");
+  EXPECT_EQ(testing::internal::GetCapturedStderr().size(), 2 * debug_detail::kPrintsPerSecond);
+  testing::internal::CaptureStderr();
+  clock.advance(kNanosecondsPerSecond);
+  debug_printf(flags_[0], "Completed %s", "init");
+  debug_printf(flags_[0], "next");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "debug: 7 prints were dropped, more than 50000 in a second\nCompleted init\nnext\n");
 }
 
 TEST_F(DebugTest, WatcherSeesPrintsWithTheirFlag) {

@@ -2,7 +2,9 @@
 // service.cpp.
 //
 // A print is written to standard error, to a test's capture, and to the flag's service if it has a watcher;
-// it waits for none of them. A flag that is not registered prints to standard error only.
+// it waits for none of them. A flag that is not registered prints to standard error only. Prints beyond a
+// number in a second are dropped before they cost anything, and counted: an operator who switches everything
+// on must not take the daemon from its clients.
 #include "platform/core/debug/debug.h"
 
 #include <algorithm>
@@ -17,6 +19,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/standard_error.h"
 #include "platform/core/debug/service.h"
@@ -71,9 +74,65 @@ bool are_prepared(const DebugFlag* flags, std::uint32_t count) {
          });
 }
 
+bool is_captured() {
+  const std::lock_guard lock(capture_mutex);
+  return captured_lines != nullptr;
+}
+
 void capture(const std::string& line) {
   const std::lock_guard lock(capture_mutex);
   if (captured_lines != nullptr) *captured_lines += line + '\n';
+}
+
+// The prints of the current second. Any thread.
+class Budget {
+ public:
+  // False: this print is dropped. Else *dropped is the number of prints that were dropped and not reported.
+  bool take(std::uint64_t* dropped) {
+    const std::uint64_t now = clock_monotonic();
+    const std::lock_guard lock(mutex_);
+    if (now - began_ >= kNanosecondsPerSecond) {
+      began_ = now;
+      used_ = 0;
+    }
+    if (used_ == debug_detail::kPrintsPerSecond) {
+      ++dropped_;
+      return false;
+    }
+    ++used_;
+    *dropped = std::exchange(dropped_, 0);
+    return true;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::uint64_t began_ = 0;
+  std::uint64_t used_ = 0;
+  std::uint64_t dropped_ = 0;
+};
+
+Budget& budget() {
+  static auto& the_budget = *new Budget;  // never destroyed, as the registry
+  return the_budget;
+}
+
+void print(const DebugFlag& flag, std::string line) {
+  write_error_line(line);
+  capture(line);
+  const std::shared_ptr<debug_detail::Service> service = service_of(flag);
+  if (service != nullptr && service->is_watched()) service->print(flag.command_name, std::move(line));
+}
+
+// Whether a print is made; reports those that were not.
+bool may_print(const DebugFlag& flag) {
+  if (is_captured()) return true;
+  std::uint64_t dropped = 0;
+  if (!budget().take(&dropped)) return false;
+  if (dropped != 0) {
+    print(flag, "debug: " + std::to_string(dropped) + " prints were dropped, more than " +
+                    std::to_string(debug_detail::kPrintsPerSecond) + " in a second");
+  }
+  return true;
 }
 
 }  // namespace
@@ -150,6 +209,7 @@ Status debug_cleanup(const char* name_space) {
 }
 
 void debug_printf(const DebugFlag& flag, const char* format, ...) {
+  if (!may_print(flag)) return;
   std::array<char, debug_detail::kMaxPrint> buffer{};
   va_list arguments;
   va_start(arguments, format);
@@ -157,10 +217,7 @@ void debug_printf(const DebugFlag& flag, const char* format, ...) {
   va_end(arguments);
   std::string line(buffer.data());
   if (line.ends_with('\n')) line.pop_back();
-  write_error_line(line);
-  capture(line);
-  const std::shared_ptr<debug_detail::Service> service = service_of(flag);
-  if (service != nullptr && service->is_watched()) service->print(flag.command_name, std::move(line));
+  print(flag, std::move(line));
 }
 
 void debug_capture(std::string* lines) {
