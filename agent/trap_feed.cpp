@@ -104,7 +104,9 @@ void TrapFeed::lose_connection(Status status) {
   const bool refused = status == kStatusAccess || status == kStatusNoSuchRow;
   if (!refused || status == announced_) return;
   announced_ = status;
-  log_error("traps", "the daemon at %s refused the subscription: %s", socket_path_.c_str(), err_text(status));
+  log_error("traps", "the daemon at %s refused the subscription: %s%s", socket_path_.c_str(),
+            err_text(status),
+            status == kStatusAccess ? "; add this process's user to the agents' group (mpls_vpn_agent)" : "");
 }
 
 void TrapFeed::send() {

@@ -211,7 +211,17 @@ TEST_F(Daemon, DaemonThatStopsIsNotRunning) {
   while (!done) event_run_pending(manager_, kNanosecondsPerMillisecond);
   command.join();
   EXPECT_EQ(exit_status, kExitNoDaemon);
-  EXPECT_THAT(Err(), HasSubstr("mpls_vpn_mib closed the connection"));
+  EXPECT_EQ(Err(),
+            "mplsvpn: /oper/mpls_vpn/gl/scalars: mpls_vpn_mib closed the connection; its log has the reason, "
+            "such as too many connections of one user\n");
+}
+
+TEST_F(Daemon, RequestThatTheRoleDoesNotAllowIsRefusedWithTheWayToTheRole) {
+  fault_arm("kvtree_get", kStatusAccess);
+  EXPECT_EQ(Ask({"show", "scalars"}), kExitFailed);
+  EXPECT_EQ(Err(),
+            "mplsvpn: /oper/mpls_vpn/gl/scalars: permission denied for the role of this user; \"mplsvpn show "
+            "status\" shows it\n");
 }
 
 }  // namespace

@@ -27,15 +27,30 @@ Failure no_daemon(const std::string& socket, Status status) {
                   socket, reason)};
 }
 
+Failure no_right(const std::string& to_what) {
+  return {kExitFailed,
+          "permission denied: only root and the administrators' group (mpls_vpn_admin unless the daemon has "
+          "another) may " +
+              to_what};
+}
+
 Failure request_failure(const Session& session, const std::string& what, Status status,
                         const std::string& reason) {
-  if (status == kStatusNotConnected) return {kExitNoDaemon, what + ": mpls_vpn_mib closed the connection"};
+  if (status == kStatusNotConnected) {
+    return {kExitNoDaemon, what +
+                               ": mpls_vpn_mib closed the connection; its log has the reason, such as too "
+                               "many connections of one user"};
+  }
   if (status == kStatusTimedOut) {
     return {kExitFailed, fmt::format("{}: no answer within {} ms; --timeout sets the limit", what,
                                      session.timeout.count())};
   }
   if (!reason.empty()) return {kExitFailed, reason};
   if (status == kStatusNoSuchRow) return {kExitFailed, what + ": no such row"};
+  if (status == kStatusAccess) {
+    return {kExitFailed,
+            what + ": permission denied for the role of this user; \"mplsvpn show status\" shows it"};
+  }
   return {kExitFailed, fmt::format("{}: {} ({:#x})", what, err_text(status), status)};
 }
 

@@ -47,6 +47,8 @@ std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session);
 // the text of the status.
 Failure request_failure(const Session& session, const std::string& what, Status status,
                         const std::string& reason = std::string());
+// The Failure of a user who may not configure.
+Failure no_right(const std::string& to_what);
 // The Failure for a socket that cannot be connected.
 Failure no_daemon(const std::string& socket, Status status);
 

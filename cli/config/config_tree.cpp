@@ -141,10 +141,7 @@ std::string make_commit(const Session& session, kvtree::Client& client, const st
     std::this_thread::sleep_for(kBusyPause);
     result = client.commit(changes, comment);
   }
-  if (result.status == kStatusAccess) {
-    throw Failure(kExitFailed,
-                  "permission denied: only root and the administrators' group may change the configuration");
-  }
+  if (result.status == kStatusAccess) throw no_right("change the configuration");
   if (result.status) {
     const Failure failure = request_failure(session, "config " + printable(what), result.status);
     if (result.error.empty()) throw failure;

@@ -312,7 +312,8 @@ TEST_F(Configuration, RefusedCommitChangesNothing) {
   EXPECT_EQ(Refused("delete traps all"), "mplsvpn: traps all is not set\n");
   EXPECT_EQ(
       Refused("set vrf red rd 65000:1"),
-      "mplsvpn: permission denied: only root and the administrators' group may change the configuration\n");
+      "mplsvpn: permission denied: only root and the administrators' group (mpls_vpn_admin unless the daemon "
+      "has another) may change the configuration\n");
   EXPECT_EQ(Done("show"), "");
 }
 

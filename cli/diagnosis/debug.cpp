@@ -42,9 +42,7 @@ void switch_flag(const Session& session, DebugClient& client, const std::string&
   if (status == kStatusNoSuchRow) {
     throw Failure(kExitFailed, "unknown debug area \"" + area + "\"; \"mplsvpn debug list\" lists them");
   }
-  if (status == kStatusAccess)
-    throw Failure(kExitFailed,
-                  "permission denied: only root and the administrators' group may switch debug areas");
+  if (status == kStatusAccess) throw no_right("switch debug areas");
   check(session, "debug " + area, status);
   if (session.json) {
     session.out << json_line({{"area", area}, {"on", on}}) << '\n';
