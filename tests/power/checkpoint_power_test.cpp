@@ -34,6 +34,18 @@ class CheckpointPower : public PowerTest {
     }
     chkpt_end();
   }
+  std::string Find() override {
+    setenv("MPLS_VPN_MIB_STATE_DIR", state.c_str(), 1);
+    std::string text;
+    if (Start()) {
+      for (const auto& [key, record] : Read())
+        text += key + "=" + std::to_string(record.object_id) + record.data.front() +
+                std::to_string(record.data.size()) + " ";
+      text += "end";
+    }
+    chkpt_end();
+    return text;
+  }
   bool Start() {
     if (chkpt_init(&application, manager) != kStatusOk) return false;
     return chkpt_register(&descriptor, kTable, &table, &had_contents) == kStatusOk;
@@ -132,6 +144,11 @@ class CheckpointPower : public PowerTest {
 
 TEST_F(CheckpointPower, FlushedRecordsSurviveAndOthersAreWholeOrAbsent) {
   RunLives(Cuts());
+  EXPECT_EQ(violation, "");
+}
+
+TEST_F(CheckpointPower, SalvageThatIsCutIsRepeated) {
+  CutSalvages("checkpoint.db", Cuts() / 4);
   EXPECT_EQ(violation, "");
 }
 

@@ -58,6 +58,21 @@ class ConfigurationPower : public PowerTest {
     }
     End();
   }
+  std::string Find() override {
+    serves = false;
+    std::string text;
+    if (Start()) {
+      for (const OwnerValues& values : ReadValues()) {
+        for (const auto& [path, value] : values) {
+          text += path + " ";
+          AppendText(value, &text);
+        }
+      }
+      text += "end";
+    }
+    End();
+    return text;
+  }
   bool Start() {
     return kvtree_keep_configuration(state) == kStatusOk && (!serves || kvtree_serve(manager) == kStatusOk);
   }
@@ -212,6 +227,11 @@ class ConfigurationPower : public PowerTest {
 
 TEST_F(ConfigurationPower, AcknowledgedCommitsSurviveAndOthersAreCompleteOrAbsent) {
   RunLives(Cuts());
+  EXPECT_EQ(violation, "");
+}
+
+TEST_F(ConfigurationPower, SalvageThatIsCutIsRepeated) {
+  CutSalvages("configuration.db", Cuts() / 4);
   EXPECT_EQ(violation, "");
 }
 

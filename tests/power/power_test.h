@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <optional>
 #include <set>
 #include <string>
@@ -23,6 +24,8 @@
 #include "tests/random_rounds.h"
 
 namespace power {
+
+inline constexpr std::size_t kPage = 4096;
 
 // The simulated disk alone has to synchronize: its files are in memory where that is possible.
 class DirectoryInMemory {
@@ -69,6 +72,73 @@ class PowerTest : public ::testing::Test, protected RandomRounds {
               << completed << " unacknowledged ones complete, " << absent << " absent, " << cut_starts
               << " starts cut, " << idle_cuts << " cuts while idle\n";
   }
+  // The files in a directory of their own.
+  void UseImage(const SimulatedDisk::Image& image) {
+    if (!state.empty()) std::filesystem::remove_all(state);
+    state = directory.path() + "/" + std::to_string(++states);
+    std::filesystem::create_directory(state);
+    for (const auto& [name, octets] : image) std::ofstream(state + "/" + name, std::ios::binary) << octets;
+  }
+  // --- A damaged database
+
+  // Opens the files of the disk and returns a text of what is found, "" if the start fails.
+  virtual std::string Find() = 0;
+
+  // A damaged database is set aside, and what can be read in it is in a new one. A power cut anywhere
+  // meanwhile changes nothing of that, and the damaged file is always there.
+  void CutSalvages(const std::string& database, std::size_t cuts) {
+    PrintSeed();
+    ::testing::internal::CaptureStderr();
+    for (lives = 0; lives < cuts && violation.empty();) {
+      const SimulatedDisk::Image damaged = MakeDamaged(database);
+      const std::string expected = FindAfterCuts(damaged, 0);
+      operations = disk.operations();
+      const std::string aside = ReadFile(state + "/" + database + ".unusable.1");
+      if (aside.empty()) continue;  // the log has the page, or nothing uses it
+      for (int trial = 0; trial < 10 && violation.empty(); ++trial, ++lives) {
+        const std::string found = FindAfterCuts(damaged, 1 + Below(2));
+        if (found != expected) Violate("found " + found + "instead of " + expected);
+        CheckPresent(aside);
+      }
+    }
+    ::testing::internal::GetCapturedStderr();
+  }
+  SimulatedDisk::Image MakeDamaged(const std::string& database) {
+    ForgetAll();
+    disk.load({});
+    for (std::uint64_t left = 1 + Below(4); left > 0; --left) {
+      NextState();
+      if (left == 1) disk.cut_power_at(20 + Below(200));
+      Live();
+    }
+    SimulatedDisk::Image image = disk.return_power();
+    std::string& octets = image[database];
+    if (octets.empty()) return MakeDamaged(database);
+    const std::size_t page = Below(octets.size() / kPage + 1) * kPage;
+    octets.replace(page, kPage / 2, std::string(kPage / 2, '\x55'));
+    return image;
+  }
+  std::string FindAfterCuts(const SimulatedDisk::Image& image, std::uint64_t cuts) {
+    disk.load(image);
+    UseImage(image);
+    for (; cuts > 0; --cuts) {
+      disk.cut_power_at(1 + Below(operations));
+      static_cast<void>(Find());
+      UseImage(disk.return_power());
+    }
+    return Find();
+  }
+  static std::string ReadFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  void CheckPresent(const std::string& octets) {
+    for (const auto& file : std::filesystem::directory_iterator(state)) {
+      if (ReadFile(file.path()) == octets) return;
+    }
+    Violate("the damaged file is lost");
+  }
+
   void Violate(const std::string& what) {
     if (violation.empty()) violation = "life " + std::to_string(lives) + ": " + what;
   }
@@ -95,6 +165,7 @@ class PowerTest : public ::testing::Test, protected RandomRounds {
   EventManager* manager = nullptr;
   std::string state;
   std::string violation;
+  std::size_t states = 0;
   std::size_t lives = 0;
   std::size_t operations = 0;
   std::size_t acknowledged_changes = 0;
@@ -108,13 +179,7 @@ class PowerTest : public ::testing::Test, protected RandomRounds {
     disk = SimulatedDisk(random());
     ForgetAll();
   }
-  void NextState() {
-    const SimulatedDisk::Image image = disk.return_power();
-    if (!state.empty()) std::filesystem::remove_all(state);
-    state = directory.path() + "/" + std::to_string(lives);
-    std::filesystem::create_directory(state);
-    for (const auto& [name, octets] : image) std::ofstream(state + "/" + name, std::ios::binary) << octets;
-  }
+  void NextState() { UseImage(disk.return_power()); }
 };
 
 }  // namespace power

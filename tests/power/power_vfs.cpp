@@ -1,5 +1,8 @@
 #include "tests/power/power_vfs.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 
@@ -28,6 +31,21 @@ SimulatedDisk::File disk_file(sqlite3_file* file) {
 std::string name_in_directory(const char* path) {
   const char* last = std::strrchr(path, '/');
   return last == nullptr ? path : last + 1;
+}
+
+int fail_without_power() {
+  errno = EIO;
+  return -1;
+}
+
+// Whether the disk has the file, which is the case while there is a disk.
+bool is_on_disk(const char* path) {
+  return the_disk != nullptr && the_disk->has(name_in_directory(path));
+}
+
+bool is_directory(int fd) {
+  struct stat status {};
+  return fstat(fd, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 // SQLite opens a directory only to synchronize it.
@@ -153,6 +171,28 @@ sqlite3_vfs& the_vfs() {
 
 }  // namespace
 
+// Calls from the libraries under test (mpls_wrap).
+extern "C" {
+int __real_rename(const char* from, const char* to);
+int __wrap_rename(const char* from, const char* to) {
+  if (!is_on_disk(from)) return __real_rename(from, to);
+  if (!the_disk->rename(name_in_directory(from), name_in_directory(to))) return fail_without_power();
+  return __real_rename(from, to);
+}
+
+int __real_remove(const char* path);
+int __wrap_remove(const char* path) {
+  if (is_on_disk(path) && !the_disk->remove(name_in_directory(path))) return fail_without_power();
+  return __real_remove(path);
+}
+
+int __real_fsync(int fd);
+int __wrap_fsync(int fd) {
+  if (the_disk == nullptr || !is_directory(fd)) return __real_fsync(fd);
+  return the_disk->synchronize_directory() ? __real_fsync(fd) : fail_without_power();
+}
+}
+
 PowerVfs::PowerVfs(SimulatedDisk* disk) {
   the_disk = disk;
   the_system = sqlite3_vfs_find("unix");
@@ -174,6 +214,7 @@ PowerVfs::~PowerVfs() {
   sqlite3_vfs_unregister(&the_vfs());
   the_system->xSetSystemCall(the_system, "openDirectory", nullptr);
   sqlite3_vfs_register(the_system, 1);
+  the_disk = nullptr;
 }
 
 }  // namespace power

@@ -3,7 +3,8 @@
 // has failed, every operation fails.
 //
 // The files of the disk are those of one directory, whichever that is at the moment. When SQLite synchronizes
-// a directory is observed, not assumed. One object at a time; main thread only.
+// a directory is observed, not assumed, and so is when the program itself does, or renames or removes a file
+// (mpls_wrap). One object at a time; main thread only.
 #pragma once
 
 #include <sqlite3.h>

@@ -51,10 +51,12 @@ bool SimulatedDisk::begin() {
 }
 
 void SimulatedDisk::change_entry(const EntryChange& change, Entries* entries) {
-  if (change.second) {
-    (*entries)[change.first] = *change.second;
-  } else {
-    entries->erase(change.first);
+  for (const auto& [name, file] : change) {
+    if (file) {
+      (*entries)[name] = *file;
+    } else {
+      entries->erase(name);
+    }
   }
 }
 
@@ -72,7 +74,7 @@ bool SimulatedDisk::open(const std::string& name, File* file) {
   if (!begin()) return false;
   *file = files_.size();
   files_.emplace_back();
-  add_entry_change({name, *file});
+  add_entry_change({{name, *file}});
   return finish();
 }
 
@@ -99,7 +101,13 @@ bool SimulatedDisk::synchronize(File file) {
 
 bool SimulatedDisk::remove(const std::string& name) {
   if (!begin()) return false;
-  add_entry_change({name, std::nullopt});
+  add_entry_change({{name, std::nullopt}});
+  return finish();
+}
+
+bool SimulatedDisk::rename(const std::string& from, const std::string& to) {
+  if (!begin()) return false;
+  add_entry_change({{from, std::nullopt}, {to, entries_.at(from)}});
   return finish();
 }
 
@@ -114,6 +122,11 @@ bool SimulatedDisk::synchronize_directory() {
 SimulatedDisk::Image SimulatedDisk::return_power() {
   Image image;
   for (const auto& [name, file] : surviving_entries()) image[name] = surviving_octets(files_[file]);
+  load(image);
+  return image;
+}
+
+void SimulatedDisk::load(const Image& image) {
   files_.clear();
   entries_.clear();
   entry_changes_.clear();
@@ -125,7 +138,6 @@ SimulatedDisk::Image SimulatedDisk::return_power() {
   has_power_ = true;
   left_ = SIZE_MAX;
   operations_ = 0;
-  return image;
 }
 
 SimulatedDisk::Entries SimulatedDisk::surviving_entries() {

@@ -44,10 +44,14 @@ class SimulatedDisk {
   bool truncate(File file, std::size_t size);
   bool synchronize(File file);
   bool remove(const std::string& name);
+  bool rename(const std::string& from, const std::string& to);  // in one step
+  bool has(const std::string& name) const { return entries_.contains(name); }
   bool synchronize_directory();
 
   // Returns what is found; the disk has exactly that.
   Image return_power();
+  // Power returns, and the disk has exactly this.
+  void load(const Image& image);
 
  private:
   struct Change {
@@ -59,7 +63,8 @@ class SimulatedDisk {
     std::vector<Change> changes;  // since then
   };
   using Entries = std::map<std::string, File>;
-  using EntryChange = std::pair<std::string, std::optional<File>>;  // no file: the entry is removed
+  // Entries that change in one step; without a file they are removed.
+  using EntryChange = std::map<std::string, std::optional<File>>;
 
   bool begin();
   bool finish() const { return has_power_; }

@@ -97,6 +97,17 @@ TEST(SimulatedDisk, RemovedFileMayReturn) {
               ::testing::UnorderedElementsAre(kLost, kOld));
 }
 
+TEST(SimulatedDisk, FileHasOneOfItsNamesAfterARename) {
+  std::set<std::size_t> files;
+  EXPECT_THAT(FoundAfter([&](SimulatedDisk* disk) {
+                MakeSynchronized(disk);
+                EXPECT_TRUE(disk->rename("a", "b"));
+                files.insert(SimulatedDisk(*disk).return_power().size());
+              }),
+              ::testing::UnorderedElementsAre(kLost, kOld));
+  EXPECT_THAT(files, ::testing::ElementsAre(1U));
+}
+
 TEST(SimulatedDisk, OperationsFailFromTheCutUntilPowerReturns) {
   SimulatedDisk disk(1);
   const SimulatedDisk::File file = MakeSynchronized(&disk);

@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 
 #include "platform/core/base/fault.h"
 #include "platform/core/files/synchronize.h"
@@ -38,14 +37,18 @@ Status write_new(const std::string& path, std::string_view text, mode_t mode, Su
   return status;
 }
 
+Status rename_new(const std::string& beside, const std::string& path, Survives survives) {
+  if (survives == Survives::kPowerCut) return rename_durably(beside, path);
+  return std::rename(beside.c_str(), path.c_str()) == 0 ? kStatusOk : last_error();
+}
+
 }  // namespace
 
 Status replace_file(const std::string& path, std::string_view text, mode_t mode, Survives survives) {
   if (const Status status = fault_check("replace_file")) return status;
   const std::string beside = path + ".new";
   Status status = write_new(beside, text, mode, survives);
-  if (status == kStatusOk && std::rename(beside.c_str(), path.c_str()) != 0) status = last_error();
+  if (status == kStatusOk) status = rename_new(beside, path, survives);
   if (status != kStatusOk) unlink(beside.c_str());
-  if (status != kStatusOk || survives == Survives::kProcess) return status;
-  return synchronize_directory(std::filesystem::path(path).parent_path() / ".");
+  return status;
 }

@@ -1,4 +1,4 @@
-// Directories on the disk.
+// Names of files on the disk.
 #pragma once
 
 #include <string>
@@ -9,3 +9,7 @@
 // directory that this process may not read and for a file system without such an operation. Otherwise the
 // system's error.
 [[nodiscard]] Status synchronize_directory(const std::string& path);
+
+// Renames the file and synchronizes the directory of the new name: whatever is written afterwards is not
+// found without it after a power cut. The system's error.
+[[nodiscard]] Status rename_durably(const std::string& from, const std::string& to);

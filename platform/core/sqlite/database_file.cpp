@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "platform/core/files/lock_file.h"
+#include "platform/core/files/synchronize.h"
 
 namespace sqlite {
 
@@ -101,12 +102,15 @@ std::string describe_lock(const std::string& path) {
 
 // A journal or log belongs to its database; applied to a new one it would destroy that. The log is renamed
 // last: if the process dies in between, a log alone is detected as damage, but a database without its log
-// would look complete.
+// would look complete. The same holds for a power cut.
 std::string set_aside(const std::string& path) {
   const std::string name = free_name(path);
   if (name.empty()) return {};
   for (const char* suffix : {"", "-journal", "-shm", "-wal"}) {
-    if (std::rename((path + suffix).c_str(), (name + suffix).c_str()) != 0 && errno != ENOENT) return {};
+    const Status status = rename_durably(path + suffix, name + suffix);
+    if (status == kStatusOk || status == static_cast<Status>(ENOENT)) continue;
+    errno = static_cast<int>(status);
+    return {};
   }
   return name;
 }

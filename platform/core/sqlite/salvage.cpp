@@ -1,7 +1,9 @@
 #include "platform/core/sqlite/salvage.h"
 
+#include <cerrno>
 #include <cstdio>
 
+#include "platform/core/files/synchronize.h"
 #include "platform/core/sqlite/database_file.h"
 
 namespace sqlite {
@@ -52,7 +54,9 @@ void remove_salvaged(const std::string& file) {
 
 bool use_salvaged(const std::string& file) {
   if (file_size(file + "-wal") >= 0 && set_aside(file).empty()) return false;
-  return std::rename(salvaged_name(file).c_str(), file.c_str()) == 0;
+  const Status status = rename_durably(salvaged_name(file), file);
+  errno = static_cast<int>(status);
+  return status == kStatusOk;
 }
 
 bool finish_salvage(const std::string& file) {
