@@ -176,7 +176,7 @@ class PowerTest : public ::testing::Test, protected RandomRounds {
 
  private:
   void StartWithNothing() {
-    disk = SimulatedDisk(random());
+    disk.load({});
     ForgetAll();
   }
   void NextState() { UseImage(disk.return_power()); }
