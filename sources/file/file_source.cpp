@@ -1,20 +1,21 @@
-// A load reads, parses and checks the whole file before it changes the model. The first load and the action's
-// are synchronous. A changed file is read in a thread (file_reader.h), because the YAML parser takes about
-// three seconds for a router with 100,000 written interfaces (10 MB); applying the result takes a fraction of
-// that.
+// A load reads, parses and checks the whole file before it changes the model. The first load is synchronous.
+// Later the file is read in a thread (file_reader.h), because the YAML parser takes about three seconds for a
+// router with 100,000 written interfaces (10 MB); applying the result takes a fraction of that.
 //
 // The configuration is committed first, as one commit, so a refused commit leaves everything unchanged and a
 // VRF is named by its configuration before it is created. The data store remembers what the last load
 // committed, so only differences are changes, also after a restart.
 //
-// The VRFs and interfaces of a changed file follow in steps, so that a large router delays no answer. A file
-// that changes meanwhile ends them and is applied to the model as it is then.
+// The VRFs and interfaces of such a file follow in steps, so that a large router delays no answer. A file
+// that changes meanwhile is applied after them, so that steady changes cannot prevent the end of a load.
 //
 // Routes are added last, in the feeder's steps: the first step of a synchronous load adds all written ones,
-// the following steps run on the loop, a few milliseconds each, between other work.
+// the following steps run on the loop, a few milliseconds each, between other work. A load ends when
+// at most generated ones are left; then the users who asked for it have their answer.
 #include "sources/file/file_source.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "platform/config/owners.h"
@@ -48,7 +49,7 @@ std::size_t rows_at_once(const std::vector<router_file::RouteGroup>& groups) {
 
 Status run_action(const KvActionContext& context, const std::vector<std::string>& words, std::string* text,
                   void* argument) {
-  return static_cast<RouterAction*>(argument)->run(context.may_change, words, text);
+  return static_cast<RouterAction*>(argument)->run(context, words, text);
 }
 
 }  // namespace
@@ -59,7 +60,7 @@ FileSource::FileSource(router::Router* model, std::string path,
       path_(std::move(path)),
       read_changed_(std::move(read_changed)),
       feeder_(model),
-      action_(model, [this](std::string* text) { return reload(text); }) {
+      action_(model, [this](KvActionEnd end) { reload(std::move(end)); }) {
   model_->set_rd_owner(kConfigOwnerFile);
 }
 
@@ -68,6 +69,8 @@ FileSource::~FileSource() {
   stop_applying();
   stop_retrying();
   if (watch_) kvtree_unregister_action(kActionName);
+  take_requests();
+  answer(kStatusNotConnected, path_ + ": the process ended before the file was loaded");
 }
 
 Status FileSource::remove_configured(std::string* error) {
@@ -75,19 +78,21 @@ Status FileSource::remove_configured(std::string* error) {
 }
 
 Status FileSource::load(std::string* error) {
-  router_file::Changes changes;
-  return load_into_model(&changes, error);
+  if (reader_) reader_->forget();  // this load is newer
+  next_.reset();
+  stop_applying();
+  take_requests();
+  const Status status = load_at_once(error);
+  answer(status, status ? *error : loaded_text());
+  application_.reset();
+  return status;
 }
 
-Status FileSource::load_into_model(router_file::Changes* changes, std::string* error) {
-  if (reader_) reader_->forget();  // this load is newer
-  stop_applying();
+Status FileSource::load_at_once(std::string* error) {
   router_file::Reading reading = router_file::read(path_);
   if (const Status status = begin_applying(&reading, error)) return status;
   const std::size_t rows = rows_at_once(routes_);
   if (const Status status = apply_some(SIZE_MAX, error)) return status;
-  *changes = application_->changes();
-  application_.reset();
   return begin_feeding(rows, error);
 }
 
@@ -137,6 +142,7 @@ Status FileSource::begin_feeding(std::size_t rows, std::string* error) {
 
 // The model keeps what was applied so far; the next application continues from there.
 void FileSource::stop_applying() {
+  stage_ = Stage::kIdle;
   if (applying_ != 0) event_timer_cancel(manager_, std::exchange(applying_, 0));
   application_.reset();
 }
@@ -149,13 +155,16 @@ void FileSource::feed_later() {
 
 void FileSource::feed() {
   feeding_ = 0;
-  if (const Status status = feeder_.step(kRowsPerStep)) {
-    log_failure(status, path_ + ": cannot add a route: " + err_text(status));
+  const Status status = feeder_.step(kRowsPerStep);
+  const std::string error = path_ + ": cannot add a route: " + err_text(status);
+  feed_later();
+  if (stage_ == Stage::kFeeding) return end_load_if_fed(status, error);
+  if (status != kStatusOk) {
+    log_failure(status, error);
     retry_if_useful(status);
   } else if (feeder_.is_done()) {
     log_notice("", "%s: %s", path_.c_str(), router_file::changes_text({}, feeder_.changes()).c_str());
   }
-  feed_later();
 }
 
 Status FileSource::start(EventManager* manager) {
@@ -167,22 +176,26 @@ Status FileSource::start(EventManager* manager) {
   watch_ = std::move(watch);
   manager_ = manager;
   reader_ = std::make_unique<router_file::BackgroundReader>(
-      manager, path_, [this](router_file::Reading reading) { apply_changed_file(std::move(reading)); },
+      manager, path_, [this](router_file::Reading reading) { take_reading(std::move(reading)); },
       read_changed_);
   feed_later();
   return kStatusOk;
 }
 
-Status FileSource::reload(std::string* text) {
-  router_file::Changes changes;
-  const Status status = load_into_model(&changes, text);
-  if (status == kStatusOk) {
-    *text = loaded_text(changes);
-  } else if (!is_file_error(status)) {
-    *text += kRetried;
-  }
-  retry_if_useful(status);
-  return status;
+// The answer follows when the file, as it is now, has been loaded.
+void FileSource::reload(KvActionEnd end) {
+  if (end) requests_.push_back(std::move(end));
+  reader_->start();
+}
+
+// The load that begins is what all requests so far are waiting for.
+void FileSource::take_requests() {
+  std::ranges::move(requests_, std::back_inserter(waiting_));
+  requests_.clear();
+}
+
+void FileSource::answer(Status status, const std::string& text) {
+  for (const KvActionEnd& end : std::exchange(waiting_, {})) end(status, text);
 }
 
 void FileSource::stop_retrying() {
@@ -215,8 +228,8 @@ void FileSource::log_failure(Status status, const std::string& error) {
   logged_failure_ = error;
 }
 
-std::string FileSource::loaded_text(const router_file::Changes& changes) const {
-  std::string what = router_file::changes_text(changes, feeder_.changes());
+std::string FileSource::loaded_text() const {
+  std::string what = router_file::changes_text(application_->changes(), feeder_.changes());
   if (!commit_.empty()) {
     what = what == router_file::kNothingChanged ? std::string() : what + ", ";
     what += "configuration changed (commit " + commit_ + ")";
@@ -225,11 +238,19 @@ std::string FileSource::loaded_text(const router_file::Changes& changes) const {
   return path_ + " loaded: " + what;
 }
 
-void FileSource::apply_changed_file(router_file::Reading reading) {
-  stop_applying();
+void FileSource::take_reading(router_file::Reading reading) {
+  next_ = std::make_unique<router_file::Reading>(std::move(reading));
+  if (stage_ == Stage::kIdle) begin_load();
+}
+
+// REQUIRES: a file has been read.
+void FileSource::begin_load() {
+  const std::unique_ptr<router_file::Reading> reading = std::move(next_);
+  if (!reader_->is_reading()) take_requests();
   std::string error;
-  const Status status = begin_applying(&reading, &error);
-  if (status) return changed_file_applied(status, error);
+  const Status status = begin_applying(reading.get(), &error);
+  if (status) return end_load(status, error);
+  stage_ = Stage::kApplying;
   apply_next();
 }
 
@@ -241,16 +262,26 @@ void FileSource::apply_next() {
     applying_ = event_timer_start(manager_, 0, [this] { apply_next(); });
     return;
   }
-  if (status == kStatusOk) status = begin_feeding(kRowsPerStep, &error);
-  changed_file_applied(status, error);
+  if (status == kStatusOk) {
+    stage_ = Stage::kFeeding;
+    status = begin_feeding(kRowsPerStep, &error);
+  }
+  end_load_if_fed(status, error);
 }
 
-void FileSource::changed_file_applied(Status status, const std::string& error) {
+void FileSource::end_load_if_fed(Status status, const std::string& error) {
+  if (status != kStatusOk || feeder_.written_are_done()) end_load(status, error);
+}
+
+void FileSource::end_load(Status status, const std::string& error) {
+  const std::string text = status == kStatusOk ? loaded_text() : error;
   if (status == kStatusOk) {
-    log_notice("", "%s", loaded_text(application_->changes()).c_str());
+    log_notice("", "%s", text.c_str());
   } else {
     log_failure(status, error);
   }
   stop_applying();
   retry_if_useful(status);
+  answer(status, status == kStatusOk || is_file_error(status) ? text : text + kRetried);
+  if (next_) begin_load();
 }

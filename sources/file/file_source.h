@@ -4,7 +4,7 @@
 //
 // An invalid file changes nothing. A load that fails for another reason (no disk space for the configuration,
 // no memory) is retried, after a second and then at growing intervals, until it succeeds or the file changes.
-// Main thread.
+// Loads are carried out one after the other; those that were asked for meanwhile are one load. Main thread.
 #pragma once
 
 #include <cstdint>
@@ -43,20 +43,25 @@ class FileSource : public Source {
   // For a router that has no file: removes what an earlier one configured.
   [[nodiscard]] static Status remove_configured(std::string* error);
   // Whether a changed file is being read or applied.
-  bool is_reading() const { return application_ != nullptr || (reader_ != nullptr && reader_->is_reading()); }
+  bool is_reading() const { return stage_ != Stage::kIdle || (reader_ != nullptr && reader_->is_reading()); }
 
  private:
-  Status reload(std::string* text);
-  Status load_into_model(router_file::Changes* changes, std::string* error);
+  enum class Stage { kIdle, kApplying, kFeeding };  // of a load; the first one's steps are not separate
+  void reload(KvActionEnd end);
+  void take_requests();
+  void answer(Status status, const std::string& text);
+  Status load_at_once(std::string* error);
   Status take_configuration(const router_file::RouterFile& file, std::string* error);
   Status begin_applying(router_file::Reading* reading, std::string* error);
   Status apply_some(std::size_t items, std::string* error);
   Status begin_feeding(std::size_t rows, std::string* error);
   void apply_next();
   void stop_applying();
-  std::string loaded_text(const router_file::Changes& changes) const;
-  void apply_changed_file(router_file::Reading reading);
-  void changed_file_applied(Status status, const std::string& error);
+  std::string loaded_text() const;
+  void take_reading(router_file::Reading reading);
+  void begin_load();
+  void end_load_if_fed(Status status, const std::string& error);
+  void end_load(Status status, const std::string& error);
   void feed_later();
   void feed();
   void retry_if_useful(Status status);
@@ -67,6 +72,10 @@ class FileSource : public Source {
   std::string path_;
   const router_file::BackgroundReader::Read read_changed_;
   std::string commit_;  // of the last load; empty if it changed no configuration
+  Stage stage_ = Stage::kIdle;
+  std::vector<KvActionEnd> requests_;                            // of users, for a load that has not begun
+  std::vector<KvActionEnd> waiting_;                             // of users, for the load that is in progress
+  std::unique_ptr<router_file::Reading> next_;                   // what the next load applies
   std::unique_ptr<router_file::RouterApplication> application_;  // while a file is being applied
   std::vector<router_file::RouteGroup> routes_;                  // of that file
   router_file::RouteFeeder feeder_;

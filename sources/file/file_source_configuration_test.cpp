@@ -103,19 +103,14 @@ TEST_F(ConfigurationOnDisk, CommandLineOverridesTheFile) {
 
 TEST_F(ConfigurationOnDisk, ReloadReportsWhatChanged) {
   LoadWell("vrfs: [{name: red, id: 10}]\n");
-  EventManager* const manager = event_manager_create("/dev/mpls/vpn/main", 0);
-  ASSERT_EQ(source_->start(manager), kStatusOk);
-  KvActionContext context{};
-  context.may_change = true;
+  Start();
   std::string answer;
   std::ofstream(path_) << "vrfs: [{name: red, id: 10, rip: {interfaces: [ge0]}}]\n";
-  ASSERT_EQ(kvtree_run_action(context, {"router", "reload"}, &answer), kStatusOk);
+  ASSERT_EQ(Act({"router", "reload"}, &answer), kStatusOk);
   EXPECT_EQ(answer, path_ + " loaded: configuration changed (commit 1)");
   std::ofstream(path_) << "vrfs: [{name: red, id: 10, description: Red, rip: {interfaces: [ge0]}}]\n";
-  ASSERT_EQ(kvtree_run_action(context, {"router", "reload"}, &answer), kStatusOk);
+  ASSERT_EQ(Act({"router", "reload"}, &answer), kStatusOk);
   EXPECT_EQ(answer, path_ + " loaded: 1 VRF changed, configuration changed (commit 2)");
-  source_.reset();
-  event_manager_destroy(manager);
 }
 
 TEST_F(ConfigurationOnDisk, ReleaseRemovesEverything) {

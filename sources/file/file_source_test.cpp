@@ -3,83 +3,15 @@
 
 #include <sys/stat.h>
 
-#include <array>
-#include <atomic>
-#include <chrono>
+#include <filesystem>
 #include <functional>
-#include <semaphore>
 #include <thread>
 
-#include "platform/core/files/directories.h"
-#include "platform/store/client/client.h"
-#include "sources/file/file_source_test_support.h"
+#include "sources/file/watched_router_test_support.h"
 
 namespace {
 
 using ::testing::HasSubstr;
-
-constexpr char kRed[] = "vrfs: [{name: red, id: 10}]\n";
-constexpr char kBlue[] = "vrfs: [{name: blue, id: 20}]\n";
-
-// Reads files like the source itself, but waits for the test between the read and its delivery.
-class SlowReader {
- public:
-  router_file::BackgroundReader::Read Function() const {
-    return [gate = gate_](const std::string& path) {
-      router_file::Reading reading = router_file::read(path);
-      if (gate->is_held.exchange(false)) {
-        gate->has_read.release();
-        gate->may_deliver.acquire();
-      }
-      return reading;
-    };
-  }
-  void HoldNext() const { gate_->is_held = true; }
-  void AwaitRead() const { gate_->has_read.acquire(); }
-  void Deliver() const { gate_->may_deliver.release(); }
-
- private:
-  struct Gate {
-    std::atomic<bool> is_held = false;
-    std::binary_semaphore has_read{0};
-    std::binary_semaphore may_deliver{0};
-  };
-  std::shared_ptr<Gate> gate_ = std::make_shared<Gate>();
-};
-
-class WatchedRouter : public RouterOnDisk {
- protected:
-  WatchedRouter() { source_ = std::make_unique<FileSource>(router_.get(), path_, slow_.Function()); }
-  // The source reads kBlue and is about to deliver it.
-  void ReadBlueSlowly() {
-    slow_.HoldNext();
-    Replace(kBlue);
-    EXPECT_TRUE(event_run_pending(manager_, kEventBound));
-    slow_.AwaitRead();
-  }
-  const SlowReader slow_;
-  void Replace(const std::string& text) {
-    std::ofstream(path_ + ".new") << text;
-    std::filesystem::rename(path_ + ".new", path_);
-  }
-  void StartWith(const std::string& text) {
-    LoadWell(text);
-    Start();
-  }
-  bool Has(const char* vrf) const { return router_->find_vrf(vrf) != nullptr; }
-  // Runs the loop until the VRF exists or an event takes too long.
-  bool Appears(const char* vrf) {
-    while (!Has(vrf) && event_run_pending(manager_, kEventBound)) {
-    }
-    return Has(vrf);
-  }
-  // Runs the loop until no read is in progress or an event takes too long.
-  bool ReadEnds() {
-    while (source_->is_reading() && event_run_pending(manager_, kEventBound)) {
-    }
-    return !source_->is_reading();
-  }
-};
 
 TEST_F(WatchedRouter, RdsInTheModelAreAttributedToTheRouterFile) {
   EXPECT_EQ(router_->rd_owner(), kConfigOwnerFile);
@@ -234,32 +166,6 @@ TEST_F(WatchedRouter, ReadIsDroppedWhenALoadIsNewer) {
   }
 }
 
-// One iteration of the loop, unlike event_run_pending().
-bool run_once(EventManager* manager) {
-  std::array<unsigned char, 1024> buffer{};
-  EventContext context{manager, buffer.data(), buffer.size(), 0};
-  if (event_wait_for(&context, kEventBound) != 0) return false;
-  event_dispatch(&context);
-  return true;
-}
-
-class LargeRouter : public WatchedRouter {
- protected:
-  static constexpr std::size_t kInterfaces = 9000;
-  // A changed file is being applied when it returns.
-  void BeginLargeChange() {
-    StartWith(kRed);
-    Replace("generate: {vrfs: 1000, interfaces_per_vrf: 9}\n");
-    while (router_->vrf_count() < 10) ASSERT_TRUE(run_once(manager_));
-  }
-  void ExpectBlueAlone() {
-    EXPECT_TRUE(Appears("blue"));
-    EXPECT_TRUE(ReadEnds());
-    EXPECT_EQ(router_->vrf_count(), 1U);
-    EXPECT_EQ(router_->interface_count(), 0U);
-  }
-};
-
 TEST_F(LargeRouter, ChangedFileIsAppliedInStepsBetweenOtherWork) {
   BeginLargeChange();
   unsigned iterations = 0;
@@ -269,7 +175,7 @@ TEST_F(LargeRouter, ChangedFileIsAppliedInStepsBetweenOtherWork) {
   EXPECT_EQ(router_->vrf_count(), 1000U);
 }
 
-TEST_F(LargeRouter, FileThatChangesWhileItIsAppliedReplacesTheRest) {
+TEST_F(LargeRouter, FileThatChangesWhileItIsAppliedIsAppliedNext) {
   BeginLargeChange();
   Replace(kBlue);
   ExpectBlueAlone();
@@ -416,7 +322,7 @@ TEST_F(RouterOnAFullDisk, SuccessfulLoadEndsTheRetries) {
     FailTo([this] { Replace(kBlue); });
   }
   std::string text;
-  ASSERT_EQ(kvtree_run_action({true}, {"router", "reload"}, &text), kStatusOk) << text;
+  ASSERT_EQ(Act({"router", "reload"}, &text), kStatusOk) << text;
   EXPECT_TRUE(Has("blue"));
   Pass(1000);
   EXPECT_FALSE(source_->is_reading());
@@ -428,7 +334,7 @@ TEST_F(RouterOnAFullDisk, FailedReloadByTheOperatorIsRetriedToo) {
   ASSERT_EQ(kvtree_run_action({true}, {"router", "delete-vrf", "red"}, &text), kStatusOk) << text;
   {
     const ScopedFault fault("kvtree_config_replace", kDiskFull);
-    EXPECT_EQ(kvtree_run_action({true}, {"router", "reload"}, &text), kDiskFull);
+    EXPECT_EQ(Act({"router", "reload"}, &text), kDiskFull);
     EXPECT_THAT(text, testing::EndsWith("No space left on device (it is tried again)"));
   }
   EXPECT_FALSE(Has("red"));
@@ -473,63 +379,6 @@ TEST_F(WatchedRouter, ActionEndsWithTheSource) {
     return kStatusOk;
   };
   EXPECT_EQ(kvtree_register_action("router", another, nullptr), kStatusOk);
-}
-
-// The action over the data store's socket, as the command line uses it.
-class RouterOverTheSocket : public WatchedRouter {
- protected:
-  void Serve() {
-    StartWith(kRed);
-    ASSERT_EQ(kvtree_serve(manager_), kStatusOk);
-  }
-  // Asks from another thread while this one serves.
-  kvtree::ActionResult Ask(const std::vector<std::string>& words) {
-    std::atomic<bool> done = false;
-    kvtree::ActionResult result;
-    std::thread peer([&] {
-      kvtree::Client client(event_manager_socket(kMainManager), std::chrono::seconds(5));
-      result.status = client.connect();
-      if (result.status == kStatusOk) result = client.action(words);
-      done = true;
-      event_post(manager_, [] {});
-    });
-    while (!done) event_run_pending(manager_, kEventBound);
-    peer.join();
-    return result;
-  }
-};
-
-TEST_F(RouterOverTheSocket, ShowIsAnswered) {
-  Serve();
-  const kvtree::ActionResult result = Ask({"router", "show"});
-  EXPECT_EQ(result.status, kStatusOk);
-  EXPECT_EQ(result.text, "1 VRF, 0 interfaces\nvrf red id 10 ipv4-table 10 ipv6-table 10");
-}
-
-TEST_F(RouterOverTheSocket, RefusalHasItsReason) {
-  Serve();
-  const kvtree::ActionResult result = Ask({"router", "up", "ge9"});
-  EXPECT_EQ(result.status, kStatusNoSuchRow);
-  EXPECT_EQ(result.text, "there is no interface \"ge9\"");
-}
-
-TEST_F(RouterOverTheSocket, ChangesLastUntilTheFileIsLoadedAgain) {
-  Serve();
-  EXPECT_EQ(Ask({"router", "add-vrf", "green"}).status, kStatusOk);
-  EXPECT_TRUE(Has("green"));
-  const kvtree::ActionResult reloaded = Ask({"router", "reload"});
-  EXPECT_EQ(reloaded.status, kStatusOk);
-  EXPECT_EQ(reloaded.text, path_ + " loaded: 1 VRF deleted");
-  EXPECT_FALSE(Has("green"));
-}
-
-TEST_F(RouterOverTheSocket, ReloadOfAnInvalidFileReportsThePosition) {
-  Serve();
-  Write("vrfs: red\n");
-  event_run_pending(manager_, kEventBound);
-  const kvtree::ActionResult result = Ask({"router", "reload"});
-  EXPECT_EQ(result.status, kStatusInvalid);
-  EXPECT_EQ(result.text, path_ + ":1:7: VRFs are written as a list");
 }
 
 }  // namespace

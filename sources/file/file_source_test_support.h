@@ -4,10 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/config/owners.h"
 #include "platform/core/base/clock.h"
@@ -18,6 +21,15 @@
 
 inline constexpr char kMainManager[] = "/dev/mpls/vpn/main";
 inline constexpr std::uint64_t kEventBound = 5 * kNanosecondsPerSecond;  // for expected events
+
+// One iteration of the loop, unlike event_run_pending().
+inline bool run_once(EventManager* manager) {
+  std::array<unsigned char, 1024> buffer{};
+  EventContext context{manager, buffer.data(), buffer.size(), 0};
+  if (event_wait_for(&context, kEventBound) != 0) return false;
+  event_dispatch(&context);
+  return true;
+}
 
 class RouterOnDisk : public ::testing::Test {
  protected:
@@ -45,6 +57,19 @@ class RouterOnDisk : public ::testing::Test {
     manager_ = event_manager_create(kMainManager, 0);
     ASSERT_NE(manager_, nullptr);
     ASSERT_EQ(source_->start(manager_), kStatusOk);
+  }
+  // Runs the action as a user who may change, and one iteration of the loop after the other until it ends.
+  Status Act(const std::vector<std::string>& words, std::string* text) {
+    std::optional<Status> result;
+    const KvActionEnd end = [&](Status status, const std::string& its_text) {
+      result = status;
+      *text = its_text;
+    };
+    const Status status = kvtree_run_action({true, end}, words, text);
+    if (status != kStatusInProgress) return status;
+    while (!result && run_once(manager_)) {
+    }
+    return result.value_or(kStatusTimedOut);
   }
 
   const TestRunDirectory directory_;

@@ -9,6 +9,7 @@ namespace router_file {
 
 void RouteFeeder::begin(std::vector<RouteGroup> groups) {
   groups_ = std::move(groups);
+  written_ = static_cast<std::size_t>(std::ranges::count(groups_, 1U, &RouteGroup::count));
   group_ = 0;
   row_ = 0;
   std::set<router::RouteTableId> tables;  // VRFs may share one

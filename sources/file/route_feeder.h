@@ -21,6 +21,8 @@ class RouteFeeder {
   // Begins a feed and abandons the previous one if it is not done.
   void begin(std::vector<RouteGroup> groups);
   bool is_done() const { return stage_ == Stage::kDone; }
+  // Nothing is left, or only generated routes and what follows them.
+  bool written_are_done() const { return is_done() || (stage_ == Stage::kPut && group_ >= written_); }
   // Handles about `rows` rows (> 0) and notifies the observers. Skips a table that was closed since the feed
   // began. A row that the store refuses for another reason ends the feed with its status and without
   // removals.
@@ -37,8 +39,9 @@ class RouteFeeder {
   router::Router* model_;
   Stage stage_ = Stage::kDone;
   std::vector<RouteGroup> groups_;
-  std::size_t group_ = 0;  // the group that is next
-  std::uint32_t row_ = 0;  // its row that is next
+  std::size_t written_ = 0;  // groups of one route, the first ones
+  std::size_t group_ = 0;    // the group that is next
+  std::uint32_t row_ = 0;    // its row that is next
   std::vector<router::RouteTableId> tables_;
   std::size_t table_ = 0;  // the table that is swept next
   RouteChanges changes_;

@@ -2,9 +2,10 @@
 // subscriptions are in subscriptions.cpp; what concerns the configuration is in the client_*.cpp of
 // platform/store/configuration.
 //
-// A message is answered inside its handler, or in steps before the client's next message, so answers leave in
-// the order of the requests; platform/core/wire bounds what a client may send and leave unread, and closes
-// those that break the framing. An answer's payload is built in a buffer that the server reuses.
+// A message is answered inside its handler, or in steps before the client's next message, or its client is
+// held until the answer is sent, so answers leave in the order of the requests; platform/core/wire bounds
+// what a client may send and leave unread, and closes those that break the framing. An answer's payload is
+// built in a buffer that the server reuses.
 #include <memory>
 
 #include "platform/core/base/fault.h"
@@ -26,6 +27,28 @@ bool is_agent(const wire::Connection* from) {
   return from != nullptr && from->role() == wire::Role::kAgent;
 }
 
+void write_action_result(wire::Octets* answer, Status status, const std::string& text) {
+  const bool fits = text.size() + 64 <= kMaxAnswer;
+  Writer writer(answer);
+  writer.u32(fits ? status : kStatusMessageTooLarge);
+  writer.text(fits ? std::string_view(text) : std::string_view());
+}
+
+// The client is held before the action runs, because the action may end within its call.
+Status run_action(wire::Connection& from, const std::vector<std::string>& words, std::string* text) {
+  if (is_agent(&from)) return kStatusAccess;
+  const LaterAnswer later = the_server()->answer_later(from);
+  const KvActionEnd end = [later](Status status, const std::string& result) {
+    wire::Octets payload;
+    write_action_result(&payload, status, result);
+    later.send(payload);
+  };
+  const Status status = kvtree_run_action({from.may_change(), end}, words, text);
+  if (status != kStatusInProgress) from.release();
+  return status;
+}
+
+// Without an answer if the action is in progress.
 bool answer_action(wire::Connection* from, Reader* request, wire::Octets* answer) {
   const std::size_t count = request->u16();
   if (count > kMaxActionWords) return false;
@@ -33,15 +56,9 @@ bool answer_action(wire::Connection* from, Reader* request, wire::Octets* answer
   for (std::size_t i = 0; i < count && request->ok(); ++i) words.emplace_back(request->text());
   if (!request->finished()) return false;
   std::string text;
-  Status status = is_agent(from) ? kStatusAccess
-                                 : kvtree_run_action({from != nullptr && from->may_change()}, words, &text);
-  if (text.size() + 64 > kMaxAnswer) {
-    status = kStatusMessageTooLarge;
-    text.clear();
-  }
-  Writer writer(answer);
-  writer.u32(status);
-  writer.text(text);
+  const Status status =
+      from == nullptr ? kvtree_run_action({false}, words, &text) : run_action(*from, words, &text);
+  if (status != kStatusInProgress) write_action_result(answer, status, text);
   return true;
 }
 
@@ -93,19 +110,22 @@ StoreServer::StoreServer(EventManager* on)
           [this](wire::Connection& from, const wire::Message& message) { return handle(from, message); },
           [this](wire::Connection& ended) { forget(ended.id()); }) {}
 
+void LaterAnswer::send(const wire::Octets& payload) const {
+  const std::shared_ptr<wire::Connection> waiting = client.lock();
+  if (waiting == nullptr || !waiting->open()) return;
+  waiting->send(type | kAnswer, request, payload);
+  waiting->release();
+}
+
+LaterAnswer StoreServer::answer_later(wire::Connection& from) const {
+  from.hold();
+  return {from.weak_from_this(), at_hand.type, at_hand.request};
+}
+
 // After the notifications that the change posted to its subscribers: a client that receives the answer sees
 // the change in the subscribers' state, and a process that dies afterwards has lost nothing of that state.
-void StoreServer::answer_after_delivery(wire::Connection& from, const wire::Message& message,
-                                        const wire::Octets& payload) {
-  from.hold();
-  event_post(manager,
-             [weak = from.weak_from_this(), type = static_cast<std::uint16_t>(message.type | kAnswer),
-              request = message.request, payload] {
-               const std::shared_ptr<wire::Connection> waiting = weak.lock();
-               if (waiting == nullptr || !waiting->open()) return;
-               waiting->send(type, request, payload);
-               waiting->release();
-             });
+void StoreServer::answer_after_delivery(wire::Connection& from, const wire::Octets& payload) {
+  event_post(manager, [later = answer_later(from), payload] { later.send(payload); });
 }
 
 bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
@@ -117,10 +137,12 @@ bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
   // Taken out while it is used: an action may run the event loop, and with it this function.
   wire::Octets payload = std::move(answer);
   payload.clear();
+  at_hand = message;
   const bool well_formed = answer_message(&from, message, &payload);
   if (well_formed && message.type == kCommit) {
-    answer_after_delivery(from, message, payload);
-  } else if (well_formed && !from.repeats()) {
+    at_hand = message;
+    answer_after_delivery(from, payload);
+  } else if (well_formed && !payload.empty() && !from.repeats()) {
     from.send(message.type | kAnswer, message.request, payload);
   }
   if (payload.capacity() <= kRetainedAnswer) answer = std::move(payload);

@@ -32,15 +32,26 @@ struct Unfinished {
   virtual ~Unfinished() = default;
 };
 
+// An answer that is sent later. Its client waits: no further message of it is handled until then.
+struct LaterAnswer {
+  std::weak_ptr<wire::Connection> client;
+  std::uint16_t type;  // of the request
+  std::uint32_t request;
+  // Once. Nothing happens if the client has left.
+  void send(const wire::Octets& payload) const;
+};
+
 struct StoreServer {
   explicit StoreServer(EventManager* on);
   bool handle(wire::Connection& from, const wire::Message& message);
   void forget(std::uint64_t client);
-  void answer_after_delivery(wire::Connection& from, const wire::Message& message,
-                             const wire::Octets& payload);
+  // Holds the client of the message at hand.
+  LaterAnswer answer_later(wire::Connection& from) const;
+  void answer_after_delivery(wire::Connection& from, const wire::Octets& payload);
 
   EventManager* manager;
   wire::Octets answer;
+  wire::Message at_hand;  // the message that is being handled
   std::unordered_map<std::uint64_t, std::vector<Subscription>> subscriptions;  // by client
   std::unordered_map<std::uint64_t, StagedCommit> staged;                      // by client
   std::unordered_map<std::uint64_t, std::unique_ptr<Unfinished>> unfinished;   // by client

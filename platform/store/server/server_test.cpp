@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <future>
 #include <optional>
 #include <utility>
 
@@ -163,6 +164,70 @@ TEST_F(ServedStore, ActionsSeeThePeersRightsAndAnswerTextWithEveryStatus) {
   EXPECT_EQ(client.action({"unknown"}).status, kStatusUnknownPath);
   EXPECT_EQ(client.action({}).status, kStatusInvalid);
   EXPECT_EQ(client.action({"long"}).status, kStatusMessageTooLarge);
+}
+
+// A client whose action has begun and has not ended.
+class OpenAction : public ServedStore {
+ protected:
+  OpenAction() {
+    Start();
+    EXPECT_EQ(user.connect(kvtree::Client::default_socket(), 5000ms), kStatusOk);
+    Send(kvtree::kAction, 1, [](wire::Writer* to) { to->u16(1), to->text("open"); });
+    EXPECT_EQ(client.connect(), kStatusOk);
+    while (Begun() == 0) EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
+  }
+  void Send(std::uint16_t type, std::uint32_t request, const std::function<void(wire::Writer*)>& write) {
+    wire::Writer to = user.begin(type, request);
+    write(&to);
+    ASSERT_EQ(user.send(), kStatusOk);
+  }
+  template <typename Read>
+  auto OnStoreAndWait(Read read) {
+    std::promise<decltype(read())> result;
+    OnStore([&] { result.set_value(read()); });
+    return result.get_future().get();
+  }
+  std::size_t Begun() {
+    return OnStoreAndWait([] { return open_actions.size(); });
+  }
+  std::size_t Clients() {
+    return OnStoreAndWait([] { return kvtree::the_server()->server.client_count(); });
+  }
+  void End() {
+    OnStore([] { open_actions.front()(kStatusAccess, "the end"); });
+  }
+  wire::ClientSocket user;
+};
+
+TEST_F(OpenAction, HoldsItsClientAndNoOther) {
+  Send(kvtree::kGet, 2, [](wire::Writer* to) { to->u8(0), to->text(kSubtree + "scalars"); });
+  wire::Message message;
+  EXPECT_EQ(user.receive(&message, 0ms), kStatusTimedOut);
+  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
+  EXPECT_EQ(user.receive(&message, 0ms), kStatusTimedOut);
+  End();
+  ASSERT_EQ(user.receive(&message), kStatusOk);
+  EXPECT_EQ(message.request, 1U);
+  wire::Reader answer(message.payload);
+  EXPECT_EQ(answer.u32(), kStatusAccess);
+  EXPECT_EQ(answer.text(), "the end");
+  EXPECT_TRUE(answer.finished());
+  ASSERT_EQ(user.receive(&message), kStatusOk);
+  EXPECT_EQ(message.request, 2U);
+}
+
+TEST_F(OpenAction, EndsWithoutItsClient) {
+  user.close();
+  while (Clients() > 1) std::this_thread::yield();
+  End();
+  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
+}
+
+TEST_F(OpenAction, MayEndWithinItsCall) {
+  const kvtree::ActionResult result = client.action({"open", "now"});
+  EXPECT_EQ(result.status, kStatusExists);
+  EXPECT_EQ(result.text, "ended within the call");
+  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
 }
 
 TEST_F(ServedStore, OversizedRequestIsNotSent) {

@@ -29,6 +29,16 @@ inline Status long_action(const KvActionContext&, const std::vector<std::string>
   return kStatusOk;
 }
 
+// Actions that have not ended yet. Belongs to the store's thread.
+inline std::vector<KvActionEnd> open_actions;
+
+inline Status open_action(const KvActionContext& context, const std::vector<std::string>& words, std::string*,
+                          void*) {
+  open_actions.push_back(context.end);
+  if (words.back() == "now") context.end(kStatusExists, "ended within the call");
+  return kStatusInProgress;
+}
+
 // The store, served by a thread of its own, so that blocking clients can be used.
 class ServedStore : public StoreTest {
  protected:
@@ -36,11 +46,13 @@ class ServedStore : public StoreTest {
     Provide();
     EXPECT_EQ(kvtree_register_action("act", fixed_action, nullptr), kStatusOk);
     EXPECT_EQ(kvtree_register_action("long", long_action, nullptr), kStatusOk);
+    EXPECT_EQ(kvtree_register_action("open", open_action, nullptr), kStatusOk);
     EXPECT_EQ(kvtree_serve(manager), kStatusOk);
   }
   ~ServedStore() override {
     Stop();
     kvtree_stop_serving(manager);
+    open_actions.clear();
   }
   void Start() {
     stopping = false;

@@ -22,6 +22,7 @@
 #include <any>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -306,8 +307,12 @@ void kvtree_guard(std::string_view path, Status (*check)());
 
 // Actions: commands of the process itself (not of the daemon) that change something, such as those of a
 // source ("router/..."). They take words and return text for the user.
+using KvActionEnd = std::function<void(Status, const std::string& text)>;
 struct KvActionContext {
   bool may_change;  // the peer is root, the process's own user, or in the administrators' group
+  // For an action that takes long: it returns kStatusInProgress, and calls this once on the main thread with
+  // its result when it has one. Null if no user waits.
+  KvActionEnd end{};
 };
 using KvAction = Status (*)(const KvActionContext&, const std::vector<std::string>& words, std::string* text,
                             void* argument);
@@ -315,7 +320,8 @@ using KvAction = Status (*)(const KvActionContext&, const std::vector<std::strin
 [[nodiscard]] Status kvtree_register_action(const char* name, KvAction action, void* argument);
 void kvtree_unregister_action(const char* name);
 
-// kStatusUnknownPath for an unregistered action, kStatusInvalid without words, or the action's status.
+// kStatusUnknownPath for an unregistered action, kStatusInvalid without words, or the action's status:
+// kStatusInProgress if it calls `context.end` later (or has called it already).
 [[nodiscard]] Status kvtree_run_action(const KvActionContext& context, const std::vector<std::string>& words,
                                        std::string* text);
 

@@ -32,10 +32,11 @@ std::string help() {
 
 }  // namespace
 
-RouterAction::RouterAction(router::Router* model, std::function<Status(std::string*)> reload)
+RouterAction::RouterAction(router::Router* model, Reload reload)
     : model_(model), reload_(std::move(reload)) {}
 
-Status RouterAction::run(bool may_change, const std::vector<std::string>& words, std::string* text) {
+Status RouterAction::run(const KvActionContext& context, const std::vector<std::string>& words,
+                         std::string* text) {
   text->clear();
   if (words.size() < 2 || words[1] == "help") {
     *text = help();
@@ -46,7 +47,7 @@ Status RouterAction::run(bool may_change, const std::vector<std::string>& words,
     *text = "unknown command \"" + words[1] + "\"; \"router help\" lists them";
     return kStatusInvalid;
   }
-  if (command->changes && !may_change) {
+  if (command->changes && !context.may_change) {
     *text = "changing the router is for root and the administrators' group";
     return kStatusAccess;
   }
@@ -55,5 +56,5 @@ Status RouterAction::run(bool may_change, const std::vector<std::string>& words,
     *text = "usage: " + usage(*command);
     return kStatusInvalid;
   }
-  return command->run({model_, reload_, arguments, text});
+  return command->run({model_, reload_, context.end, arguments, text});
 }

@@ -205,7 +205,8 @@ Status delete_address(const RouterCommandContext& context) {
 }
 
 Status reload(const RouterCommandContext& context) {
-  return context.reload(context.text);
+  context.reload(context.end);
+  return kStatusInProgress;
 }
 
 }  // namespace

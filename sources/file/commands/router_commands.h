@@ -7,10 +7,12 @@
 
 #include "platform/core/base/status.h"
 #include "platform/router/model/router.h"
+#include "platform/store/tree/kvtree.h"
 
 struct RouterCommandContext {
   router::Router* model;
-  const std::function<Status(std::string*)>& reload;
+  const std::function<void(KvActionEnd)>& reload;
+  const KvActionEnd& end;                     // of a reload
   const std::vector<std::string>& arguments;  // the words after the command
   std::string* text;                          // the answer
 };

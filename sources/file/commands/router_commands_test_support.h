@@ -22,16 +22,12 @@ class RouterCommands : public ::testing::Test {
       std::replace(word.begin(), word.end(), '_', ' ');
       words.push_back(word);
     }
-    return action_.run(may_change, words, &text_);
+    return action_.run({may_change}, words, &text_);
   }
   void Do(const std::string& line) { ASSERT_EQ(Say(line), kStatusOk) << line << ": " << text_; }
 
   router::Router router_;
   int reloads_ = 0;
-  RouterAction action_{&router_, [this](std::string* text) {
-                         ++reloads_;
-                         *text = "loaded";
-                         return kStatusOk;
-                       }};
+  RouterAction action_{&router_, [this](const KvActionEnd&) { ++reloads_; }};
   std::string text_;
 };
