@@ -3,8 +3,8 @@
 // The first octet chooses: a sound database with damage (support.h), a file of the input's own, or the octets
 // of a commit. Whatever a file has, the process starts: a file that cannot be used is preserved under another
 // name, and one of a newer version may be refused but is not changed. What can be read of the values and the
-// history is read without a crash, and a commit that is made after that is there when the file is opened
-// again.
+// history is read without a crash, damage makes no value that was never set, and a commit that is made after
+// that is there when the file is opened again.
 #include <algorithm>
 #include <array>
 
@@ -18,7 +18,7 @@ namespace {
 using fuzz::require;
 
 constexpr std::array<KvConfigOwner, 2> kOwners = {{{"user", 0}, {"peer", 1}}};
-constexpr std::uint32_t kVersion = 3;
+constexpr std::uint32_t kVersion = 4;
 
 const std::string& directory() {
   static const TemporaryDirectory made;
@@ -60,8 +60,16 @@ bool is_newer(const std::string& octets) {
   return fuzz::number_at(octets, kVersionAt) > kVersion;
 }
 
-void read_everything() {
-  kvtree_config_effective("/cfg/", [](const KvConfigNode& node) { require(node.path.starts_with("/cfg/")); });
+bool was_set(const KvConfigNode& node) {
+  if (node.path == "/cfg/c") return node.value->tuple == std::vector<std::int64_t>{1, -2};
+  if (node.path == "/cfg/a") return node.value->text == "1";
+  return node.path == "/cfg/b" && (node.value->text == "2" || node.value->text == "3");
+}
+
+void read_everything(bool is_damaged) {
+  kvtree_config_effective("/cfg/", [is_damaged](const KvConfigNode& node) {
+    require(node.path.starts_with("/cfg/") && (!is_damaged || was_set(node)));
+  });
   std::vector<KvConfigCommit> commits;
   if (kvtree_config_history(100, {}, &commits) != kStatusOk) return;
   for (const KvConfigCommit& commit : commits) {
@@ -78,18 +86,19 @@ void commit_and_reopen() {
 }
 
 void remove_files() {
-  for (const char* end : {"", "-journal", "-wal", ".unusable.1", ".unusable.1-journal", ".unusable.1-wal"}) {
+  for (const char* end :
+       {"", "-journal", "-wal", ".unusable.1", ".unusable.1-journal", ".unusable.1-wal", ".salvaged"}) {
     std::remove((file_name() + end).c_str());
   }
 }
 
-void open_file(const std::string& octets) {
+void open_file(const std::string& octets, bool is_damaged) {
   remove_files();
   fuzz::write_file(file_name(), octets);
   if (keep() == kStatusOk) {
     const std::string aside = fuzz::read_file(file_name() + ".unusable.1");
     require(aside.empty() || aside == octets);
-    read_everything();
+    read_everything(is_damaged);
     commit_and_reopen();
   } else {
     require(is_newer(octets) && fuzz::read_file(file_name()) == octets);
@@ -111,10 +120,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Input input(data, size);
   switch (fuzz::take_octet(&input) % 3) {
     case 0:
-      open_file(fuzz::damaged(sound, input));
+      open_file(fuzz::damaged(sound, input), true);
       break;
     case 1:
-      open_file(fuzz::text_of(input));
+      open_file(fuzz::text_of(input), false);
       break;
     default:
       read_commit(input);

@@ -110,12 +110,14 @@ Status NodeStore::visit_content(std::int64_t id, const std::function<void(Planne
 
 Status NodeStore::read_content(std::int64_t id, const ContentReader& read) const {
   sqlite::Statement statement(database_.get(),
-                              "SELECT content.octets, owner FROM content JOIN log USING (id) WHERE id = ?");
+                              "SELECT content.octets, owner, content.checksum = row_checksum(id, "
+                              "content.octets) FROM content JOIN log USING (id) WHERE id = ?");
   statement.bind(1, id);
   const int code = statement.step();
   if (code != SQLITE_ROW && code != SQLITE_DONE) return fail("a commit cannot be read");
   const std::size_t owner = find_owner(statement.text(1));
-  if (code == SQLITE_ROW && owner != kNoOwner && read(owner, statement.blob(0))) return kStatusOk;
+  const bool is_sound = code == SQLITE_ROW && statement.integer(2) == 1;
+  if (is_sound && owner != kNoOwner && read(owner, statement.blob(0))) return kStatusOk;
   return report_unreadable(id);
 }
 

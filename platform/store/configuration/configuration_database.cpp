@@ -1,13 +1,15 @@
 // A rollback journal with full synchronization, because the configuration changes rarely and must not be
 // lost. The application id identifies our files, the version their format; both, and a check of the whole
 // file, precede any reading or writing. The values of version 1 (one per path) belonged to the owner of
-// clients' commits; version 2 did not have the order of notifications. A migration is one transaction.
+// clients' commits; version 2 did not have the order of notifications, version 3 no checksums. A migration is
+// one transaction.
 //
 // Tables. node: a value per owner and path; a number is an INTEGER, a text a TEXT, a tuple a BLOB of
 // little-endian 64-bit numbers, a node without a value a NULL; `told`, the same in all rows of a path,
 // increases with every commit that notifies its subscribers. log: the commits, with the number of nodes whose
 // effective value changed (0 for those that exist only until they are folded) and whether the rows of `node`
-// include it (folded). content: the changes of a commit, encoded by commit_codec.h. quarantine_commit and
+// include it (folded). content: the changes of a commit, encoded by commit_codec.h. Each row of
+// them has a checksum of its other columns (row_checksum.h). quarantine_commit and
 // quarantine_node exist once something was moved there (node_store.cpp).
 #include <cerrno>
 #include <cstdio>
@@ -24,38 +26,60 @@ namespace kvtree {
 namespace {
 
 constexpr int kApplicationId = 0x4d56434e;  // "MVCN"
-constexpr int kVersion = 3;
-static_assert(kApplicationId == 1297498958 && kVersion == 3);
+constexpr int kVersion = 4;
+static_assert(kApplicationId == 1297498958 && kVersion == 4);
 constexpr int kNewerVersion = SQLITE_SCHEMA;  // no statement of ours results in it
 
-#define MAKE_TABLES                                                                                      \
-  "CREATE TABLE node(path TEXT NOT NULL, owner TEXT NOT NULL, value, told INTEGER NOT NULL, PRIMARY "    \
-  "KEY(path, owner)) WITHOUT "                                                                           \
-  "ROWID; CREATE TABLE log(id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER NOT NULL, owner TEXT NOT " \
-  "NULL, comment TEXT NOT NULL, changes INTEGER NOT NULL, octets INTEGER NOT NULL, folded INTEGER NOT "  \
-  "NULL);"                                                                                               \
-  "CREATE TABLE content(id INTEGER PRIMARY KEY, octets BLOB NOT NULL);"
-#define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 3; COMMIT;"
+#define MAKE_TABLES                                                                                     \
+  "CREATE TABLE node(path TEXT NOT NULL, owner TEXT NOT NULL, value, told INTEGER NOT NULL, "           \
+  "checksum INTEGER NOT NULL, PRIMARY KEY(path, owner)) WITHOUT ROWID;"                                 \
+  "CREATE TABLE log(id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER NOT NULL, owner TEXT NOT "       \
+  "NULL, comment TEXT NOT NULL, changes INTEGER NOT NULL, octets INTEGER NOT NULL, folded INTEGER NOT " \
+  "NULL, checksum INTEGER NOT NULL);"                                                                   \
+  "CREATE TABLE content(id INTEGER PRIMARY KEY, octets BLOB NOT NULL, checksum INTEGER NOT NULL);"
+#define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 4; COMMIT;"
+#define NODE_CHECKSUM "row_checksum(path, owner, value, told)"
+#define LOG_COLUMNS "id, time, owner, comment, changes, octets, folded"
+#define ADD_CHECKSUMS                                                   \
+  "ALTER TABLE node ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;"    \
+  "ALTER TABLE log ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;"     \
+  "ALTER TABLE content ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;" \
+  "UPDATE node SET checksum = " NODE_CHECKSUM                           \
+  ";"                                                                   \
+  "UPDATE log SET checksum = row_checksum(" LOG_COLUMNS                 \
+  ");"                                                                  \
+  "UPDATE content SET checksum = row_checksum(id, octets);"
 constexpr char kMake[] = "BEGIN;" MAKE_TABLES SET_VERSION;
 constexpr char kMigrateFirst[] = "BEGIN; ALTER TABLE node RENAME TO former;" MAKE_TABLES;
 constexpr char kCopyFirst[] =
-    "INSERT INTO node(path, owner, value, told) SELECT path, ?, value, 0 FROM former";
+    "INSERT INTO node SELECT path, ?1, value, 0, row_checksum(path, ?1, value, 0) FROM former";
 constexpr char kFinishFirst[] = "DROP TABLE former;" SET_VERSION;
 constexpr char kMigrateSecond[] =
-    "BEGIN; ALTER TABLE node ADD COLUMN told INTEGER NOT NULL DEFAULT 0;" SET_VERSION;
+    "BEGIN; ALTER TABLE node ADD COLUMN told INTEGER NOT NULL DEFAULT 0;" ADD_CHECKSUMS SET_VERSION;
+constexpr char kMigrateThird[] = "BEGIN;" ADD_CHECKSUMS SET_VERSION;
 #undef MAKE_TABLES
 #undef SET_VERSION
+#undef ADD_CHECKSUMS
 
-constexpr char kProbe[] =
-    "SELECT node.path, node.owner, node.value, node.told, log.id, log.time, log.owner, log.comment, "
-    "log.changes, "
-    "log.octets, log.folded, content.id, content.octets FROM node, log, content";
+#define PROBE_NODE_AND_LOG                                                                          \
+  "SELECT node.path, node.owner, node.value, node.told, log.id, log.time, log.owner, log.comment, " \
+  "log.changes, log.octets, log.folded, content.id, content.octets"
+// By version.
+constexpr const char* kProbes[] = {"SELECT path, value FROM node", "SELECT path, owner, value FROM node",
+                                   PROBE_NODE_AND_LOG " FROM node, log, content",
+                                   PROBE_NODE_AND_LOG
+                                   ", node.checksum, log.checksum, content.checksum FROM node, log, content"};
+static_assert(std::size(kProbes) == kVersion);
+#undef PROBE_NODE_AND_LOG
 // `told` starts with an id (node_store.cpp).
 constexpr sqlite::Sequence kCommitIds = {
-    "log", (std::int64_t{1} << 42) - 1,
-    "SELECT max((SELECT coalesce(max(id), 0) FROM log), (SELECT coalesce(max(told), 0) >> 20 FROM node))"};
-constexpr char kFirstProbe[] = "SELECT path, value FROM node";
-constexpr char kSecondProbe[] = "SELECT path, owner, value FROM node";
+    "log", kMaxCommitId,
+    "SELECT max((SELECT coalesce(max(id), 0) FROM log WHERE checksum = row_checksum(" LOG_COLUMNS
+    ")), (SELECT coalesce(max(told), 0) >> 20 FROM node WHERE checksum = " NODE_CHECKSUM "))"};
+
+bool has_tables(sqlite3* database, std::int64_t version) {
+  return bool(sqlite::Statement(database, kProbes[version - 1]));
+}
 
 int migrate_first(sqlite3* database) {
   if (const int code = sqlite::run(database, kMigrateFirst)) return code;
@@ -70,10 +94,10 @@ int migrate_first(sqlite3* database) {
 
 // A failure leaves an open transaction, which closing the database rolls back.
 int migrate(sqlite3* database, std::int64_t version) {
-  const bool is_first = version == 1;
-  if (!sqlite::Statement(database, is_first ? kFirstProbe : kSecondProbe)) return SQLITE_MISMATCH;
+  if (!has_tables(database, version)) return SQLITE_MISMATCH;
   if (fault_check("configuration_migrate") != kStatusOk) return SQLITE_IOERR;
-  return is_first ? migrate_first(database) : sqlite::run(database, kMigrateSecond);
+  if (version == 1) return migrate_first(database);
+  return sqlite::run(database, version == 2 ? kMigrateSecond : kMigrateThird);
 }
 
 // SQLITE_OK for an empty file and for a complete database of ours of a version that this release reads.
@@ -106,7 +130,7 @@ int complete(sqlite3* database, const sqlite::Identity& identity) {
   if (identity.version < kVersion) {
     if (const int code = migrate(database, identity.version)) return code;
   }
-  return sqlite::Statement(database, kProbe) ? correct_sequence(database) : SQLITE_MISMATCH;
+  return has_tables(database, kVersion) ? correct_sequence(database) : SQLITE_MISMATCH;
 }
 
 bool is_unusable(int code) {
@@ -121,23 +145,45 @@ int open_once(const std::string& file, sqlite::Connection* database, std::int64_
   if (const int code = sqlite::open(file, database)) return code;
   sqlite::Identity identity;
   const int code = check(database->get(), &identity);
-  *version = identity.version;
+  *version = identity.application == kApplicationId ? identity.version : 0;
   if (code != SQLITE_OK) return code;
   if (const int locked = sqlite::lock_for_this_process(database->get())) return locked;
   return complete(database->get(), identity);
 }
 
-constexpr sqlite::RowCopy kCopies[] = {
-    {"SELECT path, owner, value, told FROM node ORDER BY path, owner",
-     "SELECT path, owner, value, told FROM node ORDER BY path DESC, owner DESC",
-     "INSERT OR IGNORE INTO node(path, owner, value, told) VALUES (?, ?, ?, ?)"},
-    {"SELECT id, time, owner, comment, changes, octets, folded FROM log ORDER BY id",
-     "SELECT id, time, owner, comment, changes, octets, folded FROM log ORDER BY id DESC",
-     "INSERT OR IGNORE INTO log(id, time, owner, comment, changes, octets, folded) VALUES (?, ?, ?, ?, ?, ?, "
-     "?)"},
-    {"SELECT id, octets FROM content ORDER BY id", "SELECT id, octets FROM content ORDER BY id DESC",
-     "INSERT OR IGNORE INTO content(id, octets) VALUES (?, ?)"},
-};
+#define COPY_NODES(VALUES, CHECKSUM)                                                                   \
+  {                                                                                                    \
+    "SELECT path, owner, " VALUES ", " CHECKSUM " FROM node ORDER BY path, owner",                     \
+        "SELECT path, owner, " VALUES ", " CHECKSUM " FROM node ORDER BY path DESC, owner DESC",       \
+        "INSERT OR IGNORE INTO node SELECT ?1, ?2, ?3, ?4, ?5 WHERE ?5 = row_checksum(?1, ?2, ?3, ?4)" \
+  }
+#define COPY_LOG(CHECKSUM)                                                                                 \
+  {                                                                                                        \
+    "SELECT " LOG_COLUMNS ", " CHECKSUM " FROM log ORDER BY id",                                           \
+        "SELECT " LOG_COLUMNS ", " CHECKSUM " FROM log ORDER BY id DESC",                                  \
+        "INSERT OR IGNORE INTO log SELECT ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8 WHERE ?8 = row_checksum(?1, ?2, " \
+        "?3, "                                                                                             \
+        "?4, ?5, ?6, ?7)"                                                                                  \
+  }
+#define COPY_CONTENT(CHECKSUM)                                                            \
+  {                                                                                       \
+    "SELECT id, octets, " CHECKSUM " FROM content ORDER BY id",                           \
+        "SELECT id, octets, " CHECKSUM " FROM content ORDER BY id DESC",                  \
+        "INSERT OR IGNORE INTO content SELECT ?1, ?2, ?3 WHERE ?3 = row_checksum(?1, ?2)" \
+  }
+constexpr sqlite::RowCopy kCopies[] = {COPY_NODES("value, told", "checksum"), COPY_LOG("checksum"),
+                                       COPY_CONTENT("checksum")};
+constexpr sqlite::RowCopy kCopiesThird[] = {COPY_NODES("value, told", NODE_CHECKSUM),
+                                            COPY_LOG("row_checksum(" LOG_COLUMNS ")"),
+                                            COPY_CONTENT("row_checksum(id, octets)")};
+constexpr sqlite::RowCopy kCopiesSecond[] = {COPY_NODES("value, 0", "row_checksum(path, owner, value, 0)"),
+                                             COPY_LOG("row_checksum(" LOG_COLUMNS ")"),
+                                             COPY_CONTENT("row_checksum(id, octets)")};
+#undef COPY_NODES
+#undef COPY_LOG
+#undef COPY_CONTENT
+#undef NODE_CHECKSUM
+#undef LOG_COLUMNS
 // Ids of commits whose records are lost are not used again; `told` starts with an id (node_store.cpp).
 constexpr char kKeepIds[] =
     "DELETE FROM content WHERE id NOT IN (SELECT id FROM log);"
@@ -147,7 +193,9 @@ constexpr char kKeepIds[] =
     "UPDATE sqlite_sequence SET seq = max(seq, coalesce((SELECT max(told) >> 20 FROM node), 0)) + 1000 WHERE "
     "name = 'log'";
 
-constexpr sqlite::Salvage kSalvage = {kMake, kCopies, kKeepIds};
+// From the second version on.
+constexpr sqlite::Salvage kSalvage[] = {
+    {kMake, kCopiesSecond, kKeepIds}, {kMake, kCopiesThird, kKeepIds}, {kMake, kCopies, kKeepIds}};
 
 Status fail(const std::string& what, const char* why, Status status = kStatusIo) {
   log_error("configuration", "%s: %s", what.c_str(), why);
@@ -175,7 +223,8 @@ Status open_configuration(const std::string& directory, sqlite::Connection* data
   if (is_unusable(code)) {
     database->reset();
     std::size_t rows = 0;
-    if (version == kVersion && !sqlite::salvage(file, kSalvage, &rows))
+    const bool is_ours = version > 1 && version <= kVersion;
+    if (is_ours && !sqlite::salvage(file, kSalvage[version - 2], &rows))
       return fail(file + " is damaged", (file + ".salvaged cannot be written").c_str());
     if (rows == 0) sqlite::remove_salvaged(file);
     const std::string aside = sqlite::set_aside(file);

@@ -26,6 +26,9 @@ constexpr char kMakeQuarantine[] =
     "CREATE TABLE IF NOT EXISTS quarantine_commit(id, time, owner, comment, changes, octets);"
     "CREATE TABLE IF NOT EXISTS quarantine_node(path, owner, value, told)";
 
+#define NODE_CHECKSUM "row_checksum(path, owner, value, told)"
+#define LOG_CHECKSUM "row_checksum(id, time, owner, comment, changes, octets, folded)"
+
 void bind_tuple(sqlite::Statement& statement, int place, const std::vector<std::int64_t>& tuple,
                 wire::Octets* octets) {
   for (const std::int64_t number : tuple) wire::Writer(octets).u64(static_cast<std::uint64_t>(number));
@@ -100,6 +103,7 @@ Status NodeStore::open_in_memory(std::shared_ptr<NodeStore>* store) {
 
 Status NodeStore::start(sqlite::Connection database, std::shared_ptr<NodeStore>* store) {
   const std::shared_ptr<NodeStore> made(new NodeStore(std::move(database)));
+  if (const Status status = made->quarantine_damaged_commits()) return status;
   if (const Status status = made->fold_all()) return status;
   if (const Status status = made->read_size()) return status;
   *store = made;
@@ -132,7 +136,8 @@ Status NodeStore::fold_all() {
   for (const Commit& commit : commits) {
     SharedPlan plan;
     if (read_plan(commit.id, commit.owner, &plan) != kStatusOk) {
-      if (const Status status = quarantine_commit(commit.id, commit.changes)) return status;
+      const std::string lost = "its " + std::to_string(commit.changes) + " changes have no effect";
+      if (const Status status = quarantine_commit(commit.id, lost.c_str())) return status;
       continue;
     }
     unfolded_.push_back({commit.id, std::move(plan)});
@@ -156,11 +161,16 @@ Status NodeStore::read_plan(std::int64_t id, std::string_view owner, SharedPlan*
 
 Status NodeStore::for_each(const Visitor& visit) {
   if (const Status status = fault_check("configuration_read")) return status;
-  sqlite::Statement statement(database_.get(),
-                              "SELECT owner, path, value, told FROM node ORDER BY path, owner");
+  sqlite::Statement statement(database_.get(), "SELECT owner, path, value, told, checksum = " NODE_CHECKSUM
+                                               " FROM node ORDER BY path, owner");
   int code = SQLITE_ROW;
   std::vector<std::pair<std::string, std::string>> invalid;
+  std::string damaged;
   while ((code = statement.step()) == SQLITE_ROW) {
+    if (statement.integer(4) == 0) {
+      if (damaged.empty()) damaged = statement.text(1);
+      continue;
+    }
     KvValue value;
     const bool is_valid =
         column_value(statement, 2, &value) && visit(statement.text(0), statement.text(1), std::move(value),
@@ -169,6 +179,7 @@ Status NodeStore::for_each(const Visitor& visit) {
   }
   if (code != SQLITE_DONE) return fail("the nodes cannot be read");
   statement.reset();
+  if (!damaged.empty()) quarantine_damaged_rows(damaged);
   for (const auto& [path, owner] : invalid) quarantine_row(path, owner);
   return kStatusOk;
 }
@@ -176,7 +187,7 @@ Status NodeStore::for_each(const Visitor& visit) {
 // --- Quarantine: what cannot be used is moved to tables that nothing else reads
 
 // A failure fails the start: at the next one the commit would follow those that were made after it.
-Status NodeStore::quarantine_commit(std::int64_t id, std::int64_t changes) {
+Status NodeStore::quarantine_commit(std::int64_t id, const char* consequence) {
   const auto move = [this, id] {
     sqlite::Statement copy(database_.get(),
                            "INSERT INTO quarantine_commit SELECT log.id, time, owner, comment, changes, "
@@ -186,10 +197,53 @@ Status NodeStore::quarantine_commit(std::int64_t id, std::int64_t changes) {
   };
   if (!quarantine(move)) return fail_quarantine("a commit that cannot be read");
   log_error("configuration",
-            "commit %lld cannot be read and is stored in the table quarantine_commit of the database: its "
-            "%lld changes have no effect",
-            static_cast<long long>(id), static_cast<long long>(changes));
+            "commit %lld cannot be read and is stored in the table quarantine_commit of the database: %s",
+            static_cast<long long>(id), consequence);
   return kStatusOk;
+}
+
+// Whether such a commit was folded is unknown.
+Status NodeStore::quarantine_damaged_commits() {
+  sqlite::Statement statement(
+      database_.get(), "SELECT id FROM log WHERE checksum <> " LOG_CHECKSUM " OR id NOT BETWEEN 1 AND ?");
+  statement.bind(1, kMaxCommitId);
+  std::vector<std::int64_t> damaged;
+  int code = SQLITE_ROW;
+  while ((code = statement.step()) == SQLITE_ROW) damaged.push_back(statement.integer(0));
+  if (code != SQLITE_DONE) return fail("the commits cannot be read");
+  statement.reset();
+  for (const std::int64_t id : damaged) {
+    if (const Status status = quarantine_commit(id, "its changes have no effect unless the nodes have them"))
+      return status;
+  }
+  const auto move_their_contents = [this] {
+    return execute(
+        "INSERT INTO quarantine_commit SELECT id, NULL, NULL, NULL, NULL, octets FROM content WHERE id "
+        "NOT IN (SELECT id FROM log); DELETE FROM content WHERE id NOT IN (SELECT id FROM log)");
+  };
+  const bool is_moved = damaged.empty() || quarantine(move_their_contents);
+  return is_moved ? kStatusOk : fail_quarantine("the contents of a damaged commit");
+}
+
+// After a failure the rows remain where they are, without an effect, and are found again at the next start.
+void NodeStore::quarantine_damaged_rows(const std::string& first) {
+  int rows = 0;
+  const auto move = [this, &rows] {
+    if (!execute("INSERT INTO quarantine_node SELECT path, owner, value, told FROM node WHERE checksum "
+                 "<> " NODE_CHECKSUM))
+      return false;
+    rows = sqlite3_changes(database_.get());
+    return execute("DELETE FROM node WHERE checksum <> " NODE_CHECKSUM);
+  };
+  if (!quarantine(move)) {
+    static_cast<void>(fail_quarantine("a damaged row"));
+    return;
+  }
+  log_error(
+      "configuration",
+      "%d rows of nodes are damaged, the first is %s: they are stored in the table quarantine_node of the "
+      "database and have no effect",
+      rows, first.c_str());
 }
 
 // After a failure the row remains where it is, without an effect, and is found again at the next start.
@@ -268,9 +322,9 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
                           Size* size) {
   wire::Octets octets;
   write_commit(plan, &octets);
-  sqlite::Statement log(
-      database_.get(),
-      "INSERT INTO log(time, owner, comment, changes, octets, folded) VALUES (?, ?, ?, ?, ?, ?)");
+  sqlite::Statement log(database_.get(),
+                        "INSERT INTO log(time, owner, comment, changes, octets, folded, checksum) VALUES (?, "
+                        "?, ?, ?, ?, ?, 0)");
   log.bind(1, static_cast<std::int64_t>(head.time));
   log.bind_text(2, owner_name(plan.owner));
   log.bind_text(3, head.comment);
@@ -279,7 +333,10 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
   log.bind(6, folded ? 1 : 0);
   if (!run(log)) return false;
   *id = sqlite3_last_insert_rowid(database_.get());
-  sqlite::Statement content(database_.get(), "INSERT INTO content(id, octets) VALUES (?, ?)");
+  sqlite::Statement sign(database_.get(), "UPDATE log SET checksum = " LOG_CHECKSUM " WHERE id = ?");
+  sign.bind(1, *id);
+  if (!run(sign)) return false;
+  sqlite::Statement content(database_.get(), "INSERT INTO content VALUES (?1, ?2, row_checksum(?1, ?2))");
   content.bind(1, *id);
   content.bind_octets(2, octets);
   if (plan.effective_changes > 0) {
@@ -292,19 +349,24 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
 struct NodeStore::RowStatements {
   sqlite::Statement put;
   sqlite::Statement erase;
+  sqlite::Statement find;
   sqlite::Statement notify;
 };
 
 bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t first, std::size_t end) {
   RowStatements statements{
-      sqlite::Statement(database_.get(),
-                        "INSERT INTO node(path, owner, value, told) "
-                        "VALUES (?1, ?2, ?3, coalesce((SELECT max(told) FROM node WHERE path = ?1), 0)) "
-                        "ON CONFLICT DO UPDATE SET value = excluded.value"),
+      sqlite::Statement(
+          database_.get(),
+          "INSERT INTO node VALUES (?1, ?2, ?3, ?4, row_checksum(?1, ?2, ?3, ?4)) ON CONFLICT DO "
+          "UPDATE SET value = excluded.value, told = excluded.told, checksum = excluded.checksum"),
       sqlite::Statement(database_.get(), "DELETE FROM node WHERE path = ? AND owner = ?"),
-      sqlite::Statement(database_.get(), "UPDATE node SET told = ? WHERE path = ?")};
+      sqlite::Statement(database_.get(), "SELECT coalesce(max(told), 0) FROM node WHERE path = ?"),
+      sqlite::Statement(
+          database_.get(),
+          "UPDATE node SET told = ?1, checksum = row_checksum(path, owner, value, ?1) WHERE path = "
+          "?2 AND owner <> ?3 AND checksum = " NODE_CHECKSUM)};
   for (std::size_t i = first; i < end; ++i) {
-    const std::int64_t notified = (id << kPlaceBits) + static_cast<std::int64_t>(std::min(i, kLastPlace));
+    const std::int64_t notified = (id << kPlaceBits) + static_cast<std::int64_t>(i);
     if (!write_row(statements, owner_name(plan.owner), plan.changes[i], notified)) return false;
   }
   return true;
@@ -313,18 +375,37 @@ bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t 
 // Every owner's row has the number of the last notification: any owner may withdraw its value unnoticed.
 bool NodeStore::write_row(RowStatements& statements, std::string_view owner, const PlannedChange& change,
                           std::int64_t notified) {
+  const bool notifies = change.is_effective && change.after != nullptr;
+  if (!notifies && change.value != nullptr && !find_notified(statements, change.path, &notified))
+    return false;
   sqlite::Statement& statement = change.value == nullptr ? statements.erase : statements.put;
   wire::Octets octets;
   statement.reset();
   statement.bind_text(1, change.path);
   statement.bind_text(2, owner);
-  if (change.value != nullptr) bind_value(statement, 3, *change.value, &octets);
+  if (change.value != nullptr) {
+    bind_value(statement, 3, *change.value, &octets);
+    statement.bind(4, notified);
+  }
   if (!run(statement)) return false;
-  if (!change.is_effective || change.after == nullptr) return true;
+  if (!notifies) return true;
   statements.notify.reset();
   statements.notify.bind(1, notified);
   statements.notify.bind_text(2, change.path);
+  statements.notify.bind_text(3, owner);
   return run(statements.notify);
+}
+
+bool NodeStore::find_notified(RowStatements& statements, std::string_view path, std::int64_t* notified) {
+  statements.find.reset();
+  statements.find.bind_text(1, path);
+  if (statements.find.step() != SQLITE_ROW) {
+    write_error_ = sqlite3_errmsg(database_.get());
+    return false;
+  }
+  *notified = statements.find.integer(0);
+  statements.find.reset();
+  return true;
 }
 
 // Removes the oldest commits beyond the limits; a commit that is not folded is still needed.
@@ -396,7 +477,9 @@ void NodeStore::report_fold_failure(const char* why) {
 // The record of a commit without effective changes was needed for its rows only.
 bool NodeStore::finish_fold(const Unfolded& unfolded) {
   if (unfolded.plan->effective_changes == 0) return forget(unfolded.id);
-  sqlite::Statement statement(database_.get(), "UPDATE log SET folded = 1 WHERE id = ?");
+  sqlite::Statement statement(database_.get(),
+                              "UPDATE log SET folded = 1, checksum = row_checksum(id, time, owner, comment, "
+                              "changes, octets, 1) WHERE id = ? AND checksum = " LOG_CHECKSUM);
   statement.bind(1, unfolded.id);
   return run(statement);
 }
@@ -426,5 +509,8 @@ Status NodeStore::fail(const char* what) const {
   log_error("configuration", "%s: %s", what, sqlite3_errmsg(database_.get()));
   return kStatusIo;
 }
+
+#undef NODE_CHECKSUM
+#undef LOG_CHECKSUM
 
 }  // namespace kvtree

@@ -31,6 +31,9 @@ namespace kvtree {
 // A database in memory, which exists while it is open. Fault point "configuration_open".
 [[nodiscard]] Status open_configuration_in_memory(sqlite::Connection* database);
 
+// An id is the upper part of the number of a notification (node_store.cpp).
+inline constexpr std::int64_t kMaxCommitId = (std::int64_t{1} << 42) - 1;
+
 struct CommitHead {
   std::uint64_t time = 0;  // nanoseconds since 1970
   std::string_view comment;
@@ -45,8 +48,8 @@ class NodeStore {
   NodeStore& operator=(const NodeStore&) = delete;
 
   // The folded values, in the order of the paths. `notified` is the number of the last notification of the
-  // path, the same for all its owners: later is larger. A row whose value cannot be one, or for which the
-  // visitor returns false, is quarantined. Fault point "configuration_read".
+  // path, the same for all its owners: later is larger. A row whose checksum differs, whose value cannot be
+  // one, or for which the visitor returns false, is quarantined. Fault point "configuration_read".
   using Visitor = std::function<bool(std::string_view owner, std::string_view path, KvValue value,
                                      std::uint64_t notified)>;
   [[nodiscard]] Status for_each(const Visitor& visit);
@@ -89,7 +92,9 @@ class NodeStore {
   Status read_size();
   Status fold_all();
   Status read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const;
-  Status quarantine_commit(std::int64_t id, std::int64_t changes);
+  Status quarantine_commit(std::int64_t id, const char* consequence);
+  Status quarantine_damaged_commits();
+  void quarantine_damaged_rows(const std::string& first);
   void quarantine_row(const std::string& path, const std::string& owner);
   bool quarantine(const std::function<bool()>& move);
   Status fail_quarantine(const char* what) const;
@@ -112,6 +117,7 @@ class NodeStore {
   struct RowStatements;
   bool write_row(RowStatements& statements, std::string_view owner, const PlannedChange& change,
                  std::int64_t notified);
+  bool find_notified(RowStatements& statements, std::string_view path, std::int64_t* notified);
   bool fold_batch(const Unfolded& unfolded, std::size_t end);
   bool finish_fold(const Unfolded& unfolded);
   void report_fold_failure(const char* why);

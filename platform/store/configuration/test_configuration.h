@@ -139,6 +139,13 @@ class ConfigTest : public StoreTest {
     if (kvtree::store().node_store == nullptr) return ExecuteOn(File(), sql);
     kvtree::NodeStoreInTests::Execute(kvtree::store().node_store, sql);
   }
+  // The damage is not visible in the checksums, as if the process itself had written it.
+  void ExecuteWithChecksums(const std::string& sql) const {
+    Execute(sql +
+            "; UPDATE node SET checksum = row_checksum(path, owner, value, told);"
+            "UPDATE log SET checksum = row_checksum(id, time, owner, comment, changes, octets, folded);"
+            "UPDATE content SET checksum = row_checksum(id, octets)");
+  }
   // Changes of so many nodes, "/cfg/many/000000" on.
   static std::vector<KvConfigChange> Many(std::size_t count, const std::string& text) {
     std::vector<KvConfigChange> changes;
