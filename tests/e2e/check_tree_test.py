@@ -86,6 +86,15 @@ class Documents(unittest.TestCase):
         self.assertEqual([error.split(" ")[-1] for error in errors], ["Other.Test", "LinkThatIsDownRaisesDown"])
 
 
+    def test_commands_and_constants_that_do_not_exist_are_reported(self):
+        text = ("`scripts/soak 6` `./scripts/test` `ROUTER=kernel ./scripts/demo` `ctest -R kernel_soak` `wire::kMost` `kernel` "
+                "`scripts/sock 6` `CHURN=1 scripts/chrn` `ctest -L e2e -R kernel_sock --verbose` `kLeast`")
+        errors = check_tree.missing_commands("docs/b.md", text, {"scripts/soak", "scripts/test", "scripts/demo"},
+                                             "add_test(NAME kernel_soak_8)", {"kMost"})
+        self.assertEqual([error.split(" no ")[1] for error in errors],
+                         ["scripts/sock", "scripts/chrn", "test kernel_sock for ctest", "constant kLeast"])
+
+
 class Subjects(unittest.TestCase):
     """Against a repository of their own."""
 

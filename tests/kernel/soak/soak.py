@@ -46,6 +46,10 @@ class SoakSystem(System):
         super().__init__(source="kernel", frr="false")
         self.sink = sink
 
+    def snmpd_settings(self):
+        """Without the log of the latest 1000 notifications, for which snmpd needs 12 MB."""
+        return super().snmpd_settings() + "doNotRetainNotificationLogs yes\n"
+
     def trap_sink(self):
         return f"trap2sink 127.0.0.1:{self.sink.port} public\n"
 
