@@ -1,10 +1,12 @@
-// "show status": the daemon's process and the clients of its data store.
+// "show status": the daemon's process, and the clients of its two sockets.
 #include <fmt/format.h>
+#include <fmt/ostream.h>
 #include <pwd.h>
 
 #include <array>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "cli/commands.h"
 #include "cli/output/columns.h"
@@ -13,6 +15,7 @@
 #include "cli/output/record.h"
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
+#include "platform/core/debug/debug_client.h"
 #include "platform/store/status/records.h"
 
 namespace cli {
@@ -64,6 +67,54 @@ std::string iterations_text(const ProcessStatus& status) {
                      local_time_text(status.longest_iteration_time));
 }
 
+// The clients of the debug socket, or why they are unknown. The thread that serves it knows them, and it is
+// asked on its own socket.
+struct DebugClients {
+  Status status = kStatusOk;
+  std::vector<DebugPeer> peers;
+};
+
+DebugClients ask_debug_socket() {
+  DebugClients clients;
+  DebugClient socket(DebugClient::default_socket());
+  clients.status = socket.connect();
+  if (clients.status == kStatusOk) clients.status = socket.clients(&clients.peers);
+  return clients;
+}
+
+// Borrows the role.
+ClientStatus as_status(const DebugPeer& peer) {
+  return {peer.id,
+          peer.user,
+          peer.process,
+          const_cast<char*>(peer.role.c_str()),
+          peer.age,
+          peer.requests,
+          peer.requests_per_second,
+          peer.loop_milliseconds,
+          peer.queued};
+}
+
+void print_text(const Session& session, const DebugClients& clients) {
+  if (clients.status != kStatusOk) {
+    fmt::print(session.out, "\nclients of the debug socket: unknown ({})\n", err_text(clients.status));
+    return;
+  }
+  session.out << "\nclients of the debug socket:\n";
+  RowWriter<ClientStatus> writer(session, kClientColumns);
+  for (const DebugPeer& peer : clients.peers) writer.add(as_status(peer));
+  writer.end();
+}
+
+// Null if they are unknown.
+Json json_of(const DebugClients& clients) {
+  if (clients.status != kStatusOk) return nullptr;
+  Json all = Json::array();
+  for (const DebugPeer& peer : clients.peers)
+    all.push_back(row_json<ClientStatus>(kClientColumns, as_status(peer)));
+  return all;
+}
+
 void print_text(const Session& session, const ProcessStatus& status) {
   Details details(session.out, 0, 28);
   details.line("version", text_or_dash(status.version));
@@ -76,7 +127,7 @@ void print_text(const Session& session, const ProcessStatus& status) {
   writer.end();
 }
 
-void print_json(const Session& session, const ProcessStatus& status) {
+void print_json(const Session& session, const ProcessStatus& status, const DebugClients& debug) {
   Json clients = Json::array();
   for (const ClientStatus& client : clients_of(status))
     clients.push_back(row_json<ClientStatus>(kClientColumns, client));
@@ -86,7 +137,8 @@ void print_json(const Session& session, const ProcessStatus& status) {
                             {"longIterations", status.long_iterations},
                             {"longestIteration", status.longest_iteration},
                             {"longestIterationTime", status.longest_iteration_time},
-                            {"clients", clients}})
+                            {"clients", clients},
+                            {"debugClients", json_of(debug)}})
               << '\n';
 }
 
@@ -97,7 +149,13 @@ void show_status(const Session& session) {
   const kvtree::GetResult result = connect_to_daemon(session)->get(path);
   if (result.status) throw request_failure(session, path, result.status);
   const Record<ProcessStatus> status(session, path, process_status::kProcessStatusParcel, result.record);
-  session.json ? print_json(session, *status) : print_text(session, *status);
+  const DebugClients debug = ask_debug_socket();
+  if (session.json) {
+    print_json(session, *status, debug);
+  } else {
+    print_text(session, *status);
+    print_text(session, debug);
+  }
 }
 
 }  // namespace cli

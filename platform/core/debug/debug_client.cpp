@@ -38,6 +38,20 @@ bool read_flags(wire::Reader* in, std::vector<DebugFlagState>* flags) {
   return in->finished();
 }
 
+bool read_peers(wire::Reader* in, std::vector<DebugPeer>* peers) {
+  for (std::uint32_t count = in->u32(); in->ok() && count != 0; --count) {
+    DebugPeer peer;
+    for (std::uint32_t* number : {&peer.id, &peer.user, &peer.process}) *number = in->u32();
+    peer.role = in->text();
+    for (std::uint32_t* number :
+         {&peer.age, &peer.requests, &peer.requests_per_second, &peer.loop_milliseconds, &peer.queued}) {
+      *number = in->u32();
+    }
+    if (in->ok()) peers->push_back(std::move(peer));
+  }
+  return in->finished();
+}
+
 }  // namespace
 
 DebugClient::DebugClient(std::string socket_path, std::chrono::milliseconds timeout)
@@ -53,14 +67,24 @@ Status DebugClient::connect() {
   return socket_.connect(socket_path_, timeout_);
 }
 
-Status DebugClient::list(std::vector<DebugFlagState>* flags) {
-  socket_.begin(kTypeList, ++request_);
+template <typename Item>
+Status DebugClient::ask_for(std::uint16_t type, bool (*read)(wire::Reader*, std::vector<Item>*),
+                            std::vector<Item>* items) {
+  socket_.begin(type, ++request_);
   wire::Message answer;
-  if (Status s = exchange(kTypeList, &answer)) return s;
+  if (Status s = exchange(type, &answer)) return s;
   wire::Reader in(answer.payload);
   if (Status s = in.u32()) return s;
-  flags->clear();
-  return read_flags(&in, flags) ? kStatusOk : fail(kStatusBadMessage);
+  items->clear();
+  return read(&in, items) ? kStatusOk : fail(kStatusBadMessage);
+}
+
+Status DebugClient::list(std::vector<DebugFlagState>* flags) {
+  return ask_for(kTypeList, read_flags, flags);
+}
+
+Status DebugClient::clients(std::vector<DebugPeer>* peers) {
+  return ask_for(kTypeClients, read_peers, peers);
 }
 
 Status DebugClient::set(std::string_view name, bool on) {

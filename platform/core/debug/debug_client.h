@@ -24,6 +24,19 @@ struct DebugFlagState {
   bool on = false;
 };
 
+// A client of the debug socket, as the summary of its server (wire/client_summary.h) has it.
+struct DebugPeer {
+  std::uint32_t id = 0;
+  std::uint32_t user = 0;
+  std::uint32_t process = 0;
+  std::string role;
+  std::uint32_t age = 0;
+  std::uint32_t requests = 0;
+  std::uint32_t requests_per_second = 0;
+  std::uint32_t loop_milliseconds = 0;
+  std::uint32_t queued = 0;
+};
+
 struct DebugLine {
   std::string flag;  // command name of the flag that the print belongs to
   std::string text;  // without the line break
@@ -52,6 +65,8 @@ class DebugClient {
   // Switches one flag by its command name, or every flag ("all"). kStatusNoSuchRow for an unknown name,
   // kStatusAccess for a peer that may only read.
   [[nodiscard]] Status set(std::string_view name, bool on);
+  // The clients of the socket, this one included.
+  [[nodiscard]] Status clients(std::vector<DebugPeer>* peers);
   // From now on prints are sent to this connection. Repeated calls have no effect.
   [[nodiscard]] Status watch();
   // The next print. kStatusTimedOut if none arrived in time, with the connection still open; kStatusInvalid
@@ -62,6 +77,10 @@ class DebugClient {
   // Sends the written request and receives its answer into *answer; prints that arrive before it are queued.
   Status exchange(std::uint16_t type, wire::Message* answer);
   Status status_answer(std::uint16_t type);
+  // A request without contents; replaces the items by those of the answer.
+  template <typename Item>
+  Status ask_for(std::uint16_t type, bool (*read)(wire::Reader*, std::vector<Item>*),
+                 std::vector<Item>* items);
   bool queue_print(const wire::Message& message);
   Status fail(Status status);
 

@@ -4,6 +4,7 @@
 //   list   -                        status, count, then name space, command name and 0 or 1 of each flag
 //   set    command name, 0 or 1     status
 //   watch  -                        status
+//   clients  -                      status, count, then the summary of each client of this socket
 // Notification to a watcher: print (request 0): prints dropped before this one (64 bits), command name, text.
 // A print with an empty command name reports dropped prints alone.
 #pragma once
@@ -17,6 +18,7 @@ inline constexpr std::uint16_t kTypeList = 1;
 inline constexpr std::uint16_t kTypeSet = 2;
 inline constexpr std::uint16_t kTypeWatch = 3;
 inline constexpr std::uint16_t kTypePrint = 4;
+inline constexpr std::uint16_t kTypeClients = 5;
 
 inline constexpr std::size_t kMaxRequest = 4U << 10;       // octets
 inline constexpr std::size_t kMaxMessage = 1U << 20;       // octets of an answer or print

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/core/base/clock.h"
+#include "platform/core/wire/client_summary.h"
 
 namespace debug_detail {
 namespace {
@@ -41,6 +42,15 @@ void send_print(wire::Connection& client, std::uint64_t dropped, std::string_vie
   out.text(flag);
   out.text(text);
   client.finish();
+}
+
+void write_summary(wire::Writer* out, const wire::ClientSummary& summary) {
+  for (const std::uint32_t number : {summary.id, summary.user, summary.process}) out->u32(number);
+  out->text(summary.role);
+  for (const std::uint32_t number : {summary.age, summary.requests, summary.requests_per_second,
+                                     summary.loop_milliseconds, summary.queued}) {
+    out->u32(number);
+  }
 }
 
 wire::Limits limits() {
@@ -95,6 +105,8 @@ bool Service::on_message(wire::Connection& client, const wire::Message& message)
     answer_status(client, message, kStatusAccess);
   } else if (message.type == kTypeList) {
     answer_list(client, message.request);
+  } else if (message.type == kTypeClients) {
+    answer_clients(client, message.request);
   } else if (message.type == kTypeWatch) {
     if (watchers_.emplace(client.id(), 0).second) ++watcher_count_;
     answer_status(client, message, kStatusOk);
@@ -114,6 +126,16 @@ void Service::answer_list(wire::Connection& client, std::uint32_t request) {
     out.text(flag.name);
     out.u8(flag.on ? 1 : 0);
   }
+  client.finish();
+}
+
+void Service::answer_clients(wire::Connection& client, std::uint32_t request) {
+  std::vector<wire::ClientSummary> all;  // before the answer is queued for one of them
+  server_->for_each([&all](const wire::Connection& each) { all.push_back(wire::summarize(each)); });
+  wire::Writer out = client.begin(kTypeClients, request);
+  out.u32(kStatusOk);
+  out.u32(static_cast<std::uint32_t>(all.size()));
+  for (const wire::ClientSummary& each : all) write_summary(&out, each);
   client.finish();
 }
 

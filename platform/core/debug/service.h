@@ -50,6 +50,7 @@ class Service : public std::enable_shared_from_this<Service> {
   void stop();
   bool on_message(wire::Connection& client, const wire::Message& message);
   void answer_list(wire::Connection& client, std::uint32_t request);
+  void answer_clients(wire::Connection& client, std::uint32_t request);
   void deliver();
   void deliver_to(wire::Connection& client, std::uint64_t& dropped, const Print& print);
   void report_dropped();

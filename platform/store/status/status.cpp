@@ -1,14 +1,13 @@
 #include "platform/store/status/status.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <limits>
 #include <memory>
 #include <utility>
 #include <vector>
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
+#include "platform/core/wire/client_summary.h"
 #include "platform/store/server/server.h"
 #include "platform/store/status/records.h"
 
@@ -28,10 +27,7 @@ std::unique_ptr<Provided>& provided() {
   return *instance;
 }
 
-std::uint32_t saturated(std::uint64_t number) {
-  return static_cast<std::uint32_t>(
-      std::min<std::uint64_t>(number, std::numeric_limits<std::uint32_t>::max()));
-}
+using wire::saturated;
 
 std::uint32_t seconds_since(std::uint64_t time) {
   return saturated((clock_monotonic() - time) / kNanosecondsPerSecond);
@@ -39,16 +35,16 @@ std::uint32_t seconds_since(std::uint64_t time) {
 
 // Borrows the role's name, which is constant.
 ClientStatus status_of(const wire::Connection& client) {
-  const wire::Statistics statistics = client.statistics();
-  return {saturated(client.id()),
-          static_cast<std::uint32_t>(client.peer().uid),
-          static_cast<std::uint32_t>(client.peer().pid),
-          const_cast<char*>(wire::role_name(client.role())),
-          seconds_since(statistics.opened),
-          saturated(statistics.requests),
-          saturated(statistics.requests_per_second),
-          saturated(statistics.nanoseconds / kNanosecondsPerMillisecond),
-          saturated(client.queued())};
+  const wire::ClientSummary summary = wire::summarize(client);
+  return {summary.id,
+          summary.user,
+          summary.process,
+          const_cast<char*>(summary.role),
+          summary.age,
+          summary.requests,
+          summary.requests_per_second,
+          summary.loop_milliseconds,
+          summary.queued};
 }
 
 std::vector<ClientStatus> clients() {
