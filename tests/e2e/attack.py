@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """A large router whose daemon is attacked by one hostile program after the other, while a bystander reads from the daemon and a
 manager reads over SNMP. Started by itself it runs each attack for some seconds, prints a table of what the two waited, and ends
-with status 1 if a target is missed: attack.py [SECONDS [ATTACK...]]."""
+with status 1 if a target is missed: attack.py [--routes ROUTES] [SECONDS [ATTACK...]]."""
+import argparse
 import functools
 import multiprocessing
 import os
@@ -10,7 +11,7 @@ import time
 
 from hostile import ATTACKS, Bystander, Manager
 from snmp_client import SnmpClient
-from system import SCALARS, SLOW, VRF_ENTRY, System, name_index, oid_tuple
+from system import SCALARS, SLOW, VRF_ENTRY, System, name_index, oid_tuple, wait_until
 
 GROUP, ATTACKER, BYSTANDER = 61000, 61001, 61002  # of the socket; two users without other rights
 BYSTANDER_P99, MANAGER_P99 = 0.020, 0.050         # seconds
@@ -54,19 +55,26 @@ class Program:
 class Arena(System):
     """The system of a large router, whose sockets the two users may use."""
 
-    def __init__(self, vrfs=10000, interfaces_per_vrf=10, commit=50000):
-        super().__init__(f"generate: {{vrfs: {vrfs}, interfaces_per_vrf: {interfaces_per_vrf}}}\n")
+    def __init__(self, vrfs=10000, interfaces_per_vrf=10, commit=50000, routes=0):
+        super().__init__(f"generate: {{vrfs: {vrfs}, interfaces_per_vrf: {interfaces_per_vrf}, "
+                         f"routes_per_vrf: {routes // vrfs}}}\n")
         self.folder.chmod(0o711)
         run = self.folder / "run"
         os.chown(run, 0, GROUP)
         run.chmod(0o750)
         self.sockets = run / "dev.mpls.vpn.main", run / "dev.mpls.vpn.debug"
         self.commit = commit
+        self.last_vrf, self.routes_per_vrf = f"customer-{vrfs:05}", routes // vrfs
 
     def start(self):
         self.start_snmpd()
         self.start_programs()
+        wait_until("the routes of the last VRF", lambda: self.routes() == self.routes_per_vrf, 120)
         return self
+
+    def routes(self):
+        """Of the last VRF; routes are loaded in the order of the VRFs."""
+        return self.cli_json("show", "vrf", self.last_vrf)[0]["currNumRoutes"]
 
     def load_commit(self):
         """A large commit, for attacks on the history."""
@@ -149,10 +157,10 @@ def run(arena, attack, seconds, name):
     return not notes and bystander.quantile(0.99) <= BYSTANDER_P99 and manager.quantile(0.99) <= MANAGER_P99
 
 
-def main(seconds=10.0, names=()):
+def main(seconds=10.0, names=(), routes=0):
     """The first lines of the table are no attacks: what the machine allows, and what an administrator's commit costs."""
     attacks = [attack for attack in ATTACKS if not names or attack.__name__ in names]
-    with Arena() as arena:
+    with Arena(routes=routes) as arena:
         arena.start()
         print(TITLE, flush=True)
         run(arena, None, seconds, "none")
@@ -164,4 +172,9 @@ def main(seconds=10.0, names=()):
 
 
 if __name__ == "__main__":
-    sys.exit(main(float(sys.argv[1]) if len(sys.argv) > 1 else 10.0, sys.argv[2:]))
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--routes", type=int, default=0, help="over all VRFs")
+    parser.add_argument("seconds", type=float, nargs="?", default=10.0)
+    parser.add_argument("attacks", nargs="*")
+    options = parser.parse_args()
+    sys.exit(main(options.seconds, options.attacks, options.routes))

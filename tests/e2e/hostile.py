@@ -170,6 +170,15 @@ class WholeTables(Hostile):
                                          rows(WALK, "vrf-next/customer-00001")))
 
 
+class NextRoutes(Hostile):
+    """The first route of all VRFs, and the routes that follow it. Without routes each request looks at every VRF."""
+    connections = 8
+
+    def input(self):
+        first = "route-next/customer-00001/1/0/1/0/0"
+        return itertools.repeat(repeated(get(first), rows(WALK, first)))
+
+
 class HistoryPages(Hostile):
     """One change per page of the largest commit."""
     connections = 4
@@ -286,7 +295,7 @@ class MalformedFrames(Hostile):
         yield repeated(get("scalars"))[:4000] + random.choice(broken)
 
 
-ATTACKS = (PipelinedScalars, PipelinedScalarsEverywhere, FilteredLists, WholeTables, HistoryPages, HalfHeaders,
+ATTACKS = (PipelinedScalars, PipelinedScalarsEverywhere, FilteredLists, WholeTables, NextRoutes, HistoryPages, HalfHeaders,
            SilentDebugClients, DebugWatchers, SlowReaders, SlowSenders, SubscriptionFlood, ReconnectFlood, ForbiddenCommits,
            MalformedFrames)
 
