@@ -9,6 +9,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
 
 #include "platform/core/base/clock.h"
 
@@ -19,7 +22,8 @@ namespace {
 constexpr std::uint64_t kLifetime = 60 * kNanosecondsPerSecond;
 
 // A group that a setting names. Its id is remembered for a minute, a missing group too: the name service may
-// be on another host.
+// be on another host. It is then asked in the background, and what it said before counts until it answers, so
+// that one that is slow or does not work delays no client and takes no role away.
 class NamedGroup {
  public:
   NamedGroup(const char* variable, const char* fallback) : variable_(variable), fallback_(fallback) {}
@@ -28,6 +32,10 @@ class NamedGroup {
     const std::optional<gid_t> group = find();
     return group && (peer.gid == *group || std::ranges::find(peer.groups, *group) != peer.groups.end());
   }
+  void forget() {
+    const std::lock_guard lock(mutex_);
+    name_.clear();
+  }
 
  private:
   std::optional<gid_t> find() {
@@ -35,12 +43,29 @@ class NamedGroup {
     const std::string name = set != nullptr && *set != '\0' ? set : fallback_;
     const std::lock_guard lock(mutex_);
     const std::uint64_t now = clock_monotonic();
-    if (name != name_ || now - asked_at_ >= kLifetime) {
-      group_ = find_group(name);
+    if (name != name_) {
       name_ = name;
       asked_at_ = now;
+      group_.reset();
+      learn(find_group(name));
+    } else if (now - asked_at_ >= kLifetime && !asking_) {
+      asking_ = true;
+      asked_at_ = now;
+      run_in_background([this, name] { ask(name); });
     }
     return group_;
+  }
+
+  void ask(const std::string& name) {
+    const FoundGroup found = find_group(name);
+    const std::lock_guard lock(mutex_);
+    asking_ = false;
+    if (name == name_) learn(found);
+  }
+
+  void learn(const FoundGroup& found) {
+    if (found.status == kStatusOk) group_ = found.group;
+    if (found.status == kStatusNoSuchRow) group_.reset();
   }
 
   const char* variable_;
@@ -48,19 +73,42 @@ class NamedGroup {
   std::mutex mutex_;  // servers of several threads
   std::string name_;  // empty: never asked
   std::uint64_t asked_at_ = 0;
+  bool asking_ = false;
   std::optional<gid_t> group_;
 };
 
-std::optional<gid_t> ask_name_service(const std::string& name) {
+struct NamedGroups {
+  NamedGroup administrators{"MPLS_VPN_MIB_ADMIN_GROUP", "mpls_vpn_admin"};
+  NamedGroup agents{"MPLS_VPN_MIB_AGENT_GROUP", "mpls_vpn_agent"};
+};
+
+// Never destroyed: the name service may answer while the process ends.
+NamedGroups& named_groups() {
+  static auto& all = *new NamedGroups;
+  return all;
+}
+
+// POSIX has no error for a group that does not exist, but modules of the name service do.
+Status group_status(int error) {
+  const bool is_missing = error == 0 || error == ENOENT || error == ESRCH;
+  return is_missing ? kStatusNoSuchRow : static_cast<Status>(error);
+}
+
+FoundGroup ask_name_service(const std::string& name) {
   std::vector<char> buffer(1U << 14);
   group entry{};
   group* found = nullptr;
-  while (getgrnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found) == ERANGE &&
+  int error = 0;
+  while ((error = getgrnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE &&
          buffer.size() < 1U << 20) {
     buffer.resize(buffer.size() * 2);
   }
-  if (found == nullptr) return std::nullopt;
-  return found->gr_gid;
+  if (found == nullptr) return {group_status(error), 0};
+  return {kStatusOk, found->gr_gid};
+}
+
+void run_in_thread(std::function<void()> function) {
+  std::thread(std::move(function)).detach();
 }
 
 // The supplementary groups of the peer; empty if the kernel does not report them.
@@ -86,13 +134,17 @@ Peer read_peer(int fd) {
 }
 
 FindGroup find_group = &ask_name_service;
+RunInBackground run_in_background = &run_in_thread;
+
+void forget_groups() {
+  named_groups().administrators.forget();
+  named_groups().agents.forget();
+}
 
 Role peer_role(const Peer& peer) {
-  static NamedGroup administrators("MPLS_VPN_MIB_ADMIN_GROUP", "mpls_vpn_admin");
-  static NamedGroup agents("MPLS_VPN_MIB_AGENT_GROUP", "mpls_vpn_agent");
   if (peer.uid == 0 || peer.uid == geteuid()) return Role::kConfigure;
-  if (administrators.has(peer)) return Role::kConfigure;
-  return agents.has(peer) ? Role::kAgent : Role::kRead;
+  if (named_groups().administrators.has(peer)) return Role::kConfigure;
+  return named_groups().agents.has(peer) ? Role::kAgent : Role::kRead;
 }
 
 const char* role_name(Role role) {

@@ -4,9 +4,11 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <optional>
+#include <functional>
 #include <string>
 #include <vector>
+
+#include "platform/core/base/status.h"
 
 namespace wire {
 
@@ -31,14 +33,24 @@ Peer read_peer(int fd);
 
 // Administrators are the members of the group "mpls_vpn_admin", or of the one that MPLS_VPN_MIB_ADMIN_GROUP
 // names; agents those of "mpls_vpn_agent" or MPLS_VPN_MIB_AGENT_GROUP. A member of both is an administrator.
-// The name service is asked at most once a minute for each group, and not for root and the own user. Any
-// thread.
+// The name service is asked at the first call, then at most once a minute for each group in the background,
+// and not for root and the own user. Any thread.
 Role peer_role(const Peer& peer);
 
 const char* role_name(Role role);  // for users
 
-// Asks the name service for a group's id; none if the group does not exist. Tests replace it.
-using FindGroup = std::optional<gid_t> (*)(const std::string& name);
+// A group's id from the name service: kStatusNoSuchRow if the group does not exist, another status if the
+// name service fails. Tests replace it.
+struct FoundGroup {
+  Status status;
+  gid_t group;
+};
+using FindGroup = FoundGroup (*)(const std::string& name);
 extern FindGroup find_group;
+// The next look-up asks the name service again. For tests.
+void forget_groups();
+// Calls a function that may take long. Tests replace it.
+using RunInBackground = void (*)(std::function<void()> function);
+extern RunInBackground run_in_background;
 
 }  // namespace wire

@@ -87,28 +87,42 @@ TEST(PeerTest, KernelReportsTheGroupsOfAnotherUser) {
   unsetenv("MPLS_VPN_MIB_AGENT_GROUP");
 }
 
-// A name service with two groups, which counts its questions.
+// A name service with two groups, which counts its questions. In the background it answers when it is let.
 class Roles : public ::testing::Test {
  protected:
-  Roles() : former_(std::exchange(find_group, &Find)) { questions_ = 0; }
-  ~Roles() override { find_group = former_; }
+  Roles() : former_(std::exchange(find_group, &Find)), former_run_(std::exchange(run_in_background, &Later)) {
+    forget_groups();
+    static_cast<void>(peer_role({}));
+    questions_ = 0;
+  }
+  ~Roles() override {
+    find_group = former_;
+    run_in_background = former_run_;
+    forget_groups();
+  }
+  static void AnswerInBackground() {
+    for (const std::function<void()>& answer : std::exchange(later_, {})) answer();
+  }
   static Role RoleOf(gid_t gid, std::vector<gid_t> groups) {
     return peer_role({60001, gid, 0, std::move(groups)});
   }
 
   static inline unsigned questions_ = 0;
-  static inline bool answers_ = true;
-  static inline std::uint64_t start_ = 0;
-  ManualClock clock_{start_ += 3600 * kNanosecondsPerSecond};  // nothing is remembered
+  static inline Status status_ = kStatusOk;
+  static inline std::vector<std::function<void()>> later_;
+  ManualClock clock_{kNanosecondsPerSecond};
 
  private:
-  static std::optional<gid_t> Find(const std::string& name) {
+  static FoundGroup Find(const std::string& name) {
     ++questions_;
-    if (!answers_) return std::nullopt;
-    if (name == "mpls_vpn_admin") return 701;
-    return name == "mpls_vpn_agent" ? std::optional<gid_t>(702) : std::nullopt;
+    if (status_ != kStatusOk) return {status_, 0};
+    if (name == "mpls_vpn_admin") return {kStatusOk, 701};
+    if (name == "mpls_vpn_agent") return {kStatusOk, 702};
+    return {kStatusNoSuchRow, 0};
   }
+  static void Later(std::function<void()> function) { later_.push_back(std::move(function)); }
   FindGroup former_;
+  RunInBackground former_run_;
 };
 
 TEST_F(Roles, AreGivenByGroups) {
@@ -128,15 +142,39 @@ TEST_F(Roles, RootAndTheOwnUserNeedNoNameService) {
 
 TEST_F(Roles, NameServiceIsAskedOnceAMinuteForEachGroup) {
   for (int i = 0; i < 1000; ++i) EXPECT_EQ(RoleOf(60001, {702}), Role::kAgent);
+  EXPECT_EQ(questions_, 0U);
+  for (unsigned minute = 1; minute <= 3; ++minute) {
+    clock_.advance(60 * kNanosecondsPerSecond - 1);
+    EXPECT_EQ(RoleOf(60001, {}), Role::kRead);
+    EXPECT_EQ(questions_, 2 * (minute - 1));
+    clock_.advance(1);
+    for (int i = 0; i < 1000; ++i) EXPECT_EQ(RoleOf(60001, {702}), Role::kAgent);
+    AnswerInBackground();
+    EXPECT_EQ(questions_, 2 * minute);
+  }
+}
+
+TEST_F(Roles, AnswerOfTheNameServiceIsNotWaitedFor) {
+  clock_.advance(60 * kNanosecondsPerSecond);
+  status_ = kStatusNoSuchRow;
+  EXPECT_EQ(RoleOf(60001, {702}), Role::kAgent);
+  EXPECT_EQ(questions_, 0U);
+  clock_.advance(3600 * kNanosecondsPerSecond);
+  EXPECT_EQ(RoleOf(60001, {702}), Role::kAgent);
+  EXPECT_EQ(later_.size(), 2U) << "a question that is not answered is not repeated";
+  AnswerInBackground();
+  EXPECT_EQ(RoleOf(60001, {702}), Role::kRead);
+  status_ = kStatusOk;
+}
+
+TEST_F(Roles, NameServiceThatFailsTakesNoRoleAway) {
+  clock_.advance(60 * kNanosecondsPerSecond);
+  status_ = EIO;
+  EXPECT_EQ(RoleOf(60001, {702}), Role::kAgent);
+  AnswerInBackground();
   EXPECT_EQ(questions_, 2U);
-  clock_.advance(60 * kNanosecondsPerSecond - 1);
-  EXPECT_EQ(RoleOf(60001, {}), Role::kRead);
-  EXPECT_EQ(questions_, 2U);
-  clock_.advance(1);
-  answers_ = false;
-  for (int i = 0; i < 1000; ++i) EXPECT_EQ(RoleOf(60001, {702}), Role::kRead);
-  EXPECT_EQ(questions_, 4U);
-  answers_ = true;
+  EXPECT_EQ(RoleOf(60001, {702}), Role::kAgent);
+  status_ = kStatusOk;
 }
 
 }  // namespace

@@ -33,6 +33,7 @@ Server::~Server() {
 }
 
 void Server::start() {
+  static_cast<void>(peer_role({}));  // asks the name service before the first client waits for it
   accepting_ = true;
   event_set_acceptor(manager_, [this](int fd) { adopt(fd); });
 }

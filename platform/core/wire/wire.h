@@ -310,7 +310,6 @@ class ClientSocket {
   int fd_ = -1;
   std::chrono::milliseconds timeout_{0};
   Octets out_;
-  RequestCounter counter_{clock_monotonic()};
   Octets in_;
   std::size_t in_start_ = 0;
   std::size_t in_end_ = 0;

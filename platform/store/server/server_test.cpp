@@ -403,14 +403,15 @@ TEST_F(LyingServer, AnswerToAnotherRequestClosesTheClient) {
 
 // --- Roles
 
-std::optional<gid_t> find_role_group(const std::string& name) {
-  return name == "mpls_vpn_agent" ? 702 : 701;
+wire::FoundGroup find_role_group(const std::string& name) {
+  return {kStatusOk, name == "mpls_vpn_agent" ? gid_t{702} : gid_t{701}};
 }
 
 // Requests of peers that are in the administrators' group 701, in the agents' 702, or in neither.
 class PeersOfAnotherUser : public ServedStore {
  protected:
   PeersOfAnotherUser() {
+    wire::forget_groups();
     EXPECT_EQ(kvtree_retain_notifications("/oper/mpls_vpn/gl/", "snmp", 4), kStatusOk);
     Add("get", kvtree::kGet, [](wire::Writer* to) { to->u8(0), to->text("/oper/mpls_vpn/gl/scalars"); });
     Add("walk", kvtree::kWalk,
@@ -426,7 +427,10 @@ class PeersOfAnotherUser : public ServedStore {
     Add("stage", kvtree::kStage, [](wire::Writer* to) { to->u8(0), to->u32(0); });
     Add("commit", kvtree::kCommit, [](wire::Writer* to) { to->text(""); });
   }
-  ~PeersOfAnotherUser() override { wire::find_group = former_; }
+  ~PeersOfAnotherUser() override {
+    wire::find_group = former_;
+    wire::forget_groups();
+  }
 
   // The requests that a peer of this group is refused.
   std::vector<std::string> RefusedTo(gid_t group) {
@@ -460,7 +464,6 @@ class PeersOfAnotherUser : public ServedStore {
   }
   std::vector<Request> requests_;
   wire::FindGroup former_ = std::exchange(wire::find_group, &find_role_group);
-  ManualClock clock_{1'000'000 * kNanosecondsPerSecond};  // no group is remembered
 };
 
 TEST_F(PeersOfAnotherUser, ReadersReadAndSubscribeWithoutAName) {
