@@ -4,10 +4,12 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <memory>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -416,6 +418,66 @@ TEST_F(EventManagerTest, TimerStartedByATimerWaitsForTheNextIteration) {
   EXPECT_EQ(runs, 1);
   Iterate();
   EXPECT_EQ(runs, 2);
+}
+
+TEST_F(EventManagerTest, FloodOfExpiredTimersLetsOthersRunInBetween) {
+  ManualClock clock(1000);
+  std::vector<int> order;
+  for (int i = 0; i < 100; ++i) {
+    event_timer_start(manager, static_cast<std::uint64_t>(i), [&, i] {
+      order.push_back(i);
+      clock.advance(kMillisecond);
+    });
+  }
+  clock.advance(kMillisecond);
+  std::vector<std::size_t> timers_before;
+  const std::function<void()> look = [&] {
+    timers_before.push_back(order.size());
+    if (order.size() < 100) event_post(manager, look);
+  };
+  event_post(manager, look);
+  while (order.size() < 100) Iterate();
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+  for (std::size_t i = 1; i < timers_before.size(); ++i)
+    EXPECT_LE(timers_before[i] - timers_before[i - 1], 3U);
+  EXPECT_GE(timers_before.size(), 33U);
+}
+
+TEST_F(EventManagerTest, SlowDescriptorsAreServedInTurnsWithTimersInBetween) {
+  ManualClock clock(1000);
+  constexpr int kPipes = 10;
+  std::vector<std::unique_ptr<Pipe>> pipes;
+  std::vector<int> calls(kPipes, 0);
+  for (int i = 0; i < kPipes; ++i) {
+    pipes.push_back(std::make_unique<Pipe>());
+    pipes.back()->Fill();
+    Watch(*pipes.back(), [&, i](int, std::uint32_t) {
+      ++calls[static_cast<std::size_t>(i)];
+      clock.advance(kMillisecond);
+    });
+  }
+  bool timer_ran = false;
+  event_timer_start(manager, 0, [&] { timer_ran = true; });
+  Iterate();
+  EXPECT_EQ(std::accumulate(calls.begin(), calls.end(), 0), 2);
+  EXPECT_TRUE(timer_ran);
+  for (int i = 0; i < 24; ++i) Iterate();
+  EXPECT_THAT(calls, ::testing::Each(5));
+}
+
+TEST_F(EventManagerTest, DescriptorThatIsRemovedBeforeItsTurnIsNotServed) {
+  ManualClock clock(1000);
+  std::vector<std::unique_ptr<Pipe>> pipes;
+  for (int i = 0; i < 4; ++i) {
+    pipes.push_back(std::make_unique<Pipe>());
+    pipes.back()->Fill();
+    Watch(*pipes.back(), [&](int, std::uint32_t) { clock.advance(kMillisecond); });
+  }
+  Iterate();
+  for (const auto& pipe : pipes) event_fd_remove(manager, pipe->read_end);
+  Watch(*pipes[3], [&](int, std::uint32_t) { pipes[3]->Drain(); });
+  EXPECT_TRUE(event_run_pending(manager));
+  EXPECT_EQ(clock_monotonic(), 1000 + 2 * kMillisecond);
 }
 
 TEST_F(EventManagerTest, TimerEndsABlockingWait) {

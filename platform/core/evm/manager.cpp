@@ -9,6 +9,9 @@
 // table that holds them may grow) and a removed slot is only retired: it is freed when the outermost dispatch
 // has ended.
 //
+// An iteration is bounded: the descriptors have a share of time, the timers another. What is left of either
+// is first in the next iteration, before anything new, so that each has its turn however slow others are.
+//
 // Posted functions and the listening socket are ordinary descriptors of the loop. A post writes the eventfd
 // only if the queue was empty; a batch that leaves functions in the queue writes it again, so that other
 // descriptors are served in between. The queue's mutex is the only lock here and is never held while a
@@ -40,6 +43,9 @@ using SteadyClock = std::chrono::steady_clock;
 // A batch of posted functions ends after this many, or after the one that exceeds this time.
 constexpr std::size_t kPostedBatch = 64;
 constexpr std::uint64_t kPostedTime = 2 * kNanosecondsPerMillisecond;
+// The shares of descriptors and of timers, likewise.
+constexpr std::uint64_t kDescriptorsTime = 2 * kNanosecondsPerMillisecond;
+constexpr std::uint64_t kTimersTime = 2 * kNanosecondsPerMillisecond;
 constexpr std::uint64_t kForever = UINT64_MAX;
 
 std::function<void(EventManager*)>& create_hook() {
@@ -111,6 +117,7 @@ int wait_for_events(EventContext* context, std::uint64_t bound) {
   const SteadyClock::time_point start = bounded ? SteadyClock::now() : SteadyClock::time_point{};
   std::uint64_t left = bound;
   for (;;) {
+    if (!context->manager->ready.empty()) return 0;
     const bool deferred = !context->manager->deferred.empty();
     const std::uint64_t to_timer = deferred ? 0 : time_to_first_timer(context->manager);
     const int timeout = to_milliseconds(std::min(left, to_timer));
@@ -124,6 +131,28 @@ int wait_for_events(EventContext* context, std::uint64_t bound) {
       return -1;
     }
   }
+}
+
+// Adds what the wait collected to what earlier dispatches have left.
+void take_collected(EventContext* context) {
+  const EventArray array = event_array(context);
+  const int count = std::min(static_cast<int>(context->collected), array.capacity);
+  context->collected = 0;
+  for (int i = 0; i < count; ++i) {
+    context->manager->ready.push_back({array.events[i].data.u64, array.events[i].events});
+  }
+}
+
+void serve_descriptors(EventManager* manager) {
+  if (manager->ready.empty()) return;
+  const std::uint64_t end = clock_monotonic() + kDescriptorsTime;
+  do {
+    const EventReady next = manager->ready.front();
+    manager->ready.pop_front();
+    const int fd = static_cast<int>(next.key & UINT32_MAX);
+    EventSlot* slot = find_slot(manager, fd);
+    if (slot != nullptr && slot->generation == next.key >> 32) slot->handler(fd, next.events);
+  } while (!manager->ready.empty() && clock_monotonic() < end);
 }
 
 void run_due_timers(EventManager* manager) {
@@ -141,6 +170,7 @@ void run_due_timers(EventManager* manager) {
     manager->timer_deadlines.erase(next->first.second);
     manager->timers.erase(next);
     function();
+    if (clock_monotonic() - now >= kTimersTime) return;
     next = manager->timers.begin();
   }
 }
@@ -259,18 +289,10 @@ int event_wait_for(EventContext* context, std::uint64_t nanoseconds) {
 
 void event_dispatch(EventContext* context) {
   EventManager* manager = context->manager;
-  const EventArray array = event_array(context);
-  const int count = std::min(static_cast<int>(context->collected), array.capacity);
-  context->collected = 0;
   const EventIteration iteration(manager);
   ++manager->dispatch_depth;
-  for (int i = 0; i < count; ++i) {
-    const std::uint64_t key = array.events[i].data.u64;
-    const std::uint32_t events = array.events[i].events;
-    const int fd = static_cast<int>(key & UINT32_MAX);
-    EventSlot* slot = find_slot(manager, fd);
-    if (slot != nullptr && slot->generation == key >> 32) slot->handler(fd, events);
-  }
+  take_collected(context);
+  serve_descriptors(manager);
   run_due_timers(manager);
   run_deferred(manager);
   if (--manager->dispatch_depth == 0) manager->retired.clear();

@@ -14,6 +14,12 @@
 
 #include "platform/core/evm/evm.h"
 
+// What a wait collected about a descriptor: its number and generation, and the epoll events.
+struct EventReady {
+  std::uint64_t key = 0;
+  std::uint32_t events = 0;
+};
+
 // A watched descriptor. The generation distinguishes a new registration of the same number from an old one,
 // whose events may still wait in a receive context.
 struct EventSlot {
@@ -46,7 +52,8 @@ struct EventManager {
   std::vector<std::unique_ptr<EventSlot>> slots;  // by descriptor
   std::uint32_t next_generation = 1;
   std::vector<std::unique_ptr<EventSlot>>
-      retired;  // handlers that may be running; freed when dispatching ends
+      retired;                   // handlers that may be running; freed when dispatching ends
+  std::deque<EventReady> ready;  // collected and not yet served
   unsigned dispatch_depth = 0;
   EventStatistics statistics;
 

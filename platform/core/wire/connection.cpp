@@ -178,10 +178,11 @@ bool Connection::has_message() const {
   return parse_frame(data, server_->limits_.max_payload, &message, &used) != kStatusIncomplete;
 }
 
-// At the end of a slice that left messages: writes what the handled ones queued and stops reading.
-void Connection::suspend() {
+// At the end of a slice that left messages: writes what the handled ones queued, now or when the socket is
+// writable, and stops reading.
+void Connection::suspend(bool writes_now) {
   if (!open() || handling_) return;
-  if (queued() > 0) write_queue();
+  if (writes_now && queued() > 0) write_queue();
   if (open()) watch();
 }
 

@@ -202,5 +202,21 @@ TEST_F(FairServerTest, LoneRequestsOfOneIterationAreAnsweredInIt) {
   for (const int client : clients) EXPECT_EQ(ReadAll(client), Frame(kEcho, 0, {}));
 }
 
+TEST_F(FairServerTest, SlowWritesToManyClientsAreSpreadOverIterations) {
+  constexpr unsigned kClients = 50;
+  constexpr unsigned kRequests = 100;
+  unsigned writes = 0;
+  set_output_barrier([&] {
+    ++writes;
+    clock.advance(1000 * kMicrosecond);
+  });
+  std::vector<int> clients;
+  for (unsigned i = 0; i < kClients; ++i) clients.push_back(ConnectRaw(kGreedyUser));
+  for (const int client : clients) Request(client, 40 * kMicrosecond, kRequests);
+  for (unsigned before = 0; Iterate(); before = writes) EXPECT_LE(writes - before, 8U);
+  set_output_barrier(nullptr);
+  for (const int client : clients) EXPECT_THAT(ReadAll(client), SizeIs(kRequests * kHeaderSize));
+}
+
 }  // namespace
 }  // namespace wire

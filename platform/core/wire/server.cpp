@@ -2,9 +2,9 @@
 //
 // A dispatch of the event manager reads each ready client once. After its descriptors and timers, one slice
 // handles messages until the slice's time is used or no message is left; users.h has the order. A client's
-// answers leave with one write, as soon as no message of it is left, at the latest at the end of the slice. A
-// request that arrives alone therefore costs a wait, a read and a write. If messages are left, the next
-// dispatch has the next slice, and no wait blocks before it.
+// answers leave with one write, as soon as no message of it is left, at the latest at the end of the slice,
+// for which there is as much time again. A request that arrives alone therefore costs a wait, a read and a
+// write. If messages are left, the next dispatch has the next slice, and no wait blocks before it.
 #include <sys/epoll.h>
 #include <unistd.h>
 
@@ -104,8 +104,18 @@ void Server::run_slice() {
   for (Connection* client = nullptr; now < end && (client = users_->next(now)) != nullptr;) {
     now = serve(*client, now);
   }
-  for (const std::shared_ptr<Connection>& client : users_->waiting()) client->suspend();
+  suspend_waiting(clock_monotonic() + limits_.slice);
   schedule_next(now);
+}
+
+// Those that have not had their answers at the end have them as soon as they can be written, in the order in
+// which the event manager finds them writable.
+void Server::suspend_waiting(std::uint64_t end) {
+  bool writes = true;
+  for (const std::shared_ptr<Connection>& client : users_->waiting()) {
+    client->suspend(writes);
+    writes = clock_monotonic() < end;
+  }
 }
 
 void Server::schedule_next(std::uint64_t now) {

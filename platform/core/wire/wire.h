@@ -179,7 +179,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool has_message() const;
   void serve();
   void finish_service();
-  void suspend();
+  void suspend(bool writes_now);
   void handle_next();
   void refuse(Status status);
   void write_queue();
@@ -255,6 +255,7 @@ class Server {
   void enqueue(Connection& connection);
   void schedule();
   void run_slice();
+  void suspend_waiting(std::uint64_t end);
   void schedule_next(std::uint64_t now);
   std::uint64_t serve(Connection& connection, std::uint64_t now);
 
