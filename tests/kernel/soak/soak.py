@@ -54,9 +54,9 @@ class SoakSystem(System):
         return f"trap2sink 127.0.0.1:{self.sink.port} public\n"
 
     def resident(self, name):
-        """KiB."""
+        """KiB, without files: the trace buffers become resident as they are filled."""
         status = pathlib.Path(f"/proc/{self.processes[name].pid}/status").read_text()
-        return int(status.split("VmRSS:")[1].split()[0])
+        return int(status.split("RssAnon:")[1].split()[0])
 
     def files(self, name):
         return len(os.listdir(f"/proc/{self.processes[name].pid}/fd"))
