@@ -132,7 +132,7 @@ void start_on_main_manager(EventManager* manager) {
 
 bool arm_faults() {
   const char* faults = std::getenv("MPLS_VPN_MIB_FAULTS");
-  if (faults == nullptr) return true;
+  if (faults == nullptr || *faults == '\0') return true;
   const Status status = fault_arm_from_text(faults);
   if (status == kStatusOk) {
     log_warning("mpls_vpn_mib", "MPLS_VPN_MIB_FAULTS makes operations fail, for tests: %s", faults);
@@ -156,6 +156,7 @@ bool make_directory(const std::string& directory, mode_t mode) {
 
 // No file is for other users, whatever the mode with which a library creates it.
 bool make_directories() {
+  umask(umask(0) | S_IWGRP | S_IWOTH);  // for missing parents
   const bool made = make_directory(run_directory(), kRunDirectoryMode) &&
                     make_directory(state_directory(), kStateDirectoryMode);
   umask(S_IRWXG | S_IRWXO);

@@ -95,6 +95,16 @@ class AccessTest(unittest.TestCase):
                          {name: oct(mode) for name, mode in expected.items()})
         self.assertEqual({mode_of(path) for path in (self.run_directory / "trace").iterdir()}, {0o640})
 
+    def test_missing_parents_of_directories_may_be_written_by_their_owner_only(self):
+        self.system.environment["MPLS_VPN_MIB_STATE_DIR"] = str(self.system.folder / "new/deep/state")
+        before = os.umask(0)
+        try:
+            self.system.start_daemon()
+        finally:
+            os.umask(before)
+        self.assertEqual([oct(mode_of(self.system.folder / path)) for path in ("new", "new/deep", "new/deep/state")],
+                         ["0o755", "0o755", "0o700"])
+
     @NEEDS_ROOT
     def test_lock_on_the_run_directory_does_not_delay_a_start(self):
         self.run_directory.chmod(0o755)

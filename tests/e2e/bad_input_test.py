@@ -243,6 +243,12 @@ class BadStart(SystemTest):
                 "/none: the configuration directory does not exist; the defaults are used":
             self.assertIn("<4>mpls_vpn_mib: " + warning, lines)
 
+    def test_empty_list_of_faults_is_none(self):
+        system = self.new_system(ROUTER)
+        system.environment["MPLS_VPN_MIB_FAULTS"] = ""
+        system.start_daemon()
+        self.assertNotIn("FAULTS", system.log("daemon"))
+
     def test_second_daemon_on_the_same_sockets_is_refused(self):
         system = self.new_system(ROUTER)
         system.start_daemon()

@@ -8,6 +8,7 @@
 #include <array>
 #include <csignal>
 #include <string>
+#include <thread>
 
 #include "platform/core/files/temporary_directory.h"
 
@@ -67,6 +68,13 @@ TEST_F(LockFile, LockOfAProcessThatEndedIsFree) {
   LockInAnotherProcess();
   EndChild();
   EXPECT_EQ(lock_file(fd_, milliseconds(0), &holder_), kStatusOk);
+}
+
+TEST_F(LockFile, LockThatIsReleasedInTimeIsWaitedFor) {
+  LockInAnotherProcess();
+  std::thread holder([this] { EndChild(); });
+  EXPECT_EQ(lock_file(fd_, std::chrono::minutes(1), &holder_), kStatusOk);
+  holder.join();
 }
 
 TEST_F(LockFile, FileThatCannotBeLockedIsAnError) {
