@@ -184,7 +184,7 @@ void FrrSource::on_loss(Follower& follower, const std::string& reason, bool unkn
 
 // Logs each loss once, and a suite without any program once: many routers run only a part of the suite.
 void FrrSource::log_loss(Follower& follower, const std::string& reason) {
-  log_permission(follower);
+  log_permission(follower, reason);
   if (follower.answered && !follower.loss_logged) {
     log_warning("frr", "%s does not answer (%s); its last known configuration stays",
                 follower.program.name.data(), reason.c_str());
@@ -201,10 +201,10 @@ void FrrSource::log_loss(Follower& follower, const std::string& reason) {
 }
 
 // A program that runs and may not be asked is logged whatever the setting is, once for all programs.
-void FrrSource::log_permission(const Follower& follower) {
+void FrrSource::log_permission(const Follower& follower, const std::string& reason) {
   if (permission_logged_ || geteuid() == 0) return;
-  const std::string missing =
-      frr::missing_permission(frr::socket_folder(options_.shell, options_.sockets), follower.program.name);
+  const std::string missing = frr::missing_permission(frr::socket_folder(options_.shell, options_.sockets),
+                                                      follower.program.name, reason);
   if (missing.empty()) return;
   permission_logged_ = true;
   log_error("frr", "%s is not followed: %s and restart the daemon, or set 'frr: false' in platform.yaml",

@@ -79,7 +79,7 @@ class FrrSource : public Source {
   void on_answer(Follower& follower, const frr::Answer& answer);
   void on_loss(Follower& follower, const std::string& reason, bool unknown);
   void log_loss(Follower& follower, const std::string& reason);
-  void log_permission(const Follower& follower);
+  void log_permission(const Follower& follower, const std::string& reason);
   bool take(Follower& follower, const frr::Answer& answer);
   static void parse(Follower& follower, const frr::Answer& answer);
   void begin_settling(Follower& follower);

@@ -10,9 +10,11 @@
 
 namespace {
 
+constexpr std::string_view kNameless = "could not lookup user ID";  // of the shell
+
 std::string user_name() {
   const passwd* const user = getpwuid(geteuid());
-  return user == nullptr ? "" : user->pw_name;
+  return user == nullptr ? std::to_string(geteuid()) : user->pw_name;
 }
 
 // The socket's group, or that of its folder if the user may not look into it.
@@ -37,18 +39,15 @@ std::string socket_folder(const std::vector<std::string>& shell, const std::stri
   return base + path_space;
 }
 
-std::string missing_permission(const std::string& folder, std::string_view program) {
-  const std::string socket = folder + "/" + std::string(program) + ".vty";
-  const bool refused = faccessat(AT_FDCWD, socket.c_str(), W_OK, AT_EACCESS) != 0;
-  if (refused && errno != EACCES) return "";
-  const std::string user = user_name();
-  const std::string number = std::to_string(geteuid());
-  if (refused) {
-    return "the user " + (user.empty() ? number : user) + " has no permission for " + socket +
-           "; add it to the group " + group_of(socket, folder);
+std::string missing_permission(const std::string& folder, std::string_view program, std::string_view reason) {
+  if (reason.find(kNameless) != std::string_view::npos) {
+    return "the user ID " + std::to_string(geteuid()) +
+           " has no name, which the shell requires; add the user to /etc/passwd";
   }
-  if (!user.empty()) return "";
-  return "the user ID " + number + " has no name, which the shell requires; add the user to /etc/passwd";
+  const std::string socket = folder + "/" + std::string(program) + ".vty";
+  if (faccessat(AT_FDCWD, socket.c_str(), W_OK, AT_EACCESS) == 0 || errno != EACCES) return "";
+  return "the user " + user_name() + " has no permission for " + socket + "; add it to the group " +
+         group_of(socket, folder);
 }
 
 }  // namespace frr

@@ -14,7 +14,8 @@ inline constexpr char kSocketFolder[] = "/var/run/frr";
 // names, or where --vty_socket says.
 std::string socket_folder(const std::vector<std::string>& shell, const std::string& folder = kSocketFolder);
 
-// What the user lacks, and how to add it. Empty if it lacks nothing, or if the program has no socket.
-std::string missing_permission(const std::string& folder, std::string_view program);
+// What the user lacks, and how to add it, when the shell ended for this reason. Empty if it lacks nothing, or
+// if the program has no socket. Asks the name service only for the text.
+std::string missing_permission(const std::string& folder, std::string_view program, std::string_view reason);
 
 }  // namespace frr
