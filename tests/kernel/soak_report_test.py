@@ -58,7 +58,7 @@ class Report(unittest.TestCase):
         self.assertRegex(text, r"daemon MiB .* \+6\.00\n")
 
     def test_growing_descriptors_fail_and_short_peaks_pass(self):
-        self.assert_fails(lines(HOUR, agent_files=lambda line: 10 + line // 10), "the descriptors of agent grew from 10 to 15")
+        self.assert_fails(lines(HOUR, agent_files=lambda line: 10 + line // 5), "the descriptors of agent grew from 11 to 21")
         passes, text = self.report(lines(HOUR, daemon_files=lambda line: 40 if line in (7, 55) else 20))
         self.assertTrue(passes, text)
 

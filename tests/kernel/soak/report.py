@@ -15,7 +15,7 @@ COLUMNS = ("seconds", *(f"{name}_kib" for name in PROCESSES), *(f"{name}_files" 
            *(f"{kind}_{part}" for kind in KINDS for part in ("asked", "failed", "p50_ms", "p99_ms")),
            "rows_walked", "walks", "walk_errors", "walk_s", "walk_rows", "routes", "changes", "delay_p50_ms", "delay_max_ms",
            "pending", "commits", "traps_raised", "traps_received", "long_iterations", "lost")
-FILES_GROWTH = 2        # descriptors of a process
+FILES_GROWTH = 5        # descriptors of a process; clients come and go
 MEMORY_GROWTH = 0.05    # of a process, as a part of its start, ...
 LEAST_GROWTH_KIB = 8192  # ... or this much
 WINDOW = 5              # lines that state the start, and the end
