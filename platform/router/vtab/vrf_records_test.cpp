@@ -6,6 +6,7 @@
 #include <set>
 
 #include "platform/core/base/fault.h"
+#include "platform/core/base/test_time.h"
 #include "platform/router/vtab/test_support.h"
 
 namespace vtab {
@@ -85,6 +86,23 @@ TEST_F(Records, LookUpsInAnyOrderFindTheRecordsThatExist) {
       }
     }
   }
+}
+
+TEST_F(Records, LookUpsOfOneRecordAfterTheOtherNeedNoSearch) {
+  std::vector<std::string> names;
+  for (int n = 10'000; n < 20'000; ++n) names.push_back("vrf" + std::to_string(n));
+  std::uint32_t id = 10;
+  for (const std::string& name : names) AddVrf(name, id++);
+  // Looks up all, those next to each other or not.
+  const auto look_up = [&](std::size_t stride) {
+    return least_time([&] {
+      for (std::size_t first = 0; first < stride; ++first) {
+        for (std::size_t n = first; n < names.size(); n += stride)
+          ASSERT_NE(vtab_get_vrf_record_by_vrf_name(names[n].c_str()), nullptr);
+      }
+    });
+  };
+  EXPECT_LT(look_up(1), look_up(3) * 2 / 3);
 }
 
 TEST_F(Records, TablesAreWalkedByAddressFamilyThenSubsequentFamily) {

@@ -2,12 +2,12 @@
 #include "mpls/vpn/mib/src/tally/tally.h"
 
 #include <algorithm>
-#include <chrono>
 #include <random>
 
 #include "mpls/vpn/mib/src/provider/provider_test_support.h"
 #include "mpls/vpn/mib/src/provider/scalars.h"
 #include "mpls/vpn/mib/src/vrf/counters.h"
+#include "platform/core/base/test_time.h"
 
 namespace {
 
@@ -216,18 +216,6 @@ TEST_F(TallyTest, NamelessNodeIsCountedAndEndsTheWalksThatMeetIt) {
   EXPECT_EQ(Read(false), Read(true));
 }
 
-// The least of several measurements, in nanoseconds of the real clock.
-std::int64_t LeastTime(const std::function<void()>& request) {
-  std::int64_t least = 0;
-  for (int i = 0; i < 20; ++i) {
-    const auto start = std::chrono::steady_clock::now();
-    request();
-    const std::chrono::nanoseconds taken = std::chrono::steady_clock::now() - start;
-    if (i == 0 || taken.count() < least) least = taken.count();
-  }
-  return least;
-}
-
 // A walk takes 200 times as long.
 TEST_F(TallyTest, RequestsCostTheSameWithManyInterfaces) {
   AddVrf("red");
@@ -245,7 +233,7 @@ TEST_F(TallyTest, RequestsCostTheSameWithManyInterfaces) {
       [] { EXPECT_EQ(mpls_vpn_mib_get_if_by_vrf_and_handle("red", 0xdead), nullptr); }};
   const auto measure = [&] {
     std::vector<std::int64_t> times;
-    for (const auto& request : requests) times.push_back(LeastTime(request));
+    for (const auto& request : requests) times.push_back(least_time(request));
     return times;
   };
   std::uint32_t joined = 0;

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
+#include "platform/core/base/test_time.h"
 
 namespace {
 
@@ -48,6 +49,23 @@ TEST_F(VrfDatabase, NodeTiesACopyOfTheNameToTheRecord) {
 TEST_F(VrfDatabase, ShorterNamesComeFirst) {
   for (const char* name : {"blue", "vrf10", "red", "vrf9", "abd", "abc"}) Create(name);
   EXPECT_THAT(VrfNames(), ElementsAre("abc", "abd", "red", "blue", "vrf9", "vrf10"));
+}
+
+TEST_F(VrfDatabase, SearchesForOneNodeAfterTheOtherAreShort) {
+  mpls_vpn_debug_flags[DBASE].enabled.store(0);
+  std::vector<std::string> names;
+  for (int n = 10'000; n < 20'000; ++n) names.push_back("vrf" + std::to_string(n));
+  for (const std::string& name : names) Create(name.c_str());
+  // Searches for all, those next to each other or not.
+  const auto search = [&](std::size_t stride) {
+    return least_time([&] {
+      for (std::size_t first = 0; first < stride; ++first) {
+        for (std::size_t n = first; n < names.size(); n += stride)
+          ASSERT_NE(mpls_vpn_mib_get_vrf_node(true, names[n].c_str()), nullptr);
+      }
+    });
+  };
+  EXPECT_LT(search(1), search(3) * 2 / 3);
 }
 
 // Searches near an earlier one compare a name or two.
