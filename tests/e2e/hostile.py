@@ -12,7 +12,7 @@ import time
 
 from wire import ACTION, ANSWER, GET, MAGIC, VERSION, Client, text
 
-DATALIST, WALK, SUBSCRIBE, STAGE, COMMIT, HISTORY, COMMIT_CHANGES = 3, 4, 6, 0xb, 0xc, 0xd, 0xe
+DATALIST, WALK, SUBSCRIBE, NODES, STAGE, COMMIT, HISTORY, COMMIT_CHANGES = 3, 4, 6, 9, 0xb, 0xc, 0xd, 0xe
 DEBUG_LIST, DEBUG_SET, DEBUG_WATCH = 1, 2, 3
 ROOT = "/oper/mpls_vpn/gl/"
 MANY = 70  # connections: more than the daemon has slots
@@ -179,6 +179,14 @@ class NextRoutes(Hostile):
         return itertools.repeat(repeated(get(first), rows(WALK, first)))
 
 
+class NodesOfAnOwner(Hostile):
+    """The configuration of an owner that has none. The daemon looks at everybody's."""
+    connections = 8
+
+    def input(self):
+        return itertools.repeat(repeated(frame(NODES, struct.pack("<I", 1000) + text("/cfg/") + text("") + text("frr"))))
+
+
 class HistoryPages(Hostile):
     """One change per page of the largest commit."""
     connections = 4
@@ -295,9 +303,9 @@ class MalformedFrames(Hostile):
         yield repeated(get("scalars"))[:4000] + random.choice(broken)
 
 
-ATTACKS = (PipelinedScalars, PipelinedScalarsEverywhere, FilteredLists, WholeTables, NextRoutes, HistoryPages, HalfHeaders,
-           SilentDebugClients, DebugWatchers, SlowReaders, SlowSenders, SubscriptionFlood, ReconnectFlood, ForbiddenCommits,
-           MalformedFrames)
+ATTACKS = (PipelinedScalars, PipelinedScalarsEverywhere, FilteredLists, WholeTables, NextRoutes, NodesOfAnOwner, HistoryPages,
+           HalfHeaders, SilentDebugClients, DebugWatchers, SlowReaders, SlowSenders, SubscriptionFlood, ReconnectFlood,
+           ForbiddenCommits, MalformedFrames)
 
 
 class Bystander:

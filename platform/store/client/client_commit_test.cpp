@@ -290,6 +290,22 @@ TEST_F(ClientCommit, NodesOfAnOwnerAreListed) {
   EXPECT_EQ(rest.nodes[0].path, "/cfg/b");
 }
 
+TEST_F(ClientCommit, NodesOfAnOwnerAreLookedForInSteps) {
+  OwnerCommits("script", Many(20000));
+  OwnerCommits("peer", {SetTo("/cfg/0", "first"), SetTo("/cfg/9999", "last")});
+  ManualClock clock(7'000'000'000);
+  clock.tick(100'000);  // twenty readings in a slice of the loop
+  kvtree::NodesResult result;
+  const unsigned iterations = IterationsOf([&] {
+    EXPECT_EQ(client.connect(), kStatusOk);
+    result = client.nodes("/cfg/", 1000, {}, "peer");
+  });
+  ASSERT_THAT(result.nodes, SizeIs(2));
+  EXPECT_EQ(result.nodes[0].path, "/cfg/0");
+  EXPECT_EQ(result.nodes[1].path, "/cfg/9999");
+  EXPECT_GE(iterations, 10U);
+}
+
 TEST_F(ClientCommit, HistoryAndChangesAreReadInParts) {
   ManualClock clock(7'000'000'000);
   StartAndConnect();
@@ -320,8 +336,8 @@ TEST_F(ClientCommit, HistoryAndChangesAreReadInParts) {
   EXPECT_EQ(client.history(1, "3").status, kStatusNoSuchRow);
 }
 
-// Small parts of two commits in turn: the processor time of all of them is that of reading a commit a few times, not
-// once for each part.
+// Small parts of two commits in turn: the processor time of all of them is that of reading a commit a few
+// times, not once for each part.
 TEST_F(ClientCommit, PartOfALargeCommitIsReadWithoutTheRest) {
   constexpr std::uint32_t kParts = 60;
   std::vector<KvConfigChange> changes = Many(20000);

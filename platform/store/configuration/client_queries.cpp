@@ -2,11 +2,14 @@
 //
 // An answer that would be too long has the items that fit, at least one; the client continues after them.
 #include <algorithm>
+#include <memory>
+#include <string>
 
 #include "platform/store/configuration/configuration.h"
 #include "platform/store/configuration/value_codec.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/server.h"
+#include "platform/store/server/steps.h"
 
 namespace kvtree {
 
@@ -62,6 +65,15 @@ void add_node(ListAnswer* list, const std::string& path, std::string_view owner,
   }
 }
 
+// The nodes of an owner may be far apart: the clock is read once for so many nodes.
+constexpr std::size_t kNodesPerReading = 64;
+
+// Between the steps of an answer about the nodes of one owner.
+struct OwnedNodes : AnswerInSteps {
+  std::unique_ptr<ListAnswer> list;
+  std::string last;  // the path of the node visited last
+};
+
 void add_nodes(ListAnswer* list, std::string_view path, std::string_view after) {
   const auto& nodes = store().nodes;
   auto node = after < path ? nodes.lower_bound(path) : nodes.upper_bound(after);
@@ -69,13 +81,34 @@ void add_nodes(ListAnswer* list, std::string_view path, std::string_view after) 
     add_node(list, node->first, owner_of(node->first, node->second.value), *node->second.value);
 }
 
-void add_owned(ListAnswer* list, std::string_view path, std::string_view after, std::size_t owner) {
+// kStatusUnfinished, with the last node's path, if the step was over before the last node.
+Status add_owned(ListAnswer* list, std::string_view path, std::string_view after, std::size_t owner,
+                 const KvSteps* steps, std::string* last) {
   const ConfigTree& tree = store().configuration;
   auto node = after < path ? tree.lower_bound(path) : tree.upper_bound(after);
-  for (; node != tree.end() && node->first.starts_with(path) && !list->full(); ++node) {
+  for (std::size_t visited = 1; node != tree.end() && node->first.starts_with(path) && !list->full();
+       ++node, ++visited) {
     const SharedValue& value = node->second.values[owner];
     if (value != nullptr) add_node(list, node->first, owner_name(owner), *value);
+    if (steps == nullptr || visited % kNodesPerReading != 0 || !steps->is_over()) continue;
+    *last = node->first;
+    return kStatusUnfinished;
   }
+  return kStatusOk;
+}
+
+void answer_owned(wire::Connection* from, wire::Octets* answer, std::uint32_t maximum, std::string_view path,
+                  std::string_view after, std::size_t owner) {
+  auto nodes = begin_step<OwnedNodes>(from);
+  if (nodes->list == nullptr) {
+    nodes->list = std::make_unique<ListAnswer>(&nodes->octets, maximum);
+    nodes->last = after;
+  }
+  const std::string start = nodes->last;
+  const Status status =
+      add_owned(nodes->list.get(), path, start, owner, steps_for(from, nodes.get()), &nodes->last);
+  if (is_postponed(status, from, &nodes)) return;
+  answer->insert(answer->end(), nodes->octets.begin(), nodes->octets.end());
 }
 
 void add_commit(ListAnswer* list, const KvConfigCommit& commit) {
@@ -108,7 +141,7 @@ bool answer_failure(wire::Octets* answer, Status status) {
 
 }  // namespace
 
-bool answer_nodes(wire::Connection*, Reader* request, wire::Octets* answer) {
+bool answer_nodes(wire::Connection* from, Reader* request, wire::Octets* answer) {
   const std::uint32_t maximum = std::min(request->u32(), kKvMaxListItems);
   const std::string_view path = request->text();
   const std::string_view after = request->text();
@@ -117,12 +150,12 @@ bool answer_nodes(wire::Connection*, Reader* request, wire::Octets* answer) {
   if (const Status status = check_path(path)) return answer_failure(answer, status);
   const std::size_t number = find_owner(owner);
   if (!owner.empty() && number == kNoOwner) return answer_failure(answer, kStatusInvalid);
-  ListAnswer list(answer, maximum);
-  if (owner.empty()) {
-    add_nodes(&list, path, after);
-  } else {
-    add_owned(&list, path, after, number);
+  if (!owner.empty()) {
+    answer_owned(from, answer, maximum, path, after, number);
+    return true;
   }
+  ListAnswer list(answer, maximum);
+  add_nodes(&list, path, after);
   return true;
 }
 

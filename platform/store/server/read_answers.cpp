@@ -10,6 +10,7 @@
 
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/server.h"
+#include "platform/store/server/steps.h"
 #include "platform/store/tree/lists.h"
 
 namespace kvtree {
@@ -32,43 +33,9 @@ bool read_bounded_request(Reader* request, bool* structured, std::uint32_t* maxi
   return request->finished();
 }
 
-// --- Steps
-
-struct Read : Unfinished {
-  KvSteps steps;
-  wire::Octets items;  // so far
-};
-
-// The client's unfinished answer, or a new one; its next step begins. Without a client there are no steps.
-template <typename SomeRead>
-std::unique_ptr<SomeRead> begin_step(const wire::Connection* from) {
-  std::unique_ptr<SomeRead> read;
-  if (from != nullptr) {
-    const auto stored = the_server()->unfinished.extract(from->id());
-    // Of the same type: the same message is handled again.
-    if (!stored.empty()) read.reset(static_cast<SomeRead*>(stored.mapped().release()));
-  }
-  if (read == nullptr) read = std::make_unique<SomeRead>();
-  read->steps.end = clock_monotonic() + kKvStepTime;
-  return read;
-}
-
-KvSteps* steps_for(const wire::Connection* from, Read* read) {
-  return from == nullptr ? nullptr : &read->steps;
-}
-
-// Whether the answer is continued when the client's message is handled again.
-template <typename SomeRead>
-bool is_postponed(Status status, wire::Connection* from, std::unique_ptr<SomeRead>* read) {
-  if (status != kStatusUnfinished || from == nullptr) return false;
-  the_server()->unfinished.emplace(from->id(), std::move(*read));
-  from->repeat();
-  return true;
-}
-
 // --- Lists
 
-struct ListRead : Read {
+struct ListRead : AnswerInSteps {
   ~ListRead() override {
     kvtree_list_free(reply.list);
     kvtree_datalist_free(reply.datalist);
@@ -92,10 +59,10 @@ void write_item(Writer* writer, const KvDatalistItem& item) {
 template <typename List>
 bool take_items(ListRead* read, List* list) {
   if (list == nullptr) return true;
-  Writer writer(&read->items);
+  Writer writer(&read->octets);
   for (const auto& item : list->items) {
     write_item(&writer, item);
-    if (++read->count > kKvMaxListItems || read->items.size() > kMaxAnswer) return false;
+    if (++read->count > kKvMaxListItems || read->octets.size() > kMaxAnswer) return false;
   }
   list->items.clear();
   return true;
@@ -118,19 +85,19 @@ bool answer_either(wire::Connection* from, Reader* request, wire::Octets* answer
   answer_status(answer, status);
   if (status != kStatusOk) return true;
   Writer(answer).u32(read->count);
-  answer->insert(answer->end(), read->items.begin(), read->items.end());
+  answer->insert(answer->end(), read->octets.begin(), read->octets.end());
   return true;
 }
 
 // --- Walks
 
-struct WalkRead : Read {
+struct WalkRead : AnswerInSteps {
   RowWalk walk;
 };
 
 // The client's next walk reads again a row for which there is no room.
 bool add_row(void* argument, const KvReply& row) {
-  wire::Octets* const rows = &static_cast<WalkRead*>(argument)->items;
+  wire::Octets* const rows = &static_cast<WalkRead*>(argument)->octets;
   if (rows->size() + 2 * sizeof(std::uint64_t) + row.length > kMaxAnswer) return false;
   Writer(rows).octets({row.data, row.length});
   return true;
@@ -143,7 +110,7 @@ bool answer_get(wire::Connection* from, Reader* request, wire::Octets* answer) {
   if (!read_flags(request, &structured)) return false;
   const std::string_view path = request->text();
   if (!request->finished()) return false;
-  auto read = begin_step<Read>(from);
+  auto read = begin_step<AnswerInSteps>(from);
   KvReply reply{};
   reply.steps = steps_for(from, read.get());
   Status status = kvtree_get(path, structured, &reply);
@@ -181,7 +148,7 @@ bool answer_walk(wire::Connection* from, Reader* request, wire::Octets* answer) 
   Writer writer(answer);
   writer.u8(end ? 1 : 0);
   writer.u32(read->walk.rows);
-  answer->insert(answer->end(), read->items.begin(), read->items.end());
+  answer->insert(answer->end(), read->octets.begin(), read->octets.end());
   return true;
 }
 

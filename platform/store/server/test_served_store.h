@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <functional>
 #include <string>
 #include <thread>
@@ -68,6 +69,27 @@ class ServedStore : public StoreTest {
     if (!thread.joinable()) return;
     event_post(manager, [this] { stopping = true; });
     thread.join();
+  }
+  // Runs the loop on this thread while a client asks on another: the number of iterations.
+  unsigned IterationsOf(const std::function<void()>& ask) {
+    std::atomic<bool> is_answered{false};
+    std::thread asking([&] {
+      ask();
+      is_answered = true;
+    });
+    unsigned iterations = 0;
+    std::array<unsigned char, 1024> buffer;
+    while (!is_answered) {
+      EventContext context{manager, buffer.data(), buffer.size(), 0};
+      if (event_wait_for(&context, 0) == 0) {
+        ++iterations;
+        event_dispatch(&context);
+      } else {
+        std::this_thread::yield();
+      }
+    }
+    asking.join();
+    return iterations;
   }
   // Runs a function on the store's thread, after what was posted before.
   void OnStore(std::function<void()> function) { event_post(manager, std::move(function)); }
