@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <functional>
+#include <list>
 #include <thread>
 
 #include "platform/core/base/clock.h"
@@ -397,29 +398,61 @@ INSTANTIATE_TEST_SUITE_P(Kinds, MalformedRequest,
                                          std::pair<int, std::string>{2, std::string("\3\0\0\0all\2", 8)},
                                          std::pair<int, std::string>{2, std::string("\3\0\0\0all\1\1", 9)}));
 
-// A peer that is neither root, nor this process's user, nor an administrator. Only root can make one.
-TEST_F(DebugTest, PeerThatMayOnlyReadCannotSwitch) {
-  if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: needs root to change the peer's user";
-  Register();
-  const std::string socket = DebugClient::default_socket();
-  ASSERT_EQ(chmod(directory_.path().c_str(), 0755), 0);
-  ASSERT_EQ(chmod(socket.c_str(), 0666), 0);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    if (setgid(65534) != 0 || setuid(65534) != 0) _exit(90);
-    DebugClient client(socket, 5000ms);
+// How many of these clients are answered while all are connected.
+int count_answered(int clients) {
+  std::list<DebugClient> all;
+  int answered = 0;
+  for (int i = 0; i < clients; ++i) {
+    DebugClient& client = all.emplace_back(DebugClient::default_socket(), 5000ms);
     std::vector<DebugFlagState> flags;
-    if (client.connect() != kStatusOk) _exit(91);
-    if (client.list(&flags) != kStatusOk || flags.size() != 3) _exit(92);
-    _exit(static_cast<int>(client.set("all", true)));
+    if (client.connect() == kStatusOk && client.list(&flags) == kStatusOk && flags.size() == 3) ++answered;
   }
-  int status = 0;
-  unsigned steps = 0;
-  while (waitpid(child, &status, WNOHANG) == 0 && ++steps < kMaxSteps) event_run_pending(manager_, kStep);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), kStatusAccess);
+  return answered;
+}
+
+// Peers that are neither root, nor this process's user, nor administrators. Only root can make one.
+class DebugReaderTest : public DebugTest {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: needs root to change the peer's user";
+    DebugTest::SetUp();
+    Register();
+    ASSERT_EQ(chmod(directory_.path().c_str(), 0755), 0);
+    ASSERT_EQ(chmod(DebugClient::default_socket().c_str(), 0666), 0);
+  }
+  void TearDown() override {
+    if (manager_ != nullptr) DebugTest::TearDown();
+  }
+  // The result of the call in a process of another user.
+  int AsReader(const std::function<int()>& call) {
+    const pid_t child = fork();
+    EXPECT_GE(child, 0);
+    if (child == 0) _exit(setgid(65534) != 0 || setuid(65534) != 0 ? 90 : call());
+    int status = 0;
+    unsigned steps = 0;
+    while (waitpid(child, &status, WNOHANG) == 0 && ++steps < kMaxSteps) event_run_pending(manager_, kStep);
+    EXPECT_TRUE(WIFEXITED(status));
+    return WEXITSTATUS(status);
+  }
+};
+
+TEST_F(DebugReaderTest, ReadsButDoesNotSwitch) {
+  const int result = AsReader([] {
+    DebugClient client(DebugClient::default_socket(), 5000ms);
+    std::vector<DebugFlagState> flags;
+    if (client.connect() != kStatusOk) return 91;
+    if (client.list(&flags) != kStatusOk || flags.size() != 3) return 92;
+    return static_cast<int>(client.set("all", true));
+  });
+  EXPECT_EQ(result, static_cast<int>(kStatusAccess));
   EXPECT_FALSE(debug_enabled(flags_[0]));
+}
+
+TEST_F(DebugReaderTest, HasFourConnectionsOfSixteen) {
+  EXPECT_EQ(AsReader([] { return count_answered(6); }), 4);
+  int answered = 0;
+  Serve([&] { answered = count_answered(18); });
+  EXPECT_EQ(answered, 16);
 }
 
 // The daemon's arrangement: the manager's loop on its own thread, registration, prints and cleaning up on
