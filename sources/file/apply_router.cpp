@@ -37,6 +37,7 @@ void want_vrfs(RouterFile* file, const Router& model, WantedRouter* wanted) {
 
 void want_interfaces(RouterFile* file, const Router& model, WantedRouter* wanted) {
   std::unordered_set<std::uint32_t> indexes;
+  indexes.reserve(file->interfaces.size());
   for (const Interface& interface : file->interfaces) indexes.insert(interface.index);
   model.for_each_interface([&](const Interface& present) {
     if (!indexes.contains(present.index)) wanted->removed_interfaces.push_back(present.index);

@@ -30,7 +30,7 @@ namespace {
 
 constexpr char kActionName[] = "router";
 constexpr std::size_t kRowsPerStep = 1000;  // about a millisecond
-constexpr std::size_t kItemsPerStep = 200;  // VRFs and interfaces: about a millisecond
+constexpr std::size_t kItemsPerStep = 500;  // VRFs and interfaces, unless reconcile::kStepTime passes
 
 constexpr char kRetried[] = " (it is tried again)";
 constexpr std::uint64_t kFirstRetry = kNanosecondsPerSecond;
@@ -92,7 +92,9 @@ Status FileSource::load_at_once(std::string* error) {
   router_file::Reading reading = router_file::read(path_);
   if (const Status status = begin_applying(&reading, error)) return status;
   const std::size_t rows = rows_at_once(routes_);
-  if (const Status status = apply_some(SIZE_MAX, error)) return status;
+  do {
+    if (const Status status = apply_some(SIZE_MAX, error)) return status;
+  } while (!application_->is_done());
   return begin_feeding(rows, error);
 }
 

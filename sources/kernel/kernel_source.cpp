@@ -14,8 +14,8 @@
 // so that observers see one move and no flap. A real flap that is shorter is not seen either. A queue that
 // never becomes empty delays the model by at most kMaxPostponements periods.
 //
-// The model is changed in steps between other work. Changes of the mirror meanwhile wait for the next
-// settling, which begins when the steps are done.
+// The model is changed in steps between other work. While the first of them read the mirror, events are held.
+// Changes of the mirror during the others wait for the next settling, which begins when the steps are done.
 //
 // Losses. When the kernel could not queue an event (ENOBUFS) everything is read again: at once the first
 // time, then every `retry` while events are being lost. The model waits for the complete dump, within the
@@ -23,7 +23,7 @@
 // the mirror and stored in a log, which is applied to the dump before the dump replaces the mirror. A
 // disturbed dump only adds and updates; the next undisturbed one removes what no longer exists.
 //
-// Limits: a log that exceeds its bound counts as a loss.
+// Limits: a log that exceeds its bound counts as a loss, and so do held events.
 #include "sources/kernel/kernel_source.h"
 
 #include <linux/rtnetlink.h>
@@ -32,6 +32,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <span>
 #include <string>
 #include <utility>
@@ -96,6 +97,9 @@ struct KernelSource::State : kernel::EventListener::Client {
   Status load_once(std::string* error);
   void reconcile();
   void reconcile_some();
+  void reconcile_later();
+  void apply_held(std::uint64_t time);
+  void finish_reconciling();
   void end_reconciling();
 
   void stop();
@@ -122,6 +126,7 @@ struct KernelSource::State : kernel::EventListener::Client {
   kernel::RouteFollower routes;
   std::vector<kernel::Event> log;      // events since the running dump began
   std::vector<kernel::Event> scratch;  // of one datagram
+  std::deque<kernel::Event> held;      // events that the mirror does not have yet
 
   EventManager* manager = nullptr;
   EventTimerId settle_timer = 0;
@@ -165,21 +170,35 @@ Status KernelSource::State::load_once(std::string* error) {
 }
 
 // For a load, at once.
-void KernelSource::State::reconcile() {
+void KernelSource::State::finish_reconciling() {
   while (!reconciler.is_done()) reconciler.step(SIZE_MAX);
   if (reconcile_timer != 0) event_timer_cancel(manager, std::exchange(reconcile_timer, 0));
+  apply_held(UINT64_MAX);
+}
+
+void KernelSource::State::reconcile() {
   reconciler.run(mirror, mirror.take_changes());
   end_reconciling();
 }
 
 void KernelSource::State::reconcile_some() {
   reconcile_timer = 0;
-  reconciler.step(settings.reconcile_step);
-  if (reconciler.is_done()) {
-    end_reconciling();
-  } else {
-    reconcile_timer = event_timer_start(manager, 0, [this] { reconcile_some(); });
-  }
+  const bool was_done = reconciler.is_done();
+  if (!was_done) reconciler.step(settings.reconcile_step);
+  if (!was_done && reconciler.is_done()) end_reconciling();
+  if (!reconciler.is_reading()) apply_held(reconcile::kStepTime);
+  if (!reconciler.is_done() || !held.empty()) reconcile_later();
+}
+
+void KernelSource::State::reconcile_later() {
+  reconcile_timer = event_timer_start(manager, 0, [this] { reconcile_some(); });
+}
+
+// For up to this time, in nanoseconds.
+void KernelSource::State::apply_held(std::uint64_t time) {
+  const std::uint64_t start = clock_monotonic();
+  for (; !held.empty() && clock_monotonic() - start < time; held.pop_front()) mirror.apply(held.front());
+  if (mirror.changed()) schedule_settling();
 }
 
 void KernelSource::State::end_reconciling() {
@@ -206,14 +225,18 @@ void KernelSource::State::stop() {
 void KernelSource::State::on_datagram(std::span<const std::uint8_t> datagram) {
   scratch.clear();
   kernel::parse_link_datagram(datagram, &scratch);
+  const bool holds = reconciler.is_reading() || !held.empty();
   for (kernel::Event& event : scratch) {
-    mirror.apply(event);
-    if (dump.is_open()) {
-      log.push_back(std::move(event));
+    if (dump.is_open()) log.push_back(event);
+    if (holds) {
+      held.push_back(std::move(event));
+    } else {
+      mirror.apply(event);
     }
   }
-  if (log.size() > settings.log) {
+  if (std::max(log.size(), held.size()) > settings.log) {
     log.clear();
+    held.clear();
     on_events_lost();
   }
   if (mirror.changed()) {
@@ -241,7 +264,7 @@ void KernelSource::State::schedule_settling() {
 // A reconciliation in progress ends first.
 void KernelSource::State::settle() {
   settle_timer = 0;
-  if (!reconciler.is_done()) return schedule_settling();
+  if (!reconciler.is_done() || !held.empty()) return schedule_settling();
   events.read();  // what has arrived meanwhile belongs to the same burst
   if ((!events.drained() || mirror_stale) && postponements < kMaxPostponements) {
     ++postponements;
@@ -295,7 +318,9 @@ void KernelSource::State::end_dump() {
   dump.close();
 }
 
+// Not while the mirror is read, which the dump changes when it is complete.
 void KernelSource::State::continue_dump() {
+  if (reconciler.is_reading() || !held.empty()) return;
   switch (dump.step(dump_batch())) {
     case kernel::Dump::Progress::kMore:
     case kernel::Dump::Progress::kWaiting:
@@ -352,6 +377,7 @@ KernelSource::KernelSource(router::Router* model, const KernelSourceSettings& se
 KernelSource::~KernelSource() = default;
 
 Status KernelSource::load(std::string* error) {
+  state_->finish_reconciling();
   if (!state_->events.is_open()) {
     if (Status status = state_->events.open()) {
       *error = std::string("rtnetlink socket: ") + err_text(status);
@@ -392,6 +418,6 @@ KernelSourceCounters KernelSource::counters() const {
 
 bool KernelSource::settled() const {
   const State& state = *state_;
-  return state.events.drained() && !state.mirror.changed() && state.reconciler.is_done() &&
-         !state.dump.is_open() && !state.mirror_stale && state.routes.settled();
+  return state.events.drained() && state.held.empty() && !state.mirror.changed() &&
+         state.reconciler.is_done() && !state.dump.is_open() && !state.mirror_stale && state.routes.settled();
 }

@@ -76,6 +76,13 @@ class LiveReconciliation : public LiveKernel {
     AddManyVeths(100);
     while (model_.interface_count() < 20) Step();
   }
+  // 100 pairs of links are being read and the model has none of them when it returns.
+  void BeginToReadPairs() {
+    Start({.reconcile_step = 1});
+    AddManyVeths(100);
+    for (int i = 0; i < 300; ++i) Step();
+    ASSERT_EQ(model_.interface_count(), 1U);
+  }
   void Step() {
     event_timer_start(manager_, 0, [] {});
     clock_.advance(kSettle);
@@ -100,6 +107,29 @@ TEST_F(LiveReconciliation, LinksThatChangeMeanwhileAreFollowed) {
   EXPECT_NE(Find("z98"), nullptr);
   ExpectModelEqualsKernel();
   EXPECT_EQ(source_->counters().refused, 0U);
+}
+
+TEST_F(LiveReconciliation, LinksThatChangeWhileTheyAreReadAreFollowed) {
+  BeginToReadPairs();
+  for (int i = 0; i < 10; ++i) {
+    const std::string number = std::to_string(90 + i);
+    Batch("link set a" + number + " name z\nlink set b" + number + " name a" + number +
+          "\nlink set z name b" + number + "\nlink del a" + std::to_string(i) + "\n");
+    for (int step = 0; step < 20; ++step) Step();
+  }
+  ASSERT_EQ(model_.interface_count(), 1U) << "the links are still being read";
+  Settle();
+  EXPECT_EQ(Find("a0"), nullptr);
+  ExpectModelEqualsKernel();
+  EXPECT_EQ(source_->counters().refused, 0U);
+}
+
+TEST_F(LiveReconciliation, LoadWhileLinksAreReadCompletesIt) {
+  BeginToReadPairs();
+  Batch("link set a98 name z98\nlink del a0\n");
+  for (int step = 0; step < 20; ++step) Step();
+  ASSERT_EQ(source_->load(&error_), kStatusOk) << error_;
+  ExpectModelEqualsKernel();
 }
 
 TEST_F(LiveReconciliation, LoadMeanwhileCompletesIt) {

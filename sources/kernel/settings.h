@@ -14,8 +14,8 @@ struct KernelSourceSettings {
   std::uint64_t settle = 20'000'000;      // nanoseconds from the first event to the change of the model
   std::uint64_t reread = 30'000'000'000;  // nanoseconds between complete dumps
   std::uint64_t retry = 100'000'000;      // nanoseconds between dumps after losses or failures
-  // VRFs and interfaces that are compared with the model in one iteration of the loop: about a millisecond.
-  std::size_t reconcile_step = 200;
+  // VRFs and interfaces that are visited in one iteration of the loop, unless reconcile::kStepTime passes.
+  std::size_t reconcile_step = 1000;
   std::string vrf_ids{};                         // the file with the ids of VRFs; see vrf_ids.h
   std::uint64_t route_reread = 600'000'000'000;  // nanoseconds between readings of a routing table
 };

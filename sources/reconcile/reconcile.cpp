@@ -15,6 +15,7 @@
 #include <array>
 #include <utility>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 
 namespace reconcile {
@@ -48,13 +49,15 @@ Status Run::make(Refusal refusal, std::size_t* counter, Change change, bool* mad
 
 Run::Run(WantedRouter wanted, Router* model, Policy* policy)
     : wanted_(std::move(wanted)), model_(model), policy_(policy) {
-  for (const Interface& interface : wanted_.interfaces) interfaces_.emplace(interface.index, &interface);
-  for (const WantedVrf& each : wanted_.vrfs) vrfs_.insert(each.vrf.name);
+  interfaces_.reserve(wanted_.interfaces.size());
+  vrfs_.reserve(wanted_.vrfs.size());
   begin_phase();
 }
 
 const std::vector<Run::Phase>& Run::phases() {
   static const std::vector<Phase> phases{
+      {&Run::count<&WantedRouter::interfaces>, &Run::index_interface},
+      {&Run::count<&WantedRouter::vrfs>, &Run::index_vrf},
       {&Run::count<&WantedRouter::references>, &Run::add_reference},
       {&Run::count<&WantedRouter::removed_interfaces>, &Run::remove_interface},
       {&Run::find_leaving, &Run::leave_vrf},
@@ -63,7 +66,8 @@ const std::vector<Run::Phase>& Run::phases() {
       {&Run::count_one, &Run::end_vrfs},
       {&Run::count<&WantedRouter::ended_references>, &Run::end_reference},
       {&Run::count<&WantedRouter::interfaces>, &Run::free_name},
-      {&Run::count<&WantedRouter::interfaces>, &Run::place_interface}};
+      {&Run::count<&WantedRouter::interfaces>, &Run::place_interface},
+      {&Run::count<&WantedRouter::interfaces>, &Run::free_interface}};
   return phases;
 }
 
@@ -76,7 +80,8 @@ void Run::begin_phase() {
 }
 
 Status Run::step(std::size_t items) {
-  for (; items > 0 && !is_done_; --items) {
+  const std::uint64_t start = clock_monotonic();
+  for (; items > 0 && !is_done_ && clock_monotonic() - start < kStepTime; --items) {
     if (const Status status = (this->*phases()[phase_].visit)(item_++)) {
       is_done_ = true;
       return status;
@@ -85,6 +90,16 @@ Status Run::step(std::size_t items) {
     ++phase_;
     begin_phase();
   }
+  return kStatusOk;
+}
+
+Status Run::index_interface(std::size_t item) {
+  interfaces_.emplace(wanted_.interfaces[item].index, &wanted_.interfaces[item]);
+  return kStatusOk;
+}
+
+Status Run::index_vrf(std::size_t item) {
+  vrfs_.insert(wanted_.vrfs[item].vrf.name);
   return kStatusOk;
 }
 
@@ -212,6 +227,13 @@ Status Run::place_interface(std::size_t item) {
     if (status) return status;
   }
   return moves && made ? move_interface(changed) : kStatusOk;
+}
+
+// The end of a run would take as long as its beginning if everything were freed at once.
+Status Run::free_interface(std::size_t item) {
+  interfaces_.erase(wanted_.interfaces[item].index);
+  wanted_.interfaces[item] = {};
+  return kStatusOk;
 }
 
 Status Run::move_interface(const Interface& changed) {

@@ -87,6 +87,8 @@ class Policy {
 // The name of an interface while its own name is in use by another one.
 std::string temporary_name(std::uint32_t index);
 
+inline constexpr std::uint64_t kStepTime = 1'000'000;  // nanoseconds
+
 // The changes, in steps: a router of 100,000 interfaces takes a second, during which the loop has to serve
 // others. Each step looks at the model as it is then, so the model may be changed between the steps. A run
 // that is destroyed early leaves what it has changed; another one continues from there.
@@ -95,8 +97,9 @@ class Run {
   // The model and the policy must outlive the run.
   Run(WantedRouter wanted, router::Router* model, Policy* policy);
 
-  // Visits up to `items` (> 0) of the wanted objects. The status with which the policy ended the run, which
-  // then is done. Fault point "reconcile", before each change.
+  // Visits up to `items` (> 0) of the wanted objects, each of them several times in a run, and fewer if
+  // kStepTime has passed. The status with which the policy ended the run, which then is done. Fault point
+  // "reconcile", before each change.
   [[nodiscard]] Status step(std::size_t items);
   bool is_done() const { return is_done_; }
   const Changes& changes() const { return changes_; }
@@ -115,6 +118,8 @@ class Run {
   std::size_t count_one() { return 1; }
   void begin_phase();
 
+  Status index_interface(std::size_t item);
+  Status index_vrf(std::size_t item);
   Status add_reference(std::size_t item);
   Status remove_interface(std::size_t item);
   std::size_t find_leaving();
@@ -127,6 +132,7 @@ class Run {
   Status free_name(std::size_t item);
   Status place_interface(std::size_t item);
   Status move_interface(const router::Interface& changed);
+  Status free_interface(std::size_t item);
 
   bool leaves(const router::Interface& member) const;
   const router::Interface* wanted_interface(std::uint32_t index) const;
@@ -136,7 +142,7 @@ class Run {
   template <typename Change>
   Status make(Refusal refusal, std::size_t* counter, Change change, bool* made = nullptr);
 
-  const WantedRouter wanted_;
+  WantedRouter wanted_;
   router::Router* model_;
   Policy* policy_;
   Changes changes_;

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
 
 namespace kernel {
@@ -48,114 +49,189 @@ router::Interface wanted_interface(const Mirror& mirror, const Link& link) {
 
 }  // namespace
 
-void Reconciler::run(const Mirror& mirror, const Changes& changes) {
-  begin(mirror, changes);
+void Reconciler::run(const Mirror& mirror, Changes changes) {
+  begin(mirror, std::move(changes));
   while (!is_done()) step(SIZE_MAX);
 }
 
-void Reconciler::begin(const Mirror& mirror, const Changes& changes) {
+void Reconciler::begin(const Mirror& mirror, Changes changes) {
   refused_before_ = std::exchange(refused_now_, Indexes{});
   deleted_vrfs_.clear();
   created_vrfs_.clear();
   created_tables_.clear();
-  Indexes indexes = refused_before_;
-  indexes.insert(changes.removed.begin(), changes.removed.end());
-  indexes.insert(changes.touched.begin(), changes.touched.end());
-  add_ports(mirror, &indexes);
-  reconcile::Policy* policy = this;
-  run_ = std::make_unique<reconcile::Run>(wanted_router(mirror, changes, std::move(indexes)), model_, policy);
+  indexes_ = std::exchange(changes.touched, Indexes{});
+  changes_ = std::move(changes);
+  mirror_ = &mirror;
+  phase_ = 0;
+  begin_phase();
 }
 
 void Reconciler::step(std::size_t items) {
+  if (is_reading()) return read_some(items);
   (void)run_->step(items);  // no refusal ends it
   if (!run_->is_done()) return;
   run_.reset();
   remember_vrfs();
 }
 
+// The links are complete before their VRFs are read, and these before the interfaces.
+const std::vector<Reconciler::Phase>& Reconciler::phases() {
+  static const std::vector<Phase> phases{
+      &Reconciler::add_removed,    &Reconciler::add_refused,   &Reconciler::find_master,
+      &Reconciler::add_port,       &Reconciler::want_vrf,      &Reconciler::find_members,
+      &Reconciler::find_displaced, &Reconciler::add_displaced, &Reconciler::want_interface,
+      &Reconciler::want_added,     &Reconciler::forget_index};
+  return phases;
+}
+
+void Reconciler::begin_phase() {
+  const Phase phase = phases()[phase_];
+  const Indexes& indexes = phase == &Reconciler::add_removed     ? changes_.removed
+                           : phase == &Reconciler::add_refused   ? refused_before_
+                           : phase == &Reconciler::add_displaced ? displaced_
+                                                                 : indexes_;
+  next_index_ = indexes.begin();
+  next_link_ = mirror_->links().begin();
+  next_added_ = 0;
+}
+
+void Reconciler::read_some(std::size_t items) {
+  const std::uint64_t start = clock_monotonic();
+  for (; items > 0 && clock_monotonic() - start < reconcile::kStepTime; --items) {
+    if ((this->*phases()[phase_])()) continue;
+    if (++phase_ == phases().size()) return end_reading();
+    begin_phase();
+  }
+}
+
+void Reconciler::end_reading() {
+  mirror_ = nullptr;
+  changes_ = {};
+  masters_.clear();
+  displaced_.clear();
+  added_ = {};
+  reconcile::Policy* policy = this;
+  run_ = std::make_unique<reconcile::Run>(std::exchange(wanted_, {}), model_, policy);
+}
+
+template <typename Visit>
+bool Reconciler::visit_index(Visit visit) {
+  if (next_index_ == indexes_.end()) return false;
+  visit(*next_index_++);
+  return true;
+}
+
+bool Reconciler::add_removed() {
+  if (next_index_ == changes_.removed.end()) return false;
+  indexes_.insert(*next_index_++);
+  return true;
+}
+
+bool Reconciler::add_refused() {
+  if (next_index_ == refused_before_.end()) return false;
+  indexes_.insert(*next_index_++);
+  return true;
+}
+
 // A VRF that is added or changes affects its ports.
-void Reconciler::add_ports(const Mirror& mirror, Indexes* indexes) const {
-  Indexes masters;
-  for (const std::uint32_t index : *indexes) {
-    const Link* link = mirror.find(index);
-    if (vrfs_.contains(index) || (link != nullptr && link->is_vrf)) masters.insert(index);
-  }
-  if (masters.empty()) return;
-  for (const auto& [index, link] : mirror.links()) {
-    if (masters.contains(link.vrf_master)) indexes->insert(index);
-  }
+bool Reconciler::find_master() {
+  return visit_index([this](std::uint32_t index) {
+    const Link* link = mirror_->find(index);
+    if (vrfs_.contains(index) || (link != nullptr && link->is_vrf)) masters_.insert(index);
+  });
 }
 
-WantedRouter Reconciler::wanted_router(const Mirror& mirror, const Changes& changes, Indexes indexes) {
-  WantedRouter wanted;
-  for (const std::uint32_t index : indexes) want_vrf(mirror, changes, index, &wanted);
-  add_displaced(mirror, wanted, &indexes);
-  want_interfaces(mirror, changes, indexes, &wanted);
-  return wanted;
+bool Reconciler::add_port() {
+  if (masters_.empty() || next_link_ == mirror_->links().end()) return false;
+  const auto& [index, link] = *next_link_++;
+  if (masters_.contains(link.vrf_master)) indexes_.insert(index);
+  return true;
 }
 
-void Reconciler::want_vrf(const Mirror& mirror, const Changes& changes, std::uint32_t index,
-                          WantedRouter* wanted) {
-  const Link* link = mirror.find(index);
+bool Reconciler::want_vrf() {
+  return visit_index([this](std::uint32_t index) { want_vrf(index); });
+}
+
+void Reconciler::want_vrf(std::uint32_t index) {
+  const Link* link = mirror_->find(index);
   const auto known = vrfs_.find(index);
   if (known == vrfs_.end()) {
-    if (is_vrf(link)) want_new_vrf(*link, {}, wanted);
+    if (is_vrf(link)) want_new_vrf(*link, {});
     return;
   }
   const KnownVrf& vrf = known->second;
-  const bool stays = is_vrf(link) && !changes.removed.contains(index) && link->name == vrf.name &&
+  const bool stays = is_vrf(link) && !changes_.removed.contains(index) && link->name == vrf.name &&
                      link->vrf_table == vrf.table;
   if (!stays) {
-    wanted->deleted_vrfs.push_back(vrf.name);
+    wanted_.deleted_vrfs.push_back(vrf.name);
     deleted_vrfs_[vrf.name] = index;
-    if (is_vrf(link)) want_new_vrf(*link, vrf.name, wanted);
+    if (is_vrf(link)) want_new_vrf(*link, vrf.name);
   } else if (const router::Vrf* present = model_->find_vrf(vrf.name)) {
-    wanted->vrfs.push_back({*present, {}});  // with the attributes that the kernel does not have
-    wanted->vrfs.back().vrf.description = link->alias;
+    wanted_.vrfs.push_back({*present, {}});  // with the attributes that the kernel does not have
+    wanted_.vrfs.back().vrf.description = link->alias;
   }
 }
 
-void Reconciler::want_new_vrf(const Link& link, const std::string& replaces, WantedRouter* wanted) {
+void Reconciler::want_new_vrf(const Link& link, const std::string& replaces) {
   router::Vrf vrf;
   vrf.name = link.name;
   vrf.ipv4_table = vrf.ipv6_table = link.vrf_table;
   vrf.description = link.alias;
-  wanted->vrfs.push_back({vrf, replaces});
+  wanted_.vrfs.push_back({vrf, replaces});
   created_vrfs_[link.name] = link.index;
   created_tables_[link.name] = link.vrf_table;
 }
 
-// Members of deleted VRFs, and interfaces whose names others need.
-void Reconciler::add_displaced(const Mirror& mirror, const WantedRouter& wanted, Indexes* indexes) const {
-  Indexes displaced;
-  if (!wanted.deleted_vrfs.empty()) {
-    model_->for_each_interface([&](const router::Interface& each) {
-      if (deleted_vrfs_.contains(each.vrf)) displaced.insert(each.index);
-    });
-  }
-  for (const std::uint32_t index : *indexes) {
-    const Link* link = mirror.find(index);
-    if (!is_interface(link)) continue;
+// Members of deleted VRFs. It is a single item: it reads names only.
+bool Reconciler::find_members() {
+  if (wanted_.deleted_vrfs.empty()) return false;
+  model_->for_each_interface([&](const router::Interface& each) {
+    if (deleted_vrfs_.contains(each.vrf)) displaced_.insert(each.index);
+  });
+  return false;
+}
+
+// Interfaces whose names others need.
+bool Reconciler::find_displaced() {
+  return visit_index([this](std::uint32_t index) {
+    const Link* link = mirror_->find(index);
+    if (!is_interface(link)) return;
     const router::Interface* owner = model_->find_interface_by_name(wanted_name(*link));
-    if (owner != nullptr) displaced.insert(owner->index);
+    if (owner != nullptr && owner->index != index) displaced_.insert(owner->index);
+  });
+}
+
+bool Reconciler::add_displaced() {
+  if (next_index_ == displaced_.end()) return false;
+  indexes_.insert(*next_index_++);
+  return true;
+}
+
+bool Reconciler::want_interface() {
+  return visit_index([this](std::uint32_t index) { want_interface(index); });
+}
+
+void Reconciler::want_interface(std::uint32_t index) {
+  const Link* link = mirror_->find(index);
+  bool exists = model_->find_interface_by_index(index) != nullptr;
+  if (exists && (!is_interface(link) || changes_.removed.contains(index))) {
+    wanted_.removed_interfaces.push_back(index);
+    exists = false;
   }
-  indexes->merge(displaced);
+  if (is_interface(link)) (exists ? wanted_.interfaces : added_).push_back(wanted_interface(*mirror_, *link));
 }
 
 // Interfaces that exist precede new ones.
-void Reconciler::want_interfaces(const Mirror& mirror, const Changes& changes, const Indexes& indexes,
-                                 WantedRouter* wanted) const {
-  std::vector<router::Interface> added;
-  for (const std::uint32_t index : indexes) {
-    const Link* link = mirror.find(index);
-    bool exists = model_->find_interface_by_index(index) != nullptr;
-    if (exists && (!is_interface(link) || changes.removed.contains(index))) {
-      wanted->removed_interfaces.push_back(index);
-      exists = false;
-    }
-    if (is_interface(link)) (exists ? wanted->interfaces : added).push_back(wanted_interface(mirror, *link));
-  }
-  std::ranges::move(added, std::back_inserter(wanted->interfaces));
+bool Reconciler::want_added() {
+  if (next_added_ == added_.size()) return false;
+  wanted_.interfaces.push_back(std::move(added_[next_added_++]));
+  return true;
+}
+
+bool Reconciler::forget_index() {
+  if (indexes_.empty()) return false;
+  indexes_.erase(indexes_.begin());
+  return true;
 }
 
 std::uint32_t Reconciler::choose_id(const router::Vrf& vrf) {

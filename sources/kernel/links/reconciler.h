@@ -14,6 +14,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "platform/router/model/router.h"
 #include "sources/kernel/links/mirror.h"
@@ -31,13 +32,15 @@ class Reconciler : private reconcile::Policy {
   Reconciler& operator=(const Reconciler&) = delete;
 
   // Updates the model for the links of `changes` and everything that depends on them, as the mirror is now,
-  // in steps that visit up to `items` (> 0) VRFs and interfaces. REQUIRES: begin() when it is done, step()
-  // when it is not.
-  void begin(const Mirror& mirror, const Changes& changes);
+  // in steps that visit up to `items` (> 0) VRFs and interfaces, and fewer if reconcile::kStepTime has
+  // passed. The mirror must not change while it is read. REQUIRES: begin() when it is done, step() when it is
+  // not.
+  void begin(const Mirror& mirror, Changes changes);
   void step(std::size_t items);
-  bool is_done() const { return !run_; }
+  bool is_reading() const { return mirror_ != nullptr; }
+  bool is_done() const { return !is_reading() && !run_; }
   // All steps at once.
-  void run(const Mirror& mirror, const Changes& changes);
+  void run(const Mirror& mirror, Changes changes);
   std::uint64_t refused() const { return refused_; }
 
  private:
@@ -53,19 +56,44 @@ class Reconciler : private reconcile::Policy {
   void on_vrfs_done(const reconcile::Changes& changes) override;
   bool allows_missing_vrfs() const override { return false; }
 
-  void add_ports(const Mirror& mirror, Indexes* indexes) const;
-  void add_displaced(const Mirror& mirror, const reconcile::WantedRouter& wanted, Indexes* indexes) const;
-  reconcile::WantedRouter wanted_router(const Mirror& mirror, const Changes& changes, Indexes indexes);
-  void want_vrf(const Mirror& mirror, const Changes& changes, std::uint32_t index,
-                reconcile::WantedRouter* wanted);
-  void want_new_vrf(const Link& link, const std::string& replaces, reconcile::WantedRouter* wanted);
-  void want_interfaces(const Mirror& mirror, const Changes& changes, const Indexes& indexes,
-                       reconcile::WantedRouter* wanted) const;
+  // Reading the mirror: the phases in their order, each a visit of its next item. False without one.
+  using Phase = bool (Reconciler::*)();
+  static const std::vector<Phase>& phases();
+  void begin_phase();
+  void read_some(std::size_t items);
+  void end_reading();
+  template <typename Visit>
+  bool visit_index(Visit visit);
+  bool add_removed();
+  bool add_refused();
+  bool find_master();
+  bool add_port();
+  bool want_vrf();
+  bool find_members();
+  bool find_displaced();
+  bool add_displaced();
+  bool want_interface();
+  bool want_added();
+  bool forget_index();
+  void want_vrf(std::uint32_t index);
+  void want_new_vrf(const Link& link, const std::string& replaces);
+  void want_interface(std::uint32_t index);
   std::uint32_t link_of(const reconcile::Refusal& refusal);
   void remember_vrfs();
 
   router::Router* model_;
   VrfIds ids_;
+  const Mirror* mirror_ = nullptr;        // while it is read
+  Changes changes_;                       // of the mirror, for this run
+  Indexes indexes_;                       // the links that the run is about
+  Indexes masters_;                       // of these, VRF devices that are or were
+  Indexes displaced_;                     // links that others displace from their VRF or name
+  reconcile::WantedRouter wanted_;        // what has been read
+  std::vector<router::Interface> added_;  // likewise, those that do not exist yet
+  std::size_t phase_ = 0;
+  Indexes::const_iterator next_index_;
+  std::map<std::uint32_t, Link>::const_iterator next_link_;
+  std::size_t next_added_ = 0;
   std::map<std::uint32_t, KnownVrf> vrfs_;  // in the model, by link index
   IndexesByName deleted_vrfs_;              // of this run, without refused ones
   IndexesByName created_vrfs_;              // likewise

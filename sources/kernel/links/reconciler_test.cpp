@@ -4,6 +4,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "sources/kernel/test_support.h"
 
@@ -11,6 +16,23 @@ namespace kernel {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// Does something for each interface that is added.
+class SlowObserver : public router::Observer {
+ public:
+  SlowObserver(router::Router* model, std::function<void()> work) : model_(model), work_(std::move(work)) {
+    model_->observe(router::ObserverRank::kOther, this);
+  }
+  ~SlowObserver() override { model_->stop_observing(this); }
+  SlowObserver(const SlowObserver&) = delete;
+  SlowObserver& operator=(const SlowObserver&) = delete;
+  void interface_added(const router::Interface&) override { work_(); }
+
+ private:
+  router::Router* model_;
+  std::function<void()> work_;
+};
 
 class KernelModel : public ::testing::Test {
  protected:
@@ -60,6 +82,37 @@ TEST_F(KernelModel, VrfIsCreatedBeforeItsInterfacesWithAnyIndexes) {
   AddLink("d0", 5, 7);
   AddVrf("red", 7, 10);
   EXPECT_THAT(Settle(), ElementsAre("created red", "added d0 in red down"));
+}
+
+TEST_F(KernelModel, ManyLinksAreReadInStepsBeforeAnyChange) {
+  constexpr std::uint32_t kLinks = 1000;
+  constexpr std::size_t kItems = 10;
+  AddVrf("red", 1, 10);
+  for (std::uint32_t index = 2; index < kLinks + 2; ++index) AddLink("d" + std::to_string(index), index, 1);
+  reconciler_.begin(mirror_, mirror_.take_changes());
+  EXPECT_TRUE(reconciler_.is_reading());
+  std::size_t steps = 0;
+  for (; reconciler_.is_reading(); ++steps) reconciler_.step(kItems);
+  EXPECT_GE(steps, kLinks / kItems);
+  EXPECT_THAT(listener_.TakeLines(), IsEmpty());
+  for (steps = 0; model_.interface_count() < kLinks; ++steps) reconciler_.step(kItems);
+  EXPECT_GE(steps, kLinks / kItems);
+  for (steps = 0; !reconciler_.is_done(); ++steps) reconciler_.step(kItems);
+  EXPECT_GE(steps, kLinks / kItems) << "what was read is freed in steps, too";
+}
+
+TEST_F(KernelModel, StepEndsWhenItsTimeHasPassed) {
+  ManualClock clock(1000);
+  for (std::uint32_t index = 2; index < 12; ++index) AddLink("d" + std::to_string(index), index);
+  SlowObserver slow(&model_, [&clock] { clock.advance(reconcile::kStepTime / 2); });
+  reconciler_.begin(mirror_, mirror_.take_changes());
+  std::size_t most = 0;
+  for (std::size_t before = 0; !reconciler_.is_done(); before = model_.interface_count()) {
+    reconciler_.step(SIZE_MAX);
+    most = std::max(most, model_.interface_count() - before);
+  }
+  EXPECT_EQ(model_.interface_count(), 10U);
+  EXPECT_EQ(most, 2U);
 }
 
 TEST_F(KernelModel, InterfaceWhoseMasterIsNotYetKnownJoinsLater) {
