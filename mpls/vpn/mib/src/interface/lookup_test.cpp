@@ -120,6 +120,16 @@ TEST_F(IfLookup, FindsByVrfAndName) {
   EXPECT_EQ(mpls_vpn_mib_get_if_by_vrf_and_name("red", nullptr), nullptr);
 }
 
+// For the moment of a rename two interfaces have one name.
+TEST_F(IfLookup, FindsTheFirstOfTheVrfsInterfacesWithOneName) {
+  IfNode* red1 = CreateIf("red", 1, "ge1", 0x11);
+  CreateIf("red", 2, "ge1", 0x12);
+  EXPECT_EQ(mpls_vpn_mib_get_if_by_vrf_and_name("red", "ge1"), red1);
+  CreateIf("blue", 4, "ge1", 0x14);
+  IfNode* blue3 = CreateIf("blue", 3, "ge1", 0x13);
+  EXPECT_EQ(mpls_vpn_mib_get_if_by_vrf_and_name("blue", "ge1"), blue3);
+}
+
 TEST_F(IfLookup, InvalidNodeBeforeTheMatchEndsTheSearchInAVrf) {
   Fill();
   CreateIf("red", 8, nullptr, 0x80);
