@@ -33,7 +33,7 @@ PRESENT, INTERFACE = 3, 7          # columns of the performance and of the route
 NO_SUCH = (0x80, 0x81)
 DOWN, UP = 2, 1                    # numbers of the notifications
 COMMIT_EVERY, TRAP_EVERY = 10, 5   # seconds
-TOO_LATE = 600                     # seconds: a change that is not visible by then is lost
+TOO_LATE = 1800                    # seconds: a change that is not visible by then is lost
 MADE_UP = 60                       # seconds of changes that are made up for when the machine was busy
 WHOLE_WALK = 0.99                  # rows of a walk for each route: all, but for those changed meanwhile
 PATIENT = ("--timeout", "60000")   # of mplsvpn
@@ -67,11 +67,11 @@ class SoakSystem(System):
 
 
 class Changes:
-    """Changes the routes at a rate, and measures how long the newest and the oldest of a change take to be seen."""
+    """Changes the routes at a rate, and measures for one change at a time how long it takes until it is seen."""
 
     def __init__(self, routes, rate, client, log):
         self.routes, self.rate, self.client, self.log = routes, rate, client, log
-        self.pending, self.delays, self.lost = collections.deque(), [], 0
+        self.pending, self.delays, self.lost = None, [], 0
         self.due = time.monotonic()
 
     def step(self):
@@ -80,27 +80,38 @@ class Changes:
         if now >= self.due:
             self.due += 1
             changed = self.routes.change(self.rate)
-            if not self.pending:
-                self.pending.append((changed[0], changed[0].next - 1, time.monotonic()))
+            self.pending = self.pending or Pending(changed[0])
         elif self.pending:
-            self.look(*self.pending[0])
+            self.look(self.pending)
 
-    def look(self, vrf, newest, since):
-        waited = time.monotonic() - since
-        if self.sees(vrf.row(newest)) and not self.sees(vrf.row(newest - vrf.size)):
+    def look(self, pending):
+        waited = time.monotonic() - pending.since
+        row, is_there = pending.rows[0]
+        if self.sees(row) is is_there:
+            pending.rows.pop(0)
+        if not pending.rows:
             self.delays.append(waited)
-            self.pending.popleft()
+            self.pending = None
         elif waited > TOO_LATE:
-            self.log(f"{vrf.name}: {vrf.prefix(newest)} is not visible after {waited:.0f} s")
+            self.log(f"{pending.text} is not visible after {waited:.0f} s")
             self.lost += 1
-            self.pending.popleft()
+            self.pending = None
 
     def sees(self, row):
+        """None if there is no answer."""
         try:
             _, tag, _ = self.client.get(ROUTE_ENTRY + (INTERFACE,) + row)
         except (TimeoutError, RuntimeError):
             return None
         return tag not in NO_SUCH
+
+
+class Pending:
+    """The latest change of a VRF: a route that must become a row, and one whose row must be removed."""
+
+    def __init__(self, vrf):
+        self.since, self.text = time.monotonic(), f"{vrf.name}: {vrf.prefix(vrf.next - 1)}"
+        self.rows = [(vrf.row(vrf.next - 1), True), (vrf.row(vrf.oldest - 1), False)]
 
 
 class Soak:
@@ -235,8 +246,8 @@ class Soak:
 
     def is_current(self, vrf):
         see = self.changes.sees
-        return (self.number(vrf) == vrf.size + 1 and see(vrf.row(vrf.next - 1)) and
-                (vrf.oldest == 0 or not see(vrf.row(vrf.oldest - 1))))
+        return (self.number(vrf) == vrf.size + 1 and see(vrf.row(vrf.next - 1)) is True and
+                (vrf.oldest == 0 or see(vrf.row(vrf.oldest - 1)) is False))
 
     def rows(self, vrf):
         """The indexes of its rows after that of its interface's prefix, which is the first."""
@@ -261,7 +272,7 @@ class Soak:
     def write_line(self, seconds):
         line = {"seconds": round(seconds), "state_kib": self.system.state(), "rows_walked": self.walked, "walks": self.walks,
                 "walk_errors": self.walk_errors, "routes": self.routes.count(), "changes": self.routes.changes,
-                "pending": len(self.changes.pending), "commits": self.commits, "traps_raised": len(self.traps),
+                "pending": int(self.changes.pending is not None), "commits": self.commits, "traps_raised": len(self.traps),
                 "traps_received": len(self.received()), "lost": self.lost + self.changes.lost,
                 "long_iterations": json.loads(self.cli("--json", "show", "status"))["longIterations"], **self.walk}
         for name in report.PROCESSES:
