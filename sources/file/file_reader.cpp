@@ -2,26 +2,14 @@
 // result that is posted after that finds its weak pointer expired.
 #include "sources/file/file_reader.h"
 
-#include <csignal>
-
 #include <system_error>
 #include <utility>
 
 #include "platform/core/base/fault.h"
+#include "platform/core/evm/worker.h"
 #include "platform/core/files/read_file.h"
 
 namespace router_file {
-
-namespace {
-
-// Other threads of the process wait for signals.
-void block_signals() {
-  sigset_t all;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, nullptr);
-}
-
-}  // namespace
 
 Reading read(const std::string& path) {
   Reading reading;
@@ -68,7 +56,7 @@ Status BackgroundReader::start_thread() {
   try {
     thread_ = std::thread(
         [manager = manager_, path = path_, read = read_, self = std::weak_ptr<BackgroundReader*>(self_)] {
-          block_signals();
+          block_signals_of_thread();
           auto reading = std::make_shared<Reading>(read(path));
           event_post(manager, [self, reading] {
             if (const std::shared_ptr<BackgroundReader*> reader = self.lock()) {

@@ -76,8 +76,8 @@ Status Reporter::start() {
   if (const Status status = kvtree_set(kRdOwnerPath, {KvValueType::kText, model_->rd_owner(), 0, {}, {}}))
     return status;
   model_->observe(router::ObserverRank::kOther, this);
-  observed_ =
-      kvtree_config_observe(vrf_config::kVrfScope, [this](const auto& commit) { take_commit(commit); });
+  const std::string vrfs = std::string(vrf_config::kVrfScope) + "vrf/";  // the changes of a VRF in one call
+  observed_ = kvtree_config_observe(vrfs, [this](const auto& commit) { take_commit(commit); });
   return kStatusOk;
 }
 

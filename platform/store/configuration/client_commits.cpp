@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/core/base/fault.h"
+#include "platform/store/commits/commit_queue.h"
 #include "platform/store/configuration/configuration.h"
 #include "platform/store/configuration/value_codec.h"
 #include "platform/store/server/protocol.h"
@@ -44,23 +46,28 @@ bool is_too_much_staged(std::size_t changes) {
   return changes > kMaxStagedChangesOfAll || octets > kMaxStagedOctetsOfAll;
 }
 
-// Changes of earlier commits that are not in the rows of the database, or that a subscriber has not received.
+// Changes of earlier commits that are not applied, not in the rows of the database, or that a subscriber has
+// not received.
 std::size_t count_unprocessed() {
   std::size_t most = store().node_store == nullptr ? 0 : store().node_store->count_unfolded();
   for (const auto& registration : store().registrations) most = std::max(most, registration->pending.size());
+  if (store().commits != nullptr) most = std::max(most, store().commits->count_unapplied());
   return most;
 }
 
-Status commit_staged(wire::Connection* from, std::string_view comment, std::string* id, std::string* error) {
+// Takes the client's staged changes, unless its commit is refused.
+Status take_staged(const wire::Connection* from, std::vector<KvConfigChange>* changes, std::string* error) {
   if (!may_change(from)) return kStatusAccess;
   auto& all = the_server()->staged;
-  const StagedCommit staged = std::exchange(all[from->id()], {});
+  StagedCommit staged = std::exchange(all[from->id()], {});
   all.erase(from->id());
+  if (const Status status = fault_check("kvtree_config_commit")) return status;
   if (count_unprocessed() >= kv_config_limits.unprocessed_changes) {
     *error = "the changes of earlier commits are still being processed; try again in a few seconds";
     return EBUSY;
   }
-  return kvtree_config_commit(client_owner(), staged.changes, comment, id, error);
+  *changes = std::move(staged.changes);
+  return kStatusOk;
 }
 
 Status stage(wire::Connection* from, bool first, std::size_t octets, std::vector<KvConfigChange> changes) {
@@ -80,6 +87,14 @@ Status stage(wire::Connection* from, bool first, std::size_t octets, std::vector
   return kStatusOk;
 }
 
+void write_commit_answer(wire::Octets* answer, Status status, const std::string& id,
+                         const std::string& error) {
+  Writer writer(answer);
+  writer.u32(status);
+  writer.text(id);
+  writer.text(error);
+}
+
 }  // namespace
 
 bool answer_stage(wire::Connection* from, Reader* request, wire::Octets* answer) {
@@ -91,16 +106,26 @@ bool answer_stage(wire::Connection* from, Reader* request, wire::Octets* answer)
   return true;
 }
 
+// The answer of an accepted commit follows the notifications that it posts to its subscribers: a client that
+// receives it sees the change in the subscribers' state, and a process that dies afterwards has lost nothing
+// of that state.
 bool answer_commit(wire::Connection* from, Reader* request, wire::Octets* answer) {
-  const std::string_view comment = request->text();
+  const std::string comment(request->text());
   if (!request->finished()) return false;
-  std::string id;
-  std::string error;
-  const Status status = commit_staged(from, comment, &id, &error);
-  Writer writer(answer);
-  writer.u32(status);
-  writer.text(id);
-  writer.text(error);
+  const auto changes = std::make_shared<std::vector<KvConfigChange>>();
+  std::string refusal;
+  if (const Status status = take_staged(from, changes.get(), &refusal)) {
+    write_commit_answer(answer, status, {}, refusal);
+    return true;
+  }
+  EventManager* const manager = the_server()->manager;
+  const auto done = [manager, later = the_server()->answer_later(*from)](Status status, const std::string& id,
+                                                                         const std::string& error) {
+    wire::Octets payload;
+    write_commit_answer(&payload, status, id, error);
+    event_post(manager, [later, payload] { later.send(payload); });
+  };
+  commit_queue(manager).add({std::string(client_owner()), comment, changes, nullptr}, done);
   return true;
 }
 

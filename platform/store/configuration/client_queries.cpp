@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/store/commits/config_view.h"
 #include "platform/store/configuration/configuration.h"
 #include "platform/store/configuration/value_codec.h"
 #include "platform/store/server/protocol.h"
@@ -45,12 +46,10 @@ class ListAnswer {
 
 // The owner of the node's value; empty if the process itself set it. The values are compared, because a node
 // has the former owner's value while the next one's is the same: no notification announces that.
-std::string_view owner_of(const std::string& path, const SharedValue& value) {
-  const auto found = store().configuration.find(path);
-  if (found == store().configuration.end()) return {};
-  const std::size_t owner = found->second.effective_owner();
-  const bool is_owned = owner != kNoOwner && *found->second.values[owner] == *value;
-  return is_owned ? owner_name(owner) : std::string_view();
+std::string_view owner_of(std::string_view path, const SharedValue& value) {
+  const EffectiveValue effective = find_effective(path);
+  const bool is_owned = effective.value != nullptr && *effective.value == *value;
+  return is_owned ? owner_name(effective.owner) : std::string_view();
 }
 
 // Skips a value that the configuration cannot have (a record).
@@ -74,27 +73,41 @@ struct OwnedNodes : AnswerInSteps {
   std::string last;  // the path of the node visited last
 };
 
+// Adds the nodes from the first path of the answer on, the one after `after` or `path`, until `add` returns
+// false.
+template <typename Map, typename Add>
+void add_below(const ListAnswer& list, const Map& map, std::string_view path, std::string_view after,
+               const Add& add) {
+  const bool continues = after >= path;
+  visit_view(map, continues ? after : path, continues, [&](const auto& viewed) {
+    return viewed.path.starts_with(path) && !list.full() && add(viewed);
+  });
+}
+
 void add_nodes(ListAnswer* list, std::string_view path, std::string_view after) {
-  const auto& nodes = store().nodes;
-  auto node = after < path ? nodes.lower_bound(path) : nodes.upper_bound(after);
-  for (; node != nodes.end() && node->first.starts_with(path) && !list->full(); ++node)
-    add_node(list, node->first, owner_of(node->first, node->second.value), *node->second.value);
+  add_below(*list, store().nodes, path, after, [list](const Viewed<StoredNode>& viewed) {
+    const bool is_changed = viewed.change != nullptr && viewed.change->is_effective;
+    const SharedValue before = viewed.node == nullptr ? nullptr : viewed.node->value;
+    const SharedValue& value = is_changed ? viewed.change->after : before;
+    if (value != nullptr) add_node(list, viewed.path, owner_of(viewed.path, value), *value);
+    return true;
+  });
 }
 
 // kStatusUnfinished, with the last node's path, if the step was over before the last node.
 Status add_owned(ListAnswer* list, std::string_view path, std::string_view after, std::size_t owner,
                  const KvSteps* steps, std::string* last) {
-  const ConfigTree& tree = store().configuration;
-  auto node = after < path ? tree.lower_bound(path) : tree.upper_bound(after);
-  for (std::size_t visited = 1; node != tree.end() && node->first.starts_with(path) && !list->full();
-       ++node, ++visited) {
-    const SharedValue& value = node->second.values[owner];
-    if (value != nullptr) add_node(list, node->first, owner_name(owner), *value);
-    if (steps == nullptr || visited % kNodesPerReading != 0 || !steps->is_over()) continue;
-    *last = node->first;
-    return kStatusUnfinished;
-  }
-  return kStatusOk;
+  std::size_t visited = 0;
+  Status status = kStatusOk;
+  add_below(*list, store().configuration, path, after, [&](const Viewed<OwnedNode>& viewed) {
+    if (const SharedValue value = value_of(viewed, owner))
+      add_node(list, viewed.path, owner_name(owner), *value);
+    if (steps == nullptr || ++visited % kNodesPerReading != 0 || !steps->is_over()) return true;
+    *last = viewed.path;
+    status = kStatusUnfinished;
+    return false;
+  });
+  return status;
 }
 
 void answer_owned(wire::Connection* from, wire::Octets* answer, std::uint32_t maximum, std::string_view path,

@@ -36,7 +36,8 @@ Status NodeStore::find_commit(std::string_view id, std::int64_t* number) const {
 }
 
 Status NodeStore::history(std::uint32_t maximum, std::string_view before,
-                          std::vector<KvConfigCommit>* commits) const {
+                          std::vector<KvConfigCommit>* commits) {
+  const std::lock_guard lock(mutex_);
   std::int64_t end = INT64_MAX;
   if (!before.empty()) {
     if (const Status status = find_commit(before, &end)) return status;
@@ -55,6 +56,7 @@ Status NodeStore::history(std::uint32_t maximum, std::string_view before,
 
 Status NodeStore::changes(std::string_view id, const KvConfigPage& page,
                           std::vector<KvConfigCommitChange>* changes) {
+  const std::lock_guard lock(mutex_);
   std::int64_t number = 0;
   if (const Status status = find_commit(id, &number)) return status;
   const ReadCommit* commit = nullptr;

@@ -366,10 +366,7 @@ class ConfigFolding : public ConfigHistory {
               SQLITE_OK);
     return rows;
   }
-  void RunAll() const {
-    while (event_run_pending(manager)) {
-    }
-  }
+  void RunAll() const { kvtree::run_with_commits(manager); }
 };
 
 TEST_F(ConfigFolding, SmallCommitHasItsRowsAtOnce) {

@@ -190,19 +190,24 @@ Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::ve
   return kStatusOk;
 }
 
-void apply_plan(ConfigTree* tree, const CommitPlan& plan) {
-  auto next = tree->begin();  // after the last change: usually the place of the next one
-  for (const PlannedChange& change : plan.changes) {
-    if (change.value != nullptr) {
-      const auto node = tree->try_emplace(next, change.path);
-      node->second.values[plan.owner] = change.value;
-      next = std::next(node);
-      continue;
-    }
-    const auto node = tree->find(change.path);
-    node->second.values[plan.owner] = nullptr;
-    next = node->second.effective_owner() == kNoOwner ? tree->erase(node) : std::next(node);
+void index_by_path(CommitPlan* plan) {
+  plan->by_path.reserve(plan->changes.size());
+  for (const PlannedChange& change : plan->changes) plan->by_path.push_back(&change);
+  const auto path = [](const PlannedChange* change) -> const std::string& { return change->path; };
+  if (!std::ranges::is_sorted(plan->by_path, {}, path)) std::ranges::sort(plan->by_path, {}, path);
+}
+
+ConfigTree::iterator apply_change(ConfigTree* tree, std::size_t owner, const PlannedChange& change,
+                                  ConfigTree::iterator place) {
+  if (change.value != nullptr) {
+    const auto node = tree->try_emplace(place, change.path);
+    node->second.values[owner] = change.value;
+    return std::next(node);
   }
+  const bool is_there = place != tree->end() && place->first == change.path;
+  const auto node = is_there ? place : tree->find(change.path);
+  node->second.values[owner] = nullptr;
+  return node->second.effective_owner() == kNoOwner ? tree->erase(node) : std::next(node);
 }
 
 }  // namespace kvtree

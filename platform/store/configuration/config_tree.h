@@ -64,11 +64,12 @@ struct PlannedChange {
 
 struct CommitPlan {
   std::size_t owner = kNoOwner;
-  std::vector<PlannedChange> changes;  // only those that change the owner's values
-  std::size_t effective_changes = 0;   // of them
-  std::int64_t added_nodes = 0;        // to the tree; negative if it becomes smaller
-  std::int64_t added_octets = 0;       // the same, in octets_of()
-  std::size_t set_octets = 0;          // octets_of() the new values
+  std::vector<PlannedChange> changes;         // only those that change the owner's values
+  std::size_t effective_changes = 0;          // of them
+  std::int64_t added_nodes = 0;               // to the tree; negative if it becomes smaller
+  std::int64_t added_octets = 0;              // the same, in octets_of()
+  std::size_t set_octets = 0;                 // octets_of() the new values
+  std::vector<const PlannedChange*> by_path;  // the changes in the order of their paths
 };
 
 // kStatusOk for "/cfg/..." that is not a folder; otherwise what is wrong with the path.
@@ -86,7 +87,10 @@ KvConfigCommitChange to_public(PlannedChange change);
 // Checks the changes and plans them. Status and *error are those of kvtree_config_commit.
 Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<ProposedChange>& changes,
                    CommitPlan* plan, std::string* error);
-// Applies the plan to the owner's values.
-void apply_plan(ConfigTree* tree, const CommitPlan& plan);
+// Fills plan->by_path; the changes must not move afterwards.
+void index_by_path(CommitPlan* plan);
+// Applies the change to the owner's values. `place` is a hint; the result is the place after the path's.
+ConfigTree::iterator apply_change(ConfigTree* tree, std::size_t owner, const PlannedChange& change,
+                                  ConfigTree::iterator place);
 
 }  // namespace kvtree

@@ -111,6 +111,15 @@ inline KvConfigLimits kv_config_limits;
                                            std::string_view comment, std::string* id = nullptr,
                                            std::string* error = nullptr);
 
+// The same without delaying the loop: planned and written on a thread, then applied in steps, of which
+// readers see all or nothing. Commits are made in the order of the calls. `done` is called on the loop, never
+// in this call, once the notifications of the subscribers are posted, or with the status and error of a
+// failure. Another commit in the meantime waits for this one. Fault point "kvtree_config_replace".
+using KvConfigDone = std::function<void(Status status, const std::string& id, const std::string& error)>;
+void kvtree_config_begin_replacement(EventManager* manager, std::string_view owner,
+                                     std::shared_ptr<const std::vector<KvConfigNode>> nodes,
+                                     std::string_view comment, KvConfigDone done);
+
 // Visits the values that the owner sets, in the order of the paths.
 void kvtree_config_owned(std::string_view owner, const std::function<void(const KvConfigNode&)>& visit);
 
@@ -125,8 +134,9 @@ struct KvConfigEffective {
 std::optional<KvConfigEffective> kvtree_config_find(std::string_view path);
 
 // While the result exists, `observer` is called in every commit that changes effective values below the path,
-// with these changes, when they are applied. Unlike a subscriber it gets the owner of each value, and it is
-// not called for replayed values. It must not commit.
+// with these changes, when they are applied. A commit of more than 256 changes is several calls; one of them
+// has all changes below the same child of the path. Unlike a subscriber the observer gets the owner of each
+// value, and it is not called for replayed values. It must not commit.
 using KvConfigObserver = std::function<void(const std::vector<KvConfigCommitChange>& changes)>;
 [[nodiscard]] std::shared_ptr<const void> kvtree_config_observe(std::string_view path,
                                                                 KvConfigObserver observer);

@@ -4,9 +4,8 @@
 // posts a function per change and subscriber on the subscriber's event manager, which runs them in bounded
 // batches with requests in between.
 //
-// The rows of a large commit are written to the database afterwards (NodeStore::fold_some), step by step on
-// the event manager that serves requests, or at once without one. A step that fails is repeated every second.
-// Without a directory the database is in memory, so there is one code path.
+// Commits are made one after the other, without delaying the loop where the caller can wait for a function to
+// be called (commit_queue.h). Without a directory the database is in memory, so there is one code path.
 #include "platform/store/configuration/configuration.h"
 
 #include <algorithm>
@@ -16,6 +15,8 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/store/commits/commit_preparation.h"
+#include "platform/store/commits/config_view.h"
 #include "platform/store/configuration/config_tree.h"
 #include "platform/store/server/server.h"
 #include "platform/store/server/store.h"
@@ -24,180 +25,41 @@ namespace kvtree {
 
 namespace {
 
-constexpr std::size_t kRowsPerFold = 500;
-constexpr std::size_t kRowsAtOnce = 20000;  // without an event loop
-constexpr std::uint64_t kFoldRetry = kNanosecondsPerSecond;
-
-void fold_later(EventManager* manager);
-
-// The database may be full or locked for a while; meanwhile commits wait in memory and in their records.
-void fold_step(EventManager* manager, const std::weak_ptr<NodeStore>& weak) {
-  const std::shared_ptr<NodeStore> node_store = weak.lock();
-  if (node_store == nullptr || node_store != store().node_store) return;
-  if (node_store->fold_some(kRowsPerFold)) {
-    fold_later(manager);
-  } else if (node_store->has_unfolded()) {
-    event_timer_start(manager, kFoldRetry, [manager, weak] { fold_step(manager, weak); });
-  } else {
-    store().folding = false;
-  }
-}
-
-void fold_later(EventManager* manager) {
-  event_post(manager, [manager, weak = std::weak_ptr(store().node_store)] { fold_step(manager, weak); });
-}
-
-void fold() {
-  if (!store().node_store->has_unfolded()) return;
-  if (the_server() == nullptr) {
-    while (store().node_store->fold_some(kRowsAtOnce)) {
-    }
-  } else if (!std::exchange(store().folding, true)) {
-    fold_later(the_server()->manager);
-  }
-}
-
-Status open_database(NodeStore** node_store) {
-  if (store().node_store == nullptr) {
-    if (const Status status = NodeStore::open_in_memory(&store().node_store)) return status;
-  }
-  *node_store = store().node_store.get();
-  return kStatusOk;
-}
-
-// Deletions first: where one item replaces another, the place of the new item is free when it is added.
-void apply_to_nodes(const CommitPlan& plan) {
-  for (const PlannedChange& change : plan.changes) {
-    if (change.is_effective && change.after == nullptr) erase_node(change.path);
-  }
-  auto place = store().nodes.end();
-  for (const PlannedChange& change : plan.changes) {
-    if (!change.is_effective || change.after == nullptr) continue;
-    const bool is_quiet = change.before != nullptr && is_counted(change.path);
-    place = std::next(put_node(change.path, change.after, place, is_quiet));
-  }
-}
-
-void notify_observer(const ConfigObserver& observer, const CommitPlan& plan) {
-  std::vector<KvConfigCommitChange> changes;
-  for (const PlannedChange& change : plan.changes) {
-    if (change.is_effective && change.path.starts_with(observer.path)) changes.push_back(to_public(change));
-  }
-  if (!changes.empty()) observer.function(changes);
-}
-
-void notify_observers(const CommitPlan& plan) {
-  auto& observers = store().observers;
-  std::erase_if(observers, [](const auto& observer) { return observer.expired(); });
-  const auto current = observers;  // an observer may end itself
-  for (const auto& weak : current) {
-    if (const auto observer = weak.lock()) notify_observer(*observer, plan);
-  }
-}
-
-// The database has a better reason than the status: "database or disk is full".
-std::string why_not_stored(Status status) {
-  const bool has_reason = store().node_store != nullptr && !store().node_store->write_error().empty();
-  return has_reason ? store().node_store->write_error() : err_text(status);
-}
-
-Status write_to_database(const NodeStore::SharedPlan& plan, std::string_view comment, std::string* id,
-                         std::string* error) {
+// Makes a commit at once, after those that are being made.
+Status commit(const CommitRequest& request, std::string* id, std::string* error) {
+  finish_commits();
   NodeStore* node_store = nullptr;
-  Status status = open_database(&node_store);
-  const CommitHead head{clock_stamp(), comment.substr(0, kMaxCommitComment)};
-  if (status == kStatusOk) status = node_store->write(plan, head, id);
-  if (status != kStatusOk) *error = "it could not be stored: " + why_not_stored(status);
-  return status;
-}
-
-Status carry_out(const NodeStore::SharedPlan& plan, std::string_view comment, std::string* id,
-                 std::string* error) {
-  if (plan->changes.empty()) return kStatusOk;
-  if (const Status status = write_to_database(plan, comment, id, error)) return status;
-  if (const Status status = fault_check("configuration_apply")) {
-    *error = std::string("it is stored but not applied before the next start: ") + err_text(status);
-    log_error("configuration", "a commit was stored but not applied: %s", err_text(status));
+  if (const Status status = open_database(&node_store)) {
+    *error = std::string("it could not be stored: ") + err_text(status);
     return status;
   }
-  apply_plan(&store().configuration, *plan);
-  store().configuration_octets += plan->added_octets;
-  apply_to_nodes(*plan);
-  notify_observers(*plan);
-  fold();
+  PreparedCommit prepared = prepare_commit(request, clock_stamp(), node_store);
+  if (prepared.status == kStatusOk && !prepared.plan->changes.empty()) {
+    prepared.status = begin_application(&prepared);
+    if (prepared.status == kStatusOk) {
+      store().application->step(UINT64_MAX);
+      end_application();
+    }
+  }
+  *id = prepared.id;
+  *error = prepared.error;
+  return prepared.status;
+}
+
+// A replay sees and follows the whole commit that is being applied.
+Status replay_later_or_now(std::function<void()> replay) {
+  if (store().application != nullptr) {
+    store().replays.push_back(std::move(replay));
+  } else {
+    replay();
+  }
   return kStatusOk;
 }
 
-bool grows_beyond(std::size_t now, std::int64_t added, std::size_t maximum) {
-  return added > 0 && now + static_cast<std::size_t>(added) > maximum;
-}
-
-// Of the commit alone, which a replacement is not bound by: an owner may set the whole configuration.
-Status check_commit_size(const CommitPlan& plan, std::string* error) {
-  if (plan.set_octets <= kv_config_limits.commit_octets) return kStatusOk;
-  *error = "a commit sets at most " + std::to_string(kv_config_limits.commit_octets) +
-           " octets of paths and values";
-  return kStatusMessageTooLarge;
-}
-
-// Of the configuration.
-Status check_size(const CommitPlan& plan, std::string* error) {
-  const auto octets = static_cast<std::size_t>(store().configuration_octets);
-  if (grows_beyond(store().configuration.size(), plan.added_nodes, kv_config_limits.nodes)) {
-    *error = "the configuration has at most " + std::to_string(kv_config_limits.nodes) + " nodes";
-  } else if (grows_beyond(octets, plan.added_octets, kv_config_limits.octets)) {
-    *error = "the configuration has at most " + std::to_string(kv_config_limits.octets) +
-             " octets of paths and values";
-  }
-  return error->empty() ? kStatusOk : kStatusMessageTooLarge;
-}
-
-using Proposal = std::vector<ProposedChange>;
-
-enum class CommitKind : std::uint8_t { kChanges, kReplacement };
-
-Status commit(CommitKind kind, std::string_view owner, const Proposal& changes, std::string_view comment,
-              std::string* id, std::string* error) {
-  const auto plan = std::make_shared<CommitPlan>();
-  if (const Status status = plan_commit(store().configuration, owner, changes, plan.get(), error))
-    return status;
-  if (kind == CommitKind::kChanges) {
-    if (const Status status = check_commit_size(*plan, error)) return status;
-  }
-  if (const Status status = check_size(*plan, error)) return status;
-  return carry_out(plan, comment, id, error);
-}
-
-// Visits the nodes below a path in order: visit(path, node).
-template <typename Visit>
-void visit_below(const ConfigTree& tree, std::string_view path, const Visit& visit) {
-  auto node = tree.lower_bound(path);
-  for (; node != tree.end() && node->first.starts_with(path); ++node) visit(node->first, node->second);
-}
-
-// The nodes in the order of the paths, each once: of two nodes with one path the last counts.
-Proposal proposal_of(const std::vector<KvConfigNode>& nodes) {
-  Proposal wanted;
-  wanted.reserve(nodes.size());
-  for (const KvConfigNode& node : nodes) wanted.push_back({node.path, &node.value});
-  const auto path = [](const ProposedChange& change) { return change.path; };
-  if (!std::ranges::is_sorted(wanted, {}, path)) std::ranges::stable_sort(wanted, {}, path);
-  const auto same_path = [](const auto& one, const auto& other) { return one.path == other.path; };
-  wanted.erase(wanted.begin(), std::unique(wanted.rbegin(), wanted.rend(), same_path).base());
-  return wanted;
-}
-
-// The wanted values, and the withdrawal of the owner's others, in the order of the paths.
-Proposal propose_replacement(std::size_t owner, const Proposal& wanted) {
-  Proposal changes;
-  auto next = wanted.begin();
-  for (const auto& [path, node] : store().configuration) {
-    if (owner == kNoOwner || node.values[owner] == nullptr) continue;
-    while (next != wanted.end() && next->path < path) changes.push_back(*next++);
-    if (next == wanted.end() || next->path != path) changes.push_back({path, nullptr});
-  }
-  changes.insert(changes.end(), next, wanted.end());
-  return changes;
+// The memory of the caller, which outlives the call.
+template <typename Value>
+std::shared_ptr<const Value> borrowed(const Value& value) {
+  return {std::shared_ptr<const Value>(), &value};
 }
 
 using Places = std::vector<ConfigTree::const_iterator>;
@@ -266,6 +128,15 @@ struct Answers {
 
 }  // namespace
 
+EffectiveValue find_effective(std::string_view path) {
+  EffectiveValue found;
+  visit_view(store().configuration, path, false, [&](const auto& viewed) {
+    if (viewed.path == path) found = effective_value_of(viewed);
+    return false;
+  });
+  return found;
+}
+
 }  // namespace kvtree
 
 using kvtree::store;
@@ -278,40 +149,51 @@ Status kvtree_config_commit(std::string_view owner, const std::vector<KvConfigCh
     *answers.error = "a commit has at most " + std::to_string(kMaxConfigChanges) + " changes";
     return kStatusMessageTooLarge;
   }
-  kvtree::Proposal proposal;
-  proposal.reserve(changes.size());
-  for (const auto& [path, value] : changes) proposal.push_back({path, value ? &*value : nullptr});
-  return kvtree::commit(kvtree::CommitKind::kChanges, owner, proposal, comment, answers.id, answers.error);
+  return kvtree::commit({std::string(owner), std::string(comment), kvtree::borrowed(changes), nullptr},
+                        answers.id, answers.error);
 }
 
 Status kvtree_config_replace(std::string_view owner, const std::vector<KvConfigNode>& nodes,
                              std::string_view comment, std::string* id, std::string* error) {
   const kvtree::Answers answers(id, error);
   if (const Status status = fault_check("kvtree_config_replace")) return status;
-  const kvtree::Proposal changes =
-      kvtree::propose_replacement(kvtree::find_owner(owner), kvtree::proposal_of(nodes));
-  return kvtree::commit(kvtree::CommitKind::kReplacement, owner, changes, comment, answers.id, answers.error);
+  return kvtree::commit({std::string(owner), std::string(comment), nullptr, kvtree::borrowed(nodes)},
+                        answers.id, answers.error);
+}
+
+void kvtree_config_begin_replacement(EventManager* manager, std::string_view owner,
+                                     std::shared_ptr<const std::vector<KvConfigNode>> nodes,
+                                     std::string_view comment, KvConfigDone done) {
+  if (const Status status = fault_check("kvtree_config_replace")) {
+    event_post(manager, [done = std::move(done), status] { done(status, {}, {}); });
+    return;
+  }
+  kvtree::commit_queue(manager).add({std::string(owner), std::string(comment), nullptr, std::move(nodes)},
+                                    std::move(done));
 }
 
 void kvtree_config_owned(std::string_view owner, const std::function<void(const KvConfigNode&)>& visit) {
   const std::size_t number = kvtree::find_owner(owner);
   if (number == kvtree::kNoOwner) return;
-  for (const auto& [path, node] : store().configuration) {
-    if (node.values[number] != nullptr) visit({path, *node.values[number]});
-  }
+  kvtree::visit_view(store().configuration, {}, false, [&](const auto& viewed) {
+    if (const kvtree::SharedValue value = kvtree::value_of(viewed, number)) visit({viewed.path, *value});
+    return true;
+  });
 }
 
 void kvtree_config_effective(std::string_view path, const std::function<void(const KvConfigNode&)>& visit) {
-  kvtree::visit_below(store().configuration, path, [&](const std::string& place, const auto& node) {
-    visit({place, *node.values[node.effective_owner()]});
+  kvtree::visit_view(store().configuration, path, false, [&](const auto& viewed) {
+    if (!viewed.path.starts_with(path)) return false;
+    if (const kvtree::SharedValue value = kvtree::effective_value_of(viewed).value)
+      visit({viewed.path, *value});
+    return true;
   });
 }
 
 std::optional<KvConfigEffective> kvtree_config_find(std::string_view path) {
-  const auto found = store().configuration.find(path);
-  if (found == store().configuration.end()) return std::nullopt;
-  const std::size_t owner = found->second.effective_owner();
-  return KvConfigEffective{*found->second.values[owner], kvtree::owner_name(owner)};
+  const kvtree::EffectiveValue found = kvtree::find_effective(path);
+  if (found.value == nullptr) return std::nullopt;
+  return KvConfigEffective{*found.value, kvtree::owner_name(found.owner)};
 }
 
 std::shared_ptr<const void> kvtree_config_observe(std::string_view path, KvConfigObserver observer) {
@@ -323,22 +205,24 @@ std::shared_ptr<const void> kvtree_config_observe(std::string_view path, KvConfi
 
 Status kvtree_config_replay(const std::vector<std::string>& paths) {
   if (const Status status = fault_check("kvtree_config_replay")) return status;
-  const kvtree::Places places = kvtree::effective_places(paths);
-  for (const auto& place : places) kvtree::notify_deletion(place);
-  for (const auto& place : places) kvtree::notify_set(place);
-  return kStatusOk;
+  return kvtree::replay_later_or_now([paths] {
+    const kvtree::Places places = kvtree::effective_places(paths);
+    for (const auto& place : places) kvtree::notify_deletion(place);
+    for (const auto& place : places) kvtree::notify_set(place);
+  });
 }
 
 Status kvtree_config_announce(const std::string& path) {
   if (const Status status = fault_check("kvtree_config_announce")) return status;
   if (const Status status = kvtree::check_configuration_path(path)) return status;
-  const auto place = store().configuration.find(path);
-  if (place != store().configuration.end()) {
-    kvtree::notify_set(place);
-  } else {
-    kvtree::notify_subscribers(path, nullptr, kKvEventDeleted);
-  }
-  return kStatusOk;
+  return kvtree::replay_later_or_now([path] {
+    const auto place = store().configuration.find(path);
+    if (place != store().configuration.end()) {
+      kvtree::notify_set(place);
+    } else {
+      kvtree::notify_subscribers(path, nullptr, kKvEventDeleted);
+    }
+  });
 }
 
 Status kvtree_config_replay_each(const std::vector<std::string>& paths, EventManager* manager,
@@ -348,13 +232,14 @@ Status kvtree_config_replay_each(const std::vector<std::string>& paths, EventMan
   if (manager == nullptr || !before_deletion || !before_set) return kStatusInvalid;
   const auto deletion = std::make_shared<const std::function<void()>>(before_deletion);
   const auto set = std::make_shared<const std::function<void()>>(before_set);
-  for (const auto& place : kvtree::effective_places(paths)) {
-    event_post(manager, [deletion] { (*deletion)(); });
-    kvtree::notify_deletion(place);
-    event_post(manager, [set] { (*set)(); });
-    kvtree::notify_set(place);
-  }
-  return kStatusOk;
+  return kvtree::replay_later_or_now([paths, manager, deletion, set] {
+    for (const auto& place : kvtree::effective_places(paths)) {
+      event_post(manager, [deletion] { (*deletion)(); });
+      kvtree::notify_deletion(place);
+      event_post(manager, [set] { (*set)(); });
+      kvtree::notify_set(place);
+    }
+  });
 }
 
 Status kvtree_config_history(std::uint32_t maximum, std::string_view before,

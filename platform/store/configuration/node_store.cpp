@@ -140,7 +140,7 @@ Status NodeStore::fold_all() {
       if (const Status status = quarantine_commit(commit.id, lost.c_str())) return status;
       continue;
     }
-    unfolded_.push_back({commit.id, std::move(plan)});
+    add_unfolded(commit.id, std::move(plan));
     while (fold_some(kFoldedPerStepOfStart)) {
     }
     if (has_unfolded()) return kStatusIo;
@@ -285,8 +285,16 @@ Status NodeStore::fail_quarantine(const char* what) const {
 
 // --- Writing
 
-Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::string* id) {
+Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::string* id,
+                        std::string* reason) {
+  const std::lock_guard lock(mutex_);
   write_error_.clear();
+  const Status status = write_plan(plan, head, id);
+  if (status != kStatusOk) *reason = write_error_;
+  return status;
+}
+
+Status NodeStore::write_plan(const SharedPlan& plan, const CommitHead& head, std::string* id) {
   if (const Status status = fault_check("configuration_write")) return status;
   const bool folded = unfolded_.empty() && plan->changes.size() <= kFoldedAtOnce;
   std::int64_t number = 0;
@@ -305,7 +313,7 @@ Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::str
     return kStatusIo;
   }
   size_ = size;
-  if (!folded) unfolded_.push_back({number, plan});
+  if (!folded) add_unfolded(number, plan);
   if (plan->effective_changes > 0) *id = std::to_string(number);
   return kStatusOk;
 }
@@ -434,19 +442,24 @@ bool NodeStore::forget(std::int64_t id) {
 
 // --- Folding
 
-std::size_t NodeStore::count_unfolded() const {
-  std::size_t changes = 0;
-  for (const Unfolded& each : unfolded_) changes += each.plan->changes.size() - each.next;
-  return changes;
+void NodeStore::add_unfolded(std::int64_t id, SharedPlan plan) {
+  ++unfolded_commits_;
+  unfolded_changes_ += plan->changes.size();
+  unfolded_.push_back({id, std::move(plan)});
 }
 
 bool NodeStore::fold_some(std::size_t rows) {
+  const std::lock_guard lock(mutex_);
   if (unfolded_.empty()) return false;
   Unfolded& oldest = unfolded_.front();
   const std::size_t end = std::min(oldest.plan->changes.size(), oldest.next + rows);
   if (!fold_batch(oldest, end)) return false;
+  unfolded_changes_ -= end - oldest.next;
   oldest.next = end;
-  if (end == oldest.plan->changes.size()) unfolded_.pop_front();
+  if (end == oldest.plan->changes.size()) {
+    unfolded_.pop_front();
+    --unfolded_commits_;
+  }
   return !unfolded_.empty();
 }
 

@@ -1,17 +1,20 @@
 // The configuration on disk: the owners' values and the history of commits, in
 // STATE_DIRECTORY/configuration.db (SQLite, configuration_database.cpp). Only for this folder.
 //
-// A commit is one transaction, on the disk when write() returns. A large commit first writes only its record,
-// which is quick; fold_some() writes its nodes' rows afterwards, a bounded number at a time, in the order of
-// the commits, and before anything is read when the file is opened again. So the loop is busy for 27 ms with
-// a commit of 20,000 nodes instead of 72 ms (bench/config_commit_bench). A small commit with no other pending
-// writes its rows in the same transaction.
+// A commit is one transaction, on the disk when write() returns. A large commit first writes only its record;
+// fold_some() writes its nodes' rows afterwards, a bounded number at a time, in the order of the commits, so
+// that a commit never waits for all rows of another. A small commit with no other pending writes its rows in
+// the same transaction.
+//
+// Once opened, any thread: a call waits for that of another thread.
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
@@ -53,24 +56,23 @@ class NodeStore {
   using Visitor = std::function<bool(std::string_view owner, std::string_view path, KvValue value,
                                      std::uint64_t notified)>;
   [[nodiscard]] Status for_each(const Visitor& visit);
-  // kStatusIo, logged, if it cannot be written; then nothing changes. *id is the commit's id if an effective
-  // value changes. Fault points "configuration_write" before and "configuration_commit" at the end of the
-  // transaction.
+  // kStatusIo, logged, if it cannot be written; then nothing changes, and *reason is the database's, if it
+  // has one. *id is the commit's id if an effective value changes. Fault points "configuration_write" before
+  // and "configuration_commit" at the end of the transaction.
   using SharedPlan = std::shared_ptr<const CommitPlan>;
-  [[nodiscard]] Status write(const SharedPlan& plan, const CommitHead& head, std::string* id);
+  [[nodiscard]] Status write(const SharedPlan& plan, const CommitHead& head, std::string* id,
+                             std::string* reason);
 
-  // The database's reason why the last commit could not be written; may be empty.
-  const std::string& write_error() const { return write_error_; }
-
-  bool has_unfolded() const { return !unfolded_.empty(); }
-  std::size_t count_unfolded() const;  // changes
+  // Do not wait for another thread.
+  bool has_unfolded() const { return unfolded_commits_ > 0; }
+  std::size_t count_unfolded() const { return unfolded_changes_; }
   // Writes at most so many rows. Returns true iff more are pending; false at the end, and after a failure
   // (logged once; then has_unfolded()). Fault point "configuration_fold".
   bool fold_some(std::size_t rows);
 
   // configuration.h; fault points are the callers'.
   [[nodiscard]] Status history(std::uint32_t maximum, std::string_view before,
-                               std::vector<KvConfigCommit>* commits) const;
+                               std::vector<KvConfigCommit>* commits);
   [[nodiscard]] Status changes(std::string_view id, const KvConfigPage& page,
                                std::vector<KvConfigCommitChange>* changes);
 
@@ -129,6 +131,12 @@ class NodeStore {
   Status fail(const char* what) const;
   Status find_commit(std::string_view id, std::int64_t* number) const;
 
+  Status write_plan(const SharedPlan& plan, const CommitHead& head, std::string* id);
+  void add_unfolded(std::int64_t id, SharedPlan plan);
+
+  std::mutex mutex_;  // of everything but the two counts
+  std::atomic<std::size_t> unfolded_commits_{0};
+  std::atomic<std::size_t> unfolded_changes_{0};  // of them, without those that are folded
   sqlite::Connection database_;
   std::deque<Unfolded> unfolded_;
   Size size_;

@@ -7,6 +7,7 @@
 
 #include "platform/core/base/clock.h"
 #include "platform/core/sqlite/sqlite.h"
+#include "platform/store/commits/commit_queue.h"
 #include "platform/store/configuration/configuration.h"
 #include "platform/store/configuration/node_store.h"
 #include "platform/store/server/store.h"
@@ -74,6 +75,16 @@ struct NodeStoreInTests {
     EXPECT_EQ(sqlite::run(database, sql.c_str()), SQLITE_OK) << sqlite3_errmsg(database);
   }
 };
+
+// Runs the loop until nothing is pending there or on the thread of the commits.
+inline void run_with_commits(EventManager* manager) {
+  const auto is_busy = [] {
+    return store().commits != nullptr &&
+           (!store().commits->is_empty() || store().commits->worker().is_busy());
+  };
+  while (event_run_pending(manager, is_busy() ? kNanosecondsPerMillisecond : 0) || is_busy()) {
+  }
+}
 
 }  // namespace kvtree
 

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "platform/core/base/fault.h"
+#include "platform/store/commits/commit_queue.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/server.h"
 
@@ -70,6 +71,32 @@ bool answer_not_agents(wire::Connection* from, Reader* request, wire::Octets* an
   return true;
 }
 
+// Answers a client on the thread of the commits, which may be waiting for the disk.
+template <bool (*kAnswer)(wire::Connection*, Reader*, wire::Octets*)>
+bool answer_on_thread(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  if (from == nullptr || store().node_store == nullptr) return kAnswer(from, request, answer);
+  struct Reading {
+    wire::Octets payload;
+    wire::Octets answer{};
+    bool well_formed = true;
+  };
+  const wire::OctetSpan payload = the_server()->at_hand.payload;
+  const auto reading = std::make_shared<Reading>(Reading{wire::Octets(payload.begin(), payload.end())});
+  const LaterAnswer later = the_server()->answer_later(*from);
+  commit_queue(the_server()->manager)
+      .worker()
+      .run(
+          [reading] {
+            Reader copy(reading->payload);
+            reading->well_formed = kAnswer(nullptr, &copy, &reading->answer);
+          },
+          [reading, later] {
+            if (reading->well_formed) return later.send(reading->answer);
+            if (const auto client = later.client.lock()) client->close("malformed request");
+          });
+  return true;
+}
+
 struct MessageHandler {
   std::uint16_t type;
   bool (*answer)(wire::Connection*, Reader*, wire::Octets*);
@@ -85,8 +112,8 @@ constexpr MessageHandler kHandlers[] = {
     {kNodes, answer_not_agents<answer_nodes>},
     {kStage, answer_stage},
     {kCommit, answer_commit},
-    {kHistory, answer_not_agents<answer_history>},
-    {kCommitChanges, answer_not_agents<answer_commit_changes>},
+    {kHistory, answer_not_agents<answer_on_thread<answer_history>>},
+    {kCommitChanges, answer_not_agents<answer_on_thread<answer_commit_changes>>},
 };
 
 }  // namespace
@@ -122,12 +149,6 @@ LaterAnswer StoreServer::answer_later(wire::Connection& from) const {
   return {from.weak_from_this(), at_hand.type, at_hand.request};
 }
 
-// After the notifications that the change posted to its subscribers: a client that receives the answer sees
-// the change in the subscribers' state, and a process that dies afterwards has lost nothing of that state.
-void StoreServer::answer_after_delivery(wire::Connection& from, const wire::Octets& payload) {
-  event_post(manager, [later = answer_later(from), payload] { later.send(payload); });
-}
-
 bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
   if (message.type == kAcknowledge) {
     if (!take_acknowledgement(this, from, message)) return false;
@@ -139,10 +160,7 @@ bool StoreServer::handle(wire::Connection& from, const wire::Message& message) {
   payload.clear();
   at_hand = message;
   const bool well_formed = answer_message(&from, message, &payload);
-  if (well_formed && message.type == kCommit) {
-    at_hand = message;
-    answer_after_delivery(from, payload);
-  } else if (well_formed && !payload.empty() && !from.repeats()) {
+  if (well_formed && !payload.empty() && !from.repeats()) {
     from.send(message.type | kAnswer, message.request, payload);
   }
   if (payload.capacity() <= kRetainedAnswer) answer = std::move(payload);
@@ -173,4 +191,9 @@ Status kvtree_serve(EventManager* manager) {
 void kvtree_stop_serving(EventManager* manager) {
   auto& server = kvtree::the_server();
   if (server != nullptr && server->manager == manager) server.reset();
+  auto& store = kvtree::store();
+  if (store.commits == nullptr || store.commits->worker().manager() != manager) return;
+  store.commits->finish();
+  store.commits = nullptr;
+  store.folding = false;
 }

@@ -47,7 +47,6 @@ struct StoreServer {
   void forget(std::uint64_t client);
   // Holds the client of the message at hand.
   LaterAnswer answer_later(wire::Connection& from) const;
-  void answer_after_delivery(wire::Connection& from, const wire::Octets& payload);
 
   EventManager* manager;
   wire::Octets answer;

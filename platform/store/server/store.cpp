@@ -211,6 +211,7 @@ void kvtree_deliver(std::string_view path) {
 }
 
 void kvtree_reset() {
+  store().commits = nullptr;
   store() = {};
   kvtree::forget_compiled_tables();
 }

@@ -52,6 +52,9 @@ struct KvRegistration {
 
 namespace kvtree {
 
+class Application;
+class CommitQueue;
+
 struct Provider {
   const KvConnection* connection;
   std::string prefix;  // ends in '/'
@@ -97,8 +100,11 @@ struct Store {
   std::map<std::string, Action, std::less<>> actions;
   std::map<std::string, Status (*)(), std::less<>> guards;  // by the beginning of the paths
   std::vector<RetainedQueue> retained;
-  std::shared_ptr<NodeStore> node_store;  // null until it is needed
-  bool folding = false;                   // a step of folding is posted, or waits for its timer
+  std::shared_ptr<NodeStore> node_store;         // null until it is needed
+  bool folding = false;                          // a step of folding is posted, runs, or waits for its timer
+  std::shared_ptr<Application> application;      // the commit that is being applied
+  std::vector<std::function<void()>> replays{};  // which wait for its end
+  std::shared_ptr<CommitQueue> commits;          // last: its thread uses the others
 };
 
 Store& store();

@@ -1,0 +1,135 @@
+#include "platform/store/commits/commit_preparation.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "platform/store/commits/application.h"
+#include "platform/store/server/store.h"
+
+namespace kvtree {
+
+namespace {
+
+bool grows_beyond(std::size_t now, std::int64_t added, std::size_t maximum) {
+  return added > 0 && now + static_cast<std::size_t>(added) > maximum;
+}
+
+// Of the commit alone, which a replacement is not bound by: an owner may set the whole configuration.
+Status check_commit_size(const CommitPlan& plan, std::string* error) {
+  if (plan.set_octets <= kv_config_limits.commit_octets) return kStatusOk;
+  *error = "a commit sets at most " + std::to_string(kv_config_limits.commit_octets) +
+           " octets of paths and values";
+  return kStatusMessageTooLarge;
+}
+
+// Of the configuration.
+Status check_size(const CommitPlan& plan, std::string* error) {
+  const auto octets = static_cast<std::size_t>(store().configuration_octets);
+  if (grows_beyond(store().configuration.size(), plan.added_nodes, kv_config_limits.nodes)) {
+    *error = "the configuration has at most " + std::to_string(kv_config_limits.nodes) + " nodes";
+  } else if (grows_beyond(octets, plan.added_octets, kv_config_limits.octets)) {
+    *error = "the configuration has at most " + std::to_string(kv_config_limits.octets) +
+             " octets of paths and values";
+  }
+  return error->empty() ? kStatusOk : kStatusMessageTooLarge;
+}
+
+using Proposal = std::vector<ProposedChange>;
+
+Proposal proposal_of(const std::vector<KvConfigChange>& changes) {
+  Proposal proposal;
+  proposal.reserve(changes.size());
+  for (const auto& [path, value] : changes) proposal.push_back({path, value ? &*value : nullptr});
+  return proposal;
+}
+
+// The nodes in the order of the paths, each once: of two nodes with one path the last counts.
+Proposal proposal_of(const std::vector<KvConfigNode>& nodes) {
+  Proposal wanted;
+  wanted.reserve(nodes.size());
+  for (const KvConfigNode& node : nodes) wanted.push_back({node.path, &node.value});
+  const auto path = [](const ProposedChange& change) { return change.path; };
+  if (!std::ranges::is_sorted(wanted, {}, path)) std::ranges::stable_sort(wanted, {}, path);
+  const auto same_path = [](const auto& one, const auto& other) { return one.path == other.path; };
+  wanted.erase(wanted.begin(), std::unique(wanted.rbegin(), wanted.rend(), same_path).base());
+  return wanted;
+}
+
+// The wanted values, and the withdrawal of the owner's others, in the order of the paths.
+Proposal propose_replacement(std::size_t owner, const Proposal& wanted) {
+  Proposal changes;
+  auto next = wanted.begin();
+  for (const auto& [path, node] : store().configuration) {
+    if (owner == kNoOwner || node.values[owner] == nullptr) continue;
+    while (next != wanted.end() && next->path < path) changes.push_back(*next++);
+    if (next == wanted.end() || next->path != path) changes.push_back({path, nullptr});
+  }
+  changes.insert(changes.end(), next, wanted.end());
+  return changes;
+}
+
+Status plan(const CommitRequest& request, CommitPlan* plan, std::string* error) {
+  const bool is_replacement = request.nodes != nullptr;
+  const Proposal proposal = is_replacement
+                                ? propose_replacement(find_owner(request.owner), proposal_of(*request.nodes))
+                                : proposal_of(*request.changes);
+  if (const Status status = plan_commit(store().configuration, request.owner, proposal, plan, error))
+    return status;
+  if (!is_replacement) {
+    if (const Status status = check_commit_size(*plan, error)) return status;
+  }
+  return check_size(*plan, error);
+}
+
+// The database has a better reason than the status: "database or disk is full".
+Status write(const CommitRequest& request, std::uint64_t time, NodeStore* node_store,
+             PreparedCommit* prepared) {
+  std::string reason;
+  const CommitHead head{time, std::string_view(request.comment).substr(0, kMaxCommitComment)};
+  const Status status = node_store->write(prepared->plan, head, &prepared->id, &reason);
+  if (status != kStatusOk)
+    prepared->error = "it could not be stored: " + (reason.empty() ? err_text(status) : reason);
+  return status;
+}
+
+}  // namespace
+
+Status open_database(NodeStore** node_store) {
+  if (store().node_store == nullptr) {
+    if (const Status status = NodeStore::open_in_memory(&store().node_store)) return status;
+  }
+  *node_store = store().node_store.get();
+  return kStatusOk;
+}
+
+PreparedCommit prepare_commit(const CommitRequest& request, std::uint64_t time, NodeStore* node_store) {
+  PreparedCommit prepared;
+  prepared.plan = std::make_shared<CommitPlan>();
+  prepared.status = plan(request, prepared.plan.get(), &prepared.error);
+  if (prepared.status != kStatusOk || prepared.plan->changes.empty()) return prepared;
+  index_by_path(prepared.plan.get());
+  prepared.status = write(request, time, node_store, &prepared);
+  return prepared;
+}
+
+Status begin_application(PreparedCommit* prepared) {
+  if (const Status status = fault_check("configuration_apply")) {
+    prepared->error = std::string("it is stored but not applied before the next start: ") + err_text(status);
+    log_error("configuration", "a commit was stored but not applied: %s", err_text(status));
+    return status;
+  }
+  store().configuration_octets += prepared->plan->added_octets;
+  store().application = std::make_shared<Application>(prepared->plan);
+  return kStatusOk;
+}
+
+void end_application() {
+  store().application = nullptr;
+  for (const auto& replay : std::exchange(store().replays, {})) replay();
+  fold();
+}
+
+}  // namespace kvtree

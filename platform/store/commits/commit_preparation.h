@@ -1,0 +1,41 @@
+// From what an owner wants to a commit in the database. Only for the store.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/store/configuration/configuration.h"
+#include "platform/store/configuration/node_store.h"
+
+namespace kvtree {
+
+// What an owner wants: changes (then `nodes` is null), or nodes that replace all others of the owner.
+struct CommitRequest {
+  std::string owner;
+  std::string comment;
+  std::shared_ptr<const std::vector<KvConfigChange>> changes;
+  std::shared_ptr<const std::vector<KvConfigNode>> nodes;
+};
+
+struct PreparedCommit {
+  Status status = kStatusOk;
+  std::string id;
+  std::string error;
+  std::shared_ptr<CommitPlan> plan;
+};
+
+// Opens a database in memory if the store has none.
+[[nodiscard]] Status open_database(NodeStore** node_store);
+// Plans the commit and writes it to the database. It is then to be applied, unless it failed or changes
+// nothing. Any thread: it reads the tree, which nothing may change meanwhile.
+PreparedCommit prepare_commit(const CommitRequest& request, std::uint64_t time, NodeStore* node_store);
+// Begins to apply the commit: readers see it.
+[[nodiscard]] Status begin_application(PreparedCommit* prepared);
+// What follows an application: replays that waited for it, and the rows of the database.
+void end_application();
+// Writes the rows of commits to the database, step by step once the store is served.
+void fold();
+
+}  // namespace kvtree

@@ -1,0 +1,65 @@
+// The configuration as readers see it: the tree, with the commit that is being applied to it. Only for the
+// store.
+#pragma once
+
+#include <algorithm>
+#include <string_view>
+
+#include "platform/store/commits/application.h"
+#include "platform/store/configuration/config_tree.h"
+#include "platform/store/server/store.h"
+
+namespace kvtree {
+
+// A path of a tree, of the commit, or of both. `node` and `change` may be null, but not both.
+template <typename Node>
+struct Viewed {
+  const std::string& path;
+  const Node* node;
+  const PlannedChange* change;
+};
+
+// The owner's value, or null.
+inline SharedValue value_of(const Viewed<OwnedNode>& viewed, std::size_t owner) {
+  const bool is_committed = viewed.change != nullptr && store().application->plan().owner == owner;
+  if (is_committed) return viewed.change->value;
+  return viewed.node == nullptr ? nullptr : viewed.node->values[owner];
+}
+
+struct EffectiveValue {
+  SharedValue value;  // null for none
+  std::size_t owner = kNoOwner;
+};
+inline EffectiveValue effective_value_of(const Viewed<OwnedNode>& viewed) {
+  if (viewed.change != nullptr) return {viewed.change->after, viewed.change->owner_after};
+  const std::size_t owner = viewed.node->effective_owner();
+  return {owner == kNoOwner ? nullptr : viewed.node->values[owner], owner};
+}
+
+// Visits the paths from `first` on, or after it, in order, until `visit` returns false: bool visit(const
+// Viewed<Node>&). The map is the tree or the store's nodes.
+template <typename Map, typename Visit>
+void visit_view(const Map& map, std::string_view first, bool after, const Visit& visit) {
+  static const std::vector<const PlannedChange*> kNone;
+  const auto& changes = store().application == nullptr ? kNone : store().application->plan().by_path;
+  const auto is_before = [first, after](const PlannedChange* change) {
+    return after ? change->path <= first : change->path < first;
+  };
+  auto change = std::partition_point(changes.begin(), changes.end(), is_before);
+  auto node = after ? map.upper_bound(first) : map.lower_bound(first);
+  while (node != map.end() || change != changes.end()) {
+    const bool has_node = node != map.end() && (change == changes.end() || node->first <= (*change)->path);
+    const bool has_change = change != changes.end() && (!has_node || node->first == (*change)->path);
+    const Viewed<typename Map::mapped_type> viewed{has_node ? node->first : (*change)->path,
+                                                   has_node ? &node->second : nullptr,
+                                                   has_change ? *change : nullptr};
+    if (!visit(viewed)) return;
+    if (has_node) ++node;
+    if (has_change) ++change;
+  }
+}
+
+// The effective value of this path.
+EffectiveValue find_effective(std::string_view path);
+
+}  // namespace kvtree
