@@ -170,7 +170,7 @@ TEST_F(LargeRouter, ChangedFileIsAppliedInStepsBetweenOtherWork) {
   BeginLargeChange();
   unsigned iterations = 0;
   for (; router_->interface_count() < kInterfaces; ++iterations) ASSERT_TRUE(run_once(manager_));
-  EXPECT_GE(iterations, 40U);
+  EXPECT_GE(iterations, 30U);
   EXPECT_TRUE(ReadEnds());
   EXPECT_EQ(router_->vrf_count(), 1000U);
 }
