@@ -127,6 +127,15 @@ class Installed(unittest.TestCase):
                                  "mpls_vpn_snmp.service"], capture_output=True, text=True, timeout=60, check=False)
         self.assertEqual((result.returncode, result.stdout + result.stderr), (0, ""))
 
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "SKIPPED: no systemd-analyze")
+    def test_services_are_confined(self):
+        """By systemd's own measure, from 0 to 100; a service without any confinement has 96."""
+        for service, most in (("mpls_vpn_mib", 30), ("mpls_vpn_snmp", 20)):
+            result = subprocess.run(["systemd-analyze", "security", "--no-pager", "--offline=true", f"--threshold={most}",
+                                     self.root / f"usr/lib/systemd/system/{service}.service"],
+                                    capture_output=True, text=True, timeout=60, check=False)
+            self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+
     @unittest.skipUnless(shutil.which("systemd-sysusers"), "SKIPPED: no systemd-sysusers")
     def test_users_and_groups_of_the_services_are_created(self):
         with tempfile.TemporaryDirectory(prefix="mpls_vpn_install.") as root:
