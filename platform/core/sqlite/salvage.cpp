@@ -14,6 +14,15 @@ std::string salvaged_name(const std::string& file) {
   return file + ".salvaged";
 }
 
+// An incomplete file is never used, so nothing needs to be on the disk before the end.
+constexpr char kWithoutJournal[] = "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF";
+
+bool synchronize(sqlite3* connection) {
+  sqlite3_file* file = nullptr;
+  return sqlite3_file_control(connection, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK &&
+         file->pMethods->xSync(file, SQLITE_SYNC_FULL) == SQLITE_OK;
+}
+
 // With its lock, SQLite needs no shared memory for a log, and does not write the log back when it closes.
 bool open_damaged(const std::string& file, Connection* damaged) {
   return open(file, damaged) == SQLITE_OK &&
@@ -43,9 +52,12 @@ bool salvage(const std::string& file, const Salvage& plan, std::size_t* rows) {
   Connection damaged;
   Connection whole;
   if (!open_damaged(file, &damaged) || open(salvaged_name(file), &whole) != SQLITE_OK) return false;
-  if (run(whole.get(), plan.make) != SQLITE_OK || run(whole.get(), "BEGIN") != SQLITE_OK) return false;
+  if (run(whole.get(), kWithoutJournal) != SQLITE_OK || run(whole.get(), plan.make) != SQLITE_OK ||
+      run(whole.get(), "BEGIN") != SQLITE_OK)
+    return false;
   for (const RowCopy& copy : plan.copies) *rows += copy_rows(damaged.get(), whole.get(), copy);
-  return run(whole.get(), plan.finish) == SQLITE_OK && run(whole.get(), "COMMIT") == SQLITE_OK;
+  return run(whole.get(), plan.finish) == SQLITE_OK && run(whole.get(), "COMMIT") == SQLITE_OK &&
+         synchronize(whole.get());
 }
 
 void remove_salvaged(const std::string& file) {

@@ -81,6 +81,12 @@ bool has_tables(sqlite3* database, std::int64_t version) {
   return bool(sqlite::Statement(database, kProbes[version - 1]));
 }
 
+// A transaction larger than SQLite's cache synchronizes the disk each time that the cache is full. Commits
+// are bounded and may use as much memory as they need; a migration changes everything.
+constexpr char kOneWritePerPage[] = "PRAGMA cache_spill=OFF";
+constexpr char kLargeCache[] = "PRAGMA cache_size=-65536";  // KiB
+constexpr char kDefaultCache[] = "PRAGMA cache_size=-2000";
+
 int migrate_first(sqlite3* database) {
   if (const int code = sqlite::run(database, kMigrateFirst)) return code;
   sqlite::Statement copy(database, kCopyFirst);
@@ -96,8 +102,10 @@ int migrate_first(sqlite3* database) {
 int migrate(sqlite3* database, std::int64_t version) {
   if (!has_tables(database, version)) return SQLITE_MISMATCH;
   if (fault_check("configuration_migrate") != kStatusOk) return SQLITE_IOERR;
-  if (version == 1) return migrate_first(database);
-  return sqlite::run(database, version == 2 ? kMigrateSecond : kMigrateThird);
+  if (const int code = sqlite::run(database, kLargeCache)) return code;
+  const int code = version == 1 ? migrate_first(database)
+                                : sqlite::run(database, version == 2 ? kMigrateSecond : kMigrateThird);
+  return code == SQLITE_OK ? sqlite::run(database, kDefaultCache) : code;
 }
 
 // SQLITE_OK for an empty file and for a complete database of ours of a version that this release reads.
@@ -130,7 +138,9 @@ int complete(sqlite3* database, const sqlite::Identity& identity) {
   if (identity.version < kVersion) {
     if (const int code = migrate(database, identity.version)) return code;
   }
-  return has_tables(database, kVersion) ? correct_sequence(database) : SQLITE_MISMATCH;
+  if (!has_tables(database, kVersion)) return SQLITE_MISMATCH;
+  const int code = correct_sequence(database);
+  return code == SQLITE_OK ? sqlite::run(database, kOneWritePerPage) : code;
 }
 
 bool is_unusable(int code) {

@@ -13,7 +13,7 @@ namespace kvtree {
 
 namespace {
 
-constexpr std::size_t kFoldedPerStepOfStart = 20000;  // each step ends with a synchronization of the disk
+constexpr std::size_t kFoldedPerStepOfStart = 100000;  // each step synchronizes the disk several times
 constexpr std::size_t kFoldedAtOnce = 256;  // changes of a commit whose rows are in its own transaction
 
 // Commits follow each other by their ids, and the changes of one by their places in it. The changes of a
