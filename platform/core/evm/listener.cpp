@@ -75,9 +75,8 @@ int report(const std::string& file, int error, const std::string& reason) {
 int report_server(int connected, const char* file) {
   ucred server{};
   socklen_t size = sizeof server;
-  const bool is_known = getsockopt(connected, SOL_SOCKET, SO_PEERCRED, &server, &size) == 0;
-  const std::string who = is_known ? "process " + std::to_string(server.pid) : "another process";
-  return report(file, EADDRINUSE, who + " listens on it: end it, then start again");
+  if (getsockopt(connected, SOL_SOCKET, SO_PEERCRED, &server, &size) != 0) server.pid = 0;
+  return report(file, EADDRINUSE, describe_process(server.pid) + " listens on it: end it, then start again");
 }
 
 // Returns 0 if the name is free, possibly after the removal of a stale socket; otherwise errno.
@@ -119,8 +118,9 @@ int lock_run_directory(int fd) {
   pid_t holder = 0;
   const Status status = lock_file(fd, kLockPatience, &holder);
   if (status == kStatusTimedOut) {
-    log_error("evm", "%s/lock: process %d has had the lock for %lld s: end it, then start again",
-              run_directory().c_str(), holder, static_cast<long long>(kLockPatience.count()));
+    log_error("evm", "%s/lock: %s has had the lock for %lld s: end it, then start again",
+              run_directory().c_str(), describe_process(holder).c_str(),
+              static_cast<long long>(kLockPatience.count()));
   }
   return static_cast<int>(status);
 }

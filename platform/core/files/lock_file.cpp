@@ -45,3 +45,7 @@ pid_t find_lock_holder(const char* path) {
   close(fd);
   return holder;
 }
+
+std::string describe_process(pid_t process) {
+  return process == 0 ? "another process" : "process " + std::to_string(process);
+}

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <string>
 
 #include "platform/core/base/status.h"
 
@@ -15,3 +16,6 @@
 // The process that has a lock of any kind on the file, or 0. Not for a file that this process has locked:
 // the lock would be released.
 pid_t find_lock_holder(const char* path);
+
+// For messages: "process 7", or "another process" for 0, a process that cannot be seen from here.
+std::string describe_process(pid_t process);

@@ -77,6 +77,12 @@ TEST_F(LockFile, LockThatIsReleasedInTimeIsWaitedFor) {
   holder.join();
 }
 
+// As one of another container is.
+TEST_F(LockFile, HolderThatCannotBeSeenHasNoNumber) {
+  EXPECT_EQ(describe_process(7), "process 7");
+  EXPECT_EQ(describe_process(0), "another process");
+}
+
 TEST_F(LockFile, FileThatCannotBeLockedIsAnError) {
   EXPECT_EQ(lock_file(-1, milliseconds(0), &holder_), static_cast<Status>(EBADF));
   EXPECT_EQ(find_lock_holder("/nowhere/at/all"), 0);

@@ -95,9 +95,7 @@ std::int64_t file_size(const std::string& path) {
 }
 
 std::string describe_lock(const std::string& path) {
-  const pid_t holder = find_lock_holder(path.c_str());
-  return (holder == 0 ? "another process" : "process " + std::to_string(holder)) +
-         " has it locked: end it, then start again";
+  return describe_process(find_lock_holder(path.c_str())) + " has it locked: end it, then start again";
 }
 
 // A journal or log belongs to its database; applied to a new one it would destroy that. The log is renamed
