@@ -14,8 +14,9 @@
 // so that observers see one move and no flap. A real flap that is shorter is not seen either. A queue that
 // never becomes empty delays the model by at most kMaxPostponements periods.
 //
-// The model is changed in steps between other work. While the first of them read the mirror, events are held.
-// Changes of the mirror during the others wait for the next settling, which begins when the steps are done.
+// The model is changed in steps between other work. While the first of them read the mirror, and while a dump
+// replaces it, which takes steps, too, events are held. Changes of the mirror during the others wait for the
+// next settling, which begins when the steps are done.
 //
 // Losses. When the kernel could not queue an event (ENOBUFS) everything is read again: at once the first
 // time, then every `retry` while events are being lost. The model waits for the complete dump, within the
@@ -115,7 +116,11 @@ struct KernelSource::State : kernel::EventListener::Client {
   void end_dump();
   void dump_failed(Status status);
   void finish_dump();
-  void adopt_dump(kernel::LinkDump* finished);
+  void begin_adopting(kernel::LinkDump* finished);
+  void adopt_some();
+  void finish_adopting();
+  void end_adopting();
+  bool holds_events() const { return reconciler.is_reading() || adoption != nullptr || !held.empty(); }
   unsigned dump_batch() const { return std::max(1U, settings.batch / 8); }
 
   const KernelSourceSettings settings;
@@ -124,13 +129,15 @@ struct KernelSource::State : kernel::EventListener::Client {
   kernel::Reconciler reconciler;
   kernel::LinkDump dump;
   kernel::RouteFollower routes;
-  std::vector<kernel::Event> log;      // events since the running dump began
-  std::vector<kernel::Event> scratch;  // of one datagram
-  std::deque<kernel::Event> held;      // events that the mirror does not have yet
+  std::deque<kernel::Event> log;               // events since the running dump began
+  std::vector<kernel::Event> scratch;          // of one datagram
+  std::deque<kernel::Event> held;              // events that the mirror does not have yet
+  std::unique_ptr<kernel::Adoption> adoption;  // of a complete dump, while it is in progress
 
   EventManager* manager = nullptr;
   EventTimerId settle_timer = 0;
   EventTimerId reconcile_timer = 0;
+  EventTimerId adopt_timer = 0;
   EventTimerId reread_timer = 0;
   std::uint64_t last_dump_began = 0;  // clock_monotonic()
   unsigned postponements = 0;
@@ -150,7 +157,8 @@ Status KernelSource::State::load_once(std::string* error) {
   for (;;) {
     switch (once.step(dump_batch())) {
       case kernel::Dump::Progress::kComplete:
-        adopt_dump(&once);
+        begin_adopting(&once);
+        finish_adopting();
         return kStatusOk;
       case kernel::Dump::Progress::kFailed:
         *error = std::string("rtnetlink dump: ") + err_text(once.error());
@@ -171,6 +179,7 @@ Status KernelSource::State::load_once(std::string* error) {
 
 // For a load, at once.
 void KernelSource::State::finish_reconciling() {
+  if (adoption) finish_adopting();
   while (!reconciler.is_done()) reconciler.step(SIZE_MAX);
   if (reconcile_timer != 0) event_timer_cancel(manager, std::exchange(reconcile_timer, 0));
   apply_held(UINT64_MAX);
@@ -186,11 +195,12 @@ void KernelSource::State::reconcile_some() {
   const bool was_done = reconciler.is_done();
   if (!was_done) reconciler.step(settings.reconcile_step);
   if (!was_done && reconciler.is_done()) end_reconciling();
-  if (!reconciler.is_reading()) apply_held(reconcile::kStepTime);
-  if (!reconciler.is_done() || !held.empty()) reconcile_later();
+  if (!reconciler.is_reading() && !adoption) apply_held(reconcile::kStepTime);
+  if (!reconciler.is_done() || (!held.empty() && !adoption)) reconcile_later();
 }
 
 void KernelSource::State::reconcile_later() {
+  if (reconcile_timer != 0) return;
   reconcile_timer = event_timer_start(manager, 0, [this] { reconcile_some(); });
 }
 
@@ -216,7 +226,7 @@ void KernelSource::State::stop() {
   if (dump.is_open()) {
     end_dump();
   }
-  for (EventTimerId* timer : {&settle_timer, &reconcile_timer, &reread_timer}) {
+  for (EventTimerId* timer : {&settle_timer, &reconcile_timer, &adopt_timer, &reread_timer}) {
     event_timer_cancel(manager, std::exchange(*timer, 0));
   }
   manager = nullptr;
@@ -225,7 +235,7 @@ void KernelSource::State::stop() {
 void KernelSource::State::on_datagram(std::span<const std::uint8_t> datagram) {
   scratch.clear();
   kernel::parse_link_datagram(datagram, &scratch);
-  const bool holds = reconciler.is_reading() || !held.empty();
+  const bool holds = holds_events();
   for (kernel::Event& event : scratch) {
     if (dump.is_open()) log.push_back(event);
     if (holds) {
@@ -264,7 +274,7 @@ void KernelSource::State::schedule_settling() {
 // A reconciliation in progress ends first.
 void KernelSource::State::settle() {
   settle_timer = 0;
-  if (!reconciler.is_done() || !held.empty()) return schedule_settling();
+  if (!reconciler.is_done() || holds_events()) return schedule_settling();
   events.read();  // what has arrived meanwhile belongs to the same burst
   if ((!events.drained() || mirror_stale) && postponements < kMaxPostponements) {
     ++postponements;
@@ -279,7 +289,7 @@ void KernelSource::State::settle() {
 void KernelSource::State::on_events_lost() {
   ++counters.losses;
   mirror_stale = true;
-  if (dump.is_open()) {
+  if (dump.is_open() || adoption) {
     reread_soon = true;
     return;
   }
@@ -296,6 +306,7 @@ void KernelSource::State::schedule_reread(std::uint64_t delay) {
 
 void KernelSource::State::begin_dump() {
   reread_timer = 0;
+  if (adoption) return schedule_reread(settings.retry);
   last_dump_began = clock_monotonic();
   reread_soon = false;
   log.clear();
@@ -320,7 +331,7 @@ void KernelSource::State::end_dump() {
 
 // Not while the mirror is read, which the dump changes when it is complete.
 void KernelSource::State::continue_dump() {
-  if (reconciler.is_reading() || !held.empty()) return;
+  if (holds_events()) return;
   switch (dump.step(dump_batch())) {
     case kernel::Dump::Progress::kMore:
     case kernel::Dump::Progress::kWaiting:
@@ -346,26 +357,44 @@ void KernelSource::State::dump_failed(Status status) {
 }
 
 void KernelSource::State::finish_dump() {
-  adopt_dump(&dump);
-  schedule_reread(reread_soon ? settings.retry : settings.reread);
-  if (mirror.changed()) {
-    schedule_settling();
-  }
+  begin_adopting(&dump);
+  adopt_some();
 }
 
-void KernelSource::State::adopt_dump(kernel::LinkDump* finished) {
+void KernelSource::State::begin_adopting(kernel::LinkDump* finished) {
+  using Kind = kernel::Adoption::Kind;
   ++counters.dumps;
-  kernel::Mirror seen = finished->take();
-  for (const kernel::Event& event : std::exchange(log, {})) {
-    seen.apply(event);
-  }
-  if (finished->disturbed()) {
-    ++counters.disturbed_dumps;
-    reread_soon = true;
-    mirror.merge(seen);
+  const Kind kind = finished->disturbed() ? Kind::kMerges : Kind::kReplaces;
+  adoption = std::make_unique<kernel::Adoption>(&mirror, finished->take(), kind, std::exchange(log, {}));
+}
+
+void KernelSource::State::adopt_some() {
+  adopt_timer = 0;
+  adoption->step(settings.reconcile_step);
+  if (!adoption->is_done()) {
+    adopt_timer = event_timer_start(manager, 0, [this] { adopt_some(); });
     return;
   }
-  mirror.replace(std::move(seen));
+  end_adopting();
+  schedule_reread(reread_soon ? settings.retry : settings.reread);
+  if (!held.empty()) reconcile_later();
+  if (mirror.changed()) schedule_settling();
+}
+
+void KernelSource::State::finish_adopting() {
+  while (!adoption->is_done()) adoption->step(SIZE_MAX);
+  if (adopt_timer != 0) event_timer_cancel(manager, std::exchange(adopt_timer, 0));
+  end_adopting();
+}
+
+void KernelSource::State::end_adopting() {
+  const bool merged = adoption->kind() == kernel::Adoption::Kind::kMerges;
+  adoption.reset();
+  if (merged) {
+    ++counters.disturbed_dumps;
+    reread_soon = true;
+    return;
+  }
   mirror_stale = reread_soon;
   failure_logged = false;
   loss_logged = mirror_stale;
@@ -418,6 +447,6 @@ KernelSourceCounters KernelSource::counters() const {
 
 bool KernelSource::settled() const {
   const State& state = *state_;
-  return state.events.drained() && state.held.empty() && !state.mirror.changed() &&
+  return state.events.drained() && !state.holds_events() && !state.mirror.changed() &&
          state.reconciler.is_done() && !state.dump.is_open() && !state.mirror_stale && state.routes.settled();
 }

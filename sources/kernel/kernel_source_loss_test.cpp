@@ -132,6 +132,26 @@ TEST_F(LiveReconciliation, LoadWhileLinksAreReadCompletesIt) {
   ExpectModelEqualsKernel();
 }
 
+TEST_F(LiveReconciliation, LinksThatChangeWhileADumpIsAdoptedAreFollowed) {
+  AddManyVeths(100);
+  Start({.reconcile_step = 1});
+  Settle();
+  const std::uint64_t dumps = source_->counters().dumps;
+  clock_.advance(30 * kNanosecondsPerSecond);
+  while (source_->counters().dumps == dumps) Step();
+  for (int i = 0; i < 10; ++i) {
+    const std::string number = std::to_string(90 + i);
+    Batch("link set a" + number + " name z\nlink set b" + number + " name a" + number +
+          "\nlink set z name b" + number + "\nlink del a" + std::to_string(i) + "\n");
+    for (int step = 0; step < 20; ++step) Step();
+  }
+  EXPECT_NE(Find("a0"), nullptr) << "the dump is still being adopted";
+  Settle();
+  EXPECT_EQ(Find("a0"), nullptr);
+  ExpectModelEqualsKernel();
+  EXPECT_EQ(source_->counters().refused, 0U);
+}
+
 TEST_F(LiveReconciliation, LoadMeanwhileCompletesIt) {
   BeginToAddPairs();
   ASSERT_EQ(source_->load(&error_), kStatusOk) << error_;

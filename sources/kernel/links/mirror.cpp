@@ -122,33 +122,13 @@ void Mirror::remove_address(const LinkAddress& address) {
 }
 
 void Mirror::replace(Mirror dump) {
-  for (const auto& [index, link] : links_) {
-    if (!dump.links_.contains(index)) {
-      changes_.removed.insert(index);
-      changes_.touched.erase(index);
-    }
-  }
-  for (const auto& [index, link] : dump.links_) {
-    const auto known = links_.find(index);
-    if (known == links_.end() || known->second != link || addresses(index) != dump.addresses(index)) {
-      touch(index);
-    }
-  }
-  links_ = std::move(dump.links_);
-  index_by_name_ = std::move(dump.index_by_name_);
-  nameless_ = std::move(dump.nameless_);
-  addresses_ = std::move(dump.addresses_);
+  Adoption all(this, std::move(dump), Adoption::Kind::kReplaces);
+  while (!all.is_done()) all.step(SIZE_MAX);
 }
 
-void Mirror::merge(const Mirror& dump) {
-  for (const auto& [index, link] : dump.links_) {
-    update_link(link);
-  }
-  for (const auto& [index, list] : dump.addresses_) {
-    for (const LinkAddress& address : list) {
-      update_address(address);
-    }
-  }
+void Mirror::merge(Mirror dump) {
+  Adoption all(this, std::move(dump), Adoption::Kind::kMerges);
+  while (!all.is_done()) all.step(SIZE_MAX);
 }
 
 const Link* Mirror::find(std::uint32_t index) const {

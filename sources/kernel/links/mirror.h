@@ -5,7 +5,9 @@
 // Main thread only.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <set>
 #include <string>
@@ -27,10 +29,9 @@ struct Changes {
 class Mirror {
  public:
   void apply(const Event& event);
-  // Takes the content of an undisturbed dump. Differences count as changes.
+  // Adoption, all steps at once.
   void replace(Mirror dump);
-  // Adds the content of a disturbed dump. Objects that are missing in it may exist, so they stay.
-  void merge(const Mirror& dump);
+  void merge(Mirror dump);
 
   const Link* find(std::uint32_t index) const;  // valid until the mirror changes
   const std::map<std::uint32_t, Link>& links() const { return links_; }
@@ -50,6 +51,7 @@ class Mirror {
   bool has_ambiguous_names() const { return !nameless_.empty(); }
 
  private:
+  friend class Adoption;
   std::vector<LinkAddress> usable_addresses(std::uint32_t index) const;
   void update_link(const Link& link);
   void remove_link(std::uint32_t index);
@@ -64,6 +66,45 @@ class Mirror {
   std::map<std::uint32_t, std::vector<LinkAddress>>
       addresses_;  // by link, also of links that are not yet known
   Changes changes_;
+};
+
+// Brings the content of a complete dump into a mirror, in steps. The mirror must outlive it, and must neither
+// change nor be read before it is done.
+class Adoption {
+ public:
+  // kReplaces takes the content of an undisturbed dump; differences count as changes. kMerges adds that of a
+  // disturbed one: objects that are missing in it may exist, so they stay. `later` are the events since the
+  // dump began.
+  enum class Kind { kReplaces, kMerges };
+  Adoption(Mirror* mirror, Mirror dump, Kind kind, std::deque<Event> later = {});
+
+  // Visits up to `items` (> 0) objects, and fewer if reconcile::kStepTime has passed.
+  void step(std::size_t items);
+  bool is_done() const { return phase_ == phases().size(); }
+  Kind kind() const { return kind_; }
+
+ private:
+  using Phase = bool (Adoption::*)();  // visits the next item; false without one
+  const std::vector<Phase>& phases() const;
+  // The next item of a map by index, which may have changed since the last one.
+  template <typename Map>
+  typename Map::const_iterator next_of(const Map& map);
+  bool apply_later();
+  bool find_removed();
+  bool find_touched();
+  bool exchange();
+  bool merge_link();
+  bool merge_addresses();
+  bool free_link();
+  bool free_name();
+  bool free_addresses();
+
+  Mirror* mirror_;
+  Mirror dump_;  // after the exchange, what the mirror had
+  Kind kind_;
+  std::deque<Event> later_;
+  std::size_t phase_ = 0;
+  std::uint64_t next_ = 0;  // the lowest index that the phase has not visited
 };
 
 }  // namespace kernel

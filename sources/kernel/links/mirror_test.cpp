@@ -3,7 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include "platform/core/base/clock.h"
 #include "sources/kernel/test_support.h"
+#include "sources/reconcile/reconcile.h"
 
 namespace kernel {
 namespace {
@@ -199,6 +201,55 @@ TEST_F(KernelMirror, DisturbedDumpRemovesNothing) {
   EXPECT_THAT(Addresses(5), ElementsAre("10.0.0.1/24"));
   EXPECT_THAT(Addresses(6), ElementsAre("10.0.1.1/24"));
   ExpectChanges({}, {6});
+}
+
+class LargeDump : public KernelMirror {
+ protected:
+  LargeDump() {
+    for (std::uint32_t index = 1; index <= kLinks; ++index) {
+      See(index, "d" + std::to_string(index));
+      dump_.apply(LinkSeen{MakeLink(index + 1, "d" + std::to_string(index + 1))});
+      dump_.apply(AddressSeen{MakeAddress(index + 1, "10.0.0.1/24")});
+    }
+    (void)mirror_.take_changes();
+  }
+  std::size_t Adopt(Adoption::Kind kind, std::deque<Event> later) {
+    Adoption adoption(&mirror_, std::move(dump_), kind, std::move(later));
+    std::size_t steps = 0;
+    for (; !adoption.is_done(); ++steps) adoption.step(kItems);
+    return steps;
+  }
+  static constexpr std::uint32_t kLinks = 1000;
+  static constexpr std::size_t kItems = 10;
+  Mirror dump_;
+};
+
+TEST_F(LargeDump, ReplacesTheMirrorInSteps) {
+  EXPECT_GE(Adopt(Adoption::Kind::kReplaces, {LinkSeen{MakeLink(7, "z7")}}), 2 * kLinks / kItems);
+  EXPECT_EQ(mirror_.find(1), nullptr);
+  EXPECT_EQ(NameOf(7), "z7");
+  EXPECT_EQ(NameOf(kLinks + 1), "d1001");
+  EXPECT_THAT(Addresses(2), ElementsAre("10.0.0.1/24"));
+  const Changes changes = mirror_.take_changes();
+  EXPECT_THAT(changes.removed, ElementsAre(1));
+  EXPECT_EQ(changes.touched.size(), kLinks);
+}
+
+TEST_F(LargeDump, ThatWasDisturbedIsAddedInSteps) {
+  EXPECT_GE(Adopt(Adoption::Kind::kMerges, {LinkRemoved{7}}), 2 * kLinks / kItems);
+  EXPECT_EQ(NameOf(1), "d1");
+  EXPECT_EQ(NameOf(7), "d7");
+  EXPECT_EQ(NameOf(kLinks + 1), "d1001");
+  EXPECT_THAT(mirror_.take_changes().removed, IsEmpty());
+}
+
+TEST_F(LargeDump, StepEndsWhenItsTimeHasPassed) {
+  Adoption adoption(&mirror_, std::move(dump_), Adoption::Kind::kReplaces);
+  ManualClock clock(1000);
+  clock.tick(reconcile::kStepTime / 10);
+  std::size_t steps = 0;
+  for (; !adoption.is_done(); ++steps) adoption.step(SIZE_MAX);
+  EXPECT_GE(steps, 2 * kLinks / 10);
 }
 
 }  // namespace
