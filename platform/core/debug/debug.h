@@ -42,8 +42,10 @@ inline bool debug_enabled(const DebugFlag& flag) {
   return flag.enabled.load(std::memory_order_relaxed) != 0;
 }
 // Prints for the flag, whether or not it is on: callers check first. A line break is added if the text has
-// none. Prints beyond kPrintsPerSecond (protocol.h) are dropped; the first one after them is preceded by
-// their number.
+// none. Prints beyond kMostPrints (protocol.h) in a period are dropped; the first one after them is preceded
+// by their number.
 [[gnu::format(printf, 2, 3)]] void debug_printf(const DebugFlag& flag, const char* format, ...);
+// Whether the prints of this period are used up: work that is done for its prints alone can be left out.
+bool debug_prints_are_dropped();
 // While set, no print is dropped, and each also appends a line to *lines. For tests; null ends it.
 void debug_capture(std::string* lines);

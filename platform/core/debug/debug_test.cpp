@@ -235,14 +235,16 @@ TEST_F(DebugTest, PrintsBeyondTheRateAreDroppedAndCountedInOneLine) {
   debug_capture(nullptr);
   ManualClock clock(1'700'000'000 * kNanosecondsPerSecond);
   testing::internal::CaptureStderr();
-  for (std::uint64_t i = 0; i < debug_detail::kPrintsPerSecond + 7; ++i) debug_printf(flags_[0], "x");
-  EXPECT_EQ(testing::internal::GetCapturedStderr().size(), 2 * debug_detail::kPrintsPerSecond);
+  for (std::uint64_t i = 0; i < debug_detail::kMostPrints + 7; ++i) debug_printf(flags_[0], "x");
+  EXPECT_EQ(testing::internal::GetCapturedStderr().size(), 2 * debug_detail::kMostPrints);
+  EXPECT_TRUE(debug_prints_are_dropped());
   testing::internal::CaptureStderr();
-  clock.advance(kNanosecondsPerSecond);
+  clock.advance(debug_detail::kPrintPeriod * kNanosecondsPerSecond);
+  EXPECT_FALSE(debug_prints_are_dropped());
   debug_printf(flags_[0], "Completed %s", "init");
   debug_printf(flags_[0], "next");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "debug: 7 prints were dropped, more than 50000 in a second\nCompleted init\nnext\n");
+            "debug: 7 prints were dropped, more than 50000 in 5 s\nCompleted init\nnext\n");
 }
 
 TEST_F(DebugTest, WatcherSeesPrintsWithTheirFlag) {

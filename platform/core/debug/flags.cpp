@@ -3,7 +3,7 @@
 //
 // A print is written to standard error, to a test's capture, and to the flag's service if it has a watcher;
 // it waits for none of them. A flag that is not registered prints to standard error only. Prints beyond a
-// number in a second are dropped before they cost anything, and counted: an operator who switches everything
+// number in a period are dropped before they cost anything, and counted: an operator who switches everything
 // on must not take the daemon from its clients.
 #include "platform/core/debug/debug.h"
 
@@ -84,18 +84,13 @@ void capture(const std::string& line) {
   if (captured_lines != nullptr) *captured_lines += line + '\n';
 }
 
-// The prints of the current second. Any thread.
+// The prints of the current period. Any thread.
 class Budget {
  public:
   // False: this print is dropped. Else *dropped is the number of prints that were dropped and not reported.
   bool take(std::uint64_t* dropped) {
-    const std::uint64_t now = clock_monotonic();
     const std::lock_guard lock(mutex_);
-    if (now - began_ >= kNanosecondsPerSecond) {
-      began_ = now;
-      used_ = 0;
-    }
-    if (used_ == debug_detail::kPrintsPerSecond) {
+    if (!has_prints()) {
       ++dropped_;
       return false;
     }
@@ -104,7 +99,22 @@ class Budget {
     return true;
   }
 
+  bool is_used_up() {
+    const std::lock_guard lock(mutex_);
+    return !has_prints();
+  }
+
  private:
+  // Call with the mutex locked.
+  bool has_prints() {
+    const std::uint64_t now = clock_monotonic();
+    if (now - began_ >= debug_detail::kPrintPeriod * kNanosecondsPerSecond) {
+      began_ = now;
+      used_ = 0;
+    }
+    return used_ < debug_detail::kMostPrints;
+  }
+
   std::mutex mutex_;
   std::uint64_t began_ = 0;
   std::uint64_t used_ = 0;
@@ -130,7 +140,8 @@ bool may_print(const DebugFlag& flag) {
   if (!budget().take(&dropped)) return false;
   if (dropped != 0) {
     print(flag, "debug: " + std::to_string(dropped) + " prints were dropped, more than " +
-                    std::to_string(debug_detail::kPrintsPerSecond) + " in a second");
+                    std::to_string(debug_detail::kMostPrints) + " in " +
+                    std::to_string(debug_detail::kPrintPeriod) + " s");
   }
   return true;
 }
@@ -218,6 +229,10 @@ void debug_printf(const DebugFlag& flag, const char* format, ...) {
   std::string line(buffer.data());
   if (line.ends_with('\n')) line.pop_back();
   print(flag, std::move(line));
+}
+
+bool debug_prints_are_dropped() {
+  return !is_captured() && budget().is_used_up();
 }
 
 void debug_capture(std::string* lines) {

@@ -24,7 +24,8 @@ inline constexpr std::size_t kMaxRequest = 4U << 10;       // octets
 inline constexpr std::size_t kMaxMessage = 1U << 20;       // octets of an answer or print
 inline constexpr std::size_t kMaxPrint = 4U << 10;         // octets of one print; longer ones are cut
 inline constexpr std::size_t kWatcherOctets = 256U << 10;  // unsent to one watcher
-inline constexpr std::uint64_t kPrintsPerSecond = 50'000;  // of the process
+inline constexpr std::uint64_t kMostPrints = 50'000;       // of the process in kPrintPeriod
+inline constexpr std::uint64_t kPrintPeriod = 5;           // seconds
 inline constexpr std::size_t kPendingPrints = 1024;        // on their way to the service's thread
 
 }  // namespace debug_detail

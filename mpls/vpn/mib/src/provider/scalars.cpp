@@ -1,5 +1,5 @@
 // The scalars, from the tally. While the prints of a walk over the VRF records and the interface database are
-// switched on, the walk is made, and counts the same.
+// switched on and not dropped, the walk is made, and counts the same.
 //
 // configuredVrfs counts complete VRF records (no forward references, not "default") that are also in the VRF
 // database. connectedInterfaces and activeVrfs are counted in one walk over the interface database, whose
@@ -119,7 +119,8 @@ void read_tally(mpls_vpn_mib_scalars* scalars) {
 }
 
 bool is_walk_printed() {
-  return debug_enabled(mpls_vpn_debug_flags[PROV]) || debug_enabled(mpls_vpn_debug_flags[DBASE]);
+  const bool is_on = debug_enabled(mpls_vpn_debug_flags[PROV]) || debug_enabled(mpls_vpn_debug_flags[DBASE]);
+  return is_on && !debug_prints_are_dropped();
 }
 
 // False, with the walk stored, if the step was over before its end.

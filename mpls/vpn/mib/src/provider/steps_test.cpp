@@ -299,4 +299,15 @@ TEST_F(PrintedScalars, NeedNoFurtherStepOnceThePrintsAreSwitchedOff) {
   EXPECT_LT(iterations_, kFewestIterations);
 }
 
+TEST_F(PrintedScalars, AreNotWalkedForPrintsThatAreDropped) {
+  LetReadingsTake(0);
+  debug_capture(nullptr);
+  testing::internal::CaptureStderr();
+  while (!debug_prints_are_dropped()) debug_printf(mpls_vpn_debug_flags[START], "x");
+  LetReadingsTake(kReading);
+  EXPECT_EQ(Read(1), "200 100 200");
+  testing::internal::GetCapturedStderr();
+  EXPECT_LT(iterations_, kFewestIterations);
+}
+
 }  // namespace
