@@ -514,6 +514,17 @@ TEST_F(ConfigFolding, InvalidRowsAreQuarantinedAndTheOthersLoaded) {
   EXPECT_THAT(Effective("/"), ElementsAre("/cfg/many/000006=x"));
 }
 
+// A transaction uses as much memory as it needs; the database returns it.
+TEST_F(ConfigFolding, MemoryOfALargeCommitIsReturned) {
+  sqlite3_memory_highwater(1);
+  Make("user", Many(30000, std::string(300, 'x')), "");
+  EXPECT_TRUE(Unfolded());
+  RunAll();
+  EXPECT_FALSE(Unfolded());
+  EXPECT_GT(sqlite3_memory_highwater(0), 8 << 20);
+  EXPECT_LT(sqlite3_memory_used(), 4 << 20);
+}
+
 TEST_F(ConfigFolding, WithoutAServerItIsDoneAtOnce) {
   kvtree_stop_serving(manager);
   Make("user", Many(1200, "x"), "");
