@@ -90,7 +90,9 @@ Status FileSource::load(std::string* error) {
 
 Status FileSource::load_at_once(std::string* error) {
   router_file::Reading reading = router_file::read(path_);
-  if (const Status status = begin_applying(&reading, error)) return status;
+  if (const Status status = check(reading, error)) return status;
+  if (const Status status = take_configuration(reading.file, error)) return status;
+  begin_applying(&reading);
   const std::size_t rows = rows_at_once(routes_);
   do {
     if (const Status status = apply_some(SIZE_MAX, error)) return status;
@@ -102,25 +104,28 @@ Status FileSource::take_configuration(const router_file::RouterFile& file, std::
   std::string reason;
   const Status status =
       kvtree_config_replace(kConfigOwnerFile, file.configuration, "router file " + path_, &commit_, &reason);
-  if (status && reason.empty()) reason = err_text(status);
-  if (status) *error = path_ + ": cannot change the configuration: " + reason;
+  if (status) *error = commit_error(status, reason);
   return status;
 }
 
-// Applies the file to the configuration, and prepares its application to the model.
-Status FileSource::begin_applying(router_file::Reading* reading, std::string* error) {
+std::string FileSource::commit_error(Status status, const std::string& reason) const {
+  return path_ + ": cannot change the configuration: " + (reason.empty() ? err_text(status) : reason);
+}
+
+// Whether the file can be applied.
+Status FileSource::check(const router_file::Reading& reading, std::string* error) const {
   if (const Status status = fault_check("file_source_load")) {
     *error = path_ + ": " + err_text(status);
     return status;
   }
-  if (reading->status) {
-    *error = reading->error;
-    return reading->status;
-  }
-  if (const Status status = take_configuration(reading->file, error)) return status;
+  if (reading.status) *error = reading.error;
+  return reading.status;
+}
+
+// Prepares the application of the file to the model.
+void FileSource::begin_applying(router_file::Reading* reading) {
   application_ = std::make_unique<router_file::RouterApplication>(&reading->file, model_);
   routes_ = std::move(reading->file.routes);
-  return kStatusOk;
 }
 
 // A failure ends the application.
@@ -145,6 +150,7 @@ Status FileSource::begin_feeding(std::size_t rows, std::string* error) {
 // The model keeps what was applied so far; the next application continues from there.
 void FileSource::stop_applying() {
   stage_ = Stage::kIdle;
+  committing_.reset();
   if (applying_ != 0) event_timer_cancel(manager_, std::exchange(applying_, 0));
   application_.reset();
 }
@@ -247,11 +253,32 @@ void FileSource::take_reading(router_file::Reading reading) {
 
 // REQUIRES: a file has been read.
 void FileSource::begin_load() {
-  const std::unique_ptr<router_file::Reading> reading = std::move(next_);
+  std::unique_ptr<router_file::Reading> reading = std::move(next_);
   if (!reader_->is_reading()) take_requests();
   std::string error;
-  const Status status = begin_applying(reading.get(), &error);
-  if (status) return end_load(status, error);
+  if (const Status status = check(*reading, &error)) return end_load(status, error);
+  begin_commit(std::move(reading));
+}
+
+// A load that begins meanwhile at once makes this one end.
+void FileSource::begin_commit(std::unique_ptr<router_file::Reading> reading) {
+  stage_ = Stage::kCommitting;
+  committing_ = std::make_shared<FileSource*>(this);
+  auto nodes = std::make_shared<const std::vector<KvConfigNode>>(std::move(reading->file.configuration));
+  const auto done = [weak = std::weak_ptr(committing_), shared = std::shared_ptr(std::move(reading))](
+                        Status status, const std::string& id, const std::string& reason) {
+    FileSource* const source = weak.expired() ? nullptr : *weak.lock();
+    if (source == nullptr) return;
+    source->commit_ = id;
+    source->configuration_taken(shared.get(), status, reason);
+  };
+  kvtree_config_begin_replacement(manager_, kConfigOwnerFile, std::move(nodes), "router file " + path_, done);
+}
+
+void FileSource::configuration_taken(router_file::Reading* reading, Status status,
+                                     const std::string& reason) {
+  if (status) return end_load(status, commit_error(status, reason));
+  begin_applying(reading);
   stage_ = Stage::kApplying;
   apply_next();
 }

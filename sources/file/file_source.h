@@ -46,13 +46,18 @@ class FileSource : public Source {
   bool is_reading() const { return stage_ != Stage::kIdle || (reader_ != nullptr && reader_->is_reading()); }
 
  private:
-  enum class Stage { kIdle, kApplying, kFeeding };  // of a load; the first one's steps are not separate
+  // Of a load; the first one's steps are not separate.
+  enum class Stage { kIdle, kCommitting, kApplying, kFeeding };
   void reload(KvActionEnd end);
   void take_requests();
   void answer(Status status, const std::string& text);
   Status load_at_once(std::string* error);
   Status take_configuration(const router_file::RouterFile& file, std::string* error);
-  Status begin_applying(router_file::Reading* reading, std::string* error);
+  Status check(const router_file::Reading& reading, std::string* error) const;
+  void begin_applying(router_file::Reading* reading);
+  void begin_commit(std::unique_ptr<router_file::Reading> reading);
+  void configuration_taken(router_file::Reading* reading, Status status, const std::string& reason);
+  std::string commit_error(Status status, const std::string& reason) const;
   Status apply_some(std::size_t items, std::string* error);
   Status begin_feeding(std::size_t rows, std::string* error);
   void apply_next();
@@ -76,6 +81,7 @@ class FileSource : public Source {
   std::vector<KvActionEnd> requests_;                            // of users, for a load that has not begun
   std::vector<KvActionEnd> waiting_;                             // of users, for the load that is in progress
   std::unique_ptr<router_file::Reading> next_;                   // what the next load applies
+  std::shared_ptr<FileSource*> committing_;                      // while a load's configuration is committed
   std::unique_ptr<router_file::RouterApplication> application_;  // while a file is being applied
   std::vector<router_file::RouteGroup> routes_;                  // of that file
   router_file::RouteFeeder feeder_;

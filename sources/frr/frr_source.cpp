@@ -1,5 +1,9 @@
 // There is one follower per program. update_tree() merges what each of them reported last.
 //
+// An answer is parsed on the thread. Then the loop determines the further commands and the nodes that depend
+// on the router, the thread computes what the tree should contain, and the data store makes the commits. Only
+// then is the next answer processed, so the thread never shares what it uses.
+//
 // An unchanged text is only compared. A changed one is parsed at once. Nodes that depend on the router's
 // addresses are computed again when the router has changed. The pause before the next question grows with the
 // time that the last answer took, so that a large configuration takes at most a fifth of a CPU. (A thousand
@@ -113,13 +117,15 @@ Status FrrSource::start(EventManager* manager) {
   if (const Status status = fault_check("frr_source_start")) return status;
   if (manager_ != nullptr) return kStatusExists;
   manager_ = manager;
+  worker_ = std::make_unique<EventWorker>(manager);
   for (const auto& follower : followers_) ask_later(*follower, 0);
   return kStatusOk;
 }
 
 std::size_t FrrSource::pending_answers() const {
   const auto awaits = [](const auto& follower) { return follower->conversation.awaits_answer(); };
-  return static_cast<std::size_t>(std::count_if(followers_.begin(), followers_.end(), awaits));
+  return answers_.size() +
+         static_cast<std::size_t>(std::count_if(followers_.begin(), followers_.end(), awaits));
 }
 
 Status FrrSource::remove_configured(std::string* error) {
@@ -133,9 +139,11 @@ Status FrrSource::remove_configured(std::string* error) {
 
 Status FrrSource::load(std::string* /*error*/) {
   for (Owned* owned : {&configured_, &derived_}) {
-    kvtree_config_owned(owned->owner, [owned](const KvConfigNode& node) { owned->nodes.push_back(node); });
+    Nodes nodes;
+    kvtree_config_owned(owned->owner, [&nodes](const KvConfigNode& node) { nodes.push_back(node); });
+    owned->nodes = std::make_shared<const Nodes>(std::move(nodes));
   }
-  for (const KvConfigNode& node : configured_.nodes) {
+  for (const KvConfigNode& node : *configured_.nodes) {
     const auto programs = frr::programs_of(node.path);
     for (const auto& follower : followers_) follower->answered |= programs[follower->place];
   }
@@ -152,21 +160,42 @@ void FrrSource::ask(Follower& follower) {
   const auto received = [this, &follower](const Answer& answer) { on_answer(follower, answer); };
   const Status status = follower.conversation.ask(manager_, received, follower.commands);
   if (!status) return;
-  on_loss(follower, err_text(status), false);
-  ask_later(follower, pause_after(follower, 0));
+  Answer failure;
+  failure.reason = err_text(status);
+  on_answer(follower, failure);
 }
 
 void FrrSource::on_answer(Follower& follower, const Answer& answer) {
-  if (answer.too_large && !follower.commands.empty()) {
-    follower.exports = false;
-    follower.commands.clear();
-  }
-  if (!answer.whole) {
-    on_loss(follower, answer.reason, answer.unknown);
-  } else if (!take(follower, answer) && !std::exchange(follower.asked_twice, true)) {
-    return ask_later(follower, 0);
-  }
-  ask_later(follower, pause_after(follower, answer.first ? 0 : clock_monotonic() - follower.asked));
+  begin_processing([this, &follower, shared = std::make_shared<const Answer>(answer)] {
+    after_processing_ = [this, &follower, first = shared->first] {
+      ask_later(follower, pause_after(follower, first ? 0 : clock_monotonic() - follower.asked));
+    };
+    if (shared->too_large && !follower.commands.empty()) {
+      follower.exports = false;
+      follower.commands.clear();
+    }
+    if (shared->whole) {
+      take(follower, shared);
+    } else {
+      on_loss(follower, shared->reason, shared->unknown);
+    }
+  });
+}
+
+void FrrSource::begin_processing(std::function<void()> process) {
+  answers_.push_back(std::move(process));
+  if (answers_.size() == 1) std::function<void()>(answers_.front())();
+}
+
+void FrrSource::end_processing() {
+  std::exchange(after_processing_, nullptr)();
+  answers_.pop_front();
+  if (!answers_.empty()) std::function<void()>(answers_.front())();
+}
+
+// Computes on the thread what is to be written, and writes it.
+void FrrSource::compute(std::function<void()> work) {
+  worker_->run(std::move(work), [this] { write_next(); });
 }
 
 void FrrSource::on_loss(Follower& follower, const std::string& reason, bool unknown) {
@@ -179,7 +208,8 @@ void FrrSource::on_loss(Follower& follower, const std::string& reason, bool unkn
   log_loss(follower, reason);
   const std::uint64_t longest = follower.answered ? options_.longest_pause_of_lost : options_.longest_pause;
   follower.pause = was_answering ? options_.interval : std::min(follower.pause * 2, longest);
-  if (std::exchange(follower.unknown, unknown) != unknown) update_tree(follower, {});
+  if (std::exchange(follower.unknown, unknown) == unknown) return end_processing();
+  compute([this, &follower] { update_tree(follower, {}); });
 }
 
 // Logs each loss once, and a suite without any program once: many routers run only a part of the suite.
@@ -216,31 +246,39 @@ std::uint64_t FrrSource::pause_after(const Follower& follower, std::uint64_t too
   return std::max(options_.interval, took * kPausePerTime);
 }
 
-// False when the configuration needs other commands than those that were asked with it. Then both are asked
-// again, so that derived items and the configuration that they derive from belong together.
-bool FrrSource::take(Follower& follower, const Answer& answer) {
+// The program may have been started since its last answer.
+void FrrSource::take(Follower& follower, const std::shared_ptr<const Answer>& answer) {
   if (!follower.answering) log_notice("frr", "%s answers", follower.program.name.data());
   follower.answering = follower.answered = true;
   follower.unknown = follower.failed = follower.loss_logged = false;
-  const bool same_text =
-      follower.config.has_value() && follower.text == answer.configuration && follower.shown == answer.shown;
-  if (!same_text) parse(follower, answer);
-  if (!same_text || answer.first) follower.text_since = clock_monotonic();
-  if (answer.first) begin_settling(follower);
+  if (answer->first) ask_lost_programs();
+  const auto same_text = std::make_shared<bool>(false);
+  worker_->run(
+      [&follower, answer, same_text] {
+        if (answer->first) follower.nodes.clear();
+        follower.settling = follower.settling || answer->first;
+        *same_text = parse(follower, *answer);
+      },
+      [this, &follower, same_text] { take_commands(follower, *same_text); });
+}
+
+// When the configuration needs other commands than those that were asked with it, both are asked again, so
+// that derived items and the configuration that they derive from belong together.
+void FrrSource::take_commands(Follower& follower, bool same_text) {
   std::vector<std::string> commands = frr::derived_commands(*follower.config, follower.exports);
-  if (commands != std::exchange(follower.commands, commands)) return false;
+  if (commands != std::exchange(follower.commands, commands)) {
+    if (!std::exchange(follower.asked_twice, true))
+      after_processing_ = [this, &follower] { ask_later(follower, 0); };
+    return end_processing();
+  }
   follower.asked_twice = false;
   const bool same_router = !follower.program.needs_router || follower.router_changes == router_->changes();
   const bool written = configured_.written && derived_.written;
-  if (!same_text || !same_router || follower.settling || !written) settle(follower);
-  return true;
-}
-
-// The program may have been started since its last answer.
-void FrrSource::begin_settling(Follower& follower) {
-  follower.settling = true;
-  follower.nodes.clear();
-  ask_lost_programs();
+  if (same_text && same_router && !follower.settling && written) return end_processing();
+  follower.router_changes = router_->changes();
+  std::optional<Nodes> now;
+  if (follower.program.needs_router) now = follower.program.nodes(*follower.config, *router_);
+  compute([this, &follower, now = std::move(now)]() mutable { settle(follower, std::move(now)); });
 }
 
 // Reads the derived items and removes from `nodes` those that they make ineffective.
@@ -262,11 +300,17 @@ void FrrSource::derive(Follower& follower, Nodes* nodes) {
   follower.derived = std::move(derived->nodes);
 }
 
-void FrrSource::parse(Follower& follower, const Answer& answer) {
+// True for the same text as before, which is not parsed again.
+bool FrrSource::parse(Follower& follower, const Answer& answer) {
+  const bool same_text =
+      follower.config.has_value() && follower.text == answer.configuration && follower.shown == answer.shown;
+  if (!same_text || answer.first) follower.text_since = clock_monotonic();
+  if (same_text) return true;
   follower.text = answer.configuration;
   follower.shown = answer.shown;
   follower.config = frr::parse_running_config(follower.text);
   log_errors(follower.program, follower.config->errors);
+  return false;
 }
 
 // The suite was started, possibly in another version.
@@ -280,15 +324,15 @@ void FrrSource::ask_lost_programs() {
   }
 }
 
-// Computes the nodes of the answer and decides whether missing ones are removed.
-void FrrSource::settle(Follower& follower) {
-  follower.router_changes = router_->changes();
-  Nodes now = follower.program.nodes(*follower.config, *router_);
-  derive(follower, &now);
-  const Nodes before = std::exchange(follower.nodes, std::move(now));
+// Takes the nodes of the answer, computed now if they do not depend on the router, and decides whether
+// missing ones are removed.
+void FrrSource::settle(Follower& follower, std::optional<Nodes> now) {
+  if (!now) now = follower.program.nodes(*follower.config, *router_);
+  derive(follower, &*now);
+  const Nodes before = std::exchange(follower.nodes, std::move(*now));
   const Nodes removed = follower.settling ? Nodes{} : left_out(before, follower.nodes);
   const bool derives = follower.program.name == frr::kDerivingProgram;
-  const Nodes underived = derives ? left_out(derived_.nodes, follower.derived) : Nodes{};
+  const Nodes underived = derives ? left_out(*derived_.nodes, follower.derived) : Nodes{};
   if ((is_complete(follower) && underived.empty()) || is_stable(follower)) follower.settling = false;
   if (derives) {
     commit(&derived_, follower.settling ? merged(follower.derived, underived) : follower.derived,
@@ -302,7 +346,7 @@ void FrrSource::settle(Follower& follower) {
 
 // Whether the programs that answer report everything that was known of this one.
 bool FrrSource::is_complete(const Follower& follower) const {
-  const Nodes missing = left_out(configured_.nodes, reported(false));
+  const Nodes missing = left_out(*configured_.nodes, reported(false));
   return std::none_of(missing.begin(), missing.end(), [&follower](const KvConfigNode& node) {
     return frr::owns(follower.program, node.path);
   });
@@ -337,7 +381,7 @@ bool FrrSource::may_be_reported(std::string_view path) const {
 // Commits what is reported now, and retains what was not `removed` and may still be reported.
 void FrrSource::update_tree(const Follower& follower, const Nodes& removed) {
   const Nodes nodes = merged(reported(true), reported(false));
-  Nodes retained = left_out(left_out(configured_.nodes, nodes), removed);
+  Nodes retained = left_out(left_out(*configured_.nodes, nodes), removed);
   std::erase_if(retained, [this](const KvConfigNode& node) { return !may_be_reported(node.path); });
   const std::string program(follower.program.name);
   commit(&configured_, merged(nodes, retained), program + ": running configuration",
@@ -345,12 +389,28 @@ void FrrSource::update_tree(const Follower& follower, const Nodes& removed) {
 }
 
 void FrrSource::commit(Owned* owned, Nodes nodes, const std::string& comment, const std::string& what) {
-  if (owned->written && nodes == owned->nodes) return;
-  owned->nodes = std::move(nodes);
-  std::string reason;
-  const Status status = kvtree_config_replace(owned->owner, owned->nodes, comment, nullptr, &reason);
-  if (status && owned->written) {
-    log_error("frr", "cannot write %s: %s: %s", what.c_str(), err_text(status), reason.c_str());
+  if (owned->written && nodes == *owned->nodes) return;
+  owned->nodes = std::make_shared<const Nodes>(std::move(nodes));
+  writes_.push_back({owned, comment, what});
+}
+
+// Makes the commits, one after the other.
+void FrrSource::write_next() {
+  if (writes_.empty()) return end_processing();
+  const Write write = std::move(writes_.front());
+  writes_.pop_front();
+  kvtree_config_begin_replacement(
+      manager_, write.owned->owner, write.owned->nodes, write.comment,
+      [weak = std::weak_ptr(self_), write](Status status, const std::string&, const std::string& error) {
+        FrrSource* const source = weak.expired() ? nullptr : *weak.lock();
+        if (source != nullptr) source->written(write, status, error);
+      });
+}
+
+void FrrSource::written(const Write& write, Status status, const std::string& error) {
+  if (status && write.owned->written) {
+    log_error("frr", "cannot write %s: %s: %s", write.what.c_str(), err_text(status), error.c_str());
   }
-  owned->written = !status;
+  write.owned->written = !status;
+  write_next();
 }

@@ -17,16 +17,21 @@
 // it, and the earlier program, if it answers. Without a gap, an item that a program no longer reports is
 // removed at once.
 //
-// Main thread. Nothing blocks: see conversation.h.
+// Main thread. Nothing blocks: see conversation.h. What an answer changes is computed on a thread, one answer
+// after the other.
 #pragma once
 
 #include <array>
+#include <deque>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/core/evm/worker.h"
 #include "platform/router/model/router.h"
 #include "sources/frr/config_nodes.h"
 #include "sources/frr/conversation.h"
@@ -58,7 +63,7 @@ class FrrSource : public Source {
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the routing suite"; }
 
-  // How many questions are not answered yet.
+  // How many questions are not answered yet, or have answers that are not in the tree.
   std::size_t pending_answers() const;
 
   // For a router that does not follow the suite: removes what the suite configured.
@@ -69,8 +74,13 @@ class FrrSource : public Source {
   // What the tree should contain of an owner.
   struct Owned {
     std::string_view owner;
-    frr::Nodes nodes{};
+    std::shared_ptr<const frr::Nodes> nodes = std::make_shared<const frr::Nodes>();
     bool written = true;  // the tree contains it
+  };
+  struct Write {
+    Owned* owned;
+    std::string comment;
+    std::string what;
   };
 
   void ask(Follower& follower);
@@ -80,17 +90,22 @@ class FrrSource : public Source {
   void on_loss(Follower& follower, const std::string& reason, bool unknown);
   void log_loss(Follower& follower, const std::string& reason);
   void log_permission(const Follower& follower, const std::string& reason);
-  bool take(Follower& follower, const frr::Answer& answer);
-  static void parse(Follower& follower, const frr::Answer& answer);
-  void begin_settling(Follower& follower);
-  void settle(Follower& follower);
+  void begin_processing(std::function<void()> process);
+  void end_processing();
+  void take(Follower& follower, const std::shared_ptr<const frr::Answer>& answer);
+  void take_commands(Follower& follower, bool same_text);
+  void compute(std::function<void()> work);
+  void write_next();
+  void written(const Write& write, Status status, const std::string& error);
+  static bool parse(Follower& follower, const frr::Answer& answer);
+  void settle(Follower& follower, std::optional<frr::Nodes> now);
   bool is_complete(const Follower& follower) const;
   bool is_stable(const Follower& follower) const;
   void derive(Follower& follower, frr::Nodes* nodes);
   frr::Nodes reported(bool by_lost_programs) const;
   bool may_be_reported(std::string_view path) const;
   void update_tree(const Follower& follower, const frr::Nodes& removed);
-  static void commit(Owned* owned, frr::Nodes nodes, const std::string& comment, const std::string& what);
+  void commit(Owned* owned, frr::Nodes nodes, const std::string& comment, const std::string& what);
   std::uint64_t pause_after(const Follower& follower, std::uint64_t took) const;
 
   const router::Router* router_;
@@ -102,4 +117,11 @@ class FrrSource : public Source {
   Owned derived_;
   bool absence_logged_ = false;
   bool permission_logged_ = false;
+  // Answers are processed one after the other. Meanwhile the thread has the followers' nodes, and what is
+  // owned.
+  std::deque<std::function<void()>> answers_;  // to be processed; the first is
+  std::function<void()> after_processing_;
+  std::deque<Write> writes_;  // of the answer that is being processed
+  std::shared_ptr<FrrSource*> self_ = std::make_shared<FrrSource*>(this);
+  std::unique_ptr<EventWorker> worker_;  // last: it uses the others
 };
