@@ -175,9 +175,10 @@ bool prepare_store() {
               err_text(opened));
     return false;
   }
-  const Status retained = kvtree_retain_notifications(kMplsVpnPath, kTrapSubscriber, kTrapQueue);
+  const std::string traps = state_directory() + "/traps";
+  const Status retained = kvtree_retain_notifications(kMplsVpnPath, kTrapSubscriber, kTrapQueue, traps);
   if (retained == kStatusOk) return true;
-  log_error("mpls_vpn_mib", "cannot create the queue of traps: %s", err_text(retained));
+  log_error("mpls_vpn_mib", "cannot use the queue of traps, %s: %s", traps.c_str(), err_text(retained));
   return false;
 }
 

@@ -152,11 +152,13 @@ class KillTest : public ::testing::Test, protected RandomRounds {
   // --- What happens. False: the daemon was killed.
 
   bool ChangeOrRead() {
-    switch (Below(3)) {
+    switch (Below(4)) {
       case 0:
         return Commit();
       case 1:
         return Save();
+      case 2:
+        return RaiseOne();
       default:
         return ReadOne();
     }
@@ -220,28 +222,28 @@ class KillTest : public ::testing::Test, protected RandomRounds {
   // --- Traps
 
   void KillSubscribers() {
-    TrapCheck check;
     for (std::uint64_t subscribers = 1 + Below(3); subscribers > 0; --subscribers) {
       TrapSubscriber subscriber(Log());
       subscriber.kill_after(std::chrono::microseconds(Below(kLongestLife)));
-      Raise(Below(60));
-      check.add(subscriber.wait());
-      Raise(OneOf(10) ? 2 * kTrapQueue : Below(20));
+      ASSERT_TRUE(Raise(Below(60)));
+      traps.add(subscriber.wait());
+      ASSERT_TRUE(Raise(OneOf(10) ? 2 * kTrapQueue : Below(20)));
       ++subscriber_kills;
     }
-    Raise(1);
-    check.add(TrapSubscriber(Log()).wait_for(raised));
-    EXPECT_EQ(check.last(), raised);
-    traps += check.processed;
-    repeated_traps += check.repeated;
-    lost_traps += check.lost;
-    raised = 0;
+    ASSERT_TRUE(Raise(1));
+    traps.add(TrapSubscriber(Log()).wait_for(raised));
+    EXPECT_EQ(traps.last(), raised);
   }
-  void Raise(std::uint64_t count) {
-    if (count == 0) return;
-    const kvtree::ActionResult answer = client.action({"raise", std::to_string(count)});
-    ASSERT_EQ(answer.status, kStatusOk);
-    raised = static_cast<std::uint32_t>(std::stoul(answer.text));
+  bool Raise(std::uint64_t count) {
+    const std::string first = std::to_string(raised + 1);
+    raised += static_cast<std::uint32_t>(count);
+    return count == 0 || client.action({"raise", first, std::to_string(count)}).status == kStatusOk;
+  }
+  // Nothing takes it before the daemon is killed.
+  bool RaiseOne() {
+    if (Raise(1)) return true;
+    traps.doubt(raised);
+    return false;
   }
 
   TestRunDirectory directory;
@@ -255,6 +257,7 @@ class KillTest : public ::testing::Test, protected RandomRounds {
   std::int64_t newest = 0;           // value
   std::string last_commit;
   std::uint32_t raised = 0;  // the last trap's number
+  TrapCheck traps;
 
   std::size_t kills = 0;
   std::size_t start_kills = 0;
@@ -264,9 +267,6 @@ class KillTest : public ::testing::Test, protected RandomRounds {
   std::size_t completed = 0;
   std::size_t absent = 0;
   std::size_t checked_reads = 0;
-  std::size_t traps = 0;
-  std::size_t repeated_traps = 0;
-  std::size_t lost_traps = 0;
 };
 
 TEST_F(KillTest, WhateverWasAcknowledgedSurvivesKillsAtRandomMoments) {
@@ -277,8 +277,8 @@ TEST_F(KillTest, WhateverWasAcknowledgedSurvivesKillsAtRandomMoments) {
   std::cout << kills << " kills of the daemon, " << start_kills << " while it started, " << subscriber_kills
             << " of subscribers; " << commits << " acknowledged commits, " << completed
             << " others complete, " << absent << " absent; " << saves << " acknowledged records; "
-            << checked_reads << " records checked; " << traps << " traps processed, " << repeated_traps
-            << " of them again, " << lost_traps << " lost and reported by a full queue\n";
+            << checked_reads << " records checked; " << traps.processed << " traps processed, "
+            << traps.repeated << " of them again, " << traps.lost << " lost and reported by a full queue\n";
 }
 
 }  // namespace

@@ -25,7 +25,6 @@ struct SmallDaemon {
   ChkptTable* table = nullptr;
   KvConnection* provider = nullptr;
   std::string loaded;
-  std::uint32_t traps = 0;
 };
 
 SmallDaemon& daemon() {
@@ -97,14 +96,14 @@ Status save_one(const KvActionContext&, const std::vector<std::string>& words, s
   return kStatusOk;
 }
 
-Status raise_traps(const KvActionContext&, const std::vector<std::string>& words, std::string* text, void*) {
-  for (unsigned long left = std::stoul(words.at(1)); left > 0; --left) {
+Status raise_traps(const KvActionContext&, const std::vector<std::string>& words, std::string*, void*) {
+  auto number = static_cast<std::uint32_t>(std::stoul(words.at(1)));
+  for (unsigned long left = std::stoul(words.at(2)); left > 0; --left) {
     KvProviderNotification trap{};
     trap.item_name = "trap";
-    trap.first = ++daemon().traps;
+    trap.first = number++;
     require_ok(kvtree_prov_notify(daemon().provider, &trap), "kvtree_prov_notify");
   }
-  *text = std::to_string(daemon().traps);
   return kStatusOk;
 }
 
@@ -112,7 +111,8 @@ Status raise_traps(const KvActionContext&, const std::vector<std::string>& words
 void open_store() {
   require_ok(kvtree_config_register_owners(kOwners), "owners");
   require_ok(kvtree_keep_configuration(state_directory()), "kvtree_keep_configuration");
-  require_ok(kvtree_retain_notifications(kTraps, kTrapSubscriber, kTrapQueue), "kvtree_retain_notifications");
+  require_ok(kvtree_retain_notifications(kTraps, kTrapSubscriber, kTrapQueue, state_directory() + "/traps"),
+             "kvtree_retain_notifications");
   wire::set_output_barrier([] { require_ok(chkpt_flush(), "chkpt_flush"); });
   daemon().manager = event_manager_create("/dev/mpls/vpn/main", 0);
   require(daemon().manager != nullptr, "event_manager_create");

@@ -5,8 +5,8 @@
 // key is the item's name, its data the item's value. No answer leaves before the checkpoint is on disk.
 //
 // Actions: "loaded" (the records that the start found: "KEY=VALUE ..."), "read KEY" (the record's value, 0
-// without one), "save KEY VALUE" (of a record without a setting), "raise COUNT" (traps, numbered from 1 in
-// each process; returns the number of the last).
+// without one), "save KEY VALUE" (of a record without a setting), "raise NUMBER COUNT" (traps with numbers
+// from this one on).
 #pragma once
 
 #include <array>

@@ -72,26 +72,35 @@ std::vector<ProcessedTrap> TrapSubscriber::wait_for(std::uint32_t number) {
   return traps;
 }
 
+// The numbers in between, except doubtful ones.
+std::uint32_t TrapCheck::missing(std::uint32_t after, std::uint32_t before) const {
+  if (before <= after) return 0;
+  const auto doubtful = std::distance(doubtful_.upper_bound(after), doubtful_.lower_bound(before));
+  return before - after - 1 - static_cast<std::uint32_t>(doubtful);
+}
+
 void TrapCheck::add(const std::vector<ProcessedTrap>& of_one_subscriber) {
   bool is_first = true;
   for (const ProcessedTrap& trap : of_one_subscriber) {
-    if (std::exchange(is_first, false)) {
-      add_first(trap);
-    } else if (trap.number != cursor_ + 1 + trap.lost_before) {
-      throw std::runtime_error(describe(trap, cursor_));
-    }
+    std::exchange(is_first, false) ? check_first(trap) : check_next(trap);
     ++processed;
     if (trap.number <= last_) ++repeated;
-    if (trap.number > last_) lost += trap.number - last_ - 1;
+    lost += missing(last_, trap.number);
     cursor_ = trap.number;
     last_ = std::max(last_, cursor_);
   }
 }
 
+void TrapCheck::check_next(const ProcessedTrap& trap) const {
+  const bool is_reported = missing(cursor_, trap.number) <= trap.lost_before;
+  const bool is_true = trap.lost_before <= trap.number - cursor_ - 1;
+  if (trap.number <= cursor_ || !is_reported || !is_true) throw std::runtime_error(describe(trap, cursor_));
+}
+
 // It may be repeated, or follow those that a full queue lost, of which some may have been processed already.
-void TrapCheck::add_first(const ProcessedTrap& trap) {
-  const bool has_gap = trap.number > last_ + 1 + trap.lost_before;
-  if (trap.number == 0 || has_gap) throw std::runtime_error(describe(trap, last_));
+void TrapCheck::check_first(const ProcessedTrap& trap) const {
+  if (trap.number == 0 || missing(last_, trap.number) > trap.lost_before)
+    throw std::runtime_error(describe(trap, last_));
 }
 
 }  // namespace kill9

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,11 +41,13 @@ class TrapSubscriber {
 };
 
 // Checks what subscribers processed one after the other, each until it was killed: all traps in order, none
-// missing beyond those that the queue reported, none repeated except directly after a kill. Returns the
-// number of the last, or throws std::runtime_error.
+// missing beyond those that the queue reported, none repeated except directly after a kill. Throws
+// std::runtime_error.
 class TrapCheck {
  public:
   void add(const std::vector<ProcessedTrap>& of_one_subscriber);
+  // The daemon was killed while it raised this one, which may be missing.
+  void doubt(std::uint32_t number) { doubtful_.insert(number); }
   std::uint32_t last() const { return last_; }
 
   std::size_t processed = 0;
@@ -52,10 +55,13 @@ class TrapCheck {
   std::size_t lost = 0;
 
  private:
-  void add_first(const ProcessedTrap& trap);
+  std::uint32_t missing(std::uint32_t after, std::uint32_t before) const;
+  void check_next(const ProcessedTrap& trap) const;
+  void check_first(const ProcessedTrap& trap) const;
 
   std::uint32_t last_ = 0;    // of all subscribers
   std::uint32_t cursor_ = 0;  // of this one
+  std::set<std::uint32_t> doubtful_;
 };
 
 }  // namespace kill9

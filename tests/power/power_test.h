@@ -1,6 +1,6 @@
 // For tests of power cuts: lives of a program, each with the files that the power cut of the one before left.
 //
-//   MPLS_TEST_POWER_CUTS   cuts of each test (250)
+//   MPLS_TEST_POWER_CUTS   cuts of each test (200)
 #pragma once
 
 #include <gmock/gmock.h>
@@ -45,7 +45,7 @@ class PowerTest : public ::testing::Test, protected RandomRounds {
   PowerTest() : disk(seed), manager(event_manager_create("/dev/mpls/vpn/main", 0)) {}
   ~PowerTest() override { event_manager_destroy(manager); }
 
-  static std::size_t Cuts() { return number_of_environment("MPLS_TEST_POWER_CUTS", 250); }
+  static std::size_t Cuts() { return number_of_environment("MPLS_TEST_POWER_CUTS", 200); }
 
   // The program starts with the files in `state`, works, and ends.
   virtual void Live() = 0;

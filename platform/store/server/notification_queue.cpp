@@ -15,33 +15,46 @@ NotificationQueue::NotificationQueue(std::string subscriber, std::size_t limit)
     : subscriber_(std::move(subscriber)),
       limit_(std::max<std::size_t>(limit, 2)),
       window_(std::min(kNotificationWindow, limit_ / 2)),
-      instance_(clock_stamp()) {}
+      state_{clock_stamp(), 1, {}} {}
+
+Status NotificationQueue::store_in(const std::string& path) {
+  auto file = std::make_unique<QueueFile>(path);
+  if (const Status status = file->open(&state_)) return status;
+  file_ = std::move(file);
+  return kStatusOk;
+}
 
 void NotificationQueue::push(std::shared_ptr<const wire::Octets> content) {
-  entries_.push_back({next_sequence_++, 0, std::move(content)});
-  if (entries_.size() > limit_) lose_one();
+  state_.entries.push_back({state_.next_sequence++, 0, std::move(content)});
+  if (file_ != nullptr) file_->added(state_);
+  if (state_.entries.size() > limit_) lose_one();
 }
 
 const QueuedNotification* NotificationQueue::next() {
-  if (sent_ == entries_.size() || sent_ == window_) return nullptr;
-  return &entries_[sent_++];
+  if (sent_ == state_.entries.size() || sent_ == window_) return nullptr;
+  return &state_.entries[sent_++];
 }
 
 void NotificationQueue::acknowledge(std::uint64_t sequence) {
-  while (sent_ > 0 && entries_.front().sequence <= sequence) {
-    entries_.pop_front();
-    --sent_;
+  const std::size_t before = sent_;
+  std::uint64_t last = 0;
+  for (; sent_ > 0 && state_.entries.front().sequence <= sequence; --sent_) {
+    last = state_.entries.front().sequence;
+    state_.entries.pop_front();
   }
-  if (burst_ == 0 || entries_.size() >= limit_) return;
+  if (file_ != nullptr && sent_ != before) file_->acknowledged(last, state_);
+  if (burst_ == 0 || state_.entries.size() >= limit_) return;
   log_notice("kvtree", "%s: %llu notifications were lost while the queue was full", subscriber_.c_str(),
              static_cast<unsigned long long>(burst_));
   burst_ = 0;
 }
 
 void NotificationQueue::lose_one() {
-  const auto lost = entries_.begin() + static_cast<std::ptrdiff_t>(sent_);
+  const auto lost = state_.entries.begin() + static_cast<std::ptrdiff_t>(sent_);
+  const std::uint64_t sequence = lost->sequence;
   (lost + 1)->lost_before += lost->lost_before + 1;
-  entries_.erase(lost);
+  state_.entries.erase(lost);
+  if (file_ != nullptr) file_->lost(sequence, state_);
   if (burst_++ > 0) return;
   log_warning("kvtree",
               "%s: %zu notifications wait and there is no room for more; the oldest are lost from here",

@@ -9,24 +9,22 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <string>
 
 #include "platform/core/wire/wire.h"
+#include "platform/store/server/queue_file.h"
 
 namespace kvtree {
-
-struct QueuedNotification {
-  std::uint64_t sequence;
-  std::uint64_t lost_before;                    // notifications missing between the one before and this one
-  std::shared_ptr<const wire::Octets> content;  // the message's part that is the same for every subscriber
-};
 
 class NotificationQueue {
  public:
   // `limit` is at least 2; `subscriber` names the queue in log lines.
   NotificationQueue(std::string subscriber, std::size_t limit);
+
+  // From now on the queue outlives the process in this file, and continues with what an earlier process left.
+  // The system's error if the file cannot be used.
+  [[nodiscard]] Status store_in(const std::string& path);
 
   void push(std::shared_ptr<const wire::Octets> content);
   // The next to send, which then counts as sent; null if there is none or the window is full. Valid until the
@@ -37,10 +35,10 @@ class NotificationQueue {
   // The subscriber disconnected: the next one is sent everything again.
   void rewind() { sent_ = 0; }
 
-  std::size_t size() const { return entries_.size(); }
-  // Distinguishes this queue from one of another process or an earlier one of this process, whose sequence
-  // numbers are unrelated.
-  std::uint64_t instance() const { return instance_; }
+  std::size_t size() const { return state_.entries.size(); }
+  // Sequence numbers of queues with other instances are unrelated: those of other processes, if they are not
+  // stored.
+  std::uint64_t instance() const { return state_.instance; }
 
  private:
   void lose_one();
@@ -48,11 +46,10 @@ class NotificationQueue {
   std::string subscriber_;
   std::size_t limit_;
   std::size_t window_;
-  std::uint64_t instance_;
-  std::uint64_t next_sequence_ = 1;
   std::uint64_t burst_ = 0;  // lost since the queue last had room
-  std::deque<QueuedNotification> entries_;
-  std::size_t sent_ = 0;  // how many of the first entries are sent and not acknowledged
+  QueueState state_;
+  std::unique_ptr<QueueFile> file_;  // may be null
+  std::size_t sent_ = 0;             // how many of the first entries are sent and not acknowledged
 };
 
 }  // namespace kvtree

@@ -165,15 +165,19 @@ void send_notifications(StoreServer* server, std::uint64_t client) {
 
 }  // namespace kvtree
 
-Status kvtree_retain_notifications(std::string_view path, std::string_view name, std::size_t limit) {
+Status kvtree_retain_notifications(std::string_view path, std::string_view name, std::size_t limit,
+                                   const std::string& file) {
   if (const Status status = fault_check("kvtree_retain_notifications")) return status;
   if (kvtree::check_path(path) != kStatusOk || name.empty() || limit < 2) return kStatusInvalid;
   for (const kvtree::RetainedQueue& other : kvtree::store().retained) {
     if (other.path == path && other.name == name) return kStatusExists;
   }
   const std::string subscriber = "\"" + std::string(name) + "\" of " + std::string(path);
-  kvtree::store().retained.push_back(
-      {std::string(path), std::string(name), std::make_shared<kvtree::NotificationQueue>(subscriber, limit)});
+  const auto queue = std::make_shared<kvtree::NotificationQueue>(subscriber, limit);
+  if (!file.empty()) {
+    if (const Status status = queue->store_in(file)) return status;
+  }
+  kvtree::store().retained.push_back({std::string(path), std::string(name), queue});
   return kStatusOk;
 }
 

@@ -269,9 +269,10 @@ struct KvProviderNotification {
 // From now on the notifications of the providers below the path are retained for the subscriber of this name,
 // in order, until it acknowledges them, even while it is not connected. Beyond `limit` the oldest are lost;
 // the loss is logged and reported to the subscriber with the next one. kStatusExists if they are retained
-// already, kStatusInvalid for an invalid path, no name or a limit below 2.
+// already, kStatusInvalid for an invalid path, no name or a limit below 2. In a file they outlive the
+// process: the system's error if it cannot be used.
 [[nodiscard]] Status kvtree_retain_notifications(std::string_view path, std::string_view name,
-                                                 std::size_t limit);
+                                                 std::size_t limit, const std::string& file = {});
 // Sets the nodes that earlier processes stored in the directory's configuration.db, and from now on stores
 // commits there (platform/store/configuration/configuration.h). Call before subscribers register and before
 // the first commit (kStatusExists). kStatusIo (logged) if the database cannot be used; a database with

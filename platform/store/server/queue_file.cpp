@@ -1,0 +1,197 @@
+#include "platform/store/server/queue_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
+#include "platform/core/files/private_files.h"
+#include "platform/core/files/read_file.h"
+#include "platform/core/files/replace_file.h"
+#include "platform/core/sqlite/row_checksum.h"
+
+namespace kvtree {
+
+namespace {
+
+constexpr std::uint32_t kQueueMagic = 0x5153564d;  // "MVSQ"
+constexpr std::size_t kMostQueueOctets = 512U << 20;
+constexpr std::size_t kWrittenAnewAt = 1U << 20;  // octets, and twice those that were needed
+
+enum class QueueChange : std::uint8_t { kAdded = 1, kLost = 2, kAcknowledged = 3 };
+
+struct QueueRecord {
+  QueueChange change = QueueChange::kAdded;
+  std::uint64_t first = 0;  // the sequence; of the header the instance
+  std::uint64_t second = 0;
+  wire::OctetSpan content;
+};
+
+std::uint64_t queue_checksum(const QueueRecord& record) {
+  const std::string_view content(reinterpret_cast<const char*>(record.content.data()), record.content.size());
+  sqlite::RowChecksum checksum;
+  checksum.integer(static_cast<std::uint64_t>(record.change)).integer(record.first).integer(record.second);
+  return static_cast<std::uint64_t>(checksum.blob(content).result());
+}
+
+void write_queue_record(const QueueRecord& record, wire::Octets* octets) {
+  wire::Writer writer(octets);
+  writer.u64(queue_checksum(record));
+  writer.u8(static_cast<std::uint8_t>(record.change));
+  writer.u64(record.first);
+  writer.u64(record.second);
+  writer.octets(record.content);
+}
+
+// False at the end of the complete records.
+bool read_queue_record(wire::Reader* reader, QueueRecord* record) {
+  const std::uint64_t checksum = reader->u64();
+  record->change = static_cast<QueueChange>(reader->u8());
+  record->first = reader->u64();
+  record->second = reader->u64();
+  record->content = reader->octets();
+  return reader->ok() && checksum == queue_checksum(*record);
+}
+
+void write_queued(const QueuedNotification& entry, wire::Octets* octets) {
+  write_queue_record({QueueChange::kAdded, entry.sequence, entry.lost_before, *entry.content}, octets);
+}
+
+void lose_queued(std::uint64_t sequence, QueueState* state) {
+  const auto lost = std::ranges::find(state->entries, sequence, &QueuedNotification::sequence);
+  if (lost == state->entries.end() || lost + 1 == state->entries.end()) return;
+  (lost + 1)->lost_before += lost->lost_before + 1;
+  state->entries.erase(lost);
+}
+
+void apply_to_queue(const QueueRecord& record, QueueState* state) {
+  switch (record.change) {
+    case QueueChange::kAdded:
+      state->entries.push_back(
+          {record.first, record.second,
+           std::make_shared<wire::Octets>(record.content.begin(), record.content.end())});
+      state->next_sequence = record.first + 1;
+      return;
+    case QueueChange::kLost:
+      return lose_queued(record.first, state);
+    case QueueChange::kAcknowledged:
+      while (!state->entries.empty() && state->entries.front().sequence <= record.first)
+        state->entries.pop_front();
+      return;
+  }
+}
+
+// The header: the magic number, the instance and the next sequence number.
+bool read_queue_header(wire::Reader* reader, QueueState* state) {
+  QueueRecord header;
+  if (reader->u32() != kQueueMagic || !read_queue_record(reader, &header)) return false;
+  *state = {header.first, header.second, {}};
+  return true;
+}
+
+wire::Octets queue_octets(const QueueState& state) {
+  wire::Octets octets;
+  wire::Writer(&octets).u32(kQueueMagic);
+  write_queue_record({QueueChange::kAdded, state.instance, state.next_sequence, {}}, &octets);
+  for (const QueuedNotification& entry : state.entries) write_queued(entry, &octets);
+  return octets;
+}
+
+}  // namespace
+
+QueueFile::~QueueFile() {
+  close_file();
+}
+
+void QueueFile::close_file() {
+  if (fd_ >= 0) close(std::exchange(fd_, -1));
+}
+
+Status QueueFile::open(QueueState* state) {
+  if (const Status status = read(state)) return status;
+  return write_anew(*state);
+}
+
+Status QueueFile::read(QueueState* state) {
+  std::string text;
+  std::string error;
+  const Status status = read_file(path_, kMostQueueOctets, &text, &error);
+  if (status == kStatusNoSuchRow) return kStatusOk;
+  if (status != kStatusOk && status != kStatusMessageTooLarge) return status;
+  wire::Reader reader({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+  if (!read_queue_header(&reader, state)) {
+    log_warning("kvtree", "%s is not a queue of notifications and is stored as %s.unusable", path_.c_str(),
+                path_.c_str());
+    return std::rename(path_.c_str(), (path_ + ".unusable").c_str()) == 0 ? kStatusOk
+                                                                          : static_cast<Status>(errno);
+  }
+  std::size_t left = reader.left();
+  for (QueueRecord record; left > 0 && read_queue_record(&reader, &record); left = reader.left())
+    apply_to_queue(record, state);
+  if (left > 0)
+    log_notice("kvtree", "%s: the last %zu octets are not complete and are ignored", path_.c_str(), left);
+  return kStatusOk;
+}
+
+void QueueFile::added(const QueueState& state) {
+  wire::Octets record;
+  write_queued(state.entries.back(), &record);
+  append(record, state);
+}
+
+void QueueFile::lost(std::uint64_t sequence, const QueueState& state) {
+  wire::Octets record;
+  write_queue_record({QueueChange::kLost, sequence, 0, {}}, &record);
+  append(record, state);
+}
+
+void QueueFile::acknowledged(std::uint64_t sequence, const QueueState& state) {
+  wire::Octets record;
+  write_queue_record({QueueChange::kAcknowledged, sequence, 0, {}}, &record);
+  append(record, state);
+}
+
+void QueueFile::append(const wire::Octets& record, const QueueState& state) {
+  if (fd_ < 0 && clock_monotonic() < retry_at_) return;
+  const bool is_wasteful = size_ > kWrittenAnewAt && size_ > 2 * needed_;
+  report(fd_ < 0 || is_wasteful ? write_anew(state) : write_at_end(record));
+}
+
+// What was written in part is written anew later: nothing could be read after it.
+Status QueueFile::write_at_end(const wire::Octets& record) {
+  if (const Status status = fault_check("queue_file_append")) return status;
+  const ssize_t written = write(fd_, record.data(), record.size());
+  if (written < 0) return static_cast<Status>(errno);
+  size_ += record.size();
+  return static_cast<std::size_t>(written) == record.size() ? kStatusOk : static_cast<Status>(ENOSPC);
+}
+
+Status QueueFile::write_anew(const QueueState& state) {
+  close_file();
+  const wire::Octets octets = queue_octets(state);
+  const std::string_view text(reinterpret_cast<const char*>(octets.data()), octets.size());
+  if (const Status status = replace_file(path_, text)) return status;
+  fd_ = open_private_file(path_, O_WRONLY | O_APPEND);
+  size_ = needed_ = octets.size();
+  return fd_ >= 0 ? kStatusOk : static_cast<Status>(errno);
+}
+
+void QueueFile::report(Status status) {
+  if (status == kStatusOk) {
+    if (std::exchange(fails_, false)) log_notice("kvtree", "%s is written again", path_.c_str());
+    return;
+  }
+  close_file();
+  retry_at_ = clock_monotonic() + kNanosecondsPerSecond;
+  if (std::exchange(fails_, true)) return;
+  log_error("kvtree", "%s cannot be written: the waiting notifications are lost if the process ends: %s",
+            path_.c_str(), err_text(status));
+}
+
+}  // namespace kvtree

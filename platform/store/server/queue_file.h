@@ -1,0 +1,64 @@
+// The file of a queue of notifications, so that they outlive the process. Only for this folder.
+//
+// A header, then a record for each notification that was added, lost or acknowledged, each with a checksum.
+// What was appended survives the death of the process at any moment. A power cut may lose the last records.
+// The file is written anew when it is opened and when most of it is no longer needed, and from memory once a
+// second after a failure.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+
+#include "platform/core/base/status.h"
+#include "platform/core/wire/wire.h"
+
+namespace kvtree {
+
+struct QueuedNotification {
+  std::uint64_t sequence;
+  std::uint64_t lost_before;                    // notifications missing between the one before and this one
+  std::shared_ptr<const wire::Octets> content;  // the message's part that is the same for every subscriber
+};
+
+struct QueueState {
+  // Distinguishes this queue from others, whose sequence numbers are unrelated.
+  std::uint64_t instance = 0;
+  std::uint64_t next_sequence = 1;
+  std::deque<QueuedNotification> entries;
+};
+
+class QueueFile {
+ public:
+  explicit QueueFile(std::string path) : path_(std::move(path)) {}
+  ~QueueFile();
+  QueueFile(const QueueFile&) = delete;
+  QueueFile& operator=(const QueueFile&) = delete;
+
+  // Replaces *state by what the file has; a missing file gets *state. A file that cannot be used is renamed
+  // to FILE.unusable and logged. The system's error if the file can be neither read nor written.
+  [[nodiscard]] Status open(QueueState* state);
+
+  // After the change of the state. Failures are logged, and the queue continues in memory.
+  void added(const QueueState& state);  // its last entry
+  void lost(std::uint64_t sequence, const QueueState& state);
+  void acknowledged(std::uint64_t sequence, const QueueState& state);
+
+ private:
+  Status read(QueueState* state);
+  void append(const wire::Octets& record, const QueueState& state);
+  Status write_at_end(const wire::Octets& record);
+  Status write_anew(const QueueState& state);
+  void close_file();
+  void report(Status status);
+
+  std::string path_;
+  int fd_ = -1;  // none after a failure
+  std::size_t size_ = 0;
+  std::size_t needed_ = 0;  // octets when it was last written anew
+  std::uint64_t retry_at_ = 0;
+  bool fails_ = false;
+};
+
+}  // namespace kvtree

@@ -1,0 +1,159 @@
+// Tests of queues that outlive the process.
+#include "platform/store/server/queue_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
+#include "platform/core/files/temporary_directory.h"
+#include "platform/store/server/notification_queue.h"
+
+namespace {
+
+using kvtree::NotificationQueue;
+using kvtree::QueuedNotification;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr std::size_t kLimit = 4;  // so the window is 2
+
+class StoredQueue : public ::testing::Test {
+ protected:
+  StoredQueue() { Restart(); }
+  ~StoredQueue() override { fault_disarm_all(); }
+
+  std::string File() const { return directory.path() + "/queue"; }
+  // The process is killed and another one begins.
+  void Restart(std::size_t limit = kLimit) {
+    queue = std::make_unique<NotificationQueue>("a test", limit);
+    ASSERT_EQ(queue->store_in(File()), kStatusOk);
+  }
+  void Push(const std::string& text) {
+    queue->push(std::make_shared<const wire::Octets>(text.begin(), text.end()));
+  }
+  // "sequence-lost:content" of all, acknowledged as they are sent.
+  std::vector<std::string> TakeAll() {
+    std::vector<std::string> taken;
+    queue->rewind();
+    while (const QueuedNotification* next = queue->next()) {
+      taken.push_back(std::to_string(next->sequence) + "-" + std::to_string(next->lost_before) + ":" +
+                      std::string(next->content->begin(), next->content->end()));
+      queue->acknowledge(next->sequence);
+    }
+    return taken;
+  }
+  std::string Read() const {
+    std::ifstream file(File(), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  void Write(const std::string& octets) const { std::ofstream(File(), std::ios::binary) << octets; }
+
+  ManualClock clock{1000};
+  TemporaryDirectory directory;
+  std::unique_ptr<NotificationQueue> queue;
+};
+
+TEST_F(StoredQueue, ContinuesInTheNextProcess) {
+  for (const char* text : {"a", "", "c"}) Push(text);
+  const std::uint64_t instance = queue->instance();
+  ASSERT_NE(queue->next(), nullptr);
+  queue->acknowledge(1);
+  clock.advance(1);
+  Restart();
+  EXPECT_EQ(queue->instance(), instance);
+  EXPECT_THAT(TakeAll(), ElementsAre("2-0:", "3-0:c"));
+  Restart();
+  EXPECT_THAT(TakeAll(), IsEmpty());
+  Push("d");
+  EXPECT_THAT(TakeAll(), ElementsAre("4-0:d"));
+}
+
+TEST_F(StoredQueue, LossesAreReportedByTheNextProcess) {
+  ASSERT_EQ(queue->next(), nullptr);
+  for (const char* text : {"a", "b"}) Push(text);
+  ASSERT_NE(queue->next(), nullptr);  // what is sent is not dropped
+  for (const char* text : {"c", "d", "e", "f"}) Push(text);
+  Restart();
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "4-2:d", "5-0:e", "6-0:f"));
+}
+
+TEST_F(StoredQueue, RecordThatIsIncompleteOrDamagedEndsTheQueue) {
+  Push("first");
+  const std::size_t first = Read().size();
+  Push("second");
+  const std::string octets = Read();
+  for (std::size_t size = first; size < octets.size(); ++size) {
+    Write(octets.substr(0, size));
+    Restart();
+    EXPECT_THAT(TakeAll(), ElementsAre("1-0:first")) << size;
+    std::string damaged = octets;
+    damaged[size] = static_cast<char>(~damaged[size]);
+    Write(damaged);
+    Restart();
+    EXPECT_THAT(TakeAll(), ElementsAre("1-0:first")) << size;
+  }
+  Push("third");  // is not written after the damage
+  Restart();
+  EXPECT_THAT(TakeAll(), ElementsAre("2-0:third"));
+}
+
+TEST_F(StoredQueue, ForeignFileIsStoredUnderAnotherName) {
+  Write("something else");
+  ::testing::internal::CaptureStderr();
+  Restart();
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("is stored as " + File() + ".unusable"));
+  EXPECT_EQ(std::filesystem::file_size(File() + ".unusable"), 14U);
+  EXPECT_THAT(TakeAll(), IsEmpty());
+}
+
+TEST_F(StoredQueue, FileStaysSmallAndIsForItsOwnerAlone) {
+  for (int i = 0; i < 20000; ++i) {
+    Push(std::string(100, 'x'));
+    ASSERT_TRUE(i % 2 == 0 || !TakeAll().empty());
+    ASSERT_LE(std::filesystem::file_size(File()), 3U << 20);
+  }
+  struct stat status {};
+  ASSERT_EQ(stat(File().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600U);
+}
+
+TEST_F(StoredQueue, FailureIsLoggedOnceAndEverythingIsWrittenOnceItIsOver) {
+  ::testing::internal::CaptureStderr();
+  fault_arm("queue_file_append", ENOSPC);
+  Push("a");
+  fault_arm("replace_file", ENOSPC);
+  clock.advance(kNanosecondsPerSecond);
+  Push("b");
+  Push("c");  // too early for another attempt
+  clock.advance(kNanosecondsPerSecond);
+  Push("d");
+  const std::string log = ::testing::internal::GetCapturedStderr();
+  EXPECT_THAT(log,
+              HasSubstr("queue cannot be written: the waiting notifications are lost if the process ends: "));
+  EXPECT_THAT(log, HasSubstr("queue is written again\n"));
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2);
+  Restart();
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "2-0:b", "3-0:c", "4-0:d"));
+}
+
+TEST_F(StoredQueue, FileThatCannotBeUsedIsAnError) {
+  std::filesystem::remove(File());
+  std::filesystem::create_directory(File());
+  EXPECT_EQ(NotificationQueue("a test", kLimit).store_in(File()), kStatusInvalid);
+  EXPECT_EQ(NotificationQueue("a test", kLimit).store_in(directory.path() + "/missing/queue"),
+            static_cast<Status>(ENOENT));
+}
+
+}  // namespace
