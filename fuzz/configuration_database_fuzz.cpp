@@ -61,9 +61,9 @@ bool is_newer(const std::string& octets) {
 }
 
 bool was_set(const KvConfigNode& node) {
-  if (node.path == "/cfg/c") return node.value->tuple == std::vector<std::int64_t>{1, -2};
-  if (node.path == "/cfg/a") return node.value->text == "1";
-  return node.path == "/cfg/b" && (node.value->text == "2" || node.value->text == "3");
+  if (node.path == "/cfg/c") return node.value.tuple == std::vector<std::int64_t>{1, -2};
+  if (node.path == "/cfg/a") return node.value.text == "1";
+  return node.path == "/cfg/b" && (node.value.text == "2" || node.value.text == "3");
 }
 
 void read_everything(bool is_damaged) {

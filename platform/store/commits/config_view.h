@@ -43,7 +43,8 @@ void visit_view(const Map& map, std::string_view first, bool after, const Visit&
   static const std::vector<const PlannedChange*> kNone;
   const auto& changes = store().application == nullptr ? kNone : store().application->plan().by_path;
   const auto is_before = [first, after](const PlannedChange* change) {
-    return after ? change->path <= first : change->path < first;
+    const int order = change->path.compare(first);
+    return after ? order <= 0 : order < 0;
   };
   auto change = std::partition_point(changes.begin(), changes.end(), is_before);
   auto node = after ? map.upper_bound(first) : map.lower_bound(first);
