@@ -1,7 +1,7 @@
 // Items are ordered by change, then by phase; those of one change usually arrive in that order, so appending
 // costs no search. An item is removed from the queue before its delivery: what its callback appends does
-// not affect it. A generation number makes posted deliveries of an earlier generation do nothing: a dropped
-// receiver may be the one on whose event manager the delivery was posted.
+// not affect it. A generation number makes deferred deliveries of an earlier generation do nothing: a dropped
+// receiver may be the one on whose event manager the delivery was deferred.
 #include "platform/router/feed/feed.h"
 
 #include <algorithm>
@@ -36,7 +36,7 @@ struct Queue {
   Item* delivering = nullptr;  // its callback runs
   std::set<const Receiver*> lost;
   std::vector<std::unique_ptr<Notification>> due_functions;  // wait for a callback or a lost receiver
-  bool is_posted = false;
+  bool is_due = false;
   std::uint64_t generation = 0;
 };
 
@@ -72,20 +72,21 @@ void deliver_all() {
   while (!queue().items.empty()) deliver_front();
 }
 
-void post();
+void schedule();
 
 void deliver_batch() {
   const auto& items = queue().items;
   for (std::size_t count = 0; !items.empty() && count < items.front().receiver->batch; ++count) {
     deliver_front();
   }
-  queue().is_posted = false;
-  post();
+  queue().is_due = false;
+  schedule();
 }
 
-void post() {
-  if (queue().items.empty() || std::exchange(queue().is_posted, true)) return;
-  event_post(queue().items.front().receiver->manager, [generation = queue().generation] {
+void schedule() {
+  if (queue().items.empty() || std::exchange(queue().is_due, true)) return;
+  // Not posted: the posted functions of a large commit would be called before.
+  event_defer(queue().items.front().receiver->manager, [generation = queue().generation] {
     if (generation == queue().generation) deliver_batch();
   });
 }
@@ -124,7 +125,7 @@ void append(std::uint64_t change, Phase phase, const Receiver* receiver,
   const bool is_last = items.empty() || items.back().order <= order;
   const auto place = is_last ? items.end() : std::upper_bound(items.begin(), items.end(), order, is_before);
   items.insert(place, {order, receiver, std::move(notification)});
-  post();
+  schedule();
 }
 
 void append(std::uint64_t change, Phase phase, const Receiver* receiver, std::function<void()> deliver) {
@@ -133,11 +134,11 @@ void append(std::uint64_t change, Phase phase, const Receiver* receiver, std::fu
 
 void drop(const Receiver* receiver) {
   ++queue().generation;
-  queue().is_posted = false;
+  queue().is_due = false;
   std::erase_if(queue().items, [receiver](const Item& item) { return item.receiver == receiver; });
   take_due_functions();
   run_due_functions();
-  post();
+  schedule();
 }
 
 bool is_empty() {

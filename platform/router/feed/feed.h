@@ -1,7 +1,7 @@
 // The change feed: the one queue of changes that services have yet to deliver to their clients.
 //
 // A service that observes the router model turns each change into notifications and appends them here. One
-// function, posted on the event manager, delivers them in bounded batches, with requests in between. So the
+// function, deferred on the event manager, delivers a bounded batch in each iteration of the loop. So the
 // clients of all services see the changes in one order: the order in which the model changed and, within one
 // change, the order of Phase. An interface is down before it leaves its VRF, a deleted VRF's record is
 // released after every client was notified of the deletion, and an interface has joined a VRF before it is up

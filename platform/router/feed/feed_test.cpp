@@ -64,7 +64,7 @@ class FeedTest : public testing::Test {
   std::vector<std::string> lines_;
 };
 
-// Runs the loop and returns what `count` returns in `looks` events that are dispatched between the batches.
+// Runs the loop and returns what `count` returns in `looks` events, each dispatched before a batch.
 std::vector<std::size_t> counts_between_batches(EventManager* manager, std::size_t looks,
                                                 const std::function<std::size_t()>& count) {
   std::vector<std::size_t> counts;
@@ -95,7 +95,18 @@ TEST_F(FeedTest, DeliversOnTheLoopByChangeThenByPhaseThenByArrival) {
 TEST_F(FeedTest, BatchHasFortyNotificationsUnlessTheReceiverSetsAnotherNumber) {
   for (std::uint64_t change = 1; change <= 45; ++change) Append(change, Phase::kRecord, &first_, "record");
   EXPECT_THAT(counts_between_batches(manager_.get(), 3, [this] { return Lines().size(); }),
-              ElementsAre(40U, 5U, 0U));
+              ElementsAre(0U, 40U, 5U));
+}
+
+// Of a large commit, each notification of a subscriber is a posted function.
+TEST_F(FeedTest, ChangeIsDeliveredBeforeThousandsOfPostedFunctions) {
+  std::size_t posted = 0;
+  std::size_t posted_before = 0;
+  for (int each = 0; each < 3000; ++each) event_post(manager_.get(), [&posted] { ++posted; });
+  Append(1, Phase::kRecord, &first_, "record", [&] { posted_before = posted; });
+  EXPECT_THAT(Delivered(), ElementsAre("record"));
+  EXPECT_EQ(posted, 3000U);
+  EXPECT_LE(posted_before, 64U);  // those of one iteration
 }
 
 TEST_F(FeedTest, SmallestBatchBoundsAnIterationOfTheLoop) {
@@ -104,7 +115,7 @@ TEST_F(FeedTest, SmallestBatchBoundsAnIterationOfTheLoop) {
     Append(change, Phase::kRecord, change < 4 ? &second_ : &first_, "record");
   }
   EXPECT_THAT(counts_between_batches(manager_.get(), 3, [this] { return Lines().size(); }),
-              ElementsAre(3U, 2U, 0U));
+              ElementsAre(0U, 3U, 2U));
 }
 
 TEST_F(FeedTest, NotificationOfACallbackIsDeliveredAfterIt) {
