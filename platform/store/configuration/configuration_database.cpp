@@ -138,9 +138,7 @@ int complete(sqlite3* database, const sqlite::Identity& identity) {
   if (identity.version < kVersion) {
     if (const int code = migrate(database, identity.version)) return code;
   }
-  if (!has_tables(database, kVersion)) return SQLITE_MISMATCH;
-  const int code = correct_sequence(database);
-  return code == SQLITE_OK ? sqlite::run(database, kOneWritePerPage) : code;
+  return has_tables(database, kVersion) ? correct_sequence(database) : SQLITE_MISMATCH;
 }
 
 bool is_unusable(int code) {
@@ -158,7 +156,8 @@ int open_once(const std::string& file, sqlite::Connection* database, std::int64_
   *version = identity.application == kApplicationId ? identity.version : 0;
   if (code != SQLITE_OK) return code;
   if (const int locked = sqlite::lock_for_this_process(database->get())) return locked;
-  return complete(database->get(), identity);
+  if (const int completed = complete(database->get(), identity)) return completed;
+  return sqlite::run(database->get(), kOneWritePerPage);
 }
 
 #define COPY_NODES(VALUES, CHECKSUM)                                                                   \
