@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -20,15 +19,14 @@
 #include "agent/responder.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "agent/tables/mib.h"
+#include "fuzz/support.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/core/base/clock.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace {
 
-void require(bool condition) {
-  if (!condition) std::abort();
-}
+using fuzz::require;
 
 kvtree::Octets encode(const ParcelDescription& description, const void* record) {
   std::uint8_t* data = nullptr;

@@ -90,7 +90,6 @@ std::optional<std::string> read_all(const Store& store, const std::string& wante
 }
 
 std::string make_database() {
-  fuzz::log_little();
   (void)directory();  // sets the environment
   Store store;
   require(open_store(&store) == kStatusOk);

@@ -42,7 +42,6 @@ KvConfigChange set_to(const std::string& path, const std::string& text) {
 }
 
 std::string make_database() {
-  fuzz::log_little();
   require(kvtree_config_register_owners(kOwners) == kStatusOk);
   require(keep() == kStatusOk);
   require(kvtree_config_commit("peer", {set_to("/cfg/a", "1"), set_to("/cfg/b", "2")}, "x") == kStatusOk);

@@ -6,20 +6,18 @@
 // the suite derives, it must become such nodes as well or be refused.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "fuzz/support.h"
 #include "sources/frr/config_nodes.h"
 #include "sources/frr/conversation.h"
 #include "sources/frr/derived.h"
 
 namespace {
 
-void require(bool condition) {
-  if (!condition) std::abort();
-}
+using fuzz::require;
 
 bool is_in_order(const frr::Nodes& nodes) {
   return std::adjacent_find(nodes.begin(), nodes.end(),

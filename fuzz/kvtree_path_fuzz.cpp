@@ -5,14 +5,16 @@
 // with a text or a number, absent ones with neither, none after the last. A text that decodes must encode
 // to the same text.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
 
+#include "fuzz/support.h"
 #include "platform/store/tree/matcher.h"
 
 namespace {
+
+using fuzz::require;
 
 const KvPathRow kPaths[] = {
     {"scalars", {}},
@@ -24,10 +26,6 @@ const KvPathRow kPaths[] = {
     {"<s>/<s>/<s>/ord_v/area/<ip4>/<x>/ord_i/name_scope/<i>/ord_A/running", {}},
     {"<s>/max-thresh-exc", {}},
 };
-
-void require(bool condition) {
-  if (!condition) std::abort();
-}
 
 void check_argument(const RequestArgs& args, unsigned index, const kvtree::PathMatch& match) {
   const KvArgument& argument = args.arg[index];

@@ -9,11 +9,14 @@
 #include <cstring>
 #include <string>
 
+#include "fuzz/support.h"
 #include "platform/store/configuration/value_codec.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/store.h"
 
 namespace {
+
+using fuzz::require;
 
 // A provider whose rows are "1" to "50", after "rows/<n>", and whose other answers are short.
 void put(KvReply* reply, const std::string& text) {
@@ -76,10 +79,6 @@ Status echo(const KvActionContext& context, const std::vector<std::string>& word
   if (context.may_change) std::abort();  // there is no peer with this permission
   for (const std::string& word : words) *text += word;
   return kStatusOk;
-}
-
-void require(bool condition) {
-  if (!condition) std::abort();
 }
 
 bool set_up() {

@@ -30,7 +30,6 @@ void check(const Definitions& definitions) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const TestRunDirectory directory;
-  fuzz::log_little();
   fuzz::write_file(directory.path() + "/parcel.registry", fuzz::text_of({data, size}));
   check(parcel_detail::read_registry_file());
   return 0;

@@ -11,8 +11,6 @@
 #include <string>
 #include <string_view>
 
-#include "platform/core/base/log.h"
-
 namespace fuzz {
 
 inline void require(bool condition) {
@@ -70,11 +68,6 @@ inline void write_file(const std::string& path, std::string_view octets) {
 inline std::string read_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// What is wrong with an input is logged for each of millions: one line an hour is enough.
-inline void log_little() {
-  log_limit(1, 3'600'000'000'000);
 }
 
 }  // namespace fuzz
