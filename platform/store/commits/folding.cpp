@@ -6,6 +6,7 @@
 
 #include "platform/core/base/clock.h"
 #include "platform/store/commits/commit_preparation.h"
+#include "platform/store/commits/commit_queue.h"
 #include "platform/store/server/server.h"
 #include "platform/store/server/store.h"
 

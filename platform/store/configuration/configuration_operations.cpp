@@ -16,6 +16,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/store/commits/commit_preparation.h"
+#include "platform/store/commits/commit_queue.h"
 #include "platform/store/commits/config_view.h"
 #include "platform/store/configuration/config_tree.h"
 #include "platform/store/server/server.h"
