@@ -23,6 +23,8 @@ from system import SLOW  # noqa: E402
 
 SKIPPED = 77
 RECOVERED_WITHIN = 2.0   # seconds
+MOST_PENDING = 8192      # traps in the queues of the daemon and the sub-agent
+TRAPS_PER_SECOND = 500   # that snmpd sends at least
 PATIENCE = 60.0          # seconds until a system that does not recover ends the run
 RESTART_AFTER = 0.2      # seconds until a program that ended by itself is started again
 HOLDS = (0.02, 0.1, 0.3, 1.0, 1.0, 2.0, 3.0, 8.0)
@@ -61,10 +63,12 @@ class ChaosRig(Rig):
             self.after_daemon()
 
     def after_daemon(self):
-        """What it had not delivered is lost, what it had not acknowledged will not be done."""
+        """What it had not delivered is stored, what it had not acknowledged will not be done."""
         self.trap_reader.drain()
+        now = time.monotonic()
+        is_stored = not self.journal.disturbed(("state directory",), now, now)
         with self.trap_lock:
-            for text in self.traps.end_life(self.lost_traps(), self.is_losing_traps()):
+            for text in self.traps.end_life(self.lost_traps(), self.is_losing_traps(), is_stored):
                 self.journal.error(text)
         self.commits.settle()
         self.large_commits.commits.settle()
@@ -95,11 +99,12 @@ class ChaosRig(Rig):
         commits, flaps = self.committer.rounds, self.flapper.rounds
         acknowledged = self.commits.acknowledged
         restarted, waited = start, self.waited()
+        last_raised, backlog = self.backlog()
         conditions = {
             "walk": self.walker.whole,
             "command line": lambda: self.vrfs() is not None,
             "commit": lambda: self.commits.acknowledged > acknowledged and self.committer.rounds > commits,
-            "traps": lambda: self.flapper.rounds > flaps + 1 and self.trap_arrived(start),
+            "traps": lambda: self.flapper.rounds > flaps + 1 and self.trap_arrived(last_raised),
         }
         while len(done) < len(conditions):
             if time.monotonic() > start + PATIENCE * SLOW:
@@ -117,7 +122,9 @@ class ChaosRig(Rig):
         for name, seconds in done.items():
             self.slowest[name] = max((seconds, what), self.slowest.get(name, (0.0, "")))
         waited = self.waited() - waited
-        slow = {name: f"{seconds:.2f} s" for name, seconds in done.items() if seconds - waited > RECOVERED_WITHIN * SLOW}
+        bounds = {"traps": RECOVERED_WITHIN + backlog / TRAPS_PER_SECOND}
+        slow = {name: f"{seconds:.2f} s" for name, seconds in done.items()
+                if seconds - waited > bounds.get(name, RECOVERED_WITHIN) * SLOW}
         if slow:
             self.journal.error(f"recovery from {what} took {slow}, of which programs waited {waited:.2f} s for a processor")
         self.journal.note("recovered: " + ", ".join(f"{name} {seconds:.2f} s" for name, seconds in done.items()))
@@ -127,11 +134,18 @@ class ChaosRig(Rig):
         """Seconds that the programs, and this one for its clients, have waited for a processor of a busy machine."""
         return sum(map(waited_for_processor, [threading.get_native_id(), *map(self.pid, ("daemon", *AGENTX))]))
 
-    def trap_arrived(self, since):
-        """One that was raised since then."""
+    def backlog(self):
+        """The place of the last trap that was raised, and how many have not arrived, at most those of both queues."""
         self.trap_reader.drain()
         with self.trap_lock:
-            return bool(self.traps.arrived) and max(self.traps.arrived.values()) > since
+            last = len(self.traps.place) - 1
+            return last, min(last - self.traps.last, MOST_PENDING)
+
+    def trap_arrived(self, last):
+        """One that was raised after this one."""
+        self.trap_reader.drain()
+        with self.trap_lock:
+            return self.traps.last > last
 
     def check_calm(self):
         """All traps up to now arrive, or were counted as lost."""

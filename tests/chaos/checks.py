@@ -82,14 +82,14 @@ class Commits:
 
 class Traps:
     """Every trap is unique. Those of a daemon's life arrive in order and once, except that those which no one has acknowledged
-    are repeated after a disturbance, that those pending at the daemon's end are lost, and that a full queue loses and counts
-    the oldest."""
+    are repeated after a disturbance of the sub-agent or snmpd, and that a full queue loses and counts the oldest."""
 
     def __init__(self):
         self.place, self.arrived, self.last = {}, {}, -1
         self.pending = {}     # those of this life that have not arrived: whether their change was confirmed
         self.last_certain = -1
         self.counted = 0      # as lost, of those that have been accounted for
+        self.is_counting_later = False  # the next daemon counts what the last one lost
 
     def submit(self, trap):
         """The change that raises the trap is requested."""
@@ -122,21 +122,25 @@ class Traps:
     def settle(self, mark, counted):
         """All traps up to the mark, a former `last_certain`, have had their time to arrive; `counted` were reported as lost
         since the first life."""
-        missing, lost = self.missing(mark), counted - self.counted
-        self.counted = counted
+        return self.account(self.missing(mark), counted, is_exact=True)
+
+    def end_life(self, counted, is_losing=False, is_stored=True):
+        """The daemon has ended. The next one delivers what is pending, if it could be stored, but nothing that precedes what has
+        arrived. `is_losing`: its queue was full, and it had not counted yet."""
+        found = self.account(self.missing(self.last), counted, is_exact=False)
+        self.pending = {trap: True for trap, certain in self.pending.items() if certain and is_stored and not is_losing}
+        self.is_counting_later = is_losing
+        return [] if is_losing else found
+
+    def account(self, missing, counted, is_exact):
+        lost, self.counted = counted - self.counted, counted
         for trap in missing:
             del self.pending[trap]
-        return [f"{len(missing)} traps did not arrive, {lost} were counted as lost: {missing[:MOST_SHOWN]}"] \
-            if len(missing) != lost else []
-
-    def end_life(self, counted, is_losing=False):
-        """The daemon has ended. What it had not delivered is lost: the last traps, except the counted ones. `is_losing`: its
-        queue was full, and it had not counted yet."""
-        before, lost = self.missing(self.last), counted - self.counted
-        self.counted = counted
-        self.pending = {}
-        return [f"{len(before)} traps did not arrive and later ones did, {lost} were counted as lost: {before[:MOST_SHOWN]}"] \
-            if len(before) > lost and not is_losing else []
+        is_right = len(missing) == lost if is_exact else len(missing) <= lost
+        if is_right or (is_exact and self.is_counting_later and not missing):
+            self.is_counting_later = False
+            return []
+        return [f"{len(missing)} traps did not arrive, {lost} were counted as lost: {missing[:MOST_SHOWN]}"]
 
 
 class Memory:

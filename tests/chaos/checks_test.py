@@ -140,13 +140,29 @@ class Traps(unittest.TestCase):
         self.receive("b")
         self.assertEqual(self.traps.settle(self.traps.last_certain, 0), [])
 
-    def test_end_of_the_daemon_loses_the_last_traps_only(self):
+    def test_next_daemon_delivers_what_is_pending(self):
         self.raise_all("a", "b", "c")
         self.receive("a")
         self.assertEqual(self.traps.end_life(0), [])
+        self.raise_all("d")
+        self.receive("b", "d")
+        self.assertRegex(self.traps.settle(self.traps.last_certain, 0)[0], "1 traps did not arrive, 0 were counted.*c")
+
+    def test_pending_traps_that_could_not_be_stored_may_be_lost(self):
+        self.raise_all("a", "b")
+        self.assertEqual(self.traps.end_life(0, is_stored=False), [])
+        self.assertEqual(self.traps.settle(self.traps.last_certain, 0), [])
+
+    def test_trap_before_those_that_arrived_is_lost_at_the_end_of_the_daemon(self):
         self.raise_all("d", "e", "f")
         self.receive("d", "f")
-        self.assertRegex(self.traps.end_life(0)[0], "1 traps did not arrive and later ones did.*e")
+        self.assertRegex(self.traps.end_life(0)[0], "1 traps did not arrive, 0 were counted.*e")
+
+    def test_daemon_that_ends_while_its_queue_is_full_is_counted_by_the_next(self):
+        self.raise_all("a", "b")
+        self.receive("b")
+        self.assertEqual(self.traps.end_life(0, is_losing=True), [])
+        self.assertEqual(self.traps.settle(self.traps.last_certain, 1), [])
 
     def test_traps_lost_in_one_life_are_counted_once(self):
         self.raise_all("a", "b", "c")
