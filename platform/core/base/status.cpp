@@ -27,6 +27,7 @@ constexpr StatusText kTexts[] = {
     {kStatusTooManyRequests, "Too many requests in flight"},
     {kStatusUntrustedServer, "The server runs as an untrusted user"},
     {kStatusUnfinished, "The answer is not finished"},
+    {kStatusIncomplete, "The message is not complete"},
     {kStatusDefinitionChanged, "Record definition differs from the registry"},
     {kStatusBadEncoding, "Octets are no record of this description"},
     {kStatusBadDescription, "Record description is inconsistent"},
@@ -39,6 +40,16 @@ constexpr StatusText kTexts[] = {
     {kStatusChkptKeyNotFound, "No checkpoint record of this key"},
     {kStatusChkptMapping, "Checkpoint key cannot be looked up"},
 };
+
+constexpr bool are_distinct() {
+  for (const StatusText& entry : kTexts) {
+    for (const StatusText* other = kTexts; other != &entry; ++other) {
+      if (other->status == entry.status) return false;
+    }
+  }
+  return true;
+}
+static_assert(are_distinct());
 
 constexpr Status kFirstFacilityCode = 4096;
 

@@ -38,6 +38,7 @@ inline constexpr Status kStatusUntrustedServer =
     0x40819a00;  // the server's user is neither root, nor this one, nor the owner of the socket's directory
 inline constexpr Status kStatusUnfinished =
     0x40819c00;  // a step of an answer in steps is over, not the answer
+inline constexpr Status kStatusIncomplete = 0x40819e00;  // more octets of the message are needed
 // Record encoding.
 inline constexpr Status kStatusDefinitionChanged =
     0x4081a000;                                           // the registry has another version of a description

@@ -97,9 +97,6 @@ class Reader {
 std::size_t begin_frame(Octets* out, std::uint16_t type, std::uint32_t request);
 void finish_frame(Octets* out, std::size_t frame);
 
-// An answer of parse_frame() only.
-inline constexpr Status kStatusIncomplete = 0x40819a00;
-
 // Looks for one whole message at the beginning of `data`. kStatusOk: *message is there and *used octets
 // belong to it. kStatusIncomplete: more octets are needed, *used is the size of the message
 // (kHeaderSize while its header is incomplete). kStatusBadMessage (magic), kStatusVersionMismatch,
