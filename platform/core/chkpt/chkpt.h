@@ -5,9 +5,9 @@
 // in a database) and data. All records are also in memory, so that lookups and iterations read no file. The
 // changes of one iteration of the event loop share a transaction, which is committed before any output that
 // could reveal them: the process calls chkpt_flush() before every output (wire::set_output_barrier), and the
-// store itself calls it in the iteration after the first change. A commit is synchronized with the disk: after
-// it the records survive the death of the process and a power cut at any moment. It takes as long as the
-// disk needs for one synchronization.
+// store itself calls it in the iteration after the first change. A commit is synchronized with the disk:
+// after it the records survive the death of the process and a power cut at any moment. It takes as long as
+// the disk needs for one synchronization.
 //
 // A database that cannot be used (corrupt, truncated, foreign) is never overwritten: it is renamed with its
 // log to checkpoint.db.unusable.N next to a new one, and the log states the reason and the new name. The new

@@ -12,8 +12,8 @@
 // the file alone. Every open writes one row, so that a full or read-only disk fails the start and not the
 // first change.
 //
-// WAL with synchronous=FULL: a commit is one write to the log and one synchronization. Exclusive locking admits
-// one process at a time and needs no shared-memory file.
+// WAL with synchronous=FULL: a commit is one write to the log and one synchronization. Exclusive locking
+// admits one process at a time and needs no shared-memory file.
 #include "platform/core/chkpt/database.h"
 
 #include <fcntl.h>
