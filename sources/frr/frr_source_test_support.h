@@ -125,7 +125,7 @@ class FrrSourceTest : public ::testing::Test {
     PumpUntil([end] { return clock_monotonic() >= end; });
   }
   // Too short to settle, even with the questions before and after it; twice as long is enough.
-  static constexpr std::uint64_t kNotEnough = FrrSource::Options().settling / 2;
+  static inline const std::uint64_t kNotEnough = FrrSource::Options().settling / 2;
   // The suite's configuration in the tree, in words.
   std::vector<std::string> Stored() const { return vrf_config::words_owned(kConfigOwnerFrr); }
 
