@@ -12,7 +12,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <thread>
@@ -30,13 +29,6 @@
 namespace {
 
 constexpr double kWaitBound = 0.050;  // seconds
-
-// Of this thread: the duration of an iteration without other processes.
-double cpu_seconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
 
 struct Result {
   double making = 0;             // seconds until the commit is made
@@ -74,10 +66,10 @@ class Bench {
     const double before = resident_octets();
     begin_asking();
     const auto start = Clock::now();
-    const double start_cpu = cpu_seconds();
+    const double start_cpu = processor_seconds();
     make(this);
     result.making = seconds_since(start);
-    note_iteration(during_ ? result.making : 0, during_ ? cpu_seconds() - start_cpu : 0);
+    note_iteration(during_ ? result.making : 0, during_ ? processor_seconds() - start_cpu : 0);
     run();
     result.longest_iteration = longest_iteration_;
     result.longest_cpu = longest_cpu_;
@@ -129,9 +121,9 @@ class Bench {
     EventContext context{daemon_.manager, buffer, sizeof buffer, 0};
     if (event_wait_for(&context, static_cast<std::uint64_t>(wait.count())) != 0) return false;
     const auto start = Clock::now();
-    const double start_cpu = cpu_seconds();
+    const double start_cpu = processor_seconds();
     event_dispatch(&context);
-    note_iteration(seconds_since(start), cpu_seconds() - start_cpu);
+    note_iteration(seconds_since(start), processor_seconds() - start_cpu);
     return true;
   }
   void note_iteration(double seconds, double cpu) {

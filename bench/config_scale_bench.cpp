@@ -10,7 +10,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -37,13 +36,6 @@ namespace {
 
 constexpr double kIterationBound = 0.050;  // seconds
 constexpr double kPatience = 300;          // seconds
-
-// Of this thread: the duration of an iteration without other processes.
-double cpu_seconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
 
 struct Phase {
   double visible = 0;            // seconds until the values are effective
@@ -153,10 +145,10 @@ class Bench {
     EventContext context{daemon_.manager, buffer, sizeof buffer, 0};
     if (event_wait_for(&context, 1'000'000) != 0) return;
     const auto start = Clock::now();
-    const double start_cpu = cpu_seconds();
+    const double start_cpu = processor_seconds();
     event_dispatch(&context);
     longest_ = std::max(longest_, seconds_since(start));
-    longest_cpu_ = std::max(longest_cpu_, cpu_seconds() - start_cpu);
+    longest_cpu_ = std::max(longest_cpu_, processor_seconds() - start_cpu);
   }
 
   TestRunDirectory directory_;

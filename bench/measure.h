@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <string_view>
 #include <vector>
 
@@ -10,6 +11,13 @@ using Clock = std::chrono::steady_clock;
 
 inline double seconds_since(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Of the calling thread: other programs on the machine do not count.
+inline double processor_seconds() {
+  timespec used{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+  return static_cast<double>(used.tv_sec) + 1e-9 * static_cast<double>(used.tv_nsec);
 }
 
 inline double median(std::vector<double> values) {

@@ -2,7 +2,6 @@
 // VRFs and 100,000 interfaces, some more interfaces in VRFs that do not exist, routes in the last VRF only.
 //
 //   request_cost_bench [--brief]
-#include <ctime>
 
 #include <cstdio>
 #include <functional>
@@ -66,13 +65,6 @@ void fill(DaemonInProcess* daemon, const Size& size) {
     daemon->add_interface(size.interfaces + i, size.vrfs + i);  // orders after every VRF
   }
   add_route(daemon, size.vrfs - 1);
-}
-
-// Of this thread: other programs on the machine do not count.
-double processor_seconds() {
-  timespec used{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
-  return static_cast<double>(used.tv_sec) + 1e-9 * static_cast<double>(used.tv_nsec);
 }
 
 void report(const Request& request, unsigned rounds) {
