@@ -24,7 +24,7 @@ enum class LogSeverity : std::uint8_t {
 // Limits floods: of the lines of one module with one format, at most `lines` are written in `interval`
 // nanoseconds. The rest are counted; log_report_floods(), or the next line of any kind, first writes the
 // count and the last text when the interval has ended. While a flood lasts, the count is the only line of its
-// kind in each interval. Without a call, and with 0 lines, there is no limit.
+// kind in each interval. 0 lines, the default, means no limit.
 void log_limit(unsigned lines, std::uint64_t interval);
 // Writes the counts of the intervals that have ended.
 void log_report_floods();
