@@ -64,13 +64,16 @@ class PowerTest : public ::testing::Test, protected RandomRounds {
       operations += disk.operations();
       if (disk.has_power()) ++idle_cuts;
     }
-    const std::string log = ::testing::internal::GetCapturedStderr();
-    if (!violation.empty())
-      std::cout << violation << ", and the end of the log is:\n"
-                << log.substr(log.size() - std::min<std::size_t>(log.size(), 1000));
+    PrintEndOfLog(::testing::internal::GetCapturedStderr());
     std::cout << operations << " operations, " << acknowledged_changes << " acknowledged changes, "
               << completed << " unacknowledged ones complete, " << absent << " absent, " << cut_starts
               << " starts cut, " << idle_cuts << " cuts while idle\n";
+  }
+  // Of a run that found a violation.
+  void PrintEndOfLog(const std::string& log) const {
+    if (violation.empty()) return;
+    std::cout << violation << ", and the end of the log is:\n"
+              << log.substr(log.size() - std::min<std::size_t>(log.size(), 1000));
   }
   // The files in a directory of their own.
   void UseImage(const SimulatedDisk::Image& image) {
@@ -95,13 +98,20 @@ class PowerTest : public ::testing::Test, protected RandomRounds {
       operations = disk.operations();
       const std::string aside = ReadFile(state + "/" + database + ".unusable.1");
       if (aside.empty()) continue;  // the log has the page, or nothing uses it
-      for (int trial = 0; trial < 10 && violation.empty(); ++trial, ++lives) {
-        const std::string found = FindAfterCuts(damaged, 1 + Below(2));
-        if (found != expected) Violate("found " + found + "instead of " + expected);
-        CheckPresent(aside);
-      }
+      const bool first = lives == 0;
+      for (int trial = 0; trial < 10 && violation.empty(); ++trial, ++lives)
+        CheckSalvage(damaged, expected, aside, 1 + Below(2), 0);
+      // Every operation of one salvage, several times because what is found after a cut is random.
+      for (std::uint64_t trial = 0; first && trial < 5 * operations && violation.empty(); ++trial)
+        CheckSalvage(damaged, expected, aside, 1, 1 + trial % operations);
     }
-    ::testing::internal::GetCapturedStderr();
+    PrintEndOfLog(::testing::internal::GetCapturedStderr());
+  }
+  void CheckSalvage(const SimulatedDisk::Image& damaged, const std::string& expected,
+                    const std::string& aside, std::uint64_t cuts, std::uint64_t operation) {
+    const std::string found = FindAfterCuts(damaged, cuts, operation);
+    if (found != expected) Violate("found " + found + "instead of " + expected);
+    CheckPresent(aside);
   }
   SimulatedDisk::Image MakeDamaged(const std::string& database) {
     ForgetAll();
@@ -118,11 +128,13 @@ class PowerTest : public ::testing::Test, protected RandomRounds {
     octets.replace(page, kPage / 2, std::string(kPage / 2, '\x55'));
     return image;
   }
-  std::string FindAfterCuts(const SimulatedDisk::Image& image, std::uint64_t cuts) {
+  // Cuts the power at that operation, or at a random one.
+  std::string FindAfterCuts(const SimulatedDisk::Image& image, std::uint64_t cuts,
+                            std::uint64_t operation = 0) {
     disk.load(image);
     UseImage(image);
     for (; cuts > 0; --cuts) {
-      disk.cut_power_at(1 + Below(operations));
+      disk.cut_power_at(operation > 0 ? operation : 1 + Below(operations));
       static_cast<void>(Find());
       UseImage(disk.return_power());
     }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 
 #include "platform/core/files/synchronize.h"
 #include "platform/core/sqlite/database_file.h"
@@ -17,10 +18,13 @@ std::string salvaged_name(const std::string& file) {
 // An incomplete file is never used, so nothing needs to be on the disk before the end.
 constexpr char kWithoutJournal[] = "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF";
 
-bool synchronize(sqlite3* connection) {
+// The contents and the name: the damaged file is renamed next, and without both a start after a power cut
+// would find neither of them.
+bool synchronize(sqlite3* connection, const std::string& name) {
   sqlite3_file* file = nullptr;
   return sqlite3_file_control(connection, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK &&
-         file->pMethods->xSync(file, SQLITE_SYNC_FULL) == SQLITE_OK;
+         file->pMethods->xSync(file, SQLITE_SYNC_FULL) == SQLITE_OK &&
+         synchronize_directory(std::filesystem::path(name).parent_path() / ".") == kStatusOk;
 }
 
 // With its lock, SQLite needs no shared memory for a log, and does not write the log back when it closes.
@@ -57,7 +61,7 @@ bool salvage(const std::string& file, const Salvage& plan, std::size_t* rows) {
     return false;
   for (const RowCopy& copy : plan.copies) *rows += copy_rows(damaged.get(), whole.get(), copy);
   return run(whole.get(), plan.finish) == SQLITE_OK && run(whole.get(), "COMMIT") == SQLITE_OK &&
-         synchronize(whole.get());
+         synchronize(whole.get(), salvaged_name(file));
 }
 
 void remove_salvaged(const std::string& file) {
