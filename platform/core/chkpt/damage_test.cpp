@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <random>
 
 #include "platform/core/chkpt/test_checkpoint.h"
 
@@ -42,6 +43,18 @@ class CheckpointDamageTest : public CheckpointTest {
     Put("key1", "new");
     EXPECT_TRUE(Restart());
     EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "new"}));
+  }
+  // Starts on what is there, which must be set aside, with the records that it had.
+  void ExpectSalvaged(const std::vector<Row>& rows, const char* reason) {
+    CaptureStderr();
+    EXPECT_TRUE(Start());
+    const std::string log = GetCapturedStderr();
+    EXPECT_THAT(log, HasSubstr(File() + " is damaged (" + reason));
+    EXPECT_THAT(log, HasSubstr(" and is set aside as " + Aside() + "; starting with the " +
+                               std::to_string(rows.size()) + " records that can be read\n"));
+    EXPECT_EQ(Rows(), rows);
+    EXPECT_FALSE(Exists(File() + ".copy"));
+    EXPECT_FALSE(Exists(File() + ".copy-wal"));
   }
   // The second of three records is invalid after the SQL.
   void ExpectQuarantined(const std::string& sql) {
@@ -84,13 +97,45 @@ TEST_F(CheckpointDamageTest, FileThatIsNotADatabaseIsSetAside) {
   ExpectSetAside("file is not a database");
 }
 
-TEST_F(CheckpointDamageTest, DatabaseWhoseFormatCanOnlyBeReadIsSetAside) {
+TEST_F(CheckpointDamageTest, DatabaseWhoseFormatCanOnlyBeReadIsSetAsideAndItsRecordsAreRead) {
   constexpr std::size_t kWriteVersionAt = 18;
   MakeDatabase();
   std::string octets = ReadFile(File());
   octets[kWriteVersionAt] = 3;
   WriteFile(File(), octets);
-  ExpectSetAside("its format can only be read");
+  ExpectSalvaged({{"key1", "one"}}, "its format can only be read");
+}
+
+// The first page has the tables' names and places.
+TEST_F(CheckpointDamageTest, FirstPageThatIsDamagedCostsNoRecord) {
+  struct Part {
+    std::size_t first, last;
+  };
+  std::mt19937 random(1);
+  for (const Part part : {Part{0, kPage}, Part{0, 100}, Part{100, kPage}, Part{0, 512}, Part{512, kPage}}) {
+    for (const bool is_zero : {false, true}) {
+      for (const bool has_log : {false, true}) {
+        UseStateDirectory(directory.path() + "/" + std::to_string(random()));
+        Start();
+        for (int key = 1000; key < 1500; ++key) Put(std::to_string(key), "in the database");
+        chkpt_end();
+        Sql("PRAGMA wal_checkpoint(TRUNCATE)");
+        Start();
+        if (has_log) Put("1200", "in the log");
+        const std::vector<Row> rows = Rows();
+        ASSERT_EQ(chkpt_flush(), kStatusOk);
+        const std::string log = ReadFile(Log());
+        chkpt_end();
+        std::string octets = ReadFile(File());
+        for (std::size_t i = part.first; i < part.last; ++i)
+          octets[i] = is_zero ? '\0' : static_cast<char>(random());
+        WriteFile(File(), octets);
+        WriteFile(Log(), log);
+        ExpectSalvaged(rows, "");
+        EXPECT_GT(Create("2000"), 500U);
+      }
+    }
+  }
 }
 
 TEST_F(CheckpointDamageTest, ForeignDatabaseIsSetAside) {
@@ -103,10 +148,10 @@ TEST_F(CheckpointDamageTest, ForeignDatabaseWithOnlyAnApplicationIdIsSetAside) {
   ExpectSetAside("it is not a checkpoint database");
 }
 
-TEST_F(CheckpointDamageTest, DatabaseOfNoVersionIsSetAside) {
+TEST_F(CheckpointDamageTest, DatabaseOfNoVersionIsSetAsideAndItsRecordsAreRead) {
   MakeDatabase();
   Sql("PRAGMA user_version=0");
-  ExpectSetAside("it is of version 0");
+  ExpectSalvaged({{"key1", "one"}}, "it is of version 0");
 }
 
 TEST_F(CheckpointDamageTest, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {

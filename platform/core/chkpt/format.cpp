@@ -73,8 +73,8 @@ int probe(sqlite3* connection, std::int64_t version) {
   return sqlite::Statement().prepare(connection, version == 1 ? kProbeFirst : kProbe);
 }
 
-const sqlite::Salvage* find_salvage(std::int64_t version) {
-  return version >= 1 && version <= kVersion ? &kSalvage[version - 1] : nullptr;
+const sqlite::Salvage& find_salvage(std::int64_t version) {
+  return kSalvage[version == 1 ? 0 : 1];
 }
 
 }  // namespace chkpt

@@ -30,7 +30,7 @@ int migrate_first(sqlite3* connection);
 // SQLITE_ERROR if the database lacks the tables of the version.
 int probe(sqlite3* connection, std::int64_t version);
 
-// For a damaged file of the version, or null.
-const sqlite::Salvage* find_salvage(std::int64_t version);
+// For a damaged file of the version; 0 if that is unknown.
+const sqlite::Salvage& find_salvage(std::int64_t version);
 
 }  // namespace chkpt

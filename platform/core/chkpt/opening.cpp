@@ -268,8 +268,7 @@ Status report(const std::string& what, Status status) {
 // Replaces the file by one with what can be read in it, or by none.
 Status replace(const std::string& path, const std::string& why, std::int64_t version) {
   std::size_t records = 0;
-  const sqlite::Salvage* plan = find_salvage(version);
-  if (plan != nullptr && !sqlite::salvage(path, *plan, &records))
+  if (!sqlite::salvage(path, find_salvage(version), &records))
     return report(path + " is damaged (" + why + "), " + path + ".salvaged cannot be written", kStatusIo);
   if (records == 0) sqlite::remove_salvaged(path);
   const std::string aside = sqlite::set_aside(path);

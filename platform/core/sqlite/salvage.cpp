@@ -1,8 +1,11 @@
 #include "platform/core/sqlite/salvage.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 
 #include "platform/core/files/synchronize.h"
 #include "platform/core/sqlite/database_file.h"
@@ -18,12 +21,17 @@ std::string salvaged_name(const std::string& file) {
 // An incomplete file is never used, so nothing needs to be on the disk before the end.
 constexpr char kWithoutJournal[] = "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF";
 
+sqlite3_file* file_of(sqlite3* connection) {
+  sqlite3_file* file = nullptr;
+  sqlite3_file_control(connection, "main", SQLITE_FCNTL_FILE_POINTER, &file);
+  return file;
+}
+
 // The contents and the name: the damaged file is renamed next, and without both a start after a power cut
 // would find neither of them.
 bool synchronize(sqlite3* connection, const std::string& name) {
-  sqlite3_file* file = nullptr;
-  return sqlite3_file_control(connection, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK &&
-         file->pMethods->xSync(file, SQLITE_SYNC_FULL) == SQLITE_OK &&
+  sqlite3_file* const file = file_of(connection);
+  return file->pMethods->xSync(file, SQLITE_SYNC_FULL) == SQLITE_OK &&
          synchronize_directory(std::filesystem::path(name).parent_path() / ".") == kStatusOk;
 }
 
@@ -33,6 +41,54 @@ bool open_damaged(const std::string& file, Connection* damaged) {
          sqlite3_db_config(damaged->get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr) == SQLITE_OK &&
          run(damaged->get(), "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF") == SQLITE_OK;
 }
+
+// Without its first page a database has no tables.
+bool has_first_page(sqlite3* damaged, const Salvage& plan) {
+  return std::ranges::all_of(plan.copies, [damaged](const RowCopy& copy) {
+    const int code = primary(Statement().prepare(damaged, copy.select));
+    return code == SQLITE_OK || code == SQLITE_ERROR;
+  });
+}
+
+// A copy of the damaged database that begins with the first page of the new one, while that is empty: tables
+// of the same schema begin at the same pages.
+class CopyWithFirstPage {
+ public:
+  explicit CopyWithFirstPage(const std::string& file) : file_(file), copy_(file + ".copy") { remove(); }
+  ~CopyWithFirstPage() { remove(); }
+  CopyWithFirstPage(const CopyWithFirstPage&) = delete;
+  CopyWithFirstPage& operator=(const CopyWithFirstPage&) = delete;
+
+  const std::string& path() const { return copy_; }
+  bool make(sqlite3* empty) const {
+    return std::ranges::all_of(kSuffixes, [this](const char* suffix) { return copy_one(suffix); }) &&
+           replace_first_page(empty);
+  }
+
+ private:
+  static constexpr std::array kSuffixes = {"", "-journal", "-wal"};
+
+  bool copy_one(const char* suffix) const {
+    std::error_code error;
+    if (file_size(file_ + suffix) < 0) return true;
+    return std::filesystem::copy_file(file_ + suffix, copy_ + suffix, error);
+  }
+  bool replace_first_page(sqlite3* empty) const {
+    constexpr std::size_t kSizeIsValidAt = 95;  // else SQLite asks the system for the number of pages
+    std::array<char, 4096> page;
+    sqlite3_file* const from = file_of(empty);
+    if (from->pMethods->xRead(from, page.data(), static_cast<int>(page.size()), 0) != SQLITE_OK) return false;
+    page[kSizeIsValidAt] = static_cast<char>(page[kSizeIsValidAt] + 1);
+    std::fstream copy(copy_, std::ios::binary | std::ios::in | std::ios::out);
+    return bool(copy.write(page.data(), page.size()).flush());
+  }
+  void remove() const {
+    for (const char* suffix : kSuffixes) std::remove((copy_ + suffix).c_str());
+  }
+
+  std::string file_;
+  std::string copy_;
+};
 
 std::size_t copy_rows(sqlite3* damaged, sqlite3* to, const RowCopy& copy) {
   Statement put(to, copy.insert);
@@ -53,13 +109,19 @@ std::size_t copy_rows(sqlite3* damaged, sqlite3* to, const RowCopy& copy) {
 
 bool salvage(const std::string& file, const Salvage& plan, std::size_t* rows) {
   remove_salvaged(file);
+  if (file_size(file) <= 0) return true;
+  CopyWithFirstPage copy(file);
   Connection damaged;
   Connection whole;
-  if (!open_damaged(file, &damaged) || open(salvaged_name(file), &whole) != SQLITE_OK) return false;
-  if (run(whole.get(), kWithoutJournal) != SQLITE_OK || run(whole.get(), plan.make) != SQLITE_OK ||
-      run(whole.get(), "BEGIN") != SQLITE_OK)
+  if (open(salvaged_name(file), &whole) != SQLITE_OK || run(whole.get(), kWithoutJournal) != SQLITE_OK ||
+      run(whole.get(), plan.make) != SQLITE_OK || !open_damaged(file, &damaged))
     return false;
-  for (const RowCopy& copy : plan.copies) *rows += copy_rows(damaged.get(), whole.get(), copy);
+  if (!has_first_page(damaged.get(), plan)) {
+    damaged.reset();
+    if (!copy.make(whole.get()) || !open_damaged(copy.path(), &damaged)) return false;
+  }
+  if (run(whole.get(), "BEGIN") != SQLITE_OK) return false;
+  for (const RowCopy& each : plan.copies) *rows += copy_rows(damaged.get(), whole.get(), each);
   return run(whole.get(), plan.finish) == SQLITE_OK && run(whole.get(), "COMMIT") == SQLITE_OK &&
          synchronize(whole.get(), salvaged_name(file));
 }

@@ -1,5 +1,9 @@
 // A new database with the rows that can be read in a damaged one. It is FILE.salvaged until the damaged file
 // has been set aside; then it is renamed to FILE.
+//
+// The first page has the tables' names and places. If it is damaged, those of a new database are used, which
+// every file has that this release, or a salvage, made. `insert` has to reject rows by their checksum: other
+// files have other contents at these places.
 #pragma once
 
 #include <cstddef>

@@ -202,9 +202,13 @@ constexpr char kKeepIds[] =
     "UPDATE sqlite_sequence SET seq = max(seq, coalesce((SELECT max(told) >> 20 FROM node), 0)) + 1000 WHERE "
     "name = 'log'";
 
-// From the second version on.
+// From the second version on. A file of an unknown version may be of this one.
 constexpr sqlite::Salvage kSalvage[] = {
     {kMake, kCopiesSecond, kKeepIds}, {kMake, kCopiesThird, kKeepIds}, {kMake, kCopies, kKeepIds}};
+
+const sqlite::Salvage& find_salvage(std::int64_t version) {
+  return kSalvage[version == 2 || version == 3 ? version - 2 : 2];
+}
 
 Status fail(const std::string& what, const char* why, Status status = kStatusIo) {
   log_error("configuration", "%s: %s", what.c_str(), why);
@@ -232,8 +236,7 @@ Status open_configuration(const std::string& directory, sqlite::Connection* data
   if (is_unusable(code)) {
     database->reset();
     std::size_t rows = 0;
-    const bool is_ours = version > 1 && version <= kVersion;
-    if (is_ours && !sqlite::salvage(file, kSalvage[version - 2], &rows))
+    if (version != 1 && !sqlite::salvage(file, find_salvage(version), &rows))
       return fail(file + " is damaged", (file + ".salvaged cannot be written").c_str());
     if (rows == 0) sqlite::remove_salvaged(file);
     const std::string aside = sqlite::set_aside(file);

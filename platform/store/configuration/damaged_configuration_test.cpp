@@ -200,7 +200,32 @@ TEST_F(FlippedBit, InARowCostsThatRow) {
   GetCapturedStderr();
 }
 
-// The first page has the schema.
+// The first page has the tables' names and places.
+TEST_F(FlippedBit, OrManyInTheFirstPageCostNothing) {
+  const std::vector<std::string> nodes = Make(Many(1000, "value"));
+  struct Part {
+    std::size_t first, last;
+  };
+  std::mt19937 random(1);
+  CaptureStderr();
+  for (const Part part : {Part{0, kPage}, Part{0, 100}, Part{100, kPage}, Part{0, 512}, Part{512, kPage}}) {
+    for (const bool is_zero : {false, true}) {
+      std::string bad = good_;
+      for (std::size_t i = part.first; i < part.last; ++i)
+        bad[i] = is_zero ? '\0' : static_cast<char>(random());
+      std::filesystem::remove(File() + ".unusable.1");
+      std::ofstream(File(), std::ios::binary) << bad;
+      ASSERT_EQ(Keep(), kStatusOk);
+      EXPECT_EQ(Effective(), nodes) << part.first;
+      EXPECT_THAT(History(), ElementsAre("1 user 1000 ")) << part.first;
+      EXPECT_EQ(Changes("1").size(), nodes.size());
+      kvtree_reset();
+    }
+  }
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("; starting with the 1002 rows that can be read\n"));
+  EXPECT_FALSE(std::filesystem::exists(File() + ".copy"));
+}
+
 TEST_F(FlippedBit, BeyondTheFirstPageIsNeverAWrongValueAndCostsOnePage) {
   constexpr std::size_t kPerPage = 90;
   const std::vector<std::string> nodes = Make(Many(1000, "value"));
