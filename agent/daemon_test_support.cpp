@@ -104,18 +104,19 @@ Status raise_nonsense(const KvActionContext&, const std::vector<std::string>&, s
   return kvtree_prov_notify(provider_connection, &notification);
 }
 
-bool retain_traps() {
-  return kvtree_retain_notifications("/oper/mpls_vpn/gl/", "snmp", kTrapLimit) == kStatusOk &&
+bool retain_traps(const std::string& file) {
+  return kvtree_retain_notifications("/oper/mpls_vpn/gl/", "snmp", kTrapLimit, file) == kStatusOk &&
          kvtree_register_action("trap", raise_traps, nullptr) == kStatusOk &&
          kvtree_register_action("nonsense", raise_nonsense, nullptr) == kStatusOk;
 }
 
 // The child: never returns. Writes one octet to `ready` when it serves.
-[[noreturn]] void serve(const std::string& directory, bool provider, int ready) {
+[[noreturn]] void serve(const std::string& directory, bool provider, const std::string& trap_file,
+                        int ready) {
   setenv("MPLS_VPN_MIB_RUN_DIR", directory.c_str(), 1);
   EventManager* const manager = event_manager_create(kManager, 0);
   if (manager == nullptr || kvtree_serve(manager) != kStatusOk) _exit(1);
-  if (provider && (!register_provider(manager) || !retain_traps())) _exit(2);
+  if (provider && (!register_provider(manager) || !retain_traps(trap_file))) _exit(2);
   if (write(ready, "r", 1) != 1) _exit(3);
   while (true) event_run_pending(manager, 1'000'000'000);
 }
@@ -132,7 +133,7 @@ void DaemonProcess::Start(std::uint32_t rows, bool provider) {
   ASSERT_EQ(pipe(ready.data()), 0);
   pid_ = fork();
   ASSERT_GE(pid_, 0);
-  if (pid_ == 0) serve(directory_.path(), provider, ready[1]);
+  if (pid_ == 0) serve(directory_.path(), provider, trap_file_, ready[1]);
   close(ready[1]);
   char octet = 0;
   EXPECT_EQ(read(ready[0], &octet, 1), 1) << "the data store did not start";

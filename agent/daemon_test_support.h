@@ -29,6 +29,9 @@ class DaemonProcess {
   // So many traps of this type, whose numbers of current routes count from 1.
   void RaiseTraps(std::uint32_t type, const std::string& vrf, std::uint32_t index, std::uint32_t count = 1);
   void RaiseNonsense();  // a notification that is not a trap
+  // From the next start on unacknowledged traps outlive the process, in this file.
+  void StoreTraps() { trap_file_ = directory_.path() + "/traps"; }
+  const std::string& trap_file() const { return trap_file_; }
   const std::string& socket() const { return socket_; }
 
  private:
@@ -36,6 +39,7 @@ class DaemonProcess {
 
   const TemporaryDirectory directory_;
   const std::string socket_ = directory_.path() + "/dev.mpls.vpn.main";
+  std::string trap_file_;  // empty: none
   pid_t pid_ = -1;
 };
 

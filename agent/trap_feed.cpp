@@ -77,6 +77,8 @@ void TrapFeed::take_all() {
 }
 
 void TrapFeed::take(kvtree::NotificationResult notification) {
+  // What the daemon could not store, it sends again: it has to be acknowledged again.
+  if (notification.sequence <= done_) acknowledged_ = 0;
   if (notification.sequence <= received_) return;
   received_ = notification.sequence;
   if (notification.lost_before != 0) note_lost(notification.lost_before, "the daemon");

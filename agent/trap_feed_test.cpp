@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 #include "agent/sub_agent_test_support.h"
 
 namespace {
@@ -182,6 +184,30 @@ TEST_F(TrapFeedTest, TrapsOfADaemonThatEndedAreNotForgotten) {
   RunUntilRegistered();
   Expect(5);
   EXPECT_EQ(Numbers(), (std::vector<unsigned long>{1, 2, 3, 1, 2}));
+}
+
+// A full disk loses acknowledgements, more of them than the daemon sends before it waits for some.
+TEST_F(TrapFeedTest, TrapsThatTheDaemonForgotToBeDoneNeitherRepeatNorBlockOthers) {
+  daemon_.StoreTraps();
+  Come();
+  HangUp();
+  Run();
+  daemon_.RaiseTraps(2, "RED", 0, 150);
+  const std::string former = daemon_.trap_file() + ".former";
+  std::filesystem::copy_file(daemon_.trap_file(), former);
+  RunUntilRegistered();
+  Expect(150);
+  daemon_.Kill();
+  std::filesystem::rename(former, daemon_.trap_file());
+  Run();
+  daemon_.Start(5);
+  Pass(1000);
+  daemon_.RaiseTraps(3, "RED", 0, 2);
+  RunUntilRegistered();
+  Expect(152);
+  std::vector<unsigned long> numbers = Range(1, 150);
+  numbers.insert(numbers.end(), {1, 2});
+  EXPECT_EQ(Numbers(), numbers);
 }
 
 TEST_F(TrapFeedTest, RefusedAndUnreadableTrapsDoNotHoldUpTheOthers) {

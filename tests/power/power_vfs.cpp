@@ -1,9 +1,12 @@
 #include "tests/power/power_vfs.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
+#include <map>
 #include <stdexcept>
 
 namespace power {
@@ -164,6 +167,18 @@ int access_file(sqlite3_vfs*, const char* name, int flags, int* result) {
   return the_system->xAccess(the_system, name, flags, result);
 }
 
+// --- Files that the program itself writes
+
+std::map<int, SimulatedDisk::File>& written_files() {
+  static std::map<int, SimulatedDisk::File> files;
+  return files;
+}
+
+bool is_written(const char* path, int flags) {
+  return the_disk != nullptr && (flags & O_ACCMODE) != O_RDONLY &&
+         name_in_directory(path).starts_with(kWrittenByTheProgram);
+}
+
 sqlite3_vfs& the_vfs() {
   static sqlite3_vfs vfs;
   return vfs;
@@ -186,8 +201,52 @@ int __wrap_remove(const char* path) {
   return __real_remove(path);
 }
 
+int __real_unlink(const char* path);
+int __wrap_unlink(const char* path) {
+  if (is_on_disk(path) && !the_disk->remove(name_in_directory(path))) return fail_without_power();
+  return __real_unlink(path);
+}
+
+int __real_open(const char* path, int flags, ...);
+int __wrap_open(const char* path, int flags, ...) {
+  std::va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  SimulatedDisk::File file = 0;
+  const bool is_known = is_written(path, flags);
+  if (is_known && ((flags & O_CREAT) != 0 || is_on_disk(path)) &&
+      !the_disk->open(name_in_directory(path), &file))
+    return fail_without_power();
+  const int fd = __real_open(path, flags, mode);
+  if (is_known && fd >= 0) written_files()[fd] = file;
+  return fd;
+}
+
+int __real_close(int fd);
+int __wrap_close(int fd) {
+  written_files().erase(fd);
+  return __real_close(fd);
+}
+
+// The program only appends.
+ssize_t __real_write(int fd, const void* octets, std::size_t size);
+ssize_t __wrap_write(int fd, const void* octets, std::size_t size) {
+  const auto written = written_files().find(fd);
+  if (written == written_files().end()) return __real_write(fd, octets, size);
+  struct stat status {};
+  if (fstat(fd, &status) != 0) return -1;
+  const std::string_view text(static_cast<const char*>(octets), size);
+  if (!the_disk->write(written->second, static_cast<std::size_t>(status.st_size), text))
+    return fail_without_power();
+  return __real_write(fd, octets, size);
+}
+
 int __real_fsync(int fd);
 int __wrap_fsync(int fd) {
+  const auto written = written_files().find(fd);
+  if (written != written_files().end())
+    return the_disk->synchronize(written->second) ? __real_fsync(fd) : fail_without_power();
   if (the_disk == nullptr || !is_directory(fd)) return __real_fsync(fd);
   return the_disk->synchronize_directory() ? __real_fsync(fd) : fail_without_power();
 }

@@ -3,8 +3,9 @@
 // has failed, every operation fails.
 //
 // The files of the disk are those of one directory, whichever that is at the moment. When SQLite synchronizes
-// a directory is observed, not assumed, and so is when the program itself does, or renames or removes a file
-// (mpls_wrap). One object at a time; main thread only.
+// a directory is observed, not assumed, and so is when the program itself does, renames or removes a file, or
+// writes one whose name begins with kWrittenByTheProgram (mpls_wrap). One object at a time; the program may
+// use one thread after the other.
 #pragma once
 
 #include <sqlite3.h>
@@ -12,6 +13,8 @@
 #include "tests/power/simulated_disk.h"
 
 namespace power {
+
+inline constexpr const char* kWrittenByTheProgram = "traps";
 
 class PowerVfs {
  public:

@@ -44,9 +44,9 @@ class Survival {
 
 // Power that fails during an operation leaves it among those that were not synchronized.
 bool SimulatedDisk::begin() {
-  if (!has_power_) return false;
+  if (!has_power()) return false;
   ++operations_;
-  if (--left_ == 0) has_power_ = false;
+  if (--left_ == 0) std::atomic_ref{has_power_}.store(false);
   return true;
 }
 
@@ -135,7 +135,7 @@ void SimulatedDisk::load(const Image& image) {
     files_.push_back({octets, {}});
   }
   synchronized_entries_ = entries_;
-  has_power_ = true;
+  std::atomic_ref{has_power_}.store(true);
   left_ = SIZE_MAX;
   operations_ = 0;
 }

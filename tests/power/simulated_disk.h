@@ -6,8 +6,11 @@
 // of the sizes that it had since, and octets that were never written are zero or garbage; an entry of the
 // directory that was made or removed is there or not. A file that is found only under an entry that was not
 // synchronized is lost with it.
+//
+// One thread at a time, but has_power() is for all.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -35,7 +38,7 @@ class SimulatedDisk {
   void ignore_synchronization() { ignores_synchronization_ = true; }
   // Power fails during this operation, counted from 1 for the next one. Every later operation fails.
   void cut_power_at(std::size_t operation) { left_ = operation; }
-  bool has_power() const { return has_power_; }
+  bool has_power() const { return std::atomic_ref{has_power_}.load(); }
   std::size_t operations() const { return operations_; }  // since power returned
 
   // The operations return false if power fails during them or has failed before.
@@ -67,7 +70,7 @@ class SimulatedDisk {
   using EntryChange = std::map<std::string, std::optional<File>>;
 
   bool begin();
-  bool finish() const { return has_power_; }
+  bool finish() const { return has_power(); }
   static void change_entry(const EntryChange& change, Entries* entries);
   void add_entry_change(EntryChange change);
   Entries surviving_entries();
@@ -78,7 +81,7 @@ class SimulatedDisk {
 
   Random random_;
   bool ignores_synchronization_ = false;
-  bool has_power_ = true;
+  mutable bool has_power_ = true;  // accessed atomically
   std::size_t left_ = SIZE_MAX;
   std::size_t operations_ = 0;
   std::vector<Contents> files_;

@@ -1,5 +1,5 @@
-// The window is at most half of the limit, so that a full queue always has an unsent notification to drop and
-// another one after it to report the loss.
+// The window is at most half of the limit, so that a full queue always has a notification to drop that was
+// never sent, and another one after it to report the loss. The window of a former process was not larger.
 #include "platform/store/server/notification_queue.h"
 
 #include <algorithm>
@@ -21,6 +21,7 @@ Status NotificationQueue::store_in(const std::string& path) {
   auto file = std::make_unique<QueueFile>(path);
   if (const Status status = file->open(&state_)) return status;
   file_ = std::move(file);
+  may_have_arrived_ = std::min(window_, size());
   return kStatusOk;
 }
 
@@ -32,7 +33,8 @@ void NotificationQueue::push(std::shared_ptr<const wire::Octets> content) {
 
 const QueuedNotification* NotificationQueue::next() {
   if (sent_ == state_.entries.size() || sent_ == window_) return nullptr;
-  return &state_.entries[sent_++];
+  may_have_arrived_ = std::max(may_have_arrived_, ++sent_);
+  return &state_.entries[sent_ - 1];
 }
 
 void NotificationQueue::acknowledge(std::uint64_t sequence) {
@@ -41,16 +43,17 @@ void NotificationQueue::acknowledge(std::uint64_t sequence) {
   for (; sent_ > 0 && state_.entries.front().sequence <= sequence; --sent_) {
     last = state_.entries.front().sequence;
     state_.entries.pop_front();
+    --may_have_arrived_;
   }
   if (file_ != nullptr && sent_ != before) file_->acknowledged(last, state_);
-  if (burst_ == 0 || state_.entries.size() >= limit_) return;
+  if (burst_ == 0 || size() > limit_ / 2) return;
   log_notice("kvtree", "%s: %llu notifications were lost while the queue was full", subscriber_.c_str(),
              static_cast<unsigned long long>(burst_));
   burst_ = 0;
 }
 
 void NotificationQueue::lose_one() {
-  const auto lost = state_.entries.begin() + static_cast<std::ptrdiff_t>(sent_);
+  const auto lost = state_.entries.begin() + static_cast<std::ptrdiff_t>(may_have_arrived_);
   const std::uint64_t sequence = lost->sequence;
   (lost + 1)->lost_before += lost->lost_before + 1;
   state_.entries.erase(lost);

@@ -2,9 +2,9 @@
 //
 // Notifications are numbered from 1 in order of arrival and sent in that order: next() returns the oldest
 // that was not sent to the current subscriber, within a window, and acknowledge() removes those that the
-// subscriber has processed. A full queue drops the oldest unsent notification; the one after it then reports
-// how many are missing before it, so that the sum of the reported losses is exact. A burst of losses is
-// logged when it begins and, with its size, when there is room again.
+// subscriber has processed. A full queue drops the oldest notification that was never sent; the one after it
+// then reports how many are missing before it, so that the sum of the reported losses is exact. A burst of
+// losses is logged when it begins and, with its size, when the queue is half empty again.
 #pragma once
 
 #include <cstddef>
@@ -46,10 +46,11 @@ class NotificationQueue {
   std::string subscriber_;
   std::size_t limit_;
   std::size_t window_;
-  std::uint64_t burst_ = 0;  // lost since the queue last had room
+  std::uint64_t burst_ = 0;  // lost since the queue was last half empty
   QueueState state_;
-  std::unique_ptr<QueueFile> file_;  // may be null
-  std::size_t sent_ = 0;             // how many of the first entries are sent and not acknowledged
+  std::unique_ptr<QueueFile> file_;   // may be null
+  std::size_t sent_ = 0;              // how many of the first entries are sent and not acknowledged
+  std::size_t may_have_arrived_ = 0;  // how many a former subscriber may have received, or this one
 };
 
 }  // namespace kvtree

@@ -76,7 +76,7 @@ void apply_to_queue(const QueueRecord& record, QueueState* state) {
       state->entries.push_back(
           {record.first, record.second,
            std::make_shared<wire::Octets>(record.content.begin(), record.content.end())});
-      state->next_sequence = record.first + 1;
+      state->next_sequence = std::max(state->next_sequence, record.first + 1);
       return;
     case QueueChange::kLost:
       return lose_queued(record.first, state);
@@ -115,6 +115,7 @@ void QueueFile::close_file() {
 
 Status QueueFile::open(QueueState* state) {
   if (const Status status = read(state)) return status;
+  state->next_sequence += kSequencesOfAProcess;
   return write_anew(*state);
 }
 
@@ -176,7 +177,7 @@ Status QueueFile::write_anew(const QueueState& state) {
   close_file();
   const wire::Octets octets = queue_octets(state);
   const std::string_view text(reinterpret_cast<const char*>(octets.data()), octets.size());
-  if (const Status status = replace_file(path_, text)) return status;
+  if (const Status status = replace_file(path_, text, 0600, Survives::kPowerCut)) return status;
   fd_ = open_private_file(path_, O_WRONLY | O_APPEND);
   size_ = needed_ = octets.size();
   return fd_ >= 0 ? kStatusOk : static_cast<Status>(errno);

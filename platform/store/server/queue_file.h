@@ -1,7 +1,8 @@
 // The file of a queue of notifications, so that they outlive the process. Only for this folder.
 //
 // A header, then a record for each notification that was added, lost or acknowledged, each with a checksum.
-// What was appended survives the death of the process at any moment. A power cut may lose the last records.
+// What was appended survives the death of the process at any moment. A power cut may lose the last records:
+// then some notifications are lost, or sent again although they were acknowledged.
 // The file is written anew when it is opened and when most of it is no longer needed, and from memory once a
 // second after a failure.
 #pragma once
@@ -21,6 +22,10 @@ struct QueuedNotification {
   std::uint64_t lost_before;                    // notifications missing between the one before and this one
   std::shared_ptr<const wire::Octets> content;  // the message's part that is the same for every subscriber
 };
+
+// The numbers of a process begin above all that the former one can have used: of those some are not in the
+// file, if it could not be written or power failed.
+inline constexpr std::uint64_t kSequencesOfAProcess = std::uint64_t{1} << 32;
 
 struct QueueState {
   // Distinguishes this queue from others, whose sequence numbers are unrelated.

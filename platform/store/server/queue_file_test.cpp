@@ -43,12 +43,16 @@ class StoredQueue : public ::testing::Test {
   void Push(const std::string& text) {
     queue->push(std::make_shared<const wire::Octets>(text.begin(), text.end()));
   }
-  // "sequence-lost:content" of all, acknowledged as they are sent.
+  // "sequence-lost:content" of all, acknowledged as they are sent. The sequence is without the part that
+  // each process begins anew.
   std::vector<std::string> TakeAll() {
     std::vector<std::string> taken;
     queue->rewind();
     while (const QueuedNotification* next = queue->next()) {
-      taken.push_back(std::to_string(next->sequence) + "-" + std::to_string(next->lost_before) + ":" +
+      EXPECT_GT(next->sequence, last_taken);
+      last_taken = next->sequence;
+      taken.push_back(std::to_string(next->sequence % kvtree::kSequencesOfAProcess) + "-" +
+                      std::to_string(next->lost_before) + ":" +
                       std::string(next->content->begin(), next->content->end()));
       queue->acknowledge(next->sequence);
     }
@@ -63,13 +67,15 @@ class StoredQueue : public ::testing::Test {
   ManualClock clock{1000};
   TemporaryDirectory directory;
   std::unique_ptr<NotificationQueue> queue;
+  std::uint64_t last_taken = 0;
 };
 
 TEST_F(StoredQueue, ContinuesInTheNextProcess) {
   for (const char* text : {"a", "", "c"}) Push(text);
   const std::uint64_t instance = queue->instance();
-  ASSERT_NE(queue->next(), nullptr);
-  queue->acknowledge(1);
+  const QueuedNotification* first = queue->next();
+  ASSERT_NE(first, nullptr);
+  queue->acknowledge(first->sequence);
   clock.advance(1);
   Restart();
   EXPECT_EQ(queue->instance(), instance);
@@ -89,6 +95,37 @@ TEST_F(StoredQueue, LossesAreReportedByTheNextProcess) {
   EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "4-2:d", "5-0:e", "6-0:f"));
 }
 
+// A subscriber ignores sequence numbers that it has received.
+TEST_F(StoredQueue, SequenceThatCouldNotBeStoredIsNotUsedAgain) {
+  Push("a");
+  fault_arm("queue_file_append", ENOSPC);
+  for (const char* text : {"b", "c"}) Push(text);
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "2-0:b", "3-0:c"));
+  last_taken = 0;
+  Restart();
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:a"));  // nor could its acknowledgement
+  last_taken = 3;
+  Push("d");
+  EXPECT_THAT(TakeAll(), ElementsAre("2-0:d"));
+}
+
+TEST_F(StoredQueue, SequencesOfEachProcessAreAboveThoseOfTheFormerOnes) {
+  for (int process = 0; process < 3; ++process) {
+    Push("same");
+    Restart(10);
+  }
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:same", "2-0:same", "3-0:same"));
+}
+
+TEST_F(StoredQueue, WhatAFormerProcessMayHaveSentIsNotLost) {
+  for (const char* text : {"a", "b", "c"}) Push(text);
+  ASSERT_NE(queue->next(), nullptr);
+  ASSERT_NE(queue->next(), nullptr);
+  Restart();
+  for (const char* text : {"d", "e", "f"}) Push(text);
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "2-0:b", "5-2:e", "6-0:f"));
+}
+
 TEST_F(StoredQueue, RecordThatIsIncompleteOrDamagedEndsTheQueue) {
   Push("first");
   const std::size_t first = Read().size();
@@ -98,11 +135,13 @@ TEST_F(StoredQueue, RecordThatIsIncompleteOrDamagedEndsTheQueue) {
     Write(octets.substr(0, size));
     Restart();
     EXPECT_THAT(TakeAll(), ElementsAre("1-0:first")) << size;
+    last_taken = 0;
     std::string damaged = octets;
     damaged[size] = static_cast<char>(~damaged[size]);
     Write(damaged);
     Restart();
     EXPECT_THAT(TakeAll(), ElementsAre("1-0:first")) << size;
+    last_taken = 0;
   }
   Push("third");  // is not written after the damage
   Restart();

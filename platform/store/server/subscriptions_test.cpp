@@ -77,6 +77,37 @@ TEST_F(Queue, DoesNotLoseWhatIsOnItsWay) {
   EXPECT_THAT(SendAll(), ElementsAre("5-2", "6"));
 }
 
+// It may have arrived: a notification that is counted as lost must be one that no subscriber has received.
+TEST_F(Queue, DoesNotLoseWhatWasSentToAFormerSubscriber) {
+  Push(4);
+  EXPECT_THAT(SendAll(), ElementsAre("1", "2"));
+  queue.rewind();
+  Push(2);
+  EXPECT_THAT(SendAll(), ElementsAre("1", "2"));
+  queue.acknowledge(1);
+  queue.rewind();
+  Push(2);
+  EXPECT_THAT(SendAll(), ElementsAre("2", "6-3"));
+  queue.acknowledge(6);
+  EXPECT_THAT(SendAll(), ElementsAre("7", "8"));
+}
+
+// The log is limited: of many lines with counts some are missing, and their sum is wrong.
+TEST_F(Queue, LogsAFloodThatLastsOnce) {
+  ::testing::internal::CaptureStderr();
+  Push(4);
+  for (int round = 1; round <= 1000; ++round) {
+    queue.next();
+    Push(3);
+    queue.acknowledge(UINT64_MAX);
+  }
+  SendAll();
+  queue.acknowledge(UINT64_MAX);
+  const std::string log = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2);
+  EXPECT_THAT(log, HasSubstr("2001 notifications were lost while the queue was full\n"));
+}
+
 TEST_F(Queue, LogsABurstOfLossesTwice) {
   ::testing::internal::CaptureStderr();
   Push(7);
