@@ -72,6 +72,10 @@ void event_fd_remove(EventManager* manager, int fd);  // does not close; unknown
 // run in batches of bounded number and time, so that descriptors are served in between.
 void event_post(EventManager* manager, std::function<void()> function);
 
+// Ends the batch and begins the next one with this function: for a posted function in steps, whose end those
+// after it await. Manager's thread only.
+void event_post_first(EventManager* manager, std::function<void()> function);
+
 // Runs a function once every descriptor and timer of the dispatch at hand has been served; for a caller that
 // is itself deferred, or outside a dispatch, those of the next dispatch, before which no wait blocks.
 // Manager's thread only.

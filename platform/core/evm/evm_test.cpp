@@ -304,6 +304,22 @@ TEST_F(EventManagerTest, FunctionPostedByAPostedFunctionWaitsForTheNextIteration
   EXPECT_EQ(runs, 2);
 }
 
+TEST_F(EventManagerTest, PostedFunctionInStepsTakesABatchForEachAndPrecedesThoseAfterIt) {
+  std::vector<std::string> order;
+  std::function<void()> step = [&] {
+    order.push_back("step");
+    if (order.size() < 3) event_post_first(manager, step);
+  };
+  event_post(manager, step);
+  event_post(manager, [&] { order.push_back("after"); });
+  for (const std::size_t steps : {1U, 2U}) {
+    Iterate();
+    EXPECT_THAT(order, testing::SizeIs(steps));
+  }
+  Iterate();
+  EXPECT_THAT(order, testing::ElementsAre("step", "step", "step", "after"));
+}
+
 TEST_F(EventManagerTest, FunctionsPostedByOtherThreadsAllRunOnTheManagersThread) {
   constexpr int kThreads = 4;
   constexpr int kEach = 500;

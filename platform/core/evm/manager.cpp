@@ -200,10 +200,11 @@ void run_posted(EventManager* manager) {
   [[maybe_unused]] const ssize_t got = read(manager->wake_fd, &count, sizeof count);
   // Functions that this batch posts run in the next one.
   std::size_t batch = posted_count(manager);
+  manager->batch_ends = false;
   const std::uint64_t end = clock_monotonic() + kPostedTime;
   for (batch = std::min(batch, kPostedBatch); batch > 0; --batch) {
     take_posted(manager)();
-    if (clock_monotonic() >= end) break;
+    if (manager->batch_ends || clock_monotonic() >= end) break;
   }
   const std::lock_guard lock(manager->posted_mutex);
   if (!manager->posted.empty()) wake(manager);
@@ -349,6 +350,13 @@ void event_fd_remove(EventManager* manager, int fd) {
 void event_post(EventManager* manager, std::function<void()> function) {
   const std::lock_guard lock(manager->posted_mutex);
   manager->posted.push_back(std::move(function));
+  if (manager->posted.size() == 1) wake(manager);
+}
+
+void event_post_first(EventManager* manager, std::function<void()> function) {
+  const std::lock_guard lock(manager->posted_mutex);
+  manager->posted.push_front(std::move(function));
+  manager->batch_ends = true;
   if (manager->posted.size() == 1) wake(manager);
 }
 

@@ -64,6 +64,7 @@ struct EventManager {
 
   std::mutex posted_mutex;
   std::deque<std::function<void()>> posted;  // guarded by posted_mutex
+  bool batch_ends = false;                   // a function is to begin the next batch
 
   std::vector<std::function<void()>> deferred;
 
