@@ -2,15 +2,16 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <deque>
 #include <map>
 #include <memory>
-#include <span>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "platform/config/vrf_config.h"
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
@@ -20,6 +21,8 @@
 namespace vpn_events {
 
 namespace {
+
+constexpr std::uint64_t kStep = kNanosecondsPerMillisecond;
 
 class Reporter : public router::Observer {
  public:
@@ -43,15 +46,18 @@ class Reporter : public router::Observer {
   static Place place_of(const Change& change, const Held& held);
   bool merge(const Change& change);
   void keep(Change change);
-  void send_all();
-  Status send(std::span<Change> changes);
+  void begin_sending();
+  void send_some();
+  void send_record();
+  Status send(std::vector<Change>& changes);
 
   router::Router* model_;
   EventManager* manager_;
   KvConnection* connection_ = nullptr;
   std::shared_ptr<const void> observed_;
-  std::vector<Change> pending_;
+  std::deque<Change> pending_;
   std::map<Place, std::size_t> removed_;  // those that removed a value
+  std::deque<Change> sending_;
   bool is_posted_ = false;
   std::uint32_t sent_ = 0;
 };
@@ -118,22 +124,39 @@ void Reporter::keep(Change change) {
   pending_.push_back(std::move(change));
   if (std::exchange(is_posted_, true)) return;
   event_post(manager_, [] {
-    if (reporter() != nullptr) reporter()->send_all();
+    if (reporter() != nullptr) reporter()->begin_sending();
   });
 }
 
-void Reporter::send_all() {
+void Reporter::begin_sending() {
   is_posted_ = false;
   removed_.clear();
-  std::vector<Change> changes = std::exchange(pending_, {});
-  std::erase_if(changes, [](const Change& change) { return change.before.text == change.after.text; });
-  for (std::size_t at = 0; at < changes.size(); at += kMostVpnChanges) {
-    const std::span<Change> record =
-        std::span(changes).subspan(at, std::min(kMostVpnChanges, changes.size() - at));
-    if (const Status status = send(record))
-      log_error("vpn_events", "%zu changes are not reported: %s", record.size(), err_text(status));
-    sent_ += static_cast<std::uint32_t>(record.size());
+  sending_ = std::exchange(pending_, {});
+  send_some();
+}
+
+// Posted functions wait for the end: the answer to a client's commit is one of them.
+void Reporter::send_some() {
+  const std::uint64_t end = clock_monotonic() + kStep;
+  do {
+    send_record();
+  } while (!sending_.empty() && clock_monotonic() < end);
+  if (sending_.empty()) return;
+  event_post_first(manager_, [] {
+    if (reporter() != nullptr) reporter()->send_some();
+  });
+}
+
+void Reporter::send_record() {
+  std::vector<Change> record;
+  for (; !sending_.empty() && record.size() < kMostVpnChanges; sending_.pop_front()) {
+    Change& next = sending_.front();
+    if (next.before.text != next.after.text) record.push_back(std::move(next));
   }
+  if (record.empty()) return;
+  if (const Status status = send(record))
+    log_error("vpn_events", "%zu changes are not reported: %s", record.size(), err_text(status));
+  sent_ += static_cast<std::uint32_t>(record.size());
 }
 
 // The record borrows the texts of the changes.
@@ -149,7 +172,7 @@ VpnChange encoded(Change& change) {
           change.after.owner.data()};
 }
 
-Status Reporter::send(std::span<Change> changes) {
+Status Reporter::send(std::vector<Change>& changes) {
   std::vector<VpnChange> elements;
   for (Change& change : changes) elements.push_back(encoded(change));
   const VpnChanges record{sent_, {elements.size(), elements.data()}};

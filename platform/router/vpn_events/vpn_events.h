@@ -11,8 +11,9 @@
 //
 // Reports are sent from the event manager's loop, before the answer to a client's commit, in records of at
 // most kMostVpnChanges: the queue of a slow subscriber (kvtree::kPlainQueue records) has room for several
-// commits of the largest size. A record that cannot be sent is logged, and readers detect the gap in the
-// numbers of the changes. Texts are in the format of AS numbers at that moment. Main thread only.
+// commits of the largest size. Many records are sent in steps of a millisecond. A record that cannot be sent
+// is logged, and readers detect the gap in the numbers of the changes. Texts are in the format of AS numbers
+// at that moment. Main thread only.
 #pragma once
 
 #include <cstddef>

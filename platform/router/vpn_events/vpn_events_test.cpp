@@ -4,8 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
@@ -325,6 +328,27 @@ TEST_F(AttachedEvents, LargeCommitIsReportedInRecordsThatAreNumbered) {
   Commit("cli", {"vrf red rd 65000:1"});
   EXPECT_THAT(records_, ElementsAre(std::pair(0U, 256U), std::pair(256U, 256U), std::pair(512U, 1U),
                                     std::pair(513U, 1U)));
+}
+
+// The answer to a client's commit is posted.
+TEST_F(AttachedEvents, ManyRecordsAreSentInStepsBeforeAnythingThatIsPostedAfterThem) {
+  constexpr std::size_t kRecords = 12;
+  std::vector<std::string> lines;
+  for (std::size_t at = 0; at < kRecords * kMostVpnChanges; ++at)
+    lines.push_back("vrf red rt import 65000:" + std::to_string(at) + " ipv4");
+  ManualClock clock(1);
+  clock.tick(kNanosecondsPerMillisecond / 2);  // so that a step sends two or three records
+  Make("cli", lines);
+  std::size_t sent = 0;
+  event_post(manager_, [&sent] { sent = kvtree::store().retained.at(0).queue->size(); });
+  unsigned iterations = 0;
+  for (std::array<unsigned char, 1024> buffer{}; sent == 0 && iterations < 100; ++iterations) {
+    EventContext context{manager_, buffer.data(), buffer.size(), 0};
+    ASSERT_EQ(event_wait_for(&context, 0), 0);
+    event_dispatch(&context);
+  }
+  EXPECT_EQ(sent, kRecords);
+  EXPECT_GE(iterations, kRecords / 3);
 }
 
 TEST_F(AttachedEvents, RecordThatCannotBeSentIsLoggedAndLeavesAGap) {
