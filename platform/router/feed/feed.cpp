@@ -10,9 +10,13 @@
 #include <utility>
 #include <vector>
 
+#include "platform/core/base/clock.h"
+
 namespace feed {
 namespace {
 
+// A batch ends with the notification that exceeds this time.
+constexpr std::uint64_t kBatchTime = kNanosecondsPerMillisecond;
 constexpr unsigned kPhaseBits = 3;
 static_assert(static_cast<unsigned>(Phase::kFollowUp) < 1U << kPhaseBits);
 
@@ -76,8 +80,10 @@ void schedule();
 
 void deliver_batch() {
   const auto& items = queue().items;
+  const std::uint64_t end = clock_monotonic() + kBatchTime;
   for (std::size_t count = 0; !items.empty() && count < items.front().receiver->batch; ++count) {
     deliver_front();
+    if (clock_monotonic() >= end) break;
   }
   queue().is_due = false;
   schedule();

@@ -1,11 +1,11 @@
 // The change feed: the one queue of changes that services have yet to deliver to their clients.
 //
 // A service that observes the router model turns each change into notifications and appends them here. One
-// function, deferred on the event manager, delivers a bounded batch in each iteration of the loop. So the
-// clients of all services see the changes in one order: the order in which the model changed and, within one
-// change, the order of Phase. An interface is down before it leaves its VRF, a deleted VRF's record is
-// released after every client was notified of the deletion, and an interface has joined a VRF before it is up
-// there.
+// function, deferred on the event manager, delivers a batch of bounded size and time in each iteration of the
+// loop. So the clients of all services see the changes in one order: the order in which the model changed
+// and, within one change, the order of Phase. An interface is down before it leaves its VRF, a deleted VRF's
+// record is released after every client was notified of the deletion, and an interface has joined a VRF
+// before it is up there.
 //
 // Names. Clients look interfaces up by name while they handle a notification. So everything pending is
 // delivered before an interface gets another name or index, and again afterwards.
@@ -32,7 +32,8 @@ enum class Phase : std::uint8_t { kDown, kLeft, kRecord, kJoined, kUp, kFollowUp
 inline constexpr std::size_t kDefaultBatch = 40;
 
 // Where notifications are delivered: the client of a service. An iteration of the loop delivers at most
-// `batch` notifications, of all receivers together, before those of this one wait for the next iteration.
+// `batch` notifications, of all receivers together, before those of this one wait for the next iteration, and
+// fewer if they take longer than a millisecond.
 struct Receiver {
   EventManager* manager = nullptr;
   std::size_t batch = kDefaultBatch;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/evm/test_run_directory.h"
 
 namespace feed {
@@ -116,6 +117,15 @@ TEST_F(FeedTest, SmallestBatchBoundsAnIterationOfTheLoop) {
   }
   EXPECT_THAT(counts_between_batches(manager_.get(), 3, [this] { return Lines().size(); }),
               ElementsAre(0U, 3U, 2U));
+}
+
+TEST_F(FeedTest, BatchEndsWithTheNotificationThatTakesTooLong) {
+  ManualClock clock(1);
+  const auto work = [&clock] { clock.advance(kNanosecondsPerMillisecond * 2 / 5); };
+  for (std::uint64_t change = 1; change <= 8; ++change)
+    Append(change, Phase::kRecord, &first_, "record", work);
+  EXPECT_THAT(counts_between_batches(manager_.get(), 4, [this] { return Lines().size(); }),
+              ElementsAre(0U, 3U, 3U, 2U));
 }
 
 TEST_F(FeedTest, NotificationOfACallbackIsDeliveredAfterIt) {
