@@ -1,49 +1,14 @@
 #include "sources/file/apply_router.h"
 
-#include <unordered_map>
-#include <unordered_set>
 #include <utility>
-#include <vector>
 
 namespace router_file {
 
 namespace {
 
 using reconcile::WantedRouter;
-using router::Interface;
 using router::Router;
 using router::Vrf;
-
-void want_references(const RouterFile& file, const Router& model, WantedRouter* wanted) {
-  const std::unordered_set<std::string_view> named(file.references.begin(), file.references.end());
-  wanted->references = file.references;
-  model.for_each_reference([&](const std::string& name) {
-    const bool is_ours = model.is_referenced(name, router::ReferenceHolder::kSource);
-    if (is_ours && !named.contains(name)) wanted->ended_references.push_back(name);
-  });
-}
-
-void want_vrfs(RouterFile* file, const Router& model, WantedRouter* wanted) {
-  std::unordered_map<std::string_view, std::uint32_t> ids;
-  for (const Vrf& vrf : file->vrfs) ids.emplace(vrf.name, vrf.id);
-  model.for_each_vrf([&](const Vrf& present) {
-    const auto id = ids.find(present.name);
-    const bool stays = present.name == router::kDefaultVrf || (id != ids.end() && id->second == present.id);
-    if (!stays) wanted->deleted_vrfs.push_back(present.name);
-  });
-  for (Vrf& vrf : file->vrfs) wanted->vrfs.push_back({std::move(vrf), {}});
-  file->vrfs.clear();
-}
-
-void want_interfaces(RouterFile* file, const Router& model, WantedRouter* wanted) {
-  std::unordered_set<std::uint32_t> indexes;
-  indexes.reserve(file->interfaces.size());
-  for (const Interface& interface : file->interfaces) indexes.insert(interface.index);
-  model.for_each_interface([&](const Interface& present) {
-    if (!indexes.contains(present.index)) wanted->removed_interfaces.push_back(present.index);
-  });
-  wanted->interfaces = std::exchange(file->interfaces, {});
-}
 
 void append_count(std::size_t count, const char* thing, const char* verb, std::string* text) {
   if (count == 0) return;
@@ -51,18 +16,21 @@ void append_count(std::size_t count, const char* thing, const char* verb, std::s
   *text += std::to_string(count) + " " + thing + (count == 1 ? " " : "s ") + verb;
 }
 
-WantedRouter wanted_router(RouterFile* file, const Router& model) {
+WantedRouter wanted_router(RouterFile* file) {
   WantedRouter wanted;
-  want_references(*file, model, &wanted);
-  want_vrfs(file, model, &wanted);
-  want_interfaces(file, model, &wanted);
+  wanted.is_complete = true;
+  wanted.references = std::exchange(file->references, {});
+  wanted.vrfs.reserve(file->vrfs.size());
+  for (Vrf& vrf : file->vrfs) wanted.vrfs.push_back({std::move(vrf), {}});
+  file->vrfs.clear();
+  wanted.interfaces = std::exchange(file->interfaces, {});
   return wanted;
 }
 
 }  // namespace
 
 RouterApplication::RouterApplication(RouterFile* file, Router* model)
-    : run_(wanted_router(file, *model), model, this) {}
+    : run_(wanted_router(file), model, this) {}
 
 Status RouterApplication::on_refusal(const reconcile::Refusal& refusal) {
   error_ = refusal.text();

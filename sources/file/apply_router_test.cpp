@@ -24,7 +24,7 @@ class Reconciled : public ::testing::Test {
     notifications_.clear();
     RouterApplication application(&file, &router_);
     Status status = kStatusOk;
-    while (status == kStatusOk && !application.is_done()) status = application.step(1);
+    for (steps_ = 0; status == kStatusOk && !application.is_done(); ++steps_) status = application.step(1);
     changes_ = application.changes();
     error_ = application.error();
     return status;
@@ -35,6 +35,7 @@ class Reconciled : public ::testing::Test {
   router::Listener listener_{"r", &notifications_};
   router::Router router_;
   Changes changes_;
+  std::size_t steps_ = 0;  // of one item
   std::string error_;
 };
 
@@ -54,6 +55,18 @@ TEST_F(Reconciled, SameFileAgainNotifiesNoObserver) {
   Load(kRedAndBlue);
   EXPECT_THAT(notifications_, IsEmpty());
   EXPECT_EQ(changes_text(changes_), "nothing changed");
+}
+
+TEST_F(Reconciled, WhatIsRemovedIsFoundInSteps) {
+  constexpr std::size_t kVrfs = 20;
+  constexpr std::size_t kInterfaces = 100;
+  Load("generate: {vrfs: 20, interfaces_per_vrf: 5}");
+  for (std::size_t name = 0; name < kVrfs; ++name)
+    ASSERT_EQ(router_.reference_vrf("absent" + std::to_string(name)), kStatusOk);
+  Load("vrfs: []");
+  EXPECT_EQ(changes_text(changes_), "20 VRFs deleted, 100 interfaces removed");
+  EXPECT_EQ(router_.reference_after({}), nullptr);
+  EXPECT_GE(steps_, 2 * (kVrfs + kVrfs + kInterfaces)) << "each is found, then removed";
 }
 
 TEST_F(Reconciled, EmptyRouterRemovesEverything) {

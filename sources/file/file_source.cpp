@@ -93,11 +93,16 @@ Status FileSource::load_at_once(std::string* error) {
   if (const Status status = check(reading, error)) return status;
   if (const Status status = take_configuration(reading.file, error)) return status;
   begin_applying(&reading);
-  const std::size_t rows = rows_at_once(routes_);
   do {
     if (const Status status = apply_some(SIZE_MAX, error)) return status;
   } while (!application_->is_done());
-  return begin_feeding(rows, error);
+  const std::size_t rows = rows_at_once(routes_);
+  feeder_.begin(std::exchange(routes_, {}));
+  do {
+    if (const Status status = feed_some(rows, error)) return status;
+  } while (!feeder_.written_are_done());
+  feed_later();
+  return kStatusOk;
 }
 
 Status FileSource::take_configuration(const router_file::RouterFile& file, std::string* error) {
@@ -137,14 +142,10 @@ Status FileSource::apply_some(std::size_t items, std::string* error) {
   return status;
 }
 
-Status FileSource::begin_feeding(std::size_t rows, std::string* error) {
-  feeder_.begin(std::exchange(routes_, {}));
-  if (const Status status = feeder_.step(rows)) {
-    *error = path_ + ": cannot add a route: " + err_text(status);
-    return status;
-  }
-  feed_later();
-  return kStatusOk;
+Status FileSource::feed_some(std::size_t rows, std::string* error) {
+  const Status status = feeder_.step(rows);
+  if (status) *error = path_ + ": cannot add a route: " + err_text(status);
+  return status;
 }
 
 // The model keeps what was applied so far; the next application continues from there.
@@ -163,8 +164,8 @@ void FileSource::feed_later() {
 
 void FileSource::feed() {
   feeding_ = 0;
-  const Status status = feeder_.step(kRowsPerStep);
-  const std::string error = path_ + ": cannot add a route: " + err_text(status);
+  std::string error;
+  const Status status = feed_some(kRowsPerStep, &error);
   feed_later();
   if (stage_ == Stage::kFeeding) return end_load_if_fed(status, error);
   if (status != kStatusOk) {
@@ -286,16 +287,14 @@ void FileSource::configuration_taken(router_file::Reading* reading, Status statu
 void FileSource::apply_next() {
   applying_ = 0;
   std::string error;
-  Status status = apply_some(kItemsPerStep, &error);
-  if (status == kStatusOk && !application_->is_done()) {
+  if (const Status status = apply_some(kItemsPerStep, &error)) return end_load(status, error);
+  if (!application_->is_done()) {
     applying_ = event_timer_start(manager_, 0, [this] { apply_next(); });
     return;
   }
-  if (status == kStatusOk) {
-    stage_ = Stage::kFeeding;
-    status = begin_feeding(kRowsPerStep, &error);
-  }
-  end_load_if_fed(status, error);
+  stage_ = Stage::kFeeding;
+  feeder_.begin(std::exchange(routes_, {}));
+  feed_later();
 }
 
 void FileSource::end_load_if_fed(Status status, const std::string& error) {

@@ -59,7 +59,7 @@ class FileSource : public Source {
   void configuration_taken(router_file::Reading* reading, Status status, const std::string& reason);
   std::string commit_error(Status status, const std::string& reason) const;
   Status apply_some(std::size_t items, std::string* error);
-  Status begin_feeding(std::size_t rows, std::string* error);
+  Status feed_some(std::size_t rows, std::string* error);
   void apply_next();
   void stop_applying();
   std::string loaded_text() const;

@@ -2,7 +2,6 @@
 #include "sources/file/route_feeder.h"
 
 #include <algorithm>
-#include <set>
 #include <utility>
 
 namespace router_file {
@@ -12,20 +11,15 @@ void RouteFeeder::begin(std::vector<RouteGroup> groups) {
   written_ = static_cast<std::size_t>(std::ranges::count(groups_, 1U, &RouteGroup::count));
   group_ = 0;
   row_ = 0;
-  std::set<router::RouteTableId> tables;  // VRFs may share one
-  model_->for_each_vrf([&](const router::Vrf& vrf) {
-    if (vrf.ipv4_table != 0) tables.insert({router::Family::kIpv4, vrf.ipv4_table});
-    if (vrf.ipv6_table != 0) tables.insert({router::Family::kIpv6, vrf.ipv6_table});
-  });
-  tables_.assign(tables.begin(), tables.end());
-  table_ = 0;
+  last_vrf_.clear();
+  tables_.clear();
   changes_ = RouteChanges{};
-  for (const router::RouteTableId table : tables_) model_->routes().begin_refresh(table);
-  stage_ = Stage::kPut;
+  stage_ = Stage::kBegin;
 }
 
 Status RouteFeeder::step(std::size_t rows) {
   Status status = kStatusOk;
+  if (stage_ == Stage::kBegin) begin_tables(rows);
   if (stage_ == Stage::kPut) {
     status = put_some(rows);
   } else if (stage_ == Stage::kSweep) {
@@ -34,6 +28,22 @@ Status RouteFeeder::step(std::size_t rows) {
   if (status != kStatusOk) stage_ = Stage::kDone;
   model_->flush_route_changes();
   return status;
+}
+
+void RouteFeeder::begin_tables(std::size_t vrfs) {
+  const router::Vrf* vrf = model_->vrf_after(last_vrf_);
+  for (; vrf != nullptr && vrfs > 0; vrf = model_->vrf_after(last_vrf_), --vrfs) {
+    begin_table({router::Family::kIpv4, vrf->ipv4_table});
+    begin_table({router::Family::kIpv6, vrf->ipv6_table});
+    last_vrf_ = vrf->name;
+  }
+  if (vrf != nullptr) return;
+  next_table_ = tables_.begin();
+  stage_ = Stage::kPut;
+}
+
+void RouteFeeder::begin_table(router::RouteTableId table) {
+  if (table.table != 0 && tables_.insert(table).second) model_->routes().begin_refresh(table);
 }
 
 Status RouteFeeder::put_some(std::size_t rows) {
@@ -67,11 +77,11 @@ Status RouteFeeder::put_group(const RouteGroup& group, std::size_t* rows) {
 
 void RouteFeeder::sweep_some(std::size_t rows) {
   router::RouteStore& store = model_->routes();
-  for (std::size_t visited = 0; table_ < tables_.size() && visited < rows;) {
-    visited += std::min(rows, store.count(tables_[table_])) + 1;
-    if (!store.end_refresh(tables_[table_], rows, &changes_.removed)) ++table_;
+  for (std::size_t visited = 0; next_table_ != tables_.end() && visited < rows;) {
+    visited += std::min(rows, store.count(*next_table_)) + 1;
+    if (!store.end_refresh(*next_table_, rows, &changes_.removed)) ++next_table_;
   }
-  if (table_ == tables_.size()) stage_ = Stage::kDone;
+  if (next_table_ == tables_.end()) stage_ = Stage::kDone;
 }
 
 }  // namespace router_file

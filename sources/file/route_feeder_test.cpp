@@ -72,6 +72,31 @@ TEST_F(FedRoutes, EveryStepIsBounded) {
   EXPECT_FALSE(feeder_.is_done());
 }
 
+TEST_F(FedRoutes, TablesAreBegunInBoundedSteps) {
+  for (std::uint32_t id = 100; id < 200; ++id) AddVrf("vrf" + std::to_string(id), id);
+  feeder_.begin({Group(kRed, "10.0.0.0/24")});
+  for (int step = 0; step < 10; ++step) {
+    Step(10);
+    EXPECT_EQ(Count(kRed), 0U);
+    EXPECT_FALSE(feeder_.written_are_done());
+  }
+  Step(10);
+  EXPECT_EQ(Count(kRed), 1U);
+}
+
+TEST_F(FedRoutes, TableOfManyVrfsIsBegunOnce) {
+  FeedAll({Group(kRed, "10.0.0.0/24", 2)});
+  for (std::uint32_t id = 100; id < 100 + 255; ++id) {
+    router::Vrf vrf;
+    vrf.name = "vrf" + std::to_string(id);
+    vrf.id = id;
+    vrf.ipv4_table = kRed.table;
+    ASSERT_EQ(router_.create_vrf(vrf), kStatusOk);
+  }
+  FeedAll({Group(kRed, "10.0.0.0/24")});
+  EXPECT_EQ(Changes(), "1 route removed") << "256 refreshes of a table would be none";
+}
+
 TEST_F(FedRoutes, StepsNotifyOfTheTablesThatChanged) {
   feeder_.begin({Group(kRed, "10.0.0.0/24", 15), Group(kBlue, "10.0.0.0/24", 10)});
   Step(10);

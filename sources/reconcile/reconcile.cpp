@@ -58,9 +58,15 @@ const std::vector<Run::Phase>& Run::phases() {
   static const std::vector<Phase> phases{
       {&Run::count<&WantedRouter::interfaces>, &Run::index_interface},
       {&Run::count<&WantedRouter::vrfs>, &Run::index_vrf},
+      {&Run::count<&WantedRouter::references>, &Run::index_reference},
+      {&Run::count_walk, &Run::find_ended_reference},
+      {&Run::count_walk, &Run::find_removed_interface},
+      {&Run::count_walk, &Run::find_deleted_vrf},
       {&Run::count<&WantedRouter::references>, &Run::add_reference},
       {&Run::count<&WantedRouter::removed_interfaces>, &Run::remove_interface},
-      {&Run::find_leaving, &Run::leave_vrf},
+      {&Run::count<&WantedRouter::deleted_vrfs>, &Run::index_deleted_vrf},
+      {&Run::count_walk_of_members, &Run::find_leaving},
+      {&Run::count_leaving, &Run::leave_vrf},
       {&Run::count<&WantedRouter::deleted_vrfs>, &Run::delete_vrf},
       {&Run::count<&WantedRouter::vrfs>, &Run::place_vrf},
       {&Run::count_one, &Run::end_vrfs},
@@ -74,6 +80,8 @@ const std::vector<Run::Phase>& Run::phases() {
 // The first phase from phase_ on that has items.
 void Run::begin_phase() {
   item_ = items_ = 0;
+  last_name_.clear();
+  last_handle_ = 0;
   for (; phase_ < phases().size() && items_ == 0; ++phase_) items_ = (this->*phases()[phase_].begin)();
   is_done_ = items_ == 0;
   if (!is_done_) --phase_;
@@ -99,7 +107,43 @@ Status Run::index_interface(std::size_t item) {
 }
 
 Status Run::index_vrf(std::size_t item) {
-  vrfs_.insert(wanted_.vrfs[item].vrf.name);
+  const Vrf& wanted = wanted_.vrfs[item].vrf;
+  vrfs_.emplace(wanted.name, wanted.id);
+  return kStatusOk;
+}
+
+Status Run::index_reference(std::size_t item) {
+  references_.insert(wanted_.references[item]);
+  return kStatusOk;
+}
+
+Status Run::find_ended_reference(std::size_t /*item*/) {
+  const std::string* name = model_->reference_after(last_name_);
+  if (name == nullptr) return kStatusOk;
+  ++items_;
+  last_name_ = *name;
+  const bool is_ours = model_->is_referenced(*name, router::ReferenceHolder::kSource);
+  if (is_ours && !references_.contains(*name)) wanted_.ended_references.push_back(*name);
+  return kStatusOk;
+}
+
+Status Run::find_removed_interface(std::size_t /*item*/) {
+  const Interface* present = model_->interface_after(last_handle_);
+  if (present == nullptr) return kStatusOk;
+  ++items_;
+  last_handle_ = present->handle;
+  if (!interfaces_.contains(present->index)) wanted_.removed_interfaces.push_back(present->index);
+  return kStatusOk;
+}
+
+Status Run::find_deleted_vrf(std::size_t /*item*/) {
+  const Vrf* present = model_->vrf_after(last_name_);
+  if (present == nullptr) return kStatusOk;
+  ++items_;
+  last_name_ = present->name;
+  const auto wanted = vrfs_.find(present->name);
+  const bool stays = wanted != vrfs_.end() && wanted->second == present->id;
+  if (!stays && present->name != router::kDefaultVrf) wanted_.deleted_vrfs.push_back(present->name);
   return kStatusOk;
 }
 
@@ -127,14 +171,22 @@ bool Run::leaves(const Interface& member) const {
   return future == nullptr || future->vrf != member.vrf || vrfs_.contains(member.vrf);
 }
 
-std::size_t Run::find_leaving() {
-  if (wanted_.deleted_vrfs.empty()) return 0;
-  const std::unordered_set<std::string_view> deleted(wanted_.deleted_vrfs.begin(),
-                                                     wanted_.deleted_vrfs.end());
-  model_->for_each_interface([&](const Interface& present) {
-    if (deleted.contains(present.vrf) && leaves(present)) leaving_.push_back(present.index);
-  });
-  return leaving_.size();
+Status Run::index_deleted_vrf(std::size_t item) {
+  deleted_vrfs_.insert(wanted_.deleted_vrfs[item]);
+  return kStatusOk;
+}
+
+std::size_t Run::count_walk_of_members() {
+  return deleted_vrfs_.empty() ? 0 : 1;
+}
+
+Status Run::find_leaving(std::size_t /*item*/) {
+  const Interface* present = model_->interface_after(last_handle_);
+  if (present == nullptr) return kStatusOk;
+  ++items_;
+  last_handle_ = present->handle;
+  if (deleted_vrfs_.contains(present->vrf) && leaves(*present)) leaving_.push_back(present->index);
+  return kStatusOk;
 }
 
 // A member that joins another VRF afterwards is counted then.

@@ -26,8 +26,10 @@ struct WantedVrf {
   std::string replaces;  // the deleted VRF without whose deletion it is not created; empty for none
 };
 
-// Objects that appear in none of the lists are left unchanged.
+// Objects that appear in none of the lists are left unchanged, unless the router is complete: then what is in
+// neither `references`, `vrfs` nor `interfaces` is removed.
 struct WantedRouter {
+  bool is_complete = false;
   std::vector<std::string> references;            // VRF names that the source references
   std::vector<std::string> ended_references;      // and those that it references no longer
   std::vector<std::uint32_t> removed_interfaces;  // by index; those that are wanted, too, are made anew
@@ -105,7 +107,8 @@ class Run {
   const Changes& changes() const { return changes_; }
 
  private:
-  // A part of the run: the number of its items, known when it begins, and what is done with each.
+  // A part of the run: the number of its items when it begins, and what is done with each. A walk over the
+  // model begins with one and adds an item for each object that it finds.
   struct Phase {
     std::size_t (Run::*begin)();
     Status (Run::*visit)(std::size_t item);
@@ -118,11 +121,20 @@ class Run {
   std::size_t count_one() { return 1; }
   void begin_phase();
 
+  std::size_t count_walk() { return wanted_.is_complete ? 1 : 0; }
+  std::size_t count_walk_of_members();
+
   Status index_interface(std::size_t item);
   Status index_vrf(std::size_t item);
+  Status index_reference(std::size_t item);
+  Status find_ended_reference(std::size_t item);
+  Status find_removed_interface(std::size_t item);
+  Status find_deleted_vrf(std::size_t item);
   Status add_reference(std::size_t item);
   Status remove_interface(std::size_t item);
-  std::size_t find_leaving();
+  Status index_deleted_vrf(std::size_t item);
+  Status find_leaving(std::size_t item);
+  std::size_t count_leaving() { return leaving_.size(); }
   Status leave_vrf(std::size_t item);
   Status delete_vrf(std::size_t item);
   Status place_vrf(std::size_t item);
@@ -147,7 +159,11 @@ class Run {
   Policy* policy_;
   Changes changes_;
   std::unordered_map<std::uint32_t, const router::Interface*> interfaces_;  // wanted
-  std::unordered_set<std::string_view> vrfs_;                               // wanted
+  std::unordered_map<std::string_view, std::uint32_t> vrfs_;                // wanted: their ids
+  std::unordered_set<std::string_view> references_;                         // wanted
+  std::unordered_set<std::string_view> deleted_vrfs_;
+  std::string last_name_;               // of a walk: what it has found last
+  std::uint32_t last_handle_ = 0;       // likewise
   std::set<std::string> undeleted_;     // VRFs whose deletion is refused, or impossible with a member
   std::vector<std::uint32_t> leaving_;  // members of deleted VRFs, by index
   std::size_t phase_ = 0;

@@ -92,6 +92,24 @@ TEST_F(Reconciliation, MemberThatCannotLeavePreventsTheDeletion) {
   EXPECT_NE(model_.find_vrf("red"), nullptr);
 }
 
+TEST_F(Reconciliation, MembersOfDeletedVrfsAreFoundInSteps) {
+  constexpr std::uint32_t kInterfaces = 100;
+  WantedRouter wanted;
+  wanted.vrfs = {Vrf("red", 10), Vrf("blue", 20)};
+  for (std::uint32_t index = 1; index <= kInterfaces; ++index)
+    wanted.interfaces.push_back(Interface(index, "d" + std::to_string(index), index == 7 ? "red" : "blue"));
+  Run(wanted);
+  wanted = {};
+  wanted.deleted_vrfs = {"red"};
+  reconcile::Run run(wanted, &model_, &policy_);
+  std::uint32_t steps = 0;
+  for (; !run.is_done(); ++steps) ASSERT_EQ(run.step(1), kStatusOk);
+  EXPECT_EQ(run.changes().interfaces_moved, 1U);
+  EXPECT_EQ(model_.find_interface_by_index(7)->vrf, "default");
+  EXPECT_EQ(model_.find_vrf("red"), nullptr);
+  EXPECT_GT(steps, kInterfaces);
+}
+
 TEST_F(Reconciliation, PolicyDecidesOverMembershipsInMissingVrfs) {
   WantedRouter wanted;
   wanted.interfaces = {Interface(5, "d0", "red")};

@@ -122,4 +122,9 @@ void Router::for_each_interface(const std::function<void(const Interface&)>& vis
   state_->visit_all(state_->interfaces, visit);
 }
 
+const Interface* Router::interface_after(std::uint32_t handle) const {
+  const auto next = state_->interfaces.upper_bound(handle);
+  return next == state_->interfaces.end() ? nullptr : &next->second;
+}
+
 }  // namespace router

@@ -171,6 +171,11 @@ class Router {
   void for_each_reference(const std::function<void(const std::string&)>& visit) const;  // by any holder
   // In handle order (the order of addition).
   void for_each_interface(const std::function<void(const Interface&)>& visit) const;
+  // The same one by one, for walks in steps: the first one after this name or handle, which need not exist;
+  // null at the end. Nothing is before an empty name or handle 0.
+  const Vrf* vrf_after(std::string_view name) const;
+  const std::string* reference_after(std::string_view name) const;
+  const Interface* interface_after(std::uint32_t handle) const;
 
   // The unicast tables of the VRFs. A table is open while a VRF has it. It is opened, empty, before observers
   // are notified of the VRF; it is closed and its routes are removed before observers are notified of the

@@ -172,6 +172,16 @@ void Router::for_each_reference(const std::function<void(const std::string&)>& v
   for (const auto& [name, holders] : state_->references) visit(name);
 }
 
+const Vrf* Router::vrf_after(std::string_view name) const {
+  const auto next = state_->vrfs.upper_bound(name);
+  return next == state_->vrfs.end() ? nullptr : &next->second;
+}
+
+const std::string* Router::reference_after(std::string_view name) const {
+  const auto next = state_->references.upper_bound(name);
+  return next == state_->references.end() ? nullptr : &next->first;
+}
+
 RouteStore& Router::routes() {
   return state_->routes;
 }

@@ -78,7 +78,7 @@ void Reconciler::step(std::size_t items) {
 const std::vector<Reconciler::Phase>& Reconciler::phases() {
   static const std::vector<Phase> phases{
       &Reconciler::add_removed,    &Reconciler::add_refused,   &Reconciler::find_master,
-      &Reconciler::add_port,       &Reconciler::want_vrf,      &Reconciler::find_members,
+      &Reconciler::add_port,       &Reconciler::want_vrf,      &Reconciler::find_member,
       &Reconciler::find_displaced, &Reconciler::add_displaced, &Reconciler::want_interface,
       &Reconciler::want_added,     &Reconciler::forget_index};
   return phases;
@@ -93,6 +93,7 @@ void Reconciler::begin_phase() {
   next_index_ = indexes.begin();
   next_link_ = mirror_->links().begin();
   next_added_ = 0;
+  last_handle_ = 0;
 }
 
 void Reconciler::read_some(std::size_t items) {
@@ -182,13 +183,14 @@ void Reconciler::want_new_vrf(const Link& link, const std::string& replaces) {
   created_tables_[link.name] = link.vrf_table;
 }
 
-// Members of deleted VRFs. It is a single item: it reads names only.
-bool Reconciler::find_members() {
+// A member of a deleted VRF.
+bool Reconciler::find_member() {
   if (wanted_.deleted_vrfs.empty()) return false;
-  model_->for_each_interface([&](const router::Interface& each) {
-    if (deleted_vrfs_.contains(each.vrf)) displaced_.insert(each.index);
-  });
-  return false;
+  const router::Interface* each = model_->interface_after(last_handle_);
+  if (each == nullptr) return false;
+  last_handle_ = each->handle;
+  if (deleted_vrfs_.contains(each->vrf)) displaced_.insert(each->index);
+  return true;
 }
 
 // Interfaces whose names others need.

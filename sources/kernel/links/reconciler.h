@@ -69,7 +69,7 @@ class Reconciler : private reconcile::Policy {
   bool find_master();
   bool add_port();
   bool want_vrf();
-  bool find_members();
+  bool find_member();
   bool find_displaced();
   bool add_displaced();
   bool want_interface();
@@ -94,6 +94,7 @@ class Reconciler : private reconcile::Policy {
   Indexes::const_iterator next_index_;
   std::map<std::uint32_t, Link>::const_iterator next_link_;
   std::size_t next_added_ = 0;
+  std::uint32_t last_handle_ = 0;           // of the interface of the model that was visited last
   std::map<std::uint32_t, KnownVrf> vrfs_;  // in the model, by link index
   IndexesByName deleted_vrfs_;              // of this run, without refused ones
   IndexesByName created_vrfs_;              // likewise

@@ -101,6 +101,18 @@ TEST_F(KernelModel, ManyLinksAreReadInStepsBeforeAnyChange) {
   EXPECT_GE(steps, kLinks / kItems) << "what was read is freed in steps, too";
 }
 
+TEST_F(KernelModel, MembersOfADeletedVrfAreFoundInSteps) {
+  constexpr std::uint32_t kLinks = 200;
+  AddVrf("red", 1, 10);
+  for (std::uint32_t index = 2; index < kLinks + 2; ++index) AddLink("d" + std::to_string(index), index);
+  Settle();
+  Delete(1);
+  reconciler_.begin(mirror_, mirror_.take_changes());
+  std::size_t steps = 0;
+  for (; reconciler_.is_reading(); ++steps) reconciler_.step(1);
+  EXPECT_GT(steps, 2 * kLinks) << "the links are read, then the interfaces";
+}
+
 TEST_F(KernelModel, StepEndsWhenItsTimeHasPassed) {
   ManualClock clock(1000);
   for (std::uint32_t index = 2; index < 12; ++index) AddLink("d" + std::to_string(index), index);
