@@ -6,6 +6,7 @@
 // VRF that is created meanwhile is visited if its name is later in the order.
 #include "mpls/vpn/mib/src/vrf/lists.h"
 
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -31,10 +32,11 @@ struct VrfWalk {
   bool is_named;      // the request names a VRF
   bool ends_at_item;  // ... and no other
   bool is_xml;
-  std::string last;  // the VRF visited last
+  std::string last;                   // the VRF visited last
+  std::shared_ptr<ShowInSteps> item;  // of that VRF, if it is not complete
 };
 
-enum class Step { kGoOn, kEnd };
+enum class Step { kGoOn, kEnd, kUnfinished };
 
 VtabVrfRecord* first_record(const VrfWalk& walk, std::uint32_t form) {
   if (form > kFormEncodedNameAfiSafi) return nullptr;
@@ -63,14 +65,23 @@ bool is_ignored(const VrfWalk& walk, const VtabVrfRecord* record) {
   return true;
 }
 
-bool add_item(const VrfWalk& walk, KvListReply* reply, const VtabVrfRecord* record) {
-  if (!walk.kind->is_datalist) return add_vrf_list_item(*walk.kind, reply, record->vrf_name);
-  mpls_vpn_vrf show;
-  fill_show_vrf_parcel(&show, record, walk.filter.afi, walk.filter.safi, walk.is_xml);
-  return add_vrf_datalist_item(*walk.kind, reply, record->vrf_name, &show, walk.is_xml);
+Step count_item(const VrfWalk& walk, KvListReply* reply, bool is_added) {
+  if (!is_added) return Step::kGoOn;
+  return count_vrf_list_item(reply) || walk.ends_at_item ? Step::kEnd : Step::kGoOn;
 }
 
-Step visit(const VrfWalk& walk, KvListReply* reply, VtabVrfRecord* record) {
+Step add_datalist_item(VrfWalk* walk, KvListReply* reply, const VtabVrfRecord* record) {
+  const bool is_filled = fill_show_vrf_parcel(walk->item.get(), record, walk->filter.afi, walk->filter.safi,
+                                              walk->is_xml, reply->steps);
+  if (!is_filled) return Step::kUnfinished;
+  const auto item = std::exchange(walk->item, nullptr);
+  return count_item(*walk, reply,
+                    add_vrf_datalist_item(*walk->kind, reply, record->vrf_name, item->take(), walk->is_xml));
+}
+
+Step visit(VrfWalk* state, KvListReply* reply, VtabVrfRecord* record) {
+  const VrfWalk& walk = *state;
+  if (walk.item != nullptr) return add_datalist_item(state, reply, record);
   if (is_ignored(walk, record)) return Step::kGoOn;
   if (walk.kind->is_datalist) mpls_vpn_mib_vrf_complete_missing(record);
   if (!vrf_matches_afi_safi(record->vrf_name, &walk.filter)) {
@@ -78,8 +89,10 @@ Step visit(const VrfWalk& walk, KvListReply* reply, VtabVrfRecord* record) {
     mpls_vpn_debug(PROV, "VRF does not match AFI SAFI filter");
     return Step::kGoOn;
   }
-  if (!add_item(walk, reply, record)) return Step::kGoOn;
-  return count_vrf_list_item(reply) || walk.ends_at_item ? Step::kEnd : Step::kGoOn;
+  if (!walk.kind->is_datalist)
+    return count_item(walk, reply, add_vrf_list_item(*walk.kind, reply, record->vrf_name));
+  state->item = std::make_shared<ShowInSteps>();
+  return add_datalist_item(state, reply, record);
 }
 
 bool is_form_with_families(std::uint32_t form) {
@@ -92,14 +105,24 @@ bool is_encoded_form(std::uint32_t form) {
 
 // Visits VRFs from this one on: kStatusUnfinished if the step was over before the last.
 Status continue_walk(VrfWalk* walk, KvListReply* reply, VtabVrfRecord* record) {
-  while (record != nullptr && visit(*walk, reply, record) == Step::kGoOn) {
-    if (reply->steps != nullptr && reply->steps->is_over()) {
-      walk->last = record->vrf_name;
-      return kStatusUnfinished;
-    }
-    record = vtab_get_next_vrf_record(record);
+  for (; record != nullptr; record = vtab_get_next_vrf_record(record)) {
+    const Step step = visit(walk, reply, record);
+    if (step == Step::kEnd) return kStatusOk;
+    const bool is_over = reply->steps != nullptr && reply->steps->is_over();
+    if (step == Step::kGoOn && !is_over) continue;
+    walk->last = record->vrf_name;
+    return kStatusUnfinished;
   }
   return kStatusOk;
+}
+
+// The VRF whose item is not complete, or the next one.
+VtabVrfRecord* resumed_record(VrfWalk* walk) {
+  VtabVrfRecord* const record =
+      walk->item == nullptr ? nullptr : vtab_get_vrf_record_by_vrf_name(walk->last.c_str());
+  if (record != nullptr && record->vrf_id != 0) return record;
+  walk->item = nullptr;
+  return vrf_record_after(walk->last.c_str());
 }
 
 Status begin_walk(VrfWalk* walk, KvListReply* reply, const RequestArgs* args) {
@@ -120,9 +143,8 @@ Status begin_walk(VrfWalk* walk, KvListReply* reply, const RequestArgs* args) {
 }
 
 Status answer(const VrfListKind& kind, KvListReply* reply, const RequestArgs* args) {
-  if (auto* walk = kvtree_resumed<VrfWalk>(reply))
-    return continue_walk(walk, reply, vrf_record_after(walk->last.c_str()));
-  VrfWalk walk = {&kind, {}, false, false, false, {}};
+  if (auto* walk = kvtree_resumed<VrfWalk>(reply)) return continue_walk(walk, reply, resumed_record(walk));
+  VrfWalk walk = {&kind, {}, false, false, false, {}, nullptr};
   const Status rc = begin_walk(&walk, reply, args);
   if (rc == kStatusUnfinished) reply->steps->state = std::move(walk);
   return rc;

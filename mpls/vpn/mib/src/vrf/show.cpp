@@ -2,6 +2,8 @@
 // has no tables.
 #include "mpls/vpn/mib/src/vrf/show.h"
 
+#include <memory>
+
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/attributes/record_service.h"
 #include "mpls/vpn/mib/src/membership/membership.h"
@@ -15,6 +17,7 @@
 namespace {
 
 constexpr char kShowName[] = "mpls_vpn_mib_prov_get_vrf_show";
+constexpr char kFillName[] = "fill_show_vrf_parcel";
 constexpr char kInvalidName[] = "mpls_vpn_mib_prov_get_vrf_invalid";
 constexpr std::uint32_t kSlotsOfOneFamily = 1;
 constexpr std::uint32_t kSlotsOfAll = 4;
@@ -52,32 +55,69 @@ Status refuse(mpls_vpn_vrf* show, Status why, const char* handler) {
   return why;
 }
 
+// What is known at once. False for a record that has no more.
+bool begin_show(mpls_vpn_vrf* show, const VtabVrfRecord* record) {
+  *show = {};
+  if (record == nullptr) {
+    mpls_vpn_report_failure(ERR, kStatusInvalid, "NULL arguments in %s", kFillName);
+    return false;
+  }
+  const mpls_vpn_vrf_attr& attributes = *mpls_vpn_vrf_attributes(record);
+  prov_copy_inner_text(&show->VRFName, record->vrf_name, kFillName);
+  prov_copy_inner_text(&show->VRFDescription, attributes.description, kFillName);
+  prov_copy_inner_text(&show->RouteDistinguisher, attributes.rd, kFillName);
+  show->isBigVrf = attributes.is_big_vrf;
+  if (record->vrf_name != router::kDefaultVrf) return true;
+  add_default_vrf_ifs(&show->Interfaces);
+  return false;
+}
+
 // Refuses a record without its name: a reader could not identify it.
 Status encode_named(KvReply* reply, mpls_vpn_vrf* show, const char* handler) {
   if (show->VRFName == nullptr) return refuse(show, kStatusNoMemory, handler);
   return prov_encode_parcel(reply, show, &kShowVrfParcel);
 }
 
+using SharedShow = std::shared_ptr<ShowInSteps>;
+
+// The record is encoded in a step of its own if it has many interfaces.
+Status continue_show(const SharedShow& filling, const VtabVrfRecord* record, KvReply* reply,
+                     const RequestArgs* args) {
+  const bool was_filled = filling->is_filled;
+  const bool is_xml = args->form == kFormEncodedName;
+  if (!was_filled)
+    filling->is_filled = fill_show_vrf_parcel(filling.get(), record, 0, 0, is_xml, reply->steps);
+  const bool is_over = !was_filled && reply->steps != nullptr && reply->steps->is_over();
+  if (filling->is_filled && !is_over) return encode_named(reply, filling->take(), kShowName);
+  reply->steps->state = filling;
+  return kStatusUnfinished;
+}
+
+// The VRF may have been deleted since the last step. Nothing is printed again.
+Status resume_show(const SharedShow& filling, KvReply* reply, const RequestArgs* args) {
+  const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(args->arg[0].text);
+  if (record == nullptr || record->vrf_id == 0) return kStatusNoSuchRow;
+  return continue_show(filling, record, reply, args);
+}
+
 }  // namespace
 
-void fill_show_vrf_parcel(mpls_vpn_vrf* show, const VtabVrfRecord* record, std::uint32_t afi_index,
-                          std::uint32_t second_selector, bool is_xml) {
-  *show = {};
-  if (record == nullptr) {
-    mpls_vpn_report_failure(ERR, kStatusInvalid, "NULL arguments in %s", __func__);
-    return;
-  }
-  const mpls_vpn_vrf_attr& attributes = *mpls_vpn_vrf_attributes(record);
-  prov_copy_inner_text(&show->VRFName, record->vrf_name, __func__);
-  prov_copy_inner_text(&show->VRFDescription, attributes.description, __func__);
-  prov_copy_inner_text(&show->RouteDistinguisher, attributes.rd, __func__);
-  show->isBigVrf = attributes.is_big_vrf;
-  if (record->vrf_name == router::kDefaultVrf) {
-    add_default_vrf_ifs(&show->Interfaces);
-    return;
-  }
-  add_ifs(&show->Interfaces, record->vrf_name);
+ShowInSteps::~ShowInSteps() {
+  if (names.has_begun) prov_release_parcel(&show, &kShowVrfParcel, __func__);
+}
+
+mpls_vpn_vrf* ShowInSteps::take() {
+  names = {};
+  return &show;
+}
+
+bool fill_show_vrf_parcel(ShowInSteps* filling, const VtabVrfRecord* record, std::uint32_t afi_index,
+                          std::uint32_t second_selector, bool is_xml, const KvSteps* steps) {
+  mpls_vpn_vrf* const show = &filling->show;
+  if (!filling->names.has_begun && !begin_show(show, record)) return true;
+  if (!add_ifs_some(&filling->names, &show->Interfaces, record->vrf_name, steps)) return false;
   add_selected_tables(&show->AF, record, afi_index, second_selector, is_xml);
+  return true;
 }
 
 std::uint32_t fill_vrf_invalid_parcel(mpls_vpn_vrf* show, const char* vrf_name) {
@@ -91,18 +131,16 @@ std::uint32_t fill_vrf_invalid_parcel(mpls_vpn_vrf* show, const char* vrf_name) 
 }
 
 Status mpls_vpn_mib_prov_get_vrf_show(KvReply* reply, const RequestArgs* args) {
+  if (const auto* begun = kvtree_resumed<SharedShow>(reply)) return resume_show(*begun, reply, args);
   if (const Status rc = prov_check_arguments(args, 1, kShowName)) return rc;
   const char* vrf_name = args->arg[0].text;
-  const bool is_xml = args->form == kFormEncodedName;
   mpls_vpn_debug(PROV, "Entering function %s with vrfName = %s, is_xml: %s", kShowName, vrf_name,
-                 is_xml ? "TRUE" : "FALSE");
+                 args->form == kFormEncodedName ? "TRUE" : "FALSE");
   VtabVrfRecord* record = nullptr;
   if (const Status rc = find_shown(vrf_name, &record)) return rc;
   mpls_vpn_debug(PROV, "Found VRF %s", record->vrf_name);
   mpls_vpn_mib_vrf_complete_missing(record);
-  mpls_vpn_vrf show;
-  fill_show_vrf_parcel(&show, record, 0, 0, is_xml);
-  return encode_named(reply, &show, kShowName);
+  return continue_show(std::make_shared<ShowInSteps>(), record, reply, args);
 }
 
 Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args) {

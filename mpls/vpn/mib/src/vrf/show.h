@@ -27,10 +27,33 @@ Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args
 // releases. An array or text that finds no memory is left out, which is reported and traced; the record
 // remains usable unless the VRF's name is missing. A missing argument is reported and fills nothing.
 
+// The two walks over the interfaces of a VRF that add_ifs makes, in steps: the interfaces are counted, then
+// their names are filled in. What changes meanwhile may be left out.
+struct IfNamesWalk {
+  bool has_begun = false;
+  bool has_counted = false;
+  std::uint32_t count = 0;
+  std::uint32_t if_index = 0;  // of the interface visited last; 0 before the first
+};
+
+// A show record that is filled in steps. It is released with its owner until it is taken.
+struct ShowInSteps {
+  ShowInSteps() = default;
+  ~ShowInSteps();
+  ShowInSteps(const ShowInSteps&) = delete;
+  ShowInSteps& operator=(const ShowInSteps&) = delete;
+  mpls_vpn_vrf* take();
+
+  mpls_vpn_vrf show{};
+  IfNamesWalk names;
+  bool is_filled = false;
+};
+
 // afi_index: 0 all address families, 1 IPv4, 2 IPv6. second_selector: 2 (multicast) takes no table of a given
 // address family.
-void fill_show_vrf_parcel(mpls_vpn_vrf* show, const VtabVrfRecord* record, std::uint32_t afi_index,
-                          std::uint32_t second_selector, bool is_xml);
+// False if the step was over before the end; then to be called again.
+bool fill_show_vrf_parcel(ShowInSteps* filling, const VtabVrfRecord* record, std::uint32_t afi_index,
+                          std::uint32_t second_selector, bool is_xml, const KvSteps* steps);
 // Name and interfaces only. The number of interfaces.
 std::uint32_t fill_vrf_invalid_parcel(mpls_vpn_vrf* show, const char* vrf_name);
 void fill_table_parcel(mpls_vpn_afi_safi* entry, const VtabTableRecord* table, const VtabVrfRecord* record);
@@ -38,6 +61,8 @@ void fill_show_rt_parcel(mpls_vpn_rt* entry, const RtNode* node);
 
 // The names of the VRF's interfaces (mpls_vpn_interfaces), "_" shown as "/". The number of names.
 std::uint32_t add_ifs(ParcelArray* interfaces, const char* vrf_name);
+// The same in steps: false if the step was over before the last interface.
+bool add_ifs_some(IfNamesWalk* walk, ParcelArray* interfaces, const char* vrf_name, const KvSteps* steps);
 // Those of the interfaces that are in no VRF.
 void add_default_vrf_ifs(ParcelArray* interfaces);
 // At most `slots` of the VRF's unicast and flow-rule tables (mpls_vpn_afi_safi).

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <string_view>
+#include <utility>
 
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/provider/request.h"
@@ -16,6 +18,7 @@
 namespace {
 
 constexpr std::size_t kNameSize = 64;
+constexpr char kAddIfs[] = "add_ifs";
 
 void copy_interface_name(mpls_vpn_interfaces* slot, const char* stored, const char* function) {
   std::array<char, kNameSize> name{};
@@ -28,6 +31,37 @@ bool is_in_default_vrf(const VtabIfRecord* record) {
   return record->vrf_name == router::kDefaultVrf;
 }
 
+// Null for none, and after a failure, which is reported.
+mpls_vpn_interfaces* allocate_names(std::uint32_t count, const char* tag, const char* function) {
+  if (count == 0) return nullptr;
+  auto* slots = static_cast<mpls_vpn_interfaces*>(calloc_tagged(count, sizeof(mpls_vpn_interfaces), tag));
+  if (slots == nullptr)
+    mpls_vpn_report_failure(PROV, kStatusNoMemory, "Cannot allocate memory in function %s", function);
+  return slots;
+}
+
+const IfNode* next_of_walk(const IfNamesWalk& walk, const char* vrf_name) {
+  if (walk.if_index == 0) return mpls_vpn_mib_get_first_if_of_vrf(vrf_name);
+  const IfNode* node = mpls_vpn_mib_if_dbase_after(vrf_name, walk.if_index);
+  const bool is_of_vrf = node != nullptr && node->vrf_name != nullptr && vrf_name != nullptr &&
+                         std::string_view(node->vrf_name) == vrf_name;
+  return is_of_vrf ? node : nullptr;
+}
+
+// Visits the nodes of the VRF that the walk has not visited. False if the step was over before the last.
+template <typename Visit>
+bool visit_nodes(IfNamesWalk* walk, const char* vrf_name, const KvSteps* steps, const Visit& visit) {
+  for (const IfNode* node = next_of_walk(*walk, vrf_name); node != nullptr;
+       node = mpls_vpn_mib_get_next_if_of_vrf(node, vrf_name)) {
+    visit(*node);
+    if (steps == nullptr || !steps->is_over()) continue;
+    walk->if_index = node->if_index;
+    return false;
+  }
+  walk->if_index = 0;
+  return true;
+}
+
 // Stores the names of the interfaces that the walk visits, at most as many as a first walk has counted. The
 // number of names.
 template <typename Walk>
@@ -35,12 +69,8 @@ std::uint32_t add_names(ParcelArray* interfaces, const char* tag, const char* fu
   *interfaces = {};
   std::uint32_t count = 0;
   walk([&](const char*) { ++count; });
-  if (count == 0) return 0;
-  auto* slots = static_cast<mpls_vpn_interfaces*>(calloc_tagged(count, sizeof(mpls_vpn_interfaces), tag));
-  if (slots == nullptr) {
-    mpls_vpn_report_failure(PROV, kStatusNoMemory, "Cannot allocate memory in function %s", function);
-    return 0;
-  }
+  mpls_vpn_interfaces* const slots = allocate_names(count, tag, function);
+  if (slots == nullptr) return 0;
   std::uint32_t filled = 0;
   walk([&](const char* name) {
     if (filled < count) copy_interface_name(&slots[filled++], name, function);
@@ -60,12 +90,26 @@ void add_default_vrf_ifs(ParcelArray* interfaces) {
   });
 }
 
-std::uint32_t add_ifs(ParcelArray* interfaces, const char* vrf_name) {
-  (void)mpls_vpn_mib_clean_if_dbase();  // nodes that could not be repaired are shown too
-  return add_names(interfaces, "If in VRF", __func__, [vrf_name](const auto& visit) {
-    for (const IfNode* node = mpls_vpn_mib_get_first_if_of_vrf(vrf_name); node != nullptr;
-         node = mpls_vpn_mib_get_next_if_of_vrf(node, vrf_name)) {
-      visit(node->if_name);
-    }
+bool add_ifs_some(IfNamesWalk* walk, ParcelArray* interfaces, const char* vrf_name, const KvSteps* steps) {
+  if (!std::exchange(walk->has_begun, true)) {
+    *interfaces = {};
+    (void)mpls_vpn_mib_clean_if_dbase();  // nodes that could not be repaired are shown too
+  }
+  if (!walk->has_counted) {
+    if (!visit_nodes(walk, vrf_name, steps, [walk](const IfNode&) { ++walk->count; })) return false;
+    walk->has_counted = true;
+    interfaces->elements = allocate_names(walk->count, "If in VRF", kAddIfs);
+  }
+  if (interfaces->elements == nullptr) return true;
+  auto* slots = static_cast<mpls_vpn_interfaces*>(interfaces->elements);
+  return visit_nodes(walk, vrf_name, steps, [=](const IfNode& node) {
+    if (interfaces->count < walk->count)
+      copy_interface_name(&slots[interfaces->count++], node.if_name, kAddIfs);
   });
+}
+
+std::uint32_t add_ifs(ParcelArray* interfaces, const char* vrf_name) {
+  IfNamesWalk walk;
+  (void)add_ifs_some(&walk, interfaces, vrf_name, nullptr);  // without steps it has an end
+  return static_cast<std::uint32_t>(interfaces->count);
 }

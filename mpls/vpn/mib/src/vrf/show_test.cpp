@@ -70,10 +70,10 @@ TEST_F(VrfShow, MissingRouteDistinguisherIsFetched) {
 
 TEST_F(VrfShow, MissingRecordIsReportedAndFillsNothing) {
   OnlyArea(ERR);
-  mpls_vpn_vrf show;
-  fill_show_vrf_parcel(&show, nullptr, 0, 0, false);
+  ShowInSteps filling;
+  EXPECT_TRUE(fill_show_vrf_parcel(&filling, nullptr, 0, 0, false, nullptr));
   EXPECT_THAT(Prints(), ElementsAre("NULL arguments in fill_show_vrf_parcel"));
-  EXPECT_EQ(show.VRFName, nullptr);
+  EXPECT_EQ(filling.show.VRFName, nullptr);
   EXPECT_EQ(Traced("mpls_vpn/error").size(), 1U);
 }
 

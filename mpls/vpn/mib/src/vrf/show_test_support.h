@@ -88,11 +88,10 @@ class VrfShow : public RouteTablesTest {
                                         bool is_xml = false) {
     Run();
     ClearPrints();
-    mpls_vpn_vrf show;
-    fill_show_vrf_parcel(&show, vtab_get_vrf_record_by_vrf_name(vrf), afi_index, selector, is_xml);
-    const std::vector<std::string> tables = TablesOf(show);
-    EXPECT_EQ(parcel_free_indirections(&kShowVrfParcel, &show), kStatusOk);
-    return tables;
+    ShowInSteps filling;
+    EXPECT_TRUE(fill_show_vrf_parcel(&filling, vtab_get_vrf_record_by_vrf_name(vrf), afi_index, selector,
+                                     is_xml, nullptr));
+    return TablesOf(filling.show);
   }
   // What fill_table_parcel makes of a table that the record service does not have.
   std::string Table(const char* vrf, std::uint32_t afi, std::uint32_t safi) {
