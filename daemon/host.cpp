@@ -145,10 +145,11 @@ bool arm_faults() {
   return true;
 }
 
-bool make_directory(const std::string& directory, mode_t mode) {
+bool make_directory(const std::string& directory, mode_t mode, mode_t file_mode) {
   std::error_code failure;
   std::filesystem::create_directories(std::filesystem::path(directory).parent_path(), failure);
-  const Status status = failure ? static_cast<Status>(failure.value()) : prepare_directory(directory, mode);
+  Status status = failure ? static_cast<Status>(failure.value()) : prepare_directory(directory, mode);
+  if (status == kStatusOk) status = restrict_files(directory, file_mode);
   if (status == kStatusOk) return true;
   log_error("mpls_vpn_mib", "cannot use %s: %s", directory.c_str(), err_text(status));
   return false;
@@ -157,8 +158,8 @@ bool make_directory(const std::string& directory, mode_t mode) {
 // No file is for other users, whatever the mode with which a library creates it.
 bool make_directories() {
   umask(umask(0) | S_IWGRP | S_IWOTH);  // for missing parents
-  const bool made = make_directory(run_directory(), kRunDirectoryMode) &&
-                    make_directory(state_directory(), kStateDirectoryMode);
+  const bool made = make_directory(run_directory(), kRunDirectoryMode, kRunFileMode) &&
+                    make_directory(state_directory(), kStateDirectoryMode, kPrivateFileMode);
   umask(S_IRWXG | S_IRWXO);
   return made;
 }

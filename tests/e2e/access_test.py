@@ -95,6 +95,18 @@ class AccessTest(unittest.TestCase):
                          {name: oct(mode) for name, mode in expected.items()})
         self.assertEqual({mode_of(path) for path in (self.run_directory / "trace").iterdir()}, {0o640})
 
+    def test_files_of_a_former_start_lose_excess_permissions(self):
+        self.system.start_daemon()
+        self.system.kill("daemon")
+        for folder, name in ((self.state, "configuration.db.unusable.1"), (self.run_directory, "trace/a.former.one")):
+            (folder / name).touch()
+        files = [path for folder in (self.run_directory, self.state) for path in folder.rglob("*") if path.is_file()]
+        for path in files:
+            path.chmod(0o666)
+        self.system.start_daemon()
+        modes = {path.name: oct(mode_of(path)) for path in files}
+        self.assertEqual(modes, {path.name: oct(0o600 if path.parent == self.state or path.name == "lock" else 0o640) for path in files})
+
     def test_missing_parents_of_directories_may_be_written_by_their_owner_only(self):
         self.system.environment["MPLS_VPN_MIB_STATE_DIR"] = str(self.system.folder / "new/deep/state")
         before = os.umask(0)

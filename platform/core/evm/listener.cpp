@@ -27,7 +27,6 @@
 
 namespace {
 
-constexpr mode_t kSocketMode = 0660;
 constexpr int kBacklog = 512;
 // A dispatch accepts the whole backlog: a connection that waits would miss more iterations
 // during a flood. It ends after the connection that exceeds this time.

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "platform/core/base/log.h"
@@ -12,7 +14,6 @@
 
 namespace {
 
-constexpr mode_t kFileMode = 0600;
 constexpr mode_t kPermissions = 0777;
 
 using FileStatus = struct stat;
@@ -79,7 +80,7 @@ Status check_file(const std::string& path, const FileStatus& file) {
 }
 
 Status create_file(const std::string& path) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode);
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kPrivateFileMode);
   if (fd < 0) return errno_status();
   close(fd);
   return kStatusOk;
@@ -90,8 +91,15 @@ Status secure(const std::string& path, int fd) {
   FileStatus file{};
   if (fstat(fd, &file) != 0) return errno_status();
   if (const Status status = check_file(path, file)) return status;
-  if (!has_excess(file, kFileMode)) return kStatusOk;
-  return fchmod(fd, without_excess(file, kFileMode)) == 0 ? kStatusOk : errno_status();
+  if (!has_excess(file, kPrivateFileMode)) return kStatusOk;
+  return fchmod(fd, without_excess(file, kPrivateFileMode)) == 0 ? kStatusOk : errno_status();
+}
+
+Status restrict_file(const std::string& path, mode_t mode) {
+  FileStatus file{};
+  if (lstat(path.c_str(), &file) != 0) return errno == ENOENT ? kStatusOk : errno_status();
+  if (!S_ISREG(file.st_mode) || !has_excess(file, mode)) return kStatusOk;
+  return set_mode(path, without_excess(file, mode));
 }
 
 // A new directory has the mode whatever the umask is, and is found again after a power cut.
@@ -112,17 +120,28 @@ Status prepare_directory(const std::string& path, mode_t mode) {
   return has_excess(directory, mode) ? set_mode(path, without_excess(directory, mode)) : kStatusOk;
 }
 
+Status restrict_files(const std::string& directory, mode_t mode) {
+  namespace fs = std::filesystem;
+  std::error_code failure;
+  fs::recursive_directory_iterator entry(directory, fs::directory_options::skip_permission_denied, failure);
+  for (; !failure && entry != fs::end(entry); entry.increment(failure)) {
+    if (const Status status = restrict_file(entry->path(), mode)) return status;
+  }
+  return static_cast<Status>(failure.value());
+}
+
 Status prepare_private_file(const std::string& path) {
   FileStatus file{};
   if (lstat(path.c_str(), &file) != 0) return errno == ENOENT ? create_file(path) : errno_status();
   if (const Status status = check_file(path, file)) return status;
   if (const Status status = check_access(path, file)) return status;
-  return has_excess(file, kFileMode) ? set_mode(path, without_excess(file, kFileMode)) : kStatusOk;
+  return has_excess(file, kPrivateFileMode) ? set_mode(path, without_excess(file, kPrivateFileMode))
+                                            : kStatusOk;
 }
 
 int open_private_file(const std::string& path, int flags) {
   const int fd =
-      open(path.c_str(), flags | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kFileMode);
+      open(path.c_str(), flags | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kPrivateFileMode);
   if (fd < 0) return -1;
   const Status status = secure(path, fd);
   if (status == kStatusOk) return fd;

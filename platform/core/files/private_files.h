@@ -11,13 +11,20 @@
 #include "platform/core/base/status.h"
 
 inline constexpr mode_t kRunDirectoryMode = 0750;  // the group may connect to the sockets
+inline constexpr mode_t kRunFileMode = 0640;       // mplsvpn reads the files for users of the group
+inline constexpr mode_t kSocketMode = 0660;
 inline constexpr mode_t kStateDirectoryMode = 0700;
+inline constexpr mode_t kPrivateFileMode = 0600;  // in the state directory, and the lock of the run directory
 
 // Creates the directory, whose parent must exist, or takes from an existing one of this user the permissions
 // that `mode` does not have. kStatusAccess, with the reason in the log, if the directory or a symbolic link
 // to it belongs to another user, if everybody may write to it (any user could have made its content), or if
 // it is root's and its group may, which this process cannot change. Otherwise the system's error.
 [[nodiscard]] Status prepare_directory(const std::string& path, mode_t mode);
+
+// Takes from this user's regular files below the directory the permissions that `mode` does not have: another
+// release may have left them. A directory that this process may not read is left out. The system's error.
+[[nodiscard]] Status restrict_files(const std::string& directory, mode_t mode);
 
 // Creates the file with mode 0600 or takes the permissions of group and others from an existing one.
 // kStatusAccess, with the reason in the log, if it is a symbolic link or another special file, belongs to

@@ -176,6 +176,33 @@ TEST_F(PrivateFiles, FileOfRootThatThisUserMayNotUseIsRefused) {
   ASSERT_EQ(seteuid(0), 0);
 }
 
+// What another release left, in whatever file or folder.
+TEST_F(PrivateFiles, FilesOfADirectoryLoseThePermissionsOfOthers) {
+  MakeFile(0666);
+  const std::string below = folder.path() + "/below";
+  ASSERT_EQ(mkdir(below.c_str(), 0750), 0);
+  for (const auto& [name, mode] : {std::pair{"/wide", 0777U}, std::pair{"/strict", 0400U}}) {
+    std::ofstream(below + name) << "content";
+    ASSERT_EQ(chmod((below + name).c_str(), mode), 0);
+  }
+  ASSERT_EQ(restrict_files(folder.path(), kRunFileMode), kStatusOk);
+  EXPECT_EQ(ModeOf(path), 0640U);
+  EXPECT_EQ(ModeOf(below + "/wide"), 0640U);
+  EXPECT_EQ(ModeOf(below + "/strict"), 0400U);
+  EXPECT_EQ(ModeOf(below), 0750U);
+  EXPECT_EQ(restrict_files(folder.path() + "/missing", kRunFileMode), static_cast<Status>(ENOENT));
+}
+
+TEST_F(PrivateFiles, TargetsOfLinksInADirectoryKeepTheirPermissions) {
+  MakeFile(0644);
+  const std::string inside = folder.path() + "/inside";
+  ASSERT_EQ(mkdir(inside.c_str(), 0700), 0);
+  std::filesystem::create_symlink(path, inside + "/link");
+  std::filesystem::create_symlink(folder.path(), inside + "/folder");
+  ASSERT_EQ(restrict_files(inside, kPrivateFileMode), kStatusOk);
+  EXPECT_EQ(ModeOf(path), 0644U);
+}
+
 // As a user who could write to the directory would prepare it.
 TEST_F(PrivateFiles, ReplacedFileDoesNotFollowALinkInPlaceOfItsTemporaryFile) {
   const std::string target = folder.path() + "/precious";

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "platform/core/base/status.h"
+#include "platform/core/files/private_files.h"
 
 // What the new content survives once it is written.
 enum class Survives : std::uint8_t { kProcess, kPowerCut };
@@ -15,5 +16,5 @@ enum class Survives : std::uint8_t { kProcess, kPowerCut };
 // Replaces the file's content completely or not at all: the text is written to PATH.new, which is then
 // renamed. The file has that mode, whatever the umask is. A power cut may undo it, or leave an empty file,
 // unless it is to survive one. Returns the system's error; PATH.new is removed then.
-[[nodiscard]] Status replace_file(const std::string& path, std::string_view text, mode_t mode = 0600,
-                                  Survives survives = Survives::kProcess);
+[[nodiscard]] Status replace_file(const std::string& path, std::string_view text,
+                                  mode_t mode = kPrivateFileMode, Survives survives = Survives::kProcess);

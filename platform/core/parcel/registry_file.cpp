@@ -19,7 +19,6 @@ namespace {
 
 constexpr std::string_view kHeading = "# mpls_vpn_mib record definitions, 1";
 constexpr std::size_t kMaxFileSize = 4U << 20;
-constexpr mode_t kFileMode = 0640;  // mplsvpn reads it for users of the group
 
 std::string registry_path() {
   return run_directory() + "/parcel.registry";
@@ -77,7 +76,7 @@ Definitions read_registry_file() {
 
 Status write_registry_file(const Definitions& definitions) {
   if (const Status status = prepare_directory(run_directory(), kRunDirectoryMode)) return status;
-  return replace_file(registry_path(), file_text(definitions), kFileMode);
+  return replace_file(registry_path(), file_text(definitions), kRunFileMode);
 }
 
 }  // namespace parcel_detail

@@ -35,8 +35,6 @@ struct TraceBuffer {
 
 namespace {
 
-constexpr mode_t kFileMode = 0640;  // mplsvpn reads it for users of the group
-
 using Text = std::array<char, kTextWords * 8>;
 
 Status last_error() {
@@ -51,10 +49,10 @@ std::uint32_t thread_id() {
 // A mapping of a new file of that size, or null and errno.
 void* map_new_file(const char* path, std::size_t size) {
   unlink(path);  // left by a process that died while opening; if it remains, the next call returns the reason
-  const int fd = open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode);
+  const int fd = open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kRunFileMode);
   if (fd < 0) return nullptr;
   void* mapping = MAP_FAILED;
-  int full = fchmod(fd, kFileMode) == 0 ? 0 : errno;  // whatever the umask is
+  int full = fchmod(fd, kRunFileMode) == 0 ? 0 : errno;  // whatever the umask is
   if (full == 0) full = posix_fallocate(fd, 0, static_cast<off_t>(size));
   if (full == 0) mapping = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   const int failure = full != 0 ? full : errno;

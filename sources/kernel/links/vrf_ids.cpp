@@ -87,7 +87,7 @@ void VrfIds::write() {
   for (const auto& [name, known] : known_) {
     text += std::to_string(known.id) + ' ' + std::to_string(known.table) + ' ' + name + '\n';
   }
-  const Status status = replace_file(path_, text, 0600, Survives::kPowerCut);
+  const Status status = replace_file(path_, text, kPrivateFileMode, Survives::kPowerCut);
   unwritten_ = status != kStatusOk;
   if (unwritten_ && !failure_logged_) {
     log_warning("kernel", "%s: %s; VRFs that share a table may exchange their times when the daemon restarts",
