@@ -5,6 +5,7 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
 #include "platform/core/wire/test_server.h"
+#include "platform/core/wire/users.h"
 
 namespace wire {
 namespace {
@@ -137,6 +138,34 @@ TEST_F(RateTest, ServerThatEndsWhileRequestsWaitIsNotServedByItsTimer) {
   clock.advance(kNanosecondsPerSecond);
   Step();
   EXPECT_THAT(ReadAll(client), IsEmpty());
+}
+
+// A user with a client, and many that have left.
+class ForgottenUsers : public ::testing::Test {
+ protected:
+  static constexpr std::size_t kMany = 5000;
+  std::shared_ptr<User> Find(uid_t uid) { return users.find({uid, 0, 0, {}}, Role::kRead); }
+  void LetManyLeave(std::uint64_t requests) {
+    for (uid_t uid = 1; uid <= kMany; ++uid) users.spend(*Find(uid), requests);
+  }
+
+  const Limits limits;
+  ManualClock clock{kNanosecondsPerSecond};
+  Users users{limits};
+  const std::shared_ptr<User> connected = Find(60001);
+};
+
+TEST_F(ForgottenUsers, AreThoseWhoLeftAndKeepToTheirRate) {
+  LetManyLeave(1);
+  clock.advance(kNanosecondsPerSecond);
+  EXPECT_EQ(Find(60001), connected);
+  EXPECT_EQ(users.count(), 1U);
+}
+
+TEST_F(ForgottenUsers, AreOthersTooOnceThereAreTooMany) {
+  LetManyLeave(limits.requests_per_second);
+  EXPECT_LT(users.count(), kMany / 2);
+  EXPECT_EQ(Find(60001), connected);
 }
 
 }  // namespace

@@ -61,6 +61,7 @@ class Users {
   // Counts requests for the user's rate.
   void spend(User& user, std::uint64_t requests) const;
   bool connects_too_often(const User& user) const;
+  std::size_t count() const { return users_.size(); }
   // Charges the client and its user for the time that its message took.
   void charge(Connection& client, std::uint64_t nanoseconds);
 
