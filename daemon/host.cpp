@@ -19,6 +19,7 @@
 #include "daemon/host.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -40,6 +41,7 @@
 #include "platform/core/evm/evm.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/files/private_files.h"
+#include "platform/core/wire/peer.h"
 #include "platform/core/wire/wire.h"
 #include "platform/router/model/router.h"
 #include "platform/router/services/services.h"
@@ -183,6 +185,14 @@ bool prepare_store() {
   return false;
 }
 
+void warn_of_shared_user() {
+  if (!wire::runs_as_overflow_user()) return;
+  log_warning("mpls_vpn_mib",
+              "the kernel reports every user without an id here as user %u, so only root and the group of "
+              "administrators may configure: run the daemon as a user of its own",
+              geteuid());
+}
+
 int refuse(const std::string& error) {
   log_error("mpls_vpn_mib", "%s", error.c_str());
   return 1;
@@ -192,6 +202,7 @@ int refuse(const std::string& error) {
 
 int start_host() {
   log_limit(kLogLines, kLogInterval);
+  warn_of_shared_user();
   if (!arm_faults() || !make_directories()) return 1;
   Settings settings;
   std::string error;

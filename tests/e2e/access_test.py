@@ -257,25 +257,43 @@ class RolesTest(unittest.TestCase):
             wait_until("the sub-agent's message", lambda: "untrusted user" in self.system.log("agent"))
 
 
+OVERFLOW_USER = 65534
+
+
 @NEEDS_ROOT
 class UnprivilegedDaemonTest(unittest.TestCase):
-    def test_daemon_follows_the_kernel_without_any_privilege(self):
-        system = self.enterContext(System(source="kernel", frr="false"))
+    def start(self, user, **options):
+        """A daemon of this user, without other groups."""
+        system = self.enterContext(System(**options))
         system.folder.chmod(0o755)
-        programs = system.folder / "programs"
-        shutil.copytree(BIN.parent / "bin", programs / "bin")
-        shutil.copytree(BIN.parent / "lib", programs / "lib")
-        system.environment["MPLS_VPN_MIB_LIB_DIR"] = str(programs / "lib")
+        self.programs = system.folder / "programs"
+        for name in ("bin", "lib"):
+            shutil.copytree(BIN.parent / name, self.programs / name)
+        system.environment["MPLS_VPN_MIB_LIB_DIR"] = str(self.programs / "lib")
         for name in ("run", "state"):
-            os.chown(system.folder / name, ANOTHER_USER, ANOTHER_USER)
+            os.chown(system.folder / name, user, user)
         with open(system.folder / "daemon.log", "a") as log:
-            daemon = subprocess.Popen([str(programs / "bin/mpls_vpn_mib")], env=system.environment, stdin=subprocess.DEVNULL,
-                                      stdout=log, stderr=log, cwd="/", user=ANOTHER_USER, group=ANOTHER_USER, extra_groups=[])
-        system.processes["daemon"] = daemon
+            system.processes["daemon"] = subprocess.Popen(
+                [str(self.programs / "bin/mpls_vpn_mib")], env=system.environment, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                cwd="/", user=user, group=user, extra_groups=[])
         wait_until("daemon", lambda: system.cli("show", "scalars").returncode == 0, 30)
+        return system
+
+    def may_configure(self, system, user, group):
+        command = [str(self.programs / "bin/mplsvpn"), "config", "set", "vrf", "red", "description", str(user)]
+        return subprocess.run(command, env=system.environment, check=False, capture_output=True, cwd="/", user=user, group=group,
+                              extra_groups=[], timeout=60 * SLOW).returncode == 0
+
+    def test_daemon_that_runs_as_the_overflow_user_gives_it_no_rights(self):
+        system = self.start(OVERFLOW_USER)
+        self.assertTrue(self.may_configure(system, 0, OVERFLOW_USER))
+        self.assertFalse(self.may_configure(system, OVERFLOW_USER, OVERFLOW_USER))
+        self.assertIn("run the daemon as a user of its own", system.log("daemon"))
+
+    def test_daemon_follows_the_kernel_without_any_privilege(self):
+        system = self.start(ANOTHER_USER, source="kernel", frr="false")
         for user in (0, ANOTHER_USER):
-            subprocess.run([str(programs / "bin/mplsvpn"), "config", "set", "vrf", "red", "description", str(user)],
-                           env=system.environment, check=True, cwd="/", user=user, extra_groups=[], timeout=60 * SLOW)
+            self.assertTrue(self.may_configure(system, user, ANOTHER_USER), user)
         owners = {path.stat().st_uid for path in (*(system.folder / "state").iterdir(), *(system.folder / "run").iterdir())}
         self.assertEqual(owners, {ANOTHER_USER})
 

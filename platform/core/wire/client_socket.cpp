@@ -55,7 +55,7 @@ Status connect_status(int error) {
 
 // Who may create the socket there, root and this user: anyone else has replaced it.
 bool is_trusted(uid_t server, const std::string& path) {
-  if (server == 0 || server == geteuid()) return true;
+  if (server == 0 || is_own_user(server)) return true;
   const std::size_t slash = path.rfind('/');
   const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   struct stat status {};

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -21,6 +22,25 @@ namespace {
 
 constexpr std::uint64_t kLifetime = 60 * kNanosecondsPerSecond;
 
+constexpr unsigned kUsualOverflowId = 65534;
+
+// The ids that the kernel reports for users and groups without an id in this process's user namespace.
+struct OverflowIds {
+  unsigned user = read("/proc/sys/kernel/overflowuid");
+  unsigned group = read("/proc/sys/kernel/overflowgid");
+
+ private:
+  static unsigned read(const char* path) {
+    unsigned id = 0;
+    return std::ifstream(path) >> id ? id : kUsualOverflowId;
+  }
+};
+
+const OverflowIds& overflow_ids() {
+  static const OverflowIds ids;
+  return ids;
+}
+
 // A group that a setting names. Its id is remembered for a minute, a missing group too: the name service may
 // be on another host. It is then asked in the background, and what it said before counts until it answers, so
 // that one that is slow or does not work delays no client and takes no role away.
@@ -30,7 +50,8 @@ class NamedGroup {
 
   bool has(const Peer& peer) {
     const std::optional<gid_t> group = find();
-    return group && (peer.gid == *group || std::ranges::find(peer.groups, *group) != peer.groups.end());
+    if (!group || *group == overflow_ids().group) return false;
+    return peer.gid == *group || std::ranges::find(peer.groups, *group) != peer.groups.end();
   }
   void forget() {
     const std::lock_guard lock(mutex_);
@@ -133,6 +154,14 @@ Peer read_peer(int fd) {
   return {credentials.uid, credentials.gid, credentials.pid, peer_groups(fd)};
 }
 
+bool runs_as_overflow_user() {
+  return geteuid() == overflow_ids().user;
+}
+
+bool is_own_user(uid_t user) {
+  return user == geteuid() && !runs_as_overflow_user();
+}
+
 FindGroup find_group = &ask_name_service;
 RunInBackground run_in_background = &run_in_thread;
 
@@ -142,7 +171,7 @@ void forget_groups() {
 }
 
 Role peer_role(const Peer& peer) {
-  if (peer.uid == 0 || peer.uid == geteuid()) return Role::kConfigure;
+  if (peer.uid == 0 || is_own_user(peer.uid)) return Role::kConfigure;
   if (named_groups().administrators.has(peer)) return Role::kConfigure;
   return named_groups().agents.has(peer) ? Role::kAgent : Role::kRead;
 }

@@ -31,6 +31,11 @@ enum class Role : std::uint8_t {
 // Unknown ids without groups, which have no rights, unless the descriptor is a connected Unix socket.
 Peer read_peer(int fd);
 
+// Whether a peer with this id is certainly this process's user. The kernel reports its overflow id
+// for every user without an id in this process's user namespace; overflow groups give no role either.
+bool is_own_user(uid_t user);
+bool runs_as_overflow_user();
+
 // Administrators are the members of the group "mpls_vpn_admin", or of the one that MPLS_VPN_MIB_ADMIN_GROUP
 // names; agents those of "mpls_vpn_agent" or MPLS_VPN_MIB_AGENT_GROUP. A member of both is an administrator.
 // The name service is asked at the first call, then at most once a minute for each group in the background,

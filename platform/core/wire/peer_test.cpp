@@ -3,6 +3,7 @@
 
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -85,6 +86,28 @@ TEST(PeerTest, KernelReportsTheGroupsOfAnotherUser) {
   EXPECT_EQ(RoleOfAnotherUser({60002, gid}), Role::kAgent);
   unsetenv("MPLS_VPN_MIB_ADMIN_GROUP");
   unsetenv("MPLS_VPN_MIB_AGENT_GROUP");
+}
+
+// In a user namespace without ids every user is the overflow user, this process's own as well.
+TEST(PeerTest, UserWithoutAnIdIsNotTheOwnUser) {
+  std::array<int, 2> pair{-1, -1};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair.data()), 0);
+  constexpr int kCannot = 99;
+  const pid_t child = fork();
+  if (child == 0) {
+    setenv("MPLS_VPN_MIB_ADMIN_GROUP", "nogroup", 1);
+    if (getgrnam("nogroup") == nullptr || unshare(CLONE_NEWUSER) != 0) _exit(kCannot);
+    const Peer peer = read_peer(pair[0]);
+    const bool is_unknown = peer.uid == geteuid() && peer.gid == getgrnam("nogroup")->gr_gid;
+    _exit(is_unknown ? static_cast<int>(peer_role(peer)) : kCannot - 1);
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  ::close(pair[0]);
+  ::close(pair[1]);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == kCannot)
+    GTEST_SKIP() << "SKIPPED: needs user namespaces and the group nogroup";
+  EXPECT_EQ(WEXITSTATUS(status), static_cast<int>(Role::kRead)) << status;
 }
 
 // A name service with two groups, which counts its questions. In the background it answers when it is let.
