@@ -63,11 +63,13 @@ void SubAgent::step() {
   daemon_.step();
   session_.step();
   traps_.step();
+  flood_end_ = log_report_floods();
 }
 
 int SubAgent::wait_ms(int max_wait_ms) const {
   const std::uint64_t now = clock_monotonic();
-  const std::uint64_t due = std::min({daemon_.deadline(), session_.deadline(), traps_.deadline()});
+  const std::uint64_t due =
+      std::min({daemon_.deadline(), session_.deadline(), traps_.deadline(), flood_end_});
   const std::uint64_t ns = due > now ? due - now : 0;
   constexpr std::uint64_t kLongest = 60'000;
   const std::uint64_t ms =

@@ -46,6 +46,7 @@ class SubAgent {
   Responder responder_;
   agentx::Session session_;
   TrapFeed traps_;
+  std::uint64_t flood_end_ = UINT64_MAX;  // when the log has to be asked for the count of a flood
 };
 
 }  // namespace agent

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "agent/sub_agent_test_support.h"
+#include "platform/core/base/log.h"
 
 namespace {
 
@@ -113,6 +114,26 @@ TEST_F(SubAgentTest, OneHangingReadIsAllThatARequestWithManyRangesWaitsFor) {
   EXPECT_EQ(Ask(PduType::kGetNext, names).head.error, 5);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
   EXPECT_TRUE(sub_agent_.registered());
+}
+
+// No other line need follow, and no request.
+TEST_F(SubAgentTest, FloodOfLogLinesIsCountedWhenItsIntervalEnds) {
+  daemon_.Start(5);
+  Run();
+  ASSERT_TRUE(sub_agent_.registered());
+  constexpr int kInterval = 50;
+  log_limit(1, kInterval * kNanosecondsPerMillisecond);
+  testing::internal::CaptureStderr();
+  for (int line = 0; line < 3; ++line) log_warning("test", "line %d", line);
+  const auto begin = std::chrono::steady_clock::now();
+  sub_agent_.run_once(-1, -1);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5))
+      << "it waits for the interval only";
+  Pass(kInterval);
+  sub_agent_.run_once(-1, 0);
+  log_limit(0, 0);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "test: line 0\ntest: 2 similar lines were suppressed, the last one: line 2\n");
 }
 
 TEST_F(SubAgentTest, WakeDescriptorEndsTheWait) {

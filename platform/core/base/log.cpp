@@ -124,10 +124,15 @@ void log_info(const char* module, const char* format, ...) {
   va_end(arguments);
 }
 
-void log_report_floods() {
+std::uint64_t log_report_floods() {
   LogLimiter& limits = limiter();
   const std::lock_guard lock(limits.mutex);
   report_suppressed(&limits, clock_monotonic());
+  std::uint64_t next = UINT64_MAX;
+  for (const auto& [kind, count] : limits.counts) {
+    if (count.suppressed > 0) next = std::min(next, count.end);
+  }
+  return next;
 }
 
 void log_limit(unsigned lines, std::uint64_t interval) {

@@ -26,8 +26,9 @@ enum class LogSeverity : std::uint8_t {
 // count and the last text when the interval has ended. While a flood lasts, the count is the only line of its
 // kind in each interval. 0 lines, the default, means no limit.
 void log_limit(unsigned lines, std::uint64_t interval);
-// Writes the counts of the intervals that have ended.
-void log_report_floods();
+// Writes the counts of the intervals that have ended. Returns when the next one ends of which lines are
+// suppressed (clock_monotonic()); UINT64_MAX without one.
+std::uint64_t log_report_floods();
 
 // The limit for programs that run for long: 100 lines in 10 seconds.
 inline constexpr unsigned kLogLines = 100;
