@@ -73,8 +73,8 @@ void Candidate::lock() const {
   pid_t holder = 0;
   const Status status = lock_file(file_, candidate_patience, &holder);
   if (status == kStatusTimedOut) {
-    throw Failure(kExitFailed,
-                  fmt::format("{}: process {} has it locked: wait for its end, or end it", path_, holder));
+    throw Failure(kExitFailed, fmt::format("{}: {} has it locked: wait for its end, or end it", path_,
+                                           describe_process(holder)));
   }
   if (status != kStatusOk) throw failure(static_cast<int>(status));
 }
