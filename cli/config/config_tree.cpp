@@ -143,9 +143,9 @@ std::string make_commit(const Session& session, kvtree::Client& client, const st
   }
   if (result.status == kStatusAccess) throw no_right("change the configuration");
   if (result.status) {
-    const Failure failure = request_failure(session, "config " + printable(what), result.status);
-    if (result.error.empty()) throw failure;
-    throw Failure(failure.exit_status(), fmt::format("{}: {}", failure.what(), printable(result.error)));
+    const std::string command = "config " + printable(what);
+    const std::string reason = result.error.empty() ? "" : command + ": " + printable(result.error);
+    throw request_failure(session, command, result.status, reason);
   }
   return std::move(result.id);
 }

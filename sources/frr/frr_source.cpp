@@ -409,7 +409,8 @@ void FrrSource::write_next() {
 
 void FrrSource::written(const Write& write, Status status, const std::string& error) {
   if (status && write.owned->written) {
-    log_error("frr", "cannot write %s: %s: %s", write.what.c_str(), err_text(status), error.c_str());
+    log_error("frr", "cannot write %s: %s", write.what.c_str(),
+              error.empty() ? err_text(status) : error.c_str());
   }
   write.owned->written = !status;
   write_next();

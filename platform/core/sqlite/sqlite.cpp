@@ -46,6 +46,11 @@ Status prepare_files(const std::string& path) {
   return kStatusOk;
 }
 
+// Codes with which the operating system's error is stored.
+bool is_of_a_file(int code) {
+  return primary(code) == SQLITE_IOERR || primary(code) == SQLITE_CANTOPEN;
+}
+
 // SQLite treats a null pointer as NULL, and an empty view may have one.
 template <typename Octet>
 const Octet* not_null(const Octet* octets) {
@@ -76,14 +81,21 @@ int run(sqlite3* connection, const char* sql) {
 }
 
 Status status_of(sqlite3* connection, int code) {
-  if (primary(code) == SQLITE_IOERR || primary(code) == SQLITE_CANTOPEN) {
-    const int error = connection == nullptr ? 0 : sqlite3_system_errno(connection);
+  if (is_of_a_file(code)) {
+    const int error = sqlite3_system_errno(connection);
     return error > 0 ? static_cast<Status>(error) : kStatusIo;
   }
   for (const CodeStatus& entry : kStatuses) {
     if (entry.code == primary(code)) return entry.status;
   }
   return kStatusIo;
+}
+
+std::string reason_of(sqlite3* connection, int code) {
+  const bool has_errno = is_of_a_file(code) && sqlite3_system_errno(connection) > 0;
+  if (has_errno || primary(code) == SQLITE_FULL) return err_text(status_of(connection, code));
+  const bool is_latest = connection != nullptr && sqlite3_extended_errcode(connection) == code;
+  return is_latest ? sqlite3_errmsg(connection) : sqlite3_errstr(code);
 }
 
 int Statement::prepare(sqlite3* connection, const char* sql) {

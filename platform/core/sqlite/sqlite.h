@@ -42,6 +42,9 @@ inline int primary(int code) {
 // otherwise the closest errno value. SQLITE_OK, SQLITE_ROW and SQLITE_DONE are kStatusOk.
 Status status_of(sqlite3* connection, int code);
 
+// Why the call failed, for people: the operating system's error if it is known, otherwise SQLite's message.
+std::string reason_of(sqlite3* connection, int code);
+
 // A prepared statement. Use: bind by number from 1, step; reset before the next use. All calls of a statement
 // that could not be prepared fail with SQLITE_MISUSE, so it is enough to check the last one.
 class Statement {

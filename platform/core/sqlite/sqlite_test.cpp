@@ -78,6 +78,16 @@ TEST_F(SqliteTest, CodesBecomeTheSystemsErrors) {
   EXPECT_EQ(status_of(connection.get(), code), static_cast<Status>(ENOENT));
 }
 
+TEST_F(SqliteTest, ReasonIsThatOfTheSystemIfItIsKnown) {
+  const int code = open(directory.path() + "/missing/a.db", &connection);
+  EXPECT_EQ(reason_of(connection.get(), code), "No such file or directory");
+  EXPECT_EQ(reason_of(nullptr, SQLITE_FULL), "No space left on device");
+  EXPECT_EQ(reason_of(nullptr, SQLITE_NOTADB), "file is not a database");
+  Open();
+  const int failed = run(connection.get(), "DROP TABLE t");
+  EXPECT_EQ(reason_of(connection.get(), failed), "no such table: t");
+}
+
 TEST_F(SqliteTest, SecondWriterIsBusy) {
   Open(path);
   Connection other;

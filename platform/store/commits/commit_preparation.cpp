@@ -84,15 +84,10 @@ Status plan(const CommitRequest& request, CommitPlan* plan, std::string* error) 
   return check_size(*plan, error);
 }
 
-// The database has a better reason than the status: "database or disk is full".
 Status write(const CommitRequest& request, std::uint64_t time, NodeStore* node_store,
              PreparedCommit* prepared) {
-  std::string reason;
   const CommitHead head{time, std::string_view(request.comment).substr(0, kMaxCommitComment)};
-  const Status status = node_store->write(prepared->plan, head, &prepared->id, &reason);
-  if (status != kStatusOk)
-    prepared->error = "it could not be stored: " + (reason.empty() ? err_text(status) : reason);
-  return status;
+  return node_store->write(prepared->plan, head, &prepared->id, &prepared->error);
 }
 
 }  // namespace

@@ -163,7 +163,7 @@ TEST_F(ConfigHistory, CommitThatCannotBeWrittenChangesNothing) {
     const ScopedFault fault(point, kStatusIo);
     EXPECT_EQ(kvtree_config_commit("user", {SetTo("/cfg/a", "y"), SetTo("/cfg/b", "y")}, "", &id, &error),
               kStatusIo);
-    EXPECT_THAT(error, HasSubstr("it could not be stored"));
+    EXPECT_EQ(error, "Input/output error: " + File() + " cannot be written");
     EXPECT_EQ(id, "");
     EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x"));
   }
@@ -182,13 +182,23 @@ TEST_F(ConfigHistory, ReasonOfTheDatabaseIsReported) {
             " BEGIN SELECT RAISE(ABORT, 'no room left'); END");
     ::testing::internal::CaptureStderr();
     EXPECT_EQ(Refused("user", {SetTo("/cfg/a", "y"), Withdraw("/cfg/b")}, kStatusIo),
-              "it could not be stored: no room left")
+              "no room left: " + File() + " cannot be written")
         << place;
-    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-                HasSubstr("a commit cannot be written: no room left"));
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("a commit is refused: no room left: "));
     Execute("DROP TRIGGER refusing");
   }
   Make("user", {SetTo("/cfg/a", "y")}, "");
+}
+
+// An operator has to know the reason and the place.
+TEST_F(ConfigHistory, FullDiskIsReportedWithTheFile) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("user", {SetTo("/cfg/a", "x")}, "");
+  Execute("PRAGMA max_page_count = 1");  // the pages in use remain
+  ::testing::internal::CaptureStderr();
+  const std::string reason = "No space left on device: " + File() + " cannot be written";
+  EXPECT_EQ(Refused("user", {SetTo("/cfg/b", std::string(4000, 'y'))}, ENOSPC), reason);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "configuration: a commit is refused: " + reason + "\n");
 }
 
 TEST_F(ConfigHistory, CommitIsEffectiveAfterAPowerCutThatFollowsItsWrite) {
@@ -435,8 +445,9 @@ TEST_F(ConfigFolding, FailedFoldingIsRepeatedEverySecondAndReportedOnce) {
   clock.advance(kNanosecondsPerSecond);
   RunAll();
   EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-            "configuration: a commit cannot be folded and is tried again every second: Input/output error\n"
-            "configuration: commits are folded again\n");
+            "configuration: " + File() +
+                ": a commit cannot be folded and is tried again every second: Input/output error\n"
+                "configuration: commits are folded again\n");
   EXPECT_FALSE(Unfolded());
   EXPECT_EQ(Rows("node"), 601);
   Make("user", Many(700, "y"), "");

@@ -216,10 +216,8 @@ Status fail(const std::string& what, const char* why, Status status = kStatusIo)
 }
 
 Status fail_to_open(const std::string& file, sqlite3* database, int code) {
-  const Status status = sqlite::status_of(database, code);
-  std::string why = sqlite3_errstr(code);
-  if (sqlite3_system_errno(database) != 0) why += std::string(": ") + err_text(status);
-  return fail(file + " cannot be opened", why.c_str(), status);
+  return fail(file + " cannot be opened", sqlite::reason_of(database, code).c_str(),
+              sqlite::status_of(database, code));
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ Status commit(const CommitRequest& request, std::string* id, std::string* error)
   finish_commits();
   NodeStore* node_store = nullptr;
   if (const Status status = open_database(&node_store)) {
-    *error = std::string("it could not be stored: ") + err_text(status);
+    *error = std::string(err_text(status)) + ": there is no database to store it";
     return status;
   }
   PreparedCommit prepared = prepare_commit(request, clock_stamp(), node_store);

@@ -4,6 +4,8 @@
 #include "platform/store/configuration/node_store.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <iterator>
 #include <utility>
 
 #include "platform/core/base/fault.h"
@@ -21,6 +23,9 @@ constexpr std::size_t kFoldedAtOnce = 256;  // changes of a commit whose rows ar
 constexpr int kPlaceBits = 20;
 constexpr std::size_t kLastPlace = (std::size_t{1} << kPlaceBits) - 1;
 static_assert(kMaxConfigChanges <= kLastPlace);
+
+// Clients take other statuses, such as that of a missing permission, for their own failures.
+constexpr Status kOperatorsStatuses[] = {ENOSPC, EDQUOT, EROFS, EMFILE, ENFILE, kStatusNoMemory};
 
 constexpr char kMakeQuarantine[] =
     "CREATE TABLE IF NOT EXISTS quarantine_commit(id, time, owner, comment, changes, octets);"
@@ -279,7 +284,8 @@ bool NodeStore::quarantine(const std::function<bool()>& move) {
 }
 
 Status NodeStore::fail_quarantine(const char* what) const {
-  log_error("configuration", "%s cannot be moved to quarantine: %s", what, write_error_.c_str());
+  log_error("configuration", "%s: %s cannot be moved to quarantine: %s", file().c_str(), what,
+            write_error_.c_str());
   return kStatusIo;
 }
 
@@ -290,7 +296,9 @@ Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::str
   const std::lock_guard lock(mutex_);
   write_error_.clear();
   const Status status = write_plan(plan, head, id);
-  if (status != kStatusOk) *reason = write_error_;
+  if (status == kStatusOk) return kStatusOk;
+  *reason = (write_error_.empty() ? err_text(status) : write_error_) + ": " + file() + " cannot be written";
+  log_error("configuration", "a commit is refused: %s", reason->c_str());
   return status;
 }
 
@@ -308,9 +316,8 @@ Status NodeStore::write_plan(const SharedPlan& plan, const CommitHead& head, std
     written = execute("COMMIT");
   }
   if (!written) {
-    log_error("configuration", "a commit cannot be written: %s", write_error_.c_str());
     roll_back();
-    return kStatusIo;
+    return write_status_;
   }
   size_ = size;
   if (!folded) add_unfolded(number, plan);
@@ -407,10 +414,7 @@ bool NodeStore::write_row(RowStatements& statements, std::string_view owner, con
 bool NodeStore::find_notified(RowStatements& statements, std::string_view path, std::int64_t* notified) {
   statements.find.reset();
   statements.find.bind_text(1, path);
-  if (statements.find.step() != SQLITE_ROW) {
-    write_error_ = sqlite3_errmsg(database_.get());
-    return false;
-  }
+  if (statements.find.step() != SQLITE_ROW) return fail_write();
   *notified = statements.find.integer(0);
   statements.find.reset();
   return true;
@@ -484,7 +488,8 @@ bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
 // Once, however often folding is tried.
 void NodeStore::report_fold_failure(const char* why) {
   if (std::exchange(fold_fails_, true)) return;
-  log_warning("configuration", "a commit cannot be folded and is tried again every second: %s", why);
+  log_warning("configuration", "%s: a commit cannot be folded and is tried again every second: %s",
+              file().c_str(), why);
 }
 
 // The record of a commit without effective changes was needed for its rows only.
@@ -499,17 +504,27 @@ bool NodeStore::finish_fold(const Unfolded& unfolded) {
 
 // --- Helpers
 
-// Copies the reason at once: the end of another statement would overwrite it.
 bool NodeStore::run(sqlite::Statement& statement) {
-  if (statement.step() == SQLITE_DONE) return true;
-  write_error_ = sqlite3_errmsg(database_.get());
-  return false;
+  return statement.step() == SQLITE_DONE || fail_write();
 }
 
 bool NodeStore::execute(const char* sql) {
-  if (sqlite::run(database_.get(), sql) == SQLITE_OK) return true;
-  write_error_ = sqlite3_errmsg(database_.get());
+  return sqlite::run(database_.get(), sql) == SQLITE_OK || fail_write();
+}
+
+// Copies the reason at once: the end of another statement would overwrite it.
+bool NodeStore::fail_write() {
+  const int code = sqlite3_extended_errcode(database_.get());
+  write_error_ = sqlite::reason_of(database_.get(), code);
+  const Status status = sqlite::status_of(database_.get(), code);
+  write_status_ =
+      std::ranges::find(kOperatorsStatuses, status) != std::end(kOperatorsStatuses) ? status : kStatusIo;
   return false;
+}
+
+std::string NodeStore::file() const {
+  const std::string name = sqlite3_db_filename(database_.get(), "main");
+  return name.empty() ? "the database in memory" : name;
 }
 
 // SQLite may have rolled back by itself.
@@ -519,7 +534,9 @@ void NodeStore::roll_back() {
 }
 
 Status NodeStore::fail(const char* what) const {
-  log_error("configuration", "%s: %s", what, sqlite3_errmsg(database_.get()));
+  const int code = sqlite3_extended_errcode(database_.get());
+  log_error("configuration", "%s: %s: %s", file().c_str(), what,
+            sqlite::reason_of(database_.get(), code).c_str());
   return kStatusIo;
 }
 

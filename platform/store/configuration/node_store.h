@@ -56,9 +56,10 @@ class NodeStore {
   using Visitor = std::function<bool(std::string_view owner, std::string_view path, KvValue value,
                                      std::uint64_t notified)>;
   [[nodiscard]] Status for_each(const Visitor& visit);
-  // kStatusIo, logged, if it cannot be written; then nothing changes, and *reason is the database's, if it
-  // has one. *id is the commit's id if an effective value changes. Fault points "configuration_write" before
-  // and "configuration_commit" at the end of the transaction.
+  // If it cannot be written, nothing changes, and *reason, which is logged, has the cause and the file;
+  // ENOSPC and other statuses of what an operator can change, otherwise kStatusIo. *id is the commit's id if
+  // an effective value changes. Fault points "configuration_write" before and "configuration_commit" at the
+  // end of the transaction.
   using SharedPlan = std::shared_ptr<const CommitPlan>;
   [[nodiscard]] Status write(const SharedPlan& plan, const CommitHead& head, std::string* id,
                              std::string* reason);
@@ -126,6 +127,8 @@ class NodeStore {
   bool forget_oldest(Size* size);
   bool forget(std::int64_t id);
   bool run(sqlite::Statement& statement);  // for a statement without result rows
+  bool fail_write();
+  std::string file() const;  // for messages
   bool execute(const char* sql);
   void roll_back();
   Status fail(const char* what) const;
@@ -143,7 +146,8 @@ class NodeStore {
   std::map<std::int64_t, ReadCommit> read_commits_;  // by id
   std::size_t known_places_ = 0;                     // in all of them
   mutable std::set<std::int64_t> unreadable_;        // commits that were logged as such
-  std::string write_error_;
+  std::string write_error_;                          // why the latest statement failed that was to write
+  Status write_status_ = kStatusIo;
   bool fold_fails_ = false;  // the last step failed
 };
 

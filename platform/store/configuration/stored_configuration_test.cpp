@@ -290,7 +290,7 @@ TEST_F(Configuration, MissingDirectoryIsAFailure) {
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(kvtree_keep_configuration(directory.path() + "/nowhere"), kStatusNoSuchRow);
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-              HasSubstr("cannot be opened: unable to open database file: No such file or directory"));
+              HasSubstr("configuration.db cannot be opened: No such file or directory"));
   for (const char* point : {"kvtree_keep_configuration", "configuration_open", "configuration_read"}) {
     fault_arm(point, kStatusAccess);
     EXPECT_EQ(Keep(), kStatusAccess) << point;
