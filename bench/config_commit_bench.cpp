@@ -54,10 +54,10 @@ class Bench {
           vrf_config::route_target(name, vrf_config::Family::kIpv4, vrf_config::Direction::kImport, target));
     }
     DaemonInProcess::check(kvtree_keep_configuration(directory_.path()), "kvtree_keep_configuration");
-    wire::set_output_barrier([] { (void)chkpt_flush(); });
+    chkpt_gate_output();
     daemon_.register_provider();
   }
-  ~Bench() { wire::set_output_barrier(nullptr); }
+  ~Bench() { wire::set_output_gate(nullptr); }
   Bench(const Bench&) = delete;
   Bench& operator=(const Bench&) = delete;
 

@@ -92,10 +92,10 @@ class Bench {
   explicit Bench(unsigned vrfs) {
     for (unsigned vrf = 1; vrf <= vrfs; ++vrf) daemon_.add_vrf(vrf);
     DaemonInProcess::check(kvtree_keep_configuration(directory_.path()), "kvtree_keep_configuration");
-    wire::set_output_barrier([] { (void)chkpt_flush(); });
+    chkpt_gate_output();
     daemon_.register_provider();
   }
-  ~Bench() { wire::set_output_barrier(nullptr); }
+  ~Bench() { wire::set_output_gate(nullptr); }
   Bench(const Bench&) = delete;
   Bench& operator=(const Bench&) = delete;
 

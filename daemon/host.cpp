@@ -9,7 +9,7 @@
 //      failure ends the process: a daemon with an empty model makes management systems delete every VRF.
 //      Configuration of a source that is not in use is removed, or it would be effective for ever.
 //   6. The services get the model.
-//   7. The output barrier: no answer leaves for a client before the checkpoint is on disk.
+//   7. The output gate: no answer leaves for a client before the checkpoint is on disk.
 //   8. When the daemon creates its main event manager: the data store's server and the source start on it,
 //      the route modules are loaded, the VRFs that configuration names are referenced in the model (before
 //      the daemon reads their configuration), the routing tables are watched, and changes of RDs and route
@@ -42,7 +42,6 @@
 #include "platform/core/files/directories.h"
 #include "platform/core/files/private_files.h"
 #include "platform/core/wire/peer.h"
-#include "platform/core/wire/wire.h"
 #include "platform/router/model/router.h"
 #include "platform/router/services/services.h"
 #include "platform/store/status/status.h"
@@ -212,7 +211,7 @@ int start_host() {
   if (!load_router(settings, &error) || !load_configuration_sources(settings, &error)) return refuse(error);
   router_services_attach(&host().model);
   // Clients never see a time that a crash could undo. The store logs a commit that failed and continues.
-  wire::set_output_barrier([] { (void)chkpt_flush(); });
+  chkpt_gate_output();
   event_manager_on_create(start_on_main_manager);
   log_notice("mpls_vpn_mib", "%zu VRFs and %zu interfaces loaded from %s", host().model.vrf_count(),
              host().model.interface_count(), host().sources.front()->describe().c_str());

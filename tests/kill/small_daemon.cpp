@@ -11,7 +11,6 @@
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/files/directories.h"
-#include "platform/core/wire/wire.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace kill9 {
@@ -113,7 +112,7 @@ void open_store() {
   require_ok(kvtree_keep_configuration(state_directory()), "kvtree_keep_configuration");
   require_ok(kvtree_retain_notifications(kTraps, kTrapSubscriber, kTrapQueue, state_directory() + "/traps"),
              "kvtree_retain_notifications");
-  wire::set_output_barrier([] { require_ok(chkpt_flush(), "chkpt_flush"); });
+  chkpt_gate_output();
   daemon().manager = event_manager_create("/dev/mpls/vpn/main", 0);
   require(daemon().manager != nullptr, "event_manager_create");
   require_ok(kvtree_serve(daemon().manager), "kvtree_serve");

@@ -2,12 +2,12 @@
 // directory, STATE_DIRECTORY/checkpoint.db.
 //
 // An application registers tables; a record has a key (its own octets), an object id (never 0, never reused
-// in a database) and data. All records are also in memory, so that lookups and iterations read no file. The
-// changes of one iteration of the event loop share a transaction, which is committed before any output that
-// could reveal them: the process calls chkpt_flush() before every output (wire::set_output_barrier), and the
-// store itself calls it in the iteration after the first change. A commit is synchronized with the disk:
-// after it the records survive the death of the process and a power cut at any moment. It takes as long as
-// the disk needs for one synchronization.
+// in a database) and data. All records are also in memory, so that lookups and iterations read no file.
+// Changes are committed on a thread, one commit after the other: the store itself begins one in the iteration
+// of the event loop after the first change, and what changes meanwhile shares the next transaction. No output
+// that could reveal a change leaves before its commit has ended (chkpt_gate_output()), and the loop never
+// waits for the disk. A commit is synchronized with the disk: after it the records survive the death of the
+// process and a power cut at any moment.
 //
 // A database that cannot be used (corrupt, truncated, foreign) is never overwritten: it is renamed with its
 // log to checkpoint.db.unusable.N next to a new one, and the log states the reason and the new name. The new
@@ -25,6 +25,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
@@ -92,7 +93,27 @@ void chkpt_table_init(ChkptTableDescriptor* descriptor, std::uint32_t key_kind, 
                                         std::size_t* size, std::uint64_t* object_id);
 [[nodiscard]] Status chkpt_iterate_end(ChkptIterator* iterator);  // releases it, whatever it answers
 
-// Commits pending changes; 0 if there are none or the store is not open. A failure is logged.
+// Commits have increasing numbers. Returns that of the commit that will have all changes so far: it begins
+// now, or when the one that is being written has ended. 0 if there is none to wait for: nothing is pending,
+// the store is not open, or the last commit failed.
+[[nodiscard]] std::uint64_t chkpt_begin_flush();
+// The number of the last commit that has ended. A failed commit ends, too: what waits for it continues, as
+// the failure is logged and may last.
+std::uint64_t chkpt_committed();
+// Sets what is called on the main thread with that number whenever it has increased. Null removes it. It must
+// not end the store.
+void chkpt_on_commit(std::function<void(std::uint64_t number)> function);
+// No message leaves for a client of this thread's servers (wire.h) before the changes that precede it are
+// committed. For the whole process, once.
+void chkpt_gate_output();
+// `prepare` is called once when the next commit begins, and what it returns (it may be null) runs on the
+// thread, before the transaction: for files that have to be on the disk before the records. False if the
+// store is not open: then nothing is called.
+using ChkptPrepare = std::function<std::function<void()>()>;
+[[nodiscard]] bool chkpt_before_commit(ChkptPrepare prepare);
+
+// Waits until all changes are committed; 0 if there are none or the store is not open. A failure is logged.
+// For tests and processes that end.
 [[nodiscard]] Status chkpt_flush();
 // Commits and closes, for processes that end in order and for tests that restart the daemon. Changes that
 // cannot be committed are lost, and the log says so.

@@ -290,10 +290,11 @@ TEST_F(CheckpointTest, ChangesOfOneIterationShareATransactionThatTheStoreCommits
   Start();
   const std::size_t before = CommitsInLog();
   for (int i = 0; i < 10; ++i) Put("key" + std::to_string(i), "one");
-  event_run_pending(manager);
+  const std::uint64_t first = chkpt_committed() + 1;
+  Await(first);
   EXPECT_EQ(CommitsInLog(), before + 1);
   Put("key1", "two");
-  event_run_pending(manager);
+  Await(first + 1);
   EXPECT_EQ(CommitsInLog(), before + 2);
 }
 
@@ -340,12 +341,14 @@ TEST_F(CheckpointTest, ChangesThatCannotBeWrittenAreRetainedAndWrittenLater) {
   EXPECT_EQ(chkpt_create(table, "key3", 4, &object_id), static_cast<Status>(ENOSPC));
   EXPECT_EQ(chkpt_flush(), static_cast<Status>(ENOSPC));
   EXPECT_EQ(fault_reached("chkpt_flush"), 1U);  // no write is tried before its time
+  const std::uint64_t failed = chkpt_committed();
   clock.advance(kNanosecondsPerSecond);
-  event_run_pending(manager);
+  Await(failed + 1);
   EXPECT_EQ(fault_reached("chkpt_flush"), 2U);
   EXPECT_EQ(chkpt_flush(), static_cast<Status>(ENOSPC));
+  const std::uint64_t failed_again = chkpt_committed();
   clock.advance(kNanosecondsPerSecond);
-  event_run_pending(manager);
+  Await(failed_again + 1);
   EXPECT_EQ(chkpt_flush(), kStatusOk);
   EXPECT_EQ(Save(Map("key1"), "last"), kStatusOk);
   Restart();
@@ -363,12 +366,14 @@ TEST_F(CheckpointTest, TemporarilyFullDiskLosesNothing) {
     Put("key2", std::string(2000, 'x'));
     EXPECT_NE(chkpt_flush(), kStatusOk);
     EXPECT_NE(Save(Map("key1"), "three"), kStatusOk);
+    const std::uint64_t failed = chkpt_committed();
     clock.advance(kNanosecondsPerSecond);
-    event_run_pending(manager);
+    Await(failed + 1);
     EXPECT_NE(chkpt_flush(), kStatusOk);
   }
+  const std::uint64_t failed = chkpt_committed();
   clock.advance(kNanosecondsPerSecond);
-  event_run_pending(manager);
+  Await(failed + 1);
   EXPECT_EQ(chkpt_flush(), kStatusOk);
   Restart();
   EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "three"}, Row{"key2", std::string(2000, 'x')}));

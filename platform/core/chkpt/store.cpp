@@ -1,179 +1,36 @@
-// The checkpoint store: tables in memory, written to the database afterwards.
-//
-// A table has its records by object id and the object ids by key. A change marks the record (`unwritten`); a
-// deleted record that the database has is added to `deleted`. A flush writes all of them in one transaction
-// and clears the marks only after the commit, so that a failed flush loses nothing and is repeated as a
-// whole, and a record that changes several times in between is written once.
-//
-// The first change posts a flush; output requests it earlier. After a failure only a timer tries again, every
-// second, because such failures usually last and each attempt costs the whole transaction.
+// The tables of the checkpoint store, in memory; commits.cpp writes them to the database.
 //
 // One store per process, main thread only. The store owns the table handles, callers own their iterators.
-#include "platform/core/chkpt/chkpt.h"
+#include "platform/core/chkpt/store.h"
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <memory>
-#include <unordered_map>
 #include <utility>
-#include <vector>
 
-#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
-#include "platform/core/chkpt/database.h"
 #include "platform/core/files/directories.h"
-
-struct ChkptTable {
-  struct Record {
-    std::string key;
-    std::string data;
-    bool stored = false;     // the database has the record
-    bool unwritten = false;  // the database lacks the current data
-  };
-
-  ChkptTableDescriptor descriptor{};
-  chkpt::TableName name;  // in the database
-  std::map<std::uint64_t, Record> records;
-  std::unordered_map<std::string, std::uint64_t> object_ids;  // by key
-};
 
 struct ChkptIterator {
   ChkptTable* table;
   std::uint64_t last;  // object id of the last record returned
 };
 
-namespace {
-
-using Record = ChkptTable::Record;
-
-struct RecordRef {
-  ChkptTable* table;
-  std::uint64_t object_id;
-};
-
-struct Store {
-  std::uint32_t application = 0;
-  EventManager* manager = nullptr;
-  std::unique_ptr<chkpt::Database> database;
-  chkpt::Contents contents;  // of the tables that are not registered
-  std::vector<std::unique_ptr<ChkptTable>> tables;
-  std::uint64_t next_object_id = 1;
-  std::vector<RecordRef> unwritten;
-  std::vector<std::uint64_t> deleted;
-  bool flush_posted = false;
-  Status failure = kStatusOk;  // of the last commit
-  EventTimerId retry = 0;
-};
+namespace chkpt {
 
 std::unique_ptr<Store>& the_store() {
   static std::unique_ptr<Store> store;
   return store;
 }
 
-// --- Writing
+}  // namespace chkpt
 
-Status write_record(Store* store, const RecordRef& ref) {
-  const auto found = ref.table->records.find(ref.object_id);
-  if (found == ref.table->records.end()) return kStatusOk;  // deleted since
-  const Record& record = found->second;
-  return store->database->put_record(ref.table->name, {ref.object_id, record.key, record.data},
-                                     record.stored);
-}
+namespace {
 
-// Within a transaction.
-Status write_changes(Store* store) {
-  for (const std::uint64_t object_id : store->deleted) {
-    if (const Status status = store->database->delete_record(object_id)) return status;
-  }
-  for (const RecordRef& ref : store->unwritten) {
-    if (const Status status = write_record(store, ref)) return status;
-  }
-  return kStatusOk;
-}
-
-// Runs `write` in a transaction.
-template <typename Write>
-Status transact(chkpt::Database* database, Write write) {
-  Status status = database->begin();
-  if (status == kStatusOk) status = write();
-  if (status == kStatusOk) status = database->commit();
-  if (status != kStatusOk) database->roll_back();
-  return status;
-}
-
-Status write_transaction(Store* store) {
-  if (const Status status = fault_check("chkpt_flush")) return status;
-  return transact(store->database.get(), [store] { return write_changes(store); });
-}
-
-void forget_changes(Store* store) {
-  for (const RecordRef& ref : store->unwritten) {
-    const auto found = ref.table->records.find(ref.object_id);
-    if (found == ref.table->records.end()) continue;
-    found->second.stored = true;
-    found->second.unwritten = false;
-  }
-  store->unwritten.clear();
-  store->deleted.clear();
-}
-
-void try_again_later(Store* store);
-
-Status flush(Store* store) {
-  if (store->unwritten.empty() && store->deleted.empty()) {
-    store->failure = kStatusOk;
-    return kStatusOk;
-  }
-  // Sorted, so that neighbors in the file are written together.
-  std::ranges::sort(store->unwritten, {}, &RecordRef::object_id);
-  const Status status = write_transaction(store);
-  if (status != kStatusOk) {
-    if (status != store->failure) {
-      log_error("chkpt", "%zu changes cannot be written and are retained: %s",
-                store->unwritten.size() + store->deleted.size(), err_text(status));
-    }
-    store->failure = status;
-    try_again_later(store);
-    return status;
-  }
-  if (store->failure != kStatusOk) log_notice("chkpt", "the retained changes are written");
-  store->failure = kStatusOk;
-  forget_changes(store);
-  return kStatusOk;
-}
-
-void try_again_later(Store* store) {
-  event_timer_cancel(store->manager, store->retry);
-  store->retry = event_timer_start(store->manager, kNanosecondsPerSecond, [store] {
-    store->retry = 0;
-    // A failure is in the log and in store->failure.
-    [[maybe_unused]] const Status status = flush(store);
-  });
-}
-
-void post_flush(Store* store) {
-  if (store->flush_posted || store->failure != kStatusOk) return;
-  store->flush_posted = true;
-  event_post(store->manager, [store] {
-    // The store may have ended meanwhile, or be another one.
-    Store* const present = the_store().get();
-    if (present == nullptr || present != store) return;
-    present->flush_posted = false;
-    // A failure is in the log and in store->failure.
-    [[maybe_unused]] const Status status = chkpt_flush();
-  });
-}
-
-void mark_unwritten(Store* store, ChkptTable* table, std::uint64_t object_id, Record* record) {
-  if (record->unwritten) return;
-  record->unwritten = true;
-  store->unwritten.push_back({table, object_id});
-  post_flush(store);
-}
-
-// --- Tables
+using chkpt::Store;
+using chkpt::the_store;
+using Record = ChkptTable::Record;
 
 bool is_valid(const ChkptTableDescriptor& descriptor) {
   return descriptor.key_kind == 1 && descriptor.versioned <= 1 && descriptor.persistent == 1 &&
@@ -227,14 +84,13 @@ Status chkpt_init(const ChkptApplication* application, EventManager* manager) {
   if (const Status status = fault_check("chkpt_init")) return status;
   if (application == nullptr || manager == nullptr || application->name[0] == '\0') return kStatusInvalid;
   if (the_store() != nullptr) return kStatusExists;
-  auto store = std::make_unique<Store>();
+  auto store = std::make_unique<Store>(manager);
   const std::string directory = state_directory();
   if (const Status status = chkpt::Database::open(directory, &store->database, &store->contents))
     return status;
   store->application = application->number;
-  store->manager = manager;
   store->next_object_id = store->contents.last_object_id + 1;
-  const Status status = transact(store->database.get(), [&] {
+  const Status status = chkpt::transact(store->database.get(), [&] {
     return store->database->put_application(application->number, application->name);
   });
   if (status != kStatusOk) {
@@ -286,7 +142,7 @@ Status chkpt_create(ChkptTable* table, const void* key, std::size_t key_size, st
   *object_id = store->next_object_id++;
   Record& record = table->records[*object_id];
   record.key = std::move(octets);
-  mark_unwritten(store, table, *object_id, &record);
+  chkpt::mark_unwritten(store, {table, *object_id}, &record);
   return kStatusOk;
 }
 
@@ -298,7 +154,7 @@ Status chkpt_save(ChkptTable* table, std::uint64_t object_id, const void* data, 
   const auto found = table->records.find(object_id);
   if (found == table->records.end()) return kStatusNoSuchRow;
   found->second.data.assign(static_cast<const char*>(data), size);
-  mark_unwritten(store, table, object_id, &found->second);
+  chkpt::mark_unwritten(store, {table, object_id}, &found->second);
   return store->failure;
 }
 
@@ -308,10 +164,7 @@ Status chkpt_delete(ChkptTable* table, std::uint64_t object_id) {
   if (store == nullptr) return kStatusInvalid;
   const auto found = table->records.find(object_id);
   if (found == table->records.end()) return kStatusNoSuchRow;
-  if (found->second.stored) {
-    store->deleted.push_back(object_id);
-    post_flush(store);
-  }
+  if (found->second.stored) chkpt::mark_deleted(store, object_id);
   table->object_ids.erase(found->second.key);
   table->records.erase(found);
   return store->failure;
@@ -348,22 +201,4 @@ Status chkpt_iterate_end(ChkptIterator* iterator) {
   const std::unique_ptr<ChkptIterator> released(iterator);
   if (const Status status = fault_check("chkpt_iterate_end")) return status;
   return iterator == nullptr ? kStatusInvalid : kStatusOk;
-}
-
-Status chkpt_flush() {
-  Store* const store = the_store().get();
-  if (store == nullptr) return kStatusOk;
-  if (store->failure != kStatusOk) return store->failure;  // the timer tries again
-  return flush(store);
-}
-
-void chkpt_end() {
-  Store* const store = the_store().get();
-  if (store == nullptr) return;
-  if (const Status status = flush(store)) {
-    log_error("chkpt", "%zu changes are lost: %s", store->unwritten.size() + store->deleted.size(),
-              err_text(status));
-  }
-  event_timer_cancel(store->manager, store->retry);
-  the_store().reset();
 }

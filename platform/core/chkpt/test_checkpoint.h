@@ -128,6 +128,11 @@ class CheckpointTest : public ::testing::Test {
     return rows;
   }
 
+  // Runs the loop until the commit has ended.
+  void Await(std::uint64_t number) const {
+    while (chkpt_committed() < number) event_run_pending(manager, 1'000'000);
+  }
+
   std::string File() const { return state + "/checkpoint.db"; }
   std::string Log() const { return File() + "-wal"; }
   std::string Aside() const { return File() + ".unusable.1"; }

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "platform/core/base/clock.h"
 #include "platform/core/wire/users.h"
@@ -27,16 +28,7 @@ namespace {
 constexpr std::size_t kFirstRequestBuffer = 16U << 10;
 constexpr std::size_t kRetainedBuffer = 1U << 20;  // a larger output buffer is freed once it is empty
 
-std::function<void()>& output_barrier() {
-  thread_local std::function<void()> barrier;  // each server belongs to one thread
-  return barrier;
-}
-
 }  // namespace
-
-void set_output_barrier(std::function<void()> barrier) {
-  output_barrier() = std::move(barrier);
-}
 
 Connection::Connection(Server* server, int fd, std::uint64_t id, Peer peer)
     : server_(server),
@@ -76,7 +68,8 @@ void Connection::finish() {
     if (!was_waiting) write_queue();
     if (open()) watch();
   }
-  if (open() && queued() > server_->limits_.close_octets) close("it does not read what it is sent");
+  if (open() && queued() - gated_.count_held() > server_->limits_.close_octets)
+    close("it does not read what it is sent");
 }
 
 void Connection::close(const char* reason) {
@@ -201,34 +194,69 @@ void Connection::handle_next() {
   if (in_start_ == in_end_) in_start_ = in_end_ = 0;
 }
 
-// The header of this answer is the same in every version, so that the peer understands it.
+// The header of this answer is the same in every version, so that the peer understands it. It reveals
+// nothing, so it does not wait for the gate.
 void Connection::refuse(Status status) {
   if (status == kStatusVersionMismatch) {
+    const bool is_alone = queued() == 0;
     send(kTypeVersionMismatch, 0, {});
-    write_queue();
+    is_alone ? write_octets(queued()) : write_queue();
   }
   close(err_text(status));
 }
 
 void Connection::write_queue() {
-  if (queued() > 0) {
-    if (output_barrier()) output_barrier()();
-    const ssize_t sent = ::send(fd_, out_.data() + out_start_, queued(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (queued() > 0) write_octets(gated_.release(sent_ + queued()) - sent_);
+  if (open() && gated_.count_held() > 0) await_gate();
+}
+
+void Connection::await_gate() {
+  if (!std::exchange(awaits_gate_, true)) output_gate().waiting.push_back(weak_from_this());
+}
+
+// The gate has opened for octets of this client: they leave now, or when the socket is writable.
+void Connection::leave_gate(bool writes_now) {
+  awaits_gate_ = false;
+  gated_.update();
+  if (!open()) return;
+  if (gated_.count_held() > 0) await_gate();
+  if (handling_) return;
+  if (writes_now) write_queue();
+  proceed();
+}
+
+void Connection::write_octets(std::size_t count) {
+  if (count > 0) {
+    const ssize_t sent = ::send(fd_, out_.data() + out_start_, count, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent < 0) {
       if (errno != EAGAIN && errno != EINTR) close(std::strerror(errno));
       return;
     }
     out_start_ += static_cast<std::size_t>(sent);
+    sent_ += static_cast<std::uint64_t>(sent);
+    count_sent_messages();
   }
   if (queued() > 0) {
-    if (out_start_ < kRetainedBuffer) return;
-    out_.erase(out_.begin(), out_.begin() + static_cast<std::ptrdiff_t>(out_start_));
+    if (first_unsent_ < kRetainedBuffer) return;
+    out_.erase(out_.begin(), out_.begin() + static_cast<std::ptrdiff_t>(first_unsent_));
+    out_start_ -= first_unsent_;
   } else {
     out_.clear();
     if (out_.capacity() > kRetainedBuffer) out_.shrink_to_fit();
-    unsent_messages_ = 0;
+    unsent_messages_ = out_start_ = 0;
   }
-  out_start_ = 0;
+  first_unsent_ = 0;
+}
+
+// The queue may never be empty while others are appended.
+void Connection::count_sent_messages() {
+  Message message;
+  std::size_t size = 0;
+  const OctetSpan left = OctetSpan(out_).first(out_start_);
+  while (parse_frame(left.subspan(first_unsent_), SIZE_MAX, &message, &size) == kStatusOk) {
+    first_unsent_ += size;
+    --unsent_messages_;
+  }
 }
 
 // The deadline of a message is that of the peer: it does not pass while the server does not read.
@@ -241,11 +269,12 @@ void Connection::note_incomplete(bool waits_for_the_rest) {
   }
 }
 
-// Watches for input unless enough is pending, and for room to write while messages are queued.
+// Watches for input unless enough is pending, and for room to write while messages are queued that may leave.
 void Connection::watch() {
   const bool reads = !peer_finished_ && !paused() && !waiting_;
   note_incomplete(reads && in_start_ != in_end_);
-  const std::uint32_t wanted = (reads ? EPOLLIN : 0U) | (queued() > 0 ? EPOLLOUT : 0U);
+  const bool writes = queued() > 0 && !gated_.is_held(sent_, sent_ + queued());
+  const std::uint32_t wanted = (reads ? EPOLLIN : 0U) | (writes ? EPOLLOUT : 0U);
   if (wanted == watched_) return;
   watched_ = wanted;
   if (const Status status = event_fd_modify(server_->manager_, fd_, wanted)) close(err_text(status));

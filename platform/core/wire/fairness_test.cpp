@@ -206,15 +206,16 @@ TEST_F(FairServerTest, SlowWritesToManyClientsAreSpreadOverIterations) {
   constexpr unsigned kClients = 50;
   constexpr unsigned kRequests = 100;
   unsigned writes = 0;
-  set_output_barrier([&] {
+  set_output_gate([&] {
     ++writes;
     clock.advance(1000 * kMicrosecond);
+    return 0;
   });
   std::vector<int> clients;
   for (unsigned i = 0; i < kClients; ++i) clients.push_back(ConnectRaw(kGreedyUser));
   for (const int client : clients) Request(client, 40 * kMicrosecond, kRequests);
   for (unsigned before = 0; Iterate(); before = writes) EXPECT_LE(writes - before, 8U);
-  set_output_barrier(nullptr);
+  set_output_gate(nullptr);
   for (const int client : clients) EXPECT_THAT(ReadAll(client), SizeIs(kRequests * kHeaderSize));
 }
 

@@ -19,6 +19,12 @@
 
 namespace wire {
 
+namespace {
+
+constexpr std::uint64_t kGateTime = 2 * kNanosecondsPerMillisecond;  // of writes when the gate opens
+
+}  // namespace
+
 Server::Server(EventManager* manager, std::string name, Limits limits, MessageHandler on_message,
                CloseHandler on_close)
     : manager_(manager),
@@ -179,6 +185,26 @@ void Server::forget(Connection& connection, const char* reason) {
   clients_.erase(connection.id());
   --connection.user_->connections;
   if (on_close_) on_close_(connection);
+}
+
+// Those that find no time now write when the event manager finds them writable.
+void open_output_gate(std::uint64_t number) {
+  OutputGate& gate = output_gate();
+  gate.opened = std::max(gate.opened, number);
+  const std::uint64_t end = clock_monotonic() + kGateTime;
+  bool writes = true;
+  for (const std::weak_ptr<Connection>& each : std::exchange(gate.waiting, {})) {
+    const std::shared_ptr<Connection> client = each.lock();
+    if (client == nullptr) continue;
+    client->leave_gate(writes);
+    writes = clock_monotonic() < end;
+  }
+}
+
+void set_output_gate(std::function<std::uint64_t()> next_number) {
+  output_gate().next_number = std::move(next_number);
+  output_gate().opened = 0;
+  if (output_gate().next_number == nullptr) open_output_gate(UINT64_MAX);
 }
 
 }  // namespace wire

@@ -4,9 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <sys/ioctl.h>
-
-#include <thread>
 
 #include "platform/core/files/directories.h"
 #include "platform/core/wire/test_server.h"
@@ -183,7 +180,9 @@ TEST_F(WireServerTest, NumberOfWaitingAnswersIsLimitedToo) {
   Writer(&payload).u32(100U << 10);
   for (std::uint32_t i = 0; i < 20; ++i) Write(client, Frame(kBig, i, payload));
   Step();
-  EXPECT_LE(handled, 10);
+  const auto left = static_cast<int>(ReadAll(client).size() / (kHeaderSize + (100U << 10)));
+  EXPECT_LE(handled, 10 + left);
+  EXPECT_LT(handled, 20);
 }
 
 TEST_F(WireServerTest, ClientThatReadsNoNotificationsIsClosedBeyondTheLimit) {
@@ -320,63 +319,6 @@ TEST_F(WireServerTest, HeldClientThatShutsDownItsSendingSideGetsItsAnswer) {
   EXPECT_EQ(ReadAll(client), Frame(kHeld, 0, {}));
   for (int turn = 0; turn < 5; ++turn) Step();
   EXPECT_EQ(closed, 1);
-}
-
-class OutputBarrierTest : public WireServerTest {
- protected:
-  // Notes, at each call, how many octets the client could read already.
-  void SetBarrier(int client) {
-    set_output_barrier([this, client] {
-      int readable = -1;
-      EXPECT_EQ(ioctl(client, FIONREAD, &readable), 0);
-      readable_at_barrier.push_back(readable);
-    });
-  }
-  ~OutputBarrierTest() override { set_output_barrier(nullptr); }
-  std::vector<int> readable_at_barrier;
-};
-
-TEST_F(OutputBarrierTest, BarrierRunsBeforeTheAnswerLeaves) {
-  const int client = ConnectRaw();
-  SetBarrier(client);
-  ExpectEcho(client);
-  EXPECT_THAT(readable_at_barrier, ElementsAre(0));
-}
-
-TEST_F(OutputBarrierTest, BarrierRunsBeforeAnUnaskedMessageLeaves) {
-  const int client = ConnectRaw();
-  SetBarrier(client);
-  server->for_each([](Connection& connection) { connection.send(kEcho, 0, {}); });
-  EXPECT_THAT(readable_at_barrier, ElementsAre(0));
-  EXPECT_EQ(ReadAll(client), Frame(kEcho, 0, {}));
-}
-
-TEST_F(OutputBarrierTest, BarrierRunsOnceForTheAnswersOfOneWriteAndAgainForTheNext) {
-  const int client = ConnectRaw();
-  SetBarrier(client);
-  Octets both = Frame(kEcho, 1, {});
-  const Octets second = Frame(kEcho, 2, {});
-  both.insert(both.end(), second.begin(), second.end());
-  Write(client, both);
-  Step();
-  EXPECT_THAT(readable_at_barrier, ElementsAre(0));
-  Write(client, second);
-  Step();
-  EXPECT_THAT(readable_at_barrier, ElementsAre(0, static_cast<int>(both.size())));
-}
-
-TEST_F(OutputBarrierTest, BarrierDoesNotRunWithoutOutput) {
-  const int client = ConnectRaw();
-  SetBarrier(client);
-  Write(client, {'M', 'V'});
-  Step();
-  EXPECT_THAT(readable_at_barrier, ElementsAre());
-}
-
-TEST_F(OutputBarrierTest, BarrierOfAnotherThreadDoesNotRunHere) {
-  const int client = ConnectRaw();
-  std::thread([] { set_output_barrier([] { ADD_FAILURE() << "that thread has no server"; }); }).join();
-  ExpectEcho(client);
 }
 
 }  // namespace

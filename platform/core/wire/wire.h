@@ -29,6 +29,7 @@
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/core/wire/output_gate.h"
 #include "platform/core/wire/peer.h"
 #include "platform/core/wire/request_counter.h"
 
@@ -169,6 +170,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
  private:
   friend class Server;
   friend class Users;
+  friend void open_output_gate(std::uint64_t number);
   void end(const char* reason);
   void on_event(std::uint32_t events);
   void proceed();
@@ -180,6 +182,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void handle_next();
   void refuse(Status status);
   void write_queue();
+  void write_octets(std::size_t count);
+  void count_sent_messages();
+  void leave_gate(bool writes_now);
+  void await_gate();
   void note_incomplete(bool waits_for_the_rest);
   void watch();
   bool paused() const;
@@ -206,13 +212,22 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Octets out_;
   std::size_t out_start_ = 0;
   std::size_t frame_ = 0;            // of begin()
-  std::size_t unsent_messages_ = 0;  // since the queue was last empty
+  std::size_t first_unsent_ = 0;     // the first message that has not left whole
+  std::size_t unsent_messages_ = 0;  // from there on
+  std::uint64_t sent_ = 0;           // octets, ever
+  GatedOutput gated_;
+  bool awaits_gate_ = false;
 };
 
-// Sets what the calling thread runs before octets leave for any client of any server, once per write to a
-// socket: whatever a client could conclude from an answer must be stored before the answer leaves. Servers of
-// another thread's event manager are not affected. The function must neither send nor close. Null removes it.
-void set_output_barrier(std::function<void()> barrier);
+// Makes the output of the calling thread's servers wait: whatever a client could conclude from an answer must
+// be stored before the answer leaves. Before queued octets leave for the first time, `next_number` returns
+// what they wait for: 0 for nothing, else a number that open_output_gate() will be called with, or a higher
+// one. Numbers do not decrease. Meanwhile clients are served; the wait for the gate counts for no limit of
+// what a client leaves unread, except that it is not read while much is queued. `next_number` must neither
+// send nor close. Null removes it and lets everything leave. Servers of other threads are not affected.
+void set_output_gate(std::function<std::uint64_t()> next_number);
+// What waits for this number, or for a lower one, may leave. Not from within `next_number`.
+void open_output_gate(std::uint64_t number);
 
 // Serves clients on the named socket of an event manager, which must outlive it.
 class Server {

@@ -66,9 +66,10 @@ inline void wait_while_held() {
   vrf.id = vrf.ipv4_table = vrf.ipv6_table = 7;
   if (model.create_vrf(vrf) != kStatusOk) _exit(72);
   router_services_attach(&model);
-  wire::set_output_barrier([] {
+  chkpt_gate_output();
+  wire::set_output_gate([] {
     wait_while_held();
-    (void)chkpt_flush();  // the store logs its failures
+    return chkpt_begin_flush();
   });
   event_manager_on_create(serve_main_manager);
   char name[] = "/opt/bin/mpls_vpn_mib";

@@ -1,0 +1,49 @@
+// The changes of one commit, copied from the tables, so that a thread can write them while the tables change.
+// Only for this folder.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/core/base/status.h"
+#include "platform/core/chkpt/database.h"
+
+namespace chkpt {
+
+struct RecordRef {
+  ChkptTable* table;
+  std::uint64_t object_id;
+};
+
+struct Commit {
+  struct Write {
+    RecordRef ref;  // of the main thread
+    TableName table;
+    std::string key;
+    std::string data;
+    bool exists;  // in the database
+  };
+
+  std::uint64_t number = 0;
+  std::vector<std::function<void()>> before;  // to be run before the transaction
+  std::vector<std::uint64_t> deleted;
+  std::vector<Write> writes;
+  Status status = kStatusOk;
+};
+
+// Runs `write` in a transaction.
+template <typename Write>
+Status transact(Database* database, Write write) {
+  Status status = database->begin();
+  if (status == kStatusOk) status = write();
+  if (status == kStatusOk) status = database->commit();
+  if (status != kStatusOk) database->roll_back();
+  return status;
+}
+
+// Any thread, one at a time. Fault point "chkpt_flush".
+Status write_commit(Database* database, const Commit& commit);
+
+}  // namespace chkpt
