@@ -237,10 +237,11 @@ bool Reconciler::forget_index() {
 }
 
 std::uint32_t Reconciler::choose_id(const router::Vrf& vrf) {
-  return ids_.choose(*model_, vrf.name, vrf.ipv4_table);
+  const std::uint32_t id = ids_.choose(*model_, vrf.name, vrf.ipv4_table);
+  ids_.assign(vrf.name, vrf.ipv4_table, id);
+  return id;
 }
 
-// The ids are saved before the checkpoint saves anything under them.
 void Reconciler::on_vrfs_done(const reconcile::Changes& changes) {
   if (changes.vrfs_created + changes.vrfs_deleted > 0) ids_.vrfs_changed();
   ids_.end_start();

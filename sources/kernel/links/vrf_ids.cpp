@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/core/base/log.h"
+#include "platform/core/chkpt/chkpt.h"
 #include "platform/core/files/read_file.h"
 #include "platform/core/files/replace_file.h"
 
@@ -17,8 +18,34 @@ constexpr const char* kHeading = "# mpls_vpn_mib VRF ids: id, table, name";
 
 }  // namespace
 
-VrfIds::VrfIds(std::string path) : path_(std::move(path)) {
-  if (!path_.empty()) read();
+// Written by one thread at a time.
+struct VrfIds::File {
+  explicit File(std::string its_path) : path(std::move(its_path)) {}
+  void write(const std::string& text);
+
+  const std::string path;
+  std::atomic<bool> failed{false};  // the last write, which has to be repeated
+  bool failure_logged = false;
+};
+
+void VrfIds::File::write(const std::string& text) {
+  const Status status = replace_file(path, text, 0600, Survives::kPowerCut);
+  const bool is_failure = status != kStatusOk;
+  if (is_failure && !failure_logged) {
+    log_warning("kernel", "%s: %s; VRFs that share a table may exchange their times when the daemon restarts",
+                path.c_str(), err_text(status));
+  }
+  failure_logged = failed = is_failure;
+}
+
+VrfIds::VrfIds(std::string path) {
+  if (path.empty()) return;
+  file_ = std::make_shared<File>(std::move(path));
+  read();
+}
+
+VrfIds::~VrfIds() {
+  if (waits_for_commit_) take_write()();
 }
 
 std::uint32_t VrfIds::choose(const router::Router& model, const std::string& name,
@@ -50,7 +77,31 @@ void VrfIds::save(const router::Router& model) {
     unwritten_ = unwritten_ || names != known_;
     known_ = std::move(names);
   }
-  if (!path_.empty() && unwritten_) write();
+  if (file_ == nullptr) return;
+  if (file_->failed.exchange(false)) unwritten_ = true;
+  if (unwritten_ && !write_before_commit()) take_write()();
+}
+
+// The ids of the last run are reserved until the start has ended.
+void VrfIds::assign(const std::string& name, std::uint32_t table, std::uint32_t id) {
+  if (starting_) return;
+  known_[name] = Known{table, id};
+  stale_ = unwritten_ = true;
+  if (file_ != nullptr) static_cast<void>(write_before_commit());
+}
+
+// False without a checkpoint.
+bool VrfIds::write_before_commit() {
+  if (waits_for_commit_) return true;
+  waits_for_commit_ = chkpt_before_commit([weak = std::weak_ptr(self_)] {
+    return weak.expired() ? std::function<void()>() : (*weak.lock())->take_write();
+  });
+  return waits_for_commit_;
+}
+
+std::function<void()> VrfIds::take_write() {
+  waits_for_commit_ = unwritten_ = false;
+  return [file = file_, content = text()] { file->write(content); };
 }
 
 VrfIds::Names VrfIds::names_of(const router::Router& model) const {
@@ -68,9 +119,9 @@ VrfIds::Names VrfIds::names_of(const router::Router& model) const {
 void VrfIds::read() {
   std::string text;
   std::string error;
-  const Status status = read_file(path_, kFileSizeMax, &text, &error);
+  const Status status = read_file(file_->path, kFileSizeMax, &text, &error);
   if (status != kStatusOk && status != kStatusNoSuchRow) {
-    log_warning("kernel", "%s: %s; VRFs that share a table may exchange their times", path_.c_str(),
+    log_warning("kernel", "%s: %s; VRFs that share a table may exchange their times", file_->path.c_str(),
                 error.c_str());
   }
   std::istringstream lines(text);
@@ -82,18 +133,12 @@ void VrfIds::read() {
   }
 }
 
-void VrfIds::write() {
+std::string VrfIds::text() const {
   std::string text = std::string(kHeading) + '\n';
   for (const auto& [name, known] : known_) {
     text += std::to_string(known.id) + ' ' + std::to_string(known.table) + ' ' + name + '\n';
   }
-  const Status status = replace_file(path_, text, kPrivateFileMode, Survives::kPowerCut);
-  unwritten_ = status != kStatusOk;
-  if (unwritten_ && !failure_logged_) {
-    log_warning("kernel", "%s: %s; VRFs that share a table may exchange their times when the daemon restarts",
-                path_.c_str(), err_text(status));
-  }
-  failure_logged_ = unwritten_;
+  return text;
 }
 
 }  // namespace kernel

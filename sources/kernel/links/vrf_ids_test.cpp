@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "platform/core/base/fault.h"
+#include "platform/core/chkpt/chkpt.h"
+#include "platform/core/evm/test_run_directory.h"
 #include "platform/core/files/temporary_directory.h"
 #include "sources/kernel/links/reconciler.h"
 #include "sources/kernel/test_support.h"
@@ -17,6 +19,7 @@ namespace kernel {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 
 class VrfIdsTest : public ::testing::Test {
  protected:
@@ -170,6 +173,84 @@ TEST_F(VrfIdsTest, FailedWriteIsRetriedByALaterRun) {
   Settle();
   Restart();
   EXPECT_THAT(Ids({"red", "low"}), ElementsAre(10, 0x8000000a));
+}
+
+// With an open checkpoint.
+class VrfIdsBeforeCommits : public VrfIdsTest {
+ protected:
+  VrfIdsBeforeCommits() : manager_(event_manager_create("/dev/mpls/vpn/main", 0)) {
+    ChkptApplication application{};
+    chkpt_application_init(&application, 1, "test");
+    EXPECT_EQ(chkpt_init(&application, manager_), kStatusOk);
+    ChkptTableDescriptor descriptor{};
+    chkpt_table_init(&descriptor, 1, 1, 0, 1, 0);
+    bool had_contents = false;
+    EXPECT_EQ(chkpt_register(&descriptor, 1, &table_, &had_contents), kStatusOk);
+  }
+  ~VrfIdsBeforeCommits() override {
+    run_.reset();
+    chkpt_end();
+    event_manager_destroy(manager_);
+  }
+  // The checkpoint has a record, on the disk.
+  void Commit(std::uint32_t key) {
+    std::uint64_t object_id = 0;
+    ASSERT_EQ(chkpt_create(table_, &key, sizeof key, &object_id), kStatusOk);
+    ASSERT_EQ(chkpt_flush(), kStatusOk);
+  }
+  std::string File() const {
+    std::ifstream file(file_);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  TestRunDirectory directory_;
+  EventManager* manager_;
+  ChkptTable* table_ = nullptr;
+};
+
+TEST_F(VrfIdsBeforeCommits, AreNotWrittenByTheCaller) {
+  const std::string before = File();
+  Add("red", 9, 10);
+  EXPECT_EQ(File(), before);
+  Commit(1);
+  EXPECT_THAT(File(), HasSubstr("10 10 red"));
+}
+
+TEST_F(VrfIdsBeforeCommits, NeedNoOtherChange) {
+  Add("red", 9, 10);
+  ASSERT_EQ(chkpt_flush(), kStatusOk);
+  EXPECT_THAT(File(), HasSubstr("10 10 red"));
+}
+
+TEST_F(VrfIdsBeforeCommits, AreWrittenBeforeACommitWithinTheCreationOfManyVrfs) {
+  AddUnseen("red", 9, 10);
+  AddUnseen("low", 11, 10);
+  run_->reconciler.begin(mirror_, mirror_.take_changes());
+  while (run_->model.find_vrf("low") == nullptr) run_->reconciler.step(1);
+  ASSERT_FALSE(run_->reconciler.is_done());
+  Commit(1);
+  EXPECT_THAT(File(), HasSubstr("10 10 red"));
+  EXPECT_THAT(File(), HasSubstr("2147483658 10 low"));
+  while (!run_->reconciler.is_done()) run_->reconciler.step(1);
+}
+
+TEST_F(VrfIdsBeforeCommits, FailedWriteIsRetriedByALaterRun) {
+  {
+    const ScopedFault fault("replace_file", ENOSPC, 1, 0);
+    testing::internal::CaptureStderr();
+    Add("red", 9, 10);
+    Commit(1);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("vrf_ids: No space left on device"));
+  }
+  Settle();
+  Commit(2);
+  EXPECT_THAT(File(), HasSubstr("10 10 red"));
+}
+
+TEST_F(VrfIdsBeforeCommits, AreWrittenWhenTheSourceEndsFirst) {
+  Add("red", 9, 10);
+  run_.reset();
+  EXPECT_THAT(File(), HasSubstr("10 10 red"));
 }
 
 TEST_F(VrfIdsTest, FileThatCannotBeReadIsLogged) {
