@@ -2,7 +2,9 @@
 """Traps from the router's changes to a stock snmptrapd: each switch, every kind of change, restarts of each process in
 between, and a queue that overflows."""
 import json
+import signal
 import subprocess
+import time
 import unittest
 
 from system import BIN, SLOW, name_index, wait_until
@@ -122,6 +124,20 @@ class Traps(TrapCase):
             self.flap(5)
             self.system.start_agent()
             self.flap(1)
+            self.expect()
+
+    def test_traps_on_their_way_arrive_once_although_the_daemon_is_killed(self):
+        """The sub-agent has sent them to an snmpd that does not answer; the next daemon sends them again."""
+        self.config("set", "traps", "all")
+        snmpd = self.system.processes["snmpd"]
+        for _ in range(3):
+            snmpd.send_signal(signal.SIGSTOP)
+            self.flap(4)
+            time.sleep(0.2)  # until the sub-agent has them; no program shows that
+            self.system.kill("daemon")
+            self.system.start_daemon()
+            self.flap(1)
+            snmpd.send_signal(signal.SIGCONT)
             self.expect()
 
     def test_full_queue_drops_the_oldest_and_reports_how_many(self):
