@@ -1,6 +1,6 @@
 // A call fails in one of two ways. The connection is lost or its answers cannot be trusted any more: it is
-// closed and opened again later. Or the daemon refused (a row that does not exist, a path that it does not
-// serve yet): the connection remains.
+// closed and opened again later, or, after a time-out, at once. Or the daemon refused (a row that does not
+// exist, a path that it does not serve yet): the connection remains.
 #include "agent/daemon_source.h"
 
 #include <utility>
@@ -8,6 +8,12 @@
 #include "platform/core/base/log.h"
 
 namespace agent {
+
+namespace {
+
+constexpr const char* kShortAnswer = "/oper/mpls_vpn/gl/scalars";
+
+}  // namespace
 
 DaemonSource::DaemonSource(std::string socket_path, DaemonLimits limits)
     : socket_path_(std::move(socket_path)), limits_(limits), client_(socket_path_, limits.call_timeout) {
@@ -20,7 +26,7 @@ void DaemonSource::begin_request() {
 
 kvtree::GetResult DaemonSource::get(std::string_view path) {
   kvtree::GetResult result;
-  if (!ready()) return result;
+  if ((result.status = prepare()) != kStatusOk) return result;
   result = client_.get(path);
   note(result.status);
   return result;
@@ -28,16 +34,17 @@ kvtree::GetResult DaemonSource::get(std::string_view path) {
 
 kvtree::WalkResult DaemonSource::walk(std::string_view path, std::uint32_t max_rows) {
   kvtree::WalkResult result;
-  if (!ready()) return result;
+  if ((result.status = prepare()) != kStatusOk) return result;
   result = client_.walk(path, max_rows);
   note(result.status);
   return result;
 }
 
-bool DaemonSource::ready() {
-  if (clock_monotonic() >= budget_ends_) return false;
+Status DaemonSource::prepare() {
+  if (clock_monotonic() >= budget_ends_) return kStatusTimedOut;
   step();
-  return client_.connected();
+  if (is_silent_) return kStatusTimedOut;
+  return client_.connected() ? kStatusOk : kStatusNotConnected;
 }
 
 void DaemonSource::note(Status status) {
@@ -60,17 +67,20 @@ void DaemonSource::probe(std::string_view path) {
 }
 
 void DaemonSource::handle_readable() {
-  client_.close();
-  lose(kStatusNotConnected);
+  const Status status = is_silent_ ? client_.end_get() : kStatusNotConnected;
+  if (!is_silent_) client_.close();
+  if (client_.connected()) is_silent_ = false;
+  note(status);
 }
 
 void DaemonSource::step() {
   if (client_.connected() || clock_monotonic() < retry_at_) return;
-  const Status status = client_.connect();
-  if (status != kStatusOk) {
-    client_.close();
-    lose(status);
-  }
+  Status status = client_.connect();
+  if (status == kStatusOk && is_silent_) status = client_.begin_get(kShortAnswer);
+  if (status == kStatusOk) return;
+  client_.close();
+  lose(status);
+  retry_at_ = clock_monotonic() + (is_silent_ ? limits_.silence_ns : limits_.retry_ns);
 }
 
 std::uint64_t DaemonSource::deadline() const {
@@ -78,8 +88,8 @@ std::uint64_t DaemonSource::deadline() const {
 }
 
 void DaemonSource::lose(Status status) {
-  const std::uint64_t pause = status == kStatusTimedOut ? limits_.silence_ns : limits_.retry_ns;
-  retry_at_ = clock_monotonic() + pause;
+  is_silent_ = status == kStatusTimedOut;
+  retry_at_ = clock_monotonic() + (is_silent_ ? 0 : limits_.retry_ns);
   if (announced_away_) return;
   announced_away_ = true;
   log_warning("", "daemon at %s: away (%s); answering with errors until it is back", socket_path_.c_str(),

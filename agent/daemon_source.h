@@ -2,8 +2,10 @@
 //
 // Bounds: no call takes longer than call_timeout. One request PDU may spend request_budget on the daemon
 // before its next call is refused, so that a PDU takes at most the sum of the two. While the daemon is away
-// calls fail at once; one attempt to connect is made every retry_interval. After a call has timed out the
-// daemon is not asked for the time `silence`, so that a daemon that hangs does not stall a manager.
+// calls fail at once; one attempt to connect is made every retry_interval. After a call has timed out all
+// calls do at once, until the daemon answers a request on a new connection, for which this process does not
+// wait. So a daemon that hangs delays one request, and one that was busy is asked again as soon as it
+// answers.
 #pragma once
 
 #include <chrono>
@@ -38,7 +40,7 @@ class DaemonSource : public tables::RowSource {
   // Until the daemon has answered with data: reads the path when an attempt is due.
   void probe(std::string_view path);
 
-  int fd() const { return client_.fd(); }  // -1: none; readable means that the daemon closed it
+  int fd() const { return client_.fd(); }  // -1: none; readable: the daemon closed it, or answers again
   void handle_readable();
   // Connects when that is due.
   void step();
@@ -46,7 +48,8 @@ class DaemonSource : public tables::RowSource {
   std::uint64_t deadline() const;
 
  private:
-  bool ready();
+  // kStatusOk if the daemon can be asked.
+  Status prepare();
   void note(Status status);
   void lose(Status status);
 
@@ -55,6 +58,7 @@ class DaemonSource : public tables::RowSource {
   kvtree::Client client_;
   std::uint64_t retry_at_ = 0;
   std::uint64_t budget_ends_ = 0;
+  bool is_silent_ = false;  // a call has timed out, and the daemon has not answered since
   bool had_data_ = false;
   bool announced_away_ = false;
 };

@@ -2,6 +2,7 @@
 #include "agent/daemon_source.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <chrono>
 
@@ -28,6 +29,11 @@ class DaemonSourceTest : public testing::Test {
   void Pass(std::uint64_t milliseconds) {
     clock_.advance(milliseconds * kNanosecondsPerMillisecond);
     source_.begin_request();
+  }
+
+  void WaitUntilReadable() const {
+    pollfd watched{source_.fd(), POLLIN, 0};
+    ASSERT_EQ(poll(&watched, 1, 10'000), 1);
   }
 
   ManualClock clock_{1000 * kNanosecondsPerSecond};
@@ -89,19 +95,38 @@ TEST_F(DaemonSourceTest, HangUpIsNoticedWithoutARequest) {
   EXPECT_EQ(source_.deadline(), clock_monotonic() + 200 * kNanosecondsPerMillisecond);
 }
 
-TEST_F(DaemonSourceTest, HangingDaemonCostsOneTimeOutAndIsThenLeftAlone) {
+TEST_F(DaemonSourceTest, HangingDaemonCostsOneTimeOutAndIsAskedAgainAsSoonAsItAnswers) {
   daemon_.Start(1);
   ASSERT_EQ(source_.get(kScalars).status, kStatusOk);
   daemon_.Hang();
+  testing::internal::CaptureStderr();
   const auto begin = SteadyClock::now();
-  EXPECT_EQ(source_.get(kScalars).status, kStatusTimedOut);
-  for (int i = 0; i < 1000; ++i) EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected);
-  Pass(999);
-  EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected);
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_EQ(source_.get(kScalars).status, kStatusTimedOut);
+    Pass(100);
+  }
   EXPECT_LT(SteadyClock::now() - begin, std::chrono::seconds(5)) << "a thousand time-outs would take 100 s";
   daemon_.GoOn();
-  Pass(1);
-  EXPECT_EQ(source_.get(kScalars).status, kStatusOk);
+  WaitUntilReadable();
+  source_.handle_readable();
+  EXPECT_EQ(source_.get(kScalars).status, kStatusOk) << "although no time has passed";
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "daemon at " + daemon_.socket() + ": away (" + err_text(kStatusTimedOut) +
+                "); answering with errors until it is back\n" + "daemon at " + daemon_.socket() +
+                ": answers again\n");
+}
+
+TEST_F(DaemonSourceTest, DaemonThatIsKilledWhileItHangsIsAway) {
+  daemon_.Start(1);
+  ASSERT_EQ(source_.get(kScalars).status, kStatusOk);
+  daemon_.Hang();
+  EXPECT_EQ(source_.get(kScalars).status, kStatusTimedOut);
+  EXPECT_EQ(source_.get(kScalars).status, kStatusTimedOut);
+  daemon_.Kill();
+  WaitUntilReadable();
+  source_.handle_readable();
+  EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected);
+  EXPECT_EQ(source_.fd(), -1);
 }
 
 TEST_F(DaemonSourceTest, RequestThatHasSpentItsBudgetGetsNoFurtherCall) {

@@ -136,6 +136,35 @@ TEST_F(SubAgentTest, FloodOfLogLinesIsCountedWhenItsIntervalEnds) {
             "test: line 0\ntest: 2 similar lines were suppressed, the last one: line 2\n");
 }
 
+TEST_F(SubAgentTest, HangingDaemonIsAnsweredForWithItsLatestRows) {
+  daemon_.Start(5);
+  Run();
+  const std::vector<Oid> known = {scalar(1), if_conf(5, "RED", 1)};
+  ASSERT_EQ(Ask(PduType::kGet, known).head.error, 0);
+  daemon_.Hang();
+  Pass(2000);  // the rows are no longer valid
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(Ask(PduType::kGet, known).head.error, 0);
+    EXPECT_EQ(Ask(PduType::kGet, {if_conf(5, "A", 1)}).head.error, 5) << "unknown, not absent";
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5)) << "time-outs would take 20 s";
+  Pass(3000);
+  EXPECT_EQ(Ask(PduType::kGet, known).head.error, 5);
+  daemon_.GoOn();
+  for (int i = 0; i < 500 && Ask(PduType::kGet, known).head.error != 0; ++i) sub_agent_.run_once(-1, 10);
+  EXPECT_EQ(Ask(PduType::kGet, {if_conf(5, "RED", 5)}).head.error, 0) << "although no time has passed";
+}
+
+TEST_F(SubAgentTest, RowsOfADaemonThatEndedAreNotServed) {
+  daemon_.Start(5);
+  Run();
+  ASSERT_EQ(Ask(PduType::kGet, {scalar(1)}).head.error, 0);
+  daemon_.Kill();
+  Pass(1000);
+  EXPECT_EQ(Ask(PduType::kGet, {scalar(1)}).head.error, 5);
+}
+
 TEST_F(SubAgentTest, WakeDescriptorEndsTheWait) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);

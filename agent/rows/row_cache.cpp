@@ -23,8 +23,10 @@ RowCache::RowCache(const RowSet& set, RowSource& source, std::uint64_t age_ns)
 
 Lookup RowCache::first_at_or_after(oid::View index, std::uint32_t rows_wanted, RowRef* row) {
   const std::uint64_t now = clock_monotonic();
-  Slot* slot = find(index, now);
-  if (slot == nullptr) slot = fetch(index, rows_wanted, now);
+  Status status = kStatusOk;
+  Slot* slot = find(index, now, age_ns_);
+  if (slot == nullptr) slot = fetch(index, rows_wanted, now, &status);
+  if (status == kStatusTimedOut && age_ns_ > 0) slot = find(index, now, kOldRows);
   if (slot == nullptr) return Lookup::kFailed;
   slot->used = ++uses_;
   const std::size_t found = slot->window.first_at_or_after(index);
@@ -33,9 +35,9 @@ Lookup RowCache::first_at_or_after(oid::View index, std::uint32_t rows_wanted, R
   return Lookup::kRow;
 }
 
-RowCache::Slot* RowCache::find(oid::View index, std::uint64_t now) {
+RowCache::Slot* RowCache::find(oid::View index, std::uint64_t now, std::uint64_t age_ns) {
   for (Slot& slot : slots_) {
-    if (now - slot.filled_at < age_ns_ && slot.window.covers(index)) return &slot;
+    if (now - slot.filled_at < age_ns && slot.window.covers(index)) return &slot;
   }
   return nullptr;
 }
@@ -45,9 +47,11 @@ RowCache::Slot* RowCache::least_recent() {
                             [](const Slot& left, const Slot& right) { return left.used < right.used; });
 }
 
-RowCache::Slot* RowCache::fetch(oid::View index, std::uint32_t rows_wanted, std::uint64_t now) {
+RowCache::Slot* RowCache::fetch(oid::View index, std::uint32_t rows_wanted, std::uint64_t now,
+                                Status* status) {
   Slot* const slot = least_recent();
-  if (!read(index, rows_wanted, &slot->window)) return nullptr;
+  *status = read(index, rows_wanted, &slot->window);
+  if (*status != kStatusOk) return nullptr;
   slot->filled_at = now;
   for (Slot& other : slots_) {
     if (&other == slot || !other.window.overlaps(slot->window)) continue;
@@ -57,9 +61,8 @@ RowCache::Slot* RowCache::fetch(oid::View index, std::uint32_t rows_wanted, std:
   return slot;
 }
 
-// A table that was read only in part must not look complete: any failure discards the window.
-bool RowCache::read(oid::View index, std::uint32_t rows_wanted, Window* window) {
-  window->discard();
+// A table that was read only in part must not look complete: a malformed answer discards the window.
+Status RowCache::read(oid::View index, std::uint32_t rows_wanted, Window* window) {
   kvtree::WalkResult result;
   if (set_->single) {
     kvtree::GetResult record = source_->get(set_->path);
@@ -73,15 +76,15 @@ bool RowCache::read(oid::View index, std::uint32_t rows_wanted, Window* window) 
       result.end = true;
     }
   }
-  if (result.status != kStatusOk) return false;
+  if (result.status != kStatusOk) return result.status;
   if (window->fill(index, result.rows, result.end) && window->covers(index)) {
     complained_ = false;
-    return true;
+    return kStatusOk;
   }
   if (!complained_) log_warning("", "%s: the daemon's answer is malformed or out of order", set_->name);
   complained_ = true;
   window->discard();
-  return false;
+  return kStatusBadMessage;
 }
 
 }  // namespace tables

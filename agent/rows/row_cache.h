@@ -3,6 +3,9 @@
 // A manager walks by column or by row, and several managers walk different places; each finds its window as
 // long as there are no more of them than windows. Memory is bounded by windows times rows, whatever the size
 // of the table, and rows are read only for a request.
+//
+// While the daemon does not answer in time, rows are served until they are kOldRows old: most managers ask
+// for the same rows again and again, and take an error for the loss of the rows.
 #pragma once
 
 #include <array>
@@ -12,6 +15,7 @@
 #include "agent/oid/oid.h"
 #include "agent/rows/row_set.h"
 #include "agent/rows/row_source.h"
+#include "platform/core/base/clock.h"
 
 namespace tables {
 
@@ -28,6 +32,8 @@ struct RowRef {
   mib::Value cell(std::size_t slot) const { return window->cell(row, slot); }
 };
 
+inline constexpr std::uint64_t kOldRows = 5 * kNanosecondsPerSecond;
+
 enum class Lookup {
   kRow,
   kEnd,     // there is no row at or after the index
@@ -36,7 +42,8 @@ enum class Lookup {
 
 class RowCache {
  public:
-  // Rows are valid until they are `age` old; with age 0 every look-up asks the source. Both references must
+  // Rows are valid until they are `age` old; with age 0 every look-up asks the source, and no other row is
+  // served. Both references must
   // outlive the cache.
   RowCache(const RowSet& set, RowSource& source, std::uint64_t age_ns);
 
@@ -51,10 +58,11 @@ class RowCache {
     std::uint64_t used = 0;  // greater is more recent
   };
 
-  Slot* find(oid::View index, std::uint64_t now);
-  Slot* fetch(oid::View index, std::uint32_t rows_wanted, std::uint64_t now);
+  Slot* find(oid::View index, std::uint64_t now, std::uint64_t age_ns);
+  // Null without an answer, with its status.
+  Slot* fetch(oid::View index, std::uint32_t rows_wanted, std::uint64_t now, Status* status);
   Slot* least_recent();
-  bool read(oid::View index, std::uint32_t rows_wanted, Window* window);
+  Status read(oid::View index, std::uint32_t rows_wanted, Window* window);
 
   const RowSet* set_;
   RowSource* source_;

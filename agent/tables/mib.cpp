@@ -59,6 +59,8 @@ bool Mib::are_routes_readable() {
   const std::uint64_t now = clock_monotonic();
   if (routes_asked_at_ && now - *routes_asked_at_ < row_age_ns_) return are_routes_readable_;
   const Status status = source_->get(kAnyRoute).status;
+  const bool is_recent = routes_asked_at_ && now - *routes_asked_at_ < kOldRows;
+  if (status == kStatusTimedOut && row_age_ns_ > 0 && is_recent) return are_routes_readable_;
   are_routes_readable_ = status == kStatusOk || status == kStatusNoSuchRow;
   routes_asked_at_ = now;
   return are_routes_readable_;

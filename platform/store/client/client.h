@@ -117,6 +117,10 @@ class Client {
   int fd() const;
 
   GetResult get(std::string_view path, bool structured = false);
+  // Requests the record without waiting, so that fd() becomes readable when the server answers.
+  [[nodiscard]] Status begin_get(std::string_view path);
+  // The status of that answer. Without one the connection is closed: kStatusTimedOut.
+  [[nodiscard]] Status end_get();
   ListResult list(std::string_view path, std::uint32_t max_items, bool structured = false);
   ListResult datalist(std::string_view path, std::uint32_t max_items, bool structured = false);
   WalkResult walk(std::string_view path, std::uint32_t max_rows, bool structured = false);

@@ -53,12 +53,19 @@ Status Client::Connection::queue_notification(const wire::Message& message) {
   return kStatusOk;
 }
 
-Status Client::Connection::exchange(std::uint16_t type, wire::Reader* answer) {
+Status Client::Connection::send() {
   if (!socket.connected()) return kStatusNotConnected;
   if (socket.frame_size() > kMaxRequest) return kStatusMessageTooLarge;
-  const SteadyClock::time_point deadline =
-      SteadyClock::now() + (type == kCommit ? kChangeTimes : 1) * timeout;
-  if (const Status status = socket.send()) return status;
+  return socket.send();
+}
+
+Status Client::Connection::exchange(std::uint16_t type, wire::Reader* answer) {
+  if (const Status status = send()) return status;
+  return receive(type, (type == kCommit ? kChangeTimes : 1) * timeout, answer);
+}
+
+Status Client::Connection::receive(std::uint16_t type, milliseconds patience, wire::Reader* answer) {
+  const SteadyClock::time_point deadline = SteadyClock::now() + patience;
   wire::Message message;
   do {
     if (const Status status = socket.receive(&message, time_left(deadline))) return fail(status);

@@ -30,7 +30,11 @@ struct Client::Connection {
   Status fail(Status status);
   // Queues a notification.
   Status queue_notification(const wire::Message& message);
-  // Sends what begin() began and waits for its answer; the reader is valid until the next call.
+  // Sends what begin() began.
+  Status send();
+  // Waits so long for the answer; the reader is valid until the next call.
+  Status receive(std::uint16_t type, std::chrono::milliseconds patience, wire::Reader* answer);
+  // Both.
   Status exchange(std::uint16_t type, wire::Reader* answer);
   // The same; returns the answer's status, its first word. The reader is after it.
   Status ask(std::uint16_t type, wire::Reader* answer);

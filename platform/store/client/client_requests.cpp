@@ -86,6 +86,20 @@ GetResult Client::get(std::string_view path, bool structured) {
   return result;
 }
 
+Status Client::begin_get(std::string_view path) {
+  wire::Writer writer = connection_->begin(kGet);
+  writer.u8(flags(false));
+  writer.text(path);
+  return connection_->send();
+}
+
+Status Client::end_get() {
+  wire::Reader reader;
+  if (const Status status = connection_->receive(kGet, milliseconds(0), &reader)) return status;
+  const Status status = reader.u32();
+  return reader.ok() ? status : connection_->fail(kStatusBadMessage);
+}
+
 ListResult Client::list(std::string_view path, std::uint32_t max_items, bool structured) {
   return list_items(connection_.get(), kList, path, max_items, structured);
 }
