@@ -7,6 +7,7 @@
 
 #include "daemon/host.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
+#include "platform/core/base/log.h"
 
 namespace {
 
@@ -24,7 +25,8 @@ constexpr char kUsage[] =
     "Environment: MPLS_VPN_MIB_CONFIG_DIR, MPLS_VPN_MIB_RUN_DIR, MPLS_VPN_MIB_STATE_DIR, "
     "MPLS_VPN_MIB_LIB_DIR;\n"
     "MPLS_VPN_MIB_ADMIN_GROUP, MPLS_VPN_MIB_AGENT_GROUP (who may change the configuration, who is the "
-    "sub-agent).\n"
+    "sub-agent);\n"
+    "MPLS_VPN_MIB_DEBUG=errors prints errors that the log does not have.\n"
     "Exit status: 1 the start failed, 2 wrong arguments.\n";
 
 int print(const char* text) {
@@ -48,5 +50,9 @@ int main(int argc, char** argv) {
   // Writing to a closed connection fails with EPIPE instead of ending the process.
   signal(SIGPIPE, SIG_IGN);
   if (const int status = daemon_host::start_host()) return status;
-  return mpls_vpn_mib_main(argc, argv);
+  const int status = mpls_vpn_mib_main(argc, argv);
+  log_error("mpls_vpn_mib",
+            "the start failed; without a reason above, start it with MPLS_VPN_MIB_DEBUG=errors, which prints "
+            "errors of all debug areas");
+  return status;
 }

@@ -256,6 +256,11 @@ class BadStart(SystemTest):
         self.assertEqual(process.wait(timeout=60), 1)
         self.assertEqual(system.cli("show", "scalars").returncode, 0)
 
+    def test_start_that_fails_without_debug_areas_says_so(self):
+        status, log = self.start(ROUTER, environment={"MPLS_VPN_MIB_FAULTS": "vmap_c_lib_init=12"})
+        self.assertEqual(status, 1)
+        self.assertIn("mpls_vpn_mib: the start failed; without a reason above, start it with MPLS_VPN_MIB_DEBUG=errors", log)
+
     START_UP_FAILURES = {"trace_open=28": "ERR_TRACE_INIT", "debug_register=5": "Debug initialization failed exiting...",
                          "vtab_init=5": "Failed to initialize VTAB", "proc_ready=5": "Error in main: proc_ready",
                          "vmap_c_lib_init=12": "Error in main: error in PROV"}

@@ -76,7 +76,10 @@ Definitions read_registry_file() {
 
 Status write_registry_file(const Definitions& definitions) {
   if (const Status status = prepare_directory(run_directory(), kRunDirectoryMode)) return status;
-  return replace_file(registry_path(), file_text(definitions), kRunFileMode);
+  const std::string path = registry_path();
+  const Status status = replace_file(path, file_text(definitions), kRunFileMode);
+  if (status != kStatusOk) log_error("parcel", "%s cannot be written: %s", path.c_str(), err_text(status));
+  return status;
 }
 
 }  // namespace parcel_detail

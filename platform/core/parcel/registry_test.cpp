@@ -153,7 +153,10 @@ TEST_F(RegistryTest, FaultPointsFailEachStepOfABatch) {
 
 TEST_F(RegistryTest, FileThatCannotBeReplacedFailsTheBatchAsAWhole) {
   fs::create_directory(File() + ".new");
+  testing::internal::CaptureStderr();
   EXPECT_EQ(Register({&kRow}), static_cast<Status>(EEXIST));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "parcel: " + File() + " cannot be written: File exists\n");
   EXPECT_EQ(parcel_find("test_row"), nullptr);
 }
 

@@ -207,7 +207,10 @@ TEST_F(TraceTest, FolderThatCannotBeCreatedIsReportedByItsErrno) {
 TEST_F(TraceTest, FileThatCannotBeCreatedIsReportedByItsErrno) {
   fs::create_directories(File(".name"));
   TraceBuffer* buffer = nullptr;
+  testing::internal::CaptureStderr();
   EXPECT_EQ(trace_open("name", 4, 0, 0, 0, &buffer), static_cast<Status>(EEXIST));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "trace: " + File("name") + " cannot be created: File exists\n");
   fs::create_directories(File("other/inside"));
   EXPECT_EQ(trace_open("other", 4, 0, 0, 0, &buffer), static_cast<Status>(EISDIR));
   EXPECT_FALSE(fs::exists(File(".other")));

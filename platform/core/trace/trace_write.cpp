@@ -22,6 +22,7 @@
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/files/private_files.h"
 #include "platform/core/trace/ring.h"
@@ -39,6 +40,11 @@ using Text = std::array<char, kTextWords * 8>;
 
 Status last_error() {
   return errno == 0 ? kStatusIo : static_cast<Status>(errno);
+}
+
+Status report(const std::string& path, Status status) {
+  log_error("trace", "%s cannot be created: %s", path.c_str(), err_text(status));
+  return status;
 }
 
 std::uint32_t thread_id() {
@@ -99,7 +105,7 @@ Status open_buffer(const std::string& name, const Parameters& parameters, TraceB
   const std::string path = directory + "/" + file_name(name);
   const std::string beside = directory + "/." + file_name(name);
   void* mapping = map_new_file(beside.c_str(), file_size(parameters.size));
-  if (mapping == nullptr) return last_error();
+  if (mapping == nullptr) return report(path, last_error());
   TraceBuffer* made = prepare(mapping, name, parameters);
   if (made != nullptr && publish(beside, path, made)) {
     *buffer = made;
@@ -109,7 +115,7 @@ Status open_buffer(const std::string& name, const Parameters& parameters, TraceB
   delete made;
   munmap(mapping, file_size(parameters.size));
   unlink(beside.c_str());
-  return status;
+  return report(path, status);
 }
 
 // Marks the entry as being written under this sequence; false if it has a newer or an unfinished record.
