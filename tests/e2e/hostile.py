@@ -187,6 +187,17 @@ class NodesOfAnOwner(Hostile):
         return itertools.repeat(repeated(frame(NODES, struct.pack("<I", 1000) + text("/cfg/") + text("") + text("frr"))))
 
 
+class RouterShows(Hostile):
+    """The router of a router file, as text, as a whole and by VRF. The daemon looks at every interface."""
+    connections = 8
+
+    def input(self):
+        def show(*words):
+            return frame(ACTION, struct.pack("<H", 2 + len(words)) + b"".join(map(text, ("router", "show", *words))))
+
+        return itertools.repeat(repeated(show(), show("customer-05000")))
+
+
 class HistoryPages(Hostile):
     """One change per page of the largest commit."""
     connections = 4
@@ -303,8 +314,8 @@ class MalformedFrames(Hostile):
         yield repeated(get("scalars"))[:4000] + random.choice(broken)
 
 
-ATTACKS = (PipelinedScalars, PipelinedScalarsEverywhere, FilteredLists, WholeTables, NextRoutes, NodesOfAnOwner, HistoryPages,
-           HalfHeaders, SilentDebugClients, DebugWatchers, SlowReaders, SlowSenders, SubscriptionFlood, ReconnectFlood,
+ATTACKS = (PipelinedScalars, PipelinedScalarsEverywhere, FilteredLists, WholeTables, NextRoutes, NodesOfAnOwner, RouterShows,
+           HistoryPages, HalfHeaders, SilentDebugClients, DebugWatchers, SlowReaders, SlowSenders, SubscriptionFlood, ReconnectFlood,
            ForbiddenCommits, MalformedFrames)
 
 

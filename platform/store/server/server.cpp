@@ -1,6 +1,6 @@
-// The server: clients' messages in, answers out. What reads from providers is in read_answers.cpp,
-// subscriptions are in subscriptions.cpp; what concerns the configuration is in the client_*.cpp of
-// platform/store/configuration.
+// The server: clients' messages in, answers out. What reads from providers is in read_answers.cpp, actions
+// are in action_answers.cpp, subscriptions in subscriptions.cpp; what concerns the configuration is in the
+// client_*.cpp of platform/store/configuration.
 //
 // A message is answered inside its handler, or in steps before the client's next message, or its client is
 // held until the answer is sent, so answers leave in the order of the requests; platform/core/wire bounds
@@ -26,41 +26,6 @@ constexpr std::size_t kRetainedAnswer = 1U << 20;  // a larger buffer is freed
 
 bool is_agent(const wire::Connection* from) {
   return from != nullptr && from->role() == wire::Role::kAgent;
-}
-
-void write_action_result(wire::Octets* answer, Status status, const std::string& text) {
-  const bool fits = text.size() + 64 <= kMaxAnswer;
-  Writer writer(answer);
-  writer.u32(fits ? status : kStatusMessageTooLarge);
-  writer.text(fits ? std::string_view(text) : std::string_view());
-}
-
-// The client is held before the action runs, because the action may end within its call.
-Status run_action(wire::Connection& from, const std::vector<std::string>& words, std::string* text) {
-  if (is_agent(&from)) return kStatusAccess;
-  const LaterAnswer later = the_server()->answer_later(from);
-  const KvActionEnd end = [later](Status status, const std::string& result) {
-    wire::Octets payload;
-    write_action_result(&payload, status, result);
-    later.send(payload);
-  };
-  const Status status = kvtree_run_action({from.may_change(), end}, words, text);
-  if (status != kStatusInProgress) from.release();
-  return status;
-}
-
-// Without an answer if the action is in progress.
-bool answer_action(wire::Connection* from, Reader* request, wire::Octets* answer) {
-  const std::size_t count = request->u16();
-  if (count > kMaxActionWords) return false;
-  std::vector<std::string> words;
-  for (std::size_t i = 0; i < count && request->ok(); ++i) words.emplace_back(request->text());
-  if (!request->finished()) return false;
-  std::string text;
-  const Status status =
-      from == nullptr ? kvtree_run_action({false}, words, &text) : run_action(*from, words, &text);
-  if (status != kStatusInProgress) write_action_result(answer, status, text);
-  return true;
 }
 
 // The configuration is not an agent's business; commits and actions refuse it themselves.

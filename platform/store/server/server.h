@@ -69,6 +69,9 @@ bool answer_list(wire::Connection* from, wire::Reader* request, wire::Octets* an
 bool answer_datalist(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_walk(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 
+// Requests to run an action (action_answers.cpp).
+bool answer_action(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+
 // Requests of subscribers (subscriptions.cpp).
 bool answer_subscribe(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 // An acknowledgement has no answer. False when it is malformed.

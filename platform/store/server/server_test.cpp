@@ -166,6 +166,16 @@ TEST_F(ServedStore, ActionsSeeThePeersRightsAndAnswerTextWithEveryStatus) {
   EXPECT_EQ(client.action({"long"}).status, kStatusMessageTooLarge);
 }
 
+TEST_F(ServedStore, ActionInStepsIsAnsweredAfterTheLast) {
+  StartAndConnect();
+  for (int i = 0; i < 2; ++i) {
+    const kvtree::ActionResult done = client.action({"stepping"});
+    EXPECT_EQ(done.status, kStatusOk);
+    EXPECT_EQ(done.text, "step 3");
+  }
+  EXPECT_EQ(client.action({"act", "go"}).text, "may:go");
+}
+
 // A client whose action has begun and has not ended.
 class OpenAction : public ServedStore {
  protected:

@@ -30,6 +30,16 @@ inline Status long_action(const KvActionContext&, const std::vector<std::string>
   return kStatusOk;
 }
 
+// Ends in its third step.
+inline Status stepping_action(const KvActionContext& context, const std::vector<std::string>&,
+                              std::string* text, void*) {
+  auto* const steps = std::any_cast<int>(&context.steps->state);
+  const int step = steps == nullptr ? 1 : *steps + 1;
+  context.steps->state = step;
+  *text = "step " + std::to_string(step);
+  return step < 3 ? kStatusUnfinished : kStatusOk;
+}
+
 // Actions that have not ended yet. Belongs to the store's thread.
 inline std::vector<KvActionEnd> open_actions;
 
@@ -48,6 +58,7 @@ class ServedStore : public StoreTest {
     EXPECT_EQ(kvtree_register_action("act", fixed_action, nullptr), kStatusOk);
     EXPECT_EQ(kvtree_register_action("long", long_action, nullptr), kStatusOk);
     EXPECT_EQ(kvtree_register_action("open", open_action, nullptr), kStatusOk);
+    EXPECT_EQ(kvtree_register_action("stepping", stepping_action, nullptr), kStatusOk);
     EXPECT_EQ(kvtree_serve(manager), kStatusOk);
   }
   ~ServedStore() override {

@@ -314,6 +314,8 @@ struct KvActionContext {
   // For an action that takes long: it returns kStatusInProgress, and calls this once on the main thread with
   // its result when it has one. Null if no user waits.
   KvActionEnd end{};
+  // For an action that answers in steps, as a handler does: null if the result has to be complete.
+  KvSteps* steps = nullptr;
 };
 using KvAction = Status (*)(const KvActionContext&, const std::vector<std::string>& words, std::string* text,
                             void* argument);
@@ -322,7 +324,7 @@ using KvAction = Status (*)(const KvActionContext&, const std::vector<std::strin
 void kvtree_unregister_action(const char* name);
 
 // kStatusUnknownPath for an unregistered action, kStatusInvalid without words, or the action's status:
-// kStatusInProgress if it calls `context.end` later (or has called it already).
+// kStatusInProgress if it calls `context.end` later (or has called it already), or kStatusUnfinished.
 [[nodiscard]] Status kvtree_run_action(const KvActionContext& context, const std::vector<std::string>& words,
                                        std::string* text);
 

@@ -56,5 +56,5 @@ Status RouterAction::run(const KvActionContext& context, const std::vector<std::
     *text = "usage: " + usage(*command);
     return kStatusInvalid;
   }
-  return command->run({model_, reload_, context.end, arguments, text});
+  return command->run({model_, reload_, context.end, arguments, context.steps, text});
 }

@@ -224,4 +224,35 @@ TEST_F(RouterCommands, ShowOfALargeRouterIsBounded) {
   EXPECT_THAT(text_, HasSubstr("... and 201 more VRFs"));
 }
 
+// Every user may ask for it.
+TEST_F(RouterCommands, ShowIsMadeInStepsWithTheSameText) {
+  Do("add-vrf red");
+  for (std::uint32_t number = 1; number <= 1500; ++number) {
+    const std::string name = std::to_string(number);
+    Do("reference r" + name);
+    Do("add-interface e" + name + " index " + name + " vrf " + (number % 2 == 0 ? "red" : "blue"));
+  }
+  for (const std::string command : {"show", "show red"}) {
+    Do(command);
+    const std::string whole = text_;
+    KvSteps steps;  // each is over at once
+    int count = 1;
+    for (; Say(command, false, &steps) == kStatusUnfinished; ++count) EXPECT_EQ(text_, "");
+    EXPECT_EQ(text_, whole);
+    EXPECT_GE(count, 1500 / 100);
+  }
+}
+
+TEST_F(RouterCommands, ShowContinuesAfterWhatIsDeletedMeanwhile) {
+  for (int number = 100; number < 300; ++number) Do("add-vrf v" + std::to_string(number));
+  KvSteps steps;
+  EXPECT_EQ(Say("show", false, &steps), kStatusUnfinished);
+  for (int number = 100; number < 250; ++number) Do("delete-vrf v" + std::to_string(number));
+  while (Say("show", false, &steps) == kStatusUnfinished) {
+  }
+  EXPECT_THAT(text_, HasSubstr("\nvrf v100 "));
+  EXPECT_THAT(text_, Not(HasSubstr("\nvrf v249 ")));
+  EXPECT_THAT(text_, HasSubstr("\nvrf v299 "));
+}
+
 }  // namespace

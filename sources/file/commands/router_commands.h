@@ -14,6 +14,7 @@ struct RouterCommandContext {
   const std::function<void(KvActionEnd)>& reload;
   const KvActionEnd& end;                     // of a reload
   const std::vector<std::string>& arguments;  // the words after the command
+  KvSteps* steps;                             // of "show"; may be null
   std::string* text;                          // the answer
 };
 
@@ -32,7 +33,7 @@ inline constexpr std::size_t kAnyNumberOfArguments = static_cast<std::size_t>(-1
 // In the order of the help.
 const std::vector<RouterCommand>& router_commands();
 
-// The command "show": everything (bounded), one VRF with its interfaces, or one interface.
+// The command "show": everything (bounded), one VRF with its interfaces, or one interface. In steps.
 Status router_show(const RouterCommandContext& context);
 
 // The commands "add-route" and "delete-route".

@@ -15,14 +15,14 @@
 class RouterCommands : public ::testing::Test {
  protected:
   // Splits at blanks; '_' inside a word becomes a blank.
-  Status Say(const std::string& line, bool may_change = true) {
+  Status Say(const std::string& line, bool may_change = true, KvSteps* steps = nullptr) {
     std::vector<std::string> words = {"router"};
     std::istringstream stream(line);
     for (std::string word; stream >> word;) {
       std::replace(word.begin(), word.end(), '_', ' ');
       words.push_back(word);
     }
-    return action_.run({may_change}, words, &text_);
+    return action_.run({may_change, nullptr, steps}, words, &text_);
   }
   void Do(const std::string& line) { ASSERT_EQ(Say(line), kStatusOk) << line << ": " << text_; }
 
