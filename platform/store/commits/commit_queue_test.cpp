@@ -28,13 +28,21 @@ class CommitsInSteps : public ConfigTest {
     for (const KvConfigChange& change : Many(count, text)) nodes.push_back({change.path, *change.value});
     return nodes;
   }
+  KvConfigDone NoteDone(const std::string& name) {
+    return [this, name](Status status, const std::string& commit, const std::string& reason) {
+      done.push_back(name + " " + std::to_string(status) + " " + commit);
+      error = reason;
+    };
+  }
   void Begin(std::string_view owner, std::vector<KvConfigNode> nodes, const std::string& name) {
-    kvtree_config_begin_replacement(
-        manager, owner, std::make_shared<const std::vector<KvConfigNode>>(std::move(nodes)), name,
-        [this, name](Status status, const std::string& commit, const std::string& reason) {
-          done.push_back(name + " " + std::to_string(status) + " " + commit);
-          error = reason;
-        });
+    kvtree_config_begin_replacement(manager, owner,
+                                    std::make_shared<const std::vector<KvConfigNode>>(std::move(nodes)), name,
+                                    NoteDone(name));
+  }
+  void BeginCommit(std::string_view owner, std::vector<KvConfigChange> changes, const std::string& name) {
+    kvtree_config_begin_commit(manager, owner,
+                               std::make_shared<const std::vector<KvConfigChange>>(std::move(changes)), name,
+                               NoteDone(name));
   }
   void RunAll() const { kvtree::run_with_commits(manager); }
   // Until a commit is being applied.
@@ -140,6 +148,28 @@ TEST_F(CommitsInSteps, RefusedReplacementIsReportedOnTheLoop) {
   EXPECT_THAT(done, IsEmpty());
   RunAll();
   EXPECT_THAT(done, ElementsAre("first " + std::to_string(kStatusIo) + " "));
+}
+
+TEST_F(CommitsInSteps, ChangesOfAnOwnerAreACommitInItsPlace) {
+  Begin("script", Nodes(2, "x"), "set");
+  BeginCommit("script", {SetTo("/cfg/many/000001", "y"), {"/cfg/many/000000", std::nullopt}}, "change");
+  EXPECT_THAT(done, IsEmpty());
+  RunAll();
+  EXPECT_THAT(done, ElementsAre("set 0 1", "change 0 2"));
+  EXPECT_EQ(ValueOf("/cfg/many/000000"), "none");
+  EXPECT_EQ(ValueOf("/cfg/many/000001"), "y");
+}
+
+TEST_F(CommitsInSteps, RefusedChangesAreReportedOnTheLoop) {
+  BeginCommit("script", Many(kMaxConfigChanges + 1, "x"), "set");
+  EXPECT_THAT(done, IsEmpty());
+  RunAll();
+  EXPECT_THAT(done, ElementsAre("set " + std::to_string(kStatusMessageTooLarge) + " "));
+  EXPECT_EQ(error, "a commit has at most 100000 changes");
+  const ScopedFault fault("kvtree_config_commit", kStatusIo);
+  BeginCommit("script", {SetTo("/cfg/own", "x")}, "again");
+  RunAll();
+  EXPECT_EQ(done.back(), "again " + std::to_string(kStatusIo) + " ");
 }
 
 TEST_F(CommitsInSteps, ReplayFollowsTheNotificationsOfTheCommitThatIsBeingApplied) {

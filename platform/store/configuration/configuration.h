@@ -111,11 +111,15 @@ inline KvConfigLimits kv_config_limits;
                                            std::string_view comment, std::string* id = nullptr,
                                            std::string* error = nullptr);
 
-// The same without delaying the loop: planned and written on a thread, then applied in steps, of which
-// readers see all or nothing. Commits are made in the order of the calls. `done` is called on the loop, never
-// in this call, once the notifications of the subscribers are posted, or with the status and error of a
-// failure. Another commit in the meantime waits for this one. Fault point "kvtree_config_replace".
+// Both without delaying the loop: planned and written on a thread, then applied in steps, of which readers
+// see all or nothing. Commits are made in the order of the calls. `done` is called on the loop, never in this
+// call, once the notifications of the subscribers are posted, or with the status and error of a failure.
+// Another commit in the meantime waits for this one. Fault points "kvtree_config_commit" and
+// "kvtree_config_replace".
 using KvConfigDone = std::function<void(Status status, const std::string& id, const std::string& error)>;
+void kvtree_config_begin_commit(EventManager* manager, std::string_view owner,
+                                std::shared_ptr<const std::vector<KvConfigChange>> changes,
+                                std::string_view comment, KvConfigDone done);
 void kvtree_config_begin_replacement(EventManager* manager, std::string_view owner,
                                      std::shared_ptr<const std::vector<KvConfigNode>> nodes,
                                      std::string_view comment, KvConfigDone done);

@@ -47,6 +47,16 @@ Status commit(const CommitRequest& request, std::string* id, std::string* error)
   return prepared.status;
 }
 
+Status check_count(const std::vector<KvConfigChange>& changes, std::string* error) {
+  if (changes.size() <= kMaxConfigChanges) return kStatusOk;
+  *error = "a commit has at most " + std::to_string(kMaxConfigChanges) + " changes";
+  return kStatusMessageTooLarge;
+}
+
+void fail_later(EventManager* manager, Status status, const std::string& error, KvConfigDone done) {
+  event_post(manager, [done = std::move(done), status, error] { done(status, {}, error); });
+}
+
 // A replay sees and follows the whole commit that is being applied.
 Status replay_later_or_now(std::function<void()> replay) {
   if (store().application != nullptr) {
@@ -146,10 +156,7 @@ Status kvtree_config_commit(std::string_view owner, const std::vector<KvConfigCh
                             std::string_view comment, std::string* id, std::string* error) {
   const kvtree::Answers answers(id, error);
   if (const Status status = fault_check("kvtree_config_commit")) return status;
-  if (changes.size() > kMaxConfigChanges) {
-    *answers.error = "a commit has at most " + std::to_string(kMaxConfigChanges) + " changes";
-    return kStatusMessageTooLarge;
-  }
+  if (const Status status = kvtree::check_count(changes, answers.error)) return status;
   return kvtree::commit({std::string(owner), std::string(comment), kvtree::borrowed(changes), nullptr},
                         answers.id, answers.error);
 }
@@ -162,13 +169,23 @@ Status kvtree_config_replace(std::string_view owner, const std::vector<KvConfigN
                         answers.id, answers.error);
 }
 
+void kvtree_config_begin_commit(EventManager* manager, std::string_view owner,
+                                std::shared_ptr<const std::vector<KvConfigChange>> changes,
+                                std::string_view comment, KvConfigDone done) {
+  if (const Status status = fault_check("kvtree_config_commit"))
+    return kvtree::fail_later(manager, status, {}, std::move(done));
+  std::string error;
+  if (const Status status = kvtree::check_count(*changes, &error))
+    return kvtree::fail_later(manager, status, error, std::move(done));
+  kvtree::commit_queue(manager).add({std::string(owner), std::string(comment), std::move(changes), nullptr},
+                                    std::move(done));
+}
+
 void kvtree_config_begin_replacement(EventManager* manager, std::string_view owner,
                                      std::shared_ptr<const std::vector<KvConfigNode>> nodes,
                                      std::string_view comment, KvConfigDone done) {
-  if (const Status status = fault_check("kvtree_config_replace")) {
-    event_post(manager, [done = std::move(done), status] { done(status, {}, {}); });
-    return;
-  }
+  if (const Status status = fault_check("kvtree_config_replace"))
+    return kvtree::fail_later(manager, status, {}, std::move(done));
   kvtree::commit_queue(manager).add({std::string(owner), std::string(comment), nullptr, std::move(nodes)},
                                     std::move(done));
 }

@@ -1,6 +1,7 @@
 // An empty description is not stored. A failed commit is retried with the next change.
 #include "sources/kernel/links/vrf_descriptions.h"
 
+#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -33,7 +34,7 @@ VrfDescriptions::~VrfDescriptions() {
 }
 
 Status VrfDescriptions::load(std::string* error) {
-  std::map<std::string, std::string> found;
+  Texts found;
   model_->for_each_vrf([&](const router::Vrf& vrf) {
     if (vrf.name != router::kDefaultVrf && !vrf.description.empty()) found[vrf.name] = vrf.description;
   });
@@ -57,35 +58,53 @@ Status VrfDescriptions::remove_configured(std::string* error) {
 void VrfDescriptions::changed(const std::string& vrf) {
   if (vrf == router::kDefaultVrf) return;
   changed_.insert(vrf);
-  if (timer_ == 0) timer_ = event_timer_start(manager_, 0, [this] { commit(); });
+  commit_later();
 }
 
+void VrfDescriptions::commit_later() {
+  if (timer_ == 0 && !is_committing_) timer_ = event_timer_start(manager_, 0, [this] { commit(); });
+}
+
+std::string VrfDescriptions::text_of(const std::string& name) const {
+  const router::Vrf* vrf = model_->find_vrf(name);
+  return vrf == nullptr ? std::string() : vrf->description;
+}
+
+// What changes while this is written is in the next commit.
 void VrfDescriptions::commit() {
   timer_ = 0;
-  std::vector<KvConfigChange> changes;
-  std::map<std::string, std::string> next = stored_;
-  for (const std::string& name : changed_) {
-    const router::Vrf* vrf = model_->find_vrf(name);
-    const std::string text = vrf == nullptr ? std::string() : vrf->description;
+  auto changes = std::make_shared<std::vector<KvConfigChange>>();
+  Texts next;
+  for (const std::string& name : std::exchange(changed_, {})) {
+    const std::string text = text_of(name);
     const auto stored = stored_.find(name);
     if (text == (stored == stored_.end() ? std::string() : stored->second)) continue;
     const KvConfigNode node = vrf_config::description(name, text);
-    if (text.empty()) {
-      changes.push_back({node.path, std::nullopt});
-      next.erase(name);
+    changes->push_back({node.path, text.empty() ? std::nullopt : std::optional(node.value)});
+    next[name] = text;
+  }
+  if (changes->empty()) return;
+  is_committing_ = true;
+  kvtree_config_begin_commit(manager_, kConfigOwnerKernel, std::move(changes), kComment,
+                             [weak = std::weak_ptr(self_), next](Status status, const std::string& /*id*/,
+                                                                 const std::string& error) {
+                               if (!weak.expired()) (*weak.lock())->end_commit(status, error, next);
+                             });
+}
+
+void VrfDescriptions::end_commit(Status status, const std::string& error, const Texts& committed) {
+  is_committing_ = false;
+  const bool has_more = !changed_.empty();
+  for (const auto& [name, text] : committed) {
+    if (status != kStatusOk) {
+      changed_.insert(name);
+    } else if (text.empty()) {
+      stored_.erase(name);
     } else {
-      changes.push_back({node.path, node.value});
-      next[name] = text;
+      stored_[name] = text;
     }
   }
-  std::string reason;
-  const Status status = changes.empty()
-                            ? kStatusOk
-                            : kvtree_config_commit(kConfigOwnerKernel, changes, kComment, nullptr, &reason);
-  if (status != kStatusOk) {
-    log_error("kernel", "cannot store the descriptions of VRFs: %s", why(status, reason).c_str());
-    return;
-  }
-  stored_ = std::move(next);
-  changed_.clear();
+  if (status != kStatusOk)
+    log_error("kernel", "cannot store the descriptions of VRFs: %s", why(status, error).c_str());
+  if (has_more) commit_later();
 }

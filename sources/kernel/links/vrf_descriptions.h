@@ -1,11 +1,12 @@
 // Makes the descriptions that the router itself has for its VRFs (the alias of a VRF device) their
 // description in the configuration. The owner "kernel" has the lowest precedence, so a configured description
-// overrides them.
+// overrides them. Once started, it does not wait for its commits.
 //
 // Main thread.
 #pragma once
 
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 
@@ -36,12 +37,19 @@ class VrfDescriptions : public Source, public router::Observer {
   void vrf_deleted(const router::Vrf& vrf) override { changed(vrf.name); }
 
  private:
+  using Texts = std::map<std::string, std::string>;  // by VRF
+
   void changed(const std::string& vrf);
+  void commit_later();
   void commit();
+  void end_commit(Status status, const std::string& error, const Texts& committed);
+  std::string text_of(const std::string& name) const;
 
   router::Router* model_;
   EventManager* manager_ = nullptr;
   EventTimerId timer_ = 0;
   std::set<std::string> changed_;
-  std::map<std::string, std::string> stored_;  // by VRF
+  Texts stored_;
+  bool is_committing_ = false;
+  std::shared_ptr<VrfDescriptions*> self_ = std::make_shared<VrfDescriptions*>(this);
 };

@@ -4,15 +4,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
 #include "platform/config/owners.h"
 #include "platform/config/test_support.h"
 #include "platform/core/base/fault.h"
+#include "platform/core/chkpt/test_blocked_disk.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/model/router_test_support.h"
 #include "platform/store/configuration/configuration.h"
+#include "platform/store/configuration/test_configuration.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace {
@@ -48,10 +51,7 @@ class RouterDescriptions : public ::testing::Test {
     ASSERT_EQ(descriptions_->load(&error_), kStatusOk) << error_;
     ASSERT_EQ(descriptions_->start(manager_), kStatusOk);
   }
-  void Run() {
-    while (event_run_pending(manager_)) {
-    }
-  }
+  void Run() { kvtree::run_with_commits(manager_); }
 
   TestRunDirectory directory_;
   EventManager* manager_;
@@ -80,6 +80,37 @@ TEST_F(RouterDescriptions, ChangesFollowAsOneCommit) {
   ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
   Run();
   EXPECT_THAT(words_in_force(), IsEmpty());
+}
+
+TEST_F(RouterDescriptions, LoopDoesNotWaitForTheDisk) {
+  ASSERT_EQ(kvtree_keep_configuration(directory_.path()), kStatusOk);
+  AddVrf("red", 10, "Red");
+  Start();
+  BlockedDisk disk;
+  Describe("red", "redder");
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 10; ++i) event_run_pending(manager_);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  Describe("red", "reddest");
+  AddVrf("blue", 20, "Blue");
+  Describe("red", "crimson");
+  event_run_pending(manager_);
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red description Red"));
+  disk.release();
+  Run();
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf blue description Blue", "vrf red description crimson"));
+  EXPECT_EQ(commit_count(), 3U) << "changes during a commit are one commit";
+}
+
+TEST_F(RouterDescriptions, EndDuringACommit) {
+  ASSERT_EQ(kvtree_keep_configuration(directory_.path()), kStatusOk);
+  AddVrf("red", 10, "Red");
+  Start();
+  Describe("red", "redder");
+  event_run_pending(manager_);
+  descriptions_.reset();
+  Run();
+  EXPECT_THAT(words_in_force(), ElementsAre("vrf red description redder"));
 }
 
 TEST_F(RouterDescriptions, ChangeThatIsRevertedMakesNoCommit) {
