@@ -15,6 +15,7 @@
 #include "mpls/vpn/mib/src/support/trace.h"
 #include "mpls/vpn/mib/src/vrf/database.h"
 #include "platform/config/owners.h"
+#include "platform/core/base/memory.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/model/router.h"
@@ -25,6 +26,7 @@ class DaemonInProcess {
  public:
   // The run directory is the environment's (a TestRunDirectory of the caller).
   DaemonInProcess() {
+    heap_join_freed_blocks_at_once();
     manager = event_manager_create("/dev/mpls/vpn/main", 0x70000004);
     check(manager == nullptr ? kStatusIo : kStatusOk, "event_manager_create");
     check(vrf_config::register_configuration(), "register_configuration");

@@ -37,6 +37,7 @@
 #include "platform/config/owners.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/core/base/memory.h"
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/files/directories.h"
@@ -200,6 +201,7 @@ int refuse(const std::string& error) {
 }  // namespace
 
 int start_host() {
+  heap_join_freed_blocks_at_once();
   log_limit(kLogLines, kLogInterval);
   warn_of_shared_user();
   if (!arm_faults() || !make_directories()) return 1;

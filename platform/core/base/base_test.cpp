@@ -1,7 +1,10 @@
 // Status texts, fault points, the manual clock, tagged memory and directories.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstdlib>
+#include <memory>
+#include <vector>
 
 #include "platform/core/base/assertion.h"
 #include "platform/core/base/clock.h"
@@ -19,6 +22,14 @@ TEST(Status, EveryCodeOfTheVocabularyHasItsOwnText) {
 
 TEST(Status, UnknownCodeIsShownInHexadecimal) {
   EXPECT_STREQ(err_text(0xa2d38003), "Unknown status 0xa2d38003");
+}
+
+TEST(Memory, FreedBlocksAreJoinedAtOnce) {
+  heap_join_freed_blocks_at_once();
+  std::vector<std::unique_ptr<char[]>> blocks(10000);
+  for (auto& block : blocks) block = std::make_unique<char[]>(40);
+  blocks.clear();
+  EXPECT_EQ(mallinfo2().fsmblks, 0U) << "octets in freed blocks that are not joined";
 }
 
 TEST(FaultPoint, UnarmedPointLetsEveryCallPass) {

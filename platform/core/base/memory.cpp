@@ -1,6 +1,8 @@
 // Tagged allocations and text copies on the C heap.
 #include "platform/core/base/memory.h"
 
+#include <malloc.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -12,6 +14,11 @@ void* calloc_tagged(std::size_t count, std::size_t size, const char* tag) {
     if (fault_check((std::string("calloc_tagged:") + tag).c_str()) != kStatusOk) return nullptr;
   }
   return std::calloc(count, size);
+}
+
+// The blocks that it collects are the "fast bins".
+void heap_join_freed_blocks_at_once() {
+  mallopt(M_MXFAST, 0);
 }
 
 char* text_copy(const char* text) {

@@ -10,6 +10,10 @@
 // count * size zeroed octets, or null if memory is exhausted (or the fault point is armed).
 [[nodiscard]] void* calloc_tagged(std::size_t count, std::size_t size, const char* tag);
 
+// From now on freed memory is available at once. Otherwise the C library collects small blocks, and joins
+// those of a whole configuration in one call later: 50 ms for 10,000 VRFs, in whatever allocates next.
+void heap_join_freed_blocks_at_once();
+
 // A heap copy of text; null for null or when memory is exhausted. The caller frees it.
 [[nodiscard]] char* text_copy(const char* text);
 
