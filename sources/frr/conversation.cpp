@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "platform/core/base/fault.h"
@@ -134,15 +135,34 @@ bool is_connected(std::string_view text, std::string_view program) {
   });
 }
 
-// A warning of the shell about its connection. Among the programs' lines, only one at the start of a line
-// counts, because a description may contain the same text.
-bool is_warning(std::string_view line) {
-  return line.starts_with("Warning: closing connection") || line.starts_with("Warning: connecting to");
+// Much faster than a search for the first octet where that is a line feed.
+std::size_t find_text(std::string_view text, std::string_view wanted, std::size_t from) {
+  const std::string_view rest = text.substr(from);
+  const void* found = memmem(rest.data(), rest.size(), wanted.data(), wanted.size());
+  if (found == nullptr) return std::string_view::npos;
+  return static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
 }
 
+// The shell's warnings about its connection.
+constexpr std::array<std::string_view, 2> kWarnings{"Warning: closing connection", "Warning: connecting to"};
+
 bool has_warning(std::string_view text) {
-  return text.find("Warning: closing connection") != std::string_view::npos ||
-         text.find("Warning: connecting to") != std::string_view::npos;
+  const auto is_in = [text](std::string_view warning) {
+    return find_text(text, warning, 0) != std::string_view::npos;
+  };
+  return std::ranges::any_of(kWarnings, is_in);
+}
+
+// Among the programs' lines, only a warning at the start of a line counts, because a description may contain
+// the same text.
+bool has_warning_line(std::string_view text) {
+  const auto starts_a_line = [text](std::string_view warning) {
+    std::size_t at = find_text(text, warning, 0);
+    while (at != std::string_view::npos && at > 0 && text[at - 1] != '\n')
+      at = find_text(text, warning, at + 1);
+    return at != std::string_view::npos;
+  };
+  return std::ranges::any_of(kWarnings, starts_a_line);
 }
 
 // The last line before the prompt, for the log.
@@ -191,24 +211,26 @@ std::string part_mark(std::string_view token, std::size_t part) {
   return kMarkStart + std::string(token) + "-part-" + std::to_string(part) + ".";
 }
 
-Answer read_shell_output(std::string_view text, std::string_view program, std::string_view token,
+Answer read_shell_output(std::string text, std::string_view program, std::string_view token,
                          std::size_t commands) {
-  std::size_t start = text.find(kConfigurationStart);
+  const std::string_view all = text;
+  std::size_t start = all.find(kConfigurationStart);
   if (start == std::string_view::npos) return not_whole("no configuration in its answer");
   start += kConfigurationStart.size();
-  const std::size_t end = text.find(kConfigurationEnd, start - 1);
+  const std::size_t end = find_text(all, kConfigurationEnd, start - 1);
   if (end == std::string_view::npos) return not_whole("its configuration has no end");
-  std::string_view rest = text.substr(end + kConfigurationEnd.size());
+  std::string_view rest = all.substr(end + kConfigurationEnd.size());
   Answer answer;
   if (commands > 0 && !take_parts(&rest, token, commands, &answer.shown)) {
     return not_whole("a command's answer is missing");
   }
   if (!is_connected(rest, program)) return not_whole("the shell has no connection to it");
-  if (any_line(text, is_warning) || has_warning(text.substr(0, start)) || has_warning(rest)) {
+  if (has_warning_line(all) || has_warning(all.substr(0, start)) || has_warning(rest)) {
     return not_whole("the shell lost its connection to it");
   }
   answer.whole = true;
-  answer.configuration = text.substr(start, end + 1 - start);
+  text.resize(end + 1);
+  answer.configuration = std::move(text.erase(0, start));
   return answer;
 }
 
@@ -291,8 +313,8 @@ void Conversation::read_answer() {
   received_.append(piece.data(), static_cast<std::size_t>(length));
   const std::size_t mark = received_.find(mark_, known);
   if (mark != std::string::npos) {
-    return finish(
-        read_shell_output(std::string_view(received_).substr(0, mark), program_, token_, commands_));
+    received_.resize(mark);
+    return finish(read_shell_output(std::move(received_), program_, token_, commands_));
   }
   if (received_.size() <= limits_.answer_size) return;
   Answer answer = not_whole("its answer is too large");
@@ -309,7 +331,7 @@ void Conversation::finish(Answer answer) {
   if (answered_) patience_now_ = limits_.patience;
   const OnAnswer on_answer = std::exchange(on_answer_, nullptr);
   if (!answer.whole) end();
-  if (on_answer) on_answer(answer);
+  if (on_answer) on_answer(std::move(answer));
 }
 
 void Conversation::run_out() {

@@ -25,7 +25,15 @@
 
 namespace frr {
 
+// Never copied: an answer may have many megabytes.
 struct Answer {
+  Answer() = default;
+  ~Answer() = default;
+  Answer(Answer&&) = default;
+  Answer& operator=(Answer&&) = default;
+  Answer(const Answer&) = delete;
+  Answer& operator=(const Answer&) = delete;
+
   bool whole = false;                // complete
   bool first = false;                // of its shell: the program may have been started since the last answer
   std::string configuration;         // the running configuration, when whole
@@ -42,7 +50,7 @@ class Conversation {
     std::uint64_t longest_patience = 60'000'000'000;  // that this is not enough, up to here
     std::size_t answer_size = 32U << 20;              // octets
   };
-  using OnAnswer = std::function<void(const Answer& answer)>;
+  using OnAnswer = std::function<void(Answer answer)>;
 
   // `shell` is the shell's path and the arguments before "-d PROGRAM".
   Conversation(std::vector<std::string> shell, std::string_view program, Limits limits);
@@ -85,7 +93,7 @@ class Conversation {
 };
 
 // Parses what the shell printed up to the last mark. `token` is that of the question's marks.
-Answer read_shell_output(std::string_view text, std::string_view program, std::string_view token = {},
+Answer read_shell_output(std::string text, std::string_view program, std::string_view token = {},
                          std::size_t commands = 0);
 // The word between the parts of an answer. It is not a command, so the shell prints it.
 std::string part_mark(std::string_view token, std::size_t part);

@@ -50,6 +50,12 @@ TEST(ShellOutput, ConfigurationIsBetweenItsHeadAndItsEnd) {
   EXPECT_EQ(answer.configuration, "!\nrouter bgp 65000 vrf red\nexit\n!\n");
 }
 
+TEST(ShellOutput, ConfigurationKeepsTheMemoryOfTheText) {
+  std::string text = with(kWhole, "router bgp", std::string(100000, '!') + "\n");
+  const char* const memory = text.data();
+  EXPECT_EQ(frr::read_shell_output(std::move(text), "bgpd").configuration.data(), memory);
+}
+
 TEST(ShellOutput, ConfigurationMayBeEmpty) {
   const Answer answer =
       frr::read_shell_output("\nCurrent configuration:\nend\nvm# show daemons\n bgpd\nvm# ", "bgpd");
@@ -136,9 +142,9 @@ class ConversationTest : public ::testing::Test {
   }
   Status Ask(const std::vector<std::string>& commands = {}) {
     received.reset();
-    const auto on_answer = [this](const Answer& answer) {
+    const auto on_answer = [this](Answer answer) {
       EXPECT_FALSE(received.has_value()) << "two answers";
-      received = answer;
+      received = std::move(answer);
     };
     return conversation->ask(manager, on_answer, commands);
   }
@@ -147,7 +153,7 @@ class ConversationTest : public ::testing::Test {
     while (!received && std::chrono::steady_clock::now() < deadline)
       event_run_pending(manager, kPollInterval);
     EXPECT_TRUE(received.has_value()) << "no answer";
-    return received.value_or(Answer{});
+    return received ? std::move(*received) : Answer();
   }
   Answer AskAndAwait() {
     EXPECT_EQ(Ask(), kStatusOk);

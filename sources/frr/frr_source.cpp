@@ -157,16 +157,16 @@ void FrrSource::ask_later(Follower& follower, std::uint64_t nanoseconds) {
 void FrrSource::ask(Follower& follower) {
   follower.timer = 0;
   follower.asked = clock_monotonic();
-  const auto received = [this, &follower](const Answer& answer) { on_answer(follower, answer); };
+  const auto received = [this, &follower](Answer answer) { on_answer(follower, std::move(answer)); };
   const Status status = follower.conversation.ask(manager_, received, follower.commands);
   if (!status) return;
   Answer failure;
   failure.reason = err_text(status);
-  on_answer(follower, failure);
+  on_answer(follower, std::move(failure));
 }
 
-void FrrSource::on_answer(Follower& follower, const Answer& answer) {
-  begin_processing([this, &follower, shared = std::make_shared<const Answer>(answer)] {
+void FrrSource::on_answer(Follower& follower, Answer answer) {
+  begin_processing([this, &follower, shared = std::make_shared<const Answer>(std::move(answer))] {
     after_processing_ = [this, &follower, first = shared->first] {
       ask_later(follower, pause_after(follower, first ? 0 : clock_monotonic() - follower.asked));
     };

@@ -86,7 +86,7 @@ class FrrSource : public Source {
   void ask(Follower& follower);
   void ask_later(Follower& follower, std::uint64_t nanoseconds);
   void ask_lost_programs();
-  void on_answer(Follower& follower, const frr::Answer& answer);
+  void on_answer(Follower& follower, frr::Answer answer);
   void on_loss(Follower& follower, const std::string& reason, bool unknown);
   void log_loss(Follower& follower, const std::string& reason);
   void log_permission(const Follower& follower, const std::string& reason);
