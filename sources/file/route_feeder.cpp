@@ -38,7 +38,6 @@ void RouteFeeder::begin_tables(std::size_t vrfs) {
     last_vrf_ = vrf->name;
   }
   if (vrf != nullptr) return;
-  next_table_ = tables_.begin();
   stage_ = Stage::kPut;
 }
 
@@ -77,11 +76,12 @@ Status RouteFeeder::put_group(const RouteGroup& group, std::size_t* rows) {
 
 void RouteFeeder::sweep_some(std::size_t rows) {
   router::RouteStore& store = model_->routes();
-  for (std::size_t visited = 0; next_table_ != tables_.end() && visited < rows;) {
-    visited += std::min(rows, store.count(*next_table_)) + 1;
-    if (!store.end_refresh(*next_table_, rows, &changes_.removed)) ++next_table_;
+  for (std::size_t visited = 0; !tables_.empty() && visited < rows;) {
+    const router::RouteTableId table = *tables_.begin();
+    visited += std::min(rows, store.count(table)) + 1;
+    if (!store.end_refresh(table, rows, &changes_.removed)) tables_.erase(tables_.begin());
   }
-  if (next_table_ == tables_.end()) stage_ = Stage::kDone;
+  if (tables_.empty()) stage_ = Stage::kDone;
 }
 
 }  // namespace router_file

@@ -43,12 +43,11 @@ class RouteFeeder {
   router::Router* model_;
   Stage stage_ = Stage::kDone;
   std::vector<RouteGroup> groups_;
-  std::size_t written_ = 0;                                    // groups of one route, the first ones
-  std::size_t group_ = 0;                                      // the group that is next
-  std::uint32_t row_ = 0;                                      // its row that is next
-  std::string last_vrf_;                                       // whose tables the feed has begun
-  std::set<router::RouteTableId> tables_;                      // VRFs may share one
-  std::set<router::RouteTableId>::const_iterator next_table_;  // to be swept
+  std::size_t written_ = 0;                // groups of one route, the first ones
+  std::size_t group_ = 0;                  // the group that is next
+  std::uint32_t row_ = 0;                  // its row that is next
+  std::string last_vrf_;                   // whose tables the feed has begun
+  std::set<router::RouteTableId> tables_;  // begun and not swept; VRFs may share one
   RouteChanges changes_;
 };
 
