@@ -103,10 +103,10 @@ class LiveKernel : public ::testing::Test {
     return listener_.TakeLines();
   }
   // One iteration of the loop: what one wait collects.
-  bool RunOnce() {
+  bool RunOnce(std::uint64_t patience = kNanosecondsPerSecond) {
     std::array<unsigned char, 1024> buffer{};
     EventContext context{manager_, buffer.data(), buffer.size(), 0};
-    if (event_wait_for(&context, kNanosecondsPerSecond) != 0) return false;
+    if (event_wait_for(&context, patience) != 0) return false;
     event_dispatch(&context);
     return true;
   }

@@ -56,9 +56,7 @@ void Reconciler::run(const Mirror& mirror, Changes changes) {
 
 void Reconciler::begin(const Mirror& mirror, Changes changes) {
   refused_before_ = std::exchange(refused_now_, Indexes{});
-  deleted_vrfs_.clear();
-  created_vrfs_.clear();
-  created_tables_.clear();
+  created_tables_.clear();  // of VRFs whose creation was refused
   indexes_ = std::exchange(changes.touched, Indexes{});
   changes_ = std::move(changes);
   mirror_ = &mirror;
@@ -68,10 +66,9 @@ void Reconciler::begin(const Mirror& mirror, Changes changes) {
 
 void Reconciler::step(std::size_t items) {
   if (is_reading()) return read_some(items);
+  if (run_ == nullptr) return remember_some(items);
   (void)run_->step(items);  // no refusal ends it
-  if (!run_->is_done()) return;
-  run_.reset();
-  remember_vrfs();
+  if (run_->is_done()) run_.reset();
 }
 
 // The links are complete before their VRFs are read, and these before the interfaces.
@@ -275,9 +272,20 @@ Status Reconciler::on_refusal(const Refusal& refusal) {
   return kStatusOk;
 }
 
-void Reconciler::remember_vrfs() {
-  for (const auto& [name, index] : deleted_vrfs_) vrfs_.erase(index);
-  for (const auto& [name, index] : created_vrfs_) vrfs_[index] = {name, created_tables_[name]};
+// An index that was deleted may have been used again.
+void Reconciler::remember_some(std::size_t items) {
+  const std::uint64_t start = clock_monotonic();
+  for (; items > 0 && !is_done() && clock_monotonic() - start < reconcile::kStepTime; --items) {
+    if (!deleted_vrfs_.empty()) {
+      vrfs_.erase(deleted_vrfs_.begin()->second);
+      deleted_vrfs_.erase(deleted_vrfs_.begin());
+    } else {
+      const auto created = created_vrfs_.begin();
+      vrfs_[created->second] = {created->first, created_tables_[created->first]};
+      created_tables_.erase(created->first);
+      created_vrfs_.erase(created);
+    }
+  }
 }
 
 }  // namespace kernel

@@ -38,7 +38,7 @@ class Reconciler : private reconcile::Policy {
   void begin(const Mirror& mirror, Changes changes);
   void step(std::size_t items);
   bool is_reading() const { return mirror_ != nullptr; }
-  bool is_done() const { return !is_reading() && !run_; }
+  bool is_done() const { return !is_reading() && !run_ && deleted_vrfs_.empty() && created_vrfs_.empty(); }
   // All steps at once.
   void run(const Mirror& mirror, Changes changes);
   std::uint64_t refused() const { return refused_; }
@@ -79,7 +79,7 @@ class Reconciler : private reconcile::Policy {
   void want_new_vrf(const Link& link, const std::string& replaces);
   void want_interface(std::uint32_t index);
   std::uint32_t link_of(const reconcile::Refusal& refusal);
-  void remember_vrfs();
+  void remember_some(std::size_t items);
 
   router::Router* model_;
   VrfIds ids_;

@@ -9,6 +9,7 @@
 
 #include "platform/router/model/router_test_support.h"
 #include "sources/kernel/routes/live_routes_test_support.h"
+#include "sources/reconcile/reconcile.h"
 
 namespace kernel {
 namespace {
@@ -267,6 +268,29 @@ TEST_F(LiveNextHopObjects, RoutesWithTheirOwnPathsNeedNoObjects) {
   StartWithRed();
   EXPECT_EQ(Rows().size(), 5U);
   EXPECT_EQ(Counters().unresolved, 0U);
+}
+
+TEST_F(LiveRoutes, TablesThatDependOnALinkAreFoundInSteps) {
+  constexpr std::uint32_t kVrfs = 200;
+  constexpr std::uint32_t kTablesOfAStep = 20;
+  AddRoute("11.0.0.0/24 via 10.0.0.2 table 10");
+  for (std::uint32_t number = 0; number < kVrfs; ++number)
+    MakeVrf("vrf" + std::to_string(number), 1000 + number);
+  StartWithRed();
+  ASSERT_EQ(Rows().size(), 1U);
+  Ip("link set v0 down");
+  clock_.tick(reconcile::kStepTime / kTablesOfAStep);
+  unsigned iterations = 0;
+  for (unsigned waits = 0; !Rows().empty() && waits < 1000; ++waits) {
+    if (RunOnce(0)) {
+      ++iterations;
+    } else {
+      clock_.advance(kSettle);
+    }
+  }
+  clock_.tick(0);
+  EXPECT_TRUE(Rows().empty());
+  EXPECT_GE(iterations, 2 * kVrfs / kTablesOfAStep);
 }
 
 }  // namespace

@@ -29,6 +29,7 @@
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
+#include "sources/reconcile/reconcile.h"
 
 namespace kernel {
 namespace {
@@ -42,10 +43,12 @@ std::array<router::RouteTableId, 2> tables_of(const router::Vrf& vrf) {
           router::RouteTableId{router::Family::kIpv6, vrf.ipv6_table}};
 }
 
+// Looks the fewer up among the others: a link event concerns a few tables, and many links may change at once.
 template <class Container>
 bool intersects(const std::set<std::uint32_t>& changed, const Container& used) {
-  return std::any_of(changed.begin(), changed.end(),
-                     [&used](std::uint32_t each) { return used.contains(each); });
+  const auto is_changed = [&changed](std::uint32_t each) { return changed.contains(each); };
+  if (used.size() < changed.size()) return std::ranges::any_of(used, is_changed);
+  return std::ranges::any_of(changed, [&used](std::uint32_t each) { return used.contains(each); });
 }
 
 }  // namespace
@@ -93,9 +96,8 @@ void RouteFollower::stop() {
 }
 
 bool RouteFollower::settled() const {
-  return events_.drained() && phase_ == Phase::kIdle && dirty_.empty() && !everything_dirty_ &&
-         !objects_dirty_ && changed_links_.empty() && changed_objects_.empty() &&
-         (manager_ == nullptr || events_.is_open());
+  return events_.drained() && phase_ == Phase::kIdle && dirty_.empty() && !objects_dirty_ &&
+         changed_.is_empty() && marking_.is_empty() && (manager_ == nullptr || events_.is_open());
 }
 
 void RouteFollower::on_datagram(std::span<const std::uint8_t> datagram) {
@@ -125,12 +127,12 @@ void RouteFollower::take_event(const Event& event) {
   if (const auto* seen = std::get_if<LinkSeen>(&event)) {
     const auto [known, is_new] = links_.try_emplace(seen->link.index, seen->facts);
     if (!is_new && std::exchange(known->second, seen->facts) == seen->facts) return;
-    changed_links_.insert(seen->link.index);
+    changed_.links.insert(seen->link.index);
   } else if (const auto* removed = std::get_if<LinkRemoved>(&event)) {
     links_.erase(removed->index);
-    changed_links_.insert(removed->index);
+    changed_.links.insert(removed->index);
   } else if (const auto* address = std::get_if<AddressRemoved>(&event)) {
-    changed_links_.insert(address->address.index);
+    changed_.links.insert(address->address.index);
   } else {
     return;
   }
@@ -151,12 +153,12 @@ void RouteFollower::take_event(const RouteEvent& event) {
     objects_disturbed_ = true;
     objects_seen_.update(object->object);
     if (objects_.update(object->object)) {
-      changed_objects_.merge(objects_.users(object->object.id));
+      changed_.objects.merge(objects_.users(object->object.id));
     }
   } else if (const auto* old_object = std::get_if<NextHopRemoved>(&event)) {
     objects_disturbed_ = true;
     objects_seen_.remove(old_object->id);
-    changed_objects_.merge(objects_.users(old_object->id));
+    changed_.objects.merge(objects_.users(old_object->id));
     objects_.remove(old_object->id);
   }
   wake(settings_.settle);
@@ -203,27 +205,33 @@ void RouteFollower::mark_everything() {
     log_warning("kernel", "events of routes were lost (%llu times so far), reading all tables",
                 static_cast<unsigned long long>(counters_.losses));
   }
-  everything_dirty_ = true;
+  changed_.everything = true;
   wake(settings_.settle);
 }
 
-bool RouteFollower::depends_on_changes(const RouteUsage& usage) const {
-  return intersects(changed_links_, usage.interfaces) || intersects(changed_objects_, usage.objects);
+bool RouteFollower::Changed::concerns(const RouteUsage& usage) const {
+  return everything || intersects(links, usage.interfaces) || intersects(objects, usage.objects);
 }
 
 // The kernel may have deleted objects with a link without an event.
-void RouteFollower::mark_dependants() {
-  if (everything_dirty_ || (!changed_links_.empty() && !objects_.empty())) {
-    objects_dirty_ = true;
+void RouteFollower::begin_marking() {
+  marking_ = std::exchange(changed_, {});
+  last_marked_ = {router::Family::kIpv4, 0};
+  if (marking_.everything || (!marking_.links.empty() && !objects_.empty())) objects_dirty_ = true;
+}
+
+// Marks the tables that depend on what has changed. False if the step was over before the last.
+bool RouteFollower::mark_some() {
+  if (marking_.is_empty()) begin_marking();
+  if (marking_.is_empty()) return true;
+  const std::uint64_t end = clock_monotonic() + reconcile::kStepTime;
+  for (auto next = tables_.upper_bound(last_marked_); next != tables_.end(); ++next) {
+    if (marking_.concerns(next->second.usage)) dirty_.insert(next->first);
+    last_marked_ = next->first;
+    if (clock_monotonic() >= end) return false;
   }
-  for (const auto& [id, table] : tables_) {
-    if (everything_dirty_ || depends_on_changes(table.usage)) {
-      dirty_.insert(id);
-    }
-  }
-  everything_dirty_ = false;
-  changed_links_.clear();
-  changed_objects_.clear();
+  marking_ = {};
+  return true;
 }
 
 void RouteFollower::mark_overdue() {

@@ -59,9 +59,9 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void add_tables(const router::Vrf& vrf);
   void drop_tables(const router::Vrf& vrf);
   void mark_everything();
-  void mark_dependants();
+  void begin_marking();
+  bool mark_some();
   void mark_overdue();
-  bool depends_on_changes(const RouteUsage& usage) const;
 
   void wake(std::uint64_t delay);
   void step();
@@ -98,9 +98,17 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   Tables tables_;
   std::set<router::RouteTableId> dirty_;      // those of tables_ that must be read
   std::map<std::uint32_t, LinkFacts> links_;  // as announced since the start
-  std::set<std::uint32_t> changed_links_;     // since mark_dependants()
-  std::set<std::uint32_t> changed_objects_;   // the same, with their groups
-  bool everything_dirty_ = false;
+  // What has changed, and that of it whose dependants are being marked. Objects are with their groups.
+  struct Changed {
+    std::set<std::uint32_t> links;
+    std::set<std::uint32_t> objects;
+    bool everything = false;
+    bool is_empty() const { return links.empty() && objects.empty() && !everything; }
+    bool concerns(const RouteUsage& usage) const;
+  };
+  Changed changed_;
+  Changed marking_;
+  router::RouteTableId last_marked_{router::Family::kIpv4, 0};
   bool objects_dirty_ = false;
   std::uint64_t objects_not_before_ = 0;
   unsigned objects_doubts_ = 0;

@@ -55,7 +55,7 @@ void RouteFollower::step() {
     return;
   }
   events_.read();
-  mark_dependants();
+  if (!mark_some()) return wake(0);
   if (begin_something()) event_timer_cancel(manager_, std::exchange(step_timer_, 0));
 }
 
@@ -159,7 +159,7 @@ void RouteFollower::finish_objects() {
     return;
   }
   objects_doubts_ = 0;
-  changed_objects_.merge(objects_.differences(objects_seen_));
+  changed_.objects.merge(objects_.differences(objects_seen_));
   objects_ = std::exchange(objects_seen_, NextHopObjects{});
 }
 
