@@ -24,6 +24,7 @@
 namespace {
 
 constexpr double kMostSeconds = 10;
+constexpr std::size_t kFoldedPerStep = 100000;
 constexpr KvConfigOwner kOwners[] = {{"first", 0}, {"second", 1}};
 
 void check(bool is_good, const char* what) {
@@ -54,6 +55,7 @@ class Bench {
     in_child([this] { return make(true); });
     report("a million pending", [] {});
     report("of the former version", [this] {
+      in_child([this] { return fold(); });
       execute(
           "ALTER TABLE node DROP COLUMN checksum; ALTER TABLE log DROP COLUMN checksum; ALTER TABLE content "
           "DROP COLUMN checksum; PRAGMA user_version = 3");
@@ -91,9 +93,21 @@ class Bench {
       return 0;
     }
     replace(nodes_, 'a');
+    fold_all();
     check(kvtree_serve(manager) == kStatusOk, "serve");
     for (std::size_t commit = 0; commit < 2; ++commit) change(commit * nodes_ / 10, nodes_ / 10);
     return 0;
+  }
+  int fold() const {
+    check(kvtree_config_register_owners(kOwners) == kStatusOk, "owners");
+    check(kvtree_keep_configuration(directory_.path()) == kStatusOk, "start");
+    fold_all();
+    return 0;
+  }
+  static void fold_all() {
+    while (kvtree::store().node_store->fold_some(kFoldedPerStep)) {
+    }
+    check(!kvtree::store().node_store->has_unfolded(), "fold");
   }
   static void replace(std::size_t count, char text) {
     std::vector<KvConfigNode> nodes;

@@ -35,7 +35,7 @@ PreparedCommit prepare_commit(const CommitRequest& request, std::uint64_t time, 
 [[nodiscard]] Status begin_application(PreparedCommit* prepared);
 // What follows an application: replays that waited for it, and the rows of the database.
 void end_application();
-// Writes the rows of commits to the database, step by step once the store is served.
+// Begins to write the rows of commits to the database, if the store is served.
 void fold();
 
 }  // namespace kvtree

@@ -1,6 +1,7 @@
-// Folding: the rows of commits follow on the thread of the commit queue, in steps, so that a commit waits for
-// one step at most. A step that fails is repeated every second: the database may be full for a while, and
-// commits wait in memory and in their records.
+// Folding: the rows of commits follow on the thread of the commit queue once the store is served, in steps,
+// so that a commit waits for one step at most and the start of the process for none. A step that fails is
+// repeated every second: the database may be full for a while, and commits wait in memory and in their
+// records.
 #include <memory>
 #include <utility>
 
@@ -15,7 +16,6 @@ namespace kvtree {
 namespace {
 
 constexpr std::size_t kRowsPerStep = 5000;
-constexpr std::size_t kRowsAtOnce = 20000;  // without an event loop
 constexpr std::uint64_t kRetry = kNanosecondsPerSecond;
 
 void fold_later(EventManager* manager);
@@ -51,12 +51,7 @@ void fold_later(EventManager* manager) {
 
 void fold() {
   if (store().node_store == nullptr || !store().node_store->has_unfolded()) return;
-  if (the_server() == nullptr) {
-    while (store().node_store->fold_some(kRowsAtOnce)) {
-    }
-  } else if (!std::exchange(store().folding, true)) {
-    fold_later(the_server()->manager);
-  }
+  if (the_server() != nullptr && !std::exchange(store().folding, true)) fold_later(the_server()->manager);
 }
 
 }  // namespace kvtree

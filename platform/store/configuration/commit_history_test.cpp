@@ -1,5 +1,7 @@
 // Tests of stored commits: the database, its folding, the history, power cuts, former versions.
 #include <algorithm>
+#include <random>
+#include <set>
 
 #include "platform/core/sqlite/database_file.h"
 #include "platform/store/configuration/test_configuration.h"
@@ -400,9 +402,12 @@ TEST_F(ConfigFolding, LargeCommitOutlivesTheProcess) {
   Make("script", {SetTo("/cfg/many/000000", "newer"), Withdraw("/cfg/many/000001")}, "");
   EXPECT_TRUE(Unfolded());
   Restart();
-  EXPECT_FALSE(Unfolded());
+  EXPECT_TRUE(Unfolded());
+  EXPECT_EQ(Rows("node"), 0) << "they would delay the start";
   EXPECT_THAT(Effective(), SizeIs(1199));
   EXPECT_THAT(Effective("/cfg/many/000000"), ElementsAre("/cfg/many/000000=newer"));
+  RunAll();
+  EXPECT_FALSE(Unfolded());
   EXPECT_EQ(Rows("node"), 1199);
 }
 
@@ -455,12 +460,37 @@ TEST_F(ConfigFolding, FailedFoldingIsRepeatedEverySecondAndReportedOnce) {
   EXPECT_FALSE(Unfolded());
 }
 
-TEST_F(ConfigFolding, FoldingThatFailsAtTheStartIsAFailure) {
-  Make("user", Many(600, "x"), "");
-  kvtree_reset();
-  fault_arm("configuration_fold", kStatusIo);
-  EXPECT_EQ(Keep(), kStatusIo);
-  EXPECT_EQ(Keep(), kStatusOk);
+// Random commits of two owners, of which a process has folded a part.
+TEST_F(ConfigFolding, NextProcessHasTheSameValuesInTheSameOrderBeforeAndAfterIt) {
+  std::mt19937 random(7);
+  const auto make = [&](const char* owner) {
+    std::set<std::string> owned;
+    for (const std::string& each : Owned(owner)) owned.insert(each.substr(0, each.find('=')));
+    std::vector<KvConfigChange> changes;
+    for (KvConfigChange& change : Many(800, std::to_string(random() % 3))) {
+      if (owned.contains(change.path) && random() % 3 == 0) change.value = std::nullopt;
+      if (random() % 4 != 0) changes.push_back(std::move(change));
+    }
+    Make(owner, changes, "");
+  };
+  const auto replayed = [this] {
+    Subscribe("/cfg/", kKvEventSet);
+    return TakeReceived();
+  };
+  for (int round = 0; round < 6; ++round) {
+    for (const char* owner : {"script", "user", "script"}) make(owner);
+    (void)kvtree::store().node_store->fold_some(500);
+    Restart();
+    EXPECT_TRUE(Unfolded());
+    const auto values = std::pair(Owned("script"), Owned("user"));
+    const std::vector<std::string> order = replayed();
+    RunAll();
+    EXPECT_FALSE(Unfolded());
+    Restart();
+    EXPECT_EQ(std::pair(Owned("script"), Owned("user")), values);
+    EXPECT_EQ(replayed(), order);
+    EXPECT_EQ(order.size(), Effective().size());
+  }
 }
 
 TEST_F(ConfigFolding, UnfoldedCommitThatCannotBeReadIsQuarantinedAndTheOthersLoaded) {
@@ -536,9 +566,14 @@ TEST_F(ConfigFolding, MemoryOfALargeCommitIsReturned) {
   EXPECT_LT(sqlite3_memory_used(), 4 << 20);
 }
 
-TEST_F(ConfigFolding, WithoutAServerItIsDoneAtOnce) {
+TEST_F(ConfigFolding, WithoutAServerItWaitsForOne) {
   kvtree_stop_serving(manager);
   Make("user", Many(1200, "x"), "");
+  RunAll();
+  EXPECT_TRUE(Unfolded());
+  ASSERT_EQ(kvtree_serve(manager), kStatusOk);
+  EXPECT_EQ(Rows("node"), 0) << "the process is not ready yet";
+  RunAll();
   EXPECT_FALSE(Unfolded());
   EXPECT_EQ(Rows("node"), 1200);
 }
@@ -549,6 +584,7 @@ TEST_F(ConfigFolding, EndOfTheStoreEndsIt) {
   RunAll();
   EXPECT_EQ(Rows("node"), 0);
   ASSERT_EQ(Keep(), kStatusOk);
+  RunAll();
   EXPECT_EQ(Rows("node"), 1200);
 }
 

@@ -19,6 +19,7 @@
 #include "platform/store/commits/commit_queue.h"
 #include "platform/store/commits/config_view.h"
 #include "platform/store/configuration/config_tree.h"
+#include "platform/store/configuration/stored_configuration.h"
 #include "platform/store/server/server.h"
 #include "platform/store/server/store.h"
 
@@ -91,28 +92,6 @@ void notify_deletion(ConfigTree::const_iterator place) {
 void notify_set(ConfigTree::const_iterator place) {
   const OwnedNode& node = place->second;
   notify_subscribers(place->first, node.values[node.effective_owner()], kKvEventCreated | kKvEventSet);
-}
-
-using NotifiedPlaces = std::vector<std::pair<std::uint64_t, ConfigTree::const_iterator>>;
-
-// Reads the stored values, and their places in the order of their last notification.
-Status read_stored(NodeStore& node_store, ConfigTree* tree, NotifiedPlaces* places) {
-  const Status status = node_store.for_each([&](std::string_view owner, std::string_view path, KvValue value,
-                                                std::uint64_t notified) {
-    const std::size_t number = find_owner(owner);
-    if (check_configuration_path(path) != kStatusOk) return false;
-    if (number == kNoOwner) {
-      log_warning("configuration", "%.*s of \"%.*s\" is unknown and is skipped",
-                  static_cast<int>(path.size()), path.data(), static_cast<int>(owner.size()), owner.data());
-      return true;
-    }
-    const auto place = tree->try_emplace(tree->end(), std::string(path));
-    place->second.values[number] = std::make_shared<const KvValue>(std::move(value));
-    if (places->empty() || places->back().second != place) places->emplace_back(notified, place);
-    return true;
-  });
-  std::ranges::stable_sort(*places, {}, [](const auto& each) { return each.first; });
-  return status;
 }
 
 std::int64_t octets_of_all(const ConfigTree& tree) {
@@ -283,15 +262,15 @@ Status kvtree_keep_configuration(const std::string& directory) {
   if (store().node_store != nullptr) return kStatusExists;
   std::shared_ptr<kvtree::NodeStore> node_store;
   if (const Status status = kvtree::NodeStore::open(directory, &node_store)) return status;
-  kvtree::ConfigTree tree;
-  kvtree::NotifiedPlaces places;
-  if (const Status status = kvtree::read_stored(*node_store, &tree, &places)) return status;
-  for (const auto& [notified, place] : places) {
+  kvtree::StoredConfiguration stored;
+  if (const Status status = kvtree::read_stored(node_store.get(), &stored)) return status;
+  for (const auto& place : stored.in_order) {
     const kvtree::OwnedNode& node = place->second;
     kvtree::put_node(place->first, node.values[node.effective_owner()], store().nodes.end());
   }
-  store().configuration = std::move(tree);
+  store().configuration = std::move(stored.tree);
   store().configuration_octets = kvtree::octets_of_all(store().configuration);
   store().node_store = std::move(node_store);
+  kvtree::fold();
   return kStatusOk;
 }

@@ -15,7 +15,6 @@ namespace kvtree {
 
 namespace {
 
-constexpr std::size_t kFoldedPerStepOfStart = 100000;  // each step synchronizes the disk several times
 constexpr std::size_t kFoldedAtOnce = 256;  // changes of a commit whose rows are in its own transaction
 
 // Commits follow each other by their ids, and the changes of one by their places in it. The changes of a
@@ -109,7 +108,7 @@ Status NodeStore::open_in_memory(std::shared_ptr<NodeStore>* store) {
 Status NodeStore::start(sqlite::Connection database, std::shared_ptr<NodeStore>* store) {
   const std::shared_ptr<NodeStore> made(new NodeStore(std::move(database)));
   if (const Status status = made->quarantine_damaged_commits()) return status;
-  if (const Status status = made->fold_all()) return status;
+  if (const Status status = made->read_unfolded()) return status;
   if (const Status status = made->read_size()) return status;
   *store = made;
   return kStatusOk;
@@ -123,8 +122,7 @@ Status NodeStore::read_size() {
   return kStatusOk;
 }
 
-// One commit after the other: the memory is that of the largest.
-Status NodeStore::fold_all() {
+Status NodeStore::read_unfolded() {
   struct Commit {
     std::int64_t id;
     std::string owner;
@@ -140,15 +138,12 @@ Status NodeStore::fold_all() {
   statement.reset();
   for (const Commit& commit : commits) {
     SharedPlan plan;
-    if (read_plan(commit.id, commit.owner, &plan) != kStatusOk) {
-      const std::string lost = "its " + std::to_string(commit.changes) + " changes have no effect";
-      if (const Status status = quarantine_commit(commit.id, lost.c_str())) return status;
+    if (read_plan(commit.id, commit.owner, &plan) == kStatusOk) {
+      add_unfolded(commit.id, std::move(plan));
       continue;
     }
-    add_unfolded(commit.id, std::move(plan));
-    while (fold_some(kFoldedPerStepOfStart)) {
-    }
-    if (has_unfolded()) return kStatusIo;
+    const std::string lost = "its " + std::to_string(commit.changes) + " changes have no effect";
+    if (const Status status = quarantine_commit(commit.id, lost.c_str())) return status;
   }
   return kStatusOk;
 }
@@ -156,12 +151,23 @@ Status NodeStore::fold_all() {
 Status NodeStore::read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const {
   const auto read = std::make_shared<CommitPlan>();
   read->owner = find_owner(owner);  // reading the contents fails for an unknown owner
+  bool is_valid = true;
   const Status status = visit_content(id, [&](PlannedChange change) {
+    is_valid = is_valid && check_configuration_path(change.path) == kStatusOk;
     if (change.is_effective) ++read->effective_changes;
     read->changes.push_back(std::move(change));
   });
   *plan = read;
-  return status;
+  return status == kStatusOk && !is_valid ? report_unreadable(id) : status;
+}
+
+void NodeStore::for_each_unfolded(
+    const std::function<void(std::int64_t id, const CommitPlan& plan)>& visit) const {
+  for (const Unfolded& unfolded : unfolded_) visit(unfolded.id, *unfolded.plan);
+}
+
+std::uint64_t NodeStore::notification_number(std::int64_t id, std::size_t change) {
+  return (static_cast<std::uint64_t>(id) << kPlaceBits) + change;
 }
 
 Status NodeStore::for_each(const Visitor& visit) {
@@ -381,7 +387,7 @@ bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t 
           "UPDATE node SET told = ?1, checksum = row_checksum(path, owner, value, ?1) WHERE path = "
           "?2 AND owner <> ?3 AND checksum = " NODE_CHECKSUM)};
   for (std::size_t i = first; i < end; ++i) {
-    const std::int64_t notified = (id << kPlaceBits) + static_cast<std::int64_t>(i);
+    const auto notified = static_cast<std::int64_t>(notification_number(id, i));
     if (!write_row(statements, owner_name(plan.owner), plan.changes[i], notified)) return false;
   }
   return true;

@@ -4,7 +4,7 @@
 // A commit is one transaction, on the disk when write() returns. A large commit first writes only its record;
 // fold_some() writes its nodes' rows afterwards, a bounded number at a time, in the order of the commits, so
 // that a commit never waits for all rows of another. A small commit with no other pending writes its rows in
-// the same transaction.
+// the same transaction. A process that ends leaves the rest to the next one.
 //
 // Once opened, any thread: a call waits for that of another thread.
 #pragma once
@@ -44,18 +44,23 @@ struct CommitHead {
 
 class NodeStore {
  public:
-  // open_configuration(), and everything folded.
+  // open_configuration(), and the commits that are not folded are read.
   [[nodiscard]] static Status open(const std::string& directory, std::shared_ptr<NodeStore>* store);
   [[nodiscard]] static Status open_in_memory(std::shared_ptr<NodeStore>* store);
   NodeStore(const NodeStore&) = delete;
   NodeStore& operator=(const NodeStore&) = delete;
 
-  // The folded values, in the order of the paths. `notified` is the number of the last notification of the
-  // path, the same for all its owners: later is larger. A row whose checksum differs, whose value cannot be
-  // one, or for which the visitor returns false, is quarantined. Fault point "configuration_read".
+  // The folded values, in the order of the paths; those of for_each_unfolded() may be among them. `notified`
+  // is the number of the last notification of the path, the same for all its owners: later is larger. A row
+  // whose checksum differs, whose value cannot be one, or for which the visitor returns false, is
+  // quarantined. Fault point "configuration_read".
   using Visitor = std::function<bool(std::string_view owner, std::string_view path, KvValue value,
                                      std::uint64_t notified)>;
   [[nodiscard]] Status for_each(const Visitor& visit);
+  // The commits that are not folded, in their order.
+  void for_each_unfolded(const std::function<void(std::int64_t id, const CommitPlan& plan)>& visit) const;
+  // The number of the notification of a commit's change.
+  static std::uint64_t notification_number(std::int64_t id, std::size_t change);
   // If it cannot be written, nothing changes, and *reason, which is logged, has the cause and the file;
   // ENOSPC and other statuses of what an operator can change, otherwise kStatusIo. *id is the commit's id if
   // an effective value changes. Fault points "configuration_write" before and "configuration_commit" at the
@@ -93,7 +98,7 @@ class NodeStore {
   explicit NodeStore(sqlite::Connection database) : database_(std::move(database)) {}
   static Status start(sqlite::Connection database, std::shared_ptr<NodeStore>* store);
   Status read_size();
-  Status fold_all();
+  Status read_unfolded();
   Status read_plan(std::int64_t id, std::string_view owner, SharedPlan* plan) const;
   Status quarantine_commit(std::int64_t id, const char* consequence);
   Status quarantine_damaged_commits();

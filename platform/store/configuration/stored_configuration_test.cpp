@@ -240,6 +240,7 @@ TEST_F(Configuration, DamagedPageCostsOnlyWhatItHas) {
   for (int i = 1000; i < 3000; ++i) changes.push_back(SetTo("/cfg/many/" + std::to_string(i), "x"));
   kvtree_stop_serving(manager);
   ASSERT_EQ(kvtree_config_commit("user", changes, ""), kStatusOk);
+  kvtree::fold_all();
   kvtree_reset();
   constexpr std::size_t kPage = 4096;
   const std::string good = Read(File());

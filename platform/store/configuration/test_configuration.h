@@ -76,6 +76,12 @@ struct NodeStoreInTests {
   }
 };
 
+// The rows of all commits, without an event loop.
+inline void fold_all() {
+  while (store().node_store->fold_some(1000)) {
+  }
+}
+
 // Runs the loop until nothing is pending there or on the thread of the commits.
 inline void run_with_commits(EventManager* manager) {
   const auto is_busy = [] {

@@ -150,6 +150,7 @@ Status kvtree_serve(EventManager* manager) {
   if (server != nullptr) return kStatusExists;
   server = std::make_unique<kvtree::StoreServer>(manager);
   server->server.start();
+  kvtree::fold();
   return kStatusOk;
 }
 
