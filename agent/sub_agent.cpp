@@ -56,10 +56,8 @@ void SubAgent::answer(const agentx::Header& request, agentx::Bytes payload, agen
 }
 
 void SubAgent::step() {
-  if (!daemon_.had_data()) {
-    daemon_.probe(kFirstRecord);
-    if (daemon_.had_data()) session_.allow_registration();
-  }
+  daemon_.probe(kFirstRecord);
+  if (daemon_.had_data()) session_.allow_registration();
   daemon_.step();
   session_.step();
   traps_.step();

@@ -34,6 +34,19 @@ TEST_F(SubAgentTest, RegistersOnlyWithDataAtHand) {
   EXPECT_TRUE(sub_agent_.registered());
 }
 
+TEST_F(SubAgentTest, RegistersWhenADaemonThatHungAtTheStartAnswers) {
+  daemon_.Start(5);
+  daemon_.Hang();
+  Run();
+  EXPECT_FALSE(sub_agent_.registered());
+  daemon_.GoOn();
+  for (int i = 0; i < 500 && !sub_agent_.registered(); ++i) {
+    sub_agent_.run_once(-1, 10);
+    Run();
+  }
+  EXPECT_TRUE(sub_agent_.registered());
+}
+
 TEST_F(SubAgentTest, WalksTheWholeTable) {
   daemon_.Start(300);
   Run();

@@ -45,8 +45,7 @@ Session::~Session() {
 }
 
 void Session::allow_registration() {
-  may_register_ = true;
-  step();
+  if (!std::exchange(may_register_, true)) step();
 }
 
 short Session::events() const {
