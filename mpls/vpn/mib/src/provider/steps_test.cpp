@@ -268,6 +268,26 @@ TEST_F(DetailsInSteps, OfAVrfThatIsDeletedMeanwhileAreLeftOutOfTheList) {
   EXPECT_THAT(keys, testing::Not(testing::Contains(kLarge)));
 }
 
+TEST_F(DetailsInSteps, OfAnInvalidVrfAreThoseMadeAtOnce) {
+  LetReadingsTake(0);
+  for (unsigned number = 0; number < kInterfaces; ++number)
+    ASSERT_NE(CreateIf("absent", 7000 + number, ("ge" + std::to_string(number)).c_str(), 12000 + number),
+              nullptr);
+  LetReadingsTake(kReading);
+  const std::string path = kSubtree + "vrf-invalid-detail/absent";
+  KvReply reply{};
+  ASSERT_EQ(kvtree_get(path, false, &reply), kStatusOk);
+  const std::vector<std::uint8_t> expected(reply.data, reply.data + reply.length);
+  std::free(reply.data);
+  EXPECT_EQ(CountInterfaces(expected), kInterfaces);
+  kvtree::GetResult served;
+  EXPECT_GE(Serve([&](kvtree::Client& client) { served = client.get(path); }), kFewest);
+  EXPECT_EQ(served.record, expected);
+  const Items all = AtOnce("vrf-invalid-detail", true);
+  EXPECT_EQ(Served("vrf-invalid-detail", true, kFewest), all);
+  EXPECT_THAT(all.keys, ElementsAre("absent"));
+}
+
 // --- Routes
 
 TEST_F(AnswersInSteps, FindTheNextRouteBeyondVrfsWithoutRoutes) {

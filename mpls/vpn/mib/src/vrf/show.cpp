@@ -80,17 +80,23 @@ Status encode_named(KvReply* reply, mpls_vpn_vrf* show, const char* handler) {
 
 using SharedShow = std::shared_ptr<ShowInSteps>;
 
-// The record is encoded in a step of its own if it has many interfaces.
+// Whether the answer is continued in another step. A record with many interfaces is encoded in one of its
+// own.
+bool is_postponed(const SharedShow& filling, KvReply* reply, bool was_filled) {
+  const bool is_over = !was_filled && reply->steps != nullptr && reply->steps->is_over();
+  if (filling->is_filled && !is_over) return false;
+  reply->steps->state = filling;
+  return true;
+}
+
 Status continue_show(const SharedShow& filling, const VtabVrfRecord* record, KvReply* reply,
                      const RequestArgs* args) {
   const bool was_filled = filling->is_filled;
   const bool is_xml = args->form == kFormEncodedName;
   if (!was_filled)
     filling->is_filled = fill_show_vrf_parcel(filling.get(), record, 0, 0, is_xml, reply->steps);
-  const bool is_over = !was_filled && reply->steps != nullptr && reply->steps->is_over();
-  if (filling->is_filled && !is_over) return encode_named(reply, filling->take(), kShowName);
-  reply->steps->state = filling;
-  return kStatusUnfinished;
+  if (is_postponed(filling, reply, was_filled)) return kStatusUnfinished;
+  return encode_named(reply, filling->take(), kShowName);
 }
 
 // The VRF may have been deleted since the last step. Nothing is printed again.
@@ -98,6 +104,17 @@ Status resume_show(const SharedShow& filling, KvReply* reply, const RequestArgs*
   const VtabVrfRecord* record = vtab_get_vrf_record_by_vrf_name(args->arg[0].text);
   if (record == nullptr || record->vrf_id == 0) return kStatusNoSuchRow;
   return continue_show(filling, record, reply, args);
+}
+
+Status continue_invalid(const SharedShow& filling, KvReply* reply, const RequestArgs* args) {
+  const char* vrf_name = args->arg[0].text;
+  const bool was_filled = filling->is_filled;
+  if (!was_filled) filling->is_filled = fill_vrf_invalid_parcel(filling.get(), vrf_name, reply->steps);
+  if (is_postponed(filling, reply, was_filled)) return kStatusUnfinished;
+  mpls_vpn_vrf* const show = filling->take();
+  if (show->Interfaces.count != 0) return encode_named(reply, show, kInvalidName);
+  mpls_vpn_debug(PROV, "Requested VRF %s invalid, but found no ifs", vrf_name);
+  return refuse(show, kStatusNoSuchRow, kInvalidName);
 }
 
 }  // namespace
@@ -120,14 +137,16 @@ bool fill_show_vrf_parcel(ShowInSteps* filling, const VtabVrfRecord* record, std
   return true;
 }
 
-std::uint32_t fill_vrf_invalid_parcel(mpls_vpn_vrf* show, const char* vrf_name) {
-  if (show == nullptr || vrf_name == nullptr) {
+bool fill_vrf_invalid_parcel(ShowInSteps* filling, const char* vrf_name, const KvSteps* steps) {
+  if (filling == nullptr || vrf_name == nullptr) {
     mpls_vpn_report_failure(ERR, kStatusInvalid, "NULL arguments in %s", __func__);
-    return 0;
+    return true;
   }
-  *show = {};
-  prov_copy_inner_text(&show->VRFName, vrf_name, __func__);
-  return add_ifs(&show->Interfaces, vrf_name);
+  if (!filling->names.has_begun) {
+    filling->show = {};
+    prov_copy_inner_text(&filling->show.VRFName, vrf_name, __func__);
+  }
+  return add_ifs_some(&filling->names, &filling->show.Interfaces, vrf_name, steps);
 }
 
 Status mpls_vpn_mib_prov_get_vrf_show(KvReply* reply, const RequestArgs* args) {
@@ -144,6 +163,7 @@ Status mpls_vpn_mib_prov_get_vrf_show(KvReply* reply, const RequestArgs* args) {
 }
 
 Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args) {
+  if (const auto* begun = kvtree_resumed<SharedShow>(reply)) return continue_invalid(*begun, reply, args);
   if (const Status rc = prov_check_arguments(args, 1, kInvalidName)) return rc;
   const char* vrf_name = args->arg[0].text;
   mpls_vpn_debug(PROV, "Entering function %s with vrfName = %s", kInvalidName, vrf_name);
@@ -151,8 +171,5 @@ Status mpls_vpn_mib_prov_get_vrf_invalid(KvReply* reply, const RequestArgs* args
     mpls_vpn_debug(PROV, "VRF %s found, but it is not invalid", vrf_name);
     return kStatusNoSuchRow;
   }
-  mpls_vpn_vrf show;
-  if (fill_vrf_invalid_parcel(&show, vrf_name) != 0) return encode_named(reply, &show, kInvalidName);
-  mpls_vpn_debug(PROV, "Requested VRF %s invalid, but found no ifs", vrf_name);
-  return refuse(&show, kStatusNoSuchRow, kInvalidName);
+  return continue_invalid(std::make_shared<ShowInSteps>(), reply, args);
 }

@@ -54,8 +54,8 @@ struct ShowInSteps {
 // False if the step was over before the end; then to be called again.
 bool fill_show_vrf_parcel(ShowInSteps* filling, const VtabVrfRecord* record, std::uint32_t afi_index,
                           std::uint32_t second_selector, bool is_xml, const KvSteps* steps);
-// Name and interfaces only. The number of interfaces.
-std::uint32_t fill_vrf_invalid_parcel(mpls_vpn_vrf* show, const char* vrf_name);
+// Name and interfaces only. False if the step was over before the end; then to be called again.
+bool fill_vrf_invalid_parcel(ShowInSteps* filling, const char* vrf_name, const KvSteps* steps);
 void fill_table_parcel(mpls_vpn_afi_safi* entry, const VtabTableRecord* table, const VtabVrfRecord* record);
 void fill_show_rt_parcel(mpls_vpn_rt* entry, const RtNode* node);
 

@@ -283,9 +283,9 @@ TEST_F(VrfShow, InterfaceOfAnInvalidVrfWithoutMemoryForItsNameIsShownEmpty) {
 
 TEST_F(VrfShow, InvalidRecordNeedsBothArguments) {
   OnlyArea(ERR);
-  mpls_vpn_vrf show;
-  EXPECT_EQ(fill_vrf_invalid_parcel(&show, nullptr), 0U);
-  EXPECT_EQ(fill_vrf_invalid_parcel(nullptr, "far"), 0U);
+  ShowInSteps show;
+  EXPECT_TRUE(fill_vrf_invalid_parcel(&show, nullptr, nullptr));
+  EXPECT_TRUE(fill_vrf_invalid_parcel(nullptr, "far", nullptr));
   EXPECT_EQ(TimesPrinted("NULL arguments in fill_vrf_invalid_parcel"), 2U);
   EXPECT_THAT(Prints(), Not(IsEmpty()));
 }
