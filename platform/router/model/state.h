@@ -5,6 +5,8 @@
 // the interfaces: remove an entry before its name changes.
 #pragma once
 
+#include <absl/container/btree_map.h>
+
 #include <utility>
 
 #include "platform/core/base/fault.h"
@@ -18,8 +20,9 @@ struct Router::State {
   std::map<std::string, std::uint8_t, ShorterFirst> references;  // the holders' bits, never 0
 
   std::map<std::uint32_t, Interface> interfaces;  // by handle
-  std::unordered_map<std::string_view, Interface*> interfaces_by_name;
-  std::unordered_map<std::uint32_t, Interface*> interfaces_by_index;
+  // A hash table that grows visits all its entries at once.
+  absl::btree_map<std::string_view, Interface*> interfaces_by_name;
+  absl::btree_map<std::uint32_t, Interface*> interfaces_by_index;
   std::uint32_t last_handle = 0;
 
   RouteStore routes;

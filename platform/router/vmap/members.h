@@ -5,7 +5,6 @@
 #include <list>
 #include <map>
 #include <string>
-#include <unordered_map>
 
 #include "platform/router/model/router.h"
 
@@ -37,7 +36,7 @@ class Members {
 
   std::list<Member> all_;
   std::map<std::string, OfVrf, router::ShorterFirst> by_vrf_;  // no list is empty
-  std::unordered_map<std::uint32_t, Place> places_;            // by handle
+  std::map<std::uint32_t, Place> places_;                      // by handle; grows without a pause
 };
 
 }  // namespace vmap
