@@ -9,7 +9,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 #include "mpls/vpn/mib/src/interface/active.h"
 #include "platform/router/model/router.h"
@@ -30,7 +29,7 @@ struct Tally {
   TallyNames valid;    // VRFs with interfaces and a complete record
   TallyNames invalid;  // VRFs with interfaces and none
   MplsVpnTotals totals{};
-  std::unordered_multimap<std::string_view, IfNode*> nodes_by_name;
+  std::multimap<std::string_view, IfNode*> nodes_by_name;  // grows without a pause, unlike a hash table
   std::uint32_t nameless = 0;
 };
 
