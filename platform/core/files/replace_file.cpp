@@ -44,11 +44,18 @@ Status rename_new(const std::string& beside, const std::string& path, Survives s
 
 }  // namespace
 
-Status replace_file(const std::string& path, std::string_view text, mode_t mode, Survives survives) {
+Status write_beside(const std::string& path, std::string_view text, mode_t mode, Survives survives) {
   if (const Status status = fault_check("replace_file")) return status;
-  const std::string beside = path + ".new";
-  Status status = write_new(beside, text, mode, survives);
-  if (status == kStatusOk) status = rename_new(beside, path, survives);
+  const std::string beside = path_beside(path);
+  const Status status = write_new(beside, text, mode, survives);
+  if (status != kStatusOk) unlink(beside.c_str());
+  return status;
+}
+
+Status replace_file(const std::string& path, std::string_view text, mode_t mode, Survives survives) {
+  if (const Status status = write_beside(path, text, mode, survives)) return status;
+  const std::string beside = path_beside(path);
+  const Status status = rename_new(beside, path, survives);
   if (status != kStatusOk) unlink(beside.c_str());
   return status;
 }

@@ -18,3 +18,10 @@ enum class Survives : std::uint8_t { kProcess, kPowerCut };
 // unless it is to survive one. Returns the system's error; PATH.new is removed then.
 [[nodiscard]] Status replace_file(const std::string& path, std::string_view text,
                                   mode_t mode = kPrivateFileMode, Survives survives = Survives::kProcess);
+
+// The first half of it, for a caller that renames the file itself: writes PATH.new.
+[[nodiscard]] Status write_beside(const std::string& path, std::string_view text, mode_t mode,
+                                  Survives survives);
+inline std::string path_beside(const std::string& path) {
+  return path + ".new";
+}

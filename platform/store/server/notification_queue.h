@@ -26,6 +26,11 @@ class NotificationQueue {
   // The system's error if the file cannot be used.
   [[nodiscard]] Status store_in(const std::string& path);
 
+  // Whose thread writes the file anew (queue_file.h).
+  void use_thread(EventManager* manager) {
+    if (file_ != nullptr) file_->use_thread(manager);
+  }
+
   void push(std::shared_ptr<const wire::Octets> content);
   // The next to send, which then counts as sent; null if there is none or the window is full. Valid until the
   // next push or acknowledgement.

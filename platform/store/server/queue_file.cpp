@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
+#include <memory>
 #include <utility>
 
 #include "platform/core/base/clock.h"
@@ -14,6 +16,7 @@
 #include "platform/core/files/private_files.h"
 #include "platform/core/files/read_file.h"
 #include "platform/core/files/replace_file.h"
+#include "platform/core/files/synchronize.h"
 #include "platform/core/sqlite/row_checksum.h"
 
 namespace kvtree {
@@ -158,10 +161,24 @@ void QueueFile::acknowledged(std::uint64_t sequence, const QueueState& state) {
   append(record, state);
 }
 
+void QueueFile::use_thread(EventManager* manager) {
+  if (worker_ != nullptr) worker_->finish();
+  worker_ = manager == nullptr ? nullptr : std::make_unique<EventWorker>(manager);
+}
+
+bool QueueFile::is_to_be_written_anew() const {
+  if (is_writing_anew_) return false;
+  if (fd_ < 0) return clock_monotonic() >= retry_at_;
+  return size_ > kWrittenAnewAt && size_ > 2 * needed_;
+}
+
 void QueueFile::append(const wire::Octets& record, const QueueState& state) {
-  if (fd_ < 0 && clock_monotonic() < retry_at_) return;
-  const bool is_wasteful = size_ > kWrittenAnewAt && size_ > 2 * needed_;
-  report(fd_ < 0 || is_wasteful ? write_anew(state) : write_at_end(record));
+  if (is_writing_anew_) since_.insert(since_.end(), record.begin(), record.end());
+  if (is_to_be_written_anew()) {
+    if (worker_ == nullptr) return report(write_anew(state));
+    begin_writing_anew(state);
+  }
+  if (fd_ >= 0) report(write_at_end(record));
 }
 
 // What was written in part is written anew later: nothing could be read after it.
@@ -181,6 +198,47 @@ Status QueueFile::write_anew(const QueueState& state) {
   fd_ = open_private_file(path_, O_WRONLY | O_APPEND);
   size_ = needed_ = octets.size();
   return fd_ >= 0 ? kStatusOk : static_cast<Status>(errno);
+}
+
+void QueueFile::begin_writing_anew(const QueueState& state) {
+  is_writing_anew_ = true;
+  since_.clear();
+  const auto octets = std::make_shared<const wire::Octets>(queue_octets(state));
+  const auto status = std::make_shared<Status>(kStatusOk);
+  worker_->run(
+      [path = path_, octets, status] {
+        const std::string_view text(reinterpret_cast<const char*>(octets->data()), octets->size());
+        *status = write_beside(path, text, 0600, Survives::kPowerCut);
+      },
+      [this, octets, status] { end_writing_anew(*status, octets->size()); });
+}
+
+void QueueFile::end_writing_anew(Status status, std::size_t octets) {
+  is_writing_anew_ = false;
+  if (status == kStatusOk) status = replace_by_new(octets);
+  report(status);
+  if (status == kStatusOk) synchronize_name();
+}
+
+// After a failure the former file is still there, with everything that could be appended to it.
+Status QueueFile::replace_by_new(std::size_t octets) {
+  close_file();
+  const std::string beside = path_beside(path_);
+  fd_ = open_private_file(beside, O_WRONLY | O_APPEND);
+  if (fd_ < 0) return static_cast<Status>(errno);
+  size_ = needed_ = octets;
+  if (const Status status = write_at_end(std::exchange(since_, {}))) return status;
+  return std::rename(beside.c_str(), path_.c_str()) == 0 ? kStatusOk : static_cast<Status>(errno);
+}
+
+// A power cut before its end finds the former file.
+void QueueFile::synchronize_name() {
+  const auto status = std::make_shared<Status>(kStatusOk);
+  worker_->run([directory = std::filesystem::path(path_).parent_path().string(),
+                status] { *status = synchronize_directory(directory); },
+               [this, status] {
+                 if (*status != kStatusOk) report(*status);
+               });
 }
 
 void QueueFile::report(Status status) {

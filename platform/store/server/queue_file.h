@@ -4,7 +4,8 @@
 // What was appended survives the death of the process at any moment. A power cut may lose the last records:
 // then some notifications are lost, or sent again although they were acknowledged.
 // The file is written anew when it is opened and when most of it is no longer needed, and from memory once a
-// second after a failure.
+// second after a failure. A thread does that while the process serves; meanwhile the former file is
+// continued.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +14,7 @@
 #include <string>
 
 #include "platform/core/base/status.h"
+#include "platform/core/evm/worker.h"
 #include "platform/core/wire/wire.h"
 
 namespace kvtree {
@@ -44,6 +46,9 @@ class QueueFile {
   // Replaces *state by what the file has; a missing file gets *state. A file that cannot be used is renamed
   // to FILE.unusable and logged. The system's error if the file can be neither read nor written.
   [[nodiscard]] Status open(QueueState* state);
+  // From now on no call waits for the disk; the manager must exist until another one is set. Null: again in
+  // the caller.
+  void use_thread(EventManager* manager);
 
   // After the change of the state. Failures are logged, and the queue continues in memory.
   void added(const QueueState& state);  // its last entry
@@ -54,7 +59,12 @@ class QueueFile {
   Status read(QueueState* state);
   void append(const wire::Octets& record, const QueueState& state);
   Status write_at_end(const wire::Octets& record);
+  bool is_to_be_written_anew() const;
   Status write_anew(const QueueState& state);
+  void begin_writing_anew(const QueueState& state);
+  void end_writing_anew(Status status, std::size_t octets);
+  Status replace_by_new(std::size_t octets);
+  void synchronize_name();
   void close_file();
   void report(Status status);
 
@@ -64,6 +74,9 @@ class QueueFile {
   std::size_t needed_ = 0;  // octets when it was last written anew
   std::uint64_t retry_at_ = 0;
   bool fails_ = false;
+  bool is_writing_anew_ = false;  // on the thread
+  wire::Octets since_;            // what was appended since that began
+  std::unique_ptr<EventWorker> worker_;
 };
 
 }  // namespace kvtree

@@ -16,6 +16,8 @@
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
+#include "platform/core/evm/evm.h"
+#include "platform/core/evm/test_run_directory.h"
 #include "platform/core/files/temporary_directory.h"
 #include "platform/store/server/notification_queue.h"
 
@@ -27,6 +29,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
+constexpr std::size_t kMegabyte = 1U << 20;
 constexpr std::size_t kLimit = 4;  // so the window is 2
 
 class StoredQueue : public ::testing::Test {
@@ -161,11 +164,83 @@ TEST_F(StoredQueue, FileStaysSmallAndIsForItsOwnerAlone) {
   for (int i = 0; i < 20000; ++i) {
     Push(std::string(100, 'x'));
     ASSERT_TRUE(i % 2 == 0 || !TakeAll().empty());
-    ASSERT_LE(std::filesystem::file_size(File()), 3U << 20);
+    ASSERT_LE(std::filesystem::file_size(File()), 3 * kMegabyte);
   }
   struct stat status {};
   ASSERT_EQ(stat(File().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600U);
+}
+
+// The process serves.
+class ServedQueue : public StoredQueue {
+ protected:
+  ServedQueue() { Restart(1000); }
+  ~ServedQueue() override {
+    queue.reset();
+    event_manager_destroy(manager);
+  }
+  void Serve() { queue->use_thread(manager); }
+  // Appends until most of the file is no longer needed.
+  void FillFile() {
+    for (int round = 0; round < 2000 && Size() < kMegabyte + 1000; ++round) {
+      for (int i = 0; i < 10; ++i) Push(std::string(100, 'x'));
+      TakeAll();
+    }
+  }
+  std::size_t Size() const { return std::filesystem::file_size(File()); }
+  void RunUntilSmall() const {
+    for (int i = 0; i < 1000 && Size() > kMegabyte; ++i)
+      event_run_pending(manager, kNanosecondsPerMillisecond);
+  }
+
+  TestRunDirectory run_directory;
+  EventManager* manager = event_manager_create("/dev/queue", 0);
+};
+
+TEST_F(ServedQueue, FileIsWrittenAnewWithoutDelayingTheCaller) {
+  Serve();
+  FillFile();
+  EXPECT_GT(Size(), kMegabyte) << "the caller has not written it anew";
+  Push("after the beginning");
+  RunUntilSmall();
+  EXPECT_LT(Size(), kMegabyte);
+  Push("after the end");
+  std::vector<std::string> expected = TakeAll();
+  ASSERT_GE(expected.size(), 2U);
+  EXPECT_THAT(expected.back(), HasSubstr("after the end"));
+}
+
+TEST_F(ServedQueue, NextProcessHasEverythingWheneverThisOneEnds) {
+  for (const bool finishes : {false, true}) {
+    Restart(1000);
+    Serve();
+    FillFile();
+    Push("a");
+    if (finishes) RunUntilSmall();
+    Push("b");
+    Restart(1000);
+    std::vector<std::string> left;
+    for (const std::string& each : TakeAll()) left.push_back(each.substr(each.find(':') + 1));
+    EXPECT_THAT(left, ElementsAre("a", "b")) << finishes;
+  }
+}
+
+TEST_F(ServedQueue, FailureIsRepairedOnTheThread) {
+  Serve();
+  ::testing::internal::CaptureStderr();
+  fault_arm("queue_file_append", ENOSPC);
+  Push("a");
+  fault_arm("replace_file", ENOSPC);
+  for (const char* text : {"b", "c", "d"}) {
+    clock.advance(kNanosecondsPerSecond);
+    Push(text);
+    queue->use_thread(manager);  // waits for the thread
+  }
+  const std::string log = ::testing::internal::GetCapturedStderr();
+  EXPECT_THAT(log, HasSubstr("queue cannot be written"));
+  EXPECT_THAT(log, HasSubstr("queue is written again\n"));
+  Restart();
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "2-0:b", "3-0:c", "4-0:d"));
 }
 
 TEST_F(StoredQueue, FailureIsLoggedOnceAndEverythingIsWrittenOnceItIsOver) {

@@ -151,13 +151,17 @@ Status kvtree_serve(EventManager* manager) {
   server = std::make_unique<kvtree::StoreServer>(manager);
   server->server.start();
   kvtree::fold();
+  for (const kvtree::RetainedQueue& retained : kvtree::store().retained) retained.queue->use_thread(manager);
   return kStatusOk;
 }
 
 void kvtree_stop_serving(EventManager* manager) {
   auto& server = kvtree::the_server();
-  if (server != nullptr && server->manager == manager) server.reset();
   auto& store = kvtree::store();
+  if (server != nullptr && server->manager == manager) {
+    server.reset();
+    for (const kvtree::RetainedQueue& retained : store.retained) retained.queue->use_thread(nullptr);
+  }
   if (store.commits == nullptr || store.commits->worker().manager() != manager) return;
   store.commits->finish();
   store.commits = nullptr;

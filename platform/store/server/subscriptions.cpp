@@ -177,6 +177,7 @@ Status kvtree_retain_notifications(std::string_view path, std::string_view name,
   if (!file.empty()) {
     if (const Status status = queue->store_in(file)) return status;
   }
+  if (kvtree::the_server() != nullptr) queue->use_thread(kvtree::the_server()->manager);
   kvtree::store().retained.push_back({std::string(path), std::string(name), queue});
   return kStatusOk;
 }
