@@ -1,6 +1,11 @@
 // Tests of commits over the wire: staging, committing, nodes with owners, the history, and requests between
 // the notifications of a large commit.
+#include <atomic>
 #include <ctime>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <thread>
 
 #include "platform/store/configuration/test_configuration.h"
 #include "platform/store/configuration/value_codec.h"
@@ -135,6 +140,87 @@ TEST_F(ClientCommit, ClientIsRefusedUntilSubscribersHaveEarlierChanges) {
   }
   kvtree_reset();
   event_manager_destroy(slow);
+}
+
+// Whose commits take long, as on a slow disk.
+class SlowCommits : public ClientCommit {
+ protected:
+  SlowCommits() {
+    OwnerCommits("script", {SetTo("/cfg/f", "x")});
+    disk_ = kvtree::NodeStoreInTests::Lock(kvtree::store().node_store);
+  }
+  ~SlowCommits() override {
+    disk_.unlock();
+    if (waiting_.joinable()) waiting_.join();
+  }
+  // The function of another client, in the background.
+  void Begin(const std::function<void(Client&)>& function) {
+    waiting_ = std::thread([function] {
+      Client other(Client::default_socket(), std::chrono::seconds(60));
+      EXPECT_EQ(other.connect(), kStatusOk);
+      function(other);
+    });
+  }
+  bool CommitBegins() {
+    std::promise<std::size_t> count;
+    OnStore([&count] {
+      const auto& commits = kvtree::store().commits;
+      count.set_value(commits == nullptr ? 0 : commits->count_unapplied());
+    });
+    return count.get_future().get() > 0;
+  }
+
+ private:
+  std::unique_lock<std::mutex> disk_;
+  std::thread waiting_;
+};
+
+TEST_F(SlowCommits, FurtherOnesAreRefusedBeyondTheLimit) {
+  kv_config_limits.unprocessed_changes = 1000;
+  StartAndConnect();
+  Begin([](Client& other) { EXPECT_EQ(other.commit(Many(1000), "").status, kStatusOk); });
+  while (!CommitBegins()) {
+  }
+  EXPECT_EQ(client.commit({SetTo("/cfg/a", "x")}, "").status, static_cast<Status>(EBUSY));
+}
+
+TEST_F(SlowCommits, HistoryIsWaitedForByThoseWhoReadItOnly) {
+  StartAndConnect();
+  std::atomic<bool> is_sent{false};
+  Begin([&is_sent](Client& other) {
+    is_sent = true;
+    EXPECT_EQ(other.history(1).status, kStatusOk);
+  });
+  while (!is_sent) std::this_thread::yield();
+  for (int i = 0; i < 200; ++i) ASSERT_EQ(client.get(kSubtree + "scalars").status, kStatusOk);
+}
+
+TEST_F(ClientCommit, OctetsStagedByAllClientsAreLimited) {
+  StartAndConnect();
+  const std::string text(31U << 10, 'x');
+  const auto stage_until_refused = [&text](wire::ClientSocket* from) {
+    Status status = kStatusOk;
+    std::size_t messages = 0;
+    for (; status == kStatusOk && messages < kvtree::kMaxStagedOctets / (64U << 10); ++messages) {
+      wire::Writer writer = from->begin(kvtree::kStage, 1);
+      writer.u8(0);
+      writer.u32(2);
+      for (const char* path : {"/cfg/a", "/cfg/b"}) {
+        writer.text(path);
+        kvtree::write_optional_value(&writer, TextValue(text));
+      }
+      wire::Message answer;
+      if (from->send() != kStatusOk || from->receive(&answer) != kStatusOk) return kStatusNotConnected;
+      status = wire::Reader(answer.payload).u32();
+    }
+    return status;
+  };
+  std::array<wire::ClientSocket, kvtree::kMaxStagedOctetsOfAll / kvtree::kMaxStagedOctets + 1> clients;
+  for (wire::ClientSocket& each : clients) {
+    ASSERT_EQ(each.connect(Client::default_socket(), std::chrono::seconds(5)), kStatusOk);
+    const bool is_last = &each == &clients.back();
+    EXPECT_EQ(stage_until_refused(&each), is_last ? static_cast<Status>(EBUSY) : kStatusOk);
+  }
 }
 
 TEST_F(ClientCommit, ChangesStagedByAllClientsAreLimited) {

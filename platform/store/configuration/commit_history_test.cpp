@@ -158,6 +158,29 @@ TEST_F(ConfigHistory, ValuesThatWereNeverEffectiveOutliveTheProcessToo) {
   EXPECT_THAT(History(), ElementsAre("1 user 1 "));
 }
 
+// The whole has a checksum, its parts do not.
+TEST_F(ConfigHistory, WholeCommitIsReadForTheFirstPageOnly) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("user", {SetTo("/cfg/a", "x"), SetTo("/cfg/b", "x"), SetTo("/cfg/c", "x")}, "");
+  std::vector<KvConfigCommitChange> page;
+  for (std::uint32_t first = 0; first < 3; ++first) {
+    EXPECT_EQ(kvtree_config_changes("1", &page, {first, 1, SIZE_MAX}), kStatusOk);
+    EXPECT_THAT(page, SizeIs(1));
+    Execute("UPDATE content SET checksum = checksum + 1");
+  }
+}
+
+TEST_F(ConfigHistory, PlacesOfChangesAreForgottenOnceTheyAreTooMany) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  for (const char* value : {"x", "y", "z"}) Make("user", {SetTo("/cfg/a", value)}, "");
+  const auto& node_store = kvtree::store().node_store;
+  for (const char* commit : {"1", "2"}) EXPECT_THAT(Changes(commit), SizeIs(1));
+  EXPECT_EQ(kvtree::NodeStoreInTests::CountReadCommits(node_store), 2U);
+  kvtree::NodeStoreInTests::AddKnownPlaces(node_store, 1000000);
+  EXPECT_THAT(Changes("3"), SizeIs(1));
+  EXPECT_EQ(kvtree::NodeStoreInTests::CountReadCommits(node_store), 1U);
+}
+
 TEST_F(ConfigHistory, CommitThatCannotBeWrittenChangesNothing) {
   ASSERT_EQ(Keep(), kStatusOk);
   Make("user", {SetTo("/cfg/a", "x")}, "");

@@ -2,6 +2,8 @@
 // outlives the process.
 #pragma once
 
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -73,6 +75,17 @@ struct NodeStoreInTests {
   static void Execute(const std::shared_ptr<NodeStore>& node_store, const std::string& sql) {
     sqlite3* database = node_store->database_.get();
     EXPECT_EQ(sqlite::run(database, sql.c_str()), SQLITE_OK) << sqlite3_errmsg(database);
+  }
+  // The thread of the commits waits meanwhile, as for a slow disk.
+  static std::unique_lock<std::mutex> Lock(const std::shared_ptr<NodeStore>& node_store) {
+    return std::unique_lock(node_store->mutex_);
+  }
+  // As if the places of so many further changes of commits were known.
+  static void AddKnownPlaces(const std::shared_ptr<NodeStore>& node_store, std::size_t places) {
+    node_store->known_places_ += places;
+  }
+  static std::size_t CountReadCommits(const std::shared_ptr<NodeStore>& node_store) {
+    return node_store->read_commits_.size();
   }
 };
 

@@ -166,6 +166,19 @@ TEST_F(ServedStore, ActionsSeeThePeersRightsAndAnswerTextWithEveryStatus) {
   EXPECT_EQ(client.action({"long"}).status, kStatusMessageTooLarge);
 }
 
+TEST_F(ServedStore, BufferOfALargeAnswerIsFreed) {
+  constexpr std::size_t kSize = 3U << 20;
+  const auto large = [](const KvActionContext&, const std::vector<std::string>&, std::string* text, void*) {
+    text->assign(kSize, 'x');
+    return kStatusOk;
+  };
+  ASSERT_EQ(kvtree_register_action("large", large, nullptr), kStatusOk);
+  StartAndConnect();
+  EXPECT_EQ(client.action({"large"}).text.size(), kSize);
+  Stop();
+  EXPECT_LT(kvtree::the_server()->answer.capacity(), kSize / 2);
+}
+
 TEST_F(ServedStore, ActionInStepsIsAnsweredAfterTheLast) {
   StartAndConnect();
   for (int i = 0; i < 2; ++i) {
