@@ -81,7 +81,7 @@ void try_again_later(Store* store);
 void note_failure(Store* store, const Commit& commit) {
   return_changes(store, commit);
   if (commit.status != store->failure) {
-    log_error("chkpt", "%zu changes cannot be written and are retained: %s",
+    log_error("chkpt", "%s: %zu changes cannot be written and are retained: %s", store->database->name(),
               store->unwritten.size() + store->deleted.size(), err_text(commit.status));
   }
   store->failure = commit.status;
@@ -211,8 +211,8 @@ void chkpt_end() {
   if (store == nullptr) return;
   store->worker.finish();
   if (const Status status = chkpt::commit_at_once(store)) {
-    log_error("chkpt", "%zu changes are lost: %s", store->unwritten.size() + store->deleted.size(),
-              err_text(status));
+    log_error("chkpt", "%s: %zu changes are lost: %s", store->database->name(),
+              store->unwritten.size() + store->deleted.size(), err_text(status));
   }
   event_timer_cancel(store->manager, store->retry);
   the_store().reset();

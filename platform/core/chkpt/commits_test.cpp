@@ -13,6 +13,7 @@
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::internal::CaptureStderr;
@@ -136,7 +137,9 @@ TEST_F(CheckpointCommits, FailedCommitReturnsWhatDidNotChangeAgain) {
   const std::uint64_t next = chkpt_begin_flush();
   EXPECT_EQ(next, failing + 1);
   Await(next);
-  EXPECT_THAT(GetCapturedStderr(), HasSubstr("cannot be written and are retained: No space left on device"));
+  EXPECT_THAT(GetCapturedStderr(),
+              AllOf(HasSubstr("/checkpoint.db: "),
+                    HasSubstr("cannot be written and are retained: No space left on device")));
   EXPECT_EQ(chkpt_begin_flush(), 0U) << "output does not wait for a disk that fails";
   std::uint64_t object_id = 0;
   EXPECT_EQ(chkpt_create(table, "key4", 4, &object_id), static_cast<Status>(ENOSPC));

@@ -47,6 +47,7 @@ class Database {
   // the file is unchanged and the log states the reason.
   [[nodiscard]] static Status open(const std::string& directory, std::unique_ptr<Database>* database,
                                    Contents* contents);
+  const char* name() const { return sqlite3_db_filename(connection_.get(), "main"); }  // its path
   // From now on closing writes the log back into the file.
   void checkpoint_log_on_close();
 

@@ -94,7 +94,7 @@ Status chkpt_init(const ChkptApplication* application, EventManager* manager) {
     return store->database->put_application(application->number, application->name);
   });
   if (status != kStatusOk) {
-    log_error("chkpt", "the database cannot be written: %s", err_text(status));
+    log_error("chkpt", "%s cannot be written: %s", store->database->name(), err_text(status));
     return status;
   }
   report_corrected_name(directory, *application, store->contents);
