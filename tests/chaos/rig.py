@@ -62,6 +62,8 @@ class Rig(System):
 
     def __init__(self, journal, sanitized, in_guest):
         self.journal, self.sink, self.commands = journal, TrapSink(), {}
+        if in_guest:
+            router.Size.shrink()
         self.router = router.KernelRouter() if in_guest else router.FileRouter()
         self.router.prepare()
         self.suite = start_suite()
