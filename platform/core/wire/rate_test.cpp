@@ -149,7 +149,7 @@ class ForgottenUsers : public ::testing::Test {
     for (uid_t uid = 1; uid <= kMany; ++uid) users.spend(*Find(uid), requests);
   }
 
-  const Limits limits;
+  const Limits limits{};
   ManualClock clock{kNanosecondsPerSecond};
   Users users{limits};
   const std::shared_ptr<User> connected = Find(60001);

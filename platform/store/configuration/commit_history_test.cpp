@@ -1,5 +1,6 @@
 // Tests of stored commits: the database, its folding, the history, power cuts, former versions.
 #include <algorithm>
+#include <filesystem>
 #include <random>
 #include <set>
 
