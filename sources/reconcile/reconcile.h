@@ -100,8 +100,9 @@ class Run {
   Run(WantedRouter wanted, router::Router* model, Policy* policy);
 
   // Visits up to `items` (> 0) of the wanted objects, each of them several times in a run, and fewer if
-  // kStepTime has passed. The status with which the policy ended the run, which then is done. Fault point
-  // "reconcile", before each change.
+  // kStepTime has passed. None while the change feed is long, unless `items` is SIZE_MAX: its clients follow,
+  // and an interface that is renamed waits for few notifications. The status with which the policy ended the
+  // run, which then is done. Fault point "reconcile", before each change.
   [[nodiscard]] Status step(std::size_t items);
   bool is_done() const { return is_done_; }
   const Changes& changes() const { return changes_; }

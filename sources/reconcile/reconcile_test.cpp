@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/core/base/fault.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/router/feed/feed.h"
 #include "platform/router/model/test_support.h"
 
 namespace reconcile {
@@ -108,6 +110,26 @@ TEST_F(Reconciliation, MembersOfDeletedVrfsAreFoundInSteps) {
   EXPECT_EQ(model_.find_interface_by_index(7)->vrf, "default");
   EXPECT_EQ(model_.find_vrf("red"), nullptr);
   EXPECT_GT(steps, kInterfaces);
+}
+
+TEST_F(Reconciliation, StepsWaitWhileManyNotificationsArePending) {
+  const TestRunDirectory directory;
+  EventManager* const manager = event_manager_create("/dev/test/main", 0);
+  const feed::Receiver receiver{manager};
+  std::size_t delivered = 0;
+  for (std::size_t i = 0; i < 2 * feed::kLongQueue; ++i)
+    feed::append(0, feed::Phase::kJoined, &receiver, [&delivered] { ++delivered; });
+  WantedRouter wanted;
+  wanted.interfaces = {Interface(5, "d0")};
+  reconcile::Run run(wanted, &model_, &policy_);
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(run.step(1), kStatusOk);
+  EXPECT_EQ(model_.find_interface_by_index(5), nullptr);
+  while (event_run_pending(manager)) {
+  }
+  EXPECT_EQ(delivered, 2 * feed::kLongQueue);
+  while (!run.is_done()) ASSERT_EQ(run.step(1), kStatusOk);
+  EXPECT_NE(model_.find_interface_by_index(5), nullptr);
+  event_manager_destroy(manager);
 }
 
 TEST_F(Reconciliation, PolicyDecidesOverMembershipsInMissingVrfs) {

@@ -151,6 +151,10 @@ bool is_empty() {
   return queue().items.empty();
 }
 
+bool is_long() {
+  return queue().items.size() > kLongQueue;
+}
+
 void run_after_pending(std::function<void()> function) {
   auto& items = queue().items;
   const std::uint64_t order = items.empty() ? 0 : items.back().order;

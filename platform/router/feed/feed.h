@@ -59,6 +59,10 @@ void append(std::uint64_t change, Phase phase, const Receiver* receiver, std::fu
 // Drops the receiver's pending notifications.
 void drop(const Receiver* receiver);
 bool is_empty();
+// Whether so much is pending that a source must not change more: a change of a name delivers all of it at
+// once.
+inline constexpr std::size_t kLongQueue = 500;
+bool is_long();
 
 // Calls the function when everything that is pending now was delivered, at once if nothing is, but not while
 // a receiver is lost.
