@@ -22,6 +22,7 @@ Reading read(const std::string& path) {
   }
   ParseError error;
   if (parse(text, &reading.file, &error)) return reading;
+  reading.file = {};
   reading.status = kStatusInvalid;
   reading.error =
       path + ":" + std::to_string(error.line) + ":" + std::to_string(error.column) + ": " + error.what;
@@ -29,7 +30,11 @@ Reading read(const std::string& path) {
 }
 
 BackgroundReader::BackgroundReader(EventManager* manager, std::string path, Done done, Read read)
-    : manager_(manager), path_(std::move(path)), done_(std::move(done)), read_(std::move(read)) {}
+    : manager_(manager),
+      path_(std::move(path)),
+      done_(std::move(done)),
+      read_(std::move(read)),
+      drops_(manager) {}
 
 BackgroundReader::~BackgroundReader() {
   if (thread_.joinable()) thread_.join();
@@ -72,12 +77,13 @@ Status BackgroundReader::start_thread() {
 
 void BackgroundReader::finished(Reading reading) {
   thread_.join();
-  if (again_) {
-    again_ = false;
-    run();
-  } else if (std::exchange(is_wanted_, false)) {
-    done_(std::move(reading));
-  }
+  if (!again_ && std::exchange(is_wanted_, false)) return done_(std::move(reading));
+  drop(std::move(reading));
+  if (std::exchange(again_, false)) run();
+}
+
+void BackgroundReader::drop(Reading reading) {
+  drops_.run([freed = std::make_shared<Reading>(std::move(reading))] {}, [] {});
 }
 
 }  // namespace router_file

@@ -12,6 +12,7 @@
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/core/evm/worker.h"
 #include "sources/file/reader/router_file.h"
 
 namespace router_file {
@@ -43,6 +44,8 @@ class BackgroundReader {
   void start();
   // Drops the result of a read in progress and does not repeat it.
   void forget() { is_wanted_ = again_ = false; }
+  // Frees a result that is not used, which takes tens of milliseconds, on a thread.
+  void drop(Reading reading);
   bool is_reading() const { return thread_.joinable(); }
 
  private:
@@ -54,6 +57,7 @@ class BackgroundReader {
   const std::string path_;
   Done done_;
   const Read read_;
+  EventWorker drops_;
   std::thread thread_;
   bool is_wanted_ = false;  // the result of the read in progress
   bool again_ = false;      // requested while it was in progress

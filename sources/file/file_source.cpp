@@ -248,6 +248,7 @@ std::string FileSource::loaded_text() const {
 }
 
 void FileSource::take_reading(router_file::Reading reading) {
+  if (next_) reader_->drop(std::move(*next_));
   next_ = std::make_unique<router_file::Reading>(std::move(reading));
   if (stage_ == Stage::kIdle) begin_load();
 }
@@ -278,7 +279,10 @@ void FileSource::begin_commit(std::unique_ptr<router_file::Reading> reading) {
 
 void FileSource::configuration_taken(router_file::Reading* reading, Status status,
                                      const std::string& reason) {
-  if (status) return end_load(status, commit_error(status, reason));
+  if (status) {
+    reader_->drop(std::move(*reading));
+    return end_load(status, commit_error(status, reason));
+  }
   begin_applying(reading);
   stage_ = Stage::kApplying;
   apply_next();

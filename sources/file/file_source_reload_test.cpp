@@ -1,4 +1,7 @@
 // The action "router" over the data store's socket, and reloads, which end later.
+#include <time.h>
+
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <thread>
@@ -243,6 +246,39 @@ TEST_F(Reloads, AnswerHasAllWrittenRoutes) {
   ASSERT_TRUE(Ends(result));
   EXPECT_EQ(result->second, Loaded("5000 routes added"));
   EXPECT_EQ(router_->routes().count({router::Family::kIpv4, 10}), 5000U);
+}
+
+// Processor time of this thread, which the load of the machine does not change.
+std::uint64_t thread_time() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<std::uint64_t>(time.tv_sec) * kNanosecondsPerSecond +
+         static_cast<std::uint64_t>(time.tv_nsec);
+}
+
+TEST(BackgroundReading, ResultThatIsNotUsedIsNotFreedByTheLoop) {
+  const TestRunDirectory directory;
+  EventManager* const manager = event_manager_create(kMainManager, 0);
+  const auto read = [](const std::string& /*path*/) {
+    router_file::Reading reading;
+    for (std::size_t i = 0; i < 500'000; ++i) reading.file.references.emplace_back(40, 'v');
+    return reading;
+  };
+  std::optional<router_file::Reading> used;
+  const auto use = [&used](router_file::Reading reading) { used = std::move(reading); };
+  auto reader = std::make_unique<router_file::BackgroundReader>(manager, "", use, read);
+  reader->start();
+  reader->start();  // drops the first result
+  std::uint64_t longest = 0;
+  for (std::uint64_t before = thread_time(); !used; before = thread_time()) {
+    ASSERT_TRUE(run_once(manager));
+    longest = std::max(longest, thread_time() - before);
+  }
+  const std::uint64_t before = thread_time();
+  used.reset();
+  EXPECT_LT(longest, (thread_time() - before) / 4);
+  reader.reset();
+  event_manager_destroy(manager);
 }
 
 }  // namespace
