@@ -1,4 +1,5 @@
-// An empty description is not stored. A failed commit is retried with the next change.
+// An empty description is not stored. A failed commit is retried every second: the disk may be full for a
+// while.
 #include "sources/kernel/links/vrf_descriptions.h"
 
 #include <memory>
@@ -8,11 +9,13 @@
 
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
+#include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
 #include "platform/store/configuration/configuration.h"
 
 namespace {
 
+constexpr std::uint64_t kRetry = kNanosecondsPerSecond;
 constexpr char kComment[] = "descriptions of VRF devices";
 
 std::string why(Status status, const std::string& reason) {
@@ -58,11 +61,11 @@ Status VrfDescriptions::remove_configured(std::string* error) {
 void VrfDescriptions::changed(const std::string& vrf) {
   if (vrf == router::kDefaultVrf) return;
   changed_.insert(vrf);
-  commit_later();
+  commit_later(0);
 }
 
-void VrfDescriptions::commit_later() {
-  if (timer_ == 0 && !is_committing_) timer_ = event_timer_start(manager_, 0, [this] { commit(); });
+void VrfDescriptions::commit_later(std::uint64_t pause) {
+  if (timer_ == 0 && !is_committing_) timer_ = event_timer_start(manager_, pause, [this] { commit(); });
 }
 
 std::string VrfDescriptions::text_of(const std::string& name) const {
@@ -94,7 +97,6 @@ void VrfDescriptions::commit() {
 
 void VrfDescriptions::end_commit(Status status, const std::string& error, const Texts& committed) {
   is_committing_ = false;
-  const bool has_more = !changed_.empty();
   for (const auto& [name, text] : committed) {
     if (status != kStatusOk) {
       changed_.insert(name);
@@ -104,7 +106,9 @@ void VrfDescriptions::end_commit(Status status, const std::string& error, const 
       stored_[name] = text;
     }
   }
-  if (status != kStatusOk)
-    log_error("kernel", "cannot store the descriptions of VRFs: %s", why(status, error).c_str());
-  if (has_more) commit_later();
+  if (status != kStatusOk && status != failure_)
+    log_error("kernel", "cannot store the descriptions of VRFs and tries again every second: %s",
+              why(status, error).c_str());
+  failure_ = status;
+  if (!changed_.empty()) commit_later(status == kStatusOk ? 0 : kRetry);
 }

@@ -5,6 +5,7 @@
 // Main thread.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <set>
@@ -40,7 +41,7 @@ class VrfDescriptions : public Source, public router::Observer {
   using Texts = std::map<std::string, std::string>;  // by VRF
 
   void changed(const std::string& vrf);
-  void commit_later();
+  void commit_later(std::uint64_t pause);  // nanoseconds
   void commit();
   void end_commit(Status status, const std::string& error, const Texts& committed);
   std::string text_of(const std::string& name) const;
@@ -51,5 +52,6 @@ class VrfDescriptions : public Source, public router::Observer {
   std::set<std::string> changed_;
   Texts stored_;
   bool is_committing_ = false;
+  Status failure_ = kStatusOk;  // of the last commit, logged
   std::shared_ptr<VrfDescriptions*> self_ = std::make_shared<VrfDescriptions*>(this);
 };
