@@ -41,10 +41,11 @@ kvtree::WalkResult DaemonSource::walk(std::string_view path, std::uint32_t max_r
 }
 
 Status DaemonSource::prepare() {
-  if (clock_monotonic() >= budget_ends_) return kStatusTimedOut;
-  step();
+  const bool is_spent = clock_monotonic() >= budget_ends_;
+  if (!is_spent) step();
   if (is_silent_) return kStatusTimedOut;
-  return client_.connected() ? kStatusOk : kStatusNotConnected;
+  if (!client_.connected()) return kStatusNotConnected;
+  return is_spent ? kStatusTimedOut : kStatusOk;
 }
 
 void DaemonSource::note(Status status) {

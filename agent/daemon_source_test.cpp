@@ -129,6 +129,18 @@ TEST_F(DaemonSourceTest, DaemonThatIsKilledWhileItHangsIsAway) {
   EXPECT_EQ(source_.fd(), -1);
 }
 
+TEST_F(DaemonSourceTest, DaemonThatEndsAfterTheBudgetIsSpentIsAway) {
+  daemon_.Start(1);
+  source_.begin_request();
+  EXPECT_EQ(source_.get(kScalars).status, kStatusOk);
+  clock_.advance(500 * kNanosecondsPerMillisecond);
+  EXPECT_EQ(source_.get(kScalars).status, kStatusTimedOut);
+  daemon_.Kill();
+  WaitUntilReadable();
+  source_.handle_readable();
+  EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected) << "rows that were read before may be served";
+}
+
 TEST_F(DaemonSourceTest, RequestThatHasSpentItsBudgetGetsNoFurtherCall) {
   daemon_.Start(1);
   source_.begin_request();

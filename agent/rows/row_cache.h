@@ -43,8 +43,7 @@ enum class Lookup {
 class RowCache {
  public:
   // Rows are valid until they are `age` old; with age 0 every look-up asks the source, and no other row is
-  // served. Both references must
-  // outlive the cache.
+  // served. Both references must outlive the cache.
   RowCache(const RowSet& set, RowSource& source, std::uint64_t age_ns);
 
   const RowSet& set() const { return *set_; }
