@@ -99,7 +99,8 @@ Status restrict_file(const std::string& path, mode_t mode) {
   FileStatus file{};
   if (lstat(path.c_str(), &file) != 0) return errno == ENOENT ? kStatusOk : errno_status();
   if (!S_ISREG(file.st_mode) || !has_excess(file, mode)) return kStatusOk;
-  return set_mode(path, without_excess(file, mode));
+  const Status status = set_mode(path, without_excess(file, mode));
+  return status == ENOENT ? kStatusOk : status;  // removed meanwhile
 }
 
 // A new directory has the mode whatever the umask is, and is found again after a power cut.
