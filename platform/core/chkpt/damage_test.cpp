@@ -97,6 +97,30 @@ TEST_F(CheckpointDamageTest, FileThatIsNotADatabaseIsSetAside) {
   ExpectSetAside("file is not a database");
 }
 
+// The disk is full while a damaged file is read, and the operator moves that file away.
+TEST_F(CheckpointDamageTest, IncompleteCopyOfADamagedDatabaseIsNotUsed) {
+  Start();
+  for (int key = 1000; key < 1600; ++key) Put(std::to_string(key), std::string(400, 'x'));
+  chkpt_end();
+  Sql("PRAGMA wal_checkpoint(TRUNCATE)");
+  std::string octets = ReadFile(File());
+  for (std::size_t i = octets.size() / 2; i < octets.size() / 2 + kPage; ++i) octets[i] = '\0';
+  WriteFile(File(), octets);
+  CaptureStderr();
+  {
+    const FileSizeLimit limit(octets.size() / 4);
+    EXPECT_NE(chkpt_init(&application, manager), kStatusOk);
+  }
+  std::string log = GetCapturedStderr();
+  EXPECT_THAT(log, HasSubstr("cannot be written"));
+  EXPECT_FALSE(Exists(File() + ".salvaged")) << std::filesystem::file_size(File() + ".salvaged");
+  std::filesystem::rename(File(), File() + ".moved");
+  CaptureStderr();
+  Start();
+  log += GetCapturedStderr();
+  EXPECT_THAT(Rows(), IsEmpty()) << Rows().size() << log;
+}
+
 TEST_F(CheckpointDamageTest, DatabaseWhoseFormatCanOnlyBeReadIsSetAsideAndItsRecordsAreRead) {
   constexpr std::size_t kWriteVersionAt = 18;
   MakeDatabase();

@@ -18,6 +18,11 @@ std::string salvaged_name(const std::string& file) {
   return file + ".salvaged";
 }
 
+// What a start uses has this name only when it is complete.
+std::string incomplete_name(const std::string& file) {
+  return file + ".incomplete";
+}
+
 // An incomplete file is never used, so nothing needs to be on the disk before the end.
 constexpr char kWithoutJournal[] = "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF";
 
@@ -27,12 +32,9 @@ sqlite3_file* file_of(sqlite3* connection) {
   return file;
 }
 
-// The contents and the name: the damaged file is renamed next, and without both a start after a power cut
-// would find neither of them.
-bool synchronize(sqlite3* connection, const std::string& name) {
+bool synchronize(sqlite3* connection) {
   sqlite3_file* const file = file_of(connection);
-  return file->pMethods->xSync(file, SQLITE_SYNC_FULL) == SQLITE_OK &&
-         synchronize_directory(std::filesystem::path(name).parent_path() / ".") == kStatusOk;
+  return file->pMethods->xSync(file, SQLITE_SYNC_FULL) == SQLITE_OK;
 }
 
 // With its lock, SQLite needs no shared memory for a log, and does not write the log back when it closes.
@@ -105,15 +107,11 @@ std::size_t copy_rows(sqlite3* damaged, sqlite3* to, const RowCopy& copy) {
   return copied;
 }
 
-}  // namespace
-
-bool salvage(const std::string& file, const Salvage& plan, std::size_t* rows) {
-  remove_salvaged(file);
-  if (file_size(file) <= 0) return true;
+bool write_incomplete(const std::string& file, const Salvage& plan, std::size_t* rows) {
   CopyWithFirstPage copy(file);
   Connection damaged;
   Connection whole;
-  if (open(salvaged_name(file), &whole) != SQLITE_OK || run(whole.get(), kWithoutJournal) != SQLITE_OK ||
+  if (open(incomplete_name(file), &whole) != SQLITE_OK || run(whole.get(), kWithoutJournal) != SQLITE_OK ||
       run(whole.get(), plan.make) != SQLITE_OK || !open_damaged(file, &damaged))
     return false;
   if (!has_first_page(damaged.get(), plan)) {
@@ -123,11 +121,26 @@ bool salvage(const std::string& file, const Salvage& plan, std::size_t* rows) {
   if (run(whole.get(), "BEGIN") != SQLITE_OK) return false;
   for (const RowCopy& each : plan.copies) *rows += copy_rows(damaged.get(), whole.get(), each);
   return run(whole.get(), plan.finish) == SQLITE_OK && run(whole.get(), "COMMIT") == SQLITE_OK &&
-         synchronize(whole.get(), salvaged_name(file));
+         synchronize(whole.get());
+}
+
+}  // namespace
+
+// The damaged file is renamed next: without the durable name a start after a power cut would find neither.
+bool salvage(const std::string& file, const Salvage& plan, std::size_t* rows) {
+  remove_salvaged(file);
+  if (file_size(file) <= 0) return true;
+  if (write_incomplete(file, plan, rows) &&
+      rename_durably(incomplete_name(file), salvaged_name(file)) == kStatusOk)
+    return true;
+  remove_salvaged(file);
+  return false;
 }
 
 void remove_salvaged(const std::string& file) {
-  for (const char* suffix : {"", "-journal"}) std::remove((salvaged_name(file) + suffix).c_str());
+  for (const std::string& name : {salvaged_name(file), incomplete_name(file)}) {
+    for (const char* suffix : {"", "-journal"}) std::remove((name + suffix).c_str());
+  }
 }
 
 bool use_salvaged(const std::string& file) {

@@ -26,8 +26,8 @@ struct Salvage {
   const char* finish;  // after the copies, in their transaction
 };
 
-// Makes FILE.salvaged; FILE and its log are not changed. *rows: how many were copied. False if it cannot be
-// written.
+// Makes FILE.salvaged, which is complete when it exists; FILE and its log are not changed. *rows: how many
+// were copied. False if it cannot be written: then nothing remains of it.
 bool salvage(const std::string& file, const Salvage& plan, std::size_t* rows);
 void remove_salvaged(const std::string& file);
 // Renames it to FILE, which no longer exists; what remains of its log is set aside too. False and errno.
