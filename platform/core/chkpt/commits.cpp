@@ -17,6 +17,8 @@ namespace {
 
 using Record = ChkptTable::Record;
 
+constexpr std::uint64_t kSlowCommit = kNanosecondsPerSecond;
+
 // Of the process: the commits of a later store have higher numbers.
 struct Progress {
   std::uint64_t begun = 0;
@@ -100,9 +102,19 @@ void announce(std::uint64_t ended) {
 
 void begin_commit(Store* store);
 
+// All clients wait meanwhile, and a disk that hangs reports no error.
+void warn_when_slow(Store* store) {
+  store->slow = event_timer_start(store->manager, kSlowCommit, [store, name = store->database->name()] {
+    store->slow = 0;
+    log_warning("chkpt", "%s: the disk has not written a commit after a second: answers to clients wait",
+                name);
+  });
+}
+
 // Output does not wait for a commit that is tried again: the number of the next commit has ended, too.
 void end_commit(Store* store, const Commit& commit) {
   store->is_committing = false;
+  event_timer_cancel(store->manager, std::exchange(store->slow, 0));
   if (commit.status != kStatusOk) {
     note_failure(store, commit);
     ++progress().begun;
@@ -117,6 +129,7 @@ void end_commit(Store* store, const Commit& commit) {
 void begin_commit(Store* store) {
   store->is_committing = true;
   const std::shared_ptr<Commit> commit = take_changes(store);
+  warn_when_slow(store);
   store->worker.run(
       [database = store->database.get(), commit] { commit->status = write_commit(database, *commit); },
       [store, commit] { end_commit(store, *commit); });

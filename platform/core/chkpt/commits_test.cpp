@@ -151,6 +151,26 @@ TEST_F(CheckpointCommits, FailedCommitReturnsWhatDidNotChangeAgain) {
   EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "changed again"}, Row{"key2", "created"}));
 }
 
+TEST_F(CheckpointCommits, CommitThatWaitsForTheDiskForASecondIsLogged) {
+  ManualClock clock(1000);
+  BlockedDisk disk;
+  Put("key1", "one");
+  const std::uint64_t number = chkpt_begin_flush();
+  disk.await_write();
+  CaptureStderr();
+  clock.advance(kNanosecondsPerSecond);
+  event_run_pending(manager);
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr(File() + ": the disk has not written a commit after a second"));
+  disk.release();
+  Await(number);
+  CaptureStderr();
+  Put("key1", "two");
+  Flush();
+  clock.advance(2 * kNanosecondsPerSecond);
+  event_run_pending(manager);
+  EXPECT_EQ(GetCapturedStderr(), "");
+}
+
 TEST_F(CheckpointCommits, FlushWaitsForTheCommitThatIsWritten) {
   BlockedDisk disk;
   Put("key1", "one");

@@ -50,7 +50,8 @@ struct Store {
   bool is_committing = false;  // on the worker
   Status failure = kStatusOk;  // of the last commit
   EventTimerId retry = 0;
-  EventWorker worker;  // ends first: it uses the database
+  EventTimerId slow = 0;  // of the commit on the worker
+  EventWorker worker;     // ends first: it uses the database
 };
 
 // Null while no store is open.
