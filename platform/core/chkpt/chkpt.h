@@ -103,6 +103,9 @@ std::uint64_t chkpt_committed();
 // Sets what is called on the main thread with that number whenever it has increased. Null removes it. It must
 // not end the store.
 void chkpt_on_commit(std::function<void(std::uint64_t number)> function);
+// Sets what is called on the main thread when a commit succeeds after a failure: what could not be created
+// can be created now. Null removes it. It must not end the store.
+void chkpt_on_recovery(std::function<void()> function);
 // No message leaves for a client of this thread's servers (wire.h) before the changes that precede it are
 // committed. For the whole process, once.
 void chkpt_gate_output();

@@ -24,6 +24,7 @@ struct Progress {
   std::uint64_t begun = 0;
   std::uint64_t ended = 0;
   std::function<void(std::uint64_t)> on_commit;
+  std::function<void()> on_recovery;
 };
 
 Progress& progress() {
@@ -91,8 +92,9 @@ void note_failure(Store* store, const Commit& commit) {
 }
 
 void note_success(Store* store) {
-  if (store->failure != kStatusOk) log_notice("chkpt", "the retained changes are written");
-  store->failure = kStatusOk;
+  if (std::exchange(store->failure, kStatusOk) == kStatusOk) return;
+  log_notice("chkpt", "the retained changes are written");
+  if (progress().on_recovery) progress().on_recovery();
 }
 
 void announce(std::uint64_t ended) {
@@ -201,6 +203,10 @@ std::uint64_t chkpt_committed() {
 
 void chkpt_on_commit(std::function<void(std::uint64_t)> function) {
   progress().on_commit = std::move(function);
+}
+
+void chkpt_on_recovery(std::function<void()> function) {
+  progress().on_recovery = std::move(function);
 }
 
 bool chkpt_before_commit(ChkptPrepare prepare) {

@@ -171,6 +171,7 @@ Status mpls_vpn_mib_chkpt_init(EventManager* evm) {
                         chkpt_register(&descriptor, kTableId, &vrf_times, &had_contents));
   if (rc != kStatusOk) return rc;
   first_run = had_contents ? 0 : 1;
+  chkpt_on_recovery(mpls_vpn_mib_chkpt_save_missing);
   mpls_vpn_report(CHKPT, kTraceChkpt, "First run =%d", static_cast<int>(first_run));
   return kStatusOk;
 }
@@ -227,6 +228,7 @@ void mpls_vpn_mib_chkpt_save_missing() {
 }
 
 void mpls_vpn_mib_chkpt_end() {
+  chkpt_on_recovery(nullptr);
   chkpt_end();
   vrf_times = nullptr;
   first_run = 0;

@@ -121,6 +121,23 @@ using CheckpointRestore = VrfCheckpoint;
 
 }  // namespace
 
+// --- A full disk
+
+TEST_F(CheckpointSave, VrfThatIsCreatedWhileTheDiskIsFullIsStoredOnceItIsNot) {
+  const std::uint32_t red = SaveRed();
+  ASSERT_EQ(chkpt_flush(), kStatusOk);
+  PassSeconds(2);
+  fault_arm("chkpt_flush", ENOSPC, 1, 1);
+  ASSERT_EQ(Save("red"), kStatusOk);
+  EXPECT_EQ(chkpt_flush(), ENOSPC);
+  const std::uint32_t blue = AddVrf("blue");
+  event_run_pending(manager_);
+  PassSeconds(2);
+  for (int i = 0; i < 50; ++i) event_run_pending(manager_, kNanosecondsPerMillisecond);
+  ASSERT_EQ(chkpt_flush(), kStatusOk);
+  EXPECT_THAT(Stored(), testing::SizeIs(2)) << red << " and " << blue << " " << TimesOf("blue");
+}
+
 // --- Init
 
 TEST_F(CheckpointInit, FirstRunDiffersFromALaterOne) {
