@@ -109,6 +109,7 @@ wire::Octets queue_octets(const QueueState& state) {
 }  // namespace
 
 QueueFile::~QueueFile() {
+  cancel_retry();
   close_file();
 }
 
@@ -118,6 +119,7 @@ void QueueFile::close_file() {
 
 Status QueueFile::open(QueueState* state) {
   if (const Status status = read(state)) return status;
+  state_ = state;
   state->next_sequence += kSequencesOfAProcess;
   return write_anew(*state);
 }
@@ -163,13 +165,14 @@ void QueueFile::acknowledged(std::uint64_t sequence, const QueueState& state) {
 
 void QueueFile::use_thread(EventManager* manager) {
   if (worker_ != nullptr) worker_->finish();
+  cancel_retry();
   worker_ = manager == nullptr ? nullptr : std::make_unique<EventWorker>(manager);
+  if (fails_) retry_later();
 }
 
 bool QueueFile::is_to_be_written_anew() const {
-  if (is_writing_anew_) return false;
-  if (fd_ < 0) return clock_monotonic() >= retry_at_;
-  return size_ > kWrittenAnewAt && size_ > 2 * needed_;
+  if (is_writing_anew_ || clock_monotonic() < retry_at_) return false;
+  return fd_ < 0 || (size_ > kWrittenAnewAt && size_ > 2 * needed_);
 }
 
 void QueueFile::append(const wire::Octets& record, const QueueState& state) {
@@ -215,9 +218,20 @@ void QueueFile::begin_writing_anew(const QueueState& state) {
 
 void QueueFile::end_writing_anew(Status status, std::size_t octets) {
   is_writing_anew_ = false;
+  if (status != kStatusOk && fd_ >= 0) return continue_former(status);
   if (status == kStatusOk) status = replace_by_new(octets);
   report(status);
-  if (status == kStatusOk) synchronize_name();
+  if (status != kStatusOk) return;
+  grows_ = false;
+  synchronize_name();
+}
+
+// It has everything, and an append may still succeed where there is no room for a second file.
+void QueueFile::continue_former(Status status) {
+  since_ = {};
+  retry_at_ = clock_monotonic() + kNanosecondsPerSecond;
+  if (std::exchange(grows_, true)) return;
+  log_warning("kvtree", "%s cannot be written anew, so it grows: %s", path_.c_str(), err_text(status));
 }
 
 // After a failure the former file is still there, with everything that could be appended to it.
@@ -248,9 +262,23 @@ void QueueFile::report(Status status) {
   }
   close_file();
   retry_at_ = clock_monotonic() + kNanosecondsPerSecond;
+  retry_later();
   if (std::exchange(fails_, true)) return;
   log_error("kvtree", "%s cannot be written: the waiting notifications are lost if the process ends: %s",
             path_.c_str(), err_text(status));
+}
+
+// There may be no further notification.
+void QueueFile::retry_later() {
+  if (worker_ == nullptr || retry_ != 0) return;
+  retry_ = event_timer_start(worker_->manager(), kNanosecondsPerSecond, [this] {
+    retry_ = 0;
+    if (is_to_be_written_anew()) begin_writing_anew(*state_);
+  });
+}
+
+void QueueFile::cancel_retry() {
+  if (worker_ != nullptr) event_timer_cancel(worker_->manager(), std::exchange(retry_, 0));
 }
 
 }  // namespace kvtree

@@ -4,8 +4,8 @@
 // What was appended survives the death of the process at any moment. A power cut may lose the last records:
 // then some notifications are lost, or sent again although they were acknowledged.
 // The file is written anew when it is opened and when most of it is no longer needed, and from memory once a
-// second after a failure. A thread does that while the process serves; meanwhile the former file is
-// continued.
+// second after a failure. A thread does that while the process serves; meanwhile, and if it fails, the former
+// file is continued.
 #pragma once
 
 #include <cstdint>
@@ -44,7 +44,8 @@ class QueueFile {
   QueueFile& operator=(const QueueFile&) = delete;
 
   // Replaces *state by what the file has; a missing file gets *state. A file that cannot be used is renamed
-  // to FILE.unusable and logged. The system's error if the file can be neither read nor written.
+  // to FILE.unusable and logged. The system's error if the file can be neither read nor written. The state
+  // must outlive this.
   [[nodiscard]] Status open(QueueState* state);
   // From now on no call waits for the disk; the manager must exist until another one is set. Null: again in
   // the caller.
@@ -63,17 +64,23 @@ class QueueFile {
   Status write_anew(const QueueState& state);
   void begin_writing_anew(const QueueState& state);
   void end_writing_anew(Status status, std::size_t octets);
+  void continue_former(Status status);
   Status replace_by_new(std::size_t octets);
   void synchronize_name();
   void close_file();
   void report(Status status);
+  void retry_later();
+  void cancel_retry();
 
   std::string path_;
-  int fd_ = -1;  // none after a failure
+  const QueueState* state_ = nullptr;  // of open()
+  int fd_ = -1;                        // none after a failure
   std::size_t size_ = 0;
   std::size_t needed_ = 0;  // octets when it was last written anew
   std::uint64_t retry_at_ = 0;
+  EventTimerId retry_ = 0;
   bool fails_ = false;
+  bool grows_ = false;            // it could not be written anew
   bool is_writing_anew_ = false;  // on the thread
   wire::Octets since_;            // what was appended since that began
   std::unique_ptr<EventWorker> worker_;

@@ -243,6 +243,33 @@ TEST_F(ServedQueue, FailureIsRepairedOnTheThread) {
   EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "2-0:b", "3-0:c", "4-0:d"));
 }
 
+TEST_F(ServedQueue, FailureIsRepairedWithoutAnotherNotification) {
+  Serve();
+  ::testing::internal::CaptureStderr();
+  fault_arm("queue_file_append", ENOSPC);
+  Push("a");
+  clock.advance(kNanosecondsPerSecond);
+  for (int i = 0; i < 100; ++i) event_run_pending(manager, kNanosecondsPerMillisecond);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("queue is written again\n"));
+  Restart();
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:a"));
+}
+
+TEST_F(ServedQueue, FileThatCannotBeWrittenAnewIsContinued) {
+  Serve();
+  fault_arm("replace_file", ENOSPC, 1, 0);
+  FillFile();
+  Push("a");
+  queue->use_thread(manager);  // waits for the thread
+  Push("b");
+  queue->use_thread(manager);
+  fault_disarm_all();
+  Restart(1000);
+  std::vector<std::string> left;
+  for (const std::string& each : TakeAll()) left.push_back(each.substr(each.find(':') + 1));
+  EXPECT_THAT(left, ElementsAre("a", "b"));
+}
+
 TEST_F(StoredQueue, FailureIsLoggedOnceAndEverythingIsWrittenOnceItIsOver) {
   ::testing::internal::CaptureStderr();
   fault_arm("queue_file_append", ENOSPC);
