@@ -90,6 +90,48 @@ void apply_to_queue(const QueueRecord& record, QueueState* state) {
   }
 }
 
+// How many notifications are missing before the next one, if what was before it is damaged.
+std::uint64_t count_missing(const QueueState& state, const QueueRecord& next) {
+  const std::uint64_t gap = next.first - std::min(next.first, state.next_sequence);
+  return gap - std::min(gap, next.second);
+}
+
+struct QueueDamage {
+  std::size_t octets = 0;
+  bool is_before_next = false;  // notification
+};
+
+// Looks for the next whole record, octet by octet. False if there is none.
+bool skip_damage(wire::OctetSpan rest, std::size_t* skipped) {
+  for (*skipped = 1; *skipped < rest.size(); ++*skipped) {
+    wire::Reader reader(rest.subspan(*skipped));
+    QueueRecord record;
+    if (read_queue_record(&reader, &record)) return true;
+  }
+  return false;
+}
+
+// Applies all records that can be read and returns the octets that are incomplete at the end.
+std::size_t apply_all(wire::OctetSpan rest, QueueState* state, QueueDamage* damage) {
+  while (!rest.empty()) {
+    wire::Reader reader(rest);
+    QueueRecord record;
+    std::size_t used = 0;
+    if (read_queue_record(&reader, &record)) {
+      used = rest.size() - reader.left();
+      if (record.change == QueueChange::kAdded && std::exchange(damage->is_before_next, false))
+        record.second += count_missing(*state, record);
+      apply_to_queue(record, state);
+    } else {
+      if (!skip_damage(rest, &used)) break;
+      damage->octets += used;
+      damage->is_before_next = true;
+    }
+    rest = rest.subspan(used);
+  }
+  return rest.size();
+}
+
 // The header: the magic number, the instance and the next sequence number.
 bool read_queue_header(wire::Reader* reader, QueueState* state) {
   QueueRecord header;
@@ -130,16 +172,20 @@ Status QueueFile::read(QueueState* state) {
   const Status status = read_file(path_, kMostQueueOctets, &text, &error);
   if (status == kStatusNoSuchRow) return kStatusOk;
   if (status != kStatusOk && status != kStatusMessageTooLarge) return status;
-  wire::Reader reader({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+  const wire::OctetSpan octets(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+  wire::Reader reader(octets);
   if (!read_queue_header(&reader, state)) {
     log_warning("kvtree", "%s is not a queue of notifications and is stored as %s.unusable", path_.c_str(),
                 path_.c_str());
     return std::rename(path_.c_str(), (path_ + ".unusable").c_str()) == 0 ? kStatusOk
                                                                           : static_cast<Status>(errno);
   }
-  std::size_t left = reader.left();
-  for (QueueRecord record; left > 0 && read_queue_record(&reader, &record); left = reader.left())
-    apply_to_queue(record, state);
+  QueueDamage damage;
+  const wire::OctetSpan records = wire::OctetSpan(octets).last(reader.left());
+  const std::size_t left = apply_all(records, state, &damage);
+  if (damage.octets > 0)
+    log_error("kvtree", "%s: %zu damaged octets are ignored; what can be read after them is used",
+              path_.c_str(), damage.octets);
   if (left > 0)
     log_notice("kvtree", "%s: the last %zu octets are not complete and are ignored", path_.c_str(), left);
   return kStatusOk;

@@ -43,7 +43,8 @@ class QueueFile {
   QueueFile(const QueueFile&) = delete;
   QueueFile& operator=(const QueueFile&) = delete;
 
-  // Replaces *state by what the file has; a missing file gets *state. A file that cannot be used is renamed
+  // Replaces *state by what the file has; a missing file gets *state. A damaged record is skipped and logged,
+  // and a notification that it had counts as lost. A file that cannot be used is renamed
   // to FILE.unusable and logged. The system's error if the file can be neither read nor written. The state
   // must outlive this.
   [[nodiscard]] Status open(QueueState* state);

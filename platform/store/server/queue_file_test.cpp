@@ -129,7 +129,7 @@ TEST_F(StoredQueue, WhatAFormerProcessMayHaveSentIsNotLost) {
   EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "2-0:b", "5-2:e", "6-0:f"));
 }
 
-TEST_F(StoredQueue, RecordThatIsIncompleteOrDamagedEndsTheQueue) {
+TEST_F(StoredQueue, LastRecordThatIsIncompleteOrDamagedEndsTheQueue) {
   Push("first");
   const std::size_t first = Read().size();
   Push("second");
@@ -149,6 +149,26 @@ TEST_F(StoredQueue, RecordThatIsIncompleteOrDamagedEndsTheQueue) {
   Push("third");  // is not written after the damage
   Restart();
   EXPECT_THAT(TakeAll(), ElementsAre("2-0:third"));
+}
+
+TEST_F(StoredQueue, DamagedRecordCostsOnlyItself) {
+  Push("first");
+  const std::size_t first = Read().size();
+  Push("second");
+  const std::string octets = Read();
+  Push("third");
+  Push("fourth");
+  const std::string all = Read();
+  for (std::size_t place = first; place < octets.size(); ++place) {
+    std::string damaged = all;
+    damaged[place] = static_cast<char>(damaged[place] ^ 1);
+    Write(damaged);
+    ::testing::internal::CaptureStderr();
+    Restart();
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("damaged")) << place - first;
+    EXPECT_THAT(TakeAll(), ElementsAre("1-0:first", "3-1:third", "4-0:fourth")) << place - first;
+    last_taken = 0;
+  }
 }
 
 TEST_F(StoredQueue, ForeignFileIsStoredUnderAnotherName) {
