@@ -11,6 +11,7 @@
 #include <fstream>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -70,11 +71,20 @@ class NamedGroup {
       group_.reset();
       learn(find_group(name));
     } else if (now - asked_at_ >= kLifetime && !asking_) {
-      asking_ = true;
       asked_at_ = now;
-      run_in_background([this, name] { ask(name); });
+      asking_ = begin_asking(name);
     }
     return group_;
+  }
+
+  // False where no thread can be started: what is known is used until the next attempt.
+  bool begin_asking(const std::string& name) {
+    try {
+      run_in_background([this, name] { ask(name); });
+    } catch (const std::system_error&) {
+      return false;
+    }
+    return true;
   }
 
   void ask(const std::string& name) {

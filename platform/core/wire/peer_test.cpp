@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <system_error>
 #include <utility>
 
 #include "platform/core/base/clock.h"
@@ -198,6 +199,19 @@ TEST_F(Roles, NameServiceThatFailsTakesNoRoleAway) {
   EXPECT_EQ(questions_, 2U);
   EXPECT_EQ(RoleOf(60001, {702}), Role::kAgent);
   status_ = kStatusOk;
+}
+
+TEST_F(Roles, WithoutAThreadTheGroupsThatAreKnownAreUsed) {
+  run_in_background = [](std::function<void()>) {
+    throw std::system_error(EAGAIN, std::generic_category(), "no thread");
+  };
+  clock_.advance(60 * kNanosecondsPerSecond);
+  EXPECT_EQ(RoleOf(60001, {702}), Role::kAgent);
+  run_in_background = [](std::function<void()> function) { later_.push_back(std::move(function)); };
+  clock_.advance(60 * kNanosecondsPerSecond);
+  EXPECT_EQ(RoleOf(60001, {702}), Role::kAgent);
+  AnswerInBackground();
+  EXPECT_EQ(questions_, 2U) << "asked again";
 }
 
 }  // namespace
