@@ -323,10 +323,11 @@ TEST_F(CheckpointOutput, AnswersLeaveWhenTheDiskFails) {
   ManualClock clock(1000);
   const int client = Connect();
   fault_arm("chkpt_flush", ENOSPC, 1, 0);
+  const std::uint64_t number = chkpt_committed() + 1;
   Put("key1", "one");
   CaptureStderr();
   Request(client);
-  Await(chkpt_committed() + 1);
+  Await(number);
   EXPECT_TRUE(HasAnswer(client));
   Request(client);
   EXPECT_TRUE(HasAnswer(client));
