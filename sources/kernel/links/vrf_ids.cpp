@@ -2,19 +2,27 @@
 
 #include <algorithm>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "platform/core/base/log.h"
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/files/read_file.h"
 #include "platform/core/files/replace_file.h"
+#include "platform/core/sqlite/row_checksum.h"
 
 namespace kernel {
 namespace {
 
 constexpr std::size_t kFileSizeMax = 64U << 20;  // octets
 constexpr std::uint32_t kSecondVrfOfTable = 0x80000000;
-constexpr const char* kHeading = "# mpls_vpn_mib VRF ids: id, table, name";
+constexpr std::string_view kHeading = "# mpls_vpn_mib VRF ids: id, table, name, checksum";
+constexpr std::string_view kFormerHeading = "# mpls_vpn_mib VRF ids: id, table, name";
+
+std::string line_of(std::uint32_t id, std::uint32_t table, const std::string& name) {
+  const std::int64_t checksum = sqlite::RowChecksum().integer(id).integer(table).text(name).result();
+  return std::to_string(id) + ' ' + std::to_string(table) + ' ' + name + ' ' + std::to_string(checksum);
+}
 
 }  // namespace
 
@@ -115,7 +123,18 @@ VrfIds::Names VrfIds::names_of(const router::Router& model) const {
   return names;
 }
 
-// Skips invalid lines, which another release or a damaged file may have.
+// The former release wrote no checksums.
+bool VrfIds::read_line(const std::string& line, bool has_checksum) {
+  std::istringstream words(line);
+  std::string name;
+  Known known;
+  if (!(words >> known.id >> known.table >> name) || known.id == 0) return false;
+  if (has_checksum && line != line_of(known.id, known.table, name)) return false;
+  known_[name] = known;
+  return true;
+}
+
+// A wrong id would give a VRF the times of another one.
 void VrfIds::read() {
   std::string text;
   std::string error;
@@ -125,19 +144,21 @@ void VrfIds::read() {
                 error.c_str());
   }
   std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream words(line);
-    std::string name;
-    Known known;
-    if (words >> known.id >> known.table >> name && known.id != 0) known_[name] = known;
+  std::string line;
+  std::getline(lines, line);
+  const bool is_former = line == kFormerHeading;
+  std::size_t damaged = text.empty() || is_former || line == kHeading ? 0 : 1;
+  while (std::getline(lines, line)) {
+    if (!read_line(line, !is_former)) ++damaged;
   }
+  if (damaged == 0) return;
+  log_warning("kernel", "%s: ignored damaged lines: %zu; VRFs that share a table may exchange their times",
+              file_->path.c_str(), damaged);
 }
 
 std::string VrfIds::text() const {
   std::string text = std::string(kHeading) + '\n';
-  for (const auto& [name, known] : known_) {
-    text += std::to_string(known.id) + ' ' + std::to_string(known.table) + ' ' + name + '\n';
-  }
+  for (const auto& [name, known] : known_) text += line_of(known.id, known.table, name) + '\n';
   return text;
 }
 

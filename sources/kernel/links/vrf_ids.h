@@ -54,6 +54,7 @@ class VrfIds {
 
   Names names_of(const router::Router& model) const;
   void read();
+  bool read_line(const std::string& line, bool has_checksum);
   bool write_before_commit();
   std::function<void()> take_write();
   std::string text() const;

@@ -48,6 +48,10 @@ class VrfIdsTest : public ::testing::Test {
     Settle();
   }
   void DeleteUnseen(std::uint32_t index) { mirror_.apply(LinkRemoved{index}); }
+  std::string File() const {
+    std::ifstream file(file_);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
   std::vector<std::uint32_t> Ids(const std::vector<std::string>& names) const {
     std::vector<std::uint32_t> ids;
     for (const std::string& name : names) {
@@ -160,8 +164,36 @@ TEST_F(VrfIdsTest, WithoutTheFileTheLowerIndexHasTheTable) {
   Add("red", 9, 10);
   Add("low", 2, 10);
   std::ofstream(file_, std::ios::trunc) << "no id\n0 10 low\n7\n";
+  testing::internal::CaptureStderr();
   Restart();
+  EXPECT_EQ(
+      testing::internal::GetCapturedStderr(),
+      "kernel: " + file_ + ": ignored damaged lines: 3; VRFs that share a table may exchange their times\n");
   EXPECT_THAT(Ids({"red", "low"}), ElementsAre(0x8000000a, 10));
+}
+
+TEST_F(VrfIdsTest, FileOfTheFormerReleaseIsRead) {
+  Add("red", 9, 10);
+  Add("low", 2, 10);
+  std::ofstream(file_, std::ios::trunc) << "# mpls_vpn_mib VRF ids: id, table, name\n77 10 red\n10 10 low\n";
+  Restart();
+  EXPECT_THAT(Ids({"red", "low"}), ElementsAre(77, 10));
+}
+
+TEST_F(VrfIdsTest, FlippedBitCostsNoVrfItsId) {
+  Add("red", 2, 10);
+  Add("blue", 3, 11);
+  const std::string whole = File();
+  for (std::size_t bit = 0; bit < 8 * whole.size(); ++bit) {
+    std::string damaged = whole;
+    damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ (1 << (bit % 8)));
+    std::ofstream(file_, std::ios::trunc) << damaged;
+    testing::internal::CaptureStderr();
+    Restart();
+    const std::string log = testing::internal::GetCapturedStderr();
+    ASSERT_THAT(Ids({"red", "blue"}), ElementsAre(10, 11)) << damaged;
+    ASSERT_THAT(log, HasSubstr(file_ + ": ignored damaged lines: ")) << damaged;
+  }
 }
 
 TEST_F(VrfIdsTest, FailedWriteIsRetriedByALaterRun) {
@@ -197,10 +229,6 @@ class VrfIdsBeforeCommits : public VrfIdsTest {
     std::uint64_t object_id = 0;
     ASSERT_EQ(chkpt_create(table_, &key, sizeof key, &object_id), kStatusOk);
     ASSERT_EQ(chkpt_flush(), kStatusOk);
-  }
-  std::string File() const {
-    std::ifstream file(file_);
-    return {std::istreambuf_iterator<char>(file), {}};
   }
 
   TestRunDirectory directory_;
