@@ -26,6 +26,7 @@ namespace {
 constexpr std::uint32_t kQueueMagic = 0x5153564d;  // "MVSQ"
 constexpr std::size_t kMostQueueOctets = 512U << 20;
 constexpr std::size_t kWrittenAnewAt = 1U << 20;  // octets, and twice those that were needed
+constexpr std::size_t kMostSince = 16U << 20;     // octets, of a process that waits for a slow disk
 
 enum class QueueChange : std::uint8_t { kAdded = 1, kLost = 2, kAcknowledged = 3 };
 
@@ -222,12 +223,22 @@ bool QueueFile::is_to_be_written_anew() const {
 }
 
 void QueueFile::append(const wire::Octets& record, const QueueState& state) {
-  if (is_writing_anew_) since_.insert(since_.end(), record.begin(), record.end());
+  if (is_writing_anew_) keep_since(record);
   if (is_to_be_written_anew()) {
     if (worker_ == nullptr) return report(write_anew(state));
     begin_writing_anew(state);
   }
   if (fd_ >= 0) report(write_at_end(record));
+}
+
+// Without all that was appended since it began, the new file is of no use.
+void QueueFile::keep_since(const wire::Octets& record) {
+  lacks_since_ = lacks_since_ || since_.size() + record.size() > kMostSince;
+  if (lacks_since_) {
+    since_ = {};
+  } else {
+    since_.insert(since_.end(), record.begin(), record.end());
+  }
 }
 
 // What was written in part is written anew later: nothing could be read after it.
@@ -251,6 +262,7 @@ Status QueueFile::write_anew(const QueueState& state) {
 
 void QueueFile::begin_writing_anew(const QueueState& state) {
   is_writing_anew_ = true;
+  lacks_since_ = false;
   since_.clear();
   const auto octets = std::make_shared<const wire::Octets>(queue_octets(state));
   const auto status = std::make_shared<Status>(kStatusOk);
@@ -264,6 +276,7 @@ void QueueFile::begin_writing_anew(const QueueState& state) {
 
 void QueueFile::end_writing_anew(Status status, std::size_t octets) {
   is_writing_anew_ = false;
+  if (lacks_since_ && status == kStatusOk) status = static_cast<Status>(ENOBUFS);
   if (status != kStatusOk && fd_ >= 0) return continue_former(status);
   if (status == kStatusOk) status = replace_by_new(octets);
   report(status);

@@ -60,6 +60,7 @@ class QueueFile {
  private:
   Status read(QueueState* state);
   void append(const wire::Octets& record, const QueueState& state);
+  void keep_since(const wire::Octets& record);
   Status write_at_end(const wire::Octets& record);
   bool is_to_be_written_anew() const;
   Status write_anew(const QueueState& state);
@@ -84,6 +85,7 @@ class QueueFile {
   bool grows_ = false;            // it could not be written anew
   bool is_writing_anew_ = false;  // on the thread
   wire::Octets since_;            // what was appended since that began
+  bool lacks_since_ = false;      // it was too much
   std::unique_ptr<EventWorker> worker_;
 };
 

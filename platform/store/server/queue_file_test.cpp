@@ -290,6 +290,31 @@ TEST_F(ServedQueue, FileThatCannotBeWrittenAnewIsContinued) {
   EXPECT_THAT(left, ElementsAre("a", "b"));
 }
 
+// The disk does not answer while many notifications come and go.
+TEST_F(ServedQueue, FormerFileIsContinuedWhenTheNewOneTakesTooLong) {
+  Serve();
+  FillFile();
+  for (std::size_t octets = 0; octets < 20 * kMegabyte; octets += kMegabyte / 8) {
+    Push(std::string(kMegabyte / 8, 'x'));
+    TakeAll();
+  }
+  Push("a");
+  ::testing::internal::CaptureStderr();
+  queue->use_thread(manager);  // waits for the thread
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr("so it grows: No buffer space available\n"));
+  EXPECT_GT(Size(), 20 * kMegabyte);
+  Push("b");
+  clock.advance(kNanosecondsPerSecond);
+  Push("c");
+  RunUntilSmall();
+  EXPECT_LT(Size(), kMegabyte);
+  Restart(1000);
+  std::vector<std::string> left;
+  for (const std::string& each : TakeAll()) left.push_back(each.substr(each.find(':') + 1));
+  EXPECT_THAT(left, ElementsAre("a", "b", "c"));
+}
+
 TEST_F(StoredQueue, FailureIsLoggedOnceAndEverythingIsWrittenOnceItIsOver) {
   ::testing::internal::CaptureStderr();
   fault_arm("queue_file_append", ENOSPC);
