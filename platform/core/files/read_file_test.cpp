@@ -1,17 +1,21 @@
 // Tests of files that are read as a whole.
 #include "platform/core/files/read_file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "platform/core/base/fault.h"
 #include "platform/core/files/temporary_directory.h"
@@ -77,6 +81,29 @@ TEST_F(ReadFile, OnlyRegularFilesAreRead) {
   std::filesystem::remove(path_);
   std::filesystem::create_symlink("/dev/zero", path_);
   ExpectRefused("it is a device, not a regular file");
+}
+
+// Between the check of the name and the opening of the file, in some of the rounds.
+TEST_F(ReadFile, FifoThatTakesThePlaceOfTheFileMeanwhileIsRefused) {
+  const std::string fifo = path_ + ".fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  Write("text");
+  std::atomic<bool> ends{false};
+  std::atomic<int> exchanges{0};
+  std::thread exchanging([&] {
+    for (; !ends; ++exchanges) renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, fifo.c_str(), RENAME_EXCHANGE);
+  });
+  constexpr int kRounds = 20'000;
+  int wrong = 0;
+  for (int i = 0; i < kRounds || exchanges < kRounds; ++i) {
+    text_ = "unchanged";
+    const bool is_read = Read() == kStatusOk && text_ == "text";
+    const bool is_refused = error_ == "it is a FIFO, not a regular file" && text_ == "unchanged";
+    wrong += is_read || is_refused ? 0 : 1;
+  }
+  ends = true;
+  exchanging.join();
+  EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(ReadFile, SystemErrorsAreReported) {
