@@ -6,6 +6,8 @@
 // manager.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 #include "platform/core/base/status.h"
@@ -24,4 +26,7 @@ class Source {
   [[nodiscard]] virtual Status start(EventManager* manager) = 0;
   // What is read, for messages: "the kernel", the path of a file.
   virtual std::string describe() const = 0;
+  // How much of the model later readings had to correct because changes had not been announced; none for a
+  // source without such readings.
+  virtual std::optional<std::uint64_t> corrections() const { return std::nullopt; }
 };

@@ -32,6 +32,7 @@ class KernelSource : public Source {
   // REQUIRES: load() succeeded.
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the kernel"; }
+  std::optional<std::uint64_t> corrections() const override { return counters().routes.corrections; }
 
   KernelSourceCounters counters() const;
   // True when everything that was received is in the model and nothing is being read.

@@ -27,6 +27,8 @@ struct KernelRouteCounters {
   std::uint64_t failures = 0;            // readings and receptions that failed
   std::uint64_t refused = 0;             // rows that the store refused
   std::uint64_t unresolved = 0;          // routes with an unknown next-hop object
+  // Prefixes and next-hop objects of which a reading showed that the events had not given their state.
+  std::uint64_t corrections = 0;
 };
 
 struct KernelSourceCounters {

@@ -1,4 +1,5 @@
-// kernel_model_dump [--reread-ms=N] [--receive-buffer=OCTETS] [--count-routes]
+// kernel_model_dump [--reread-ms=N] [--route-reread-ms=N] [--receive-buffer=OCTETS] [--count-routes]
+//                   [--vrf=NAME:TABLE]...
 //
 // Follows the live kernel with a router model. For each line of standard input it prints the model as one
 // line of JSON, when every change that the kernel announced before is in the model; ends with the input. A
@@ -9,7 +10,9 @@
 //    "routes": {"red": [{"prefix", "next_hop", "index", "type", "protocol", "metric", "labels": [100]}]},
 //                                               with --count-routes their number instead of the list
 //    "changes": ["moved d0 from default to red"],    notified by the model since the previous line
-//    "losses", "dumps", "refused", "route_losses", "tables_read": counters of the source}
+//    "losses", "dumps", "refused", "route_losses", "tables_read", "corrections": counters of the source}
+//
+// --vrf adds a VRF to the model, for kernels without VRF devices.
 //
 // One thread. RUN_DIRECTORY (MPLS_VPN_MIB_RUN_DIR) must exist: the event manager has its socket there.
 #include <sys/epoll.h>
@@ -152,7 +155,8 @@ void print_model(Program* program) {
                     {"dumps", counters.dumps},
                     {"refused", counters.refused + counters.routes.refused},
                     {"route_losses", counters.routes.losses},
-                    {"tables_read", counters.routes.tables_read}};
+                    {"tables_read", counters.routes.tables_read},
+                    {"corrections", counters.routes.corrections}};
   std::puts(all.dump(-1, ' ', false, json::error_handler_t::replace).c_str());
   std::fflush(stdout);
 }
@@ -195,12 +199,26 @@ bool read_number(std::string_view argument, std::string_view option, std::uint64
   return result.ec == std::errc{} && result.ptr == end;
 }
 
+bool add_vrf(std::string_view text, Program* program) {
+  const std::size_t colon = text.find(':');
+  std::uint64_t table = 0;
+  if (colon == std::string_view::npos || !read_number(text.substr(colon), ":", &table)) return false;
+  router::Vrf vrf;
+  vrf.name = text.substr(0, colon);
+  vrf.id = vrf.ipv4_table = vrf.ipv6_table = static_cast<std::uint32_t>(table);
+  return program->model.create_vrf(vrf) == kStatusOk;
+}
+
 bool read_arguments(int count, char** arguments, Program* program) {
   KernelSourceSettings* settings = &program->settings;
   for (int each = 1; each < count; ++each) {
     std::uint64_t number = 0;
     if (read_number(arguments[each], "--reread-ms=", &number)) {
       settings->reread = number * kNanosecondsPerMillisecond;
+    } else if (read_number(arguments[each], "--route-reread-ms=", &number)) {
+      settings->route_reread = number * kNanosecondsPerMillisecond;
+    } else if (std::string_view(arguments[each]).starts_with("--vrf=")) {
+      if (!add_vrf(std::string_view(arguments[each]).substr(6), program)) return false;
     } else if (read_number(arguments[each], "--receive-buffer=", &number)) {
       settings->receive_buffer = number;
     } else if (std::string_view(arguments[each]) == "--count-routes") {
@@ -238,8 +256,11 @@ int run(Program* program) {
 int main(int count, char** arguments) {
   Program program;
   if (!read_arguments(count, arguments, &program)) {
-    std::fprintf(stderr, "usage: %s [--reread-ms=N] [--receive-buffer=OCTETS] [--count-routes]\n",
-                 arguments[0]);
+    std::fprintf(
+        stderr,
+        "usage: %s [--reread-ms=N] [--route-reread-ms=N] [--receive-buffer=OCTETS] [--count-routes]\n"
+        "       [--vrf=NAME:TABLE]...\n",
+        arguments[0]);
     return 2;
   }
   program.manager = event_manager_create("/dev/mpls/vpn/model-dump", 0);

@@ -32,16 +32,19 @@ def paths_of(route, objects):
     if "nhid" not in route or "dev" in route:
         return [route]
     named = objects.get(route["nhid"], {})
-    return [objects[member["id"]] for member in named.get("group", [{"id": route["nhid"]}]) if member["id"] in objects]
+    members = [objects[member["id"]] for member in named.get("group", [{"id": route["nhid"]}]) if member["id"] in objects]
+    return [dict(member, labels=member.get("dst", "")) for member in members]
 
 
 def is_dead(path):
     return "dead" in path.get("flags", [])
 
 
-def hop_of(path):
+def hop_of(path, version):
+    """None for a gateway of the other family, which a row's index cannot have."""
     if "gateway" in path:
-        return ipaddress.ip_address(path["gateway"])
+        hop = ipaddress.ip_address(path["gateway"])
+        return hop if hop.version == version else NO_HOP
     return NO_HOP
 
 
@@ -62,7 +65,7 @@ def rows_of(route, version, kernel, index):
             continue
         remote = "gateway" in path or "via" in path
         labels = [int(label) for label in str(path.get("labels") or "").split("/") if label]
-        hop = hop_of(path)
+        hop = hop_of(path, version)
         rows.append(((prefix, hop), dict(common, type=REMOTE if remote else LOCAL, ifIndex=index.get(path["dev"], -1),
                                          labels=labels)))
     return rows

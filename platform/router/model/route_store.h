@@ -5,12 +5,11 @@
 // are several rows. Rows are ordered by destination, prefix length and next hop, all unsigned in network
 // order, which is the order of inetCidrRouteTable's and mplsL3VpnVrfRteTable's indexes (RFC 4292, RFC 4382
 // section 4.1). Two paths of one prefix with the same next hop (another priority, another interface) are one
-// row to the MIB: the store has one of them and the sources decide which; offer() decides by the lower
-// metric.
+// row to the MIB: the store has one of them and the sources decide which.
 //
 // There are no iterators: a reader remembers the key of the row it read last and asks for the next one, so
-// every change in between is safe. Reads and changes cost O(log n); counts cost nothing. A row takes about 40
-// octets (IPv4) or 80 (IPv6); routes with equal rare attributes (metrics 2 to 5, a next-hop AS, labels) share
+// every change in between is safe. Reads and changes cost O(log n); counts cost nothing. A row takes about 48
+// octets (IPv4) or 84 (IPv6); routes with equal rare attributes (metrics 2 to 5, a next-hop AS, labels) share
 // one copy of them.
 //
 // Main thread only. Router::flush_route_changes() notifies observers of the tables that changed, not of each
@@ -74,15 +73,26 @@ struct Route {
                                       kMetricUnused};
   std::uint32_t next_hop_as = 0;
   std::vector<std::uint32_t> labels;  // pushed on packets, outermost first; empty for none
-  // Seconds of clock_monotonic() at the last change of anything above. The store sets it; put() and offer()
-  // ignore it.
+  // Seconds of clock_monotonic() at the last change of anything above. The store sets it; put() ignores it.
   std::uint32_t changed = 0;
+  // The number by which the source knows what the row is made from. Not a part of the row: a row that only
+  // changes its number retains its age.
+  std::uint32_t origin = 0;
+};
+
+// A row as a source that compares it with the router's routes sees it.
+struct RouteMark {
+  RouteKey key;
+  std::uint32_t origin = 0;
+  bool current = false;  // put() or keep() since begin_refresh()
 };
 
 // Seconds since the route's last change.
 std::uint32_t route_age(const Route& route);
 
 enum class RouteChange : std::uint8_t { kNone, kAdded, kReplaced };
+
+enum class RouteRetention : std::uint8_t { kRetained, kOtherOrigin, kAbsent };
 
 class RouteStore {
  public:
@@ -96,18 +106,25 @@ class RouteStore {
   // length, a local route with a next hop, metrics below -1, labels out of range or too many). Fault point
   // "route_store_put".
   [[nodiscard]] Status put(RouteTableId table, const Route& route, RouteChange* change = nullptr);
-  // As put(), but a row that was put since begin_refresh() is replaced only if this route's first metric is
-  // lower. For dumps in which several paths are one row.
-  [[nodiscard]] Status offer(RouteTableId table, const Route& route, RouteChange* change = nullptr);
   // kStatusNoSuchRow when there is no such table or row. Fault point "route_store_erase".
   [[nodiscard]] Status erase(RouteTableId table, const RouteKey& key);
 
-  // Re-reads a whole table: begin_refresh(), put() or offer() every current route, then end_refresh() until
+  // Re-reads a whole table: begin_refresh(), put() or keep() every current route, then end_refresh() until
   // it returns false. Rows that were not put since begin_refresh() are removed; the others retain their age.
   // Each end_refresh() visits at most `limit` rows (> 0), so that other work runs in between; rows put
   // meanwhile remain. A second begin_refresh() abandons the first. Ignored for a table that is not open.
   void begin_refresh(RouteTableId table);
   [[nodiscard]] bool end_refresh(RouteTableId table, std::size_t limit, std::size_t* erased = nullptr);
+
+  // As put() of every row of one prefix, unchanged, if the first has this origin; the next hop of `prefix` is
+  // zero. kAbsent: there is no row.
+  [[nodiscard]] RouteRetention keep(RouteTableId table, const RouteKey& prefix, std::uint32_t origin);
+  // Calls `visit` for the rows of one prefix. The table must not change meanwhile.
+  void visit_prefix(RouteTableId table, const RouteKey& prefix,
+                    const std::function<void(const RouteMark&)>& visit) const;
+  // The same for at most `limit` rows (> 0) from `first` on; false when they were the last ones.
+  [[nodiscard]] bool visit_from(RouteTableId table, const RouteKey& first, std::size_t limit,
+                                const std::function<void(const RouteMark&)>& visit) const;
 
   // False when there is no such row. *route is written on success only.
   [[nodiscard]] bool find(RouteTableId table, const RouteKey& key, Route* route) const;

@@ -37,10 +37,10 @@ class RouteStoreRows : public ::testing::Test {
   RouteChange Put(const std::string& prefix, const std::string& next_hop = "") {
     return Put(kRed, MakeRoute(prefix, next_hop));
   }
-  RouteChange Offer(const Route& route) {
-    RouteChange change = RouteChange::kNone;
-    EXPECT_EQ(store_.offer(kRed, route, &change), kStatusOk);
-    return change;
+  RouteChange PutFrom(std::uint32_t origin, const std::string& prefix, const std::string& next_hop) {
+    Route route = MakeRoute(prefix, next_hop);
+    route.origin = origin;
+    return Put(kRed, route);
   }
   static Route Labelled(const std::string& prefix, const std::string& next_hop,
                         const std::vector<std::uint32_t>& labels) {
@@ -352,34 +352,48 @@ TEST_F(RouteStoreRows, RefreshOfATableThatIsNotOpenDoesNothing) {
   EXPECT_FALSE(store_.end_refresh({Family::kIpv4, 99}, 10));
 }
 
-TEST_F(RouteStoreRows, OfferedPathOfTheLowerMetricIsTheRow) {
-  Route cheap = MakeRoute("10.0.0.0/8", "192.0.2.1");
-  cheap.metrics[0] = 5;
-  cheap.interface_index = 1;
-  Route dear = cheap;
-  dear.metrics[0] = 20;
-  dear.interface_index = 2;
+TEST_F(RouteStoreRows, PrefixSurvivesARefreshIfItsRowsHaveTheOrigin) {
+  for (const char* hop : {"192.0.2.1", "192.0.2.2"}) PutFrom(7, "10.0.0.0/8", hop);
+  PutFrom(7, "10.0.0.0/9", "192.0.2.1");
   store_.begin_refresh(kRed);
-  EXPECT_EQ(Offer(dear), RouteChange::kAdded);
-  EXPECT_EQ(Offer(cheap), RouteChange::kReplaced);
-  Wait(10);
-  store_.begin_refresh(kRed);
-  EXPECT_EQ(Offer(cheap), RouteChange::kNone);
-  EXPECT_EQ(Offer(dear), RouteChange::kNone);
-  EXPECT_EQ(EndRefresh(), 0U);
-  EXPECT_EQ(Find(kRed, "10.0.0.0/8", "192.0.2.1").interface_index, 1U);
-  EXPECT_EQ(Age("10.0.0.0/8", "192.0.2.1"), 10U);
+  EXPECT_EQ(store_.keep(kRed, MakeKey("10.0.0.0/8"), 8), RouteRetention::kOtherOrigin);
+  EXPECT_EQ(store_.keep(kRed, MakeKey("11.0.0.0/8"), 7), RouteRetention::kAbsent);
+  EXPECT_EQ(store_.keep(kRed, MakeKey("10.0.0.0/8"), 7), RouteRetention::kRetained);
+  EXPECT_EQ(EndRefresh(), 1U);
+  EXPECT_EQ(store_.count(kRed), 2U);
 }
 
-TEST_F(RouteStoreRows, OfferedPathReplacesARowOfTheRefreshBefore) {
-  Route cheap = MakeRoute("10.0.0.0/8", "192.0.2.1");
-  cheap.metrics[0] = 5;
-  Route dear = cheap;
-  dear.metrics[0] = 20;
-  Put(kRed, cheap);
+TEST_F(RouteStoreRows, OriginChangesWithoutARestartOfTheAge) {
+  PutFrom(7, "10.0.0.0/8", "192.0.2.1");
+  Wait(5);
+  EXPECT_EQ(PutFrom(8, "10.0.0.0/8", "192.0.2.1"), RouteChange::kNone);
+  EXPECT_EQ(Age("10.0.0.0/8", "192.0.2.1"), 5U);
+  EXPECT_EQ(Find(kRed, "10.0.0.0/8", "192.0.2.1").origin, 8U);
+}
+
+TEST_F(RouteStoreRows, RowsOfAPrefixAreVisited) {
+  PutFrom(1, "10.0.0.0/8", "192.0.2.1");
+  PutFrom(2, "10.0.0.0/8", "192.0.2.2");
+  PutFrom(3, "10.0.0.0/9", "192.0.2.1");
+  std::vector<std::uint32_t> origins;
+  const auto note = [&origins](const RouteMark& row) { origins.push_back(row.origin); };
+  store_.visit_prefix(kRed, MakeKey("10.0.0.0/8"), note);
+  EXPECT_THAT(origins, ElementsAre(1U, 2U));
+  origins.clear();
+  EXPECT_TRUE(store_.visit_from(kRed, {}, 2, note));
+  EXPECT_FALSE(store_.visit_from(kRed, MakeKey("10.0.0.0/9"), 2, note));
+  EXPECT_THAT(origins, ElementsAre(1U, 2U, 3U));
+}
+
+TEST_F(RouteStoreRows, VisitedRowIsCurrentFromItsPutOn) {
+  PutFrom(1, "10.0.0.0/8", "");
   store_.begin_refresh(kRed);
-  EXPECT_EQ(Offer(dear), RouteChange::kReplaced);
-  EXPECT_EQ(Find(kRed, "10.0.0.0/8", "192.0.2.1").metrics[0], 20);
+  std::vector<bool> current;
+  const auto note = [&current](const RouteMark& row) { current.push_back(row.current); };
+  store_.visit_prefix(kRed, MakeKey("10.0.0.0/8"), note);
+  PutFrom(1, "10.0.0.0/8", "");
+  store_.visit_prefix(kRed, MakeKey("10.0.0.0/8"), note);
+  EXPECT_THAT(current, ElementsAre(false, true));
 }
 
 // --- Refusals
@@ -428,9 +442,8 @@ TEST_F(RouteStoreRows, HostRoutesAreRoutes) {
 TEST_F(RouteStoreRows, FaultPointsFailTheChanges) {
   Put("10.0.0.0/8");
   {
-    const ScopedFault fault("route_store_put", kStatusNoMemory, 1, 2);
+    const ScopedFault fault("route_store_put", kStatusNoMemory);
     EXPECT_EQ(store_.put(kRed, MakeRoute("11.0.0.0/8")), kStatusNoMemory);
-    EXPECT_EQ(store_.offer(kRed, MakeRoute("11.0.0.0/8")), kStatusNoMemory);
   }
   const ScopedFault fault("route_store_erase", kStatusIo);
   EXPECT_EQ(store_.erase(kRed, MakeKey("10.0.0.0/8")), kStatusIo);

@@ -1,5 +1,5 @@
-// A table is a B-tree of rows that hold addresses as words in host order, 28 octets for
-// IPv4 and 52 for IPv6, so that comparing is a matter of integers and a million routes fit in a few tens of
+// A table is a B-tree of rows that hold addresses as words in host order, 32 octets for
+// IPv4 and 56 for IPv6, so that comparing is a matter of integers and a million routes fit in a few tens of
 // megabytes.
 //
 // A row holds its key, so the tree hands rows out as constants; what does not belong to the key is mutable
@@ -48,19 +48,29 @@ struct Row {
   mutable std::uint32_t changed;  // seconds
   mutable std::int32_t metric1;
   mutable std::uint32_t attributes;  // number of the set
+  mutable std::uint32_t origin;
   std::uint8_t prefix_length;
   mutable std::uint8_t type_and_status;  // RouteType and RowStatus, four bits each
   mutable std::uint8_t protocol;
   mutable std::uint8_t generation;
 };
-static_assert(sizeof(Row<1>) == 28 && sizeof(Row<4>) == 52);
+static_assert(sizeof(Row<1>) == 32 && sizeof(Row<4>) == 56);
+
+// Below, at or above 0. std::array would call memcmp().
+template <std::size_t kWords>
+int compare(const Words<kWords>& left, const Words<kWords>& right) {
+  for (std::size_t at = 0; at < kWords; ++at) {
+    if (left[at] != right[at]) return left[at] < right[at] ? -1 : 1;
+  }
+  return 0;
+}
 
 struct RowLess {
   template <std::size_t kWords>
   bool operator()(const Row<kWords>& left, const Row<kWords>& right) const {
-    if (left.destination != right.destination) return left.destination < right.destination;
+    if (const int order = compare<kWords>(left.destination, right.destination)) return order < 0;
     if (left.prefix_length != right.prefix_length) return left.prefix_length < right.prefix_length;
-    return left.next_hop < right.next_hop;
+    return compare<kWords>(left.next_hop, right.next_hop) < 0;
   }
 };
 
@@ -84,15 +94,22 @@ Row<kWords> row_of(const Route& route) {
   row.metric1 = route.metrics[0];
   row.type_and_status = static_cast<std::uint8_t>(static_cast<unsigned>(route.type) << 4 | route.row_status);
   row.protocol = static_cast<std::uint8_t>(route.protocol);
+  row.origin = route.origin;
   return row;
 }
 
-// Everything but key, time and generation.
+// Everything but key, time, generation and origin.
 template <std::size_t kWords>
 bool same_details(const Row<kWords>& left, const Row<kWords>& right) {
   return left.interface_index == right.interface_index && left.metric1 == right.metric1 &&
          left.attributes == right.attributes && left.type_and_status == right.type_and_status &&
          left.protocol == right.protocol;
+}
+
+template <std::size_t kWords>
+bool same_prefix(const Row<kWords>& left, const Row<kWords>& right) {
+  return compare<kWords>(left.destination, right.destination) == 0 &&
+         left.prefix_length == right.prefix_length;
 }
 
 RouteAttributes attributes_of(const Route& route) {
@@ -112,13 +129,13 @@ class Table final : public RouteTable {
     }
   }
 
-  RouteChange put(const Route& route, bool keep_better) override {
+  RouteChange put(const Route& route) override {
     Row<kWords> row = row_of<kWords>(route);
     row.attributes = sets_->hold(attributes_of(route));
     row.changed = seconds_now();
     row.generation = generation_;
     const auto [present, is_new] = rows_.insert(row);
-    return is_new ? RouteChange::kAdded : replace(*present, row, keep_better);
+    return is_new ? RouteChange::kAdded : replace(*present, row);
   }
 
   bool erase(const RouteKey& key) override {
@@ -160,6 +177,28 @@ class Table final : public RouteTable {
     return !is_done;
   }
 
+  RouteRetention keep(const RouteKey& prefix, std::uint32_t origin) override {
+    const Row<kWords> wanted = row_of<kWords>(prefix);
+    auto row = rows_.lower_bound(wanted);
+    if (row == rows_.end() || !same_prefix(*row, wanted)) return RouteRetention::kAbsent;
+    if (row->origin != origin) return RouteRetention::kOtherOrigin;
+    for (; row != rows_.end() && same_prefix(*row, wanted); ++row) row->generation = generation_;
+    return RouteRetention::kRetained;
+  }
+
+  void visit_prefix(const RouteKey& prefix, const RouteVisitor& visit) const override {
+    const Row<kWords> wanted = row_of<kWords>(prefix);
+    for (auto row = rows_.lower_bound(wanted); row != rows_.end() && same_prefix(*row, wanted); ++row) {
+      visit(mark_of(*row));
+    }
+  }
+
+  bool visit_from(const RouteKey& first, std::size_t limit, const RouteVisitor& visit) const override {
+    auto row = rows_.lower_bound(row_of<kWords>(first));
+    for (; row != rows_.end() && limit > 0; ++row, --limit) visit(mark_of(*row));
+    return row != rows_.end();
+  }
+
   bool find(const RouteKey& key, Route* route) const override {
     return give(rows_.find(row_of<kWords>(key)), route);
   }
@@ -172,8 +211,7 @@ class Table final : public RouteTable {
   bool find_labelled(const RouteKey& prefix, Route* route) const override {
     const Row<kWords> wanted = row_of<kWords>(prefix);
     auto row = rows_.lower_bound(wanted);
-    while (row != rows_.end() && row->destination == wanted.destination &&
-           row->prefix_length == wanted.prefix_length) {
+    while (row != rows_.end() && same_prefix(*row, wanted)) {
       if (!(*sets_)[row->attributes].labels.empty()) return give(row, route);
       ++row;
     }
@@ -184,10 +222,16 @@ class Table final : public RouteTable {
   using Rows = absl::btree_set<Row<kWords>, RowLess>;
 
   // `row` has its attributes; the attributes of the row that is not stored are released.
-  RouteChange replace(const Row<kWords>& present, const Row<kWords>& row, bool keep_better) {
-    const bool given_already = present.generation == generation_;
+  RouteMark mark_of(const Row<kWords>& row) const {
+    return {{address_of<kWords>(row.destination), row.prefix_length, address_of<kWords>(row.next_hop)},
+            row.origin,
+            row.generation == generation_};
+  }
+
+  RouteChange replace(const Row<kWords>& present, const Row<kWords>& row) {
     present.generation = generation_;
-    if (same_details(present, row) || (keep_better && given_already && present.metric1 <= row.metric1)) {
+    present.origin = row.origin;
+    if (same_details(present, row)) {
       sets_->release(row.attributes);
       return RouteChange::kNone;
     }
@@ -216,6 +260,7 @@ class Table final : public RouteTable {
     route->next_hop_as = attributes.next_hop_as;
     route->labels = attributes.labels;
     route->changed = row->changed;
+    route->origin = row->origin;
     return true;
   }
 

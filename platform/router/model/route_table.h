@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 
 #include "platform/router/model/route_attributes.h"
@@ -9,18 +10,22 @@
 
 namespace router {
 
+using RouteVisitor = std::function<void(const RouteMark&)>;
+
 // The operations of RouteStore on one table, for validated routes (valid_route). The sets of
 // attributes must outlive the table.
 class RouteTable {
  public:
   virtual ~RouteTable() = default;
-  // `keep_better`: as RouteStore::offer().
-  virtual RouteChange put(const Route& route, bool keep_better) = 0;
+  virtual RouteChange put(const Route& route) = 0;
   virtual bool erase(const RouteKey& key) = 0;
   // Removes up to `limit` rows; true while there are more.
   virtual bool release_some(std::size_t limit) = 0;
   virtual void begin_refresh() = 0;
   virtual bool end_refresh(std::size_t limit, std::size_t* erased) = 0;
+  virtual RouteRetention keep(const RouteKey& prefix, std::uint32_t origin) = 0;
+  virtual void visit_prefix(const RouteKey& prefix, const RouteVisitor& visit) const = 0;
+  virtual bool visit_from(const RouteKey& first, std::size_t limit, const RouteVisitor& visit) const = 0;
   virtual bool find(const RouteKey& key, Route* route) const = 0;
   virtual bool find_next(const RouteKey& key, Route* route) const = 0;
   virtual bool find_first(Route* route) const = 0;

@@ -39,12 +39,12 @@ struct RouteStore::State {
     if (released.size() == 1) on_release();
   }
 
-  Status put(RouteTableId id, const Route& route, bool keep_better, RouteChange* change) {
+  Status put(RouteTableId id, const Route& route, RouteChange* change) {
     if (Status status = fault_check("route_store_put")) return status;
     OpenTable* table = find(id);
     if (table == nullptr) return kStatusNoSuchRow;
     if (!valid_route(id.family, route)) return kStatusInvalid;
-    const RouteChange what = table->rows->put(route, keep_better);
+    const RouteChange what = table->rows->put(route);
     if (what != RouteChange::kNone) changed.insert(id);
     if (change != nullptr) *change = what;
     return kStatusOk;
@@ -59,11 +59,7 @@ RouteStore::RouteStore() : state_(std::make_unique<State>()) {}
 RouteStore::~RouteStore() = default;
 
 Status RouteStore::put(RouteTableId table, const Route& route, RouteChange* change) {
-  return state_->put(table, route, false, change);
-}
-
-Status RouteStore::offer(RouteTableId table, const Route& route, RouteChange* change) {
-  return state_->put(table, route, true, change);
+  return state_->put(table, route, change);
 }
 
 Status RouteStore::erase(RouteTableId table, const RouteKey& key) {
@@ -88,6 +84,22 @@ bool RouteStore::end_refresh(RouteTableId table, std::size_t limit, std::size_t*
   if (removed > 0) state_->changed.insert(table);
   if (erased != nullptr) *erased += removed;
   return more;
+}
+
+RouteRetention RouteStore::keep(RouteTableId table, const RouteKey& prefix, std::uint32_t origin) {
+  State::OpenTable* found = state_->find(table);
+  return found == nullptr ? RouteRetention::kAbsent : found->rows->keep(prefix, origin);
+}
+
+void RouteStore::visit_prefix(RouteTableId table, const RouteKey& prefix,
+                              const std::function<void(const RouteMark&)>& visit) const {
+  if (const State::OpenTable* found = state_->find(table)) found->rows->visit_prefix(prefix, visit);
+}
+
+bool RouteStore::visit_from(RouteTableId table, const RouteKey& first, std::size_t limit,
+                            const std::function<void(const RouteMark&)>& visit) const {
+  const State::OpenTable* found = state_->find(table);
+  return found != nullptr && found->rows->visit_from(first, limit, visit);
 }
 
 bool RouteStore::find(RouteTableId table, const RouteKey& key, Route* route) const {

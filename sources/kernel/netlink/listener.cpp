@@ -64,6 +64,7 @@ void EventListener::read() {
         break;
     }
   }
+  client_->on_batch_end();
 }
 
 void EventListener::receive_failed(Status status) {

@@ -22,6 +22,8 @@ class EventListener {
    public:
     virtual ~Client() = default;
     virtual void on_datagram(std::span<const std::uint8_t> datagram) = 0;
+    // The datagrams of one read() have been delivered.
+    virtual void on_batch_end() {}
     // The kernel dropped events, possibly while the socket was being replaced.
     virtual void on_events_lost() = 0;
     // The socket is replaced after `retry`.

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "sources/kernel/live_kernel_test_support.h"
-#include "sources/kernel/routes/route_messages_test_support.h"
+#include "sources/kernel/route_state/route_messages_test_support.h"
 
 namespace kernel {
 
@@ -29,12 +29,19 @@ class LiveRoutes : public LiveKernel {
         "addr add 10.0.0.1/24 dev v0\naddr add 10.1.0.1/24 dev w0\n"
         "addr add 2001:db8:10::1/64 dev v0 nodad\naddr add 2001:db8:11::1/64 dev w0 nodad\n");
   }
-  void MakeVrf(const std::string& name, std::uint32_t table) {
+  void MakeVrf(const std::string& name, std::uint32_t table, bool with_ipv6 = true) {
     router::Vrf vrf;
     vrf.name = name;
     vrf.id = next_id_++;
-    vrf.ipv4_table = vrf.ipv6_table = table;
+    vrf.ipv4_table = table;
+    vrf.ipv6_table = with_ipv6 ? table : 0;
     ASSERT_EQ(model_.create_vrf(vrf), kStatusOk);
+  }
+  // The changes happen while the kernel has no room for announcements.
+  void LoseAnnouncements(const std::string& changes) {
+    const ScopedFault loss("netlink_route_receive", ENOBUFS, 1, 1);
+    Batch(changes);
+    event_run_pending(manager_);
   }
   void DeleteVrf(const std::string& name) { ASSERT_EQ(model_.delete_vrf(name), kStatusOk); }
   void StartWithRed(const KernelSourceSettings& settings = {}) {

@@ -1,30 +1,37 @@
-// Marks tables as dirty; route_readings.cpp reads them.
+// Applies the kernel's announcements; route_readings.cpp reads tables.
 //
-//   route, next-hop and link events --> dirty marks --(settle)--> a reading of each dirty table --> route
-//   store new VRFs -------------------------/
+//   route announcements ---------> changes of prefixes --(end of the batch)--> route store
+//   links, addresses, objects ---> history --(settle)--> walks over dependent tables --> route store
+//   new VRFs, losses, interval --> readings of tables --> route store
 //
-// Events only set marks. The kernel does not announce the IPv4 routes that it deletes when a link is set
-// down, hops of a multipath route that become dead or alive, next-hop objects that are deleted with their
-// link, and the routes of those objects. A table maintained from events would be wrong after the first
-// failure. So every reading records the interfaces and objects that its routes depend on, and a change of one
-// of them marks the table as a route event does. Links are followed on the same socket, so that their events
-// are in order with those of routes. The events of one command arrive in one burst: the reading begins
-// `settle` after the first.
+// One socket receives all of them, so that they are in order. The kernel does not announce the IPv4 routes
+// that it deletes when a link is set down or loses its last address, paths that become dead or alive,
+// next-hop objects that are deleted with their link, and the routes of those objects. All of this is derived
+// from the event of the link, the address or the object (route_history.h). What it means for a route is
+// computed when the route is next used; a walk over each table that depends on the link or object begins
+// `settle` after the first event and visits all of them.
 //
-// An overrun (ENOBUFS) marks everything, including objects. In addition, every table is read at an interval,
-// over which the tables are spread.
+// Readings. Until a table has been read, its announcements are ignored; those that arrive during its first
+// reading are held and applied after it, because a part of the reading is newer and a part is older. An
+// overrun (ENOBUFS) makes every table unknown again. Later readings, at an interval over which the tables are
+// spread, only verify: announcements are applied meanwhile, and what was announced since the reading began is
+// not compared. A difference is a correction.
+//
+// Not derived, but read again: tables with paths over a link whose carrier changes while
+// ignore_routes_with_linkdown is set, and tables with routes that prefer a removed source address and were
+// not announced as deleted.
 //
 // With a VRF its tables are dropped: the model has closed them, even if the kernel still has routes there
-// (those without a device). A table that is opened is marked.
-//
-// Limits: an IPv4 route that is deleted because its preferred source address was removed from another
-// interface of the VRF, on which it does not depend, is found at the interval only.
+// (those without a device). A table that is opened is read.
 #include "sources/kernel/routes/route_follower.h"
 
+#include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <fstream>
 #include <utility>
 
 #include "platform/core/base/clock.h"
@@ -37,6 +44,9 @@ namespace {
 constexpr std::array kRouteGroups{RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE,
                                   RTNLGRP_NEXTHOP};
 constexpr std::uint64_t kChecksPerInterval = 16;  // for tables that are due
+constexpr std::size_t kPrefixesPerSlice = 128;
+constexpr int kSlicesPerStep = 40;
+constexpr std::size_t kContentsPerRelease = 3000;
 
 std::array<router::RouteTableId, 2> tables_of(const router::Vrf& vrf) {
   return {router::RouteTableId{router::Family::kIpv4, vrf.ipv4_table},
@@ -51,6 +61,18 @@ bool intersects(const std::set<std::uint32_t>& changed, const Container& used) {
   return std::ranges::any_of(changed, [&used](std::uint32_t each) { return used.contains(each); });
 }
 
+constexpr std::array kFamilies{"ipv4", "ipv6"};
+
+// Of a device or "all".
+bool ignores_linkdown(const std::string& device) {
+  return std::any_of(kFamilies.begin(), kFamilies.end(), [&device](const char* family) {
+    std::ifstream file(std::string("/proc/sys/net/") + family + "/conf/" + device +
+                       "/ignore_routes_with_linkdown");
+    int value = 0;
+    return file >> value && value != 0;
+  });
+}
+
 }  // namespace
 
 RouteFollower::RouteFollower(router::Router* model, const KernelSourceSettings& settings)
@@ -60,8 +82,7 @@ RouteFollower::RouteFollower(router::Router* model, const KernelSourceSettings& 
                      settings.receive_buffer,
                      settings.batch,
                      settings.retry,
-                     kRouteEventFaultPoints}),
-      reading_(model, &objects_) {}
+                     kRouteEventFaultPoints}) {}
 
 RouteFollower::~RouteFollower() {
   stop();
@@ -77,7 +98,7 @@ Status RouteFollower::start(EventManager* manager) {
   manager_ = manager;
   model_->observe(router::ObserverRank::kOther, this);
   model_->for_each_vrf([this](const router::Vrf& vrf) { add_tables(vrf); });
-  objects_dirty_ = true;
+  links_dirty_ = objects_dirty_ = true;
   reread_timer_ =
       event_timer_start(manager_, settings_.route_reread / kChecksPerInterval, [this] { mark_overdue(); });
   wake(0);
@@ -89,15 +110,15 @@ void RouteFollower::stop() {
   model_->stop_observing(this);
   abandon_reading();
   events_.stop();
-  for (EventTimerId* timer : {&step_timer_, &reread_timer_}) {
+  for (EventTimerId* timer : {&step_timer_, &mark_timer_, &walk_timer_, &retire_timer_, &reread_timer_}) {
     event_timer_cancel(manager_, std::exchange(*timer, 0));
   }
   manager_ = nullptr;
 }
 
 bool RouteFollower::settled() const {
-  return events_.drained() && phase_ == Phase::kIdle && dirty_.empty() && !objects_dirty_ &&
-         changed_.is_empty() && marking_.is_empty() && (manager_ == nullptr || events_.is_open());
+  return events_.drained() && phase_ == Phase::kIdle && dirty_.empty() && !links_dirty_ && !objects_dirty_ &&
+         mark_timer_ == 0 && walking_.empty() && (manager_ == nullptr || events_.is_open());
 }
 
 void RouteFollower::on_datagram(std::span<const std::uint8_t> datagram) {
@@ -111,9 +132,46 @@ void RouteFollower::on_datagram(std::span<const std::uint8_t> datagram) {
   for (const RouteEvent& event : scratch_) take_event(event);
 }
 
+// Several announcements of one prefix in a batch are one change of its rows.
+void RouteFollower::on_batch_end() {
+  commit();
+  if (std::exchange(store_changed_, false)) model_->flush_route_changes();
+}
+
+// Also precedes what is added to the history, which applies to routes that were announced before.
+void RouteFollower::commit() {
+  for (const router::RouteTableId id : std::exchange(announced_, {})) {
+    const auto table = tables_.find(id);
+    if (table == tables_.end()) continue;
+    table->second.routes.commit();
+    if (account(&table->second)) reread_later(table, settings_.retry);
+  }
+}
+
 void RouteFollower::on_events_lost() {
   ++counters_.losses;
-  mark_everything();
+  if (!std::exchange(loss_logged_, true)) {
+    log_warning("kernel", "events of routes were lost (%llu times so far), reading all tables",
+                static_cast<unsigned long long>(counters_.losses));
+  }
+  links_dirty_ = objects_dirty_ = true;
+  objects_known_ = false;
+  announced_.insert(reading_.table());
+  for (const router::RouteTableId id : std::exchange(announced_, {})) {
+    if (const auto table = tables_.find(id); table != tables_.end())
+      table->second.routes.forget_announcements();
+  }
+  changed_.everything = true;
+  mark_soon();
+}
+
+RouteFollower::Knowledge RouteFollower::knowledge_of(const Table& table) const {
+  return table.losses == counters_.losses ? table.knowledge : Knowledge::kNone;
+}
+
+void RouteFollower::set_knowledge(Knowledge knowledge, Table* table) {
+  table->knowledge = knowledge;
+  table->losses = counters_.losses;
 }
 
 void RouteFollower::on_listener_failure(EventListener::Failure failure, Status status) {
@@ -122,46 +180,116 @@ void RouteFollower::on_listener_failure(EventListener::Failure failure, Status s
               status);
 }
 
-// With its last IPv4 address an interface loses its IPv4 routes, in every table, without an event.
 void RouteFollower::take_event(const Event& event) {
-  if (const auto* seen = std::get_if<LinkSeen>(&event)) {
-    const auto [known, is_new] = links_.try_emplace(seen->link.index, seen->facts);
-    if (!is_new && std::exchange(known->second, seen->facts) == seen->facts) return;
-    changed_.links.insert(seen->link.index);
+  commit();
+  if (const auto* link = std::get_if<LinkSeen>(&event)) {
+    const LinkStates::Change change = links_.seen(*link);
+    if (change.carrier) changed_.carriers[link->link.index] = link->link.name;
+    take_link_change(link->link.index, change);
   } else if (const auto* removed = std::get_if<LinkRemoved>(&event)) {
-    links_.erase(removed->index);
-    changed_.links.insert(removed->index);
-  } else if (const auto* address = std::get_if<AddressRemoved>(&event)) {
-    changed_.links.insert(address->address.index);
-  } else {
-    return;
+    links_.removed(removed->index);
+    history_.add(removed->index, RouteHistory::LinkChange::kRemoved);
+    take_link_change(removed->index, {.objects_lost = true});
+  } else if (const auto* seen = std::get_if<AddressSeen>(&event)) {
+    take_link_change(seen->address.index, links_.address_seen(seen->address));
+  } else if (const auto* old = std::get_if<AddressRemoved>(&event)) {
+    take_link_change(old->address.index, links_.address_removed(old->address));
+    take_removed_address(old->address.address);
   }
-  wake(settings_.settle);
+  basis_disturbed_ = basis_disturbed_ || basis_has_links_;
+}
+
+void RouteFollower::take_link_change(std::uint32_t index, const LinkStates::Change& change) {
+  using LinkChange = RouteHistory::LinkChange;
+  if (!change.any()) return;
+  if (change.ipv4_down) history_.add(index, LinkChange::kIpv4Down);
+  if (change.ipv6_down) history_.add(index, LinkChange::kIpv6Down);
+  if (change.ipv4_up) history_.add(index, LinkChange::kIpv4Up);
+  if (change.ipv6_up) history_.add(index, LinkChange::kIpv6Up);
+  if (change.objects_lost) take_affected(objects_.remove_over(index));
+  changed_.links.insert(index);
+  meanwhile_.links.insert(index);
+  mark_soon();
+}
+
+// The kernel announces the routes that it deletes with their preferred source address, older ones do not.
+void RouteFollower::take_removed_address(const router::Address& address) {
+  if (address.family != router::Family::kIpv4) return;
+  std::uint32_t word = 0;
+  std::memcpy(&word, address.octets.data(), sizeof word);
+  changed_.sources.insert(word);
+  mark_soon();
+}
+
+void RouteFollower::take_affected(const NextHopObjects::Affected& affected) {
+  for (const std::uint32_t id : affected.removed) history_.object_removed(id);
+  for (const std::uint32_t id : affected.changed) history_.object_changed(id);
+  for (const auto* ids : {&affected.removed, &affected.changed}) {
+    changed_.objects.insert(ids->begin(), ids->end());
+    meanwhile_.objects.insert(ids->begin(), ids->end());
+  }
+  if (!affected.removed.empty() || !affected.changed.empty()) mark_soon();
+}
+
+void RouteFollower::take_object(const NextHopSeen& seen) {
+  object_request_ = seen.request;
+  objects_seen_.update(seen.object);
+  if (objects_.update(seen.object)) take_affected({{}, objects_.users(seen.object.id)});
+}
+
+// A route is announced again when its object changes, which is known from the object.
+bool RouteFollower::repeats_object(const RouteSeen& seen) const {
+  return seen.route.next_hop_object != 0 && (seen.flags & NLM_F_REPLACE) != 0 &&
+         seen.request == object_request_ && objects_.find(seen.route.next_hop_object) != nullptr;
 }
 
 void RouteFollower::take_event(const RouteEvent& event) {
-  const auto mark_table = [this](router::RouteTableId table) {
-    if (tables_.contains(table)) {
-      dirty_.insert(table);
-    }
-  };
   if (const auto* seen = std::get_if<RouteSeen>(&event)) {
-    mark_table({seen->route.family, seen->route.table});
+    if (!repeats_object(*seen)) take_route(seen->route, event);
   } else if (const auto* removed = std::get_if<RouteRemoved>(&event)) {
-    mark_table(removed->table);
+    take_route(removed->route, event);
   } else if (const auto* object = std::get_if<NextHopSeen>(&event)) {
-    objects_disturbed_ = true;
-    objects_seen_.update(object->object);
-    if (objects_.update(object->object)) {
-      changed_.objects.merge(objects_.users(object->object.id));
-    }
+    commit();
+    basis_disturbed_ = true;
+    take_object(*object);
   } else if (const auto* old_object = std::get_if<NextHopRemoved>(&event)) {
-    objects_disturbed_ = true;
+    commit();
+    basis_disturbed_ = true;
+    object_request_ = 0;
     objects_seen_.remove(old_object->id);
-    changed_.objects.merge(objects_.users(old_object->id));
-    objects_.remove(old_object->id);
+    take_affected(objects_.remove(old_object->id));
   }
-  wake(settings_.settle);
+}
+
+void RouteFollower::take_route(const KernelRoute& route, const RouteEvent& event) {
+  const auto table = tables_.find({route.family, route.table});
+  if (table == tables_.end() || !is_shown(route)) return;
+  if (knowledge_of(table->second) != Knowledge::kNone) {
+    apply(event, history_.now(), table);
+  } else if (is_being_read(table->first)) {
+    hold(event, &table->second);
+  }
+}
+
+void RouteFollower::hold(const RouteEvent& event, Table* table) {
+  if (table->held.size() >= settings_.log) {
+    table->held.clear();
+    table->held_lost = true;
+  }
+  table->held.push_back({event, history_.now()});
+}
+
+void RouteFollower::apply(const RouteEvent& event, RouteHistory::Moment moment, Tables::iterator table) {
+  bool fits = true;
+  if (const auto* seen = std::get_if<RouteSeen>(&event)) {
+    fits = table->second.routes.add(seen->route, seen->flags, moment);
+  } else if (const auto* removed = std::get_if<RouteRemoved>(&event)) {
+    table->second.routes.remove(removed->route);
+  }
+  announced_.insert(table->first);
+  if (fits || knowledge_of(table->second) != Knowledge::kComplete) return;
+  ++counters_.corrections;
+  reread_later(table, settings_.retry);
 }
 
 void RouteFollower::vrf_created(const router::Vrf& vrf) {
@@ -178,10 +306,10 @@ void RouteFollower::vrf_deleted(const router::Vrf& vrf) {
 }
 
 void RouteFollower::add_tables(const router::Vrf& vrf) {
-  for (const router::RouteTableId table : tables_of(vrf)) {
-    if (table.table != 0 && tables_.try_emplace(table).second) {
-      dirty_.insert(table);
-    }
+  for (const router::RouteTableId id : tables_of(vrf)) {
+    if (id.table == 0 || tables_.contains(id)) continue;
+    tables_.emplace(id, Table{TableRoutes(model_, &objects_, &history_, id)});
+    dirty_.insert(id);
   }
   wake(settings_.settle);
 }
@@ -190,48 +318,110 @@ void RouteFollower::add_tables(const router::Vrf& vrf) {
 void RouteFollower::drop_tables(const router::Vrf& vrf) {
   for (const router::RouteTableId table : tables_of(vrf)) {
     if (model_->routes().is_open(table)) continue;
-    const bool is_being_read = phase_ == Phase::kTable || phase_ == Phase::kSweep;
-    if (is_being_read && reading_.table() == table) {
+    if (is_being_read(table)) {
       abandon_reading();
       wake(0);
     }
-    tables_.erase(table);
+    if (auto dropped = tables_.extract(table)) retire(std::move(dropped.mapped().routes));
     dirty_.erase(table);
+    walking_.erase(table);
+    announced_.erase(table);
   }
 }
 
-void RouteFollower::mark_everything() {
-  if (!std::exchange(loss_logged_, true)) {
-    log_warning("kernel", "events of routes were lost (%llu times so far), reading all tables",
-                static_cast<unsigned long long>(counters_.losses));
-  }
-  changed_.everything = true;
-  wake(settings_.settle);
+// A table with a label for each route has as many contents as routes.
+void RouteFollower::retire(TableRoutes routes) {
+  retired_.push_back(std::move(routes));
+  if (retired_.size() == 1) retire_timer_ = event_timer_start(manager_, 0, [this] { release_some(); });
+}
+
+void RouteFollower::release_some() {
+  retire_timer_ = 0;
+  if (!retired_.front().release_some(kContentsPerRelease)) retired_.pop_front();
+  if (!retired_.empty()) retire_timer_ = event_timer_start(manager_, 0, [this] { release_some(); });
+}
+
+void RouteFollower::mark_soon() {
+  if (mark_timer_ != 0 || manager_ == nullptr) return;
+  mark_timer_ = event_timer_start(manager_, settings_.settle, [this] {
+    mark_timer_ = 0;
+    mark_some();
+  });
 }
 
 bool RouteFollower::Changed::concerns(const RouteUsage& usage) const {
-  return everything || intersects(links, usage.interfaces) || intersects(objects, usage.objects);
+  return intersects(links, usage.interfaces) || intersects(objects, usage.objects);
 }
 
-// The kernel may have deleted objects with a link without an event.
 void RouteFollower::begin_marking() {
   marking_ = std::exchange(changed_, {});
   last_marked_ = {router::Family::kIpv4, 0};
-  if (marking_.everything || (!marking_.links.empty() && !objects_.empty())) objects_dirty_ = true;
+  const bool all = !marking_.carriers.empty() && ignores_linkdown("all");
+  for (const auto& [index, name] : marking_.carriers) {
+    if (all || ignores_linkdown(name)) marking_.hiding.insert(index);
+  }
 }
 
-// Marks the tables that depend on what has changed. False if the step was over before the last.
-bool RouteFollower::mark_some() {
+// Marks the tables that depend on what has changed, in steps.
+void RouteFollower::mark_some() {
   if (marking_.is_empty()) begin_marking();
-  if (marking_.is_empty()) return true;
   const std::uint64_t end = clock_monotonic() + reconcile::kStepTime;
   for (auto next = tables_.upper_bound(last_marked_); next != tables_.end(); ++next) {
-    if (marking_.concerns(next->second.usage)) dirty_.insert(next->first);
+    mark(next->first, &next->second);
     last_marked_ = next->first;
-    if (clock_monotonic() >= end) return false;
+    if (clock_monotonic() < end) continue;
+    mark_timer_ = event_timer_start(manager_, 0, [this] {
+      mark_timer_ = 0;
+      mark_some();
+    });
+    break;
   }
+  walk_soon();
+  wake(0);
+  if (mark_timer_ != 0) return;
   marking_ = {};
-  return true;
+  if (!changed_.is_empty()) mark_soon();
+}
+
+void RouteFollower::mark(router::RouteTableId id, Table* table) {
+  TableRoutes& routes = table->routes;
+  if (marking_.concerns(routes.usage())) {
+    routes.begin_walk();
+    walking_.insert(id);
+  }
+  const bool lost_source = std::ranges::any_of(marking_.sources, [&](std::uint32_t address) {
+    return id.family == router::Family::kIpv4 && routes.has_preferred_source(address);
+  });
+  if (!marking_.everything && !lost_source && !intersects(marking_.hiding, routes.usage().interfaces)) return;
+  if (knowledge_of(*table) == Knowledge::kComplete) table->knowledge = Knowledge::kUnconfirmed;
+  dirty_.insert(id);
+}
+
+void RouteFollower::walk_soon() {
+  if (walk_timer_ != 0 || manager_ == nullptr || walking_.empty()) return;
+  walk_timer_ = event_timer_start(manager_, 0, [this] {
+    walk_timer_ = 0;
+    walk();
+  });
+}
+
+void RouteFollower::walk() {
+  const std::uint64_t start = clock_monotonic();
+  for (int slice = 0; slice < kSlicesPerStep && !walking_.empty(); ++slice) {
+    const auto table = tables_.find(*walking_.begin());
+    table->second.routes.walk(kPrefixesPerSlice);
+    if (account(&table->second)) reread_later(table, settings_.retry);
+    if (!table->second.routes.is_walking()) walking_.erase(walking_.begin());
+    if (clock_monotonic() - start >= reconcile::kStepTime) break;
+  }
+  if (std::exchange(store_changed_, false)) model_->flush_route_changes();
+  walk_soon();
+  forget_history();
+}
+
+// Every route was compared with it.
+void RouteFollower::forget_history() {
+  if (phase_ == Phase::kIdle && walking_.empty() && mark_timer_ == 0) history_.clear();
 }
 
 void RouteFollower::mark_overdue() {
@@ -245,6 +435,17 @@ void RouteFollower::mark_overdue() {
   }
   objects_dirty_ = objects_dirty_ || !dirty_.empty();
   wake(0);
+}
+
+// True when a row or an object is missing that may be found later.
+bool RouteFollower::account(Table* table) {
+  const TableRoutes::Counters counters = table->routes.take_counters();
+  counters_.refused += counters.refused;
+  counters_.unresolved += counters.unresolved;
+  counters_.corrections += counters.corrections;
+  store_changed_ = table->routes.take_changed() || store_changed_;
+  objects_dirty_ = objects_dirty_ || counters.unresolved != 0;
+  return table->routes.take_deferred() || counters.unresolved != 0;
 }
 
 void RouteFollower::log_failure(const char* what, Status status) {

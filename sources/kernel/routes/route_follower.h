@@ -1,13 +1,17 @@
 // Follows the kernel's routes of the model's VRFs into the route store.
 //
-// From start() on, reads every table of a VRF of the model in bounded steps. Reads it again after each event
-// that may have changed it, and at long intervals. Observes the model for VRFs. Main thread only. The model
-// must outlive the follower, which must be destroyed before the event manager.
+// From start() on, reads every table of a VRF of the model in bounded steps, and applies the kernel's
+// announcements to it from then on. Reads it again at long intervals, and when what happened to it cannot be
+// derived from announcements. Observes the model for VRFs. Main thread only. The model must outlive the
+// follower, which must be destroyed before the event manager.
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <set>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/core/base/status.h"
@@ -15,8 +19,11 @@
 #include "platform/router/model/router.h"
 #include "sources/kernel/links/link_message.h"
 #include "sources/kernel/netlink/listener.h"
-#include "sources/kernel/routes/route_rows.h"
+#include "sources/kernel/route_state/link_states.h"
+#include "sources/kernel/route_state/route_history.h"
+#include "sources/kernel/route_state/route_rows.h"
 #include "sources/kernel/routes/table_reading.h"
+#include "sources/kernel/routes/table_routes.h"
 #include "sources/kernel/settings.h"
 
 namespace kernel {
@@ -41,46 +48,98 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void vrf_deleted(const router::Vrf& vrf) override;
 
  private:
-  enum class Phase { kIdle, kObjects, kTable, kSweep };
+  enum class Phase { kIdle, kBasis, kTable, kDelivery, kSweep, kReplay };
+  enum class Knowledge {
+    kNone,         // announcements are ignored, or held during a reading
+    kUnconfirmed,  // they are applied; the table was read, but the reading may lack routes
+    kComplete,     // ... and a difference that a reading finds is a correction
+  };
+  struct Held {
+    RouteEvent event;
+    RouteHistory::Moment moment;
+  };
   struct Table {
-    RouteUsage usage;
+    TableRoutes routes;
+    Knowledge knowledge = Knowledge::kNone;
+    std::uint64_t losses = 0;  // of announcements, when `knowledge` was set
+    std::vector<Held> held{};
+    bool held_lost = false;        // there were too many
     std::uint64_t not_before = 0;  // clock_monotonic(): the next reading at the earliest
     std::uint64_t due = 0;         // ... at the latest
     unsigned doubts = 0;           // consecutive readings that were in doubt
   };
   using Tables = std::map<router::RouteTableId, Table>;
+  // What has changed, and on which tables may depend. Objects are with their groups.
+  struct Changed {
+    std::set<std::uint32_t> links;
+    std::set<std::uint32_t> objects;
+    std::map<std::uint32_t, std::string> carriers;
+    std::set<std::uint32_t> hiding;   // links that may hide paths
+    std::set<std::uint32_t> sources;  // removed IPv4 addresses
+    bool everything = false;
+    bool is_empty() const { return links.empty() && objects.empty() && sources.empty() && !everything; }
+    bool concerns(const RouteUsage& usage) const;
+  };
 
   void on_datagram(std::span<const std::uint8_t> datagram) override;
+  void on_batch_end() override;
   void on_events_lost() override;
   void on_listener_failure(EventListener::Failure failure, Status status) override;
   void take_event(const Event& event);
   void take_event(const RouteEvent& event);
+  void take_link_change(std::uint32_t index, const LinkStates::Change& change);
+  void take_removed_address(const router::Address& address);
+  void take_object(const NextHopSeen& seen);
+  void take_affected(const NextHopObjects::Affected& affected);
+  void take_route(const KernelRoute& route, const RouteEvent& event);
+  void hold(const RouteEvent& event, Table* table);
+  void apply(const RouteEvent& event, RouteHistory::Moment moment, Tables::iterator table);
+  bool repeats_object(const RouteSeen& seen) const;
 
+  void retire(TableRoutes routes);
+  void release_some();
   void add_tables(const router::Vrf& vrf);
   void drop_tables(const router::Vrf& vrf);
-  void mark_everything();
+  void commit();
+  bool account(Table* table);
+  void mark_soon();
   void begin_marking();
-  bool mark_some();
+  void mark_some();
+  void mark(router::RouteTableId id, Table* table);
   void mark_overdue();
+  Knowledge knowledge_of(const Table& table) const;
+  void set_knowledge(Knowledge knowledge, Table* table);
+
+  void walk_soon();
+  void walk();
+  void forget_history();
 
   void wake(std::uint64_t delay);
+  void step_soon();
   void step();
   bool begin_something();
   Tables::iterator next_dirty(std::uint64_t now, std::uint64_t* earliest);
   void reread_later(Tables::iterator table, std::uint64_t delay);
+  bool drain_events();
 
-  void begin_objects();
-  void continue_objects();
-  bool read_object(const nlmsghdr* message);
-  void finish_objects();
-  void objects_failed(Status status);
+  void begin_basis();
+  void continue_basis();
+  bool read_basis(const nlmsghdr* message);
+  void finish_basis();
+  void basis_failed(Status status);
   void begin_table(Tables::iterator table);
   void continue_table();
+  void deliver();
   void finish_table();
+  void end_in_doubt(Tables::iterator table);
   void settle_table(Tables::iterator table);
   void table_failed(Status status);
   void sweep();
+  void replay();
+  bool is_outdated(const Table& table) const;
+  bool is_being_read(router::RouteTableId table) const;
   void become_idle();
+  void close_dumps();
   void abandon_reading();
   void log_failure(const char* what, Status status);
   unsigned dump_batch() const;
@@ -88,37 +147,46 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   router::Router* model_;
   const KernelSourceSettings settings_;
   EventListener events_;
+  RouteHistory history_;
+  LinkStates links_;
   NextHopObjects objects_;
-  NextHopObjects objects_seen_;  // by the running reading of the objects
-  Dump objects_dump_{kRouteDumpFaultPoints};
+  LinkStates links_seen_;        // by the running reading of the basis
+  NextHopObjects objects_seen_;  // the same
+  Dump basis_dump_{kRouteDumpFaultPoints};
   TableReading reading_;
-  std::vector<RouteEvent> scratch_;  // of one datagram or message
-  std::vector<Event> link_events_;   // of one datagram
+  Dump::Progress progress_ = Dump::Progress::kMore;  // of the reading, when it waits for its delivery
+  std::vector<RouteEvent> scratch_;                  // of one datagram or message
+  std::vector<Event> link_events_;                   // of one datagram
+  RequestId object_request_ = 0;                     // that changed an object last
 
   Tables tables_;
-  std::set<router::RouteTableId> dirty_;      // those of tables_ that must be read
-  std::map<std::uint32_t, LinkFacts> links_;  // as announced since the start
-  // What has changed, and that of it whose dependants are being marked. Objects are with their groups.
-  struct Changed {
-    std::set<std::uint32_t> links;
-    std::set<std::uint32_t> objects;
-    bool everything = false;
-    bool is_empty() const { return links.empty() && objects.empty() && !everything; }
-    bool concerns(const RouteUsage& usage) const;
-  };
-  Changed changed_;
-  Changed marking_;
+  std::deque<TableRoutes> retired_;           // of closed tables, which are freed in steps
+  std::set<router::RouteTableId> announced_;  // those with announcements to commit
+  std::set<router::RouteTableId> dirty_;      // those that must be read
+  std::set<router::RouteTableId> walking_;
+  bool store_changed_ = false;  // since the observers were notified
+  Changed changed_;             // since the last marking began
+  Changed marking_;             // dependants of these are being marked
+  Changed meanwhile_;           // since the running reading began; links and objects only
   router::RouteTableId last_marked_{router::Family::kIpv4, 0};
+  bool in_doubt_ = false;  // the running reading
+  bool links_dirty_ = false;
   bool objects_dirty_ = false;
-  std::uint64_t objects_not_before_ = 0;
-  unsigned objects_doubts_ = 0;
-  bool objects_disturbed_ = false;  // one changed while they were read
+  bool objects_known_ = false;  // a difference that a reading finds is a correction
+  std::uint64_t basis_not_before_ = 0;
+  unsigned basis_doubts_ = 0;
+  bool basis_disturbed_ = false;  // something changed while it was read
+  bool basis_has_links_ = false;
 
   Phase phase_ = Phase::kIdle;
   std::uint64_t reading_began_ = 0;
+  std::uint64_t reading_losses_ = 0;  // at its beginning
   EventManager* manager_ = nullptr;
   EventTimerId step_timer_ = 0;
   std::uint64_t step_due_ = 0;  // clock_monotonic()
+  EventTimerId mark_timer_ = 0;
+  EventTimerId walk_timer_ = 0;
+  EventTimerId retire_timer_ = 0;
   EventTimerId reread_timer_ = 0;
   bool loss_logged_ = false;  // once per series of losses
   bool failure_logged_ = false;

@@ -1,12 +1,18 @@
 // The readings of the route follower: one at a time, in steps on the event loop.
 //
-// Next-hop objects are read before tables, because routes name them. Dirty tables are read round robin in the
-// order of their numbers. After a reading a table is not read again for four times the duration of the
-// reading, so that a table of a million routes with permanent changes costs at most a fifth of the loop.
+// Next-hop objects are read before tables, because routes name them; links and their addresses at the start
+// and after a loss. Dirty tables are read round robin in the order of their numbers. After a reading a table
+// is not read again for four times the duration of the reading, so that a table of a million routes costs at
+// most a fifth of the loop.
 //
-// A reading is in doubt when it was disturbed, when a route names an unknown object, or when the store
+// Order. What a step has read is compared when the announcements that precede it have been applied, so that a
+// prefix without an announcement since the beginning is in the state that was read. A link or object on which
+// the table depends may have deleted routes without an announcement after they were read; then the reading is
+// in doubt, or begins again if it only verifies.
+//
+// A reading is also in doubt when it was disturbed, when a route names an unknown object, or when the store
 // refused a row. It adds and updates but does not remove, and is repeated after `retry`. The kDoubtsMax-th
-// consecutive one does remove, because deleted routes must not be shown for ever.
+// consecutive one does remove, because deleted routes must not be shown for ever, unless it only verifies.
 #include <sys/epoll.h>
 
 #include <algorithm>
@@ -15,14 +21,17 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
 #include "sources/kernel/routes/route_follower.h"
+#include "sources/reconcile/reconcile.h"
 
 namespace kernel {
 namespace {
 
 constexpr unsigned kDoubtsMax = 5;
-constexpr std::uint64_t kRest = 4;           // multiple of the duration of a reading
-constexpr std::size_t kRowsPerSweep = 5000;  // about a millisecond
-constexpr std::uint64_t kSpread = 64;        // slots in the last quarter of the interval
+constexpr std::uint64_t kRest = 4;  // multiple of the duration of a reading
+constexpr std::size_t kPrefixesPerSweep = 1000;
+constexpr std::size_t kHeldPerStep = 200;
+constexpr int kReadsPerDrain = 4;
+constexpr std::uint64_t kSpread = 64;  // slots in the last quarter of the interval
 
 // Spreads tables that were read at the same time.
 std::uint64_t spread_of(router::RouteTableId table, std::uint64_t interval) {
@@ -32,7 +41,7 @@ std::uint64_t spread_of(router::RouteTableId table, std::uint64_t interval) {
 
 }  // namespace
 
-// A datagram of 32 kB has about 480 routes, which the store processes in a third of a millisecond.
+// A datagram of 32 kB has about 480 routes, which take half a millisecond.
 unsigned RouteFollower::dump_batch() const {
   return std::max(1U, settings_.batch / 16);
 }
@@ -50,24 +59,31 @@ void RouteFollower::wake(std::uint64_t delay) {
 // Waiting events are read first, because the reading will include their changes.
 void RouteFollower::step() {
   step_timer_ = 0;
-  if (phase_ == Phase::kSweep) {
-    sweep();
-    return;
+  switch (phase_) {
+    case Phase::kDelivery:
+      return deliver();
+    case Phase::kSweep:
+      return sweep();
+    case Phase::kReplay:
+      return replay();
+    default:
+      break;
   }
   events_.read();
-  if (!mark_some()) return wake(0);
+  forget_history();
   if (begin_something()) event_timer_cancel(manager_, std::exchange(step_timer_, 0));
 }
 
 bool RouteFollower::begin_something() {
   const std::uint64_t now = clock_monotonic();
   std::uint64_t earliest = UINT64_MAX;
-  if (objects_dirty_ && objects_not_before_ <= now) {
-    begin_objects();
+  const bool basis_dirty = links_dirty_ || objects_dirty_;
+  if (basis_dirty && basis_not_before_ <= now) {
+    begin_basis();
   } else if (const auto table = next_dirty(now, &earliest); table != tables_.end()) {
     begin_table(table);
   } else {
-    earliest = objects_dirty_ ? std::min(earliest, objects_not_before_) : earliest;
+    earliest = basis_dirty ? std::min(earliest, basis_not_before_) : earliest;
     if (earliest != UINT64_MAX) {
       wake(earliest - now);
     }
@@ -91,7 +107,12 @@ RouteFollower::Tables::iterator RouteFollower::next_dirty(std::uint64_t now, std
 
 void RouteFollower::reread_later(Tables::iterator table, std::uint64_t delay) {
   dirty_.insert(table->first);
-  table->second.not_before = clock_monotonic() + delay;
+  table->second.not_before = std::max(table->second.not_before, clock_monotonic() + delay);
+}
+
+void RouteFollower::step_soon() {
+  step_due_ = clock_monotonic();
+  step_timer_ = event_timer_start(manager_, 0, [this] { step(); });
 }
 
 void RouteFollower::become_idle() {
@@ -99,81 +120,122 @@ void RouteFollower::become_idle() {
   wake(0);
 }
 
+bool RouteFollower::is_being_read(router::RouteTableId table) const {
+  return phase_ != Phase::kIdle && phase_ != Phase::kBasis && reading_.table() == table;
+}
+
+void RouteFollower::close_dumps() {
+  for (Dump* dump : {&basis_dump_, static_cast<Dump*>(&reading_)}) {
+    if (!dump->is_open()) continue;
+    event_fd_remove(manager_, dump->fd());
+    dump->close();
+  }
+}
+
 // Also ends a sweep. The caller schedules the next step.
 void RouteFollower::abandon_reading() {
-  if (objects_dump_.is_open()) {
-    event_fd_remove(manager_, objects_dump_.fd());
-    objects_dump_.close();
+  close_dumps();
+  const auto table = tables_.find(reading_.table());
+  if (phase_ != Phase::kIdle && phase_ != Phase::kBasis && table != tables_.end()) {
+    table->second.routes.abandon_reading();
+    table->second.held.clear();
   }
-  if (reading_.is_open()) {
-    event_fd_remove(manager_, reading_.fd());
-    reading_.close();
-  }
+  basis_has_links_ = false;
   phase_ = Phase::kIdle;
 }
 
-void RouteFollower::begin_objects() {
-  objects_dirty_ = false;
-  objects_disturbed_ = false;
-  objects_seen_ = NextHopObjects{};
-  Status status = objects_dump_.begin({request_next_hops()});
-  if (status == kStatusOk) {
-    status = event_fd_add(manager_, objects_dump_.fd(), EPOLLIN,
-                          [this](int, std::uint32_t) { continue_objects(); });
+// False when announcements may be waiting.
+bool RouteFollower::drain_events() {
+  for (int count = 0; count < kReadsPerDrain; ++count) {
+    events_.read();
+    if (events_.drained()) return true;
   }
-  if (status != kStatusOk) {
-    objects_dump_.close();
-    objects_failed(status);
-    return;
-  }
-  phase_ = Phase::kObjects;
+  return false;
 }
 
-bool RouteFollower::read_object(const nlmsghdr* message) {
+void RouteFollower::begin_basis() {
+  basis_has_links_ = std::exchange(links_dirty_, false);
+  objects_dirty_ = false;
+  basis_disturbed_ = false;
+  links_seen_ = {};
+  objects_seen_ = {};
+  std::vector<DumpRequest> requests{request_next_hops()};
+  if (basis_has_links_) requests = {request_next_hops(), request_links(), request_addresses()};
+  Status status = basis_dump_.begin(std::move(requests));
+  if (status == kStatusOk) {
+    status =
+        event_fd_add(manager_, basis_dump_.fd(), EPOLLIN, [this](int, std::uint32_t) { continue_basis(); });
+  }
+  if (status != kStatusOk) {
+    basis_dump_.close();
+    basis_failed(status);
+    return;
+  }
+  phase_ = Phase::kBasis;
+}
+
+bool RouteFollower::read_basis(const nlmsghdr* message) {
   scratch_.clear();
-  const bool good = parse_route_message(message, &scratch_);
+  link_events_.clear();
+  const bool good = parse_link_message(message, &link_events_) && parse_route_message(message, &scratch_);
   for (const RouteEvent& event : scratch_) {
     if (const auto* seen = std::get_if<NextHopSeen>(&event)) objects_seen_.update(seen->object);
+  }
+  for (const Event& event : link_events_) {
+    if (const auto* link = std::get_if<LinkSeen>(&event)) links_seen_.seen(*link);
+    if (const auto* address = std::get_if<AddressSeen>(&event)) links_seen_.address_seen(address->address);
   }
   return good;
 }
 
-void RouteFollower::continue_objects() {
+void RouteFollower::continue_basis() {
   const Dump::Progress progress =
-      objects_dump_.step(dump_batch(), [this](const nlmsghdr* message) { return read_object(message); });
+      basis_dump_.step(dump_batch(), [this](const nlmsghdr* message) { return read_basis(message); });
   if (progress == Dump::Progress::kMore || progress == Dump::Progress::kWaiting) return;
-  abandon_reading();
+  close_dumps();
   if (progress == Dump::Progress::kFailed) {
-    objects_failed(objects_dump_.error());
+    basis_failed(basis_dump_.error());
   } else {
-    finish_objects();
+    finish_basis();
   }
+  basis_has_links_ = false;
   become_idle();
 }
 
-void RouteFollower::finish_objects() {
-  const bool in_doubt = objects_dump_.disturbed() || objects_disturbed_;
-  if (in_doubt && ++objects_doubts_ < kDoubtsMax) {
+void RouteFollower::finish_basis() {
+  const bool in_doubt = basis_dump_.disturbed() || basis_disturbed_;
+  if (in_doubt && ++basis_doubts_ < kDoubtsMax) {
+    links_dirty_ = links_dirty_ || basis_has_links_;
     objects_dirty_ = true;
-    objects_not_before_ = clock_monotonic() + settings_.retry;
+    basis_not_before_ = clock_monotonic() + settings_.retry;
     return;
   }
-  objects_doubts_ = 0;
-  changed_.objects.merge(objects_.differences(objects_seen_));
-  objects_ = std::exchange(objects_seen_, NextHopObjects{});
+  basis_doubts_ = 0;
+  if (basis_has_links_) links_ = std::exchange(links_seen_, {});
+  const NextHopObjects::Affected affected = objects_.differences(objects_seen_);
+  objects_ = std::exchange(objects_seen_, {});
+  if (objects_known_) counters_.corrections += affected.removed.size() + affected.changed.size();
+  objects_known_ = true;
+  take_affected(affected);
 }
 
-void RouteFollower::objects_failed(Status status) {
+void RouteFollower::basis_failed(Status status) {
   ++counters_.failures;
   log_failure("reading next-hop objects", status);
+  links_dirty_ = links_dirty_ || std::exchange(basis_has_links_, false);
   objects_dirty_ = true;
-  objects_not_before_ = clock_monotonic() + settings_.retry;
+  basis_not_before_ = clock_monotonic() + settings_.retry;
   wake(0);  // tables are read without the objects
 }
 
+// What was announced before the reading begins is a part of it.
 void RouteFollower::begin_table(Tables::iterator table) {
+  drain_events();
   dirty_.erase(table->first);
   reading_began_ = clock_monotonic();
+  reading_losses_ = counters_.losses;
+  meanwhile_ = {};
+  in_doubt_ = false;
   Status status = reading_.begin(table->first);
   if (status == kStatusOk) {
     status = event_fd_add(manager_, reading_.fd(), EPOLLIN, [this](int, std::uint32_t) { continue_table(); });
@@ -183,25 +245,53 @@ void RouteFollower::begin_table(Tables::iterator table) {
     table_failed(status);
     return;
   }
+  table->second.routes.begin_reading(knowledge_of(table->second) == Knowledge::kComplete
+                                         ? TableRoutes::Reading::kVerify
+                                         : TableRoutes::Reading::kFirst);
   phase_ = Phase::kTable;
 }
 
 void RouteFollower::continue_table() {
-  const Dump::Progress progress = reading_.step(dump_batch());
-  if (progress == Dump::Progress::kMore || progress == Dump::Progress::kWaiting) return;
+  if (phase_ != Phase::kTable) return;
+  const std::uint64_t start = clock_monotonic();
+  unsigned datagrams = dump_batch();
+  do {
+    progress_ = reading_.step(1);
+  } while (progress_ == Dump::Progress::kMore && --datagrams > 0 &&
+           clock_monotonic() - start < reconcile::kStepTime / 2);
+  if (progress_ != Dump::Progress::kFailed) return deliver();
   abandon_reading();
-  if (progress == Dump::Progress::kFailed) {
-    table_failed(reading_.error());
-  } else {
-    finish_table();
+  table_failed(reading_.error());
+}
+
+// Something on which the table depends changed while a reading verified it.
+bool RouteFollower::is_outdated(const Table& table) const {
+  return knowledge_of(table) != Knowledge::kNone && meanwhile_.concerns(table.routes.usage());
+}
+
+void RouteFollower::deliver() {
+  const auto table = tables_.find(reading_.table());
+  phase_ = Phase::kDelivery;
+  if (knowledge_of(table->second) != Knowledge::kNone && !drain_events()) return step_soon();
+  if (is_outdated(table->second)) {
+    abandon_reading();
+    reread_later(table, std::max(settings_.retry, kRest * (clock_monotonic() - reading_began_)));
+    return become_idle();
   }
+  phase_ = Phase::kTable;
+  const bool is_complete = progress_ == Dump::Progress::kComplete;
+  reading_.deliver(is_complete, &table->second.routes);
+  in_doubt_ = account(&table->second) || in_doubt_;
+  if (std::exchange(store_changed_, false)) model_->flush_route_changes();
+  if (!is_complete) return;
+  close_dumps();
+  finish_table();
 }
 
 void RouteFollower::table_failed(Status status) {
   ++counters_.failures;
   log_failure("reading a table", status);
   if (const auto table = tables_.find(reading_.table()); table != tables_.end()) {
-    table->second.usage.merge(reading_.usage());
     reread_later(table, settings_.retry);
   }
   become_idle();
@@ -209,35 +299,61 @@ void RouteFollower::table_failed(Status status) {
 
 void RouteFollower::finish_table() {
   ++counters_.tables_read;
-  counters_.refused += reading_.refused();
-  counters_.unresolved += reading_.unresolved();
   const auto table = tables_.find(reading_.table());
-  if (reading_.in_doubt() && ++table->second.doubts < kDoubtsMax) {
-    ++counters_.disturbed_readings;
-    objects_dirty_ = objects_dirty_ || reading_.unresolved() != 0;
-    table->second.usage.merge(reading_.usage());
-    reread_later(table, settings_.retry);
-    become_idle();
-    return;
-  }
+  in_doubt_ = in_doubt_ || reading_.disturbed() || table->second.held_lost ||
+              meanwhile_.concerns(table->second.routes.usage());
+  const bool only_verifies = knowledge_of(table->second) == Knowledge::kComplete;
+  if (in_doubt_ && (++table->second.doubts < kDoubtsMax || only_verifies)) return end_in_doubt(table);
+  in_doubt_ = false;
   table->second.doubts = 0;
-  table->second.usage = reading_.usage();
   phase_ = Phase::kSweep;
   sweep();
 }
 
+void RouteFollower::end_in_doubt(Tables::iterator table) {
+  ++counters_.disturbed_readings;
+  table->second.routes.abandon_reading();
+  phase_ = Phase::kReplay;
+  replay();
+}
+
 void RouteFollower::sweep() {
-  if (reading_.sweep(kRowsPerSweep)) {
-    step_due_ = clock_monotonic();
-    step_timer_ = event_timer_start(manager_, 0, [this] { step(); });
-    return;
-  }
-  settle_table(tables_.find(reading_.table()));
+  const auto table = tables_.find(reading_.table());
+  const bool more = table->second.routes.end_some(kPrefixesPerSweep);
+  in_doubt_ = account(&table->second) || in_doubt_;
+  if (std::exchange(store_changed_, false)) model_->flush_route_changes();
+  if (more) return step_soon();
+  phase_ = Phase::kReplay;
+  replay();
+}
+
+// Applies what was announced during the first reading.
+void RouteFollower::replay() {
+  const auto table = tables_.find(reading_.table());
+  std::vector<Held>& held = table->second.held;
+  const std::size_t count = std::min(held.size(), kHeldPerStep);
+  for (std::size_t at = 0; at < count; ++at) apply(held[at].event, held[at].moment, table);
+  held.erase(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(count));
+  on_batch_end();
+  if (!held.empty()) return step_soon();
+  settle_table(table);
   become_idle();
 }
 
 void RouteFollower::settle_table(Tables::iterator table) {
   const std::uint64_t now = clock_monotonic();
+  const Knowledge knowledge = knowledge_of(table->second);
+  const bool events_lost =
+      std::exchange(table->second.held_lost, false) || reading_losses_ != counters_.losses;
+  if (!events_lost && !in_doubt_) {
+    set_knowledge(Knowledge::kComplete, &table->second);
+  } else if (!events_lost && knowledge == Knowledge::kNone) {
+    set_knowledge(Knowledge::kUnconfirmed, &table->second);
+  } else if (events_lost) {
+    dirty_.insert(table->first);
+  }
+  if (in_doubt_ && table->second.doubts < kDoubtsMax) return reread_later(table, settings_.retry);
+  table->second.doubts = 0;
   table->second.not_before = now + std::max(settings_.settle, kRest * (now - reading_began_));
   table->second.due = now + settings_.route_reread - spread_of(table->first, settings_.route_reread);
   failure_logged_ = false;

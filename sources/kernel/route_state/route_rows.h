@@ -7,29 +7,46 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "platform/router/model/route_store.h"
-#include "sources/kernel/routes/route_message.h"
+#include "sources/kernel/route_state/route_message.h"
 
 namespace kernel {
 
 class NextHopObjects {
  public:
+  // Objects whose routes are deleted, and those whose routes have other paths.
+  struct Affected {
+    std::set<std::uint32_t> removed;
+    std::set<std::uint32_t> changed;
+  };
+
   // True when the object is new or differs.
   bool update(const NextHopObject& object);
-  // True when it existed.
-  bool remove(std::uint32_t id) { return objects_.erase(id) != 0; }
+  // Also from groups. A group without a member is removed.
+  Affected remove(std::uint32_t id);
+  // Removes the objects over an interface, as the kernel does without an announcement when it loses its
+  // carrier, is set down or is removed.
+  Affected remove_over(std::uint32_t interface_index);
   bool empty() const { return objects_.empty(); }
   const NextHopObject* find(std::uint32_t id) const;  // valid until a change
   // The object and the groups that have it as a member.
   std::set<std::uint32_t> users(std::uint32_t id) const;
-  // Objects that are in only one of the two, or differ, and the groups that have them as members.
-  std::set<std::uint32_t> differences(const NextHopObjects& other) const;
+  // What differs when these are replaced by `other`: an object or a member.
+  Affected differences(const NextHopObjects& other) const;
 
  private:
+  using Pairs = std::set<std::pair<std::uint32_t, std::uint32_t>>;
+  void enter(const NextHopObject& object);
+  void withdraw(const NextHopObject& object);
+  void remove(std::uint32_t id, Affected* affected);
   void add_differences(const NextHopObjects& other, std::set<std::uint32_t>* ids) const;
+
   std::map<std::uint32_t, NextHopObject> objects_;
+  Pairs over_;    // interface, object
+  Pairs groups_;  // member, group
 };
 
 // False for entries that are not rows of a routing table for management: local, broadcast, multicast and

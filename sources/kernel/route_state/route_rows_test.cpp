@@ -1,9 +1,10 @@
 // Which routes become rows and of which type, next-hop objects, and two recorded dumps of a router.
-#include "sources/kernel/routes/route_rows.h"
+#include "sources/kernel/route_state/route_rows.h"
 
 #include <gmock/gmock.h>
 
-#include "sources/kernel/routes/route_messages_test_support.h"
+#include "sources/kernel/route_state/route_messages_test_support.h"
+#include "sources/kernel/routes/table_routes.h"
 
 namespace kernel {
 namespace {
@@ -152,8 +153,8 @@ TEST(KernelNextHopObjects, ChangeAndRemovalAreReportedOnce) {
   EXPECT_FALSE(objects.update(Object(5, Path(9))));
   EXPECT_TRUE(objects.update(Object(5, Path(8))));
   EXPECT_EQ(objects.find(5)->path.interface_index, 8U);
-  EXPECT_TRUE(objects.remove(5));
-  EXPECT_FALSE(objects.remove(5));
+  EXPECT_THAT(objects.remove(5).removed, ElementsAre(5U));
+  EXPECT_THAT(objects.remove(5).removed, IsEmpty());
   EXPECT_EQ(objects.find(5), nullptr);
 }
 
@@ -180,34 +181,43 @@ TEST(KernelNextHopObjects, DifferencesIncludeGroupsOfWhatDiffers) {
   now.update(Object(5, Path(10)));
   before.update(Object(20, Path(9)));
   now.update(Object(21, Path(9)));
-  EXPECT_THAT(before.differences(now), ElementsAre(2U, 5U, 20U, 21U));
-  EXPECT_THAT(now.differences(now), IsEmpty());
+  EXPECT_THAT(before.differences(now).changed, ElementsAre(2U, 5U, 21U));
+  EXPECT_THAT(before.differences(now).removed, ElementsAre(20U));
+  EXPECT_THAT(now.differences(now).changed, IsEmpty());
 }
 
 // Every route of the recorded router's table 10, as its store would have it.
 class RecordedTable : public ::testing::Test {
  protected:
-  void Offer(const std::string& recording, router::RouteTableId table) {
-    store_.open(table);
+  RecordedTable() {
+    router::Vrf red;
+    red.name = "red";
+    red.id = red.ipv4_table = red.ipv6_table = 10;
+    EXPECT_EQ(model_.create_vrf(red), kStatusOk);
+  }
+  void Add(const std::string& recording, router::RouteTableId table) {
+    TableRoutes routes(&model_, &objects_, &history_, table);
     for (const Octets& datagram : ReadRecording(recording)) {
       ParseReport report;
       for (const RouteEvent& event : ParseRoutes(datagram, &report)) {
         const auto* seen = std::get_if<RouteSeen>(&event);
         if (seen == nullptr || seen->route.table != table.table || !is_shown(seen->route)) continue;
-        std::vector<router::Route> rows;
-        EXPECT_TRUE(append_rows(seen->route, {}, &rows));
-        for (const router::Route& row : rows) EXPECT_EQ(store_.offer(table, row), kStatusOk);
+        routes.add(seen->route, NLM_F_CREATE | NLM_F_APPEND, history_.now());
       }
       EXPECT_EQ(report.malformed, 0U);
     }
+    routes.commit();
+    EXPECT_EQ(routes.take_counters().unresolved, 0U);
   }
-  router::RouteStore store_;
+  router::Router model_;
+  NextHopObjects objects_;
+  RouteHistory history_;
 };
 
 TEST_F(RecordedTable, Ipv4RoutesOfEveryKind) {
-  Offer("dump-route.raw", kRed4);
+  Add("dump-route.raw", kRed4);
   EXPECT_THAT(
-      TableText(store_, kRed4),
+      TableText(model_.routes(), kRed4),
       ElementsAre("0.0.0.0/0 via 10.0.0.2 if 5 remote proto 3 metric 2147483647",
                   "10.0.0.0/24 if 5 local proto 2 metric 0", "10.1.0.0/24 if 6 local proto 2 metric 0",
                   "10.9.0.0/16 via 10.99.0.2 if 9 remote proto 14 metric 0 labels 200",
@@ -237,9 +247,9 @@ TEST_F(RecordedTable, Ipv4RoutesOfEveryKind) {
 }
 
 TEST_F(RecordedTable, Ipv6RoutesOfEveryKind) {
-  Offer("dump-route6.raw", kRed6);
+  Add("dump-route6.raw", kRed6);
   EXPECT_THAT(
-      TableText(store_, kRed6),
+      TableText(model_.routes(), kRed6),
       ElementsAre("2001:db8:10::/64 if 5 local proto 2 metric 256",
                   "2001:db8:11::/64 if 6 local proto 2 metric 256",
                   "2001:db8:aaaa::/48 via 2001:db8:10::2 if 5 remote proto 3 metric 30",

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "platform/router/model/route_test_support.h"
-#include "sources/kernel/routes/route_message.h"
-#include "sources/kernel/routes/route_rows.h"
+#include "sources/kernel/route_state/route_message.h"
+#include "sources/kernel/route_state/route_rows.h"
 #include "sources/kernel/test_support.h"
 
 namespace kernel {
@@ -29,6 +29,7 @@ struct HopMessage {
   std::optional<std::uint16_t> encap_type{};  // MPLS when there are labels
   bool type_after = false;                    // RTA_ENCAP before RTA_ENCAP_TYPE
   std::uint8_t flags = 0;                     // RTNH_F_...
+  std::uint8_t weight = 0;                    // less one
 };
 
 struct RouteMessage {
@@ -39,6 +40,8 @@ struct RouteMessage {
   std::uint8_t protocol = RTPROT_STATIC;
   std::uint8_t type = RTN_UNICAST;
   std::uint32_t flags = 0;
+  std::uint16_t announcement = 0;  // NLM_F_...
+  std::uint8_t scope = RT_SCOPE_UNIVERSE;
   std::optional<std::uint32_t> priority{};
   std::optional<std::uint32_t> object{};
   HopMessage hop{};
@@ -105,7 +108,7 @@ inline void PutMultipath(nlmsghdr* message, const std::vector<HopMessage>& hops)
   nlattr* nest = mnl_attr_nest_start(message, RTA_MULTIPATH);
   for (const HopMessage& each : hops) {
     auto* hop = static_cast<rtnexthop*>(mnl_nlmsg_get_payload_tail(message));
-    *hop = {sizeof(rtnexthop), each.flags, 0, static_cast<int>(each.interface_index.value_or(0))};
+    *hop = {sizeof(rtnexthop), each.flags, each.weight, static_cast<int>(each.interface_index.value_or(0))};
     message->nlmsg_len += static_cast<std::uint32_t>(sizeof(rtnexthop));
     HopMessage rest = each;
     rest.interface_index.reset();
@@ -119,7 +122,7 @@ inline void PutMultipath(nlmsghdr* message, const std::vector<HopMessage>& hops)
 
 inline Octets Encode(const RouteMessage& route) {
   MessageBuffer buffer;
-  nlmsghdr* message = buffer.Begin(route.message_type, 0);
+  nlmsghdr* message = buffer.Begin(route.message_type, route.announcement);
   const router::Address destination = router::MakeAddress(route.prefix);
   auto* header = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(rtmsg)));
   header->rtm_family = destination.family == router::Family::kIpv4 ? AF_INET : AF_INET6;
@@ -127,6 +130,7 @@ inline Octets Encode(const RouteMessage& route) {
   header->rtm_table = route.short_table;
   header->rtm_protocol = route.protocol;
   header->rtm_type = route.type;
+  header->rtm_scope = route.scope;
   header->rtm_flags = route.flags | route.hop.flags;
   if (route.table) mnl_attr_put_u32(message, RTA_TABLE, *route.table);
   if (destination.prefix_length != 0 && !route.without_destination) {

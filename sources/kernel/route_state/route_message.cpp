@@ -8,7 +8,7 @@
 //     IP tunnels) have no labels. Some of them lead to another router.
 //   - IPv4 omits RTA_PRIORITY if it is 0.
 // Everything is copied. Any thread.
-#include "sources/kernel/routes/route_message.h"
+#include "sources/kernel/route_state/route_message.h"
 
 #include <linux/lwtunnel.h>
 #include <linux/mpls_iptunnel.h>
@@ -142,6 +142,7 @@ bool read_hop(const rtnexthop* hop, router::Family family, RoutePath* path) {
   draft.family = family;
   draft.path.interface_index = static_cast<std::uint32_t>(hop->rtnh_ifindex);
   draft.path.dead = (hop->rtnh_flags & RTNH_F_DEAD) != 0;
+  draft.path.weight = family == router::Family::kIpv4 ? hop->rtnh_hops : std::uint8_t{0};
   if (mnl_attr_parse_payload(hop + 1, hop->rtnh_len - sizeof(rtnexthop), read_hop_attribute, &draft) !=
           MNL_CB_OK ||
       !finish_path(&draft)) {
@@ -167,6 +168,19 @@ bool read_multipath(const nlattr* attribute, router::Family family, std::vector<
   return rest.empty();
 }
 
+// FNV-1a.
+void digest(std::uint8_t octet, KernelRoute* route) {
+  route->details = (route->details ^ octet) * 16777619U;
+}
+
+void digest(const nlattr* attribute, KernelRoute* route) {
+  if (route->family != router::Family::kIpv4) return;
+  const auto* octets = static_cast<const std::uint8_t*>(mnl_attr_get_payload(attribute));
+  digest(static_cast<std::uint8_t>(mnl_attr_get_type(attribute)), route);
+  std::for_each_n(octets, mnl_attr_get_payload_len(attribute),
+                  [route](std::uint8_t octet) { digest(octet, route); });
+}
+
 int read_route_attribute(const nlattr* attribute, void* data) {
   auto* draft = static_cast<RouteDraft*>(data);
   KernelRoute& route = draft->route;
@@ -183,6 +197,15 @@ int read_route_attribute(const nlattr* attribute, void* data) {
     case RTA_MULTIPATH:
       draft->multipath.clear();
       return verdict(read_multipath(attribute, route.family, &draft->multipath));
+    case RTA_SRC:
+      return verdict(read_octets(attribute, route.family, &route.source));
+    case RTA_PREFSRC:
+      return verdict(route.family != router::Family::kIpv4 ||
+                     read_number(attribute, &route.preferred_source));
+    case RTA_METRICS:
+    case RTA_FLOW:
+      digest(attribute, &route);
+      return MNL_CB_OK;
     default:
       return verdict(read_path_attribute(attribute, &draft->path));
   }
@@ -200,6 +223,12 @@ void begin_route(const rtmsg& header, RouteDraft* draft) {
   route.type = header.rtm_type;
   route.protocol = header.rtm_protocol;
   route.cached = (header.rtm_flags & RTM_F_CLONED) != 0;
+  if (route.family == router::Family::kIpv4) {
+    route.tos = header.rtm_tos;
+    digest(header.rtm_scope, &route);
+  } else {
+    route.source_length = header.rtm_src_len;
+  }
   draft->path.family = route.family;
   draft->path.path.dead = (header.rtm_flags & RTNH_F_DEAD) != 0;
 }
@@ -218,7 +247,14 @@ bool finish_route(RouteDraft* draft) {
   } else if (path.interface_index != 0 || path.has_gateway) {
     route.paths.push_back(std::move(draft->path.path));
   }
+  if (route.family == router::Family::kIpv6) {
+    for (RoutePath& each : route.paths) each.protocol = route.protocol;
+  }
   return true;
+}
+
+RequestId request_of(const nlmsghdr* message) {
+  return RequestId{message->nlmsg_pid} << 32 | message->nlmsg_seq;
 }
 
 bool parse_route(const nlmsghdr* message, std::vector<RouteEvent>* events) {
@@ -232,9 +268,9 @@ bool parse_route(const nlmsghdr* message, std::vector<RouteEvent>* events) {
     return false;
   }
   if (message->nlmsg_type == RTM_DELROUTE) {
-    events->emplace_back(RouteRemoved{{draft.route.family, draft.route.table}});
+    events->emplace_back(RouteRemoved{std::move(draft.route)});
   } else {
-    events->emplace_back(RouteSeen{std::move(draft.route)});
+    events->emplace_back(RouteSeen{std::move(draft.route), message->nlmsg_flags, request_of(message)});
   }
   return true;
 }
@@ -289,7 +325,7 @@ bool parse_next_hop(const nlmsghdr* message, std::vector<RouteEvent>* events) {
     return true;
   }
   draft.object.path = std::move(draft.path.path);
-  events->emplace_back(NextHopSeen{std::move(draft.object)});
+  events->emplace_back(NextHopSeen{std::move(draft.object), request_of(message)});
   return true;
 }
 

@@ -2,7 +2,7 @@
 //
 // A next hop of the other family (an IPv4 prefix with an IPv6 gateway) does not fit into a row's index: the
 // row is remote, its next hop is zero, and it has the interface.
-#include "sources/kernel/routes/route_rows.h"
+#include "sources/kernel/route_state/route_rows.h"
 
 #include <linux/rtnetlink.h>
 
@@ -120,11 +120,59 @@ bool append_by_object(const KernelRoute& route, const NextHopObjects& objects,
 
 }  // namespace
 
+void NextHopObjects::enter(const NextHopObject& object) {
+  if (object.path.interface_index != 0) over_.emplace(object.path.interface_index, object.id);
+  for (const std::uint32_t member : object.members) groups_.emplace(member, object.id);
+}
+
+void NextHopObjects::withdraw(const NextHopObject& object) {
+  over_.erase({object.path.interface_index, object.id});
+  for (const std::uint32_t member : object.members) groups_.erase({member, object.id});
+}
+
 bool NextHopObjects::update(const NextHopObject& object) {
   const auto [present, is_new] = objects_.try_emplace(object.id, object);
   if (!is_new && present->second == object) return false;
+  withdraw(present->second);
   present->second = object;
+  enter(object);
   return true;
+}
+
+void NextHopObjects::remove(std::uint32_t id, Affected* affected) {
+  const auto found = objects_.find(id);
+  if (found == objects_.end()) return;
+  std::set<std::uint32_t> groups = users(id);
+  groups.erase(id);
+  withdraw(found->second);
+  objects_.erase(found);
+  affected->removed.insert(id);
+  for (const std::uint32_t group : groups) {
+    NextHopObject rest = objects_.at(group);
+    std::erase(rest.members, id);
+    if (rest.members.empty()) {
+      remove(group, affected);
+    } else {
+      update(rest);
+      affected->changed.insert(group);
+    }
+  }
+}
+
+NextHopObjects::Affected NextHopObjects::remove(std::uint32_t id) {
+  Affected affected;
+  remove(id, &affected);
+  return affected;
+}
+
+NextHopObjects::Affected NextHopObjects::remove_over(std::uint32_t interface_index) {
+  Affected affected;
+  for (auto each = over_.lower_bound({interface_index, 0});
+       each != over_.end() && each->first == interface_index;
+       each = over_.lower_bound({interface_index, 0})) {
+    remove(each->second, &affected);
+  }
+  return affected;
 }
 
 const NextHopObject* NextHopObjects::find(std::uint32_t id) const {
@@ -134,10 +182,8 @@ const NextHopObject* NextHopObjects::find(std::uint32_t id) const {
 
 std::set<std::uint32_t> NextHopObjects::users(std::uint32_t id) const {
   std::set<std::uint32_t> ids{id};
-  for (const auto& [each, object] : objects_) {
-    if (std::find(object.members.begin(), object.members.end(), id) != object.members.end()) {
-      ids.insert(each);
-    }
+  for (auto each = groups_.lower_bound({id, 0}); each != groups_.end() && each->first == id; ++each) {
+    ids.insert(each->second);
   }
   return ids;
 }
@@ -154,13 +200,17 @@ void NextHopObjects::add_differences(const NextHopObjects& other, std::set<std::
 }
 
 // The first pass finds the objects that differ, the second the groups that precede their members.
-std::set<std::uint32_t> NextHopObjects::differences(const NextHopObjects& other) const {
-  std::set<std::uint32_t> ids;
+NextHopObjects::Affected NextHopObjects::differences(const NextHopObjects& other) const {
+  Affected affected;
   for (int pass = 0; pass < 2; ++pass) {
-    add_differences(other, &ids);
-    other.add_differences(*this, &ids);
+    add_differences(other, &affected.changed);
+    other.add_differences(*this, &affected.changed);
   }
-  return ids;
+  for (const auto& [id, object] : objects_) {
+    if (other.find(id) == nullptr) affected.removed.insert(id);
+  }
+  for (const std::uint32_t id : affected.removed) affected.changed.erase(id);
+  return affected;
 }
 
 bool is_shown(const KernelRoute& route) {

@@ -24,6 +24,8 @@ struct RoutePath {
   router::RouteAddress gateway{};       // all zero without a gateway
   std::vector<std::uint32_t> labels{};  // pushed, outermost first
   bool tunnel = false;                  // encapsulated for another router: labels, segments, an IP tunnel
+  std::uint8_t protocol = 0;            // IPv6: RTPROT_..., each path has its own
+  std::uint8_t weight = 0;              // IPv4: among the paths of a route, less one
   bool dead = false;                    // present, but the kernel does not use it (RTNH_F_DEAD)
   bool operator==(const RoutePath&) const = default;
 };
@@ -33,12 +35,18 @@ struct KernelRoute {
   std::uint32_t table = 0;  // never 0
   router::RouteAddress destination{};
   std::uint8_t prefix_length = 0;
+  std::uint8_t tos = 0;               // IPv4: type of service
+  std::uint8_t source_length = 0;     // IPv6: of the prefix of source addresses that the route is for
+  router::RouteAddress source{};      // ... the prefix
   std::uint8_t type = 0;              // RTN_UNICAST ...
-  std::uint8_t protocol = 0;          // RTPROT_...
+  std::uint8_t protocol = 0;          // RTPROT_...; in IPv6 that of the first path
   std::uint32_t priority = 0;         // the kernel's metric
   std::uint32_t next_hop_object = 0;  // 0: none
   bool cached = false;                // RTM_F_CLONED: an exception to a route, not a route
-  std::vector<RoutePath> paths{};     // empty: those of the object, or a type that discards
+  // IPv4: routes that differ only in what is not decoded (scope, metrics) are different routes.
+  std::uint32_t preferred_source = 0;  // address in network order
+  std::uint32_t details = 0;           // digest of the rest
+  std::vector<RoutePath> paths{};      // empty: those of the object, or a type that discards
   bool operator==(const KernelRoute&) const = default;
 };
 
@@ -51,14 +59,21 @@ struct NextHopObject {
   bool operator==(const NextHopObject&) const = default;
 };
 
+// The request that caused the announcement: its sender and its number.
+using RequestId = std::uint64_t;
+
+// `flags`: NLM_F_CREATE, NLM_F_EXCL, NLM_F_APPEND, NLM_F_REPLACE of the announcement.
 struct RouteSeen {
   KernelRoute route;
+  std::uint16_t flags = 0;
+  RequestId request = 0;
 };
 struct RouteRemoved {
-  router::RouteTableId table;
+  KernelRoute route;
 };
 struct NextHopSeen {
   NextHopObject object;
+  RequestId request = 0;
 };
 struct NextHopRemoved {
   std::uint32_t id = 0;

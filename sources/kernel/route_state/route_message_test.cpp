@@ -1,7 +1,7 @@
 // Decoding of route and next-hop messages: what they mean, which are ignored, which are malformed.
 #include <gmock/gmock.h>
 
-#include "sources/kernel/routes/route_messages_test_support.h"
+#include "sources/kernel/route_state/route_messages_test_support.h"
 
 namespace kernel {
 namespace {
@@ -145,12 +145,23 @@ TEST(KernelRoutes, CachedExceptionIsMarked) {
   EXPECT_TRUE(OneRoute({.flags = RTM_F_CLONED, .hop = {.interface_index = 5}}).cached);
 }
 
-TEST(KernelRoutes, DeletionNamesTheTable) {
-  EXPECT_EQ(
-      One<RouteRemoved>(RouteMessage{.message_type = RTM_DELROUTE, .hop = {.interface_index = 5}}).table,
-      kRed4);
-  EXPECT_EQ(One<RouteRemoved>(RouteMessage{.message_type = RTM_DELROUTE, .prefix = "2001:db8::/32"}).table,
-            kRed6);
+TEST(KernelRoutes, DeletionHasTheWholeRoute) {
+  const RouteMessage message{
+      .message_type = RTM_DELROUTE, .priority = 20, .hop = {.interface_index = 5, .gateway = "10.0.0.2"}};
+  RouteMessage added = message;
+  added.message_type = RTM_NEWROUTE;
+  EXPECT_EQ(One<RouteRemoved>(message).route, OneRoute(added));
+}
+
+TEST(KernelRoutes, AnnouncementSaysWhetherItReplaces) {
+  EXPECT_EQ(One<RouteSeen>(RouteMessage{.announcement = NLM_F_REPLACE}).flags & NLM_F_REPLACE, NLM_F_REPLACE);
+  EXPECT_EQ(One<RouteSeen>(RouteMessage{}).flags & NLM_F_REPLACE, 0);
+}
+
+TEST(KernelRoutes, Ipv4RoutesDifferByWhatIsNotDecoded) {
+  EXPECT_NE(OneRoute({.scope = RT_SCOPE_LINK}), OneRoute({.scope = RT_SCOPE_UNIVERSE}));
+  EXPECT_EQ(OneRoute({.prefix = "2001:db8::/32", .scope = RT_SCOPE_LINK}),
+            OneRoute({.prefix = "2001:db8::/32", .scope = RT_SCOPE_UNIVERSE}));
 }
 
 TEST(KernelRoutes, LabelRoutesAreIgnored) {

@@ -1,0 +1,64 @@
+// What the routes of one table have besides their prefixes, each content once: a million routes over a few
+// next hops have a few contents. Rows refer to the content of their route by its number
+// (router::Route::origin).
+//
+// Main thread only.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <unordered_map>
+#include <vector>
+
+#include "sources/kernel/route_state/route_history.h"
+#include "sources/kernel/route_state/route_message.h"
+
+namespace kernel {
+
+class RouteContents {
+ public:
+  using Id = std::uint32_t;  // never 0
+
+  // The history must outlive the contents.
+  explicit RouteContents(const RouteHistory* history) : history_(history) {}
+
+  // The number of the content, which has one holder more. REQUIRES: prefix and table of `content` are zero,
+  // and it is what the kernel has now.
+  // *is_new is set if it had none.
+  Id hold(const KernelRoute& content, bool* is_new);
+  // The number that hold() would return; 0 for a content without holders.
+  Id find(const KernelRoute& content);
+  void release(Id id);
+  // Whether the kernel has changed the content since it was held. Its number is given to no further route.
+  bool is_stale(Id id);
+  // What the kernel has made of it.
+  RouteHistory::Verdict current(Id id, KernelRoute* content) const;
+
+  bool has_preferred_source(std::uint32_t address) const;
+  std::size_t size() const { return slots_.size() - unused_.size(); }
+  // Frees up to `count` (> 0) contents, also those with holders; false when none is left. Nothing else may
+  // follow.
+  [[nodiscard]] bool release_some(std::size_t count);
+  void for_each(const std::function<void(const KernelRoute&)>& visit) const;
+
+ private:
+  struct Slot {
+    KernelRoute content;
+    std::size_t hash = 0;
+    std::uint32_t holders = 0;  // 0: unused
+    bool stale = false;
+    RouteHistory::Moment moment = 0;  // at which the content was valid
+  };
+  Slot& slot(Id id) { return slots_[id - 1]; }
+  Id find(const KernelRoute& content, std::size_t hash);
+  void forget(Id id);
+  Id add(const KernelRoute& content, std::size_t hash);
+
+  const RouteHistory* history_;
+  std::vector<Slot> slots_;  // of number n at n - 1
+  std::vector<Id> unused_;
+  std::unordered_multimap<std::size_t, Id> numbers_;  // of contents that are not stale, by their hashes
+  Id last_ = 0;                                       // that was found or added
+};
+
+}  // namespace kernel

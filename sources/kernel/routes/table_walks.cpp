@@ -1,0 +1,164 @@
+// Walks over all prefixes of a table, in steps: after something happened that the kernel does not announce,
+// and at the end of a reading.
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "platform/core/base/log.h"
+#include "sources/kernel/routes/table_routes.h"
+
+namespace kernel {
+namespace {
+
+// No prefix is between the two.
+TableRoutes::Prefix successor(const TableRoutes::Prefix& prefix) {
+  return {prefix.destination, static_cast<std::uint8_t>(prefix.length + 1)};
+}
+
+bool has(const RouteList& routes, const KernelRoute& wanted) {
+  return std::any_of(routes.begin(), routes.end(),
+                     [&wanted](const KernelRoute& each) { return same_route(each, wanted); });
+}
+
+}  // namespace
+
+std::vector<TableRoutes::Prefix> TableRoutes::step_rows(Walk* walk, std::size_t prefixes,
+                                                        const Wanted& wanted) const {
+  std::vector<Prefix> found;
+  const bool more =
+      model_->routes().visit_from(table_, walk->next.key(), prefixes, [&](const router::RouteMark& row) {
+        const Prefix prefix{row.key.destination, row.key.prefix_length};
+        walk->next = successor(prefix);
+        if ((found.empty() || found.back() != prefix) && wanted(prefix, &row, nullptr))
+          found.push_back(prefix);
+      });
+  if (!more) *walk = {.is_running = true, .in_list = true};
+  return found;
+}
+
+std::vector<TableRoutes::Prefix> TableRoutes::step_list(Walk* walk, std::size_t prefixes,
+                                                        const Wanted& wanted) const {
+  std::vector<Prefix> found;
+  auto each = listed_.lower_bound(walk->next);
+  for (; each != listed_.end() && prefixes > 0; ++each, --prefixes) {
+    walk->next = successor(each->first);
+    if (wanted(each->first, nullptr, &each->second)) found.push_back(each->first);
+  }
+  if (each == listed_.end()) *walk = {};
+  return found;
+}
+
+// The prefixes among the next ones that are wanted.
+std::vector<TableRoutes::Prefix> TableRoutes::step(Walk* walk, std::size_t prefixes,
+                                                   const Wanted& wanted) const {
+  return walk->in_list ? step_list(walk, prefixes, wanted) : step_rows(walk, prefixes, wanted);
+}
+
+void TableRoutes::begin_walk() {
+  if (walk_.is_running) {
+    walk_again_ = true;
+  } else {
+    walk_ = {.is_running = true};
+  }
+}
+
+void TableRoutes::walk(std::size_t prefixes) {
+  const auto is_stale = [this](const Prefix&, const router::RouteMark* row, const Listed* listed) {
+    return row != nullptr ? row->origin != 0 && contents_.is_stale(row->origin) : any_stale(listed->ids);
+  };
+  for (const Prefix& prefix : step(&walk_, prefixes, is_stale)) {
+    const Ids ids = ids_of(prefix);
+    replace(prefix, ids, routes_of(ids));
+  }
+  if (!walk_.is_running && std::exchange(walk_again_, false)) begin_walk();
+}
+
+void TableRoutes::begin_reading(Reading reading) {
+  model_->routes().begin_refresh(table_);
+  ++readings_;
+  reading_ = std::make_unique<CurrentReading>();
+  reading_->kind = reading;
+}
+
+// Logs the first of a reading.
+void TableRoutes::count_correction(const Prefix& prefix) {
+  if (reading_->kind != Reading::kVerify) return;
+  ++counters_.corrections;
+  if (std::exchange(reading_->correction_logged, true)) return;
+  log_warning("kernel", "table %u: the routes to %s are corrected; the kernel has not announced them",
+              table_.table,
+              router::format_address({table_.family, prefix.length, prefix.destination}).c_str());
+}
+
+// Marks the prefix as read.
+router::RouteRetention TableRoutes::keep(const Prefix& prefix, const RouteList& routes) {
+  if (const auto listed = listed_.find(prefix); listed != listed_.end()) {
+    listed->second.reading = readings_;
+    return router::RouteRetention::kOtherOrigin;
+  }
+  const RouteContents::Id id = routes.size() == 1 ? contents_.find(routes.front()) : 0;
+  return model_->routes().keep(table_, prefix.key(), id);
+}
+
+// True if the prefix waits for the end of the reading.
+bool TableRoutes::set_apart(const Prefix& prefix, RouteList* routes) {
+  const auto found = reading_->apart.find(prefix);
+  const auto has_source = [](const KernelRoute& each) { return each.source_length != 0; };
+  if (found == reading_->apart.end() && std::none_of(routes->begin(), routes->end(), has_source))
+    return false;
+  RouteList& waiting = reading_->apart[prefix];
+  std::move(routes->begin(), routes->end(), std::back_inserter(waiting));
+  return true;
+}
+
+void TableRoutes::compare_apart() {
+  for (auto& [prefix, routes] : std::exchange(reading_->apart, {})) {
+    compare_all(prefix, std::move(routes), reading_->additions_only);
+  }
+}
+
+void TableRoutes::compare(const Prefix& prefix, RouteList routes, bool additions_only) {
+  reading_->additions_only = additions_only;
+  if (!set_apart(prefix, &routes)) compare_all(prefix, std::move(routes), additions_only);
+}
+
+void TableRoutes::compare_all(const Prefix& prefix, RouteList routes, bool additions_only) {
+  if (reading_->touched.contains(prefix.destination)) return;
+  for (KernelRoute& route : routes) normalize(&route);
+  const router::RouteRetention retention = keep(prefix, routes);
+  if (retention == router::RouteRetention::kRetained) return;
+  sort_routes(&routes);
+  const Ids ids = retention == router::RouteRetention::kAbsent ? Ids{} : ids_of(prefix);
+  RouteList now = routes_of(ids);
+  if (additions_only) {
+    std::erase_if(routes, [&now](const KernelRoute& each) { return has(now, each); });
+    routes.insert(routes.begin(), now.begin(), now.end());
+    sort_routes(&routes);
+  }
+  const bool is_same = std::equal(now.begin(), now.end(), routes.begin(), routes.end(), looks_same);
+  if (!is_same) count_correction(prefix);
+  replace(prefix, ids, is_same ? now : routes);
+}
+
+void TableRoutes::remove_unread(const Prefix& prefix) {
+  const Ids ids = ids_of(prefix);
+  if (!routes_of(ids).empty()) count_correction(prefix);
+  replace(prefix, ids, {});
+}
+
+bool TableRoutes::end_some(std::size_t prefixes) {
+  compare_apart();
+  const auto is_unread = [this](const Prefix& prefix, const router::RouteMark* row, const Listed* listed) {
+    if (row != nullptr && row->current) return false;
+    if (reading_->touched.contains(prefix.destination)) return false;
+    if (listed != nullptr) return listed->reading != readings_;
+    return !listed_.contains(prefix);
+  };
+  for (const Prefix& prefix : step(&reading_->sweep, prefixes, is_unread)) remove_unread(prefix);
+  if (reading_->sweep.is_running) return true;
+  reading_.reset();
+  rebuild_usage();
+  return false;
+}
+
+}  // namespace kernel
