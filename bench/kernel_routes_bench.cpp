@@ -1,6 +1,6 @@
-// Reads the routes of a kernel's table into the route store, first into an empty one and then without
-// changes, against bare reading of the same dump in the same run. The longest iteration of the event loop
-// meanwhile is how long a request waits.
+// Reads the routes of a kernel's table into the route store, against bare reading of the same dump in the
+// same run; then changes the table: one route, ten thousand changes in each second, all routes lost with
+// their link. The longest iteration of the event loop meanwhile is how long a request waits.
 //
 // Runs in a network namespace of its own, with routes to made-up prefixes through a veth, and needs the
 // privilege to create them.
@@ -14,12 +14,15 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench/measure.h"
@@ -33,6 +36,7 @@ namespace {
 
 constexpr router::RouteTableId kTable{router::Family::kIpv4, 10};
 constexpr std::uint32_t kRoutesPerSend = 500;
+constexpr double kPatience = 120;  // seconds
 constexpr std::size_t kBufferSize = 64 * kRoutesPerSend;
 
 struct Figures {
@@ -52,10 +56,11 @@ bool enter_namespace() {
   return true;
 }
 
-std::size_t put_route(std::uint8_t* place, std::uint32_t number, std::uint32_t interface_index) {
+std::size_t put_route(std::uint8_t* place, std::uint32_t number, std::uint32_t interface_index,
+                      std::uint16_t type = RTM_NEWROUTE) {
   nlmsghdr* message = mnl_nlmsg_put_header(place);
-  message->nlmsg_type = RTM_NEWROUTE;
-  message->nlmsg_flags = NLM_F_REQUEST | NLM_F_CREATE;
+  message->nlmsg_type = type;
+  message->nlmsg_flags = NLM_F_REQUEST | (type == RTM_NEWROUTE ? NLM_F_CREATE : 0);
   auto* header = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(rtmsg)));
   header->rtm_family = AF_INET;
   header->rtm_dst_len = 32;
@@ -68,10 +73,15 @@ std::size_t put_route(std::uint8_t* place, std::uint32_t number, std::uint32_t i
   return message->nlmsg_len;
 }
 
-void add_routes(std::uint32_t count) {
+mnl_socket* open_socket() {
   mnl_socket* socket = mnl_socket_open(NETLINK_ROUTE);
   if (socket == nullptr || mnl_socket_bind(socket, 0, MNL_SOCKET_AUTOPID) < 0)
     throw std::runtime_error("netlink");
+  return socket;
+}
+
+void add_routes(std::uint32_t count) {
+  mnl_socket* socket = open_socket();
   const std::uint32_t interface_index = if_nametoindex("v0");
   std::vector<std::uint8_t> buffer(kBufferSize);
   for (std::uint32_t number = 0; number < count;) {
@@ -80,6 +90,25 @@ void add_routes(std::uint32_t count) {
       size += put_route(buffer.data() + size, number, interface_index);
     }
     if (mnl_socket_sendto(socket, buffer.data(), size) < 0) throw std::runtime_error(std::strerror(errno));
+  }
+  mnl_socket_close(socket);
+}
+
+// Deletes and adds the routes again, a hundred changes at a time.
+void change_routes(std::uint32_t changes, std::uint32_t per_second) {
+  constexpr std::uint32_t kTogether = 100;
+  mnl_socket* socket = open_socket();
+  const std::uint32_t interface_index = if_nametoindex("v0");
+  std::vector<std::uint8_t> buffer(kBufferSize);
+  const Clock::time_point start = Clock::now();
+  for (std::uint32_t change = 0; change < changes;) {
+    std::size_t size = 0;
+    for (std::uint32_t each = 0; each < kTogether; ++each, ++change) {
+      const std::uint16_t type = change % 2 == 0 ? RTM_DELROUTE : RTM_NEWROUTE;
+      size += put_route(buffer.data() + size, change / 2, interface_index, type);
+    }
+    if (mnl_socket_sendto(socket, buffer.data(), size) < 0) throw std::runtime_error(std::strerror(errno));
+    std::this_thread::sleep_until(start + std::chrono::microseconds(1'000'000ULL * change / per_second));
   }
   mnl_socket_close(socket);
 }
@@ -109,8 +138,10 @@ Figures run_until(EventManager* manager, Done done) {
   Figures figures;
   const Clock::time_point start = Clock::now();
   while (!done()) {
-    if (event_wait_for(&context, 10 * kNanosecondsPerSecond) != 0)
-      throw std::runtime_error("nothing happens");
+    if (event_wait_for(&context, 10 * kNanosecondsPerMillisecond) != 0) {
+      if (seconds_since(start) > kPatience) throw std::runtime_error("nothing happens");
+      continue;
+    }
     const Clock::time_point iteration = Clock::now();
     event_dispatch(&context);
     figures.longest_iteration_ms = std::max(figures.longest_iteration_ms, 1e3 * seconds_since(iteration));
@@ -122,6 +153,10 @@ Figures run_until(EventManager* manager, Done done) {
 void print(const char* name, const Figures& figures, double floor) {
   std::printf("%-28s %7.3f s  %5.2f of bare reading  longest iteration %6.2f ms\n", name, figures.seconds,
               figures.seconds / floor, figures.longest_iteration_ms);
+}
+
+unsigned long long as_number(std::uint64_t count) {
+  return count;
 }
 
 void measure(std::uint32_t count, EventManager* manager) {
@@ -143,9 +178,20 @@ void measure(std::uint32_t count, EventManager* manager) {
   print("first reading", run_until(manager, [&] { return source.settled(); }), floor);
   if (model.routes().count(kTable) != count) throw std::runtime_error("routes are missing");
   run("ip route add blackhole 192.168.1.0/24 table 10");
-  print("one more, rest included",
-        run_until(manager, [&] { return model.routes().count(kTable) == count + 1 && source.settled(); }),
+  print("one more", run_until(manager, [&] { return model.routes().count(kTable) == count + 1; }), floor);
+  const std::uint32_t changes = std::min(count, 50'000U);
+  std::atomic<bool> changed = false;
+  std::jthread changer([&] {
+    change_routes(changes, 10'000);
+    changed = true;
+  });
+  print("10,000 changes per second",
+        run_until(manager,
+                  [&] { return changed && model.routes().count(kTable) == count + 1 && source.settled(); }),
         floor);
+  const KernelRouteCounters counters = source.counters().routes;
+  std::printf("%-28s %llu overruns, %llu tables read, %llu corrections\n", "", as_number(counters.losses),
+              as_number(counters.tables_read), as_number(counters.corrections));
   run("ip link set v0 down");
   print("lost with their link",
         run_until(manager, [&] { return model.routes().count(kTable) == 1 && source.settled(); }), floor);
