@@ -102,8 +102,10 @@ void start_sources(EventManager* manager) {
 }
 
 void provide_status(EventManager* manager) {
-  if (const Status status =
-          process_status_start(manager, {MPLS_VERSION, host().sources.front()->describe()})) {
+  const Source* source = host().sources.front().get();  // lives as long as the process
+  const ProcessIdentity identity{MPLS_VERSION, source->describe(),
+                                 [source] { return source->corrections(); }};
+  if (const Status status = process_status_start(manager, identity)) {
     log_error("mpls_vpn_mib", "\"mplsvpn show status\" is not available: %s", err_text(status));
   }
 }

@@ -121,10 +121,16 @@ void print_text(const Session& session, const ProcessStatus& status) {
   details.line("source", text_or_dash(status.source));
   details.line("up for", duration_text(status.uptime));
   details.line("loop iterations over 50 ms", iterations_text(status));
+  if (status.is_corrected != 0) details.line("route corrections", std::to_string(status.corrections));
   session.out << '\n';
   RowWriter<ClientStatus> writer(session, kClientColumns);
   for (const ClientStatus& client : clients_of(status)) writer.add(client);
   writer.end();
+}
+
+// Null if the source corrects nothing.
+Json corrections_json(const ProcessStatus& status) {
+  return status.is_corrected != 0 ? Json(status.corrections) : Json(nullptr);
 }
 
 void print_json(const Session& session, const ProcessStatus& status, const DebugClients& debug) {
@@ -137,6 +143,7 @@ void print_json(const Session& session, const ProcessStatus& status, const Debug
                             {"longIterations", status.long_iterations},
                             {"longestIteration", status.longest_iteration},
                             {"longestIterationTime", status.longest_iteration_time},
+                            {"routeCorrections", corrections_json(status)},
                             {"clients", clients},
                             {"debugClients", json_of(debug)}})
               << '\n';

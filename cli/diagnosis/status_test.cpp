@@ -15,7 +15,7 @@ class ShowStatus : public ServedCommandLine {
  protected:
   void SetUp() override {
     ServedCommandLine::SetUp();
-    ASSERT_EQ(process_status_start(manager_, {"1.2.3", "the kernel"}), kStatusOk);
+    ASSERT_EQ(process_status_start(manager_, {"1.2.3", "the kernel", [] { return 7; }}), kStatusOk);
     debug_manager_ = event_manager_create("/dev/mpls/vpn/debug", 0);
     ASSERT_NE(debug_manager_, nullptr);
     ASSERT_EQ(debug_init_event(&flag_, &flag_, 0, 7, "prov", 1), kStatusOk);
@@ -55,6 +55,7 @@ TEST_F(ShowStatus, TextHasTheProcessAndALineForEachClient) {
                            "source                      the kernel\n"
                            "up for                      00:00:[0-9][0-9]\n"
                            "loop iterations over 50 ms  (none|[0-9]+, the longest .*)\n"
+                           "route corrections           7\n"
                            "\n" +
                            std::string(kClientTable) + "\nclients of the debug socket:\n" + kClientTable));
 }
@@ -71,6 +72,7 @@ TEST_F(ShowStatus, JsonHasTheSame) {
   const Json status = AskForJson({"show", "status"});
   EXPECT_EQ(status["version"], "1.2.3");
   EXPECT_EQ(status["source"], "the kernel");
+  EXPECT_EQ(status["routeCorrections"], 7);
   ASSERT_EQ(status["clients"].size(), 1U);
   const Json& self = status["clients"][0];
   EXPECT_EQ(self["user"], getuid());
@@ -80,6 +82,13 @@ TEST_F(ShowStatus, JsonHasTheSame) {
   ASSERT_EQ(status["debugClients"].size(), 1U);
   EXPECT_EQ(status["debugClients"][0]["process"], getpid());
   EXPECT_EQ(status["debugClients"][0]["role"], "configure");
+}
+
+TEST_F(ShowStatus, SourceThatCorrectsNothingHasNoCorrections) {
+  process_status_stop();
+  ASSERT_EQ(process_status_start(manager_, {"1.2.3", "router file a.yaml"}), kStatusOk);
+  EXPECT_THAT(AskForText({"show", "status"}), ::testing::Not(::testing::HasSubstr("corrections")));
+  EXPECT_TRUE(AskForJson({"show", "status"})["routeCorrections"].is_null());
 }
 
 TEST_F(ShowStatus, OlderDaemonIsReported) {

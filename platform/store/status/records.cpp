@@ -30,6 +30,8 @@ constexpr std::array kStatusFields = {
     PARCEL_FIELD(ProcessStatus, longest_iteration),
     PARCEL_FIELD(ProcessStatus, longest_iteration_time),
     PARCEL_FIELD(ProcessStatus, clients, parcel_array_of(kClient)),
+    PARCEL_FIELD(ProcessStatus, is_corrected),
+    PARCEL_FIELD(ProcessStatus, corrections),
 };
 constexpr auto kStatus = parcel_structure<ProcessStatus>(1, kStatusFields);
 

@@ -36,8 +36,10 @@ struct ProcessStatus {
   std::uint32_t longest_iteration;       // milliseconds
   std::uint32_t longest_iteration_time;  // 0: none was long
   ParcelArray clients;                   // of ClientStatus
+  std::uint32_t is_corrected;            // 1: the source corrects the model when it finds a difference
+  std::uint32_t corrections;             // ... that many times so far
 };
-static_assert(sizeof(ProcessStatus) == 48);
+static_assert(sizeof(ProcessStatus) == 56);
 
 extern const ParcelDescription kProcessStatusParcel;
 

@@ -54,18 +54,25 @@ std::vector<ClientStatus> clients() {
   return all;
 }
 
+std::optional<std::uint64_t> corrections_of(const ProcessIdentity& identity) {
+  return identity.corrections ? identity.corrections() : std::nullopt;
+}
+
 Status get_status(const KvRequest* request, KvReply* reply) {
   if (request->path != kItemName || provided() == nullptr) return kStatusUnknownPath;
   Provided& process = *provided();
   std::vector<ClientStatus> all = clients();
   const EventStatistics loop = event_statistics(process.manager);
+  const std::optional<std::uint64_t> corrections = corrections_of(process.identity);
   const ProcessStatus status{process.identity.version.data(),
                              process.identity.source.data(),
                              seconds_since(process.started),
                              saturated(loop.long_iterations),
                              saturated(loop.longest / kNanosecondsPerMillisecond),
                              saturated(loop.longest_stamp / kNanosecondsPerSecond),
-                             {all.size(), all.data()}};
+                             {all.size(), all.data()},
+                             corrections ? 1U : 0U,
+                             saturated(corrections.value_or(0))};
   reply->kind = kKvKindRecord;
   return parcel_encode(&kProcessStatusParcel, &status, &reply->data, &reply->length);
 }

@@ -3,6 +3,9 @@
 // /oper/process/status; every reader may get it. Main thread.
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 
 #include "platform/core/base/status.h"
@@ -11,6 +14,8 @@
 struct ProcessIdentity {
   std::string version;
   std::string source;  // of the router, as its log lines name it
+  // How much the source had to correct; null, or without a value, if it corrects nothing.
+  std::function<std::optional<std::uint64_t>()> corrections{};
 };
 
 // Time begins now. The manager is the one that serves the store and must live until process_status_stop.

@@ -47,6 +47,10 @@ class CommandLine:
         shown = self.system.cli_json("show", "scalars")
         return shown["configuredVrfs"], shown["activeVrfs"], shown["connectedInterfaces"]
 
+    def corrections(self):
+        """What readings of the kernel's routes found that no announcement had led to."""
+        return self.system.cli_json("show", "status")["routeCorrections"]
+
     def interfaces(self):
         return {(row["vrfName"], row["ifConfIndex"]): row["name"] for row in self.system.cli_json("show", "interfaces")}
 
