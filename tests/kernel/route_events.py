@@ -215,7 +215,7 @@ def difference(model, names):
 
 def follow(options):
     names = {"red": 10, "blue": 20}
-    model = Model("--reread-ms=3600000", f"--route-reread-ms={3000 if options.verify else 3600000}",
+    model = Model("--reread-ms=3600000", f"--route-reread-ms={300 if options.verify else 3600000}",
                   *([f"--vrf={name}:{table}" for name, table in names.items()] if options.no_vrf else []))
     changes, done, ignored = Changes(options.seed, not options.no_vrf), 0, []
     found, answer = difference(model, names)

@@ -57,15 +57,15 @@ Verdict apply_link(std::uint32_t interface_index, RouteHistory::LinkChange chang
 }  // namespace
 
 void RouteHistory::add(std::uint32_t interface_index, LinkChange change) {
-  links_[interface_index].push_back({++now_, change});
+  links_.emplace(std::pair(interface_index, ++now_), change);
 }
 
 void RouteHistory::object_changed(std::uint32_t id) {
-  objects_[id].push_back({++now_, ObjectChange::kChanged});
+  objects_[id].changed = ++now_;
 }
 
 void RouteHistory::object_removed(std::uint32_t id) {
-  objects_[id].push_back({++now_, ObjectChange::kRemoved});
+  objects_[id].removed = ++now_;
 }
 
 void RouteHistory::clear() {
@@ -76,13 +76,8 @@ void RouteHistory::clear() {
 Verdict RouteHistory::apply_object(Moment since, const KernelRoute& route) const {
   const auto found = objects_.find(route.next_hop_object);
   if (found == objects_.end()) return Verdict::kSame;
-  Verdict verdict = Verdict::kSame;
-  for (const auto& [moment, what] : found->second) {
-    if (moment <= since) continue;
-    if (what == ObjectChange::kRemoved) return Verdict::kDeleted;
-    verdict = Verdict::kChanged;
-  }
-  return verdict;
+  if (found->second.removed > since) return Verdict::kDeleted;
+  return found->second.changed > since ? Verdict::kChanged : Verdict::kSame;
 }
 
 // Of the links that the route uses, in their order.
@@ -93,10 +88,10 @@ std::vector<RouteHistory::LinkEntry> RouteHistory::link_entries(Moment since,
     const std::uint32_t index = path->interface_index;
     const bool seen = std::any_of(route.paths.begin(), path,
                                   [index](const RoutePath& each) { return each.interface_index == index; });
-    const auto found = links_.find(index);
-    if (seen || found == links_.end()) continue;
-    for (const auto& [moment, change] : found->second) {
-      if (moment > since) entries.push_back({moment, index, change});
+    if (seen) continue;
+    for (auto each = links_.lower_bound({index, since + 1});
+         each != links_.end() && each->first.first == index; ++each) {
+      entries.push_back({each->first.second, index, each->second});
     }
   }
   std::sort(entries.begin(), entries.end(),

@@ -6,8 +6,12 @@
 // than the entry. Main thread only.
 #pragma once
 
+#include <absl/container/btree_map.h>
+
+#include <cstddef>
 #include <cstdint>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "sources/kernel/route_state/route_message.h"
@@ -32,6 +36,8 @@ class RouteHistory {
   void object_removed(std::uint32_t id);
   Moment now() const { return now_; }
   bool empty() const { return links_.empty() && objects_.empty(); }
+  // There are so many entries that it takes less to read the tables.
+  bool is_long() const { return links_.size() > kMany; }
   // Entries are forgotten, which is allowed when every route was compared with them.
   void clear();
 
@@ -40,12 +46,11 @@ class RouteHistory {
   Verdict apply(Moment since, KernelRoute* route) const;
 
  private:
-  template <class What>
-  struct Entry {
-    Moment moment;
-    What what;
+  static constexpr std::size_t kMany = 500'000;
+  struct ObjectEntry {
+    Moment changed = 0;  // last
+    Moment removed = 0;
   };
-  enum class ObjectChange : std::uint8_t { kChanged, kRemoved };
   struct LinkEntry {
     Moment moment;
     std::uint32_t interface_index;
@@ -54,8 +59,8 @@ class RouteHistory {
   Verdict apply_object(Moment since, const KernelRoute& route) const;
   std::vector<LinkEntry> link_entries(Moment since, const KernelRoute& route) const;
 
-  std::unordered_map<std::uint32_t, std::vector<Entry<LinkChange>>> links_;
-  std::unordered_map<std::uint32_t, std::vector<Entry<ObjectChange>>> objects_;
+  absl::btree_map<std::pair<std::uint32_t, Moment>, LinkChange> links_;
+  std::unordered_map<std::uint32_t, ObjectEntry> objects_;
   Moment now_ = 0;
 };
 

@@ -140,6 +140,21 @@ TEST_F(LiveRoutes, DisturbedReadingOfObjectsIsRepeated) {
   EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
 }
 
+// The kernel announces the link only.
+TEST_F(LiveRoutes, ObjectsLostWithTheirLinkWhileObjectsAreReadAreNotCorrected) {
+  std::string objects;
+  for (int id = 1; id <= 3000; ++id)
+    objects += "nexthop add id " + std::to_string(id) + " via 10.0.0.2 dev v0\n";
+  Batch(objects);
+  StartWithRed({.batch = 8});  // one datagram per iteration
+  const ScopedFault counted("netlink_route_dump_receive", EMFILE, 1'000'000, 1);
+  clock_.advance(KernelSourceSettings{}.route_reread);
+  ASSERT_TRUE(RunUntil([] { return fault_reached("netlink_route_dump_receive") == 2; }));
+  Ip("link set v0 down");
+  Settle();
+  EXPECT_EQ(Counters().corrections, 0U);
+}
+
 TEST_F(LiveRoutes, FailedEventSocketIsReplacedWithoutALoss) {
   StartWithRed();
   {

@@ -5,6 +5,8 @@
 namespace kernel {
 namespace {
 
+constexpr int kSourcesLookedAt = 1000;
+
 void mix(std::uint64_t value, std::size_t* hash) {
   *hash = (*hash ^ value) * 0x9e3779b97f4a7c15ULL;
   *hash ^= *hash >> 29;
@@ -51,9 +53,11 @@ RouteContents::Id RouteContents::find(const KernelRoute& content) {
 }
 
 RouteContents::Id RouteContents::find(const KernelRoute& content, std::size_t hash) {
-  for (auto [each, end] = numbers_.equal_range(hash); each != end;) {
-    const Id id = (each++)->second;  // is_stale() may remove it
-    if (slot(id).content == content && !is_stale(id)) return last_ = id;
+  Id id = 0;
+  for (auto each = numbers_.lower_bound({hash, id}); each != numbers_.end() && each->first == hash;
+       each = numbers_.upper_bound({hash, id})) {
+    id = each->second;
+    if (slot(id).content == content && !is_stale(id)) return last_ = id;  // is_stale() may remove it
   }
   return 0;
 }
@@ -67,19 +71,20 @@ RouteContents::Id RouteContents::add(const KernelRoute& content, std::size_t has
   unused_.pop_back();
   slot(id) = {content, hash, 1, false, history_->now()};
   numbers_.emplace(hash, id);
+  if (content.preferred_source != 0) by_source_.emplace(content.preferred_source, id);
   return id;
 }
 
 void RouteContents::release(Id id) {
   if (--slot(id).holders > 0) return;
   if (!slot(id).stale) forget(id);
+  by_source_.erase({slot(id).content.preferred_source, id});
   slot(id).content = {};
   unused_.push_back(id);
 }
 
 void RouteContents::forget(Id id) {
-  const auto [begin, end] = numbers_.equal_range(slot(id).hash);
-  numbers_.erase(std::find_if(begin, end, [id](const auto& each) { return each.second == id; }));
+  numbers_.erase({slot(id).hash, id});
 }
 
 bool RouteContents::is_stale(Id id) {
@@ -102,18 +107,23 @@ RouteHistory::Verdict RouteContents::current(Id id, KernelRoute* content) const 
 }
 
 bool RouteContents::has_preferred_source(std::uint32_t address) const {
-  return std::any_of(slots_.begin(), slots_.end(), [&](const Slot& each) {
-    if (each.holders == 0 || each.content.preferred_source != address) return false;
-    KernelRoute content = each.content;
-    return history_->apply(each.moment, &content) != RouteHistory::Verdict::kDeleted;
-  });
+  int looked_at = 0;
+  for (auto each = by_source_.lower_bound({address, 0}); each != by_source_.end() && each->first == address;
+       ++each) {
+    KernelRoute content;
+    if (++looked_at > kSourcesLookedAt || current(each->second, &content) != RouteHistory::Verdict::kDeleted)
+      return true;
+  }
+  return false;
 }
 
 bool RouteContents::release_some(std::size_t count) {
   unused_.clear();
   for (std::size_t freed = 0; freed < count && !numbers_.empty(); ++freed) numbers_.erase(numbers_.begin());
+  for (std::size_t freed = 0; freed < count && !by_source_.empty(); ++freed)
+    by_source_.erase(by_source_.begin());
   for (std::size_t freed = 0; freed < count && !slots_.empty(); ++freed) slots_.pop_back();
-  return !numbers_.empty() || !slots_.empty();
+  return !numbers_.empty() || !by_source_.empty() || !slots_.empty();
 }
 
 void RouteContents::for_each(const std::function<void(const KernelRoute&)>& visit) const {

@@ -5,9 +5,12 @@
 // Main thread only.
 #pragma once
 
+#include <absl/container/btree_set.h>
+
 #include <cstdint>
+#include <deque>
 #include <functional>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "sources/kernel/route_state/route_history.h"
@@ -34,6 +37,7 @@ class RouteContents {
   // What the kernel has made of it.
   RouteHistory::Verdict current(Id id, KernelRoute* content) const;
 
+  // Whether a route prefers this source address. Looks at some of the contents only: true when it is unsure.
   bool has_preferred_source(std::uint32_t address) const;
   std::size_t size() const { return slots_.size() - unused_.size(); }
   // Frees up to `count` (> 0) contents, also those with holders; false when none is left. Nothing else may
@@ -55,10 +59,13 @@ class RouteContents {
   Id add(const KernelRoute& content, std::size_t hash);
 
   const RouteHistory* history_;
-  std::vector<Slot> slots_;  // of number n at n - 1
-  std::vector<Id> unused_;
-  std::unordered_multimap<std::size_t, Id> numbers_;  // of contents that are not stale, by their hashes
-  Id last_ = 0;                                       // that was found or added
+  // A route may have a label of its own, and a table then has as many contents as routes: none of these is
+  // ever copied or hashed again as a whole.
+  std::deque<Slot> slots_;  // of number n at n - 1
+  std::deque<Id> unused_;
+  absl::btree_set<std::pair<std::size_t, Id>> numbers_;  // of contents that are not stale, by their hashes
+  absl::btree_set<std::pair<std::uint32_t, Id>> by_source_;  // those that prefer a source address
+  Id last_ = 0;                                              // that was found or added
 };
 
 }  // namespace kernel

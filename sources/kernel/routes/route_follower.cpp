@@ -55,7 +55,7 @@ std::array<router::RouteTableId, 2> tables_of(const router::Vrf& vrf) {
 
 // Looks the fewer up among the others: a link event concerns a few tables, and many links may change at once.
 template <class Container>
-bool intersects(const std::set<std::uint32_t>& changed, const Container& used) {
+bool intersects(const absl::btree_set<std::uint32_t>& changed, const Container& used) {
   const auto is_changed = [&changed](std::uint32_t each) { return changed.contains(each); };
   if (used.size() < changed.size()) return std::ranges::any_of(used, is_changed);
   return std::ranges::any_of(changed, [&used](std::uint32_t each) { return used.contains(each); });
@@ -206,10 +206,21 @@ void RouteFollower::take_link_change(std::uint32_t index, const LinkStates::Chan
   if (change.ipv6_down) history_.add(index, LinkChange::kIpv6Down);
   if (change.ipv4_up) history_.add(index, LinkChange::kIpv4Up);
   if (change.ipv6_up) history_.add(index, LinkChange::kIpv6Up);
-  if (change.objects_lost) take_affected(objects_.remove_over(index));
+  if (change.objects_lost) {
+    if (is_reading_basis()) objects_seen_.remove_over(index);
+    take_affected(objects_.remove_over(index));
+  }
   changed_.links.insert(index);
   meanwhile_.links.insert(index);
   mark_soon();
+  limit_history();
+}
+
+// Links that changed this often while tables were read: it is faster to read them all again.
+void RouteFollower::limit_history() {
+  if (!history_.is_long()) return;
+  on_events_lost();
+  history_.clear();
 }
 
 // The kernel announces the routes that it deletes with their preferred source address, older ones do not.
@@ -233,7 +244,7 @@ void RouteFollower::take_affected(const NextHopObjects::Affected& affected) {
 
 void RouteFollower::take_object(const NextHopSeen& seen) {
   object_request_ = seen.request;
-  objects_seen_.update(seen.object);
+  if (is_reading_basis()) objects_seen_.update(seen.object);
   if (objects_.update(seen.object)) take_affected({{}, objects_.users(seen.object.id)});
 }
 
@@ -288,8 +299,15 @@ void RouteFollower::apply(const RouteEvent& event, RouteHistory::Moment moment, 
   }
   announced_.insert(table->first);
   if (fits || knowledge_of(table->second) != Knowledge::kComplete) return;
-  ++counters_.corrections;
+  const bool lost_sources = !changed_.sources.empty() || !marking_.sources.empty();
+  if (!lost_sources) count_corrections(1, "the routes of an announced prefix");
   reread_later(table, settings_.retry);
+}
+
+void RouteFollower::count_corrections(std::uint64_t count, const char* what) {
+  if (count == 0) return;
+  counters_.corrections += count;
+  log_warning("kernel", "%s are corrected; the kernel has not announced how they changed", what);
 }
 
 void RouteFollower::vrf_created(const router::Vrf& vrf) {
@@ -342,8 +360,11 @@ void RouteFollower::release_some() {
 }
 
 void RouteFollower::mark_soon() {
-  if (mark_timer_ != 0 || manager_ == nullptr) return;
-  mark_timer_ = event_timer_start(manager_, settings_.settle, [this] {
+  if (mark_timer_ == 0 && manager_ != nullptr) start_marking(settings_.settle);
+}
+
+void RouteFollower::start_marking(std::uint64_t delay) {
+  mark_timer_ = event_timer_start(manager_, delay, [this] {
     mark_timer_ = 0;
     mark_some();
   });
@@ -356,29 +377,36 @@ bool RouteFollower::Changed::concerns(const RouteUsage& usage) const {
 void RouteFollower::begin_marking() {
   marking_ = std::exchange(changed_, {});
   last_marked_ = {router::Family::kIpv4, 0};
-  const bool all = !marking_.carriers.empty() && ignores_linkdown("all");
-  for (const auto& [index, name] : marking_.carriers) {
-    if (all || ignores_linkdown(name)) marking_.hiding.insert(index);
+  all_hide_ = !marking_.carriers.empty() && ignores_linkdown("all");
+}
+
+// False when there was not enough time. A link takes 20 microseconds.
+bool RouteFollower::find_hiding(std::uint64_t end) {
+  while (!marking_.carriers.empty()) {
+    const auto link = marking_.carriers.extract(marking_.carriers.begin());
+    if (all_hide_ || ignores_linkdown(link.mapped())) marking_.hiding.insert(link.key());
+    if (clock_monotonic() >= end) return false;
   }
+  return true;
+}
+
+bool RouteFollower::mark_tables(std::uint64_t end) {
+  for (auto next = tables_.upper_bound(last_marked_); next != tables_.end(); ++next) {
+    mark(next->first, &next->second);
+    last_marked_ = next->first;
+    if (clock_monotonic() >= end) return false;
+  }
+  return true;
 }
 
 // Marks the tables that depend on what has changed, in steps.
 void RouteFollower::mark_some() {
   if (marking_.is_empty()) begin_marking();
   const std::uint64_t end = clock_monotonic() + reconcile::kStepTime;
-  for (auto next = tables_.upper_bound(last_marked_); next != tables_.end(); ++next) {
-    mark(next->first, &next->second);
-    last_marked_ = next->first;
-    if (clock_monotonic() < end) continue;
-    mark_timer_ = event_timer_start(manager_, 0, [this] {
-      mark_timer_ = 0;
-      mark_some();
-    });
-    break;
-  }
+  const bool all = find_hiding(end) && mark_tables(end);
   walk_soon();
   wake(0);
-  if (mark_timer_ != 0) return;
+  if (!all) return start_marking(0);
   marking_ = {};
   if (!changed_.is_empty()) mark_soon();
 }

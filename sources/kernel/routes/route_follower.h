@@ -48,7 +48,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void vrf_deleted(const router::Vrf& vrf) override;
 
  private:
-  enum class Phase { kIdle, kBasis, kTable, kDelivery, kSweep, kReplay };
+  enum class Phase { kIdle, kBasis, kBasisEnd, kTable, kDelivery, kSweep, kReplay };
   enum class Knowledge {
     kNone,         // announcements are ignored, or held during a reading
     kUnconfirmed,  // they are applied; the table was read, but the reading may lack routes
@@ -62,7 +62,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
     TableRoutes routes;
     Knowledge knowledge = Knowledge::kNone;
     std::uint64_t losses = 0;  // of announcements, when `knowledge` was set
-    std::vector<Held> held{};
+    std::deque<Held> held{};
     bool held_lost = false;        // there were too many
     std::uint64_t not_before = 0;  // clock_monotonic(): the next reading at the earliest
     std::uint64_t due = 0;         // ... at the latest
@@ -71,11 +71,11 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   using Tables = std::map<router::RouteTableId, Table>;
   // What has changed, and on which tables may depend. Objects are with their groups.
   struct Changed {
-    std::set<std::uint32_t> links;
-    std::set<std::uint32_t> objects;
-    std::map<std::uint32_t, std::string> carriers;
-    std::set<std::uint32_t> hiding;   // links that may hide paths
-    std::set<std::uint32_t> sources;  // removed IPv4 addresses
+    absl::btree_set<std::uint32_t> links;
+    absl::btree_set<std::uint32_t> objects;
+    std::map<std::uint32_t, std::string> carriers;  // links; those that hide paths are moved to `hiding`
+    absl::btree_set<std::uint32_t> hiding;          // links that may hide paths
+    absl::btree_set<std::uint32_t> sources;         // removed IPv4 addresses
     bool everything = false;
     bool is_empty() const { return links.empty() && objects.empty() && sources.empty() && !everything; }
     bool concerns(const RouteUsage& usage) const;
@@ -104,6 +104,9 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   bool account(Table* table);
   void mark_soon();
   void begin_marking();
+  bool find_hiding(std::uint64_t end);
+  bool mark_tables(std::uint64_t end);
+  void start_marking(std::uint64_t delay);
   void mark_some();
   void mark(router::RouteTableId id, Table* table);
   void mark_overdue();
@@ -113,6 +116,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void walk_soon();
   void walk();
   void forget_history();
+  void limit_history();
 
   void wake(std::uint64_t delay);
   void step_soon();
@@ -125,7 +129,9 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void begin_basis();
   void continue_basis();
   bool read_basis(const nlmsghdr* message);
+  void end_basis();
   void finish_basis();
+  void count_corrections(std::uint64_t count, const char* what);
   void basis_failed(Status status);
   void begin_table(Tables::iterator table);
   void continue_table();
@@ -138,6 +144,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void replay();
   bool is_outdated(const Table& table) const;
   bool is_being_read(router::RouteTableId table) const;
+  bool is_reading_basis() const { return phase_ == Phase::kBasis || phase_ == Phase::kBasisEnd; }
   void become_idle();
   void close_dumps();
   void abandon_reading();
@@ -169,6 +176,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   Changed marking_;             // dependants of these are being marked
   Changed meanwhile_;           // since the running reading began; links and objects only
   router::RouteTableId last_marked_{router::Family::kIpv4, 0};
+  bool all_hide_ = false;  // ignore_routes_with_linkdown is set for all links
   bool in_doubt_ = false;  // the running reading
   bool links_dirty_ = false;
   bool objects_dirty_ = false;

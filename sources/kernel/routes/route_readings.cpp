@@ -60,6 +60,8 @@ void RouteFollower::wake(std::uint64_t delay) {
 void RouteFollower::step() {
   step_timer_ = 0;
   switch (phase_) {
+    case Phase::kBasisEnd:
+      return end_basis();
     case Phase::kDelivery:
       return deliver();
     case Phase::kSweep:
@@ -121,7 +123,7 @@ void RouteFollower::become_idle() {
 }
 
 bool RouteFollower::is_being_read(router::RouteTableId table) const {
-  return phase_ != Phase::kIdle && phase_ != Phase::kBasis && reading_.table() == table;
+  return phase_ != Phase::kIdle && !is_reading_basis() && reading_.table() == table;
 }
 
 void RouteFollower::close_dumps() {
@@ -136,7 +138,7 @@ void RouteFollower::close_dumps() {
 void RouteFollower::abandon_reading() {
   close_dumps();
   const auto table = tables_.find(reading_.table());
-  if (phase_ != Phase::kIdle && phase_ != Phase::kBasis && table != tables_.end()) {
+  if (table != tables_.end() && is_being_read(table->first)) {
     table->second.routes.abandon_reading();
     table->second.held.clear();
   }
@@ -195,9 +197,17 @@ void RouteFollower::continue_basis() {
   close_dumps();
   if (progress == Dump::Progress::kFailed) {
     basis_failed(basis_dump_.error());
-  } else {
-    finish_basis();
+    basis_has_links_ = false;
+    return become_idle();
   }
+  phase_ = Phase::kBasisEnd;
+  end_basis();
+}
+
+// What was announced before the dump was read is applied before the two are compared.
+void RouteFollower::end_basis() {
+  if (!drain_events()) return step_soon();
+  finish_basis();
   basis_has_links_ = false;
   become_idle();
 }
@@ -214,7 +224,8 @@ void RouteFollower::finish_basis() {
   if (basis_has_links_) links_ = std::exchange(links_seen_, {});
   const NextHopObjects::Affected affected = objects_.differences(objects_seen_);
   objects_ = std::exchange(objects_seen_, {});
-  if (objects_known_) counters_.corrections += affected.removed.size() + affected.changed.size();
+  if (objects_known_ && !in_doubt)
+    count_corrections(affected.removed.size() + affected.changed.size(), "next-hop objects");
   objects_known_ = true;
   take_affected(affected);
 }
@@ -264,9 +275,10 @@ void RouteFollower::continue_table() {
   table_failed(reading_.error());
 }
 
-// Something on which the table depends changed while a reading verified it.
+// Something on which the table depends, or too much of the table, changed while a reading verified it.
 bool RouteFollower::is_outdated(const Table& table) const {
-  return knowledge_of(table) != Knowledge::kNone && meanwhile_.concerns(table.routes.usage());
+  return table.routes.is_reading_overtaken() ||
+         (knowledge_of(table) != Knowledge::kNone && meanwhile_.concerns(table.routes.usage()));
 }
 
 void RouteFollower::deliver() {
@@ -330,10 +342,10 @@ void RouteFollower::sweep() {
 // Applies what was announced during the first reading.
 void RouteFollower::replay() {
   const auto table = tables_.find(reading_.table());
-  std::vector<Held>& held = table->second.held;
-  const std::size_t count = std::min(held.size(), kHeldPerStep);
-  for (std::size_t at = 0; at < count; ++at) apply(held[at].event, held[at].moment, table);
-  held.erase(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(count));
+  std::deque<Held>& held = table->second.held;
+  for (std::size_t count = 0; count < kHeldPerStep && !held.empty(); ++count, held.pop_front()) {
+    apply(held.front().event, held.front().moment, table);
+  }
   on_batch_end();
   if (!held.empty()) return step_soon();
   settle_table(table);

@@ -10,11 +10,12 @@
 // Main thread only. The model, the objects and the history must outlive it.
 #pragma once
 
+#include <absl/container/btree_set.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -28,7 +29,7 @@ namespace kernel {
 
 // What the routes of a table depend on, possibly more than that.
 struct RouteUsage {
-  std::set<std::uint32_t> interfaces;
+  absl::btree_set<std::uint32_t> interfaces;
   std::unordered_set<std::uint32_t> objects;  // named by routes; not the members of groups
 };
 
@@ -77,6 +78,8 @@ class TableRoutes {
   void compare(const Prefix& prefix, RouteList routes, bool additions_only);
   bool end_some(std::size_t prefixes);
   void abandon_reading() { reading_.reset(); }
+  // So many prefixes were announced meanwhile that the reading must be abandoned.
+  bool is_reading_overtaken() const;
 
   // For a table that is closed: frees memory in steps; false when nothing is left.
   [[nodiscard]] bool release_some(std::size_t count);
@@ -103,7 +106,7 @@ class TableRoutes {
   };
   struct CurrentReading {
     Reading kind = Reading::kFirst;
-    std::set<router::RouteAddress> touched;  // destinations that were announced meanwhile
+    absl::btree_set<router::RouteAddress> touched;  // destinations that were announced meanwhile
     // Prefixes with routes for a prefix of sources. The kernel shows these before routes to longer prefixes,
     // and the others after them.
     std::map<Prefix, RouteList> apart;
@@ -128,7 +131,7 @@ class TableRoutes {
   void normalize(KernelRoute* route) const;
   router::RouteRetention keep(const Prefix& prefix, const RouteList& routes);
   bool set_apart(const Prefix& prefix, RouteList* routes);
-  void compare_apart();
+  void compare_apart(std::size_t prefixes);
   void count_correction(const Prefix& prefix);
   void compare_all(const Prefix& prefix, RouteList routes, bool additions_only);
   void remove_unread(const Prefix& prefix);

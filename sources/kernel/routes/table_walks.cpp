@@ -15,6 +15,8 @@ TableRoutes::Prefix successor(const TableRoutes::Prefix& prefix) {
   return {prefix.destination, static_cast<std::uint8_t>(prefix.length + 1)};
 }
 
+constexpr std::size_t kTouchedMax = 250'000;
+
 bool has(const RouteList& routes, const KernelRoute& wanted) {
   return std::any_of(routes.begin(), routes.end(),
                      [&wanted](const KernelRoute& each) { return same_route(each, wanted); });
@@ -111,9 +113,10 @@ bool TableRoutes::set_apart(const Prefix& prefix, RouteList* routes) {
   return true;
 }
 
-void TableRoutes::compare_apart() {
-  for (auto& [prefix, routes] : std::exchange(reading_->apart, {})) {
-    compare_all(prefix, std::move(routes), reading_->additions_only);
+void TableRoutes::compare_apart(std::size_t prefixes) {
+  for (; prefixes > 0 && !reading_->apart.empty(); --prefixes) {
+    auto waiting = reading_->apart.extract(reading_->apart.begin());
+    compare_all(waiting.key(), std::move(waiting.mapped()), reading_->additions_only);
   }
 }
 
@@ -140,6 +143,10 @@ void TableRoutes::compare_all(const Prefix& prefix, RouteList routes, bool addit
   replace(prefix, ids, is_same ? now : routes);
 }
 
+bool TableRoutes::is_reading_overtaken() const {
+  return reading_ && reading_->touched.size() > kTouchedMax;
+}
+
 void TableRoutes::remove_unread(const Prefix& prefix) {
   const Ids ids = ids_of(prefix);
   if (!routes_of(ids).empty()) count_correction(prefix);
@@ -147,7 +154,8 @@ void TableRoutes::remove_unread(const Prefix& prefix) {
 }
 
 bool TableRoutes::end_some(std::size_t prefixes) {
-  compare_apart();
+  compare_apart(prefixes);
+  if (!reading_->apart.empty()) return true;
   const auto is_unread = [this](const Prefix& prefix, const router::RouteMark* row, const Listed* listed) {
     if (row != nullptr && row->current) return false;
     if (reading_->touched.contains(prefix.destination)) return false;
