@@ -300,14 +300,19 @@ void RouteFollower::apply(const RouteEvent& event, RouteHistory::Moment moment, 
   announced_.insert(table->first);
   if (fits || knowledge_of(table->second) != Knowledge::kComplete) return;
   const bool lost_sources = !changed_.sources.empty() || !marking_.sources.empty();
-  if (!lost_sources) count_corrections(1, "the routes of an announced prefix");
+  if (!lost_sources) {
+    const KernelRoute& route = std::get<RouteSeen>(event).route;
+    const router::Address prefix{route.family, route.prefix_length, route.destination};
+    count_corrections(
+        1, "table " + std::to_string(route.table) + ": the routes to " + router::format_address(prefix));
+  }
   reread_later(table, settings_.retry);
 }
 
-void RouteFollower::count_corrections(std::uint64_t count, const char* what) {
+void RouteFollower::count_corrections(std::uint64_t count, const std::string& what) {
   if (count == 0) return;
   counters_.corrections += count;
-  log_warning("kernel", "%s are corrected; the kernel has not announced how they changed", what);
+  log_warning("kernel", "%s are corrected; the kernel has not announced how they changed", what.c_str());
 }
 
 void RouteFollower::vrf_created(const router::Vrf& vrf) {

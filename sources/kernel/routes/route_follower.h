@@ -131,7 +131,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   bool read_basis(const nlmsghdr* message);
   void end_basis();
   void finish_basis();
-  void count_corrections(std::uint64_t count, const char* what);
+  void count_corrections(std::uint64_t count, const std::string& what);
   void basis_failed(Status status);
   void begin_table(Tables::iterator table);
   void continue_table();
