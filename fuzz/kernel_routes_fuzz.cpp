@@ -35,8 +35,8 @@ struct Routes {
   kernel::NextHopObjects objects;
   kernel::RouteHistory history;
   kernel::LinkStates links;
-  kernel::TableRoutes ipv4{model.get(), &objects, &history, {router::Family::kIpv4, kTable}};
-  kernel::TableRoutes ipv6{model.get(), &objects, &history, {router::Family::kIpv6, kTable}};
+  kernel::TableRoutes ipv4{model.get(), {&objects, &history, &links}, {router::Family::kIpv4, kTable}};
+  kernel::TableRoutes ipv6{model.get(), {&objects, &history, &links}, {router::Family::kIpv6, kTable}};
   bool deep_labels = false;
 
   kernel::TableRoutes& of(const kernel::KernelRoute& route) {

@@ -55,6 +55,11 @@ bool LinkStates::has_any_address(std::uint32_t index) const {
   return found != addresses_.end() && found->index == index;
 }
 
+bool LinkStates::ignores_paths(std::uint32_t index) const {
+  const auto link = links_.find(index);
+  return link != links_.end() && is_up(link->second.flags) && (link->second.flags & kFlagLowerUp) == 0;
+}
+
 LinkStates::Change LinkStates::address_seen(const LinkAddress& address) {
   Change change;
   if (address.address.family != router::Family::kIpv4) return change;

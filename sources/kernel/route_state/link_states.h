@@ -29,6 +29,8 @@ class LinkStates {
   void removed(std::uint32_t index);  // with its addresses
   Change address_seen(const LinkAddress& address);
   Change address_removed(const LinkAddress& address);
+  // Whether a path over the link that the kernel does not use is not dead, but ignored.
+  bool ignores_paths(std::uint32_t index) const;
 
  private:
   struct State {

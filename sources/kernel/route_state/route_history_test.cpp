@@ -49,6 +49,15 @@ TEST_F(RouteHistoryTest, RouteOverALinkThatIsDownIsDeleted) {
   EXPECT_EQ(Apply(Ipv6({5})), Verdict::kSame);
 }
 
+TEST_F(RouteHistoryTest, IgnoredPathKeepsItsRouteUntilItsLinkIsDown) {
+  KernelRoute route = Ipv4({5, 6});
+  route.paths[0].ignored = true;
+  history_.add(6, LinkChange::kIpv4Down);
+  EXPECT_EQ(Apply(route), Verdict::kChanged);
+  history_.add(5, LinkChange::kIpv4Down);
+  EXPECT_EQ(Apply(route), Verdict::kDeleted);
+}
+
 TEST_F(RouteHistoryTest, PathOverALinkThatIsDownIsDeadUntilTheLinkIsUp) {
   history_.add(5, LinkChange::kIpv4Down);
   EXPECT_EQ(Apply(Ipv4({5, 6})), Verdict::kChanged);

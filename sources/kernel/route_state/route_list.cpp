@@ -89,9 +89,10 @@ Place find_replaced(const KernelRoute& route, Range range) {
 void append_paths(const KernelRoute& route, KernelRoute* present) {
   std::vector<RoutePath> paths = present->paths;
   for (RoutePath& path : paths) {
-    path.dead = std::find_if(route.paths.begin(), route.paths.end(), [&path](const RoutePath& each) {
-                  return same_path(each, path);
-                })->dead;
+    const auto announced = std::find_if(route.paths.begin(), route.paths.end(),
+                                        [&path](const RoutePath& each) { return same_path(each, path); });
+    path.dead = announced->dead;
+    path.ignored = announced->ignored;
   }
   for (const RoutePath& path : route.paths) {
     if (!contains(present->paths, {path})) paths.push_back(path);
@@ -111,7 +112,7 @@ bool same_paths(const KernelRoute& left, const KernelRoute& right, bool with_sta
   return std::equal(left.paths.begin(), left.paths.end(), right.paths.begin(), right.paths.end(),
                     [with_state](const RoutePath& one, const RoutePath& other) {
                       return one.weight == other.weight && same_path(one, other) &&
-                             (!with_state || one.dead == other.dead);
+                             (!with_state || (one.dead == other.dead && one.ignored == other.ignored));
                     });
 }
 

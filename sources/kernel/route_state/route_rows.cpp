@@ -74,7 +74,7 @@ router::Route row_of(const KernelRoute& route) {
 }
 
 void append_path(const KernelRoute& route, const RoutePath& path, std::vector<router::Route>* rows) {
-  if (path.dead) return;
+  if (path.dead || path.ignored) return;
   router::Route row = row_of(route);
   row.type = path.has_gateway || path.tunnel ? RouteType::kRemote : RouteType::kLocal;
   if (path.has_gateway && path.gateway_family == route.family) {

@@ -196,7 +196,7 @@ class RecordedTable : public ::testing::Test {
     EXPECT_EQ(model_.create_vrf(red), kStatusOk);
   }
   void Add(const std::string& recording, router::RouteTableId table) {
-    TableRoutes routes(&model_, &objects_, &history_, table);
+    TableRoutes routes(&model_, {&objects_, &history_, &links_}, table);
     for (const Octets& datagram : ReadRecording(recording)) {
       ParseReport report;
       for (const RouteEvent& event : ParseRoutes(datagram, &report)) {
@@ -212,6 +212,7 @@ class RecordedTable : public ::testing::Test {
   router::Router model_;
   NextHopObjects objects_;
   RouteHistory history_;
+  LinkStates links_;
 };
 
 TEST_F(RecordedTable, Ipv4RoutesOfEveryKind) {

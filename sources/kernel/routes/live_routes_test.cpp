@@ -220,6 +220,19 @@ TEST_F(LiveRoutes, PathWithoutCarrierIsRemovedIfTheKernelIgnoresIt) {
   EXPECT_TRUE(EventuallyTrue([this] { return Rows().size() == 1; }));
 }
 
+// The kernel deletes such a route with its link, and does not announce that.
+TEST_F(LiveRoutes, RouteWithAnIgnoredPathIsDeletedWhenItsLinkIsSetDown) {
+  ASSERT_EQ(Shell("sysctl -qw net.ipv4.conf.v0.ignore_routes_with_linkdown=1"), 0);
+  AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
+  StartWithRed();
+  Ip("link set v1 down");
+  ASSERT_TRUE(EventuallyTrue([this] { return SettledRows().empty(); }));
+  Batch("link set v0 down\nlink set v0 up\nlink set v1 up\n");
+  AddRoute("192.168.1.0/24 via 10.0.0.2 dev v0 onlink table 10");
+  EXPECT_TRUE(EventuallyTrue([this] { return SettledRows().size() == 1; }));
+  EXPECT_EQ(Counters().corrections, 0U);
+}
+
 TEST_F(LiveRoutes, EveryTableIsReadAgainAtIntervals) {
   StartWithRed({.route_reread = 600 * kNanosecondsPerSecond});
   const std::uint64_t before = Counters().tables_read;

@@ -27,7 +27,7 @@ std::size_t hash_of(const KernelRoute& content) {
   mix(content.preferred_source, &hash);
   if (content.source_length != 0) mix(content.source, &hash);
   for (const RoutePath& path : content.paths) {
-    mix(std::uint64_t{path.interface_index} << 1 | (path.dead ? 1U : 0U), &hash);
+    mix(std::uint64_t{path.interface_index} << 2 | (path.dead ? 2U : 0U) | (path.ignored ? 1U : 0U), &hash);
     mix(path.gateway, &hash);
     for (const std::uint32_t label : path.labels) mix(label, &hash);
   }

@@ -331,7 +331,7 @@ void RouteFollower::vrf_deleted(const router::Vrf& vrf) {
 void RouteFollower::add_tables(const router::Vrf& vrf) {
   for (const router::RouteTableId id : tables_of(vrf)) {
     if (id.table == 0 || tables_.contains(id)) continue;
-    tables_.emplace(id, Table{TableRoutes(model_, &objects_, &history_, id)});
+    tables_.emplace(id, Table{TableRoutes(model_, {&objects_, &history_, &links_}, id)});
     dirty_.insert(id);
   }
   wake(settings_.settle);

@@ -32,9 +32,8 @@ TableRoutes::Prefix take_prefix(KernelRoute* route) {
   return prefix;
 }
 
-TableRoutes::TableRoutes(router::Router* model, const NextHopObjects* objects, const RouteHistory* history,
-                         router::RouteTableId table)
-    : model_(model), objects_(objects), history_(history), table_(table), contents_(history) {}
+TableRoutes::TableRoutes(router::Router* model, const Basis& basis, router::RouteTableId table)
+    : model_(model), basis_(basis), table_(table), contents_(basis.history) {}
 
 TableRoutes::Ids TableRoutes::ids_of(const Prefix& prefix) const {
   if (const auto listed = listed_.find(prefix); listed != listed_.end()) return listed->second.ids;
@@ -63,9 +62,20 @@ RouteList TableRoutes::routes_of(const Ids& ids) const {
 
 // Whatever a route with a known object has of its own is the object's: its paths, or that it discards.
 void TableRoutes::normalize(KernelRoute* route) const {
-  if (route->next_hop_object == 0 || objects_->find(route->next_hop_object) == nullptr) return;
+  if (route->next_hop_object == 0 || basis_.objects->find(route->next_hop_object) == nullptr) return;
   route->paths.clear();
   if (route->type == RTN_BLACKHOLE) route->type = RTN_UNICAST;
+}
+
+// A route as the kernel shows it now. Paths of IPv6 stay dead until the link has its carrier.
+void TableRoutes::interpret(KernelRoute* route) const {
+  normalize(route);
+  if (route->family != router::Family::kIpv4) return;
+  for (RoutePath& path : route->paths) {
+    if (!path.dead || !basis_.links->ignores_paths(path.interface_index)) continue;
+    path.dead = false;
+    path.ignored = true;
+  }
 }
 
 RouteList* TableRoutes::pending(const Prefix& prefix) {
@@ -77,9 +87,9 @@ RouteList* TableRoutes::pending(const Prefix& prefix) {
 
 bool TableRoutes::add(KernelRoute route, std::uint16_t flags, RouteHistory::Moment moment) {
   RouteList* routes = pending(take_prefix(&route));
-  normalize(&route);
+  interpret(&route);
   KernelRoute now = route;
-  const bool is_deleted = history_->apply(moment, &now) == RouteHistory::Verdict::kDeleted;
+  const bool is_deleted = basis_.history->apply(moment, &now) == RouteHistory::Verdict::kDeleted;
   const bool fits = announce(is_deleted ? route : now, flags, routes);
   if (is_deleted) withdraw(route, routes);
   return fits;
@@ -87,7 +97,7 @@ bool TableRoutes::add(KernelRoute route, std::uint16_t flags, RouteHistory::Mome
 
 void TableRoutes::remove(KernelRoute route) {
   RouteList* routes = pending(take_prefix(&route));
-  normalize(&route);
+  interpret(&route);
   withdraw(route, routes);
 }
 
@@ -125,7 +135,7 @@ std::vector<router::Route> TableRoutes::rows_of(const Prefix& prefix, const Rout
   std::vector<router::Route> of_route;
   for (std::size_t at = 0; at < routes.size(); ++at) {
     of_route.clear();
-    if (!append_rows(routes[at], *objects_, &of_route)) ++counters_.unresolved;
+    if (!append_rows(routes[at], *basis_.objects, &of_route)) ++counters_.unresolved;
     for (router::Route& row : of_route) {
       row.key.destination = prefix.destination;
       row.key.prefix_length = prefix.length;

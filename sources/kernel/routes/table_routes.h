@@ -7,7 +7,7 @@
 //
 // A reading of the table compares every route of the kernel with what the announcements made of the table.
 //
-// Main thread only. The model, the objects and the history must outlive it.
+// Main thread only. The model and the basis must outlive it.
 #pragma once
 
 #include <absl/container/btree_set.h>
@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "platform/router/model/router.h"
+#include "sources/kernel/route_state/link_states.h"
 #include "sources/kernel/route_state/route_list.h"
 #include "sources/kernel/route_state/route_rows.h"
 #include "sources/kernel/routes/route_contents.h"
@@ -51,8 +52,13 @@ class TableRoutes {
     kVerify,  // ... or is known, and a difference is a correction
   };
 
-  TableRoutes(router::Router* model, const NextHopObjects* objects, const RouteHistory* history,
-              router::RouteTableId table);
+  struct Basis {  // what the meaning of a route depends on
+    const NextHopObjects* objects;
+    const RouteHistory* history;
+    const LinkStates* links;
+  };
+
+  TableRoutes(router::Router* model, const Basis& basis, router::RouteTableId table);
 
   router::RouteTableId id() const { return table_; }
 
@@ -129,6 +135,7 @@ class TableRoutes {
   void note_usage(const KernelRoute& content);
   void rebuild_usage();
   void normalize(KernelRoute* route) const;
+  void interpret(KernelRoute* route) const;
   router::RouteRetention keep(const Prefix& prefix, const RouteList& routes);
   bool set_apart(const Prefix& prefix, RouteList* routes);
   void compare_apart(std::size_t prefixes);
@@ -140,8 +147,7 @@ class TableRoutes {
   std::vector<Prefix> step_list(Walk* walk, std::size_t prefixes, const Wanted& wanted) const;
 
   router::Router* model_;
-  const NextHopObjects* objects_;
-  const RouteHistory* history_;
+  Basis basis_;
   const router::RouteTableId table_;
   RouteContents contents_;
   std::map<Prefix, Listed> listed_;

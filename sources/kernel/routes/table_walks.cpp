@@ -127,7 +127,7 @@ void TableRoutes::compare(const Prefix& prefix, RouteList routes, bool additions
 
 void TableRoutes::compare_all(const Prefix& prefix, RouteList routes, bool additions_only) {
   if (reading_->touched.contains(prefix.destination)) return;
-  for (KernelRoute& route : routes) normalize(&route);
+  for (KernelRoute& route : routes) interpret(&route);
   const router::RouteRetention retention = keep(prefix, routes);
   if (retention == router::RouteRetention::kRetained) return;
   sort_routes(&routes);
