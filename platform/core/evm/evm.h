@@ -3,7 +3,7 @@
 //
 // A manager has a name such as "/dev/mpls/vpn/main" and listens on the Unix socket of that name
 // (event_manager_socket()); a service sets the acceptor of its connections. The manager uses one epoll
-// instance, one eventfd for posted functions and a sorted list of one-shot timers.
+// instance, one eventfd for posted functions, one timer descriptor and a sorted list of one-shot timers.
 //
 // Thread: everything of a manager belongs to the thread that waits on it, except event_post, which any thread
 // may call. Handlers run inside event_dispatch only. A handler may remove any descriptor or timer, its own
@@ -60,8 +60,8 @@ struct EventStatistics {
 };
 EventStatistics event_statistics(const EventManager* manager);  // manager's thread only
 
-// Descriptors, level-triggered; `events` are EPOLLIN, EPOLLOUT, ... kStatusExists for one that is there
-// already, else the system's errno. Fault point "event_fd_add".
+// Descriptors, level-triggered without EPOLLET; `events` are EPOLLIN, EPOLLOUT, ... kStatusExists for one
+// that is there already, else the system's errno. Fault point "event_fd_add".
 using EventFdHandler = std::function<void(int fd, std::uint32_t events)>;
 [[nodiscard]] Status event_fd_add(EventManager* manager, int fd, std::uint32_t events,
                                   EventFdHandler handler);

@@ -505,6 +505,29 @@ TEST_F(EventManagerTest, TimerEndsABlockingWait) {
   EXPECT_TRUE(ran);
 }
 
+TEST_F(EventManagerTest, EveryTimerEndsABlockingWaitWhateverTimersWaitsBeganWith) {
+  EventContext context = Context();
+  const auto run_until = [&](const bool& ran) {
+    while (!ran) {
+      ASSERT_EQ(event_wait(&context), 0);
+      event_dispatch(&context);
+    }
+  };
+  bool posted = false;
+  event_timer_start(manager, 3600 * kNanosecondsPerSecond, [] { ADD_FAILURE() << "too early"; });
+  event_post(manager, [&] { posted = true; });
+  run_until(posted);
+  bool earlier = false;
+  const EventTimerId cancelled = event_timer_start(manager, 1, [] { ADD_FAILURE() << "cancelled"; });
+  event_timer_start(manager, 2 * kMillisecond, [&] { earlier = true; });
+  ASSERT_EQ(event_wait(&context), 0);
+  event_timer_cancel(manager, cancelled);
+  run_until(earlier);
+  bool again = false;
+  event_timer_start(manager, 2 * kMillisecond, [&] { again = true; });
+  run_until(again);
+}
+
 TEST_F(EventManagerTest, TimerBeyondTheEndOfTimeIsNeverDue) {
   ManualClock clock(1000);
   event_timer_start(manager, UINT64_MAX, [] { ADD_FAILURE() << "never"; });

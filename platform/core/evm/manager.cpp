@@ -18,11 +18,14 @@
 // function runs.
 //
 // Timers are ordered by deadline on the monotonic clock of platform/core/base/clock.h, which tests replace.
-// The limit of event_wait_for is real time, so that a test with a frozen clock still returns.
+// The limit of event_wait_for is real time, so that a test with a frozen clock still returns. A wait without
+// a limit blocks without a time-out, for which the kernel would set and cancel a timer each time: one timer
+// descriptor is set whenever an earlier timer than before is the first.
 #include "platform/core/evm/evm.h"
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -101,6 +104,28 @@ int to_milliseconds(std::uint64_t nanoseconds) {
   return static_cast<int>(std::min<std::uint64_t>(milliseconds, INT_MAX));
 }
 
+// The timer descriptor ends a wait when the first timer is due, in this many nanoseconds, or earlier. False
+// if it cannot be set.
+bool set_timer_descriptor(EventManager* manager, std::uint64_t nanoseconds) {
+  const std::uint64_t deadline = manager->timers.begin()->first.first;
+  if (deadline >= manager->wake_deadline) return true;
+  itimerspec when{};
+  when.it_value.tv_sec = static_cast<std::time_t>(nanoseconds / kNanosecondsPerSecond);
+  when.it_value.tv_nsec = static_cast<long>(nanoseconds % kNanosecondsPerSecond);
+  if (timerfd_settime(manager->timer_fd, 0, &when, nullptr) != 0) return false;
+  manager->wake_deadline = deadline;
+  return true;
+}
+
+// The time-out of a wait for at most `left`.
+int wait_timeout(EventManager* manager, std::uint64_t left) {
+  if (!manager->deferred.empty()) return 0;
+  const std::uint64_t to_timer = time_to_first_timer(manager);
+  const bool is_limited = left != kForever || to_timer == 0;
+  if (!is_limited && (to_timer == kForever || set_timer_descriptor(manager, to_timer))) return -1;
+  return to_milliseconds(std::min(left, to_timer));
+}
+
 std::uint64_t elapsed_since(SteadyClock::time_point start) {
   return static_cast<std::uint64_t>(
       std::chrono::duration_cast<std::chrono::nanoseconds>(SteadyClock::now() - start).count());
@@ -118,13 +143,12 @@ int wait_for_events(EventContext* context, std::uint64_t bound) {
   std::uint64_t left = bound;
   for (;;) {
     if (!context->manager->ready.empty()) return 0;
-    const bool deferred = !context->manager->deferred.empty();
-    const std::uint64_t to_timer = deferred ? 0 : time_to_first_timer(context->manager);
-    const int timeout = to_milliseconds(std::min(left, to_timer));
+    const int timeout = wait_timeout(context->manager, left);
     const int count = epoll_wait(context->manager->epoll_fd, array.events, array.capacity, timeout);
     if (count < 0) return -1;
     context->collected = static_cast<std::uint32_t>(count);
-    if (count > 0 || deferred || time_to_first_timer(context->manager) == 0) return 0;
+    if (count > 0 || !context->manager->deferred.empty()) return 0;
+    if (time_to_first_timer(context->manager) == 0) return 0;
     if (bounded) left = bound - std::min(bound, elapsed_since(start));
     if (left == 0) {
       errno = ETIMEDOUT;
@@ -143,9 +167,9 @@ void take_collected(EventContext* context) {
   }
 }
 
-void serve_descriptors(EventManager* manager) {
+void serve_descriptors(EventManager* manager, std::uint64_t start) {
   if (manager->ready.empty()) return;
-  const std::uint64_t end = clock_monotonic() + kDescriptorsTime;
+  const std::uint64_t end = start + kDescriptorsTime;
   do {
     const EventReady next = manager->ready.front();
     manager->ready.pop_front();
@@ -211,7 +235,11 @@ void run_posted(EventManager* manager) {
 }
 
 void run_deferred(EventManager* manager) {
-  for (const std::function<void()>& function : std::exchange(manager->deferred, {})) function();
+  std::vector<std::function<void()>> functions;
+  functions.swap(manager->deferred);
+  for (const std::function<void()>& function : functions) function();
+  functions.clear();
+  if (manager->deferred.empty()) manager->deferred.swap(functions);  // its memory
 }
 
 bool valid_name(const char* name) {
@@ -227,9 +255,17 @@ int set_up(EventManager* manager) {
   if (manager->epoll_fd < 0) return errno;
   manager->wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   if (manager->wake_fd < 0) return errno;
+  manager->timer_fd = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+  if (manager->timer_fd < 0) return errno;
   if (const int error = event_listener_open(manager->name, &manager->listener)) return error;
   if (const Status status = event_slot_add(manager, manager->wake_fd, EPOLLIN,
                                            [manager](int, std::uint32_t) { run_posted(manager); })) {
+    return static_cast<int>(status);
+  }
+  // Edge-triggered: an expiration needs no read.
+  if (const Status status =
+          event_slot_add(manager, manager->timer_fd, EPOLLIN | EPOLLET,
+                         [manager](int, std::uint32_t) { manager->wake_deadline = UINT64_MAX; })) {
     return static_cast<int>(status);
   }
   return static_cast<int>(event_slot_add(manager, manager->listener.fd, EPOLLIN,
@@ -262,6 +298,7 @@ EventManager* event_manager_create(const char* name, std::uint32_t /*flags*/) {
 void event_manager_destroy(EventManager* manager) {
   if (manager == nullptr) return;
   event_listener_close(&manager->listener);
+  if (manager->timer_fd >= 0) close(manager->timer_fd);
   if (manager->wake_fd >= 0) close(manager->wake_fd);
   if (manager->epoll_fd >= 0) close(manager->epoll_fd);
   delete manager;
@@ -293,7 +330,7 @@ void event_dispatch(EventContext* context) {
   const EventIteration iteration(manager);
   ++manager->dispatch_depth;
   take_collected(context);
-  serve_descriptors(manager);
+  serve_descriptors(manager, iteration.start());
   run_due_timers(manager);
   run_deferred(manager);
   if (--manager->dispatch_depth == 0) manager->retired.clear();

@@ -61,6 +61,8 @@ struct EventManager {
   std::map<TimerKey, std::function<void()>> timers;
   std::unordered_map<EventTimerId, std::uint64_t> timer_deadlines;
   EventTimerId next_timer = 1;
+  int timer_fd = -1;
+  std::uint64_t wake_deadline = UINT64_MAX;  // for which timer_fd is set
 
   std::mutex posted_mutex;
   std::deque<std::function<void()>> posted;  // guarded by posted_mutex
@@ -76,6 +78,7 @@ class EventIteration {
  public:
   explicit EventIteration(EventManager* manager);
   ~EventIteration();
+  std::uint64_t start() const { return start_; }
   EventIteration(const EventIteration&) = delete;
   EventIteration& operator=(const EventIteration&) = delete;
 
