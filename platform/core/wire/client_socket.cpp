@@ -104,8 +104,14 @@ Writer ClientSocket::begin(std::uint16_t type, std::uint32_t request) {
 Status ClientSocket::send() {
   if (fd_ < 0) return kStatusNotConnected;
   finish_frame(&out_, 0);
+  const ssize_t at_once = ::send(fd_, out_.data(), out_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (at_once < 0 && errno != EINTR && errno != EAGAIN) return fail(kStatusNotConnected);
+  const std::size_t sent = at_once < 0 ? 0 : static_cast<std::size_t>(at_once);
+  return sent == out_.size() ? kStatusOk : send_rest(sent);
+}
+
+Status ClientSocket::send_rest(std::size_t sent) {
   const Clock::time_point deadline = Clock::now() + timeout_;
-  std::size_t sent = 0;
   while (sent < out_.size()) {
     const ssize_t count = ::send(fd_, out_.data() + sent, out_.size() - sent, MSG_NOSIGNAL);
     if (count > 0) {

@@ -5,6 +5,9 @@
 // limit the client is closed. A client with complete messages in its buffer is not read either, until the
 // server has handled them.
 //
+// A client that is only read is watched edge-triggered, or the kernel would look for more input after every
+// request. Input that is left in the socket therefore has to be watched for anew.
+//
 // A client that ends the connection, breaks the framing or exceeds a limit is closed with a logged reason.
 // Its Connection lives until the call that it is in has returned (shared_from_this); other clients are not
 // affected.
@@ -30,6 +33,8 @@ constexpr std::size_t kRetainedBuffer = 1U << 20;  // a larger output buffer is 
 
 }  // namespace
 
+const std::uint32_t Connection::kReadEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
+
 Connection::Connection(Server* server, int fd, std::uint64_t id, Peer peer)
     : server_(server),
       fd_(fd),
@@ -54,6 +59,7 @@ Writer Connection::begin(std::uint16_t type, std::uint32_t request) {
   return Writer(&out_);
 }
 
+// The write may end the connection, and with it the server's reference.
 void Connection::finish() {
   finish_frame(&out_, frame_);
   if (!open()) {
@@ -61,8 +67,7 @@ void Connection::finish() {
     return;
   }
   ++unsent_messages_;
-  // The write may end the connection, and with it the server's reference.
-  const std::shared_ptr<Connection> self = shared_from_this();
+  const std::shared_ptr<Connection> self = handling_ ? nullptr : shared_from_this();
   if (!handling_) {
     const bool was_waiting = (watched_ & EPOLLOUT) != 0;
     if (!was_waiting) write_queue();
@@ -102,6 +107,7 @@ void Connection::on_event(std::uint32_t events) {
   if ((events & EPOLLOUT) != 0) write_queue();
   if (!open()) return;
   if ((watched_ & EPOLLIN) != 0) {
+    leaves_input_ = (events & ~static_cast<std::uint32_t>(EPOLLIN | EPOLLOUT)) != 0;  // the end, for example
     if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0 && !fill()) return;
   } else if ((events & (EPOLLHUP | EPOLLERR)) != 0) {
     return close(queued() > 0 ? "it went away with answers unread" : nullptr);
@@ -151,10 +157,15 @@ bool Connection::fill() {
   const Status status =
       parse_frame(OctetSpan(in_).first(in_end_), server_->limits_.max_payload, &message, &needed);
   if (status == kStatusIncomplete && needed > in_.size()) in_.resize(needed);
-  if (in_end_ == in_.size()) return true;  // full of whole messages
-  const ssize_t got = read(fd_, in_.data() + in_end_, in_.size() - in_end_);
+  const std::size_t room = in_.size() - in_end_;
+  if (room == 0) {  // full of whole messages
+    leaves_input_ = true;
+    return true;
+  }
+  const ssize_t got = recv(fd_, in_.data() + in_end_, room, MSG_DONTWAIT);
   if (got > 0) {
     in_end_ += static_cast<std::size_t>(got);
+    leaves_input_ = leaves_input_ || in_end_ == in_.size();
   } else if (got == 0) {
     peer_finished_ = true;
   } else if (errno != EAGAIN && errno != EINTR) {
@@ -186,6 +197,7 @@ void Connection::handle_next() {
   const OctetSpan data = OctetSpan(in_).subspan(in_start_, in_end_ - in_start_);
   const Status status = parse_frame(data, server_->limits_.max_payload, &message, &used);
   if (status != kStatusOk) return refuse(status);
+  message.time = server_->now_;
   in_start_ += used;
   incomplete_since_ = 0;
   repeats_ = false;
@@ -234,9 +246,9 @@ void Connection::write_octets(std::size_t count) {
     }
     out_start_ += static_cast<std::size_t>(sent);
     sent_ += static_cast<std::uint64_t>(sent);
-    count_sent_messages();
   }
   if (queued() > 0) {
+    count_sent_messages();
     if (first_unsent_ < kRetainedBuffer) return;
     out_.erase(out_.begin(), out_.begin() + static_cast<std::ptrdiff_t>(first_unsent_));
     out_start_ -= first_unsent_;
@@ -274,9 +286,10 @@ void Connection::watch() {
   const bool reads = !peer_finished_ && !paused() && !waiting_;
   note_incomplete(reads && in_start_ != in_end_);
   const bool writes = queued() > 0 && !gated_.is_held(sent_, sent_ + queued());
-  const std::uint32_t wanted = (reads ? EPOLLIN : 0U) | (writes ? EPOLLOUT : 0U);
-  if (wanted == watched_) return;
+  const std::uint32_t wanted = writes ? (reads ? EPOLLIN : 0U) | EPOLLOUT : reads ? kReadEvents : 0U;
+  if (wanted == watched_ && !(reads && leaves_input_)) return;
   watched_ = wanted;
+  leaves_input_ = false;
   if (const Status status = event_fd_modify(server_->manager_, fd_, wanted)) close(err_text(status));
 }
 

@@ -1,6 +1,6 @@
 // Payload and frame encoding. Shifts encode integers, so neither the host's byte order nor alignment matters;
 // compilers make single loads and stores of them.
-#include <cstring>
+#include <array>
 
 #include "platform/core/wire/wire.h"
 
@@ -8,15 +8,23 @@ namespace wire {
 
 namespace {
 
+constexpr std::size_t kVersionOffset = 4;
+constexpr std::size_t kTypeOffset = 6;
+constexpr std::size_t kRequestOffset = 8;
 constexpr std::size_t kLengthOffset = 12;
 
 template <typename Integer>
-void append(Octets* out, Integer value) {
-  const std::size_t at = out->size();
-  out->resize(at + sizeof(Integer));
+void store(std::uint8_t* to, Integer value) {
   for (std::size_t i = 0; i < sizeof(Integer); ++i) {
-    (*out)[at + i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i));
+    to[i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i));
   }
+}
+
+template <typename Integer>
+void append(Octets* out, Integer value) {
+  std::array<std::uint8_t, sizeof(Integer)> octets;
+  store(octets.data(), value);
+  out->insert(out->end(), octets.begin(), octets.end());
 }
 
 template <typename Integer>
@@ -24,10 +32,6 @@ Integer load(const std::uint8_t* from) {
   std::uint64_t value = 0;
   for (std::size_t i = 0; i < sizeof(Integer); ++i) value |= std::uint64_t{from[i]} << (8 * i);
   return static_cast<Integer>(value);
-}
-
-void store_u32(std::uint8_t* to, std::uint32_t value) {
-  for (std::size_t i = 0; i < sizeof value; ++i) to[i] = static_cast<std::uint8_t>(value >> (8 * i));
 }
 
 }  // namespace
@@ -56,7 +60,7 @@ void Writer::text(std::string_view value) {
 }
 
 void Writer::patch_u32(std::size_t offset, std::uint32_t value) {
-  store_u32(out_->data() + offset, value);
+  store(out_->data() + offset, value);
 }
 
 void Writer::truncate(std::size_t size) {
@@ -105,29 +109,29 @@ std::string_view Reader::text() {
 
 std::size_t begin_frame(Octets* out, std::uint16_t type, std::uint32_t request) {
   const std::size_t frame = out->size();
-  Writer writer(out);
-  writer.u32(kMagic);
-  writer.u16(kVersion);
-  writer.u16(type);
-  writer.u32(request);
-  writer.u32(0);
+  std::array<std::uint8_t, kHeaderSize> header{};
+  store(header.data(), kMagic);
+  store(header.data() + kVersionOffset, kVersion);
+  store(header.data() + kTypeOffset, type);
+  store(header.data() + kRequestOffset, request);
+  out->insert(out->end(), header.begin(), header.end());
   return frame;
 }
 
 void finish_frame(Octets* out, std::size_t frame) {
   const std::size_t payload = out->size() - frame - kHeaderSize;
-  store_u32(out->data() + frame + kLengthOffset, static_cast<std::uint32_t>(payload));
+  store(out->data() + frame + kLengthOffset, static_cast<std::uint32_t>(payload));
 }
 
 Status parse_frame(OctetSpan data, std::size_t max_payload, Message* message, std::size_t* used) {
   *used = kHeaderSize;
   if (data.size() < kHeaderSize) return kStatusIncomplete;
-  Reader header(data.first(kHeaderSize));
-  if (header.u32() != kMagic) return kStatusBadMessage;
-  if (header.u16() != kVersion) return kStatusVersionMismatch;
-  message->type = header.u16();
-  message->request = header.u32();
-  const std::uint32_t length = header.u32();
+  const std::uint8_t* const header = data.data();
+  if (load<std::uint32_t>(header) != kMagic) return kStatusBadMessage;
+  if (load<std::uint16_t>(header + kVersionOffset) != kVersion) return kStatusVersionMismatch;
+  message->type = load<std::uint16_t>(header + kTypeOffset);
+  message->request = load<std::uint32_t>(header + kRequestOffset);
+  const auto length = load<std::uint32_t>(header + kLengthOffset);
   if (length > max_payload) return kStatusMessageTooLarge;
   *used = kHeaderSize + length;
   if (data.size() < *used) return kStatusIncomplete;

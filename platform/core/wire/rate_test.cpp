@@ -146,7 +146,7 @@ class ForgottenUsers : public ::testing::Test {
   static constexpr std::size_t kMany = 5000;
   std::shared_ptr<User> Find(uid_t uid) { return users.find({uid, 0, 0, {}}, Role::kRead); }
   void LetManyLeave(std::uint64_t requests) {
-    for (uid_t uid = 1; uid <= kMany; ++uid) users.spend(*Find(uid), requests);
+    for (uid_t uid = 1; uid <= kMany; ++uid) users.spend(*Find(uid), requests, clock_monotonic());
   }
 
   const Limits limits{};

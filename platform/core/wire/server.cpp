@@ -63,17 +63,17 @@ void Server::adopt(int fd, Peer peer) {
   const std::uint64_t id = next_id_++;
   const auto connection = std::make_shared<Connection>(this, fd, id, std::move(peer));
   if (!admit(*connection)) return;  // the connection closes its descriptor
-  connection->watched_ = EPOLLIN;
+  connection->watched_ = Connection::kReadEvents;
   Connection* raw = connection.get();
-  const Status status =
-      event_fd_add(manager_, fd, EPOLLIN, [raw](int, std::uint32_t events) { raw->on_event(events); });
+  const Status status = event_fd_add(manager_, fd, connection->watched_,
+                                     [raw](int, std::uint32_t events) { raw->on_event(events); });
   if (status != kStatusOk) {
     log_error(name_.c_str(), "a client cannot be watched: %s", err_text(status));
     return;
   }
   clients_.emplace(id, connection);
   ++connection->user_->connections;
-  users_->spend(*connection->user_, limits_.requests_per_connection);
+  users_->spend(*connection->user_, limits_.requests_per_connection, clock_monotonic());
 }
 
 Connection* Server::find(std::uint64_t id) const {
@@ -110,14 +110,15 @@ void Server::run_slice() {
   for (Connection* client = nullptr; now < end && (client = users_->next(now)) != nullptr;) {
     now = serve(*client, now);
   }
-  suspend_waiting(clock_monotonic() + limits_.slice);
+  suspend_waiting(now);
   schedule_next(now);
 }
 
 // Those that have not had their answers at the end have them as soon as they can be written, in the order in
 // which the event manager finds them writable.
-void Server::suspend_waiting(std::uint64_t end) {
+void Server::suspend_waiting(std::uint64_t now) {
   bool writes = true;
+  const std::uint64_t end = now + limits_.slice;
   for (const std::shared_ptr<Connection>& client : users_->waiting()) {
     client->suspend(writes);
     writes = clock_monotonic() < end;
@@ -126,7 +127,7 @@ void Server::suspend_waiting(std::uint64_t end) {
 
 void Server::schedule_next(std::uint64_t now) {
   if (users_->next(now) != nullptr) return schedule();
-  event_timer_cancel(manager_, std::exchange(rate_timer_, 0));
+  if (rate_timer_ != 0) event_timer_cancel(manager_, std::exchange(rate_timer_, 0));
   const std::uint64_t pause_ends = users_->next_pause_end();
   if (pause_ends <= now) return;
   rate_timer_ = event_timer_start(manager_, pause_ends - now, [this] {
@@ -138,13 +139,14 @@ void Server::schedule_next(std::uint64_t now) {
 // Returns the time after it.
 std::uint64_t Server::serve(Connection& connection, std::uint64_t now) {
   const std::shared_ptr<Connection> client = connection.shared_from_this();
+  now_ = now;
   client->serve();
   const std::uint64_t after = clock_monotonic();
   users_->charge(*client, after - now);
   client->active_ = after;
   client->counter_.add_time(after - now);
   if (client->repeats_) return after;
-  users_->spend(*client->user_, 1);
+  users_->spend(*client->user_, 1, after);
   client->counter_.count(after);
   return after;
 }

@@ -81,8 +81,8 @@ Connection* Users::next_of(const User& user) {
 }
 
 // The rate of a user is a bucket of tokens, stated as the time at which it is full again.
-void Users::spend(User& user, std::uint64_t requests) const {
-  user.paid_until = std::max(user.paid_until, clock_monotonic()) + requests * interval_;
+void Users::spend(User& user, std::uint64_t requests, std::uint64_t now) const {
+  user.paid_until = std::max(user.paid_until, now) + requests * interval_;
 }
 
 std::uint64_t Users::pause_end(const User& user) const {

@@ -59,7 +59,7 @@ class Users {
   std::uint64_t next_pause_end() const;
   std::vector<std::shared_ptr<Connection>> waiting() const;
   // Counts requests for the user's rate.
-  void spend(User& user, std::uint64_t requests) const;
+  void spend(User& user, std::uint64_t requests, std::uint64_t now) const;
   bool connects_too_often(const User& user) const;
   std::size_t count() const { return users_.size(); }
   // Charges the client and its user for the time that its message took.

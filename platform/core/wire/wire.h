@@ -48,6 +48,7 @@ struct Message {
   std::uint16_t type = 0;
   std::uint32_t request = 0;
   OctetSpan payload;
+  std::uint64_t time = 0;  // clock_monotonic() when a server began to handle it
 };
 
 // --- Payloads ------------------------------------------------------------------------------------
@@ -168,6 +169,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void close(const char* reason);
 
  private:
+  static const std::uint32_t kReadEvents;  // epoll events of a client that is only read
   friend class Server;
   friend class Users;
   friend void open_output_gate(std::uint64_t number);
@@ -201,6 +203,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::uint64_t used_ = 0;              // its account (users.h)
   bool waiting_ = false;                // for the server to handle a message
   std::uint32_t watched_ = 0;           // epoll events asked for
+  bool leaves_input_ = false;           // the last read left input, or an end, in the socket
   bool handling_ = false;               // queued messages leave after the message at hand
   bool peer_finished_ = false;          // the peer has shut down its sending side
   bool held_ = false;                   // an answer must be sent first
@@ -267,7 +270,7 @@ class Server {
   void enqueue(Connection& connection);
   void schedule();
   void run_slice();
-  void suspend_waiting(std::uint64_t end);
+  void suspend_waiting(std::uint64_t now);
   void schedule_next(std::uint64_t now);
   std::uint64_t serve(Connection& connection, std::uint64_t now);
 
@@ -283,6 +286,7 @@ class Server {
   EventTimerId deadline_timer_ = 0;
   EventTimerId rate_timer_ = 0;                           // ends the pause of users who exceed their rate
   bool scheduled_ = false;                                // a slice is deferred
+  std::uint64_t now_ = 0;                                 // when the message at hand began
   std::shared_ptr<int> alive_ = std::make_shared<int>();  // deferred slices end with the server
 };
 
@@ -317,6 +321,7 @@ class ClientSocket {
 
  private:
   Status fail(Status status);
+  Status send_rest(std::size_t sent);
   Status read_some(std::size_t needed, std::chrono::steady_clock::time_point deadline, bool block);
 
   std::size_t max_payload_;

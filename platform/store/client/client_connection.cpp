@@ -67,10 +67,11 @@ Status Client::Connection::exchange(std::uint16_t type, wire::Reader* answer) {
 Status Client::Connection::receive(std::uint16_t type, milliseconds patience, wire::Reader* answer) {
   const SteadyClock::time_point deadline = SteadyClock::now() + patience;
   wire::Message message;
-  do {
+  if (const Status status = socket.receive(&message, patience)) return fail(status);
+  while (message.type == kNotification) {
+    if (queue_notification(message) != kStatusOk) return kStatusBadMessage;
     if (const Status status = socket.receive(&message, time_left(deadline))) return fail(status);
-    if (message.type == kNotification && queue_notification(message) != kStatusOk) return kStatusBadMessage;
-  } while (message.type == kNotification);
+  }
   if (message.type != (type | kAnswer) || message.request != last_request) return fail(kStatusBadMessage);
   *answer = wire::Reader(message.payload);
   return kStatusOk;

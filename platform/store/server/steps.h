@@ -19,13 +19,13 @@ struct AnswerInSteps : Unfinished {
 template <typename Answer>
 std::unique_ptr<Answer> begin_step(const wire::Connection* from) {
   std::unique_ptr<Answer> answer;
-  if (from != nullptr) {
+  if (from != nullptr && !the_server()->unfinished.empty()) {
     const auto stored = the_server()->unfinished.extract(from->id());
     // Of the same type: the same message is handled again.
     if (!stored.empty()) answer.reset(static_cast<Answer*>(stored.mapped().release()));
   }
   if (answer == nullptr) answer = std::make_unique<Answer>();
-  answer->steps.end = clock_monotonic() + kKvStepTime;
+  answer->steps.end = (from == nullptr ? clock_monotonic() : the_server()->at_hand.time) + kKvStepTime;
   return answer;
 }
 
