@@ -8,7 +8,7 @@
 // last notification. The results are its longest answer and the longest iteration of the event loop,
 // including the commit. A source makes the commit (one call), then a client (over the socket). The floor is
 // bare delivery: the same nodes, set one by one in the tree without owners, database and history. Each way is
-// measured in a process of its own; the result is the median of three.
+// measured in a process of its own, alternating; figures are medians of the repetitions, ratios too.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -27,8 +27,6 @@
 #include "platform/store/configuration/configuration.h"
 
 namespace {
-
-constexpr double kWaitBound = 0.050;  // seconds
 
 struct Result {
   double making = 0;             // seconds until the commit is made
@@ -184,14 +182,32 @@ Result measure(unsigned vrfs, void (Bench::*make)()) {
   return result;
 }
 
-Result median_of(unsigned repetitions, unsigned vrfs, void (Bench::*make)()) {
-  std::vector<Result> results;
-  for (unsigned i = 0; i < repetitions; ++i) {
-    results.push_back(in_child([vrfs, make] { return measure(vrfs, make); }));
-  }
-  std::sort(results.begin(), results.end(),
-            [](const Result& one, const Result& other) { return one.delivering < other.delivering; });
-  return results[results.size() / 2];
+struct Way {
+  const char* name;
+  void (Bench::*make)();
+  std::vector<Result> results = {};
+};
+
+double median_of(const Way& way, double Result::*figure) {
+  std::vector<double> figures;
+  for (const Result& result : way.results) figures.push_back(result.*figure);
+  return median(std::move(figures));
+}
+
+double ratio_to(const Way& floor, const Way& way) {
+  std::vector<double> ratios;
+  for (std::size_t i = 0; i < way.results.size(); ++i)
+    ratios.push_back(floor.results[i].delivering / way.results[i].delivering);
+  return median(std::move(ratios));
+}
+
+void print(const Way& floor, const Way& way, unsigned nodes) {
+  const auto milliseconds = [&way](double Result::*figure) { return 1e3 * median_of(way, figure); };
+  std::printf("%-16s %10.0f %10.2f %14.1f %10.1f %12.1f %12.1f %12.0f %14.1f\n", way.name,
+              nodes / median_of(way, &Result::delivering), ratio_to(floor, way),
+              milliseconds(&Result::making), milliseconds(&Result::longest_iteration),
+              milliseconds(&Result::longest_cpu), milliseconds(&Result::longest_answer),
+              median_of(way, &Result::octets_per_node), median_of(way, &Result::octets_per_repetition));
 }
 
 }  // namespace
@@ -199,27 +215,20 @@ Result median_of(unsigned repetitions, unsigned vrfs, void (Bench::*make)()) {
 int main(int argc, char** argv) {
   const bool brief = is_brief(argc, argv);
   const unsigned vrfs = brief ? 500 : 10000;
-  const unsigned repetitions = brief ? 1 : 3;
-  const Result bare = median_of(repetitions, vrfs, &Bench::bare);
+  const unsigned repetitions = brief ? 1 : 5;
+  std::vector<Way> ways = {
+      {"bare delivery", &Bench::bare}, {"source", &Bench::as_source}, {"client", &Bench::as_client}};
+  for (unsigned i = 0; i < repetitions; ++i) {
+    for (Way& way : ways) way.results.push_back(in_child([&] { return measure(vrfs, way.make); }));
+  }
   std::printf("%-16s %10s %10s %14s %10s %12s %12s %12s %14s\n", "", "notif./s", "to bare", "made after ms",
               "loop ms", "loop CPU ms", "answer ms", "octets/node", "growth/node");
-  bool within = true;
-  const auto print = [&](const char* name, const Result& result) {
-    std::printf("%-16s %10.0f %10.2f %14.1f %10.1f %12.1f %12.1f %12.0f %14.1f\n", name,
-                2 * vrfs / result.delivering, bare.delivering / result.delivering, result.making * 1e3,
-                result.longest_iteration * 1e3, result.longest_cpu * 1e3, result.longest_answer * 1e3,
-                result.octets_per_node, result.octets_per_repetition);
-    within = within && result.longest_answer <= kWaitBound;
-  };
-  print("bare delivery", bare);
-  print("source", median_of(repetitions, vrfs, &Bench::as_source));
-  print("client", median_of(repetitions, vrfs, &Bench::as_client));
+  for (const Way& way : ways) print(ways.front(), way, 2 * vrfs);
   std::printf(
       "to bare: notifications per second against the same nodes set one by one without owners, database and "
-      "history.\nloop, answer: longest iteration of the event loop (with that of the commit) and longest "
-      "answer "
-      "(aim: at most %.0f ms: %s).\ngrowth: resident memory a node, each time that all is deleted and set "
-      "again.\n",
-      kWaitBound * 1e3, within ? "met" : "not met");
+      "history\n(aim of the source: at least 0.85). made: aim of the client: below 300 ms. loop, answer: "
+      "longest iteration of the\nevent loop (with that of the commit) and longest answer of another client "
+      "(aim: at most 20 ms).\ngrowth: resident memory a node, each time that all is deleted and set "
+      "again.\n");
   return 0;
 }
